@@ -1,0 +1,12 @@
+# rdm_test(NAME SOURCES FILES... LINK LIBS...): a GoogleTest program whose cases ctest lists one by one.
+find_package(GTest REQUIRED)
+include(GoogleTest)
+
+function(rdm_test name)
+  cmake_parse_arguments(TEST "" "" "SOURCES;LINK" ${ARGN})
+  add_executable(${name} ${TEST_SOURCES})
+  set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+  target_link_libraries(${name} PRIVATE ${TEST_LINK} test_support GTest::gmock GTest::gtest_main)
+  target_compile_definitions(${name} PRIVATE SOURCE_DIR="${CMAKE_SOURCE_DIR}" BINARY_DIR="${CMAKE_BINARY_DIR}")
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 300)
+endfunction()

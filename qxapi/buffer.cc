@@ -1,0 +1,66 @@
+#include <cerrno>
+#include <new>
+
+#include "qxapi/guard.h"
+#include "qxapi/posix.h"
+
+/// A reader and its `size` bytes of buffer, in one block.
+struct host_buffer {
+  host_fd fd;
+  int size;
+  int position;
+  int filled;
+  char *bytes() { return reinterpret_cast<char *>(this + 1); }
+};
+
+namespace posix {
+namespace {
+
+/// next_byte returns the next byte, or `end` or `failure`.
+constexpr int end = -1, failure = -2;
+
+int next_byte(host_buffer &b) {
+  if (b.position == b.filled) {
+    b.position = b.filled = 0;
+    const int32_t got = host_read(b.fd, b.bytes(), b.size);
+    if (got <= 0) return got == 0 ? end : failure;
+    b.filled = got;
+  }
+  return static_cast<unsigned char>(b.bytes()[b.position++]);
+}
+
+}  // namespace
+
+host_buffer *buffer_open(host_fd fd, int size) {
+  if (fd == -1 || size < 1) return nullptr;
+  void *block = host_alloc(sizeof(host_buffer) + static_cast<size_t>(size));
+  return block == nullptr ? nullptr : new (block) host_buffer{fd, size, 0, 0};
+}
+
+int read_line(host_buffer *b, int /*line_number*/, int limit, char *line) {
+  if (limit < 1) return -1;
+  int length = 0;
+  bool any = false, cut = false;
+  int byte;
+  while ((byte = next_byte(*b)) >= 0 && byte != '\n') {
+    any = true;
+    if (length < limit - 1)
+      line[length++] = static_cast<char>(byte);
+    else
+      cut = true;
+  }
+  // A carriage return belongs to the newline after it; one that a cut brought to the end is text.
+  if (byte == '\n' && !cut && length > 0 && line[length - 1] == '\r') --length;
+  line[length] = '\0';
+  if (byte == failure) return -1;
+  return byte == '\n' || any ? 0 : 1;
+}
+
+void buffer_close(host_buffer *b) { host_free(b); }
+
+int64_t buffer_send(host_buffer *, host_net *) {
+  errno = ENOTCONN;
+  return -1;
+}
+
+}  // namespace posix

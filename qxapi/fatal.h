@@ -1,0 +1,19 @@
+/// Fatal conditions: programming errors after which the process must not go on, whatever NDEBUG says.
+#ifndef QXAPI_FATAL_H
+#define QXAPI_FATAL_H
+
+#include <cstdio>
+#include <cstdlib>
+
+/// qx_fatal names the module, its line and the condition on standard error and aborts.
+[[noreturn]] inline void qx_fatal(const char *module, int line, const char *condition) noexcept {
+  std::fprintf(stderr, "%s:%d: assertion failed: %s\n", module, line, condition);
+  std::abort();
+}
+
+#define QX_REQUIRE(condition, module, text)             \
+  do {                                                  \
+    if (!(condition)) qx_fatal(module, __LINE__, text); \
+  } while (0)
+
+#endif

@@ -1,0 +1,65 @@
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+
+#include "qxapi/ascii.h"
+#include "qxapi/posix.h"
+
+namespace posix {
+namespace {
+
+int hex_digit(char c) {
+  if (ascii::is_digit(c)) return c - '0';
+  const char letter = ascii::lower(c);
+  return letter >= 'a' && letter <= 'f' ? letter - 'a' + 10 : -1;
+}
+
+}  // namespace
+
+void report_error(int degree, const char *function, Session *, Request *, const char *format, va_list arguments) {
+  char text[8192];
+  std::vsnprintf(text, sizeof text, format, arguments);
+  const size_t length = std::strlen(text);
+  const char *newline = length > 0 && text[length - 1] == '\n' ? "" : "\n";
+  std::fprintf(stderr, "%s %s: %s%s", degree == 0 ? "failure" : "report", function, text, newline);
+}
+
+char *last_error_text() {
+  static thread_local char text[256];
+  const char *described = ::strerror_r(errno, text, sizeof text);
+  if (described != text) text[std::string_view(described).copy(text, sizeof text - 1)] = '\0';
+  return text;
+}
+
+int format(char *buffer, size_t size, const char *format, va_list arguments) {
+  if (size == 0) return 0;
+  const int length = std::vsnprintf(buffer, size, format, arguments);
+  if (length < 0) *buffer = '\0';
+  return std::clamp(length, 0, static_cast<int>(size) - 1);
+}
+
+int decimal(int64_t n, char *buffer) {
+  char *end = std::to_chars(buffer, buffer + 20, n).ptr;
+  *end = '\0';
+  return static_cast<int>(end - buffer);
+}
+
+void unescape(char *text) {
+  char *out = text;
+  for (const char *in = text; *in != '\0'; ++out) {
+    const int high = in[0] == '%' ? hex_digit(in[1]) : -1;
+    const int low = high >= 0 ? hex_digit(in[2]) : -1;
+    *out = low >= 0 ? static_cast<char>(high * 16 + low) : *in;
+    in += low >= 0 ? 3 : 1;
+  }
+  *out = '\0';
+}
+
+int thread_id() { return ::gettid(); }
+
+}  // namespace posix

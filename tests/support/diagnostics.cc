@@ -1,0 +1,23 @@
+#include "support/diagnostics.h"
+
+#include <libcs/log.h>
+
+#include <regex>
+
+namespace support {
+
+Diagnostics::Diagnostics(int level) : path_(folder_.path("diagnostics.log")) { cslog_init(level, path_.c_str()); }
+
+Diagnostics::~Diagnostics() {
+  cslog_terminate();
+  cslog_set_level(0);
+}
+
+std::string Diagnostics::raw() const { return read_file(path_); }
+
+std::string Diagnostics::text() const {
+  static const std::regex stamp(R"(\[[^\]\n]*\] +\d+@\d+:(\t)? )");
+  return std::regex_replace(raw(), stamp, "");
+}
+
+}  // namespace support

@@ -1,0 +1,53 @@
+#include "support/files.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+namespace fs = std::filesystem;
+
+namespace support {
+
+TemporaryFolder::TemporaryFolder() {
+  std::string pattern = (fs::temp_directory_path() / "rdm-test-XXXXXX").string();
+  if (mkdtemp(pattern.data()) == nullptr) ADD_FAILURE() << "no temporary folder " << pattern;
+  root_ = pattern;
+}
+
+TemporaryFolder::~TemporaryFolder() {
+  std::error_code ignored;
+  fs::remove_all(root_, ignored);
+}
+
+std::string TemporaryFolder::path(const std::string &name) const {
+  return name.empty() ? root_ : (fs::path(root_) / name).string();
+}
+
+std::string TemporaryFolder::write(const std::string &name, const std::string &text) const {
+  write_file(path(name), text);
+  return path(name);
+}
+
+std::string read_file(const std::string &path) {
+  std::ifstream file(path, std::ios::binary);
+  if (!file) ADD_FAILURE() << "cannot read " << path;
+  std::ostringstream bytes;
+  bytes << file.rdbuf();
+  return bytes.str();
+}
+
+void write_file(const std::string &path, const std::string &bytes) {
+  std::ofstream file(path, std::ios::binary | std::ios::trunc);
+  file << bytes;
+  file.close();
+  if (!file) ADD_FAILURE() << "cannot write " << path;
+}
+
+bool file_exists(const std::string &path) { return fs::exists(path); }
+
+std::string golden(const std::string &name) { return read_file(std::string(SOURCE_DIR) + "/tests/golden/" + name); }
+
+}  // namespace support

@@ -1,0 +1,35 @@
+/// Files that tests make and read.
+#ifndef TESTS_SUPPORT_FILES_H
+#define TESTS_SUPPORT_FILES_H
+
+#include <string>
+
+namespace support {
+
+/// TemporaryFolder is a folder of its own, removed with all it holds at the end of its scope.
+class TemporaryFolder {
+ public:
+  TemporaryFolder();
+  TemporaryFolder(const TemporaryFolder &) = delete;
+  TemporaryFolder &operator=(const TemporaryFolder &) = delete;
+  ~TemporaryFolder();
+
+  std::string path(const std::string &name = "") const;
+  /// write makes a file in the folder and returns its path.
+  std::string write(const std::string &name, const std::string &text) const;
+
+ private:
+  std::string root_;
+};
+
+/// read_file returns the bytes of a file; it fails the test when there is none.
+std::string read_file(const std::string &path);
+void write_file(const std::string &path, const std::string &bytes);
+bool file_exists(const std::string &path);
+
+/// golden returns the bytes of tests/golden/NAME; a missing file fails the test.
+std::string golden(const std::string &name);
+
+}  // namespace support
+
+#endif

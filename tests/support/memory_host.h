@@ -1,0 +1,72 @@
+/// A host without a server: it counts what is allocated and keeps what is sent and reported.
+#ifndef TESTS_SUPPORT_MEMORY_HOST_H
+#define TESTS_SUPPORT_MEMORY_HOST_H
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include <qxapi/qxapi.h>
+
+namespace support {
+
+/// What the code under test did to its host.
+struct HostRecord {
+  long live_blocks = 0;                                    // blocks allocated and not yet released
+  long allocations = 0;                                    // allocations asked for so far
+  long fail_allocation = 0;                                // the number of the allocation to refuse, 0 for none
+  bool fail_net_write = false;                             // net_write and buffer_send answer -1
+  bool fail_crit_create = false;                           // crit_create answers null
+  int crit_depth = 0;                                      // sections entered and not left
+  int status = 0;                                          // of the last set_status
+  std::string reason;                                      // of the last set_status; empty for null
+  int responses_started = 0;                               // calls of start_response
+  std::string sent;                                        // all bytes of net_write and buffer_send
+  std::vector<std::string> reports;                        // "degree function: text" of each report_error
+  std::vector<std::pair<void (*)(void *), void *>> exits;  // register_exit, in order
+};
+
+/// bind_memory_host puts the host into force and empties its record.
+void bind_memory_host();
+HostRecord &host_record();
+
+/// HostTest runs each test on a fresh memory host and ends by asserting that every block was released.
+class HostTest : public ::testing::Test {
+ protected:
+  HostTest();
+  ~HostTest() override;
+  void TearDown() override;
+  HostRecord &host = host_record();
+};
+
+/// Exchange is one request with its session, as a host would hand it to the plug-in.
+class Exchange {
+ public:
+  Exchange(const std::string &method, const std::string &uri, const std::string &body = "");
+  Exchange(const Exchange &) = delete;
+  Exchange &operator=(const Exchange &) = delete;
+  ~Exchange();
+
+  /// header adds a request header (lower-case name).
+  Exchange &header(const std::string &name, const std::string &value);
+  /// query sets the query string of the request line.
+  Exchange &query(const std::string &text);
+  /// response returns a response header, empty when absent; responses counts the entries of that name.
+  std::string response(const std::string &name) const;
+  int responses(const std::string &name) const;
+  /// var returns a request variable, empty when absent.
+  std::string var(const std::string &name) const;
+
+  Session session{};
+  Request request{};
+
+ private:
+  std::string body_;
+  host_input input_{};
+};
+
+}  // namespace support
+
+#endif
