@@ -1,0 +1,174 @@
+#include <libcs/log.h>
+
+#include <pwd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <string_view>
+
+#include "libcs/log_owner.h"
+#include "qxapi/ascii.h"
+
+int32_t _cslog_level = 0;
+int32_t _cslog_module = 1;
+
+namespace {
+
+constexpr size_t prefix_size = 512;
+constexpr size_t line_size = 8192;
+
+/// Where lines go: a stream, a file, or nowhere.
+struct Destination {
+  FILE *stream = nullptr;
+  host_fd file = -1;
+};
+Destination destination;
+
+/// What a call site said about itself. The fields are atomic because threads may share a slot.
+struct CallSite {
+  std::atomic<int32_t> kind;
+  std::atomic<const char *> file;
+  std::atomic<int32_t> line;
+};
+std::array<CallSite, 32> call_sites;
+
+int slot_of(int thread) { return thread & 31; }
+
+void set_call_site(CallSite &site, int32_t kind, const char *file, int32_t line) {
+  site.kind.store(kind, std::memory_order_relaxed);
+  site.file.store(file, std::memory_order_relaxed);
+  site.line.store(line, std::memory_order_relaxed);
+}
+
+const char *visible(const char *text) {
+  if (text == nullptr) return "(null)";
+  return *text == '\0' ? "(empty)" : text;
+}
+
+const char *base_name(const char *file) {
+  const char *slash = file == nullptr ? nullptr : std::strrchr(file, '/');
+  return slash == nullptr ? file : slash + 1;
+}
+
+size_t format_stamp(char *buffer) {
+  const time_t now = std::time(nullptr);
+  struct tm local {};
+  ::localtime_r(&now, &local);
+  return static_cast<size_t>(host_format_time(buffer, prefix_size, "[%d/%b/%Y:%H:%M:%S]", &local));
+}
+
+/// format_prefix writes all that stands before the message; returns its length.
+size_t format_prefix(char *buffer) {
+  const int process = ::getpid();
+  const int slot = slot_of(host_thread_id());
+  const CallSite &site = call_sites[static_cast<size_t>(slot)];
+  const size_t stamp = format_stamp(buffer);
+  char *const out = buffer + stamp;
+  const size_t size = prefix_size - stamp;
+  int length;
+  switch (site.kind.load(std::memory_order_relaxed)) {
+    case CSLOG_SOURCE:
+      length = host_format(out, size, " %5d@%d: (%s:%d):\t ", process, slot, visible(base_name(site.file)),
+                           site.line.load(std::memory_order_relaxed));
+      break;
+    case CSLOG_WARNING:
+      length = host_format(out, size, " %5d@%d: %s: ", process, slot, "WARNING");
+      break;
+    case CSLOG_ERROR:
+      length = host_format(out, size, " %5d@%d: %s: ", process, slot, "ERROR");
+      break;
+    default:
+      length = host_format(out, size, " %5d@%d:\t ", process, slot);
+  }
+  return stamp + static_cast<size_t>(length);
+}
+
+QX_PRINTF(2, 0) void print_to_stream(std::string_view prefix, const char *format, va_list arguments) {
+  FILE *const stream = destination.stream;
+  ::flockfile(stream);
+  std::fwrite(prefix.data(), 1, prefix.size(), stream);
+  std::vfprintf(stream, format, arguments);
+  std::fflush(stream);
+  ::funlockfile(stream);
+}
+
+QX_PRINTF(2, 0) void print_to_file(std::string_view prefix, const char *format, va_list arguments) {
+  char line[line_size];
+  const size_t start = prefix.copy(line, line_size - 1);
+  const int message = std::vsnprintf(line + start, line_size - start, format, arguments);
+  size_t length = start + static_cast<size_t>(std::max(message, 0));
+  if (length >= line_size) {
+    length = line_size - 1;
+    if (std::string_view(format).ends_with('\n')) line[length - 1] = '\n';
+  }
+  host_seek(destination.file, 0, SEEK_END);
+  host_write_log(destination.file, line, static_cast<int32_t>(length));
+}
+
+void open_file(const char *path) {
+  destination.file = host_open_append(path);
+  if (destination.file == -1)
+    std::fprintf(stderr, "Cannot append to %s.\n", path);
+  else if (::geteuid() == 0)
+    _cslog_chown(path, "nobody");
+}
+
+}  // namespace
+
+void _cslog_chown(const char *path, const char *user) noexcept {
+  const struct passwd *account = ::getpwnam(user);
+  if (account == nullptr)
+    CSLOG(CSLOG_WARNING, "log", "Unknown user %s: Cannot chown %s.\n", user, path);
+  else if (::chown(path, account->pw_uid, account->pw_gid) != 0)
+    CSLOG(CSLOG_WARNING, "log", "chown: %s: %s\n", path, host_last_error_text());
+}
+
+int _cslog_set_params(int32_t kind, const char *file, int32_t line) noexcept {
+  const int thread = host_thread_id();
+  set_call_site(call_sites[static_cast<size_t>(slot_of(thread))], kind, file, line);
+  return thread;
+}
+
+void _cslog_do_print(const char *format, ...) noexcept {
+  if (destination.stream == nullptr && destination.file == -1) return;
+  char buffer[prefix_size];
+  const std::string_view prefix(buffer, format_prefix(buffer));
+  va_list arguments;
+  va_start(arguments, format);
+  if (destination.stream != nullptr)
+    print_to_stream(prefix, visible(format), arguments);
+  else
+    print_to_file(prefix, visible(format), arguments);
+  va_end(arguments);
+}
+
+void cslog_init(int32_t level, const char *name) noexcept {
+  _cslog_level = level;
+  destination = Destination{};
+  for (CallSite &site : call_sites) set_call_site(site, CSLOG_NOTE, nullptr, 0);
+  if (name == nullptr || std::strcmp(name, "stderr") == 0)
+    destination.stream = stderr;
+  else if (std::strcmp(name, "stdout") == 0)
+    destination.stream = stdout;
+  else
+    open_file(name);
+}
+
+void cslog_set_level(int32_t level) noexcept { _cslog_level = level; }
+
+void cslog_terminate(void) noexcept {
+  if (destination.file != -1) host_close(destination.file);
+  if (destination.stream != nullptr) std::fflush(destination.stream);
+  destination = Destination{};
+}
+
+char *cslog_linestr(const char *text) noexcept {
+  char *line = host_strdup(text != nullptr ? text : "");
+  if (line != nullptr) std::replace_if(line, line + std::strlen(line), ascii::is_space, ' ');
+  return line;
+}
