@@ -1,0 +1,22 @@
+# Other names for the commands that do the work; `make` alone lists them.
+
+PREFIX ?= /usr/local
+
+.PHONY: help run test lint format coverage install
+
+help:
+	@echo 'make run        serve the example catalogs (scripts/run)'
+	@echo 'make test       build and run every test (scripts/test)'
+	@echo 'make lint       check the sources (scripts/lint)'
+	@echo 'make format     format the sources (scripts/format)'
+	@echo 'make coverage   measure what the tests reach (scripts/coverage)'
+	@echo 'make install    install the release build under PREFIX ($(PREFIX))'
+
+run test lint format coverage:
+	scripts/$@
+
+install:
+	scripts/deps
+	cmake --preset release
+	cmake --build --preset release
+	cmake --install build/release --prefix $(PREFIX)
