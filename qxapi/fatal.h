@@ -5,9 +5,15 @@
 #include <cstdio>
 #include <cstdlib>
 
-/// qx_fatal names the module, its line and the condition on standard error and aborts.
-[[noreturn]] inline void qx_fatal(const char *module, int line, const char *condition) noexcept {
+/// qx_report_assertion names the module, its line and the condition on standard error, for a programming error that the
+/// process survives.
+inline void qx_report_assertion(const char *module, int line, const char *condition) noexcept {
   std::fprintf(stderr, "%s:%d: assertion failed: %s\n", module, line, condition);
+}
+
+/// qx_fatal reports an assertion and aborts.
+[[noreturn]] inline void qx_fatal(const char *module, int line, const char *condition) noexcept {
+  qx_report_assertion(module, line, condition);
   std::abort();
 }
 

@@ -1,0 +1,31 @@
+#include "libcs/extra/zone.h"
+
+#include <libcs/cs.h>
+
+#include <ctime>
+
+namespace zone {
+namespace {
+
+/// The two dates are at most a day apart, so days of the year that differ by more lie on either side of New Year.
+int days_ahead(int difference) {
+  if (difference >= 2) return -1;
+  return difference < -1 ? 1 : difference;
+}
+
+}  // namespace
+
+int minutes_ahead(const struct tm &local, const struct tm &utc) noexcept {
+  const int hours = days_ahead(local.tm_yday - utc.tm_yday) * 24 + local.tm_hour - utc.tm_hour;
+  return hours * 60 + local.tm_min - utc.tm_min;
+}
+
+}  // namespace zone
+
+int ZAN_LocalZoneOffset(void) noexcept {
+  const time_t now = ::time(nullptr);
+  struct tm local, utc;
+  ::tzset();
+  if (::localtime_r(&now, &local) == nullptr || ::gmtime_r(&now, &utc) == nullptr) return 0;
+  return zone::minutes_ahead(local, utc);
+}

@@ -1,0 +1,46 @@
+/// The process's time zone as tests set it.
+#ifndef TESTS_LIBCS_EXTRA_TIME_ZONE_H
+#define TESTS_LIBCS_EXTRA_TIME_ZONE_H
+
+#include <cstdlib>
+#include <ctime>
+#include <optional>
+#include <string>
+
+namespace support {
+
+/// Zones with and without daylight-saving time, on either side of UTC and of the whole hour.
+inline constexpr const char *time_zones[] = {"UTC0",
+                                             "PST8PDT,M3.2.0,M11.1.0",
+                                             "CET-1CEST,M3.5.0,M10.5.0/3",
+                                             "IST-5:30",
+                                             "NZST-12NZDT,M9.5.0,M4.1.0/3",
+                                             "<-0930>9:30",
+                                             "<+14>-14",
+                                             "<-12>12"};
+
+/// TimeZone puts a zone, in the form of the TZ variable, into force for its lifetime.
+class TimeZone {
+ public:
+  explicit TimeZone(const char *zone) {
+    if (const char *old = std::getenv("TZ")) old_ = old;
+    setenv("TZ", zone, 1);
+    tzset();
+  }
+  TimeZone(const TimeZone &) = delete;
+  TimeZone &operator=(const TimeZone &) = delete;
+  ~TimeZone() {
+    if (old_)
+      setenv("TZ", old_->c_str(), 1);
+    else
+      unsetenv("TZ");
+    tzset();
+  }
+
+ private:
+  std::optional<std::string> old_;
+};
+
+}  // namespace support
+
+#endif

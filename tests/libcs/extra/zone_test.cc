@@ -1,0 +1,76 @@
+#include "libcs/extra/zone.h"
+
+#include <gtest/gtest.h>
+
+#include <libcs/cs.h>
+
+#include "libcs/extra/time_zone.h"
+
+namespace {
+
+using support::TimeZone;
+
+int minutes_ahead_at(time_t instant) {
+  struct tm local, utc;
+  localtime_r(&instant, &local);
+  gmtime_r(&instant, &utc);
+  return zone::minutes_ahead(local, utc);
+}
+
+TEST(LocalZoneOffset, IsTheDistanceFromGreenwichInMinutes) {
+  const struct {
+    const char *zone;
+    int minutes;
+  } rows[] = {{"UTC0", 0},       {"IST-5:30", 330},      {"PST8", -480},       {"<+14>-14", 840},
+              {"<-12>12", -720}, {"<+1245>-12:45", 765}, {"<-0930>9:30", -570}};
+  for (const auto &row : rows) {
+    const TimeZone zone(row.zone);
+    EXPECT_EQ(ZAN_LocalZoneOffset(), row.minutes) << row.zone;
+  }
+}
+
+TEST(LocalZoneOffset, FollowsAChangeOfTheZoneVariable) {
+  const TimeZone before("UTC0");
+  setenv("TZ", "JST-9", 1);
+  EXPECT_EQ(ZAN_LocalZoneOffset(), 540);
+}
+
+TEST(LocalZoneOffset, HoldsAtEveryHourAcrossTheTurnOfTheYear) {
+  // 2023-12-30, 2024-12-30 and 2025-12-30: the turns into a leap year, out of one, and between common years.
+  for (const time_t start : {1703894400, 1735516800, 1767052800})
+    for (const char *name : support::time_zones) {
+      const TimeZone zone(name);
+      for (time_t instant = start; instant < start + 4 * 86400; instant += 1800) {
+        struct tm local;
+        localtime_r(&instant, &local);
+        EXPECT_EQ(minutes_ahead_at(instant), local.tm_gmtoff / 60) << name << " at " << instant;
+      }
+    }
+}
+
+TEST(LocalZoneOffset, CountsTheDayWhereLocalAndUtcDatesDiffer) {
+  const struct {
+    int local_day, local_hour, utc_day, utc_hour, minutes;
+  } rows[] = {
+      {100, 12, 100, 12, 0}, {100, 16, 101, 0, -480}, {101, 1, 100, 19, 360},  // within a year
+      {364, 16, 0, 0, -480}, {365, 16, 0, 0, -480},                            // local 31 December, UTC 1 January
+      {0, 1, 364, 19, 360},  {0, 1, 365, 19, 360},                             // the other way round
+  };
+  for (const auto &row : rows) {
+    struct tm local {
+    }, utc{};
+    local.tm_yday = row.local_day, local.tm_hour = row.local_hour;
+    utc.tm_yday = row.utc_day, utc.tm_hour = row.utc_hour;
+    EXPECT_EQ(zone::minutes_ahead(local, utc), row.minutes) << row.local_day << " " << row.utc_day;
+  }
+}
+
+TEST(LocalZoneOffset, IgnoresSeconds) {
+  struct tm local {
+  }, utc{};
+  local.tm_min = 20, local.tm_sec = 59;
+  utc.tm_min = 5, utc.tm_sec = 1;
+  EXPECT_EQ(zone::minutes_ahead(local, utc), 15);
+}
+
+}  // namespace
