@@ -1,0 +1,95 @@
+#include "service/alias.h"
+
+#include <libcs/log.h>
+
+#include <cstring>
+
+#include "qxapi/guard.h"
+
+namespace {
+
+constexpr int map_slots = 13;
+constexpr int line_limit = 8192;
+
+bool is_comment(const char *line) { return *line == '\0' || *line == '\n' || *line == '#'; }
+
+void read_lines(host_buffer *reader, pblock *a2p, pblock *p2a) {
+  char line[line_limit];
+  while (host_getline(reader, 0, line_limit, line) == 0)
+    if (!is_comment(line)) alias_parse(a2p, p2a, line);
+}
+
+bool read_file(const char *path, pblock *a2p, pblock *p2a) {
+  const file_guard file(host_open_read(path));
+  if (!file) {
+    CSLOG(CSLOG_ERROR, "alias", "alias_init: Can't open %s: %s\n", path, host_last_error_text());
+    return false;
+  }
+  const reader_ptr reader(host_buffer_open(file.get(), line_limit));
+  if (!reader) {
+    CSLOG(CSLOG_ERROR, "alias", "alias_init: Can't buffer %s\n", path);
+    return false;
+  }
+  read_lines(reader.get(), a2p, p2a);
+  return true;
+}
+
+pblock_ptr create_map() {
+  pblock_ptr map(host_param_create(map_slots));
+  if (!map) CSLOG(CSLOG_ERROR, "alias", "alias_init: pblock_create failed\n");
+  return map;
+}
+
+}  // namespace
+
+int alias_init(pblock **a2p, pblock **p2a, const char *path) noexcept {
+  *a2p = *p2a = nullptr;
+  pblock_ptr parents = create_map();
+  pblock_ptr aliases = parents ? create_map() : nullptr;
+  if (!aliases || !read_file(path, parents.get(), aliases.get())) return -1;
+  *a2p = parents.release();
+  *p2a = aliases.release();
+  return 0;
+}
+
+int alias_parse(pblock *a2p, pblock *p2a, char *line) noexcept {
+  constexpr char delimiters[] = " \t\n";
+  char *rest = nullptr;
+  const char *parent = ::strtok_r(line, delimiters, &rest);
+  if (parent == nullptr) return 0;
+  // A parent may head several lines, so only aliases have to be new.
+  if (alias_copy(a2p, parent, parent, 0) != 0) return -1;
+  const char *previous = parent;
+  while (const char *alias = ::strtok_r(nullptr, delimiters, &rest)) {
+    if (alias_copy(a2p, alias, parent, 1) != 0 || alias_copy(p2a, previous, alias, 0) != 0) return -1;
+    previous = alias;
+  }
+  return 0;
+}
+
+int alias_copy(pblock *map, const char *name, const char *value, int unique) noexcept {
+  if (unique != 0 && host_param_find_entry(name, map, 0) != nullptr) {
+    CSLOG(CSLOG_ERROR, "alias", "alias_copy: uniqueness constraint violated (alias %s)\n", name);
+    return -1;
+  }
+  if (host_param_add(name, value, map) != 0) {
+    CSLOG(CSLOG_ERROR, "alias", "alias_copy: pblock insert failed\n");
+    return -1;
+  }
+  return 0;
+}
+
+char *alias_to_parent(pblock *a2p, const char *alias) noexcept { return host_param_find(alias, a2p); }
+
+char *parent_to_aliases(pblock *p2a, const char *name) noexcept { return host_param_find(name, p2a); }
+
+char *alias_iterate(pblock *p2a, const char *parent) noexcept {
+  const char *name = parent;
+  while (name != nullptr) name = parent_to_aliases(p2a, name);
+  return nullptr;
+}
+
+void alias_destroy(pblock *a2p, pblock *p2a) noexcept {
+  host_param_free(a2p);
+  host_param_free(p2a);
+}

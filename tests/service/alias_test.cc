@@ -1,0 +1,256 @@
+#include "service/alias.h"
+
+#include <gtest/gtest.h>
+
+#include <libcs/log.h>
+
+#include <string>
+#include <vector>
+
+#include "support/diagnostics.h"
+#include "support/files.h"
+#include "support/memory_host.h"
+
+namespace {
+
+using Names = std::vector<std::string>;
+
+/// The two maps of an alias file.
+class Alias : public support::HostTest {
+ protected:
+  void TearDown() override {
+    alias_destroy(a2p, p2a);
+    HostTest::TearDown();
+  }
+
+  int init(const std::string &text) { return alias_init(&a2p, &p2a, folder.write("alias.conf", text).c_str()); }
+
+  int parse(std::string line) {
+    if (a2p == nullptr) a2p = host_param_create(13), p2a = host_param_create(13);
+    return alias_parse(a2p, p2a, line.data());
+  }
+
+  std::string parent(const char *alias) const { return text(alias_to_parent(a2p, alias)); }
+  std::string next(const char *name) const { return text(parent_to_aliases(p2a, name)); }
+
+  Names chain(const char *name) const {
+    Names names;
+    while ((name = parent_to_aliases(p2a, name)) != nullptr) names.emplace_back(name);
+    return names;
+  }
+
+  static std::string text(const char *value) { return value == nullptr ? "(none)" : value; }
+
+  support::TemporaryFolder folder;
+  support::Diagnostics diagnostics;
+  pblock *a2p = nullptr;
+  pblock *p2a = nullptr;
+};
+
+TEST_F(Alias, AParentLeadsToItsAliasesAndTheyToIt) {
+  EXPECT_EQ(parse("parent a b"), 0);
+  EXPECT_EQ(parent("parent"), "parent");
+  EXPECT_EQ(parent("a"), "parent");
+  EXPECT_EQ(parent("b"), "parent");
+  EXPECT_EQ(next("parent"), "a");
+  EXPECT_EQ(next("a"), "b");
+  EXPECT_EQ(next("b"), "(none)");
+  EXPECT_EQ(diagnostics.text(), "");
+}
+
+TEST_F(Alias, AParentAloneHasNoAliases) {
+  EXPECT_EQ(parse("parent"), 0);
+  EXPECT_EQ(parent("parent"), "parent");
+  EXPECT_EQ(next("parent"), "(none)");
+}
+
+TEST_F(Alias, AnUnknownNameHasNeitherParentNorAliases) {
+  EXPECT_EQ(parse("parent a"), 0);
+  EXPECT_EQ(parent("b"), "(none)");
+  EXPECT_EQ(parent("Parent"), "(none)");
+  EXPECT_EQ(next("b"), "(none)");
+}
+
+TEST_F(Alias, NamesAreSeparatedByBlanksTabsAndNewlines) {
+  for (const char *line : {"p a b", " p a b", "\t p\ta \t b\n", "\np\na\nb\n", "p  a   b  "}) {
+    EXPECT_EQ(parse(line), 0) << line;
+    EXPECT_EQ(chain("p"), (Names{"a", "b"})) << line;
+    alias_destroy(a2p, p2a);
+    a2p = p2a = nullptr;
+  }
+}
+
+TEST_F(Alias, OtherCharactersBelongToNames) {
+  EXPECT_EQ(parse("p,q \"a b\" c\r #d"), 0);
+  EXPECT_EQ(chain("p,q"), (Names{"\"a", "b\"", "c\r", "#d"}));
+}
+
+TEST_F(Alias, ALineWithoutNamesAddsNothing) {
+  for (const char *line : {"", " ", " \t\n "}) EXPECT_EQ(parse(line), 0) << line;
+  EXPECT_EQ(diagnostics.text(), "");
+}
+
+TEST_F(Alias, AnAliasIsRefusedAtItsSecondOccurrence) {
+  EXPECT_EQ(parse("one a b"), 0);
+  EXPECT_EQ(parse("two c a d"), -1);
+  EXPECT_EQ(parent("a"), "one");
+  EXPECT_EQ(parent("c"), "two");
+  EXPECT_EQ(parent("d"), "(none)") << "the rest of the line is dropped";
+  EXPECT_EQ(chain("two"), Names{"c"});
+  EXPECT_EQ(chain("one"), (Names{"a", "b"}));
+  EXPECT_EQ(diagnostics.text(), "ERROR: alias_copy: uniqueness constraint violated (alias a)\n");
+}
+
+TEST_F(Alias, AnAliasIsRefusedTwiceInALine) {
+  EXPECT_EQ(parse("one a a b"), -1);
+  EXPECT_EQ(chain("one"), Names{"a"});
+  EXPECT_EQ(parent("b"), "(none)");
+}
+
+TEST_F(Alias, AParentIsNoAlias) {
+  EXPECT_EQ(parse("one one"), -1);
+  EXPECT_EQ(parse("two one"), -1);
+  EXPECT_EQ(diagnostics.text(),
+            "ERROR: alias_copy: uniqueness constraint violated (alias one)\n"
+            "ERROR: alias_copy: uniqueness constraint violated (alias one)\n");
+}
+
+TEST_F(Alias, AParentMayHeadSeveralLines) {
+  EXPECT_EQ(parse("one a"), 0);
+  EXPECT_EQ(parse("one b c"), 0);
+  EXPECT_EQ(parent("b"), "one");
+  EXPECT_EQ(parent("c"), "one");
+  EXPECT_EQ(chain("one"), Names{"a"}) << "of equal names the first added is found";
+  EXPECT_EQ(chain("b"), Names{"c"});
+}
+
+TEST_F(Alias, AnAliasMayHeadALineAndKeepsItsParent) {
+  EXPECT_EQ(parse("one a"), 0);
+  EXPECT_EQ(parse("a b"), 0);
+  EXPECT_EQ(parent("a"), "one");
+  EXPECT_EQ(parent("b"), "a");
+  EXPECT_EQ(chain("one"), (Names{"a", "b"}));
+}
+
+TEST_F(Alias, IterationVisitsTheChainAndReturnsNothing) {
+  EXPECT_EQ(parse("one a b c"), 0);
+  EXPECT_EQ(alias_iterate(p2a, "one"), nullptr);
+  EXPECT_EQ(alias_iterate(p2a, "unknown"), nullptr);
+}
+
+TEST_F(Alias, CopyAddsEqualNamesUnlessTheyMustBeUnique) {
+  parse("");
+  EXPECT_EQ(alias_copy(a2p, "name", "first", 1), 0);
+  EXPECT_EQ(alias_copy(a2p, "name", "second", 0), 0);
+  EXPECT_EQ(parent("name"), "first");
+  EXPECT_EQ(diagnostics.text(), "");
+  EXPECT_EQ(alias_copy(a2p, "name", "third", 1), -1);
+  EXPECT_EQ(diagnostics.text(), "ERROR: alias_copy: uniqueness constraint violated (alias name)\n");
+}
+
+TEST_F(Alias, CopyReportsAFailedInsertion) {
+  parse("");
+  host.fail_allocation = host.allocations + 1;
+  EXPECT_EQ(alias_copy(a2p, "name", "value", 0), -1);
+  EXPECT_EQ(diagnostics.text(), "ERROR: alias_copy: pblock insert failed\n");
+}
+
+TEST_F(Alias, AnAliasIsNeverPartOfAFormat) {
+  EXPECT_EQ(parse("p %s%n %s%n"), -1);
+  EXPECT_EQ(diagnostics.text(), "ERROR: alias_copy: uniqueness constraint violated (alias %s%n)\n");
+}
+
+TEST_F(Alias, FileHoldsALinePerParentAndComments) {
+  EXPECT_EQ(init("# p x\n"
+                 "\n"
+                 "one a b\r\n"
+                 "#two c\n"
+                 "  two\tc\n"
+                 " # d\n"
+                 "   \n"
+                 "three"),
+            0);
+  EXPECT_EQ(chain("one"), (Names{"a", "b"}));
+  EXPECT_EQ(chain("two"), Names{"c"});
+  EXPECT_EQ(parent("three"), "three");
+  EXPECT_EQ(parent("p"), "(none)");
+  EXPECT_EQ(parent("d"), "#") << "a comment begins in the first column";
+  EXPECT_EQ(diagnostics.text(), "");
+}
+
+TEST_F(Alias, AMalformedLineOfAFileLosesOnlyItsRest) {
+  EXPECT_EQ(init("one a\ntwo b a c\nthree d\n"), 0);
+  EXPECT_EQ(chain("one"), Names{"a"});
+  EXPECT_EQ(chain("two"), Names{"b"});
+  EXPECT_EQ(chain("three"), Names{"d"});
+  EXPECT_EQ(parent("c"), "(none)");
+  EXPECT_EQ(diagnostics.text(), "ERROR: alias_copy: uniqueness constraint violated (alias a)\n");
+}
+
+TEST_F(Alias, AnEmptyFileGivesEmptyMaps) {
+  EXPECT_EQ(init(""), 0);
+  EXPECT_NE(a2p, nullptr);
+  EXPECT_NE(p2a, nullptr);
+}
+
+TEST_F(Alias, LinesAreCutAtTheirLimit) {
+  const std::string longest = "p " + std::string(8191 - 2, 'a');
+  EXPECT_EQ(init(longest + "bc\nq d\n"), 0);
+  EXPECT_EQ(next("p"), std::string(8191 - 2, 'a'));
+  EXPECT_EQ(next("q"), "d");
+}
+
+TEST_F(Alias, AMissingFileGivesNoMaps) {
+  const std::string path = folder.path("missing");
+  a2p = p2a = reinterpret_cast<pblock *>(this);
+  EXPECT_EQ(alias_init(&a2p, &p2a, path.c_str()), -1);
+  EXPECT_EQ(a2p, nullptr);
+  EXPECT_EQ(p2a, nullptr);
+  EXPECT_EQ(diagnostics.text(), "ERROR: alias_init: Can't open " + path + ": No such file or directory\n");
+}
+
+TEST_F(Alias, WithoutMapsThereAreNoneGiven) {
+  const std::string path = folder.write("alias.conf", "one a\n");
+  for (const int refused : {1, 2}) {
+    host.fail_allocation = host.allocations + refused;
+    EXPECT_EQ(alias_init(&a2p, &p2a, path.c_str()), -1);
+    EXPECT_EQ(a2p, nullptr);
+    EXPECT_EQ(p2a, nullptr);
+  }
+  EXPECT_EQ(diagnostics.text(),
+            "ERROR: alias_init: pblock_create failed\n"
+            "ERROR: alias_init: pblock_create failed\n");
+}
+
+TEST_F(Alias, WithoutAReaderThereAreNoMaps) {
+  const std::string path = folder.write("alias.conf", "one a\n");
+  host.fail_allocation = host.allocations + 3;
+  EXPECT_EQ(alias_init(&a2p, &p2a, path.c_str()), -1);
+  EXPECT_EQ(a2p, nullptr);
+  EXPECT_EQ(p2a, nullptr);
+  EXPECT_EQ(diagnostics.text(), "ERROR: alias_init: Can't buffer " + path + "\n");
+}
+
+TEST_F(Alias, SurvivesTheFailureOfAnyAllocation) {
+  const std::string path = folder.write("alias.conf", "one a b\ntwo c\n");
+  for (long refused = 1;; ++refused) {
+    const long before = host.allocations;
+    host.fail_allocation = before + refused;
+    alias_init(&a2p, &p2a, path.c_str());
+    alias_destroy(a2p, p2a);
+    a2p = p2a = nullptr;
+    EXPECT_EQ(host.live_blocks, 0) << refused;
+    if (host.allocations < before + refused) break;
+  }
+}
+
+TEST_F(Alias, WritesNothingWhenTheLogIsOff) {
+  cslog_set_level(0);
+  EXPECT_EQ(alias_init(&a2p, &p2a, folder.path("missing").c_str()), -1);
+  EXPECT_EQ(parse("one a a"), -1);
+  EXPECT_EQ(diagnostics.text(), "");
+}
+
+TEST_F(Alias, DestroyIgnoresMapsThatAreNot) { alias_destroy(nullptr, nullptr); }
+
+}  // namespace
