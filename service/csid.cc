@@ -1,0 +1,161 @@
+#include "service/csid.h"
+
+#include <libcs/log.h>
+
+#include <cstring>
+
+#include "qxapi/guard.h"
+#include "service/alias.h"
+
+namespace {
+
+constexpr int table_size = 64;
+constexpr int max_services = table_size - 1;
+constexpr int service_slots = 7;
+constexpr int line_limit = 8192;
+
+/// One catalog service. The entry without a CSID ends the table.
+struct Service {
+  pblock *params;
+  char *csid;
+  pblock *a2p;
+  pblock *p2a;
+};
+
+/// Plain pointers: threads may still ask while the process exits, so only csid_terminate takes the registry down.
+Service services[table_size];
+char *default_service;
+
+/// How far the configuration file has been read.
+struct Loading {
+  const char *file;
+  int count;         // services stored
+  Service *current;  // the one that pairs are added to; null before the first and after one that was ignored
+};
+
+void release_services() {
+  for (Service *service = services; service->csid != nullptr; ++service) {
+    host_free(service->csid);
+    host_param_free(service->params);
+    alias_destroy(service->a2p, service->p2a);
+    *service = Service{};
+  }
+}
+
+const Service *find_service(const char *csid) {
+  if (csid == nullptr) return nullptr;
+  for (const Service *service = services; service->csid != nullptr; ++service)
+    if (std::strcmp(service->csid, csid) == 0) return service;
+  return nullptr;
+}
+
+void report_memory(const Loading &loading) {
+  CSLOG(CSLOG_ERROR, "csid", "csid_init: %s: Out of memory\n", loading.file);
+}
+
+void start_service(pblock_ptr params, const char *csid, Loading &loading) {
+  loading.current = nullptr;
+  if (loading.count == max_services) {
+    CSLOG(CSLOG_ERROR, "csid", "csid_init: %s: More than %d services, <CSID:%s> ignored\n", loading.file, max_services,
+          csid);
+    return;
+  }
+  host_text name(host_strdup(csid));
+  if (!name) return report_memory(loading);
+  loading.current = &services[loading.count++];
+  loading.current->params = params.release();
+  loading.current->csid = name.release();
+}
+
+void take_line(const char *line, Loading &loading) {
+  pblock_ptr pairs(host_param_create(service_slots));
+  if (!pairs || host_param_parse(line, pairs.get()) < 0) {
+    // It may have been the start of a service, so what follows is not added to the one before.
+    loading.current = nullptr;
+    return report_memory(loading);
+  }
+  if (const char *csid = host_param_find("csid", pairs.get()))
+    start_service(std::move(pairs), csid, loading);
+  else if (loading.current != nullptr && host_param_parse(line, loading.current->params) < 0)
+    report_memory(loading);
+}
+
+bool is_comment(const char *line) { return *line == '\0' || *line == '\n' || *line == '#'; }
+
+bool read_file(const char *path) {
+  const file_guard file(host_open_read(path));
+  if (!file) {
+    CSLOG(CSLOG_ERROR, "csid", "csid_init: %s: %s\n", path, host_last_error_text());
+    return false;
+  }
+  const reader_ptr reader(host_buffer_open(file.get(), line_limit));
+  if (!reader) {
+    CSLOG(CSLOG_ERROR, "csid", "csid_init: %s: Cannot buffer?\n", path);
+    return false;
+  }
+  Loading loading{path, 0, nullptr};
+  char line[line_limit];
+  while (host_getline(reader.get(), 0, line_limit, line) == 0)
+    if (!is_comment(line)) take_line(line, loading);
+  return true;
+}
+
+void load_aliases() {
+  for (Service *service = services; service->csid != nullptr; ++service) {
+    const char *path = host_param_find("alias-file", service->params);
+    if (path != nullptr && alias_init(&service->a2p, &service->p2a, path) != 0)
+      CSLOG(CSLOG_ERROR, "csid", "alias_init failed for %s\n", service->csid);
+  }
+}
+
+void check_default() {
+  const char *csid = default_service;
+  if (csid != nullptr && find_service(csid) == nullptr && std::strcmp(csid, "unknown") != 0)
+    CSLOG(CSLOG_ERROR, "csid", "Invalid default <CSID:%s>!\n", csid);
+}
+
+}  // namespace
+
+int csid_init(const char *file, const char *default_csid) noexcept {
+  if (csid_default(default_csid) == nullptr && default_csid != nullptr)
+    CSLOG(CSLOG_WARNING, "csid", "No default CSID?\n");
+  release_services();
+  if (file == nullptr) {
+    CSLOG(CSLOG_ERROR, "csid", "csid_init: No filename for csid.conf?\n");
+    return -1;
+  }
+  if (!read_file(file)) return -1;
+  load_aliases();
+  check_default();
+  return 0;
+}
+
+void csid_terminate(void) noexcept {
+  release_services();
+  host_free(std::exchange(default_service, nullptr));
+}
+
+pblock *csid_find(const char *csid) noexcept {
+  const Service *service = find_service(csid);
+  return service == nullptr ? nullptr : service->params;
+}
+
+char *csid_findval(const char *name, const char *csid) noexcept {
+  const pblock *params = csid_find(csid);
+  return params == nullptr ? nullptr : host_param_find(name, params);
+}
+
+pblock *csid_finda2p(const char *csid) noexcept {
+  const Service *service = find_service(csid);
+  return service == nullptr ? nullptr : service->a2p;
+}
+
+pblock *csid_findp2a(const char *csid) noexcept {
+  const Service *service = find_service(csid);
+  return service == nullptr ? nullptr : service->p2a;
+}
+
+char *csid_default(const char *csid) noexcept {
+  if (csid != nullptr) host_free(std::exchange(default_service, host_strdup(csid)));
+  return default_service;
+}
