@@ -21,6 +21,7 @@
 #include "libcs/log_owner.h"
 #include "qxapi/guard.h"
 #include "support/diagnostics.h"
+#include "support/environment.h"
 #include "support/files.h"
 #include "support/memory_host.h"
 
@@ -196,29 +197,6 @@ TEST_F(Log, ProcessIdIsRightAlignedInFivePlaces) {
                                    "( {0,4}[0-9]+)@5: ERROR: Cannot find temporary filename\\?\n"));
 }
 
-/// Environment sets a variable for its scope, and the time zone with it.
-class Environment {
- public:
-  Environment(const char *name, const char *value) : name_(name) {
-    if (const char *before = std::getenv(name)) before_ = before;
-    ::setenv(name, value, 1);
-    ::tzset();
-  }
-  Environment(const Environment &) = delete;
-  Environment &operator=(const Environment &) = delete;
-  ~Environment() {
-    if (before_.empty())
-      ::unsetenv(name_);
-    else
-      ::setenv(name_, before_.c_str(), 1);
-    ::tzset();
-  }
-
- private:
-  const char *name_;
-  std::string before_;
-};
-
 std::string stamp_of(time_t t) {
   struct tm local;
   ::localtime_r(&t, &local);
@@ -228,7 +206,7 @@ std::string stamp_of(time_t t) {
 }
 
 TEST_F(Log, StampIsLocalTime) {
-  Environment zone("TZ", "XYZ-13:45");
+  const support::Environment zone("TZ", "XYZ-13:45");
   cslog_init(1, path_.c_str());
   const time_t before = std::time(nullptr);
   CSLOG(CSLOG_NOTE, "adt", "now\n");

@@ -106,6 +106,8 @@ void report_error(int degree, const char *function, Session *, Request *, const 
   record.reports.push_back(std::to_string(degree) + " " + function + ": " + text);
 }
 
+}  // namespace
+
 qxapi_host memory_host() {
   qxapi_host host = posix();
   host.alloc = counting_alloc;
@@ -126,8 +128,6 @@ qxapi_host memory_host() {
   host.report_error = report_error;
   return host;
 }
-
-}  // namespace
 
 void bind_memory_host() {
   record = HostRecord{};

@@ -31,6 +31,8 @@ struct HostRecord {
 /// bind_memory_host puts the host into force and empties its record.
 void bind_memory_host();
 HostRecord &host_record();
+/// memory_host returns the host's table, for tests that replace an operation of it and bind the result.
+qxapi_host memory_host();
 
 /// HostTest runs each test on a fresh memory host and ends by asserting that every block was released.
 class HostTest : public ::testing::Test {

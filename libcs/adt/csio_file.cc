@@ -1,0 +1,137 @@
+#include "libcs/adt/csio_file.h"
+
+#include <sys/random.h>
+
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include <libcs/log.h>
+
+#include "qxapi/guard.h"
+
+namespace csio_file {
+namespace {
+
+constexpr int32_t block_size = 4096;
+
+enum class OpenMode { append, read, write };
+
+void open_file(csio &io, OpenMode mode) {
+  io.fd = -1;
+  if (io.filename == nullptr) return;
+  switch (mode) {
+    case OpenMode::append:
+      io.fd = host_open_append(io.filename);
+      break;
+    case OpenMode::read:
+      io.fd = host_open_read(io.filename);
+      break;
+    case OpenMode::write:
+      io.fd = host_open_write(io.filename);
+  }
+}
+
+bool is_folder(const char *path) {
+  struct stat status;
+  return host_stat(path, &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+const char *temporary_folder() {
+  const char *folder = ::secure_getenv("TMPDIR");
+  if (folder != nullptr && is_folder(folder)) return folder;
+  return is_folder(P_tmpdir) ? P_tmpdir : nullptr;
+}
+
+/// A new path in the temporary folder, or null. Its 64 random bits can be neither guessed nor met twice.
+host_text temporary_name() {
+  const char *folder = temporary_folder();
+  unsigned long long number;
+  char path[PATH_MAX];
+  if (folder == nullptr || std::strlen(folder) + sizeof "/csio0123456789abcdef" > sizeof path ||
+      ::getrandom(&number, sizeof number, 0) != sizeof number) {
+    CSLOG(CSLOG_ERROR, "adt", "Cannot find temporary filename?\n");
+    return nullptr;
+  }
+  host_format(path, sizeof path, "%s/csio%016llx", folder, number);
+  return host_text(host_strdup(path));
+}
+
+bool set_temporary_file(csio &io) {
+  io.filename = temporary_name().release();
+  if (io.filename == nullptr) {
+    CSLOG(CSLOG_ERROR, "adt", "csio_append: Cannot set temporary file?\n");
+    return false;
+  }
+  io.remove_file = 1;
+  return true;
+}
+
+bool make_block(csio &io) {
+  if (io.wbuf != nullptr) return true;
+  io.wbuf = static_cast<unsigned char *>(host_alloc(block_size));
+  if (io.wbuf != nullptr) std::memset(io.wbuf, 0xFF, block_size);
+  return io.wbuf != nullptr;
+}
+
+int32_t read_at(host_fd fd, uint32_t position, void *destination, int32_t count) {
+  return host_seek(fd, position, SEEK_SET) == -1 ? -1 : host_read(fd, destination, count);
+}
+
+}  // namespace
+
+bool open_to_append(csio &io) noexcept {
+  if (io.filename == nullptr && !set_temporary_file(io)) return false;
+  if (io.fd != -1) return true;
+  // A file that was released with bytes in it goes on where it ended.
+  const bool has_bytes = io.length > static_cast<uint32_t>(io.wbuf_len);
+  open_file(io, has_bytes ? OpenMode::append : OpenMode::write);
+  if (io.fd == -1) CSLOG(CSLOG_ERROR, "adt", "csio_append: %s: %s\n", io.filename, host_last_error_text());
+  return io.fd != -1;
+}
+
+int32_t store(csio &io, const unsigned char *bytes, int32_t count) noexcept {
+  if (count >= block_size - io.wbuf_len) flush(io);
+  if (count >= block_size) return host_write(io.fd, bytes, count) == 1 ? count : 0;
+  if (!make_block(io)) return 0;
+  std::memcpy(io.wbuf + io.wbuf_len, bytes, static_cast<size_t>(count));
+  io.wbuf_len += count;
+  return count;
+}
+
+void flush(csio &io) noexcept {
+  if (io.fd != -1 && io.wbuf != nullptr && io.wbuf_len >= 1) host_write(io.fd, io.wbuf, io.wbuf_len);
+  io.wbuf_len = 0;
+}
+
+int32_t read(csio &io, void *destination, int32_t count) noexcept {
+  if (io.filename == nullptr) return -1;
+  if (io.finished == 0) {
+    // The buffer's own descriptor stays at the end, where the next bytes go.
+    flush(io);
+    const file_guard file(host_open_read(io.filename));
+    return read_at(file.get(), io.position, destination, count);
+  }
+  if (io.fd == -1) open_file(io, OpenMode::read);
+  return read_at(io.fd, io.position, destination, count);
+}
+
+void close(csio &io) noexcept {
+  if (io.fd == -1) return;
+  host_close(io.fd);
+  io.fd = -1;
+}
+
+void discard(csio &io) noexcept {
+  close(io);
+  if (io.remove_file != 0 && io.filename != nullptr) host_unlink(io.filename);
+  host_free(io.filename);
+  host_free(io.wbuf);
+  io.filename = nullptr;
+  io.wbuf = nullptr;
+  io.wbuf_len = 0;
+  io.remove_file = 0;
+}
+
+}  // namespace csio_file

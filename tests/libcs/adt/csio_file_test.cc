@@ -1,0 +1,684 @@
+#include <libcs/adt.h>
+#include <libcs/log.h>
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "libcs/guard.h"
+#include "support/diagnostics.h"
+#include "support/environment.h"
+#include "support/memory_host.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::MatchesRegex;
+
+constexpr uint32_t memory = 0x01, file = 0x10, both = 0x11;
+
+std::vector<std::string> calls;
+bool fail_writes = false;
+
+int recording_write(host_fd fd, const void *bytes, int32_t n) {
+  calls.push_back("write " + std::to_string(n));
+  return fail_writes ? 0 : qxapi_posix_host()->write(fd, bytes, n);
+}
+host_fd recording_open_write(const char *path) {
+  calls.emplace_back("open_write");
+  return qxapi_posix_host()->open_write(path);
+}
+host_fd recording_open_read(const char *path) {
+  calls.emplace_back("open_read");
+  return qxapi_posix_host()->open_read(path);
+}
+host_fd recording_open_append(const char *path) {
+  calls.emplace_back("open_append");
+  return qxapi_posix_host()->open_append(path);
+}
+host_fd refusing_open_write(const char *) {
+  errno = EMFILE;
+  return -1;
+}
+int failing_stat(const char *, struct stat *) { return -1; }
+
+std::string pattern(size_t size) {
+  std::string bytes(size, '\0');
+  for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>(i * 7 % 251);
+  return bytes;
+}
+
+int append(const csio_ptr &io, const std::string &bytes) {
+  return csio_append(io.get(), bytes.data(), static_cast<int32_t>(bytes.size()));
+}
+
+std::string copy(const csio_ptr &io, int32_t n) {
+  std::string bytes(static_cast<size_t>(n), '?');
+  const int32_t count = csio_copy(io.get(), bytes.data(), n);
+  bytes.resize(static_cast<size_t>(std::max(count, 0)));
+  return bytes;
+}
+
+csio_ptr make_file_buffer() {
+  csio_ptr io = make_csio();
+  io->flags = file;
+  return io;
+}
+
+/// CsioFile has a temporary folder of its own and a host that records writes and opened files.
+class CsioFile : public support::HostTest {
+ protected:
+  CsioFile() {
+    calls.clear();
+    fail_writes = false;
+    table.write = recording_write;
+    table.open_write = recording_open_write;
+    table.open_read = recording_open_read;
+    table.open_append = recording_open_append;
+    qxapi_bind(&table);
+  }
+  void TearDown() override {
+    EXPECT_THAT(files(), IsEmpty()) << "a temporary file was left behind";
+    HostTest::TearDown();
+  }
+
+  std::vector<std::string> files() const {
+    std::vector<std::string> names;
+    for (const auto &entry : std::filesystem::directory_iterator(folder.path())) names.push_back(entry.path());
+    return names;
+  }
+
+  support::Diagnostics log;
+  support::TemporaryFolder folder;
+  std::string folder_path = folder.path();
+  support::Environment environment{"TMPDIR", folder_path.c_str()};
+  qxapi_host table = support::memory_host();
+};
+
+TEST_F(CsioFile, StreamPastTheCeilingMovesToAFile) {
+  const csio_ptr io = make_csio(32768);
+  std::string expected;
+  for (int piece = 0; piece < 400; ++piece) {
+    const std::string bytes = pattern(100 + static_cast<size_t>(piece)).substr(static_cast<size_t>(piece));
+    EXPECT_EQ(append(io, bytes), 100);
+    expected += bytes;
+    // 32700 bytes and the NUL fit 32768; with the next piece the capacity would grow past the ceiling.
+    EXPECT_EQ(io->flags, piece < 327 ? memory : file) << piece;
+  }
+  EXPECT_EQ(io->length, 40000u);
+  EXPECT_EQ(io->data, nullptr);
+  EXPECT_EQ(io->capacity, 0u);
+  EXPECT_EQ(copy(io, 50000), expected);
+  csio_rewind(io.get());
+  EXPECT_EQ(support::read_file(io->filename), expected);
+}
+
+TEST_F(CsioFile, CeilingIsComparedWithTheGrownCapacity) {
+  const csio_ptr io = make_csio(4095);
+  append(io, "x");  // one byte, but a step of 4096
+  EXPECT_EQ(io->flags, file);
+  EXPECT_EQ(copy(io, 10), "x");
+}
+
+TEST_F(CsioFile, TemporaryFileIsPrivateAndNamedAfterTheBuffer) {
+  const csio_ptr io = make_file_buffer();
+  append(io, "text");
+  EXPECT_THAT(io->filename, MatchesRegex(folder_path + "/csio[0-9a-f]{16}"));
+  EXPECT_EQ(io->remove_file, 1);
+  struct stat status;
+  ASSERT_EQ(::stat(io->filename, &status), 0);
+  EXPECT_EQ(status.st_mode & 0777u, 0600u);
+  EXPECT_NE(::fcntl(io->fd, F_GETFD) & FD_CLOEXEC, 0);
+  EXPECT_THAT(files(), ElementsAre(io->filename));
+  EXPECT_THAT(calls, ElementsAre("open_write"));
+}
+
+TEST_F(CsioFile, EveryBufferHasAFileOfItsOwn) {
+  const csio_ptr first = make_file_buffer(), second = make_file_buffer();
+  append(first, "one");
+  append(second, "two");
+  EXPECT_STRNE(first->filename, second->filename);
+  EXPECT_EQ(copy(first, 10), "one");
+  EXPECT_EQ(copy(second, 10), "two");
+}
+
+TEST_F(CsioFile, SmallAppendsGatherInTheBlock) {
+  const csio_ptr io = make_file_buffer();
+  EXPECT_EQ(append(io, pattern(4095)), 4095);
+  EXPECT_EQ(io->wbuf_len, 4095);
+  EXPECT_EQ(io->wbuf[4095], 0xFF);
+  EXPECT_EQ(support::read_file(io->filename), "");
+  EXPECT_EQ(append(io, "yz"), 2);
+  EXPECT_EQ(io->wbuf_len, 2);
+  EXPECT_EQ(support::read_file(io->filename), pattern(4095));
+  EXPECT_EQ(io->length, 4097u);
+  EXPECT_THAT(calls, ElementsAre("open_write", "write 4095"));
+}
+
+TEST_F(CsioFile, BytesThatFillTheBlockExactlyWriteItOutFirst) {
+  const csio_ptr io = make_file_buffer();
+  append(io, pattern(4000));
+  append(io, pattern(96));
+  EXPECT_EQ(io->wbuf_len, 96);
+  EXPECT_THAT(calls, ElementsAre("open_write", "write 4000"));
+}
+
+TEST_F(CsioFile, AppendsOfABlockGoStraightToTheFile) {
+  const csio_ptr io = make_file_buffer();
+  EXPECT_EQ(append(io, pattern(4096)), 4096);
+  EXPECT_EQ(io->wbuf, nullptr);
+  EXPECT_EQ(append(io, "small"), 5);
+  EXPECT_EQ(append(io, pattern(10000)), 10000);
+  EXPECT_EQ(io->wbuf_len, 0);
+  EXPECT_EQ(support::read_file(io->filename), pattern(4096) + "small" + pattern(10000));
+  EXPECT_THAT(calls, ElementsAre("open_write", "write 4096", "write 5", "write 10000"));
+}
+
+TEST_F(CsioFile, ManySmallAppendsCostFewWrites) {
+  const csio_ptr io = make_file_buffer();
+  for (int i = 0; i < 4096; ++i) append(io, "0123456789");
+  EXPECT_EQ(std::count_if(calls.begin(), calls.end(), [](const std::string &c) { return c.starts_with("write"); }), 10);
+}
+
+TEST_F(CsioFile, NullBytesWriteTheBlockOut) {
+  const csio_ptr io = make_file_buffer();
+  append(io, "waiting");
+  EXPECT_EQ(csio_append(io.get(), nullptr, 0), 0);
+  EXPECT_EQ(io->wbuf_len, 0);
+  EXPECT_EQ(io->length, 7u);
+  EXPECT_EQ(support::read_file(io->filename), "waiting");
+  EXPECT_EQ(csio_append(io.get(), nullptr, 0), 0);
+  EXPECT_THAT(calls, ElementsAre("open_write", "write 7"));
+}
+
+TEST_F(CsioFile, CountsBelowOneChangeNothing) {
+  const csio_ptr io = make_file_buffer();
+  EXPECT_EQ(csio_append(io.get(), "bytes", 0), 0);
+  EXPECT_EQ(csio_append(io.get(), "bytes", -4), 0);
+  EXPECT_EQ(io->filename, nullptr);
+  EXPECT_EQ(io->length, 0u);
+}
+
+TEST_F(CsioFile, IncreaseLeavesAFileAlone) {
+  const csio_ptr io = make_file_buffer();
+  csio_increase(io.get(), 100);
+  EXPECT_EQ(io->capacity, 0u);
+  EXPECT_EQ(io->data, nullptr);
+}
+
+TEST_F(CsioFile, WithoutAFolderThereIsNoTemporaryName) {
+  const csio_ptr io = make_file_buffer();
+  table.stat = failing_stat;
+  qxapi_bind(&table);
+  for (int attempt = 0; attempt < 2; ++attempt) EXPECT_EQ(append(io, "lost"), 0);
+  const std::string messages =
+      "ERROR: Cannot find temporary filename?\n"
+      "ERROR: csio_append: Cannot set temporary file?\n";
+  EXPECT_EQ(log.text(), messages + messages);
+  EXPECT_EQ(io->length, 0u);
+  EXPECT_EQ(io->flags, file);
+  EXPECT_EQ(io->remove_file, 0);
+  table.stat = qxapi_posix_host()->stat;
+  qxapi_bind(&table);
+  EXPECT_EQ(append(io, "kept"), 4);
+  EXPECT_EQ(copy(io, 10), "kept");
+}
+
+TEST_F(CsioFile, FolderWithoutRoomForANameIsNoTemporaryName) {
+  std::string deep = folder_path;
+  while (deep.size() + 201 < 4080) deep += "/" + std::string(200, 'd');
+  deep += "/" + std::string(4080 - deep.size() - 1, 'd');
+  ASSERT_TRUE(std::filesystem::create_directories(deep));
+  {
+    const support::Environment too_long("TMPDIR", deep.c_str());
+    const csio_ptr io = make_file_buffer();
+    EXPECT_EQ(append(io, "lost"), 0);
+  }
+  EXPECT_EQ(log.text(),
+            "ERROR: Cannot find temporary filename?\n"
+            "ERROR: csio_append: Cannot set temporary file?\n");
+  std::filesystem::remove_all(folder_path + "/" + std::string(200, 'd'));
+}
+
+TEST_F(CsioFile, UnusableTmpdirGivesWayToTheSystemsFolder) {
+  for (const char *value : {"/no/such/folder", static_cast<const char *>(nullptr)}) {
+    const support::Environment other("TMPDIR", value);
+    const csio_ptr io = make_file_buffer();
+    EXPECT_EQ(append(io, "text"), 4);
+    EXPECT_THAT(io->filename, MatchesRegex("/tmp/csio[0-9a-f]{16}"));
+  }
+}
+
+TEST_F(CsioFile, NameThatCannotBeKeptIsReported) {
+  const csio_ptr io = make_file_buffer();
+  host.fail_allocation = host.allocations + 1;
+  EXPECT_EQ(append(io, "lost"), 0);
+  EXPECT_EQ(log.text(), "ERROR: csio_append: Cannot set temporary file?\n");
+  EXPECT_EQ(io->length, 0u);
+}
+
+TEST_F(CsioFile, FileThatCannotBeOpenedIsReported) {
+  const csio_ptr io = make_file_buffer();
+  const std::string path = folder.path("missing/file");
+  io->filename = host_strdup(path.c_str());
+  EXPECT_EQ(append(io, "lost"), 0);
+  EXPECT_EQ(log.text(), "ERROR: csio_append: " + path + ": No such file or directory\n");
+  EXPECT_EQ(io->length, 0u);
+  EXPECT_EQ(io->remove_file, 0);
+}
+
+TEST_F(CsioFile, TemporaryFileThatCannotBeOpenedIsTriedAgain) {
+  const csio_ptr io = make_file_buffer();
+  table.open_write = refusing_open_write;
+  qxapi_bind(&table);
+  EXPECT_EQ(append(io, "lost"), 0);
+  EXPECT_EQ(log.text(), std::string("ERROR: csio_append: ") + io->filename + ": Too many open files\n");
+  table.open_write = recording_open_write;
+  qxapi_bind(&table);
+  EXPECT_EQ(append(io, "kept"), 4);
+  EXPECT_EQ(copy(io, 10), "kept");
+}
+
+TEST_F(CsioFile, ErrorsAreSilentAtLevelZero) {
+  const csio_ptr io = make_file_buffer();
+  cslog_set_level(0);
+  table.stat = failing_stat;
+  qxapi_bind(&table);
+  EXPECT_EQ(append(io, "lost"), 0);
+  EXPECT_EQ(log.text(), "");
+}
+
+TEST_F(CsioFile, FailedDirectWriteCountsInTheLength) {
+  const csio_ptr io = make_file_buffer();
+  fail_writes = true;
+  EXPECT_EQ(append(io, pattern(4096)), 0);
+  EXPECT_EQ(io->length, 4096u);
+}
+
+TEST_F(CsioFile, FailedFlushIsNotReported) {
+  const csio_ptr io = make_file_buffer();
+  fail_writes = true;
+  EXPECT_EQ(append(io, "text"), 4);
+  EXPECT_EQ(csio_append(io.get(), nullptr, 0), 0);
+  EXPECT_EQ(io->wbuf_len, 0);
+  EXPECT_EQ(io->length, 4u);
+  EXPECT_EQ(log.text(), "");
+}
+
+TEST_F(CsioFile, BytesWithoutABlockCountInTheLength) {
+  const csio_ptr io = make_file_buffer();
+  host.fail_allocation = host.allocations + 2;  // after the file name
+  EXPECT_EQ(append(io, "lost"), 0);
+  EXPECT_EQ(io->length, 4u);
+  EXPECT_EQ(append(io, "kept"), 4);
+}
+
+TEST_F(CsioFile, LengthNeverWraps) {
+  const csio_ptr io = make_file_buffer();
+  append(io, "1");
+  io->length = UINT32_MAX - 5;
+  EXPECT_EQ(append(io, "123456"), 0);
+  EXPECT_EQ(io->length, UINT32_MAX - 5);
+  EXPECT_EQ(log.text(), "ERROR: csio_append: No room for 6 bytes after 4294967290?\n");
+  EXPECT_EQ(append(io, "12345"), 5);
+  EXPECT_EQ(io->length, UINT32_MAX);
+  EXPECT_EQ(append(io, "1"), 0);
+}
+
+TEST_F(CsioFile, FinishReleasesTheDescriptorAndKeepsTheFile) {
+  const csio_ptr io = make_file_buffer();
+  append(io, "text");
+  EXPECT_EQ(csio_finish(io.get()), 0);
+  EXPECT_EQ(io->fd, -1);
+  EXPECT_EQ(support::read_file(io->filename), "text");
+  EXPECT_EQ(csio_finish(io.get()), 0);
+  EXPECT_EQ(append(io, "more"), 0);
+  EXPECT_EQ(log.text(), "WARNING: CSIO Buffer was already closed to writing?\n");
+}
+
+TEST_F(CsioFile, FinishedFileIsReopenedForReadingOnce) {
+  const csio_ptr io = make_file_buffer();
+  append(io, pattern(9000));
+  csio_finish(io.get());
+  calls.clear();
+  EXPECT_EQ(copy(io, 5000), pattern(9000).substr(0, 5000));
+  EXPECT_EQ(copy(io, 5000), pattern(9000).substr(5000));
+  EXPECT_EQ(copy(io, 5000), "");
+  csio_rewind(io.get());
+  EXPECT_EQ(copy(io, 10), pattern(10));
+  EXPECT_THAT(calls, ElementsAre("open_read"));
+}
+
+TEST_F(CsioFile, UnfinishedFileCanBeRead) {
+  const csio_ptr io = make_file_buffer();
+  append(io, "waiting");
+  EXPECT_EQ(copy(io, 4), "wait");
+  append(io, " more");
+  EXPECT_EQ(copy(io, 100), "ing more");
+  append(io, pattern(5000));
+  EXPECT_EQ(copy(io, 100), pattern(100));
+  EXPECT_EQ(append(io, "end"), 3);
+  csio_finish(io.get());
+  EXPECT_EQ(support::read_file(io->filename), "waiting more" + pattern(5000) + "end");
+}
+
+TEST_F(CsioFile, CopyNeverReadsPastTheEnd) {
+  const csio_ptr io = make_file_buffer();
+  append(io, "text");
+  char untouched = '!';
+  for (const uint32_t position : {4u, 5u, UINT32_MAX}) {
+    io->position = position;
+    EXPECT_EQ(csio_copy(io.get(), &untouched, 10), 0);
+  }
+  io->position = 0;
+  EXPECT_EQ(csio_copy(io.get(), &untouched, -1), 0);
+  EXPECT_EQ(untouched, '!');
+}
+
+TEST_F(CsioFile, FileThatCannotBeReadAnswersMinusOne) {
+  char bytes[10];
+  const csio_ptr io = make_file_buffer();
+  io->length = 4;
+  EXPECT_EQ(csio_copy(io.get(), bytes, 10), -1) << "without a file";
+  io->length = 0;
+  append(io, "text");
+  ::unlink(io->filename);
+  EXPECT_EQ(csio_copy(io.get(), bytes, 10), -1) << "unfinished";
+  csio_finish(io.get());
+  EXPECT_EQ(csio_copy(io.get(), bytes, 10), -1) << "finished";
+  EXPECT_EQ(io->position, 0u);
+}
+
+TEST_F(CsioFile, FileShorterThanTheLengthReadsAsFarAsItGoes) {
+  const csio_ptr io = make_file_buffer();
+  append(io, "text");
+  csio_finish(io.get());
+  io->length = 10;
+  EXPECT_EQ(copy(io, 10), "text");
+  EXPECT_EQ(io->position, 4u);
+  EXPECT_EQ(copy(io, 10), "");
+}
+
+TEST_F(CsioFile, RewindWritesTheBlockOut) {
+  const csio_ptr io = make_file_buffer();
+  append(io, "waiting");
+  csio_rewind(io.get());
+  EXPECT_EQ(support::read_file(io->filename), "waiting");
+}
+
+TEST_F(CsioFile, ReleasedFileGoesOnWhereItEnded) {
+  const csio_ptr io = make_file_buffer();
+  append(io, "before ");
+  EXPECT_EQ(csio_releasefd(io.get()), 0);
+  EXPECT_EQ(io->fd, -1);
+  EXPECT_EQ(csio_releasefd(io.get()), 0);
+  EXPECT_EQ(support::read_file(io->filename), "before ");
+  EXPECT_EQ(append(io, "after"), 5);
+  EXPECT_EQ(copy(io, 20), "before after");
+  EXPECT_THAT(calls, ElementsAre("open_write", "write 7", "open_append", "write 5", "open_read"));
+}
+
+TEST_F(CsioFile, OwnersFileIsReadAndNotRemoved) {
+  const std::string path = folder.write("owned", "the owner's bytes");
+  {
+    const csio_ptr io = make_csio(32768);
+    csio_reset(io.get());
+    io->flags = file;
+    io->filename = host_strdup(path.c_str());
+    io->remove_file = 0;
+    io->length = 17;
+    EXPECT_EQ(copy(io, 4), "the ");
+    csio_finish(io.get());
+    EXPECT_EQ(copy(io, 100), "owner's bytes");
+    csio_reset(io.get());
+    EXPECT_EQ(io->filename, nullptr);
+  }
+  EXPECT_EQ(support::read_file(path), "the owner's bytes");
+  EXPECT_THAT(calls, ::testing::Not(::testing::Contains("open_write")));
+  ::unlink(path.c_str());
+}
+
+TEST_F(CsioFile, OwnersFileIsNotEmptiedByAnAppend) {
+  const std::string path = folder.write("owned", "owned");
+  {
+    const csio_ptr io = make_file_buffer();
+    io->filename = host_strdup(path.c_str());
+    io->length = 5;
+    EXPECT_EQ(append(io, " and more"), 9);
+  }
+  EXPECT_EQ(support::read_file(path), "owned") << "what waits is discarded with the buffer";
+  ::unlink(path.c_str());
+}
+
+TEST_F(CsioFile, ResetRemovesTheFileAndStaysFileBacked) {
+  const csio_ptr io = make_csio(4096);
+  append(io, pattern(5000));
+  csio_finish(io.get());
+  copy(io, 10);
+  const std::string first = io->filename;
+  csio_reset(io.get());
+  EXPECT_FALSE(support::file_exists(first));
+  EXPECT_EQ(io->flags, file);
+  EXPECT_EQ(io->length, 0u);
+  EXPECT_EQ(io->position, 0u);
+  EXPECT_EQ(io->finished, 0);
+  EXPECT_EQ(io->filename, nullptr);
+  EXPECT_EQ(io->fd, -1);
+  EXPECT_EQ(io->wbuf, nullptr);
+  EXPECT_EQ(io->wbuf_len, 0);
+  EXPECT_EQ(io->remove_file, 0);
+  EXPECT_EQ(io->max_memory, 4096u);
+  EXPECT_EQ(append(io, "again"), 5);
+  EXPECT_NE(io->filename, first);
+  EXPECT_EQ(copy(io, 10), "again");
+}
+
+TEST_F(CsioFile, ConvertMovesTheBytes) {
+  for (const size_t size : {1, 4095, 4096, 20000}) {
+    const csio_ptr io = make_csio();
+    append(io, pattern(size));
+    EXPECT_EQ(csio_convert2file(io.get()), 0);
+    EXPECT_EQ(io->flags, file);
+    EXPECT_EQ(io->data, nullptr);
+    EXPECT_EQ(io->capacity, 0u);
+    EXPECT_EQ(io->length, size);
+    EXPECT_EQ(io->finished, 0);
+    EXPECT_EQ(support::read_file(io->filename), pattern(size));
+    append(io, " and more");
+    EXPECT_EQ(copy(io, 30000), pattern(size) + " and more");
+  }
+}
+
+TEST_F(CsioFile, ConvertOfAnEmptyBufferWaitsForBytes) {
+  const csio_ptr io = make_csio();
+  EXPECT_EQ(csio_convert2file(io.get()), 0);
+  EXPECT_EQ(io->flags, file);
+  EXPECT_EQ(io->filename, nullptr);
+  append(io, "text");
+  EXPECT_EQ(copy(io, 10), "text");
+}
+
+TEST_F(CsioFile, ConvertKeepsABufferFinished) {
+  const csio_ptr io = make_csio();
+  append(io, "text");
+  csio_finish(io.get());
+  EXPECT_EQ(csio_convert2file(io.get()), 0);
+  EXPECT_EQ(io->finished, 1);
+  EXPECT_EQ(support::read_file(io->filename), "text");
+  EXPECT_EQ(append(io, "more"), 0);
+  EXPECT_EQ(copy(io, 10), "text");
+}
+
+TEST_F(CsioFile, ConvertKeepsThePosition) {
+  const csio_ptr io = make_csio();
+  append(io, "abcdef");
+  copy(io, 2);
+  csio_convert2file(io.get());
+  EXPECT_EQ(copy(io, 10), "cdef");
+}
+
+TEST_F(CsioFile, ConvertOfAFileDoesNothing) {
+  const csio_ptr io = make_file_buffer();
+  append(io, "text");
+  EXPECT_EQ(csio_convert2file(io.get()), 0);
+  EXPECT_EQ(io->wbuf_len, 4);
+}
+
+TEST_F(CsioFile, ConvertWithoutATemporaryNameLosesTheBytes) {
+  const csio_ptr io = make_csio();
+  append(io, "lost");
+  table.stat = failing_stat;
+  qxapi_bind(&table);
+  EXPECT_EQ(csio_convert2file(io.get()), 0);
+  EXPECT_EQ(io->flags, file);
+  EXPECT_EQ(io->filename, nullptr);
+  EXPECT_EQ(io->length, 0u);
+  EXPECT_EQ(io->data, nullptr);
+  EXPECT_EQ(log.text(),
+            "ERROR: Cannot find temporary filename?\n"
+            "ERROR: csio_append: Cannot set temporary file?\n");
+}
+
+TEST_F(CsioFile, ConvertOfBytesLostToMemoryLeavesAnEmptyFile) {
+  const csio_ptr io = make_csio();
+  host.fail_allocation = host.allocations + 1;
+  append(io, "lost");
+  EXPECT_EQ(csio_convert2file(io.get()), 0);
+  EXPECT_EQ(io->length, 0u);
+  append(io, "kept");
+  EXPECT_EQ(copy(io, 10), "kept");
+}
+
+TEST_F(CsioFile, DuplicateKeepsTheMemory) {
+  for (const size_t size : {1, 4095, 4096, 20000}) {
+    const csio_ptr io = make_csio();
+    append(io, pattern(size));
+    EXPECT_EQ(csio_dup2file(io.get()), 0);
+    EXPECT_EQ(io->flags, both);
+    EXPECT_EQ(io->length, size);
+    EXPECT_EQ(io->finished, 1);
+    EXPECT_EQ(support::read_file(io->filename), pattern(size));
+    support::write_file(io->filename, "other");
+    EXPECT_EQ(copy(io, 30000), pattern(size)) << "memory wins";
+    EXPECT_EQ(append(io, "more"), 0);
+  }
+}
+
+TEST_F(CsioFile, DuplicateOfAFinishedBuffer) {
+  const csio_ptr io = make_csio();
+  append(io, "text");
+  csio_finish(io.get());
+  EXPECT_EQ(csio_dup2file(io.get()), 0);
+  EXPECT_EQ(support::read_file(io->filename), "text");
+  EXPECT_EQ(log.text(), "");
+}
+
+TEST_F(CsioFile, DuplicateOfAnEmptyBufferHasNoFile) {
+  const csio_ptr io = make_csio();
+  EXPECT_EQ(csio_dup2file(io.get()), 0);
+  EXPECT_EQ(io->flags, both);
+  EXPECT_EQ(io->filename, nullptr);
+  EXPECT_EQ(io->finished, 1);
+}
+
+TEST_F(CsioFile, DuplicateAnswersTheFlagsOfABufferWithAFile) {
+  const csio_ptr io = make_csio();
+  append(io, "text");
+  csio_dup2file(io.get());
+  EXPECT_EQ(csio_dup2file(io.get()), 0x11);
+  EXPECT_EQ(csio_convert2file(io.get()), 0);
+  EXPECT_EQ(io->flags, both);
+  const csio_ptr in_file = make_file_buffer();
+  append(in_file, "text");
+  EXPECT_EQ(csio_dup2file(in_file.get()), 0x10);
+  EXPECT_EQ(in_file->finished, 0);
+}
+
+TEST_F(CsioFile, DuplicateWithoutATemporaryNameKeepsTheMemory) {
+  const csio_ptr io = make_csio();
+  append(io, "text");
+  table.stat = failing_stat;
+  qxapi_bind(&table);
+  EXPECT_EQ(csio_dup2file(io.get()), 0);
+  EXPECT_EQ(io->flags, both);
+  EXPECT_EQ(io->filename, nullptr);
+  EXPECT_EQ(io->length, 4u);
+  EXPECT_EQ(copy(io, 10), "text");
+}
+
+TEST_F(CsioFile, ReleaseAfterADuplicateKeepsTheFile) {
+  const csio_ptr io = make_csio();
+  append(io, "text");
+  csio_dup2file(io.get());
+  EXPECT_EQ(csio_releasefd(io.get()), 0);
+  EXPECT_EQ(io->fd, -1);
+  EXPECT_EQ(support::read_file(io->filename), "text");
+}
+
+TEST_F(CsioFile, ResetAfterADuplicateGrowsInMemoryPastTheCeiling) {
+  const csio_ptr io = make_csio(8192);
+  append(io, "text");
+  csio_dup2file(io.get());
+  const std::string first = io->filename;
+  csio_reset(io.get());
+  EXPECT_FALSE(support::file_exists(first));
+  EXPECT_EQ(io->flags, both);
+  EXPECT_EQ(append(io, pattern(20000)), 20000);
+  EXPECT_EQ(append(io, pattern(20000)), 20000);
+  EXPECT_EQ(io->flags, both);
+  EXPECT_EQ(io->filename, nullptr);
+  EXPECT_EQ(copy(io, 50000), pattern(20000) + pattern(20000));
+}
+
+/// Any order of operations gives back what was appended, whichever the ceiling.
+TEST_F(CsioFile, BehavesAsAStringWhateverTheCeiling) {
+  for (const uint32_t ceiling : {0u, 1u, 5000u, 32768u}) {
+    std::mt19937 random(ceiling);
+    const auto up_to = [&](uint32_t most) { return static_cast<uint32_t>(random() % (most + 1)); };
+    const csio_ptr io = make_csio(ceiling);
+    std::string model;
+    size_t position = 0;
+    for (int step = 0; step < 2000; ++step) {
+      switch (up_to(9)) {
+        case 0:
+          csio_rewind(io.get());
+          position = 0;
+          break;
+        case 1:
+          csio_append(io.get(), nullptr, 0);
+          break;
+        case 2:
+          csio_releasefd(io.get());
+          break;
+        case 3:
+        case 4: {
+          const std::string got = copy(io, static_cast<int32_t>(up_to(6000)));
+          ASSERT_EQ(got, model.substr(position, got.size())) << "ceiling " << ceiling << " step " << step;
+          position += got.size();
+          break;
+        }
+        default: {
+          const std::string bytes = pattern(up_to(300) * (up_to(30) == 0 ? 30 : 1));
+          ASSERT_EQ(append(io, bytes), static_cast<int>(bytes.size()));
+          model += bytes;
+        }
+      }
+      ASSERT_EQ(io->length, model.size());
+    }
+    csio_finish(io.get());
+    csio_rewind(io.get());
+    ASSERT_EQ(copy(io, static_cast<int32_t>(model.size() + 10)), model);
+  }
+  EXPECT_EQ(log.text(), "");
+}
+
+}  // namespace
