@@ -1,0 +1,86 @@
+#include <libcs/cs.h>
+#include <libcs/log.h>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdlib>
+#include <string_view>
+
+#include "qxapi/guard.h"
+
+namespace {
+
+/// run_in_child becomes the shell. Another thread may have held any lock at the fork, so all that it calls is safe
+/// even in a signal handler.
+[[noreturn]] void run_in_child(const char *command, const char *directory, bool ignore_signals) {
+  if (ignore_signals)
+    for (const int number : {SIGINT, SIGTERM, SIGUSR1, SIGUSR2}) ::signal(number, SIG_IGN);
+  // A directory that cannot be entered does not keep the command from running.
+  [[maybe_unused]] const bool entered = directory != nullptr && ::chdir(directory) == 0;
+  ::close_range(STDERR_FILENO + 1, UINT_MAX, 0);
+  ::execl("/bin/sh", "/bin/sh", "-c", command, nullptr);
+  ::_exit(1);
+}
+
+/// wait_for returns the exit status of a child; 0 for one that a signal ended, or whose status cannot be had.
+int wait_for(pid_t child) {
+  int status = 0;
+  while (::waitpid(child, &status, 0) == -1) {
+    if (errno == EINTR) continue;
+    if (errno != ECHILD)
+      CSLOG(CSLOG_WARNING, "extra", "waitpid (pid=%d): %s\n", static_cast<int>(child), host_last_error_text());
+    return 0;
+  }
+  return (status >> 8) & 0xff;
+}
+
+host_text path_of(std::string_view directory, std::string_view name) {
+  host_text path(static_cast<char *>(host_alloc(directory.size() + name.size() + 2)));
+  if (!path) return path;
+  char *end = path.get() + directory.copy(path.get(), directory.size());
+  *end++ = '/';
+  end[name.copy(end, name.size())] = '\0';
+  return path;
+}
+
+/// find_in returns the path of the first entry `name` in a colon-separated list of directories, or null.
+host_text find_in(std::string_view directories, const char *name) {
+  while (!directories.empty()) {
+    const std::string_view directory = directories.substr(0, directories.find(':'));
+    directories.remove_prefix(std::min(directory.size() + 1, directories.size()));
+    if (directory.empty()) continue;
+    host_text path = path_of(directory, name);
+    if (path && ::access(path.get(), F_OK) == 0) return path;
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+int cs_limited_cli_run(const char *command, const char *directory, long /*reserved1*/, long /*reserved2*/,
+                       int ignore_signals, int /*pipe_flag*/) noexcept {
+  const pid_t child = ::fork();
+  if (child == 0) run_in_child(command, directory, ignore_signals != 0);
+  if (child != -1) return wait_for(child);
+  CSLOG(CSLOG_ERROR, "extra", "fork: %s\n", host_last_error_text());
+  return -1;
+}
+
+int cs_cli_run(const char *command, const char *directory) noexcept {
+  return cs_limited_cli_run(command, directory, 0, 0, 0, 0);
+}
+
+int cs_cli_run_no_pipe(const char *command, const char *directory) noexcept {
+  return cs_limited_cli_run(command, directory, 0, 0, 0, 1);
+}
+
+char *cs_search_path(const char *name, const char *variable) noexcept {
+  const char *directories = std::getenv(variable);
+  host_text path = directories == nullptr ? nullptr : find_in(directories, name);
+  return path ? path.release() : host_strdup(name);
+}

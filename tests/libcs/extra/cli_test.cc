@@ -1,0 +1,314 @@
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/time.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <libcs/cs.h>
+#include <libcs/log.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "qxapi/guard.h"
+#include "support/diagnostics.h"
+#include "support/files.h"
+#include "support/memory_host.h"
+
+namespace {
+
+/// What the runner's system calls did, and are made to do. The real ones are called unless an error is set.
+struct Calls {
+  int fork_error = 0;
+  int wait_error = 0;
+  int wait_interruptions = 0;
+  pid_t child = 0;
+};
+Calls calls;
+
+template <typename Function>
+Function *real(const char *name) {
+  return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
+}
+
+}  // namespace
+
+extern "C" pid_t fork() {
+  if (calls.fork_error != 0) {
+    errno = calls.fork_error;
+    return -1;
+  }
+  return calls.child = real<pid_t()>("fork")();
+}
+
+extern "C" pid_t waitpid(pid_t child, int *status, int options) {
+  const pid_t ended = real<pid_t(pid_t, int *, int)>("waitpid")(child, status, options);
+  if (ended == -1 && errno == EINTR) ++calls.wait_interruptions;
+  if (ended == -1 || calls.wait_error == 0) return ended;
+  errno = calls.wait_error;
+  *status = 0;
+  return -1;
+}
+
+namespace {
+
+/// Signal gives a signal a disposition for its lifetime.
+class Signal {
+ public:
+  Signal(int number, void (*handler)(int)) : number_(number) {
+    struct sigaction action {};
+    action.sa_handler = handler;
+    sigaction(number, &action, &old_);
+  }
+  Signal(const Signal &) = delete;
+  Signal &operator=(const Signal &) = delete;
+  ~Signal() { sigaction(number_, &old_, nullptr); }
+
+ private:
+  int number_;
+  struct sigaction old_;
+};
+
+class CommandRunner : public support::HostTest {
+ protected:
+  CommandRunner() { calls = Calls{}; }
+
+  support::TemporaryFolder folder;
+  support::Diagnostics diagnostics;
+};
+
+int limited(const char *command, int ignore_signals) {
+  return cs_limited_cli_run(command, nullptr, 1, 2, ignore_signals, 0);
+}
+
+int limited_with_pipe(const char *command, const char *directory) {
+  return cs_limited_cli_run(command, directory, -1, -1, 0, 1);
+}
+
+using Command = int (*)(const char *, const char *);
+constexpr Command commands[] = {cs_cli_run, cs_cli_run_no_pipe, limited_with_pipe};
+
+TEST_F(CommandRunner, ReturnsTheExitStatus) {
+  const struct {
+    const char *command;
+    int status;
+  } rows[] = {{"true", 0},
+              {"false", 1},
+              {"exit 3", 3},
+              {"exit 255", 255},
+              {"exit 256", 0},
+              {"exit 300", 44},
+              {"/no/such/program 2>/dev/null", 127},
+              {"", 0}};
+  for (const Command run : commands)
+    for (const auto &row : rows) EXPECT_EQ(run(row.command, nullptr), row.status) << row.command;
+  EXPECT_EQ(diagnostics.text(), "");
+}
+
+TEST_F(CommandRunner, LeavesTheLineToTheShell) {
+  const std::string out = folder.path("out");
+  EXPECT_EQ(
+      cs_cli_run(("printf '%s\\n' \"a  b\" 'c$d' $((1+2)) | tr a-c A-C > " + out + " && exit 4").c_str(), nullptr), 4);
+  EXPECT_EQ(support::read_file(out), "A  B\nC$d\n3\n");
+}
+
+TEST_F(CommandRunner, TheShellIsCalledByItsPath) {
+  const std::string out = folder.path("out");
+  EXPECT_EQ(cs_cli_run(("echo $0 $# > " + out).c_str(), nullptr), 0);
+  EXPECT_EQ(support::read_file(out), "/bin/sh 0\n");
+}
+
+TEST_F(CommandRunner, RunsInTheDirectory) {
+  for (const Command run : commands) {
+    EXPECT_EQ(run("pwd -P > out", folder.path().c_str()), 0);
+    EXPECT_EQ(support::read_file(folder.path("out")), folder.path() + "\n");
+  }
+}
+
+TEST_F(CommandRunner, RunsInTheCallersDirectoryWhereTheOtherCannotBeEntered) {
+  char here[4096];
+  ASSERT_NE(getcwd(here, sizeof here), nullptr);
+  const std::string out = folder.path("out");
+  for (const char *directory : {"/no/such/directory", "", static_cast<const char *>(nullptr)}) {
+    EXPECT_EQ(cs_cli_run(("pwd -P > " + out + "; exit 5").c_str(), directory), 5);
+    EXPECT_EQ(support::read_file(out), std::string(here) + "\n");
+  }
+}
+
+TEST_F(CommandRunner, TheCommandHasTheCallersStreams) {
+  for (const Command run : commands) {
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(run("echo to output; echo to error >&2", nullptr), 0);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "to output\n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "to error\n");
+  }
+}
+
+TEST_F(CommandRunner, TheCommandReadsTheCallersInput) {
+  const file_guard kept(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3));
+  const file_guard input(host_open_read(folder.write("in", "typed\n").c_str()));
+  ASSERT_EQ(dup2(input.get(), STDIN_FILENO), STDIN_FILENO);
+  EXPECT_EQ(cs_cli_run("read line && test \"$line\" = typed", nullptr), 0);
+  dup2(kept.get(), STDIN_FILENO);
+}
+
+TEST_F(CommandRunner, TheCommandHasNoOtherDescriptor) {
+  const file_guard file(host_open_read(folder.write("file", "").c_str()));
+  for (const int number : {50, 100, 200}) {
+    const file_guard inheritable(fcntl(file.get(), F_DUPFD, number));
+    ASSERT_EQ(inheritable.get(), number);
+    EXPECT_EQ(cs_cli_run(("test ! -e /proc/$$/fd/" + std::to_string(number)).c_str(), nullptr), 0) << number;
+    EXPECT_NE(fcntl(number, F_GETFD), -1) << "it stays open in the caller";
+  }
+}
+
+TEST_F(CommandRunner, ACommandThatASignalEndedReturnsNothing) {
+  for (const char *command : {"kill -KILL $$", "kill -TERM $$; exit 7", "kill -ABRT $$; exit 7"})
+    EXPECT_EQ(cs_cli_run(command, nullptr), 0) << command;
+}
+
+TEST_F(CommandRunner, TheCommandIgnoresSignalsWhenAsked) {
+  const struct {
+    int number;
+    const char *command;
+    bool ignored;
+  } rows[] = {{SIGINT, "kill -INT $$; exit 7", true},   {SIGTERM, "kill -TERM $$; exit 7", true},
+              {SIGUSR1, "kill -USR1 $$; exit 7", true}, {SIGUSR2, "kill -USR2 $$; exit 7", true},
+              {SIGHUP, "kill -HUP $$; exit 7", false},  {SIGALRM, "kill -ALRM $$; exit 7", false}};
+  for (const auto &row : rows) {
+    const Signal inherited(row.number, SIG_DFL);
+    EXPECT_EQ(limited(row.command, 1), row.ignored ? 7 : 0) << row.command;
+    EXPECT_EQ(limited(row.command, 0), 0) << row.command;
+    EXPECT_EQ(cs_cli_run(row.command, nullptr), 0) << row.command;
+    EXPECT_EQ(cs_cli_run_no_pipe(row.command, nullptr), 0) << row.command;
+  }
+}
+
+TEST_F(CommandRunner, TheCallersDispositionsStay) {
+  const Signal inherited(SIGUSR1, SIG_DFL);
+  EXPECT_EQ(limited("true", 1), 0);
+  struct sigaction now;
+  sigaction(SIGUSR1, nullptr, &now);
+  EXPECT_EQ(now.sa_handler, SIG_DFL);
+}
+
+TEST_F(CommandRunner, AnIgnoredSignalStaysIgnoredInTheCommand) {
+  const Signal inherited(SIGUSR1, SIG_IGN);
+  EXPECT_EQ(cs_cli_run("kill -USR1 $$; exit 7", nullptr), 7);
+}
+
+TEST_F(CommandRunner, AStatusThatCannotBeHadIsNothing) {
+  // Ignored children leave no status: the wait ends when they do, with "no child".
+  const Signal children(SIGCHLD, SIG_IGN);
+  const std::string out = folder.path("out");
+  EXPECT_EQ(cs_cli_run(("echo done > " + out + "; exit 3").c_str(), nullptr), 0);
+  EXPECT_EQ(support::read_file(out), "done\n");
+  EXPECT_EQ(diagnostics.text(), "");
+}
+
+TEST_F(CommandRunner, WaitsOnWhenASignalInterruptsIt) {
+  const Signal ticks(SIGALRM, [](int) {});
+  itimerval every_10_ms{{0, 10000}, {0, 10000}}, never{};
+  setitimer(ITIMER_REAL, &every_10_ms, nullptr);
+  EXPECT_EQ(cs_cli_run("sleep 0.2; exit 5", nullptr), 5);
+  setitimer(ITIMER_REAL, &never, nullptr);
+  EXPECT_GT(calls.wait_interruptions, 0);
+  EXPECT_EQ(diagnostics.text(), "");
+}
+
+TEST_F(CommandRunner, ReportsAWaitThatFails) {
+  calls.wait_error = EINVAL;
+  EXPECT_EQ(cs_cli_run("exit 3", nullptr), 0);
+  EXPECT_EQ(diagnostics.text(), "WARNING: waitpid (pid=" + std::to_string(calls.child) + "): Invalid argument\n");
+}
+
+TEST_F(CommandRunner, ReportsThatThereIsNoProcess) {
+  calls.fork_error = EAGAIN;
+  EXPECT_EQ(cs_cli_run("exit 3", nullptr), -1);
+  EXPECT_EQ(diagnostics.text(), "ERROR: fork: Resource temporarily unavailable\n");
+}
+
+TEST_F(CommandRunner, ReportsNothingWhenTheLogIsOff) {
+  cslog_set_level(0);
+  calls.fork_error = ENOMEM;
+  EXPECT_EQ(cs_cli_run("exit 3", nullptr), -1);
+  calls = Calls{.wait_error = EINVAL};
+  EXPECT_EQ(cs_cli_run("exit 3", nullptr), 0);
+  EXPECT_EQ(diagnostics.text(), "");
+}
+
+class SearchPath : public support::HostTest {
+ protected:
+  static constexpr const char *variable = "SEARCH_PATH_TEST";
+  ~SearchPath() override { unsetenv(variable); }
+
+  std::string search(const std::string &name, const std::string &value) {
+    setenv(variable, value.c_str(), 1);
+    const host_text path(cs_search_path(name.c_str(), variable));
+    EXPECT_STREQ(getenv(variable), value.c_str());
+    return path ? path.get() : "(null)";
+  }
+
+  support::TemporaryFolder folder;
+};
+
+TEST_F(SearchPath, FindsTheFirstDirectoryThatHasTheName) {
+  support::TemporaryFolder other;
+  folder.write("both", "");
+  folder.write("first", "");
+  other.write("both", "");
+  other.write("second", "");
+  const std::string path = folder.path() + ":" + other.path();
+  EXPECT_EQ(search("both", path), folder.path("both"));
+  EXPECT_EQ(search("first", path), folder.path("first"));
+  EXPECT_EQ(search("second", path), other.path("second"));
+  EXPECT_EQ(search("none", path), "none");
+}
+
+TEST_F(SearchPath, PassesOverDirectoriesThatAreNotAndEmptyOnes) {
+  EXPECT_EQ(search("sh", "/nonexistent::/bin"), "/bin/sh");
+  EXPECT_EQ(search("sh", ":::/bin:"), "/bin/sh");
+  EXPECT_EQ(search("sh", "/nonexistent"), "sh");
+  EXPECT_EQ(search("sh", ":"), "sh");
+  EXPECT_EQ(search("sh", ""), "sh");
+}
+
+TEST_F(SearchPath, AsksOnlyWhetherThePathExists) {
+  folder.write("file", "");
+  EXPECT_EQ(search("file", folder.path()), folder.path("file"));
+  EXPECT_EQ(search("bin", "/usr"), "/usr/bin");
+  EXPECT_EQ(search("", "/usr"), "/usr/");
+  EXPECT_EQ(search("bin/sh", "/nonexistent:/usr"), "/usr/bin/sh");
+  EXPECT_EQ(search("file", folder.path() + "/"), folder.path() + "//file");
+}
+
+TEST_F(SearchPath, WithoutTheVariableReturnsACopyOfTheName) {
+  unsetenv(variable);
+  const char name[] = "sh";
+  const host_text path(cs_search_path(name, variable));
+  EXPECT_STREQ(path.get(), "sh");
+  EXPECT_NE(path.get(), name);
+}
+
+TEST_F(SearchPath, HasNoLimitOfLength) {
+  const std::string name(300, 'n');
+  std::string directory = folder.path();
+  for (int i = 0; i < 100; ++i) directory += "/.";
+  folder.write(std::string(200, 'n'), "");
+  EXPECT_EQ(search(std::string(200, 'n'), directory), directory + "/" + std::string(200, 'n'));
+  EXPECT_EQ(search(name, std::string(20000, 'd')), name);
+}
+
+TEST_F(SearchPath, ReturnsNothingWhenMemoryFails) {
+  unsetenv(variable);
+  host.fail_allocation = host.allocations + 1;
+  EXPECT_EQ(cs_search_path("sh", variable), nullptr);
+}
+
+}  // namespace
