@@ -1,0 +1,164 @@
+#include "libcs/soif/model.h"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+
+#include "qxapi/ascii.h"
+
+namespace {
+
+constexpr int32_t default_buckets = 23;
+
+std::string_view view(const char *text) { return text != nullptr ? text : std::string_view(); }
+
+host_text copy_text(std::string_view text) {
+  host_text copy(static_cast<char *>(host_alloc(text.size() + 1)));
+  if (copy) copy.get()[text.copy(copy.get(), text.size())] = '\0';
+  return copy;
+}
+
+void free_pair(void *pair) { avpair_free(static_cast<AVPair *>(pair)); }
+
+int32_t saturating_sum(int32_t a, int32_t b) {
+  using limits = std::numeric_limits<int32_t>;
+  return static_cast<int32_t>(std::clamp<int64_t>(int64_t{a} + b, limits::min(), limits::max()));
+}
+
+}  // namespace
+
+namespace soif {
+
+soif_ptr make_object(std::string_view template_name, std::string_view url, int32_t nbuckets) noexcept {
+  host_ptr<SOIF> record = host_new<SOIF>();
+  if (!record) return nullptr;
+  soif_ptr object(record.release());
+  object->template_name = copy_text(template_name.empty() ? "OBJECT" : template_name).release();
+  object->url = copy_text(url.empty() ? "-" : url).release();
+  cshashtable_create(nbuckets < 1 ? default_buckets : nbuckets, &object->attrs);
+  if (object->template_name == nullptr || object->url == nullptr || object->attrs == nullptr) return nullptr;
+  // The hash stays the default one, of the name as it is spelled, although names are compared in any letter case:
+  // callers look attributes up in lower case, as the parser stores them.
+  cshashtable_set_copy(object->attrs, avpair_copy);
+  cshashtable_set_compare(object->attrs, avpair_compare);
+  cshashtable_set_free(object->attrs, free_pair);
+  return object;
+}
+
+avpair_ptr make_avpair(std::string_view name, host_text &value, int32_t vsize) noexcept {
+  avpair_ptr pair(value ? host_new<AVPair>().release() : nullptr);
+  if (!pair) return nullptr;
+  pair->attribute = copy_text(name).release();
+  if (pair->attribute == nullptr) return nullptr;
+  pair->value = value.release();
+  pair->vsize = vsize;
+  return pair;
+}
+
+bool insert_made(SOIF *object, avpair_ptr &pair, int32_t vsize) noexcept {
+  object->attr_count = saturating_sum(object->attr_count, 1);
+  object->value_bytes = saturating_sum(object->value_bytes, vsize);
+  if (!pair || cshashtable_insert(object->attrs, pair->attribute, pair.get()) != 0) return false;
+  static_cast<void>(pair.release());
+  return true;
+}
+
+bool is_numbered_instance(std::string_view base, std::string_view attribute) noexcept {
+  if (attribute.size() < base.size() + 2 || attribute[base.size()] != '-') return false;
+  const std::string_view number = attribute.substr(base.size() + 1);
+  return ascii::istarts_with(attribute, base) &&
+         std::all_of(number.begin(), number.end(), [](char c) { return ascii::is_digit(c); });
+}
+
+}  // namespace soif
+
+int avpair_create(const char *name, const char *value, int32_t vsize, AVPair **out) noexcept {
+  *out = nullptr;
+  if (name == nullptr || vsize < 0 || (value == nullptr && vsize > 0)) return 1;
+  const auto size = static_cast<size_t>(vsize);
+  host_text copy(static_cast<char *>(host_alloc(size + 1)));
+  if (!copy) return 1;
+  if (size > 0) std::memcpy(copy.get(), value, size);
+  copy.get()[size] = '\0';
+  *out = soif::make_avpair(name, copy, vsize).release();
+  return *out != nullptr ? 0 : 1;
+}
+
+void *avpair_copy(const void *pair) noexcept {
+  const auto *source = static_cast<const AVPair *>(pair);
+  AVPair *copy = nullptr;
+  avpair_create(source->attribute, source->value, source->vsize, &copy);
+  return copy;
+}
+
+void *avpair_copy_useval(const void *pair) noexcept {
+  const auto *source = static_cast<const AVPair *>(pair);
+  if (source->attribute == nullptr) return nullptr;
+  host_text value(source->value);
+  soif::avpair_ptr copy = soif::make_avpair(source->attribute, value, source->vsize);
+  // Without a copy the value stays with the source.
+  static_cast<void>(value.release());
+  return copy.release();
+}
+
+int avpair_compare(const void *pair, const void *name) noexcept {
+  return ascii::icompare(view(static_cast<const AVPair *>(pair)->attribute), view(static_cast<const char *>(name)));
+}
+
+int avpair_free(AVPair *pair) noexcept {
+  if (pair == nullptr) return 1;
+  host_free(pair->attribute);
+  host_free(pair->value);
+  host_free(pair);
+  return 0;
+}
+
+uint32_t avpair_hash(const AVPair *pair) noexcept { return cshashtable_hf_default(pair->attribute); }
+
+int soif_create(const char *template_name, const char *url, int32_t nbuckets, SOIF **out) noexcept {
+  *out = soif::make_object(view(template_name), view(url), nbuckets).release();
+  return *out != nullptr ? 0 : 1;
+}
+
+int soif_free(SOIF *s) noexcept {
+  if (s == nullptr) return 0;
+  host_free(s->template_name);
+  host_free(s->url);
+  if (s->attrs != nullptr) cshashtable_free(s->attrs);
+  host_free(s);
+  return 0;
+}
+
+int soif_compare(const SOIF *s, const char *url) noexcept { return std::strcmp(s->url, url); }
+
+AVPair *soif_find(const SOIF *s, const char *name) noexcept {
+  return static_cast<AVPair *>(cshashtable_find(s->attrs, name));
+}
+
+char *soif_findval(const SOIF *s, const char *name) noexcept {
+  const AVPair *pair = soif_find(s, name);
+  return pair != nullptr ? pair->value : nullptr;
+}
+
+int soif_insert(SOIF *s, const char *name, const char *value, int32_t vsize) noexcept {
+  const AVPair given{const_cast<char *>(name), const_cast<char *>(value), vsize};
+  // The copy is made here rather than in the table, which would not tell that memory failed.
+  soif::avpair_ptr pair(static_cast<AVPair *>(s->attrs->copy(&given)));
+  const soif::copy_switch as_they_are(s->attrs, cslist_copy_nop);
+  return soif::insert_made(s, pair, vsize) ? 0 : 1;
+}
+
+int soif_insert_nocopy(SOIF *s, const char *name, char *value, int32_t vsize) noexcept {
+  const AVPair given{const_cast<char *>(name), value, vsize};
+  soif::avpair_ptr pair(static_cast<AVPair *>(avpair_copy_useval(&given)));
+  const soif::copy_switch as_they_are(s->attrs, cslist_copy_nop);
+  if (soif::insert_made(s, pair, vsize)) return 0;
+  if (pair) pair->value = nullptr;  // still the caller's
+  return 1;
+}
+
+int soif_delete(SOIF *s, const char *name) noexcept { return cshashtable_delete(s->attrs, name) == 0 ? 0 : 1; }
+
+int soif_multivalue_attrcmp(const char *base, const char *attribute) noexcept {
+  return soif::is_numbered_instance(base, attribute) ? 1 : 0;
+}

@@ -1,0 +1,122 @@
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include <gtest/gtest.h>
+#include <libcs/soif.h>
+
+#include "libcs/guard.h"
+#include "support/memory_host.h"
+
+namespace {
+
+using namespace std::string_literals;
+
+class Buffer : public support::HostTest {
+ protected:
+  static soif_buffer_ptr make(int32_t size) {
+    SOIFBuffer *buffer = nullptr;
+    const char *data = soif_buffer_create(size, &buffer);
+    EXPECT_EQ(data, buffer->data);
+    return soif_buffer_ptr(buffer);
+  }
+  static std::string text(const soif_buffer_ptr &b) { return {b->data, static_cast<size_t>(b->length) + 1}; }
+};
+
+TEST_F(Buffer, StartsEmptyWithTheSizeGiven) {
+  const soif_buffer_ptr buffer = make(4096);
+  EXPECT_EQ(buffer->size, 4096);
+  EXPECT_EQ(buffer->initial_size, 4096);
+  EXPECT_EQ(buffer->length, 0);
+  EXPECT_EQ(buffer->reserved, 0);
+}
+
+TEST_F(Buffer, CreationReleasesEverythingWhenMemoryFails) {
+  for (long failing = 1; failing <= 2; ++failing) {
+    host.allocations = 0;
+    host.fail_allocation = failing;
+    SOIFBuffer unset{}, *buffer = &unset;
+    EXPECT_EQ(soif_buffer_create(16, &buffer), nullptr);
+    EXPECT_EQ(buffer, nullptr);
+    EXPECT_EQ(host.live_blocks, 0);
+  }
+}
+
+TEST_F(Buffer, AppendingWithinTheSizeDoesNotGrow) {
+  const soif_buffer_ptr buffer = make(8);
+  const char *data = buffer->data;
+  EXPECT_EQ(soif_buffer_append(buffer.get(), "abc", 3), 0);
+  EXPECT_EQ(soif_buffer_append(buffer.get(), "defg", 4), 0);
+  EXPECT_EQ(buffer->data, data);
+  EXPECT_EQ(buffer->size, 8);
+  EXPECT_EQ(buffer->length, 7);
+  EXPECT_EQ(text(buffer), "abcdefg\0"s);
+}
+
+TEST_F(Buffer, GrowsByExactlyWhatIsAppended) {
+  const soif_buffer_ptr buffer = make(8);
+  soif_buffer_append(buffer.get(), "abc", 3);
+  EXPECT_EQ(soif_buffer_append(buffer.get(), "defgh", 5), 0);
+  EXPECT_EQ(buffer->size, 13);
+  EXPECT_EQ(buffer->initial_size, 8);
+  EXPECT_EQ(buffer->length, 8);
+  EXPECT_EQ(text(buffer), "abcdefgh\0"s);
+}
+
+TEST_F(Buffer, ASingleByteIsStoredLikeAnyOther) {
+  const soif_buffer_ptr buffer = make(1);
+  for (char c : "xy\0z"s) EXPECT_EQ(soif_buffer_append(buffer.get(), &c, 1), 0);
+  EXPECT_EQ(text(buffer), "xy\0z\0"s);
+  EXPECT_EQ(buffer->size, 5);
+}
+
+TEST_F(Buffer, AppendingNothingChangesNothing) {
+  const soif_buffer_ptr buffer = make(4);
+  EXPECT_EQ(soif_buffer_append(buffer.get(), "abc", 0), 0);
+  EXPECT_EQ(soif_buffer_append(buffer.get(), "abc", -3), 0);
+  EXPECT_EQ(soif_buffer_append(buffer.get(), nullptr, 0), 0);
+  EXPECT_EQ(buffer->length, 0);
+  EXPECT_EQ(buffer->size, 4);
+}
+
+TEST_F(Buffer, OfSizeZeroOrLessIsSafe) {
+  for (int32_t size : {0, -1, INT32_MIN}) {
+    const soif_buffer_ptr buffer = make(size);
+    EXPECT_EQ(buffer->size, 0);
+    EXPECT_EQ(soif_buffer_append(buffer.get(), "a", 1), 0);
+    EXPECT_EQ(text(buffer), "a\0"s);
+    EXPECT_EQ(soif_buffer_append(buffer.get(), "bcdef", 5), 0);
+    EXPECT_EQ(text(buffer), "abcdef\0"s);
+    EXPECT_EQ(buffer->size, 6);
+  }
+}
+
+TEST_F(Buffer, IncreasingKeepsTheText) {
+  const soif_buffer_ptr buffer = make(4);
+  soif_buffer_append(buffer.get(), "abc", 3);
+  EXPECT_EQ(soif_buffer_increase(buffer.get(), 100000), buffer->data);
+  EXPECT_EQ(buffer->size, 100004);
+  EXPECT_EQ(text(buffer), "abc\0"s);
+  EXPECT_EQ(soif_buffer_increase(buffer.get(), 0), buffer->data);
+  EXPECT_EQ(buffer->size, 100004);
+}
+
+TEST_F(Buffer, IncreasingPastTheLimitOrBackwardsIsRefused) {
+  const soif_buffer_ptr buffer = make(4);
+  EXPECT_EQ(soif_buffer_increase(buffer.get(), INT32_MAX - 3), nullptr);
+  EXPECT_EQ(soif_buffer_increase(buffer.get(), -1), nullptr);
+  EXPECT_EQ(buffer->size, 4);
+}
+
+TEST_F(Buffer, AppendingWithoutMemoryLeavesTheTextAlone) {
+  const soif_buffer_ptr buffer = make(4);
+  soif_buffer_append(buffer.get(), "abc", 3);
+  host.fail_allocation = host.allocations + 1;
+  EXPECT_EQ(soif_buffer_append(buffer.get(), "de", 2), 1);
+  EXPECT_EQ(buffer->size, 4);
+  EXPECT_EQ(text(buffer), "abc\0"s);
+}
+
+TEST_F(Buffer, DestroyingNothingIsAllRight) { soif_buffer_destroy(nullptr); }
+
+}  // namespace
