@@ -3,6 +3,7 @@
 #define QXAPI_ASCII_H
 
 #include <algorithm>
+#include <cstdint>
 #include <string_view>
 
 namespace ascii {
@@ -29,6 +30,19 @@ constexpr int icompare(std::string_view a, std::string_view b) {
     if (difference != 0) return difference;
   }
   return a.size() == b.size() ? 0 : (a.size() < b.size() ? -1 : 1);
+}
+
+/// to_int32 reads a decimal number as atoi does (leading white space, a sign, then digits up to the first other
+/// character, 0 without any), except that a number out of range becomes the nearest one in it.
+constexpr int32_t to_int32(std::string_view text) {
+  std::size_t at = 0;
+  while (at < text.size() && is_space(text[at])) ++at;
+  const bool negative = at < text.size() && text[at] == '-';
+  if (at < text.size() && (text[at] == '-' || text[at] == '+')) ++at;
+  int64_t value = 0;
+  for (; at < text.size() && is_digit(text[at]); ++at)
+    value = std::min<int64_t>(value * 10 + (text[at] - '0'), INT64_C(1) << 31);
+  return static_cast<int32_t>(negative ? -value : std::min<int64_t>(value, INT32_MAX));
 }
 
 }  // namespace ascii

@@ -1,0 +1,156 @@
+#include <cstring>
+
+#include "libcs/guard.h"
+#include "libcs/soif/input.h"
+#include "libcs/soif/model.h"
+#include "libcs/soif/stream.h"
+#include "qxapi/ascii.h"
+
+namespace {
+
+using soif::end_of_input;
+
+/// The largest value that is read: a size above it is taken for damage, not for a demand on memory.
+constexpr int32_t largest_value = 256 << 20;
+
+constexpr auto is_space = [](int c) { return ascii::is_space(c); };
+
+/// up_to_nul returns what of a token can be stored: names and URLs are texts, which a NUL ends.
+std::string_view up_to_nul(std::string_view token) { return token.substr(0, token.find('\0')); }
+
+std::string_view lower_case(std::string_view name, char *buffer) {
+  std::transform(name.begin(), name.end(), buffer, ascii::lower);
+  return {buffer, name.size()};
+}
+
+/// Parser reads objects from one stream. `Input` is string_input or file_input.
+template <typename Input>
+class Parser {
+ public:
+  Parser(Input &input, char **accept) noexcept : input_(input), accept_(accept) {}
+
+  /// object returns the next object, or null at the end of input, after a syntax error and when memory fails.
+  soif_ptr object() noexcept {
+    if (!input_.skip_past('@')) return nullptr;
+    soif_ptr object = header();
+    return object && attributes(object.get()) ? std::move(object) : nullptr;
+  }
+
+ private:
+  /// header reads template name and URL. The brace between them may be missing or stand there more than once; one that
+  /// follows the template name without white space is part of the name.
+  soif_ptr header() noexcept {
+    const auto template_name = input_.token(is_space, name_);
+    if (!template_name) return nullptr;
+    input_.back_up(next_other([](int c) { return ascii::is_space(c) || c == '{'; }));
+    const auto url = input_.token(is_space, token_);
+    if (!url) return nullptr;
+    return soif::make_object(up_to_nul(*template_name), up_to_nul(*url), 0);
+  }
+
+  /// attributes reads up to "}" or the end of input, either of which completes the object.
+  bool attributes(SOIF *object) noexcept {
+    // The pairs are made for this object alone, so that the table need not copy them.
+    const soif::copy_switch as_they_are(object->attrs, cslist_copy_nop);
+    for (;;) {
+      const int c = next_other(is_space);
+      if (c == end_of_input || c == '}') return true;
+      input_.back_up(c);
+      if (!attribute(object)) return false;
+    }
+  }
+
+  bool attribute(SOIF *object) noexcept {
+    const auto name_as_written = input_.token([](int c) { return c == '{'; }, name_);
+    if (!name_as_written) return false;
+    const std::string_view name = lower_case(up_to_nul(*name_as_written), name_);
+    input_.next();
+    const auto digits = input_.token([](int c) { return c == '}'; }, token_);
+    if (!digits) return false;
+    const int32_t size = ascii::to_int32(*digits);
+    input_.next();
+    if (size < 0 || size > largest_value || input_.next() != ':' || input_.next() != '\t') return false;
+    if (is_wanted(name)) return value(object, name, size);
+    input_.skip(static_cast<size_t>(size));
+    return true;
+  }
+
+  bool value(SOIF *object, std::string_view name, int32_t vsize) noexcept {
+    const auto size = static_cast<size_t>(vsize);
+    host_text bytes(static_cast<char *>(host_alloc(size + 1)));
+    if (!bytes || !input_.read(bytes.get(), size)) return false;
+    bytes.get()[size] = '\0';
+    soif::avpair_ptr pair = soif::make_avpair(name, bytes, vsize);
+    return soif::insert_made(object, pair, vsize);
+  }
+
+  bool is_wanted(std::string_view name) const noexcept {
+    if (accept_ == nullptr) return true;
+    for (char **entry = accept_; *entry != nullptr; ++entry)
+      if (name == *entry || soif::is_numbered_instance(*entry, name)) return true;
+    return false;
+  }
+
+  /// next_other reads past the characters of a class and returns the first other one, which is read too.
+  template <typename Class>
+  int next_other(Class is_in_class) noexcept {
+    int c;
+    do c = input_.next();
+    while (is_in_class(c));
+    return c;
+  }
+
+  Input &input_;
+  char **const accept_;
+  char name_[soif::token_limit];
+  char token_[soif::token_limit];
+};
+
+int32_t input_length(const char *bytes, int32_t length) { return bytes != nullptr && length > 0 ? length : 0; }
+
+}  // namespace
+
+int soif_parse_init_file(FILE *file) noexcept {
+  const int stream = soif::activate();
+  _soif_state[stream].input_file = file;
+  return stream;
+}
+
+int soif_parse_init_string(const char *bytes, int32_t length) noexcept {
+  const int stream = soif::activate();
+  _soif_state[stream].input_string = bytes;
+  _soif_state[stream].input_length = input_length(bytes, length);
+  return stream;
+}
+
+int soif_parse_set_accept_attr(int stream, char **accept) noexcept {
+  soif_stream *slot = soif::slot(stream);
+  if (slot != nullptr && slot->in_use != 0) slot->accept = accept;
+  return 0;
+}
+
+int soif_parse(int stream, SOIF **out) noexcept {
+  *out = nullptr;
+  soif_stream *slot = soif::slot(stream);
+  if (slot == nullptr) return 1;
+  if (slot->input_file != nullptr) {
+    soif::file_input input(slot->input_file);
+    *out = Parser(input, slot->accept).object().release();
+  } else {
+    soif::string_input input(*slot);
+    *out = Parser(input, slot->accept).object().release();
+  }
+  return *out != nullptr ? 0 : 1;
+}
+
+int soif_parse_is_eoi(int stream) noexcept {
+  const soif_stream *slot = soif::slot(stream);
+  if (slot == nullptr) return 1;
+  if (slot->input_file != nullptr) return std::feof(slot->input_file);
+  return slot->input_position >= slot->input_length ? 1 : 0;
+}
+
+int soif_parse_finish(int stream) noexcept {
+  soif::deactivate(stream);
+  return 0;
+}

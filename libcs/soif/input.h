@@ -1,0 +1,123 @@
+/// Where a parse stream reads from: a file or a string, with the same operations, so that the parser is compiled once
+/// for each and reads the characters of a string without a call.
+#ifndef LIBCS_SOIF_INPUT_H
+#define LIBCS_SOIF_INPUT_H
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <optional>
+#include <string_view>
+
+#include <libcs/soif.h>
+
+namespace soif {
+
+/// A token (template name, URL, attribute name, size) must be shorter than this.
+constexpr size_t token_limit = 4096;
+
+/// What next() returns after the last character.
+constexpr int end_of_input = EOF;
+
+/// string_input reads the string of a slot and leaves the position in the slot when it goes out of scope.
+class string_input {
+ public:
+  explicit string_input(soif_stream &slot) noexcept
+      : slot_(slot),
+        at_(slot.input_string + std::min(slot.input_position, slot.input_length)),
+        end_(slot.input_string + slot.input_length) {}
+  string_input(const string_input &) = delete;
+  string_input &operator=(const string_input &) = delete;
+  ~string_input() { slot_.input_position = static_cast<int32_t>(at_ - slot_.input_string); }
+
+  int next() noexcept { return at_ != end_ ? static_cast<unsigned char>(*at_++) : end_of_input; }
+  void back_up(int c) noexcept {
+    if (c != end_of_input) --at_;
+  }
+
+  /// skip_past reads up to and including the next `wanted`; false at the end of input.
+  bool skip_past(char wanted) noexcept {
+    const auto *found = at_ != end_ ? static_cast<const char *>(std::memchr(at_, wanted, remaining())) : nullptr;
+    at_ = found != nullptr ? found + 1 : end_;
+    return found != nullptr;
+  }
+
+  /// token reads up to the first character for which `stop` holds, which stays unread. Nothing at the end of input or
+  /// after token_limit characters. The text may lie in the string or in `buffer`, of token_limit bytes.
+  template <typename Stop>
+  std::optional<std::string_view> token(Stop stop, char * /*buffer*/) noexcept {
+    const char *const begin = at_;
+    const char *const limit = begin + std::min(remaining(), token_limit);
+    at_ = std::find_if(begin, limit, [stop](char c) { return stop(static_cast<unsigned char>(c)); });
+    if (at_ == limit) return std::nullopt;
+    return std::string_view(begin, static_cast<size_t>(at_ - begin));
+  }
+
+  /// read fills `value` with the next `size` bytes. The string's end does not fail it: the missing bytes are 0xFF.
+  bool read(char *value, size_t size) noexcept {
+    const size_t present = std::min(size, remaining());
+    if (present > 0) std::memcpy(value, at_, present);
+    std::memset(value + present, 0xFF, size - present);
+    at_ += present;
+    return true;
+  }
+
+  void skip(size_t size) noexcept { at_ += std::min(size, remaining()); }
+
+ private:
+  size_t remaining() const noexcept { return static_cast<size_t>(end_ - at_); }
+
+  soif_stream &slot_;
+  const char *at_;
+  const char *end_;
+};
+
+/// file_input reads a standard-I/O file. Its operations are those of string_input, except that a value cut by the end
+/// of the file fails.
+class file_input {
+ public:
+  explicit file_input(FILE *file) noexcept : file_(file) {}
+
+  int next() noexcept { return getc_unlocked(file_); }
+  void back_up(int c) noexcept {
+    if (c != end_of_input) std::ungetc(c, file_);
+  }
+
+  bool skip_past(char wanted) noexcept {
+    int c;
+    do c = next();
+    while (c != end_of_input && c != wanted);
+    return c != end_of_input;
+  }
+
+  template <typename Stop>
+  std::optional<std::string_view> token(Stop stop, char *buffer) noexcept {
+    for (size_t length = 0; length < token_limit; ++length) {
+      const int c = next();
+      if (c == end_of_input) break;
+      if (stop(c)) {
+        back_up(c);
+        return std::string_view(buffer, length);
+      }
+      buffer[length] = static_cast<char>(c);
+    }
+    return std::nullopt;
+  }
+
+  bool read(char *value, size_t size) noexcept { return std::fread(value, 1, size, file_) == size; }
+
+  /// skip seeks; what cannot seek (a pipe) is read.
+  void skip(size_t size) noexcept {
+    if (size == 0 || fseeko(file_, static_cast<off_t>(size), SEEK_CUR) == 0) return;
+    char block[token_limit];
+    for (size_t got; size > 0 && (got = std::fread(block, 1, std::min(size, sizeof block), file_)) > 0;) size -= got;
+  }
+
+ private:
+  FILE *file_;
+};
+
+}  // namespace soif
+
+#endif

@@ -1,0 +1,24 @@
+/// The table of streams that parser and printer share.
+#ifndef LIBCS_SOIF_STREAM_H
+#define LIBCS_SOIF_STREAM_H
+
+#include <iterator>
+
+#include <libcs/soif.h>
+
+namespace soif {
+
+/// activate takes the first free slot and returns its index. Having none left is fatal.
+int activate() noexcept;
+
+/// deactivate clears a slot, which frees it. An index outside the table is ignored.
+void deactivate(int stream) noexcept;
+
+/// slot returns a stream's slot, or null for an index outside the table.
+inline soif_stream *slot(int stream) noexcept {
+  return stream >= 0 && stream < static_cast<int>(std::size(_soif_state)) ? &_soif_state[stream] : nullptr;
+}
+
+}  // namespace soif
+
+#endif

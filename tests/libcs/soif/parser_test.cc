@@ -1,0 +1,440 @@
+#include <unistd.h>
+
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <libcs/soif.h>
+
+#include "libcs/guard.h"
+#include "libcs/soif/objects.h"
+#include "support/files.h"
+#include "support/memory_host.h"
+
+namespace {
+
+using namespace std::string_literals;
+using support::attributes_of;
+using support::value_of;
+using Attributes = std::multimap<std::string, std::string>;
+
+constexpr char hello[] = "@FILE { /docs/a.html\ntitle{5}:\tHello\n}\n";
+
+struct CloseFile {
+  void operator()(FILE *file) const { std::fclose(file); }
+};
+using file_ptr = std::unique_ptr<FILE, CloseFile>;
+
+enum class Kind { string, file };
+
+/// Source is a parse stream over a text, as a string or as a file.
+class Source {
+ public:
+  Source(Kind kind, std::string text) : text_(std::move(text)) {
+    if (kind == Kind::file) {
+      file_.reset(std::tmpfile());
+      std::fwrite(text_.data(), 1, text_.size(), file_.get());
+      std::rewind(file_.get());
+      stream_ = soif_parse_init_file(file_.get());
+    } else {
+      stream_ = soif_parse_init_string(text_.data(), static_cast<int32_t>(text_.size()));
+    }
+  }
+  Source(const Source &) = delete;
+  Source &operator=(const Source &) = delete;
+  ~Source() { soif_parse_finish(stream_); }
+
+  Source &accept(std::vector<const char *> names) {
+    for (const char *name : names) accept_.push_back(const_cast<char *>(name));
+    accept_.push_back(nullptr);
+    soif_parse_set_accept_attr(stream_, accept_.data());
+    return *this;
+  }
+
+  /// next asserts that result and out-pointer agree.
+  soif_ptr next() {
+    SOIF unset{}, *object = &unset;
+    const int result = soif_parse(stream_, &object);
+    EXPECT_EQ(result, object != nullptr ? 0 : 1);
+    return soif_ptr(object);
+  }
+  bool at_end() const { return soif_parse_is_eoi(stream_) != 0; }
+  int stream() const { return stream_; }
+  FILE *file() const { return file_.get(); }
+
+ private:
+  std::string text_;
+  file_ptr file_;
+  std::vector<char *> accept_;
+  int stream_;
+};
+
+/// Every case runs on a string and on a file: both must read the same.
+class Parse : public support::HostTest, public ::testing::WithParamInterface<Kind> {
+ protected:
+  soif_ptr parse(const std::string &text) const { return Source(GetParam(), text).next(); }
+  /// attributes returns those of the first object, "failure" alone when there is none.
+  Attributes attributes(const std::string &text) const {
+    const soif_ptr object = parse(text);
+    return object ? attributes_of(object.get()) : Attributes{{"failure", ""}};
+  }
+};
+
+INSTANTIATE_TEST_SUITE_P(Input, Parse, ::testing::Values(Kind::string, Kind::file),
+                         [](const auto &kind) { return kind.param == Kind::string ? "String" : "File"; });
+
+TEST_P(Parse, ReadsTemplateUrlAndAttributes) {
+  Source source(GetParam(), hello);
+  const soif_ptr object = source.next();
+  ASSERT_TRUE(object);
+  EXPECT_STREQ(object->template_name, "FILE");
+  EXPECT_STREQ(object->url, "/docs/a.html");
+  EXPECT_EQ(object->attrs->nbuckets, 23);
+  EXPECT_EQ(object->attr_count, 1);
+  EXPECT_EQ(object->value_bytes, 5);
+  EXPECT_EQ(attributes_of(object.get()), (Attributes{{"title", "Hello"}}));
+  EXPECT_STREQ(soif_findval(object.get(), "title"), "Hello");
+  EXPECT_FALSE(source.at_end());
+  EXPECT_FALSE(source.next());
+  EXPECT_TRUE(source.at_end());
+}
+
+TEST_P(Parse, LeavesTheTableCopyingItsItems) {
+  const soif_ptr object = parse(hello);
+  EXPECT_EQ(object->attrs->copy, avpair_copy);
+  char value[] = "Me";
+  EXPECT_EQ(soif_insert(object.get(), "author", value, 2), 0);
+  EXPECT_NE(soif_findval(object.get(), "author"), value);
+}
+
+TEST_P(Parse, FindsNothingInNothing) {
+  for (const char *text : {"", "\n \n", "title{5}:\tHello\n}\n"}) {
+    Source source(GetParam(), text);
+    EXPECT_FALSE(source.next()) << text;
+    EXPECT_TRUE(source.at_end());
+  }
+}
+
+TEST_P(Parse, SkipsWhatStandsBeforeTheAtSign) {
+  EXPECT_EQ(attributes("noise } { x{3}:\tabc\n@FILE { /a\nt{1}:\tv\n}"), (Attributes{{"t", "v"}}));
+}
+
+TEST_P(Parse, ReadsOneObjectAtATime) {
+  Source source(GetParam(), "@A { /1\nt{1}:\tx\n}\n\n@B { /2\nt{1}:\ty\n}\n@C { /3\n}\n");
+  for (const char *expected : {"A /1 x", "B /2 y", "C /3 (none)"}) {
+    const soif_ptr object = source.next();
+    ASSERT_TRUE(object);
+    EXPECT_EQ(std::string(object->template_name) + " " + object->url + " " + value_of(object, "t"), expected);
+  }
+  EXPECT_FALSE(source.next());
+  EXPECT_TRUE(source.at_end());
+}
+
+struct HeaderCase {
+  const char *text, *template_name, *url;
+};
+
+TEST_P(Parse, TakesHeadersApart) {
+  for (const HeaderCase &c : {
+           HeaderCase{"@FILE { /a\n}", "FILE", "/a"},
+           HeaderCase{"@FILE{ /a\n}", "FILE{", "/a"},
+           HeaderCase{"@FILE /a\n}", "FILE", "/a"},
+           HeaderCase{"@FILE {{ { /a\n}", "FILE", "/a"},
+           HeaderCase{"@FILE {/a\n}", "FILE", "/a"},
+           HeaderCase{"@FILE\t\n\v\f\r{\n/a }", "FILE", "/a"},
+           HeaderCase{"@ { /a\n}", "OBJECT", "/a"},
+           HeaderCase{"@\n/a }", "OBJECT", "/a"},
+           HeaderCase{"@@FILE { @b\n}", "@FILE", "@b"},
+           HeaderCase{"@FILE { /a{b}\n}", "FILE", "/a{b}"},
+           HeaderCase{"@FILE { -\n}", "FILE", "-"},
+           HeaderCase{"@FILE { }\n", "FILE", "}"},
+           HeaderCase{"@\xC4\x85 { \xE2\x82\xAC\n}", "\xC4\x85", "\xE2\x82\xAC"},
+           HeaderCase{"@FILE { /a ", "FILE", "/a"},
+       }) {
+    const soif_ptr object = parse(c.text);
+    ASSERT_TRUE(object) << c.text;
+    EXPECT_STREQ(object->template_name, c.template_name) << c.text;
+    EXPECT_STREQ(object->url, c.url) << c.text;
+    EXPECT_EQ(object->attr_count, 0) << c.text;
+  }
+}
+
+TEST_P(Parse, EndsNamesAndUrlsAtANul) {
+  const soif_ptr object = parse("@FI\0LE { /a\0b\nna\0me{2}:\tab\n}"s);
+  ASSERT_TRUE(object);
+  EXPECT_STREQ(object->template_name, "FI");
+  EXPECT_STREQ(object->url, "/a");
+  EXPECT_EQ(attributes_of(object.get()), (Attributes{{"na", "ab"}}));
+}
+
+TEST_P(Parse, RefusesHeadersThatTheEndOfInputCuts) {
+  for (const char *text : {"@", "@FILE", "@FILE ", "@FILE {", "@FILE { ", "@FILE { /a", "@FILE { {{"}) {
+    Source source(GetParam(), text);
+    EXPECT_FALSE(source.next()) << text;
+    EXPECT_TRUE(source.at_end()) << text;
+  }
+}
+
+TEST_P(Parse, TakesAttributesApart) {
+  const struct {
+    const char *text;
+    Attributes expected;
+  } cases[] = {
+      {"Title{5}:\tHello\n}", {{"title", "Hello"}}},
+      {"TITLE-\xC3\x84{1}:\tx\n}", {{"title-\xC3\x84", "x"}}},
+      {"body{3}:\ta}b\n}", {{"body", "a}b"}}},
+      {"body{9}:\t@A { /b\n}\n}", {{"body", "@A { /b\n}"}}},
+      {"a{1}:\tx}", {{"a", "x"}}},
+      {"a{1}:\txb{1}:\ty\n}", {{"a", "x"}, {"b", "y"}}},
+      {"\r\n\t a{1}:\tx\v\f\nb{1}:\ty \n}", {{"a", "x"}, {"b", "y"}}},
+      {"a: b\nc{1}:\tx\n}", {{"a: b\nc", "x"}}},
+      {"{1}:\tx\n}", {{"", "x"}}},
+      {"a{0}:\t\n}", {{"a", ""}}},
+      {"a{}:\t\n}", {{"a", ""}}},
+      {"a{x}:\t\n}", {{"a", ""}}},
+      {"a{-0}:\t\n}", {{"a", ""}}},
+      {"a{ \t+2}:\txy\n}", {{"a", "xy"}}},
+      {"a{002x9}:\txy\n}", {{"a", "xy"}}},
+      {"a{2\n}:\txy\n}", {{"a", "xy"}}},
+      {"a{1}:\tx\na{2}:\tyz\n}", {{"a", "x"}, {"a", "yz"}}},
+      {"}a{1}:\tx\n}", {}},
+  };
+  for (const auto &c : cases) EXPECT_EQ(attributes(std::string("@FILE { /a\n") + c.text), c.expected) << c.text;
+}
+
+TEST_P(Parse, KeepsEveryByteOfAValue) {
+  std::string every_byte;
+  for (int i = 0; i < 256; ++i) every_byte += static_cast<char>(i);
+  EXPECT_EQ(attributes("@FILE { /a\nall{256}:\t" + every_byte + "\n}\n"), (Attributes{{"all", every_byte}}));
+}
+
+TEST_P(Parse, RefusesAttributesWithoutTheirMarks) {
+  const Attributes failure{{"failure", ""}};
+  for (const char *text :
+       {"x{3}:abc\n}", "x{3}\tabc\n}", "x{3}: abc\n}", "x{3} :\tabc\n}", "x{3}", "x{3}:", "x{3", "x{", "x", "x }",
+        "x{-1}:\tabc\n}", "x{ -1}:\tabc\n}", "x{268435457}:\tabc\n}", "x{2147483648}:\tabc\n}",
+        "x{-9223372036854775809}:\tabc\n}", "x{99999999999999999999999}:\tabc\n}", "ok{1}:\ty\nx{3}abc\n}"})
+    EXPECT_EQ(attributes(std::string("@FILE { /a\n") + text), failure) << text;
+}
+
+TEST_P(Parse, AcceptsAnObjectThatIsNotClosed) {
+  const Attributes expected{{"t", "v"}};
+  EXPECT_EQ(attributes("@FILE { /a\nt{1}:\tv"), expected);
+  EXPECT_EQ(attributes("@FILE { /a\nt{1}:\tv\n \n"), expected);
+  EXPECT_EQ(attributes("@FILE { /a\n"), Attributes{});
+}
+
+TEST_P(Parse, GoesOnAtTheNextAtSignAfterADamagedObject) {
+  Source source(GetParam(), "@BAD { /1\nx{3}:abc\ny{1}:\tz\n}\n@GOOD { /2\nt{1}:\tv\n}\n");
+  EXPECT_FALSE(source.next());
+  EXPECT_FALSE(source.at_end());
+  const soif_ptr object = source.next();
+  ASSERT_TRUE(object);
+  EXPECT_STREQ(object->url, "/2");
+  EXPECT_EQ(attributes_of(object.get()), (Attributes{{"t", "v"}}));
+}
+
+TEST_P(Parse, LimitsTokensTo4095Characters) {
+  const std::string longest(4095, 'n'), too_long(4096, 'n');
+  const std::string zeros(4094, '0');
+  const struct {
+    std::string before, after;
+  } places[] = {{"@", " { /a\n}"}, {"@FILE { ", "\n}"}, {"@FILE { /a\n", "{1}:\tx\n}"}};
+  for (const auto &place : places) {
+    EXPECT_TRUE(parse(place.before + longest + place.after)) << place.before;
+    EXPECT_FALSE(parse(place.before + too_long + place.after)) << place.before;
+  }
+  EXPECT_EQ(attributes("@FILE { /a\nx{" + zeros + "1}:\ty\n}"), (Attributes{{"x", "y"}}));
+  EXPECT_EQ(attributes("@FILE { /a\nx{0" + zeros + "1}:\ty\n}"), (Attributes{{"failure", ""}}));
+}
+
+TEST_P(Parse, StopsReadingATokenAtTheLimit) {
+  Source source(GetParam(), "@FILE { " + std::string(4096, 'n') + "@NEXT { /b\n}\n");
+  EXPECT_FALSE(source.next());
+  const soif_ptr object = source.next();
+  ASSERT_TRUE(object);
+  EXPECT_STREQ(object->template_name, "NEXT");
+}
+
+TEST_P(Parse, KeepsOnlyWhatIsAccepted) {
+  const std::string text =
+      "@FILE { /a\ntitle{1}:\t1\nTitle-1{2}:\tab\nTITLE-22{1}:\t3\ntitles{6}:\tx}@b\n\n"
+      "title-x{1}:\t4\nauthor{2}:\tMe\n}\n";
+  const Attributes titles{{"title", "1"}, {"title-1", "ab"}, {"title-22", "3"}};
+  const struct {
+    std::vector<const char *> accept;
+    Attributes expected;
+  } cases[] = {
+      {{"title"}, titles},
+      {{"title", "title"}, titles},
+      {{"author"}, {{"author", "Me"}}},
+      {{"subject", "author"}, {{"author", "Me"}}},
+      {{"TITLE"}, {{"title-1", "ab"}, {"title-22", "3"}}},
+      {{"title-1"}, {{"title-1", "ab"}}},
+      {{"none"}, {}},
+      {{""}, {}},
+      {{}, {}},
+  };
+  for (const auto &c : cases) {
+    Source source(GetParam(), text);
+    const soif_ptr object = source.accept(c.accept).next();
+    ASSERT_TRUE(object);
+    EXPECT_EQ(attributes_of(object.get()), c.expected);
+    EXPECT_EQ(object->attr_count, static_cast<int32_t>(c.expected.size()));
+    EXPECT_FALSE(source.next());
+    EXPECT_TRUE(source.at_end());
+  }
+}
+
+TEST_P(Parse, ANullAcceptListKeepsEverythingAgain) {
+  Source source(GetParam(), std::string(hello) + hello);
+  source.accept({});
+  EXPECT_EQ(value_of(source.next(), "title"), "(none)");
+  soif_parse_set_accept_attr(source.stream(), nullptr);
+  EXPECT_EQ(value_of(source.next(), "title"), "Hello");
+}
+
+TEST_P(Parse, ChecksAttributesThatAreNotWanted) {
+  Source source(GetParam(), "@FILE { /a\nx{3}:abc\n}\n@FILE { /b\nx{-1}:\tabc\n}\n");
+  source.accept({"title"});
+  EXPECT_FALSE(source.next());
+  EXPECT_FALSE(source.next());
+}
+
+TEST_P(Parse, AnUnwantedValueMayBeCutByTheEndOfInput) {
+  Source source(GetParam(), "@FILE { /a\ntitle{1}:\tx\nbody{200000000}:\tabc");
+  const soif_ptr object = source.accept({"title"}).next();
+  ASSERT_TRUE(object);
+  EXPECT_EQ(attributes_of(object.get()), (Attributes{{"title", "x"}}));
+  EXPECT_FALSE(source.next());
+  EXPECT_TRUE(source.at_end());
+}
+
+TEST_P(Parse, ReadsAValueThatTheEndOfInputFollows) {
+  EXPECT_EQ(attributes("@FILE { /a\nx{3}:\tabc"), (Attributes{{"x", "abc"}}));
+}
+
+TEST_P(Parse, ReleasesEverythingWhenMemoryFails) {
+  long failing = 0;
+  do {
+    host.allocations = 0;
+    host.fail_allocation = ++failing;
+    const soif_ptr object = parse("@FILE { /a\ntitle{1}:\tx\nauthor{2}:\tMe\n}\n");
+    EXPECT_TRUE(object || host.live_blocks == 0) << failing;
+  } while (host.allocations >= failing);
+  EXPECT_GT(failing, 8);
+}
+
+TEST_P(Parse, StreamsDoNotDisturbEachOther) {
+  Source one(GetParam(), "@A { /1\n}\n@A { /2\n}\n"), other(GetParam(), "@B { /1\n}\n@B { /2\n}\n");
+  for (const char *url : {"/1", "/2"}) {
+    const soif_ptr a = one.next(), b = other.next();
+    EXPECT_EQ(std::string(a->template_name) + a->url, std::string("A") + url);
+    EXPECT_EQ(std::string(b->template_name) + b->url, std::string("B") + url);
+  }
+}
+
+class ParseString : public support::HostTest {};
+
+TEST_F(ParseString, PadsAValueCutByTheEnd) {
+  Source source(Kind::string, "@FILE { /a\nx{3}:\tab");
+  EXPECT_EQ(value_of(source.next(), "x"), "ab\xFF");
+  EXPECT_TRUE(source.at_end());
+  EXPECT_EQ(value_of(Source(Kind::string, "@FILE { /a\nx{2}:\t").next(), "x"), "\xFF\xFF");
+}
+
+TEST_F(ParseString, PadsEvenTheLargestValue) {
+  Source source(Kind::string, "@FILE { /a\nx{268435456}:\tab");
+  const soif_ptr object = source.next();
+  ASSERT_TRUE(object);
+  const AVPair *pair = soif_find(object.get(), "x");
+  ASSERT_EQ(pair->vsize, 268435456);
+  EXPECT_EQ(std::string(pair->value, 4), "ab\xFF\xFF");
+  EXPECT_EQ(std::string(pair->value + pair->vsize - 2, 3), "\xFF\xFF\0"s);
+}
+
+TEST_F(ParseString, StopsAtTheLengthGiven) {
+  const std::string text = "@FILE { /a\nt{1}:\tv\n}";
+  const int stream = soif_parse_init_string(text.data(), 17);
+  SOIF *object = nullptr;
+  EXPECT_EQ(soif_parse(stream, &object), 0);
+  const soif_ptr owner(object);
+  EXPECT_EQ(value_of(owner, "t"), "\xFF");
+  soif_parse_finish(stream);
+}
+
+TEST_F(ParseString, WithoutBytesIsEmpty) {
+  for (const auto &[bytes, length] : {std::pair<const char *, int32_t>{nullptr, 0}, {nullptr, 10}, {"@A b ", -1}}) {
+    const int stream = soif_parse_init_string(bytes, length);
+    SOIF *object = nullptr;
+    EXPECT_NE(soif_parse_is_eoi(stream), 0);
+    EXPECT_EQ(soif_parse(stream, &object), 1);
+    soif_parse_finish(stream);
+  }
+}
+
+TEST_F(ParseString, LeavesItsPositionInTheSlot) {
+  const std::string text = std::string(hello) + "rest";
+  Source source(Kind::string, text);
+  EXPECT_TRUE(source.next());
+  EXPECT_EQ(_soif_state[source.stream()].input_position, static_cast<int32_t>(std::string(hello).size()) - 1);
+}
+
+class ParseFile : public support::HostTest {};
+
+TEST_F(ParseFile, RefusesAValueCutByTheEnd) {
+  Source source(Kind::file, "@FILE { /a\nx{3}:\tab");
+  EXPECT_FALSE(source.next());
+  EXPECT_TRUE(source.at_end());
+}
+
+TEST_F(ParseFile, IsReadFromWhereItStands) {
+  Source source(Kind::file, "@A { /1\n}\n@B { /2\n}\n");
+  std::fseek(source.file(), 5, SEEK_SET);
+  EXPECT_STREQ(source.next()->template_name, "B");
+}
+
+TEST_F(ParseFile, IsNotClosed) {
+  Source source(Kind::file, hello);
+  EXPECT_TRUE(source.next());
+  soif_parse_finish(source.stream());
+  EXPECT_EQ(std::fgetc(source.file()), '\n');
+}
+
+TEST_F(ParseFile, WithoutAFileIsEmpty) {
+  const int stream = soif_parse_init_file(nullptr);
+  SOIF *object = nullptr;
+  EXPECT_EQ(soif_parse(stream, &object), 1);
+  EXPECT_NE(soif_parse_is_eoi(stream), 0);
+  soif_parse_finish(stream);
+}
+
+TEST_F(ParseFile, MayBeAPipe) {
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  const std::string text = "@FILE { /a\nbody{9000}:\t" + std::string(9000, '@') + "\ntitle{1}:\tx\n}\n";
+  ASSERT_EQ(write(ends[1], text.data(), text.size()), static_cast<ssize_t>(text.size()));
+  close(ends[1]);
+  const file_ptr file(fdopen(ends[0], "r"));
+  char title[] = "title", *accept[] = {title, nullptr};
+  soif_reader reader(file.get());
+  reader.accept(accept);
+  const soif_ptr object = reader.next();
+  ASSERT_TRUE(object);
+  EXPECT_EQ(attributes_of(object.get()), (Attributes{{"title", "x"}}));
+  EXPECT_FALSE(reader.next());
+  EXPECT_TRUE(reader.at_end());
+}
+
+TEST_F(ParseFile, ThatIsAFolderHoldsNothing) {
+  const support::TemporaryFolder folder;
+  const file_ptr file(std::fopen(folder.path().c_str(), "r"));
+  ASSERT_TRUE(file);
+  soif_reader reader(file.get());
+  EXPECT_FALSE(reader.next());
+  EXPECT_FALSE(reader.at_end());
+}
+
+}  // namespace
