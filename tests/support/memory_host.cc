@@ -48,6 +48,8 @@ int start_response(Session *, Request *) {
   return HOST_DONE;
 }
 
+int input_next(host_input *input, int n) { return record.fail_input ? -1 : posix().input_next(input, n); }
+
 int net_write(host_net *, const void *bytes, int32_t count) {
   if (record.fail_net_write) return -1;
   record.sent.append(static_cast<const char *>(bytes), static_cast<size_t>(count));
@@ -116,6 +118,7 @@ qxapi_host memory_host() {
   host.strdup = counting_strdup;
   host.set_status = set_status;
   host.start_response = start_response;
+  host.input_next = input_next;
   host.net_write = net_write;
   host.buffer_open = buffer_open;
   host.getline = read_line;
@@ -138,10 +141,10 @@ void bind_memory_host() {
 HostRecord &host_record() { return record; }
 
 HostTest::HostTest() { bind_memory_host(); }
-HostTest::~HostTest() { qxapi_bind(nullptr); }
-void HostTest::TearDown() {
+HostTest::~HostTest() {
   EXPECT_EQ(record.live_blocks, 0) << "blocks of the host allocator were not released";
   EXPECT_EQ(record.crit_depth, 0) << "a critical section was not left";
+  qxapi_bind(nullptr);
 }
 
 Exchange::Exchange(const std::string &method, const std::string &uri, const std::string &body) : body_(body) {

@@ -19,6 +19,7 @@ struct HostRecord {
   long fail_allocation = 0;                                // the number of the allocation to refuse, 0 for none
   bool fail_net_write = false;                             // net_write and buffer_send answer -1
   bool fail_crit_create = false;                           // crit_create answers null
+  bool fail_input = false;                                 // input_next answers -1
   int crit_depth = 0;                                      // sections entered and not left
   int status = 0;                                          // of the last set_status
   std::string reason;                                      // of the last set_status; empty for null
@@ -34,12 +35,12 @@ HostRecord &host_record();
 /// memory_host returns the host's table, for tests that replace an operation of it and bind the result.
 qxapi_host memory_host();
 
-/// HostTest runs each test on a fresh memory host and ends by asserting that every block was released.
+/// HostTest runs each test on a fresh memory host and ends, when the members of its fixture are gone, by asserting that
+/// every block was released.
 class HostTest : public ::testing::Test {
  protected:
   HostTest();
   ~HostTest() override;
-  void TearDown() override;
   HostRecord &host = host_record();
 };
 
