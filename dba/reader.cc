@@ -1,0 +1,143 @@
+#include "dba/reader.h"
+
+#include <cerrno>
+#include <new>
+
+#include "dba/walker.h"
+
+using hash_file::Walker;
+
+namespace {
+
+std::string_view text_of(const DBT &item) { return {static_cast<const char *>(item.data), item.size}; }
+
+DBT item_of(std::string_view text) { return {const_cast<char *>(text.data()), text.size()}; }
+
+hash_file::Hash hash_of(const HASHINFO *parameters) {
+  return parameters != nullptr && parameters->hash != nullptr ? parameters->hash : hash_file::default_hash;
+}
+
+/// A reader is what a handle's `internal` points at. Reads by key and the walk over all records keep separate places.
+class Reader {
+ public:
+  Reader(file_guard file, const hash_file::Source &source, hash_file::Hash hash) noexcept
+      : file_(std::move(file)), source_(source), hash_(hash) {}
+
+  int get(std::string_view key, DBT *value) noexcept;
+  int first(DBT *key, DBT *value) noexcept;
+  int next(DBT *key, DBT *value) noexcept;
+  host_fd fd() const noexcept { return file_.get(); }
+
+ private:
+  bool start_bucket() noexcept;
+
+  file_guard file_;
+  hash_file::Source source_;
+  hash_file::Hash hash_;
+  Walker by_key_{source_};
+  Walker walk_{source_};
+  uint32_t next_bucket_ = 0;
+  bool in_bucket_ = false;
+};
+
+int Reader::get(std::string_view key, DBT *value) noexcept {
+  const Walker::Step step = by_key_.find(bucket_of(source_.header, hash_(key.data(), key.size())), key);
+  if (step != Walker::record) return step == Walker::end ? RET_SPECIAL : RET_ERROR;
+  *value = item_of(by_key_.value());
+  return RET_SUCCESS;
+}
+
+int Reader::first(DBT *key, DBT *value) noexcept {
+  next_bucket_ = 0;
+  in_bucket_ = false;
+  return next(key, value);
+}
+
+/// start_bucket goes on to the walk's next bucket; those with pages behind the end of the file are empty.
+bool Reader::start_bucket() noexcept {
+  const auto page = static_cast<int64_t>(bucket_page(source_.header, next_bucket_));
+  in_bucket_ = next_bucket_ <= source_.header.max_bucket && page << source_.header.page_shift < source_.size;
+  if (in_bucket_) walk_.start(next_bucket_++);
+  return in_bucket_;
+}
+
+int Reader::next(DBT *key, DBT *value) noexcept {
+  if (!in_bucket_ && !start_bucket()) return RET_SPECIAL;
+  Walker::Step step = walk_.next();
+  while (step == Walker::end && start_bucket()) step = walk_.next();
+  if (step == Walker::end) return RET_SPECIAL;
+  if (step == Walker::damaged) {
+    in_bucket_ = false;
+    return RET_ERROR;
+  }
+  *key = item_of(walk_.key());
+  *value = item_of(walk_.value());
+  return RET_SUCCESS;
+}
+
+Reader &reader_of(const DB *db) { return *static_cast<Reader *>(db->internal); }
+
+int refused(int reason) {
+  errno = reason;
+  return RET_ERROR;
+}
+
+int get_record(const DB *db, const DBT *key, DBT *value, u_int flags) {
+  return flags != 0 ? refused(EINVAL) : reader_of(db).get(text_of(*key), value);
+}
+
+int walk_records(const DB *db, DBT *key, DBT *value, u_int flags) {
+  if (flags != R_FIRST && flags != R_NEXT) return refused(EINVAL);
+  return flags == R_FIRST ? reader_of(db).first(key, value) : reader_of(db).next(key, value);
+}
+
+int put_record(const DB *, DBT *, const DBT *, u_int) { return refused(EPERM); }
+int delete_record(const DB *, const DBT *, u_int) { return refused(EPERM); }
+int synchronise(const DB *, u_int) { return RET_SUCCESS; }
+int descriptor(const DB *db) { return reader_of(db).fd(); }
+
+int close_reader(DB *db) {
+  std::destroy_at(&reader_of(db));
+  host_free(db->internal);
+  host_free(db);
+  return RET_SUCCESS;
+}
+
+/// open_source opens a file and reads its header; without a sound one errno is EINVAL.
+file_guard open_source(const char *path, hash_file::Hash hash, hash_file::Source &source) {
+  struct stat status;
+  if (host_stat(path, &status) != 0) return file_guard();
+  if (S_ISREG(status.st_mode)) {
+    file_guard file(host_open_read(path));
+    if (!file) return file;
+    unsigned char bytes[hash_file::header_size];
+    const bool whole = host_read(file.get(), bytes, sizeof bytes) == sizeof bytes;
+    if (whole) source = {file.get(), host_seek(file.get(), 0, SEEK_END), hash_file::decode(bytes)};
+    if (whole && is_sound(source.header, hash, source.size)) return file;
+  }
+  errno = EINVAL;
+  return file_guard();
+}
+
+}  // namespace
+
+DB *open_reader(const char *path, const HASHINFO *parameters) noexcept {
+  hash_file::Source source;
+  file_guard file = open_source(path, hash_of(parameters), source);
+  if (!file) return nullptr;
+  host_ptr<DB> db = host_new<DB>();
+  host_ptr<void> memory(host_alloc(sizeof(Reader)));
+  if (!db || !memory) {
+    errno = ENOMEM;
+    return nullptr;
+  }
+  *db = {DB_HASH,      close_reader, delete_record, get_record, put_record,
+         walk_records, synchronise,  memory.get(),  descriptor};
+  new (memory.release()) Reader(std::move(file), source, hash_of(parameters));
+  return db.release();
+}
+
+bool can_be_opened(const char *path, const HASHINFO *parameters) noexcept {
+  hash_file::Source source;
+  return open_source(path, hash_of(parameters), source) || errno != EINVAL;
+}

@@ -1,0 +1,89 @@
+/// Reading the records of a hash file bucket by bucket, trusting none of its bytes.
+#ifndef DBA_WALKER_H
+#define DBA_WALKER_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+#include <qxapi/guard.h>
+
+#include "dba/hash_file.h"
+
+namespace hash_file {
+
+/// The file that a walker reads. It must not change meanwhile.
+struct Source {
+  host_fd fd;
+  int64_t size;   // bytes
+  Header header;  // sound
+};
+
+/// LongText gathers a key or value that lies on several pages.
+class LongText {
+ public:
+  void clear() noexcept { size_ = 0; }
+  /// append returns false when there is no memory.
+  bool append(std::string_view piece) noexcept;
+  std::string_view text() const noexcept { return {bytes_.get(), size_}; }
+
+ private:
+  host_text bytes_;
+  size_t size_ = 0;
+  size_t capacity_ = 0;
+};
+
+/// A walker reads the records of one bucket after the other. Whatever the file holds, a bucket comes to an end.
+class Walker {
+ public:
+  enum Step { record, end, damaged };
+
+  /// The walker keeps a reference to the source.
+  explicit Walker(const Source &source) noexcept : source_(source) {}
+
+  /// start goes to the beginning of a bucket.
+  void start(uint32_t bucket) noexcept;
+  /// next reads the bucket's next record; after `end` and `damaged` only a new start helps. `damaged` comes with errno.
+  Step next() noexcept;
+  /// find starts a bucket and goes on to the record of `key`, which is in this bucket if it is anywhere.
+  Step find(uint32_t bucket, std::string_view key) noexcept;
+  /// key and value are those of the record read last; they stay as they are until the next step.
+  std::string_view key() const noexcept { return key_; }
+  std::string_view value() const noexcept { return value_; }
+
+ private:
+  uint32_t at(uint32_t index) const noexcept;
+  uint32_t slots() const noexcept { return at(0); }
+  std::string_view bytes(uint32_t from, uint32_t to) const noexcept { return {page_.get() + from, to - from}; }
+  bool holds(uint32_t from, uint32_t to) const noexcept;
+  bool read(uint64_t page) noexcept;
+  bool enter(uint64_t page) noexcept;
+  bool enter_bucket() noexcept;
+  bool follow(uint32_t address) noexcept;
+  bool is_loop(uint64_t page) noexcept;
+  bool take_next(bool &found) noexcept;
+  bool take_pair() noexcept;
+  bool take_long() noexcept;
+  bool take_long_key() noexcept;
+  bool take_rest_of_value() noexcept;
+  bool append_page(LongText &text) noexcept;
+
+  const Source &source_;
+  host_text page_;            // the page read last
+  uint64_t page_number_ = 0;  // its number, 0 for none
+  bool started_ = false;      // the bucket's first page is still to be read
+  uint32_t bucket_ = 0;
+  uint32_t slot_ = 1;           // where the next record stands on the page, from 1
+  uint32_t key_end_ = 0;        // the offset where its key ends
+  uint64_t waypoint_ = 0;       // a page met earlier in this bucket
+  uint32_t followed_ = 0;       // pages met since
+  uint32_t next_waypoint_ = 1;  // the number of pages after which the waypoint moves up
+  LongText long_key_;
+  LongText long_value_;
+  std::string_view key_;
+  std::string_view value_;
+};
+
+}  // namespace hash_file
+
+#endif

@@ -1,0 +1,236 @@
+/// A catalog file may hold anything: no byte of it makes a read crash, hang or return what it should not.
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <functional>
+#include <random>
+#include <set>
+
+#include "dba/hash_file.h"
+#include "dba/records.h"
+#include "support/files.h"
+#include "support/memory_host.h"
+
+namespace {
+
+using records::get;
+using records::key_of;
+using records::Records;
+using records::value_of;
+
+constexpr unsigned page_size = 512;
+constexpr unsigned child_seconds = 60;
+
+/// in_child runs a step in a process of its own and returns its exit code, or -signal when it was killed, which happens
+/// at the latest after child_seconds.
+int in_child(const std::function<int()> &step) {
+  const pid_t child = fork();
+  if (child == 0) {
+    alarm(child_seconds);
+    _exit(step());
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+class Damage : public support::HostTest {
+ protected:
+  void SetUp() override {
+    for (unsigned i = 1; i <= 60; ++i) all[key_of(i)] = value_of(i, i % 20 == 0 ? 1500 : i * 3);
+    ASSERT_TRUE(records::make_with_library(path, all, page_size));
+    bytes = support::read_file(path);
+    header = hash_file::decode(reinterpret_cast<const unsigned char *>(bytes.data()));
+  }
+
+  /// read_all opens the file for reading and returns the records by key; every answer must be 0, 1 or -1 and both ways
+  /// of reading must end. A refused open leaves `refused` true.
+  Records read_all(bool &refused) {
+    Records found;
+    const database_ptr db(dba_open(path.c_str(), "r"));
+    refused = db == nullptr;
+    if (refused) return found;
+    for (const auto &[name, content] : all) {
+      const auto record = get(db.get(), name);
+      if (record.result == 0) found[name] = record.value;
+    }
+    DBT key{}, value{};
+    long steps = 0;
+    for (int result = dba_first(db.get(), &key, &value); result != 1; result = dba_next(db.get(), &key, &value))
+      if (++steps > 100000) _exit(99);
+    return found;
+  }
+
+  /// survives writes changed bytes and returns 0 when the file can be read to the end.
+  int survives(const std::string &changed) {
+    support::write_file(path, changed);
+    return in_child([&] {
+      bool refused;
+      read_all(refused);
+      return 0;
+    });
+  }
+
+  unsigned bucket_of(const std::string &name) const {
+    return hash_file::bucket_of(header, hash_file::default_hash(name.data(), name.size()));
+  }
+
+  /// damaged_buckets returns how many buckets have a record that is not found as it was.
+  size_t damaged_buckets() {
+    bool refused;
+    const Records found = read_all(refused);
+    std::set<unsigned> buckets;
+    for (const auto &[name, content] : all)
+      if (const auto record = found.find(name); record == found.end() || record->second != content)
+        buckets.insert(bucket_of(name));
+    return buckets.size();
+  }
+
+  support::TemporaryFolder folder;
+  std::string path = folder.path("catalog");
+  Records all;
+  std::string bytes;
+  hash_file::Header header;
+};
+
+std::string flipped(std::string text, size_t bit) {
+  text[bit / 8] = static_cast<char>(text[bit / 8] ^ (1 << bit % 8));
+  return text;
+}
+
+TEST_F(Damage, TheUndamagedFileIsWhole) {
+  EXPECT_EQ(damaged_buckets(), 0u);
+  EXPECT_GT(header.spares[header.overflow_point], 8u);
+}
+
+TEST_F(Damage, NoBitOfTheHeaderCanCrashOrHangAReader) {
+  for (size_t byte = 0; byte < hash_file::header_size; ++byte) {
+    const int outcome = in_child([&] {
+      for (size_t bit = 0; bit < 8; ++bit) {
+        bool refused;
+        support::write_file(path, flipped(bytes, 8 * byte + bit));
+        read_all(refused);
+      }
+      return 0;
+    });
+    ASSERT_EQ(outcome, 0) << byte;
+  }
+}
+
+TEST_F(Damage, ChangedBitsOfTheHeaderThatMatterAreRefused) {
+  const size_t last_freed = 9, max_bucket = 10, fill_factor = 13, record_count = 14, words = 17;
+  for (size_t bit = 0; bit < 32 * words; ++bit) {
+    const size_t word = bit / 32;
+    if (word == last_freed || word == max_bucket || word == fill_factor || word == record_count) continue;
+    support::write_file(path, flipped(bytes, bit));
+    errno = 0;
+    EXPECT_EQ(dba_open(path.c_str(), "r"), nullptr) << word;
+    EXPECT_EQ(errno, EINVAL);
+    errno = 0;
+    EXPECT_EQ(dba_open(path.c_str(), "w"), nullptr) << word;
+    EXPECT_EQ(errno, EINVAL);
+  }
+}
+
+/// The first bytes of a page say where everything lies; the others are the records.
+TEST_F(Damage, AChangedBitOfAPageCostsOneBucketAtMost) {
+  for (size_t page = header.header_pages; page * page_size < bytes.size(); ++page) {
+    const int outcome = in_child([&] {
+      for (size_t bit = 0; bit < 8 * page_size; bit += bit < 8 * 32 ? 1 : 61) {
+        support::write_file(path, flipped(bytes, 8 * page * page_size + bit));
+        if (damaged_buckets() > 1) return 1;
+      }
+      return 0;
+    });
+    ASSERT_EQ(outcome, 0) << "page " << page;
+  }
+}
+
+TEST_F(Damage, AFileCutAnywhereIsReadToItsEnd) {
+  for (size_t size = 0; size < bytes.size(); size += 61) ASSERT_EQ(survives(bytes.substr(0, size)), 0) << size;
+}
+
+TEST_F(Damage, RandomBytesBehindASoundHeaderAreReadToTheirEnd) {
+  for (unsigned seed = 0; seed < 300; ++seed) {
+    std::mt19937 random(seed);
+    std::string changed = bytes;
+    const size_t count = seed % 3 == 0 ? changed.size() : random() % 200 + 1;
+    for (size_t i = 0; i < count; ++i) {
+      const size_t place = header.header_pages * page_size + random() % (changed.size() - page_size);
+      changed[place] = static_cast<char>(random());
+    }
+    ASSERT_EQ(survives(changed), 0) << seed;
+  }
+}
+
+/// Slots drawn from the values that mean something reach deeper than random bytes do.
+TEST_F(Damage, RandomSlotsAreReadToTheirEnd) {
+  for (unsigned seed = 0; seed < 300; ++seed) {
+    std::mt19937 random(seed);
+    std::string changed = bytes;
+    for (size_t page = header.header_pages; (page + 1) * page_size <= changed.size(); ++page) {
+      uint16_t slots[7] = {static_cast<uint16_t>(2 * (random() % 4))};
+      for (size_t i = 1; i < 7; ++i) {
+        const auto address = hash_file::overflow_address(random() % (header.overflow_point + 1), random() % 6);
+        slots[i] = static_cast<uint16_t>(random() % 3 == 0   ? random() % 4
+                                         : random() % 2 == 0 ? address
+                                                             : random() % (page_size + 9));
+      }
+      std::memcpy(&changed[page * page_size], slots, sizeof slots);
+    }
+    ASSERT_EQ(survives(changed), 0) << seed;
+  }
+}
+
+TEST_F(Damage, PagesThatFormALoopAreNoticed) {
+  size_t loops = 0;
+  for (uint32_t split = 0; split <= header.overflow_point; ++split)
+    for (uint32_t number = 1; number < 20; ++number) {
+      const uint16_t address = hash_file::overflow_address(split, number);
+      const size_t place = hash_file::overflow_page(header, address) * page_size;
+      uint16_t slots[5];
+      if (place + sizeof slots > bytes.size()) continue;
+      std::memcpy(slots, &bytes[place], sizeof slots);
+      constexpr uint16_t full_key = 2;
+      if (slots[0] != 4 || slots[2] != full_key) continue;
+      std::string changed = bytes;
+      std::memcpy(&changed[place + 6], &address, sizeof address);
+      support::write_file(path, changed);
+      EXPECT_EQ(in_child([&] { return static_cast<int>(damaged_buckets()); }), 1);
+      ++loops;
+    }
+  EXPECT_GE(loops, 3u);
+}
+
+TEST_F(Damage, ADamagedRecordAnswersMinusOneWithAnErrorNumber) {
+  std::string changed = bytes;
+  for (size_t place = page_size; place + 1 < changed.size(); place += page_size) changed[place] = 3;
+  support::write_file(path, changed);
+  const database_ptr db(dba_open(path.c_str(), "r"));
+  ASSERT_NE(db, nullptr);
+  for (const auto &[name, content] : all) {
+    errno = 0;
+    EXPECT_EQ(get(db.get(), name).result, -1);
+    EXPECT_EQ(errno, EINVAL);
+  }
+}
+
+TEST_F(Damage, AWalkGoesOnBehindADamagedBucket) {
+  const std::string victim = key_of(1);
+  std::string changed = bytes;
+  changed[hash_file::bucket_page(header, bucket_of(victim)) * page_size] = 3;
+  support::write_file(path, changed);
+  const database_ptr db(dba_open(path.c_str(), "r"));
+  DBT key{}, value{};
+  size_t failures = 0, found = 0;
+  for (int result = dba_first(db.get(), &key, &value); result != 1; result = dba_next(db.get(), &key, &value))
+    ++(result == 0 ? found : failures);
+  size_t others = 0;
+  for (const auto &[name, content] : all) others += bucket_of(name) != bucket_of(victim);
+  EXPECT_EQ(failures, 1u);
+  EXPECT_EQ(found, others);
+}
+
+}  // namespace

@@ -1,0 +1,140 @@
+#include "dba/hash_file.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <random>
+
+#include "dba/records.h"
+#include "support/files.h"
+
+namespace {
+
+using hash_file::Header;
+
+class HashFile : public ::testing::Test {
+ protected:
+  /// header_of reads the header of a file.
+  static Header header_of(const std::string &bytes) {
+    return hash_file::decode(reinterpret_cast<const unsigned char *>(bytes.data()));
+  }
+  std::string made(unsigned page_size, unsigned count, size_t length) {
+    records::Records all;
+    for (unsigned i = 1; i <= count; ++i) all[records::key_of(i)] = records::value_of(i, length);
+    EXPECT_TRUE(records::make_with_library(folder.path("catalog"), all, page_size));
+    return support::read_file(folder.path("catalog"));
+  }
+  static bool is_sound(const Header &header, size_t size) {
+    return hash_file::is_sound(header, hash_file::default_hash, static_cast<int64_t>(size));
+  }
+  support::TemporaryFolder folder;
+};
+
+TEST_F(HashFile, DecodesTheHeaderOfTheLibrary) {
+  const std::string bytes = made(4096, 200, 300);
+  const Header header = header_of(bytes);
+  EXPECT_EQ(header.magic, 0x061561u);
+  EXPECT_EQ(header.version, 2u);
+  EXPECT_EQ(header.byte_order, 1234u);
+  EXPECT_EQ(header.page_size, 4096u);
+  EXPECT_EQ(header.page_shift, 12u);
+  EXPECT_EQ(header.records, 200u);
+  EXPECT_EQ(header.hash_check, 0x956E7DE3u);
+  EXPECT_EQ(header.bitmaps[0], hash_file::overflow_address(1, 1));
+  EXPECT_TRUE(is_sound(header, bytes.size()));
+}
+
+TEST_F(HashFile, EncodesWhatItDecoded) {
+  const std::string bytes = made(1024, 300, 100);
+  unsigned char again[hash_file::header_size];
+  hash_file::encode(header_of(bytes), again);
+  EXPECT_EQ(std::string(reinterpret_cast<char *>(again), sizeof again), bytes.substr(0, sizeof again));
+}
+
+TEST_F(HashFile, EveryHeaderOfTheLibraryIsSound) {
+  for (unsigned shift = hash_file::min_page_shift; shift <= hash_file::max_page_shift; ++shift)
+    for (const unsigned count : {0u, 1u, 2u, 3u, 100u, 1000u}) {
+      const std::string bytes = made(1u << shift, count, 20);
+      EXPECT_TRUE(is_sound(header_of(bytes), bytes.size())) << shift << " " << count;
+    }
+}
+
+TEST_F(HashFile, AHeaderThatContradictsItselfIsNotSound) {
+  struct Row {
+    const char *what;
+    std::function<void(Header &)> change;
+  };
+  const Row rows[] = {
+      {"magic", [](Header &h) { h.magic ^= 1; }},
+      {"old version", [](Header &h) { h.version = 1; }},
+      {"byte order", [](Header &h) { h.byte_order = 3412; }},
+      {"page size is not that of the shift", [](Header &h) { h.page_size = 2048; }},
+      {"page shift is not that of the size", [](Header &h) { h.page_shift = 11; }},
+      {"pages too large", [](Header &h) { h.page_shift = 16, h.page_size = 65536; }},
+      {"pages too small", [](Header &h) { h.page_shift = 5, h.page_size = 32, h.header_pages = 16; }},
+      {"page shift beyond the word", [](Header &h) { h.page_shift = 42; }},
+      {"no directory", [](Header &h) { h.directory_size = 0; }},
+      {"directory not a power of two", [](Header &h) { h.directory_size = 257; }},
+      {"directory too large", [](Header &h) { h.directory_size = 1u << 30; }},
+      {"segment size", [](Header &h) { h.segment_size = 512; }},
+      {"segment shift", [](Header &h) { h.segment_shift = 9; }},
+      {"overflow point too low", [](Header &h) { --h.overflow_point; }},
+      {"overflow point beyond the header", [](Header &h) { h.overflow_point = 32; }},
+      {"last freed behind all overflow pages", [](Header &h) { h.last_freed = h.spares[h.overflow_point] + 1; }},
+      {"more buckets than the mask", [](Header &h) { h.max_bucket = h.high_mask + 1; }},
+      {"fewer buckets than the low mask", [](Header &h) { h.max_bucket = h.low_mask - 1; }},
+      {"too many buckets", [](Header &h) { h.max_bucket = h.low_mask = (1u << 25) - 1, h.high_mask = (1u << 26) - 1; }},
+      {"mask with a hole", [](Header &h) { h.low_mask ^= 1; }},
+      {"masks of different doublings", [](Header &h) { h.high_mask = h.high_mask * 2 + 1; }},
+      {"no fill factor", [](Header &h) { h.fill_factor = 0; }},
+      {"no header page", [](Header &h) { h.header_pages = 0; }},
+      {"too many header pages", [](Header &h) { h.header_pages = 2; }},
+      {"another hash function", [](Header &h) { ++h.hash_check; }},
+      {"spares fall", [](Header &h) { h.spares[h.overflow_point] = 0; }},
+      {"too many spares", [](Header &h) { h.spares[h.overflow_point] = 70000; }},
+      {"bitmap without address", [](Header &h) { h.bitmaps[0] = 0; }},
+      {"bitmap at page 0 of a doubling", [](Header &h) { h.bitmaps[0] = hash_file::overflow_address(1, 0); }},
+      {"bitmap behind the end", [](Header &h) { h.bitmaps[0] = hash_file::overflow_address(1, 2000); }},
+      {"bitmap of a later doubling", [](Header &h) { h.bitmaps[0] = hash_file::overflow_address(30, 1); }},
+  };
+  const std::string bytes = made(4096, 500, 300);
+  for (const Row &row : rows) {
+    Header header = header_of(bytes);
+    row.change(header);
+    EXPECT_FALSE(is_sound(header, bytes.size())) << row.what;
+  }
+}
+
+TEST_F(HashFile, BucketsAndOverflowPagesShareTheFile) {
+  Header header{};
+  header.page_shift = 12;
+  header.header_pages = 1;
+  header.overflow_point = 3;
+  const uint32_t spares[] = {0, 2, 2, 5};
+  std::copy(std::begin(spares), std::end(spares), header.spares);
+  // Behind bucket 1 (the end of doubling 1) lie two overflow pages, behind bucket 7 three.
+  const uint64_t pages[] = {1, 2, 5, 6, 7, 8, 9, 10};
+  for (uint32_t bucket = 0; bucket < 8; ++bucket) EXPECT_EQ(bucket_page(header, bucket), pages[bucket]) << bucket;
+  EXPECT_EQ(overflow_page(header, hash_file::overflow_address(1, 1)), 3u);
+  EXPECT_EQ(overflow_page(header, hash_file::overflow_address(1, 2)), 4u);
+  EXPECT_EQ(overflow_page(header, hash_file::overflow_address(3, 1)), 11u);
+  EXPECT_EQ(overflow_page(header, hash_file::overflow_address(3, 3)), 13u);
+  EXPECT_EQ(overflow_page(header, hash_file::overflow_address(2, 0)), 0u);
+  EXPECT_EQ(overflow_page(header, hash_file::overflow_address(4, 1)), 0u);
+}
+
+TEST_F(HashFile, AHashPicksABucketOfTheDoublingInProgressOrOfTheLast) {
+  Header header{};
+  header.max_bucket = 5;
+  header.low_mask = 3;
+  header.high_mask = 7;
+  const uint32_t buckets[] = {0, 1, 2, 3, 4, 5, 2, 3};
+  for (uint32_t hash = 0; hash < 16; ++hash) EXPECT_EQ(bucket_of(header, hash), buckets[hash % 8]) << hash;
+}
+
+TEST_F(HashFile, LogarithmsAreRoundedUp) {
+  const std::pair<uint32_t, uint32_t> rows[] = {{1, 0}, {2, 1}, {3, 2}, {4, 2}, {5, 3}, {1u << 31, 31}, {~0u, 31}};
+  for (const auto &[number, logarithm] : rows) EXPECT_EQ(hash_file::log2_up(number), logarithm) << number;
+}
+
+}  // namespace

@@ -1,0 +1,203 @@
+#include "dba/reader.h"
+
+#include <malloc.h>
+
+#include <cerrno>
+#include <random>
+
+#include "dba/records.h"
+#include "support/files.h"
+#include "support/memory_host.h"
+
+namespace {
+
+using records::get;
+using records::item;
+using records::key_of;
+using records::Records;
+using records::value_of;
+
+const std::string number_one = "00000001";
+
+class Reading : public support::HostTest {
+ protected:
+  database_ptr open() { return database_ptr(dba_open(path.c_str(), "r")); }
+
+  /// expect_all asserts that reads by key and a walk both return exactly these records.
+  void expect_all(const Records &all) {
+    const database_ptr db = open();
+    ASSERT_NE(db, nullptr);
+    for (const auto &[name, content] : all) {
+      const auto found = get(db.get(), name);
+      EXPECT_EQ(found.result, 0) << name;
+      EXPECT_TRUE(found.value == content) << name;
+    }
+    int result = 0;
+    EXPECT_TRUE(records::walk(db.get(), result) == all);
+    EXPECT_EQ(result, 1);
+  }
+
+  support::TemporaryFolder folder;
+  std::string path = folder.path("catalog");
+};
+
+/// Records of every length around the size of a page, where their layout changes.
+TEST_F(Reading, ReadsRecordsOfEveryLengthAroundAPage) {
+  for (unsigned length = 0; length < 600; ++length) {
+    const Records all{{"00000001", value_of(1, length)}};
+    ASSERT_TRUE(records::make_with_library(path, all, 128)) << length;
+    expect_all(all);
+  }
+}
+
+/// Not with the last byte of a record at the end of a page whose key took more than one: the library spoils such files.
+TEST_F(Reading, ReadsKeysOfEveryLengthAroundAPage) {
+  constexpr unsigned room = 128 - 14;
+  for (unsigned length = 1; length < 400; ++length)
+    for (const unsigned content : {0u, 1u, 50u, 110u, 300u}) {
+      if (length > room && (length + content) % room == 0) continue;
+      const Records all{{value_of(3, length), value_of(1, content)}};
+      ASSERT_TRUE(records::make_with_library(path, all, 128)) << length;
+      expect_all(all);
+    }
+}
+
+TEST_F(Reading, ReadsValuesMuchLongerThanAPage) {
+  Records all;
+  for (unsigned i = 1; i <= 40; ++i) all[key_of(i)] = value_of(i, i % 4 == 0 ? 100000 + i * 7919 : i * 10);
+  ASSERT_TRUE(records::make_with_library(path, all, 4096));
+  expect_all(all);
+}
+
+TEST_F(Reading, ReadsPagesOfEverySizeAndByteOrder) {
+  for (unsigned size = 64; size <= 32768; size *= 2)
+    for (const int order : {1234, 4321}) {
+      Records all;
+      for (unsigned i = 1; i <= 300; ++i) all[key_of(i)] = value_of(i, (i * 13) % (size / 3));
+      ASSERT_TRUE(records::make_with_library(path, all, size, order)) << size;
+      expect_all(all);
+    }
+}
+
+/// make_random_changes puts and deletes records through the library, which now and then loses one.
+void make_random_changes(const std::string &path, unsigned seed) {
+  std::mt19937 random(seed);
+  HASHINFO info{};
+  info.bsize = 256u << random() % 6;
+  info.ffactor = random() % 20;
+  const database_ptr db(QX_dbopen(path.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0600, DB_HASH, &info));
+  ASSERT_NE(db, nullptr);
+  for (unsigned i = 0; i < 500; ++i) {
+    const std::string name = key_of(random() % 200);
+    const std::string content = value_of(i, random() % (info.bsize / 3));
+    DBT key = item(name);
+    const DBT value = item(content);
+    if (random() % 4 == 0)
+      dba_del(db.get(), &key);
+    else
+      dba_put(db.get(), &key, &value);
+  }
+}
+
+TEST_F(Reading, ReadsWhatTheLibraryReads) {
+  size_t compared = 0;
+  for (unsigned seed = 0; seed < 60; ++seed) {
+    make_random_changes(path, seed);
+    const database_ptr library(dbopen(path.c_str(), O_RDONLY, 0, DB_HASH, nullptr));
+    const database_ptr db = open();
+    ASSERT_NE(db, nullptr);
+    for (unsigned i = 0; i < 200; ++i) {
+      const auto expected = get(library.get(), key_of(i));
+      if (expected.result != 0) continue;
+      EXPECT_TRUE(get(db.get(), key_of(i)).value == expected.value) << seed << " " << i;
+      ++compared;
+    }
+    int result = 0;
+    records::walk(db.get(), result);
+    EXPECT_EQ(result, 1) << seed;
+  }
+  EXPECT_GT(compared, 6000u);
+}
+
+TEST_F(Reading, UsesTheHashFunctionItIsGiven) {
+  HASHINFO info{};
+  info.hash = [](const void *bytes, size_t size) {
+    return static_cast<uint32_t>(size) * 77 + *static_cast<const unsigned char *>(bytes);
+  };
+  {
+    const database_ptr db(QX_dbopen(path.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0600, DB_HASH, &info));
+    DBT key = item(number_one);
+    const std::string one = "one";
+    const DBT value = item(one);
+    ASSERT_EQ(dba_put(db.get(), &key, &value), 0);
+  }
+  const database_ptr db(QX_dbopen(path.c_str(), O_RDONLY, 0, DB_HASH, &info));
+  ASSERT_NE(db, nullptr);
+  EXPECT_EQ(get(db.get(), "00000001").value, "one");
+  EXPECT_EQ(open(), nullptr);
+  EXPECT_EQ(errno, EINVAL);
+}
+
+TEST_F(Reading, ClosingGivesBackWhatLongValuesTook) {
+  const Records all{{"00000001", value_of(1, 1000000)}, {"00000002", value_of(2, 500000)}};
+  ASSERT_TRUE(records::make_with_library(path, all, 4096));
+  expect_all(all);
+  const size_t before = mallinfo2().uordblks + mallinfo2().hblkhd;
+  for (int i = 0; i < 50; ++i) expect_all(all);
+  const size_t after = mallinfo2().uordblks + mallinfo2().hblkhd;
+  EXPECT_LT(after, before + 100000);
+  EXPECT_EQ(host.live_blocks, 0);
+}
+
+/// Reading a long value takes a page buffer and room for the key and the value, which grows.
+TEST_F(Reading, FailsWhenMemoryDoes) {
+  ASSERT_TRUE(records::make_with_library(path, {{"00000001", value_of(1, 5000)}}, 512));
+  int failures = 0;
+  for (bool failed = true; failed; failures += failed) {
+    const database_ptr db = open();
+    host.fail_allocation = host.allocations + 1 + failures;
+    errno = 0;
+    failed = get(db.get(), "00000001").result != 0;
+    if (failed) {
+      EXPECT_EQ(errno, ENOMEM) << failures;
+    }
+    host.fail_allocation = 0;
+    EXPECT_EQ(get(db.get(), "00000001").value, value_of(1, 5000));
+  }
+  EXPECT_GE(failures, 4);
+}
+
+TEST_F(Reading, RefusesFlagsThatReadsDoNotHave) {
+  ASSERT_TRUE(records::make_with_library(path, {{"00000001", "one"}}));
+  const database_ptr db = open();
+  DBT key = item(number_one);
+  DBT value{};
+  EXPECT_EQ(db->get(db.get(), &key, &value, R_NOOVERWRITE), -1);
+  EXPECT_EQ(errno, EINVAL);
+  for (const u_int flag : {0, R_CURSOR, R_LAST, R_PREV}) {
+    errno = 0;
+    EXPECT_EQ(db->seq(db.get(), &key, &value, flag), -1) << flag;
+    EXPECT_EQ(errno, EINVAL) << flag;
+  }
+  EXPECT_EQ(db->sync(db.get(), 0), 0);
+}
+
+TEST_F(Reading, LeavesErrnoAloneWhenItSucceeds) {
+  ASSERT_TRUE(records::make_with_library(path, {{"00000001", "one"}}));
+  const database_ptr db = open();
+  errno = ERANGE;
+  EXPECT_EQ(get(db.get(), "00000001").result, 0);
+  EXPECT_EQ(get(db.get(), "00000002").result, 1);
+  EXPECT_EQ(errno, ERANGE);
+}
+
+TEST_F(Reading, KeepsTheFileItOpened) {
+  ASSERT_TRUE(records::make_with_library(path, {{"00000001", "old"}}));
+  const database_ptr db = open();
+  ASSERT_TRUE(records::make_with_library(folder.path("new"), {{"00000001", "new"}}));
+  ASSERT_EQ(std::rename(folder.path("new").c_str(), path.c_str()), 0);
+  EXPECT_EQ(get(db.get(), "00000001").value, "old");
+  EXPECT_EQ(get(open().get(), "00000001").value, "new");
+}
+
+}  // namespace
