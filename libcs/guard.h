@@ -2,6 +2,7 @@
 #ifndef LIBCS_GUARD_H
 #define LIBCS_GUARD_H
 
+#include <cstdio>
 #include <string_view>
 
 #include <libcs/adt.h>
@@ -29,6 +30,14 @@ inline soif_ptr make_soif(const char *template_name, const char *url, int bucket
   SOIF *object = nullptr;
   soif_create(template_name, url, buckets, &object);
   return soif_ptr(object);
+}
+
+inline void close_stdio(FILE *file) noexcept { std::fclose(file); }
+using stdio_ptr = std::unique_ptr<FILE, deleter<close_stdio>>;
+
+/// open_stdio opens a file for reading. Null, also for a null path, leaves the reason to host_last_error_text.
+inline stdio_ptr open_stdio(const char *path) noexcept {
+  return stdio_ptr(std::fopen(path != nullptr ? path : "", "re"));
 }
 
 /// soif_reader is a parse stream that closes with its scope.

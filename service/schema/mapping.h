@@ -1,0 +1,66 @@
+/// The mapping: the loader fills it, the translations read it.
+#ifndef SERVICE_SCHEMA_MAPPING_H
+#define SERVICE_SCHEMA_MAPPING_H
+
+#include <algorithm>
+#include <cstring>
+#include <span>
+#include <string_view>
+
+#include "service/schema.h"
+
+namespace schema {
+
+constexpr int32_t table_size = 256;
+constexpr size_t name_size = 128;
+
+/// Entry maps one attribute. The first entry without an attribute ends the table.
+struct Entry {
+  char *tblcol;
+  char *soif_attribute;
+  int32_t data_type;
+  int32_t is_internal;
+};
+
+extern Entry tc2soif[table_size];
+extern char _schema_name[name_size];
+/// System tables in the order in which the entries first name them; a null ends them.
+extern char *_schema_systables[table_size];
+/// Empty until an SDL names a root table; never cleared, so that a later load keeps it.
+extern char _schema_root_table[SCHEMA_TEXT_SIZE];
+
+/// clear releases everything but the root table.
+void clear() noexcept;
+
+std::span<const Entry> entries() noexcept;
+std::span<char *const> system_tables() noexcept;
+
+/// schema_systables_insert adds the system table of a "table.column" text unless it is listed. False when memory fails.
+bool schema_systables_insert(const char *tblcol) noexcept;
+
+/// schema_systable_hit returns the index of the system table of a "table.column" text, or -1.
+int32_t schema_systable_hit(const char *tblcol) noexcept;
+
+/// Area is a text of less than 8192 bytes that is put together piece by piece.
+class Area {
+ public:
+  void clear() noexcept { text_[length_ = 0] = '\0'; }
+  bool empty() const noexcept { return length_ == 0; }
+  char *text() noexcept { return text_; }
+
+  /// append returns false, and leaves the text alone, when the piece does not fit.
+  bool append(std::string_view piece) noexcept {
+    if (piece.size() >= sizeof text_ - length_) return false;
+    length_ += piece.copy(text_ + length_, piece.size());
+    text_[length_] = '\0';
+    return true;
+  }
+
+ private:
+  char text_[8192] = {};
+  size_t length_ = 0;
+};
+
+}  // namespace schema
+
+#endif
