@@ -3,15 +3,7 @@
 
 #include "qxapi/guard.h"
 #include "qxapi/posix.h"
-
-/// A reader and its `size` bytes of buffer, in one block.
-struct host_buffer {
-  host_fd fd;
-  int size;
-  int position;
-  int filled;
-  char *bytes() { return reinterpret_cast<char *>(this + 1); }
-};
+#include "qxapi/records.h"
 
 namespace posix {
 namespace {

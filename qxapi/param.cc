@@ -3,13 +3,7 @@
 
 #include "qxapi/guard.h"
 #include "qxapi/posix.h"
-
-/// Pairs are chained in the order they were added, which is the order in which equal names are found. Blocks hold a
-/// dozen pairs, so a chain is searched as fast as a table.
-struct pblock {
-  host_param *first;
-  host_param **last;
-};
+#include "qxapi/records.h"
 
 namespace posix {
 namespace {
