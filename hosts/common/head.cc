@@ -1,0 +1,123 @@
+#include "hosts/common/head.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <utility>
+
+#include "qxapi/ascii.h"
+#include "qxapi/records.h"
+
+namespace hosts {
+namespace {
+
+constexpr std::pair<int, std::string_view> reasons[] = {
+    {200, "OK"},
+    {204, "No Content"},
+    {301, "Moved Permanently"},
+    {302, "Found"},
+    {304, "Not Modified"},
+    {400, "Bad Request"},
+    {401, "Unauthorized"},
+    {403, "Forbidden"},
+    {404, "Not Found"},
+    {405, "Method Not Allowed"},
+    {408, "Request Timeout"},
+    {411, "Length Required"},
+    {413, "Content Too Large"},
+    {414, "URI Too Long"},
+    {417, "Expectation Failed"},
+    {431, "Request Header Fields Too Large"},
+    {500, "Internal Server Error"},
+    {501, "Not Implemented"},
+    {503, "Service Unavailable"},
+};
+
+constexpr std::string_view host_fields[] = {"connection", "date",    "keep-alive",       "server",
+                                            "trailer",    "upgrade", "transfer-encoding"};
+
+bool is_token(std::string_view name) { return !name.empty() && std::all_of(name.begin(), name.end(), is_token_char); }
+
+bool is_host_field(std::string_view name) {
+  return std::any_of(std::begin(host_fields), std::end(host_fields),
+                     [name](std::string_view own) { return ascii::iequals(own, name); });
+}
+
+/// one_line returns a text that cannot end its line, without blanks around it.
+std::string one_line(std::string_view text) {
+  std::string line(text);
+  for (char &c : line)
+    if (static_cast<unsigned char>(c) < ' ' || c == '\x7f') c = ' ';
+  const auto first = line.find_first_not_of(' ');
+  return first == std::string::npos ? std::string() : line.substr(first, line.find_last_not_of(' ') - first + 1);
+}
+
+std::optional<std::int64_t> decimal(std::string_view text) {
+  std::int64_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc() || end != text.data() + text.size() || !ascii::is_digit(text.front())) return std::nullopt;
+  return number;
+}
+
+/// declare takes a content length into the head and tells whether its field is to be kept.
+bool declare(Head &head, std::string_view value) {
+  if (head.length) return false;
+  head.length = decimal(value);
+  return head.length.has_value();
+}
+
+void add_line(std::string &text, std::string_view name, std::string_view value) {
+  text.append(name).append(": ").append(value).append("\r\n");
+}
+
+std::string http_date(std::time_t now) {
+  struct tm fields;
+  char text[64] = "";
+  if (host_gmtime(&now, &fields) != nullptr) host_format_time(text, sizeof text, "%a, %d %b %Y %H:%M:%S GMT", &fields);
+  return text;
+}
+
+}  // namespace
+
+std::string_view reason_phrase(int status) {
+  for (const auto &[number, text] : reasons)
+    if (number == status) return text;
+  return "Unknown";
+}
+
+bool has_body(int status) { return status >= 200 && status != 204 && status != 304; }
+
+Head freeze_head(int status, std::string_view reason, const pblock &response) {
+  Head head;
+  const bool valid = status >= 200 && status <= 599;
+  head.status = valid ? status : 500;
+  if (valid) head.reason = one_line(reason);
+  for (const host_param *entry = response.first; entry != nullptr; entry = entry->next) {
+    if (!is_token(entry->name) || is_host_field(entry->name)) continue;
+    std::string value = one_line(entry->value);
+    if (ascii::iequals(entry->name, "content-length") && !declare(head, value)) continue;
+    head.fields.push_back({entry->name, std::move(value)});
+  }
+  return head;
+}
+
+Head text_head(int status, std::int64_t length) {
+  Head head;
+  head.status = status;
+  head.length = length;
+  if (length > 0) head.fields.push_back({"Content-Type", "text/plain"});
+  head.fields.push_back({"Content-Length", std::to_string(length)});
+  return head;
+}
+
+std::string render_head(const Head &head, const HeadFrame &frame) {
+  std::string text = "HTTP/1.1 " + std::to_string(head.status) + " ";
+  text.append(head.reason.empty() ? reason_phrase(head.status) : std::string_view(head.reason)).append("\r\n");
+  add_line(text, "Date", http_date(frame.now));
+  add_line(text, "Server", frame.server);
+  for (const Field &field : head.fields) add_line(text, field.name, field.value);
+  if (!frame.connection.empty()) add_line(text, "Connection", frame.connection);
+  return text.append("\r\n");
+}
+
+}  // namespace hosts

@@ -1,0 +1,152 @@
+#include "hosts/common/host_table.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <exception>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "hosts/common/exchange.h"
+#include "hosts/common/log_text.h"
+#include "qxapi/records.h"
+
+namespace hosts {
+namespace {
+
+struct Exit {
+  void (*fn)(void *);
+  void *argument;
+};
+
+Reporter report_to;
+std::mutex exits_mutex;
+std::vector<Exit> exits;
+
+/// guarded runs `body` and answers `failure`, with ENOMEM, where it throws: the plug-in's frames let nothing through.
+template <typename Body, typename Result>
+Result guarded(Result failure, Body body) noexcept {
+  try {
+    return body();
+  } catch (const std::exception &) {
+    errno = ENOMEM;
+    return failure;
+  }
+}
+
+void set_status(Session *session, Request *request, int status, const char *reason) {
+  Exchange *exchange = exchange_of(session);
+  if (exchange == nullptr) {
+    if (request != nullptr) request->status = status;
+    return;
+  }
+  guarded(0, [&] {
+    exchange->set_status(status, reason);
+    return 0;
+  });
+}
+
+int start_response(Session *session, Request *) {
+  Exchange *exchange = exchange_of(session);
+  if (exchange == nullptr) return HOST_ABORT;
+  return guarded<>(int{HOST_ABORT}, [&] { return exchange->start() ? int{HOST_DONE} : int{HOST_ABORT}; });
+}
+
+int net_write(host_net *socket, const void *bytes, int32_t count) {
+  if (socket == nullptr || count < 0) {
+    errno = EINVAL;
+    return -1;
+  }
+  const std::string_view text(static_cast<const char *>(bytes), static_cast<std::size_t>(count));
+  return guarded(-1, [&] { return socket->exchange->write(text) ? count : -1; });
+}
+
+/// send_read hands over what only reading yields: pipes and devices have no stretch to queue.
+std::int64_t send_read(Exchange &exchange, host_fd fd) {
+  char block[16384];
+  std::int64_t total = 0;
+  for (int32_t got; (got = host_read(fd, block, sizeof block)) != 0; total += got)
+    if (got < 0 || !exchange.write({block, static_cast<std::size_t>(got)})) return -1;
+  return total;
+}
+
+/// send_rest hands over the file from its position on, and leaves the position at its end, as reading would.
+std::int64_t send_rest(Exchange &exchange, host_fd fd) {
+  struct stat status;
+  if (::fstat(fd, &status) != 0) return -1;
+  const std::int64_t position = S_ISREG(status.st_mode) ? ::lseek(fd, 0, SEEK_CUR) : -1;
+  if (position < 0) return send_read(exchange, fd);
+  const std::int64_t length = std::max<std::int64_t>(status.st_size - position, 0);
+  const std::int64_t sent = exchange.send_file(fd, position, length);
+  if (sent >= 0 && ::lseek(fd, position + length, SEEK_SET) < 0) return -1;
+  return sent;
+}
+
+std::int64_t buffer_send(host_buffer *reader, host_net *socket) {
+  if (socket == nullptr) {
+    errno = ENOTCONN;
+    return -1;
+  }
+  return guarded(std::int64_t{-1}, [&]() -> std::int64_t {
+    const auto held = static_cast<std::size_t>(reader->filled - reader->position);
+    const std::string_view text(reader->bytes() + reader->position, held);
+    reader->position = reader->filled;
+    if (!text.empty() && !socket->exchange->write(text)) return -1;
+    const std::int64_t rest = send_rest(*socket->exchange, reader->fd);
+    return rest < 0 ? -1 : rest + static_cast<std::int64_t>(held);
+  });
+}
+
+void register_exit(void (*fn)(void *), void *argument) {
+  guarded(0, [&] {
+    const std::lock_guard lock(exits_mutex);
+    exits.push_back(Exit{fn, argument});
+    return 0;
+  });
+}
+
+std::string format_text(const char *format, va_list arguments) {
+  char text[8192];
+  const int length = std::vsnprintf(text, sizeof text, format, arguments);
+  return std::string(text, static_cast<std::size_t>(std::clamp(length, 0, static_cast<int>(sizeof text) - 1)));
+}
+
+void report_error(int degree, const char *function, Session *session, Request *, const char *format,
+                  va_list arguments) {
+  guarded(0, [&] {
+    const Exchange *exchange = exchange_of(session);
+    const std::string client = exchange == nullptr ? "" : exchange->client_text("ip");
+    report_to(Report{degree, function, client, log_text(format_text(format, arguments))});
+    return 0;
+  });
+}
+
+}  // namespace
+
+void bind_host(Reporter reporter) {
+  report_to = std::move(reporter);
+  qxapi_host table = *qxapi_posix_host();
+  table.set_status = set_status;
+  table.start_response = start_response;
+  table.net_write = net_write;
+  table.buffer_send = buffer_send;
+  table.register_exit = register_exit;
+  table.report_error = report_error;
+  qxapi_bind(&table);
+}
+
+void run_exits() {
+  std::vector<Exit> due;
+  {
+    const std::lock_guard lock(exits_mutex);
+    due.swap(exits);
+  }
+  for (const Exit &exit : due) exit.fn(exit.argument);
+}
+
+}  // namespace hosts

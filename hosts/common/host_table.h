@@ -1,0 +1,33 @@
+/// The function table that a host binds: the POSIX table with the entries replaced that concern requests, answers,
+/// reports and exits. Requests are exchanges: the pre-read input and the header look-up of the POSIX table serve them
+/// as they are; statuses, heads and answers go to the exchange.
+#ifndef HOSTS_COMMON_HOST_TABLE_H
+#define HOSTS_COMMON_HOST_TABLE_H
+
+#include <functional>
+#include <string_view>
+
+#include <qxapi/qxapi.h>
+
+namespace hosts {
+
+/// Report is one line for a host's error log. `client` is the client's address, empty for none; `text` is one line,
+/// escaped by log_text.
+struct Report {
+  int degree;
+  std::string_view function;
+  std::string_view client;
+  std::string_view text;
+};
+using Reporter = std::function<void(const Report &)>;
+
+/// bind_host binds the table. Reports of the plug-in go to `reporter`, which may be called from any thread that is
+/// inside the plug-in. To be called once, before any other thread.
+void bind_host(Reporter reporter);
+
+/// run_exits calls the exits that the plug-in has registered, in the order of registration, and forgets them.
+void run_exits();
+
+}  // namespace hosts
+
+#endif

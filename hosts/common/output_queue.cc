@@ -1,0 +1,96 @@
+#include "hosts/common/output_queue.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <utility>
+
+namespace hosts {
+namespace {
+
+std::string temporary_folder() {
+  const char *folder = std::getenv("TMPDIR");
+  return folder != nullptr && *folder != '\0' ? folder : "/tmp";
+}
+
+/// open_unlinked returns a new file without a name, or -1.
+host_fd open_unlinked(const std::string &folder) {
+  const host_fd fd = ::open(folder.c_str(), O_TMPFILE | O_RDWR | O_EXCL | O_CLOEXEC, 0600);
+  if (fd != -1) return fd;
+  // Some file systems make no file without a name; there the name lives for a moment.
+  std::string name = folder + "/rdm-answer-XXXXXX";
+  const host_fd named = ::mkostemp(name.data(), O_CLOEXEC);
+  if (named != -1) ::unlink(name.c_str());
+  return named;
+}
+
+/// write_at writes as much of `bytes` at `offset` as the disk takes and returns how much that was.
+std::size_t write_at(host_fd fd, std::string_view bytes, std::int64_t offset) {
+  std::size_t done = 0;
+  while (done < bytes.size()) {
+    const auto at = offset + static_cast<std::int64_t>(done);
+    const ssize_t put = ::pwrite(fd, bytes.data() + done, bytes.size() - done, at);
+    if (put > 0)
+      done += static_cast<std::size_t>(put);
+    else if (put == 0 || errno != EINTR)
+      break;
+  }
+  return done;
+}
+
+}  // namespace
+
+std::size_t OutputQueue::append(std::string_view bytes) {
+  // Once a file was begun the rest follows there, or the order would be lost.
+  const std::size_t fits = spill_file_ ? 0 : std::min(bytes.size(), room_);
+  append_memory(bytes.substr(0, fits));
+  const std::string_view rest = bytes.substr(fits);
+  return fits + (rest.empty() ? 0 : spill(rest));
+}
+
+void OutputQueue::append_memory(std::string_view bytes) {
+  if (bytes.empty()) return;
+  if (pieces_.empty() || pieces_.back().file) pieces_.emplace_back();
+  Piece &piece = pieces_.back();
+  piece.bytes.append(bytes);
+  piece.length += static_cast<std::int64_t>(bytes.size());
+  size_ += static_cast<std::int64_t>(bytes.size());
+  room_ -= bytes.size();
+}
+
+std::size_t OutputQueue::spill(std::string_view bytes) {
+  if (!spill_file_) {
+    auto file = std::make_shared<const file_guard>(open_unlinked(temporary_folder()));
+    if (!*file) return 0;
+    spill_file_ = std::move(file);
+  }
+  const std::size_t put = write_at(spill_file_->get(), bytes, spilled_);
+  const auto length = static_cast<std::int64_t>(put);
+  if (put > 0 && !pieces_.empty() && pieces_.back().file == spill_file_)
+    pieces_.back().length += length;
+  else if (put > 0)
+    pieces_.push_back(Piece{{}, spill_file_, spilled_, length});
+  spilled_ += length;
+  size_ += length;
+  return put;
+}
+
+bool OutputQueue::append_file(host_fd fd, std::int64_t offset, std::int64_t length) {
+  if (length <= 0) return true;
+  auto copy = std::make_shared<const file_guard>(::fcntl(fd, F_DUPFD_CLOEXEC, 0));
+  if (!*copy) return false;
+  pieces_.push_back(Piece{{}, std::move(copy), offset, length});
+  size_ += length;
+  return true;
+}
+
+std::vector<Piece> OutputQueue::take() {
+  size_ = 0;
+  return std::exchange(pieces_, {});
+}
+
+}  // namespace hosts

@@ -1,0 +1,178 @@
+#include "hosts/common/host_table.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <string>
+#include <vector>
+
+#include "hosts/common/exchange.h"
+#include "qxapi/guard.h"
+#include "support/files.h"
+
+namespace {
+
+using hosts::Exchange;
+
+class HostTable : public ::testing::Test {
+ protected:
+  HostTable() {
+    hosts::bind_host([this](const hosts::Report &report) {
+      reports_.push_back(std::to_string(report.degree) + "|" + std::string(report.function) + "|" +
+                         std::string(report.client) + "|" + std::string(report.text));
+    });
+  }
+  ~HostTable() override { qxapi_bind(nullptr); }
+
+  static std::string queued(Exchange &exchange) {
+    std::string bytes;
+    for (const hosts::Piece &piece : exchange.queue().pieces()) {
+      if (!piece.file) {
+        bytes += piece.bytes;
+        continue;
+      }
+      std::string part(static_cast<std::size_t>(piece.length), '\0');
+      EXPECT_EQ(::pread(piece.file->get(), part.data(), part.size(), piece.offset), piece.length);
+      bytes += part;
+    }
+    return bytes;
+  }
+
+  std::vector<std::string> reports_;
+};
+
+TEST_F(HostTable, StatusAndHeadGoToTheExchange) {
+  Exchange exchange;
+  host_set_status(exchange.session(), exchange.request(), 403, "No");
+  EXPECT_EQ(host_start_response(exchange.session(), exchange.request()), HOST_DONE);
+  EXPECT_EQ(exchange.head().status, 403);
+  EXPECT_EQ(exchange.head().reason, "No");
+  EXPECT_EQ(exchange.request()->status, 403);
+}
+
+TEST_F(HostTable, ASecondHeadIsRefused) {
+  Exchange exchange;
+  EXPECT_EQ(host_start_response(exchange.session(), exchange.request()), HOST_DONE);
+  EXPECT_EQ(host_start_response(exchange.session(), exchange.request()), HOST_ABORT);
+}
+
+TEST_F(HostTable, WithoutASessionThereIsNothingToAnswer) {
+  Request request{};
+  host_set_status(nullptr, &request, 404, nullptr);
+  EXPECT_EQ(request.status, 404);
+  EXPECT_EQ(host_start_response(nullptr, &request), HOST_ABORT);
+  EXPECT_EQ(host_net_write(nullptr, "x", 1), -1);
+}
+
+TEST_F(HostTable, WritesReturnTheirCountOrFail) {
+  Exchange exchange;
+  host_param_add("content-length", "5", exchange.request()->response);
+  host_net *socket = exchange.session()->socket;
+  EXPECT_EQ(host_net_write(socket, "abc", 3), 3);
+  EXPECT_EQ(host_net_write(socket, "", 0), 0);
+  errno = 0;
+  EXPECT_EQ(host_net_write(socket, "defg", 4), -1);
+  EXPECT_EQ(errno, EMSGSIZE);
+  EXPECT_EQ(host_net_write(socket, "x", -1), -1);
+  EXPECT_EQ(errno, EINVAL);
+  EXPECT_EQ(queued(exchange), "abcde");
+}
+
+TEST_F(HostTable, RequestHeadersAreFoundInAnyLetterCase) {
+  Exchange exchange;
+  exchange.header("content-encoding", "x-gzip");
+  char *value = nullptr;
+  EXPECT_EQ(host_request_header("Content-Encoding", &value, exchange.session(), exchange.request()), 0);
+  EXPECT_STREQ(value, "x-gzip");
+  EXPECT_EQ(host_request_header("x-none", &value, exchange.session(), exchange.request()), 0);
+  EXPECT_EQ(value, nullptr);
+}
+
+TEST_F(HostTable, SendsAWholeFile) {
+  const support::TemporaryFolder folder;
+  Exchange exchange;
+  {
+    const file_guard file(host_open_read(folder.write("file", "whole file\n").c_str()));
+    const reader_ptr reader(host_buffer_open(file.get(), 4096));
+    EXPECT_EQ(host_buffer_send(reader.get(), exchange.session()->socket), 11);
+    EXPECT_EQ(host_buffer_send(reader.get(), exchange.session()->socket), 0);
+  }
+  EXPECT_EQ(queued(exchange), "whole file\n");
+}
+
+TEST_F(HostTable, SendsWhatTheReaderHasNotYetGivenOut) {
+  const support::TemporaryFolder folder;
+  const file_guard file(host_open_read(folder.write("file", "first line\nsecond line\nthird line\n").c_str()));
+  const reader_ptr reader(host_buffer_open(file.get(), 16));
+  char line[64];
+  ASSERT_EQ(host_getline(reader.get(), 1, sizeof line, line), 0);
+  Exchange exchange;
+  EXPECT_EQ(host_buffer_send(reader.get(), exchange.session()->socket), 23);
+  EXPECT_EQ(queued(exchange), "second line\nthird line\n");
+  EXPECT_EQ(host_getline(reader.get(), 2, sizeof line, line), 1);
+}
+
+TEST_F(HostTable, SendsAnEmptyFile) {
+  const support::TemporaryFolder folder;
+  const file_guard file(host_open_read(folder.write("file", "").c_str()));
+  const reader_ptr reader(host_buffer_open(file.get(), 4096));
+  Exchange exchange;
+  EXPECT_EQ(host_buffer_send(reader.get(), exchange.session()->socket), 0);
+  EXPECT_EQ(exchange.queue().size(), 0);
+}
+
+TEST_F(HostTable, SendsWhatOnlyReadingYields) {
+  int ends[2];
+  ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+  const file_guard read_end(ends[0]);
+  {
+    const file_guard write_end(ends[1]);
+    ASSERT_EQ(host_write(write_end.get(), "from a pipe", 11), 1);
+  }
+  const reader_ptr reader(host_buffer_open(read_end.get(), 4096));
+  Exchange exchange;
+  EXPECT_EQ(host_buffer_send(reader.get(), exchange.session()->socket), 11);
+  EXPECT_EQ(queued(exchange), "from a pipe");
+}
+
+TEST_F(HostTable, SendingFailsOnADescriptorThatIsNone) {
+  const support::TemporaryFolder folder;
+  file_guard file(host_open_read(folder.write("file", "text").c_str()));
+  const reader_ptr reader(host_buffer_open(file.get(), 4096));
+  host_close(file.release());
+  Exchange exchange;
+  EXPECT_EQ(host_buffer_send(reader.get(), exchange.session()->socket), -1);
+  EXPECT_EQ(errno, EBADF);
+  EXPECT_EQ(host_buffer_send(reader.get(), nullptr), -1);
+}
+
+TEST_F(HostTable, ReportsNameFunctionAndClientInOneLine) {
+  Exchange exchange;
+  exchange.client("ip", "192.0.2.7");
+  host_report_error(0, "rdm-service", exchange.session(), exchange.request(), "Unknown CSID: %s\n", "x\ny");
+  host_report_error(1, "rdm-init", nullptr, nullptr, "%s", "no request");
+  EXPECT_EQ(reports_,
+            (std::vector<std::string>{"0|rdm-service|192.0.2.7|Unknown CSID: x\\ny", "1|rdm-init||no request"}));
+}
+
+TEST_F(HostTable, AReportIsCutRatherThanGrown) {
+  host_report_error(0, "f", nullptr, nullptr, "%s", std::string(20'000, 'x').c_str());
+  ASSERT_EQ(reports_.size(), 1u);
+  EXPECT_EQ(reports_[0], "0|f||" + std::string(8191, 'x'));
+}
+
+TEST_F(HostTable, ExitsRunOnceInTheOrderOfRegistration) {
+  static std::string order;
+  const auto note = [](void *argument) { order += static_cast<const char *>(argument); };
+  char first[] = "1", second[] = "2", third[] = "3";
+  for (char *name : {first, second, third}) host_register_exit(note, name);
+  EXPECT_EQ(order, "");
+  hosts::run_exits();
+  EXPECT_EQ(order, "123");
+  hosts::run_exits();
+  EXPECT_EQ(order, "123");
+}
+
+}  // namespace

@@ -1,0 +1,37 @@
+#include "hosts/common/plugin.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace {
+
+using hosts::Plugin;
+using hosts::PluginError;
+
+std::string failure(const std::string &path) {
+  try {
+    const Plugin plugin(path);
+  } catch (const PluginError &error) {
+    return error.what();
+  }
+  return "";
+}
+
+TEST(PluginLoading, SaysWhichFileIsMissing) {
+  EXPECT_EQ(
+      failure("/nonexistent/plugin.so"),
+      "cannot load the plug-in: /nonexistent/plugin.so: cannot open shared object file: No such file or directory");
+}
+
+TEST(PluginLoading, TakesANameWithoutASlashAsAFileOfTheCurrentFolder) {
+  // The loader alone would find this one along its search path.
+  EXPECT_NE(failure("libc.so.6").find("/libc.so.6: cannot open shared object file"), std::string::npos);
+}
+
+TEST(PluginLoading, RefusesALibraryWithoutTheFourEntries) {
+  const std::string path = std::string(BINARY_DIR) + "/lib/libqxapi.so.3";
+  EXPECT_EQ(failure(path), path + " is not a plug-in: it has no entry rdm_init");
+}
+
+}  // namespace
