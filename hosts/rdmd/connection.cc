@@ -1,0 +1,323 @@
+#include "hosts/rdmd/connection.h"
+
+#include <algorithm>
+#include <boost/asio/buffer.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/write.hpp>
+#include <chrono>
+#include <ctime>
+#include <string_view>
+#include <utility>
+
+#include "hosts/rdmd/server.h"
+
+namespace rdmd {
+namespace {
+
+using boost::asio::ip::tcp;
+using boost::system::error_code;
+
+constexpr std::string_view server_name = "rdmd/" RDM_VERSION;
+constexpr std::string_view continue_line = "HTTP/1.1 100 Continue\r\n\r\n";
+
+/// client_address returns the address as text; an IPv4 client of an IPv6 socket shows as what it is.
+std::string client_address(const tcp::socket &socket) {
+  error_code error;
+  const auto endpoint = socket.remote_endpoint(error);
+  if (error) return "-";
+  const auto address = endpoint.address();
+  if (address.is_v6() && address.to_v6().is_v4_mapped())
+    return boost::asio::ip::make_address_v4(boost::asio::ip::v4_mapped, address.to_v6()).to_string();
+  return address.to_string();
+}
+
+}  // namespace
+
+Connection::Connection(Socket socket, Server &server)
+    : server_(server),
+      socket_(std::move(socket)),
+      timer_(socket_.get_executor()),
+      client_(client_address(socket_)),
+      reader_(server.limits().head_bytes, server.limits().target_bytes) {
+  error_code ignored;
+  socket_.native_non_blocking(true, ignored);
+  socket_.set_option(tcp::no_delay(true), ignored);
+}
+
+Connection::~Connection() { server_.forget(this); }
+
+/// on_strand returns a completion handler that keeps the connection alive and runs unless the state has changed.
+template <typename Handler>
+auto Connection::on_strand(Handler handler) {
+  return [self = shared_from_this(), this, epoch = epoch_, handler](auto... results) {
+    if (epoch == epoch_) handler(results...);
+  };
+}
+
+void Connection::enter(State state) {
+  ++epoch_;
+  state_ = state;
+  idle_since_ = state == State::idle ? std::chrono::steady_clock::now().time_since_epoch().count() : 0;
+}
+
+/* ---- From other threads ---- */
+
+void Connection::start() {
+  boost::asio::post(socket_.get_executor(), on_strand([this] { next_request(); }));
+}
+
+void Connection::turn_away() {
+  turned_away_ = true;
+  boost::asio::post(socket_.get_executor(), on_strand([this] {
+                      refuse({503, "The server has as many connections as it can take.\n"});
+                    }));
+}
+
+void Connection::close_if_idle() {
+  idle_since_ = 0;
+  boost::asio::post(socket_.get_executor(), [self = shared_from_this(), this] {
+    if (state_ == State::idle) close();
+  });
+}
+
+void Connection::abort() {
+  boost::asio::post(socket_.get_executor(), [self = shared_from_this(), this] { close(); });
+}
+
+/* ---- Deadlines ---- */
+
+void Connection::arm(Duration limit, Step expired) {
+  timer_.expires_after(limit);
+  timer_.async_wait([self = shared_from_this(), this, epoch = ++timer_epoch_, expired](const error_code &) {
+    if (epoch == timer_epoch_) (this->*expired)();
+  });
+}
+
+void Connection::disarm() {
+  ++timer_epoch_;
+  timer_.cancel();
+}
+
+void Connection::give_up_head() { refuse({408, "The request head did not arrive in time.\n"}); }
+void Connection::give_up_body() { refuse({408, "The request body did not arrive in time.\n"}); }
+
+void Connection::give_up_sending() {
+  error_code ignored;
+  // What the client has not taken is not kept for it either.
+  socket_.set_option(boost::asio::socket_base::linger(true, 0), ignored);
+  close();
+}
+
+/* ---- Reading a request ---- */
+
+void Connection::read_more(Step next, Step ended) {
+  socket_.async_read_some(boost::asio::buffer(chunk_), on_strand([=, this](const error_code &error, std::size_t count) {
+                            if (error) return (this->*ended)();
+                            input_.append(chunk_.data(), count);
+                            (this->*next)();
+                          }));
+}
+
+void Connection::next_request() {
+  reader_ = HeadReader(server_.limits().head_bytes, server_.limits().target_bytes);
+  exchange_.reset();
+  sender_.reset();
+  unread_ = false;
+  if (!input_.empty()) {
+    enter(State::head);
+    arm(server_.limits().header, &Connection::give_up_head);
+    return read_head();
+  }
+  if (server_.stopping()) return close();
+  enter(State::idle);
+  arm(first_ ? server_.limits().header : server_.limits().idle, &Connection::close);
+  wait_idle();
+}
+
+void Connection::wait_idle() { read_more(&Connection::next_request, &Connection::close); }
+
+void Connection::read_head() {
+  HeadResult result = reader_.take(input_);
+  if (std::holds_alternative<NeedMore>(result)) return read_more(&Connection::read_head, &Connection::close);
+  if (const Refusal *refusal = std::get_if<Refusal>(&result)) return refuse(*refusal);
+  begin_request(std::get<RequestHead>(std::move(result)));
+}
+
+void Connection::begin_request(RequestHead head) {
+  head_ = std::move(head);
+  // 503 stands where the server stops before it has answered.
+  entry_ = AccessEntry{client_,
+                       std::time(nullptr),
+                       head_.line,
+                       503,
+                       0,
+                       std::string(head_.field("referer")),
+                       std::string(head_.field("user-agent"))};
+  logged_ = false;
+  unread_ = head_.length.value_or(0) > 0;
+  std::optional<Target> target = parse_target(head_.target);
+  if (!target) return refuse({400, "The request target is malformed.\n"});
+  target_ = std::move(*target);
+  route();
+}
+
+void Connection::route() {
+  keep_ = head_.keep_alive && !unread_;
+  if (!is_service_path(target_.path)) return answer_text(404, "There is no such resource here.\n");
+  exchange_ = make_exchange(head_, target_, client_);
+  if (!unread_ || *head_.length > body_limit) return call_plugin();
+  enter(State::body);
+  arm(server_.limits().body, &Connection::give_up_body);
+  if (head_.expects_continue && input_.empty()) return send_continue();
+  read_body();
+}
+
+void Connection::send_continue() {
+  boost::asio::async_write(socket_, boost::asio::buffer(continue_line),
+                           on_strand([this](const error_code &error, std::size_t) {
+                             if (error) return body_lost();
+                             read_body();
+                           }));
+}
+
+void Connection::read_body() {
+  const auto length = static_cast<std::size_t>(*head_.length);
+  if (input_.size() < length) return read_more(&Connection::read_body, &Connection::body_lost);
+  exchange_->input(input_.substr(0, length));
+  input_.erase(0, length);
+  unread_ = false;
+  keep_ = head_.keep_alive;
+  call_plugin();
+}
+
+void Connection::body_lost() {
+  entry_.status = 400;
+  close();
+}
+
+/* ---- Answering it ---- */
+
+void Connection::call_plugin() {
+  disarm();
+  enter(State::service);
+  server_.service().post([self = shared_from_this(), this] {
+    const hosts::Outcome outcome = hosts::serve(server_.plugin(), *exchange_);
+    boost::asio::post(socket_.get_executor(), [self, this, outcome] {
+      if (state_ == State::service) deliver(outcome);
+    });
+  });
+}
+
+void Connection::deliver(hosts::Outcome outcome) {
+  if (outcome == hosts::Outcome::not_handled) return answer_text(404, "There is no such resource here.\n");
+  if (outcome == hosts::Outcome::silent) {
+    server_.errors().error("the plug-in sent no answer (client " + client_ + ")");
+    keep_ = false;
+    return answer_text(500, "");
+  }
+  keep_ = keep_ && exchange_->delimited();
+  answer(exchange_->head(), exchange_->queue().take());
+}
+
+/// refuse answers a request that is not, or not wholly, understood; what follows it on the connection cannot be either.
+void Connection::refuse(const Refusal &refusal) {
+  error_code ignored;
+  socket_.cancel(ignored);
+  if (logged_) {
+    // The head did not become a request: its line is what there is of it.
+    const std::size_t line = std::min(input_.find_first_of("\r\n"), std::size_t{256});
+    entry_ = AccessEntry{client_, std::time(nullptr), input_.substr(0, line), 0, 0, "", ""};
+    head_ = RequestHead{};
+    logged_ = false;
+  }
+  unread_ = true;
+  keep_ = false;
+  answer_text(refusal.status, refusal.text);
+}
+
+void Connection::answer_text(int status, std::string_view text) {
+  std::vector<hosts::Piece> pieces;
+  const auto length = static_cast<std::int64_t>(text.size());
+  if (length > 0 && head_.method != "HEAD") pieces.push_back(hosts::Piece{std::string(text), nullptr, 0, length});
+  answer(hosts::text_head(status, length), std::move(pieces));
+}
+
+void Connection::answer(const hosts::Head &head, std::vector<hosts::Piece> pieces) {
+  disarm();
+  enter(State::sending);
+  keep_ = keep_ && !server_.stopping();
+  entry_.status = head.status;
+  const std::string_view persistence = keep_ ? (head_.http11 ? "" : "keep-alive") : "close";
+  sender_.emplace(hosts::render_head(head, {server_name, std::time(nullptr), persistence}), std::move(pieces));
+  armed_at_ = -1;
+  send_some();
+}
+
+void Connection::send_some() {
+  switch (sender_->send(socket_.native_handle())) {
+    case Sender::State::done:
+      return sent();
+    case Sender::State::more:
+      return boost::asio::post(socket_.get_executor(), on_strand([this] { send_some(); }));
+    case Sender::State::blocked:
+      return await_writable();
+    case Sender::State::failed:
+      return close();
+  }
+}
+
+/// await_writable gives the client its time anew whenever it has taken something.
+void Connection::await_writable() {
+  if (sender_->sent() != armed_at_) {
+    armed_at_ = sender_->sent();
+    arm(server_.limits().write, &Connection::give_up_sending);
+  }
+  socket_.async_wait(tcp::socket::wait_write, on_strand([this](const error_code &error) {
+                       if (error) return close();
+                       send_some();
+                     }));
+}
+
+void Connection::sent() {
+  disarm();
+  log_request();
+  first_ = false;
+  if (!keep_) return linger();
+  // By way of the queue: a client with many small requests in one packet must not deepen the stack.
+  boost::asio::post(socket_.get_executor(), on_strand([this] { next_request(); }));
+}
+
+void Connection::log_request() {
+  if (std::exchange(logged_, true)) return;
+  entry_.bytes = sender_ ? sender_->body_sent() : 0;
+  server_.access().write(entry_);
+}
+
+/* ---- The end ---- */
+
+/// linger reads on for a while after the last answer: closing on unread bytes would make the client's system throw
+/// away an answer that it has not yet read.
+void Connection::linger() {
+  error_code error;
+  socket_.shutdown(tcp::socket::shutdown_send, error);
+  if (error) return close();
+  enter(State::lingering);
+  arm(server_.limits().linger, &Connection::close);
+  discard();
+}
+
+void Connection::discard() {
+  input_.clear();
+  read_more(&Connection::discard, &Connection::close);
+}
+
+void Connection::close() {
+  if (state_ == State::closed) return;
+  disarm();
+  enter(State::closed);
+  log_request();
+  error_code ignored;
+  socket_.close(ignored);
+}
+
+}  // namespace rdmd

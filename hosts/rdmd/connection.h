@@ -1,0 +1,121 @@
+/// One client connection: requests are read, handed to the plug-in and answered one after another.
+///
+/// All members but idle_since run on the connection's own strand. A request is read whole before it is queued for the
+/// plug-in's thread, and its answer is sent after the plug-in has returned; meanwhile nothing is read, so that a client
+/// which sends faster than it is answered waits in its own socket.
+#ifndef HOSTS_RDMD_CONNECTION_H
+#define HOSTS_RDMD_CONNECTION_H
+
+#include <array>
+#include <atomic>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "hosts/common/exchange.h"
+#include "hosts/common/plugin.h"
+#include "hosts/rdmd/intake.h"
+#include "hosts/rdmd/log.h"
+#include "hosts/rdmd/request_head.h"
+#include "hosts/rdmd/sender.h"
+#include "hosts/rdmd/settings.h"
+
+namespace rdmd {
+
+class Server;
+
+class Connection : public std::enable_shared_from_this<Connection> {
+ public:
+  using Socket = boost::asio::ip::tcp::socket;
+
+  Connection(Socket socket, Server &server);
+  Connection(const Connection &) = delete;
+  Connection &operator=(const Connection &) = delete;
+  ~Connection();
+
+  /// start begins to serve requests. To be called once, from any thread, like turn_away.
+  void start();
+  /// turn_away answers 503 without reading anything, for a client beyond the connection limit.
+  void turn_away();
+
+  /// close_if_idle closes the connection if it waits for a request. From any thread.
+  void close_if_idle();
+  /// abort closes the connection at once. From any thread.
+  void abort();
+
+  /// idle_since is when the connection began to wait for its next request, in ticks of the steady clock; 0 while it
+  /// does not wait. From any thread.
+  std::int64_t idle_since() const { return idle_since_; }
+  /// turned_away tells whether the connection is one beyond the limit. From the thread that called turn_away.
+  bool turned_away() const { return turned_away_; }
+
+ private:
+  enum class State { idle, head, body, service, sending, lingering, closed };
+  using Step = void (Connection::*)();
+
+  void next_request();
+  void wait_idle();
+  void read_head();
+  void begin_request(RequestHead head);
+  void route();
+  void read_body();
+  void send_continue();
+  void body_lost();
+  void call_plugin();
+  void deliver(hosts::Outcome outcome);
+
+  void refuse(const Refusal &refusal);
+  void answer_text(int status, std::string_view text);
+  void answer(const hosts::Head &head, std::vector<hosts::Piece> pieces);
+  void send_some();
+  void await_writable();
+  void sent();
+  void log_request();
+
+  void linger();
+  void discard();
+  void close();
+
+  void enter(State state);
+  void read_more(Step next, Step ended);
+  void arm(Duration limit, Step expired);
+  void disarm();
+  void give_up_head();
+  void give_up_body();
+  void give_up_sending();
+  template <typename Handler>
+  auto on_strand(Handler handler);
+
+  Server &server_;
+  Socket socket_;
+  boost::asio::steady_timer timer_;
+  State state_ = State::idle;
+  std::uint64_t epoch_ = 0;        // of the state: completions of an earlier one are ignored
+  std::uint64_t timer_epoch_ = 0;  // likewise of the deadline in force
+  std::atomic<std::int64_t> idle_since_ = 0;
+  std::string client_;
+  std::string input_;  // bytes received and not yet used
+  std::array<char, 8192> chunk_;
+  bool turned_away_ = false;
+  bool first_ = true;    // no request was answered yet
+  bool keep_ = false;    // the connection outlives the answer under way
+  bool unread_ = false;  // the request has a body that is not read
+
+  // The request under way.
+  HeadReader reader_;
+  RequestHead head_;
+  Target target_;
+  std::unique_ptr<hosts::Exchange> exchange_;
+  std::optional<Sender> sender_;
+  std::int64_t armed_at_ = -1;  // bytes sent when the write deadline was set
+  AccessEntry entry_;
+  bool logged_ = true;
+};
+
+}  // namespace rdmd
+
+#endif

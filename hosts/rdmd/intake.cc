@@ -1,0 +1,85 @@
+#include "hosts/rdmd/intake.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <limits>
+#include <utility>
+
+#include "qxapi/ascii.h"
+
+namespace rdmd {
+namespace {
+
+/// hex_digit returns the value of a hexadecimal digit, or -1.
+int hex_digit(char c) {
+  if (ascii::is_digit(c)) return c - '0';
+  const char letter = ascii::lower(c);
+  return letter >= 'a' && letter <= 'f' ? letter - 'a' + 10 : -1;
+}
+
+/// decode resolves the escapes of a path; nothing when one is malformed or means NUL.
+std::optional<std::string> decode(std::string_view text) {
+  std::string result;
+  result.reserve(text.size());
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] != '%') {
+      result.push_back(text[i]);
+      continue;
+    }
+    const int high = i + 2 < text.size() ? hex_digit(text[i + 1]) : -1;
+    const int low = high >= 0 ? hex_digit(text[i + 2]) : -1;
+    if (low < 0 || high + low == 0) return std::nullopt;
+    result.push_back(static_cast<char>(high * 16 + low));
+    i += 2;
+  }
+  return result;
+}
+
+/// without_authority removes "http://host" from the front of a target.
+std::string_view without_authority(std::string_view target) {
+  for (const std::string_view scheme : {"http://", "https://"}) {
+    if (!ascii::istarts_with(target, scheme)) continue;
+    target.remove_prefix(scheme.size());
+    target.remove_prefix(std::min(target.find_first_of("/?"), target.size()));
+    return target.empty() ? "/" : target;
+  }
+  return target;
+}
+
+std::string announced_length(std::uint64_t length) {
+  return std::to_string(std::min<std::uint64_t>(length, std::numeric_limits<std::int32_t>::max()));
+}
+
+}  // namespace
+
+std::optional<Target> parse_target(std::string_view target) {
+  if (target == "*") return Target{"*", std::nullopt};
+  const std::string_view local = without_authority(target);
+  const auto mark = local.find('?');
+  std::optional<std::string> path = decode(local.substr(0, mark));
+  // An absolute target may go from the host straight to the query.
+  if (path && path->empty() && local.size() != target.size()) path = "/";
+  if (!path || path->empty() || path->front() != '/') return std::nullopt;
+  Target result{std::move(*path), std::nullopt};
+  if (mark != std::string_view::npos) result.query = local.substr(mark + 1);
+  return result;
+}
+
+bool is_service_path(std::string_view path) { return ascii::istarts_with(path, "/rdm/"); }
+
+std::unique_ptr<hosts::Exchange> make_exchange(const RequestHead &head, const Target &target,
+                                               const std::string &client_ip) {
+  auto exchange = std::make_unique<hosts::Exchange>();
+  exchange->client("ip", client_ip);
+  exchange->line("method", head.method);
+  exchange->line("uri", target.path);
+  if (target.query) exchange->line("query", *target.query);
+  for (const hosts::Field &field : head.fields) {
+    const bool is_length = field.name == "content-length" && head.length;
+    exchange->header(field.name, is_length ? announced_length(*head.length) : field.value);
+  }
+  if (head.method == "HEAD") exchange->head_only();
+  return exchange;
+}
+
+}  // namespace rdmd

@@ -1,0 +1,71 @@
+/// rdmd: the stand-alone host server.
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <optional>
+#include <string>
+
+#include "hosts/common/host_table.h"
+#include "hosts/common/plugin.h"
+#include "hosts/rdmd/log.h"
+#include "hosts/rdmd/options.h"
+#include "hosts/rdmd/server.h"
+
+namespace {
+
+using namespace rdmd;
+
+hosts::Plugin load_plugin(const Settings &settings) {
+  if (settings.plugin.empty()) throw hosts::PluginError("no plug-in was found; name it with --plugin");
+  return hosts::Plugin(settings.plugin);
+}
+
+/// announce tells people and scripts where the server listens, whatever becomes of the error log.
+void announce(const Server &server, ErrorLog &errors) {
+  const std::string text = "listening on " + server.address();
+  if (errors.to_file()) errors.info(text);
+  std::fprintf(stderr, "rdmd: %s\n", text.c_str());
+}
+
+int serve(const Settings &settings, ErrorLog &errors) {
+  hosts::bind_host([&errors](const hosts::Report &report) { errors.report(report); });
+  AccessLog access(settings.access_log);
+  hosts::Plugin plugin = load_plugin(settings);
+  Server server(settings, plugin, errors, access);
+  const std::string refused = plugin.init(settings.config);
+  if (!refused.empty()) {
+    errors.error(settings.config + ": " + refused);
+    hosts::run_exits();
+    return EXIT_FAILURE;
+  }
+  announce(server, errors);
+  if (!server.run()) {
+    errors.error("the plug-in does not return; the server ends without its exits");
+    std::_Exit(EXIT_FAILURE);
+  }
+  hosts::run_exits();
+  errors.info("stopped");
+  return EXIT_SUCCESS;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  int exit_code = EXIT_SUCCESS;
+  const std::optional<Settings> settings = parse_options(argc, argv, exit_code);
+  if (!settings) return exit_code;
+  std::signal(SIGPIPE, SIG_IGN);
+  try {
+    ErrorLog errors(settings->error_log);
+    try {
+      return serve(*settings, errors);
+    } catch (const std::exception &error) {
+      errors.error(error.what());
+    }
+  } catch (const std::exception &error) {
+    std::fprintf(stderr, "rdmd: %s\n", error.what());
+  }
+  return EXIT_FAILURE;
+}

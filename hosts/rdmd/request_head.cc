@@ -1,0 +1,158 @@
+#include "hosts/rdmd/request_head.h"
+
+#include <algorithm>
+#include <boost/asio/buffer.hpp>
+#include <boost/beast/http/empty_body.hpp>
+#include <boost/beast/http/parser.hpp>
+#include <utility>
+
+#include "qxapi/ascii.h"
+
+namespace rdmd {
+namespace {
+
+namespace http = boost::beast::http;
+using Parser = http::request_parser<http::empty_body>;
+
+constexpr Refusal not_http{400, "This is not an HTTP/1 request.\n"};
+constexpr Refusal malformed{400, "The request head is malformed.\n"};
+constexpr Refusal target_too_long{414, "The request target is too long.\n"};
+constexpr Refusal head_too_long{431, "The request head is too long.\n"};
+
+/// The longest method there is a reason to wait for.
+constexpr std::size_t method_limit = 32;
+/// What a request line holds beside method and target: two blanks and the version.
+constexpr std::size_t line_frame = 10;
+
+std::string lower(std::string_view text) {
+  std::string result(text);
+  std::transform(result.begin(), result.end(), result.begin(), ascii::lower);
+  return result;
+}
+
+std::string_view view(boost::beast::string_view text) { return {text.data(), text.size()}; }
+
+bool is_request_line(std::string_view line) {
+  const auto end = line.rfind(' ');
+  if (end == std::string_view::npos || line.find(' ') == end) return false;
+  const std::string_view version = line.substr(end + 1);
+  return version == "HTTP/1.1" || version == "HTTP/1.0";
+}
+
+void add_field(std::vector<hosts::Field> &fields, std::string name, std::string_view value) {
+  const auto found =
+      std::find_if(fields.begin(), fields.end(), [&](const hosts::Field &field) { return field.name == name; });
+  if (found == fields.end())
+    fields.push_back({std::move(name), std::string(value)});
+  else
+    found->value.append(", ").append(value);
+}
+
+RequestHead convert(const Parser &parser) {
+  const auto &message = parser.get();
+  RequestHead head;
+  head.method = view(message.method_string());
+  head.target = view(message.target());
+  head.http11 = message.version() == 11;
+  for (const auto &field : message) add_field(head.fields, lower(view(field.name_string())), view(field.value()));
+  if (const auto length = parser.content_length()) head.length = *length;
+  head.keep_alive = parser.keep_alive();
+  return head;
+}
+
+std::size_t count_hosts(const Parser &parser) { return parser.get().count(http::field::host); }
+
+/// check_framing refuses what the parser lets pass although it leaves the end of the request, or its host, open.
+std::optional<Refusal> check_framing(const Parser &parser, const RequestHead &head) {
+  const bool encoded = parser.get().count(http::field::transfer_encoding) > 0;
+  if (encoded && head.length) return Refusal{400, "Content-Length and Transfer-Encoding exclude each other.\n"};
+  if (encoded) return Refusal{411, "A Content-Length is required; Transfer-Encoding is not accepted.\n"};
+  if (head.http11 && count_hosts(parser) == 0) return Refusal{400, "An HTTP/1.1 request requires a Host field.\n"};
+  if (count_hosts(parser) > 1) return Refusal{400, "A request has one Host field.\n"};
+  return std::nullopt;
+}
+
+std::optional<Refusal> check_expectation(RequestHead &head) {
+  const std::string_view expected = head.field("expect");
+  if (expected.empty() || !head.http11) return std::nullopt;
+  if (!ascii::iequals(expected, "100-continue")) return Refusal{417, "Only 100-continue can be expected.\n"};
+  head.expects_continue = true;
+  return std::nullopt;
+}
+
+bool is_folded(std::string_view text) {
+  return text.find("\r\n ") != std::string_view::npos || text.find("\r\n\t") != std::string_view::npos;
+}
+
+Refusal parser_refusal(const boost::beast::error_code &error) {
+  if (error == http::error::multiple_content_length) return {400, "The request has two different lengths.\n"};
+  if (error == http::error::bad_content_length) return {400, "The Content-Length is malformed or contradicted.\n"};
+  if (error == http::error::bad_transfer_encoding)
+    return {400, "Content-Length and Transfer-Encoding exclude each other.\n"};
+  return malformed;
+}
+
+HeadResult parse(std::string_view text) {
+  if (is_folded(text)) return malformed;
+  Parser parser;
+  parser.header_limit(static_cast<std::uint32_t>(text.size()) + 1);
+  parser.body_limit(boost::none);
+  boost::beast::error_code error;
+  parser.put(boost::asio::buffer(text.data(), text.size()), error);
+  if (error) return parser_refusal(error);
+  if (!parser.is_header_done()) return malformed;
+  RequestHead head = convert(parser);
+  head.line = text.substr(0, text.find('\r'));
+  if (const auto refusal = check_framing(parser, head)) return *refusal;
+  if (const auto refusal = check_expectation(head)) return *refusal;
+  return head;
+}
+
+}  // namespace
+
+std::string_view RequestHead::field(std::string_view name) const {
+  for (const hosts::Field &field : fields)
+    if (field.name == name) return field.value;
+  return {};
+}
+
+std::optional<Refusal> HeadReader::check_unfinished_line(std::string_view text) const {
+  const auto blank = text.find(' ');
+  const std::string_view method = text.substr(0, std::min(blank, text.size()));
+  if (blank == 0 || method.size() > method_limit) return not_http;
+  if (!std::all_of(method.begin(), method.end(), hosts::is_token_char)) return not_http;
+  if (text.size() > method.size() + target_limit_ + line_frame) return target_too_long;
+  return std::nullopt;
+}
+
+/// scan looks for the ends of the request line and of the head in the bytes not yet looked at.
+std::optional<Refusal> HeadReader::scan(std::string_view text) {
+  for (; scanned_ < text.size() && head_size_ == 0; ++scanned_) {
+    if (text[scanned_] != '\n') continue;
+    if (scanned_ == 0 || text[scanned_ - 1] != '\r') return not_http;
+    if (line_end_ == 0) {
+      line_end_ = scanned_ - 1;
+      const std::string_view line = text.substr(0, line_end_);
+      if (const auto refusal = check_unfinished_line(line)) return refusal;
+      if (!is_request_line(line)) return not_http;
+    } else if (text[scanned_ - 2] == '\n') {
+      head_size_ = scanned_ + 1;
+    }
+  }
+  if (line_end_ == 0) return check_unfinished_line(text);
+  if ((head_size_ != 0 ? head_size_ : text.size()) > head_limit_) return head_too_long;
+  return std::nullopt;
+}
+
+HeadResult HeadReader::take(std::string &buffer) {
+  if (scanned_ == 0)
+    while (buffer.compare(0, 2, "\r\n") == 0) buffer.erase(0, 2);
+  if (buffer == "\r") return NeedMore{};
+  if (const auto refusal = scan(buffer)) return *refusal;
+  if (head_size_ == 0) return NeedMore{};
+  HeadResult result = parse(std::string_view(buffer).substr(0, head_size_));
+  if (std::holds_alternative<RequestHead>(result)) buffer.erase(0, head_size_);
+  return result;
+}
+
+}  // namespace rdmd

@@ -1,0 +1,62 @@
+/// The head of a request, read strictly: what two HTTP implementations could understand in two ways is refused.
+#ifndef HOSTS_RDMD_REQUEST_HEAD_H
+#define HOSTS_RDMD_REQUEST_HEAD_H
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+#include "hosts/common/head.h"
+
+namespace rdmd {
+
+struct RequestHead {
+  std::string line;  // the request line as it was sent
+  std::string method;
+  std::string target;
+  bool http11 = false;
+  std::vector<hosts::Field> fields;     // names in lower case; repeated fields joined by ", " where the first stood
+  std::optional<std::uint64_t> length;  // the announced content length
+  bool keep_alive = false;
+  bool expects_continue = false;
+
+  /// field returns the value of a field by its lower-case name, empty when absent.
+  std::string_view field(std::string_view name) const;
+};
+
+/// Refusal is an answer that the host gives itself before it closes the connection: a status and a line of text.
+struct Refusal {
+  int status;
+  std::string_view text;
+};
+
+struct NeedMore {};
+using HeadResult = std::variant<NeedMore, RequestHead, Refusal>;
+
+class HeadReader {
+ public:
+  HeadReader(std::size_t head_limit, std::size_t target_limit) : head_limit_(head_limit), target_limit_(target_limit) {}
+
+  /// take looks for a head at the front of `buffer`, which only grows from call to call, and removes it when it is
+  /// complete. Empty lines before a request are passed over. What cannot become a request is refused as soon as that
+  /// shows, not when the head is complete; a refused buffer is left as it is.
+  HeadResult take(std::string &buffer);
+
+ private:
+  std::optional<Refusal> scan(std::string_view text);
+  std::optional<Refusal> check_unfinished_line(std::string_view text) const;
+
+  std::size_t head_limit_;
+  std::size_t target_limit_;
+  std::size_t scanned_ = 0;    // bytes looked at, none of which ends the head
+  std::size_t line_end_ = 0;   // length of the request line, once it is complete
+  std::size_t head_size_ = 0;  // length of the head with its empty line, once it is complete
+};
+
+}  // namespace rdmd
+
+#endif

@@ -1,0 +1,77 @@
+#include "hosts/rdmd/sender.h"
+
+#include <sys/sendfile.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <utility>
+
+namespace rdmd {
+namespace {
+
+constexpr std::int64_t turn = 1 << 20;
+
+std::int64_t send_bytes(int socket, const char *bytes, std::int64_t count, bool more) {
+  return ::send(socket, bytes, static_cast<std::size_t>(count), MSG_NOSIGNAL | MSG_DONTWAIT | (more ? MSG_MORE : 0));
+}
+
+/// copy_file serves file systems that sendfile does not.
+std::int64_t copy_file(int socket, int file, std::int64_t offset, std::int64_t count) {
+  std::array<char, 65536> block;
+  const auto wanted = static_cast<std::size_t>(std::min<std::int64_t>(count, block.size()));
+  const ssize_t got = ::pread(file, block.data(), wanted, offset);
+  return got <= 0 ? got : send_bytes(socket, block.data(), got, false);
+}
+
+std::int64_t send_file(int socket, int file, std::int64_t offset, std::int64_t count) {
+  off_t position = offset;
+  const ssize_t put = ::sendfile(socket, file, &position, static_cast<std::size_t>(std::min(count, turn)));
+  if (put == -1 && (errno == EINVAL || errno == ENOSYS)) return copy_file(socket, file, offset, count);
+  return put;
+}
+
+}  // namespace
+
+Sender::Sender(std::string head, std::vector<hosts::Piece> pieces)
+    : pieces_(std::move(pieces)), head_size_(static_cast<std::int64_t>(head.size())) {
+  pieces_.insert(pieces_.begin(), hosts::Piece{std::move(head), nullptr, 0, head_size_});
+}
+
+std::int64_t Sender::send_piece(int socket) {
+  const hosts::Piece &piece = pieces_[current_];
+  const std::int64_t rest = piece.length - done_;
+  if (piece.file) return send_file(socket, piece.file->get(), piece.offset + done_, rest);
+  return send_bytes(socket, piece.bytes.data() + done_, rest, current_ + 1 < pieces_.size());
+}
+
+void Sender::advance(std::int64_t count) {
+  sent_ += count;
+  done_ += count;
+  if (done_ < pieces_[current_].length) return;
+  // What is sent is given back at once: a slow client holds only what it has yet to take.
+  pieces_[current_] = hosts::Piece{};
+  ++current_;
+  done_ = 0;
+}
+
+Sender::State Sender::send(int socket) {
+  const std::int64_t stop = sent_ + turn;
+  while (current_ < pieces_.size()) {
+    if (sent_ >= stop) return State::more;
+    const std::int64_t put = send_piece(socket);
+    if (put > 0)
+      advance(put);
+    else if (put == 0)
+      return State::failed;
+    else if (errno == EAGAIN || errno == EWOULDBLOCK)
+      return State::blocked;
+    else if (errno != EINTR)
+      return State::failed;
+  }
+  return State::done;
+}
+
+}  // namespace rdmd

@@ -1,0 +1,253 @@
+#include "hosts/rdmd/server.h"
+
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <boost/asio/post.hpp>
+#include <chrono>
+#include <csignal>
+#include <cstdint>
+#include <limits>
+#include <stdexcept>
+#include <thread>
+#include <utility>
+
+#include "hosts/rdmd/connection.h"
+
+namespace rdmd {
+namespace {
+
+using boost::asio::ip::tcp;
+using boost::system::error_code;
+
+/// Clients beyond the connection limit that are told so; further ones are cut off.
+constexpr std::size_t turned_away_limit = 64;
+/// How long accepting rests when the process has no descriptor left.
+constexpr Duration accept_rest{100};
+
+struct HostPort {
+  std::string host;
+  std::string port;
+};
+
+/// split_address takes "HOST:PORT" or "[IPV6]:PORT" apart.
+HostPort split_address(const std::string &text) {
+  const auto colon = text.rfind(':');
+  if (colon == std::string::npos || colon == 0 || colon + 1 == text.size())
+    throw std::runtime_error("cannot listen on " + text + ": HOST:PORT is required");
+  std::string host = text.substr(0, colon);
+  const bool bracketed = host.front() == '[' && host.back() == ']';
+  if (!bracketed && host.find(':') != std::string::npos)
+    throw std::runtime_error("cannot listen on " + text + ": an IPv6 address stands in brackets, as [::1]:8380");
+  if (bracketed) host = host.substr(1, host.size() - 2);
+  return {host, text.substr(colon + 1)};
+}
+
+tcp::endpoint resolve(boost::asio::io_context &context, const std::string &text) {
+  const auto [host, port] = split_address(text);
+  error_code error;
+  tcp::resolver resolver(context);
+  const auto found = resolver.resolve(host, port, tcp::resolver::passive | tcp::resolver::numeric_service, error);
+  if (error) throw std::runtime_error("cannot listen on " + text + ": " + error.message());
+  return found.begin()->endpoint();
+}
+
+/// allow_descriptors raises the process's limit as far as it may be: each connection takes one for itself and, while it
+/// is answered, one for a file.
+void allow_descriptors() {
+  struct rlimit limit;
+  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+  limit.rlim_cur = limit.rlim_max;
+  ::setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+}  // namespace
+
+Server::Server(const Settings &settings, hosts::Plugin &plugin, ErrorLog &errors, AccessLog &access)
+    : settings_(settings),
+      plugin_(plugin),
+      errors_(errors),
+      access_(access),
+      strand_(context_.get_executor()),
+      acceptor_(strand_),
+      signals_(strand_, SIGTERM, SIGINT, SIGHUP),
+      retry_(strand_),
+      shutdown_(strand_) {
+  allow_descriptors();
+  listen();
+}
+
+Server::~Server() = default;
+
+void Server::listen() {
+  const tcp::endpoint endpoint = resolve(context_, settings_.listen);
+  try {
+    acceptor_.open(endpoint.protocol());
+    acceptor_.set_option(tcp::acceptor::reuse_address(true));
+    acceptor_.bind(endpoint);
+    acceptor_.listen();
+  } catch (const boost::system::system_error &error) {
+    throw std::runtime_error("cannot listen on " + settings_.listen + ": " + error.code().message());
+  }
+}
+
+std::string Server::address() const {
+  const tcp::endpoint endpoint = acceptor_.local_endpoint();
+  const std::string host = endpoint.address().to_string();
+  return (endpoint.address().is_v6() ? "[" + host + "]" : host) + ":" + std::to_string(endpoint.port());
+}
+
+bool Server::run() {
+  boost::asio::post(strand_, [this] {
+    await_signal();
+    accept();
+  });
+  std::vector<std::thread> threads;
+  for (int i = 1; i < settings_.threads; ++i) threads.emplace_back([this] { work(); });
+  work();
+  for (std::thread &thread : threads) thread.join();
+  running_ = false;
+  return service_.stop(settings_.limits.shutdown);
+}
+
+/// work runs the I/O of this thread to its end. What fails for want of memory costs the connection it happened on.
+void Server::work() {
+  for (;;) {
+    try {
+      context_.run();
+      return;
+    } catch (const std::exception &error) {
+      errors_.error(std::string("a connection failed: ") + error.what());
+    }
+  }
+}
+
+/* ---- Accepting ---- */
+
+void Server::accept() {
+  acceptor_.async_accept(boost::asio::make_strand(context_), [this](const error_code &error, Tcp::socket socket) {
+    if (stopping_) return;
+    if (error && error != boost::asio::error::connection_aborted) return pause_accepting();
+    if (!error) accepted(std::move(socket));
+    accept();
+  });
+}
+
+void Server::pause_accepting() {
+  retry_.expires_after(accept_rest);
+  retry_.async_wait([this](const error_code &error) {
+    if (!error && !stopping_) accept();
+  });
+}
+
+void Server::accepted(Tcp::socket socket) {
+  const auto open = connections();
+  if (open.size() >= settings_.limits.connections + turned_away_limit) return;
+  const bool room = make_room(open);
+  if (!room && !full_) errors_.warn("the connection limit is reached; clients are turned away");
+  full_ = !room;
+  auto connection = std::make_shared<Connection>(std::move(socket), *this);
+  admit(connection);
+  if (room)
+    connection->start();
+  else
+    connection->turn_away();
+}
+
+void Server::admit(const std::shared_ptr<Connection> &connection) {
+  const std::lock_guard lock(mutex_);
+  alive_.emplace(connection.get(), connection);
+}
+
+/// make_room tells whether a client can be served. At the limit the connection that has been idle longest makes way.
+bool Server::make_room(const std::vector<std::shared_ptr<Connection>> &open) {
+  const auto served = std::count_if(open.begin(), open.end(), [](const auto &c) { return !c->turned_away(); });
+  if (static_cast<std::size_t>(served) < settings_.limits.connections) return true;
+  std::shared_ptr<Connection> longest;
+  std::int64_t since = std::numeric_limits<std::int64_t>::max();
+  for (const auto &connection : open) {
+    const std::int64_t idle = connection->idle_since();
+    if (idle == 0 || idle >= since) continue;
+    longest = connection;
+    since = idle;
+  }
+  if (!longest) return false;
+  longest->close_if_idle();
+  return true;
+}
+
+std::vector<std::shared_ptr<Connection>> Server::connections() {
+  std::vector<std::shared_ptr<Connection>> result;
+  const std::lock_guard lock(mutex_);
+  for (const auto &[key, connection] : alive_)
+    if (auto shared = connection.lock()) result.push_back(std::move(shared));
+  return result;
+}
+
+void Server::forget(const Connection *connection) {
+  {
+    const std::lock_guard lock(mutex_);
+    alive_.erase(connection);
+  }
+  if (stopping_ && running_) boost::asio::post(strand_, [this] { end_when_empty(); });
+}
+
+/* ---- Signals and the end ---- */
+
+void Server::await_signal() {
+  signals_.async_wait([this](const error_code &error, int signal) {
+    if (error) return;
+    await_signal();
+    handle(signal);
+  });
+}
+
+void Server::handle(int signal) {
+  if (signal == SIGHUP) {
+    errors_.reopen();
+    if (!access_.reopen()) errors_.error("the access log cannot be reopened; it goes on in the old file");
+  } else if (stopping_) {
+    stop_now();
+  } else {
+    stop();
+  }
+}
+
+void Server::stop() {
+  errors_.info("stopping");
+  stopping_ = true;
+  error_code ignored;
+  acceptor_.close(ignored);
+  retry_.cancel();
+  for (const auto &connection : connections()) connection->close_if_idle();
+  shutdown_.expires_after(settings_.limits.shutdown);
+  shutdown_.async_wait([this](const error_code &error) {
+    if (!error) stop_now();
+  });
+  end_when_empty();
+}
+
+/// stop_now ends even when the plug-in has not returned: run then finds out.
+void Server::stop_now() {
+  const auto open = connections();
+  if (!open.empty()) errors_.warn(std::to_string(open.size()) + " connections are cut off");
+  for (const auto &connection : open) connection->abort();
+  end();
+}
+
+void Server::end_when_empty() {
+  {
+    const std::lock_guard lock(mutex_);
+    if (!alive_.empty()) return;
+  }
+  end();
+}
+
+/// end leaves the I/O nothing to wait for.
+void Server::end() {
+  shutdown_.cancel();
+  signals_.cancel();
+  retry_.cancel();
+}
+
+}  // namespace rdmd

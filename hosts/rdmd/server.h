@@ -1,0 +1,94 @@
+/// The server: it accepts connections, knows those alive, and ends in good order.
+#ifndef HOSTS_RDMD_SERVER_H
+#define HOSTS_RDMD_SERVER_H
+
+#include <atomic>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/signal_set.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/asio/strand.hpp>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "hosts/common/plugin.h"
+#include "hosts/rdmd/log.h"
+#include "hosts/rdmd/service_thread.h"
+#include "hosts/rdmd/settings.h"
+
+namespace rdmd {
+
+class Connection;
+
+class Server {
+ public:
+  /// Binds the address to listen on, "HOST:PORT" or "[IPV6]:PORT", and listens; throws std::runtime_error. Clients
+  /// wait until run.
+  Server(const Settings &settings, hosts::Plugin &plugin, ErrorLog &errors, AccessLog &access);
+  Server(const Server &) = delete;
+  Server &operator=(const Server &) = delete;
+  ~Server();
+
+  /// address is where the server listens, with the port that was free when 0 was asked for.
+  std::string address() const;
+
+  /// run serves until SIGTERM or SIGINT, then lets answers under way end within the shutdown limit, and the
+  /// plug-in's last call within as much again. SIGHUP reopens the logs. False when the plug-in did not return in that
+  /// time; its thread then still runs.
+  bool run();
+
+  /* ---- What connections use, from any thread ---- */
+
+  const Limits &limits() const { return settings_.limits; }
+  hosts::Plugin &plugin() { return plugin_; }
+  ServiceThread &service() { return service_; }
+  ErrorLog &errors() { return errors_; }
+  AccessLog &access() { return access_; }
+  bool stopping() const { return stopping_; }
+  void forget(const Connection *connection);
+
+ private:
+  using Tcp = boost::asio::ip::tcp;
+  using Executor = boost::asio::strand<boost::asio::io_context::executor_type>;
+
+  void work();
+  void listen();
+  void accept();
+  void accepted(Tcp::socket socket);
+  void admit(const std::shared_ptr<Connection> &connection);
+  void pause_accepting();
+  bool make_room(const std::vector<std::shared_ptr<Connection>> &open);
+  void await_signal();
+  void handle(int signal);
+  void stop();
+  void stop_now();
+  void end_when_empty();
+  void end();
+  std::vector<std::shared_ptr<Connection>> connections();
+
+  const Settings &settings_;
+  hosts::Plugin &plugin_;
+  ErrorLog &errors_;
+  AccessLog &access_;
+
+  std::mutex mutex_;
+  std::unordered_map<const Connection *, std::weak_ptr<Connection>> alive_;
+  std::atomic<bool> stopping_ = false;
+  std::atomic<bool> running_ = true;
+  bool full_ = false;  // the last client was turned away
+
+  ServiceThread service_;
+  boost::asio::io_context context_;
+  Executor strand_;  // of everything below
+  Tcp::acceptor acceptor_;
+  boost::asio::signal_set signals_;
+  boost::asio::steady_timer retry_;
+  boost::asio::steady_timer shutdown_;
+};
+
+}  // namespace rdmd
+
+#endif

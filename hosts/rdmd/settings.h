@@ -1,0 +1,43 @@
+/// What the command line sets.
+#ifndef HOSTS_RDMD_SETTINGS_H
+#define HOSTS_RDMD_SETTINGS_H
+
+#include <chrono>
+#include <cstddef>
+#include <string>
+
+namespace rdmd {
+
+using Duration = std::chrono::milliseconds;
+
+/// Limits on what a client may hold and for how long.
+struct Limits {
+  Duration header{10'000};         // from the first byte of a request, or from the connection, to the end of its head
+  Duration body{30'000};           // from the end of the head to the end of the body
+  Duration idle{15'000};           // between an answer and the first byte of the next request
+  Duration write{30'000};          // without the client taking a single byte of its answer
+  Duration linger{2'000};          // for what a client still sends after its last answer
+  Duration shutdown{30'000};       // for answers under way when the server is told to stop
+  std::size_t connections = 1024;  // at once
+  std::size_t head_bytes = 16 * 1024;  // of a request head
+  std::size_t target_bytes = 8190;     // of a request target
+};
+
+struct Settings {
+  std::string listen = "127.0.0.1:8380";
+  std::string plugin;
+  std::string config;
+  std::string access_log;  // empty: none; "-": standard output
+  std::string error_log;   // empty: standard error
+  int workers = 1;
+  int threads = 2;
+  Limits limits;
+};
+
+/// The longest body that is read before the plug-in is called. The plug-in refuses longer ones by their announced
+/// length, so they are left unread.
+inline constexpr std::size_t body_limit = 32768;
+
+}  // namespace rdmd
+
+#endif

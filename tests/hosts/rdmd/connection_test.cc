@@ -1,0 +1,258 @@
+/// How requests are framed, follow each other on a connection, and are refused.
+
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "hosts/rdmd/server_fixture.h"
+
+namespace {
+
+using support::HttpClient;
+using support::HttpResponse;
+
+class HostConnection : public support::ServerTest {};
+
+TEST_F(HostConnection, StaysOpenBetweenRequests) {
+  start();
+  HttpClient client(port_);
+  for (int i = 0; i < 3; ++i) {
+    client.send(post("/rdm/echo", "body " + std::to_string(i)));
+    const HttpResponse response = client.receive();
+    EXPECT_EQ(response.fields.count("connection"), 0u);
+    EXPECT_NE(response.body.find("body body " + std::to_string(i) + "[0]\n"), std::string::npos);
+  }
+}
+
+TEST_F(HostConnection, ClosesWhenTheClientAsksForIt) {
+  start();
+  HttpClient client(port_);
+  client.send(get("/rdm/fast", "Connection: close\r\n"));
+  const HttpResponse response = client.receive();
+  EXPECT_EQ(response.field("connection"), "close");
+  EXPECT_EQ(response.body, "fast\n");
+  EXPECT_TRUE(client.ended());
+}
+
+TEST_F(HostConnection, OfHttp10ClosesUnlessTheClientAsksToKeepIt) {
+  start();
+  HttpClient client(port_);
+  client.send("GET /rdm/fast HTTP/1.0\r\nConnection: keep-alive\r\n\r\n");
+  HttpResponse response = client.receive();
+  EXPECT_EQ(response.field("connection"), "keep-alive");
+  EXPECT_EQ(response.body, "fast\n");
+  client.send("GET /rdm/fast HTTP/1.0\r\n\r\n");
+  response = client.receive();
+  EXPECT_EQ(response.head.substr(0, 17), "HTTP/1.1 200 OK\r\n");
+  EXPECT_EQ(response.field("connection"), "close");
+  EXPECT_EQ(response.body, "fast\n");
+  EXPECT_TRUE(client.ended());
+}
+
+TEST_F(HostConnection, AnswersPipelinedRequestsInOrder) {
+  start();
+  HttpClient client(port_);
+  client.send(get("/rdm/slow?100") + post("/rdm/echo", "one") + get("/nowhere") + "\r\n" + get("/rdm/big?2000000") +
+              post("/rdm/echo", "two") + get("/rdm/fast", "Connection: close\r\n") + get("/rdm/unanswered"));
+  EXPECT_EQ(client.receive().body, "slow\n");
+  EXPECT_NE(client.receive().body.find("body one[0]\n"), std::string::npos);
+  EXPECT_EQ(client.receive().status, 404);
+  EXPECT_EQ(client.receive().body, pattern(2'000'000));
+  EXPECT_NE(client.receive().body.find("body two[0]\n"), std::string::npos);
+  EXPECT_EQ(client.receive().body, "fast\n");
+  EXPECT_TRUE(client.ended());
+  EXPECT_FALSE(called("type /rdm/unanswered"));
+}
+
+TEST_F(HostConnection, AnswersAThousandRequestsOfOnePacket) {
+  start();
+  HttpClient client(port_);
+  std::string requests;
+  for (int i = 0; i < 1000; ++i) requests += get("/x");
+  std::thread sending([&] { client.send(requests); });
+  int answered = 0;
+  while (answered < 1000 && client.receive().status == 404) ++answered;
+  sending.join();
+  EXPECT_EQ(answered, 1000);
+}
+
+TEST_F(HostConnection, AnswersAClientThatHasFinishedSending) {
+  start();
+  HttpClient client(port_);
+  client.send(get("/rdm/slow?50"));
+  client.finish_sending();
+  EXPECT_EQ(client.receive().body, "slow\n");
+  EXPECT_TRUE(client.ended());
+}
+
+TEST_F(HostConnection, ABodyWithGetIsReadSoThatTheNextRequestIsFound) {
+  start();
+  HttpClient client(port_);
+  client.send("GET /rdm/fast HTTP/1.1\r\nHost: h\r\nContent-Length: 5\r\n\r\nhello" + get("/rdm/fast"));
+  EXPECT_EQ(client.receive().body, "fast\n");
+  EXPECT_EQ(client.receive().body, "fast\n");
+}
+
+TEST_F(HostConnection, TheLargestBodyIsReadWhole) {
+  start();
+  HttpClient client(port_);
+  const std::string body = pattern(32768);
+  client.send(post("/rdm/echo", body) + get("/rdm/fast"));
+  EXPECT_NE(client.receive().body.find("body " + body + "[0]\n"), std::string::npos);
+  EXPECT_EQ(client.receive().body, "fast\n");
+}
+
+TEST_F(HostConnection, ALargerAnnouncedLengthIsPassedOnUnread) {
+  start();
+  const struct {
+    const char *announced, *seen;
+  } cases[] = {{"32769", "32769"}, {"2147483648", "2147483647"}, {"18446744073709551615", "2147483647"}};
+  for (const auto &row : cases) {
+    HttpClient client(port_);
+    client.send(std::string("POST /rdm/echo HTTP/1.1\r\nHost: h\r\nContent-Length: ") + row.announced + "\r\n\r\n");
+    const HttpResponse response = client.receive();
+    EXPECT_EQ(response.status, 200);
+    EXPECT_NE(response.body.find(std::string("header content-length=") + row.seen + "\nbody [0]\n"), std::string::npos)
+        << response.body;
+    EXPECT_EQ(response.field("connection"), "close");
+    EXPECT_TRUE(client.ended());
+  }
+}
+
+TEST_F(HostConnection, AClientThatSendsItsWholeLargeBodyStillReadsTheAnswer) {
+  start();
+  HttpClient client(port_);
+  client.send(post("/rdm/echo", std::string(3'000'000, 'x')));
+  client.finish_sending();
+  EXPECT_NE(client.receive().body.find("body [0]\n"), std::string::npos);
+  EXPECT_TRUE(client.ended());
+}
+
+TEST_F(HostConnection, ContinueIsAnsweredBeforeTheBodyIsSent) {
+  start();
+  HttpClient client(port_);
+  client.send("POST /rdm/echo HTTP/1.1\r\nHost: h\r\nContent-Length: 5\r\nExpect: 100-continue\r\n\r\n");
+  EXPECT_EQ(client.receive_head(), "HTTP/1.1 100 Continue\r\n\r\n");
+  EXPECT_FALSE(client.readable(std::chrono::milliseconds(50)));
+  client.send("hello");
+  const HttpResponse response = client.receive();
+  EXPECT_EQ(response.status, 200);
+  EXPECT_NE(response.body.find("body hello[0]\n"), std::string::npos);
+}
+
+TEST_F(HostConnection, ContinueIsNotAnsweredWhereItIsOfNoUse) {
+  start();
+  const std::string expect = "Expect: 100-continue\r\n";
+  const std::string requests[] = {
+      post("/rdm/echo", "already here", expect),
+      get("/rdm/echo", expect),
+      "POST /rdm/echo HTTP/1.1\r\nHost: h\r\nContent-Length: 32769\r\n" + expect + "\r\n",
+      "POST /rdm/echo HTTP/1.0\r\nContent-Length: 2\r\n" + expect + "\r\nok",
+      "POST /nowhere HTTP/1.1\r\nHost: h\r\nContent-Length: 2\r\n" + expect + "\r\n",
+  };
+  for (const std::string &request : requests) {
+    HttpClient client(port_);
+    client.send(request);
+    EXPECT_GE(client.receive().status, 200) << request;
+  }
+}
+
+TEST_F(HostConnection, ABodyThatDiesOnTheWayNeverReachesThePlugin) {
+  start();
+  HttpClient client(port_);
+  client.send("POST /rdm/echo HTTP/1.1\r\nHost: h\r\nContent-Length: 100\r\n\r\nnot a hundred bytes");
+  client.finish_sending();
+  EXPECT_EQ(client.receive_rest(), "");
+  EXPECT_NE(await_access(1).find("\"POST /rdm/echo HTTP/1.1\" 400 - "), std::string::npos) << access();
+  EXPECT_EQ(support::http_get(port_, "/rdm/fast").body, "fast\n");
+  EXPECT_FALSE(called("type /rdm/echo"));
+}
+
+TEST_F(HostConnection, ABodyForNobodyIsNotWaitedFor) {
+  start();
+  HttpClient client(port_);
+  client.send("POST /nowhere HTTP/1.1\r\nHost: h\r\nContent-Length: 100\r\n\r\n");
+  const HttpResponse response = client.receive();
+  EXPECT_EQ(response.status, 404);
+  EXPECT_EQ(response.field("connection"), "close");
+  EXPECT_TRUE(client.ended());
+}
+
+TEST_F(HostConnection, RefusesAmbiguousFramingAndCloses) {
+  start();
+  const std::string post_line = "POST /rdm/echo HTTP/1.1\r\nHost: h\r\n";
+  const struct {
+    const char *what;
+    std::string request;
+    int status;
+  } cases[] = {
+      {"no HTTP at all", "hello there\r\n", 400},
+      {"TLS", std::string("\x16\x03\x01\x00\xa5\x01\x00\x00\xa1", 9), 400},
+      {"another version", "GET /rdm/fast HTTP/2.0\r\n\r\n", 400},
+      {"bare newlines", "GET /rdm/fast HTTP/1.1\nHost: h\n\n", 400},
+      {"no Host", "GET /rdm/fast HTTP/1.1\r\n\r\n", 400},
+      {"two Hosts", get("/rdm/fast", "Host: other\r\n"), 400},
+      {"Transfer-Encoding alone", post_line + "Transfer-Encoding: chunked\r\n\r\n0\r\n\r\n", 411},
+      {"Transfer-Encoding after a length", post_line + "Content-Length: 5\r\nTransfer-Encoding: chunked\r\n\r\nhello",
+       400},
+      {"Transfer-Encoding before a length", post_line + "Transfer-Encoding: chunked\r\nContent-Length: 5\r\n\r\nhello",
+       400},
+      {"two different lengths", post_line + "Content-Length: 5\r\nContent-Length: 6\r\n\r\nhello", 400},
+      {"a length that is none", post_line + "Content-Length: five\r\n\r\nhello", 400},
+      {"a negative length", post_line + "Content-Length: -5\r\n\r\nhello", 400},
+      {"a blank before the colon", post_line + "Content-Length : 5\r\n\r\nhello", 400},
+      {"a folded field", post_line + "X-A: a\r\n b\r\n\r\n", 400},
+      {"NUL in a value", post_line + std::string("X-A: a\0b\r\n\r\n", 12), 400},
+      {"a long head", post_line + "X-A: " + std::string(17'000, 'x') + "\r\n\r\n", 431},
+      {"many fields",
+       post_line +
+           [] {
+             std::string fields;
+             for (int i = 0; i < 3000; ++i) fields += "X-A: b\r\n";
+             return fields;
+           }() +
+           "\r\n",
+       431},
+      {"a long target", get("/rdm/" + std::string(9'000, 'x')), 414},
+      {"a long target without end", "GET /rdm/" + std::string(40'000, 'x'), 414},
+      {"an expectation", get("/rdm/fast", "Expect: wonders\r\n"), 417},
+  };
+  for (const auto &row : cases) {
+    HttpClient client(port_);
+    client.send(row.request + get("/rdm/smuggled"));
+    const HttpResponse response = client.receive();
+    EXPECT_EQ(response.status, row.status) << row.what;
+    EXPECT_EQ(response.field("connection"), "close") << row.what;
+    EXPECT_EQ(response.field("content-type"), "text/plain") << row.what;
+    EXPECT_NE(response.body, "") << row.what;
+    EXPECT_TRUE(client.ended()) << row.what;
+  }
+  EXPECT_EQ(journal(), "init\n");
+}
+
+TEST_F(HostConnection, AnswersRefusedInTheMiddleOfAPipelineInOrder) {
+  start();
+  HttpClient client(port_);
+  client.send(get("/rdm/slow?50") + "broken\r\n" + get("/rdm/smuggled"));
+  EXPECT_EQ(client.receive().body, "slow\n");
+  EXPECT_EQ(client.receive().status, 400);
+  EXPECT_TRUE(client.ended());
+  EXPECT_FALSE(called("type /rdm/smuggled"));
+}
+
+TEST_F(HostConnection, ManyClientsAtOnceGetTheirOwnAnswers) {
+  start();
+  std::vector<std::thread> clients;
+  for (int i = 0; i < 16; ++i)
+    clients.emplace_back([this, i] {
+      HttpClient client(port_);
+      for (int j = 0; j < 20; ++j) {
+        const std::string body = std::to_string(i) + "." + std::to_string(j);
+        client.send(post("/rdm/echo", body));
+        EXPECT_NE(client.receive().body.find("body " + body + "[0]\n"), std::string::npos);
+      }
+    });
+  for (std::thread &client : clients) client.join();
+}
+
+}  // namespace

@@ -1,0 +1,288 @@
+/// How the server starts, and how it ends.
+
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <regex>
+#include <string>
+
+#include "hosts/rdmd/server_fixture.h"
+
+namespace {
+
+using support::HttpClient;
+using support::RdmdProcess;
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+class HostLifecycle : public support::ServerTest {
+ protected:
+  /// refused runs a server that does not start, asserts exit status 1, and returns its error output.
+  std::string refused(const std::vector<std::string> &arguments) {
+    RdmdProcess server(arguments);
+    EXPECT_EQ(server.wait(), 1);
+    return server.errors();
+  }
+  std::string config(const std::string &text = "") {
+    return folder_.write("rdm.conf", "journal=\"" + folder_.path("journal") + "\"\n" + text);
+  }
+};
+
+TEST_F(HostLifecycle, SaysWhereItListens) {
+  start();
+  EXPECT_TRUE(server_->await_error("rdmd: listening on 127.0.0.1:" + std::to_string(port_) + "\n"));
+}
+
+TEST_F(HostLifecycle, EndsOnTermAndOnInterruptWithItsExitsInOrder) {
+  for (const int signal : {SIGTERM, SIGINT}) {
+    std::filesystem::remove(folder_.path("journal"));
+    start();
+    server_->signal(signal);
+    EXPECT_EQ(server_->wait(), 0);
+    EXPECT_EQ(journal(), "init\nexit first\nexit second\nexit third\n");
+    EXPECT_TRUE(std::regex_search(server_->errors(),
+                                  std::regex(R"(\] \[info\] rdmd: stopping\n.*\] \[info\] rdmd: stopped\n$)")))
+        << server_->errors();
+  }
+}
+
+TEST_F(HostLifecycle, FinishesALargeAnswerBeforeItEnds) {
+  start();
+  HttpClient client(port_, false, 4096);
+  client.send(get("/rdm/big?12000000"));
+  EXPECT_TRUE(client.readable(support::patience));
+  server_->signal(SIGTERM);
+  EXPECT_TRUE(server_->await_error("stopping"));
+  EXPECT_EQ(client.receive().body, pattern(12'000'000));
+  EXPECT_TRUE(client.ended());
+  client.finish_sending();
+  EXPECT_EQ(server_->wait(), 0);
+  EXPECT_NE(journal().find("exit third"), std::string::npos);
+}
+
+TEST_F(HostLifecycle, FinishesARequestBegunAndThenCloses) {
+  start();
+  HttpClient client(port_);
+  client.send("POST /rdm/echo HTTP/1.1\r\nHost: h\r\nContent-Length: 4\r\n\r\nha");
+  HttpClient other(port_);
+  other.send("GET /rdm/fa");
+  std::this_thread::sleep_for(100ms);
+  server_->signal(SIGTERM);
+  EXPECT_TRUE(server_->await_error("stopping"));
+  client.send("lf");
+  other.send("st HTTP/1.1\r\nHost: h\r\n\r\n");
+  const auto response = client.receive();
+  EXPECT_NE(response.body.find("body half[0]\n"), std::string::npos);
+  EXPECT_EQ(response.field("connection"), "close");
+  EXPECT_EQ(other.receive().body, "fast\n");
+  EXPECT_TRUE(client.ended());
+  client.finish_sending();
+  other.finish_sending();
+  EXPECT_EQ(server_->wait(), 0);
+}
+
+TEST_F(HostLifecycle, ClosesIdleConnectionsAtOnce) {
+  start();
+  HttpClient client(port_), silent(port_);
+  client.send(get("/rdm/fast"));
+  EXPECT_EQ(client.receive().body, "fast\n");
+  const auto begun = Clock::now();
+  EXPECT_EQ(stop(), 0);
+  EXPECT_LT(Clock::now() - begun, 10s);
+  EXPECT_TRUE(client.ended());
+  EXPECT_TRUE(silent.ended());
+}
+
+TEST_F(HostLifecycle, AcceptsNobodyAfterTheSignal) {
+  start();
+  HttpClient client(port_);
+  client.send(get("/rdm/slow?600"));
+  EXPECT_TRUE(support::eventually([&] { return called("service /rdm/slow"); }));
+  server_->signal(SIGTERM);
+  EXPECT_TRUE(server_->await_error("stopping"));
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(static_cast<std::uint16_t>(port_));
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  EXPECT_TRUE(support::eventually([&] {
+    const int again = ::socket(AF_INET, SOCK_STREAM, 0);
+    const bool refused = ::connect(again, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0;
+    ::close(again);
+    return refused;
+  }));
+  EXPECT_EQ(client.receive().body, "slow\n");
+  client.finish_sending();
+  EXPECT_EQ(server_->wait(), 0);
+}
+
+TEST_F(HostLifecycle, CutsOffWhatDoesNotEndInTime) {
+  start({"--shutdown-timeout", "0.3"});
+  HttpClient client(port_, false, 4096);
+  client.send(get("/rdm/big?12000000"));
+  EXPECT_TRUE(client.readable(support::patience));
+  EXPECT_EQ(stop(), 0);
+  EXPECT_NE(server_->errors().find("[warning] rdmd: 1 connections are cut off\n"), std::string::npos);
+  EXPECT_NE(journal().find("exit first\nexit second\nexit third\n"), std::string::npos);
+  EXPECT_LT(client.receive().body.size(), 12'000'000u);
+}
+
+TEST_F(HostLifecycle, ASecondSignalCutsOffAtOnce) {
+  start();
+  HttpClient client(port_, false, 4096);
+  client.send(get("/rdm/big?12000000"));
+  EXPECT_TRUE(client.readable(support::patience));
+  server_->signal(SIGTERM);
+  EXPECT_TRUE(server_->await_error("stopping"));
+  EXPECT_EQ(stop(), 0);
+  EXPECT_NE(journal().find("exit third\n"), std::string::npos);
+}
+
+TEST_F(HostLifecycle, WaitsForTheCallThatRunsBeforeTheExits) {
+  start({"--shutdown-timeout", "0.5"});
+  HttpClient client(port_);
+  client.send(get("/rdm/slow?700"));
+  EXPECT_TRUE(support::eventually([&] { return called("service /rdm/slow"); }));
+  EXPECT_EQ(stop(), 0);
+  EXPECT_NE(journal().find("log /rdm/slow\nexit first\n"), std::string::npos) << journal();
+}
+
+TEST_F(HostLifecycle, APluginThatDoesNotReturnDoesNotKeepTheServer) {
+  start({"--shutdown-timeout", "0.1"});
+  HttpClient client(port_);
+  client.send(get("/rdm/slow?3600000"));
+  EXPECT_TRUE(support::eventually([&] { return called("service /rdm/slow"); }));
+  EXPECT_EQ(stop(), 1);
+  EXPECT_NE(server_->errors().find("the plug-in does not return; the server ends without its exits"),
+            std::string::npos);
+  EXPECT_EQ(journal().find("exit"), std::string::npos);
+}
+
+TEST_F(HostLifecycle, HangUpReopensTheLogs) {
+  const std::string errors = folder_.path("errors");
+  start({"--error-log", errors});
+  support::http_get(port_, "/rdm/report");
+  await_access(1);
+  std::filesystem::rename(folder_.path("access"), folder_.path("access.1"));
+  std::filesystem::rename(errors, errors + ".1");
+  server_->signal(SIGHUP);
+  EXPECT_TRUE(support::eventually(
+      [&] { return support::file_exists(folder_.path("access")) && support::file_exists(errors); }));
+  support::http_get(port_, "/rdm/report");
+  EXPECT_NE(await_access(1).find("/rdm/report"), std::string::npos);
+  EXPECT_NE(support::read_file(errors).find("test-plugin: a"), std::string::npos);
+  EXPECT_NE(support::read_file(errors + ".1").find("] [info] rdmd: listening on 127.0.0.1:"), std::string::npos);
+  EXPECT_EQ(stop(), 0);
+  EXPECT_NE(support::read_file(errors).find("stopped"), std::string::npos);
+}
+
+TEST_F(HostLifecycle, TheAccessLogGoesToStandardOutputWhenAsked) {
+  RdmdProcess server({"--listen", "127.0.0.1:0", "--plugin", plugin(), "--config", config(), "--access-log", "-"});
+  support::http_get(server.port(), "/rdm/fast");
+  EXPECT_TRUE(support::eventually(
+      [&] { return server.output().find("\"GET /rdm/fast HTTP/1.1\" 200 5 \"-\" \"-\"\n") != std::string::npos; }));
+}
+
+TEST_F(HostLifecycle, WithoutAnAccessLogNothingIsWrittenToStandardOutput) {
+  RdmdProcess server({"--listen", "127.0.0.1:0", "--plugin", plugin(), "--config", config()});
+  support::http_get(server.port(), "/rdm/fast");
+  server.signal(SIGTERM);
+  EXPECT_EQ(server.wait(), 0);
+  EXPECT_EQ(server.output(), "");
+}
+
+TEST_F(HostLifecycle, TakesItsOptionsFromAFile) {
+  const std::string options =
+      folder_.write("options.toml", "listen = \"127.0.0.1:0\"\nplugin = \"" + plugin() + "\"\nconfig = \"" + config() +
+                                        "\"\nidle-timeout = 0.2\n");
+  RdmdProcess server({"--options", options});
+  HttpClient client(server.port());
+  client.send(get("/rdm/fast"));
+  EXPECT_EQ(client.receive().body, "fast\n");
+  EXPECT_TRUE(client.ended());
+}
+
+TEST_F(HostLifecycle, RefusesMistakenOptions) {
+  const std::string conf = config();
+  const struct {
+    std::vector<std::string> arguments;
+    const char *message;
+  } cases[] = {
+      {{}, "--config is required"},
+      {{"--config", conf, "--workers", "4"}, "--workers: only 1 is supported"},
+      {{"--config", conf, "--workers", "0"}, "--workers: only 1 is supported"},
+      {{"--config", conf, "--frobnicate"}, "--frobnicate"},
+      {{"--config", conf, "--idle-timeout", "0"}, "--idle-timeout"},
+      {{"--config", conf, "--max-connections", "0"}, "--max-connections"},
+      {{"--config", conf, "--options", "/nonexistent/options.toml"}, "/nonexistent/options.toml"},
+      {{"--config", conf, "--options", folder_.write("bad.toml", "lissen = \"127.0.0.1:0\"\n")}, "lissen"},
+  };
+  for (const auto &row : cases) EXPECT_NE(refused(row.arguments).find(row.message), std::string::npos) << row.message;
+}
+
+TEST_F(HostLifecycle, TellsItsVersionAndItsOptions) {
+  RdmdProcess version({"--version"});
+  EXPECT_EQ(version.wait(), 0);
+  EXPECT_TRUE(std::regex_match(version.output(), std::regex("rdmd \\d+\\.\\d+\\.\\d+\n"))) << version.output();
+  RdmdProcess help({"--help"});
+  EXPECT_EQ(help.wait(), 0);
+  for (const char *option : {"--listen", "--plugin", "--config", "--workers", "--access-log", "--error-log",
+                             "--options", "--header-timeout", "--body-timeout", "--idle-timeout", "--write-timeout",
+                             "--linger-timeout", "--shutdown-timeout", "--max-connections", "--threads"})
+    EXPECT_NE(help.output().find(option), std::string::npos) << option;
+}
+
+TEST_F(HostLifecycle, RefusesAddressesItCannotListenOn) {
+  const struct {
+    const char *listen, *message;
+  } cases[] = {
+      {"8380", "cannot listen on 8380: HOST:PORT is required"},
+      {":8380", "cannot listen on :8380: HOST:PORT is required"},
+      {"127.0.0.1:", "cannot listen on 127.0.0.1:: HOST:PORT is required"},
+      {"::1:8380", "cannot listen on ::1:8380: an IPv6 address stands in brackets, as [::1]:8380"},
+      {"127.0.0.1:http", "cannot listen on 127.0.0.1:http: "},
+      {"192.0.2.1:0", "cannot listen on 192.0.2.1:0: Cannot assign requested address"},
+  };
+  const std::string conf = config();
+  for (const auto &row : cases) {
+    const std::string errors = refused({"--listen", row.listen, "--plugin", plugin(), "--config", conf});
+    EXPECT_NE(errors.find(row.message), std::string::npos) << errors;
+  }
+}
+
+TEST_F(HostLifecycle, RefusesAnAddressThatIsTaken) {
+  start();
+  const std::string address = "127.0.0.1:" + std::to_string(port_);
+  EXPECT_NE(refused({"--listen", address, "--plugin", plugin(), "--config", config_})
+                .find("cannot listen on " + address + ": Address already in use"),
+            std::string::npos);
+}
+
+TEST_F(HostLifecycle, RefusesAPluginThatIsNone) {
+  EXPECT_NE(refused({"--listen", "127.0.0.1:0", "--plugin", "/nonexistent.so", "--config", config()})
+                .find("cannot load the plug-in: /nonexistent.so"),
+            std::string::npos);
+}
+
+TEST_F(HostLifecycle, EndsWhenThePluginRefusesItsConfiguration) {
+  const std::string conf = config("fail=\"The stars are wrong.\"\n");
+  const std::string errors = refused({"--listen", "127.0.0.1:0", "--plugin", plugin(), "--config", conf});
+  EXPECT_NE(errors.find("[error] rdmd: " + conf + ": The stars are wrong.\n"), std::string::npos) << errors;
+  EXPECT_EQ(errors.find("listening"), std::string::npos);
+}
+
+TEST_F(HostLifecycle, RefusesLogsItCannotWrite) {
+  const std::string conf = config();
+  EXPECT_NE(
+      refused({"--plugin", plugin(), "--config", conf, "--listen", "127.0.0.1:0", "--access-log", "/nonexistent/a"})
+          .find("/nonexistent/a: No such file or directory"),
+      std::string::npos);
+  EXPECT_NE(
+      refused({"--plugin", plugin(), "--config", conf, "--listen", "127.0.0.1:0", "--error-log", "/nonexistent/e"})
+          .find("/nonexistent/e: No such file or directory"),
+      std::string::npos);
+}
+
+}  // namespace

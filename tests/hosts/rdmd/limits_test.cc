@@ -1,0 +1,183 @@
+/// What a slow, silent or greedy client may and may not do to the others.
+
+#include <sys/socket.h>
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "hosts/rdmd/server_fixture.h"
+
+namespace {
+
+using support::HttpClient;
+using support::HttpResponse;
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+class HostLimits : public support::ServerTest {};
+
+/// drip sends a byte every 20 ms until the server answers or closes.
+void drip(HttpClient &client) {
+  while (!client.readable(20ms)) client.send("x");
+}
+
+TEST_F(HostLimits, AByteAtATimeDoesNotHoldTheHeadOpen) {
+  start({"--header-timeout", "0.3"});
+  HttpClient client(port_);
+  client.send("GET /rdm/fast HTTP/1.1\r\nHost: ");
+  const auto begun = Clock::now();
+  drip(client);
+  EXPECT_GE(Clock::now() - begun, 200ms);
+  const HttpResponse response = client.receive();
+  EXPECT_EQ(response.status, 408);
+  EXPECT_EQ(response.body, "The request head did not arrive in time.\n");
+  EXPECT_EQ(response.field("connection"), "close");
+}
+
+TEST_F(HostLimits, AByteAtATimeDoesNotHoldTheBodyOpen) {
+  start({"--body-timeout", "0.3"});
+  HttpClient client(port_);
+  client.send("POST /rdm/echo HTTP/1.1\r\nHost: h\r\nContent-Length: 30000\r\n\r\n");
+  const auto begun = Clock::now();
+  drip(client);
+  EXPECT_GE(Clock::now() - begun, 200ms);
+  const HttpResponse response = client.receive();
+  EXPECT_EQ(response.status, 408);
+  EXPECT_EQ(response.body, "The request body did not arrive in time.\n");
+  EXPECT_EQ(response.field("connection"), "close");
+  EXPECT_EQ(journal(), "init\n");
+  EXPECT_NE(await_access(1).find("\"POST /rdm/echo HTTP/1.1\" 408 41 "), std::string::npos) << access();
+}
+
+TEST_F(HostLimits, AClientThatSendsNothingIsLetGo) {
+  start({"--header-timeout", "0.2"});
+  HttpClient client(port_);
+  EXPECT_TRUE(client.ended());
+  EXPECT_EQ(access(), "");
+}
+
+TEST_F(HostLimits, AConnectionIdleBetweenRequestsIsClosed) {
+  start({"--idle-timeout", "0.2"});
+  HttpClient client(port_);
+  client.send(get("/rdm/fast"));
+  EXPECT_EQ(client.receive().body, "fast\n");
+  const auto begun = Clock::now();
+  EXPECT_TRUE(client.ended());
+  EXPECT_GE(Clock::now() - begun, 150ms);
+}
+
+TEST_F(HostLimits, ARequestBegunIsNotIdle) {
+  start({"--idle-timeout", "0.2", "--header-timeout", "60"});
+  HttpClient client(port_);
+  client.send(get("/rdm/fast") + "GET /rdm/fast HT");
+  EXPECT_EQ(client.receive().body, "fast\n");
+  EXPECT_FALSE(client.readable(400ms));
+  client.send("TP/1.1\r\nHost: h\r\n\r\n");
+  EXPECT_EQ(client.receive().body, "fast\n");
+}
+
+TEST_F(HostLimits, ClientsThatReadNothingDelayNobody) {
+  start();
+  std::vector<std::unique_ptr<HttpClient>> deaf;
+  for (int i = 0; i < 8; ++i) {
+    deaf.push_back(std::make_unique<HttpClient>(port_, false, 4096));
+    deaf.back()->send(get("/rdm/big?8000000"));
+  }
+  for (int i = 0; i < 20; ++i) EXPECT_EQ(support::http_get(port_, "/rdm/fast").body, "fast\n");
+  // They were answered all the while, and get the rest when they read.
+  EXPECT_EQ(deaf[3]->receive().body, pattern(8'000'000));
+}
+
+TEST_F(HostLimits, ClientsThatSendSlowlyDelayNobody) {
+  start();
+  std::vector<std::unique_ptr<HttpClient>> slow;
+  for (int i = 0; i < 50; ++i) {
+    slow.push_back(std::make_unique<HttpClient>(port_));
+    slow.back()->send(i % 2 == 0 ? "GET /rdm/f"
+                                 : "POST /rdm/echo HTTP/1.1\r\nHost: h\r\nContent-Length: 9\r\n\r\nhalf");
+  }
+  for (int i = 0; i < 20; ++i) EXPECT_EQ(support::http_get(port_, "/rdm/fast").body, "fast\n");
+  slow[1]->send(" more");
+  EXPECT_NE(slow[1]->receive().body.find("body half more[0]\n"), std::string::npos);
+}
+
+TEST_F(HostLimits, AClientThatTakesNothingIsCutOff) {
+  start({"--write-timeout", "0.3"});
+  HttpClient client(port_, false, 4096);
+  client.send(get("/rdm/big?12000000"));
+  const std::string log = await_access(1);
+  EXPECT_NE(log.find("\"GET /rdm/big?12000000 HTTP/1.1\" 200 "), std::string::npos);
+  EXPECT_EQ(log.find(" 200 12000000 "), std::string::npos);
+  EXPECT_LT(client.receive().body.size(), 12'000'000u);
+}
+
+TEST_F(HostLimits, AClientThatKeepsTakingIsNotCutOff) {
+  start({"--write-timeout", "0.5"});
+  HttpClient client(port_, false, 65536);
+  client.send(get("/rdm/big?12000000"));
+  const auto begun = Clock::now();
+  std::string received;
+  std::vector<char> block(400'000);
+  while (received.size() < 12'000'000) {
+    const ssize_t got = ::recv(client.descriptor(), block.data(), block.size(), MSG_WAITALL);
+    if (got <= 0) break;
+    received.append(block.data(), static_cast<std::size_t>(got));
+    std::this_thread::sleep_for(40ms);
+  }
+  EXPECT_GE(Clock::now() - begun, 1000ms);
+  EXPECT_NE(received.find(pattern(1000)), std::string::npos);
+  EXPECT_GE(received.size(), 12'000'000u);
+}
+
+TEST_F(HostLimits, AClientThatNeverClosesIsNotWaitedForLong) {
+  start({"--linger-timeout", "0.2"});
+  HttpClient client(port_);
+  client.send(get("/rdm/fast", "Connection: close\r\n"));
+  EXPECT_EQ(client.receive().body, "fast\n");
+  EXPECT_TRUE(client.ended());
+  // Once the server has closed its side as well, what is sent on meets no one.
+  EXPECT_TRUE(support::eventually([&] { return ::send(client.descriptor(), "x", 1, MSG_NOSIGNAL) < 0; }));
+}
+
+TEST_F(HostLimits, ClientsBeyondTheLimitAreTurnedAway) {
+  start({"--max-connections", "2"});
+  HttpClient first(port_), second(port_);
+  for (HttpClient *client : {&first, &second}) client->send("GET /rdm/fast HTTP/1.1\r\n");
+  std::this_thread::sleep_for(100ms);  // until the server knows that neither is idle
+  EXPECT_TRUE(support::eventually([&] { return support::http_get(port_, "/rdm/fast").status == 503; }));
+  const HttpResponse response = support::http_get(port_, "/rdm/fast");
+  EXPECT_EQ(response.status, 503);
+  EXPECT_EQ(response.reason, "Service Unavailable");
+  EXPECT_EQ(response.body, "The server has as many connections as it can take.\n");
+  EXPECT_TRUE(server_->await_error("[warning] rdmd: the connection limit is reached; clients are turned away\n"));
+  for (HttpClient *client : {&first, &second}) {
+    client->send("Host: h\r\nConnection: close\r\n\r\n");
+    EXPECT_EQ(client->receive().body, "fast\n");
+    EXPECT_TRUE(client->ended());
+    client->finish_sending();
+  }
+  EXPECT_TRUE(support::eventually([&] { return support::http_get(port_, "/rdm/fast").status == 200; }));
+}
+
+TEST_F(HostLimits, AtTheLimitTheConnectionIdleLongestMakesWay) {
+  start({"--max-connections", "2"});
+  HttpClient oldest(port_);
+  oldest.send(get("/rdm/fast"));
+  EXPECT_EQ(oldest.receive().body, "fast\n");
+  HttpClient newer(port_);
+  newer.send(get("/rdm/fast"));
+  EXPECT_EQ(newer.receive().body, "fast\n");
+  // The server is still about to wait for the next request when the answer has arrived.
+  std::this_thread::sleep_for(100ms);
+  HttpClient newest(port_);
+  newest.send(get("/rdm/fast"));
+  EXPECT_EQ(newest.receive().body, "fast\n");
+  EXPECT_TRUE(oldest.ended());
+  newer.send(get("/rdm/fast"));
+  EXPECT_EQ(newer.receive().body, "fast\n");
+}
+
+}  // namespace

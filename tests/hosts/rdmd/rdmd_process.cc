@@ -1,0 +1,235 @@
+#include "hosts/rdmd/rdmd_process.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+namespace support {
+namespace {
+
+struct Pipe {
+  int read_end = -1;
+  int write_end = -1;
+  Pipe() {
+    int ends[2];
+    if (::pipe2(ends, O_CLOEXEC) == 0) {
+      read_end = ends[0];
+      write_end = ends[1];
+    }
+  }
+};
+
+[[noreturn]] void become(const std::vector<std::string> &arguments, const Pipe &output, const Pipe &errors) {
+  ::dup2(output.write_end, STDOUT_FILENO);
+  ::dup2(errors.write_end, STDERR_FILENO);
+  std::vector<char *> argv;
+  for (const std::string &argument : arguments) argv.push_back(const_cast<char *>(argument.c_str()));
+  argv.push_back(nullptr);
+  ::execv(argv[0], argv.data());
+  ::_exit(127);
+}
+
+std::string lower(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
+  return text;
+}
+
+void parse_head(HttpResponse &response) {
+  std::size_t at = response.head.find("\r\n");
+  const std::string first = response.head.substr(0, at);
+  if (first.size() < 12) return;
+  response.status = std::atoi(first.c_str() + 9);
+  response.reason = first.size() > 13 ? first.substr(13) : "";
+  while (at + 4 < response.head.size()) {
+    at += 2;
+    const std::size_t end = response.head.find("\r\n", at);
+    const std::string line = response.head.substr(at, end - at);
+    const std::size_t colon = line.find(": ");
+    if (colon != std::string::npos) response.fields[lower(line.substr(0, colon))] = line.substr(colon + 2);
+    at = end;
+  }
+}
+
+}  // namespace
+
+RdmdProcess::RdmdProcess(const std::vector<std::string> &arguments) {
+  std::vector<std::string> all = {std::string(BINARY_DIR) + "/bin/rdmd"};
+  all.insert(all.end(), arguments.begin(), arguments.end());
+  const Pipe output, errors;
+  pid_ = ::fork();
+  if (pid_ == 0) become(all, output, errors);
+  ::close(output.write_end);
+  ::close(errors.write_end);
+  output_reader_ = std::thread([this, fd = output.read_end] { collect(fd, output_); });
+  error_reader_ = std::thread([this, fd = errors.read_end] { collect(fd, errors_); });
+}
+
+RdmdProcess::~RdmdProcess() {
+  if (!ended_) {
+    signal(SIGKILL);
+    wait();
+  }
+}
+
+void RdmdProcess::collect(int fd, std::string &into) {
+  char block[4096];
+  for (ssize_t got; (got = ::read(fd, block, sizeof block)) > 0 || (got < 0 && errno == EINTR);) {
+    const std::lock_guard lock(mutex_);
+    if (got > 0) into.append(block, static_cast<std::size_t>(got));
+  }
+  ::close(fd);
+}
+
+void RdmdProcess::signal(int number) const { ::kill(pid_, number); }
+
+int RdmdProcess::wait() {
+  if (ended_) return status_;
+  int status = 0;
+  ::waitpid(pid_, &status, 0);
+  ended_ = true;
+  output_reader_.join();
+  error_reader_.join();
+  status_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  return status_;
+}
+
+std::string RdmdProcess::output() {
+  const std::lock_guard lock(mutex_);
+  return output_;
+}
+
+std::string RdmdProcess::errors() {
+  const std::lock_guard lock(mutex_);
+  return errors_;
+}
+
+bool RdmdProcess::await_error(const std::string &text) {
+  return eventually([&] { return errors().find(text) != std::string::npos; });
+}
+
+int RdmdProcess::port() {
+  const std::string announcement = "rdmd: listening on ";
+  std::string line;
+  const bool announced = eventually([&] {
+    const std::string text = errors();
+    const std::size_t start = text.find(announcement);
+    if (start == std::string::npos) {
+      siginfo_t info{};
+      return ::waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid == pid_;
+    }
+    const std::size_t end = text.find('\n', start);
+    if (end == std::string::npos) return false;
+    line = text.substr(start, end - start);
+    return true;
+  });
+  if (!announced || line.empty()) {
+    ADD_FAILURE() << "the server did not start: " << errors();
+    return 0;
+  }
+  return std::atoi(line.c_str() + line.rfind(':') + 1);
+}
+
+HttpClient::HttpClient(int port, bool ipv6, int receive_buffer) {
+  fd_ = ::socket(ipv6 ? AF_INET6 : AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (receive_buffer > 0) ::setsockopt(fd_, SOL_SOCKET, SO_RCVBUF, &receive_buffer, sizeof receive_buffer);
+  sockaddr_in v4{};
+  v4.sin_family = AF_INET;
+  v4.sin_port = htons(static_cast<std::uint16_t>(port));
+  v4.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  sockaddr_in6 v6{};
+  v6.sin6_family = AF_INET6;
+  v6.sin6_port = htons(static_cast<std::uint16_t>(port));
+  v6.sin6_addr = in6addr_loopback;
+  const auto *address = ipv6 ? reinterpret_cast<const sockaddr *>(&v6) : reinterpret_cast<const sockaddr *>(&v4);
+  if (::connect(fd_, address, ipv6 ? sizeof v6 : sizeof v4) != 0) ADD_FAILURE() << "connect: " << std::strerror(errno);
+}
+
+HttpClient::~HttpClient() { ::close(fd_); }
+
+void HttpClient::send(const std::string &bytes) {
+  // A server that has already refused closes its end; that is for the test to see when it reads.
+  for (std::size_t done = 0; done < bytes.size();) {
+    const ssize_t put = ::send(fd_, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
+    if (put <= 0) return;
+    done += static_cast<std::size_t>(put);
+  }
+}
+
+void HttpClient::finish_sending() { ::shutdown(fd_, SHUT_WR); }
+
+bool HttpClient::readable(std::chrono::milliseconds time) {
+  pollfd waiting{fd_, POLLIN, 0};
+  return !pending_.empty() || ::poll(&waiting, 1, static_cast<int>(time.count())) > 0;
+}
+
+bool HttpClient::fill() {
+  pollfd waiting{fd_, POLLIN, 0};
+  if (::poll(&waiting, 1, static_cast<int>(patience.count())) <= 0) {
+    ADD_FAILURE() << "the server sends nothing";
+    return false;
+  }
+  char block[65536];
+  const ssize_t got = ::recv(fd_, block, sizeof block, 0);
+  if (got > 0) pending_.append(block, static_cast<std::size_t>(got));
+  return got > 0;
+}
+
+std::string HttpClient::receive_head() {
+  std::size_t end;
+  while ((end = pending_.find("\r\n\r\n")) == std::string::npos)
+    if (!fill()) return {};
+  std::string head = pending_.substr(0, end + 4);
+  pending_.erase(0, end + 4);
+  return head;
+}
+
+HttpResponse HttpClient::receive(bool head_only) {
+  HttpResponse response;
+  response.head = receive_head();
+  if (response.head.empty()) return response;
+  parse_head(response);
+  if (head_only) return response;
+  const auto length = response.fields.find("content-length");
+  if (length == response.fields.end()) {
+    response.body = receive_rest();
+    return response;
+  }
+  const std::size_t size = std::strtoul(length->second.c_str(), nullptr, 10);
+  while (pending_.size() < size)
+    if (!fill()) break;
+  response.body = pending_.substr(0, size);
+  pending_.erase(0, size);
+  return response;
+}
+
+std::string HttpClient::receive_rest() {
+  while (fill()) continue;
+  std::string rest;
+  rest.swap(pending_);
+  return rest;
+}
+
+bool HttpClient::ended() {
+  if (!pending_.empty()) return false;
+  return !fill() && pending_.empty();
+}
+
+HttpResponse http_get(int port, const std::string &target) {
+  HttpClient client(port);
+  client.send("GET " + target + " HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n");
+  return client.receive();
+}
+
+}  // namespace support

@@ -1,0 +1,114 @@
+#include "hosts/rdmd/sender.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "support/files.h"
+
+namespace {
+
+using hosts::Piece;
+using rdmd::Sender;
+
+/// SocketPair is a connection within the process; our end does not block.
+class SocketPair {
+ public:
+  SocketPair() {
+    int ends[2];
+    EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+    ours_ = file_guard(ends[0]);
+    theirs_ = file_guard(ends[1]);
+    ::fcntl(ours_.get(), F_SETFL, O_NONBLOCK);
+  }
+  int ours() const { return ours_.get(); }
+  void hang_up() { theirs_ = file_guard(); }
+  std::string receive(std::size_t most) {
+    std::string text(most, '\0');
+    const ssize_t got = ::recv(theirs_.get(), text.data(), most, MSG_DONTWAIT);
+    text.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
+    return text;
+  }
+
+ private:
+  file_guard ours_, theirs_;
+};
+
+Piece bytes(const std::string &text) { return {text, nullptr, 0, static_cast<std::int64_t>(text.size())}; }
+
+Piece stretch(const std::string &path, std::int64_t offset, std::int64_t length) {
+  return {"", std::make_shared<const file_guard>(host_open_read(path.c_str())), offset, length};
+}
+
+TEST(AnswerSender, SendsHeadBytesAndStretchesInOrder) {
+  const support::TemporaryFolder folder;
+  const std::string path = folder.write("file", "0123456789");
+  SocketPair pair;
+  std::vector<Piece> pieces;
+  pieces.push_back(bytes("one "));
+  pieces.push_back(stretch(path, 2, 5));
+  pieces.push_back(bytes(" two"));
+  Sender sender("HEAD ", std::move(pieces));
+  EXPECT_EQ(sender.send(pair.ours()), Sender::State::done);
+  EXPECT_EQ(pair.receive(100), "HEAD one 23456 two");
+  EXPECT_EQ(sender.sent(), 18);
+  EXPECT_EQ(sender.body_sent(), 13);
+}
+
+TEST(AnswerSender, AHeadAloneHasNoBody) {
+  SocketPair pair;
+  Sender sender("HEAD", {});
+  EXPECT_EQ(sender.body_sent(), 0);
+  EXPECT_EQ(sender.send(pair.ours()), Sender::State::done);
+  EXPECT_EQ(sender.sent(), 4);
+  EXPECT_EQ(sender.body_sent(), 0);
+}
+
+TEST(AnswerSender, GoesOnWhereTheSocketWasFull) {
+  const support::TemporaryFolder folder;
+  std::string text;
+  for (int i = 0; text.size() < 3'000'000; ++i) text += std::to_string(i) + ' ';
+  const std::string path = folder.write("file", text);
+  SocketPair pair;
+  std::vector<Piece> pieces;
+  pieces.push_back(bytes(text));
+  pieces.push_back(stretch(path, 0, static_cast<std::int64_t>(text.size())));
+  Sender sender("HEAD", std::move(pieces));
+  std::string received;
+  bool was_blocked = false;
+  for (;;) {
+    const Sender::State state = sender.send(pair.ours());
+    was_blocked = was_blocked || state == Sender::State::blocked;
+    for (std::string part; !(part = pair.receive(100'000)).empty();) received += part;
+    if (state == Sender::State::done) break;
+    ASSERT_NE(state, Sender::State::failed);
+  }
+  EXPECT_TRUE(was_blocked);
+  EXPECT_EQ(received, "HEAD" + text + text);
+}
+
+TEST(AnswerSender, FailsWhenAFileBecameShorterThanItsStretch) {
+  const support::TemporaryFolder folder;
+  SocketPair pair;
+  std::vector<Piece> pieces;
+  pieces.push_back(stretch(folder.write("file", "short"), 0, 10));
+  Sender sender("H", std::move(pieces));
+  EXPECT_EQ(sender.send(pair.ours()), Sender::State::failed);
+  EXPECT_EQ(pair.receive(100), "Hshort");
+}
+
+TEST(AnswerSender, FailsQuietlyWhenTheClientHasGone) {
+  SocketPair pair;
+  pair.hang_up();
+  Sender sender("HEAD", {});
+  EXPECT_EQ(sender.send(pair.ours()), Sender::State::failed);
+}
+
+}  // namespace

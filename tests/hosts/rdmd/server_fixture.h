@@ -1,0 +1,81 @@
+/// A server with the test plug-in behind it.
+#ifndef TESTS_HOSTS_RDMD_SERVER_FIXTURE_H
+#define TESTS_HOSTS_RDMD_SERVER_FIXTURE_H
+
+#include <gtest/gtest.h>
+
+#include <signal.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "hosts/rdmd/rdmd_process.h"
+#include "support/files.h"
+
+namespace support {
+
+class ServerTest : public ::testing::Test {
+ protected:
+  /// start runs the server with the test plug-in, a free port, an access log and `more` arguments.
+  void start(const std::vector<std::string> &more = {}) {
+    config_ = folder_.write("rdm.conf", "journal=\"" + folder_.path("journal") + "\"\n");
+    std::vector<std::string> arguments = {"--listen", "127.0.0.1:0", "--plugin",     plugin(),
+                                          "--config", config_,       "--access-log", folder_.path("access")};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    server_ = std::make_unique<RdmdProcess>(arguments);
+    port_ = server_->port();
+  }
+
+  static std::string plugin() { return std::string(BINARY_DIR) + "/tests/test_plugin.so"; }
+
+  /// stop ends the server as its operator does and returns its exit status.
+  int stop() {
+    server_->signal(SIGTERM);
+    return server_->wait();
+  }
+
+  /// journal is what the plug-in noted about its calls so far; called tells whether it
+  /// noted a `step`.
+  std::string journal() const { return read_file(folder_.path("journal")); }
+  bool called(const std::string &step) const { return journal().find("\n" + step) != std::string::npos; }
+  std::string access() const { return read_file(folder_.path("access")); }
+
+  /// await_access waits until the access log has `count` lines and returns it.
+  std::string await_access(long count) const {
+    eventually([&] {
+      const std::string text = access();
+      return std::count(text.begin(), text.end(), '\n') >= count;
+    });
+    return access();
+  }
+
+  static std::string get(const std::string &target, const std::string &fields = "") {
+    return "GET " + target + " HTTP/1.1\r\nHost: h\r\n" + fields + "\r\n";
+  }
+  static std::string post(const std::string &target, const std::string &body, const std::string &fields = "") {
+    return "POST " + target + " HTTP/1.1\r\nHost: h\r\nContent-Length: " + std::to_string(body.size()) + "\r\n" +
+           fields + "\r\n" + body;
+  }
+  /// pattern is what the plug-in's /rdm/big answers.
+  static std::string pattern(std::size_t size) {
+    std::string text;
+    for (std::size_t i = 0; text.size() < size; ++i) {
+      char number[16];
+      text.append(number, static_cast<std::size_t>(std::snprintf(number, sizeof number, "%07zu\n", i)));
+    }
+    text.resize(size);
+    return text;
+  }
+
+  TemporaryFolder folder_;
+  std::string config_;
+  std::unique_ptr<RdmdProcess> server_;
+  int port_ = 0;
+};
+
+}  // namespace support
+
+#endif

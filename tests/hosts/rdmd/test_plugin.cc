@@ -1,0 +1,219 @@
+/// A plug-in for the tests of the host: it answers what it sees, or misbehaves, as the request's path asks for, and
+/// keeps a journal of its calls.
+///
+/// Its configuration file holds `journal="FILE"` and, where wanted, `fail="TEXT"`: rdm_init then refuses with that
+/// text as its "error".
+
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <thread>
+
+#include "qxapi/guard.h"
+#include "qxapi/records.h"
+
+namespace {
+
+std::string journal_path;
+std::mutex journal_mutex;
+
+void journal(const std::string &line) {
+  const std::lock_guard lock(journal_mutex);
+  const file_guard file(host_open_append(journal_path.c_str()));
+  const std::string text = line + "\n";
+  host_write_log(file.get(), text.data(), static_cast<int32_t>(text.size()));
+}
+
+std::string value_of(const pblock *block, const char *name) {
+  const char *value = host_param_find(name, block);
+  return value == nullptr ? "" : value;
+}
+
+std::string dump(const char *title, const pblock *block) {
+  std::string text;
+  for (const host_param *entry = block->first; entry != nullptr; entry = entry->next)
+    text += std::string(title) + " " + entry->name + "=" + entry->value + "\n";
+  return text;
+}
+
+std::string read_input(host_input *input) {
+  std::string text;
+  while (input->position < input->size) text.push_back(static_cast<char>(input->data[input->position++]));
+  return text + "[" + std::to_string(host_input_next(input, 1)) + "]";
+}
+
+void start(Session *session, Request *request, std::string_view length) {
+  host_param_add("content-type", "text/x-test", request->response);
+  if (!length.empty()) host_param_add("content-length", std::string(length).c_str(), request->response);
+  host_set_status(session, request, 200, nullptr);
+  host_start_response(session, request);
+}
+
+int write(Session *session, const std::string &text) {
+  return host_net_write(session->socket, text.data(), static_cast<int32_t>(text.size()));
+}
+
+int answer(Session *session, Request *request, const std::string &text) {
+  start(session, request, std::to_string(text.size()));
+  return write(session, text) < 0 ? HOST_ABORT : HOST_DONE;
+}
+
+/// pattern is text of which every stretch tells its place.
+std::string pattern(std::size_t size) {
+  std::string text;
+  text.reserve(size + 8);
+  for (std::size_t i = 0; text.size() < size; ++i) {
+    char number[16];
+    text.append(number, static_cast<std::size_t>(std::snprintf(number, sizeof number, "%07zu\n", i)));
+  }
+  text.resize(size);
+  return text;
+}
+
+std::size_t asked_size(Request *request) { return std::strtoul(value_of(request->line, "query").c_str(), nullptr, 10); }
+
+int echo(Session *session, Request *request) {
+  return answer(session, request,
+                dump("client", session->client) + dump("line", request->line) + dump("header", request->headers) +
+                    "body " + read_input(session->input) + "\n");
+}
+
+int nothing(Session *, Request *) { return HOST_DONE; }
+
+int head_alone(Session *session, Request *request) {
+  start(session, request, "");
+  return HOST_ABORT;
+}
+
+int too_little(Session *session, Request *request) {
+  start(session, request, "100");
+  return write(session, "ten bytes.") == 10 ? HOST_DONE : HOST_ABORT;
+}
+
+int too_much(Session *session, Request *request) {
+  start(session, request, "10");
+  journal("wrote " + std::to_string(write(session, "ten bytes.and more")));
+  return HOST_DONE;
+}
+
+int undeclared(Session *session, Request *request) {
+  start(session, request, "");
+  return write(session, "as long as it is") < 0 ? HOST_ABORT : HOST_DONE;
+}
+
+int big(Session *session, Request *request) {
+  const std::string text = pattern(asked_size(request));
+  start(session, request, std::to_string(text.size()));
+  for (std::size_t at = 0; at < text.size(); at += 100'000)
+    if (write(session, text.substr(at, 100'000)) < 0) return HOST_ABORT;
+  return HOST_DONE;
+}
+
+int whole_file(Session *session, Request *request) {
+  const std::string path = value_of(request->line, "query");
+  struct stat status;
+  if (host_stat(path.c_str(), &status) != 0) return HOST_ABORT;
+  start(session, request, std::to_string(status.st_size));
+  const file_guard file(host_open_read(path.c_str()));
+  const reader_ptr reader(host_buffer_open(file.get(), 4096));
+  const int64_t sent = host_buffer_send(reader.get(), session->socket);
+  host_unlink(path.c_str());
+  return sent == status.st_size ? HOST_DONE : HOST_ABORT;
+}
+
+int split_response(Session *session, Request *request) {
+  host_param_add("x-evil", "a\r\nx-injected: yes\r\n\r\nbody", request->response);
+  host_param_add("x bad\r\nname", "value", request->response);
+  host_param_add("transfer-encoding", "chunked", request->response);
+  host_param_add("connection", "upgrade", request->response);
+  host_param_add("content-length", "2", request->response);
+  host_set_status(session, request, 403, "No\r\nx-reason: yes");
+  host_start_response(session, request);
+  return write(session, "ok") == 2 ? HOST_DONE : HOST_ABORT;
+}
+
+int slow(Session *session, Request *request) {
+  std::this_thread::sleep_for(std::chrono::milliseconds(asked_size(request)));
+  return answer(session, request, "slow\n");
+}
+
+int fast(Session *session, Request *request) { return answer(session, request, "fast\n"); }
+
+int report(Session *session, Request *request) {
+  host_report_error(0, "test-plugin", session, request, "%s", "a \"bad\" thing\nhappened\n");
+  return answer(session, request, "reported\n");
+}
+
+using Handler = int (*)(Session *, Request *);
+const std::map<std::string, Handler> handlers = {
+    {"/rdm/echo", echo},
+    {"/rdm/nothing", nothing},
+    {"/rdm/head-alone", head_alone},
+    {"/rdm/too-little", too_little},
+    {"/rdm/too-much", too_much},
+    {"/rdm/undeclared", undeclared},
+    {"/rdm/big", big},
+    {"/rdm/file", whole_file},
+    {"/rdm/split", split_response},
+    {"/rdm/slow", slow},
+    {"/rdm/fast", fast},
+    {"/rdm/report", report},
+};
+
+void on_exit(void *argument) { journal("exit " + std::string(static_cast<const char *>(argument))); }
+
+/// to_argument lets a constant travel as an exit's argument.
+void *to_argument(const char *text) { return const_cast<char *>(text); }
+
+}  // namespace
+
+QX_BEGIN
+
+int rdm_init(pblock *pb, Session *, Request *) QX_NOEXCEPT;
+int rdm_type(pblock *, Session *, Request *rq) QX_NOEXCEPT;
+int rdm_service(pblock *, Session *sn, Request *rq) QX_NOEXCEPT;
+int rdm_log(pblock *, Session *, Request *rq) QX_NOEXCEPT;
+
+QX_END
+
+int rdm_init(pblock *pb, Session *, Request *) noexcept {
+  const file_guard file(host_open_read(value_of(pb, "config").c_str()));
+  const reader_ptr reader(host_buffer_open(file.get(), 4096));
+  if (!reader) return HOST_ABORT;
+  const pblock_ptr config(host_param_create(7));
+  char line[8192];
+  while (host_getline(reader.get(), 0, sizeof line, line) == 0) host_param_parse(line, config.get());
+  journal_path = value_of(config.get(), "journal");
+  const std::string failure = value_of(config.get(), "fail");
+  if (!failure.empty()) {
+    host_param_add("error", failure.c_str(), pb);
+    return HOST_ABORT;
+  }
+  for (const char *name : {"first", "second", "third"}) host_register_exit(on_exit, to_argument(name));
+  journal("init");
+  return HOST_DONE;
+}
+
+int rdm_type(pblock *, Session *, Request *rq) noexcept {
+  const std::string uri = value_of(rq->line, "uri");
+  journal("type " + uri);
+  return uri == "/rdm/declined" ? HOST_NOT_HANDLED : HOST_DONE;
+}
+
+int rdm_service(pblock *, Session *sn, Request *rq) noexcept {
+  const std::string uri = value_of(rq->line, "uri");
+  journal("service " + uri + " on " + std::to_string(host_thread_id()));
+  const auto found = handlers.find(uri);
+  return found == handlers.end() ? echo(sn, rq) : found->second(sn, rq);
+}
+
+int rdm_log(pblock *, Session *, Request *rq) noexcept {
+  journal("log " + value_of(rq->line, "uri"));
+  return HOST_DONE;
+}
