@@ -58,6 +58,8 @@ class soif_reader {
     soif_parse(stream_, &object);
     return soif_ptr(object);
   }
+  /// position returns how many bytes of a string have been read.
+  int32_t position() const noexcept { return _soif_state[stream_].input_position; }
   bool at_end() const noexcept { return soif_parse_is_eoi(stream_) != 0; }
 
  private:

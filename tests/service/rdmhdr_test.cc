@@ -1,0 +1,269 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "service/message.h"
+#include "service/support/catalog.h"
+#include "support/diagnostics.h"
+#include "support/memory_host.h"
+
+namespace {
+
+using support::Diagnostics;
+
+csio_ptr buffer_of(const std::string &text) {
+  csio_ptr io = make_csio();
+  append_text(io.get(), text);
+  return io;
+}
+
+std::string bytes_of(csio *io) {
+  std::string bytes(io->length, '\0');
+  csio_rewind(io);
+  EXPECT_EQ(csio_copy(io, bytes.data(), static_cast<int32_t>(bytes.size())), static_cast<int32_t>(bytes.size()));
+  return bytes;
+}
+
+std::string printed(const rdmhdr *header) {
+  const csio_ptr io = make_csio();
+  EXPECT_EQ(rdmhdr_print(header, io.get()), 0);
+  return bytes_of(io.get());
+}
+
+std::string header_with(const std::vector<std::pair<std::string, std::string>> &attributes) {
+  return support::soif("RDMHEADER", "-", attributes);
+}
+
+class RdmHeader : public support::HostTest {
+ protected:
+  RdmHeader() : header_(make_rdmhdr(RDM_UNKNOWN)) {}
+  void TearDown() override {
+    header_.reset();
+    support::HostTest::TearDown();
+  }
+  int parse(const std::string &text) { return rdmhdr_parse(buffer_of(text).get(), header_.get()); }
+  /// Asserts that the record holds nothing but its version.
+  void expect_reset() {
+    EXPECT_STREQ(header_->version, "1.0");
+    EXPECT_EQ(header_->type, RDM_UNKNOWN);
+    EXPECT_EQ(header_->query_language, nullptr);
+    EXPECT_EQ(header_->response_interpret, nullptr);
+    EXPECT_EQ(header_->csid, nullptr);
+    EXPECT_EQ(header_->error_message, nullptr);
+    EXPECT_EQ(header_->error_code, 0);
+  }
+  rdmhdr_ptr header_;
+};
+
+TEST_F(RdmHeader, IsCreatedWithEveryFieldZero) {
+  rdmhdr *record = nullptr;
+  rdmhdr_create(&record);
+  EXPECT_EQ(record->version, nullptr);
+  EXPECT_EQ(record->type, RDM_UNKNOWN);
+  rdmhdr_destroy(record);
+}
+
+TEST_F(RdmHeader, DestroysNothingWhereThereIsNothing) { rdmhdr_destroy(nullptr); }
+
+TEST_F(RdmHeader, PrintsEveryAttributeInTheOrderOfTheWire) {
+  header_->type = RDM_RD_RESPONSE;
+  header_->query_language = host_strdup("gatherer");
+  header_->response_interpret = host_strdup("none");
+  header_->csid = host_strdup("x-catalog://localhost:80/a");
+  header_->error_message = host_strdup("Oh.");
+  header_->error_code = 17;
+  EXPECT_EQ(printed(header_.get()),
+            "@RDMHEADER { -\nrdm-version{3}:\t1.0\nrdm-type{11}:\trd-response\nrdm-query-language{8}:\tgatherer\n"
+            "rdm-response-interpret{4}:\tnone\ncatalog-service-id{26}:\tx-catalog://localhost:80/a\n"
+            "rdm-error-message{3}:\tOh.\nrdm-error-code{2}:\t17\n}\n\n\n");
+}
+
+TEST_F(RdmHeader, PrintsOnlyVersionAndTypeOfAnEmptyRecord) {
+  EXPECT_EQ(printed(header_.get()), "@RDMHEADER { -\nrdm-version{3}:\t1.0\nrdm-type{7}:\tUnknown\n}\n\n\n");
+}
+
+TEST_F(RdmHeader, IgnoresTheRecordsVersionWhenPrinting) {
+  host_free(header_->version);
+  header_->version = host_strdup("7.7");
+  EXPECT_EQ(printed(header_.get()), "@RDMHEADER { -\nrdm-version{3}:\t1.0\nrdm-type{7}:\tUnknown\n}\n\n\n");
+}
+
+TEST_F(RdmHeader, PrintsNoErrorCodeUnlessItIsAboveZero) {
+  for (int32_t code : {0, -1, INT32_MIN}) {
+    header_->error_code = code;
+    EXPECT_EQ(printed(header_.get()).find("rdm-error-code"), std::string::npos) << code;
+  }
+  header_->error_code = INT32_MAX;
+  EXPECT_NE(printed(header_.get()).find("rdm-error-code{10}:\t2147483647\n"), std::string::npos);
+}
+
+struct TypeRow {
+  const char *received;
+  int32_t type;
+  const char *printed;
+};
+
+TEST_F(RdmHeader, MapsEveryTypeNameToItsCodeAndBack) {
+  const TypeRow rows[] = {
+      {"rd-request", 1, "rd-request"},
+      {"rd-update-request", 1, "rd-request"},
+      {"RD-Update-Request", 1, "rd-request"},
+      {"rd-delete-request", 2, "rd-delete-request"},
+      {"rd-response", 3, "rd-response"},
+      {"rd-update-response", 3, "rd-response"},
+      {"rd-delete-response", 4, "rd-delete-response"},
+      {"server-description-request", 5, "server-description-request"},
+      {"server-request", 5, "server-description-request"},
+      {"server-description-response", 6, "server-description-response"},
+      {"server-response", 6, "server-description-response"},
+      {"schema-description-request", 7, "schema-description-request"},
+      {"schema-request", 7, "schema-description-request"},
+      {"schema-description-response", 8, "schema-description-response"},
+      {"schema-response", 8, "schema-description-response"},
+      {"taxonomy-description-request", 9, "taxonomy-description-request"},
+      {"taxonomy-request", 9, "taxonomy-description-request"},
+      {"taxonomy-description-response", 10, "taxonomy-description-response"},
+      {"taxonomy-response", 10, "taxonomy-description-response"},
+      {"status-request", 11, "status-request"},
+      {"status-response", 12, "status-response"},
+      {"STATUS-RESPONSE", 12, "status-response"},
+      {"anything", 0, "Unknown"},
+      {"rd-request ", 0, "Unknown"},
+  };
+  for (const TypeRow &row : rows) {
+    ASSERT_EQ(parse(header_with({{"rdm-version", "1.0"}, {"rdm-type", row.received}})), 0) << row.received;
+    EXPECT_EQ(header_->type, row.type) << row.received;
+    EXPECT_NE(printed(header_.get()).find(std::string(":\t") + row.printed + "\n"), std::string::npos) << row.received;
+  }
+}
+
+TEST_F(RdmHeader, NamesEveryCodeOutsideTheTableUnknown) {
+  for (int32_t type : {-1, 0, 13, INT32_MAX}) EXPECT_STREQ(rdm_type_name(type), "Unknown");
+}
+
+TEST_F(RdmHeader, TakesEveryFieldThatItKnows) {
+  ASSERT_EQ(parse(header_with({{"rdm-version", "1.0"},
+                               {"rdm-type", "rd-request"},
+                               {"rdm-query-language", "gatherer"},
+                               {"rdm-response-interpret", "not taken"},
+                               {"catalog-service-id", "x-catalog://h:1/n"},
+                               {"rdm-error-message", "Oh."},
+                               {"rdm-error-code", " 42 things"}})),
+            0);
+  EXPECT_STREQ(header_->query_language, "gatherer");
+  EXPECT_EQ(header_->response_interpret, nullptr);
+  EXPECT_STREQ(header_->csid, "x-catalog://h:1/n");
+  EXPECT_STREQ(header_->error_message, "Oh.");
+  EXPECT_EQ(header_->error_code, 42);
+}
+
+TEST_F(RdmHeader, WithoutATypeHasTypeZero) {
+  ASSERT_EQ(parse(header_with({{"rdm-version", "1.0"}})), 0);
+  EXPECT_EQ(header_->type, RDM_UNKNOWN);
+  EXPECT_NE(printed(header_.get()).find("rdm-type{7}:\tUnknown\n"), std::string::npos);
+}
+
+TEST_F(RdmHeader, WithoutACatalogTakesTheDefaultOrUnknown) {
+  const support::TemporaryFolder folder;
+  {
+    const support::Registry registry(folder, "csid=\"x-catalog://h:1/n\"\n", "x-catalog://h:1/n");
+    ASSERT_EQ(parse(header_with({{"rdm-version", "1.0"}})), 0);
+    EXPECT_STREQ(header_->csid, "x-catalog://h:1/n");
+  }
+  {
+    const support::Registry registry(folder, "", "");
+    ASSERT_EQ(parse(header_with({{"rdm-version", "1.0"}})), 0);
+    EXPECT_STREQ(header_->csid, "unknown") << "an empty default is none";
+  }
+  ASSERT_EQ(parse(header_with({{"rdm-version", "1.0"}})), 0);
+  EXPECT_STREQ(header_->csid, "unknown");
+}
+
+TEST_F(RdmHeader, IsReadFromTheBuffersReadPosition) {
+  const csio_ptr io = buffer_of("junk" + header_with({{"rdm-version", "1.0"}, {"rdm-type", "status-request"}}));
+  char skipped[4];
+  ASSERT_EQ(csio_copy(io.get(), skipped, 4), 4);
+  EXPECT_EQ(rdmhdr_parse(io.get(), header_.get()), 0);
+  EXPECT_EQ(header_->type, RDM_STATUS_REQUEST);
+}
+
+TEST_F(RdmHeader, UsesOnlyTheFirstObject) {
+  EXPECT_EQ(parse(header_with({{"rdm-version", "1.0"}, {"rdm-type", "status-request"}}) +
+                  header_with({{"rdm-version", "9.9"}, {"rdm-type", "rd-request"}})),
+            0);
+  EXPECT_EQ(header_->type, RDM_STATUS_REQUEST);
+}
+
+struct BadHeader {
+  const char *name;
+  std::string text;
+  int result;
+  std::string diagnostics;
+};
+
+TEST_F(RdmHeader, RefusesWhatIsNotAHeaderAndSaysWhy) {
+  const BadHeader rows[] = {
+      {"nothing at all", "", 1, "ERROR: No data for header.\n"},
+      {"no object", "hello\n", 1, "ERROR: Invalid RDMHEADER specification...\n"},
+      {"a syntax error", "@RDMHEADER { -\nrdm-version{3}:1.0\n}\n", 1, "ERROR: Invalid RDMHEADER specification...\n"},
+      {"another template", support::soif("RDMQUERY", "-", {{"rdm-version", "1.0"}}), 1,
+       "ERROR: Mismatched RDMHEADER specification: RDMQUERY\n"},
+      {"no version", header_with({{"rdm-type", "status-request"}}), 1, "ERROR: No rdm-version?\n"},
+      {"another version", header_with({{"rdm-version", "1.1"}}), 2, "ERROR: Unsupported rdm-version: '1.1'\n"},
+      {"a version that reads like a format", header_with({{"rdm-version", "%s%n"}}), 2,
+       "ERROR: Unsupported rdm-version: '%s%n'\n"},
+  };
+  for (const BadHeader &row : rows) {
+    const Diagnostics diagnostics;
+    EXPECT_EQ(parse(row.text), row.result) << row.name;
+    EXPECT_EQ(diagnostics.text(), row.diagnostics) << row.name;
+    expect_reset();
+  }
+}
+
+TEST_F(RdmHeader, AcceptsItsTemplateInAnyLetterCase) {
+  EXPECT_EQ(parse(support::soif("rdmHeader", "-", {{"rdm-version", "1.0"}})), 0);
+}
+
+TEST_F(RdmHeader, LongerThanTheLimitIsRefused) {
+  const Diagnostics diagnostics;
+  EXPECT_EQ(parse(header_with({{"rdm-version", "1.0"}, {"rdm-query-language", std::string(1430, 'q')}})), 1);
+  EXPECT_EQ(diagnostics.text(), "ERROR: Invalid RDMHEADER specification...\n");
+}
+
+/// A header whose closing brace is byte `closing` of the text, counted from 1.
+std::string header_closing_at(size_t closing) {
+  const std::string shortest = header_with({{"rdm-version", "1.0"}, {"rdm-error-message", "x"}});
+  const size_t grown = closing - (shortest.size() - 1) + 1;
+  const size_t digits = std::to_string(grown).size() - 1;
+  return header_with({{"rdm-version", "1.0"}, {"rdm-error-message", std::string(grown - digits, '}')}});
+}
+
+TEST_F(RdmHeader, MustCloseWithinTheLimitWhenMoreFollows) {
+  const std::string fits = header_closing_at(1023), too_long = header_closing_at(1024);
+  ASSERT_EQ(fits.find("\n}\n"), 1021u);
+  ASSERT_EQ(too_long.find("\n}\n"), 1022u);
+  EXPECT_EQ(parse(fits), 0);
+  EXPECT_EQ(parse(too_long), 1);
+}
+
+TEST_F(RdmHeader, UncutAndUnclosedIsAccepted) {
+  EXPECT_EQ(parse("@RDMHEADER { -\nrdm-version{3}:\t1.0\nrdm-type{14}:\tstatus-request\n"), 0);
+  EXPECT_EQ(header_->type, RDM_STATUS_REQUEST);
+}
+
+TEST_F(RdmHeader, SaysNothingAtLevelZero) {
+  const Diagnostics diagnostics(0);
+  EXPECT_EQ(parse(""), 1);
+  EXPECT_EQ(diagnostics.text(), "");
+}
+
+TEST_F(RdmHeader, BecomesTheAnswersHeader) {
+  ASSERT_EQ(parse(header_with({{"rdm-version", "1.0"}, {"rdm-type", "rd-request"}, {"rdm-query-language", "q"}})), 0);
+  rdm_answer(header_.get(), RDM_STATUS_RESPONSE, "No.");
+  EXPECT_EQ(
+      printed(header_.get()),
+      "@RDMHEADER { -\nrdm-version{3}:\t1.0\nrdm-type{15}:\tstatus-response\nrdm-error-message{3}:\tNo.\n}\n\n\n");
+}
+
+}  // namespace
