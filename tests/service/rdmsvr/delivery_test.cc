@@ -1,0 +1,156 @@
+#include <gtest/gtest.h>
+
+#include "libcs/guard.h"
+#include "service/rdm.h"
+#include "support/diagnostics.h"
+#include "support/memory_host.h"
+
+namespace {
+
+using support::Diagnostics;
+using support::Exchange;
+
+csio *buffer_of(const std::string &text, uint32_t max_memory = 0) {
+  csio_ptr io = make_csio(max_memory);
+  if (!text.empty()) csio_append(io.get(), text.data(), static_cast<int32_t>(text.size()));
+  return io.release();
+}
+
+class Delivery : public support::HostTest {
+ protected:
+  int send(csio *result, int header = 1) { return rdm_send_result(header, result, &x_.session, &x_.request); }
+  Exchange x_{"POST", "/rdm/incoming"};
+};
+
+TEST_F(Delivery, HeaderCarriesTypeLengthAndStatus) {
+  EXPECT_EQ(rdm_send_http_header(1234, &x_.session, &x_.request), HOST_DONE);
+  EXPECT_EQ(x_.response("content-type"), "application/x-rdm");
+  EXPECT_EQ(x_.response("content-length"), "1234");
+  EXPECT_EQ(host.status, 200);
+  EXPECT_EQ(host.reason, "");
+  EXPECT_EQ(host.responses_started, 1);
+}
+
+TEST_F(Delivery, HeaderOfTheLargestLength) {
+  rdm_send_http_header(UINT32_MAX, &x_.session, &x_.request);
+  EXPECT_EQ(x_.response("content-length"), "4294967295");
+}
+
+TEST_F(Delivery, HeaderOfNoLengthHasNone) {
+  rdm_send_http_header(0, &x_.session, &x_.request);
+  EXPECT_EQ(x_.responses("content-length"), 0);
+}
+
+TEST_F(Delivery, HeaderKeepsWhatIsAlreadySet) {
+  host_param_add("content-type", "text/plain", x_.request.response);
+  host_param_add("content-length", "7", x_.request.response);
+  rdm_send_http_header(1234, &x_.session, &x_.request);
+  EXPECT_EQ(x_.response("content-type"), "text/plain");
+  EXPECT_EQ(x_.response("content-length"), "7");
+  EXPECT_EQ(x_.responses("content-type"), 1);
+  EXPECT_EQ(x_.responses("content-length"), 1);
+}
+
+TEST_F(Delivery, SendsMemoryWithItsHeader) {
+  EXPECT_EQ(send(buffer_of("answer")), 0);
+  EXPECT_EQ(host.sent, "answer");
+  EXPECT_EQ(x_.response("content-length"), "6");
+}
+
+TEST_F(Delivery, SendsWithoutAHeaderWhereNoneIsWanted) {
+  EXPECT_EQ(send(buffer_of("answer"), 0), 0);
+  EXPECT_EQ(host.sent, "answer");
+  EXPECT_EQ(host.responses_started, 0);
+  EXPECT_EQ(x_.response("content-length"), "");
+}
+
+TEST_F(Delivery, SendsAFileAndRemovesItWithItsBuffer) {
+  const std::string text(100000, 'x');
+  csio *result = buffer_of(text, 32768);
+  const std::string path = result->filename;
+  EXPECT_EQ(send(result), 0);
+  EXPECT_EQ(host.sent, text);
+  EXPECT_EQ(x_.response("content-length"), "100000");
+  EXPECT_FALSE(support::file_exists(path));
+}
+
+TEST_F(Delivery, ReportsALostClientFromLevelZeroUp) {
+  host.fail_net_write = true;
+  {
+    const Diagnostics diagnostics(0);
+    errno = EPIPE;
+    EXPECT_EQ(send(buffer_of("answer")), -1);
+    EXPECT_EQ(diagnostics.text(), "ERROR: Network write failure: Broken pipe\n");
+  }
+  const Diagnostics diagnostics(-1);
+  EXPECT_EQ(send(buffer_of("answer")), -1);
+  EXPECT_EQ(diagnostics.text(), "");
+}
+
+TEST_F(Delivery, ReportsAFileThatCannotBeTransmitted) {
+  host.fail_net_write = true;
+  EXPECT_EQ(send(buffer_of(std::string(50000, 'x'), 32768)), -1);
+  EXPECT_EQ(host.reports, std::vector<std::string>{"0 rdm-service: RDM Error during transmission.\n"});
+}
+
+TEST_F(Delivery, ReportsAFileThatIsGone) {
+  csio *result = buffer_of(std::string(50000, 'x'), 32768);
+  csio_finish(result);
+  host_unlink(result->filename);
+  EXPECT_EQ(send(result), -1);
+  EXPECT_EQ(host.reports, std::vector<std::string>{"0 rdm-service: RDM Result is not readable?\n"});
+  EXPECT_EQ(host.responses_started, 1) << "the status line has gone out before";
+}
+
+struct BadResult {
+  const char *name;
+  uint32_t flags;
+  uint32_t length;
+  std::string diagnostics;
+};
+
+TEST_F(Delivery, ReportsEveryKindOfBadResult) {
+  const std::string bad = "ERROR: RDM Engine generated a bad result?\n";
+  const BadResult rows[] = {
+      {"an empty memory buffer", 0x01, 0,
+       bad + "ERROR: \tZero length result.\nERROR: \tMemeory-based with no memory?\n"},
+      {"memory without data", 0x01, 5, bad + "ERROR: \tMemeory-based with no memory?\n"},
+      {"a file without a name", 0x10, 5, bad + "ERROR: \tFile-based with no filename?\n"},
+      {"an empty file without a name", 0x10, 0,
+       bad + "ERROR: \tZero length result.\nERROR: \tFile-based with no filename?\n"},
+      {"no backing", 0, 5, bad},
+  };
+  for (const BadResult &row : rows) {
+    const Diagnostics diagnostics;
+    csio_ptr result = make_csio();
+    result->flags = row.flags;
+    result->length = row.length;
+    EXPECT_EQ(send(result.release()), -1) << row.name;
+    EXPECT_EQ(diagnostics.text(), row.diagnostics) << row.name;
+    EXPECT_EQ(host.sent, "") << row.name;
+  }
+  EXPECT_EQ(host.responses_started, 5) << "the header goes out first";
+}
+
+TEST_F(Delivery, AnEmptyResultSendsAHeaderWithoutALength) {
+  const Diagnostics diagnostics;
+  csio *result = buffer_of("gone");
+  csio_reset(result);
+  EXPECT_EQ(send(result), -1);
+  EXPECT_EQ(host.responses_started, 1);
+  EXPECT_EQ(x_.responses("content-length"), 0);
+}
+
+TEST_F(Delivery, ReportsThatThereIsNoResultWithoutTouchingIt) {
+  const Diagnostics diagnostics;
+  EXPECT_EQ(send(nullptr), -1);
+  EXPECT_EQ(diagnostics.text(), "ERROR: RDM Engine generated a bad result?\nERROR: \tInvalid 'result'?\n");
+}
+
+TEST_F(Delivery, IsSilentAboutBadResultsAtLevelZero) {
+  const Diagnostics diagnostics(0);
+  EXPECT_EQ(send(buffer_of("")), -1);
+  EXPECT_EQ(diagnostics.text(), "");
+}
+
+}  // namespace
