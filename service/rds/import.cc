@@ -1,0 +1,167 @@
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "qxapi/fatal.h"
+#include "service/csid.h"
+#include "service/message.h"
+#include "service/text.h"
+
+#include <libcs/cs.h>
+#include <libcs/log.h>
+
+namespace {
+
+constexpr char catalog_key[] = "catalog-database";
+constexpr char import_failed[] = "Failed to import RDs";
+
+using system_text = std::unique_ptr<char, deleter<std::free>>;
+using stdio_file = std::unique_ptr<FILE, deleter<std::fclose>>;
+
+/// temporary_file creates an empty file of a new name, which nobody else can own, in the folder for temporary files.
+/// Null when there is no name or no room for it.
+system_text temporary_file(const char *prefix) {
+  constexpr int attempts = 16;
+  for (int i = 0; i < attempts; ++i) {
+    system_text name(::tempnam(nullptr, prefix));
+    if (!name) return nullptr;
+    const file_guard file(::open(name.get(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    if (file) return name;
+  }
+  return nullptr;
+}
+
+/// ResultFile is where a command writes its number; it goes with its scope.
+class ResultFile {
+ public:
+  ResultFile() : name_(temporary_file("csrds")) {}
+  ResultFile(const ResultFile &) = delete;
+  ResultFile &operator=(const ResultFile &) = delete;
+  ~ResultFile() {
+    if (name_) host_unlink(name_.get());
+  }
+  explicit operator bool() const { return name_ != nullptr; }
+  const char *name() const { return name_.get(); }
+
+  /// number returns the decimal number that the file begins with, 0 when there is none.
+  int number() const {
+    const stdio_file file(std::fopen(name_.get(), "re"));
+    int value = 0;
+    return file && std::fscanf(file.get(), "%d", &value) == 1 ? value : 0;
+  }
+
+ private:
+  system_text name_;
+};
+
+/// ensure_file puts the body into a file and returns whether it has one; an empty body gets an empty file.
+bool ensure_file(csio *body) {
+  csio_convert2file(body);
+  if (body->filename != nullptr || body->length != 0) return body->filename != nullptr;
+  const system_text name = temporary_file("csio");
+  if (!name) return false;
+  body->filename = host_strdup(name.get());
+  body->remove_file = body->filename != nullptr ? 1 : 0;
+  return body->filename != nullptr;
+}
+
+void run(const host_text &command) {
+  if (command) cs_cli_run(command.get(), nullptr);
+}
+
+/// The catalog that an import works on. The commands go through the shell as they stand.
+struct Catalog {
+  const char *database;
+  host_text index;
+
+  int update(const char *body, const ResultFile &result) const {
+    run(format_text("minidba -d %s update < %s > %s", database, body, result.name()));
+    return result.number();
+  }
+
+  void expire() const {
+    const ResultFile result;
+    if (!result) return;
+    run(format_text("minidba -d %s expire > %s", database, result.name()));
+    const int expired = result.number();
+    if (expired > 0) CSLOG(CSLOG_NOTE, "rds", "Expired %d RDs.\n", expired);
+  }
+
+  void rebuild_index() const {
+    const ResultFile result;
+    if (!result) return;
+    run(format_text("minidba -d %s -i %s index > %s", database, index.get(), result.name()));
+    CSLOG(CSLOG_NOTE, "rds", "Indexed %d RDs.\n", result.number());
+  }
+
+  /// list_unclassified leaves the list beside the database; a database without a folder in its path has none.
+  void list_unclassified() const {
+    const char *slash = std::strrchr(database, '/');
+    if (slash == nullptr) return;
+    const host_text list = format_text("%.*s/unclassified", static_cast<int>(slash - database), database);
+    if (!list) return;
+    host_unlink(list.get());
+    run(format_text("minidba -d %s -i %s unclassified > %s", database, index.get(), list.get()));
+  }
+};
+
+void warn_of_shell_characters(const char *path) {
+  if (std::strpbrk(path, " \t\n\"'`\\$&|;<>()[]{}*?!~#") != nullptr)
+    CSLOG(CSLOG_WARNING, "rds", "Characters in %s mean something to the shell: %s\n", catalog_key, path);
+}
+
+const char *source_of(const Request *rq) {
+  const char *source = host_param_find("from", rq->headers);
+  if (source == nullptr) source = host_param_find("user-agent", rq->headers);
+  return source != nullptr ? shown(source) : "Unknown-Source";
+}
+
+}  // namespace
+
+int32_t rds_rd_response(rdmhdr *header, csio *body, csio *response, Session *sn, Request *rq) noexcept {
+  QX_REQUIRE(header->type == RDM_RD_RESPONSE || header->type == RDM_RD_DELETE_RESPONSE, "rds", "state");
+  const char *database = csid_findval(catalog_key, header->csid);
+  if (database == nullptr) {
+    static constexpr char text[] = "Failed to import RDs: RDS: No CSID?";
+    CSLOG(CSLOG_ERROR, "rds", "Require '%s' for <CSID:%s>\n", catalog_key, shown(header->csid));
+    return rds_status_ok(text, text, header, body, response, sn, rq);
+  }
+  warn_of_shell_characters(database);
+  const Catalog catalog{database, format_text("%s.idx", database)};
+  if (!catalog.index || !ensure_file(body)) {
+    CSLOG(CSLOG_ERROR, "rds", "Cannot save RDs to tmpfile?\n");
+    return rds_status_ok(import_failed, import_failed, header, body, response, sn, rq);
+  }
+  int accepted = 0;
+  {
+    const ResultFile result;
+    if (!result) {
+      CSLOG(CSLOG_ERROR, "rds", "Cannot create tmpfile?\n");
+      return rds_status_ok(import_failed, import_failed, header, body, response, sn, rq);
+    }
+    accepted = catalog.update(body->filename, result);
+  }
+  catalog.expire();
+  catalog.rebuild_index();
+  catalog.list_unclassified();
+
+  const host_text text = format_text("Accepted %d RDs from %s", accepted, source_of(rq));
+  if (!text) return rds_status_ok(import_failed, import_failed, header, body, response, sn, rq);
+  rdm_log_add(text.get(), nullptr, nullptr, sn, rq);
+  return rds_status_ok(text.get(), nullptr, header, body, response, sn, rq);
+}
+
+int32_t rds_status_ok(const char *text, const char *error_message, rdmhdr *header, csio *, csio *response, Session *,
+                      Request *) noexcept {
+  csio_reset(response);
+  rdm_answer(header, RDM_STATUS_RESPONSE, error_message);
+  rdmhdr_print(header, response);
+  append_text(response, "\n\n");
+  append_text(response, text);
+  append_text(response, "\n\n");
+  csio_finish(response);
+  return 0;
+}

@@ -1,0 +1,239 @@
+#include <cstring>
+#include <limits>
+
+#include "dba/guard.h"
+#include "qxapi/ascii.h"
+#include "service/csid.h"
+#include "service/message.h"
+#include "service/text.h"
+
+#include <libcs/cs.h>
+#include <libcs/log.h>
+
+namespace {
+
+constexpr char catalog_key[] = "catalog-database";
+constexpr char report_name[] = "rdm-service";
+constexpr char bad_scope[] = "Invalid RDM RD-Request message -- Bad scope.\n";
+constexpr int32_t query_limit = 8192;  // bytes of a request body that are looked at
+constexpr int attribute_limit = 255;
+constexpr uint32_t memory_limit = 32768;
+constexpr size_t key_size = 8;
+
+/// What a gatherer asks for.
+struct Query {
+  time_t since = 0;
+  int32_t limit = 0;
+  char *attributes[attribute_limit + 1] = {};  // names within the query object, ended by null
+};
+
+/// refuse answers with an error message.
+int32_t refuse(const char *message, rdmhdr *header, csio *response) {
+  csio_reset(response);
+  rdm_answer(header, RDM_STATUS_RESPONSE, message);
+  rdmhdr_print(header, response);
+  return 0;
+}
+
+/// parse_query returns the query object of a request body, or null.
+soif_ptr parse_query(csio *body) {
+  char text[query_limit] = {};
+  const int32_t length = csio_copy(body, text, query_limit);
+  soif_reader reader(std::string_view(text, static_cast<size_t>(std::max(length, 0))));
+  soif_ptr object = reader.next();
+  if (object && ascii::iequals(object->template_name, "RDMHEADER")) object = reader.next();
+  if (object && !ascii::iequals(object->template_name, "RDMQUERY")) object.reset();
+  return object;
+}
+
+/// split_at_commas cuts a list in place; names past the limit are left out. An empty list has no names.
+void split_at_commas(char *list, char **names) {
+  if (*list == '\0') return;
+  for (int count = 0; list != nullptr && count < attribute_limit; ++count) {
+    names[count] = list;
+    list = std::strchr(list, ',');
+    if (list != nullptr) *list++ = '\0';
+  }
+}
+
+/// read_scope returns whether the scope is one that we know; the character after "since" is not looked at.
+bool read_scope(std::string_view scope, Query &query) {
+  constexpr std::string_view since = "since";
+  if (ascii::istarts_with(scope, "all")) return true;
+  if (!ascii::istarts_with(scope, since)) return false;
+  const std::string_view time = scope.substr(std::min(since.size() + 1, scope.size()));
+  cs_str2time(time.data(), &query.since);
+  query.since = std::max<time_t>(query.since, 0);
+  return true;
+}
+
+/// answer_query searches and sends. The result of the handler.
+int32_t answer_query(Query &query, rdmhdr *header, csio *response, Session *sn, Request *rq) {
+  uint32_t bytes = 0;
+  int32_t result = 1;
+  cs_dbindex index{};
+  if (cs_dbsearch_start(header->csid, &index) == 0)
+    send_since(header->csid, &index, query.since, query.attributes, &query.limit, &bytes, sn, rq);
+  else
+    result = refuse("Server Error: Cannot service request", header, response);
+  host_free(index.entries);
+  // Where the search failed the log shows the limit that was asked for.
+  cs_dbsearch_log(query.limit, bytes, query.since, sn, rq);
+  return result;
+}
+
+/// select_keys returns the database keys from a position of the index on, at most `limit` of them unless it is 0.
+list_ptr select_keys(const cs_dbindex *index, int32_t start, int32_t limit) {
+  cslist *keys = nullptr;
+  cslist_create(&keys);
+  if (keys == nullptr || start < 0 || limit < 0) return list_ptr(keys);
+  const uint32_t first = static_cast<uint32_t>(start);
+  const uint32_t available = first < index->count ? index->count - first : 0;
+  const uint32_t wanted = limit == 0 ? available : std::min(available, static_cast<uint32_t>(limit));
+  for (uint32_t i = first; i < first + wanted; ++i) {
+    char key[key_size + 1];
+    host_format(key, sizeof key, "%08x", index->entries[i].key);
+    cslist_append(keys, key);
+  }
+  return list_ptr(keys);
+}
+
+void set_response_header(const char *name, const char *value, Request *rq) {
+  pblock_remove_n_free(name, rq->response);
+  host_param_add(name, value, rq->response);
+}
+
+void announce_length(uint64_t length, Request *rq) {
+  char text[24];
+  host_itoa(static_cast<int64_t>(length), text);
+  set_response_header("content-type", "application/x-rdm", rq);
+  set_response_header("content-length", text, rq);
+}
+
+/// make_header returns the printed header of an rd-response with `count` descriptions.
+csio_ptr make_header(int32_t count) {
+  csio_ptr printed = make_csio();
+  const rdmhdr_ptr header = make_rdmhdr(RDM_RD_RESPONSE);
+  if (!printed || !header) return nullptr;
+  if (count == 0) header->error_message = host_strdup("0 results.");
+  rdmhdr_print(header.get(), printed.get());
+  csio_finish(printed.get());
+  return printed;
+}
+
+/// Descriptions prints records of one database.
+struct Descriptions {
+  const char *path;
+  DB *database;
+  char **attributes;
+  csio *output;
+
+  /// has_room returns whether a record fits into the answer, whose length has 32 bits.
+  bool has_room(size_t size) const {
+    constexpr uint64_t framing = 64, header = 4096;
+    return output->length + size + framing + header <= std::numeric_limits<uint32_t>::max();
+  }
+
+  /// print_record returns whether the record of a key was printed.
+  bool print_record(char *key) const {
+    DBT wanted{key, key_size}, found{nullptr, 0};
+    if (dba_get(database, &wanted, &found) != 0) {
+      CSLOG(CSLOG_WARNING, "rds", "No entry in %s: key %s\n", catalog_key, key);
+      return false;
+    }
+    soif_reader reader(std::string_view(static_cast<const char *>(found.data), found.size));
+    if (attributes != nullptr && attributes[0] != nullptr) reader.accept(attributes);
+    const soif_ptr object = reader.next();
+    if (!object) {
+      CSLOG(CSLOG_WARNING, "rds", "Malformed RD in %s: key %s\n", catalog_key, key);
+      return false;
+    }
+    if (!has_room(found.size)) {
+      CSLOG(CSLOG_ERROR, "rds", "No room in the answer for %s: key %s\n", catalog_key, key);
+      return false;
+    }
+    soif_writer(output).print(object.get());
+    return true;
+  }
+};
+
+}  // namespace
+
+int32_t rds_rd_request(rdmhdr *header, csio *body, csio *response, Session *sn, Request *rq) noexcept {
+  if (header->query_language == nullptr) CSLOG(CSLOG_ERROR, "rds", "No RDM-Query-Language?\n");
+  if (header->query_language == nullptr || !ascii::iequals(header->query_language, "gatherer"))
+    return rds_qmgr_do_error(header, body, response);
+
+  const soif_ptr object = parse_query(body);
+  if (!object) {
+    CSLOG(CSLOG_WARNING, "rds", "Invalid RDMQUERY specification...\n");
+    return refuse("Invalid RDMQUERY specification.", header, response);
+  }
+  const char *scope = soif_findval(object.get(), "scope");
+  if (scope == nullptr) {
+    CSLOG(CSLOG_WARNING, "rds", "No 'Scope' in Gatherer Query...\n");
+    return refuse("Scope parameter required.", header, response);
+  }
+  Query query;
+  if (const char *hits = soif_findval(object.get(), "view-hits")) query.limit = ascii::to_int32(hits);
+  if (char *names = soif_findval(object.get(), "view-attributes")) split_at_commas(names, query.attributes);
+  if (!read_scope(scope, query)) {
+    host_set_status(sn, rq, 403, bad_scope);
+    host_report_error(0, report_name, sn, rq, "%s", bad_scope);
+    return refuse("Scope parameter malformed.", header, response);
+  }
+  return answer_query(query, header, response, sn, rq);
+}
+
+int send_since(const char *csid, cs_dbindex *index, time_t since, char **attributes, int32_t *count, uint32_t *bytes,
+               Session *sn, Request *rq) noexcept {
+  const int32_t limit = std::exchange(*count, 0);
+  *bytes = 0;
+  csio_ptr descriptions = make_csio(memory_limit);
+  if (!descriptions) return -1;
+  const list_ptr keys = select_keys(index, since != 0 ? cs_dbsearch(index, since) : 0, limit);
+  if (keys && keys->count > 0) *count = rds_send_rd(csid, keys.get(), attributes, descriptions.get());
+  csio_finish(descriptions.get());
+  csio_ptr header = make_header(*count);
+  if (!header) return -1;
+
+  const uint64_t length = static_cast<uint64_t>(header->length) + descriptions->length;
+  *bytes = static_cast<uint32_t>(length);
+  announce_length(length, rq);
+  const int sent = rdm_send_result(1, header.release(), sn, rq);
+  return descriptions->length != 0 ? rdm_send_result(0, descriptions.release(), sn, rq) : sent;
+}
+
+int32_t rds_send_rd(const char *csid, cslist *keys, char **attributes, csio *output) noexcept {
+  const char *path = csid_findval(catalog_key, csid);
+  if (path == nullptr) {
+    CSLOG(CSLOG_ERROR, "rds", "Require '%s' for <CSID:%s>\n", catalog_key, shown(csid));
+    return 0;
+  }
+  const database_ptr database(dba_open(path, "r"));
+  if (!database) {
+    CSLOG(CSLOG_ERROR, "rds", "Cannot read %s: %s: %s\n", catalog_key, path, host_last_error_text());
+    return 0;
+  }
+  const Descriptions descriptions{path, database.get(), attributes, output};
+  int32_t printed = 0;
+  for (const cslist_node *node = keys->head; node != nullptr; node = node->next)
+    if (node->data != nullptr && descriptions.print_record(static_cast<char *>(node->data))) ++printed;
+  return printed;
+}
+
+void cs_dbsearch_log(int32_t count, uint32_t bytes, time_t since, Session *sn, Request *rq) noexcept {
+  char time[256] = "", message[512], size[24];
+  if (since > 0) cs_time2str(since, time, sizeof time);
+  host_format(message, sizeof message, "%d RDs Transfered%s%s", count, since > 0 ? " since " : "", time);
+  host_itoa(bytes, size);
+  rdm_log_add(message, nullptr, size, sn, rq);
+}
+
+int32_t rds_qmgr_do_error(rdmhdr *header, csio *, csio *response) noexcept {
+  rdm_answer(header, RDM_STATUS_RESPONSE, "Unsupported query language.");
+  rdmhdr_print(header, response);
+  append_text(response, "\n\nUnsupported query language.\n");
+  csio_finish(response);
+  return 0;
+}

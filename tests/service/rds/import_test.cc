@@ -1,0 +1,224 @@
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "service/message.h"
+#include "service/support/catalog.h"
+#include "support/diagnostics.h"
+#include "support/memory_host.h"
+
+namespace {
+
+using support::Diagnostics;
+using support::Exchange;
+using support::soif;
+
+/// An import with a command in place of minidba that records how it was called.
+class Import : public support::HostTest {
+ protected:
+  void SetUp() override {
+    const char *path = std::getenv("PATH");
+    old_path_ = path == nullptr ? "" : path;
+    setenv("PATH", (folder_.path() + ":" + old_path_).c_str(), 1);
+    setenv("TMPDIR", temporary_.path().c_str(), 1);
+    command("case \"$verb\" in update) cat > " + folder_.path("body") +
+            "; echo 3;; expire) echo 2;; index) echo 5;;"
+            " unclassified) echo http://localhost/1;; esac");
+    response_ = make_csio();
+    body_ = make_csio();
+  }
+  void TearDown() override {
+    setenv("PATH", old_path_.c_str(), 1);
+    unsetenv("TMPDIR");
+    response_.reset();
+    body_.reset();
+    EXPECT_TRUE(std::filesystem::is_empty(temporary_.path())) << "temporary files are left";
+    support::HostTest::TearDown();
+  }
+
+  /// command writes a minidba that logs its arguments and then runs a script, whose $verb is the last argument.
+  void command(const std::string &script) {
+    const std::string path = folder_.write(
+        "minidba", "#!/bin/sh\necho \"$*\" >> " + folder_.path("calls") + "\nfor verb; do :; done\n" + script + "\n");
+    chmod(path.c_str(), 0755);
+  }
+
+  int32_t import(const char *csid = "c", int32_t type = RDM_RD_RESPONSE) {
+    const rdmhdr_ptr header = make_rdmhdr(type);
+    header->csid = csid != nullptr ? host_strdup(csid) : nullptr;
+    const int32_t result = rds_rd_response(header.get(), body_.get(), response_.get(), &x_.session, &x_.request);
+    body_.reset();
+    return result;
+  }
+
+  std::string answer() {
+    std::string bytes(response_->length, '\0');
+    csio_rewind(response_.get());
+    csio_copy(response_.get(), bytes.data(), static_cast<int32_t>(bytes.size()));
+    return bytes;
+  }
+  std::string calls() { return support::read_file(folder_.path("calls")); }
+
+  static std::string accepted(const std::string &text) {
+    return soif("RDMHEADER", "-", {{"rdm-version", "1.0"}, {"rdm-type", "status-response"}}) + "\n\n\n\n" + text +
+           "\n\n";
+  }
+  static std::string refused(const std::string &text) {
+    return soif("RDMHEADER", "-",
+                {{"rdm-version", "1.0"}, {"rdm-type", "status-response"}, {"rdm-error-message", text}}) +
+           "\n\n\n\n" + text + "\n\n";
+  }
+
+  support::TemporaryFolder folder_, temporary_;
+  std::string database_ = folder_.path("catalog.db");
+  support::Registry registry_{folder_, "csid=\"c\" catalog-database=\"" + database_ +
+                                           "\"\ncsid=\"relative\" catalog-database=\"catalog\"\ncsid=\"bare\"\n"};
+  std::string old_path_;
+  csio_ptr response_, body_;
+  Exchange x_{"POST", "/rdm/rd-response"};
+};
+
+TEST_F(Import, RunsTheFourCommandsInOrder) {
+  append_text(body_.get(), "@DOCUMENT { -\n}\n");
+  const Diagnostics diagnostics;
+  EXPECT_EQ(import(), 0);
+  EXPECT_EQ(calls(), "-d " + database_ + " update\n-d " + database_ + " expire\n-d " + database_ + " -i " + database_ +
+                         ".idx index\n-d " + database_ + " -i " + database_ + ".idx unclassified\n");
+  EXPECT_EQ(answer(), accepted("Accepted 3 RDs from Unknown-Source"));
+  EXPECT_EQ(support::read_file(folder_.path("body")), "@DOCUMENT { -\n}\n");
+  EXPECT_EQ(support::read_file(folder_.path("unclassified")), "http://localhost/1\n");
+  EXPECT_EQ(diagnostics.text(), "Expired 2 RDs.\nIndexed 5 RDs.\n");
+  EXPECT_NE(x_.var("rdm-log-message").find("\"Accepted 3 RDs from Unknown-Source\" - -\n"), std::string::npos);
+  EXPECT_EQ(response_->finished, 1);
+}
+
+TEST_F(Import, TakesABodyThatIsInAFileAlready) {
+  const std::string text(50000, 'x');
+  body_->max_memory = 32768;
+  append_text(body_.get(), text.substr(0, 20000));
+  append_text(body_.get(), text.substr(20000));
+  ASSERT_NE(body_->filename, nullptr);
+  EXPECT_EQ(import(), 0);
+  EXPECT_EQ(support::read_file(folder_.path("body")), text);
+}
+
+TEST_F(Import, AnEmptyBodyIsAnEmptyDelivery) {
+  command("[ \"$verb\" != update ] || { cat > " + folder_.path("body") + "; echo 0; }");
+  EXPECT_EQ(import(), 0);
+  EXPECT_EQ(support::read_file(folder_.path("body")), "");
+  EXPECT_EQ(answer(), accepted("Accepted 0 RDs from Unknown-Source"));
+}
+
+TEST_F(Import, ADeleteResponseIsImportedLikeAnUpdate) {
+  append_text(body_.get(), "@DOCUMENT { -\n}\n");
+  EXPECT_EQ(import("c", RDM_RD_DELETE_RESPONSE), 0);
+  EXPECT_EQ(answer(), accepted("Accepted 3 RDs from Unknown-Source"));
+}
+
+TEST_F(Import, NamesItsSource) {
+  const std::pair<std::vector<std::pair<const char *, const char *>>, const char *> rows[] = {
+      {{{"user-agent", "harvester/1.0"}}, "harvester/1.0"},
+      {{{"from", "op@localhost"}, {"user-agent", "harvester/1.0"}}, "op@localhost"},
+      {{{"from", ""}, {"user-agent", "harvester/1.0"}}, "(empty)"},
+      {{{"from", "%s%n"}}, "%s%n"},
+  };
+  for (const auto &[headers, source] : rows) {
+    Exchange x("POST", "/rdm/rd-response");
+    for (const auto &[name, value] : headers) x.header(name, value);
+    const rdmhdr_ptr header = make_rdmhdr(RDM_RD_RESPONSE);
+    header->csid = host_strdup("c");
+    const csio_ptr body = make_csio();
+    EXPECT_EQ(rds_rd_response(header.get(), body.get(), response_.get(), &x.session, &x.request), 0);
+    EXPECT_EQ(answer(), accepted("Accepted 3 RDs from " + std::string(source)));
+  }
+}
+
+TEST_F(Import, CountsNothingWhereACommandWritesNoNumber) {
+  const Diagnostics diagnostics;
+  command("echo out of order; exit 3");
+  EXPECT_EQ(import(), 0);
+  EXPECT_EQ(answer(), accepted("Accepted 0 RDs from Unknown-Source"));
+  EXPECT_EQ(diagnostics.text(), "Indexed 0 RDs.\n") << "nothing expired is no news, nothing indexed is";
+}
+
+TEST_F(Import, GoesOnWithoutTheCommand) {
+  setenv("PATH", "/nonexistent", 1);
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(import(), 0);
+  testing::internal::GetCapturedStderr();
+  EXPECT_EQ(answer(), accepted("Accepted 0 RDs from Unknown-Source"));
+}
+
+TEST_F(Import, ReplacesTheUnclassifiedList) {
+  folder_.write("unclassified", "old");
+  command("");
+  EXPECT_EQ(import(), 0);
+  EXPECT_EQ(support::read_file(folder_.path("unclassified")), "");
+}
+
+TEST_F(Import, ListsNothingUnclassifiedWhereTheDatabaseHasNoFolder) {
+  EXPECT_EQ(import("relative"), 0);
+  EXPECT_EQ(calls(), "-d catalog update\n-d catalog expire\n-d catalog -i catalog.idx index\n");
+}
+
+TEST_F(Import, NeedsADatabase) {
+  const Diagnostics diagnostics;
+  EXPECT_EQ(import("bare"), 0);
+  EXPECT_EQ(answer(), refused("Failed to import RDs: RDS: No CSID?"));
+  body_ = make_csio();
+  EXPECT_EQ(import(nullptr), 0);
+  EXPECT_EQ(answer(), refused("Failed to import RDs: RDS: No CSID?"));
+  EXPECT_EQ(diagnostics.text(),
+            "ERROR: Require 'catalog-database' for <CSID:bare>\nERROR: Require 'catalog-database' for <CSID:(null)>\n");
+  EXPECT_FALSE(support::file_exists(folder_.path("calls")));
+}
+
+/// Without a folder for temporary files there are none; the C library falls back on /tmp, so it has to be full of
+/// directories that cannot be written: a limit on file descriptors does the same.
+TEST_F(Import, NeedsRoomForItsFiles) {
+  struct rlimit_guard {
+    rlimit_guard() {
+      getrlimit(RLIMIT_NOFILE, &old);
+      rlimit none = old;
+      none.rlim_cur = 0;
+      setrlimit(RLIMIT_NOFILE, &none);
+    }
+    ~rlimit_guard() { setrlimit(RLIMIT_NOFILE, &old); }
+    rlimit old;
+  };
+  append_text(body_.get(), "@DOCUMENT { -\n}\n");
+  const Diagnostics diagnostics;
+  {
+    const rlimit_guard limit;
+    EXPECT_EQ(import(), 0);
+  }
+  EXPECT_NE(answer().find(refused("Failed to import RDs")), std::string::npos) << answer();
+  EXPECT_FALSE(support::file_exists(folder_.path("calls")));
+}
+
+TEST_F(Import, WarnsOfPathsThatMeanSomethingToTheShell) {
+  const support::Registry registry(folder_, "csid=\"c\" catalog-database=\"" + folder_.path("a$HOME") + "\"\n");
+  const Diagnostics diagnostics;
+  command("");
+  EXPECT_EQ(import(), 0);
+  EXPECT_NE(diagnostics.text().find("WARNING: Characters in catalog-database mean something to the shell: "),
+            std::string::npos);
+}
+
+using ImportDeathTest = Import;
+
+TEST_F(ImportDeathTest, TakesNoOtherMessage) {
+  EXPECT_DEATH(import("c", RDM_RD_REQUEST), "rds:[0-9]+: assertion failed: state");
+}
+
+TEST_F(Import, StatusAnswersCarryTextAndError) {
+  const rdmhdr_ptr header = make_rdmhdr(RDM_RD_RESPONSE);
+  append_text(response_.get(), "left over");
+  EXPECT_EQ(rds_status_ok("Done.", nullptr, header.get(), body_.get(), response_.get(), &x_.session, &x_.request), 0);
+  EXPECT_EQ(answer(), accepted("Done."));
+}
+
+}  // namespace

@@ -1,0 +1,191 @@
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "service/rdm.h"
+#include "service/support/catalog.h"
+#include "support/diagnostics.h"
+#include "support/memory_host.h"
+
+namespace {
+
+using support::Diagnostics;
+using support::TemporaryFolder;
+
+constexpr uint32_t magic = 0x3EB1CA0E;
+
+class Index : public support::HostTest {
+ protected:
+  /// load writes an index file with these bytes and loads it.
+  int load(const std::string &bytes) {
+    support::write_file(path_ + ".idx", bytes);
+    return load();
+  }
+  int load() {
+    host_free(index_.entries);
+    return cs_dbsearch_start("c", &index_);
+  }
+  void TearDown() override {
+    host_free(index_.entries);
+    support::HostTest::TearDown();
+  }
+
+  TemporaryFolder folder_;
+  std::string path_ = folder_.path("catalog.db");
+  support::Registry registry_{folder_, "csid=\"c\" catalog-database=\"" + path_ + "\"\ncsid=\"bare\"\n"};
+  cs_dbindex index_{};
+};
+
+TEST_F(Index, IsReadInBigEndianOrder) {
+  ASSERT_EQ(load(support::index_bytes(magic, 2, {{0x01020304, 0x0A0B0C0D}, {0xFFFFFFFF, 7}})), 0);
+  ASSERT_EQ(index_.count, 2u);
+  EXPECT_EQ(index_.entries[0].time, 0x01020304u);
+  EXPECT_EQ(index_.entries[0].reserved1, 0u);
+  EXPECT_EQ(index_.entries[0].key, 0x0A0B0C0Du);
+  EXPECT_EQ(index_.entries[0].reserved2, 17u);
+  EXPECT_EQ(index_.entries[0].reserved3, 0xDEADBEEFu);
+  EXPECT_EQ(index_.entries[1].time, 0xFFFFFFFFu);
+  EXPECT_EQ(index_.entries[1].key, 7u);
+}
+
+TEST_F(Index, MayBeEmpty) {
+  EXPECT_EQ(load(support::index_bytes(magic, 0, {})), 0);
+  EXPECT_EQ(index_.count, 0u);
+}
+
+TEST_F(Index, NeedsAConfiguredDatabase) {
+  const Diagnostics diagnostics;
+  for (const char *csid : {"bare", "unknown"}) EXPECT_EQ(cs_dbsearch_start(csid, &index_), 1);
+  EXPECT_EQ(cs_dbsearch_start(nullptr, &index_), 1);
+  EXPECT_EQ(diagnostics.text(),
+            "ERROR: Missing catalog-database for <CSID:bare>\nERROR: Missing catalog-database for <CSID:unknown>\n"
+            "ERROR: Missing catalog-database for <CSID:(null)>\n");
+}
+
+TEST_F(Index, NeedsAReadableFile) {
+  const Diagnostics diagnostics;
+  EXPECT_EQ(load(), 1);
+  EXPECT_EQ(diagnostics.text(),
+            "ERROR: Cannot read index for catalog-database: " + path_ + ".idx: No such file or directory\n");
+  EXPECT_EQ(index_.entries, nullptr);
+}
+
+TEST_F(Index, PathsMayBeLong) {
+  const std::string longer = folder_.path(std::string(3000, 'x'));
+  const support::Registry registry(folder_, "csid=\"c\" catalog-database=\"" + longer + "\"\n");
+  const Diagnostics diagnostics;
+  EXPECT_EQ(load(), 1);
+  EXPECT_EQ(diagnostics.text(),
+            "ERROR: Cannot read index for catalog-database: " + longer + ".idx: File name too long\n");
+}
+
+TEST_F(Index, NeedsTheMagicNumber) {
+  const std::string whole = support::index_bytes(magic, 1, {{1, 1}});
+  for (const std::string &bytes : {support::index_bytes(magic + 1, 1, {{1, 1}}), std::string(), whole.substr(0, 7),
+                                   support::index_bytes(0x0ECAB13E, 1, {{1, 1}})}) {
+    const Diagnostics diagnostics;
+    EXPECT_EQ(load(bytes), 1);
+    EXPECT_EQ(diagnostics.text(), "ERROR: Indexfile is corrupt: bad magic: " + path_ + ".idx\n");
+  }
+}
+
+TEST_F(Index, MustHoldTheEntriesThatItCounts) {
+  const std::string whole = support::index_bytes(magic, 2, {{1, 1}, {2, 2}});
+  for (const std::string &bytes :
+       {whole.substr(0, whole.size() - 1), whole.substr(0, 8), support::index_bytes(magic, 0xFFFFFFFF, {{1, 1}})}) {
+    const Diagnostics diagnostics;
+    const long allocations = host.allocations;
+    EXPECT_EQ(load(bytes), 1);
+    EXPECT_EQ(index_.count, 0u);
+    EXPECT_LE(host.allocations - allocations, 2) << "memory is not taken on the word of the header";
+    EXPECT_NE(diagnostics.text().find("ERROR: Indexfile is corrupt: "), std::string::npos);
+  }
+}
+
+TEST_F(Index, MayHaveMoreThanItCounts) {
+  EXPECT_EQ(load(support::index_bytes(magic, 1, {{1, 1}, {2, 2}})), 0);
+  EXPECT_EQ(index_.count, 1u);
+}
+
+cs_dbindex index_of(std::vector<cs_dbentry> &entries) {
+  return {entries.data(), static_cast<uint32_t>(entries.size())};
+}
+
+std::vector<cs_dbentry> entries_at(const std::vector<uint32_t> &times) {
+  std::vector<cs_dbentry> entries;
+  for (uint32_t time : times) entries.push_back({time, 0, static_cast<uint32_t>(entries.size() + 1), 0, 0});
+  return entries;
+}
+
+struct SearchRow {
+  std::vector<uint32_t> times;
+  time_t since;
+  int32_t position;
+};
+
+TEST(Search, AnswersTheFirstPositionToSend) {
+  const SearchRow rows[] = {
+      {{}, 5, -1},
+      {{10}, 5, 1},  // one entry never answers
+      {{10}, 10, 1},
+      {{10}, 15, 1},
+      {{10, 20}, 5, 0},
+      {{10, 20}, 10, 0},
+      {{10, 20}, 15, 2},  // narrows to the last entry
+      {{10, 20}, 20, 2},
+      {{10, 20}, 25, 2},
+      {{10, 20, 30}, 5, 0},
+      {{10, 20, 30}, 15, 1},
+      {{10, 20, 30}, 20, 1},
+      {{10, 20, 30}, 25, 3},
+      {{10, 20, 30}, 30, 3},
+      {{10, 20, 30, 40}, 25, 2},
+      {{10, 20, 30, 40}, 35, 4},
+      {{10, 10, 10, 10, 10}, 10, 2},  // any of several equal times
+      {{1, 0x80000000, 0xFFFFFFFF}, 0x80000000, 1},
+      {{1, 0x80000000, 0xFFFFFFFF}, 0x100000000, 3},
+  };
+  for (const SearchRow &row : rows) {
+    std::vector<cs_dbentry> entries = entries_at(row.times);
+    const cs_dbindex index = index_of(entries);
+    EXPECT_EQ(cs_dbsearch(&index, row.since), row.position) << row.times.size() << " entries, since " << row.since;
+  }
+}
+
+/// literal_search follows the description of the search step by step, with no regard to its cost.
+int32_t literal_search(const std::vector<uint32_t> &time, uint32_t since) {
+  const int count = static_cast<int>(time.size());
+  if (count == 0) return -1;
+  int lo = 0, hi = count - 1;
+  while (lo <= hi) {
+    const int mid = (lo + hi) / 2;
+    if (mid >= count - 1) return count;
+    if (since < time[static_cast<size_t>(mid)])
+      hi = mid - 1;
+    else if (time[static_cast<size_t>(mid)] < since)
+      lo = mid + 1;
+    else
+      return mid;
+  }
+  int k = lo < hi ? lo : hi;
+  if (k < 0) k = 0;
+  if (k > count - 1) k = count - 1;
+  if (time[static_cast<size_t>(k)] >= since) return k;
+  const int m = lo > hi ? lo : hi;
+  return time[static_cast<size_t>(m)] >= since ? m : -1;
+}
+
+TEST(Search, AgreesWithItsDescriptionOnRandomIndexes) {
+  std::mt19937 random(1);
+  for (int round = 0; round < 20000; ++round) {
+    std::vector<uint32_t> times(random() % 12);
+    for (uint32_t &time : times) time = 1 + random() % 16;
+    std::sort(times.begin(), times.end());
+    std::vector<cs_dbentry> entries = entries_at(times);
+    const cs_dbindex index = index_of(entries);
+    const uint32_t since = random() % 18;
+    ASSERT_EQ(cs_dbsearch(&index, since), literal_search(times, since)) << "round " << round;
+  }
+}
+
+}  // namespace

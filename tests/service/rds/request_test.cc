@@ -1,0 +1,366 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "dba/dba.h"
+#include "service/message.h"
+#include "service/support/catalog.h"
+#include "support/diagnostics.h"
+#include "support/memory_host.h"
+
+#include <libcs/cs.h>
+
+namespace {
+
+using support::Diagnostics;
+using support::Exchange;
+using support::soif;
+
+using Attributes = std::vector<std::pair<std::string, std::string>>;
+
+/// A description with one attribute prints as it was stored, whatever the order of attributes.
+std::string description(int number) {
+  return soif("DOCUMENT", "http://localhost/" + std::to_string(number), {{"title", "T" + std::to_string(number)}});
+}
+
+std::string response_header(const std::string &error = "") {
+  Attributes attributes{{"rdm-version", "1.0"}, {"rdm-type", "rd-response"}};
+  if (!error.empty()) attributes.emplace_back("rdm-error-message", error);
+  return soif("RDMHEADER", "-", attributes) + "\n\n";
+}
+
+std::string error_header(const std::string &message) {
+  return soif("RDMHEADER", "-",
+              {{"rdm-version", "1.0"}, {"rdm-type", "status-response"}, {"rdm-error-message", message}}) +
+         "\n\n";
+}
+
+/// A catalog of four descriptions, numbered 1 to 4 and changed at the times 1000 to 4000.
+class Request : public support::HostTest {
+ protected:
+  void SetUp() override {
+    for (uint32_t number = 1; number <= 4; ++number) catalog_.put(number, description(static_cast<int>(number)));
+    catalog_.index({{1000, 1}, {2000, 2}, {3000, 3}, {4000, 4}});
+    response_ = make_csio(32768);
+  }
+  void TearDown() override {
+    response_.reset();
+    support::HostTest::TearDown();
+  }
+
+  /// ask runs the handler on a body; what it sent itself is in host.sent, what it left to send in answer().
+  int32_t ask(const std::string &body, const char *language = "gatherer", const char *csid = "c") {
+    host.sent.clear();
+    csio_reset(response_.get());
+    x_ = std::make_unique<Exchange>("POST", "/rdm/rd-request");
+    const csio_ptr input = make_csio();
+    append_text(input.get(), body);
+    const rdmhdr_ptr header = make_rdmhdr(RDM_RD_REQUEST);
+    if (language != nullptr) header->query_language = host_strdup(language);
+    header->csid = host_strdup(csid);
+    const int32_t result = rds_rd_request(header.get(), input.get(), response_.get(), &x_->session, &x_->request);
+    log_ = x_->var("rdm-log-message");
+    type_ = x_->response("content-type");
+    length_ = x_->response("content-length");
+    EXPECT_LE(x_->responses("content-length"), 1);
+    x_.reset();
+    return result;
+  }
+  int32_t query(const Attributes &attributes) { return ask(soif("RDMQUERY", "-", attributes)); }
+
+  std::string answer() {
+    std::string bytes(response_->length, '\0');
+    csio_rewind(response_.get());
+    csio_copy(response_.get(), bytes.data(), static_cast<int32_t>(bytes.size()));
+    return bytes;
+  }
+
+  /// expect_sent asserts that the handler sent a whole answer with these descriptions.
+  void expect_sent(const std::vector<int> &numbers, const std::string &what) {
+    std::string bytes = response_header(numbers.empty() ? "0 results." : "");
+    for (int number : numbers) bytes += description(number);
+    EXPECT_EQ(host.sent, bytes) << what;
+    EXPECT_EQ(length_, std::to_string(bytes.size())) << what;
+    EXPECT_EQ(type_, "application/x-rdm") << what;
+    EXPECT_NE(log_.find("\"" + std::to_string(numbers.size()) + " RDs Transfered"), std::string::npos) << log_;
+    EXPECT_EQ(log_.substr(log_.rfind(' ') + 1), std::to_string(bytes.size()) + "\n");
+  }
+
+  support::TemporaryFolder folder_;
+  support::Catalog catalog_{folder_};
+  support::Registry registry_{folder_, "csid=\"c\" catalog-database=\"" + catalog_.path() + "\"\ncsid=\"bare\"\n"};
+  csio_ptr response_;
+  std::unique_ptr<Exchange> x_;
+  std::string log_, type_, length_;
+};
+
+TEST_F(Request, ForAllSendsEveryDescription) {
+  for (const char *scope : {"all", "ALL", "allx", "All of them"}) {
+    EXPECT_EQ(query({{"scope", scope}}), 1) << scope;
+    expect_sent({1, 2, 3, 4}, scope);
+    EXPECT_NE(log_.find("\"4 RDs Transfered\" - "), std::string::npos) << log_;
+  }
+}
+
+std::string at(time_t time) {
+  char text[64];
+  cs_time2str(time, text, sizeof text);
+  return text;
+}
+
+TEST_F(Request, SinceATimeSendsWhatChangedFromThenOn) {
+  const std::pair<std::string, std::vector<int>> rows[] = {
+      {"since " + at(500), {1, 2, 3, 4}}, {"since:" + at(1500), {2, 3, 4}}, {"SINCE=" + at(2000), {2, 3, 4}},
+      {"since\t" + at(2500), {3, 4}},     {"since " + at(3500), {}},        {"since " + at(4000), {}},
+      {"since " + at(9999), {}},
+  };
+  for (const auto &[scope, numbers] : rows) {
+    EXPECT_EQ(query({{"scope", scope}}), 1) << scope;
+    expect_sent(numbers, scope);
+  }
+}
+
+TEST_F(Request, SinceIsLoggedWithItsTime) {
+  query({{"scope", "since " + at(2500)}});
+  EXPECT_NE(log_.find("\"2 RDs Transfered since Thu, 01 Jan 1970 00:41:40 GMT\" - "), std::string::npos) << log_;
+}
+
+TEST_F(Request, SinceWithoutAUsableTimeIsSinceTheBeginning) {
+  for (const char *scope : {"since", "since ", "since nothing"}) {
+    EXPECT_EQ(query({{"scope", scope}}), 1) << scope;
+    expect_sent({1, 2, 3, 4}, scope);
+  }
+}
+
+TEST_F(Request, TheCharacterAfterSinceIsLost) {
+  EXPECT_EQ(query({{"scope", "since" + at(2500)}}), 1);
+  expect_sent({3, 4}, "the first letter of a weekday is not missed");
+  EXPECT_EQ(query({{"scope", "since1 Jan 1970 00:41:40 GMT"}}), 1);
+  expect_sent({1, 2, 3, 4}, "the day is missed, so there is no time");
+}
+
+TEST_F(Request, ViewHitsLimitsTheKeys) {
+  const std::pair<const char *, std::vector<int>> rows[] = {
+      {"2", {1, 2}},     {"0", {1, 2, 3, 4}}, {"many", {1, 2, 3, 4}}, {"", {1, 2, 3, 4}}, {"100", {1, 2, 3, 4}},
+      {" 1 or so", {1}}, {"-1", {}},
+  };
+  for (const auto &[hits, numbers] : rows) {
+    EXPECT_EQ(query({{"scope", "all"}, {"view-hits", hits}}), 1) << hits;
+    expect_sent(numbers, hits);
+  }
+  EXPECT_EQ(query({{"scope", "since " + at(1500)}, {"view-hits", "2"}}), 1);
+  expect_sent({2, 3}, "from the start position on");
+}
+
+TEST_F(Request, AKeyThatIsMissingIsSkippedAndCountsAgainstTheLimit) {
+  catalog_.index({{1000, 1}, {2000, 99}, {3000, 3}});
+  const Diagnostics diagnostics;
+  EXPECT_EQ(query({{"scope", "all"}}), 1);
+  expect_sent({1, 3}, "all");
+  EXPECT_EQ(diagnostics.text(), "WARNING: No entry in catalog-database: key 00000063\n");
+  EXPECT_EQ(query({{"scope", "all"}, {"view-hits", "2"}}), 1);
+  expect_sent({1}, "the limit counts keys");
+}
+
+TEST_F(Request, AMalformedRecordIsSkipped) {
+  catalog_.put(2, "no object at all");
+  catalog_.put(3, "@BROKEN { -\ntitle{3}:no tab\n}\n");
+  const Diagnostics diagnostics;
+  EXPECT_EQ(query({{"scope", "all"}}), 1);
+  expect_sent({1, 4}, "all");
+  EXPECT_EQ(diagnostics.text(),
+            "WARNING: Malformed RD in catalog-database: key 00000002\n"
+            "WARNING: Malformed RD in catalog-database: key 00000003\n");
+}
+
+TEST_F(Request, OnlyTheAttributesAskedForAreSent) {
+  catalog_.put(1, soif("DOCUMENT", "u", {{"author-1", "A"}, {"author-22", "B"}, {"authors", "C"}, {"title", "T"}}));
+  catalog_.index({{1000, 1}});
+  const std::pair<const char *, std::vector<std::string>> rows[] = {
+      {"author", {"author-1{1}:\tA\n", "author-22{1}:\tB\n"}},
+      {"title,authors", {"title{1}:\tT\n", "authors{1}:\tC\n"}},
+      {"title,,nothing", {"title{1}:\tT\n"}},
+      {"Title", {}},
+      {" title", {}},
+      {",", {}},
+      {"", {"author-1{1}:\tA\n", "author-22{1}:\tB\n", "authors{1}:\tC\n", "title{1}:\tT\n"}},
+  };
+  for (const auto &[names, kept] : rows) {
+    EXPECT_EQ(query({{"scope", "all"}, {"view-attributes", names}}), 1);
+    size_t length = response_header().size() + std::string("@DOCUMENT { u\n}\n").size();
+    for (const std::string &line : kept) {
+      EXPECT_NE(host.sent.find("\n" + line), std::string::npos) << names << ": " << host.sent;
+      length += line.size();
+    }
+    EXPECT_EQ(host.sent.size(), length) << names << ": " << host.sent;
+  }
+}
+
+TEST_F(Request, AttributeNamesPastTheLimitAreNotKept) {
+  catalog_.put(1, soif("DOCUMENT", "u", {{"first", "1"}, {"last", "2"}}));
+  catalog_.index({{1000, 1}});
+  std::string names = "first";
+  for (int i = 1; i < 255; ++i) names += ",x";
+  EXPECT_EQ(query({{"scope", "all"}, {"view-attributes", names + ",last"}}), 1);
+  EXPECT_EQ(host.sent, response_header() + soif("DOCUMENT", "u", {{"first", "1"}}));
+}
+
+TEST_F(Request, OfAnEmptyIndexSendsNothing) {
+  catalog_.index({});
+  for (const char *scope : {"all", "since 16 Nov 2026"}) {
+    EXPECT_EQ(query({{"scope", scope}}), 1);
+    expect_sent({}, scope);
+  }
+}
+
+TEST_F(Request, OfAnIndexOfOneEntryAnswersAllButNeverSince) {
+  catalog_.index({{1000, 1}});
+  EXPECT_EQ(query({{"scope", "all"}}), 1);
+  expect_sent({1}, "all");
+  for (time_t since : {500, 1000, 1500}) {
+    EXPECT_EQ(query({{"scope", "since " + at(since)}}), 1);
+    expect_sent({}, at(since));
+  }
+}
+
+TEST_F(Request, LargeAnswersComeFromAFile) {
+  std::string expected = response_header();
+  std::vector<std::pair<uint32_t, uint32_t>> entries;
+  for (uint32_t number = 1; number <= 60; ++number) {
+    const std::string record =
+        soif("DOCUMENT", "u", {{"body", std::string(900, static_cast<char>('a' + number % 26))}});
+    catalog_.put(number, record);
+    expected += record;
+    entries.emplace_back(number, number);
+  }
+  catalog_.index(entries);
+  EXPECT_EQ(query({{"scope", "all"}}), 1);
+  EXPECT_EQ(host.sent, expected);
+  EXPECT_EQ(length_, std::to_string(expected.size()));
+  EXPECT_EQ(host.responses_started, 1);
+}
+
+TEST_F(Request, MayHaveTheHeaderBeforeItsQuery) {
+  const std::string message = soif("rdmheader", "-", {{"rdm-version", "1.0"}});
+  EXPECT_EQ(ask(message + soif("rdmquery", "-", {{"scope", "all"}})), 1);
+  expect_sent({1, 2, 3, 4}, "with a header");
+}
+
+TEST_F(Request, InAnotherLanguageIsNotUnderstood) {
+  const std::string refusal = error_header("Unsupported query language.") + "\n\nUnsupported query language.\n";
+  const Diagnostics diagnostics;
+  EXPECT_EQ(ask("", "sql"), 0);
+  EXPECT_EQ(answer(), refusal);
+  EXPECT_EQ(response_->finished, 1);
+  EXPECT_EQ(diagnostics.text(), "");
+  EXPECT_EQ(ask("", nullptr), 0);
+  EXPECT_EQ(answer(), refusal);
+  EXPECT_EQ(diagnostics.text(), "ERROR: No RDM-Query-Language?\n");
+  EXPECT_EQ(log_, "");
+  EXPECT_EQ(ask(soif("RDMQUERY", "-", {{"scope", "all"}}), "GATHERER"), 1);
+}
+
+TEST_F(Request, WithoutAQueryIsRefused) {
+  const std::string bodies[] = {"", "hello", soif("OTHER", "-", {{"scope", "all"}}),
+                                soif("RDMHEADER", "-", {{"scope", "all"}}), "@RDMQUERY { -\nscope{3}:all\n}\n"};
+  for (const std::string &body : bodies) {
+    const Diagnostics diagnostics;
+    EXPECT_EQ(ask(body), 0);
+    EXPECT_EQ(answer(), error_header("Invalid RDMQUERY specification."));
+    EXPECT_EQ(diagnostics.text(), "WARNING: Invalid RDMQUERY specification...\n");
+    EXPECT_EQ(log_, "");
+  }
+}
+
+TEST_F(Request, WithoutAScopeIsRefused) {
+  const Diagnostics diagnostics;
+  EXPECT_EQ(query({{"view-hits", "3"}}), 0);
+  EXPECT_EQ(answer(), error_header("Scope parameter required."));
+  EXPECT_EQ(diagnostics.text(), "WARNING: No 'Scope' in Gatherer Query...\n");
+}
+
+TEST_F(Request, WithABadScopeIsRefusedAndReported) {
+  for (const char *scope : {"al", "sinc", "some", "%s%n"}) {
+    host.reports.clear();
+    EXPECT_EQ(query({{"scope", scope}, {"x", "y"}}), 0) << scope;
+    EXPECT_EQ(answer(), error_header("Scope parameter malformed.")) << scope;
+    EXPECT_EQ(host.status, 403);
+    EXPECT_EQ(host.reason, "Invalid RDM RD-Request message -- Bad scope.\n");
+    EXPECT_EQ(host.reports, std::vector<std::string>{"0 rdm-service: Invalid RDM RD-Request message -- Bad scope.\n"});
+  }
+}
+
+TEST_F(Request, IsReadNoFurtherThanItsLimit) {
+  const std::string query = soif("RDMQUERY", "-", {{"scope", "all"}});
+  EXPECT_EQ(ask(std::string(8192 - query.size(), ' ') + query), 1);
+  expect_sent({1, 2, 3, 4}, "the query ends at byte 8192");
+  EXPECT_EQ(ask(std::string(8192, ' ') + query), 0);
+  EXPECT_EQ(answer(), error_header("Invalid RDMQUERY specification."));
+}
+
+TEST_F(Request, WithoutAnIndexIsRefusedAndLogsTheLimitAskedFor) {
+  const std::string refusal = error_header("Server Error: Cannot service request");
+  const Diagnostics diagnostics;
+  EXPECT_EQ(ask(soif("RDMQUERY", "-", {{"scope", "all"}, {"view-hits", "17"}}), "gatherer", "bare"), 0);
+  EXPECT_EQ(answer(), refusal);
+  EXPECT_NE(log_.find("\"17 RDs Transfered\" - 0\n"), std::string::npos) << log_;
+  support::write_file(catalog_.path() + ".idx", support::index_bytes(1, 0, {}));
+  EXPECT_EQ(query({{"scope", "all"}}), 0);
+  EXPECT_EQ(answer(), refusal);
+  EXPECT_EQ(diagnostics.text(),
+            "ERROR: Missing catalog-database for <CSID:bare>\n"
+            "ERROR: Indexfile is corrupt: bad magic: " +
+                catalog_.path() + ".idx\n");
+}
+
+TEST_F(Request, WithoutADatabaseSendsNothing) {
+  host_unlink(catalog_.path().c_str());
+  const Diagnostics diagnostics;
+  EXPECT_EQ(query({{"scope", "all"}}), 1);
+  expect_sent({}, "all");
+  EXPECT_EQ(diagnostics.text(),
+            "ERROR: Cannot read catalog-database: " + catalog_.path() + ": No such file or directory\n");
+}
+
+TEST_F(Request, IsRefusedWhileTheDatabasesAreLocked) {
+  dbSetOrClearDBLock(0);
+  const Diagnostics diagnostics;
+  EXPECT_EQ(query({{"scope", "all"}}), 1);
+  dbSetOrClearDBLock(1);
+  expect_sent({}, "all");
+  EXPECT_EQ(diagnostics.text(), "ERROR: Cannot read catalog-database: " + catalog_.path() + ": Invalid argument\n");
+}
+
+TEST_F(Request, SendsNothingForACatalogWithoutADatabase) {
+  cslist *keys = nullptr;
+  cslist_create(&keys);
+  const list_ptr owned(keys);
+  const Diagnostics diagnostics;
+  EXPECT_EQ(rds_send_rd("bare", keys, nullptr, response_.get()), 0);
+  EXPECT_EQ(rds_send_rd(nullptr, keys, nullptr, response_.get()), 0);
+  EXPECT_EQ(rds_send_rd("", keys, nullptr, response_.get()), 0);
+  EXPECT_EQ(rds_send_rd("c", keys, nullptr, response_.get()), 0) << "no keys";
+  EXPECT_EQ(diagnostics.text(),
+            "ERROR: Require 'catalog-database' for <CSID:bare>\nERROR: Require 'catalog-database' for <CSID:(null)>\n"
+            "ERROR: Require 'catalog-database' for <CSID:(empty)>\n");
+  EXPECT_EQ(answer(), "");
+}
+
+TEST_F(Request, SkipsKeysThatAreNull) {
+  cslist *keys = nullptr;
+  cslist_create(&keys);
+  const list_ptr owned(keys);
+  cslist_append(keys, "00000001");
+  cslist_append(keys, "00000002");
+  std::free(std::exchange(keys->head->data, nullptr));
+  EXPECT_EQ(rds_send_rd("c", keys, nullptr, response_.get()), 1);
+  EXPECT_EQ(answer(), description(2));
+}
+
+TEST_F(Request, LogsCountTimeAndSize) {
+  Exchange x("GET", "/rdm/rd-request");
+  cs_dbsearch_log(3, 4000000000u, 0, &x.session, &x.request);
+  EXPECT_NE(x.var("rdm-log-message").find("\"3 RDs Transfered\" - 4000000000\n"), std::string::npos);
+}
+
+}  // namespace
