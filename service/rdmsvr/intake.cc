@@ -1,0 +1,264 @@
+#include <cstring>
+
+#include "qxapi/ascii.h"
+#include "service/csid.h"
+#include "service/message.h"
+#include "service/text.h"
+
+#include <libcs/cs.h>
+
+namespace {
+
+constexpr char report_name[] = "rdm-service";
+constexpr std::string_view uri_prefix = "/rdm/";
+constexpr int32_t content_limit = 32768;
+constexpr uint32_t memory_limit = 32768;
+
+/// A refusal, or the absence of one: no text.
+struct Refusal {
+  const char *text = nullptr;
+  int value = HOST_DONE;
+};
+
+constexpr Refusal go_on{};
+constexpr Refusal out_of_memory{"RDM Server Error", HOST_ABORT};
+
+/// One request on its way through the steps below.
+struct Intake {
+  Session *session;
+  Request *request;
+  const char *method = nullptr, *uri = nullptr, *query = nullptr;  // of the request line
+  bool is_get = false;
+  const char *uri_type = nullptr;  // the URI after "/rdm/", empty for "incoming"
+  int32_t announced = 0;           // the content length, 0 when there is none
+  int32_t consumed = 0;            // bytes taken from the input
+  csio_ptr body = nullptr, header_text = nullptr;
+  rdmhdr_ptr header = nullptr;
+  host_text refusal = nullptr;  // a refusal made for this request
+};
+
+unsigned char next_byte(host_input *input) {
+  const int byte = input->position < input->size ? input->data[input->position++] : host_input_next(input, 1);
+  return static_cast<unsigned char>(byte);
+}
+
+void append_byte(csio *io, unsigned char byte) { csio_append(io, &byte, 1); }
+
+Refusal read_request_line(Intake &x) {
+  x.method = host_param_find("method", x.request->line);
+  x.uri = host_param_find("uri", x.request->line);
+  x.query = host_param_find("query", x.request->line);
+  if (x.method == nullptr || x.uri == nullptr) return {"Internal QXAPI error?", HOST_ABORT};
+  return go_on;
+}
+
+Refusal check_method(Intake &x) {
+  x.is_get = ascii::iequals(x.method, "get");
+  if (x.query != nullptr && !x.is_get) return {"Malformed RDM request - Use GET method."};
+  if (!x.is_get && !ascii::iequals(x.method, "post")) return {"Malformed RDM request - Use POST method."};
+  return go_on;
+}
+
+Refusal check_uri(Intake &x) {
+  if (!ascii::istarts_with(x.uri, uri_prefix)) return {"Malformed RDM request - Invalid URI."};
+  x.uri_type = x.uri + uri_prefix.size();
+  if (ascii::iequals(x.uri_type, "incoming")) x.uri_type = "";
+  return go_on;
+}
+
+const char *request_header(const char *name, const Intake &x) {
+  char *value = nullptr;
+  return host_request_header(name, &value, x.session, x.request) == 0 ? value : nullptr;
+}
+
+Refusal check_length(Intake &x) {
+  if (const char *length = request_header("content-length", x)) x.announced = std::max(ascii::to_int32(length), 0);
+  if ((x.announced == 0 && !x.is_get) || x.announced > content_limit)
+    return {"Content-length is undefined or too long."};
+  return go_on;
+}
+
+Refusal check_encoding(Intake &x) {
+  const char *encoding = request_header("content-encoding", x);
+  if (encoding != nullptr && *encoding != '\0') return {"Unsupported content-encoding."};
+  return go_on;
+}
+
+Refusal make_buffers(Intake &x) {
+  x.body = make_csio(memory_limit);
+  x.header_text = make_csio(memory_limit);
+  return x.body && x.header_text ? go_on : out_of_memory;
+}
+
+/// read_header reads up to the first empty line, which it takes but does not keep. Carriage returns become blanks and
+/// do not come between two newlines.
+Refusal read_header(Intake &x) {
+  int newlines = 0;
+  unsigned char last_visible = 0;
+  for (int32_t kept = 0; kept < x.announced; ++kept) {
+    unsigned char byte = next_byte(x.session->input);
+    ++x.consumed;
+    if (byte == '\n') {
+      if (++newlines == 2) return go_on;
+    } else if (byte == '\r') {
+      byte = ' ';
+    } else {
+      newlines = 0;
+    }
+    if (!ascii::is_space(byte)) last_visible = byte;
+    append_byte(x.header_text.get(), byte);
+  }
+  // The announced length ended before an empty line: only a header that is whole may go on.
+  return last_visible == '}' ? go_on : Refusal{"Did not receive valid RDM message header."};
+}
+
+/// build_message makes header and body from the query and the URI.
+Refusal build_message(Intake &x) {
+  const pblock_ptr block(host_param_create(7));
+  if (!block) return out_of_memory;
+  if (x.query != nullptr) {
+    const host_text copy(host_strdup(x.query));
+    if (!copy) return out_of_memory;
+    pblock_form2pblock(copy.get(), static_cast<int32_t>(std::strlen(copy.get())), block.get());
+  }
+  if (*x.uri_type != '\0' && host_param_find("type", block.get()) == nullptr)
+    host_param_add("type", x.uri_type, block.get());
+  const char *refusal = pblock_pblock2rdm(block.get(), x.header_text.get(), x.body.get());
+  if (refusal != nullptr) return {refusal};
+  csio_finish(x.body.get());
+  return go_on;
+}
+
+Refusal read_message(Intake &x) { return x.is_get ? build_message(x) : read_header(x); }
+
+Refusal parse_header(Intake &x) {
+  csio_finish(x.header_text.get());
+  csio_rewind(x.header_text.get());
+  x.header = make_rdmhdr(RDM_UNKNOWN);
+  if (!x.header) return out_of_memory;
+  const int failure = rdmhdr_parse(x.header_text.get(), x.header.get());
+  x.header_text.reset();
+  return failure != 0 ? Refusal{"Did not receive valid RDM message header."} : go_on;
+}
+
+Refusal check_type_fits_uri(Intake &x) {
+  if (rdm_validate_uri(x.uri, x.header->type) != 1) return {"Did not receive valid URI for RDM header."};
+  return go_on;
+}
+
+Refusal check_catalog(Intake &x) {
+  if (csid_find(x.header->csid) != nullptr) return go_on;
+  x.refusal = format_text("Unknown CSID: %s\n", x.header->csid != nullptr ? x.header->csid : "(null)");
+  return x.refusal ? Refusal{x.refusal.get()} : out_of_memory;
+}
+
+/// read_announced_body reads `count` bytes; a host that has no more of them yields 0 bytes in their place.
+void read_announced_body(Intake &x, int32_t count) {
+  for (int32_t i = 0; i < count; ++i) append_byte(x.body.get(), next_byte(x.session->input));
+  x.consumed += count;
+}
+
+/// read_to_end reads what follows a header that used up the announced length, up to the 0 at the end of the input,
+/// which counts too: such a request has then taken more than it announced and is refused. An error ends the input.
+void read_to_end(Intake &x) {
+  host_input *input = x.session->input;
+  for (int byte = 1; byte > 0;) {
+    byte = input->position < input->size ? input->data[input->position++] : host_input_next(input, 1);
+    ++x.consumed;
+    if (byte > 0) append_byte(x.body.get(), static_cast<unsigned char>(byte));
+  }
+}
+
+Refusal read_body(Intake &x) {
+  if (x.is_get) {
+    x.consumed = x.announced = 0;
+    return go_on;
+  }
+  const int32_t remaining = x.announced - x.consumed;
+  if (remaining > 0)
+    read_announced_body(x, remaining);
+  else
+    read_to_end(x);
+  csio_finish(x.body.get());
+  return go_on;
+}
+
+Refusal check_body_length(Intake &x) {
+  csio_rewind(x.body.get());
+  if (x.announced != 0 && x.announced != x.consumed) return {"Did not receive content-length bytes."};
+  return go_on;
+}
+
+/// The checks run in this order because clients read the words of the first refusal.
+constexpr Refusal (*steps[])(Intake &) = {
+    read_request_line, check_method, check_uri,           check_length,  check_encoding, make_buffers,
+    read_message,      parse_header, check_type_fits_uri, check_catalog, read_body,      check_body_length,
+};
+
+/// respond runs the handler of the message and sends its answer, unless the handler has sent it.
+int respond(Intake &x) {
+  csio_ptr result = make_csio(memory_limit);
+  if (!result) return rdm_stop(out_of_memory.text, report_name, out_of_memory.value, x.session, x.request);
+  int32_t gzip = 0, status = 0;
+  rdm_get_response(x.header.get(), x.body.get(), x.session, x.request, result.get(), &gzip, &status);
+  x.header.reset();
+  x.body.reset();
+  csio_finish(result.get());
+  if (status != 0) return HOST_DONE;
+  if (gzip != 0 && host_param_find("content-encoding", x.request->response) == nullptr)
+    host_param_add("content-encoding", "x-gzip", x.request->response);
+  return rdm_send_result(1, result.release(), x.session, x.request);
+}
+
+}  // namespace
+
+int rdm_service(pblock *pb, Session *sn, Request *rq) noexcept {
+  const crit_guard inside(rdm_service_crit);
+  return _real_rdm_service(pb, sn, rq);
+}
+
+int _real_rdm_service(pblock *, Session *sn, Request *rq) noexcept {
+  Intake x{.session = sn, .request = rq};
+  for (const auto step : steps)
+    if (const Refusal refusal = step(x); refusal.text != nullptr)
+      return rdm_stop(refusal.text, report_name, refusal.value, sn, rq);
+  return respond(x);
+}
+
+int rdm_stop(const char *message, const char *function, int value, Session *sn, Request *rq) noexcept {
+  if (message == nullptr) message = "RDM Server Error";
+  csio_ptr answer = make_csio();
+  const rdmhdr_ptr header = make_rdmhdr(RDM_STATUS_RESPONSE);
+  if (answer && header) {
+    header->error_message = host_strdup(message);
+    rdmhdr_print(header.get(), answer.get());
+    append_text(answer.get(), "\n\n");
+    append_text(answer.get(), message);
+    append_text(answer.get(), "\n\n");
+    rdm_send_result(1, answer.release(), sn, rq);
+  }
+  host_report_error(0, function, sn, rq, "%s", message);
+  return value;
+}
+
+int rdm_validate_uri(const char *uri, int32_t type) noexcept {
+  if (!ascii::istarts_with(uri, uri_prefix)) return 0;
+  const std::string_view name(uri + uri_prefix.size());
+  if (ascii::iequals(name, "incoming")) {
+    // A server-description request and every response must use a URI of its own.
+    return type == RDM_RD_REQUEST || type == RDM_STATUS_REQUEST || type == RDM_SCHEMA_REQUEST ||
+           type == RDM_TAXONOMY_REQUEST;
+  }
+  return ascii::iequals(name, rdm_type_name(type));
+}
+
+int rdm_type(pblock *, Session *, Request *rq) noexcept {
+  const char *uri = host_param_find("uri", rq->line);
+  if (uri == nullptr || !ascii::istarts_with(uri, uri_prefix)) return HOST_NOT_HANDLED;
+  if (rq->response != nullptr) {
+    if (host_param_find_entry("content-type", rq->response, 0) != nullptr)
+      pblock_remove_n_free("content-type", rq->response);
+    host_param_add("content-type", "application/x-rdm", rq->response);
+  }
+  return HOST_DONE;
+}

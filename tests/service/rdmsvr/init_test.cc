@@ -1,0 +1,245 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "libcs/guard.h"
+#include "service/csid.h"
+#include "service/rdm.h"
+#include "service/schema.h"
+#include "support/diagnostics.h"
+#include "support/memory_host.h"
+
+#include <libcs/log.h>
+
+namespace {
+
+using support::Exchange;
+using support::TemporaryFolder;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+std::string variable(const char *name) {
+  const char *value = std::getenv(name);
+  return value == nullptr ? "(unset)" : value;
+}
+
+/// The environment and the sections outlive an initialisation on purpose, so that the balance is not asserted here.
+class Initialisation : public testing::Test {
+ protected:
+  Initialisation() {
+    support::bind_memory_host();
+    setenv("PATH", "/usr/bin:/bin", 1);
+    for (const char *name : {"TMPDIR", "QXCS_DEBUG_LOGLEVEL", "QXCS_DEBUG_LOGFILE"}) unsetenv(name);
+  }
+  ~Initialisation() override {
+    for (const auto &[fn, argument] : host_.exits) fn(argument);
+    cslog_terminate();
+    cslog_set_level(0);
+    // The environment's texts belong to the library; the variables stop pointing at them before the host changes.
+    for (const char *name : {"TMPDIR", "QXCS_DEBUG_LOGLEVEL", "QXCS_DEBUG_LOGFILE"}) unsetenv(name);
+    setenv("PATH", "/usr/bin:/bin", 1);
+    qxapi_bind(nullptr);
+  }
+
+  /// init runs rdm_init on a configuration file of these lines and keeps what went to standard error.
+  int init(const std::string &lines) {
+    const std::string path = folder_.write("rdm.conf", lines);
+    const pblock_ptr pb(host_param_create(3));
+    host_param_add("config", path.c_str(), pb.get());
+    testing::internal::CaptureStderr();
+    const int result = rdm_init(pb.get(), &x_.session, &x_.request);
+    stderr_ = testing::internal::GetCapturedStderr();
+    return result;
+  }
+
+  std::string csid_file(const std::string &text = "csid=\"c\"\n") { return folder_.write("csid.conf", text); }
+
+  /// A configuration that starts, its diagnostics in a file.
+  std::string complete() {
+    return "bindir=/opt/rdm/bin\ncsid-config=" + csid_file() +
+           "\ncsid-default=c\ndebug-logfile=" + folder_.path("debug.log") + "\n";
+  }
+  std::string diagnostics() { return support::read_file(folder_.path("debug.log")); }
+
+  TemporaryFolder folder_;
+  support::HostRecord &host_ = support::host_record();
+  Exchange x_{"", ""};
+  std::string stderr_;
+};
+
+constexpr char missing_key[] = "Parameter '%s' required by rdm-init in configuration file.\n";
+
+std::string missing(const char *key) {
+  std::string text = missing_key;
+  return text.replace(text.find("%s"), 2, key);
+}
+
+TEST_F(Initialisation, NeedsAConfig) {
+  const pblock_ptr pb(host_param_create(3));
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(rdm_init(pb.get(), nullptr, nullptr), -1);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "rdm-init requires 'config' parameter.");
+  EXPECT_STREQ(host_param_find("error", pb.get()), "rdm-init requires 'config' parameter.");
+}
+
+TEST_F(Initialisation, NeedsAReadableConfig) {
+  const pblock_ptr pb(host_param_create(3));
+  host_param_add("config", folder_.path("missing").c_str(), pb.get());
+  EXPECT_EQ(rdm_init(pb.get(), nullptr, nullptr), -1);
+  EXPECT_EQ(host_.reports, std::vector<std::string>{"0 rdm-init: config not readable?\n"});
+}
+
+TEST_F(Initialisation, CompletesAndSaysSo) {
+  EXPECT_EQ(init(complete()), 0);
+  EXPECT_THAT(diagnostics(), HasSubstr("\t RDM server is on-line.\n"));
+  EXPECT_EQ(variable("PATH"), "/opt/rdm/bin:/usr/bin:/bin");
+  EXPECT_EQ(variable("QXCS_DEBUG_LOGLEVEL"), "1");
+  EXPECT_EQ(variable("QXCS_DEBUG_LOGFILE"), folder_.path("debug.log"));
+  EXPECT_EQ(variable("TMPDIR"), "(unset)");
+  EXPECT_STREQ(cs_csidcf, folder_.path("csid.conf").c_str());
+  EXPECT_NE(csid_find("c"), nullptr);
+  EXPECT_STREQ(csid_default(nullptr), "c");
+  EXPECT_NE(rdm_log_crit, nullptr);
+  EXPECT_NE(rdm_service_crit, nullptr);
+  EXPECT_EQ(logfd, -1);
+  EXPECT_STREQ(logfile, "");
+  EXPECT_EQ(stderr_, "");
+}
+
+TEST_F(Initialisation, SkipsCommentsAndReadsSeveralPairsALine) {
+  EXPECT_EQ(init("#bindir=/wrong\nbindir=\"/opt/with blank\" tmpdir=/var/tmp\ncsid-config=" + csid_file() +
+                 " csid-default=c debug-loglevel=3 debug-logfile=" + folder_.path("debug.log")),
+            0);
+  EXPECT_EQ(variable("PATH"), "/opt/with blank:/usr/bin:/bin");
+  EXPECT_EQ(variable("TMPDIR"), "/var/tmp");
+  EXPECT_EQ(variable("QXCS_DEBUG_LOGLEVEL"), "3");
+  EXPECT_EQ(_cslog_level, 3);
+}
+
+TEST_F(Initialisation, LevelZeroIsSilent) {
+  EXPECT_EQ(init(complete() + "debug-loglevel=0\n"), 0);
+  EXPECT_EQ(variable("QXCS_DEBUG_LOGLEVEL"), "0");
+  EXPECT_EQ(diagnostics(), "");
+}
+
+TEST_F(Initialisation, LogsToStandardErrorWhereNoFileIsNamed) {
+  EXPECT_EQ(init("bindir=/b\ncsid-config=" + csid_file() + "\ncsid-default=c\n"), 0);
+  EXPECT_THAT(stderr_, HasSubstr("RDM server is on-line.\n"));
+  EXPECT_EQ(variable("QXCS_DEBUG_LOGFILE"), "(unset)");
+}
+
+TEST_F(Initialisation, WithoutAPathTheCommandsFolderIsThePath) {
+  unsetenv("PATH");
+  EXPECT_EQ(init(complete()), 0);
+  EXPECT_EQ(variable("PATH"), "/opt/rdm/bin");
+}
+
+TEST_F(Initialisation, ReportsTheFirstMissingKeyInOrder) {
+  const std::pair<std::string, const char *> rows[] = {
+      {"# nothing\n# at all\n", "bindir"},
+      {"csid-default=c\n", "bindir"},
+      {"bindir=/b\n", "csid-config"},
+      {"bindir=/b\ncsid-config=/c\n", "csid-default"},
+  };
+  for (const auto &[lines, key] : rows) {
+    EXPECT_EQ(init(lines), -1) << key;
+    EXPECT_EQ(stderr_, missing(key));
+  }
+}
+
+TEST_F(Initialisation, SetsUpLogAndSectionsBeforeItMissesAKey) {
+  rdm_log_crit = rdm_service_crit = nullptr;
+  EXPECT_EQ(init("logfile=" + folder_.path("transactions.log") + "\n"), -1);
+  EXPECT_NE(rdm_log_crit, nullptr);
+  EXPECT_NE(rdm_service_crit, nullptr);
+  EXPECT_EQ(variable("QXCS_DEBUG_LOGLEVEL"), "1");
+  EXPECT_TRUE(support::file_exists(folder_.path("transactions.log")));
+  EXPECT_EQ(variable("PATH"), "/usr/bin:/bin");
+}
+
+TEST_F(Initialisation, LeavesTheErrorInTheConfigurationBlock) {
+  const pblock_ptr config(host_param_create(3));
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(rdm_init_real(config.get(), nullptr, nullptr), -1);
+  testing::internal::GetCapturedStderr();
+  EXPECT_EQ(host_param_find("error", config.get()), missing("bindir"));
+}
+
+TEST_F(Initialisation, FailsWithoutCriticalSections) {
+  host_.fail_crit_create = true;
+  EXPECT_EQ(init(complete()), -1);
+  EXPECT_THAT(diagnostics(), HasSubstr(" WARNING: Critical section allocation failure.\n"));
+  EXPECT_EQ(variable("QXCS_DEBUG_LOGLEVEL"), "(unset)");
+}
+
+TEST_F(Initialisation, OpensTheTransactionLogForAppending) {
+  const std::string path = folder_.write("transactions.log", "old\n");
+  EXPECT_EQ(init(complete() + "logfile=" + path + "\n"), 0);
+  EXPECT_STREQ(logfile, path.c_str());
+  ASSERT_NE(logfd, -1);
+  host_write_log(logfd, "new\n", 4);
+  EXPECT_EQ(support::read_file(path), "old\nnew\n");
+}
+
+TEST_F(Initialisation, GoesOnWithoutATransactionLogThatCannotBeOpened) {
+  const std::string path = folder_.path("missing/transactions.log");
+  EXPECT_EQ(init(complete() + "logfile=" + path + "\n"), 0);
+  EXPECT_EQ(logfd, -1);
+  EXPECT_EQ(host_.reports,
+            std::vector<std::string>{"0 rdm-init: Cannot append to " + path + ": No such file or directory"});
+  EXPECT_EQ(host_.exits.size(), 3u);
+}
+
+TEST_F(Initialisation, CutsTheTransactionLogsPath) {
+  const std::string path = "/" + std::string(1999, 'p');
+  EXPECT_EQ(init(complete() + "logfile=" + path + "\n"), 0);
+  EXPECT_EQ(std::string(logfile), path.substr(0, 1023));
+  ASSERT_EQ(host_.reports.size(), 1u);
+  EXPECT_THAT(host_.reports[0], StartsWith("0 rdm-init: Cannot append to " + path.substr(0, 1023) + ": "));
+}
+
+TEST_F(Initialisation, RegistersTheExitsInOrder) {
+  EXPECT_EQ(init(complete() + "logfile=" + folder_.path("transactions.log") + "\n"), 0);
+  ASSERT_EQ(host_.exits.size(), 3u);
+  host_.exits[0].first(host_.exits[0].second);
+  EXPECT_EQ(logfd, -1);
+  EXPECT_NE(csid_find("c"), nullptr);
+  host_.exits[1].first(host_.exits[1].second);
+  EXPECT_EQ(csid_find("c"), nullptr);
+}
+
+TEST_F(Initialisation, RegistersNoLogExitWithoutATransactionLog) {
+  EXPECT_EQ(init(complete()), 0);
+  EXPECT_EQ(host_.exits.size(), 2u);
+}
+
+TEST_F(Initialisation, LoadsTheSchemaOfTheDefaultCatalog) {
+  const std::string schema =
+      folder_.write("schema.rdm",
+                    "@SCHEMA { -\nschema-name{5}:\tBooks\nsoif-attribute-1{5}:\ttitle\nsystem-table-name-1{3}:\tDOC\n"
+                    "system-column-name-1{5}:\tTitle\n}\n");
+  csid_file("csid=\"other\"\ncsid=\"c\" schema-description=\"" + schema + "\"\n");
+  const std::string lines = "bindir=/b\ncsid-config=" + folder_.path("csid.conf") +
+                            "\ncsid-default=c\ndebug-logfile=" + folder_.path("debug.log") + "\n";
+  EXPECT_EQ(init(lines), 0);
+  EXPECT_STREQ(schema_name(), "Books");
+  char column[512];
+  EXPECT_STREQ(schema_translate_soifattribute("title", column), "DOC.Title");
+}
+
+TEST_F(Initialisation, GoesOnWithoutASchema) {
+  EXPECT_EQ(init(complete()), 0);
+  EXPECT_THAT(diagnostics(), HasSubstr(" ERROR: Cannot initialize schema translator: (null)\n"));
+  EXPECT_THAT(diagnostics(), HasSubstr("RDM server is on-line.\n"));
+}
+
+TEST_F(Initialisation, CanBeRepeated) {
+  EXPECT_EQ(init(complete()), 0);
+  for (const auto &[fn, argument] : host_.exits) fn(argument);
+  host_.exits.clear();
+  EXPECT_EQ(init(complete()), 0);
+  EXPECT_EQ(variable("PATH"), "/opt/rdm/bin:/opt/rdm/bin:/usr/bin:/bin");
+}
+
+}  // namespace

@@ -1,0 +1,424 @@
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <string>
+
+#include "service/rdm.h"
+#include "service/support/catalog.h"
+#include "support/diagnostics.h"
+#include "support/memory_host.h"
+
+namespace {
+
+using support::Exchange;
+using support::soif;
+
+constexpr char books[] = "x-catalog://localhost:80/books";
+
+std::string refusal(const std::string &text) {
+  return soif("RDMHEADER", "-",
+              {{"rdm-version", "1.0"}, {"rdm-type", "status-response"}, {"rdm-error-message", text}}) +
+         "\n\n\n\n" + text + "\n\n";
+}
+
+std::string not_supported(const std::string &type) {
+  return soif("RDMHEADER", "-",
+              {{"rdm-version", "1.0"},
+               {"rdm-type", "status-response"},
+               {"rdm-error-message", "RDM-Type=" + type + " is not supported by this RDM server."}}) +
+         "\n\n";
+}
+
+constexpr char online[] = "@RDMHEADER { -\nrdm-version{3}:\t1.0\nrdm-type{15}:\tstatus-response\n}\n\n\n\n\nOnline.\n";
+
+std::string header(const std::string &type, const std::string &csid = books) {
+  return soif("RDMHEADER", "-", {{"rdm-version", "1.0"}, {"rdm-type", type}, {"catalog-service-id", csid}});
+}
+
+class Intake : public support::HostTest {
+ protected:
+  void SetUp() override { rdm_service_crit = host_crit_create(); }
+  void TearDown() override {
+    host_free(rdm_service_crit);
+    rdm_service_crit = nullptr;
+    support::HostTest::TearDown();
+  }
+
+  int serve(Exchange &x) {
+    host.sent.clear();
+    host.reports.clear();
+    host.responses_started = 0;
+    return rdm_service(nullptr, &x.session, &x.request);
+  }
+
+  /// post sends a body with its length announced, or another length.
+  int post(const std::string &uri, const std::string &body, int announced = -1) {
+    Exchange x("POST", uri, body);
+    x.header("content-length", std::to_string(announced < 0 ? static_cast<int>(body.size()) : announced));
+    return serve(x);
+  }
+
+  int get(const std::string &uri, const char *query = nullptr) {
+    Exchange x("GET", uri);
+    if (query != nullptr) x.query(query);
+    return serve(x);
+  }
+
+  /// expect_refused asserts what every refusal does: an answer with status 200 and a line for the host's error log.
+  void expect_refused(const std::string &text, const std::string &what = "") {
+    EXPECT_EQ(host.sent, refusal(text)) << what;
+    EXPECT_EQ(host.status, 200) << what;
+    EXPECT_EQ(host.responses_started, 1) << what;
+    EXPECT_EQ(host.reports, std::vector<std::string>{"0 rdm-service: " + text}) << what;
+  }
+
+  support::TemporaryFolder folder_;
+  support::Registry registry_{folder_, "csid=\"" + std::string(books) + "\"\n", books};
+};
+
+TEST_F(Intake, WithoutMethodOrUriAborts) {
+  for (const auto &[method, uri] : {std::pair{"", "/rdm/incoming"}, {"POST", ""}, {"", ""}}) {
+    Exchange x(method, uri);
+    EXPECT_EQ(serve(x), HOST_ABORT);
+    expect_refused("Internal QXAPI error?");
+  }
+}
+
+struct MethodRow {
+  const char *method;
+  bool query;
+  const char *refusal;
+};
+
+TEST_F(Intake, AcceptsGetAndPostOnly) {
+  const MethodRow rows[] = {
+      {"POST", true, "Malformed RDM request - Use GET method."},
+      {"PUT", true, "Malformed RDM request - Use GET method."},
+      {"GETS", true, "Malformed RDM request - Use GET method."},
+      {"PUT", false, "Malformed RDM request - Use POST method."},
+      {"DELETE", false, "Malformed RDM request - Use POST method."},
+      {"HEAD", false, "Malformed RDM request - Use POST method."},
+  };
+  for (const MethodRow &row : rows) {
+    Exchange x(row.method, "/rdm/status-request");
+    if (row.query) x.query("type=status-request");
+    EXPECT_EQ(serve(x), HOST_DONE);
+    expect_refused(row.refusal, row.method);
+  }
+}
+
+TEST_F(Intake, ComparesMethodsInAnyLetterCase) {
+  for (const char *method : {"get", "Get", "GET"}) {
+    Exchange x(method, "/rdm/status-request");
+    EXPECT_EQ(serve(x), HOST_DONE);
+    EXPECT_EQ(host.sent, online) << method;
+  }
+}
+
+TEST_F(Intake, AnEmptyQueryCountsAsAQuery) {
+  Exchange x("POST", "/rdm/status-request");
+  x.query("");
+  EXPECT_EQ(serve(x), HOST_DONE);
+  expect_refused("Malformed RDM request - Use GET method.");
+  EXPECT_EQ(get("/rdm/status-request", ""), HOST_DONE);
+  EXPECT_EQ(host.sent, online);
+}
+
+TEST_F(Intake, RefusesUrisOutsideItsOwn) {
+  for (const char *uri : {"/", "/rdm", "/other/status-request", "rdm/status-request", "//rdm/x"}) {
+    EXPECT_EQ(get(uri), HOST_DONE);
+    expect_refused("Malformed RDM request - Invalid URI.", uri);
+  }
+}
+
+TEST_F(Intake, ComparesUrisInAnyLetterCase) {
+  for (const char *uri : {"/RDM/status-request", "/rdm/Status-Request"}) {
+    EXPECT_EQ(get(uri), HOST_DONE);
+    EXPECT_EQ(host.sent, online) << uri;
+  }
+  EXPECT_EQ(get("/Rdm/InComing", "type=status-request"), HOST_DONE);
+  EXPECT_EQ(host.sent, online);
+}
+
+TEST_F(Intake, RefusesAPostWithoutAUsableLength) {
+  const char *const lengths[] = {"0", "-5", "", "many", "32769", "99999999999999999999", nullptr};
+  for (const char *length : lengths) {
+    Exchange x("POST", "/rdm/status-request", header("status-request") + "\n\n");
+    if (length != nullptr) x.header("content-length", length);
+    EXPECT_EQ(serve(x), HOST_DONE);
+    expect_refused("Content-length is undefined or too long.", length != nullptr ? length : "no header");
+  }
+}
+
+TEST_F(Intake, RefusesAGetThatAnnouncesTooMuch) {
+  Exchange x("GET", "/rdm/status-request");
+  x.header("content-length", "32769");
+  EXPECT_EQ(serve(x), HOST_DONE);
+  expect_refused("Content-length is undefined or too long.");
+}
+
+TEST_F(Intake, IgnoresTheLengthOfAGetWithinTheLimit) {
+  Exchange x("GET", "/rdm/status-request");
+  x.header("content-length", "32768");
+  EXPECT_EQ(serve(x), HOST_DONE);
+  EXPECT_EQ(host.sent, online);
+}
+
+TEST_F(Intake, ReadsTheLongestMessage) {
+  std::string message = header("status-request") + "\n";
+  message.resize(32768, 'b');
+  EXPECT_EQ(post("/rdm/status-request", message), HOST_DONE);
+  EXPECT_EQ(host.sent, online);
+}
+
+TEST_F(Intake, RefusesAnyContentEncoding) {
+  for (const char *encoding : {"x-gzip", "gzip", "identity"}) {
+    Exchange x("POST", "/rdm/status-request", header("status-request") + "\n\n");
+    x.header("content-length", "100").header("content-encoding", encoding);
+    EXPECT_EQ(serve(x), HOST_DONE);
+    expect_refused("Unsupported content-encoding.", encoding);
+  }
+  Exchange x("GET", "/rdm/status-request");
+  x.header("content-encoding", "");
+  EXPECT_EQ(serve(x), HOST_DONE);
+  EXPECT_EQ(host.sent, online);
+}
+
+TEST_F(Intake, RefusesAGetWithoutAType) {
+  EXPECT_EQ(get("/rdm/incoming", "scope=all"), HOST_DONE);
+  expect_refused("Malformed RDM request - GET requires type");
+  EXPECT_EQ(get("/rdm/"), HOST_DONE);
+  expect_refused("Malformed RDM request - GET requires type");
+}
+
+TEST_F(Intake, TakesTheTypeOfAGetFromTheUri) {
+  EXPECT_EQ(get("/rdm/status-request"), HOST_DONE);
+  EXPECT_EQ(host.sent, online);
+  EXPECT_EQ(get("/rdm/status-request", "scope=all"), HOST_DONE);
+  EXPECT_EQ(host.sent, online);
+}
+
+TEST_F(Intake, PrefersTheTypeOfTheQuery) {
+  EXPECT_EQ(get("/rdm/status-request", "type=rd-request"), HOST_DONE);
+  expect_refused("Did not receive valid URI for RDM header.");
+}
+
+TEST_F(Intake, LeavesTheQueryAsItWas) {
+  Exchange x("GET", "/rdm/incoming");
+  x.query("type=status%2Drequest&a=b+c");
+  EXPECT_EQ(serve(x), HOST_DONE);
+  EXPECT_EQ(host.sent, online);
+  EXPECT_STREQ(host_param_find("query", x.request.line), "type=status%2Drequest&a=b+c");
+}
+
+TEST_F(Intake, RefusesAHeaderThatDoesNotParse) {
+  const std::pair<const char *, std::string> rows[] = {
+      {"no object", "hello\n\nbody"},
+      {"an empty header", "\n\nbody"},
+      {"another template", soif("RDMQUERY", "-", {{"rdm-version", "1.0"}}) + "\nbody"},
+      {"no version", soif("RDMHEADER", "-", {{"rdm-type", "status-request"}}) + "\nbody"},
+      {"another version", soif("RDMHEADER", "-", {{"rdm-version", "2.0"}}) + "\nbody"},
+      {"a header beyond 1023 bytes",
+       soif("RDMHEADER", "-", {{"rdm-version", "1.0"}, {"x", std::string(1500, 'x')}}) + "\nbody"},
+  };
+  for (const auto &[what, body] : rows) {
+    EXPECT_EQ(post("/rdm/status-request", body), HOST_DONE);
+    expect_refused("Did not receive valid RDM message header.", what);
+  }
+}
+
+TEST_F(Intake, RefusesAHeaderCutByItsLength) {
+  const std::string message = header("status-request") + "\n\n";
+  for (const size_t length : {size_t{1}, size_t{20}, message.size() / 2, message.find('}') + 1}) {
+    EXPECT_EQ(post("/rdm/status-request", message, static_cast<int>(length)), HOST_DONE);
+    expect_refused("Did not receive valid RDM message header.", std::to_string(length));
+  }
+}
+
+TEST_F(Intake, AHeaderThatUsesUpItsLengthIsReadToTheEndOfInputAndRefused) {
+  const std::string message = header("status-request") + "\n";
+  for (const std::string &trailer : {std::string(), std::string("more of it")}) {
+    EXPECT_EQ(post("/rdm/status-request", message + trailer, static_cast<int>(message.size())), HOST_DONE);
+    expect_refused("Did not receive content-length bytes.");
+  }
+  const std::string unterminated = header("status-request");
+  EXPECT_EQ(post("/rdm/status-request", unterminated), HOST_DONE);
+  expect_refused("Did not receive content-length bytes.", "closed, but without the empty line");
+}
+
+TEST_F(Intake, OneByteOfBodyIsEnough) {
+  EXPECT_EQ(post("/rdm/status-request", header("status-request") + "\n\n"), HOST_DONE);
+  EXPECT_EQ(host.sent, online);
+}
+
+TEST_F(Intake, AnErrorOfTheInputEndsIt) {
+  Exchange x("POST", "/rdm/status-request", header("status-request") + "\n");
+  x.header("content-length", std::to_string(x.session.input->size));
+  host.fail_input = true;
+  EXPECT_EQ(serve(x), HOST_DONE);
+  expect_refused("Did not receive content-length bytes.");
+}
+
+TEST_F(Intake, ABodyShorterThanAnnouncedIsPadded) {
+  EXPECT_EQ(post("/rdm/status-request", header("status-request") + "\nbody", 300), HOST_DONE);
+  EXPECT_EQ(host.sent, online) << "a host that has no more yields zeros";
+}
+
+TEST_F(Intake, CarriageReturnsDoNotBreakTheEmptyLine) {
+  std::string message;
+  for (const char c : header("status-request")) message += c == '\n' ? std::string("\r\n") : std::string(1, c);
+  EXPECT_EQ(post("/rdm/status-request", message + "\r\n" + "body"), HOST_DONE);
+  EXPECT_EQ(host.sent, online);
+}
+
+struct UriRow {
+  int32_t type;
+  const char *name;
+  bool incoming;
+};
+
+const UriRow uri_rows[] = {
+    {1, "rd-request", true},
+    {2, "rd-delete-request", false},
+    {3, "rd-response", false},
+    {4, "rd-delete-response", false},
+    {5, "server-description-request", false},
+    {6, "server-description-response", false},
+    {7, "schema-description-request", true},
+    {8, "schema-description-response", false},
+    {9, "taxonomy-description-request", true},
+    {10, "taxonomy-description-response", false},
+    {11, "status-request", true},
+    {12, "status-response", false},
+    {0, "Unknown", false},
+    {13, "Unknown", false},
+};
+
+TEST_F(Intake, EveryTypeHasItsUriAndSomeMayUseIncoming) {
+  for (const UriRow &row : uri_rows) {
+    EXPECT_EQ(rdm_validate_uri(("/rdm/" + std::string(row.name)).c_str(), row.type), 1) << row.name;
+    EXPECT_EQ(rdm_validate_uri("/rdm/incoming", row.type), row.incoming ? 1 : 0) << row.name;
+    EXPECT_EQ(rdm_validate_uri("/RDM/INCOMING", row.type), row.incoming ? 1 : 0) << row.name;
+    EXPECT_EQ(rdm_validate_uri("/rdm/something", row.type), 0) << row.name;
+    EXPECT_EQ(rdm_validate_uri("/rdm/", row.type), 0) << row.name;
+    EXPECT_EQ(rdm_validate_uri("", row.type), 0) << row.name;
+  }
+}
+
+TEST_F(Intake, TheUriMustBeOfThePrintedName) {
+  EXPECT_EQ(rdm_validate_uri("/rdm/rd-update-request", 1), 0);
+  EXPECT_EQ(rdm_validate_uri("/rdm/STATUS-request", 11), 1);
+  EXPECT_EQ(rdm_validate_uri("/rdm/status-request/", 11), 0);
+}
+
+TEST_F(Intake, RefusesATypeOnAUriOfAnother) {
+  EXPECT_EQ(get("/rdm/incoming", "type=status-request"), HOST_DONE);
+  EXPECT_EQ(host.sent, online);
+  EXPECT_EQ(get("/rdm/incoming", "type=server-description-request"), HOST_DONE);
+  expect_refused("Did not receive valid URI for RDM header.");
+  EXPECT_EQ(post("/rdm/rd-request", header("status-request") + "\n\n"), HOST_DONE);
+  expect_refused("Did not receive valid URI for RDM header.");
+}
+
+TEST_F(Intake, RefusesACatalogThatIsNotConfigured) {
+  EXPECT_EQ(get("/rdm/status-request", "csid=x-catalog://h:1/%25n%25s"), HOST_DONE);
+  expect_refused("Unknown CSID: x-catalog://h:1/%n%s\n");
+  const std::string longest = "x-catalog://h:1/" + std::string(800, 'c');
+  EXPECT_EQ(post("/rdm/status-request", header("status-request", longest) + "\n\n"), HOST_DONE);
+  expect_refused("Unknown CSID: " + longest + "\n");
+}
+
+TEST_F(Intake, ChecksComeInOrder) {
+  Exchange x("PUT", "/elsewhere");
+  x.header("content-encoding", "x-gzip");
+  EXPECT_EQ(serve(x), HOST_DONE);
+  expect_refused("Malformed RDM request - Use POST method.");
+
+  Exchange y("POST", "/elsewhere");
+  y.header("content-encoding", "x-gzip");
+  EXPECT_EQ(serve(y), HOST_DONE);
+  expect_refused("Malformed RDM request - Invalid URI.");
+
+  Exchange z("POST", "/rdm/incoming");
+  z.header("content-encoding", "x-gzip");
+  EXPECT_EQ(serve(z), HOST_DONE);
+  expect_refused("Content-length is undefined or too long.");
+
+  EXPECT_EQ(post("/rdm/rd-request", header("status-request", "unconfigured") + "\n\n"), HOST_DONE);
+  expect_refused("Did not receive valid URI for RDM header.");
+}
+
+TEST_F(Intake, AnswersOtherMessagesThatTheyAreNotSupported) {
+  for (const char *type : {"rd-response", "rd-delete-request", "rd-delete-response"}) {
+    EXPECT_EQ(post("/rdm/" + std::string(type), header(type) + "\n\n"), HOST_DONE);
+    EXPECT_EQ(host.sent, not_supported(type));
+    EXPECT_TRUE(host.reports.empty());
+  }
+  EXPECT_EQ(post("/rdm/unknown", header("hello") + "\n\n"), HOST_DONE);
+  EXPECT_EQ(host.sent, not_supported("Unknown"));
+}
+
+TEST_F(Intake, AnswersCarryTheirTypeAndLengthOnce) {
+  Exchange x("GET", "/rdm/status-request");
+  EXPECT_EQ(rdm_type(nullptr, &x.session, &x.request), HOST_DONE);
+  EXPECT_EQ(serve(x), HOST_DONE);
+  EXPECT_EQ(x.responses("content-type"), 1);
+  EXPECT_EQ(x.responses("content-length"), 1);
+  EXPECT_EQ(x.response("content-length"), std::to_string(host.sent.size()));
+  EXPECT_EQ(x.response("content-encoding"), "");
+}
+
+TEST_F(Intake, ARefusalWritesNoTransactionLine) {
+  Exchange x("PUT", "/rdm/status-request");
+  serve(x);
+  EXPECT_EQ(x.var("rdm-log-message"), "");
+  Exchange y("GET", "/rdm/status-request");
+  serve(y);
+  EXPECT_NE(y.var("rdm-log-message"), "");
+}
+
+TEST_F(Intake, AFailedDeliveryIsTheResult) {
+  const support::Diagnostics diagnostics;
+  host.fail_net_write = true;
+  Exchange x("GET", "/rdm/status-request");
+  EXPECT_EQ(rdm_service(nullptr, &x.session, &x.request), -1);
+}
+
+TEST_F(Intake, StopWithoutAMessageHasOne) {
+  Exchange x("GET", "/rdm/status-request");
+  EXPECT_EQ(rdm_stop(nullptr, "somewhere", -7, &x.session, &x.request), -7);
+  EXPECT_EQ(host.sent, refusal("RDM Server Error"));
+  EXPECT_EQ(host.reports, std::vector<std::string>{"0 somewhere: RDM Server Error"});
+}
+
+TEST_F(Intake, StopTakesItsMessageAsItStands) {
+  Exchange x("GET", "/rdm/status-request");
+  EXPECT_EQ(rdm_stop("%s%n%d", "somewhere", 0, &x.session, &x.request), 0);
+  EXPECT_EQ(host.sent, refusal("%s%n%d"));
+  EXPECT_EQ(host.reports, std::vector<std::string>{"0 somewhere: %s%n%d"});
+}
+
+TEST_F(Intake, TypeStepSetsTheContentTypeOfItsOwnUris) {
+  for (const char *uri : {"/rdm/incoming", "/RDM/", "/rdm/anything"}) {
+    Exchange x("GET", uri);
+    host_param_add("content-type", "text/html", x.request.response);
+    EXPECT_EQ(rdm_type(nullptr, &x.session, &x.request), HOST_DONE) << uri;
+    EXPECT_EQ(x.response("content-type"), "application/x-rdm") << uri;
+    EXPECT_EQ(x.responses("content-type"), 1) << uri;
+  }
+  Exchange without("GET", "/rdm/incoming");
+  pblock *block = without.request.response;
+  without.request.response = nullptr;
+  EXPECT_EQ(rdm_type(nullptr, &without.session, &without.request), HOST_DONE);
+  without.request.response = block;
+}
+
+TEST_F(Intake, TypeStepLeavesOtherUrisAlone) {
+  for (const char *uri : {"", "/", "/rdm", "/index.html"}) {
+    Exchange x("GET", uri);
+    EXPECT_EQ(rdm_type(nullptr, &x.session, &x.request), HOST_NOT_HANDLED) << uri;
+    EXPECT_EQ(x.response("content-type"), "") << uri;
+  }
+}
+
+}  // namespace
