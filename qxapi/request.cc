@@ -2,7 +2,6 @@
 
 #include "qxapi/ascii.h"
 #include "qxapi/posix.h"
-#include "qxapi/posix.h"
 
 namespace posix {
 

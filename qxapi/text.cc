@@ -40,7 +40,7 @@ int format(char *buffer, size_t size, const char *format, va_list arguments) {
   if (size == 0) return 0;
   const int length = std::vsnprintf(buffer, size, format, arguments);
   if (length < 0) *buffer = '\0';
-  return std::clamp(length, 0, static_cast<int>(size) - 1);
+  return static_cast<int>(std::min(static_cast<size_t>(std::max(length, 0)), size - 1));
 }
 
 int decimal(int64_t n, char *buffer) {

@@ -1,0 +1,196 @@
+#include <qxapi/qxapi.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "qxapi/guard.h"
+#include "support/memory_host.h"
+
+namespace {
+
+using Pairs = std::vector<std::pair<std::string, std::string>>;
+
+class Parameters : public support::HostTest {
+ protected:
+  void TearDown() override {
+    block.reset();
+    HostTest::TearDown();
+  }
+
+  const char *find(const char *name) const { return host_param_find(name, block.get()); }
+  int add(const char *name, const char *value) { return host_param_add(name, value, block.get()); }
+  int parse(const char *line) { return host_param_parse(line, block.get()); }
+
+  pblock_ptr block{host_param_create(5)};
+};
+
+TEST_F(Parameters, EmptyBlockFindsNothing) {
+  EXPECT_EQ(find("name"), nullptr);
+  EXPECT_EQ(host_param_find_entry("name", block.get(), 0), nullptr);
+  EXPECT_EQ(host_param_find_entry("name", block.get(), 1), nullptr);
+}
+
+TEST_F(Parameters, FindsWhatWasAdded) {
+  EXPECT_EQ(add("one", "1"), 0);
+  EXPECT_EQ(add("two", ""), 0);
+  EXPECT_EQ(add("", "empty"), 0);
+  EXPECT_STREQ(find("one"), "1");
+  EXPECT_STREQ(find("two"), "");
+  EXPECT_STREQ(find(""), "empty");
+}
+
+TEST_F(Parameters, NamesAreComparedExactly) {
+  add("name", "value");
+  for (const char *other : {"Name", "nam", "name ", " name"}) EXPECT_EQ(find(other), nullptr);
+}
+
+TEST_F(Parameters, AddCopies) {
+  char name[] = "name", value[] = "value";
+  add(name, value);
+  name[0] = value[0] = 'X';
+  EXPECT_STREQ(find("name"), "value");
+}
+
+TEST_F(Parameters, FirstAddedOfEqualNamesWins) {
+  add("name", "first");
+  add("other", "x");
+  add("name", "second");
+  EXPECT_STREQ(find("name"), "first");
+  EXPECT_STREQ(host_param_find_entry("name", block.get(), 0)->value, "first");
+}
+
+TEST_F(Parameters, EntryStaysUnlessRemoved) {
+  add("name", "value");
+  host_param *entry = host_param_find_entry("name", block.get(), 0);
+  ASSERT_NE(entry, nullptr);
+  EXPECT_STREQ(entry->name, "name");
+  EXPECT_STREQ(entry->value, "value");
+  EXPECT_EQ(host_param_find_entry("name", block.get(), 0), entry);
+}
+
+TEST_F(Parameters, RemovedEntryIsTheCallersAndUncoversTheNext) {
+  add("name", "first");
+  add("name", "second");
+  param_ptr first(host_param_find_entry("name", block.get(), 1));
+  EXPECT_STREQ(first->value, "first");
+  EXPECT_EQ(first->next, nullptr);
+  EXPECT_STREQ(find("name"), "second");
+  const param_ptr second(host_param_find_entry("name", block.get(), 1));
+  EXPECT_STREQ(second->value, "second");
+  EXPECT_EQ(find("name"), nullptr);
+}
+
+TEST_F(Parameters, AddingGoesOnWhicheverEntryWasRemoved) {
+  for (const char *removed : {"a", "b", "c"}) {
+    for (const char *name : {"a", "b", "c"}) add(name, name);
+    const param_ptr entry(host_param_find_entry(removed, block.get(), 1));
+    add("d", "d");
+    for (const char *name : {"a", "b", "c", "d"}) {
+      const param_ptr left(host_param_find_entry(name, block.get(), 1));
+      EXPECT_EQ(left != nullptr, std::string(name) != removed) << name << " without " << removed;
+    }
+  }
+}
+
+TEST_F(Parameters, HoldMany) {
+  for (int i = 0; i < 1000; ++i) ASSERT_EQ(add(("name " + std::to_string(i)).c_str(), std::to_string(i).c_str()), 0);
+  for (int i = 0; i < 1000; ++i) ASSERT_EQ(std::to_string(i), find(("name " + std::to_string(i)).c_str()));
+}
+
+TEST_F(Parameters, FreeingNullIsIgnored) {
+  const long before = host.live_blocks;
+  host_param_free(nullptr);
+  host_param_free_entry(nullptr);
+  EXPECT_EQ(host.live_blocks, before);
+}
+
+TEST_F(Parameters, CreateWithoutMemoryIsNull) {
+  host.fail_allocation = host.allocations + 1;
+  EXPECT_EQ(host_param_create(5), nullptr);
+}
+
+TEST_F(Parameters, AddWithoutMemoryAddsNothing) {
+  for (int which = 1; which <= 3; ++which) {
+    host.fail_allocation = host.allocations + which;
+    EXPECT_EQ(add("name", "value"), -1) << which;
+    EXPECT_EQ(find("name"), nullptr);
+  }
+}
+
+struct ParseCase {
+  const char *line;
+  Pairs pairs;
+};
+
+TEST_F(Parameters, ParseTable) {
+  const ParseCase cases[] = {
+      {"", {}},
+      {" \t ", {}},
+      {"name=value", {{"name", "value"}}},
+      {"  name=value\t", {{"name", "value"}}},
+      {"a=1 b=2\tc=3", {{"a", "1"}, {"b", "2"}, {"c", "3"}}},
+      {"a=1 \t  b=2", {{"a", "1"}, {"b", "2"}}},
+      {"a=1 a=2", {{"a", "1"}, {"a", "2"}}},
+      {"name=", {{"name", ""}}},
+      {"a= b=2", {{"a", ""}, {"b", "2"}}},
+      {"name=\"\"", {{"name", ""}}},
+      {"name=\"two words\"", {{"name", "two words"}}},
+      {"name=\"tab\there\"", {{"name", "tab\there"}}},
+      {"a=\"1\" b=\"2\"", {{"a", "1"}, {"b", "2"}}},
+      {"a=\"1\"b=2", {{"a", "1"}, {"b", "2"}}},
+      {"a=b=c", {{"a", "b=c"}}},
+      {"url=http://host:80/x?y=z", {{"url", "http://host:80/x?y=z"}}},
+      {"a=\"x=y z=w\"", {{"a", "x=y z=w"}}},
+      {"a=it\"s", {{"a", "it\"s"}}},
+      // Escapes, in either form.
+      {R"(a="say \"hi\"" b=2)", {{"a", "say \"hi\""}, {"b", "2"}}},
+      {R"(a="back\\slash")", {{"a", "back\\slash"}}},
+      {R"(a="\n")", {{"a", "n"}}},
+      {R"(a=two\ words b=2)", {{"a", "two words"}, {"b", "2"}}},
+      {R"(a=\"quoted b=2)", {{"a", "\"quoted"}, {"b", "2"}}},
+      {R"(a=end\)", {{"a", "end\\"}}},
+      {R"(a="end\)", {{"a", "end\\"}}},
+      {R"(a="end\")", {{"a", "end\""}}},
+      // An unterminated quote ends with the line.
+      {"a=\"no end b=2", {{"a", "no end b=2"}}},
+      {"a=\"", {{"a", ""}}},
+      // Words without "=" or without a name are ignored.
+      {"word", {}},
+      {"word a=1 other", {{"a", "1"}}},
+      {"=value a=1", {{"a", "1"}}},
+      {"a = b", {}},
+      {"\"quoted\" a=1", {{"a", "1"}}},
+      // The line may still have its newline.
+      {"a=1\r\n", {{"a", "1"}}},
+  };
+  for (const ParseCase &test : cases) {
+    block.reset(host_param_create(5));
+    EXPECT_EQ(parse(test.line), static_cast<int>(test.pairs.size())) << test.line;
+    for (const auto &[name, value] : test.pairs) {
+      const param_ptr entry(host_param_find_entry(name.c_str(), block.get(), 1));
+      ASSERT_NE(entry, nullptr) << test.line;
+      EXPECT_EQ(entry->value, value) << test.line;
+    }
+  }
+}
+
+TEST_F(Parameters, ParseAddsToWhatIsThere) {
+  EXPECT_EQ(parse("a=1"), 1);
+  EXPECT_EQ(parse("a=2 b=2"), 2);
+  EXPECT_STREQ(find("a"), "1");
+  EXPECT_STREQ(find("b"), "2");
+}
+
+TEST_F(Parameters, ParseWithoutMemoryFails) {
+  for (int which = 1; which <= 5; ++which) {  // name, value, entry and their copies
+    block.reset(host_param_create(5));
+    host.fail_allocation = host.allocations + which;
+    EXPECT_EQ(parse("name=value"), -1) << which;
+    EXPECT_EQ(find("name"), nullptr);
+  }
+}
+
+}  // namespace

@@ -1,0 +1,51 @@
+#include "qxapi/ascii.h"
+
+#include <gtest/gtest.h>
+#include <strings.h>
+
+#include <cctype>
+#include <string_view>
+
+namespace {
+
+TEST(Ascii, ClassesAreThoseOfTheCLocale) {
+  for (int c = 0; c < 256; ++c) {
+    EXPECT_EQ(ascii::is_space(c), std::isspace(c) != 0) << c;
+    EXPECT_EQ(ascii::is_digit(c), std::isdigit(c) != 0) << c;
+    EXPECT_EQ(ascii::is_upper(c), std::isupper(c) != 0) << c;
+    EXPECT_EQ(ascii::is_lower(c), std::islower(c) != 0) << c;
+    EXPECT_EQ(ascii::is_alpha(c), std::isalpha(c) != 0) << c;
+    EXPECT_EQ(static_cast<unsigned char>(ascii::lower(static_cast<char>(c))), std::tolower(c)) << c;
+  }
+}
+
+TEST(Ascii, BytesAbove127BelongToNoClass) {
+  for (int c = -128; c < 0; ++c) EXPECT_FALSE(ascii::is_space(c) || ascii::is_digit(c) || ascii::is_alpha(c)) << c;
+}
+
+struct CompareCase {
+  const char *a, *b;
+  bool equal, prefix;
+};
+
+TEST(Ascii, ComparesWithoutLetterCase) {
+  const CompareCase cases[] = {
+      {"", "", true, true},           {"abc", "ABC", true, true},     {"abc", "ab", false, true},
+      {"ab", "abc", false, false},    {"abc", "", false, true},       {"abc", "abd", false, false},
+      {"[", "{", false, false},       {"@", "`", false, false},       {"a_b", "A_B", true, true},
+      {"\xC4", "\xE4", false, false}, {"name-1", "NAME", false, true}};
+  for (const CompareCase &test : cases) {
+    EXPECT_EQ(ascii::iequals(test.a, test.b), test.equal) << test.a << " " << test.b;
+    EXPECT_EQ(ascii::istarts_with(test.a, test.b), test.prefix) << test.a << " " << test.b;
+  }
+}
+
+int sign(int n) { return (n > 0) - (n < 0); }
+
+TEST(Ascii, OrdersAsStrcasecmpDoes) {
+  const char *const words[] = {"", "a", "A", "ab", "aB", "abc", "B", "_", "[", "@", "Z", "z", "\xC4", "\xE4", "1"};
+  for (const char *a : words)
+    for (const char *b : words) EXPECT_EQ(sign(ascii::icompare(a, b)), sign(::strcasecmp(a, b))) << a << " " << b;
+}
+
+}  // namespace
