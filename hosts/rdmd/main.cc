@@ -9,6 +9,7 @@
 
 #include "hosts/common/host_table.h"
 #include "hosts/common/plugin.h"
+#include "hosts/rdmd/check.h"
 #include "hosts/rdmd/log.h"
 #include "hosts/rdmd/options.h"
 #include "hosts/rdmd/server.h"
@@ -29,11 +30,42 @@ void announce(const Server &server, ErrorLog &errors) {
   std::fprintf(stderr, "rdmd: %s\n", text.c_str());
 }
 
+/// loads tells whether the plug-in can be loaded, and why not on standard error.
+bool loads(const Settings &settings) {
+  try {
+    load_plugin(settings);
+    return true;
+  } catch (const hosts::PluginError &error) {
+    std::fprintf(stderr, "rdmd: %s\n", error.what());
+    return false;
+  }
+}
+
+/// check_all reports on standard error what stands against serving these settings.
+int check_all(const Settings &settings) {
+  const bool loaded = loads(settings);
+  const check::Findings findings = check::check_configuration(settings.config);
+  for (const check::Finding &finding : findings) std::fprintf(stderr, "%s\n", check::describe(finding).c_str());
+  if (!loaded || check::has_errors(findings)) return EXIT_FAILURE;
+  std::printf("%s: the configuration is valid\n", settings.config.c_str());
+  return EXIT_SUCCESS;
+}
+
+/// log_mistakes says in which lines the configuration is mistaken; whether the service can do with it is the plug-in's
+/// to say.
+void log_mistakes(const std::string &config, ErrorLog &errors) {
+  for (const check::Finding &finding : check::check_syntax(config)) {
+    const std::string text = check::describe(finding);
+    finding.severity == check::Severity::error ? errors.error(text) : errors.warn(text);
+  }
+}
+
 int serve(const Settings &settings, ErrorLog &errors) {
   hosts::bind_host([&errors](const hosts::Report &report) { errors.report(report); });
   AccessLog access(settings.access_log);
   hosts::Plugin plugin = load_plugin(settings);
   Server server(settings, plugin, errors, access);
+  log_mistakes(settings.config, errors);
   const std::string refused = plugin.init(settings.config);
   if (!refused.empty()) {
     errors.error(settings.config + ": " + refused);
@@ -58,6 +90,7 @@ int main(int argc, char **argv) {
   if (!settings) return exit_code;
   std::signal(SIGPIPE, SIG_IGN);
   try {
+    if (settings->check) return check_all(*settings);
     ErrorLog errors(settings->error_log);
     try {
       return serve(*settings, errors);

@@ -31,6 +31,7 @@ struct Settings {
   std::string error_log;   // empty: standard error
   int workers = 1;
   int threads = 2;
+  bool check = false;
   Limits limits;
 };
 

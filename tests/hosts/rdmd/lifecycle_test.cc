@@ -228,7 +228,7 @@ TEST_F(HostLifecycle, TellsItsVersionAndItsOptions) {
   EXPECT_TRUE(std::regex_match(version.output(), std::regex("rdmd \\d+\\.\\d+\\.\\d+\n"))) << version.output();
   RdmdProcess help({"--help"});
   EXPECT_EQ(help.wait(), 0);
-  for (const char *option : {"--listen", "--plugin", "--config", "--workers", "--access-log", "--error-log",
+  for (const char *option : {"--listen", "--plugin", "--config", "--workers", "--access-log", "--error-log", "--check",
                              "--options", "--header-timeout", "--body-timeout", "--idle-timeout", "--write-timeout",
                              "--linger-timeout", "--shutdown-timeout", "--max-connections", "--threads"})
     EXPECT_NE(help.output().find(option), std::string::npos) << option;

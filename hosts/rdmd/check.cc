@@ -1,0 +1,168 @@
+#include "hosts/rdmd/check.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <utility>
+
+#include "hosts/rdmd/check_csid.h"
+#include "hosts/rdmd/check_lines.h"
+#include "qxapi/ascii.h"
+
+namespace check {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char *required[] = {"bindir", "csid-config", "csid-default"};
+constexpr const char *optional[] = {"logfile", "debug-logfile", "debug-loglevel", "tmpdir"};
+constexpr std::size_t log_path_limit = 1023;
+
+/// Configuration is the service configuration with the catalog services it names, as far as they can be read.
+struct Configuration {
+  Settings settings;
+  std::vector<CatalogService> services;
+};
+
+template <typename Names>
+bool is_among(const Names &names, const std::string &name) {
+  return std::find(std::begin(names), std::end(names), name) != std::end(names);
+}
+
+bool is_number(std::string_view text) {
+  if (!text.empty() && (text.front() == '-' || text.front() == '+')) text.remove_prefix(1);
+  return !text.empty() && std::all_of(text.begin(), text.end(), ascii::is_digit);
+}
+
+void read_settings(Settings &settings, Report &report) {
+  const auto lines = read_lines(report);
+  if (!lines) return;
+  for (const Line &line : *lines)
+    for (const Pair &pair : parse_pairs(line, report)) {
+      settings.add(pair, report);
+      if (!is_among(required, pair.name) && !is_among(optional, pair.name))
+        report.warning(pair.line, "the name " + quote(pair.name) + " is unknown");
+    }
+  for (const char *name : required)
+    if (settings.find(name) == nullptr) report.error(0, quote(name) + " is required");
+}
+
+void check_values(const Settings &settings, Report &report) {
+  for (const auto &[name, pair] : settings.all())
+    if (pair.value.empty() && (is_among(required, name) || is_among(optional, name)))
+      report.error(pair.line, quote(name) + " is empty");
+  const Pair *level = settings.find("debug-loglevel");
+  if (level != nullptr && !level->value.empty() && !is_number(level->value))
+    report.error(level->line, "\"debug-loglevel\" is no number: " + quote(level->value));
+  const Pair *log = settings.find("logfile");
+  if (log != nullptr && log->value.size() > log_path_limit)
+    report.error(log->line, "the path of the transaction log is cut after 1023 characters");
+}
+
+/// check_default looks for the default service among those configured; "unknown" means that there is none.
+void check_default(const Configuration &configuration, const std::string &list, Report &report) {
+  const Pair *standard = configuration.settings.find("csid-default");
+  if (standard == nullptr || standard->value.empty() || standard->value == "unknown") return;
+  const auto &services = configuration.services;
+  if (std::none_of(services.begin(), services.end(),
+                   [&](const CatalogService &service) { return service.csid == standard->value; }))
+    report.error(standard->line, "the default service " + quote(standard->value) + " is not in " + list);
+}
+
+/// read_configuration is the part that looks at lines alone.
+Configuration read_configuration(Report &report) {
+  Configuration configuration;
+  read_settings(configuration.settings, report);
+  check_values(configuration.settings, report);
+  const Pair *list = configuration.settings.find("csid-config");
+  if (list == nullptr || list->value.empty()) return configuration;
+  Report services = report.on(list->value);
+  if (auto found = read_services(services)) {
+    configuration.services = std::move(*found);
+    check_default(configuration, list->value, report);
+  }
+  return configuration;
+}
+
+std::string reason() { return std::strerror(errno); }
+
+bool is_folder(const std::string &path) {
+  std::error_code ignored;
+  return fs::is_directory(path, ignored);
+}
+
+void check_programs(const Pair &folder, Report &report) {
+  if (!is_folder(folder.value)) return report.error(folder.line, "\"bindir\" is not a folder: " + folder.value);
+  const std::string command = folder.value + "/minidba";
+  std::error_code ignored;
+  if (!fs::is_regular_file(command, ignored) || ::access(command.c_str(), X_OK) != 0)
+    report.error(folder.line, "\"bindir\" holds no executable minidba: " + folder.value);
+}
+
+void check_temporary(const Pair &folder, Report &report) {
+  if (!is_folder(folder.value))
+    report.error(folder.line, "\"tmpdir\" is not a folder: " + folder.value);
+  else if (::access(folder.value.c_str(), W_OK | X_OK) != 0)
+    report.error(folder.line, "\"tmpdir\" cannot be written: " + reason());
+}
+
+/// check_log looks whether a log could be appended to, without making it.
+void check_log(const Pair &log, Report &report) {
+  struct stat status;
+  const bool exists = ::stat(log.value.c_str(), &status) == 0;
+  if (exists && S_ISDIR(status.st_mode)) return report.error(log.line, quote(log.name) + " is a folder: " + log.value);
+  const fs::path parent = fs::path(log.value).parent_path();
+  const std::string place = exists ? log.value : (parent.empty() ? "." : parent.string());
+  if (::access(place.c_str(), exists ? W_OK : W_OK | X_OK) != 0)
+    report.error(log.line, quote(log.name) + " cannot be written: " + place + ": " + reason());
+}
+
+void check_places(const Settings &settings, Report &report) {
+  using Check = void (*)(const Pair &, Report &);
+  const std::pair<const char *, Check> checks[] = {
+      {"bindir", check_programs}, {"tmpdir", check_temporary}, {"logfile", check_log}, {"debug-logfile", check_log}};
+  for (const auto &[name, check] : checks) {
+    const Pair *pair = settings.find(name);
+    if (pair == nullptr || pair->value.empty()) continue;
+    const bool is_stream = pair->value == "stdout" || pair->value == "stderr";
+    if (!is_stream || std::string_view(name) != "debug-logfile") check(*pair, report);
+  }
+}
+
+}  // namespace
+
+std::string describe(const Finding &finding) {
+  const std::string place = finding.line > 0 ? ":" + std::to_string(finding.line) : "";
+  const char *severity = finding.severity == Severity::error ? ": error: " : ": warning: ";
+  return escape(finding.file) + place + severity + escape(finding.text);
+}
+
+bool has_errors(const Findings &findings) {
+  return std::any_of(findings.begin(), findings.end(),
+                     [](const Finding &finding) { return finding.severity == Severity::error; });
+}
+
+Findings check_syntax(const std::string &config) {
+  Findings findings;
+  Report report(config, findings);
+  read_configuration(report);
+  return findings;
+}
+
+Findings check_configuration(const std::string &config) {
+  Findings findings;
+  Report report(config, findings);
+  const Configuration configuration = read_configuration(report);
+  check_places(configuration.settings, report);
+  if (const Pair *list = configuration.settings.find("csid-config")) {
+    Report services = report.on(list->value);
+    check_services(configuration.services, services);
+  }
+  return findings;
+}
+
+}  // namespace check

@@ -1,0 +1,45 @@
+/// Checks a service configuration and everything that it names, without the plug-in and without changing anything.
+///
+/// The service itself starts with many a mistake in its configuration and reports it only when a request meets it; here
+/// each is found beforehand, with its file and line. Nothing but the standard library is needed, so that other programs
+/// can use it as well.
+#ifndef HOSTS_RDMD_CHECK_H
+#define HOSTS_RDMD_CHECK_H
+
+#include <string>
+#include <vector>
+
+namespace check {
+
+enum class Severity {
+  warning,  // works, but hardly as it was meant
+  error     // something does not work
+};
+
+struct Finding {
+  Severity severity;
+  std::string file;
+  int line;  // from 1; 0 when it concerns the whole file
+  std::string text;
+};
+
+using Findings = std::vector<Finding>;
+
+/// describe returns "FILE:LINE: error: TEXT", or "FILE: error: TEXT" for the whole file; "warning" likewise. Characters
+/// that could end the line are written as escapes.
+std::string describe(const Finding &finding);
+
+/// has_errors tells whether anything is more than a warning.
+bool has_errors(const Findings &findings);
+
+/// check_syntax reads the service configuration and the list of catalog services that it names, line by line:
+/// unreadable files, malformed lines, names and services given twice, missing names and values of the wrong kind.
+Findings check_syntax(const std::string &config);
+
+/// check_configuration does what check_syntax does and then looks at all that the lines name: folders, logs, the
+/// external command, catalog databases and their indexes, alias files and descriptions.
+Findings check_configuration(const std::string &config);
+
+}  // namespace check
+
+#endif

@@ -1,0 +1,112 @@
+#include "hosts/rdmd/check_csid.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "hosts/rdmd/check_files.h"
+#include "qxapi/ascii.h"
+
+namespace check {
+namespace {
+
+constexpr std::size_t service_limit = 63;
+/// The service keeps the path of an index, ".idx" and the end included, in 1024 bytes.
+constexpr std::size_t database_path_limit = 1019;
+
+/// is_service_url tells whether a text is x-catalog://HOST:PORT/NAME or x-catalogs://HOST:PORT/NAME.
+bool is_service_url(std::string_view text) {
+  for (const std::string_view scheme : {"x-catalog://", "x-catalogs://"}) {
+    if (text.substr(0, scheme.size()) != scheme) continue;
+    const std::string_view place = text.substr(scheme.size());
+    const std::size_t colon = place.find(':');
+    if (colon == 0 || colon == std::string_view::npos) return false;
+    const std::string_view port = place.substr(colon + 1, place.find('/', colon) - colon - 1);
+    return !port.empty() && std::all_of(port.begin(), port.end(), ascii::is_digit) &&
+           colon + 1 + port.size() + 1 < place.size();
+  }
+  return false;
+}
+
+bool is_shell_character(char c) {
+  const bool harmless = ascii::is_alpha(c) || ascii::is_digit(c) || static_cast<unsigned char>(c) >= 0x80 ||
+                        std::string_view("_./+,:@%=-").find(c) != std::string_view::npos;
+  return !harmless;
+}
+
+/// The catalog service that lines go to; null before the first.
+CatalogService *begin_service(std::vector<CatalogService> &services, const Pair &csid, Report &report) {
+  if (csid.value.empty()) report.error(csid.line, "\"csid\" is empty");
+  const auto earlier = std::find_if(services.begin(), services.end(),
+                                    [&](const CatalogService &service) { return service.csid == csid.value; });
+  if (earlier != services.end())
+    report.error(csid.line, "the service " + quote(csid.value) + " was given in line " + std::to_string(earlier->line) +
+                                " and is never found here");
+  else if (!csid.value.empty() && !is_service_url(csid.value))
+    report.warning(csid.line, quote(csid.value) + " is not of the form x-catalog://HOST:PORT/NAME");
+  if (services.size() == service_limit)
+    report.error(csid.line, "more than 63 services; this one and those after it are left out");
+  services.push_back(CatalogService{csid.value, csid.line, {}});
+  return &services.back();
+}
+
+void add_line(std::vector<CatalogService> &services, const std::vector<Pair> &pairs, Report &report) {
+  const auto csid = std::find_if(pairs.begin(), pairs.end(), [](const Pair &pair) { return pair.name == "csid"; });
+  if (csid != pairs.end()) begin_service(services, *csid, report);
+  if (services.empty()) {
+    report.error(pairs.front().line, quote(pairs.front().name) + " stands before the first \"csid\" and is ignored");
+    return;
+  }
+  for (const Pair &pair : pairs) services.back().settings.add(pair, report);
+}
+
+void check_database(const CatalogService &service, Report &report) {
+  const Pair *database = service.settings.find("catalog-database");
+  if (database == nullptr) {
+    report.warning(service.line, "the service " + quote(service.csid) + " has no \"catalog-database\"");
+    return;
+  }
+  const auto bad = std::find_if(database->value.begin(), database->value.end(), is_shell_character);
+  if (bad != database->value.end())
+    report.error(database->line,
+                 "the path " + quote(database->value) +
+                     " has a character that the shell understands: " + quote(std::string_view(&*bad, 1)));
+  if (database->value.size() > database_path_limit)
+    report.error(database->line, "the path of the catalog database is longer than 1019 characters");
+  Report file = report.on(database->value);
+  check_hash_file(file);
+  Report index = report.on(database->value + ".idx");
+  check_index(index);
+}
+
+}  // namespace
+
+std::optional<std::vector<CatalogService>> read_services(Report &report) {
+  const std::optional<std::vector<Line>> lines = read_lines(report);
+  if (!lines) return std::nullopt;
+  std::vector<CatalogService> services;
+  for (const Line &line : *lines) {
+    const std::vector<Pair> pairs = parse_pairs(line, report);
+    if (!pairs.empty()) add_line(services, pairs, report);
+  }
+  if (services.empty()) report.warning(0, "holds no catalog service");
+  if (services.size() > service_limit) services.erase(services.begin() + service_limit, services.end());
+  return services;
+}
+
+void check_services(const std::vector<CatalogService> &services, Report &report) {
+  for (const CatalogService &service : services) {
+    check_database(service, report);
+    if (const Pair *aliases = service.settings.find("alias-file")) {
+      Report file = report.on(aliases->value);
+      check_alias_file(file);
+    }
+    for (const char *name : {"server-description", "schema-description", "taxonomy-description"}) {
+      const Pair *description = service.settings.find(name);
+      if (description == nullptr) continue;
+      Report file = report.on(description->value);
+      check_description(file);
+    }
+  }
+}
+
+}  // namespace check

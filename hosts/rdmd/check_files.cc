@@ -1,0 +1,140 @@
+#include "hosts/rdmd/check_files.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdint>
+#include <map>
+#include <string_view>
+
+#include "qxapi/ascii.h"
+
+namespace check {
+namespace {
+
+constexpr std::uint32_t hash_magic = 0x061561;
+constexpr std::uint32_t index_magic = 0x3EB1CA0E;
+constexpr std::size_t index_header = 8, index_entry = 20;
+
+/// big_endian returns the 32 bits at `at`, which lie within `bytes`.
+std::uint32_t big_endian(std::string_view bytes, std::size_t at) {
+  std::uint32_t number = 0;
+  for (std::size_t i = 0; i < 4; ++i) number = number << 8 | static_cast<unsigned char>(bytes[at + i]);
+  return number;
+}
+
+void check_order(std::string_view bytes, std::uint32_t count, Report &report) {
+  std::uint32_t last = 0;
+  for (std::uint32_t i = 0; i < count; ++i) {
+    const std::uint32_t time = big_endian(bytes, index_header + index_entry * i);
+    if (time < last) return report.error(0, "entry " + std::to_string(i + 1) + " is earlier than the one before it");
+    last = time;
+  }
+}
+
+std::vector<std::string> split_names(const std::string &text) {
+  std::vector<std::string> names;
+  for (std::size_t at = 0; (at = text.find_first_not_of(" \t", at)) != std::string::npos;) {
+    const std::size_t end = std::min(text.find_first_of(" \t", at), text.size());
+    names.push_back(text.substr(at, end - at));
+    at = end;
+  }
+  return names;
+}
+
+/// HeaderReader reads the first object of a description the way the service's clients do.
+class HeaderReader {
+ public:
+  explicit HeaderReader(std::string_view text) : text_(text) {}
+
+  /// problem returns what is wrong; empty when a whole RDMHEADER object stands there.
+  std::string problem() {
+    skip_space();
+    if (next() != '@' || !ascii::iequals(take_word(), "RDMHEADER")) return "does not begin with an RDMHEADER object";
+    while (at_ < text_.size() && (ascii::is_space(text_[at_]) || text_[at_] == '{')) ++at_;
+    take_word();
+    for (skip_space(); at_ < text_.size() && text_[at_] != '}'; skip_space())
+      if (!skip_attribute()) return "the RDMHEADER object is damaged in this line";
+    return at_ < text_.size() ? "" : "the RDMHEADER object has no end";
+  }
+
+  /// line is where the reader stopped.
+  int line() const {
+    const std::string_view read = text_.substr(0, std::min(attribute_, text_.size()));
+    return 1 + static_cast<int>(std::count(read.begin(), read.end(), '\n'));
+  }
+
+ private:
+  char next() { return at_ < text_.size() ? text_[at_++] : '\0'; }
+  void skip_space() {
+    while (at_ < text_.size() && ascii::is_space(text_[at_])) ++at_;
+  }
+  std::string_view take_word() {
+    const std::size_t start = at_;
+    while (at_ < text_.size() && !ascii::is_space(text_[at_])) ++at_;
+    return text_.substr(start, at_ - start);
+  }
+  bool skip_attribute() {
+    attribute_ = at_;
+    const std::size_t open = text_.find('{', at_), close = text_.find("}:\t", at_);
+    if (open == std::string_view::npos || close == std::string_view::npos || close < open) return false;
+    std::size_t size = 0;
+    const auto [end, error] = std::from_chars(text_.data() + open + 1, text_.data() + close, size);
+    const std::size_t value = close + 3;
+    if (error != std::errc() || end != text_.data() + close || size > text_.size() - value) return false;
+    at_ = value + size;
+    // A wrong count shows here: no value ends in the middle of a line.
+    return at_ == text_.size() || text_[at_] == '\n' || text_[at_] == '\r';
+  }
+
+  std::string_view text_;
+  std::size_t at_ = 0;
+  std::size_t attribute_ = 0;
+};
+
+}  // namespace
+
+void check_hash_file(Report &report) {
+  const auto bytes = read_bytes(report, 4);
+  if (!bytes) return;
+  if (bytes->size() < 4 || big_endian(*bytes, 0) != hash_magic) report.error(0, "is not a catalog database");
+}
+
+void check_index(Report &report) {
+  const auto bytes = read_bytes(report);
+  if (!bytes) return;
+  if (bytes->size() < index_header || big_endian(*bytes, 0) != index_magic)
+    return report.error(0, "is not an index of a catalog database");
+  const std::uint32_t count = big_endian(*bytes, 4);
+  const std::size_t expected = index_header + index_entry * count;
+  if (bytes->size() != expected)
+    return report.error(0, "has " + std::to_string(bytes->size()) + " bytes where " + std::to_string(count) +
+                               " entries take " + std::to_string(expected));
+  check_order(*bytes, count, report);
+}
+
+void check_alias_file(Report &report) {
+  const auto lines = read_lines(report);
+  if (!lines) return;
+  std::map<std::string, int> places;
+  for (const Line &line : *lines) {
+    const std::vector<std::string> names = split_names(line.text);
+    for (std::size_t i = 0; i < names.size(); ++i) {
+      const auto [place, fresh] = places.emplace(names[i], line.number);
+      // A parent may begin several lines; only aliases have to be new.
+      if (fresh || i == 0) continue;
+      report.error(line.number, "the alias " + quote(names[i]) + " has occurred in line " +
+                                    std::to_string(place->second) + "; it is refused with the rest of its line");
+      break;
+    }
+  }
+}
+
+void check_description(Report &report) {
+  const auto text = read_bytes(report);
+  if (!text) return;
+  HeaderReader reader(*text);
+  const std::string problem = text->empty() ? "is empty" : reader.problem();
+  if (!problem.empty()) report.error(text->empty() ? 0 : reader.line(), problem);
+}
+
+}  // namespace check

@@ -1,0 +1,393 @@
+#include "hosts/rdmd/check.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "hosts/rdmd/rdmd_process.h"
+#include "support/files.h"
+
+namespace {
+
+/// Check has a folder with a valid configuration, of which each test spoils something. "@" stands for the folder.
+class Check : public ::testing::Test {
+ protected:
+  Check() {
+    std::filesystem::create_directory(folder_.path("bin"));
+    folder_.write("bin/minidba", "#!/bin/sh\n");
+    ::chmod(folder_.path("bin/minidba").c_str(), 0755);
+    folder_.write("rfc.db", database());
+    folder_.write("rfc.db.idx", index({10, 20, 20, 30}));
+    folder_.write("server.rdm", header());
+    services("csid=\"x-catalog://localhost:8380/rfc\"\ncatalog-database=\"@/rfc.db\"\n");
+    config("");
+  }
+
+  static std::string replaced(std::string text, const std::string &what, const std::string &by) {
+    for (std::size_t at = 0; (at = text.find(what, at)) != std::string::npos; at += by.size())
+      text.replace(at, what.size(), by);
+    return text;
+  }
+  std::string here(const std::string &text) const { return replaced(text, "@/", folder_.path() + "/"); }
+
+  void write(const std::string &name, const std::string &text) { folder_.write(name, text); }
+  void services(const std::string &text) { folder_.write("csid.conf", here(text)); }
+  /// config writes the three required lines and `more` after them, from line 4 on.
+  void config(const std::string &more) {
+    whole_config("bindir=\"@/bin\"\ncsid-config=\"@/csid.conf\"\ncsid-default=\"x-catalog://localhost:8380/rfc\"\n" +
+                 more);
+  }
+  void whole_config(const std::string &text) { folder_.write("rdm.conf", here(text)); }
+
+  /// found is everything that is found, with "@" for the folder.
+  std::string found() const { return text_of(check::check_configuration(folder_.path("rdm.conf"))); }
+  std::string found_in_lines() const { return text_of(check::check_syntax(folder_.path("rdm.conf"))); }
+  std::string text_of(const check::Findings &findings) const {
+    std::string text;
+    for (const check::Finding &finding : findings) text += check::describe(finding) + "\n";
+    return replaced(text, folder_.path() + "/", "@/");
+  }
+
+  static std::string big_endian(unsigned number) {
+    std::string bytes;
+    for (int shift = 24; shift >= 0; shift -= 8) bytes.push_back(static_cast<char>(number >> shift & 0xff));
+    return bytes;
+  }
+  static std::string database() { return big_endian(0x061561) + std::string(8188, '\0'); }
+  static std::string index(const std::vector<unsigned> &times) {
+    std::string bytes = big_endian(0x3EB1CA0E) + big_endian(static_cast<unsigned>(times.size()));
+    for (const unsigned time : times) bytes += big_endian(time) + std::string(16, '\0');
+    return bytes;
+  }
+  static std::string header() {
+    return "@RDMHEADER { -\nrdm-version{3}:\t1.0\nrdm-type{27}:\tserver-description-response\n}\n\n\n";
+  }
+
+  support::TemporaryFolder folder_;
+};
+
+TEST_F(Check, FindsNothingInAValidConfiguration) {
+  config("# a remark\n\nlogfile=\"@/rdm.log\" debug-logfile=stderr\r\ndebug-loglevel=\"-1\"\ntmpdir=\"@/\"\n");
+  services(
+      "# services\n\ncsid=\"x-catalog://localhost:8380/rfc\" catalog-database=\"@/rfc.db\"\n"
+      "server-description=\"@/server.rdm\" alias-file=@/aliases other=\"kept\"\n\n"
+      "csid=\"x-catalogs://localhost:8380/two\"\ncatalog-database=\"@/rfc.db\"\n");
+  write("aliases", "# parent aliases\n\ntcp rfc793\tstd7\ndns\ntcp transport\n");
+  EXPECT_EQ(found(), "");
+  EXPECT_EQ(found_in_lines(), "");
+}
+
+TEST_F(Check, NamesFileAndLineOfEachMistakeInTheServiceConfiguration) {
+  const struct {
+    const char *lines, *expected;
+  } cases[] = {
+      {"logfile=\"@/rdm.log\n", "@/rdm.conf:4: error: the quote after logfile= is not closed\n"},
+      {"\n#\ntmpdir=\"@/\" # here\n", "@/rdm.conf:6: error: \"#\" is no name=\"value\" pair\n"},
+      {"a word or two\n", "@/rdm.conf:4: error: \"a\" is no name=\"value\" pair\n"},
+      {"=value\n", "@/rdm.conf:4: error: the value \"value\" has no name\n"},
+      {" # indented\n", "@/rdm.conf:4: error: \"#\" is no name=\"value\" pair\n"},
+      {"debug-loglevel = 1\n", "@/rdm.conf:4: error: \"debug-loglevel\" is no name=\"value\" pair\n"},
+      {"debug-loglevel=much\n", "@/rdm.conf:4: error: \"debug-loglevel\" is no number: \"much\"\n"},
+      {"debug-loglevel=1x\n", "@/rdm.conf:4: error: \"debug-loglevel\" is no number: \"1x\"\n"},
+      {"debug-loglevel=-\n", "@/rdm.conf:4: error: \"debug-loglevel\" is no number: \"-\"\n"},
+      {"debug-loglevel=\"\"\n", "@/rdm.conf:4: error: \"debug-loglevel\" is empty\n"},
+      {"logfiel=x\n", "@/rdm.conf:4: warning: the name \"logfiel\" is unknown\n"},
+      {"Logfile=x\n", "@/rdm.conf:4: warning: the name \"Logfile\" is unknown\n"},
+      {"bindir=\"/elsewhere\"\n", "@/rdm.conf:4: warning: \"bindir\" was given in line 1; this value is ignored\n"},
+      {"logfile=\"\"\n", "@/rdm.conf:4: error: \"logfile\" is empty\n"},
+      {"logfile=\"@/none/rdm.log\"\n",
+       "@/rdm.conf:4: error: \"logfile\" cannot be written: @/none: No such file or directory\n"},
+      {"debug-logfile=\"@/none/debug.log\"\n",
+       "@/rdm.conf:4: error: \"debug-logfile\" cannot be written: @/none: No such file or directory\n"},
+      {"logfile=\"@/bin\"\n", "@/rdm.conf:4: error: \"logfile\" is a folder: @/bin\n"},
+      {"tmpdir=\"@/none\"\n", "@/rdm.conf:4: error: \"tmpdir\" is not a folder: @/none\n"},
+      {"tmpdir=\"@/rfc.db\"\n", "@/rdm.conf:4: error: \"tmpdir\" is not a folder: @/rfc.db\n"},
+      {"x=\"a\x01\"\"b\n",
+       "@/rdm.conf:4: error: \"\"b\" is no name=\"value\" pair\n"
+       "@/rdm.conf:4: warning: the name \"x\" is unknown\n"},
+  };
+  for (const auto &row : cases) {
+    config(row.lines);
+    EXPECT_EQ(found(), row.expected) << row.lines;
+  }
+}
+
+TEST_F(Check, ReadsPairsAsTheServiceDoes) {
+  whole_config("bindir=\"@/bin\"csid-default=x-catalog://localhost:8380/rfc\tcsid-config=\"@/csid\\.conf\"\n");
+  EXPECT_EQ(found(), "");
+  whole_config(
+      "bindir=@/bin csid-default=\"x-catalog://localhost:8380/rfc\" csid-config=@/csid.conf tmpdir=\"say \\\"yes\n");
+  EXPECT_EQ(found(),
+            "@/rdm.conf:1: error: the quote after tmpdir= is not closed\n"
+            "@/rdm.conf:1: error: \"tmpdir\" is not a folder: say \"yes\n");
+}
+
+TEST_F(Check, RequiresThreeNames) {
+  whole_config("# nothing but a remark\n");
+  EXPECT_EQ(found(),
+            "@/rdm.conf: error: \"bindir\" is required\n"
+            "@/rdm.conf: error: \"csid-config\" is required\n"
+            "@/rdm.conf: error: \"csid-default\" is required\n");
+  whole_config("bindir=\"\" csid-config=\"\"\ncsid-default=\"\"\n");
+  EXPECT_EQ(found(),
+            "@/rdm.conf:1: error: \"bindir\" is empty\n"
+            "@/rdm.conf:1: error: \"csid-config\" is empty\n"
+            "@/rdm.conf:2: error: \"csid-default\" is empty\n");
+}
+
+TEST_F(Check, NamesFilesThatCannotBeRead) {
+  std::filesystem::remove(folder_.path("rdm.conf"));
+  EXPECT_EQ(found(), "@/rdm.conf: error: cannot be read: No such file or directory\n");
+  config("");
+  std::filesystem::remove(folder_.path("csid.conf"));
+  EXPECT_EQ(found(), "@/csid.conf: error: cannot be read: No such file or directory\n");
+  std::filesystem::create_directory(folder_.path("csid.conf"));
+  EXPECT_EQ(found(), "@/csid.conf: error: is not a file\n");
+}
+
+TEST_F(Check, LinesAreCutWhereTheServiceCutsThem) {
+  config("tmpdir=\"@/\"" + std::string(9000, ' ') + "logfile=\"@/none/x\"\n");
+  EXPECT_EQ(found(), "@/rdm.conf:4: error: the line is cut after 8191 bytes\n");
+}
+
+TEST_F(Check, APathOfTheTransactionLogHasALimit) {
+  config("logfile=\"@/" + std::string(1024, 'x') + "\"\n");
+  EXPECT_EQ(found_in_lines(), "@/rdm.conf:4: error: the path of the transaction log is cut after 1023 characters\n");
+}
+
+TEST_F(Check, TheFolderOfCommandsHoldsMinidba) {
+  ::chmod(folder_.path("bin/minidba").c_str(), 0644);
+  EXPECT_EQ(found(), "@/rdm.conf:1: error: \"bindir\" holds no executable minidba: @/bin\n");
+  std::filesystem::remove_all(folder_.path("bin"));
+  EXPECT_EQ(found(), "@/rdm.conf:1: error: \"bindir\" is not a folder: @/bin\n");
+}
+
+TEST_F(Check, TheDefaultServiceIsOneOfThose) {
+  whole_config("bindir=\"@/bin\"\ncsid-config=\"@/csid.conf\"\ncsid-default=\"x-catalog://localhost:8380/RFC\"\n");
+  EXPECT_EQ(found(),
+            "@/rdm.conf:3: error: the default service \"x-catalog://localhost:8380/RFC\" is not in @/csid.conf\n");
+  whole_config("bindir=\"@/bin\"\ncsid-config=\"@/csid.conf\"\ncsid-default=\"unknown\"\n");
+  EXPECT_EQ(found(), "");
+}
+
+TEST_F(Check, NamesFileAndLineOfEachMistakeInTheList) {
+  const std::string rfc = "csid=\"x-catalog://localhost:8380/rfc\" catalog-database=\"@/rfc.db\"\n";
+  const struct {
+    std::string lines;
+    const char *expected;
+  } cases[] = {
+      {"catalog-database=\"@/rfc.db\"\n" + rfc,
+       "@/csid.conf:1: error: \"catalog-database\" stands before the first \"csid\" and is ignored\n"},
+      {rfc + "\n" + rfc,
+       "@/csid.conf:3: error: the service \"x-catalog://localhost:8380/rfc\" was given in line 1 and is never found "
+       "here\n"},
+      {rfc + "alias-file=\"@/aliases\n",
+       "@/csid.conf:2: error: the quote after alias-file= is not closed\n"
+       "@/aliases: error: cannot be read: No such file or directory\n"},
+      {rfc + "some words\n", "@/csid.conf:2: error: \"some\" is no name=\"value\" pair\n"},
+      {rfc + "catalog-database=\"@/other.db\"\n",
+       "@/csid.conf:2: warning: \"catalog-database\" was given in line 1; this value is ignored\n"},
+      {rfc + "csid=\"x-catalog://localhost:8380/two\"\n",
+       "@/csid.conf:2: warning: the service \"x-catalog://localhost:8380/two\" has no \"catalog-database\"\n"},
+      {rfc + "csid=\"two\" catalog-database=\"@/rfc.db\"\n",
+       "@/csid.conf:2: warning: \"two\" is not of the form x-catalog://HOST:PORT/NAME\n"},
+      {rfc + "csid=\"x-catalog://localhost/two\" catalog-database=\"@/rfc.db\"\n",
+       "@/csid.conf:2: warning: \"x-catalog://localhost/two\" is not of the form x-catalog://HOST:PORT/NAME\n"},
+      {rfc + "csid=\"x-catalog://localhost:8380/\" catalog-database=\"@/rfc.db\"\n",
+       "@/csid.conf:2: warning: \"x-catalog://localhost:8380/\" is not of the form x-catalog://HOST:PORT/NAME\n"},
+      {rfc + "csid=\"\" catalog-database=\"@/rfc.db\"\n", "@/csid.conf:2: error: \"csid\" is empty\n"},
+  };
+  for (const auto &row : cases) {
+    services(row.lines);
+    EXPECT_EQ(found(), row.expected) << row.lines;
+  }
+}
+
+TEST_F(Check, AnEmptyListIsAWarningOfItsOwn) {
+  services("# no services\n");
+  EXPECT_EQ(found(),
+            "@/csid.conf: warning: holds no catalog service\n"
+            "@/rdm.conf:3: error: the default service \"x-catalog://localhost:8380/rfc\" is not in @/csid.conf\n");
+}
+
+TEST_F(Check, SixtyThreeServicesAreTheLimit) {
+  std::string list = "csid=\"x-catalog://localhost:8380/rfc\" catalog-database=\"@/rfc.db\"\n";
+  for (int i = 2; i <= 63; ++i)
+    list += "csid=\"x-catalog://localhost:8380/" + std::to_string(i) + "\" catalog-database=\"@/rfc.db\"\n";
+  services(list);
+  EXPECT_EQ(found(), "");
+  for (int i = 64; i <= 65; ++i)
+    list += "csid=\"x-catalog://localhost:8380/" + std::to_string(i) + "\" catalog-database=\"@/none.db\"\n";
+  services(list);
+  EXPECT_EQ(found(), "@/csid.conf:64: error: more than 63 services; this one and those after it are left out\n");
+}
+
+TEST_F(Check, PathsOfDatabasesAreNoShellText) {
+  for (const char c : std::string(" \t|&;<>()$`'*?[]#~!{}^")) {
+    const std::string path = std::string("@/a") + c + "b.db";
+    write(std::string("a") + c + "b.db", database());
+    write(std::string("a") + c + "b.db.idx", index({}));
+    services("csid=\"x-catalog://localhost:8380/rfc\"\ncatalog-database=\"" + path + "\"\n");
+    const std::string shown = c == '\t' ? "\\x09" : std::string(1, c);
+    EXPECT_EQ(found(), "@/csid.conf:2: error: the path \"@/a" + shown +
+                           "b.db\" has a character that the shell understands: \"" + shown + "\"\n");
+  }
+  for (const char *name : {"a-b_c.d,e:f@g%h=i+j.db", "\xc3\xa9.db"}) {
+    write(name, database());
+    write(std::string(name) + ".idx", index({}));
+    services("csid=\"x-catalog://localhost:8380/rfc\"\ncatalog-database=\"@/" + std::string(name) + "\"\n");
+    EXPECT_EQ(found(), "") << name;
+  }
+}
+
+TEST_F(Check, PathsOfDatabasesHaveALimit) {
+  services("csid=\"x-catalog://localhost:8380/rfc\"\ncatalog-database=\"/" + std::string(1019, 'x') + "\"\n");
+  EXPECT_EQ(found().substr(0, 90),
+            "@/csid.conf:2: error: the path of the catalog database is longer than 1019 characters\n/xxx");
+}
+
+TEST_F(Check, DatabasesAreHashFiles) {
+  for (const std::string &bytes : {std::string(), std::string("abc"), std::string("not a database")}) {
+    write("rfc.db", bytes);
+    EXPECT_EQ(found(), "@/rfc.db: error: is not a catalog database\n") << bytes;
+  }
+  std::filesystem::remove(folder_.path("rfc.db"));
+  EXPECT_EQ(found(), "@/rfc.db: error: cannot be read: No such file or directory\n");
+}
+
+TEST_F(Check, IndexesHaveTheirMagicTheirSizeAndTheirOrder) {
+  const struct {
+    std::string bytes;
+    const char *expected;
+  } cases[] = {
+      {"", "@/rfc.db.idx: error: is not an index of a catalog database\n"},
+      {big_endian(0x3EB1CA0E), "@/rfc.db.idx: error: is not an index of a catalog database\n"},
+      {big_endian(0x3EB1CA0F) + big_endian(0), "@/rfc.db.idx: error: is not an index of a catalog database\n"},
+      {index({}), ""},
+      {index({0xffffffff}), ""},
+      {index({1, 2}).substr(0, 47), "@/rfc.db.idx: error: has 47 bytes where 2 entries take 48\n"},
+      {index({1, 2}) + "x", "@/rfc.db.idx: error: has 49 bytes where 2 entries take 48\n"},
+      {big_endian(0x3EB1CA0E) + big_endian(0xffffffff),
+       "@/rfc.db.idx: error: has 8 bytes where 4294967295 entries take 85899345908\n"},
+      {index({1, 3, 2}), "@/rfc.db.idx: error: entry 3 is earlier than the one before it\n"},
+  };
+  for (const auto &row : cases) {
+    write("rfc.db.idx", row.bytes);
+    EXPECT_EQ(found(), row.expected);
+  }
+  std::filesystem::remove(folder_.path("rfc.db.idx"));
+  EXPECT_EQ(found(), "@/rfc.db.idx: error: cannot be read: No such file or directory\n");
+}
+
+TEST_F(Check, AliasesAreNewNames) {
+  services("csid=\"x-catalog://localhost:8380/rfc\"\ncatalog-database=\"@/rfc.db\" alias-file=\"@/aliases\"\n");
+  const struct {
+    const char *lines, *expected;
+  } cases[] = {
+      {"tcp rfc793\n tcp std7\n", ""},
+      {"tcp tcp\n",
+       "@/aliases:1: error: the alias \"tcp\" has occurred in line 1; it is refused with the rest of its line\n"},
+      {"dns domain\n# zone\nnames domain zone\nother zone\n",
+       "@/aliases:3: error: the alias \"domain\" has occurred in line 1; it is refused with the rest of its line\n"},
+      {"a b\nb c\nd a\n",
+       "@/aliases:3: error: the alias \"a\" has occurred in line 1; it is refused with the rest of its line\n"},
+  };
+  for (const auto &row : cases) {
+    write("aliases", row.lines);
+    EXPECT_EQ(found(), row.expected) << row.lines;
+  }
+}
+
+TEST_F(Check, DescriptionsBeginWithAHeader) {
+  const struct {
+    std::string bytes;
+    const char *expected;
+  } cases[] = {
+      {header() + "@SERVER { x\n}\n", ""},
+      {"\n\n  @rdmheader{ -\n}", "@/d:1: error: does not begin with an RDMHEADER object\n"},
+      {"@rdmheader -\n}", ""},
+      {"@RDMHEADER {\t-\r\nrdm-type{6}:\tstatus\r\n}\r\n", ""},
+      {"", "@/d: error: is empty\n"},
+      {"Some text @RDMHEADER { -\n}\n", "@/d:1: error: does not begin with an RDMHEADER object\n"},
+      {"@SERVER { x\n}\n", "@/d:1: error: does not begin with an RDMHEADER object\n"},
+      {"@RDMHEADERS { -\n}\n", "@/d:1: error: does not begin with an RDMHEADER object\n"},
+      {"@RDMHEADER { -\nrdm-version{3}:\t1.0\n", "@/d:2: error: the RDMHEADER object has no end\n"},
+      {"@RDMHEADER { -\nrdm-version{3}:\t1.0\nrdm-type{5}:\tserver\n}\n",
+       "@/d:3: error: the RDMHEADER object is damaged in this line\n"},
+      {"@RDMHEADER { -\nrdm-version{9999}:\t1.0\n}\n", "@/d:2: error: the RDMHEADER object is damaged in this line\n"},
+      {"@RDMHEADER { -\nrdm-version{x}:\t1.0\n}\n", "@/d:2: error: the RDMHEADER object is damaged in this line\n"},
+      {"@RDMHEADER { -\nrdm-version: 1.0\n}\n", "@/d:2: error: the RDMHEADER object is damaged in this line\n"},
+  };
+  for (const char *name : {"server-description", "schema-description", "taxonomy-description"}) {
+    services("csid=\"x-catalog://localhost:8380/rfc\"\ncatalog-database=\"@/rfc.db\" " + std::string(name) +
+             "=\"@/d\"\n");
+    for (const auto &row : cases) {
+      write("d", row.bytes);
+      EXPECT_EQ(found(), row.expected) << row.bytes;
+    }
+    std::filesystem::remove(folder_.path("d"));
+    EXPECT_EQ(found(), "@/d: error: cannot be read: No such file or directory\n");
+  }
+}
+
+TEST_F(Check, OnlyErrorsCount) {
+  EXPECT_FALSE(check::has_errors({}));
+  EXPECT_FALSE(check::has_errors({{check::Severity::warning, "f", 1, "t"}}));
+  EXPECT_TRUE(check::has_errors({{check::Severity::warning, "f", 1, "t"}, {check::Severity::error, "f", 0, "t"}}));
+}
+
+TEST_F(Check, ChangesNothing) {
+  config("logfile=\"@/rdm.log\"\ndebug-logfile=\"@/debug.log\"\n");
+  EXPECT_EQ(found(), "");
+  EXPECT_FALSE(support::file_exists(folder_.path("rdm.log")));
+  EXPECT_FALSE(support::file_exists(folder_.path("debug.log")));
+}
+
+class CheckOption : public Check {
+ protected:
+  std::string plugin() const { return std::string(BINARY_DIR) + "/tests/test_plugin.so"; }
+};
+
+TEST_F(CheckOption, AcceptsAValidConfigurationAndServesNothing) {
+  config("frobnicate=yes\n");
+  support::RdmdProcess server({"--check", "--config", folder_.path("rdm.conf"), "--plugin", plugin(), "--listen",
+                               "127.0.0.1:0", "--error-log", folder_.path("errors")});
+  EXPECT_EQ(server.wait(), 0);
+  EXPECT_EQ(server.output(), folder_.path("rdm.conf") + ": the configuration is valid\n");
+  EXPECT_EQ(server.errors(), folder_.path("rdm.conf") + ":4: warning: the name \"frobnicate\" is unknown\n");
+  EXPECT_FALSE(support::file_exists(folder_.path("errors")));
+}
+
+TEST_F(CheckOption, RefusesAnInvalidConfiguration) {
+  write("rfc.db.idx", "");
+  support::RdmdProcess server({"--check", "--config", folder_.path("rdm.conf"), "--plugin", plugin()});
+  EXPECT_EQ(server.wait(), 1);
+  EXPECT_EQ(server.output(), "");
+  EXPECT_EQ(server.errors(), folder_.path("rfc.db.idx") + ": error: is not an index of a catalog database\n");
+}
+
+TEST_F(CheckOption, RefusesAPluginThatDoesNotLoad) {
+  support::RdmdProcess server({"--check", "--config", folder_.path("rdm.conf"), "--plugin", "/nonexistent.so"});
+  EXPECT_EQ(server.wait(), 1);
+  EXPECT_EQ(
+      server.errors(),
+      "rdmd: cannot load the plug-in: /nonexistent.so: cannot open shared object file: No such file or directory\n");
+}
+
+TEST_F(CheckOption, AServerThatStartsSaysWhichLinesAreMistaken) {
+  config("journal=\"@/journal\"\ntmpdir=\"@/\n");
+  support::RdmdProcess server({"--listen", "127.0.0.1:0", "--config", folder_.path("rdm.conf"), "--plugin", plugin()});
+  EXPECT_NE(server.port(), 0);
+  const std::string conf = folder_.path("rdm.conf");
+  EXPECT_NE(server.errors().find("[warning] rdmd: " + conf + ":4: warning: the name \"journal\" is unknown\n"),
+            std::string::npos)
+      << server.errors();
+  EXPECT_NE(server.errors().find("[error] rdmd: " + conf + ":5: error: the quote after tmpdir= is not closed\n"),
+            std::string::npos)
+      << server.errors();
+}
+
+}  // namespace
