@@ -1,0 +1,28 @@
+/// Programs that tests run.
+#ifndef TESTS_SUPPORT_PROCESS_H
+#define TESTS_SUPPORT_PROCESS_H
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+namespace support {
+
+/// What a program left behind. `status` is its exit status, or 128 and the number of the signal that ended it.
+struct Finished {
+  int status;
+  std::string out, errors;
+};
+
+/// run runs a program to its end with these bytes as its standard input.
+Finished run(const std::vector<std::string> &arguments, const std::string &input = "");
+
+/// start runs a program with files as its standard streams and returns its process id; wait_for ends the waiting.
+pid_t start(const std::vector<std::string> &arguments, const std::string &input, const std::string &out,
+            const std::string &errors);
+int wait_for(pid_t child);
+
+}  // namespace support
+
+#endif

@@ -1,0 +1,68 @@
+#include "catalog_files.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+
+#include "dba/guard.h"
+#include "libcs/guard.h"
+
+std::string rd(const std::string &url, const Attributes &attributes) {
+  std::string text = "@DOCUMENT { " + url + "\n";
+  for (const auto &[name, value] : attributes)
+    text += name + "{" + std::to_string(value.size()) + "}:\t" + value + "\n";
+  return text + "}\n";
+}
+
+std::vector<std::string> CatalogFiles::command(const std::vector<std::string> &words) const {
+  std::vector<std::string> arguments{BINARY_DIR "/bin/minidba", "-d", path()};
+  arguments.insert(arguments.end(), words.begin(), words.end());
+  return arguments;
+}
+
+support::Finished CatalogFiles::update(const std::string &stream) const {
+  return support::run(command({"update"}), stream);
+}
+
+support::Finished CatalogFiles::index() const { return support::run(command({"-i", path(".idx"), "index"})); }
+
+std::map<std::string, std::string> CatalogFiles::records() const {
+  std::map<std::string, std::string> records;
+  const database_ptr database(dba_open(path().c_str(), "r"));
+  if (!database) {
+    ADD_FAILURE() << "cannot open " << path();
+    return records;
+  }
+  DBT key{}, value{};
+  int result = dba_first(database.get(), &key, &value);
+  for (; result == 0; result = dba_next(database.get(), &key, &value))
+    records.emplace(std::string(static_cast<char *>(key.data), key.size),
+                    std::string(static_cast<char *>(value.data), value.size));
+  EXPECT_EQ(result, 1);
+  return records;
+}
+
+std::string CatalogFiles::value(const std::string &record, const std::string &attribute) {
+  const soif_ptr object = soif_reader(record).next();
+  const char *text = object ? soif_findval(object.get(), attribute.c_str()) : nullptr;
+  return text != nullptr ? text : "(none)";
+}
+
+std::vector<uint32_t> CatalogFiles::words() const {
+  const std::string bytes = support::read_file(path(".idx"));
+  std::vector<uint32_t> words;
+  for (size_t at = 0; at + 4 <= bytes.size(); at += 4) {
+    uint32_t word = 0;
+    for (size_t i = 0; i < 4; ++i) word = word << 8 | static_cast<unsigned char>(bytes[at + i]);
+    words.push_back(word);
+  }
+  return words;
+}
+
+std::vector<std::string> CatalogFiles::files() const {
+  std::vector<std::string> names;
+  for (const auto &entry : std::filesystem::directory_iterator(folder())) names.push_back(entry.path().filename());
+  std::sort(names.begin(), names.end());
+  return names;
+}

@@ -1,0 +1,42 @@
+/// A catalog that tests maintain with the real program and read with the library.
+#ifndef TESTS_TOOLS_MINIDBA_CATALOG_FILES_H
+#define TESTS_TOOLS_MINIDBA_CATALOG_FILES_H
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "support/files.h"
+#include "support/process.h"
+
+/// Attributes of a description, in the order in which they are written.
+using Attributes = std::vector<std::pair<std::string, std::string>>;
+
+/// rd returns a description as text.
+std::string rd(const std::string &url, const Attributes &attributes);
+
+class CatalogFiles {
+ public:
+  support::Finished update(const std::string &stream) const;
+  support::Finished index() const;
+  std::vector<std::string> command(const std::vector<std::string> &words) const;
+
+  /// records returns every record by its key; read as the service reads it.
+  std::map<std::string, std::string> records() const;
+  /// value returns an attribute of a record, "(none)" where it has none.
+  static std::string value(const std::string &record, const std::string &attribute);
+  /// words returns the index as its 32-bit numbers.
+  std::vector<uint32_t> words() const;
+  /// files returns the names in the catalog's folder.
+  std::vector<std::string> files() const;
+
+  std::string path(const std::string &suffix = "") const { return folder_.path("catalog.db") + suffix; }
+  std::string folder() const { return folder_.path(); }
+
+ private:
+  support::TemporaryFolder folder_;
+};
+
+#endif

@@ -1,0 +1,96 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <zlib.h>
+
+#include <ctime>
+
+#include "catalog_files.h"
+#include "dba/guard.h"
+
+#include <libcs/cs.h>
+
+namespace {
+
+using support::Finished;
+
+constexpr uint32_t magic = 0x3EB1CA0E;
+
+class Index : public testing::Test {
+ protected:
+  /// put stores a record under a key as it stands.
+  void put(const std::string &key, const std::string &record) {
+    const database_ptr database(dba_open(catalog_.path().c_str(), "w"));
+    ASSERT_TRUE(database);
+    std::string name = key, bytes = record;
+    DBT k{}, v{};
+    k.data = name.data();
+    k.size = name.size();
+    v.data = bytes.data();
+    v.size = bytes.size();
+    EXPECT_EQ(dba_put(database.get(), &k, &v), 0);
+  }
+  static std::string at(time_t time) {
+    char text[64];
+    cs_time2str(time, text, sizeof text);
+    return text;
+  }
+  CatalogFiles catalog_;
+};
+
+uint32_t checksum(const std::string &record) {
+  return static_cast<uint32_t>(crc32_z(0, reinterpret_cast<const unsigned char *>(record.data()), record.size()));
+}
+
+TEST_F(Index, IsSortedByTimeAndNumberWithSizesAndChecksums) {
+  const std::string late = rd("u1", {{"rd-last-changed", at(3000)}}), early = rd("u2", {{"rd-last-changed", at(1000)}});
+  const std::string never = rd("u10", {{"title", "T"}});
+  put("00000001", late);
+  put("00000002", early);
+  put("00000003", late);
+  put("0000000a", never);
+  const Finished finished = catalog_.index();
+  EXPECT_EQ(finished.status, 0) << finished.errors;
+  EXPECT_EQ(finished.out, "4\n");
+  EXPECT_EQ(finished.errors, "");
+  const auto size = [](const std::string &record) { return static_cast<uint32_t>(record.size()); };
+  EXPECT_EQ(catalog_.words(), (std::vector<uint32_t>{magic, 4,                                    //
+                                                     0,     0, 10, size(never), checksum(never),  //
+                                                     1000,  0, 2,  size(early), checksum(early),  //
+                                                     3000,  0, 1,  size(late),  checksum(late),   //
+                                                     3000,  0, 3,  size(late),  checksum(late)}));
+}
+
+TEST_F(Index, OfAnEmptyCatalogIsEmpty) {
+  catalog_.update("");
+  EXPECT_EQ(catalog_.index().out, "0\n");
+  EXPECT_EQ(catalog_.words(), (std::vector<uint32_t>{magic, 0}));
+}
+
+TEST_F(Index, IsReplacedAsAWhole) {
+  catalog_.update(rd("http://localhost/1", {{"title", "One"}}));
+  catalog_.index();
+  struct stat before, after;
+  stat(catalog_.path(".idx").c_str(), &before);
+  catalog_.update(rd("http://localhost/2", {{"title", "Two"}}));
+  EXPECT_EQ(catalog_.index().out, "2\n");
+  stat(catalog_.path(".idx").c_str(), &after);
+  EXPECT_NE(before.st_ino, after.st_ino) << "a reader keeps the old file";
+}
+
+TEST_F(Index, OfADamagedRecordIsRefusedAndChangesNothing) {
+  catalog_.update(rd("http://localhost/1", {{"title", "One"}}));
+  catalog_.index();
+  const std::string before = support::read_file(catalog_.path(".idx"));
+  put("00000002", "no object");
+  Finished finished = catalog_.index();
+  EXPECT_EQ(finished.status, 2);
+  EXPECT_EQ(finished.errors, "minidba: damaged record 00000002 in " + catalog_.path() + "\n");
+  put("00000002", rd("http://localhost/2", {{"title", "Two"}}));
+  put("short", rd("http://localhost/3", {{"title", "Three"}}));
+  finished = catalog_.index();
+  EXPECT_EQ(finished.status, 2);
+  EXPECT_EQ(finished.errors, "minidba: damaged record short in " + catalog_.path() + "\n");
+  EXPECT_EQ(support::read_file(catalog_.path(".idx")), before);
+}
+
+}  // namespace

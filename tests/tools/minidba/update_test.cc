@@ -1,0 +1,251 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <ctime>
+#include <random>
+#include <thread>
+
+#include "catalog_files.h"
+
+#include <libcs/cs.h>
+
+namespace {
+
+using support::Finished;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+class Update : public testing::Test {
+ protected:
+  /// expect_update asserts what an update prints and that it succeeded.
+  Finished expect_update(const std::string &stream, const std::string &out, const std::string &errors) {
+    const Finished finished = catalog_.update(stream);
+    EXPECT_EQ(finished.status, 0);
+    EXPECT_EQ(finished.out, out);
+    EXPECT_EQ(finished.errors, errors);
+    return finished;
+  }
+  std::string record(const std::string &key) { return catalog_.records()[key]; }
+
+  CatalogFiles catalog_;
+};
+
+const std::string one = rd("http://localhost/1", {{"title", "One"}});
+const std::string two = rd("http://localhost/2", {{"title", "Two"}});
+
+TEST_F(Update, NumbersNewDescriptionsFromOne) {
+  expect_update(one + two, "2\n", "minidba: 2 new, 0 changed, 0 unchanged, 0 rejected\n");
+  expect_update(rd("http://localhost/3", {{"title", "Three"}}), "1\n",
+                "minidba: 1 new, 0 changed, 0 unchanged, 0 rejected\n");
+  const auto records = catalog_.records();
+  ASSERT_EQ(records.size(), 3u);
+  EXPECT_EQ(CatalogFiles::value(records.at("00000001"), "title"), "One");
+  EXPECT_EQ(CatalogFiles::value(records.at("00000002"), "title"), "Two");
+  EXPECT_EQ(CatalogFiles::value(records.at("00000003"), "title"), "Three");
+}
+
+TEST_F(Update, StampsWhatIsNewWithTheTime) {
+  const time_t before = time(nullptr);
+  catalog_.update(rd("http://localhost/1", {{"rd-last-changed", "Mon, 01 Jan 1990 00:00:00 GMT"}, {"title", "One"}}));
+  time_t stamped = 0;
+  cs_str2time(CatalogFiles::value(record("00000001"), "rd-last-changed").c_str(), &stamped);
+  EXPECT_GE(stamped, before);
+  EXPECT_LE(stamped, time(nullptr));
+}
+
+TEST_F(Update, KeepsWhatDidNotChange) {
+  catalog_.update(one + two);
+  const auto before = catalog_.records();
+  struct stat old_status, new_status;
+  ASSERT_EQ(stat(catalog_.path().c_str(), &old_status), 0);
+  expect_update(one + rd("http://localhost/2", {{"rd-last-changed", "never"}, {"title", "Two"}}), "2\n",
+                "minidba: 0 new, 0 changed, 2 unchanged, 0 rejected\n");
+  EXPECT_EQ(catalog_.records(), before);
+  ASSERT_EQ(stat(catalog_.path().c_str(), &new_status), 0);
+  EXPECT_EQ(old_status.st_ino, new_status.st_ino) << "nothing changed, so nothing is written";
+}
+
+TEST_F(Update, ReplacesWhatChanged) {
+  catalog_.update(one + two);
+  expect_update(rd("http://localhost/1", {{"title", "Uno"}}), "1\n",
+                "minidba: 0 new, 1 changed, 0 unchanged, 0 rejected\n");
+  const auto records = catalog_.records();
+  ASSERT_EQ(records.size(), 2u);
+  EXPECT_EQ(CatalogFiles::value(records.at("00000001"), "title"), "Uno");
+  EXPECT_EQ(CatalogFiles::value(records.at("00000002"), "title"), "Two");
+}
+
+TEST_F(Update, TheLaterOfEqualUrlsInAStreamWins) {
+  expect_update(one + rd("http://localhost/1", {{"title", "Uno"}}) + rd("http://localhost/1", {{"title", "Uno"}}),
+                "3\n", "minidba: 1 new, 1 changed, 1 unchanged, 0 rejected\n");
+  const auto records = catalog_.records();
+  ASSERT_EQ(records.size(), 1u);
+  EXPECT_EQ(CatalogFiles::value(records.at("00000001"), "title"), "Uno");
+}
+
+TEST_F(Update, SkipsAHeaderInFront) {
+  const std::string header = "@RDMHEADER { -\nrdm-version{3}:\t1.0\n}\n\n\n";
+  expect_update(header + one, "1\n", "minidba: 1 new, 0 changed, 0 unchanged, 0 rejected\n");
+  expect_update(one + header, "1\n",
+                "minidba: object 2 at byte " + std::to_string(one.size()) +
+                    " rejected: no URL\nminidba: 0 new, 0 changed, 1 unchanged, 1 rejected\n");
+}
+
+TEST_F(Update, AnEmptyStreamMakesAnEmptyCatalog) {
+  expect_update("", "0\n", "minidba: 0 new, 0 changed, 0 unchanged, 0 rejected\n");
+  EXPECT_TRUE(catalog_.records().empty());
+  EXPECT_THAT(catalog_.files(), ElementsAre("catalog.db", "catalog.db.lock", "catalog.db.url"));
+}
+
+struct DamagedRow {
+  const char *what;
+  std::string text;
+  std::string reason;
+};
+
+TEST_F(Update, AMalformedObjectCostsOnlyItself) {
+  const DamagedRow rows[] = {
+      {"no tab", "@D { http://x/\ntitle{3}:Two\n}\n", "not a SOIF object"},
+      {"no URL", "@D { -\ntitle{3}:\tTwo\n}\n", "no URL"},
+      {"size too small", "@D { http://x/\ntitle{2}:\tTwo\nauthor{1}:\tA\n}\n",
+       "attribute name \"o?author\", after a value of the wrong size"},
+      {"size too large", "@D { http://x/\ntitle{30}:\tTwo\nauthor{1}:\tA\n}\n", ""},
+      {"size beyond the stream", "@D { http://x/\ntitle{900000}:\tTwo\n}\n", "not a SOIF object"},
+      {"negative size", "@D { http://x/\ntitle{-1}:\tTwo\n}\n", "not a SOIF object"},
+      {"endless size", "@D { http://x/\ntitle{99999999999999999999}:\tTwo\n}\n", "not a SOIF object"},
+      {"no attributes, no end", "@D { http://x/\n", ""},
+      {"only an at-sign", "@\n", ""},
+  };
+  for (const DamagedRow &row : rows) {
+    const CatalogFiles catalog;
+    const Finished finished = catalog.update(one + row.text + two);
+    EXPECT_EQ(finished.status, 0) << row.what;
+    EXPECT_EQ(finished.out, "2\n") << row.what << ": " << finished.errors;
+    EXPECT_THAT(finished.errors,
+                HasSubstr("minidba: object 2 at byte " + std::to_string(one.size()) + " rejected: " + row.reason))
+        << row.what;
+    EXPECT_THAT(finished.errors, HasSubstr("2 new, 0 changed, 0 unchanged, 1 rejected\n")) << row.what;
+    EXPECT_EQ(catalog.records().size(), 2u) << row.what;
+  }
+}
+
+TEST_F(Update, AnObjectCutAtTheEndIsRejected) {
+  const Finished finished = catalog_.update(one + two.substr(0, two.size() - 2));
+  EXPECT_EQ(finished.out, "1\n");
+  EXPECT_THAT(finished.errors, HasSubstr("rejected: not closed\n"));
+}
+
+TEST_F(Update, ValuesAreBytes) {
+  const std::string value = std::string("a\0b\n@}{\xff\n", 10) + std::string(5000, '\n');
+  catalog_.update(rd("http://localhost/1", {{"body", value}}));
+  EXPECT_NE(record("00000001").find("body{5010}:\t" + value + "\n"), std::string::npos);
+}
+
+TEST_F(Update, HoldsRecordsOfEverySizeUpToAMebibyte) {
+  std::string stream;
+  std::vector<size_t> sizes{0, 1, 100, 4000, 4096, 8192, 16384, 32700, 32768, 65536, 200000, 1 << 20};
+  for (size_t i = 0; i < sizes.size(); ++i)
+    stream += rd("http://localhost/" + std::to_string(i), {{"body", std::string(sizes[i], 'b')}, {"n", "1"}});
+  const Finished finished = catalog_.update(stream);
+  EXPECT_EQ(finished.out, std::to_string(sizes.size()) + "\n") << finished.errors;
+  auto records = catalog_.records();
+  ASSERT_EQ(records.size(), sizes.size());
+  for (size_t i = 1; i < sizes.size(); ++i) {
+    char key[17];
+    snprintf(key, sizeof key, "%08zx", i + 1);
+    EXPECT_NE(records[key].find("body{" + std::to_string(sizes[i]) + "}:\t" + std::string(sizes[i], 'b') + "\n"),
+              std::string::npos)
+        << key;
+  }
+}
+
+TEST_F(Update, HoldsManyRandomSetsOfRecords) {
+  std::mt19937 random(7);
+  for (int round = 0; round < 12; ++round) {
+    const CatalogFiles catalog;
+    std::string stream;
+    const size_t count = 50 + random() % 400;
+    const size_t limit = size_t{1} << (8 + random() % 9);
+    for (size_t i = 0; i < count; ++i)
+      stream += rd("http://localhost/" + std::to_string(i), {{"body", std::string(1 + random() % limit, 'x')}});
+    const Finished finished = catalog.update(stream);
+    EXPECT_EQ(finished.out, std::to_string(count) + "\n") << "round " << round << ": " << finished.errors;
+    EXPECT_EQ(catalog.records().size(), count) << "round " << round;
+  }
+}
+
+TEST_F(Update, RebuildsAUrlMapThatIsMissingOrAnotherSnapshots) {
+  catalog_.update(one + two);
+  const std::string map = support::read_file(catalog_.path(".url"));
+  for (const std::string &text : {std::string(), std::string("damaged"), map.substr(0, 100)}) {
+    support::write_file(catalog_.path(".url"), text);
+    expect_update(one, "1\n", "minidba: 0 new, 0 changed, 1 unchanged, 0 rejected\n");
+  }
+  unlink(catalog_.path(".url").c_str());
+  expect_update(two, "1\n", "minidba: 0 new, 0 changed, 1 unchanged, 0 rejected\n");
+
+  catalog_.update(rd("http://localhost/3", {{"title", "Three"}}));
+  support::write_file(catalog_.path(".url"), map);
+  expect_update(rd("http://localhost/3", {{"title", "Three"}}), "1\n",
+                "minidba: 0 new, 0 changed, 1 unchanged, 0 rejected\n");
+}
+
+TEST_F(Update, TwoAtOnceLoseNothing) {
+  std::vector<pid_t> children;
+  for (int i = 0; i < 6; ++i) {
+    std::string stream;
+    for (int j = 0; j < 50; ++j) stream += rd("http://localhost/" + std::to_string(i * 40 + j), {{"title", "T"}});
+    support::write_file(catalog_.path(".in" + std::to_string(i)), stream);
+    children.push_back(support::start(catalog_.command({"update"}), catalog_.path(".in" + std::to_string(i)),
+                                      catalog_.path(".out"), catalog_.path(".err")));
+  }
+  for (pid_t child : children) EXPECT_EQ(support::wait_for(child), 0);
+  const auto records = catalog_.records();
+  EXPECT_EQ(records.size(), 250u);
+  EXPECT_EQ(records.rbegin()->first, "000000fa") << "no number is left out or used twice";
+}
+
+TEST_F(Update, KilledAtAnyInstantItLeavesTheOldCatalogOrTheNew) {
+  std::string first, second;
+  for (int i = 0; i < 300; ++i) {
+    first += rd("http://localhost/" + std::to_string(i), {{"body", std::string(2000, 'a')}});
+    second += rd("http://localhost/" + std::to_string(i), {{"body", std::string(2000, 'b')}});
+  }
+  catalog_.update(first);
+  support::write_file(catalog_.path(".second"), second);
+  std::mt19937 random(3);
+  for (int trial = 0; trial < 25; ++trial) {
+    const pid_t child = support::start(catalog_.command({"update"}), catalog_.path(".second"), catalog_.path(".out"),
+                                       catalog_.path(".err"));
+    std::this_thread::sleep_for(std::chrono::microseconds(random() % 20000));
+    kill(child, SIGKILL);
+    support::wait_for(child);
+    const auto records = catalog_.records();
+    ASSERT_EQ(records.size(), 300u);
+    const char expected = records.begin()->second.find(std::string(2000, 'a')) != std::string::npos ? 'a' : 'b';
+    for (const auto &[key, record] : records)
+      ASSERT_NE(record.find(std::string(2000, expected)), std::string::npos) << key;
+    if (expected == 'b') catalog_.update(first);
+  }
+  EXPECT_EQ(catalog_.update(second).out, "300\n");
+  unlink(catalog_.path(".second").c_str());
+  unlink(catalog_.path(".out").c_str());
+  unlink(catalog_.path(".err").c_str());
+  EXPECT_THAT(catalog_.files(), ElementsAre("catalog.db", "catalog.db.lock", "catalog.db.url"))
+      << "what a killed writer leaves, the next one removes";
+}
+
+TEST_F(Update, KeepsThePermissionsOfTheCatalog) {
+  catalog_.update(one);
+  chmod(catalog_.path().c_str(), 0640);
+  catalog_.update(two);
+  struct stat status;
+  ASSERT_EQ(stat(catalog_.path().c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, 0640u);
+}
+
+}  // namespace

@@ -1,0 +1,21 @@
+/// How minidba says that it cannot go on.
+#ifndef MINIDBA_FAILURE_H
+#define MINIDBA_FAILURE_H
+
+#include <stdexcept>
+#include <string>
+
+namespace minidba {
+
+/// Failure ends the program with its text on one line of standard error and exit status 2.
+class Failure : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// system_failure returns a failure that ends with the text of errno: "what: No such file or directory".
+Failure system_failure(const std::string &what);
+
+}  // namespace minidba
+
+#endif

@@ -1,0 +1,36 @@
+/// Resource descriptions as a catalog keeps them.
+#ifndef MINIDBA_RECORD_H
+#define MINIDBA_RECORD_H
+
+#include <cstdint>
+#include <ctime>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "libcs/guard.h"
+
+namespace minidba {
+
+/// database_key returns the key of a number: 8 hexadecimal digits. number_of is its inverse; nothing for another text.
+std::string database_key(uint32_t number);
+std::optional<uint32_t> number_of(std::string_view key);
+
+/// print returns an object as text.
+std::string print(const SOIF *object);
+/// parse returns the object that a record holds, or null.
+soif_ptr parse(std::string_view record);
+
+/// content returns what makes two versions of a description equal: its text without "rd-last-changed". The object loses
+/// that attribute.
+std::string content(SOIF *object);
+
+/// stamp sets "rd-last-changed" to a time.
+void stamp(SOIF *object, time_t now);
+
+/// change_time returns the time of "rd-last-changed", 0 when there is none that can be read.
+time_t change_time(const SOIF *object);
+
+}  // namespace minidba
+
+#endif

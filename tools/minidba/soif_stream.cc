@@ -1,0 +1,104 @@
+#include "tools/minidba/soif_stream.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <vector>
+
+#include "qxapi/ascii.h"
+#include "tools/minidba/failure.h"
+
+namespace minidba {
+namespace {
+
+bool can_be_read_twice(int input) {
+  struct stat status;
+  return ::fstat(input, &status) == 0 && S_ISREG(status.st_mode) && ::lseek(input, 0, SEEK_CUR) == 0;
+}
+
+/// copy_of returns a descriptor of a copy of the whole input.
+int copy_of(int input, const std::string &beside) {
+  ScratchFile copy(beside);
+  std::vector<char> block(1 << 16);
+  for (;;) {
+    const ssize_t got = ::read(input, block.data(), block.size());
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) throw system_failure("cannot read the input");
+    if (got == 0) break;
+    copy.append({block.data(), static_cast<size_t>(got)});
+  }
+  return ::fcntl(copy.descriptor(), F_DUPFD_CLOEXEC, 0);
+}
+
+bool is_name_character(char c) {
+  return static_cast<unsigned char>(c) > ' ' && c != '{' && c != '}' && c != '@' && c != 0x7F;
+}
+
+/// bad_name returns an attribute name that only a wrong size can have made, empty when there is none.
+std::string bad_name(const SOIF *object) {
+  for (int32_t i = 0; i < object->attrs->nbuckets; ++i)
+    for (const cslist_node *node = object->attrs->buckets[i]->head; node != nullptr; node = node->next) {
+      const std::string name = static_cast<const AVPair *>(node->data)->attribute;
+      if (name.empty()) return "(empty)";
+      for (char c : name)
+        if (!is_name_character(c)) return name;
+    }
+  return {};
+}
+
+/// printable returns a text fit for one line.
+std::string printable(std::string text) {
+  if (text.size() > 60) text = text.substr(0, 60) + "...";
+  for (char &c : text)
+    if (static_cast<unsigned char>(c) < ' ' || c == 0x7F) c = '?';
+  return text;
+}
+
+bool ends_with_brace(FILE *file) {
+  const off_t end = ::ftello(file);
+  return end > 0 && ::fseeko(file, end - 1, SEEK_SET) == 0 && std::fgetc(file) == '}';
+}
+
+}  // namespace
+
+SoifStream::SoifStream(int input, const std::string &beside) {
+  const int fd = can_be_read_twice(input) ? ::fcntl(input, F_DUPFD_CLOEXEC, 0) : copy_of(input, beside);
+  file_.reset(fd == -1 ? nullptr : ::fdopen(fd, "r"));
+  if (!file_) throw system_failure("cannot read the input");
+}
+
+/// find_object returns the offset of the next "@", which after a malformed object must begin a line.
+std::optional<int64_t> SoifStream::find_object(int64_t from, bool at_line_start) {
+  if (::fseeko(file_.get(), from, SEEK_SET) != 0) throw system_failure("cannot read the input");
+  bool line_start = !at_line_start;
+  for (int64_t at = from;; ++at) {
+    const int c = ::getc_unlocked(file_.get());
+    if (c == EOF) {
+      if (std::ferror(file_.get()) != 0) throw system_failure("cannot read the input");
+      return std::nullopt;
+    }
+    if (c == '@' && line_start) return at;
+    if (at_line_start) line_start = c == '\n';
+  }
+}
+
+std::optional<SoifStream::Item> SoifStream::next() {
+  const std::optional<int64_t> start = find_object(position_, resynchronise_);
+  if (!start) return std::nullopt;
+  Item item{++number_, *start, nullptr, {}};
+  ::fseeko(file_.get(), *start, SEEK_SET);
+  item.object = soif_reader(file_.get()).next();
+  if (!item.object)
+    item.reason = "not a SOIF object";
+  else if (!ends_with_brace(file_.get()))
+    item.reason = "not closed";
+  else if (const std::string name = bad_name(item.object.get()); !name.empty())
+    item.reason = "attribute name \"" + printable(name) + "\", after a value of the wrong size";
+  resynchronise_ = !item.reason.empty();
+  if (resynchronise_) item.object.reset();
+  position_ = resynchronise_ ? *start + 1 : ::ftello(file_.get());
+  return item;
+}
+
+}  // namespace minidba
