@@ -85,9 +85,8 @@ class file_input {
   }
 
   bool skip_past(char wanted) noexcept {
-    int c;
-    do c = next();
-    while (c != end_of_input && c != wanted);
+    int c = next();
+    while (c != end_of_input && c != wanted) c = next();
     return c != end_of_input;
   }
 
@@ -111,7 +110,8 @@ class file_input {
   void skip(size_t size) noexcept {
     if (size == 0 || fseeko(file_, static_cast<off_t>(size), SEEK_CUR) == 0) return;
     char block[token_limit];
-    for (size_t got; size > 0 && (got = std::fread(block, 1, std::min(size, sizeof block), file_)) > 0;) size -= got;
+    for (size_t got = 1; size > 0 && got > 0; size -= got)
+      got = std::fread(block, 1, std::min(size, sizeof block), file_);
   }
 
  private:

@@ -148,6 +148,7 @@ int soif_insert(SOIF *s, const char *name, const char *value, int32_t vsize) noe
   return soif::insert_made(s, pair, vsize) ? 0 : 1;
 }
 
+// NOLINTNEXTLINE(readability-non-const-parameter): the object takes the value over
 int soif_insert_nocopy(SOIF *s, const char *name, char *value, int32_t vsize) noexcept {
   const AVPair given{const_cast<char *>(name), value, vsize};
   soif::avpair_ptr pair(static_cast<AVPair *>(avpair_copy_useval(&given)));

@@ -94,9 +94,8 @@ class Parser {
   /// next_other reads past the characters of a class and returns the first other one, which is read too.
   template <typename Class>
   int next_other(Class is_in_class) noexcept {
-    int c;
-    do c = input_.next();
-    while (is_in_class(c));
+    int c = input_.next();
+    while (is_in_class(c)) c = input_.next();
     return c;
   }
 

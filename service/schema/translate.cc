@@ -28,11 +28,13 @@ const Entry *find(const char *wanted, std::string_view (*part)(const Entry &)) {
 }
 
 char *copy_out(char *out, const char *found) {
-  *out = '\0';
-  return found != nullptr ? std::strcpy(out, found) : nullptr;
+  host_format(out, SCHEMA_TEXT_SIZE, "%s", found != nullptr ? found : "");
+  return found != nullptr ? out : nullptr;
 }
 
-char *copy_attribute(char *out, const Entry *found) { return copy_out(out, found ? found->soif_attribute : nullptr); }
+char *copy_attribute(char *out, const Entry *found) {
+  return copy_out(out, found != nullptr ? found->soif_attribute : nullptr);
+}
 
 enum class Outcome { done, too_long, no_memory };
 

@@ -46,7 +46,7 @@ class Source {
   Source &operator=(const Source &) = delete;
   ~Source() { soif_parse_finish(stream_); }
 
-  Source &accept(std::vector<const char *> names) {
+  Source &accept(const std::vector<const char *> &names) {
     for (const char *name : names) accept_.push_back(const_cast<char *>(name));
     accept_.push_back(nullptr);
     soif_parse_set_accept_attr(stream_, accept_.data());

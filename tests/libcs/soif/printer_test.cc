@@ -118,7 +118,9 @@ TEST_F(Print, WritesHeadersAndLabelsOfAnyLengthInOneCall) {
     const std::string name(length, 'n');
     const soif_ptr object = make_soif(name.c_str(), name.c_str(), 1);
     insert(object, name.c_str(), "v");
-    EXPECT_EQ(calls(object), (Calls{"@" + name + " { " + name + "\n", name + "{1}:\t", "v", "\n", "}\n"})) << length;
+    EXPECT_EQ(calls(object), (Calls{std::string("@").append(name).append(" { ").append(name).append("\n"),
+                                    name + "{1}:\t", "v", "\n", "}\n"}))
+        << length;
   }
 }
 
