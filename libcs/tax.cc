@@ -1,0 +1,195 @@
+#include <libcs/tax.h>
+
+#include <libcs/log.h>
+
+#include <cstring>
+#include <string_view>
+
+#include "libcs/guard.h"
+#include "qxapi/ascii.h"
+#include "qxapi/fatal.h"
+
+namespace {
+
+constexpr char root_id[] = "ROOT";
+constexpr int info_slots = 7;
+
+constexpr int parents_first = 0, children_first = 2;
+
+using node_ptr = std::unique_ptr<Classification, deleter<classification_destroy>>;
+
+void release_taxonomy(Taxonomy *t) {
+  taxonomy_destroy(t);
+  host_free(t);
+}
+using taxonomy_ptr = std::unique_ptr<Taxonomy, deleter<release_taxonomy>>;
+
+bool equals(const char *a, const char *b) { return a != nullptr && b != nullptr && std::strcmp(a, b) == 0; }
+
+const char *shown(const char *text) { return text != nullptr ? text : "(null)"; }
+
+char *copy_of(const char *text) { return text != nullptr ? host_strdup(text) : nullptr; }
+
+Classification *find_below(Classification *node, const char *id) {
+  if (node == nullptr || equals(node->id, id)) return node;
+  for (int32_t i = 0; i < node->child_count; ++i)
+    if (Classification *found = find_below(node->children[i], id)) return found;
+  return nullptr;
+}
+
+/// classification_add_child returns false when memory fails.
+bool classification_add_child(Classification *parent, Classification *child) {
+  QX_REQUIRE(parent != nullptr, "tax", "a child has a parent");
+  const auto slots = static_cast<size_t>(parent->child_count) + 1;
+  auto *children = static_cast<Classification **>(host_realloc(parent->children, slots * sizeof(void *)));
+  if (children == nullptr) return false;
+  parent->children = children;
+  children[parent->child_count++] = child;
+  return true;
+}
+
+/// insert returns whether the node now belongs to the tree.
+bool insert(Taxonomy *t, Classification *node, const char *parent_id) {
+  const bool at_top = parent_id == nullptr || std::strcmp(parent_id, root_id) == 0;
+  Classification *parent = taxonomy_find(t, at_top ? root_id : parent_id);
+  node->parent = nullptr;
+  if ((at_top || parent != nullptr) && classification_add_child(parent, node)) {
+    // A class at the top level does not point back at the root.
+    if (!at_top) node->parent = parent;
+    return true;
+  }
+  CSLOG(CSLOG_ERROR, "tax", "Cannot insert '%s' into parent '%s'\n", shown(node->id), shown(parent_id));
+  return false;
+}
+
+taxonomy_ptr make_taxonomy() {
+  host_ptr<Taxonomy> record = host_new<Taxonomy>();
+  if (!record) return nullptr;
+  taxonomy_ptr taxonomy(record.release());
+  taxonomy->info = host_param_create(info_slots);
+  taxonomy->root = classification_create();
+  if (taxonomy->info == nullptr || taxonomy->root == nullptr) return nullptr;
+  taxonomy->root->id = host_strdup(root_id);
+  return taxonomy->root->id != nullptr ? std::move(taxonomy) : nullptr;
+}
+
+void add_info(Taxonomy &taxonomy, const char *name, const char *value) {
+  if (value != nullptr) host_param_add(name, value, taxonomy.info);
+}
+
+/// take_taxonomy takes what a TAXONOMY object says, unless an earlier one with an id has.
+void take_taxonomy(Taxonomy &taxonomy, const SOIF *object) {
+  const char *id = soif_findval(object, "id");
+  if (id == nullptr || taxonomy.id != nullptr) return;
+  taxonomy.id = host_strdup(id);
+  if (taxonomy.id == nullptr) return;
+  add_info(taxonomy, "url", object->url);
+  for (const char *name : {"last-modified", "maintainer"}) add_info(taxonomy, name, soif_findval(object, name));
+}
+
+bool belongs_to(const Taxonomy &taxonomy, const char *taxonomy_id) {
+  return taxonomy.id != nullptr && ascii::iequals(taxonomy.id, taxonomy_id);
+}
+
+node_ptr make_node(const char *id, const char *description) {
+  node_ptr node(classification_create());
+  if (!node) return nullptr;
+  node->id = host_strdup(id);
+  node->description = copy_of(description);
+  const bool complete = node->id != nullptr && (description == nullptr || node->description != nullptr);
+  return complete ? std::move(node) : nullptr;
+}
+
+/// take_class inserts the class of a CLASSIFICATION object.
+void take_class(Taxonomy &taxonomy, const SOIF *object) {
+  const char *id = soif_findval(object, "id");
+  const char *parent_id = soif_findval(object, "parent-id");
+  const char *taxonomy_id = soif_findval(object, "taxonomy-id");
+  if (id == nullptr || parent_id == nullptr || taxonomy_id == nullptr) {
+    CSLOG(CSLOG_WARNING, "tax", "taxonomy_load: Malformed: %s\n", object->url);
+    return;
+  }
+  if (!belongs_to(taxonomy, taxonomy_id)) {
+    CSLOG(CSLOG_WARNING, "tax", "taxonomy_load: Misfit: %s\n", object->url);
+    return;
+  }
+  node_ptr node = make_node(id, soif_findval(object, "description"));
+  if (!node)
+    CSLOG(CSLOG_ERROR, "tax", "Cannot insert '%s' into parent '%s'\n", id, parent_id);
+  else if (insert(&taxonomy, node.get(), parent_id))
+    static_cast<void>(node.release());
+}
+
+/// read_objects reads the file to its end, or to where it cannot be read on.
+void read_objects(Taxonomy &taxonomy, FILE *file) {
+  for (soif_reader reader(file);;) {
+    const soif_ptr object = reader.next();
+    if (!object && (reader.at_end() || std::ferror(file) != 0)) return;
+    if (!object) continue;
+    if (ascii::iequals(object->template_name, "TAXONOMY"))
+      take_taxonomy(taxonomy, object.get());
+    else if (ascii::iequals(object->template_name, "CLASSIFICATION"))
+      take_class(taxonomy, object.get());
+  }
+}
+
+}  // namespace
+
+Taxonomy *taxonomy_load(const char *path) noexcept {
+  const stdio_ptr file = open_stdio(path);
+  if (!file) {
+    const char *reason = host_last_error_text();
+    CSLOG(CSLOG_ERROR, "tax", "taxonomy_load: %s: %s\n", shown(path), reason);
+    return nullptr;
+  }
+  taxonomy_ptr taxonomy = make_taxonomy();
+  if (taxonomy) read_objects(*taxonomy, file.get());
+  return taxonomy.release();
+}
+
+int taxonomy_insert(Taxonomy *t, Classification *node, const char *parent_id) noexcept {
+  // Callers rely on 0 also where the node has found no place; it is then still theirs.
+  insert(t, node, parent_id);
+  return 0;
+}
+
+Classification *taxonomy_find(Taxonomy *t, const char *id) noexcept {
+  if (t == nullptr || id == nullptr) return nullptr;
+  return std::strcmp(id, root_id) == 0 ? t->root : find_below(t->root, id);
+}
+
+void taxonomy_walk(Taxonomy *t, int mode, classification_fn fn, void *argument) noexcept {
+  if (t != nullptr) classification_walk(t->root, mode, fn, argument);
+}
+
+void classification_walk(Classification *node, int mode, classification_fn fn, void *argument) noexcept {
+  if (node == nullptr || fn == nullptr || mode < parents_first || mode > children_first) return;
+  if (mode != children_first) fn(node, argument);
+  for (int32_t i = 0; i < node->child_count; ++i) classification_walk(node->children[i], mode, fn, argument);
+  if (mode == children_first) fn(node, argument);
+}
+
+int taxonomy_depth(const Taxonomy *, const Classification *node) noexcept {
+  int depth = 0;
+  for (; node != nullptr && node->id != nullptr && std::strcmp(node->id, root_id) != 0; node = node->parent) ++depth;
+  return depth;
+}
+
+void taxonomy_destroy(Taxonomy *t) noexcept {
+  if (t == nullptr) return;
+  taxonomy_walk(
+      t, children_first, [](Classification *node, void *) { classification_destroy(node); }, nullptr);
+  host_param_free(t->info);
+  host_free(t->id);
+  *t = Taxonomy{};
+}
+
+Classification *classification_create() noexcept { return host_new<Classification>().release(); }
+
+void classification_destroy(Classification *node) noexcept {
+  if (node == nullptr) return;
+  host_free(node->id);
+  host_free(node->description);
+  host_free(node->children);
+  host_free(node);
+}

@@ -1,0 +1,407 @@
+#include <libcs/tax.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <initializer_list>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "qxapi/guard.h"
+#include "support/diagnostics.h"
+#include "support/files.h"
+#include "support/memory_host.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using Ids = std::vector<std::string>;
+
+void release(Taxonomy *taxonomy) {
+  taxonomy_destroy(taxonomy);
+  host_free(taxonomy);
+}
+using taxonomy_ptr = std::unique_ptr<Taxonomy, deleter<release>>;
+using node_ptr = std::unique_ptr<Classification, deleter<classification_destroy>>;
+using Pairs = std::initializer_list<std::pair<std::string, std::string>>;
+
+std::string soif(const std::string &template_name, const std::string &url, Pairs attributes) {
+  std::string text = "@" + template_name + " { " + url + "\n";
+  for (const auto &[name, value] : attributes)
+    text.append(name).append("{").append(std::to_string(value.size())).append("}:\t").append(value).append("\n");
+  return text + "}\n";
+}
+
+std::string taxonomy_object(const std::string &id = "shelves") { return soif("TAXONOMY", "x-tax:1", {{"id", id}}); }
+
+std::string class_object(const std::string &id, const std::string &parent) {
+  return soif("CLASSIFICATION", "x-tax:" + id, {{"id", id}, {"parent-id", parent}, {"taxonomy-id", "shelves"}});
+}
+
+class Tax : public support::HostTest {
+ protected:
+  taxonomy_ptr load(const std::string &text) const {
+    return taxonomy_ptr(taxonomy_load(folder.write("taxonomy", text).c_str()));
+  }
+  /// loaded has two levels below two of its classes: a (b (c), d) and e.
+  taxonomy_ptr loaded() const {
+    return load(taxonomy_object() + class_object("a", "ROOT") + class_object("b", "a") + class_object("c", "b") +
+                class_object("d", "a") + class_object("e", "ROOT"));
+  }
+  static node_ptr make(const char *id) {
+    node_ptr node(classification_create());
+    node->id = id != nullptr ? host_strdup(id) : nullptr;
+    return node;
+  }
+
+  static void note(Classification *node, void *ids) {
+    static_cast<Ids *>(ids)->emplace_back(node->id != nullptr ? node->id : "(null)");
+  }
+  static Ids walk(const taxonomy_ptr &taxonomy, int mode = 0) {
+    Ids ids;
+    taxonomy_walk(taxonomy.get(), mode, note, &ids);
+    return ids;
+  }
+  static std::string info(const taxonomy_ptr &taxonomy, const char *name) {
+    const char *value = host_param_find(name, taxonomy->info);
+    return value != nullptr ? value : "(none)";
+  }
+  static int depth(const taxonomy_ptr &taxonomy, const char *id) {
+    return taxonomy_depth(taxonomy.get(), taxonomy_find(taxonomy.get(), id));
+  }
+
+  support::TemporaryFolder folder;
+  support::Diagnostics diagnostics;
+};
+
+TEST_F(Tax, ATaxonomyAloneHasARootWithoutChildren) {
+  const taxonomy_ptr taxonomy =
+      load(soif("TAXONOMY", "http://h/tax", {{"id", "shelves"}, {"last-modified", "today"}, {"maintainer", "me"}}));
+  ASSERT_TRUE(taxonomy);
+  EXPECT_STREQ(taxonomy->id, "shelves");
+  EXPECT_EQ(info(taxonomy, "url"), "http://h/tax");
+  EXPECT_EQ(info(taxonomy, "last-modified"), "today");
+  EXPECT_EQ(info(taxonomy, "maintainer"), "me");
+  EXPECT_STREQ(taxonomy->root->id, "ROOT");
+  EXPECT_EQ(taxonomy->root->description, nullptr);
+  EXPECT_EQ(taxonomy->root->parent, nullptr);
+  EXPECT_EQ(taxonomy->root->child_count, 0);
+  EXPECT_EQ(diagnostics.raw(), "");
+}
+
+TEST_F(Tax, WhatTheTaxonomyDoesNotSayIsNotInItsInfo) {
+  const taxonomy_ptr taxonomy = load(taxonomy_object());
+  EXPECT_EQ(info(taxonomy, "url"), "x-tax:1");
+  EXPECT_EQ(info(taxonomy, "last-modified"), "(none)");
+  EXPECT_EQ(info(taxonomy, "maintainer"), "(none)");
+}
+
+TEST_F(Tax, AnEmptyFileGivesATaxonomyWithoutAnId) {
+  const taxonomy_ptr taxonomy = load("");
+  ASSERT_TRUE(taxonomy);
+  EXPECT_EQ(taxonomy->id, nullptr);
+  EXPECT_EQ(info(taxonomy, "url"), "(none)");
+  EXPECT_THAT(walk(taxonomy), ElementsAre("ROOT"));
+  EXPECT_EQ(diagnostics.raw(), "");
+}
+
+TEST_F(Tax, AMissingFileIsReported) {
+  const std::string path = folder.path("missing");
+  EXPECT_EQ(taxonomy_load(path.c_str()), nullptr);
+  EXPECT_EQ(taxonomy_load(nullptr), nullptr);
+  EXPECT_EQ(diagnostics.text(), "ERROR: taxonomy_load: " + path +
+                                    ": No such file or directory\n"
+                                    "ERROR: taxonomy_load: (null): No such file or directory\n");
+}
+
+TEST_F(Tax, AFolderIsReadAsFarAsItCanBe) {
+  const taxonomy_ptr taxonomy(taxonomy_load(folder.path().c_str()));
+  ASSERT_TRUE(taxonomy);
+  EXPECT_THAT(walk(taxonomy), ElementsAre("ROOT"));
+}
+
+TEST_F(Tax, ClassesAreLinkedToTheirParents) {
+  const taxonomy_ptr taxonomy = loaded();
+  const Classification *a = taxonomy->root->children[0];
+  EXPECT_EQ(taxonomy->root->child_count, 2);
+  EXPECT_STREQ(a->id, "a");
+  EXPECT_EQ(a->child_count, 2);
+  EXPECT_EQ(a->children[0]->parent, a);
+  EXPECT_EQ(a->children[0]->children[0]->parent, a->children[0]);
+  EXPECT_EQ(a->parent, nullptr) << "the top level does not point back at the root";
+  EXPECT_EQ(diagnostics.raw(), "");
+}
+
+TEST_F(Tax, ClassesHaveTheirDescription) {
+  const taxonomy_ptr taxonomy =
+      load(taxonomy_object() + class_object("plain", "ROOT") +
+           soif("classification", "-",
+                {{"id", "told"}, {"parent-id", "ROOT"}, {"taxonomy-id", "shelves"}, {"description", "Two\nlines"}}));
+  EXPECT_EQ(taxonomy_find(taxonomy.get(), "plain")->description, nullptr);
+  EXPECT_STREQ(taxonomy_find(taxonomy.get(), "told")->description, "Two\nlines");
+}
+
+TEST_F(Tax, SiblingsStayInTheOrderOfInsertion) {
+  std::string text = taxonomy_object();
+  Ids expected{"ROOT"};
+  for (const char *id : {"m", "z", "a", "Q", "b"}) {
+    text += class_object(id, "ROOT");
+    expected.emplace_back(id);
+  }
+  EXPECT_EQ(walk(load(text)), expected);
+}
+
+TEST_F(Tax, AClassAheadOfItsParentIsReportedAndReleased) {
+  const taxonomy_ptr taxonomy = load(taxonomy_object() + class_object("child", "late") + class_object("late", "ROOT"));
+  EXPECT_THAT(walk(taxonomy), ElementsAre("ROOT", "late"));
+  EXPECT_EQ(diagnostics.text(), "ERROR: Cannot insert 'child' into parent 'late'\n");
+}
+
+TEST_F(Tax, TheRootIsSpelledInCapitals) {
+  const taxonomy_ptr taxonomy = load(taxonomy_object() + class_object("a", "root"));
+  EXPECT_THAT(walk(taxonomy), ElementsAre("ROOT"));
+  EXPECT_EQ(diagnostics.text(), "ERROR: Cannot insert 'a' into parent 'root'\n");
+}
+
+TEST_F(Tax, TaxonomyIdsCompareInAnyLetterCase) {
+  const taxonomy_ptr taxonomy = load(taxonomy_object("SHELVES") + class_object("a", "ROOT"));
+  EXPECT_THAT(walk(taxonomy), ElementsAre("ROOT", "a"));
+}
+
+TEST_F(Tax, ClassesOfAnotherTaxonomyAreMisfits) {
+  const taxonomy_ptr taxonomy = load(taxonomy_object("shelf") + class_object("a", "ROOT"));
+  EXPECT_THAT(walk(taxonomy), ElementsAre("ROOT"));
+  EXPECT_EQ(diagnostics.text(), "WARNING: taxonomy_load: Misfit: x-tax:a\n");
+}
+
+TEST_F(Tax, ClassesAheadOfTheTaxonomyAreMisfits) {
+  const taxonomy_ptr taxonomy = load(class_object("a", "ROOT") + taxonomy_object() + class_object("b", "ROOT"));
+  EXPECT_THAT(walk(taxonomy), ElementsAre("ROOT", "b"));
+  EXPECT_EQ(diagnostics.text(), "WARNING: taxonomy_load: Misfit: x-tax:a\n");
+}
+
+TEST_F(Tax, ClassesWithoutTheirIdsAreMalformed) {
+  const taxonomy_ptr taxonomy =
+      load(taxonomy_object() + soif("CLASSIFICATION", "no-id", {{"parent-id", "ROOT"}, {"taxonomy-id", "shelves"}}) +
+           soif("CLASSIFICATION", "no-parent", {{"id", "a"}, {"taxonomy-id", "shelves"}}) +
+           soif("CLASSIFICATION", "no-taxonomy", {{"id", "a"}, {"parent-id", "ROOT"}}) +
+           soif("CLASSIFICATION", "none-at-all", {}));
+  EXPECT_THAT(walk(taxonomy), ElementsAre("ROOT"));
+  EXPECT_EQ(diagnostics.text(),
+            "WARNING: taxonomy_load: Malformed: no-id\n"
+            "WARNING: taxonomy_load: Malformed: no-parent\n"
+            "WARNING: taxonomy_load: Malformed: no-taxonomy\n"
+            "WARNING: taxonomy_load: Malformed: none-at-all\n");
+}
+
+TEST_F(Tax, TheFirstTaxonomyWithAnIdCounts) {
+  const taxonomy_ptr taxonomy = load(soif("TAXONOMY", "x:0", {{"maintainer", "nobody"}}) +
+                                     soif("taxonomy", "x:1", {{"id", "one"}, {"maintainer", "me"}}) +
+                                     soif("TAXONOMY", "x:2", {{"id", "two"}, {"last-modified", "now"}}));
+  EXPECT_STREQ(taxonomy->id, "one");
+  EXPECT_EQ(info(taxonomy, "url"), "x:1");
+  EXPECT_EQ(info(taxonomy, "maintainer"), "me");
+  EXPECT_EQ(info(taxonomy, "last-modified"), "(none)");
+  EXPECT_EQ(diagnostics.raw(), "");
+}
+
+TEST_F(Tax, OtherTemplatesAreIgnored) {
+  const taxonomy_ptr taxonomy = load(soif("RDMHEADER", "-", {{"id", "x"}}) + taxonomy_object() +
+                                     soif("FILE", "/a", {{"id", "y"}}) + class_object("a", "ROOT"));
+  EXPECT_STREQ(taxonomy->id, "shelves");
+  EXPECT_THAT(walk(taxonomy), ElementsAre("ROOT", "a"));
+  EXPECT_EQ(diagnostics.raw(), "");
+}
+
+TEST_F(Tax, DamagedObjectsAreSkipped) {
+  const taxonomy_ptr taxonomy = load("noise\n" + taxonomy_object() + "@CLASSIFICATION { x\nid{1}a\n}\n" +
+                                     class_object("a", "ROOT") + "@CLASSIFICATION { y\nid{50}:\tcut");
+  EXPECT_THAT(walk(taxonomy), ElementsAre("ROOT", "a"));
+}
+
+TEST_F(Tax, NothingIsReportedAtLevelZero) {
+  const support::Diagnostics silent(0);
+  EXPECT_EQ(taxonomy_load(folder.path("missing").c_str()), nullptr);
+  load(class_object("a", "ROOT") + taxonomy_object() + class_object("a", "b") + soif("CLASSIFICATION", "x", {}));
+  EXPECT_EQ(silent.raw(), "");
+}
+
+TEST_F(Tax, EverythingIsReleasedWhenMemoryFails) {
+  long failing = 0, refused = 0, nodes = 0;
+  do {
+    host.allocations = 0;
+    host.fail_allocation = ++failing;
+    const taxonomy_ptr taxonomy = loaded();
+    if (!taxonomy) ++refused;
+    nodes = static_cast<long>(walk(taxonomy).size());
+  } while (host.allocations >= failing);
+  EXPECT_GE(refused, 4);
+  EXPECT_EQ(nodes, 6);
+}
+
+TEST_F(Tax, TheExampleTaxonomiesLoadWithoutAMessage) {
+  for (const char *path : {SOURCE_DIR "/examples/classics/taxonomy.rdm", SOURCE_DIR "/examples/rfc/taxonomy.rdm"}) {
+    const taxonomy_ptr taxonomy(taxonomy_load(path));
+    ASSERT_TRUE(taxonomy) << path;
+    EXPECT_GT(walk(taxonomy).size(), 5u) << path;
+  }
+  EXPECT_EQ(diagnostics.raw(), "");
+}
+
+TEST_F(Tax, InsertionAtTheRootTakesNullOrItsId) {
+  const taxonomy_ptr taxonomy = load("");
+  node_ptr one = make("one"), two = make("two");
+  two->parent = one.get();
+  EXPECT_EQ(taxonomy_insert(taxonomy.get(), one.release(), nullptr), 0);
+  EXPECT_EQ(taxonomy_insert(taxonomy.get(), two.release(), "ROOT"), 0);
+  EXPECT_THAT(walk(taxonomy), ElementsAre("ROOT", "one", "two"));
+  EXPECT_EQ(taxonomy->root->children[1]->parent, nullptr);
+}
+
+TEST_F(Tax, InsertionWithoutAParentLeavesTheNodeToTheCaller) {
+  const taxonomy_ptr taxonomy = loaded();
+  const node_ptr node = make("x"), nameless = make(nullptr);
+  node->parent = taxonomy->root;
+  EXPECT_EQ(taxonomy_insert(taxonomy.get(), node.get(), "A"), 0);
+  EXPECT_EQ(node->parent, nullptr);
+  EXPECT_EQ(taxonomy_insert(nullptr, node.get(), "a"), 0);
+  EXPECT_EQ(taxonomy_insert(taxonomy.get(), nameless.get(), ""), 0);
+  EXPECT_EQ(walk(taxonomy).size(), 6u);
+  EXPECT_EQ(diagnostics.text(),
+            "ERROR: Cannot insert 'x' into parent 'A'\n"
+            "ERROR: Cannot insert 'x' into parent 'a'\n"
+            "ERROR: Cannot insert '(null)' into parent ''\n");
+}
+
+TEST_F(Tax, InsertionWithoutMemoryLeavesTheNodeToTheCaller) {
+  const taxonomy_ptr taxonomy = loaded();
+  const node_ptr node = make("x");
+  host.fail_allocation = host.allocations + 1;
+  EXPECT_EQ(taxonomy_insert(taxonomy.get(), node.get(), "a"), 0);
+  EXPECT_EQ(node->parent, nullptr);
+  EXPECT_THAT(walk(taxonomy), ElementsAre("ROOT", "a", "b", "c", "d", "e"));
+  EXPECT_EQ(diagnostics.text(), "ERROR: Cannot insert 'x' into parent 'a'\n");
+}
+
+TEST_F(Tax, NodesAreFoundByTheirExactId) {
+  const taxonomy_ptr taxonomy = loaded();
+  for (const char *id : {"a", "b", "c", "d", "e"}) EXPECT_STREQ(taxonomy_find(taxonomy.get(), id)->id, id);
+  EXPECT_EQ(taxonomy_find(taxonomy.get(), "ROOT"), taxonomy->root);
+  for (const char *id : {"A", "root", "", "aa"}) EXPECT_EQ(taxonomy_find(taxonomy.get(), id), nullptr) << id;
+  EXPECT_EQ(taxonomy_find(taxonomy.get(), nullptr), nullptr);
+  EXPECT_EQ(taxonomy_find(nullptr, "a"), nullptr);
+}
+
+TEST_F(Tax, OfEqualIdsTheFirstOfAWalkIsFound) {
+  const taxonomy_ptr taxonomy =
+      load(taxonomy_object() + class_object("a", "ROOT") + class_object("x", "ROOT") + class_object("x", "a"));
+  EXPECT_EQ(taxonomy_find(taxonomy.get(), "x"), taxonomy->root->children[0]->children[0]);
+}
+
+TEST_F(Tax, NodesWithoutAnIdArePassedOver) {
+  const taxonomy_ptr taxonomy = load("");
+  taxonomy_insert(taxonomy.get(), make(nullptr).release(), nullptr);
+  taxonomy_insert(taxonomy.get(), make("a").release(), nullptr);
+  EXPECT_STREQ(taxonomy_find(taxonomy.get(), "a")->id, "a");
+}
+
+TEST_F(Tax, WalksPutParentsOrChildrenFirst) {
+  const taxonomy_ptr taxonomy = loaded();
+  EXPECT_THAT(walk(taxonomy, 0), ElementsAre("ROOT", "a", "b", "c", "d", "e"));
+  EXPECT_THAT(walk(taxonomy, 1), ElementsAre("ROOT", "a", "b", "c", "d", "e"));
+  EXPECT_THAT(walk(taxonomy, 2), ElementsAre("c", "b", "d", "a", "e", "ROOT"));
+  EXPECT_THAT(walk(taxonomy, 3), IsEmpty());
+  EXPECT_THAT(walk(taxonomy, -1), IsEmpty());
+}
+
+TEST_F(Tax, WalksCoverASubtree) {
+  const taxonomy_ptr taxonomy = loaded();
+  Ids ids;
+  classification_walk(taxonomy_find(taxonomy.get(), "a"), 2, note, &ids);
+  EXPECT_THAT(ids, ElementsAre("c", "b", "d", "a"));
+}
+
+TEST_F(Tax, WalksOfNothingDoNothing) {
+  const taxonomy_ptr taxonomy = loaded();
+  Ids ids;
+  taxonomy_walk(nullptr, 0, note, &ids);
+  classification_walk(nullptr, 0, note, &ids);
+  taxonomy_walk(taxonomy.get(), 0, nullptr, &ids);
+  classification_walk(taxonomy->root, 2, nullptr, &ids);
+  EXPECT_THAT(ids, IsEmpty());
+}
+
+TEST_F(Tax, TheDepthCountsTheStepsToTheRoot) {
+  const taxonomy_ptr taxonomy = loaded();
+  EXPECT_EQ(depth(taxonomy, "ROOT"), 0);
+  EXPECT_EQ(depth(taxonomy, "a"), 1);
+  EXPECT_EQ(depth(taxonomy, "b"), 2);
+  EXPECT_EQ(depth(taxonomy, "c"), 3);
+  EXPECT_EQ(depth(taxonomy, "e"), 1);
+  EXPECT_EQ(depth(taxonomy, "nowhere"), 0);
+  EXPECT_EQ(taxonomy_depth(nullptr, taxonomy_find(taxonomy.get(), "d")), 2);
+}
+
+TEST_F(Tax, TheDepthEndsAtANodeWithoutAnIdAndAtTheRoot) {
+  const node_ptr nameless = make(nullptr), root = make("ROOT"), node = make("x");
+  EXPECT_EQ(taxonomy_depth(nullptr, nameless.get()), 0);
+  node->parent = nameless.get();
+  EXPECT_EQ(taxonomy_depth(nullptr, node.get()), 1);
+  node->parent = root.get();
+  EXPECT_EQ(taxonomy_depth(nullptr, node.get()), 1);
+}
+
+TEST_F(Tax, DestructionLeavesTheRecord) {
+  const host_ptr<Taxonomy> record(loaded().release());
+  taxonomy_destroy(record.get());
+  EXPECT_EQ(host.live_blocks, 1);
+  EXPECT_EQ(record->id, nullptr);
+  EXPECT_EQ(record->info, nullptr);
+  EXPECT_EQ(record->root, nullptr);
+  taxonomy_destroy(record.get());
+}
+
+TEST_F(Tax, DestructionTakesARecordOfTheCallers) {
+  Taxonomy taxonomy{};
+  taxonomy.root = make("ROOT").release();
+  taxonomy_insert(&taxonomy, make("a").release(), "ROOT");
+  taxonomy_destroy(&taxonomy);
+  taxonomy_destroy(nullptr);
+}
+
+TEST_F(Tax, ANewNodeIsEmpty) {
+  const node_ptr node(classification_create());
+  EXPECT_EQ(node->id, nullptr);
+  EXPECT_EQ(node->description, nullptr);
+  EXPECT_EQ(node->parent, nullptr);
+  EXPECT_EQ(node->children, nullptr);
+  EXPECT_EQ(node->child_count, 0);
+  classification_destroy(nullptr);
+  host.fail_allocation = host.allocations + 1;
+  EXPECT_EQ(classification_create(), nullptr);
+}
+
+TEST_F(Tax, DestroyingANodeLeavesItsChildren) {
+  const taxonomy_ptr taxonomy = loaded();
+  Classification *top = make("top").release();
+  taxonomy_insert(taxonomy.get(), top, nullptr);
+  Classification *below = make("below").release();
+  taxonomy_insert(taxonomy.get(), below, "top");
+  --taxonomy->root->child_count;
+  classification_destroy(top);
+  EXPECT_STREQ(below->id, "below");
+  classification_destroy(below);
+}
+
+using TaxDeathTest = Tax;
+
+TEST_F(TaxDeathTest, ATopLevelClassNeedsARoot) {
+  Taxonomy empty{};
+  const node_ptr node = make("a");
+  EXPECT_DEATH(taxonomy_insert(&empty, node.get(), "ROOT"), "^tax:[0-9]+: assertion failed: a child has a parent\n$");
+  EXPECT_DEATH(taxonomy_insert(nullptr, node.get(), nullptr), "^tax:[0-9]+: assertion failed");
+}
+
+}  // namespace
