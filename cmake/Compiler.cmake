@@ -7,7 +7,7 @@ if(CCACHE)
 endif()
 
 add_compile_definitions(_GNU_SOURCE _FILE_OFFSET_BITS=64)
-add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wcast-qual -Wformat=2 -Wundef -Wnull-dereference
+add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wcast-qual -Wformat=2 -Wundef
   $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast> $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>
   -fstack-protector-strong -fvisibility=hidden $<$<COMPILE_LANGUAGE:CXX>:-fvisibility-inlines-hidden>)
 add_link_options(-Wl,-z,relro -Wl,-z,now)

@@ -26,15 +26,16 @@ DBT dbt(std::string_view bytes) {
 
 std::string_view view(const DBT &item) { return {static_cast<const char *>(item.data), item.size}; }
 
-/// layout returns the parameters of an attempt. Pages hold at least two of the longest record where the largest page
-/// allows it, and are filled to about half on average, so that few buckets overflow; each further attempt spreads the
-/// records over twice as many buckets, which also takes them apart in another way.
+/// layout returns the parameters of an attempt. Where the largest page allows it, a page holds two of the longest
+/// record and sixteen of the average one, and is filled to about half, so that few buckets overflow: an overflow makes
+/// the library split buckets, which is where it loses records. Each further attempt spreads the records over twice as
+/// many buckets, which also takes them apart in another way.
 HASHINFO layout(const Shape &shape, int attempt) {
   const int64_t records = std::max<int64_t>(shape.records, 1);
-  const int64_t wanted = 2 * (shape.longest + pair_overhead) + 64;
+  const int64_t average = shape.bytes / records + pair_overhead;
+  const int64_t wanted = std::max(2 * (shape.longest + pair_overhead) + 64, 16 * average);
   const int64_t page = std::clamp<int64_t>(static_cast<int64_t>(std::bit_ceil(static_cast<uint64_t>(wanted))),
                                            smallest_page, largest_page);
-  const int64_t average = shape.bytes / records + pair_overhead;
   const int64_t fill = std::clamp<int64_t>((page / 2 / average) >> attempt, 1, 1 << 14);
   const int64_t elements = fill == 1 ? records << std::min(attempt, 3) : records;
   const int64_t expected = 2 * (elements / fill + 1) * page + 2 * shape.bytes;
