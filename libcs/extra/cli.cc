@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "libcs/extra/join.h"
 #include "qxapi/guard.h"
 
 namespace {
@@ -39,22 +40,13 @@ int wait_for(pid_t child) {
   return (status >> 8) & 0xff;
 }
 
-host_text path_of(std::string_view directory, std::string_view name) {
-  host_text path(static_cast<char *>(host_alloc(directory.size() + name.size() + 2)));
-  if (!path) return path;
-  char *end = path.get() + directory.copy(path.get(), directory.size());
-  *end++ = '/';
-  end[name.copy(end, name.size())] = '\0';
-  return path;
-}
-
 /// find_in returns the path of the first entry `name` in a colon-separated list of directories, or null.
 host_text find_in(std::string_view directories, const char *name) {
   while (!directories.empty()) {
     const std::string_view directory = directories.substr(0, directories.find(':'));
     directories.remove_prefix(std::min(directory.size() + 1, directories.size()));
     if (directory.empty()) continue;
-    host_text path = path_of(directory, name);
+    host_text path = join(directory, '/', name);
     if (path && ::access(path.get(), F_OK) == 0) return path;
   }
   return nullptr;

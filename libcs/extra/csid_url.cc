@@ -24,7 +24,7 @@ std::string_view without_leading_space(std::string_view text) {
 std::optional<int> take_number(std::string_view &text) {
   text = without_leading_space(text);
   if (text.size() > 1 && text[0] == '+' && text[1] != '-') text.remove_prefix(1);
-  int number;
+  int number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
   if (error != std::errc()) return std::nullopt;
   text.remove_prefix(static_cast<size_t>(end - text.data()));

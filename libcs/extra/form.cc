@@ -3,24 +3,15 @@
 #include <algorithm>
 #include <cstring>
 
+#include "libcs/extra/join.h"
 #include "qxapi/guard.h"
 
 namespace {
 
-host_text join(const char *first, const char *second) {
-  const size_t length = std::strlen(first);
-  host_text joined(static_cast<char *>(host_alloc(length + std::strlen(second) + 2)));
-  if (!joined) return joined;
-  std::strcpy(joined.get(), first);
-  joined.get()[length] = ',';
-  std::strcpy(joined.get() + length + 1, second);
-  return joined;
-}
-
 int add_value(const char *name, const char *value, pblock *block) {
   const char *old = host_param_find(name, block);
   if (old == nullptr) return host_param_add(name, value, block);
-  const host_text joined = join(old, value);
+  const host_text joined = join(old, ',', value);
   if (!joined || host_param_add(name, joined.get(), block) != 0) return -1;
   // Of the two the first added is found: the old one.
   pblock_remove_n_free(name, block);

@@ -46,12 +46,12 @@ extern "C" pid_t fork() {
   return calls.child = real<pid_t()>("fork")();
 }
 
-extern "C" pid_t waitpid(pid_t child, int *status, int options) {
-  const pid_t ended = real<pid_t(pid_t, int *, int)>("waitpid")(child, status, options);
+extern "C" pid_t waitpid(pid_t pid, int *stat_loc, int options) {
+  const pid_t ended = real<pid_t(pid_t, int *, int)>("waitpid")(pid, stat_loc, options);
   if (ended == -1 && errno == EINTR) ++calls.wait_interruptions;
   if (ended == -1 || calls.wait_error == 0) return ended;
   errno = calls.wait_error;
-  *status = 0;
+  *stat_loc = 0;
   return -1;
 }
 
@@ -175,12 +175,12 @@ TEST_F(CommandRunner, ACommandThatASignalEndedReturnsNothing) {
 
 TEST_F(CommandRunner, TheCommandIgnoresSignalsWhenAsked) {
   const struct {
-    int number;
     const char *command;
+    int number;
     bool ignored;
-  } rows[] = {{SIGINT, "kill -INT $$; exit 7", true},   {SIGTERM, "kill -TERM $$; exit 7", true},
-              {SIGUSR1, "kill -USR1 $$; exit 7", true}, {SIGUSR2, "kill -USR2 $$; exit 7", true},
-              {SIGHUP, "kill -HUP $$; exit 7", false},  {SIGALRM, "kill -ALRM $$; exit 7", false}};
+  } rows[] = {{"kill -INT $$; exit 7", SIGINT, true},   {"kill -TERM $$; exit 7", SIGTERM, true},
+              {"kill -USR1 $$; exit 7", SIGUSR1, true}, {"kill -USR2 $$; exit 7", SIGUSR2, true},
+              {"kill -HUP $$; exit 7", SIGHUP, false},  {"kill -ALRM $$; exit 7", SIGALRM, false}};
   for (const auto &row : rows) {
     const Signal inherited(row.number, SIG_DFL);
     EXPECT_EQ(limited(row.command, 1), row.ignored ? 7 : 0) << row.command;

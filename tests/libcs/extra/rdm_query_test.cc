@@ -17,7 +17,7 @@ std::string contents(csio *io) {
   std::string bytes;
   char block[1000];
   csio_rewind(io);
-  for (int32_t n; (n = csio_copy(io, block, sizeof block)) > 0;) bytes.append(block, static_cast<size_t>(n));
+  for (int32_t n = 0; (n = csio_copy(io, block, sizeof block)) > 0;) bytes.append(block, static_cast<size_t>(n));
   return bytes;
 }
 

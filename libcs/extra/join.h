@@ -1,0 +1,19 @@
+/// Joined texts.
+#ifndef LIBCS_EXTRA_JOIN_H
+#define LIBCS_EXTRA_JOIN_H
+
+#include <string_view>
+
+#include "qxapi/guard.h"
+
+/// join returns the two texts with the separator between them, or null when memory fails.
+inline host_text join(std::string_view first, char separator, std::string_view second) noexcept {
+  host_text joined(static_cast<char *>(host_alloc(first.size() + second.size() + 2)));
+  if (!joined) return joined;
+  char *end = joined.get() + first.copy(joined.get(), first.size());
+  *end++ = separator;
+  end[second.copy(end, second.size())] = '\0';
+  return joined;
+}
+
+#endif
