@@ -18,10 +18,7 @@ using Names = std::vector<std::string>;
 /// The two maps of an alias file.
 class Alias : public support::HostTest {
  protected:
-  void TearDown() override {
-    alias_destroy(a2p, p2a);
-    HostTest::TearDown();
-  }
+  void TearDown() override { alias_destroy(a2p, p2a); }
 
   int init(const std::string &text) { return alias_init(&a2p, &p2a, folder.write("alias.conf", text).c_str()); }
 

@@ -16,10 +16,7 @@ namespace {
 /// The registry over configuration files of the test's own folder.
 class Csid : public support::HostTest {
  protected:
-  void TearDown() override {
-    csid_terminate();
-    HostTest::TearDown();
-  }
+  void TearDown() override { csid_terminate(); }
 
   int init(const std::string &text, const char *default_csid = nullptr) {
     return csid_init(folder.write("csid.conf", text).c_str(), default_csid);

@@ -35,11 +35,6 @@ class Form : public support::HostTest {
     return entries;
   }
 
-  void TearDown() override {
-    block.reset();
-    HostTest::TearDown();
-  }
-
   pblock_ptr block{host_param_create(7)};
 };
 

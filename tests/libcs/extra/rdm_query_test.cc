@@ -31,12 +31,6 @@ class RdmQuery : public support::HostTest {
     return pblock_pblock2rdm(block.get(), header.get(), query.get());
   }
 
-  void TearDown() override {
-    header.reset();
-    query.reset();
-    HostTest::TearDown();
-  }
-
   csio_ptr header;
   csio_ptr query;
 };
