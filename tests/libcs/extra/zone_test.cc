@@ -40,7 +40,7 @@ TEST(LocalZoneOffset, HoldsAtEveryHourAcrossTheTurnOfTheYear) {
   for (const time_t start : {1703894400, 1735516800, 1767052800})
     for (const char *name : support::time_zones) {
       const TimeZone zone(name);
-      for (time_t instant = start; instant < start + 4 * 86400; instant += 1800) {
+      for (time_t instant = start; instant < start + time_t{4} * 86400; instant += 1800) {
         struct tm local;
         localtime_r(&instant, &local);
         EXPECT_EQ(minutes_ahead_at(instant), local.tm_gmtoff / 60) << name << " at " << instant;
