@@ -45,7 +45,8 @@ bool directory_agrees(const Header &h) {
 bool spares_agree(const Header &h) {
   if (h.overflow_point >= doublings || h.overflow_point < log2_up(h.max_bucket + 1)) return false;
   const uint32_t *last = h.spares + h.overflow_point;
-  return std::is_sorted(h.spares, last + 1) && *last <= doublings * (split_pages + 1) && h.last_freed <= *last;
+  return std::is_sorted(h.spares, last + 1) && *last <= doublings * (split_pages + 1) &&
+         h.last_freed <= doublings * (split_pages + 1);
 }
 
 bool bitmaps_agree(const Header &h, int64_t file_size) {

@@ -80,7 +80,7 @@ TEST_F(HashFile, AHeaderThatContradictsItselfIsNotSound) {
       {"segment shift", [](Header &h) { h.segment_shift = 9; }},
       {"overflow point too low", [](Header &h) { --h.overflow_point; }},
       {"overflow point beyond the header", [](Header &h) { h.overflow_point = 32; }},
-      {"last freed behind all overflow pages", [](Header &h) { h.last_freed = h.spares[h.overflow_point] + 1; }},
+      {"last freed behind all overflow pages", [](Header &h) { h.last_freed = 65537; }},
       {"more buckets than the mask", [](Header &h) { h.max_bucket = h.high_mask + 1; }},
       {"fewer buckets than the low mask", [](Header &h) { h.max_bucket = h.low_mask - 1; }},
       {"too many buckets", [](Header &h) { h.max_bucket = h.low_mask = (1u << 25) - 1, h.high_mask = (1u << 26) - 1; }},

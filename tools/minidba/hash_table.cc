@@ -4,18 +4,15 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <bit>
 #include <cerrno>
+#include <vector>
 
 #include "tools/minidba/failure.h"
+#include "tools/minidba/files.h"
+#include "tools/minidba/hash_writer.h"
 
 namespace minidba {
 namespace {
-
-constexpr int64_t smallest_page = 4096, largest_page = 32768;
-constexpr int64_t pair_overhead = 4;  // two offsets a pair
-constexpr int64_t largest_cache = int64_t{1} << 30;
-constexpr int attempts = 6;
 
 DBT dbt(std::string_view bytes) {
   DBT item;
@@ -26,47 +23,29 @@ DBT dbt(std::string_view bytes) {
 
 std::string_view view(const DBT &item) { return {static_cast<const char *>(item.data), item.size}; }
 
-/// layout returns the parameters of an attempt. Where the largest page allows it, a page holds two of the longest
-/// record and sixteen of the average one, and is filled to about half, so that few buckets overflow: an overflow makes
-/// the library split buckets, which is where it loses records. Each further attempt spreads the records over twice as
-/// many buckets, which also takes them apart in another way.
-HASHINFO layout(const Shape &shape, int attempt) {
-  const int64_t records = std::max<int64_t>(shape.records, 1);
-  const int64_t average = shape.bytes / records + pair_overhead;
-  const int64_t wanted = std::max(2 * (shape.longest + pair_overhead) + 64, 16 * average);
-  const int64_t page = std::clamp<int64_t>(static_cast<int64_t>(std::bit_ceil(static_cast<uint64_t>(wanted))),
-                                           smallest_page, largest_page);
-  const int64_t fill = std::clamp<int64_t>((page / 2 / average) >> attempt, 1, 1 << 14);
-  const int64_t elements = fill == 1 ? records << std::min(attempt, 3) : records;
-  const int64_t expected = 2 * (elements / fill + 1) * page + 2 * shape.bytes;
-  HASHINFO info{};
-  info.bsize = static_cast<u_int32_t>(page);
-  info.ffactor = static_cast<u_int32_t>(fill);
-  info.nelem = static_cast<u_int32_t>(std::min<int64_t>(elements, INT32_MAX));
-  info.cachesize = static_cast<u_int32_t>(std::min(expected, largest_cache));
-  return info;
-}
+/// Spool keeps the records in a file without a name, so that they can be written in the order of their buckets.
+class Spool {
+ public:
+  Spool(const std::string &path, const Produce &produce) : file_(path) {
+    produce([this](std::string_view key, std::string_view value) {
+      const int64_t place = file_.append(std::string(key) + std::string(value)).offset;
+      items_.push_back({hash_file::default_hash(key.data(), key.size()), static_cast<uint32_t>(key.size()),
+                        static_cast<uint32_t>(value.size()), place});
+    });
+  }
+  std::vector<Item> &items() { return items_; }
 
-/// write_once returns whether every put and the close went well.
-bool write_once(const std::string &path, const HASHINFO &info, const Produce &produce) {
-  ::unlink(path.c_str());
-  database_ptr database(QX_dbopen(path.c_str(), O_RDWR | O_CREAT | O_EXCL, 0644, DB_HASH, &info));
-  if (!database) throw system_failure("cannot create " + path);
-  bool sound = true;
-  produce([&](std::string_view key, std::string_view value) {
-    if (!sound) return;
-    DBT name = dbt(key);
-    const DBT content = dbt(value);
-    errno = 0;
-    sound = dba_put(database.get(), &name, &content) == 0;
-    if (!sound && (errno == ENOSPC || errno == EIO || errno == EDQUOT || errno == EFBIG))
-      throw system_failure("cannot write " + path);
-  });
-  errno = 0;
-  const bool closed = dba_close(database.release()) == 0;
-  if (!closed && errno != 0) throw system_failure("cannot write " + path);
-  return sound && closed;
-}
+  Record fetch(const Item &item) {
+    record_ = file_.read({item.place, int64_t{item.key_size} + item.value_size});
+    const std::string_view text = record_;
+    return {text.substr(0, item.key_size), text.substr(item.key_size)};
+  }
+
+ private:
+  ScratchFile file_;
+  std::vector<Item> items_;
+  std::string record_;
+};
 
 /// reads_back returns whether the file holds exactly the records that were written.
 bool reads_back(const std::string &path, const Shape &shape, const Produce &produce) {
@@ -112,10 +91,12 @@ void Shape::add(int64_t key_size, int64_t value_size) {
 }
 
 void write_hash_table(const std::string &path, const Shape &shape, const Produce &produce) {
-  for (int attempt = 0; attempt < attempts; ++attempt)
-    if (write_once(path, layout(shape, attempt), produce) && reads_back(path, shape, produce)) return;
   ::unlink(path.c_str());
-  throw Failure("no layout of " + path + " holds these records");
+  Spool spool(path, produce);
+  const file_guard file(::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
+  if (!file) throw system_failure("cannot create " + path);
+  write_hash_file(file.get(), spool.items(), [&](const Item &item) { return spool.fetch(item); });
+  if (!reads_back(path, shape, produce)) throw Failure("does not hold what was written to it: " + path);
 }
 
 }  // namespace minidba

@@ -41,8 +41,8 @@ struct Shape {
 };
 
 /// write_hash_table writes a new hash file at `path`, whose records `produce` hands over, one call of its argument
-/// each. `produce` is called again for every attempt and to compare what was written: the file is read back, byte for
-/// byte, before this returns. Throws a Failure when no layout holds the records.
+/// each. `produce` is called again to compare what was written: the file is read back, byte for byte, before this
+/// returns. Throws a Failure when the records cannot be stored or are not read back.
 using Produce = std::function<void(const HashTable::Visit &)>;
 void write_hash_table(const std::string &path, const Shape &shape, const Produce &produce);
 

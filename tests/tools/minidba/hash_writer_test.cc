@@ -1,0 +1,106 @@
+/// Files of our own making, read by the hash library itself, by its dump program and by our reader.
+#include "tools/minidba/hash_writer.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "dba/guard.h"
+#include "support/files.h"
+
+namespace {
+
+using minidba::Item;
+
+std::string key_of(uint32_t number) {
+  char text[9];
+  std::snprintf(text, sizeof text, "%08x", number);
+  return text;
+}
+
+class HashWriter : public ::testing::Test {
+ protected:
+  void add(size_t size) {
+    std::string value(size, ' ');
+    for (char &byte : value) byte = static_cast<char>(random_());
+    const auto number = static_cast<uint32_t>(values_.size() + 1);
+    const std::string key = key_of(number);
+    items_.push_back({hash_file::default_hash(key.data(), key.size()), 8, static_cast<uint32_t>(size), number});
+    values_.push_back(value);
+  }
+
+  void write() {
+    const minidba::Fetch fetch = [this](const Item &item) -> minidba::Record {
+      key_ = key_of(static_cast<uint32_t>(item.place));
+      return {key_, values_.at(static_cast<size_t>(item.place) - 1)};
+    };
+    const file_guard file(open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+    ASSERT_TRUE(file);
+    minidba::write_hash_file(file.get(), items_, fetch);
+  }
+
+  void expect_found(DB *db) {
+    ASSERT_NE(db, nullptr);
+    for (size_t i = 0; i < values_.size(); ++i) {
+      std::string name = key_of(static_cast<uint32_t>(i + 1));
+      const DBT key = {name.data(), name.size()};
+      DBT value{};
+      ASSERT_EQ(dba_get(db, &key, &value), 0) << i;
+      ASSERT_TRUE(std::string_view(static_cast<char *>(value.data), value.size) == values_[i]) << i;
+    }
+    std::string name = key_of(static_cast<uint32_t>(values_.size() + 1));
+    const DBT key = {name.data(), name.size()};
+    DBT value{};
+    EXPECT_EQ(dba_get(db, &key, &value), 1);
+  }
+
+  void expect_readable() {
+    expect_found(database_ptr(dba_open(path.c_str(), "r")).get());
+    expect_found(database_ptr(QX_dbopen(path.c_str(), O_RDWR, 0, DB_HASH, nullptr)).get());
+  }
+
+  support::TemporaryFolder folder;
+  std::string path = folder.path("file");
+  std::mt19937 random_;
+  std::vector<Item> items_;
+  std::vector<std::string> values_;
+  std::string key_;
+};
+
+TEST_F(HashWriter, TheLibraryReadsRandomSetsOfRecords) {
+  for (unsigned seed = 0; seed < 100; ++seed) {
+    random_.seed(seed);
+    items_.clear();
+    values_.clear();
+    const size_t longest = size_t{1} << (6 + seed % 13);
+    for (size_t i = 0, count = random_() % 300; i < count; ++i) add(random_() % longest);
+    write();
+    expect_readable();
+  }
+}
+
+TEST_F(HashWriter, TheLibraryReadsRecordsOfEveryLengthAroundAPage) {
+  for (size_t length = 32700; length <= 32800; ++length) add(length);
+  for (size_t length = 65400; length <= 65600; length += 3) add(length);
+  write();
+  expect_readable();
+}
+
+TEST_F(HashWriter, TheDumpProgramListsEveryRecord) {
+  for (size_t i = 0; i < 500; ++i) add(i * 3);
+  write();
+  const std::string out = folder.path("dump");
+  ASSERT_EQ(std::system(("db_dump185 -p " + path + " > " + out).c_str()), 0);
+  size_t keys = 0;
+  const std::string text = support::read_file(out);
+  for (uint32_t i = 1; i <= 500; ++i) keys += text.find("\n" + key_of(i) + "\n") != std::string::npos;
+  EXPECT_EQ(keys, 500u);
+}
+
+TEST_F(HashWriter, AnEmptyFileIsOne) {
+  write();
+  expect_readable();
+}
+
+}  // namespace
