@@ -27,7 +27,7 @@ struct Destination {
   FILE *stream = nullptr;
   host_fd file = -1;
 };
-Destination destination;
+Destination sink;
 
 /// What a call site said about itself. The fields are atomic because threads may share a slot.
 struct CallSite {
@@ -70,7 +70,7 @@ size_t format_prefix(char *buffer) {
   const size_t stamp = format_stamp(buffer);
   char *const out = buffer + stamp;
   const size_t size = prefix_size - stamp;
-  int length;
+  int length = 0;
   switch (site.kind.load(std::memory_order_relaxed)) {
     case CSLOG_SOURCE:
       length = host_format(out, size, " %5d@%d: (%s:%d):\t ", process, slot, visible(base_name(site.file)),
@@ -89,7 +89,7 @@ size_t format_prefix(char *buffer) {
 }
 
 QX_PRINTF(2, 0) void print_to_stream(std::string_view prefix, const char *format, va_list arguments) {
-  FILE *const stream = destination.stream;
+  FILE *const stream = sink.stream;
   ::flockfile(stream);
   std::fwrite(prefix.data(), 1, prefix.size(), stream);
   std::vfprintf(stream, format, arguments);
@@ -106,13 +106,13 @@ QX_PRINTF(2, 0) void print_to_file(std::string_view prefix, const char *format, 
     length = line_size - 1;
     if (std::string_view(format).ends_with('\n')) line[length - 1] = '\n';
   }
-  host_seek(destination.file, 0, SEEK_END);
-  host_write_log(destination.file, line, static_cast<int32_t>(length));
+  host_seek(sink.file, 0, SEEK_END);
+  host_write_log(sink.file, line, static_cast<int32_t>(length));
 }
 
 void open_file(const char *path) {
-  destination.file = host_open_append(path);
-  if (destination.file == -1)
+  sink.file = host_open_append(path);
+  if (sink.file == -1)
     std::fprintf(stderr, "Cannot append to %s.\n", path);
   else if (::geteuid() == 0)
     _cslog_chown(path, "nobody");
@@ -135,36 +135,36 @@ int _cslog_set_params(int32_t kind, const char *file, int32_t line) noexcept {
 }
 
 void _cslog_do_print(const char *format, ...) noexcept {
-  if (destination.stream == nullptr && destination.file == -1) return;
+  if (sink.stream == nullptr && sink.file == -1) return;
   char buffer[prefix_size];
   const std::string_view prefix(buffer, format_prefix(buffer));
   va_list arguments;
   va_start(arguments, format);
-  if (destination.stream != nullptr)
+  if (sink.stream != nullptr)
     print_to_stream(prefix, visible(format), arguments);
   else
     print_to_file(prefix, visible(format), arguments);
   va_end(arguments);
 }
 
-void cslog_init(int32_t level, const char *name) noexcept {
+void cslog_init(int32_t level, const char *destination) noexcept {
   _cslog_level = level;
-  destination = Destination{};
+  sink = Destination{};
   for (CallSite &site : call_sites) set_call_site(site, CSLOG_NOTE, nullptr, 0);
-  if (name == nullptr || std::strcmp(name, "stderr") == 0)
-    destination.stream = stderr;
-  else if (std::strcmp(name, "stdout") == 0)
-    destination.stream = stdout;
+  if (destination == nullptr || std::strcmp(destination, "stderr") == 0)
+    sink.stream = stderr;
+  else if (std::strcmp(destination, "stdout") == 0)
+    sink.stream = stdout;
   else
-    open_file(name);
+    open_file(destination);
 }
 
 void cslog_set_level(int32_t level) noexcept { _cslog_level = level; }
 
 void cslog_terminate(void) noexcept {
-  if (destination.file != -1) host_close(destination.file);
-  if (destination.stream != nullptr) std::fflush(destination.stream);
-  destination = Destination{};
+  if (sink.file != -1) host_close(sink.file);
+  if (sink.stream != nullptr) std::fflush(sink.stream);
+  sink = Destination{};
 }
 
 char *cslog_linestr(const char *text) noexcept {

@@ -61,6 +61,7 @@ class crit_guard {
 template <typename T>
 host_ptr<T> host_new(size_t count = 1) noexcept {
   static_assert(std::is_trivially_destructible_v<T>);
+  // NOLINTNEXTLINE(bugprone-sizeof-expression): T may well be a pointer
   host_ptr<T> block(static_cast<T *>(host_alloc(count * sizeof(T))));
   if (block) std::uninitialized_value_construct_n(block.get(), count);
   return block;

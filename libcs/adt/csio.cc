@@ -51,7 +51,7 @@ int32_t store_in_memory(csio &io, const void *bytes, int32_t count) {
 /// store adds bytes to the backing in force and returns how many it could keep. Those it could not keep count in the
 /// length too, which is what was offered, unless there is no file at all.
 int32_t store(csio &io, const void *bytes, int32_t count) {
-  int32_t stored;
+  int32_t stored = 0;
   if (in_memory(io))
     stored = store_in_memory(io, bytes, count);
   else if (in_file(io) && csio_file::open_to_append(io))
@@ -102,24 +102,24 @@ void csio_increase(csio *io, uint32_t need) noexcept {
     allocate(*io);
 }
 
-int csio_append(void *argument, const void *bytes, int32_t count) noexcept {
-  csio &io = *static_cast<csio *>(argument);
-  if (io.finished != 0) {
+int csio_append(void *io, const void *bytes, int32_t count) noexcept {
+  csio &buffer = *static_cast<csio *>(io);
+  if (buffer.finished != 0) {
     CSLOG(CSLOG_WARNING, "adt", "CSIO Buffer was already closed to writing?\n");
     return 0;
   }
   if (bytes == nullptr) {
-    csio_file::flush(io);
+    csio_file::flush(buffer);
     return 0;
   }
   if (count <= 0) return 0;
-  const uint32_t size = static_cast<uint32_t>(count);
-  if (!fits(io, size)) {
-    CSLOG(CSLOG_ERROR, "adt", "csio_append: No room for %u bytes after %u?\n", size, io.length);
+  const auto size = static_cast<uint32_t>(count);
+  if (!fits(buffer, size)) {
+    CSLOG(CSLOG_ERROR, "adt", "csio_append: No room for %u bytes after %u?\n", size, buffer.length);
     return 0;
   }
-  reserve(io, size);
-  return store(io, bytes, count);
+  reserve(buffer, size);
+  return store(buffer, bytes, count);
 }
 
 int csio_finish(csio *io) noexcept {

@@ -47,7 +47,7 @@ const char *temporary_folder() {
 /// A new path in the temporary folder, or null. Its 64 random bits can be neither guessed nor met twice.
 host_text temporary_name() {
   const char *folder = temporary_folder();
-  unsigned long long number;
+  unsigned long long number = 0;
   char path[PATH_MAX];
   if (folder == nullptr || std::strlen(folder) + sizeof "/csio0123456789abcdef" > sizeof path ||
       ::getrandom(&number, sizeof number, 0) != sizeof number) {

@@ -4,7 +4,9 @@
 #include <strings.h>
 
 #include <cctype>
+#include <cstdint>
 #include <string_view>
+#include <utility>
 
 namespace {
 
@@ -46,6 +48,31 @@ TEST(Ascii, OrdersAsStrcasecmpDoes) {
   const char *const words[] = {"", "a", "A", "ab", "aB", "abc", "B", "_", "[", "@", "Z", "z", "\xC4", "\xE4", "1"};
   for (const char *a : words)
     for (const char *b : words) EXPECT_EQ(sign(ascii::icompare(a, b)), sign(::strcasecmp(a, b))) << a << " " << b;
+}
+
+TEST(Ascii, ReadsNumbersAsAtoiDoesWithinTheirRange) {
+  const std::pair<const char *, int32_t> cases[] = {{"", 0},
+                                                    {"0", 0},
+                                                    {"42", 42},
+                                                    {" \t\r\n\v\f7", 7},
+                                                    {"+7", 7},
+                                                    {"-7", -7},
+                                                    {"- 7", 0},
+                                                    {"--7", 0},
+                                                    {"+-7", 0},
+                                                    {"12ab", 12},
+                                                    {"12 34", 12},
+                                                    {"ab12", 0},
+                                                    {"0x10", 0},
+                                                    {"007", 7},
+                                                    {"2147483647", INT32_MAX},
+                                                    {"2147483648", INT32_MAX},
+                                                    {"-2147483647", -INT32_MAX},
+                                                    {"-2147483648", INT32_MIN},
+                                                    {"-2147483649", INT32_MIN},
+                                                    {"99999999999999999999999", INT32_MAX},
+                                                    {"-99999999999999999999999", INT32_MIN}};
+  for (const auto &[text, number] : cases) EXPECT_EQ(ascii::to_int32(text), number) << text;
 }
 
 }  // namespace
