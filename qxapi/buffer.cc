@@ -5,7 +5,7 @@
 #include "qxapi/posix.h"
 #include "qxapi/records.h"
 
-namespace posix {
+namespace posix_host {
 namespace {
 
 /// next_byte returns the next byte, or `end` or `failure`.
@@ -33,7 +33,7 @@ int read_line(host_buffer *b, int /*line_number*/, int limit, char *line) {
   if (limit < 1) return -1;
   int length = 0;
   bool any = false, cut = false;
-  int byte;
+  int byte = 0;
   while ((byte = next_byte(*b)) >= 0 && byte != '\n') {
     any = true;
     if (length < limit - 1)
@@ -55,4 +55,4 @@ int64_t buffer_send(host_buffer *, host_net *) {
   return -1;
 }
 
-}  // namespace posix
+}  // namespace posix_host

@@ -3,7 +3,7 @@
 
 #include "qxapi/posix.h"
 
-namespace posix {
+namespace posix_host {
 namespace {
 
 /// The C locale, whatever the host program has set.
@@ -26,4 +26,4 @@ struct tm *utc(const time_t *t, struct tm *out) {
   return ::gmtime_r(t, out);
 }
 
-}  // namespace posix
+}  // namespace posix_host

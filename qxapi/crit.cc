@@ -9,7 +9,7 @@ struct host_crit {
   pthread_mutex_t mutex;
 };
 
-namespace posix {
+namespace posix_host {
 namespace {
 
 struct Exit {
@@ -56,4 +56,4 @@ void register_exit(void (*fn)(void *), void *argument) {
   pthread_mutex_unlock(&exits_mutex);
 }
 
-}  // namespace posix
+}  // namespace posix_host

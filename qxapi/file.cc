@@ -5,7 +5,7 @@
 
 #include "qxapi/posix.h"
 
-namespace posix {
+namespace posix_host {
 namespace {
 
 constexpr mode_t shared_file = 0644;
@@ -13,7 +13,7 @@ constexpr mode_t private_file = 0600;
 
 /// open_file opens with close-on-exec and tries again when a signal interrupts it.
 host_fd open_file(const char *path, int flags, mode_t mode = 0) {
-  host_fd fd;
+  host_fd fd = -1;
   do fd = ::open(path, flags | O_CLOEXEC, mode);
   while (fd == -1 && errno == EINTR);
   return fd;
@@ -59,7 +59,7 @@ int write_bytes(host_fd fd, const void *bytes, int32_t n) {
 }
 
 int write_log(host_fd fd, const void *bytes, int32_t n) {
-  ssize_t put;
+  ssize_t put = -1;
   do put = ::write(fd, bytes, static_cast<size_t>(n));
   while (put == -1 && errno == EINTR);
   return put == n ? 1 : 0;
@@ -70,4 +70,4 @@ int close_file(host_fd fd) { return ::close(fd); }
 int file_status(const char *path, struct stat *st) { return ::stat(path, st); }
 int remove_file(const char *path) { return ::unlink(path); }
 
-}  // namespace posix
+}  // namespace posix_host

@@ -5,7 +5,7 @@
 #include "qxapi/posix.h"
 #include "qxapi/records.h"
 
-namespace posix {
+namespace posix_host {
 namespace {
 
 /// A word of a configuration line: its name and its value with the escapes still in it.
@@ -108,9 +108,9 @@ int param_add(const char *name, const char *value, pblock *b) {
   entry->name = host_strdup(name);
   entry->value = host_strdup(value);
   if (entry->name == nullptr || entry->value == nullptr) return -1;
-  *b->last = entry.get();
-  b->last = &entry->next;
-  entry.release();
+  host_param *const added = entry.release();
+  *b->last = added;
+  b->last = &added->next;
   return 0;
 }
 
@@ -135,4 +135,4 @@ int param_parse(const char *line, pblock *b) {
   }
 }
 
-}  // namespace posix
+}  // namespace posix_host

@@ -4,7 +4,7 @@
 
 #include <qxapi/qxapi.h>
 
-namespace posix {
+namespace posix_host {
 
 void *allocate(size_t n);
 void *reallocate(void *p, size_t n);
@@ -56,6 +56,6 @@ struct tm *utc(const time_t *t, struct tm *out);
 void unescape(char *text);
 int thread_id();
 
-}  // namespace posix
+}  // namespace posix_host
 
 #endif

@@ -3,7 +3,7 @@
 #include "qxapi/ascii.h"
 #include "qxapi/posix.h"
 
-namespace posix {
+namespace posix_host {
 
 int request_header(const char *name, char **value, Session *, Request *rq) {
   char lower[256];
@@ -25,4 +25,4 @@ int net_write(host_net *, const void *, int32_t) {
   return -1;
 }
 
-}  // namespace posix
+}  // namespace posix_host

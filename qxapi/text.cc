@@ -10,7 +10,7 @@
 #include "qxapi/ascii.h"
 #include "qxapi/posix.h"
 
-namespace posix {
+namespace posix_host {
 namespace {
 
 int hex_digit(char c) {
@@ -62,4 +62,4 @@ void unescape(char *text) {
 
 int thread_id() { return ::gettid(); }
 
-}  // namespace posix
+}  // namespace posix_host
