@@ -4,18 +4,39 @@
 
 #include <libcs/cs.h>
 
+#include <limits>
+#include <optional>
+
 #include "libcs/extra/time_zone.h"
+
+namespace {
+
+/// The present, where a test sets it.
+std::optional<time_t> present;
+
+}  // namespace
+
+/// Stands in front of the system's clock.
+extern "C" time_t time(time_t *timer) noexcept {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  const time_t result = present.value_or(now.tv_sec);
+  if (timer != nullptr) *timer = result;
+  return result;
+}
 
 namespace {
 
 using support::TimeZone;
 
-int minutes_ahead_at(time_t instant) {
-  struct tm local, utc;
-  localtime_r(&instant, &local);
-  gmtime_r(&instant, &utc);
-  return zone::minutes_ahead(local, utc);
-}
+/// Present sets the clock for its lifetime.
+class Present {
+ public:
+  explicit Present(time_t instant) { present = instant; }
+  Present(const Present &) = delete;
+  Present &operator=(const Present &) = delete;
+  ~Present() { present.reset(); }
+};
 
 TEST(LocalZoneOffset, IsTheDistanceFromGreenwichInMinutes) {
   const struct {
@@ -41,11 +62,30 @@ TEST(LocalZoneOffset, HoldsAtEveryHourAcrossTheTurnOfTheYear) {
     for (const char *name : support::time_zones) {
       const TimeZone zone(name);
       for (time_t instant = start; instant < start + time_t{4} * 86400; instant += 1800) {
+        const Present now(instant);
         struct tm local;
         localtime_r(&instant, &local);
-        EXPECT_EQ(minutes_ahead_at(instant), local.tm_gmtoff / 60) << name << " at " << instant;
+        EXPECT_EQ(ZAN_LocalZoneOffset(), local.tm_gmtoff / 60) << name << " at " << instant;
       }
     }
+}
+
+TEST(LocalZoneOffset, IncludesDaylightSavingTimeWhileItIsInForce) {
+  const TimeZone zone("CET-1CEST,M3.5.0,M10.5.0/3");
+  const struct {
+    time_t instant;
+    int minutes;
+  } rows[] = {{1774746000 - 1, 60}, {1774746000, 120}, {1792890000 - 1, 120}, {1792890000, 60}};
+  for (const auto &row : rows) {
+    const Present now(row.instant);
+    EXPECT_EQ(ZAN_LocalZoneOffset(), row.minutes) << row.instant;
+  }
+}
+
+TEST(LocalZoneOffset, IsNothingAtATimeWithoutADate) {
+  const TimeZone zone("JST-9");
+  const Present now(std::numeric_limits<time_t>::max());
+  EXPECT_EQ(ZAN_LocalZoneOffset(), 0);
 }
 
 TEST(LocalZoneOffset, CountsTheDayWhereLocalAndUtcDatesDiffer) {
