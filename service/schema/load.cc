@@ -5,6 +5,7 @@
 #include "libcs/guard.h"
 #include "qxapi/ascii.h"
 #include "service/schema/mapping.h"
+#include "service/text.h"
 
 namespace {
 
@@ -24,11 +25,6 @@ int32_t data_type_of(const char *text) {
   for (const DataType &type : data_types)
     if (ascii::iequals(type.name, text)) return type.code;
   return SCHEMA_UNKNOWN;
-}
-
-const char *shown(const char *path) {
-  if (path == nullptr) return "(null)";
-  return *path == '\0' ? "(empty)" : path;
 }
 
 /// Group is the N-th group of attributes of a schema object; it maps one SOIF attribute.
