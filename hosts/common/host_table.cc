@@ -70,9 +70,12 @@ int net_write(host_net *socket, const void *bytes, int32_t count) {
 std::int64_t send_read(Exchange &exchange, host_fd fd) {
   char block[16384];
   std::int64_t total = 0;
-  for (int32_t got; (got = host_read(fd, block, sizeof block)) != 0; total += got)
+  for (;;) {
+    const int32_t got = host_read(fd, block, sizeof block);
+    if (got == 0) return total;
     if (got < 0 || !exchange.write({block, static_cast<std::size_t>(got)})) return -1;
-  return total;
+    total += got;
+  }
 }
 
 /// send_rest hands over the file from its position on, and leaves the position at its end, as reading would.
@@ -113,7 +116,7 @@ void register_exit(void (*fn)(void *), void *argument) {
 std::string format_text(const char *format, va_list arguments) {
   char text[8192];
   const int length = std::vsnprintf(text, sizeof text, format, arguments);
-  return std::string(text, static_cast<std::size_t>(std::clamp(length, 0, static_cast<int>(sizeof text) - 1)));
+  return {text, static_cast<std::size_t>(std::clamp(length, 0, static_cast<int>(sizeof text) - 1))};
 }
 
 void report_error(int degree, const char *function, Session *session, Request *, const char *format,

@@ -51,7 +51,7 @@ TEST_F(HostLifecycle, EndsOnTermAndOnInterruptWithItsExitsInOrder) {
 
 TEST_F(HostLifecycle, FinishesALargeAnswerBeforeItEnds) {
   start();
-  HttpClient client(port_, false, 4096);
+  HttpClient client(port_, false, 65536);
   client.send(get("/rdm/big?12000000"));
   EXPECT_TRUE(client.readable(support::patience));
   server_->signal(SIGTERM);
@@ -120,7 +120,7 @@ TEST_F(HostLifecycle, AcceptsNobodyAfterTheSignal) {
 
 TEST_F(HostLifecycle, CutsOffWhatDoesNotEndInTime) {
   start({"--shutdown-timeout", "0.3"});
-  HttpClient client(port_, false, 4096);
+  HttpClient client(port_, false, 65536);
   client.send(get("/rdm/big?12000000"));
   EXPECT_TRUE(client.readable(support::patience));
   EXPECT_EQ(stop(), 0);
@@ -131,7 +131,7 @@ TEST_F(HostLifecycle, CutsOffWhatDoesNotEndInTime) {
 
 TEST_F(HostLifecycle, ASecondSignalCutsOffAtOnce) {
   start();
-  HttpClient client(port_, false, 4096);
+  HttpClient client(port_, false, 65536);
   client.send(get("/rdm/big?12000000"));
   EXPECT_TRUE(client.readable(support::patience));
   server_->signal(SIGTERM);

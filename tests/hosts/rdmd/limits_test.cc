@@ -83,7 +83,7 @@ TEST_F(HostLimits, ClientsThatReadNothingDelayNobody) {
   start();
   std::vector<std::unique_ptr<HttpClient>> deaf;
   for (int i = 0; i < 8; ++i) {
-    deaf.push_back(std::make_unique<HttpClient>(port_, false, 4096));
+    deaf.push_back(std::make_unique<HttpClient>(port_, false, 65536));
     deaf.back()->send(get("/rdm/big?8000000"));
   }
   for (int i = 0; i < 20; ++i) EXPECT_EQ(support::http_get(port_, "/rdm/fast").body, "fast\n");
@@ -106,7 +106,7 @@ TEST_F(HostLimits, ClientsThatSendSlowlyDelayNobody) {
 
 TEST_F(HostLimits, AClientThatTakesNothingIsCutOff) {
   start({"--write-timeout", "0.3"});
-  HttpClient client(port_, false, 4096);
+  HttpClient client(port_, false, 65536);
   client.send(get("/rdm/big?12000000"));
   const std::string log = await_access(1);
   EXPECT_NE(log.find("\"GET /rdm/big?12000000 HTTP/1.1\" 200 "), std::string::npos);
@@ -160,6 +160,22 @@ TEST_F(HostLimits, ClientsBeyondTheLimitAreTurnedAway) {
     client->finish_sending();
   }
   EXPECT_TRUE(support::eventually([&] { return support::http_get(port_, "/rdm/fast").status == 200; }));
+}
+
+TEST_F(HostLimits, ClientsFarBeyondTheLimitAreJustClosed) {
+  start({"--max-connections", "1", "--linger-timeout", "60", "--header-timeout", "60"});
+  HttpClient served(port_);
+  served.send("GET /rdm/fast HTTP/1.1\r\n");
+  std::this_thread::sleep_for(100ms);  // until the server knows that it is not idle
+  std::vector<std::unique_ptr<HttpClient>> beyond;
+  for (int i = 0; i < 64; ++i) {
+    beyond.push_back(std::make_unique<HttpClient>(port_));
+    EXPECT_EQ(beyond.back()->receive().status, 503) << i;
+  }
+  HttpClient last(port_);
+  EXPECT_TRUE(last.ended());
+  served.send("Host: h\r\n\r\n");
+  EXPECT_EQ(served.receive().body, "fast\n");
 }
 
 TEST_F(HostLimits, AtTheLimitTheConnectionIdleLongestMakesWay) {
