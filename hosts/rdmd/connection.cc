@@ -14,14 +14,13 @@
 namespace rdmd {
 namespace {
 
-using boost::asio::ip::tcp;
 using boost::system::error_code;
 
 constexpr std::string_view server_name = "rdmd/" RDM_VERSION;
 constexpr std::string_view continue_line = "HTTP/1.1 100 Continue\r\n\r\n";
 
 /// client_address returns the address as text; an IPv4 client of an IPv6 socket shows as what it is.
-std::string client_address(const tcp::socket &socket) {
+std::string client_address(const io::Socket &socket) {
   error_code error;
   const auto endpoint = socket.remote_endpoint(error);
   if (error) return "-";
@@ -33,7 +32,7 @@ std::string client_address(const tcp::socket &socket) {
 
 }  // namespace
 
-Connection::Connection(Socket socket, Server &server)
+Connection::Connection(io::Socket socket, Server &server)
     : server_(server),
       socket_(std::move(socket)),
       timer_(socket_.get_executor()),
@@ -41,7 +40,7 @@ Connection::Connection(Socket socket, Server &server)
       reader_(server.limits().head_bytes, server.limits().target_bytes) {
   error_code ignored;
   socket_.native_non_blocking(true, ignored);
-  socket_.set_option(tcp::no_delay(true), ignored);
+  socket_.set_option(io::Tcp::no_delay(true), ignored);
 }
 
 Connection::~Connection() { server_.forget(this); }
@@ -57,7 +56,7 @@ auto Connection::on_strand(Handler handler) {
 void Connection::enter(State state) {
   ++epoch_;
   state_ = state;
-  idle_since_ = state == State::idle ? std::chrono::steady_clock::now().time_since_epoch().count() : 0;
+  idle_since_ = state == State::idle ? io::Clock::now().time_since_epoch().count() : 0;
 }
 
 /* ---- From other threads ---- */
@@ -272,7 +271,7 @@ void Connection::await_writable() {
     armed_at_ = sender_->sent();
     arm(server_.limits().write, &Connection::give_up_sending);
   }
-  socket_.async_wait(tcp::socket::wait_write, on_strand([this](const error_code &error) {
+  socket_.async_wait(io::Socket::wait_write, on_strand([this](const error_code &error) {
                        if (error) return close();
                        send_some();
                      }));
@@ -299,7 +298,7 @@ void Connection::log_request() {
 /// away an answer that it has not yet read.
 void Connection::linger() {
   error_code error;
-  socket_.shutdown(tcp::socket::shutdown_send, error);
+  socket_.shutdown(io::Socket::shutdown_send, error);
   if (error) return close();
   enter(State::lingering);
   arm(server_.limits().linger, &Connection::close);

@@ -8,8 +8,6 @@
 
 #include <array>
 #include <atomic>
-#include <boost/asio/ip/tcp.hpp>
-#include <boost/asio/steady_timer.hpp>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -19,6 +17,7 @@
 #include "hosts/common/exchange.h"
 #include "hosts/common/plugin.h"
 #include "hosts/rdmd/intake.h"
+#include "hosts/rdmd/io.h"
 #include "hosts/rdmd/log.h"
 #include "hosts/rdmd/request_head.h"
 #include "hosts/rdmd/sender.h"
@@ -30,9 +29,7 @@ class Server;
 
 class Connection : public std::enable_shared_from_this<Connection> {
  public:
-  using Socket = boost::asio::ip::tcp::socket;
-
-  Connection(Socket socket, Server &server);
+  Connection(io::Socket socket, Server &server);
   Connection(const Connection &) = delete;
   Connection &operator=(const Connection &) = delete;
   ~Connection();
@@ -91,8 +88,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
   auto on_strand(Handler handler);
 
   Server &server_;
-  Socket socket_;
-  boost::asio::steady_timer timer_;
+  io::Socket socket_;
+  io::Timer timer_;
   State state_ = State::idle;
   std::uint64_t epoch_ = 0;        // of the state: completions of an earlier one are ignored
   std::uint64_t timer_epoch_ = 0;  // likewise of the deadline in force

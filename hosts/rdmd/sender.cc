@@ -64,11 +64,9 @@ Sender::State Sender::send(int socket) {
     const std::int64_t put = send_piece(socket);
     if (put > 0)
       advance(put);
-    else if (put == 0)
-      return State::failed;
-    else if (errno == EAGAIN || errno == EWOULDBLOCK)
+    else if (put < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
       return State::blocked;
-    else if (errno != EINTR)
+    else if (put == 0 || errno != EINTR)
       return State::failed;
   }
   return State::done;

@@ -17,7 +17,6 @@
 namespace rdmd {
 namespace {
 
-using boost::asio::ip::tcp;
 using boost::system::error_code;
 
 /// Clients beyond the connection limit that are told so; further ones are cut off.
@@ -43,11 +42,12 @@ HostPort split_address(const std::string &text) {
   return {host, text.substr(colon + 1)};
 }
 
-tcp::endpoint resolve(boost::asio::io_context &context, const std::string &text) {
+io::Tcp::endpoint resolve(boost::asio::io_context &context, const std::string &text) {
   const auto [host, port] = split_address(text);
   error_code error;
-  tcp::resolver resolver(context);
-  const auto found = resolver.resolve(host, port, tcp::resolver::passive | tcp::resolver::numeric_service, error);
+  io::Tcp::resolver resolver(context);
+  const auto found =
+      resolver.resolve(host, port, io::Tcp::resolver::passive | io::Tcp::resolver::numeric_service, error);
   if (error) throw std::runtime_error("cannot listen on " + text + ": " + error.message());
   return found.begin()->endpoint();
 }
@@ -80,10 +80,10 @@ Server::Server(const Settings &settings, hosts::Plugin &plugin, ErrorLog &errors
 Server::~Server() = default;
 
 void Server::listen() {
-  const tcp::endpoint endpoint = resolve(context_, settings_.listen);
+  const io::Tcp::endpoint endpoint = resolve(context_, settings_.listen);
   try {
     acceptor_.open(endpoint.protocol());
-    acceptor_.set_option(tcp::acceptor::reuse_address(true));
+    acceptor_.set_option(io::Acceptor::reuse_address(true));
     acceptor_.bind(endpoint);
     acceptor_.listen();
   } catch (const boost::system::system_error &error) {
@@ -92,7 +92,7 @@ void Server::listen() {
 }
 
 std::string Server::address() const {
-  const tcp::endpoint endpoint = acceptor_.local_endpoint();
+  const io::Tcp::endpoint endpoint = acceptor_.local_endpoint();
   const std::string host = endpoint.address().to_string();
   return (endpoint.address().is_v6() ? "[" + host + "]" : host) + ":" + std::to_string(endpoint.port());
 }
@@ -125,7 +125,7 @@ void Server::work() {
 /* ---- Accepting ---- */
 
 void Server::accept() {
-  acceptor_.async_accept(boost::asio::make_strand(context_), [this](const error_code &error, Tcp::socket socket) {
+  acceptor_.async_accept(boost::asio::make_strand(context_), [this](const error_code &error, io::Socket socket) {
     if (stopping_) return;
     if (error && error != boost::asio::error::connection_aborted) return pause_accepting();
     if (!error) accepted(std::move(socket));
@@ -140,7 +140,7 @@ void Server::pause_accepting() {
   });
 }
 
-void Server::accepted(Tcp::socket socket) {
+void Server::accepted(io::Socket socket) {
   const auto open = connections();
   if (open.size() >= settings_.limits.connections + turned_away_limit) return;
   const bool room = make_room(open);

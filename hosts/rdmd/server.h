@@ -3,11 +3,6 @@
 #define HOSTS_RDMD_SERVER_H
 
 #include <atomic>
-#include <boost/asio/io_context.hpp>
-#include <boost/asio/ip/tcp.hpp>
-#include <boost/asio/signal_set.hpp>
-#include <boost/asio/steady_timer.hpp>
-#include <boost/asio/strand.hpp>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -15,6 +10,7 @@
 #include <vector>
 
 #include "hosts/common/plugin.h"
+#include "hosts/rdmd/io.h"
 #include "hosts/rdmd/log.h"
 #include "hosts/rdmd/service_thread.h"
 #include "hosts/rdmd/settings.h"
@@ -51,13 +47,10 @@ class Server {
   void forget(const Connection *connection);
 
  private:
-  using Tcp = boost::asio::ip::tcp;
-  using Executor = boost::asio::strand<boost::asio::io_context::executor_type>;
-
   void work();
   void listen();
   void accept();
-  void accepted(Tcp::socket socket);
+  void accepted(io::Socket socket);
   void admit(const std::shared_ptr<Connection> &connection);
   void pause_accepting();
   bool make_room(const std::vector<std::shared_ptr<Connection>> &open);
@@ -82,11 +75,11 @@ class Server {
 
   ServiceThread service_;
   boost::asio::io_context context_;
-  Executor strand_;  // of everything below
-  Tcp::acceptor acceptor_;
-  boost::asio::signal_set signals_;
-  boost::asio::steady_timer retry_;
-  boost::asio::steady_timer shutdown_;
+  io::Executor strand_;  // of everything below
+  io::Acceptor acceptor_;
+  io::Signals signals_;
+  io::Timer retry_;
+  io::Timer shutdown_;
 };
 
 }  // namespace rdmd

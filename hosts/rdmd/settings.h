@@ -12,15 +12,15 @@ using Duration = std::chrono::milliseconds;
 
 /// Limits on what a client may hold and for how long.
 struct Limits {
-  Duration header{10'000};         // from the first byte of a request, or from the connection, to the end of its head
-  Duration body{30'000};           // from the end of the head to the end of the body
-  Duration idle{15'000};           // between an answer and the first byte of the next request
-  Duration write{30'000};          // without the client taking a single byte of its answer
-  Duration linger{2'000};          // for what a client still sends after its last answer
-  Duration shutdown{30'000};       // for answers under way when the server is told to stop
-  std::size_t connections = 1024;  // at once
-  std::size_t head_bytes = 16 * 1024;  // of a request head
-  std::size_t target_bytes = 8190;     // of a request target
+  Duration header{10'000};          // from the first byte of a request, or from the connection, to the end of its head
+  Duration body{30'000};            // from the end of the head to the end of the body
+  Duration idle{15'000};            // between an answer and the first byte of the next request
+  Duration write{30'000};           // without the client taking a single byte of its answer
+  Duration linger{2'000};           // for what a client still sends after its last answer
+  Duration shutdown{30'000};        // for answers under way when the server is told to stop
+  std::size_t connections = 1024;   // at once
+  std::size_t head_bytes = 16384;   // of a request head
+  std::size_t target_bytes = 8190;  // of a request target
 };
 
 struct Settings {
