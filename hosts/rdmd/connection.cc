@@ -56,7 +56,7 @@ auto Connection::on_strand(Handler handler) {
 void Connection::enter(State state) {
   ++epoch_;
   state_ = state;
-  idle_since_ = state == State::idle ? io::Clock::now().time_since_epoch().count() : 0;
+  idle_since_ = state == State::idle ? last_sent_.time_since_epoch().count() : 0;
 }
 
 /* ---- From other threads ---- */
@@ -253,6 +253,8 @@ void Connection::answer(const hosts::Head &head, std::vector<hosts::Piece> piece
 }
 
 void Connection::send_some() {
+  // Before sending: then whoever was answered first has the earlier time, however the threads are scheduled.
+  last_sent_ = io::Clock::now();
   switch (sender_->send(socket_.native_handle())) {
     case Sender::State::done:
       return sent();

@@ -44,8 +44,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
   /// abort closes the connection at once. From any thread.
   void abort();
 
-  /// idle_since is when the connection began to wait for its next request, in ticks of the steady clock; 0 while it
-  /// does not wait. From any thread.
+  /// idle_since is since when the client of a connection that waits for its next request has had nothing from the
+  /// server, in ticks of the steady clock; 0 while the connection does not wait. From any thread.
   std::int64_t idle_since() const { return idle_since_; }
   /// turned_away tells whether the connection is one beyond the limit. From the thread that called turn_away.
   bool turned_away() const { return turned_away_; }
@@ -94,6 +94,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   std::uint64_t epoch_ = 0;        // of the state: completions of an earlier one are ignored
   std::uint64_t timer_epoch_ = 0;  // likewise of the deadline in force
   std::atomic<std::int64_t> idle_since_ = 0;
+  io::Clock::time_point last_sent_ = io::Clock::now();
   std::string client_;
   std::string input_;  // bytes received and not yet used
   std::array<char, 8192> chunk_;
