@@ -10,7 +10,7 @@ int request_header(const char *name, char **value, Session *, Request *rq) {
   size_t length = 0;
   for (; name[length] != '\0' && length + 1 < sizeof lower; ++length) lower[length] = ascii::lower(name[length]);
   lower[length] = '\0';
-  *value = host_param_find(lower, rq->headers);
+  *value = name[length] == '\0' ? host_param_find(lower, rq->headers) : nullptr;
   return 0;
 }
 

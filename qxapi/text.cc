@@ -19,14 +19,18 @@ int hex_digit(char c) {
   return letter >= 'a' && letter <= 'f' ? letter - 'a' + 10 : -1;
 }
 
+bool is_control(char c) { return (c >= '\0' && c < ' ') || c == '\x7F'; }
+
 }  // namespace
 
 void report_error(int degree, const char *function, Session *, Request *, const char *format, va_list arguments) {
-  char text[8192];
+  char text[8192] = "";
   std::vsnprintf(text, sizeof text, format, arguments);
-  const size_t length = std::strlen(text);
-  const char *newline = length > 0 && text[length - 1] == '\n' ? "" : "\n";
-  std::fprintf(stderr, "%s %s: %s%s", degree == 0 ? "failure" : "report", function, text, newline);
+  size_t length = std::strlen(text);
+  if (length > 0 && text[length - 1] == '\n') text[--length] = '\0';
+  // What a client sent must not begin a line of its own, nor speak to a terminal.
+  std::replace_if(text, text + length, is_control, ' ');
+  std::fprintf(stderr, "%s %s: %s\n", degree == 0 ? "failure" : "report", function, text);
 }
 
 char *last_error_text() {

@@ -35,6 +35,19 @@ TEST(PosixRequest, AbsentHeadersAreNull) {
   }
 }
 
+TEST(PosixRequest, LongHeaderNamesAreNotTakenForShorterOnes) {
+  const std::string longest(255, 'x');
+  const pblock_ptr headers(host_param_create(3));
+  host_param_add(longest.c_str(), "7", headers.get());
+  Request request{};
+  request.headers = headers.get();
+  char *value = nullptr;
+  EXPECT_EQ(host_request_header(longest.c_str(), &value, nullptr, &request), 0);
+  EXPECT_STREQ(value, "7");
+  EXPECT_EQ(host_request_header((longest + "x").c_str(), &value, nullptr, &request), 0);
+  EXPECT_EQ(value, nullptr);
+}
+
 TEST(PosixRequest, InputEndsWhereTheBytesEnd) {
   const unsigned char bytes[] = {'a', 0xFF};
   host_input input{bytes, 0, 2, nullptr};

@@ -126,6 +126,12 @@ TEST(ReportError, DoesNotDoubleANewline) {
   EXPECT_EQ(reported([] { host_report_error(0, "rdm", nullptr, nullptr, "%s", ""); }), "failure rdm: \n");
 }
 
+TEST(ReportError, KeepsTextOfManyLinesOnOne) {
+  EXPECT_EQ(
+      reported([] { host_report_error(0, "rdm", nullptr, nullptr, "%s", "a\r\nfailure b\x1B[1m\x7F\t\xC3\xA9\n\n"); }),
+      "failure rdm: a  failure b [1m  \xC3\xA9 \n");
+}
+
 TEST(ReportError, CutsLongText) {
   const std::string text(10000, 'x');
   EXPECT_EQ(reported([&] { host_report_error(0, "rdm", nullptr, nullptr, "%s", text.c_str()); }),
