@@ -26,9 +26,10 @@ bool fits(const csio &io, uint32_t count) {
 /// allocate brings the block to its capacity. Without memory the block is gone, and with it the bytes; when there is
 /// memory again, NULs stand where they were.
 void allocate(csio &io) {
+  if (io.capacity == 0) return;
   if (io.data == nullptr) {
     io.data = static_cast<unsigned char *>(host_alloc(io.capacity));
-    if (io.data != nullptr) std::memset(io.data, 0, std::min(io.length, io.capacity - 1) + 1);
+    if (io.data != nullptr) std::memset(io.data, 0, std::min(size_t{io.length} + 1, size_t{io.capacity}));
     return;
   }
   void *const grown = host_realloc(io.data, io.capacity);

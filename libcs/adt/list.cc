@@ -19,13 +19,8 @@ host_ptr<cslist_node> make_node(const cslist &list, const void *item) {
   return node;
 }
 
-/// last_node returns the node to append to. A list that only saw cslist_prepend has nodes and no tail.
-cslist_node *last_node(const cslist &list) {
-  if (list.tail != nullptr) return list.tail;
-  cslist_node *node = list.head;
-  while (node->next != nullptr) node = node->next;
-  return node;
-}
+/// last_node returns the node to append to. A list that only saw cslist_prepend has one node and no tail.
+cslist_node *last_node(const cslist &list) { return list.tail != nullptr ? list.tail : list.head; }
 
 }  // namespace
 

@@ -548,6 +548,21 @@ TEST_F(CsioFile, ConvertWithoutATemporaryNameLosesTheBytes) {
             "ERROR: csio_append: Cannot set temporary file?\n");
 }
 
+TEST_F(CsioFile, StreamPastTheCeilingWithoutATemporaryNameIsLost) {
+  const csio_ptr io = make_csio(8192);
+  append(io, pattern(5000));
+  table.stat = failing_stat;
+  qxapi_bind(&table);
+  EXPECT_EQ(append(io, pattern(5000)), 0);
+  EXPECT_EQ(io->flags, file);
+  EXPECT_EQ(io->length, 0u);
+  EXPECT_EQ(io->data, nullptr);
+  const std::string messages =
+      "ERROR: Cannot find temporary filename?\n"
+      "ERROR: csio_append: Cannot set temporary file?\n";
+  EXPECT_EQ(log.text(), messages + messages) << "the bytes at hand, then those that came";
+}
+
 TEST_F(CsioFile, ConvertOfBytesLostToMemoryLeavesAnEmptyFile) {
   const csio_ptr io = make_csio();
   host.fail_allocation = host.allocations + 1;

@@ -140,6 +140,17 @@ TEST_F(Csio, IncreaseMakesRoomAhead) {
   EXPECT_EQ(io->capacity, 9096u);
 }
 
+TEST_F(Csio, IncreaseByNothingAllocatesNothing) {
+  const csio_ptr io = make_csio();
+  io->increment = 0;
+  for (int i = 0; i < 2; ++i) csio_increase(io.get(), 0);
+  EXPECT_EQ(io->capacity, 0u);
+  EXPECT_EQ(io->data, nullptr);
+  EXPECT_EQ(append(io, "text"), 4);
+  EXPECT_EQ(io->capacity, 5u);
+  EXPECT_EQ(contents(io), "text");
+}
+
 TEST_F(Csio, IncreaseDoesNotWrap) {
   const csio_ptr io = make_csio();
   io->capacity = UINT32_MAX - 10;

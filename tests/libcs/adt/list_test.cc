@@ -166,6 +166,21 @@ TEST_F(List, AppendAfterPrependIntoEmptyListGoesBehindIt) {
   EXPECT_EQ(list->count, 3);
 }
 
+TEST_F(List, AppendGoesOnAtTheTailEvenWhenPrependDroppedIt) {
+  const list_ptr list = make_list();
+  cslist_append(list.get(), "one");
+  const host_ptr<cslist_node> dropped(list->head);
+  cslist_prepend(list.get(), "new");
+  EXPECT_EQ(list->tail, dropped.get());
+  EXPECT_EQ(cslist_append(list.get(), "out of reach"), 0u);
+  const host_ptr<cslist_node> appended(dropped->next);
+  EXPECT_EQ(list->tail, appended.get());
+  EXPECT_THAT(contents(list.get()), ElementsAre("new"));
+  EXPECT_EQ(list->count, 3);
+  free(dropped->data);
+  free(appended->data);
+}
+
 TEST_F(List, BeheadGivesTheItemsAway) {
   const list_ptr list = make_pointer_list();
   char one[] = "one", two[] = "two";
@@ -184,6 +199,12 @@ TEST_F(List, BeheadGivesTheItemsAway) {
 
 TEST_F(List, AppendGoesOnAfterTheLastItemLeft) {
   const list_ptr list = make_list();
+  for (const char *item : {"a", "b", "c"}) cslist_append(list.get(), item);
+  free(cslist_behead(list.get()));
+  EXPECT_STREQ(static_cast<char *>(list->tail->data), "c");
+  cslist_append(list.get(), "d");
+  EXPECT_THAT(contents(list.get()), ElementsAre("b", "c", "d"));
+  for (const char *item : {"d", "b", "c"}) EXPECT_EQ(cslist_delete(list.get(), item), 0u);
   cslist_append(list.get(), "one");
   free(cslist_behead(list.get()));
   cslist_append(list.get(), "two");
