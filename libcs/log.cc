@@ -45,7 +45,8 @@ void set_call_site(CallSite &site, int32_t kind, const char *file, int32_t line)
   site.line.store(line, std::memory_order_relaxed);
 }
 
-const char *visible(const char *text) {
+/// What a missing text shows as. A format stays one to the compiler.
+[[gnu::format_arg(1)]] const char *visible(const char *text) {
   if (text == nullptr) return "(null)";
   return *text == '\0' ? "(empty)" : text;
 }

@@ -47,9 +47,10 @@ void crit_enter(host_crit *c);
 void crit_exit(host_crit *c);
 void register_exit(void (*fn)(void *), void *argument);
 
-void report_error(int degree, const char *function, Session *sn, Request *rq, const char *format, va_list arguments);
+void report_error(int degree, const char *function, Session *sn, Request *rq, const char *format, va_list arguments)
+    QX_PRINTF(5, 0);
 char *last_error_text();
-int format(char *buffer, size_t size, const char *format, va_list arguments);
+int format(char *buffer, size_t size, const char *format, va_list arguments) QX_PRINTF(3, 0);
 int format_time(char *buffer, size_t size, const char *format, const struct tm *tm);
 int decimal(int64_t n, char *buffer);
 struct tm *utc(const time_t *t, struct tm *out);
