@@ -2,7 +2,7 @@
 
 PREFIX ?= /usr/local
 
-.PHONY: help run test lint format coverage install
+.PHONY: help run test lint format coverage fuzz install
 
 help:
 	@echo 'make run        serve the example catalogs (scripts/run)'
@@ -10,9 +10,10 @@ help:
 	@echo 'make lint       check the sources (scripts/lint)'
 	@echo 'make format     format the sources (scripts/format)'
 	@echo 'make coverage   measure what the tests reach (scripts/coverage)'
+	@echo 'make fuzz       attack every parser for a minute (scripts/fuzz)'
 	@echo 'make install    install the release build under PREFIX ($(PREFIX))'
 
-run test lint format coverage:
+run test lint format coverage fuzz:
 	scripts/$@
 
 install:

@@ -113,14 +113,14 @@ void register_exit(void (*fn)(void *), void *argument) {
   });
 }
 
-std::string format_text(const char *format, va_list arguments) {
+[[gnu::format(printf, 1, 0)]] std::string format_text(const char *format, va_list arguments) {
   char text[8192];
   const int length = std::vsnprintf(text, sizeof text, format, arguments);
   return {text, static_cast<std::size_t>(std::clamp(length, 0, static_cast<int>(sizeof text) - 1))};
 }
 
-void report_error(int degree, const char *function, Session *session, Request *, const char *format,
-                  va_list arguments) {
+[[gnu::format(printf, 5, 0)]] void report_error(int degree, const char *function, Session *session, Request *,
+                                                const char *format, va_list arguments) {
   guarded(0, [&] {
     const Exchange *exchange = exchange_of(session);
     const std::string client = exchange == nullptr ? "" : exchange->client_text("ip");

@@ -90,7 +90,12 @@ void buffer_close(host_buffer *b) {
   delete reader;
 }
 
-host_crit *crit_create() { return record.fail_crit_create ? nullptr : posix().crit_create(); }
+// Sections live as long as the process; kept in reach, they are not taken for lost.
+host_crit *crit_create() {
+  static std::vector<host_crit *> sections;
+  if (record.fail_crit_create) return nullptr;
+  return sections.emplace_back(posix().crit_create());
+}
 void crit_enter(host_crit *c) {
   posix().crit_enter(c);
   ++record.crit_depth;

@@ -1,0 +1,42 @@
+/// Any bytes as the head of an HTTP request. The pieces in which it arrives must not matter, except that what arrives
+/// whole may be refused for another reason than what is refused early.
+
+#include "fuzz/fuzz.h"
+#include "hosts/rdmd/intake.h"
+#include "hosts/rdmd/request_head.h"
+
+namespace {
+
+constexpr size_t head_limit = 4096, target_limit = 1024;
+
+rdmd::HeadResult read(std::string_view bytes, size_t piece) {
+  rdmd::HeadReader reader(head_limit, target_limit);
+  std::string buffer;
+  rdmd::HeadResult result;
+  while (!bytes.empty() && std::holds_alternative<rdmd::NeedMore>(result)) {
+    buffer.append(bytes.substr(0, piece));
+    bytes.remove_prefix(std::min(piece, bytes.size()));
+    result = reader.take(buffer);
+  }
+  return result;
+}
+
+void check(const rdmd::RequestHead &head, const rdmd::RequestHead &other) {
+  fuzz::require(head.line == other.line && head.fields.size() == other.fields.size(), "two readings of one head");
+  fuzz::require(head.length == other.length && head.keep_alive == other.keep_alive, "two readings of its framing");
+  fuzz::require(head.field("transfer-encoding").empty(), "a body without a length");
+  if (const auto target = rdmd::parse_target(head.target))
+    fuzz::require(target->path == "*" || target->path.front() == '/', "the path of a target");
+}
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+  std::string_view input = fuzz::text(data, size);
+  const size_t piece = 1 + fuzz::take(input, 1);
+  const rdmd::HeadResult whole = read(input, input.size()), pieces = read(input, piece);
+  const auto *head = std::get_if<rdmd::RequestHead>(&whole), *other = std::get_if<rdmd::RequestHead>(&pieces);
+  fuzz::require((head == nullptr) == (other == nullptr), "a head that depends on how it arrives");
+  if (head != nullptr) check(*head, *other);
+  return 0;
+}

@@ -1,0 +1,43 @@
+/// Any bytes as the header of a message.
+
+#include "fuzz/fuzz.h"
+#include "libcs/guard.h"
+#include "service/rdm.h"
+
+namespace {
+
+using header_ptr = std::unique_ptr<rdmhdr, deleter<rdmhdr_destroy>>;
+
+header_ptr make_header() {
+  rdmhdr *header = nullptr;
+  rdmhdr_create(&header);
+  return header_ptr(header);
+}
+
+csio_ptr buffer_of(std::string_view bytes) {
+  csio_ptr io = make_csio();
+  csio_append(io.get(), bytes.data(), static_cast<int32_t>(bytes.size()));
+  return io;
+}
+
+std::string print(const rdmhdr *header) {
+  const csio_ptr io = make_csio();
+  rdmhdr_print(header, io.get());
+  std::string text(io->length, '\0');
+  csio_copy(io.get(), text.data(), static_cast<int32_t>(text.size()));
+  return text;
+}
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+  const header_ptr header = make_header(), again = make_header();
+  const int result = rdmhdr_parse(buffer_of(fuzz::text(data, size)).get(), header.get());
+  fuzz::require(result >= 0 && result <= 2, "the result");
+  if (result != 0) return 0;
+  const std::string once = print(header.get());
+  // A header that has grown past what is read of one cannot be read again.
+  if (once.size() > 1023) return 0;
+  fuzz::require(rdmhdr_parse(buffer_of(once).get(), again.get()) == 0, "a printed header");
+  return 0;
+}

@@ -1,0 +1,40 @@
+/// Any bytes as SOIF text in memory.
+
+#include <algorithm>
+#include <cstring>
+
+#include "fuzz/fuzz.h"
+#include "libcs/guard.h"
+#include "qxapi/ascii.h"
+
+namespace {
+
+void check(const AVPair &pair) {
+  const std::string_view name = pair.attribute;
+  fuzz::require(std::all_of(name.begin(), name.end(), [](char c) { return c == ascii::lower(c); }), "a name's case");
+  fuzz::require(pair.vsize >= 0 && pair.value[pair.vsize] == '\0', "the NUL behind a value");
+}
+
+int64_t check_attributes(const cshashtable &table) {
+  int64_t bytes = 0;
+  for (int32_t i = 0; i < table.nbuckets; ++i)
+    for (const cslist_node *node = table.buckets[i]->head; node != nullptr; node = node->next) {
+      const auto *pair = static_cast<const AVPair *>(node->data);
+      check(*pair);
+      bytes += pair->vsize;
+    }
+  return bytes;
+}
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+  soif_reader reader(fuzz::text(data, size));
+  while (!reader.at_end()) {
+    const soif_ptr object = reader.next();
+    if (!object) continue;
+    fuzz::require(check_attributes(*object->attrs) == object->value_bytes, "the sum of the sizes");
+    fuzz::require(std::strlen(object->url) < 4096, "the length of a URL");
+  }
+  return 0;
+}
