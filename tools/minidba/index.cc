@@ -1,18 +1,18 @@
-#include "tools/minidba/index.h"
-
 #include <zlib.h>
 
 #include <algorithm>
 #include <cstdint>
 #include <limits>
-#include <ostream>
 #include <tuple>
 #include <vector>
 
 #include "tools/minidba/failure.h"
 #include "tools/minidba/files.h"
 #include "tools/minidba/hash_table.h"
+#include "tools/minidba/progress.h"
 #include "tools/minidba/record.h"
+#include "tools/minidba/report.h"
+#include "tools/minidba/verbs.h"
 
 namespace minidba {
 namespace {
@@ -35,10 +35,13 @@ Entry entry_of(std::string_view key, std::string_view record, const std::string 
   return {static_cast<uint32_t>(time), *number, static_cast<uint32_t>(record.size()), checksum_of(record)};
 }
 
-std::vector<Entry> read_entries(const std::string &database) {
+std::vector<Entry> read_entries(const std::string &database, const Console &console) {
   std::vector<Entry> entries;
-  HashTable(database).each(
-      [&](std::string_view key, std::string_view record) { entries.push_back(entry_of(key, record, database)); });
+  Progress progress(console, "indexing");
+  HashTable(database).each([&](std::string_view key, std::string_view record) {
+    entries.push_back(entry_of(key, record, database));
+    progress.advance(1, static_cast<int64_t>(record.size()));
+  });
   std::sort(entries.begin(), entries.end(),
             [](const Entry &a, const Entry &b) { return std::tie(a.time, a.number) < std::tie(b.time, b.number); });
   return entries;
@@ -60,15 +63,19 @@ std::string encode(const std::vector<Entry> &entries) {
 
 }  // namespace
 
-void index(const std::string &database, const std::string &index, std::ostream &out) {
-  if (!status_of(database)) throw Failure("not there: " + database);
-  const Lock lock(database);
-  const std::vector<Entry> entries = read_entries(database);
-  Snapshot snapshot(index);
-  snapshot.create(encode(entries));
-  snapshot.sync();
-  snapshot.commit();
-  out << entries.size() << '\n';
+int index(const Options &options, const Console &console) {
+  if (!status_of(options.database)) throw Failure("not there: " + options.database);
+  const std::optional<Lock> lock =
+      options.dry_run ? std::nullopt : std::optional<Lock>(std::in_place, options.database);
+  const std::vector<Entry> entries = read_entries(options.database, console);
+  if (!options.dry_run) {
+    Snapshot snapshot(options.index);
+    snapshot.create(encode(entries));
+    snapshot.sync();
+    snapshot.commit();
+  }
+  report(options, console, {"indexed", static_cast<int64_t>(entries.size())});
+  return exit_done;
 }
 
 }  // namespace minidba

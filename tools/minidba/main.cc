@@ -1,46 +1,57 @@
+#include <fcntl.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <csignal>
 #include <iostream>
+#include <system_error>
 
+#include "tools/minidba/command_line.h"
 #include "tools/minidba/failure.h"
-#include "tools/minidba/index.h"
-#include "tools/minidba/update.h"
 
 namespace {
 
-constexpr int exit_failure = 2;
+using minidba::Command;
+using minidba::Console;
 
 int fail(const std::string &text) {
   std::cerr << "minidba: " << text.substr(0, text.find('\n')) << '\n';
-  return exit_failure;
+  return minidba::exit_failure;
+}
+
+/// take_standard_descriptors makes sure that no file of the catalog is opened as a standard stream. One that was closed
+/// becomes a stream that cannot be used in its direction.
+void take_standard_descriptors() {
+  for (int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+    if (::fcntl(fd, F_GETFD) == -1 && ::open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY) != fd)
+      std::_Exit(minidba::exit_failure);
+}
+
+int run(int argc, char **argv) {
+  const std::optional<Command> command = minidba::read_command_line(argc, argv, std::cout);
+  int status = minidba::exit_done;
+  if (command) {
+    const bool watched = !command->options.quiet && ::isatty(STDERR_FILENO) != 0;
+    status = command->verb(command->options, Console{STDIN_FILENO, std::cout, std::cerr, watched});
+  }
+  std::cout.flush();
+  return status;
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
-  CLI::App app("minidba maintains a catalog: its database, its index and the files beside them.", "minidba");
-  std::string database, index;
-  app.add_option("-d,--database", database, "the catalog's database")->required()->type_name("FILE");
-  app.add_option("-i,--index", index, "the catalog's index")->type_name("FILE");
-  app.set_version_flag("--version", RDM_VERSION);
-  app.require_subcommand(0, 1);
-  const CLI::App *update = app.add_subcommand("update", "take in the descriptions on standard input (SOIF)");
-  const CLI::App *index_verb = app.add_subcommand("index", "write the index (needs -i)");
-
+  take_standard_descriptors();
+  // A reader that has gone is an output that cannot be written, not the end in the midst of a work.
+  std::signal(SIGPIPE, SIG_IGN);
+  std::ios::sync_with_stdio(false);
+  std::cerr.tie(nullptr);
+  std::cout.exceptions(std::ios::failbit | std::ios::badbit);
   try {
-    app.parse(argc, argv);
-    if (update->parsed()) {
-      minidba::update(database, STDIN_FILENO, std::cout, std::cerr);
-    } else {
-      if (!index_verb->parsed()) return fail("a verb is required: update or index");
-      if (index.empty()) return fail("index: --index is required");
-      minidba::index(database, index, std::cout);
-    }
-    std::cout.flush();
-    return std::cout ? 0 : fail("cannot write to standard output");
-  } catch (const CLI::ParseError &error) {
-    return error.get_exit_code() == 0 ? app.exit(error) : fail(error.what());
+    return run(argc, argv);
+  } catch (const std::ios::failure &) {
+    const int error = errno;
+    return fail("cannot write to standard output: " + std::generic_category().message(error));
   } catch (const std::exception &error) {
     return fail(error.what());
   }

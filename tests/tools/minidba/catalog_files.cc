@@ -21,6 +21,16 @@ std::vector<std::string> CatalogFiles::command(const std::vector<std::string> &w
   return arguments;
 }
 
+support::Finished CatalogFiles::run(const std::vector<std::string> &words, const std::string &input) const {
+  std::vector<std::string> all{"-i", path(".idx")};
+  all.insert(all.end(), words.begin(), words.end());
+  return support::run(command(all), input);
+}
+
+std::string CatalogFiles::shell_command(const std::string &words) const {
+  return BINARY_DIR "/bin/minidba -d " + path() + " -i " + path(".idx") + " " + words;
+}
+
 support::Finished CatalogFiles::update(const std::string &stream) const {
   return support::run(command({"update"}), stream);
 }

@@ -22,6 +22,10 @@ class CatalogFiles {
   support::Finished update(const std::string &stream) const;
   support::Finished index() const;
   std::vector<std::string> command(const std::vector<std::string> &words) const;
+  /// run runs a verb with its options on the catalog; `-i` is given too.
+  support::Finished run(const std::vector<std::string> &words, const std::string &input = "") const;
+  /// shell_command is the same as a word of a shell command.
+  std::string shell_command(const std::string &words) const;
 
   /// records returns every record by its key; read as the service reads it.
   std::map<std::string, std::string> records() const;

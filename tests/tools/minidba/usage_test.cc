@@ -1,3 +1,4 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "catalog_files.h"
@@ -5,12 +6,18 @@
 namespace {
 
 using support::Finished;
+using testing::HasSubstr;
+
+const std::string program = BINARY_DIR "/bin/minidba";
+const std::string verbs = "update, index";
+
+Finished shell(const std::string &command) { return support::run({"/bin/sh", "-c", command}); }
 
 class Usage : public testing::Test {
  protected:
   /// expect_failure asserts exit status 2, one line on standard error and nothing on standard output.
   void expect_failure(const std::vector<std::string> &words, const std::string &text) {
-    std::vector<std::string> arguments{BINARY_DIR "/bin/minidba"};
+    std::vector<std::string> arguments{program};
     arguments.insert(arguments.end(), words.begin(), words.end());
     const Finished finished = support::run(arguments);
     EXPECT_EQ(finished.status, 2) << text;
@@ -21,13 +28,53 @@ class Usage : public testing::Test {
 };
 
 TEST_F(Usage, SaysWhatIsMissingOrUnknown) {
-  expect_failure({}, "--database is required");
+  const std::string db = catalog_.path();
+  expect_failure({}, "a verb is required: one of " + verbs);
   expect_failure({"update"}, "--database is required");
-  expect_failure({"-d", catalog_.path()}, "a verb is required: update or index");
-  expect_failure({"-d", catalog_.path(), "explode"}, "The following argument was not expected: explode");
-  expect_failure({"-d", catalog_.path(), "--explode", "update"}, "The following argument was not expected: --explode");
-  expect_failure({"-d", catalog_.path(), "index"}, "index: --index is required");
+  expect_failure({"-d", db}, "a verb is required: one of " + verbs);
+  expect_failure({"explode"}, "unknown verb \"explode\": not one of " + verbs);
+  expect_failure({"-d", db, "explode"}, "unknown verb \"explode\": not one of " + verbs);
+  expect_failure({"-d", db, "update", "explode"}, "The following argument was not expected: explode");
+  expect_failure({"-d", db, "--explode", "update"}, "The following argument was not expected: --explode");
+  expect_failure({"-d", db, "-d", db, "update"}, "--database: At Most 1 required but received 2");
+  expect_failure({"-d", db, "index"}, "index: --index is required");
+  expect_failure({"-d", db, "-i", db, "index"}, "database and index are the same file: " + db);
   EXPECT_TRUE(catalog_.files().empty());
+}
+
+TEST_F(Usage, OptionsStandBeforeOrAfterTheVerb) {
+  const Finished finished = support::run({program, "update", "--json", "-d", catalog_.path()});
+  EXPECT_EQ(finished.status, 0) << finished.errors;
+  EXPECT_EQ(catalog_.files().front(), "catalog.db");
+}
+
+TEST_F(Usage, AnOutputThatCannotBeWrittenIsAnError) {
+  catalog_.update("");
+  const std::string index = " -d " + catalog_.path() + " -i " + catalog_.path(".idx") + " index";
+  const struct {
+    std::string command, errors;
+  } rows[] = {
+      {program + index + " >/dev/full", "minidba: cannot write to standard output: No space left on device\n"},
+      {program + index + " >&-", "minidba: cannot write to standard output: Bad file descriptor\n"},
+      {"(sleep 0.1; " + program + index + "; echo $? >&2) | true",
+       "minidba: cannot write to standard output: Broken pipe\n2\n"},
+      {program + " --help >/dev/full", "minidba: cannot write to standard output: No space left on device\n"},
+  };
+  for (const auto &row : rows) {
+    const Finished finished = shell(row.command);
+    EXPECT_EQ(finished.errors, row.errors) << row.command;
+    if (row.command.find('|') == std::string::npos) {
+      EXPECT_EQ(finished.status, 2) << row.command;
+    }
+  }
+}
+
+TEST_F(Usage, NoFileOfTheCatalogTakesThePlaceOfAClosedStream) {
+  catalog_.update(rd("http://localhost/1", {{"title", "One"}}));
+  const auto before = catalog_.records();
+  const Finished finished = shell(catalog_.shell_command("update") + " <&- >&- 2>&-");
+  EXPECT_EQ(finished.status, 2) << "an input that is closed cannot be read";
+  EXPECT_EQ(catalog_.records(), before);
 }
 
 TEST_F(Usage, NamesTheFileThatIsNotThere) {
@@ -48,12 +95,22 @@ TEST_F(Usage, NamesTheFileThatIsNotADatabase) {
 }
 
 TEST_F(Usage, HelpAndVersionSucceed) {
-  for (const char *option : {"--help", "--version"}) {
-    const Finished finished = support::run({BINARY_DIR "/bin/minidba", option});
-    EXPECT_EQ(finished.status, 0) << option;
-    EXPECT_NE(finished.out, "") << option;
-    EXPECT_EQ(finished.errors, "") << option;
+  for (const std::vector<std::string> &words :
+       {std::vector<std::string>{"--help"}, {"-h"}, {"--version"}, {"update", "--help"}, {"index", "-h"}}) {
+    std::vector<std::string> arguments{program};
+    arguments.insert(arguments.end(), words.begin(), words.end());
+    const Finished finished = support::run(arguments);
+    EXPECT_EQ(finished.status, 0) << words[0];
+    EXPECT_NE(finished.out, "") << words[0];
+    EXPECT_EQ(finished.errors, "") << words[0];
   }
+}
+
+TEST_F(Usage, TheHelpOfAVerbNamesItsOptionsAndTheCommonOnes) {
+  const std::string help = support::run({program, "index", "--help"}).out;
+  for (const char *text : {"Usage: minidba -d FILE index [OPTIONS]", "write the index", "--dry-run",
+                           "-d,--database FILE", "-i,--index FILE", "--json", "--quiet"})
+    EXPECT_THAT(help, HasSubstr(text));
 }
 
 }  // namespace

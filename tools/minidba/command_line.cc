@@ -1,0 +1,137 @@
+#include "tools/minidba/command_line.h"
+
+#include <CLI/CLI.hpp>
+#include <filesystem>
+#include <ostream>
+#include <sstream>
+
+#include "tools/minidba/failure.h"
+
+namespace minidba {
+namespace {
+
+constexpr char common_group[] = "Common options";
+
+void declare_nothing(CLI::App &, Options &) {}
+
+void declare_dry_run(CLI::App &verb, Options &options) {
+  verb.add_flag("--dry-run", options.dry_run, "say what would be done and change nothing");
+}
+
+void need_index(const Options &options) {
+  if (options.index.empty()) throw Failure(options.verb + ": --index is required");
+}
+
+void need_nothing(const Options &) {}
+
+struct Row {
+  const char *name;
+  const char *purpose;
+  Verb verb;
+  void (*declare)(CLI::App &, Options &);  // the verb's own options
+  void (*check)(const Options &);
+};
+
+constexpr Row rows[] = {
+    {"update", "take in the descriptions on standard input (SOIF)", update, declare_nothing, need_nothing},
+    {"index", "write the index", index, declare_dry_run, need_index},
+};
+
+/// HelpText words the usage line as the program is used.
+class HelpText : public CLI::Formatter {
+ public:
+  std::string make_usage(const CLI::App *app, std::string) const override {
+    const bool is_verb = app->get_parent() != nullptr;
+    std::string text = "Usage: minidba -d FILE " + (is_verb ? app->get_name() : "VERB") + " [OPTIONS]";
+    for (const CLI::Option *option : app->get_options([](const CLI::Option *o) { return o->get_positional(); }))
+      text += ' ' + make_option_usage(option);
+    return text + "\n";
+  }
+};
+
+void declare_common(CLI::App &app, Options &options) {
+  app.option_defaults()->group(common_group);
+  app.add_option("-d,--database", options.database, "the catalog's database (required)")->type_name("FILE");
+  app.add_option("-i,--index", options.index, "the catalog's index")->type_name("FILE");
+  app.add_flag("-q,--quiet", options.quiet, "no summary and no progress on standard error");
+  app.add_flag("--json", options.json, "write the result as JSON to standard output");
+}
+
+/// common_help is what the help of a verb says about the options that all verbs share.
+std::string common_help(const CLI::App &app) {
+  const auto common = app.get_options([](const CLI::Option *option) { return option->get_group() == common_group; });
+  std::string text = HelpText().make_group(common_group, false, common);
+  return text.substr(1, text.find_last_not_of('\n'));
+}
+
+void declare_verbs(CLI::App &app, Options &options) {
+  for (const Row &row : rows) {
+    CLI::App *verb = app.add_subcommand(row.name, row.purpose)->fallthrough();
+    verb->group("Verbs")->option_defaults()->group("Options");
+    verb->footer([&app] { return common_help(app); });
+    row.declare(*verb, options);
+  }
+}
+
+std::string verb_names() {
+  std::string names;
+  for (const Row &row : rows) names += std::string(names.empty() ? "" : ", ") + row.name;
+  return names;
+}
+
+const Row &row_of(const CLI::App &app) {
+  for (const Row &row : rows)
+    if (app.got_subcommand(row.name)) return row;
+  throw Failure("a verb is required: one of " + verb_names());
+}
+
+std::string refusal(const CLI::App &app, const CLI::ParseError &error) {
+  const std::vector<std::string> words = app.remaining();
+  const bool is_verb = app.get_subcommands().empty() && !words.empty() && words.front()[0] != '-';
+  if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::ExtrasError) && is_verb)
+    return "unknown verb \"" + words.front() + "\": not one of " + verb_names();
+  return error.what();
+}
+
+/// check_files makes sure that no file is given two purposes: the later written would replace the other.
+void check_files(const Options &options) {
+  std::error_code ignored;
+  if (options.database == options.index || std::filesystem::equivalent(options.database, options.index, ignored))
+    throw Failure("database and index are the same file: " + options.database);
+}
+
+void check(const Row &row, const Options &options) {
+  if (options.database.empty()) throw Failure("--database is required");
+  row.check(options);
+  check_files(options);
+}
+
+}  // namespace
+
+std::optional<Command> read_command_line(int argc, char **argv, std::ostream &out) {
+  CLI::App app("Maintains a catalog: its database, its index and the files beside them.", "minidba");
+  app.formatter(std::make_shared<HelpText>());
+  app.set_help_flag("-h,--help", "show this help");
+  app.set_version_flag("--version", RDM_VERSION, "show the version");
+  app.require_subcommand(0, 1);
+  app.footer("\"minidba VERB --help\" says more about a verb, minidba(8) about them all.");
+  Command command;
+  declare_common(app, command.options);
+  declare_verbs(app, command.options);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError &error) {
+    if (error.get_exit_code() != 0) throw Failure(refusal(app, error));
+    std::ostringstream help;
+    app.exit(error, help, help);
+    out << help.str();
+    return std::nullopt;
+  }
+  const Row &row = row_of(app);
+  command.verb = row.verb;
+  command.options.verb = row.name;
+  check(row, command.options);
+  return command;
+}
+
+}  // namespace minidba

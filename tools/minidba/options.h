@@ -1,0 +1,31 @@
+/// What the command line says, and where a verb reads and writes.
+#ifndef MINIDBA_OPTIONS_H
+#define MINIDBA_OPTIONS_H
+
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+namespace minidba {
+
+/// Options are the same record for all verbs; each reads the fields that concern it.
+struct Options {
+  std::string verb;
+  std::string database;
+  std::string index;  // empty when not given
+  bool quiet = false;
+  bool json = false;
+  bool dry_run = false;
+};
+
+/// Console is the program's surroundings. What programs read goes to `out`, what people read to `errors`.
+struct Console {
+  int input;  // descriptor
+  std::ostream &out;
+  std::ostream &errors;
+  bool progress;  // somebody is looking at `errors` and wants to be told how far the work is
+};
+
+}  // namespace minidba
+
+#endif

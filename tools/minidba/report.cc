@@ -1,0 +1,30 @@
+#include "tools/minidba/report.h"
+
+#include <nlohmann/json.hpp>
+#include <ostream>
+
+namespace minidba {
+namespace {
+
+void report_json(const Options &options, std::ostream &out, const Figure &result, const std::vector<Figure> &details) {
+  nlohmann::ordered_json object{{"verb", options.verb}, {"dry-run", options.dry_run}, {result.name, result.value}};
+  for (const Figure &figure : details) object[figure.name] = figure.value;
+  out << object.dump() << '\n';
+}
+
+}  // namespace
+
+void report(const Options &options, const Console &console, const Figure &result, const std::vector<Figure> &details) {
+  if (options.json) return report_json(options, console.out, result, details);
+  if (!options.quiet && !details.empty()) {
+    const char *separator = options.dry_run ? "minidba: dry run: " : "minidba: ";
+    for (const Figure &figure : details) {
+      console.errors << separator << figure.value << ' ' << figure.name;
+      separator = ", ";
+    }
+    console.errors << '\n';
+  }
+  console.out << result.value << '\n';
+}
+
+}  // namespace minidba

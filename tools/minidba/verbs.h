@@ -1,0 +1,23 @@
+/// The verbs. Each does its work and returns the program's exit status; a Failure that it throws means that nothing
+/// changed.
+#ifndef MINIDBA_VERBS_H
+#define MINIDBA_VERBS_H
+
+#include "tools/minidba/options.h"
+
+namespace minidba {
+
+using Verb = int (*)(const Options &, const Console &);
+
+constexpr int exit_done = 0;
+constexpr int exit_found_fault = 1;  // the work was done and found something missing or damaged
+constexpr int exit_failure = 2;
+
+/// update takes in the descriptions on the input and prints how many it accepted.
+int update(const Options &options, const Console &console);
+/// index writes the index and prints the number of its entries.
+int index(const Options &options, const Console &console);
+
+}  // namespace minidba
+
+#endif
