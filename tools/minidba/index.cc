@@ -6,9 +6,9 @@
 #include <tuple>
 #include <vector>
 
+#include "tools/minidba/catalog.h"
 #include "tools/minidba/failure.h"
 #include "tools/minidba/files.h"
-#include "tools/minidba/hash_table.h"
 #include "tools/minidba/progress.h"
 #include "tools/minidba/record.h"
 #include "tools/minidba/report.h"
@@ -27,19 +27,18 @@ uint32_t checksum_of(std::string_view record) {
   return static_cast<uint32_t>(crc32_z(0, reinterpret_cast<const unsigned char *>(record.data()), record.size()));
 }
 
-Entry entry_of(std::string_view key, std::string_view record, const std::string &database) {
-  const auto number = number_of(key);
+Entry entry_of(uint32_t number, std::string_view record, const std::string &database) {
   const soif_ptr object = parse(record);
-  if (!number || !object) throw Failure("damaged record " + std::string(key) + " in " + database);
+  if (!object) throw Failure("damaged record " + database_key(number) + " in " + database);
   const auto time = std::clamp<time_t>(change_time(object.get()), 0, std::numeric_limits<uint32_t>::max());
-  return {static_cast<uint32_t>(time), *number, static_cast<uint32_t>(record.size()), checksum_of(record)};
+  return {static_cast<uint32_t>(time), number, static_cast<uint32_t>(record.size()), checksum_of(record)};
 }
 
 std::vector<Entry> read_entries(const std::string &database, const Console &console) {
   std::vector<Entry> entries;
   Progress progress(console, "indexing");
-  HashTable(database).each([&](std::string_view key, std::string_view record) {
-    entries.push_back(entry_of(key, record, database));
+  Catalog(database).each([&](uint32_t number, std::string_view record) {
+    entries.push_back(entry_of(number, record, database));
     progress.advance(1, static_cast<int64_t>(record.size()));
   });
   std::sort(entries.begin(), entries.end(),

@@ -39,6 +39,14 @@ std::string print(const SOIF *object) {
 
 soif_ptr parse(std::string_view record) { return soif_reader(record).next(); }
 
+std::optional<std::string> url_of(std::string_view record) {
+  char *none[] = {nullptr};
+  soif_reader reader(record);
+  reader.accept(none);
+  const soif_ptr object = reader.next();
+  return object ? std::optional<std::string>(object->url) : std::nullopt;
+}
+
 std::string content(SOIF *object) {
   while (soif_delete(object, last_changed) == 0) {
   }

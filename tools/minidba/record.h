@@ -20,6 +20,8 @@ std::optional<uint32_t> number_of(std::string_view key);
 std::string print(const SOIF *object);
 /// parse returns the object that a record holds, or null.
 soif_ptr parse(std::string_view record);
+/// url_of returns the URL of a record, or nothing when it holds no object.
+std::optional<std::string> url_of(std::string_view record);
 
 /// content returns what makes two versions of a description equal: its text without "rd-last-changed". The object loses
 /// that attribute.

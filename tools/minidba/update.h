@@ -5,13 +5,10 @@
 #include <cstdint>
 #include <ctime>
 #include <iosfwd>
-#include <optional>
 #include <string>
-#include <unordered_map>
-#include <vector>
 
+#include "tools/minidba/changes.h"
 #include "tools/minidba/soif_stream.h"
-#include "tools/minidba/url_map.h"
 
 namespace minidba {
 
@@ -21,37 +18,24 @@ struct Summary {
   int64_t accepted() const { return added + changed + unchanged; }
 };
 
-/// Update gathers the changes that a stream makes to a catalog, in a scratch file, and writes the next snapshot.
-/// The catalog's lock is held meanwhile.
+/// Update turns a stream into changes of a catalog. The catalog's lock is held meanwhile.
 class Update {
  public:
-  Update(std::string database, time_t now);
+  Update(const Catalog &catalog, time_t now);
 
   /// take judges one object of the stream; what is wrong with a rejected one goes to `errors`.
   void take(SoifStream::Item item, std::ostream &errors);
-  /// commit makes the changes the catalog's state. A catalog that is not there yet is made even without any.
-  void commit();
+  const Changes &changes() const { return changes_; }
+  uint32_t next_number() const { return next_number_; }
   const Summary &summary() const { return summary_; }
 
  private:
-  struct Change {
-    uint32_t number;
-    ScratchFile::Extent record;
-    bool is_new;
-  };
-
   void accept(SOIF *object);
-  std::optional<std::string> current(uint32_t number) const;
-  void store(const std::string &url, uint32_t number, bool is_new, const std::string &record);
-  void each_record(const HashTable::Visit &visit) const;
+  uint32_t new_number();
 
-  std::string database_;
+  const Catalog &catalog_;
   time_t now_;
-  std::optional<HashTable> old_;
-  UrlMap urls_;
-  ScratchFile records_;
-  std::unordered_map<std::string, uint32_t> new_urls_;
-  std::unordered_map<uint32_t, Change> changes_;
+  Changes changes_;
   uint32_t next_number_;
   Summary summary_;
 };

@@ -1,8 +1,9 @@
 #include "tools/minidba/url_map.h"
 
+#include <algorithm>
 #include <charconv>
-#include <unordered_map>
 
+#include "dba/hash_file.h"
 #include "tools/minidba/failure.h"
 #include "tools/minidba/record.h"
 
@@ -20,83 +21,71 @@ std::string identity_of(const std::string &path) {
          " " + std::to_string(status->st_mtim.tv_sec) + "." + std::to_string(status->st_mtim.tv_nsec);
 }
 
-std::string identity_record(const std::string &identity, uint32_t next_number) {
-  return identity + " next " + std::to_string(next_number);
-}
-
-void write_map(const std::string &path, const std::string &identity, uint32_t next_number,
-               const std::function<void(const UrlMap::Visit &)> &each_url) {
-  const std::string record = identity_record(identity, next_number);
-  const Produce produce = [&](const HashTable::Visit &put) {
-    put(identity_key, record);
-    each_url([&](std::string_view url, uint32_t number) { put(url, database_key(number)); });
-  };
-  Shape shape;
-  produce([&](std::string_view key, std::string_view value) {
-    shape.add(static_cast<int64_t>(key.size()), static_cast<int64_t>(value.size()));
-  });
-  write_hash_table(path, shape, produce);
+/// number_behind returns the number that a text consists of behind a prefix.
+std::optional<uint32_t> number_behind(const std::string &prefix, const std::string &text) {
+  if (text.compare(0, prefix.size(), prefix) != 0) return std::nullopt;
+  uint32_t number = 0;
+  const char *begin = text.data() + prefix.size(), *end = text.data() + text.size();
+  const auto result = std::from_chars(begin, end, number);
+  return result.ec == std::errc() && result.ptr == end ? std::optional(number) : std::nullopt;
 }
 
 }  // namespace
 
-UrlMap::UrlMap(std::string path, const HashTable *database) : path_(std::move(path)) {
-  if (database != nullptr && !open(database->path())) rebuild(*database);
-}
-
-/// open returns whether the map on the disk belongs to the database.
-bool UrlMap::open(const std::string &database) {
-  if (!status_of(path_)) return false;
+std::optional<UrlMap> UrlMap::open(const std::string &database) {
+  const std::string path = path_for(database);
+  if (!status_of(path)) return std::nullopt;
   try {
-    HashTable table(path_);
+    HashTable table(path);
     const std::string record = table.get(identity_key).value_or("");
-    const std::string expected = identity_of(database) + " next ";
-    if (record.compare(0, expected.size(), expected) != 0) return false;
-    const char *number = record.data() + expected.size(), *end = record.data() + record.size();
-    if (std::from_chars(number, end, next_number_).ptr != end || number == end) return false;
-    table_.emplace(std::move(table));
-    return true;
+    const auto next_number = number_behind(identity_of(database) + " next ", record);
+    if (next_number) return UrlMap(std::move(table), *next_number);
   } catch (const Failure &) {
-    return false;
+    // Without a map it goes on more slowly.
   }
-}
-
-void UrlMap::rebuild(const HashTable &database) {
-  std::unordered_map<std::string, uint32_t> numbers;
-  next_number_ = 1;
-  database.each([&](std::string_view key, std::string_view value) {
-    const auto number = minidba::number_of(key);
-    const soif_ptr object = parse(value);
-    if (!number || !object) throw Failure("damaged record " + std::string(key) + " in " + database.path());
-    next_number_ = std::max(next_number_, *number + 1);
-    const auto [entry, is_new] = numbers.emplace(object->url, *number);
-    if (!is_new) entry->second = std::min(entry->second, *number);
-  });
-  Snapshot snapshot(path_);
-  write_map(snapshot.path(), identity_of(database.path()), next_number_, [&](const Visit &visit) {
-    for (const auto &[url, number] : numbers) visit(url, number);
-  });
-  snapshot.sync();
-  snapshot.commit();
-  table_.emplace(path_);
+  return std::nullopt;
 }
 
 std::optional<uint32_t> UrlMap::number_of(std::string_view url) const {
-  if (!table_) return std::nullopt;
-  const auto key = table_->get(url);
+  const auto key = table_.get(url);
   return key ? minidba::number_of(*key) : std::nullopt;
 }
 
-void UrlMap::write(Snapshot &snapshot, const std::string &database, uint32_t next_number,
-                   const std::function<void(const Visit &)> &additions) const {
-  write_map(snapshot.path(), identity_of(database), next_number, [&](const Visit &visit) {
-    if (table_)
-      table_->each([&](std::string_view url, std::string_view key) {
-        if (url != identity_key) visit(url, minidba::number_of(key).value_or(0));
-      });
-    additions(visit);
+void UrlMap::each(const Visit &visit) const {
+  table_.each([&](std::string_view url, std::string_view key) {
+    if (url != identity_key) visit(url, minidba::number_of(key).value_or(0));
   });
+}
+
+void UrlMap::write(Snapshot &snapshot, const std::string &database, uint32_t next_number,
+                   const std::function<void(const Visit &)> &produce) {
+  const std::string identity = identity_of(database) + " next " + std::to_string(next_number);
+  const Produce records = [&](const HashTable::Visit &put) {
+    put(identity_key, identity);
+    produce([&](std::string_view url, uint32_t number) { put(url, database_key(number)); });
+  };
+  Shape shape;
+  records([&](std::string_view key, std::string_view value) {
+    shape.add(static_cast<int64_t>(key.size()), static_cast<int64_t>(value.size()));
+  });
+  write_hash_table(snapshot.path(), shape, records);
   snapshot.sync();
+}
+
+void UrlScan::add(std::string_view url, uint32_t number) {
+  entries_.emplace_back(hash_file::default_hash(url.data(), url.size()), number);
+  highest_ = std::max(highest_, number);
+}
+
+void UrlScan::sort() { std::sort(entries_.begin(), entries_.end()); }
+
+std::vector<uint32_t> UrlScan::candidates(std::string_view url) const {
+  const uint32_t hash = hash_file::default_hash(url.data(), url.size());
+  std::vector<uint32_t> numbers;
+  for (auto entry = std::lower_bound(entries_.begin(), entries_.end(), std::pair(hash, 0u));
+       entry != entries_.end() && entry->first == hash; ++entry)
+    numbers.push_back(entry->second);
+  return numbers;
 }
 
 }  // namespace minidba

@@ -7,35 +7,54 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "tools/minidba/files.h"
 #include "tools/minidba/hash_table.h"
 
 namespace minidba {
 
-/// UrlMap answers for one snapshot of a database, which it is known to belong to by the file's identity (device, inode,
-/// size, time of change). A map that is missing, damaged or of another snapshot is made anew from the database.
+/// UrlMap is the map of one snapshot of a database, which it is known to belong to by the file's identity (device,
+/// inode, size, time of change).
 class UrlMap {
  public:
-  /// `database` null: the catalog is yet to be made, and the map is empty.
-  UrlMap(std::string path, const HashTable *database);
+  static std::string path_for(const std::string &database) { return database + ".url"; }
+  /// open returns nothing where there is no sound map of the database as it is.
+  static std::optional<UrlMap> open(const std::string &database);
 
   std::optional<uint32_t> number_of(std::string_view url) const;
-  /// next_number returns the smallest number that no description of the catalog has had.
+  /// next_number returns the smallest number that no description of the catalog has had, 0 when none is left.
   uint32_t next_number() const { return next_number_; }
 
   using Visit = std::function<void(std::string_view url, uint32_t number)>;
-  /// write writes the map of a new snapshot: the URLs of this one and those that `additions` hands over.
-  void write(Snapshot &snapshot, const std::string &database, uint32_t next_number,
-             const std::function<void(const Visit &)> &additions) const;
+  void each(const Visit &visit) const;
+
+  /// write writes the map of the file `database` as the next state of a map: the URLs that `produce` hands over, which
+  /// it is asked for more than once.
+  static void write(Snapshot &snapshot, const std::string &database, uint32_t next_number,
+                    const std::function<void(const Visit &)> &produce);
 
  private:
-  bool open(const std::string &database);
-  void rebuild(const HashTable &database);
+  UrlMap(HashTable table, uint32_t next_number) : table_(std::move(table)), next_number_(next_number) {}
 
-  std::string path_;
-  std::optional<HashTable> table_;
-  uint32_t next_number_ = 1;
+  HashTable table_;
+  uint32_t next_number_;
+};
+
+/// UrlScan is what a catalog without a map is searched with: the hash of each URL and its number.
+class UrlScan {
+ public:
+  void add(std::string_view url, uint32_t number);
+  /// sort comes after the last add and before the first candidates.
+  void sort();
+  /// candidates returns the numbers among which that of a URL is, if it has one, lowest first.
+  std::vector<uint32_t> candidates(std::string_view url) const;
+  uint32_t next_number() const { return highest_ + 1; }
+
+ private:
+  std::vector<std::pair<uint32_t, uint32_t>> entries_;  // hash and number
+  uint32_t highest_ = 0;
 };
 
 }  // namespace minidba

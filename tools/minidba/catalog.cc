@@ -1,0 +1,72 @@
+#include "tools/minidba/catalog.h"
+
+#include "tools/minidba/failure.h"
+#include "tools/minidba/record.h"
+
+namespace minidba {
+
+Catalog::Catalog(std::string database, Absent absent) : path_(std::move(database)) {
+  if (!status_of(path_)) {
+    if (absent == Absent::error) throw Failure("not there: " + path_);
+    return;
+  }
+  table_.emplace(path_);
+  urls_ = UrlMap::open(path_);
+}
+
+std::optional<std::string> Catalog::get(uint32_t number) const {
+  return table_ ? table_->get(database_key(number)) : std::nullopt;
+}
+
+std::optional<uint32_t> Catalog::number_of(std::string_view url) const {
+  if (!table_) return std::nullopt;
+  if (urls_) return urls_->number_of(url);
+  for (uint32_t number : scan().candidates(url)) {
+    const auto record = get(number);
+    if (record && url_of(*record) == url) return number;
+  }
+  return std::nullopt;
+}
+
+uint32_t Catalog::next_number() const {
+  if (!table_) return 1;
+  return urls_ ? urls_->next_number() : scan().next_number();
+}
+
+void Catalog::each(const Visit &visit) const {
+  if (!table_) return;
+  table_->each([&](std::string_view key, std::string_view record) {
+    const auto number = minidba::number_of(key);
+    if (!number) throw Failure("damaged record " + std::string(key) + " in " + path_);
+    visit(*number, record);
+  });
+}
+
+const UrlScan &Catalog::scan() const {
+  if (!scan_) {
+    scan_.emplace();
+    each([this](uint32_t number, std::string_view record) {
+      const auto url = url_of(record);
+      if (!url) throw Failure("damaged record " + database_key(number) + " in " + path_);
+      scan_->add(*url, number);
+    });
+    scan_->sort();
+  }
+  return *scan_;
+}
+
+void Catalog::renew_url_map(const Lock &) {
+  if (!table_ || urls_) return;
+  const UrlScan &numbers = scan();
+  Snapshot snapshot(UrlMap::path_for(path_));
+  UrlMap::write(snapshot, path_, numbers.next_number(), [&](const UrlMap::Visit &put) {
+    each([&](uint32_t number, std::string_view record) {
+      const std::string url = *url_of(record);
+      if (number_of(url) == number) put(url, number);
+    });
+  });
+  snapshot.commit();
+  urls_ = UrlMap::open(path_);
+}
+
+}  // namespace minidba

@@ -1,0 +1,59 @@
+/// A catalog as it stands in its files: the descriptions by number and by URL.
+#ifndef MINIDBA_CATALOG_H
+#define MINIDBA_CATALOG_H
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "tools/minidba/files.h"
+#include "tools/minidba/hash_table.h"
+#include "tools/minidba/url_map.h"
+
+namespace minidba {
+
+/// What opening a catalog that is not there does.
+enum class Absent { error, empty };
+
+/// Catalog is a snapshot open for reading. The file it opened stays readable when another takes its place. Reading
+/// needs neither the lock nor permission to write; what is damaged is a Failure that names the file.
+class Catalog {
+ public:
+  explicit Catalog(std::string database, Absent absent = Absent::error);
+
+  /// exists is false for a catalog that is yet to be made.
+  bool exists() const { return table_.has_value(); }
+  /// path is that of the database.
+  const std::string &path() const { return path_; }
+
+  std::optional<std::string> get(uint32_t number) const;
+  /// number_of returns the number of the description with this URL, the lowest if there are several. It asks the URL
+  /// map; without a map of this snapshot it reads the whole catalog once.
+  std::optional<uint32_t> number_of(std::string_view url) const;
+  /// next_number returns a number that no description of this catalog has had, deleted ones included; 0 when none is
+  /// left. It may read the whole catalog, as number_of does.
+  uint32_t next_number() const;
+
+  using Visit = std::function<void(uint32_t number, std::string_view record)>;
+  /// each visits every description, in the file's order.
+  void each(const Visit &visit) const;
+
+  /// url_map returns the map on the disk, null when there is none of this snapshot.
+  const UrlMap *url_map() const { return urls_ ? &*urls_ : nullptr; }
+  /// renew_url_map writes the map anew unless it is of this snapshot.
+  void renew_url_map(const Lock &lock);
+
+ private:
+  const UrlScan &scan() const;
+
+  std::string path_;
+  std::optional<HashTable> table_;
+  std::optional<UrlMap> urls_;
+  mutable std::optional<UrlScan> scan_;  // what takes the map's place where there is none
+};
+
+}  // namespace minidba
+
+#endif

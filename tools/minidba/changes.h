@@ -1,0 +1,86 @@
+/// What differs in the next snapshot of a catalog, and the making of that snapshot.
+#ifndef MINIDBA_CHANGES_H
+#define MINIDBA_CHANGES_H
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tools/minidba/catalog.h"
+#include "tools/minidba/files.h"
+
+namespace minidba {
+
+/// Changes gathers what is put and erased. The texts lie in a scratch file; some forty bytes a change stay in memory.
+/// The catalog must outlive it.
+class Changes {
+ public:
+  explicit Changes(const Catalog &catalog);
+
+  /// put gives a number to a description, in place of what had it. `url` is that of the record. A URL that is put under
+  /// another number leaves the description of the old number where it is: erase it first.
+  void put(uint32_t number, std::string_view url, std::string_view record);
+  /// erase removes the description of a number; `url` is the one it has so far.
+  void erase(uint32_t number, std::string_view url);
+  /// empty says whether nothing was put or erased.
+  bool empty() const { return entries_.empty(); }
+
+  /// number_of and get answer for the catalog as the changes leave it.
+  std::optional<uint32_t> number_of(std::string_view url) const;
+  std::optional<std::string> get(uint32_t number) const;
+
+  /// Change is the last that happened to a number or to a URL.
+  struct Change {
+    int64_t offset;   // of the URL in the scratch file; the record follows it
+    uint32_t number;  // of the description
+    uint32_t url_hash;
+    uint32_t url_size;
+    uint32_t record_size;  // or `erased`
+  };
+  static constexpr uint32_t erased = UINT32_MAX;
+
+  using Visit = std::function<void(const Change &)>;
+  /// each_number visits the last change of each number, each_url that of each URL.
+  void each_number(const Visit &visit) const;
+  void each_url(const Visit &visit) const;
+  /// of_number returns the last change of a number, null when there is none.
+  const Change *of_number(uint32_t number) const;
+  const Change *of_url(std::string_view url) const;
+
+  std::string url(const Change &change) const;
+  std::string record(const Change &change) const;
+
+ private:
+  /// Places finds entries by a hash: slots hold the place of an entry, from 1, each behind the first free one.
+  class Places {
+   public:
+    template <typename Equal>
+    uint32_t *find(uint32_t hash, Equal equal);
+    template <typename HashOf>
+    void grow(size_t entries, HashOf hash_of);
+
+    std::vector<uint32_t> slots;
+  };
+
+  void add(const Change &change, std::string_view url);
+  uint32_t *slot_of_number(uint32_t number) const;
+  uint32_t *slot_of_url(std::string_view url, uint32_t hash) const;
+
+  const Catalog &catalog_;
+  ScratchFile texts_;
+  std::deque<Change> entries_;
+  mutable Places numbers_, urls_;
+};
+
+/// commit makes the changes the catalog's state: the next snapshots of its database and URL map take the places of the
+/// old ones. `next_number` is the first that was never used. A catalog that is not there yet is made even without any
+/// change. Throws a Failure that leaves the old catalog as it is.
+void commit(const Lock &lock, const Catalog &catalog, const Changes &changes, uint32_t next_number);
+
+}  // namespace minidba
+
+#endif
