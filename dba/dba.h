@@ -7,10 +7,11 @@
  * until its next operation.
  *
  * Files open for reading only are read by checked code of our own: whatever bytes a file holds, a read ends with a
- * record, with 1 or with -1 (errno EINVAL where the file contradicts itself), takes no more memory than the record it
- * returns and the close gives everything back. A damaged page costs the records that are reached through it, no others.
- * Files open for writing, and databases without a file, are handled by the hash library. It trusts the pages of its file
- * and cannot hold every set of records; catalogs are therefore written by minidba, which does not use it.
+ * record, with 1 or with -1 (errno EINVAL where the file contradicts itself), takes memory for a page and the record it
+ * returns, never for more than a few times the file, and the close gives everything back. A damaged page costs the
+ * records that are reached through it, no others.
+ * Files open for writing, and databases without a file, are handled by the hash library. It trusts the pages of its
+ * file and cannot hold every set of records; catalogs are therefore written by minidba, which does not use it.
  */
 #ifndef DBA_DBA_H
 #define DBA_DBA_H
