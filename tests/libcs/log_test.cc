@@ -313,6 +313,22 @@ TEST_F(Log, TerminateClosesTheFileOnce) {
   EXPECT_THAT(file_calls, ::testing::ElementsAre("close"));
 }
 
+using LogDeathTest = Log;
+
+TEST_F(LogDeathTest, TerminateFlushesTheStream) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        std::fflush(stdout);
+        ::dup2(STDERR_FILENO, STDOUT_FILENO);
+        cslog_init(1, "stdout");
+        std::fputs("waiting", stdout);
+        cslog_terminate();
+        std::_Exit(0);
+      },
+      ::testing::ExitedWithCode(0), "^waiting$");
+}
+
 TEST_F(Log, FileOfRootIsHandedToNobody) {
   cslog_init(1, path_.c_str());
   struct stat status;

@@ -482,6 +482,15 @@ TEST_F(CsioFile, ResetRemovesTheFileAndStaysFileBacked) {
   EXPECT_EQ(copy(io, 10), "again");
 }
 
+TEST_F(CsioFile, ResetDropsWhatWaits) {
+  const csio_ptr io = make_file_buffer();
+  append(io, "waiting");
+  csio_reset(io.get());
+  EXPECT_EQ(io->wbuf_len, 0);
+  append(io, "again");
+  EXPECT_EQ(copy(io, 20), "again");
+}
+
 TEST_F(CsioFile, ConvertMovesTheBytes) {
   for (const size_t size : {1, 4095, 4096, 20000}) {
     const csio_ptr io = make_csio();

@@ -66,6 +66,16 @@ TEST_F(PriorityQueue, LevelsStayWhenTheyRunEmpty) {
   EXPECT_EQ(cspriq_get(queue), &b);
 }
 
+TEST_F(PriorityQueue, TheTailStaysWithTheFirstLevelEverMade) {
+  cspriq_put(queue, &a, 5);
+  const cslist_node *const first = queue->head;
+  for (const int32_t priority : {7, 1, 6}) {
+    EXPECT_EQ(queue->tail, first);
+    cspriq_put(queue, &a, priority);
+  }
+  EXPECT_EQ(queue->tail, first);
+}
+
 TEST_F(PriorityQueue, GetOfOnePriority) {
   cspriq_put(queue, &a, 1);
   cspriq_put(queue, &b, 2);
@@ -99,6 +109,7 @@ TEST_F(PriorityQueue, PutWithoutMemoryAddsNoLevel) {
 
 TEST_F(PriorityQueue, NullIsRefused) {
   EXPECT_EQ(cspriq_put(queue, nullptr, 1), 1u);
+  EXPECT_EQ(levels(), (std::vector<int32_t>{1})) << "its level is there all the same";
   EXPECT_EQ(cspriq_put(nullptr, &a, 1), 1u);
   EXPECT_EQ(cspriq_get(nullptr), nullptr);
   EXPECT_EQ(cspriq_getpri(nullptr, 1), nullptr);

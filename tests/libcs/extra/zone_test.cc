@@ -92,9 +92,10 @@ TEST(LocalZoneOffset, CountsTheDayWhereLocalAndUtcDatesDiffer) {
   const struct {
     int local_day, local_hour, utc_day, utc_hour, minutes;
   } rows[] = {
-      {100, 12, 100, 12, 0}, {100, 16, 101, 0, -480}, {101, 1, 100, 19, 360},  // within a year
-      {364, 16, 0, 0, -480}, {365, 16, 0, 0, -480},                            // local 31 December, UTC 1 January
-      {0, 1, 364, 19, 360},  {0, 1, 365, 19, 360},                             // the other way round
+      {100, 12, 100, 12, 0},   {100, 16, 101, 0, -480}, {101, 1, 100, 19, 360},  // within a year
+      {364, 16, 0, 0, -480},   {365, 16, 0, 0, -480},                            // local 31 December, UTC 1 January
+      {0, 1, 364, 19, 360},    {0, 1, 365, 19, 360},                             // the other way round
+      {12, 12, 10, 12, -1440}, {10, 12, 12, 12, 1440},                           // any two days apart are so taken
   };
   for (const auto &row : rows) {
     struct tm local {

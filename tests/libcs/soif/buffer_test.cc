@@ -108,6 +108,23 @@ TEST_F(Buffer, IncreasingPastTheLimitOrBackwardsIsRefused) {
   EXPECT_EQ(buffer->size, 4);
 }
 
+size_t asked = 0;
+void *recording_realloc(void *p, size_t n) {
+  asked = n;
+  return p;  // nobody writes there
+}
+
+TEST_F(Buffer, IncreasesUpToTheLimit) {
+  const soif_buffer_ptr buffer = make(4);
+  qxapi_host recording = support::memory_host();
+  recording.realloc = recording_realloc;
+  qxapi_bind(&recording);
+  EXPECT_EQ(soif_buffer_increase(buffer.get(), INT32_MAX - 4), buffer->data);
+  EXPECT_EQ(buffer->size, INT32_MAX);
+  EXPECT_EQ(asked, size_t{INT32_MAX} + 1) << "with the place of the NUL";
+  EXPECT_EQ(soif_buffer_increase(buffer.get(), 1), nullptr);
+}
+
 TEST_F(Buffer, AppendingWithoutMemoryLeavesTheTextAlone) {
   const soif_buffer_ptr buffer = make(4);
   soif_buffer_append(buffer.get(), "abc", 3);

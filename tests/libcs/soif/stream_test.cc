@@ -1,5 +1,7 @@
 #include "libcs/soif/stream.h"
 
+#include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -111,6 +113,20 @@ TEST_F(Streams, CanAllBeOpenAtOnce) {
 }
 
 using StreamsDeathTest = Streams;
+
+TEST_F(StreamsDeathTest, TheTableIsClearedBeforeItsFirstUseOnly) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");  // in a process that has opened none yet
+  EXPECT_EXIT(
+      {
+        _soif_state[0].in_use = _soif_state[9].in_use = 1;
+        const int first = soif_parse_init_string("a", 1);
+        const bool cleared = is_clear(_soif_state[9]);
+        _soif_state[1].in_use = 1;
+        std::fprintf(stderr, "%d %d %d", first, cleared, soif_parse_init_string("b", 1));
+        std::_Exit(0);
+      },
+      ::testing::ExitedWithCode(0), "^0 1 2$");
+}
 
 TEST_F(StreamsDeathTest, TheOneTooManyEndsTheProcess) {
   for (int i = 0; i < 256; ++i) soif_parse_init_string("", 0);
