@@ -5,6 +5,7 @@
 #include <ostream>
 #include <sstream>
 
+#include "qxapi/ascii.h"
 #include "tools/minidba/failure.h"
 
 namespace minidba {
@@ -16,6 +17,27 @@ void declare_nothing(CLI::App &, Options &) {}
 
 void declare_dry_run(CLI::App &verb, Options &options) {
   verb.add_flag("--dry-run", options.dry_run, "say what would be done and change nothing");
+}
+
+std::string lower_case(std::string name) {
+  for (char &c : name) c = ascii::lower(c);
+  return name;
+}
+
+void declare_get(CLI::App &verb, Options &options) {
+  verb.add_option("NUMBER|URL", options.arguments, "what is asked for; a number is decimal")->required();
+}
+
+void declare_list(CLI::App &verb, Options &options) {
+  verb.add_option("--since", options.since, "only what has changed at that time or later")->type_name("TIME");
+  verb.add_option("--attributes", options.attributes, "only these attributes, and their numbered instances")
+      ->delimiter(',')
+      ->transform(lower_case)
+      ->type_name("NAME,...");
+  verb.add_option("--format", options.format, "soif, json or tsv (number, URL and attributes between tabs)")
+      ->check(CLI::IsMember({"soif", "json", "tsv"}))
+      ->type_name("FORMAT")
+      ->default_str("soif");
 }
 
 void need_index(const Options &options) {
@@ -35,6 +57,12 @@ struct Row {
 constexpr Row rows[] = {
     {"update", "take in the descriptions on standard input (SOIF)", update, declare_nothing, need_nothing},
     {"index", "write the index", index, declare_dry_run, need_index},
+    {"unclassified", "print the URLs of descriptions without classification", unclassified, declare_nothing,
+     need_index},
+    {"get", "print descriptions by number or URL", get, declare_get, need_nothing},
+    {"list", "print descriptions", list, declare_list, need_nothing},
+    {"stats", "print figures about the catalog", stats, declare_nothing, need_nothing},
+    {"verify", "check database, index and URL map", verify, declare_nothing, need_nothing},
 };
 
 /// HelpText words the usage line as the program is used.

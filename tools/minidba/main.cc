@@ -32,7 +32,8 @@ int run(int argc, char **argv) {
   int status = minidba::exit_done;
   if (command) {
     const bool watched = !command->options.quiet && ::isatty(STDERR_FILENO) != 0;
-    status = command->verb(command->options, Console{STDIN_FILENO, std::cout, std::cerr, watched});
+    status = command->verb(command->options,
+                           Console{STDIN_FILENO, std::cout, std::cerr, watched, ::isatty(STDOUT_FILENO) != 0});
   }
   std::cout.flush();
   return status;

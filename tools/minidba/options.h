@@ -16,6 +16,10 @@ struct Options {
   bool quiet = false;
   bool json = false;
   bool dry_run = false;
+  std::string since;                    // a time; empty for all
+  std::vector<std::string> attributes;  // empty for all
+  std::string format;                   // soif, json or tsv
+  std::vector<std::string> arguments;   // the words after the verb
 };
 
 /// Console is the program's surroundings. What programs read goes to `out`, what people read to `errors`.
@@ -23,7 +27,8 @@ struct Console {
   int input;  // descriptor
   std::ostream &out;
   std::ostream &errors;
-  bool progress;  // somebody is looking at `errors` and wants to be told how far the work is
+  bool progress;       // somebody looks at `errors` and wants to be told how far the work is
+  bool out_is_screen;  // and at `out`
 };
 
 }  // namespace minidba

@@ -47,6 +47,16 @@ std::optional<std::string> url_of(std::string_view record) {
   return object ? std::optional<std::string>(object->url) : std::nullopt;
 }
 
+soif_ptr parse_only(std::string_view record, std::vector<std::string> names) {
+  std::vector<char *> accepted;
+  accepted.reserve(names.size() + 1);
+  for (std::string &name : names) accepted.push_back(name.data());
+  accepted.push_back(nullptr);
+  soif_reader reader(record);
+  reader.accept(accepted.data());
+  return reader.next();
+}
+
 std::string content(SOIF *object) {
   while (soif_delete(object, last_changed) == 0) {
   }
@@ -61,10 +71,12 @@ void stamp(SOIF *object, time_t now) {
   soif_insert(object, last_changed, text, size);
 }
 
-time_t change_time(const SOIF *object) {
+time_t time_of(const SOIF *object, const char *attribute) {
   time_t time = 0;
-  if (const char *text = soif_findval(object, last_changed)) cs_str2time(text, &time);
+  if (const char *text = soif_findval(object, attribute)) cs_str2time(text, &time);
   return time;
 }
+
+time_t change_time(const SOIF *object) { return time_of(object, last_changed); }
 
 }  // namespace minidba

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "libcs/guard.h"
 
@@ -22,6 +23,8 @@ std::string print(const SOIF *object);
 soif_ptr parse(std::string_view record);
 /// url_of returns the URL of a record, or nothing when it holds no object.
 std::optional<std::string> url_of(std::string_view record);
+/// parse_only does the same but keeps only the attributes of these names, in lower case, and their numbered instances.
+soif_ptr parse_only(std::string_view record, std::vector<std::string> names);
 
 /// content returns what makes two versions of a description equal: its text without "rd-last-changed". The object loses
 /// that attribute.
@@ -30,7 +33,9 @@ std::string content(SOIF *object);
 /// stamp sets "rd-last-changed" to a time.
 void stamp(SOIF *object, time_t now);
 
-/// change_time returns the time of "rd-last-changed", 0 when there is none that can be read.
+/// time_of returns the time that an attribute tells, 0 when it is not there or cannot be read.
+time_t time_of(const SOIF *object, const char *attribute);
+/// change_time returns the time of "rd-last-changed".
 time_t change_time(const SOIF *object);
 
 }  // namespace minidba

@@ -17,6 +17,16 @@ constexpr int exit_failure = 2;
 int update(const Options &options, const Console &console);
 /// index writes the index and prints the number of its entries.
 int index(const Options &options, const Console &console);
+/// unclassified prints the URL of each description without classification, in the order of the index.
+int unclassified(const Options &options, const Console &console);
+/// get prints the descriptions that the arguments name, by number or URL.
+int get(const Options &options, const Console &console);
+/// list prints descriptions in the order of their numbers.
+int list(const Options &options, const Console &console);
+/// stats prints figures about the catalog.
+int stats(const Options &options, const Console &console);
+/// verify prints whether the catalog is sound; what is wrong with it goes to the errors.
+int verify(const Options &options, const Console &console);
 
 }  // namespace minidba
 

@@ -1,6 +1,8 @@
 #include "catalog_files.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -25,6 +27,42 @@ support::Finished CatalogFiles::run(const std::vector<std::string> &words, const
   std::vector<std::string> all{"-i", path(".idx")};
   all.insert(all.end(), words.begin(), words.end());
   return support::run(command(all), input);
+}
+
+support::Finished CatalogFiles::run_read_only(const std::vector<std::string> &words) const {
+  std::vector<std::string> all = command({"-i", path(".idx")});
+  all.insert(all.end(), words.begin(), words.end());
+  // The superuser may write everywhere; nobody may not.
+  if (::geteuid() == 0) {
+    const std::vector<std::string> as_nobody{"/usr/bin/setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"};
+    all.insert(all.begin(), as_nobody.begin(), as_nobody.end());
+  }
+  ::chmod(folder().c_str(), 0555);
+  const support::Finished finished = support::run(all);
+  ::chmod(folder().c_str(), 0755);
+  return finished;
+}
+
+void CatalogFiles::put(const std::string &key, const std::string &record) const {
+  const database_ptr database(dba_open(path().c_str(), "w"));
+  ASSERT_TRUE(database);
+  std::string name = key, bytes = record;
+  DBT k{}, v{};
+  k.data = name.data();
+  k.size = name.size();
+  v.data = bytes.data();
+  v.size = bytes.size();
+  EXPECT_EQ(dba_put(database.get(), &k, &v), 0);
+}
+
+void CatalogFiles::remove(const std::string &key) const {
+  const database_ptr database(dba_open(path().c_str(), "w"));
+  ASSERT_TRUE(database);
+  std::string name = key;
+  DBT k{};
+  k.data = name.data();
+  k.size = name.size();
+  EXPECT_EQ(dba_del(database.get(), &k), 0);
 }
 
 std::string CatalogFiles::shell_command(const std::string &words) const {

@@ -24,6 +24,11 @@ class CatalogFiles {
   std::vector<std::string> command(const std::vector<std::string> &words) const;
   /// run runs a verb with its options on the catalog; `-i` is given too.
   support::Finished run(const std::vector<std::string> &words, const std::string &input = "") const;
+  /// run_read_only does the same as a user who may only read the folder and what is in it.
+  support::Finished run_read_only(const std::vector<std::string> &words) const;
+  /// put stores a record under a key as it stands; remove takes one away.
+  void put(const std::string &key, const std::string &record) const;
+  void remove(const std::string &key) const;
   /// shell_command is the same as a word of a shell command.
   std::string shell_command(const std::string &words) const;
 

@@ -5,7 +5,6 @@
 #include <ctime>
 
 #include "catalog_files.h"
-#include "dba/guard.h"
 
 #include <libcs/cs.h>
 
@@ -17,18 +16,7 @@ constexpr uint32_t magic = 0x3EB1CA0E;
 
 class Index : public testing::Test {
  protected:
-  /// put stores a record under a key as it stands.
-  void put(const std::string &key, const std::string &record) {
-    const database_ptr database(dba_open(catalog_.path().c_str(), "w"));
-    ASSERT_TRUE(database);
-    std::string name = key, bytes = record;
-    DBT k{}, v{};
-    k.data = name.data();
-    k.size = name.size();
-    v.data = bytes.data();
-    v.size = bytes.size();
-    EXPECT_EQ(dba_put(database.get(), &k, &v), 0);
-  }
+  void put(const std::string &key, const std::string &record) { catalog_.put(key, record); }
   static std::string at(time_t time) {
     char text[64];
     cs_time2str(time, text, sizeof text);
@@ -75,6 +63,20 @@ TEST_F(Index, IsReplacedAsAWhole) {
   EXPECT_EQ(catalog_.index().out, "2\n");
   stat(catalog_.path(".idx").c_str(), &after);
   EXPECT_NE(before.st_ino, after.st_ino) << "a reader keeps the old file";
+}
+
+TEST_F(Index, ADryRunWritesNothing) {
+  catalog_.update(rd("http://localhost/1", {{"title", "One"}}));
+  const auto files = catalog_.files();
+  const Finished finished = catalog_.run({"index", "--dry-run"});
+  EXPECT_EQ(finished.status, 0);
+  EXPECT_EQ(finished.out, "1\n");
+  EXPECT_EQ(catalog_.files(), files);
+}
+
+TEST_F(Index, AsJson) {
+  catalog_.update(rd("http://localhost/1", {{"title", "One"}}));
+  EXPECT_EQ(catalog_.run({"index", "--json"}).out, "{\"verb\":\"index\",\"dry-run\":false,\"indexed\":1}\n");
 }
 
 TEST_F(Index, OfADamagedRecordIsRefusedAndChangesNothing) {

@@ -10,7 +10,7 @@ using minidba::Progress;
 
 class ProgressLine : public testing::Test {
  protected:
-  minidba::Console console(bool progress = true) { return {0, out_, errors_, progress}; }
+  minidba::Console console(bool progress = true) { return {0, out_, errors_, progress, false}; }
   /// shown returns what was written since it was last asked for.
   std::string shown() {
     const std::string text = errors_.str();

@@ -14,7 +14,7 @@ struct Reported {
 
 Reported report(const Options &options) {
   std::ostringstream out, errors;
-  minidba::report(options, {0, out, errors, false}, {"accepted", 4}, {{"new", 3}, {"unchanged", 1}});
+  minidba::report(options, {0, out, errors, false, false}, {"accepted", 4}, {{"new", 3}, {"unchanged", 1}});
   return {out.str(), errors.str()};
 }
 
@@ -45,7 +45,7 @@ TEST(Report, AsJsonItIsOneObject) {
 
 TEST(Report, WithoutDetailsPeopleAreToldNothing) {
   std::ostringstream out, errors;
-  minidba::report(Options(), {0, out, errors, false}, {"indexed", 0});
+  minidba::report(Options(), {0, out, errors, false, false}, {"indexed", 0});
   EXPECT_EQ(out.str(), "0\n");
   EXPECT_EQ(errors.str(), "");
 }

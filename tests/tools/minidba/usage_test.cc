@@ -9,7 +9,7 @@ using support::Finished;
 using testing::HasSubstr;
 
 const std::string program = BINARY_DIR "/bin/minidba";
-const std::string verbs = "update, index";
+const std::string verbs = "update, index, unclassified, get, list, stats, verify";
 
 Finished shell(const std::string &command) { return support::run({"/bin/sh", "-c", command}); }
 

@@ -1,0 +1,93 @@
+#include <gtest/gtest.h>
+
+#include "catalog_files.h"
+
+namespace {
+
+using support::Finished;
+
+class List : public testing::Test {
+ protected:
+  List() {
+    catalog_.put("0000000a", ten_);
+    catalog_.put("00000001", one_);
+    catalog_.put("00000002", two_);
+  }
+  const std::string one_ =
+      rd("http://localhost/1", {{"rd-last-changed", "Thu, 01 Jan 2015 00:00:00 GMT"}, {"title", "One"}});
+  const std::string two_ =
+      rd("http://localhost/2", {{"title", "Two"}, {"author-1", "A\tB"}, {"author-2", "C\\D\nE\rF"}});
+  const std::string ten_ = rd("http://localhost/10", {{"rd-last-changed", "Fri, 01 Jan 2016 00:00:00 GMT"}});
+  CatalogFiles catalog_;
+};
+
+TEST_F(List, PrintsRecordsByNumber) {
+  const Finished finished = catalog_.run({"list"});
+  EXPECT_EQ(finished.status, 0);
+  EXPECT_EQ(finished.out, one_ + two_ + ten_);
+  EXPECT_EQ(finished.errors, "");
+}
+
+TEST_F(List, OnlyWhatHasChangedSinceATime) {
+  const struct {
+    const char *since;
+    std::string out;
+  } rows[] = {
+      {"Thu, 01 Jan 2015 00:00:00 GMT", one_ + ten_},
+      {"1 Jan 2015 0:00:01", ten_},
+      {"1 Jan 2017", ""},
+      {"2 Jan 1970", one_ + ten_},
+  };
+  for (const auto &row : rows) EXPECT_EQ(catalog_.run({"list", "--since", row.since}).out, row.out) << row.since;
+}
+
+TEST_F(List, OnlyTheAttributesAskedFor) {
+  EXPECT_EQ(catalog_.run({"list", "--attributes", "Title,author"}).out,
+            rd("http://localhost/1", {{"title", "One"}}) +
+                catalog_.run({"list", "--attributes", "title,author"})
+                    .out.substr(rd("http://localhost/1", {{"title", "One"}}).size()));
+  const std::string out = catalog_.run({"list", "--attributes", "title"}).out;
+  EXPECT_EQ(out, rd("http://localhost/1", {{"title", "One"}}) + rd("http://localhost/2", {{"title", "Two"}}) +
+                     rd("http://localhost/10", {}));
+}
+
+TEST_F(List, AsJsonItIsAnArrayWithALineForEach) {
+  const std::string expected =
+      "[\n{\"number\":1,\"template\":\"DOCUMENT\",\"url\":\"http://localhost/1\",\"attributes\":{\"title\":\"One\"}},\n"
+      "{\"number\":2,\"template\":\"DOCUMENT\",\"url\":\"http://localhost/2\",\"attributes\":{\"title\":\"Two\"}},\n"
+      "{\"number\":10,\"template\":\"DOCUMENT\",\"url\":\"http://localhost/10\",\"attributes\":{}}\n]\n";
+  EXPECT_EQ(catalog_.run({"list", "--attributes", "title", "--format", "json"}).out, expected);
+  EXPECT_EQ(catalog_.run({"list", "--attributes", "title", "--json"}).out, expected);
+  EXPECT_EQ(catalog_.run({"list", "--since", "1 Jan 2017", "--json"}).out, "[]\n");
+}
+
+TEST_F(List, AsTableItSeparatesByTabs) {
+  EXPECT_EQ(catalog_.run({"list", "--format", "tsv"}).out,
+            "1\thttp://localhost/1\tThu, 01 Jan 2015 00:00:00 GMT\tOne\n"
+            "2\thttp://localhost/2\t\tTwo\n"
+            "10\thttp://localhost/10\tFri, 01 Jan 2016 00:00:00 GMT\t\n");
+  EXPECT_EQ(catalog_.run({"list", "--format", "tsv", "--attributes", "author,author-2"}).out,
+            "1\thttp://localhost/1\t\t\n"
+            "2\thttp://localhost/2\tA\\tB; C\\\\D\\nE\\rF\tC\\\\D\\nE\\rF\n"
+            "10\thttp://localhost/10\t\t\n");
+}
+
+TEST_F(List, RefusesOtherTimesAndFormats) {
+  Finished finished = catalog_.run({"list", "--since", "yesterday"});
+  EXPECT_EQ(finished.status, 2);
+  EXPECT_EQ(finished.errors, "minidba: --since: not a time: yesterday\n");
+  finished = catalog_.run({"list", "--format", "xml"});
+  EXPECT_EQ(finished.status, 2);
+  EXPECT_EQ(finished.errors, "minidba: --format: xml not in {soif,json,tsv}\n");
+}
+
+TEST_F(List, ADamagedRecordIsAnError) {
+  catalog_.put("00000003", "no object");
+  const Finished finished = catalog_.run({"list"});
+  EXPECT_EQ(finished.status, 2);
+  EXPECT_EQ(finished.errors, "minidba: damaged record 00000003 in " + catalog_.path() + "\n");
+}
+
+TEST_F(List, NeedsNoPermissionToWrite) { EXPECT_EQ(catalog_.run_read_only({"list"}).out, one_ + two_ + ten_); }
+
+}  // namespace

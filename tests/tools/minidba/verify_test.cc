@@ -1,0 +1,239 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <nlohmann/json.hpp>
+
+#include "catalog_files.h"
+#include "dba/guard.h"
+
+namespace {
+
+using support::Finished;
+using testing::HasSubstr;
+
+std::string word(uint32_t number) {
+  std::string bytes;
+  for (int shift = 24; shift >= 0; shift -= 8) bytes += static_cast<char>(number >> shift);
+  return bytes;
+}
+
+class Verify : public testing::Test {
+ protected:
+  Verify() {
+    std::string stream;
+    for (int i = 1; i <= 3; ++i) stream += rd("http://localhost/" + std::to_string(i), {{"title", std::to_string(i)}});
+    catalog_.update(stream);
+    catalog_.index();
+  }
+  void expect_sound(const std::string &verdict) {
+    const Finished finished = catalog_.run({"verify"});
+    EXPECT_EQ(finished.status, 0);
+    EXPECT_EQ(finished.out, "sound: " + verdict + "\n");
+    EXPECT_EQ(finished.errors, "");
+  }
+  /// expect_faults asserts that the verdict is damaged and these faults are named.
+  void expect_faults(const std::vector<std::string> &faults) {
+    const Finished finished = catalog_.run({"verify"});
+    EXPECT_EQ(finished.status, 1);
+    EXPECT_EQ(finished.out,
+              "damaged: " + std::to_string(faults.size()) + (faults.size() == 1 ? " fault\n" : " faults\n"))
+        << finished.errors;
+    for (const std::string &fault : faults) EXPECT_THAT(finished.errors, HasSubstr("minidba: " + fault + "\n"));
+  }
+  std::string entry(uint32_t number) {
+    const std::string bytes = support::read_file(catalog_.path(".idx"));
+    return bytes.substr(8 + 20 * (number - 1), 20);
+  }
+  void write_index(const std::vector<std::string> &entries) {
+    std::string bytes = word(0x3EB1CA0E) + word(static_cast<uint32_t>(entries.size()));
+    for (const std::string &entry : entries) bytes += entry;
+    support::write_file(catalog_.path(".idx"), bytes);
+  }
+  CatalogFiles catalog_;
+};
+
+TEST_F(Verify, ACatalogJustMadeIsSound) {
+  expect_sound("3 descriptions, 3 index entries");
+  EXPECT_EQ(catalog_.run_read_only({"verify"}).out, "sound: 3 descriptions, 3 index entries\n");
+}
+
+TEST_F(Verify, SaysWhatThereWasNotToCheck) {
+  unlink(catalog_.path(".idx").c_str());
+  unlink(catalog_.path(".url").c_str());
+  const Finished finished = support::run(catalog_.command({"verify"}));
+  EXPECT_EQ(finished.status, 0) << finished.errors;
+  EXPECT_EQ(finished.out, "sound: 3 descriptions, no index, no URL map\n");
+}
+
+TEST_F(Verify, FindsTheIndexBesideTheDatabase) {
+  EXPECT_EQ(support::run(catalog_.command({"verify"})).out, "sound: 3 descriptions, 3 index entries\n");
+  EXPECT_EQ(support::run(catalog_.command({"-i", catalog_.path(".index"), "verify"})).errors,
+            "minidba: cannot read " + catalog_.path(".index") + ": No such file or directory\n");
+}
+
+TEST_F(Verify, AnEmptyCatalogIsSound) {
+  const CatalogFiles catalog;
+  catalog.update("");
+  catalog.index();
+  EXPECT_EQ(catalog.run({"verify"}).out, "sound: 0 descriptions, 0 index entries\n");
+}
+
+TEST_F(Verify, FindsWhatIsWrongWithTheIndex) {
+  const std::string one = entry(1), two = entry(2), three = entry(3);
+  std::string four = one, other_time = two, other_reserved = two, other_size = two, other_checksum = two;
+  four[11] = 4;
+  other_time[3] = static_cast<char>(other_time[3] + 1);
+  other_reserved[7] = 1;
+  other_size[15] = static_cast<char>(other_size[15] + 1);
+  other_checksum[19] = static_cast<char>(other_checksum[19] + 1);
+  write_index({two, one, three});
+  expect_faults({"the index is not sorted"});
+  write_index({one, three});
+  expect_faults({"description 2 is not in the index"});
+  write_index({one, two, three, four});
+  expect_faults({"the index has description 4, which is not there"});
+  write_index({one, two, two, three});
+  expect_faults({"the index has description 2 twice"});
+  for (const std::string &entry : {other_reserved, other_size, other_checksum}) {
+    write_index({one, entry, three});
+    expect_faults({"the index entry of description 2 is wrong"});
+  }
+  write_index({one, three, other_time});
+  expect_faults({"the index entry of description 2 is wrong"});
+  write_index({});
+  expect_faults(
+      {"description 1 is not in the index", "description 2 is not in the index", "description 3 is not in the index"});
+  support::write_file(catalog_.path(".idx"), "no index");
+  expect_faults({"not an index: " + catalog_.path(".idx")});
+  support::write_file(catalog_.path(".idx"), word(0x3EB1CA0E) + word(1));
+  expect_faults({"not as long as its 1 entries: " + catalog_.path(".idx")});
+}
+
+TEST_F(Verify, FindsAnIndexThatIsOlderThanTheDatabase) {
+  catalog_.update(rd("http://localhost/4", {{"title", "4"}}));
+  expect_faults({"description 4 is not in the index"});
+  catalog_.index();
+  expect_sound("4 descriptions, 4 index entries");
+}
+
+TEST_F(Verify, FindsRecordsThatAreNoDescriptions) {
+  catalog_.put("00000002", "no object");
+  expect_faults({"description 2 is not a SOIF object", "the index has description 2, which is not there"});
+}
+
+TEST_F(Verify, FindsRecordsThatPrintDifferently) {
+  catalog_.put("00000004", rd("http://localhost/4", {{"title", "4"}}) + "\n");
+  catalog_.put("00000005", rd("http://localhost/5", {{"Title", "5"}}));
+  catalog_.index();
+  expect_faults({"description 4 is not as it would be printed", "description 5 is not as it would be printed"});
+}
+
+TEST_F(Verify, FindsKeysThatAreNoNumbers) {
+  for (const char *key : {"short", "0000000G", "00000000", "0000000A"})
+    catalog_.put(key, rd("http://localhost/4", {{"title", "4"}}));
+  expect_faults({"a record has a key that is no number", "a record has a key that is no number",
+                 "a record has a key that is no number", "a record has a key that is no number"});
+}
+
+TEST_F(Verify, FindsAUrlThatTwoDescriptionsHave) {
+  catalog_.put("00000004", rd("http://localhost/3", {{"title", "4"}}));
+  catalog_.index();
+  expect_faults({"the URL of description 4 leads to 3: http://localhost/3"});
+}
+
+TEST_F(Verify, FindsDamageInTheUrlMap) {
+  const CatalogFiles catalog;
+  std::string stream;
+  for (int i = 0; i < 500; ++i) stream += rd("http://localhost/" + std::to_string(i), {{"title", "T"}});
+  catalog.update(stream);
+  std::string bytes = support::read_file(catalog.path(".url"));
+  for (size_t at = 512; at < bytes.size(); ++at)
+    if (at % 512 < 64 && bytes.find("snapshot", at / 512 * 512) > at + 4096) bytes[at] = '\x7f';
+  support::write_file(catalog.path(".url"), bytes);
+  const Finished finished = catalog.run({"verify"});
+  EXPECT_EQ(finished.status, 1) << finished.out;
+  EXPECT_THAT(finished.errors, HasSubstr(" leads to nothing: http://localhost/"));
+}
+
+TEST_F(Verify, FindsWhatIsWrongWithTheUrlMap) {
+  // A map that belongs to the snapshot but does not fit it, as only a fault can have made it.
+  const auto remap = [&](const std::string &url, const std::string &key) {
+    const database_ptr map(dba_open(catalog_.path(".url").c_str(), "w"));
+    ASSERT_TRUE(map);
+    std::string name = url, bytes = key;
+    DBT k{}, v{};
+    k.data = name.data();
+    k.size = name.size();
+    v.data = bytes.data();
+    v.size = bytes.size();
+    EXPECT_EQ(key.empty() ? dba_del(map.get(), &k) : dba_put(map.get(), &k, &v), 0);
+  };
+  remap("http://localhost/9", "00000009");
+  expect_faults({"the URL map has description 9, which is not there: http://localhost/9"});
+  remap("http://localhost/9", "");
+  expect_sound("3 descriptions, 3 index entries");
+  remap("http://localhost/3", "00000001");
+  expect_faults({"the URL of description 3 leads to 1: http://localhost/3"});
+  remap("http://localhost/3", "");
+  expect_faults({"the URL of description 3 leads to nothing: http://localhost/3"});
+}
+
+TEST_F(Verify, FindsDamagedPagesAndWhatTheyHide) {
+  const CatalogFiles catalog;
+  std::string stream;
+  for (int i = 0; i < 200; ++i)
+    stream += rd("http://localhost/" + std::to_string(i), {{"body", std::string(2000, 'b')}});
+  catalog.update(stream);
+  catalog.index();
+  std::string bytes = support::read_file(catalog.path());
+  const auto layout = nlohmann::json::parse(catalog.run({"stats", "--json"}).out);
+  const auto page = layout["page-size"].get<size_t>();
+  for (size_t at = page; at < 4 * page; ++at)
+    if (at % page < 64) bytes[at] = '\x7f';
+  support::write_file(catalog.path(), bytes);
+  const Finished finished = catalog.run({"verify"});
+  EXPECT_EQ(finished.status, 1);
+  EXPECT_THAT(finished.errors, HasSubstr("minidba: a page is damaged\n"));
+  EXPECT_THAT(finished.errors, HasSubstr("which is not there\n")) << "the index still has what the page hides";
+  EXPECT_THAT(finished.out, testing::StartsWith("damaged: "));
+}
+
+TEST_F(Verify, AFileThatIsNoDatabaseIsDamaged) {
+  support::write_file(catalog_.path(), "not a database");
+  expect_faults({"not a sound hash database: " + catalog_.path()});
+}
+
+TEST_F(Verify, AFileThatIsNotThereIsAnError) {
+  const CatalogFiles catalog;
+  const Finished finished = catalog.run({"verify"});
+  EXPECT_EQ(finished.status, 2);
+  EXPECT_EQ(finished.out, "");
+  EXPECT_EQ(finished.errors, "minidba: not there: " + catalog.path() + "\n");
+}
+
+TEST_F(Verify, AsJson) {
+  EXPECT_EQ(catalog_.run({"verify", "--json"}).out,
+            "{\"verb\":\"verify\",\"sound\":true,\"descriptions\":3,\"indexed\":3,\"url-map\":true,\"fault-count\":0,"
+            "\"faults\":[]}\n");
+  write_index({entry(1), entry(2)});
+  const Finished finished = catalog_.run({"verify", "--json"});
+  EXPECT_EQ(finished.status, 1);
+  EXPECT_EQ(finished.out,
+            "{\"verb\":\"verify\",\"sound\":false,\"descriptions\":3,\"indexed\":2,\"url-map\":true,\"fault-count\":1,"
+            "\"faults\":[\"description 3 is not in the index\"]}\n");
+}
+
+TEST_F(Verify, NamesTheFirstHundredFaults) {
+  const CatalogFiles catalog;
+  std::string stream;
+  for (int i = 1; i <= 130; ++i) stream += rd("http://localhost/" + std::to_string(i), {{"title", "T"}});
+  catalog.update(stream);
+  support::write_file(catalog.path(".idx"), word(0x3EB1CA0E) + word(0));
+  const Finished finished = catalog.run({"verify"});
+  EXPECT_EQ(finished.out, "damaged: 130 faults\n");
+  EXPECT_EQ(std::count(finished.errors.begin(), finished.errors.end(), '\n'), 101);
+  EXPECT_THAT(finished.errors, testing::EndsWith("minidba: and 30 more\n"));
+}
+
+}  // namespace

@@ -1,0 +1,65 @@
+#include <algorithm>
+#include <charconv>
+#include <ostream>
+
+#include "qxapi/ascii.h"
+#include "tools/minidba/catalog.h"
+#include "tools/minidba/describe.h"
+#include "tools/minidba/failure.h"
+#include "tools/minidba/record.h"
+#include "tools/minidba/verbs.h"
+
+namespace minidba {
+namespace {
+
+/// decimal returns the number that a word stands for, nothing for another word.
+std::optional<uint32_t> decimal(const std::string &word) {
+  uint32_t number = 0;
+  const char *end = word.data() + word.size();
+  const auto result = std::from_chars(word.data(), end, number);
+  return result.ec == std::errc() && result.ptr == end ? std::optional(number) : std::nullopt;
+}
+
+struct Found {
+  uint32_t number;
+  std::string record;
+};
+
+std::optional<Found> find(const Catalog &catalog, std::optional<uint32_t> number) {
+  std::optional<std::string> record = number ? catalog.get(*number) : std::nullopt;
+  return record ? std::optional<Found>({*number, std::move(*record)}) : std::nullopt;
+}
+
+/// find looks a word up as a number first, then as a URL.
+std::optional<Found> find(const Catalog &catalog, const std::string &word) {
+  std::optional<Found> found = find(catalog, decimal(word));
+  return found ? found : find(catalog, catalog.number_of(word));
+}
+
+void show(const Found &found, const Options &options, const Console &console) {
+  if (!options.json) {
+    console.out << found.record;
+    return;
+  }
+  const soif_ptr object = parse(found.record);
+  if (!object) throw Failure("damaged record " + database_key(found.number) + " in " + options.database);
+  console.out << text_of(json_of(found.number, object.get())) << '\n';
+}
+
+}  // namespace
+
+int get(const Options &options, const Console &console) {
+  const Catalog catalog(options.database);
+  int status = exit_done;
+  for (const std::string &word : options.arguments) {
+    if (const std::optional<Found> found = find(catalog, word)) {
+      show(*found, options, console);
+    } else {
+      console.errors << "minidba: no description " << word << '\n';
+      status = exit_found_fault;
+    }
+  }
+  return status;
+}
+
+}  // namespace minidba

@@ -1,0 +1,116 @@
+#include <libcs/cs.h>
+
+#include <algorithm>
+#include <ctime>
+#include <memory>
+#include <ostream>
+
+#include "qxapi/ascii.h"
+#include "tools/minidba/catalog.h"
+#include "tools/minidba/describe.h"
+#include "tools/minidba/failure.h"
+#include "tools/minidba/progress.h"
+#include "tools/minidba/record.h"
+#include "tools/minidba/verbs.h"
+
+namespace minidba {
+namespace {
+
+/// Listing writes descriptions one after the other.
+class Listing {
+ public:
+  virtual ~Listing() = default;
+  virtual void add(uint32_t number, const std::string &record, const SOIF *object) = 0;
+  virtual void close() {}
+};
+
+class SoifListing : public Listing {
+ public:
+  SoifListing(std::ostream &out, bool whole) : out_(out), whole_(whole) {}
+  void add(uint32_t, const std::string &record, const SOIF *object) override {
+    out_ << (whole_ ? record : print(object));
+  }
+
+ private:
+  std::ostream &out_;
+  bool whole_;
+};
+
+class JsonListing : public Listing {
+ public:
+  explicit JsonListing(std::ostream &out) : list_(out) {}
+  void add(uint32_t number, const std::string &, const SOIF *object) override { list_.add(json_of(number, object)); }
+  void close() override { list_.close(); }
+
+ private:
+  JsonList list_;
+};
+
+class TsvListing : public Listing {
+ public:
+  TsvListing(std::ostream &out, std::vector<std::string> attributes) : out_(out), attributes_(std::move(attributes)) {
+    if (attributes_.empty()) attributes_ = {"rd-last-changed", "title"};
+  }
+  void add(uint32_t number, const std::string &, const SOIF *object) override {
+    out_ << tsv_of(number, object, attributes_) << '\n';
+  }
+
+ private:
+  std::ostream &out_;
+  std::vector<std::string> attributes_;
+};
+
+std::unique_ptr<Listing> listing(const Options &options, std::ostream &out) {
+  if (options.json || options.format == "json") return std::make_unique<JsonListing>(out);
+  if (options.format == "tsv") return std::make_unique<TsvListing>(out, options.attributes);
+  return std::make_unique<SoifListing>(out, options.attributes.empty());
+}
+
+time_t since(const Options &options) {
+  time_t time = 0;
+  if (!options.since.empty() && cs_str2time(options.since.c_str(), &time) == 0)
+    throw Failure("--since: not a time: " + options.since);
+  return time;
+}
+
+soif_ptr checked(soif_ptr object, uint32_t number, const Catalog &catalog) {
+  if (!object) throw Failure("damaged record " + database_key(number) + " in " + catalog.path());
+  return object;
+}
+
+/// chosen returns the numbers of the descriptions to be listed, in order.
+std::vector<uint32_t> chosen(const Catalog &catalog, time_t since, Progress &progress) {
+  std::vector<uint32_t> numbers;
+  catalog.each([&](uint32_t number, std::string_view record) {
+    progress.advance(0, static_cast<int64_t>(record.size()));
+    if (since == 0 || change_time(checked(parse_only(record, {"rd-last-changed"}), number, catalog).get()) >= since)
+      numbers.push_back(number);
+  });
+  std::sort(numbers.begin(), numbers.end());
+  return numbers;
+}
+
+/// viewed returns a description with the attributes that are to be shown.
+soif_ptr viewed(const std::string &record, const std::vector<std::string> &attributes) {
+  return attributes.empty() ? parse(record) : parse_only(record, attributes);
+}
+
+}  // namespace
+
+int list(const Options &options, const Console &console) {
+  const time_t first = since(options);
+  const Catalog catalog(options.database);
+  const std::unique_ptr<Listing> listing = minidba::listing(options, console.out);
+  Progress progress(console, "listing");
+  const std::vector<uint32_t> numbers = chosen(catalog, first, progress);
+  progress.clear();
+  for (const uint32_t number : numbers) {
+    const std::string record = catalog.get(number).value_or("");
+    listing->add(number, record, checked(viewed(record, options.attributes), number, catalog).get());
+    if (!console.out_is_screen) progress.advance(1, static_cast<int64_t>(record.size()));
+  }
+  listing->close();
+  return exit_done;
+}
+
+}  // namespace minidba

@@ -1,0 +1,256 @@
+#include <unistd.h>
+
+#include <algorithm>
+#include <ostream>
+
+#include "dba/guard.h"
+#include "tools/minidba/catalog.h"
+#include "tools/minidba/describe.h"
+#include "tools/minidba/failure.h"
+#include "tools/minidba/index_file.h"
+#include "tools/minidba/layout.h"
+#include "tools/minidba/progress.h"
+#include "tools/minidba/record.h"
+#include "tools/minidba/verbs.h"
+
+namespace minidba {
+namespace {
+
+/// Faults are what is wrong with a catalog; the first of them are named.
+class Faults {
+ public:
+  explicit Faults(std::ostream &errors) : errors_(errors) {}
+  void add(const std::string &text) {
+    if (++count_ > named) return;
+    errors_ << "minidba: " << text << '\n';
+    texts_.push_back(text);
+  }
+  void close() {
+    if (count_ > named) errors_ << "minidba: and " << count_ - named << " more\n";
+  }
+  int64_t count() const { return count_; }
+  const std::vector<std::string> &texts() const { return texts_; }
+
+ private:
+  static constexpr int64_t named = 100;
+  std::ostream &errors_;
+  int64_t count_ = 0;
+  std::vector<std::string> texts_;
+};
+
+/// Findings are what a verdict is made of.
+struct Findings {
+  Faults faults;
+  std::vector<IndexEntry> descriptions;             // as an index should have them, but by number
+  std::vector<std::pair<uint64_t, uint32_t>> urls;  // hash and number, where there is no map
+  bool has_map = false;
+  std::optional<int64_t> indexed;  // nothing without an index
+};
+
+std::string named(uint32_t number) { return "description " + std::to_string(number); }
+
+/// readable returns the record of a number as it is found by its key, nothing when it is not found or damaged.
+std::optional<std::string> readable(const Catalog &catalog, uint32_t number) {
+  try {
+    return catalog.get(number);
+  } catch (const Failure &) {
+    return std::nullopt;
+  }
+}
+
+void add_wrong_url(Faults &faults, uint32_t number, std::optional<uint32_t> other, const std::string &url) {
+  faults.add("the URL of " + named(number) + " leads to " + (other ? std::to_string(*other) : "nothing") + ": " + url);
+}
+
+/// mapped returns the number that the map has for a URL; a map that cannot be read there has none.
+std::optional<uint32_t> mapped(const UrlMap &map, const std::string &url) {
+  try {
+    return map.number_of(url);
+  } catch (const Failure &) {
+    return std::nullopt;
+  }
+}
+
+void check_url(const Catalog &catalog, uint32_t number, const std::string &url, Findings &findings) {
+  if (const UrlMap *map = catalog.url_map()) {
+    const std::optional<uint32_t> other = mapped(*map, url);
+    if (other != number) add_wrong_url(findings.faults, number, other, url);
+  } else {
+    findings.urls.emplace_back(std::hash<std::string>()(url), number);
+  }
+}
+
+void check_record(const Catalog &catalog, std::string_view key, const std::string &record, Findings &findings) {
+  const std::optional<uint32_t> number = number_of(key);
+  if (!number || *number == 0) return findings.faults.add("a record has a key that is no number");
+  if (readable(catalog, *number) != record) findings.faults.add(named(*number) + " is not found by its key");
+  const soif_ptr object = parse(record);
+  if (!object) return findings.faults.add(named(*number) + " is not a SOIF object");
+  if (print(object.get()) != record) findings.faults.add(named(*number) + " is not as it would be printed");
+  check_url(catalog, *number, object->url, findings);
+  findings.descriptions.push_back(entry_of(*number, record, change_time(object.get())));
+}
+
+bool by_number(const IndexEntry &a, const IndexEntry &b) { return a.number < b.number; }
+
+/// check_records reads every record that can be reached; a damaged page hides only those behind it.
+void check_records(const Catalog &catalog, Findings &findings, Progress &progress) {
+  const database_ptr database(dba_open(catalog.path().c_str(), "r"));
+  if (!database) throw system_failure("cannot open " + catalog.path());
+  DBT key{}, value{};
+  int64_t records = 0;
+  for (int result = dba_first(database.get(), &key, &value); result != 1;
+       result = dba_next(database.get(), &key, &value)) {
+    if (result < 0) {
+      findings.faults.add("a page is damaged");
+      continue;
+    }
+    ++records;
+    const std::string record(static_cast<const char *>(value.data), value.size);
+    check_record(catalog, {static_cast<const char *>(key.data), key.size}, record, findings);
+    progress.advance(1, static_cast<int64_t>(record.size()));
+  }
+  if (const int64_t counted = layout_of(catalog.path()).records; counted != records)
+    findings.faults.add("the database counts " + std::to_string(counted) + " records and has " +
+                        std::to_string(records));
+  std::sort(findings.descriptions.begin(), findings.descriptions.end(), by_number);
+}
+
+const IndexEntry *find(const std::vector<IndexEntry> &by_number_sorted, uint32_t number) {
+  const auto place =
+      std::lower_bound(by_number_sorted.begin(), by_number_sorted.end(), IndexEntry{0, 0, number, 0, 0}, by_number);
+  return place != by_number_sorted.end() && place->number == number ? &*place : nullptr;
+}
+
+/// check_same_urls looks for URLs that two descriptions have, where no map tells.
+void check_same_urls(const Catalog &catalog, Findings &findings) {
+  auto &urls = findings.urls;
+  std::sort(urls.begin(), urls.end());
+  for (size_t i = 1, first = 0; i < urls.size(); ++i) {
+    if (urls[i].first != urls[first].first) first = i;
+    if (i == first) continue;
+    const auto known = url_of(readable(catalog, urls[first].second).value_or(""));
+    const auto other = url_of(readable(catalog, urls[i].second).value_or(""));
+    if (known && known == other) add_wrong_url(findings.faults, urls[i].second, urls[first].second, *other);
+  }
+}
+
+void check_next_number(const Catalog &catalog, Findings &findings) {
+  const uint32_t next = catalog.next_number();
+  if (next != 0 && !findings.descriptions.empty() && next <= findings.descriptions.back().number)
+    findings.faults.add("the next number " + std::to_string(next) + " is in use");
+}
+
+/// check_map looks for URLs without a description; that each description's URL leads to it has been checked before.
+void check_map(const Catalog &catalog, Findings &findings) {
+  const UrlMap *map = catalog.url_map();
+  findings.has_map = map != nullptr;
+  if (map == nullptr) return check_same_urls(catalog, findings);
+  try {
+    map->each([&](std::string_view url, uint32_t number) {
+      if (find(findings.descriptions, number) == nullptr)
+        findings.faults.add("the URL map has " + named(number) + ", which is not there: " + std::string(url));
+    });
+  } catch (const Failure &failure) {
+    findings.faults.add(failure.what());
+  }
+  check_next_number(catalog, findings);
+}
+
+void check_entries(std::vector<IndexEntry> entries, Findings &findings) {
+  Faults &faults = findings.faults;
+  if (!std::is_sorted(entries.begin(), entries.end(), precedes)) faults.add("the index is not sorted");
+  std::stable_sort(entries.begin(), entries.end(), by_number);
+  for (size_t i = 0; i < entries.size(); ++i) {
+    const IndexEntry *description = find(findings.descriptions, entries[i].number);
+    if (description == nullptr)
+      faults.add("the index has " + named(entries[i].number) + ", which is not there");
+    else if (i > 0 && entries[i].number == entries[i - 1].number)
+      faults.add("the index has " + named(entries[i].number) + " twice");
+    else if (*description != entries[i])
+      faults.add("the index entry of " + named(entries[i].number) + " is wrong");
+  }
+  for (const IndexEntry &description : findings.descriptions)
+    if (find(entries, description.number) == nullptr) faults.add(named(description.number) + " is not in the index");
+}
+
+/// index_of returns the path of the index to be checked: the one that is named, or the one beside the database if any.
+std::optional<std::string> index_of(const Options &options) {
+  if (!options.index.empty()) return options.index;
+  const std::string beside = options.database + ".idx";
+  return status_of(beside) ? std::optional(beside) : std::nullopt;
+}
+
+void check_index(const Options &options, Findings &findings) {
+  const std::optional<std::string> path = index_of(options);
+  if (!path) return;
+  findings.indexed = 0;
+  try {
+    std::vector<IndexEntry> entries = read_index(*path);
+    findings.indexed = static_cast<int64_t>(entries.size());
+    check_entries(std::move(entries), findings);
+  } catch (const Failure &failure) {
+    findings.faults.add(failure.what());
+  }
+}
+
+std::string text_verdict(const Findings &findings) {
+  if (const int64_t count = findings.faults.count(); count > 0)
+    return "damaged: " + std::to_string(count) + (count == 1 ? " fault" : " faults");
+  return "sound: " + std::to_string(findings.descriptions.size()) + " descriptions, " +
+         (findings.indexed ? std::to_string(*findings.indexed) + " index entries" : "no index") +
+         (findings.has_map ? "" : ", no URL map");
+}
+
+Json json_verdict(const Findings &findings) {
+  return {{"verb", "verify"},
+          {"sound", findings.faults.count() == 0},
+          {"descriptions", findings.descriptions.size()},
+          {"indexed", findings.indexed ? Json(*findings.indexed) : Json()},
+          {"url-map", findings.has_map},
+          {"fault-count", findings.faults.count()},
+          {"faults", findings.faults.texts()}};
+}
+
+bool same_file(const struct stat &a, const struct stat &b) {
+  return a.st_ino == b.st_ino && a.st_size == b.st_size && a.st_mtim.tv_sec == b.st_mtim.tv_sec &&
+         a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
+}
+
+/// open returns nothing for a file that can be read but is no database, which is a fault.
+std::optional<Catalog> open(const std::string &database, Faults &faults) {
+  try {
+    return Catalog(database);
+  } catch (const Failure &failure) {
+    if (::access(database.c_str(), R_OK) != 0) throw;
+    faults.add(failure.what());
+    return std::nullopt;
+  }
+}
+
+void check_all(const Options &options, const Console &console, Findings &findings) {
+  const auto before = status_of(options.database);
+  const std::optional<Catalog> opened = open(options.database, findings.faults);
+  if (!opened) return;
+  const Catalog &catalog = *opened;
+  {
+    Progress progress(console, "verifying", before ? before->st_size : 0);
+    check_records(catalog, findings, progress);
+  }
+  check_map(catalog, findings);
+  check_index(options, findings);
+  const auto after = status_of(options.database);
+  if (!before || !after || !same_file(*before, *after)) throw Failure("changed meanwhile: " + options.database);
+}
+
+}  // namespace
+
+int verify(const Options &options, const Console &console) {
+  Findings findings{Faults(console.errors), {}, {}, false, std::nullopt};
+  check_all(options, console, findings);
+  findings.faults.close();
+  console.out << (options.json ? text_of(json_verdict(findings)) : text_verdict(findings)) << '\n';
+  return findings.faults.count() == 0 ? exit_done : exit_found_fault;
+}
+
+}  // namespace minidba
