@@ -19,6 +19,26 @@ void declare_dry_run(CLI::App &verb, Options &options) {
   verb.add_flag("--dry-run", options.dry_run, "say what would be done and change nothing");
 }
 
+void declare_rejects(CLI::App &verb, Options &options) {
+  declare_dry_run(verb, options);
+  verb.add_option("--rejects", options.rejects, "keep refused objects in this file, as they came")->type_name("FILE");
+}
+
+void declare_delete(CLI::App &verb, Options &options) {
+  declare_dry_run(verb, options);
+  verb.add_option("URL", options.arguments, "what is to go; - stands for the lines of standard input")->required();
+}
+
+void declare_export(CLI::App &verb, Options &options) {
+  declare_dry_run(verb, options);
+  verb.add_option("FILE", options.file, "where to write it, by default standard output");
+}
+
+void declare_import(CLI::App &verb, Options &options) {
+  declare_rejects(verb, options);
+  verb.add_flag("--replace", options.replace, "replace a catalog that is there");
+}
+
 std::string lower_case(std::string name) {
   for (char &c : name) c = ascii::lower(c);
   return name;
@@ -44,6 +64,10 @@ void need_index(const Options &options) {
   if (options.index.empty()) throw Failure(options.verb + ": --index is required");
 }
 
+void check_export(const Options &options) {
+  if (options.json && options.file.empty()) throw Failure("export: --json needs a FILE to export to");
+}
+
 void need_nothing(const Options &) {}
 
 struct Row {
@@ -55,14 +79,18 @@ struct Row {
 };
 
 constexpr Row rows[] = {
-    {"update", "take in the descriptions on standard input (SOIF)", update, declare_nothing, need_nothing},
+    {"update", "take in the descriptions on standard input (SOIF)", update, declare_rejects, need_nothing},
+    {"expire", "drop the descriptions that have expired", expire, declare_dry_run, need_nothing},
     {"index", "write the index", index, declare_dry_run, need_index},
     {"unclassified", "print the URLs of descriptions without classification", unclassified, declare_nothing,
      need_index},
     {"get", "print descriptions by number or URL", get, declare_get, need_nothing},
     {"list", "print descriptions", list, declare_list, need_nothing},
+    {"delete", "remove descriptions by URL", delete_descriptions, declare_delete, need_nothing},
     {"stats", "print figures about the catalog", stats, declare_nothing, need_nothing},
     {"verify", "check database, index and URL map", verify, declare_nothing, need_nothing},
+    {"export", "write the whole catalog as one SOIF stream", export_catalog, declare_export, check_export},
+    {"import", "make a catalog from an export on standard input", import_catalog, declare_import, need_nothing},
 };
 
 /// HelpText words the usage line as the program is used.
@@ -123,9 +151,15 @@ std::string refusal(const CLI::App &app, const CLI::ParseError &error) {
 
 /// check_files makes sure that no file is given two purposes: the later written would replace the other.
 void check_files(const Options &options) {
+  const std::pair<const char *, const std::string &> files[] = {
+      {"database", options.database}, {"index", options.index}, {"rejects", options.rejects}, {"export", options.file}};
   std::error_code ignored;
-  if (options.database == options.index || std::filesystem::equivalent(options.database, options.index, ignored))
-    throw Failure("database and index are the same file: " + options.database);
+  for (const auto &[purpose, path] : files)
+    for (const auto &[other_purpose, other] : files) {
+      if (purpose == other_purpose) break;
+      if (!path.empty() && (path == other || std::filesystem::equivalent(path, other, ignored)))
+        throw Failure(std::string(other_purpose) + " and " + purpose + " are the same file: " + path);
+    }
 }
 
 void check(const Row &row, const Options &options) {

@@ -1,12 +1,8 @@
-#include <algorithm>
 #include <charconv>
 #include <ostream>
 
-#include "qxapi/ascii.h"
-#include "tools/minidba/catalog.h"
 #include "tools/minidba/describe.h"
-#include "tools/minidba/failure.h"
-#include "tools/minidba/record.h"
+#include "tools/minidba/selection.h"
 #include "tools/minidba/verbs.h"
 
 namespace minidba {
@@ -36,14 +32,11 @@ std::optional<Found> find(const Catalog &catalog, const std::string &word) {
   return found ? found : find(catalog, catalog.number_of(word));
 }
 
-void show(const Found &found, const Options &options, const Console &console) {
-  if (!options.json) {
-    console.out << found.record;
-    return;
-  }
-  const soif_ptr object = parse(found.record);
-  if (!object) throw Failure("damaged record " + database_key(found.number) + " in " + options.database);
-  console.out << text_of(json_of(found.number, object.get())) << '\n';
+void show(const Catalog &catalog, const Found &found, bool json, std::ostream &out) {
+  if (json)
+    out << text_of(json_of(found.number, whole(catalog, found.number, found.record).get())) << '\n';
+  else
+    out << found.record;
 }
 
 }  // namespace
@@ -53,7 +46,7 @@ int get(const Options &options, const Console &console) {
   int status = exit_done;
   for (const std::string &word : options.arguments) {
     if (const std::optional<Found> found = find(catalog, word)) {
-      show(*found, options, console);
+      show(catalog, *found, options.json, console.out);
     } else {
       console.errors << "minidba: no description " << word << '\n';
       status = exit_found_fault;

@@ -1,13 +1,12 @@
 #include <algorithm>
 #include <optional>
 
-#include "tools/minidba/catalog.h"
 #include "tools/minidba/failure.h"
 #include "tools/minidba/files.h"
 #include "tools/minidba/index_file.h"
-#include "tools/minidba/progress.h"
 #include "tools/minidba/record.h"
 #include "tools/minidba/report.h"
+#include "tools/minidba/selection.h"
 #include "tools/minidba/verbs.h"
 
 namespace minidba {
@@ -17,8 +16,7 @@ std::vector<IndexEntry> entries_of(const Catalog &catalog, const Console &consol
   std::vector<IndexEntry> entries;
   Progress progress(console, "indexing");
   catalog.each([&](uint32_t number, std::string_view record) {
-    const soif_ptr object = parse_only(record, {"rd-last-changed"});
-    if (!object) throw Failure("damaged record " + database_key(number) + " in " + catalog.path());
+    const soif_ptr object = view(catalog, number, record, {"rd-last-changed"});
     entries.push_back(entry_of(number, record, change_time(object.get())));
     progress.advance(1, static_cast<int64_t>(record.size()));
   });

@@ -1,16 +1,13 @@
 #include <libcs/cs.h>
 
-#include <algorithm>
 #include <ctime>
 #include <memory>
 #include <ostream>
 
-#include "qxapi/ascii.h"
-#include "tools/minidba/catalog.h"
 #include "tools/minidba/describe.h"
 #include "tools/minidba/failure.h"
-#include "tools/minidba/progress.h"
 #include "tools/minidba/record.h"
+#include "tools/minidba/selection.h"
 #include "tools/minidba/verbs.h"
 
 namespace minidba {
@@ -73,26 +70,17 @@ time_t since(const Options &options) {
   return time;
 }
 
-soif_ptr checked(soif_ptr object, uint32_t number, const Catalog &catalog) {
-  if (!object) throw Failure("damaged record " + database_key(number) + " in " + catalog.path());
-  return object;
-}
-
 /// chosen returns the numbers of the descriptions to be listed, in order.
 std::vector<uint32_t> chosen(const Catalog &catalog, time_t since, Progress &progress) {
-  std::vector<uint32_t> numbers;
-  catalog.each([&](uint32_t number, std::string_view record) {
-    progress.advance(0, static_cast<int64_t>(record.size()));
-    if (since == 0 || change_time(checked(parse_only(record, {"rd-last-changed"}), number, catalog).get()) >= since)
-      numbers.push_back(number);
+  return numbers_where(catalog, progress, [&](uint32_t number, std::string_view record) {
+    return since == 0 || change_time(view(catalog, number, record, {"rd-last-changed"}).get()) >= since;
   });
-  std::sort(numbers.begin(), numbers.end());
-  return numbers;
 }
 
 /// viewed returns a description with the attributes that are to be shown.
-soif_ptr viewed(const std::string &record, const std::vector<std::string> &attributes) {
-  return attributes.empty() ? parse(record) : parse_only(record, attributes);
+soif_ptr viewed(const Catalog &catalog, uint32_t number, const std::string &record, const Options &options) {
+  return options.attributes.empty() ? whole(catalog, number, record)
+                                    : view(catalog, number, record, options.attributes);
 }
 
 }  // namespace
@@ -106,8 +94,8 @@ int list(const Options &options, const Console &console) {
   progress.clear();
   for (const uint32_t number : numbers) {
     const std::string record = catalog.get(number).value_or("");
-    listing->add(number, record, checked(viewed(record, options.attributes), number, catalog).get());
-    if (!console.out_is_screen) progress.advance(1, static_cast<int64_t>(record.size()));
+    listing->add(number, record, viewed(catalog, number, record, options).get());
+    if (!console.out_is_screen) progress.advance(0, static_cast<int64_t>(record.size()));
   }
   listing->close();
   return exit_done;

@@ -20,6 +20,9 @@ struct Options {
   std::vector<std::string> attributes;  // empty for all
   std::string format;                   // soif, json or tsv
   std::vector<std::string> arguments;   // the words after the verb
+  std::string file;                     // to write to; empty for standard output
+  std::string rejects;                  // file for what is refused; empty when it is not kept
+  bool replace = false;                 // a catalog that is there
 };
 
 /// Console is the program's surroundings. What programs read goes to `out`, what people read to `errors`.

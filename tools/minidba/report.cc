@@ -1,14 +1,20 @@
 #include "tools/minidba/report.h"
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <ostream>
 
 namespace minidba {
 namespace {
 
+std::string key(std::string name) {
+  std::replace(name.begin(), name.end(), ' ', '-');
+  return name;
+}
+
 void report_json(const Options &options, std::ostream &out, const Figure &result, const std::vector<Figure> &details) {
   nlohmann::ordered_json object{{"verb", options.verb}, {"dry-run", options.dry_run}, {result.name, result.value}};
-  for (const Figure &figure : details) object[figure.name] = figure.value;
+  for (const Figure &figure : details) object[key(figure.name)] = figure.value;
   out << object.dump() << '\n';
 }
 

@@ -1,6 +1,7 @@
 #include "tools/minidba/soif_stream.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -18,7 +19,7 @@ bool can_be_read_twice(int input) {
 }
 
 /// copy_of returns a descriptor of a copy of the whole input.
-int copy_of(int input, const std::string &beside) {
+int copy_of(int input, const std::string &beside, const SoifStream::Copied &copied) {
   ScratchFile copy(beside);
   std::vector<char> block(1 << 16);
   for (;;) {
@@ -27,6 +28,7 @@ int copy_of(int input, const std::string &beside) {
     if (got < 0) throw system_failure("cannot read the input");
     if (got == 0) break;
     copy.append({block.data(), static_cast<size_t>(got)});
+    copied(got);
   }
   return ::fcntl(copy.descriptor(), F_DUPFD_CLOEXEC, 0);
 }
@@ -62,8 +64,8 @@ bool ends_with_brace(FILE *file) {
 
 }  // namespace
 
-SoifStream::SoifStream(int input, const std::string &beside) {
-  const int fd = can_be_read_twice(input) ? ::fcntl(input, F_DUPFD_CLOEXEC, 0) : copy_of(input, beside);
+SoifStream::SoifStream(int input, const std::string &beside, const Copied &copied) {
+  const int fd = can_be_read_twice(input) ? ::fcntl(input, F_DUPFD_CLOEXEC, 0) : copy_of(input, beside, copied);
   file_.reset(fd == -1 ? nullptr : ::fdopen(fd, "r"));
   if (!file_) throw system_failure("cannot read the input");
 }
@@ -83,22 +85,44 @@ std::optional<int64_t> SoifStream::find_object(int64_t from, bool at_line_start)
   }
 }
 
-std::optional<SoifStream::Item> SoifStream::next() {
-  const std::optional<int64_t> start = find_object(position_, resynchronise_);
-  if (!start) return std::nullopt;
-  Item item{++number_, *start, nullptr, {}};
-  ::fseeko(file_.get(), *start, SEEK_SET);
-  item.object = soif_reader(file_.get()).next();
+/// read_object reads the object whose "@" is at `start`.
+SoifStream::Item SoifStream::read_object(int64_t start) {
+  ::fseeko(file_.get(), start, SEEK_SET);
+  Item item{++number_, start, start, soif_reader(file_.get()).next(), {}};
+  item.end = ::ftello(file_.get());
   if (!item.object)
     item.reason = "not a SOIF object";
   else if (!ends_with_brace(file_.get()))
     item.reason = "not closed";
   else if (const std::string name = bad_name(item.object.get()); !name.empty())
     item.reason = "attribute name \"" + printable(name) + "\", after a value of the wrong size";
-  resynchronise_ = !item.reason.empty();
-  if (resynchronise_) item.object.reset();
-  position_ = resynchronise_ ? *start + 1 : ::ftello(file_.get());
   return item;
+}
+
+std::optional<SoifStream::Item> SoifStream::next() {
+  const std::optional<int64_t> start = find_object(position_, false);
+  if (!start) return std::nullopt;
+  Item item = read_object(*start);
+  if (!item.reason.empty()) {
+    item.object.reset();
+    item.end = find_object(*start + 1, true).value_or(size());
+  }
+  position_ = item.end;
+  return item;
+}
+
+std::string SoifStream::bytes_of(const Item &item) {
+  std::string bytes(static_cast<size_t>(item.end - item.offset), '\0');
+  if (::fseeko(file_.get(), item.offset, SEEK_SET) != 0 ||
+      std::fread(bytes.data(), 1, bytes.size(), file_.get()) != bytes.size())
+    throw Failure("cannot read the input");
+  return bytes;
+}
+
+int64_t SoifStream::size() const {
+  struct stat status;
+  if (::fstat(::fileno(file_.get()), &status) != 0) throw system_failure("cannot look at the input");
+  return status.st_size;
 }
 
 }  // namespace minidba

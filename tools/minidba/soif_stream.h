@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -17,20 +18,30 @@ namespace minidba {
 /// "@", so that a wrong size costs no other object.
 class SoifStream {
  public:
-  /// The input is read from where it stands; one that cannot be read twice is first copied beside `beside`.
-  SoifStream(int input, const std::string &beside);
+  /// The input is read from where it stands; one that cannot be read twice is first copied beside `beside`, and
+  /// `copied` told how many bytes were, block by block.
+  using Copied = std::function<void(int64_t bytes)>;
+  SoifStream(
+      int input, const std::string &beside, const Copied &copied = [](int64_t) {});
 
   struct Item {
     int64_t number;      // of the object in the stream, from 1
     int64_t offset;      // of its "@", in bytes
+    int64_t end;         // of the byte behind it; a malformed one reaches to where the reading goes on
     soif_ptr object;     // null when it is malformed
     std::string reason;  // why it is malformed
   };
   /// next returns the next object, or nothing at the end.
   std::optional<Item> next();
 
+  /// bytes_of returns an object as it came. The next item is the same as without it.
+  std::string bytes_of(const Item &item);
+  /// size returns how many bytes the stream has.
+  int64_t size() const;
+
  private:
   std::optional<int64_t> find_object(int64_t from, bool at_line_start);
+  Item read_object(int64_t start);
 
   struct close_file {
     void operator()(FILE *file) const { std::fclose(file); }
@@ -38,7 +49,6 @@ class SoifStream {
   std::unique_ptr<FILE, close_file> file_;
   int64_t position_ = 0;
   int64_t number_ = 0;
-  bool resynchronise_ = false;
 };
 
 }  // namespace minidba

@@ -7,10 +7,10 @@
 
 #include "tools/minidba/catalog.h"
 #include "tools/minidba/describe.h"
-#include "tools/minidba/failure.h"
 #include "tools/minidba/layout.h"
 #include "tools/minidba/progress.h"
 #include "tools/minidba/record.h"
+#include "tools/minidba/selection.h"
 #include "tools/minidba/verbs.h"
 
 namespace minidba {
@@ -38,9 +38,7 @@ Records records_of(const Catalog &catalog, const Console &console) {
   Records records;
   Progress progress(console, "counting");
   catalog.each([&](uint32_t number, std::string_view record) {
-    const soif_ptr object = parse(record);
-    if (!object) throw Failure("damaged record " + database_key(number) + " in " + catalog.path());
-    count(records, record, object.get());
+    count(records, record, whole(catalog, number, record).get());
     progress.advance(1, static_cast<int64_t>(record.size()));
   });
   return records;

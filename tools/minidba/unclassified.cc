@@ -1,10 +1,8 @@
 #include <ostream>
 
-#include "tools/minidba/catalog.h"
 #include "tools/minidba/describe.h"
-#include "tools/minidba/failure.h"
 #include "tools/minidba/index_file.h"
-#include "tools/minidba/record.h"
+#include "tools/minidba/selection.h"
 #include "tools/minidba/verbs.h"
 
 namespace minidba {
@@ -12,8 +10,7 @@ namespace {
 
 /// url_if_unclassified returns the URL of a description that has no classification.
 std::optional<std::string> url_if_unclassified(const std::string &record, uint32_t number, const Catalog &catalog) {
-  const soif_ptr object = parse_only(record, {"classification"});
-  if (!object) throw Failure("damaged record " + database_key(number) + " in " + catalog.path());
+  const soif_ptr object = view(catalog, number, record, {"classification"});
   bool classified = false;
   each_attribute(object.get(), [&](const AVPair &) { classified = true; });
   return classified ? std::nullopt : std::optional<std::string>(object->url);

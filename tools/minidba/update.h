@@ -1,10 +1,9 @@
-/// The verb update: a stream of descriptions becomes part of the catalog.
+/// A stream of descriptions becomes part of the catalog.
 #ifndef MINIDBA_UPDATE_H
 #define MINIDBA_UPDATE_H
 
 #include <cstdint>
 #include <ctime>
-#include <iosfwd>
 #include <string>
 
 #include "tools/minidba/changes.h"
@@ -23,8 +22,8 @@ class Update {
  public:
   Update(const Catalog &catalog, time_t now);
 
-  /// take judges one object of the stream; what is wrong with a rejected one goes to `errors`.
-  void take(SoifStream::Item item, std::ostream &errors);
+  /// take judges one object of the stream and returns why it is rejected, nothing when it is not.
+  std::string take(const SoifStream::Item &item);
   const Changes &changes() const { return changes_; }
   uint32_t next_number() const { return next_number_; }
   const Summary &summary() const { return summary_; }
@@ -39,9 +38,6 @@ class Update {
   uint32_t next_number_;
   Summary summary_;
 };
-
-/// update runs the verb: the stream on `input`, the number accepted to `out`, everything else to `errors`.
-void update(const std::string &database, int input, std::ostream &out, std::ostream &errors);
 
 }  // namespace minidba
 

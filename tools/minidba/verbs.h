@@ -15,6 +15,8 @@ constexpr int exit_failure = 2;
 
 /// update takes in the descriptions on the input and prints how many it accepted.
 int update(const Options &options, const Console &console);
+/// expire drops the descriptions whose "rd-expires" has passed and prints their number.
+int expire(const Options &options, const Console &console);
 /// index writes the index and prints the number of its entries.
 int index(const Options &options, const Console &console);
 /// unclassified prints the URL of each description without classification, in the order of the index.
@@ -23,6 +25,12 @@ int unclassified(const Options &options, const Console &console);
 int get(const Options &options, const Console &console);
 /// list prints descriptions in the order of their numbers.
 int list(const Options &options, const Console &console);
+/// delete_descriptions removes descriptions by URL and prints their number.
+int delete_descriptions(const Options &options, const Console &console);
+/// export_catalog writes the whole catalog as one stream.
+int export_catalog(const Options &options, const Console &console);
+/// import_catalog makes such a stream the whole catalog.
+int import_catalog(const Options &options, const Console &console);
 /// stats prints figures about the catalog.
 int stats(const Options &options, const Console &console);
 /// verify prints whether the catalog is sound; what is wrong with it goes to the errors.

@@ -43,6 +43,15 @@ TEST(Report, AsJsonItIsOneObject) {
   EXPECT_EQ(reported.errors, "");
 }
 
+TEST(Report, JsonNamesHaveNoBlanks) {
+  Options options;
+  options.verb = "delete";
+  options.json = options.dry_run = true;
+  std::ostringstream out, errors;
+  minidba::report(options, {0, out, errors, false, false}, {"deleted", 0}, {{"not there", 2}});
+  EXPECT_EQ(out.str(), "{\"verb\":\"delete\",\"dry-run\":true,\"deleted\":0,\"not-there\":2}\n");
+}
+
 TEST(Report, WithoutDetailsPeopleAreToldNothing) {
   std::ostringstream out, errors;
   minidba::report(Options(), {0, out, errors, false, false}, {"indexed", 0});

@@ -9,7 +9,7 @@ using support::Finished;
 using testing::HasSubstr;
 
 const std::string program = BINARY_DIR "/bin/minidba";
-const std::string verbs = "update, index, unclassified, get, list, stats, verify";
+const std::string verbs = "update, expire, index, unclassified, get, list, delete, stats, verify, export, import";
 
 Finished shell(const std::string &command) { return support::run({"/bin/sh", "-c", command}); }
 

@@ -1,0 +1,43 @@
+/// How descriptions travel: as a stream of SOIF objects, with a header in front of them if their sender likes.
+///
+/// An export is such a stream, which other catalogs can take in as a delivery. It carries what only an import needs in
+/// attributes of its own: in the header the next number and how many descriptions follow, in each description its
+/// number.
+#ifndef MINIDBA_EXCHANGE_H
+#define MINIDBA_EXCHANGE_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "tools/minidba/options.h"
+#include "tools/minidba/soif_stream.h"
+
+namespace minidba {
+
+/// open_stream opens the input as a stream, with progress while it is copied.
+SoifStream open_stream(const Options &options, const Console &console);
+
+/// is_header says whether an object is the RDMHEADER in front of a stream.
+bool is_header(const SoifStream::Item &item);
+
+/// refusal returns why an object is no description, nothing when it is one.
+std::string refusal(const SoifStream::Item &item);
+
+/// ExportHeader is what the header of an export tells; nothing where it does not.
+struct ExportHeader {
+  std::optional<uint32_t> next_number;
+  std::optional<uint32_t> descriptions;
+};
+std::string print_header(const ExportHeader &header);
+ExportHeader read_header(const SOIF *object);
+
+/// with_number returns a record with its number added; number_in the number that a description carries, 0 when it
+/// carries none and nothing when what it carries is no number; drop_number takes it out.
+std::string with_number(const std::string &record, uint32_t number);
+std::optional<uint32_t> number_in(const SOIF *object);
+void drop_number(SOIF *object);
+
+}  // namespace minidba
+
+#endif

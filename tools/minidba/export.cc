@@ -1,0 +1,60 @@
+#include <ostream>
+
+#include "tools/minidba/exchange.h"
+#include "tools/minidba/failure.h"
+#include "tools/minidba/new_file.h"
+#include "tools/minidba/record.h"
+#include "tools/minidba/report.h"
+#include "tools/minidba/selection.h"
+#include "tools/minidba/verbs.h"
+
+namespace minidba {
+namespace {
+
+using Write = std::function<void(const std::string &text)>;
+
+/// write_all writes the whole catalog, by number, and returns how many descriptions it has.
+int64_t write_all(const Catalog &catalog, const Write &write, bool watched, Progress &progress) {
+  const std::vector<uint32_t> numbers =
+      numbers_where(catalog, progress, [](uint32_t, std::string_view) { return true; });
+  progress.clear();
+  write(print_header({catalog.next_number(), static_cast<uint32_t>(numbers.size())}));
+  for (const uint32_t number : numbers) {
+    const std::string record = catalog.get(number).value_or("");
+    write(with_number(print(whole(catalog, number, record).get()), number));
+    if (watched) progress.advance(0, static_cast<int64_t>(record.size()));
+  }
+  return static_cast<int64_t>(numbers.size());
+}
+
+int64_t to_file(const Catalog &catalog, const std::string &path, Progress &progress) {
+  NewFile file(path);
+  const int64_t count = write_all(
+      catalog, [&](const std::string &text) { file.write(text); }, true, progress);
+  file.finish();
+  file.commit();
+  return count;
+}
+
+int64_t to_nowhere(const Catalog &catalog, Progress &progress) {
+  return write_all(
+      catalog, [](const std::string &) {}, true, progress);
+}
+
+}  // namespace
+
+int export_catalog(const Options &options, const Console &console) {
+  const Catalog catalog(options.database);
+  Progress progress(console, "exporting");
+  if (options.file.empty()) {
+    write_all(
+        catalog, [&](const std::string &text) { console.out << text; }, !console.out_is_screen, progress);
+    return exit_done;
+  }
+  const int64_t count = options.dry_run ? to_nowhere(catalog, progress) : to_file(catalog, options.file, progress);
+  progress.clear();
+  report(options, console, {"exported", count});
+  return exit_done;
+}
+
+}  // namespace minidba

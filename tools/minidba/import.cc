@@ -1,0 +1,149 @@
+#include <algorithm>
+
+#include "tools/minidba/exchange.h"
+#include "tools/minidba/failure.h"
+#include "tools/minidba/record.h"
+#include "tools/minidba/rejects.h"
+#include "tools/minidba/report.h"
+#include "tools/minidba/verbs.h"
+#include "tools/minidba/writing.h"
+
+namespace minidba {
+namespace {
+
+/// Import gathers what becomes the whole catalog.
+class Import {
+ public:
+  explicit Import(const Catalog &catalog)
+      : catalog_(catalog), changes_(catalog), next_(from_stored(catalog.next_number())) {}
+
+  /// erase_all forgets the descriptions that the catalog has so far, but not which numbers were used.
+  void erase_all() {
+    catalog_.each([this](uint32_t number, std::string_view record) {
+      changes_.erase(number, url_of(record).value_or(std::string()));
+    });
+  }
+  /// expect keeps clear of the numbers that were used where the export was made.
+  void expect(const ExportHeader &header) {
+    if (header.next_number) next_ = std::max(next_, from_stored(*header.next_number));
+  }
+  /// place puts a description under its number and returns why that cannot be, nothing when it can.
+  std::string place(uint32_t number, SOIF *object) {
+    if (changes_.number_of(object->url)) return "its URL was there before";
+    if (changes_.get(number)) return "its number was there before";
+    drop_number(object);
+    changes_.put(number, object->url, print(object));
+    next_ = std::max(next_, uint64_t{number} + 1);
+    return {};
+  }
+  /// place_anew puts a description under a number that was never used.
+  std::string place_anew(SOIF *object) {
+    if (next_ == none) throw Failure("no number is left in " + catalog_.path());
+    return place(static_cast<uint32_t>(next_), object);
+  }
+
+  const Changes &changes() const { return changes_; }
+  uint32_t next_number() const { return static_cast<uint32_t>(next_); }
+
+ private:
+  static constexpr uint64_t none = uint64_t{1} << 32;
+  static uint64_t from_stored(uint32_t number) { return number != 0 ? number : none; }
+
+  const Catalog &catalog_;
+  Changes changes_;
+  uint64_t next_;  // the number that comes next, or `none`
+};
+
+/// Intake reads a stream into an import.
+class Intake {
+ public:
+  Intake(Import &import, Rejects &rejects, SoifStream &stream, Progress &progress)
+      : import_(import), rejects_(rejects), stream_(stream), progress_(progress) {}
+
+  void take(SoifStream::Item item) {
+    progress_.advance(1, item.end - item.offset);
+    if (is_header(item)) {
+      header_ = read_header(item.object.get());
+      import_.expect(header_);
+      return;
+    }
+    ++objects_;
+    std::string reason = refusal(item);
+    const std::optional<uint32_t> number = reason.empty() ? number_in(item.object.get()) : std::nullopt;
+    if (reason.empty() && !number) reason = "minidba-number is not a number from 1";
+    if (reason.empty() && *number == 0) return unnumbered_.push_back({item.number, item.offset, item.end, nullptr, {}});
+    count(item, reason.empty() ? import_.place(*number, item.object.get()) : reason);
+  }
+  /// take_unnumbered comes when all numbers that the stream gives are known.
+  void take_unnumbered() {
+    for (const SoifStream::Item &item : unnumbered_) {
+      const soif_ptr object = parse(stream_.bytes_of(item));
+      if (!object) throw Failure("cannot read the input");
+      const std::string reason = import_.place_anew(object.get());
+      if (reason.empty()) ++renumbered_;
+      count(item, reason);
+    }
+  }
+  /// check_whole refuses a stream that has lost objects on its way.
+  void check_whole() const {
+    if (header_.descriptions && *header_.descriptions != objects_)
+      throw Failure("the header announces " + std::to_string(*header_.descriptions) + " descriptions and " +
+                    std::to_string(objects_) + " follow");
+  }
+
+  int64_t imported() const { return imported_; }
+  int64_t renumbered() const { return renumbered_; }
+
+ private:
+  void count(const SoifStream::Item &item, const std::string &reason) {
+    if (reason.empty())
+      ++imported_;
+    else
+      rejects_.add(stream_, item, reason, progress_);
+  }
+
+  Import &import_;
+  Rejects &rejects_;
+  SoifStream &stream_;
+  Progress &progress_;
+  ExportHeader header_;
+  std::vector<SoifStream::Item> unnumbered_;
+  int64_t objects_ = 0, imported_ = 0, renumbered_ = 0;
+};
+
+void take_all(Intake &intake, SoifStream &stream) {
+  while (std::optional<SoifStream::Item> item = stream.next()) intake.take(std::move(*item));
+  intake.take_unnumbered();
+  intake.check_whole();
+}
+
+/// check_rejects refuses to lose anything without being told where to keep it.
+void check_rejects(const Rejects &rejects, const Options &options) {
+  if (rejects.count() > 0 && options.rejects.empty())
+    throw Failure(std::to_string(rejects.count()) + " objects rejected: nothing is imported without --rejects");
+}
+
+}  // namespace
+
+int import_catalog(const Options &options, const Console &console) {
+  const Writing writing(options, Absent::empty);
+  if (writing.catalog().exists() && !options.replace)
+    throw Failure("already there: " + options.database + " (--replace replaces it)");
+  Import import(writing.catalog());
+  import.erase_all();
+  Rejects rejects(options, console);
+  SoifStream stream = open_stream(options, console);
+  Progress progress(console, "importing", stream.size());
+  Intake intake(import, rejects, stream, progress);
+  take_all(intake, stream);
+  check_rejects(rejects, options);
+  rejects.finish();
+  writing.commit(import.changes(), import.next_number());
+  rejects.commit();
+  progress.clear();
+  report(options, console, {"imported", intake.imported()},
+         {{"imported", intake.imported()}, {"numbered anew", intake.renumbered()}, {"rejected", rejects.count()}});
+  return exit_done;
+}
+
+}  // namespace minidba

@@ -1,0 +1,35 @@
+/// What became of the objects of a stream that were refused.
+#ifndef MINIDBA_REJECTS_H
+#define MINIDBA_REJECTS_H
+
+#include <optional>
+#include <string>
+
+#include "tools/minidba/new_file.h"
+#include "tools/minidba/options.h"
+#include "tools/minidba/progress.h"
+#include "tools/minidba/soif_stream.h"
+
+namespace minidba {
+
+/// Rejects names refused objects and, where a file is given for them, keeps their bytes as they came, so that they can
+/// be mended and fed again. A dry run only names them.
+class Rejects {
+ public:
+  Rejects(const Options &options, const Console &console);
+
+  void add(SoifStream &stream, const SoifStream::Item &item, const std::string &reason, Progress &progress);
+  int64_t count() const { return count_; }
+  /// finish comes before the catalog is changed, so that no object is neither taken in nor kept; commit after it.
+  void finish();
+  void commit();
+
+ private:
+  const Console &console_;
+  std::optional<NewFile> file_;
+  int64_t count_ = 0;
+};
+
+}  // namespace minidba
+
+#endif

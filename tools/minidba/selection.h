@@ -1,0 +1,27 @@
+/// Descriptions of a catalog, chosen by what they say.
+#ifndef MINIDBA_SELECTION_H
+#define MINIDBA_SELECTION_H
+
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "libcs/guard.h"
+#include "tools/minidba/catalog.h"
+#include "tools/minidba/progress.h"
+
+namespace minidba {
+
+/// whole returns the object of a record; view keeps only the attributes of these names and their numbered instances.
+/// Both throw a Failure that names a record without an object.
+soif_ptr whole(const Catalog &catalog, uint32_t number, std::string_view record);
+soif_ptr view(const Catalog &catalog, uint32_t number, std::string_view record, const std::vector<std::string> &names);
+
+/// numbers_where returns the numbers of the descriptions for which `chosen` is true, in order.
+using Chosen = std::function<bool(uint32_t number, std::string_view record)>;
+std::vector<uint32_t> numbers_where(const Catalog &catalog, Progress &progress, const Chosen &chosen);
+
+}  // namespace minidba
+
+#endif

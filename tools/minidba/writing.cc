@@ -1,0 +1,25 @@
+#include "tools/minidba/writing.h"
+
+#include "tools/minidba/failure.h"
+
+namespace minidba {
+namespace {
+
+/// lock_for leaves no lock file beside a catalog that is not there.
+std::optional<Lock> lock_for(const Options &options, Absent absent) {
+  if (absent == Absent::error && !status_of(options.database)) throw Failure("not there: " + options.database);
+  return options.dry_run ? std::nullopt : std::optional<Lock>(std::in_place, options.database);
+}
+
+}  // namespace
+
+Writing::Writing(const Options &options, Absent absent)
+    : lock_(lock_for(options, absent)), catalog_(options.database, absent) {
+  if (lock_) catalog_.renew_url_map(*lock_);
+}
+
+void Writing::commit(const Changes &changes, uint32_t next_number) const {
+  if (lock_) minidba::commit(*lock_, catalog_, changes, next_number);
+}
+
+}  // namespace minidba
