@@ -45,8 +45,8 @@ double Progress::steady_seconds() {
 
 std::string Progress::line(double elapsed) const {
   const auto bytes = static_cast<double>(bytes_);
-  std::string text = "minidba: " + work_ + ": " + std::to_string(records_) + " records, " + size_text(bytes) + ", " +
-                     size_text(bytes / elapsed) + "/s";
+  const std::string records = records_ == 0 ? "" : std::to_string(records_) + " records, ";
+  std::string text = "minidba: " + work_ + ": " + records + size_text(bytes) + ", " + size_text(bytes / elapsed) + "/s";
   if (total_bytes_ >= bytes_ && bytes_ > 0)
     text += ", " + duration_text(static_cast<double>(total_bytes_ - bytes_) * elapsed / bytes) + " left";
   return text;

@@ -50,6 +50,14 @@ TEST_F(ProgressLine, TellsTheTimeLeftWhenTheTotalIsKnown) {
   EXPECT_EQ(shown(), "\rminidba: reading: 50000 records, 500.0 MB, 5.0 MB/s\x1b[K") << "there was more than expected";
 }
 
+TEST_F(ProgressLine, LeavesOutRecordsWhereThereAreNone) {
+  const auto screen = console();
+  Progress progress(screen, "reading the input", 0, clock());
+  now_ += 2;
+  progress.advance(0, 4000);
+  EXPECT_EQ(shown(), "\rminidba: reading the input: 4.0 kB, 2.0 kB/s\x1b[K");
+}
+
 TEST_F(ProgressLine, IsRenewedFiveTimesASecondAtMost) {
   const auto screen = console();
   Progress progress(screen, "reading", 0, clock());

@@ -17,9 +17,13 @@ class ServiceCommands : public testing::Test {
   ServiceCommands() {
     const char *path = std::getenv("PATH");
     before_ = path != nullptr ? path : "";
+    testing::internal::CaptureStderr();
     setenv("PATH", (BINARY_DIR "/bin:" + before_).c_str(), 1);
   }
-  ~ServiceCommands() override { setenv("PATH", before_.c_str(), 1); }
+  ~ServiceCommands() override {
+    setenv("PATH", before_.c_str(), 1);
+    testing::internal::GetCapturedStderr();
+  }
 
   /// run fills the paths into a command line, runs it and returns the exit status.
   static int run(std::string command, const std::vector<std::string> &paths) {
@@ -77,12 +81,10 @@ TEST_F(ServiceCommands, AnEmptyDeliveryIsZero) {
 TEST_F(ServiceCommands, WhatFailsLeavesNoNumber) {
   support::write_file(database_, "not a database");
   support::write_file(body_, rd("http://localhost/1", {{"title", "T"}}));
-  testing::internal::CaptureStderr();
   EXPECT_EQ(run(update, {database_, body_, result_}), 2);
   EXPECT_EQ(support::read_file(result_), "");
   EXPECT_EQ(run(expire, {database_, result_}), 2);
   EXPECT_EQ(support::read_file(result_), "");
-  testing::internal::GetCapturedStderr();
 }
 
 }  // namespace

@@ -1,0 +1,77 @@
+// What somebody sees who runs minidba at a terminal.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <thread>
+
+#include "catalog_files.h"
+#include "qxapi/guard.h"
+
+namespace {
+
+using testing::HasSubstr;
+
+class Terminal : public testing::Test {
+ protected:
+  Terminal() : screen_(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)) {
+    if (!screen_ || ::grantpt(screen_.get()) != 0 || ::unlockpt(screen_.get()) != 0)
+      ADD_FAILURE() << "no terminal";
+    else
+      name_ = ::ptsname(screen_.get());
+  }
+
+  /// deliver runs an update whose input comes in two parts, with a pause between, and returns what the screen got.
+  std::string deliver(const std::string &options, const std::string &errors) {
+    const std::string command = "(cat " + catalog_.path(".1") + "; sleep 1.2; cat " + catalog_.path(".2") + ") | " +
+                                catalog_.shell_command("update" + options) + " >" + catalog_.path(".out");
+    support::write_file(catalog_.path(".1"), rd("http://localhost/1", {{"title", "One"}}));
+    support::write_file(catalog_.path(".2"), rd("http://localhost/2", {{"title", "Two"}}));
+    // Held open, so that what was written is not lost when the program ends.
+    const file_guard terminal(::open(name_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+    const pid_t child = support::start({"/bin/sh", "-c", command}, "/dev/null", "/dev/null", errors);
+    EXPECT_EQ(support::wait_for(child), 0);
+    return screen();
+  }
+  /// screen returns what has been written to the terminal.
+  std::string screen() {
+    std::string text;
+    char block[4096];
+    pollfd ready{screen_.get(), POLLIN, 0};
+    while (::poll(&ready, 1, 100) == 1 && (ready.revents & POLLIN) != 0) {
+      const ssize_t got = ::read(screen_.get(), block, sizeof block);
+      if (got <= 0) break;
+      text.append(block, static_cast<size_t>(got));
+    }
+    return text;
+  }
+  std::string out() { return support::read_file(catalog_.path(".out")); }
+
+  file_guard screen_;
+  std::string name_;
+  CatalogFiles catalog_;
+};
+
+TEST_F(Terminal, ShowsHowFarLongWorkIs) {
+  const std::string text = deliver("", name_);
+  EXPECT_THAT(text, testing::StartsWith("\rminidba: reading the input: "));
+  EXPECT_THAT(text, HasSubstr("/s\x1b[K\r\x1b[K")) << "the line is taken away";
+  EXPECT_THAT(text, testing::EndsWith("minidba: 2 new, 0 changed, 0 unchanged, 0 rejected\r\n"));
+  EXPECT_EQ(out(), "2\n");
+}
+
+TEST_F(Terminal, ShowsNothingWhenItIsToBeQuiet) {
+  EXPECT_EQ(deliver(" --quiet", name_), "");
+  EXPECT_EQ(out(), "2\n");
+}
+
+TEST_F(Terminal, AFileGetsNoProgress) {
+  EXPECT_EQ(deliver("", catalog_.path(".err")), "");
+  EXPECT_EQ(support::read_file(catalog_.path(".err")), "minidba: 2 new, 0 changed, 0 unchanged, 0 rejected\n");
+}
+
+}  // namespace
