@@ -50,8 +50,8 @@ TEST_P(Hardening, NothingIsLookedUpInFoldersOfTheBuilder) {
 INSTANTIATE_TEST_SUITE_P(Files, Hardening,
                          ::testing::Values("bin/rdmd", "bin/minidba", "lib/libqxapi.so.3", "lib/libcs.so.1",
                                            "lib/libdba.so.1", "lib/librdm.so.1"),
-                         [](const auto &info) {
-                           std::string name(info.param);
+                         [](const auto &file) {
+                           std::string name(file.param);
                            for (char &c : name)
                              if (std::isalnum(static_cast<unsigned char>(c)) == 0) c = '_';
                            return name;
