@@ -92,7 +92,7 @@ void buffer_close(host_buffer *b) {
 
 // Sections live as long as the process; kept in reach, they are not taken for lost.
 host_crit *crit_create() {
-  static std::vector<host_crit *> sections;
+  static auto &sections = *new std::vector<host_crit *>;
   if (record.fail_crit_create) return nullptr;
   return sections.emplace_back(posix().crit_create());
 }
