@@ -1,44 +1,41 @@
-#include "tools/minidba/update.h"
-
+#include "tools/minidba/delivery.h"
 #include "tools/minidba/exchange.h"
-#include "tools/minidba/failure.h"
-#include "tools/minidba/record.h"
+#include "tools/minidba/rejects.h"
+#include "tools/minidba/report.h"
+#include "tools/minidba/verbs.h"
+#include "tools/minidba/writing.h"
 
 namespace minidba {
-Update::Update(const Catalog &catalog, time_t now)
-    : catalog_(catalog), now_(now), changes_(catalog), next_number_(catalog.next_number()) {}
+namespace {
 
-std::string Update::take(const SoifStream::Item &item) {
-  if (is_header(item)) return {};
-  const std::string reason = refusal(item);
-  if (reason.empty())
-    accept(item.object.get());
-  else
-    ++summary_.rejected;
-  return reason;
+std::vector<Figure> details(const Summary &summary) {
+  return {{"new", summary.added},
+          {"changed", summary.changed},
+          {"unchanged", summary.unchanged},
+          {"rejected", summary.rejected}};
 }
 
-void Update::accept(SOIF *object) {
-  const std::string url = object->url;
-  const std::optional<uint32_t> number = changes_.number_of(url);
-  drop_number(object);
-  const std::string text = content(object);
-  if (number) {
-    const std::optional<std::string> record = changes_.get(*number);
-    const soif_ptr known = record ? parse(*record) : nullptr;
-    if (known && content(known.get()) == text) {
-      ++summary_.unchanged;
-      return;
-    }
+void take_all(Delivery &delivery, const Options &options, const Console &console, Rejects &rejects) {
+  SoifStream stream = open_stream(options, console);
+  Progress progress(console, "taking in", stream.size());
+  while (std::optional<SoifStream::Item> item = stream.next()) {
+    progress.advance(1, item->end - item->offset);
+    if (const std::string reason = delivery.take(*item); !reason.empty()) rejects.add(stream, *item, reason, progress);
   }
-  ++(number ? summary_.changed : summary_.added);
-  stamp(object, now_);
-  changes_.put(number ? *number : new_number(), url, print(object));
 }
 
-uint32_t Update::new_number() {
-  if (next_number_ == 0) throw Failure("no number is left in " + catalog_.path());
-  return next_number_++;
+}  // namespace
+
+int update(const Options &options, const Console &console) {
+  const Writing writing(options, Absent::empty);
+  Delivery delivery(writing.catalog(), std::time(nullptr));
+  Rejects rejects(options, console);
+  take_all(delivery, options, console, rejects);
+  rejects.finish();
+  writing.commit(delivery.changes(), delivery.next_number());
+  rejects.commit();
+  report(options, console, {"accepted", delivery.summary().accepted()}, details(delivery.summary()));
+  return exit_done;
 }
 
 }  // namespace minidba

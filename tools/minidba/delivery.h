@@ -1,6 +1,6 @@
 /// A stream of descriptions becomes part of the catalog.
-#ifndef MINIDBA_UPDATE_H
-#define MINIDBA_UPDATE_H
+#ifndef MINIDBA_DELIVERY_H
+#define MINIDBA_DELIVERY_H
 
 #include <cstdint>
 #include <ctime>
@@ -17,10 +17,10 @@ struct Summary {
   int64_t accepted() const { return added + changed + unchanged; }
 };
 
-/// Update turns a stream into changes of a catalog. The catalog's lock is held meanwhile.
-class Update {
+/// Delivery turns a stream into changes of a catalog. The catalog's lock is held meanwhile.
+class Delivery {
  public:
-  Update(const Catalog &catalog, time_t now);
+  Delivery(const Catalog &catalog, time_t now);
 
   /// take judges one object of the stream and returns why it is rejected, nothing when it is not.
   std::string take(const SoifStream::Item &item);

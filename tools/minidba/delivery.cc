@@ -1,0 +1,45 @@
+#include "tools/minidba/delivery.h"
+
+#include "tools/minidba/exchange.h"
+#include "tools/minidba/failure.h"
+#include "tools/minidba/record.h"
+
+namespace minidba {
+
+Delivery::Delivery(const Catalog &catalog, time_t now)
+    : catalog_(catalog), now_(now), changes_(catalog), next_number_(catalog.next_number()) {}
+
+std::string Delivery::take(const SoifStream::Item &item) {
+  if (is_header(item)) return {};
+  const std::string reason = refusal(item);
+  if (reason.empty())
+    accept(item.object.get());
+  else
+    ++summary_.rejected;
+  return reason;
+}
+
+void Delivery::accept(SOIF *object) {
+  const std::string url = object->url;
+  const std::optional<uint32_t> number = changes_.number_of(url);
+  drop_number(object);
+  const std::string text = content(object);
+  if (number) {
+    const std::optional<std::string> record = changes_.get(*number);
+    const soif_ptr known = record ? parse(*record) : nullptr;
+    if (known && content(known.get()) == text) {
+      ++summary_.unchanged;
+      return;
+    }
+  }
+  ++(number ? summary_.changed : summary_.added);
+  stamp(object, now_);
+  changes_.put(number ? *number : new_number(), url, print(object));
+}
+
+uint32_t Delivery::new_number() {
+  if (next_number_ == 0) throw Failure("no number is left in " + catalog_.path());
+  return next_number_++;
+}
+
+}  // namespace minidba
