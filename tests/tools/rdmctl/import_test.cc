@@ -1,0 +1,188 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "hosts/rdmd/rdmd_process.h"
+#include "tools/rdmctl/service_files.h"
+
+namespace {
+
+using support::Finished;
+using testing::EndsWith;
+using testing::HasSubstr;
+
+std::string book(int number, const std::string &title = "A") {
+  return "@FILE { http://localhost/" + std::to_string(number) + "\ntitle{" + std::to_string(title.size()) + "}:\t" +
+         title + "\n}\n";
+}
+
+const std::string damaged = "@FILE { http://localhost/9\ntitle{99}:\tcut\n}\n";
+
+class Import : public testing::Test {
+ protected:
+  void TearDown() override {
+    EXPECT_TRUE(std::filesystem::is_empty(service_.temporary_folder())) << "temporary files are left";
+  }
+
+  /// command puts a script in minidba's place, for a service of its own.
+  static std::string command(const support::TemporaryFolder &bin, const std::string &script) {
+    const std::string path = bin.write("minidba", "#!/bin/sh\n" + script + "\n");
+    ::chmod(path.c_str(), 0755);
+    return bin.path();
+  }
+
+  ServiceFiles service_;
+};
+
+TEST_F(Import, ADeliveryBecomesPartOfTheCatalogAndIsServed) {
+  const std::string delivery = service_.write("delivery", book(1) + book(2));
+  const Finished finished = service_.import({"--from", "harvester@localhost", delivery});
+  EXPECT_EQ(finished.status, 0) << finished.errors;
+  EXPECT_EQ(finished.out, "Accepted 2 RDs from harvester@localhost\n");
+  EXPECT_EQ(finished.errors, "minidba: 2 new, 0 changed, 0 unchanged, 0 rejected\n");
+
+  support::RdmdProcess server(
+      {"--listen", "127.0.0.1:0", "--plugin", BINARY_DIR "/lib/librdm.so.1", "--config", service_.config()});
+  const auto answer = support::http_get(server.port(), "/rdm/rd-request?ql=gatherer&scope=all&view-attributes=title");
+  EXPECT_EQ(answer.body,
+            "@RDMHEADER { -\nrdm-version{3}:\t1.0\nrdm-type{11}:\trd-response\n}\n\n\n" + book(1) + book(2));
+}
+
+TEST_F(Import, RunsAllFourCommands) {
+  const std::string expired = "@FILE { http://localhost/old\nrd-expires{29}:\tThu, 01 Jan 1998 00:00:00 GMT\n}\n";
+  const Finished finished = service_.import({service_.write("delivery", book(1) + expired)});
+  EXPECT_EQ(finished.status, 0) << finished.errors;
+  EXPECT_EQ(finished.out, "Accepted 2 RDs from Unknown-Source\n");
+  EXPECT_EQ(support::read_file(service_.path("unclassified")), "http://localhost/1\n");
+  EXPECT_EQ(support::read_file(service_.database() + ".idx").size(), 8u + 20u);
+}
+
+TEST_F(Import, EveryFileIsADeliveryOfItsOwn) {
+  const Finished finished =
+      service_.import({service_.write("one", book(1)), service_.write("two", book(2) + book(3)), "-"}, book(4));
+  EXPECT_EQ(finished.status, 0) << finished.errors;
+  EXPECT_EQ(finished.out,
+            "Accepted 1 RDs from Unknown-Source\nAccepted 2 RDs from Unknown-Source\nAccepted 1 RDs from "
+            "Unknown-Source\n");
+  EXPECT_EQ(support::read_file(service_.database() + ".idx").size(), 8u + 4 * 20u);
+}
+
+TEST_F(Import, LeavesALineInTheTransactionLogForEach) {
+  service_.import({"--from", "me", service_.write("one", book(1)), service_.write("two", book(2))});
+  const std::string log = support::read_file(service_.path("rdm.log"));
+  EXPECT_THAT(log, HasSubstr("\"Accepted 1 RDs from me\" - -\n"));
+  EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 2);
+}
+
+TEST_F(Import, AWholeMessageIsADeliveryToo) {
+  for (const std::string type : {"{11}:\trd-response", "{18}:\trd-delete-response"}) {
+    const std::string header = "@RDMHEADER { -\nrdm-version{3}:\t1.0\nrdm-type" + type + "\n}\n\n";
+    const Finished finished = service_.import({"-"}, header + book(1) + book(2));
+    EXPECT_EQ(finished.status, 0) << type << finished.errors;
+    EXPECT_EQ(finished.out, "Accepted 2 RDs from Unknown-Source\n") << type;
+  }
+}
+
+TEST_F(Import, AMessageOfAnotherKindIsRefused) {
+  const auto refused = [&](const std::string &header, const std::string &reason) {
+    const Finished finished = service_.import({service_.write("message", header + book(1))});
+    EXPECT_EQ(finished.status, 2);
+    EXPECT_EQ(finished.out, "");
+    EXPECT_EQ(finished.errors, "rdmctl: " + reason + "\n");
+    EXPECT_FALSE(support::file_exists(service_.database()));
+  };
+  const std::string file = service_.path("message");
+  refused("@RDMHEADER { -\nrdm-version{3}:\t1.0\nrdm-type{10}:\trd-request\n}\n",
+          file + " is no delivery: it is neither an rd-response nor an rd-delete-response");
+  refused("@RDMHEADER { -\nrdm-version{3}:\t2.0\nrdm-type{11}:\trd-response\n}\n",
+          "the RDM header of " + file + " is malformed");
+  refused("@rdmheader", "the RDM header of " + file + " is malformed");
+}
+
+TEST_F(Import, ADamagedDeliveryIsIncomplete) {
+  const std::string delivery = service_.write("delivery", book(1) + damaged + book(2));
+  const Finished finished = service_.import({delivery});
+  EXPECT_EQ(finished.status, 1);
+  EXPECT_EQ(finished.out, "Accepted 2 RDs from Unknown-Source\n");
+  EXPECT_THAT(finished.errors, HasSubstr("minidba: object 2 at byte "));
+  EXPECT_THAT(finished.errors, EndsWith("rdmctl: " + delivery + ": 2 of 3 descriptions were accepted\n"));
+}
+
+TEST_F(Import, AnEmptyDeliveryIsIncomplete) {
+  const Finished finished = service_.import({"-"});
+  EXPECT_EQ(finished.status, 1);
+  EXPECT_EQ(finished.out, "Accepted 0 RDs from Unknown-Source\n");
+  EXPECT_THAT(finished.errors, EndsWith("rdmctl: -: 0 of 0 descriptions were accepted\n"));
+}
+
+TEST_F(Import, OneIncompleteFileDoesNotHinderTheOthers) {
+  const Finished finished = service_.import({service_.write("one", damaged), service_.write("two", book(2))});
+  EXPECT_EQ(finished.status, 1);
+  EXPECT_EQ(finished.out, "Accepted 0 RDs from Unknown-Source\nAccepted 1 RDs from Unknown-Source\n");
+}
+
+TEST_F(Import, WithoutMinidbaNothingIsAccepted) {
+  const support::TemporaryFolder empty;
+  const ServiceFiles service(empty.path());
+  const std::string delivery = service.write("delivery", book(1));
+  const Finished finished = support::run({"/usr/bin/env", "PATH=/bin:/usr/bin", program, "import", "--config",
+                                          service.config(), "--csid", csid, delivery});
+  EXPECT_EQ(finished.status, 1);
+  EXPECT_EQ(finished.out, "Accepted 0 RDs from Unknown-Source\n");
+  EXPECT_THAT(finished.errors, HasSubstr("minidba"));
+  EXPECT_THAT(finished.errors, EndsWith("rdmctl: " + delivery + ": 0 of 1 descriptions were accepted\n"));
+}
+
+TEST_F(Import, AMinidbaThatFailsOrTalksAcceptsNothing) {
+  for (const std::string script : {"exit 3", "echo many", "echo 'no number'; exit 1", "kill -9 $$"}) {
+    const support::TemporaryFolder bin;
+    const ServiceFiles service(command(bin, script));
+    const Finished finished = service.import({service.write("delivery", book(1))});
+    EXPECT_EQ(finished.status, 1) << script;
+    EXPECT_EQ(finished.out, "Accepted 0 RDs from Unknown-Source\n") << script;
+  }
+}
+
+TEST_F(Import, AMinidbaThatAcceptsLessThanWasDeliveredIsNoticed) {
+  const support::TemporaryFolder bin;
+  const ServiceFiles service(command(bin, "echo 1"));
+  EXPECT_EQ(service.import({service.write("delivery", book(1) + book(2))}).status, 1);
+}
+
+TEST_F(Import, ManyDescriptionsAreNotKeptInMemory) {
+  std::string delivery;
+  for (int i = 0; i < 2000; ++i) delivery += book(i, std::string(1000, 'x'));
+  const Finished finished = service_.import({"-"}, delivery);
+  EXPECT_EQ(finished.status, 0) << finished.errors;
+  EXPECT_EQ(finished.out, "Accepted 2000 RDs from Unknown-Source\n");
+}
+
+TEST_F(Import, SaysWhatCannotBeRead) {
+  const auto failed = [&](const Finished &finished, const std::string &reason) {
+    EXPECT_EQ(finished.status, 2);
+    EXPECT_EQ(finished.out, "");
+    EXPECT_EQ(finished.errors, "rdmctl: " + reason + "\n");
+  };
+  failed(service_.import({"/nowhere"}), "cannot read /nowhere: No such file or directory");
+  failed(service_.import({"/"}), "cannot read /: Is a directory");
+  const std::string list = service_.path("csid.conf");
+  failed(support::run({program, "import", "--config", "/nowhere", "--csid", csid, "-"}),
+         "cannot read /nowhere: No such file or directory");
+  failed(support::run({program, "import", "--config", service_.config(), "--csid", "other", "-"}),
+         "no catalog service other in " + list);
+  failed(support::run({program, "import", "--config", service_.config(), "--csid", "bare", "-"}),
+         "catalog service bare has no catalog-database in " + list);
+}
+
+TEST_F(Import, AConfigurationThatTheServiceRefusesIsNamed) {
+  const std::string config = service_.write("broken.conf", "bindir=\"/bin\"\n");
+  const Finished finished = support::run({program, "import", "--config", config, "--csid", csid, "-"});
+  EXPECT_EQ(finished.status, 2);
+  EXPECT_EQ(finished.errors,
+            "Parameter 'csid-config' required by rdm-init in configuration file.\n"
+            "rdmctl: the service refuses " +
+                config + "\n");
+}
+
+}  // namespace

@@ -1,0 +1,44 @@
+/// A service with one catalog, set up for the program under test.
+#ifndef TESTS_TOOLS_RDMCTL_SERVICE_FILES_H
+#define TESTS_TOOLS_RDMCTL_SERVICE_FILES_H
+
+#include <sys/stat.h>
+
+#include <string>
+#include <vector>
+
+#include "support/files.h"
+#include "support/process.h"
+
+inline const std::string program = BINARY_DIR "/bin/rdmctl";
+inline const std::string csid = "x-catalog://localhost:80/books";
+
+class ServiceFiles {
+ public:
+  /// A service whose commands are found in `bin`.
+  explicit ServiceFiles(const std::string &bin = BINARY_DIR "/bin") {
+    folder_.write("csid.conf", "csid=\"" + csid + "\"\ncatalog-database=\"" + database() +
+                                   "\"\ncsid=\"bare\"\nserver-description=\"nowhere\"\n");
+    folder_.write("rdm.conf", "bindir=\"" + bin + "\"\ncsid-config=\"" + folder_.path("csid.conf") +
+                                  "\"\ncsid-default=\"" + csid + "\"\nlogfile=\"" + folder_.path("rdm.log") +
+                                  "\"\ntmpdir=\"" + temporary_.path() + "\"\ndebug-loglevel=\"0\"\n");
+  }
+
+  std::string config() const { return folder_.path("rdm.conf"); }
+  std::string database() const { return folder_.path("books.db"); }
+  std::string path(const std::string &name) const { return folder_.path(name); }
+  std::string write(const std::string &name, const std::string &text) const { return folder_.write(name, text); }
+  std::string temporary_folder() const { return temporary_.path(); }
+
+  /// import runs the program on files, with `input` as its standard input.
+  support::Finished import(const std::vector<std::string> &words, const std::string &input = "") const {
+    std::vector<std::string> arguments{program, "import", "--config", config(), "--csid", csid};
+    arguments.insert(arguments.end(), words.begin(), words.end());
+    return support::run(arguments, input);
+  }
+
+ private:
+  support::TemporaryFolder folder_, temporary_;
+};
+
+#endif

@@ -1,0 +1,50 @@
+#include "tools/rdmctl/service.h"
+
+#include <unistd.h>
+
+#include <ostream>
+
+#include "hosts/common/host_table.h"
+#include "service/csid.h"
+#include "service/rdm.h"
+#include "tools/minidba/failure.h"
+
+namespace rdmctl {
+namespace {
+
+using minidba::Failure;
+
+pblock_ptr parameters(const std::string &config) {
+  pblock_ptr block(host_param_create(2));
+  if (!block || host_param_add("config", config.c_str(), block.get()) != 0) throw std::bad_alloc();
+  return block;
+}
+
+void require_readable(const std::string &path) {
+  const file_guard file(host_open_read(path.c_str()));
+  char byte;
+  if (!file || host_read(file.get(), &byte, 1) < 0) throw minidba::system_failure("cannot read " + path);
+}
+
+}  // namespace
+
+Service::Service(const std::string &config, std::ostream &errors) {
+  require_readable(config);
+  hosts::bind_host([&errors](const hosts::Report &report) { errors << "rdmctl: " << report.text << '\n'; });
+  const pblock_ptr block = parameters(config);
+  if (rdm_init(block.get(), nullptr, nullptr) == 0) return;
+  hosts::run_exits();
+  throw Failure("the service refuses " + config);
+}
+
+Service::~Service() { hosts::run_exits(); }
+
+void Service::require_catalog(const std::string &csid) {
+  if (csid_find(csid.c_str()) == nullptr) throw Failure("no catalog service " + csid + " in " + cs_csidcf);
+  if (csid_findval("catalog-database", csid.c_str()) == nullptr)
+    throw Failure("catalog service " + csid + " has no catalog-database in " + cs_csidcf);
+}
+
+void Service::log(hosts::Exchange &exchange) { rdm_log(nullptr, exchange.session(), exchange.request()); }
+
+}  // namespace rdmctl
