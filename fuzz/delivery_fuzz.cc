@@ -1,0 +1,41 @@
+/// Any bytes as a delivery of descriptions. Its objects follow each other without overlapping; what is kept of a
+/// refused one, and what an accepted one is printed as, is read again as it was.
+
+#include <fcntl.h>
+
+#include "fuzz/fuzz.h"
+#include "qxapi/guard.h"
+#include "tools/minidba/exchange.h"
+#include "tools/minidba/record.h"
+#include "tools/minidba/soif_stream.h"
+
+namespace {
+
+void check_accepted(SOIF *object, uint32_t number) {
+  minidba::drop_number(object);
+  const std::string text = minidba::print(object), numbered = minidba::with_number(text, number);
+  const soif_ptr again = minidba::parse(numbered);
+  fuzz::require(again && minidba::number_in(again.get()) == number, "the number that an export adds");
+  minidba::drop_number(again.get());
+  fuzz::require(minidba::print(again.get()) == text, "a description that was exported");
+}
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+  const fuzz::MemoryFile bytes(fuzz::text(data, size));
+  const file_guard input(::open(bytes.path().c_str(), O_RDONLY | O_CLOEXEC));
+  minidba::SoifStream stream(input.get(), bytes.path());
+  int64_t end = 0;
+  while (const auto item = stream.next()) {
+    fuzz::require(item->offset >= end && item->end > item->offset && item->end <= stream.size(), "where an object is");
+    end = item->end;
+    fuzz::require(!item->object == !item->reason.empty(), "an object or a reason");
+    fuzz::require(
+        stream.bytes_of(*item) ==
+            fuzz::text(data, size).substr(static_cast<size_t>(item->offset), static_cast<size_t>(end - item->offset)),
+        "the bytes of an object");
+    if (item->object) check_accepted(item->object.get(), static_cast<uint32_t>(item->number));
+  }
+  return 0;
+}
