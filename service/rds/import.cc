@@ -57,10 +57,19 @@ class ResultFile {
   system_text name_;
 };
 
-/// ensure_file puts the body into a file and returns whether it has one; an empty body gets an empty file.
+/// holds_all returns whether a file has every byte of the body: its buffer does not say when one was lost on the way.
+bool holds_all(const csio *body) {
+  struct stat status;
+  return body->filename != nullptr && host_stat(body->filename, &status) == 0 &&
+         static_cast<uint64_t>(status.st_size) == body->length;
+}
+
+/// ensure_file puts the body into a file and returns whether that has all of it; an empty body gets an empty file.
 bool ensure_file(csio *body) {
   csio_convert2file(body);
-  if (body->filename != nullptr || body->length != 0) return body->filename != nullptr;
+  // A body that was in a file before may have its last bytes still in memory.
+  csio_rewind(body);
+  if (body->filename != nullptr || body->length != 0) return holds_all(body);
   const system_text name = temporary_file("csio");
   if (!name) return false;
   body->filename = host_strdup(name.get());

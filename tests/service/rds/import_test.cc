@@ -105,6 +105,30 @@ TEST_F(Import, TakesABodyThatIsInAFileAlready) {
   EXPECT_EQ(support::read_file(folder_.path("body")), text);
 }
 
+TEST_F(Import, TakesEveryByteOfABodyThatGrewInItsFile) {
+  std::string text;
+  body_->max_memory = 4096;
+  for (int i = 0; i < 3000; ++i) {
+    append_text(body_.get(), "piece " + std::to_string(i) + "\n");
+    text += "piece " + std::to_string(i) + "\n";
+  }
+  ASSERT_NE(body_->filename, nullptr);
+  EXPECT_EQ(import(), 0);
+  EXPECT_EQ(support::read_file(folder_.path("body")), text);
+}
+
+TEST_F(Import, ABodyThatTheDiskDidNotTakeIsNotImported) {
+  qxapi_host full = support::memory_host();
+  full.write = [](host_fd, const void *, int32_t) { return 0; };
+  qxapi_bind(&full);
+  append_text(body_.get(), "@DOCUMENT { -\n}\n");
+  const Diagnostics diagnostics;
+  EXPECT_EQ(import(), 0);
+  EXPECT_EQ(answer(), refused("Failed to import RDs"));
+  EXPECT_EQ(diagnostics.text(), "ERROR: Cannot save RDs to tmpfile?\n");
+  EXPECT_FALSE(support::file_exists(folder_.path("calls")));
+}
+
 TEST_F(Import, AnEmptyBodyIsAnEmptyDelivery) {
   command("[ \"$verb\" != update ] || { cat > " + folder_.path("body") + "; echo 0; }");
   EXPECT_EQ(import(), 0);
@@ -178,24 +202,45 @@ TEST_F(Import, NeedsADatabase) {
 
 /// Without a folder for temporary files there are none; the C library falls back on /tmp, so it has to be full of
 /// directories that cannot be written: a limit on file descriptors does the same.
+/// no_more_files keeps the process from opening any for its scope.
+class no_more_files {
+ public:
+  no_more_files() {
+    getrlimit(RLIMIT_NOFILE, &old_);
+    rlimit none = old_;
+    none.rlim_cur = 0;
+    setrlimit(RLIMIT_NOFILE, &none);
+  }
+  no_more_files(const no_more_files &) = delete;
+  no_more_files &operator=(const no_more_files &) = delete;
+  ~no_more_files() { setrlimit(RLIMIT_NOFILE, &old_); }
+
+ private:
+  rlimit old_;
+};
+
 TEST_F(Import, NeedsRoomForItsFiles) {
-  struct rlimit_guard {
-    rlimit_guard() {
-      getrlimit(RLIMIT_NOFILE, &old);
-      rlimit none = old;
-      none.rlim_cur = 0;
-      setrlimit(RLIMIT_NOFILE, &none);
-    }
-    ~rlimit_guard() { setrlimit(RLIMIT_NOFILE, &old); }
-    rlimit old;
-  };
   append_text(body_.get(), "@DOCUMENT { -\n}\n");
   const Diagnostics diagnostics;
   {
-    const rlimit_guard limit;
+    const no_more_files limit;
     EXPECT_EQ(import(), 0);
   }
   EXPECT_NE(answer().find(refused("Failed to import RDs")), std::string::npos) << answer();
+  EXPECT_NE(diagnostics.text().find("ERROR: Cannot save RDs to tmpfile?\n"), std::string::npos) << diagnostics.text();
+  EXPECT_FALSE(support::file_exists(folder_.path("calls")));
+}
+
+TEST_F(Import, NeedsRoomForItsResult) {
+  append_text(body_.get(), "@DOCUMENT { -\n}\n");
+  csio_convert2file(body_.get());
+  const Diagnostics diagnostics;
+  {
+    const no_more_files limit;
+    EXPECT_EQ(import(), 0);
+  }
+  EXPECT_EQ(answer(), refused("Failed to import RDs"));
+  EXPECT_EQ(diagnostics.text(), "ERROR: Cannot create tmpfile?\n");
   EXPECT_FALSE(support::file_exists(folder_.path("calls")));
 }
 
