@@ -2,7 +2,7 @@
 
 PREFIX ?= /usr/local
 
-.PHONY: help run test lint format coverage fuzz install
+.PHONY: help run test lint format coverage fuzz faults install
 
 help:
 	@echo 'make run        serve the example catalogs (scripts/run)'
@@ -11,10 +11,17 @@ help:
 	@echo 'make format     format the sources (scripts/format)'
 	@echo 'make coverage   measure what the tests reach (scripts/coverage)'
 	@echo 'make fuzz       attack every parser for a minute (scripts/fuzz)'
+	@echo 'make faults     let memory and files fail under whole requests'
 	@echo 'make install    install the release build under PREFIX ($(PREFIX))'
 
 run test lint format coverage fuzz:
 	scripts/$@
+
+faults:
+	scripts/deps
+	cmake --preset dev
+	cmake --build --preset dev --target faults_test
+	build/dev/tests/faults_test
 
 install:
 	scripts/deps

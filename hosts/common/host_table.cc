@@ -28,6 +28,62 @@ Reporter report_to;
 std::mutex exits_mutex;
 std::vector<Exit> exits;
 
+qxapi_host base_table;
+thread_local long loss_count = 0;
+
+/// counted returns a result and counts a loss where there is none.
+template <typename Result>
+Result counted(Result result, bool had) {
+  if (!had) ++loss_count;
+  return result;
+}
+
+void *allocate(std::size_t n) {
+  void *block = base_table.alloc(n);
+  return counted(block, block != nullptr);
+}
+
+void *reallocate(void *p, std::size_t n) {
+  void *block = base_table.realloc(p, n);
+  return counted(block, block != nullptr);
+}
+
+char *duplicate(const char *text) {
+  char *copy = base_table.strdup(text);
+  return counted(copy, copy != nullptr);
+}
+
+host_fd open_write(const char *path) {
+  const host_fd fd = base_table.open_write(path);
+  return counted(fd, fd != -1);
+}
+
+host_fd open_append(const char *path) {
+  const host_fd fd = base_table.open_append(path);
+  return counted(fd, fd != -1);
+}
+
+std::int32_t read(host_fd fd, void *buffer, std::int32_t n) {
+  const std::int32_t result = base_table.read(fd, buffer, n);
+  return counted(result, result != -1);
+}
+
+std::int64_t seek(host_fd fd, std::int64_t offset, int whence) {
+  const std::int64_t result = base_table.seek(fd, offset, whence);
+  return counted(result, result != -1);
+}
+
+/// That something is not there is an answer, not a loss.
+int look_at(const char *path, struct stat *status) {
+  const int result = base_table.stat(path, status);
+  return counted(result, result == 0 || errno == ENOENT || errno == ENOTDIR);
+}
+
+int write(host_fd fd, const void *bytes, std::int32_t n) {
+  const int result = base_table.write(fd, bytes, n);
+  return counted(result, result == 1);
+}
+
 /// guarded runs `body` and answers `failure`, with ENOMEM, where it throws: the plug-in's frames let nothing through.
 template <typename Body, typename Result>
 Result guarded(Result failure, Body body) noexcept {
@@ -131,9 +187,19 @@ void register_exit(void (*fn)(void *), void *argument) {
 
 }  // namespace
 
-void bind_host(Reporter reporter) {
+void bind_host(Reporter reporter, const qxapi_host &base) {
   report_to = std::move(reporter);
-  qxapi_host table = *qxapi_posix_host();
+  base_table = base;
+  qxapi_host table = base;
+  table.alloc = allocate;
+  table.realloc = reallocate;
+  table.strdup = duplicate;
+  table.open_write = open_write;
+  table.open_append = open_append;
+  table.read = read;
+  table.seek = seek;
+  table.stat = look_at;
+  table.write = write;
   table.set_status = set_status;
   table.start_response = start_response;
   table.net_write = net_write;
@@ -142,6 +208,8 @@ void bind_host(Reporter reporter) {
   table.report_error = report_error;
   qxapi_bind(&table);
 }
+
+long losses() { return loss_count; }
 
 void run_exits() {
   std::vector<Exit> due;

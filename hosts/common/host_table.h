@@ -22,8 +22,13 @@ struct Report {
 using Reporter = std::function<void(const Report &)>;
 
 /// bind_host binds the table. Reports of the plug-in go to `reporter`, which may be called from any thread that is
-/// inside the plug-in. To be called once, before any other thread.
-void bind_host(Reporter reporter);
+/// inside the plug-in. `base` is what the table builds on. To be called once, before any other thread.
+void bind_host(Reporter reporter, const qxapi_host &base = *qxapi_posix_host());
+
+/// losses counts how often the calling thread asked the table for memory, or to write, read or look at a file, and did
+/// not get it. The plug-in goes on without what it asked for, so what it then answers may be incomplete without saying
+/// so.
+long losses();
 
 /// run_exits calls the exits that the plug-in has registered, in the order of registration, and forgets them.
 void run_exits();

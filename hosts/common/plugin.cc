@@ -6,6 +6,8 @@
 #include <filesystem>
 #include <new>
 
+#include "hosts/common/host_table.h"
+
 namespace hosts {
 namespace {
 
@@ -46,12 +48,14 @@ std::string Plugin::init(const std::string &config) {
 }
 
 Outcome serve(Plugin &plugin, Exchange &exchange) {
+  const long losses_before = losses();
   const int type = plugin.type(exchange);
   if (type == HOST_NOT_HANDLED) return Outcome::not_handled;
   if (type == HOST_DONE) {
     plugin.service(exchange);
     plugin.log(exchange);
   }
+  if (losses() != losses_before) return Outcome::broken;
   return exchange.started() ? Outcome::answered : Outcome::silent;
 }
 

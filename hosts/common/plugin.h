@@ -45,7 +45,8 @@ class Plugin {
 enum class Outcome {
   answered,     // the plug-in started an answer
   not_handled,  // the request is none of the plug-in's
-  silent        // the plug-in sent nothing
+  silent,       // the plug-in sent nothing
+  broken        // memory or files failed meanwhile: what was answered must not be sent as if it were whole
 };
 
 /// serve calls type, service and log in turn. The last follows the service step whatever that returned.

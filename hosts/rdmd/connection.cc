@@ -209,13 +209,17 @@ void Connection::call_plugin() {
 
 void Connection::deliver(hosts::Outcome outcome) {
   if (outcome == hosts::Outcome::not_handled) return answer_text(404, "There is no such resource here.\n");
-  if (outcome == hosts::Outcome::silent) {
-    server_.errors().error("the plug-in sent no answer (client " + client_ + ")");
-    keep_ = false;
-    return answer_text(500, "");
-  }
+  if (outcome == hosts::Outcome::silent) return fail("the plug-in sent no answer");
+  if (outcome == hosts::Outcome::broken) return fail("memory or files failed while a request was answered");
   keep_ = keep_ && exchange_->delimited();
   answer(exchange_->head(), exchange_->queue().take());
+}
+
+/// fail answers a request that the plug-in could not.
+void Connection::fail(const std::string &reason) {
+  server_.errors().error(reason + " (client " + client_ + ")");
+  keep_ = false;
+  answer_text(500, "");
 }
 
 /// refuse answers a request that is not, or not wholly, understood; what follows it on the connection cannot be either.

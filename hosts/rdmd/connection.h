@@ -64,6 +64,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void body_lost();
   void call_plugin();
   void deliver(hosts::Outcome outcome);
+  void fail(const std::string &reason);
 
   void refuse(const Refusal &refusal);
   void answer_text(int status, std::string_view text);

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -173,6 +174,48 @@ TEST_F(HostTable, ExitsRunOnceInTheOrderOfRegistration) {
   EXPECT_EQ(order, "123");
   hosts::run_exits();
   EXPECT_EQ(order, "123");
+}
+
+TEST_F(HostTable, CountsWhatThePluginDidNotGet) {
+  const long before = hosts::losses();
+  host_free(host_alloc(1));
+  host_free(host_strdup("x"));
+  EXPECT_EQ(hosts::losses(), before);
+
+  qxapi_host nothing = *qxapi_posix_host();
+  nothing.alloc = [](size_t) -> void * { return nullptr; };
+  nothing.realloc = [](void *, size_t) -> void * { return nullptr; };
+  nothing.strdup = [](const char *) -> char * { return nullptr; };
+  hosts::bind_host([](const hosts::Report &) {}, nothing);
+  EXPECT_EQ(host_alloc(1), nullptr);
+  EXPECT_EQ(host_realloc(nullptr, 1), nullptr);
+  EXPECT_EQ(host_strdup("x"), nullptr);
+  EXPECT_EQ(hosts::losses(), before + 3);
+}
+
+TEST_F(HostTable, CountsWhatFilesDidNotTakeOrGive) {
+  const support::TemporaryFolder folder;
+  const long before = hosts::losses();
+  EXPECT_EQ(host_open_write(folder.path("none/file").c_str()), -1);
+  EXPECT_EQ(host_open_append(folder.path("none/file").c_str()), -1);
+  const file_guard full(::open("/dev/full", O_WRONLY));
+  EXPECT_EQ(host_write(full.get(), "x", 1), 0);
+  const file_guard open_folder(host_open_read(folder.path().c_str()));
+  char byte;
+  EXPECT_EQ(host_read(open_folder.get(), &byte, 1), -1);
+  EXPECT_EQ(host_seek(-1, 0, SEEK_SET), -1);
+  EXPECT_EQ(hosts::losses(), before + 5);
+}
+
+TEST_F(HostTable, AFileThatIsNotThereIsNoLoss) {
+  const long before = hosts::losses();
+  struct stat status;
+  EXPECT_EQ(host_open_read("/nowhere"), -1);
+  EXPECT_EQ(host_stat("/nowhere", &status), -1);
+  EXPECT_EQ(host_stat("/dev/null/nowhere", &status), -1);
+  EXPECT_EQ(hosts::losses(), before);
+  EXPECT_EQ(host_stat(std::string(5000, 'x').c_str(), &status), -1);
+  EXPECT_EQ(hosts::losses(), before + 1);
 }
 
 }  // namespace

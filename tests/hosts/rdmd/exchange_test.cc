@@ -111,6 +111,20 @@ TEST_F(HostExchange, APluginThatSendsNothingGivesAnEmptyServerError) {
   EXPECT_TRUE(server_->await_error("[error] rdmd: the plug-in sent no answer (client 127.0.0.1)\n"));
 }
 
+TEST_F(HostExchange, WhatMayBeIncompleteIsNotSent) {
+  start();
+  HttpClient client(port_);
+  client.send(get("/rdm/incomplete"));
+  const HttpResponse response = client.receive();
+  EXPECT_EQ(response.status, 500);
+  EXPECT_EQ(response.body, "");
+  EXPECT_EQ(response.field("connection"), "close");
+  EXPECT_TRUE(client.ended());
+  EXPECT_TRUE(
+      server_->await_error("[error] rdmd: memory or files failed while a request was answered (client 127.0.0.1)\n"));
+  EXPECT_EQ(support::http_get(port_, "/rdm/fast").body, "fast\n");
+}
+
 TEST_F(HostExchange, AHeadWithoutLengthOrBodyIsSentAsItIsAndTheConnectionCloses) {
   start();
   HttpClient client(port_);

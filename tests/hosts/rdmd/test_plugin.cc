@@ -84,6 +84,12 @@ int echo(Session *session, Request *request) {
 
 int nothing(Session *, Request *) { return HOST_DONE; }
 
+/// incomplete answers although a file could not be made.
+int incomplete(Session *session, Request *request) {
+  host_open_write("/nowhere/file");
+  return answer(session, request, "as if it were whole");
+}
+
 int head_alone(Session *session, Request *request) {
   start(session, request, "");
   return HOST_ABORT;
@@ -152,6 +158,7 @@ using Handler = int (*)(Session *, Request *);
 const std::map<std::string, Handler> handlers = {
     {"/rdm/echo", echo},
     {"/rdm/nothing", nothing},
+    {"/rdm/incomplete", incomplete},
     {"/rdm/head-alone", head_alone},
     {"/rdm/too-little", too_little},
     {"/rdm/too-much", too_much},

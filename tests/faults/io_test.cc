@@ -1,0 +1,103 @@
+/// Whole requests while files fail: for every request, each of its file operations fails once, for each reason.
+
+#include <cerrno>
+
+#include "faults/requests.h"
+
+namespace {
+
+using faults::Answer;
+using faults::Request;
+
+constexpr long operation_limit = 20000;
+constexpr long no_blocks = 0;
+
+/// Fault says which operation fails and how.
+struct Fault {
+  long countdown = 0;  // operations until the failing one; 0 and below: none
+  int error = EIO;
+} fault;
+
+bool strikes() { return --fault.countdown == 0; }
+
+int fail() {
+  errno = fault.error;
+  return -1;
+}
+
+const qxapi_host &posix() { return *qxapi_posix_host(); }
+
+host_fd open_read(const char *path) { return strikes() ? fail() : posix().open_read(path); }
+host_fd open_write(const char *path) { return strikes() ? fail() : posix().open_write(path); }
+host_fd open_append(const char *path) { return strikes() ? fail() : posix().open_append(path); }
+host_fd open_readwrite(const char *path) { return strikes() ? fail() : posix().open_readwrite(path); }
+int32_t read(host_fd fd, void *buffer, int32_t n) { return strikes() ? fail() : posix().read(fd, buffer, n); }
+int write(host_fd fd, const void *bytes, int32_t n) {
+  if (!strikes()) return posix().write(fd, bytes, n);
+  fail();
+  return 0;
+}
+int64_t seek(host_fd fd, int64_t offset, int whence) { return strikes() ? fail() : posix().seek(fd, offset, whence); }
+int close(host_fd fd) {
+  const int result = posix().close(fd);
+  return strikes() ? fail() : result;
+}
+int stat(const char *path, struct stat *st) { return strikes() ? fail() : posix().stat(path, st); }
+int unlink(const char *path) {
+  const int result = posix().unlink(path);
+  return strikes() ? fail() : result;
+}
+
+qxapi_host failing_host() {
+  qxapi_host host = posix();
+  host.open_read = open_read;
+  host.open_write = open_write;
+  host.open_append = open_append;
+  host.open_readwrite = open_readwrite;
+  host.read = read;
+  host.write = write;
+  host.seek = seek;
+  host.close = close;
+  host.stat = stat;
+  host.unlink = unlink;
+  return host;
+}
+
+class IoFaults : public ::testing::TestWithParam<Request> {
+ protected:
+  ~IoFaults() override { fault = Fault{}; }
+
+  /// sweep fails every operation in turn and returns how many there were.
+  long sweep(int error) {
+    for (long n = 1; n <= operation_limit; ++n) {
+      bool reached = false;
+      const Answer answer = service_.answer(
+          GetParam(),
+          [&] {
+            fault = Fault{n, error};
+          },
+          [&] {
+            reached = fault.countdown <= 0;
+            fault = Fault{};
+          });
+      if (!reached) return n - 1;
+      EXPECT_TRUE(faults::is_honest(answer, right_))
+          << "operation " << n << " errno " << error << ": " << answer.body.substr(0, 300);
+    }
+    return operation_limit;
+  }
+
+  faults::Service service_{failing_host(), no_blocks};
+  const Answer right_ = service_.answer(GetParam());
+};
+
+TEST_P(IoFaults, NoAnswerIsWrong) {
+  ASSERT_EQ(right_.outcome, hosts::Outcome::answered);
+  ASSERT_NE(right_.body, "");
+  for (const int error : {EIO, ENOSPC, EMFILE, EINTR}) EXPECT_LT(sweep(error), operation_limit) << error;
+  EXPECT_EQ(service_.answer(GetParam()).body, right_.body) << "after all failures";
+}
+
+INSTANTIATE_TEST_SUITE_P(Requests, IoFaults, ::testing::ValuesIn(faults::requests()), faults::name_of);
+
+}  // namespace

@@ -1,0 +1,125 @@
+#include "faults/requests.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "hosts/common/host_table.h"
+
+namespace faults {
+namespace {
+
+using support::soif;
+
+constexpr char csid[] = "x-catalog://localhost:80/c";
+constexpr uint32_t descriptions = 40;
+
+std::string message(const std::string &type, const std::string &scope) {
+  return soif("RDMHEADER", "-",
+              {{"rdm-version", "1.0"},
+               {"rdm-type", type},
+               {"rdm-query-language", "gatherer"},
+               {"catalog-service-id", csid}}) +
+         "\n" + (scope.empty() ? "" : soif("RDMQUERY", "-", {{"scope", scope}, {"view-attributes", "title,text"}}));
+}
+
+void make_catalog(const support::TemporaryFolder &folder) {
+  support::Catalog catalog(folder, "catalog.db");
+  std::vector<std::pair<uint32_t, uint32_t>> entries;
+  for (uint32_t number = 1; number <= descriptions; ++number) {
+    catalog.put(number, soif("FILE", "http://localhost/" + std::to_string(number),
+                             {{"title", std::to_string(number)}, {"text", std::string(1000, 'x')}}));
+    entries.emplace_back(number, number);
+  }
+  catalog.index(entries);
+}
+
+/// configure writes the service's configuration and returns its path.
+std::string configure(const support::TemporaryFolder &folder) {
+  const std::string server = folder.write("server.rdm", "@RDMHEADER { -\nrdm-version{3}:\t1.0\n}\n\n@SERVER { -\n}\n");
+  const std::string services =
+      folder.write("csid.conf", "csid=\"" + std::string(csid) + "\" catalog-database=\"" + folder.path("catalog.db") +
+                                    "\" server-description=\"" + server + "\"\n");
+  return folder.write("rdm.conf", "bindir=\"/nowhere\" csid-config=\"" + services + "\" csid-default=\"" + csid +
+                                      "\" debug-loglevel=\"0\"\n");
+}
+
+std::string bytes_of(hosts::Exchange &exchange) {
+  std::string bytes;
+  for (const hosts::Piece &piece : exchange.queue().take()) {
+    std::string part(piece.file ? static_cast<size_t>(piece.length) : 0, '\0');
+    if (piece.file)
+      part.resize(static_cast<size_t>(::pread(piece.file->get(), part.data(), part.size(), piece.offset)));
+    bytes += piece.file ? part : piece.bytes;
+  }
+  return bytes;
+}
+
+void fill(hosts::Exchange &exchange, const Request &request) {
+  exchange.client("ip", "127.0.0.1");
+  exchange.line("method", request.method);
+  exchange.line("uri", request.uri);
+  if (!request.query.empty()) exchange.line("query", request.query);
+  if (!request.body.empty()) exchange.header("content-length", std::to_string(request.body.size()));
+  exchange.input(request.body);
+}
+
+}  // namespace
+
+void PrintTo(const Request &request, std::ostream *out) { *out << request.name; }
+
+std::string name_of(const ::testing::TestParamInfo<Request> &info) {
+  std::string name = info.param.name;
+  std::replace(name.begin(), name.end(), ' ', '_');
+  return name;
+}
+
+const std::vector<Request> &requests() {
+  static const std::vector<Request> all = {
+      {"status by GET", "GET", "/rdm/status-request", "", ""},
+      {"status by POST", "POST", "/rdm/incoming", "", message("status-request", "")},
+      {"everything by GET", "GET", "/rdm/rd-request", "ql=gatherer&scope=all&view-attributes=title,text", ""},
+      {"changes by POST", "POST", "/rdm/rd-request", "", message("rd-request", "since Thu, 01 Jan 1970 00:00:20 GMT")},
+      {"a description file", "GET", "/rdm/server-description-request", "", ""},
+      {"a wrong scope", "POST", "/rdm/rd-request", "", message("rd-request", "some")},
+      {"a wrong type", "POST", "/rdm/incoming", "", message("nonsense", "")},
+      {"a wrong method", "PUT", "/rdm/incoming", "", ""},
+      {"no message", "POST", "/rdm/incoming", "", "nonsense"},
+  };
+  return all;
+}
+
+Service::Service(const qxapi_host &host, const long &live_blocks)
+    : live_blocks_(live_blocks), plugin_(BINARY_DIR "/lib/librdm.so.1") {
+  hosts::bind_host([](const hosts::Report &) {}, host);
+  make_catalog(folder_);
+  EXPECT_EQ(plugin_.init(configure(folder_)), "");
+}
+
+Service::~Service() {
+  hosts::run_exits();
+  qxapi_bind(nullptr);
+}
+
+Answer Service::serve(const Request &request, const std::function<void()> &arm, const std::function<void()> &disarm) {
+  hosts::Exchange exchange;
+  fill(exchange, request);
+  if (arm) arm();
+  const hosts::Outcome outcome = hosts::serve(plugin_, exchange);
+  if (disarm) disarm();
+  return {outcome, bytes_of(exchange), exchange.delimited()};
+}
+
+Answer Service::answer(const Request &request, const std::function<void()> &arm, const std::function<void()> &disarm) {
+  const long before = live_blocks_;
+  Answer answer = serve(request, arm, disarm);
+  answer.blocks_lost = live_blocks_ - before;
+  return answer;
+}
+
+bool is_honest(const Answer &answer, const Answer &right) {
+  if (answer.outcome != hosts::Outcome::answered || !answer.delimited) return true;
+  return answer.body == right.body || answer.body.find("rdm-error-message{") != std::string::npos;
+}
+
+}  // namespace faults
