@@ -20,6 +20,14 @@ void check_accepted(SOIF *object, uint32_t number) {
   fuzz::require(minidba::print(again.get()) == text, "a description that was exported");
 }
 
+/// check_refused makes sure that the parser could not have read an object that was refused as none.
+void check_refused(const std::string &path, const minidba::SoifStream::Item &item) {
+  if (item.reason != "not a SOIF object") return;
+  const stdio_ptr file = open_stdio(path.c_str());
+  std::fseek(file.get(), static_cast<long>(item.offset), SEEK_SET);
+  fuzz::require(soif_reader(file.get()).next() == nullptr, "an object that was refused");
+}
+
 }  // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
@@ -36,6 +44,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
             fuzz::text(data, size).substr(static_cast<size_t>(item->offset), static_cast<size_t>(end - item->offset)),
         "the bytes of an object");
     if (item->object) check_accepted(item->object.get(), static_cast<uint32_t>(item->number));
+    check_refused(bytes.path(), *item);
   }
   return 0;
 }

@@ -11,7 +11,7 @@ Delivery::Delivery(const Catalog &catalog, time_t now)
 
 std::string Delivery::take(const SoifStream::Item &item) {
   if (is_header(item)) return {};
-  const std::string reason = refusal(item);
+  std::string reason = refusal(item);
   if (reason.empty())
     accept(item.object.get());
   else

@@ -33,7 +33,7 @@ void insert(SOIF *object, const char *name, std::optional<uint32_t> number) {
 
 SoifStream open_stream(const Options &options, const Console &console) {
   Progress progress(console, "reading the input");
-  return SoifStream(console.input, options.database, [&](int64_t bytes) { progress.advance(0, bytes); });
+  return {console.input, options.database, [&](int64_t bytes) { progress.advance(0, bytes); }};
 }
 
 bool is_header(const SoifStream::Item &item) {

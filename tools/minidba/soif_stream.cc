@@ -7,8 +7,8 @@
 #include <cerrno>
 #include <vector>
 
-#include "qxapi/ascii.h"
 #include "tools/minidba/failure.h"
+#include "tools/minidba/soif_scan.h"
 
 namespace minidba {
 namespace {
@@ -33,41 +33,14 @@ int copy_of(int input, const std::string &beside, const SoifStream::Copied &copi
   return ::fcntl(copy.descriptor(), F_DUPFD_CLOEXEC, 0);
 }
 
-bool is_name_character(char c) {
-  return static_cast<unsigned char>(c) > ' ' && c != '{' && c != '}' && c != '@' && c != 0x7F;
-}
-
-/// bad_name returns an attribute name that only a wrong size can have made, empty when there is none.
-std::string bad_name(const SOIF *object) {
-  for (int32_t i = 0; i < object->attrs->nbuckets; ++i)
-    for (const cslist_node *node = object->attrs->buckets[i]->head; node != nullptr; node = node->next) {
-      const std::string name = static_cast<const AVPair *>(node->data)->attribute;
-      if (name.empty()) return "(empty)";
-      for (char c : name)
-        if (!is_name_character(c)) return name;
-    }
-  return {};
-}
-
-/// printable returns a text fit for one line.
-std::string printable(std::string text) {
-  if (text.size() > 60) text = text.substr(0, 60) + "...";
-  for (char &c : text)
-    if (static_cast<unsigned char>(c) < ' ' || c == 0x7F) c = '?';
-  return text;
-}
-
-bool ends_with_brace(FILE *file) {
-  const off_t end = ::ftello(file);
-  return end > 0 && ::fseeko(file, end - 1, SEEK_SET) == 0 && std::fgetc(file) == '}';
-}
-
 }  // namespace
 
 SoifStream::SoifStream(int input, const std::string &beside, const Copied &copied) {
   const int fd = can_be_read_twice(input) ? ::fcntl(input, F_DUPFD_CLOEXEC, 0) : copy_of(input, beside, copied);
   file_.reset(fd == -1 ? nullptr : ::fdopen(fd, "r"));
-  if (!file_) throw system_failure("cannot read the input");
+  struct stat status;
+  if (!file_ || ::fstat(fd, &status) != 0) throw system_failure("cannot read the input");
+  size_ = status.st_size;
 }
 
 /// find_object returns the offset of the next "@", which after a malformed object must begin a line.
@@ -87,15 +60,12 @@ std::optional<int64_t> SoifStream::find_object(int64_t from, bool at_line_start)
 
 /// read_object reads the object whose "@" is at `start`.
 SoifStream::Item SoifStream::read_object(int64_t start) {
-  ::fseeko(file_.get(), start, SEEK_SET);
-  Item item{++number_, start, start, soif_reader(file_.get()).next(), {}};
+  Item item{++number_, start, start, nullptr, fault_of(file_.get(), size_, start)};
+  if (!item.reason.empty()) return item;
+  if (::fseeko(file_.get(), start, SEEK_SET) != 0) throw system_failure("cannot read the input");
+  item.object = soif_reader(file_.get()).next();
   item.end = ::ftello(file_.get());
-  if (!item.object)
-    item.reason = "not a SOIF object";
-  else if (!ends_with_brace(file_.get()))
-    item.reason = "not closed";
-  else if (const std::string name = bad_name(item.object.get()); !name.empty())
-    item.reason = "attribute name \"" + printable(name) + "\", after a value of the wrong size";
+  if (!item.object) item.reason = "not a SOIF object";
   return item;
 }
 
@@ -103,10 +73,7 @@ std::optional<SoifStream::Item> SoifStream::next() {
   const std::optional<int64_t> start = find_object(position_, false);
   if (!start) return std::nullopt;
   Item item = read_object(*start);
-  if (!item.reason.empty()) {
-    item.object.reset();
-    item.end = find_object(*start + 1, true).value_or(size());
-  }
+  if (!item.object) item.end = find_object(*start + 1, true).value_or(size_);
   position_ = item.end;
   return item;
 }
@@ -117,12 +84,6 @@ std::string SoifStream::bytes_of(const Item &item) {
       std::fread(bytes.data(), 1, bytes.size(), file_.get()) != bytes.size())
     throw Failure("cannot read the input");
   return bytes;
-}
-
-int64_t SoifStream::size() const {
-  struct stat status;
-  if (::fstat(::fileno(file_.get()), &status) != 0) throw system_failure("cannot look at the input");
-  return status.st_size;
 }
 
 }  // namespace minidba

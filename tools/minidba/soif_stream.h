@@ -37,7 +37,7 @@ class SoifStream {
   /// bytes_of returns an object as it came. The next item is the same as without it.
   std::string bytes_of(const Item &item);
   /// size returns how many bytes the stream has.
-  int64_t size() const;
+  int64_t size() const { return size_; }
 
  private:
   std::optional<int64_t> find_object(int64_t from, bool at_line_start);
@@ -47,6 +47,7 @@ class SoifStream {
     void operator()(FILE *file) const { std::fclose(file); }
   };
   std::unique_ptr<FILE, close_file> file_;
+  int64_t size_ = 0;
   int64_t position_ = 0;
   int64_t number_ = 0;
 };

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <random>
 
 #include "catalog_files.h"
@@ -121,6 +122,18 @@ std::string damaged(int number, std::mt19937 &random) {
     default:
       return text.erase(text.find('\t'), 1);
   }
+}
+
+TEST_F(UpdateRejects, SizesAreNotTrustedWithTime) {
+  // Each announces all that follows it and more; reading that for each would take minutes.
+  std::string stream;
+  constexpr int count = 20000;
+  for (int i = 0; i < count; ++i)
+    stream += "@DOCUMENT { " + url_of(i) + "\nbody{200000000}:\t" + std::string(1000, 'b') + "\n}\n";
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(update(stream).out, "0\n");
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+  EXPECT_TRUE(rejects() == stream);
 }
 
 TEST_F(UpdateRejects, OfADeliveryWithDamagedObjectsOnlyThoseAreLost) {
