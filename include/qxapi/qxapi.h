@@ -140,8 +140,8 @@ int host_param_parse(const char *line, pblock *b) QX_NOEXCEPT;
 /// the request, or null when the header is absent.
 int host_request_header(const char *name, char **value, Session *sn, Request *rq) QX_NOEXCEPT;
 
-/// host_input_next refills the input with up to `n` bytes or more and returns the next byte, 0 at the end of the input,
-/// -1 on error.
+/// host_input_next refills the input where it is used up, `n` being how much the caller hopes for, and returns the next
+/// byte, 0 at the end of the input, -1 on error.
 int host_input_next(host_input *in, int n) QX_NOEXCEPT;
 
 /// host_set_status sets the HTTP status of the answer; a null `reason` means the usual text of the status.
