@@ -84,6 +84,13 @@ TEST(RegisterExitDeathTest, FunctionsRegisteredAtExitRunToo) {
         std::exit(0);
       },
       ::testing::ExitedWithCode(0), "^first\\.second\\.late\\.$");
+  EXPECT_EXIT(
+      {
+        host_register_exit(print, second);
+        host_register_exit(print_and_register, first);
+        std::exit(0);
+      },
+      ::testing::ExitedWithCode(0), "^second\\.first\\.late\\.$");
 }
 
 TEST(RegisterExitDeathTest, NothingRunsWithoutAnOrderlyExit) {

@@ -11,6 +11,8 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <filesystem>
+#include <iterator>
 #include <map>
 #include <sstream>
 #include <string>
@@ -43,6 +45,15 @@ class File : public ::testing::Test {
   support::TemporaryFolder folder;
   std::string path = folder.path("file");
 };
+
+using Open = host_fd (*)(const char *);
+constexpr std::array<Open, 4> all_opens = {host_open_read, host_open_write, host_open_append, host_open_readwrite};
+
+/// descriptors counts the process's open descriptors.
+long descriptors() {
+  const std::filesystem::directory_iterator all("/proc/self/fd");
+  return std::distance(begin(all), end(all));
+}
 
 /// Mask sets the process's file mode mask for its scope.
 class Mask {
@@ -85,6 +96,18 @@ TEST_F(File, OpenWriteMakesAPrivateFileWhateverTheMask) {
     ASSERT_TRUE(file);
     EXPECT_EQ(mode(), 0600u);
     ::unlink(path.c_str());
+  }
+}
+
+TEST_F(File, EveryOpenMakesOneDescriptor) {
+  for (const Open open : all_opens) {
+    support::write_file(path, "");
+    for (const bool exists : {true, false}) {
+      if (!exists) ::unlink(path.c_str());
+      const auto before = descriptors();
+      const file_guard file(open(path.c_str()));
+      EXPECT_EQ(descriptors(), before + (file ? 1 : 0));
+    }
   }
 }
 
@@ -134,9 +157,6 @@ TEST_F(File, OpenReadwriteMakesOrKeeps) {
   EXPECT_EQ(support::read_file(path), "abXYef");
 }
 
-using Open = host_fd (*)(const char *);
-constexpr std::array<Open, 4> all_opens = {host_open_read, host_open_write, host_open_append, host_open_readwrite};
-
 TEST_F(File, DescriptorsDoNotOutliveAnExec) {
   support::write_file(path, "");
   for (const Open open : all_opens) {
@@ -173,40 +193,79 @@ TEST_F(File, ReadGathersWhatComesInPieces) {
   std::thread sender([&] {
     EXPECT_EQ(write(pipe.writer.get(), "one "), 1);
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    EXPECT_EQ(write(pipe.writer.get(), "two"), 1);
+    EXPECT_EQ(write(pipe.writer.get(), "two and more"), 1);
   });
   EXPECT_EQ(read(pipe.reader.get(), 7), "one two");
+  EXPECT_EQ(read(pipe.reader.get(), 9), " and more");
   sender.join();
 }
 
-void ignore_signal(int) {}
+/// Interruptions lets SIGUSR1 break off system calls for its scope.
+class Interruptions {
+ public:
+  Interruptions() {
+    struct sigaction action {};
+    action.sa_handler = [](int) {};  // without SA_RESTART
+    EXPECT_EQ(::sigaction(SIGUSR1, &action, &before_), 0);
+  }
+  Interruptions(const Interruptions &) = delete;
+  Interruptions &operator=(const Interruptions &) = delete;
+  ~Interruptions() { ::sigaction(SIGUSR1, &before_, nullptr); }
+
+  static void send_to(std::thread &thread) {
+    for (int i = 0; i < 20; ++i) {
+      ::pthread_kill(thread.native_handle(), SIGUSR1);
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+  }
+
+ private:
+  struct sigaction before_ {};
+};
 
 TEST_F(File, ReadGoesOnAfterASignal) {
-  struct sigaction action {
-  }, before;
-  action.sa_handler = ignore_signal;  // without SA_RESTART
-  ASSERT_EQ(::sigaction(SIGUSR1, &action, &before), 0);
+  const Interruptions interruptions;
   Pipe pipe;
   std::string got;
   std::thread receiver([&] { got = read(pipe.reader.get(), 5); });
-  for (int i = 0; i < 20; ++i) {
-    ::pthread_kill(receiver.native_handle(), SIGUSR1);
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
+  Interruptions::send_to(receiver);
   EXPECT_EQ(write(pipe.writer.get(), "bytes"), 1);
   receiver.join();
   EXPECT_EQ(got, "bytes");
-  ::sigaction(SIGUSR1, &before, nullptr);
 }
 
 TEST_F(File, WriteWritesAllThereIs) {
   Pipe pipe;
-  const std::string bytes(1000000, 'x');  // more than a pipe holds
+  std::string bytes(1000000, ' ');  // more than a pipe holds
+  for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>(i % 251);
   std::string got;
   std::thread receiver([&] { got = read(pipe.reader.get(), 1000000); });
   EXPECT_EQ(write(pipe.writer.get(), bytes), 1);
   receiver.join();
-  EXPECT_EQ(got, bytes);
+  EXPECT_TRUE(got == bytes);
+}
+
+TEST_F(File, WriteOfOneByteSucceeds) {
+  const file_guard file(host_open_write(path.c_str()));
+  EXPECT_EQ(write(file.get(), "1"), 1);
+  EXPECT_EQ(host_write_log(file.get(), "2", 1), 1);
+  EXPECT_EQ(support::read_file(path), "12");
+}
+
+TEST_F(File, WritesGoOnAfterASignal) {
+  const Interruptions interruptions;
+  for (const auto writes : {host_write, host_write_log}) {
+    Pipe pipe;
+    const std::string full(static_cast<size_t>(::fcntl(pipe.writer.get(), F_GETPIPE_SZ)), 'x');
+    EXPECT_EQ(write(pipe.writer.get(), full), 1);
+    int result = -1;
+    std::thread sender([&] { result = writes(pipe.writer.get(), "bytes", 5); });
+    Interruptions::send_to(sender);
+    EXPECT_EQ(read(pipe.reader.get(), static_cast<int32_t>(full.size())), full);
+    EXPECT_EQ(read(pipe.reader.get(), 5), "bytes");
+    sender.join();
+    EXPECT_EQ(result, 1);
+  }
 }
 
 TEST_F(File, WriteErrorIsZero) {

@@ -45,6 +45,12 @@ TEST(Format, SizesBeyondAnIntAreSizes) {
   EXPECT_STREQ(buffer, "text");
 }
 
+TEST(Format, OfNothingIsEmpty) {
+  char buffer[] = "x";
+  EXPECT_EQ(host_format(buffer, sizeof buffer, "%s", ""), 0);
+  EXPECT_STREQ(buffer, "");
+}
+
 TEST(Format, ArgumentsAreNotFormats) {
   char buffer[32];
   host_format(buffer, sizeof buffer, "%s", "100%s%n");
@@ -123,6 +129,7 @@ TEST(ReportError, WritesOneLineToStandardError) {
 
 TEST(ReportError, DoesNotDoubleANewline) {
   EXPECT_EQ(reported([] { host_report_error(0, "rdm", nullptr, nullptr, "%s", "line\n"); }), "failure rdm: line\n");
+  EXPECT_EQ(reported([] { host_report_error(0, "rdm", nullptr, nullptr, "%s", "\n"); }), "failure rdm: \n");
   EXPECT_EQ(reported([] { host_report_error(0, "rdm", nullptr, nullptr, "%s", ""); }), "failure rdm: \n");
 }
 

@@ -189,6 +189,13 @@ TEST(PairsOnLines, EndAfterEachValue) {
   }
 }
 
+TEST(PairsOnLines, EndWithTheTextAfterABackslash) {
+  std::string text("a=\"1\"\\\0b=\"2\" c", 14);
+  const std::string before = text;
+  pblock_pblock2str_add_nl(text.data());
+  EXPECT_EQ(text, before) << "what stands behind the text is not its own";
+}
+
 using RemoveParameter = Form;
 
 TEST_F(RemoveParameter, RemovesTheFirstOfItsName) {
