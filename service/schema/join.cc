@@ -55,7 +55,6 @@ char *schema_translate_alljoin(const char *tblcols) noexcept {
     if (table != _schema_root_table &&
         !append_all({" AND ", _schema_root_table, ".id = ", table, ".", _schema_rootid_column, " "})) {
       CSLOG(CSLOG_ERROR, "schema", "Join of %d tables too long\n", count);
-      join.clear();
       return nullptr;
     }
   return join.text();

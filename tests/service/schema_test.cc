@@ -307,6 +307,8 @@ TEST_F(Schema, InternalAttributesAreNotListed) {
   EXPECT_THAT(listed(schema_soifattrs), ElementsAre("flag 0", "flag x", "flag ", "none"));
   EXPECT_THAT(listed(schema_tblcols), ElementsAre("t.c0", "t.cx", "t.c", "t.none"));
   EXPECT_EQ(column_of("flag 1"), "t.c1");
+  const int32_t flags[] = {0, 1, 1, 1, 0, 0, 1, 0};
+  for (size_t i = 0; i < std::size(flags); ++i) EXPECT_EQ(schema::tc2soif[i].is_internal, flags[i]) << i;
 }
 
 TEST_F(Schema, ArraysAreNullWithoutMemory) {
@@ -447,6 +449,8 @@ TEST_F(Schema, ListsNeedMemory) {
     if (columns == "(null)") ++refused;
   }
   EXPECT_GE(refused, 5);
+  host.fail_allocation = host.allocations + 1;
+  EXPECT_EQ(rdbms(""), "(null)");
 }
 
 TEST_F(Schema, TablesAreThoseOfTheListInTheOrderOfTheSchema) {
@@ -505,16 +509,23 @@ TEST_F(Schema, JoinsAreLimited) {
 TEST_F(Schema, LoadingNeedsMemory) {
   Sdl sdl;
   sdl.map("a", "t", "c").map("b", "u", "c");
-  long failing = 0, failures = 0;
+  long failing = 0, failures = 0, needed = 0;
   do {
     host.allocations = 0;
     host.fail_allocation = ++failing;
-    if (load(sdl) == 0) continue;
+    const int result = load(sdl);
+    needed = host.allocations;
+    host.fail_allocation = 0;
+    if (result == 0) {
+      EXPECT_THAT(tables(nullptr), ElementsAre("t", "u")) << failing;
+      EXPECT_THAT(listed(schema_soifattrs), ElementsAre("a", "b")) << failing;
+      continue;
+    }
     ++failures;
+    EXPECT_EQ(result, -1) << failing;
     EXPECT_EQ(host.live_blocks, 0) << failing;
     EXPECT_EQ(column_of("a"), "(null)");
-  } while (host.allocations >= failing);
-  host.fail_allocation = 0;
+  } while (needed >= failing);
   EXPECT_GT(failures, 6);
   EXPECT_THAT(diagnostics.text(),
               ::testing::HasSubstr("ERROR: Cannot keep schema: " + folder.path("schema.rdm") + ": Out of memory\n"));
