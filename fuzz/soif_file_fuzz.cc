@@ -2,22 +2,7 @@
 /// of the input cuts within a value: in memory its missing bytes are made up, in a file it is lost.
 
 #include "fuzz/fuzz.h"
-#include "libcs/guard.h"
-
-namespace {
-
-int append(void *text, const void *bytes, int32_t length) {
-  static_cast<std::string *>(text)->append(static_cast<const char *>(bytes), static_cast<size_t>(length));
-  return length;
-}
-
-std::string print(const SOIF *object) {
-  std::string text;
-  soif_writer(append, &text).print(object);
-  return text;
-}
-
-}  // namespace
+#include "fuzz/print.h"
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const fuzz::MemoryFile bytes(fuzz::text(data, size));
@@ -30,7 +15,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
       break;
     }
     fuzz::require(!one == !other, "an object that only a file has");
-    if (one) fuzz::require(print(one.get()) == print(other.get()), "two readings of one object");
+    if (one) fuzz::require(fuzz::print(one.get()) == fuzz::print(other.get()), "two readings of one object");
   }
   return 0;
 }
