@@ -126,13 +126,22 @@ void each_url(const Catalog &catalog, const Changes &changes, const UrlMap::Visi
 
 }  // namespace
 
-void commit(const Lock &lock, const Catalog &catalog, const Changes &changes, uint32_t next_number) {
+void commit(const Lock &lock, const Catalog &catalog, const Changes &changes, uint32_t next_number,
+            const Watch &watch) {
   if (changes.empty() && catalog.exists()) return;
   Shape shape;
-  const Produce produce = [&](const HashTable::Visit &put) { each_record(catalog, changes, put); };
+  int64_t total = 0;
+  const Produce produce = [&](const HashTable::Visit &put) {
+    each_record(catalog, changes, [&](std::string_view key, std::string_view value) {
+      put(key, value);
+      watch(static_cast<int64_t>(value.size()), total);
+    });
+  };
   produce([&](std::string_view key, std::string_view value) {
     shape.add(static_cast<int64_t>(key.size()), static_cast<int64_t>(value.size()));
   });
+  // The records are gone through to be measured, written and compared.
+  total = 3 * shape.bytes;
   Snapshot database(catalog.path());
   write_hash_table(database.path(), shape, produce);
   database.sync();

@@ -79,7 +79,12 @@ class Changes {
 /// commit makes the changes the catalog's state: the next snapshots of its database and URL map take the places of the
 /// old ones. `next_number` is the first that was never used. A catalog that is not there yet is made even without any
 /// change. Throws a Failure that leaves the old catalog as it is.
-void commit(const Lock &lock, const Catalog &catalog, const Changes &changes, uint32_t next_number);
+///
+/// `watch` is told of work that was done, in bytes, and how many there are to do, 0 while that is not known.
+using Watch = std::function<void(int64_t bytes, int64_t total)>;
+void commit(
+    const Lock &lock, const Catalog &catalog, const Changes &changes, uint32_t next_number,
+    const Watch &watch = [](int64_t, int64_t) {});
 
 }  // namespace minidba
 

@@ -89,6 +89,7 @@ constexpr Row rows[] = {
     {"delete", "remove descriptions by URL", delete_descriptions, declare_delete, need_nothing},
     {"stats", "print figures about the catalog", stats, declare_nothing, need_nothing},
     {"verify", "check database, index and URL map", verify, declare_nothing, need_nothing},
+    {"rebuild", "write database and URL map anew", rebuild, declare_dry_run, need_nothing},
     {"export", "write the whole catalog as one SOIF stream", export_catalog, declare_export, check_export},
     {"import", "make a catalog from an export on standard input", import_catalog, declare_import, need_nothing},
 };

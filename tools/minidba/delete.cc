@@ -46,7 +46,7 @@ int delete_descriptions(const Options &options, const Console &console) {
   const Writing writing(options);
   Deletion deletion(writing.catalog(), console.errors);
   for (const std::string &url : options.arguments) url == "-" ? take_lines(deletion) : deletion.take(url);
-  writing.commit(deletion.changes(), writing.catalog().next_number());
+  writing.commit(deletion.changes(), writing.catalog().next_number(), console);
   report(options, console, {"deleted", deletion.deleted()},
          {{"deleted", deletion.deleted()}, {"not there", deletion.absent()}});
   return deletion.absent() == 0 ? exit_done : exit_found_fault;

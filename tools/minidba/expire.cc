@@ -34,7 +34,7 @@ int expire(const Options &options, const Console &console) {
       ++expired;
     });
   }
-  writing.commit(changes, catalog.next_number());
+  writing.commit(changes, catalog.next_number(), console);
   report(options, console, {"expired", expired});
   return exit_done;
 }

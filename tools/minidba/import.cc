@@ -111,16 +111,25 @@ class Intake {
   int64_t objects_ = 0, imported_ = 0, renumbered_ = 0;
 };
 
-void take_all(Intake &intake, SoifStream &stream) {
-  while (std::optional<SoifStream::Item> item = stream.next()) intake.take(std::move(*item));
-  intake.take_unnumbered();
-  intake.check_whole();
-}
-
 /// check_rejects refuses to lose anything without being told where to keep it.
 void check_rejects(const Rejects &rejects, const Options &options) {
   if (rejects.count() > 0 && options.rejects.empty())
     throw Failure(std::to_string(rejects.count()) + " objects rejected: nothing is imported without --rejects");
+}
+
+struct Imported {
+  int64_t descriptions, renumbered;
+};
+
+Imported read_all(Import &import, Rejects &rejects, const Options &options, const Console &console) {
+  SoifStream stream = open_stream(options, console);
+  Progress progress(console, "importing", stream.size());
+  Intake intake(import, rejects, stream, progress);
+  while (std::optional<SoifStream::Item> item = stream.next()) intake.take(std::move(*item));
+  intake.take_unnumbered();
+  intake.check_whole();
+  check_rejects(rejects, options);
+  return {intake.imported(), intake.renumbered()};
 }
 
 }  // namespace
@@ -132,17 +141,12 @@ int import_catalog(const Options &options, const Console &console) {
   Import import(writing.catalog());
   import.erase_all();
   Rejects rejects(options, console);
-  SoifStream stream = open_stream(options, console);
-  Progress progress(console, "importing", stream.size());
-  Intake intake(import, rejects, stream, progress);
-  take_all(intake, stream);
-  check_rejects(rejects, options);
+  const Imported imported = read_all(import, rejects, options, console);
   rejects.finish();
-  writing.commit(import.changes(), import.next_number());
+  writing.commit(import.changes(), import.next_number(), console);
   rejects.commit();
-  progress.clear();
-  report(options, console, {"imported", intake.imported()},
-         {{"imported", intake.imported()}, {"numbered anew", intake.renumbered()}, {"rejected", rejects.count()}});
+  report(options, console, {"imported", imported.descriptions},
+         {{"imported", imported.descriptions}, {"numbered anew", imported.renumbered}, {"rejected", rejects.count()}});
   return exit_done;
 }
 

@@ -22,6 +22,8 @@ class Progress {
   Progress &operator=(const Progress &) = delete;
   ~Progress() { clear(); }
 
+  /// expect says how much there is to do in all, once that is known.
+  void expect(int64_t total_bytes) { total_bytes_ = total_bytes; }
   /// advance says how much has been done since the last call.
   void advance(int64_t records, int64_t bytes);
   /// clear takes the line away, for other text; the next advance may bring it back.

@@ -32,7 +32,7 @@ int update(const Options &options, const Console &console) {
   Rejects rejects(options, console);
   take_all(delivery, options, console, rejects);
   rejects.finish();
-  writing.commit(delivery.changes(), delivery.next_number());
+  writing.commit(delivery.changes(), delivery.next_number(), console);
   rejects.commit();
   report(options, console, {"accepted", delivery.summary().accepted()}, details(delivery.summary()));
   return exit_done;

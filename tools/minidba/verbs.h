@@ -27,6 +27,8 @@ int get(const Options &options, const Console &console);
 int list(const Options &options, const Console &console);
 /// delete_descriptions removes descriptions by URL and prints their number.
 int delete_descriptions(const Options &options, const Console &console);
+/// rebuild writes database and URL map anew from the records and prints their number.
+int rebuild(const Options &options, const Console &console);
 /// export_catalog writes the whole catalog as one stream.
 int export_catalog(const Options &options, const Console &console);
 /// import_catalog makes such a stream the whole catalog.

@@ -1,6 +1,7 @@
 #include "tools/minidba/writing.h"
 
 #include "tools/minidba/failure.h"
+#include "tools/minidba/progress.h"
 
 namespace minidba {
 namespace {
@@ -18,8 +19,13 @@ Writing::Writing(const Options &options, Absent absent)
   if (lock_) catalog_.renew_url_map(*lock_);
 }
 
-void Writing::commit(const Changes &changes, uint32_t next_number) const {
-  if (lock_) minidba::commit(*lock_, catalog_, changes, next_number);
+void Writing::commit(const Changes &changes, uint32_t next_number, const Console &console) const {
+  if (!lock_) return;
+  Progress progress(console, "writing");
+  minidba::commit(*lock_, catalog_, changes, next_number, [&](int64_t bytes, int64_t total) {
+    progress.expect(total);
+    progress.advance(0, bytes);
+  });
 }
 
 }  // namespace minidba

@@ -17,7 +17,7 @@ class Writing {
   const Catalog &catalog() const { return catalog_; }
   bool is_dry() const { return !lock_; }
   /// commit makes the changes the catalog's state.
-  void commit(const Changes &changes, uint32_t next_number) const;
+  void commit(const Changes &changes, uint32_t next_number, const Console &console) const;
 
  private:
   std::optional<Lock> lock_;

@@ -69,6 +69,7 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(Work{"Update", {"update"}, described(300, 500, "never"), 300, 500},
                     Work{"Expire", {"expire"}, "", 300, 150},
                     Work{"Delete", {"delete", "-"}, "http://localhost/1\nhttp://localhost/2\n", 300, 298},
+                    Work{"Rebuild", {"rebuild"}, "", 300, 300},
                     Work{"Import", {"import", "--replace"}, described(0, 200, "never"), 300, 200}),
     [](const testing::TestParamInfo<Work> &work) { return work.param.name; });
 

@@ -9,7 +9,8 @@ using support::Finished;
 using testing::HasSubstr;
 
 const std::string program = BINARY_DIR "/bin/minidba";
-const std::string verbs = "update, expire, index, unclassified, get, list, delete, stats, verify, export, import";
+const std::string verbs =
+    "update, expire, index, unclassified, get, list, delete, stats, verify, rebuild, export, import";
 
 Finished shell(const std::string &command) { return support::run({"/bin/sh", "-c", command}); }
 

@@ -1,0 +1,111 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <nlohmann/json.hpp>
+
+#include "catalog_files.h"
+#include "dba/guard.h"
+
+namespace {
+
+using support::Finished;
+using testing::ElementsAre;
+using testing::Key;
+
+class Rebuild : public testing::Test {
+ protected:
+  ino_t inode() const {
+    struct stat status {};
+    stat(catalog_.path().c_str(), &status);
+    return status.st_ino;
+  }
+  std::string verdict() const { return support::run(catalog_.command({"verify"})).out; }
+  CatalogFiles catalog_;
+};
+
+TEST_F(Rebuild, WritesTheSameCatalogAnew) {
+  catalog_.update(rd("http://localhost/1", {{"title", "One"}}) + rd("http://localhost/2", {{"title", "Two"}}));
+  catalog_.index();
+  const auto records = catalog_.records();
+  const ino_t before = inode();
+  Finished finished = catalog_.run({"rebuild", "--dry-run"});
+  EXPECT_EQ(finished.out, "2\n");
+  EXPECT_EQ(inode(), before);
+  finished = catalog_.run({"rebuild"});
+  EXPECT_EQ(finished.status, 0);
+  EXPECT_EQ(finished.out, "2\n");
+  EXPECT_EQ(finished.errors, "");
+  EXPECT_NE(inode(), before);
+  EXPECT_EQ(catalog_.records(), records);
+  EXPECT_EQ(verdict(), "sound: 2 descriptions, 2 index entries\n");
+}
+
+TEST_F(Rebuild, ChoosesTheLayoutFromTheData) {
+  // Written by another program, with the pages and the growth it thought fit.
+  for (int i = 1; i <= 300; ++i) {
+    char key[9];
+    snprintf(key, sizeof key, "%08x", static_cast<unsigned>(i));
+    catalog_.put(key, rd("http://localhost/" + std::to_string(i), {{"body", std::string(1500, 'b')}}));
+  }
+  const auto page_size = [this] {
+    return nlohmann::json::parse(catalog_.run({"stats", "--json"}).out)["page-size"].get<int>();
+  };
+  const int before = page_size();
+  EXPECT_EQ(catalog_.run({"rebuild", "--json"}).out, "{\"verb\":\"rebuild\",\"dry-run\":false,\"rebuilt\":300}\n");
+  EXPECT_GT(page_size(), before);
+  EXPECT_EQ(verdict(), "sound: 300 descriptions, no index\n");
+}
+
+TEST_F(Rebuild, MendsTheUrlMap) {
+  catalog_.update(rd("http://localhost/1", {{"title", "One"}}) + rd("http://localhost/2", {{"title", "Two"}}));
+  {
+    const database_ptr map(dba_open(catalog_.path(".url").c_str(), "w"));
+    ASSERT_TRUE(map);
+    std::string url = "http://localhost/2", number = "00000001";
+    DBT k{}, v{};
+    k.data = url.data();
+    k.size = url.size();
+    v.data = number.data();
+    v.size = number.size();
+    ASSERT_EQ(dba_put(map.get(), &k, &v), 0);
+  }
+  EXPECT_EQ(verdict(), "damaged: 1 fault\n");
+  EXPECT_EQ(catalog_.run({"rebuild"}).status, 0);
+  EXPECT_EQ(verdict(), "sound: 2 descriptions, no index\n");
+}
+
+TEST_F(Rebuild, KeepsInMindWhichNumbersWereUsed) {
+  catalog_.update(rd("http://localhost/1", {{"title", "One"}}) + rd("http://localhost/2", {{"title", "Two"}}));
+  catalog_.run({"delete", "http://localhost/2"});
+  EXPECT_EQ(catalog_.run({"rebuild"}).out, "1\n");
+  catalog_.update(rd("http://localhost/3", {{"title", "Three"}}));
+  EXPECT_THAT(catalog_.records(), ElementsAre(Key("00000001"), Key("00000003")));
+}
+
+TEST_F(Rebuild, OfTwoDescriptionsOfOneUrlTheLowerIsFound) {
+  catalog_.put("00000007", rd("http://localhost/1", {{"title", "Seven"}}));
+  catalog_.put("00000003", rd("http://localhost/1", {{"title", "Three"}}));
+  EXPECT_EQ(catalog_.run({"rebuild"}).out, "2\n");
+  EXPECT_EQ(catalog_.records().size(), 2u);
+  EXPECT_EQ(catalog_.run({"get", "http://localhost/1"}).out, rd("http://localhost/1", {{"title", "Three"}}));
+}
+
+TEST_F(Rebuild, OfAnEmptyCatalog) {
+  catalog_.update("");
+  EXPECT_EQ(catalog_.run({"rebuild"}).out, "0\n");
+  EXPECT_EQ(verdict(), "sound: 0 descriptions, no index\n");
+}
+
+TEST_F(Rebuild, OfADamagedOrAbsentCatalogChangesNothing) {
+  EXPECT_EQ(catalog_.run({"rebuild"}).errors, "minidba: not there: " + catalog_.path() + "\n");
+  EXPECT_TRUE(catalog_.files().empty());
+  catalog_.put("00000001", "no object");
+  const std::string before = support::read_file(catalog_.path());
+  const Finished finished = catalog_.run({"rebuild"});
+  EXPECT_EQ(finished.status, 2);
+  EXPECT_EQ(finished.errors, "minidba: damaged record 00000001 in " + catalog_.path() + "\n");
+  EXPECT_EQ(support::read_file(catalog_.path()), before);
+}
+
+}  // namespace
