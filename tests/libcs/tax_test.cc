@@ -122,6 +122,27 @@ TEST_F(Tax, AFolderIsReadAsFarAsItCanBe) {
   EXPECT_THAT(walk(taxonomy), ElementsAre("ROOT"));
 }
 
+TEST_F(Tax, LoadingLeavesNoFileAndNoStreamOpen) {
+  constexpr int more_than_there_are_streams = 300;
+  const auto next_descriptor = [] { return file_guard(host_open_read("/dev/null")).get(); };
+  const int before = next_descriptor();
+  for (int i = 0; i < more_than_there_are_streams; ++i) ASSERT_TRUE(loaded());
+  EXPECT_EQ(next_descriptor(), before);
+}
+
+TEST_F(Tax, TheInfoHasSevenSlots) {
+  static int slots;
+  slots = 0;
+  qxapi_host counting = support::memory_host();
+  counting.param_create = [](int count) {
+    slots = count;
+    return support::memory_host().param_create(count);
+  };
+  qxapi_bind(&counting);
+  ASSERT_TRUE(load(""));
+  EXPECT_EQ(slots, 7);
+}
+
 TEST_F(Tax, ClassesAreLinkedToTheirParents) {
   const taxonomy_ptr taxonomy = loaded();
   const Classification *a = taxonomy->root->children[0];

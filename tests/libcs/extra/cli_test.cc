@@ -228,6 +228,22 @@ TEST_F(CommandRunner, ReportsAWaitThatFails) {
   EXPECT_EQ(diagnostics.text(), "WARNING: waitpid (pid=" + std::to_string(calls.child) + "): Invalid argument\n");
 }
 
+pid_t parent;
+std::string exit_note;
+
+TEST_F(CommandRunner, AShellThatCannotBeStartedReturnsOne) {
+  // The child ends without running what this process registered for its own end.
+  parent = ::getpid();
+  exit_note = folder.path("note");
+  std::atexit([] {
+    if (::getpid() != parent) static_cast<void>(::creat(exit_note.c_str(), 0600));
+  });
+  const std::string longer_than_the_system_takes(8 << 20, ' ');
+  for (const Command run : commands) EXPECT_EQ(run(longer_than_the_system_takes.c_str(), nullptr), 1);
+  EXPECT_FALSE(support::file_exists(exit_note));
+  EXPECT_EQ(diagnostics.text(), "");
+}
+
 TEST_F(CommandRunner, ReportsThatThereIsNoProcess) {
   calls.fork_error = EAGAIN;
   EXPECT_EQ(cs_cli_run("exit 3", nullptr), -1);

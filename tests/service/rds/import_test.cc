@@ -1,14 +1,35 @@
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 
 #include "service/message.h"
 #include "service/support/catalog.h"
 #include "support/diagnostics.h"
 #include "support/memory_host.h"
+
+namespace {
+
+/// What the library is told when it asks for the names of temporary files.
+struct Names {
+  int asked = 0;        // so far
+  int refused = 0;      // the number of the request without an answer, 0 for none
+  std::string taken{};  // the first answer, when not empty
+};
+Names names;
+
+}  // namespace
+
+extern "C" char *tempnam(const char *dir, const char *pfx) {
+  ++names.asked;
+  if (names.asked == names.refused) return nullptr;
+  if (names.asked == 1 && !names.taken.empty()) return ::strdup(names.taken.c_str());
+  return reinterpret_cast<char *(*)(const char *, const char *)>(dlsym(RTLD_NEXT, "tempnam"))(dir, pfx);
+}
 
 namespace {
 
@@ -20,6 +41,7 @@ using support::soif;
 class Import : public support::HostTest {
  protected:
   void SetUp() override {
+    names = Names{};
     const char *path = std::getenv("PATH");
     old_path_ = path == nullptr ? "" : path;
     setenv("PATH", (folder_.path() + ":" + old_path_).c_str(), 1);
@@ -142,11 +164,128 @@ TEST_F(Import, ADeleteResponseIsImportedLikeAnUpdate) {
   EXPECT_EQ(answer(), accepted("Accepted 3 RDs from Unknown-Source"));
 }
 
+TEST_F(Import, ResultsAreTheServersOwnFiles) {
+  const std::string list = folder_.path("results");
+  command("stat -c '%a %F' \"$TMPDIR\"/csrds* >> " + list + " 2>/dev/null; [ \"$verb\" != update ] || echo 7");
+  const mode_t old = umask(022);
+  EXPECT_EQ(import(), 0);
+  umask(old);
+  const std::string own = "600 regular empty file\n";
+  EXPECT_EQ(support::read_file(list).substr(0, 3 * own.size()), own + own + own) << "one at a time";
+  EXPECT_EQ(answer(), accepted("Accepted 7 RDs from Unknown-Source"));
+}
+
+TEST_F(Import, AResultGoesIntoNoFileThatIsThereAlready) {
+  append_text(body_.get(), "@DOCUMENT { -\n}\n");
+  names.taken = folder_.path("link");
+  std::filesystem::create_symlink(folder_.write("victim", "kept"), names.taken);
+  EXPECT_EQ(import(), 0);
+  EXPECT_EQ(answer(), accepted("Accepted 3 RDs from Unknown-Source"));
+  EXPECT_EQ(support::read_file(folder_.path("victim")), "kept");
+  EXPECT_TRUE(std::filesystem::is_symlink(names.taken));
+}
+
+TEST_F(Import, WithoutANameForTheFirstResultNothingRuns) {
+  append_text(body_.get(), "@DOCUMENT { -\n}\n");
+  names.refused = 1;
+  const Diagnostics diagnostics;
+  EXPECT_EQ(import(), 0);
+  EXPECT_EQ(answer(), refused("Failed to import RDs"));
+  EXPECT_EQ(diagnostics.text(), "ERROR: Cannot create tmpfile?\n");
+  EXPECT_EQ(x_.var("rdm-log-message"), "");
+  EXPECT_FALSE(support::file_exists(folder_.path("calls")));
+}
+
+TEST_F(Import, WithoutANameForAnEmptyBodyNothingRuns) {
+  names.refused = 1;
+  const Diagnostics diagnostics;
+  EXPECT_EQ(import(), 0);
+  EXPECT_EQ(answer(), refused("Failed to import RDs"));
+  EXPECT_EQ(diagnostics.text(), "ERROR: Cannot save RDs to tmpfile?\n");
+  EXPECT_FALSE(support::file_exists(folder_.path("calls")));
+}
+
+TEST_F(Import, AStepWithoutANameForItsResultIsLeftOut) {
+  const std::string update = "-d " + database_ + " update\n", expire = "-d " + database_ + " expire\n",
+                    index = "-d " + database_ + " -i " + database_ + ".idx index\n",
+                    unclassified = "-d " + database_ + " -i " + database_ + ".idx unclassified\n";
+  const struct {
+    int refused;
+    std::string calls, log;
+  } rows[] = {{2, update + index + unclassified, "Indexed 5 RDs.\n"},
+              {3, update + expire + unclassified, "Expired 2 RDs.\n"}};
+  for (const auto &row : rows) {
+    std::filesystem::remove(folder_.path("calls"));
+    body_ = make_csio();
+    append_text(body_.get(), "@DOCUMENT { -\n}\n");
+    names = Names{.refused = row.refused};
+    const Diagnostics diagnostics;
+    EXPECT_EQ(import(), 0);
+    EXPECT_EQ(calls(), row.calls);
+    EXPECT_EQ(diagnostics.text(), row.log);
+    EXPECT_EQ(answer(), accepted("Accepted 3 RDs from Unknown-Source"));
+  }
+}
+
+TEST_F(Import, ReadsOneNumberWhateverTheStatus) {
+  const std::pair<std::string, std::string> rows[] = {{"echo 4; exit 3", "4"},
+                                                      {"printf '\\n 4'", "4"},
+                                                      {"echo 4 of 5", "4"},
+                                                      {"echo 4x", "4"},
+                                                      {"echo -4", "-4"},
+                                                      {"echo x4", "0"},
+                                                      {"exit 0", "0"},
+                                                      {"echo 4; kill -KILL $$", "4"},
+                                                      {"echo 4; rm \"$TMPDIR\"/csrds*", "0"}};
+  testing::internal::CaptureStderr();
+  for (const auto &[script, number] : rows) {
+    body_ = make_csio();
+    command("[ \"$verb\" != unclassified ] || exit 0\n" + script);
+    const Diagnostics diagnostics;
+    EXPECT_EQ(import(), 0);
+    EXPECT_EQ(answer(), accepted("Accepted " + number + " RDs from Unknown-Source")) << script;
+    const std::string expired = number == "4" ? "Expired 4 RDs.\n" : "";
+    EXPECT_EQ(diagnostics.text(), expired + "Indexed " + number + " RDs.\n") << script;
+  }
+  testing::internal::GetCapturedStderr();
+}
+
+TEST_F(Import, LogsNothingWhenTheLogIsOff) {
+  const Diagnostics silent(0);
+  EXPECT_EQ(import(), 0);
+  body_ = make_csio();
+  EXPECT_EQ(import("bare"), 0);
+  body_ = make_csio();
+  names = Names{.refused = 1};
+  EXPECT_EQ(import(), 0);
+  EXPECT_EQ(silent.raw(), "");
+}
+
+TEST_F(Import, AnswersAndReleasesEverythingWhenMemoryFails) {
+  long failing = 0;
+  do {
+    body_ = make_csio();
+    append_text(body_.get(), "@DOCUMENT { -\n}\n");
+    csio_convert2file(body_.get());
+    const rdmhdr_ptr header = make_rdmhdr(RDM_RD_RESPONSE);
+    header->csid = host_strdup("c");
+    const csio_ptr response = make_csio();
+    host.allocations = 0;
+    host.fail_allocation = ++failing;
+    EXPECT_EQ(rds_rd_response(header.get(), body_.get(), response.get(), &x_.session, &x_.request), 0);
+    host.fail_allocation = 0;
+    body_.reset();
+  } while (host.allocations >= failing);
+  EXPECT_GT(failing, 10);
+}
+
 TEST_F(Import, NamesItsSource) {
   const std::pair<std::vector<std::pair<const char *, const char *>>, const char *> rows[] = {
       {{{"user-agent", "harvester/1.0"}}, "harvester/1.0"},
       {{{"from", "op@localhost"}, {"user-agent", "harvester/1.0"}}, "op@localhost"},
       {{{"from", ""}, {"user-agent", "harvester/1.0"}}, "(empty)"},
+      {{{"user-agent", ""}}, "(empty)"},
+      {{}, "Unknown-Source"},
       {{{"from", "%s%n"}}, "%s%n"},
   };
   for (const auto &[headers, source] : rows) {
@@ -192,6 +331,7 @@ TEST_F(Import, NeedsADatabase) {
   const Diagnostics diagnostics;
   EXPECT_EQ(import("bare"), 0);
   EXPECT_EQ(answer(), refused("Failed to import RDs: RDS: No CSID?"));
+  EXPECT_EQ(x_.var("rdm-log-message"), "");
   body_ = make_csio();
   EXPECT_EQ(import(nullptr), 0);
   EXPECT_EQ(answer(), refused("Failed to import RDs: RDS: No CSID?"));
