@@ -23,6 +23,12 @@ constexpr bool istarts_with(std::string_view text, std::string_view prefix) {
   return text.size() >= prefix.size() && iequals(text.substr(0, prefix.size()), prefix);
 }
 
+/// is_plain_to_shell returns whether the shell takes a character inside a word as itself; so it does all of UTF-8.
+constexpr bool is_plain_to_shell(char c) {
+  return is_alpha(c) || is_digit(c) || static_cast<unsigned char>(c) >= 0x80 ||
+         std::string_view("_./+,:@%=-").find(c) != std::string_view::npos;
+}
+
 /// icompare orders two texts as strcasecmp does in the C locale.
 constexpr int icompare(std::string_view a, std::string_view b) {
   for (std::size_t i = 0; i < a.size() && i < b.size(); ++i) {

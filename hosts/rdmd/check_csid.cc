@@ -27,12 +27,6 @@ bool is_service_url(std::string_view text) {
   return false;
 }
 
-bool is_shell_character(char c) {
-  const bool harmless = ascii::is_alpha(c) || ascii::is_digit(c) || static_cast<unsigned char>(c) >= 0x80 ||
-                        std::string_view("_./+,:@%=-").find(c) != std::string_view::npos;
-  return !harmless;
-}
-
 /// The catalog service that lines go to; null before the first.
 CatalogService *begin_service(std::vector<CatalogService> &services, const Pair &csid, Report &report) {
   if (csid.value.empty()) report.error(csid.line, "\"csid\" is empty");
@@ -65,7 +59,7 @@ void check_database(const CatalogService &service, Report &report) {
     report.warning(service.line, "the service " + quote(service.csid) + " has no \"catalog-database\"");
     return;
   }
-  const auto bad = std::find_if(database->value.begin(), database->value.end(), is_shell_character);
+  const auto bad = std::find_if_not(database->value.begin(), database->value.end(), ascii::is_plain_to_shell);
   if (bad != database->value.end())
     report.error(database->line,
                  "the path " + quote(database->value) +

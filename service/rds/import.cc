@@ -1,10 +1,13 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
+#include "qxapi/ascii.h"
 #include "qxapi/fatal.h"
 #include "service/csid.h"
 #include "service/message.h"
@@ -117,9 +120,9 @@ struct Catalog {
   }
 };
 
-void warn_of_shell_characters(const char *path) {
-  if (std::strpbrk(path, " \t\n\"'`\\$&|;<>()[]{}*?!~#") != nullptr)
-    CSLOG(CSLOG_WARNING, "rds", "Characters in %s mean something to the shell: %s\n", catalog_key, path);
+void warn_of_shell_characters(std::string_view path) {
+  if (!std::all_of(path.begin(), path.end(), ascii::is_plain_to_shell))
+    CSLOG(CSLOG_WARNING, "rds", "Characters in %s mean something to the shell: %s\n", catalog_key, path.data());
 }
 
 const char *source_of(const Request *rq) {
