@@ -29,6 +29,16 @@ void write_all(int fd, std::string_view bytes, const std::string &path) {
   }
 }
 
+/// scratch_in makes a file without a name in a folder; not every file system has such files.
+file_guard scratch_in(const std::string &folder) {
+  file_guard file(::open(folder.c_str(), O_RDWR | O_TMPFILE | O_CLOEXEC, 0600));
+  if (file) return file;
+  std::string name = folder + "/.minidba-XXXXXX";
+  file = file_guard(::mkostemp(name.data(), O_CLOEXEC));
+  if (file) ::unlink(name.c_str());
+  return file;
+}
+
 void sync_path(const std::string &path, int flags) {
   const file_guard file(::open(path.c_str(), flags | O_CLOEXEC));
   if (!file || ::fsync(file.get()) != 0) throw system_failure("cannot put onto the disk: " + path);
@@ -76,13 +86,9 @@ void Snapshot::commit() {
 
 ScratchFile::ScratchFile(const std::string &beside) {
   const std::string folder = folder_of(beside);
-  file_ = file_guard(::open(folder.c_str(), O_RDWR | O_TMPFILE | O_CLOEXEC, 0600));
-  if (file_) return;
-  // Not every file system has files without a name.
-  std::string name = folder + "/.minidba-XXXXXX";
-  file_ = file_guard(::mkostemp(name.data(), O_CLOEXEC));
+  file_ = scratch_in(folder);
+  if (!file_ && (errno == EACCES || errno == EROFS)) file_ = scratch_in(fs::temp_directory_path().string());
   if (!file_) throw system_failure("cannot create a temporary file in " + folder);
-  ::unlink(name.c_str());
 }
 
 ScratchFile::Extent ScratchFile::append(std::string_view bytes) {

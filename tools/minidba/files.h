@@ -50,7 +50,7 @@ class Snapshot {
 /// ScratchFile is a file without a name that goes with its scope; texts are appended to it and read back.
 class ScratchFile {
  public:
-  /// The file is made in the folder of `beside`.
+  /// The file is made in the folder of `beside`, or where temporary files go when that cannot be written.
   explicit ScratchFile(const std::string &beside);
 
   struct Extent {

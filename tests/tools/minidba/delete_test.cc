@@ -53,7 +53,7 @@ TEST_F(Delete, ItsNumbersAreNotUsedAgain) {
 }
 
 TEST_F(Delete, ADryRunRemovesNothing) {
-  const Finished finished = catalog_.run({"delete", "--dry-run", "http://localhost/4"});
+  const Finished finished = catalog_.run_read_only({"delete", "--dry-run", "http://localhost/4"});
   EXPECT_EQ(finished.out, "1\n");
   EXPECT_EQ(finished.errors, "minidba: dry run: 1 deleted, 0 not there\n");
   EXPECT_EQ(catalog_.records().size(), 4u);

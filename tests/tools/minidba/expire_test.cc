@@ -70,9 +70,9 @@ TEST_F(Expire, NothingToDropLeavesTheFileAlone) {
   EXPECT_EQ(support::read_file(catalog_.path()), before);
 }
 
-TEST_F(Expire, ADryRunDropsNothing) {
+TEST_F(Expire, ADryRunDropsNothingAndNeedsNoPermissionToWrite) {
   catalog_.update(rd_until("http://localhost/1", "2 Jan 1999"));
-  const Finished finished = catalog_.run({"expire", "--dry-run", "--json"});
+  const Finished finished = catalog_.run_read_only({"expire", "--dry-run", "--json"});
   EXPECT_EQ(finished.status, 0) << finished.errors;
   EXPECT_EQ(finished.out, "{\"verb\":\"expire\",\"dry-run\":true,\"expired\":1}\n");
   EXPECT_EQ(catalog_.records().size(), 1u);
