@@ -2,11 +2,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <functional>
 #include <random>
 #include <set>
+#include <vector>
 
 #include "dba/hash_file.h"
 #include "dba/records.h"
@@ -86,6 +88,33 @@ class Damage : public support::HostTest {
       if (const auto record = found.find(name); record == found.end() || record->second != content)
         buckets.insert(bucket_of(name));
     return buckets.size();
+  }
+
+  /// pages_within_values returns the addresses of overflow pages with a part of a value that goes on behind them.
+  std::vector<uint16_t> pages_within_values() const {
+    std::vector<uint16_t> addresses;
+    for (uint32_t split = 0; split <= header.overflow_point; ++split)
+      for (uint32_t number = 1; number < 20; ++number) {
+        const uint16_t address = hash_file::overflow_address(split, number);
+        const size_t place = hash_file::overflow_page(header, address) * page_size;
+        uint16_t slots[5];
+        if (place + sizeof slots > bytes.size()) continue;
+        std::memcpy(slots, &bytes[place], sizeof slots);
+        constexpr uint16_t full_key = 2;
+        if (slots[0] == 4 && slots[2] == full_key) addresses.push_back(address);
+      }
+    return addresses;
+  }
+  /// next_of returns where such a page goes on; redirected is the file with another place there.
+  uint16_t next_of(uint16_t address) const {
+    uint16_t next;
+    std::memcpy(&next, &bytes[hash_file::overflow_page(header, address) * page_size + 6], sizeof next);
+    return next;
+  }
+  std::string redirected(uint16_t from, uint16_t to) const {
+    std::string changed = bytes;
+    std::memcpy(&changed[hash_file::overflow_page(header, from) * page_size + 6], &to, sizeof to);
+    return changed;
   }
 
   support::TemporaryFolder folder;
@@ -185,23 +214,68 @@ TEST_F(Damage, RandomSlotsAreReadToTheirEnd) {
 }
 
 TEST_F(Damage, PagesThatFormALoopAreNoticed) {
-  size_t loops = 0;
-  for (uint32_t split = 0; split <= header.overflow_point; ++split)
-    for (uint32_t number = 1; number < 20; ++number) {
-      const uint16_t address = hash_file::overflow_address(split, number);
-      const size_t place = hash_file::overflow_page(header, address) * page_size;
-      uint16_t slots[5];
-      if (place + sizeof slots > bytes.size()) continue;
-      std::memcpy(slots, &bytes[place], sizeof slots);
-      constexpr uint16_t full_key = 2;
-      if (slots[0] != 4 || slots[2] != full_key) continue;
-      std::string changed = bytes;
-      std::memcpy(&changed[place + 6], &address, sizeof address);
-      support::write_file(path, changed);
-      EXPECT_EQ(in_child([&] { return static_cast<int>(damaged_buckets()); }), 1);
-      ++loops;
+  const std::vector<uint16_t> pages = pages_within_values();
+  ASSERT_GE(pages.size(), 4u);
+  size_t loops_of_two = 0;
+  for (const uint16_t from : pages)
+    for (const uint16_t to : pages) {
+      support::write_file(path, redirected(from, to));
+      const int damaged = in_child([&] { return static_cast<int>(damaged_buckets()); });
+      const bool is_loop = from == to || next_of(to) == from;
+      EXPECT_TRUE(damaged == 1 || (damaged == 0 && !is_loop)) << from << " to " << to << ": " << damaged;
+      loops_of_two += from != to && is_loop;
     }
-  EXPECT_GE(loops, 3u);
+  EXPECT_GE(loops_of_two, 2u);
+}
+
+/// What is missing of a value is not made up: the last page of a record says so, or the record is damaged.
+TEST_F(Damage, AValueWithoutItsLastPageIsDamaged) {
+  size_t last_pages = 0;
+  for (const uint16_t address : pages_within_values()) {
+    const size_t place = hash_file::overflow_page(header, next_of(address)) * page_size;
+    for (const uint16_t mark : {0, 1, 4}) {  // neither full_key nor full_key_data
+      std::string changed = bytes;
+      std::memcpy(&changed[place + 4], &mark, sizeof mark);
+      support::write_file(path, changed);
+      const database_ptr db(dba_open(path.c_str(), "r"));
+      ASSERT_NE(db, nullptr);
+      size_t failures = 0;
+      for (const auto &[name, content] : all) {
+        const auto found = get(db.get(), name);
+        EXPECT_TRUE(found.result != 0 || found.value == content) << name << " is another";
+        failures += found.result == -1;
+      }
+      EXPECT_GE(failures, 1u);
+    }
+    ++last_pages;
+  }
+  EXPECT_GE(last_pages, 4u);
+}
+
+TEST_F(Damage, APageBehindTheEndIsEmptyAndOneThatIsCutIsDamaged) {
+  const auto first = [&](const auto &a, const auto &b) { return bucket_of(a.first) < bucket_of(b.first); };
+  const std::string &witness = std::min_element(all.begin(), all.end(), first)->first;
+  size_t empty = 0, cut = 0;
+  for (size_t page = header.header_pages + 1; page * page_size < bytes.size(); ++page)
+    for (const size_t rest : {size_t{0}, size_t{100}, page_size - size_t{1}}) {
+      const size_t size = page * page_size + rest;
+      support::write_file(path, bytes.substr(0, size));
+      const database_ptr db(dba_open(path.c_str(), "r"));
+      if (db == nullptr) continue;  // the header counts more
+      const auto before = get(db.get(), witness);
+      for (const auto &[name, content] : all) {
+        const size_t place = bucket_page(header, bucket_of(name)) * page_size;
+        if (place + page_size <= size) continue;
+        errno = 0;
+        EXPECT_EQ(get(db.get(), name).result, place >= size ? 1 : -1) << name << " of " << size;
+        EXPECT_EQ(errno, place >= size ? 0 : EINVAL);
+        ++(place >= size ? empty : cut);
+        EXPECT_EQ(get(db.get(), witness).result, before.result) << "what was cut is taken for another page";
+        EXPECT_EQ(get(db.get(), witness).value, before.value);
+      }
+    }
+  EXPECT_GT(empty, 0u);
+  EXPECT_GT(cut, 0u);
 }
 
 TEST_F(Damage, ADamagedRecordAnswersMinusOneWithAnErrorNumber) {

@@ -169,6 +169,41 @@ TEST_F(Dba, AWalkThroughAnEmptyDatabaseEndsAtOnce) {
   EXPECT_EQ(dba_next(db.get(), &key, &value), 1);
 }
 
+/// A handle that notes what it is asked.
+std::string asked;
+DB noting_handle() {
+  DB db{};
+  db.close = [](DB *) { return asked += "close", 11; };
+  db.del = [](const DB *, const DBT *, u_int flags) { return asked += "del " + std::to_string(flags), 12; };
+  db.get = [](const DB *, const DBT *, DBT *, u_int flags) { return asked += "get " + std::to_string(flags), 13; };
+  db.put = [](const DB *, DBT *, const DBT *, u_int flags) { return asked += "put " + std::to_string(flags), 14; };
+  db.seq = [](const DB *, DBT *, DBT *, u_int flags) { return asked += "seq " + std::to_string(flags), 15; };
+  return db;
+}
+
+TEST_F(Dba, OperationsAskTheHandleWithFlagsOfTheirOwn) {
+  DB db = noting_handle();
+  DBT key{}, value{};
+  const struct {
+    int result, expected;
+    const char *call;
+  } rows[] = {
+      {(asked.clear(), dba_get(&db, &key, &value)), 13, "get 0"},
+      {dba_put(&db, &key, &value), 14, "put 0"},
+      {dba_replace(&db, &key, &value), 14, "put 0"},
+      {dba_del(&db, &key), 12, "del 0"},
+      {dba_first(&db, &key, &value), 15, "seq 3"},
+      {dba_next(&db, &key, &value), 15, "seq 7"},
+      {dba_close(&db), 11, "close"},
+  };
+  std::string calls;
+  for (const auto &row : rows) {
+    EXPECT_EQ(row.result, row.expected) << row.call;
+    calls += row.call;
+  }
+  EXPECT_EQ(asked, calls);
+}
+
 TEST_F(Dba, CloseAnswersZero) {
   EXPECT_EQ(dba_close(dba_open(path.c_str(), "w+")), 0);
   EXPECT_EQ(dba_close(dba_open(path.c_str(), "r")), 0);

@@ -105,6 +105,25 @@ TEST_F(HashFile, AHeaderThatContradictsItselfIsNotSound) {
   }
 }
 
+/// A page of 64 bytes maps 512 overflow pages; a header has room for 32 such maps.
+TEST_F(HashFile, EveryMapOfOverflowPagesMustBeThere) {
+  const std::string bytes = made(64, 100, 20);
+  Header header = header_of(bytes);
+  const uint16_t somewhere = header.bitmaps[0];
+  const auto sound_with = [&](uint32_t overflow_pages, uint32_t maps) {
+    header.spares[header.overflow_point] = overflow_pages;
+    for (uint32_t i = 0; i < hash_file::doublings; ++i) header.bitmaps[i] = i < maps ? somewhere : uint16_t{0};
+    return is_sound(header, bytes.size());
+  };
+  ASSERT_LT(header.spares[header.overflow_point], 512u);
+  EXPECT_TRUE(sound_with(512, 1));
+  EXPECT_FALSE(sound_with(513, 1));
+  EXPECT_TRUE(sound_with(513, 2));
+  EXPECT_FALSE(sound_with(32 * 512, 31));
+  EXPECT_TRUE(sound_with(32 * 512, 32));
+  EXPECT_FALSE(sound_with(32 * 512 + 1, 32));
+}
+
 TEST_F(HashFile, BucketsAndOverflowPagesShareTheFile) {
   Header header{};
   header.page_shift = 12;

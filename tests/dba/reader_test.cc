@@ -3,8 +3,10 @@
 #include <malloc.h>
 
 #include <cerrno>
+#include <cstring>
 #include <random>
 
+#include "dba/hash_file.h"
 #include "dba/records.h"
 #include "support/files.h"
 #include "support/memory_host.h"
@@ -66,6 +68,60 @@ TEST_F(Reading, ReadsValuesMuchLongerThanAPage) {
   Records all;
   for (unsigned i = 1; i <= 40; ++i) all[key_of(i)] = value_of(i, i % 4 == 0 ? 100000 + i * 7919 : i * 10);
   ASSERT_TRUE(records::make_with_library(path, all, 4096));
+  expect_all(all);
+}
+
+TEST_F(Reading, ReadsLongAndShortRecordsOfOneBucket) {
+  HASHINFO info{};
+  info.bsize = 512;
+  info.hash = [](const void *, size_t) { return uint32_t{0}; };  // all in one bucket
+  for (size_t length = 500; length < 1600; length += 37) {
+    Records all;
+    for (unsigned i = 1; i <= 40; ++i) all[key_of(i)] = value_of(i, i % 9 == 1 ? length + i : 20 + i);
+    {
+      const database_ptr db(QX_dbopen(path.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0600, DB_HASH, &info));
+      for (const auto &[name, content] : all) {
+        DBT key = item(name);
+        const DBT value = item(content);
+        ASSERT_EQ(dba_put(db.get(), &key, &value), 0) << length;
+      }
+    }
+    const database_ptr db(QX_dbopen(path.c_str(), O_RDONLY, 0, DB_HASH, &info));
+    ASSERT_NE(db, nullptr);
+    for (const auto &[name, content] : all) EXPECT_TRUE(get(db.get(), name).value == content) << length << " " << name;
+    int result = 0;
+    EXPECT_TRUE(records::walk(db.get(), result) == all) << length;
+    EXPECT_EQ(result, 1);
+  }
+}
+
+/// The last page of a long record may have room for others, whose bytes end where those of the long one begin.
+TEST_F(Reading, ReadsAShortRecordBehindALongOneOnItsLastPage) {
+  Records all{{number_one, value_of(1, 700)}};
+  ASSERT_TRUE(records::make_with_library(path, all, 512));
+  std::string bytes = support::read_file(path);
+  const auto header = hash_file::decode(reinterpret_cast<const unsigned char *>(bytes.data()));
+  const auto bucket_of = [&](const std::string &name) {
+    return hash_file::bucket_of(header, hash_file::default_hash(name.data(), name.size()));
+  };
+  unsigned number = 2;
+  while (bucket_of(key_of(number)) != bucket_of(number_one)) ++number;
+  const std::string name = key_of(number), content = "short";
+  for (size_t place = 512; place < bytes.size(); place += 512) {
+    uint16_t slots[7];
+    std::memcpy(slots, &bytes[place], sizeof slots);
+    constexpr uint16_t full_key_data = 3;
+    if (slots[0] != 2 || slots[2] != full_key_data) continue;
+    slots[0] = 4;
+    slots[3] = static_cast<uint16_t>(slots[1] - name.size());
+    slots[4] = slots[6] = static_cast<uint16_t>(slots[3] - content.size());
+    slots[5] = static_cast<uint16_t>(slots[4] - sizeof slots);
+    std::memcpy(&bytes[place], slots, sizeof slots);
+    bytes.replace(place + slots[4], content.size() + name.size(), content + name);
+    all[name] = content;
+  }
+  ASSERT_EQ(all.size(), 2u);
+  support::write_file(path, bytes);
   expect_all(all);
 }
 
@@ -136,6 +192,14 @@ TEST_F(Reading, UsesTheHashFunctionItIsGiven) {
   EXPECT_EQ(get(db.get(), "00000001").value, "one");
   EXPECT_EQ(open(), nullptr);
   EXPECT_EQ(errno, EINVAL);
+}
+
+TEST_F(Reading, UsesTheDefaultHashFunctionWithoutAnother) {
+  ASSERT_TRUE(records::make_with_library(path, {{"00000001", "one"}}));
+  const HASHINFO info{};
+  const database_ptr db(QX_dbopen(path.c_str(), O_RDONLY, 0, DB_HASH, &info));
+  ASSERT_NE(db, nullptr);
+  EXPECT_EQ(get(db.get(), "00000001").value, "one");
 }
 
 TEST_F(Reading, ClosingGivesBackWhatLongValuesTook) {
