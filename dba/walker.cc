@@ -93,7 +93,9 @@ bool Walker::enter_bucket() noexcept {
 bool Walker::follow(uint32_t address) noexcept {
   const uint64_t page = overflow_page(source_.header, static_cast<uint16_t>(address));
   if (page == 0 || static_cast<int64_t>(page << source_.header.page_shift) >= source_.size) return false;
-  return !is_loop(page) && enter(page);
+  if (is_loop(page) || !enter(page)) return false;
+  if (followed_by_ != nullptr) followed_by_(argument_, static_cast<uint16_t>(address));
+  return true;
 }
 
 /// is_loop says whether the pages of the bucket lead back to one met before; at the latest it notices in the third

@@ -47,6 +47,12 @@ class Walker {
   Step next() noexcept;
   /// find starts a bucket and goes on to the record of `key`, which is in this bucket if it is anywhere.
   Step find(uint32_t bucket, std::string_view key) noexcept;
+  /// watch has a procedure called with each overflow page that a bucket goes on to.
+  using Followed = void (*)(void *argument, uint16_t address);
+  void watch(Followed followed, void *argument) noexcept {
+    followed_by_ = followed;
+    argument_ = argument;
+  }
   /// key and value are those of the record read last; they stay as they are until the next step.
   std::string_view key() const noexcept { return key_; }
   std::string_view value() const noexcept { return value_; }
@@ -78,6 +84,8 @@ class Walker {
   uint64_t waypoint_ = 0;       // a page met earlier in this bucket
   uint32_t followed_ = 0;       // pages met since
   uint32_t next_waypoint_ = 1;  // the number of pages after which the waypoint moves up
+  Followed followed_by_ = nullptr;
+  void *argument_ = nullptr;
   LongText long_key_;
   LongText long_value_;
   std::string_view key_;

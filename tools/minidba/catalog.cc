@@ -1,5 +1,7 @@
 #include "tools/minidba/catalog.h"
 
+#include <algorithm>
+
 #include "tools/minidba/failure.h"
 #include "tools/minidba/record.h"
 
@@ -30,6 +32,7 @@ std::optional<uint32_t> Catalog::number_of(std::string_view url) const {
 
 uint32_t Catalog::next_number() const {
   if (!table_) return 1;
+  if (table_->stamp()) return table_->stamp()->next_number;
   return urls_ ? urls_->next_number() : scan().next_number();
 }
 
@@ -55,16 +58,29 @@ const UrlScan &Catalog::scan() const {
   return *scan_;
 }
 
+void Catalog::each_url(const UrlMap::Visit &visit) const {
+  const UrlScan &numbers = scan();
+  each([&](uint32_t number, std::string_view record) {
+    const std::string url = *url_of(record);
+    for (const uint32_t other : numbers.candidates(url)) {
+      if (other == number) return visit(url, number);
+      if (url_of(get(other).value_or("")) == url) return;
+    }
+  });
+}
+
+uint32_t Catalog::free_number() const {
+  const uint32_t known = next_number(), free = scan().next_number();
+  return known == 0 || free == 0 ? 0 : std::max(known, free);
+}
+
 void Catalog::renew_url_map(const Lock &) {
   if (!table_ || urls_) return;
-  const UrlScan &numbers = scan();
+  UrlItems items(path_);
+  each_url([&](std::string_view url, uint32_t number) { items.add(url, number); });
   Snapshot snapshot(UrlMap::path_for(path_));
-  UrlMap::write(snapshot, path_, numbers.next_number(), [&](const UrlMap::Visit &put) {
-    each([&](uint32_t number, std::string_view record) {
-      const std::string url = *url_of(record);
-      if (number_of(url) == number) put(url, number);
-    });
-  });
+  items.write(snapshot, path_, free_number());
+  snapshot.sync();
   snapshot.commit();
   urls_ = UrlMap::open(path_);
 }

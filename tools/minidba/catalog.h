@@ -40,6 +40,13 @@ class Catalog {
   /// each visits every description, in the file's order.
   void each(const Visit &visit) const;
 
+  /// each_url visits every URL with the number of its description, the lowest if there are several; free_number does as
+  /// next_number. Both go by the records alone, not by the map, and free_number never stays behind next_number.
+  void each_url(const UrlMap::Visit &visit) const;
+  uint32_t free_number() const;
+
+  /// table returns the database itself. Only for a catalog that exists.
+  const HashTable &table() const { return *table_; }
   /// url_map returns the map on the disk, null when there is none of this snapshot.
   const UrlMap *url_map() const { return urls_ ? &*urls_ : nullptr; }
   /// renew_url_map writes the map anew unless it is of this snapshot.

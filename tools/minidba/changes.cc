@@ -1,14 +1,11 @@
 #include "tools/minidba/changes.h"
 
-#include "dba/hash_file.h"
 #include "tools/minidba/record.h"
 
 namespace minidba {
 namespace {
 
 constexpr size_t least_slots = 1024;
-
-uint32_t hash_of(std::string_view text) { return hash_file::default_hash(text.data(), text.size()); }
 
 /// spread turns a hash into one whose high bits depend on all of its bits.
 uint32_t spread(uint32_t hash) { return hash * 2654435769u; }
@@ -47,13 +44,16 @@ uint32_t *Changes::slot_of_url(std::string_view text, uint32_t hash) const {
 }
 
 void Changes::put(uint32_t number, std::string_view url, std::string_view record) {
-  const int64_t offset = texts_.append(url).offset;
+  const int64_t offset = texts_.append(url);
+  texts_.append(database_key(number));
   texts_.append(record);
   add({offset, number, hash_of(url), static_cast<uint32_t>(url.size()), static_cast<uint32_t>(record.size())}, url);
 }
 
 void Changes::erase(uint32_t number, std::string_view url) {
-  add({texts_.append(url).offset, number, hash_of(url), static_cast<uint32_t>(url.size()), erased}, url);
+  const int64_t offset = texts_.append(url);
+  texts_.append(database_key(number));
+  add({offset, number, hash_of(url), static_cast<uint32_t>(url.size()), erased}, url);
 }
 
 void Changes::add(const Change &change, std::string_view url) {
@@ -97,64 +97,14 @@ void Changes::each_url(const Visit &visit) const {
     if (place != 0) visit(entries_[place - 1]);
 }
 
-std::string Changes::url(const Change &change) const { return texts_.read({change.offset, change.url_size}); }
+std::string Changes::text(int64_t offset, size_t size) const {
+  std::string bytes(size, '\0');
+  texts_.read(offset, bytes.data(), size);
+  return bytes;
+}
 
 std::string Changes::record(const Change &change) const {
-  return texts_.read({change.offset + change.url_size, change.record_size});
-}
-
-namespace {
-
-void each_record(const Catalog &catalog, const Changes &changes, const HashTable::Visit &put) {
-  catalog.each([&](uint32_t number, std::string_view record) {
-    if (changes.of_number(number) == nullptr) put(database_key(number), record);
-  });
-  changes.each_number([&](const Changes::Change &change) {
-    if (change.record_size != Changes::erased) put(database_key(change.number), changes.record(change));
-  });
-}
-
-void each_url(const Catalog &catalog, const Changes &changes, const UrlMap::Visit &put) {
-  if (catalog.url_map() != nullptr)
-    catalog.url_map()->each([&](std::string_view url, uint32_t number) {
-      if (changes.of_url(url) == nullptr) put(url, number);
-    });
-  changes.each_url([&](const Changes::Change &change) {
-    if (change.record_size != Changes::erased) put(changes.url(change), change.number);
-  });
-}
-
-}  // namespace
-
-void commit(const Lock &lock, const Catalog &catalog, const Changes &changes, uint32_t next_number,
-            const Watch &watch) {
-  if (changes.empty() && catalog.exists()) return;
-  Shape shape;
-  int64_t total = 0;
-  const Produce produce = [&](const HashTable::Visit &put) {
-    each_record(catalog, changes, [&](std::string_view key, std::string_view value) {
-      put(key, value);
-      watch(static_cast<int64_t>(value.size()), total);
-    });
-  };
-  produce([&](std::string_view key, std::string_view value) {
-    shape.add(static_cast<int64_t>(key.size()), static_cast<int64_t>(value.size()));
-  });
-  // The records are gone through to be measured, written and compared.
-  total = 3 * shape.bytes;
-  Snapshot database(catalog.path());
-  write_hash_table(database.path(), shape, produce);
-  database.sync();
-  if (catalog.exists() && catalog.url_map() == nullptr) {
-    database.commit();
-    Catalog(catalog.path()).renew_url_map(lock);
-    return;
-  }
-  Snapshot urls(UrlMap::path_for(catalog.path()));
-  UrlMap::write(urls, database.path(), next_number, [&](const UrlMap::Visit &put) { each_url(catalog, changes, put); });
-  // The database first: a map that is behind is noticed and made anew, one that is ahead would be too.
-  database.commit();
-  urls.commit();
+  return text(change.offset + change.url_size + database_key_size, change.record_size);
 }
 
 }  // namespace minidba

@@ -35,7 +35,7 @@ class Changes {
 
   /// Change is the last that happened to a number or to a URL.
   struct Change {
-    int64_t offset;   // of the URL in the scratch file; the record follows it
+    int64_t offset;   // of the URL in the scratch file; database key and record follow it
     uint32_t number;  // of the description
     uint32_t url_hash;
     uint32_t url_size;
@@ -51,8 +51,10 @@ class Changes {
   const Change *of_number(uint32_t number) const;
   const Change *of_url(std::string_view url) const;
 
-  std::string url(const Change &change) const;
+  std::string url(const Change &change) const { return text(change.offset, change.url_size); }
   std::string record(const Change &change) const;
+  /// text returns bytes of the scratch file.
+  std::string text(int64_t offset, size_t size) const;
 
  private:
   /// Places finds entries by a hash: slots hold the place of an entry, from 1, each behind the first free one.
@@ -75,16 +77,6 @@ class Changes {
   std::deque<Change> entries_;
   mutable Places numbers_, urls_;
 };
-
-/// commit makes the changes the catalog's state: the next snapshots of its database and URL map take the places of the
-/// old ones. `next_number` is the first that was never used. A catalog that is not there yet is made even without any
-/// change. Throws a Failure that leaves the old catalog as it is.
-///
-/// `watch` is told of work that was done, in bytes, and how many there are to do, 0 while that is not known.
-using Watch = std::function<void(int64_t bytes, int64_t total)>;
-void commit(
-    const Lock &lock, const Catalog &catalog, const Changes &changes, uint32_t next_number,
-    const Watch &watch = [](int64_t, int64_t) {});
 
 }  // namespace minidba
 

@@ -4,9 +4,11 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
+#include <vector>
 
 #include "tools/minidba/failure.h"
 
@@ -15,28 +17,66 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr std::string_view snapshot_suffix = ".new";
+constexpr std::string_view scratch_mark = ".scratch-";
+constexpr size_t copy_block = 1 << 20;
+
 std::string folder_of(const std::string &path) {
   const std::string folder = fs::path(path).parent_path().string();
   return folder.empty() ? "." : folder;
 }
 
-void write_all(int fd, std::string_view bytes, const std::string &path) {
-  while (!bytes.empty()) {
-    const ssize_t put = ::write(fd, bytes.data(), bytes.size());
-    if (put < 0 && errno == EINTR) continue;
-    if (put <= 0) throw system_failure("cannot write " + path);
-    bytes.remove_prefix(static_cast<size_t>(put));
+/// copy_range_inside returns how far the system could copy a run of bytes on its own; it does not know all files.
+int64_t copy_range_inside(const File &from, const File &to, int64_t offset, int64_t end) {
+  off_t in = offset, out = offset;
+  while (in < end) {
+    const auto count = static_cast<size_t>(end - in);
+    if (::copy_file_range(from.descriptor(), &in, to.descriptor(), &out, count, 0) <= 0) break;
+  }
+  return in;
+}
+
+void copy_range(const File &from, const File &to, int64_t offset, int64_t end) {
+  offset = copy_range_inside(from, to, offset, end);
+  std::vector<char> block(offset < end ? copy_block : 0);
+  while (offset < end) {
+    const size_t count = std::min(block.size(), static_cast<size_t>(end - offset));
+    from.read_at(offset, block.data(), count);
+    to.write_at(offset, {block.data(), count});
+    offset += static_cast<int64_t>(count);
   }
 }
 
-/// scratch_in makes a file without a name in a folder; not every file system has such files.
-file_guard scratch_in(const std::string &folder) {
+/// scratch_in makes a file without a name; not every file system has such files.
+file_guard scratch_in(const std::string &folder, const std::string &prefix) {
   file_guard file(::open(folder.c_str(), O_RDWR | O_TMPFILE | O_CLOEXEC, 0600));
   if (file) return file;
-  std::string name = folder + "/.minidba-XXXXXX";
+  std::string name = folder + "/" + prefix + "XXXXXX";
   file = file_guard(::mkostemp(name.data(), O_CLOEXEC));
   if (file) ::unlink(name.c_str());
   return file;
+}
+
+std::string scratch_prefix(const std::string &path) {
+  return fs::path(path).filename().string() + std::string(scratch_mark);
+}
+
+File make_scratch(const std::string &beside) {
+  const std::string folder = folder_of(beside), name = "a temporary file in " + folder;
+  file_guard file = scratch_in(folder, scratch_prefix(beside));
+  if (!file && (errno == EACCES || errno == EPERM || errno == EROFS))
+    file = scratch_in(fs::temp_directory_path().string(), scratch_prefix(beside));
+  if (!file) throw system_failure("cannot create " + name);
+  return File(std::move(file), name);
+}
+
+/// remove_leftovers removes what killed writers have left; what cannot be removed is in nobody's way.
+void remove_leftovers(const std::string &database) {
+  std::error_code ignored;
+  for (const char *map : {"", ".url"}) fs::remove(database + map + std::string(snapshot_suffix), ignored);
+  const std::string prefix = scratch_prefix(database);
+  for (const auto &entry : fs::directory_iterator(folder_of(database), ignored))
+    if (entry.path().filename().string().compare(0, prefix.size(), prefix) == 0) fs::remove(entry.path(), ignored);
 }
 
 void sync_path(const std::string &path, int flags) {
@@ -53,25 +93,77 @@ std::optional<struct stat> status_of(const std::string &path) {
   throw system_failure("cannot look at " + path);
 }
 
+File File::create(const std::string &path) {
+  file_guard file(::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
+  if (!file) throw system_failure("cannot create " + path);
+  return File(std::move(file), path);
+}
+
+File File::open(const std::string &path) {
+  file_guard file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!file) throw system_failure("cannot open " + path);
+  return File(std::move(file), path);
+}
+
+int64_t File::size() const {
+  struct stat status;
+  if (::fstat(descriptor(), &status) != 0) throw system_failure("cannot look at " + name_);
+  return status.st_size;
+}
+
+void File::read_at(int64_t offset, void *bytes, size_t count) const {
+  for (auto *to = static_cast<char *>(bytes); count > 0;) {
+    const ssize_t got = ::pread(descriptor(), to, count, offset);
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) throw system_failure("cannot read " + name_);
+    if (got == 0) throw Failure("cannot read " + name_ + ": it ends too early");
+    to += got, offset += got, count -= static_cast<size_t>(got);
+  }
+}
+
+void File::write_at(int64_t offset, std::string_view bytes) const {
+  while (!bytes.empty()) {
+    const ssize_t put = ::pwrite(descriptor(), bytes.data(), bytes.size(), offset);
+    if (put < 0 && errno == EINTR) continue;
+    if (put <= 0) throw system_failure("cannot write " + name_);
+    bytes.remove_prefix(static_cast<size_t>(put));
+    offset += put;
+  }
+}
+
+void File::resize(int64_t size) const {
+  if (::ftruncate(descriptor(), size) != 0) throw system_failure("cannot write " + name_);
+}
+
+void copy_contents(const File &from, const File &to) {
+  const int64_t size = from.size();
+  to.resize(size);
+  for (int64_t offset = 0; offset < size;) {
+    const off_t data = ::lseek(from.descriptor(), offset, SEEK_DATA);
+    if (data == -1 && errno == ENXIO) break;
+    const off_t hole = data == -1 ? -1 : ::lseek(from.descriptor(), data, SEEK_HOLE);
+    const int64_t begin = data == -1 ? offset : data;
+    offset = hole == -1 ? size : hole;
+    copy_range(from, to, begin, offset);
+  }
+}
+
 Lock::Lock(const std::string &database) {
   const std::string path = database + ".lock";
   file_ = file_guard(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
   if (!file_) throw system_failure("cannot lock " + path);
   while (::flock(file_.get(), LOCK_EX) != 0)
     if (errno != EINTR) throw system_failure("cannot lock " + path);
+  remove_leftovers(database);
 }
 
-Snapshot::Snapshot(std::string target) : target_(std::move(target)), path_(target_ + ".new") {
+Snapshot::Snapshot(std::string target) : target_(std::move(target)), path_(target_ + std::string(snapshot_suffix)) {
   ::unlink(path_.c_str());
 }
 
 Snapshot::~Snapshot() { ::unlink(path_.c_str()); }
 
-void Snapshot::create(std::string_view bytes) {
-  const file_guard file(::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
-  if (!file) throw system_failure("cannot create " + path_);
-  write_all(file.get(), bytes, path_);
-}
+void Snapshot::create(std::string_view bytes) { File::create(path_).write_at(0, bytes); }
 
 void Snapshot::sync() {
   if (const auto old = status_of(target_); old && ::chmod(path_.c_str(), old->st_mode & 07777) != 0)
@@ -84,30 +176,13 @@ void Snapshot::commit() {
   sync_path(folder_of(target_), O_RDONLY | O_DIRECTORY);
 }
 
-ScratchFile::ScratchFile(const std::string &beside) {
-  const std::string folder = folder_of(beside);
-  file_ = scratch_in(folder);
-  if (!file_ && (errno == EACCES || errno == EROFS)) file_ = scratch_in(fs::temp_directory_path().string());
-  if (!file_) throw system_failure("cannot create a temporary file in " + folder);
-}
+ScratchFile::ScratchFile(const std::string &beside) : file_(make_scratch(beside)) {}
 
-ScratchFile::Extent ScratchFile::append(std::string_view bytes) {
-  const Extent extent{size_, static_cast<int64_t>(bytes.size())};
-  write_all(file_.get(), bytes, "a temporary file");
-  size_ += extent.size;
-  return extent;
-}
-
-std::string ScratchFile::read(Extent extent) const {
-  std::string bytes(static_cast<size_t>(extent.size), '\0');
-  for (size_t done = 0; done < bytes.size();) {
-    const ssize_t got = ::pread(file_.get(), bytes.data() + done, bytes.size() - done,
-                                static_cast<off_t>(extent.offset + static_cast<int64_t>(done)));
-    if (got < 0 && errno == EINTR) continue;
-    if (got <= 0) throw system_failure("cannot read a temporary file");
-    done += static_cast<size_t>(got);
-  }
-  return bytes;
+int64_t ScratchFile::append(std::string_view bytes) {
+  const int64_t offset = size_;
+  file_.write_at(offset, bytes);
+  size_ += static_cast<int64_t>(bytes.size());
+  return offset;
 }
 
 }  // namespace minidba

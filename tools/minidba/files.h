@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "qxapi/guard.h"
 
@@ -16,7 +17,33 @@ namespace minidba {
 /// status_of returns the status of a file, or nothing where there is none.
 std::optional<struct stat> status_of(const std::string &path);
 
-/// Lock is held by one writer of a catalog at a time; others wait. The file beside the database stays.
+/// File owns an open file. Its operations read or write all that is asked, or throw a Failure that names the file.
+class File {
+ public:
+  File(file_guard file, std::string name) : file_(std::move(file)), name_(std::move(name)) {}
+  /// create makes a file that is not there yet, for reading and writing.
+  static File create(const std::string &path);
+  /// open opens an existing file for reading.
+  static File open(const std::string &path);
+
+  int descriptor() const { return file_.get(); }
+  const std::string &name() const { return name_; }
+  int64_t size() const;
+  void read_at(int64_t offset, void *bytes, size_t count) const;
+  void write_at(int64_t offset, std::string_view bytes) const;
+  void resize(int64_t size) const;
+
+ private:
+  file_guard file_;
+  std::string name_;
+};
+
+/// copy_contents makes an empty file the same as another: shared where the file system can share, else copied inside
+/// the system, else by reading and writing. Holes stay holes.
+void copy_contents(const File &from, const File &to);
+
+/// Lock is held by one writer of a catalog at a time; others wait. The file beside the database stays. Whoever gets the
+/// lock removes what writers of this database that were killed have left beside it.
 class Lock {
  public:
   explicit Lock(const std::string &database);
@@ -50,19 +77,16 @@ class Snapshot {
 /// ScratchFile is a file without a name that goes with its scope; texts are appended to it and read back.
 class ScratchFile {
  public:
-  /// The file is made in the folder of `beside`, or where temporary files go when that cannot be written.
+  /// The file is made in the folder of `beside`, or where temporary files go when nothing can be written there.
   explicit ScratchFile(const std::string &beside);
 
-  struct Extent {
-    int64_t offset;
-    int64_t size;
-  };
-  Extent append(std::string_view bytes);
-  std::string read(Extent extent) const;
-  int descriptor() const { return file_.get(); }
+  /// append returns the offset of the first byte.
+  int64_t append(std::string_view bytes);
+  void read(int64_t offset, void *bytes, size_t count) const { file_.read_at(offset, bytes, count); }
+  int descriptor() const { return file_.descriptor(); }
 
  private:
-  file_guard file_;
+  File file_;
   int64_t size_ = 0;
 };
 

@@ -1,102 +1,79 @@
 #include "tools/minidba/hash_table.h"
 
-#include <fcntl.h>
-#include <unistd.h>
+#include <sys/stat.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <vector>
 
 #include "tools/minidba/failure.h"
-#include "tools/minidba/files.h"
-#include "tools/minidba/hash_writer.h"
 
 namespace minidba {
 namespace {
 
-DBT dbt(std::string_view bytes) {
-  DBT item;
-  item.data = const_cast<char *>(bytes.data());
-  item.size = bytes.size();
-  return item;
+using hash_file::Walker;
+
+Failure unsound(const std::string &path) { return Failure("not a sound hash database: " + path); }
+
+File open_regular(const std::string &path) {
+  if (const auto status = status_of(path); status && !S_ISREG(status->st_mode)) throw unsound(path);
+  return File::open(path);
 }
 
-std::string_view view(const DBT &item) { return {static_cast<const char *>(item.data), item.size}; }
-
-/// Spool keeps the records in a file without a name, so that they can be written in the order of their buckets.
-class Spool {
- public:
-  Spool(const std::string &path, const Produce &produce) : file_(path) {
-    produce([this](std::string_view key, std::string_view value) {
-      const int64_t place = file_.append(std::string(key) + std::string(value)).offset;
-      items_.push_back({hash_file::default_hash(key.data(), key.size()), static_cast<uint32_t>(key.size()),
-                        static_cast<uint32_t>(value.size()), place});
-    });
-  }
-  std::vector<Item> &items() { return items_; }
-
-  Record fetch(const Item &item) {
-    record_ = file_.read({item.place, int64_t{item.key_size} + item.value_size});
-    const std::string_view text = record_;
-    return {text.substr(0, item.key_size), text.substr(item.key_size)};
-  }
-
- private:
-  ScratchFile file_;
-  std::vector<Item> items_;
-  std::string record_;
-};
-
-/// reads_back returns whether the file holds exactly the records that were written.
-bool reads_back(const std::string &path, const Shape &shape, const Produce &produce) {
-  try {
-    const HashTable table(path);
-    bool same = true;
-    produce([&](std::string_view key, std::string_view value) { same = same && table.get(key) == value; });
-    int64_t records = 0;
-    table.each([&](std::string_view, std::string_view) { ++records; });
-    return same && records == shape.records;
-  } catch (const Failure &) {
-    return false;
-  }
+hash_file::Source source_of(const File &file) {
+  const int64_t size = file.size();
+  unsigned char bytes[hash_file::header_size];
+  if (size < static_cast<int64_t>(sizeof bytes)) throw unsound(file.name());
+  file.read_at(0, bytes, sizeof bytes);
+  const hash_file::Header header = hash_file::decode(bytes);
+  if (!is_sound(header, hash_file::default_hash, size)) throw unsound(file.name());
+  return {file.descriptor(), size, header};
 }
 
 }  // namespace
 
-HashTable::HashTable(std::string path) : path_(std::move(path)), database_(dba_open(path_.c_str(), "r")) {
-  if (!database_)
-    throw errno == EINVAL ? Failure("not a sound hash database: " + path_) : system_failure("cannot open " + path_);
-}
+HashTable::State::State(File opened)
+    : file(std::move(opened)), source(source_of(file)), stamp(Stamp::read(file)), by_key(source) {}
+
+HashTable::HashTable(std::string path) : state_(std::make_unique<State>(open_regular(path))) {}
 
 std::optional<std::string> HashTable::get(std::string_view key) const {
-  const DBT name = dbt(key);
-  DBT value{};
-  const int result = dba_get(database_.get(), &name, &value);
-  if (result < 0) throw Failure("damaged record " + std::string(key) + " in " + path_);
-  if (result != 0) return std::nullopt;
-  return std::string(view(value));
+  const Walker::Step step = state_->by_key.find(bucket_of(header(), hash_of(key)), key);
+  if (step == Walker::damaged) throw Failure("damaged record " + std::string(key) + " in " + path());
+  if (step == Walker::end) return std::nullopt;
+  return std::string(state_->by_key.value());
+}
+
+uint32_t HashTable::buckets() const {
+  uint32_t count = header().max_bucket + 1;
+  while (count > 0 && static_cast<int64_t>(bucket_page(header(), count - 1) << header().page_shift) >= source().size)
+    --count;
+  return count;
 }
 
 void HashTable::each(const Visit &visit) const {
-  DBT key{}, value{};
-  int result = dba_first(database_.get(), &key, &value);
-  for (; result == 0; result = dba_next(database_.get(), &key, &value)) visit(view(key), view(value));
-  if (result < 0) throw Failure("damaged page in " + path_);
+  uint64_t count = 0;
+  BucketReader reader(*this);
+  for (uint32_t bucket = 0, end = buckets(); bucket < end; ++bucket)
+    for (reader.start(bucket); reader.next(); ++count) visit(reader.key(), reader.value());
+  // Other programs miscount now and then; a file of ours that holds fewer was cut.
+  if (stamp() && count != header().records)
+    throw Failure("records are missing in " + path() + ": " + std::to_string(count) + " of " +
+                  std::to_string(header().records));
 }
 
-void Shape::add(int64_t key_size, int64_t value_size) {
-  ++records;
-  bytes += key_size + value_size;
-  longest = std::max(longest, key_size + value_size);
+BucketReader::BucketReader(const HashTable &table) : table_(table), walker_(table.source()) {
+  walker_.watch([](void *pages, uint16_t address) { static_cast<std::vector<uint16_t> *>(pages)->push_back(address); },
+                &overflow_);
 }
 
-void write_hash_table(const std::string &path, const Shape &shape, const Produce &produce) {
-  ::unlink(path.c_str());
-  Spool spool(path, produce);
-  const file_guard file(::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
-  if (!file) throw system_failure("cannot create " + path);
-  write_hash_file(file.get(), spool.items(), [&](const Item &item) { return spool.fetch(item); });
-  if (!reads_back(path, shape, produce)) throw Failure("does not hold what was written to it: " + path);
+void BucketReader::start(uint32_t bucket) {
+  overflow_.clear();
+  walker_.start(bucket);
+}
+
+bool BucketReader::next() {
+  const Walker::Step step = walker_.next();
+  if (step == Walker::damaged) throw Failure("damaged page in " + table_.path());
+  return step == Walker::record;
 }
 
 }  // namespace minidba

@@ -1,14 +1,17 @@
-/// Hash files as minidba reads and writes them.
+/// Hash files as minidba reads them.
 #ifndef MINIDBA_HASH_TABLE_H
 #define MINIDBA_HASH_TABLE_H
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
-#include "dba/guard.h"
+#include "dba/walker.h"
+#include "tools/minidba/stamp.h"
 
 namespace minidba {
 
@@ -21,30 +24,54 @@ class HashTable {
   std::optional<std::string> get(std::string_view key) const;
 
   using Visit = std::function<void(std::string_view key, std::string_view value)>;
-  /// each visits every record, in the file's order. Throws a Failure at the first damaged one.
+  /// each visits every record, in the file's order. Throws a Failure at the first damaged one, and at the end when a
+  /// file of ours holds another number of records than it should.
   void each(const Visit &visit) const;
 
-  const std::string &path() const { return path_; }
+  const std::string &path() const { return state_->file.name(); }
+  const File &file() const { return state_->file; }
+  const hash_file::Header &header() const { return state_->source.header; }
+  const hash_file::Source &source() const { return state_->source; }
+  /// stamp returns what the file says about itself, nothing when another program made it.
+  const std::optional<Stamp> &stamp() const { return state_->stamp; }
+  /// buckets returns how many buckets lie within the file; others are empty.
+  uint32_t buckets() const;
 
  private:
-  std::string path_;
-  database_ptr database_;
+  struct State {
+    explicit State(File opened);
+    File file;
+    hash_file::Source source;
+    std::optional<Stamp> stamp;
+    hash_file::Walker by_key;
+  };
+  std::unique_ptr<State> state_;
 };
 
-/// Shape is what a hash file is laid out for.
-struct Shape {
-  int64_t records = 0;
-  int64_t bytes = 0;    // of all keys and values
-  int64_t longest = 0;  // bytes of the longest key and value together
+/// BucketReader reads one bucket after the other. The table must outlive it.
+class BucketReader {
+ public:
+  explicit BucketReader(const HashTable &table);
+  BucketReader(const BucketReader &) = delete;
+  BucketReader &operator=(const BucketReader &) = delete;
 
-  void add(int64_t key_size, int64_t value_size);
+  void start(uint32_t bucket);
+  /// next goes to the next record, false at the end of the bucket. Throws a Failure when the bucket is damaged.
+  bool next();
+  /// key and value stay as they are until the next step.
+  std::string_view key() const { return walker_.key(); }
+  std::string_view value() const { return walker_.value(); }
+  /// overflow returns the addresses of the overflow pages met in this bucket: all of them once next returned false.
+  const std::vector<uint16_t> &overflow() const { return overflow_; }
+
+ private:
+  const HashTable &table_;
+  hash_file::Walker walker_;
+  std::vector<uint16_t> overflow_;
 };
 
-/// write_hash_table writes a new hash file at `path`, whose records `produce` hands over, one call of its argument
-/// each. `produce` is called again to compare what was written: the file is read back, byte for byte, before this
-/// returns. Throws a Failure when the records cannot be stored or are not read back.
-using Produce = std::function<void(const HashTable::Visit &)>;
-void write_hash_table(const std::string &path, const Shape &shape, const Produce &produce);
+/// hash_of returns the hash of a key.
+inline uint32_t hash_of(std::string_view key) { return hash_file::default_hash(key.data(), key.size()); }
 
 }  // namespace minidba
 

@@ -5,68 +5,50 @@
 #include <cstdint>
 #include <functional>
 #include <string>
-#include <string_view>
 #include <vector>
 
-#include "dba/hash_file.h"
+#include "tools/minidba/bucket_writer.h"
+#include "tools/minidba/hash_table.h"
 
 namespace minidba {
 
 /// Item is a record to be written: all that the layout of the file depends on, and where its bytes are.
 struct Item {
   uint32_t hash;        // of the key
-  uint32_t key_size;    // bytes, less than a quarter of a page
+  uint32_t key_size;    // bytes, at most a quarter of a page
   uint32_t value_size;  // bytes
   int64_t place;        // for the caller; of equal hashes the lower is written first
-};
-
-struct Record {
-  std::string_view key;
-  std::string_view value;
 };
 
 /// Fetch brings the bytes of an item; they are used before the next is fetched.
 using Fetch = std::function<Record(const Item &)>;
 
-/// Pages are written as one bucket after the other is laid out; only overflow pages need an address.
-class BucketWriter {
- public:
-  using Allocate = std::function<uint16_t()>;
+/// Advance is told how much has been done since the last call; it may be empty.
+using Advance = std::function<void(int64_t records, int64_t bytes)>;
 
-  BucketWriter(const hash_file::Header &header, int file, Allocate allocate);
-  void start(uint32_t bucket);
-  void add(const Record &record);
-  void finish();
+/// write_hash_file makes a new file. It chooses page size and number of buckets from the items, whose order it changes,
+/// and reads the file back: every bucket must hold exactly its items, byte for byte. `stamp` is written with the number
+/// of overflow pages filled in. Throws a Failure when the records cannot be stored or are not read back.
+void write_hash_file(const std::string &path, std::vector<Item> &items, const Fetch &fetch, Stamp stamp,
+                     const Advance &advance = {});
 
- private:
-  void clear();
-  void set(uint32_t index, uint32_t number);
-  void put(const Record &record);
-  void put_long(const Record &record);
-  uint64_t chain();
-  void flush(uint64_t next_page);
+/// for_each_bucket calls a procedure with each bucket that has items, and their range. They are sorted by bucket.
+template <typename Procedure>
+void for_each_bucket(const hash_file::Header &header, const std::vector<Item> &items, Procedure procedure) {
+  for (auto first = items.data(), end = first + items.size(); first != end;) {
+    const uint32_t bucket = bucket_of(header, first->hash);
+    auto last = first;
+    while (last != end && bucket_of(header, last->hash) == bucket) ++last;
+    procedure(bucket, first, last);
+    first = last;
+  }
+}
 
-  const hash_file::Header &header_;
-  int file_;
-  Allocate allocate_;
-  std::string page_;
-  uint64_t page_number_ = 0;
-  uint32_t slots_ = 0;
-  uint32_t data_start_ = 0;
-};
+/// pages_of returns how many pages a file has.
+uint64_t pages_of(const hash_file::Header &header);
 
-/// is_long says whether a record takes pages of its own.
-bool is_long(const hash_file::Header &header, uint32_t key_size, uint32_t value_size);
-
-/// overflow_pages returns how many overflow pages a bucket needs, its items short ones first.
-uint32_t overflow_pages(const hash_file::Header &header, const Item *first, const Item *last);
-
-/// sort_by_bucket puts items in the order they are written in: by bucket, long records last.
-void sort_by_bucket(const hash_file::Header &header, std::vector<Item> &items);
-
-/// write_hash_file fills an empty file, given by its descriptor. It chooses page size and number of buckets from the
-/// items, whose order it changes. Throws a Failure when they cannot be stored or the file cannot be written.
-void write_hash_file(int file, std::vector<Item> &items, const Fetch &fetch);
+/// write_header writes the header, without what follows it.
+void write_header(const File &file, const hash_file::Header &header);
 
 }  // namespace minidba
 

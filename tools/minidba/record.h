@@ -15,6 +15,7 @@ namespace minidba {
 
 /// database_key returns the key of a number: 8 hexadecimal digits. number_of is its inverse; nothing for another text.
 std::string database_key(uint32_t number);
+constexpr uint32_t database_key_size = 8;
 std::optional<uint32_t> number_of(std::string_view key);
 
 /// print returns an object as text.

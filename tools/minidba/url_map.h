@@ -12,11 +12,11 @@
 
 #include "tools/minidba/files.h"
 #include "tools/minidba/hash_table.h"
+#include "tools/minidba/hash_writer.h"
 
 namespace minidba {
 
-/// UrlMap is the map of one snapshot of a database, which it is known to belong to by the file's identity (device,
-/// inode, size, time of change).
+/// UrlMap is the map of one snapshot of a database, which its stamp names.
 class UrlMap {
  public:
   static std::string path_for(const std::string &database) { return database + ".url"; }
@@ -25,21 +25,30 @@ class UrlMap {
 
   std::optional<uint32_t> number_of(std::string_view url) const;
   /// next_number returns the smallest number that no description of the catalog has had, 0 when none is left.
-  uint32_t next_number() const { return next_number_; }
+  uint32_t next_number() const { return table_.stamp()->next_number; }
 
   using Visit = std::function<void(std::string_view url, uint32_t number)>;
   void each(const Visit &visit) const;
-
-  /// write writes the map of the file `database` as the next state of a map: the URLs that `produce` hands over, which
-  /// it is asked for more than once.
-  static void write(Snapshot &snapshot, const std::string &database, uint32_t next_number,
-                    const std::function<void(const Visit &)> &produce);
+  const HashTable &table() const { return table_; }
 
  private:
-  UrlMap(HashTable table, uint32_t next_number) : table_(std::move(table)), next_number_(next_number) {}
+  explicit UrlMap(HashTable table) : table_(std::move(table)) {}
 
   HashTable table_;
-  uint32_t next_number_;
+};
+
+/// UrlItems are the records of a map that is to be written; their bytes lie in a scratch file.
+class UrlItems {
+ public:
+  /// The scratch file is made beside `beside`.
+  explicit UrlItems(const std::string &beside) : texts_(beside) {}
+  void add(std::string_view url, uint32_t number);
+  /// write makes the map of the file `database`.
+  void write(const Snapshot &snapshot, const std::string &database, uint32_t next_number);
+
+ private:
+  ScratchFile texts_;
+  std::vector<Item> items_;
 };
 
 /// UrlScan is what a catalog without a map is searched with: the hash of each URL and its number.

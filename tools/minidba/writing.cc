@@ -12,6 +12,13 @@ std::optional<Lock> lock_for(const Options &options, Absent absent) {
   return options.dry_run ? std::nullopt : std::optional<Lock>(std::in_place, options.database);
 }
 
+Watch watched_by(Progress &progress) {
+  return [&progress](int64_t bytes, int64_t total) {
+    progress.expect(total);
+    progress.advance(0, bytes);
+  };
+}
+
 }  // namespace
 
 Writing::Writing(const Options &options, Absent absent)
@@ -22,10 +29,13 @@ Writing::Writing(const Options &options, Absent absent)
 void Writing::commit(const Changes &changes, uint32_t next_number, const Console &console) const {
   if (!lock_) return;
   Progress progress(console, "writing");
-  minidba::commit(*lock_, catalog_, changes, next_number, [&](int64_t bytes, int64_t total) {
-    progress.expect(total);
-    progress.advance(0, bytes);
-  });
+  minidba::commit(*lock_, catalog_, changes, next_number, watched_by(progress));
+}
+
+void Writing::rebuild(const Console &console) const {
+  if (!lock_) return;
+  Progress progress(console, "rebuilding");
+  rebuild_catalog(*lock_, catalog_, watched_by(progress));
 }
 
 }  // namespace minidba

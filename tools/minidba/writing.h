@@ -4,7 +4,7 @@
 
 #include <optional>
 
-#include "tools/minidba/changes.h"
+#include "tools/minidba/commit.h"
 #include "tools/minidba/options.h"
 
 namespace minidba {
@@ -18,6 +18,8 @@ class Writing {
   bool is_dry() const { return !lock_; }
   /// commit makes the changes the catalog's state.
   void commit(const Changes &changes, uint32_t next_number, const Console &console) const;
+  /// rebuild writes the catalog anew as it is.
+  void rebuild(const Console &console) const;
 
  private:
   std::optional<Lock> lock_;

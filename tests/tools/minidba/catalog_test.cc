@@ -7,7 +7,7 @@
 #include <unistd.h>
 
 #include "catalog_files.h"
-#include "tools/minidba/changes.h"
+#include "tools/minidba/commit.h"
 #include "tools/minidba/failure.h"
 
 namespace {
@@ -171,6 +171,42 @@ TEST_F(CatalogChanges, OfEqualUrlsTheLowestNumberCounts) {
   EXPECT_EQ(catalog.number_of(url(1)), 3u);
   catalog.renew_url_map(lock_);
   EXPECT_EQ(catalog.url_map()->number_of(url(1)), 3u);
+}
+
+TEST_F(CatalogChanges, NumbersAreNotUsedAgainEvenWithoutTheMap) {
+  make(3);
+  erase(3);
+  ::unlink((path() + ".url").c_str());
+  const Catalog catalog(path());
+  EXPECT_EQ(catalog.url_map(), nullptr);
+  EXPECT_EQ(catalog.next_number(), 4u);
+  erase(2);
+  erase(1);
+  ::unlink((path() + ".url").c_str());
+  EXPECT_EQ(Catalog(path()).next_number(), 4u);
+}
+
+TEST_F(CatalogChanges, FewChangesToALargeCatalogLeaveTheRestAsItIs) {
+  constexpr int count = 3000;
+  make(count);
+  for (int round = 0; round < 4; ++round) {
+    const Catalog catalog(path());
+    Changes changes(catalog);
+    const int number = 1000 + round;
+    changes.put(static_cast<uint32_t>(number), url(number), record(number, "changed"));
+    changes.erase(static_cast<uint32_t>(2000 + round), url(2000 + round));
+    changes.put(static_cast<uint32_t>(count + 1 + round), url(count + 1 + round), record(count + 1 + round));
+    commit(lock_, catalog, changes, static_cast<uint32_t>(count + 2 + round));
+  }
+  const Catalog catalog(path());
+  ASSERT_NE(catalog.url_map(), nullptr);
+  EXPECT_EQ(catalog.next_number(), static_cast<uint32_t>(count + 5));
+  for (int i = 1; i <= count + 4; ++i) {
+    const auto number = static_cast<uint32_t>(i);
+    const bool erased = i >= 2000 && i < 2004, changed = i >= 1000 && i < 1004;
+    EXPECT_EQ(catalog.get(number), erased ? std::nullopt : std::optional(record(i, changed ? "changed" : "T"))) << i;
+    EXPECT_EQ(catalog.number_of(url(i)), erased ? std::nullopt : std::optional(number)) << i;
+  }
 }
 
 }  // namespace

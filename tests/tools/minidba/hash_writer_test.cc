@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <random>
 
@@ -35,9 +36,8 @@ class HashWriter : public ::testing::Test {
       key_ = key_of(static_cast<uint32_t>(item.place));
       return {key_, values_.at(static_cast<size_t>(item.place) - 1)};
     };
-    const file_guard file(open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
-    ASSERT_TRUE(file);
-    minidba::write_hash_file(file.get(), items_, fetch);
+    ::unlink(path.c_str());
+    minidba::write_hash_file(path, items_, fetch, {});
   }
 
   void expect_found(DB *db) {

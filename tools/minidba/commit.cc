@@ -1,0 +1,145 @@
+#include "tools/minidba/commit.h"
+
+#include "tools/minidba/hash_editor.h"
+#include "tools/minidba/record.h"
+
+namespace minidba {
+namespace {
+
+using Change = Changes::Change;
+
+bool is_erased(const Change &change) { return change.record_size == Changes::erased; }
+
+/// Places of items: a change has the offset of its key in the scratch file, a description that stays has its number,
+/// below zero.
+int64_t place_of(uint32_t number) { return -1 - int64_t{number}; }
+uint32_t number_at(int64_t place) { return static_cast<uint32_t>(-1 - place); }
+
+Item item_of(const Change &change) {
+  return {hash_of(database_key(change.number)), database_key_size,
+          is_erased(change) ? erased_value : change.record_size, change.offset + change.url_size};
+}
+
+/// Texts brings the bytes of items.
+class Texts {
+ public:
+  Texts(const Catalog &catalog, const Changes &changes) : catalog_(catalog), changes_(changes) {}
+
+  Record operator()(const Item &item) {
+    const size_t value = item.value_size == erased_value ? 0 : item.value_size;
+    if (item.place >= 0)
+      text_ = changes_.text(item.place, item.key_size + value);
+    else
+      text_ = database_key(number_at(item.place)) + catalog_.get(number_at(item.place)).value_or("");
+    const std::string_view text = text_;
+    return {text.substr(0, item.key_size), text.substr(item.key_size)};
+  }
+
+ private:
+  const Catalog &catalog_;
+  const Changes &changes_;
+  std::string text_;
+};
+
+/// edit_database returns whether the next snapshot could be made of the old one.
+bool edit_database(const Catalog &catalog, const Changes &changes, const std::string &path, Stamp stamp) {
+  if (!catalog.exists()) return false;
+  std::vector<Item> items;
+  changes.each_number([&](const Change &change) { items.push_back(item_of(change)); });
+  return edit_hash_file(catalog.table(), path, items, Texts(catalog, changes), stamp);
+}
+
+void write_database(const Catalog &catalog, const Changes &changes, const std::string &path, Stamp stamp,
+                    const Watch &watch) {
+  std::vector<Item> items;
+  catalog.each([&](uint32_t number, std::string_view record) {
+    if (changes.of_number(number) != nullptr) return;
+    items.push_back(
+        {hash_of(database_key(number)), database_key_size, static_cast<uint32_t>(record.size()), place_of(number)});
+  });
+  changes.each_number([&](const Change &change) {
+    if (!is_erased(change)) items.push_back(item_of(change));
+  });
+  int64_t total = 0;
+  for (const Item &item : items) total += int64_t{item.key_size} + item.value_size;
+  write_hash_file(path, items, Texts(catalog, changes), stamp, [&](int64_t, int64_t bytes) { watch(bytes, total); });
+}
+
+/// differs says whether a change puts another number behind its URL than the old map has.
+bool differs(const UrlMap &old, const Changes &changes, const Change &change) {
+  return is_erased(change) || old.number_of(changes.url(change)) != change.number;
+}
+
+bool edit_urls(const UrlMap &old, const Changes &changes, const std::string &path, Stamp stamp) {
+  std::vector<Item> items;
+  changes.each_url([&](const Change &change) {
+    if (differs(old, changes, change))
+      items.push_back(
+          {change.url_hash, change.url_size, is_erased(change) ? erased_value : database_key_size, change.offset});
+  });
+  std::string text;
+  const Fetch fetch = [&](const Item &item) {
+    text = changes.text(item.place, item.key_size + database_key_size);
+    const std::string_view bytes = text;
+    return Record{bytes.substr(0, item.key_size), bytes.substr(item.key_size)};
+  };
+  return edit_hash_file(old.table(), path, items, fetch, stamp);
+}
+
+void write_urls(const Catalog &catalog, const Changes &changes, const Snapshot &snapshot, const std::string &database,
+                uint32_t next_number) {
+  UrlItems items(catalog.path());
+  if (catalog.url_map() != nullptr)
+    catalog.url_map()->each([&](std::string_view url, uint32_t number) {
+      if (changes.of_url(url) == nullptr) items.add(url, number);
+    });
+  changes.each_url([&](const Change &change) {
+    if (!is_erased(change)) items.add(changes.url(change), change.number);
+  });
+  items.write(snapshot, database, next_number);
+}
+
+void publish(Snapshot &database, Snapshot &urls) {
+  urls.sync();
+  // The database first: a map that is behind is noticed and made anew, one that is ahead would be too.
+  database.commit();
+  urls.commit();
+}
+
+}  // namespace
+
+void commit(const Lock &lock, const Catalog &catalog, const Changes &changes, uint32_t next_number,
+            const Watch &watch) {
+  if (changes.empty() && catalog.exists()) return;
+  Snapshot database(catalog.path());
+  const Stamp stamp{next_number, 0, {}};
+  const bool edited = edit_database(catalog, changes, database.path(), stamp);
+  if (!edited) write_database(catalog, changes, database.path(), stamp, watch);
+  database.sync();
+  const UrlMap *old = catalog.url_map();
+  if (catalog.exists() && old == nullptr) {
+    database.commit();
+    Catalog(catalog.path()).renew_url_map(lock);
+    return;
+  }
+  Snapshot urls(UrlMap::path_for(catalog.path()));
+  const Stamp map_stamp{next_number, 0, identity_of(database.path())};
+  if (!edited || !edit_urls(*old, changes, urls.path(), map_stamp))
+    write_urls(catalog, changes, urls, database.path(), next_number);
+  publish(database, urls);
+}
+
+void rebuild_catalog(const Lock &, const Catalog &catalog, const Watch &watch) {
+  const Changes nothing(catalog);
+  const uint32_t next_number = catalog.free_number();
+  Snapshot database(catalog.path());
+  write_database(catalog, nothing, database.path(), {next_number, 0, {}}, watch);
+  database.sync();
+  UrlItems items(catalog.path());
+  catalog.each_url([&](std::string_view url, uint32_t number) { items.add(url, number); });
+  Snapshot urls(UrlMap::path_for(catalog.path()));
+  items.write(urls, database.path(), next_number);
+  publish(database, urls);
+}
+
+}  // namespace minidba

@@ -1,0 +1,26 @@
+/// Making the next snapshot of a catalog.
+#ifndef MINIDBA_COMMIT_H
+#define MINIDBA_COMMIT_H
+
+#include "tools/minidba/changes.h"
+
+namespace minidba {
+
+/// commit makes the changes the catalog's state: the next snapshots of its database and URL map take the places of the
+/// old ones. `next_number` is the first that was never used. Where few records change, the files are copied and edited;
+/// else they are written anew. A catalog that is not there yet is made even without any change. Throws a Failure that
+/// leaves the old catalog as it is.
+///
+/// `watch` is told of work that was done, in bytes, and how many there are to do.
+using Watch = std::function<void(int64_t bytes, int64_t total)>;
+void commit(
+    const Lock &lock, const Catalog &catalog, const Changes &changes, uint32_t next_number,
+    const Watch &watch = [](int64_t, int64_t) {});
+
+/// rebuild_catalog writes database and URL map anew from the records alone, laid out for them.
+void rebuild_catalog(
+    const Lock &lock, const Catalog &catalog, const Watch &watch = [](int64_t, int64_t) {});
+
+}  // namespace minidba
+
+#endif

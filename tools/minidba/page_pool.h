@@ -1,0 +1,47 @@
+/// The overflow pages of a hash file that are free.
+#ifndef MINIDBA_PAGE_POOL_H
+#define MINIDBA_PAGE_POOL_H
+
+#include <cstdint>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "dba/hash_file.h"
+#include "tools/minidba/files.h"
+
+namespace minidba {
+
+/// NoPage says that a file has no overflow page left for what is to be stored.
+struct NoPage {};
+
+/// PagePool hands out overflow pages: free ones first, then new ones at the end of the file. It keeps the file's
+/// bitmaps, in which the bit of every page in use is set, and the header's counts.
+class PagePool {
+ public:
+  /// Reads the bitmaps. The header must outlive the pool, which changes it.
+  PagePool(hash_file::Header &header, const File &file);
+
+  /// take returns the address of a page that now is in use; throws NoPage.
+  uint16_t take();
+  /// release makes a page free.
+  void release(uint16_t address);
+  /// write brings the bitmaps into the file and the header up to date with them.
+  void write();
+
+ private:
+  uint32_t bits_per_map() const { return header_.page_size * 8; }
+  uint32_t bit_of(uint16_t address) const;
+  uint16_t address_of(uint32_t bit) const;
+  void set(uint32_t bit, bool used);
+  uint32_t extend();
+
+  hash_file::Header &header_;
+  const File &file_;
+  std::vector<std::string> maps_;
+  std::set<uint32_t> free_;  // bits
+};
+
+}  // namespace minidba
+
+#endif
