@@ -3,6 +3,7 @@
 #include <signal.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <random>
 #include <thread>
 
@@ -28,6 +29,12 @@ std::string described(int from, int to, const std::string &expires) {
   return stream;
 }
 
+/// How often each writer is killed; RDM_CRASH_TRIALS names another number.
+int trials() {
+  const char *number = std::getenv("RDM_CRASH_TRIALS");
+  return number != nullptr ? std::stoi(number) : 20;
+}
+
 class Killed : public testing::TestWithParam<Work> {
  protected:
   void start_and_kill(std::chrono::microseconds delay) {
@@ -49,7 +56,7 @@ TEST_P(Killed, LeavesTheOldCatalogOrTheNew) {
   other_.update(described(0, 300, "1 Jan 2000"));
   support::write_file(input_, GetParam().input);
   std::mt19937 random(5);
-  for (int trial = 0; trial < 20; ++trial) {
+  for (int trial = 0; trial < trials(); ++trial) {
     reset();
     start_and_kill(std::chrono::microseconds(random() % 30000));
     const Finished verdict = support::run(catalog_.command({"verify"}));
