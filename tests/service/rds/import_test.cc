@@ -16,22 +16,19 @@ namespace {
 
 /// What the library is told when it asks for the names of temporary files.
 struct Names {
-  int asked = 0;   // so far
-  int refused = 0; // the number of the request without an answer, 0 for none
-  std::string taken{}; // the first answer, when not empty
+  int asked = 0;        // so far
+  int refused = 0;      // the number of the request without an answer, 0 for none
+  std::string taken{};  // the first answer, when not empty
 };
 Names names;
 
-} // namespace
+}  // namespace
 
 extern "C" char *tempnam(const char *dir, const char *pfx) {
   ++names.asked;
-  if (names.asked == names.refused)
-    return nullptr;
-  if (names.asked == 1 && !names.taken.empty())
-    return ::strdup(names.taken.c_str());
-  return reinterpret_cast<char *(*)(const char *, const char *)>(
-      dlsym(RTLD_NEXT, "tempnam"))(dir, pfx);
+  if (names.asked == names.refused) return nullptr;
+  if (names.asked == 1 && !names.taken.empty()) return ::strdup(names.taken.c_str());
+  return reinterpret_cast<char *(*)(const char *, const char *)>(dlsym(RTLD_NEXT, "tempnam"))(dir, pfx);
 }
 
 namespace {
@@ -42,7 +39,7 @@ using support::soif;
 
 /// An import with a command in place of minidba that records how it was called.
 class Import : public support::HostTest {
-protected:
+ protected:
   void SetUp() override {
     names = Names{};
     const char *path = std::getenv("PATH");
@@ -60,8 +57,7 @@ protected:
     unsetenv("TMPDIR");
     response_.reset();
     body_.reset();
-    EXPECT_TRUE(std::filesystem::is_empty(temporary_.path()))
-        << "temporary files are left";
+    EXPECT_TRUE(std::filesystem::is_empty(temporary_.path())) << "temporary files are left";
     support::HostTest::TearDown();
   }
 
@@ -69,16 +65,14 @@ protected:
   /// whose $verb is the last argument.
   void command(const std::string &script) {
     const std::string path = folder_.write(
-        "minidba", "#!/bin/sh\necho \"$*\" >> " + folder_.path("calls") +
-                       "\nfor verb; do :; done\n" + script + "\n");
+        "minidba", "#!/bin/sh\necho \"$*\" >> " + folder_.path("calls") + "\nfor verb; do :; done\n" + script + "\n");
     chmod(path.c_str(), 0755);
   }
 
   int32_t import(const char *csid = "c", int32_t type = RDM_RD_RESPONSE) {
     const rdmhdr_ptr header = make_rdmhdr(type);
     header->csid = csid != nullptr ? host_strdup(csid) : nullptr;
-    const int32_t result = rds_rd_response(
-        header.get(), body_.get(), response_.get(), &x_.session, &x_.request);
+    const int32_t result = rds_rd_response(header.get(), body_.get(), response_.get(), &x_.session, &x_.request);
     body_.reset();
     return result;
   }
@@ -86,31 +80,26 @@ protected:
   std::string answer() {
     std::string bytes(response_->length, '\0');
     csio_rewind(response_.get());
-    csio_copy(response_.get(), bytes.data(),
-              static_cast<int32_t>(bytes.size()));
+    csio_copy(response_.get(), bytes.data(), static_cast<int32_t>(bytes.size()));
     return bytes;
   }
   std::string calls() { return support::read_file(folder_.path("calls")); }
 
   static std::string accepted(const std::string &text) {
-    return soif("RDMHEADER", "-",
-                {{"rdm-version", "1.0"}, {"rdm-type", "status-response"}}) +
-           "\n\n\n\n" + text + "\n\n";
+    return soif("RDMHEADER", "-", {{"rdm-version", "1.0"}, {"rdm-type", "status-response"}}) + "\n\n\n\n" + text +
+           "\n\n";
   }
   static std::string refused(const std::string &text) {
     return soif("RDMHEADER", "-",
-                {{"rdm-version", "1.0"},
-                 {"rdm-type", "status-response"},
-                 {"rdm-error-message", text}}) +
+                {{"rdm-version", "1.0"}, {"rdm-type", "status-response"}, {"rdm-error-message", text}}) +
            "\n\n\n\n" + text + "\n\n";
   }
 
   support::TemporaryFolder folder_, temporary_;
   std::string database_ = folder_.path("catalog.db");
-  support::Registry registry_{
-      folder_, "csid=\"c\" catalog-database=\"" + database_ +
-                   "\"\ncsid=\"relative\" "
-                   "catalog-database=\"catalog\"\ncsid=\"bare\"\n"};
+  support::Registry registry_{folder_, "csid=\"c\" catalog-database=\"" + database_ +
+                                           "\"\ncsid=\"relative\" "
+                                           "catalog-database=\"catalog\"\ncsid=\"bare\"\n"};
   std::string old_path_;
   csio_ptr response_, body_;
   Exchange x_{"POST", "/rdm/rd-response"};
@@ -120,18 +109,13 @@ TEST_F(Import, RunsTheFourCommandsInOrder) {
   append_text(body_.get(), "@DOCUMENT { -\n}\n");
   const Diagnostics diagnostics;
   EXPECT_EQ(import(), 0);
-  EXPECT_EQ(calls(), "-d " + database_ + " update\n-d " + database_ +
-                         " expire\n-d " + database_ + " -i " + database_ +
-                         ".idx index\n-d " + database_ + " -i " + database_ +
-                         ".idx unclassified\n");
+  EXPECT_EQ(calls(), "-d " + database_ + " update\n-d " + database_ + " expire\n-d " + database_ + " -i " + database_ +
+                         ".idx index\n-d " + database_ + " -i " + database_ + ".idx unclassified\n");
   EXPECT_EQ(answer(), accepted("Accepted 3 RDs from Unknown-Source"));
   EXPECT_EQ(support::read_file(folder_.path("body")), "@DOCUMENT { -\n}\n");
-  EXPECT_EQ(support::read_file(folder_.path("unclassified")),
-            "http://localhost/1\n");
+  EXPECT_EQ(support::read_file(folder_.path("unclassified")), "http://localhost/1\n");
   EXPECT_EQ(diagnostics.text(), "Expired 2 RDs.\nIndexed 5 RDs.\n");
-  EXPECT_NE(x_.var("rdm-log-message")
-                .find("\"Accepted 3 RDs from Unknown-Source\" - -\n"),
-            std::string::npos);
+  EXPECT_NE(x_.var("rdm-log-message").find("\"Accepted 3 RDs from Unknown-Source\" - -\n"), std::string::npos);
   EXPECT_EQ(response_->finished, 1);
 }
 
@@ -170,8 +154,7 @@ TEST_F(Import, ABodyThatTheDiskDidNotTakeIsNotImported) {
 }
 
 TEST_F(Import, AnEmptyBodyIsAnEmptyDelivery) {
-  command("[ \"$verb\" != update ] || { cat > " + folder_.path("body") +
-          "; echo 0; }");
+  command("[ \"$verb\" != update ] || { cat > " + folder_.path("body") + "; echo 0; }");
   EXPECT_EQ(import(), 0);
   EXPECT_EQ(support::read_file(folder_.path("body")), "");
   EXPECT_EQ(answer(), accepted("Accepted 0 RDs from Unknown-Source"));
@@ -185,14 +168,12 @@ TEST_F(Import, ADeleteResponseIsImportedLikeAnUpdate) {
 
 TEST_F(Import, ResultsAreTheServersOwnFiles) {
   const std::string list = folder_.path("results");
-  command("stat -c '%a %F' \"$TMPDIR\"/csrds* >> " + list +
-          " 2>/dev/null; [ \"$verb\" != update ] || echo 7");
+  command("stat -c '%a %F' \"$TMPDIR\"/csrds* >> " + list + " 2>/dev/null; [ \"$verb\" != update ] || echo 7");
   const mode_t old = umask(022);
   EXPECT_EQ(import(), 0);
   umask(old);
   const std::string own = "600 regular empty file\n";
-  EXPECT_EQ(support::read_file(list).substr(0, 3 * own.size()), own + own + own)
-      << "one at a time";
+  EXPECT_EQ(support::read_file(list).substr(0, 3 * own.size()), own + own + own) << "one at a time";
   EXPECT_EQ(answer(), accepted("Accepted 7 RDs from Unknown-Source"));
 }
 
@@ -227,12 +208,9 @@ TEST_F(Import, WithoutANameForAnEmptyBodyNothingRuns) {
 }
 
 TEST_F(Import, AStepWithoutANameForItsResultIsLeftOut) {
-  const std::string update = "-d " + database_ + " update\n",
-                    expire = "-d " + database_ + " expire\n",
-                    index =
-                        "-d " + database_ + " -i " + database_ + ".idx index\n",
-                    unclassified = "-d " + database_ + " -i " + database_ +
-                                   ".idx unclassified\n";
+  const std::string update = "-d " + database_ + " update\n", expire = "-d " + database_ + " expire\n",
+                    index = "-d " + database_ + " -i " + database_ + ".idx index\n",
+                    unclassified = "-d " + database_ + " -i " + database_ + ".idx unclassified\n";
   const struct {
     int refused;
     std::string calls, log;
@@ -252,28 +230,24 @@ TEST_F(Import, AStepWithoutANameForItsResultIsLeftOut) {
 }
 
 TEST_F(Import, ReadsOneNumberWhateverTheStatus) {
-  const std::pair<std::string, std::string> rows[] = {
-      {"echo 4; exit 3", "4"},
-      {"printf '\\n 4'", "4"},
-      {"echo 4 of 5", "4"},
-      {"echo 4x", "4"},
-      {"echo -4", "-4"},
-      {"echo x4", "0"},
-      {"exit 0", "0"},
-      {"echo 4; kill -KILL $$", "4"},
-      {"echo 4; rm \"$TMPDIR\"/csrds*", "0"}};
+  const std::pair<std::string, std::string> rows[] = {{"echo 4; exit 3", "4"},
+                                                      {"printf '\\n 4'", "4"},
+                                                      {"echo 4 of 5", "4"},
+                                                      {"echo 4x", "4"},
+                                                      {"echo -4", "-4"},
+                                                      {"echo x4", "0"},
+                                                      {"exit 0", "0"},
+                                                      {"echo 4; kill -KILL $$", "4"},
+                                                      {"echo 4; rm \"$TMPDIR\"/csrds*", "0"}};
   testing::internal::CaptureStderr();
   for (const auto &[script, number] : rows) {
     body_ = make_csio();
     command("[ \"$verb\" != unclassified ] || exit 0\n" + script);
     const Diagnostics diagnostics;
     EXPECT_EQ(import(), 0);
-    EXPECT_EQ(answer(),
-              accepted("Accepted " + number + " RDs from Unknown-Source"))
-        << script;
+    EXPECT_EQ(answer(), accepted("Accepted " + number + " RDs from Unknown-Source")) << script;
     const std::string expired = number == "4" ? "Expired 4 RDs.\n" : "";
-    EXPECT_EQ(diagnostics.text(), expired + "Indexed " + number + " RDs.\n")
-        << script;
+    EXPECT_EQ(diagnostics.text(), expired + "Indexed " + number + " RDs.\n") << script;
   }
   testing::internal::GetCapturedStderr();
 }
@@ -300,9 +274,7 @@ TEST_F(Import, AnswersAndReleasesEverythingWhenMemoryFails) {
     const csio_ptr response = make_csio();
     host.allocations = 0;
     host.fail_allocation = ++failing;
-    EXPECT_EQ(rds_rd_response(header.get(), body_.get(), response.get(),
-                              &x_.session, &x_.request),
-              0);
+    EXPECT_EQ(rds_rd_response(header.get(), body_.get(), response.get(), &x_.session, &x_.request), 0);
     host.fail_allocation = 0;
     body_.reset();
   } while (host.allocations >= failing);
@@ -310,27 +282,21 @@ TEST_F(Import, AnswersAndReleasesEverythingWhenMemoryFails) {
 }
 
 TEST_F(Import, NamesItsSource) {
-  const std::pair<std::vector<std::pair<const char *, const char *>>,
-                  const char *>
-      rows[] = {
-          {{{"user-agent", "harvester/1.0"}}, "harvester/1.0"},
-          {{{"from", "op@localhost"}, {"user-agent", "harvester/1.0"}},
-           "op@localhost"},
-          {{{"from", ""}, {"user-agent", "harvester/1.0"}}, "(empty)"},
-          {{{"user-agent", ""}}, "(empty)"},
-          {{}, "Unknown-Source"},
-          {{{"from", "%s%n"}}, "%s%n"},
-      };
+  const std::pair<std::vector<std::pair<const char *, const char *>>, const char *> rows[] = {
+      {{{"user-agent", "harvester/1.0"}}, "harvester/1.0"},
+      {{{"from", "op@localhost"}, {"user-agent", "harvester/1.0"}}, "op@localhost"},
+      {{{"from", ""}, {"user-agent", "harvester/1.0"}}, "(empty)"},
+      {{{"user-agent", ""}}, "(empty)"},
+      {{}, "Unknown-Source"},
+      {{{"from", "%s%n"}}, "%s%n"},
+  };
   for (const auto &[headers, source] : rows) {
     Exchange x("POST", "/rdm/rd-response");
-    for (const auto &[name, value] : headers)
-      x.header(name, value);
+    for (const auto &[name, value] : headers) x.header(name, value);
     const rdmhdr_ptr header = make_rdmhdr(RDM_RD_RESPONSE);
     header->csid = host_strdup("c");
     const csio_ptr body = make_csio();
-    EXPECT_EQ(rds_rd_response(header.get(), body.get(), response_.get(),
-                              &x.session, &x.request),
-              0);
+    EXPECT_EQ(rds_rd_response(header.get(), body.get(), response_.get(), &x.session, &x.request), 0);
     EXPECT_EQ(answer(), accepted("Accepted 3 RDs from " + std::string(source)));
   }
 }
@@ -340,8 +306,7 @@ TEST_F(Import, CountsNothingWhereACommandWritesNoNumber) {
   command("echo out of order; exit 3");
   EXPECT_EQ(import(), 0);
   EXPECT_EQ(answer(), accepted("Accepted 0 RDs from Unknown-Source"));
-  EXPECT_EQ(diagnostics.text(), "Indexed 0 RDs.\n")
-      << "nothing expired is no news, nothing indexed is";
+  EXPECT_EQ(diagnostics.text(), "Indexed 0 RDs.\n") << "nothing expired is no news, nothing indexed is";
 }
 
 TEST_F(Import, GoesOnWithoutTheCommand) {
@@ -361,8 +326,9 @@ TEST_F(Import, ReplacesTheUnclassifiedList) {
 
 TEST_F(Import, ListsNothingUnclassifiedWhereTheDatabaseHasNoFolder) {
   EXPECT_EQ(import("relative"), 0);
-  EXPECT_EQ(calls(), "-d catalog update\n-d catalog expire\n-d catalog -i "
-                     "catalog.idx index\n");
+  EXPECT_EQ(calls(),
+            "-d catalog update\n-d catalog expire\n-d catalog -i "
+            "catalog.idx index\n");
 }
 
 TEST_F(Import, NeedsADatabase) {
@@ -384,7 +350,7 @@ TEST_F(Import, NeedsADatabase) {
 /// limit on file descriptors does the same. no_more_files keeps the process
 /// from opening any for its scope.
 class no_more_files {
-public:
+ public:
   no_more_files() {
     getrlimit(RLIMIT_NOFILE, &old_);
     rlimit none = old_;
@@ -395,7 +361,7 @@ public:
   no_more_files &operator=(const no_more_files &) = delete;
   ~no_more_files() { setrlimit(RLIMIT_NOFILE, &old_); }
 
-private:
+ private:
   rlimit old_;
 };
 
@@ -406,11 +372,8 @@ TEST_F(Import, NeedsRoomForItsFiles) {
     const no_more_files limit;
     EXPECT_EQ(import(), 0);
   }
-  EXPECT_NE(answer().find(refused("Failed to import RDs")), std::string::npos)
-      << answer();
-  EXPECT_NE(diagnostics.text().find("ERROR: Cannot save RDs to tmpfile?\n"),
-            std::string::npos)
-      << diagnostics.text();
+  EXPECT_NE(answer().find(refused("Failed to import RDs")), std::string::npos) << answer();
+  EXPECT_NE(diagnostics.text().find("ERROR: Cannot save RDs to tmpfile?\n"), std::string::npos) << diagnostics.text();
   EXPECT_FALSE(support::file_exists(folder_.path("calls")));
 }
 
@@ -435,13 +398,13 @@ TEST_F(Import, WarnsOfPathsThatMeanSomethingToTheShell) {
   testing::internal::CaptureStderr();
   for (const char c : std::string(" \t|&;<>()$`'*?[]#~!{}^\x01\x7f")) {
     const std::string path = std::string("a") + c + "b";
-    const support::Registry registry(folder_, "csid=\"c\" catalog-database=\"" +
-                                                  path + "\"\n");
+    const support::Registry registry(folder_, "csid=\"c\" catalog-database=\"" + path + "\"\n");
     const Diagnostics diagnostics;
     body_ = make_csio();
     EXPECT_EQ(import(), 0);
-    const std::string warning = "WARNING: Characters in catalog-database mean "
-                                "something to the shell: a";
+    const std::string warning =
+        "WARNING: Characters in catalog-database mean "
+        "something to the shell: a";
     EXPECT_EQ(diagnostics.text().substr(0, warning.size()), warning) << path;
   }
   testing::internal::GetCapturedStderr();
@@ -450,8 +413,7 @@ TEST_F(Import, WarnsOfPathsThatMeanSomethingToTheShell) {
 
 TEST_F(Import, PlainPathsAreNoReasonToWarn) {
   for (const char *name : {"a-b_c.d,e:f@g%h=i+j.db", "\xc3\xa9.db"}) {
-    const support::Registry registry(folder_, "csid=\"c\" catalog-database=\"" +
-                                                  folder_.path(name) + "\"\n");
+    const support::Registry registry(folder_, "csid=\"c\" catalog-database=\"" + folder_.path(name) + "\"\n");
     const Diagnostics diagnostics;
     body_ = make_csio();
     EXPECT_EQ(import(), 0);
@@ -462,17 +424,14 @@ TEST_F(Import, PlainPathsAreNoReasonToWarn) {
 using ImportDeathTest = Import;
 
 TEST_F(ImportDeathTest, TakesNoOtherMessage) {
-  EXPECT_DEATH(import("c", RDM_RD_REQUEST),
-               "rds:[0-9]+: assertion failed: state");
+  EXPECT_DEATH(import("c", RDM_RD_REQUEST), "rds:[0-9]+: assertion failed: state");
 }
 
 TEST_F(Import, StatusAnswersCarryTextAndError) {
   const rdmhdr_ptr header = make_rdmhdr(RDM_RD_RESPONSE);
   append_text(response_.get(), "left over");
-  EXPECT_EQ(rds_status_ok("Done.", nullptr, header.get(), body_.get(),
-                          response_.get(), &x_.session, &x_.request),
-            0);
+  EXPECT_EQ(rds_status_ok("Done.", nullptr, header.get(), body_.get(), response_.get(), &x_.session, &x_.request), 0);
   EXPECT_EQ(answer(), accepted("Done."));
 }
 
-} // namespace
+}  // namespace
