@@ -6,12 +6,17 @@
 #include <cctype>
 #include <cstdio>
 #include <memory>
+#include <sstream>
 #include <string>
+#include <vector>
 
 namespace {
 
+using ::testing::AnyOf;
 using ::testing::ContainsRegex;
+using ::testing::Each;
 using ::testing::HasSubstr;
+using ::testing::IsEmpty;
 using ::testing::Not;
 
 class Hardening : public ::testing::TestWithParam<const char *> {
@@ -25,6 +30,15 @@ class Hardening : public ::testing::TestWithParam<const char *> {
     char block[4096];
     for (size_t n = 0; pipe && (n = std::fread(block, 1, sizeof block, pipe.get())) > 0;) output.append(block, n);
     return output;
+  }
+
+  /// compilers returns how every compilation of C++ code in the file was called, as its debug information tells.
+  static std::vector<std::string> compilers() {
+    std::vector<std::string> calls;
+    std::istringstream strings(read("-p .debug_str"));
+    for (std::string line; std::getline(strings, line);)
+      if (line.find("GNU C++") != std::string::npos) calls.push_back(line);
+    return calls;
   }
 };
 
@@ -42,14 +56,32 @@ TEST_P(Hardening, TheStackIsNotExecutable) {
 
 TEST_P(Hardening, StacksAreWatched) { EXPECT_THAT(read("--dyn-syms"), HasSubstr("__stack_chk_fail")); }
 
+TEST_P(Hardening, BigFramesAreTouchedPageByPage) {
+  EXPECT_THAT(compilers(), Not(IsEmpty()));
+  EXPECT_THAT(compilers(), Each(HasSubstr("-fstack-clash-protection")));
+}
+
+#ifdef __x86_64__
+TEST_P(Hardening, IndirectJumpsLandOnMarkedPlaces) {
+  EXPECT_THAT(compilers(), Not(IsEmpty()));
+  EXPECT_THAT(compilers(), Each(HasSubstr("-fcf-protection=full")));
+}
+#endif
+
+#if OPTIMISED
+TEST_P(Hardening, TheCLibraryChecksItsBounds) {
+  EXPECT_THAT(read("--dyn-syms"), AnyOf(HasSubstr("printf_chk"), HasSubstr("memcpy_chk")));
+}
+#endif
+
 TEST_P(Hardening, NothingIsLookedUpInFoldersOfTheBuilder) {
   // The build tree itself finds its libraries by an absolute path, never by one relative to where a user stands.
   EXPECT_THAT(read("-d"), Not(ContainsRegex("R(UN)?PATH.*\\[[^/]")));
 }
 
 INSTANTIATE_TEST_SUITE_P(Files, Hardening,
-                         ::testing::Values("bin/rdmd", "bin/minidba", "lib/libqxapi.so.3", "lib/libcs.so.1",
-                                           "lib/libdba.so.1", "lib/librdm.so.1"),
+                         ::testing::Values("bin/rdmd", "bin/minidba", "bin/rdmctl", "lib/libqxapi.so.3",
+                                           "lib/libcs.so.1", "lib/libdba.so.1", "lib/librdm.so.1"),
                          [](const auto &file) {
                            std::string name(file.param);
                            for (char &c : name)
