@@ -4,6 +4,7 @@
 
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 
 #define CHECK(condition)                                                      \
   do {                                                                        \
@@ -12,5 +13,14 @@
       exit(1);                                                                \
     }                                                                         \
   } while (0)
+
+/* CHECK_TEXT shows what the text was instead. */
+#define CHECK_TEXT(text, expected) check_text((text), (expected), __FILE__, __LINE__)
+
+static inline void check_text(const char *text, const char *expected, const char *file, int line) {
+  if (text != NULL && strcmp(text, expected) == 0) return;
+  fprintf(stderr, "%s:%d: \"%s\", not \"%s\"\n", file, line, text == NULL ? "(null)" : text, expected);
+  exit(1);
+}
 
 #endif

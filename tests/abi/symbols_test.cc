@@ -94,16 +94,28 @@ Names declared(const Library &library) {
 
 std::string path_of(const Library &library) { return BINARY_DIR "/lib/lib" + library.name + ".so"; }
 
-/// exported returns "name@@NODE" of every symbol that the library defines for others.
-Names exported(const Library &library) {
-  std::istringstream lines(output_of(NM " -D --defined-only --with-symbol-versions " + path_of(library)));
+/// symbols returns the names in a file's table of dynamic symbols, versions included, less the version nodes.
+Names symbols(const std::string &path, const std::string &options = "") {
+  std::istringstream lines(output_of(NM " -D --with-symbol-versions " + options + " " + path));
   Names names;
   for (std::string line; std::getline(lines, line);) {
-    std::istringstream fields(line);
-    std::string address, type, name;
-    fields >> address >> type >> name;
-    if (type != "A") names.insert(name);  // the version node itself
+    const size_t name = line.rfind(' ') + 1;  // after the address, where there is one, and the type
+    if (line[name - 2] != 'A') names.insert(line.substr(name));
   }
+  return names;
+}
+
+/// exported returns "name@@NODE" of every symbol that the library defines for others.
+Names exported(const Library &library) { return symbols(path_of(library), "--defined-only"); }
+
+/// used returns what the C programs use of a version node. Variables count as defined in a program: it keeps them.
+Names used(const std::string &node) {
+  std::istringstream programs(CALLS);
+  Names names;
+  for (std::string program; std::getline(programs, program, ':');)
+    for (const std::string &symbol : symbols(program))
+      if (const size_t at = symbol.find('@'); at != std::string::npos && symbol.ends_with("@" + node))
+        names.insert(symbol.substr(0, at));
   return names;
 }
 
@@ -113,9 +125,9 @@ Names with_version(const Names &names, const std::string &node) {
   return versioned;
 }
 
-/// dynamic returns the values of a tag in the library's dynamic section.
-Names dynamic(const Library &library, const std::string &tag) {
-  return matches(output_of(READELF " -dW " + path_of(library)), R"(\()" + tag + R"(\)[^\n]*\[([^\]]*)\])");
+/// dynamic returns the values of a tag in the dynamic section of a file.
+Names dynamic(const std::string &path, const std::string &tag) {
+  return matches(output_of(READELF " -dW " + path), R"(\()" + tag + R"(\)[^\n]*\[([^\]]*)\])");
 }
 
 class Abi : public ::testing::TestWithParam<Library> {};
@@ -131,17 +143,27 @@ TEST_P(Abi, VersionScriptListsWhatTheHeadersDeclare) {
 }
 
 TEST_P(Abi, SonameCarriesTheVersion) {
-  EXPECT_THAT(dynamic(GetParam(), "SONAME"), ::testing::ElementsAre(GetParam().soname));
+  EXPECT_THAT(dynamic(path_of(GetParam()), "SONAME"), ::testing::ElementsAre(GetParam().soname));
 }
 
 TEST_P(Abi, LibraryNeedsOnlyTheLayersBelow) {
   Names ours;
   for (const Library &library : libraries()) ours.insert(library.soname);
-  for (const std::string &needed : dynamic(GetParam(), "NEEDED"))
+  for (const std::string &needed : dynamic(path_of(GetParam()), "NEEDED"))
     EXPECT_TRUE(!ours.contains(needed) || GetParam().may_need.contains(needed)) << needed;
+}
+
+TEST_P(Abi, ProgramsInCUseAllThatTheLibraryExports) {
+  EXPECT_THAT(with_version(used(GetParam().node), GetParam().node), ::testing::ContainerEq(exported(GetParam())));
 }
 
 INSTANTIATE_TEST_SUITE_P(Libraries, Abi, ::testing::ValuesIn(libraries()),
                          [](const auto &test) { return test.param.name; });
+
+TEST(SupportLibrary, IsAllThatAProgramLinksForIt) {
+  Names needed = dynamic(SUPPORT_LIBRARY_PROGRAM, "NEEDED");
+  std::erase_if(needed, [](const std::string &name) { return name.find("san.so") != std::string::npos; });
+  EXPECT_THAT(needed, ::testing::ElementsAre("libc.so.6", "libcs.so.1", "libqxapi.so.3"));
+}
 
 }  // namespace
