@@ -235,6 +235,29 @@ TEST_F(Intake, RefusesAHeaderCutByItsLength) {
   }
 }
 
+/// What cuts a header must not pass for its end, whatever character stands there.
+TEST_F(Intake, AHeaderCutBehindABraceInAValueDoesNotParse) {
+  const std::string message = header("status-request", "a}b");
+  const support::Diagnostics diagnostics;
+  EXPECT_EQ(post("/rdm/status-request", message + "\n\n", static_cast<int>(message.find("a}") + 2)), HOST_DONE);
+  expect_refused("Did not receive valid RDM message header.");
+  EXPECT_EQ(diagnostics.text(), "ERROR: Invalid RDMHEADER specification...\n");
+}
+
+/// The object of such a header is closed, so it parses; only the empty line is missing.
+TEST_F(Intake, AClosedHeaderWithoutItsEmptyLineIsReadToTheEndOfInputAndRefused) {
+  const std::string closed = header("status-request");
+  const support::Diagnostics diagnostics;
+  for (const std::string &rest : {std::string("text"), std::string("text\nof two lines\n"), std::string(3, '\0'),
+                                  std::string("{}"), std::string(2000, 'x')}) {
+    EXPECT_EQ(post("/rdm/status-request", closed + rest), HOST_DONE);
+    expect_refused("Did not receive content-length bytes.", rest);
+  }
+  EXPECT_EQ(post("/rdm/status-request", closed, static_cast<int>(closed.size()) + 9), HOST_DONE);
+  expect_refused("Did not receive content-length bytes.", "the input ends early");
+  EXPECT_EQ(diagnostics.text(), "");
+}
+
 TEST_F(Intake, AHeaderThatUsesUpItsLengthIsReadToTheEndOfInputAndRefused) {
   const std::string message = header("status-request") + "\n";
   for (const std::string &trailer : {std::string(), std::string("more of it")}) {
