@@ -68,8 +68,8 @@ void export_paths(const Settings &settings) {
 }
 
 void open_transaction_log(const char *path, Session *sn, Request *rq) {
+  rdm_log_terminate();
   std::memset(logfile, 0, sizeof logfile);
-  logfd = -1;
   if (path == nullptr) return;
   std::string_view(path).copy(logfile, sizeof logfile - 1);
   logfd = host_open_append(logfile);

@@ -2,11 +2,14 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <filesystem>
+#include <regex>
 
 #include "libcs/guard.h"
 #include "service/csid.h"
 #include "service/rdm.h"
 #include "service/schema.h"
+#include "service/support/trace.h"
 #include "support/diagnostics.h"
 #include "support/memory_host.h"
 
@@ -22,6 +25,13 @@ using testing::StartsWith;
 std::string variable(const char *name) {
   const char *value = std::getenv(name);
   return value == nullptr ? "(unset)" : value;
+}
+
+constexpr char missing_key[] = "Parameter '%s' required by rdm-init in configuration file.\n";
+
+std::string missing(const char *key) {
+  std::string text = missing_key;
+  return text.replace(text.find("%s"), 2, key);
 }
 
 /// The environment and the sections outlive an initialisation on purpose, so that the balance is not asserted here.
@@ -61,19 +71,17 @@ class Initialisation : public testing::Test {
            "\ncsid-default=c\ndebug-logfile=" + folder_.path("debug.log") + "\n";
   }
   std::string diagnostics() { return support::read_file(folder_.path("debug.log")); }
+  static std::string without_stamps(const std::string &text) {
+    static const std::regex stamp(R"(\[[^\]\n]*\] +\d+@\d+:(\t)? )");
+    return std::regex_replace(text, stamp, "");
+  }
+  std::string diagnostic_lines() { return without_stamps(diagnostics()); }
 
   TemporaryFolder folder_;
   support::HostRecord &host_ = support::host_record();
   Exchange x_{"", ""};
   std::string stderr_;
 };
-
-constexpr char missing_key[] = "Parameter '%s' required by rdm-init in configuration file.\n";
-
-std::string missing(const char *key) {
-  std::string text = missing_key;
-  return text.replace(text.find("%s"), 2, key);
-}
 
 TEST_F(Initialisation, NeedsAConfig) {
   const pblock_ptr pb(host_param_create(3));
@@ -88,6 +96,82 @@ TEST_F(Initialisation, NeedsAReadableConfig) {
   host_param_add("config", folder_.path("missing").c_str(), pb.get());
   EXPECT_EQ(rdm_init(pb.get(), nullptr, nullptr), -1);
   EXPECT_EQ(host_.reports, std::vector<std::string>{"0 rdm-init: config not readable?\n"});
+}
+
+TEST_F(Initialisation, NeedsAReaderForItsConfig) {
+  const std::string path = folder_.write("rdm.conf", complete());
+  const pblock_ptr pb(host_param_create(3));
+  host_param_add("config", path.c_str(), pb.get());
+  const long descriptors = support::open_descriptors(), blocks = host_.live_blocks;
+  // The block of the configuration, then the reader.
+  for (const int refused : {1, 2}) {
+    host_.reports.clear();
+    host_.fail_allocation = host_.allocations + refused;
+    EXPECT_EQ(rdm_init(pb.get(), nullptr, nullptr), -1);
+    EXPECT_EQ(host_.reports, std::vector<std::string>{"0 rdm-init: config not readable?\n"});
+    EXPECT_EQ(support::open_descriptors(), descriptors);
+    EXPECT_EQ(host_.live_blocks, blocks);
+  }
+  EXPECT_EQ(host_param_find("error", pb.get()), nullptr);
+}
+
+TEST_F(Initialisation, AConfigThatIsAFolderHasNoKeys) {
+  const pblock_ptr pb(host_param_create(3));
+  host_param_add("config", folder_.path().c_str(), pb.get());
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(rdm_init(pb.get(), nullptr, nullptr), -1);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), missing("bindir"));
+}
+
+/// What is reported for a request names it to the host.
+TEST_F(Initialisation, ReportsWithTheSessionAndRequestOfItsCaller) {
+  static const Session *session;
+  static const Request *request;
+  qxapi_host host = support::memory_host();
+  host.report_error = [](int, const char *, Session *sn, Request *rq, const char *, va_list) {
+    session = sn;
+    request = rq;
+  };
+  qxapi_bind(&host);
+  EXPECT_EQ(init(complete() + "logfile=" + folder_.path("missing/transactions.log") + "\n"), 0);
+  EXPECT_EQ(session, &x_.session);
+  EXPECT_EQ(request, &x_.request);
+  session = nullptr;
+  const pblock_ptr pb(host_param_create(3));
+  host_param_add("config", folder_.path("missing").c_str(), pb.get());
+  EXPECT_EQ(rdm_init(pb.get(), &x_.session, nullptr), -1);
+  EXPECT_EQ(session, &x_.session);
+  EXPECT_EQ(request, nullptr);
+}
+
+TEST_F(Initialisation, AsksItsHostInOrder) {
+  const std::string transactions = folder_.path("transactions.log");
+  const std::string lines = complete() + "logfile=" + transactions + "\n";
+  const support::Trace trace;
+  EXPECT_EQ(init(lines), 0);
+  const std::vector<std::string> expected = {
+      "param_create 3",
+      "param_create 15",
+      "open_read " + folder_.path("rdm.conf"),
+      "buffer_open 4096",
+      "buffer_close",
+      "open_append " + folder_.path("debug.log"),
+      "crit_create",
+      "crit_create",
+      "open_append " + transactions,
+      "register_exit",
+      "open_read " + folder_.path("csid.conf"),
+      "buffer_open 8192",
+      "param_create 7",
+      "buffer_close",
+      "register_exit",
+      "write_log ERROR: Cannot initialize schema translator: (null)\n",
+      "register_exit",
+      "write_log RDM server is on-line.\n",
+  };
+  std::vector<std::string> calls = trace.calls();
+  for (std::string &call : calls) call = without_stamps(call);
+  EXPECT_EQ(calls, expected);
 }
 
 TEST_F(Initialisation, CompletesAndSaysSo) {
@@ -115,6 +199,31 @@ TEST_F(Initialisation, SkipsCommentsAndReadsSeveralPairsALine) {
   EXPECT_EQ(variable("TMPDIR"), "/var/tmp");
   EXPECT_EQ(variable("QXCS_DEBUG_LOGLEVEL"), "3");
   EXPECT_EQ(_cslog_level, 3);
+}
+
+TEST_F(Initialisation, LinesAreCutAtTheirLimit) {
+  const std::string start = complete(), key = "tmpdir=", value(8191 - key.size(), 't');
+  EXPECT_EQ(init(start + key + value + "\n"), 0);
+  EXPECT_EQ(variable("TMPDIR"), value);
+  EXPECT_EQ(init(start + key + value + "x csid-default=d\ndebug-loglevel=2\n"), 0);
+  EXPECT_EQ(variable("TMPDIR"), value);
+  EXPECT_EQ(variable("QXCS_DEBUG_LOGLEVEL"), "2") << "the next line is read from its start";
+}
+
+TEST_F(Initialisation, OfEqualKeysTheFirstCounts) {
+  EXPECT_EQ(init("bindir=/first bindir=/second\n" + complete() + "csid-default=d\n"), 0);
+  EXPECT_EQ(variable("PATH"), "/first:/usr/bin:/bin");
+  EXPECT_STREQ(csid_default(nullptr), "c");
+}
+
+TEST_F(Initialisation, ALevelIsReadAsANumber) {
+  const std::pair<const char *, const char *> rows[] = {
+      {"7", "7"}, {"-3", "-3"}, {"2x", "2"}, {"many", "0"}, {"", "0"}};
+  for (const auto &[text, level] : rows) {
+    EXPECT_EQ(init("debug-loglevel=\"" + std::string(text) + "\"\n" + complete()), 0) << text;
+    EXPECT_EQ(variable("QXCS_DEBUG_LOGLEVEL"), level) << text;
+    EXPECT_EQ(std::to_string(_cslog_level), level) << text;
+  }
 }
 
 TEST_F(Initialisation, LevelZeroIsSilent) {
@@ -148,6 +257,20 @@ TEST_F(Initialisation, ReportsTheFirstMissingKeyInOrder) {
   }
 }
 
+TEST_F(Initialisation, WhatWasSetUpBeforeAMissingKeyStays) {
+  EXPECT_EQ(init("bindir=/b tmpdir=/t logfile=" + folder_.path("transactions.log") + " csid-default=c\n"), -1);
+  EXPECT_EQ(variable("PATH"), "/b:/usr/bin:/bin");
+  EXPECT_EQ(variable("TMPDIR"), "/t");
+  EXPECT_NE(logfd, -1);
+  EXPECT_EQ(host_.exits.size(), 1u);
+
+  csid_terminate();
+  EXPECT_EQ(init("bindir=/b csid-config=" + csid_file() + "\n"), -1);
+  EXPECT_EQ(csid_find("c"), nullptr);
+  EXPECT_EQ(csid_default(nullptr), nullptr);
+  EXPECT_EQ(host_.exits.size(), 1u);
+}
+
 TEST_F(Initialisation, SetsUpLogAndSectionsBeforeItMissesAKey) {
   rdm_log_crit = rdm_service_crit = nullptr;
   EXPECT_EQ(init("logfile=" + folder_.path("transactions.log") + "\n"), -1);
@@ -159,11 +282,15 @@ TEST_F(Initialisation, SetsUpLogAndSectionsBeforeItMissesAKey) {
 }
 
 TEST_F(Initialisation, LeavesTheErrorInTheConfigurationBlock) {
-  const pblock_ptr config(host_param_create(3));
-  testing::internal::CaptureStderr();
-  EXPECT_EQ(rdm_init_real(config.get(), nullptr, nullptr), -1);
-  testing::internal::GetCapturedStderr();
-  EXPECT_EQ(host_param_find("error", config.get()), missing("bindir"));
+  for (const char *key : {"bindir", "csid-config", "csid-default"}) {
+    const pblock_ptr config(host_param_create(3));
+    for (const char *other : {"bindir", "csid-config", "csid-default"})
+      if (std::string(other) != key) host_param_add(other, "/o", config.get());
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(rdm_init_real(config.get(), nullptr, nullptr), -1);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), missing(key));
+    EXPECT_EQ(host_param_find("error", config.get()), missing(key));
+  }
 }
 
 TEST_F(Initialisation, FailsWithoutCriticalSections) {
@@ -171,6 +298,24 @@ TEST_F(Initialisation, FailsWithoutCriticalSections) {
   EXPECT_EQ(init(complete()), -1);
   EXPECT_THAT(diagnostics(), HasSubstr(" WARNING: Critical section allocation failure.\n"));
   EXPECT_EQ(variable("QXCS_DEBUG_LOGLEVEL"), "(unset)");
+}
+
+TEST_F(Initialisation, FailsWithoutEitherSection) {
+  static int asked, refused;
+  qxapi_host host = support::memory_host();
+  host.crit_create = [] { return ++asked == refused ? nullptr : support::memory_host().crit_create(); };
+  qxapi_bind(&host);
+  for (refused = 1; refused <= 2; ++refused) {
+    asked = 0;
+    std::filesystem::remove(folder_.path("debug.log"));
+    EXPECT_EQ(init(complete()), -1) << refused;
+    EXPECT_EQ(diagnostic_lines(), "WARNING: Critical section allocation failure.\n");
+    EXPECT_EQ(variable("QXCS_DEBUG_LOGLEVEL"), "(unset)");
+  }
+  refused = asked + 1;
+  std::filesystem::remove(folder_.path("debug.log"));
+  EXPECT_EQ(init("debug-loglevel=0\n" + complete()), -1);
+  EXPECT_EQ(diagnostics(), "");
 }
 
 TEST_F(Initialisation, OpensTheTransactionLogForAppending) {
@@ -207,6 +352,7 @@ TEST_F(Initialisation, RegistersTheExitsInOrder) {
   EXPECT_NE(csid_find("c"), nullptr);
   host_.exits[1].first(host_.exits[1].second);
   EXPECT_EQ(csid_find("c"), nullptr);
+  host_.exits[2].first(host_.exits[2].second);
 }
 
 TEST_F(Initialisation, RegistersNoLogExitWithoutATransactionLog) {
@@ -232,6 +378,43 @@ TEST_F(Initialisation, GoesOnWithoutASchema) {
   EXPECT_EQ(init(complete()), 0);
   EXPECT_THAT(diagnostics(), HasSubstr(" ERROR: Cannot initialize schema translator: (null)\n"));
   EXPECT_THAT(diagnostics(), HasSubstr("RDM server is on-line.\n"));
+}
+
+TEST_F(Initialisation, DiagnosticsComeInTheOrderOfTheSteps) {
+  const std::string lines = complete();
+  csid_file("csid=\"other\" alias-file=/nowhere\n");
+  EXPECT_EQ(init(lines), 0);
+  EXPECT_EQ(diagnostic_lines(),
+            "ERROR: alias_init: Can't open /nowhere: No such file or directory\n"
+            "ERROR: alias_init failed for other\n"
+            "ERROR: Invalid default <CSID:c>!\n"
+            "ERROR: Cannot initialize schema translator: (null)\n"
+            "RDM server is on-line.\n");
+}
+
+TEST_F(Initialisation, GoesOnWithoutAReadableRegistry) {
+  EXPECT_EQ(init("bindir=/b csid-config=/nowhere csid-default=c debug-logfile=" + folder_.path("debug.log")), 0);
+  EXPECT_EQ(diagnostic_lines(),
+            "ERROR: csid_init: /nowhere: No such file or directory\n"
+            "ERROR: Cannot initialize schema translator: (null)\n"
+            "RDM server is on-line.\n");
+  EXPECT_STREQ(csid_default(nullptr), "c");
+  EXPECT_EQ(host_.exits.size(), 2u);
+}
+
+/// A host that starts the service anew without having run the exits must not lose a descriptor each time.
+TEST_F(Initialisation, AnotherOneClosesTheTransactionLogOfTheOneBefore) {
+  const std::string with_log = complete() + "logfile=" + folder_.path("transactions.log") + "\n";
+  EXPECT_EQ(init(with_log), 0);
+  const host_fd before = logfd;
+  cslog_terminate();
+  EXPECT_EQ(init(with_log), 0);
+  EXPECT_EQ(logfd, before) << "the lowest descriptor is free again";
+  cslog_terminate();
+  EXPECT_EQ(init(complete()), 0);
+  EXPECT_EQ(logfd, -1);
+  EXPECT_STREQ(logfile, "");
+  EXPECT_EQ(host_close(before), -1);
 }
 
 TEST_F(Initialisation, CanBeRepeated) {
