@@ -257,7 +257,7 @@ int rdm_type(pblock *, Session *, Request *rq) noexcept {
   const char *uri = host_param_find("uri", rq->line);
   if (uri == nullptr || !ascii::istarts_with(uri, uri_prefix)) return HOST_NOT_HANDLED;
   if (rq->response != nullptr) {
-    if (host_param_find_entry("content-type", rq->response, 0) != nullptr)
+    while (host_param_find_entry("content-type", rq->response, 0) != nullptr)
       pblock_remove_n_free("content-type", rq->response);
     host_param_add("content-type", "application/x-rdm", rq->response);
   }

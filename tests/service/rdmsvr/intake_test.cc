@@ -5,6 +5,7 @@
 
 #include "service/rdm.h"
 #include "service/support/catalog.h"
+#include "service/support/trace.h"
 #include "support/diagnostics.h"
 #include "support/memory_host.h"
 
@@ -148,6 +149,34 @@ TEST_F(Intake, RefusesAPostWithoutAUsableLength) {
     EXPECT_EQ(serve(x), HOST_DONE);
     expect_refused("Content-length is undefined or too long.", length != nullptr ? length : "no header");
   }
+}
+
+TEST_F(Intake, ReadsTheLengthAsANumber) {
+  const std::string message = header("status-request") + "\n\n";
+  const std::string length = std::to_string(message.size());
+  for (const std::string &text : {"+" + length, " \t" + length, length + "x", length + ".9", "000" + length}) {
+    Exchange x("POST", "/rdm/status-request", message);
+    x.header("content-length", text);
+    EXPECT_EQ(serve(x), HOST_DONE);
+    EXPECT_EQ(host.sent, online) << text;
+  }
+}
+
+TEST_F(Intake, TakesNoMoreThanTheLengthAnnounced) {
+  const std::string message = header("status-request") + "\n" + "\n\nbody\n\n";
+  Exchange x("POST", "/rdm/status-request", message + "the next request");
+  x.header("content-length", std::to_string(message.size()));
+  EXPECT_EQ(serve(x), HOST_DONE);
+  EXPECT_EQ(host.sent, online);
+  EXPECT_EQ(x.session.input->position, static_cast<int32_t>(message.size()));
+}
+
+TEST_F(Intake, AGetTakesNothingFromTheInput) {
+  Exchange x("GET", "/rdm/status-request", "a body");
+  x.header("content-length", "6");
+  EXPECT_EQ(serve(x), HOST_DONE);
+  EXPECT_EQ(host.sent, online);
+  EXPECT_EQ(x.session.input->position, 0);
 }
 
 TEST_F(Intake, RefusesAGetThatAnnouncesTooMuch) {
@@ -294,6 +323,76 @@ TEST_F(Intake, CarriageReturnsDoNotBreakTheEmptyLine) {
   EXPECT_EQ(host.sent, online);
 }
 
+TEST_F(Intake, OnlyCarriageReturnsMayStandWithinTheEmptyLine) {
+  const std::pair<const char *, bool> rows[] = {{"\n", true},    {"\r\n", true},  {"\r\r\n", true}, {" \n", false},
+                                                {"\t\n", false}, {"\v\n", false}, {"\f\n", false}};
+  for (const auto &[line, ends] : rows) {
+    EXPECT_EQ(post("/rdm/status-request", header("status-request") + line + "body"), HOST_DONE);
+    if (ends)
+      EXPECT_EQ(host.sent, online) << line;
+    else
+      expect_refused("Did not receive content-length bytes.", line);
+  }
+}
+
+TEST_F(Intake, CarriageReturnsOfAHeaderBecomeBlanksAndOtherBytesStayAsTheyAre) {
+  EXPECT_EQ(post("/rdm/status-request", header("status-request", "a\rb\xff\x80\tc") + "\nbody"), HOST_DONE);
+  expect_refused("Unknown CSID: a b\xff\x80\tc\n");
+}
+
+TEST_F(Intake, TheHeaderEndsAtAnEmptyLineEvenWithinAValue) {
+  EXPECT_EQ(post("/rdm/status-request", header("status-request", "a\n\nb") + "\nbody"), HOST_DONE);
+  expect_refused("Unknown CSID: a\n\xff\xff\n");
+}
+
+/// The whole request is inside the section, and a refusal is answered before it is reported.
+TEST_F(Intake, AsksItsHostInOrder) {
+  Exchange x("GET", "/rdm/status-request"), y("PUT", "/rdm/status-request");
+  const support::Trace trace;
+  EXPECT_EQ(serve(x), HOST_DONE);
+  EXPECT_EQ(serve(y), HOST_DONE);
+  EXPECT_EQ(trace.calls(),
+            (std::vector<std::string>{
+                "enter service", "param_create 7", "set_status 200", "start_response", "net_write 79", "exit service",
+                "enter service", "set_status 200", "start_response",
+                "net_write " + std::to_string(refusal("Malformed RDM request - Use POST method.").size()),
+                "report_error 0 rdm-service: Malformed RDM request - Use POST method.", "exit service"}));
+}
+
+TEST_F(Intake, WithoutTheSectionAnswersTheSame) {
+  Exchange x("GET", "/rdm/status-request");
+  const support::Trace trace;
+  EXPECT_EQ(_real_rdm_service(nullptr, &x.session, &x.request), HOST_DONE);
+  EXPECT_EQ(host.sent, online);
+  EXPECT_EQ(trace.calls(),
+            (std::vector<std::string>{"param_create 7", "set_status 200", "start_response", "net_write 79"}));
+}
+
+/// A handler that has sent its answer leaves nothing to send.
+TEST_F(Intake, AnswersThatTheirHandlerSendsGoOutOnce) {
+  support::Catalog catalog(folder_);
+  const std::string record = soif("DOCUMENT", "u", {{"title", "T"}});
+  catalog.put(1, record);
+  catalog.index({{1000, 1}});
+  const support::Registry registry(
+      folder_, "csid=\"" + std::string(books) + "\" catalog-database=\"" + catalog.path() + "\"\n", books);
+  const std::string message = soif("RDMHEADER", "-",
+                                   {{"rdm-version", "1.0"},
+                                    {"rdm-type", "rd-request"},
+                                    {"rdm-query-language", "gatherer"},
+                                    {"catalog-service-id", books}}) +
+                              "\n\n\n\r\n" + soif("RDMQUERY", "-", {{"scope", "all"}});
+  Exchange x("POST", "/rdm/rd-request", message);
+  x.header("content-length", std::to_string(message.size()));
+  EXPECT_EQ(rdm_type(nullptr, &x.session, &x.request), HOST_DONE);
+  EXPECT_EQ(serve(x), HOST_DONE);
+  EXPECT_EQ(host.sent, soif("RDMHEADER", "-", {{"rdm-version", "1.0"}, {"rdm-type", "rd-response"}}) + "\n\n" + record);
+  EXPECT_EQ(host.responses_started, 1);
+  EXPECT_EQ(x.responses("content-type"), 1);
+  EXPECT_EQ(x.responses("content-length"), 1);
+  EXPECT_EQ(x.response("content-length"), std::to_string(host.sent.size()));
+}
+
 struct UriRow {
   int32_t type;
   const char *name;
@@ -367,8 +466,24 @@ TEST_F(Intake, ChecksComeInOrder) {
   EXPECT_EQ(serve(z), HOST_DONE);
   expect_refused("Content-length is undefined or too long.");
 
+  Exchange encoded("GET", "/rdm/incoming");
+  encoded.header("content-encoding", "x-gzip");
+  EXPECT_EQ(serve(encoded), HOST_DONE);
+  expect_refused("Unsupported content-encoding.", "before the type is missed");
+
+  Exchange queried("PUT", "/elsewhere");
+  queried.query("a=b");
+  EXPECT_EQ(serve(queried), HOST_DONE);
+  expect_refused("Malformed RDM request - Use GET method.");
+
+  EXPECT_EQ(post("/rdm/rd-request", soif("RDMHEADER", "-", {{"rdm-type", "status-request"}}) + "\n\n"), HOST_DONE);
+  expect_refused("Did not receive valid RDM message header.", "before the URI is compared");
+
   EXPECT_EQ(post("/rdm/rd-request", header("status-request", "unconfigured") + "\n\n"), HOST_DONE);
   expect_refused("Did not receive valid URI for RDM header.");
+
+  EXPECT_EQ(post("/rdm/status-request", header("status-request", "unconfigured") + "\n"), HOST_DONE);
+  expect_refused("Unknown CSID: unconfigured\n", "before the body is read");
 }
 
 TEST_F(Intake, AnswersOtherMessagesThatTheyAreNotSupported) {
@@ -429,6 +544,11 @@ TEST_F(Intake, TypeStepSetsTheContentTypeOfItsOwnUris) {
     EXPECT_EQ(x.response("content-type"), "application/x-rdm") << uri;
     EXPECT_EQ(x.responses("content-type"), 1) << uri;
   }
+  Exchange twice("GET", "/rdm/incoming");
+  for (const char *type : {"text/html", "text/plain"}) host_param_add("content-type", type, twice.request.response);
+  EXPECT_EQ(rdm_type(nullptr, &twice.session, &twice.request), HOST_DONE);
+  EXPECT_EQ(twice.response("content-type"), "application/x-rdm");
+  EXPECT_EQ(twice.responses("content-type"), 1) << "whatever was there is gone";
   Exchange without("GET", "/rdm/incoming");
   pblock *block = without.request.response;
   without.request.response = nullptr;
