@@ -262,6 +262,26 @@ TEST_F(Csid, AServiceWhoseAliasFileFailsHasNoMaps) {
                                     "ERROR: alias_init failed for one\n");
 }
 
+TEST_F(Csid, ProblemsAreReportedInTheOrderOfTheSteps) {
+  EXPECT_EQ(init(numbered_services(64) + "csid=a\n" + "alias-file=/nowhere\n", "none"), 0);
+  const std::string more = "ERROR: csid_init: " + file() + ": More than 63 services, ";
+  EXPECT_EQ(diagnostics.text(),
+            more + "<CSID:c64> ignored\n" + more + "<CSID:a> ignored\n" + "ERROR: Invalid default <CSID:none>!\n");
+  EXPECT_EQ(init("csid=a alias-file=/nowhere\ncsid=b alias-file=/nowhere\n", "none"), 0);
+  const std::string missing = "ERROR: alias_init: Can't open /nowhere: No such file or directory\n";
+  EXPECT_TRUE(diagnostics.text().ends_with(missing + "ERROR: alias_init failed for a\n" + missing +
+                                           "ERROR: alias_init failed for b\n" +
+                                           "ERROR: Invalid default <CSID:none>!\n"))
+      << diagnostics.text();
+}
+
+/// The default is compared with the services there are, whoever set it.
+TEST_F(Csid, ADefaultOfBeforeIsComparedToo) {
+  csid_default("before");
+  EXPECT_EQ(init("csid=one\n"), 0);
+  EXPECT_EQ(diagnostics.text(), "ERROR: Invalid default <CSID:before>!\n");
+}
+
 TEST_F(Csid, ReadingAgainReplacesTheServices) {
   const std::string alias = folder.write("one.alias", "p a\n");
   EXPECT_EQ(init("csid=one a=1 alias-file=" + alias + "\ncsid=two\n", "one"), 0);

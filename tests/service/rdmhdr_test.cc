@@ -179,6 +179,41 @@ TEST_F(RdmHeader, WithoutACatalogTakesTheDefaultOrUnknown) {
   EXPECT_STREQ(header_->csid, "unknown");
 }
 
+TEST_F(RdmHeader, KeepsACatalogThatIsEmpty) {
+  const support::TemporaryFolder folder;
+  const support::Registry registry(folder, "csid=\"x-catalog://h:1/n\"\n", "x-catalog://h:1/n");
+  ASSERT_EQ(parse(header_with({{"rdm-version", "1.0"}, {"catalog-service-id", ""}})), 0);
+  EXPECT_STREQ(header_->csid, "");
+}
+
+TEST_F(RdmHeader, IsResetEvenWhereItDoesNotParse) {
+  const std::string bad[] = {"", "hello", support::soif("RDMQUERY", "-", {{"rdm-version", "1.0"}}),
+                             header_with({{"rdm-type", "rd-request"}}), header_with({{"rdm-version", "2"}})};
+  for (const std::string &text : bad) {
+    header_->type = RDM_RD_RESPONSE;
+    for (char **field :
+         {&header_->query_language, &header_->response_interpret, &header_->csid, &header_->error_message})
+      *field = host_strdup("old");
+    header_->error_code = 5;
+    EXPECT_NE(parse(text), 0) << text;
+    expect_reset();
+  }
+}
+
+TEST_F(RdmHeader, ReadsAnErrorCodeAsANumber) {
+  const std::pair<const char *, int32_t> rows[] = {
+      {"7", 7}, {"-7", -7}, {"0x10", 0}, {"", 0}, {"seven", 0}, {"\t12.5", 12}, {"99999999999", INT32_MAX}};
+  for (const auto &[text, code] : rows) {
+    ASSERT_EQ(parse(header_with({{"rdm-version", "1.0"}, {"rdm-error-code", text}})), 0) << text;
+    EXPECT_EQ(header_->error_code, code) << text;
+  }
+}
+
+TEST_F(RdmHeader, ComparesTheWholeVersion) {
+  for (const char *version : {"1", "1.00", "1.0 ", "", "01.0"})
+    EXPECT_EQ(parse(header_with({{"rdm-version", version}})), 2) << version;
+}
+
 TEST_F(RdmHeader, IsReadFromTheBuffersReadPosition) {
   const csio_ptr io = buffer_of("junk" + header_with({{"rdm-version", "1.0"}, {"rdm-type", "status-request"}}));
   char skipped[4];

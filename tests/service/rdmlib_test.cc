@@ -95,7 +95,6 @@ TEST_F(Handlers, EveryMessageWithoutAHandlerIsNotSupported) {
 
 TEST_F(Handlers, NeverCompress) {
   for (int32_t type = 0; type <= 13; ++type) {
-    if (type == RDM_RD_REQUEST) continue;
     respond(type);
     EXPECT_EQ(gzip_, 0) << type;
   }
@@ -163,6 +162,27 @@ TEST_F(Handlers, DescriptionsWhoseFileIsMissingAreUnavailable) {
     EXPECT_EQ(respond(row.request), 0);
     EXPECT_EQ(output(), answer(row.response, row.unavailable));
   }
+}
+
+/// Whatever can be looked at is named; what cannot be read after all is for delivery to report.
+TEST_F(Handlers, ADescriptionThatIsAFolderIsNamedLikeAFile) {
+  const support::TemporaryFolder folder;
+  const support::Registry registry(folder,
+                                   "csid=\"" + std::string(csid) + "\" server-description=" + folder.path() + "\n");
+  EXPECT_EQ(respond(RDM_SERVER_REQUEST), 0);
+  EXPECT_EQ(output_->filename, folder.path());
+}
+
+TEST_F(Handlers, AnAnswerInAFileIsGoneBeforeTheDescriptionIsNamed) {
+  const support::TemporaryFolder folder;
+  const std::string path = folder.write("description", "text");
+  const support::Registry registry(folder, "csid=\"" + std::string(csid) + "\" server-description=\"" + path + "\"\n");
+  append_text(output_.get(), std::string(40000, 'x'));
+  const std::string temporary = output_->filename;
+  EXPECT_EQ(respond(RDM_SERVER_REQUEST), 0);
+  EXPECT_FALSE(support::file_exists(temporary));
+  EXPECT_EQ(output_->filename, path);
+  EXPECT_EQ(output_->length, 4u);
 }
 
 TEST_F(Handlers, DescriptionsOfAHeaderWithoutACatalogAreUnavailable) {

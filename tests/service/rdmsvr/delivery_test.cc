@@ -2,6 +2,7 @@
 
 #include "libcs/guard.h"
 #include "service/rdm.h"
+#include "service/support/trace.h"
 #include "support/diagnostics.h"
 #include "support/memory_host.h"
 
@@ -39,6 +40,53 @@ TEST_F(Delivery, HeaderOfTheLargestLength) {
 TEST_F(Delivery, HeaderOfNoLengthHasNone) {
   rdm_send_http_header(0, &x_.session, &x_.request);
   EXPECT_EQ(x_.responses("content-length"), 0);
+}
+
+TEST_F(Delivery, HeaderIsCompleteBeforeItGoesOut) {
+  static std::string seen;
+  qxapi_host table = support::memory_host();
+  table.start_response = [](Session *, Request *rq) {
+    for (const char *name : {"content-type", "content-length"}) {
+      const char *value = host_param_find(name, rq->response);
+      seen += std::string(value == nullptr ? "(none)" : value) + " ";
+    }
+    seen += std::to_string(rq->status);
+    return 42;
+  };
+  qxapi_bind(&table);
+  x_.request.status = 500;
+  EXPECT_EQ(rdm_send_http_header(7, &x_.session, &x_.request), 42) << "the result is the host's";
+  EXPECT_EQ(seen, "application/x-rdm 7 200");
+}
+
+TEST_F(Delivery, AHeaderThatTheHostRefusesDoesNotStopTheAnswer) {
+  qxapi_host table = support::memory_host();
+  table.start_response = [](Session *, Request *) -> int { return HOST_ABORT; };
+  qxapi_bind(&table);
+  EXPECT_EQ(send(buffer_of("answer")), 0);
+  EXPECT_EQ(host.sent, "answer");
+}
+
+TEST_F(Delivery, AsksItsHostInOrder) {
+  Exchange file("GET", "/rdm/incoming");
+  const support::Trace trace;
+  EXPECT_EQ(send(buffer_of("answer")), 0);
+  csio *result = buffer_of(std::string(50000, 'x'), 32768);
+  const std::string path = result->filename;
+  EXPECT_EQ(rdm_send_result(1, result, &file.session, &file.request), 0);
+  const std::vector<std::string> expected = {"set_status 200",   "start_response", "net_write 6",
+                                             "set_status 200",   "start_response", "open_read " + path,
+                                             "buffer_open 4096", "buffer_send",    "buffer_close"};
+  EXPECT_EQ(trace.calls(), expected);
+}
+
+TEST_F(Delivery, OfFileAndMemoryTheFileIsSent) {
+  csio *result = buffer_of("memory");
+  csio_dup2file(result);
+  ASSERT_EQ(result->flags, 0x11u);
+  support::write_file(result->filename, "a file");
+  EXPECT_EQ(send(result), 0);
+  EXPECT_EQ(host.sent, "a file");
 }
 
 TEST_F(Delivery, HeaderKeepsWhatIsAlreadySet) {
@@ -91,6 +139,20 @@ TEST_F(Delivery, ReportsAFileThatCannotBeTransmitted) {
   host.fail_net_write = true;
   EXPECT_EQ(send(buffer_of(std::string(50000, 'x'), 32768)), -1);
   EXPECT_EQ(host.reports, std::vector<std::string>{"0 rdm-service: RDM Error during transmission.\n"});
+}
+
+TEST_F(Delivery, ReportsAFileWithoutAReader) {
+  csio *result = buffer_of(std::string(50000, 'x'), 32768);
+  csio_finish(result);
+  const std::string path = result->filename;
+  const long descriptors = support::open_descriptors();
+  qxapi_host table = support::memory_host();
+  table.buffer_open = [](host_fd, int) -> host_buffer * { return nullptr; };
+  qxapi_bind(&table);
+  EXPECT_EQ(send(result), -1);
+  EXPECT_EQ(host.reports, std::vector<std::string>{"0 rdm-service: RDM Result is not readable?\n"});
+  EXPECT_EQ(support::open_descriptors(), descriptors);
+  EXPECT_FALSE(support::file_exists(path));
 }
 
 TEST_F(Delivery, ReportsAFileThatIsGone) {

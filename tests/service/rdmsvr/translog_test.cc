@@ -3,6 +3,8 @@
 #include <regex>
 
 #include "service/rdm.h"
+#include "service/support/trace.h"
+#include "support/environment.h"
 #include "support/files.h"
 #include "support/memory_host.h"
 
@@ -35,6 +37,79 @@ TEST_F(TransactionLog, LinesHaveTheCommonLayout) {
                                std::regex(R"(192\.0\.2\.7 - - \[\d\d/[A-Z][a-z][a-z]/\d{4}:\d\d:\d\d:\d\d -0000\] )"
                                           R"("STATUS OK sent" 200 17\n)")))
       << x.var("rdm-log-message");
+}
+
+/// The log's example, to the byte, whatever the time zone.
+TEST_F(TransactionLog, LinesCarryTheTimeInUtc) {
+  const support::Environment zone("TZ", "XYZ-5:30");
+  qxapi_host table = support::memory_host();
+  table.gmtime = [](const time_t *, struct tm *out) {
+    const time_t then = 1794800467;
+    return ::gmtime_r(&then, out);
+  };
+  qxapi_bind(&table);
+  Exchange x("GET", "/rdm/incoming");
+  EXPECT_EQ(rdm_log_add("STATUS OK sent", nullptr, nullptr, &x.session, &x.request), 0);
+  EXPECT_EQ(x.var("rdm-log-message"), "192.0.2.7 - - [16/Nov/2026:03:41:07 -0000] \"STATUS OK sent\" - -\n");
+
+  table.gmtime = [](const time_t *, struct tm *) -> struct tm * { return nullptr; };
+  qxapi_bind(&table);
+  Exchange y("GET", "/rdm/incoming");
+  EXPECT_EQ(rdm_log_add("m", "a", "b", &y.session, &y.request), 0);
+  EXPECT_EQ(y.var("rdm-log-message"), "192.0.2.7 - - [] \"m\" a b\n") << "no time is an empty text";
+}
+
+TEST_F(TransactionLog, LinesCarryThePresentTime) {
+  static time_t asked;
+  qxapi_host table = support::memory_host();
+  table.gmtime = [](const time_t *t, struct tm *out) {
+    asked = *t;
+    return ::gmtime_r(t, out);
+  };
+  qxapi_bind(&table);
+  const time_t before = std::time(nullptr);
+  Exchange x("GET", "/rdm/incoming");
+  rdm_log_add("m", nullptr, nullptr, &x.session, &x.request);
+  EXPECT_GE(asked, before);
+  EXPECT_LE(asked, std::time(nullptr));
+}
+
+TEST_F(TransactionLog, ALineThatDoesNotFitInMemoryIsNotLeft) {
+  Exchange x("GET", "/rdm/incoming");
+  for (int refused = 1; refused <= 4; ++refused) {
+    host.fail_allocation = host.allocations + refused;
+    EXPECT_EQ(rdm_log_add("m", nullptr, nullptr, &x.session, &x.request), -1) << refused;
+    EXPECT_EQ(x.var("rdm-log-message"), "") << refused;
+  }
+}
+
+/// Each line is one write, inside the section of the log and no other.
+TEST_F(TransactionLog, LinesAreWrittenAtOnceInsideTheirSection) {
+  Exchange x("GET", "/rdm/incoming");
+  host_param_add("rdm-log-message", "the line\n", x.request.vars);
+  const support::Trace trace;
+  EXPECT_EQ(rdm_log(nullptr, &x.session, &x.request), 0);
+  EXPECT_EQ(trace.calls(), (std::vector<std::string>{"enter log", "write_log the line\n", "exit log"}));
+}
+
+TEST_F(TransactionLog, WithNothingToWriteTheSectionIsLeftAlone) {
+  Exchange x("GET", "/rdm/incoming"), y("GET", "/rdm/incoming");
+  const support::Trace trace;
+  rdm_log(nullptr, &x.session, &x.request);
+  host_param_add("rdm-log-message", "", x.request.vars);
+  rdm_log(nullptr, &x.session, &x.request);
+  host_param_add("rdm-log-message", "the line\n", y.request.vars);
+  rdm_log_terminate();
+  rdm_log(nullptr, &y.session, &y.request);
+  EXPECT_EQ(trace.calls(), std::vector<std::string>{});
+}
+
+TEST_F(TransactionLog, ErrorsInWritingAreIgnored) {
+  rdm_log_terminate();
+  logfd = host_open_write("/dev/full");
+  Exchange x("GET", "/rdm/incoming");
+  host_param_add("rdm-log-message", "the line\n", x.request.vars);
+  EXPECT_EQ(rdm_log(nullptr, &x.session, &x.request), 0);
 }
 
 TEST_F(TransactionLog, MissingTextsPrintAsDashes) {

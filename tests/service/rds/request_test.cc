@@ -110,9 +110,11 @@ std::string at(time_t time) {
 
 TEST_F(Request, SinceATimeSendsWhatChangedFromThenOn) {
   const std::pair<std::string, std::vector<int>> rows[] = {
-      {"since " + at(500), {1, 2, 3, 4}}, {"since:" + at(1500), {2, 3, 4}}, {"SINCE=" + at(2000), {2, 3, 4}},
-      {"since\t" + at(2500), {3, 4}},     {"since " + at(3500), {}},        {"since " + at(4000), {}},
-      {"since " + at(9999), {}},
+      {"since " + at(500), {1, 2, 3, 4}}, {"since:" + at(1500), {2, 3, 4}},
+      {"SINCE=" + at(2000), {2, 3, 4}},   {"since\t" + at(2500), {3, 4}},
+      {"since " + at(3500), {}},          {"since " + at(4000), {}},
+      {"since " + at(9999), {}},          {"since Fri, 01 Jan 2200 00:00:00 GMT", {}},
+      {"since " + at(3000), {3, 4}},      {"since " + at(0), {1, 2, 3, 4}},
   };
   for (const auto &[scope, numbers] : rows) {
     EXPECT_EQ(query({{"scope", scope}}), 1) << scope;
@@ -141,8 +143,10 @@ TEST_F(Request, TheCharacterAfterSinceIsLost) {
 
 TEST_F(Request, ViewHitsLimitsTheKeys) {
   const std::pair<const char *, std::vector<int>> rows[] = {
-      {"2", {1, 2}},     {"0", {1, 2, 3, 4}}, {"many", {1, 2, 3, 4}}, {"", {1, 2, 3, 4}}, {"100", {1, 2, 3, 4}},
-      {" 1 or so", {1}}, {"-1", {}},
+      {"2", {1, 2}},       {"0", {1, 2, 3, 4}},           {"many", {1, 2, 3, 4}},
+      {"", {1, 2, 3, 4}},  {"100", {1, 2, 3, 4}},         {" 1 or so", {1}},
+      {"-1", {}},          {"99999999999", {1, 2, 3, 4}}, {"-99999999999", {}},
+      {"4", {1, 2, 3, 4}},
   };
   for (const auto &[hits, numbers] : rows) {
     EXPECT_EQ(query({{"scope", "all"}, {"view-hits", hits}}), 1) << hits;
@@ -287,6 +291,76 @@ TEST_F(Request, WithABadScopeIsRefusedAndReported) {
     EXPECT_EQ(host.status, 403);
     EXPECT_EQ(host.reason, "Invalid RDM RD-Request message -- Bad scope.\n");
     EXPECT_EQ(host.reports, std::vector<std::string>{"0 rdm-service: Invalid RDM RD-Request message -- Bad scope.\n"});
+    EXPECT_EQ(log_, "") << "only a search is logged";
+  }
+}
+
+TEST_F(Request, RefusalsReplaceWhatTheAnswerHeld) {
+  const std::pair<Attributes, const char *> rows[] = {{{{"x", "y"}}, "Scope parameter required."},
+                                                      {{{"scope", "some"}}, "Scope parameter malformed."},
+                                                      {{{"scope", "all"}}, "Server Error: Cannot service request"}};
+  for (const auto &[attributes, message] : rows) {
+    Exchange x("POST", "/rdm/rd-request");
+    const csio_ptr input = make_csio(), output = make_csio();
+    append_text(input.get(), soif("RDMQUERY", "-", attributes));
+    append_text(output.get(), "left over");
+    const rdmhdr_ptr header = make_rdmhdr(RDM_RD_REQUEST);
+    header->query_language = host_strdup("gatherer");
+    header->csid = host_strdup("bare");
+    EXPECT_EQ(rds_rd_request(header.get(), input.get(), output.get(), &x.session, &x.request), 0);
+    EXPECT_EQ(std::string(reinterpret_cast<char *>(output->data), output->length), error_header(message));
+  }
+}
+
+/// The language is looked at before the query, the query before the catalog.
+TEST_F(Request, ChecksComeInOrder) {
+  EXPECT_EQ(ask("hello", "sql", "bare"), 0);
+  EXPECT_EQ(answer(), error_header("Unsupported query language.") + "\n\nUnsupported query language.\n");
+  EXPECT_EQ(ask("hello", "gatherer", "bare"), 0);
+  EXPECT_EQ(answer(), error_header("Invalid RDMQUERY specification."));
+  EXPECT_EQ(ask(soif("RDMQUERY", "-", {{"x", "y"}}), "gatherer", "bare"), 0);
+  EXPECT_EQ(answer(), error_header("Scope parameter required."));
+  EXPECT_EQ(ask(soif("RDMQUERY", "-", {{"scope", "some"}}), "gatherer", "bare"), 0);
+  EXPECT_EQ(answer(), error_header("Scope parameter malformed."));
+}
+
+TEST_F(Request, ReplacesTheTypeThatTheAnswerHad) {
+  Exchange x("POST", "/rdm/rd-request");
+  host_param_add("content-type", "text/html", x.request.response);
+  cs_dbindex index{};
+  int32_t count = 0;
+  uint32_t bytes = 0;
+  EXPECT_EQ(send_since("c", &index, 0, nullptr, &count, &bytes, &x.session, &x.request), 0);
+  EXPECT_EQ(x.response("content-type"), "application/x-rdm");
+  EXPECT_EQ(x.responses("content-type"), 1);
+  EXPECT_EQ(bytes, host.sent.size());
+}
+
+/// send_since returns what became of the last buffer that it sent.
+TEST_F(Request, TheLastDeliveryIsTheResult) {
+  cs_dbindex index{};
+  ASSERT_EQ(cs_dbsearch_start("c", &index), 0);
+  const host_ptr<cs_dbentry> entries(index.entries);
+  static int written, failing;
+  qxapi_host table = support::memory_host();
+  table.net_write = [](host_net *, const void *, int32_t count) { return ++written == failing ? -1 : count; };
+  qxapi_bind(&table);
+  const struct {
+    int failing;
+    int32_t limit;
+    int result;
+  } rows[] = {{0, 0, 0}, {1, 0, 0}, {2, 0, -1}, {1, -1, -1}};
+  for (const auto &row : rows) {
+    const Diagnostics diagnostics;
+    written = 0;
+    failing = row.failing;
+    Exchange x("POST", "/rdm/rd-request");
+    int32_t count = row.limit;
+    uint32_t bytes = 9;
+    EXPECT_EQ(send_since("c", &index, 0, nullptr, &count, &bytes, &x.session, &x.request), row.result) << row.failing;
+    EXPECT_EQ(written, row.limit < 0 ? 1 : 2);
+    EXPECT_EQ(count, row.limit < 0 ? 0 : 4);
+    EXPECT_EQ(std::to_string(bytes), x.response("content-length"));
   }
 }
 
@@ -355,6 +429,18 @@ TEST_F(Request, SkipsKeysThatAreNull) {
   std::free(std::exchange(keys->head->data, nullptr));
   EXPECT_EQ(rds_send_rd("c", keys, nullptr, response_.get()), 1);
   EXPECT_EQ(answer(), description(2));
+}
+
+TEST_F(Request, LogsNoTimeUnlessItIsAboveZero) {
+  for (const time_t since : {time_t{0}, time_t{-1}}) {
+    Exchange x("GET", "/rdm/rd-request");
+    cs_dbsearch_log(-3, 0, since, &x.session, &x.request);
+    EXPECT_NE(x.var("rdm-log-message").find("\"-3 RDs Transfered\" - 0\n"), std::string::npos);
+  }
+  Exchange x("GET", "/rdm/rd-request");
+  cs_dbsearch_log(0, 7, 1, &x.session, &x.request);
+  EXPECT_NE(x.var("rdm-log-message").find("\"0 RDs Transfered since Thu, 01 Jan 1970 00:00:01 GMT\" - 7\n"),
+            std::string::npos);
 }
 
 TEST_F(Request, LogsCountTimeAndSize) {
