@@ -1,5 +1,6 @@
 # rdm_test(NAME SOURCES FILES... LINK LIBS...): a GoogleTest program whose cases ctest lists one by one.
 find_package(GTest REQUIRED)
+find_package(rapidcheck REQUIRED)
 include(GoogleTest)
 
 function(rdm_test name)

@@ -1,0 +1,62 @@
+/// Random operations on an implementation and on a plain model of it.
+///
+/// A test makes a list of operations with RapidCheck's generators, does each on both, and compares what they answer and
+/// hold. A list that tells them apart is shortened as far as it still does, and printed with what differs.
+#ifndef TESTS_SUPPORT_MODEL_H
+#define TESTS_SUPPORT_MODEL_H
+
+#include <gtest/gtest.h>
+#include <rapidcheck.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace support {
+
+/// model_cases is how many lists of operations a test tries; RDM_MODEL_CASES names another number than the usual one.
+inline int model_cases(int usual) {
+  const char *number = std::getenv("RDM_MODEL_CASES");
+  return number != nullptr ? std::stoi(number) : usual;
+}
+
+/// check_model tries a property on as many random cases as model_cases says. What RC_PARAMS says of anything else, the
+/// seed before all, counts.
+template <typename Property>
+void check_model(int usual_cases, const Property &property) {
+  const testing::TestInfo &test = *testing::UnitTest::GetInstance()->current_test_info();
+  const std::string name = std::string(test.test_suite_name()) + '.' + test.name();
+  rc::detail::TestParams params = rc::detail::configuration().testParams;
+  params.maxSuccess = model_cases(usual_cases);
+  const auto result = rc::detail::checkTestable(property, rc::detail::TestMetadata{name, name}, params);
+  if (result.template is<rc::detail::SuccessResult>()) return;
+  std::ostringstream text;
+  rc::detail::printResultMessage(result, text);
+  ADD_FAILURE() << text.str() << "\nTo try the same cases again: RC_PARAMS=\"seed=" << params.seed
+                << "\" RDM_MODEL_CASES=" << params.maxSuccess;
+}
+
+/// same ends a case unless the implementation has what the model has.
+template <typename Got, typename Expected>
+void same(const char *what, const Got &got, const Expected &expected) {
+  if (got == expected) return;
+  const std::string text =
+      what + (": " + testing::PrintToString(got) + " instead of " + testing::PrintToString(expected));
+  RC_FAIL(text);
+}
+
+/// same_bytes is the same for long strings, of which it names the first byte that differs.
+inline void same_bytes(const char *what, const std::string &got, const std::string &expected) {
+  if (got == expected) return;
+  const auto shorter = static_cast<std::ptrdiff_t>(std::min(got.size(), expected.size()));
+  const auto at = std::mismatch(got.begin(), got.begin() + shorter, expected.begin()).first - got.begin();
+  std::ostringstream text;
+  text << what << ": " << got.size() << " bytes instead of " << expected.size() << ", different from byte " << at;
+  RC_FAIL(text.str());
+}
+
+}  // namespace support
+
+#endif
