@@ -40,16 +40,17 @@ int wait_for(pid_t child) {
   return (status >> 8) & 0xff;
 }
 
-/// find_in returns the path of the first entry `name` in a colon-separated list of directories, or null.
+/// find_in returns the path of the first entry `name` in a colon-separated list of directories, `name` itself where
+/// there is none, or null when memory fails.
 host_text find_in(std::string_view directories, const char *name) {
   while (!directories.empty()) {
     const std::string_view directory = directories.substr(0, directories.find(':'));
     directories.remove_prefix(std::min(directory.size() + 1, directories.size()));
     if (directory.empty()) continue;
     host_text path = join(directory, '/', name);
-    if (path && ::access(path.get(), F_OK) == 0) return path;
+    if (!path || ::access(path.get(), F_OK) == 0) return path;
   }
-  return nullptr;
+  return host_text(host_strdup(name));
 }
 
 }  // namespace
@@ -73,6 +74,5 @@ int cs_cli_run_no_pipe(const char *command, const char *directory) noexcept {
 
 char *cs_search_path(const char *name, const char *variable) noexcept {
   const char *directories = std::getenv(variable);
-  host_text path = directories == nullptr ? nullptr : find_in(directories, name);
-  return path ? path.release() : host_strdup(name);
+  return find_in(directories == nullptr ? "" : directories, name).release();
 }

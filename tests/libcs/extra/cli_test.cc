@@ -327,4 +327,14 @@ TEST_F(SearchPath, ReturnsNothingWhenMemoryFails) {
   EXPECT_EQ(cs_search_path("sh", variable), nullptr);
 }
 
+// The path of the first folder could not be made, and a file of the same name in the second one was returned.
+TEST_F(SearchPath, FindsNothingElseInstead) {
+  const support::TemporaryFolder second;
+  folder.write("file", "");
+  second.write("file", "");
+  setenv(variable, (folder.path() + ":" + second.path()).c_str(), 1);
+  host.fail_allocation = host.allocations + 1;
+  EXPECT_EQ(cs_search_path("file", variable), nullptr);
+}
+
 }  // namespace
