@@ -176,8 +176,8 @@ int cs_dbsearch_start(const char *csid, cs_dbindex *index) QX_NOEXCEPT;
 int32_t cs_dbsearch(const cs_dbindex *index, time_t since) QX_NOEXCEPT;
 
 /// send_since sends an rd-response with the descriptions changed since a time (0: all). `*count` is the limit on entry
-/// (0: none, negative: nothing is sent) and the number sent on return, `*bytes` the length of the answer. The result of
-/// the last rdm_send_result.
+/// (0: none, negative: nothing is sent) and the number sent on return, `*bytes` the length of the answer. -1 when
+/// memory fails before anything is sent, else the result of the last rdm_send_result.
 int send_since(const char *csid, cs_dbindex *index, time_t since, char **attributes, int32_t *count, uint32_t *bytes,
                Session *sn, Request *rq) QX_NOEXCEPT;
 

@@ -69,10 +69,13 @@ bool holds_all(const csio *body) {
 
 /// ensure_file puts the body into a file and returns whether that has all of it; an empty body gets an empty file.
 bool ensure_file(csio *body) {
+  const uint32_t length = body->length;
   csio_convert2file(body);
   // A body that was in a file before may have its last bytes still in memory.
   csio_rewind(body);
-  if (body->filename != nullptr || body->length != 0) return holds_all(body);
+  // One that has found no file on its way is empty now.
+  if (body->length != length) return false;
+  if (body->filename != nullptr || length != 0) return holds_all(body);
   const system_text name = temporary_file("csio");
   if (!name) return false;
   body->filename = host_strdup(name.get());
@@ -80,43 +83,52 @@ bool ensure_file(csio *body) {
   return body->filename != nullptr;
 }
 
-void run(const host_text &command) {
-  if (command) cs_cli_run(command.get(), nullptr);
+/// run returns whether there was memory for the command; what becomes of it only the numbers tell that it writes.
+bool run(const host_text &command) {
+  if (command)
+    cs_cli_run(command.get(), nullptr);
+  else
+    CSLOG(CSLOG_ERROR, "rds", "No memory for a command of the import\n");
+  return command != nullptr;
 }
 
-/// The catalog that an import works on. The commands go through the shell as they stand.
+/// The catalog that an import works on. The commands go through the shell as they stand. Each step returns false when
+/// there was no memory for its command.
 struct Catalog {
   const char *database;
   host_text index;
 
-  int update(const char *body, const ResultFile &result) const {
-    run(format_text("minidba -d %s update < %s > %s", database, body, result.name()));
-    return result.number();
+  bool update(const char *body, const ResultFile &result, int &accepted) const {
+    if (!run(format_text("minidba -d %s update < %s > %s", database, body, result.name()))) return false;
+    accepted = result.number();
+    return true;
   }
 
-  void expire() const {
+  bool expire() const {
     const ResultFile result;
-    if (!result) return;
-    run(format_text("minidba -d %s expire > %s", database, result.name()));
+    if (!result) return true;
+    if (!run(format_text("minidba -d %s expire > %s", database, result.name()))) return false;
     const int expired = result.number();
     if (expired > 0) CSLOG(CSLOG_NOTE, "rds", "Expired %d RDs.\n", expired);
+    return true;
   }
 
-  void rebuild_index() const {
+  bool rebuild_index() const {
     const ResultFile result;
-    if (!result) return;
-    run(format_text("minidba -d %s -i %s index > %s", database, index.get(), result.name()));
+    if (!result) return true;
+    if (!run(format_text("minidba -d %s -i %s index > %s", database, index.get(), result.name()))) return false;
     CSLOG(CSLOG_NOTE, "rds", "Indexed %d RDs.\n", result.number());
+    return true;
   }
 
   /// list_unclassified leaves the list beside the database; a database without a folder in its path has none.
-  void list_unclassified() const {
+  bool list_unclassified() const {
     const char *slash = std::strrchr(database, '/');
-    if (slash == nullptr) return;
+    if (slash == nullptr) return true;
     const host_text list = format_text("%.*s/unclassified", static_cast<int>(slash - database), database);
-    if (!list) return;
+    if (!list) return run(nullptr);
     host_unlink(list.get());
-    run(format_text("minidba -d %s -i %s unclassified > %s", database, index.get(), list.get()));
+    return run(format_text("minidba -d %s -i %s unclassified > %s", database, index.get(), list.get()));
   }
 };
 
@@ -148,20 +160,20 @@ int32_t rds_rd_response(rdmhdr *header, csio *body, csio *response, Session *sn,
     return rds_status_ok(import_failed, import_failed, header, body, response, sn, rq);
   }
   int accepted = 0;
+  bool is_complete = false;
   {
     const ResultFile result;
     if (!result) {
       CSLOG(CSLOG_ERROR, "rds", "Cannot create tmpfile?\n");
       return rds_status_ok(import_failed, import_failed, header, body, response, sn, rq);
     }
-    accepted = catalog.update(body->filename, result);
+    is_complete = catalog.update(body->filename, result, accepted);
   }
-  catalog.expire();
-  catalog.rebuild_index();
-  catalog.list_unclassified();
+  for (const auto step : {&Catalog::expire, &Catalog::rebuild_index, &Catalog::list_unclassified})
+    is_complete = (catalog.*step)() && is_complete;
 
   const host_text text = format_text("Accepted %d RDs from %s", accepted, source_of(rq));
-  if (!text) return rds_status_ok(import_failed, import_failed, header, body, response, sn, rq);
+  if (!text || !is_complete) return rds_status_ok(import_failed, import_failed, header, body, response, sn, rq);
   rdm_log_add(text.get(), nullptr, nullptr, sn, rq);
   return rds_status_ok(text.get(), nullptr, header, body, response, sn, rq);
 }

@@ -82,20 +82,30 @@ int32_t answer_query(Query &query, rdmhdr *header, csio *response, Session *sn, 
   return result;
 }
 
-/// select_keys returns the database keys from a position of the index on, at most `limit` of them unless it is 0.
-list_ptr select_keys(const cs_dbindex *index, int32_t start, int32_t limit) {
+/// make_key_list returns an empty list. Its texts come from the host, as all memory of a request does, so that hosts
+/// know when there was none.
+list_ptr make_key_list() {
   cslist *keys = nullptr;
   cslist_create(&keys);
-  if (keys == nullptr || start < 0 || limit < 0) return list_ptr(keys);
+  cslist_set_copy(keys, [](const void *key) -> void * { return host_strdup(static_cast<const char *>(key)); });
+  cslist_set_free(keys, host_free);
+  return list_ptr(keys);
+}
+
+/// select_keys returns the database keys from a position of the index on, at most `limit` of them unless it is 0. Null
+/// when memory fails.
+list_ptr select_keys(const cs_dbindex *index, int32_t start, int32_t limit) {
+  list_ptr keys = make_key_list();
+  if (!keys || start < 0 || limit < 0) return keys;
   const uint32_t first = static_cast<uint32_t>(start);
   const uint32_t available = first < index->count ? index->count - first : 0;
   const uint32_t wanted = limit == 0 ? available : std::min(available, static_cast<uint32_t>(limit));
   for (uint32_t i = first; i < first + wanted; ++i) {
     char key[key_size + 1];
     host_format(key, sizeof key, "%08x", index->entries[i].key);
-    cslist_append(keys, key);
+    if (cslist_append(keys.get(), key) != 0 || keys->tail->data == nullptr) return nullptr;
   }
-  return list_ptr(keys);
+  return keys;
 }
 
 void set_response_header(const char *name, const char *value, Request *rq) {
@@ -192,7 +202,8 @@ int send_since(const char *csid, cs_dbindex *index, time_t since, char **attribu
   csio_ptr descriptions = make_csio(memory_limit);
   if (!descriptions) return -1;
   const list_ptr keys = select_keys(index, since != 0 ? cs_dbsearch(index, since) : 0, limit);
-  if (keys && keys->count > 0) *count = rds_send_rd(csid, keys.get(), attributes, descriptions.get());
+  if (!keys) return -1;
+  if (keys->count > 0) *count = rds_send_rd(csid, keys.get(), attributes, descriptions.get());
   csio_finish(descriptions.get());
   csio_ptr header = make_header(*count);
   if (!header) return -1;

@@ -281,6 +281,31 @@ TEST_F(Import, AnswersAndReleasesEverythingWhenMemoryFails) {
   EXPECT_GT(failing, 10);
 }
 
+// A body that found no file on its way was taken for an empty one, and a command that there was no memory for was left
+// out: either way the gatherer read "Accepted 0 RDs", or had descriptions in the catalog that no index led to.
+TEST_F(Import, AnswersThatItFailedUnlessEveryCommandHasRun) {
+  const std::string all = "-d " + database_ + " update\n-d " + database_ + " expire\n-d " + database_ + " -i " +
+                          database_ + ".idx index\n-d " + database_ + " -i " + database_ + ".idx unclassified\n";
+  long failing = 0;
+  do {
+    std::filesystem::remove(folder_.path("calls"));
+    body_ = make_csio();
+    append_text(body_.get(), "@DOCUMENT { -\n}\n");
+    const rdmhdr_ptr header = make_rdmhdr(RDM_RD_RESPONSE);
+    header->csid = host_strdup("c");
+    csio_reset(response_.get());
+    host.allocations = 0;
+    host.fail_allocation = ++failing;
+    EXPECT_EQ(rds_rd_response(header.get(), body_.get(), response_.get(), &x_.session, &x_.request), 0);
+    host.fail_allocation = 0;
+    body_.reset();
+    const bool has_run = support::file_exists(folder_.path("calls")) && calls() == all;
+    EXPECT_TRUE(has_run || answer().find("Accepted") == std::string::npos) << failing << ": " << answer();
+    EXPECT_EQ(answer().find("Accepted 0"), std::string::npos) << failing;
+  } while (host.allocations >= failing);
+  EXPECT_GT(failing, 10);
+}
+
 TEST_F(Import, NamesItsSource) {
   const std::pair<std::vector<std::pair<const char *, const char *>>, const char *> rows[] = {
       {{{"user-agent", "harvester/1.0"}}, "harvester/1.0"},

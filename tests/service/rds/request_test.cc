@@ -443,6 +443,25 @@ TEST_F(Request, LogsNoTimeUnlessItIsAboveZero) {
             std::string::npos);
 }
 
+// Without memory for the list of keys the answer was "0 results.": that nothing has changed. Keys that it had no room
+// for were left out.
+TEST_F(Request, WithoutMemoryForItsKeysSendsNothing) {
+  cs_dbindex index{};
+  ASSERT_EQ(cs_dbsearch_start("c", &index), 0);
+  for (const long failing : {2, 3, 4, 9, 10}) {
+    Exchange x("POST", "/rdm/rd-request");
+    int32_t count = 0;
+    uint32_t bytes = 0;
+    host.allocations = 0;
+    host.fail_allocation = failing;  // behind the buffer for the descriptions: the list, then a node and a text each
+    EXPECT_EQ(send_since("c", &index, 0, nullptr, &count, &bytes, &x.session, &x.request), -1) << failing;
+    host.fail_allocation = 0;
+    EXPECT_EQ(host.sent, "") << failing;
+    EXPECT_EQ(count, 0) << failing;
+  }
+  host_free(index.entries);
+}
+
 TEST_F(Request, LogsCountTimeAndSize) {
   Exchange x("GET", "/rdm/rd-request");
   cs_dbsearch_log(3, 4000000000u, 0, &x.session, &x.request);
