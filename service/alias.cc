@@ -13,10 +13,13 @@ constexpr int line_limit = 8192;
 
 bool is_comment(const char *line) { return *line == '\0' || *line == '\n' || *line == '#'; }
 
-void read_lines(host_buffer *reader, pblock *a2p, pblock *p2a) {
+/// read_lines returns false when the file cannot be read to its end.
+bool read_lines(host_buffer *reader, pblock *a2p, pblock *p2a) {
   char line[line_limit];
-  while (host_getline(reader, 0, line_limit, line) == 0)
+  int result = 0;
+  while ((result = host_getline(reader, 0, line_limit, line)) == 0)
     if (!is_comment(line)) alias_parse(a2p, p2a, line);
+  return result == 1;
 }
 
 bool read_file(const char *path, pblock *a2p, pblock *p2a) {
@@ -30,8 +33,9 @@ bool read_file(const char *path, pblock *a2p, pblock *p2a) {
     CSLOG(CSLOG_ERROR, "alias", "alias_init: Can't buffer %s\n", path);
     return false;
   }
-  read_lines(reader.get(), a2p, p2a);
-  return true;
+  if (read_lines(reader.get(), a2p, p2a)) return true;
+  CSLOG(CSLOG_ERROR, "alias", "alias_init: Can't read %s: %s\n", path, host_last_error_text());
+  return false;
 }
 
 pblock_ptr create_map() {

@@ -15,7 +15,7 @@ QX_BEGIN
 
 /// alias_init reads the alias file `path` into two new blocks, which alias_destroy releases. Lines that are empty or
 /// begin with "#" are comments; of a line with a name that cannot be added the rest is lost. Returns 0, or -1 with both
-/// blocks null when the file cannot be opened or memory fails.
+/// blocks null when the file cannot be read or memory fails.
 int alias_init(pblock **a2p, pblock **p2a, const char *path) QX_NOEXCEPT;
 
 /// alias_parse adds the names of a line, which it splits in place. Returns 0, or -1 when a name could not be added:

@@ -82,12 +82,16 @@ void take_line(const char *line, Loading &loading) {
 
 bool is_comment(const char *line) { return *line == '\0' || *line == '\n' || *line == '#'; }
 
+bool report_file(const char *path) {
+  const char *reason = host_last_error_text();
+  CSLOG(CSLOG_ERROR, "csid", "csid_init: %s: %s\n", path, reason);
+  return false;
+}
+
+/// read_file leaves no services of a file that cannot be read to its end.
 bool read_file(const char *path) {
   const file_guard file(host_open_read(path));
-  if (!file) {
-    CSLOG(CSLOG_ERROR, "csid", "csid_init: %s: %s\n", path, host_last_error_text());
-    return false;
-  }
+  if (!file) return report_file(path);
   const reader_ptr reader(host_buffer_open(file.get(), line_limit));
   if (!reader) {
     CSLOG(CSLOG_ERROR, "csid", "csid_init: %s: Cannot buffer?\n", path);
@@ -95,9 +99,13 @@ bool read_file(const char *path) {
   }
   Loading loading{path, 0, nullptr};
   char line[line_limit];
-  while (host_getline(reader.get(), 0, line_limit, line) == 0)
+  int result = 0;
+  while ((result = host_getline(reader.get(), 0, line_limit, line)) == 0)
     if (!is_comment(line)) take_line(line, loading);
-  return true;
+  if (result == 1) return true;
+  report_file(path);
+  release_services();
+  return false;
 }
 
 void load_aliases() {

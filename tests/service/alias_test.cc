@@ -55,6 +55,14 @@ TEST_F(Alias, AParentLeadsToItsAliasesAndTheyToIt) {
   EXPECT_EQ(diagnostics.text(), "");
 }
 
+// The error passed for the end of the file, without a word.
+TEST_F(Alias, AFileThatCannotBeReadIsNone) {
+  EXPECT_EQ(alias_init(&a2p, &p2a, folder.path().c_str()), -1);
+  EXPECT_EQ(a2p, nullptr);
+  EXPECT_EQ(p2a, nullptr);
+  EXPECT_EQ(diagnostics.text(), "ERROR: alias_init: Can't read " + folder.path() + ": Is a directory\n");
+}
+
 TEST_F(Alias, AParentAloneHasNoAliases) {
   EXPECT_EQ(parse("parent"), 0);
   EXPECT_EQ(parent("parent"), "parent");

@@ -4,6 +4,7 @@
 
 #include <libcs/log.h>
 
+#include <cerrno>
 #include <string>
 
 #include "service/alias.h"
@@ -74,6 +75,22 @@ TEST_F(Csid, CommentsAndEmptyLinesAreIgnored) {
   EXPECT_EQ(csid_find("comment"), nullptr);
   EXPECT_EQ(value("b", "one"), "(none)");
   EXPECT_EQ(value("c", "one"), "3");
+}
+
+// The error passed for the end of the file, without a word.
+TEST_F(Csid, AFileThatCannotBeReadLeavesNoServices) {
+  qxapi_host broken = support::memory_host();
+  static int lines;
+  lines = 0;
+  broken.getline = [](host_buffer *buffer, int number, int limit, char *line) {
+    if (lines++ == 0) return support::memory_host().getline(buffer, number, limit, line);
+    errno = EIO;
+    return -1;
+  };
+  qxapi_bind(&broken);
+  EXPECT_EQ(init("csid=one a=1\ncsid=two a=2\n"), -1);
+  EXPECT_EQ(csid_find("one"), nullptr);
+  EXPECT_EQ(diagnostics.text(), "ERROR: csid_init: " + file() + ": Input/output error\n");
 }
 
 TEST_F(Csid, LinesWithoutPairsAreIgnored) {

@@ -174,6 +174,21 @@ TEST_F(Initialisation, AsksItsHostInOrder) {
   EXPECT_EQ(calls, expected);
 }
 
+// A configuration that there was memory for in part only was taken for the whole.
+TEST_F(Initialisation, NeedsAllOfItsConfig) {
+  const std::string lines = complete() + "logfile=" + folder_.path("log") + "\n";
+  const long of_block = 4, of_pair = 5, pairs = 5;  // what the test asks for, the block, the reader; then each pair
+  for (long failing = of_block + 3; failing < of_block + 3 + of_pair * pairs; ++failing) {
+    host_.reports.clear();
+    host_.allocations = 0;
+    host_.fail_allocation = failing;
+    EXPECT_EQ(init(lines), -1) << failing;
+    host_.fail_allocation = 0;
+    EXPECT_EQ(host_.reports, std::vector<std::string>{"0 rdm-init: config not readable?\n"}) << failing;
+  }
+  EXPECT_EQ(init(lines), 0);
+}
+
 TEST_F(Initialisation, CompletesAndSaysSo) {
   EXPECT_EQ(init(complete()), 0);
   EXPECT_THAT(diagnostics(), HasSubstr("\t RDM server is on-line.\n"));
