@@ -1,0 +1,87 @@
+#include "faults/operations.h"
+
+#include <cstdlib>
+#include <cstring>
+
+namespace faults {
+namespace {
+
+struct State {
+  long n = 0;
+  bool for_good = false;
+  bool armed = false;
+  long asked = 0;    // allocations while armed
+  long refused = 0;  // and how many were refused
+  long live = 0;
+  qxapi_host base{};
+  std::vector<host_crit *> sections;
+} state;
+
+bool refuse() {
+  if (!state.armed) return false;
+  ++state.asked;
+  const bool strikes = state.n != 0 && (state.asked == state.n || (state.for_good && state.asked > state.n));
+  if (strikes) ++state.refused;
+  return strikes;
+}
+
+void *count_block(void *block) {
+  if (block != nullptr) ++state.live;
+  return block;
+}
+
+// An empty block is a byte, as the POSIX host has it.
+size_t at_least_one(size_t n) { return n != 0 ? n : 1; }
+
+void *allocate(size_t n) { return refuse() ? nullptr : count_block(std::malloc(at_least_one(n))); }
+
+void *reallocate(void *p, size_t n) {
+  if (refuse()) return nullptr;
+  return p == nullptr ? count_block(std::malloc(at_least_one(n))) : std::realloc(p, at_least_one(n));
+}
+
+void release(void *p) {
+  if (p != nullptr) --state.live;
+  std::free(p);
+}
+
+char *duplicate(const char *text) {
+  auto *copy = static_cast<char *>(allocate(std::strlen(text) + 1));
+  return copy == nullptr ? nullptr : std::strcpy(copy, text);
+}
+
+host_crit *create_section() {
+  host_crit *section = state.base.crit_create();
+  if (section != nullptr) state.sections.push_back(section);
+  return section;
+}
+
+}  // namespace
+
+Memory::Memory(const qxapi_host &base, long n, bool for_good) {
+  state = State{};
+  state.n = n;
+  state.for_good = for_good;
+  state.base = base;
+  qxapi_host host = base;
+  host.alloc = allocate;
+  host.realloc = reallocate;
+  host.free = release;
+  host.strdup = duplicate;
+  host.crit_create = create_section;
+  qxapi_bind(&host);
+}
+
+Memory::~Memory() {
+  for (host_crit *section : state.sections) release(section);
+  qxapi_bind(nullptr);
+}
+
+bool Memory::refused() const { return state.refused > 0; }
+long Memory::lost_blocks() const { return state.live - static_cast<long>(state.sections.size()); }
+void Memory::keep() { state.live = static_cast<long>(state.sections.size()); }
+
+Memory::Armed::Armed() { state.armed = true; }
+Memory::Armed::~Armed() { state.armed = false; }
+
+}  // namespace faults

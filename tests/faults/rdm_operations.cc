@@ -1,0 +1,497 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "faults/operations.h"
+#include "service/csid.h"
+#include "service/message.h"
+#include "service/schema.h"
+#include "service/support/catalog.h"
+#include "support/diagnostics.h"
+#include "support/environment.h"
+#include "support/files.h"
+#include "support/memory_host.h"
+
+#include <libcs/log.h>
+
+namespace faults {
+namespace {
+
+using support::soif;
+
+constexpr uint32_t descriptions = 5;
+
+bool equals(const char *text, const char *expected) { return text != nullptr && std::strcmp(text, expected) == 0; }
+
+std::string bytes_of(csio *io) {
+  csio_rewind(io);
+  std::string bytes(io->length + 1, '?');
+  const int32_t count = csio_copy(io, bytes.data(), static_cast<int32_t>(bytes.size()));
+  return bytes.substr(0, static_cast<size_t>(std::max(count, 0)));
+}
+
+std::string record_of(uint32_t number) {
+  return soif("FILE", "http://localhost/" + std::to_string(number), {{"title", std::to_string(number)}});
+}
+
+std::string header_text(const std::string &type) {
+  return soif(
+      "RDMHEADER", "-",
+      {{"rdm-version", "1.0"}, {"rdm-type", type}, {"rdm-query-language", "gatherer"}, {"catalog-service-id", "c"}});
+}
+
+const std::string query_text = soif("RDMQUERY", "-", {{"scope", "all"}, {"view-attributes", "title"}});
+const std::string request_text = header_text("rd-request") + "\n" + query_text;
+
+/// Files are a small catalog and what a service with it needs, made once for all scenarios, which only read them.
+struct Files {
+  support::TemporaryFolder folder;
+  support::Catalog catalog{folder};
+  std::string description = folder.write("description", header_text("server-response"));
+  std::string services = "csid=\"c\" catalog-database=\"" + catalog.path() + "\" server-description=\"" + description +
+                         "\" schema-description=\"" + description + "\" taxonomy-description=\"" + description + "\"\n";
+  std::string path = folder.write("csid.conf", services);
+
+  Files() {
+    std::vector<std::pair<uint32_t, uint32_t>> entries;
+    for (uint32_t number = 1; number <= descriptions; ++number) {
+      catalog.put(number, record_of(number));
+      entries.emplace_back(number, number);
+    }
+    catalog.index(entries);
+  }
+};
+
+const Files &files() {
+  static const Files all;
+  return all;
+}
+
+/// Service is a configured service and one request to it.
+struct Service {
+  support::Exchange x{"POST", "/rdm/rd-request", request_text};
+  rdmhdr_ptr header = make_rdmhdr(RDM_RD_REQUEST);
+  csio_ptr body = make_csio(), response = make_csio();
+  Session *sn = &x.session;
+  Request *rq = &x.request;
+
+  Service() {
+    support::host_record() = support::HostRecord{};
+    csid_init(files().path.c_str(), "c");
+    x.header("content-length", std::to_string(request_text.size()));
+    header->query_language = host_strdup("gatherer");
+    header->csid = host_strdup("c");
+    csio_append(body.get(), query_text.data(), static_cast<int32_t>(query_text.size()));
+  }
+  Service(const Service &) = delete;
+  Service &operator=(const Service &) = delete;
+  ~Service() { csid_terminate(); }
+};
+
+/// Answer is all that a client or a caller sees of an operation.
+struct Answer {
+  int result;
+  std::string bytes;
+  std::string announced;  // the content length
+
+  bool operator==(const Answer &) const = default;
+};
+
+/// sent is the answer of an operation that sends it itself.
+Answer sent(int result, const Service &service) {
+  return {result, support::host_record().sent, service.x.response("content-length")};
+}
+
+/// compare runs an operation twice, with all its memory and without. An answer that is neither the right one nor a
+/// refusal is one that lacks a part: hosts do not send it.
+template <typename Serve>
+Verdict compare(Memory &memory, Serve serve) {
+  static const Answer right = [&] {
+    Service service;
+    return serve(service);
+  }();
+  Service service;
+  const Answer answer = memory.failing([&] { return serve(service); });
+  if (answer == right) return Verdict::right;
+  if (answer.result == HOST_ABORT) return Verdict::refused;
+  return memory.refused() ? Verdict::incomplete : Verdict::wrong;
+}
+
+// ---- Initialisation ----
+
+/// Start is what a service needs to start, and what is left of it when it ends.
+struct Start {
+  support::TemporaryFolder folder;
+  support::Environment path{"PATH", "/usr/bin:/bin"};
+  std::string services = folder.write("csid.conf", "csid=\"c\" catalog-database=\"/c\"\n");
+  std::string log = folder.path("log");
+  std::string lines = "bindir=\"/opt/bin\"\n# a comment\ncsid-config=\"" + services + "\"\ncsid-default=\"c\"\n" +
+                      "logfile=\"" + log + "\" debug-logfile=\"" + folder.path("debug") + "\"\n";
+  std::string config = folder.write("rdm.conf", lines);
+  pblock_ptr block{host_param_create(3)};
+
+  Start() { host_param_add("config", config.c_str(), block.get()); }
+  Start(const Start &) = delete;
+  Start &operator=(const Start &) = delete;
+  ~Start() { end(); }
+
+  pblock_ptr parsed() const {
+    pblock_ptr parsed(host_param_create(3));
+    for (size_t at = 0, end = 0; at < lines.size(); at = end + 1) {
+      end = lines.find('\n', at);
+      if (lines[at] != '#') host_param_parse(lines.substr(at, end - at).c_str(), parsed.get());
+    }
+    return parsed;
+  }
+
+  bool is_whole() const {
+    const char *folders = std::getenv("PATH");
+    return rdm_log_crit != nullptr && rdm_service_crit != nullptr && logfile == log && logfd != -1 &&
+           equals(csid_findval("catalog-database", "c"), "/c") && equals(csid_default(nullptr), "c") &&
+           equals(cs_csidcf, services.c_str()) && std::strncmp(folders, "/opt/bin:", 9) == 0;
+  }
+
+  static void end() {
+    rdm_log_terminate();
+    csid_terminate();
+    cslog_terminate();
+    cslog_set_level(0);
+    host_free(std::exchange(cs_csidcf, nullptr));
+  }
+};
+
+/// Texts of the environment stay where they are until the next start takes their place.
+template <typename Init>
+Verdict start_service(Memory &memory, Init init) {
+  {
+    const Start first;
+    const pblock_ptr config = first.parsed();
+    rdm_init_real(config.get(), nullptr, nullptr);
+    Start::end();
+  }
+  memory.keep();
+  const Start start;
+  testing::internal::CaptureStderr();
+  const int result = init(start);
+  testing::internal::GetCapturedStderr();
+  if (result == -1) return Verdict::refused;
+  if (start.is_whole()) return result == 0 ? Verdict::right : Verdict::wrong;
+  return Verdict::incomplete;
+}
+
+Verdict start_from_file(Memory &memory) {
+  return start_service(memory, [&](const Start &start) {
+    return memory.failing([&] { return rdm_init(start.block.get(), nullptr, nullptr); });
+  });
+}
+
+Verdict start_from_block(Memory &memory) {
+  return start_service(memory, [&](const Start &start) {
+    const pblock_ptr config = start.parsed();
+    return memory.failing([&] { return rdm_init_real(config.get(), nullptr, nullptr); });
+  });
+}
+
+// ---- Requests ----
+
+template <int (*serve)(pblock *, Session *, Request *)>
+Verdict serve_request(Memory &memory) {
+  rdm_service_crit = host_crit_create();
+  return compare(memory, [](Service &service) { return sent(serve(nullptr, service.sn, service.rq), service); });
+}
+
+Verdict set_type(Memory &memory) {
+  return compare(memory, [](Service &service) {
+    const int result = rdm_type(nullptr, service.sn, service.rq);
+    return Answer{result, service.x.response("content-type"), ""};
+  });
+}
+
+Verdict write_log(Memory &memory) {
+  Service service;
+  rdm_log_crit = host_crit_create();
+  const support::TemporaryFolder folder;
+  const std::string path = folder.path("log");
+  logfd = host_open_append(path.c_str());
+  host_param_add("rdm-log-message", "line\n", service.rq->vars);
+  memory.failing([&] {
+    rdm_log(nullptr, service.sn, service.rq);
+    rdm_log_terminate();
+  });
+  return judge(support::read_file(path) == "line\n" && logfd == -1, false);
+}
+
+Verdict add_to_log(Memory &memory) {
+  Service service;
+  const int result = memory.failing([&] { return rdm_log_add("message", "a", "b", service.sn, service.rq); });
+  const std::string line = service.x.var("rdm-log-message");
+  return judge(result == 0 && line.find("\"message\" a b\n") != std::string::npos, result == -1 && line.empty());
+}
+
+Verdict stop(Memory &memory) {
+  return compare(memory, [](Service &service) {
+    return sent(rdm_stop("No.", "function", HOST_DONE, service.sn, service.rq), service);
+  });
+}
+
+Verdict validate(Memory &memory) {
+  return judge(memory.failing([] {
+    return rdm_validate_uri("/rdm/rd-request", RDM_RD_REQUEST) == 1 && rdm_encode_gzip() == 0 && rdm_decode_gzip() == 0;
+  }),
+               false);
+}
+
+Verdict do_nothing(Memory &memory) {
+  memory.failing([] { run_rdmgr_request(); });
+  return Verdict::right;
+}
+
+Verdict send_header(Memory &memory) {
+  return compare(memory, [](Service &service) {
+    const int result = rdm_send_http_header(10, service.sn, service.rq);
+    return Answer{result, service.x.response("content-type"), service.x.response("content-length")};
+  });
+}
+
+template <uint32_t max_memory>
+Verdict send_result(Memory &memory) {
+  const auto serve = [&](Service &service, bool is_failing) {
+    const std::string text(9000, 'x');
+    csio_ptr result = make_csio(max_memory);
+    csio_append(result.get(), text.data(), static_cast<int32_t>(text.size()));
+    csio_finish(result.get());
+    const auto send = [&] { return rdm_send_result(0, result.release(), service.sn, service.rq); };
+    return sent(is_failing ? memory.failing(send) : send(), service);
+  };
+  static const Answer right = [&] {
+    Service service;
+    return serve(service, false);
+  }();
+  Service service;
+  const Answer answer = serve(service, true);
+  return judge(answer == right, answer.result == -1 && answer.bytes.empty());
+}
+
+// ---- Headers ----
+
+bool is_reset(const rdmhdr &header) {
+  return header.type == RDM_UNKNOWN && header.csid == nullptr && header.query_language == nullptr &&
+         header.error_message == nullptr && header.error_code == 0;
+}
+
+Verdict create_header(Memory &memory) {
+  rdmhdr *made = nullptr;
+  memory.failing([&] { rdmhdr_create(&made); });
+  const rdmhdr_ptr header(made);
+  return judge(header && is_reset(*made) && made->version == nullptr, !header);
+}
+
+/// Nobody reads the version that a record may lack.
+Verdict reset_header(Memory &memory) {
+  const Service service;
+  memory.failing([&] { rdmhdr_reset(service.header.get()); });
+  if (!is_reset(*service.header)) return Verdict::wrong;
+  return equals(service.header->version, "1.0") ? Verdict::right : Verdict::incomplete;
+}
+
+Verdict destroy_header(Memory &memory) {
+  Service service;
+  memory.failing([&] { rdmhdr_destroy(service.header.release()); });
+  return Verdict::right;
+}
+
+Verdict print_header(Memory &memory) {
+  return compare(memory, [](Service &service) {
+    const int result = rdmhdr_print(service.header.get(), service.response.get());
+    return Answer{result, bytes_of(service.response.get()), ""};
+  });
+}
+
+/// A text that could not be copied is null, never another one.
+Verdict parse_header(Memory &memory) {
+  const Service service;
+  const csio_ptr text = make_csio();
+  const std::string bytes = header_text("rd-request");
+  csio_append(text.get(), bytes.data(), static_cast<int32_t>(bytes.size()));
+  const rdmhdr &header = *service.header;
+  const int result = memory.failing([&] { return rdmhdr_parse(text.get(), service.header.get()); });
+  if (result == 1) return judge(false, is_reset(header));
+  for (const auto &[value, expected] : {std::pair(header.csid, "c"), std::pair(header.query_language, "gatherer")})
+    if (value != nullptr && !equals(value, expected)) return Verdict::wrong;
+  if (result != 0 || header.type != RDM_RD_REQUEST) return Verdict::wrong;
+  return header.csid != nullptr && header.query_language != nullptr && header.version != nullptr ? Verdict::right
+                                                                                                 : Verdict::incomplete;
+}
+
+// ---- Handlers ----
+
+Answer answer_of(int32_t result, Service &service) {
+  csio_finish(service.response.get());
+  return result == 0 ? Answer{result, bytes_of(service.response.get()), ""} : sent(result, service);
+}
+
+template <rdm_handler handle>
+Verdict handler(Memory &memory) {
+  return compare(memory, [](Service &service) {
+    csio *body = service.body.get(), *response = service.response.get();
+    return answer_of(handle(service.header.get(), body, response, service.sn, service.rq), service);
+  });
+}
+
+Verdict get_response(Memory &memory) {
+  return compare(memory, [](Service &service) {
+    int32_t gzip = 1, status = -1;
+    rdm_get_response(service.header.get(), service.body.get(), service.sn, service.rq, service.response.get(), &gzip,
+                     &status);
+    return answer_of(status, service);
+  });
+}
+
+Verdict refuse_query(Memory &memory) {
+  return compare(memory, [](Service &service) {
+    return answer_of(rds_qmgr_do_error(service.header.get(), service.body.get(), service.response.get()), service);
+  });
+}
+
+Verdict say_status(Memory &memory) {
+  return compare(memory, [](Service &service) {
+    const int32_t result = rds_status_ok("Text.", "Error.", service.header.get(), service.body.get(),
+                                         service.response.get(), service.sn, service.rq);
+    return answer_of(result, service);
+  });
+}
+
+// ---- Search ----
+
+Verdict load_index(Memory &memory) {
+  const Service service;
+  cs_dbindex index{};
+  const int result = memory.failing([&] { return cs_dbsearch_start("c", &index); });
+  const host_ptr<cs_dbentry> entries(index.entries);
+  return judge(result == 0 && index.count == descriptions && index.entries[4].key == 5,
+               result == 1 && index.count == 0);
+}
+
+Verdict search_index(Memory &memory) {
+  cs_dbentry entries[] = {{1, 0, 1, 0, 0}, {2, 0, 2, 0, 0}, {3, 0, 3, 0, 0}};
+  const cs_dbindex index{entries, 3};
+  return judge(memory.failing([&] { return cs_dbsearch(&index, 2); }) == 1, false);
+}
+
+/// "0 results." says that nothing has changed: never because there was no memory to look.
+Verdict send_changes(Memory &memory) {
+  Service service;
+  cs_dbindex index{};
+  cs_dbsearch_start("c", &index);
+  const host_ptr<cs_dbentry> entries(index.entries);
+  int32_t count = 0;
+  uint32_t bytes = 0;
+  const int result =
+      memory.failing([&] { return send_since("c", &index, 0, nullptr, &count, &bytes, service.sn, service.rq); });
+  const std::string &text = support::host_record().sent;
+  std::string whole = soif("RDMHEADER", "-", {{"rdm-version", "1.0"}, {"rdm-type", "rd-response"}}) + "\n\n";
+  for (uint32_t number = 1; number <= descriptions; ++number) whole += record_of(number);
+  if (text == whole && result == 0 && count == descriptions && bytes == whole.size()) return Verdict::right;
+  // What was announced and cannot follow is a connection that breaks.
+  if (result == -1) return judge(false, text.size() < bytes || text.empty());
+  return memory.refused() && text.size() < whole.size() ? Verdict::incomplete : Verdict::wrong;
+}
+
+/// Every description that counts is printed whole, or the output has lost bytes.
+Verdict print_descriptions(Memory &memory) {
+  Service service;
+  cslist *made = nullptr;
+  cslist_create(&made);
+  const list_ptr keys(made);
+  for (const char *key : {"00000001", "00000002"}) cslist_append(made, key);
+  const int32_t count = memory.failing([&] { return rds_send_rd("c", made, nullptr, service.response.get()); });
+  const std::string text = bytes_of(service.response.get()), whole = record_of(1) + record_of(2);
+  if (count == 2 && text == whole) return Verdict::right;
+  return memory.refused() && text.size() <= whole.size() ? Verdict::incomplete : Verdict::wrong;
+}
+
+Verdict log_search(Memory &memory) {
+  Service service;
+  memory.failing([&] { cs_dbsearch_log(5, 100, 0, service.sn, service.rq); });
+  const std::string line = service.x.var("rdm-log-message");
+  if (line.empty()) return Verdict::incomplete;
+  return judge(line.find("\"5 RDs Transfered\" - 100\n") != std::string::npos, false);
+}
+
+// ---- Import ----
+
+/// Deliveries run a command in place of minidba that notes its verbs and counts what it reads.
+Verdict import(Memory &memory) {
+  Service service;
+  const support::TemporaryFolder folder;
+  const std::string calls = folder.path("calls");
+  const std::string script = folder.write("minidba", "#!/bin/sh\nfor verb; do :; done\necho $verb >> " + calls +
+                                                         "\nif [ $verb = update ]; then grep -c @FILE; fi\n");
+  ::chmod(script.c_str(), 0755);
+  const support::Environment path("PATH", (folder.path() + ":/usr/bin:/bin").c_str());
+  const std::string delivery = record_of(1) + record_of(2);
+  csio_reset(service.body.get());
+  csio_append(service.body.get(), delivery.data(), static_cast<int32_t>(delivery.size()));
+  service.header->type = RDM_RD_RESPONSE;
+  const int32_t result = memory.failing([&] {
+    return rds_rd_response(service.header.get(), service.body.get(), service.response.get(), service.sn, service.rq);
+  });
+  const std::string text = bytes_of(service.response.get());
+  const std::string verbs = support::file_exists(calls) ? support::read_file(calls) : "";
+  const bool says_accepted = text.find("Accepted 2 RDs from") != std::string::npos;
+  const bool is_whole = verbs == "update\nexpire\nindex\nunclassified\n";
+  if (result != 0 || (says_accepted && !is_whole)) return Verdict::wrong;
+  if (says_accepted && text.find("rdm-version") != std::string::npos) return Verdict::right;
+  if (text.find("Accepted 0") != std::string::npos) return Verdict::wrong;
+  return text.find("Failed to import RDs") != std::string::npos ? Verdict::refused : Verdict::incomplete;
+}
+
+}  // namespace
+
+std::vector<Operation> rdm_operations() {
+  return {
+      {"rdm_init", Need::unreported, start_from_file},
+      {"rdm_init_real", Need::unreported, start_from_block},
+      {"rdm_service", Need::unreported, serve_request<rdm_service>},
+      {"_real_rdm_service", Need::unreported, serve_request<_real_rdm_service>},
+      {"rdm_type", Need::unreported, set_type},
+      {"rdm_log rdm_log_terminate", Need::none, write_log},
+      {"rdm_log_add", Need::reported, add_to_log},
+      {"rdm_stop", Need::unreported, stop},
+      {"rdm_validate_uri rdm_encode_gzip rdm_decode_gzip", Need::none, validate},
+      {"run_rdmgr_request", Need::none, do_nothing},
+      {"rdm_send_http_header", Need::unreported, send_header},
+      {"rdm_send_result", Need::none, send_result<0>},
+      {"rdm_send_result", Need::reported, send_result<4096>},
+      {"rdmhdr_create", Need::reported, create_header},
+      {"rdmhdr_reset", Need::unreported, reset_header},
+      {"rdmhdr_destroy", Need::reported, destroy_header},
+      {"rdmhdr_print", Need::unreported, print_header},
+      {"rdmhdr_parse", Need::unreported, parse_header},
+      {"rdm_get_response", Need::unreported, get_response},
+      {"rdm_msg_handler_default", Need::unreported, handler<rdm_msg_handler_default>},
+      {"status_ok", Need::unreported, handler<status_ok>},
+      {"status_illegal", Need::unreported, handler<status_illegal>},
+      {"sd_request", Need::unreported, handler<sd_request>},
+      {"schema_request", Need::unreported, handler<schema_request>},
+      {"tax_request", Need::unreported, handler<tax_request>},
+      {"rds_rd_request", Need::unreported, handler<rds_rd_request>},
+      {"rds_rd_response", Need::unreported, import},
+      {"cs_dbsearch_start", Need::reported, load_index},
+      {"cs_dbsearch", Need::none, search_index},
+      {"send_since", Need::unreported, send_changes},
+      {"rds_send_rd", Need::unreported, print_descriptions},
+      {"cs_dbsearch_log", Need::unreported, log_search},
+      {"rds_qmgr_do_error", Need::unreported, refuse_query},
+      {"rds_status_ok", Need::unreported, say_status},
+  };
+}
+
+}  // namespace faults
