@@ -22,12 +22,23 @@ std::optional<std::string> Catalog::get(uint32_t number) const {
 
 std::optional<uint32_t> Catalog::number_of(std::string_view url) const {
   if (!table_) return std::nullopt;
-  if (urls_) return urls_->number_of(url);
+  if (urls_) return mapped(url);
   for (uint32_t number : scan().candidates(url)) {
     const auto record = get(number);
     if (record && url_of(*record) == url) return number;
   }
   return std::nullopt;
+}
+
+/// mapped asks the map, and what it leads to: a writer that believed a damaged map would put one description in the
+/// place of another. A description that is lost, or no object any more, keeps its number.
+std::optional<uint32_t> Catalog::mapped(std::string_view url) const {
+  const std::optional<uint32_t> number = urls_->number_of(url);
+  if (!number) return number;
+  const std::optional<std::string> record = get(*number);
+  const bool is_wrong = record ? url_of(*record).value_or(std::string(url)) != url : *number - 1 >= next_number() - 1;
+  if (is_wrong) throw Failure("damaged record " + std::string(url) + " in " + urls_->table().path());
+  return number;
 }
 
 uint32_t Catalog::next_number() const {

@@ -54,6 +54,7 @@ class Catalog {
 
  private:
   const UrlScan &scan() const;
+  std::optional<uint32_t> mapped(std::string_view url) const;
 
   std::string path_;
   std::optional<HashTable> table_;

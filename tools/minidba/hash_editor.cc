@@ -7,6 +7,7 @@
 
 #include "tools/minidba/failure.h"
 #include "tools/minidba/page_pool.h"
+#include "tools/minidba/page_use.h"
 
 namespace minidba {
 namespace {
@@ -92,7 +93,9 @@ bool has_outgrown(const Header &header, const Stamp &planned) {
          header.spares[header.overflow_point] > planned.planned_pages + buckets / 2 + 64;
 }
 
-void check(const std::string &path, Editor &editor, const std::vector<Item> &items) {
+/// check reads a file that was edited. False when a page of it has two uses: damaged bitmaps have offered one that was
+/// in use, and what stood there is lost.
+bool check(const std::string &path, Editor &editor, const std::vector<Item> &items) {
   const HashTable table(path);
   BucketReader reader(table);
   for_each_bucket(table.header(), items, [&](uint32_t bucket, const Item *first, const Item *last) {
@@ -102,7 +105,7 @@ void check(const std::string &path, Editor &editor, const std::vector<Item> &ite
     if (reader.next()) throw not_read_back(path);
   });
   // What was copied is still linked to: the whole file holds as many records as its header says.
-  table.each([](std::string_view, std::string_view) {});
+  return !PageUse(table).is_shared();
 }
 
 bool edit(const HashTable &old, const std::string &path, std::vector<Item> &items, const Fetch &fetch, Stamp stamp) {
@@ -115,8 +118,12 @@ bool edit(const HashTable &old, const std::string &path, std::vector<Item> &item
   stamp.planned_pages = old.stamp()->planned_pages;
   if (has_outgrown(header, stamp)) return false;
   stamp.write(file);
-  check(path, editor, items);
-  return true;
+  try {
+    return check(path, editor, items);
+  } catch (const Failure &) {
+    // A file that is written as a whole is read back too; if that fails as well, the old one is damaged.
+    return false;
+  }
 }
 
 }  // namespace

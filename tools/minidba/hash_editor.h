@@ -19,8 +19,8 @@ constexpr uint32_t erased_value = UINT32_MAX;
 /// its own pages first, and read back byte for byte; then all of the new file is walked once.
 ///
 /// False, and no file is left, when a file written as a whole is the better one: `old` was not made by minidba, most
-/// buckets change, records have become too many or too long for its pages, or no page is free. Throws a Failure when a
-/// file cannot be read or written.
+/// buckets change, records have become too many or too long for its pages, no page is free, or its bitmaps have offered
+/// a page that is in use. Throws a Failure when a file cannot be read or written.
 bool edit_hash_file(const HashTable &old, const std::string &path, std::vector<Item> &items, const Fetch &fetch,
                     Stamp stamp);
 

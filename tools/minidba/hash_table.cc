@@ -49,11 +49,13 @@ uint32_t HashTable::buckets() const {
   return count;
 }
 
-void HashTable::each(const Visit &visit) const {
+void HashTable::each(const Visit &visit, const Linked &linked) const {
   uint64_t count = 0;
   BucketReader reader(*this);
-  for (uint32_t bucket = 0, end = buckets(); bucket < end; ++bucket)
+  for (uint32_t bucket = 0, end = buckets(); bucket < end; ++bucket) {
     for (reader.start(bucket); reader.next(); ++count) visit(reader.key(), reader.value());
+    if (linked) linked(reader.overflow());
+  }
   // Other programs miscount now and then; a file of ours that holds fewer was cut.
   if (stamp() && count != header().records)
     throw Failure("records are missing in " + path() + ": " + std::to_string(count) + " of " +

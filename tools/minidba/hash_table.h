@@ -24,9 +24,11 @@ class HashTable {
   std::optional<std::string> get(std::string_view key) const;
 
   using Visit = std::function<void(std::string_view key, std::string_view value)>;
+  /// Linked is told which overflow pages a bucket goes on to, by their addresses.
+  using Linked = std::function<void(const std::vector<uint16_t> &addresses)>;
   /// each visits every record, in the file's order. Throws a Failure at the first damaged one, and at the end when a
-  /// file of ours holds another number of records than it should.
-  void each(const Visit &visit) const;
+  /// file of ours holds another number of records than it should. `linked` may be empty.
+  void each(const Visit &visit, const Linked &linked = {}) const;
 
   const std::string &path() const { return state_->file.name(); }
   const File &file() const { return state_->file; }

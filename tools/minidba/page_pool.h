@@ -26,13 +26,15 @@ class PagePool {
   uint16_t take();
   /// release makes a page free.
   void release(uint16_t address);
+  bool is_free(uint32_t bit) const { return free_.count(bit) != 0; }
+  /// address_of returns the address of the page that a bit of the bitmaps stands for.
+  uint16_t address_of(uint32_t bit) const;
   /// write brings the bitmaps into the file and the header up to date with them.
   void write();
 
  private:
   uint32_t bits_per_map() const { return header_.page_size * 8; }
   uint32_t bit_of(uint16_t address) const;
-  uint16_t address_of(uint32_t bit) const;
   void set(uint32_t bit, bool used);
   uint32_t extend();
 

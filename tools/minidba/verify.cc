@@ -9,6 +9,7 @@
 #include "tools/minidba/failure.h"
 #include "tools/minidba/index_file.h"
 #include "tools/minidba/layout.h"
+#include "tools/minidba/page_use.h"
 #include "tools/minidba/progress.h"
 #include "tools/minidba/record.h"
 #include "tools/minidba/verbs.h"
@@ -114,6 +115,21 @@ void check_records(const Catalog &catalog, Findings &findings, Progress &progres
     findings.faults.add("the database counts " + std::to_string(counted) + " records and has " +
                         std::to_string(records));
   std::sort(findings.descriptions.begin(), findings.descriptions.end(), by_number);
+  const auto twice = [](const IndexEntry &a, const IndexEntry &b) { return a.number == b.number; };
+  const auto &known = findings.descriptions;
+  for (auto at = known.begin(); (at = std::adjacent_find(at, known.end(), twice)) != known.end(); ++at)
+    findings.faults.add(named(at->number) + " is there twice");
+}
+
+/// check_pages looks for pages that the next writer would spoil.
+void check_pages(const HashTable &table, Faults &faults) {
+  try {
+    const PageUse use(table);
+    if (use.is_shared()) faults.add("a page is used twice: " + table.path());
+    if (table.stamp() && !use.is_marked()) faults.add("the free pages are marked wrongly: " + table.path());
+  } catch (const Failure &failure) {
+    faults.add(failure.what());
+  }
 }
 
 const IndexEntry *find(const std::vector<IndexEntry> &by_number_sorted, uint32_t number) {
@@ -238,6 +254,8 @@ void check_all(const Options &options, const Console &console, Findings &finding
     check_records(catalog, findings, progress);
   }
   check_map(catalog, findings);
+  check_pages(catalog.table(), findings.faults);
+  if (const UrlMap *map = catalog.url_map()) check_pages(map->table(), findings.faults);
   check_index(options, findings);
   const auto after = status_of(options.database);
   if (!before || !after || !same_file(*before, *after)) throw Failure("changed meanwhile: " + options.database);

@@ -12,9 +12,11 @@
 
 #include "dba/guard.h"
 #include "support/files.h"
+#include "tools/minidba/page_use.h"
 
 namespace {
 
+using hash_file::Header;
 using minidba::HashTable;
 using minidba::Item;
 using minidba::Record;
@@ -93,6 +95,9 @@ class HashEditor : public ::testing::Test {
     ASSERT_TRUE(found == records);
     expect_found(database_ptr(QX_dbopen(path_.c_str(), O_RDWR, 0, DB_HASH, nullptr)).get(), records);
     EXPECT_EQ(used_bits(table), linked_pages(table));
+    const minidba::PageUse use(table);
+    EXPECT_FALSE(use.is_shared());
+    EXPECT_TRUE(use.is_marked());
   }
 
   static size_t linked_pages(const HashTable &table) {
@@ -173,6 +178,41 @@ TEST_F(HashEditor, LongRecordsComeAndGo) {
   EXPECT_TRUE(change({"other"}, records));
   ASSERT_NO_FATAL_FAILURE(expect_sound(records));
   EXPECT_EQ(HashTable(path_).file().size(), size) << "pages that were free are used again";
+}
+
+/// A bitmap that was damaged offered the pages of a long record as free. The change was written there and read back,
+/// the number of records was right, and the long record was lost without a word.
+TEST_F(HashEditor, PagesThatDamagedBitmapsOfferAreNotTaken) {
+  Records records;
+  for (uint32_t i = 0; i < 3000; ++i) records[key_of(i)] = random_value(4000);
+  records["long"] = std::string(300000, 'x');
+  write_whole(records);
+  const Header header = HashTable(path_).header();
+  std::string bytes = support::read_file(path_);
+  const uint64_t bitmap = overflow_page(header, header.bitmaps[0]);
+  bytes.replace(bitmap << header.page_shift, header.page_size, header.page_size, '\0');
+  support::write_file(path_, bytes);
+  EXPECT_FALSE(minidba::PageUse(HashTable(path_)).is_marked());
+  records["other"] = std::string(300000, 'y');
+  EXPECT_FALSE(change({"other"}, records)) << "the file is written anew";
+  ASSERT_NO_FATAL_FAILURE(expect_sound(records));
+}
+
+/// As above, where it is the address of the bitmap that was damaged: the bits were set in a record.
+TEST_F(HashEditor, APageOfARecordIsNoBitmap) {
+  Records records;
+  for (uint32_t i = 0; i < 3000; ++i) records[key_of(i)] = random_value(4000);
+  records["long"] = std::string(300000, 'x');
+  write_whole(records);
+  std::string bytes = support::read_file(path_);
+  Header header = HashTable(path_).header();
+  header.bitmaps[0] = static_cast<uint16_t>(header.bitmaps[0] + 2);
+  hash_file::encode(header, reinterpret_cast<unsigned char *>(bytes.data()));
+  support::write_file(path_, bytes);
+  EXPECT_TRUE(minidba::PageUse(HashTable(path_)).is_shared());
+  records["other"] = std::string(300000, 'y');
+  EXPECT_FALSE(change({"other"}, records)) << "the file is written anew";
+  ASSERT_NO_FATAL_FAILURE(expect_sound(records));
 }
 
 TEST_F(HashEditor, AFileThatHasOutgrownItsPagesIsWrittenAnew) {

@@ -1,11 +1,14 @@
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <functional>
 #include <nlohmann/json.hpp>
 
 #include "catalog_files.h"
 #include "dba/guard.h"
+#include "dba/hash_file.h"
 
 namespace {
 
@@ -44,6 +47,16 @@ class Verify : public testing::Test {
   std::string entry(uint32_t number) {
     const std::string bytes = support::read_file(catalog_.path(".idx"));
     return bytes.substr(8 + 20 * (number - 1), 20);
+  }
+  /// remap makes a map that belongs to the snapshot but does not fit it, as only a fault can have made it. Without a
+  /// key the URL is taken away.
+  void remap(const std::string &url, const std::string &key) {
+    const database_ptr map(dba_open(catalog_.path(".url").c_str(), "w"));
+    ASSERT_TRUE(map);
+    std::string name = url, bytes = key;
+    const DBT k{name.data(), name.size()}, v{bytes.data(), bytes.size()};
+    DBT put = k;
+    EXPECT_EQ(key.empty() ? dba_del(map.get(), &k) : dba_put(map.get(), &put, &v), 0);
   }
   void write_index(const std::vector<std::string> &entries) {
     std::string bytes = word(0x3EB1CA0E) + word(static_cast<uint32_t>(entries.size()));
@@ -157,18 +170,6 @@ TEST_F(Verify, FindsDamageInTheUrlMap) {
 }
 
 TEST_F(Verify, FindsWhatIsWrongWithTheUrlMap) {
-  // A map that belongs to the snapshot but does not fit it, as only a fault can have made it.
-  const auto remap = [&](const std::string &url, const std::string &key) {
-    const database_ptr map(dba_open(catalog_.path(".url").c_str(), "w"));
-    ASSERT_TRUE(map);
-    std::string name = url, bytes = key;
-    DBT k{}, v{};
-    k.data = name.data();
-    k.size = name.size();
-    v.data = bytes.data();
-    v.size = bytes.size();
-    EXPECT_EQ(key.empty() ? dba_del(map.get(), &k) : dba_put(map.get(), &k, &v), 0);
-  };
   remap("http://localhost/9", "00000009");
   expect_faults({"the URL map has description 9, which is not there: http://localhost/9"});
   remap("http://localhost/9", "");
@@ -177,6 +178,53 @@ TEST_F(Verify, FindsWhatIsWrongWithTheUrlMap) {
   expect_faults({"the URL of description 3 leads to 1: http://localhost/3"});
   remap("http://localhost/3", "");
   expect_faults({"the URL of description 3 leads to nothing: http://localhost/3"});
+}
+
+/// A map that led from one URL to the number of another had an update put the one description in the place of the
+/// other, and a deletion take the other away.
+TEST_F(Verify, WritersDoNotBelieveAMapThatLeadsElsewhere) {
+  const auto before = catalog_.records();
+  const std::string failure = "minidba: damaged record http://localhost/3 in " + catalog_.path(".url") + "\n";
+  for (const char *key : {"00000001", "00000004", "00000000"}) {
+    remap("http://localhost/3", key);
+    EXPECT_EQ(catalog_.update(rd("http://localhost/3", {{"title", "new"}})).errors, failure);
+    EXPECT_EQ(catalog_.run({"delete", "http://localhost/3"}).errors, failure);
+    EXPECT_EQ(catalog_.run({"get", "http://localhost/3"}).errors, failure);
+    EXPECT_EQ(catalog_.records(), before);
+  }
+  EXPECT_EQ(catalog_.run({"rebuild"}).status, 0);
+  EXPECT_EQ(catalog_.run({"delete", "http://localhost/3"}).status, 0);
+  EXPECT_EQ(catalog_.records().size(), 2u);
+}
+
+TEST_F(Verify, ADescriptionThatIsNoObjectAnyMoreIsReplacedByTheNext) {
+  struct stat status;
+  ASSERT_EQ(::stat(catalog_.path().c_str(), &status), 0);
+  std::string bytes = support::read_file(catalog_.path());
+  bytes[bytes.find("@DOCUMENT { http://localhost/2")] = '?';
+  support::write_file(catalog_.path(), bytes);
+  const struct timespec times[] = {status.st_atim, status.st_mtim};
+  ASSERT_EQ(::utimensat(AT_FDCWD, catalog_.path().c_str(), times, 0), 0) << "the map is still of this snapshot";
+  const Finished finished = catalog_.update(rd("http://localhost/2", {{"title", "again"}}));
+  EXPECT_EQ(finished.status, 0) << finished.errors;
+  EXPECT_EQ(CatalogFiles::value(catalog_.records()["00000002"], "title"), "again");
+  EXPECT_EQ(catalog_.records().size(), 3u);
+}
+
+TEST_F(Verify, FindsPagesThatAreMarkedWrongly) {
+  const std::string sound = support::read_file(catalog_.path());
+  const auto header = hash_file::decode(reinterpret_cast<const unsigned char *>(sound.data()));
+  const size_t bitmap = overflow_page(header, header.bitmaps[0]) << header.page_shift;
+  for (const char bits : {'\0', '\3'}) {
+    std::string bytes = sound;
+    ASSERT_EQ(bytes[bitmap], '\1') << "the bitmap itself is the only overflow page";
+    bytes[bitmap] = bits;
+    support::write_file(catalog_.path(), bytes);
+    if (bits == '\0')
+      expect_faults({"the free pages are marked wrongly: " + catalog_.path()});
+    else
+      EXPECT_EQ(catalog_.run({"verify"}).status, 0) << "there is no second page";
+  }
 }
 
 TEST_F(Verify, FindsDamagedPagesAndWhatTheyHide) {

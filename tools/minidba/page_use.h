@@ -1,0 +1,33 @@
+/// What each page of a hash file is used for.
+#ifndef MINIDBA_PAGE_USE_H
+#define MINIDBA_PAGE_USE_H
+
+#include <cstdint>
+#include <vector>
+
+#include "tools/minidba/hash_table.h"
+
+namespace minidba {
+
+/// PageUse knows the pages that buckets, their records and the bitmaps take. The table must outlive it.
+class PageUse {
+ public:
+  /// Reads the whole file. Throws a Failure when it is damaged.
+  explicit PageUse(const HashTable &table);
+
+  /// is_shared says whether a page has two uses, so that writing one spoils the other.
+  bool is_shared() const { return shared_; }
+  /// is_marked says whether the bitmaps mark the overflow pages that are in use, and no others.
+  bool is_marked() const;
+
+ private:
+  void take(uint64_t page);
+
+  const HashTable &table_;
+  std::vector<bool> used_;  // by number of the page
+  bool shared_ = false;
+};
+
+}  // namespace minidba
+
+#endif
