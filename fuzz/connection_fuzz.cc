@@ -1,0 +1,158 @@
+/// Any bytes from a client, by way of a socket. The server must answer with whole HTTP messages and close, and the
+/// pieces in which the bytes arrive must not matter.
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <charconv>
+#include <csignal>
+#include <memory>
+#include <regex>
+
+#include "fuzz/site.h"
+#include "hosts/common/host_table.h"
+#include "hosts/rdmd/connection.h"
+#include "hosts/rdmd/server.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+/// Host is a server whose clients come by pairs of sockets instead of its address.
+class Host {
+ public:
+  Host() : errors_("/dev/null"), access_(""), plugin_(load()), server_(settings(), plugin_, errors_, access_) {
+    std::signal(SIGPIPE, SIG_IGN);
+    fuzz::require(plugin_.init(site_.configuration()).empty(), "the configuration");
+  }
+
+  rdmd::Server &server() { return server_; }
+
+ private:
+  static hosts::Plugin load() {
+    hosts::bind_host([](const hosts::Report &) {});
+    return hosts::Plugin(PLUGIN);
+  }
+  static const rdmd::Settings &settings() {
+    static const rdmd::Settings settings = [] {
+      rdmd::Settings made;
+      made.listen = "127.0.0.1:0";
+      made.limits.head_bytes = 4096;
+      made.limits.target_bytes = 1024;
+      return made;
+    }();
+    return settings;
+  }
+
+  fuzz::Site site_;
+  rdmd::ErrorLog errors_;
+  rdmd::AccessLog access_;
+  hosts::Plugin plugin_;
+  rdmd::Server server_;
+};
+
+/// Client is one connection to the host, and what came back on it.
+class Client {
+ public:
+  explicit Client(Host &host) {
+    int pair[2];
+    fuzz::require(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, pair) == 0, "a pair of sockets");
+    socket_ = pair[0];
+    rdmd::io::Socket socket(boost::asio::make_strand(context_));
+    socket.assign(rdmd::io::Tcp::v4(), pair[1]);
+    const auto connection = std::make_shared<rdmd::Connection>(std::move(socket), host.server());
+    connection_ = connection;
+    connection->start();
+  }
+  Client(const Client &) = delete;
+  Client &operator=(const Client &) = delete;
+  ~Client() { ::close(socket_); }
+
+  /// send has the server see `bytes` by themselves.
+  void send(std::string_view bytes) {
+    while (!bytes.empty() && !connection_.expired()) {
+      const ssize_t sent = ::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+      if (sent > 0) bytes.remove_prefix(static_cast<size_t>(sent));
+      context_.poll();
+      receive();
+      if (sent < 0 && errno != EAGAIN) return;
+    }
+  }
+
+  /// answers ends what is sent and returns all that came back until the server closed.
+  std::string answers() {
+    ::shutdown(socket_, SHUT_WR);
+    const auto end = rdmd::io::Clock::now() + 5s;
+    while (!connection_.expired()) {
+      fuzz::require(rdmd::io::Clock::now() < end, "the end of a connection");
+      context_.run_one_for(100ms);
+      receive();
+    }
+    receive();
+    return std::move(received_);
+  }
+
+ private:
+  void receive() {
+    char block[65536];
+    for (ssize_t n = 0; (n = ::recv(socket_, block, sizeof block, 0)) > 0;)
+      received_.append(block, static_cast<size_t>(n));
+  }
+
+  boost::asio::io_context context_;
+  // While the plug-in answers, the connection waits for nothing here.
+  boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work_ = make_work_guard(context_);
+  int socket_ = -1;
+  std::weak_ptr<rdmd::Connection> connection_;
+  std::string received_;
+};
+
+std::string converse(Host &host, std::string_view bytes, size_t piece) {
+  Client client(host);
+  for (; !bytes.empty(); bytes.remove_prefix(std::min(piece, bytes.size()))) client.send(bytes.substr(0, piece));
+  return client.answers();
+}
+
+/// comparable leaves out what depends on when an answer was made: dates, and whether the client had to be told to go
+/// on.
+std::string comparable(const std::string &answers) {
+  static const std::regex passing("Date: [^\r]*\r\n|HTTP/1\\.1 100 Continue\r\n\r\n");
+  return std::regex_replace(answers, passing, "");
+}
+
+/// body_size returns how much of `rest` is the body of the answer with this head: without a length it is all.
+size_t body_size(std::string_view head, std::string_view rest) {
+  constexpr std::string_view name = "\r\nContent-Length: ";
+  const size_t at = head.find(name);
+  if (at == std::string_view::npos) return rest.size();
+  size_t length = 0;
+  std::from_chars(head.data() + at + name.size(), head.data() + head.size(), length);
+  return length;
+}
+
+/// check_messages requires whole messages. One whose body is missing is an answer to HEAD.
+void check_messages(std::string_view answers) {
+  while (!answers.empty()) {
+    fuzz::require(answers.starts_with("HTTP/1.1 "), "the status line of an answer");
+    const size_t end = answers.find("\r\n\r\n");
+    fuzz::require(end != std::string_view::npos, "the end of a head");
+    const std::string_view head = answers.substr(0, end);
+    answers.remove_prefix(end + 4);
+    if (answers.empty() || answers.starts_with("HTTP/1.1 ")) continue;
+    const size_t size = body_size(head, answers);
+    fuzz::require(size <= answers.size(), "the whole body of an answer");
+    answers.remove_prefix(size);
+  }
+}
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+  static Host host;
+  std::string_view input = fuzz::text(data, size);
+  const size_t piece = 1 + fuzz::take(input, 1);
+  const std::string whole = comparable(converse(host, input, input.size()));
+  fuzz::require(whole == comparable(converse(host, input, piece)), "answers that depend on how a request arrives");
+  check_messages(whole);
+  return 0;
+}

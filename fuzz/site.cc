@@ -1,0 +1,36 @@
+#include "fuzz/site.h"
+
+#include "dba/guard.h"
+
+namespace fuzz {
+namespace {
+
+constexpr char record[] = "@FILE { http://a/1\ntitle{3}:\tOne\nauthor-1{2}:\tMe\n}\n";
+constexpr std::string_view index_bytes{
+    "\x3e\xb1\xca\x0e\0\0\0\2"
+    "\0\0\1\0\0\0\0\0\0\0\0\1\0\0\0\0\0\0\0\0"
+    "\0\0\2\0\0\0\0\0\0\0\0\2\0\0\0\0\0\0\0\0",
+    48};
+
+}  // namespace
+
+Site::Site() {
+  write_catalog();
+  folder_.write("server.rdm", "@RDMHEADER { -\nrdm-version{3}:\t1.0\n}\n\n@SERVER { -\n}\n");
+  folder_.write("csid.conf", "csid=\"x-catalog://localhost:80/a\" catalog-database=\"" + folder_.path("db") +
+                                 "\" server-description=\"" + folder_.path("server.rdm") + "\"\n");
+  folder_.write("rdm.conf", "bindir=\"/nowhere\" csid-config=\"" + folder_.path("csid.conf") +
+                                "\" csid-default=\"x-catalog://localhost:80/a\"\n");
+}
+
+void Site::write_catalog() const {
+  const database_ptr database(dba_open(folder_.path("db").c_str(), "w+"));
+  for (const char *number : {"00000001", "00000002"}) {
+    DBT key{const_cast<char *>(number), 8};
+    const DBT value{const_cast<char *>(record), sizeof record - 1};
+    require(dba_put(database.get(), &key, &value) == 0, "a record");
+  }
+  folder_.write("db.idx", index_bytes);
+}
+
+}  // namespace fuzz
