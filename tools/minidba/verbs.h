@@ -3,15 +3,16 @@
 #ifndef MINIDBA_VERBS_H
 #define MINIDBA_VERBS_H
 
+#include "tools/common/program.h"
 #include "tools/minidba/options.h"
 
 namespace minidba {
 
 using Verb = int (*)(const Options &, const Console &);
 
-constexpr int exit_done = 0;
+/// What the exit status says, besides tools::exit_failure after a Failure.
+using tools::exit_done;
 constexpr int exit_found_fault = 1;  // the work was done and found something missing or damaged
-constexpr int exit_failure = 2;
 
 /// update takes in the descriptions on the input and prints how many it accepted.
 int update(const Options &options, const Console &console);

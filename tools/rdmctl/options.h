@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/common/program.h"
+
 namespace rdmctl {
 
 /// Options are the same record for all verbs; each reads the fields that concern it.
@@ -15,10 +17,9 @@ struct Options {
   std::vector<std::string> files;  // "-" is standard input
 };
 
-/// What the program's exit status says.
-constexpr int exit_done = 0;
+/// What the exit status says, besides tools::exit_failure after a Failure.
+using tools::exit_done;
 constexpr int exit_incomplete = 1;  // the work was done, but not all was accepted
-constexpr int exit_failure = 2;     // it could not be done
 
 }  // namespace rdmctl
 
