@@ -218,4 +218,18 @@ TEST_F(HostTable, AFileThatIsNotThereIsNoLoss) {
   EXPECT_EQ(hosts::losses(), before + 1);
 }
 
+TEST_F(HostTable, NoFolderForTemporaryFilesIsALoss) {
+  // A service in a container without /tmp answered long requests with their headers alone.
+  qxapi_host bare = *qxapi_posix_host();
+  bare.stat = [](const char *, struct stat *) {
+    errno = ENOENT;
+    return -1;
+  };
+  hosts::bind_host([](const hosts::Report &) {}, bare);
+  const long before = hosts::losses();
+  struct stat status;
+  EXPECT_EQ(host_stat(P_tmpdir, &status), -1);
+  EXPECT_EQ(hosts::losses(), before + 1);
+}
+
 }  // namespace
