@@ -113,8 +113,8 @@ void ServiceTest::start(const std::string &services) {
   const std::string list =
       folder_.write("csid.conf", services.empty() ? filled("csid.conf.in", shared_->path()) : services);
   const std::string config = folder_.write("rdm.conf", filled("rdm.conf.in", folder_.path()));
-  server_ = std::make_unique<support::RdmdProcess>(
-      std::vector<std::string>{"--listen", "127.0.0.1:0", "--config", config, "--access-log", folder_.path("access")});
+  server_ = std::make_unique<support::RdmdProcess>(std::vector<std::string>{
+      "--listen", "127.0.0.1:0", "--threads", "8", "--config", config, "--access-log", folder_.path("access")});
   port_ = server_->port();
 }
 

@@ -59,7 +59,8 @@ class ServiceTest : public ::testing::Test {
   static void SetUpTestSuite();
   static void TearDownTestSuite();
 
-  /// start serves a configuration with logs of its own: the examples', unless another list of services is given.
+  /// start serves a configuration with logs of its own: the examples', unless another list of services is given. More
+  /// threads than usual read and write, so that they meet more often.
   void start(const std::string &services = "");
   int stop();
 

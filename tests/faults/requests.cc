@@ -35,13 +35,13 @@ void make_catalog(const support::TemporaryFolder &folder) {
 }
 
 /// configure writes the service's configuration and returns its path.
-std::string configure(const support::TemporaryFolder &folder) {
+std::string configure(const support::TemporaryFolder &folder, const std::string &logs) {
   const std::string server = folder.write("server.rdm", "@RDMHEADER { -\nrdm-version{3}:\t1.0\n}\n\n@SERVER { -\n}\n");
   const std::string services =
       folder.write("csid.conf", "csid=\"" + std::string(csid) + "\" catalog-database=\"" + folder.path("catalog.db") +
                                     "\" server-description=\"" + server + "\"\n");
-  return folder.write("rdm.conf", "bindir=\"/nowhere\" csid-config=\"" + services + "\" csid-default=\"" + csid +
-                                      "\" debug-loglevel=\"0\"\n");
+  return folder.write(
+      "rdm.conf", "bindir=\"/nowhere\" csid-config=\"" + services + "\" csid-default=\"" + csid + "\" " + logs + "\n");
 }
 
 std::string bytes_of(hosts::Exchange &exchange) {
@@ -89,11 +89,11 @@ const std::vector<Request> &requests() {
   return all;
 }
 
-Service::Service(const qxapi_host &host, const long &live_blocks)
+Service::Service(const qxapi_host &host, const long &live_blocks, const std::string &logs)
     : live_blocks_(live_blocks), plugin_(BINARY_DIR "/lib/librdm.so.1") {
   hosts::bind_host([](const hosts::Report &) {}, host);
   make_catalog(folder_);
-  EXPECT_EQ(plugin_.init(configure(folder_)), "");
+  EXPECT_EQ(plugin_.init(configure(folder_, logs)), "");
 }
 
 Service::~Service() {

@@ -39,8 +39,9 @@ struct Answer {
 /// answers to be written to a file.
 class Service {
  public:
-  /// `host` serves memory and files. It must count the blocks that are alive in `live_blocks`.
-  Service(const qxapi_host &host, const long &live_blocks);
+  /// `host` serves memory and files. It must count the blocks that are alive in `live_blocks`. `logs` are more pairs of
+  /// the configuration.
+  Service(const qxapi_host &host, const long &live_blocks, const std::string &logs = "debug-loglevel=\"0\"");
   Service(const Service &) = delete;
   Service &operator=(const Service &) = delete;
   ~Service();
@@ -49,10 +50,10 @@ class Service {
   /// plug-in has returned.
   Answer answer(const Request &request, const std::function<void()> &arm = {},
                 const std::function<void()> &disarm = {});
+  /// serve does the same from any thread, without counting blocks.
+  Answer serve(const Request &request, const std::function<void()> &arm = {}, const std::function<void()> &disarm = {});
 
  private:
-  Answer serve(const Request &request, const std::function<void()> &arm, const std::function<void()> &disarm);
-
   support::TemporaryFolder folder_;
   const long &live_blocks_;
   hosts::Plugin plugin_;
