@@ -69,10 +69,10 @@ TEST_F(Delivery, AHeaderThatTheHostRefusesDoesNotStopTheAnswer) {
 
 TEST_F(Delivery, AsksItsHostInOrder) {
   Exchange file("GET", "/rdm/incoming");
-  const support::Trace trace;
-  EXPECT_EQ(send(buffer_of("answer")), 0);
   csio *result = buffer_of(std::string(50000, 'x'), 32768);
   const std::string path = result->filename;
+  const support::Trace trace;
+  EXPECT_EQ(send(buffer_of("answer")), 0);
   EXPECT_EQ(rdm_send_result(1, result, &file.session, &file.request), 0);
   const std::vector<std::string> expected = {"set_status 200",   "start_response", "net_write 6",
                                              "set_status 200",   "start_response", "open_read " + path,

@@ -207,8 +207,8 @@ TEST_F(Initialisation, CompletesAndSaysSo) {
 }
 
 TEST_F(Initialisation, SkipsCommentsAndReadsSeveralPairsALine) {
-  EXPECT_EQ(init("#bindir=/wrong\nbindir=\"/opt/with blank\" tmpdir=/var/tmp\ncsid-config=" + csid_file() +
-                 " csid-default=c debug-loglevel=3 debug-logfile=" + folder_.path("debug.log")),
+  EXPECT_EQ(init("# bindir=/wrong\n#bindir=/wrong\nbindir=\"/opt/with blank\" tmpdir=/var/tmp\ncsid-config=" +
+                 csid_file() + " csid-default=c debug-loglevel=3 debug-logfile=" + folder_.path("debug.log")),
             0);
   EXPECT_EQ(variable("PATH"), "/opt/with blank:/usr/bin:/bin");
   EXPECT_EQ(variable("TMPDIR"), "/var/tmp");

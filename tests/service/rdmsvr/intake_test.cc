@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <string>
 
@@ -257,8 +258,8 @@ TEST_F(Intake, RefusesAHeaderThatDoesNotParse) {
 }
 
 TEST_F(Intake, RefusesAHeaderCutByItsLength) {
-  const std::string message = header("status-request") + "\n\n";
-  for (const size_t length : {size_t{1}, size_t{20}, message.size() / 2, message.find('}') + 1}) {
+  const std::string message = header("status-request", "x-catalog://localhost:80/" + std::string(300, 'c')) + "\n\n";
+  for (size_t length = 1; length <= message.find("\n}\n") + 1; ++length) {
     EXPECT_EQ(post("/rdm/status-request", message, static_cast<int>(length)), HOST_DONE);
     expect_refused("Did not receive valid RDM message header.", std::to_string(length));
   }
@@ -368,6 +369,28 @@ TEST_F(Intake, WithoutTheSectionAnswersTheSame) {
             (std::vector<std::string>{"param_create 7", "set_status 200", "start_response", "net_write 79"}));
 }
 
+/// The buffers of a request take 32768 bytes of memory with the NUL behind them; one byte more is a file.
+TEST_F(Intake, MessagesBeyondTheMemoryOfTheirBuffersGoThroughFiles) {
+  const std::string head = header("status-request") + "\n";
+  const struct {
+    std::string message;
+    int files;
+  } rows[] = {{head + std::string(20000, 'b'), 0},
+              {std::string(20000, 'h'), 0},
+              {head + std::string(32768 - head.size(), 'b'), 0},
+              {std::string(32768, 'h'), 1}};
+  for (const auto &row : rows) {
+    const support::Trace trace;
+    EXPECT_EQ(post("/rdm/status-request", row.message), HOST_DONE);
+    EXPECT_EQ(std::count(trace.calls().begin(), trace.calls().end(), "open_write"), row.files);
+  }
+  const support::Trace trace;
+  const std::string query = "type=status-request&view-attributes=" + std::string(40000, 'a');
+  EXPECT_EQ(get("/rdm/status-request", query.c_str()), HOST_DONE);
+  EXPECT_EQ(host.sent, online);
+  EXPECT_EQ(std::count(trace.calls().begin(), trace.calls().end(), "open_write"), 1) << "the body of a query";
+}
+
 /// A handler that has sent its answer leaves nothing to send.
 TEST_F(Intake, AnswersThatTheirHandlerSendsGoOutOnce) {
   support::Catalog catalog(folder_);
@@ -448,6 +471,15 @@ TEST_F(Intake, RefusesACatalogThatIsNotConfigured) {
   const std::string longest = "x-catalog://h:1/" + std::string(800, 'c');
   EXPECT_EQ(post("/rdm/status-request", header("status-request", longest) + "\n\n"), HOST_DONE);
   expect_refused("Unknown CSID: " + longest + "\n");
+}
+
+TEST_F(Intake, TheBodyIsNotReadForACatalogThatIsNotConfigured) {
+  const std::string head = header("status-request", "unconfigured") + "\n";
+  Exchange x("POST", "/rdm/status-request", head + "body");
+  x.header("content-length", std::to_string(head.size() + 4));
+  EXPECT_EQ(serve(x), HOST_DONE);
+  expect_refused("Unknown CSID: unconfigured\n");
+  EXPECT_EQ(x.session.input->position, static_cast<int32_t>(head.size()));
 }
 
 TEST_F(Intake, ChecksComeInOrder) {

@@ -53,6 +53,11 @@ host_fd open_read(const char *path) {
   return memory().open_read(path);
 }
 
+host_fd open_write(const char *path) {
+  note("open_write");
+  return memory().open_write(path);
+}
+
 host_fd open_append(const char *path) {
   note("open_append " + std::string(path));
   return memory().open_append(path);
@@ -110,6 +115,7 @@ Trace::Trace() : host(memory_host()) {
   host.buffer_close = buffer_close;
   host.buffer_send = buffer_send;
   host.open_read = open_read;
+  host.open_write = open_write;
   host.open_append = open_append;
   host.write_log = write_log;
   host.crit_create = crit_create;

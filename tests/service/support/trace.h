@@ -10,7 +10,8 @@
 namespace support {
 
 /// Trace is a memory host that notes, for its lifetime, what is asked of it: blocks of pairs, files and their readers,
-/// sections ("log", "service"), statuses, answers, exits and reports.
+/// sections ("log", "service"), statuses, answers, exits and reports. Files that are opened for writing have no name
+/// that a test could know.
 class Trace {
  public:
   Trace();
