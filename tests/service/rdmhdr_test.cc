@@ -88,6 +88,13 @@ TEST_F(RdmHeader, IgnoresTheRecordsVersionWhenPrinting) {
   EXPECT_EQ(printed(header_.get()), "@RDMHEADER { -\nrdm-version{3}:\t1.0\nrdm-type{7}:\tUnknown\n}\n\n\n");
 }
 
+TEST_F(RdmHeader, IsInItsFileOnceItIsPrinted) {
+  const csio_ptr io = buffer_of("before\n");
+  csio_convert2file(io.get());
+  EXPECT_EQ(rdmhdr_print(header_.get(), io.get()), 0);
+  EXPECT_EQ(support::read_file(io->filename), "before\n" + printed(header_.get()));
+}
+
 TEST_F(RdmHeader, PrintsNoErrorCodeUnlessItIsAboveZero) {
   for (int32_t code : {0, -1, INT32_MIN}) {
     header_->error_code = code;

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 
 #include "service/message.h"
@@ -162,6 +163,21 @@ TEST_F(Handlers, DescriptionsWhoseFileIsMissingAreUnavailable) {
     EXPECT_EQ(respond(row.request), 0);
     EXPECT_EQ(output(), answer(row.response, row.unavailable));
   }
+}
+
+/// A length has 32 bits.
+TEST_F(Handlers, ADescriptionBeyondTheLongestLengthIsUnavailable) {
+  const support::TemporaryFolder folder;
+  const std::string path = folder.write("description", "");
+  const support::Registry registry(folder, "csid=\"" + std::string(csid) + "\" server-description=\"" + path + "\"\n");
+  std::filesystem::resize_file(path, 0xFFFFFFFF);
+  EXPECT_EQ(respond(RDM_SERVER_REQUEST), 0);
+  EXPECT_EQ(output_->filename, path);
+  EXPECT_EQ(output_->length, 0xFFFFFFFFu);
+  std::filesystem::resize_file(path, 0x100000000);
+  output_ = make_csio(32768);
+  EXPECT_EQ(respond(RDM_SERVER_REQUEST), 0);
+  EXPECT_EQ(output(), answer("server-description-response", "Server description is unavailable."));
 }
 
 /// Whatever can be looked at is named; what cannot be read after all is for delivery to report.

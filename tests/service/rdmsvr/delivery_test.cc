@@ -122,6 +122,23 @@ TEST_F(Delivery, SendsAFileAndRemovesItWithItsBuffer) {
   EXPECT_FALSE(support::file_exists(path));
 }
 
+TEST_F(Delivery, SendsTheBytesOfAFileThatWaitInMemory) {
+  csio *result = buffer_of(std::string(50000, 'x'), 32768);
+  csio_append(result, "the end", 7);
+  ASSERT_EQ(result->wbuf_len, 7);
+  EXPECT_EQ(send(result), 0);
+  EXPECT_EQ(host.sent, std::string(50000, 'x') + "the end");
+  EXPECT_EQ(x_.response("content-length"), "50007");
+}
+
+TEST_F(Delivery, MemoryThatHoldsNothingIsABadResult) {
+  const Diagnostics diagnostics;
+  csio *result = buffer_of("text");
+  result->length = 0;
+  EXPECT_EQ(send(result), -1);
+  EXPECT_EQ(diagnostics.text(), "ERROR: RDM Engine generated a bad result?\nERROR: \tZero length result.\n");
+}
+
 TEST_F(Delivery, ReportsALostClientFromLevelZeroUp) {
   host.fail_net_write = true;
   {
