@@ -10,8 +10,6 @@ namespace check {
 namespace {
 
 constexpr std::size_t service_limit = 63;
-/// The service keeps the path of an index, ".idx" and the end included, in 1024 bytes.
-constexpr std::size_t database_path_limit = 1019;
 
 /// is_service_url tells whether a text is x-catalog://HOST:PORT/NAME or x-catalogs://HOST:PORT/NAME.
 bool is_service_url(std::string_view text) {
@@ -64,8 +62,6 @@ void check_database(const CatalogService &service, Report &report) {
     report.error(database->line,
                  "the path " + quote(database->value) +
                      " has a character that the shell understands: " + quote(std::string_view(&*bad, 1)));
-  if (database->value.size() > database_path_limit)
-    report.error(database->line, "the path of the catalog database is longer than 1019 characters");
   Report file = report.on(database->value);
   check_hash_file(file);
   Report index = report.on(database->value + ".idx");
