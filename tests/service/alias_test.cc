@@ -192,6 +192,23 @@ TEST_F(Alias, AMalformedLineOfAFileLosesOnlyItsRest) {
   EXPECT_EQ(diagnostics.text(), "ERROR: alias_copy: uniqueness constraint violated (alias a)\n");
 }
 
+TEST_F(Alias, TellsItsHostWhatSizesToExpect) {
+  static std::vector<int> slots, sizes;
+  qxapi_host table = support::memory_host();
+  table.param_create = [](int n) {
+    slots.push_back(n);
+    return support::memory_host().param_create(n);
+  };
+  table.buffer_open = [](host_fd fd, int size) {
+    sizes.push_back(size);
+    return support::memory_host().buffer_open(fd, size);
+  };
+  qxapi_bind(&table);
+  EXPECT_EQ(init("one a\n"), 0);
+  EXPECT_EQ(slots, (std::vector<int>{13, 13}));
+  EXPECT_EQ(sizes, std::vector<int>{8192});
+}
+
 TEST_F(Alias, AnEmptyFileGivesEmptyMaps) {
   EXPECT_EQ(init(""), 0);
   EXPECT_NE(a2p, nullptr);

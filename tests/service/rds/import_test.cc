@@ -344,9 +344,11 @@ TEST_F(Import, GoesOnWithoutTheCommand) {
 
 TEST_F(Import, ReplacesTheUnclassifiedList) {
   folder_.write("unclassified", "old");
+  std::filesystem::create_hard_link(folder_.path("unclassified"), folder_.path("kept"));
   command("");
   EXPECT_EQ(import(), 0);
   EXPECT_EQ(support::read_file(folder_.path("unclassified")), "");
+  EXPECT_EQ(support::read_file(folder_.path("kept")), "old") << "the new list is a file of its own";
 }
 
 TEST_F(Import, ListsNothingUnclassifiedWhereTheDatabaseHasNoFolder) {

@@ -40,7 +40,7 @@ TEST_F(Index, IsReadInBigEndianOrder) {
   ASSERT_EQ(load(support::index_bytes(magic, 2, {{0x01020304, 0x0A0B0C0D}, {0xFFFFFFFF, 7}})), 0);
   ASSERT_EQ(index_.count, 2u);
   EXPECT_EQ(index_.entries[0].time, 0x01020304u);
-  EXPECT_EQ(index_.entries[0].reserved1, 0u);
+  EXPECT_EQ(index_.entries[0].reserved1, 3u);
   EXPECT_EQ(index_.entries[0].key, 0x0A0B0C0Du);
   EXPECT_EQ(index_.entries[0].reserved2, 17u);
   EXPECT_EQ(index_.entries[0].reserved3, 0xDEADBEEFu);

@@ -1,10 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 
 #include "dba/dba.h"
 #include "service/message.h"
 #include "service/support/catalog.h"
+#include "service/support/trace.h"
 #include "support/diagnostics.h"
 #include "support/memory_host.h"
 
@@ -238,10 +240,14 @@ TEST_F(Request, LargeAnswersComeFromAFile) {
     entries.emplace_back(number, number);
   }
   catalog_.index(entries);
+  const support::Trace trace;
   EXPECT_EQ(query({{"scope", "all"}}), 1);
   EXPECT_EQ(host.sent, expected);
   EXPECT_EQ(length_, std::to_string(expected.size()));
   EXPECT_EQ(host.responses_started, 1);
+  const std::vector<std::string> &calls = trace.calls();
+  EXPECT_EQ(std::count(calls.begin(), calls.end(), "open_write"), 1);
+  EXPECT_EQ(std::count(calls.begin(), calls.end(), "buffer_send"), 1);
 }
 
 TEST_F(Request, MayHaveTheHeaderBeforeItsQuery) {
@@ -368,6 +374,11 @@ TEST_F(Request, IsReadNoFurtherThanItsLimit) {
   const std::string query = soif("RDMQUERY", "-", {{"scope", "all"}});
   EXPECT_EQ(ask(std::string(8192 - query.size(), ' ') + query), 1);
   expect_sent({1, 2, 3, 4}, "the query ends at byte 8192");
+  // The last letter of the scope at byte 8192, and one further.
+  const std::string open = "@RDMQUERY { -\nscope{3}:\tall";
+  EXPECT_EQ(ask(std::string(8192 - open.size(), ' ') + open), 1);
+  EXPECT_EQ(ask(std::string(8193 - open.size(), ' ') + open), 0);
+  EXPECT_EQ(answer(), error_header("Scope parameter malformed."));
   EXPECT_EQ(ask(std::string(8192, ' ') + query), 0);
   EXPECT_EQ(answer(), error_header("Invalid RDMQUERY specification."));
 }

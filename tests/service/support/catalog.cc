@@ -53,7 +53,7 @@ std::string index_bytes(uint32_t magic, uint32_t count, const std::vector<std::p
   append_word(bytes, magic);
   append_word(bytes, count);
   for (const auto &[time, key] : entries)
-    for (uint32_t word : {time, 0u, key, 17u, 0xDEADBEEFu}) append_word(bytes, word);
+    for (uint32_t word : {time, 3u, key, 17u, 0xDEADBEEFu}) append_word(bytes, word);
   return bytes;
 }
 
