@@ -77,10 +77,21 @@ RdmdProcess::RdmdProcess(const std::vector<std::string> &arguments) {
 }
 
 RdmdProcess::~RdmdProcess() {
-  if (!ended_) {
-    signal(SIGKILL);
-    wait();
+  if (ended_) return;
+  EXPECT_EQ(end(), 0) << errors();
+}
+
+bool RdmdProcess::has_ended() const {
+  siginfo_t info{};
+  return ::waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid == pid_;
+}
+
+int RdmdProcess::end() {
+  for (int number : {SIGTERM, SIGTERM, SIGKILL}) {
+    signal(number);
+    if (eventually([this] { return has_ended(); }, std::chrono::seconds(10))) break;
   }
+  return wait();
 }
 
 void RdmdProcess::collect(int fd, std::string &into) {
@@ -125,10 +136,7 @@ int RdmdProcess::port() {
   const bool announced = eventually([&] {
     const std::string text = errors();
     const std::size_t start = text.find(announcement);
-    if (start == std::string::npos) {
-      siginfo_t info{};
-      return ::waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid == pid_;
-    }
+    if (start == std::string::npos) return has_ended();
     const std::size_t end = text.find('\n', start);
     if (end == std::string::npos) return false;
     line = text.substr(start, end - start);

@@ -16,7 +16,8 @@ namespace support {
 /// How long anything may take before a test gives it up; far longer than it does take.
 inline constexpr std::chrono::milliseconds patience{60'000};
 
-/// RdmdProcess is an rdmd that runs with the given arguments; it is killed at the end of its scope if it still runs.
+/// RdmdProcess is an rdmd that runs with the given arguments. At the end of its scope it is stopped if it still runs,
+/// and must end in order: then sanitizers have the last word on it, and what it reached is counted.
 class RdmdProcess {
  public:
   explicit RdmdProcess(const std::vector<std::string> &arguments);
@@ -39,6 +40,9 @@ class RdmdProcess {
 
  private:
   void collect(int fd, std::string &into);
+  bool has_ended() const;
+  /// end tells the server to stop, and once more if it waits for its clients, before it kills it. The exit status.
+  int end();
 
   pid_t pid_ = -1;
   bool ended_ = false;
@@ -96,10 +100,10 @@ class HttpClient {
 /// http_get is one GET on a connection of its own.
 HttpResponse http_get(int port, const std::string &target);
 
-/// eventually waits until `condition` holds; false when it never does.
+/// eventually waits until `condition` holds; false when it does not within `time`.
 template <typename Condition>
-bool eventually(Condition condition) {
-  const auto end = std::chrono::steady_clock::now() + patience;
+bool eventually(Condition condition, std::chrono::milliseconds time = patience) {
+  const auto end = std::chrono::steady_clock::now() + time;
   while (!condition()) {
     if (std::chrono::steady_clock::now() > end) return false;
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
