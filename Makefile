@@ -2,7 +2,7 @@
 
 PREFIX ?= /usr/local
 
-.PHONY: help run test lint format coverage fuzz faults install
+.PHONY: help run test lint format coverage fuzz bench faults install
 
 help:
 	@echo 'make run        serve the example catalogs (scripts/run)'
@@ -11,10 +11,11 @@ help:
 	@echo 'make format     format the sources (scripts/format)'
 	@echo 'make coverage   measure what the tests reach (scripts/coverage)'
 	@echo 'make fuzz       attack every parser for a minute (scripts/fuzz)'
+	@echo 'make bench      measure (scripts/bench)'
 	@echo 'make faults     let memory and files fail under whole requests'
 	@echo 'make install    install the release build under PREFIX ($(PREFIX))'
 
-run test lint format coverage fuzz:
+run test lint format coverage fuzz bench:
 	scripts/$@
 
 faults:
