@@ -121,14 +121,11 @@ class Addresses {
   uint32_t number_ = 0;
 };
 
-/// write_bitmaps marks every overflow page as used.
+/// write_bitmaps marks every overflow page as used, and those that are not there yet too: the library takes a page whose
+/// bit is clear for one that it may use without counting it.
 void write_bitmaps(const File &file, Header &header, Addresses &addresses) {
-  const uint32_t pages = header.spares[header.overflow_point];
-  const uint32_t bits = header.page_size * 8;
-  for (uint32_t map = 0; map < bitmaps_for(header, pages); ++map) {
-    std::string bytes(header.page_size, '\0');
-    for (uint32_t bit = map * bits; bit < std::min(pages, (map + 1) * bits); ++bit)
-      bytes[(bit % bits) / 8] = static_cast<char>(bytes[(bit % bits) / 8] | 1 << bit % 8);
+  const std::string bytes(header.page_size, '\xFF');
+  for (uint32_t map = 0; map < bitmaps_for(header, header.spares[header.overflow_point]); ++map) {
     header.bitmaps[map] = addresses.next();
     const uint64_t page = overflow_page(header, header.bitmaps[map]);
     file.write_at(static_cast<int64_t>(page << header.page_shift), bytes);

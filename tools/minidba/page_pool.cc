@@ -11,10 +11,14 @@ PagePool::PagePool(hash_file::Header &header, const File &file) : header_(header
     file_.read_at(static_cast<int64_t>(page << header_.page_shift), bytes.data(), bytes.size());
     maps_.push_back(std::move(bytes));
   }
-  for (uint32_t bit = 0; bit < header_.spares[header_.overflow_point]; ++bit) {
-    const auto byte = static_cast<unsigned char>(maps_.at(bit / bits_per_map())[bit % bits_per_map() / 8]);
-    if ((byte >> bit % 8 & 1) == 0) free_.insert(bit);
-  }
+  for (uint32_t bit = 0; bit < header_.spares[header_.overflow_point]; ++bit)
+    if (!is_set(bit)) free_.insert(bit);
+}
+
+bool PagePool::ends_with_last_page() const {
+  for (uint32_t bit = header_.spares[header_.overflow_point]; bit < maps_.size() * bits_per_map(); ++bit)
+    if (!is_set(bit)) return false;
+  return true;
 }
 
 uint32_t PagePool::bit_of(uint16_t address) const {
@@ -26,6 +30,11 @@ uint16_t PagePool::address_of(uint32_t bit) const {
   const auto split = static_cast<uint32_t>(
       std::upper_bound(header_.spares, header_.spares + header_.overflow_point, bit) - header_.spares);
   return hash_file::overflow_address(split, bit - (split == 0 ? 0 : header_.spares[split - 1]) + 1);
+}
+
+bool PagePool::is_set(uint32_t bit) const {
+  const auto byte = static_cast<unsigned char>(maps_.at(bit / bits_per_map())[bit % bits_per_map() / 8]);
+  return (byte >> bit % 8 & 1) != 0;
 }
 
 void PagePool::set(uint32_t bit, bool used) {

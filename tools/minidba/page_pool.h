@@ -16,7 +16,8 @@ namespace minidba {
 struct NoPage {};
 
 /// PagePool hands out overflow pages: free ones first, then new ones at the end of the file. It keeps the file's
-/// bitmaps, in which the bit of every page in use is set, and the header's counts.
+/// bitmaps, in which the bits of pages in use are set and those of pages that are not there yet, and the header's
+/// counts.
 class PagePool {
  public:
   /// Reads the bitmaps. The header must outlive the pool, which changes it.
@@ -27,6 +28,8 @@ class PagePool {
   /// release makes a page free.
   void release(uint16_t address);
   bool is_free(uint32_t bit) const { return free_.count(bit) != 0; }
+  /// ends_with_last_page says whether no page looks free that is not there yet: the library would use it uncounted.
+  bool ends_with_last_page() const;
   /// address_of returns the address of the page that a bit of the bitmaps stands for.
   uint16_t address_of(uint32_t bit) const;
   /// write brings the bitmaps into the file and the header up to date with them.
@@ -35,6 +38,7 @@ class PagePool {
  private:
   uint32_t bits_per_map() const { return header_.page_size * 8; }
   uint32_t bit_of(uint16_t address) const;
+  bool is_set(uint32_t bit) const;
   void set(uint32_t bit, bool used);
   uint32_t extend();
 

@@ -30,7 +30,7 @@ bool PageUse::is_marked() const {
     const uint64_t page = overflow_page(header, pages.address_of(bit));
     if (pages.is_free(bit) == (page < used_.size() && used_[page])) return false;
   }
-  return true;
+  return pages.ends_with_last_page();
 }
 
 }  // namespace minidba

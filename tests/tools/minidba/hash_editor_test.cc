@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <bitset>
 #include <cstdlib>
 #include <map>
 #include <random>
@@ -111,16 +110,24 @@ class HashEditor : public ::testing::Test {
     }
     return count;
   }
+  /// used_bits counts the pages that are in use. Pages that are not there yet must not look free.
   static size_t used_bits(const HashTable &table) {
-    size_t count = 0;
+    size_t used = 0, looking_free = 0, first = 0;
     const hash_file::Header &header = table.header();
+    const size_t pages = header.spares[header.overflow_point];
     for (uint32_t map = 0; map < hash_file::doublings && header.bitmaps[map] != 0; ++map) {
       std::string page(header.page_size, '\0');
       const uint64_t number = overflow_page(header, header.bitmaps[map]);
       table.file().read_at(static_cast<int64_t>(number << header.page_shift), page.data(), page.size());
-      for (const char byte : page) count += std::bitset<8>(static_cast<unsigned char>(byte)).count();
+      for (size_t bit = 0; bit < 8 * page.size(); ++bit) {
+        const bool is_set = (static_cast<unsigned char>(page[bit / 8]) >> bit % 8 & 1) != 0;
+        used += is_set && first + bit < pages;
+        looking_free += !is_set && first + bit >= pages;
+      }
+      first += 8 * page.size();
     }
-    return count;
+    EXPECT_EQ(looking_free, 0u);
+    return used;
   }
 
   support::TemporaryFolder folder_;

@@ -215,15 +215,12 @@ TEST_F(Verify, FindsPagesThatAreMarkedWrongly) {
   const std::string sound = support::read_file(catalog_.path());
   const auto header = hash_file::decode(reinterpret_cast<const unsigned char *>(sound.data()));
   const size_t bitmap = overflow_page(header, header.bitmaps[0]) << header.page_shift;
-  for (const char bits : {'\0', '\3'}) {
+  ASSERT_EQ(sound[bitmap], '\xFF') << "the bitmap itself is the only overflow page, and no other looks free";
+  for (const char bits : {'\xFE', '\xFD'}) {
     std::string bytes = sound;
-    ASSERT_EQ(bytes[bitmap], '\1') << "the bitmap itself is the only overflow page";
     bytes[bitmap] = bits;
     support::write_file(catalog_.path(), bytes);
-    if (bits == '\0')
-      expect_faults({"the free pages are marked wrongly: " + catalog_.path()});
-    else
-      EXPECT_EQ(catalog_.run({"verify"}).status, 0) << "there is no second page";
+    expect_faults({"the free pages are marked wrongly: " + catalog_.path()});
   }
 }
 
