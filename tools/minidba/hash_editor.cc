@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <optional>
 #include <utility>
 
 #include "tools/minidba/failure.h"
@@ -93,9 +94,9 @@ bool has_outgrown(const Header &header, const Stamp &planned) {
          header.spares[header.overflow_point] > planned.planned_pages + buckets / 2 + 64;
 }
 
-/// check reads a file that was edited. False when a page of it has two uses: damaged bitmaps have offered one that was
-/// in use, and what stood there is lost.
-bool check(const std::string &path, Editor &editor, const std::vector<Item> &items) {
+/// check reads a file that was edited and returns how many records it holds. Nothing when a page of it has two uses:
+/// damaged bitmaps have offered one that was in use, and what stood there is lost.
+std::optional<uint32_t> check(const std::string &path, Editor &editor, const std::vector<Item> &items) {
   const HashTable table(path);
   BucketReader reader(table);
   for_each_bucket(table.header(), items, [&](uint32_t bucket, const Item *first, const Item *last) {
@@ -104,8 +105,9 @@ bool check(const std::string &path, Editor &editor, const std::vector<Item> &ite
       if (!reader.next() || reader.key() != key || reader.value() != value) throw not_read_back(path);
     if (reader.next()) throw not_read_back(path);
   });
-  // What was copied is still linked to: the whole file holds as many records as its header says.
-  return !PageUse(table).is_shared();
+  // What was copied is still linked to: the whole file holds no fewer records than its header says.
+  const PageUse use(table);
+  return use.is_shared() ? std::nullopt : std::optional(use.records());
 }
 
 bool edit(const HashTable &old, const std::string &path, std::vector<Item> &items, const Fetch &fetch, Stamp stamp) {
@@ -114,12 +116,17 @@ bool edit(const HashTable &old, const std::string &path, std::vector<Item> &item
   Editor editor(old, file, fetch);
   for_each_bucket(old.header(), items,
                   [&](uint32_t bucket, const Item *first, const Item *last) { editor.edit(bucket, first, last); });
-  const Header header = editor.finish();
+  Header header = editor.finish();
   stamp.planned_pages = old.stamp()->planned_pages;
   if (has_outgrown(header, stamp)) return false;
   stamp.write(file);
   try {
-    return check(path, editor, items);
+    const std::optional<uint32_t> count = check(path, editor, items);
+    if (count && *count != header.records) {
+      header.records = *count;
+      write_header(file, header);
+    }
+    return count.has_value();
   } catch (const Failure &) {
     // A file that is written as a whole is read back too; if that fails as well, the old one is damaged.
     return false;

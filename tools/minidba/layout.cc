@@ -20,8 +20,12 @@ Layout layout_of(const std::string &path) {
     throw system_failure("cannot read " + path);
   const hash_file::Header header = hash_file::decode(bytes);
   const uint32_t overflow_pages = header.spares[std::min(header.overflow_point, hash_file::doublings - 1)];
-  return {status.st_size, header.page_size, status.st_size / header.page_size, int64_t{header.max_bucket} + 1,
-          overflow_pages, header.records};
+  return {status.st_size,
+          header.page_size,
+          status.st_size / header.page_size,
+          int64_t{header.max_bucket} + 1,
+          overflow_pages,
+          static_cast<int32_t>(header.records)};
 }
 
 }  // namespace minidba

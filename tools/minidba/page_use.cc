@@ -11,7 +11,7 @@ PageUse::PageUse(const HashTable &table) : table_(table) {
   for (uint32_t bucket = 0, end = table.buckets(); bucket < end; ++bucket) take(bucket_page(header, bucket));
   for (const uint16_t address : header.bitmaps)
     if (address != 0) take(overflow_page(header, address));
-  table.each([](std::string_view, std::string_view) {},
+  table.each([this](std::string_view, std::string_view) { ++records_; },
              [&](const std::vector<uint16_t> &addresses) {
                for (const uint16_t address : addresses) take(overflow_page(header, address));
              });

@@ -17,6 +17,8 @@ class PageUse {
 
   /// is_shared says whether a page has two uses, so that writing one spoils the other.
   bool is_shared() const { return shared_; }
+  /// records returns how many records the file holds.
+  uint32_t records() const { return records_; }
   /// is_marked says whether the bitmaps mark the overflow pages that are in use, and no others.
   bool is_marked() const;
 
@@ -26,6 +28,7 @@ class PageUse {
   const HashTable &table_;
   std::vector<bool> used_;  // by number of the page
   bool shared_ = false;
+  uint32_t records_ = 0;
 };
 
 }  // namespace minidba
