@@ -6,6 +6,12 @@
 #include "tools/minidba/record.h"
 
 namespace minidba {
+namespace {
+
+/// later returns the later of two next numbers, of which 0 is the last.
+uint32_t later(uint32_t a, uint32_t b) { return a == 0 || b == 0 ? 0 : std::max(a, b); }
+
+}  // namespace
 
 Catalog::Catalog(std::string database, Absent absent) : path_(std::move(database)) {
   if (!status_of(path_)) {
@@ -43,8 +49,10 @@ std::optional<uint32_t> Catalog::mapped(std::string_view url) const {
 
 uint32_t Catalog::next_number() const {
   if (!table_) return 1;
-  if (table_->stamp()) return table_->stamp()->next_number;
-  return urls_ ? urls_->next_number() : scan().next_number();
+  if (urls_) return urls_->next_number();
+  // Another program has changed the database, or made it, and may have given numbers of which the stamp knows nothing.
+  const uint32_t free = scan().next_number();
+  return table_->stamp() ? later(table_->stamp()->next_number, free) : free;
 }
 
 void Catalog::each(const Visit &visit) const {
@@ -80,10 +88,7 @@ void Catalog::each_url(const UrlMap::Visit &visit) const {
   });
 }
 
-uint32_t Catalog::free_number() const {
-  const uint32_t known = next_number(), free = scan().next_number();
-  return known == 0 || free == 0 ? 0 : std::max(known, free);
-}
+uint32_t Catalog::free_number() const { return later(next_number(), scan().next_number()); }
 
 void Catalog::renew_url_map(const Lock &) {
   if (!table_ || urls_) return;

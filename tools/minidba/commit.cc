@@ -110,7 +110,7 @@ void publish(Snapshot &database, Snapshot &urls) {
 
 void commit(const Lock &lock, const Catalog &catalog, const Changes &changes, uint32_t next_number,
             const Watch &watch) {
-  if (changes.empty() && catalog.exists()) return;
+  if (changes.empty() && catalog.exists() && next_number == catalog.next_number()) return;
   Snapshot database(catalog.path());
   const Stamp stamp{next_number, 0, {}};
   const bool edited = edit_database(catalog, changes, database.path(), stamp);

@@ -137,6 +137,15 @@ TEST_F(Import, RemembersWhichNumbersWereUsed) {
   EXPECT_THAT(catalog_.records(), ElementsAre(Key("00000005"), Key("0000004d")));
 }
 
+// Nothing is put or erased then, but the numbers that were used are another matter.
+TEST_F(Import, RemembersWhichNumbersWereUsedWhenACatalogStaysEmpty) {
+  catalog_.update("");
+  EXPECT_EQ(catalog_.run({"import", "--replace"}, header("30", "0")).out, "0\n");
+  EXPECT_EQ(catalog_.run({"export"}).out, header("30", "0"));
+  catalog_.update(rd("http://localhost/new", {{"title", "New"}}));
+  EXPECT_THAT(catalog_.records(), ElementsAre(Key("0000001e")));
+}
+
 TEST_F(Import, LeavesTimesOfChangeAsTheyAre) {
   catalog_.run({"import"},
                rd("http://localhost/1", {{"rd-last-changed", late}}) + rd("http://localhost/2", {{"title", "2"}}));

@@ -194,6 +194,19 @@ TEST_F(Update, RebuildsAUrlMapThatIsMissingOrAnotherSnapshots) {
                 "minidba: 0 new, 0 changed, 1 unchanged, 0 rejected\n");
 }
 
+// Another program's record behind the last number of ours: what the database tells of the next number is older than it.
+TEST_F(Update, ANumberThatAnotherProgramGaveIsNotGivenAgain) {
+  catalog_.update(one);
+  const std::string foreign = rd("http://localhost/2", {{"title", "Foreign"}});
+  catalog_.put("00000002", foreign);
+  expect_update(rd("http://localhost/3", {{"title", "Three"}}), "1\n",
+                "minidba: 1 new, 0 changed, 0 unchanged, 0 rejected\n");
+  const auto records = catalog_.records();
+  ASSERT_EQ(records.size(), 3u);
+  EXPECT_EQ(records.at("00000002"), foreign);
+  EXPECT_EQ(CatalogFiles::value(records.at("00000003"), "title"), "Three");
+}
+
 TEST_F(Update, TwoAtOnceLoseNothing) {
   std::vector<pid_t> children;
   for (int i = 0; i < 6; ++i) {
