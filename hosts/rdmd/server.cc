@@ -128,8 +128,9 @@ void Server::accept() {
   acceptor_.async_accept(boost::asio::make_strand(context_), [this](const error_code &error, io::Socket socket) {
     if (stopping_) return;
     if (error && error != boost::asio::error::connection_aborted) return pause_accepting();
-    if (!error) accepted(std::move(socket));
+    // First, so that memory which fails for this client costs no later one.
     accept();
+    if (!error) accepted(std::move(socket));
   });
 }
 

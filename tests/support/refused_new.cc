@@ -1,0 +1,36 @@
+#include "support/refused_new.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+std::atomic<bool> armed{false};
+std::size_t smallest = 0, largest = 0;
+
+}  // namespace
+
+void *operator new(std::size_t n) {
+  const bool meant = armed && n >= smallest && n <= largest && armed.exchange(false);
+  void *block = meant ? nullptr : std::malloc(n);
+  if (block == nullptr) throw std::bad_alloc();
+  return block;
+}
+
+void operator delete(void *block) noexcept { std::free(block); }
+void operator delete(void *block, std::size_t) noexcept { std::free(block); }
+
+namespace support {
+
+RefusedNew::RefusedNew(std::size_t least, std::size_t most) {
+  smallest = least;
+  largest = most;
+  armed = true;
+}
+
+RefusedNew::~RefusedNew() { armed = false; }
+
+bool RefusedNew::done() const { return !armed; }
+
+}  // namespace support
