@@ -18,6 +18,9 @@ struct Finished {
 /// run runs a program to its end with these bytes as its standard input.
 Finished run(const std::vector<std::string> &arguments, const std::string &input = "");
 
+/// as_owner returns the arguments of a run in which the superuser, too, may only do what files allow to their owner.
+std::vector<std::string> as_owner(std::vector<std::string> arguments);
+
 /// start runs a program with files as its standard streams and returns its process id; wait_for ends the waiting.
 pid_t start(const std::vector<std::string> &arguments, const std::string &input, const std::string &out,
             const std::string &errors);

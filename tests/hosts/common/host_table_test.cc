@@ -12,6 +12,7 @@
 #include "hosts/common/exchange.h"
 #include "qxapi/guard.h"
 #include "support/files.h"
+#include "support/refused_new.h"
 
 namespace {
 
@@ -191,6 +192,25 @@ TEST_F(HostTable, CountsWhatThePluginDidNotGet) {
   EXPECT_EQ(host_realloc(nullptr, 1), nullptr);
   EXPECT_EQ(host_strdup("x"), nullptr);
   EXPECT_EQ(hosts::losses(), before + 3);
+}
+
+TEST_F(HostTable, MemoryThatFailsInTheHostIsAnAnswerToThePlugin) {
+  // The plug-in's frames know no exceptions.
+  const std::string text(100'000, 'x');
+  Exchange exchange;
+  {
+    const support::RefusedNew reason(text.size(), 2 * text.size());
+    errno = 0;
+    host_set_status(exchange.session(), exchange.request(), 403, text.c_str());
+    EXPECT_TRUE(reason.done());
+    EXPECT_EQ(errno, ENOMEM);
+  }
+  const support::RefusedNew piece(text.size(), 2 * text.size());
+  errno = 0;
+  EXPECT_EQ(host_net_write(exchange.session()->socket, text.data(), static_cast<int32_t>(text.size())), -1);
+  EXPECT_TRUE(piece.done());
+  EXPECT_EQ(errno, ENOMEM);
+  EXPECT_EQ(queued(exchange), "");
 }
 
 TEST_F(HostTable, CountsWhatFilesDidNotTakeOrGive) {

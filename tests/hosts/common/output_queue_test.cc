@@ -1,6 +1,8 @@
 #include "hosts/common/output_queue.h"
 
 #include <fcntl.h>
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -62,6 +64,26 @@ class TemporaryVariable {
 
  private:
   std::optional<std::string> old_;
+};
+
+/// LargestFile lets no file of the process grow beyond a size during its lifetime.
+class LargestFile {
+ public:
+  explicit LargestFile(rlim_t size) : old_handler_(::signal(SIGXFSZ, SIG_IGN)) {
+    ::getrlimit(RLIMIT_FSIZE, &old_);
+    const struct rlimit limit { size, old_.rlim_max };
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+  }
+  LargestFile(const LargestFile &) = delete;
+  LargestFile &operator=(const LargestFile &) = delete;
+  ~LargestFile() {
+    ::setrlimit(RLIMIT_FSIZE, &old_);
+    ::signal(SIGXFSZ, old_handler_);
+  }
+
+ private:
+  struct rlimit old_ {};
+  sighandler_t old_handler_;
 };
 
 TEST_F(Queue, IsEmptyAtFirst) {
@@ -133,6 +155,22 @@ TEST_F(Queue, KeepsTheOrderOfSmallWritesAfterTheFileWasBegun) {
   EXPECT_EQ(queue.pieces()[1].length, 5);
   EXPECT_EQ(bytes_of(queue), expected);
   EXPECT_EQ(queue.size(), 9);
+}
+
+TEST_F(Queue, SaysHowMuchTheDiskTook) {
+  const support::TemporaryFolder folder;
+  const TemporaryVariable variable(folder.path());
+  const std::string text = pattern(100'000);
+  OutputQueue queue(4);
+  std::size_t queued = 0;
+  {
+    const LargestFile limit(30'000);
+    queued = queue.append(text);
+    EXPECT_EQ(errno, EFBIG);
+    EXPECT_EQ(queue.append("more"), 0u);
+  }
+  EXPECT_EQ(queued, 30'004u);
+  EXPECT_EQ(bytes_of(queue), text.substr(0, 30'004));
 }
 
 TEST_F(Queue, SaysHowMuchWasQueuedWhenNoFileCanBeMade) {

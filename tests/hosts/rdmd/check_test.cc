@@ -9,6 +9,7 @@
 
 #include "hosts/rdmd/rdmd_process.h"
 #include "support/files.h"
+#include "support/process.h"
 
 namespace {
 
@@ -375,6 +376,15 @@ TEST_F(CheckOption, RefusesAnInvalidConfiguration) {
   EXPECT_EQ(server.wait(), 1);
   EXPECT_EQ(server.output(), "");
   EXPECT_EQ(server.errors(), folder_.path("rfc.db.idx") + ": error: is not an index of a catalog database\n");
+}
+
+TEST_F(CheckOption, RefusesAFolderForTemporaryFilesThatCannotBeWritten) {
+  ASSERT_EQ(::mkdir(folder_.path("sealed").c_str(), 0555), 0);
+  config("tmpdir=\"@/sealed\"\n");
+  const support::Finished finished = support::run(support::as_owner(
+      {BINARY_DIR "/bin/rdmd", "--check", "--config", folder_.path("rdm.conf"), "--plugin", plugin()}));
+  EXPECT_EQ(finished.status, 1);
+  EXPECT_EQ(finished.errors, folder_.path("rdm.conf") + ":4: error: \"tmpdir\" cannot be written: Permission denied\n");
 }
 
 TEST_F(CheckOption, RefusesAPluginThatDoesNotLoad) {

@@ -1,5 +1,7 @@
 /// How requests are framed, follow each other on a connection, and are refused.
 
+#include <sys/socket.h>
+
 #include <string>
 #include <thread>
 #include <vector>
@@ -166,6 +168,21 @@ TEST_F(HostConnection, ABodyThatDiesOnTheWayNeverReachesThePlugin) {
   EXPECT_NE(await_access(1).find("\"POST /rdm/echo HTTP/1.1\" 400 - "), std::string::npos) << access();
   EXPECT_EQ(support::http_get(port_, "/rdm/fast").body, "fast\n");
   EXPECT_FALSE(called("type /rdm/echo"));
+}
+
+TEST_F(HostConnection, AClientThatResetsItWhileItIsAnsweredIsGivenUp) {
+  start();
+  {
+    HttpClient client(port_, false, 65536);
+    client.send(get("/rdm/big?8000000"));
+    EXPECT_TRUE(client.readable(support::patience));
+    const struct linger at_once { 1, 0 };
+    ::setsockopt(client.descriptor(), SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
+  }
+  const std::string log = await_access(1);
+  EXPECT_NE(log.find("\"GET /rdm/big?8000000 HTTP/1.1\" 200 "), std::string::npos) << log;
+  EXPECT_EQ(log.find(" 200 8000000 "), std::string::npos) << log;
+  EXPECT_EQ(support::http_get(port_, "/rdm/fast").body, "fast\n");
 }
 
 TEST_F(HostConnection, ABodyForNobodyIsNotWaitedFor) {

@@ -1,5 +1,6 @@
 /// What a slow, silent or greedy client may and may not do to the others.
 
+#include <sys/resource.h>
 #include <sys/socket.h>
 
 #include <chrono>
@@ -140,6 +141,19 @@ TEST_F(HostLimits, AClientThatNeverClosesIsNotWaitedForLong) {
   EXPECT_TRUE(client.ended());
   // Once the server has closed its side as well, what is sent on meets no one.
   EXPECT_TRUE(support::eventually([&] { return ::send(client.descriptor(), "x", 1, MSG_NOSIGNAL) < 0; }));
+}
+
+TEST_F(HostLimits, WithoutDescriptorsClientsWaitUntilThereAreSome) {
+  start();
+  struct rlimit limit;
+  ASSERT_EQ(::prlimit(server_->pid(), RLIMIT_NOFILE, nullptr, &limit), 0);
+  const struct rlimit none = {3, limit.rlim_max};
+  ASSERT_EQ(::prlimit(server_->pid(), RLIMIT_NOFILE, &none, nullptr), 0);
+  HttpClient client(port_);
+  client.send(get("/rdm/fast"));
+  EXPECT_FALSE(client.readable(300ms));
+  ASSERT_EQ(::prlimit(server_->pid(), RLIMIT_NOFILE, &limit, nullptr), 0);
+  EXPECT_EQ(client.receive().body, "fast\n");
 }
 
 TEST_F(HostLimits, ClientsBeyondTheLimitAreTurnedAway) {

@@ -94,6 +94,19 @@ TEST(AnswerSender, GoesOnWhereTheSocketWasFull) {
   EXPECT_EQ(received, "HEAD" + text + text);
 }
 
+TEST(AnswerSender, ReadsAndSendsWhatTheKernelDoesNotSendItself) {
+  const support::TemporaryFolder folder;
+  const std::string text(100'000, 'x');
+  SocketPair pair;
+  ::fcntl(pair.ours(), F_SETFL, O_NONBLOCK | O_APPEND);  // sendfile refuses such a descriptor
+  std::vector<Piece> pieces;
+  pieces.push_back(stretch(folder.write("file", text + "not this"), 0, static_cast<std::int64_t>(text.size())));
+  pieces.push_back(stretch(folder.write("short", "short"), 0, 10));
+  Sender sender("H", std::move(pieces));
+  EXPECT_EQ(sender.send(pair.ours()), Sender::State::failed);
+  EXPECT_EQ(pair.receive(200'000), "H" + text + "short");
+}
+
 TEST(AnswerSender, FailsWhenAFileBecameShorterThanItsStretch) {
   const support::TemporaryFolder folder;
   SocketPair pair;

@@ -32,13 +32,8 @@ support::Finished CatalogFiles::run(const std::vector<std::string> &words, const
 support::Finished CatalogFiles::run_read_only(const std::vector<std::string> &words) const {
   std::vector<std::string> all = command({"-i", path(".idx")});
   all.insert(all.end(), words.begin(), words.end());
-  // The superuser may write everywhere unless that is taken from him.
-  if (::geteuid() == 0) {
-    const std::vector<std::string> as_owner{"/usr/bin/setpriv", "--bounding-set=-dac_override,-dac_read_search"};
-    all.insert(all.begin(), as_owner.begin(), as_owner.end());
-  }
   ::chmod(folder().c_str(), 0555);
-  const support::Finished finished = support::run(all);
+  const support::Finished finished = support::run(support::as_owner(all));
   ::chmod(folder().c_str(), 0755);
   return finished;
 }
