@@ -107,6 +107,11 @@ TEST_F(ResponseHead, NoValueStartsALineOfItsOwn) {
   EXPECT_EQ(fields(freeze()), "x-a=one  x-injected: yes;x-b=two three four;x-c=tab here  and  more;x-d=;");
 }
 
+TEST_F(ResponseHead, ValuesKeepTheirBytesBeyondAscii) {
+  add("x", "caf\xc3\xa9 \x80\xff");
+  EXPECT_EQ(fields(freeze()), "x=caf\xc3\xa9 \x80\xff;");
+}
+
 TEST_F(ResponseHead, NoReasonStartsALineOfItsOwn) {
   EXPECT_EQ(freeze(403, "No\r\nSet-Cookie: a=b\r\n\r\nbody").reason, "No  Set-Cookie: a=b    body");
 }

@@ -87,6 +87,14 @@ TEST_F(HostExchange, WhatThePluginDeclinesIsNotFound) {
   EXPECT_EQ(journal(), "init\ntype /rdm/declined\n");
 }
 
+TEST_F(HostExchange, WhatThePluginAbortsInItsFirstStepGoesNoFurther) {
+  start();
+  const HttpResponse response = support::http_get(port_, "/rdm/aborted");
+  EXPECT_EQ(response.status, 500);
+  EXPECT_EQ(response.body, "");
+  EXPECT_EQ(journal(), "init\ntype /rdm/aborted\n");
+}
+
 TEST_F(HostExchange, AMalformedTargetIsRefused) {
   start();
   for (const char *target : {"/rdm/%00", "/rdm/%4", "rdm/fast"}) {

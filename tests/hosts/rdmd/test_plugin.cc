@@ -208,6 +208,7 @@ int rdm_init(pblock *pb, Session *, Request *) noexcept {
 int rdm_type(pblock *, Session *, Request *rq) noexcept {
   const std::string uri = value_of(rq->line, "uri");
   journal("type " + uri);
+  if (uri == "/rdm/aborted") return HOST_ABORT;
   return uri == "/rdm/declined" ? HOST_NOT_HANDLED : HOST_DONE;
 }
 

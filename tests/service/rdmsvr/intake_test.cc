@@ -233,6 +233,57 @@ TEST_F(Intake, PrefersTheTypeOfTheQuery) {
   expect_refused("Did not receive valid URI for RDM header.");
 }
 
+TEST_F(Intake, ValuesOfAQueryGoThroughAsTheyAre) {
+  const std::pair<const char *, const char *> rows[] = {
+      {"csid=a%0D%0Ab", "a\r\nb"},
+      {"csid=a%00b", "a"},
+      {"csid=a+b%2Bc", "a b+c"},
+      {"csid=a}%0A%0A@X+{+-", "a}\n\n@X { -"},
+      {"csid=a&csid=b", "a,b"},
+      {"csid=%FF%80", "\xff\x80"},
+      {"csid=a%zz%", "a%zz%"},
+  };
+  for (const auto &[query, csid] : rows) {
+    EXPECT_EQ(get("/rdm/status-request", query), HOST_DONE);
+    expect_refused("Unknown CSID: " + std::string(csid) + "\n", query);
+  }
+}
+
+/// Headers are printed without their empty values, so that the default catalog is asked.
+TEST_F(Intake, AnEmptyCatalogOfAQueryIsNone) {
+  EXPECT_EQ(get("/rdm/status-request", "csid="), HOST_DONE);
+  EXPECT_EQ(host.sent, online);
+  EXPECT_EQ(post("/rdm/status-request", header("status-request", "") + "\nbody"), HOST_DONE);
+  expect_refused("Unknown CSID: \n", "in a message it is what it says");
+}
+
+TEST_F(Intake, OneTypeOfAQueryIsEnough) {
+  EXPECT_EQ(get("/rdm/status-request", "type=status-request&type=status-request"), HOST_DONE);
+  expect_refused("Did not receive valid URI for RDM header.");
+  EXPECT_EQ(get("/rdm/status-request", "type="), HOST_DONE);
+  expect_refused("Did not receive valid URI for RDM header.", "an empty type is a type");
+}
+
+TEST_F(Intake, AQueryMakesNoLongerHeaderThanAMessageMayHave) {
+  EXPECT_EQ(get("/rdm/status-request", ("csid=" + std::string(1023, 'c')).c_str()), HOST_DONE);
+  expect_refused("Did not receive valid RDM message header.");
+}
+
+TEST_F(Intake, ANulEndsAValueOfAHeader) {
+  EXPECT_EQ(post("/rdm/status-request", header("status-request", std::string("a\0b", 3)) + "\nbody"), HOST_DONE);
+  expect_refused("Unknown CSID: a\n");
+  EXPECT_EQ(post("/rdm/status-request", header("status-request", books + std::string("\0b", 2)) + "\nbody"), HOST_DONE);
+  EXPECT_EQ(host.sent, online);
+}
+
+TEST_F(Intake, OfEqualRequestHeadersTheFirstCounts) {
+  Exchange x("POST", "/rdm/status-request", header("status-request") + "\nbody");
+  x.header("content-length", std::to_string(x.session.input->size)).header("content-length", "0");
+  x.header("content-encoding", "").header("content-encoding", "x-gzip");
+  EXPECT_EQ(serve(x), HOST_DONE);
+  EXPECT_EQ(host.sent, online);
+}
+
 TEST_F(Intake, LeavesTheQueryAsItWas) {
   Exchange x("GET", "/rdm/incoming");
   x.query("type=status%2Drequest&a=b+c");
