@@ -172,7 +172,7 @@ TEST_F(Handlers, ADescriptionBeyondTheLongestLengthIsUnavailable) {
   const support::Registry registry(folder, "csid=\"" + std::string(csid) + "\" server-description=\"" + path + "\"\n");
   std::filesystem::resize_file(path, 0xFFFFFFFF);
   EXPECT_EQ(respond(RDM_SERVER_REQUEST), 0);
-  EXPECT_EQ(output_->filename, path);
+  EXPECT_STREQ(output_->filename, path.c_str());
   EXPECT_EQ(output_->length, 0xFFFFFFFFu);
   std::filesystem::resize_file(path, 0x100000000);
   output_ = make_csio(32768);
@@ -186,7 +186,7 @@ TEST_F(Handlers, ADescriptionThatIsAFolderIsNamedLikeAFile) {
   const support::Registry registry(folder,
                                    "csid=\"" + std::string(csid) + "\" server-description=" + folder.path() + "\n");
   EXPECT_EQ(respond(RDM_SERVER_REQUEST), 0);
-  EXPECT_EQ(output_->filename, folder.path());
+  EXPECT_STREQ(output_->filename, folder.path().c_str());
 }
 
 TEST_F(Handlers, AnAnswerInAFileIsGoneBeforeTheDescriptionIsNamed) {
@@ -197,7 +197,7 @@ TEST_F(Handlers, AnAnswerInAFileIsGoneBeforeTheDescriptionIsNamed) {
   const std::string temporary = output_->filename;
   EXPECT_EQ(respond(RDM_SERVER_REQUEST), 0);
   EXPECT_FALSE(support::file_exists(temporary));
-  EXPECT_EQ(output_->filename, path);
+  EXPECT_STREQ(output_->filename, path.c_str());
   EXPECT_EQ(output_->length, 4u);
 }
 
