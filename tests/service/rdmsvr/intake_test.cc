@@ -235,12 +235,9 @@ TEST_F(Intake, PrefersTheTypeOfTheQuery) {
 
 TEST_F(Intake, ValuesOfAQueryGoThroughAsTheyAre) {
   const std::pair<const char *, const char *> rows[] = {
-      {"csid=a%0D%0Ab", "a\r\nb"},
-      {"csid=a%00b", "a"},
-      {"csid=a+b%2Bc", "a b+c"},
-      {"csid=a}%0A%0A@X+{+-", "a}\n\n@X { -"},
-      {"csid=a&csid=b", "a,b"},
-      {"csid=%FF%80", "\xff\x80"},
+      {"csid=a%0D%0Ab", "a\r\nb"}, {"csid=a%00b", "a"},
+      {"csid=a+b%2Bc", "a b+c"},   {"csid=a}%0A%0A@X+{+-", "a}\n\n@X { -"},
+      {"csid=a&csid=b", "a,b"},    {"csid=%FF%80", "\xff\x80"},
       {"csid=a%zz%", "a%zz%"},
   };
   for (const auto &[query, csid] : rows) {
@@ -282,6 +279,22 @@ TEST_F(Intake, OfEqualRequestHeadersTheFirstCounts) {
   x.header("content-encoding", "").header("content-encoding", "x-gzip");
   EXPECT_EQ(serve(x), HOST_DONE);
   EXPECT_EQ(host.sent, online);
+}
+
+TEST_F(Intake, ARequestHeaderThatCannotBeLookedUpIsNotThere) {
+  qxapi_host table = support::memory_host();
+  table.request_header = [](const char *, char **value, Session *, Request *) {
+    static char text[] = "20";
+    *value = text;
+    return -1;
+  };
+  qxapi_bind(&table);
+  Exchange x("GET", "/rdm/status-request");
+  EXPECT_EQ(serve(x), HOST_DONE);
+  EXPECT_EQ(host.sent, online) << "no encoding";
+  Exchange y("POST", "/rdm/status-request", header("status-request") + "\nbody");
+  EXPECT_EQ(serve(y), HOST_DONE);
+  expect_refused("Content-length is undefined or too long.");
 }
 
 TEST_F(Intake, LeavesTheQueryAsItWas) {
@@ -418,6 +431,39 @@ TEST_F(Intake, WithoutTheSectionAnswersTheSame) {
   EXPECT_EQ(host.sent, online);
   EXPECT_EQ(trace.calls(),
             (std::vector<std::string>{"param_create 7", "set_status 200", "start_response", "net_write 79"}));
+}
+
+/// The status that the handler sets does not reach the client: every answer goes out with 200.
+TEST_F(Intake, ABadScopeIsReportedBeforeItIsAnswered) {
+  Exchange x("GET", "/rdm/rd-request");
+  x.query("ql=gatherer&scope=some");
+  const support::Trace trace;
+  EXPECT_EQ(serve(x), HOST_DONE);
+  EXPECT_EQ(host.sent, soif("RDMHEADER", "-",
+                            {{"rdm-version", "1.0"},
+                             {"rdm-type", "status-response"},
+                             {"rdm-error-message", "Scope parameter malformed."}}) +
+                           "\n\n");
+  EXPECT_EQ(host.status, 200);
+  EXPECT_EQ(trace.calls(),
+            (std::vector<std::string>{
+                "enter service", "param_create 7", "set_status 403 Invalid RDM RD-Request message -- Bad scope.\n",
+                "report_error 0 rdm-service: Invalid RDM RD-Request message -- Bad scope.\n", "set_status 200",
+                "start_response", "net_write " + std::to_string(host.sent.size()), "exit service"}));
+}
+
+TEST_F(Intake, ADescriptionIsOpenedAfterTheHeaderHasGoneOut) {
+  const std::string path = folder_.write("server.rdm", "the description\n");
+  const support::Registry registry(folder_, "csid=\"" + std::string(books) + "\" server-description=\"" + path + "\"\n",
+                                   books);
+  Exchange x("GET", "/rdm/server-description-request");
+  const support::Trace trace;
+  EXPECT_EQ(serve(x), HOST_DONE);
+  EXPECT_EQ(host.sent, "the description\n");
+  EXPECT_EQ(x.response("content-length"), "16");
+  EXPECT_EQ(trace.calls(), (std::vector<std::string>{"enter service", "param_create 7", "set_status 200",
+                                                     "start_response", "open_read " + path, "buffer_open 4096",
+                                                     "buffer_send", "buffer_close", "exit service"}));
 }
 
 /// The buffers of a request take 32768 bytes of memory with the NUL behind them; one byte more is a file.
