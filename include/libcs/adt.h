@@ -258,11 +258,11 @@ void csio_rewind(csio *io) QX_NOEXCEPT;
 int32_t csio_copy(csio *io, void *destination, int32_t n) QX_NOEXCEPT;
 
 /// csio_convert2file moves a buffer from memory to a temporary file. An empty buffer gets its file when bytes arrive.
-/// Always 0; `filename` is null when the file could not be made, and the bytes are lost then.
+/// Always 0. When there could be no file the bytes are lost, and the length is 0; there may be a `filename` even then.
 int csio_convert2file(csio *io) QX_NOEXCEPT;
 
 /// csio_dup2file finishes a buffer in memory and writes its bytes to a temporary file besides, for readers that need a
-/// path. 0, or the flags of a buffer that already has a file. `filename` is null when the file could not be made.
+/// path. 0, or the flags of a buffer that already has a file. Where there could be no file, `filename` may be set too.
 int csio_dup2file(csio *io) QX_NOEXCEPT;
 
 /// csio_releasefd closes the descriptor and keeps the file. Always 0.

@@ -557,6 +557,22 @@ TEST_F(CsioFile, ConvertWithoutATemporaryNameLosesTheBytes) {
             "ERROR: csio_append: Cannot set temporary file?\n");
 }
 
+// The name is kept, so that the next bytes may find the file again: it does not tell that there was one.
+TEST_F(CsioFile, ConvertToAFileThatCannotBeOpenedLosesTheBytes) {
+  const csio_ptr io = make_csio();
+  append(io, "lost");
+  table.open_write = refusing_open_write;
+  qxapi_bind(&table);
+  EXPECT_EQ(csio_convert2file(io.get()), 0);
+  EXPECT_EQ(io->length, 0u);
+  ASSERT_NE(io->filename, nullptr);
+  EXPECT_THAT(files(), IsEmpty());
+  table.open_write = recording_open_write;
+  qxapi_bind(&table);
+  EXPECT_EQ(append(io, "kept"), 4);
+  EXPECT_EQ(copy(io, 10), "kept");
+}
+
 TEST_F(CsioFile, StreamPastTheCeilingWithoutATemporaryNameIsLost) {
   const csio_ptr io = make_csio(8192);
   append(io, pattern(5000));
@@ -636,6 +652,18 @@ TEST_F(CsioFile, DuplicateWithoutATemporaryNameKeepsTheMemory) {
   EXPECT_EQ(io->flags, both);
   EXPECT_EQ(io->filename, nullptr);
   EXPECT_EQ(io->length, 4u);
+  EXPECT_EQ(copy(io, 10), "text");
+}
+
+TEST_F(CsioFile, DuplicateInAFileThatCannotBeOpenedKeepsTheMemory) {
+  const csio_ptr io = make_csio();
+  append(io, "text");
+  table.open_write = refusing_open_write;
+  qxapi_bind(&table);
+  EXPECT_EQ(csio_dup2file(io.get()), 0);
+  EXPECT_EQ(io->flags, both);
+  EXPECT_NE(io->filename, nullptr);
+  EXPECT_THAT(files(), IsEmpty());
   EXPECT_EQ(copy(io, 10), "text");
 }
 

@@ -127,6 +127,10 @@ void CatalogModel::commit(uint64_t next_number, bool has_changes) {
   next_in_database_ = next_in_map_ = next_number;
 }
 
+bool CatalogModel::has_long_records() const {
+  return std::any_of(texts_.begin(), texts_.end(), [](const auto &item) { return item.second.size() > 30000; });
+}
+
 bool CatalogModel::put_by_another(uint32_t number, const Description &description) {
   if (const auto known = number_of(description.url); known && *known != number) return false;
   descriptions_[number] = description;

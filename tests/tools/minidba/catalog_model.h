@@ -82,7 +82,8 @@ class CatalogModel {
   void forget_index() { indexed_.reset(); }
   void forget_map() { has_map_ = false; }
   bool exists() const { return exists_; }
-  bool is_long(uint32_t number) const { return texts_.contains(number) && texts_.at(number).size() > 4000; }
+  /// has_long_records says whether a record may be longer than a page.
+  bool has_long_records() const;
 
  private:
   static constexpr uint64_t no_number = uint64_t{1} << 32;
