@@ -155,7 +155,7 @@ Finished Catalog::run(const std::string &verb, const std::string &input,
   options.database = path(database);
   options.index = path(index_file);
   options.arguments = arguments;
-  int status = minidba::exit_failure;
+  int status = tools::exit_failure;
   try {
     status = verbs.at(verb)(options, minidba::Console{stream.get(), out, errors, false, false});
   } catch (const minidba::Failure &failure) {

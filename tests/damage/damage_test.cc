@@ -184,7 +184,7 @@ void Trial::check_writer(const std::string &verb, const Corruption &corruption) 
   }
   const Finished finished = catalog_.run(verb, input, arguments);
   if (holds_stray_memory(finished.out + finished.errors)) complain("stray memory in the output of " + verb);
-  if (finished.status == minidba::exit_failure) {
+  if (finished.status == tools::exit_failure) {
     if (support::read_file(catalog_.path(damage::database)) != corruption.files[damage::database])
       complain(verb + " failed and changed the database");
     return;
