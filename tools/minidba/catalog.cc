@@ -19,7 +19,7 @@ Catalog::Catalog(std::string database, Absent absent) : path_(std::move(database
     return;
   }
   table_.emplace(path_);
-  urls_ = UrlMap::open(path_);
+  urls_ = UrlMap::open(path_, map_obstacle_);
 }
 
 std::optional<std::string> Catalog::get(uint32_t number) const {
@@ -98,7 +98,7 @@ void Catalog::renew_url_map(const Lock &) {
   items.write(snapshot, path_, free_number());
   snapshot.sync();
   snapshot.commit();
-  urls_ = UrlMap::open(path_);
+  urls_ = UrlMap::open(path_, map_obstacle_);
 }
 
 }  // namespace minidba

@@ -49,6 +49,8 @@ class Catalog {
   const HashTable &table() const { return *table_; }
   /// url_map returns the map on the disk, null when there is none of this snapshot.
   const UrlMap *url_map() const { return urls_ ? &*urls_ : nullptr; }
+  /// map_obstacle returns what kept the system from reading a map that is there; empty where nothing did.
+  const std::string &map_obstacle() const { return map_obstacle_; }
   /// renew_url_map writes the map anew unless it is of this snapshot.
   void renew_url_map(const Lock &lock);
 
@@ -58,6 +60,7 @@ class Catalog {
 
   std::string path_;
   std::optional<HashTable> table_;
+  std::string map_obstacle_;
   std::optional<UrlMap> urls_;
   mutable std::optional<UrlScan> scan_;  // what takes the map's place where there is none
 };

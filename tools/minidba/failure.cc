@@ -5,8 +5,8 @@
 
 namespace minidba {
 
-Failure system_failure(const std::string &what) {
-  return Failure(what + ": " + std::generic_category().message(errno));
+SystemFailure system_failure(const std::string &what) {
+  return SystemFailure(what + ": " + std::generic_category().message(errno));
 }
 
 }  // namespace minidba

@@ -13,8 +13,14 @@ class Failure : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+/// SystemFailure is a failure of the system, rather than of what a file holds.
+class SystemFailure : public Failure {
+ public:
+  using Failure::Failure;
+};
+
 /// system_failure returns a failure that ends with the text of errno: "what: No such file or directory".
-Failure system_failure(const std::string &what);
+SystemFailure system_failure(const std::string &what);
 
 }  // namespace minidba
 

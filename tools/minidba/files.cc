@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <filesystem>
 #include <vector>
@@ -49,7 +48,7 @@ void copy_range(const File &from, const File &to, int64_t offset, int64_t end) {
 
 /// scratch_in makes a file without a name; not every file system has such files.
 file_guard scratch_in(const std::string &folder, const std::string &prefix) {
-  file_guard file(::open(folder.c_str(), O_RDWR | O_TMPFILE | O_CLOEXEC, 0600));
+  file_guard file = open_file(folder, O_RDWR | O_TMPFILE, 0600);
   if (file) return file;
   std::string name = folder + "/" + prefix + "XXXXXX";
   file = file_guard(::mkostemp(name.data(), O_CLOEXEC));
@@ -80,11 +79,16 @@ void remove_leftovers(const std::string &database) {
 }
 
 void sync_path(const std::string &path, int flags) {
-  const file_guard file(::open(path.c_str(), flags | O_CLOEXEC));
-  if (!file || ::fsync(file.get()) != 0) throw system_failure("cannot put onto the disk: " + path);
+  const file_guard file = open_file(path, flags);
+  if (!file || uninterrupted([&] { return ::fsync(file.get()); }) != 0)
+    throw system_failure("cannot put onto the disk: " + path);
 }
 
 }  // namespace
+
+file_guard open_file(const std::string &path, int flags, mode_t mode) {
+  return file_guard(uninterrupted([&] { return ::open(path.c_str(), flags | O_CLOEXEC, mode); }));
+}
 
 std::optional<struct stat> status_of(const std::string &path) {
   struct stat status;
@@ -94,13 +98,13 @@ std::optional<struct stat> status_of(const std::string &path) {
 }
 
 File File::create(const std::string &path) {
-  file_guard file(::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
+  file_guard file = open_file(path, O_RDWR | O_CREAT | O_EXCL, 0644);
   if (!file) throw system_failure("cannot create " + path);
   return File(std::move(file), path);
 }
 
 File File::open(const std::string &path) {
-  file_guard file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  file_guard file = open_file(path, O_RDONLY);
   if (!file) throw system_failure("cannot open " + path);
   return File(std::move(file), path);
 }
@@ -113,8 +117,7 @@ int64_t File::size() const {
 
 void File::read_at(int64_t offset, void *bytes, size_t count) const {
   for (auto *to = static_cast<char *>(bytes); count > 0;) {
-    const ssize_t got = ::pread(descriptor(), to, count, offset);
-    if (got < 0 && errno == EINTR) continue;
+    const ssize_t got = uninterrupted([&] { return ::pread(descriptor(), to, count, offset); });
     if (got < 0) throw system_failure("cannot read " + name_);
     if (got == 0) throw Failure("cannot read " + name_ + ": it ends too early");
     to += got, offset += got, count -= static_cast<size_t>(got);
@@ -123,8 +126,7 @@ void File::read_at(int64_t offset, void *bytes, size_t count) const {
 
 void File::write_at(int64_t offset, std::string_view bytes) const {
   while (!bytes.empty()) {
-    const ssize_t put = ::pwrite(descriptor(), bytes.data(), bytes.size(), offset);
-    if (put < 0 && errno == EINTR) continue;
+    const ssize_t put = uninterrupted([&] { return ::pwrite(descriptor(), bytes.data(), bytes.size(), offset); });
     if (put <= 0) throw system_failure("cannot write " + name_);
     bytes.remove_prefix(static_cast<size_t>(put));
     offset += put;
@@ -132,7 +134,8 @@ void File::write_at(int64_t offset, std::string_view bytes) const {
 }
 
 void File::resize(int64_t size) const {
-  if (::ftruncate(descriptor(), size) != 0) throw system_failure("cannot write " + name_);
+  if (uninterrupted([&] { return ::ftruncate(descriptor(), size); }) != 0)
+    throw system_failure("cannot write " + name_);
 }
 
 void copy_contents(const File &from, const File &to) {
@@ -150,10 +153,9 @@ void copy_contents(const File &from, const File &to) {
 
 Lock::Lock(const std::string &database) {
   const std::string path = database + ".lock";
-  file_ = file_guard(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
-  if (!file_) throw system_failure("cannot lock " + path);
-  while (::flock(file_.get(), LOCK_EX) != 0)
-    if (errno != EINTR) throw system_failure("cannot lock " + path);
+  file_ = open_file(path, O_RDWR | O_CREAT, 0644);
+  if (!file_ || uninterrupted([&] { return ::flock(file_.get(), LOCK_EX); }) != 0)
+    throw system_failure("cannot lock " + path);
   remove_leftovers(database);
 }
 

@@ -4,6 +4,7 @@
 
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -16,6 +17,17 @@ namespace minidba {
 
 /// status_of returns the status of a file, or nothing where there is none.
 std::optional<struct stat> status_of(const std::string &path);
+
+/// uninterrupted repeats a system call until no signal interrupts it.
+template <typename Call>
+auto uninterrupted(Call call) {
+  auto result = call();
+  while (result == -1 && errno == EINTR) result = call();
+  return result;
+}
+
+/// open_file is open without being interrupted, close-on-exec.
+file_guard open_file(const std::string &path, int flags, mode_t mode = 0);
 
 /// File owns an open file. Its operations read or write all that is asked, or throw a Failure that names the file.
 class File {

@@ -8,8 +8,8 @@
 #include <limits>
 #include <tuple>
 
-#include "qxapi/guard.h"
 #include "tools/minidba/failure.h"
+#include "tools/minidba/files.h"
 
 namespace minidba {
 namespace {
@@ -22,11 +22,14 @@ void append_word(std::string &bytes, uint32_t word) {
 }
 
 std::string read_all(const std::string &path) {
-  const file_guard file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  const file_guard file = open_file(path, O_RDONLY);
   std::string bytes;
   char block[1 << 16];
   ssize_t got = file ? 1 : -1;
-  while (got > 0 && (got = ::read(file.get(), block, sizeof block)) > 0) bytes.append(block, static_cast<size_t>(got));
+  while (got > 0) {
+    got = uninterrupted([&] { return ::read(file.get(), block, sizeof block); });
+    bytes.append(block, static_cast<size_t>(std::max<ssize_t>(got, 0)));
+  }
   if (got < 0) throw system_failure("cannot read " + path);
   return bytes;
 }

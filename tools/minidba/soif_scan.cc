@@ -4,6 +4,7 @@
 
 #include "libcs/soif/input.h"
 #include "qxapi/ascii.h"
+#include "tools/minidba/failure.h"
 
 namespace minidba {
 namespace {
@@ -27,6 +28,10 @@ std::string printable(std::string_view text) {
   for (char &c : line)
     if (static_cast<unsigned char>(c) < ' ' || c == 0x7F) c = '?';
   return line;
+}
+
+void seek(FILE *file, int64_t offset, int whence) {
+  if (::fseeko(file, offset, whence) != 0) throw system_failure("cannot read the input");
 }
 
 /// Scan goes through an object as the parser does.
@@ -68,7 +73,7 @@ class Scan {
     input_.next();
     if (size < 0 || input_.next() != ':' || input_.next() != '\t') return false;
     if (::ftello(file_) + int64_t{size} > size_) return false;
-    input_.skip(static_cast<size_t>(size));
+    seek(file_, size, SEEK_CUR);
     return true;
   }
 
@@ -88,7 +93,8 @@ class Scan {
 }  // namespace
 
 std::string fault_of(FILE *file, int64_t size, int64_t offset) {
-  return ::fseeko(file, offset, SEEK_SET) == 0 ? Scan(file, size).object() : no_object;
+  seek(file, offset, SEEK_SET);
+  return Scan(file, size).object();
 }
 
 }  // namespace minidba

@@ -23,8 +23,7 @@ int copy_of(int input, const std::string &beside, const SoifStream::Copied &copi
   ScratchFile copy(beside);
   std::vector<char> block(1 << 16);
   for (;;) {
-    const ssize_t got = ::read(input, block.data(), block.size());
-    if (got < 0 && errno == EINTR) continue;
+    const ssize_t got = uninterrupted([&] { return ::read(input, block.data(), block.size()); });
     if (got < 0) throw system_failure("cannot read the input");
     if (got == 0) break;
     copy.append({block.data(), static_cast<size_t>(got)});
@@ -50,7 +49,7 @@ std::optional<int64_t> SoifStream::find_object(int64_t from, bool at_line_start)
   for (int64_t at = from;; ++at) {
     const int c = ::getc_unlocked(file_.get());
     if (c == EOF) {
-      if (std::ferror(file_.get()) != 0) throw system_failure("cannot read the input");
+      check_readable();
       return std::nullopt;
     }
     if (c == '@' && line_start) return at;
@@ -58,13 +57,20 @@ std::optional<int64_t> SoifStream::find_object(int64_t from, bool at_line_start)
   }
 }
 
+/// check_readable tells what could not be read from what is malformed.
+void SoifStream::check_readable() const {
+  if (std::ferror(file_.get()) != 0) throw system_failure("cannot read the input");
+}
+
 /// read_object reads the object whose "@" is at `start`.
 SoifStream::Item SoifStream::read_object(int64_t start) {
   Item item{++number_, start, start, nullptr, fault_of(file_.get(), size_, start)};
+  check_readable();
   if (!item.reason.empty()) return item;
   if (::fseeko(file_.get(), start, SEEK_SET) != 0) throw system_failure("cannot read the input");
   item.object = soif_reader(file_.get()).next();
   item.end = ::ftello(file_.get());
+  check_readable();
   if (!item.object) item.reason = "not a SOIF object";
   return item;
 }

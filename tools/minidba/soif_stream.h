@@ -42,6 +42,7 @@ class SoifStream {
  private:
   std::optional<int64_t> find_object(int64_t from, bool at_line_start);
   Item read_object(int64_t start);
+  void check_readable() const;
 
   struct close_file {
     void operator()(FILE *file) const { std::fclose(file); }

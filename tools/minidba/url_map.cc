@@ -8,12 +8,15 @@
 
 namespace minidba {
 
-std::optional<UrlMap> UrlMap::open(const std::string &database) {
+std::optional<UrlMap> UrlMap::open(const std::string &database, std::string &obstacle) {
+  obstacle.clear();
   const std::string path = path_for(database);
   if (!status_of(path)) return std::nullopt;
   try {
     HashTable table(path);
     if (table.stamp() && table.stamp()->database == identity_of(database)) return UrlMap(std::move(table));
+  } catch (const SystemFailure &failure) {
+    obstacle = failure.what();
   } catch (const Failure &) {
     // Without a map it goes on more slowly.
   }

@@ -20,8 +20,9 @@ namespace minidba {
 class UrlMap {
  public:
   static std::string path_for(const std::string &database) { return database + ".url"; }
-  /// open returns nothing where there is no sound map of the database as it is.
-  static std::optional<UrlMap> open(const std::string &database);
+  /// open returns nothing where there is no sound map of the database as it is. `obstacle` is set to what the system
+  /// said where it kept a map from being read.
+  static std::optional<UrlMap> open(const std::string &database, std::string &obstacle);
 
   std::optional<uint32_t> number_of(std::string_view url) const;
   /// next_number returns the smallest number that no description of the catalog has had, 0 when none is left.

@@ -162,6 +162,7 @@ void check_next_number(const Catalog &catalog, Findings &findings) {
 void check_map(const Catalog &catalog, Findings &findings) {
   const UrlMap *map = catalog.url_map();
   findings.has_map = map != nullptr;
+  if (!catalog.map_obstacle().empty()) findings.faults.add(catalog.map_obstacle());
   if (map == nullptr) return check_same_urls(catalog, findings);
   try {
     map->each([&](std::string_view url, uint32_t number) {
