@@ -12,7 +12,7 @@ help:
 	@echo 'make coverage   measure what the tests reach (scripts/coverage)'
 	@echo 'make fuzz       attack every parser for a minute (scripts/fuzz)'
 	@echo 'make bench      measure (scripts/bench)'
-	@echo 'make faults     let memory and files fail under whole requests'
+	@echo 'make faults     let memory and files fail under procedures, requests and tools'
 	@echo 'make install    install the release build under PREFIX ($(PREFIX))'
 
 run test lint format coverage fuzz bench:

@@ -1,0 +1,222 @@
+/// A library that is preloaded into a program and makes one of its file operations fail.
+///
+/// IO_FAULT is "PROGRAM CLASS N ERRNO": in the program of this name, the Nth call of a class fails with an error; with
+/// the error 0 it does its work on a single byte. IO_FAULT_HIT names a file that is made when that has happened. The
+/// class "count" has a line for each call written to that file, with its class, and none fail.
+///
+/// What the C library calls inside itself cannot be replaced. Its streams therefore are opened here over functions that
+/// come by as well. Only standard error is left alone: that is where a program says what has happened.
+
+#include <dirent.h>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#define EXPORTED extern "C" __attribute__((visibility("default")))
+#define REAL(name) reinterpret_cast<decltype(&(name))>(dlsym(RTLD_NEXT, #name))
+
+namespace {
+
+struct Fault {
+  char kind[32] = "";
+  long n = 0;
+  int error = 0;
+  long calls = 0;
+};
+
+Fault read_fault() {
+  Fault fault;
+  char program[64] = "";
+  const char *text = std::getenv("IO_FAULT");
+  if (text == nullptr || std::sscanf(text, "%63s %31s %ld %d", program, fault.kind, &fault.n, &fault.error) != 4 ||
+      std::strcmp(program, program_invocation_short_name) != 0)
+    return Fault{};
+  return fault;
+}
+
+Fault &fault() {
+  static Fault read = read_fault();
+  return read;
+}
+
+void note(const char *text) {
+  const char *path = std::getenv("IO_FAULT_HIT");
+  if (path == nullptr) return;
+  const long fd = syscall(SYS_openat, AT_FDCWD, path, O_CREAT | O_WRONLY | O_APPEND | O_CLOEXEC, 0600);
+  if (fd == -1) return;
+  syscall(SYS_write, fd, text, std::strlen(text));
+  syscall(SYS_write, fd, "\n", 1);
+  syscall(SYS_close, fd);
+}
+
+/// strikes counts a call of a class and tells whether it is the one.
+bool strikes(const char *kind) {
+  Fault &f = fault();
+  const int before = errno;
+  if (std::strcmp(f.kind, "count") == 0) note(kind);
+  errno = before;
+  if (std::strcmp(kind, f.kind) != 0 || ++f.calls != f.n) return false;
+  note(kind);
+  errno = f.error;
+  return true;
+}
+
+/// transfer runs a reading or writing call of `count` bytes.
+template <typename Call>
+ssize_t transfer(const char *kind, size_t count, Call call) {
+  if (count == 0 || !strikes(kind)) return call(count);
+  return fault().error == 0 ? call(1) : -1;
+}
+
+int descriptor_of(void *cookie) { return static_cast<int>(reinterpret_cast<intptr_t>(cookie)); }
+
+/// Regular files, which is all that the programs use streams for, are never interrupted.
+ssize_t read_stream(void *cookie, char *bytes, size_t count) {
+  const auto call = [&](size_t n) { return REAL(read)(descriptor_of(cookie), bytes, n); };
+  return fault().error == EINTR ? call(count) : transfer("read", count, call);
+}
+
+ssize_t write_stream(void *cookie, const char *bytes, size_t count) {
+  return transfer("write", count, [&](size_t n) { return REAL(write)(descriptor_of(cookie), bytes, n); });
+}
+
+int seek_stream(void *cookie, off64_t *offset, int whence) {
+  if (strikes("seek")) return -1;
+  *offset = REAL(lseek64)(descriptor_of(cookie), *offset, whence);
+  return *offset == -1 ? -1 : 0;
+}
+
+int close_stream(void *cookie) {
+  const int result = REAL(close)(descriptor_of(cookie));
+  return strikes("close") ? -1 : result;
+}
+
+FILE *open_stream(int fd, const char *mode) {
+  return fopencookie(reinterpret_cast<void *>(static_cast<intptr_t>(fd)), mode,
+                     {read_stream, write_stream, seek_stream, close_stream});
+}
+
+bool takes_mode(int flags) { return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE; }
+
+}  // namespace
+
+EXPORTED int open64(const char *path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = takes_mode(flags) ? va_arg(arguments, mode_t) : 0;
+  va_end(arguments);
+  return strikes("open") ? -1 : REAL(open64)(path, flags, mode);
+}
+
+EXPORTED int open(const char *path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = takes_mode(flags) ? va_arg(arguments, mode_t) : 0;
+  va_end(arguments);
+  return strikes("open") ? -1 : REAL(open)(path, flags, mode);
+}
+
+EXPORTED int openat(int folder, const char *path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = takes_mode(flags) ? va_arg(arguments, mode_t) : 0;
+  va_end(arguments);
+  return strikes("open") ? -1 : REAL(openat)(folder, path, flags, mode);
+}
+
+EXPORTED int mkostemp64(char *path, int flags) { return strikes("open") ? -1 : REAL(mkostemp64)(path, flags); }
+
+/// The streams of the C++ library only have their files opened by the C library, and read and write them themselves.
+EXPORTED FILE *fopen64(const char *path, const char *mode) {
+  if (fault().error != EINTR && strikes("open")) return nullptr;
+  if (std::strcmp(mode, "re") != 0) return REAL(fopen64)(path, mode);
+  const int fd = REAL(open64)(path, O_RDONLY | O_CLOEXEC);
+  return fd == -1 ? nullptr : open_stream(fd, "r");
+}
+
+EXPORTED FILE *fdopen(int fd, const char *mode) noexcept {
+  return strikes("duplicate") ? nullptr : open_stream(fd, mode);
+}
+
+EXPORTED ssize_t read(int fd, void *bytes, size_t count) {
+  return transfer("read", count, [&](size_t n) { return REAL(read)(fd, bytes, n); });
+}
+
+EXPORTED ssize_t pread64(int fd, void *bytes, size_t count, off64_t offset) {
+  return transfer("read", count, [&](size_t n) { return REAL(pread64)(fd, bytes, n, offset); });
+}
+
+EXPORTED ssize_t write(int fd, const void *bytes, size_t count) {
+  if (fd == STDERR_FILENO) return REAL(write)(fd, bytes, count);
+  return transfer("write", count, [&](size_t n) { return REAL(write)(fd, bytes, n); });
+}
+
+EXPORTED ssize_t pwrite64(int fd, const void *bytes, size_t count, off64_t offset) {
+  return transfer("write", count, [&](size_t n) { return REAL(pwrite64)(fd, bytes, n, offset); });
+}
+
+EXPORTED ssize_t writev(int fd, const struct iovec *pieces, int count) {
+  if (fd == STDERR_FILENO || !strikes("write")) return REAL(writev)(fd, pieces, count);
+  return fault().error == 0 ? REAL(write)(fd, pieces[0].iov_base, 1) : -1;
+}
+
+EXPORTED ssize_t copy_file_range(int in, off64_t *from, int out, off64_t *to, size_t count, unsigned flags) {
+  return transfer("copy", count, [&](size_t n) { return REAL(copy_file_range)(in, from, out, to, n, flags); });
+}
+
+EXPORTED off64_t lseek64(int fd, off64_t offset, int whence) noexcept {
+  return strikes("seek") ? -1 : REAL(lseek64)(fd, offset, whence);
+}
+
+/// Nothing here outlives the system, so that nobody need wait for the disk.
+EXPORTED int fsync(int) { return strikes("sync") ? -1 : 0; }
+
+EXPORTED int ftruncate64(int fd, off64_t size) noexcept {
+  return strikes("truncate") ? -1 : REAL(ftruncate64)(fd, size);
+}
+
+/// The descriptor is gone either way.
+EXPORTED int close(int fd) {
+  const int result = REAL(close)(fd);
+  return strikes("close") ? -1 : result;
+}
+
+EXPORTED int stat64(const char *path, struct stat64 *status) noexcept {
+  return strikes("stat") ? -1 : REAL(stat64)(path, status);
+}
+EXPORTED int stat(const char *path, struct stat *status) noexcept {
+  return strikes("stat") ? -1 : REAL(stat)(path, status);
+}
+EXPORTED int fstat64(int fd, struct stat64 *status) noexcept {
+  return strikes("stat") ? -1 : REAL(fstat64)(fd, status);
+}
+EXPORTED int access(const char *path, int mode) noexcept { return strikes("stat") ? -1 : REAL(access)(path, mode); }
+
+EXPORTED int rename(const char *from, const char *to) noexcept {
+  return strikes("rename") ? -1 : REAL(rename)(from, to);
+}
+EXPORTED int unlink(const char *path) noexcept { return strikes("unlink") ? -1 : REAL(unlink)(path); }
+EXPORTED int remove(const char *path) noexcept { return strikes("unlink") ? -1 : REAL(remove)(path); }
+EXPORTED int chmod(const char *path, mode_t mode) noexcept { return strikes("chmod") ? -1 : REAL(chmod)(path, mode); }
+EXPORTED int flock(int fd, int operation) noexcept { return strikes("lock") ? -1 : REAL(flock)(fd, operation); }
+
+EXPORTED int fcntl64(int fd, int command, ...) {
+  va_list arguments;
+  va_start(arguments, command);
+  void *argument = va_arg(arguments, void *);
+  va_end(arguments);
+  const bool is_duplication = command == F_DUPFD || command == F_DUPFD_CLOEXEC;
+  return is_duplication && strikes("duplicate") ? -1 : REAL(fcntl64)(fd, command, argument);
+}
+
+EXPORTED struct dirent *readdir(DIR *folder) { return strikes("folder") ? nullptr : REAL(readdir)(folder); }

@@ -1,0 +1,241 @@
+/// minidba while files fail: for every verb, each of its file operations fails once, for each reason. What it says is
+/// true, and the catalog is the one before or the one after.
+///
+/// Not every call is tried with every error unless RDM_IO_FAULTS is "all".
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <cerrno>
+#include <filesystem>
+#include <map>
+#include <regex>
+
+#include "faults/io_fault.h"
+#include "tools/minidba/catalog_files.h"
+
+namespace {
+
+using faults::IoFault;
+using support::Finished;
+
+/// A verb with what it reads, on a catalog of these descriptions or on none.
+struct Work {
+  const char *name;
+  std::vector<std::string> words;
+  std::string input;
+  bool has_catalog = true;
+};
+
+void PrintTo(const Work &work, std::ostream *out) { *out << work.name; }
+
+std::string url(int number) { return "http://localhost/" + std::to_string(number); }
+
+std::string described(int from, int to, const std::string &title) {
+  std::string stream;
+  for (int i = from; i < to; ++i)
+    stream +=
+        rd(url(i),
+           {{"title", title}, {"body", std::string(400, 'b')}, {"rd-expires", i % 5 == 0 ? "1 Jan 2000" : "never"}});
+  return stream;
+}
+
+/// A word that begins so names a file beside the catalog.
+const std::string in_folder = "FOLDER";
+
+const std::vector<Work> &works() {
+  static const std::string damaged = "@DOCUMENT { " + url(99) + "\ntitle{99}:\tcut\n}\n";
+  static const std::vector<Work> all = {
+      {"Update", {"update"}, described(20, 22, "new")},
+      {"UpdateOfMany", {"update"}, described(10, 60, "new")},
+      {"UpdateOfNothing", {"update"}, described(1, 5, "new"), false},
+      {"UpdateWithRejects", {"update", "--rejects", "FOLDER/rejects"}, damaged + described(20, 22, "new")},
+      {"Expire", {"expire"}, ""},
+      {"Index", {"index"}, ""},
+      {"Unclassified", {"unclassified"}, ""},
+      {"GetNumber", {"get", "3"}, ""},
+      {"GetUrl", {"get", url(3)}, ""},
+      {"List", {"list", "--format", "tsv", "--attributes", "title"}, ""},
+      {"Delete", {"delete", "-"}, url(3) + "\n" + url(4) + "\n"},
+      {"Stats", {"stats"}, ""},
+      {"Verify", {"verify"}, ""},
+      {"Rebuild", {"rebuild"}, ""},
+      {"Export", {"export", "FOLDER/exported"}, ""},
+      {"ExportToOutput", {"export"}, ""},
+      {"Import", {"import", "--replace"}, described(0, 10, "new")},
+      {"ImportOfNothing", {"import"}, described(0, 10, "new"), false},
+  };
+  return all;
+}
+
+/// Times of taking in differ from run to run.
+std::string without_times(const std::string &text) {
+  static const std::regex time("rd-last-changed\\{29\\}:\t[^\n]*\n");
+  return std::regex_replace(text, time, "");
+}
+
+/// State is what a catalog and the files beside it hold.
+struct State {
+  std::map<std::string, std::string> records;
+  std::map<std::string, std::string> files;  // index, exported, rejects: name and bytes
+  bool operator==(const State &) const = default;
+};
+
+class MinidbaIo : public testing::TestWithParam<Work> {
+ protected:
+  void SetUp() override {
+    if (GetParam().has_catalog) {
+      ASSERT_EQ(catalog_.update(described(0, 40, "old")).status, 0);
+      ASSERT_EQ(catalog_.index().status, 0);
+      for (const char *suffix : suffixes) std::filesystem::create_hard_link(catalog_.path(suffix), kept(suffix));
+    }
+    before_ = state();
+    right_ = support::run(call().arguments, call().input);
+    after_ = state();
+    restore();
+  }
+
+  std::string kept(const std::string &suffix) const { return kept_.path("kept") + suffix; }
+
+  /// restore puts back the very files of the beginning: the URL map knows the database by its inode.
+  void restore() const {
+    for (const std::string &name : catalog_.files())
+      if (name != "catalog.db.lock") std::filesystem::remove(catalog_.folder() + "/" + name);
+    if (!GetParam().has_catalog) return;
+    for (const char *suffix : suffixes) std::filesystem::create_hard_link(kept(suffix), catalog_.path(suffix));
+  }
+
+  faults::Call call() const {
+    faults::Call call{"minidba", catalog_.command({"-i", catalog_.path(".idx")}), GetParam().input};
+    for (const std::string &word : GetParam().words)
+      call.arguments.push_back(word.starts_with(in_folder) ? catalog_.folder() + word.substr(in_folder.size()) : word);
+    return call;
+  }
+
+  State state() const {
+    State state;
+    if (support::file_exists(catalog_.path()))
+      for (const auto &[key, record] : catalog_.records()) state.records[key] = without_times(record);
+    for (const char *name : {"catalog.db.idx", "exported", "rejects"})
+      if (const std::string path = catalog_.folder() + "/" + name; support::file_exists(path))
+        state.files[name] = without_times(support::read_file(path));
+    return state;
+  }
+
+  /// leftovers returns the names of files that no run is to leave.
+  std::vector<std::string> leftovers() const {
+    std::vector<std::string> names;
+    for (const std::string &name : catalog_.files())
+      if (name.find(".new") != std::string::npos || name.find(".scratch-") != std::string::npos) names.push_back(name);
+    return names;
+  }
+
+  /// expect_sound has database and URL map checked. The index may be older, which is no fault.
+  void expect_sound() const {
+    if (!support::file_exists(catalog_.path()) || is_same_file(catalog_.path(), kept(""))) return;
+    const bool has_index = support::file_exists(catalog_.path(".idx"));
+    if (has_index) std::filesystem::rename(catalog_.path(".idx"), kept_.path("index"));
+    const Finished verdict = support::run(catalog_.command({"verify"}));
+    EXPECT_EQ(verdict.status, 0) << verdict.out << verdict.errors;
+    if (has_index) std::filesystem::rename(kept_.path("index"), catalog_.path(".idx"));
+  }
+
+  static bool is_same_file(const std::string &a, const std::string &b) {
+    std::error_code ignored;
+    return std::filesystem::equivalent(a, b, ignored);
+  }
+
+  /// expect_honest compares what was said with what was done.
+  void expect_honest(const IoFault &fault, const Finished &finished) const {
+    ASSERT_LT(finished.status, 128) << "ended by a signal";
+    const State now = state();
+    if (finished.status == right_.status) {
+      EXPECT_EQ(without_times(finished.out), without_times(right_.out));
+      EXPECT_TRUE(now == after_) << "what it says it did is not done: " << finished.errors;
+    } else {
+      EXPECT_FALSE(fault.is_harmless()) << finished.errors;
+      EXPECT_THAT(finished.errors, testing::HasSubstr("minidba: "));
+      EXPECT_TRUE(now.records == before_.records || now.records == after_.records) << finished.errors;
+    }
+  }
+
+  /// expect_no_hindrance looks for what a run left. Only what could not be removed may be there, and the next run that
+  /// writes removes it.
+  void expect_no_hindrance(const IoFault &fault) const {
+    if (leftovers().empty()) return;
+    EXPECT_EQ(fault.kind, "unlink") << testing::PrintToString(leftovers());
+    EXPECT_EQ(support::run(call().arguments, call().input).status, right_.status);
+    EXPECT_THAT(leftovers(), testing::IsEmpty());
+  }
+
+  static constexpr const char *suffixes[] = {"", ".url", ".idx"};
+  CatalogFiles catalog_;
+  support::TemporaryFolder kept_;
+  State before_, after_;
+  Finished right_{};
+};
+
+TEST_P(MinidbaIo, SaysWhatItDidAndLeavesTheOldCatalogOrTheNew) {
+  EXPECT_EQ(right_.status, 0) << right_.errors;
+  const auto faults = faults::io_faults(faults::count_calls(call()));
+  EXPECT_GT(faults.size(), 5u);
+  for (const IoFault &fault : faults) {
+    SCOPED_TRACE(testing::PrintToString(fault));
+    restore();
+    expect_honest(fault, faults::run_with(fault, call()));
+    expect_sound();
+    expect_no_hindrance(fault);
+  }
+  RecordProperty("runs", std::to_string(faults.size()));
+}
+
+/// SmallCatalog is one of forty descriptions, and what a verb answers to each call of a class that fails.
+class SmallCatalog : public testing::Test {
+ protected:
+  SmallCatalog() { catalog_.update(described(0, 40, "old")); }
+
+  faults::Call call(const std::string &verb, const std::string &input = "") const {
+    return {"minidba", catalog_.command({verb}), input};
+  }
+
+  template <typename Check>
+  void with_each(const std::string &kind, const faults::Call &call, Check check) {
+    const long calls = faults::count_calls(call)[kind];
+    EXPECT_GT(calls, 0) << kind;
+    for (long n = 1; n <= calls; ++n) {
+      const IoFault fault{kind, n, EIO};
+      SCOPED_TRACE(testing::PrintToString(fault));
+      check(faults::run_with(fault, call));
+    }
+  }
+
+  CatalogFiles catalog_;
+};
+
+// A file operation that none of the verbs meets would be tried in vain.
+TEST_F(SmallCatalog, AnUpdateMeetsEveryKindOfFileOperation) {
+  const auto calls = faults::count_calls(call("update", described(2, 3, "new")));
+  for (const std::string &kind : faults::io_kinds()) EXPECT_EQ(calls.count(kind), 1u) << kind;
+}
+
+// Where the look at an object met an error, the object was rejected as malformed, the others were taken in, and the
+// gatherer's delivery counted as done.
+TEST_F(SmallCatalog, WhatCannotBeReadIsNotMalformed) {
+  for (const char *kind : {"seek", "read"})
+    with_each(kind, call("update", described(0, 3, "new")), [](const Finished &finished) {
+      EXPECT_THAT(finished.errors, testing::Not(testing::HasSubstr("rejected:")));
+      EXPECT_TRUE(finished.status == 2 || finished.out == "3\n") << finished.out;
+    });
+}
+
+// A URL map that the system kept from being read was called absent, and the catalog sound.
+TEST_F(SmallCatalog, IsNotSoundWhereItsUrlMapCannotBeRead) {
+  for (const char *kind : {"open", "read", "stat"})
+    with_each(kind, call("verify"), [](const Finished &finished) {
+      EXPECT_TRUE(finished.status != 0 || finished.out == "sound: 40 descriptions, no index\n") << finished.out;
+    });
+}
+
+INSTANTIATE_TEST_SUITE_P(Verbs, MinidbaIo, testing::ValuesIn(works()),
+                         [](const testing::TestParamInfo<Work> &work) { return work.param.name; });
+
+}  // namespace

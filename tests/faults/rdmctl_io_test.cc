@@ -1,0 +1,95 @@
+/// rdmctl's import while its files fail: what it says is true, and no part of a delivery is imported as the whole.
+///
+/// Not every call is tried with every error unless RDM_IO_FAULTS is "all".
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+
+#include "dba/guard.h"
+#include "faults/io_fault.h"
+#include "tools/rdmctl/service_files.h"
+
+namespace {
+
+using faults::IoFault;
+using support::Finished;
+
+/// More than a body keeps in memory.
+constexpr int descriptions = 60;
+
+std::string delivery() {
+  const std::string body(1000, 'b');
+  std::string stream;
+  for (int i = 1; i <= descriptions; ++i)
+    stream += "@FILE { http://localhost/" + std::to_string(i) + "\nbody{1000}:\t" + body + "\n}\n";
+  return stream;
+}
+
+class RdmctlIo : public testing::Test {
+ protected:
+  faults::Call call() const {
+    return {"rdmctl", {program, "import", "--config", service_.config(), "--csid", csid, file_}, ""};
+  }
+
+  void reset() const {
+    for (const char *suffix : {"", ".url", ".idx", ".lock"}) std::filesystem::remove(service_.database() + suffix);
+  }
+
+  /// imported returns how many descriptions the catalog has.
+  int imported() const {
+    const database_ptr database(dba_open(service_.database().c_str(), "r"));
+    DBT key{}, value{};
+    int count = 0;
+    for (int result = database ? dba_first(database.get(), &key, &value) : 1; result == 0; ++count)
+      result = dba_next(database.get(), &key, &value);
+    return count;
+  }
+
+  std::vector<std::string> temporary_files() const {
+    std::vector<std::string> names;
+    for (const auto &entry : std::filesystem::directory_iterator(service_.temporary_folder()))
+      names.push_back(entry.path());
+    return names;
+  }
+
+  void expect_honest(const IoFault &fault, const Finished &finished) const {
+    ASSERT_LT(finished.status, 128) << "ended by a signal";
+    if (finished.status == 0) {
+      EXPECT_EQ(finished.out, "Accepted " + std::to_string(descriptions) + " RDs from Unknown-Source\n");
+      EXPECT_EQ(imported(), descriptions);
+    } else {
+      EXPECT_FALSE(fault.is_harmless()) << finished.errors;
+      EXPECT_THAT(finished.errors, testing::HasSubstr("rdmctl: "));
+      EXPECT_TRUE(imported() == 0 || imported() == descriptions) << imported() << ": " << finished.errors;
+    }
+  }
+
+  /// expect_clean takes away what a run could not remove.
+  void expect_clean(const IoFault &fault) const {
+    for (const std::string &name : temporary_files()) {
+      EXPECT_EQ(fault.kind, "unlink") << name;
+      std::filesystem::remove(name);
+    }
+  }
+
+  ServiceFiles service_;
+  std::string file_ = service_.write("delivery", delivery());
+};
+
+TEST_F(RdmctlIo, SaysWhatItDidAndImportsAllOrNothing) {
+  const auto faults = faults::io_faults(faults::count_calls(call()));
+  EXPECT_EQ(imported(), descriptions);
+  EXPECT_GT(faults.size(), 10u);
+  for (const IoFault &fault : faults) {
+    SCOPED_TRACE(testing::PrintToString(fault));
+    reset();
+    expect_honest(fault, faults::run_with(fault, call()));
+    expect_clean(fault);
+  }
+}
+
+}  // namespace
