@@ -168,6 +168,23 @@ TEST_F(Request, AKeyThatIsMissingIsSkippedAndCountsAgainstTheLimit) {
   expect_sent({1}, "the limit counts keys");
 }
 
+TEST_F(Request, ARecordThatAnAnswerHasNoRoomForIsSkipped) {
+  // An answer's length has 32 bits, of which its header takes some.
+  cslist *list = nullptr;
+  ASSERT_EQ(cslist_create(&list), 0u);
+  const list_ptr keys(list);
+  cslist_append(list, "00000001");
+  const csio_ptr output = make_csio();
+  const uint32_t room = static_cast<uint32_t>(description(1).size()) + 64 + 4096;
+  const Diagnostics diagnostics;
+  output->length = UINT32_MAX - room + 1;
+  EXPECT_EQ(rds_send_rd("c", list, nullptr, output.get()), 0);
+  EXPECT_EQ(diagnostics.text(), "ERROR: No room in the answer for catalog-database: key 00000001\n");
+  EXPECT_EQ(output->length, UINT32_MAX - room + 1);
+  output->length = 0;
+  EXPECT_EQ(rds_send_rd("c", list, nullptr, output.get()), 1);
+}
+
 TEST_F(Request, AMalformedRecordIsSkipped) {
   catalog_.put(2, "no object at all");
   catalog_.put(3, "@BROKEN { -\ntitle{3}:no tab\n}\n");
