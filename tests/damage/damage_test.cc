@@ -30,7 +30,7 @@ using damage::Finished;
 using damage::Records;
 
 constexpr int batch_size = 50;
-constexpr unsigned batch_seconds = 240;
+constexpr unsigned trial_seconds = 240;
 
 /// What fresh memory is filled with, and what memory that was given back: once by the C library, once by the address
 /// sanitizer. Nothing that is sent or written may hold a run of it.
@@ -39,7 +39,7 @@ constexpr size_t run_length = 8;
 
 int trials() {
   const char *number = std::getenv("RDM_DAMAGE_TRIALS");
-  return number != nullptr ? std::atoi(number) : 80;
+  return number != nullptr ? std::atoi(number) : 50;
 }
 
 bool holds_stray_memory(const std::string &bytes) {
@@ -239,10 +239,7 @@ class DamagedCatalog : public support::HostTest, public testing::WithParamInterf
     support::write_file(complaints, "");
     *current_ = first;
     const pid_t child = ::fork();
-    if (child == 0) {
-      ::alarm(batch_seconds);
-      ::_exit(run_trials(first, last, complaints));
-    }
+    if (child == 0) ::_exit(run_trials(first, last, complaints));
     int status = 0;
     ::waitpid(child, &status, 0);
     std::string result = support::read_file(complaints);
@@ -257,6 +254,7 @@ class DamagedCatalog : public support::HostTest, public testing::WithParamInterf
     std::string text;
     Trial trial(*catalog_, undamaged_);
     for (*current_ = first; *current_ < last; ++*current_) {
+      ::alarm(trial_seconds);
       const Corruption corruption = GetParam().damaging(catalog_->files(), static_cast<uint32_t>(*current_));
       if (const std::string found = trial.run(corruption, *current_); !found.empty())
         text += "trial " + std::to_string(*current_) + " (" + corruption.what + "):\n" + found;
