@@ -2,7 +2,7 @@
 
 PREFIX ?= /usr/local
 
-.PHONY: help run test lint format coverage fuzz bench faults install
+.PHONY: help run test lint format coverage fuzz bench faults nightly install
 
 help:
 	@echo 'make run        serve the example catalogs (scripts/run)'
@@ -13,9 +13,10 @@ help:
 	@echo 'make fuzz       attack every parser for a minute (scripts/fuzz)'
 	@echo 'make bench      measure (scripts/bench)'
 	@echo 'make faults     let memory and files fail under procedures, requests and tools'
+	@echo 'make nightly    all of this for long: what is worth a night (scripts/nightly)'
 	@echo 'make install    install the release build under PREFIX ($(PREFIX))'
 
-run test lint format coverage fuzz bench:
+run test lint format coverage fuzz bench nightly:
 	scripts/$@
 
 faults:
