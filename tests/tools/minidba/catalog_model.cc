@@ -235,7 +235,7 @@ Result CatalogModel::import(const Stream &stream, const Flags &flags) {
   int64_t imported = 0;
   std::vector<Unnumbered> unnumbered;
   if (!stream.header.empty()) refused.pass(stream.header);
-  uint64_t next_number = next.next();
+  uint64_t next_number = this->next();
   if (stream.next_number)
     next_number = std::max(next_number, *stream.next_number == 0 ? no_number : *stream.next_number);
   const auto place = [&](const StreamObject &object, uint64_t number, int64_t at, int64_t offset) {
