@@ -3,6 +3,8 @@
 
 #include <libcs/cs.h>
 
+#include <sys/stat.h>
+
 #include "catalog_files.h"
 
 namespace {
@@ -79,7 +81,9 @@ TEST_F(Export, ToAFileReplacesItAsAWhole) {
 TEST_F(Export, RefusesWhatItMustNotReplace) {
   EXPECT_EQ(catalog_.run({"export", catalog_.path()}).errors,
             "minidba: database and export are the same file: " + catalog_.path() + "\n");
-  EXPECT_EQ(catalog_.run({"export", "/dev/null"}).errors, "minidba: not a regular file: /dev/null\n");
+  const std::string pipe = other_.path(".pipe");
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  EXPECT_EQ(catalog_.run({"export", pipe}).errors, "minidba: not a regular file: " + pipe + "\n");
   EXPECT_EQ(catalog_.run({"export", "/nonexistent/x"}).errors,
             "minidba: cannot create /nonexistent/x.new: No such file or directory\n");
   EXPECT_EQ(catalog_.run({"export", "--json"}).errors, "minidba: export: --json needs a FILE to export to\n");
