@@ -1,8 +1,20 @@
 #include "hosts/rdmd/service_thread.h"
 
+#include <exception>
 #include <utility>
 
 namespace rdmd {
+namespace {
+
+void do_safely(const std::function<void()> &job) {
+  try {
+    job();
+  } catch (const std::exception &) {
+    // The jobs that follow are other clients'.
+  }
+}
+
+}  // namespace
 
 ServiceThread::ServiceThread() : thread_([this] { run(); }) {}
 
@@ -37,7 +49,7 @@ void ServiceThread::run() {
       const std::function<void()> job = std::move(jobs_.front());
       jobs_.pop_front();
       lock.unlock();
-      job();
+      do_safely(job);
     }
     lock.lock();
   }

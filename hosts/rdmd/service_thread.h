@@ -19,7 +19,8 @@ class ServiceThread {
   /// Waits for the job that runs; jobs that have not begun are dropped.
   ~ServiceThread();
 
-  /// post has `job` run after those posted before it. Jobs let no exception out.
+  /// post has `job` run after those posted before it. One that throws, as where memory fails, ends; whatever it alone
+  /// held, like a connection, goes with it.
   void post(std::function<void()> job);
 
   /// stop drops the jobs that have not begun and waits up to `patience` for the one that runs. False when it still

@@ -5,6 +5,8 @@
 #include <atomic>
 #include <chrono>
 #include <future>
+#include <memory>
+#include <new>
 #include <string>
 #include <thread>
 #include <vector>
@@ -62,6 +64,16 @@ TEST(Service, StoppingSaysWhenAJobDoesNotReturn) {
   EXPECT_FALSE(service.stop(20ms));
   release.set_value();
   EXPECT_TRUE(service.stop(60s));
+}
+
+TEST(Service, AJobThatThrowsCostsItselfAlone) {
+  // Memory that failed for one answer ended the server with all its clients.
+  ServiceThread service;
+  const auto held = std::make_shared<int>();
+  std::promise<bool> next;
+  service.post([held] { throw std::bad_alloc(); });
+  service.post([&] { next.set_value(held.use_count() == 1); });
+  EXPECT_TRUE(next.get_future().get()) << "what it held is still held";
 }
 
 TEST(Service, EndsWithoutAnyJob) { const ServiceThread service; }
