@@ -1,11 +1,9 @@
 #include "tools/minidba/command_line.h"
 
-#include <CLI/CLI.hpp>
 #include <filesystem>
-#include <ostream>
-#include <sstream>
 
 #include "qxapi/ascii.h"
+#include "tools/common/command_line.h"
 #include "tools/minidba/failure.h"
 
 namespace minidba {
@@ -174,21 +172,14 @@ void check(const Row &row, const Options &options) {
 std::optional<Command> read_command_line(int argc, char **argv, std::ostream &out) {
   CLI::App app("Maintains a catalog: its database, its index and the files beside them.", "minidba");
   app.formatter(std::make_shared<HelpText>());
-  app.set_help_flag("-h,--help", "show this help");
-  app.set_version_flag("--version", RDM_VERSION, "show the version");
-  app.require_subcommand(0, 1);
-  app.footer("\"minidba VERB --help\" says more about a verb, minidba(8) about them all.");
+  tools::declare_program(app);
   Command command;
   declare_common(app, command.options);
   declare_verbs(app, command.options);
   try {
-    app.parse(argc, argv);
+    if (!tools::parse(app, argc, argv, out)) return std::nullopt;
   } catch (const CLI::ParseError &error) {
-    if (error.get_exit_code() != 0) throw Failure(refusal(app, error));
-    std::ostringstream help;
-    app.exit(error, help, help);
-    out << help.str();
-    return std::nullopt;
+    throw Failure(refusal(app, error));
   }
   const Row &row = row_of(app);
   command.verb = row.verb;

@@ -121,8 +121,8 @@ class Addresses {
   uint32_t number_ = 0;
 };
 
-/// write_bitmaps marks every overflow page as used, and those that are not there yet too: the library takes a page whose
-/// bit is clear for one that it may use without counting it.
+/// write_bitmaps marks every overflow page as used, and those that are not there yet too: the library takes a page
+/// whose bit is clear for one that it may use without counting it.
 void write_bitmaps(const File &file, Header &header, Addresses &addresses) {
   const std::string bytes(header.page_size, '\xFF');
   for (uint32_t map = 0; map < bitmaps_for(header, header.spares[header.overflow_point]); ++map) {

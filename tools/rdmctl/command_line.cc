@@ -1,9 +1,6 @@
 #include "tools/rdmctl/command_line.h"
 
-#include <CLI/CLI.hpp>
-#include <ostream>
-#include <sstream>
-
+#include "tools/common/command_line.h"
 #include "tools/minidba/failure.h"
 #include "tools/rdmctl/import.h"
 
@@ -34,20 +31,13 @@ std::string refusal(const CLI::App &app, const CLI::ParseError &error) {
 
 std::optional<Command> read_command_line(int argc, char **argv, std::ostream &out) {
   CLI::App app("The operator's tool of the resource-description service.", "rdmctl");
-  app.set_help_flag("-h,--help", "show this help");
-  app.set_version_flag("--version", RDM_VERSION, "show the version");
-  app.require_subcommand(0, 1);
-  app.footer("\"rdmctl VERB --help\" says more about a verb, rdmctl(8) about them all.");
+  tools::declare_program(app);
   Command command;
   declare_import(app, command);
   try {
-    app.parse(argc, argv);
+    if (!tools::parse(app, argc, argv, out)) return std::nullopt;
   } catch (const CLI::ParseError &error) {
-    if (error.get_exit_code() != 0) throw Failure(refusal(app, error));
-    std::ostringstream help;
-    app.exit(error, help, help);
-    out << help.str();
-    return std::nullopt;
+    throw Failure(refusal(app, error));
   }
   if (command.verb == nullptr) throw Failure("a verb is required: one of import");
   return command;
