@@ -38,6 +38,18 @@ void check_model(int usual_cases, const Property &property) {
                 << "\" RDM_MODEL_CASES=" << params.maxSuccess;
 }
 
+/// check_operations does random lists of operations, each with a Case of its own, which compares after every one and at
+/// the end.
+template <typename Case, typename Operations>
+void check_operations(int usual_cases, const Operations &operations) {
+  check_model(usual_cases, [&] {
+    const auto list = *rc::gen::container<std::vector<typename Operations::ValueType>>(operations).as("operations");
+    Case test;
+    for (const auto &operation : list) test.apply(operation);
+    test.end();
+  });
+}
+
 /// same ends a case unless the implementation has what the model has.
 template <typename Got, typename Expected>
 void same(const char *what, const Got &got, const Expected &expected) {

@@ -125,12 +125,7 @@ class Case {
 class QueueModel : public support::HostTest {};
 
 TEST_F(QueueModel, AnyOrderOfOperations) {
-  support::check_model(500, [] {
-    const auto list = *rc::gen::container<std::vector<Operation>>(operations()).as("operations");
-    Case test;
-    for (const Operation &operation : list) test.apply(operation);
-    test.end();
-  });
+  support::check_operations<Case>(500, operations());
 }
 
 }  // namespace
