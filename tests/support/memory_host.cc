@@ -107,7 +107,8 @@ void crit_exit(host_crit *c) {
 
 void register_exit(void (*fn)(void *), void *argument) { record.exits.emplace_back(fn, argument); }
 
-void report_error(int degree, const char *function, Session *, Request *, const char *format, va_list arguments) {
+[[gnu::format(printf, 5, 0)]] void report_error(int degree, const char *function, Session *, Request *,
+                                                const char *format, va_list arguments) {
   char text[8192];
   std::vsnprintf(text, sizeof text, format, arguments);
   record.reports.push_back(std::to_string(degree) + " " + function + ": " + text);
