@@ -41,8 +41,8 @@ bool LongText::append(std::string_view piece) noexcept {
 }
 
 uint32_t Walker::at(uint32_t index) const noexcept {
-  uint16_t number;
-  std::memcpy(&number, page_.get() + 2 * index, sizeof number);
+  uint16_t number = 0;
+  std::memcpy(&number, page_.get() + size_t{2} * index, sizeof number);
   return source_.header.byte_order == native_order ? number : swapped(number);
 }
 

@@ -142,11 +142,11 @@ int32_t schema_request(rdmhdr *header, csio *input, csio *output, Session *sn, R
 int32_t tax_request(rdmhdr *header, csio *input, csio *output, Session *sn, Request *rq) QX_NOEXCEPT;
 
 /// rds_rd_request answers a gatherer's query with resource descriptions of the catalog.
-int32_t rds_rd_request(rdmhdr *header, csio *input, csio *output, Session *sn, Request *rq) QX_NOEXCEPT;
+int32_t rds_rd_request(rdmhdr *header, csio *body, csio *response, Session *sn, Request *rq) QX_NOEXCEPT;
 
-/// rds_rd_response imports the resource descriptions in `input` into the catalog. For programs: the service has no row
+/// rds_rd_response imports the resource descriptions in `body` into the catalog. For programs: the service has no row
 /// for it. A header of another type than rd-response or rd-delete-response ends the process.
-int32_t rds_rd_response(rdmhdr *header, csio *input, csio *output, Session *sn, Request *rq) QX_NOEXCEPT;
+int32_t rds_rd_response(rdmhdr *header, csio *body, csio *response, Session *sn, Request *rq) QX_NOEXCEPT;
 
 /// rdm_encode_gzip, rdm_decode_gzip and run_rdmgr_request hold the places of compressed bodies and of a program that
 /// makes the description files. They do nothing; the first two return 0.

@@ -245,12 +245,11 @@ int rdm_stop(const char *message, const char *function, int value, Session *sn, 
 int rdm_validate_uri(const char *uri, int32_t type) noexcept {
   if (!ascii::istarts_with(uri, uri_prefix)) return 0;
   const std::string_view name(uri + uri_prefix.size());
-  if (ascii::iequals(name, "incoming")) {
-    // A server-description request and every response must use a URI of its own.
-    return type == RDM_RD_REQUEST || type == RDM_STATUS_REQUEST || type == RDM_SCHEMA_REQUEST ||
-           type == RDM_TAXONOMY_REQUEST;
-  }
-  return ascii::iequals(name, rdm_type_name(type));
+  // A server-description request and every response must use a URI of its own.
+  const bool can_be_incoming = type == RDM_RD_REQUEST || type == RDM_STATUS_REQUEST || type == RDM_SCHEMA_REQUEST ||
+                               type == RDM_TAXONOMY_REQUEST;
+  const bool is_valid = ascii::iequals(name, "incoming") ? can_be_incoming : ascii::iequals(name, rdm_type_name(type));
+  return is_valid ? 1 : 0;
 }
 
 int rdm_type(pblock *, Session *, Request *rq) noexcept {

@@ -52,8 +52,9 @@ class ResultFile {
   /// number returns the decimal number that the file begins with, 0 when there is none.
   int number() const {
     const stdio_file file(std::fopen(name_.get(), "re"));
-    int value = 0;
-    return file && std::fscanf(file.get(), "%d", &value) == 1 ? value : 0;
+    char text[64] = {};
+    if (!file || std::fread(text, 1, sizeof text - 1, file.get()) == 0) return 0;
+    return static_cast<int>(std::strtol(text, nullptr, 10));
   }
 
  private:
@@ -132,6 +133,22 @@ struct Catalog {
   }
 };
 
+/// import_into does the four steps of an import; returns false when one of them could not be begun.
+bool import_into(const Catalog &catalog, const char *body, int &accepted) {
+  bool is_complete = false;
+  {
+    const ResultFile result;
+    if (!result) {
+      CSLOG(CSLOG_ERROR, "rds", "Cannot create tmpfile?\n");
+      return false;
+    }
+    is_complete = catalog.update(body, result, accepted);
+  }
+  for (const auto step : {&Catalog::expire, &Catalog::rebuild_index, &Catalog::list_unclassified})
+    is_complete = (catalog.*step)() && is_complete;
+  return is_complete;
+}
+
 void warn_of_shell_characters(std::string_view path) {
   if (!std::all_of(path.begin(), path.end(), ascii::is_plain_to_shell))
     CSLOG(CSLOG_WARNING, "rds", "Characters in %s mean something to the shell: %s\n", catalog_key, path.data());
@@ -160,18 +177,7 @@ int32_t rds_rd_response(rdmhdr *header, csio *body, csio *response, Session *sn,
     return rds_status_ok(import_failed, import_failed, header, body, response, sn, rq);
   }
   int accepted = 0;
-  bool is_complete = false;
-  {
-    const ResultFile result;
-    if (!result) {
-      CSLOG(CSLOG_ERROR, "rds", "Cannot create tmpfile?\n");
-      return rds_status_ok(import_failed, import_failed, header, body, response, sn, rq);
-    }
-    is_complete = catalog.update(body->filename, result, accepted);
-  }
-  for (const auto step : {&Catalog::expire, &Catalog::rebuild_index, &Catalog::list_unclassified})
-    is_complete = (catalog.*step)() && is_complete;
-
+  const bool is_complete = import_into(catalog, body->filename, accepted);
   const host_text text = format_text("Accepted %d RDs from %s", accepted, source_of(rq));
   if (!text || !is_complete) return rds_status_ok(import_failed, import_failed, header, body, response, sn, rq);
   rdm_log_add(text.get(), nullptr, nullptr, sn, rq);

@@ -25,7 +25,7 @@ bool read_exactly(host_fd fd, void *bytes, int64_t count) {
   constexpr int64_t largest_read = INT64_C(1) << 30;
   char *at = static_cast<char *>(bytes);
   while (count > 0) {
-    const int32_t part = static_cast<int32_t>(std::min(count, largest_read));
+    const auto part = static_cast<int32_t>(std::min(count, largest_read));
     if (host_read(fd, at, part) != part) return false;
     at += part;
     count -= part;
@@ -93,7 +93,7 @@ int cs_dbsearch_start(const char *csid, cs_dbindex *index) noexcept {
 int32_t cs_dbsearch(const cs_dbindex *index, time_t since) noexcept {
   if (index->count == 0) return -1;
   const int64_t count = index->count, last = count - 1;
-  const uint64_t wanted = static_cast<uint64_t>(since);
+  const auto wanted = static_cast<uint64_t>(since);
   const auto time_at = [index](int64_t i) -> uint64_t { return index->entries[i].time; };
 
   int64_t low = 0, high = last;

@@ -38,7 +38,7 @@ Texts texts_of(const cslist *list) {
 }
 
 list_ptr list_of(const Texts &texts) {
-  list_ptr list = make<list_ptr, cslist_create>();
+  auto list = make<list_ptr, cslist_create>();
   for (const std::string &text : texts) cslist_append(list.get(), text.c_str());
   return list;
 }
@@ -55,7 +55,7 @@ char items[] = "abcdefgh";
 /// create covers the constructors: a container that works, or null and the status 1.
 template <typename Guard, uint32_t (*make_one)(cslist **)>
 Verdict create(Memory &memory) {
-  cslist *made = reinterpret_cast<cslist *>(items);
+  auto *made = reinterpret_cast<cslist *>(items);
   const uint32_t status = memory.failing([&] { return make_one(&made); });
   const Guard owned(made);
   return judge(status == 0 && owned && cslist_count(made) == 0, status == 1 && !owned);

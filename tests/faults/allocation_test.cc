@@ -34,8 +34,9 @@ void release(void *p) {
 }
 
 char *duplicate(const char *text) {
-  auto *copy = static_cast<char *>(allocate(std::strlen(text) + 1));
-  return copy == nullptr ? nullptr : std::strcpy(copy, text);
+  const size_t size = std::strlen(text) + 1;
+  void *copy = allocate(size);
+  return copy == nullptr ? nullptr : static_cast<char *>(std::memcpy(copy, text, size));
 }
 
 qxapi_host failing_host() {

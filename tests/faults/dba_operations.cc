@@ -15,7 +15,10 @@ namespace {
 constexpr uint32_t records = 20;
 
 /// A record longer than a page, so that reading it takes a block of its own.
-std::string record_of(uint32_t number) { return std::string(number == records ? 20000 : 100, char('a' + number)); }
+std::string record_of(uint32_t number) {
+  std::string record(number == records ? 20000 : 100, static_cast<char>('a' + number));
+  return record;
+}
 
 std::string key_of(uint32_t number) {
   char key[9];

@@ -38,6 +38,7 @@ Fault read_fault() {
   Fault fault;
   char program[64] = "";
   const char *text = std::getenv("IO_FAULT");
+  // NOLINTNEXTLINE(cert-err34-c): the variable comes from a test
   if (text == nullptr || std::sscanf(text, "%63s %31s %ld %d", program, fault.kind, &fault.n, &fault.error) != 4 ||
       std::strcmp(program, program_invocation_short_name) != 0)
     return Fault{};
@@ -102,6 +103,7 @@ int close_stream(void *cookie) {
 }
 
 FILE *open_stream(int fd, const char *mode) {
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): the stream's cookie is its descriptor
   return fopencookie(reinterpret_cast<void *>(static_cast<intptr_t>(fd)), mode,
                      {read_stream, write_stream, seek_stream, close_stream});
 }
@@ -109,6 +111,8 @@ FILE *open_stream(int fd, const char *mode) {
 bool takes_mode(int flags) { return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE; }
 
 }  // namespace
+
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): the system's headers have names of their own
 
 EXPORTED int open64(const char *path, int flags, ...) {
   va_list arguments;
@@ -220,3 +224,5 @@ EXPORTED int fcntl64(int fd, int command, ...) {
 }
 
 EXPORTED struct dirent *readdir(DIR *folder) { return strikes("folder") ? nullptr : REAL(readdir)(folder); }
+
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)

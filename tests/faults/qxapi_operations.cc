@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <string>
+#include <utility>
 
 #include "faults/operations.h"
 #include "qxapi/guard.h"
@@ -106,13 +107,13 @@ Verdict param_free_entry(Memory &memory) {
 /// The pairs in front of the one that failed may be there, none behind it.
 Verdict param_parse(Memory &memory) {
   const pblock_ptr block(host_param_create(3));
-  const int pairs = memory.failing([&] { return host_param_parse("a=1 b=\"2 \\\"x\\\"\" c=3", block.get()); });
-  const char *const values[] = {"1", "2 \"x\"", "3"};
+  const int pairs = memory.failing([&] { return host_param_parse(R"(a=1 b="2 \"x\"" c=3)", block.get()); });
+  static constexpr std::pair<const char *, const char *> expected[] = {{"a", "1"}, {"b", "2 \"x\""}, {"c", "3"}};
   size_t found = 0;
-  for (const char *name : {"a", "b", "c"}) {
-    const char *value = host_param_find(name, block.get());
-    if (value == nullptr) break;
-    if (!equals(value, values[found])) return Verdict::wrong;
+  for (const auto &[name, value] : expected) {
+    const char *actual = host_param_find(name, block.get());
+    if (actual == nullptr) break;
+    if (!equals(actual, value)) return Verdict::wrong;
     ++found;
   }
   return judge(pairs == 3 && found == 3, pairs == -1 && found < 3 && host_param_find("c", block.get()) == nullptr);

@@ -155,7 +155,7 @@ struct Start {
     const char *folders = std::getenv("PATH");
     return rdm_log_crit != nullptr && rdm_service_crit != nullptr && logfile == log && logfd != -1 &&
            equals(csid_findval("catalog-database", "c"), "/c") && equals(csid_default(nullptr), "c") &&
-           equals(cs_csidcf, services.c_str()) && std::strncmp(folders, "/opt/bin:", 9) == 0;
+           equals(cs_csidcf, services.c_str()) && folders != nullptr && std::strncmp(folders, "/opt/bin:", 9) == 0;
   }
 
   static void end() {

@@ -46,7 +46,7 @@ void BucketWriter::clear() {
 
 void BucketWriter::set(uint32_t index, uint32_t number) {
   const auto half = static_cast<uint16_t>(number);
-  std::memcpy(&page_[slot_size * index], &half, sizeof half);
+  std::memcpy(&page_[size_t{slot_size} * index], &half, sizeof half);
 }
 
 void BucketWriter::start(uint32_t bucket) {

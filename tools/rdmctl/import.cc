@@ -102,8 +102,8 @@ std::string text_of(csio *answer) {
   soif_reader reader(bytes);
   reader.next();
   const std::string text = bytes.substr(static_cast<size_t>(reader.position()));
-  const size_t first = text.find_first_not_of("\n");
-  return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of("\n") - first + 1);
+  const size_t first = text.find_first_not_of('\n');
+  return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of('\n') - first + 1);
 }
 
 /// accepted returns the number in an answer of success, -1 for another answer.

@@ -22,7 +22,7 @@ pblock_ptr parameters(const std::string &config) {
 
 void require_readable(const std::string &path) {
   const file_guard file(host_open_read(path.c_str()));
-  char byte;
+  char byte = 0;
   if (!file || host_read(file.get(), &byte, 1) < 0) throw minidba::system_failure("cannot read " + path);
 }
 

@@ -221,7 +221,7 @@ TEST_F(HostTable, CountsWhatFilesDidNotTakeOrGive) {
   const file_guard full(::open("/dev/full", O_WRONLY));
   EXPECT_EQ(host_write(full.get(), "x", 1), 0);
   const file_guard open_folder(host_open_read(folder.path().c_str()));
-  char byte;
+  char byte = 0;
   EXPECT_EQ(host_read(open_folder.get(), &byte, 1), -1);
   EXPECT_EQ(host_seek(-1, 0, SEEK_SET), -1);
   EXPECT_EQ(hosts::losses(), before + 5);

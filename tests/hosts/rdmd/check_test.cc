@@ -381,8 +381,9 @@ TEST_F(CheckOption, RefusesAnInvalidConfiguration) {
 TEST_F(CheckOption, RefusesAFolderForTemporaryFilesThatCannotBeWritten) {
   ASSERT_EQ(::mkdir(folder_.path("sealed").c_str(), 0555), 0);
   config("tmpdir=\"@/sealed\"\n");
-  const support::Finished finished = support::run(support::as_owner(
-      {BINARY_DIR "/bin/rdmd", "--check", "--config", folder_.path("rdm.conf"), "--plugin", plugin()}));
+  const std::string program = BINARY_DIR "/bin/rdmd";
+  const support::Finished finished =
+      support::run(support::as_owner({program, "--check", "--config", folder_.path("rdm.conf"), "--plugin", plugin()}));
   EXPECT_EQ(finished.status, 1);
   EXPECT_EQ(finished.errors, folder_.path("rdm.conf") + ":4: error: \"tmpdir\" cannot be written: Permission denied\n");
 }

@@ -50,7 +50,7 @@ void parse_head(HttpResponse &response) {
   std::size_t at = response.head.find("\r\n");
   const std::string first = response.head.substr(0, at);
   if (first.size() < 12) return;
-  response.status = std::atoi(first.c_str() + 9);
+  response.status = static_cast<int>(std::strtol(first.c_str() + 9, nullptr, 10));
   response.reason = first.size() > 13 ? first.substr(13) : "";
   while (at + 4 < response.head.size()) {
     at += 2;
@@ -96,7 +96,7 @@ int RdmdProcess::end() {
 
 void RdmdProcess::collect(int fd, std::string &into) {
   char block[4096];
-  for (ssize_t got; (got = ::read(fd, block, sizeof block)) > 0 || (got < 0 && errno == EINTR);) {
+  for (ssize_t got = 0; (got = ::read(fd, block, sizeof block)) > 0 || (got < 0 && errno == EINTR);) {
     const std::lock_guard lock(mutex_);
     if (got > 0) into.append(block, static_cast<std::size_t>(got));
   }
@@ -146,7 +146,7 @@ int RdmdProcess::port() {
     ADD_FAILURE() << "the server did not start: " << errors();
     return 0;
   }
-  return std::atoi(line.c_str() + line.rfind(':') + 1);
+  return static_cast<int>(std::strtol(line.c_str() + line.rfind(':') + 1, nullptr, 10));
 }
 
 HttpClient::HttpClient(int port, bool ipv6, int receive_buffer) {
@@ -195,7 +195,7 @@ bool HttpClient::fill() {
 }
 
 std::string HttpClient::receive_head() {
-  std::size_t end;
+  std::size_t end = 0;
   while ((end = pending_.find("\r\n\r\n")) == std::string::npos)
     if (!fill()) return {};
   std::string head = pending_.substr(0, end + 4);

@@ -123,8 +123,6 @@ class Case {
 
 class PriorityQueueModel : public support::HostTest {};
 
-TEST_F(PriorityQueueModel, AnyOrderOfOperations) {
-  support::check_operations<Case>(500, operations());
-}
+TEST_F(PriorityQueueModel, AnyOrderOfOperations) { support::check_operations<Case>(500, operations()); }
 
 }  // namespace

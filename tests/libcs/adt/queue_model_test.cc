@@ -124,8 +124,6 @@ class Case {
 
 class QueueModel : public support::HostTest {};
 
-TEST_F(QueueModel, AnyOrderOfOperations) {
-  support::check_operations<Case>(500, operations());
-}
+TEST_F(QueueModel, AnyOrderOfOperations) { support::check_operations<Case>(500, operations()); }
 
 }  // namespace

@@ -96,8 +96,6 @@ class Case {
 
 class StackModel : public support::HostTest {};
 
-TEST_F(StackModel, AnyOrderOfOperations) {
-  support::check_operations<Case>(500, operations());
-}
+TEST_F(StackModel, AnyOrderOfOperations) { support::check_operations<Case>(500, operations()); }
 
 }  // namespace
