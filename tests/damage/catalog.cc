@@ -85,8 +85,8 @@ std::string url_of(uint32_t number) { return "http://localhost/" + std::to_strin
 
 std::string description(uint32_t number, size_t size) {
   std::string body(size, ' '), time(64, '\0');
-  for (size_t i = 0; i < size; ++i) body[i] = static_cast<char>('a' + (number * 31 + i * 7 + i / 251) % 26);
-  time.resize(static_cast<size_t>(cs_time2str(first_change + number * 3600, time.data(), 64)));
+  for (size_t i = 0; i < size; ++i) body[i] = static_cast<char>('a' + (size_t{31} * number + i * 7 + i / 251) % 26);
+  time.resize(static_cast<size_t>(cs_time2str(first_change + time_t{3600} * number, time.data(), 64)));
   const std::string text = soif(
       "FILE", url_of(number), {{"title", "No. " + std::to_string(number)}, {"rd-last-changed", time}, {"body", body}});
   return minidba::print(minidba::parse(text).get());

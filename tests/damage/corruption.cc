@@ -118,7 +118,7 @@ std::string spoil_index(std::string &bytes, Dice &dice) {
 /// one or on none.
 std::string mislead(std::string &bytes, const HashPages &pages, Dice &dice) {
   const HashPages::Link link = dice.one_of(pages.links);
-  const uint32_t split = static_cast<uint32_t>(dice.below(pages.header.overflow_point + 1));
+  const auto split = static_cast<uint32_t>(dice.below(pages.header.overflow_point + 1));
   const uint32_t total = pages.header.spares[pages.header.overflow_point];
   const auto any = hash_file::overflow_address(split, static_cast<uint32_t>(1 + dice.below(total + 1)));
   const HashPages::Link other = dice.one_of(pages.links);

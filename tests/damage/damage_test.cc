@@ -39,7 +39,7 @@ constexpr size_t run_length = 8;
 
 int trials() {
   const char *number = std::getenv("RDM_DAMAGE_TRIALS");
-  return number != nullptr ? std::atoi(number) : 50;
+  return number != nullptr ? std::stoi(number) : 50;
 }
 
 bool holds_stray_memory(const std::string &bytes) {
@@ -96,9 +96,9 @@ class Trial {
 };
 
 Sight Trial::look(const damage::Catalog &catalog) {
-  return {catalog.serve("all"),
-          catalog.serve("since Sun, 09 Sep 2001 21:46:40 GMT"),
-          catalog.serve("all", "title,rd-last-changed"),
+  return {damage::Catalog::serve("all"),
+          damage::Catalog::serve("since Sun, 09 Sep 2001 21:46:40 GMT"),
+          damage::Catalog::serve("all", "title,rd-last-changed"),
           catalog.run("list"),
           catalog.run("export"),
           catalog.run("unclassified"),
@@ -165,7 +165,7 @@ void Trial::check_kept(const std::string &verb, const Records &before, const std
   const Records after = catalog_.found();
   for (const auto &[number, record] : before) {
     const auto found = after.find(number);
-    if (changed.count(number) == 0 && (found == after.end() || found->second != record))
+    if (!changed.contains(number) && (found == after.end() || found->second != record))
       complain(verb + " lost description " + std::to_string(number));
   }
 }

@@ -20,7 +20,7 @@ void HashPages::take_bucket(uint32_t bucket) {
   bool in_value = false;
   uint64_t page = bucket_page(header, bucket);
   if (start(page) < bytes_.size()) primary.push_back(page);
-  for (uint64_t next; page != 0 && start(page) < bytes_.size(); page = next) {
+  for (uint64_t next = 0; page != 0 && start(page) < bytes_.size(); page = next) {
     const size_t at = start(page), slots = slot(bytes_, at, 0);
     const uint16_t mark = slots >= 2 ? slot(bytes_, at, 2) : 0;
     const bool begins_long = !in_value && mark == full_key_data;

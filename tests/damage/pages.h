@@ -12,7 +12,7 @@ namespace damage {
 
 /// slot returns a number of a page's slots, set_slot changes it.
 inline uint16_t slot(const std::string &bytes, size_t page_start, size_t index) {
-  uint16_t number;
+  uint16_t number = 0;
   std::memcpy(&number, &bytes.at(page_start + 2 * index), sizeof number);
   return number;
 }

@@ -69,7 +69,7 @@ class Damage : public support::HostTest {
   int survives(const std::string &changed) {
     support::write_file(path, changed);
     return in_child([&] {
-      bool refused;
+      bool refused = false;
       read_all(refused);
       return 0;
     });
@@ -81,7 +81,7 @@ class Damage : public support::HostTest {
 
   /// damaged_buckets returns how many buckets have a record that is not found as it was.
   size_t damaged_buckets() {
-    bool refused;
+    bool refused = false;
     const Records found = read_all(refused);
     std::set<unsigned> buckets;
     for (const auto &[name, content] : all)
@@ -107,7 +107,7 @@ class Damage : public support::HostTest {
   }
   /// next_of returns where such a page goes on; redirected is the file with another place there.
   uint16_t next_of(uint16_t address) const {
-    uint16_t next;
+    uint16_t next = 0;
     std::memcpy(&next, &bytes[hash_file::overflow_page(header, address) * page_size + 6], sizeof next);
     return next;
   }
@@ -138,7 +138,7 @@ TEST_F(Damage, NoBitOfTheHeaderCanCrashOrHangAReader) {
   for (size_t byte = 0; byte < hash_file::header_size; ++byte) {
     const int outcome = in_child([&] {
       for (size_t bit = 0; bit < 8; ++bit) {
-        bool refused;
+        bool refused = false;
         support::write_file(path, flipped(bytes, 8 * byte + bit));
         read_all(refused);
       }
@@ -167,7 +167,7 @@ TEST_F(Damage, ChangedBitsOfTheHeaderThatMatterAreRefused) {
 TEST_F(Damage, AChangedBitOfAPageCostsOneBucketAtMost) {
   for (size_t page = header.header_pages; page * page_size < bytes.size(); ++page) {
     const int outcome = in_child([&] {
-      for (size_t bit = 0; bit < 8 * page_size; bit += bit < 8 * 32 ? 1 : 61) {
+      for (size_t bit = 0; bit < size_t{8} * page_size; bit += bit < 256 ? 1 : 61) {
         support::write_file(path, flipped(bytes, 8 * page * page_size + bit));
         if (damaged_buckets() > 1) return 1;
       }
@@ -187,7 +187,7 @@ TEST_F(Damage, RandomBytesBehindASoundHeaderAreReadToTheirEnd) {
     std::string changed = bytes;
     const size_t count = seed % 3 == 0 ? changed.size() : random() % 200 + 1;
     for (size_t i = 0; i < count; ++i) {
-      const size_t place = header.header_pages * page_size + random() % (changed.size() - page_size);
+      const size_t place = size_t{header.header_pages} * page_size + random() % (changed.size() - page_size);
       changed[place] = static_cast<char>(random());
     }
     ASSERT_EQ(survives(changed), 0) << seed;
@@ -223,7 +223,7 @@ TEST_F(Damage, PagesThatFormALoopAreNoticed) {
       const int damaged = in_child([&] { return static_cast<int>(damaged_buckets()); });
       const bool is_loop = from == to || next_of(to) == from;
       EXPECT_TRUE(damaged == 1 || (damaged == 0 && !is_loop)) << from << " to " << to << ": " << damaged;
-      loops_of_two += from != to && is_loop;
+      if (from != to && is_loop) ++loops_of_two;
     }
   EXPECT_GE(loops_of_two, 2u);
 }
@@ -243,7 +243,7 @@ TEST_F(Damage, AValueWithoutItsLastPageIsDamaged) {
       for (const auto &[name, content] : all) {
         const auto found = get(db.get(), name);
         EXPECT_TRUE(found.result != 0 || found.value == content) << name << " is another";
-        failures += found.result == -1;
+        if (found.result == -1) ++failures;
       }
       EXPECT_GE(failures, 1u);
     }
@@ -302,7 +302,8 @@ TEST_F(Damage, AWalkGoesOnBehindADamagedBucket) {
   for (int result = dba_first(db.get(), &key, &value); result != 1; result = dba_next(db.get(), &key, &value))
     ++(result == 0 ? found : failures);
   size_t others = 0;
-  for (const auto &[name, content] : all) others += bucket_of(name) != bucket_of(victim);
+  for (const auto &[name, content] : all)
+    if (bucket_of(name) != bucket_of(victim)) ++others;
   EXPECT_EQ(failures, 1u);
   EXPECT_EQ(found, others);
 }

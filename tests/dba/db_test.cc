@@ -152,8 +152,9 @@ TEST_F(Opening, AnEmptyFileOpensOnlyToBeTruncated) {
 TEST_F(Opening, RefusesWhatIsNotAHashFile) {
   ASSERT_EQ(mkfifo(folder.path("fifo").c_str(), 0600), 0);
   folder.write("text", std::string(100000, 'x'));
-  folder.write("short", "\x00\x06\x15\x61");
-  for (const char *name : {"", "fifo", "text", "short"}) {
+  folder.write("empty", "");
+  folder.write("short", std::string("\x00\x06\x15\x61", 4));
+  for (const char *name : {"", "fifo", "text", "empty", "short"}) {
     path = folder.path(name);
     for (const int flags : {O_RDONLY, O_RDWR}) {
       EXPECT_EQ(open(flags), nullptr) << name;

@@ -217,7 +217,7 @@ TEST_F(Reading, ClosingGivesBackWhatLongValuesTook) {
 TEST_F(Reading, FailsWhenMemoryDoes) {
   ASSERT_TRUE(records::make_with_library(path, {{"00000001", value_of(1, 5000)}}, 512));
   int failures = 0;
-  for (bool failed = true; failed; failures += failed) {
+  for (bool failed = true; failed; failures += failed ? 1 : 0) {
     const database_ptr db = open();
     host.fail_allocation = host.allocations + 1 + failures;
     errno = 0;

@@ -24,7 +24,7 @@ inline std::string key_of(unsigned number) {
 /// value_of returns `length` bytes that differ between records and between places.
 inline std::string value_of(unsigned number, size_t length) {
   std::string value(length, ' ');
-  for (size_t i = 0; i < length; ++i) value[i] = static_cast<char>((number * 31 + i * 7 + i / 251) & 0xFF);
+  for (size_t i = 0; i < length; ++i) value[i] = static_cast<char>((size_t{31} * number + i * 7 + i / 251) & 0xFF);
   return value;
 }
 

@@ -85,16 +85,14 @@ node_ptr make_node(const char *id) {
 
 /// A class hangs where its parent is, or is left out with all below it.
 bool is_sound(Taxonomy *taxonomy) {
-  const std::map<std::string, std::string> parents = {{"b", "a"}, {"c", "b"}};
-  for (const char *id : {"a", "b", "c"}) {
-    const Classification *node = taxonomy_find(taxonomy, id);
-    if (node == nullptr) continue;
-    if (!equals(node->description, ("of " + std::string(id)).c_str())) return false;
-    const auto parent = parents.find(id);
-    if ((parent == parents.end()) != (node->parent == nullptr)) return false;
-    if (node->parent != nullptr && parent->second != node->parent->id) return false;
-  }
-  return true;
+  const std::map<std::string, std::string> parents = {{"a", ""}, {"b", "a"}, {"c", "b"}};
+  return std::all_of(parents.begin(), parents.end(), [&](const auto &entry) {
+    const auto &[id, parent] = entry;
+    const Classification *node = taxonomy_find(taxonomy, id.c_str());
+    if (node == nullptr) return true;
+    const bool hangs_right = node->parent == nullptr ? parent.empty() : parent == node->parent->id;
+    return hangs_right && equals(node->description, ("of " + id).c_str());
+  });
 }
 
 bool is_whole(const Taxonomy *taxonomy) {

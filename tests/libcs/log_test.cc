@@ -53,7 +53,7 @@ host_fd opened_file = -1;
 host_fd recording_open_append(const char *path) { return opened_file = qxapi_posix_host()->open_append(path); }
 
 int recording_close(host_fd fd) {
-  file_calls.push_back("close");
+  file_calls.emplace_back("close");
   return qxapi_posix_host()->close(fd);
 }
 
@@ -432,6 +432,7 @@ TEST_F(Log, LinesOfManyThreadsStayWhole) {
   std::istringstream lines(text());
   for (std::string line; std::getline(lines, line);) {
     int t = -1, i = -1;
+    // NOLINTNEXTLINE(cert-err34-c): what is read is compared below
     ASSERT_EQ(std::sscanf(line.c_str(), "[%*[^]]] %*d@%*d: thread %d line %d.", &t, &i), 2) << line;
     ASSERT_TRUE(t >= 0 && t < thread_count) << line;
     EXPECT_EQ(i, next[static_cast<size_t>(t)]++);

@@ -49,7 +49,7 @@ class Changes {
   void each_url(const Visit &visit) const;
   /// of_number returns the last change of a number, null when there is none.
   const Change *of_number(uint32_t number) const;
-  const Change *of_url(std::string_view url) const;
+  const Change *of_url(std::string_view text) const;
 
   std::string url(const Change &change) const { return text(change.offset, change.url_size); }
   std::string record(const Change &change) const;
@@ -63,14 +63,14 @@ class Changes {
     template <typename Equal>
     uint32_t *find(uint32_t hash, Equal equal);
     template <typename HashOf>
-    void grow(size_t entries, HashOf hash_of);
+    void grow(size_t entries, HashOf hash_at);
 
     std::vector<uint32_t> slots;
   };
 
   void add(const Change &change, std::string_view url);
   uint32_t *slot_of_number(uint32_t number) const;
-  uint32_t *slot_of_url(std::string_view url, uint32_t hash) const;
+  uint32_t *slot_of_url(std::string_view text, uint32_t hash) const;
 
   const Catalog &catalog_;
   ScratchFile texts_;

@@ -145,9 +145,9 @@ void copy_contents(const File &from, const File &to) {
     const off_t data = ::lseek(from.descriptor(), offset, SEEK_DATA);
     if (data == -1 && errno == ENXIO) break;
     const off_t hole = data == -1 ? -1 : ::lseek(from.descriptor(), data, SEEK_HOLE);
-    const int64_t begin = data == -1 ? offset : data;
+    const int64_t piece = data == -1 ? offset : data;
     offset = hole == -1 ? size : hole;
-    copy_range(from, to, begin, offset);
+    copy_range(from, to, piece, offset);
   }
 }
 

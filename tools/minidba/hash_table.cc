@@ -33,7 +33,7 @@ hash_file::Source source_of(const File &file) {
 HashTable::State::State(File opened)
     : file(std::move(opened)), source(source_of(file)), stamp(Stamp::read(file)), by_key(source) {}
 
-HashTable::HashTable(std::string path) : state_(std::make_unique<State>(open_regular(path))) {}
+HashTable::HashTable(const std::string &path) : state_(std::make_unique<State>(open_regular(path))) {}
 
 std::optional<std::string> HashTable::get(std::string_view key) const {
   const Walker::Step step = state_->by_key.find(bucket_of(header(), hash_of(key)), key);

@@ -19,7 +19,7 @@ namespace minidba {
 class HashTable {
  public:
   /// Throws a Failure that names the file when it is not a sound hash file.
-  explicit HashTable(std::string path);
+  explicit HashTable(const std::string &path);
 
   std::optional<std::string> get(std::string_view key) const;
 

@@ -69,7 +69,7 @@ uint64_t total_overflow(const Header &header, const std::vector<Item> &items) {
 }
 
 uint32_t bitmaps_for(const Header &header, uint64_t pages) {
-  return static_cast<uint32_t>(pages / (header.page_size * 8) + 1);
+  return static_cast<uint32_t>(pages / (uint64_t{8} * header.page_size) + 1);
 }
 
 /// set_spares spreads the overflow pages over the doublings from the first on, so that the last, whose pages lie at the

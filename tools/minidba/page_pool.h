@@ -27,7 +27,7 @@ class PagePool {
   uint16_t take();
   /// release makes a page free.
   void release(uint16_t address);
-  bool is_free(uint32_t bit) const { return free_.count(bit) != 0; }
+  bool is_free(uint32_t bit) const { return free_.contains(bit); }
   /// ends_with_last_page says whether no page looks free that is not there yet: the library would use it uncounted.
   bool ends_with_last_page() const;
   /// address_of returns the address of the page that a bit of the bitmaps stands for.
