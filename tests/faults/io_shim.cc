@@ -5,7 +5,8 @@
 /// class "count" has a line for each call written to that file, with its class, and none fail.
 ///
 /// What the C library calls inside itself cannot be replaced. Its streams therefore are opened here over functions that
-/// come by as well. Only standard error is left alone: that is where a program says what has happened.
+/// come by as well. Only standard error is left alone: that is where a program says what has happened; and the files in
+/// which a coverage build counts its lines.
 
 #include <dirent.h>
 #include <dlfcn.h>
@@ -72,10 +73,20 @@ bool strikes(const char *kind) {
   return true;
 }
 
+/// is_counter says whether a name or a descriptor is that of a file of a coverage build, which has one open at a time.
+int counter_fd = -1;
+
+bool is_counter(const char *path) {
+  const char *suffix = std::strrchr(path, '.');
+  return suffix != nullptr && std::strcmp(suffix, ".gcda") == 0;
+}
+
+bool is_counter(int fd) { return fd == counter_fd; }
+
 /// transfer runs a reading or writing call of `count` bytes.
 template <typename Call>
-ssize_t transfer(const char *kind, size_t count, Call call) {
-  if (count == 0 || !strikes(kind)) return call(count);
+ssize_t transfer(const char *kind, int fd, size_t count, Call call) {
+  if (count == 0 || is_counter(fd) || !strikes(kind)) return call(count);
   return fault().error == 0 ? call(1) : -1;
 }
 
@@ -84,23 +95,28 @@ int descriptor_of(void *cookie) { return static_cast<int>(reinterpret_cast<intpt
 /// Regular files, which is all that the programs use streams for, are never interrupted.
 ssize_t read_stream(void *cookie, char *bytes, size_t count) {
   const auto call = [&](size_t n) { return REAL(read)(descriptor_of(cookie), bytes, n); };
-  return fault().error == EINTR ? call(count) : transfer("read", count, call);
+  return fault().error == EINTR ? call(count) : transfer("read", descriptor_of(cookie), count, call);
 }
 
 ssize_t write_stream(void *cookie, const char *bytes, size_t count) {
-  return transfer("write", count, [&](size_t n) { return REAL(write)(descriptor_of(cookie), bytes, n); });
+  const int fd = descriptor_of(cookie);
+  return transfer("write", fd, count, [&](size_t n) { return REAL(write)(fd, bytes, n); });
 }
 
 int seek_stream(void *cookie, off64_t *offset, int whence) {
-  if (strikes("seek")) return -1;
+  if (!is_counter(descriptor_of(cookie)) && strikes("seek")) return -1;
   *offset = REAL(lseek64)(descriptor_of(cookie), *offset, whence);
   return *offset == -1 ? -1 : 0;
 }
 
-int close_stream(void *cookie) {
-  const int result = REAL(close)(descriptor_of(cookie));
-  return strikes("close") ? -1 : result;
+int close_file(int fd) {
+  const int result = REAL(close)(fd);
+  if (!is_counter(fd)) return strikes("close") ? -1 : result;
+  counter_fd = -1;
+  return result;
 }
+
+int close_stream(void *cookie) { return close_file(descriptor_of(cookie)); }
 
 FILE *open_stream(int fd, const char *mode) {
   // NOLINTNEXTLINE(performance-no-int-to-ptr): the stream's cookie is its descriptor
@@ -127,6 +143,7 @@ EXPORTED int open(const char *path, int flags, ...) {
   va_start(arguments, flags);
   const mode_t mode = takes_mode(flags) ? va_arg(arguments, mode_t) : 0;
   va_end(arguments);
+  if (is_counter(path)) return counter_fd = REAL(open)(path, flags, mode);
   return strikes("open") ? -1 : REAL(open)(path, flags, mode);
 }
 
@@ -149,24 +166,24 @@ EXPORTED FILE *fopen64(const char *path, const char *mode) {
 }
 
 EXPORTED FILE *fdopen(int fd, const char *mode) noexcept {
-  return strikes("duplicate") ? nullptr : open_stream(fd, mode);
+  return !is_counter(fd) && strikes("duplicate") ? nullptr : open_stream(fd, mode);
 }
 
 EXPORTED ssize_t read(int fd, void *bytes, size_t count) {
-  return transfer("read", count, [&](size_t n) { return REAL(read)(fd, bytes, n); });
+  return transfer("read", fd, count, [&](size_t n) { return REAL(read)(fd, bytes, n); });
 }
 
 EXPORTED ssize_t pread64(int fd, void *bytes, size_t count, off64_t offset) {
-  return transfer("read", count, [&](size_t n) { return REAL(pread64)(fd, bytes, n, offset); });
+  return transfer("read", fd, count, [&](size_t n) { return REAL(pread64)(fd, bytes, n, offset); });
 }
 
 EXPORTED ssize_t write(int fd, const void *bytes, size_t count) {
   if (fd == STDERR_FILENO) return REAL(write)(fd, bytes, count);
-  return transfer("write", count, [&](size_t n) { return REAL(write)(fd, bytes, n); });
+  return transfer("write", fd, count, [&](size_t n) { return REAL(write)(fd, bytes, n); });
 }
 
 EXPORTED ssize_t pwrite64(int fd, const void *bytes, size_t count, off64_t offset) {
-  return transfer("write", count, [&](size_t n) { return REAL(pwrite64)(fd, bytes, n, offset); });
+  return transfer("write", fd, count, [&](size_t n) { return REAL(pwrite64)(fd, bytes, n, offset); });
 }
 
 EXPORTED ssize_t writev(int fd, const struct iovec *pieces, int count) {
@@ -175,7 +192,7 @@ EXPORTED ssize_t writev(int fd, const struct iovec *pieces, int count) {
 }
 
 EXPORTED ssize_t copy_file_range(int in, off64_t *from, int out, off64_t *to, size_t count, unsigned flags) {
-  return transfer("copy", count, [&](size_t n) { return REAL(copy_file_range)(in, from, out, to, n, flags); });
+  return transfer("copy", out, count, [&](size_t n) { return REAL(copy_file_range)(in, from, out, to, n, flags); });
 }
 
 EXPORTED off64_t lseek64(int fd, off64_t offset, int whence) noexcept {
@@ -190,10 +207,7 @@ EXPORTED int ftruncate64(int fd, off64_t size) noexcept {
 }
 
 /// The descriptor is gone either way.
-EXPORTED int close(int fd) {
-  const int result = REAL(close)(fd);
-  return strikes("close") ? -1 : result;
-}
+EXPORTED int close(int fd) { return close_file(fd); }
 
 EXPORTED int stat64(const char *path, struct stat64 *status) noexcept {
   return strikes("stat") ? -1 : REAL(stat64)(path, status);

@@ -2,9 +2,13 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <thread>
+
+#include "support/environment.h"
 #include "support/files.h"
 
 namespace support {
@@ -40,6 +44,16 @@ int wait_for(pid_t child) {
       return -1;
     }
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+void start_and_kill(const std::vector<std::string> &arguments, const std::string &input, const std::string &out,
+                    const std::string &errors, std::chrono::microseconds delay) {
+  // In a coverage build a program that is killed could leave half a file of counters, which no other could go on with.
+  const Environment uncounted("GCOV_PREFIX", "/dev/null");
+  const pid_t child = start(arguments, input, out, errors);
+  std::this_thread::sleep_for(delay);
+  ::kill(child, SIGKILL);
+  wait_for(child);
 }
 
 std::vector<std::string> as_owner(std::vector<std::string> arguments) {

@@ -4,6 +4,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -25,6 +26,10 @@ std::vector<std::string> as_owner(std::vector<std::string> arguments);
 pid_t start(const std::vector<std::string> &arguments, const std::string &input, const std::string &out,
             const std::string &errors);
 int wait_for(pid_t child);
+
+/// start_and_kill does the same with a program that is killed after a while.
+void start_and_kill(const std::vector<std::string> &arguments, const std::string &input, const std::string &out,
+                    const std::string &errors, std::chrono::microseconds delay);
 
 }  // namespace support
 

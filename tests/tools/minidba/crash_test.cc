@@ -1,11 +1,9 @@
 // Writers that are killed: whatever they were doing, the catalog is the one before or the one after.
 #include <gtest/gtest.h>
-#include <signal.h>
 
 #include <chrono>
 #include <cstdlib>
 #include <random>
-#include <thread>
 
 #include "catalog_files.h"
 
@@ -38,11 +36,8 @@ int trials() {
 class Killed : public testing::TestWithParam<Work> {
  protected:
   void start_and_kill(std::chrono::microseconds delay) {
-    std::vector<std::string> words = catalog_.command(GetParam().words);
-    const pid_t child = support::start(words, input_, other_.path(".out"), other_.path(".err"));
-    std::this_thread::sleep_for(delay);
-    kill(child, SIGKILL);
-    support::wait_for(child);
+    support::start_and_kill(catalog_.command(GetParam().words), input_, other_.path(".out"), other_.path(".err"),
+                            delay);
   }
   void reset() {
     for (const char *suffix : {"", ".url"})

@@ -1,13 +1,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <ctime>
 #include <random>
-#include <thread>
 
 #include "catalog_files.h"
 
@@ -232,11 +230,8 @@ TEST_F(Update, KilledAtAnyInstantItLeavesTheOldCatalogOrTheNew) {
   support::write_file(catalog_.path(".second"), second);
   std::mt19937 random(3);
   for (int trial = 0; trial < 25; ++trial) {
-    const pid_t child = support::start(catalog_.command({"update"}), catalog_.path(".second"), catalog_.path(".out"),
-                                       catalog_.path(".err"));
-    std::this_thread::sleep_for(std::chrono::microseconds(random() % 20000));
-    kill(child, SIGKILL);
-    support::wait_for(child);
+    support::start_and_kill(catalog_.command({"update"}), catalog_.path(".second"), catalog_.path(".out"),
+                            catalog_.path(".err"), std::chrono::microseconds(random() % 20000));
     const auto records = catalog_.records();
     ASSERT_EQ(records.size(), 300u);
     const char expected = records.begin()->second.find(std::string(2000, 'a')) != std::string::npos ? 'a' : 'b';
