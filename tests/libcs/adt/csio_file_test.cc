@@ -719,7 +719,7 @@ TEST_F(CsioFile, BehavesAsAStringWhateverTheCeiling) {
           break;
         }
         default: {
-          const std::string bytes = pattern(up_to(300) * (up_to(30) == 0 ? 30 : 1));
+          const std::string bytes = pattern(size_t{up_to(300)} * (up_to(30) == 0 ? 30 : 1));
           ASSERT_EQ(append(io, bytes), static_cast<int>(bytes.size()));
           model += bytes;
         }

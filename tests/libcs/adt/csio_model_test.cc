@@ -221,7 +221,7 @@ class Model {
   bool in_memory() const { return (flags & CSIO_MEMORY) != 0; }
   bool in_file() const { return (flags & CSIO_FILE) != 0; }
   /// blocks is how many blocks of the host the buffer holds, its record among them.
-  long blocks() const { return 1 + has_block + !file.empty() + has_wait_block; }
+  long blocks() const { return 1 + (has_block ? 1 : 0) + (file.empty() ? 0 : 1) + (has_wait_block ? 1 : 0); }
 
   const uint32_t ceiling, increment;
   uint32_t flags = CSIO_MEMORY;
@@ -352,9 +352,9 @@ class Case {
   void end() {
     std::string written = log_.text();
     const std::string temporary = folder_.path("csio");
-    for (size_t at; (at = written.find(temporary)) != std::string::npos;)
+    for (size_t at = 0; (at = written.find(temporary)) != std::string::npos;)
       written.replace(at, temporary.size() + 16, Model::temporary);
-    for (size_t at; (at = written.find(folder_.path(Model::own))) != std::string::npos;)
+    for (size_t at = 0; (at = written.find(folder_.path(Model::own))) != std::string::npos;)
       written.replace(at, folder_.path(Model::own).size(), Model::own);
     same("log", written, model_.log);
     io_.reset();

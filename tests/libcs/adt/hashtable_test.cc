@@ -76,7 +76,7 @@ TEST_F(HashTable, CreatedWithStringCallbacksInAllBuckets) {
 
 TEST_F(HashTable, CreateWithoutMemoryAnswersOneAndNull) {
   for (const int which : {1, 2}) {  // the record, the bucket array
-    cshashtable *table = reinterpret_cast<cshashtable *>(this);
+    auto *table = reinterpret_cast<cshashtable *>(this);
     host.fail_allocation = host.allocations + which;
     EXPECT_EQ(cshashtable_create(3, &table), 1u);
     EXPECT_EQ(table, nullptr);

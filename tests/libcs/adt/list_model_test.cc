@@ -78,7 +78,7 @@ struct Model {
   }
   std::string behead() {
     if (chain.empty()) return "null";
-    const std::string first = chain.front();
+    std::string first = chain.front();
     chain.pop_front();
     if (chain.empty()) tail = Tail::none;
     --count;
@@ -142,10 +142,10 @@ class Case {
     const auto missing = model_.count - static_cast<int32_t>(model_.chain.size());
     int nulls = 0;
     for (const std::string &name : model_.chain) {
-      nulls += name == "null";
+      if (name == "null") ++nulls;
       if (free_items) model_.held.erase(model_.held.find(name));
     }
-    same("free", cslist_do_free(list_, free_items), 0u);
+    same("free", cslist_do_free(list_, free_items ? 1 : 0), 0u);
     list_ = nullptr;
     same("nulls released", tracked_items().nulls_released, free_items ? nulls : 0);
     same("log", log_.text(),

@@ -71,7 +71,7 @@ TEST_F(List, CreatedEmptyWithStringCallbacks) {
 }
 
 TEST_F(List, CreateWithoutMemoryAnswersOneAndNull) {
-  cslist *list = reinterpret_cast<cslist *>(this);
+  auto *list = reinterpret_cast<cslist *>(this);
   host.fail_allocation = host.allocations + 1;
   EXPECT_EQ(cslist_create(&list), 1u);
   EXPECT_EQ(list, nullptr);

@@ -29,7 +29,7 @@ TEST_F(Stack, KeepsPointersAndComparesStrings) {
 }
 
 TEST_F(Stack, CreateWithoutMemoryAnswersOneAndNull) {
-  csstack *stack = reinterpret_cast<csstack *>(this);
+  auto *stack = reinterpret_cast<csstack *>(this);
   host.fail_allocation = host.allocations + 1;
   EXPECT_EQ(csstack_create(&stack), 1u);
   EXPECT_EQ(stack, nullptr);
