@@ -168,7 +168,7 @@ class Figures : public benchmark::ConsoleReporter {
     for (const Run &run : runs) {
       const std::string name = run.benchmark_name();
       times_[name] = run.GetAdjustedCPUTime() / benchmark::GetTimeUnitMultiplier(run.time_unit) * 1e6;
-      if (run.counters.count("pages") != 0) pages_ = run.counters.at("pages").value;
+      if (run.counters.contains("pages")) pages_ = run.counters.at("pages").value;
     }
   }
   void summarise() const {

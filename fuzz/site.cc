@@ -17,10 +17,11 @@ constexpr std::string_view index_bytes{
 Site::Site() {
   write_catalog();
   folder_.write("server.rdm", "@RDMHEADER { -\nrdm-version{3}:\t1.0\n}\n\n@SERVER { -\n}\n");
-  folder_.write("csid.conf", "csid=\"x-catalog://localhost:80/a\" catalog-database=\"" + folder_.path("db") +
-                                 "\" server-description=\"" + folder_.path("server.rdm") + "\"\n");
-  folder_.write("rdm.conf", "bindir=\"/nowhere\" csid-config=\"" + folder_.path("csid.conf") +
-                                "\" csid-default=\"x-catalog://localhost:80/a\"\n");
+  folder_.write("csid.conf", R"(csid="x-catalog://localhost:80/a" catalog-database=")" + folder_.path("db") +
+                                 R"(" server-description=")" + folder_.path("server.rdm") + "\"\n");
+  folder_.write("rdm.conf", R"(bindir="/nowhere" csid-config=")" + folder_.path("csid.conf") +
+                                R"(" csid-default="x-catalog://localhost:80/a")"
+                                "\n");
 }
 
 void Site::write_catalog() const {

@@ -48,12 +48,13 @@ struct Model {
 
 void Model::take_time(const std::string &word) {
   int h = 0, m = 0, s = 0;
+  // NOLINTNEXTLINE(cert-err34-c): what is not there counts as 0
   std::sscanf(word.c_str(), "%d:%d:%d", &h, &m, &s);
   if (time == -1 && h < 24 && m < 60 && s <= 60) time = h * 3600 + m * 60 + s;
 }
 
 void Model::take_number(const std::string &word) {
-  const int n = std::atoi(word.c_str());
+  const int n = std::stoi(word);
   if (word.size() == 4) {
     if (year == -1) year = n;
   } else if (day == -1 && n >= 1 && n <= 31) {
@@ -80,7 +81,7 @@ void Model::take_offset(const std::string &word) {
   std::string digits = word.substr(1);
   digits = digits.substr(0, std::min(digits.find_first_not_of("0123456789"), digits.size()));
   if (digits.size() != 1 && digits.size() != 2 && digits.size() != 4) return;
-  const int n = std::atoi(digits.c_str());
+  const int n = std::stoi(digits);
   offset = (digits.size() == 4 ? n / 100 * 60 + n % 100 : n * 60) * (word[0] == '-' ? -1 : 1);
   zoned = true;
   zone = 0;
@@ -103,14 +104,14 @@ time_t Model::value() const {
   for (int y = 1970; y < year; ++y) days += is_leap(y) ? 366 : 365;
   for (int y = year; y < 1970; ++y) days -= is_leap(y) ? 366 : 365;
   for (int m = 0; m < month; ++m) days += lengths[m] + (m == 1 && is_leap(year) ? 1 : 0);
-  return std::max<int64_t>(days * 86400 + std::max<int64_t>(time, 0) - (offset == -1 ? zone : offset) * 60, 0);
+  return std::max<int64_t>(days * 86400 + std::max<int64_t>(time, 0) - int64_t{60} * (offset == -1 ? zone : offset), 0);
 }
 
 time_t model(const std::string &text) {
   Model date;
   for (size_t at = 0; at < text.size();) {
     const bool is_zone_sign = date.year != -1 && at + 1 < text.size() && ascii::is_digit(text[at + 1]);
-    if (blanks.find(text[at]) != blanks.npos || (text[at] == '-' && !is_zone_sign)) {
+    if (blanks.find(text[at]) != std::string_view::npos || (text[at] == '-' && !is_zone_sign)) {
       ++at;
       continue;
     }

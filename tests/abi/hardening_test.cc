@@ -12,7 +12,6 @@
 
 namespace {
 
-using ::testing::AnyOf;
 using ::testing::ContainsRegex;
 using ::testing::Each;
 using ::testing::HasSubstr;

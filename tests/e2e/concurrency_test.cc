@@ -108,7 +108,7 @@ class Concurrency : public ServiceTest {
     std::vector<std::string> lines;
     const std::string log = transactions();
     EXPECT_TRUE(log.empty() || log.back() == '\n');
-    for (std::size_t at = 0, end; (end = log.find('\n', at)) != std::string::npos; at = end + 1) {
+    for (std::size_t at = 0, end = 0; (end = log.find('\n', at)) != std::string::npos; at = end + 1) {
       const std::string line = log.substr(at, end - at);
       EXPECT_TRUE(std::regex_match(line, whole)) << line;
       lines.push_back(std::regex_replace(line, std::regex(R"(\[[^\]]+\])"), "[]"));

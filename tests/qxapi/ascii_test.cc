@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <strings.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cstdint>
 #include <string_view>
@@ -42,7 +43,7 @@ TEST(Ascii, ComparesWithoutLetterCase) {
   }
 }
 
-int sign(int n) { return (n > 0) - (n < 0); }
+int sign(int n) { return std::clamp(n, -1, 1); }
 
 TEST(Ascii, OrdersAsStrcasecmpDoes) {
   const char *const words[] = {"", "a", "A", "ab", "aB", "abc", "B", "_", "[", "@", "Z", "z", "\xC4", "\xE4", "1"};

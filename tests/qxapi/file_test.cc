@@ -137,7 +137,7 @@ TEST_F(File, OpenAppendMakesOrExtends) {
     ASSERT_TRUE(file);
     host_seek(file.get(), 0, SEEK_SET);
     EXPECT_EQ(write(file.get(), bytes), 1);
-    char byte;
+    char byte = 0;
     EXPECT_EQ(host_read(file.get(), &byte, 1), -1) << "it is for writing only";
   }
   EXPECT_EQ(support::read_file(path), "onetwo");
@@ -183,7 +183,7 @@ TEST_F(File, ReadStopsAtTheEnd) {
 }
 
 TEST_F(File, ReadErrorIsMinusOne) {
-  char byte;
+  char byte = 0;
   EXPECT_EQ(host_read(-1, &byte, 1), -1);
   EXPECT_STREQ(host_last_error_text(), "Bad file descriptor");
 }

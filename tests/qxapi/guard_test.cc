@@ -44,7 +44,7 @@ TEST_F(Guard, NewRecordWithoutMemoryIsNull) {
 }
 
 TEST_F(Guard, FilesCloseWithTheirGuard) {
-  host_fd fd;
+  host_fd fd = -1;
   {
     const file_guard file(open());
     fd = file.get();
@@ -56,7 +56,7 @@ TEST_F(Guard, FilesCloseWithTheirGuard) {
 }
 
 TEST_F(Guard, ReleasedFilesStayOpen) {
-  host_fd fd;
+  host_fd fd = -1;
   {
     file_guard file(open());
     fd = file.release();

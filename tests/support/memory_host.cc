@@ -5,6 +5,7 @@
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 namespace support {
 namespace {
@@ -62,7 +63,7 @@ int64_t buffer_send(host_buffer *reader, host_net *) {
   const host_fd fd = *reinterpret_cast<host_fd *>(reader);
   int64_t total = 0;
   char block[4096];
-  for (int32_t n; (n = posix().read(fd, block, sizeof block)) > 0; total += n)
+  for (int32_t n = 0; (n = posix().read(fd, block, sizeof block)) > 0; total += n)
     record.sent.append(block, static_cast<size_t>(n));
   return total;
 }
@@ -153,7 +154,7 @@ HostTest::~HostTest() {
   qxapi_bind(nullptr);
 }
 
-Exchange::Exchange(const std::string &method, const std::string &uri, const std::string &body) : body_(body) {
+Exchange::Exchange(const std::string &method, const std::string &uri, std::string body) : body_(std::move(body)) {
   session.client = host_param_create(3);
   session.input = &input_;
   request.line = host_param_create(5);

@@ -47,7 +47,7 @@ class HostTest : public ::testing::Test {
 /// Exchange is one request with its session, as a host would hand it to the plug-in.
 class Exchange {
  public:
-  Exchange(const std::string &method, const std::string &uri, const std::string &body = "");
+  Exchange(const std::string &method, const std::string &uri, std::string body = "");
   Exchange(const Exchange &) = delete;
   Exchange &operator=(const Exchange &) = delete;
   ~Exchange();

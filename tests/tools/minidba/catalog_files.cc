@@ -33,7 +33,7 @@ support::Finished CatalogFiles::run_read_only(const std::vector<std::string> &wo
   std::vector<std::string> all = command({"-i", path(".idx")});
   all.insert(all.end(), words.begin(), words.end());
   ::chmod(folder().c_str(), 0555);
-  const support::Finished finished = support::run(support::as_owner(all));
+  support::Finished finished = support::run(support::as_owner(all));
   ::chmod(folder().c_str(), 0755);
   return finished;
 }

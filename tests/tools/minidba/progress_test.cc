@@ -13,7 +13,7 @@ class ProgressLine : public testing::Test {
   minidba::Console console(bool progress = true) { return {0, out_, errors_, progress, false}; }
   /// shown returns what was written since it was last asked for.
   std::string shown() {
-    const std::string text = errors_.str();
+    std::string text = errors_.str();
     errors_.str("");
     return text;
   }

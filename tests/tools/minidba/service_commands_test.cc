@@ -30,10 +30,11 @@ class ServiceCommands : public testing::Test {
     for (const std::string &path : paths) command.replace(command.find("%s"), 2, path);
     return cs_cli_run(command.c_str(), nullptr);
   }
-  /// number reads a result file as the service does.
+  /// number reads a result file.
   int number() {
     int value = -1;
     FILE *file = std::fopen(result_.c_str(), "r");
+    // NOLINTNEXTLINE(cert-err34-c): whether it could is the result
     EXPECT_EQ(std::fscanf(file, "%d", &value), 1);
     std::fclose(file);
     unlink(result_.c_str());

@@ -21,7 +21,7 @@ class Update : public testing::Test {
  protected:
   /// expect_update asserts what an update prints and that it succeeded.
   Finished expect_update(const std::string &stream, const std::string &out, const std::string &errors) {
-    const Finished finished = catalog_.update(stream);
+    Finished finished = catalog_.update(stream);
     EXPECT_EQ(finished.status, 0);
     EXPECT_EQ(finished.out, out);
     EXPECT_EQ(finished.errors, errors);
@@ -138,7 +138,7 @@ TEST_F(Update, AnObjectCutAtTheEndIsRejected) {
 }
 
 TEST_F(Update, ValuesAreBytes) {
-  const std::string value = std::string("a\0b\n@}{\xff\n", 10) + std::string(5000, '\n');
+  const std::string value = std::string("a\0b\n@}{\xff\n\0", 10) + std::string(5000, '\n');
   catalog_.update(rd("http://localhost/1", {{"body", value}}));
   EXPECT_NE(record("00000001").find("body{5010}:\t" + value + "\n"), std::string::npos);
 }

@@ -42,8 +42,8 @@ TEST_F(Import, ADeliveryBecomesPartOfTheCatalogAndIsServed) {
   EXPECT_EQ(finished.out, "Accepted 2 RDs from harvester@localhost\n");
   EXPECT_EQ(finished.errors, "minidba: 2 new, 0 changed, 0 unchanged, 0 rejected\n");
 
-  support::RdmdProcess server(
-      {"--listen", "127.0.0.1:0", "--plugin", BINARY_DIR "/lib/librdm.so.1", "--config", service_.config()});
+  const std::string plugin = BINARY_DIR "/lib/librdm.so.1";
+  support::RdmdProcess server({"--listen", "127.0.0.1:0", "--plugin", plugin, "--config", service_.config()});
   const auto answer = support::http_get(server.port(), "/rdm/rd-request?ql=gatherer&scope=all&view-attributes=title");
   EXPECT_EQ(answer.body,
             "@RDMHEADER { -\nrdm-version{3}:\t1.0\nrdm-type{11}:\trd-response\n}\n\n\n" + book(1) + book(2));
