@@ -27,7 +27,7 @@ pid_t start(const std::vector<std::string> &arguments, const std::string &input,
             const std::string &errors);
 int wait_for(pid_t child);
 
-/// start_and_kill does the same with a program that is killed after a while.
+/// start_and_kill starts a program as start does, kills it after a while and waits for its end.
 void start_and_kill(const std::vector<std::string> &arguments, const std::string &input, const std::string &out,
                     const std::string &errors, std::chrono::microseconds delay);
 
