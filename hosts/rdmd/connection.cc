@@ -199,9 +199,10 @@ void Connection::body_lost() {
 void Connection::call_plugin() {
   disarm();
   enter(State::service);
-  server_.service().post([self = shared_from_this(), this] {
+  server_.service().post([self = shared_from_this(), this]() mutable {
     const hosts::Outcome outcome = hosts::serve(server_.plugin(), *exchange_);
-    boost::asio::post(socket_.get_executor(), [self, this, outcome] {
+    // The thread of the plug-in lets go of the connection, so that it ends where its socket and timers are served.
+    boost::asio::post(socket_.get_executor(), [self = std::move(self), this, outcome] {
       if (state_ == State::service) deliver(outcome);
     });
   });

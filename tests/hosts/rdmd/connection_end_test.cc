@@ -1,0 +1,87 @@
+/// On which thread a connection ends.
+
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <memory>
+#include <string>
+
+#include "hosts/common/plugin.h"
+#include "hosts/rdmd/connection.h"
+#include "hosts/rdmd/server.h"
+#include "support/files.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+/// While it lives the calling thread, and those that it starts, take turns on one processor: whoever is woken runs, and
+/// whoever woke it stays where it was.
+class OneProcessor {
+ public:
+  OneProcessor() {
+    EXPECT_EQ(::sched_getaffinity(0, sizeof before_, &before_), 0);
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    CPU_SET(::sched_getcpu(), &one);
+    EXPECT_EQ(::sched_setaffinity(0, sizeof one, &one), 0);
+  }
+  OneProcessor(const OneProcessor &) = delete;
+  OneProcessor &operator=(const OneProcessor &) = delete;
+  ~OneProcessor() { ::sched_setaffinity(0, sizeof before_, &before_); }
+
+ private:
+  cpu_set_t before_;
+};
+
+/// A server whose clients come by pairs of sockets, served by the thread of the test.
+class ConnectionEnd : public ::testing::Test {
+ protected:
+  static rdmd::Settings settings() {
+    rdmd::Settings settings;
+    settings.listen = "127.0.0.1:0";
+    return settings;
+  }
+
+  /// connect starts a connection and returns the client's end of it.
+  int connect(boost::asio::io_context &context) {
+    int pair[2] = {-1, -1};
+    EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair), 0);
+    rdmd::io::Socket socket(boost::asio::make_strand(context));
+    socket.assign(rdmd::io::Tcp::v4(), pair[1]);
+    const auto connection = std::make_shared<rdmd::Connection>(std::move(socket), server_);
+    connection_ = connection;
+    connection->start();
+    return pair[0];
+  }
+
+  const OneProcessor one_processor_;
+  const support::TemporaryFolder folder_;
+  const rdmd::Settings settings_ = settings();
+  rdmd::ErrorLog errors_{folder_.path("errors")};
+  rdmd::AccessLog access_{""};
+  hosts::Plugin plugin_{BINARY_DIR "/tests/test_plugin.so"};
+  rdmd::Server server_{settings_, plugin_, errors_, access_};
+  std::weak_ptr<rdmd::Connection> connection_;
+};
+
+TEST_F(ConnectionEnd, TheThreadOfThePluginIsNeverTheLastToLetGo) {
+  // It was at times: the connection's timers then went on that thread, while here the context that serves them was
+  // already gone. Nobody but the two threads holds a connection whose client has left.
+  constexpr std::string_view request = "GET /rdm/fast HTTP/1.0\r\n\r\n";
+  for (int i = 0; i < 500; ++i) {
+    boost::asio::io_context context;
+    const auto work = make_work_guard(context);
+    const int client = connect(context);
+    ASSERT_EQ(::send(client, request.data(), request.size(), 0), static_cast<ssize_t>(request.size()));
+    ASSERT_EQ(::shutdown(client, SHUT_WR), 0);
+    while (!connection_.expired())
+      ASSERT_NE(context.run_one_for(10s), 0U) << "connection " << i << " has nothing left to do, yet someone holds it";
+    ::close(client);
+  }
+}
+
+}  // namespace
