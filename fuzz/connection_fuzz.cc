@@ -26,6 +26,9 @@ class Host {
   }
 
   rdmd::Server &server() { return server_; }
+  /// context serves all clients, one after the other. It outlives the thread that calls the plug-in, which may still be
+  /// handing over an answer when the client of that answer is gone.
+  boost::asio::io_context &context() { return context_; }
 
  private:
   static hosts::Plugin load() {
@@ -43,6 +46,9 @@ class Host {
     return settings;
   }
 
+  boost::asio::io_context context_;
+  // While the plug-in answers, the connection waits for nothing here.
+  boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work_ = make_work_guard(context_);
   fuzz::Site site_;
   rdmd::ErrorLog errors_;
   rdmd::AccessLog access_;
@@ -53,7 +59,7 @@ class Host {
 /// Client is one connection to the host, and what came back on it.
 class Client {
  public:
-  explicit Client(Host &host) {
+  explicit Client(Host &host) : context_(host.context()) {
     int pair[2];
     fuzz::require(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, pair) == 0, "a pair of sockets");
     socket_ = pair[0];
@@ -98,9 +104,7 @@ class Client {
       received_.append(block, static_cast<size_t>(n));
   }
 
-  boost::asio::io_context context_;
-  // While the plug-in answers, the connection waits for nothing here.
-  boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work_ = make_work_guard(context_);
+  boost::asio::io_context &context_;
   int socket_ = -1;
   std::weak_ptr<rdmd::Connection> connection_;
   std::string received_;
