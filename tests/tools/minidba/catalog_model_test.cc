@@ -273,7 +273,7 @@ class Case {
 
   static void expect(const Finished &finished, const Result &expected, bool compares_errors = true) {
     if (compares_errors) same("standard error", finished.errors, expected.errors);
-    if (finished.status != expected.status) same("exit status", finished.errors + finished.out, expected.out);
+    same(("exit status after \"" + finished.errors + "\"").c_str(), finished.status, expected.status);
     support::same_bytes("standard output", finished.out, expected.out);
   }
 
