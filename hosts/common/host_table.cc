@@ -64,22 +64,24 @@ host_fd open_append(const char *path) {
   return counted(fd, fd != -1);
 }
 
+/// A folder has no bytes to lose.
 std::int32_t read(host_fd fd, void *buffer, std::int32_t n) {
   const std::int32_t result = base_table.read(fd, buffer, n);
-  return counted(result, result != -1);
+  return counted(result, result != -1 || errno == EISDIR);
 }
 
+/// A pipe, such as a log may be, has no place to miss.
 std::int64_t seek(host_fd fd, std::int64_t offset, int whence) {
   const std::int64_t result = base_table.seek(fd, offset, whence);
-  return counted(result, result != -1);
+  return counted(result, result != -1 || errno == ESPIPE);
 }
 
-/// That something is not there is an answer, not a loss; but without the last of the folders for temporary files a long
-/// answer has nowhere to go.
+/// What cannot be looked at is an answer to the plug-in, not a loss; but without the last of the folders for temporary
+/// files a long answer has nowhere to go, and no file is tried that could fail to be made.
 int look_at(const char *path, struct stat *status) {
   const int result = base_table.stat(path, status);
-  const bool absent = errno == ENOENT || errno == ENOTDIR;
-  return counted(result, result == 0 || (absent && std::strcmp(path, P_tmpdir) != 0));
+  const bool usable = result == 0 && S_ISDIR(status->st_mode);
+  return counted(result, usable || std::strcmp(path, P_tmpdir) != 0);
 }
 
 int write(host_fd fd, const void *bytes, std::int32_t n) {
@@ -132,7 +134,9 @@ std::int64_t send_read(Exchange &exchange, host_fd fd) {
   for (;;) {
     const int32_t got = host_read(fd, block, sizeof block);
     if (got == 0) return total;
-    if (got < 0 || !exchange.write({block, static_cast<std::size_t>(got)})) return -1;
+    // A folder, too, is a loss where its bytes were promised.
+    if (got < 0) return counted(std::int64_t{-1}, false);
+    if (!exchange.write({block, static_cast<std::size_t>(got)})) return -1;
     total += got;
   }
 }

@@ -25,9 +25,11 @@ using Reporter = std::function<void(const Report &)>;
 /// inside the plug-in. `base` is what the table builds on. To be called once, before any other thread.
 void bind_host(Reporter reporter, const qxapi_host &base = *qxapi_posix_host());
 
-/// losses counts how often the calling thread asked the table for memory, or to write, read or look at a file, and did
-/// not get it. The plug-in goes on without what it asked for, so what it then answers may be incomplete without saying
-/// so.
+/// losses counts how often the calling thread asked the table for memory, or to make, write, read or move in a file,
+/// and did not get it. The plug-in goes on without what it asked for, so what it then answers may be incomplete without
+/// saying so. Not counted is what the plug-in answers itself or what no answer consists of: a file that cannot be
+/// examined or opened for reading, a folder that the plug-in reads as a file, a position asked of a pipe, a line not
+/// taken by a log. A missing folder for temporary files is counted.
 long losses();
 
 /// run_exits calls the exits that the plug-in has registered, in the order of registration, and forgets them.

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -220,36 +221,62 @@ TEST_F(HostTable, CountsWhatFilesDidNotTakeOrGive) {
   EXPECT_EQ(host_open_append(folder.path("none/file").c_str()), -1);
   const file_guard full(::open("/dev/full", O_WRONLY));
   EXPECT_EQ(host_write(full.get(), "x", 1), 0);
-  const file_guard open_folder(host_open_read(folder.path().c_str()));
   char byte = 0;
-  EXPECT_EQ(host_read(open_folder.get(), &byte, 1), -1);
+  EXPECT_EQ(host_read(full.get(), &byte, 1), -1);
   EXPECT_EQ(host_seek(-1, 0, SEEK_SET), -1);
   EXPECT_EQ(hosts::losses(), before + 5);
 }
 
-TEST_F(HostTable, AFileThatIsNotThereIsNoLoss) {
+TEST_F(HostTable, AFileThatCannotBeExaminedIsNoLoss) {
+  const support::TemporaryFolder folder;
+  const std::string loop = folder.path("loop");
+  std::filesystem::create_symlink(loop, loop);
+  const std::string long_name(5000, 'x');
   const long before = hosts::losses();
   struct stat status;
-  EXPECT_EQ(host_open_read("/nowhere"), -1);
-  EXPECT_EQ(host_stat("/nowhere", &status), -1);
-  EXPECT_EQ(host_stat("/dev/null/nowhere", &status), -1);
+  for (const char *path : {"/nowhere", "/dev/null/nowhere", loop.c_str(), long_name.c_str()}) {
+    EXPECT_EQ(host_open_read(path), -1) << path;
+    EXPECT_EQ(host_stat(path, &status), -1) << path;
+  }
   EXPECT_EQ(hosts::losses(), before);
-  EXPECT_EQ(host_stat(std::string(5000, 'x').c_str(), &status), -1);
-  EXPECT_EQ(hosts::losses(), before + 1);
+}
+
+TEST_F(HostTable, AFolderReadAsAFileIsNoLoss) {
+  const support::TemporaryFolder folder;
+  const file_guard open_folder(host_open_read(folder.path().c_str()));
+  const long before = hosts::losses();
+  char byte = 0;
+  EXPECT_EQ(host_read(open_folder.get(), &byte, 1), -1);
+  EXPECT_EQ(errno, EISDIR);
+  EXPECT_EQ(hosts::losses(), before);
+}
+
+TEST_F(HostTable, APositionAskedOfAPipeIsNoLoss) {
+  int ends[2];
+  ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+  const file_guard read_end(ends[0]), write_end(ends[1]);
+  const long before = hosts::losses();
+  EXPECT_EQ(host_seek(write_end.get(), 0, SEEK_END), -1);
+  EXPECT_EQ(errno, ESPIPE);
+  EXPECT_EQ(hosts::losses(), before);
 }
 
 TEST_F(HostTable, NoFolderForTemporaryFilesIsALoss) {
   // A service in a container without /tmp answered long requests with their headers alone.
-  qxapi_host bare = *qxapi_posix_host();
-  bare.stat = [](const char *, struct stat *) {
+  const auto absent = [](const char *, struct stat *) {
     errno = ENOENT;
     return -1;
   };
-  hosts::bind_host([](const hosts::Report &) {}, bare);
-  const long before = hosts::losses();
-  struct stat status;
-  EXPECT_EQ(host_stat(P_tmpdir, &status), -1);
-  EXPECT_EQ(hosts::losses(), before + 1);
+  const auto a_file = [](const char *, struct stat *status) { return ::stat("/dev/null", status); };
+  qxapi_host bare = *qxapi_posix_host();
+  for (int (*look)(const char *, struct stat *) : {+absent, +a_file}) {
+    bare.stat = look;
+    hosts::bind_host([](const hosts::Report &) {}, bare);
+    const long before = hosts::losses();
+    struct stat status;
+    host_stat(P_tmpdir, &status);
+    EXPECT_EQ(hosts::losses(), before + 1);
+  }
 }
 
 }  // namespace

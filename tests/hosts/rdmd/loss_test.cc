@@ -1,0 +1,80 @@
+/// Which failures take an answer of the service away, and which do not.
+
+#include <filesystem>
+#include <string>
+
+#include "hosts/rdmd/server_fixture.h"
+
+namespace {
+
+using support::HttpResponse;
+
+/// The server with the service behind it, which has one catalog service with nothing in place but what a test puts
+/// there.
+class HostLosses : public support::ServerTest {
+ protected:
+  void serve(const std::string &debug_log, const std::vector<std::string> &more = {}) {
+    const std::string csid = "x-catalog://localhost:80/c";
+    const std::string services =
+        folder_.write("csid.conf", "csid=\"" + csid + "\" catalog-database=\"" + folder_.path("c.db") +
+                                       "\" server-description=\"" + description_ + "\"\n");
+    const std::string config =
+        folder_.write("rdm.conf", "bindir=\"/nowhere\" csid-config=\"" + services + "\" csid-default=\"" + csid +
+                                      "\" debug-loglevel=\"1\" debug-logfile=\"" + debug_log + "\"\n");
+    std::vector<std::string> arguments = {"--listen", "127.0.0.1:0", "--config", config};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    server_ = std::make_unique<support::RdmdProcess>(arguments);
+    port_ = server_->port();
+  }
+
+  /// expect_error asks for `target` and expects an answer with this error message.
+  void expect_error(const std::string &target, const std::string &message) {
+    const HttpResponse response = support::http_get(port_, target);
+    EXPECT_EQ(response.status, 200) << target;
+    EXPECT_NE(response.body.find("\t" + message + "\n"), std::string::npos) << response.body;
+  }
+
+  std::string description_ = folder_.path("server.rdm");
+};
+
+constexpr char harvest[] = "/rdm/rd-request?ql=gatherer&scope=all";
+
+TEST_F(HostLosses, AnErrorLogThatTakesNothingCostsNoAnswer) {
+  serve(folder_.path("debug.log"), {"--error-log", "/dev/full"});
+  const HttpResponse response = support::http_get(port_, "/rdm/nothing-known");
+  EXPECT_EQ(response.status, 200);
+  EXPECT_NE(response.body.find("Did not receive valid URI for RDM header."), std::string::npos) << response.body;
+}
+
+TEST_F(HostLosses, ADiagnosticLogThatIsAPipeCostsNoAnswer) {
+  serve("/dev/stderr");
+  expect_error(harvest, "Server Error: Cannot service request");
+  EXPECT_TRUE(server_->await_error("ERROR: Cannot read index for catalog-database"));
+}
+
+TEST_F(HostLosses, ADescriptionThatCannotBeExaminedIsAnsweredAsMissing) {
+  std::filesystem::create_symlink(description_, description_);
+  serve(folder_.path("debug.log"));
+  expect_error("/rdm/server-description-request", "Server description is unavailable.");
+}
+
+TEST_F(HostLosses, ADescriptionWithANameTooLongIsAnsweredAsMissing) {
+  description_ = folder_.path(std::string(300, 'x'));
+  serve(folder_.path("debug.log"));
+  expect_error("/rdm/server-description-request", "Server description is unavailable.");
+}
+
+TEST_F(HostLosses, ADescriptionThatIsAFolderIsNotSent) {
+  std::filesystem::create_directory(description_);
+  serve(folder_.path("debug.log"));
+  EXPECT_EQ(support::http_get(port_, "/rdm/server-description-request").status, 500);
+}
+
+TEST_F(HostLosses, AnIndexThatIsAFolderIsAnsweredAsCorrupt) {
+  std::filesystem::create_directory(folder_.path("c.db.idx"));
+  serve(folder_.path("debug.log"));
+  expect_error(harvest, "Server Error: Cannot service request");
+  EXPECT_NE(support::read_file(folder_.path("debug.log")).find("ERROR: Indexfile is corrupt"), std::string::npos);
+}
+
+}  // namespace
