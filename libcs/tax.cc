@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "libcs/guard.h"
+#include "libcs/trail.h"
 #include "qxapi/ascii.h"
 #include "qxapi/fatal.h"
 
@@ -31,10 +32,10 @@ const char *shown(const char *text) { return text != nullptr ? text : "(null)"; 
 char *copy_of(const char *text) { return text != nullptr ? host_strdup(text) : nullptr; }
 
 Classification *find_below(Classification *node, const char *id) {
-  if (node == nullptr || equals(node->id, id)) return node;
-  for (int32_t i = 0; i < node->child_count; ++i)
-    if (Classification *found = find_below(node->children[i], id)) return found;
-  return nullptr;
+  if (node == nullptr) return nullptr;
+  Trail trail(node);
+  while (node != nullptr && !equals(node->id, id)) node = trail.next_parent_first();
+  return node;
 }
 
 /// classification_add_child returns false when memory fails.
@@ -164,9 +165,11 @@ void taxonomy_walk(Taxonomy *t, int mode, classification_fn fn, void *argument) 
 
 void classification_walk(Classification *node, int mode, classification_fn fn, void *argument) noexcept {
   if (node == nullptr || fn == nullptr || mode < parents_first || mode > children_first) return;
-  if (mode != children_first) fn(node, argument);
-  for (int32_t i = 0; i < node->child_count; ++i) classification_walk(node->children[i], mode, fn, argument);
-  if (mode == children_first) fn(node, argument);
+  Trail trail(node);
+  if (mode == children_first)
+    while (Classification *left = trail.next_child_first()) fn(left, argument);
+  else
+    for (; node != nullptr; node = trail.next_parent_first()) fn(node, argument);
 }
 
 int taxonomy_depth(const Taxonomy *, const Classification *node) noexcept {

@@ -55,7 +55,8 @@ Classification *taxonomy_find(Taxonomy *t, const char *id) QX_NOEXCEPT;
 void taxonomy_walk(Taxonomy *t, int mode, classification_fn fn, void *argument) QX_NOEXCEPT;
 
 /// classification_walk calls `fn(node, argument)` for each node of a subtree: parents first in mode 0 and 1, children
-/// first in mode 2, where `fn` may release the node. Nothing for another mode, a null node or a null function.
+/// first in mode 2, where `fn` may release the node. Nothing for another mode, a null node or a null function. The tree
+/// may be of any depth; one that was not put together by taxonomy_insert needs the parent pointers that it would set.
 void classification_walk(Classification *node, int mode, classification_fn fn, void *argument) QX_NOEXCEPT;
 
 /// taxonomy_depth returns the number of steps from a node up to the root: 1 at the top level. 0 for the root, a null

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <initializer_list>
 #include <string>
@@ -344,6 +345,50 @@ TEST_F(Tax, WalksCoverASubtree) {
   EXPECT_THAT(ids, ElementsAre("c", "b", "d", "a"));
 }
 
+/// comb is a tree of `levels` levels, each with the classes l, m and r, where m has the next level below it.
+std::string comb(int levels) {
+  std::string text = taxonomy_object(), parent = "ROOT";
+  for (int i = 0; i < levels; ++i) {
+    const std::string number = std::to_string(i);
+    for (const char *name : {"l", "m", "r"}) text += class_object(name + number, parent);
+    parent = "m" + number;
+  }
+  return text;
+}
+
+/// add_levels adds the classes of some names of each level of a comb, from one level down or up to another.
+void add_levels(Ids &ids, int from, int to, std::initializer_list<const char *> names) {
+  for (int i = from; from < to ? i <= to : i >= to; i += from < to ? 1 : -1)
+    for (const char *name : names) ids.push_back(name + std::to_string(i));
+}
+
+TEST_F(Tax, WalksOfDeepTreesKeepTheirOrder) {
+  const taxonomy_ptr taxonomy = load(comb(200));
+  Ids parents_first{"ROOT"}, children_first;
+  add_levels(parents_first, 0, 199, {"l", "m"});
+  add_levels(parents_first, 199, 0, {"r"});
+  add_levels(children_first, 0, 199, {"l"});
+  add_levels(children_first, 199, 0, {"m", "r"});
+  children_first.emplace_back("ROOT");
+  EXPECT_EQ(walk(taxonomy, 0), parents_first);
+  EXPECT_EQ(walk(taxonomy, 2), children_first);
+}
+
+TEST_F(Tax, WalksOfDeepSubtreesEndWhereTheyBegan) {
+  const taxonomy_ptr taxonomy = load(comb(200));
+  Ids ids, expected{"m9"};
+  add_levels(expected, 10, 199, {"l", "m"});
+  add_levels(expected, 199, 10, {"r"});
+  classification_walk(taxonomy_find(taxonomy.get(), "m9"), 0, note, &ids);
+  EXPECT_EQ(ids, expected);
+}
+
+TEST_F(Tax, NodesAreFoundBehindDeepBranches) {
+  const taxonomy_ptr taxonomy = load(comb(200) + class_object("last", "ROOT"));
+  for (const char *id : {"l199", "r199", "r100", "r0", "last"}) EXPECT_STREQ(taxonomy_find(taxonomy.get(), id)->id, id);
+  EXPECT_EQ(taxonomy_find(taxonomy.get(), "l200"), nullptr);
+}
+
 TEST_F(Tax, WalksOfNothingDoNothing) {
   const taxonomy_ptr taxonomy = loaded();
   Ids ids;
@@ -414,6 +459,36 @@ TEST_F(Tax, DestroyingANodeLeavesItsChildren) {
   classification_destroy(top);
   EXPECT_STREQ(below->id, "below");
   classification_destroy(below);
+}
+
+constexpr int chain_length = 3000;
+
+/// use_chain does with the file of a chain of classes all that goes through a tree.
+void *use_chain(void *path) {
+  const auto count = [](Classification *, void *counter) { ++*static_cast<int *>(counter); };
+  const std::string last = std::to_string(chain_length - 1);
+  const taxonomy_ptr taxonomy(taxonomy_load(static_cast<const char *>(path)));
+  EXPECT_EQ(taxonomy_depth(nullptr, taxonomy_find(taxonomy.get(), last.c_str())), chain_length);
+  for (const int mode : {0, 2}) {
+    int visited = 0;
+    taxonomy_walk(taxonomy.get(), mode, count, &visited);
+    EXPECT_EQ(visited, chain_length + 1);
+  }
+  return nullptr;
+}
+
+/// A file says how deep a tree is; a stack has its size from elsewhere.
+TEST_F(Tax, DeepTreesDoNotNeedADeepStack) {
+  std::string text = taxonomy_object() + class_object("0", "ROOT");
+  for (int i = 1; i < chain_length; ++i) text += class_object(std::to_string(i), std::to_string(i - 1));
+  std::string path = folder.write("chain", text);
+  pthread_attr_t small_stack;
+  ASSERT_EQ(pthread_attr_init(&small_stack), 0);
+  ASSERT_EQ(pthread_attr_setstacksize(&small_stack, size_t{96} << 10), 0);
+  pthread_t thread;
+  ASSERT_EQ(pthread_create(&thread, &small_stack, use_chain, path.data()), 0);
+  EXPECT_EQ(pthread_join(thread, nullptr), 0);
+  pthread_attr_destroy(&small_stack);
 }
 
 using TaxDeathTest = Tax;
