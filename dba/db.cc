@@ -1,5 +1,6 @@
 #include <fcntl.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <utility>
@@ -34,12 +35,13 @@ struct LibraryTable {
   void *key_scratch;
 };
 
-int (*library_close)(DB *);
+/// The library's close, the same for every handle: each open stores it, on whatever thread.
+std::atomic<int (*)(DB *)> library_close;
 
 int close_library(DB *db) {
   const auto *table = static_cast<const LibraryTable *>(db->internal);
   void *const scratch[] = {table->value_scratch, table->key_scratch};
-  const int result = library_close(db);
+  const int result = library_close.load()(db);
   for (void *block : scratch) std::free(block);
   return result;
 }
