@@ -1,3 +1,4 @@
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <malloc.h>
 #include <sys/stat.h>
@@ -8,6 +9,20 @@
 #include "dba/records.h"
 #include "support/files.h"
 #include "support/memory_host.h"
+
+namespace {
+
+/// The flags that the library was last asked to open a database with.
+int library_flags;
+
+}  // namespace
+
+/// Takes the name of the library's own, which is loaded here, and calls it.
+extern "C" DB *dbopen(const char *file, int flags, int mode, DBTYPE type, const void *parameters) {
+  static const auto open = reinterpret_cast<decltype(&dbopen)>(dlsym(dlopen("libdb1.so.2", RTLD_NOW), "dbopen"));
+  library_flags = flags;
+  return open(file, flags, mode, type, parameters);
+}
 
 namespace {
 
@@ -53,8 +68,11 @@ TEST_F(Opening, RefusesWriteOnly) {
 
 TEST_F(Opening, PassesTheHighBitsOn) {
   make();
-  for (const int flags : {O_RDONLY, O_RDWR, create, create | O_TRUNC})
+  EXPECT_EQ(get(open(O_RDONLY | access_method_flags).get(), "00000001").value, "one");
+  for (const int flags : {O_RDWR, create, create | O_TRUNC}) {
     EXPECT_NE(open(flags | access_method_flags), nullptr) << flags;
+    EXPECT_EQ(library_flags, flags | access_method_flags);
+  }
 }
 
 TEST_F(Opening, SupportsTheHashTypeOnly) {
