@@ -83,9 +83,13 @@ int alias_copy(pblock *map, const char *name, const char *value, int unique) noe
   return 0;
 }
 
-char *alias_to_parent(pblock *a2p, const char *alias) noexcept { return host_param_find(alias, a2p); }
+char *alias_to_parent(pblock *a2p, const char *alias) noexcept {
+  return a2p != nullptr ? host_param_find(alias, a2p) : nullptr;
+}
 
-char *parent_to_aliases(pblock *p2a, const char *name) noexcept { return host_param_find(name, p2a); }
+char *parent_to_aliases(pblock *p2a, const char *name) noexcept {
+  return p2a != nullptr ? host_param_find(name, p2a) : nullptr;
+}
 
 char *alias_iterate(pblock *p2a, const char *parent) noexcept {
   const char *name = parent;

@@ -4,7 +4,8 @@
  * A line of an alias file holds a parent name and its aliases, separated by blanks or tabs. Two parameter blocks hold
  * what was read: `a2p` maps each alias, and each parent, to its parent; `p2a` is a chain that leads from a parent to
  * its first alias and from each alias to the next. An alias occurs once in a file. Of equal names the first added is
- * found. Names that lookups return are borrowed from their block. Problems go to the diagnostic log.
+ * found. Lookups take a null block, which a catalog service without aliases has, for one without names; the names that
+ * they return are borrowed from their block. Problems go to the diagnostic log.
  */
 #ifndef SERVICE_ALIAS_H
 #define SERVICE_ALIAS_H

@@ -16,8 +16,8 @@ QX_BEGIN
 /// service that names one. A line with a "csid" pair starts a service; lines of pairs after it add to its parameters.
 /// Lines that are empty or begin with "#", and pairs before the first service, are ignored. The registry holds 63
 /// services; more are reported and ignored. `default_csid` becomes the default, whether configured or not; null keeps
-/// the one there is. Returns 0, or -1 when there is no file (null included), or it
-/// cannot be read, and the registry is left empty.
+/// the one there is. Returns 0, or -1 when there is no file (null included), or it cannot be read, and the registry is
+/// left empty.
 int csid_init(const char *file, const char *default_csid) QX_NOEXCEPT;
 
 /// csid_terminate releases the services and the default.

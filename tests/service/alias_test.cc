@@ -139,8 +139,27 @@ TEST_F(Alias, AnAliasMayHeadALineAndKeepsItsParent) {
 
 TEST_F(Alias, IterationVisitsTheChainAndReturnsNothing) {
   EXPECT_EQ(parse("one a b c"), 0);
+  static Names visited;
+  visited.clear();
+  qxapi_host table = support::memory_host();
+  table.param_find = [](const char *name, const pblock *block) {
+    visited.emplace_back(name);
+    return support::memory_host().param_find(name, block);
+  };
+  qxapi_bind(&table);
   EXPECT_EQ(alias_iterate(p2a, "one"), nullptr);
+  EXPECT_EQ(visited, (Names{"one", "a", "b", "c"}));
   EXPECT_EQ(alias_iterate(p2a, "unknown"), nullptr);
+  EXPECT_EQ(visited, (Names{"one", "a", "b", "c", "unknown"}));
+  EXPECT_EQ(alias_iterate(p2a, nullptr), nullptr);
+  EXPECT_EQ(visited.size(), 5u);
+}
+
+/// The registry hands out null for a service without aliases.
+TEST_F(Alias, AMapThatIsNotHasNoNames) {
+  EXPECT_EQ(alias_to_parent(nullptr, "x"), nullptr);
+  EXPECT_EQ(parent_to_aliases(nullptr, "x"), nullptr);
+  EXPECT_EQ(alias_iterate(nullptr, "x"), nullptr);
 }
 
 TEST_F(Alias, CopyAddsEqualNamesUnlessTheyMustBeUnique) {
@@ -273,6 +292,11 @@ TEST_F(Alias, WritesNothingWhenTheLogIsOff) {
   EXPECT_EQ(diagnostics.text(), "");
 }
 
-TEST_F(Alias, DestroyIgnoresMapsThatAreNot) { alias_destroy(nullptr, nullptr); }
+TEST_F(Alias, DestroyIgnoresMapsThatAreNot) {
+  alias_destroy(nullptr, nullptr);
+  alias_destroy(host_param_create(13), nullptr);
+  alias_destroy(nullptr, host_param_create(13));
+  EXPECT_EQ(host.live_blocks, 0) << "the other map is released all the same";
+}
 
 }  // namespace

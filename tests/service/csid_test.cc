@@ -77,6 +77,14 @@ TEST_F(Csid, CommentsAndEmptyLinesAreIgnored) {
   EXPECT_EQ(value("c", "one"), "3");
 }
 
+TEST_F(Csid, ACommentBeginsInTheFirstColumn) {
+  EXPECT_EQ(init("csid=one\n #csid=two a=1\n # csid=three a=2\n"), 0);
+  EXPECT_EQ(csid_find("two"), nullptr);
+  EXPECT_EQ(value("#csid", "one"), "two");
+  EXPECT_EQ(value("a", "one"), "1");
+  EXPECT_EQ(value("a", "three"), "2");
+}
+
 // The error passed for the end of the file, without a word.
 TEST_F(Csid, AFileThatCannotBeReadLeavesNoServices) {
   qxapi_host broken = support::memory_host();
