@@ -103,15 +103,16 @@ void start_schema(const Settings &settings) {
 }
 
 /// read_configuration adds the pairs of every line that is not a comment to the block. False when the file cannot be
-/// opened, or memory fails: a service does not start on a part of its configuration.
+/// opened or read to its end, or memory fails: a service does not start on a part of its configuration.
 bool read_configuration(const char *path, pblock *config) {
   const file_guard file(host_open_read(path));
   const reader_ptr reader(file ? host_buffer_open(file.get(), reader_size) : nullptr);
   if (!reader) return false;
   char line[line_limit];
-  while (host_getline(reader.get(), 0, line_limit, line) == 0)
+  int result = 0;
+  while ((result = host_getline(reader.get(), 0, line_limit, line)) == 0)
     if (*line != '#' && host_param_parse(line, config) < 0) return false;
-  return true;
+  return result == 1;
 }
 
 }  // namespace

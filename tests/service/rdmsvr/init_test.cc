@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <regex>
@@ -20,7 +21,6 @@ namespace {
 using support::Exchange;
 using support::TemporaryFolder;
 using testing::HasSubstr;
-using testing::StartsWith;
 
 std::string variable(const char *name) {
   const char *value = std::getenv(name);
@@ -115,12 +115,25 @@ TEST_F(Initialisation, NeedsAReaderForItsConfig) {
   EXPECT_EQ(host_param_find("error", pb.get()), nullptr);
 }
 
-TEST_F(Initialisation, AConfigThatIsAFolderHasNoKeys) {
+TEST_F(Initialisation, NeedsAConfigThatIsAFile) {
   const pblock_ptr pb(host_param_create(3));
   host_param_add("config", folder_.path().c_str(), pb.get());
-  testing::internal::CaptureStderr();
   EXPECT_EQ(rdm_init(pb.get(), nullptr, nullptr), -1);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), missing("bindir"));
+  EXPECT_EQ(host_.reports, std::vector<std::string>{"0 rdm-init: config not readable?\n"});
+}
+
+// The error passed for the end of the file, and the service started on the lines before it.
+TEST_F(Initialisation, NeedsAConfigThatCanBeReadToItsEnd) {
+  const std::string lines = complete();
+  static long allowed;
+  allowed = std::count(lines.begin(), lines.end(), '\n');
+  qxapi_host host = support::memory_host();
+  host.getline = [](host_buffer *reader, int number, int limit, char *line) {
+    return allowed-- > 0 ? support::memory_host().getline(reader, number, limit, line) : -1;
+  };
+  qxapi_bind(&host);
+  EXPECT_EQ(init(lines), -1);
+  EXPECT_EQ(host_.reports, std::vector<std::string>{"0 rdm-init: config not readable?\n"});
 }
 
 /// What is reported for a request names it to the host.
@@ -352,22 +365,39 @@ TEST_F(Initialisation, GoesOnWithoutATransactionLogThatCannotBeOpened) {
 }
 
 TEST_F(Initialisation, CutsTheTransactionLogsPath) {
-  const std::string path = "/" + std::string(1999, 'p');
-  EXPECT_EQ(init(complete() + "logfile=" + path + "\n"), 0);
-  EXPECT_EQ(std::string(logfile), path.substr(0, 1023));
-  ASSERT_EQ(host_.reports.size(), 1u);
-  EXPECT_THAT(host_.reports[0], StartsWith("0 rdm-init: Cannot append to " + path.substr(0, 1023) + ": "));
+  std::string cut = folder_.path("transactions.log");
+  cut.insert(cut.rfind('/'), 1023 - cut.size(), '/');
+  const std::string lines = complete() + "logfile=" + cut + std::string(977, 'p') + "\n";
+  const support::Trace trace;
+  EXPECT_EQ(init(lines), 0);
+  EXPECT_EQ(std::string(logfile), cut);
+  EXPECT_THAT(trace.calls(), testing::Contains("open_append " + cut));
+  EXPECT_TRUE(support::file_exists(folder_.path("transactions.log")));
+  EXPECT_NE(logfd, -1);
 }
 
 TEST_F(Initialisation, RegistersTheExitsInOrder) {
-  EXPECT_EQ(init(complete() + "logfile=" + folder_.path("transactions.log") + "\n"), 0);
+  const std::string schema =
+      folder_.write("schema.rdm",
+                    "@SCHEMA { -\nschema-name{5}:\tBooks\nsoif-attribute-1{5}:\ttitle\nsystem-table-name-1{3}:\tDOC\n"
+                    "system-column-name-1{5}:\tTitle\n}\n");
+  const std::string lines = complete() + "logfile=" + folder_.path("transactions.log") + "\n";
+  csid_file("csid=\"c\" schema-description=\"" + schema + "\"\n");
+  EXPECT_EQ(init(lines), 0);
   ASSERT_EQ(host_.exits.size(), 3u);
-  host_.exits[0].first(host_.exits[0].second);
+  const auto run = [this](size_t exit) { host_.exits[exit].first(host_.exits[exit].second); };
+  run(0);
   EXPECT_EQ(logfd, -1);
   EXPECT_NE(csid_find("c"), nullptr);
-  host_.exits[1].first(host_.exits[1].second);
+  run(1);
   EXPECT_EQ(csid_find("c"), nullptr);
-  host_.exits[2].first(host_.exits[2].second);
+  // The last exit is neither of the others: with log and registry back it leaves them be, and the schema too.
+  csid_init(folder_.path("csid.conf").c_str(), "c");
+  logfd = host_open_append(logfile);
+  run(2);
+  EXPECT_NE(logfd, -1);
+  EXPECT_NE(csid_find("c"), nullptr);
+  EXPECT_STREQ(schema_name(), "Books");
 }
 
 TEST_F(Initialisation, RegistersNoLogExitWithoutATransactionLog) {
