@@ -37,7 +37,8 @@ int rdm_init(pblock *pb, Session *sn, Request *rq) QX_NOEXCEPT;
 /// child commands, transaction log, catalog services, schema. 0, or -1; what was set up before a failure stays.
 int rdm_init_real(pblock *config, Session *sn, Request *rq) QX_NOEXCEPT;
 
-/// rdm_service answers one request, inside rdm_service_crit.
+/// rdm_service answers one request, inside rdm_service_crit once that is there. Before rdm_init no catalog service is
+/// known, so that every request is refused.
 int rdm_service(pblock *pb, Session *sn, Request *rq) QX_NOEXCEPT;
 
 /// _real_rdm_service is rdm_service without the critical section.

@@ -1,4 +1,5 @@
 #include <cstring>
+#include <optional>
 
 #include "qxapi/ascii.h"
 #include "service/csid.h"
@@ -214,7 +215,9 @@ int respond(Intake &x) {
 }  // namespace
 
 int rdm_service(pblock *pb, Session *sn, Request *rq) noexcept {
-  const crit_guard inside(rdm_service_crit);
+  // There is no section before rdm_init, nor after one that failed.
+  std::optional<crit_guard> inside;
+  if (rdm_service_crit != nullptr) inside.emplace(rdm_service_crit);
   return _real_rdm_service(pb, sn, rq);
 }
 

@@ -3,7 +3,10 @@
 #include <algorithm>
 #include <cstdio>
 #include <string>
+#include <utility>
+#include <vector>
 
+#include "service/csid.h"
 #include "service/rdm.h"
 #include "service/support/catalog.h"
 #include "service/support/trace.h"
@@ -59,6 +62,8 @@ class Intake : public support::HostTest {
     x.header("content-length", std::to_string(announced < 0 ? static_cast<int>(body.size()) : announced));
     return serve(x);
   }
+
+  int serve_drop_by_drop(const std::string &uri, const std::string &message, size_t failing = std::string::npos);
 
   int get(const std::string &uri, const char *query = nullptr) {
     Exchange x("GET", uri);
@@ -381,6 +386,84 @@ TEST_F(Intake, ABodyShorterThanAnnouncedIsPadded) {
   EXPECT_EQ(host.sent, online) << "a host that has no more yields zeros";
 }
 
+/// A host that hands out one to three bytes of the input at a time, and an error in place of one byte.
+struct Drip {
+  std::string input{};
+  size_t taken = 0;                    // of the input so far
+  size_t failing = std::string::npos;  // the byte that is an error
+  std::vector<int> hopes{};            // what each call hoped for
+};
+Drip drip;
+
+int drip_next(host_input *input, int hope) {
+  drip.hopes.push_back(hope);
+  if (drip.taken >= drip.input.size()) return 0;
+  const size_t at = drip.taken;
+  if (at == drip.failing) {
+    ++drip.taken;
+    return -1;
+  }
+  // A byte that fails is not handed out together with those before it.
+  const size_t piece = std::min({1 + at % 3, drip.input.size() - at, drip.failing > at ? drip.failing - at : 3});
+  input->data = reinterpret_cast<const unsigned char *>(drip.input.data()) + at;
+  input->size = static_cast<int32_t>(piece);
+  input->position = 1;
+  drip.taken += piece;
+  return input->data[0];
+}
+
+/// serve_drop_by_drop posts a message that arrives in pieces, with an error in place of the byte `failing`.
+int Intake::serve_drop_by_drop(const std::string &uri, const std::string &message, size_t failing) {
+  qxapi_host table = support::memory_host();
+  table.input_next = drip_next;
+  qxapi_bind(&table);
+  drip = Drip{.input = message, .failing = failing};
+  Exchange x("POST", uri);
+  x.header("content-length", std::to_string(message.size()));
+  return serve(x);
+}
+
+std::string rd_request(const std::string &query) {
+  return soif("RDMHEADER", "-",
+              {{"rdm-version", "1.0"},
+               {"rdm-type", "rd-request"},
+               {"rdm-query-language", "gatherer"},
+               {"catalog-service-id", books}}) +
+         "\n" + query;
+}
+
+TEST_F(Intake, AMessageMayArriveInPieces) {
+  const std::string message = rd_request(soif("RDMQUERY", "-", {{"view-hits", "3"}}));
+  EXPECT_EQ(serve_drop_by_drop("/rdm/rd-request", message), HOST_DONE);
+  EXPECT_EQ(host.sent, soif("RDMHEADER", "-",
+                            {{"rdm-version", "1.0"},
+                             {"rdm-type", "status-response"},
+                             {"rdm-error-message", "Scope parameter required."}}) +
+                           "\n\n")
+      << "the header and every byte of the query were understood";
+  EXPECT_EQ(drip.taken, message.size());
+  EXPECT_GT(drip.hopes.size(), message.size() / 3);
+  EXPECT_EQ(drip.hopes, std::vector<int>(drip.hopes.size(), 1));
+}
+
+TEST_F(Intake, AnErrorWithinTheHeaderIsAByteOfIt) {
+  const std::string message = header("status-request", "y?z") + "\nbody";
+  EXPECT_EQ(serve_drop_by_drop("/rdm/status-request", message, message.find('?')), HOST_DONE);
+  expect_refused("Unknown CSID: y\xffz\n");
+}
+
+TEST_F(Intake, AnErrorWithinTheAnnouncedBodyIsAByteOfIt) {
+  support::Catalog catalog(folder_);
+  catalog.put(1, soif("DOCUMENT", "u", {{"y\xffz", "kept"}, {"yz", "left out"}}));
+  catalog.index({{1000, 1}});
+  const support::Registry registry(
+      folder_, "csid=\"" + std::string(books) + "\" catalog-database=\"" + catalog.path() + "\"\n", books);
+  const std::string message = rd_request(soif("RDMQUERY", "-", {{"view-attributes", "y?z"}, {"scope", "all"}}));
+  EXPECT_EQ(serve_drop_by_drop("/rdm/rd-request", message, message.find('?')), HOST_DONE);
+  EXPECT_EQ(host.sent, soif("RDMHEADER", "-", {{"rdm-version", "1.0"}, {"rdm-type", "rd-response"}}) + "\n\n" +
+                           soif("DOCUMENT", "u", {{"y\xffz", "kept"}}));
+}
+
 TEST_F(Intake, CarriageReturnsDoNotBreakTheEmptyLine) {
   std::string message;
   for (const char c : header("status-request")) message += c == '\n' ? std::string("\r\n") : std::string(1, c);
@@ -422,6 +505,14 @@ TEST_F(Intake, AsksItsHostInOrder) {
                 "enter service", "set_status 200", "start_response",
                 "net_write " + std::to_string(refusal("Malformed RDM request - Use POST method.").size()),
                 "report_error 0 rdm-service: Malformed RDM request - Use POST method.", "exit service"}));
+}
+
+/// Before the service has been set up there are neither sections nor catalogs.
+TEST_F(Intake, WithoutSetUpRefuses) {
+  csid_terminate();
+  host_free(std::exchange(rdm_service_crit, nullptr));
+  EXPECT_EQ(get("/rdm/status-request"), HOST_DONE);
+  expect_refused("Unknown CSID: unknown\n");
 }
 
 TEST_F(Intake, WithoutTheSectionAnswersTheSame) {
