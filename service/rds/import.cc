@@ -22,7 +22,6 @@ constexpr char catalog_key[] = "catalog-database";
 constexpr char import_failed[] = "Failed to import RDs";
 
 using system_text = std::unique_ptr<char, deleter<std::free>>;
-using stdio_file = std::unique_ptr<FILE, deleter<std::fclose>>;
 
 /// temporary_file creates an empty file of a new name, which nobody else can own, in the folder for temporary files.
 /// Null when there is no name or no room for it.
@@ -51,7 +50,7 @@ class ResultFile {
 
   /// number returns the decimal number that the file begins with, 0 when there is none.
   int number() const {
-    const stdio_file file(std::fopen(name_.get(), "re"));
+    const stdio_ptr file = open_stdio(name_.get());
     char text[64] = {};
     if (!file || std::fread(text, 1, sizeof text - 1, file.get()) == 0) return 0;
     return static_cast<int>(std::strtol(text, nullptr, 10));
@@ -68,6 +67,18 @@ bool holds_all(const csio *body) {
          static_cast<uint64_t>(status.st_size) == body->length;
 }
 
+/// give_empty_file makes an empty file that goes with the body; returns false when there is none.
+bool give_empty_file(csio *body) {
+  const system_text name = temporary_file("csio");
+  if (!name) return false;
+  body->filename = host_strdup(name.get());
+  if (body->filename == nullptr)
+    host_unlink(name.get());
+  else
+    body->remove_file = 1;
+  return body->filename != nullptr;
+}
+
 /// ensure_file puts the body into a file and returns whether that has all of it; an empty body gets an empty file.
 bool ensure_file(csio *body) {
   const uint32_t length = body->length;
@@ -76,12 +87,7 @@ bool ensure_file(csio *body) {
   csio_rewind(body);
   // One that has found no file on its way is empty now.
   if (body->length != length) return false;
-  if (body->filename != nullptr || length != 0) return holds_all(body);
-  const system_text name = temporary_file("csio");
-  if (!name) return false;
-  body->filename = host_strdup(name.get());
-  body->remove_file = body->filename != nullptr ? 1 : 0;
-  return body->filename != nullptr;
+  return body->filename == nullptr && length == 0 ? give_empty_file(body) : holds_all(body);
 }
 
 /// run returns whether there was memory for the command; what becomes of it only the numbers tell that it writes.

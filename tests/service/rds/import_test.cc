@@ -83,6 +83,7 @@ class Import : public support::HostTest {
     csio_copy(response_.get(), bytes.data(), static_cast<int32_t>(bytes.size()));
     return bytes;
   }
+  long fail_each_allocation(const std::string &body);
   std::string calls() { return support::read_file(folder_.path("calls")); }
 
   static std::string accepted(const std::string &text) {
@@ -263,11 +264,12 @@ TEST_F(Import, LogsNothingWhenTheLogIsOff) {
   EXPECT_EQ(silent.raw(), "");
 }
 
-TEST_F(Import, AnswersAndReleasesEverythingWhenMemoryFails) {
+/// fail_each_allocation imports a body once for each allocation of the import, which fails, and returns their number.
+long Import::fail_each_allocation(const std::string &body) {
   long failing = 0;
   do {
     body_ = make_csio();
-    append_text(body_.get(), "@DOCUMENT { -\n}\n");
+    append_text(body_.get(), body);
     csio_convert2file(body_.get());
     const rdmhdr_ptr header = make_rdmhdr(RDM_RD_RESPONSE);
     header->csid = host_strdup("c");
@@ -278,8 +280,15 @@ TEST_F(Import, AnswersAndReleasesEverythingWhenMemoryFails) {
     host.fail_allocation = 0;
     body_.reset();
   } while (host.allocations >= failing);
-  EXPECT_GT(failing, 10);
+  return failing - 1;
 }
+
+TEST_F(Import, AnswersAndReleasesEverythingWhenMemoryFails) {
+  EXPECT_GE(fail_each_allocation("@DOCUMENT { -\n}\n"), 10);
+}
+
+// The file of an empty body stayed behind when there was no memory for its name.
+TEST_F(Import, AnEmptyBodyLeavesNoFileWhenMemoryFails) { EXPECT_GE(fail_each_allocation(""), 10); }
 
 // A body that found no file on its way was taken for an empty one, and a command that there was no memory for was left
 // out: either way the gatherer read "Accepted 0 RDs", or had descriptions in the catalog that no index led to.
@@ -459,6 +468,11 @@ TEST_F(Import, StatusAnswersCarryTextAndError) {
   append_text(response_.get(), "left over");
   EXPECT_EQ(rds_status_ok("Done.", nullptr, header.get(), body_.get(), response_.get(), &x_.session, &x_.request), 0);
   EXPECT_EQ(answer(), accepted("Done."));
+  EXPECT_EQ(rds_status_ok("Half done.", "Oh.", header.get(), body_.get(), response_.get(), &x_.session, &x_.request),
+            0);
+  EXPECT_EQ(answer(), soif("RDMHEADER", "-",
+                           {{"rdm-version", "1.0"}, {"rdm-type", "status-response"}, {"rdm-error-message", "Oh."}}) +
+                          "\n\n\n\nHalf done.\n\n");
 }
 
 }  // namespace
