@@ -131,34 +131,56 @@ csio_ptr make_header(int32_t count) {
   return printed;
 }
 
+/// printed_size returns how many bytes an object takes once it is printed. Those of its record do not say: it may leave
+/// out what the printer writes, or end within a value, which the parser then fills up to the size that it names.
+uint64_t printed_size(const SOIF *object) {
+  uint64_t size = 0;
+  const auto count = [](void *total, const void *, int32_t length) {
+    *static_cast<uint64_t *>(total) += static_cast<uint64_t>(length);
+    return length;
+  };
+  soif_writer(count, &size).print(object);
+  return size;
+}
+
 /// Descriptions prints records of one database.
 struct Descriptions {
-  const char *path;
   DB *database;
   char **attributes;
   csio *output;
 
-  /// has_room returns whether a record fits into the answer, whose length has 32 bits.
-  bool has_room(size_t size) const {
-    constexpr uint64_t framing = 64, header = 4096;
-    return output->length + size + framing + header <= std::numeric_limits<uint32_t>::max();
+  /// read_record returns whether there is a record of a key that can be read.
+  bool read_record(char *key, DBT &record) const {
+    const DBT wanted{key, key_size};
+    const int result = dba_get(database, &wanted, &record);
+    if (result == 1) CSLOG(CSLOG_WARNING, "rds", "No entry in %s: key %s\n", catalog_key, key);
+    if (result == -1)
+      CSLOG(CSLOG_ERROR, "rds", "Cannot read %s: key %s: %s\n", catalog_key, key, host_last_error_text());
+    return result == 0;
+  }
+
+  soif_ptr parse(const DBT &record) const {
+    soif_reader reader(std::string_view(static_cast<const char *>(record.data), record.size));
+    if (attributes != nullptr && attributes[0] != nullptr) reader.accept(attributes);
+    return reader.next();
+  }
+
+  /// has_room returns whether an object fits into the answer, whose length has 32 bits, beside the answer's header.
+  bool has_room(const SOIF *object) const {
+    constexpr uint64_t header = 4096;
+    return output->length + printed_size(object) + header <= std::numeric_limits<uint32_t>::max();
   }
 
   /// print_record returns whether the record of a key was printed.
   bool print_record(char *key) const {
-    DBT wanted{key, key_size}, found{nullptr, 0};
-    if (dba_get(database, &wanted, &found) != 0) {
-      CSLOG(CSLOG_WARNING, "rds", "No entry in %s: key %s\n", catalog_key, key);
-      return false;
-    }
-    soif_reader reader(std::string_view(static_cast<const char *>(found.data), found.size));
-    if (attributes != nullptr && attributes[0] != nullptr) reader.accept(attributes);
-    const soif_ptr object = reader.next();
+    DBT record{nullptr, 0};
+    if (!read_record(key, record)) return false;
+    const soif_ptr object = parse(record);
     if (!object) {
       CSLOG(CSLOG_WARNING, "rds", "Malformed RD in %s: key %s\n", catalog_key, key);
       return false;
     }
-    if (!has_room(found.size)) {
+    if (!has_room(object.get())) {
       CSLOG(CSLOG_ERROR, "rds", "No room in the answer for %s: key %s\n", catalog_key, key);
       return false;
     }
@@ -226,7 +248,7 @@ int32_t rds_send_rd(const char *csid, cslist *keys, char **attributes, csio *out
     CSLOG(CSLOG_ERROR, "rds", "Cannot read %s: %s: %s\n", catalog_key, path, host_last_error_text());
     return 0;
   }
-  const Descriptions descriptions{path, database.get(), attributes, output};
+  const Descriptions descriptions{database.get(), attributes, output};
   int32_t printed = 0;
   for (const cslist_node *node = keys->head; node != nullptr; node = node->next)
     if (node->data != nullptr && descriptions.print_record(static_cast<char *>(node->data))) ++printed;

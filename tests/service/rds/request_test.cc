@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <string>
 
 #include "dba/dba.h"
@@ -168,21 +169,56 @@ TEST_F(Request, AKeyThatIsMissingIsSkippedAndCountsAgainstTheLimit) {
   expect_sent({1}, "the limit counts keys");
 }
 
+/// list_of returns a list of one key.
+list_ptr list_of(const char *key) {
+  cslist *keys = nullptr;
+  cslist_create(&keys);
+  cslist_append(keys, key);
+  return list_ptr(keys);
+}
+
+/// An answer's length has 32 bits, of which its header may take 4096 bytes.
 TEST_F(Request, ARecordThatAnAnswerHasNoRoomForIsSkipped) {
-  // An answer's length has 32 bits, of which its header takes some.
-  cslist *list = nullptr;
-  ASSERT_EQ(cslist_create(&list), 0u);
-  const list_ptr keys(list);
-  cslist_append(list, "00000001");
-  const csio_ptr output = make_csio();
-  const uint32_t room = static_cast<uint32_t>(description(1).size()) + 64 + 4096;
+  const std::pair<std::string, std::string> rows[] = {
+      {description(1), description(1)},
+      // A value that the record cuts off is filled up to the size that it names.
+      {"@D { u\nx{5000}:\tabc", "@D { u\nx{5000}:\tabc" + std::string(4997, '\xff') + "\n}\n"},
+      // The newlines between attributes may be left out; the printer puts them there.
+      {"@D { u\na{1}:\tAb{1}:\tB}", "@D { u\na{1}:\tA\nb{1}:\tB\n}\n"},
+  };
+  for (const auto &[record, printed] : rows) {
+    catalog_.put(1, record);
+    const list_ptr keys = list_of("00000001");
+    const csio_ptr output = make_csio();
+    append_text(output.get(), "a file takes no memory for the length that it is said to have");
+    csio_convert2file(output.get());
+    const uint32_t longest = UINT32_MAX - 4096 - static_cast<uint32_t>(printed.size());
+    const Diagnostics diagnostics;
+    output->length = longest + 1;
+    EXPECT_EQ(rds_send_rd("c", keys.get(), nullptr, output.get()), 0) << record;
+    EXPECT_EQ(output->length, longest + 1) << record;
+    EXPECT_EQ(diagnostics.text(), "ERROR: No room in the answer for catalog-database: key 00000001\n") << record;
+    output->length = longest;
+    EXPECT_EQ(rds_send_rd("c", keys.get(), nullptr, output.get()), 1) << record;
+    EXPECT_EQ(output->length, longest + printed.size()) << record;
+  }
+}
+
+TEST_F(Request, ARecordThatCannotBeReadIsSkippedAndTheReasonLogged) {
+  static int allowed;
+  qxapi_host table = support::memory_host();
+  table.read = [](host_fd fd, void *bytes, int32_t count) {
+    if (allowed-- > 0) return support::memory_host().read(fd, bytes, count);
+    errno = EIO;
+    return -1;
+  };
+  qxapi_bind(&table);
+  const list_ptr keys = list_of("00000001");
   const Diagnostics diagnostics;
-  output->length = UINT32_MAX - room + 1;
-  EXPECT_EQ(rds_send_rd("c", list, nullptr, output.get()), 0);
-  EXPECT_EQ(diagnostics.text(), "ERROR: No room in the answer for catalog-database: key 00000001\n");
-  EXPECT_EQ(output->length, UINT32_MAX - room + 1);
-  output->length = 0;
-  EXPECT_EQ(rds_send_rd("c", list, nullptr, output.get()), 1);
+  allowed = 1;  // the database's header
+  EXPECT_EQ(rds_send_rd("c", keys.get(), nullptr, response_.get()), 0);
+  EXPECT_EQ(diagnostics.text(), "ERROR: Cannot read catalog-database: key 00000001: Input/output error\n");
+  EXPECT_EQ(answer(), "");
 }
 
 TEST_F(Request, AMalformedRecordIsSkipped) {
@@ -265,6 +301,63 @@ TEST_F(Request, LargeAnswersComeFromAFile) {
   const std::vector<std::string> &calls = trace.calls();
   EXPECT_EQ(std::count(calls.begin(), calls.end(), "open_write"), 1);
   EXPECT_EQ(std::count(calls.begin(), calls.end(), "buffer_send"), 1);
+}
+
+/// Descriptions take 32768 bytes of memory with the NUL behind them; one byte more is a file.
+TEST_F(Request, AnswersStayInMemoryUpToTheirCeiling) {
+  const auto record_of = [](size_t size) {
+    const size_t frame = soif("DOCUMENT", "u", {{"body", std::string(1000, 'b')}}).size() - 1000;
+    return soif("DOCUMENT", "u", {{"body", std::string(size - frame, 'b')}});
+  };
+  std::string most;
+  std::vector<std::pair<uint32_t, uint32_t>> entries;
+  for (uint32_t number = 1; number <= 21; ++number) {
+    catalog_.put(number, record_of(1500));
+    most += record_of(1500);
+    entries.emplace_back(number, number);
+  }
+  entries.emplace_back(22, 22);
+  catalog_.index(entries);
+  const std::pair<size_t, int> rows[] = {{32766, 0}, {32767, 0}, {32768, 1}};
+  for (const auto &[size, files] : rows) {
+    const std::string last = record_of(size - most.size());
+    catalog_.put(22, last);
+    const support::Trace trace;
+    EXPECT_EQ(query({{"scope", "all"}}), 1);
+    EXPECT_EQ(host.sent, response_header() + most + last);
+    EXPECT_EQ(host.sent.size(), response_header().size() + size);
+    EXPECT_EQ(std::count(trace.calls().begin(), trace.calls().end(), "open_write"), files) << size;
+    EXPECT_EQ(std::count(trace.calls().begin(), trace.calls().end(), "buffer_send"), files) << size;
+  }
+}
+
+TEST_F(Request, IsReadFromWhereItsBodyStands) {
+  const std::string before = soif("RDMQUERY", "-", {{"scope", "some"}});
+  Exchange x("POST", "/rdm/rd-request");
+  const csio_ptr input = make_csio();
+  append_text(input.get(), before + soif("RDMQUERY", "-", {{"scope", "all"}}));
+  std::string read_already(before.size(), '\0');
+  csio_copy(input.get(), read_already.data(), static_cast<int32_t>(before.size()));
+  const rdmhdr_ptr header = make_rdmhdr(RDM_RD_REQUEST);
+  header->query_language = host_strdup("gatherer");
+  header->csid = host_strdup("c");
+  EXPECT_EQ(rds_rd_request(header.get(), input.get(), response_.get(), &x.session, &x.request), 1);
+  EXPECT_EQ(host.sent, response_header() + description(1) + description(2) + description(3) + description(4));
+}
+
+TEST_F(Request, LogsNothingWhenTheLogIsOff) {
+  catalog_.put(2, "no object at all");
+  catalog_.index({{1000, 99}, {2000, 2}});
+  const Diagnostics silent(0);
+  EXPECT_EQ(query({{"scope", "all"}}), 1);
+  EXPECT_EQ(query({{"scope", "some"}}), 0);
+  EXPECT_EQ(query({{"view-hits", "3"}}), 0);
+  EXPECT_EQ(ask("hello"), 0);
+  EXPECT_EQ(ask("", nullptr), 0);
+  EXPECT_EQ(rds_send_rd("bare", list_of("00000001").get(), nullptr, response_.get()), 0);
+  host_unlink(catalog_.path().c_str());
+  EXPECT_EQ(query({{"scope", "all"}}), 1);
+  EXPECT_EQ(silent.raw(), "");
 }
 
 TEST_F(Request, MayHaveTheHeaderBeforeItsQuery) {
