@@ -109,6 +109,29 @@ TEST_F(Index, MayHaveMoreThanItCounts) {
   EXPECT_EQ(index_.count, 1u);
 }
 
+TEST_F(Index, IsReadWithOneRead) {
+  static std::vector<int32_t> reads;
+  reads.clear();
+  qxapi_host table = support::memory_host();
+  table.read = [](host_fd fd, void *bytes, int32_t count) {
+    reads.push_back(count);
+    return support::memory_host().read(fd, bytes, count);
+  };
+  qxapi_bind(&table);
+  const std::vector<std::pair<uint32_t, uint32_t>> entries(5000, {1, 1});
+  ASSERT_EQ(load(support::index_bytes(magic, 5000, entries)), 0);
+  EXPECT_EQ(reads, (std::vector<int32_t>{8, 5000 * 20})) << "its header, then all its entries";
+}
+
+TEST_F(Index, LogsNothingWhenTheLogIsOff) {
+  const Diagnostics silent(0);
+  EXPECT_EQ(cs_dbsearch_start("bare", &index_), 1);
+  EXPECT_EQ(load(), 1);
+  EXPECT_EQ(load(support::index_bytes(magic + 1, 0, {})), 1);
+  EXPECT_EQ(load(support::index_bytes(magic, 2, {{1, 1}})), 1);
+  EXPECT_EQ(silent.raw(), "");
+}
+
 cs_dbindex index_of(std::vector<cs_dbentry> &entries) {
   return {entries.data(), static_cast<uint32_t>(entries.size())};
 }
