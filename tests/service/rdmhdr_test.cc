@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <string>
 
 #include "service/message.h"
@@ -56,10 +57,21 @@ class RdmHeader : public support::HostTest {
 };
 
 TEST_F(RdmHeader, IsCreatedWithEveryFieldZero) {
+  qxapi_host table = support::memory_host();
+  table.alloc = [](size_t size) {
+    void *const block = support::memory_host().alloc(size);
+    return block != nullptr ? std::memset(block, 0xFF, size) : nullptr;
+  };
+  qxapi_bind(&table);
   rdmhdr *record = nullptr;
   rdmhdr_create(&record);
   EXPECT_EQ(record->version, nullptr);
   EXPECT_EQ(record->type, RDM_UNKNOWN);
+  EXPECT_EQ(record->query_language, nullptr);
+  EXPECT_EQ(record->response_interpret, nullptr);
+  EXPECT_EQ(record->csid, nullptr);
+  EXPECT_EQ(record->error_message, nullptr);
+  EXPECT_EQ(record->error_code, 0);
   rdmhdr_destroy(record);
 }
 
