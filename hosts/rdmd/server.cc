@@ -4,11 +4,14 @@
 
 #include <algorithm>
 #include <boost/asio/post.hpp>
+#include <charconv>
 #include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <limits>
 #include <stdexcept>
+#include <string_view>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -29,6 +32,13 @@ struct HostPort {
   std::string port;
 };
 
+/// is_port is asked first, because the system takes the last 16 bits of any number for a port.
+bool is_port(std::string_view text) {
+  std::uint16_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  return error == std::errc() && end == text.data() + text.size();
+}
+
 /// split_address takes "HOST:PORT" or "[IPV6]:PORT" apart.
 HostPort split_address(const std::string &text) {
   const auto colon = text.rfind(':');
@@ -39,7 +49,9 @@ HostPort split_address(const std::string &text) {
   if (!bracketed && host.find(':') != std::string::npos)
     throw std::runtime_error("cannot listen on " + text + ": an IPv6 address stands in brackets, as [::1]:8380");
   if (bracketed) host = host.substr(1, host.size() - 2);
-  return {host, text.substr(colon + 1)};
+  const std::string port = text.substr(colon + 1);
+  if (!is_port(port)) throw std::runtime_error("cannot listen on " + text + ": the port is a number from 0 to 65535");
+  return {host, port};
 }
 
 io::Tcp::endpoint resolve(boost::asio::io_context &context, const std::string &text) {

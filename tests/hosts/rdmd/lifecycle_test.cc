@@ -242,7 +242,11 @@ TEST_F(HostLifecycle, RefusesAddressesItCannotListenOn) {
       {":8380", "cannot listen on :8380: HOST:PORT is required"},
       {"127.0.0.1:", "cannot listen on 127.0.0.1:: HOST:PORT is required"},
       {"::1:8380", "cannot listen on ::1:8380: an IPv6 address stands in brackets, as [::1]:8380"},
-      {"127.0.0.1:http", "cannot listen on 127.0.0.1:http: "},
+      {"127.0.0.1:http", "cannot listen on 127.0.0.1:http: the port is a number from 0 to 65535"},
+      {"127.0.0.1:65536", "cannot listen on 127.0.0.1:65536: the port is a number from 0 to 65535"},
+      {"127.0.0.1:73916", "cannot listen on 127.0.0.1:73916: the port is a number from 0 to 65535"},
+      {"127.0.0.1:-1", "cannot listen on 127.0.0.1:-1: the port is a number from 0 to 65535"},
+      {"127.0.0.1:80 ", "cannot listen on 127.0.0.1:80 : the port is a number from 0 to 65535"},
       {"192.0.2.1:0", "cannot listen on 192.0.2.1:0: Cannot assign requested address"},
   };
   const std::string conf = config();
