@@ -13,6 +13,7 @@
 #include "hosts/rdmd/log.h"
 #include "hosts/rdmd/options.h"
 #include "hosts/rdmd/server.h"
+#include "qxapi/standard_descriptors.h"
 
 namespace {
 
@@ -85,6 +86,7 @@ int serve(const Settings &settings, ErrorLog &errors) {
 }  // namespace
 
 int main(int argc, char **argv) {
+  if (!take_standard_descriptors()) return EXIT_FAILURE;
   int exit_code = EXIT_SUCCESS;
   const std::optional<Settings> settings = parse_options(argc, argv, exit_code);
   if (!settings) return exit_code;

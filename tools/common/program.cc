@@ -1,8 +1,5 @@
 #include "tools/common/program.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -10,19 +7,13 @@
 #include <string>
 #include <system_error>
 
+#include "qxapi/standard_descriptors.h"
+
 namespace tools {
 namespace {
 
-/// take_standard_descriptors makes sure that no file of a catalog is opened as a standard stream. One that was closed
-/// becomes a stream that cannot be used in its direction.
-void take_standard_descriptors() {
-  for (int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
-    if (::fcntl(fd, F_GETFD) == -1 && ::open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY) != fd)
-      std::_Exit(exit_failure);
-}
-
 void prepare_streams() {
-  take_standard_descriptors();
+  if (!take_standard_descriptors()) std::_Exit(exit_failure);
   // A reader that has gone is an output that cannot be written, not the end in the midst of a work.
   std::signal(SIGPIPE, SIG_IGN);
   std::ios::sync_with_stdio(false);

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "hosts/rdmd/server_fixture.h"
+#include "support/process.h"
 
 namespace {
 
@@ -176,6 +177,15 @@ TEST_F(HostLifecycle, HangUpReopensTheLogs) {
   EXPECT_NE(support::read_file(errors + ".1").find("] [info] rdmd: listening on 127.0.0.1:"), std::string::npos);
   EXPECT_EQ(stop(), 0);
   EXPECT_NE(support::read_file(errors).find("stopped"), std::string::npos);
+}
+
+TEST_F(HostLifecycle, NoLogTakesThePlaceOfAClosedStandardStream) {
+  // The access log did, and what was meant for standard error went into it.
+  const std::string log = folder_.path("access.log");
+  const std::string command = std::string(BINARY_DIR) + "/bin/rdmd --listen nowhere --plugin " + plugin() +
+                              " --config " + config() + " --access-log " + log + " 2>&-";
+  EXPECT_EQ(support::run({"/bin/sh", "-c", command}).status, 1);
+  EXPECT_EQ(support::read_file(log), "");
 }
 
 TEST_F(HostLifecycle, TheAccessLogGoesToStandardOutputWhenAsked) {
