@@ -179,6 +179,23 @@ TEST_F(HostLifecycle, HangUpReopensTheLogs) {
   EXPECT_NE(support::read_file(errors).find("stopped"), std::string::npos);
 }
 
+TEST_F(HostLifecycle, ALogThatCannotBeReopenedGoesOnInTheOldFile) {
+  std::filesystem::create_directory(folder_.path("logs"));
+  RdmdProcess server({"--listen", "127.0.0.1:0", "--plugin", plugin(), "--config", config(), "--error-log",
+                      folder_.path("logs/errors"), "--access-log", folder_.path("logs/access")});
+  const int port = server.port();
+  std::filesystem::rename(folder_.path("logs"), folder_.path("old"));
+  server.signal(SIGHUP);
+  const auto old_log = [this](const char *name) { return support::read_file(folder_.path("old/") + name); };
+  for (const char *log : {"error", "access"}) {
+    const std::string told =
+        "[error] rdmd: the " + std::string(log) + " log cannot be reopened; it goes on in the old file\n";
+    EXPECT_TRUE(support::eventually([&] { return old_log("errors").find(told) != std::string::npos; })) << log;
+  }
+  support::http_get(port, "/rdm/fast");
+  EXPECT_TRUE(support::eventually([&] { return old_log("access").find("/rdm/fast") != std::string::npos; }));
+}
+
 TEST_F(HostLifecycle, NoLogTakesThePlaceOfAClosedStandardStream) {
   // The access log did, and what was meant for standard error went into it.
   const std::string log = folder_.path("access.log");
