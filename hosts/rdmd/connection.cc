@@ -122,18 +122,26 @@ void Connection::next_request() {
   exchange_.reset();
   sender_.reset();
   unread_ = false;
-  if (!input_.empty()) {
-    enter(State::head);
-    arm(server_.limits().header, &Connection::give_up_head);
-    return read_head();
-  }
+  if (skip_empty_lines(input_)) return begin_head();
   if (server_.stopping()) return close();
   enter(State::idle);
   arm(first_ ? server_.limits().header : server_.limits().idle, &Connection::close);
   wait_idle();
 }
 
-void Connection::wait_idle() { read_more(&Connection::next_request, &Connection::close); }
+void Connection::begin_head() {
+  enter(State::head);
+  arm(server_.limits().header, &Connection::give_up_head);
+  read_head();
+}
+
+void Connection::wait_idle() { read_more(&Connection::leave_idle, &Connection::close); }
+
+/// leave_idle begins a request when there is something of one: empty lines are nothing, and renew no deadline.
+void Connection::leave_idle() {
+  if (!skip_empty_lines(input_)) return wait_idle();
+  begin_head();
+}
 
 void Connection::read_head() {
   HeadResult result = reader_.take(input_);

@@ -55,7 +55,9 @@ class Connection : public std::enable_shared_from_this<Connection> {
   using Step = void (Connection::*)();
 
   void next_request();
+  void begin_head();
   void wait_idle();
+  void leave_idle();
   void read_head();
   void begin_request(RequestHead head);
   void route();

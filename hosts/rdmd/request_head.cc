@@ -144,10 +144,15 @@ std::optional<Refusal> HeadReader::scan(std::string_view text) {
   return std::nullopt;
 }
 
+bool skip_empty_lines(std::string &buffer) {
+  std::size_t skipped = 0;
+  while (buffer.compare(skipped, 2, "\r\n") == 0) skipped += 2;
+  buffer.erase(0, skipped);
+  return !buffer.empty() && buffer != "\r";
+}
+
 HeadResult HeadReader::take(std::string &buffer) {
-  if (scanned_ == 0)
-    while (buffer.compare(0, 2, "\r\n") == 0) buffer.erase(0, 2);
-  if (buffer == "\r") return NeedMore{};
+  if (scanned_ == 0 && !skip_empty_lines(buffer)) return NeedMore{};
   if (const auto refusal = scan(buffer)) return *refusal;
   if (head_size_ == 0) return NeedMore{};
   HeadResult result = parse(std::string_view(buffer).substr(0, head_size_));

@@ -37,12 +37,16 @@ struct Refusal {
 struct NeedMore {};
 using HeadResult = std::variant<NeedMore, RequestHead, Refusal>;
 
+/// skip_empty_lines removes the empty lines at the front of `buffer`, where a request is to begin. False when nothing
+/// of a request is left, which may be the first half of another empty line.
+bool skip_empty_lines(std::string &buffer);
+
 class HeadReader {
  public:
   HeadReader(std::size_t head_limit, std::size_t target_limit) : head_limit_(head_limit), target_limit_(target_limit) {}
 
   /// take looks for a head at the front of `buffer`, which only grows from call to call, and removes it when it is
-  /// complete. Empty lines before a request are passed over. What cannot become a request is refused as soon as that
+  /// complete. Empty lines before it are removed. What cannot become a request is refused as soon as that
   /// shows, not when the head is complete; a refused buffer is left as it is.
   HeadResult take(std::string &buffer);
 

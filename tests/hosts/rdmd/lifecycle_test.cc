@@ -97,6 +97,18 @@ TEST_F(HostLifecycle, ClosesIdleConnectionsAtOnce) {
   EXPECT_TRUE(silent.ended());
 }
 
+TEST_F(HostLifecycle, AConnectionWithNothingButEmptyLinesIsIdle) {
+  start({"--header-timeout", "3600", "--idle-timeout", "3600", "--shutdown-timeout", "3600"});
+  HttpClient client(port_), half_a_line(port_);
+  for (HttpClient *each : {&client, &half_a_line}) {
+    each->send(get("/rdm/fast") + "\r\n\r" + (each == &client ? "\n" : ""));
+    EXPECT_EQ(each->receive().body, "fast\n");
+  }
+  EXPECT_EQ(stop(), 0);
+  EXPECT_TRUE(client.ended());
+  EXPECT_TRUE(half_a_line.ended());
+}
+
 TEST_F(HostLifecycle, AcceptsNobodyAfterTheSignal) {
   start();
   HttpClient client(port_);

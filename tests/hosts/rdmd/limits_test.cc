@@ -80,6 +80,20 @@ TEST_F(HostLimits, ARequestBegunIsNotIdle) {
   EXPECT_EQ(client.receive().body, "fast\n");
 }
 
+TEST_F(HostLimits, EmptyLinesDoNotKeepAConnection) {
+  start({"--idle-timeout", "0.3"});
+  HttpClient client(port_);
+  client.send(get("/rdm/fast"));
+  EXPECT_EQ(client.receive().body, "fast\n");
+  EXPECT_TRUE(support::eventually([&] {
+    client.send("\r\n");
+    return client.readable(20ms);
+  }));
+  EXPECT_TRUE(client.ended());
+  EXPECT_EQ(stop(), 0);
+  EXPECT_EQ(access().find(" 408 "), std::string::npos) << access();
+}
+
 TEST_F(HostLimits, ClientsThatReadNothingDelayNobody) {
   start();
   std::vector<std::unique_ptr<HttpClient>> deaf;
