@@ -485,7 +485,7 @@ TEST_F(Tax, DeepTreesDoNotNeedADeepStack) {
   pthread_attr_t small_stack;
   ASSERT_EQ(pthread_attr_init(&small_stack), 0);
   ASSERT_EQ(pthread_attr_setstacksize(&small_stack, size_t{96} << 10), 0);
-  pthread_t thread;
+  pthread_t thread = 0;
   ASSERT_EQ(pthread_create(&thread, &small_stack, use_chain, path.data()), 0);
   EXPECT_EQ(pthread_join(thread, nullptr), 0);
   pthread_attr_destroy(&small_stack);
