@@ -23,7 +23,8 @@
 QX_BEGIN
 
 /// AVPair is one attribute. It owns its name and its value: `vsize` bytes and a NUL that is not counted, so that a
-/// value without a NUL of its own can be used as text. Names that come from the parser are in lower case.
+/// value without a NUL of its own can be used as text; a value of size 0 may be null instead. Names that come from the
+/// parser are in lower case.
 typedef struct AVPair {
   char *attribute;
   char *value;
@@ -79,7 +80,8 @@ int avpair_create(const char *name, const char *value, int32_t vsize, AVPair **o
 void *avpair_copy(const void *pair) QX_NOEXCEPT;
 
 /// avpair_copy_useval returns a new pair with a copy of the name and the very value of `pair`, which the new pair now
-/// owns. Null, and the value stays with `pair`, when memory fails.
+/// owns; a null value of size 0 stays null. Null, and the value stays with `pair`, for a null name, for a null value
+/// that has a size and when memory fails.
 void *avpair_copy_useval(const void *pair) QX_NOEXCEPT;
 
 /// avpair_compare returns 0 when the pair's name is `name` in any letter case; otherwise below or above 0, as their
@@ -111,13 +113,14 @@ AVPair *soif_find(const SOIF *s, const char *name) QX_NOEXCEPT;
 /// soif_findval returns the value of the attribute `name`, which still belongs to the object, or null.
 char *soif_findval(const SOIF *s, const char *name) QX_NOEXCEPT;
 
-/// soif_insert adds an attribute with copies of `name` and of the `vsize` bytes at `value`. 0, or 1 as avpair_create;
-/// the object's counters are raised in either case.
+/// soif_insert adds an attribute with copies of `name` and of the `vsize` bytes at `value`, which the table's copy
+/// function makes. It is hashed under `name`, whatever the copy is called. 0, or 1 as avpair_create; the object's
+/// counters are raised in either case.
 int soif_insert(SOIF *s, const char *name, const char *value, int32_t vsize) QX_NOEXCEPT;
 
 /// soif_insert_nocopy adds an attribute with a copy of `name` that owns `value` itself: a block of host_alloc with
-/// `vsize` bytes and a NUL. 0; 1, and the value is still the caller's, for a null name or value and when memory
-/// fails. The object's counters are raised in either case.
+/// `vsize` bytes and a NUL, or null when `vsize` is 0. 0; 1, and the value is still the caller's, for a null name, for
+/// a null value that has a size and when memory fails. The object's counters are raised in either case.
 int soif_insert_nocopy(SOIF *s, const char *name, char *value, int32_t vsize) QX_NOEXCEPT;
 
 /// soif_delete removes and releases the first attribute `name`; the object's counters stay. 0; 1 when there is none.

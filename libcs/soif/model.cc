@@ -18,6 +18,9 @@ host_text copy_text(std::string_view text) {
   return copy;
 }
 
+/// lacks_bytes tells whether a value is not there although its size says that it has bytes.
+bool lacks_bytes(const char *value, int32_t vsize) { return value == nullptr && vsize > 0; }
+
 void free_pair(void *pair) { avpair_free(static_cast<AVPair *>(pair)); }
 
 int32_t saturating_sum(int32_t a, int32_t b) {
@@ -46,7 +49,7 @@ soif_ptr make_object(std::string_view template_name, std::string_view url, int32
 }
 
 avpair_ptr make_avpair(std::string_view name, host_text &value, int32_t vsize) noexcept {
-  avpair_ptr pair(value ? host_new<AVPair>().release() : nullptr);
+  avpair_ptr pair(host_new<AVPair>().release());
   if (!pair) return nullptr;
   pair->attribute = copy_text(name).release();
   if (pair->attribute == nullptr) return nullptr;
@@ -55,10 +58,10 @@ avpair_ptr make_avpair(std::string_view name, host_text &value, int32_t vsize) n
   return pair;
 }
 
-bool insert_made(SOIF *object, avpair_ptr &pair, int32_t vsize) noexcept {
+bool insert_made(SOIF *object, const char *key, avpair_ptr &pair, int32_t vsize) noexcept {
   object->attr_count = saturating_sum(object->attr_count, 1);
   object->value_bytes = saturating_sum(object->value_bytes, vsize);
-  if (!pair || cshashtable_insert(object->attrs, pair->attribute, pair.get()) != 0) return false;
+  if (!pair || cshashtable_insert(object->attrs, key, pair.get()) != 0) return false;
   static_cast<void>(pair.release());
   return true;
 }
@@ -74,7 +77,7 @@ bool is_numbered_instance(std::string_view base, std::string_view attribute) noe
 
 int avpair_create(const char *name, const char *value, int32_t vsize, AVPair **out) noexcept {
   *out = nullptr;
-  if (name == nullptr || vsize < 0 || (value == nullptr && vsize > 0)) return 1;
+  if (name == nullptr || vsize < 0 || lacks_bytes(value, vsize)) return 1;
   const auto size = static_cast<size_t>(vsize);
   host_text copy(static_cast<char *>(host_alloc(size + 1)));
   if (!copy) return 1;
@@ -93,7 +96,7 @@ void *avpair_copy(const void *pair) noexcept {
 
 void *avpair_copy_useval(const void *pair) noexcept {
   const auto *source = static_cast<const AVPair *>(pair);
-  if (source->attribute == nullptr) return nullptr;
+  if (source->attribute == nullptr || lacks_bytes(source->value, source->vsize)) return nullptr;
   host_text value(source->value);
   soif::avpair_ptr copy = soif::make_avpair(source->attribute, value, source->vsize);
   // Without a copy the value stays with the source.
@@ -145,7 +148,7 @@ int soif_insert(SOIF *s, const char *name, const char *value, int32_t vsize) noe
   // The copy is made here rather than in the table, which would not tell that memory failed.
   soif::avpair_ptr pair(static_cast<AVPair *>(s->attrs->copy(&given)));
   const soif::copy_switch as_they_are(s->attrs, cslist_copy_nop);
-  return soif::insert_made(s, pair, vsize) ? 0 : 1;
+  return soif::insert_made(s, name, pair, vsize) ? 0 : 1;
 }
 
 // NOLINTNEXTLINE(readability-non-const-parameter): the object takes the value over
@@ -153,7 +156,7 @@ int soif_insert_nocopy(SOIF *s, const char *name, char *value, int32_t vsize) no
   const AVPair given{const_cast<char *>(name), value, vsize};
   soif::avpair_ptr pair(static_cast<AVPair *>(avpair_copy_useval(&given)));
   const soif::copy_switch as_they_are(s->attrs, cslist_copy_nop);
-  if (soif::insert_made(s, pair, vsize)) return 0;
+  if (soif::insert_made(s, name, pair, vsize)) return 0;
   if (pair) pair->value = nullptr;  // still the caller's
   return 1;
 }

@@ -13,8 +13,8 @@ using avpair_ptr = std::unique_ptr<AVPair, deleter<avpair_free>>;
 /// make_object is soif_create for texts that need no NUL.
 soif_ptr make_object(std::string_view template_name, std::string_view url, int32_t nbuckets) noexcept;
 
-/// make_avpair returns a pair that owns a copy of `name` and, taken out of its guard, `value`: `vsize` bytes and a NUL.
-/// Null, with the guard as it was, when there is no value or memory fails.
+/// make_avpair returns a pair that owns a copy of `name` and, taken out of its guard, `value`: `vsize` bytes and a NUL,
+/// or null. Null, with the guard as it was, when memory fails.
 avpair_ptr make_avpair(std::string_view name, host_text &value, int32_t vsize) noexcept;
 
 /// copy_switch puts another copy function into force in a table for its lifetime.
@@ -32,10 +32,10 @@ class copy_switch {
   cs_copy_fn before_;
 };
 
-/// insert_made counts an insertion of `vsize` bytes, whatever becomes of it, and puts `pair` into the table, out of its
-/// guard. The table must be taking items as they are, by a copy_switch to cslist_copy_nop. False, with the guard as it
-/// was, when there is no pair or memory fails.
-bool insert_made(SOIF *object, avpair_ptr &pair, int32_t vsize) noexcept;
+/// insert_made counts an insertion of `vsize` bytes, whatever becomes of it, and puts `pair` into the table under
+/// `key`, out of its guard. The table must be taking items as they are, by a copy_switch to cslist_copy_nop. False,
+/// with the guard as it was, when there is no pair or memory fails.
+bool insert_made(SOIF *object, const char *key, avpair_ptr &pair, int32_t vsize) noexcept;
 
 /// is_numbered_instance tells whether `attribute` is `base`, a hyphen and a decimal number.
 bool is_numbered_instance(std::string_view base, std::string_view attribute) noexcept;

@@ -81,7 +81,7 @@ class Parser {
     if (!bytes || !input_.read(bytes.get(), size)) return false;
     bytes.get()[size] = '\0';
     soif::avpair_ptr pair = soif::make_avpair(name, bytes, vsize);
-    return soif::insert_made(object, pair, vsize);
+    return pair && soif::insert_made(object, pair->attribute, pair, vsize);
   }
 
   bool is_wanted(std::string_view name) const noexcept {

@@ -99,6 +99,16 @@ TEST_F(Pair, ACopyThatUsesTheValueHasTheSamePointer) {
   pair->value = nullptr;  // it is the copy's now
 }
 
+TEST_F(Pair, ACopyThatUsesANullValueHasNone) {
+  const AVPair nothing{const_cast<char *>("title"), nullptr, 0}, no_bytes{const_cast<char *>("title"), nullptr, 5};
+  const pair_ptr copy = as_pair(avpair_copy_useval(&nothing));
+  ASSERT_TRUE(copy);
+  EXPECT_STREQ(copy->attribute, "title");
+  EXPECT_EQ(copy->value, nullptr);
+  EXPECT_EQ(copy->vsize, 0);
+  EXPECT_EQ(avpair_copy_useval(&no_bytes), nullptr) << "a size without a value";
+}
+
 TEST_F(Pair, ACopyThatFailsLeavesTheValueAlone) {
   const pair_ptr pair = make("title", "Hello", 5);
   for (long failing = 1; failing <= 2; ++failing) {
@@ -248,6 +258,14 @@ TEST_F(Object, InsertionWithoutACopyOwnsTheValue) {
   EXPECT_EQ(object->attrs->buckets[0]->copy, avpair_copy);
 }
 
+TEST_F(Object, InsertionWithoutACopyTakesANullValueOfSizeZero) {
+  const soif_ptr object = make_soif("FILE", "/a");
+  EXPECT_EQ(soif_insert_nocopy(object.get(), "title", nullptr, 0), 0);
+  ASSERT_NE(soif_find(object.get(), "title"), nullptr);
+  EXPECT_EQ(soif_findval(object.get(), "title"), nullptr);
+  EXPECT_EQ(object->attr_count, 1);
+}
+
 void *copy_in_capitals(const void *item) {
   const AVPair shouted{const_cast<char *>("SHOUTED"), static_cast<const AVPair *>(item)->value,
                        static_cast<const AVPair *>(item)->vsize};
@@ -263,6 +281,26 @@ TEST_F(Object, InsertionGoesThroughTheTablesCopyFunction) {
   EXPECT_EQ(soif_insert_nocopy(object.get(), "author", host_strdup("Me"), 2), 0);
   EXPECT_EQ(value_of(object, "author"), "Me");
   EXPECT_EQ(object->attrs->copy, copy_in_capitals);
+}
+
+TEST_F(Object, InsertionHashesTheNameThatWasGiven) {
+  const soif_ptr object = make_soif("FILE", "/a");
+  const uint32_t given = cshashtable_hf_default("title"), stored = cshashtable_hf_default("SHOUTED");
+  ASSERT_NE(given % 23, stored % 23);
+  cshashtable_set_copy(object->attrs, copy_in_capitals);
+  EXPECT_EQ(insert(object, "title", "Hello"), 0);
+  EXPECT_NE(cshashtable_findhv(object->attrs, "SHOUTED", given), nullptr);
+  EXPECT_EQ(cshashtable_findhv(object->attrs, "SHOUTED", stored), nullptr);
+}
+
+void *copy_nothing(const void *) { return nullptr; }
+
+TEST_F(Object, AnInsertionWhoseCopyFailsStoresNothing) {
+  const soif_ptr object = make_soif("FILE", "/a");
+  cshashtable_set_copy(object->attrs, copy_nothing);
+  EXPECT_EQ(insert(object, "title", "Hello"), 1);
+  EXPECT_TRUE(attributes_of(object.get()).empty());
+  EXPECT_EQ(object->attrs->copy, copy_nothing);
 }
 
 TEST_F(Object, AFailedInsertionIsCountedAllTheSame) {
