@@ -47,7 +47,7 @@ typedef struct SOIFBuffer {
   char *data;
   int32_t length;       /* bytes in use, without the NUL */
   int32_t reserved;     /* 0 */
-  int32_t size;         /* bytes that `data` has room for */
+  int32_t size;         /* bytes of `data`: more than `length`, or as many when `initial_size` is 0 */
   int32_t initial_size; /* as given at creation */
 } SOIFBuffer;
 

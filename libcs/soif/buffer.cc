@@ -5,8 +5,11 @@
 
 namespace {
 
-/// block_size is one byte more than a buffer's size says: the place of the NUL in a buffer created with size 0.
-size_t block_size(int32_t size) { return static_cast<size_t>(size) + 1; }
+/// block_size returns what a buffer of a size takes. Growth keeps the text shorter than the buffer, but not where it
+/// began with size 0: there the NUL needs a place of its own.
+size_t block_size(const SOIFBuffer &buffer, int32_t size) {
+  return static_cast<size_t>(size) + (buffer.initial_size == 0 ? 1 : 0);
+}
 
 }  // namespace
 
@@ -15,7 +18,7 @@ char *soif_buffer_create(int32_t initial_size, SOIFBuffer **out) noexcept {
   soif_buffer_ptr buffer(host_new<SOIFBuffer>().release());
   if (!buffer) return nullptr;
   buffer->size = buffer->initial_size = initial_size > 0 ? initial_size : 0;
-  buffer->data = static_cast<char *>(host_alloc(block_size(buffer->size)));
+  buffer->data = static_cast<char *>(host_alloc(block_size(*buffer, buffer->size)));
   if (buffer->data == nullptr) return nullptr;
   *out = buffer.release();
   return (*out)->data;
@@ -23,7 +26,7 @@ char *soif_buffer_create(int32_t initial_size, SOIFBuffer **out) noexcept {
 
 char *soif_buffer_increase(SOIFBuffer *b, int32_t n) noexcept {
   if (n < 0 || n > std::numeric_limits<int32_t>::max() - b->size) return nullptr;
-  auto *data = static_cast<char *>(host_realloc(b->data, block_size(b->size + n)));
+  auto *data = static_cast<char *>(host_realloc(b->data, block_size(*b, b->size + n)));
   if (data == nullptr) return nullptr;
   b->size += n;
   return b->data = data;

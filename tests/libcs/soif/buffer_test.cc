@@ -1,6 +1,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 #include <libcs/soif.h>
@@ -108,20 +109,57 @@ TEST_F(Buffer, IncreasingPastTheLimitOrBackwardsIsRefused) {
   EXPECT_EQ(buffer->size, 4);
 }
 
-size_t asked = 0;
+/// The sizes that the host was asked for.
+std::vector<size_t> asked;
+
+void *recording_alloc(size_t n) {
+  asked.push_back(n);
+  return support::memory_host().alloc(n);
+}
 void *recording_realloc(void *p, size_t n) {
-  asked = n;
+  asked.push_back(n);
+  return support::memory_host().realloc(p, n);
+}
+void *recording_realloc_of_nothing(void *p, size_t n) {
+  asked.push_back(n);
   return p;  // nobody writes there
 }
 
-TEST_F(Buffer, IncreasesUpToTheLimit) {
-  const soif_buffer_ptr buffer = make(4);
+class BufferBlock : public Buffer {
+ protected:
+  BufferBlock() {
+    asked.clear();
+    recording.alloc = recording_alloc;
+    recording.realloc = recording_realloc;
+    qxapi_bind(&recording);
+  }
   qxapi_host recording = support::memory_host();
-  recording.realloc = recording_realloc;
+};
+
+TEST_F(BufferBlock, IsAsLargeAsTheSizeSays) {
+  const soif_buffer_ptr buffer = make(8);
+  soif_buffer_append(buffer.get(), "abcdefg", 7);
+  soif_buffer_append(buffer.get(), "h", 1);
+  soif_buffer_append(buffer.get(), "ijklm", 5);
+  EXPECT_EQ(asked, (std::vector<size_t>{sizeof(SOIFBuffer), 8, 9, 14}));
+  EXPECT_EQ(text(buffer), "abcdefghijklm\0"s);
+}
+
+TEST_F(BufferBlock, OfABufferCreatedWithSizeZeroHasAPlaceForTheNul) {
+  const soif_buffer_ptr buffer = make(0);
+  soif_buffer_append(buffer.get(), "abc", 3);
+  soif_buffer_append(buffer.get(), "d", 1);
+  EXPECT_EQ(asked, (std::vector<size_t>{sizeof(SOIFBuffer), 1, 4, 5}));
+  EXPECT_EQ(text(buffer), "abcd\0"s);
+}
+
+TEST_F(BufferBlock, GrowsUpToTheLimit) {
+  const soif_buffer_ptr buffer = make(4);
+  recording.realloc = recording_realloc_of_nothing;
   qxapi_bind(&recording);
   EXPECT_EQ(soif_buffer_increase(buffer.get(), INT32_MAX - 4), buffer->data);
   EXPECT_EQ(buffer->size, INT32_MAX);
-  EXPECT_EQ(asked, size_t{INT32_MAX} + 1) << "with the place of the NUL";
+  EXPECT_EQ(asked.back(), size_t{INT32_MAX});
   EXPECT_EQ(soif_buffer_increase(buffer.get(), 1), nullptr);
 }
 
