@@ -49,7 +49,7 @@ char *schema_translate_alljoin(const char *tblcols) noexcept {
   const int32_t count = schema_systables(tblcols, &array);
   const host_ptr<char *> tables(array);
   if (count == 0) return nullptr;
-  QX_REQUIRE(_schema_root_table[0] != '\0', "schema", "the schema has a root table");
+  QX_REQUIRE(_schema_has_root_table, "schema", "the schema has a root table");
   join.clear();
   for (const std::string_view table : std::span(array, static_cast<size_t>(count)))
     if (table != _schema_root_table &&

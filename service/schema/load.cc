@@ -68,8 +68,9 @@ bool read_names(const Group &group, Names &names) {
 }
 
 void note_root_table(const Names &names) {
-  if (_schema_root_table[0] == '\0' && std::strcmp(names.column, "id") == 0)
-    host_format(_schema_root_table, sizeof _schema_root_table, "%s", names.table);
+  if (_schema_has_root_table || std::strcmp(names.column, "id") != 0) return;
+  host_format(_schema_root_table, sizeof _schema_root_table, "%s", names.table);
+  _schema_has_root_table = true;
 }
 
 /// fill makes an entry of a group. False when memory fails.

@@ -8,6 +8,7 @@ Entry tc2soif[table_size];
 char _schema_name[name_size];
 char *_schema_systables[table_size];
 char _schema_root_table[SCHEMA_TEXT_SIZE];
+bool _schema_has_root_table;
 
 namespace {
 

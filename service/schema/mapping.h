@@ -26,8 +26,10 @@ extern Entry tc2soif[table_size];
 extern char _schema_name[name_size];
 /// System tables in the order in which the entries first name them; a null ends them.
 extern char *_schema_systables[table_size];
-/// Empty until an SDL names a root table; never cleared, so that a later load keeps it.
+/// The root table and whether an SDL has named one, be it by an empty name. Never cleared, so that a later load keeps
+/// it.
 extern char _schema_root_table[SCHEMA_TEXT_SIZE];
+extern bool _schema_has_root_table;
 
 /// clear releases everything but the root table.
 void clear() noexcept;

@@ -51,7 +51,7 @@ class Sdl {
 /// The translator, empty and without a root table at the beginning of each test.
 class Schema : public support::HostTest {
  protected:
-  Schema() { schema::_schema_root_table[0] = '\0'; }
+  Schema() { schema::_schema_has_root_table = false; }
   void TearDown() override {
     schema::clear();
     HostTest::TearDown();
@@ -212,6 +212,11 @@ TEST_F(Schema, ASecondLoadKeepsTheFirstRootTable) {
 TEST_F(Schema, TheRootTableIsTheFirstWithAColumnCalledId) {
   load(Sdl().map("a", "upper", "ID").map("b", "one", "id").map("c", "two", "id"));
   EXPECT_EQ(join(nullptr), " AND one.id = upper.docid  AND one.id = two.docid ");
+}
+
+TEST_F(Schema, TheNameOfTheRootTableMayBeEmpty) {
+  load(Sdl().map("a", "", "id").map("b", "docs", "id"));
+  EXPECT_EQ(join(nullptr), " AND .id = docs.docid ");
 }
 
 TEST_F(Schema, TerminationReleasesNothing) {
@@ -426,13 +431,13 @@ TEST_F(Schema, ListsOfColumnsAreLimited) {
   for (int i = 0; i < 10; ++i) {
     const std::string name(1, static_cast<char>('a' + i));
     sdl.map(name, table, std::string(16, 'c') + name);  // 818 bytes and a comma
-    list += "," + name;
+    list += name + ",";
   }
-  sdl.map("fits", "t", "ccc").map("exceeds", "t", "cccc");
-  ASSERT_EQ(load(sdl), 0);
-  EXPECT_EQ(rdbms(list.c_str()).size(), 8189u);
-  EXPECT_EQ(rdbms((list + ",exceeds").c_str()), "(null)");
-  EXPECT_EQ(diagnostics.text(), "ERROR: List of columns too long for SOIF-Attributes: '" + list + ",exceeds'\n");
+  ASSERT_EQ(load(sdl.map("fits", "", "").map("exceeds", "t", "")), 0);  // "." and "t.", after 8190 bytes
+  EXPECT_EQ(rdbms((list + "fits").c_str()).size(), 8191u);
+  EXPECT_EQ(diagnostics.raw(), "");
+  EXPECT_EQ(rdbms((list + "exceeds").c_str()), "(null)");
+  EXPECT_EQ(diagnostics.text(), "ERROR: List of columns too long for SOIF-Attributes: '" + list + "exceeds'\n");
 }
 
 TEST_F(Schema, ListsNeedMemory) {
