@@ -24,7 +24,7 @@ using boost::system::error_code;
 
 /// Clients beyond the connection limit that are told so; further ones are cut off.
 constexpr std::size_t turned_away_limit = 64;
-/// How long accepting rests when the process has no descriptor left.
+/// How long accepting rests when the process has no descriptor or no memory left.
 constexpr Duration accept_rest{100};
 
 struct HostPort {
@@ -98,6 +98,7 @@ void Server::listen() {
     acceptor_.set_option(io::Acceptor::reuse_address(true));
     acceptor_.bind(endpoint);
     acceptor_.listen();
+    acceptor_.non_blocking(true);
   } catch (const boost::system::system_error &error) {
     throw std::runtime_error("cannot listen on " + settings_.listen + ": " + error.code().message());
   }
@@ -114,12 +115,22 @@ bool Server::run() {
     await_signal();
     accept();
   });
-  std::vector<std::thread> threads;
-  for (int i = 1; i < settings_.threads; ++i) threads.emplace_back([this] { work(); });
+  std::vector<std::thread> threads = start_threads();
   work();
   for (std::thread &thread : threads) thread.join();
   running_ = false;
   return service_.stop(settings_.limits.shutdown);
+}
+
+/// start_threads starts the threads beside this one, as many of them as the system has.
+std::vector<std::thread> Server::start_threads() {
+  std::vector<std::thread> threads;
+  try {
+    for (int i = 1; i < settings_.threads; ++i) threads.emplace_back([this] { work(); });
+  } catch (const std::exception &error) {
+    errors_.warn(std::string("a thread cannot be started: ") + error.what());
+  }
+  return threads;
 }
 
 /// work runs the I/O of this thread to its end. What fails for want of memory costs the connection it happened on.
@@ -137,13 +148,24 @@ void Server::work() {
 /* ---- Accepting ---- */
 
 void Server::accept() {
-  acceptor_.async_accept(boost::asio::make_strand(context_), [this](const error_code &error, io::Socket socket) {
+  // Only the waiting is left to the I/O: a client that it accepted and then had no memory for would be the last.
+  acceptor_.async_wait(io::Acceptor::wait_read, [this](const error_code &) {
     if (stopping_) return;
-    if (error && error != boost::asio::error::connection_aborted) return pause_accepting();
-    // First, so that memory which fails for this client costs no later one.
-    accept();
-    if (!error) accepted(std::move(socket));
+    take_client() ? accept() : pause_accepting();
   });
+}
+
+/// take_client accepts a client if one still waits. False when there is no descriptor or no memory for it.
+bool Server::take_client() {
+  try {
+    error_code error;
+    io::Socket socket = acceptor_.accept(boost::asio::make_strand(context_), error);
+    if (!error) accepted(std::move(socket));
+    return !error || error == boost::asio::error::would_block || error == boost::asio::error::connection_aborted;
+  } catch (const std::exception &error) {
+    errors_.error(std::string("a connection failed: ") + error.what());
+    return false;
+  }
 }
 
 void Server::pause_accepting() {

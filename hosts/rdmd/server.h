@@ -6,6 +6,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <unordered_map>
 #include <vector>
 
@@ -48,8 +49,10 @@ class Server {
 
  private:
   void work();
+  std::vector<std::thread> start_threads();
   void listen();
   void accept();
+  bool take_client();
   void accepted(io::Socket socket);
   void admit(const std::shared_ptr<Connection> &connection);
   void pause_accepting();

@@ -19,7 +19,7 @@ namespace {
 /// A server within the test program. It has nothing to serve, and says so.
 class HostMemory : public ::testing::Test {
  protected:
-  HostMemory() {
+  void start() {
     thread_ = std::thread([this] { EXPECT_TRUE(server_.run()); });
   }
   ~HostMemory() override {
@@ -37,6 +37,9 @@ class HostMemory : public ::testing::Test {
     return std::stoi(address.substr(address.rfind(':') + 1));
   }
 
+  void expect_service() const { EXPECT_EQ(support::http_get(port(), "/").body, "There is no such resource here.\n"); }
+  std::string errors() const { return support::read_file(folder_.path("errors")); }
+
   const support::TemporaryFolder folder_;
   const rdmd::Settings settings_ = settings();
   rdmd::ErrorLog errors_{folder_.path("errors")};
@@ -49,15 +52,40 @@ class HostMemory : public ::testing::Test {
 TEST_F(HostMemory, AClientThatThereIsNoMemoryForIsTheOnlyOneLost) {
   // The server waited for the next client only when it had taken in the one before: the first that it had no memory for
   // was the last that it ever heard of.
+  start();
   {
     const support::RefusedNew connection(sizeof(rdmd::Connection), sizeof(rdmd::Connection) + 64);
     support::HttpClient unlucky(port());
     EXPECT_TRUE(unlucky.ended());
     EXPECT_TRUE(connection.done());
   }
-  EXPECT_EQ(support::http_get(port(), "/").body, "There is no such resource here.\n");
-  const std::string log = support::read_file(folder_.path("errors"));
-  EXPECT_NE(log.find("[error] rdmd: a connection failed: std::bad_alloc\n"), std::string::npos) << log;
+  expect_service();
+  EXPECT_NE(errors().find("[error] rdmd: a connection failed: std::bad_alloc\n"), std::string::npos) << errors();
+}
+
+TEST_F(HostMemory, AClientThatCannotBeAcceptedYetWaits) {
+  start();
+  const int port = this->port();
+  support::HttpClient idle(port);
+  idle.send("GET / HTTP/1.1\r\nHost: h\r\n\r\n");
+  EXPECT_EQ(idle.receive().status, 404);
+  const support::RefusedNew any(1, 1000);
+  support::HttpClient client(port);
+  EXPECT_TRUE(support::eventually([&] { return any.done(); }));
+  client.send("GET / HTTP/1.0\r\n\r\n");
+  EXPECT_EQ(client.receive().status, 404);
+  EXPECT_NE(errors().find("[error] rdmd: a connection failed: std::bad_alloc\n"), std::string::npos) << errors();
+}
+
+TEST_F(HostMemory, AThreadThatThereIsNoMemoryForIsDoneWithout) {
+  {
+    const support::RefusedNew place(sizeof(std::thread), sizeof(std::thread));
+    start();
+    EXPECT_TRUE(support::eventually([&] { return place.done(); }));
+  }
+  expect_service();
+  EXPECT_NE(errors().find("[warning] rdmd: a thread cannot be started: std::bad_alloc\n"), std::string::npos)
+      << errors();
 }
 
 }  // namespace
