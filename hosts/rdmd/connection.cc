@@ -1,5 +1,7 @@
 #include "hosts/rdmd/connection.h"
 
+#include <poll.h>
+
 #include <algorithm>
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/post.hpp>
@@ -28,6 +30,15 @@ std::string client_address(const io::Socket &socket) {
   if (address.is_v6() && address.to_v6().is_v4_mapped())
     return boost::asio::ip::make_address_v4(boost::asio::ip::v4_mapped, address.to_v6()).to_string();
   return address.to_string();
+}
+
+/// is_broken tells whether a connection is reset, or shut in both directions. A client that has only finished sending
+/// still waits for its answer.
+bool is_broken(io::Socket &socket) {
+  struct pollfd state {
+    socket.native_handle(), 0, 0
+  };
+  return ::poll(&state, 1, 0) > 0;
 }
 
 }  // namespace
@@ -152,7 +163,7 @@ void Connection::read_head() {
 
 void Connection::begin_request(RequestHead head) {
   head_ = std::move(head);
-  // 503 stands where the server stops before it has answered.
+  // 503 stands where the server stops, or the client goes, before there is an answer.
   entry_ = AccessEntry{client_,
                        std::time(nullptr),
                        head_.line,
@@ -207,8 +218,9 @@ void Connection::body_lost() {
 void Connection::call_plugin() {
   disarm();
   enter(State::service);
+  watch_client();
   server_.service().post([self = shared_from_this(), this]() mutable {
-    const hosts::Outcome outcome = hosts::serve(server_.plugin(), *exchange_);
+    const hosts::Outcome outcome = serve();
     // The thread of the plug-in lets go of the connection, so that it ends where its socket and timers are served.
     boost::asio::post(socket_.get_executor(), [self = std::move(self), this, outcome] {
       if (state_ == State::service) deliver(outcome);
@@ -216,7 +228,24 @@ void Connection::call_plugin() {
   });
 }
 
+/// watch_client closes the connection when its client resets it: nobody waits for the answer any more. The request
+/// alone keeps the connection meanwhile, so that both go together where the plug-in's thread fails.
+void Connection::watch_client() {
+  socket_.async_wait(io::Socket::wait_error, [weak = weak_from_this(), this, epoch = epoch_](const error_code &) {
+    const auto self = weak.lock();
+    if (self && epoch == epoch_ && is_broken(socket_)) close();
+  });
+}
+
+/// serve runs on the plug-in's thread.
+hosts::Outcome Connection::serve() {
+  if (state_ == State::closed) return hosts::Outcome::silent;
+  return hosts::serve(server_.plugin(), *exchange_);
+}
+
 void Connection::deliver(hosts::Outcome outcome) {
+  error_code ignored;
+  socket_.cancel(ignored);
   if (outcome == hosts::Outcome::not_handled) return answer_text(404, "There is no such resource here.\n");
   if (outcome == hosts::Outcome::silent) return fail("the plug-in sent no answer");
   if (outcome == hosts::Outcome::broken) return fail("memory or files failed while a request was answered");

@@ -2,7 +2,8 @@
 ///
 /// All members but idle_since run on the connection's own strand. A request is read whole before it is queued for the
 /// plug-in's thread, and its answer is sent after the plug-in has returned; meanwhile nothing is read, so that a client
-/// which sends faster than it is answered waits in its own socket.
+/// which sends faster than it is answered waits in its own socket. One that resets its connection meanwhile ends it,
+/// and a request that has not had its turn by then is not handed to the plug-in.
 #ifndef HOSTS_RDMD_CONNECTION_H
 #define HOSTS_RDMD_CONNECTION_H
 
@@ -65,6 +66,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void send_continue();
   void body_lost();
   void call_plugin();
+  void watch_client();
+  hosts::Outcome serve();
   void deliver(hosts::Outcome outcome);
   void fail(const std::string &reason);
 
@@ -93,9 +96,9 @@ class Connection : public std::enable_shared_from_this<Connection> {
   Server &server_;
   io::Socket socket_;
   io::Timer timer_;
-  State state_ = State::idle;
-  std::uint64_t epoch_ = 0;        // of the state: completions of an earlier one are ignored
-  std::uint64_t timer_epoch_ = 0;  // likewise of the deadline in force
+  std::atomic<State> state_ = State::idle;  // changed on the strand alone; the plug-in's thread reads it
+  std::uint64_t epoch_ = 0;                 // of the state: completions of an earlier one are ignored
+  std::uint64_t timer_epoch_ = 0;           // likewise of the deadline in force
   std::atomic<std::int64_t> idle_since_ = 0;
   io::Clock::time_point last_sent_ = io::Clock::now();
   std::string client_;

@@ -1,6 +1,9 @@
 /// How requests are framed, follow each other on a connection, and are refused.
 
+#include <fcntl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <string>
 #include <thread>
@@ -14,6 +17,11 @@ using support::HttpClient;
 using support::HttpResponse;
 
 class HostConnection : public support::ServerTest {};
+
+void reset_at_close(const HttpClient &client) {
+  const struct linger at_once { 1, 0 };
+  ::setsockopt(client.descriptor(), SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
+}
 
 TEST_F(HostConnection, StaysOpenBetweenRequests) {
   start();
@@ -176,13 +184,36 @@ TEST_F(HostConnection, AClientThatResetsItWhileItIsAnsweredIsGivenUp) {
     HttpClient client(port_, false, 65536);
     client.send(get("/rdm/big?8000000"));
     EXPECT_TRUE(client.readable(support::patience));
-    const struct linger at_once { 1, 0 };
-    ::setsockopt(client.descriptor(), SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
+    reset_at_close(client);
   }
   const std::string log = await_access(1);
   EXPECT_NE(log.find("\"GET /rdm/big?8000000 HTTP/1.1\" 200 "), std::string::npos) << log;
   EXPECT_EQ(log.find(" 200 8000000 "), std::string::npos) << log;
   EXPECT_EQ(support::http_get(port_, "/rdm/fast").body, "fast\n");
+}
+
+TEST_F(HostConnection, TheRequestOfAClientThatResetsItIsNotHandedToThePlugin) {
+  start();
+  const std::string pipe = folder_.path("pipe");
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  HttpClient busy(port_);
+  busy.send(get("/rdm/file?" + pipe));  // waits until the pipe is opened for writing
+  ASSERT_TRUE(support::eventually([&] { return called("service /rdm/file"); }));
+  HttpClient half_closed(port_);
+  half_closed.send(get("/rdm/fast"));
+  half_closed.finish_sending();
+  {
+    HttpClient client(port_);
+    client.send(get("/nowhere") + get("/rdm/echo"));
+    EXPECT_EQ(client.receive().status, 404);
+    reset_at_close(client);
+  }
+  EXPECT_NE(await_access(2).find("\"GET /rdm/echo HTTP/1.1\" 503 - "), std::string::npos) << access();
+  ::close(::open(pipe.c_str(), O_WRONLY));
+  EXPECT_EQ(busy.receive().status, 200);
+  EXPECT_EQ(half_closed.receive().body, "fast\n");
+  EXPECT_EQ(support::http_get(port_, "/rdm/fast").body, "fast\n");
+  EXPECT_FALSE(called("type /rdm/echo"));
 }
 
 TEST_F(HostConnection, ABodyForNobodyIsNotWaitedFor) {
