@@ -1,6 +1,7 @@
 #include "tools/minidba/soif_scan.h"
 
 #include <string_view>
+#include <vector>
 
 #include "libcs/soif/input.h"
 #include "qxapi/ascii.h"
@@ -34,23 +35,56 @@ void seek(FILE *file, int64_t offset, int whence) {
   if (::fseeko(file, offset, whence) != 0) throw system_failure("cannot read the input");
 }
 
-/// Scan goes through an object as the parser does.
-class Scan {
+int64_t tell(FILE *file) {
+  const int64_t offset = ::ftello(file);
+  if (offset == -1) throw system_failure("cannot read the input");
+  return offset;
+}
+
+using DeadEnds = std::unordered_map<int64_t, std::string>;
+
+/// How far it is between the places that are remembered, in blanks or attributes. Objects as they should be have fewer.
+constexpr int64_t blanks_apart = 4096;
+constexpr int attributes_apart = 64;
+
+/// ObjectScan goes through an object as the parser does.
+class ObjectScan {
  public:
-  Scan(FILE *file, int64_t size) : file_(file), size_(size), input_(file) {}
+  ObjectScan(FILE *file, int64_t size, const DeadEnds &dead_ends)
+      : file_(file), size_(size), dead_ends_(dead_ends), input_(file) {}
 
   std::string object() {
     if (!header()) return no_object;
-    for (;;) {
-      const int c = next_other(is_space);
+    for (int count = 1;; ++count) {
+      if (pass_blanks() || is_dead_end(count % attributes_apart == 0)) return dead_ends_.at(place_);
+      const int c = input_.next();
       if (c == soif::end_of_input) return "not closed";
       if (c == '}') return {};
       input_.back_up(c);
       if (std::string fault = attribute(); !fault.empty()) return fault;
     }
   }
+  /// places returns where the scan has been, for others to be warned of.
+  const std::vector<int64_t> &places() const { return places_; }
 
  private:
+  /// is_dead_end says whether a scan before this one has been at the place, and may keep it for those after this.
+  bool is_dead_end(bool is_kept) {
+    if (is_kept) places_.push_back(place_);
+    return dead_ends_.count(place_) != 0;
+  }
+
+  /// pass_blanks goes to the place where an attribute begins; true at a dead end on the way.
+  bool pass_blanks() {
+    for (place_ = tell(file_);; ++place_) {
+      if (place_ % blanks_apart == 0 && is_dead_end(true)) return true;
+      const int c = input_.next();
+      if (is_space(c)) continue;
+      input_.back_up(c);
+      return false;
+    }
+  }
+
   bool header() {
     if (!input_.skip_past('@') || !input_.token(is_space, buffer_)) return false;
     input_.back_up(next_other([](int c) { return ascii::is_space(c) || c == '{'; }));
@@ -72,7 +106,7 @@ class Scan {
     const int32_t size = ascii::to_int32(*digits);
     input_.next();
     if (size < 0 || input_.next() != ':' || input_.next() != '\t') return false;
-    if (::ftello(file_) + int64_t{size} > size_) return false;
+    if (tell(file_) + size > size_) return false;
     seek(file_, size, SEEK_CUR);
     return true;
   }
@@ -86,15 +120,22 @@ class Scan {
 
   FILE *file_;
   int64_t size_;
+  const DeadEnds &dead_ends_;
   soif::file_input input_;
+  std::vector<int64_t> places_;
+  int64_t place_ = 0;
   char buffer_[soif::token_limit];
 };
 
 }  // namespace
 
-std::string fault_of(FILE *file, int64_t size, int64_t offset) {
-  seek(file, offset, SEEK_SET);
-  return Scan(file, size).object();
+std::string SoifScan::fault_of(int64_t offset) {
+  seek(file_, offset, SEEK_SET);
+  ObjectScan scan(file_, size_, dead_ends_);
+  std::string fault = scan.object();
+  if (!fault.empty())
+    for (const int64_t place : scan.places()) dead_ends_.emplace(place, fault);
+  return fault;
 }
 
 }  // namespace minidba

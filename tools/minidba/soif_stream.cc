@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "tools/minidba/failure.h"
-#include "tools/minidba/soif_scan.h"
 
 namespace minidba {
 namespace {
@@ -40,6 +39,7 @@ SoifStream::SoifStream(int input, const std::string &beside, const Copied &copie
   struct stat status;
   if (!file_ || ::fstat(fd, &status) != 0) throw system_failure("cannot read the input");
   size_ = status.st_size;
+  scan_.emplace(file_.get(), size_);
 }
 
 /// find_object returns the offset of the next "@", which after a malformed object must begin a line.
@@ -64,7 +64,7 @@ void SoifStream::check_readable() const {
 
 /// read_object reads the object whose "@" is at `start`.
 SoifStream::Item SoifStream::read_object(int64_t start) {
-  Item item{++number_, start, start, nullptr, fault_of(file_.get(), size_, start)};
+  Item item{++number_, start, start, nullptr, scan_->fault_of(start)};
   check_readable();
   if (!item.reason.empty()) return item;
   if (::fseeko(file_.get(), start, SEEK_SET) != 0) throw system_failure("cannot read the input");

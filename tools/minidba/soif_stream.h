@@ -11,6 +11,7 @@
 
 #include "libcs/guard.h"
 #include "tools/minidba/files.h"
+#include "tools/minidba/soif_scan.h"
 
 namespace minidba {
 
@@ -48,6 +49,7 @@ class SoifStream {
     void operator()(FILE *file) const { std::fclose(file); }
   };
   std::unique_ptr<FILE, close_file> file_;
+  std::optional<SoifScan> scan_;
   int64_t size_ = 0;
   int64_t position_ = 0;
   int64_t number_ = 0;
