@@ -1,25 +1,18 @@
 #include "tools/minidba/catalog.h"
 
-#include <algorithm>
-
 #include "tools/minidba/failure.h"
 #include "tools/minidba/record.h"
 
 namespace minidba {
-namespace {
-
-/// later returns the later of two next numbers, of which 0 is the last.
-uint32_t later(uint32_t a, uint32_t b) { return a == 0 || b == 0 ? 0 : std::max(a, b); }
-
-}  // namespace
 
 Catalog::Catalog(std::string database, Absent absent) : path_(std::move(database)) {
+  if (absent == Absent::assumed) return;
   if (!status_of(path_)) {
     if (absent == Absent::error) throw Failure("not there: " + path_);
     return;
   }
   table_.emplace(path_);
-  urls_ = UrlMap::open(path_, map_obstacle_);
+  urls_ = UrlMap::open(*table_, map_obstacle_);
 }
 
 std::optional<std::string> Catalog::get(uint32_t number) const {
@@ -95,10 +88,10 @@ void Catalog::renew_url_map(const Lock &) {
   UrlItems items(path_);
   each_url([&](std::string_view url, uint32_t number) { items.add(url, number); });
   Snapshot snapshot(UrlMap::path_for(path_));
-  items.write(snapshot, path_, free_number());
+  items.write(snapshot, table_->file(), free_number());
   snapshot.sync();
   snapshot.commit();
-  urls_ = UrlMap::open(path_, map_obstacle_);
+  urls_ = UrlMap::open(*table_, map_obstacle_);
 }
 
 }  // namespace minidba

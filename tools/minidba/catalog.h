@@ -10,12 +10,14 @@
 
 #include "tools/minidba/files.h"
 #include "tools/minidba/hash_table.h"
+#include "tools/minidba/lock.h"
 #include "tools/minidba/url_map.h"
 
 namespace minidba {
 
-/// What opening a catalog that is not there does.
-enum class Absent { error, empty };
+/// What opening a catalog that is not there does. Where it is assumed not to be there, what is there is not looked at:
+/// a commit replaces it, sound or damaged.
+enum class Absent { error, empty, assumed };
 
 /// Catalog is a snapshot open for reading. The file it opened stays readable when another takes its place. Reading
 /// needs neither the lock nor permission to write; what is damaged is a Failure that names the file.

@@ -1,5 +1,6 @@
 #include "tools/minidba/commit.h"
 
+#include "tools/minidba/failure.h"
 #include "tools/minidba/hash_editor.h"
 #include "tools/minidba/record.h"
 
@@ -42,15 +43,14 @@ class Texts {
 };
 
 /// edit_database returns whether the next snapshot could be made of the old one.
-bool edit_database(const Catalog &catalog, const Changes &changes, const std::string &path, Stamp stamp) {
+bool edit_database(const Catalog &catalog, const Changes &changes, const File &file, Stamp stamp) {
   if (!catalog.exists()) return false;
   std::vector<Item> items;
   changes.each_number([&](const Change &change) { items.push_back(item_of(change)); });
-  return edit_hash_file(catalog.table(), path, items, Texts(catalog, changes), stamp);
+  return edit_hash_file(catalog.table(), file, items, Texts(catalog, changes), stamp);
 }
 
-void write_database(const Catalog &catalog, const Changes &changes, const std::string &path, Stamp stamp,
-                    const Watch &watch) {
+void write_database(const Catalog &catalog, const Changes &changes, const File &file, Stamp stamp, const Watch &watch) {
   std::vector<Item> items;
   catalog.each([&](uint32_t number, std::string_view record) {
     if (changes.of_number(number) != nullptr) return;
@@ -62,7 +62,7 @@ void write_database(const Catalog &catalog, const Changes &changes, const std::s
   });
   int64_t total = 0;
   for (const Item &item : items) total += int64_t{item.key_size} + item.value_size;
-  write_hash_file(path, items, Texts(catalog, changes), stamp, [&](int64_t, int64_t bytes) { watch(bytes, total); });
+  write_hash_file(file, items, Texts(catalog, changes), stamp, [&](int64_t, int64_t bytes) { watch(bytes, total); });
 }
 
 /// differs says whether a change puts another number behind its URL than the old map has.
@@ -70,7 +70,7 @@ bool differs(const UrlMap &old, const Changes &changes, const Change &change) {
   return is_erased(change) || old.number_of(changes.url(change)) != change.number;
 }
 
-bool edit_urls(const UrlMap &old, const Changes &changes, const std::string &path, Stamp stamp) {
+bool edit_urls(const UrlMap &old, const Changes &changes, const File &file, Stamp stamp) {
   std::vector<Item> items;
   changes.each_url([&](const Change &change) {
     if (differs(old, changes, change))
@@ -83,10 +83,10 @@ bool edit_urls(const UrlMap &old, const Changes &changes, const std::string &pat
     const std::string_view bytes = text;
     return Record{bytes.substr(0, item.key_size), bytes.substr(item.key_size)};
   };
-  return edit_hash_file(old.table(), path, items, fetch, stamp);
+  return edit_hash_file(old.table(), file, items, fetch, stamp);
 }
 
-void write_urls(const Catalog &catalog, const Changes &changes, const Snapshot &snapshot, const std::string &database,
+void write_urls(const Catalog &catalog, const Changes &changes, const Snapshot &snapshot, const File &database,
                 uint32_t next_number) {
   UrlItems items(catalog.path());
   if (catalog.url_map() != nullptr)
@@ -99,11 +99,11 @@ void write_urls(const Catalog &catalog, const Changes &changes, const Snapshot &
   items.write(snapshot, database, next_number);
 }
 
-void publish(Snapshot &database, Snapshot &urls) {
+void publish(const Catalog &catalog, Snapshot &database, Snapshot &urls) {
   urls.sync();
   // The database first: a map that is behind is noticed and made anew, one that is ahead would be too.
   database.commit();
-  urls.commit();
+  after_replacing(catalog.path(), [&] { urls.commit(); });
 }
 
 }  // namespace
@@ -113,33 +113,33 @@ void commit(const Lock &lock, const Catalog &catalog, const Changes &changes, ui
   if (changes.empty() && catalog.exists() && next_number == catalog.next_number()) return;
   Snapshot database(catalog.path());
   const Stamp stamp{next_number, 0, {}};
-  const bool edited = edit_database(catalog, changes, database.path(), stamp);
-  if (!edited) write_database(catalog, changes, database.path(), stamp, watch);
+  const bool edited = edit_database(catalog, changes, database.file(), stamp);
+  if (!edited) write_database(catalog, changes, database.file(), stamp, watch);
   database.sync();
   const UrlMap *old = catalog.url_map();
   if (catalog.exists() && old == nullptr) {
     database.commit();
-    Catalog(catalog.path()).renew_url_map(lock);
+    after_replacing(catalog.path(), [&] { Catalog(catalog.path()).renew_url_map(lock); });
     return;
   }
   Snapshot urls(UrlMap::path_for(catalog.path()));
-  const Stamp map_stamp{next_number, 0, identity_of(database.path())};
-  if (!edited || !edit_urls(*old, changes, urls.path(), map_stamp))
-    write_urls(catalog, changes, urls, database.path(), next_number);
-  publish(database, urls);
+  const Stamp map_stamp{next_number, 0, identity_of(database.file())};
+  if (!edited || !edit_urls(*old, changes, urls.file(), map_stamp))
+    write_urls(catalog, changes, urls, database.file(), next_number);
+  publish(catalog, database, urls);
 }
 
 void rebuild_catalog(const Lock &, const Catalog &catalog, const Watch &watch) {
   const Changes nothing(catalog);
   const uint32_t next_number = catalog.free_number();
   Snapshot database(catalog.path());
-  write_database(catalog, nothing, database.path(), {next_number, 0, {}}, watch);
+  write_database(catalog, nothing, database.file(), {next_number, 0, {}}, watch);
   database.sync();
   UrlItems items(catalog.path());
   catalog.each_url([&](std::string_view url, uint32_t number) { items.add(url, number); });
   Snapshot urls(UrlMap::path_for(catalog.path()));
-  items.write(urls, database.path(), next_number);
-  publish(database, urls);
+  items.write(urls, database.file(), next_number);
+  publish(catalog, database, urls);
 }
 
 }  // namespace minidba

@@ -8,8 +8,9 @@ namespace minidba {
 
 /// commit makes the changes the catalog's state: the next snapshots of its database and URL map take the places of the
 /// old ones. `next_number` is the first that was never used. Where few records change, the files are copied and edited;
-/// else they are written anew. A catalog that is not there yet is made even without any change. Throws a Failure that
-/// leaves the old catalog as it is.
+/// else they are written anew. A catalog that is not there yet is made even without any change. A Failure
+/// leaves the old catalog as it is, unless it says that the database is replaced: then the changes are the catalog's
+/// state, and a map that is missing is made anew by the next writer.
 ///
 /// `watch` is told of work that was done, in bytes, and how many there are to do.
 using Watch = std::function<void(int64_t bytes, int64_t total)>;

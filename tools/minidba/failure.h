@@ -22,6 +22,17 @@ class SystemFailure : public Failure {
 /// system_failure returns a failure that ends with the text of errno: "what: No such file or directory".
 SystemFailure system_failure(const std::string &what);
 
+/// after_replacing does what is left to do when a file has been replaced. A failure then says so in front of its
+/// reason: who reads it must not take the old file for the one that is there.
+template <typename Step>
+void after_replacing(const std::string &path, Step step) {
+  try {
+    step();
+  } catch (const Failure &failure) {
+    throw Failure(path + " is replaced, but " + failure.what());
+  }
+}
+
 }  // namespace minidba
 
 #endif

@@ -1,7 +1,6 @@
 #include "tools/minidba/files.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,14 +15,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::string_view snapshot_suffix = ".new";
-constexpr std::string_view scratch_mark = ".scratch-";
 constexpr size_t copy_block = 1 << 20;
-
-std::string folder_of(const std::string &path) {
-  const std::string folder = fs::path(path).parent_path().string();
-  return folder.empty() ? "." : folder;
-}
 
 /// copy_range_inside returns how far the system could copy a run of bytes on its own; it does not know all files.
 int64_t copy_range_inside(const File &from, const File &to, int64_t offset, int64_t end) {
@@ -69,22 +61,12 @@ File make_scratch(const std::string &beside) {
   return File(std::move(file), name);
 }
 
-/// remove_leftovers removes what killed writers have left; what cannot be removed is in nobody's way.
-void remove_leftovers(const std::string &database) {
-  std::error_code ignored;
-  for (const char *map : {"", ".url"}) fs::remove(database + map + std::string(snapshot_suffix), ignored);
-  const std::string prefix = scratch_prefix(database);
-  for (const auto &entry : fs::directory_iterator(folder_of(database), ignored))
-    if (entry.path().filename().string().compare(0, prefix.size(), prefix) == 0) fs::remove(entry.path(), ignored);
-}
-
-void sync_path(const std::string &path, int flags) {
-  const file_guard file = open_file(path, flags);
-  if (!file || uninterrupted([&] { return ::fsync(file.get()); }) != 0)
-    throw system_failure("cannot put onto the disk: " + path);
-}
-
 }  // namespace
+
+std::string folder_of(const std::string &path) {
+  const std::string folder = fs::path(path).parent_path().string();
+  return folder.empty() ? "." : folder;
+}
 
 file_guard open_file(const std::string &path, int flags, mode_t mode) {
   return file_guard(uninterrupted([&] { return ::open(path.c_str(), flags | O_CLOEXEC, mode); }));
@@ -97,8 +79,8 @@ std::optional<struct stat> status_of(const std::string &path) {
   throw system_failure("cannot look at " + path);
 }
 
-File File::create(const std::string &path) {
-  file_guard file = open_file(path, O_RDWR | O_CREAT | O_EXCL, 0644);
+File File::create(const std::string &path, mode_t mode) {
+  file_guard file = open_file(path, O_RDWR | O_CREAT | O_EXCL, mode);
   if (!file) throw system_failure("cannot create " + path);
   return File(std::move(file), path);
 }
@@ -109,10 +91,10 @@ File File::open(const std::string &path) {
   return File(std::move(file), path);
 }
 
-int64_t File::size() const {
+struct stat File::status() const {
   struct stat status;
   if (::fstat(descriptor(), &status) != 0) throw system_failure("cannot look at " + name_);
-  return status.st_size;
+  return status;
 }
 
 void File::read_at(int64_t offset, void *bytes, size_t count) const {
@@ -149,33 +131,6 @@ void copy_contents(const File &from, const File &to) {
     offset = hole == -1 ? size : hole;
     copy_range(from, to, piece, offset);
   }
-}
-
-Lock::Lock(const std::string &database) {
-  const std::string path = database + ".lock";
-  file_ = open_file(path, O_RDWR | O_CREAT, 0644);
-  if (!file_ || uninterrupted([&] { return ::flock(file_.get(), LOCK_EX); }) != 0)
-    throw system_failure("cannot lock " + path);
-  remove_leftovers(database);
-}
-
-Snapshot::Snapshot(std::string target) : target_(std::move(target)), path_(target_ + std::string(snapshot_suffix)) {
-  ::unlink(path_.c_str());
-}
-
-Snapshot::~Snapshot() { ::unlink(path_.c_str()); }
-
-void Snapshot::create(std::string_view bytes) { File::create(path_).write_at(0, bytes); }
-
-void Snapshot::sync() {
-  if (const auto old = status_of(target_); old && ::chmod(path_.c_str(), old->st_mode & 07777) != 0)
-    throw system_failure("cannot set the permissions of " + path_);
-  sync_path(path_, O_RDONLY);
-}
-
-void Snapshot::commit() {
-  if (::rename(path_.c_str(), target_.c_str()) != 0) throw system_failure("cannot replace " + target_);
-  sync_path(folder_of(target_), O_RDONLY | O_DIRECTORY);
 }
 
 ScratchFile::ScratchFile(const std::string &beside) : file_(make_scratch(beside)) {}

@@ -1,4 +1,4 @@
-/// Files that are replaced as a whole, and the lock that lets one writer at a time do so.
+/// Files that are read and written at once, or not at all.
 #ifndef MINIDBA_FILES_H
 #define MINIDBA_FILES_H
 
@@ -14,6 +14,9 @@
 #include "qxapi/guard.h"
 
 namespace minidba {
+
+/// folder_of returns the folder that a path leads into.
+std::string folder_of(const std::string &path);
 
 /// status_of returns the status of a file, or nothing where there is none.
 std::optional<struct stat> status_of(const std::string &path);
@@ -34,13 +37,14 @@ class File {
  public:
   File(file_guard file, std::string name) : file_(std::move(file)), name_(std::move(name)) {}
   /// create makes a file that is not there yet, for reading and writing.
-  static File create(const std::string &path);
+  static File create(const std::string &path, mode_t mode = 0644);
   /// open opens an existing file for reading.
   static File open(const std::string &path);
 
   int descriptor() const { return file_.get(); }
   const std::string &name() const { return name_; }
-  int64_t size() const;
+  struct stat status() const;
+  int64_t size() const { return status().st_size; }
   void read_at(int64_t offset, void *bytes, size_t count) const;
   void write_at(int64_t offset, std::string_view bytes) const;
   void resize(int64_t size) const;
@@ -54,37 +58,9 @@ class File {
 /// the system, else by reading and writing. Holes stay holes.
 void copy_contents(const File &from, const File &to);
 
-/// Lock is held by one writer of a catalog at a time; others wait. The file beside the database stays. Whoever gets the
-/// lock removes what writers of this database that were killed have left beside it.
-class Lock {
- public:
-  explicit Lock(const std::string &database);
-
- private:
-  file_guard file_;
-};
-
-/// Snapshot is the next state of a file, written beside it and put in its place by commit. Uncommitted, or left behind
-/// by a writer that was killed, it is removed.
-class Snapshot {
- public:
-  explicit Snapshot(std::string target);
-  Snapshot(const Snapshot &) = delete;
-  Snapshot &operator=(const Snapshot &) = delete;
-  ~Snapshot();
-
-  /// path is where the next state is written.
-  const std::string &path() const { return path_; }
-  /// create writes a whole file at once.
-  void create(std::string_view bytes);
-  /// sync puts what was written onto the disk, with the permissions of the file it will replace.
-  void sync();
-  /// commit replaces the file, in one step, and puts the folder onto the disk.
-  void commit();
-
- private:
-  std::string target_, path_;
-};
+/// scratch_mark follows the name of the file that a scratch file is made beside, where it must have a name for a
+/// moment.
+inline constexpr std::string_view scratch_mark = ".scratch-";
 
 /// ScratchFile is a file without a name that goes with its scope; texts are appended to it and read back.
 class ScratchFile {

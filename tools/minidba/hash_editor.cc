@@ -1,7 +1,5 @@
 #include "tools/minidba/hash_editor.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <optional>
 #include <utility>
@@ -110,8 +108,7 @@ std::optional<uint32_t> check(const std::string &path, Editor &editor, const std
   return use.is_shared() ? std::nullopt : std::optional(use.records());
 }
 
-bool edit(const HashTable &old, const std::string &path, std::vector<Item> &items, const Fetch &fetch, Stamp stamp) {
-  const File file = File::create(path);
+bool edit(const HashTable &old, const File &file, std::vector<Item> &items, const Fetch &fetch, Stamp stamp) {
   copy_contents(old.file(), file);
   Editor editor(old, file, fetch);
   for_each_bucket(old.header(), items,
@@ -121,7 +118,7 @@ bool edit(const HashTable &old, const std::string &path, std::vector<Item> &item
   if (has_outgrown(header, stamp)) return false;
   stamp.write(file);
   try {
-    const std::optional<uint32_t> count = check(path, editor, items);
+    const std::optional<uint32_t> count = check(file.name(), editor, items);
     if (count && *count != header.records) {
       header.records = *count;
       write_header(file, header);
@@ -135,18 +132,17 @@ bool edit(const HashTable &old, const std::string &path, std::vector<Item> &item
 
 }  // namespace
 
-bool edit_hash_file(const HashTable &old, const std::string &path, std::vector<Item> &items, const Fetch &fetch,
-                    Stamp stamp) {
+bool edit_hash_file(const HashTable &old, const File &file, std::vector<Item> &items, const Fetch &fetch, Stamp stamp) {
   if (!suits(old, items)) return false;
   std::sort(items.begin(), items.end(), [&](const Item &a, const Item &b) {
     return std::pair(bucket_of(old.header(), a.hash), a.place) < std::pair(bucket_of(old.header(), b.hash), b.place);
   });
   try {
-    if (edit(old, path, items, fetch, stamp)) return true;
+    if (edit(old, file, items, fetch, stamp)) return true;
   } catch (const NoPage &) {
     // What does not fit here fits into a file that is laid out for it.
   }
-  ::unlink(path.c_str());
+  file.resize(0);
   return false;
 }
 

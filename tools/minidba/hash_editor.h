@@ -14,15 +14,14 @@ namespace minidba {
 /// The value size of an item that is to be erased.
 constexpr uint32_t erased_value = UINT32_MAX;
 
-/// edit_hash_file makes a new file that holds the records of `old` with the changes: each item, of which there is one
+/// edit_hash_file fills an empty file with the records of `old` and the changes: each item, of which there is one
 /// for a key, is put or erased. It works bucket by bucket: the records of a bucket that changes are written anew, on
 /// its own pages first, and read back byte for byte; then all of the new file is walked once.
 ///
-/// False, and no file is left, when a file written as a whole is the better one: `old` was not made by minidba, most
-/// buckets change, records have become too many or too long for its pages, no page is free, or its bitmaps have offered
-/// a page that is in use. Throws a Failure when a file cannot be read or written.
-bool edit_hash_file(const HashTable &old, const std::string &path, std::vector<Item> &items, const Fetch &fetch,
-                    Stamp stamp);
+/// False, and the file is empty again, when a file written as a whole is the better one: `old` was not made by minidba,
+/// most buckets change, records have become too many or too long for its pages, no page is free, or its bitmaps have
+/// offered a page that is in use. Throws a Failure when a file cannot be read or written.
+bool edit_hash_file(const HashTable &old, const File &file, std::vector<Item> &items, const Fetch &fetch, Stamp stamp);
 
 }  // namespace minidba
 

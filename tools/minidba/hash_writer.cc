@@ -181,13 +181,12 @@ void write_header(const File &file, const Header &header) {
   file.write_at(0, {reinterpret_cast<const char *>(bytes), sizeof bytes});
 }
 
-void write_hash_file(const std::string &path, std::vector<Item> &items, const Fetch &fetch, Stamp stamp,
+void write_hash_file(const File &file, std::vector<Item> &items, const Fetch &fetch, Stamp stamp,
                      const Advance &advance) {
-  const File file = File::create(path);
   const Header header = write_file(file, items, fetch, advance);
   stamp.planned_pages = header.spares[header.overflow_point];
   stamp.write(file);
-  if (!reads_back(path, items, fetch)) throw Failure("does not hold what was written to it: " + path);
+  if (!reads_back(file.name(), items, fetch)) throw Failure("does not hold what was written to it: " + file.name());
 }
 
 }  // namespace minidba

@@ -26,10 +26,10 @@ using Fetch = std::function<Record(const Item &)>;
 /// Advance is told how much has been done since the last call; it may be empty.
 using Advance = std::function<void(int64_t records, int64_t bytes)>;
 
-/// write_hash_file makes a new file. It chooses page size and number of buckets from the items, whose order it changes,
-/// and reads the file back: every bucket must hold exactly its items, byte for byte. `stamp` is written with the number
-/// of overflow pages filled in. Throws a Failure when the records cannot be stored or are not read back.
-void write_hash_file(const std::string &path, std::vector<Item> &items, const Fetch &fetch, Stamp stamp,
+/// write_hash_file fills an empty file. It chooses page size and number of buckets from the items, whose order it
+/// changes, and reads the file back: every bucket must hold exactly its items, byte for byte. `stamp` is written with
+/// the number of overflow pages filled in. Throws a Failure when the records cannot be stored or are not read back.
+void write_hash_file(const File &file, std::vector<Item> &items, const Fetch &fetch, Stamp stamp,
                      const Advance &advance = {});
 
 /// for_each_bucket calls a procedure with each bucket that has items, and their range. They are sorted by bucket.

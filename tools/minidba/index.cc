@@ -2,11 +2,11 @@
 #include <optional>
 
 #include "tools/minidba/failure.h"
-#include "tools/minidba/files.h"
 #include "tools/minidba/index_file.h"
 #include "tools/minidba/record.h"
 #include "tools/minidba/report.h"
 #include "tools/minidba/selection.h"
+#include "tools/minidba/snapshot.h"
 #include "tools/minidba/verbs.h"
 
 namespace minidba {
@@ -26,7 +26,7 @@ std::vector<IndexEntry> entries_of(const Catalog &catalog, const Console &consol
 
 void write(const std::string &path, const std::vector<IndexEntry> &entries) {
   Snapshot snapshot(path);
-  snapshot.create(encode(entries));
+  snapshot.file().write_at(0, encode(entries));
   snapshot.sync();
   snapshot.commit();
 }

@@ -5,6 +5,8 @@
 namespace minidba {
 namespace {
 
+constexpr size_t block_size = 1 << 16;
+
 const std::string &checked(const std::string &target) {
   const auto status = status_of(target);
   if (status && !S_ISREG(status->st_mode)) throw Failure("not a regular file: " + target);
@@ -13,19 +15,21 @@ const std::string &checked(const std::string &target) {
 
 }  // namespace
 
-NewFile::NewFile(const std::string &target)
-    : snapshot_(checked(target)), file_(snapshot_.path(), std::ios::binary | std::ios::trunc) {
-  if (!file_) throw system_failure("cannot create " + snapshot_.path());
-}
+NewFile::NewFile(const std::string &target) : snapshot_(checked(target)) {}
 
 void NewFile::write(std::string_view bytes) {
-  if (!file_.write(bytes.data(), static_cast<std::streamsize>(bytes.size())))
-    throw system_failure("cannot write " + snapshot_.path());
+  unwritten_ += bytes;
+  if (unwritten_.size() >= block_size) flush();
+}
+
+void NewFile::flush() {
+  snapshot_.file().write_at(size_, unwritten_);
+  size_ += static_cast<int64_t>(unwritten_.size());
+  unwritten_.clear();
 }
 
 void NewFile::finish() {
-  file_.close();
-  if (!file_) throw system_failure("cannot write " + snapshot_.path());
+  flush();
   snapshot_.sync();
 }
 

@@ -2,11 +2,10 @@
 #ifndef MINIDBA_NEW_FILE_H
 #define MINIDBA_NEW_FILE_H
 
-#include <fstream>
 #include <string>
 #include <string_view>
 
-#include "tools/minidba/files.h"
+#include "tools/minidba/snapshot.h"
 
 namespace minidba {
 
@@ -23,8 +22,11 @@ class NewFile {
   void commit() { snapshot_.commit(); }
 
  private:
+  void flush();
+
   Snapshot snapshot_;
-  std::ofstream file_;
+  std::string unwritten_;
+  int64_t size_ = 0;
 };
 
 }  // namespace minidba

@@ -2,6 +2,8 @@
 
 #include <ostream>
 
+#include "tools/minidba/failure.h"
+
 namespace minidba {
 
 Rejects::Rejects(const Options &options, const Console &console) : console_(console) {
@@ -20,7 +22,12 @@ void Rejects::finish() {
 }
 
 void Rejects::commit() {
-  if (file_) file_->commit();
+  if (!file_) return;
+  try {
+    file_->commit();
+  } catch (const Failure &failure) {
+    throw Failure(std::string("the descriptions were taken in, but ") + failure.what());
+  }
 }
 
 }  // namespace minidba

@@ -20,7 +20,8 @@ class Rejects {
 
   void add(SoifStream &stream, const SoifStream::Item &item, const std::string &reason, Progress &progress);
   int64_t count() const { return count_; }
-  /// finish comes before the catalog is changed, so that no object is neither taken in nor kept; commit after it.
+  /// finish comes before the catalog is changed, so that no object is neither taken in nor kept; commit after it, and
+  /// says so where it fails.
   void finish();
   void commit();
 

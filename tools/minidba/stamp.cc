@@ -6,7 +6,6 @@
 #include <algorithm>
 
 #include "dba/hash_file.h"
-#include "tools/minidba/failure.h"
 
 namespace minidba {
 namespace {
@@ -24,11 +23,10 @@ uint64_t checksum_of(const Words &words) {
 
 }  // namespace
 
-FileIdentity identity_of(const std::string &path) {
-  const auto status = status_of(path);
-  if (!status) throw Failure("not there: " + path);
-  return {status->st_dev, status->st_ino, static_cast<uint64_t>(status->st_size),
-          static_cast<uint64_t>(status->st_mtim.tv_sec), static_cast<uint64_t>(status->st_mtim.tv_nsec)};
+FileIdentity identity_of(const File &file) {
+  const struct stat status = file.status();
+  return {status.st_dev, status.st_ino, static_cast<uint64_t>(status.st_size),
+          static_cast<uint64_t>(status.st_mtim.tv_sec), static_cast<uint64_t>(status.st_mtim.tv_nsec)};
 }
 
 std::optional<Stamp> Stamp::read(const File &file) {

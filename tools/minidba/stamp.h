@@ -2,6 +2,7 @@
 #ifndef MINIDBA_STAMP_H
 #define MINIDBA_STAMP_H
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <optional>
@@ -12,7 +13,7 @@ namespace minidba {
 
 /// FileIdentity tells one state of a file from another: device, inode, size, time of change in seconds and nanoseconds.
 using FileIdentity = std::array<uint64_t, 5>;
-FileIdentity identity_of(const std::string &path);
+FileIdentity identity_of(const File &file);
 
 struct Stamp {
   uint32_t next_number = 1;    // the first number that no description has had; 0 when none is left
@@ -23,6 +24,9 @@ struct Stamp {
   static std::optional<Stamp> read(const File &file);
   void write(const File &file) const;
 };
+
+/// later returns the later of two next numbers, of which 0 is the last.
+inline uint32_t later(uint32_t a, uint32_t b) { return a == 0 || b == 0 ? 0 : std::max(a, b); }
 
 }  // namespace minidba
 

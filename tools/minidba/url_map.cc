@@ -8,13 +8,13 @@
 
 namespace minidba {
 
-std::optional<UrlMap> UrlMap::open(const std::string &database, std::string &obstacle) {
+std::optional<UrlMap> UrlMap::open(const HashTable &database, std::string &obstacle) {
   obstacle.clear();
-  const std::string path = path_for(database);
+  const std::string path = path_for(database.path());
   if (!status_of(path)) return std::nullopt;
   try {
     HashTable table(path);
-    if (table.stamp() && table.stamp()->database == identity_of(database)) return UrlMap(std::move(table));
+    if (table.stamp() && table.stamp()->database == identity_of(database.file())) return UrlMap(std::move(table));
   } catch (const SystemFailure &failure) {
     obstacle = failure.what();
   } catch (const Failure &) {
@@ -38,7 +38,7 @@ void UrlItems::add(std::string_view url, uint32_t number) {
   items_.push_back({hash_of(url), static_cast<uint32_t>(url.size()), database_key_size, place});
 }
 
-void UrlItems::write(const Snapshot &snapshot, const std::string &database, uint32_t next_number) {
+void UrlItems::write(const Snapshot &snapshot, const File &database, uint32_t next_number) {
   std::string text;
   const Fetch fetch = [&](const Item &item) {
     text.resize(item.key_size + item.value_size);
@@ -46,7 +46,7 @@ void UrlItems::write(const Snapshot &snapshot, const std::string &database, uint
     const std::string_view bytes = text;
     return Record{bytes.substr(0, item.key_size), bytes.substr(item.key_size)};
   };
-  write_hash_file(snapshot.path(), items_, fetch, {next_number, 0, identity_of(database)});
+  write_hash_file(snapshot.file(), items_, fetch, {next_number, 0, identity_of(database)});
 }
 
 void UrlScan::add(std::string_view url, uint32_t number) {

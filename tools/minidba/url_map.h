@@ -13,6 +13,7 @@
 #include "tools/minidba/files.h"
 #include "tools/minidba/hash_table.h"
 #include "tools/minidba/hash_writer.h"
+#include "tools/minidba/snapshot.h"
 
 namespace minidba {
 
@@ -20,9 +21,9 @@ namespace minidba {
 class UrlMap {
  public:
   static std::string path_for(const std::string &database) { return database + ".url"; }
-  /// open returns nothing where there is no sound map of the database as it is. `obstacle` is set to what the system
-  /// said where it kept a map from being read.
-  static std::optional<UrlMap> open(const std::string &database, std::string &obstacle);
+  /// open returns nothing where there is no sound map of the very file that is open, whatever has its name by now.
+  /// `obstacle` is set to what the system said where it kept a map from being read.
+  static std::optional<UrlMap> open(const HashTable &database, std::string &obstacle);
 
   std::optional<uint32_t> number_of(std::string_view url) const;
   /// next_number returns the smallest number that no description of the catalog has had, 0 when none is left.
@@ -45,7 +46,7 @@ class UrlItems {
   explicit UrlItems(const std::string &beside) : texts_(beside) {}
   void add(std::string_view url, uint32_t number);
   /// write makes the map of the file `database`.
-  void write(const Snapshot &snapshot, const std::string &database, uint32_t next_number);
+  void write(const Snapshot &snapshot, const File &database, uint32_t next_number);
 
  private:
   ScratchFile texts_;

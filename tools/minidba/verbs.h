@@ -1,5 +1,5 @@
 /// The verbs. Each does its work and returns the program's exit status; a Failure that it throws means that nothing
-/// changed.
+/// changed, unless it says what is replaced.
 #ifndef MINIDBA_VERBS_H
 #define MINIDBA_VERBS_H
 

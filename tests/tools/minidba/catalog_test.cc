@@ -131,6 +131,17 @@ TEST_F(CatalogChanges, AReaderWithoutAMapFindsUrlsAndWritesNothing) {
   EXPECT_THAT(files_.files(), ElementsAre("catalog.db", "catalog.db.lock"));
 }
 
+// A reader that had opened the database when a writer replaced it and its map took the new map for that of the old.
+TEST_F(CatalogChanges, TheMapOfTheNextSnapshotIsNotThatOfTheOneThatIsOpen) {
+  make(3);
+  const minidba::HashTable before(path());
+  std::string obstacle;
+  EXPECT_TRUE(minidba::UrlMap::open(before, obstacle));
+  erase(3);
+  EXPECT_FALSE(minidba::UrlMap::open(before, obstacle));
+  EXPECT_TRUE(minidba::UrlMap::open(minidba::HashTable(path()), obstacle));
+}
+
 TEST_F(CatalogChanges, AWriterRenewsTheMap) {
   make(500);
   unlink(files_.path(".url").c_str());

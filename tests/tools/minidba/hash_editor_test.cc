@@ -60,15 +60,17 @@ class HashEditor : public ::testing::Test {
     for (const auto &[key, value] : records) keys.push_back(key);
     std::vector<Item> items = items_of(keys, records);
     ::unlink(path_.c_str());
-    minidba::write_hash_file(path_, items, fetch(records), {});
+    minidba::write_hash_file(minidba::File::create(path_), items, fetch(records), {});
   }
 
   /// change puts the next state of the records into the file. True when that was done by editing.
   bool change(const std::vector<std::string> &keys, const Records &next) {
     std::vector<Item> items = items_of(keys, next);
     const std::string edited = path_ + ".new";
-    if (!minidba::edit_hash_file(HashTable(path_), edited, items, fetch(next), {})) {
-      EXPECT_FALSE(support::file_exists(edited));
+    ::unlink(edited.c_str());
+    const minidba::File file = minidba::File::create(edited);
+    if (!minidba::edit_hash_file(HashTable(path_), file, items, fetch(next), {})) {
+      EXPECT_EQ(file.size(), 0);
       write_whole(next);
       return false;
     }

@@ -9,6 +9,7 @@
 
 #include "dba/guard.h"
 #include "support/files.h"
+#include "tools/minidba/failure.h"
 
 namespace {
 
@@ -37,7 +38,7 @@ class HashWriter : public ::testing::Test {
       return {key_, values_.at(static_cast<size_t>(item.place) - 1)};
     };
     ::unlink(path.c_str());
-    minidba::write_hash_file(path, items_, fetch, {});
+    minidba::write_hash_file(minidba::File::create(path), items_, fetch, {});
   }
 
   void expect_found(DB *db) {
@@ -134,6 +135,41 @@ TEST_F(HashWriter, TheDumpProgramListsEveryRecord) {
   const std::string text = support::read_file(out);
   for (uint32_t i = 1; i <= 500; ++i) keys += text.find("\n" + key_of(i) + "\n") != std::string::npos;
   EXPECT_EQ(keys, 500u);
+}
+
+/// failure returns what a writing says that fails.
+template <typename Write>
+std::string failure(Write write) {
+  try {
+    write();
+  } catch (const minidba::Failure &failure) {
+    return failure.what();
+  }
+  return "";
+}
+
+TEST_F(HashWriter, ARecordThatIsNotReadBackAsItWasWrittenIsAFailure) {
+  add(100);
+  size_t fetched = 0;
+  const std::string texts[] = {std::string(100, 'a'), std::string(100, 'b')}, key = key_of(1);
+  const minidba::Fetch fetch = [&](const Item &) { return minidba::Record{key, texts[fetched++]}; };
+  EXPECT_EQ(failure([&] { write_hash_file(minidba::File::create(path), items_, fetch, {}); }),
+            "does not hold what was written to it: " + path);
+}
+
+TEST_F(HashWriter, MoreThanAFileHasPagesForIsAFailure) {
+  constexpr uint32_t number = 10, size = 256u << 20;
+  for (uint32_t i = 0; i < number; ++i) items_.push_back({i * 0x1234567, 8, size, i});
+  const minidba::Fetch fetch = [](const Item &) -> minidba::Record { throw std::logic_error("nothing is written"); };
+  EXPECT_EQ(failure([&] { write_hash_file(minidba::File::create(path), items_, fetch, {}); }),
+            "the records are too many or too long for a catalog file");
+}
+
+TEST_F(HashWriter, AFileThatHasBecomeShorterIsAFailure) {
+  support::write_file(path, "short");
+  char bytes[6];
+  EXPECT_EQ(failure([&] { minidba::File::open(path).read_at(0, bytes, sizeof bytes); }),
+            "cannot read " + path + ": it ends too early");
 }
 
 TEST_F(HashWriter, AnEmptyFileIsOne) {

@@ -1,0 +1,128 @@
+/// To whom the files belong that a verb replaces, and who may replace them.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "catalog_files.h"
+#include "tools/minidba/snapshot.h"
+
+namespace {
+
+using support::Finished;
+
+constexpr uid_t owner = 1;
+constexpr gid_t group = 2;
+
+struct stat status_of(const std::string &path) {
+  struct stat status {};
+  EXPECT_EQ(::stat(path.c_str(), &status), 0) << path;
+  return status;
+}
+
+mode_t mode_of(const std::string &path) { return status_of(path).st_mode & 07777; }
+
+class Ownership : public testing::Test {
+ protected:
+  Ownership() {
+    catalog_.update(rd("http://localhost/1", {{"title", "One"}}));
+    catalog_.index();
+  }
+  Finished update() const { return catalog_.update(rd("http://localhost/2", {{"title", "Two"}})); }
+
+  void give_away(mode_t mode, uid_t to = owner) const {
+    for (const char *suffix : {"", ".url", ".idx"}) {
+      ASSERT_EQ(::chown(catalog_.path(suffix).c_str(), to, group), 0);
+      ASSERT_EQ(::chmod(catalog_.path(suffix).c_str(), mode), 0);
+    }
+  }
+
+  /// update_as runs an update as a user who may write the folder and is in no group.
+  Finished update_as(uid_t user) const {
+    EXPECT_EQ(::chown(catalog_.folder().c_str(), user, 0), 0);
+    std::vector<std::string> words = catalog_.command({"update"});
+    const std::string id = std::to_string(user);
+    words.insert(words.begin(), {"/usr/bin/setpriv", "--reuid=" + id, "--regid=" + id, "--clear-groups"});
+    // The folder of the program may be closed to others.
+    return support::run(words, rd("http://localhost/2", {{"title", "Two"}}));
+  }
+
+  CatalogFiles catalog_;
+};
+
+TEST_F(Ownership, PermissionsAreKept) {
+  for (const mode_t mode : {0600u, 0640u, 0664u}) {
+    ASSERT_EQ(::chmod(catalog_.path().c_str(), mode), 0);
+    catalog_.run({"rebuild"});
+    EXPECT_EQ(mode_of(catalog_.path()), mode);
+  }
+}
+
+TEST_F(Ownership, WhatIsHalfWrittenIsForNobodyElse) {
+  ASSERT_EQ(::chmod(catalog_.path().c_str(), 0664), 0);
+  minidba::Snapshot snapshot(catalog_.path());
+  EXPECT_EQ(mode_of(catalog_.path(".new")), 0600u);
+  snapshot.sync();
+  EXPECT_EQ(mode_of(catalog_.path(".new")), 0664u);
+}
+
+TEST_F(Ownership, AMaintainerWhoMayOnlyReadTheLockCanHoldIt) {
+  ASSERT_EQ(::chmod(catalog_.path(".lock").c_str(), 0444), 0);
+  const Finished finished = support::run(support::as_owner(catalog_.command({"rebuild"})));
+  EXPECT_EQ(finished.status, 0) << finished.errors;
+}
+
+class OwnershipBySuperuser : public Ownership {
+ protected:
+  void SetUp() override {
+    if (::geteuid() != 0) GTEST_SKIP() << "only the superuser gives files away";
+  }
+};
+
+TEST_F(OwnershipBySuperuser, OwnerAndGroupAreKept) {
+  give_away(0640);
+  EXPECT_EQ(update().status, 0);
+  EXPECT_EQ(catalog_.index().out, "2\n");
+  for (const char *suffix : {"", ".url", ".idx"}) {
+    const struct stat status = status_of(catalog_.path(suffix));
+    EXPECT_EQ(status.st_uid, owner) << suffix;
+    EXPECT_EQ(status.st_gid, group) << suffix;
+    EXPECT_EQ(mode_of(catalog_.path(suffix)), 0640u) << suffix;
+  }
+}
+
+TEST_F(OwnershipBySuperuser, AGroupThatCannotBeKeptIsAFailureWhereItMatters) {
+  give_away(0640);
+  const auto before = catalog_.records();
+  const Finished finished = update_as(owner);
+  EXPECT_EQ(finished.status, 2);
+  EXPECT_EQ(finished.errors,
+            "minidba: cannot keep the group of " + catalog_.path(".new") + ": Operation not permitted\n");
+  EXPECT_EQ(catalog_.records(), before);
+  EXPECT_EQ(status_of(catalog_.path()).st_gid, group);
+}
+
+TEST_F(OwnershipBySuperuser, AMaintainerBecomesTheOwnerOfWhatAllMayRead) {
+  give_away(0644);
+  constexpr uid_t other = 3;
+  const Finished finished = update_as(other);
+  EXPECT_EQ(finished.status, 0) << finished.errors;
+  EXPECT_EQ(status_of(catalog_.path()).st_uid, other);
+  EXPECT_EQ(mode_of(catalog_.path()), 0644u);
+}
+
+TEST_F(OwnershipBySuperuser, AFileOfWhichItsOwnerWouldBeRobbedIsNotReplaced) {
+  ASSERT_EQ(::chown(catalog_.path(".idx").c_str(), owner, 0), 0);
+  ASSERT_EQ(::chmod(catalog_.path(".idx").c_str(), 0600), 0);
+  constexpr uid_t other = 3;
+  ASSERT_EQ(::chown(catalog_.folder().c_str(), other, 0), 0);
+  const Finished finished =
+      support::run({"/usr/bin/setpriv", "--reuid=3", "--regid=0", "--clear-groups", BINARY_DIR "/bin/minidba", "-d",
+                    catalog_.path(), "-i", catalog_.path(".idx"), "index"});
+  EXPECT_EQ(finished.status, 2);
+  EXPECT_EQ(finished.errors,
+            "minidba: cannot keep the owner of " + catalog_.path(".idx.new") + ": Operation not permitted\n");
+  EXPECT_EQ(status_of(catalog_.path(".idx")).st_uid, owner);
+}
+
+}  // namespace

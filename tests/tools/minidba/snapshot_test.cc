@@ -1,0 +1,84 @@
+/// The next state of a file, while others make one too.
+#include "tools/minidba/snapshot.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "catalog_files.h"
+#include "tools/minidba/failure.h"
+
+namespace {
+
+using minidba::Snapshot;
+using support::Finished;
+using testing::ElementsAre;
+
+const std::string malformed = "@D { http://localhost/2\ntitle{3}:Two\n}\n";
+
+class Snapshots : public testing::Test {
+ protected:
+  Snapshots() { catalog_.update(rd("http://localhost/1", {{"title", "One"}})); }
+
+  static void expect_refused(const Finished &finished, const std::string &message) {
+    EXPECT_EQ(finished.status, 2);
+    EXPECT_EQ(finished.out, "");
+    EXPECT_THAT(finished.errors, testing::EndsWith("minidba: " + message + "\n"));
+  }
+
+  CatalogFiles catalog_, other_;
+  const std::string file_ = other_.path(".soif");
+};
+
+TEST_F(Snapshots, OfTwoExportsToOneFileTheSecondIsRefused) {
+  Snapshot first(file_);
+  first.file().write_at(0, "the first");
+  expect_refused(catalog_.run({"export", file_}), "another process is writing " + file_ + ".new");
+  first.sync();
+  first.commit();
+  EXPECT_EQ(support::read_file(file_), "the first");
+  EXPECT_EQ(catalog_.run({"export", file_}).status, 0);
+  EXPECT_EQ(support::read_file(file_), catalog_.run({"export"}).out);
+}
+
+TEST_F(Snapshots, ARejectsFileIsNotSharedByTwoCatalogsAtATime) {
+  const Snapshot first(file_);
+  const auto before = catalog_.records();
+  expect_refused(
+      catalog_.run({"update", "--rejects", file_}, rd("http://localhost/3", {{"title", "Three"}}) + malformed),
+      "another process is writing " + file_ + ".new");
+  EXPECT_EQ(catalog_.records(), before);
+  EXPECT_THAT(other_.files(), ElementsAre("catalog.db.soif.new")) << "the first goes on";
+}
+
+TEST_F(Snapshots, WhatAKilledProcessHasLeftIsReplaced) {
+  support::write_file(file_ + ".new", std::string(100'000, 'x'));
+  EXPECT_EQ(catalog_.run({"export", file_}).status, 0);
+  EXPECT_EQ(support::read_file(file_), catalog_.run({"export"}).out);
+  EXPECT_THAT(other_.files(), ElementsAre("catalog.db.soif"));
+}
+
+TEST_F(Snapshots, ALinkInThePlaceOfTheNextStateIsNotFollowed) {
+  support::write_file(other_.path(), "precious");
+  std::filesystem::create_symlink(other_.path(), file_ + ".new");
+  EXPECT_EQ(catalog_.run({"export", file_}).status, 0);
+  EXPECT_EQ(support::read_file(other_.path()), "precious");
+  EXPECT_EQ(support::read_file(file_), catalog_.run({"export"}).out);
+}
+
+TEST_F(Snapshots, OnlyWhatWasWrittenIsPutInThePlace) {
+  support::write_file(file_, "before");
+  {
+    Snapshot snapshot(file_);
+    ASSERT_EQ(::unlink((file_ + ".new").c_str()), 0);
+    support::write_file(file_ + ".new", "of another");
+    EXPECT_THROW(snapshot.commit(), minidba::Failure);
+  }
+  EXPECT_EQ(support::read_file(file_), "before");
+  EXPECT_EQ(support::read_file(file_ + ".new"), "of another");
+}
+
+}  // namespace

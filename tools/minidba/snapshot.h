@@ -1,0 +1,43 @@
+/// The next state of a file, until it takes the file's place.
+#ifndef MINIDBA_SNAPSHOT_H
+#define MINIDBA_SNAPSHOT_H
+
+#include <string>
+#include <string_view>
+
+#include "tools/minidba/files.h"
+
+namespace minidba {
+
+/// snapshot_suffix follows the name of a file in that of its next state.
+inline constexpr std::string_view snapshot_suffix = ".new";
+
+/// Snapshot is the next state of a file, written beside it and put in its place by commit. It is locked while it is
+/// there, so that one process at a time makes the next state of a file. Uncommitted, or left behind by a process that
+/// was killed, it is removed.
+class Snapshot {
+ public:
+  /// The new file is empty. Throws a Failure when another process is writing it.
+  explicit Snapshot(std::string target);
+  Snapshot(const Snapshot &) = delete;
+  Snapshot &operator=(const Snapshot &) = delete;
+  ~Snapshot();
+
+  /// file is what the next state is written to; until sync only its owner may read it.
+  const File &file() const { return file_; }
+  /// sync puts what was written onto the disk, with the owner, group and permissions of the file it will replace.
+  /// Throws a Failure where the owner or group cannot be kept and somebody could no longer read the file, or could now.
+  void sync();
+  /// commit replaces the file, in one step, and puts the folder onto the disk. A Failure says whether the file was
+  /// replaced before it.
+  void commit();
+
+ private:
+  std::string target_;
+  File file_;
+  bool is_committed_ = false;
+};
+
+}  // namespace minidba
+
+#endif
