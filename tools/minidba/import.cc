@@ -1,10 +1,12 @@
 #include <algorithm>
+#include <ostream>
 
 #include "tools/minidba/exchange.h"
 #include "tools/minidba/failure.h"
 #include "tools/minidba/record.h"
 #include "tools/minidba/rejects.h"
 #include "tools/minidba/report.h"
+#include "tools/minidba/used_numbers.h"
 #include "tools/minidba/verbs.h"
 #include "tools/minidba/writing.h"
 
@@ -14,15 +16,10 @@ namespace {
 /// Import gathers what becomes the whole catalog.
 class Import {
  public:
-  explicit Import(const Catalog &catalog)
-      : catalog_(catalog), changes_(catalog), next_(from_stored(catalog.next_number())) {}
+  /// The numbers before `next_number` are given to no description that comes without one.
+  Import(const Catalog &catalog, uint32_t next_number)
+      : catalog_(catalog), changes_(catalog), next_(from_stored(next_number)) {}
 
-  /// erase_all forgets the descriptions that the catalog has so far, but not which numbers were used.
-  void erase_all() {
-    catalog_.each([this](uint32_t number, std::string_view record) {
-      changes_.erase(number, url_of(record).value_or(std::string()));
-    });
-  }
   /// expect keeps clear of the numbers that were used where the export was made.
   void expect(const ExportHeader &header) {
     if (header.next_number) next_ = std::max(next_, from_stored(*header.next_number));
@@ -132,14 +129,21 @@ Imported read_all(Import &import, Rejects &rejects, const Options &options, cons
   return {intake.imported(), intake.renumbered()};
 }
 
+/// next_number goes on after the numbers of the catalog that is replaced. A damaged one tells what it can.
+uint32_t next_number(const Options &options, const Console &console) {
+  if (!status_of(options.database)) return 1;
+  if (!options.replace) throw Failure("already there: " + options.database + " (--replace replaces it)");
+  const UsedNumbers used = used_numbers(options.database);
+  if (!used.damage.empty())
+    console.errors << "minidba: " << used.damage << ": which numbers it has given is known only in part\n";
+  return used.next_number;
+}
+
 }  // namespace
 
 int import_catalog(const Options &options, const Console &console) {
-  const Writing writing(options, Absent::empty);
-  if (writing.catalog().exists() && !options.replace)
-    throw Failure("already there: " + options.database + " (--replace replaces it)");
-  Import import(writing.catalog());
-  import.erase_all();
+  const Writing writing(options, Absent::assumed);
+  Import import(writing.catalog(), next_number(options, console));
   Rejects rejects(options, console);
   const Imported imported = read_all(import, rejects, options, console);
   rejects.finish();
