@@ -1,10 +1,9 @@
 #include "tools/minidba/command_line.h"
 
-#include <filesystem>
-
 #include "qxapi/ascii.h"
 #include "tools/common/command_line.h"
 #include "tools/minidba/failure.h"
+#include "tools/minidba/file_names.h"
 
 namespace minidba {
 namespace {
@@ -148,22 +147,10 @@ std::string refusal(const CLI::App &app, const CLI::ParseError &error) {
   return error.what();
 }
 
-/// check_files makes sure that no file is given two purposes: the later written would replace the other.
-void check_files(const Options &options) {
-  const std::pair<const char *, const std::string &> files[] = {
-      {"database", options.database}, {"index", options.index}, {"rejects", options.rejects}, {"export", options.file}};
-  std::error_code ignored;
-  for (const auto &[purpose, path] : files)
-    for (const auto &[other_purpose, other] : files) {
-      if (purpose == other_purpose) break;
-      if (!path.empty() && (path == other || std::filesystem::equivalent(path, other, ignored)))
-        throw Failure(std::string(other_purpose) + " and " + purpose + " are the same file: " + path);
-    }
-}
-
-void check(const Row &row, const Options &options) {
+void check(const Row &row, Options &options) {
   if (options.database.empty()) throw Failure("--database is required");
   row.check(options);
+  follow_links(options);
   check_files(options);
 }
 
