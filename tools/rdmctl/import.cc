@@ -12,6 +12,7 @@
 #include "service/message.h"
 #include "tools/minidba/failure.h"
 #include "tools/minidba/soif_stream.h"
+#include "tools/rdmctl/outcome.h"
 #include "tools/rdmctl/service.h"
 
 namespace rdmctl {
@@ -126,17 +127,23 @@ std::string deliver(Delivery &delivery, const Options &options) {
   return text_of(answer.get());
 }
 
-/// import_file returns whether everything in the file was accepted.
+/// shortfalls returns what is missing of an import, in words.
+std::vector<std::string> shortfalls(int64_t count, int64_t offered, const Outcome &outcome) {
+  if (count > 0 && count == offered) return outcome.faults();
+  return {std::to_string(std::max<int64_t>(count, 0)) + " of " + std::to_string(offered) +
+          " descriptions were accepted"};
+}
+
+/// import_file returns whether everything in the file was accepted and can be found.
 bool import_file(const std::string &name, const Options &options, std::ostream &out, std::ostream &errors) {
   Delivery delivery = read_delivery(name, options.csid);
   const int64_t offered = count_objects(delivery);
+  const Outcome outcome(options.csid);
   const std::string answer = deliver(delivery, options);
-  const int64_t count = accepted(answer);
   out << answer << std::endl;
-  if (count > 0 && count == offered) return true;
-  errors << "rdmctl: " << name << ": " << std::max<int64_t>(count, 0) << " of " << offered
-         << " descriptions were accepted\n";
-  return false;
+  const std::vector<std::string> missing = shortfalls(accepted(answer), offered, outcome);
+  for (const std::string &text : missing) errors << "rdmctl: " << name << ": " << text << '\n';
+  return missing.empty();
 }
 
 }  // namespace

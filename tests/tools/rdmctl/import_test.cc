@@ -150,6 +150,38 @@ TEST_F(Import, AMinidbaThatAcceptsLessThanWasDeliveredIsNoticed) {
   EXPECT_EQ(service.import({service.write("delivery", book(1) + book(2))}).status, 1);
 }
 
+// Of the commands after the update the answer says nothing: the descriptions were accepted, and nobody could find them.
+TEST_F(Import, ACommandThatFailsAfterTheUpdateIsNoticed) {
+  const std::string expired = "@FILE { http://localhost/old\nrd-expires{29}:\tThu, 01 Jan 1998 00:00:00 GMT\n}\n";
+  const std::pair<std::string, std::string> rows[] = {
+      {"index", "the index was not written"},
+      {"expire", "1 descriptions that have expired are still there"},
+  };
+  for (const auto &[verb, fault] : rows) {
+    const support::TemporaryFolder bin;
+    const std::string script =
+        "case \" $* \" in *\" " + verb + " \"*) exit 2;; esac\nexec " BINARY_DIR "/bin/minidba \"$@\"";
+    const ServiceFiles service(command(bin, script));
+    const std::string delivery = service.write("delivery", book(1) + expired);
+    for (int round = 0; round < 2; ++round) {
+      const Finished finished = service.import({delivery});
+      EXPECT_EQ(finished.status, 1) << verb;
+      EXPECT_EQ(finished.out, "Accepted 2 RDs from Unknown-Source\n") << verb;
+      EXPECT_THAT(finished.errors, EndsWith("rdmctl: " + delivery + ": " + fault + "\n"));
+    }
+  }
+}
+
+TEST_F(Import, ADeliveryForWhichThereIsNoRoomIsNotImported) {
+  const std::string delivery = service_.write("delivery", book(1, std::string(100'000, 'x')));
+  const Finished finished = support::run({"/bin/sh", "-c", "trap '' XFSZ; ulimit -f 100; exec \"$@\"", "sh", program,
+                                          "import", "--config", service_.config(), "--csid", csid, delivery});
+  EXPECT_EQ(finished.status, 2);
+  EXPECT_EQ(finished.out, "");
+  EXPECT_EQ(finished.errors, "rdmctl: no room to keep " + delivery + " in the folder for temporary files\n");
+  EXPECT_FALSE(support::file_exists(service_.database()));
+}
+
 TEST_F(Import, ManyDescriptionsAreNotKeptInMemory) {
   std::string delivery;
   for (int i = 0; i < 2000; ++i) delivery += book(i, std::string(1000, 'x'));

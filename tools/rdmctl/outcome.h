@@ -1,0 +1,30 @@
+/// What an import must leave behind. The service's answer tells only how many descriptions the update took in; of the
+/// commands after it nothing.
+#ifndef RDMCTL_OUTCOME_H
+#define RDMCTL_OUTCOME_H
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/minidba/files.h"
+
+namespace rdmctl {
+
+/// Outcome compares the files of a catalog before and after an import.
+class Outcome {
+ public:
+  /// To be made before the import.
+  explicit Outcome(const std::string &csid);
+
+  /// faults returns what the import has left undone, in words: descriptions that have expired, an old index.
+  std::vector<std::string> faults() const;
+
+ private:
+  std::string database_, index_;
+  std::optional<struct stat> index_before_;
+};
+
+}  // namespace rdmctl
+
+#endif
