@@ -111,20 +111,21 @@ TEST_F(Update, AMalformedObjectCostsOnlyItself) {
       {"no URL", "@D { -\ntitle{3}:\tTwo\n}\n", "no URL"},
       {"size too small", "@D { http://x/\ntitle{2}:\tTwo\nauthor{1}:\tA\n}\n",
        "attribute name \"o?author\", after a value of the wrong size"},
-      {"size too large", "@D { http://x/\ntitle{30}:\tTwo\nauthor{1}:\tA\n}\n", ""},
+      {"size too large", "@D { http://x/\ntitle{30}:\tTwo\nauthor{1}:\tA\n}\n",
+       "attribute name \"http://localhost/2?title\", after a value of the wrong size"},
       {"size beyond the stream", "@D { http://x/\ntitle{900000}:\tTwo\n}\n", "not a SOIF object"},
       {"negative size", "@D { http://x/\ntitle{-1}:\tTwo\n}\n", "not a SOIF object"},
       {"endless size", "@D { http://x/\ntitle{99999999999999999999}:\tTwo\n}\n", "not a SOIF object"},
-      {"no attributes, no end", "@D { http://x/\n", ""},
-      {"only an at-sign", "@\n", ""},
+      {"no attributes, no end", "@D { http://x/\n", "attribute name \"@DOCUMENT \", after a value of the wrong size"},
+      {"only an at-sign", "@\n", "attribute name \"(empty)\", after a value of the wrong size"},
   };
   for (const DamagedRow &row : rows) {
     const CatalogFiles catalog;
     const Finished finished = catalog.update(one + row.text + two);
     EXPECT_EQ(finished.status, 0) << row.what;
     EXPECT_EQ(finished.out, "2\n") << row.what << ": " << finished.errors;
-    EXPECT_THAT(finished.errors,
-                HasSubstr("minidba: object 2 at byte " + std::to_string(one.size()) + " rejected: " + row.reason))
+    EXPECT_THAT(finished.errors, HasSubstr("minidba: object 2 at byte " + std::to_string(one.size()) +
+                                           " rejected: " + row.reason + "\n"))
         << row.what;
     EXPECT_THAT(finished.errors, HasSubstr("2 new, 0 changed, 0 unchanged, 1 rejected\n")) << row.what;
     EXPECT_EQ(catalog.records().size(), 2u) << row.what;

@@ -9,6 +9,7 @@
 #include "catalog_files.h"
 #include "dba/guard.h"
 #include "dba/hash_file.h"
+#include "qxapi/guard.h"
 #include "tools/minidba/layout.h"
 
 namespace {
@@ -260,6 +261,60 @@ TEST_F(Verify, FindsDamagedPagesAndWhatTheyHide) {
   EXPECT_THAT(finished.errors, HasSubstr("minidba: a page is damaged\n"));
   EXPECT_THAT(finished.errors, HasSubstr("which is not there\n")) << "the index still has what the page hides";
   EXPECT_THAT(finished.out, testing::StartsWith("damaged: "));
+  EXPECT_EQ(catalog.run({"list"}).errors, "minidba: damaged page in " + catalog.path() + "\n");
+}
+
+/// change_bytes puts a text in the place of another of the same length.
+void change_bytes(const std::string &path, const std::string &from, const std::string &to) {
+  std::string bytes = support::read_file(path);
+  const size_t at = bytes.find(from);
+  ASSERT_NE(at, std::string::npos);
+  support::write_file(path, bytes.replace(at, from.size(), to));
+}
+
+TEST_F(Verify, FindsARecordInAnothersBucket) {
+  change_bytes(catalog_.path(), "00000003", "00000004");
+  EXPECT_THAT(catalog_.run({"verify"}).errors, HasSubstr("minidba: description 4 is not found by its key\n"));
+}
+
+TEST_F(Verify, FindsANumberThatTwoRecordsHave) {
+  // Keys that differ in an even digit by two lie in one bucket of a small file.
+  change_bytes(catalog_.path(), "00000003", "00000001");
+  EXPECT_THAT(catalog_.run({"verify"}).errors, HasSubstr("minidba: description 1 is there twice\n"));
+}
+
+TEST_F(Verify, FindsRecordsThatAreCountedAndNotThere) {
+  auto header = hash_file::decode(reinterpret_cast<const unsigned char *>(support::read_file(catalog_.path()).data()));
+  header.records += 2;
+  std::string bytes = support::read_file(catalog_.path());
+  encode(header, reinterpret_cast<unsigned char *>(bytes.data()));
+  support::write_file(catalog_.path(), bytes);
+  EXPECT_THAT(catalog_.run({"verify"}).errors, HasSubstr("minidba: the database counts 5 records and has 3\n"));
+}
+
+TEST_F(Verify, FindsAPageThatIsUsedTwice) {
+  std::string bytes = support::read_file(catalog_.path());
+  auto header = hash_file::decode(reinterpret_cast<const unsigned char *>(bytes.data()));
+  header.bitmaps[1] = header.bitmaps[0];
+  encode(header, reinterpret_cast<unsigned char *>(bytes.data()));
+  support::write_file(catalog_.path(), bytes);
+  EXPECT_THAT(catalog_.run({"verify"}).errors, HasSubstr("minidba: a page is used twice: " + catalog_.path() + "\n"));
+}
+
+TEST_F(Verify, ADatabaseThatIsReplacedMeanwhileIsNotJudged) {
+  const std::string index = support::read_file(catalog_.path(".idx")), pipe = catalog_.path(".pipe");
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  const CatalogFiles streams;
+  support::write_file(streams.path(".in"), "");
+  const pid_t child = support::start(catalog_.command({"-i", pipe, "verify"}), streams.path(".in"),
+                                     streams.path(".out"), streams.path(".err"));
+  // The index is read last, and waited for.
+  file_guard writer(::open(pipe.c_str(), O_WRONLY | O_CLOEXEC));
+  EXPECT_EQ(catalog_.update(rd("http://localhost/4", {{"title", "4"}})).status, 0);
+  EXPECT_EQ(::write(writer.get(), index.data(), index.size()), static_cast<ssize_t>(index.size()));
+  writer = file_guard();
+  EXPECT_EQ(support::wait_for(child), 2);
+  EXPECT_EQ(support::read_file(streams.path(".err")), "minidba: changed meanwhile: " + catalog_.path() + "\n");
 }
 
 TEST_F(Verify, AFileThatIsNoDatabaseIsDamaged) {
