@@ -165,10 +165,14 @@ struct Descriptions {
     return reader.next();
   }
 
-  /// has_room returns whether an object fits into the answer, whose length has 32 bits, beside the answer's header.
-  bool has_room(const SOIF *object) const {
-    constexpr uint64_t header = 4096;
-    return output->length + printed_size(object) + header <= std::numeric_limits<uint32_t>::max();
+  /// has_room returns whether the object of a record fits into the answer, whose length has 32 bits, beside the
+  /// answer's header. It is measured only where it might not.
+  bool has_room(const SOIF *object, const DBT &record) const {
+    constexpr uint64_t header = 4096, framing = 32;  // bytes; of the answer, and about a value at most
+    const uint64_t taken = output->length + header, end = std::numeric_limits<uint32_t>::max();
+    const auto values = static_cast<uint64_t>(object->value_bytes), count = static_cast<uint64_t>(object->attr_count);
+    const uint64_t most = record.size + values + (count + 1) * framing;
+    return taken + most <= end || taken + printed_size(object) <= end;
   }
 
   /// print_record returns whether the record of a key was printed.
@@ -180,7 +184,7 @@ struct Descriptions {
       CSLOG(CSLOG_WARNING, "rds", "Malformed RD in %s: key %s\n", catalog_key, key);
       return false;
     }
-    if (!has_room(object.get())) {
+    if (!has_room(object.get(), record)) {
       CSLOG(CSLOG_ERROR, "rds", "No room in the answer for %s: key %s\n", catalog_key, key);
       return false;
     }
