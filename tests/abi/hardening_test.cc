@@ -1,14 +1,20 @@
 /// What a compiler and a linker can do against the exploitation of a mistake was done for every program and library.
 
+#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
+#include <cstring>
+#include <initializer_list>
 #include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include "support/files.h"
 
 namespace {
 
@@ -20,16 +26,18 @@ using ::testing::Not;
 
 class Hardening : public ::testing::TestWithParam<const char *> {
  protected:
-  /// read returns what readelf prints about the file.
-  static std::string read(const std::string &options) {
-    const std::string command = std::string(READELF) + " -W " + options + " " BINARY_DIR "/" + GetParam();
+  static std::string file() { return std::string(BINARY_DIR "/") + GetParam(); }
+
+  /// output_of returns what one of the build's tools prints about the file.
+  static std::string output_of(const std::string &tool) {
     // NOLINTNEXTLINE(cert-env33-c): the command is the build's own tool
-    const std::unique_ptr<FILE, int (*)(FILE *)> pipe(::popen(command.c_str(), "r"), ::pclose);
+    const std::unique_ptr<FILE, int (*)(FILE *)> pipe(::popen((tool + " " + file()).c_str(), "r"), ::pclose);
     std::string output;
     char block[4096];
     for (size_t n = 0; pipe && (n = std::fread(block, 1, sizeof block, pipe.get())) > 0;) output.append(block, n);
     return output;
   }
+  static std::string read(const std::string &options) { return output_of(READELF " -W " + options); }
 
   /// compilers returns how every compilation of our code in the file was called, as its debug information tells. The
   /// sanitizers' own code is older C++.
@@ -54,7 +62,11 @@ TEST_P(Hardening, TheStackIsNotExecutable) {
   EXPECT_THAT(read("-l"), Not(ContainsRegex(" RWE ")));
 }
 
-TEST_P(Hardening, StacksAreWatched) { EXPECT_THAT(read("--dyn-syms"), HasSubstr("__stack_chk_fail")); }
+TEST_P(Hardening, StacksAreWatched) {
+  EXPECT_THAT(read("--dyn-syms"), HasSubstr("__stack_chk_fail"));
+  EXPECT_THAT(compilers(), Not(IsEmpty()));
+  EXPECT_THAT(compilers(), Each(HasSubstr("-fstack-protector-strong")));
+}
 
 TEST_P(Hardening, BigFramesAreTouchedPageByPage) {
   EXPECT_THAT(compilers(), Not(IsEmpty()));
@@ -62,7 +74,7 @@ TEST_P(Hardening, BigFramesAreTouchedPageByPage) {
 }
 
 #ifdef __x86_64__
-TEST_P(Hardening, IndirectJumpsLandOnMarkedPlaces) {
+TEST_P(Hardening, PlacesForIndirectJumpsAreMarked) {
   EXPECT_THAT(compilers(), Not(IsEmpty()));
   EXPECT_THAT(compilers(), Each(HasSubstr("-fcf-protection=full")));
 }
@@ -79,14 +91,68 @@ TEST_P(Hardening, NothingIsLookedUpInFoldersOfTheBuilder) {
   EXPECT_THAT(read("-d"), Not(ContainsRegex("R(UN)?PATH.*\\[[^/]")));
 }
 
-INSTANTIATE_TEST_SUITE_P(Files, Hardening,
-                         ::testing::Values("bin/rdmd", "bin/minidba", "bin/rdmctl", "lib/libqxapi.so.3",
-                                           "lib/libcs.so.1", "lib/libdba.so.1", "lib/librdm.so.1"),
-                         [](const auto &file) {
-                           std::string name(file.param);
-                           for (char &c : name)
-                             if (std::isalnum(static_cast<unsigned char>(c)) == 0) c = '_';
-                           return name;
-                         });
+std::string name_of(const ::testing::TestParamInfo<const char *> &file) {
+  std::string name(file.param);
+  for (char &c : name)
+    if (std::isalnum(static_cast<unsigned char>(c)) == 0) c = '_';
+  return name;
+}
+
+INSTANTIATE_TEST_SUITE_P(Programs, Hardening, ::testing::Values("bin/rdmd", "bin/minidba", "bin/rdmctl"), name_of);
+
+constexpr const char *libraries[] = {"lib/libqxapi.so.3", "lib/libcs.so.1", "lib/libdba.so.1", "lib/librdm.so.1"};
+
+INSTANTIATE_TEST_SUITE_P(Libraries, Hardening, ::testing::ValuesIn(libraries), name_of);
+
+#ifdef __x86_64__
+using HardeningOfExports = Hardening;
+
+TEST_P(HardeningOfExports, BeginWithAMarkForIndirectCalls) {
+  constexpr unsigned char mark[] = {0xf3, 0x0f, 0x1e, 0xfa};
+  const std::unique_ptr<void, int (*)(void *)> library(::dlopen(file().c_str(), RTLD_NOW), ::dlclose);
+  ASSERT_NE(library, nullptr) << ::dlerror();
+  std::istringstream symbols(output_of(NM " -D --defined-only --without-symbol-versions"));
+  int procedures = 0;
+  for (std::string address, kind, name; symbols >> address >> kind >> name;)
+    if (kind == "T") {
+      const void *procedure = ::dlsym(library.get(), name.c_str());
+      ASSERT_NE(procedure, nullptr) << name;
+      EXPECT_EQ(std::memcmp(procedure, mark, sizeof mark), 0) << name;
+      ++procedures;
+    }
+  EXPECT_GT(procedures, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Libraries, HardeningOfExports, ::testing::ValuesIn(libraries), name_of);
+#endif
+
+/// commands returns how each source of the libraries and programs is compiled. What was defined does not show in what
+/// is made of it.
+std::vector<std::string> commands() {
+  const std::initializer_list<const char *> folders = {"qxapi/", "libcs/", "dba/", "service/", "hosts/", "tools/"};
+  std::vector<std::string> found;
+  std::istringstream lines(support::read_file(BINARY_DIR "/compile_commands.json"));
+  for (std::string line; std::getline(lines, line);)
+    if (std::any_of(folders.begin(), folders.end(), [&line](const char *folder) {
+          return line.find(std::string(" -c " SOURCE_DIR "/") + folder) != std::string::npos;
+        }))
+      found.push_back(line);
+  return found;
+}
+
+TEST(HardeningOfSources, ContainersCheckTheirBounds) {
+  EXPECT_THAT(commands(), Not(IsEmpty()));
+  EXPECT_THAT(commands(), Each(HasSubstr(" -D_GLIBCXX_ASSERTIONS ")));
+}
+
+TEST(HardeningOfSources, FormatsThatAreNoLiteralsAreWarnedOf) {
+  EXPECT_THAT(commands(), Each(HasSubstr(" -Wformat=2 ")));
+}
+
+#if OPTIMISED
+TEST(HardeningOfSources, TheCLibraryKnowsAllSizesThatTheCompilerDoes) {
+  EXPECT_THAT(commands(), Each(HasSubstr(" -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3 ")));
+}
+#endif
 
 }  // namespace
