@@ -48,6 +48,4 @@ void write_file(const std::string &path, const std::string &bytes) {
 
 bool file_exists(const std::string &path) { return fs::exists(path); }
 
-std::string golden(const std::string &name) { return read_file(std::string(SOURCE_DIR) + "/tests/golden/" + name); }
-
 }  // namespace support

@@ -27,9 +27,6 @@ std::string read_file(const std::string &path);
 void write_file(const std::string &path, const std::string &bytes);
 bool file_exists(const std::string &path);
 
-/// golden returns the bytes of tests/golden/NAME; a missing file fails the test.
-std::string golden(const std::string &name);
-
 }  // namespace support
 
 #endif
