@@ -1,5 +1,7 @@
 #include "faults/io_fault.h"
 
+#include <gtest/gtest.h>
+
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -18,7 +20,9 @@ struct Kind {
 
 const std::vector<Kind> kinds = {
     {"open", {EMFILE, EIO, EINTR}},
+    {"fopen", {EMFILE, EIO}},
     {"read", {EIO, 0, EINTR}},
+    {"fread", {EIO, 0}},
     {"write", {ENOSPC, EIO, 0, EINTR}},
     {"seek", {EIO}},
     {"sync", {EIO, EINTR}},
@@ -64,7 +68,9 @@ void PrintTo(const IoFault &fault, std::ostream *out) {
 support::Finished run_with(const IoFault &fault, const Call &call) {
   const support::TemporaryFolder folder;
   const std::string text = fault.kind + " " + std::to_string(fault.n) + " " + std::to_string(fault.error);
-  return run_noting(text, call, folder.path("notes"));
+  support::Finished finished = run_noting(text, call, folder.path("notes"));
+  EXPECT_TRUE(support::file_exists(folder.path("notes"))) << "no call failed";
+  return finished;
 }
 
 std::map<std::string, long> count_calls(const Call &call) {

@@ -31,7 +31,7 @@ struct Call {
   std::string input;
 };
 
-/// run_with runs a program one of whose calls fails, if there are so many.
+/// run_with runs a program one of whose calls fails. The test fails where the program does not come to that call.
 support::Finished run_with(const IoFault &fault, const Call &call);
 
 /// count_calls runs a program to its end and returns how many calls of each class it makes.

@@ -5,8 +5,9 @@
 /// class "count" has a line for each call written to that file, with its class, and none fail.
 ///
 /// What the C library calls inside itself cannot be replaced. Its streams therefore are opened here over functions that
-/// come by as well. Only standard error is left alone: that is where a program says what has happened; and the files in
-/// which a coverage build counts its lines.
+/// come by as well. What opens and reads them are classes of their own: regular files, which is all that the programs
+/// use streams for, are never interrupted. Only standard error is left alone: that is where a program says what has
+/// happened; and the files in which a coverage build counts its lines.
 
 #include <dirent.h>
 #include <dlfcn.h>
@@ -92,10 +93,9 @@ ssize_t transfer(const char *kind, int fd, size_t count, Call call) {
 
 int descriptor_of(void *cookie) { return static_cast<int>(reinterpret_cast<intptr_t>(cookie)); }
 
-/// Regular files, which is all that the programs use streams for, are never interrupted.
 ssize_t read_stream(void *cookie, char *bytes, size_t count) {
-  const auto call = [&](size_t n) { return REAL(read)(descriptor_of(cookie), bytes, n); };
-  return fault().error == EINTR ? call(count) : transfer("read", descriptor_of(cookie), count, call);
+  const int fd = descriptor_of(cookie);
+  return transfer("fread", fd, count, [&](size_t n) { return REAL(read)(fd, bytes, n); });
 }
 
 ssize_t write_stream(void *cookie, const char *bytes, size_t count) {
@@ -159,7 +159,7 @@ EXPORTED int mkostemp64(char *path, int flags) { return strikes("open") ? -1 : R
 
 /// The streams of the C++ library only have their files opened by the C library, and read and write them themselves.
 EXPORTED FILE *fopen64(const char *path, const char *mode) {
-  if (fault().error != EINTR && strikes("open")) return nullptr;
+  if (strikes("fopen")) return nullptr;
   if (std::strcmp(mode, "re") != 0) return REAL(fopen64)(path, mode);
   const int fd = REAL(open64)(path, O_RDONLY | O_CLOEXEC);
   return fd == -1 ? nullptr : open_stream(fd, "r");

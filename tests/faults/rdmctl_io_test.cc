@@ -81,8 +81,10 @@ class RdmctlIo : public testing::Test {
 };
 
 TEST_F(RdmctlIo, SaysWhatItDidAndImportsAllOrNothing) {
-  const auto faults = faults::io_faults(faults::count_calls(call()));
+  const auto calls = faults::count_calls(call());
+  const auto faults = faults::io_faults(calls);
   EXPECT_EQ(imported(), descriptions);
+  for (const char *kind : {"fopen", "fread", "open", "read", "write"}) EXPECT_EQ(calls.count(kind), 1u) << kind;
   EXPECT_GT(faults.size(), 10u);
   for (const IoFault &fault : faults) {
     SCOPED_TRACE(testing::PrintToString(fault));
