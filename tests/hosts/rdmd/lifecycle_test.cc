@@ -98,7 +98,7 @@ TEST_F(HostLifecycle, ClosesIdleConnectionsAtOnce) {
 }
 
 TEST_F(HostLifecycle, AConnectionWithNothingButEmptyLinesIsIdle) {
-  start({"--header-timeout", "3600", "--idle-timeout", "3600", "--shutdown-timeout", "3600"});
+  start();
   HttpClient client(port_), half_a_line(port_);
   for (HttpClient *each : {&client, &half_a_line}) {
     each->send(get("/rdm/fast") + "\r\n\r" + (each == &client ? "\n" : ""));
@@ -211,8 +211,9 @@ TEST_F(HostLifecycle, ALogThatCannotBeReopenedGoesOnInTheOldFile) {
 TEST_F(HostLifecycle, NoLogTakesThePlaceOfAClosedStandardStream) {
   // The access log did, and what was meant for standard error went into it.
   const std::string log = folder_.path("access.log");
-  const std::string command = std::string(BINARY_DIR) + "/bin/rdmd --listen nowhere --plugin " + plugin() +
-                              " --config " + config() + " --access-log " + log + " 2>&-";
+  const std::string command = std::string(BINARY_DIR) + "/bin/rdmd --listen 127.0.0.1:0 --plugin " + plugin() +
+                              " --config " + config("fail=\"The stars are wrong.\"\n") + " --access-log " + log +
+                              " 2>&-";
   EXPECT_EQ(support::run({"/bin/sh", "-c", command}).status, 1);
   EXPECT_EQ(support::read_file(log), "");
 }
