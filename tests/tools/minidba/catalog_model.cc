@@ -106,7 +106,7 @@ void CatalogModel::Refused::add(const StreamObject &object, int64_t object_numbe
   ++count;
 }
 
-/// A writer makes the URL map that is missing before it does anything else.
+/// A writer makes the URL map that is missing before it does anything else; but for an import, which replaces all.
 void CatalogModel::begin_writing(const Flags &flags) {
   if (flags.dry_run || !exists_ || has_map_) return;
   next_in_map_ = next();
@@ -223,7 +223,6 @@ Result CatalogModel::update(const Stream &stream, const Flags &flags) {
 }
 
 Result CatalogModel::import(const Stream &stream, const Flags &flags) {
-  begin_writing(flags);
   if (exists_ && !flags.replace) return fail({}, "already there: " + path_ + " (--replace replaces it)");
   struct Unnumbered {
     const StreamObject *object;
@@ -271,9 +270,8 @@ Result CatalogModel::import(const Stream &stream, const Flags &flags) {
     return fail(refused.result,
                 std::to_string(refused.count) + " objects rejected: nothing is imported without --rejects");
   if (!flags.dry_run) {
-    const bool has_changes = !descriptions_.empty() || imported > 0;
     *this = next;
-    commit(next_number, has_changes);
+    commit(next_number, true);
     if (flags.rejects) refused.result.rejects = refused.kept;
   }
   return report(refused.result, "import", flags,
