@@ -16,7 +16,7 @@ namespace fs = std::filesystem;
 std::string followed(const std::string &path) {
   std::error_code error;
   if (!fs::is_symlink(path, error)) return path;
-  const std::string file = fs::canonical(path, error).string();
+  std::string file = fs::canonical(path, error).string();
   if (error) throw Failure("cannot follow the link " + path + ": " + error.message());
   return file;
 }

@@ -38,9 +38,10 @@ File claim(const std::string &path, mode_t mode) {
   if (!remove_abandoned(path)) throw Failure("another process is writing " + path);
   File file = File::create(path, mode);
   if (try_lock(file.descriptor())) return file;
-  const SystemFailure failure = system_failure("cannot lock " + path);
+  const int error = errno;
   ::unlink(path.c_str());
-  throw failure;
+  errno = error;
+  throw system_failure("cannot lock " + path);
 }
 
 /// Without the group that it is for, a file means something else unless its group may do what everybody may.

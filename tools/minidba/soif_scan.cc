@@ -71,7 +71,7 @@ class ObjectScan {
   /// is_dead_end says whether a scan before this one has been at the place, and may keep it for those after this.
   bool is_dead_end(bool is_kept) {
     if (is_kept) places_.push_back(place_);
-    return dead_ends_.count(place_) != 0;
+    return dead_ends_.contains(place_);
   }
 
   /// pass_blanks goes to the place where an attribute begins; true at a dead end on the way.

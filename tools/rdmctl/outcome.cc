@@ -38,7 +38,7 @@ std::vector<std::string> Outcome::faults() const try {
   std::vector<std::string> faults;
   if (const std::string count = expired(database_); count != "0")
     faults.push_back(count + " descriptions that have expired are still there");
-  if (!is_replaced(index_before_, minidba::status_of(index_))) faults.push_back("the index was not written");
+  if (!is_replaced(index_before_, minidba::status_of(index_))) faults.emplace_back("the index was not written");
   return faults;
 } catch (const minidba::Failure &failure) {
   return {failure.what()};

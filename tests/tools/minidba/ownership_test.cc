@@ -43,7 +43,6 @@ class Ownership : public testing::Test {
     std::vector<std::string> words = catalog_.command({"update"});
     const std::string id = std::to_string(user);
     words.insert(words.begin(), {"/usr/bin/setpriv", "--reuid=" + id, "--regid=" + id, "--clear-groups"});
-    // The folder of the program may be closed to others.
     return support::run(words, rd("http://localhost/2", {{"title", "Two"}}));
   }
 
@@ -116,9 +115,9 @@ TEST_F(OwnershipBySuperuser, AFileOfWhichItsOwnerWouldBeRobbedIsNotReplaced) {
   ASSERT_EQ(::chmod(catalog_.path(".idx").c_str(), 0600), 0);
   constexpr uid_t other = 3;
   ASSERT_EQ(::chown(catalog_.folder().c_str(), other, 0), 0);
-  const Finished finished =
-      support::run({"/usr/bin/setpriv", "--reuid=3", "--regid=0", "--clear-groups", BINARY_DIR "/bin/minidba", "-d",
-                    catalog_.path(), "-i", catalog_.path(".idx"), "index"});
+  std::vector<std::string> words = catalog_.command({"-i", catalog_.path(".idx"), "index"});
+  words.insert(words.begin(), {"/usr/bin/setpriv", "--reuid=3", "--regid=0", "--clear-groups"});
+  const Finished finished = support::run(words);
   EXPECT_EQ(finished.status, 2);
   EXPECT_EQ(finished.errors,
             "minidba: cannot keep the owner of " + catalog_.path(".idx.new") + ": Operation not permitted\n");
