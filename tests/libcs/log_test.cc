@@ -34,6 +34,8 @@ constexpr int thread_number = 69;  // slot 5
 std::vector<std::string> file_calls;
 
 int fixed_thread_id() { return thread_number; }
+int current_thread = 0;
+int current_thread_id() { return current_thread; }
 int negative_thread_id() { return -1; }
 
 int64_t recording_seek(host_fd fd, int64_t offset, int whence) {
@@ -304,6 +306,41 @@ TEST_F(Log, InitAgainChangesLevelAndDestinationAndForgetsCallSites) {
   EXPECT_EQ(_cslog_level, 2);
 }
 
+TEST_F(Log, InitAgainTurnsFromAStreamToAFile) {
+  ::testing::internal::CaptureStdout();
+  cslog_init(1, "stdout");
+  cslog_init(1, path_.c_str());
+  CSLOG(CSLOG_NOTE, "adt", "kept\n");
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
+  EXPECT_EQ(after_stamp(), process() + "\t kept\n");
+}
+
+TEST_F(Log, InitAgainWithAFileThatCannotBeOpenedSilencesAStream) {
+  const std::string missing = folder_.path("missing/debug.log");
+  ::testing::internal::CaptureStdout();
+  ::testing::internal::CaptureStderr();
+  for (const char *stream : {"stdout", "stderr"}) {
+    cslog_init(1, stream);
+    cslog_init(1, missing.c_str());
+    CSLOG(CSLOG_ERROR, "adt", "lost\n");
+  }
+  const std::string report = "Cannot append to " + missing + ".\n";
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), report + report);
+}
+
+TEST_F(Log, TerminateSilencesAStream) {
+  ::testing::internal::CaptureStdout();
+  ::testing::internal::CaptureStderr();
+  for (const char *stream : {"stdout", "stderr"}) {
+    cslog_init(1, stream);
+    cslog_terminate();
+    CSLOG(CSLOG_ERROR, "adt", "lost\n");
+  }
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+}
+
 TEST_F(Log, TerminateClosesTheFileOnce) {
   host_.close = recording_close;
   bind();
@@ -314,6 +351,20 @@ TEST_F(Log, TerminateClosesTheFileOnce) {
 }
 
 using LogDeathTest = Log;
+
+// The lines have no newline here, which would flush a stream that is buffered by lines.
+TEST_F(LogDeathTest, ALineIsFlushedAtOnce) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        std::fflush(stdout);
+        ::dup2(STDERR_FILENO, STDOUT_FILENO);
+        cslog_init(1, "stdout");
+        CSLOG(CSLOG_NOTE, "adt", "at once");
+        std::_Exit(0);
+      },
+      ::testing::ExitedWithCode(0), "at once$");
+}
 
 TEST_F(LogDeathTest, TerminateFlushesTheStream) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
@@ -365,6 +416,24 @@ TEST_F(Log, OwnershipWarningsNeedALevel) {
 }
 
 TEST_F(Log, SetParamsReturnsTheThreadId) { EXPECT_EQ(_cslog_set_params(0, "adt", 1), thread_number); }
+
+TEST_F(Log, CallSitesAreKeptByThreadIdModulo32) {
+  host_.thread_id = current_thread_id;
+  bind();
+  cslog_init(1, path_.c_str());
+  current_thread = 5;
+  _cslog_set_params(CSLOG_ERROR, "adt", 1);
+  current_thread = 6;
+  _cslog_set_params(CSLOG_WARNING, "adt", 1);
+  for (const int thread : {5, 6, 7, 37}) {
+    current_thread = thread;
+    _cslog_do_print("from %d\n", thread);
+  }
+  EXPECT_THAT(text(), MatchesRegex("[^\n]*@5: ERROR: from 5\n"
+                                   "[^\n]*@6: WARNING: from 6\n"
+                                   "[^\n]*@7:\t from 7\n"
+                                   "[^\n]*@5: ERROR: from 37\n"));
+}
 
 TEST_F(Log, NegativeThreadIdsHaveASlotToo) {
   host_.thread_id = negative_thread_id;
