@@ -1,7 +1,6 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -21,11 +20,6 @@ using support::value_of;
 using Attributes = std::multimap<std::string, std::string>;
 
 constexpr char hello[] = "@FILE { /docs/a.html\ntitle{5}:\tHello\n}\n";
-
-struct CloseFile {
-  void operator()(FILE *file) const { std::fclose(file); }
-};
-using file_ptr = std::unique_ptr<FILE, CloseFile>;
 
 enum class Kind { string, file };
 
@@ -66,7 +60,7 @@ class Source {
 
  private:
   std::string text_;
-  file_ptr file_;
+  stdio_ptr file_;
   std::vector<char *> accept_;
   int stream_;
 };
@@ -417,7 +411,7 @@ TEST_F(ParseFile, MayBeAPipe) {
   const std::string text = "@FILE { /a\nbody{9000}:\t" + std::string(9000, '@') + "\ntitle{1}:\tx\n}\n";
   ASSERT_EQ(write(ends[1], text.data(), text.size()), static_cast<ssize_t>(text.size()));
   close(ends[1]);
-  const file_ptr file(fdopen(ends[0], "r"));
+  const stdio_ptr file(fdopen(ends[0], "r"));
   char title[] = "title", *accept[] = {title, nullptr};
   soif_reader reader(file.get());
   reader.accept(accept);
@@ -428,9 +422,45 @@ TEST_F(ParseFile, MayBeAPipe) {
   EXPECT_TRUE(reader.at_end());
 }
 
+/// Tape is a file that counts what is read of it.
+struct Tape {
+  std::string text;
+  off64_t position = 0;
+  size_t bytes_read = 0;
+
+  static ssize_t read(void *cookie, char *buffer, size_t size) {
+    auto &tape = *static_cast<Tape *>(cookie);
+    const size_t got = tape.text.copy(buffer, size, static_cast<size_t>(tape.position));
+    tape.position += static_cast<off64_t>(got);
+    tape.bytes_read += got;
+    return static_cast<ssize_t>(got);
+  }
+  static int seek(void *cookie, off64_t *offset, int whence) {
+    auto &tape = *static_cast<Tape *>(cookie);
+    const auto size = static_cast<off64_t>(tape.text.size());
+    *offset += whence == SEEK_CUR ? tape.position : whence == SEEK_END ? size : 0;
+    if (*offset < 0 || *offset > size) return -1;
+    tape.position = *offset;
+    return 0;
+  }
+};
+
+TEST_F(ParseFile, IsNotReadWhereAValueIsNotWanted) {
+  const std::string body(size_t{1} << 20, '@');
+  Tape tape{"@FILE { /a\nbody{1048576}:\t" + body + "\ntitle{1}:\tx\n}\n"};
+  const stdio_ptr file(
+      fopencookie(&tape, "r", {.read = Tape::read, .write = nullptr, .seek = Tape::seek, .close = nullptr}));
+  ASSERT_TRUE(file);
+  char title[] = "title", *accept[] = {title, nullptr};
+  soif_reader reader(file.get());
+  reader.accept(accept);
+  EXPECT_EQ(value_of(reader.next(), "title"), "x");
+  EXPECT_LT(tape.bytes_read, body.size() / 8);
+}
+
 TEST_F(ParseFile, ThatIsAFolderHoldsNothing) {
   const support::TemporaryFolder folder;
-  const file_ptr file(std::fopen(folder.path().c_str(), "r"));
+  const stdio_ptr file = open_stdio(folder.path().c_str());
   ASSERT_TRUE(file);
   soif_reader reader(file.get());
   EXPECT_FALSE(reader.next());

@@ -83,19 +83,16 @@ TEST_F(RoundTrip, WhatIsPrintedParsesToTheSameObject) {
 
 TEST_F(RoundTrip, WhatIsPrintedToAFileParsesToTheSameObjects) {
   Generator random;
-  FILE *file = std::tmpfile();
+  const stdio_ptr file(std::tmpfile());
   std::vector<soif_ptr> originals;
-  const int stream = soif_print_init_file(file);
+  const int stream = soif_print_init_file(file.get());
   for (int i = 0; i < 100; ++i) soif_print(stream, originals.emplace_back(random.object()).get());
   soif_print_finish(stream);
-  std::rewind(file);
-  {
-    soif_reader reader(file);
-    for (const soif_ptr &original : originals) expect_equal(reader.next().get(), original.get());
-    EXPECT_FALSE(reader.next());
-    EXPECT_TRUE(reader.at_end());
-  }
-  std::fclose(file);
+  std::rewind(file.get());
+  soif_reader reader(file.get());
+  for (const soif_ptr &original : originals) expect_equal(reader.next().get(), original.get());
+  EXPECT_FALSE(reader.next());
+  EXPECT_TRUE(reader.at_end());
 }
 
 TEST_F(RoundTrip, AParsedObjectPrintsTheSameTextAgain) {
@@ -118,21 +115,18 @@ TEST_F(RoundTrip, DamagedTextIsReadTheSameFromAStringAndFromAFile) {
     const soif_buffer_ptr buffer = print(original.get());
     std::string text(text_of(buffer));
     for (int hits = 3; hits > 0; --hits) text[damage() % text.size()] = "@{}:\t\n 9-\xFF"[damage() % 10];
-    FILE *file = std::tmpfile();
-    std::fwrite(text.data(), 1, text.size(), file);
-    std::rewind(file);
-    {
-      soif_reader from_file(file), from_string{std::string_view(text)};
-      for (;;) {
-        const soif_ptr a = from_file.next(), b = from_string.next();
-        if (!a && !b && from_string.at_end()) break;
-        // A value cut by the end of input is where the two may differ.
-        if (b && !a && from_file.at_end()) break;
-        ASSERT_EQ(a == nullptr, b == nullptr) << text;
-        if (a) expect_equal(a.get(), b.get());
-      }
+    const stdio_ptr file(std::tmpfile());
+    std::fwrite(text.data(), 1, text.size(), file.get());
+    std::rewind(file.get());
+    soif_reader from_file(file.get()), from_string{std::string_view(text)};
+    for (;;) {
+      const soif_ptr a = from_file.next(), b = from_string.next();
+      if (!a && !b && from_string.at_end()) break;
+      // A value cut by the end of input is where the two may differ.
+      if (b && !a && from_file.at_end()) break;
+      ASSERT_EQ(a == nullptr, b == nullptr) << text;
+      if (a) expect_equal(a.get(), b.get());
     }
-    std::fclose(file);
   }
 }
 
