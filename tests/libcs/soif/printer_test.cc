@@ -207,15 +207,18 @@ TEST(PrintString, WithNothingPrintedIsLeftUninitialised) {
 TEST_F(Print, WithoutAnOutputFunctionIsDropped) {
   const soif_ptr object = make_soif("FILE", "/a", 1);
   insert(object, "t", "v");
-  SOIFBuffer *buffer = nullptr;
+  SOIFBuffer *buffer = nullptr, *none = nullptr;
+  soif_buffer_create(64, &buffer);
+  const soif_buffer_ptr owner(buffer);
   host.fail_allocation = host.allocations + 1;
   for (int stream :
-       {soif_print_init_fn(nullptr, nullptr), soif_print_init_file(nullptr), soif_print_init_string(&buffer)}) {
+       {soif_print_init_fn(nullptr, buffer), soif_print_init_file(nullptr), soif_print_init_string(&none)}) {
     EXPECT_EQ(soif_print(stream, object.get()), 0);
     EXPECT_EQ(soif_print_finish(stream), 0);
   }
-  EXPECT_EQ(buffer, nullptr);
+  EXPECT_EQ(none, nullptr);
   EXPECT_EQ(soif_print(200, object.get()), 0);
+  EXPECT_EQ(buffer->length, 0);
 }
 
 }  // namespace

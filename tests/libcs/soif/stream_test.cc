@@ -71,6 +71,16 @@ TEST_F(Streams, AreClearedWhenFinished) {
   EXPECT_EQ(open_streams(), 0);
 }
 
+TEST_F(Streams, ToPrintToAreClearedWhenFinished) {
+  SOIFBuffer *buffer = nullptr;
+  const int stream = soif_print_init_string(&buffer);
+  const soif_buffer_ptr owner(buffer);
+  EXPECT_EQ(soif_print_finish(stream), 0);
+  EXPECT_TRUE(is_clear(_soif_state[stream]));
+  EXPECT_EQ(soif_print_finish(stream), 0);
+  EXPECT_EQ(open_streams(), 0);
+}
+
 TEST_F(Streams, AcceptListsOfStreamsThatAreNotOpenAreIgnored) {
   char *accept[] = {nullptr};
   EXPECT_EQ(soif_parse_set_accept_attr(7, accept), 0);
