@@ -282,6 +282,20 @@ TEST_F(Tax, InsertionAtTheRootTakesNullOrItsId) {
   EXPECT_EQ(taxonomy->root->children[1]->parent, nullptr);
 }
 
+TEST_F(Tax, InsertionGrowsTheChildrenByOnePlace) {
+  static std::vector<size_t> asked;
+  asked.clear();
+  const taxonomy_ptr taxonomy = load("");
+  qxapi_host recording = support::memory_host();
+  recording.realloc = [](void *block, size_t size) {
+    asked.push_back(size);
+    return support::memory_host().realloc(block, size);
+  };
+  qxapi_bind(&recording);
+  for (const char *id : {"a", "b", "c"}) taxonomy_insert(taxonomy.get(), make(id).release(), nullptr);
+  EXPECT_THAT(asked, ElementsAre(sizeof(void *), 2 * sizeof(void *), 3 * sizeof(void *)));
+}
+
 TEST_F(Tax, InsertionWithoutAParentLeavesTheNodeToTheCaller) {
   const taxonomy_ptr taxonomy = loaded();
   const node_ptr node = make("x"), nameless = make(nullptr);
