@@ -5,6 +5,7 @@
 #include <climits>
 #include <vector>
 
+#include "qxapi/guard.h"
 #include "support/diagnostics.h"
 #include "support/memory_host.h"
 
@@ -88,11 +89,16 @@ TEST_F(PriorityQueue, GetOfOnePriority) {
 }
 
 TEST_F(PriorityQueue, FreeLeavesTheItemsAlone) {
-  a = 7;
-  cspriq_put(queue, &a, 1);
-  cspriq_put(queue, &b, 2);
-  EXPECT_EQ(queue->count, 2);  // released when the test ends
-  EXPECT_EQ(a, 7);
+  const host_text one(host_strdup("one")), other(host_strdup("other"));
+  const long before = host.live_blocks;
+  cspriq *filled = nullptr;
+  ASSERT_EQ(cspriq_create(&filled), 0u);
+  cspriq_put(filled, one.get(), 1);
+  cspriq_put(filled, other.get(), 2);
+  EXPECT_EQ(cspriq_free(filled), 0u);
+  EXPECT_EQ(host.live_blocks, before);
+  EXPECT_STREQ(one.get(), "one");
+  EXPECT_STREQ(other.get(), "other");
 }
 
 TEST_F(PriorityQueue, PutWithoutMemoryAddsNoLevel) {
