@@ -1,8 +1,10 @@
-/// SOIF objects as text, for fuzzers that compare them.
+/// SOIF objects as text and part by part, for fuzzers that compare them.
 #ifndef FUZZ_PRINT_H
 #define FUZZ_PRINT_H
 
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "libcs/guard.h"
 
@@ -16,6 +18,24 @@ inline std::string print(const SOIF *object) {
   };
   soif_writer(append, &text).print(object);
   return text;
+}
+
+/// attributes returns names and values in the order of the table.
+inline std::vector<std::pair<std::string, std::string>> attributes(const cshashtable &table) {
+  std::vector<std::pair<std::string, std::string>> all;
+  for (int32_t i = 0; i < table.nbuckets; ++i)
+    for (const cslist_node *node = table.buckets[i]->head; node != nullptr; node = node->next) {
+      const auto *pair = static_cast<const AVPair *>(node->data);
+      all.emplace_back(pair->attribute, std::string(pair->value, static_cast<size_t>(pair->vsize)));
+    }
+  return all;
+}
+
+/// same returns whether two objects are equal in all their parts.
+inline bool same(const SOIF &one, const SOIF &other) {
+  return std::string_view(one.template_name) == other.template_name && std::string_view(one.url) == other.url &&
+         one.attr_count == other.attr_count && one.value_bytes == other.value_bytes &&
+         attributes(*one.attrs) == attributes(*other.attrs);
 }
 
 }  // namespace fuzz

@@ -15,7 +15,8 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
       break;
     }
     fuzz::require(!one == !other, "an object that only a file has");
-    if (one) fuzz::require(fuzz::print(one.get()) == fuzz::print(other.get()), "two readings of one object");
+    if (one) fuzz::require(fuzz::same(*one, *other), "two readings of one object");
   }
+  while (!from_file.at_end()) fuzz::require(from_file.next() == nullptr, "an object behind the last");
   return 0;
 }
