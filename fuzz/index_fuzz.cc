@@ -1,4 +1,5 @@
-/// Any bytes as the index of a catalog, and a search in it. The first four bytes are the time searched for.
+/// Any bytes as the index of a catalog, and a search in it, against models that read the file number by number and that
+/// search by recursion. The first four bytes are the time searched for.
 
 #include <algorithm>
 #include <vector>
@@ -21,15 +22,67 @@ struct Catalog {
   fuzz::Folder folder;
 };
 
+uint32_t number(std::string_view file, size_t at) {
+  file.remove_prefix(at);
+  return static_cast<uint32_t>(fuzz::take(file, 4));
+}
+
+/// is_index says whether the file has its mark and at least the entries that it counts.
+bool is_index(std::string_view file) {
+  return file.size() >= 8 && number(file, 0) == 0x3eb1ca0e && (file.size() - 8) / 20 >= number(file, 4);
+}
+
+void check_entries(std::string_view file, const cs_dbindex &index) {
+  fuzz::require(index.count == number(file, 4), "the count of an index");
+  for (size_t i = 0, at = 8; i < index.count; ++i) {
+    const cs_dbentry &entry = index.entries[i];
+    for (const uint32_t field : {entry.time, entry.reserved1, entry.key, entry.reserved2, entry.reserved3}) {
+      fuzz::require(field == number(file, at), "a number of an entry");
+      at += 4;
+    }
+  }
+}
+
+struct Model {
+  std::vector<int64_t> times;
+  int64_t since;
+
+  int64_t last() const { return static_cast<int64_t>(times.size()) - 1; }
+  bool is_late(int64_t i) const { return times[static_cast<size_t>(i)] >= since; }
+  int64_t search(int64_t low, int64_t high) const;
+  bool is_answer(int64_t found) const;
+};
+
+/// search finds nothing to send, which is the count, where it comes to the last entry; else an entry of just that time,
+/// else one of the two between which it belongs.
+int64_t Model::search(int64_t low, int64_t high) const {
+  if (low <= high) {
+    const int64_t middle = low + (high - low) / 2;
+    if (middle >= last()) return last() + 1;
+    if (!is_late(middle)) return search(middle + 1, high);
+    return times[static_cast<size_t>(middle)] == since ? middle : search(low, middle - 1);
+  }
+  const int64_t before = std::max<int64_t>(high, 0);
+  if (is_late(before)) return before;
+  return is_late(low) ? low : -1;
+}
+
 /// is_answer says, looking at every entry, whether a search in a sorted index may find this: an entry of just that
-/// time, else the first later one. A search that comes to the last entry finds nothing to send, which is the count.
-bool is_answer(const std::vector<uint32_t> &times, int64_t since, int32_t found) {
-  const auto count = static_cast<int32_t>(times.size());
-  const bool any = std::any_of(times.begin(), times.end(), [since](uint32_t time) { return time >= since; });
-  if (found == -1) return !any;
-  if (found == count) return count == 1 || times[times.size() - 2] < since;
-  return found >= 0 && found < count && times[static_cast<size_t>(found)] >= since &&
-         (found == 0 || times[static_cast<size_t>(found) - 1] <= since);
+/// time, else the first later one; the count where only the last entry may be as late.
+bool Model::is_answer(int64_t found) const {
+  const auto first = std::find_if(times.begin(), times.end(), [this](int64_t time) { return time >= since; });
+  const int64_t position = first - times.begin();
+  if (position >= last()) return found == last() + 1;
+  return found == position || (found > position && found < last() && times[static_cast<size_t>(found)] == since);
+}
+
+void check_search(const cs_dbindex &index, int64_t since) {
+  const int32_t found = cs_dbsearch(&index, since);
+  Model model{{}, since};
+  for (uint32_t i = 0; i < index.count; ++i) model.times.push_back(index.entries[i].time);
+  fuzz::require(found == (index.count == 0 ? -1 : model.search(0, model.last())), "what a search finds");
+  if (index.count > 0 && std::is_sorted(model.times.begin(), model.times.end()))
+    fuzz::require(model.is_answer(found), "what a search in a sorted index finds");
 }
 
 }  // namespace
@@ -42,12 +95,9 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   cs_dbindex index{};
   const int result = cs_dbsearch_start(csid, &index);
   const host_ptr<cs_dbentry> entries(index.entries);
+  fuzz::require(result == (is_index(input) ? 0 : 1), "what is an index");
   if (result != 0) return 0;
-  const int32_t found = cs_dbsearch(&index, since);
-  fuzz::require(found >= -1 && found <= static_cast<int32_t>(index.count), "the position found");
-  std::vector<uint32_t> times;
-  for (uint32_t i = 0; i < index.count; ++i) times.push_back(index.entries[i].time);
-  if (!times.empty() && std::is_sorted(times.begin(), times.end()))
-    fuzz::require(is_answer(times, since, found), "what a search finds");
+  check_entries(input, index);
+  check_search(index, since);
   return 0;
 }
