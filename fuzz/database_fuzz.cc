@@ -1,14 +1,27 @@
-/// Any bytes as a catalog database: a walk over it, and every record of the walk by its key.
+/// Any bytes as a catalog database: a walk over it, and every record of the walk by its key. Where the walk meets no
+/// damage, what is found by a key is what the walk found there.
+
+#include <algorithm>
+#include <set>
+#include <utility>
 
 #include "dba/guard.h"
 #include "fuzz/fuzz.h"
 
 namespace {
 
+using Records = std::set<std::pair<std::string, std::string>>;
+
 /// As many records as a file of this size can hold, and some.
 size_t record_limit(size_t size) { return size / 4 + 16; }
 
 std::string bytes_of(const DBT &item) { return {static_cast<const char *>(item.data), item.size}; }
+
+void look_up(DB *database, const std::string &name, Records &found) {
+  const DBT key{const_cast<char *>(name.data()), name.size()};
+  DBT value{};
+  if (dba_get(database, &key, &value) == 0) found.emplace(name, bytes_of(value));
+}
 
 }  // namespace
 
@@ -18,14 +31,17 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   if (!database) return 0;
   DBT key{}, value{};
   size_t steps = 0;
+  bool sound = true;
+  Records walked, found;
   for (int result = dba_first(database.get(), &key, &value); result != 1;
        result = dba_next(database.get(), &key, &value)) {
     fuzz::require(++steps <= record_limit(size), "the end of a walk");
+    sound = sound && result == 0;
     if (result != 0) continue;
     const std::string name = bytes_of(key);
-    const DBT wanted{const_cast<char *>(name.data()), name.size()};
-    DBT found{};
-    if (dba_get(database.get(), &wanted, &found) == 0) bytes_of(found);
+    walked.emplace(name, bytes_of(value));
+    look_up(database.get(), name, found);
   }
+  fuzz::require(!sound || std::includes(walked.begin(), walked.end(), found.begin(), found.end()), "what a key finds");
   return 0;
 }

@@ -1,6 +1,8 @@
 /// Any bytes as the head of an HTTP request. The pieces in which it arrives must not matter, except that what arrives
 /// whole may be refused for another reason than what is refused early.
 
+#include <algorithm>
+
 #include "fuzz/fuzz.h"
 #include "hosts/rdmd/intake.h"
 #include "hosts/rdmd/request_head.h"
@@ -21,9 +23,21 @@ rdmd::HeadResult read(std::string_view bytes, size_t piece) {
   return result;
 }
 
+bool same(const hosts::Field &one, const hosts::Field &other) {
+  return one.name == other.name && one.value == other.value;
+}
+
+bool same_fields(const rdmd::RequestHead &one, const rdmd::RequestHead &other) {
+  return std::equal(one.fields.begin(), one.fields.end(), other.fields.begin(), other.fields.end(), same);
+}
+
 void check(const rdmd::RequestHead &head, const rdmd::RequestHead &other) {
-  fuzz::require(head.line == other.line && head.fields.size() == other.fields.size(), "two readings of one head");
-  fuzz::require(head.length == other.length && head.keep_alive == other.keep_alive, "two readings of its framing");
+  fuzz::require(head.line == other.line && head.method == other.method && head.target == other.target,
+                "two readings of one request line");
+  fuzz::require(same_fields(head, other), "two readings of its fields");
+  fuzz::require(head.http11 == other.http11 && head.length == other.length && head.keep_alive == other.keep_alive &&
+                    head.expects_continue == other.expects_continue,
+                "two readings of its framing");
   fuzz::require(head.field("transfer-encoding").empty(), "a body without a length");
   if (const auto target = rdmd::parse_target(head.target))
     fuzz::require(target->path == "*" || target->path.front() == '/', "the path of a target");
