@@ -6,7 +6,6 @@
 #include <iterator>
 
 #include "fuzz/fuzz.h"
-#include "qxapi/ascii.h"
 
 #include <libcs/cs.h>
 
@@ -24,9 +23,13 @@ constexpr struct {
              {"cdt", -5, 0}, {"est", -5, 0}, {"edt", -4, 0}, {"ast", -4, 0}, {"nst", -3, -30},
              {"gmt", 0, 0},  {"bst", 1, 0},  {"met", 1, 0},  {"eet", 2, 0},  {"jst", 9, 0}};
 
+bool is_digit(char c) { return c >= '0' && c <= '9'; }
+char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+bool is_letter(char c) { return lower(c) >= 'a' && lower(c) <= 'z'; }
+
 /// shape writes a digit as 9, a letter in lower case.
 std::string shape(std::string word) {
-  for (char &c : word) c = ascii::is_digit(c) ? '9' : ascii::lower(c);
+  for (char &c : word) c = is_digit(c) ? '9' : lower(c);
   return word;
 }
 
@@ -68,7 +71,7 @@ void Model::take_name(const std::string &form) {
   for (int i = 0; i < 12; ++i)
     if (month == -1 && begins(form, month_names[i])) month = i;
   if (zoned) return;
-  const bool is_ut = form == "ut" || (begins(form, "ut") && !ascii::is_alpha(form[2]));
+  const bool is_ut = form == "ut" || (begins(form, "ut") && !is_letter(form[2]));
   const auto found = std::find_if(std::begin(zones), std::end(zones), [&](auto &z) { return begins(form, z.name); });
   if (found == std::end(zones) && !is_ut) return;
   zoned = true;
@@ -110,7 +113,7 @@ time_t Model::value() const {
 time_t model(const std::string &text) {
   Model date;
   for (size_t at = 0; at < text.size();) {
-    const bool is_zone_sign = date.year != -1 && at + 1 < text.size() && ascii::is_digit(text[at + 1]);
+    const bool is_zone_sign = date.year != -1 && at + 1 < text.size() && is_digit(text[at + 1]);
     if (blanks.find(text[at]) != std::string_view::npos || (text[at] == '-' && !is_zone_sign)) {
       ++at;
       continue;
