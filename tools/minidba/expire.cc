@@ -21,7 +21,7 @@ bool has_expired(const SOIF *object, time_t now) {
 int expire(const Options &options, const Console &console) {
   const Writing writing(options);
   const Catalog &catalog = writing.catalog();
-  const time_t now = std::time(nullptr);
+  const time_t now = options.now != 0 ? options.now : std::time(nullptr);
   Changes changes(catalog);
   int64_t expired = 0;
   {

@@ -2,6 +2,7 @@
 #ifndef MINIDBA_OPTIONS_H
 #define MINIDBA_OPTIONS_H
 
+#include <ctime>
 #include <iosfwd>
 #include <string>
 #include <vector>
@@ -23,6 +24,7 @@ struct Options {
   std::string file;                     // to write to; empty for standard output
   std::string rejects;                  // file for what is refused; empty when it is not kept
   bool replace = false;                 // a catalog that is there
+  time_t now = 0;                       // what has expired before is gone; 0 for the time of the call
 };
 
 /// Console is the program's surroundings. What programs read goes to `out`, what people read to `errors`.

@@ -1,5 +1,6 @@
 #include "tools/rdmctl/outcome.h"
 
+#include <ctime>
 #include <sstream>
 
 #include "service/csid.h"
@@ -16,12 +17,13 @@ bool is_replaced(const std::optional<struct stat> &before, const std::optional<s
          before->st_mtim.tv_nsec != now->st_mtim.tv_nsec;
 }
 
-/// expired returns how many descriptions would go if expire ran again, as a decimal number.
-std::string expired(const std::string &database) {
+/// expired returns how many descriptions have expired before a time and are still there, as a decimal number.
+std::string expired(const std::string &database, time_t before) {
   minidba::Options options;
   options.verb = "expire";
   options.database = database;
   options.dry_run = options.quiet = true;
+  options.now = before;
   std::ostringstream number, ignored;
   minidba::expire(options, {-1, number, ignored, false, false});
   return number.str().substr(0, number.str().find('\n'));
@@ -32,11 +34,12 @@ std::string expired(const std::string &database) {
 Outcome::Outcome(const std::string &csid)
     : database_(csid_findval("catalog-database", csid.c_str())),
       index_(database_ + ".idx"),
-      index_before_(minidba::status_of(index_)) {}
+      index_before_(minidba::status_of(index_)),
+      began_(std::time(nullptr)) {}
 
 std::vector<std::string> Outcome::faults() const try {
   std::vector<std::string> faults;
-  if (const std::string count = expired(database_); count != "0")
+  if (const std::string count = expired(database_, began_); count != "0")
     faults.push_back(count + " descriptions that have expired are still there");
   if (!is_replaced(index_before_, minidba::status_of(index_))) faults.emplace_back("the index was not written");
   return faults;

@@ -3,6 +3,7 @@
 #ifndef RDMCTL_OUTCOME_H
 #define RDMCTL_OUTCOME_H
 
+#include <ctime>
 #include <optional>
 #include <string>
 #include <vector>
@@ -23,6 +24,7 @@ class Outcome {
  private:
   std::string database_, index_;
   std::optional<struct stat> index_before_;
+  time_t began_;
 };
 
 }  // namespace rdmctl
