@@ -39,7 +39,8 @@ std::string configure(const support::TemporaryFolder &folder, const std::string 
   const std::string server = folder.write("server.rdm", "@RDMHEADER { -\nrdm-version{3}:\t1.0\n}\n\n@SERVER { -\n}\n");
   const std::string services =
       folder.write("csid.conf", "csid=\"" + std::string(csid) + "\" catalog-database=\"" + folder.path("catalog.db") +
-                                    "\" server-description=\"" + server + "\"\n");
+                                    "\" server-description=\"" + server + "\" schema-description=\"" + server +
+                                    "\" taxonomy-description=\"" + server + "\"\n");
   return folder.write(
       "rdm.conf", "bindir=\"/nowhere\" csid-config=\"" + services + "\" csid-default=\"" + csid + "\" " + logs + "\n");
 }
@@ -78,9 +79,13 @@ const std::vector<Request> &requests() {
   static const std::vector<Request> all = {
       {"status by GET", "GET", "/rdm/status-request", "", ""},
       {"status by POST", "POST", "/rdm/incoming", "", message("status-request", "")},
-      {"everything by GET", "GET", "/rdm/rd-request", "ql=gatherer&scope=all&view-attributes=title,text", ""},
-      {"changes by POST", "POST", "/rdm/rd-request", "", message("rd-request", "since Thu, 01 Jan 1970 00:00:20 GMT")},
-      {"a description file", "GET", "/rdm/server-description-request", "", ""},
+      {"everything by GET", "GET", "/rdm/rd-request", "ql=gatherer&scope=all&view-attributes=title,text", "",
+       2 * descriptions},
+      {"changes by POST", "POST", "/rdm/rd-request", "", message("rd-request", "since Thu, 01 Jan 1970 00:00:20 GMT"),
+       descriptions},
+      {"a server description", "GET", "/rdm/server-description-request", "", "", 3},
+      {"a schema description", "GET", "/rdm/schema-description-request", "", "", 3},
+      {"a taxonomy", "GET", "/rdm/taxonomy-description-request", "", "", 3},
       {"a wrong scope", "POST", "/rdm/rd-request", "", message("rd-request", "some")},
       {"a wrong type", "POST", "/rdm/incoming", "", message("nonsense", "")},
       {"a wrong method", "PUT", "/rdm/incoming", "", ""},

@@ -18,13 +18,15 @@ namespace faults {
 struct Request {
   std::string name;
   std::string method, uri, query, body;
+  long file_operations = 0;  // at least so many are made for its answer
 };
 
 /// PrintTo and name_of show a request by its name in the reports of GoogleTest and in the names of tests.
 void PrintTo(const Request &request, std::ostream *out);
 std::string name_of(const ::testing::TestParamInfo<Request> &info);
 
-/// requests returns one of each kind: answers from memory, from a file, from the catalog, and refusals.
+/// requests returns one of each kind: answers from memory, from a file, from the catalog, and refusals. Only deliveries
+/// are not among them, for which the service starts other programs.
 const std::vector<Request> &requests();
 
 /// Answer is what the host has of a request when the plug-in has returned.
