@@ -215,8 +215,6 @@ std::string bytes_of(csio *io) {
   return bytes.substr(0, static_cast<size_t>(std::max(count, 0)));
 }
 
-bool is_at_most(const std::string &part, const std::string &whole) { return part.size() <= whole.size(); }
-
 /// The messages may lack lines; nothing says so but the host's count.
 Verdict make_request(Memory &memory) {
   const pblock_ptr block(host_param_create(3));
@@ -227,7 +225,10 @@ Verdict make_request(Memory &memory) {
       soif("RDMHEADER", "-", {{"rdm-version", "1.0"}, {"rdm-type", "type"}, {"rdm-query-language", "ql"}}) + "\n\n\n";
   const std::string whole_query = soif("RDMQUERY", "-", {{"scope", "scope"}});
   const std::string a = bytes_of(header.get()), b = bytes_of(query.get());
-  if (refusal != nullptr || !is_at_most(a, whole_header) || !is_at_most(b, whole_query)) return Verdict::wrong;
+  const auto is_sound = [](const std::string &text, const std::string &whole) {
+    return text == whole || lacks_a_part(text, whole);
+  };
+  if (refusal != nullptr || !is_sound(a, whole_header) || !is_sound(b, whole_query)) return Verdict::wrong;
   return a == whole_header && b == whole_query ? Verdict::right : Verdict::incomplete;
 }
 

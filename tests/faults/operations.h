@@ -58,6 +58,14 @@ inline Verdict judge(bool is_right, bool is_refused) {
   return is_refused ? Verdict::refused : Verdict::wrong;
 }
 
+/// lacks_a_part tells whether a text is another one with pieces left out: what is there is in the same order in it.
+inline bool lacks_a_part(const std::string &text, const std::string &whole) {
+  size_t at = 0;
+  for (const char c : whole)
+    if (at < text.size() && text[at] == c) ++at;
+  return at == text.size() && text.size() < whole.size();
+}
+
 /// What an operation does about memory.
 enum class Need {
   none,       // it takes none

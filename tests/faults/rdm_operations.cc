@@ -109,8 +109,41 @@ Answer sent(int result, const Service &service) {
   return {result, support::host_record().sent, service.x.response("content-length")};
 }
 
-/// compare runs an operation twice, with all its memory and without. An answer that is neither the right one nor a
-/// refusal is one that lacks a part: hosts do not send it.
+/// announces_itself tells whether an answer names its own length, or none.
+bool announces_itself(const Answer &answer) {
+  return answer.announced.empty() || answer.announced == std::to_string(answer.bytes.size());
+}
+
+/// announces_header tells whether an answer names the length of its header alone, as it does where there was no memory
+/// to name that of the whole before.
+bool announces_header(const Answer &answer) {
+  return answer.announced == std::to_string(std::min(answer.bytes.find("@FILE"), answer.bytes.size()));
+}
+
+/// is_incomplete tells whether an answer is the right one without some of its bytes or without its right length.
+bool is_incomplete(const Answer &answer, const Answer &right) {
+  return (answer.bytes == right.bytes || lacks_a_part(answer.bytes, right.bytes)) &&
+         (answer.announced == right.announced || announces_itself(answer) || announces_header(answer));
+}
+
+/// is_refusal tells whether an answer says, whole, that there is none: a request or a file of which memory lacks a part
+/// looks as if it had come without it.
+bool is_refusal(const Answer &answer) {
+  const std::string &text = answer.bytes;
+  const auto says = [&](const std::string &error) {
+    return text.find("\nrdm-error-message{" + std::to_string(error.size()) + "}:\t" + error + "\n}\n") !=
+           std::string::npos;
+  };
+  return text.starts_with("@RDMHEADER { -\nrdm-version{3}:\t1.0\n") && announces_itself(answer) &&
+         (says("Did not receive valid RDM message header.") || says("Unknown CSID: (null)\n") ||
+          says("Unsupported query language.") || says("Invalid RDMQUERY specification.") ||
+          says("Server Error: Cannot service request") || says("0 results.") ||
+          says("Server description is unavailable.") || says("Schema description is unavailable.") ||
+          says("Taxonomy is unavailable."));
+}
+
+/// compare runs an operation twice, with all its memory and without. An answer that is neither the right one nor none
+/// lacks a part or is a refusal: hosts do not send it.
 template <typename Serve>
 Verdict compare(Memory &memory, Serve serve) {
   static const Answer right = [&] {
@@ -121,7 +154,8 @@ Verdict compare(Memory &memory, Serve serve) {
   const Answer answer = memory.failing([&] { return serve(service); });
   if (answer == right) return Verdict::right;
   if (answer.result == HOST_ABORT) return Verdict::refused;
-  return memory.refused() ? Verdict::incomplete : Verdict::wrong;
+  const bool is_known = is_incomplete(answer, right) || is_refusal(answer);
+  return memory.refused() && is_known ? Verdict::incomplete : Verdict::wrong;
 }
 
 // ---- Initialisation ----
@@ -385,7 +419,7 @@ Verdict search_index(Memory &memory) {
   return judge(memory.failing([&] { return cs_dbsearch(&index, 2); }) == 1, false);
 }
 
-/// "0 results." says that nothing has changed: never because there was no memory to look.
+/// Where there is no memory to open the database it says "0 results.", as where there is no database.
 Verdict send_changes(Memory &memory) {
   Service service;
   cs_dbindex index{};
@@ -401,7 +435,8 @@ Verdict send_changes(Memory &memory) {
   if (text == whole && result == 0 && count == descriptions && bytes == whole.size()) return Verdict::right;
   // What was announced and cannot follow is a connection that breaks.
   if (result == -1) return judge(false, text.size() < bytes || text.empty());
-  return memory.refused() && text.size() < whole.size() ? Verdict::incomplete : Verdict::wrong;
+  const bool is_known = lacks_a_part(text, whole) || (count == 0 && is_refusal({result, text, std::to_string(bytes)}));
+  return memory.refused() && is_known ? Verdict::incomplete : Verdict::wrong;
 }
 
 /// Every description that counts is printed whole, or the output has lost bytes.
@@ -414,7 +449,7 @@ Verdict print_descriptions(Memory &memory) {
   const int32_t count = memory.failing([&] { return rds_send_rd("c", made, nullptr, service.response.get()); });
   const std::string text = bytes_of(service.response.get()), whole = record_of(1) + record_of(2);
   if (count == 2 && text == whole) return Verdict::right;
-  return memory.refused() && text.size() <= whole.size() ? Verdict::incomplete : Verdict::wrong;
+  return memory.refused() && (text == whole || lacks_a_part(text, whole)) ? Verdict::incomplete : Verdict::wrong;
 }
 
 Verdict log_search(Memory &memory) {

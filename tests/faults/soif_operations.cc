@@ -46,14 +46,6 @@ std::string printed(const SOIF *object) {
 
 bool is_whole(const SOIF *object) { return object != nullptr && printed(object) == object_text; }
 
-/// What stands in a text with pieces left out is in the same order in the whole text.
-bool is_part(const std::string &part, const std::string &whole) {
-  size_t at = 0;
-  for (const char c : whole)
-    if (at < part.size() && part[at] == c) ++at;
-  return at == part.size() && part.size() < whole.size();
-}
-
 Verdict create_pair(Memory &memory) {
   AVPair *made = nullptr;
   const int result = memory.failing([&] { return avpair_create("name", "value", 5, &made); });
@@ -258,7 +250,7 @@ Verdict print_to_text(Memory &memory) {
   if (!buffer) return Verdict::refused;
   const std::string text(made->data, static_cast<size_t>(made->length)), whole = printed(object.get());
   if (text == whole) return Verdict::right;
-  return is_part(text, whole) ? Verdict::incomplete : Verdict::wrong;
+  return lacks_a_part(text, whole) ? Verdict::incomplete : Verdict::wrong;
 }
 
 }  // namespace
