@@ -158,8 +158,6 @@ void Catalog::write(const Files &files) {
   }
 }
 
-void Catalog::restore() { write(files_); }
-
 Finished Catalog::run(const std::string &verb, const std::string &input,
                       const std::vector<std::string> &arguments) const {
   std::ostringstream out, errors;

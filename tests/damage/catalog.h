@@ -1,4 +1,4 @@
-/// A catalog that is damaged, served, verified and changed again and again, and each time put back as it was.
+/// A catalog that is damaged, served, verified and changed again and again.
 #ifndef TESTS_DAMAGE_CATALOG_H
 #define TESTS_DAMAGE_CATALOG_H
 
@@ -53,10 +53,9 @@ class Catalog {
   const Records &records() const { return records_; }
   std::string path(Part part) const;
 
-  /// write puts other bytes into the files without a trace: they keep their names, times and inodes. restore undoes it,
-  /// and what writers have done since.
+  /// write puts other bytes into the files without a trace: they keep their names, times and inodes. What was damaged
+  /// before, and what writers have done since, is gone.
   void write(const Files &files);
-  void restore();
 
   /// run runs a verb on the catalog, within this process.
   Finished run(const std::string &verb, const std::string &input = "",
