@@ -87,7 +87,7 @@ void Catalog::renew_url_map(const Lock &) {
   if (!table_ || urls_) return;
   UrlItems items(path_);
   each_url([&](std::string_view url, uint32_t number) { items.add(url, number); });
-  Snapshot snapshot(UrlMap::path_for(path_));
+  Snapshot snapshot(UrlMap::path_for(path_), path_);
   items.write(snapshot, table_->file(), free_number());
   snapshot.sync();
   snapshot.commit();

@@ -122,7 +122,7 @@ void commit(const Lock &lock, const Catalog &catalog, const Changes &changes, ui
     after_replacing(catalog.path(), [&] { Catalog(catalog.path()).renew_url_map(lock); });
     return;
   }
-  Snapshot urls(UrlMap::path_for(catalog.path()));
+  Snapshot urls(UrlMap::path_for(catalog.path()), catalog.path());
   const Stamp map_stamp{next_number, 0, identity_of(database.file())};
   if (!edited || !edit_urls(*old, changes, urls.file(), map_stamp))
     write_urls(catalog, changes, urls, database.file(), next_number);
@@ -137,7 +137,7 @@ void rebuild_catalog(const Lock &, const Catalog &catalog, const Watch &watch) {
   database.sync();
   UrlItems items(catalog.path());
   catalog.each_url([&](std::string_view url, uint32_t number) { items.add(url, number); });
-  Snapshot urls(UrlMap::path_for(catalog.path()));
+  Snapshot urls(UrlMap::path_for(catalog.path()), catalog.path());
   items.write(urls, database.file(), next_number);
   publish(catalog, database, urls);
 }

@@ -24,8 +24,8 @@ std::vector<IndexEntry> entries_of(const Catalog &catalog, const Console &consol
   return entries;
 }
 
-void write(const std::string &path, const std::vector<IndexEntry> &entries) {
-  Snapshot snapshot(path);
+void write(const std::string &path, const std::string &database, const std::vector<IndexEntry> &entries) {
+  Snapshot snapshot(path, database);
   snapshot.file().write_at(0, encode(entries));
   snapshot.sync();
   snapshot.commit();
@@ -37,7 +37,7 @@ int index(const Options &options, const Console &console) {
   if (!status_of(options.database)) throw Failure("not there: " + options.database);
   const auto lock = options.dry_run ? std::nullopt : std::optional<Lock>(std::in_place, options.database);
   const std::vector<IndexEntry> entries = entries_of(Catalog(options.database), console);
-  if (!options.dry_run) write(options.index, entries);
+  if (!options.dry_run) write(options.index, options.database, entries);
   report(options, console, {"indexed", static_cast<int64_t>(entries.size())});
   return exit_done;
 }

@@ -71,16 +71,24 @@ void put_onto_disk(int fd, const std::string &path) {
 
 }  // namespace
 
-Snapshot::Snapshot(std::string target)
+Snapshot::Snapshot(std::string target, std::string like)
     : target_(std::move(target)),
-      file_(claim(target_ + std::string(snapshot_suffix), status_of(target_) ? private_mode : usual_mode)) {}
+      like_(std::move(like)),
+      file_(claim(target_ + std::string(snapshot_suffix), model() ? private_mode : usual_mode)) {}
 
 Snapshot::~Snapshot() {
   if (!is_committed_ && is_named(file_.descriptor(), file_.name())) ::unlink(file_.name().c_str());
 }
 
+/// model returns the status of the file that this one will belong to the same people as; nothing where there is none.
+std::optional<struct stat> Snapshot::model() const {
+  auto status = status_of(target_);
+  if (!status && !like_.empty()) status = status_of(like_);
+  return status;
+}
+
 void Snapshot::sync() {
-  if (const auto old = status_of(target_)) {
+  if (const auto old = model()) {
     keep_owner(file_, *old);
     // The owner and group come first: the file must not be for those whom the old one was not for.
     if (::chmod(file_.name().c_str(), old->st_mode & 07777) != 0)

@@ -2,6 +2,7 @@
 #ifndef MINIDBA_SNAPSHOT_H
 #define MINIDBA_SNAPSHOT_H
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -17,15 +18,17 @@ inline constexpr std::string_view snapshot_suffix = ".new";
 /// was killed, it is removed.
 class Snapshot {
  public:
-  /// The new file is empty. Throws a Failure when another process is writing it.
-  explicit Snapshot(std::string target);
+  /// The new file is empty. Where there is no old one it will belong to whom the file `like` belongs. Throws a Failure
+  /// when another process is writing it.
+  explicit Snapshot(std::string target, std::string like = "");
   Snapshot(const Snapshot &) = delete;
   Snapshot &operator=(const Snapshot &) = delete;
   ~Snapshot();
 
   /// file is what the next state is written to; until sync only its owner may read it.
   const File &file() const { return file_; }
-  /// sync puts what was written onto the disk, with the owner, group and permissions of the file it will replace.
+  /// sync puts what was written onto the disk, with the owner, group and permissions of the file it will replace, or of
+  /// the one it shall be like.
   /// Throws a Failure where the owner or group cannot be kept and somebody could no longer read the file, or could now.
   void sync();
   /// commit replaces the file, in one step, and puts the folder onto the disk. A Failure says whether the file was
@@ -33,7 +36,9 @@ class Snapshot {
   void commit();
 
  private:
-  std::string target_;
+  std::optional<struct stat> model() const;
+
+  std::string target_, like_;
   File file_;
   bool is_committed_ = false;
 };

@@ -65,6 +65,14 @@ TEST_F(Ownership, WhatIsHalfWrittenIsForNobodyElse) {
   EXPECT_EQ(mode_of(catalog_.path(".new")), 0664u);
 }
 
+TEST_F(Ownership, WhatWasNotThereIsForThoseOfTheDatabase) {
+  ASSERT_EQ(::chmod(catalog_.path().c_str(), 0640), 0);
+  for (const char *suffix : {".url", ".idx"}) ASSERT_EQ(::unlink(catalog_.path(suffix).c_str()), 0);
+  EXPECT_EQ(update().status, 0);
+  EXPECT_EQ(catalog_.index().out, "2\n");
+  for (const char *suffix : {".url", ".idx"}) EXPECT_EQ(mode_of(catalog_.path(suffix)), 0640u) << suffix;
+}
+
 TEST_F(Ownership, AMaintainerWhoMayOnlyReadTheLockCanHoldIt) {
   ASSERT_EQ(::chmod(catalog_.path(".lock").c_str(), 0444), 0);
   const Finished finished = support::run(support::as_owner(catalog_.command({"rebuild"})));
