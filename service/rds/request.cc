@@ -108,16 +108,18 @@ list_ptr select_keys(const cs_dbindex *index, int32_t start, int32_t limit) {
   return keys;
 }
 
-void set_response_header(const char *name, const char *value, Request *rq) {
+/// set_response_header returns false when memory fails.
+bool set_response_header(const char *name, const char *value, Request *rq) {
   pblock_remove_n_free(name, rq->response);
-  host_param_add(name, value, rq->response);
+  return host_param_add(name, value, rq->response) == 0;
 }
 
-void announce_length(uint64_t length, Request *rq) {
+/// announce_length returns false when memory fails: an answer sent with another length would be cut.
+bool announce_length(uint64_t length, Request *rq) {
   char text[24];
   host_itoa(static_cast<int64_t>(length), text);
-  set_response_header("content-type", "application/x-rdm", rq);
-  set_response_header("content-length", text, rq);
+  return set_response_header("content-type", "application/x-rdm", rq) &&
+         set_response_header("content-length", text, rq);
 }
 
 /// make_header returns the printed header of an rd-response with `count` descriptions.
@@ -235,8 +237,8 @@ int send_since(const char *csid, cs_dbindex *index, time_t since, char **attribu
   if (!header) return -1;
 
   const uint64_t length = static_cast<uint64_t>(header->length) + descriptions->length;
+  if (!announce_length(length, rq)) return -1;
   *bytes = static_cast<uint32_t>(length);
-  announce_length(length, rq);
   const int sent = rdm_send_result(1, header.release(), sn, rq);
   return descriptions->length != 0 ? rdm_send_result(0, descriptions.release(), sn, rq) : sent;
 }

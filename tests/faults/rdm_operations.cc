@@ -114,16 +114,10 @@ bool announces_itself(const Answer &answer) {
   return answer.announced.empty() || answer.announced == std::to_string(answer.bytes.size());
 }
 
-/// announces_header tells whether an answer names the length of its header alone, as it does where there was no memory
-/// to name that of the whole before.
-bool announces_header(const Answer &answer) {
-  return answer.announced == std::to_string(std::min(answer.bytes.find("@FILE"), answer.bytes.size()));
-}
-
 /// is_incomplete tells whether an answer is the right one without some of its bytes or without its right length.
 bool is_incomplete(const Answer &answer, const Answer &right) {
   return (answer.bytes == right.bytes || lacks_a_part(answer.bytes, right.bytes)) &&
-         (answer.announced == right.announced || announces_itself(answer) || announces_header(answer));
+         (answer.announced == right.announced || announces_itself(answer));
 }
 
 /// is_refusal tells whether an answer says, whole, that there is none: a request or a file of which memory lacks a part

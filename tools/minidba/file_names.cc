@@ -1,7 +1,13 @@
 #include "tools/minidba/file_names.h"
 
+#include <sys/stat.h>
+
 #include <filesystem>
+#include <optional>
+#include <string>
 #include <system_error>
+#include <utility>
+#include <vector>
 
 #include "tools/minidba/failure.h"
 #include "tools/minidba/lock.h"
@@ -21,30 +27,40 @@ std::string followed(const std::string &path) {
   return file;
 }
 
+/// Purpose is what a file is for.
 struct Purpose {
-  std::string name, path;
+  std::string name;
+  fs::path path;
+  std::optional<struct stat> status;  // none where there is no file yet
 };
 
 /// purposes lists the files of a command line, each with its next state behind it.
 std::vector<Purpose> purposes(const Options &options) {
   const std::string &database = options.database;
+  const std::pair<std::string, std::string> named[] = {
+      {"database", database},
+      {"URL map", UrlMap::path_for(database)},
+      {"lock", Lock::path_for(database)},
+      {"index", options.index.empty() ? database + ".idx" : options.index},
+      {"rejects", options.rejects},
+      {"export", options.file}};
   std::vector<Purpose> all;
-  for (const auto &[name, path] : {Purpose{"database", database}, Purpose{"URL map", UrlMap::path_for(database)},
-                                   Purpose{"lock", Lock::path_for(database)},
-                                   Purpose{"index", options.index.empty() ? database + ".idx" : options.index},
-                                   Purpose{"rejects", options.rejects}, Purpose{"export", options.file}}) {
+  for (const auto &[name, path] : named) {
     if (path.empty()) continue;
-    all.push_back({name, path});
-    all.push_back({"new " + name, path + std::string(snapshot_suffix)});
+    const std::string next = path + std::string(snapshot_suffix);
+    all.push_back({name, path, status_of(path)});
+    all.push_back({"new " + name, next, status_of(next)});
   }
   return all;
 }
 
+bool is_same(const struct stat &a, const struct stat &b) { return a.st_dev == b.st_dev && a.st_ino == b.st_ino; }
+
 /// is_same goes by the folder where there is no file yet.
-bool is_same(const fs::path &a, const fs::path &b) {
+bool is_same(const Purpose &a, const Purpose &b) {
+  if (a.path == b.path || (a.status && b.status && is_same(*a.status, *b.status))) return true;
   std::error_code ignored;
-  if (a == b || fs::equivalent(a, b, ignored)) return true;
-  return a.filename() == b.filename() && fs::equivalent(folder_of(a), folder_of(b), ignored);
+  return a.path.filename() == b.path.filename() && fs::equivalent(folder_of(a.path), folder_of(b.path), ignored);
 }
 
 }  // namespace
@@ -58,8 +74,8 @@ void check_files(const Options &options) {
   const std::vector<Purpose> all = purposes(options);
   for (size_t i = 0; i < all.size(); ++i)
     for (size_t other = 0; other < i; ++other)
-      if (is_same(all[i].path, all[other].path))
-        throw Failure(all[other].name + " and " + all[i].name + " are the same file: " + all[i].path);
+      if (is_same(all[i], all[other]))
+        throw Failure(all[other].name + " and " + all[i].name + " are the same file: " + all[i].path.string());
 }
 
 }  // namespace minidba
