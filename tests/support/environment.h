@@ -33,6 +33,18 @@ class Environment {
   std::optional<std::string> before_;
 };
 
+/// Uncounted keeps the programs started in its scope from the files in which a coverage build counts: one that is
+/// killed or has no room would leave half a file, which no other could go on with. What they count goes to a folder, or
+/// nowhere, which they say among their errors.
+class Uncounted {
+ public:
+  static constexpr char nowhere[] = "/dev/null";
+  explicit Uncounted(const std::string &folder = nowhere) : counters_("GCOV_PREFIX", folder.c_str()) {}
+
+ private:
+  const Environment counters_, errors_{"GCOV_ERROR_FILE", nowhere};
+};
+
 }  // namespace support
 
 #endif

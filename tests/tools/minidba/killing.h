@@ -11,6 +11,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <set>
 #include <string>
 #include <vector>
@@ -50,8 +51,9 @@ class Traced {
 
  private:
   static pid_t start(const std::vector<std::string> &arguments, const std::string &input, const std::string &output) {
-    // The search for leaks would be a second tracer. What a killed program counted for a coverage build is half a file.
-    const support::Environment unsearched("ASAN_OPTIONS", "detect_leaks=0"), uncounted("GCOV_PREFIX", "/dev/null");
+    // The search for leaks would be a second tracer.
+    const support::Environment unsearched("ASAN_OPTIONS", "detect_leaks=0");
+    const support::Uncounted uncounted;
     std::vector<char *> words;
     for (const std::string &word : arguments) words.push_back(const_cast<char *>(word.c_str()));
     words.push_back(nullptr);
@@ -75,9 +77,15 @@ class Traced {
     __ptrace_syscall_info call{};
     ::ptrace(PTRACE_GET_SYSCALL_INFO, program_, sizeof call, &call);
     if (call.op != PTRACE_SYSCALL_INFO_ENTRY) return false;
-    if (call.entry.nr == SYS_openat) return (call.entry.args[2] & O_CREAT) != 0;
+    if (call.entry.nr == SYS_openat) return (call.entry.args[2] & O_CREAT) != 0 && !is_nowhere(call.entry.args[1]);
     return naming_calls().contains(call.entry.nr) ||
            (writing_calls().contains(call.entry.nr) && call.entry.args[0] > STDERR_FILENO);
+  }
+
+  /// is_nowhere tells whether a path of the program leads to what an uncounted one writes.
+  bool is_nowhere(uint64_t path) const {
+    const long start = ::ptrace(PTRACE_PEEKDATA, program_, path, nullptr);
+    return std::memcmp(&start, support::Uncounted::nowhere, sizeof start) == 0;
   }
 
   static const std::set<uint64_t> &writing_calls() {

@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "hosts/rdmd/rdmd_process.h"
+#include "support/environment.h"
 #include "tools/rdmctl/service_files.h"
 
 namespace {
@@ -174,6 +175,8 @@ TEST_F(Import, ACommandThatFailsAfterTheUpdateIsNoticed) {
 
 TEST_F(Import, ADeliveryForWhichThereIsNoRoomIsNotImported) {
   const std::string delivery = service_.write("delivery", book(1, std::string(100'000, 'x')));
+  const support::TemporaryFolder counters;
+  const support::Uncounted uncounted(counters.path());
   const Finished finished = support::run({"/bin/sh", "-c", "trap '' XFSZ; ulimit -f 100; exec \"$@\"", "sh", program,
                                           "import", "--config", service_.config(), "--csid", csid, delivery});
   EXPECT_EQ(finished.status, 2);
