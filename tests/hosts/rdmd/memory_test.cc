@@ -4,9 +4,11 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <string>
 #include <thread>
 
+#include "hosts/common/exchange.h"
 #include "hosts/common/plugin.h"
 #include "hosts/rdmd/connection.h"
 #include "hosts/rdmd/rdmd_process.h"
@@ -30,6 +32,7 @@ class HostMemory : public ::testing::Test {
   static rdmd::Settings settings() {
     rdmd::Settings settings;
     settings.listen = "127.0.0.1:0";
+    settings.limits.header = std::chrono::seconds(2);
     return settings;
   }
   int port() const {
@@ -59,6 +62,18 @@ TEST_F(HostMemory, AClientThatThereIsNoMemoryForIsTheOnlyOneLost) {
     EXPECT_TRUE(unlucky.ended());
     EXPECT_TRUE(connection.done());
   }
+  expect_service();
+  EXPECT_NE(errors().find("[error] rdmd: a connection failed: std::bad_alloc\n"), std::string::npos) << errors();
+}
+
+TEST_F(HostMemory, ARequestThatThereIsNoMemoryForEndsWithItsDeadline) {
+  start();
+  support::HttpClient client(port());
+  const support::RefusedNew exchange(sizeof(hosts::Exchange), sizeof(hosts::Exchange));
+  client.send("GET /rdm/fast HTTP/1.1\r\nHost: h\r\n\r\n");
+  EXPECT_EQ(client.receive().status, 408);
+  EXPECT_TRUE(client.ended());
+  EXPECT_TRUE(exchange.done());
   expect_service();
   EXPECT_NE(errors().find("[error] rdmd: a connection failed: std::bad_alloc\n"), std::string::npos) << errors();
 }
