@@ -7,12 +7,10 @@
 
 #include <chrono>
 #include <memory>
-#include <string>
+#include <string_view>
 
-#include "hosts/common/plugin.h"
 #include "hosts/rdmd/connection.h"
-#include "hosts/rdmd/server.h"
-#include "support/files.h"
+#include "hosts/rdmd/server_within.h"
 
 namespace {
 
@@ -40,19 +38,13 @@ class OneProcessor {
 /// A server whose clients come by pairs of sockets, served by the thread of the test.
 class ConnectionEnd : public ::testing::Test {
  protected:
-  static rdmd::Settings settings() {
-    rdmd::Settings settings;
-    settings.listen = "127.0.0.1:0";
-    return settings;
-  }
-
   /// connect starts a connection and returns the client's end of it.
   int connect() {
     int pair[2] = {-1, -1};
     EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair), 0);
     rdmd::io::Socket socket(boost::asio::make_strand(context_));
     socket.assign(rdmd::io::Tcp::v4(), pair[1]);
-    const auto connection = std::make_shared<rdmd::Connection>(std::move(socket), server_);
+    const auto connection = std::make_shared<rdmd::Connection>(std::move(socket), *server_);
     connection_ = connection;
     connection->start();
     return pair[0];
@@ -61,12 +53,7 @@ class ConnectionEnd : public ::testing::Test {
   const OneProcessor one_processor_;
   boost::asio::io_context context_;
   const boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work_ = make_work_guard(context_);
-  const support::TemporaryFolder folder_;
-  const rdmd::Settings settings_ = settings();
-  rdmd::ErrorLog errors_{folder_.path("errors")};
-  rdmd::AccessLog access_{""};
-  hosts::Plugin plugin_{BINARY_DIR "/tests/test_plugin.so"};
-  rdmd::Server server_{settings_, plugin_, errors_, access_};
+  support::ServerWithin server_;
   std::weak_ptr<rdmd::Connection> connection_;
 };
 

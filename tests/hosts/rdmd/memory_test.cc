@@ -9,20 +9,18 @@
 #include <thread>
 
 #include "hosts/common/exchange.h"
-#include "hosts/common/plugin.h"
 #include "hosts/rdmd/connection.h"
 #include "hosts/rdmd/rdmd_process.h"
-#include "hosts/rdmd/server.h"
-#include "support/files.h"
+#include "hosts/rdmd/server_within.h"
 #include "support/refused_new.h"
 
 namespace {
 
-/// A server within the test program. It has nothing to serve, and says so.
+/// A server on a thread of the test program. It has nothing to serve, and says so.
 class HostMemory : public ::testing::Test {
  protected:
   void start() {
-    thread_ = std::thread([this] { EXPECT_TRUE(server_.run()); });
+    thread_ = std::thread([this] { EXPECT_TRUE(server_->run()); });
   }
   ~HostMemory() override {
     ::kill(::getpid(), SIGTERM);
@@ -31,24 +29,18 @@ class HostMemory : public ::testing::Test {
 
   static rdmd::Settings settings() {
     rdmd::Settings settings;
-    settings.listen = "127.0.0.1:0";
     settings.limits.header = std::chrono::seconds(2);
     return settings;
   }
   int port() const {
-    const std::string address = server_.address();
+    const std::string address = server_->address();
     return std::stoi(address.substr(address.rfind(':') + 1));
   }
 
   void expect_service() const { EXPECT_EQ(support::http_get(port(), "/").body, "There is no such resource here.\n"); }
-  std::string errors() const { return support::read_file(folder_.path("errors")); }
+  std::string errors() const { return server_.errors(); }
 
-  const support::TemporaryFolder folder_;
-  const rdmd::Settings settings_ = settings();
-  rdmd::ErrorLog errors_{folder_.path("errors")};
-  rdmd::AccessLog access_{""};
-  hosts::Plugin plugin_{BINARY_DIR "/tests/test_plugin.so"};
-  rdmd::Server server_{settings_, plugin_, errors_, access_};
+  support::ServerWithin server_{settings()};
   std::thread thread_;
 };
 

@@ -1,0 +1,41 @@
+/// A server within the test program, for what is only seen from there.
+#ifndef TESTS_HOSTS_RDMD_SERVER_WITHIN_H
+#define TESTS_HOSTS_RDMD_SERVER_WITHIN_H
+
+#include <string>
+
+#include "hosts/common/plugin.h"
+#include "hosts/rdmd/server.h"
+#include "support/files.h"
+
+namespace support {
+
+/// ServerWithin is a server made of `settings` and the plug-in of the tests; `run` it, or hand it connections.
+class ServerWithin {
+ public:
+  explicit ServerWithin(rdmd::Settings settings = {}) : settings_(on_any_port(std::move(settings))) {}
+
+  rdmd::Server &operator*() { return server_; }
+  rdmd::Server *operator->() { return &server_; }
+  const rdmd::Server *operator->() const { return &server_; }
+
+  /// errors returns what the error log holds.
+  std::string errors() const { return read_file(folder_.path("errors")); }
+
+ private:
+  static rdmd::Settings on_any_port(rdmd::Settings settings) {
+    settings.listen = "127.0.0.1:0";
+    return settings;
+  }
+
+  const TemporaryFolder folder_;
+  const rdmd::Settings settings_;
+  rdmd::ErrorLog errors_{folder_.path("errors")};
+  rdmd::AccessLog access_{""};
+  hosts::Plugin plugin_{BINARY_DIR "/tests/test_plugin.so"};
+  rdmd::Server server_{settings_, plugin_, errors_, access_};
+};
+
+}  // namespace support
+
+#endif
