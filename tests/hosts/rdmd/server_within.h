@@ -3,6 +3,7 @@
 #define TESTS_HOSTS_RDMD_SERVER_WITHIN_H
 
 #include <string>
+#include <utility>
 
 #include "hosts/common/plugin.h"
 #include "hosts/rdmd/server.h"
