@@ -97,8 +97,9 @@ void start_registry(const Settings &settings) {
   host_register_exit([](void *) { csid_terminate(); }, nullptr);
 }
 
+/// start_schema loads the translator from the schema description of the default service, if that has one.
 void start_schema(const Settings &settings) {
-  schema_translate_init(csid_findval("schema-description", settings.csid_default));
+  if (const char *path = csid_findval("schema-description", settings.csid_default)) schema_translate_init(path);
   host_register_exit([](void *) { schema_translate_terminate(); }, nullptr);
 }
 
