@@ -36,6 +36,9 @@ constexpr std::pair<int, std::string_view> reasons[] = {
 constexpr std::string_view host_fields[] = {"connection", "date",    "keep-alive",       "server",
                                             "trailer",    "upgrade", "transfer-encoding"};
 
+/// Seconds after which a client that met 503 may try again: connections that block others have gone by then.
+constexpr std::string_view retry_after = "5";
+
 bool is_token(std::string_view name) { return !name.empty() && std::all_of(name.begin(), name.end(), is_token_char); }
 
 bool is_host_field(std::string_view name) {
@@ -68,6 +71,11 @@ bool declare(Head &head, std::string_view value) {
 
 void add_line(std::string &text, std::string_view name, std::string_view value) {
   text.append(name).append(": ").append(value).append("\r\n");
+}
+
+bool has_field(const Head &head, std::string_view name) {
+  return std::any_of(head.fields.begin(), head.fields.end(),
+                     [name](const Field &field) { return ascii::iequals(field.name, name); });
 }
 
 std::string http_date(std::time_t now) {
@@ -116,6 +124,7 @@ std::string render_head(const Head &head, const HeadFrame &frame) {
   add_line(text, "Date", http_date(frame.now));
   add_line(text, "Server", frame.server);
   for (const Field &field : head.fields) add_line(text, field.name, field.value);
+  if (head.status == 503 && !has_field(head, "retry-after")) add_line(text, "Retry-After", retry_after);
   if (!frame.connection.empty()) add_line(text, "Connection", frame.connection);
   return text.append("\r\n");
 }

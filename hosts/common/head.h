@@ -59,6 +59,7 @@ struct HeadFrame {
 };
 
 /// render_head returns status line, Date, Server, the fields of the head and Connection, up to and with the empty line.
+/// A head of status 503 without a Retry-After field gets one.
 std::string render_head(const Head &head, const HeadFrame &frame);
 
 }  // namespace hosts

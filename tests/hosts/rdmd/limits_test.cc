@@ -179,6 +179,7 @@ TEST_F(HostLimits, ClientsBeyondTheLimitAreTurnedAway) {
   const HttpResponse response = support::http_get(port_, "/rdm/fast");
   EXPECT_EQ(response.status, 503);
   EXPECT_EQ(response.reason, "Service Unavailable");
+  EXPECT_EQ(response.field("retry-after"), "5");
   EXPECT_EQ(response.body, "The server has as many connections as it can take.\n");
   EXPECT_TRUE(server_->await_error("[warning] rdmd: the connection limit is reached; clients are turned away\n"));
   for (HttpClient *client : {&first, &second}) {
