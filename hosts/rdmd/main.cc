@@ -10,6 +10,7 @@
 #include "hosts/common/host_table.h"
 #include "hosts/common/plugin.h"
 #include "hosts/rdmd/check.h"
+#include "hosts/rdmd/listen_address.h"
 #include "hosts/rdmd/log.h"
 #include "hosts/rdmd/options.h"
 #include "hosts/rdmd/server.h"
@@ -61,15 +62,31 @@ void log_mistakes(const std::string &config, ErrorLog &errors) {
   }
 }
 
+/// open_service initialises the plug-in and then lets clients connect: none meets a service that is not there. False,
+/// with the reason in the error log, when the server cannot start.
+bool open_service(const Settings &settings, hosts::Plugin &plugin, Server &server, ErrorLog &errors) {
+  const std::string refused = plugin.init(settings.config);
+  if (!refused.empty()) {
+    errors.error(settings.config + ": " + refused);
+    return false;
+  }
+  try {
+    server.listen();
+    return true;
+  } catch (const ListenError &error) {
+    errors.error(error.what());
+    return false;
+  }
+}
+
 int serve(const Settings &settings, ErrorLog &errors) {
   hosts::bind_host([&errors](const hosts::Report &report) { errors.report(report); });
   AccessLog access(settings.access_log);
   hosts::Plugin plugin = load_plugin(settings);
+  // Binds its addresses: one that is in use is noticed before the plug-in reads anything.
   Server server(settings, plugin, errors, access);
   log_mistakes(settings.config, errors);
-  const std::string refused = plugin.init(settings.config);
-  if (!refused.empty()) {
-    errors.error(settings.config + ": " + refused);
+  if (!open_service(settings, plugin, server, errors)) {
     hosts::run_exits();
     return EXIT_FAILURE;
   }

@@ -1,21 +1,21 @@
 #include "hosts/rdmd/server.h"
 
 #include <sys/resource.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <boost/asio/post.hpp>
-#include <charconv>
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <limits>
 #include <stdexcept>
-#include <string_view>
-#include <system_error>
 #include <thread>
 #include <utility>
 
 #include "hosts/rdmd/connection.h"
+#include "hosts/rdmd/listen_address.h"
 
 namespace rdmd {
 namespace {
@@ -26,43 +26,6 @@ using boost::system::error_code;
 constexpr std::size_t turned_away_limit = 64;
 /// How long accepting rests when the process has no descriptor or no memory left.
 constexpr Duration accept_rest{100};
-
-struct HostPort {
-  std::string host;
-  std::string port;
-};
-
-/// is_port is asked first, because the system takes the last 16 bits of any number for a port.
-bool is_port(std::string_view text) {
-  std::uint16_t number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  return error == std::errc() && end == text.data() + text.size();
-}
-
-/// split_address takes "HOST:PORT" or "[IPV6]:PORT" apart.
-HostPort split_address(const std::string &text) {
-  const auto colon = text.rfind(':');
-  if (colon == std::string::npos || colon == 0 || colon + 1 == text.size())
-    throw std::runtime_error("cannot listen on " + text + ": HOST:PORT is required");
-  std::string host = text.substr(0, colon);
-  const bool bracketed = host.front() == '[' && host.back() == ']';
-  if (!bracketed && host.find(':') != std::string::npos)
-    throw std::runtime_error("cannot listen on " + text + ": an IPv6 address stands in brackets, as [::1]:8380");
-  if (bracketed) host = host.substr(1, host.size() - 2);
-  const std::string port = text.substr(colon + 1);
-  if (!is_port(port)) throw std::runtime_error("cannot listen on " + text + ": the port is a number from 0 to 65535");
-  return {host, port};
-}
-
-io::Tcp::endpoint resolve(boost::asio::io_context &context, const std::string &text) {
-  const auto [host, port] = split_address(text);
-  error_code error;
-  io::Tcp::resolver resolver(context);
-  const auto found =
-      resolver.resolve(host, port, io::Tcp::resolver::passive | io::Tcp::resolver::numeric_service, error);
-  if (error) throw std::runtime_error("cannot listen on " + text + ": " + error.message());
-  return found.begin()->endpoint();
-}
 
 /// allow_descriptors raises the process's limit as far as it may be: each connection takes one for itself and, while it
 /// is answered, one for a file.
@@ -81,39 +44,40 @@ Server::Server(const Settings &settings, hosts::Plugin &plugin, ErrorLog &errors
       errors_(errors),
       access_(access),
       strand_(context_.get_executor()),
-      acceptor_(strand_),
       signals_(strand_, SIGTERM, SIGINT, SIGHUP),
-      retry_(strand_),
       shutdown_(strand_) {
   allow_descriptors();
-  listen();
+  bind();
 }
 
 Server::~Server() = default;
 
-void Server::listen() {
-  const io::Tcp::endpoint endpoint = resolve(context_, settings_.listen);
-  try {
-    acceptor_.open(endpoint.protocol());
-    acceptor_.set_option(io::Acceptor::reuse_address(true));
-    acceptor_.bind(endpoint);
-    acceptor_.listen();
-    acceptor_.non_blocking(true);
-  } catch (const boost::system::system_error &error) {
-    throw std::runtime_error("cannot listen on " + settings_.listen + ": " + error.code().message());
+void Server::bind() {
+  BoundSockets bound = bind_listen(settings_.listen);
+  for (const std::string &address : bound.missing)
+    errors_.warn("cannot listen on " + settings_.listen + ": " + address + "; listening on its other addresses");
+  for (file_guard &socket : bound.sockets) {
+    const ListenAddress address = local_address(socket.get());
+    address_ += (address_.empty() ? "" : ", ") + address.text();
+    Listener &listener = listeners_.emplace_back(strand_, address.family() == AF_INET6 ? io::Tcp::v6() : io::Tcp::v4());
+    listener.acceptor.assign(listener.protocol, socket.get());
+    socket.release();
+    listener.acceptor.non_blocking(true);
   }
 }
 
-std::string Server::address() const {
-  const io::Tcp::endpoint endpoint = acceptor_.local_endpoint();
-  const std::string host = endpoint.address().to_string();
-  return (endpoint.address().is_v6() ? "[" + host + "]" : host) + ":" + std::to_string(endpoint.port());
+void Server::listen() {
+  for (Listener &listener : listeners_) {
+    error_code error;
+    listener.acceptor.listen(io::Acceptor::max_listen_connections, error);
+    if (error) throw ListenError(settings_.listen, error.message(), error.value());
+  }
 }
 
 bool Server::run() {
   boost::asio::post(strand_, [this] {
     await_signal();
-    accept();
+    for (Listener &listener : listeners_) accept(listener);
   });
   std::vector<std::thread> threads = start_threads();
   work();
@@ -147,31 +111,36 @@ void Server::work() {
 
 /* ---- Accepting ---- */
 
-void Server::accept() {
+void Server::accept(Listener &listener) {
   // Only the waiting is left to the I/O: a client that it accepted and then had no memory for would be the last.
-  acceptor_.async_wait(io::Acceptor::wait_read, [this](const error_code &) {
+  listener.acceptor.async_wait(io::Acceptor::wait_read, [this, &listener](const error_code &) {
     if (stopping_) return;
-    take_client() ? accept() : pause_accepting();
+    take_client(listener) ? accept(listener) : pause_accepting(listener);
   });
 }
 
 /// take_client accepts a client if one still waits. False when there is no descriptor or no memory for it.
-bool Server::take_client() {
+bool Server::take_client(Listener &listener) {
   try {
-    error_code error;
-    io::Socket socket = acceptor_.accept(boost::asio::make_strand(context_), error);
-    if (!error) accepted(std::move(socket));
-    return !error || error == boost::asio::error::would_block || error == boost::asio::error::connection_aborted;
+    // The strand comes first: a client that there is no memory for waits to be accepted.
+    io::Socket socket(boost::asio::make_strand(context_));
+    // Not by the acceptor, whose sockets are inherited by the commands that the plug-in runs.
+    file_guard client(::accept4(listener.acceptor.native_handle(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    if (!client) return errno == EAGAIN || errno == EINTR || errno == ECONNABORTED;
+    socket.assign(listener.protocol, client.get());
+    client.release();
+    accepted(std::move(socket));
+    return true;
   } catch (const std::exception &error) {
     errors_.error(std::string("a connection failed: ") + error.what());
     return false;
   }
 }
 
-void Server::pause_accepting() {
-  retry_.expires_after(accept_rest);
-  retry_.async_wait([this](const error_code &error) {
-    if (!error && !stopping_) accept();
+void Server::pause_accepting(Listener &listener) {
+  listener.retry.expires_after(accept_rest);
+  listener.retry.async_wait([this, &listener](const error_code &error) {
+    if (!error && !stopping_) accept(listener);
   });
 }
 
@@ -252,8 +221,10 @@ void Server::stop() {
   errors_.info("stopping");
   stopping_ = true;
   error_code ignored;
-  acceptor_.close(ignored);
-  retry_.cancel();
+  for (Listener &listener : listeners_) {
+    listener.acceptor.close(ignored);
+    listener.retry.cancel();
+  }
   for (const auto &connection : connections()) connection->close_if_idle();
   shutdown_.expires_after(settings_.limits.shutdown);
   shutdown_.async_wait([this](const error_code &error) {
@@ -282,7 +253,7 @@ void Server::end_when_empty() {
 void Server::end() {
   shutdown_.cancel();
   signals_.cancel();
-  retry_.cancel();
+  for (Listener &listener : listeners_) listener.retry.cancel();
 }
 
 }  // namespace rdmd

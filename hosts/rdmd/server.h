@@ -3,6 +3,7 @@
 #define HOSTS_RDMD_SERVER_H
 
 #include <atomic>
+#include <list>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -22,15 +23,20 @@ class Connection;
 
 class Server {
  public:
-  /// Binds the address to listen on, "HOST:PORT" or "[IPV6]:PORT", and listens; throws std::runtime_error. Clients
-  /// wait until run.
+  /// Binds the addresses to listen on, "HOST:PORT" or "[IPV6]:PORT"; throws ListenError. Clients are refused until
+  /// listen.
   Server(const Settings &settings, hosts::Plugin &plugin, ErrorLog &errors, AccessLog &access);
   Server(const Server &) = delete;
   Server &operator=(const Server &) = delete;
   ~Server();
 
-  /// address is where the server listens, with the port that was free when 0 was asked for.
-  std::string address() const;
+  /// listen lets clients connect, who then wait for run; throws ListenError. To be called once, when the plug-in can
+  /// serve them.
+  void listen();
+
+  /// address names all addresses that are bound, as "127.0.0.1:8380, [::1]:8380", with the port that was free when 0
+  /// was asked for.
+  const std::string &address() const { return address_; }
 
   /// run serves until SIGTERM or SIGINT, then lets answers under way end within the shutdown limit, and the
   /// plug-in's last call within as much again. SIGHUP reopens the logs. False when the plug-in did not return in that
@@ -48,14 +54,22 @@ class Server {
   void forget(const Connection *connection);
 
  private:
+  /// Listener is a socket that clients connect to. `retry` ends a pause in accepting.
+  struct Listener {
+    Listener(const io::Executor &strand, io::Tcp family) : protocol(family), acceptor(strand), retry(strand) {}
+    const io::Tcp protocol;
+    io::Acceptor acceptor;
+    io::Timer retry;
+  };
+
+  void bind();
   void work();
   std::vector<std::thread> start_threads();
-  void listen();
-  void accept();
-  bool take_client();
+  void accept(Listener &listener);
+  bool take_client(Listener &listener);
   void accepted(io::Socket socket);
   void admit(const std::shared_ptr<Connection> &connection);
-  void pause_accepting();
+  void pause_accepting(Listener &listener);
   bool make_room(const std::vector<std::shared_ptr<Connection>> &open);
   void await_signal();
   void handle(int signal);
@@ -74,14 +88,14 @@ class Server {
   std::unordered_map<const Connection *, std::weak_ptr<Connection>> alive_;
   std::atomic<bool> stopping_ = false;
   std::atomic<bool> running_ = true;
+  std::string address_;
   bool full_ = false;  // the last client was turned away
 
   ServiceThread service_;
   boost::asio::io_context context_;
   io::Executor strand_;  // of everything below
-  io::Acceptor acceptor_;
+  std::list<Listener> listeners_;
   io::Signals signals_;
-  io::Timer retry_;
   io::Timer shutdown_;
 };
 

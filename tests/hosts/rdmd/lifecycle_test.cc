@@ -10,6 +10,7 @@
 #include <string>
 
 #include "hosts/rdmd/server_fixture.h"
+#include "qxapi/guard.h"
 #include "support/process.h"
 
 namespace {
@@ -18,6 +19,39 @@ using support::HttpClient;
 using support::RdmdProcess;
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
+
+sockaddr_in loopback(int port) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(static_cast<std::uint16_t>(port));
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  return address;
+}
+
+/// refuses returns true when no connection to the port can be made.
+bool refuses(int port) {
+  const file_guard client(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const sockaddr_in address = loopback(port);
+  return ::connect(client.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0;
+}
+
+/// bind_to returns a socket that is bound to the port (0: a free one), or none.
+file_guard bind_to(int port) {
+  file_guard socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const sockaddr_in address = loopback(port);
+  if (::bind(socket.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) return file_guard();
+  return socket;
+}
+
+bool is_bound(int port) { return !bind_to(port); }
+
+int free_port() {
+  const file_guard socket = bind_to(0);
+  sockaddr_in address{};
+  socklen_t size = sizeof address;
+  ::getsockname(socket.get(), reinterpret_cast<sockaddr *>(&address), &size);
+  return ntohs(address.sin_port);
+}
 
 class HostLifecycle : public support::ServerTest {
  protected:
@@ -116,16 +150,7 @@ TEST_F(HostLifecycle, AcceptsNobodyAfterTheSignal) {
   EXPECT_TRUE(support::eventually([&] { return called("service /rdm/slow"); }));
   server_->signal(SIGTERM);
   EXPECT_TRUE(server_->await_error("stopping"));
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(static_cast<std::uint16_t>(port_));
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  EXPECT_TRUE(support::eventually([&] {
-    const int again = ::socket(AF_INET, SOCK_STREAM, 0);
-    const bool refused = ::connect(again, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0;
-    ::close(again);
-    return refused;
-  }));
+  EXPECT_TRUE(support::eventually([this] { return refuses(port_); }));
   EXPECT_EQ(client.receive().body, "slow\n");
   client.finish_sending();
   EXPECT_EQ(server_->wait(), 0);
@@ -315,6 +340,20 @@ TEST_F(HostLifecycle, EndsWhenThePluginRefusesItsConfiguration) {
   const std::string errors = refused({"--listen", "127.0.0.1:0", "--plugin", plugin(), "--config", conf});
   EXPECT_NE(errors.find("[error] rdmd: " + conf + ": The stars are wrong.\n"), std::string::npos) << errors;
   EXPECT_EQ(errors.find("listening"), std::string::npos);
+}
+
+TEST_F(HostLifecycle, NoClientConnectsBeforeThePluginIsInitialised) {
+  // A server whose start failed had already accepted connections, which balancers took for a sign of life.
+  const std::string conf = config("wait=\"" + folder_.path("go") + "\"\nfail=\"The stars are wrong.\"\n");
+  const int port = free_port();
+  const std::string address = "127.0.0.1:" + std::to_string(port);
+  RdmdProcess server({"--listen", address, "--plugin", plugin(), "--config", conf});
+  EXPECT_TRUE(
+      support::eventually([&] { return support::file_exists(folder_.path("journal")) && journal() == "waiting\n"; }));
+  EXPECT_TRUE(is_bound(port));
+  EXPECT_TRUE(refuses(port));
+  folder_.write("go", "");
+  EXPECT_EQ(server.wait(), 1);
 }
 
 TEST_F(HostLifecycle, RefusesLogsItCannotWrite) {

@@ -14,7 +14,11 @@ namespace support {
 /// ServerWithin is a server made of `settings` and the plug-in of the tests; `run` it, or hand it connections.
 class ServerWithin {
  public:
-  explicit ServerWithin(rdmd::Settings settings = {}) : settings_(on_any_port(std::move(settings))) {}
+  enum class Listen { no, yes };
+  explicit ServerWithin(rdmd::Settings settings = {}, Listen listen = Listen::yes)
+      : settings_(on_any_port(std::move(settings))) {
+    if (listen == Listen::yes) server_.listen();
+  }
 
   rdmd::Server &operator*() { return server_; }
   rdmd::Server *operator->() { return &server_; }
@@ -25,7 +29,7 @@ class ServerWithin {
 
  private:
   static rdmd::Settings on_any_port(rdmd::Settings settings) {
-    settings.listen = "127.0.0.1:0";
+    if (settings.listen == rdmd::Settings().listen) settings.listen = "127.0.0.1:0";
     return settings;
   }
 

@@ -2,7 +2,7 @@
 /// keeps a journal of its calls.
 ///
 /// Its configuration file holds `journal="FILE"` and, where wanted, `fail="TEXT"`: rdm_init then refuses with that
-/// text as its "error".
+/// text as its "error". With `wait="FILE"` rdm_init waits until there is such a file.
 
 #include <unistd.h>
 
@@ -171,6 +171,13 @@ const std::map<std::string, Handler> handlers = {
     {"/rdm/report", report},
 };
 
+void await_file(const std::string &path) {
+  if (!path.empty()) journal("waiting");
+  struct stat status;
+  while (!path.empty() && host_stat(path.c_str(), &status) != 0)
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+}
+
 void on_exit(void *argument) { journal("exit " + std::string(static_cast<const char *>(argument))); }
 
 /// to_argument lets a constant travel as an exit's argument.
@@ -195,6 +202,7 @@ int rdm_init(pblock *pb, Session *, Request *) noexcept {
   char line[8192];
   while (host_getline(reader.get(), 0, sizeof line, line) == 0) host_param_parse(line, config.get());
   journal_path = value_of(config.get(), "journal");
+  await_file(value_of(config.get(), "wait"));
   const std::string failure = value_of(config.get(), "fail");
   if (!failure.empty()) {
     host_param_add("error", failure.c_str(), pb);
