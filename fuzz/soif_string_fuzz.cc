@@ -33,6 +33,8 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const soif_ptr object = reader.next();
     if (!object) continue;
     fuzz::require(check_attributes(*object->attrs) == object->value_bytes, "the sum of the sizes");
+    // Only the last value can end behind the text, and only so far.
+    fuzz::require(object->value_bytes <= static_cast<int64_t>(size) + 65536, "the padding of a value");
     fuzz::require(std::strlen(object->url) < 4096, "the length of a URL");
   }
   return 0;

@@ -164,8 +164,10 @@ int soif_parse_set_accept_attr(int stream, char **accept) QX_NOEXCEPT;
 /// soif_parse reads the next object, which the caller releases with soif_free. 0; 1 when the input ends before an "@",
 /// after a syntax error and when memory fails. A damaged object is dropped whole; the next call goes on at the next
 /// "@". Template name, URL, attribute name and size must each be shorter than 4096 characters, a value at most 256 MiB.
-/// An object that the end of input leaves open is complete. A value that the end of input cuts fails in a file; in a
-/// string its missing bytes become 0xFF.
+/// An object that the end of input leaves open is complete. A value that the end of input cuts fails in a file, unless
+/// the accept list drops it. In a string the missing bytes of such a value become 0xFF, at most 65,536 of them: a size
+/// that would have the value end later than that behind the last byte of the string fails, and does so for a value that
+/// the accept list drops as well.
 int soif_parse(int stream, SOIF **out) QX_NOEXCEPT;
 
 /// soif_parse_is_eoi returns non-zero at the end of input: once reading a file has met its end, or at the end of a

@@ -17,6 +17,10 @@ namespace soif {
 /// A token (template name, URL, attribute name, size) must be shorter than this.
 constexpr size_t token_limit = 4096;
 
+/// A value may end at most this many bytes behind the last byte of a string. A size is a few digits: without a bound
+/// they would decide how much memory is filled.
+constexpr size_t padding_limit = 65536;
+
 /// What next() returns after the last character.
 constexpr int end_of_input = EOF;
 
@@ -54,6 +58,9 @@ class string_input {
     return std::string_view(begin, static_cast<size_t>(at_ - begin));
   }
 
+  /// may_hold returns true if the next `size` bytes end no more than padding_limit bytes behind the string.
+  bool may_hold(size_t size) const noexcept { return size <= remaining() + padding_limit; }
+
   /// read fills `value` with the next `size` bytes. The string's end does not fail it: the missing bytes are 0xFF.
   bool read(char *value, size_t size) noexcept {
     const size_t present = std::min(size, remaining());
@@ -74,7 +81,7 @@ class string_input {
 };
 
 /// file_input reads a standard-I/O file. Its operations are those of string_input, except that a value cut by the end
-/// of the file fails.
+/// of the file fails when it is read, and one that is skipped never does.
 class file_input {
  public:
   explicit file_input(FILE *file) noexcept : file_(file) {}
@@ -104,6 +111,7 @@ class file_input {
     return std::nullopt;
   }
 
+  bool may_hold(size_t) const noexcept { return true; }
   bool read(char *value, size_t size) noexcept { return std::fread(value, 1, size, file_) == size; }
 
   /// skip seeks; what cannot seek (a pipe) is read.

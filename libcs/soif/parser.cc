@@ -23,6 +23,17 @@ std::string_view lower_case(std::string_view name, char *buffer) {
   return {buffer, name.size()};
 }
 
+/// selects returns true if an entry of the accept list is `name`, or the base that `name` is a numbered instance of. It
+/// reads the entry only as far as the two agree: each entry is compared with each attribute of each object, and taking
+/// its length every time is what a long entry would make expensive.
+bool selects(const char *entry, std::string_view name) {
+  size_t length = 0;
+  while (length < name.size() && entry[length] != '\0' && ascii::lower(entry[length]) == name[length]) ++length;
+  if (entry[length] != '\0') return false;
+  const std::string_view whole(entry, length);
+  return name == whole || soif::is_numbered_instance(whole, name);
+}
+
 /// Parser reads objects from one stream. `Input` is string_input or file_input.
 template <typename Input>
 class Parser {
@@ -70,6 +81,8 @@ class Parser {
     const int32_t size = ascii::to_int32(*digits);
     input_.next();
     if (size < 0 || size > largest_value || input_.next() != ':' || input_.next() != '\t') return false;
+    // Whether a size is taken for damage does not depend on the accept list.
+    if (!input_.may_hold(static_cast<size_t>(size))) return false;
     if (is_wanted(name)) return value(object, name, size);
     input_.skip(static_cast<size_t>(size));
     return true;
@@ -87,7 +100,7 @@ class Parser {
   bool is_wanted(std::string_view name) const noexcept {
     if (accept_ == nullptr) return true;
     for (char **entry = accept_; *entry != nullptr; ++entry)
-      if (name == *entry || soif::is_numbered_instance(*entry, name)) return true;
+      if (selects(*entry, name)) return true;
     return false;
   }
 

@@ -17,6 +17,8 @@ constexpr char report_name[] = "rdm-service";
 constexpr char bad_scope[] = "Invalid RDM RD-Request message -- Bad scope.\n";
 constexpr int32_t query_limit = 8192;  // bytes of a request body that are looked at
 constexpr int attribute_limit = 255;
+constexpr size_t longest_name = 4095;  // of an attribute
+char no_attribute[] = "{";             // the brace ends a name, so no attribute is called that
 constexpr uint32_t memory_limit = 32768;
 constexpr size_t key_size = 8;
 
@@ -46,14 +48,20 @@ soif_ptr parse_query(csio *body) {
   return object;
 }
 
-/// split_at_commas cuts a list in place; names past the limit are left out. An empty list has no names.
+/// split_at_commas cuts a list in place into at most attribute_limit names. It leaves out those that are longer than
+/// any attribute's. An empty list has no names, which selects every attribute; a list of which all names were left out
+/// selects none.
 void split_at_commas(char *list, char **names) {
   if (*list == '\0') return;
-  for (int count = 0; list != nullptr && count < attribute_limit; ++count) {
-    names[count] = list;
-    list = std::strchr(list, ',');
-    if (list != nullptr) *list++ = '\0';
+  char **next = names, **const end = names + attribute_limit;
+  while (list != nullptr && next != end) {
+    char *const name = list;
+    const size_t length = std::strcspn(name, ",");
+    list = name[length] == ',' ? name + length + 1 : nullptr;
+    name[length] = '\0';
+    if (length <= longest_name) *next++ = name;
   }
+  if (next == names) *next = no_attribute;
 }
 
 /// read_scope returns whether the scope is one that we know; the character after "since" is not looked at.

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
@@ -14,17 +15,20 @@ HostRecord record;
 
 const qxapi_host &posix() { return *qxapi_posix_host(); }
 
-bool refuse_allocation() { return ++record.allocations == record.fail_allocation; }
+bool refuse_allocation(size_t n) {
+  record.largest_allocation = std::max(record.largest_allocation, n);
+  return ++record.allocations == record.fail_allocation;
+}
 
 void *count_block(void *p) {
   if (p != nullptr) ++record.live_blocks;
   return p;
 }
 
-void *counting_alloc(size_t n) { return refuse_allocation() ? nullptr : count_block(std::malloc(n)); }
+void *counting_alloc(size_t n) { return refuse_allocation(n) ? nullptr : count_block(std::malloc(n)); }
 
 void *counting_realloc(void *p, size_t n) {
-  if (refuse_allocation()) return nullptr;
+  if (refuse_allocation(n)) return nullptr;
   return p == nullptr ? count_block(std::malloc(n)) : std::realloc(p, n);
 }
 

@@ -16,6 +16,7 @@ namespace support {
 struct HostRecord {
   long live_blocks = 0;                                    // blocks allocated and not yet released
   long allocations = 0;                                    // allocations asked for so far
+  size_t largest_allocation = 0;                           // bytes of the largest of them
   long fail_allocation = 0;                                // the number of the allocation to refuse, 0 for none
   bool fail_net_write = false;                             // net_write and buffer_send answer -1
   bool fail_crit_create = false;                           // crit_create answers null

@@ -661,6 +661,19 @@ TEST_F(Intake, RefusesACatalogThatIsNotConfigured) {
   expect_refused("Unknown CSID: " + longest + "\n");
 }
 
+/// A header of a hundred bytes named a catalog of 256 MiB, which the answer then echoed twice.
+TEST_F(Intake, TheNameOfACatalogIsPaddedByAtMost65536Bytes) {
+  const std::string open = "@RDMHEADER { -\nrdm-version{3}:\t1.0\nrdm-type{14}:\tstatus-request\ncatalog-service-id{";
+  EXPECT_EQ(post("/rdm/status-request", open + "65538}:\tx\n\nbody"), HOST_DONE);
+  EXPECT_EQ(host.sent, refusal("Unknown CSID: x\n" + std::string(65536, '\xff') + "\n"));
+  for (const char *size : {"65539", "268435456"}) {
+    host.largest_allocation = 0;
+    EXPECT_EQ(post("/rdm/status-request", open + size + "}:\tx\n\nbody"), HOST_DONE);
+    expect_refused("Did not receive valid RDM message header.", size);
+    EXPECT_LT(host.largest_allocation, 65536u) << size;
+  }
+}
+
 TEST_F(Intake, TheBodyIsNotReadForACatalogThatIsNotConfigured) {
   const std::string head = header("status-request", "unconfigured") + "\n";
   Exchange x("POST", "/rdm/status-request", head + "body");

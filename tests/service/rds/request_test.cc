@@ -264,6 +264,55 @@ TEST_F(Request, AttributeNamesPastTheLimitAreNotKept) {
   EXPECT_EQ(host.sent, response_header() + soif("DOCUMENT", "u", {{"first", "1"}}));
 }
 
+/// No attribute has a name of 4096 bytes, so that a longer one in the list costs time and selects nothing. Without such
+/// names the list must not be taken for an empty one, which selects everything.
+TEST_F(Request, AttributeNamesLongerThanAnyAttributesAreLeftOut) {
+  const std::string longest(4095, 'n'), too_long(4096, 'n');
+  const std::string title = "title{1}:\tT\n", other = longest + "{1}:\tN\n";
+  catalog_.put(1, "@D { u\n" + other + title + "}\n");
+  catalog_.index({{1000, 1}});
+  const std::pair<std::string, std::string> rows[] = {
+      {longest, other},
+      {too_long, ""},
+      {too_long + "," + too_long.substr(96), ""},
+      {too_long + ",title", title},
+      {"title," + too_long, title},
+      {too_long + ",", ""},
+      {"{", ""},
+  };
+  for (const auto &[names, kept] : rows) {
+    EXPECT_EQ(query({{"scope", "all"}, {"view-attributes", names}}), 1);
+    EXPECT_EQ(host.sent, response_header() + "@D { u\n" + kept + "}\n") << names.size();
+  }
+}
+
+TEST_F(Request, AttributeNamesThatAreLeftOutDoNotCountAgainstTheLimit) {
+  catalog_.put(1, soif("DOCUMENT", "u", {{"first", "1"}, {"last", "2"}}));
+  catalog_.index({{1000, 1}});
+  std::string names = std::string(4096, 'n');
+  for (int i = 1; i < 255; ++i) names += ",x";
+  EXPECT_EQ(query({{"scope", "all"}, {"view-attributes", names + ",last,first"}}), 1);
+  EXPECT_EQ(host.sent, response_header() + soif("DOCUMENT", "u", {{"last", "2"}}));
+}
+
+/// A message of 156 bytes made the service compare a name of 256 MiB with each attribute of each description.
+TEST_F(Request, AListThatItsMessageCutsIsPaddedOrRefused) {
+  const std::string open = "@RDMQUERY { -\nscope{3}:\tall\nview-attributes{";
+  EXPECT_EQ(ask(open + "65541}:\ttitle"), 1) << "a name of 65541 bytes";
+  std::string none = response_header();
+  for (int number = 1; number <= 4; ++number)
+    none += soif("DOCUMENT", "http://localhost/" + std::to_string(number), {});
+  EXPECT_EQ(host.sent, none);
+  EXPECT_EQ(ask(open + "65542}:\ttitle,"), 1) << "two names";
+  expect_sent({1, 2, 3, 4}, "two names");
+  for (const char *size : {"65542}:\ttitle", "268435456}:\ttitle"}) {
+    host.largest_allocation = 0;
+    EXPECT_EQ(ask(open + size), 0) << size;
+    EXPECT_EQ(answer(), error_header("Invalid RDMQUERY specification.")) << size;
+    EXPECT_LT(host.largest_allocation, 65536u) << size;
+  }
+}
+
 TEST_F(Request, OfAnEmptyIndexSendsNothing) {
   catalog_.index({});
   for (const char *scope : {"all", "since 16 Nov 2026"}) {
