@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <map>
 #include <utility>
 
 #include "hosts/rdmd/check_csid.h"
@@ -133,12 +134,62 @@ void check_places(const Settings &settings, Report &report) {
   }
 }
 
+/// Tally counts the findings of one file, each number by severity.
+struct Tally {
+  std::size_t left[2] = {0, 0};    // not yet looked at
+  std::size_t room[2] = {0, 0};    // may still be shown
+  std::size_t hidden[2] = {0, 0};  // left out
+};
+
+constexpr std::size_t shown_of_a_file = 20;
+constexpr auto warning = static_cast<std::size_t>(Severity::warning), error = static_cast<std::size_t>(Severity::error);
+
+std::string counted(std::size_t count, const char *noun) {
+  return std::to_string(count) + " more " + noun + (count == 1 ? "" : "s");
+}
+
+Finding summary(const std::string &file, const Tally &tally) {
+  std::string text;
+  if (tally.hidden[error] > 0) text = counted(tally.hidden[error], "error");
+  if (tally.hidden[warning] > 0) text += (text.empty() ? "" : " and ") + counted(tally.hidden[warning], "warning");
+  return {tally.hidden[error] > 0 ? Severity::error : Severity::warning, file, 0, std::move(text)};
+}
+
+std::map<std::string, Tally> count(const Findings &findings) {
+  std::map<std::string, Tally> tallies;
+  for (const Finding &finding : findings) ++tallies[finding.file].left[static_cast<std::size_t>(finding.severity)];
+  for (auto &[file, tally] : tallies) {
+    tally.room[error] = std::min(tally.left[error], shown_of_a_file);
+    tally.room[warning] = shown_of_a_file - tally.room[error];
+  }
+  return tallies;
+}
+
 }  // namespace
 
 std::string describe(const Finding &finding) {
   const std::string place = finding.line > 0 ? ":" + std::to_string(finding.line) : "";
   const char *severity = finding.severity == Severity::error ? ": error: " : ": warning: ";
   return escape(finding.file) + place + severity + escape(finding.text);
+}
+
+Findings limited(const Findings &findings) {
+  Findings result;
+  std::map<std::string, Tally> tallies = count(findings);
+  for (const Finding &finding : findings) {
+    Tally &tally = tallies[finding.file];
+    const auto severity = static_cast<std::size_t>(finding.severity);
+    --tally.left[severity];
+    if (tally.room[severity] > 0) {
+      --tally.room[severity];
+      result.push_back(finding);
+    } else {
+      ++tally.hidden[severity];
+    }
+    const bool is_last = tally.left[error] + tally.left[warning] == 0;
+    if (is_last && tally.hidden[error] + tally.hidden[warning] > 0) result.push_back(summary(finding.file, tally));
+  }
+  return result;
 }
 
 bool has_errors(const Findings &findings) {
@@ -150,7 +201,7 @@ Findings check_syntax(const std::string &config) {
   Findings findings;
   Report report(config, findings);
   read_configuration(report);
-  return findings;
+  return limited(findings);
 }
 
 Findings check_configuration(const std::string &config) {
@@ -162,7 +213,7 @@ Findings check_configuration(const std::string &config) {
     Report services = report.on(list->value);
     check_services(configuration.services, services);
   }
-  return findings;
+  return limited(findings);
 }
 
 }  // namespace check

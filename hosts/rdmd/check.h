@@ -29,6 +29,10 @@ using Findings = std::vector<Finding>;
 /// that could end the line are written as escapes.
 std::string describe(const Finding &finding);
 
+/// limited returns at most 20 findings of each file, in their order; errors take precedence over warnings. Where a file
+/// has more, a line behind its last one counts those left out, as an error if there is an error among them.
+Findings limited(const Findings &findings);
+
 /// has_errors tells whether anything is more than a warning.
 bool has_errors(const Findings &findings);
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -346,6 +347,44 @@ TEST_F(Check, OnlyErrorsCount) {
   EXPECT_FALSE(check::has_errors({}));
   EXPECT_FALSE(check::has_errors({{check::Severity::warning, "f", 1, "t"}}));
   EXPECT_TRUE(check::has_errors({{check::Severity::warning, "f", 1, "t"}, {check::Severity::error, "f", 0, "t"}}));
+}
+
+/// A file of another kind is wrong in every line, and thousands of findings hide those of the other files.
+TEST_F(Check, ShowsTwentyFindingsOfAFileAndCountsTheRest) {
+  const auto lines = [](const char *file, const char *kind, int from, int to) {
+    std::string text;
+    for (int line = from; line <= to; ++line)
+      text += std::string(file) + ":" + std::to_string(line) + ": " + kind + ": t\n";
+    return text;
+  };
+  check::Findings findings;
+  const auto add = [&findings](const char *file, check::Severity severity, int from, int to) {
+    for (int line = from; line <= to; ++line) findings.push_back({severity, file, line, "t"});
+  };
+  add("a", check::Severity::error, 1, 20);
+  add("b", check::Severity::error, 1, 21);
+  add("c", check::Severity::warning, 1, 30);
+  add("a", check::Severity::warning, 21, 21);
+  add("c", check::Severity::error, 31, 33);
+  add("d", check::Severity::warning, 1, 2);
+  add("d", check::Severity::error, 3, 30);
+  EXPECT_EQ(text_of(check::limited(findings)), lines("a", "error", 1, 20) + lines("b", "error", 1, 20) +
+                                                   "b: error: 1 more error\n" + lines("c", "warning", 1, 17) +
+                                                   "a: warning: 1 more warning\n" + lines("c", "error", 31, 33) +
+                                                   "c: warning: 13 more warnings\n" + lines("d", "error", 3, 22) +
+                                                   "d: error: 8 more errors and 2 more warnings\n");
+}
+
+TEST_F(Check, LimitsTheLinesOfEachFile) {
+  std::string words;
+  for (int i = 0; i < 25; ++i) words += "word\n";
+  config(words);
+  const std::string all = found();
+  EXPECT_EQ(all, found_in_lines());
+  EXPECT_EQ(std::count(all.begin(), all.end(), '\n'), 21);
+  EXPECT_NE(all.find("@/rdm.conf:23: error: \"word\" is no name=\"value\" pair\n@/rdm.conf: error: 5 more errors\n"),
+            std::string::npos)
+      << all;
 }
 
 TEST_F(Check, ChangesNothing) {
