@@ -10,6 +10,7 @@
 #include <map>
 #include <utility>
 
+#include "cli/similar.h"
 #include "hosts/rdmd/check_csid.h"
 #include "hosts/rdmd/check_lines.h"
 #include "qxapi/ascii.h"
@@ -20,7 +21,8 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char *required[] = {"bindir", "csid-config", "csid-default"};
-constexpr const char *optional[] = {"logfile", "debug-logfile", "debug-loglevel", "tmpdir"};
+constexpr std::string_view known[] = {"bindir",        "csid-config",    "csid-default", "logfile",
+                                      "debug-logfile", "debug-loglevel", "tmpdir"};
 constexpr std::size_t log_path_limit = 1023;
 
 /// Configuration is the service configuration with the catalog services it names, as far as they can be read.
@@ -29,9 +31,8 @@ struct Configuration {
   std::vector<CatalogService> services;
 };
 
-template <typename Names>
-bool is_among(const Names &names, const std::string &name) {
-  return std::find(std::begin(names), std::end(names), name) != std::end(names);
+bool is_known(const std::string &name) {
+  return std::find(std::begin(known), std::end(known), name) != std::end(known);
 }
 
 bool is_number(std::string_view text) {
@@ -45,8 +46,8 @@ void read_settings(Settings &settings, Report &report) {
   for (const Line &line : *lines)
     for (const Pair &pair : parse_pairs(line, report)) {
       settings.add(pair, report);
-      if (!is_among(required, pair.name) && !is_among(optional, pair.name))
-        report.warning(pair.line, "the name " + quote(pair.name) + " is unknown");
+      if (!is_known(pair.name))
+        report.warning(pair.line, "the name " + quote(pair.name) + " is unknown" + cli::did_you_mean(pair.name, known));
     }
   for (const char *name : required)
     if (settings.find(name) == nullptr) report.error(0, quote(name) + " is required");
@@ -54,8 +55,7 @@ void read_settings(Settings &settings, Report &report) {
 
 void check_values(const Settings &settings, Report &report) {
   for (const auto &[name, pair] : settings.all())
-    if (pair.value.empty() && (is_among(required, name) || is_among(optional, name)))
-      report.error(pair.line, quote(name) + " is empty");
+    if (pair.value.empty() && is_known(name)) report.error(pair.line, quote(name) + " is empty");
   const Pair *level = settings.find("debug-loglevel");
   if (level != nullptr && !level->value.empty() && !is_number(level->value))
     report.error(level->line, "\"debug-loglevel\" is no number: " + quote(level->value));
@@ -68,10 +68,11 @@ void check_values(const Settings &settings, Report &report) {
 void check_default(const Configuration &configuration, const std::string &list, Report &report) {
   const Pair *standard = configuration.settings.find("csid-default");
   if (standard == nullptr || standard->value.empty() || standard->value == "unknown") return;
-  const auto &services = configuration.services;
-  if (std::none_of(services.begin(), services.end(),
-                   [&](const CatalogService &service) { return service.csid == standard->value; }))
-    report.error(standard->line, "the default service " + quote(standard->value) + " is not in " + list);
+  std::vector<std::string> names;
+  for (const CatalogService &service : configuration.services) names.push_back(service.csid);
+  if (std::find(names.begin(), names.end(), standard->value) == names.end())
+    report.error(standard->line, "the default service " + quote(standard->value) + " is not in " + list +
+                                     cli::did_you_mean(standard->value, names));
 }
 
 /// read_configuration is the part that looks at lines alone.

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "cli/similar.h"
 #include "hosts/rdmd/check_files.h"
 #include "qxapi/ascii.h"
 
@@ -10,6 +11,8 @@ namespace check {
 namespace {
 
 constexpr std::size_t service_limit = 63;
+constexpr std::string_view known[] = {
+    "csid", "catalog-database", "alias-file", "server-description", "schema-description", "taxonomy-description"};
 
 /// is_service_url tells whether a text is x-catalog://HOST:PORT/NAME or x-catalogs://HOST:PORT/NAME.
 bool is_service_url(std::string_view text) {
@@ -39,6 +42,12 @@ CatalogService *begin_service(std::vector<CatalogService> &services, const Pair 
     report.error(csid.line, "more than 63 services; this one and those after it are left out");
   services.push_back(CatalogService{csid.value, csid.line, {}});
   return &services.back();
+}
+
+void check_names(const std::vector<Pair> &pairs, Report &report) {
+  for (const Pair &pair : pairs)
+    if (std::find(std::begin(known), std::end(known), pair.name) == std::end(known))
+      report.error(pair.line, "the name " + quote(pair.name) + " is unknown" + cli::did_you_mean(pair.name, known));
 }
 
 void add_line(std::vector<CatalogService> &services, const std::vector<Pair> &pairs, Report &report) {
@@ -76,6 +85,7 @@ std::optional<std::vector<CatalogService>> read_services(Report &report) {
   std::vector<CatalogService> services;
   for (const Line &line : *lines) {
     const std::vector<Pair> pairs = parse_pairs(line, report);
+    check_names(pairs, report);
     if (!pairs.empty()) add_line(services, pairs, report);
   }
   if (services.empty()) report.warning(0, "holds no catalog service");

@@ -75,7 +75,7 @@ TEST_F(Check, FindsNothingInAValidConfiguration) {
   config("# a remark\n\nlogfile=\"@/rdm.log\" debug-logfile=stderr\r\ndebug-loglevel=\"-1\"\ntmpdir=\"@/\"\n");
   services(
       "# services\n\ncsid=\"x-catalog://localhost:8380/rfc\" catalog-database=\"@/rfc.db\"\n"
-      "server-description=\"@/server.rdm\" alias-file=@/aliases other=\"kept\"\n\n"
+      "server-description=\"@/server.rdm\" alias-file=@/aliases\n\n"
       "csid=\"x-catalogs://localhost:8380/two\"\ncatalog-database=\"@/rfc.db\"\n");
   write("aliases", "# parent aliases\n\ntcp rfc793\tstd7\ndns\ntcp transport\n");
   EXPECT_EQ(found(), "");
@@ -96,8 +96,9 @@ TEST_F(Check, NamesFileAndLineOfEachMistakeInTheServiceConfiguration) {
       {"debug-loglevel=1x\n", "@/rdm.conf:4: error: \"debug-loglevel\" is no number: \"1x\"\n"},
       {"debug-loglevel=-\n", "@/rdm.conf:4: error: \"debug-loglevel\" is no number: \"-\"\n"},
       {"debug-loglevel=\"\"\n", "@/rdm.conf:4: error: \"debug-loglevel\" is empty\n"},
-      {"logfiel=x\n", "@/rdm.conf:4: warning: the name \"logfiel\" is unknown\n"},
-      {"Logfile=x\n", "@/rdm.conf:4: warning: the name \"Logfile\" is unknown\n"},
+      {"logfiel=x\n", "@/rdm.conf:4: warning: the name \"logfiel\" is unknown (did you mean \"logfile\"?)\n"},
+      {"Logfile=x\n", "@/rdm.conf:4: warning: the name \"Logfile\" is unknown (did you mean \"logfile\"?)\n"},
+      {"journal=x\n", "@/rdm.conf:4: warning: the name \"journal\" is unknown\n"},
       {"bindir=\"/elsewhere\"\n", "@/rdm.conf:4: warning: \"bindir\" was given in line 1; this value is ignored\n"},
       {"logfile=\"\"\n", "@/rdm.conf:4: error: \"logfile\" is empty\n"},
       {"logfile=\"@/none/rdm.log\"\n",
@@ -170,7 +171,8 @@ TEST_F(Check, TheFolderOfCommandsHoldsMinidba) {
 TEST_F(Check, TheDefaultServiceIsOneOfThose) {
   whole_config("bindir=\"@/bin\"\ncsid-config=\"@/csid.conf\"\ncsid-default=\"x-catalog://localhost:8380/RFC\"\n");
   EXPECT_EQ(found(),
-            "@/rdm.conf:3: error: the default service \"x-catalog://localhost:8380/RFC\" is not in @/csid.conf\n");
+            "@/rdm.conf:3: error: the default service \"x-catalog://localhost:8380/RFC\" is not in @/csid.conf "
+            "(did you mean \"x-catalog://localhost:8380/rfc\"?)\n");
   whole_config("bindir=\"@/bin\"\ncsid-config=\"@/csid.conf\"\ncsid-default=\"unknown\"\n");
   EXPECT_EQ(found(), "");
 }
@@ -206,6 +208,31 @@ TEST_F(Check, NamesFileAndLineOfEachMistakeInTheList) {
     services(row.lines);
     EXPECT_EQ(found(), row.expected) << row.lines;
   }
+}
+
+/// A letter too few in a name left a service without its catalog, and the check found the configuration valid.
+TEST_F(Check, EveryNameInTheListIsKnown) {
+  const struct {
+    const char *pair, *expected;
+  } cases[] = {
+      {"catalog-databse=x", "the name \"catalog-databse\" is unknown (did you mean \"catalog-database\"?)"},
+      {"Alias-File=x", "the name \"Alias-File\" is unknown (did you mean \"alias-file\"?)"},
+      {"servre-description=x", "the name \"servre-description\" is unknown (did you mean \"server-description\"?)"},
+      {"shema-descripton=x", "the name \"shema-descripton\" is unknown (did you mean \"schema-description\"?)"},
+      {"taxonomy_description=x",
+       "the name \"taxonomy_description\" is unknown (did you mean \"taxonomy-description\"?)"},
+      {"scid=x", "the name \"scid\" is unknown (did you mean \"csid\"?)"},
+      {"id=x", "the name \"id\" is unknown"},
+      {"taxonomy=x", "the name \"taxonomy\" is unknown"},
+      {"tmpdir=x", "the name \"tmpdir\" is unknown"},
+  };
+  for (const auto &row : cases) {
+    services("csid=\"x-catalog://localhost:8380/rfc\" catalog-database=\"@/rfc.db\"\n" + std::string(row.pair) + "\n");
+    EXPECT_EQ(found(), "@/csid.conf:2: error: " + std::string(row.expected) + "\n");
+  }
+  const std::string long_name(300, 'x');
+  services("csid=\"x-catalog://localhost:8380/rfc\" catalog-database=\"@/rfc.db\" " + long_name + "=y\n");
+  EXPECT_EQ(found(), "@/csid.conf:1: error: the name \"" + long_name + "\" is unknown\n");
 }
 
 TEST_F(Check, AnEmptyListIsAWarningOfItsOwn) {
