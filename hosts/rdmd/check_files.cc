@@ -41,6 +41,16 @@ std::vector<std::string> split_names(const std::string &text) {
   return names;
 }
 
+bool is_control(char c) { return (static_cast<unsigned char>(c) < ' ' && !ascii::is_space(c)) || c == '\x7f'; }
+
+/// Names may hold any characters but blanks, so that a file of another kind is known only by what no name looks like.
+std::string foreign_text(const std::string &line) {
+  if (std::any_of(line.begin(), line.end(), is_control)) return "a control character";
+  if (line.find("=\"") != std::string::npos) return "a name=\"value\" pair";
+  if (line.find("}:\t") != std::string::npos) return "a SOIF attribute";
+  return {};
+}
+
 /// HeaderReader reads the first object of a description the way the service's clients do.
 class HeaderReader {
  public:
@@ -91,6 +101,21 @@ class HeaderReader {
   std::size_t attribute_ = 0;
 };
 
+void check_aliases(const std::vector<Line> &lines, Report &report) {
+  std::map<std::string, int> places;
+  for (const Line &line : lines) {
+    const std::vector<std::string> names = split_names(line.text);
+    for (std::size_t i = 0; i < names.size(); ++i) {
+      const auto [place, fresh] = places.emplace(names[i], line.number);
+      // A parent may begin several lines; only aliases have to be new.
+      if (fresh || i == 0) continue;
+      report.error(line.number, "the alias " + quote(names[i]) + " has occurred in line " +
+                                    std::to_string(place->second) + "; it is refused with the rest of its line");
+      break;
+    }
+  }
+}
+
 }  // namespace
 
 void check_hash_file(Report &report) {
@@ -113,20 +138,14 @@ void check_index(Report &report) {
 }
 
 void check_alias_file(Report &report) {
-  const auto lines = read_lines(report);
-  if (!lines) return;
-  std::map<std::string, int> places;
-  for (const Line &line : *lines) {
-    const std::vector<std::string> names = split_names(line.text);
-    for (std::size_t i = 0; i < names.size(); ++i) {
-      const auto [place, fresh] = places.emplace(names[i], line.number);
-      // A parent may begin several lines; only aliases have to be new.
-      if (fresh || i == 0) continue;
-      report.error(line.number, "the alias " + quote(names[i]) + " has occurred in line " +
-                                    std::to_string(place->second) + "; it is refused with the rest of its line");
-      break;
-    }
-  }
+  const auto text = read_bytes(report);
+  if (!text) return;
+  Findings ignored;
+  Report silent(report.file(), ignored);
+  for (const Line &line : split_lines(*text, silent))
+    if (const std::string foreign = foreign_text(line.text); !foreign.empty())
+      return report.error(line.number, "is not an alias file: this line has " + foreign);
+  check_aliases(split_lines(*text, report), report);
 }
 
 void check_description(Report &report) {

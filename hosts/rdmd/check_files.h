@@ -13,7 +13,7 @@ void check_hash_file(Report &report);
 /// order of their times.
 void check_index(Report &report);
 
-/// check_alias_file looks for names that would be refused as aliases.
+/// check_alias_file looks whether the report's file is of another kind, and for names that would be refused as aliases.
 void check_alias_file(Report &report);
 
 /// check_description looks whether the report's file begins with a whole RDMHEADER object.

@@ -106,14 +106,12 @@ std::optional<std::string> read_bytes(Report &report, std::size_t limit) {
   return text;
 }
 
-std::optional<std::vector<Line>> read_lines(Report &report) {
-  const std::optional<std::string> text = read_bytes(report);
-  if (!text) return std::nullopt;
+std::vector<Line> split_lines(std::string_view text, Report &report) {
   std::vector<Line> lines;
   int number = 0;
-  for (std::size_t at = 0; at < text->size();) {
-    const std::size_t end = std::min(text->find('\n', at), text->size());
-    Line line{++number, text->substr(at, end - at)};
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t end = std::min(text.find('\n', at), text.size());
+    Line line{++number, std::string(text.substr(at, end - at))};
     at = end + 1;
     if (line.text.size() > line_limit) {
       report.error(number, "the line is cut after 8191 bytes");
@@ -124,6 +122,11 @@ std::optional<std::vector<Line>> read_lines(Report &report) {
     if (!line.text.empty() && line.text.front() != '#') lines.push_back(std::move(line));
   }
   return lines;
+}
+
+std::optional<std::vector<Line>> read_lines(Report &report) {
+  const std::optional<std::string> text = read_bytes(report);
+  return text ? std::optional(split_lines(*text, report)) : std::nullopt;
 }
 
 std::vector<Pair> parse_pairs(const Line &line, Report &report) {

@@ -36,8 +36,11 @@ struct Line {
   std::string text;
 };
 
-/// read_lines returns the lines of a file that are neither empty nor comments, cut as the service cuts them. An
-/// unreadable file and lines that are cut are errors. Nothing when the file is unreadable.
+/// split_lines returns the lines of a text that are neither empty nor comments, cut as the service cuts them. Lines
+/// that are cut are errors.
+std::vector<Line> split_lines(std::string_view text, Report &report);
+
+/// read_lines returns the lines of a file as split_lines does. Nothing, after an error, when the file cannot be read.
 std::optional<std::vector<Line>> read_lines(Report &report);
 
 struct Pair {

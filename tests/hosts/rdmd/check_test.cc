@@ -338,6 +338,29 @@ TEST_F(Check, AliasesAreNewNames) {
   }
 }
 
+/// Whatever has blanks can be read as aliases: a description under this name gave a service hundreds of them.
+TEST_F(Check, AliasFilesAreNoOtherFiles) {
+  services("csid=\"x-catalog://localhost:8380/rfc\"\ncatalog-database=\"@/rfc.db\" alias-file=\"@/aliases\"\n");
+  const std::string none = "error: is not an alias file: this line has ";
+  const struct {
+    std::string bytes, expected;
+  } cases[] = {
+      {"", ""},
+      {"# a=\"b\" and }:\t, in a remark\n@home {x} a=b \xc3\xa9t\xc3\xa9\r\n", ""},
+      {database(), "@/aliases:1: " + none + "a control character\n"},
+      {"dns domain\n\x7f"
+       "ELF\n",
+       "@/aliases:2: " + none + "a control character\n"},
+      {"# services\n\n csid=\"x\"\n", "@/aliases:3: " + none + "a name=\"value\" pair\n"},
+      {header(), "@/aliases:2: " + none + "a SOIF attribute\n"},
+      {std::string(9000, ' ') + '\0', "@/aliases:1: error: the line is cut after 8191 bytes\n"},
+  };
+  for (const auto &row : cases) {
+    write("aliases", row.bytes);
+    EXPECT_EQ(found(), row.expected);
+  }
+}
+
 TEST_F(Check, DescriptionsBeginWithAHeader) {
   const struct {
     std::string bytes;
