@@ -13,6 +13,7 @@
 
 #include "libcs/log_owner.h"
 #include "qxapi/ascii.h"
+#include "qxapi/log_text.h"
 
 int32_t _cslog_level = 0;
 int32_t _cslog_module = 1;
@@ -20,7 +21,6 @@ int32_t _cslog_module = 1;
 namespace {
 
 constexpr size_t prefix_size = 512;
-constexpr size_t line_size = 8192;
 
 /// Where lines go: a stream, a file, or nowhere.
 struct Destination {
@@ -89,26 +89,25 @@ size_t format_prefix(char *buffer) {
   return stamp + static_cast<size_t>(length);
 }
 
-QX_PRINTF(2, 0) void print_to_stream(std::string_view prefix, const char *format, va_list arguments) {
-  FILE *const stream = sink.stream;
-  ::flockfile(stream);
-  std::fwrite(prefix.data(), 1, prefix.size(), stream);
-  std::vfprintf(stream, format, arguments);
-  std::fflush(stream);
-  ::funlockfile(stream);
+/// format_line writes prefix and message into a buffer of log_line_size bytes; returns the length. A line that is cut
+/// keeps the newline of its format.
+QX_PRINTF(3, 0) size_t format_line(char *line, std::string_view prefix, const char *format, va_list arguments) {
+  const size_t start = prefix.copy(line, log_line_size - 1);
+  const int message = std::vsnprintf(line + start, log_line_size - start, format, arguments);
+  const size_t length = start + static_cast<size_t>(std::max(message, 0));
+  if (length < log_line_size) return length;
+  if (std::string_view(format).ends_with('\n')) line[log_line_size - 2] = '\n';
+  return log_line_size - 1;
 }
 
-QX_PRINTF(2, 0) void print_to_file(std::string_view prefix, const char *format, va_list arguments) {
-  char line[line_size];
-  const size_t start = prefix.copy(line, line_size - 1);
-  const int message = std::vsnprintf(line + start, line_size - start, format, arguments);
-  size_t length = start + static_cast<size_t>(std::max(message, 0));
-  if (length >= line_size) {
-    length = line_size - 1;
-    if (std::string_view(format).ends_with('\n')) line[length - 1] = '\n';
+void write_line(std::string_view line) {
+  if (sink.stream != nullptr) {
+    std::fwrite(line.data(), 1, line.size(), sink.stream);
+    std::fflush(sink.stream);
+  } else {
+    host_seek(sink.file, 0, SEEK_END);
+    host_write_log(sink.file, line.data(), static_cast<int32_t>(line.size()));
   }
-  host_seek(sink.file, 0, SEEK_END);
-  host_write_log(sink.file, line, static_cast<int32_t>(length));
 }
 
 void open_file(const char *path) {
@@ -137,15 +136,13 @@ int _cslog_set_params(int32_t kind, const char *file, int32_t line) noexcept {
 
 void _cslog_do_print(const char *format, ...) noexcept {
   if (sink.stream == nullptr && sink.file == -1) return;
-  char buffer[prefix_size];
-  const std::string_view prefix(buffer, format_prefix(buffer));
+  char prefix[prefix_size], line[log_line_size];
+  const size_t prefix_length = format_prefix(prefix);
   va_list arguments;
   va_start(arguments, format);
-  if (sink.stream != nullptr)
-    print_to_stream(prefix, visible(format), arguments);
-  else
-    print_to_file(prefix, visible(format), arguments);
+  const size_t length = format_line(line, {prefix, prefix_length}, visible(format), arguments);
   va_end(arguments);
+  write_line({line, length});
 }
 
 void cslog_init(int32_t level, const char *destination) noexcept {

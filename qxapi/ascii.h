@@ -9,6 +9,7 @@
 namespace ascii {
 
 constexpr bool is_space(int c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+constexpr bool is_control(int c) { return (c >= '\0' && c < ' ') || c == '\x7f'; }
 constexpr bool is_digit(int c) { return c >= '0' && c <= '9'; }
 constexpr bool is_upper(int c) { return c >= 'A' && c <= 'Z'; }
 constexpr bool is_lower(int c) { return c >= 'a' && c <= 'z'; }

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "qxapi/ascii.h"
+#include "qxapi/log_text.h"
 #include "qxapi/posix.h"
 
 namespace posix_host {
@@ -19,18 +20,14 @@ int hex_digit(char c) {
   return letter >= 'a' && letter <= 'f' ? letter - 'a' + 10 : -1;
 }
 
-bool is_control(char c) { return (c >= '\0' && c < ' ') || c == '\x7F'; }
-
 }  // namespace
 
 void report_error(int degree, const char *function, Session *, Request *, const char *format, va_list arguments) {
-  char text[8192] = "";
+  char text[log_line_size] = "";
   std::vsnprintf(text, sizeof text, format, arguments);
-  size_t length = std::strlen(text);
-  if (length > 0 && text[length - 1] == '\n') text[--length] = '\0';
-  // What a client sent must not begin a line of its own, nor speak to a terminal.
-  std::replace_if(text, text + length, is_control, ' ');
-  std::fprintf(stderr, "%s %s: %s\n", degree == 0 ? "failure" : "report", function, text);
+  std::string_view line = text;
+  if (line.ends_with('\n')) line.remove_suffix(1);
+  std::fprintf(stderr, "%s %s: %s\n", degree == 0 ? "failure" : "report", function, LogText(line).c_str());
 }
 
 char *last_error_text() {

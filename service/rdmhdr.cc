@@ -2,6 +2,7 @@
 
 #include "libcs/guard.h"
 #include "qxapi/ascii.h"
+#include "qxapi/log_text.h"
 #include "service/csid.h"
 #include "service/message.h"
 
@@ -72,7 +73,7 @@ soif_ptr read_object(csio *io) {
     return nullptr;
   }
   if (!ascii::iequals(object->template_name, "RDMHEADER")) {
-    CSLOG(CSLOG_ERROR, "rdmhdr", "Mismatched RDMHEADER specification: %s\n", object->template_name);
+    CSLOG(CSLOG_ERROR, "rdmhdr", "Mismatched RDMHEADER specification: %s\n", LogText(object->template_name).c_str());
     return nullptr;
   }
   return object;
@@ -86,7 +87,7 @@ int check_version(const SOIF *object) {
     return 1;
   }
   if (ascii::iequals(version, supported_version)) return 0;
-  CSLOG(CSLOG_ERROR, "rdmhdr", "Unsupported rdm-version: '%s'\n", version);
+  CSLOG(CSLOG_ERROR, "rdmhdr", "Unsupported rdm-version: '%s'\n", LogText(version).c_str());
   return 2;
 }
 

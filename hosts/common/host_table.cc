@@ -177,7 +177,7 @@ void register_exit(void (*fn)(void *), void *argument) {
 }
 
 [[gnu::format(printf, 1, 0)]] std::string format_text(const char *format, va_list arguments) {
-  char text[8192];
+  char text[log_line_size];
   const int length = std::vsnprintf(text, sizeof text, format, arguments);
   return {text, static_cast<std::size_t>(std::clamp(length, 0, static_cast<int>(sizeof text) - 1))};
 }
@@ -187,7 +187,8 @@ void register_exit(void (*fn)(void *), void *argument) {
   guarded(0, [&] {
     const Exchange *exchange = exchange_of(session);
     const std::string client = exchange == nullptr ? "" : exchange->client_text("ip");
-    report_to(Report{degree, function, client, log_text(format_text(format, arguments))});
+    // The plug-in has escaped a client's text already: a backslash stays as it is.
+    report_to(Report{degree, function, client, log_text(format_text(format, arguments), Escaping::non_ascii)});
     return 0;
   });
 }

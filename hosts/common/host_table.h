@@ -12,7 +12,7 @@
 namespace hosts {
 
 /// Report is one line for a host's error log. `client` is the client's address, empty for none; `text` is one line,
-/// escaped by log_text.
+/// in which log_text has escaped control characters and bytes beyond ASCII.
 struct Report {
   int degree;
   std::string_view function;

@@ -5,11 +5,13 @@
 #include <string>
 #include <string_view>
 
+#include "qxapi/log_text.h"
+
 namespace hosts {
 
-/// log_text returns a text for one line or one quoted field of a log: its last newline is left out; a quote, a
-/// backslash, a control character and a byte beyond ASCII are written as escapes (\", \\, \n, \r, \t, \x7f).
-std::string log_text(std::string_view text);
+/// log_text returns a text for one line of a log, or with Escaping::quotes for a quoted field of one. Its last newline
+/// is left out.
+std::string log_text(std::string_view text, Escaping level);
 
 }  // namespace hosts
 

@@ -42,7 +42,9 @@ std::string access_time(std::time_t time) {
   return text;
 }
 
-std::string quoted(const std::string &text) { return '"' + (text.empty() ? "-" : hosts::log_text(text)) + '"'; }
+std::string quoted(const std::string &text) {
+  return '"' + (text.empty() ? "-" : hosts::log_text(text, Escaping::quotes)) + '"';
+}
 
 }  // namespace
 

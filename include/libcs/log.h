@@ -48,8 +48,8 @@ int _cslog_set_params(int32_t kind, const char *file, int32_t line) QX_NOEXCEPT;
 
 /// _cslog_do_print writes one line: "[16/Nov/2026:03:41:07]", the prefix of the thread's kind and the formatted
 /// message. A directory in front of the source file is left out; a null file or format shows as "(null)", an empty one
-/// as "(empty)". Time stamp and prefix are cut at 511 bytes. A line to a file is cut at 8191 bytes and then ends in a
-/// newline if its format does. Without a destination it does nothing; errors in writing are ignored.
+/// as "(empty)". Time stamp and prefix are cut at 511 bytes. A line is cut at 8191 bytes, wherever it goes, and then
+/// ends in a newline if its format does. Without a destination it does nothing; errors in writing are ignored.
 void _cslog_do_print(const char *format, ...) QX_NOEXCEPT QX_PRINTF(1, 2);
 
 /// cslog_init sets the level and the destination: standard error for null or "stderr", standard output for "stdout",

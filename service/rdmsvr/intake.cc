@@ -2,6 +2,7 @@
 #include <optional>
 
 #include "qxapi/ascii.h"
+#include "qxapi/log_text.h"
 #include "service/csid.h"
 #include "service/message.h"
 #include "service/text.h"
@@ -15,10 +16,11 @@ constexpr std::string_view uri_prefix = "/rdm/";
 constexpr int32_t content_limit = 32768;
 constexpr uint32_t memory_limit = 32768;
 
-/// A refusal, or the absence of one: no text.
+/// A refusal, or the absence of one: no text. `report` is what the error log says where that differs from the answer.
 struct Refusal {
   const char *text = nullptr;
   int value = HOST_DONE;
+  const char *report = text;
 };
 
 constexpr Refusal go_on{};
@@ -35,7 +37,7 @@ struct Intake {
   int32_t consumed = 0;            // bytes taken from the input
   csio_ptr body = nullptr, header_text = nullptr;
   rdmhdr_ptr header = nullptr;
-  host_text refusal = nullptr;  // a refusal made for this request
+  host_text refusal = nullptr, report = nullptr;  // of a refusal made for this request
 };
 
 unsigned char next_byte(host_input *input) {
@@ -150,8 +152,10 @@ Refusal check_type_fits_uri(Intake &x) {
 
 Refusal check_catalog(Intake &x) {
   if (csid_find(x.header->csid) != nullptr) return go_on;
-  x.refusal = format_text("Unknown CSID: %s\n", x.header->csid != nullptr ? x.header->csid : "(null)");
-  return x.refusal ? Refusal{x.refusal.get()} : out_of_memory;
+  const char *csid = x.header->csid != nullptr ? x.header->csid : "(null)";
+  x.refusal = format_text("Unknown CSID: %s\n", csid);
+  x.report = format_text("Unknown CSID: %s\n", LogText(csid).c_str());
+  return x.refusal && x.report ? Refusal{x.refusal.get(), HOST_DONE, x.report.get()} : out_of_memory;
 }
 
 /// read_announced_body reads `count` bytes; a host that has no more of them yields 0 bytes in their place.
@@ -212,6 +216,22 @@ int respond(Intake &x) {
   return rdm_send_result(1, result.release(), x.session, x.request);
 }
 
+/// stop answers with `message` and reports `report` to the error log; returns `value`.
+int stop(const char *message, const char *report, const char *function, int value, Session *sn, Request *rq) {
+  csio_ptr answer = make_csio();
+  const rdmhdr_ptr header = make_rdmhdr(RDM_STATUS_RESPONSE);
+  if (answer && header) {
+    header->error_message = host_strdup(message);
+    rdmhdr_print(header.get(), answer.get());
+    append_text(answer.get(), "\n\n");
+    append_text(answer.get(), message);
+    append_text(answer.get(), "\n\n");
+    rdm_send_result(1, answer.release(), sn, rq);
+  }
+  host_report_error(0, function, sn, rq, "%s", report);
+  return value;
+}
+
 }  // namespace
 
 int rdm_service(pblock *pb, Session *sn, Request *rq) noexcept {
@@ -225,24 +245,13 @@ int _real_rdm_service(pblock *, Session *sn, Request *rq) noexcept {
   Intake x{.session = sn, .request = rq};
   for (const auto step : steps)
     if (const Refusal refusal = step(x); refusal.text != nullptr)
-      return rdm_stop(refusal.text, report_name, refusal.value, sn, rq);
+      return stop(refusal.text, refusal.report, report_name, refusal.value, sn, rq);
   return respond(x);
 }
 
 int rdm_stop(const char *message, const char *function, int value, Session *sn, Request *rq) noexcept {
   if (message == nullptr) message = "RDM Server Error";
-  csio_ptr answer = make_csio();
-  const rdmhdr_ptr header = make_rdmhdr(RDM_STATUS_RESPONSE);
-  if (answer && header) {
-    header->error_message = host_strdup(message);
-    rdmhdr_print(header.get(), answer.get());
-    append_text(answer.get(), "\n\n");
-    append_text(answer.get(), message);
-    append_text(answer.get(), "\n\n");
-    rdm_send_result(1, answer.release(), sn, rq);
-  }
-  host_report_error(0, function, sn, rq, "%s", message);
-  return value;
+  return stop(message, message, function, value, sn, rq);
 }
 
 int rdm_validate_uri(const char *uri, int32_t type) noexcept {

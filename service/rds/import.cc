@@ -9,6 +9,7 @@
 
 #include "qxapi/ascii.h"
 #include "qxapi/fatal.h"
+#include "qxapi/log_text.h"
 #include "service/csid.h"
 #include "service/message.h"
 #include "service/text.h"
@@ -173,7 +174,7 @@ int32_t rds_rd_response(rdmhdr *header, csio *body, csio *response, Session *sn,
   const char *database = csid_findval(catalog_key, header->csid);
   if (database == nullptr) {
     static constexpr char text[] = "Failed to import RDs: RDS: No CSID?";
-    CSLOG(CSLOG_ERROR, "rds", "Require '%s' for <CSID:%s>\n", catalog_key, shown(header->csid));
+    CSLOG(CSLOG_ERROR, "rds", "Require '%s' for <CSID:%s>\n", catalog_key, LogText(shown(header->csid)).c_str());
     return rds_status_ok(text, text, header, body, response, sn, rq);
   }
   warn_of_shell_characters(database);
@@ -186,7 +187,7 @@ int32_t rds_rd_response(rdmhdr *header, csio *body, csio *response, Session *sn,
   const bool is_complete = import_into(catalog, body->filename, accepted);
   const host_text text = format_text("Accepted %d RDs from %s", accepted, source_of(rq));
   if (!text || !is_complete) return rds_status_ok(import_failed, import_failed, header, body, response, sn, rq);
-  rdm_log_add(text.get(), nullptr, nullptr, sn, rq);
+  rdm_log_add(LogText(text.get()).c_str(), nullptr, nullptr, sn, rq);
   return rds_status_ok(text.get(), nullptr, header, body, response, sn, rq);
 }
 

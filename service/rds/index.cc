@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "qxapi/log_text.h"
 #include "service/csid.h"
 #include "service/rdm.h"
 #include "service/text.h"
@@ -77,7 +78,7 @@ int cs_dbsearch_start(const char *csid, cs_dbindex *index) noexcept {
   *index = cs_dbindex{};
   const char *database = csid != nullptr ? csid_findval(catalog_key, csid) : nullptr;
   if (database == nullptr) {
-    CSLOG(CSLOG_ERROR, "rds", "Missing %s for <CSID:%s>\n", catalog_key, shown(csid));
+    CSLOG(CSLOG_ERROR, "rds", "Missing %s for <CSID:%s>\n", catalog_key, LogText(shown(csid)).c_str());
     return 1;
   }
   const host_text path = format_text("%s.idx", database);

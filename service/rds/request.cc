@@ -3,6 +3,7 @@
 
 #include "dba/guard.h"
 #include "qxapi/ascii.h"
+#include "qxapi/log_text.h"
 #include "service/csid.h"
 #include "service/message.h"
 #include "service/text.h"
@@ -254,7 +255,7 @@ int send_since(const char *csid, cs_dbindex *index, time_t since, char **attribu
 int32_t rds_send_rd(const char *csid, cslist *keys, char **attributes, csio *output) noexcept {
   const char *path = csid_findval(catalog_key, csid);
   if (path == nullptr) {
-    CSLOG(CSLOG_ERROR, "rds", "Require '%s' for <CSID:%s>\n", catalog_key, shown(csid));
+    CSLOG(CSLOG_ERROR, "rds", "Require '%s' for <CSID:%s>\n", catalog_key, LogText(shown(csid)).c_str());
     return 0;
   }
   const database_ptr database(dba_open(path, "r"));

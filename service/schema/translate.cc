@@ -2,6 +2,7 @@
 
 #include "libcs/guard.h"
 #include "qxapi/ascii.h"
+#include "qxapi/log_text.h"
 #include "service/schema/mapping.h"
 
 namespace {
@@ -41,7 +42,7 @@ enum class Outcome { done, too_long, no_memory };
 Outcome append_column(const char *attribute, Area &columns) {
   const Entry *entry = find(attribute, attribute_of);
   if (entry == nullptr) {
-    CSLOG(CSLOG_WARNING, "schema", "Unknown SOIF-Attribute: '%s'\n", attribute);
+    CSLOG(CSLOG_WARNING, "schema", "Unknown SOIF-Attribute: '%s'\n", LogText(attribute).c_str());
     return Outcome::done;
   }
   const bool fits = (columns.empty() || columns.append(",")) && columns.append(entry->tblcol);
@@ -109,7 +110,7 @@ char *schema_translate_soif2rdbms(const char *list, char **out) noexcept {
   if (!seen) return nullptr;
   const Outcome outcome = translate_items(attributes.text(), seen.get(), columns);
   if (outcome == Outcome::too_long)
-    CSLOG(CSLOG_ERROR, "schema", "List of columns too long for SOIF-Attributes: '%.64s'\n", list);
+    CSLOG(CSLOG_ERROR, "schema", "List of columns too long for SOIF-Attributes: '%.64s'\n", LogText(list).c_str());
   return outcome == Outcome::done ? *out = host_strdup(columns.text()) : nullptr;
 }
 

@@ -244,12 +244,19 @@ INSTANTIATE_TEST_SUITE_P(Streams, LogDestination,
                                            DestinationCase{"stderr", "", " WARNING: said %s\n"},
                                            DestinationCase{"stdout", " WARNING: said %s\n", ""}));
 
-TEST_F(Log, StreamLinesAreNotCut) {
+// A client that sent a value of 100 MB in 43 bytes, padded by the parser, had all of it written to standard error.
+TEST_F(Log, LongLineToAStreamIsCutAsOneToAFile) {
   const std::string value(10000, 'x');
   ::testing::internal::CaptureStdout();
-  cslog_init(1, "stdout");
-  CSLOG(CSLOG_NOTE, "adt", "%s\n", value.c_str());
-  EXPECT_THAT(::testing::internal::GetCapturedStdout(), HasSubstr("\t " + value + "\n"));
+  ::testing::internal::CaptureStderr();
+  for (const char *stream : {"stdout", "stderr"}) {
+    cslog_init(1, stream);
+    CSLOG(CSLOG_NOTE, "adt", "%s\n", value.c_str());
+  }
+  for (const std::string &line : {::testing::internal::GetCapturedStdout(), ::testing::internal::GetCapturedStderr()}) {
+    EXPECT_EQ(line.size(), 8191u);
+    EXPECT_TRUE(line.ends_with("xxx\n"));
+  }
 }
 
 TEST_F(Log, FileIsAppendedTo) {

@@ -266,6 +266,10 @@ TEST_F(RdmHeader, RefusesWhatIsNotAHeaderAndSaysWhy) {
       {"another version", header_with({{"rdm-version", "1.1"}}), 2, "ERROR: Unsupported rdm-version: '1.1'\n"},
       {"a version that reads like a format", header_with({{"rdm-version", "%s%n"}}), 2,
        "ERROR: Unsupported rdm-version: '%s%n'\n"},
+      {"a version that would start a line of the log", header_with({{"rdm-version", "1\nERROR:\t\x1b\x7f"}}), 2,
+       "ERROR: Unsupported rdm-version: '1\\nERROR:\\t\\x1b\\x7f'\n"},
+      {"a template that would command a terminal", support::soif("\x1b[2J", "-", {{"rdm-version", "1.0"}}), 1,
+       "ERROR: Mismatched RDMHEADER specification: \\x1b[2J\n"},
   };
   for (const BadHeader &row : rows) {
     const Diagnostics diagnostics;

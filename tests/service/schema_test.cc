@@ -409,11 +409,12 @@ TEST_F(Schema, ListsOfAttributesBecomeListsOfColumns) {
 
 TEST_F(Schema, UnknownAttributesOfAListAreLeftOutWithAWarning) {
   load_library();
-  EXPECT_EQ(rdbms("nope,title,nope, author,%s"), "docs.title");
+  EXPECT_EQ(rdbms("nope,title,nope, author,%s,a\nb"), "docs.title");
   EXPECT_EQ(diagnostics.text(),
             "WARNING: Unknown SOIF-Attribute: 'nope'\n"
             "WARNING: Unknown SOIF-Attribute: ' author'\n"
-            "WARNING: Unknown SOIF-Attribute: '%s'\n");
+            "WARNING: Unknown SOIF-Attribute: '%s'\n"
+            "WARNING: Unknown SOIF-Attribute: 'a\\nb'\n");
 }
 
 TEST_F(Schema, ListsAreLimited) {

@@ -22,7 +22,13 @@ TEST(LogText, CannotEndALineOrAQuotedField) {
       {"\x1b[31m\x7f", "\\x1b[31m\\x7f"},
       {"\xc3\xa9", "\\xc3\\xa9"},
   };
-  for (const auto &row : cases) EXPECT_EQ(hosts::log_text(row.text), row.expected);
+  for (const auto &row : cases) EXPECT_EQ(hosts::log_text(row.text, Escaping::quotes), row.expected);
+}
+
+TEST(LogText, LeavesQuotesOutsideOfFields) {
+  const std::string text = "a \"b\" \\c\n\td\xc3\xa9\n";
+  EXPECT_EQ(hosts::log_text(text, Escaping::non_ascii), "a \"b\" \\c\\n\\td\\xc3\\xa9");
+  EXPECT_EQ(hosts::log_text(text, Escaping::controls), "a \"b\" \\c\\n\\td\xc3\xa9");
 }
 
 }  // namespace

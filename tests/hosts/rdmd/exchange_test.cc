@@ -222,7 +222,7 @@ TEST_F(HostExchange, HeadIsAnsweredWithoutBody) {
 TEST_F(HostExchange, ReportsOfThePluginGoToTheErrorLogAsOneLine) {
   start();
   EXPECT_EQ(support::http_get(port_, "/rdm/report").body, "reported\n");
-  EXPECT_TRUE(server_->await_error("[error] rdmd: test-plugin: a \\\"bad\\\" thing\\nhappened (client 127.0.0.1)\n"))
+  EXPECT_TRUE(server_->await_error("[error] rdmd: test-plugin: a \"bad\" thing\\nhappened (client 127.0.0.1)\n"))
       << server_->errors();
 }
 

@@ -72,11 +72,13 @@ class Intake : public support::HostTest {
   }
 
   /// expect_refused asserts what every refusal does: an answer with status 200 and a line for the host's error log.
-  void expect_refused(const std::string &text, const std::string &what = "") {
+  /// expect_refused expects an answer with a text, and a line of the error log with the same or another one.
+  void expect_refused(const std::string &text, const std::string &what = "") { expect_refused(text, text, what); }
+  void expect_refused(const std::string &text, const std::string &report, const std::string &what) {
     EXPECT_EQ(host.sent, refusal(text)) << what;
     EXPECT_EQ(host.status, 200) << what;
     EXPECT_EQ(host.responses_started, 1) << what;
-    EXPECT_EQ(host.reports, std::vector<std::string>{"0 rdm-service: " + text}) << what;
+    EXPECT_EQ(host.reports, std::vector<std::string>{"0 rdm-service: " + report}) << what;
   }
 
   support::TemporaryFolder folder_;
@@ -240,14 +242,29 @@ TEST_F(Intake, PrefersTheTypeOfTheQuery) {
 
 TEST_F(Intake, ValuesOfAQueryGoThroughAsTheyAre) {
   const std::pair<const char *, const char *> rows[] = {
-      {"csid=a%0D%0Ab", "a\r\nb"}, {"csid=a%00b", "a"},
-      {"csid=a+b%2Bc", "a b+c"},   {"csid=a}%0A%0A@X+{+-", "a}\n\n@X { -"},
-      {"csid=a&csid=b", "a,b"},    {"csid=%FF%80", "\xff\x80"},
-      {"csid=a%zz%", "a%zz%"},
+      {"csid=a%00b", "a"},     {"csid=a+b%2Bc", "a b+c"},   {"csid=a&csid=b", "a,b"},
+      {"csid=a%zz%", "a%zz%"}, {"csid=%FF%80", "\xff\x80"},
   };
   for (const auto &[query, csid] : rows) {
     EXPECT_EQ(get("/rdm/status-request", query), HOST_DONE);
     expect_refused("Unknown CSID: " + std::string(csid) + "\n", query);
+  }
+}
+
+// A CSID with a newline in it started a line of its own in the error log of a host that writes what it is given.
+TEST_F(Intake, NoClientStartsALineOfTheErrorLog) {
+  const struct {
+    const char *query, *csid, *reported;
+  } rows[] = {
+      {"csid=a%0D%0Ab", "a\r\nb", "a\\r\\nb"},
+      {"csid=a}%0A%0A@X+{+-", "a}\n\n@X { -", "a}\\n\\n@X { -"},
+      {"csid=%09%1b[2J%7f%01%0A", "\t\x1b[2J\x7f\x01\n", "\\t\\x1b[2J\\x7f\\x01\\n"},
+      {"csid=%22\\n%C3%A9", "\"\\n\xc3\xa9", "\"\\n\xc3\xa9"},
+  };
+  for (const auto &row : rows) {
+    EXPECT_EQ(get("/rdm/status-request", row.query), HOST_DONE);
+    expect_refused("Unknown CSID: " + std::string(row.csid) + "\n", "Unknown CSID: " + std::string(row.reported) + "\n",
+                   row.query);
   }
 }
 
@@ -485,12 +502,12 @@ TEST_F(Intake, OnlyCarriageReturnsMayStandWithinTheEmptyLine) {
 
 TEST_F(Intake, CarriageReturnsOfAHeaderBecomeBlanksAndOtherBytesStayAsTheyAre) {
   EXPECT_EQ(post("/rdm/status-request", header("status-request", "a\rb\xff\x80\tc") + "\nbody"), HOST_DONE);
-  expect_refused("Unknown CSID: a b\xff\x80\tc\n");
+  expect_refused("Unknown CSID: a b\xff\x80\tc\n", "Unknown CSID: a b\xff\x80\\tc\n", "");
 }
 
 TEST_F(Intake, TheHeaderEndsAtAnEmptyLineEvenWithinAValue) {
   EXPECT_EQ(post("/rdm/status-request", header("status-request", "a\n\nb") + "\nbody"), HOST_DONE);
-  expect_refused("Unknown CSID: a\n\xff\xff\n");
+  expect_refused("Unknown CSID: a\n\xff\xff\n", "Unknown CSID: a\\n\xff\xff\n", "");
 }
 
 /// The whole request is inside the section, and a refusal is answered before it is reported.

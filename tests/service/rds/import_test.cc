@@ -323,6 +323,7 @@ TEST_F(Import, NamesItsSource) {
       {{{"user-agent", ""}}, "(empty)"},
       {{}, "Unknown-Source"},
       {{{"from", "%s%n"}}, "%s%n"},
+      {{{"from", "a\nb"}}, "a\nb"},
   };
   for (const auto &[headers, source] : rows) {
     Exchange x("POST", "/rdm/rd-response");
@@ -333,6 +334,16 @@ TEST_F(Import, NamesItsSource) {
     EXPECT_EQ(rds_rd_response(header.get(), body.get(), response_.get(), &x.session, &x.request), 0);
     EXPECT_EQ(answer(), accepted("Accepted 3 RDs from " + std::string(source)));
   }
+}
+
+// A sender with a newline in its name wrote lines of its own into the transaction log.
+TEST_F(Import, ASenderStartsNoLineOfTheTransactionLog) {
+  x_.header("user-agent", "a\r\n192.0.2.1 - - [] \"forged\" - -\n");
+  EXPECT_EQ(import(), 0);
+  const std::string line = x_.var("rdm-log-message");
+  EXPECT_EQ(line.find('\n'), line.size() - 1);
+  EXPECT_NE(line.find("\"Accepted 3 RDs from a\\r\\n192.0.2.1 - - [] \"forged\" - -\\n\" - -\n"), std::string::npos)
+      << line;
 }
 
 TEST_F(Import, CountsNothingWhereACommandWritesNoNumber) {
@@ -375,9 +386,11 @@ TEST_F(Import, NeedsADatabase) {
   body_ = make_csio();
   EXPECT_EQ(import(nullptr), 0);
   EXPECT_EQ(answer(), refused("Failed to import RDs: RDS: No CSID?"));
+  body_ = make_csio();
+  EXPECT_EQ(import("a\nb"), 0);
   EXPECT_EQ(diagnostics.text(),
             "ERROR: Require 'catalog-database' for <CSID:bare>\nERROR: Require "
-            "'catalog-database' for <CSID:(null)>\n");
+            "'catalog-database' for <CSID:(null)>\nERROR: Require 'catalog-database' for <CSID:a\\nb>\n");
   EXPECT_FALSE(support::file_exists(folder_.path("calls")));
 }
 

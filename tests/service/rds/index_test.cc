@@ -57,9 +57,11 @@ TEST_F(Index, NeedsAConfiguredDatabase) {
   const Diagnostics diagnostics;
   for (const char *csid : {"bare", "unknown"}) EXPECT_EQ(cs_dbsearch_start(csid, &index_), 1);
   EXPECT_EQ(cs_dbsearch_start(nullptr, &index_), 1);
+  EXPECT_EQ(cs_dbsearch_start("a\nb", &index_), 1);
   EXPECT_EQ(diagnostics.text(),
             "ERROR: Missing catalog-database for <CSID:bare>\nERROR: Missing catalog-database for <CSID:unknown>\n"
-            "ERROR: Missing catalog-database for <CSID:(null)>\n");
+            "ERROR: Missing catalog-database for <CSID:(null)>\n"
+            "ERROR: Missing catalog-database for <CSID:a\\nb>\n");
 }
 
 TEST_F(Index, NeedsAReadableFile) {

@@ -583,10 +583,12 @@ TEST_F(Request, SendsNothingForACatalogWithoutADatabase) {
   EXPECT_EQ(rds_send_rd("bare", keys, nullptr, response_.get()), 0);
   EXPECT_EQ(rds_send_rd(nullptr, keys, nullptr, response_.get()), 0);
   EXPECT_EQ(rds_send_rd("", keys, nullptr, response_.get()), 0);
+  EXPECT_EQ(rds_send_rd("a\nb", keys, nullptr, response_.get()), 0);
   EXPECT_EQ(rds_send_rd("c", keys, nullptr, response_.get()), 0) << "no keys";
   EXPECT_EQ(diagnostics.text(),
             "ERROR: Require 'catalog-database' for <CSID:bare>\nERROR: Require 'catalog-database' for <CSID:(null)>\n"
-            "ERROR: Require 'catalog-database' for <CSID:(empty)>\n");
+            "ERROR: Require 'catalog-database' for <CSID:(empty)>\n"
+            "ERROR: Require 'catalog-database' for <CSID:a\\nb>\n");
   EXPECT_EQ(answer(), "");
 }
 

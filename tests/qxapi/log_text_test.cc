@@ -1,0 +1,35 @@
+#include "qxapi/log_text.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace {
+
+TEST(LogText, EscapesControlCharactersAlone) {
+  const struct {
+    std::string text, expected;
+  } cases[] = {
+      {"", ""},
+      {"plain text, as it is", "plain text, as it is"},
+      {"a\nb\rc\td\n", "a\\nb\\rc\\td\\n"},
+      {"say \"this\" and back\\slash", "say \"this\" and back\\slash"},
+      {std::string("nul\0byte", 8), "nul\\x00byte"},
+      {"\x01\x1b[31m\x1f\x7f", "\\x01\\x1b[31m\\x1f\\x7f"},
+      {"\xc3\xa9 \x80\xff", "\xc3\xa9 \x80\xff"},
+  };
+  for (const auto &row : cases) EXPECT_EQ(LogText(row.text).c_str(), row.expected);
+}
+
+TEST(LogText, EscapesOnce) {
+  const LogText once("a\nb\\");
+  EXPECT_STREQ(LogText(once.c_str()).c_str(), once.c_str());
+}
+
+TEST(LogText, IsCutToALineWithWholeEscapes) {
+  EXPECT_EQ(LogText(std::string(10000, 'x')).c_str(), std::string(8191, 'x'));
+  EXPECT_EQ(LogText(std::string(8188, 'x') + "\x01").c_str(), std::string(8188, 'x'));
+  EXPECT_EQ(LogText(std::string(8187, 'x') + "\x01").c_str(), std::string(8187, 'x') + "\\x01");
+}
+
+}  // namespace
