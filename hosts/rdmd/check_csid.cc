@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "cli/similar.h"
+#include "hosts/rdmd/check_description.h"
 #include "hosts/rdmd/check_files.h"
 #include "qxapi/ascii.h"
 
@@ -104,7 +105,7 @@ void check_services(const std::vector<CatalogService> &services, Report &report)
       const Pair *description = service.settings.find(name);
       if (description == nullptr) continue;
       Report file = report.on(description->value);
-      check_description(file);
+      check_description(name, file);
     }
   }
 }

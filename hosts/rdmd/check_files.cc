@@ -1,7 +1,6 @@
 #include "hosts/rdmd/check_files.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cstdint>
 #include <map>
 #include <string_view>
@@ -51,56 +50,6 @@ std::string foreign_text(const std::string &line) {
   return {};
 }
 
-/// HeaderReader reads the first object of a description the way the service's clients do.
-class HeaderReader {
- public:
-  explicit HeaderReader(std::string_view text) : text_(text) {}
-
-  /// problem returns what is wrong; empty when a whole RDMHEADER object stands there.
-  std::string problem() {
-    skip_space();
-    if (next() != '@' || !ascii::iequals(take_word(), "RDMHEADER")) return "does not begin with an RDMHEADER object";
-    while (at_ < text_.size() && (ascii::is_space(text_[at_]) || text_[at_] == '{')) ++at_;
-    take_word();
-    for (skip_space(); at_ < text_.size() && text_[at_] != '}'; skip_space())
-      if (!skip_attribute()) return "the RDMHEADER object is damaged in this line";
-    return at_ < text_.size() ? "" : "the RDMHEADER object has no end";
-  }
-
-  /// line is where the reader stopped.
-  int line() const {
-    const std::string_view read = text_.substr(0, std::min(attribute_, text_.size()));
-    return 1 + static_cast<int>(std::count(read.begin(), read.end(), '\n'));
-  }
-
- private:
-  char next() { return at_ < text_.size() ? text_[at_++] : '\0'; }
-  void skip_space() {
-    while (at_ < text_.size() && ascii::is_space(text_[at_])) ++at_;
-  }
-  std::string_view take_word() {
-    const std::size_t start = at_;
-    while (at_ < text_.size() && !ascii::is_space(text_[at_])) ++at_;
-    return text_.substr(start, at_ - start);
-  }
-  bool skip_attribute() {
-    attribute_ = at_;
-    const std::size_t open = text_.find('{', at_), close = text_.find("}:\t", at_);
-    if (open == std::string_view::npos || close == std::string_view::npos || close < open) return false;
-    std::size_t size = 0;
-    const auto [end, error] = std::from_chars(text_.data() + open + 1, text_.data() + close, size);
-    const std::size_t value = close + 3;
-    if (error != std::errc() || end != text_.data() + close || size > text_.size() - value) return false;
-    at_ = value + size;
-    // A wrong count shows here: no value ends in the middle of a line.
-    return at_ == text_.size() || text_[at_] == '\n' || text_[at_] == '\r';
-  }
-
-  std::string_view text_;
-  std::size_t at_ = 0;
-  std::size_t attribute_ = 0;
-};
-
 void check_aliases(const std::vector<Line> &lines, Report &report) {
   std::map<std::string, int> places;
   for (const Line &line : lines) {
@@ -146,14 +95,6 @@ void check_alias_file(Report &report) {
     if (const std::string foreign = foreign_text(line.text); !foreign.empty())
       return report.error(line.number, "is not an alias file: this line has " + foreign);
   check_aliases(split_lines(*text, report), report);
-}
-
-void check_description(Report &report) {
-  const auto text = read_bytes(report);
-  if (!text) return;
-  HeaderReader reader(*text);
-  const std::string problem = text->empty() ? "is empty" : reader.problem();
-  if (!problem.empty()) report.error(text->empty() ? 0 : reader.line(), problem);
 }
 
 }  // namespace check

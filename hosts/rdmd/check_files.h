@@ -16,9 +16,6 @@ void check_index(Report &report);
 /// check_alias_file looks whether the report's file is of another kind, and for names that would be refused as aliases.
 void check_alias_file(Report &report);
 
-/// check_description looks whether the report's file begins with a whole RDMHEADER object.
-void check_description(Report &report);
-
 }  // namespace check
 
 #endif

@@ -1,0 +1,276 @@
+#include "hosts/rdmd/check_description.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstdint>
+
+#include "qxapi/ascii.h"
+
+namespace check {
+namespace {
+
+constexpr std::int64_t longest_answer = 0xFFFFFFFF;
+constexpr std::size_t nowhere = std::string_view::npos;
+constexpr std::string_view blanks = " \t\r", white_space = " \t\n\v\f\r", white_space_and_braces = " \t\n\v\f\r{";
+
+/// AttributeHead is what stands before a value: NAME{SIZE}: and a tab.
+struct AttributeHead {
+  std::size_t place;  // where the name begins
+  std::string_view name;
+  std::uint64_t size;
+  std::size_t value;  // where the value begins
+};
+
+std::optional<AttributeHead> head_at(std::string_view text, std::size_t place) {
+  const std::size_t open = text.find_first_of("{} \t\r\n", place);
+  if (open == nowhere || open == place || text[open] != '{') return std::nullopt;
+  std::uint64_t size = 0;
+  const auto [end, error] = std::from_chars(text.data() + open + 1, text.data() + text.size(), size);
+  const auto close = static_cast<std::size_t>(end - text.data());
+  if (error != std::errc() || text.substr(close, 3) != "}:\t") return std::nullopt;
+  return AttributeHead{place, text.substr(place, open - place), size, close + 3};
+}
+
+/// ends_line_at returns true if only blanks stand between `place` and the end of its line.
+bool ends_line_at(std::string_view text, std::size_t place) {
+  const std::size_t end = text.find_first_not_of(blanks, place);
+  return end == nowhere || text[end] == '\n';
+}
+
+/// begins_object_at returns true if "@NAME {" stands at `place`.
+bool begins_object_at(std::string_view text, std::size_t place) {
+  if (text[place] != '@') return false;
+  const std::size_t brace = text.find_first_not_of(blanks, text.find_first_of(white_space, place));
+  return brace != nowhere && text[brace] == '{';
+}
+
+/// begins_part_at returns true if an attribute or an object begins at `place`.
+bool begins_part_at(std::string_view text, std::size_t place) {
+  return begins_object_at(text, place) || head_at(text, place);
+}
+
+/// ends_value_at returns true if something that ends the value before it stands at `place`.
+bool ends_value_at(std::string_view text, std::size_t place) {
+  return (text[place] == '}' && ends_line_at(text, place + 1)) || begins_part_at(text, place);
+}
+
+/// line_end_before returns the end of the first line from `from` on that white space and a part follow: `is_part`
+/// returns true for the place where the part stands.
+std::size_t line_end_before(std::string_view text, std::size_t from, bool (*is_part)(std::string_view, std::size_t)) {
+  for (std::size_t end = text.find('\n', from); end != nowhere;) {
+    const std::size_t next = text.find_first_not_of(white_space, end);
+    if (next == nowhere) break;
+    if (is_part(text, next)) return end;
+    end = text.find('\n', next);
+  }
+  return nowhere;
+}
+
+std::string counted(std::uint64_t bytes) { return std::to_string(bytes) + (bytes == 1 ? " byte" : " bytes"); }
+
+struct Object {
+  std::size_t place = 0;
+  std::string_view name;
+  std::optional<AttributeHead> type, message;  // rdm-type and rdm-error-message
+  bool whole = false;
+};
+
+/// Reader reads a prepared answer and reports what is wrong. Where a byte count is wrong, the value is taken to have
+/// the count that fits, so that one mistake is reported once.
+class Reader {
+ public:
+  Reader(std::string_view text, Report &report) : text_(text), report_(report) {}
+
+  void read(const std::string &key);
+
+ private:
+  void check_type(const Object &header, const std::string &key);
+  void check_empty_line(const Object &header);
+  void read_body(bool required);
+  Object read_object();
+  void read_attributes(Object &object);
+  bool read_value(AttributeHead &head);
+  void skip_line(const Object &object, const std::optional<AttributeHead> &last);
+  std::optional<std::size_t> fit_for(std::size_t value);
+
+  void skip_space() { at_ = std::min(text_.find_first_not_of(white_space, at_), text_.size()); }
+  std::string_view take_word();
+  /// next_object returns where the next line begins that may begin an object.
+  std::size_t next_object(std::size_t from) const { return std::min(text_.find("\n@", from), text_.size() - 1) + 1; }
+  std::string_view value_of(const AttributeHead &head) const { return text_.substr(head.value, head.size); }
+  int line_of(std::size_t place);
+  void error(std::size_t place, std::string text) { report_.error(line_of(place), std::move(text)); }
+
+  std::string_view text_;
+  Report &report_;
+  std::size_t at_ = 0;
+  std::size_t counted_ = 0;       // up to here the lines are counted
+  int line_ = 1;                  // the line of that place
+  std::size_t barren_ = nowhere;  // no count fits a value that begins here or later
+};
+
+void Reader::read(const std::string &key) {
+  skip_space();
+  const std::size_t start = at_;
+  const bool is_object = at_ < text_.size() && text_[at_++] == '@';
+  if (!is_object || !ascii::iequals(take_word(), "RDMHEADER"))
+    return error(start, "does not begin with an RDMHEADER object");
+  at_ = start;
+  const Object header = read_object();
+  if (header.whole) {
+    check_type(header, key);
+    check_empty_line(header);
+  }
+  if (header.whole || at_ < text_.size()) read_body(!header.message);
+}
+
+/// check_type compares the header's RDM type with the two names that an answer of this kind can have.
+void Reader::check_type(const Object &header, const std::string &key) {
+  const std::string kind = key.substr(0, key.find('-')), wanted = key + "-response";
+  if (!header.type)
+    return error(header.place, "the RDMHEADER object has no \"rdm-type\"; " + quote(wanted) + " is required");
+  const std::string_view type = value_of(*header.type);
+  if (!ascii::iequals(type, wanted) && !ascii::iequals(type, kind + "-response"))
+    error(header.type->place, "the type is " + quote(type) + "; " + quote(key) + " requires " + quote(wanted));
+}
+
+/// check_empty_line requires an empty line behind the header and none within it, because some readers find the end of
+/// the header by that line. The reader stands behind the header's brace.
+void Reader::check_empty_line(const Object &header) {
+  const std::string_view object = text_.substr(header.place, at_ - header.place);
+  const std::size_t within = std::min(object.find("\n\n"), object.find("\n\r\n"));
+  if (within != nowhere) error(header.place + within + 1, "an empty line ends the RDMHEADER object too early");
+  const std::size_t end = std::min(text_.find('\n', at_), text_.size());
+  const std::string_view behind = text_.substr(end);
+  const bool is_empty = behind.substr(0, 2) == "\n\n" || behind.substr(0, 3) == "\n\r\n";
+  if (!is_empty && text_.find_first_not_of(white_space, at_) != nowhere)
+    error(at_, "no empty line follows the RDMHEADER object");
+}
+
+void Reader::read_body(bool required) {
+  bool found = false;
+  for (skip_space(); at_ < text_.size(); skip_space()) {
+    if (text_[at_] == '@') {
+      read_object();
+      found = true;
+    } else {
+      report_.warning(line_of(at_), "readers skip this text, which is in no object");
+      at_ = next_object(at_);
+    }
+  }
+  if (!found && required) report_.error(0, "no object follows the RDMHEADER object");
+}
+
+/// read_object reads the object that begins at the reader's place. The parsers of such answers accept any number of
+/// braces before the URL, and only white space ends a URL.
+Object Reader::read_object() {
+  Object object;
+  object.place = at_++;
+  object.name = take_word();
+  at_ = std::min(text_.find_first_not_of(white_space_and_braces, at_), text_.size());
+  take_word();
+  read_attributes(object);
+  return object;
+}
+
+void Reader::read_attributes(Object &object) {
+  std::optional<AttributeHead> last;
+  for (skip_space(); at_ < text_.size() && text_[at_] != '@'; skip_space()) {
+    object.whole = text_[at_] == '}';
+    if (object.whole) {
+      ++at_;
+      return;
+    }
+    auto head = head_at(text_, at_);
+    if (!head) {
+      skip_line(object, last);
+      continue;
+    }
+    if (!read_value(*head)) return;
+    if (!object.type && ascii::iequals(head->name, "rdm-type")) object.type = head;
+    if (!object.message && ascii::iequals(head->name, "rdm-error-message")) object.message = head;
+    last = head;
+  }
+  error(last ? last->place : object.place,
+        "the " + std::string(object.name) + " object has no end" + (at_ < text_.size() ? "" : ": the file is cut"));
+}
+
+/// read_value goes to the end of a value; a size that does not fit is put right. Returns false, after an error, when
+/// the end of the value cannot be told.
+bool Reader::read_value(AttributeHead &head) {
+  const std::size_t left = text_.size() - head.value;
+  const auto fit = fit_for(head.value);
+  const std::string announced = quote(head.name) + " announces " + counted(head.size);
+  if (head.size <= left && ends_line_at(text_, head.value + head.size)) {
+    if (fit && line_end_before(value_of(head), 0, begins_part_at) != nowhere)
+      report_.warning(line_of(head.place), announced + ", the lines of further attributes among them; " +
+                                               std::to_string(*fit) + " would fit without those");
+  } else if (fit) {
+    error(head.place, announced + "; " + std::to_string(*fit) + " would fit");
+    head.size = *fit;
+  } else {
+    error(head.place, announced + (head.size > left ? " and the file has " + std::to_string(left) + ": it is cut"
+                                                    : ", which end within a line"));
+    at_ = next_object(head.value);
+    return false;
+  }
+  at_ = head.value + head.size;
+  return true;
+}
+
+/// skip_line reports a line that is no attribute: either the line is damaged, or it belongs to the value before it.
+void Reader::skip_line(const Object &object, const std::optional<AttributeHead> &last) {
+  std::string problem = "the " + std::string(object.name) + " object is damaged in this line";
+  const std::string_view line = text_.substr(at_, text_.find('\n', at_) - at_);
+  const auto fit = last && line.find('{') == nowhere ? fit_for(last->value) : std::nullopt;
+  if (fit)
+    problem += ", or the value of " + quote(last->name) + " in line " + std::to_string(line_of(last->place)) +
+               " is longer than announced; " + std::to_string(*fit) + " would fit";
+  error(at_, problem);
+  const auto rest = fit_for(at_);
+  at_ = rest ? at_ + *rest : next_object(at_);
+}
+
+/// fit_for returns how many bytes a value that begins at `value` would have if it ended before the next thing that ends
+/// a value. Nothing when the text ends first.
+std::optional<std::size_t> Reader::fit_for(std::size_t value) {
+  if (value >= barren_) return std::nullopt;
+  const std::size_t end = line_end_before(text_, value, ends_value_at);
+  if (end == nowhere) {
+    barren_ = value;
+    return std::nullopt;
+  }
+  return end - value - (end > value && text_[end - 1] == '\r' ? 1 : 0);
+}
+
+std::string_view Reader::take_word() {
+  const std::size_t start = at_;
+  at_ = std::min(text_.find_first_of(white_space, at_), text_.size());
+  return text_.substr(start, at_ - start);
+}
+
+int Reader::line_of(std::size_t place) {
+  const auto [from, to] = std::minmax(place, counted_);
+  const std::string_view between = text_.substr(from, to - from);
+  const auto lines = static_cast<int>(std::count(between.begin(), between.end(), '\n'));
+  line_ += place < counted_ ? -lines : lines;
+  counted_ = place;
+  return line_;
+}
+
+}  // namespace
+
+void check_description(const std::string &key, Report &report) {
+  struct stat status;
+  if (::stat(report.file().c_str(), &status) == 0 && status.st_size > longest_answer)
+    return report.error(
+        0, "has " + std::to_string(status.st_size) + " bytes; an answer has at most " + std::to_string(longest_answer));
+  const auto text = read_bytes(report);
+  if (!text) return;
+  if (text->empty()) return report.error(0, "is empty");
+  Reader(*text, report).read(key);
+}
+
+}  // namespace check
