@@ -351,27 +351,43 @@ TEST_F(Intake, RefusesAHeaderCutByItsLength) {
   }
 }
 
-/// What cuts a header must not pass for its end, whatever character stands there.
-TEST_F(Intake, AHeaderCutBehindABraceInAValueDoesNotParse) {
-  const std::string message = header("status-request", "a}b");
-  const support::Diagnostics diagnostics;
-  EXPECT_EQ(post("/rdm/status-request", message + "\n\n", static_cast<int>(message.find("a}") + 2)), HOST_DONE);
-  expect_refused("Did not receive valid RDM message header.");
-  EXPECT_EQ(diagnostics.text(), "ERROR: Invalid RDMHEADER specification...\n");
-}
-
-/// The object of such a header is closed, so it parses; only the empty line is missing.
-TEST_F(Intake, AClosedHeaderWithoutItsEmptyLineIsReadToTheEndOfInputAndRefused) {
+/// Of a header that its length ends, the last byte that is not white space must be a brace, wherever the object ended.
+/// The text behind a closed object was once passed over, and the message refused for its length.
+TEST_F(Intake, AHeaderThatItsLengthEndsMustEndInABrace) {
   const std::string closed = header("status-request");
   const support::Diagnostics diagnostics;
-  for (const std::string &rest : {std::string("text"), std::string("text\nof two lines\n"), std::string(3, '\0'),
-                                  std::string("{}"), std::string(2000, 'x')}) {
+  for (const std::string &rest :
+       {std::string("garbage"), std::string("garbage\nin two lines\n"), std::string("}\n."), std::string(3, '\0'),
+        std::string("}\0", 2), std::string("}\xa0"), std::string(2000, 'x')}) {
     EXPECT_EQ(post("/rdm/status-request", closed + rest), HOST_DONE);
-    expect_refused("Did not receive content-length bytes.", rest);
+    expect_refused("Did not receive valid RDM message header.", rest);
   }
   EXPECT_EQ(post("/rdm/status-request", closed, static_cast<int>(closed.size()) + 9), HOST_DONE);
-  expect_refused("Did not receive content-length bytes.", "the input ends early");
-  EXPECT_EQ(diagnostics.text(), "");
+  expect_refused("Did not receive valid RDM message header.", "the input ends early, in bytes of value 0");
+  EXPECT_EQ(diagnostics.text(), "") << "the text is not parsed";
+}
+
+/// Any brace will do, so such a header follows the further checks.
+TEST_F(Intake, AHeaderThatItsLengthEndsInABraceFollowsTheSteps) {
+  const std::string closed = header("status-request"), open = closed.substr(0, closed.size() - 2);
+  const std::string type = soif("RDMHEADER", "-", {{"rdm-version", "1.0"}, {"rdm-type", "rd-request"}});
+  const std::pair<std::string, const char *> rows[] = {
+      {closed, "Did not receive content-length bytes."},
+      {closed + " \t\v\f\r", "Did not receive content-length bytes."},
+      {closed + "text {}", "Did not receive content-length bytes."},
+      {open + "x{2}:\ta}", "Did not receive content-length bytes."},
+      {open + "x{9}:\ta}\n", "Did not receive content-length bytes."},
+      {open + "x{70000}:\ta}", "Did not receive valid RDM message header."},
+      {open + "x{2}:a}", "Did not receive valid RDM message header."},
+      {type, "Did not receive valid URI for RDM header."},
+  };
+  for (const auto &[message, text] : rows) {
+    EXPECT_EQ(post("/rdm/status-request", message), HOST_DONE);
+    expect_refused(text, message);
+  }
+  const std::string message = header("status-request", "a}b");
+  EXPECT_EQ(post("/rdm/status-request", message, static_cast<int>(message.find("a}") + 2)), HOST_DONE);
+  expect_refused("Unknown CSID: a}\xff\n", "the value is padded");
 }
 
 TEST_F(Intake, AHeaderThatUsesUpItsLengthIsReadToTheEndOfInputAndRefused) {
@@ -496,7 +512,7 @@ TEST_F(Intake, OnlyCarriageReturnsMayStandWithinTheEmptyLine) {
     if (ends)
       EXPECT_EQ(host.sent, online) << line;
     else
-      expect_refused("Did not receive content-length bytes.", line);
+      expect_refused("Did not receive valid RDM message header.", line);
   }
 }
 
