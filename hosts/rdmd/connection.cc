@@ -54,7 +54,7 @@ Connection::Connection(io::Socket socket, Server &server)
   socket_.set_option(io::Tcp::no_delay(true), ignored);
 }
 
-Connection::~Connection() { server_.forget(this); }
+Connection::~Connection() { server_.forget(place_); }
 
 /// on_strand returns a completion handler that keeps the connection alive and runs unless the state has changed.
 template <typename Handler>
@@ -66,8 +66,11 @@ auto Connection::on_strand(Handler handler) {
 
 void Connection::enter(State state) {
   ++epoch_;
-  state_ = state;
-  idle_since_ = state == State::idle ? last_sent_.time_since_epoch().count() : 0;
+  const State former = state_.exchange(state);
+  if (state == State::idle)
+    server_.roster().set_idle(place_, last_sent_);
+  else if (former == State::idle)
+    server_.roster().set_busy(place_);
 }
 
 /* ---- From other threads ---- */
@@ -77,14 +80,12 @@ void Connection::start() {
 }
 
 void Connection::turn_away() {
-  turned_away_ = true;
   boost::asio::post(socket_.get_executor(), on_strand([this] {
                       refuse({503, "The server has as many connections as it can take.\n"});
                     }));
 }
 
 void Connection::close_if_idle() {
-  idle_since_ = 0;
   boost::asio::post(socket_.get_executor(), [self = shared_from_this(), this] {
     if (state_ == State::idle) close();
   });

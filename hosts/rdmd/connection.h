@@ -1,9 +1,9 @@
 /// One client connection: requests are read, handed to the plug-in and answered one after another.
 ///
-/// All members but idle_since run on the connection's own strand. A request is read whole before it is queued for the
-/// plug-in's thread, and its answer is sent after the plug-in has returned; meanwhile nothing is read, so that a client
-/// which sends faster than it is answered waits in its own socket. One that resets its connection meanwhile ends it,
-/// and a request that has not had its turn by then is not handed to the plug-in.
+/// Members run on the connection's own strand where nothing else is said. A request is read whole before it is queued
+/// for the plug-in's thread, and its answer is sent after the plug-in has returned; meanwhile nothing is read, so that
+/// a client which sends faster than it is answered waits in its own socket. One that resets its connection meanwhile
+/// ends it, and a request that has not had its turn by then is not handed to the plug-in.
 #ifndef HOSTS_RDMD_CONNECTION_H
 #define HOSTS_RDMD_CONNECTION_H
 
@@ -21,6 +21,7 @@
 #include "hosts/rdmd/io.h"
 #include "hosts/rdmd/log.h"
 #include "hosts/rdmd/request_head.h"
+#include "hosts/rdmd/roster.h"
 #include "hosts/rdmd/sender.h"
 #include "hosts/rdmd/settings.h"
 
@@ -45,11 +46,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
   /// abort closes the connection at once. From any thread.
   void abort();
 
-  /// idle_since is since when the client of a connection that waits for its next request has had nothing from the
-  /// server, in ticks of the steady clock; 0 while the connection does not wait. From any thread.
-  std::int64_t idle_since() const { return idle_since_; }
-  /// turned_away tells whether the connection is one beyond the limit. From the thread that called turn_away.
-  bool turned_away() const { return turned_away_; }
+  /// place is where the connection stands in the roster of its server; for the one who admits it.
+  Roster::Place &place() { return place_; }
 
  private:
   enum class State { idle, head, body, service, sending, lingering, closed };
@@ -99,12 +97,11 @@ class Connection : public std::enable_shared_from_this<Connection> {
   std::atomic<State> state_ = State::idle;  // changed on the strand alone; the plug-in's thread reads it
   std::uint64_t epoch_ = 0;                 // of the state: completions of an earlier one are ignored
   std::uint64_t timer_epoch_ = 0;           // likewise of the deadline in force
-  std::atomic<std::int64_t> idle_since_ = 0;
+  Roster::Place place_;
   io::Clock::time_point last_sent_ = io::Clock::now();
   std::string client_;
   std::string input_;  // bytes received and not yet used
   std::array<char, 8192> chunk_;
-  bool turned_away_ = false;
   bool first_ = true;    // no request was answered yet
   bool keep_ = false;    // the connection outlives the answer under way
   bool unread_ = false;  // the request has a body that is not read

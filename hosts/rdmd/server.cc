@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <limits>
 #include <stdexcept>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -24,17 +25,35 @@ using boost::system::error_code;
 
 /// Clients beyond the connection limit that are told so; further ones are cut off.
 constexpr std::size_t turned_away_limit = 64;
-/// How long accepting rests when the process has no descriptor or no memory left.
-constexpr Duration accept_rest{100};
+/// How long accepting rests when the process has no descriptor or no memory left, and how long when a connection was
+/// closed for it.
+constexpr Duration accept_rest{100}, evicted_rest{10};
+/// How often at most the log has a line about such a shortage.
+constexpr std::chrono::minutes shortage_interval{1};
+/// Descriptors that the process keeps for others than the clients it serves: for those it turns away, its own, its
+/// logs, and the files of one request.
+constexpr std::size_t reserved_descriptors = turned_away_limit + 32;
 
-/// allow_descriptors raises the process's limit as far as it may be: each connection takes one for itself and, while it
-/// is answered, one for a file.
-void allow_descriptors() {
+/// allow_descriptors raises the process's limit as far as it may be and returns it.
+std::size_t allow_descriptors() {
   struct rlimit limit;
-  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return std::numeric_limits<std::size_t>::max();
   limit.rlim_cur = limit.rlim_max;
   ::setrlimit(RLIMIT_NOFILE, &limit);
+  return limit.rlim_cur;
 }
+
+/// descriptors_for returns how many descriptors `connections` connections may take: each takes one for itself and,
+/// while it is answered, one for a file.
+std::size_t descriptors_for(std::size_t connections) { return 2 * connections + reserved_descriptors; }
+
+/// connections_within returns how many connections a limit of open files allows; of a low one a quarter is reserved.
+std::size_t connections_within(std::size_t descriptors) {
+  return descriptors - std::min(reserved_descriptors, descriptors / 4);
+}
+
+/// is_shortage tells whether accept() failed because the process or the system has no more descriptors or memory.
+bool is_shortage(int error) { return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM; }
 
 }  // namespace
 
@@ -46,11 +65,22 @@ Server::Server(const Settings &settings, hosts::Plugin &plugin, ErrorLog &errors
       strand_(context_.get_executor()),
       signals_(strand_, SIGTERM, SIGINT, SIGHUP),
       shutdown_(strand_) {
-  allow_descriptors();
+  limit_clients();
   bind();
 }
 
 Server::~Server() = default;
+
+/// limit_clients sets how many clients are served at once, and warns where open files may run short.
+void Server::limit_clients() {
+  const std::size_t wanted = settings_.limits.connections;
+  const std::size_t files = allow_descriptors();
+  client_limit_ = std::min(wanted, connections_within(files));
+  if (files >= descriptors_for(wanted)) return;
+  errors_.warn("the limit of open files is " + std::to_string(files) + ", but " + std::to_string(wanted) +
+               " connections may need " + std::to_string(descriptors_for(wanted)) +
+               "; raise it (ulimit -n, LimitNOFILE) or lower --max-connections");
+}
 
 void Server::bind() {
   BoundSockets bound = bind_listen(settings_.listen);
@@ -114,85 +144,82 @@ void Server::work() {
 void Server::accept(Listener &listener) {
   // Only the waiting is left to the I/O: a client that it accepted and then had no memory for would be the last.
   listener.acceptor.async_wait(io::Acceptor::wait_read, [this, &listener](const error_code &) {
-    if (stopping_) return;
-    take_client(listener) ? accept(listener) : pause_accepting(listener);
+    if (!stopping_) accept_after(take_client(listener), listener);
   });
 }
 
-/// take_client accepts a client if one still waits. False when there is no descriptor or no memory for it.
-bool Server::take_client(Listener &listener) {
-  try {
-    // The strand comes first: a client that there is no memory for waits to be accepted.
-    io::Socket socket(boost::asio::make_strand(context_));
-    // Not by the acceptor, whose sockets are inherited by the commands that the plug-in runs.
-    file_guard client(::accept4(listener.acceptor.native_handle(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-    if (!client) return errno == EAGAIN || errno == EINTR || errno == ECONNABORTED;
-    socket.assign(listener.protocol, client.get());
-    client.release();
-    accepted(std::move(socket));
-    return true;
-  } catch (const std::exception &error) {
-    errors_.error(std::string("a connection failed: ") + error.what());
-    return false;
-  }
-}
-
-void Server::pause_accepting(Listener &listener) {
-  listener.retry.expires_after(accept_rest);
+void Server::accept_after(Duration rest, Listener &listener) {
+  if (rest == Duration::zero()) return accept(listener);
+  listener.retry.expires_after(rest);
   listener.retry.async_wait([this, &listener](const error_code &error) {
     if (!error && !stopping_) accept(listener);
   });
 }
 
+/// take_client accepts a client if one still waits, and returns how long to rest before the next.
+Duration Server::take_client(Listener &listener) {
+  try {
+    // The strand comes first: a client that there is no memory for waits to be accepted.
+    io::Socket socket(boost::asio::make_strand(context_));
+    // Not by the acceptor, whose sockets are inherited by the commands that the plug-in runs.
+    file_guard client(::accept4(listener.acceptor.native_handle(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    if (!client) return not_accepted(errno);
+    socket.assign(listener.protocol, client.get());
+    client.release();
+    accepted(std::move(socket));
+    return Duration::zero();
+  } catch (const std::exception &error) {
+    errors_.error(std::string("a connection failed: ") + error.what());
+    return accept_rest;
+  }
+}
+
+/// not_accepted returns how long to rest after accept() has failed. Where it lacked room, the connection that has been
+/// idle longest makes way.
+Duration Server::not_accepted(int error) {
+  if (error == EAGAIN || error == EINTR || error == ECONNABORTED) return Duration::zero();
+  if (!is_shortage(error)) return accept_rest;
+  note_shortage(std::generic_category().message(error));
+  return evict() ? evicted_rest : accept_rest;
+}
+
+/// note_shortage leaves a line about clients that could only be accepted at the cost of others.
+void Server::note_shortage(const std::string &reason) {
+  const auto now = io::Clock::now();
+  if (now < next_line_) return;
+  next_line_ = now + shortage_interval;
+  errors_.warn("accept: " + reason + ": idle connections make way for new clients");
+}
+
 void Server::accepted(io::Socket socket) {
-  const auto open = connections();
-  if (open.size() >= settings_.limits.connections + turned_away_limit) return;
-  const bool room = make_room(open);
+  const bool room = make_room();
+  if (!room && roster_.turned_away() >= turned_away_limit) return;
   if (!room && !full_) errors_.warn("the connection limit is reached; clients are turned away");
   full_ = !room;
   auto connection = std::make_shared<Connection>(std::move(socket), *this);
-  admit(connection);
+  roster_.admit(connection->place(), connection, !room);
   if (room)
     connection->start();
   else
     connection->turn_away();
 }
 
-void Server::admit(const std::shared_ptr<Connection> &connection) {
-  const std::lock_guard lock(mutex_);
-  alive_.emplace(connection.get(), connection);
-}
-
 /// make_room tells whether a client can be served. At the limit the connection that has been idle longest makes way.
-bool Server::make_room(const std::vector<std::shared_ptr<Connection>> &open) {
-  const auto served = std::count_if(open.begin(), open.end(), [](const auto &c) { return !c->turned_away(); });
-  if (static_cast<std::size_t>(served) < settings_.limits.connections) return true;
-  std::shared_ptr<Connection> longest;
-  std::int64_t since = std::numeric_limits<std::int64_t>::max();
-  for (const auto &connection : open) {
-    const std::int64_t idle = connection->idle_since();
-    if (idle == 0 || idle >= since) continue;
-    longest = connection;
-    since = idle;
-  }
-  if (!longest) return false;
-  longest->close_if_idle();
-  return true;
+bool Server::make_room() {
+  if (roster_.served() < client_limit_) return true;
+  if (client_limit_ < settings_.limits.connections) note_shortage("the limit of open files is reached");
+  return evict();
 }
 
-std::vector<std::shared_ptr<Connection>> Server::connections() {
-  std::vector<std::shared_ptr<Connection>> result;
-  const std::lock_guard lock(mutex_);
-  for (const auto &[key, connection] : alive_)
-    if (auto shared = connection.lock()) result.push_back(std::move(shared));
-  return result;
+/// evict closes the connection that has been idle longest. False when none is idle.
+bool Server::evict() {
+  const std::shared_ptr<Connection> longest = roster_.take_longest_idle();
+  if (longest) longest->close_if_idle();
+  return longest != nullptr;
 }
 
-void Server::forget(const Connection *connection) {
-  {
-    const std::lock_guard lock(mutex_);
-    alive_.erase(connection);
-  }
+void Server::forget(Roster::Place &place) {
+  roster_.remove(place);
   if (stopping_ && running_) boost::asio::post(strand_, [this] { end_when_empty(); });
 }
 
@@ -225,7 +252,7 @@ void Server::stop() {
     listener.acceptor.close(ignored);
     listener.retry.cancel();
   }
-  for (const auto &connection : connections()) connection->close_if_idle();
+  for (const auto &connection : roster_.all()) connection->close_if_idle();
   shutdown_.expires_after(settings_.limits.shutdown);
   shutdown_.async_wait([this](const error_code &error) {
     if (!error) stop_now();
@@ -235,18 +262,14 @@ void Server::stop() {
 
 /// stop_now ends even when the plug-in has not returned: run then finds out.
 void Server::stop_now() {
-  const auto open = connections();
+  const auto open = roster_.all();
   if (!open.empty()) errors_.warn(std::to_string(open.size()) + " connections are cut off");
   for (const auto &connection : open) connection->abort();
   end();
 }
 
 void Server::end_when_empty() {
-  {
-    const std::lock_guard lock(mutex_);
-    if (!alive_.empty()) return;
-  }
-  end();
+  if (roster_.empty()) end();
 }
 
 /// end leaves the I/O nothing to wait for.

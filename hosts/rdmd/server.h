@@ -5,15 +5,14 @@
 #include <atomic>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
-#include <unordered_map>
 #include <vector>
 
 #include "hosts/common/plugin.h"
 #include "hosts/rdmd/io.h"
 #include "hosts/rdmd/log.h"
+#include "hosts/rdmd/roster.h"
 #include "hosts/rdmd/service_thread.h"
 #include "hosts/rdmd/settings.h"
 
@@ -51,7 +50,9 @@ class Server {
   ErrorLog &errors() { return errors_; }
   AccessLog &access() { return access_; }
   bool stopping() const { return stopping_; }
-  void forget(const Connection *connection);
+  Roster &roster() { return roster_; }
+  /// forget takes out a connection that ends.
+  void forget(Roster::Place &place);
 
  private:
   /// Listener is a socket that clients connect to. `retry` ends a pause in accepting.
@@ -62,34 +63,37 @@ class Server {
     io::Timer retry;
   };
 
+  void limit_clients();
   void bind();
   void work();
   std::vector<std::thread> start_threads();
   void accept(Listener &listener);
-  bool take_client(Listener &listener);
+  void accept_after(Duration rest, Listener &listener);
+  Duration take_client(Listener &listener);
+  Duration not_accepted(int error);
   void accepted(io::Socket socket);
-  void admit(const std::shared_ptr<Connection> &connection);
-  void pause_accepting(Listener &listener);
-  bool make_room(const std::vector<std::shared_ptr<Connection>> &open);
+  void note_shortage(const std::string &reason);
+  bool make_room();
+  bool evict();
   void await_signal();
   void handle(int signal);
   void stop();
   void stop_now();
   void end_when_empty();
   void end();
-  std::vector<std::shared_ptr<Connection>> connections();
 
   const Settings &settings_;
   hosts::Plugin &plugin_;
   ErrorLog &errors_;
   AccessLog &access_;
 
-  std::mutex mutex_;
-  std::unordered_map<const Connection *, std::weak_ptr<Connection>> alive_;
+  Roster roster_;
   std::atomic<bool> stopping_ = false;
   std::atomic<bool> running_ = true;
   std::string address_;
-  bool full_ = false;  // the last client was turned away
+  std::size_t client_limit_ = 0;
+  bool full_ = false;                // the last client was turned away
+  io::Clock::time_point next_line_;  // when the next line about a shortage may be written
 
   ServiceThread service_;
   boost::asio::io_context context_;

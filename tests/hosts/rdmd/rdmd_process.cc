@@ -6,6 +6,7 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -15,6 +16,9 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
+#include <filesystem>
+#include <iterator>
 
 namespace support {
 namespace {
@@ -64,12 +68,16 @@ void parse_head(HttpResponse &response) {
 
 }  // namespace
 
-RdmdProcess::RdmdProcess(const std::vector<std::string> &arguments) {
+RdmdProcess::RdmdProcess(const std::vector<std::string> &arguments, unsigned descriptors) {
   std::vector<std::string> all = {std::string(BINARY_DIR) + "/bin/rdmd"};
   all.insert(all.end(), arguments.begin(), arguments.end());
   const Pipe output, errors;
   pid_ = ::fork();
-  if (pid_ == 0) become(all, output, errors);
+  if (pid_ == 0) {
+    const struct rlimit limit = {descriptors, descriptors};
+    if (descriptors > 0) ::setrlimit(RLIMIT_NOFILE, &limit);
+    become(all, output, errors);
+  }
   ::close(output.write_end);
   ::close(errors.write_end);
   output_reader_ = std::thread([this, fd = output.read_end] { collect(fd, output_); });
@@ -101,6 +109,19 @@ void RdmdProcess::collect(int fd, std::string &into) {
     if (got > 0) into.append(block, static_cast<std::size_t>(got));
   }
   ::close(fd);
+}
+
+std::chrono::nanoseconds RdmdProcess::cpu_time() const {
+  clockid_t clock;
+  struct timespec time {};
+  EXPECT_EQ(::clock_getcpuclockid(pid_, &clock), 0);
+  EXPECT_EQ(::clock_gettime(clock, &time), 0);
+  return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+}
+
+std::size_t RdmdProcess::open_files() const {
+  const std::filesystem::directory_iterator files("/proc/" + std::to_string(pid_) + "/fd");
+  return static_cast<std::size_t>(std::distance(files, std::filesystem::directory_iterator()));
 }
 
 void RdmdProcess::signal(int number) const { ::kill(pid_, number); }

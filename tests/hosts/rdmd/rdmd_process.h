@@ -16,11 +16,12 @@ namespace support {
 /// How long anything may take before a test gives it up; far longer than it does take.
 inline constexpr std::chrono::milliseconds patience{60'000};
 
-/// RdmdProcess is an rdmd that runs with the given arguments. At the end of its scope it is stopped if it still runs,
-/// and must end in order: then sanitizers have the last word on it, and what it reached is counted.
+/// RdmdProcess is an rdmd that runs with the given arguments, and may open `descriptors` files where that is not 0. At
+/// the end of its scope it is stopped if it still runs, and must end in order: then sanitizers have the last word on
+/// it, and what it reached is counted.
 class RdmdProcess {
  public:
-  explicit RdmdProcess(const std::vector<std::string> &arguments);
+  explicit RdmdProcess(const std::vector<std::string> &arguments, unsigned descriptors = 0);
   RdmdProcess(const RdmdProcess &) = delete;
   RdmdProcess &operator=(const RdmdProcess &) = delete;
   ~RdmdProcess();
@@ -29,6 +30,9 @@ class RdmdProcess {
   /// process ends without one.
   int port();
   pid_t pid() const { return pid_; }
+  /// cpu_time is the time that its threads have run; open_files the number of its descriptors.
+  std::chrono::nanoseconds cpu_time() const;
+  std::size_t open_files() const;
   void signal(int number) const;
   /// wait waits for the end and returns the exit status, 128 + N when signal N ended it.
   int wait();

@@ -19,12 +19,13 @@ namespace support {
 class ServerTest : public ::testing::Test {
  protected:
   /// start runs the server with the test plug-in, a free port, an access log and `more` arguments.
-  void start(const std::vector<std::string> &more = {}) {
+  /// It may open `descriptors` files where that is not 0.
+  void start(const std::vector<std::string> &more = {}, unsigned descriptors = 0) {
     config_ = folder_.write("rdm.conf", "journal=\"" + folder_.path("journal") + "\"\n");
     std::vector<std::string> arguments = {"--listen", "127.0.0.1:0", "--plugin",     plugin(),
                                           "--config", config_,       "--access-log", folder_.path("access")};
     arguments.insert(arguments.end(), more.begin(), more.end());
-    server_ = std::make_unique<RdmdProcess>(arguments);
+    server_ = std::make_unique<RdmdProcess>(arguments, descriptors);
     port_ = server_->port();
   }
 

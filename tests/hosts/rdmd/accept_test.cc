@@ -1,0 +1,118 @@
+/// What it costs to accept a client, and what happens where there is no descriptor for one.
+
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <chrono>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "hosts/rdmd/server_fixture.h"
+
+namespace {
+
+using support::HttpClient;
+using Clients = std::vector<std::unique_ptr<HttpClient>>;
+
+/// MoreFiles lets the test program open as many files as it may while it lives.
+class MoreFiles {
+ public:
+  MoreFiles() {
+    EXPECT_EQ(::getrlimit(RLIMIT_NOFILE, &before_), 0);
+    const struct rlimit most = {before_.rlim_max, before_.rlim_max};
+    EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &most), 0);
+  }
+  MoreFiles(const MoreFiles &) = delete;
+  MoreFiles &operator=(const MoreFiles &) = delete;
+  ~MoreFiles() { ::setrlimit(RLIMIT_NOFILE, &before_); }
+
+  /// most is the largest of `wanted` and what leaves room for other files.
+  std::size_t most(std::size_t wanted) const { return std::min<std::size_t>(wanted, before_.rlim_max / 2); }
+
+ private:
+  struct rlimit before_;
+};
+
+class HostAccepting : public support::ServerTest {
+ protected:
+  /// connect returns a client that has had an answer, which needs no file, and whose connection is idle now.
+  std::unique_ptr<HttpClient> connect() const {
+    auto client = std::make_unique<HttpClient>(port_);
+    client->send(get("/nowhere"));
+    EXPECT_EQ(client->receive().status, 404);
+    return client;
+  }
+
+  /// cost is the time that the server works for 300 short connections, in the best of three trials.
+  std::chrono::nanoseconds cost() const {
+    auto least = std::chrono::nanoseconds::max();
+    for (int trial = 0; trial < 3; ++trial) {
+      const auto before = server_->cpu_time();
+      for (int i = 0; i < 300; ++i) EXPECT_EQ(support::http_get(port_, "/nowhere").status, 404);
+      least = std::min(least, server_->cpu_time() - before);
+    }
+    return least;
+  }
+
+  /// lines counts those of the error log that hold `text`.
+  long lines(const std::string &text) const {
+    const std::string log = server_->errors();
+    long count = 0;
+    for (std::size_t at = 0; (at = log.find(text, at)) != std::string::npos; at += text.size()) ++count;
+    return count;
+  }
+};
+
+TEST_F(HostAccepting, CostsTheSameHoweverManyConnectionsAreOpen) {
+  // Each new client made the server go through all the others: with 9,000 open it cost five times as much.
+  const MoreFiles files;
+  start({"--max-connections", "10000", "--header-timeout", "600"});
+  const auto alone = cost();
+  Clients idle;
+  for (std::size_t i = files.most(5000); i > 0; --i) idle.push_back(std::make_unique<HttpClient>(port_));
+  EXPECT_LT(cost() / alone, 2) << "with " << idle.size() << " connections open";
+}
+
+TEST_F(HostAccepting, WithoutDescriptorsTheConnectionIdleLongestMakesWay) {
+  // New clients waited until an idle connection had reached its limit, and nothing told why.
+  start({"--idle-timeout", "600"});
+  Clients clients;
+  for (int i = 0; i < 5; ++i) clients.push_back(connect());
+  struct rlimit before;
+  ASSERT_EQ(::prlimit(server_->pid(), RLIMIT_NOFILE, nullptr, &before), 0);
+  const struct rlimit used = {server_->open_files(), before.rlim_max};
+  ASSERT_EQ(::prlimit(server_->pid(), RLIMIT_NOFILE, &used, nullptr), 0);
+  for (int i = 0; i < 5; ++i) clients.push_back(connect());
+  EXPECT_TRUE(clients.front()->ended());
+  EXPECT_FALSE(clients.back()->readable(std::chrono::milliseconds(0)));
+  EXPECT_EQ(lines("[warning] rdmd: accept: Too many open files: idle connections make way for new clients\n"), 1)
+      << server_->errors();
+}
+
+TEST_F(HostAccepting, LeavesDescriptorsForWhatTheServiceOpens) {
+  // Clients had the last descriptor, and the service had none for the files that it answers from.
+  start({"--idle-timeout", "600"}, 128);
+  Clients clients;
+  for (int i = 0; i < 150; ++i) {
+    clients.push_back(connect());
+    clients.back()->send(get("/rdm/fast"));
+    EXPECT_EQ(clients.back()->receive().body, "fast\n") << i;
+  }
+  EXPECT_EQ(
+      lines("[warning] rdmd: accept: the limit of open files is reached: idle connections make way for new clients\n"),
+      1)
+      << server_->errors();
+}
+
+TEST_F(HostAccepting, ALimitOfOpenFilesBelowThatOfConnectionsIsToldAtStart) {
+  start({"--max-connections", "100"}, 295);
+  EXPECT_EQ(lines("[warning] rdmd: the limit of open files is 295, but 100 connections may need 296; raise it "
+                  "(ulimit -n, LimitNOFILE) or lower --max-connections\n"),
+            1)
+      << server_->errors();
+  start({"--max-connections", "100"}, 296);
+  EXPECT_EQ(lines("the limit of open files"), 0) << server_->errors();
+}
+
+}  // namespace
