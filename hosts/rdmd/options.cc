@@ -1,11 +1,13 @@
 #include "hosts/rdmd/options.h"
 
-#include <CLI/CLI.hpp>
 #include <array>
 #include <chrono>
 #include <cmath>
 #include <filesystem>
+#include <iostream>
 #include <string>
+
+#include "cli/command_line.h"
 
 namespace rdmd {
 namespace {
@@ -49,7 +51,7 @@ void add_time_option(CLI::App &app, const TimeOption &option, Limits &limits) {
 }
 
 void add_options(CLI::App &app, Settings &settings) {
-  app.set_version_flag("--version", "rdmd " RDM_VERSION);
+  cli::declare_program(app);
   app.set_config("--options", "", "Read options from a TOML file")->type_name("FILE");
   app.allow_config_extras(CLI::config_extras_mode::error);
   app.add_option("--listen", settings.listen, "Address to listen on; port 0 takes a free one")
@@ -79,11 +81,12 @@ std::optional<Settings> parse_options(int argc, char **argv, int &exit_code) {
   CLI::App app("Serves resource descriptions over HTTP.", "rdmd");
   add_options(app, settings);
   try {
-    app.parse(argc, argv);
+    if (!cli::parse(app, argc, argv, std::cout)) return std::nullopt;
     if (settings.workers != 1)
-      throw CLI::ValidationError("--workers", "only 1 is supported: start more servers behind a load balancer instead");
-  } catch (const CLI::ParseError &error) {
-    exit_code = app.exit(error) == 0 ? 0 : 1;
+      throw cli::misuse(app, "--workers: only 1 is supported: start more servers behind a load balancer instead");
+  } catch (const cli::Misuse &misuse) {
+    std::cerr << "rdmd: " << misuse.what() << '\n';
+    exit_code = cli::exit_misuse;
     return std::nullopt;
   }
   if (settings.plugin.empty()) settings.plugin = default_plugin();

@@ -1,8 +1,7 @@
 #include "tools/minidba/command_line.h"
 
+#include "cli/command_line.h"
 #include "qxapi/ascii.h"
-#include "tools/common/command_line.h"
-#include "tools/minidba/failure.h"
 #include "tools/minidba/file_names.h"
 
 namespace minidba {
@@ -16,13 +15,35 @@ void declare_dry_run(CLI::App &verb, Options &options) {
   verb.add_flag("--dry-run", options.dry_run, "say what would be done and change nothing");
 }
 
-void declare_rejects(CLI::App &verb, Options &options) {
+/// is_seconds accepts what is a number and not below zero.
+CLI::Validator is_seconds() {
+  const auto check = [](const std::string &text) -> std::string {
+    double value = 0;
+    const bool is_time = CLI::detail::lexical_cast(text, value) && value >= 0;
+    return is_time ? "" : "not a number of seconds: " + text;
+  };
+  return {check, ""};
+}
+
+void declare_writer(CLI::App &verb, Options &options) {
   declare_dry_run(verb, options);
+  verb.add_option("--wait", options.wait, "wait so long at most for another writer; for ever by default")
+      ->check(is_seconds())
+      ->type_name("SECONDS");
+}
+
+void declare_rejects(CLI::App &verb, Options &options) {
+  declare_writer(verb, options);
   verb.add_option("--rejects", options.rejects, "keep refused objects in this file, as they came")->type_name("FILE");
 }
 
+void declare_update(CLI::App &verb, Options &options) {
+  declare_rejects(verb, options);
+  verb.add_option("FILE", options.inputs, "what to read; - is standard input, which is the default")->type_name("");
+}
+
 void declare_delete(CLI::App &verb, Options &options) {
-  declare_dry_run(verb, options);
+  declare_writer(verb, options);
   verb.add_option("URL", options.arguments, "what is to go; - stands for the lines of standard input")->required();
 }
 
@@ -34,6 +55,9 @@ void declare_export(CLI::App &verb, Options &options) {
 void declare_import(CLI::App &verb, Options &options) {
   declare_rejects(verb, options);
   verb.add_flag("--replace", options.replace, "replace a catalog that is there");
+  verb.add_option("FILE", options.inputs, "what to read; - is standard input, which is the default")
+      ->expected(0, 1)
+      ->type_name("");
 }
 
 std::string lower_case(std::string name) {
@@ -57,28 +81,27 @@ void declare_list(CLI::App &verb, Options &options) {
       ->default_str("soif");
 }
 
-void need_index(const Options &options) {
-  if (options.index.empty()) throw Failure(options.verb + ": --index is required");
+/// A check returns what a verb needs and the command line does not give; empty when nothing is missing.
+std::string need_index(const Options &options) { return options.index.empty() ? "--index is required" : ""; }
+
+std::string check_export(const Options &options) {
+  return options.json && options.file.empty() ? "--json needs a FILE to export to" : "";
 }
 
-void check_export(const Options &options) {
-  if (options.json && options.file.empty()) throw Failure("export: --json needs a FILE to export to");
-}
-
-void need_nothing(const Options &) {}
+std::string need_nothing(const Options &) { return ""; }
 
 struct Row {
   const char *name;
   const char *purpose;
   Verb verb;
   void (*declare)(CLI::App &, Options &);  // the verb's own options
-  void (*check)(const Options &);
+  std::string (*check)(const Options &);
 };
 
 constexpr Row rows[] = {
-    {"update", "take in the descriptions on standard input (SOIF)", update, declare_rejects, need_nothing},
-    {"expire", "drop the descriptions that have expired", expire, declare_dry_run, need_nothing},
-    {"index", "write the index", index, declare_dry_run, need_index},
+    {"update", "take in descriptions (SOIF)", update, declare_update, need_nothing},
+    {"expire", "drop the descriptions that have expired", expire, declare_writer, need_nothing},
+    {"index", "write the index", index, declare_writer, need_index},
     {"unclassified", "print the URLs of descriptions without classification", unclassified, declare_nothing,
      need_index},
     {"get", "print descriptions by number or URL", get, declare_get, need_nothing},
@@ -86,9 +109,9 @@ constexpr Row rows[] = {
     {"delete", "remove descriptions by URL", delete_descriptions, declare_delete, need_nothing},
     {"stats", "print figures about the catalog", stats, declare_nothing, need_nothing},
     {"verify", "check database, index and URL map", verify, declare_nothing, need_nothing},
-    {"rebuild", "write database and URL map anew", rebuild, declare_dry_run, need_nothing},
+    {"rebuild", "write database and URL map anew", rebuild, declare_writer, need_nothing},
     {"export", "write the whole catalog as one SOIF stream", export_catalog, declare_export, check_export},
-    {"import", "make a catalog from an export on standard input", import_catalog, declare_import, need_nothing},
+    {"import", "make a catalog from an export", import_catalog, declare_import, need_nothing},
 };
 
 /// HelpText words the usage line as the program is used.
@@ -96,7 +119,8 @@ class HelpText : public CLI::Formatter {
  public:
   std::string make_usage(const CLI::App *app, std::string) const override {
     const bool is_verb = app->get_parent() != nullptr;
-    std::string text = "Usage: minidba -d FILE " + (is_verb ? app->get_name() : "VERB") + " [OPTIONS]";
+    const std::string verb = is_verb ? app->get_name() : "VERB";
+    std::string text = verb == "help" ? "Usage: minidba help" : "Usage: minidba -d FILE " + verb + " [OPTIONS]";
     for (const CLI::Option *option : app->get_options([](const CLI::Option *o) { return o->get_positional(); }))
       text += ' ' + make_option_usage(option);
     return text + "\n";
@@ -127,29 +151,14 @@ void declare_verbs(CLI::App &app, Options &options) {
   }
 }
 
-std::string verb_names() {
-  std::string names;
-  for (const Row &row : rows) names += std::string(names.empty() ? "" : ", ") + row.name;
-  return names;
-}
-
 const Row &row_of(const CLI::App &app) {
-  for (const Row &row : rows)
-    if (app.got_subcommand(row.name)) return row;
-  throw Failure("a verb is required: one of " + verb_names());
+  const auto is_chosen = [&](const Row &row) { return app.got_subcommand(row.name); };
+  return *std::find_if(std::begin(rows), std::end(rows), is_chosen);
 }
 
-std::string refusal(const CLI::App &app, const CLI::ParseError &error) {
-  const std::vector<std::string> words = app.remaining();
-  const bool is_verb = app.get_subcommands().empty() && !words.empty() && words.front()[0] != '-';
-  if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::ExtrasError) && is_verb)
-    return "unknown verb \"" + words.front() + "\": not one of " + verb_names();
-  return error.what();
-}
-
-void check(const Row &row, Options &options) {
-  if (options.database.empty()) throw Failure("--database is required");
-  row.check(options);
+void check(const CLI::App &app, const Row &row, Options &options) {
+  const std::string missing = options.database.empty() ? "--database is required" : row.check(options);
+  if (!missing.empty()) throw cli::misuse(app, missing);
   follow_links(options);
   check_files(options);
 }
@@ -159,19 +168,16 @@ void check(const Row &row, Options &options) {
 std::optional<Command> read_command_line(int argc, char **argv, std::ostream &out) {
   CLI::App app("Maintains a catalog: its database, its index and the files beside them.", "minidba");
   app.formatter(std::make_shared<HelpText>());
-  tools::declare_program(app);
+  cli::declare_program(app);
   Command command;
   declare_common(app, command.options);
   declare_verbs(app, command.options);
-  try {
-    if (!tools::parse(app, argc, argv, out)) return std::nullopt;
-  } catch (const CLI::ParseError &error) {
-    throw Failure(refusal(app, error));
-  }
+  cli::declare_verbs(app);
+  if (!cli::parse(app, argc, argv, out)) return std::nullopt;
   const Row &row = row_of(app);
   command.verb = row.verb;
   command.options.verb = row.name;
-  check(row, command.options);
+  check(app, row, command.options);
   return command;
 }
 

@@ -15,7 +15,8 @@ struct Command {
 };
 
 /// read_command_line returns what is to be done, or nothing when it was asked for help or the version, which it has
-/// then written to `out`. Throws a Failure when the command line is mistaken.
+/// then written to `out`. Throws a cli::Misuse when the command line is mistaken, a Failure when
+/// it names one file for two purposes.
 std::optional<Command> read_command_line(int argc, char **argv, std::ostream &out);
 
 }  // namespace minidba

@@ -43,7 +43,7 @@ void take_lines(Deletion &deletion) {
 }  // namespace
 
 int delete_descriptions(const Options &options, const Console &console) {
-  const Writing writing(options);
+  const Writing writing(options, console);
   Deletion deletion(writing.catalog(), console.errors);
   for (const std::string &url : options.arguments) url == "-" ? take_lines(deletion) : deletion.take(url);
   writing.commit(deletion.changes(), writing.catalog().next_number(), console);

@@ -4,6 +4,7 @@
 
 #include "libcs/guard.h"
 #include "qxapi/ascii.h"
+#include "tools/minidba/input.h"
 #include "tools/minidba/progress.h"
 #include "tools/minidba/record.h"
 
@@ -31,9 +32,14 @@ void insert(SOIF *object, const char *name, std::optional<uint32_t> number) {
 
 }  // namespace
 
-SoifStream open_stream(const Options &options, const Console &console) {
+std::vector<std::string> inputs_of(const Options &options) {
+  return options.inputs.empty() ? std::vector<std::string>{"-"} : options.inputs;
+}
+
+SoifStream open_stream(const std::string &input, const Options &options, const Console &console) {
+  const Input opened(input, options, console);
   Progress progress(console, "reading the input");
-  return {console.input, options.database, [&](int64_t bytes) { progress.advance(0, bytes); }};
+  return {opened.descriptor(), options.database, [&](int64_t bytes) { progress.advance(0, bytes); }, opened.name()};
 }
 
 bool is_header(const SoifStream::Item &item) {

@@ -9,14 +9,18 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "tools/minidba/options.h"
 #include "tools/minidba/soif_stream.h"
 
 namespace minidba {
 
-/// open_stream opens the input as a stream, with progress while it is copied.
-SoifStream open_stream(const Options &options, const Console &console);
+/// inputs_of returns the names of the streams to read; "-" is standard input.
+std::vector<std::string> inputs_of(const Options &options);
+
+/// open_stream opens an input by its name, with progress while it is copied. Throws a Failure that names it.
+SoifStream open_stream(const std::string &input, const Options &options, const Console &console);
 
 /// is_header says whether an object is the RDMHEADER in front of a stream.
 bool is_header(const SoifStream::Item &item);

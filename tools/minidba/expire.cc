@@ -19,7 +19,7 @@ bool has_expired(const SOIF *object, time_t now) {
 }  // namespace
 
 int expire(const Options &options, const Console &console) {
-  const Writing writing(options);
+  const Writing writing(options, console);
   const Catalog &catalog = writing.catalog();
   const time_t now = options.now != 0 ? options.now : std::time(nullptr);
   Changes changes(catalog);

@@ -75,7 +75,7 @@ class Intake {
   void take_unnumbered() {
     for (const SoifStream::Item &item : unnumbered_) {
       const soif_ptr object = parse(stream_.bytes_of(item));
-      if (!object) throw Failure("cannot read the input");
+      if (!object) throw Failure("cannot read " + stream_.name());
       const std::string reason = import_.place_anew(object.get());
       if (reason.empty()) ++renumbered_;
       count(item, reason);
@@ -119,7 +119,7 @@ struct Imported {
 };
 
 Imported read_all(Import &import, Rejects &rejects, const Options &options, const Console &console) {
-  SoifStream stream = open_stream(options, console);
+  SoifStream stream = open_stream(inputs_of(options).front(), options, console);
   Progress progress(console, "importing", stream.size());
   Intake intake(import, rejects, stream, progress);
   while (std::optional<SoifStream::Item> item = stream.next()) intake.take(std::move(*item));
@@ -142,7 +142,7 @@ uint32_t next_number(const Options &options, const Console &console) {
 }  // namespace
 
 int import_catalog(const Options &options, const Console &console) {
-  const Writing writing(options, Absent::assumed);
+  const Writing writing(options, console, Absent::assumed);
   Import import(writing.catalog(), next_number(options, console));
   Rejects rejects(options, console);
   const Imported imported = read_all(import, rejects, options, console);
@@ -151,7 +151,7 @@ int import_catalog(const Options &options, const Console &console) {
   rejects.commit();
   report(options, console, {"imported", imported.descriptions},
          {{"imported", imported.descriptions}, {"numbered anew", imported.renumbered}, {"rejected", rejects.count()}});
-  return exit_done;
+  return rejects.count() == 0 ? exit_done : exit_found_fault;
 }
 
 }  // namespace minidba

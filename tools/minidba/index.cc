@@ -1,13 +1,13 @@
 #include <algorithm>
 #include <optional>
 
-#include "tools/minidba/failure.h"
 #include "tools/minidba/index_file.h"
 #include "tools/minidba/record.h"
 #include "tools/minidba/report.h"
 #include "tools/minidba/selection.h"
 #include "tools/minidba/snapshot.h"
 #include "tools/minidba/verbs.h"
+#include "tools/minidba/writing.h"
 
 namespace minidba {
 namespace {
@@ -34,8 +34,7 @@ void write(const std::string &path, const std::string &database, const std::vect
 }  // namespace
 
 int index(const Options &options, const Console &console) {
-  if (!status_of(options.database)) throw Failure("not there: " + options.database);
-  const auto lock = options.dry_run ? std::nullopt : std::optional<Lock>(std::in_place, options.database);
+  const std::optional<Lock> lock = lock_for(options, console, Absent::error);
   const std::vector<IndexEntry> entries = entries_of(Catalog(options.database), console);
   if (!options.dry_run) write(options.index, options.database, entries);
   report(options, console, {"indexed", static_cast<int64_t>(entries.size())});

@@ -2,6 +2,7 @@
 #ifndef MINIDBA_LOCK_H
 #define MINIDBA_LOCK_H
 
+#include <functional>
 #include <string>
 
 #include "tools/minidba/files.h"
@@ -13,8 +14,12 @@ namespace minidba {
 class Lock {
  public:
   static std::string path_for(const std::string &database) { return database + ".lock"; }
-  /// Permission to read the lock's file is enough.
-  explicit Lock(const std::string &database);
+  /// Waits at most `seconds` for another writer, for ever when that is below zero, and then throws a Failure. When it
+  /// has to wait, `say` gets a text that names the process that holds the lock. Permission to read the lock's file is
+  /// enough.
+  using Say = std::function<void(const std::string &text)>;
+  explicit Lock(
+      const std::string &database, double seconds = -1, const Say &say = [](const std::string &) {});
 
  private:
   file_guard file_;

@@ -21,9 +21,11 @@ struct Options {
   std::vector<std::string> attributes;  // empty for all
   std::string format;                   // soif, json or tsv
   std::vector<std::string> arguments;   // the words after the verb
+  std::vector<std::string> inputs;      // streams to read, "-" is standard input; empty for that alone
   std::string file;                     // to write to; empty for standard output
   std::string rejects;                  // file for what is refused; empty when it is not kept
   bool replace = false;                 // a catalog that is there
+  double wait = -1;                     // seconds to wait for the lock; below zero for ever
   time_t now = 0;                       // what has expired before is gone; 0 for the time of the call
 };
 

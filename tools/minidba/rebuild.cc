@@ -6,7 +6,7 @@
 namespace minidba {
 
 int rebuild(const Options &options, const Console &console) {
-  const Writing writing(options);
+  const Writing writing(options, console);
   int64_t descriptions = 0;
   {
     Progress progress(console, "reading");

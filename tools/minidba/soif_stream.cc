@@ -18,12 +18,12 @@ bool can_be_read_twice(int input) {
 }
 
 /// copy_of returns a descriptor of a copy of the whole input.
-int copy_of(int input, const std::string &beside, const SoifStream::Copied &copied) {
+int copy_of(int input, const std::string &name, const std::string &beside, const SoifStream::Copied &copied) {
   ScratchFile copy(beside);
   std::vector<char> block(1 << 16);
   for (;;) {
     const ssize_t got = uninterrupted([&] { return ::read(input, block.data(), block.size()); });
-    if (got < 0) throw system_failure("cannot read the input");
+    if (got < 0) throw system_failure("cannot read " + name);
     if (got == 0) break;
     copy.append({block.data(), static_cast<size_t>(got)});
     copied(got);
@@ -33,18 +33,19 @@ int copy_of(int input, const std::string &beside, const SoifStream::Copied &copi
 
 }  // namespace
 
-SoifStream::SoifStream(int input, const std::string &beside, const Copied &copied) {
-  const int fd = can_be_read_twice(input) ? ::fcntl(input, F_DUPFD_CLOEXEC, 0) : copy_of(input, beside, copied);
+SoifStream::SoifStream(int input, const std::string &beside, const Copied &copied, std::string name)
+    : name_(std::move(name)) {
+  const int fd = can_be_read_twice(input) ? ::fcntl(input, F_DUPFD_CLOEXEC, 0) : copy_of(input, name_, beside, copied);
   file_.reset(fd == -1 ? nullptr : ::fdopen(fd, "r"));
   struct stat status;
-  if (!file_ || ::fstat(fd, &status) != 0) throw system_failure("cannot read the input");
+  if (!file_ || ::fstat(fd, &status) != 0) throw system_failure("cannot read " + name_);
   size_ = status.st_size;
   scan_.emplace(file_.get(), size_);
 }
 
 /// find_object returns the offset of the next "@", which after a malformed object must begin a line.
 std::optional<int64_t> SoifStream::find_object(int64_t from, bool at_line_start) {
-  if (::fseeko(file_.get(), from, SEEK_SET) != 0) throw system_failure("cannot read the input");
+  if (::fseeko(file_.get(), from, SEEK_SET) != 0) throw system_failure("cannot read " + name_);
   bool line_start = !at_line_start;
   for (int64_t at = from;; ++at) {
     const int c = ::getc_unlocked(file_.get());
@@ -59,7 +60,7 @@ std::optional<int64_t> SoifStream::find_object(int64_t from, bool at_line_start)
 
 /// check_readable tells what could not be read from what is malformed.
 void SoifStream::check_readable() const {
-  if (std::ferror(file_.get()) != 0) throw system_failure("cannot read the input");
+  if (std::ferror(file_.get()) != 0) throw system_failure("cannot read " + name_);
 }
 
 /// read_object reads the object whose "@" is at `start`.
@@ -67,7 +68,7 @@ SoifStream::Item SoifStream::read_object(int64_t start) {
   Item item{++number_, start, start, nullptr, scan_->fault_of(start)};
   check_readable();
   if (!item.reason.empty()) return item;
-  if (::fseeko(file_.get(), start, SEEK_SET) != 0) throw system_failure("cannot read the input");
+  if (::fseeko(file_.get(), start, SEEK_SET) != 0) throw system_failure("cannot read " + name_);
   item.object = soif_reader(file_.get()).next();
   item.end = ::ftello(file_.get());
   check_readable();
@@ -88,7 +89,7 @@ std::string SoifStream::bytes_of(const Item &item) {
   std::string bytes(static_cast<size_t>(item.end - item.offset), '\0');
   if (::fseeko(file_.get(), item.offset, SEEK_SET) != 0 ||
       std::fread(bytes.data(), 1, bytes.size(), file_.get()) != bytes.size())
-    throw Failure("cannot read the input");
+    throw Failure("cannot read " + name_);
   return bytes;
 }
 

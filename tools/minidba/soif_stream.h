@@ -20,10 +20,10 @@ namespace minidba {
 class SoifStream {
  public:
   /// The input is read from where it stands; one that cannot be read twice is first copied beside `beside`, and
-  /// `copied` told how many bytes were, block by block.
+  /// `copied` told how many bytes were, block by block. Failures call the input by its name.
   using Copied = std::function<void(int64_t bytes)>;
   SoifStream(
-      int input, const std::string &beside, const Copied &copied = [](int64_t) {});
+      int input, const std::string &beside, const Copied &copied = [](int64_t) {}, std::string name = "the input");
 
   struct Item {
     int64_t number;      // of the object in the stream, from 1
@@ -37,6 +37,7 @@ class SoifStream {
 
   /// bytes_of returns an object as it came. The next item is the same as without it.
   std::string bytes_of(const Item &item);
+  const std::string &name() const { return name_; }
   /// size returns how many bytes the stream has.
   int64_t size() const { return size_; }
 
@@ -48,6 +49,7 @@ class SoifStream {
   struct close_file {
     void operator()(FILE *file) const { std::fclose(file); }
   };
+  std::string name_;
   std::unique_ptr<FILE, close_file> file_;
   std::optional<SoifScan> scan_;
   int64_t size_ = 0;

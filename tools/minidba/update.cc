@@ -15,8 +15,9 @@ std::vector<Figure> details(const Summary &summary) {
           {"rejected", summary.rejected}};
 }
 
-void take_all(Delivery &delivery, const Options &options, const Console &console, Rejects &rejects) {
-  SoifStream stream = open_stream(options, console);
+void take_all(const std::string &input, Delivery &delivery, const Options &options, const Console &console,
+              Rejects &rejects) {
+  SoifStream stream = open_stream(input, options, console);
   Progress progress(console, "taking in", stream.size());
   while (std::optional<SoifStream::Item> item = stream.next()) {
     progress.advance(1, item->end - item->offset);
@@ -27,15 +28,15 @@ void take_all(Delivery &delivery, const Options &options, const Console &console
 }  // namespace
 
 int update(const Options &options, const Console &console) {
-  const Writing writing(options, Absent::empty);
+  const Writing writing(options, console, Absent::empty);
   Delivery delivery(writing.catalog(), std::time(nullptr));
   Rejects rejects(options, console);
-  take_all(delivery, options, console, rejects);
+  for (const std::string &input : inputs_of(options)) take_all(input, delivery, options, console, rejects);
   rejects.finish();
   writing.commit(delivery.changes(), delivery.next_number(), console);
   rejects.commit();
   report(options, console, {"accepted", delivery.summary().accepted()}, details(delivery.summary()));
-  return exit_done;
+  return rejects.count() == 0 ? exit_done : exit_found_fault;
 }
 
 }  // namespace minidba

@@ -12,9 +12,9 @@ using Verb = int (*)(const Options &, const Console &);
 
 /// What the exit status says, besides tools::exit_failure after a Failure.
 using tools::exit_done;
-constexpr int exit_found_fault = 1;  // the work was done and found something missing or damaged
+constexpr int exit_found_fault = 1;  // the work was done, but something was rejected, missing or damaged
 
-/// update takes in the descriptions on the input and prints how many it accepted.
+/// update takes in the descriptions on the inputs and prints how many it accepted.
 int update(const Options &options, const Console &console);
 /// expire drops the descriptions whose "rd-expires" has passed and prints their number.
 int expire(const Options &options, const Console &console);
@@ -26,7 +26,7 @@ int unclassified(const Options &options, const Console &console);
 int get(const Options &options, const Console &console);
 /// list prints descriptions in the order of their numbers.
 int list(const Options &options, const Console &console);
-/// delete_descriptions removes descriptions by URL and prints their number.
+/// delete_descriptions removes descriptions by number or URL and prints their number.
 int delete_descriptions(const Options &options, const Console &console);
 /// rebuild writes database and URL map anew from the records and prints their number.
 int rebuild(const Options &options, const Console &console);

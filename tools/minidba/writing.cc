@@ -6,10 +6,10 @@
 namespace minidba {
 namespace {
 
-/// lock_for leaves no lock file beside a catalog that is not there.
-std::optional<Lock> lock_for(const Options &options, Absent absent) {
-  if (absent == Absent::error && !status_of(options.database)) throw Failure("not there: " + options.database);
-  return options.dry_run ? std::nullopt : std::optional<Lock>(std::in_place, options.database);
+Lock lock_of(const Options &options, const Console &console) {
+  return Lock(options.database, options.wait, [&](const std::string &text) {
+    if (!options.quiet) console.errors << "minidba: " << text << std::endl;
+  });
 }
 
 Watch watched_by(Progress &progress) {
@@ -21,8 +21,14 @@ Watch watched_by(Progress &progress) {
 
 }  // namespace
 
-Writing::Writing(const Options &options, Absent absent)
-    : lock_(lock_for(options, absent)), catalog_(options.database, absent) {
+std::optional<Lock> lock_for(const Options &options, const Console &console, Absent absent) {
+  if (absent == Absent::error && !status_of(options.database)) throw Failure("not there: " + options.database);
+  if (options.dry_run) return std::nullopt;
+  return lock_of(options, console);
+}
+
+Writing::Writing(const Options &options, const Console &console, Absent absent)
+    : lock_(lock_for(options, console, absent)), catalog_(options.database, absent) {
   if (lock_) catalog_.renew_url_map(*lock_);
 }
 

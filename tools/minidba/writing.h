@@ -9,10 +9,14 @@
 
 namespace minidba {
 
+/// lock_for takes the lock of the catalog that the options name; nothing in a dry run. A catalog that must be there and
+/// is not is a Failure, and gets no lock file beside it.
+std::optional<Lock> lock_for(const Options &options, const Console &console, Absent absent);
+
 /// Writing holds the catalog's lock with its scope. A dry run takes no lock and writes nothing.
 class Writing {
  public:
-  explicit Writing(const Options &options, Absent absent = Absent::error);
+  explicit Writing(const Options &options, const Console &console, Absent absent = Absent::error);
 
   const Catalog &catalog() const { return catalog_; }
   bool is_dry() const { return !lock_; }

@@ -17,7 +17,7 @@ struct Command {
 };
 
 /// read_command_line returns what is to be done; nothing when only help was asked for, which then is on `out`. Throws a
-/// Failure that says what is wrong.
+/// cli::Misuse that says what is wrong.
 std::optional<Command> read_command_line(int argc, char **argv, std::ostream &out);
 
 }  // namespace rdmctl

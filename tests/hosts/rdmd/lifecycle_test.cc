@@ -55,10 +55,10 @@ int free_port() {
 
 class HostLifecycle : public support::ServerTest {
  protected:
-  /// refused runs a server that does not start, asserts exit status 1, and returns its error output.
-  std::string refused(const std::vector<std::string> &arguments) {
+  /// refused runs a server that does not start, asserts its exit status, and returns its error output.
+  std::string refused(const std::vector<std::string> &arguments, int status = 1) {
     RdmdProcess server(arguments);
-    EXPECT_EQ(server.wait(), 1);
+    EXPECT_EQ(server.wait(), status);
     return server.errors();
   }
   std::string config(const std::string &text = "") {
@@ -275,16 +275,21 @@ TEST_F(HostLifecycle, RefusesMistakenOptions) {
     std::vector<std::string> arguments;
     const char *message;
   } cases[] = {
-      {{}, "--config is required"},
+      {{}, "rdmd: --config is required; see \"rdmd --help\"\n"},
       {{"--config", conf, "--workers", "4"}, "--workers: only 1 is supported"},
       {{"--config", conf, "--workers", "0"}, "--workers: only 1 is supported"},
-      {{"--config", conf, "--frobnicate"}, "--frobnicate"},
+      {{"--config", conf, "--frobnicate"}, "rdmd: unknown option \"--frobnicate\"; see \"rdmd --help\"\n"},
+      {{"--config", conf, "--lisen", "x:1"},
+       "rdmd: unknown option \"--lisen\" (did you mean \"--listen\"?); see \"rdmd --help\"\n"},
+      {{"--config", conf, "serve"}, "rdmd: unexpected argument \"serve\"; see \"rdmd --help\"\n"},
       {{"--config", conf, "--idle-timeout", "0"}, "--idle-timeout"},
       {{"--config", conf, "--max-connections", "0"}, "--max-connections"},
       {{"--config", conf, "--options", "/nonexistent/options.toml"}, "/nonexistent/options.toml"},
-      {{"--config", conf, "--options", folder_.write("bad.toml", "lissen = \"127.0.0.1:0\"\n")}, "lissen"},
+      {{"--config", conf, "--options", folder_.write("bad.toml", "lissen = \"127.0.0.1:0\"\n")},
+       "rdmd: unknown name \"lissen\" in the options file (did you mean \"listen\"?); see \"rdmd --help\"\n"},
   };
-  for (const auto &row : cases) EXPECT_NE(refused(row.arguments).find(row.message), std::string::npos) << row.message;
+  for (const auto &row : cases)
+    EXPECT_NE(refused(row.arguments, 2).find(row.message), std::string::npos) << row.message;
 }
 
 TEST_F(HostLifecycle, TellsItsVersionAndItsOptions) {

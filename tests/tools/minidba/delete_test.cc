@@ -62,7 +62,7 @@ TEST_F(Delete, ADryRunRemovesNothing) {
 TEST_F(Delete, NeedsAUrl) {
   const Finished finished = catalog_.run({"delete"});
   EXPECT_EQ(finished.status, 2);
-  EXPECT_EQ(finished.errors, "minidba: URL is required\n");
+  EXPECT_EQ(finished.errors, "minidba: URL is required; see \"minidba delete --help\"\n");
 }
 
 }  // namespace

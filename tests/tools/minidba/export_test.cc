@@ -86,7 +86,8 @@ TEST_F(Export, RefusesWhatItMustNotReplace) {
   EXPECT_EQ(catalog_.run({"export", pipe}).errors, "minidba: not a regular file: " + pipe + "\n");
   EXPECT_EQ(catalog_.run({"export", "/nonexistent/x"}).errors,
             "minidba: cannot create /nonexistent/x.new: No such file or directory\n");
-  EXPECT_EQ(catalog_.run({"export", "--json"}).errors, "minidba: export: --json needs a FILE to export to\n");
+  EXPECT_EQ(catalog_.run({"export", "--json"}).errors,
+            "minidba: --json needs a FILE to export to; see \"minidba export --help\"\n");
 }
 
 TEST_F(Export, OfADamagedCatalogLeavesTheFileAsItWas) {
@@ -232,7 +233,7 @@ TEST_F(Import, WithRejectsItTakesWhatIsSound) {
   const std::string one = numbered("1", "http://localhost/1"), bad = "@D { http://localhost/2\ntitle{3}:Two\n}\n";
   const Finished finished =
       catalog_.run({"import", "--rejects", catalog_.path(".rejects")}, header("3", "2") + one + bad);
-  EXPECT_EQ(finished.status, 0) << finished.errors;
+  EXPECT_EQ(finished.status, 1) << finished.errors;
   EXPECT_EQ(finished.out, "1\n");
   EXPECT_EQ(support::read_file(catalog_.path(".rejects")), bad);
 }

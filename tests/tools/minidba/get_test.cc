@@ -65,7 +65,7 @@ TEST_F(Get, NeedsNoPermissionToWrite) { EXPECT_EQ(catalog_.run_read_only({"get",
 TEST_F(Get, NeedsADescription) {
   const Finished finished = catalog_.run({"get"});
   EXPECT_EQ(finished.status, 2);
-  EXPECT_EQ(finished.errors, "minidba: NUMBER|URL is required\n");
+  EXPECT_EQ(finished.errors, "minidba: NUMBER|URL is required; see \"minidba get --help\"\n");
 }
 
 }  // namespace

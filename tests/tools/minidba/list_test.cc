@@ -78,7 +78,7 @@ TEST_F(List, RefusesOtherTimesAndFormats) {
   EXPECT_EQ(finished.errors, "minidba: --since: not a time: yesterday\n");
   finished = catalog_.run({"list", "--format", "xml"});
   EXPECT_EQ(finished.status, 2);
-  EXPECT_EQ(finished.errors, "minidba: --format: xml not in {soif,json,tsv}\n");
+  EXPECT_EQ(finished.errors, "minidba: --format: xml not in {soif,json,tsv}; see \"minidba list --help\"\n");
 }
 
 TEST_F(List, ADamagedRecordIsAnError) {

@@ -38,7 +38,7 @@ TEST_F(UpdateRejects, KeepObjectsAsTheyCame) {
     expected += object;
   }
   const Finished finished = update(stream);
-  EXPECT_EQ(finished.status, 0);
+  EXPECT_EQ(finished.status, 1);
   EXPECT_EQ(finished.out, "5\n") << finished.errors;
   EXPECT_EQ(rejects(), expected);
 }
@@ -90,7 +90,7 @@ TEST_F(UpdateRejects, AFileThatCannotBeWrittenChangesNothing) {
 
 TEST_F(UpdateRejects, ADryRunNamesThemOnly) {
   const Finished finished = catalog_.run({"update", "--dry-run", "--rejects", file_}, sound(1) + "@\n");
-  EXPECT_EQ(finished.status, 0);
+  EXPECT_EQ(finished.status, 1);
   EXPECT_EQ(finished.out, "1\n");
   EXPECT_EQ(finished.errors, "minidba: object 2 at byte " + std::to_string(sound(1).size()) +
                                  " rejected: not a SOIF object\n"
@@ -151,7 +151,7 @@ TEST_F(UpdateRejects, OfADeliveryWithDamagedObjectsOnlyThoseAreLost) {
     stream += spoil ? bad.back() : sound(i);
   }
   const Finished finished = update(stream);
-  EXPECT_EQ(finished.status, 0);
+  EXPECT_EQ(finished.status, 1);
   EXPECT_EQ(finished.out, "1900\n");
   EXPECT_THAT(finished.errors, HasSubstr("minidba: 1900 new, 0 changed, 0 unchanged, 100 rejected\n"));
   ASSERT_EQ(bad.size(), 100u);

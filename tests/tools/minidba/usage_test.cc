@@ -10,7 +10,7 @@ using testing::HasSubstr;
 
 const std::string program = BINARY_DIR "/bin/minidba";
 const std::string verbs =
-    "update, expire, index, unclassified, get, list, delete, stats, verify, rebuild, export, import";
+    "one of update, expire, index, unclassified, get, list, delete, stats, verify, rebuild, export, import";
 
 Finished shell(const std::string &command) { return support::run({"/bin/sh", "-c", command}); }
 
@@ -30,17 +30,34 @@ class Usage : public testing::Test {
 
 TEST_F(Usage, SaysWhatIsMissingOrUnknown) {
   const std::string db = catalog_.path();
-  expect_failure({}, "a verb is required: one of " + verbs);
-  expect_failure({"update"}, "--database is required");
-  expect_failure({"-d", db}, "a verb is required: one of " + verbs);
-  expect_failure({"explode"}, "unknown verb \"explode\": not one of " + verbs);
-  expect_failure({"-d", db, "explode"}, "unknown verb \"explode\": not one of " + verbs);
-  expect_failure({"-d", db, "update", "explode"}, "The following argument was not expected: explode");
-  expect_failure({"-d", db, "--explode", "update"}, "The following argument was not expected: --explode");
-  expect_failure({"-d", db, "-d", db, "update"}, "--database: At Most 1 required but received 2");
-  expect_failure({"-d", db, "index"}, "index: --index is required");
+  const std::string see = "; see \"minidba --help\"", see_update = "; see \"minidba update --help\"";
+  expect_failure({}, "a verb is required: " + verbs + see);
+  expect_failure({"update"}, "--database is required" + see_update);
+  expect_failure({"-d", db}, "a verb is required: " + verbs + see);
+  expect_failure({"explode"}, "unknown verb \"explode\": not " + verbs + see);
+  expect_failure({"-d", db, "explode"}, "unknown verb \"explode\": not " + verbs + see);
+  expect_failure({"help", "explode"}, "unknown verb \"explode\": not " + verbs + see);
+  expect_failure({"-d", db, "expire", "explode"}, "unexpected argument \"explode\"; see \"minidba expire --help\"");
+  expect_failure({"-d", db, "import", "one", "two"},
+                 "FILE: At Most 1 required but received 2; see \"minidba import --help\"");
+  expect_failure({"-d", db, "--explode", "update"}, "unknown option \"--explode\"" + see_update);
+  expect_failure({"-d", db, "-d", db, "update"}, "--database: At Most 1 required but received 2" + see_update);
+  expect_failure({"-d", db, "index"}, "--index is required; see \"minidba index --help\"");
+  for (const char *seconds : {"-1", "soon", "1x", "nan"})
+    expect_failure({"-d", db, "update", "--wait", seconds},
+                   "--wait: not a number of seconds: " + std::string(seconds) + see_update);
   expect_failure({"-d", db, "-i", db, "index"}, "database and index are the same file: " + db);
   EXPECT_TRUE(catalog_.files().empty());
+}
+
+TEST_F(Usage, AsksWhatAMistypedWordMeans) {
+  const std::string db = catalog_.path();
+  expect_failure({"updtae"}, "unknown verb \"updtae\" (did you mean \"update\"?); see \"minidba --help\"");
+  expect_failure({"help", "exprot"}, "unknown verb \"exprot\" (did you mean \"export\"?); see \"minidba --help\"");
+  expect_failure({"-d", db, "update", "--rejcts=f"},
+                 "unknown option \"--rejcts\" (did you mean \"--rejects\"?); see \"minidba update --help\"");
+  expect_failure({"--databse", db, "expire"},
+                 "unknown option \"--databse\" (did you mean \"--database\"?); see \"minidba expire --help\"");
 }
 
 TEST_F(Usage, OptionsStandBeforeOrAfterTheVerb) {
@@ -96,8 +113,13 @@ TEST_F(Usage, NamesTheFileThatIsNotADatabase) {
 }
 
 TEST_F(Usage, HelpAndVersionSucceed) {
-  for (const std::vector<std::string> &words :
-       {std::vector<std::string>{"--help"}, {"-h"}, {"--version"}, {"update", "--help"}, {"index", "-h"}}) {
+  for (const std::vector<std::string> &words : {std::vector<std::string>{"--help"},
+                                                {"-h"},
+                                                {"--version"},
+                                                {"update", "--help"},
+                                                {"index", "-h"},
+                                                {"help"},
+                                                {"help", "update"}}) {
     std::vector<std::string> arguments{program};
     arguments.insert(arguments.end(), words.begin(), words.end());
     const Finished finished = support::run(arguments);
@@ -105,6 +127,11 @@ TEST_F(Usage, HelpAndVersionSucceed) {
     EXPECT_NE(finished.out, "") << words[0];
     EXPECT_EQ(finished.errors, "") << words[0];
   }
+}
+
+TEST_F(Usage, TheVerbHelpShowsTheSame) {
+  EXPECT_EQ(support::run({program, "help"}).out, support::run({program, "--help"}).out);
+  EXPECT_EQ(support::run({program, "help", "delete"}).out, support::run({program, "delete", "--help"}).out);
 }
 
 TEST_F(Usage, TheHelpOfAVerbNamesItsOptionsAndTheCommonOnes) {

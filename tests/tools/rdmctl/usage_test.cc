@@ -15,14 +15,18 @@ Finished run(std::vector<std::string> words) {
 
 TEST(Usage, SaysWhatIsMissingOrUnknown) {
   const std::pair<std::vector<std::string>, std::string> cases[] = {
-      {{}, "a verb is required: one of import"},
-      {{"explode"}, "unknown verb \"explode\": not one of import"},
-      {{"--explode"}, "The following argument was not expected: --explode"},
-      {{"import"}, "--config is required"},
-      {{"import", "--config", "c"}, "--csid is required"},
-      {{"import", "--config", "c", "--csid", "d"}, "FILE is required"},
+      {{}, "a verb is required: one of import; see \"rdmctl --help\""},
+      {{"explode"}, "unknown verb \"explode\": not one of import; see \"rdmctl --help\""},
+      {{"imprt"}, "unknown verb \"imprt\" (did you mean \"import\"?); see \"rdmctl --help\""},
+      {{"help", "imprt"}, "unknown verb \"imprt\" (did you mean \"import\"?); see \"rdmctl --help\""},
+      {{"--explode"}, "unknown option \"--explode\"; see \"rdmctl --help\""},
+      {{"import"}, "--config is required; see \"rdmctl import --help\""},
+      {{"import", "--config", "c"}, "--csid is required; see \"rdmctl import --help\""},
+      {{"import", "--config", "c", "--csid", "d"}, "FILE is required; see \"rdmctl import --help\""},
+      {{"import", "--cnofig", "c", "--csid", "d", "f"},
+       "unknown option \"--cnofig\" (did you mean \"--config\"?); see \"rdmctl import --help\""},
       {{"import", "--config", "c", "--csid", "d", "--explode", "f"},
-       "The following argument was not expected: --explode"},
+       "unknown option \"--explode\"; see \"rdmctl import --help\""},
   };
   for (const auto &[words, text] : cases) {
     const Finished finished = run(words);
@@ -33,7 +37,10 @@ TEST(Usage, SaysWhatIsMissingOrUnknown) {
 }
 
 TEST(Usage, TellsItsVersionAndItsOptions) {
-  EXPECT_EQ(run({"--version"}).status, 0);
+  const Finished version = run({"--version"});
+  EXPECT_EQ(version.status, 0);
+  EXPECT_THAT(version.out, testing::MatchesRegex("rdmctl [0-9]+\\.[0-9]+\\.[0-9]+\n"));
+  EXPECT_EQ(run({"help", "import"}).out, run({"import", "--help"}).out);
   EXPECT_THAT(run({"--help"}).out, HasSubstr("import"));
   const Finished help = run({"import", "--help"});
   EXPECT_EQ(help.status, 0);

@@ -1,0 +1,138 @@
+#include "cli/command_line.h"
+
+#include <ostream>
+#include <sstream>
+#include <vector>
+
+#include "cli/similar.h"
+
+namespace cli {
+namespace {
+
+constexpr char help_verb[] = "help";
+
+std::vector<const CLI::App *> verbs_of(const CLI::App &app) {
+  return app.get_subcommands([](const CLI::App *) { return true; });
+}
+
+std::vector<std::string> verb_names(const CLI::App &app) {
+  std::vector<std::string> names;
+  for (const CLI::App *verb : verbs_of(app)) names.push_back(verb->get_name());
+  return names;
+}
+
+/// one_of lists the verbs, without the one that only helps.
+std::string one_of(const CLI::App &app) {
+  std::string list;
+  for (const std::string &name : verb_names(app))
+    if (name != help_verb) list += (list.empty() ? "one of " : ", ") + name;
+  return list;
+}
+
+void add_option_names(const CLI::App &app, std::vector<std::string> &names) {
+  for (const CLI::Option *option : app.get_options())
+    names.insert(names.end(), option->get_lnames().begin(), option->get_lnames().end());
+}
+
+/// option_names returns the long options that may stand where the command line went wrong, without hyphens.
+std::vector<std::string> option_names(const CLI::App &app) {
+  std::vector<std::string> names;
+  for (const CLI::App *verb : app.get_subcommands()) add_option_names(*verb, names);
+  add_option_names(app, names);
+  return names;
+}
+
+std::string quoted(const std::string &word) { return '"' + word + '"'; }
+
+std::string unknown_option(const CLI::App &app, const std::string &word) {
+  const std::string name = word.substr(0, word.find('='));
+  const std::string meant(nearest(name.substr(name.find_first_not_of('-')), option_names(app)));
+  return "unknown option " + quoted(name) + (meant.empty() ? "" : " (did you mean " + quoted("--" + meant) + "?)");
+}
+
+std::string unknown_verb(const CLI::App &app, const std::string &word) {
+  const std::string guess = did_you_mean(word, verb_names(app));
+  return "unknown verb " + quoted(word) + (guess.empty() ? ": not " + one_of(app) : guess);
+}
+
+std::string unknown_name(const CLI::App &app, const std::string &name) {
+  return "unknown name " + quoted(name) + " in the options file" + did_you_mean(name, option_names(app));
+}
+
+bool is_option(const std::string &word) { return word.find_first_not_of('-') != std::string::npos && word[0] == '-'; }
+
+std::string unexpected(const CLI::App &app, const std::string &word) {
+  if (is_option(word)) return unknown_option(app, word);
+  if (app.get_subcommands().empty() && !verbs_of(app).empty()) return unknown_verb(app, word);
+  return "unexpected argument " + quoted(word);
+}
+
+/// How the library begins the text of an unknown name in an options file. It has no error type of its own for it.
+constexpr std::string_view unknown_in_file = "INI was not able to parse ";
+
+std::string reason_of(const CLI::App &app, const CLI::ParseError &error) {
+  const std::string text = error.what();
+  if (text.starts_with(unknown_in_file)) return unknown_name(app, text.substr(unknown_in_file.size()));
+  const std::vector<std::string> words = app.remaining(true);
+  const bool is_extra = dynamic_cast<const CLI::ExtrasError *>(&error) != nullptr;
+  // A mistyped option leaves the required one missing. What was typed says more.
+  const bool is_missing = dynamic_cast<const CLI::RequiredError *>(&error) != nullptr;
+  for (const std::string &word : words)
+    if (is_extra || (is_missing && is_option(word))) return unexpected(app, word);
+  return text.substr(0, text.find('\n'));
+}
+
+const CLI::App *verb_named(const CLI::App &app, const std::string &name) {
+  for (const CLI::App *verb : verbs_of(app))
+    if (verb->get_name() == name) return verb;
+  throw misuse(app, unknown_verb(app, name));
+}
+
+/// help_on returns what the verb "help" shows: the help of the verb behind it, or that of the program.
+std::string help_on(const CLI::App &app, const CLI::App &help) {
+  const CLI::Option *which = help.get_option("VERB");
+  if (which->count() > 0) return verb_named(app, which->as<std::string>())->help(app.get_name());
+  return app.get_formatter()->make_help(&app, app.get_name(), CLI::AppFormatMode::Normal);
+}
+
+}  // namespace
+
+Misuse misuse(const CLI::App &app, const std::string &reason) {
+  const std::vector<CLI::App *> chosen = app.get_subcommands();
+  const bool is_verb = !chosen.empty() && chosen.front()->get_name() != help_verb;
+  const std::string verb = is_verb ? " " + chosen.front()->get_name() : "";
+  return Misuse(reason + "; see \"" + app.get_name() + verb + " --help\"");
+}
+
+void declare_program(CLI::App &app) {
+  app.set_help_flag("-h,--help", "show this help");
+  app.set_version_flag("--version", app.get_name() + " " RDM_VERSION, "show the version");
+}
+
+void declare_verbs(CLI::App &app) {
+  const std::string &name = app.get_name();
+  CLI::App *help = app.add_subcommand(help_verb, "show the help of a verb");
+  help->group("Verbs");
+  help->add_option("VERB", "the verb")->type_name("");
+  app.require_subcommand(0, 1);
+  app.footer("\"" + name + " help VERB\" says more about a verb, " + name + "(8) about them all.");
+}
+
+bool parse(CLI::App &app, int argc, char **argv, std::ostream &out) {
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError &error) {
+    if (error.get_exit_code() != 0) throw misuse(app, reason_of(app, error));
+    std::ostringstream help;
+    app.exit(error, help, help);
+    out << help.str();
+    return false;
+  }
+  if (verbs_of(app).empty()) return true;
+  if (app.get_subcommands().empty()) throw misuse(app, "a verb is required: " + one_of(app));
+  if (!app.got_subcommand(help_verb)) return true;
+  out << help_on(app, *app.get_subcommand(help_verb));
+  return false;
+}
+
+}  // namespace cli

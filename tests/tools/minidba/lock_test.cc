@@ -1,0 +1,115 @@
+/// A second writer of a catalog waits for the first, and says for whom it waits.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "catalog_files.h"
+#include "hosts/rdmd/rdmd_process.h"
+#include "qxapi/guard.h"
+#include "tools/minidba/files.h"
+#include "tools/minidba/lock.h"
+
+namespace {
+
+using support::Finished;
+using testing::MatchesRegex;
+
+const std::string described = rd("http://localhost/1", {{"title", "One"}});
+
+/// FirstWriter is a minidba that holds the lock, because it reads a pipe into which nothing has been written yet.
+class FirstWriter {
+ public:
+  explicit FirstWriter(const CatalogFiles &catalog) : pipe_(catalog.path(".pipe")) {
+    ::mkfifo(pipe_.c_str(), 0600);
+    process_ = support::start(catalog.command({"update"}), pipe_, catalog.path(".out1"), catalog.path(".err1"));
+    writer_ = minidba::open_file(pipe_, O_WRONLY);
+  }
+  FirstWriter(const FirstWriter &) = delete;
+  FirstWriter &operator=(const FirstWriter &) = delete;
+  ~FirstWriter() { finish(); }
+
+  std::string process() const { return std::to_string(process_); }
+  void finish() {
+    if (!writer_) return;
+    writer_ = file_guard();
+    support::wait_for(process_);
+  }
+
+ private:
+  std::string pipe_;
+  pid_t process_;
+  file_guard writer_;
+};
+
+class Locking : public testing::Test {
+ protected:
+  /// await_lock returns when another process holds the catalog's lock.
+  void await_lock() const {
+    EXPECT_TRUE(support::eventually([&] {
+      const file_guard file = minidba::open_file(lock_, O_RDONLY);
+      return file && ::flock(file.get(), LOCK_EX | LOCK_NB) != 0;
+    }));
+  }
+
+  CatalogFiles catalog_;
+  const std::string lock_ = minidba::Lock::path_for(catalog_.path());
+};
+
+TEST_F(Locking, ASecondWriterThatMayNotWaitSaysWhoHoldsTheLock) {
+  const FirstWriter first(catalog_);
+  await_lock();
+  const Finished finished = catalog_.run({"update", "--wait", "0"}, described);
+  EXPECT_EQ(finished.status, 2);
+  EXPECT_EQ(finished.out, "");
+  EXPECT_EQ(finished.errors, "minidba: cannot lock " + lock_ + ": process " + first.process() +
+                                 " (minidba) still holds it after 0 seconds\n");
+}
+
+TEST_F(Locking, ASecondWriterGivesUpWhenItsTimeIsOver) {
+  const FirstWriter first(catalog_);
+  await_lock();
+  const std::string holder = "process " + first.process() + " (minidba)";
+  const Finished finished = catalog_.run({"update", "--wait", "0.3"}, described);
+  EXPECT_EQ(finished.status, 2);
+  EXPECT_EQ(finished.errors, "minidba: waiting for " + holder + ", which holds " + lock_ + "\nminidba: cannot lock " +
+                                 lock_ + ": " + holder + " still holds it after 0.3 seconds\n");
+}
+
+TEST_F(Locking, ASecondWriterWaitsForeverByDefaultAndGoesOnThen) {
+  FirstWriter first(catalog_);
+  await_lock();
+  support::write_file(catalog_.path(".in2"), described);
+  support::write_file(catalog_.path(".err2"), "");
+  const std::string errors = catalog_.path(".err2"), out = catalog_.path(".out2");
+  const pid_t second = support::start(catalog_.command({"update"}), catalog_.path(".in2"), out, errors);
+  const std::string waits =
+      "minidba: waiting for process " + first.process() + " (minidba), which holds " + lock_ + "\n";
+  EXPECT_TRUE(support::eventually([&] { return support::read_file(errors) == waits; }));
+  first.finish();
+  EXPECT_EQ(support::wait_for(second), 0);
+  EXPECT_EQ(support::read_file(out), "1\n");
+  EXPECT_EQ(support::read_file(errors), waits + "minidba: 1 new, 0 changed, 0 unchanged, 0 rejected\n");
+}
+
+// The lock may belong to a child of the process that took it: flock(1) starts a command and may end before it.
+TEST_F(Locking, AHolderThatCannotBeNamedIsAnotherProcess) {
+  catalog_.update(described);
+  const file_guard file = minidba::open_file(lock_, O_RDWR);
+  const pid_t child = ::fork();
+  if (child == 0) ::_exit(::flock(file.get(), LOCK_EX));
+  ASSERT_EQ(support::wait_for(child), 0);
+  const Finished finished = catalog_.run({"expire", "--wait", "0"});
+  EXPECT_EQ(finished.errors, "minidba: cannot lock " + lock_ + ": another process still holds it after 0 seconds\n");
+}
+
+TEST_F(Locking, QuietWaitsWithoutAWord) {
+  const FirstWriter first(catalog_);
+  await_lock();
+  const Finished finished = catalog_.run({"update", "--quiet", "--wait", "0.1"}, described);
+  EXPECT_THAT(finished.errors, MatchesRegex("minidba: cannot lock [^\n]*\n"));
+}
+
+}  // namespace
