@@ -67,6 +67,53 @@ host_text copy_unescaped(std::string_view text) {
   return copy;
 }
 
+/// A chain of up to so many pairs is searched as fast as an index.
+constexpr size_t few_pairs = 8;
+
+indexed_pair *as_indexed(host_param *pair) { return reinterpret_cast<indexed_pair *>(pair); }
+
+bool is_indexed(const pblock &b) { return b.index.size != 0; }
+
+bool has_renamed_pair(const pblock &b) { return is_indexed(b) && b.lent != nullptr && b.index.is_stale(*b.lent); }
+
+/// search returns the first pair of a name, or null.
+host_param *search(const char *name, const pblock &b) {
+  if (is_indexed(b) && !has_renamed_pair(b)) {
+    indexed_pair *found = b.index.find(name);
+    return found != nullptr ? &found->pair : nullptr;
+  }
+  host_param *pair = b.first;
+  while (pair != nullptr && std::strcmp(pair->name, name) != 0) pair = pair->next;
+  return pair;
+}
+
+/// index_all puts every pair into the index, in the order of the chain, unless memory fails for the index as a whole.
+void index_all(pblock &b) {
+  for (host_param *pair = b.first; pair != nullptr; pair = pair->next)
+    if (!b.index.add(as_indexed(pair))) return;
+}
+
+void chain(pblock &b, indexed_pair *added) {
+  added->link = b.last;
+  *b.last = &added->pair;
+  b.last = &added->pair.next;
+  ++b.count;
+  if (is_indexed(b))
+    b.index.add(added);
+  else if (b.count > few_pairs)
+    index_all(b);
+}
+
+/// unchain removes the first pair of its name.
+void unchain(pblock &b, indexed_pair *removed) {
+  if (is_indexed(b)) b.index.take(removed->name());
+  if (b.lent == removed) b.lent = nullptr;
+  host_param *const next = std::exchange(removed->pair.next, nullptr);
+  *removed->link = next;
+  (next != nullptr ? as_indexed(next)->link : b.last) = removed->link;
+  --b.count;
+}
+
 }  // namespace
 
 pblock *param_create(int /*slots*/) {
@@ -82,35 +129,37 @@ void param_free(pblock *b) {
     param_free_entry(entry);
     entry = next;
   }
+  b->index.release();
   host_free(b);
 }
 
 char *param_find(const char *name, const pblock *b) {
-  for (const host_param *entry = b->first; entry != nullptr; entry = entry->next)
-    if (std::strcmp(entry->name, name) == 0) return entry->value;
-  return nullptr;
+  const host_param *found = search(name, *b);
+  return found != nullptr ? found->value : nullptr;
 }
 
 host_param *param_find_entry(const char *name, pblock *b, int remove) {
-  host_param **link = &b->first;
-  while (*link != nullptr && std::strcmp((*link)->name, name) != 0) link = &(*link)->next;
-  host_param *entry = *link;
-  if (entry == nullptr || remove == 0) return entry;
-  *link = entry->next;
-  if (b->last == &entry->next) b->last = link;
-  entry->next = nullptr;
-  return entry;
+  if (has_renamed_pair(*b)) {
+    b->index.clear();
+    index_all(*b);
+  }
+  host_param *found = search(name, *b);
+  if (found == nullptr) return nullptr;
+  if (remove != 0)
+    unchain(*b, as_indexed(found));
+  else
+    b->lent = as_indexed(found);
+  return found;
 }
 
 int param_add(const char *name, const char *value, pblock *b) {
-  param_ptr entry(host_new<host_param>().release());
-  if (!entry) return -1;
-  entry->name = host_strdup(name);
-  entry->value = host_strdup(value);
-  if (entry->name == nullptr || entry->value == nullptr) return -1;
-  host_param *const added = entry.release();
-  *b->last = added;
-  b->last = &added->next;
+  host_ptr<indexed_pair> added = host_new<indexed_pair>();
+  host_text name_copy(added ? host_strdup(name) : nullptr);
+  host_text value_copy(name_copy ? host_strdup(value) : nullptr);
+  if (!value_copy) return -1;
+  added->pair.name = name_copy.release();
+  added->pair.value = value_copy.release();
+  chain(*b, added.release());
   return 0;
 }
 

@@ -4,11 +4,25 @@
 
 #include <qxapi/qxapi.h>
 
-/// Pairs are chained in the order they were added, which is the order in which equal names are found. Blocks hold a
-/// dozen pairs, so a chain is searched as fast as a table.
+#include "qxapi/name_index.h"
+
+/// A pair as blocks keep it. What callers hold is its first member.
+struct indexed_pair {
+  host_param pair;
+  host_param **link;  // the `first` of the block, or the `next` of the pair before it
+  NameLink<indexed_pair> in_index;
+  std::string_view name() const noexcept { return pair.name; }
+};
+
+/// Pairs are chained in the order they were added, which is the order in which equal names are found. Past a few of
+/// them there is an index beside the chain. Hosts may walk the chain; only host_param_add and host_param_find_entry
+/// change it.
 struct pblock {
   host_param *first;
   host_param **last;
+  size_t count;
+  NameIndex<indexed_pair> index;
+  indexed_pair *lent;  // the last one that host_param_find_entry left in the block: its holder may rename it
 };
 
 /// A reader and its `size` bytes of buffer, in one block: the bytes from `position` to `filled` are not yet given out.

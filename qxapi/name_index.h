@@ -1,0 +1,107 @@
+/// An index by name beside a chain or a tree that is too long to be searched entry by entry.
+#ifndef QXAPI_NAME_INDEX_H
+#define QXAPI_NAME_INDEX_H
+
+#include <algorithm>
+#include <cstdint>
+#include <string_view>
+
+#include "qxapi/guard.h"
+#include "qxapi/sip_hash.h"
+
+/// NameLink is the part of an entry that belongs to the index.
+template <typename Entry>
+struct NameLink {
+  Entry *next;    // of the same bucket
+  uint64_t hash;  // of the name
+};
+
+/// NameIndex is a hash table with chained buckets. It grows with its entries, which it does not own: an entry has a
+/// member `in_index` of type NameLink and a procedure `name()`. Entries of equal names stay in the order in which they
+/// were added. It is a plain record, empty when it is zeroed, and its owner calls release.
+template <typename Entry>
+struct NameIndex {
+  struct Bucket {
+    Entry *first;
+    Entry *last;
+  };
+  Bucket *buckets;
+  size_t size;  // buckets, a power of two, or 0
+  size_t count;
+
+  void release() noexcept { host_free(buckets); }
+
+  /// add puts an entry behind the others of its name. False, and the entry is not taken, when there is no memory for
+  /// the first buckets; without memory for more of them they only fill up.
+  bool add(Entry *entry) noexcept {
+    if (count >= size && !grow() && size == 0) return false;
+    entry->in_index.hash = hash_of(entry->name());
+    append(bucket_of(entry->in_index.hash), entry);
+    ++count;
+    return true;
+  }
+
+  /// find returns the first entry of a name, or null.
+  Entry *find(std::string_view name) const noexcept {
+    if (size == 0) return nullptr;
+    const uint64_t hash = hash_of(name);
+    Entry *entry = bucket_of(hash).first;
+    while (entry != nullptr && !is_named(*entry, hash, name)) entry = entry->in_index.next;
+    return entry;
+  }
+
+  /// take removes the first entry of a name and returns it, or null.
+  Entry *take(std::string_view name) noexcept {
+    if (size == 0) return nullptr;
+    const uint64_t hash = hash_of(name);
+    Bucket &bucket = bucket_of(hash);
+    Entry *before = nullptr, *entry = bucket.first;
+    for (; entry != nullptr && !is_named(*entry, hash, name); entry = entry->in_index.next) before = entry;
+    if (entry == nullptr) return nullptr;
+    (before != nullptr ? before->in_index.next : bucket.first) = entry->in_index.next;
+    if (bucket.last == entry) bucket.last = before;
+    --count;
+    return entry;
+  }
+
+  /// clear removes all entries and keeps the buckets.
+  void clear() noexcept {
+    std::fill_n(buckets, size, Bucket{});
+    count = 0;
+  }
+
+  /// is_stale returns whether an entry has got another name since it was added.
+  static bool is_stale(const Entry &entry) noexcept { return entry.in_index.hash != hash_of(entry.name()); }
+
+ private:
+  static uint64_t hash_of(std::string_view name) noexcept { return sip_hash(process_sip_key(), name); }
+
+  static bool is_named(const Entry &entry, uint64_t hash, std::string_view name) noexcept {
+    return entry.in_index.hash == hash && entry.name() == name;
+  }
+
+  Bucket &bucket_of(uint64_t hash) const noexcept { return buckets[hash & (size - 1)]; }
+
+  static void append(Bucket &bucket, Entry *entry) noexcept {
+    entry->in_index.next = nullptr;
+    (bucket.last != nullptr ? bucket.last->in_index.next : bucket.first) = entry;
+    bucket.last = entry;
+  }
+
+  bool grow() noexcept {
+    constexpr size_t first_size = 16;
+    NameIndex larger{nullptr, size == 0 ? first_size : size * 2, count};
+    larger.buckets = host_new<Bucket>(larger.size).release();
+    if (larger.buckets == nullptr) return false;
+    for (size_t i = 0; i < size; ++i)
+      for (Entry *entry = buckets[i].first, *next; entry != nullptr; entry = next) {
+        next = entry->in_index.next;
+        append(larger.bucket_of(entry->in_index.hash), entry);
+      }
+    release();
+    *this = larger;
+    return true;
+  }
+};
+
+#endif
