@@ -39,8 +39,13 @@ void check(const rdmd::RequestHead &head, const rdmd::RequestHead &other) {
                     head.expects_continue == other.expects_continue,
                 "two readings of its framing");
   fuzz::require(head.field("transfer-encoding").empty(), "a body without a length");
-  if (const auto target = rdmd::parse_target(head.target))
-    fuzz::require(target->path == "*" || target->path.front() == '/', "the path of a target");
+  fuzz::require(head.fields.size() <= rdmd::field_limit, "the number of fields");
+  const std::string_view host = head.field("host");
+  fuzz::require(host.find_first_of(" \t/?#@\\\"") == std::string_view::npos, "the host of a request");
+  const auto target = rdmd::parse_target(head.target);
+  if (!target) return;
+  fuzz::require(head.target.find('#') == std::string::npos, "a target with a fragment");
+  fuzz::require(target->path == "*" || target->path.front() == '/', "the path of a target");
 }
 
 }  // namespace

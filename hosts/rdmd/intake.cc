@@ -35,12 +35,14 @@ std::optional<std::string> decode(std::string_view text) {
   return result;
 }
 
-/// without_authority removes "http://host" from the front of a target.
-std::string_view without_authority(std::string_view target) {
+/// without_authority removes "http://host" from the front of a target; nothing when the host is malformed.
+std::optional<std::string_view> without_authority(std::string_view target) {
   for (const std::string_view scheme : {"http://", "https://"}) {
     if (!ascii::istarts_with(target, scheme)) continue;
     target.remove_prefix(scheme.size());
-    target.remove_prefix(std::min(target.find_first_of("/?"), target.size()));
+    const std::size_t end = std::min(target.find_first_of("/?"), target.size());
+    if (!is_authority(target.substr(0, end))) return std::nullopt;
+    target.remove_prefix(end);
     return target.empty() ? "/" : target;
   }
   return target;
@@ -54,14 +56,16 @@ std::string announced_length(std::uint64_t length) {
 
 std::optional<Target> parse_target(std::string_view target) {
   if (target == "*") return Target{"*", std::nullopt};
-  const std::string_view local = without_authority(target);
-  const auto mark = local.find('?');
-  std::optional<std::string> path = decode(local.substr(0, mark));
+  const std::optional<std::string_view> local = without_authority(target);
+  // A fragment is the client's own affair: one that is sent is part of no target.
+  if (!local || local->find('#') != std::string_view::npos) return std::nullopt;
+  const auto mark = local->find('?');
+  std::optional<std::string> path = decode(local->substr(0, mark));
   // An absolute target may go from the host straight to the query.
-  if (path && path->empty() && local.size() != target.size()) path = "/";
+  if (path && path->empty() && local->size() != target.size()) path = "/";
   if (!path || path->empty() || path->front() != '/') return std::nullopt;
   Target result{std::move(*path), std::nullopt};
-  if (mark != std::string_view::npos) result.query = local.substr(mark + 1);
+  if (mark != std::string_view::npos) result.query = local->substr(mark + 1);
   return result;
 }
 

@@ -19,7 +19,8 @@ struct Target {
 };
 
 /// parse_target takes a target apart: a path with an optional query, the same behind "http://host" or "https://host",
-/// or "*". Nothing for any other form, for an escape without two hexadecimal digits and for an encoded NUL.
+/// or "*". Nothing for any other form, for a malformed host, for a fragment ("#"), for an escape without two
+/// hexadecimal digits and for an encoded NUL.
 std::optional<Target> parse_target(std::string_view target);
 
 /// is_service_path tells whether a path is the plug-in's: it begins with "/rdm/", in any letter case.

@@ -18,6 +18,7 @@ constexpr Refusal not_http{400, "This is not an HTTP/1 request.\n"};
 constexpr Refusal malformed{400, "The request head is malformed.\n"};
 constexpr Refusal target_too_long{414, "The request target is too long.\n"};
 constexpr Refusal head_too_long{431, "The request head is too long.\n"};
+constexpr Refusal too_many_fields{431, "The request head has too many fields.\n"};
 
 /// The longest method there is a reason to wait for.
 constexpr std::size_t method_limit = 32;
@@ -39,13 +40,21 @@ bool is_request_line(std::string_view line) {
   return version == "HTTP/1.1" || version == "HTTP/1.0";
 }
 
-void add_field(std::vector<hosts::Field> &fields, std::string name, std::string_view value) {
-  const auto found =
-      std::find_if(fields.begin(), fields.end(), [&](const hosts::Field &field) { return field.name == name; });
-  if (found == fields.end())
-    fields.push_back({std::move(name), std::string(value)});
-  else
-    found->value.append(", ").append(value);
+/// join_repeated appends the values of repeated fields to the first of the name and removes the others.
+void join_repeated(std::vector<hosts::Field> &fields) {
+  std::vector<hosts::Field *> by_name;
+  for (hosts::Field &field : fields) by_name.push_back(&field);
+  std::stable_sort(by_name.begin(), by_name.end(), [](const auto *a, const auto *b) { return a->name < b->name; });
+  hosts::Field *first = nullptr;
+  for (hosts::Field *field : by_name) {
+    if (first == nullptr || first->name != field->name) {
+      first = field;
+      continue;
+    }
+    first->value.append(", ").append(field->value);
+    field->name.clear();
+  }
+  std::erase_if(fields, [](const hosts::Field &field) { return field.name.empty(); });
 }
 
 RequestHead convert(const Parser &parser) {
@@ -54,7 +63,9 @@ RequestHead convert(const Parser &parser) {
   head.method = view(message.method_string());
   head.target = view(message.target());
   head.http11 = message.version() == 11;
-  for (const auto &field : message) add_field(head.fields, lower(view(field.name_string())), view(field.value()));
+  for (const auto &field : message)
+    head.fields.push_back({lower(view(field.name_string())), std::string(view(field.value()))});
+  join_repeated(head.fields);
   if (const auto length = parser.content_length()) head.length = *length;
   head.keep_alive = parser.keep_alive();
   return head;
@@ -69,6 +80,9 @@ std::optional<Refusal> check_framing(const Parser &parser, const RequestHead &he
   if (encoded) return Refusal{411, "A Content-Length is required; Transfer-Encoding is not accepted.\n"};
   if (head.http11 && count_hosts(parser) == 0) return Refusal{400, "An HTTP/1.1 request requires a Host field.\n"};
   if (count_hosts(parser) > 1) return Refusal{400, "A request has one Host field.\n"};
+  // A target without an authority comes with an empty Host.
+  const std::string_view host = head.field("host");
+  if (!host.empty() && !is_authority(host)) return Refusal{400, "The Host field is malformed.\n"};
   return std::nullopt;
 }
 
@@ -108,7 +122,40 @@ HeadResult parse(std::string_view text) {
   return head;
 }
 
+bool is_host_char(char c) {
+  return ascii::is_alpha(c) || ascii::is_digit(c) ||
+         std::string_view("-._~!$&'()*+,;=").find(c) != std::string_view::npos;
+}
+
+bool is_hex_digit(char c) {
+  return ascii::is_digit(c) || std::string_view("abcdef").find(ascii::lower(c)) != std::string_view::npos;
+}
+
+/// host_end returns where the host at the front of `text` ends, 0 when there is none.
+std::size_t host_end(std::string_view text) {
+  std::size_t at = 0;
+  if (text.starts_with('[')) {
+    const auto close = text.find(']');
+    const std::string_view address = text.substr(1, close == std::string_view::npos ? close : close - 1);
+    const bool valid = std::all_of(address.begin(), address.end(), [](char c) { return c == ':' || is_host_char(c); });
+    return valid && !address.empty() && close != std::string_view::npos ? close + 1 : 0;
+  }
+  for (; at < text.size(); ++at) {
+    if (is_host_char(text[at])) continue;
+    if (text[at] != '%' || at + 2 >= text.size() || !is_hex_digit(text[at + 1]) || !is_hex_digit(text[at + 2])) break;
+    at += 2;
+  }
+  return at;
+}
+
 }  // namespace
+
+bool is_authority(std::string_view text) {
+  const std::size_t end = host_end(text);
+  const std::string_view port = text.substr(end);
+  return end > 0 &&
+         (port.empty() || (port.front() == ':' && std::all_of(port.begin() + 1, port.end(), ascii::is_digit)));
+}
 
 std::string_view RequestHead::field(std::string_view name) const {
   for (const hosts::Field &field : fields)
@@ -137,6 +184,8 @@ std::optional<Refusal> HeadReader::scan(std::string_view text) {
       if (!is_request_line(line)) return not_http;
     } else if (text[scanned_ - 2] == '\n') {
       head_size_ = scanned_ + 1;
+    } else if (++fields_ > field_limit) {
+      return too_many_fields;
     }
   }
   if (line_end_ == 0) return check_unfinished_line(text);

@@ -34,6 +34,13 @@ struct Refusal {
   std::string_view text;
 };
 
+/// is_authority returns whether a text is a host, which is not empty, with an optional port: what a Host field says and
+/// what stands behind "http://".
+bool is_authority(std::string_view text);
+
+/// The most fields that a request head may have, repeated ones included.
+inline constexpr std::size_t field_limit = 200;
+
 struct NeedMore {};
 using HeadResult = std::variant<NeedMore, RequestHead, Refusal>;
 
@@ -59,6 +66,7 @@ class HeadReader {
   std::size_t scanned_ = 0;    // bytes looked at, none of which ends the head
   std::size_t line_end_ = 0;   // length of the request line, once it is complete
   std::size_t head_size_ = 0;  // length of the head with its empty line, once it is complete
+  std::size_t fields_ = 0;     // complete lines of fields
 };
 
 }  // namespace rdmd

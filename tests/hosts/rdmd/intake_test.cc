@@ -35,6 +35,7 @@ TEST_F(Intake, TakesTargetsApart) {
       {"HTTPS://host/rdm/x", "/rdm/x", std::nullopt},
       {"http://host", "/", std::nullopt},
       {"http://host?q", "/", "q"},
+      {"http://[::1]:8380/rdm/x", "/rdm/x", std::nullopt},
       {"*", "*", std::nullopt},
   };
   for (const auto &row : cases) {
@@ -46,8 +47,31 @@ TEST_F(Intake, TakesTargetsApart) {
 }
 
 TEST_F(Intake, RefusesMalformedTargets) {
-  for (const char *target : {"", "rdm/x", "host:443", "?q", "/%", "/%4", "/%4g", "/%g4", "/%00", "/a%00b", "/%-1",
-                             "ftp://host/rdm/x", "http:/rdm/x"})
+  for (const char *target : {"",
+                             "rdm/x",
+                             "host:443",
+                             "?q",
+                             "/%",
+                             "/%4",
+                             "/%4g",
+                             "/%g4",
+                             "/%00",
+                             "/a%00b",
+                             "/%-1",
+                             "ftp://host/rdm/x",
+                             "http:/rdm/x",
+                             "http:///x",
+                             "http://",
+                             "https://?q",
+                             "http://:80/x",
+                             "http://a@b/x",
+                             "http://h:p/x",
+                             "http://a b/x",
+                             "/x#y",
+                             "/x?q#y",
+                             "/#",
+                             "#",
+                             "http://h#x"})
     EXPECT_FALSE(parse_target(target)) << target;
 }
 
