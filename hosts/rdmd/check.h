@@ -1,8 +1,7 @@
 /// Checks a service configuration and everything that it names, without the plug-in and without changing anything.
 ///
 /// The service itself starts with many a mistake in its configuration and reports it only when a request meets it; here
-/// each is found beforehand, with its file and line. Nothing but the standard library is needed, so that other programs
-/// can use it as well.
+/// each is found beforehand, with its file and line.
 #ifndef HOSTS_RDMD_CHECK_H
 #define HOSTS_RDMD_CHECK_H
 

@@ -1,11 +1,13 @@
 #include "hosts/rdmd/check_csid.h"
 
 #include <algorithm>
+#include <set>
 #include <utility>
 
 #include "cli/similar.h"
+#include "hosts/rdmd/check_alias.h"
+#include "hosts/rdmd/check_catalog.h"
 #include "hosts/rdmd/check_description.h"
-#include "hosts/rdmd/check_files.h"
 #include "qxapi/ascii.h"
 
 namespace check {
@@ -72,10 +74,12 @@ void check_database(const CatalogService &service, Report &report) {
     report.error(database->line,
                  "the path " + quote(database->value) +
                      " has a character that the shell understands: " + quote(std::string_view(&*bad, 1)));
-  Report file = report.on(database->value);
-  check_hash_file(file);
-  Report index = report.on(database->value + ".idx");
-  check_index(index);
+}
+
+void check_file(const Pair &file, Report &report) {
+  if (file.name == "catalog-database") check_catalog(report);
+  if (file.name == "alias-file") check_alias_file(report);
+  if (file.name.ends_with("-description")) check_description(file.name, report);
 }
 
 }  // namespace
@@ -95,17 +99,14 @@ std::optional<std::vector<CatalogService>> read_services(Report &report) {
 }
 
 void check_services(const std::vector<CatalogService> &services, Report &report) {
+  std::set<std::pair<std::string, std::string>> checked;  // names and files, which several services may share
   for (const CatalogService &service : services) {
     check_database(service, report);
-    if (const Pair *aliases = service.settings.find("alias-file")) {
-      Report file = report.on(aliases->value);
-      check_alias_file(file);
-    }
-    for (const char *name : {"server-description", "schema-description", "taxonomy-description"}) {
-      const Pair *description = service.settings.find(name);
-      if (description == nullptr) continue;
-      Report file = report.on(description->value);
-      check_description(name, file);
+    for (const std::string_view name : known) {
+      const Pair *file = service.settings.find(std::string(name));
+      if (file == nullptr || !checked.emplace(file->name, file->value).second) continue;
+      Report found = report.on(file->value);
+      check_file(*file, found);
     }
   }
 }

@@ -1,0 +1,203 @@
+#include "hosts/rdmd/check_catalog.h"
+
+#include <sys/stat.h>
+#include <zlib.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstdint>
+#include <ctime>
+#include <limits>
+#include <tuple>
+
+#include "dba/guard.h"
+#include "dba/index_format.h"
+
+namespace check {
+namespace {
+
+constexpr std::uint32_t hash_magic = 0x061561;
+constexpr std::size_t key_size = 8;
+
+/// Entry is an entry of the index.
+struct Entry : index_format::Entry {
+  bool found = false;  // its record is in the database
+};
+
+using Entries = std::vector<Entry>;
+
+/// Comparison counts what becomes of the entries of an index when they are compared with the records of a database.
+struct Comparison {
+  std::size_t same = 0;        // size and checksum fit
+  std::size_t changed = 0;     // they do not, and the record has changed since
+  std::size_t contrary = 0;    // they do not, although the record has not changed since
+  std::size_t missing = 0;     // there is no record
+  std::size_t unlisted = 0;    // records without an entry
+  std::size_t unreadable = 0;  // buckets of the database
+  std::size_t records() const { return same + changed + contrary + unlisted; }
+};
+
+void check_order(const Entries &entries, Report &report) {
+  const auto later = [](const Entry &a, const Entry &b) { return a.time > b.time; };
+  const auto place = std::adjacent_find(entries.begin(), entries.end(), later);
+  if (place != entries.end())
+    report.error(0, "entry " + std::to_string(place - entries.begin() + 2) + " is earlier than the one before it");
+}
+
+/// read_index returns the entries in the order of their numbers. Nothing, after an error, if the file is no index.
+std::optional<Entries> read_index(Report &report) {
+  const auto bytes = read_bytes(report);
+  if (!bytes) return std::nullopt;
+  if (!index_format::has_magic(*bytes)) {
+    report.error(0, "is not an index of a catalog database");
+    return std::nullopt;
+  }
+  const std::uint32_t count = index_format::entry_count(*bytes);
+  if (const std::uint64_t expected = index_format::file_size(count); bytes->size() != expected) {
+    report.error(0, "has " + std::to_string(bytes->size()) + " bytes where " + std::to_string(count) +
+                        " entries take " + std::to_string(expected));
+    return std::nullopt;
+  }
+  Entries entries(count);
+  for (std::size_t i = 0; i < count; ++i) entries[i] = {index_format::entry_at(*bytes, i), false};
+  check_order(entries, report);
+  std::sort(entries.begin(), entries.end(), [](const Entry &a, const Entry &b) { return a.number < b.number; });
+  return entries;
+}
+
+database_ptr open_database(Report &report) {
+  const auto bytes = read_bytes(report, sizeof hash_magic);
+  if (!bytes) return nullptr;
+  if (bytes->size() < sizeof hash_magic || index_format::word_at(*bytes, 0) != hash_magic) {
+    report.error(0, "is not a catalog database");
+    return nullptr;
+  }
+  database_ptr database(dba_open(report.file().c_str(), "r"));
+  if (!database) report.error(0, "is damaged: its header and its size contradict each other");
+  return database;
+}
+
+std::optional<std::uint32_t> number_of(std::string_view key) {
+  std::uint32_t number = 0;
+  const auto [end, error] = std::from_chars(key.data(), key.data() + key.size(), number, 16);
+  if (key.size() != key_size || error != std::errc() || end != key.data() + key.size()) return std::nullopt;
+  return number;
+}
+
+/// change_time returns when a record last changed, as its "rd-last-changed" says; 0 when it does not.
+std::time_t change_time(std::string_view record) {
+  constexpr std::string_view attribute = "\nrd-last-changed{", end_of_head = "}:\t";
+  const std::size_t start = record.rfind(attribute);
+  const std::size_t value = start == record.npos ? start : record.find(end_of_head, start);
+  if (value == record.npos) return 0;
+  const std::string text(record.substr(value + end_of_head.size(), 64));
+  struct tm fields {};
+  return ::strptime(text.c_str(), "%a, %d %b %Y %H:%M:%S GMT", &fields) != nullptr ? ::timegm(&fields) : 0;
+}
+
+void compare_record(std::string_view key, std::string_view record, Entries &entries, Comparison &result) {
+  const auto number = number_of(key);
+  if (!number) return;
+  const auto before = [](const Entry &entry, std::uint32_t wanted) { return entry.number < wanted; };
+  const auto entry = std::lower_bound(entries.begin(), entries.end(), *number, before);
+  if (entry == entries.end() || entry->number != *number) {
+    ++result.unlisted;
+    return;
+  }
+  entry->found = true;
+  const auto *bytes = reinterpret_cast<const unsigned char *>(record.data());
+  if (entry->size == record.size() && entry->checksum == ::crc32_z(0, bytes, record.size()))
+    ++result.same;
+  else if (change_time(record) > entry->time)
+    ++result.changed;
+  else
+    ++result.contrary;
+}
+
+Comparison compare(DB *database, Entries &entries) {
+  Comparison result;
+  DBT key{}, value{};
+  for (int step = dba_first(database, &key, &value); step != 1; step = dba_next(database, &key, &value)) {
+    if (step < 0)
+      ++result.unreadable;
+    else
+      compare_record({static_cast<const char *>(key.data), key.size},
+                     {static_cast<const char *>(value.data), value.size}, entries, result);
+  }
+  const auto has_record = [](const Entry &entry) { return entry.found; };
+  result.missing = entries.size() - static_cast<std::size_t>(std::count_if(entries.begin(), entries.end(), has_record));
+  return result;
+}
+
+/// is_later returns true if one file was written after another.
+bool is_later(const std::string &path, const std::string &other) {
+  struct stat one {
+  }, two{};
+  ::stat(path.c_str(), &one);
+  ::stat(other.c_str(), &two);
+  return std::tie(one.st_mtim.tv_sec, one.st_mtim.tv_nsec) > std::tie(two.st_mtim.tv_sec, two.st_mtim.tv_nsec);
+}
+
+/// contradicts returns true if an index cannot be an older state of its database. Records that are gone or have changed
+/// speak for that only where the index was written last; but where no entry at all fits a record that is there, nothing
+/// speaks for the index.
+bool contradicts(const Comparison &found, bool index_is_later) {
+  if (found.contrary > 0) return true;
+  if (found.same > 0) return index_is_later && found.missing > 0;
+  if (found.changed > 0) return index_is_later;
+  return found.missing > 0 && (index_is_later || found.records() > 0);
+}
+
+std::string counted(std::size_t count, const char *one, const char *several) {
+  return std::to_string(count) + (count == 1 ? one : several);
+}
+
+std::string joined(const std::vector<std::string> &parts) {
+  std::string text;
+  for (const std::string &part : parts)
+    if (!part.empty()) text += (text.empty() ? "" : ", ") + part;
+  return text;
+}
+
+void report_contradiction(const Comparison &found, std::size_t entries, Report &index) {
+  const std::size_t different = found.changed + found.contrary;
+  index.error(
+      0, "is not the index of this database, or records are damaged: of " + counted(entries, " entry, ", " entries, ") +
+             joined({different > 0 ? counted(different, " has", " have") + " another size or checksum than the record"
+                                   : "",
+                     found.missing > 0 ? counted(found.missing, " has", " have") + " no record" : ""}) +
+             "; see minidba verify");
+}
+
+void report_age(const Comparison &found, Report &index) {
+  index.warning(
+      0, "is older than its database: " +
+             joined({found.unlisted > 0 ? counted(found.unlisted, " record is", " records are") + " not in it" : "",
+                     found.changed > 0 ? counted(found.changed, " has", " have") + " changed since" : "",
+                     found.missing > 0 ? counted(found.missing, " is", " are") + " gone" : ""}) +
+             "; make it again with minidba index");
+}
+
+void compare(DB *database, Entries &entries, Report &report, Report &index) {
+  const Comparison found = compare(database, entries);
+  if (found.unreadable > 0) {
+    report.error(
+        0, "is damaged: " + counted(found.unreadable, " bucket", " buckets") + " cannot be read; see minidba verify");
+  } else if (contradicts(found, is_later(index.file(), report.file()))) {
+    report_contradiction(found, entries.size(), index);
+  } else if (found.unlisted + found.changed + found.missing > 0) {
+    report_age(found, index);
+  }
+}
+
+}  // namespace
+
+void check_catalog(Report &report) {
+  Report index = report.on(report.file() + ".idx");
+  // The index comes first: a catalog that changes meanwhile then looks like one whose index is older.
+  std::optional<Entries> entries = read_index(index);
+  const database_ptr database = open_database(report);
+  if (entries && database) compare(database.get(), *entries, report, index);
+}
+
+}  // namespace check
