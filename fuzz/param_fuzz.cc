@@ -1,9 +1,34 @@
-/// Any text as a configuration file of name="value" pairs.
+/// Any text as a configuration file of name="value" pairs, each of which is then found and removed.
 
 #include <vector>
 
 #include "fuzz/fuzz.h"
 #include "qxapi/guard.h"
+#include "qxapi/records.h"
+
+namespace {
+
+/// first_of returns the first pair of a name in the order in which pairs were added.
+const host_param *first_of(const pblock &block, const std::string &name) {
+  const host_param *pair = block.first;
+  while (pair != nullptr && pair->name != name) pair = pair->next;
+  return pair;
+}
+
+/// remove_pairs removes pairs by the names at the front and a little behind it, by turns.
+void remove_pairs(pblock &block) {
+  for (size_t turn = 0; block.first != nullptr; ++turn) {
+    const host_param *chosen = block.first;
+    for (size_t i = 0; chosen->next != nullptr && i < turn % 7; ++i) chosen = chosen->next;
+    const std::string name = chosen->name;
+    const host_param *expected = first_of(block, name);
+    fuzz::require(host_param_find(name.c_str(), &block) == expected->value, "the first value of a name");
+    const param_ptr removed(host_param_find_entry(name.c_str(), &block, 1));
+    fuzz::require(removed.get() == expected, "the first pair of a name");
+  }
+}
+
+}  // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   std::string_view input = fuzz::text(data, size);
@@ -18,5 +43,6 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const int pairs = last < 0 ? 0 : host_param_parse(line.data(), block.get());
     fuzz::require(pairs >= 0 && pairs < limit, "the number of pairs");
   }
+  remove_pairs(*block);
   return 0;
 }

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "libcs/guard.h"
+#include "libcs/places.h"
 #include "libcs/trail.h"
 #include "qxapi/ascii.h"
 #include "qxapi/fatal.h"
@@ -49,18 +50,16 @@ bool classification_add_child(Classification *parent, Classification *child) {
   return true;
 }
 
-/// insert returns whether the node now belongs to the tree.
-bool insert(Taxonomy *t, Classification *node, const char *parent_id) {
-  const bool at_top = parent_id == nullptr || std::strcmp(parent_id, root_id) == 0;
-  Classification *parent = taxonomy_find(t, at_top ? root_id : parent_id);
-  node->parent = nullptr;
-  if ((at_top || parent != nullptr) && classification_add_child(parent, node)) {
-    // A class at the top level does not point back at the root.
-    if (!at_top) node->parent = parent;
-    return true;
-  }
-  CSLOG(CSLOG_ERROR, "tax", "Cannot insert '%s' into parent '%s'\n", shown(node->id), shown(parent_id));
-  return false;
+/// is_root returns whether a parent's id, null included, means the root.
+bool is_root(const char *parent_id) { return parent_id == nullptr || std::strcmp(parent_id, root_id) == 0; }
+
+/// link_back sets the parent of a child, except that a class at the top level does not point back at the root.
+void link_back(Classification *child, Classification *parent, const char *parent_id) {
+  child->parent = is_root(parent_id) ? nullptr : parent;
+}
+
+void report_insertion(const char *id, const char *parent_id) {
+  CSLOG(CSLOG_ERROR, "tax", "Cannot insert '%s' into parent '%s'\n", shown(id), shown(parent_id));
 }
 
 taxonomy_ptr make_taxonomy() {
@@ -101,8 +100,16 @@ node_ptr make_node(const char *id, const char *description) {
   return complete ? std::move(node) : nullptr;
 }
 
+/// add_class returns whether there is a parent, and memory, for a node. The node then belongs to the tree.
+bool add_class(Places &places, Classification *node, const char *parent_id) {
+  Place *parent = places.find(parent_id);
+  if (parent == nullptr || !places.add(node, parent)) return false;
+  link_back(node, parent->node, parent_id);
+  return true;
+}
+
 /// take_class inserts the class of a CLASSIFICATION object.
-void take_class(Taxonomy &taxonomy, const SOIF *object) {
+void take_class(const Taxonomy &taxonomy, Places &places, const SOIF *object) {
   const char *id = soif_findval(object, "id");
   const char *parent_id = soif_findval(object, "parent-id");
   const char *taxonomy_id = soif_findval(object, "taxonomy-id");
@@ -115,14 +122,14 @@ void take_class(Taxonomy &taxonomy, const SOIF *object) {
     return;
   }
   node_ptr node = make_node(id, soif_findval(object, "description"));
-  if (!node)
-    CSLOG(CSLOG_ERROR, "tax", "Cannot insert '%s' into parent '%s'\n", id, parent_id);
-  else if (insert(&taxonomy, node.get(), parent_id))
+  if (node && add_class(places, node.get(), parent_id))
     static_cast<void>(node.release());
+  else
+    report_insertion(id, parent_id);
 }
 
 /// read_objects reads the file to its end, or to where it cannot be read on.
-void read_objects(Taxonomy &taxonomy, FILE *file) {
+void read_objects(Taxonomy &taxonomy, Places &places, FILE *file) {
   for (soif_reader reader(file);;) {
     const soif_ptr object = reader.next();
     if (!object && (reader.at_end() || std::ferror(file) != 0)) return;
@@ -130,7 +137,7 @@ void read_objects(Taxonomy &taxonomy, FILE *file) {
     if (ascii::iequals(object->template_name, "TAXONOMY"))
       take_taxonomy(taxonomy, object.get());
     else if (ascii::iequals(object->template_name, "CLASSIFICATION"))
-      take_class(taxonomy, object.get());
+      take_class(taxonomy, places, object.get());
   }
 }
 
@@ -144,13 +151,20 @@ Taxonomy *taxonomy_load(const char *path) noexcept {
     return nullptr;
   }
   taxonomy_ptr taxonomy = make_taxonomy();
-  if (taxonomy) read_objects(*taxonomy, file.get());
+  Places places;
+  if (!taxonomy || !places.add_root(taxonomy->root)) return nullptr;
+  read_objects(*taxonomy, places, file.get());
   return taxonomy.release();
 }
 
 int taxonomy_insert(Taxonomy *t, Classification *node, const char *parent_id) noexcept {
+  Classification *parent = taxonomy_find(t, is_root(parent_id) ? root_id : parent_id);
+  node->parent = nullptr;
+  if ((is_root(parent_id) || parent != nullptr) && classification_add_child(parent, node))
+    link_back(node, parent, parent_id);
+  else
+    report_insertion(node->id, parent_id);
   // Callers rely on 0 also where the node has found no place; it is then still theirs.
-  insert(t, node, parent_id);
   return 0;
 }
 

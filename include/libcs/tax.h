@@ -39,7 +39,8 @@ typedef void (*classification_fn)(Classification *node, void *argument);
 /// start. Of several TAXONOMY objects the first with an id counts. A class without id, parent-id or taxonomy-id, of
 /// another taxonomy (ids compared in any letter case), ahead of the TAXONOMY object or ahead of its parent is left out
 /// with a message. Damaged objects and other templates are skipped; what can be read of a file with a read error is
-/// kept. The caller releases the taxonomy with taxonomy_destroy, then its record with host_free.
+/// kept. Parents are found by an index, so that loading takes the time of the file's size; taxonomy_insert and
+/// taxonomy_find walk the tree. The caller releases the taxonomy with taxonomy_destroy, then its record with host_free.
 Taxonomy *taxonomy_load(const char *path) QX_NOEXCEPT;
 
 /// taxonomy_insert makes `node` the last child of the node `parent_id`, null or "ROOT" meaning the root, and hands it

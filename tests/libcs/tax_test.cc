@@ -5,6 +5,8 @@
 #include <pthread.h>
 
 #include <initializer_list>
+#include <map>
+#include <random>
 #include <string>
 #include <utility>
 #include <vector>
@@ -12,6 +14,7 @@
 #include "qxapi/guard.h"
 #include "support/diagnostics.h"
 #include "support/files.h"
+#include "support/growth.h"
 #include "support/memory_host.h"
 
 namespace {
@@ -503,6 +506,103 @@ TEST_F(Tax, DeepTreesDoNotNeedADeepStack) {
   ASSERT_EQ(pthread_create(&thread, &small_stack, use_chain, path.data()), 0);
   EXPECT_EQ(pthread_join(thread, nullptr), 0);
   pthread_attr_destroy(&small_stack);
+}
+
+/// A random file of classes whose ids repeat: of each, its id and that of its parent.
+std::vector<std::pair<std::string, std::string>> random_classes(unsigned seed) {
+  std::mt19937 random(seed);
+  const unsigned ids = 5 + random() % 60, deep = random() % 10;
+  std::vector<std::pair<std::string, std::string>> classes;
+  std::string last = "ROOT";
+  for (int i = 0; i < 150; ++i) {
+    const bool follows = random() % 10 < deep, at_top = random() % 8 == 0;
+    const std::string other = at_top ? "ROOT" : "c" + std::to_string(random() % ids);
+    classes.emplace_back("c" + std::to_string(random() % ids), follows ? last : other);
+    last = classes.back().first;
+  }
+  return classes;
+}
+
+/// shape_of shows every node with its depth, its parent and its number of children.
+std::string shape_of(Taxonomy *taxonomy) {
+  std::string text;
+  const auto show = [](Classification *node, void *out) {
+    const char *parent = node->parent != nullptr ? node->parent->id : "-";
+    static_cast<std::string *>(out)->append(node->id).append(" ").append(
+        std::to_string(taxonomy_depth(nullptr, node)) + " " + parent + " " + std::to_string(node->child_count) + "\n");
+  };
+  taxonomy_walk(taxonomy, 0, show, &text);
+  return text;
+}
+
+// Loading finds parents by an index, insertion by a walk. Where ids repeat, both mean the first of a walk, which may
+// be one that was added later.
+TEST_F(Tax, LoadingFindsTheParentsThatInsertionFinds) {
+  const support::Diagnostics silent(0);
+  for (unsigned seed = 0; seed < 100; ++seed) {
+    const auto classes = random_classes(seed);
+    std::string text = taxonomy_object();
+    const taxonomy_ptr expected = load(text);
+    for (const auto &[id, parent] : classes) {
+      text += class_object(id, parent);
+      node_ptr node = make(id.c_str());
+      const bool has_parent = taxonomy_find(expected.get(), parent.c_str()) != nullptr;
+      taxonomy_insert(expected.get(), node.get(), parent.c_str());
+      if (has_parent) static_cast<void>(node.release());
+    }
+    ASSERT_EQ(shape_of(load(text).get()), shape_of(expected.get())) << seed;
+  }
+}
+
+TEST_F(Tax, LoadingLeavesTheArraysOfChildrenTheirSize) {
+  static std::map<void *, size_t> sizes;
+  sizes.clear();
+  qxapi_host recording = support::memory_host();
+  recording.realloc = [](void *block, size_t size) {
+    sizes.erase(block);
+    void *const resized = support::memory_host().realloc(block, size);
+    sizes[resized] = size;
+    return resized;
+  };
+  qxapi_bind(&recording);
+  std::string text = taxonomy_object();
+  for (int i = 0; i < 5; ++i) text += class_object(std::to_string(i), i < 3 ? "ROOT" : "0");
+  const taxonomy_ptr taxonomy = load(text);
+  EXPECT_EQ(sizes[taxonomy->root->children], 3 * sizeof(void *));
+  EXPECT_EQ(sizes[taxonomy->root->children[0]->children], 2 * sizeof(void *));
+  EXPECT_EQ(taxonomy->root->children[1]->children, nullptr);
+}
+
+// Each class was searched for its parent among all before it: a file of 20,000 took seconds.
+TEST_F(Tax, LoadingTakesTheTimeOfTheFilesSize) {
+  const auto load_where = [this](const auto &parent) {
+    return [this, parent](int count) {
+      std::string text = taxonomy_object();
+      for (int i = 0; i < count; ++i) text += class_object(std::to_string(i), parent(i));
+      EXPECT_EQ(walk(load(text)).size(), static_cast<size_t>(count) + 1);
+    };
+  };
+  const auto flat = [](int) { return std::string("ROOT"); };
+  const auto tree = [](int i) { return i < 10 ? std::string("ROOT") : std::to_string(i / 10); };
+  const auto deep = [](int i) { return i == 0 ? std::string("ROOT") : std::to_string(i - 1); };
+  EXPECT_TRUE(support::grows_with_its_size(load_where(flat), 800));
+  EXPECT_TRUE(support::grows_with_its_size(load_where(tree), 800));
+  EXPECT_TRUE(support::grows_with_its_size(load_where(deep), 800));
+}
+
+/// Of two deep branches each gets classes of one id in turn, so that their order has to be found every time.
+TEST_F(Tax, RepeatedIdsOfDeepBranchesAreOrderedQuickly) {
+  const auto load_branches = [this](int count) {
+    std::string text = taxonomy_object() + class_object("a0", "ROOT") + class_object("b0", "ROOT");
+    const auto name = [](const char *branch, int i) { return branch + std::to_string(i); };
+    for (int i = 1; i < count; ++i)
+      for (const char *branch : {"a", "b"}) text += class_object(name(branch, i), name(branch, i - 1));
+    for (int i = 0; i < count; ++i) text += class_object("x", name(i % 2 == 0 ? "b" : "a", count - 1));
+    const taxonomy_ptr taxonomy = load(text + class_object("below", "x"));
+    EXPECT_EQ(taxonomy_find(taxonomy.get(), "below")->parent->parent,
+              taxonomy_find(taxonomy.get(), name("a", count - 1).c_str()));
+  };
+  EXPECT_TRUE(support::grows_with_its_size(load_branches, 500));
 }
 
 using TaxDeathTest = Tax;
