@@ -8,12 +8,16 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <map>
+#include <memory>
 #include <mutex>
 #include <string>
+#include <system_error>
 #include <utility>
 #include <vector>
 
 #include "hosts/common/exchange.h"
+#include "hosts/common/log_file.h"
 #include "hosts/common/log_text.h"
 #include "qxapi/records.h"
 
@@ -30,6 +34,12 @@ std::mutex exits_mutex;
 std::vector<Exit> exits;
 
 qxapi_host base_table;
+
+/// The logs of the plug-in, by descriptor. A log is used outside of the mutex: it may report.
+using Logs = std::map<host_fd, std::shared_ptr<LogFile>>;
+std::mutex logs_mutex;
+Logs logs;
+
 thread_local long loss_count = 0;
 
 /// counted returns a result and counts a loss where there is none.
@@ -37,6 +47,17 @@ template <typename Result>
 Result counted(Result result, bool had) {
   if (!had) ++loss_count;
   return result;
+}
+
+/// guarded runs `body` and answers `failure`, with ENOMEM, where it throws: the plug-in's frames let nothing through.
+template <typename Body, typename Result>
+Result guarded(Result failure, Body body) noexcept {
+  try {
+    return body();
+  } catch (const std::exception &) {
+    errno = ENOMEM;
+    return failure;
+  }
 }
 
 void *allocate(std::size_t n) {
@@ -59,9 +80,66 @@ host_fd open_write(const char *path) {
   return counted(fd, fd != -1);
 }
 
+/// report_dropped reports lines that a log of the plug-in could not take.
+bool report_dropped(const std::string &path, std::size_t lines) {
+  report_to(Report{
+      1, "log", "",
+      log_text(path, Escaping::non_ascii) + ": " + std::to_string(lines) + " lines dropped: it could not be written"});
+  return true;
+}
+
+void report_old_file(const std::string &path, int code) {
+  report_to(Report{0, "log", "",
+                   log_text(path, Escaping::non_ascii) + ": cannot be reopened: " +
+                       std::generic_category().message(code) + "; it goes on in the old file"});
+}
+
+std::shared_ptr<LogFile> log_of(host_fd fd) {
+  const std::lock_guard lock(logs_mutex);
+  const auto found = logs.find(fd);
+  return found == logs.end() ? nullptr : found->second;
+}
+
+/// take_log returns the log of a descriptor, which is then no log's any more.
+std::shared_ptr<LogFile> take_log(host_fd fd) {
+  const std::lock_guard lock(logs_mutex);
+  const auto node = logs.extract(fd);
+  return node.empty() ? nullptr : node.mapped();
+}
+
+/// end_logs writes what waits of any log. The descriptors stay open, and are written to directly from then on.
+void end_logs() {
+  Logs ending;
+  const std::lock_guard lock(logs_mutex);
+  ending.swap(logs);
+}
+
+void keep_log(host_fd fd, const char *path) {
+  auto log = std::make_shared<LogFile>(
+      fd, path, [path = std::string(path)](std::size_t lines) { return report_dropped(path, lines); });
+  const std::lock_guard lock(logs_mutex);
+  logs[fd] = std::move(log);
+}
+
 host_fd open_append(const char *path) {
-  const host_fd fd = base_table.open_append(path);
+  file_guard file(is_pipe(path) ? open_log(path) : base_table.open_append(path));
+  const host_fd fd = guarded(-1, [&] {
+    if (file) keep_log(file.get(), path);
+    return file.release();
+  });
   return counted(fd, fd != -1);
+}
+
+/// close ends the log of the descriptor first: what waits of it is written.
+int close(host_fd fd) {
+  if (const std::shared_ptr<LogFile> log = take_log(fd)) log->close();
+  return base_table.close(fd);
+}
+
+int write_log(host_fd fd, const void *bytes, std::int32_t n) {
+  const std::shared_ptr<LogFile> log = log_of(fd);
+  if (!log) return base_table.write_log(fd, bytes, n);
+  return log->write({static_cast<const char *>(bytes), static_cast<std::size_t>(n)}) ? 1 : 0;
 }
 
 /// A folder has no bytes to lose.
@@ -84,20 +162,11 @@ int look_at(const char *path, struct stat *status) {
   return counted(result, usable || std::strcmp(path, P_tmpdir) != 0);
 }
 
+/// write is not for logs: a file that it was appended to by is data, and never reopened.
 int write(host_fd fd, const void *bytes, std::int32_t n) {
+  take_log(fd);
   const int result = base_table.write(fd, bytes, n);
   return counted(result, result == 1);
-}
-
-/// guarded runs `body` and answers `failure`, with ENOMEM, where it throws: the plug-in's frames let nothing through.
-template <typename Body, typename Result>
-Result guarded(Result failure, Body body) noexcept {
-  try {
-    return body();
-  } catch (const std::exception &) {
-    errno = ENOMEM;
-    return failure;
-  }
 }
 
 void set_status(Session *session, Request *request, int status, const char *reason) {
@@ -198,6 +267,7 @@ void register_exit(void (*fn)(void *), void *argument) {
 void bind_host(Reporter reporter, const qxapi_host &base) {
   report_to = std::move(reporter);
   base_table = base;
+  end_logs();
   qxapi_host table = base;
   table.alloc = allocate;
   table.realloc = reallocate;
@@ -208,6 +278,8 @@ void bind_host(Reporter reporter, const qxapi_host &base) {
   table.seek = seek;
   table.stat = look_at;
   table.write = write;
+  table.write_log = write_log;
+  table.close = close;
   table.set_status = set_status;
   table.start_response = start_response;
   table.net_write = net_write;
@@ -219,6 +291,16 @@ void bind_host(Reporter reporter, const qxapi_host &base) {
 
 long losses() { return loss_count; }
 
+void reopen_logs() {
+  std::vector<std::shared_ptr<LogFile>> open;
+  {
+    const std::lock_guard lock(logs_mutex);
+    for (const auto &[fd, log] : logs) open.push_back(log);
+  }
+  for (const std::shared_ptr<LogFile> &log : open)
+    if (!log->reopen()) report_old_file(log->path(), errno);
+}
+
 void run_exits() {
   std::vector<Exit> due;
   {
@@ -226,6 +308,7 @@ void run_exits() {
     due.swap(exits);
   }
   for (const Exit &exit : due) exit.fn(exit.argument);
+  end_logs();
 }
 
 }  // namespace hosts

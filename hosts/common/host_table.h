@@ -22,7 +22,11 @@ struct Report {
 using Reporter = std::function<void(const Report &)>;
 
 /// bind_host binds the table. Reports of the plug-in go to `reporter`, which may be called from any thread that is
-/// inside the plug-in. `base` is what the table builds on. To be called once, before any other thread.
+/// inside the plug-in, from the one that reopens logs and from those of the logs. `base` is what the table builds on.
+/// To be called once, before any other thread.
+///
+/// Lines for the plug-in's logs (write_log) never wait for the reader of a pipe: each file opened for appending has a
+/// LogFile, which says by the reporter how many lines it dropped.
 void bind_host(Reporter reporter, const qxapi_host &base = *qxapi_posix_host());
 
 /// losses counts how often the calling thread asked the table for memory, or to make, write, read or move in a file,
@@ -31,6 +35,10 @@ void bind_host(Reporter reporter, const qxapi_host &base = *qxapi_posix_host());
 /// examined or opened for reading, a folder that the plug-in reads as a file, a position asked of a pipe, a line not
 /// taken by a log. A missing folder for temporary files is counted.
 long losses();
+
+/// reopen_logs reopens what the plug-in has opened for appending and not closed, each under its name and its
+/// descriptor. One that cannot be reopened goes on in the old file, and is reported. From any thread.
+void reopen_logs();
 
 /// run_exits calls the exits that the plug-in has registered, in the order of registration, and forgets them.
 void run_exits();

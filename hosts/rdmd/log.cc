@@ -1,12 +1,11 @@
 #include "hosts/rdmd/log.h"
 
-#include <fcntl.h>
-#include <spdlog/sinks/base_sink.h>
-#include <spdlog/spdlog.h>
-#include <unistd.h>
+#include <spdlog/details/log_msg.h>
+#include <spdlog/pattern_formatter.h>
 
 #include <cerrno>
-#include <mutex>
+#include <cstdio>
+#include <exception>
 #include <system_error>
 #include <utility>
 
@@ -15,25 +14,22 @@
 namespace rdmd {
 namespace {
 
-host_fd open_log(const std::string &path) {
-  return ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
-}
+constexpr std::chrono::minutes minute{1};
 
-class LogSink : public spdlog::sinks::base_sink<std::mutex> {
- public:
-  explicit LogSink(std::shared_ptr<LogFile> file) : file_(std::move(file)) {}
-
- protected:
-  void sink_it_(const spdlog::details::log_msg &message) override {
-    spdlog::memory_buf_t text;
-    formatter_->format(message, text);
-    file_->write({text.data(), text.size()});
-  }
-  void flush_() override {}
-
- private:
-  std::shared_ptr<LogFile> file_;
+constexpr std::array<std::string_view, static_cast<std::size_t>(Trouble::count)> reasons = {
+    "408: the request head did not arrive in time",
+    "408: the request body did not arrive in time",
+    "an answer was cut: its client took nothing of it in time",
+    "an answer was cut: its connection broke or its file became shorter",
+    "503: the client or the server ended before the service came to the request",
+    "503: the connection limit is reached",
+    "closed without an answer: far more clients than the connection limit",
 };
+
+bool write_stream(FILE *stream, std::string_view text) {
+  const bool written = std::fwrite(text.data(), 1, text.size(), stream) == text.size();
+  return std::fflush(stream) == 0 && written;
+}
 
 std::string access_time(std::time_t time) {
   struct tm fields;
@@ -48,49 +44,78 @@ std::string quoted(const std::string &text) {
 
 }  // namespace
 
-LogFile::LogFile(std::string path) : path_(std::move(path)), fd_(open_log(path_)) {
-  if (fd_ == -1) throw std::system_error(errno, std::generic_category(), path_);
-}
-
-LogFile::~LogFile() {
-  if (!path_.empty()) ::close(fd_);
-}
-
-void LogFile::write(std::string_view text) {
-  // Not by way of the table that is bound: a line lost here is no loss of the answer under way.
-  qxapi_posix_host()->write(fd_, text.data(), static_cast<std::int32_t>(text.size()));
-}
-
-bool LogFile::reopen() {
-  if (path_.empty()) return true;
-  const file_guard fresh(open_log(path_));
-  // The number stays the same, so that a line written at this moment goes to one of the two files.
-  return fresh && ::dup3(fresh.get(), fd_, O_CLOEXEC) != -1;
+std::optional<std::size_t> LineBudget::take(Clock::time_point now) {
+  if (minute_ == Clock::time_point() || now - minute_ >= minute) {
+    minute_ = now;
+    passed_ = 0;
+  }
+  if (passed_ == lines_per_minute) {
+    ++kept_back_;
+    return std::nullopt;
+  }
+  ++passed_;
+  return std::exchange(kept_back_, 0);
 }
 
 ErrorLog::ErrorLog(const std::string &path)
-    : to_file_(!path.empty()),
-      file_(to_file_ ? std::make_shared<LogFile>(path) : std::make_shared<LogFile>(STDERR_FILENO)),
-      logger_(std::make_shared<spdlog::logger>("rdmd", std::make_shared<LogSink>(file_))) {
-  logger_->set_pattern("[%Y-%m-%d %H:%M:%S.%e] [%l] rdmd: %v");
+    : formatter_(std::make_unique<spdlog::pattern_formatter>("[%Y-%m-%d %H:%M:%S.%e] [%l] rdmd: %v")) {
+  if (path.empty()) return;
+  file_ = std::make_unique<hosts::LogFile>(path, [this](std::size_t lines) { return dropped("the error log", lines); });
 }
 
-ErrorLog::~ErrorLog() = default;
+ErrorLog::~ErrorLog() {
+  for (std::size_t kind = 0; kind < budgets_.size(); ++kind)
+    if (const std::size_t lines = budgets_[kind].kept_back(); lines > 0)
+      warn(std::to_string(lines) + " lines left out: " + std::string(reasons[kind]));
+  // While all that its notice uses is still there.
+  if (file_) file_->close();
+}
 
-void ErrorLog::info(std::string_view text) { logger_->info("{}", text); }
-void ErrorLog::warn(std::string_view text) { logger_->warn("{}", text); }
-void ErrorLog::error(std::string_view text) { logger_->error("{}", text); }
+void ErrorLog::info(std::string_view text) { write(spdlog::level::info, text); }
+void ErrorLog::warn(std::string_view text) { write(spdlog::level::warn, text); }
+void ErrorLog::error(std::string_view text) { write(spdlog::level::err, text); }
 
 void ErrorLog::report(const hosts::Report &report) {
-  const auto level = report.degree == 0 ? spdlog::level::err : spdlog::level::warn;
-  if (report.client.empty())
-    logger_->log(level, "{}: {}", report.function, report.text);
-  else
-    logger_->log(level, "{}: {} (client {})", report.function, report.text, report.client);
+  std::string text = std::string(report.function) + ": " + std::string(report.text);
+  if (!report.client.empty()) text += " (client " + std::string(report.client) + ")";
+  report.degree == 0 ? error(text) : warn(text);
+}
+
+void ErrorLog::trouble(Trouble kind, std::string_view client, LineBudget::Clock::time_point now) {
+  const auto index = static_cast<std::size_t>(kind);
+  std::optional<std::size_t> left_out;
+  {
+    const std::lock_guard lock(mutex_);
+    left_out = budgets_[index].take(now);
+  }
+  if (!left_out) return;
+  std::string text = std::string(reasons[index]) + " (client " + std::string(client) + ")";
+  if (*left_out > 0) text += "; " + std::to_string(*left_out) + " lines like this were left out";
+  warn(text);
+}
+
+bool ErrorLog::dropped(std::string_view name, std::size_t lines) {
+  return write(spdlog::level::warn,
+               std::to_string(lines) + " lines dropped: " + std::string(name) + " could not be written");
+}
+
+bool ErrorLog::write(int level, std::string_view text) {
+  try {
+    spdlog::memory_buf_t line;
+    {
+      const std::lock_guard lock(mutex_);
+      formatter_->format(spdlog::details::log_msg("", static_cast<spdlog::level::level_enum>(level), text), line);
+    }
+    const std::string_view whole(line.data(), line.size());
+    return file_ ? file_->write(whole) : write_stream(stderr, whole);
+  } catch (const std::exception &) {
+    return false;
+  }
 }
 
 void ErrorLog::reopen() {
-  if (!file_->reopen()) error("the error log cannot be reopened; it goes on in the old file");
+  if (!file_ || file_->reopen()) return;
+  error("the error log cannot be reopened: " + std::generic_category().message(errno) + "; it goes on in the old file");
 }
 
 std::string format_access(const AccessEntry &entry) {
@@ -99,15 +124,15 @@ std::string format_access(const AccessEntry &entry) {
          quoted(entry.referer) + ' ' + quoted(entry.agent) + '\n';
 }
 
-AccessLog::AccessLog(const std::string &path) {
-  if (path == "-")
-    file_ = std::make_unique<LogFile>(STDOUT_FILENO);
-  else if (!path.empty())
-    file_ = std::make_unique<LogFile>(path);
+AccessLog::AccessLog(const std::string &path, hosts::LogFile::Notice dropped) : to_stream_(path == "-") {
+  if (!to_stream_ && !path.empty()) file_ = std::make_unique<hosts::LogFile>(path, std::move(dropped));
 }
 
 void AccessLog::write(const AccessEntry &entry) {
-  if (file_) file_->write(format_access(entry));
+  if (file_)
+    file_->write(format_access(entry));
+  else if (to_stream_)
+    write_stream(stdout, format_access(entry));
 }
 
 }  // namespace rdmd

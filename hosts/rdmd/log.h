@@ -2,45 +2,64 @@
 #ifndef HOSTS_RDMD_LOG_H
 #define HOSTS_RDMD_LOG_H
 
+#include <array>
+#include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <ctime>
 #include <memory>
+#include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 
 #include "hosts/common/host_table.h"
-#include "qxapi/guard.h"
+#include "hosts/common/log_file.h"
 
 namespace spdlog {
-class logger;
+class formatter;
 }
 
 namespace rdmd {
 
-/// LogFile appends whole lines to a file, each by one write, from any thread.
-class LogFile {
- public:
-  /// Opens `path` for appending and creates it where missing; throws std::system_error.
-  explicit LogFile(std::string path);
-  /// A log that writes to a descriptor which stays its caller's, and which is never reopened.
-  explicit LogFile(host_fd borrowed) : fd_(borrowed) {}
-  LogFile(const LogFile &) = delete;
-  LogFile &operator=(const LogFile &) = delete;
-  ~LogFile();
-
-  void write(std::string_view text);
-  /// reopen goes on in a file newly opened under the same name; when that fails, in the old one. False then.
-  bool reopen();
-
- private:
-  std::string path_;  // empty: borrowed
-  host_fd fd_;
+/// Trouble is what clients can cause at will and what the operator should know about.
+enum class Trouble {
+  late_head,     // a request head that did not arrive in time: 408
+  late_body,     // a request body that did not arrive in time: 408
+  unread,        // an answer that its client took nothing of in time: cut
+  broken,        // an answer whose connection broke, or whose file became shorter: cut
+  no_turn,       // a request whose client, or whose server, ended before the service came to it: 503 in the access log
+  turned_away,   // a client beyond the connection limit: 503
+  disconnected,  // a client far beyond the limit: closed without an answer
+  count
 };
 
-/// ErrorLog writes "[time] [level] rdmd: text" lines to a file or, without a path, to standard error.
+/// LineBudget lets a number of lines of one kind pass in a minute, and counts those that it keeps back.
+class LineBudget {
+ public:
+  using Clock = std::chrono::steady_clock;
+  static constexpr std::size_t lines_per_minute = 10;
+
+  /// take returns how many lines were kept back since the last that passed, or nothing when this one is kept back.
+  std::optional<std::size_t> take(Clock::time_point now);
+  std::size_t kept_back() const { return kept_back_; }
+
+ private:
+  Clock::time_point minute_{};
+  std::size_t passed_ = lines_per_minute;
+  std::size_t kept_back_ = 0;
+};
+
+/// ErrorLog writes "[time] [level] rdmd: text" lines to a file or, without a path, to the stream of standard error.
+/// A line that cannot be written is dropped, and reported as LogFile does. Members are called from any thread and throw
+/// nothing.
 class ErrorLog {
  public:
+  /// Throws std::system_error when the file cannot be opened.
   explicit ErrorLog(const std::string &path);
+  ErrorLog(const ErrorLog &) = delete;
+  ErrorLog &operator=(const ErrorLog &) = delete;
+  /// Says which troubles were kept back since they were last mentioned.
   ~ErrorLog();
 
   void info(std::string_view text);
@@ -48,13 +67,21 @@ class ErrorLog {
   void error(std::string_view text);
   /// report writes a report of the plug-in: "FUNCTION: text (client ADDRESS)".
   void report(const hosts::Report &report);
-  bool to_file() const { return to_file_; }
+  /// trouble warns of a client: "REASON (client ADDRESS)". Of each kind LineBudget::lines_per_minute lines are written
+  /// in a minute; the next one that is written says how many were not.
+  void trouble(Trouble kind, std::string_view client, LineBudget::Clock::time_point now = LineBudget::Clock::now());
+  /// dropped warns of lines that another log, `name`, could not take. False when this log could not take it either.
+  bool dropped(std::string_view name, std::size_t lines);
+  bool to_file() const { return file_ != nullptr; }
   void reopen();
 
  private:
-  bool to_file_;
-  std::shared_ptr<LogFile> file_;
-  std::shared_ptr<spdlog::logger> logger_;
+  bool write(int level, std::string_view text);
+
+  std::mutex mutex_;  // of the formatter and the budgets
+  std::unique_ptr<spdlog::formatter> formatter_;
+  std::array<LineBudget, static_cast<std::size_t>(Trouble::count)> budgets_;
+  std::unique_ptr<hosts::LogFile> file_;
 };
 
 /// AccessEntry is one answered or broken-off request.
@@ -72,16 +99,18 @@ struct AccessEntry {
 /// line, status, bytes ("-" for none), referer and user agent ("-" when empty), with its newline.
 std::string format_access(const AccessEntry &entry);
 
-/// AccessLog writes entries to a file, to standard output for "-", or nowhere without a path.
+/// AccessLog writes entries to a file, to the stream of standard output for "-", or nowhere without a path.
 class AccessLog {
  public:
-  explicit AccessLog(const std::string &path);
+  /// `dropped` reports lines that the file could not take. Throws std::system_error when it cannot be opened.
+  explicit AccessLog(const std::string &path, hosts::LogFile::Notice dropped = {});
   void write(const AccessEntry &entry);
-  /// reopen returns false when the file cannot be opened anew; the old one stays in use.
+  /// reopen returns false, with errno set, when the file cannot be opened anew; the old one stays in use.
   bool reopen() { return !file_ || file_->reopen(); }
 
  private:
-  std::unique_ptr<LogFile> file_;
+  bool to_stream_;
+  std::unique_ptr<hosts::LogFile> file_;
 };
 
 }  // namespace rdmd

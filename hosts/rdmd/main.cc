@@ -1,5 +1,9 @@
 /// rdmd: the stand-alone host server.
 
+#include <linux/close_range.h>
+#include <unistd.h>
+
+#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -14,6 +18,7 @@
 #include "hosts/rdmd/log.h"
 #include "hosts/rdmd/options.h"
 #include "hosts/rdmd/server.h"
+#include "hosts/rdmd/standard_stream.h"
 #include "qxapi/standard_descriptors.h"
 
 namespace {
@@ -81,7 +86,9 @@ bool open_service(const Settings &settings, hosts::Plugin &plugin, Server &serve
 
 int serve(const Settings &settings, ErrorLog &errors) {
   hosts::bind_host([&errors](const hosts::Report &report) { errors.report(report); });
-  AccessLog access(settings.access_log);
+  const auto dropped = [&errors](std::size_t lines) { return errors.dropped("the access log", lines); };
+  StandardStream output(stdout, STDOUT_FILENO, dropped);
+  AccessLog access(settings.access_log, dropped);
   hosts::Plugin plugin = load_plugin(settings);
   // Binds its addresses: one that is in use is noticed before the plug-in reads anything.
   Server server(settings, plugin, errors, access);
@@ -100,24 +107,37 @@ int serve(const Settings &settings, ErrorLog &errors) {
   return EXIT_SUCCESS;
 }
 
+/// serve_with_logs returns the exit status of a server. Signals that reopen logs are ignored where there are none yet,
+/// or none any more.
+int serve_with_logs(const Settings &settings) {
+  for (const int signal : {SIGUSR1, SIGHUP}) std::signal(signal, SIG_IGN);
+  StandardStream standard_error(stderr, STDERR_FILENO);
+  ErrorLog errors(settings.error_log);
+  int status = EXIT_FAILURE;
+  try {
+    status = serve(settings, errors);
+  } catch (const std::exception &error) {
+    errors.error(error.what());
+  }
+  for (const int signal : {SIGUSR1, SIGHUP}) std::signal(signal, SIG_IGN);
+  return status;
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
   if (!take_standard_descriptors()) return EXIT_FAILURE;
+  // What the caller left open is not for the commands that the plug-in runs. All that is opened from here on is marked.
+  ::close_range(STDERR_FILENO + 1, UINT_MAX, CLOSE_RANGE_CLOEXEC);
   int exit_code = EXIT_SUCCESS;
   const std::optional<Settings> settings = parse_options(argc, argv, exit_code);
   if (!settings) return exit_code;
-  std::signal(SIGPIPE, SIG_IGN);
+  // A pipe without a reader, and a file that is as large as it may be, are errors of one write.
+  for (const int signal : {SIGPIPE, SIGXFSZ}) std::signal(signal, SIG_IGN);
   try {
-    if (settings->check) return check_all(*settings);
-    ErrorLog errors(settings->error_log);
-    try {
-      return serve(*settings, errors);
-    } catch (const std::exception &error) {
-      errors.error(error.what());
-    }
+    return settings->check ? check_all(*settings) : serve_with_logs(*settings);
   } catch (const std::exception &error) {
     std::fprintf(stderr, "rdmd: %s\n", error.what());
+    return EXIT_FAILURE;
   }
-  return EXIT_FAILURE;
 }

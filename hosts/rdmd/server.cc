@@ -15,6 +15,7 @@
 #include <thread>
 #include <utility>
 
+#include "hosts/common/host_table.h"
 #include "hosts/rdmd/connection.h"
 #include "hosts/rdmd/listen_address.h"
 
@@ -65,6 +66,7 @@ Server::Server(const Settings &settings, hosts::Plugin &plugin, ErrorLog &errors
       strand_(context_.get_executor()),
       signals_(strand_, SIGTERM, SIGINT, SIGHUP),
       shutdown_(strand_) {
+  signals_.add(SIGUSR1);
   limit_clients();
   bind();
 }
@@ -234,14 +236,22 @@ void Server::await_signal() {
 }
 
 void Server::handle(int signal) {
-  if (signal == SIGHUP) {
-    errors_.reopen();
-    if (!access_.reopen()) errors_.error("the access log cannot be reopened; it goes on in the old file");
-  } else if (stopping_) {
+  if (signal == SIGUSR1 || signal == SIGHUP)
+    reopen_logs(signal);
+  else if (stopping_)
     stop_now();
-  } else {
+  else
     stop();
-  }
+}
+
+void Server::reopen_logs(int signal) {
+  errors_.reopen();
+  if (!access_.reopen())
+    errors_.error("the access log cannot be reopened: " + std::generic_category().message(errno) +
+                  "; it goes on in the old file");
+  hosts::reopen_logs();
+  errors_.info(signal == SIGUSR1 ? "SIGUSR1: the logs are reopened"
+                                 : "SIGHUP: the logs are reopened; the configuration is read only at the start");
 }
 
 void Server::stop() {

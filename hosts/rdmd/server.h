@@ -38,7 +38,8 @@ class Server {
   const std::string &address() const { return address_; }
 
   /// run serves until SIGTERM or SIGINT, then lets answers under way end within the shutdown limit, and the
-  /// plug-in's last call within as much again. SIGHUP reopens the logs. False when the plug-in did not return in that
+  /// plug-in's last call within as much again. SIGUSR1 and SIGHUP reopen the
+  /// logs, those of the plug-in as well. False when the plug-in did not return in that
   /// time; its thread then still runs.
   bool run();
 
@@ -77,6 +78,7 @@ class Server {
   bool evict();
   void await_signal();
   void handle(int signal);
+  void reopen_logs(int signal);
   void stop();
   void stop_now();
   void end_when_empty();

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "hosts/common/exchange.h"
+#include "hosts/common/log_file.h"
 #include "qxapi/guard.h"
 #include "support/files.h"
 #include "support/refused_new.h"
@@ -277,6 +278,81 @@ TEST_F(HostTable, NoFolderForTemporaryFilesIsALoss) {
     host_stat(P_tmpdir, &status);
     EXPECT_EQ(hosts::losses(), before + 1);
   }
+}
+
+TEST_F(HostTable, LogsOfThePluginAreReopenedUnderTheirDescriptors) {
+  const support::TemporaryFolder folder;
+  const std::string path = folder.path("log");
+  const file_guard log(host_open_append(path.c_str()));
+  const file_guard closed(host_open_append(folder.path("closed").c_str()));
+  host_write_log(log.get(), "one\n", 4);
+  std::filesystem::rename(path, folder.path("log.1"));
+  host_close(host_open_append(folder.path("gone").c_str()));
+  std::filesystem::remove(folder.path("gone"));
+  hosts::reopen_logs();
+  host_write_log(log.get(), "two\n", 4);
+  EXPECT_EQ(support::read_file(folder.path("log.1")), "one\n");
+  EXPECT_EQ(support::read_file(path), "two\n");
+  EXPECT_FALSE(support::file_exists(folder.path("gone")));
+  EXPECT_EQ(reports_, std::vector<std::string>{});
+}
+
+TEST_F(HostTable, ALogOfThePluginThatCannotBeReopenedGoesOnInTheOldFile) {
+  const support::TemporaryFolder folder;
+  std::filesystem::create_directory(folder.path("place"));
+  const std::string path = folder.path("place/log");
+  const file_guard log(host_open_append(path.c_str()));
+  std::filesystem::rename(folder.path("place"), folder.path("moved"));
+  hosts::reopen_logs();
+  EXPECT_EQ(host_write_log(log.get(), "still here\n", 11), 1);
+  EXPECT_EQ(support::read_file(folder.path("moved/log")), "still here\n");
+  EXPECT_EQ(reports_, std::vector<std::string>{"0|log||" + path +
+                                               ": cannot be reopened: No such file or directory; it goes on in the old "
+                                               "file"});
+}
+
+TEST_F(HostTable, DataThatAFileWasAppendedToIsNeverReopened) {
+  const support::TemporaryFolder folder;
+  const std::string path = folder.path("data");
+  const file_guard data(host_open_append(path.c_str()));
+  EXPECT_EQ(host_write(data.get(), "one\n", 4), 1);
+  std::filesystem::rename(path, folder.path("elsewhere"));
+  hosts::reopen_logs();
+  EXPECT_EQ(host_write(data.get(), "two\n", 4), 1);
+  EXPECT_EQ(support::read_file(folder.path("elsewhere")), "one\ntwo\n");
+  EXPECT_FALSE(support::file_exists(path));
+}
+
+TEST_F(HostTable, ALogOfThePluginOnAPipeThatNobodyReadsNeverHoldsIt) {
+  const support::TemporaryFolder folder;
+  const std::string path = folder.path("pipe"), line = std::string(99, 'x') + "\n";
+  ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+  const file_guard log(host_open_append(path.c_str()));
+  ASSERT_TRUE(log);
+  int dropped = 0;
+  for (int i = 0; i < 20'000; ++i) dropped += host_write_log(log.get(), line.data(), 100) == 1 ? 0 : 1;
+  EXPECT_GT(dropped, 0);
+  const file_guard reader(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  std::string text(2'000'000, ' ');
+  std::size_t got = 0;
+  while (got < static_cast<std::size_t>(20'000 - dropped) * 100) {
+    const ssize_t count = ::read(reader.get(), text.data() + got, text.size() - got);
+    if (count > 0) got += static_cast<std::size_t>(count);
+  }
+  EXPECT_EQ(host_close(const_cast<file_guard &>(log).release()), 0);
+  EXPECT_EQ(reports_, std::vector<std::string>{"1|log||" + path + ": " + std::to_string(dropped) +
+                                               " lines dropped: it could not be written"});
+}
+
+TEST_F(HostTable, ALogThatThereIsNoMemoryForIsNotOpened) {
+  const support::TemporaryFolder folder;
+  const std::string path = folder.path("log");
+  const long before = hosts::losses();
+  const support::RefusedNew log(sizeof(hosts::LogFile), sizeof(hosts::LogFile) + 64);
+  EXPECT_EQ(host_open_append(path.c_str()), -1);
+  EXPECT_EQ(errno, ENOMEM);
+  EXPECT_TRUE(log.done());
+  EXPECT_EQ(hosts::losses(), before + 1);
 }
 
 }  // namespace

@@ -1,13 +1,18 @@
 /// How the server starts, and how it ends.
 
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <regex>
 #include <string>
+#include <system_error>
+#include <vector>
 
 #include "hosts/rdmd/server_fixture.h"
 #include "qxapi/guard.h"
@@ -198,22 +203,123 @@ TEST_F(HostLifecycle, APluginThatDoesNotReturnDoesNotKeepTheServer) {
   EXPECT_EQ(journal().find("exit"), std::string::npos);
 }
 
-TEST_F(HostLifecycle, HangUpReopensTheLogs) {
-  const std::string errors = folder_.path("errors");
-  start({"--error-log", errors});
-  support::http_get(port_, "/rdm/report");
-  await_access(1);
-  std::filesystem::rename(folder_.path("access"), folder_.path("access.1"));
-  std::filesystem::rename(errors, errors + ".1");
-  server_->signal(SIGHUP);
-  EXPECT_TRUE(support::eventually(
-      [&] { return support::file_exists(folder_.path("access")) && support::file_exists(errors); }));
-  support::http_get(port_, "/rdm/report");
-  EXPECT_NE(await_access(1).find("/rdm/report"), std::string::npos);
-  EXPECT_NE(support::read_file(errors).find("test-plugin: a"), std::string::npos);
-  EXPECT_NE(support::read_file(errors + ".1").find("] [info] rdmd: listening on 127.0.0.1:"), std::string::npos);
-  EXPECT_EQ(stop(), 0);
-  EXPECT_NE(support::read_file(errors).find("stopped"), std::string::npos);
+TEST_F(HostLifecycle, SignalsReopenTheLogsOfTheServerAndOfThePlugin) {
+  // The signal that rotations send ended the server, and the plug-in's logs went on in the files that were moved away.
+  const struct {
+    int signal;
+    const char *line;
+  } cases[] = {{SIGUSR1, "] [info] rdmd: SIGUSR1: the logs are reopened\n"},
+               {SIGHUP, "] [info] rdmd: SIGHUP: the logs are reopened; the configuration is read only at the start\n"}};
+  for (const auto &row : cases) {
+    const std::string place = folder_.path("logs" + std::to_string(row.signal));
+    std::filesystem::create_directory(place);
+    const auto log = [&](const char *name) { return place + "/" + name; };
+    RdmdProcess server({"--listen", "127.0.0.1:0", "--plugin", plugin(), "--config",
+                        config("log=\"" + log("plugin") + "\"\n"), "--error-log", log("errors"), "--access-log",
+                        log("access")});
+    const int port = server.port();
+    support::http_get(port, "/rdm/report");
+    const auto holds = [&](const char *name, const std::string &text) {
+      return support::file_exists(log(name)) && support::read_file(log(name)).find(text) != std::string::npos;
+    };
+    EXPECT_TRUE(support::eventually([&] { return holds("access", "/rdm/report"); }));
+    for (const char *name : {"errors", "access", "plugin"}) std::filesystem::rename(log(name), log(name) + ".1");
+    server.signal(row.signal);
+    EXPECT_TRUE(support::eventually([&] { return holds("errors", row.line); }));
+    support::http_get(port, "/rdm/report");
+    EXPECT_TRUE(support::eventually([&] { return holds("access", "/rdm/report"); }));
+    EXPECT_EQ(support::read_file(log("plugin")), "/rdm/report\n");
+    EXPECT_EQ(support::read_file(log("plugin.1")), "/rdm/report\n");
+    EXPECT_TRUE(holds("errors", "test-plugin: a"));
+    EXPECT_TRUE(holds("errors.1", "] [info] rdmd: listening on 127.0.0.1:"));
+    server.signal(SIGTERM);
+    EXPECT_EQ(server.wait(), 0);
+    EXPECT_TRUE(holds("errors", "] [info] rdmd: stopped\n"));
+  }
+}
+
+TEST_F(HostLifecycle, ASignalToReopenDoesNotEndAServerThatStarts) {
+  RdmdProcess server(
+      {"--listen", "127.0.0.1:0", "--plugin", plugin(), "--config", config("wait=\"" + folder_.path("go") + "\"\n")});
+  EXPECT_TRUE(support::eventually([this] { return support::file_exists(folder_.path("journal")); }));
+  server.signal(SIGUSR1);
+  server.signal(SIGHUP);
+  folder_.write("go", "");
+  EXPECT_EQ(support::http_get(server.port(), "/rdm/fast").body, "fast\n");
+  server.signal(SIGTERM);
+  EXPECT_EQ(server.wait(), 0);
+}
+
+TEST_F(HostLifecycle, LogsThatNobodyReadsDelayNoAnswerAndNoEnd) {
+  // A full pipe behind any of the logs stopped the service, until somebody read it or the server was killed.
+  std::vector<file_guard> readers;
+  for (const char *name : {"out", "errors", "error-log", "access-log", "plugin-log"}) {
+    ASSERT_EQ(::mkfifo(folder_.path(name).c_str(), 0600), 0);
+    readers.emplace_back(::open(folder_.path(name).c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
+  }
+  const int port = free_port();
+  const std::string conf = config("log=\"" + folder_.path("plugin-log") + "\"\n");
+  const pid_t server = support::start(
+      {BINARY_DIR "/bin/rdmd", "--listen", "127.0.0.1:" + std::to_string(port), "--plugin", plugin(), "--config", conf,
+       "--error-log", folder_.path("error-log"), "--access-log", folder_.path("access-log")},
+      "/dev/null", folder_.path("out"), folder_.path("errors"));
+  EXPECT_TRUE(support::eventually([&] { return !refuses(port); }));
+  const std::string long_path = "/rdm/" + std::string(7000, 'x');
+  HttpClient client(port);
+  for (int i = 0; i < 200; ++i)
+    for (const std::string &target : {std::string("/rdm/report"), std::string("/rdm/print?8000"), long_path}) {
+      client.send(get(target));
+      ASSERT_EQ(client.receive().status, 200) << target << " " << i;
+    }
+  ::kill(server, SIGTERM);
+  EXPECT_EQ(support::wait_for(server), 0);
+  EXPECT_NE(journal().find("exit third\n"), std::string::npos);
+}
+
+TEST_F(HostLifecycle, TheErrorLogSaysWhatTheAccessLogMissed) {
+  ASSERT_EQ(::mkfifo(folder_.path("pipe").c_str(), 0600), 0);
+  RdmdProcess server(
+      {"--listen", "127.0.0.1:0", "--plugin", plugin(), "--config", config(), "--access-log", folder_.path("pipe")});
+  HttpClient client(server.port());
+  const std::string agent = "User-Agent: " + std::string(14'000, 'a') + "\r\n";
+  for (int i = 0; i < 200; ++i) {
+    client.send(get("/rdm/fast", agent));
+    ASSERT_EQ(client.receive().status, 200);
+  }
+  const file_guard reader(::open(folder_.path("pipe").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  std::string text;
+  char block[65536];
+  EXPECT_TRUE(support::eventually([&] {
+    for (ssize_t got = 0; (got = ::read(reader.get(), block, sizeof block)) > 0;)
+      text.append(block, static_cast<std::size_t>(got));
+    return server.errors().find(" lines dropped: the access log could not be written\n") != std::string::npos;
+  }));
+  const auto written = std::count(text.begin(), text.end(), '\n');
+  EXPECT_NE(server.errors().find("] [warning] rdmd: " + std::to_string(200 - written) + " lines dropped: "),
+            std::string::npos)
+      << written << " written\n"
+      << server.errors();
+}
+
+TEST_F(HostLifecycle, NoDescriptorIsInheritedByWhatThePluginRuns) {
+  // A command that outlived the server kept its port.
+  std::vector<std::string> inherited;
+  RdmdProcess server({"--listen", "127.0.0.1:0", "--plugin", plugin(), "--config",
+                      config("log=\"" + folder_.path("plugin-log") + "\"\n"), "--access-log", folder_.path("access"),
+                      "--error-log", folder_.path("errors")});
+  HttpClient client(server.port());
+  client.send(get("/rdm/fast") + get("/rdm/slow?300"));
+  EXPECT_EQ(client.receive().body, "fast\n");
+  const std::string process = "/proc/" + std::to_string(server.pid()) + "/";
+  for (const auto &entry : std::filesystem::directory_iterator(process + "fdinfo")) {
+    const std::string number = entry.path().filename();
+    const std::string info = support::read_file(entry.path()), name = "flags:\t";
+    const unsigned long flags = std::strtoul(info.c_str() + info.find(name) + name.size(), nullptr, 8);
+    std::error_code gone;
+    if (std::stoi(number) > STDERR_FILENO && (flags & O_CLOEXEC) == 0)
+      inherited.push_back(std::filesystem::read_symlink(process + "fd/" + number, gone));
+  }
+  EXPECT_EQ(inherited, std::vector<std::string>{});
 }
 
 TEST_F(HostLifecycle, ALogThatCannotBeReopenedGoesOnInTheOldFile) {
@@ -225,8 +331,8 @@ TEST_F(HostLifecycle, ALogThatCannotBeReopenedGoesOnInTheOldFile) {
   server.signal(SIGHUP);
   const auto old_log = [this](const char *name) { return support::read_file(folder_.path("old/") + name); };
   for (const char *log : {"error", "access"}) {
-    const std::string told =
-        "[error] rdmd: the " + std::string(log) + " log cannot be reopened; it goes on in the old file\n";
+    const std::string told = "[error] rdmd: the " + std::string(log) +
+                             " log cannot be reopened: No such file or directory; it goes on in the old file\n";
     EXPECT_TRUE(support::eventually([&] { return old_log("errors").find(told) != std::string::npos; })) << log;
   }
   support::http_get(port, "/rdm/fast");

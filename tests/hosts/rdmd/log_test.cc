@@ -3,13 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <ctime>
-#include <filesystem>
 #include <string>
-#include <system_error>
 
 #include "support/files.h"
+#include "support/refused_new.h"
 
 namespace {
 
@@ -17,7 +17,8 @@ using rdmd::AccessEntry;
 using rdmd::AccessLog;
 using rdmd::ErrorLog;
 using rdmd::format_access;
-using rdmd::LogFile;
+using rdmd::LineBudget;
+using rdmd::Trouble;
 
 class Logs : public ::testing::Test {
  protected:
@@ -68,36 +69,6 @@ TEST_F(Logs, AnAccessLogAppends) {
   EXPECT_EQ(text(), "before\n" + format_access(entry));
 }
 
-TEST_F(Logs, AFileThatCannotBeOpenedIsNamed) {
-  try {
-    const LogFile file("/nonexistent/log");
-    FAIL() << "the file was opened";
-  } catch (const std::system_error &error) {
-    EXPECT_STREQ(error.what(), "/nonexistent/log: No such file or directory");
-  }
-}
-
-TEST_F(Logs, ReopeningGoesOnInANewFileOfTheSameName) {
-  LogFile file(path_);
-  file.write("one\n");
-  std::filesystem::rename(path_, folder_.path("log.1"));
-  file.write("two\n");
-  EXPECT_TRUE(file.reopen());
-  file.write("three\n");
-  EXPECT_EQ(support::read_file(folder_.path("log.1")), "one\ntwo\n");
-  EXPECT_EQ(text(), "three\n");
-}
-
-TEST_F(Logs, AFileThatCannotBeReopenedGoesOnInTheOldOne) {
-  const std::string place = folder_.path("place"), moved = folder_.path("moved");
-  std::filesystem::create_directory(place);
-  LogFile file(place + "/log");
-  std::filesystem::rename(place, moved);
-  EXPECT_FALSE(file.reopen());
-  file.write("still here\n");
-  EXPECT_EQ(support::read_file(moved + "/log"), "still here\n");
-}
-
 TEST_F(Logs, ErrorLinesCarryTimeAndLevel) {
   ErrorLog log(path_);
   EXPECT_TRUE(log.to_file());
@@ -118,6 +89,69 @@ TEST_F(Logs, ReportsOfThePluginNameFunctionAndClient) {
   const std::string written = text();
   EXPECT_NE(written.find("] [error] rdmd: rdm-service: Unknown CSID: x (client 192.0.2.7)\n"), std::string::npos);
   EXPECT_NE(written.find("] [warning] rdmd: rdm-init: less severe {}\n"), std::string::npos) << written;
+}
+
+TEST_F(Logs, LinesThatALogCouldNotTakeAreSaidInTheErrorLog) {
+  ErrorLog log(path_);
+  EXPECT_TRUE(log.dropped("the access log", 12));
+  EXPECT_NE(text().find("] [warning] rdmd: 12 lines dropped: the access log could not be written\n"),
+            std::string::npos);
+}
+
+TEST_F(Logs, AnErrorLogThatTookNothingSaysSoItself) {
+  ErrorLog log("/dev/full");
+  log.error("lost");
+  EXPECT_FALSE(log.dropped("the access log", 1));
+}
+
+TEST_F(Logs, AnErrorLineThatThereIsNoMemoryForIsLost) {
+  ErrorLog log(path_);
+  const std::string long_text(10'000, 'x');
+  {
+    const support::RefusedNew line(long_text.size(), 2 * long_text.size());
+    log.error(long_text);
+    EXPECT_TRUE(line.done());
+  }
+  EXPECT_EQ(text(), "");
+}
+
+TEST_F(Logs, EachTroubleHasItsReasonAndItsClient) {
+  {
+    ErrorLog log(path_);
+    for (int kind = 0; kind < static_cast<int>(Trouble::count); ++kind)
+      log.trouble(static_cast<Trouble>(kind), "192.0.2.7");
+  }
+  std::string written = text();
+  for (std::size_t at = 0; (at = written.find('[', at)) != std::string::npos;)
+    written.erase(at, written.find("] [warning] ", at) + std::string("] [warning] ").size() - at);
+  EXPECT_EQ(written,
+            "rdmd: 408: the request head did not arrive in time (client 192.0.2.7)\n"
+            "rdmd: 408: the request body did not arrive in time (client 192.0.2.7)\n"
+            "rdmd: an answer was cut: its client took nothing of it in time (client 192.0.2.7)\n"
+            "rdmd: an answer was cut: its connection broke or its file became shorter (client 192.0.2.7)\n"
+            "rdmd: 503: the client or the server ended before the service came to the request (client 192.0.2.7)\n"
+            "rdmd: 503: the connection limit is reached (client 192.0.2.7)\n"
+            "rdmd: closed without an answer: far more clients than the connection limit (client 192.0.2.7)\n");
+}
+
+TEST_F(Logs, AHostileClientCannotFloodTheErrorLog) {
+  const LineBudget::Clock::time_point begin{std::chrono::hours(1)};
+  {
+    ErrorLog log(path_);
+    for (int i = 0; i < 1000; ++i) log.trouble(Trouble::late_head, "192.0.2.7", begin + std::chrono::milliseconds(i));
+    log.trouble(Trouble::late_body, "192.0.2.8", begin);
+    log.trouble(Trouble::late_head, "192.0.2.9", begin + std::chrono::minutes(1));
+    for (int i = 0; i < 15; ++i) log.trouble(Trouble::late_head, "192.0.2.7", begin + std::chrono::minutes(1));
+  }
+  const std::string written = text();
+  EXPECT_EQ(std::count(written.begin(), written.end(), '\n'), 10 + 1 + 10 + 1);
+  EXPECT_NE(
+      written.find("408: the request head did not arrive in time (client 192.0.2.9); 990 lines like this were left "
+                   "out\n"),
+      std::string::npos)
+      << written;
+  EXPECT_NE(written.find("6 lines left out: 408: the request head did not arrive in time\n"), std::string::npos)
+      << written;
 }
 
 }  // namespace

@@ -1,12 +1,14 @@
 /// A plug-in for the tests of the host: it answers what it sees, or misbehaves, as the request's path asks for, and
 /// keeps a journal of its calls.
 ///
-/// Its configuration file holds `journal="FILE"` and, where wanted, `fail="TEXT"`: rdm_init then refuses with that
-/// text as its "error". With `wait="FILE"` rdm_init waits until there is such a file.
+/// Its configuration file holds `journal="FILE"` and, where wanted, `log="FILE"`, which stays open and gets a line for
+/// each request, and `fail="TEXT"`: rdm_init then refuses with that text as its "error". With `wait="FILE"` rdm_init
+/// waits until there is such a file.
 
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <map>
 #include <mutex>
@@ -21,6 +23,7 @@ namespace {
 
 std::string journal_path;
 std::mutex journal_mutex;
+host_fd open_log = -1;
 
 void journal(const std::string &line) {
   const std::lock_guard lock(journal_mutex);
@@ -149,6 +152,12 @@ int slow(Session *session, Request *request) {
 
 int fast(Session *session, Request *request) { return answer(session, request, "fast\n"); }
 
+/// print writes as many bytes as asked for to standard error, as a diagnostic log without a file does.
+int print(Session *session, Request *request) {
+  std::fprintf(stderr, "%s\n", std::string(asked_size(request), 'p').c_str());
+  return answer(session, request, "printed\n");
+}
+
 int report(Session *session, Request *request) {
   host_report_error(0, "test-plugin", session, request, "%s", "a \"bad\" thing\nhappened\n");
   return answer(session, request, "reported\n");
@@ -169,6 +178,7 @@ const std::map<std::string, Handler> handlers = {
     {"/rdm/slow", slow},
     {"/rdm/fast", fast},
     {"/rdm/report", report},
+    {"/rdm/print", print},
 };
 
 void await_file(const std::string &path) {
@@ -203,6 +213,8 @@ int rdm_init(pblock *pb, Session *, Request *) noexcept {
   while (host_getline(reader.get(), 0, sizeof line, line) == 0) host_param_parse(line, config.get());
   journal_path = value_of(config.get(), "journal");
   await_file(value_of(config.get(), "wait"));
+  const std::string log = value_of(config.get(), "log");
+  if (!log.empty()) open_log = host_open_append(log.c_str());
   const std::string failure = value_of(config.get(), "fail");
   if (!failure.empty()) {
     host_param_add("error", failure.c_str(), pb);
@@ -228,6 +240,8 @@ int rdm_service(pblock *, Session *sn, Request *rq) noexcept {
 }
 
 int rdm_log(pblock *, Session *, Request *rq) noexcept {
-  journal("log " + value_of(rq->line, "uri"));
+  const std::string uri = value_of(rq->line, "uri"), line = uri + "\n";
+  journal("log " + uri);
+  if (open_log != -1) host_write_log(open_log, line.data(), static_cast<int32_t>(line.size()));
   return HOST_DONE;
 }

@@ -1,0 +1,269 @@
+#include "hosts/common/log_file.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <exception>
+#include <system_error>
+#include <utility>
+
+namespace hosts {
+namespace {
+
+/// How long the thread sleeps before it looks whether the log was reopened or closed.
+constexpr std::chrono::milliseconds flush_interval{100};
+
+host_fd open_file(const char *path, int flags) {
+  host_fd fd = -1;
+  do fd = ::open(path, flags | O_APPEND | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0644);
+  while (fd == -1 && errno == EINTR);
+  return fd;
+}
+
+/// open_again opens the name of a log anew. A file that is made for it gets owner and mode of the old one.
+file_guard open_again(const std::string &path, host_fd old) {
+  struct stat status;
+  const bool missing = ::stat(path.c_str(), &status) != 0;
+  file_guard fresh(open_log(path.c_str()));
+  if (fresh && missing && ::fstat(old, &status) == 0 && S_ISREG(status.st_mode)) {
+    // Only the superuser can give a file away; anybody else is the owner of both.
+    [[maybe_unused]] const int given = ::fchown(fresh.get(), status.st_uid, status.st_gid);
+    ::fchmod(fresh.get(), status.st_mode & 07777);
+  }
+  return fresh;
+}
+
+bool same_file(host_fd one, host_fd other) {
+  struct stat first, second;
+  return ::fstat(one, &first) == 0 && ::fstat(other, &second) == 0 && first.st_dev == second.st_dev &&
+         first.st_ino == second.st_ino;
+}
+
+bool is_writable(host_fd fd, std::chrono::milliseconds patience) {
+  pollfd waiting{fd, POLLOUT, 0};
+  return ::poll(&waiting, 1, static_cast<int>(patience.count())) > 0;
+}
+
+std::size_t lines_of(std::string_view text) {
+  const auto ends = std::count(text.begin(), text.end(), '\n');
+  return static_cast<std::size_t>(ends) + (text.ends_with('\n') ? 0 : 1);
+}
+
+}  // namespace
+
+bool is_pipe(const char *path) {
+  struct stat status;
+  return ::stat(path, &status) == 0 && S_ISFIFO(status.st_mode);
+}
+
+host_fd open_log(const char *path) {
+  // Opened for reading as well, a pipe needs no other reader, and keeps what it holds while there is none.
+  return is_pipe(path) ? open_file(path, O_RDWR) : open_file(path, O_WRONLY | O_CREAT);
+}
+
+file_guard open_stream(host_fd stream) {
+  struct stat status;
+  if (::fstat(stream, &status) == 0 && (S_ISFIFO(status.st_mode) || S_ISCHR(status.st_mode))) {
+    // A description of our own: other programs would stumble over a stream that suddenly does not block.
+    file_guard own(open_file(("/proc/self/fd/" + std::to_string(stream)).c_str(), O_WRONLY));
+    if (own) return own;
+  }
+  return file_guard(::fcntl(stream, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+}
+
+LogFile::LogFile(std::string path, Notice dropped)
+    : path_(std::move(path)),
+      own_(open_log(path_.c_str())),
+      fd_(own_.get()),
+      way_(Way::direct),
+      notice_(std::move(dropped)) {
+  if (!own_) throw std::system_error(errno, std::generic_category(), path_);
+}
+
+LogFile::LogFile(file_guard stream, Notice dropped)
+    : own_(std::move(stream)), fd_(own_.get()), way_(way_of(fd_)), notice_(std::move(dropped)) {}
+
+LogFile::LogFile(host_fd borrowed, std::string path, Notice dropped)
+    : path_(std::move(path)), fd_(borrowed), way_(Way::direct), notice_(std::move(dropped)) {
+  ::fcntl(fd_, F_SETFL, ::fcntl(fd_, F_GETFL) | O_NONBLOCK);
+}
+
+LogFile::~LogFile() { close(); }
+
+bool LogFile::write(std::string_view text) {
+  std::unique_lock lock(mutex_);
+  if (closed_) return false;
+  bool taken = false;
+  try {
+    taken = flush() ? write_through(text) : enqueue(text);
+  } catch (const std::bad_alloc &) {
+    // The line is dropped, as one that there is no room for.
+  }
+  if (!taken) dropped_ += lines_of(text);
+  if (blocked_) start_flushing();
+  if (taken && waiting_.empty()) report(lock);
+  return taken;
+}
+
+bool LogFile::reopen() {
+  if (path_.empty()) return true;
+  const file_guard fresh = open_again(path_, fd_);
+  if (!fresh) return false;
+  const std::lock_guard lock(mutex_);
+  if (closed_ || same_file(fresh.get(), fd_)) return true;
+  if (::dup3(fresh.get(), fd_, O_CLOEXEC) == -1) return false;
+  // The rest of a line belongs to the file that has its beginning.
+  if (std::exchange(torn_, false)) {
+    waiting_bytes_ -= waiting_.front().size();
+    waiting_.pop_front();
+  }
+  return true;
+}
+
+void LogFile::close() {
+  std::unique_lock lock(mutex_);
+  const auto end = std::chrono::steady_clock::now() + close_patience;
+  while (!closed_ && !flush() && blocked_ && std::chrono::steady_clock::now() < end) {
+    lock.unlock();
+    is_writable(fd_, flush_interval);
+    lock.lock();
+  }
+  if (!closed_ && waiting_.empty()) report(lock);
+  closed_ = true;
+  lock.unlock();
+  if (flusher_.joinable()) flusher_.join();
+}
+
+/* ---- All that follows runs with the mutex held ---- */
+
+/// way_of returns how to write to a stream that may be a description of other programs as well.
+LogFile::Way LogFile::way_of(host_fd fd) {
+  struct stat status;
+  if (::fstat(fd, &status) != 0 || S_ISREG(status.st_mode)) return Way::direct;
+  if (S_ISSOCK(status.st_mode)) return Way::socket;
+  return (::fcntl(fd, F_GETFL) & O_NONBLOCK) != 0 ? Way::direct : Way::polled;
+}
+
+/// write_some writes what is taken without blocking: the count, or -1 with errno set.
+ssize_t LogFile::write_some(std::string_view text) const {
+  if (way_ == Way::socket) return ::send(fd_, text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+  if (way_ == Way::direct) return ::write(fd_, text.data(), text.size());
+  // As much as a pipe that has room takes at once. Only a writer of another process, in this very moment, makes it
+  // wait.
+  if (is_writable(fd_, std::chrono::milliseconds(0)))
+    return ::write(fd_, text.data(), std::min<std::size_t>(text.size(), PIPE_BUF));
+  errno = EAGAIN;
+  return -1;
+}
+
+/// put writes as much of `text` as is taken, and removes it there.
+LogFile::Put LogFile::put(std::string_view &text) {
+  blocked_ = false;
+  while (!text.empty()) {
+    const ssize_t count = write_some(text);
+    if (count > 0) {
+      text.remove_prefix(static_cast<std::size_t>(count));
+    } else if (count == -1 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+      blocked_ = true;
+      return Put::blocked;
+    } else if (count == 0 || errno != EINTR) {
+      return Put::failed;
+    }
+  }
+  return Put::all;
+}
+
+/// write_through writes a line while none waits. What a pipe or a disk without room leaves of it waits.
+bool LogFile::write_through(std::string_view text) {
+  std::string_view rest = text;
+  const Put result = put(rest);
+  if (result == Put::failed && rest.size() == text.size()) return false;
+  torn_ = !rest.empty() && rest.size() < text.size();
+  if (!rest.empty()) wait(rest);
+  return true;
+}
+
+/// enqueue lets a line wait behind others. After one that was dropped none waits until all are written: the gap is in
+/// one place.
+bool LogFile::enqueue(std::string_view text) {
+  if (!blocked_ || dropped_ > 0 || waiting_bytes_ + text.size() > queue_limit) return false;
+  wait(text);
+  return true;
+}
+
+void LogFile::wait(std::string_view text) {
+  waiting_.emplace_back(text);
+  waiting_bytes_ += text.size();
+}
+
+/// flush writes what waits. True when nothing waits any more.
+bool LogFile::flush() {
+  while (!waiting_.empty()) {
+    std::string &first = waiting_.front();
+    std::string_view rest = first;
+    const Put result = put(rest);
+    waiting_bytes_ -= first.size() - rest.size();
+    torn_ = result != Put::all && (torn_ || rest.size() < first.size());
+    first.erase(0, first.size() - rest.size());
+    if (result == Put::all) waiting_.pop_front();
+    if (result == Put::failed) drop_waiting();
+    if (result != Put::all) return false;
+  }
+  return true;
+}
+
+/// drop_waiting drops the lines that wait, but for the rest of one that was begun.
+void LogFile::drop_waiting() {
+  const std::size_t kept = torn_ ? 1 : 0;
+  while (waiting_.size() > kept) {
+    dropped_ += lines_of(waiting_.back());
+    waiting_bytes_ -= waiting_.back().size();
+    waiting_.pop_back();
+  }
+}
+
+/// start_flushing starts the thread that writes what waits. Where there is none to be had the next line tries again.
+void LogFile::start_flushing() {
+  if (flushing_) return;
+  if (flusher_.joinable()) flusher_.join();
+  try {
+    flusher_ = std::thread([this] { flush_when_writable(); });
+    flushing_ = true;
+  } catch (const std::exception &) {
+  }
+}
+
+void LogFile::flush_when_writable() {
+  std::unique_lock lock(mutex_);
+  do {
+    while (!closed_ && !flush() && blocked_) {
+      lock.unlock();
+      is_writable(fd_, flush_interval);
+      lock.lock();
+    }
+  } while (!closed_ && waiting_.empty() && report(lock));
+  flushing_ = false;
+}
+
+/// report has the dropped lines reported, without the mutex. False when there is nothing to report, or nobody to do it.
+bool LogFile::report(std::unique_lock<std::mutex> &lock) {
+  const std::size_t lines = std::exchange(dropped_, 0);
+  if (lines == 0 || !notice_) return false;
+  lock.unlock();
+  bool told = false;
+  try {
+    told = notice_(lines);
+  } catch (const std::exception &) {
+  }
+  lock.lock();
+  if (!told) dropped_ += lines;
+  return told;
+}
+
+}  // namespace hosts

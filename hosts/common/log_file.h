@@ -1,0 +1,110 @@
+/// A log: whole lines appended to a file, a pipe, a socket or a terminal, without ever waiting for the reader of one.
+///
+/// A line goes to the system at once and in one write. Where nobody reads, lines wait in a queue of bounded size, which
+/// a thread writes out when it can be; what does not fit is dropped. So is a line that cannot be written, as on a full
+/// disk. Dropped lines are counted, and the count is reported when the log can be written again. Lines keep their order
+/// and are never torn: of a line that was begun the rest is written before any other.
+#ifndef HOSTS_COMMON_LOG_FILE_H
+#define HOSTS_COMMON_LOG_FILE_H
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <thread>
+
+#include "qxapi/guard.h"
+
+namespace hosts {
+
+/// open_log opens a file for appending and creates it, with mode 0644 less the process's mask, where it is missing. A
+/// named pipe is opened whether or not it has a reader. Writing to the descriptor never blocks. -1 with errno set when
+/// it fails.
+host_fd open_log(const char *path);
+
+/// is_pipe returns true when `path` names a pipe.
+bool is_pipe(const char *path);
+
+/// open_stream returns a descriptor of its own for what an open stream, such as standard error, writes to. Writing to
+/// it does not block as far as the system lets each writer choose; the stream itself, which other programs may use,
+/// stays as it is.
+file_guard open_stream(host_fd stream);
+
+/// LogFile is used from any thread.
+class LogFile {
+ public:
+  /// Notice reports that so many lines were dropped. It may write to the same log. False when it could not report it:
+  /// the lines are counted again.
+  using Notice = std::function<bool(std::size_t lines)>;
+
+  /// The bytes that wait at most, and for how long close waits for them to be taken.
+  static constexpr std::size_t queue_limit = 1 << 20;
+  static constexpr std::chrono::milliseconds close_patience{1000};
+
+  /// Opens `path` with open_log; throws std::system_error.
+  explicit LogFile(std::string path, Notice dropped = {});
+  /// A log over a descriptor of open_stream. It is never reopened.
+  explicit LogFile(file_guard stream, Notice dropped = {});
+  /// A log over a descriptor that somebody else closes, after this log, and that no other program writes to: it is made
+  /// one that does not block. It is reopened under `path`.
+  LogFile(host_fd borrowed, std::string path, Notice dropped);
+  LogFile(const LogFile &) = delete;
+  LogFile &operator=(const LogFile &) = delete;
+  /// Closes the log.
+  ~LogFile();
+
+  /// path is the name that the log is reopened under, empty for none.
+  const std::string &path() const { return path_; }
+
+  /// write appends `text`, one line or several, each with its newline. True when it is written or queued.
+  bool write(std::string_view text);
+
+  /// reopen goes on in the file that now has the log's name; a file made for it has owner and mode of the old one.
+  /// False, with errno set, when there is none: the log goes on in the old file. A log that is closed stays so.
+  bool reopen();
+
+  /// close writes out what waits, for at most close_patience, and drops the rest. Nothing is written afterwards.
+  void close();
+
+ private:
+  enum class Way { direct, socket, polled };
+  enum class Put { all, blocked, failed };
+
+  static Way way_of(host_fd fd);
+  ssize_t write_some(std::string_view text) const;
+
+  bool write_through(std::string_view text);
+  bool enqueue(std::string_view text);
+  void wait(std::string_view text);
+  bool flush();
+  Put put(std::string_view &text);
+  void drop_waiting();
+  void start_flushing();
+  void flush_when_writable();
+  bool report(std::unique_lock<std::mutex> &lock);
+
+  const std::string path_;  // empty: never reopened
+  const file_guard own_;
+  const host_fd fd_;  // the number stays the same when the log is reopened
+  const Way way_;     // how a write does not block
+  const Notice notice_;
+
+  std::mutex mutex_;  // of all below
+  std::deque<std::string> waiting_;
+  std::size_t waiting_bytes_ = 0;
+  bool torn_ = false;     // the first that waits is the rest of a line
+  bool blocked_ = false;  // the last write would have had to wait
+  bool closed_ = false;
+  std::size_t dropped_ = 0;
+  bool flushing_ = false;  // the thread runs
+  std::thread flusher_;
+};
+
+}  // namespace hosts
+
+#endif

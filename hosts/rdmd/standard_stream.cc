@@ -1,0 +1,56 @@
+#include "hosts/rdmd/standard_stream.h"
+
+#include <exception>
+#include <new>
+#include <string_view>
+#include <utility>
+
+namespace rdmd {
+namespace {
+
+/// The most that waits for the end of its line.
+constexpr std::size_t line_limit = 65536;
+
+}  // namespace
+
+StandardStream::StandardStream(FILE *&stream, host_fd descriptor, hosts::LogFile::Notice dropped)
+    : place_(stream),
+      original_(stream),
+      log_(
+          hosts::open_stream(descriptor),
+          dropped ? std::move(dropped) : [this](std::size_t lines) { return say_dropped(lines); }) {
+  cookie_io_functions_t functions{};
+  functions.write = [](void *self, const char *text, std::size_t size) {
+    static_cast<StandardStream *>(self)->take({text, size});
+    return static_cast<ssize_t>(size);
+  };
+  FILE *const own = ::fopencookie(this, "w", functions);
+  if (own == nullptr) throw std::bad_alloc();
+  std::setvbuf(own, nullptr, _IOLBF, BUFSIZ);
+  place_ = own;
+}
+
+StandardStream::~StandardStream() {
+  std::fclose(std::exchange(place_, original_));
+  if (!line_.empty()) log_.write(line_);
+  log_.close();
+}
+
+bool StandardStream::say_dropped(std::size_t lines) {
+  return log_.write("rdmd: " + std::to_string(lines) + " lines dropped: standard error could not be written\n");
+}
+
+/// take has whole lines written.
+void StandardStream::take(std::string_view text) {
+  try {
+    const std::size_t end = text.rfind('\n');
+    line_.append(text.substr(0, end + 1));
+    if (end != std::string_view::npos) log_.write(std::exchange(line_, {}));
+    line_.append(text.substr(end + 1));
+    if (line_.size() > line_limit) log_.write(std::exchange(line_, {}));
+  } catch (const std::bad_alloc &) {
+    // The line is lost; that is all that can be done.
+  }
+}
+
+}  // namespace rdmd

@@ -1,0 +1,395 @@
+#include "hosts/common/log_file.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <filesystem>
+#include <string>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+#include "support/files.h"
+#include "support/refused_new.h"
+
+namespace {
+
+using hosts::LogFile;
+using namespace std::chrono_literals;
+
+/// line returns line `number` of a log, `size` bytes long with its newline.
+std::string line(std::size_t number, std::size_t size = 100) {
+  std::string text = std::to_string(number);
+  text.resize(size - 1, '.');
+  return text + "\n";
+}
+
+std::string lines(std::size_t first, std::size_t end, std::size_t size = 100) {
+  std::string text;
+  for (; first < end; ++first) text += line(first, size);
+  return text;
+}
+
+/// read_for returns what comes from a descriptor until `size` bytes have come, or nothing more does.
+std::string read_for(host_fd fd, std::size_t size) {
+  std::string text;
+  char block[65536];
+  pollfd readable{fd, POLLIN, 0};
+  while (text.size() < size && ::poll(&readable, 1, 10'000) > 0) {
+    const ssize_t got = ::read(fd, block, sizeof block);
+    if (got <= 0) break;
+    text.append(block, static_cast<std::size_t>(got));
+  }
+  return text;
+}
+
+class LogFiles : public ::testing::Test {
+ protected:
+  /// note counts the lines that were reported as dropped.
+  LogFile::Notice note() {
+    return [this](std::size_t count) {
+      reported_ += count;
+      return true;
+    };
+  }
+  std::string pipe() {
+    EXPECT_EQ(::mkfifo(path_.c_str(), 0600), 0);
+    return path_;
+  }
+  std::string text() const { return support::read_file(path_); }
+
+  support::TemporaryFolder folder_;
+  std::string path_ = folder_.path("log");
+  std::atomic<std::size_t> reported_ = 0;
+};
+
+TEST_F(LogFiles, APipeThatNobodyReadsNeverHoldsItsWriter) {
+  // The first line that a pipe without a reader had no room for stopped the service for good.
+  LogFile log(pipe(), note());
+  std::size_t taken = 0, written = 0;
+  for (; written < 20'000; ++written) taken += log.write(line(written)) ? 1 : 0;
+  EXPECT_GE(taken * 100, LogFile::queue_limit);
+  EXPECT_LT(taken, written);
+  EXPECT_EQ(reported_, 0u);
+  const file_guard reader(::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  EXPECT_EQ(read_for(reader.get(), taken * 100), lines(0, taken));
+  for (int i = 0; i < 1000 && reported_ == 0; ++i) std::this_thread::sleep_for(10ms);
+  EXPECT_EQ(reported_, written - taken);
+  EXPECT_TRUE(log.write("again\n"));
+  EXPECT_EQ(read_for(reader.get(), 6), "again\n");
+}
+
+TEST_F(LogFiles, LongLinesOfAPipeStayWholeAndInOrder) {
+  LogFile log(pipe());
+  for (std::size_t i = 0; i < 50; ++i) EXPECT_TRUE(log.write(line(i, 9000)));
+  const file_guard reader(::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  EXPECT_EQ(read_for(reader.get(), 450'000), lines(0, 50, 9000));
+}
+
+TEST_F(LogFiles, APipeKeepsItsLinesWhileItHasNoReader) {
+  LogFile log(pipe());
+  { const file_guard reader(::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)); }
+  EXPECT_TRUE(log.write("kept\n"));
+  const file_guard reader(::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  EXPECT_EQ(read_for(reader.get(), 5), "kept\n");
+}
+
+/// FileLimit is a disk that has room for so many bytes of each file.
+class FileLimit {
+ public:
+  explicit FileLimit(rlim_t bytes) : handler_(::signal(SIGXFSZ, SIG_IGN)) {
+    ::getrlimit(RLIMIT_FSIZE, &before_);
+    const struct rlimit limit { bytes, before_.rlim_max };
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+  }
+  FileLimit(const FileLimit &) = delete;
+  FileLimit &operator=(const FileLimit &) = delete;
+  ~FileLimit() {
+    ::setrlimit(RLIMIT_FSIZE, &before_);
+    ::signal(SIGXFSZ, handler_);
+  }
+
+ private:
+  struct rlimit before_ {};
+  void (*handler_)(int);
+};
+
+TEST_F(LogFiles, AFullDiskDropsLinesTearsNoneAndIsReportedAfterwards) {
+  LogFile log(path_, note());
+  {
+    const FileLimit full(250);
+    EXPECT_TRUE(log.write(line(0)));
+    EXPECT_TRUE(log.write(line(1)));
+    EXPECT_TRUE(log.write(line(2)));  // half of it is written; the rest waits
+    EXPECT_FALSE(log.write(line(3)));
+    EXPECT_FALSE(log.write(line(4) + line(5)));
+    EXPECT_EQ(text().size(), 250u);
+  }
+  EXPECT_EQ(reported_, 0u);
+  EXPECT_TRUE(log.write(line(6)));
+  EXPECT_EQ(text(), lines(0, 3) + line(6));
+  EXPECT_EQ(reported_, 3u);
+}
+
+TEST_F(LogFiles, ALogWhoseReaderHasGoneDropsWhatWaits) {
+  ::signal(SIGPIPE, SIG_IGN);
+  int ends[2];
+  ASSERT_EQ(::pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
+  file_guard reader(ends[0]);
+  LogFile log(file_guard(ends[1]), note());
+  while (log.write(line(0, 4096))) continue;
+  reader = file_guard();
+  for (int i = 0; i < 1000 && log.write("x\n"); ++i) std::this_thread::sleep_for(10ms);
+  EXPECT_FALSE(log.write("nobody hears this\n"));
+}
+
+TEST_F(LogFiles, DroppedLinesThatCannotBeReportedAreCountedAgain) {
+  bool can_report = false;
+  std::vector<std::size_t> counts;
+  LogFile log(path_, [&](std::size_t count) {
+    counts.push_back(count);
+    return can_report;
+  });
+  {
+    const FileLimit full(0);
+    EXPECT_FALSE(log.write("one\n"));
+  }
+  log.write("two\n");
+  can_report = true;
+  log.write("three\n");
+  log.write("four\n");
+  EXPECT_EQ(counts, (std::vector<std::size_t>{1, 1}));
+}
+
+TEST_F(LogFiles, ANoticeThatThrowsIsOneThatCannotReport) {
+  LogFile log(path_, [](std::size_t) -> bool { throw std::bad_alloc(); });
+  {
+    const FileLimit full(0);
+    EXPECT_FALSE(log.write("one\n"));
+  }
+  EXPECT_TRUE(log.write("two\n"));
+}
+
+TEST_F(LogFiles, ANoticeMayWriteToItsOwnLog) {
+  LogFile *self = nullptr;
+  LogFile log(path_, [&](std::size_t count) { return self->write(std::to_string(count) + " dropped\n"); });
+  self = &log;
+  {
+    const FileLimit full(0);
+    EXPECT_FALSE(log.write("one\n"));
+  }
+  EXPECT_TRUE(log.write("two\n"));
+  EXPECT_EQ(text(), "two\n1 dropped\n");
+}
+
+TEST_F(LogFiles, ALineThatThereIsNoMemoryForIsDropped) {
+  LogFile log(pipe(), note());
+  std::size_t taken = 0;
+  while (log.write(line(taken, 4096))) ++taken;
+  ASSERT_EQ(taken, (65536 + LogFile::queue_limit) / 4096);
+  const file_guard reader(::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  EXPECT_EQ(read_for(reader.get(), taken * 4096), lines(0, taken, 4096));
+  for (int i = 0; i < 1000 && reported_ == 0; ++i) std::this_thread::sleep_for(10ms);
+  for (std::size_t i = 0; i < 16; ++i) EXPECT_TRUE(log.write(line(i, 4096)));
+  const support::RefusedNew place(4097, 4097);
+  EXPECT_FALSE(log.write(line(16, 4096)));
+  EXPECT_TRUE(place.done());
+}
+
+TEST_F(LogFiles, AThreadThatCannotBeStartedIsTriedAgainWithTheNextLine) {
+  LogFile log(pipe(), note());
+  for (std::size_t i = 0; i < 16; ++i) log.write(line(i, 4096));
+  {
+    const support::RefusedNew thread(16, 16);
+    EXPECT_TRUE(log.write(line(16, 4096)));
+    EXPECT_TRUE(thread.done());
+  }
+  EXPECT_TRUE(log.write(line(17, 4096)));
+  const file_guard reader(::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  EXPECT_EQ(read_for(reader.get(), 18 * 4096), lines(0, 18, 4096));
+}
+
+TEST_F(LogFiles, TheEndIsNotHeldUpByAPipeThatNobodyReads) {
+  LogFile log(pipe(), note());
+  for (std::size_t i = 0; i < 1000; ++i) log.write(line(i));
+  const auto begun = std::chrono::steady_clock::now();
+  log.close();
+  EXPECT_LT(std::chrono::steady_clock::now() - begun, 20 * LogFile::close_patience);
+  EXPECT_FALSE(log.write("too late\n"));
+}
+
+TEST_F(LogFiles, TheEndWaitsForAReaderThatReads) {
+  int ends[2];
+  ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+  const file_guard reader(ends[0]);
+  std::string got;
+  std::thread thread;
+  {
+    LogFile log(hosts::open_stream(ends[1]));
+    ::close(ends[1]);
+    for (std::size_t i = 0; i < 2000; ++i) EXPECT_TRUE(log.write(line(i)));
+    thread = std::thread([&] { got = read_for(reader.get(), 200'000); });
+  }
+  thread.join();
+  EXPECT_EQ(got, lines(0, 2000));
+}
+
+TEST_F(LogFiles, AStreamOfOthersStaysAsItIs) {
+  // A shell whose standard error suddenly does not block loses what it prints.
+  int ends[2];
+  ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+  const file_guard reader(ends[0]), stream(ends[1]);
+  const int flags = ::fcntl(stream.get(), F_GETFL);
+  LogFile log(hosts::open_stream(stream.get()));
+  EXPECT_TRUE(log.write("a line\n"));
+  EXPECT_EQ(::fcntl(stream.get(), F_GETFL), flags);
+  EXPECT_EQ(read_for(reader.get(), 7), "a line\n");
+}
+
+TEST_F(LogFiles, AStreamThatBlocksIsWrittenToOnlyWhileItHasRoom) {
+  int ends[2];
+  ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+  const file_guard reader(ends[0]);
+  LogFile log{file_guard(ends[1])};
+  for (std::size_t i = 0; i < 20; ++i) EXPECT_TRUE(log.write(line(i, 9000)));
+  EXPECT_EQ(read_for(reader.get(), 180'000), lines(0, 20, 9000));
+}
+
+TEST_F(LogFiles, ASocketThatNobodyReadsNeverHoldsItsWriter) {
+  int ends[2];
+  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+  const file_guard reader(ends[0]), stream(ends[1]);
+  LogFile log(hosts::open_stream(stream.get()));
+  std::size_t taken = 0;
+  while (log.write(line(taken))) ++taken;
+  EXPECT_GE(taken * 100, LogFile::queue_limit);
+  EXPECT_EQ(read_for(reader.get(), taken * 100), lines(0, taken));
+}
+
+TEST_F(LogFiles, AStreamIntoAFileGoesOnWhereTheFileEnds) {
+  const file_guard stream(::open(path_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+  ASSERT_EQ(::write(stream.get(), "before\n", 7), 7);
+  LogFile log(hosts::open_stream(stream.get()));
+  EXPECT_TRUE(log.write("a line\n"));
+  ASSERT_EQ(::write(stream.get(), "after\n", 6), 6);
+  EXPECT_EQ(text(), "before\na line\nafter\n");
+  EXPECT_TRUE(log.reopen());
+}
+
+TEST_F(LogFiles, AFileThatCannotBeOpenedIsNamed) {
+  try {
+    const LogFile file("/nonexistent/log");
+    FAIL() << "the file was opened";
+  } catch (const std::system_error &error) {
+    EXPECT_STREQ(error.what(), "/nonexistent/log: No such file or directory");
+  }
+}
+
+TEST_F(LogFiles, ReopeningGoesOnInANewFileOfTheSameName) {
+  LogFile file(path_);
+  file.write("one\n");
+  ::chmod(path_.c_str(), 0640);
+  std::filesystem::rename(path_, folder_.path("log.1"));
+  file.write("two\n");
+  EXPECT_TRUE(file.reopen());
+  file.write("three\n");
+  EXPECT_TRUE(file.reopen());
+  file.write("four\n");
+  EXPECT_EQ(support::read_file(folder_.path("log.1")), "one\ntwo\n");
+  EXPECT_EQ(text(), "three\nfour\n");
+  struct stat status;
+  ASSERT_EQ(::stat(path_.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, 0640u) << "what was kept from others is open to all after a rotation";
+}
+
+TEST_F(LogFiles, AFileThatWasMadeForTheLogKeepsItsMode) {
+  LogFile file(path_);
+  std::filesystem::rename(path_, folder_.path("log.1"));
+  support::write_file(path_, "made by the rotation\n");
+  ::chmod(path_.c_str(), 0600);
+  EXPECT_TRUE(file.reopen());
+  file.write("a line\n");
+  EXPECT_EQ(text(), "made by the rotation\na line\n");
+  struct stat status;
+  ASSERT_EQ(::stat(path_.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, 0600u);
+}
+
+TEST_F(LogFiles, AFileThatCannotBeReopenedGoesOnInTheOldOne) {
+  const std::string place = folder_.path("place"), moved = folder_.path("moved");
+  std::filesystem::create_directory(place);
+  LogFile file(place + "/log");
+  std::filesystem::rename(place, moved);
+  EXPECT_FALSE(file.reopen());
+  EXPECT_EQ(errno, ENOENT);
+  file.write("still here\n");
+  EXPECT_EQ(support::read_file(moved + "/log"), "still here\n");
+}
+
+TEST_F(LogFiles, WhatWaitsForAPipeGoesToTheFileThatTakesItsPlace) {
+  LogFile log(pipe());
+  for (std::size_t i = 0; i < 16; ++i) EXPECT_TRUE(log.write(line(i, 4096)));
+  for (std::size_t i = 16; i < 20; ++i) EXPECT_TRUE(log.write(line(i)));
+  ASSERT_EQ(::unlink(path_.c_str()), 0);
+  EXPECT_TRUE(log.reopen());
+  EXPECT_TRUE(log.write(line(20)));
+  EXPECT_EQ(text(), lines(16, 21));
+}
+
+TEST_F(LogFiles, TheRestOfALineDoesNotBeginTheNextFile) {
+  LogFile log(path_);
+  {
+    const FileLimit full(50);
+    EXPECT_TRUE(log.write(line(0)));
+  }
+  ASSERT_EQ(::unlink(path_.c_str()), 0);
+  EXPECT_TRUE(log.reopen());
+  EXPECT_TRUE(log.write(line(1)));
+  EXPECT_EQ(text(), line(1));
+}
+
+TEST_F(LogFiles, ABorrowedDescriptorKeepsItsNumberAndStaysOpen) {
+  const file_guard file(hosts::open_log(path_.c_str()));
+  {
+    LogFile log(file.get(), path_, {});
+    EXPECT_EQ(log.path(), path_);
+    log.write("one\n");
+    std::filesystem::rename(path_, folder_.path("log.1"));
+    EXPECT_TRUE(log.reopen());
+    log.write("two\n");
+    EXPECT_NE(::fcntl(file.get(), F_GETFD) & FD_CLOEXEC, 0);
+    log.close();
+    // The number may be another file's by now.
+    std::filesystem::rename(path_, folder_.path("log.2"));
+    EXPECT_TRUE(log.reopen());
+  }
+  EXPECT_EQ(::write(file.get(), "three\n", 6), 6);
+  EXPECT_EQ(support::read_file(folder_.path("log.2")), "two\nthree\n");
+}
+
+TEST_F(LogFiles, ALineOfManyThreadsIsNeverMixedWithAnother) {
+  LogFile log(path_);
+  std::vector<std::thread> threads;
+  for (std::size_t t = 0; t < 4; ++t)
+    threads.emplace_back([&, t] {
+      for (int i = 0; i < 500; ++i) log.write(line(t));
+    });
+  for (std::thread &thread : threads) thread.join();
+  const std::string all = text();
+  ASSERT_EQ(all.size(), 200'000u);
+  for (std::size_t t = 0; t < 4; ++t) {
+    std::size_t count = 0;
+    for (std::size_t at = 0; at < all.size(); at += 100) count += all.substr(at, 100) == line(t) ? 1 : 0;
+    EXPECT_EQ(count, 500u) << t;
+  }
+}
+
+}  // namespace

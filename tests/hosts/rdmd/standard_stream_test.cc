@@ -1,0 +1,96 @@
+#include "hosts/rdmd/standard_stream.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "support/refused_new.h"
+
+namespace {
+
+using rdmd::StandardStream;
+
+/// A stream, in the place of a standard one, over a pipe.
+class StandardStreams : public ::testing::Test {
+ protected:
+  StandardStreams() {
+    int ends[2] = {-1, -1};
+    EXPECT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+    reader_ = file_guard(ends[0]);
+    writer_ = file_guard(ends[1]);
+  }
+
+  /// read_pipe returns what is in the pipe, or what comes into it soon.
+  std::string read_pipe() {
+    std::string text;
+    char block[65536];
+    pollfd readable{reader_.get(), POLLIN, 0};
+    while (::poll(&readable, 1, 500) > 0)
+      text.append(block, static_cast<std::size_t>(::read(reader_.get(), block, sizeof block)));
+    return text;
+  }
+
+  file_guard reader_, writer_;
+  FILE *stream_ = nullptr;
+};
+
+TEST_F(StandardStreams, LinesGoThroughWhole) {
+  {
+    const StandardStream standing_in(stream_, writer_.get());
+    std::fputs("a ", stream_);
+    std::fflush(stream_);
+    std::fputs("line\nanother", stream_);
+    std::fputs("\nthe end", stream_);
+  }
+  EXPECT_EQ(stream_, nullptr);
+  EXPECT_EQ(read_pipe(), "a line\nanother\nthe end");
+}
+
+TEST_F(StandardStreams, APipeThatNobodyReadsHoldsNobodyAndHearsWhatItMissed) {
+  // Diagnostics go to standard error where no file is named for them: the service stood still when its pipe was full.
+  const StandardStream standing_in(stream_, writer_.get());
+  const std::string line = std::string(999, 'x') + "\n";
+  for (int i = 0; i < 2000; ++i) EXPECT_EQ(std::fputs(line.c_str(), stream_) >= 0, true);
+  const std::string text = read_pipe();
+  const std::size_t whole = text.find("rdmd: ");
+  ASSERT_NE(whole, std::string::npos);
+  ASSERT_EQ(whole % 1000, 0u);
+  EXPECT_EQ(text.substr(whole),
+            "rdmd: " + std::to_string(2000 - whole / 1000) + " lines dropped: standard error could not be written\n");
+}
+
+TEST_F(StandardStreams, WhatMissesALineIsToldToWhomItConcerns) {
+  std::size_t dropped = 0;
+  const StandardStream standing_in(stream_, writer_.get(), [&](std::size_t lines) {
+    dropped += lines;
+    return true;
+  });
+  const std::string line = std::string(9999, 'x') + "\n";
+  for (int i = 0; i < 300; ++i) std::fputs(line.c_str(), stream_);
+  EXPECT_EQ(read_pipe().size() + dropped * line.size(), 300 * line.size());
+}
+
+TEST_F(StandardStreams, ALineThatThereIsNoMemoryForIsLost) {
+  const StandardStream standing_in(stream_, writer_.get());
+  const std::string line = std::string(4999, 'x') + "\n";
+  {
+    const support::RefusedNew place(line.size(), 2 * line.size());
+    std::fputs(line.c_str(), stream_);
+    EXPECT_TRUE(place.done());
+  }
+  std::fputs("the next\n", stream_);
+  EXPECT_EQ(read_pipe(), "the next\n");
+}
+
+TEST_F(StandardStreams, ALineWithoutEndDoesNotGrowForever) {
+  const StandardStream standing_in(stream_, writer_.get());
+  const std::string text(70'000, 'x');
+  std::fputs(text.c_str(), stream_);
+  std::fflush(stream_);
+  EXPECT_EQ(read_pipe(), text);
+}
+
+}  // namespace
