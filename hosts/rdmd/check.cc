@@ -1,24 +1,18 @@
 #include "hosts/rdmd/check.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <filesystem>
 #include <map>
 #include <utility>
 
 #include "cli/similar.h"
 #include "hosts/rdmd/check_csid.h"
 #include "hosts/rdmd/check_lines.h"
+#include "hosts/rdmd/check_places.h"
+#include "hosts/rdmd/check_user.h"
 #include "qxapi/ascii.h"
 
 namespace check {
 namespace {
-
-namespace fs = std::filesystem;
 
 constexpr const char *required[] = {"bindir", "csid-config", "csid-default"};
 constexpr std::string_view known[] = {"bindir",        "csid-config",    "csid-default", "logfile",
@@ -88,39 +82,6 @@ Configuration read_configuration(Report &report) {
     check_default(configuration, list->value, report);
   }
   return configuration;
-}
-
-std::string reason() { return std::strerror(errno); }
-
-bool is_folder(const std::string &path) {
-  std::error_code ignored;
-  return fs::is_directory(path, ignored);
-}
-
-void check_programs(const Pair &folder, Report &report) {
-  if (!is_folder(folder.value)) return report.error(folder.line, "\"bindir\" is not a folder: " + folder.value);
-  const std::string command = folder.value + "/minidba";
-  std::error_code ignored;
-  if (!fs::is_regular_file(command, ignored) || ::access(command.c_str(), X_OK) != 0)
-    report.error(folder.line, "\"bindir\" holds no executable minidba: " + folder.value);
-}
-
-void check_temporary(const Pair &folder, Report &report) {
-  if (!is_folder(folder.value))
-    report.error(folder.line, "\"tmpdir\" is not a folder: " + folder.value);
-  else if (::access(folder.value.c_str(), W_OK | X_OK) != 0)
-    report.error(folder.line, "\"tmpdir\" cannot be written: " + reason());
-}
-
-/// check_log looks whether a log could be appended to, without making it.
-void check_log(const Pair &log, Report &report) {
-  struct stat status;
-  const bool exists = ::stat(log.value.c_str(), &status) == 0;
-  if (exists && S_ISDIR(status.st_mode)) return report.error(log.line, quote(log.name) + " is a folder: " + log.value);
-  const fs::path parent = fs::path(log.value).parent_path();
-  const std::string place = exists ? log.value : (parent.empty() ? "." : parent.string());
-  if (::access(place.c_str(), exists ? W_OK : W_OK | X_OK) != 0)
-    report.error(log.line, quote(log.name) + " cannot be written: " + place + ": " + reason());
 }
 
 void check_places(const Settings &settings, Report &report) {
@@ -215,6 +176,16 @@ Findings check_configuration(const std::string &config) {
     check_services(configuration.services, services);
   }
   return limited(findings);
+}
+
+Findings check_command_line(const CommandLine &line) {
+  Findings findings;
+  Report report("rdmd", findings);
+  if (!line.user.empty()) become_user(line.user, report);
+  check_listen(line.listen, report);
+  if (!line.access_log.empty() && line.access_log != "-") check_log({"--access-log", line.access_log, 0}, report);
+  if (!line.error_log.empty()) check_log({"--error-log", line.error_log, 0}, report);
+  return findings;
 }
 
 }  // namespace check

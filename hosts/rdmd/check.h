@@ -40,8 +40,22 @@ bool has_errors(const Findings &findings);
 Findings check_syntax(const std::string &config);
 
 /// check_configuration does what check_syntax does and then looks at all that the lines name: folders, logs, the
-/// external command, catalog databases and their indexes, alias files and descriptions.
+/// external command, catalog databases and their indexes, alias files and descriptions. It finds what the caller of the
+/// process may not read or write.
 Findings check_configuration(const std::string &config);
+
+/// CommandLine is what a server is started with besides its configuration.
+struct CommandLine {
+  std::string listen;      // HOST:PORT
+  std::string access_log;  // empty: none; "-": standard output
+  std::string error_log;   // empty: standard error
+  std::string user;        // the user that runs the server; empty: the caller
+};
+
+/// check_command_line checks the address and the logs; its findings have "rdmd" for their file. With a user, it first
+/// gives the process this user's rights for the rest of its life: this check and those after it find what the user may
+/// do.
+Findings check_command_line(const CommandLine &line);
 
 }  // namespace check
 

@@ -50,11 +50,16 @@ bool loads(const Settings &settings) {
 
 /// check_all reports on standard error what stands against serving these settings.
 int check_all(const Settings &settings) {
+  // This comes first, because it changes the user of the process, who must be able to read the plug-in.
+  check::Findings findings =
+      check::check_command_line({settings.listen, settings.access_log, settings.error_log, settings.user});
   const bool loaded = loads(settings);
-  const check::Findings findings = check::check_configuration(settings.config);
+  const check::Findings more = check::check_configuration(settings.config);
+  findings.insert(findings.end(), more.begin(), more.end());
   for (const check::Finding &finding : findings) std::fprintf(stderr, "%s\n", check::describe(finding).c_str());
   if (!loaded || check::has_errors(findings)) return EXIT_FAILURE;
-  std::printf("%s: the configuration is valid\n", settings.config.c_str());
+  const std::string whose = settings.user.empty() ? "" : " for the user " + settings.user;
+  std::printf("%s: the configuration is valid%s\n", settings.config.c_str(), whose.c_str());
   return EXIT_SUCCESS;
 }
 

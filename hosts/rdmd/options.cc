@@ -67,7 +67,8 @@ void add_options(CLI::App &app, Settings &settings) {
   app.add_option("--access-log", settings.access_log, "Access log; - is standard output, none by default")
       ->type_name("FILE");
   app.add_option("--error-log", settings.error_log, "Error log; standard error by default")->type_name("FILE");
-  app.add_flag("--check", settings.check, "Check the plug-in and the configuration, and exit");
+  CLI::Option *check = app.add_flag("--check", settings.check, "Check the plug-in and the configuration, and exit");
+  app.add_option("--user", settings.user, "Check what this user may read and write")->type_name("NAME")->needs(check);
   app.add_option("--max-connections", settings.limits.connections, "Connections served at once")
       ->check(CLI::Range(1, 65536))
       ->capture_default_str();

@@ -32,6 +32,7 @@ struct Settings {
   int workers = 1;
   int threads = 2;
   bool check = false;
+  std::string user;  // of the check; empty: the caller
   Limits limits;
 };
 

@@ -1,7 +1,9 @@
 #include "hosts/rdmd/check.h"
 
 #include <gtest/gtest.h>
+#include <pwd.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -10,6 +12,7 @@
 
 #include "hosts/rdmd/catalog_files.h"
 #include "hosts/rdmd/rdmd_process.h"
+#include "support/environment.h"
 #include "support/files.h"
 #include "support/process.h"
 
@@ -398,7 +401,20 @@ TEST_F(Check, ChangesNothing) {
 
 class CheckOption : public Check {
  protected:
-  std::string plugin() const { return std::string(BINARY_DIR) + "/tests/test_plugin.so"; }
+  static std::string plugin() { return std::string(BINARY_DIR) + "/tests/test_plugin.so"; }
+  /// command returns the arguments of a check with more options.
+  std::vector<std::string> command(const std::vector<std::string> &options,
+                                   const std::string &library = plugin()) const {
+    std::vector<std::string> words = {BINARY_DIR "/bin/rdmd",   "--check",  "--config",
+                                      folder_.path("rdm.conf"), "--plugin", library};
+    words.insert(words.end(), options.begin(), options.end());
+    return words;
+  }
+  /// without returns the arguments of a run in which the superuser, too, lacks these capabilities.
+  static std::vector<std::string> without(const char *capabilities, std::vector<std::string> arguments) {
+    if (::geteuid() == 0) arguments.insert(arguments.begin(), {"/usr/bin/setpriv", capabilities});
+    return arguments;
+  }
 };
 
 TEST_F(CheckOption, AcceptsAValidConfigurationAndServesNothing) {
@@ -448,6 +464,122 @@ TEST_F(CheckOption, AServerThatStartsSaysWhichLinesAreMistaken) {
   EXPECT_NE(server.errors().find("[error] rdmd: " + conf + ":5: error: the quote after tmpdir= is not closed\n"),
             std::string::npos)
       << server.errors();
+}
+
+/// The logs of the command line were opened by the start alone, after the check had found everything in order.
+TEST_F(CheckOption, LooksAtTheCommandLineToo) {
+  const support::Finished finished =
+      support::run(command({"--listen", "198.51.100.1:8380", "--access-log", folder_.path("none/access"), "--error-log",
+                            folder_.path("bin")}));
+  EXPECT_EQ(finished.status, 1);
+  EXPECT_EQ(finished.errors,
+            "rdmd: error: cannot listen on 198.51.100.1:8380: Cannot assign requested address\n"
+            "rdmd: error: \"--access-log\" cannot be written: " +
+                folder_.path("none") + ": No such file or directory\n" +
+                "rdmd: error: \"--error-log\" is a folder: " + folder_.path("bin") + "\n");
+  EXPECT_EQ(support::run(command({"--access-log", "-", "--error-log", folder_.path("errors")})).errors, "");
+}
+
+TEST_F(CheckOption, APrivilegedPortTakesPermission) {
+  const int first = std::stoi(support::read_file("/proc/sys/net/ipv4/ip_unprivileged_port_start"));
+  const support::Finished finished =
+      support::run(without("--bounding-set=-net_bind_service", command({"--listen", "127.0.0.1:1"})));
+  EXPECT_EQ(finished.errors, first > 1 ? "rdmd: error: cannot listen on 127.0.0.1:1: Permission denied\n" : "");
+  EXPECT_EQ(finished.status, first > 1 ? 1 : 0);
+}
+
+TEST_F(CheckOption, AUserIsNamedForACheckOnly) {
+  const support::Finished served = support::run(
+      {BINARY_DIR "/bin/rdmd", "--config", folder_.path("rdm.conf"), "--plugin", plugin(), "--user", "nobody"});
+  EXPECT_EQ(served.status, 2);
+  EXPECT_EQ(served.errors.find("rdmd: --user requires --check"), 0U) << served.errors;
+  const support::Finished unknown = support::run(command({"--user", "nobody knows"}));
+  EXPECT_EQ(unknown.status, 1);
+  EXPECT_EQ(unknown.errors, "rdmd: error: there is no user \"nobody knows\"\n");
+}
+
+TEST_F(CheckOption, TheCallerCanNameItself) {
+  const std::string caller = ::getpwuid(::geteuid())->pw_name;
+  const support::Finished finished =
+      support::run(without("--bounding-set=-setuid,-setgid", command({"--user", caller})));
+  EXPECT_EQ(finished.status, 0);
+  EXPECT_EQ(finished.errors, "");
+  EXPECT_EQ(finished.out, folder_.path("rdm.conf") + ": the configuration is valid for the user " + caller + "\n");
+}
+
+TEST_F(CheckOption, OnlyTheSuperuserCanCheckForAnother) {
+  const support::Finished finished =
+      support::run(without("--bounding-set=-setuid,-setgid", command({"--user", "nobody"})));
+  EXPECT_EQ(finished.status, 1);
+  EXPECT_EQ(finished.errors,
+            "rdmd: error: cannot check what the user \"nobody\" may read and write: Operation not permitted; only the "
+            "superuser can, or this user\n");
+}
+
+/// CheckByUser has a configuration that everybody may read, with a folder that everybody may write.
+class CheckByUser : public CheckOption {
+ protected:
+  void SetUp() override {
+    if (::geteuid() != 0) GTEST_SKIP() << "only the superuser checks for others";
+    // The build may be in a directory that the user cannot enter.
+    std::filesystem::copy_file(plugin(), library_);
+    services(
+        "csid=\"x-catalog://localhost:8380/rfc\"\ncatalog-database=\"@/rfc.db\" alias-file=\"@/aliases\" "
+        "server-description=\"@/server.rdm\"\n");
+    config("logfile=\"@/logs/rdm.log\" debug-logfile=\"@/debug.log\" tmpdir=\"@/tmp\"\n");
+    write("aliases", "tcp rfc793\n");
+    write("debug.log", "");
+    for (const char *name : {"logs", "tmp"}) std::filesystem::create_directory(folder_.path(name));
+    for (const char *name : {"", "logs", "tmp", "debug.log"}) allow(name, 0777);
+  }
+  void allow(const char *name, mode_t mode) { ASSERT_EQ(::chmod(folder_.path(name).c_str(), mode), 0); }
+  support::Finished check() {
+    const support::Uncounted uncounted;
+    return support::run(command({"--user", "nobody", "--error-log", folder_.path("logs/errors")}, library_));
+  }
+  std::string errors() { return replaced(check().errors, folder_.path() + "/", "@/"); }
+
+  const std::string library_ = folder_.path("plugin.so");
+};
+
+/// The superuser who checked could read and write everything, and the service, run by a user of its own, nothing.
+TEST_F(CheckByUser, FindsWhatTheUserMayNotReadOrWrite) {
+  EXPECT_EQ(check().out, folder_.path("rdm.conf") + ": the configuration is valid for the user nobody\n");
+  EXPECT_EQ(errors(), "");
+  // Not by the superuser's group either.
+  for (const char *name : {"rfc.db", "rfc.db.idx", "aliases", "server.rdm"}) allow(name, 0640);
+  allow("bin/minidba", 0744);
+  allow("debug.log", 0644);
+  for (const char *name : {"tmp", "logs"}) allow(name, 0755);
+  EXPECT_EQ(check().status, 1);
+  EXPECT_EQ(errors(),
+            "rdmd: error: \"--error-log\" cannot be written: @/logs: Permission denied\n"
+            "@/rdm.conf:1: error: \"bindir\" holds no executable minidba: @/bin\n"
+            "@/rdm.conf:4: error: \"tmpdir\" cannot be written: Permission denied\n"
+            "@/rdm.conf:4: error: \"logfile\" cannot be written: @/logs: Permission denied\n"
+            "@/rdm.conf:4: error: \"debug-logfile\" cannot be written: @/debug.log: Permission denied\n"
+            "@/rfc.db.idx: error: cannot be read: Permission denied\n"
+            "@/rfc.db: error: cannot be read: Permission denied\n"
+            "@/aliases: error: cannot be read: Permission denied\n"
+            "@/server.rdm: error: cannot be read: Permission denied\n");
+}
+
+TEST_F(CheckByUser, NamesFoldersThatTheUserCannotEnter) {
+  for (const char *name : {"logs", "tmp", "bin"}) allow(name, 0700);
+  config("logfile=\"@/logs/rdm.log\" tmpdir=\"@/tmp/in/it\"\n");
+  EXPECT_EQ(errors(),
+            "rdmd: error: \"--error-log\" cannot be written: @/logs/errors: Permission denied\n"
+            "@/rdm.conf:1: error: \"bindir\" holds no executable minidba: @/bin\n"
+            "@/rdm.conf:4: error: \"tmpdir\" cannot be reached: @/tmp/in/it: Permission denied\n"
+            "@/rdm.conf:4: error: \"logfile\" cannot be written: @/logs/rdm.log: Permission denied\n");
+}
+
+TEST_F(CheckByUser, ThePluginAndTheConfigurationMustBeReadable) {
+  allow("plugin.so", 0700);
+  allow("rdm.conf", 0600);
+  EXPECT_EQ(errors(),
+            "rdmd: cannot load the plug-in: @/plugin.so: cannot open shared object file: Permission denied\n"
+            "@/rdm.conf: error: cannot be read: Permission denied\n");
 }
 
 }  // namespace

@@ -1,0 +1,29 @@
+/// Places outside the configuration's files: folders, logs and addresses.
+///
+/// Nothing here creates a file or changes one.
+#ifndef HOSTS_RDMD_CHECK_PLACES_H
+#define HOSTS_RDMD_CHECK_PLACES_H
+
+#include <string>
+
+#include "hosts/rdmd/check_lines.h"
+
+namespace check {
+
+/// check_programs requires a directory with an executable minidba.
+void check_programs(const Pair &folder, Report &report);
+
+/// check_temporary requires a directory in which files can be made.
+void check_temporary(const Pair &folder, Report &report);
+
+/// check_log requires a file that can be appended to, or a directory in which it can be made.
+void check_log(const Pair &log, Report &report);
+
+/// check_listen requires that a server can listen on "HOST:PORT": the name must be known, the address must be one of
+/// this machine, and the port must be allowed to the caller. A port in use is no error: the server itself may use it.
+/// The ports are bound for a moment, but nothing listens.
+void check_listen(const std::string &address, Report &report);
+
+}  // namespace check
+
+#endif

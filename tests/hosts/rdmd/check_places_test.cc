@@ -1,0 +1,136 @@
+#include "hosts/rdmd/check_places.h"
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <netdb.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+
+#include "hosts/rdmd/listen_address.h"
+#include "support/files.h"
+#include "support/process.h"
+
+/// "partly.test" is a name that has one address of this machine and one of another.
+extern "C" int getaddrinfo(const char *node, const char *service, const addrinfo *hints, addrinfo **found) {
+  const auto real = reinterpret_cast<decltype(&::getaddrinfo)>(::dlsym(RTLD_NEXT, "getaddrinfo"));
+  if (std::string_view(node) != "partly.test") return real(node, service, hints, found);
+  const int error = real("127.0.0.1", service, hints, found);
+  return error != 0 ? error : real("198.51.100.1", service, hints, &(*found)->ai_next);
+}
+
+namespace {
+
+std::string text_of(const check::Findings &findings) {
+  std::string text;
+  for (const check::Finding &finding : findings) text += check::describe(finding) + "\n";
+  return text;
+}
+
+std::string listen(const std::string &address) {
+  check::Findings findings;
+  check::Report report("rdmd", findings);
+  check::check_listen(address, report);
+  return text_of(findings);
+}
+
+TEST(CheckListen, TakesAddressesOfThisMachine) {
+  for (const char *address : {"127.0.0.1:0", "localhost:0", "0.0.0.0:0", "127.0.0.1:65535"})
+    EXPECT_EQ(listen(address), "") << address;
+}
+
+TEST(CheckListen, RefusesWhatIsNoAddressOfThisMachine) {
+  const std::string refused = "rdmd: error: cannot listen on ";
+  EXPECT_EQ(listen("198.51.100.1:8380"), refused + "198.51.100.1:8380: Cannot assign requested address\n");
+  EXPECT_EQ(listen("127.0.0.1"), refused + "127.0.0.1: HOST:PORT is required\n");
+  EXPECT_EQ(listen("127.0.0.1:65536"), refused + "127.0.0.1:65536: the port is a number from 0 to 65535\n");
+  const std::string label = std::string(64, 'x') + ".test:8380";
+  EXPECT_EQ(listen(label).find(refused + label + ": "), 0U) << listen(label);
+  EXPECT_EQ(listen("partly.test:8380"),
+            "rdmd: warning: cannot listen on 198.51.100.1:8380: Cannot assign requested address\n");
+}
+
+/// The check is made while the server runs that the configuration is for.
+TEST(CheckListen, APortInUseIsNoError) {
+  const rdmd::BoundSockets bound = rdmd::bind_listen("127.0.0.1:0");
+  ASSERT_EQ(::listen(bound.sockets.front().get(), 1), 0);
+  EXPECT_EQ(listen(rdmd::local_address(bound.sockets.front().get()).text()), "");
+}
+
+class CheckLog : public ::testing::Test {
+ protected:
+  std::string found(const std::string &name) {
+    check::Findings findings;
+    check::Report report("conf", findings);
+    check::check_log({"logfile", folder_.path(name), 3}, report);
+    std::string text = text_of(findings);
+    for (size_t at = 0; (at = text.find(folder_.path() + "/", at)) != std::string::npos;)
+      text.replace(at, folder_.path().size(), "@");
+    return text;
+  }
+  void link(const std::string &target, const char *name) {
+    ASSERT_EQ(::symlink(target.c_str(), folder_.path(name).c_str()), 0);
+  }
+
+  const std::string no_ = "conf:3: error: \"logfile\" ";
+  support::TemporaryFolder folder_;
+};
+
+TEST_F(CheckLog, IsAFileThatIsThereOrCanBeMade) {
+  const std::string path = folder_.write("log", "a line\n");
+  EXPECT_EQ(found("log"), "");
+  EXPECT_EQ(support::read_file(path), "a line\n");
+  EXPECT_EQ(found("fresh"), "");
+  EXPECT_FALSE(support::file_exists(folder_.path("fresh")));
+}
+
+TEST_F(CheckLog, IsInAFolderThatIsThere) {
+  EXPECT_EQ(found("none/log"), no_ + "cannot be written: @/none: No such file or directory\n");
+  folder_.write("file", "");
+  EXPECT_EQ(found("file/log"), no_ + "cannot be written: @/file/log: Not a directory\n");
+  std::filesystem::create_directory(folder_.path("folder"));
+  EXPECT_EQ(found("folder"), no_ + "is a folder: @/folder\n");
+  const std::string name(256, 'x');
+  EXPECT_EQ(found(name), no_ + "cannot be written: @/" + name + ": File name too long\n");
+}
+
+/// A link to a file that is not there was taken for a file that can be made beside the link.
+TEST_F(CheckLog, ALinkIsFollowed) {
+  link("there", "here");
+  EXPECT_EQ(found("here"), "");
+  link("none/log", "relative");
+  EXPECT_EQ(found("relative"), no_ + "cannot be written: @/none: No such file or directory\n");
+  link(folder_.path("none/log"), "absolute");
+  EXPECT_EQ(found("absolute"), no_ + "cannot be written: @/none: No such file or directory\n");
+  link("relative", "twice");
+  EXPECT_EQ(found("twice"), no_ + "cannot be written: @/none: No such file or directory\n");
+  link("loop", "loop");
+  EXPECT_EQ(found("loop"), no_ + "cannot be written: @/loop: Too many levels of symbolic links\n");
+}
+
+/// A program that runs cannot be written, whatever its permissions are.
+TEST_F(CheckLog, IsNoProgramThatRuns) {
+  std::filesystem::copy_file("/bin/sleep", folder_.path("program"));
+  const pid_t child =
+      support::start({folder_.path("program"), "60"}, "/dev/null", folder_.path("out"), folder_.path("errors"));
+  const std::string refused = no_ + "cannot be written: @/program: Text file busy\n";
+  for (int i = 0; i < 1000 && found("program") != refused; ++i) ::usleep(10'000);
+  EXPECT_EQ(found("program"), refused);
+  ::kill(child, SIGKILL);
+  support::wait_for(child);
+}
+
+/// A pipe is not opened: that would wait for its reader, or tell it that its writer has gone.
+TEST_F(CheckLog, MayBeAPipeOrADeviceButNoSocket) {
+  ASSERT_EQ(::mkfifo(folder_.path("pipe").c_str(), 0600), 0);
+  EXPECT_EQ(found("pipe"), "");
+  link("/dev/null", "device");
+  EXPECT_EQ(found("device"), "");
+  ASSERT_EQ(::mknod(folder_.path("socket").c_str(), S_IFSOCK | 0600, 0), 0);
+  EXPECT_EQ(found("socket"), no_ + "cannot be written: @/socket: it is a socket\n");
+}
+
+}  // namespace
