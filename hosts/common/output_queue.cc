@@ -90,6 +90,8 @@ bool OutputQueue::append_file(host_fd fd, std::int64_t offset, std::int64_t leng
 
 std::vector<Piece> OutputQueue::take() {
   size_ = 0;
+  spilled_ = 0;
+  spill_file_.reset();
   return std::exchange(pieces_, {});
 }
 

@@ -46,7 +46,7 @@ class OutputQueue {
 
   const std::vector<Piece> &pieces() const { return pieces_; }
 
-  /// take hands the pieces over, in order, and leaves the queue empty.
+  /// take hands the pieces over, in order, and leaves the queue empty; it holds no file then.
   std::vector<Piece> take();
 
  private:

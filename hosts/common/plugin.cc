@@ -47,7 +47,9 @@ std::string Plugin::init(const std::string &config) {
   return error != nullptr && *error != '\0' ? error : "the plug-in refused its configuration";
 }
 
-Outcome serve(Plugin &plugin, Exchange &exchange) {
+namespace {
+
+Outcome call_in_turn(Plugin &plugin, Exchange &exchange) {
   const long losses_before = losses();
   const int type = plugin.type(exchange);
   if (type == HOST_NOT_HANDLED) return Outcome::not_handled;
@@ -57,6 +59,15 @@ Outcome serve(Plugin &plugin, Exchange &exchange) {
   }
   if (losses() != losses_before) return Outcome::broken;
   return exchange.started() ? Outcome::answered : Outcome::silent;
+}
+
+}  // namespace
+
+Outcome serve(Plugin &plugin, Exchange &exchange) {
+  const Outcome outcome = call_in_turn(plugin, exchange);
+  // Before the next request begins: it may need the room that the part of an answer takes on a full disk.
+  if (outcome != Outcome::answered) exchange.queue().take();
+  return outcome;
 }
 
 }  // namespace hosts

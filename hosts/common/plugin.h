@@ -49,7 +49,8 @@ enum class Outcome {
   broken        // memory or files failed meanwhile: what was answered must not be sent as if it were whole
 };
 
-/// serve calls type, service and log in turn. The last follows the service step whatever that returned.
+/// serve calls type, service and log in turn. The last follows the service step whatever that returned. Nothing is
+/// queued, in memory or in a file, when the outcome is not `answered`.
 Outcome serve(Plugin &plugin, Exchange &exchange);
 
 }  // namespace hosts

@@ -1,12 +1,18 @@
 #include "hosts/rdmd/connection.h"
 
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <poll.h>
+#include <sys/socket.h>
 
 #include <algorithm>
+#include <array>
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/asio/write.hpp>
+#include <cerrno>
 #include <chrono>
+#include <cstdint>
 #include <ctime>
 #include <string_view>
 #include <utility>
@@ -20,6 +26,22 @@ using boost::system::error_code;
 
 constexpr std::string_view server_name = "rdmd/" RDM_VERSION;
 constexpr std::string_view continue_line = "HTTP/1.1 100 Continue\r\n\r\n";
+
+/// How many bytes beyond the client's window the kernel takes. Without this it takes megabytes for a client that reads
+/// nothing; a client that reads has no less on the way.
+using UnsentLimit = boost::asio::detail::socket_option::integer<IPPROTO_TCP, TCP_NOTSENT_LOWAT>;
+constexpr int unsent_limit = 131072;
+
+/// How much is read of a head at a time. What follows the request in it is kept until the answer is sent.
+constexpr std::size_t head_block = 4096;
+/// How much of a referer or user agent the access log shows.
+constexpr std::size_t logged_field = 1024;
+
+/// empty gives back the memory that `value` holds. A string to which an empty one is assigned keeps its own.
+template <typename Value>
+void empty(Value &value) {
+  const Value former = std::exchange(value, Value{});
+}
 
 /// client_address returns the address as text; an IPv4 client of an IPv6 socket shows as what it is.
 std::string client_address(const io::Socket &socket) {
@@ -52,6 +74,7 @@ Connection::Connection(io::Socket socket, Server &server)
   error_code ignored;
   socket_.native_non_blocking(true, ignored);
   socket_.set_option(io::Tcp::no_delay(true), ignored);
+  socket_.set_option(UnsentLimit(unsent_limit), ignored);
 }
 
 Connection::~Connection() { server_.forget(place_); }
@@ -121,20 +144,28 @@ void Connection::give_up_sending() {
 
 /* ---- Reading a request ---- */
 
-void Connection::read_more(Step next, Step ended) {
-  socket_.async_read_some(boost::asio::buffer(chunk_), on_strand([=, this](const error_code &error, std::size_t count) {
-                            if (error) return (this->*ended)();
-                            input_.append(chunk_.data(), count);
-                            (this->*next)();
-                          }));
+/// read_more waits for input and takes up to `most` bytes of it.
+void Connection::read_more(std::size_t most, Step next, Step ended) {
+  socket_.async_wait(io::Socket::wait_read, on_strand([=, this](const error_code &error) {
+                       error ? (this->*ended)() : receive(most, next, ended);
+                     }));
+}
+
+void Connection::receive(std::size_t most, Step next, Step ended) {
+  std::array<char, 16384> block;
+  const ssize_t count = ::recv(socket_.native_handle(), block.data(), std::min(most, block.size()), MSG_DONTWAIT);
+  if (count < 0 && (errno == EAGAIN || errno == EINTR)) return read_more(most, next, ended);
+  if (count <= 0) return (this->*ended)();
+  input_.append(block.data(), static_cast<std::size_t>(count));
+  (this->*next)();
 }
 
 void Connection::next_request() {
   reader_ = HeadReader(server_.limits().head_bytes, server_.limits().target_bytes);
-  exchange_.reset();
   sender_.reset();
   unread_ = false;
   if (skip_empty_lines(input_)) return begin_head();
+  input_.shrink_to_fit();
   if (server_.stopping()) return close();
   enter(State::idle);
   arm(first_ ? server_.limits().header : server_.limits().idle, &Connection::close);
@@ -147,7 +178,7 @@ void Connection::begin_head() {
   read_head();
 }
 
-void Connection::wait_idle() { read_more(&Connection::leave_idle, &Connection::close); }
+void Connection::wait_idle() { read_more(head_block, &Connection::leave_idle, &Connection::close); }
 
 /// leave_idle begins a request when there is something of one: empty lines are nothing, and renew no deadline.
 void Connection::leave_idle() {
@@ -157,7 +188,8 @@ void Connection::leave_idle() {
 
 void Connection::read_head() {
   HeadResult result = reader_.take(input_);
-  if (std::holds_alternative<NeedMore>(result)) return read_more(&Connection::read_head, &Connection::close);
+  if (std::holds_alternative<NeedMore>(result))
+    return read_more(head_block, &Connection::read_head, &Connection::close);
   if (const Refusal *refusal = std::get_if<Refusal>(&result)) return refuse(*refusal);
   begin_request(std::get<RequestHead>(std::move(result)));
 }
@@ -167,11 +199,11 @@ void Connection::begin_request(RequestHead head) {
   // 503 stands where the server stops, or the client goes, before there is an answer.
   entry_ = AccessEntry{client_,
                        std::time(nullptr),
-                       head_.line,
+                       std::move(head_.line),
                        503,
                        0,
-                       std::string(head_.field("referer")),
-                       std::string(head_.field("user-agent"))};
+                       std::string(head_.field("referer").substr(0, logged_field)),
+                       std::string(head_.field("user-agent").substr(0, logged_field))};
   logged_ = false;
   unread_ = head_.length.value_or(0) > 0;
   std::optional<Target> target = parse_target(head_.target);
@@ -201,9 +233,10 @@ void Connection::send_continue() {
 
 void Connection::read_body() {
   const auto length = static_cast<std::size_t>(*head_.length);
-  if (input_.size() < length) return read_more(&Connection::read_body, &Connection::body_lost);
-  exchange_->input(input_.substr(0, length));
-  input_.erase(0, length);
+  if (input_.size() < length) return read_more(length - input_.size(), &Connection::read_body, &Connection::body_lost);
+  std::string following = input_.substr(length);
+  input_.resize(length);
+  exchange_->input(std::exchange(input_, std::move(following)));
   unread_ = false;
   keep_ = head_.keep_alive;
   call_plugin();
@@ -292,7 +325,17 @@ void Connection::answer(const hosts::Head &head, std::vector<hosts::Piece> piece
   const std::string_view persistence = keep_ ? (head_.http11 ? "" : "keep-alive") : "close";
   sender_.emplace(hosts::render_head(head, {server_name, std::time(nullptr), persistence}), std::move(pieces));
   armed_at_ = -1;
+  release_request();
   send_some();
+}
+
+/// release_request lets go of all that the answer does not consist of, and of a failed answer's file.
+void Connection::release_request() {
+  exchange_.reset();
+  empty(head_);
+  empty(target_);
+  if (!keep_) input_.clear();
+  input_.shrink_to_fit();
 }
 
 void Connection::send_some() {
@@ -335,6 +378,7 @@ void Connection::log_request() {
   if (std::exchange(logged_, true)) return;
   entry_.bytes = sender_ ? sender_->body_sent() : 0;
   server_.access().write(entry_);
+  empty(entry_);
 }
 
 /* ---- The end ---- */
@@ -351,8 +395,8 @@ void Connection::linger() {
 }
 
 void Connection::discard() {
-  input_.clear();
-  read_more(&Connection::discard, &Connection::close);
+  empty(input_);
+  read_more(SIZE_MAX, &Connection::discard, &Connection::close);
 }
 
 void Connection::close() {
@@ -360,6 +404,7 @@ void Connection::close() {
   disarm();
   enter(State::closed);
   log_request();
+  sender_.reset();
   error_code ignored;
   socket_.close(ignored);
 }

@@ -4,10 +4,12 @@
 /// for the plug-in's thread, and its answer is sent after the plug-in has returned; meanwhile nothing is read, so that
 /// a client which sends faster than it is answered waits in its own socket. One that resets its connection meanwhile
 /// ends it, and a request that has not had its turn by then is not handed to the plug-in.
+///
+/// A connection that waits holds little memory: it takes a buffer when there is something to read, and lets go of the
+/// request when its answer is queued.
 #ifndef HOSTS_RDMD_CONNECTION_H
 #define HOSTS_RDMD_CONNECTION_H
 
-#include <array>
 #include <atomic>
 #include <cstdint>
 #include <memory>
@@ -72,6 +74,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void refuse(const Refusal &refusal);
   void answer_text(int status, std::string_view text);
   void answer(const hosts::Head &head, std::vector<hosts::Piece> pieces);
+  void release_request();
   void send_some();
   void await_writable();
   void sent();
@@ -82,7 +85,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void close();
 
   void enter(State state);
-  void read_more(Step next, Step ended);
+  void read_more(std::size_t most, Step next, Step ended);
+  void receive(std::size_t most, Step next, Step ended);
   void arm(Duration limit, Step expired);
   void disarm();
   void give_up_head();
@@ -100,8 +104,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   Roster::Place place_;
   io::Clock::time_point last_sent_ = io::Clock::now();
   std::string client_;
-  std::string input_;  // bytes received and not yet used
-  std::array<char, 8192> chunk_;
+  std::string input_;    // bytes received and not yet used
   bool first_ = true;    // no request was answered yet
   bool keep_ = false;    // the connection outlives the answer under way
   bool unread_ = false;  // the request has a body that is not read

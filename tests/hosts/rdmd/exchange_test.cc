@@ -133,6 +133,15 @@ TEST_F(HostExchange, WhatMayBeIncompleteIsNotSent) {
   EXPECT_EQ(support::http_get(port_, "/rdm/fast").body, "fast\n");
 }
 
+TEST_F(HostExchange, AnAnswerThatIsNotSentTakesNoRoomOnTheDisk) {
+  // On a full disk the part that had been written stayed until the connection was closed, and others failed for it.
+  start({"--linger-timeout", "60"});
+  HttpClient client(port_);
+  client.send(get("/rdm/big-incomplete?3000000"));
+  EXPECT_EQ(client.receive().status, 500);
+  EXPECT_EQ(server_->temporary_files(), 0U);
+}
+
 TEST_F(HostExchange, AHeadWithoutLengthOrBodyIsSentAsItIsAndTheConnectionCloses) {
   start();
   HttpClient client(port_);

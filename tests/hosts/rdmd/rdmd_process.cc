@@ -19,6 +19,9 @@
 #include <ctime>
 #include <filesystem>
 #include <iterator>
+#include <system_error>
+
+#include "support/files.h"
 
 namespace support {
 namespace {
@@ -119,9 +122,25 @@ std::chrono::nanoseconds RdmdProcess::cpu_time() const {
   return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
 }
 
+std::string RdmdProcess::in_proc(const std::string &name) const { return "/proc/" + std::to_string(pid_) + "/" + name; }
+
 std::size_t RdmdProcess::open_files() const {
-  const std::filesystem::directory_iterator files("/proc/" + std::to_string(pid_) + "/fd");
+  const std::filesystem::directory_iterator files(in_proc("fd"));
   return static_cast<std::size_t>(std::distance(files, std::filesystem::directory_iterator()));
+}
+
+std::size_t RdmdProcess::temporary_files() const {
+  std::size_t count = 0;
+  for (const auto &file : std::filesystem::directory_iterator(in_proc("fd"))) {
+    std::error_code closed;
+    count += std::filesystem::read_symlink(file, closed).string().ends_with(" (deleted)") ? 1 : 0;
+  }
+  return count;
+}
+
+std::size_t RdmdProcess::own_memory() const {
+  const std::string status = read_file(in_proc("status")), name = "RssAnon:";
+  return std::strtoul(status.c_str() + status.find(name) + name.size(), nullptr, 10) * 1024;
 }
 
 void RdmdProcess::signal(int number) const { ::kill(pid_, number); }

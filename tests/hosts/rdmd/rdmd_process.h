@@ -33,6 +33,10 @@ class RdmdProcess {
   /// cpu_time is the time that its threads have run; open_files the number of its descriptors.
   std::chrono::nanoseconds cpu_time() const;
   std::size_t open_files() const;
+  /// temporary_files is how many of its descriptors are of files without a name; own_memory how many bytes of memory
+  /// it has to itself.
+  std::size_t temporary_files() const;
+  std::size_t own_memory() const;
   void signal(int number) const;
   /// wait waits for the end and returns the exit status, 128 + N when signal N ended it.
   int wait();
@@ -45,6 +49,7 @@ class RdmdProcess {
  private:
   void collect(int fd, std::string &into);
   bool has_ended() const;
+  std::string in_proc(const std::string &name) const;
   /// end tells the server to stop, and once more if it waits for its clients, before it kills it. The exit status.
   int end();
 

@@ -122,16 +122,29 @@ int big(Session *session, Request *request) {
   return HOST_DONE;
 }
 
-int whole_file(Session *session, Request *request) {
-  const std::string path = value_of(request->line, "query");
+/// big_incomplete answers like big although a file could not be made.
+int big_incomplete(Session *session, Request *request) {
+  host_open_write("/nowhere/file");
+  return big(session, request);
+}
+
+/// shared_file answers with the file that the query names, up to the first "&".
+int shared_file(Session *session, Request *request) {
+  const std::string query = value_of(request->line, "query");
+  const std::string path = query.substr(0, query.find('&'));
   struct stat status;
   if (host_stat(path.c_str(), &status) != 0) return HOST_ABORT;
   start(session, request, std::to_string(status.st_size));
   const file_guard file(host_open_read(path.c_str()));
   const reader_ptr reader(host_buffer_open(file.get(), 4096));
-  const int64_t sent = host_buffer_send(reader.get(), session->socket);
-  host_unlink(path.c_str());
-  return sent == status.st_size ? HOST_DONE : HOST_ABORT;
+  return host_buffer_send(reader.get(), session->socket) == status.st_size ? HOST_DONE : HOST_ABORT;
+}
+
+/// whole_file answers like shared_file and removes the file.
+int whole_file(Session *session, Request *request) {
+  const int result = shared_file(session, request);
+  host_unlink(value_of(request->line, "query").c_str());
+  return result;
 }
 
 int split_response(Session *session, Request *request) {
@@ -173,7 +186,9 @@ const std::map<std::string, Handler> handlers = {
     {"/rdm/too-much", too_much},
     {"/rdm/undeclared", undeclared},
     {"/rdm/big", big},
+    {"/rdm/big-incomplete", big_incomplete},
     {"/rdm/file", whole_file},
+    {"/rdm/shared-file", shared_file},
     {"/rdm/split", split_response},
     {"/rdm/slow", slow},
     {"/rdm/fast", fast},

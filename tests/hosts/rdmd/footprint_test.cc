@@ -1,0 +1,67 @@
+/// How much memory of the server a connection holds. Not with sanitizers, which keep what is freed.
+
+#include <unistd.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "hosts/rdmd/server_fixture.h"
+
+namespace {
+
+using support::HttpClient;
+
+class HostFootprint : public support::ServerTest {
+ protected:
+  /// request is one of the largest head and body, answered with `size` bytes of a file.
+  std::string request(long size) const {
+    const std::string file = folder_.write("file" + std::to_string(size), "");
+    EXPECT_EQ(::truncate(file.c_str(), size), 0);
+    std::string line = "POST /rdm/shared-file?" + file + "&";
+    line.resize(8190, 'q');
+    std::string fields = " HTTP/1.1\r\nHost: h\r\nContent-Length: 32768\r\nReferer: r\r\nUser-Agent: ";
+    fields.resize(16384 - 4 - line.size(), 'u');
+    return line + fields + "\r\n\r\n" + std::string(32768, 'b');
+  }
+
+  /// each returns what each of `count` connections holds of memory once `use` was done with it.
+  template <typename Use>
+  std::size_t each(int count, Use use) {
+    std::vector<std::unique_ptr<HttpClient>> clients;
+    const auto connect = [&] {
+      clients.push_back(std::make_unique<HttpClient>(port_, false, 4096));
+      use(*clients.back());
+    };
+    for (int i = 0; i < 20; ++i) connect();
+    const std::size_t before = server_->own_memory();
+    for (int i = 0; i < count; ++i) connect();
+    return (server_->own_memory() - before) / static_cast<std::size_t>(count);
+  }
+};
+
+TEST_F(HostFootprint, AnIdleConnectionHoldsLessThan8Kib) {
+  // It held a buffer for what might come, and what its largest request had taken: 97 KiB.
+  start({"--idle-timeout", "600"});
+  const std::string post = request(1000);
+  EXPECT_LT(each(400,
+                 [&](HttpClient &client) {
+                   client.send(post);
+                   EXPECT_EQ(client.receive().body.size(), 1000U);
+                 }),
+            8192U);
+}
+
+TEST_F(HostFootprint, AConnectionWhoseClientReadsNothingHoldsLessThan16Kib) {
+  // It held head and body of its request as long as the client did not take the answer: 97 KiB.
+  start({"--write-timeout", "600"});
+  const std::string post = request(2'000'000);
+  EXPECT_LT(each(200,
+                 [&](HttpClient &client) {
+                   client.send(post);
+                   EXPECT_TRUE(client.readable(support::patience));
+                 }),
+            16384U);
+}
+
+}  // namespace
