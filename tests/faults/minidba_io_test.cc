@@ -60,8 +60,8 @@ const std::vector<Work> &works() {
       {"Rebuild", {"rebuild"}, ""},
       {"Export", {"export", "FOLDER/exported"}, ""},
       {"ExportToOutput", {"export"}, ""},
-      {"Import", {"import", "--replace"}, described(0, 10, "new")},
-      {"ImportOfNothing", {"import"}, described(0, 10, "new"), false},
+      {"Import", {"import", "--replace", "--no-header"}, described(0, 10, "new")},
+      {"ImportOfNothing", {"import", "--no-header"}, described(0, 10, "new"), false},
   };
   return all;
 }

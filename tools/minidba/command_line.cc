@@ -55,6 +55,8 @@ void declare_export(CLI::App &verb, Options &options) {
 void declare_import(CLI::App &verb, Options &options) {
   declare_rejects(verb, options);
   verb.add_flag("--replace", options.replace, "replace a catalog that is there");
+  verb.add_flag("--no-header", options.no_header, "import a stream that has no export header in front");
+  verb.add_flag("--allow-empty", options.allow_empty, "import a stream without descriptions");
   verb.add_option("FILE", options.inputs, "what to read; - is standard input, which is the default")
       ->expected(0, 1)
       ->type_name("");

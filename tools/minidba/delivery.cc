@@ -6,8 +6,14 @@
 
 namespace minidba {
 
-Delivery::Delivery(const Catalog &catalog, time_t now)
-    : catalog_(catalog), now_(now), changes_(catalog), next_number_(catalog.next_number()) {}
+Delivery::Delivery(Writing &writing, time_t now) : writing_(writing), now_(now), changes_(writing.catalog()) {}
+
+void Delivery::begin() {
+  if (has_begun_) return;
+  writing_.begin();
+  next_number_ = writing_.catalog().next_number();
+  has_begun_ = true;
+}
 
 std::string Delivery::take(const SoifStream::Item &item) {
   if (is_header(item)) return {};
@@ -20,6 +26,7 @@ std::string Delivery::take(const SoifStream::Item &item) {
 }
 
 void Delivery::accept(SOIF *object) {
+  begin();
   const std::string url = object->url;
   const std::optional<uint32_t> number = changes_.number_of(url);
   drop_number(object);
@@ -38,7 +45,7 @@ void Delivery::accept(SOIF *object) {
 }
 
 uint32_t Delivery::new_number() {
-  if (next_number_ == 0) throw Failure("no number is left in " + catalog_.path());
+  if (next_number_ == 0) throw Failure("no number is left in " + writing_.catalog().path());
   return next_number_++;
 }
 

@@ -8,6 +8,7 @@
 
 #include "tools/minidba/changes.h"
 #include "tools/minidba/soif_stream.h"
+#include "tools/minidba/writing.h"
 
 namespace minidba {
 
@@ -17,25 +18,29 @@ struct Summary {
   int64_t accepted() const { return added + changed + unchanged; }
 };
 
-/// Delivery turns a stream into changes of a catalog. The catalog's lock is held meanwhile.
+/// Delivery turns a stream into changes of a catalog. The first description that is accepted begins the change of the
+/// catalog; a stream without any leaves all files alone.
 class Delivery {
  public:
-  Delivery(const Catalog &catalog, time_t now);
+  Delivery(Writing &writing, time_t now);
 
   /// take judges one object of the stream and returns why it is rejected, nothing when it is not.
   std::string take(const SoifStream::Item &item);
   const Changes &changes() const { return changes_; }
+  /// next_number is known once a description was accepted.
   uint32_t next_number() const { return next_number_; }
   const Summary &summary() const { return summary_; }
 
  private:
+  void begin();
   void accept(SOIF *object);
   uint32_t new_number();
 
-  const Catalog &catalog_;
+  Writing &writing_;
   time_t now_;
   Changes changes_;
-  uint32_t next_number_;
+  uint32_t next_number_ = 0;
+  bool has_begun_ = false;
   Summary summary_;
 };
 

@@ -6,6 +6,7 @@
 #include "tools/minidba/record.h"
 #include "tools/minidba/rejects.h"
 #include "tools/minidba/report.h"
+#include "tools/minidba/stream_check.h"
 #include "tools/minidba/used_numbers.h"
 #include "tools/minidba/verbs.h"
 #include "tools/minidba/writing.h"
@@ -59,12 +60,7 @@ class Intake {
 
   void take(SoifStream::Item item) {
     progress_.advance(1, item.end - item.offset);
-    if (is_header(item)) {
-      header_ = read_header(item.object.get());
-      import_.expect(header_);
-      return;
-    }
-    ++objects_;
+    if (is_header(item)) return import_.expect(read_header(item.object.get()));
     std::string reason = refusal(item);
     const std::optional<uint32_t> number = reason.empty() ? number_in(item.object.get()) : std::nullopt;
     if (reason.empty() && !number) reason = "minidba-number is not a number from 1";
@@ -80,12 +76,6 @@ class Intake {
       if (reason.empty()) ++renumbered_;
       count(item, reason);
     }
-  }
-  /// check_whole refuses a stream that has lost objects on its way.
-  void check_whole() const {
-    if (header_.descriptions && *header_.descriptions != objects_)
-      throw Failure("the header announces " + std::to_string(*header_.descriptions) + " descriptions and " +
-                    std::to_string(objects_) + " follow");
   }
 
   int64_t imported() const { return imported_; }
@@ -103,10 +93,15 @@ class Intake {
   Rejects &rejects_;
   SoifStream &stream_;
   Progress &progress_;
-  ExportHeader header_;
   std::vector<SoifStream::Item> unnumbered_;
-  int64_t objects_ = 0, imported_ = 0, renumbered_ = 0;
+  int64_t imported_ = 0, renumbered_ = 0;
 };
+
+/// check_header refuses a stream that could end anywhere without being noticed.
+void check_header(const StreamCheck &check, const Options &options) {
+  if (!check.has_export_header() && !options.no_header)
+    throw Failure("no export header in front of the input: nothing is imported without --no-header");
+}
 
 /// check_rejects refuses to lose anything without being told where to keep it.
 void check_rejects(const Rejects &rejects, const Options &options) {
@@ -116,36 +111,55 @@ void check_rejects(const Rejects &rejects, const Options &options) {
 
 struct Imported {
   int64_t descriptions, renumbered;
+  bool is_announced;  // the export header says how many descriptions there are, and is right
 };
+
+/// check_empty refuses to make an empty catalog of one that has descriptions, and of a stream that does not say that it
+/// has none.
+void check_empty(const Imported &imported, const UsedNumbers &used, const Options &options) {
+  if (imported.descriptions > 0 || options.allow_empty) return;
+  if (!used.is_empty)
+    throw Failure("the input has no descriptions and " + options.database +
+                  " has some: nothing is imported without --allow-empty");
+  if (!imported.is_announced) throw Failure("no descriptions in the input: nothing is imported without --allow-empty");
+}
 
 Imported read_all(Import &import, Rejects &rejects, const Options &options, const Console &console) {
   SoifStream stream = open_stream(inputs_of(options).front(), options, console);
   Progress progress(console, "importing", stream.size());
   Intake intake(import, rejects, stream, progress);
-  while (std::optional<SoifStream::Item> item = stream.next()) intake.take(std::move(*item));
+  StreamCheck check;
+  while (std::optional<SoifStream::Item> item = stream.next()) {
+    check.take(*item);
+    check_header(check, options);
+    intake.take(std::move(*item));
+  }
+  check_header(check, options);
   intake.take_unnumbered();
-  intake.check_whole();
+  check.require_whole();
   check_rejects(rejects, options);
-  return {intake.imported(), intake.renumbered()};
+  return {intake.imported(), intake.renumbered(), check.has_export_header() && check.objects() == intake.imported()};
 }
 
-/// next_number goes on after the numbers of the catalog that is replaced. A damaged one tells what it can.
-uint32_t next_number(const Options &options, const Console &console) {
-  if (!status_of(options.database)) return 1;
+/// replaced returns what is known of the catalog that is replaced. A damaged one tells what it can.
+UsedNumbers replaced(const Options &options, const Console &console) {
+  if (!status_of(options.database)) return {};
   if (!options.replace) throw Failure("already there: " + options.database + " (--replace replaces it)");
-  const UsedNumbers used = used_numbers(options.database);
+  UsedNumbers used = used_numbers(options.database);
   if (!used.damage.empty())
     console.errors << "minidba: " << used.damage << ": which numbers it has given is known only in part\n";
-  return used.next_number;
+  return used;
 }
 
 }  // namespace
 
 int import_catalog(const Options &options, const Console &console) {
   const Writing writing(options, console, Absent::assumed);
-  Import import(writing.catalog(), next_number(options, console));
+  const UsedNumbers used = replaced(options, console);
+  Import import(writing.catalog(), used.next_number);
   Rejects rejects(options, console);
   const Imported imported = read_all(import, rejects, options, console);
+  check_empty(imported, used, options);
   rejects.finish();
   writing.commit(import.changes(), import.next_number(), console);
   rejects.commit();

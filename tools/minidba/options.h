@@ -25,6 +25,8 @@ struct Options {
   std::string file;                     // to write to; empty for standard output
   std::string rejects;                  // file for what is refused; empty when it is not kept
   bool replace = false;                 // a catalog that is there
+  bool no_header = false;               // an import needs no export header
+  bool allow_empty = false;             // an import may leave no descriptions
   double wait = -1;                     // seconds to wait for the lock; below zero for ever
   time_t now = 0;                       // what has expired before is gone; 0 for the time of the call
 };

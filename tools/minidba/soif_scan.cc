@@ -41,7 +41,7 @@ int64_t tell(FILE *file) {
   return offset;
 }
 
-using DeadEnds = std::unordered_map<int64_t, std::string>;
+using DeadEnds = std::unordered_map<int64_t, ScanFault>;
 
 /// How far it is between the places that are remembered, in blanks or attributes. Objects as they should be have fewer.
 constexpr int64_t blanks_apart = 4096;
@@ -53,21 +53,23 @@ class ObjectScan {
   ObjectScan(FILE *file, int64_t size, const DeadEnds &dead_ends)
       : file_(file), size_(size), dead_ends_(dead_ends), input_(file) {}
 
-  std::string object() {
-    if (!header()) return no_object;
+  ScanFault object() {
+    if (!header()) return fault(no_object);
     for (int count = 1;; ++count) {
       if (pass_blanks() || is_dead_end(count % attributes_apart == 0)) return dead_ends_.at(place_);
       const int c = input_.next();
-      if (c == soif::end_of_input) return "not closed";
+      if (c == soif::end_of_input) return fault("not closed");
       if (c == '}') return {};
       input_.back_up(c);
-      if (std::string fault = attribute(); !fault.empty()) return fault;
+      if (const std::string text = attribute(); !text.empty()) return fault(text);
     }
   }
   /// places returns where the scan has been, for others to be warned of.
   const std::vector<int64_t> &places() const { return places_; }
 
  private:
+  ScanFault fault(std::string text) const { return {std::move(text), is_too_long_ || std::feof(file_) != 0}; }
+
   /// is_dead_end says whether a scan before this one has been at the place, and may keep it for those after this.
   bool is_dead_end(bool is_kept) {
     if (is_kept) places_.push_back(place_);
@@ -106,7 +108,8 @@ class ObjectScan {
     const int32_t size = ascii::to_int32(*digits);
     input_.next();
     if (size < 0 || input_.next() != ':' || input_.next() != '\t') return false;
-    if (tell(file_) + size > size_) return false;
+    is_too_long_ = tell(file_) + size > size_;
+    if (is_too_long_) return false;
     seek(file_, size, SEEK_CUR);
     return true;
   }
@@ -124,6 +127,7 @@ class ObjectScan {
   soif::file_input input_;
   std::vector<int64_t> places_;
   int64_t place_ = 0;
+  bool is_too_long_ = false;  // the value read last, for the file
   char buffer_[soif::token_limit];
 };
 
@@ -132,10 +136,10 @@ class ObjectScan {
 std::string SoifScan::fault_of(int64_t offset) {
   seek(file_, offset, SEEK_SET);
   ObjectScan scan(file_, size_, dead_ends_);
-  std::string fault = scan.object();
-  if (!fault.empty())
-    for (const int64_t place : scan.places()) dead_ends_.emplace(place, fault);
-  return fault;
+  fault_ = scan.object();
+  if (!fault_.text.empty())
+    for (const int64_t place : scan.places()) dead_ends_.emplace(place, fault_);
+  return fault_.text;
 }
 
 }  // namespace minidba

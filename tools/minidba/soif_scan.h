@@ -9,6 +9,12 @@
 
 namespace minidba {
 
+/// ScanFault is what is wrong with an object; the text is empty where nothing is.
+struct ScanFault {
+  std::string text;
+  bool met_end = false;  // the file ends within the object
+};
+
 /// SoifScan looks at the objects of a file, from first to last. Where one leads to a place that one before it was led
 /// to in vain, it is given up: values of wrong sizes can let every object of a stream end in the same long rest, which
 /// is read once.
@@ -21,11 +27,14 @@ class SoifScan {
   /// parser about names: one with blanks or braces is what a wrong size leaves behind. A read error shows in the file;
   /// one in seeking is a Failure.
   std::string fault_of(int64_t offset);
+  /// met_end returns true if the object that fault_of was last asked about has a fault because the file ends within it.
+  bool met_end() const { return fault_.met_end; }
 
  private:
   FILE *file_;
   int64_t size_;
-  std::unordered_map<int64_t, std::string> dead_ends_;  // places between attributes, and the fault behind them
+  std::unordered_map<int64_t, ScanFault> dead_ends_;  // places between attributes, and the fault behind them
+  ScanFault fault_;                                   // of the last object
 };
 
 }  // namespace minidba

@@ -66,6 +66,7 @@ void SoifStream::check_readable() const {
 /// read_object reads the object whose "@" is at `start`.
 SoifStream::Item SoifStream::read_object(int64_t start) {
   Item item{++number_, start, start, nullptr, scan_->fault_of(start)};
+  item.is_cut = scan_->met_end();
   check_readable();
   if (!item.reason.empty()) return item;
   if (::fseeko(file_.get(), start, SEEK_SET) != 0) throw system_failure("cannot read " + name_);

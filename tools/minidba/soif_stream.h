@@ -26,11 +26,12 @@ class SoifStream {
       int input, const std::string &beside, const Copied &copied = [](int64_t) {}, std::string name = "the input");
 
   struct Item {
-    int64_t number;      // of the object in the stream, from 1
-    int64_t offset;      // of its "@", in bytes
-    int64_t end;         // of the byte behind it; a malformed one reaches to where the reading goes on
-    soif_ptr object;     // null when it is malformed
-    std::string reason;  // why it is malformed
+    int64_t number;       // of the object in the stream, from 1
+    int64_t offset;       // of its "@", in bytes
+    int64_t end;          // of the byte behind it; a malformed one reaches to where the reading goes on
+    soif_ptr object;      // null when it is malformed
+    std::string reason;   // why it is malformed
+    bool is_cut = false;  // it is malformed because the input ends within it
   };
   /// next returns the next object, or nothing at the end.
   std::optional<Item> next();

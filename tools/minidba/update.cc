@@ -1,7 +1,10 @@
+#include <ostream>
+
 #include "tools/minidba/delivery.h"
 #include "tools/minidba/exchange.h"
 #include "tools/minidba/rejects.h"
 #include "tools/minidba/report.h"
+#include "tools/minidba/stream_check.h"
 #include "tools/minidba/verbs.h"
 #include "tools/minidba/writing.h"
 
@@ -19,24 +22,35 @@ void take_all(const std::string &input, Delivery &delivery, const Options &optio
               Rejects &rejects) {
   SoifStream stream = open_stream(input, options, console);
   Progress progress(console, "taking in", stream.size());
+  StreamCheck check;
   while (std::optional<SoifStream::Item> item = stream.next()) {
+    check.take(*item);
     progress.advance(1, item->end - item->offset);
     if (const std::string reason = delivery.take(*item); !reason.empty()) rejects.add(stream, *item, reason, progress);
   }
+  check.require_end();
+}
+
+/// keep puts the refused objects in their place. If there is no object at all, those of an earlier update stay there.
+void keep(Rejects &rejects, const Summary &summary) {
+  if (summary.accepted() > 0 || rejects.count() > 0) rejects.commit();
 }
 
 }  // namespace
 
 int update(const Options &options, const Console &console) {
-  const Writing writing(options, console, Absent::empty);
-  Delivery delivery(writing.catalog(), std::time(nullptr));
+  Writing writing(options, console, Absent::empty);
+  Delivery delivery(writing, std::time(nullptr));
   Rejects rejects(options, console);
   for (const std::string &input : inputs_of(options)) take_all(input, delivery, options, console, rejects);
+  const Summary &summary = delivery.summary();
   rejects.finish();
-  writing.commit(delivery.changes(), delivery.next_number(), console);
-  rejects.commit();
-  report(options, console, {"accepted", delivery.summary().accepted()}, details(delivery.summary()));
-  return rejects.count() == 0 ? exit_done : exit_found_fault;
+  if (summary.accepted() > 0) writing.commit(delivery.changes(), delivery.next_number(), console);
+  keep(rejects, summary);
+  if (summary.accepted() == 0)
+    console.errors << "minidba: no description in the input was understood: the catalog stays as it is\n";
+  report(options, console, {"accepted", summary.accepted()}, details(summary));
+  return summary.accepted() > 0 && rejects.count() == 0 ? exit_done : exit_found_fault;
 }
 
 }  // namespace minidba

@@ -10,16 +10,17 @@
 namespace minidba {
 namespace {
 
-/// next_after_keys passes over damaged buckets.
-uint32_t next_after_keys(const HashTable &table, std::string &damage) {
+/// take_keys passes over damaged buckets.
+void take_keys(const HashTable &table, UsedNumbers &used) {
   uint32_t highest = 0;
   BucketReader reader(table);
   for (uint32_t bucket = 0, end = table.buckets(); bucket < end; ++bucket) try {
-      for (reader.start(bucket); reader.next();) highest = std::max(highest, number_of(reader.key()).value_or(0));
+      for (reader.start(bucket); reader.next(); used.is_empty = false)
+        highest = std::max(highest, number_of(reader.key()).value_or(0));
     } catch (const Failure &failure) {
-      damage = failure.what();
+      used.damage = failure.what();
     }
-  return highest + 1;
+  used.next_number = later(used.next_number, highest + 1);
 }
 
 /// stamped reads no more than the stamp, which outlives a damaged header.
@@ -31,11 +32,10 @@ uint32_t stamped(const std::string &path, std::string &damage) try {
   return 1;
 }
 
-uint32_t keyed(const std::string &database, std::string &damage) try {
-  return next_after_keys(HashTable(database), damage);
+void take_records(const std::string &database, UsedNumbers &used) try {
+  take_keys(HashTable(database), used);
 } catch (const Failure &failure) {
-  damage = failure.what();
-  return 1;
+  used.damage = failure.what();
 }
 
 }  // namespace
@@ -47,7 +47,8 @@ UsedNumbers used_numbers(const std::string &database) {
   UsedNumbers used;
   std::string ignored;
   used.next_number = later(stamped(database, used.damage), stamped(UrlMap::path_for(database), ignored));
-  used.next_number = later(used.next_number, keyed(database, used.damage));
+  take_records(database, used);
+  used.is_empty = used.is_empty && used.damage.empty();
   return used;
 }
 

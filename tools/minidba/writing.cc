@@ -29,6 +29,10 @@ std::optional<Lock> lock_for(const Options &options, const Console &console, Abs
 
 Writing::Writing(const Options &options, const Console &console, Absent absent)
     : lock_(lock_for(options, console, absent)), catalog_(options.database, absent) {
+  if (absent == Absent::error) begin();
+}
+
+void Writing::begin() {
   if (lock_) catalog_.renew_url_map(*lock_);
 }
 

@@ -18,6 +18,9 @@ class Writing {
  public:
   explicit Writing(const Options &options, const Console &console, Absent absent = Absent::error);
 
+  /// begin comes before the first change: it writes the URL map if there is none of this snapshot. A catalog that must
+  /// be there has begun.
+  void begin();
   const Catalog &catalog() const { return catalog_; }
   bool is_dry() const { return !lock_; }
   /// commit makes the changes the catalog's state.

@@ -17,6 +17,14 @@ std::string rd(const std::string &url, const Attributes &attributes) {
   return text + "}\n";
 }
 
+std::string export_header(const std::string &next_number, const std::string &descriptions) {
+  std::string header = rd("-", {{"rdm-version", "1.0"},
+                                {"rdm-type", "rd-response"},
+                                {"minidba-next-number", next_number},
+                                {"minidba-descriptions", descriptions}});
+  return header.replace(1, std::string("DOCUMENT").size(), "RDMHEADER") + "\n\n";
+}
+
 std::vector<std::string> CatalogFiles::command(const std::vector<std::string> &words) const {
   std::vector<std::string> arguments{BINARY_DIR "/bin/minidba", "-d", path()};
   arguments.insert(arguments.end(), words.begin(), words.end());
@@ -69,6 +77,8 @@ support::Finished CatalogFiles::update(const std::string &stream) const {
 }
 
 support::Finished CatalogFiles::index() const { return support::run(command({"-i", path(".idx"), "index"})); }
+
+void CatalogFiles::make_empty() const { EXPECT_EQ(run({"import"}, export_header("1", "0")).out, "0\n"); }
 
 std::map<std::string, std::string> CatalogFiles::records() const {
   std::map<std::string, std::string> records;

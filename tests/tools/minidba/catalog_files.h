@@ -17,10 +17,16 @@ using Attributes = std::vector<std::pair<std::string, std::string>>;
 /// rd returns a description as text.
 std::string rd(const std::string &url, const Attributes &attributes);
 
+/// export_header returns the header of an export with these decimal numbers: the next number of the catalog, and how
+/// many descriptions follow.
+std::string export_header(const std::string &next_number, const std::string &descriptions);
+
 class CatalogFiles {
  public:
   support::Finished update(const std::string &stream) const;
   support::Finished index() const;
+  /// make_empty makes a catalog without descriptions.
+  void make_empty() const;
   std::vector<std::string> command(const std::vector<std::string> &words) const;
   /// run runs a verb with its options on the catalog; `-i` is given too.
   support::Finished run(const std::vector<std::string> &words, const std::string &input = "") const;

@@ -93,6 +93,12 @@ std::string Stream::text() const {
   return all;
 }
 
+std::string Stream::fault(bool may_have_more) const {
+  if (!count || objects.size() == *count || (may_have_more && objects.size() > *count)) return "";
+  return "the header announces " + std::to_string(*count) + " descriptions and " + std::to_string(objects.size()) +
+         " follow";
+}
+
 void CatalogModel::Refused::pass(const std::string &text) {
   ++number;
   offset += static_cast<int64_t>(text.size());
@@ -184,7 +190,9 @@ std::optional<uint32_t> CatalogModel::number_of(const std::string &url) const {
 }
 
 Result CatalogModel::update(const Stream &stream, const Flags &flags) {
-  begin_writing(flags);
+  const bool has_description = std::any_of(stream.objects.begin(), stream.objects.end(),
+                                           [](const StreamObject &object) { return object.refusal.empty(); });
+  if (has_description) begin_writing(flags);
   CatalogModel next = *this;
   Refused refused;
   if (!stream.header.empty()) refused.pass(stream.header);
@@ -208,10 +216,15 @@ Result CatalogModel::update(const Stream &stream, const Flags &flags) {
     description = content_of(object.description);
     description.attributes[last_changed] = {given_now};
   }
-  if (!flags.dry_run) {
+  if (const std::string fault = stream.fault(true); !fault.empty()) return fail(refused.result, fault);
+  if (!flags.dry_run && has_description) {
     *this = next;
     commit(next_number, added + changed > 0);
-    if (flags.rejects) refused.result.rejects = refused.kept;
+  }
+  if (!flags.dry_run && flags.rejects && !stream.objects.empty()) refused.result.rejects = refused.kept;
+  refused.result.status = has_description && refused.count == 0 ? 0 : 1;
+  if (!has_description) {
+    refused.result.errors += "minidba: no description in the input was understood: the catalog stays as it is\n";
   }
   return report(refused.result, "update", flags,
                 {{"accepted", added + changed + unchanged},
@@ -224,6 +237,8 @@ Result CatalogModel::update(const Stream &stream, const Flags &flags) {
 
 Result CatalogModel::import(const Stream &stream, const Flags &flags) {
   if (exists_ && !flags.replace) return fail({}, "already there: " + path_ + " (--replace replaces it)");
+  if (!stream.count && !flags.no_header)
+    return fail({}, "no export header in front of the input: nothing is imported without --no-header");
   struct Unnumbered {
     const StreamObject *object;
     int64_t number, offset;
@@ -263,17 +278,23 @@ Result CatalogModel::import(const Stream &stream, const Flags &flags) {
     if (next_number == no_number) return fail(refused.result, "no number is left in " + path_);
     place(*last.object, next_number, last.number, last.offset);
   }
-  if (stream.count && *stream.count != stream.objects.size())
-    return fail(refused.result, "the header announces " + std::to_string(*stream.count) + " descriptions and " +
-                                    std::to_string(stream.objects.size()) + " follow");
+  if (const std::string fault = stream.fault(false); !fault.empty()) return fail(refused.result, fault);
   if (refused.count > 0 && !flags.rejects)
     return fail(refused.result,
                 std::to_string(refused.count) + " objects rejected: nothing is imported without --rejects");
+  if (imported == 0 && !flags.allow_empty) {
+    if (!descriptions_.empty())
+      return fail(refused.result, "the input has no descriptions and " + path_ +
+                                      " has some: nothing is imported without --allow-empty");
+    if (!stream.count || !stream.objects.empty())
+      return fail(refused.result, "no descriptions in the input: nothing is imported without --allow-empty");
+  }
   if (!flags.dry_run) {
     *this = next;
     commit(next_number, true);
     if (flags.rejects) refused.result.rejects = refused.kept;
   }
+  refused.result.status = refused.count == 0 ? 0 : 1;
   return report(refused.result, "import", flags,
                 {{"imported", imported}, {"numbered anew", imported - numbered}, {"rejected", refused.count}}, true);
 }

@@ -37,10 +37,14 @@ struct Stream {
   std::optional<uint64_t> next_number, count;  // what the header announces
   std::vector<StreamObject> objects;
   std::string text() const;
+  /// fault returns why the stream is not what its header announces; empty when it is. More objects than announced are
+  /// one only to an import.
+  std::string fault(bool may_have_more) const;
 };
 
 struct Flags {
   bool dry_run = false, json = false, quiet = false, rejects = false, replace = false;
+  bool no_header = false, allow_empty = false;
 };
 
 /// Result is what a verb prints, and what it leaves of what was refused; nothing when it leaves that file alone.

@@ -157,6 +157,8 @@ std::string abridged(const std::string &text) {
   out << kinds[static_cast<size_t>(kind)];
   if (kind <= Kind::index) out << (flags.dry_run ? " --dry-run" : "") << (flags.json ? " --json" : "");
   if (kind == Kind::import && flags.replace) out << " --replace";
+  if (kind == Kind::import && flags.no_header) out << " --no-header";
+  if (kind == Kind::import && flags.allow_empty) out << " --allow-empty";
   if (kind == Kind::list) out << " since " << operation.since;
   if (kind == Kind::put_by_another || kind == Kind::remove_by_another) out << ' ' << operation.number;
   if (kind == Kind::put_by_another) out << ' ' << urls[operation.url];
@@ -189,7 +191,8 @@ rc::Gen<Element> elements() {
 rc::Gen<Flags> flags() {
   return rc::gen::build<Flags>(rc::gen::set(&Flags::dry_run, rarely()), rc::gen::set(&Flags::json, rarely()),
                                rc::gen::set(&Flags::quiet, rarely()), rc::gen::set(&Flags::rejects, mostly()),
-                               rc::gen::set(&Flags::replace, mostly()));
+                               rc::gen::set(&Flags::replace, mostly()), rc::gen::set(&Flags::no_header, mostly()),
+                               rc::gen::set(&Flags::allow_empty, rarely()));
 }
 
 rc::Gen<Operation> operations() {
@@ -266,6 +269,8 @@ class Case {
     if (flags.json) words.emplace_back("--json");
     if (flags.quiet) words.emplace_back("--quiet");
     if (verb == "import" && flags.replace) words.emplace_back("--replace");
+    if (verb == "import" && flags.no_header) words.emplace_back("--no-header");
+    if (verb == "import" && flags.allow_empty) words.emplace_back("--allow-empty");
     if (flags.rejects && (verb == "update" || verb == "import"))
       words.insert(words.end(), {"--rejects", catalog_.path(".rejects")});
     return words;

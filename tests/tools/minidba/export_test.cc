@@ -24,12 +24,6 @@ std::string with_number(const std::string &record, const std::string &number) {
   return text;
 }
 
-std::string header(const std::string &next, const std::string &count) {
-  return "@RDMHEADER { -\nrdm-version{3}:\t1.0\nrdm-type{11}:\trd-response\nminidba-next-number{" +
-         std::to_string(next.size()) + "}:\t" + next + "\nminidba-descriptions{" + std::to_string(count.size()) +
-         "}:\t" + count + "\n}\n\n\n";
-}
-
 class Export : public testing::Test {
  protected:
   Export() {
@@ -54,7 +48,7 @@ class Export : public testing::Test {
 };
 
 TEST_F(Export, IsAHeaderAndTheDescriptionsByNumber) {
-  std::string expected = header("11", "10");
+  std::string expected = export_header("11", "10");
   const CatalogFiles twin;
   for (const auto &[key, record] : catalog_.records())
     expected += with_number(record, std::to_string(std::stoul(key, nullptr, 16)));
@@ -127,7 +121,7 @@ class Import : public testing::Test {
   }
   /// expect_refused asserts exit status 2, a message, and that nothing was made.
   void expect_refused(const std::string &stream, const std::string &message) {
-    const Finished finished = catalog_.run({"import"}, stream);
+    const Finished finished = catalog_.run({"import", "--no-header"}, stream);
     EXPECT_EQ(finished.status, 2) << message;
     EXPECT_EQ(finished.out, "") << message;
     EXPECT_THAT(finished.errors, testing::EndsWith("minidba: " + message + "\n"));
@@ -137,22 +131,22 @@ class Import : public testing::Test {
 };
 
 TEST_F(Import, RemembersWhichNumbersWereUsed) {
-  catalog_.run({"import"}, header("77", "1") + numbered("5", "http://localhost/5"));
+  catalog_.run({"import"}, export_header("77", "1") + numbered("5", "http://localhost/5"));
   catalog_.update(rd("http://localhost/new", {{"title", "New"}}));
   EXPECT_THAT(catalog_.records(), ElementsAre(Key("00000005"), Key("0000004d")));
 }
 
 // Nothing is put or erased then, but the numbers that were used are another matter.
 TEST_F(Import, RemembersWhichNumbersWereUsedWhenACatalogStaysEmpty) {
-  catalog_.update("");
-  EXPECT_EQ(catalog_.run({"import", "--replace"}, header("30", "0")).out, "0\n");
-  EXPECT_EQ(catalog_.run({"export"}).out, header("30", "0"));
+  catalog_.make_empty();
+  EXPECT_EQ(catalog_.run({"import", "--replace"}, export_header("30", "0")).out, "0\n");
+  EXPECT_EQ(catalog_.run({"export"}).out, export_header("30", "0"));
   catalog_.update(rd("http://localhost/new", {{"title", "New"}}));
   EXPECT_THAT(catalog_.records(), ElementsAre(Key("0000001e")));
 }
 
 TEST_F(Import, LeavesTimesOfChangeAsTheyAre) {
-  catalog_.run({"import"},
+  catalog_.run({"import", "--no-header"},
                rd("http://localhost/1", {{"rd-last-changed", late}}) + rd("http://localhost/2", {{"title", "2"}}));
   const auto records = catalog_.records();
   EXPECT_EQ(CatalogFiles::value(records.at("00000001"), "rd-last-changed"), late);
@@ -161,8 +155,8 @@ TEST_F(Import, LeavesTimesOfChangeAsTheyAre) {
 
 TEST_F(Import, NumbersWhatHasNoneAfterAllOthers) {
   const Finished finished =
-      catalog_.run({"import"}, rd("http://localhost/a", {{"title", "A"}}) + numbered("9", "http://localhost/9") +
-                                   rd("http://localhost/b", {{"title", "B"}}));
+      catalog_.run({"import"}, export_header("1", "3") + rd("http://localhost/a", {{"title", "A"}}) +
+                                   numbered("9", "http://localhost/9") + rd("http://localhost/b", {{"title", "B"}}));
   EXPECT_EQ(finished.errors, "minidba: 3 imported, 2 numbered anew, 0 rejected\n");
   const auto records = catalog_.records();
   EXPECT_THAT(records, ElementsAre(Key("00000009"), Key("0000000a"), Key("0000000b")));
@@ -172,7 +166,8 @@ TEST_F(Import, NumbersWhatHasNoneAfterAllOthers) {
 TEST_F(Import, RefusesACatalogThatIsThereUnlessAsked) {
   catalog_.update(rd("http://localhost/1", {{"title", "One"}}) + rd("http://localhost/2", {{"title", "Two"}}));
   const auto before = catalog_.records();
-  const std::string stream = numbered("2", "http://localhost/1") + numbered("7", "http://localhost/7");
+  const std::string stream =
+      export_header("8", "2") + numbered("2", "http://localhost/1") + numbered("7", "http://localhost/7");
   Finished finished = catalog_.run({"import"}, stream);
   EXPECT_EQ(finished.status, 2);
   EXPECT_EQ(finished.errors, "minidba: already there: " + catalog_.path() + " (--replace replaces it)\n");
@@ -189,19 +184,19 @@ TEST_F(Import, AReplacedCatalogDoesNotUseNumbersAgain) {
   std::string stream;
   for (int i = 1; i <= 5; ++i) stream += rd("http://localhost/" + std::to_string(i), {{"title", "T"}});
   catalog_.update(stream);
-  catalog_.run({"import", "--replace"}, header("2", "1") + numbered("1", "http://localhost/1"));
+  catalog_.run({"import", "--replace"}, export_header("2", "1") + numbered("1", "http://localhost/1"));
   catalog_.update(rd("http://localhost/new", {{"title", "New"}}));
   EXPECT_THAT(catalog_.records(), ElementsAre(Key("00000001"), Key("00000006")));
 }
 
-TEST_F(Import, AnEmptyStreamMakesAnEmptyCatalog) {
-  EXPECT_EQ(catalog_.run({"import"}, header("4", "0")).out, "0\n");
+TEST_F(Import, AnExportOfNothingMakesAnEmptyCatalog) {
+  EXPECT_EQ(catalog_.run({"import"}, export_header("4", "0")).out, "0\n");
   EXPECT_EQ(support::run(catalog_.command({"verify"})).out, "sound: 0 descriptions, no index\n");
-  EXPECT_EQ(catalog_.run({"export"}).out, header("4", "0"));
+  EXPECT_EQ(catalog_.run({"export"}).out, export_header("4", "0"));
 }
 
 TEST_F(Import, TheLastNumberCanBeUsed) {
-  catalog_.run({"import"}, numbered("4294967295", "http://localhost/last"));
+  catalog_.run({"import", "--no-header"}, numbered("4294967295", "http://localhost/last"));
   const Finished finished = catalog_.update(rd("http://localhost/new", {{"title", "New"}}));
   EXPECT_EQ(finished.status, 2);
   EXPECT_EQ(finished.errors, "minidba: no number is left in " + catalog_.path() + "\n");
@@ -225,21 +220,22 @@ TEST_F(Import, LosesNothingWithoutBeingAskedTo) {
   };
   for (const auto &row : rows) {
     expect_refused(row.stream, "1 objects rejected: nothing is imported without --rejects");
-    EXPECT_THAT(catalog_.run({"import"}, row.stream).errors, HasSubstr("rejected: " + row.message + "\n"));
+    EXPECT_THAT(catalog_.run({"import", "--no-header"}, row.stream).errors,
+                HasSubstr("rejected: " + row.message + "\n"));
   }
 }
 
 TEST_F(Import, WithRejectsItTakesWhatIsSound) {
   const std::string one = numbered("1", "http://localhost/1"), bad = "@D { http://localhost/2\ntitle{3}:Two\n}\n";
   const Finished finished =
-      catalog_.run({"import", "--rejects", catalog_.path(".rejects")}, header("3", "2") + one + bad);
+      catalog_.run({"import", "--rejects", catalog_.path(".rejects")}, export_header("3", "2") + one + bad);
   EXPECT_EQ(finished.status, 1) << finished.errors;
   EXPECT_EQ(finished.out, "1\n");
   EXPECT_EQ(support::read_file(catalog_.path(".rejects")), bad);
 }
 
 TEST_F(Import, NoticesThatTheEndIsMissing) {
-  const std::string stream = header("4", "3") + numbered("1", "http://localhost/1");
+  const std::string stream = export_header("4", "3") + numbered("1", "http://localhost/1");
   expect_refused(stream, "the header announces 3 descriptions and 1 follow");
   EXPECT_EQ(catalog_.run({"import", "--rejects", catalog_.path(".rejects")}, stream).status, 2);
 }

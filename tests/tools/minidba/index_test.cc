@@ -49,7 +49,7 @@ TEST_F(Index, IsSortedByTimeAndNumberWithSizesAndChecksums) {
 }
 
 TEST_F(Index, OfAnEmptyCatalogIsEmpty) {
-  catalog_.update("");
+  catalog_.make_empty();
   EXPECT_EQ(catalog_.index().out, "0\n");
   EXPECT_EQ(catalog_.words(), (std::vector<uint32_t>{magic, 0}));
 }

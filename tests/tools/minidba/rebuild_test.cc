@@ -92,7 +92,7 @@ TEST_F(Rebuild, OfTwoDescriptionsOfOneUrlTheLowerIsFound) {
 }
 
 TEST_F(Rebuild, OfAnEmptyCatalog) {
-  catalog_.update("");
+  catalog_.make_empty();
   EXPECT_EQ(catalog_.run({"rebuild"}).out, "0\n");
   EXPECT_EQ(verdict(), "sound: 0 descriptions, no index\n");
 }

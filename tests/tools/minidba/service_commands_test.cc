@@ -67,9 +67,11 @@ TEST_F(ServiceCommands, MakeTheCatalogOfADelivery) {
   EXPECT_EQ(support::read_file(unclassified_), "http://localhost/2\n");
 }
 
+// The update says by its exit status that it took in nothing; the service goes by the number.
 TEST_F(ServiceCommands, AnEmptyDeliveryIsZero) {
+  catalog_.make_empty();
   support::write_file(body_, "");
-  EXPECT_EQ(run(update, {database_, body_, result_}), 0);
+  EXPECT_EQ(run(update, {database_, body_, result_}), 1);
   EXPECT_EQ(number(), 0);
   EXPECT_EQ(run(expire, {database_, result_}), 0);
   EXPECT_EQ(number(), 0);

@@ -57,7 +57,7 @@ TEST_F(Stats, AsTextTheMostFrequentAttributeComesFirst) {
 }
 
 TEST_F(Stats, OfAnEmptyCatalog) {
-  catalog_.update("");
+  catalog_.make_empty();
   const nlohmann::json got = figures();
   EXPECT_EQ(got["descriptions"], 0);
   EXPECT_EQ(got["fill-percent"], 0);

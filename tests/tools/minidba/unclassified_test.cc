@@ -36,7 +36,7 @@ TEST_F(Unclassified, WhatTheIndexHasAndTheDatabaseHasNotIsPassedOver) {
 }
 
 TEST_F(Unclassified, OfAnEmptyCatalogIsNothing) {
-  catalog_.update("");
+  catalog_.make_empty();
   ASSERT_EQ(catalog_.index().out, "0\n");
   EXPECT_EQ(catalog_.run({"unclassified"}).out, "");
   EXPECT_EQ(catalog_.run({"unclassified", "--json"}).out, "[]\n");

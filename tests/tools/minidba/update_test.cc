@@ -93,12 +93,6 @@ TEST_F(Update, SkipsAHeaderInFront) {
                     " rejected: no URL\nminidba: 0 new, 0 changed, 1 unchanged, 1 rejected\n");
 }
 
-TEST_F(Update, AnEmptyStreamMakesAnEmptyCatalog) {
-  expect_update("", "0\n", "minidba: 0 new, 0 changed, 0 unchanged, 0 rejected\n");
-  EXPECT_TRUE(catalog_.records().empty());
-  EXPECT_THAT(catalog_.files(), ElementsAre("catalog.db", "catalog.db.lock", "catalog.db.url"));
-}
-
 struct DamagedRow {
   const char *what;
   std::string text;

@@ -61,13 +61,14 @@ TEST_F(Usage, AsksWhatAMistypedWordMeans) {
 }
 
 TEST_F(Usage, OptionsStandBeforeOrAfterTheVerb) {
-  const Finished finished = support::run({program, "update", "--json", "-d", catalog_.path()});
+  const Finished finished =
+      support::run({program, "update", "--json", "-d", catalog_.path()}, rd("http://localhost/1", {{"title", "One"}}));
   EXPECT_EQ(finished.status, 0) << finished.errors;
   EXPECT_EQ(catalog_.files().front(), "catalog.db");
 }
 
 TEST_F(Usage, AnOutputThatCannotBeWrittenIsAnError) {
-  catalog_.update("");
+  catalog_.make_empty();
   const std::string index = " -d " + catalog_.path() + " -i " + catalog_.path(".idx") + " index";
   const struct {
     std::string command, errors;

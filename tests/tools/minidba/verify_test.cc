@@ -89,7 +89,7 @@ TEST_F(Verify, FindsTheIndexBesideTheDatabase) {
 
 TEST_F(Verify, AnEmptyCatalogIsSound) {
   const CatalogFiles catalog;
-  catalog.update("");
+  catalog.make_empty();
   catalog.index();
   EXPECT_EQ(catalog.run({"verify"}).out, "sound: 0 descriptions, 0 index entries\n");
 }
@@ -136,7 +136,8 @@ TEST_F(Verify, FindsAnIndexThatIsOlderThanTheDatabase) {
 // another program had done so could no longer be read: "records are missing", 2 of 1.
 TEST_F(Verify, ARecordThatTheLibraryDidNotCountIsNoFault) {
   const CatalogFiles catalog;
-  catalog.run({"import"}, rd("http://localhost/1", {{"minidba-number", "5"}, {"body", std::string(70000, 'y')}}) +
+  catalog.run({"import"}, export_header("6", "2") +
+                              rd("http://localhost/1", {{"minidba-number", "5"}, {"body", std::string(70000, 'y')}}) +
                               rd("http://localhost/2", {{"minidba-number", "3"}, {"title", "Two"}}));
   catalog.put("00000003", rd("http://localhost/2", {{"title", "Foreign"}}));
   ASSERT_EQ(minidba::layout_of(catalog.path()).records, 1);
