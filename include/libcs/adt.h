@@ -243,8 +243,8 @@ void csio_increase(csio *io, uint32_t need) QX_NOEXCEPT;
 
 /// csio_append adds `count` bytes and returns how many were stored: all, or 0 when the buffer is finished, memory, the
 /// temporary file or a write fails (the log says why), or the length would pass 2^32 - 1. Null `bytes` write what waits
-/// to the file and return 0; a count below 1 does nothing. `io` is a csio, untyped because the function serves as a
-/// SOIF output function.
+/// to the file, or drop it when the descriptor has been released, and return 0; a count below 1 does nothing. `io` is a
+/// csio, untyped because the function serves as a SOIF output function.
 int csio_append(void *io, const void *bytes, int32_t count) QX_NOEXCEPT;
 
 /// csio_finish closes the buffer for writing, once. Always 0.
@@ -265,7 +265,9 @@ int csio_convert2file(csio *io) QX_NOEXCEPT;
 /// path. 0, or the flags of a buffer that already has a file. Where there could be no file, `filename` may be set too.
 int csio_dup2file(csio *io) QX_NOEXCEPT;
 
-/// csio_releasefd closes the descriptor and keeps the file. Always 0.
+/// csio_releasefd closes the descriptor and keeps the file. Bytes on their way to the file stay in `wbuf`: the next
+/// append opens the file again, keeps what it holds by then and writes them behind it. What flushes before that drops
+/// them, as csio_finish and csio_rewind do. Always 0.
 int csio_releasefd(csio *io) QX_NOEXCEPT;
 
 /// csio_reset empties the buffer, removes the file that it made and takes bytes again. Its backing, ceiling and

@@ -177,9 +177,7 @@ int csio_dup2file(csio *io) noexcept {
 }
 
 int csio_releasefd(csio *io) noexcept {
-  if (!in_file(*io)) return 0;
-  if (io->fd != -1) csio_file::flush(*io);
-  csio_file::close(*io);
+  if (in_file(*io)) csio_file::close(*io);
   return 0;
 }
 

@@ -84,9 +84,9 @@ int32_t read_at(host_fd fd, uint32_t position, void *destination, int32_t count)
 bool open_to_append(csio &io) noexcept {
   if (io.filename == nullptr && !set_temporary_file(io)) return false;
   if (io.fd != -1) return true;
-  // A file that was released with bytes in it goes on where it ended.
-  const bool has_bytes = io.length > static_cast<uint32_t>(io.wbuf_len);
-  open_file(io, has_bytes ? OpenMode::append : OpenMode::write);
+  // A file that was open before keeps what it holds, even where all bytes of the buffer still wait.
+  const bool was_open = io.length > 0;
+  open_file(io, was_open ? OpenMode::append : OpenMode::write);
   if (io.fd == -1) CSLOG(CSLOG_ERROR, "adt", "csio_append: %s: %s\n", io.filename, host_last_error_text());
   return io.fd != -1;
 }
@@ -108,8 +108,9 @@ void flush(csio &io) noexcept {
 int32_t read(csio &io, void *destination, int32_t count) noexcept {
   if (io.filename == nullptr) return -1;
   if (io.finished == 0) {
-    // The buffer's own descriptor stays at the end, where the next bytes go.
-    flush(io);
+    // The buffer's own descriptor stays at the end, where the next bytes go. Once it is released, what waits must wait
+    // for the next append: flush would drop it.
+    if (io.fd != -1) flush(io);
     const file_guard file(host_open_read(io.filename));
     return read_at(file.get(), io.position, destination, count);
   }

@@ -14,10 +14,12 @@ bool open_to_append(csio &io) noexcept;
 /// length is the caller's to keep.
 int32_t store(csio &io, const unsigned char *bytes, int32_t count) noexcept;
 
-/// flush writes what waits to the file. Errors are not reported; nothing waits afterwards.
+/// flush writes what waits to the file, or drops it when the file is not open. Errors are not reported; nothing waits
+/// afterwards.
 void flush(csio &io) noexcept;
 
-/// read copies up to `count` bytes from the read position. How many, or -1.
+/// read copies up to `count` bytes of the file from the read position. How many, or -1. It flushes an unfinished buffer
+/// whose file is open.
 int32_t read(csio &io, void *destination, int32_t count) noexcept;
 
 /// close closes the descriptor, when it is open.

@@ -415,16 +415,73 @@ TEST_F(CsioFile, RewindWritesTheBlockOut) {
   EXPECT_EQ(support::read_file(io->filename), "waiting");
 }
 
-TEST_F(CsioFile, ReleasedFileGoesOnWhereItEnded) {
+/// Releasing once wrote what waited, which made each release a system call and let nothing be dropped.
+TEST_F(CsioFile, ReleaseOnlyClosesAndTheNextAppendWritesWhatWaits) {
   const csio_ptr io = make_file_buffer();
   append(io, "before ");
   EXPECT_EQ(csio_releasefd(io.get()), 0);
   EXPECT_EQ(io->fd, -1);
+  EXPECT_EQ(io->wbuf_len, 7);
   EXPECT_EQ(csio_releasefd(io.get()), 0);
-  EXPECT_EQ(support::read_file(io->filename), "before ");
+  EXPECT_EQ(support::read_file(io->filename), "");
   EXPECT_EQ(append(io, "after"), 5);
   EXPECT_EQ(copy(io, 20), "before after");
-  EXPECT_THAT(calls, ElementsAre("open_write", "write 7", "open_append", "write 5", "open_read"));
+  EXPECT_EQ(io->length, 12u);
+  EXPECT_THAT(calls, ElementsAre("open_write", "open_append", "write 12", "open_read"));
+}
+
+TEST_F(CsioFile, WhatWaitsAfterAReleaseIsWrittenBeforeALargeAppend) {
+  const csio_ptr io = make_file_buffer();
+  append(io, "before ");
+  csio_releasefd(io.get());
+  EXPECT_EQ(append(io, pattern(5000)), 5000);
+  EXPECT_THAT(calls, ElementsAre("open_write", "open_append", "write 7", "write 5000"));
+  EXPECT_EQ(support::read_file(io->filename), "before " + pattern(5000));
+}
+
+/// A command that is given the released file by its name may have written to it.
+TEST_F(CsioFile, AppendAfterAReleaseKeepsWhatTheFileHoldsByThen) {
+  for (const std::string &written : {std::string(), pattern(4096)}) {
+    const csio_ptr io = make_file_buffer();
+    append(io, written);
+    append(io, "waiting ");
+    csio_releasefd(io.get());
+    support::write_file(io->filename, support::read_file(io->filename) + "a command's ");
+    append(io, "more");
+    csio_finish(io.get());
+    EXPECT_EQ(support::read_file(io->filename), written + "a command's waiting more");
+  }
+}
+
+TEST_F(CsioFile, FlushAfterAReleaseDropsWhatWaits) {
+  void (*const flushes[])(csio *) = {[](csio *io) { csio_append(io, nullptr, 0); }, csio_rewind,
+                                     [](csio *io) { csio_finish(io); }};
+  for (const auto flush : flushes) {
+    const csio_ptr io = make_file_buffer();
+    append(io, pattern(4096));
+    append(io, "dropped");
+    csio_releasefd(io.get());
+    flush(io.get());
+    EXPECT_EQ(io->wbuf_len, 0);
+    EXPECT_EQ(io->fd, -1);
+    EXPECT_EQ(io->length, 4103u);
+    EXPECT_EQ(support::read_file(io->filename), pattern(4096));
+    const bool finished = io->finished != 0;
+    EXPECT_EQ(append(io, "kept"), finished ? 0 : 4);
+    EXPECT_EQ(copy(io, 5000), pattern(4096) + (finished ? "" : "kept"));
+  }
+}
+
+TEST_F(CsioFile, ReadingAfterAReleaseLeavesWhatWaits) {
+  const csio_ptr io = make_file_buffer();
+  append(io, pattern(4096));
+  append(io, "waiting");
+  csio_releasefd(io.get());
+  EXPECT_EQ(copy(io, 5000), pattern(4096));
+  EXPECT_EQ(io->fd, -1);
+  EXPECT_EQ(io->wbuf_len, 7);
+  append(io, " more");
+  EXPECT_EQ(copy(io, 5000), "waiting more");
 }
 
 TEST_F(CsioFile, OwnersFileIsReadAndNotRemoved) {
@@ -709,6 +766,7 @@ TEST_F(CsioFile, BehavesAsAStringWhateverTheCeiling) {
           csio_append(io.get(), nullptr, 0);
           break;
         case 2:
+          csio_append(io.get(), nullptr, 0);
           csio_releasefd(io.get());
           break;
         case 3:

@@ -176,14 +176,13 @@ class Model {
 
   void finish() {
     if (finished) return;
+    write_out();
     release();
     finished = true;
   }
 
   void release() {
-    if (!in_file()) return;
-    write_out();
-    is_open = false;
+    if (in_file()) is_open = false;
   }
 
   void rewind() {
@@ -281,7 +280,7 @@ class Model {
       log += "ERROR: csio_append: " + file + ": Too many open files\n";
       return false;
     }
-    if (length == waiting.size()) files[file].clear();
+    if (length == 0) files[file].clear();
     is_open = true;
     return true;
   }
@@ -302,7 +301,7 @@ class Model {
     waiting.clear();
   }
   bool read(size_t count, std::string &bytes) {
-    if (!finished) write_out();
+    if (!finished && is_open) write_out();
     const bool opens = !finished || !is_open;
     if (opens && fault_ == Fault::open) return false;
     if (finished) is_open = true;
