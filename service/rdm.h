@@ -163,13 +163,17 @@ typedef struct cs_dbentry {
   uint32_t time, reserved1, key, reserved2, reserved3;
 } cs_dbentry;
 
-/// cs_dbindex is an index in memory, sorted by time. host_free releases its entries.
+/// cs_dbindex is an index in memory, sorted by time. host_free releases its entries. Without entries it is empty,
+/// whatever its count.
 typedef struct cs_dbindex {
   cs_dbentry *entries;
   uint32_t count;
 } cs_dbindex;
 
-/// cs_dbsearch_start loads the index of a catalog service. 0, or 1; either way the caller releases the entries.
+/// cs_dbsearch_start loads the index of a catalog service. 0, or 1; either way the caller releases the entries. When
+/// the file is shorter than its count of entries, or cannot be read to their end, the result is 1 and `count` is as the
+/// file says; `entries` then holds those that were read and zeros after them, or is null when the file lacks more than
+/// 65,536 bytes or memory fails.
 int cs_dbsearch_start(const char *csid, cs_dbindex *index) QX_NOEXCEPT;
 
 /// cs_dbsearch returns the position of the first entry to send for a since query: -1 when none is that late or the

@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
 
 #include "qxapi/log_text.h"
 #include "service/csid.h"
@@ -15,6 +16,10 @@ namespace {
 constexpr uint32_t index_magic = 0x3EB1CA0E;
 constexpr char catalog_key[] = "catalog-database";
 
+/// A short index is loaded as far as it goes unless it lacks more bytes than this: memory is not taken on the word of a
+/// damaged header.
+constexpr int64_t largest_lack = 65536;
+
 /// The index file begins with this header, in big-endian order, and goes on with `count` entries.
 struct IndexHeader {
   uint32_t magic;
@@ -22,16 +27,17 @@ struct IndexHeader {
 };
 static_assert(sizeof(IndexHeader) == 8 && sizeof(cs_dbentry) == 20, "records of the index file have no padding");
 
-bool read_exactly(host_fd fd, void *bytes, int64_t count) {
+/// read_up_to reads `count` bytes and returns how many there were, fewer at the end of the file and after an error.
+int64_t read_up_to(host_fd fd, void *bytes, int64_t count) {
   constexpr int64_t largest_read = INT64_C(1) << 30;
-  char *at = static_cast<char *>(bytes);
-  while (count > 0) {
-    const auto part = static_cast<int32_t>(std::min(count, largest_read));
-    if (host_read(fd, at, part) != part) return false;
-    at += part;
-    count -= part;
+  int64_t total = 0;
+  while (total < count) {
+    const auto part = static_cast<int32_t>(std::min(count - total, largest_read));
+    const int32_t got = host_read(fd, static_cast<char *>(bytes) + total, part);
+    total += std::max(got, 0);
+    if (got != part) break;
   }
-  return true;
+  return total;
 }
 
 void to_host_order(cs_dbentry &entry) {
@@ -39,37 +45,42 @@ void to_host_order(cs_dbentry &entry) {
     *field = be32toh(*field);
 }
 
-/// holds_entries returns whether the file is long enough for `count` entries, so that no memory is taken on the word of
-/// a damaged header.
-bool holds_entries(host_fd fd, uint32_t count) {
-  const int64_t size = host_seek(fd, 0, SEEK_END);
-  const int64_t first_entry = sizeof(IndexHeader);
-  return host_seek(fd, first_entry, SEEK_SET) == first_entry &&
-         size >= first_entry + static_cast<int64_t>(count) * static_cast<int64_t>(sizeof(cs_dbentry));
+constexpr int64_t entries_size(uint32_t count) {
+  return static_cast<int64_t>(count) * static_cast<int64_t>(sizeof(cs_dbentry));
 }
 
-bool load_entries(host_fd fd, uint32_t count, cs_dbindex *index) {
-  if (count == 0) return true;
-  const size_t size = count * sizeof(cs_dbentry);
-  index->entries = static_cast<cs_dbentry *>(host_alloc(size));
-  if (index->entries == nullptr || !read_exactly(fd, index->entries, static_cast<int64_t>(size))) return false;
-  index->count = count;
-  std::for_each_n(index->entries, count, to_host_order);
-  return true;
+/// missing_bytes returns how many bytes the file lacks of `count` entries, 0 or less when it has them all.
+int64_t missing_bytes(host_fd fd, uint32_t count) {
+  const int64_t size = host_seek(fd, 0, SEEK_END);
+  const int64_t first_entry = sizeof(IndexHeader);
+  if (host_seek(fd, first_entry, SEEK_SET) != first_entry) return INT64_MAX;
+  return first_entry + entries_size(count) - size;
+}
+
+/// load_entries returns true if it has read every entry that the header counts. Those it has not read are set to 0,
+/// so that a caller who goes by the count reads no memory that was never written.
+bool load_entries(host_fd fd, cs_dbindex *index) {
+  if (index->count == 0) return true;
+  const int64_t size = entries_size(index->count);
+  index->entries = static_cast<cs_dbentry *>(host_alloc(static_cast<size_t>(size)));
+  if (index->entries == nullptr) return false;
+  const int64_t got = read_up_to(fd, index->entries, size);
+  const int64_t whole = got - got % entries_size(1);
+  std::memset(reinterpret_cast<char *>(index->entries) + whole, 0, static_cast<size_t>(size - whole));
+  std::for_each_n(index->entries, index->count, to_host_order);
+  return got == size;
 }
 
 int load(host_fd fd, const char *path, cs_dbindex *index) {
   IndexHeader header{};
-  if (!read_exactly(fd, &header, sizeof header) || be32toh(header.magic) != index_magic) {
+  if (read_up_to(fd, &header, sizeof header) != sizeof header || be32toh(header.magic) != index_magic) {
     CSLOG(CSLOG_ERROR, "rds", "Indexfile is corrupt: bad magic: %s\n", path);
     return 1;
   }
-  const uint32_t count = be32toh(header.count);
-  if (!holds_entries(fd, count)) {
-    CSLOG(CSLOG_ERROR, "rds", "Indexfile is corrupt: %u entries do not fit: %s\n", count, path);
-    return 1;
-  }
-  return load_entries(fd, count, index) ? 0 : 1;
+  index->count = be32toh(header.count);
+  const int64_t missing = missing_bytes(fd, index->count);
+  if (missing > 0) CSLOG(CSLOG_ERROR, "rds", "Indexfile is corrupt: %u entries do not fit: %s\n", index->count, path);
+  return missing <= largest_lack && load_entries(fd, index) ? 0 : 1;
 }
 
 }  // namespace
@@ -78,7 +89,8 @@ int cs_dbsearch_start(const char *csid, cs_dbindex *index) noexcept {
   *index = cs_dbindex{};
   const char *database = csid != nullptr ? csid_findval(catalog_key, csid) : nullptr;
   if (database == nullptr) {
-    CSLOG(CSLOG_ERROR, "rds", "Missing %s for <CSID:%s>\n", catalog_key, LogText(shown(csid)).c_str());
+    CSLOG(CSLOG_ERROR, "rds", "Missing %s for <CSID:%s>\n", catalog_key,
+          LogText(csid != nullptr ? csid : "(null)").c_str());
     return 1;
   }
   const host_text path = format_text("%s.idx", database);
@@ -92,7 +104,7 @@ int cs_dbsearch_start(const char *csid, cs_dbindex *index) noexcept {
 }
 
 int32_t cs_dbsearch(const cs_dbindex *index, time_t since) noexcept {
-  if (index->count == 0) return -1;
+  if (index->count == 0 || index->entries == nullptr) return -1;
   const int64_t count = index->count, last = count - 1;
   const auto wanted = static_cast<uint64_t>(since);
   const auto time_at = [index](int64_t i) -> uint64_t { return index->entries[i].time; };

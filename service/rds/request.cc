@@ -107,7 +107,7 @@ list_ptr select_keys(const cs_dbindex *index, int32_t start, int32_t limit) {
   list_ptr keys = make_key_list();
   if (!keys || start < 0 || limit < 0) return keys;
   const auto first = static_cast<uint32_t>(start);
-  const uint32_t available = first < index->count ? index->count - first : 0;
+  const uint32_t available = index->entries != nullptr && first < index->count ? index->count - first : 0;
   const uint32_t wanted = limit == 0 ? available : std::min(available, static_cast<uint32_t>(limit));
   for (uint32_t i = first; i < first + wanted; ++i) {
     char key[key_size + 1];

@@ -55,12 +55,12 @@ TEST_F(Index, MayBeEmpty) {
 
 TEST_F(Index, NeedsAConfiguredDatabase) {
   const Diagnostics diagnostics;
-  for (const char *csid : {"bare", "unknown"}) EXPECT_EQ(cs_dbsearch_start(csid, &index_), 1);
+  for (const char *csid : {"bare", "unknown", ""}) EXPECT_EQ(cs_dbsearch_start(csid, &index_), 1);
   EXPECT_EQ(cs_dbsearch_start(nullptr, &index_), 1);
   EXPECT_EQ(cs_dbsearch_start("a\nb", &index_), 1);
   EXPECT_EQ(diagnostics.text(),
             "ERROR: Missing catalog-database for <CSID:bare>\nERROR: Missing catalog-database for <CSID:unknown>\n"
-            "ERROR: Missing catalog-database for <CSID:(null)>\n"
+            "ERROR: Missing catalog-database for <CSID:>\nERROR: Missing catalog-database for <CSID:(null)>\n"
             "ERROR: Missing catalog-database for <CSID:a\\nb>\n");
 }
 
@@ -91,19 +91,47 @@ TEST_F(Index, NeedsTheMagicNumber) {
   }
 }
 
-TEST_F(Index, MustHoldTheEntriesThatItCounts) {
-  const std::string whole = support::index_bytes(magic, 2, {{1, 1}, {2, 2}});
-  for (const std::string &bytes :
-       {whole.substr(0, whole.size() - 1), whole.substr(0, 8), support::index_bytes(magic, 0xFFFFFFFF, {{1, 1}})}) {
+/// Callers that ignore the result go by the count, so there are as many entries: those of the file, then zeros.
+TEST_F(Index, ShorterThanItsCountKeepsTheCountAndWhatItHolds) {
+  const std::string whole = support::index_bytes(magic, 3, {{1, 7}, {2, 8}, {3, 9}});
+  for (const size_t size : {size_t{8}, size_t{28}, size_t{48}, whole.size() - 1}) {
     const Diagnostics diagnostics;
-    const long allocations = host.allocations;
-    EXPECT_EQ(load(bytes), 1);
-    EXPECT_EQ(index_.count, 0u);
-    EXPECT_LE(host.allocations - allocations, 2) << "memory is not taken on the word of the header";
-    const std::string counted = bytes.substr(4, 4) == "\xff\xff\xff\xff" ? "4294967295" : "2";
-    EXPECT_EQ(diagnostics.text(),
-              "ERROR: Indexfile is corrupt: " + counted + " entries do not fit: " + path_ + ".idx\n");
+    EXPECT_EQ(load(whole.substr(0, size)), 1);
+    EXPECT_EQ(diagnostics.text(), "ERROR: Indexfile is corrupt: 3 entries do not fit: " + path_ + ".idx\n");
+    ASSERT_EQ(index_.count, 3u) << size;
+    ASSERT_NE(index_.entries, nullptr) << size;
+    for (uint32_t i = 0; i < 3; ++i) EXPECT_EQ(index_.entries[i].key, 28 + 20 * i <= size ? 7 + i : 0) << size;
+    EXPECT_EQ(index_.entries[2].reserved3, 0u);
+    EXPECT_EQ(cs_dbsearch(&index_, 99), 3);
   }
+}
+
+/// An index that lacks more than it can have lost at its end takes no memory on the word of its header.
+TEST_F(Index, FarShorterThanItsCountHasNoEntries) {
+  for (const uint32_t count : {3279u, 0xFFFFFFFFu}) {
+    host.largest_allocation = 0;
+    EXPECT_EQ(load(support::index_bytes(magic, count, {{1, 1}, {2, 2}})), 1);
+    EXPECT_EQ(index_.count, count);
+    EXPECT_EQ(index_.entries, nullptr);
+    EXPECT_LT(host.largest_allocation, 4096u);
+    EXPECT_EQ(cs_dbsearch(&index_, 1), -1) << "without entries it is empty";
+  }
+  EXPECT_EQ(load(support::index_bytes(magic, 3278, {{1, 1}, {2, 2}})), 1) << "65,520 bytes are missing";
+  EXPECT_NE(index_.entries, nullptr);
+}
+
+TEST_F(Index, ThatCannotBeReadToItsEndKeepsItsCount) {
+  static int allowed;
+  qxapi_host table = support::memory_host();
+  table.read = [](host_fd fd, void *bytes, int32_t count) {
+    return allowed-- > 0 ? support::memory_host().read(fd, bytes, count) : -1;
+  };
+  qxapi_bind(&table);
+  allowed = 1;  // the header
+  EXPECT_EQ(load(support::index_bytes(magic, 2, {{1, 1}, {2, 2}})), 1);
+  EXPECT_EQ(index_.count, 2u);
+  EXPECT_EQ(index_.entries[0].time, 0u);
+  EXPECT_EQ(index_.entries[1].key, 0u);
 }
 
 TEST_F(Index, MayHaveMoreThanItCounts) {

@@ -501,6 +501,19 @@ TEST_F(Request, ReplacesTheTypeThatTheAnswerHad) {
   EXPECT_EQ(bytes, host.sent.size());
 }
 
+TEST_F(Request, AnIndexThatHasACountButNoEntriesSendsNothing) {
+  cs_dbindex index{nullptr, 5};
+  for (const time_t since : {0, 1}) {
+    Exchange x("POST", "/rdm/rd-request");
+    int32_t count = 0;
+    uint32_t bytes = 0;
+    host.sent.clear();
+    EXPECT_EQ(send_since("c", &index, since, nullptr, &count, &bytes, &x.session, &x.request), 0);
+    EXPECT_EQ(host.sent, response_header("0 results."));
+    EXPECT_EQ(count, 0);
+  }
+}
+
 /// send_since returns what became of the last buffer that it sent.
 TEST_F(Request, TheLastDeliveryIsTheResult) {
   cs_dbindex index{};
