@@ -1,6 +1,8 @@
 #include "service/csid.h"
 #include "service/message.h"
 
+#include <libcs/log.h>
+
 namespace {
 
 struct MessageHandler {
@@ -50,12 +52,21 @@ void name_file(csio *output, host_text path, const struct stat &status) {
   output->length = static_cast<uint32_t>(status.st_size);
 }
 
+/// fits returns true if a file can be an answer, whose length has 32 bits.
+bool fits(const char *path, const struct stat &status) {
+  if (status.st_size <= INT64_C(0xFFFFFFFF)) return true;
+  CSLOG(CSLOG_ERROR, "rdmlib", "Description is too large to be sent: %s: %lld bytes\n", path,
+        static_cast<long long>(status.st_size));
+  return false;
+}
+
 int32_t describe(const Description &description, rdmhdr *header, csio *output, Session *sn, Request *rq) {
   const char *path = csid_findval(description.key, header->csid);
   csio_reset(output);
   struct stat status;
-  host_text copy(path != nullptr && host_stat(path, &status) == 0 ? host_strdup(path) : nullptr);
-  if (copy && status.st_size <= INT64_C(0xFFFFFFFF)) {
+  const bool is_there = path != nullptr && host_stat(path, &status) == 0;
+  host_text copy(is_there && fits(path, status) ? host_strdup(path) : nullptr);
+  if (copy) {
     name_file(output, std::move(copy), status);
     rdm_log_add(description.sent, nullptr, nullptr, sn, rq);
   } else {

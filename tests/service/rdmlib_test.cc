@@ -165,19 +165,22 @@ TEST_F(Handlers, DescriptionsWhoseFileIsMissingAreUnavailable) {
   }
 }
 
-/// A length has 32 bits.
+/// A length has 32 bits. The operator looked in vain for the reason of the refusal.
 TEST_F(Handlers, ADescriptionBeyondTheLongestLengthIsUnavailable) {
   const support::TemporaryFolder folder;
   const std::string path = folder.write("description", "");
   const support::Registry registry(folder, "csid=\"" + std::string(csid) + "\" server-description=\"" + path + "\"\n");
   std::filesystem::resize_file(path, 0xFFFFFFFF);
+  const support::Diagnostics diagnostics;
   EXPECT_EQ(respond(RDM_SERVER_REQUEST), 0);
   EXPECT_STREQ(output_->filename, path.c_str());
   EXPECT_EQ(output_->length, 0xFFFFFFFFu);
+  EXPECT_EQ(diagnostics.text(), "");
   std::filesystem::resize_file(path, 0x100000000);
   output_ = make_csio(32768);
   EXPECT_EQ(respond(RDM_SERVER_REQUEST), 0);
   EXPECT_EQ(output(), answer("server-description-response", "Server description is unavailable."));
+  EXPECT_EQ(diagnostics.text(), "ERROR: Description is too large to be sent: " + path + ": 4294967296 bytes\n");
 }
 
 /// Whatever can be looked at is named; what cannot be read after all is for delivery to report.
