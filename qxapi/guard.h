@@ -45,13 +45,17 @@ class file_guard {
   host_fd fd_;
 };
 
-/// crit_guard is inside a critical section for its lifetime.
+/// crit_guard is inside a critical section for its lifetime. Null is no section.
 class crit_guard {
  public:
-  explicit crit_guard(host_crit *section) noexcept : section_(section) { host_crit_enter(section_); }
+  explicit crit_guard(host_crit *section) noexcept : section_(section) {
+    if (section_ != nullptr) host_crit_enter(section_);
+  }
   crit_guard(const crit_guard &) = delete;
   crit_guard &operator=(const crit_guard &) = delete;
-  ~crit_guard() { host_crit_exit(section_); }
+  ~crit_guard() {
+    if (section_ != nullptr) host_crit_exit(section_);
+  }
 
  private:
   host_crit *section_;

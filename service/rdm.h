@@ -18,8 +18,8 @@ QX_BEGIN
 
 /* ---- Entries of the plug-in ---- */
 
-/// rdm_service_crit holds one request at a time, rdm_log_crit one transaction-log line at a time. Made by
-/// rdm_init_real.
+/// rdm_service_crit holds one request at a time, rdm_log_crit one transaction-log line at a time. The first
+/// rdm_init_real makes them; later ones use them again.
 extern host_crit *rdm_log_crit, *rdm_service_crit;
 
 /// logfile is the path of the transaction log, empty when there is none; logfd its descriptor, or -1.
@@ -47,7 +47,7 @@ int _real_rdm_service(pblock *pb, Session *sn, Request *rq) QX_NOEXCEPT;
 /// rdm_type gives a request under /rdm/ the content type of RDM messages; HOST_NOT_HANDLED for any other URI.
 int rdm_type(pblock *pb, Session *sn, Request *rq) QX_NOEXCEPT;
 
-/// rdm_log appends the line that rdm_log_add left in the request to the transaction log. Always 0.
+/// rdm_log appends the line that rdm_log_add left in the request to the transaction log, inside rdm_log_crit. Always 0.
 int rdm_log(pblock *pb, Session *sn, Request *rq) QX_NOEXCEPT;
 
 /* ---- Intake, delivery, transaction log ---- */
@@ -69,7 +69,7 @@ int rdm_send_result(int send_header, csio *result, Session *sn, Request *rq) QX_
 /// rdm_log_add leaves a transaction-log line in the request for rdm_log; null texts print as "-". 0, or -1.
 int rdm_log_add(const char *message, const char *second, const char *third, Session *sn, Request *rq) QX_NOEXCEPT;
 
-/// rdm_log_terminate closes the transaction log.
+/// rdm_log_terminate closes the transaction log, inside rdm_log_crit: no line is on its way to the descriptor then.
 void rdm_log_terminate(void) QX_NOEXCEPT;
 
 /* ---- RDM header ---- */

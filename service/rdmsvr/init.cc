@@ -46,10 +46,15 @@ struct Variable {
 
 Variable debug_level_variable, debug_file_variable, path_variable, tmpdir_variable;
 
+/// create_section makes a section unless an earlier initialisation has made it: hosts cannot release one.
+bool create_section(host_crit *&section) {
+  if (section == nullptr) section = host_crit_create();
+  return section != nullptr;
+}
+
 bool create_sections() {
-  rdm_log_crit = host_crit_create();
-  rdm_service_crit = host_crit_create();
-  if (rdm_log_crit != nullptr && rdm_service_crit != nullptr) return true;
+  const bool log = create_section(rdm_log_crit), service = create_section(rdm_service_crit);
+  if (log && service) return true;
   CSLOG(CSLOG_WARNING, "rdmsvr", "Critical section allocation failure.\n");
   return false;
 }
@@ -68,7 +73,7 @@ void export_paths(const Settings &settings) {
 }
 
 void open_transaction_log(const char *path, Session *sn, Request *rq) {
-  rdm_log_terminate();
+  if (logfd != -1) rdm_log_terminate();
   std::memset(logfile, 0, sizeof logfile);
   if (path == nullptr) return;
   std::string_view(path).copy(logfile, sizeof logfile - 1);

@@ -1,5 +1,4 @@
 #include <cstring>
-#include <optional>
 
 #include "qxapi/ascii.h"
 #include "qxapi/log_text.h"
@@ -238,8 +237,7 @@ int stop(const char *message, const char *report, const char *function, int valu
 
 int rdm_service(pblock *pb, Session *sn, Request *rq) noexcept {
   // There is no section before rdm_init, nor after one that failed.
-  std::optional<crit_guard> inside;
-  if (rdm_service_crit != nullptr) inside.emplace(rdm_service_crit);
+  const crit_guard inside(rdm_service_crit);
   return _real_rdm_service(pb, sn, rq);
 }
 

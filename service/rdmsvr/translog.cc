@@ -35,10 +35,13 @@ int rdm_log_add(const char *message, const char *second, const char *third, Sess
 
 int rdm_log(pblock *, Session *, Request *rq) noexcept {
   const char *line = host_param_find(pending_line, rq->vars);
-  if (line == nullptr || *line == '\0' || logfd == -1) return 0;
+  if (line == nullptr || *line == '\0') return 0;
   const crit_guard inside(rdm_log_crit);
-  host_write_log(logfd, line, static_cast<int32_t>(std::string_view(line).size()));
+  if (logfd != -1) host_write_log(logfd, line, static_cast<int32_t>(std::string_view(line).size()));
   return 0;
 }
 
-void rdm_log_terminate(void) noexcept { file_guard(std::exchange(logfd, -1)); }
+void rdm_log_terminate(void) noexcept {
+  const crit_guard inside(rdm_log_crit);
+  file_guard(std::exchange(logfd, -1));
+}

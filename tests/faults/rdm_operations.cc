@@ -188,6 +188,8 @@ struct Start {
 
   static void end() {
     rdm_log_terminate();
+    // So that the next start needs memory for them.
+    for (host_crit **section : {&rdm_log_crit, &rdm_service_crit}) host_free(std::exchange(*section, nullptr));
     csid_terminate();
     cslog_terminate();
     cslog_set_level(0);

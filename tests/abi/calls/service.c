@@ -25,14 +25,12 @@ static void start(void) {
 }
 
 static void start_without_a_catalog(void) {
-  static host_crit *sections[2]; /* they live as long as the process, though nothing needs them any more */
+  const host_crit *service = rdm_service_crit, *log = rdm_log_crit;
   pblock *config = host_param_create(1);
-  sections[0] = rdm_service_crit;
-  sections[1] = rdm_log_crit;
   CHECK(host_param_parse("bindir=bin debug-logfile=debug.log", config) == 2);
   CHECK(rdm_init_real(config, NULL, NULL) == -1);
   CHECK_TEXT(host_param_find("error", config), "Parameter 'csid-config' required by rdm-init in configuration file.\n");
-  CHECK(rdm_service_crit != sections[0] && rdm_log_crit != sections[1]);
+  CHECK(rdm_service_crit == service && rdm_log_crit == log);
   host_param_free(config);
 }
 

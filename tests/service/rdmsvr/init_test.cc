@@ -34,7 +34,7 @@ std::string missing(const char *key) {
   return text.replace(text.find("%s"), 2, key);
 }
 
-/// The environment and the sections outlive an initialisation on purpose, so that the balance is not asserted here.
+/// The environment outlives an initialisation on purpose, so that the balance is not asserted here.
 class Initialisation : public testing::Test {
  protected:
   Initialisation() {
@@ -46,10 +46,15 @@ class Initialisation : public testing::Test {
     for (const auto &[fn, argument] : host_.exits) fn(argument);
     cslog_terminate();
     cslog_set_level(0);
+    release_sections();
     // The environment's texts belong to the library; the variables stop pointing at them before the host changes.
     for (const char *name : {"TMPDIR", "QXCS_DEBUG_LOGLEVEL", "QXCS_DEBUG_LOGFILE"}) unsetenv(name);
     setenv("PATH", "/usr/bin:/bin", 1);
     qxapi_bind(nullptr);
+  }
+
+  static void release_sections() {
+    for (host_crit **section : {&rdm_log_crit, &rdm_service_crit}) host_free(std::exchange(*section, nullptr));
   }
 
   /// init runs rdm_init on a configuration file of these lines and keeps what went to standard error.
@@ -299,7 +304,6 @@ TEST_F(Initialisation, WhatWasSetUpBeforeAMissingKeyStays) {
 }
 
 TEST_F(Initialisation, SetsUpLogAndSectionsBeforeItMissesAKey) {
-  rdm_log_crit = rdm_service_crit = nullptr;
   EXPECT_EQ(init("logfile=" + folder_.path("transactions.log") + "\n"), -1);
   EXPECT_NE(rdm_log_crit, nullptr);
   EXPECT_NE(rdm_service_crit, nullptr);
@@ -334,11 +338,13 @@ TEST_F(Initialisation, FailsWithoutEitherSection) {
   qxapi_bind(&host);
   for (refused = 1; refused <= 2; ++refused) {
     asked = 0;
+    release_sections();
     std::filesystem::remove(folder_.path("debug.log"));
     EXPECT_EQ(init(complete()), -1) << refused;
     EXPECT_EQ(diagnostic_lines(), "WARNING: Critical section allocation failure.\n");
     EXPECT_EQ(variable("QXCS_DEBUG_LOGLEVEL"), "(unset)");
   }
+  release_sections();
   refused = asked + 1;
   std::filesystem::remove(folder_.path("debug.log"));
   EXPECT_EQ(init("debug-loglevel=0\n" + complete()), -1);
@@ -463,6 +469,31 @@ TEST_F(Initialisation, AnotherOneClosesTheTransactionLogOfTheOneBefore) {
   EXPECT_EQ(logfd, -1);
   EXPECT_STREQ(logfile, "");
   EXPECT_EQ(host_close(before), -1);
+}
+
+/// Each start made two sections and forgot those before, which hosts cannot release.
+TEST_F(Initialisation, AnotherOneUsesTheSectionsOfTheOneBefore) {
+  EXPECT_EQ(init(complete()), 0);
+  host_crit *const log = rdm_log_crit, *const service = rdm_service_crit;
+  const support::Trace trace;
+  EXPECT_EQ(init(complete()), 0);
+  EXPECT_EQ(rdm_log_crit, log);
+  EXPECT_EQ(rdm_service_crit, service);
+  EXPECT_THAT(trace.calls(), testing::Not(testing::Contains("crit_create")));
+}
+
+TEST_F(Initialisation, AnotherOneMakesTheSectionThatTheOneBeforeCouldNot) {
+  static int asked;
+  asked = 0;
+  qxapi_host host = support::memory_host();
+  host.crit_create = [] { return ++asked == 2 ? nullptr : support::memory_host().crit_create(); };
+  qxapi_bind(&host);
+  EXPECT_EQ(init(complete()), -1);
+  host_crit *const log = rdm_log_crit;
+  EXPECT_EQ(init(complete()), 0);
+  EXPECT_EQ(asked, 3);
+  EXPECT_EQ(rdm_log_crit, log);
+  EXPECT_NE(rdm_service_crit, nullptr);
 }
 
 TEST_F(Initialisation, CanBeRepeated) {

@@ -93,15 +93,60 @@ TEST_F(TransactionLog, LinesAreWrittenAtOnceInsideTheirSection) {
 }
 
 TEST_F(TransactionLog, WithNothingToWriteTheSectionIsLeftAlone) {
-  Exchange x("GET", "/rdm/incoming"), y("GET", "/rdm/incoming");
+  Exchange x("GET", "/rdm/incoming");
   const support::Trace trace;
   rdm_log(nullptr, &x.session, &x.request);
   host_param_add("rdm-log-message", "", x.request.vars);
   rdm_log(nullptr, &x.session, &x.request);
-  host_param_add("rdm-log-message", "the line\n", y.request.vars);
-  rdm_log_terminate();
-  rdm_log(nullptr, &y.session, &y.request);
   EXPECT_EQ(trace.calls(), std::vector<std::string>{});
+}
+
+/// The descriptor was tested before the section: a line that waited for the section while the log was closed went to
+/// the file that was opened next under the same number.
+TEST_F(TransactionLog, ALineThatWaitsWhileTheLogIsClosedIsDropped) {
+  static std::string next_path;
+  static host_fd next;
+  next_path = folder_.write("next", "");
+  qxapi_host table = support::memory_host();
+  table.crit_enter = [](host_crit *section) {
+    host_close(logfd);
+    next = host_open_append(next_path.c_str());
+    EXPECT_EQ(next, std::exchange(logfd, -1)) << "the lowest descriptor is free again";
+    support::memory_host().crit_enter(section);
+  };
+  qxapi_bind(&table);
+  Exchange x("GET", "/rdm/incoming");
+  host_param_add("rdm-log-message", "the line\n", x.request.vars);
+  EXPECT_EQ(rdm_log(nullptr, &x.session, &x.request), 0);
+  table = support::memory_host();
+  qxapi_bind(&table);
+  host_close(next);
+  EXPECT_EQ(support::read_file(next_path), "");
+}
+
+TEST_F(TransactionLog, IsClosedInsideItsSection) {
+  static std::vector<int> depths;
+  depths.clear();
+  qxapi_host table = support::memory_host();
+  table.close = [](host_fd fd) {
+    depths.push_back(support::host_record().crit_depth);
+    return support::memory_host().close(fd);
+  };
+  qxapi_bind(&table);
+  rdm_log_terminate();
+  EXPECT_EQ(depths, std::vector<int>{1});
+  EXPECT_EQ(host.crit_depth, 0);
+}
+
+/// A start that fails before it has made the sections has the log closed all the same.
+TEST_F(TransactionLog, WithoutASectionIsWrittenAndClosedToo) {
+  host_free(std::exchange(rdm_log_crit, nullptr));
+  Exchange x("GET", "/rdm/incoming");
+  host_param_add("rdm-log-message", "the line\n", x.request.vars);
+  rdm_log(nullptr, &x.session, &x.request);
+  rdm_log_terminate();
+  EXPECT_EQ(logfd, -1);
+  EXPECT_EQ(support::read_file(path_), "the line\n");
 }
 
 TEST_F(TransactionLog, ErrorsInWritingAreIgnored) {
