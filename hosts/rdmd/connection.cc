@@ -43,17 +43,6 @@ void empty(Value &value) {
   const Value former = std::exchange(value, Value{});
 }
 
-/// client_address returns the address as text; an IPv4 client of an IPv6 socket shows as what it is.
-std::string client_address(const io::Socket &socket) {
-  error_code error;
-  const auto endpoint = socket.remote_endpoint(error);
-  if (error) return "-";
-  const auto address = endpoint.address();
-  if (address.is_v6() && address.to_v6().is_v4_mapped())
-    return boost::asio::ip::make_address_v4(boost::asio::ip::v4_mapped, address.to_v6()).to_string();
-  return address.to_string();
-}
-
 /// is_broken tells whether a connection is reset, or shut in both directions. A client that has only finished sending
 /// still waits for its answer.
 bool is_broken(io::Socket &socket) {
@@ -64,6 +53,16 @@ bool is_broken(io::Socket &socket) {
 }
 
 }  // namespace
+
+std::string client_address(const io::Socket &socket) {
+  error_code error;
+  const auto endpoint = socket.remote_endpoint(error);
+  if (error) return "-";
+  const auto address = endpoint.address();
+  if (address.is_v6() && address.to_v6().is_v4_mapped())
+    return boost::asio::ip::make_address_v4(boost::asio::ip::v4_mapped, address.to_v6()).to_string();
+  return address.to_string();
+}
 
 Connection::Connection(io::Socket socket, Server &server)
     : server_(server),
@@ -103,6 +102,7 @@ void Connection::start() {
 }
 
 void Connection::turn_away() {
+  server_.errors().trouble(Trouble::turned_away, client_);
   boost::asio::post(socket_.get_executor(), on_strand([this] {
                       refuse({503, "The server has as many connections as it can take.\n"});
                     }));
@@ -132,10 +132,18 @@ void Connection::disarm() {
   timer_.cancel();
 }
 
-void Connection::give_up_head() { refuse({408, "The request head did not arrive in time.\n"}); }
-void Connection::give_up_body() { refuse({408, "The request body did not arrive in time.\n"}); }
+void Connection::give_up_head() {
+  server_.errors().trouble(Trouble::late_head, client_);
+  refuse({408, "The request head did not arrive in time.\n"});
+}
+
+void Connection::give_up_body() {
+  server_.errors().trouble(Trouble::late_body, client_);
+  refuse({408, "The request body did not arrive in time.\n"});
+}
 
 void Connection::give_up_sending() {
+  server_.errors().trouble(Trouble::unread, client_);
   error_code ignored;
   // What the client has not taken is not kept for it either.
   socket_.set_option(boost::asio::socket_base::linger(true, 0), ignored);
@@ -349,7 +357,7 @@ void Connection::send_some() {
     case Sender::State::blocked:
       return await_writable();
     case Sender::State::failed:
-      return close();
+      return sending_failed();
   }
 }
 
@@ -360,9 +368,14 @@ void Connection::await_writable() {
     arm(server_.limits().write, &Connection::give_up_sending);
   }
   socket_.async_wait(io::Socket::wait_write, on_strand([this](const error_code &error) {
-                       if (error) return close();
+                       if (error) return sending_failed();
                        send_some();
                      }));
+}
+
+void Connection::sending_failed() {
+  server_.errors().trouble(Trouble::broken, client_);
+  close();
 }
 
 void Connection::sent() {
@@ -401,6 +414,7 @@ void Connection::discard() {
 
 void Connection::close() {
   if (state_ == State::closed) return;
+  if (!logged_ && entry_.status == 503 && !sender_) server_.errors().trouble(Trouble::no_turn, client_);
   disarm();
   enter(State::closed);
   log_request();

@@ -31,6 +31,10 @@ namespace rdmd {
 
 class Server;
 
+/// client_address returns the address of a client as text, "-" when it has gone. An IPv4 client of an IPv6 socket shows
+/// as what it is.
+std::string client_address(const io::Socket &socket);
+
 class Connection : public std::enable_shared_from_this<Connection> {
  public:
   Connection(io::Socket socket, Server &server);
@@ -77,6 +81,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void release_request();
   void send_some();
   void await_writable();
+  void sending_failed();
   void sent();
   void log_request();
 

@@ -195,7 +195,8 @@ void Server::note_shortage(const std::string &reason) {
 
 void Server::accepted(io::Socket socket) {
   const bool room = make_room();
-  if (!room && roster_.turned_away() >= turned_away_limit) return;
+  if (!room && roster_.turned_away() >= turned_away_limit)
+    return errors_.trouble(Trouble::disconnected, client_address(socket));
   if (!room && !full_) errors_.warn("the connection limit is reached; clients are turned away");
   full_ = !room;
   auto connection = std::make_shared<Connection>(std::move(socket), *this);

@@ -182,6 +182,7 @@ TEST_F(HostLimits, ClientsBeyondTheLimitAreTurnedAway) {
   EXPECT_EQ(response.field("retry-after"), "5");
   EXPECT_EQ(response.body, "The server has as many connections as it can take.\n");
   EXPECT_TRUE(server_->await_error("[warning] rdmd: the connection limit is reached; clients are turned away\n"));
+  EXPECT_TRUE(server_->await_error("[warning] rdmd: 503: the connection limit is reached (client 127.0.0.1)\n"));
   for (HttpClient *client : {&first, &second}) {
     client->send("Host: h\r\nConnection: close\r\n\r\n");
     EXPECT_EQ(client->receive().body, "fast\n");
@@ -203,6 +204,8 @@ TEST_F(HostLimits, ClientsFarBeyondTheLimitAreJustClosed) {
   }
   HttpClient last(port_);
   EXPECT_TRUE(last.ended());
+  EXPECT_TRUE(server_->await_error(
+      "rdmd: closed without an answer: far more clients than the connection limit (client 127.0.0.1)\n"));
   served.send("Host: h\r\n\r\n");
   EXPECT_EQ(served.receive().body, "fast\n");
 }
@@ -223,6 +226,41 @@ TEST_F(HostLimits, AtTheLimitTheConnectionIdleLongestMakesWay) {
   EXPECT_TRUE(oldest.ended());
   newer.send(get("/rdm/fast"));
   EXPECT_EQ(newer.receive().body, "fast\n");
+}
+
+/// reset closes the connection of a client in a way that the server notices at once.
+void reset(std::unique_ptr<HttpClient> client) {
+  const struct linger now = {1, 0};
+  EXPECT_EQ(::setsockopt(client->descriptor(), SOL_SOCKET, SO_LINGER, &now, sizeof now), 0);
+}
+
+TEST_F(HostLimits, TheErrorLogSaysWhoWasGivenUpAndWhy) {
+  // Of a client that complained about an answer that broke off nothing but a short count of bytes was to be found.
+  start({"--header-timeout", "0.3", "--body-timeout", "0.3", "--write-timeout", "0.5"});
+  const auto told = [this](const std::string &reason) {
+    return server_->await_error("[warning] rdmd: " + reason + " (client 127.0.0.1)\n");
+  };
+  HttpClient head(port_), body(port_), silent(port_, false, 65536);
+  head.send("GET /rdm/fa");
+  body.send("POST /rdm/echo HTTP/1.1\r\nHost: h\r\nContent-Length: 4\r\n\r\nha");
+  silent.send(get("/rdm/big?12000000"));
+  EXPECT_TRUE(told("408: the request head did not arrive in time"));
+  EXPECT_TRUE(told("408: the request body did not arrive in time"));
+  EXPECT_TRUE(told("an answer was cut: its client took nothing of it in time"));
+  auto gone = std::make_unique<HttpClient>(port_, false, 65536);
+  gone->send(get("/rdm/big?12000000"));
+  EXPECT_TRUE(gone->readable(support::patience));
+  reset(std::move(gone));
+  EXPECT_TRUE(told("an answer was cut: its connection broke or its file became shorter"));
+  HttpClient slow(port_);
+  slow.send(get("/rdm/slow?500"));
+  EXPECT_TRUE(support::eventually([this] { return called("service /rdm/slow"); }));
+  auto waiting = std::make_unique<HttpClient>(port_);
+  waiting->send(get("/rdm/fast"));
+  std::this_thread::sleep_for(100ms);  // until the request waits for its turn
+  reset(std::move(waiting));
+  EXPECT_TRUE(told("503: the client or the server ended before the service came to the request"));
+  EXPECT_EQ(slow.receive().body, "slow\n");
 }
 
 }  // namespace
