@@ -14,6 +14,7 @@
 #include "hosts/common/host_table.h"
 #include "hosts/common/plugin.h"
 #include "hosts/rdmd/check.h"
+#include "hosts/rdmd/leftovers.h"
 #include "hosts/rdmd/listen_address.h"
 #include "hosts/rdmd/log.h"
 #include "hosts/rdmd/options.h"
@@ -72,6 +73,14 @@ void log_mistakes(const std::string &config, ErrorLog &errors) {
   }
 }
 
+/// clean_up removes what servers that were killed left in the folder for temporary files, which the plug-in has set.
+void clean_up(ErrorLog &errors) {
+  const std::string folder = temporary_folder();
+  const std::size_t files = remove_leftovers(folder);
+  if (files > 0)
+    errors.info(std::to_string(files) + " temporary files of processes that were killed removed: " + folder);
+}
+
 /// open_service initialises the plug-in and then lets clients connect: none meets a service that is not there. False,
 /// with the reason in the error log, when the server cannot start.
 bool open_service(const Settings &settings, hosts::Plugin &plugin, Server &server, ErrorLog &errors) {
@@ -80,6 +89,7 @@ bool open_service(const Settings &settings, hosts::Plugin &plugin, Server &serve
     errors.error(settings.config + ": " + refused);
     return false;
   }
+  clean_up(errors);
   try {
     server.listen();
     return true;

@@ -1,6 +1,10 @@
 #include "libcs/adt/csio_file.h"
 
+#include <fcntl.h>
+#include <pthread.h>
 #include <sys/random.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <climits>
 #include <cstdio>
@@ -10,6 +14,7 @@
 #include <libcs/log.h>
 
 #include "qxapi/guard.h"
+#include "qxapi/temporary_owner.h"
 
 namespace csio_file {
 namespace {
@@ -39,22 +44,91 @@ bool is_folder(const char *path) {
 }
 
 const char *temporary_folder() {
-  const char *folder = ::secure_getenv("TMPDIR");
+  // Not secure_getenv: for a program with privileges the loader has removed what its caller set, so that what is found
+  // was set by the program, from its configuration.
+  const char *folder = std::getenv("TMPDIR");
   if (folder != nullptr && is_folder(folder)) return folder;
   return is_folder(P_tmpdir) ? P_tmpdir : nullptr;
+}
+
+/// Owned is a folder in which this process holds the lock of its token. The descriptor stays open as long as the
+/// process lives: a file may outlast the buffer's own descriptor.
+struct Owned {
+  int fd;
+  dev_t device;
+  ino_t inode;
+  uint64_t token;
+};
+
+constexpr Owned unused{-1, 0, 0, 0};
+pthread_mutex_t owned_mutex = PTHREAD_MUTEX_INITIALIZER;
+Owned owned_folders[] = {unused, unused, unused, unused};
+
+/// OwnedLock holds the mutex. The library's own, since that of the C++ library throws.
+struct OwnedLock {
+  OwnedLock() noexcept { ::pthread_mutex_lock(&owned_mutex); }
+  OwnedLock(const OwnedLock &) = delete;
+  OwnedLock &operator=(const OwnedLock &) = delete;
+  ~OwnedLock() { ::pthread_mutex_unlock(&owned_mutex); }
+};
+
+/// is_free returns true when the place of a folder can be another's: it has none, or one that was removed.
+bool is_free(const Owned &owned) {
+  struct stat status;
+  return owned.fd == -1 || (::fstat(owned.fd, &status) == 0 && status.st_nlink == 0);
+}
+
+/// own locks a new token in an open folder and keeps its descriptor in `place`. False when it cannot be locked.
+bool own(Owned &place, int fd, const struct stat &status, uint64_t random) {
+  const uint64_t token = temporary_owner::token_of(random);
+  if (!temporary_owner::hold(fd, token)) return false;
+  if (place.fd != -1) ::close(place.fd);
+  place = Owned{fd, status.st_dev, status.st_ino, token};
+  return true;
+}
+
+/// find_owned returns the folder's place, a free one, or null.
+Owned *find_owned(const struct stat &status) {
+  Owned *found = nullptr;
+  for (Owned &owned : owned_folders) {
+    if (owned.fd != -1 && owned.device == status.st_dev && owned.inode == status.st_ino && !is_free(owned))
+      return &owned;
+    if (found == nullptr && is_free(owned)) found = &owned;
+  }
+  return found;
+}
+
+/// owner_of returns the token that this process holds in a folder, as text; empty when it can hold none.
+struct TokenText {
+  char text[temporary_owner::digits + 1] = "";
+};
+TokenText owner_of(const char *folder, uint64_t random) {
+  TokenText token;
+  struct stat status;
+  const int fd = ::open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const OwnedLock lock;
+  Owned *const place = fd != -1 && ::fstat(fd, &status) == 0 ? find_owned(status) : nullptr;
+  const bool known = place != nullptr && !is_free(*place);
+  const bool taken = place != nullptr && !known && own(*place, fd, status, random);
+  if (fd != -1 && !taken) ::close(fd);
+  if (known || taken)
+    host_format(token.text, sizeof token.text, "%016llx", static_cast<unsigned long long>(place->token));
+  return token;
 }
 
 /// A new path in the temporary folder, or null. Its 64 random bits can be neither guessed nor met twice.
 host_text temporary_name() {
   const char *folder = temporary_folder();
-  unsigned long long number = 0;
+  unsigned long long random[2] = {};
   char path[PATH_MAX];
-  if (folder == nullptr || std::strlen(folder) + sizeof "/csio0123456789abcdef" > sizeof path ||
-      ::getrandom(&number, sizeof number, 0) != sizeof number) {
+  constexpr size_t name_size = sizeof "/csio" + 2 * temporary_owner::digits;
+  if (folder == nullptr || std::strlen(folder) + name_size > sizeof path ||
+      ::getrandom(random, sizeof random, 0) != sizeof random) {
     CSLOG(CSLOG_ERROR, "adt", "Cannot find temporary filename?\n");
     return nullptr;
   }
-  host_format(path, sizeof path, "%s/csio%016llx", folder, number);
+  host_format(path, sizeof path, "%s/%s%s%016llx", folder, temporary_owner::prefix, owner_of(folder, random[0]).text,
+              random[1]);
   return host_text(host_strdup(path));
 }
 

@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <sys/auxv.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -28,8 +29,11 @@ using system_text = std::unique_ptr<char, deleter<std::free>>;
 /// Null when there is no name or no room for it.
 system_text temporary_file(const char *prefix) {
   constexpr int attempts = 16;
+  // In a program with privileges tempnam does not look at TMPDIR itself. The loader has removed what its caller set
+  // there: what is found comes from the configuration.
+  const char *folder = ::getauxval(AT_SECURE) != 0 ? std::getenv("TMPDIR") : nullptr;
   for (int i = 0; i < attempts; ++i) {
-    system_text name(::tempnam(nullptr, prefix));
+    system_text name(::tempnam(folder, prefix));
     if (!name) return nullptr;
     const file_guard file(::open(name.get(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     if (file) return name;

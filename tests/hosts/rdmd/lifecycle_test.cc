@@ -16,6 +16,7 @@
 
 #include "hosts/rdmd/server_fixture.h"
 #include "qxapi/guard.h"
+#include "support/environment.h"
 #include "support/process.h"
 
 namespace {
@@ -299,6 +300,20 @@ TEST_F(HostLifecycle, TheErrorLogSaysWhatTheAccessLogMissed) {
             std::string::npos)
       << written << " written\n"
       << server.errors();
+}
+
+TEST_F(HostLifecycle, AStartRemovesTheTemporaryFilesOfServersThatWereKilled) {
+  const std::string place = folder_.path("tmp"), left = "tmp/csio0123456789abcdef00112233445566ff";
+  std::filesystem::create_directory(place);
+  const support::Environment folder("TMPDIR", place.c_str());
+  folder_.write(left, "half an answer");
+  folder_.write("tmp/notes", "the operator's own");
+  const std::string told = "[info] rdmd: 1 temporary files of processes that were killed removed: " + place + "\n";
+  start();
+  EXPECT_TRUE(server_->await_error(told));
+  EXPECT_FALSE(support::file_exists(folder_.path(left)));
+  EXPECT_TRUE(support::file_exists(folder_.path("tmp/notes")));
+  EXPECT_EQ(stop(), 0);
 }
 
 TEST_F(HostLifecycle, NoDescriptorIsInheritedByWhatThePluginRuns) {

@@ -9,14 +9,20 @@
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
+#include <memory>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "libcs/guard.h"
+#include "qxapi/temporary_owner.h"
 #include "support/diagnostics.h"
 #include "support/environment.h"
 #include "support/memory_host.h"
+
+/// These tests run as a program with privileges does: what its caller set is hidden from it. TMPDIR, which the tests
+/// set as a service does from its configuration, is to be used all the same; /tmp was.
+extern "C" char *secure_getenv(const char *) noexcept { return nullptr; }
 
 namespace {
 
@@ -132,7 +138,7 @@ TEST_F(CsioFile, CeilingIsComparedWithTheGrownCapacity) {
 TEST_F(CsioFile, TemporaryFileIsPrivateAndNamedAfterTheBuffer) {
   const csio_ptr io = make_file_buffer();
   append(io, "text");
-  EXPECT_THAT(io->filename, MatchesRegex(folder_path + "/csio[0-9a-f]{16}"));
+  EXPECT_THAT(io->filename, MatchesRegex(folder_path + "/csio[0-9a-f]{32}"));
   EXPECT_EQ(io->remove_file, 1);
   struct stat status;
   ASSERT_EQ(::stat(io->filename, &status), 0);
@@ -254,8 +260,37 @@ TEST_F(CsioFile, UnusableTmpdirGivesWayToTheSystemsFolder) {
     const support::Environment other("TMPDIR", value);
     const csio_ptr io = make_file_buffer();
     EXPECT_EQ(append(io, "text"), 4);
-    EXPECT_THAT(io->filename, MatchesRegex("/tmp/csio[0-9a-f]{16}"));
+    EXPECT_THAT(io->filename, MatchesRegex("/tmp/csio[0-9a-f]{32}"));
   }
+}
+
+TEST_F(CsioFile, ItsProcessHoldsTheTokenInTheNameOfEachFile) {
+  const csio_ptr first = make_file_buffer(), second = make_file_buffer();
+  append(first, "one");
+  append(second, "two");
+  csio_finish(first.get());
+  const std::string name = std::filesystem::path(first->filename).filename(), token = name.substr(4, 16);
+  EXPECT_EQ(std::filesystem::path(second->filename).filename().string().substr(4, 16), token);
+  const file_guard other(::open(folder_path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const uint64_t held = std::stoull(token, nullptr, 16);
+  EXPECT_TRUE(temporary_owner::is_held(other.get(), held));
+  EXPECT_FALSE(temporary_owner::is_held(other.get(), held ^ 1));
+}
+
+TEST_F(CsioFile, WithoutATokenTheNameIsShort) {
+  // A process keeps a few folders open; files in others are never taken for left-overs.
+  std::vector<std::unique_ptr<support::TemporaryFolder>> folders;
+  std::vector<size_t> sizes;
+  for (int i = 0; i < 6; ++i) {
+    folders.push_back(std::make_unique<support::TemporaryFolder>());
+    const std::string path = folders.back()->path();
+    const support::Environment other("TMPDIR", path.c_str());
+    const csio_ptr io = make_file_buffer();
+    EXPECT_EQ(append(io, "text"), 4);
+    sizes.push_back(std::filesystem::path(io->filename).filename().string().size());
+  }
+  EXPECT_EQ(sizes.front(), sizeof "csio" - 1 + 32);
+  EXPECT_EQ(sizes.back(), sizeof "csio" - 1 + 16);
 }
 
 TEST_F(CsioFile, NameThatCannotBeKeptIsReported) {

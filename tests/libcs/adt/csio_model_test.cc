@@ -352,7 +352,7 @@ class Case {
     std::string written = log_.text();
     const std::string temporary = folder_.path("csio");
     for (size_t at = 0; (at = written.find(temporary)) != std::string::npos;)
-      written.replace(at, temporary.size() + 16, Model::temporary);
+      written.replace(at, temporary.size() + 32, Model::temporary);
     for (size_t at = 0; (at = written.find(folder_.path(Model::own))) != std::string::npos;)
       written.replace(at, folder_.path(Model::own).size(), Model::own);
     same("log", written, model_.log);

@@ -1,0 +1,94 @@
+/// Temporary files of processes that were killed.
+
+#include "hosts/rdmd/leftovers.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+
+#include "qxapi/guard.h"
+#include "qxapi/temporary_owner.h"
+#include "support/environment.h"
+#include "support/files.h"
+
+namespace {
+
+using rdmd::remove_leftovers;
+
+constexpr char token[] = "0123456789abcdef", digits[] = "00112233445566ff";
+
+class Leftovers : public ::testing::Test {
+ protected:
+  /// make makes a file with this name and returns its path.
+  std::string make(const std::string &name) const { return folder_.write(name, "text"); }
+  static std::string name_with(const std::string &owner) { return "csio" + owner + digits; }
+
+  support::TemporaryFolder folder_;
+};
+
+TEST_F(Leftovers, FilesOfAProcessThatWasKilledAreRemovedAndThoseOfOneAliveStay) {
+  // Each kill in the midst of a long answer left a file, until the disk was full.
+  const std::string path = make(name_with(token));
+  int ends[2];
+  ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+  const std::string place = folder_.path();
+  const pid_t owner = ::fork();
+  if (owner == 0) {
+    const int fd = ::open(place.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const bool held = temporary_owner::hold(fd, 0x0123456789abcdef);
+    [[maybe_unused]] const ssize_t told = ::write(ends[1], held ? "y" : "n", 1);
+    for (;;) ::pause();
+  }
+  char held = '?';
+  EXPECT_EQ(::read(ends[0], &held, 1), 1);
+  EXPECT_EQ(held, 'y');
+  EXPECT_EQ(remove_leftovers(place), 0u);
+  EXPECT_TRUE(support::file_exists(path));
+  ::kill(owner, SIGKILL);
+  ::waitpid(owner, nullptr, 0);
+  EXPECT_EQ(remove_leftovers(place), 1u);
+  EXPECT_FALSE(support::file_exists(path));
+  ::close(ends[0]);
+  ::close(ends[1]);
+}
+
+TEST_F(Leftovers, NothingElseIsRemoved) {
+  const std::string others[] = {
+      "csio",
+      "csio0123456789abcdef",         // made without a token
+      name_with("f123456789abcdef"),  // no token: a place of a file is not negative
+      name_with("0123456789abcdeF"),  // another's spelling
+      name_with(token) + "0",
+      "csrds" + std::string(token) + digits,
+      name_with(token).substr(1),
+  };
+  for (const std::string &name : others) make(name);
+  std::filesystem::create_directory(folder_.path(name_with("0000000000000001")));
+  std::filesystem::create_symlink(others[0], folder_.path(name_with("0000000000000002")));
+  ASSERT_EQ(::mkfifo(folder_.path(name_with("0000000000000003")).c_str(), 0600), 0);
+  EXPECT_EQ(remove_leftovers(folder_.path()), 0u);
+  for (const std::string &name : others) EXPECT_TRUE(support::file_exists(folder_.path(name))) << name;
+}
+
+TEST_F(Leftovers, AFolderThatCannotBeReadOrIsNotOfALocalDiskHasNone) {
+  EXPECT_EQ(remove_leftovers("/nonexistent"), 0u);
+  EXPECT_EQ(remove_leftovers("/proc"), 0u);
+}
+
+TEST_F(Leftovers, TheFolderIsThatOfTheConfigurationOrTheSystems) {
+  const std::string place = folder_.path();
+  {
+    const support::Environment configured("TMPDIR", place.c_str());
+    EXPECT_EQ(rdmd::temporary_folder(), place);
+  }
+  const support::Environment mistaken("TMPDIR", "/nonexistent");
+  EXPECT_EQ(rdmd::temporary_folder(), "/tmp");
+}
+
+}  // namespace
