@@ -2,6 +2,7 @@
 
 #include "tools/minidba/failure.h"
 #include "tools/minidba/record.h"
+#include "tools/minidba/used_numbers.h"
 
 namespace minidba {
 
@@ -48,6 +49,18 @@ uint32_t Catalog::next_number() const {
   return table_->stamp() ? later(table_->stamp()->next_number, free) : free;
 }
 
+time_t Catalog::newest_change() const {
+  if (!newest_change_) newest_change_ = find_newest_change();
+  return *newest_change_;
+}
+
+time_t Catalog::find_newest_change() const {
+  if (!table_) return 0;
+  if (urls_ && urls_->newest_change()) return *urls_->newest_change();
+  const time_t stamped = table_->stamp() ? table_->stamp()->newest_change.value_or(0) : 0;
+  return std::max(stamped, used_in(*table_).newest_change);
+}
+
 void Catalog::each(const Visit &visit) const {
   if (!table_) return;
   table_->each([&](std::string_view key, std::string_view record) {
@@ -88,7 +101,7 @@ void Catalog::renew_url_map(const Lock &) {
   UrlItems items(path_);
   each_url([&](std::string_view url, uint32_t number) { items.add(url, number); });
   Snapshot snapshot(UrlMap::path_for(path_), path_);
-  items.write(snapshot, table_->file(), free_number());
+  items.write(snapshot, table_->file(), free_number(), newest_change());
   snapshot.sync();
   snapshot.commit();
   urls_ = UrlMap::open(*table_, map_obstacle_);

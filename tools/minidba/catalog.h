@@ -3,6 +3,7 @@
 #define MINIDBA_CATALOG_H
 
 #include <cstdint>
+#include <ctime>
 #include <functional>
 #include <optional>
 #include <string>
@@ -38,6 +39,11 @@ class Catalog {
   /// left. It may read the whole catalog, as number_of does.
   uint32_t next_number() const;
 
+  /// newest_change returns the newest time of change that this catalog is known to have given; 0 if none. The map knows
+  /// it; without a map of this snapshot, or with one of an earlier version, it reads the whole catalog once and passes
+  /// over what is damaged.
+  time_t newest_change() const;
+
   using Visit = std::function<void(uint32_t number, std::string_view record)>;
   /// each visits every description, in the file's order.
   void each(const Visit &visit) const;
@@ -59,11 +65,13 @@ class Catalog {
  private:
   const UrlScan &scan() const;
   std::optional<uint32_t> mapped(std::string_view url) const;
+  time_t find_newest_change() const;
 
   std::string path_;
   std::optional<HashTable> table_;
   std::string map_obstacle_;
   std::optional<UrlMap> urls_;
+  mutable std::optional<time_t> newest_change_;
   mutable std::optional<UrlScan> scan_;  // what takes the map's place where there is none
 };
 

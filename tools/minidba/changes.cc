@@ -50,6 +50,23 @@ void Changes::put(uint32_t number, std::string_view url, std::string_view record
   add({offset, number, hash_of(url), static_cast<uint32_t>(url.size()), static_cast<uint32_t>(record.size())}, url);
 }
 
+void Changes::put_undated(uint32_t number, std::string_view url, const Undated &undated) {
+  put(number, url, undated.record);
+  entries_.back().date_offset = undated.date_offset;
+  ++undated_;
+}
+
+void Changes::stamp(time_t time) {
+  const std::string date = date_of(time);
+  for (Change &change : entries_) {
+    if (change.date_offset == dated) continue;
+    texts_.write(change.offset + change.url_size + database_key_size + change.date_offset, date);
+    change.date_offset = dated;
+  }
+  undated_ = 0;
+  note_change(time);
+}
+
 void Changes::erase(uint32_t number, std::string_view url) {
   const int64_t offset = texts_.append(url);
   texts_.append(database_key(number));

@@ -2,7 +2,9 @@
 #ifndef MINIDBA_CHANGES_H
 #define MINIDBA_CHANGES_H
 
+#include <algorithm>
 #include <cstdint>
+#include <ctime>
 #include <deque>
 #include <functional>
 #include <optional>
@@ -12,6 +14,7 @@
 
 #include "tools/minidba/catalog.h"
 #include "tools/minidba/files.h"
+#include "tools/minidba/record.h"
 
 namespace minidba {
 
@@ -24,10 +27,20 @@ class Changes {
   /// put gives a number to a description, in place of what had it. `url` is that of the record. A URL that is put under
   /// another number leaves the description of the old number where it is: erase it first.
   void put(uint32_t number, std::string_view url, std::string_view record);
+  /// put_undated does the same with a description that gets its time of change from stamp.
+  void put_undated(uint32_t number, std::string_view url, const Undated &undated);
   /// erase removes the description of a number; `url` is the one it has so far.
   void erase(uint32_t number, std::string_view url);
   /// empty says whether nothing was put or erased.
   bool empty() const { return entries_.empty(); }
+
+  /// is_undated returns true if a description waits for its time of change; stamp gives it to all that do.
+  bool is_undated() const { return undated_ > 0; }
+  void stamp(time_t time);
+  /// note_change says that a time of change is in use; newest_change returns the newest of them, those of stamp
+  /// included, 0 without any.
+  void note_change(time_t time) { newest_change_ = std::max(newest_change_, time); }
+  time_t newest_change() const { return newest_change_; }
 
   /// number_of and get answer for the catalog as the changes leave it.
   std::optional<uint32_t> number_of(std::string_view url) const;
@@ -39,9 +52,10 @@ class Changes {
     uint32_t number;  // of the description
     uint32_t url_hash;
     uint32_t url_size;
-    uint32_t record_size;  // or `erased`
+    uint32_t record_size;          // or `erased`
+    uint32_t date_offset = dated;  // in the record, of the time that stamp will give
   };
-  static constexpr uint32_t erased = UINT32_MAX;
+  static constexpr uint32_t erased = UINT32_MAX, dated = UINT32_MAX;
 
   using Visit = std::function<void(const Change &)>;
   /// each_number visits the last change of each number, each_url that of each URL.
@@ -76,6 +90,8 @@ class Changes {
   ScratchFile texts_;
   std::deque<Change> entries_;
   mutable Places numbers_, urls_;
+  size_t undated_ = 0;
+  time_t newest_change_ = 0;
 };
 
 }  // namespace minidba

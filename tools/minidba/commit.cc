@@ -87,7 +87,7 @@ bool edit_urls(const UrlMap &old, const Changes &changes, const File &file, Stam
 }
 
 void write_urls(const Catalog &catalog, const Changes &changes, const Snapshot &snapshot, const File &database,
-                uint32_t next_number) {
+                uint32_t next_number, time_t newest_change) {
   UrlItems items(catalog.path());
   if (catalog.url_map() != nullptr)
     catalog.url_map()->each([&](std::string_view url, uint32_t number) {
@@ -96,7 +96,7 @@ void write_urls(const Catalog &catalog, const Changes &changes, const Snapshot &
   changes.each_url([&](const Change &change) {
     if (!is_erased(change)) items.add(changes.url(change), change.number);
   });
-  items.write(snapshot, database, next_number);
+  items.write(snapshot, database, next_number, newest_change);
 }
 
 void publish(const Catalog &catalog, Snapshot &database, Snapshot &urls) {
@@ -112,7 +112,8 @@ void commit(const Lock &lock, const Catalog &catalog, const Changes &changes, ui
             const Watch &watch) {
   if (changes.empty() && catalog.exists() && next_number == catalog.next_number()) return;
   Snapshot database(catalog.path());
-  const Stamp stamp{next_number, 0, {}};
+  const time_t newest_change = std::max(catalog.newest_change(), changes.newest_change());
+  const Stamp stamp{next_number, 0, {}, newest_change};
   const bool edited = edit_database(catalog, changes, database.file(), stamp);
   if (!edited) write_database(catalog, changes, database.file(), stamp, watch);
   database.sync();
@@ -123,9 +124,9 @@ void commit(const Lock &lock, const Catalog &catalog, const Changes &changes, ui
     return;
   }
   Snapshot urls(UrlMap::path_for(catalog.path()), catalog.path());
-  const Stamp map_stamp{next_number, 0, identity_of(database.file())};
+  const Stamp map_stamp{next_number, 0, identity_of(database.file()), newest_change};
   if (!edited || !edit_urls(*old, changes, urls.file(), map_stamp))
-    write_urls(catalog, changes, urls, database.file(), next_number);
+    write_urls(catalog, changes, urls, database.file(), next_number, newest_change);
   publish(catalog, database, urls);
 }
 
@@ -133,12 +134,12 @@ void rebuild_catalog(const Lock &, const Catalog &catalog, const Watch &watch) {
   const Changes nothing(catalog);
   const uint32_t next_number = catalog.free_number();
   Snapshot database(catalog.path());
-  write_database(catalog, nothing, database.file(), {next_number, 0, {}}, watch);
+  write_database(catalog, nothing, database.file(), {next_number, 0, {}, catalog.newest_change()}, watch);
   database.sync();
   UrlItems items(catalog.path());
   catalog.each_url([&](std::string_view url, uint32_t number) { items.add(url, number); });
   Snapshot urls(UrlMap::path_for(catalog.path()), catalog.path());
-  items.write(urls, database.file(), next_number);
+  items.write(urls, database.file(), next_number, catalog.newest_change());
   publish(catalog, database, urls);
 }
 

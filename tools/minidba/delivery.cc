@@ -6,7 +6,7 @@
 
 namespace minidba {
 
-Delivery::Delivery(Writing &writing, time_t now) : writing_(writing), now_(now), changes_(writing.catalog()) {}
+Delivery::Delivery(Writing &writing) : writing_(writing), changes_(writing.catalog()) {}
 
 void Delivery::begin() {
   if (has_begun_) return;
@@ -40,8 +40,7 @@ void Delivery::accept(SOIF *object) {
     }
   }
   ++(number ? summary_.changed : summary_.added);
-  stamp(object, now_);
-  changes_.put(number ? *number : new_number(), url, print(object));
+  changes_.put_undated(number ? *number : new_number(), url, print_undated(object, text));
 }
 
 uint32_t Delivery::new_number() {

@@ -3,7 +3,6 @@
 #define MINIDBA_DELIVERY_H
 
 #include <cstdint>
-#include <ctime>
 #include <string>
 
 #include "tools/minidba/changes.h"
@@ -22,11 +21,11 @@ struct Summary {
 /// catalog; a stream without any leaves all files alone.
 class Delivery {
  public:
-  Delivery(Writing &writing, time_t now);
+  explicit Delivery(Writing &writing);
 
   /// take judges one object of the stream and returns why it is rejected, nothing when it is not.
   std::string take(const SoifStream::Item &item);
-  const Changes &changes() const { return changes_; }
+  Changes &changes() { return changes_; }
   /// next_number is known once a description was accepted.
   uint32_t next_number() const { return next_number_; }
   const Summary &summary() const { return summary_; }
@@ -37,7 +36,6 @@ class Delivery {
   uint32_t new_number();
 
   Writing &writing_;
-  time_t now_;
   Changes changes_;
   uint32_t next_number_ = 0;
   bool has_begun_ = false;

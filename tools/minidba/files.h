@@ -70,6 +70,8 @@ class ScratchFile {
 
   /// append returns the offset of the first byte.
   int64_t append(std::string_view bytes);
+  /// write replaces bytes that were appended.
+  void write(int64_t offset, std::string_view bytes) const { file_.write_at(offset, bytes); }
   void read(int64_t offset, void *bytes, size_t count) const { file_.read_at(offset, bytes, count); }
   int descriptor() const { return file_.descriptor(); }
 

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <ostream>
 
+#include "tools/minidba/change_times.h"
 #include "tools/minidba/exchange.h"
 #include "tools/minidba/failure.h"
 #include "tools/minidba/record.h"
@@ -17,9 +18,11 @@ namespace {
 /// Import gathers what becomes the whole catalog.
 class Import {
  public:
-  /// The numbers before `next_number` are given to no description that comes without one.
-  Import(const Catalog &catalog, uint32_t next_number)
-      : catalog_(catalog), changes_(catalog), next_(from_stored(next_number)) {}
+  /// Numbers and times of change that the replaced catalog has used are not used again.
+  Import(const Catalog &catalog, const UsedNumbers &used)
+      : catalog_(catalog), changes_(catalog), next_(from_stored(used.next_number)) {
+    changes_.note_change(used.newest_change);
+  }
 
   /// expect keeps clear of the numbers that were used where the export was made.
   void expect(const ExportHeader &header) {
@@ -30,7 +33,7 @@ class Import {
     if (changes_.number_of(object->url)) return "its URL was there before";
     if (changes_.get(number)) return "its number was there before";
     drop_number(object);
-    changes_.put(number, object->url, print(object));
+    put(number, object);
     next_ = std::max(next_, uint64_t{number} + 1);
     return {};
   }
@@ -40,11 +43,24 @@ class Import {
     return place(static_cast<uint32_t>(next_), object);
   }
 
-  const Changes &changes() const { return changes_; }
+  Changes &changes() { return changes_; }
   uint32_t next_number() const { return static_cast<uint32_t>(next_); }
 
  private:
   static constexpr uint64_t none = uint64_t{1} << 32;
+  /// put leaves a time of change as it is. A description without one, or with one that is not believed, gets that of
+  /// the import.
+  void put(uint32_t number, SOIF *object) {
+    const std::string url = object->url;
+    if (const time_t time = believed_change(object); time != 0) {
+      changes_.note_change(time);
+      changes_.put(number, url, print(object));
+    } else {
+      const std::string text = content(object);
+      changes_.put_undated(number, url, print_undated(object, text));
+    }
+  }
+
   static uint64_t from_stored(uint32_t number) { return number != 0 ? number : none; }
 
   const Catalog &catalog_;
@@ -124,6 +140,12 @@ void check_empty(const Imported &imported, const UsedNumbers &used, const Option
   if (!imported.is_announced) throw Failure("no descriptions in the input: nothing is imported without --allow-empty");
 }
 
+void warn_of_future(time_t newest_change, const Console &console) {
+  if (is_ahead(newest_change, console.clock()))
+    console.errors << "minidba: there are times of change up to " << date_of(newest_change)
+                   << ", ahead of the clock: changes after this import get later ones\n";
+}
+
 Imported read_all(Import &import, Rejects &rejects, const Options &options, const Console &console) {
   SoifStream stream = open_stream(inputs_of(options).front(), options, console);
   Progress progress(console, "importing", stream.size());
@@ -156,11 +178,13 @@ UsedNumbers replaced(const Options &options, const Console &console) {
 int import_catalog(const Options &options, const Console &console) {
   const Writing writing(options, console, Absent::assumed);
   const UsedNumbers used = replaced(options, console);
-  Import import(writing.catalog(), used.next_number);
+  Import import(writing.catalog(), used);
   Rejects rejects(options, console);
   const Imported imported = read_all(import, rejects, options, console);
   check_empty(imported, used, options);
   rejects.finish();
+  warn_of_future(import.changes().newest_change(), console);
+  writing.stamp(import.changes(), console);
   writing.commit(import.changes(), import.next_number(), console);
   rejects.commit();
   report(options, console, {"imported", imported.descriptions},

@@ -3,6 +3,7 @@
 #define MINIDBA_OPTIONS_H
 
 #include <ctime>
+#include <functional>
 #include <iosfwd>
 #include <string>
 #include <vector>
@@ -38,6 +39,7 @@ struct Console {
   std::ostream &errors;
   bool progress;       // somebody looks at `errors` and wants to be told how far the work is
   bool out_is_screen;  // and at `out`
+  std::function<time_t()> clock = [] { return std::time(nullptr); };  // tells the time
 };
 
 }  // namespace minidba

@@ -1,5 +1,6 @@
 #include "tools/minidba/record.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdio>
 #include <cstring>
@@ -63,12 +64,22 @@ std::string content(SOIF *object) {
   return print(object);
 }
 
-void stamp(SOIF *object, time_t now) {
+std::string date_of(time_t time) {
   char text[64];
-  const int size = cs_time2str(now, text, sizeof text);
-  while (soif_delete(object, last_changed) == 0) {
-  }
-  soif_insert(object, last_changed, text, size);
+  const int size = cs_time2str(time, text, sizeof text);
+  return {text, static_cast<size_t>(size)};
+}
+
+Undated print_undated(SOIF *object, std::string_view content) {
+  const std::string none = date_of(0);
+  soif_insert(object, last_changed, none.data(), static_cast<int32_t>(none.size()));
+  Undated undated{print(object), 0};
+  // The two texts differ first within the line of the time: no other attribute has this name.
+  const auto [at, ignored] =
+      std::mismatch(undated.record.begin(), undated.record.end(), content.begin(), content.end());
+  const auto line = undated.record.rfind('\n', static_cast<size_t>(at - undated.record.begin()) - 1) + 1;
+  undated.date_offset = static_cast<uint32_t>(undated.record.find('\t', line) + 1);
+  return undated;
 }
 
 time_t time_of(const SOIF *object, const char *attribute) {

@@ -31,8 +31,18 @@ soif_ptr parse_only(std::string_view record, std::vector<std::string> names);
 /// that attribute.
 std::string content(SOIF *object);
 
-/// stamp sets "rd-last-changed" to a time.
-void stamp(SOIF *object, time_t now);
+/// date_of returns a time as "rd-last-changed" tells it.
+std::string date_of(time_t time);
+constexpr uint32_t date_size = 29;  // bytes, for the years 1000 to 9999
+
+/// Undated is a record whose time of change is not yet known.
+struct Undated {
+  std::string record;
+  uint32_t date_offset;  // where date_of the time will stand in the record
+};
+/// print_undated prints an object with room for "rd-last-changed". `content` is what the procedure of that name
+/// returned for the object.
+Undated print_undated(SOIF *object, std::string_view content);
 
 /// time_of returns the time that an attribute tells, 0 when it is not there or cannot be read.
 time_t time_of(const SOIF *object, const char *attribute);

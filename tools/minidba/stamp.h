@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <ctime>
 #include <optional>
 
 #include "tools/minidba/files.h"
@@ -19,6 +20,10 @@ struct Stamp {
   uint32_t next_number = 1;    // the first number that no description has had; 0 when none is left
   uint32_t planned_pages = 0;  // overflow pages of the file when it was written as a whole
   FileIdentity database{};     // which a URL map belongs to
+  /// The newest time of change that the catalog has given, to descriptions that are gone as well. Nothing in a file
+  /// that was written without it. Programs that change only records leave it as it is: that of a database is a lower
+  /// bound, that of a URL map of this snapshot is exact.
+  std::optional<time_t> newest_change = std::nullopt;
 
   /// read returns the stamp of a file, nothing when it has none.
   static std::optional<Stamp> read(const File &file);

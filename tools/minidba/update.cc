@@ -40,11 +40,12 @@ void keep(Rejects &rejects, const Summary &summary) {
 
 int update(const Options &options, const Console &console) {
   Writing writing(options, console, Absent::empty);
-  Delivery delivery(writing, std::time(nullptr));
+  Delivery delivery(writing);
   Rejects rejects(options, console);
   for (const std::string &input : inputs_of(options)) take_all(input, delivery, options, console, rejects);
   const Summary &summary = delivery.summary();
   rejects.finish();
+  writing.stamp(delivery.changes(), console);
   if (summary.accepted() > 0) writing.commit(delivery.changes(), delivery.next_number(), console);
   keep(rejects, summary);
   if (summary.accepted() == 0)

@@ -38,7 +38,7 @@ void UrlItems::add(std::string_view url, uint32_t number) {
   items_.push_back({hash_of(url), static_cast<uint32_t>(url.size()), database_key_size, place});
 }
 
-void UrlItems::write(const Snapshot &snapshot, const File &database, uint32_t next_number) {
+void UrlItems::write(const Snapshot &snapshot, const File &database, uint32_t next_number, time_t newest_change) {
   std::string text;
   const Fetch fetch = [&](const Item &item) {
     text.resize(item.key_size + item.value_size);
@@ -46,7 +46,7 @@ void UrlItems::write(const Snapshot &snapshot, const File &database, uint32_t ne
     const std::string_view bytes = text;
     return Record{bytes.substr(0, item.key_size), bytes.substr(item.key_size)};
   };
-  write_hash_file(snapshot.file(), items_, fetch, {next_number, 0, identity_of(database)});
+  write_hash_file(snapshot.file(), items_, fetch, {next_number, 0, identity_of(database), newest_change});
 }
 
 void UrlScan::add(std::string_view url, uint32_t number) {

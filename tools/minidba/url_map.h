@@ -29,6 +29,10 @@ class UrlMap {
   /// next_number returns the smallest number that no description of the catalog has had, 0 when none is left.
   uint32_t next_number() const { return table_.stamp()->next_number; }
 
+  /// newest_change returns the newest time of change that the catalog has given, nothing if the map was written without
+  /// it.
+  std::optional<time_t> newest_change() const { return table_.stamp()->newest_change; }
+
   using Visit = std::function<void(std::string_view url, uint32_t number)>;
   void each(const Visit &visit) const;
   const HashTable &table() const { return table_; }
@@ -46,7 +50,7 @@ class UrlItems {
   explicit UrlItems(const std::string &beside) : texts_(beside) {}
   void add(std::string_view url, uint32_t number);
   /// write makes the map of the file `database`.
-  void write(const Snapshot &snapshot, const File &database, uint32_t next_number);
+  void write(const Snapshot &snapshot, const File &database, uint32_t next_number, time_t newest_change);
 
  private:
   ScratchFile texts_;

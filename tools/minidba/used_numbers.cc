@@ -2,43 +2,53 @@
 
 #include <algorithm>
 
+#include "tools/minidba/change_times.h"
 #include "tools/minidba/failure.h"
-#include "tools/minidba/hash_table.h"
 #include "tools/minidba/record.h"
 #include "tools/minidba/url_map.h"
 
 namespace minidba {
 namespace {
 
-/// take_keys passes over damaged buckets.
-void take_keys(const HashTable &table, UsedNumbers &used) {
-  uint32_t highest = 0;
-  BucketReader reader(table);
-  for (uint32_t bucket = 0, end = table.buckets(); bucket < end; ++bucket) try {
-      for (reader.start(bucket); reader.next(); used.is_empty = false)
-        highest = std::max(highest, number_of(reader.key()).value_or(0));
-    } catch (const Failure &failure) {
-      used.damage = failure.what();
-    }
-  used.next_number = later(used.next_number, highest + 1);
+void take_record(std::string_view key, std::string_view record, UsedNumbers &used) {
+  used.is_empty = false;
+  used.next_number = later(used.next_number, number_of(key).value_or(0) + 1);
+  if (const soif_ptr object = parse_only(record, {"rd-last-changed"}))
+    used.newest_change = std::max(used.newest_change, believed_change(object.get()));
 }
 
-/// stamped reads no more than the stamp, which outlives a damaged header.
-uint32_t stamped(const std::string &path, std::string &damage) try {
+/// take_stamp reads no more than the stamp, which outlives a damaged header.
+void take_stamp(const std::string &path, UsedNumbers &used, std::string &damage) try {
   const auto stamp = Stamp::read(File::open(path));
-  return stamp ? stamp->next_number : 1;
+  if (!stamp) return;
+  used.next_number = later(used.next_number, stamp->next_number);
+  used.newest_change = std::max(used.newest_change, stamp->newest_change.value_or(0));
 } catch (const Failure &failure) {
   damage = failure.what();
-  return 1;
 }
 
 void take_records(const std::string &database, UsedNumbers &used) try {
-  take_keys(HashTable(database), used);
+  const UsedNumbers found = used_in(HashTable(database));
+  used.next_number = later(used.next_number, found.next_number);
+  used.newest_change = std::max(used.newest_change, found.newest_change);
+  used.is_empty = found.is_empty;
+  if (!found.damage.empty()) used.damage = found.damage;
 } catch (const Failure &failure) {
   used.damage = failure.what();
 }
 
 }  // namespace
+
+UsedNumbers used_in(const HashTable &table) {
+  UsedNumbers used;
+  BucketReader reader(table);
+  for (uint32_t bucket = 0, end = table.buckets(); bucket < end; ++bucket) try {
+      for (reader.start(bucket); reader.next();) take_record(reader.key(), reader.value(), used);
+    } catch (const Failure &failure) {
+      used.damage = failure.what();
+    }
+  return used;
+}
 
 UsedNumbers used_numbers(const std::string &database) {
   if (const auto status = status_of(database); status && !S_ISREG(status->st_mode))
@@ -46,7 +56,8 @@ UsedNumbers used_numbers(const std::string &database) {
   File::open(database);
   UsedNumbers used;
   std::string ignored;
-  used.next_number = later(stamped(database, used.damage), stamped(UrlMap::path_for(database), ignored));
+  take_stamp(database, used, used.damage);
+  take_stamp(UrlMap::path_for(database), used, ignored);
   take_records(database, used);
   used.is_empty = used.is_empty && used.damage.empty();
   return used;

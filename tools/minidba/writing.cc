@@ -1,7 +1,9 @@
 #include "tools/minidba/writing.h"
 
+#include "tools/minidba/change_times.h"
 #include "tools/minidba/failure.h"
 #include "tools/minidba/progress.h"
+#include "tools/minidba/record.h"
 
 namespace minidba {
 namespace {
@@ -34,6 +36,16 @@ Writing::Writing(const Options &options, const Console &console, Absent absent)
 
 void Writing::begin() {
   if (lock_) catalog_.renew_url_map(*lock_);
+}
+
+void Writing::stamp(Changes &changes, const Console &console) const {
+  if (!lock_ || !changes.is_undated()) return;
+  const time_t clock = console.clock();
+  const time_t time = next_change(std::max(catalog_.newest_change(), changes.newest_change()), clock);
+  if (is_ahead(time, clock))
+    console.errors << "minidba: the clock is behind the catalog: what changes now gets the time " << date_of(time)
+                   << '\n';
+  changes.stamp(time);
 }
 
 void Writing::commit(const Changes &changes, uint32_t next_number, const Console &console) const {

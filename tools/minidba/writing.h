@@ -23,6 +23,8 @@ class Writing {
   void begin();
   const Catalog &catalog() const { return catalog_; }
   bool is_dry() const { return !lock_; }
+  /// stamp gives the descriptions that are undated their time of change: that of the commit, which follows.
+  void stamp(Changes &changes, const Console &console) const;
   /// commit makes the changes the catalog's state.
   void commit(const Changes &changes, uint32_t next_number, const Console &console) const;
   /// rebuild writes the catalog anew as it is.

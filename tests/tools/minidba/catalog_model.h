@@ -58,8 +58,8 @@ class CatalogModel {
  public:
   explicit CatalogModel(std::string path) : path_(std::move(path)) {}
 
-  Result update(const Stream &stream, const Flags &flags);
-  Result import(const Stream &stream, const Flags &flags);
+  Result update(const Stream &stream, const Flags &flags, time_t clock);
+  Result import(const Stream &stream, const Flags &flags, time_t clock);
   Result expire(const Flags &flags);
   Result remove(const std::vector<std::string> &urls, const Flags &flags);
   Result rebuild(const Flags &flags);
@@ -77,14 +77,18 @@ class CatalogModel {
   Result export_whole() const;
   Result verify() const;
 
-  /// adopt takes over the records as they are, when they are what they must be: a time of change that minidba has given
-  /// lies between these two. What differs otherwise is returned.
-  std::string adopt(const std::map<std::string, std::string> &records, time_t from, time_t to);
+  /// adopt takes over the records as they are, when they are what they must be. What differs otherwise is returned.
+  std::string adopt(const std::map<std::string, std::string> &records);
+  /// has_undated says whether a description has no time of change that can be read.
+  bool has_undated() const;
 
   /// index_words returns the index as its file must be, nothing without one.
   std::optional<std::vector<uint32_t>> index_words() const;
   void forget_index() { indexed_.reset(); }
-  void forget_map() { has_map_ = false; }
+  void forget_map() {
+    has_map_ = false;
+    newest_in_map_ = 0;
+  }
   bool exists() const { return exists_; }
   /// has_long_records says whether a record may be longer than a page.
   bool has_long_records() const;
@@ -120,13 +124,18 @@ class CatalogModel {
   std::optional<uint32_t> number_of(const std::string &url) const;
   /// next is the number that comes next, or no_number. Without a map the records count beside what the database tells.
   uint64_t next() const;
-  void commit(uint64_t next_number, bool has_changes);
+  /// newest is the newest time of change that is known to have been given; newest_in_records what the database alone
+  /// tells.
+  time_t newest() const { return has_map_ ? newest_in_map_ : newest_in_records(); }
+  time_t newest_in_records() const;
+  void commit(uint64_t next_number, time_t newest, bool has_changes);
   uint32_t next_stored() const { return next() == no_number ? 0 : static_cast<uint32_t>(next()); }
   std::vector<Entry> entries() const;
 
   std::string path_;
   bool exists_ = false, has_map_ = false;
-  uint64_t next_in_database_ = 0, next_in_map_ = 0;  // 0 when a database was never written by minidba
+  uint64_t next_in_database_ = 0, next_in_map_ = 0;    // 0 when a database was never written by minidba
+  time_t newest_in_database_ = 0, newest_in_map_ = 0;  // the map's file stays when it is not of the database any more
   std::map<uint32_t, Description> descriptions_;
   std::map<uint32_t, std::string> texts_;  // of the same, as they are kept
   std::optional<std::vector<Entry>> indexed_;

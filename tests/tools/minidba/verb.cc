@@ -20,12 +20,13 @@ file_guard file_of(const std::string &input, bool can_be_read_twice) {
   return file;
 }
 
-int run(std::vector<std::string> words, int input, std::ostream &out, std::ostream &errors) {
+int run(std::vector<std::string> words, int input, std::ostream &out, std::ostream &errors,
+        const std::function<time_t()> &clock) {
   std::vector<char *> arguments{words.emplace(words.begin(), "minidba")->data()};
   for (size_t i = 1; i < words.size(); ++i) arguments.push_back(words[i].data());
   try {
     const auto command = minidba::read_command_line(static_cast<int>(arguments.size()), arguments.data(), out);
-    return command->verb(command->options, minidba::Console{input, out, errors, false, false});
+    return command->verb(command->options, minidba::Console{input, out, errors, false, false, clock});
   } catch (const std::exception &failure) {
     errors << "minidba: " << failure.what() << '\n';
     return tools::exit_failure;
@@ -34,9 +35,10 @@ int run(std::vector<std::string> words, int input, std::ostream &out, std::ostre
 
 }  // namespace
 
-support::Finished run_verb(const std::vector<std::string> &words, const std::string &input, bool can_be_read_twice) {
+support::Finished run_verb(const std::vector<std::string> &words, const std::string &input, bool can_be_read_twice,
+                           const std::function<time_t()> &clock) {
   const file_guard file = file_of(input, can_be_read_twice);
   std::ostringstream out, errors;
-  const int status = run(words, file.get(), out, errors);
+  const int status = run(words, file.get(), out, errors, clock);
   return {status, out.str(), errors.str()};
 }

@@ -1,0 +1,231 @@
+/// Times of change never go back and never come early: a gatherer that asks for what has changed since the newest time
+/// that it holds is told of everything, whatever the clock of the machine does.
+#include "tools/minidba/change_times.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <libcs/cs.h>
+
+#include "catalog_files.h"
+#include "tools/minidba/files.h"
+#include "tools/minidba/record.h"
+#include "tools/minidba/stamp.h"
+#include "verb.h"
+
+namespace {
+
+using minidba::date_of;
+using support::Finished;
+using testing::HasSubstr;
+
+constexpr time_t noon = 1'800'000'000, day = 24 * 60 * 60;
+
+std::string url(int number) { return "http://localhost/" + std::to_string(number); }
+
+class ChangeTimes : public testing::Test {
+ protected:
+  Finished run(std::vector<std::string> words, const std::string &input = "") const {
+    words.insert(words.begin(), {"-q", "-d", catalog_.path()});
+    Finished finished = run_verb(words, input, true, [this] { return clock_; });
+    EXPECT_EQ(finished.status, 0) << finished.errors;
+    return finished;
+  }
+  Finished update(int number, const std::string &title) { return run({"update"}, rd(url(number), {{"title", title}})); }
+  /// import replaces the catalog by descriptions with these times of change.
+  Finished import(const std::vector<std::string> &times) {
+    std::string stream = export_header("1", std::to_string(times.size()));
+    for (size_t i = 0; i < times.size(); ++i)
+      stream += rd(url(static_cast<int>(i) + 1), {{"rd-last-changed", times[i]}});
+    return run({"import", "--replace"}, stream);
+  }
+  /// text_of returns the time of change of a description as it is written, time_of as a number.
+  std::string text_of(int number) const {
+    for (const auto &[key, record] : catalog_.records())
+      if (record.find("{ " + url(number) + "\n") != std::string::npos)
+        return CatalogFiles::value(record, "rd-last-changed");
+    return "(no description)";
+  }
+  time_t time_of(int number) const {
+    time_t time = 0;
+    return cs_str2time(text_of(number).c_str(), &time);
+  }
+  /// write_as_an_earlier_version takes the newest time of change out of a file.
+  void write_as_an_earlier_version(const std::string &suffix) const {
+    std::string bytes = support::read_file(catalog_.path(suffix));
+    bytes.replace(336, 24, 24, '\0');
+    support::write_file(catalog_.path(suffix), bytes);
+  }
+
+  CatalogFiles catalog_;
+  time_t clock_ = noon;
+};
+
+TEST_F(ChangeTimes, AreThoseOfTheClockThatGoesOn) {
+  update(1, "One");
+  clock_ += 10;
+  update(2, "Two");
+  EXPECT_EQ(time_of(1), noon);
+  EXPECT_EQ(time_of(2), noon + 10);
+}
+
+// The clock was once put back by an hour: what changed then was stamped with times that gatherers had passed.
+TEST_F(ChangeTimes, AreASecondAfterTheNewestWhenTheClockIsBehind) {
+  update(1, "One");
+  clock_ -= 3600;
+  update(2, "Two");
+  update(1, "Uno");
+  EXPECT_EQ(time_of(2), noon + 1);
+  EXPECT_EQ(time_of(1), noon + 2);
+}
+
+TEST_F(ChangeTimes, OfTwoUpdatesInOneSecondDiffer) {
+  for (const char *title : {"One", "Uno", "Eins"}) update(1, title);
+  EXPECT_EQ(time_of(1), noon + 2);
+}
+
+// An update from a slow sender began an hour before another that was faster.
+TEST_F(ChangeTimes, AreTakenWhenTheInputHasEnded) {
+  int asked = 0;
+  const std::string stream = rd(url(1), {{"title", "One"}}) + rd(url(2), {{"title", "Two"}});
+  run_verb({"-d", catalog_.path(), "update"}, stream, false, [&] { return ++asked, noon + asked; });
+  EXPECT_EQ(asked, 1) << "once for all of them";
+  EXPECT_EQ(time_of(1), noon + 1);
+  EXPECT_EQ(time_of(2), noon + 1);
+}
+
+TEST_F(ChangeTimes, OfWhatIsGoneAreNotGivenAgain) {
+  update(1, "One");
+  update(2, "Two");
+  run({"delete", url(2)});
+  clock_ -= 3600;
+  update(3, "Three");
+  EXPECT_EQ(time_of(3), noon + 2);
+}
+
+TEST_F(ChangeTimes, OfWhatDoesNotChangeStay) {
+  update(1, "One");
+  clock_ += 10;
+  update(1, "One");
+  EXPECT_EQ(time_of(1), noon);
+}
+
+// A value may look like the line of the time.
+TEST_F(ChangeTimes, StandWhereTheAttributeIs) {
+  const std::string line = "\nrd-last-changed{29}:\t" + date_of(0) + "\n";
+  for (const char *name : {"a", "body", "rd-last-changed-2", "rd-last-change", "title", "zz"}) {
+    const std::string stream = rd(url(1), {{name, line}, {"Title-1", date_of(0)}});
+    run({"update"}, stream);
+    const std::string record = catalog_.records().at("00000001");
+    EXPECT_EQ(CatalogFiles::value(record, name), line) << name;
+    EXPECT_EQ(CatalogFiles::value(record, "rd-last-changed"), date_of(clock_)) << name;
+    clock_ += 10;
+  }
+  EXPECT_EQ(run_verb({"-d", catalog_.path(), "verify"}).status, 0);
+}
+
+TEST_F(ChangeTimes, AreGivenToWhatIsImportedWithoutOne) {
+  import({"", "never", "Thu, 01 Jan 1970 00:00:00 GMT", "1 Jan 2016"});
+  for (const int number : {1, 2, 3}) EXPECT_EQ(time_of(number), noon) << number;
+  EXPECT_EQ(text_of(4), "1 Jan 2016") << "as it was written";
+  EXPECT_EQ(run_verb({"-d", catalog_.path(), "verify"}).status, 0);
+}
+
+// Restoring a backup is invisible to gatherers; what changes afterwards is not, although they hold times that are later
+// than any in the backup.
+TEST_F(ChangeTimes, ComeBackByAnImportAndGoOnAfterThoseOfTheReplacedCatalog) {
+  update(1, "One");
+  const auto before = catalog_.records();
+  const std::string backup = run({"export"}).out;
+  clock_ += 100;
+  update(2, "Two");
+  clock_ -= 3600;
+  run({"import", "--replace"}, backup);
+  EXPECT_EQ(catalog_.records(), before);
+  update(3, "Three");
+  EXPECT_EQ(time_of(3), noon + 101);
+}
+
+TEST_F(ChangeTimes, OfAReplacedCatalogThatIsDamagedAreKnownByItsFiles) {
+  update(1, "One");
+  const std::string backup = run({"export"}).out;
+  clock_ += 100;
+  update(2, "Two");
+  support::write_file(catalog_.path(), "damaged");
+  clock_ -= 3600;
+  run({"import", "--replace"}, backup);
+  update(3, "Three");
+  EXPECT_EQ(time_of(3), noon + 101);
+}
+
+// One description of the year 2106 must not use up the times that are left, nor end the index.
+TEST_F(ChangeTimes, AfterTheYear2099AreNotBelieved) {
+  import({"Sun, 07 Feb 2106 06:28:15 GMT", date_of(minidba::latest_change + 1), "Fri, 01 Jan 9999 00:00:00 GMT"});
+  for (const int number : {1, 2, 3}) EXPECT_EQ(time_of(number), noon) << number;
+  update(1, "One");
+  EXPECT_EQ(time_of(1), noon + 1);
+}
+
+TEST_F(ChangeTimes, ThatAnotherProgramWroteCountUnlessTheyAreNotBelieved) {
+  update(1, "One");
+  catalog_.put("00000002", rd(url(2), {{"rd-last-changed", "Sun, 07 Feb 2106 06:28:15 GMT"}}));
+  catalog_.put("00000003", rd(url(3), {{"rd-last-changed", date_of(noon + 50)}}));
+  update(1, "Uno");
+  EXPECT_EQ(time_of(1), noon + 51);
+  update(2, "Two");
+  EXPECT_EQ(time_of(2), noon + 52);
+}
+
+TEST_F(ChangeTimes, ThatAreAheadOfTheClockAreGoneOnFromWithAWarning) {
+  const time_t ahead = noon + 2 * day;
+  EXPECT_EQ(import({date_of(ahead)}).errors, "minidba: there are times of change up to " + date_of(ahead) +
+                                                 ", ahead of the clock: changes after this import get later ones\n");
+  EXPECT_EQ(update(2, "Two").errors,
+            "minidba: the clock is behind the catalog: what changes now gets the time " + date_of(ahead + 1) + "\n");
+  EXPECT_EQ(time_of(2), ahead + 1);
+  clock_ = ahead;
+  EXPECT_EQ(update(2, "Due").errors, "");
+  EXPECT_EQ(time_of(2), ahead + 2);
+}
+
+TEST_F(ChangeTimes, EndOnlyWithTheTimesOfAnIndex) {
+  clock_ = 5'000'000'000;  // in the year 2128
+  update(1, "One");
+  EXPECT_EQ(time_of(1), minidba::latest_change);
+  update(1, "Uno");
+  EXPECT_EQ(time_of(1), minidba::latest_change + 1);
+}
+
+TEST_F(ChangeTimes, OfACatalogOfAnEarlierVersionAreReadFromItsRecords) {
+  for (const bool has_map : {true, false}) {
+    const time_t newest = std::max<time_t>(clock_, noon) + 10;
+    import({date_of(newest)});
+    for (const char *suffix : {"", ".url"}) write_as_an_earlier_version(suffix);
+    if (!has_map) ::unlink(catalog_.path(".url").c_str());
+    update(7, has_map ? "Seven" : "Sept");
+    EXPECT_EQ(time_of(7), newest + 1) << has_map;
+    clock_ = newest;
+  }
+}
+
+// The newest time lies behind what earlier versions read and check, and they void it when they write another map.
+TEST_F(ChangeTimes, AreNotTakenFromAMapThatAnEarlierVersionHasWritten) {
+  update(1, "One");
+  const std::string path = catalog_.path(".url");
+  const auto stamp = [&] { return minidba::Stamp::read(minidba::File::open(path)); };
+  ASSERT_EQ(stamp()->newest_change, noon);
+  std::string bytes = support::read_file(path);
+  minidba::Stamp changed = *stamp();
+  changed.database[1] += 1;
+  const CatalogFiles other;
+  support::write_file(other.path(), bytes);
+  changed.write(minidba::File(minidba::open_file(other.path(), O_RDWR), other.path()));
+  bytes.replace(264, 72, support::read_file(other.path()).substr(264, 72));
+  support::write_file(path, bytes);
+  ASSERT_TRUE(stamp().has_value());
+  EXPECT_FALSE(stamp()->newest_change.has_value());
+}
+
+}  // namespace
