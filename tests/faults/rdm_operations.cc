@@ -165,7 +165,10 @@ struct Start {
   std::string config = folder.write("rdm.conf", lines);
   pblock_ptr block{host_param_create(3)};
 
-  Start() { host_param_add("config", config.c_str(), block.get()); }
+  Start() {
+    forget_sections();
+    host_param_add("config", config.c_str(), block.get());
+  }
   Start(const Start &) = delete;
   Start &operator=(const Start &) = delete;
   ~Start() { end(); }
@@ -186,10 +189,12 @@ struct Start {
            equals(cs_csidcf, services.c_str()) && folders != nullptr && std::strncmp(folders, "/opt/bin:", 9) == 0;
   }
 
+  /// The sections of an operation end with its memory. A start that has none needs memory for them.
+  static void forget_sections() { rdm_log_crit = rdm_service_crit = nullptr; }
+
   static void end() {
     rdm_log_terminate();
-    // So that the next start needs memory for them.
-    for (host_crit **section : {&rdm_log_crit, &rdm_service_crit}) host_free(std::exchange(*section, nullptr));
+    forget_sections();
     csid_terminate();
     cslog_terminate();
     cslog_set_level(0);
