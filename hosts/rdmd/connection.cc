@@ -1,8 +1,10 @@
 #include "hosts/rdmd/connection.h"
 
+#include <linux/sockios.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -32,6 +34,9 @@ constexpr std::string_view continue_line = "HTTP/1.1 100 Continue\r\n\r\n";
 using UnsentLimit = boost::asio::detail::socket_option::integer<IPPROTO_TCP, TCP_NOTSENT_LOWAT>;
 constexpr int unsent_limit = 131072;
 
+/// As much as an acknowledgement on its way may be missing for: an answer to a question, not to a harvest.
+constexpr std::int64_t little = 16384;
+
 /// How much is read of a head at a time. What follows the request in it is kept until the answer is sent.
 constexpr std::size_t head_block = 4096;
 /// How much of a referer or user agent the access log shows.
@@ -52,6 +57,13 @@ bool is_broken(io::Socket &socket) {
   return ::poll(&state, 1, 0) > 0;
 }
 
+/// is_reset tells whether a connection is no more.
+bool is_reset(io::Socket &socket) {
+  struct tcp_info info {};
+  socklen_t size = sizeof info;
+  return ::getsockopt(socket.native_handle(), IPPROTO_TCP, TCP_INFO, &info, &size) == 0 && info.tcpi_state == TCP_CLOSE;
+}
+
 }  // namespace
 
 std::string client_address(const io::Socket &socket) {
@@ -69,6 +81,7 @@ Connection::Connection(io::Socket socket, Server &server)
       socket_(std::move(socket)),
       timer_(socket_.get_executor()),
       client_(client_address(socket_)),
+      deadline_(server.limits().write),
       reader_(server.limits().head_bytes, server.limits().target_bytes) {
   error_code ignored;
   socket_.native_non_blocking(true, ignored);
@@ -88,11 +101,8 @@ auto Connection::on_strand(Handler handler) {
 
 void Connection::enter(State state) {
   ++epoch_;
-  const State former = state_.exchange(state);
-  if (state == State::idle)
-    server_.roster().set_idle(place_, last_sent_);
-  else if (former == State::idle)
-    server_.roster().set_busy(place_);
+  state_ = state;
+  if (std::exchange(idle_, false)) server_.roster().set_busy(place_);
 }
 
 /* ---- From other threads ---- */
@@ -110,7 +120,7 @@ void Connection::turn_away() {
 
 void Connection::close_if_idle() {
   boost::asio::post(socket_.get_executor(), [self = shared_from_this(), this] {
-    if (state_ == State::idle) close();
+    if (idle_) close();
   });
 }
 
@@ -174,10 +184,9 @@ void Connection::next_request() {
   unread_ = false;
   if (skip_empty_lines(input_)) return begin_head();
   input_.shrink_to_fit();
-  if (server_.stopping()) return close();
   enter(State::idle);
-  arm(first_ ? server_.limits().header : server_.limits().idle, &Connection::close);
   wait_idle();
+  await_acknowledgement();
 }
 
 void Connection::begin_head() {
@@ -186,7 +195,7 @@ void Connection::begin_head() {
   read_head();
 }
 
-void Connection::wait_idle() { read_more(head_block, &Connection::leave_idle, &Connection::close); }
+void Connection::wait_idle() { read_more(head_block, &Connection::leave_idle, &Connection::end_of_input); }
 
 /// leave_idle begins a request when there is something of one: empty lines are nothing, and renew no deadline.
 void Connection::leave_idle() {
@@ -197,7 +206,7 @@ void Connection::leave_idle() {
 void Connection::read_head() {
   HeadResult result = reader_.take(input_);
   if (std::holds_alternative<NeedMore>(result))
-    return read_more(head_block, &Connection::read_head, &Connection::close);
+    return read_more(head_block, &Connection::read_head, &Connection::end_of_input);
   if (const Refusal *refusal = std::get_if<Refusal>(&result)) return refuse(*refusal);
   begin_request(std::get<RequestHead>(std::move(result)));
 }
@@ -252,7 +261,8 @@ void Connection::read_body() {
 
 void Connection::body_lost() {
   entry_.status = 400;
-  close();
+  log_request();
+  end_of_input();
 }
 
 /* ---- Answering it ---- */
@@ -332,7 +342,8 @@ void Connection::answer(const hosts::Head &head, std::vector<hosts::Piece> piece
   entry_.status = head.status;
   const std::string_view persistence = keep_ ? (head_.http11 ? "" : "keep-alive") : "close";
   sender_.emplace(hosts::render_head(head, {server_name, std::time(nullptr), persistence}), std::move(pieces));
-  armed_at_ = -1;
+  deadline_.begin(sent_ - unacknowledged(), io::Clock::now());
+  watched_ = false;
   release_request();
   send_some();
 }
@@ -349,7 +360,10 @@ void Connection::release_request() {
 void Connection::send_some() {
   // Before sending: then whoever was answered first has the earlier time, however the threads are scheduled.
   last_sent_ = io::Clock::now();
-  switch (sender_->send(socket_.native_handle())) {
+  const std::int64_t before = sender_->sent();
+  const Sender::State state = sender_->send(socket_.native_handle());
+  sent_ += sender_->sent() - before;
+  switch (state) {
     case Sender::State::done:
       return sent();
     case Sender::State::more:
@@ -361,12 +375,8 @@ void Connection::send_some() {
   }
 }
 
-/// await_writable gives the client its time anew whenever it has taken something.
 void Connection::await_writable() {
-  if (sender_->sent() != armed_at_) {
-    armed_at_ = sender_->sent();
-    arm(server_.limits().write, &Connection::give_up_sending);
-  }
+  if (!std::exchange(watched_, true)) arm(deadline_.interval(), &Connection::look_at_client);
   socket_.async_wait(io::Socket::wait_write, on_strand([this](const error_code &error) {
                        if (error) return sending_failed();
                        send_some();
@@ -376,6 +386,53 @@ void Connection::await_writable() {
 void Connection::sending_failed() {
   server_.errors().trouble(Trouble::broken, client_);
   close();
+}
+
+/* ---- What the client takes of it ---- */
+
+/// unacknowledged counts the bytes that the kernel keeps for the client. The end of the answers counts as one.
+std::int64_t Connection::unacknowledged() {
+  int count = 0;
+  ::ioctl(socket_.native_handle(), SIOCOUTQ, &count);
+  return count;
+}
+
+/// has_answer tells whether the client's system has all of the answers. One that is turned away is not waited for.
+bool Connection::has_answer() { return place_.turned_away || unacknowledged() <= (state_ == State::lingering ? 1 : 0); }
+
+/// await_acknowledgement looks often at first: a client that reads has its answer in no time.
+void Connection::await_acknowledgement() {
+  if (has_answer()) return acknowledged(last_sent_);
+  // What is so little may be left to the kernel where another client needs the place.
+  if (state_ == State::idle && unacknowledged() <= little) become_idle(last_sent_);
+  next_look_ = Duration(1);
+  arm(next_look_, &Connection::look_at_client);
+}
+
+/// look_at_client gives a client up that takes nothing, whether its answer is still being handed to the kernel or not.
+void Connection::look_at_client() {
+  const auto now = io::Clock::now();
+  if (state_ != State::sending && is_reset(socket_)) return close();
+  if (deadline_.expired(sent_ - unacknowledged(), now)) return give_up_sending();
+  if (state_ == State::sending)
+    sender_->park();
+  else if (has_answer())
+    return acknowledged(now);
+  next_look_ = state_ == State::sending ? deadline_.interval() : std::min(next_look_ * 4, deadline_.interval());
+  arm(next_look_, &Connection::look_at_client);
+}
+
+/// acknowledged begins the time for the next request, or for what follows the last.
+void Connection::acknowledged(io::Clock::time_point since) {
+  if (state_ == State::lingering) return ended_ ? close() : arm(server_.limits().linger, &Connection::close);
+  if (server_.stopping()) return close();
+  become_idle(since);
+  arm(first_ ? server_.limits().header : server_.limits().idle, &Connection::close);
+}
+
+/// become_idle lets the connection make way for a new client.
+void Connection::become_idle(io::Clock::time_point since) {
+  if (!std::exchange(idle_, true)) server_.roster().set_idle(place_, since);
 }
 
 void Connection::sent() {
@@ -396,20 +453,28 @@ void Connection::log_request() {
 
 /* ---- The end ---- */
 
-/// linger reads on for a while after the last answer: closing on unread bytes would make the client's system throw
-/// away an answer that it has not yet read.
+/// linger reads on until the client has the last answer, and for a while after it: closing on unread bytes would make
+/// the client's system throw away an answer that it has not yet read.
 void Connection::linger() {
   error_code error;
   socket_.shutdown(io::Socket::shutdown_send, error);
   if (error) return close();
   enter(State::lingering);
-  arm(server_.limits().linger, &Connection::close);
+  await_acknowledgement();
   discard();
 }
 
 void Connection::discard() {
   empty(input_);
-  read_more(SIZE_MAX, &Connection::discard, &Connection::close);
+  read_more(SIZE_MAX, &Connection::discard, &Connection::end_of_input);
+}
+
+/// end_of_input closes the connection when the client has its answers. While the kernel keeps any of them the
+/// connection stays, and counts: else clients that read nothing could have the kernel keep as much as they like.
+void Connection::end_of_input() {
+  if (is_reset(socket_) || has_answer()) return close();
+  if (state_ != State::lingering) return linger();
+  ended_ = true;
 }
 
 void Connection::close() {

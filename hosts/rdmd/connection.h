@@ -26,6 +26,7 @@
 #include "hosts/rdmd/roster.h"
 #include "hosts/rdmd/sender.h"
 #include "hosts/rdmd/settings.h"
+#include "hosts/rdmd/write_deadline.h"
 
 namespace rdmd {
 
@@ -82,11 +83,18 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void send_some();
   void await_writable();
   void sending_failed();
+  void look_at_client();
+  void await_acknowledgement();
+  void acknowledged(io::Clock::time_point since);
+  void become_idle(io::Clock::time_point since);
+  std::int64_t unacknowledged();
+  bool has_answer();
   void sent();
   void log_request();
 
   void linger();
   void discard();
+  void end_of_input();
   void close();
 
   void enter(State state);
@@ -113,6 +121,14 @@ class Connection : public std::enable_shared_from_this<Connection> {
   bool first_ = true;    // no request was answered yet
   bool keep_ = false;    // the connection outlives the answer under way
   bool unread_ = false;  // the request has a body that is not read
+  bool idle_ = false;    // the connection may make way: the client has its answer and has not begun its next request
+  bool ended_ = false;   // the client has finished sending; noted while lingering
+
+  // What the client takes of its answers.
+  WriteDeadline deadline_;
+  std::int64_t sent_ = 0;  // bytes of all answers
+  bool watched_ = false;   // the deadline of the answer under way is set
+  Duration next_look_{};
 
   // The request under way.
   HeadReader reader_;
@@ -120,7 +136,6 @@ class Connection : public std::enable_shared_from_this<Connection> {
   Target target_;
   std::unique_ptr<hosts::Exchange> exchange_;
   std::optional<Sender> sender_;
-  std::int64_t armed_at_ = -1;  // bytes sent when the write deadline was set
   AccessEntry entry_;
   bool logged_ = true;
 };

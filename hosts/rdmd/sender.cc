@@ -7,12 +7,14 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <string_view>
 #include <utility>
 
 namespace rdmd {
 namespace {
 
 constexpr std::int64_t turn = 1 << 20;
+constexpr std::int64_t kept_in_memory = 4096;
 
 std::int64_t send_bytes(int socket, const char *bytes, std::int64_t count, bool more) {
   return ::send(socket, bytes, static_cast<std::size_t>(count), MSG_NOSIGNAL | MSG_DONTWAIT | (more ? MSG_MORE : 0));
@@ -55,6 +57,20 @@ void Sender::advance(std::int64_t count) {
   pieces_[current_] = hosts::Piece{};
   ++current_;
   done_ = 0;
+}
+
+void Sender::park() {
+  for (std::size_t i = current_; i < pieces_.size(); ++i) park_piece(i, i == current_ ? done_ : 0);
+}
+
+void Sender::park_piece(std::size_t index, std::int64_t done) {
+  const std::int64_t rest = pieces_[index].length - done;
+  if (pieces_[index].file || rest < kept_in_memory) return;
+  hosts::OutputQueue file(0);
+  const std::string_view bytes = std::string_view(pieces_[index].bytes).substr(static_cast<std::size_t>(done));
+  if (file.append(bytes) < bytes.size()) return;
+  pieces_[index] = std::move(file.take().front());
+  if (index == current_) done_ = 0;
 }
 
 Sender::State Sender::send(int socket) {

@@ -26,6 +26,10 @@ class Sender {
   /// send sends what the socket takes, up to about a megabyte, so that one client does not hold the thread.
   State send(int socket);
 
+  /// park moves what is still to be sent from memory into temporary files, for a client that takes its time. What there
+  /// is no room for, and less than 4 KiB, stays where it is.
+  void park();
+
   /// sent counts all bytes sent so far; body_sent those after the head.
   std::int64_t sent() const { return sent_; }
   std::int64_t body_sent() const { return sent_ > head_size_ ? sent_ - head_size_ : 0; }
@@ -33,6 +37,7 @@ class Sender {
  private:
   std::int64_t send_piece(int socket);
   void advance(std::int64_t count);
+  void park_piece(std::size_t index, std::int64_t done);
 
   std::vector<hosts::Piece> pieces_;
   std::int64_t head_size_;

@@ -1,5 +1,7 @@
 #include "hosts/rdmd/server.h"
 
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 
@@ -53,6 +55,14 @@ std::size_t connections_within(std::size_t descriptors) {
   return descriptors - std::min(reserved_descriptors, descriptors / 4);
 }
 
+/// limit_segments keeps segments of the loopback interface, which are of 64 KiB, to what they may be elsewhere: a
+/// client that reads slowly acknowledges nothing until it has read a whole one.
+void limit_segments(io::Acceptor &acceptor) {
+  using SegmentSize = boost::asio::detail::socket_option::integer<IPPROTO_TCP, TCP_MAXSEG>;
+  error_code ignored;
+  acceptor.set_option(SegmentSize(16384), ignored);
+}
+
 /// is_shortage tells whether accept() failed because the process or the system has no more descriptors or memory.
 bool is_shortage(int error) { return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM; }
 
@@ -95,6 +105,7 @@ void Server::bind() {
     listener.acceptor.assign(listener.protocol, socket.get());
     socket.release();
     listener.acceptor.non_blocking(true);
+    limit_segments(listener.acceptor);
   }
 }
 

@@ -15,7 +15,7 @@ struct Limits {
   Duration header{10'000};          // from the first byte of a request, or from the connection, to the end of its head
   Duration body{30'000};            // from the end of the head to the end of the body
   Duration idle{15'000};            // between an answer and the first byte of the next request
-  Duration write{30'000};           // without the client taking a single byte of its answer
+  Duration write{30'000};           // without the client acknowledging a single byte of its answer
   Duration linger{2'000};           // for what a client still sends after its last answer
   Duration shutdown{30'000};        // for answers under way when the server is told to stop
   std::size_t connections = 1024;   // at once

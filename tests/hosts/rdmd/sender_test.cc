@@ -6,11 +6,14 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <filesystem>
 #include <memory>
 #include <string>
+#include <system_error>
 #include <utility>
 #include <vector>
 
+#include "support/environment.h"
 #include "support/files.h"
 
 namespace {
@@ -92,6 +95,56 @@ TEST(AnswerSender, GoesOnWhereTheSocketWasFull) {
   }
   EXPECT_TRUE(was_blocked);
   EXPECT_EQ(received, "HEAD" + text + text);
+}
+
+/// temporary_files counts the files without a name that this process has open.
+long temporary_files() {
+  long count = 0;
+  for (const auto &file : std::filesystem::directory_iterator("/proc/self/fd")) {
+    std::error_code closed;
+    count += std::filesystem::read_symlink(file, closed).string().ends_with(" (deleted)") ? 1 : 0;
+  }
+  return count;
+}
+
+TEST(AnswerSender, ParksWhatAClientTakesItsTimeFor) {
+  // A client that read nothing held what the kernel had not taken in memory, up to a megabyte.
+  const std::string text(1'000'000, 'x'), other(100'000, 'y');
+  SocketPair pair;
+  std::vector<Piece> pieces;
+  pieces.push_back(bytes(text));
+  pieces.push_back(bytes("short"));
+  pieces.push_back(bytes(other));
+  Sender sender("HEAD", std::move(pieces));
+  ASSERT_EQ(sender.send(pair.ours()), Sender::State::blocked);
+  const long before = temporary_files();
+  sender.park();
+  sender.park();
+  EXPECT_EQ(temporary_files() - before, 2);
+  std::string received;
+  Sender::State state = Sender::State::blocked;
+  while (state == Sender::State::blocked || state == Sender::State::more) {
+    for (std::string part; !(part = pair.receive(100'000)).empty();) received += part;
+    state = sender.send(pair.ours());
+  }
+  for (std::string part; !(part = pair.receive(100'000)).empty();) received += part;
+  EXPECT_EQ(state, Sender::State::done);
+  EXPECT_EQ(received, "HEAD" + text + "short" + other);
+}
+
+TEST(AnswerSender, KeepsWhatThereIsNoRoomToPark) {
+  const support::Environment nowhere("TMPDIR", "/nowhere");
+  const std::string text(1'000'000, 'x');
+  SocketPair pair;
+  std::vector<Piece> pieces;
+  pieces.push_back(bytes(text));
+  Sender sender("HEAD", std::move(pieces));
+  ASSERT_EQ(sender.send(pair.ours()), Sender::State::blocked);
+  sender.park();
+  std::string received = pair.receive(100'000);
+  while (sender.send(pair.ours()) != Sender::State::done) received += pair.receive(100'000);
+  for (std::string part; !(part = pair.receive(100'000)).empty();) received += part;
+  EXPECT_EQ(received, "HEAD" + text);
 }
 
 TEST(AnswerSender, ReadsAndSendsWhatTheKernelDoesNotSendItself) {

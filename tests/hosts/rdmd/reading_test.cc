@@ -1,0 +1,117 @@
+/// How slowly a client may read its answer, and for how long one that reads nothing is borne.
+
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "hosts/rdmd/server_fixture.h"
+
+namespace {
+
+using support::HttpClient;
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+constexpr int small_buffer = 4096;
+
+class HostReading : public support::ServerTest {
+ protected:
+  /// is_whole tells whether the connection still stands, or was closed in good order.
+  static bool is_whole(const HttpClient &client) {
+    struct tcp_info info {};
+    socklen_t size = sizeof info;
+    return ::getsockopt(client.descriptor(), IPPROTO_TCP, TCP_INFO, &info, &size) == 0 && info.tcpi_state != TCP_CLOSE;
+  }
+
+  /// read_steadily reads `rate` bytes a second in steps of 50 ms, until `time` is over or nothing more comes. What it
+  /// read.
+  static std::string read_steadily(const HttpClient &client, std::size_t rate, std::chrono::milliseconds time) {
+    std::string text, block(rate / 20, '\0');
+    for (const auto end = Clock::now() + time; Clock::now() < end; std::this_thread::sleep_for(50ms)) {
+      const ssize_t got = ::recv(client.descriptor(), block.data(), block.size(), 0);
+      if (got <= 0) break;
+      text.append(block, 0, static_cast<std::size_t>(got));
+    }
+    return text;
+  }
+
+  /// await_reset waits until the server has reset the connection and returns how long that took.
+  static std::chrono::milliseconds await_reset(const HttpClient &client) {
+    const auto begun = Clock::now();
+    EXPECT_TRUE(support::eventually([&] { return !is_whole(client); }));
+    return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begun);
+  }
+};
+
+TEST_F(HostReading, ClientsThatReadSteadilyAreNotCutOffHoweverSlowlyTheyRead) {
+  // The time counted from when the kernel had last taken something, which is every megabyte: those who read less than
+  // that within the limit were cut off.
+  start({"--write-timeout", "1"});
+  const std::size_t rates[] = {10'000, 20'000, 50'000, 100'000, 200'000, 1'000'000};
+  std::vector<std::thread> readers;
+  for (const std::size_t rate : rates)
+    readers.emplace_back([this, rate] {
+      HttpClient client(port_, false, std::max(small_buffer, static_cast<int>(rate / 10)));
+      client.send(get("/rdm/big?12000000"));
+      EXPECT_NE(read_steadily(client, rate, 5s), "") << rate;
+      EXPECT_TRUE(is_whole(client)) << rate;
+    });
+  for (std::thread &reader : readers) reader.join();
+  EXPECT_EQ(stop(), 0);
+}
+
+TEST_F(HostReading, AClientThatReadsNothingIsCutOffWhateverTheSizeOfItsBuffer) {
+  start({"--write-timeout", "0.5"});
+  for (const int buffer : {0, small_buffer, 1 << 20}) {
+    HttpClient client(port_, false, buffer);
+    client.send(get("/rdm/big?12000000"));
+    EXPECT_GE(await_reset(client), 500ms) << buffer;
+  }
+}
+
+TEST_F(HostReading, AClientThatReadsNothingCannotHaveTheKernelKeepItsAnswer) {
+  // An answer that the kernel had taken whole was no longer the server's concern: the kernel kept it for minutes after
+  // the connection was closed, and no limit counted it.
+  start({"--write-timeout", "0.5", "--linger-timeout", "0.1", "--idle-timeout", "0.1"});
+  for (const char *fields : {"", "Connection: close\r\n"})
+    for (const bool finished : {false, true}) {
+      HttpClient client(port_, false, small_buffer);
+      client.send(get("/rdm/big?60000", fields));
+      if (finished) client.finish_sending();
+      EXPECT_GE(await_reset(client), 400ms) << fields << finished;
+    }
+}
+
+TEST_F(HostReading, TheRestThatTheKernelHasTakenIsWaitedFor) {
+  // Neither the time to linger nor that of an idle connection begins before the client has its answer.
+  start({"--write-timeout", "2", "--linger-timeout", "0.1", "--idle-timeout", "0.1"});
+  for (const char *fields : {"", "Connection: close\r\n"})
+    for (const bool finished : {false, true}) {
+      HttpClient client(port_, false, small_buffer);
+      client.send(get("/rdm/big?60000", fields));
+      if (finished) client.finish_sending();
+      const std::string text = read_steadily(client, 40'000, support::patience);
+      EXPECT_TRUE(text.ends_with(pattern(60000))) << fields << finished << ": " << text.size();
+    }
+}
+
+TEST_F(HostReading, AClientThatStillReadsIsNotIdleWhenTheServerStops) {
+  start();
+  HttpClient client(port_, false, small_buffer);
+  client.send(get("/rdm/big?60000"));
+  EXPECT_TRUE(client.readable(support::patience));
+  server_->signal(SIGTERM);
+  EXPECT_TRUE(server_->await_error("stopping"));
+  EXPECT_EQ(client.receive().body, pattern(60000));
+  EXPECT_EQ(server_->wait(), 0);
+}
+
+}  // namespace

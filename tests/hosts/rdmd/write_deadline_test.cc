@@ -1,0 +1,73 @@
+#include "hosts/rdmd/write_deadline.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+namespace {
+
+using namespace std::chrono_literals;
+using rdmd::WriteDeadline;
+
+/// Step is a moment, and what the client has acknowledged by then.
+struct Step {
+  std::chrono::milliseconds at;
+  std::int64_t acknowledged;
+};
+
+/// cut_at returns when a client with these steps is given up, with a limit of 30 seconds; 0 when it is not in an hour.
+std::chrono::milliseconds cut_at(const std::vector<Step> &steps) {
+  const rdmd::io::Clock::time_point begun{1h};
+  WriteDeadline deadline(30s);
+  deadline.begin(0, begun);
+  std::int64_t acknowledged = 0;
+  auto next = steps.begin();
+  for (std::chrono::milliseconds now = 0s; now < 1h; now += deadline.interval()) {
+    for (; next != steps.end() && next->at <= now; ++next) acknowledged = next->acknowledged;
+    if (deadline.expired(acknowledged, begun + now)) return now;
+  }
+  return 0s;
+}
+
+/// regular are steps of as long as an hour.
+std::vector<Step> regular(std::chrono::milliseconds every) {
+  std::vector<Step> steps;
+  for (std::chrono::milliseconds at = every; at < 1h; at += every)
+    steps.push_back({at, static_cast<std::int64_t>(steps.size()) + 1});
+  return steps;
+}
+
+TEST(WriteDeadline, CutsAClientThatTakesNothingWithinTwiceTheLimit) {
+  EXPECT_GE(cut_at({}), 30s);
+  EXPECT_LE(cut_at({}), 60s);
+  // Its receive buffer is filled first.
+  EXPECT_LE(cut_at({{10ms, 60'000}, {20ms, 120'000}}), 62s);
+  EXPECT_GT(cut_at({{20s, 1}}), 50s);
+}
+
+TEST(WriteDeadline, LetsLiveWhoeverAcknowledgesAnythingInTime) {
+  for (const auto every : {1ms, 1000ms, 20'000ms, 29'000ms, 50'000ms})
+    EXPECT_EQ(cut_at(regular(every)), 0s) << every.count();
+}
+
+TEST(WriteDeadline, BearsLongerStallsOfAClientThatHasGoneOnAfterOne) {
+  // These are the stalls of a client that read 1 KB a second.
+  const std::vector<Step> slow = {{33'900ms, 31'744}, {68'100ms, 64'488}, {200'500ms, 159'720}, {252'400ms, 207'868}};
+  EXPECT_GT(cut_at(slow), 252'400ms);
+  // Nobody gets more than five times the limit.
+  EXPECT_LE(cut_at(slow), 252'400ms + 155s);
+}
+
+TEST(WriteDeadline, CountsFromTheBeginningOfEachAnswer) {
+  WriteDeadline deadline(30s);
+  deadline.begin(100, rdmd::io::Clock::time_point{10h});
+  EXPECT_FALSE(deadline.expired(100, rdmd::io::Clock::time_point{10h + 10s}));
+  EXPECT_TRUE(deadline.expired(100, rdmd::io::Clock::time_point{10h + 60s}));
+}
+
+TEST(WriteDeadline, IsLookedAtOftenButNotAllTheTime) {
+  EXPECT_EQ(WriteDeadline(32s).interval(), 2s);
+  EXPECT_EQ(WriteDeadline(1ms).interval(), 1ms);
+}
+
+}  // namespace
