@@ -40,8 +40,9 @@ void Writing::begin() {
 
 void Writing::stamp(Changes &changes, const Console &console) const {
   if (!lock_ || !changes.is_undated()) return;
-  const time_t clock = console.clock();
-  const time_t time = next_change(std::max(catalog_.newest_change(), changes.newest_change()), clock);
+  // Looking for the newest time may take a while, so the clock is read afterwards.
+  const time_t newest = std::max(catalog_.newest_change(), changes.newest_change());
+  const time_t clock = console.clock(), time = next_change(newest, clock);
   if (is_ahead(time, clock))
     console.errors << "minidba: the clock is behind the catalog: what changes now gets the time " << date_of(time)
                    << '\n';
