@@ -14,7 +14,7 @@ namespace {
 
 void prepare_streams() {
   if (!take_standard_descriptors()) std::_Exit(exit_failure);
-  // A reader that has gone is an output that cannot be written, not the end in the midst of a work.
+  // A write to a closed pipe fails with EPIPE. SIGPIPE would end a verb before it has removed its temporary files.
   std::signal(SIGPIPE, SIG_IGN);
   std::ios::sync_with_stdio(false);
   // Tied, it would meet the failure of standard output again while it reports it.
@@ -37,6 +37,7 @@ int run_program(const char *name, const std::function<int()> &work) {
     return status;
   } catch (const std::ios::failure &) {
     const int error = errno;
+    if (error == EPIPE) return exit_broken_pipe;
     return fail(name, "cannot write to standard output: " + std::generic_category().message(error));
   } catch (const std::exception &error) {
     return fail(name, error.what());

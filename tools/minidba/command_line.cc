@@ -44,7 +44,8 @@ void declare_update(CLI::App &verb, Options &options) {
 
 void declare_delete(CLI::App &verb, Options &options) {
   declare_writer(verb, options);
-  verb.add_option("URL", options.arguments, "what is to go; - stands for the lines of standard input")->required();
+  verb.add_option("NUMBER|URL", options.arguments, "what is to go; - stands for the lines of standard input")
+      ->required();
 }
 
 void declare_export(CLI::App &verb, Options &options) {
@@ -108,7 +109,7 @@ constexpr Row rows[] = {
      need_index},
     {"get", "print descriptions by number or URL", get, declare_get, need_nothing},
     {"list", "print descriptions", list, declare_list, need_nothing},
-    {"delete", "remove descriptions by URL", delete_descriptions, declare_delete, need_nothing},
+    {"delete", "remove descriptions by number or URL", delete_descriptions, declare_delete, need_nothing},
     {"stats", "print figures about the catalog", stats, declare_nothing, need_nothing},
     {"verify", "check database, index and URL map", verify, declare_nothing, need_nothing},
     {"rebuild", "write database and URL map anew", rebuild, declare_writer, need_nothing},

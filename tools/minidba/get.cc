@@ -1,4 +1,3 @@
-#include <charconv>
 #include <ostream>
 
 #include "tools/minidba/describe.h"
@@ -7,14 +6,6 @@
 
 namespace minidba {
 namespace {
-
-/// decimal returns the number that a word stands for, nothing for another word.
-std::optional<uint32_t> decimal(const std::string &word) {
-  uint32_t number = 0;
-  const char *end = word.data() + word.size();
-  const auto result = std::from_chars(word.data(), end, number);
-  return result.ec == std::errc() && result.ptr == end ? std::optional(number) : std::nullopt;
-}
 
 struct Found {
   uint32_t number;

@@ -90,7 +90,9 @@ class Intake {
       if (!object) throw Failure("cannot read " + stream_.name());
       const std::string reason = import_.place_anew(object.get());
       if (reason.empty()) ++renumbered_;
-      count(item, reason);
+      SoifStream::Item placed{item.number, item.offset, item.end, nullptr, {}};
+      placed.url = object->url;
+      count(placed, reason);
     }
   }
 
@@ -188,7 +190,8 @@ int import_catalog(const Options &options, const Console &console) {
   writing.commit(import.changes(), import.next_number(), console);
   rejects.commit();
   report(options, console, {"imported", imported.descriptions},
-         {{"imported", imported.descriptions}, {"numbered anew", imported.renumbered}, {"rejected", rejects.count()}});
+         {{"imported", imported.descriptions}, {"numbered anew", imported.renumbered}, {"rejected", rejects.count()}},
+         rejects.reasons());
   return rejects.count() == 0 ? exit_done : exit_found_fault;
 }
 

@@ -1,5 +1,3 @@
-#include <libcs/cs.h>
-
 #include <ctime>
 #include <memory>
 #include <ostream>
@@ -8,6 +6,7 @@
 #include "tools/minidba/failure.h"
 #include "tools/minidba/record.h"
 #include "tools/minidba/selection.h"
+#include "tools/minidba/time_text.h"
 #include "tools/minidba/verbs.h"
 
 namespace minidba {
@@ -63,11 +62,10 @@ std::unique_ptr<Listing> listing(const Options &options, std::ostream &out) {
   return std::make_unique<SoifListing>(out, options.attributes.empty());
 }
 
-time_t since(const Options &options) {
-  time_t time = 0;
-  if (!options.since.empty() && cs_str2time(options.since.c_str(), &time) == 0)
-    throw Failure("--since: not a time: " + options.since);
-  return time;
+time_t since(const Options &options) try {
+  return options.since.empty() ? 0 : read_time(options.since, std::time(nullptr));
+} catch (const Failure &failure) {
+  throw Failure(std::string("--since: ") + failure.what());
 }
 
 /// chosen returns the numbers of the descriptions to be listed, in order.

@@ -22,6 +22,7 @@ struct Options {
   std::vector<std::string> attributes;  // empty for all
   std::string format;                   // soif, json or tsv
   std::vector<std::string> arguments;   // the words after the verb
+  bool urls_only = false;               // the words are URLs, never numbers
   std::vector<std::string> inputs;      // streams to read, "-" is standard input; empty for that alone
   std::string file;                     // to write to; empty for standard output
   std::string rejects;                  // file for what is refused; empty when it is not kept

@@ -1,6 +1,7 @@
 #include "tools/minidba/selection.h"
 
 #include <algorithm>
+#include <charconv>
 
 #include "tools/minidba/failure.h"
 #include "tools/minidba/record.h"
@@ -14,6 +15,13 @@ soif_ptr checked(soif_ptr object, const Catalog &catalog, uint32_t number) {
 }
 
 }  // namespace
+
+std::optional<uint32_t> decimal(std::string_view word) {
+  uint32_t number = 0;
+  const char *end = word.data() + word.size();
+  const auto result = std::from_chars(word.data(), end, number);
+  return result.ec == std::errc() && result.ptr == end ? std::optional(number) : std::nullopt;
+}
 
 soif_ptr whole(const Catalog &catalog, uint32_t number, std::string_view record) {
   return checked(parse(record), catalog, number);

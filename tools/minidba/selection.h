@@ -3,6 +3,7 @@
 #define MINIDBA_SELECTION_H
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -12,6 +13,10 @@
 #include "tools/minidba/progress.h"
 
 namespace minidba {
+
+/// decimal returns the number that a word stands for; nothing for another word. Verbs that take numbers and URLs look a
+/// word up as a number first, then as a URL.
+std::optional<uint32_t> decimal(std::string_view word);
 
 /// whole returns the object of a record; view keeps only the attributes of these names and their numbered instances.
 /// Both throw a Failure that names a record without an object.

@@ -23,14 +23,6 @@ bool is_name(std::string_view name) {
   return !name.empty();
 }
 
-/// printable returns a text fit for one line.
-std::string printable(std::string_view text) {
-  std::string line = text.empty() ? "(empty)" : std::string(text.substr(0, 60)) + (text.size() > 60 ? "..." : "");
-  for (char &c : line)
-    if (static_cast<unsigned char>(c) < ' ' || c == 0x7F) c = '?';
-  return line;
-}
-
 void seek(FILE *file, int64_t offset, int whence) {
   if (::fseeko(file, offset, whence) != 0) throw system_failure("cannot read the input");
 }
@@ -66,6 +58,8 @@ class ObjectScan {
   }
   /// places returns where the scan has been, for others to be warned of.
   const std::vector<int64_t> &places() const { return places_; }
+  const std::string &url() const { return url_; }
+  const std::optional<Counted> &last_count() const { return last_count_; }
 
  private:
   ScanFault fault(std::string text) const { return {std::move(text), is_too_long_ || std::feof(file_) != 0}; }
@@ -90,28 +84,40 @@ class ObjectScan {
   bool header() {
     if (!input_.skip_past('@') || !input_.token(is_space, buffer_)) return false;
     input_.back_up(next_other([](int c) { return ascii::is_space(c) || c == '{'; }));
-    return input_.token(is_space, buffer_).has_value();
+    const auto url = input_.token(is_space, buffer_);
+    if (url) url_ = *url;
+    return url.has_value();
   }
 
   std::string attribute() {
     const auto name = input_.token([](int c) { return c == '{'; }, buffer_);
     if (!name) return no_object;
-    if (!is_name(*name)) return "attribute name \"" + printable(*name) + "\", after a value of the wrong size";
+    if (!is_name(*name))
+      return "attribute name \"" + (name->empty() ? "(empty)" : printable(*name, 60)) +
+             "\", after a value of the wrong size";
+    last_count_ = {std::string(*name), "", 0};
     input_.next();
-    return value() ? "" : no_object;
+    return value();
   }
 
-  /// value passes over a size and as many bytes, and returns whether they are there.
-  bool value() {
+  /// value passes over a size and as many bytes, and returns what is wrong with them.
+  std::string value() {
     const auto digits = input_.token([](int c) { return c == '}'; }, buffer_);
-    if (!digits) return false;
+    if (!digits) return no_object;
     const int32_t size = ascii::to_int32(*digits);
+    last_count_->count = *digits;
     input_.next();
-    if (size < 0 || input_.next() != ':' || input_.next() != '\t') return false;
-    is_too_long_ = tell(file_) + size > size_;
-    if (is_too_long_) return false;
+    if (input_.next() != ':' || input_.next() != '\t') return "no colon and tab after " + counted();
+    last_count_->value = tell(file_);
+    if (size < 0) return counted() + " has a size below zero";
+    is_too_long_ = last_count_->value + size > size_;
+    if (is_too_long_) return counted() + " reaches beyond the end";
     seek(file_, size, SEEK_CUR);
-    return true;
+    return "";
+  }
+
+  std::string counted() const {
+    return printable(last_count_->attribute, 60) + '{' + printable(last_count_->count, 20) + '}';
   }
 
   template <typename Class>
@@ -126,6 +132,8 @@ class ObjectScan {
   const DeadEnds &dead_ends_;
   soif::file_input input_;
   std::vector<int64_t> places_;
+  std::string url_;
+  std::optional<Counted> last_count_;
   int64_t place_ = 0;
   bool is_too_long_ = false;  // the value read last, for the file
   char buffer_[soif::token_limit];
@@ -133,10 +141,19 @@ class ObjectScan {
 
 }  // namespace
 
+std::string printable(std::string_view text, size_t limit) {
+  std::string line(text.substr(0, limit));
+  for (char &c : line)
+    if (static_cast<unsigned char>(c) < ' ' || c == 0x7F) c = '?';
+  return text.size() > limit ? line + "..." : line;
+}
+
 std::string SoifScan::fault_of(int64_t offset) {
   seek(file_, offset, SEEK_SET);
   ObjectScan scan(file_, size_, dead_ends_);
   fault_ = scan.object();
+  url_ = scan.url();
+  last_count_ = scan.last_count();
   if (!fault_.text.empty())
     for (const int64_t place : scan.places()) dead_ends_.emplace(place, fault_);
   return fault_.text;

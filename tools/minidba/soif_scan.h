@@ -4,7 +4,9 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 
 namespace minidba {
@@ -13,6 +15,17 @@ namespace minidba {
 struct ScanFault {
   std::string text;
   bool met_end = false;  // the file ends within the object
+};
+
+/// printable returns a text fit for one line: at most `limit` bytes of it, control characters replaced.
+std::string printable(std::string_view text, size_t limit);
+
+/// Counted is the last attribute whose byte count a scan has read: when an object is faulty, the count that may be
+/// wrong.
+struct Counted {
+  std::string attribute;
+  std::string count;  // as it is written
+  int64_t value;      // the offset of the value
 };
 
 /// SoifScan looks at the objects of a file, from first to last. Where one leads to a place that one before it was led
@@ -29,10 +42,15 @@ class SoifScan {
   std::string fault_of(int64_t offset);
   /// met_end returns true if the object that fault_of was last asked about has a fault because the file ends within it.
   bool met_end() const { return fault_.met_end; }
+  /// url and last_count tell about the object that fault_of looked at last; empty where it has none.
+  const std::string &url() const { return url_; }
+  const std::optional<Counted> &last_count() const { return last_count_; }
 
  private:
   FILE *file_;
   int64_t size_;
+  std::string url_;
+  std::optional<Counted> last_count_;
   std::unordered_map<int64_t, ScanFault> dead_ends_;  // places between attributes, and the fault behind them
   ScanFault fault_;                                   // of the last object
 };

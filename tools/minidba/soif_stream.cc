@@ -4,10 +4,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <vector>
 
 #include "tools/minidba/failure.h"
+#include "tools/minidba/fitting_count.h"
 
 namespace minidba {
 namespace {
@@ -81,9 +84,45 @@ std::optional<SoifStream::Item> SoifStream::next() {
   const std::optional<int64_t> start = find_object(position_, false);
   if (!start) return std::nullopt;
   Item item = read_object(*start);
-  if (!item.object) item.end = find_object(*start + 1, true).value_or(size_);
+  if (!item.object) {
+    item.end = find_object(*start + 1, true).value_or(size_);
+    item.url = scan_->url();
+    item.misfit = misfit_before(item.end);
+  }
   position_ = item.end;
   return item;
+}
+
+/// misfit_before tells about the count that the scan read last, if another one fits the bytes up to the object's end.
+std::optional<SoifStream::Misfit> SoifStream::misfit_before(int64_t end) const {
+  constexpr int64_t most = 1 << 20;
+  const std::optional<Counted> &counted = scan_->last_count();
+  if (!counted || counted->value <= 0 || counted->value >= end) return std::nullopt;
+  std::string rest(static_cast<size_t>(std::min(end - counted->value, most)), '\0');
+  rest.resize(read_at(counted->value, rest.data(), rest.size()));
+  const std::optional<size_t> fits = fitting_count(rest);
+  if (!fits || std::to_string(*fits) == counted->count) return std::nullopt;
+  return Misfit{counted->attribute, counted->count, *fits};
+}
+
+/// read_at reads around the stream, whose position stays.
+size_t SoifStream::read_at(int64_t offset, char *bytes, size_t count) const {
+  const ssize_t got = uninterrupted([&] { return ::pread(::fileno(file_.get()), bytes, count, offset); });
+  if (got < 0) throw system_failure("cannot read " + name_);
+  return static_cast<size_t>(got);
+}
+
+int64_t SoifStream::line_of(int64_t offset) {
+  if (offset < counted_to_) counted_to_ = 0, lines_ = 1;
+  std::array<char, 1 << 16> block;
+  while (counted_to_ < offset) {
+    const auto wanted = std::min<size_t>(block.size(), static_cast<size_t>(offset - counted_to_));
+    const size_t got = read_at(counted_to_, block.data(), wanted);
+    if (got == 0) break;
+    lines_ += std::count(block.begin(), block.begin() + static_cast<ptrdiff_t>(got), '\n');
+    counted_to_ += static_cast<int64_t>(got);
+  }
+  return lines_;
 }
 
 std::string SoifStream::bytes_of(const Item &item) {

@@ -50,7 +50,7 @@ int update(const Options &options, const Console &console) {
   keep(rejects, summary);
   if (summary.accepted() == 0)
     console.errors << "minidba: no description in the input was understood: the catalog stays as it is\n";
-  report(options, console, {"accepted", summary.accepted()}, details(summary));
+  report(options, console, {"accepted", summary.accepted()}, details(summary), rejects.reasons());
   return summary.accepted() > 0 && rejects.count() == 0 ? exit_done : exit_found_fault;
 }
 

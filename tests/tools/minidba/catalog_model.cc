@@ -106,13 +106,20 @@ std::string Stream::fault(bool may_have_more) const {
 
 void CatalogModel::Refused::pass(const std::string &text) {
   ++number;
+  line_at[offset] = line;
+  line += std::count(text.begin(), text.end(), '\n');
   offset += static_cast<int64_t>(text.size());
 }
 
 void CatalogModel::Refused::add(const StreamObject &object, int64_t object_number, int64_t object_offset,
                                 const std::string &reason) {
-  result.errors += "minidba: object " + std::to_string(object_number) + " at byte " + std::to_string(object_offset) +
+  const std::string url = object.description.url, where = std::to_string(line_at.at(object_offset));
+  const std::string which = std::to_string(object_number), byte = std::to_string(object_offset);
+  result.errors += "minidba: the input: line " + where + ": " + url + ": object " + which + " at byte " + byte +
                    " rejected: " + reason + "\n";
+  reasons += (reasons.empty() ? "" : ",") + std::string(R"({"input":"the input","object":)") + which +
+             ",\"line\":" + where + ",\"byte\":" + byte + ",\"url\":\"" + url + "\",\"reason\":\"" + reason + "\"}";
+  result.status = 1;
   kept += object.kept;
   ++count;
 }
@@ -179,7 +186,7 @@ Result CatalogModel::fail(Result result, const std::string &text) const {
 Result CatalogModel::absent() const { return fail({}, "not there: " + path_); }
 
 Result CatalogModel::report(Result result, const std::string &verb, const Flags &flags,
-                            const std::vector<Figure> &figures, bool has_summary) {
+                            const std::vector<Figure> &figures, bool has_summary, const std::string &rejects) {
   if (flags.json) {
     result.out = "{\"verb\":\"" + verb + "\",\"dry-run\":" + (flags.dry_run ? "true" : "false");
     for (const Figure &figure : figures) {
@@ -187,7 +194,7 @@ Result CatalogModel::report(Result result, const std::string &verb, const Flags 
       std::replace(name.begin(), name.end(), ' ', '-');
       result.out += ",\"" + name + "\":" + std::to_string(figure.value);
     }
-    result.out += "}\n";
+    result.out += rejects + "}\n";
     return result;
   }
   if (has_summary && !flags.quiet) {
@@ -251,7 +258,7 @@ Result CatalogModel::update(const Stream &stream, const Flags &flags, time_t clo
                  {"changed", changed},
                  {"unchanged", unchanged},
                  {"rejected", refused.count}},
-                true);
+                true, ",\"rejects\":[" + refused.reasons + "]");
 }
 
 Result CatalogModel::import(const Stream &stream, const Flags &flags, time_t clock) {
@@ -320,7 +327,8 @@ Result CatalogModel::import(const Stream &stream, const Flags &flags, time_t clo
   }
   refused.result.status = refused.count == 0 ? 0 : 1;
   return report(refused.result, "import", flags,
-                {{"imported", imported}, {"numbered anew", imported - numbered}, {"rejected", refused.count}}, true);
+                {{"imported", imported}, {"numbered anew", imported - numbered}, {"rejected", refused.count}}, true,
+                ",\"rejects\":[" + refused.reasons + "]");
 }
 
 Result CatalogModel::expire(const Flags &flags) {
@@ -338,18 +346,20 @@ Result CatalogModel::expire(const Flags &flags) {
   return report({}, "expire", flags, {{"expired", count}}, false);
 }
 
-Result CatalogModel::remove(const std::vector<std::string> &urls, const Flags &flags) {
+Result CatalogModel::remove(const std::vector<std::string> &words, const Flags &flags) {
   if (!exists_) return absent();
   begin_writing(flags);
   CatalogModel next = *this;
   Result result;
   int64_t deleted = 0, missing = 0;
-  for (const std::string &url : urls) {
-    if (const auto number = next.number_of(url)) {
+  for (const std::string &word : words) {
+    const auto decimal_number = decimal(word);
+    const bool is_number = decimal_number && next.descriptions_.contains(static_cast<uint32_t>(*decimal_number));
+    if (const auto number = is_number ? std::optional(static_cast<uint32_t>(*decimal_number)) : next.number_of(word)) {
       next.descriptions_.erase(*number);
       ++deleted;
     } else {
-      result.errors += "minidba: no description " + url + "\n";
+      result.errors += "minidba: no description " + word + "\n";
       ++missing;
     }
   }

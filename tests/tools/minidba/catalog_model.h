@@ -61,7 +61,7 @@ class CatalogModel {
   Result update(const Stream &stream, const Flags &flags, time_t clock);
   Result import(const Stream &stream, const Flags &flags, time_t clock);
   Result expire(const Flags &flags);
-  Result remove(const std::vector<std::string> &urls, const Flags &flags);
+  Result remove(const std::vector<std::string> &words, const Flags &flags);
   Result rebuild(const Flags &flags);
   Result index(const Flags &flags);
 
@@ -104,9 +104,12 @@ class CatalogModel {
   struct Refused {
     Result result;
     std::string kept;
+    std::string reasons;  // the elements of the array in a report as JSON
     int64_t count = 0;
     int64_t offset = 0;
     int64_t number = 0;
+    int64_t line = 1;
+    std::map<int64_t, int64_t> line_at;  // of what begins at an offset
     void pass(const std::string &text);
     void add(const StreamObject &object, int64_t number, int64_t offset, const std::string &reason);
   };
@@ -120,7 +123,7 @@ class CatalogModel {
   Result absent() const;
   Result fail(Result result, const std::string &text) const;
   static Result report(Result result, const std::string &verb, const Flags &flags, const std::vector<Figure> &figures,
-                       bool has_summary);
+                       bool has_summary, const std::string &rejects = "");
   std::optional<uint32_t> number_of(const std::string &url) const;
   /// next is the number that comes next, or no_number. Without a map the records count beside what the database tells.
   uint64_t next() const;

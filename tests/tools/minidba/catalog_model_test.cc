@@ -77,13 +77,17 @@ constexpr int variant_count = 10, bad_count = 3;  // behind the variants come ob
 StreamObject object_of(const Element &element) {
   static const StreamObject bad[bad_count] = {
       {"@DOCUMENT { http://localhost/1\ntitle{3}:Two\n}\n",
-       "not a SOIF object",
+       "no colon and tab after title{3}",
        "@DOCUMENT { http://localhost/1\ntitle{3}:Two\n}\n",
-       {},
+       {"http://localhost/1", {}},
        ""},
-      {"@DOCUMENT { -\ntitle{3}:\tTwo\n}\n", "no URL", "@DOCUMENT { -\ntitle{3}:\tTwo\n}", {}, ""},
+      {"@DOCUMENT { -\ntitle{3}:\tTwo\n}\n", "no URL", "@DOCUMENT { -\ntitle{3}:\tTwo\n}", {"-", {}}, ""},
       // A header is one in front only.
-      {"@RDMHEADER { -\nrdm-version{3}:\t1.0\n}\n", "no URL", "@RDMHEADER { -\nrdm-version{3}:\t1.0\n}", {}, ""}};
+      {"@RDMHEADER { -\nrdm-version{3}:\t1.0\n}\n",
+       "no URL",
+       "@RDMHEADER { -\nrdm-version{3}:\t1.0\n}",
+       {"-", {}},
+       ""}};
   if (element.variant >= variant_count) return bad[element.variant - variant_count];
   Attributes attributes;
   StreamObject object;

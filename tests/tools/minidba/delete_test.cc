@@ -46,6 +46,25 @@ TEST_F(Delete, TakesUrlsFromTheLinesOfStandardInput) {
   EXPECT_THAT(catalog_.records(), ElementsAre(Key("00000002")));
 }
 
+TEST_F(Delete, TakesNumbersAsGetDoes) {
+  catalog_.update(rd("3", {{"title", "a URL that looks like a number"}}) + rd("77", {{"title", "another"}}));
+  const Finished finished = catalog_.run({"delete", "3", "77", "2", "2", "99"});
+  EXPECT_EQ(finished.status, 1);
+  EXPECT_EQ(finished.out, "3\n");
+  EXPECT_EQ(finished.errors,
+            "minidba: no description 2\nminidba: no description 99\nminidba: 3 deleted, 2 not there\n");
+  EXPECT_THAT(catalog_.records(), ElementsAre(Key("00000001"), Key("00000004"), Key("00000005")));
+  EXPECT_EQ(support::run(catalog_.command({"verify"})).out, "sound: 3 descriptions, no index\n");
+}
+
+// A list that was edited on Windows, or came by mail, ends its lines with CR LF.
+TEST_F(Delete, TakesLinesThatEndWithCrLf) {
+  const Finished finished = catalog_.run({"delete", "-"}, "http://localhost/1\r\n\r\n3\r\nhttp://localhost/4\r");
+  EXPECT_EQ(finished.status, 0);
+  EXPECT_EQ(finished.errors, "minidba: 3 deleted, 0 not there\n");
+  EXPECT_THAT(catalog_.records(), ElementsAre(Key("00000002")));
+}
+
 TEST_F(Delete, ItsNumbersAreNotUsedAgain) {
   catalog_.run({"delete", "http://localhost/4"});
   catalog_.update(rd("http://localhost/5", {{"title", "5"}}));
@@ -62,7 +81,7 @@ TEST_F(Delete, ADryRunRemovesNothing) {
 TEST_F(Delete, NeedsAUrl) {
   const Finished finished = catalog_.run({"delete"});
   EXPECT_EQ(finished.status, 2);
-  EXPECT_EQ(finished.errors, "minidba: URL is required; see \"minidba delete --help\"\n");
+  EXPECT_EQ(finished.errors, "minidba: NUMBER|URL is required; see \"minidba delete --help\"\n");
 }
 
 }  // namespace

@@ -169,7 +169,9 @@ TEST_F(Import, RefusesACatalogThatIsThereUnlessAsked) {
   EXPECT_EQ(finished.status, 2);
   EXPECT_EQ(finished.errors, "minidba: already there: " + catalog_.path() + " (--replace replaces it)\n");
   finished = catalog_.run({"import", "--replace", "--dry-run", "--json"}, stream);
-  EXPECT_EQ(finished.out, "{\"verb\":\"import\",\"dry-run\":true,\"imported\":2,\"numbered-anew\":0,\"rejected\":0}\n");
+  EXPECT_EQ(finished.out,
+            "{\"verb\":\"import\",\"dry-run\":true,\"imported\":2,\"numbered-anew\":0,\"rejected\":0,"
+            "\"rejects\":[]}\n");
   EXPECT_EQ(catalog_.records(), before);
   EXPECT_EQ(catalog_.run({"import", "--replace"}, stream).status, 0);
   EXPECT_EQ(catalog_.run({"list", "--format", "tsv", "--attributes", "title"}).out,
@@ -212,7 +214,7 @@ TEST_F(Import, LosesNothingWithoutBeingAskedTo) {
       {numbered("x", "http://localhost/1"), "minidba-number is not a number from 1"},
       {numbered("4294967296", "http://localhost/1"), "minidba-number is not a number from 1"},
       {numbered("1", "-"), "no URL"},
-      {one + "@D { http://localhost/2\ntitle{3}:Two\n}\n", "not a SOIF object"},
+      {one + "@D { http://localhost/2\ntitle{3}:Two\n}\n", "no colon and tab after title{3}"},
       {one.substr(0, one.size() - 2), "not closed"},
   };
   for (const auto &row : rows) {

@@ -37,6 +37,11 @@ TEST_F(List, OnlyWhatHasChangedSinceATime) {
       {"1 Jan 2015 0:00:01", ten_},
       {"1 Jan 2017", ""},
       {"2 Jan 1970", one_ + ten_},
+      {"2015-01-01T00:00:01Z", ten_},
+      {"2015-01-01", one_ + ten_},
+      {"@1420070401", ten_},
+      {"yesterday", ""},
+      {"100 years ago", one_ + two_ + ten_},
   };
   for (const auto &row : rows) EXPECT_EQ(catalog_.run({"list", "--since", row.since}).out, row.out) << row.since;
 }
@@ -73,9 +78,12 @@ TEST_F(List, AsTableItSeparatesByTabs) {
 }
 
 TEST_F(List, RefusesOtherTimesAndFormats) {
-  Finished finished = catalog_.run({"list", "--since", "yesterday"});
+  Finished finished = catalog_.run({"list", "--since", "31 Feb 2026"});
   EXPECT_EQ(finished.status, 2);
-  EXPECT_EQ(finished.errors, "minidba: --since: not a time: yesterday\n");
+  EXPECT_EQ(finished.errors, "minidba: --since: there is no such time: 31 Feb 2026\n");
+  EXPECT_EQ(catalog_.run({"list", "--since", "recently"}).errors,
+            "minidba: --since: not a time: recently; write 2026-11-01, 2026-11-01T12:00:00Z, "
+            "\"1 Nov 2026 12:00:00 GMT\", @1793534400, yesterday or \"3 days ago\"\n");
   finished = catalog_.run({"list", "--format", "xml"});
   EXPECT_EQ(finished.status, 2);
   EXPECT_EQ(finished.errors, "minidba: --format: xml not in {soif,json,tsv}; see \"minidba list --help\"\n");

@@ -92,7 +92,7 @@ TEST_F(UpdateRejects, ADryRunNamesThemOnly) {
   const Finished finished = catalog_.run({"update", "--dry-run", "--rejects", file_}, sound(1) + "@\n");
   EXPECT_EQ(finished.status, 1);
   EXPECT_EQ(finished.out, "1\n");
-  EXPECT_EQ(finished.errors, "minidba: object 2 at byte " + std::to_string(sound(1).size()) +
+  EXPECT_EQ(finished.errors, "minidba: the input: line 5: object 2 at byte " + std::to_string(sound(1).size()) +
                                  " rejected: not a SOIF object\n"
                                  "minidba: dry run: 1 new, 0 changed, 0 unchanged, 1 rejected\n");
   EXPECT_TRUE(catalog_.files().empty());
@@ -103,6 +103,40 @@ TEST_F(UpdateRejects, QuietStillNamesThem) {
   EXPECT_EQ(finished.out, "1\n");
   EXPECT_THAT(finished.errors, HasSubstr("object 2 at byte "));
   EXPECT_EQ(finished.errors.find("new,"), std::string::npos);
+}
+
+// Whoever mends a delivery needs the place in an editor, the record it is about and, of a wrong byte count, the right
+// one.
+TEST_F(UpdateRejects, NameLineUrlAndTheCountThatFits) {
+  const std::string path = catalog_.path(".soif");
+  support::write_file(path,
+                      "@D { http://x/1\ntitle{2}:\tTwo\nbody{9}:\t}\nx{1}:\ty\n}\n\n"
+                      "@D { http://x/3\ntitle{x}:\tTwo\n}\n"
+                      "@D { http://x/4\ntitle{3}:\tTwo and a half\n");
+  const Finished finished = catalog_.run({"--json", "update", path});
+  EXPECT_EQ(finished.status, 1);
+  const std::string at = "minidba: " + path + ": line ";
+  EXPECT_EQ(finished.errors,
+            at +
+                "1: http://x/1: object 1 at byte 0 rejected: attribute name \"o?body\", after a value of "
+                "the wrong size; title{3} would fit, not title{2}\n" +
+                at +
+                "7: http://x/3: object 2 at byte 55 rejected: attribute name \"Two?}?@D \", after a "
+                "value of the wrong size; title{3} would fit, not title{x}\n" +
+                at + "10: http://x/4: object 3 at byte 87 rejected: not a SOIF object\n");
+  const std::string input = "{\"input\":\"" + path + "\",\"object\":";
+  EXPECT_EQ(
+      finished.out,
+      "{\"verb\":\"update\",\"dry-run\":false,\"accepted\":0,\"new\":0,\"changed\":0,\"unchanged\":0,\"rejected\":3,"
+      "\"rejects\":[" +
+          input +
+          "1,\"line\":1,\"byte\":0,\"url\":\"http://x/1\",\"reason\":\"attribute name \\\"o?body\\\", after a value of "
+          "the wrong size; title{3} would fit, not title{2}\",\"attribute\":\"title\",\"count\":\"2\",\"fits\":3}," +
+          input +
+          "2,\"line\":7,\"byte\":55,\"url\":\"http://x/3\",\"reason\":\"attribute name \\\"Two?}?@D \\\", after a "
+          "value "
+          "of the wrong size; title{3} would fit, not title{x}\",\"attribute\":\"title\",\"count\":\"x\",\"fits\":3}," +
+          input + "3,\"line\":10,\"byte\":87,\"url\":\"http://x/4\",\"reason\":\"not a SOIF object\"}]}\n");
 }
 
 /// damaged spoils an object in one of the ways in which deliveries are.

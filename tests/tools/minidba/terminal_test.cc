@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -67,6 +68,30 @@ TEST_F(Terminal, ShowsHowFarLongWorkIs) {
 TEST_F(Terminal, ShowsNothingWhenItIsToBeQuiet) {
   EXPECT_EQ(deliver(" --quiet", name_), "");
   EXPECT_EQ(out(), "2\n");
+}
+
+// A verb that was given no file and no pipe would seem to hang.
+TEST_F(Terminal, SaysThatItReadsFromTheTerminal) {
+  const std::string object = "@D { http://localhost/1\nt{1}:\tx\n}\n";
+  const struct {
+    std::vector<std::string> words;
+    std::string typed;
+    const char *first_line;
+  } rows[] = {
+      {{"update"}, object, "minidba: update reads from the terminal; Ctrl-D at the start of a line ends it\n"},
+      {{"delete", "-"}, "1\n", "minidba: delete reads from the terminal; Ctrl-D at the start of a line ends it\n"},
+      {{"update", "--quiet", "-"}, object, ""},
+  };
+  for (const auto &row : rows) {
+    const file_guard terminal(::open(name_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+    const std::string errors = catalog_.path(".err"), typed = row.typed + "\x04";
+    const pid_t child = support::start(catalog_.command(row.words), name_, catalog_.path(".out"), errors);
+    ASSERT_EQ(::write(screen_.get(), typed.data(), typed.size()), static_cast<ssize_t>(typed.size()));
+    support::wait_for(child);
+    EXPECT_THAT(support::read_file(errors), testing::StartsWith(row.first_line));
+    EXPECT_EQ(out(), "1\n") << row.words[0];
+    ::tcflush(terminal.get(), TCIOFLUSH);
+  }
 }
 
 TEST_F(Terminal, AFileGetsNoProgress) {

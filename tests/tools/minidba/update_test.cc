@@ -89,7 +89,7 @@ TEST_F(Update, SkipsAHeaderInFront) {
   const std::string header = "@RDMHEADER { -\nrdm-version{3}:\t1.0\n}\n\n\n";
   expect_update(header + one, "1\n", "minidba: 1 new, 0 changed, 0 unchanged, 0 rejected\n");
   expect_update(one + header, "1\n",
-                "minidba: object 2 at byte " + std::to_string(one.size()) +
+                "minidba: the input: line 4: -: object 2 at byte " + std::to_string(one.size()) +
                     " rejected: no URL\nminidba: 0 new, 0 changed, 1 unchanged, 1 rejected\n");
 }
 
@@ -101,15 +101,19 @@ struct DamagedRow {
 
 TEST_F(Update, AMalformedObjectCostsOnlyItself) {
   const DamagedRow rows[] = {
-      {"no tab", "@D { http://x/\ntitle{3}:Two\n}\n", "not a SOIF object"},
+      {"no tab", "@D { http://x/\ntitle{3}:Two\n}\n", "no colon and tab after title{3}"},
       {"no URL", "@D { -\ntitle{3}:\tTwo\n}\n", "no URL"},
       {"size too small", "@D { http://x/\ntitle{2}:\tTwo\nauthor{1}:\tA\n}\n",
-       "attribute name \"o?author\", after a value of the wrong size"},
+       "attribute name \"o?author\", after a value of the wrong size; title{3} would fit, not title{2}"},
       {"size too large", "@D { http://x/\ntitle{30}:\tTwo\nauthor{1}:\tA\n}\n",
-       "attribute name \"http://localhost/2?title\", after a value of the wrong size"},
-      {"size beyond the stream", "@D { http://x/\ntitle{900000}:\tTwo\n}\n", "not a SOIF object"},
-      {"negative size", "@D { http://x/\ntitle{-1}:\tTwo\n}\n", "not a SOIF object"},
-      {"endless size", "@D { http://x/\ntitle{99999999999999999999}:\tTwo\n}\n", "not a SOIF object"},
+       "attribute name \"http://localhost/2?title\", after a value of the wrong size; title{3} would fit, not "
+       "title{30}"},
+      {"size beyond the stream", "@D { http://x/\ntitle{900000}:\tTwo\n}\n",
+       "title{900000} reaches beyond the end; title{3} would fit, not title{900000}"},
+      {"negative size", "@D { http://x/\ntitle{-1}:\tTwo\n}\n",
+       "title{-1} has a size below zero; title{3} would fit, not title{-1}"},
+      {"endless size", "@D { http://x/\ntitle{99999999999999999999}:\tTwo\n}\n",
+       "title{99999999999999999999} reaches beyond the end; title{3} would fit, not title{99999999999999999999}"},
       {"no attributes, no end", "@D { http://x/\n", "attribute name \"@DOCUMENT \", after a value of the wrong size"},
       {"only an at-sign", "@\n", "attribute name \"(empty)\", after a value of the wrong size"},
   };
@@ -118,8 +122,8 @@ TEST_F(Update, AMalformedObjectCostsOnlyItself) {
     const Finished finished = catalog.update(one + row.text + two);
     EXPECT_EQ(finished.status, 1) << row.what;
     EXPECT_EQ(finished.out, "2\n") << row.what << ": " << finished.errors;
-    EXPECT_THAT(finished.errors, HasSubstr("minidba: object 2 at byte " + std::to_string(one.size()) +
-                                           " rejected: " + row.reason + "\n"))
+    EXPECT_THAT(finished.errors,
+                HasSubstr("object 2 at byte " + std::to_string(one.size()) + " rejected: " + row.reason + "\n"))
         << row.what;
     EXPECT_THAT(finished.errors, HasSubstr("2 new, 0 changed, 0 unchanged, 1 rejected\n")) << row.what;
     EXPECT_EQ(catalog.records().size(), 2u) << row.what;

@@ -106,7 +106,7 @@ TEST_F(Import, ADamagedDeliveryIsIncomplete) {
   const Finished finished = service_.import({delivery});
   EXPECT_EQ(finished.status, 1);
   EXPECT_EQ(finished.out, "Accepted 2 RDs from Unknown-Source\n");
-  EXPECT_THAT(finished.errors, HasSubstr("minidba: object 2 at byte "));
+  EXPECT_THAT(finished.errors, HasSubstr("http://localhost/9: object 2 at byte "));
   EXPECT_THAT(finished.errors, EndsWith("rdmctl: " + delivery + ": 2 of 3 descriptions were accepted\n"));
 }
 

@@ -1,0 +1,20 @@
+/// Points in time as people write them on a command line.
+#ifndef MINIDBA_TIME_TEXT_H
+#define MINIDBA_TIME_TEXT_H
+
+#include <ctime>
+#include <string>
+
+namespace minidba {
+
+/// read_time returns the time that a text names; without a zone it is in UTC. The forms:
+///   2026-11-01, 2026-11-01T12:00:00Z, 2026-11-01 12:00+01:00    ISO 8601
+///   Sun, 01 Nov 2026 12:00:00 GMT; 1 Nov 2026                   as in descriptions, in any order
+///   @1793534400                                                 seconds since 1970
+///   now, today, yesterday, 3 days ago                           relative to `now`; a day begins at 00:00 UTC
+/// Throws a Failure for another text, which lists the forms, and for a time that does not exist, as 31 February.
+time_t read_time(const std::string &text, time_t now);
+
+}  // namespace minidba
+
+#endif
