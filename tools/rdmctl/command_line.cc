@@ -13,6 +13,7 @@ void declare_import(CLI::App &app, Command &command) {
   verb->add_option("--config", options.config, "the service's configuration")->required()->type_name("FILE");
   verb->add_option("--csid", options.csid, "the catalog service to import into")->required()->type_name("CSID");
   verb->add_option("--from", options.from, "who delivers, for the answer and the log")->type_name("SOURCE");
+  verb->add_flag("--delete", options.deletes, "let a delete response delete the descriptions that it names");
   verb->add_option("FILE", options.files, "SOIF streams, or whole messages; - is standard input")->required();
   verb->callback([&command] { command.verb = import; });
 }

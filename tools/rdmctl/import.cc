@@ -6,14 +6,22 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cstring>
 #include <ostream>
 
 #include "qxapi/ascii.h"
+#include "service/csid.h"
 #include "service/message.h"
+#include "tools/minidba/exchange.h"
 #include "tools/minidba/failure.h"
+#include "tools/minidba/lock.h"
 #include "tools/minidba/soif_stream.h"
+#include "tools/rdmctl/deletion.h"
+#include "tools/rdmctl/log_owner.h"
 #include "tools/rdmctl/outcome.h"
 #include "tools/rdmctl/service.h"
+#include "tools/rdmctl/supervisor.h"
+#include "tools/rdmctl/temporary_folder.h"
 
 namespace rdmctl {
 namespace {
@@ -37,16 +45,18 @@ file_guard open_input(const std::string &name) {
   return file_guard(host_open_read(name.c_str()));
 }
 
-void read_body(Delivery &delivery) {
+/// read_body reads a file, or its first `limit` bytes, a little more at most.
+void read_body(Delivery &delivery, int64_t limit) {
   const file_guard file = open_input(delivery.name);
   if (!file) throw system_failure("cannot read " + delivery.name);
   std::array<char, 65536> block;
-  for (;;) {
+  for (int64_t total = 0; total < limit;) {
     const int32_t count = host_read(file.get(), block.data(), block.size());
     if (count < 0) throw system_failure("cannot read " + delivery.name);
     if (count == 0) return;
     if (csio_append(delivery.body.get(), block.data(), count) != count)
       throw Failure("no room to keep " + delivery.name + " in the folder for temporary files");
+    total += count;
   }
 }
 
@@ -60,14 +70,19 @@ bool is_message(const Delivery &delivery) {
 }
 
 /// read_header takes the type of the message from its own header where there is one. The update passes that header
-/// over.
-void read_header(Delivery &delivery) {
-  if (!is_message(delivery)) return;
+/// over. A delete response would become an update: the service takes both the same way.
+void read_header(Delivery &delivery, bool deletes) {
+  if (!is_message(delivery)) {
+    if (deletes) throw Failure(delivery.name + " has no RDM header: --delete takes whole messages only");
+    return;
+  }
   if (rdmhdr_parse(delivery.body.get(), delivery.header.get()) != 0)
     throw Failure("the RDM header of " + delivery.name + " is malformed");
   const int32_t type = delivery.header->type;
   if (type != RDM_RD_RESPONSE && type != RDM_RD_DELETE_RESPONSE)
     throw Failure(delivery.name + " is no delivery: it is neither an rd-response nor an rd-delete-response");
+  if (type == RDM_RD_DELETE_RESPONSE && !deletes)
+    throw Failure(delivery.name + " is an rd-delete-response: give --delete to delete what it names");
 }
 
 void set_text(char *&field, const std::string &text) {
@@ -75,25 +90,51 @@ void set_text(char *&field, const std::string &text) {
   field = host_strdup(text.c_str());
 }
 
-Delivery read_delivery(const std::string &name, const std::string &csid) {
+Delivery read_delivery(const std::string &name, const Options &options, int64_t limit = INT64_MAX) {
   Delivery delivery{name};
-  read_body(delivery);
-  read_header(delivery);
-  set_text(delivery.header->csid, csid);
+  read_body(delivery, limit);
+  read_header(delivery, options.deletes);
+  set_text(delivery.header->csid, options.csid);
   csio_rewind(delivery.body.get());
   return delivery;
 }
 
-/// count_objects returns how many descriptions are delivered, sound or not. The body then is in a file.
-int64_t count_objects(const Delivery &delivery) {
+/// check_deliveries refuses all deliveries for one that cannot be read or is of the wrong kind. What comes through a
+/// pipe can be read only once, so that it is looked at when its turn comes.
+void check_deliveries(const Options &options) {
+  constexpr int64_t longest_header = 65536;
+  for (const std::string &name : options.files) {
+    const auto status = name == "-" ? std::nullopt : minidba::status_of(name);
+    if (name != "-" && (!status || S_ISREG(status->st_mode) || S_ISDIR(status->st_mode)))
+      read_delivery(name, options, longest_header);
+  }
+}
+
+/// path_of returns the file that the body of a delivery is in; empty for an empty body.
+std::string path_of(const Delivery &delivery) {
   csio_convert2file(delivery.body.get());
-  if (delivery.body->filename == nullptr) return 0;
-  const file_guard file(host_open_read(delivery.body->filename));
+  return delivery.body->filename != nullptr ? delivery.body->filename : "";
+}
+
+struct Offered {
+  int64_t objects = 0;
+  int64_t sound = 0;  // of them
+};
+
+/// count_objects returns how many descriptions are delivered. The body then is in a file.
+Offered count_objects(const Delivery &delivery) {
+  const std::string path = path_of(delivery);
+  if (path.empty()) return {};
+  const file_guard file(host_open_read(path.c_str()));
   if (!file) throw system_failure("cannot read " + delivery.name);
-  SoifStream stream(file.get(), delivery.body->filename);
-  int64_t count = is_message(delivery) ? -1 : 0;
-  while (stream.next()) ++count;
-  return count;
+  SoifStream stream(file.get(), path);
+  Offered offered;
+  while (const auto item = stream.next()) {
+    if (minidba::is_header(*item)) continue;
+    ++offered.objects;
+    if (minidba::refusal(*item).empty()) ++offered.sound;
+  }
+  return offered;
 }
 
 std::string text_of(csio *answer) {
@@ -134,26 +175,111 @@ std::vector<std::string> shortfalls(int64_t count, int64_t offered, const Outcom
           " descriptions were accepted"};
 }
 
-/// import_file returns whether everything in the file was accepted and can be found.
-bool import_file(const std::string &name, const Options &options, std::ostream &out, std::ostream &errors) {
-  Delivery delivery = read_delivery(name, options.csid);
-  const int64_t offered = count_objects(delivery);
+void say(std::ostream &errors, const std::string &name, const std::string &text) {
+  errors << "rdmctl: " << name << ": " << text << '\n';
+}
+
+/// import_descriptions returns the exit status that the delivery alone would have.
+int import_descriptions(Delivery &delivery, const Options &options, std::ostream &out, std::ostream &errors) {
+  const Offered offered = count_objects(delivery);
   const Outcome outcome(options.csid);
   const std::string answer = deliver(delivery, options);
   out << answer << std::endl;
-  const std::vector<std::string> missing = shortfalls(accepted(answer), offered, outcome);
-  for (const std::string &text : missing) errors << "rdmctl: " << name << ": " << text << '\n';
-  return missing.empty();
+  const int64_t count = accepted(answer);
+  const std::vector<std::string> missing = shortfalls(count, offered.objects, outcome);
+  for (const std::string &text : missing) say(errors, delivery.name, text);
+  if (missing.empty()) return exit_done;
+  const bool has_failed = count <= 0 && offered.sound > 0 && !outcome.database_changed();
+  return has_failed ? tools::exit_failure : exit_incomplete;
+}
+
+/// log_deletion leaves a line in the transaction log like that of an import.
+std::string log_deletion(int64_t deleted, const Options &options) {
+  hosts::Exchange exchange;
+  exchange.client("ip", "-");
+  const std::string source = options.from.empty() ? "Unknown-Source" : options.from;
+  std::string text = "Deleted " + std::to_string(deleted) + " RDs from " + source;
+  rdm_log_add(text.c_str(), nullptr, nullptr, exchange.session(), exchange.request());
+  Service::log(exchange);
+  return text;
+}
+
+/// delete_descriptions does what a delete response means; returns as import_descriptions does.
+int delete_descriptions(const Delivery &delivery, const Options &options, std::ostream &out, std::ostream &errors) {
+  const Named named = named_in(path_of(delivery), delivery.name, errors);
+  if (named.urls.empty()) {
+    say(errors, delivery.name, "names no descriptions");
+    return tools::exit_failure;
+  }
+  const int64_t deleted = delete_from(csid_findval("catalog-database", options.csid.c_str()), named.urls, errors);
+  out << log_deletion(deleted, options) << std::endl;
+  const auto wanted = static_cast<int64_t>(named.urls.size()) + named.rejected;
+  if (deleted == wanted) return exit_done;
+  say(errors, delivery.name, std::to_string(deleted) + " of " + std::to_string(wanted) + " descriptions were deleted");
+  return exit_incomplete;
+}
+
+int import_file(const std::string &name, const Options &options, std::ostream &out, std::ostream &errors) {
+  Delivery delivery = read_delivery(name, options);
+  return delivery.header->type == RDM_RD_DELETE_RESPONSE ? delete_descriptions(delivery, options, out, errors)
+                                                         : import_descriptions(delivery, options, out, errors);
+}
+
+/// import_files returns the exit status of all deliveries: 2 only when none of them has done anything.
+int import_files(const Options &options, std::ostream &out, std::ostream &errors) {
+  check_deliveries(options);
+  size_t done = 0, failed = 0;
+  for (const std::string &name : options.files) {
+    int status = tools::exit_failure;
+    try {
+      status = import_file(name, options, out, errors);
+    } catch (const Failure &failure) {
+      errors << "rdmctl: " << failure.what() << '\n';
+    }
+    if (status == exit_done) ++done;
+    if (status == tools::exit_failure) ++failed;
+  }
+  if (done == options.files.size()) return exit_done;
+  return failed == options.files.size() ? tools::exit_failure : exit_incomplete;
+}
+
+/// remove_leftovers removes what a minidba that was ended has left beside the database: whoever gets the lock does so.
+void remove_leftovers(const std::string &database) try {
+  if (minidba::status_of(minidba::Lock::path_for(database))) minidba::Lock(database, 0);
+} catch (const Failure &) {
+  // Another writer is at work, and has removed them.
+}
+
+/// report_interruption says what has become of the catalog, and returns the exit status.
+int report_interruption(int signal, const Outcome &outcome, std::ostream &errors) {
+  remove_leftovers(outcome.database());
+  errors << "rdmctl: interrupted by SIG" << ::sigabbrev_np(signal) << ": the catalog has "
+         << (outcome.database_changed() ? "changed" : "not changed");
+  if (outcome.database_changed() && !outcome.index_changed()) errors << ", and its index has not: import again";
+  errors << '\n';
+  return outcome.database_changed() ? exit_incomplete : tools::exit_failure;
+}
+
+/// require_writable refuses a catalog that minidba could not change.
+void require_writable(const std::string &database) {
+  const std::string folder = minidba::folder_of(database);
+  if (::access(folder.c_str(), W_OK | X_OK) != 0)
+    throw system_failure("cannot write to the catalog's folder " + folder);
 }
 
 }  // namespace
 
 int import(const Options &options, std::ostream &out, std::ostream &errors) {
+  become_log_owner(options.config, errors);
   const Service service(options.config, errors);
   Service::require_catalog(options.csid);
-  bool complete = true;
-  for (const std::string &name : options.files) complete = import_file(name, options, out, errors) && complete;
-  return complete ? exit_done : exit_incomplete;
+  const Outcome outcome(options.csid);
+  require_writable(outcome.database());
+  const HeldSignals signals;
+  const TemporaryFolder temporary;
+  const std::optional<Ended> ended = supervise(signals);
+  if (!ended) return import_files(options, out, errors);
+  return ended->signal != 0 ? report_interruption(ended->signal, outcome, errors) : ended->status;
 }
 
 }  // namespace rdmctl

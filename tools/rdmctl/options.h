@@ -15,11 +15,12 @@ struct Options {
   std::string csid;                // the catalog service that is meant
   std::string from;                // who delivers; empty when not given
   std::vector<std::string> files;  // "-" is standard input
+  bool deletes = false;            // delete responses delete what they name
 };
 
 /// What the exit status says, besides tools::exit_failure after a Failure.
 using tools::exit_done;
-constexpr int exit_incomplete = 1;  // the work was done, but not all was accepted
+constexpr int exit_incomplete = 1;  // something was done, but not all was accepted
 
 }  // namespace rdmctl
 

@@ -34,14 +34,19 @@ std::string expired(const std::string &database, time_t before) {
 Outcome::Outcome(const std::string &csid)
     : database_(csid_findval("catalog-database", csid.c_str())),
       index_(database_ + ".idx"),
+      database_before_(minidba::status_of(database_)),
       index_before_(minidba::status_of(index_)),
       began_(std::time(nullptr)) {}
+
+bool Outcome::database_changed() const { return is_replaced(database_before_, minidba::status_of(database_)); }
+
+bool Outcome::index_changed() const { return is_replaced(index_before_, minidba::status_of(index_)); }
 
 std::vector<std::string> Outcome::faults() const try {
   std::vector<std::string> faults;
   if (const std::string count = expired(database_, began_); count != "0")
     faults.push_back(count + " descriptions that have expired are still there");
-  if (!is_replaced(index_before_, minidba::status_of(index_))) faults.emplace_back("the index was not written");
+  if (!index_changed()) faults.emplace_back("the index was not written");
   return faults;
 } catch (const minidba::Failure &failure) {
   return {failure.what()};

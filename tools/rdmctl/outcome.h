@@ -18,12 +18,17 @@ class Outcome {
   /// To be made before the import.
   explicit Outcome(const std::string &csid);
 
+  /// database_changed returns true if the database is another than before; index_changed the same of the index.
+  bool database_changed() const;
+  bool index_changed() const;
+  const std::string &database() const { return database_; }
+
   /// faults returns what the import has left undone, in words: descriptions that have expired, an old index.
   std::vector<std::string> faults() const;
 
  private:
   std::string database_, index_;
-  std::optional<struct stat> index_before_;
+  std::optional<struct stat> database_before_, index_before_;
   time_t began_;
 };
 

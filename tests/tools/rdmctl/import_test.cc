@@ -1,6 +1,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <cstring>
 #include <filesystem>
 
 #include "hosts/rdmd/rdmd_process.h"
@@ -77,12 +82,120 @@ TEST_F(Import, LeavesALineInTheTransactionLogForEach) {
 }
 
 TEST_F(Import, AWholeMessageIsADeliveryToo) {
-  for (const std::string type : {"{11}:\trd-response", "{18}:\trd-delete-response"}) {
-    const std::string header = "@RDMHEADER { -\nrdm-version{3}:\t1.0\nrdm-type" + type + "\n}\n\n";
-    const Finished finished = service_.import({"-"}, header + book(1) + book(2));
-    EXPECT_EQ(finished.status, 0) << type << finished.errors;
-    EXPECT_EQ(finished.out, "Accepted 2 RDs from Unknown-Source\n") << type;
+  const std::string header = "@RDMHEADER { -\nrdm-version{3}:\t1.0\nrdm-type{11}:\trd-response\n}\n\n";
+  const Finished finished = service_.import({"-"}, header + book(1) + book(2));
+  EXPECT_EQ(finished.status, 0) << finished.errors;
+  EXPECT_EQ(finished.out, "Accepted 2 RDs from Unknown-Source\n");
+}
+
+const std::string delete_header = "@RDMHEADER { -\nrdm-version{3}:\t1.0\nrdm-type{18}:\trd-delete-response\n}\n\n";
+
+// The service takes a delete response as an update: what a gatherer wanted gone would be there, newer than before.
+TEST_F(Import, ADeleteResponseIsRefusedWithoutTheOption) {
+  service_.import({"-"}, book(1));
+  const std::string message = service_.write("message", delete_header + book(2));
+  const Finished finished = service_.import({service_.write("more", book(3)), message});
+  EXPECT_EQ(finished.status, 2);
+  EXPECT_EQ(finished.out, "") << "no other delivery is imported either";
+  EXPECT_EQ(finished.errors,
+            "rdmctl: " + message + " is an rd-delete-response: give --delete to delete what it names\n");
+  EXPECT_EQ(support::read_file(service_.path("unclassified")), "http://localhost/1\n");
+}
+
+TEST_F(Import, ADeleteResponseDeletesWhatItsObjectsOrLinesName) {
+  const std::pair<std::string, std::string> bodies[] = {{"objects", book(1) + book(3)},
+                                                        {"lines", "http://localhost/1\r\n\n  http://localhost/3\n"}};
+  for (const auto &[what, body] : bodies) {
+    service_.import({"-"}, book(1) + book(2) + book(3));
+    const Finished finished =
+        service_.import({"--delete", "--from", "me", service_.write("message", delete_header + body)});
+    EXPECT_EQ(finished.status, 0) << what << finished.errors;
+    EXPECT_EQ(finished.out, "Deleted 2 RDs from me\n") << what;
+    EXPECT_EQ(finished.errors, "");
+    EXPECT_EQ(support::read_file(service_.path("unclassified")), "http://localhost/2\n") << what;
+    EXPECT_EQ(support::read_file(service_.database() + ".idx").size(), 8u + 20u) << what;
+    EXPECT_THAT(support::read_file(service_.path("rdm.log")), EndsWith("\"Deleted 2 RDs from me\" - -\n")) << what;
   }
+}
+
+TEST_F(Import, ADeletionOfWhatIsNotThereIsIncomplete) {
+  service_.import({"-"}, book(1));
+  const Finished finished = service_.import({"--delete", "-"}, delete_header + book(1) + book(2));
+  EXPECT_EQ(finished.status, 1);
+  EXPECT_EQ(finished.out, "Deleted 1 RDs from Unknown-Source\n");
+  EXPECT_EQ(finished.errors,
+            "minidba: no description http://localhost/2\nrdmctl: -: 1 of 2 descriptions were deleted\n");
+}
+
+TEST_F(Import, WithDeleteAFileSaysByItsHeaderWhatItIs) {
+  const std::string delivery = service_.write("delivery", book(1));
+  const Finished finished = service_.import({"--delete", delivery});
+  EXPECT_EQ(finished.status, 2);
+  EXPECT_EQ(finished.errors, "rdmctl: " + delivery + " has no RDM header: --delete takes whole messages only\n");
+}
+
+/// Interrupted is an import whose minidba stands still in one verb until a signal comes.
+class Interrupted : public Import {
+ protected:
+  /// interrupt returns what an import says that is interrupted by a signal while minidba is at work on a verb.
+  Finished interrupt(int signal, const std::string &verb) {
+    const support::TemporaryFolder bin;
+    const std::string started = bin.path("started"), hold = bin.path("hold");
+    ::mkfifo(hold.c_str(), 0600);
+    const ServiceFiles service(command(bin, "case \" $* \" in *\" " + verb + " \"*) touch " + started + "; read x <" +
+                                                hold + ";; esac\nexec " BINARY_DIR "/bin/minidba \"$@\""));
+    const std::string out = bin.path("out"), errors = bin.path("errors");
+    const pid_t import = support::start(
+        {program, "import", "--config", service.config(), "--csid", csid, service.write("delivery", book(1))},
+        "/dev/null", out, errors);
+    EXPECT_TRUE(support::eventually([&] { return support::file_exists(started); }));
+    ::kill(import, signal);
+    const int status = support::wait_for(import);
+    // No process reads the pipe any more: the shell in minidba's place has ended.
+    EXPECT_EQ(::open(hold.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC), -1) << "a child was left";
+    EXPECT_TRUE(std::filesystem::is_empty(service.temporary_folder())) << "temporary files are left";
+    return {status, support::read_file(out), support::read_file(errors)};
+  }
+};
+
+TEST_F(Interrupted, EndsItsChildAndLeavesNoFile) {
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    const Finished finished = interrupt(signal, "update");
+    EXPECT_EQ(finished.status, 2);
+    EXPECT_EQ(finished.out, "");
+    EXPECT_EQ(finished.errors,
+              "rdmctl: interrupted by SIG" + std::string(::sigabbrev_np(signal)) + ": the catalog has not changed\n");
+  }
+}
+
+TEST_F(Interrupted, SaysThatTheCatalogHasChanged) {
+  const Finished finished = interrupt(SIGTERM, "index");
+  EXPECT_EQ(finished.status, 1);
+  EXPECT_THAT(
+      finished.errors,
+      EndsWith("rdmctl: interrupted by SIGTERM: the catalog has changed, and its index has not: import again\n"));
+}
+
+// Root's import gave the server's diagnostic log to "nobody": the server could no longer write it.
+TEST_F(Import, AsRootItBecomesTheOwnerOfTheLogs) {
+  if (::geteuid() != 0) return;
+  constexpr uid_t daemon = 1;
+  const std::string log = service_.write("debug.log", "");
+  const std::string text = support::read_file(service_.config());
+  support::write_file(service_.config(), text + "debug-logfile=\"" + log + "\"\n");
+  const std::string delivery = service_.write("delivery", book(1));
+  ASSERT_EQ(::chown(log.c_str(), daemon, daemon), 0);
+  const Finished finished = service_.import({delivery});
+  EXPECT_EQ(finished.status, 2);
+  EXPECT_THAT(finished.errors, testing::StartsWith("rdmctl: " + log + " belongs to daemon: running as daemon\n"));
+  EXPECT_FALSE(support::file_exists(service_.database()));
+  struct stat status;
+  ASSERT_EQ(::stat(log.c_str(), &status), 0);
+  EXPECT_EQ(status.st_uid, daemon);
+  for (const std::string &folder : {service_.path(""), service_.temporary_folder()}) ::chmod(folder.c_str(), 0777);
+  EXPECT_EQ(service_.import({delivery}).status, 0);
+  ASSERT_EQ(::stat(log.c_str(), &status), 0);
+  EXPECT_EQ(status.st_uid, daemon);
 }
 
 TEST_F(Import, AMessageOfAnotherKindIsRefused) {
@@ -129,7 +242,7 @@ TEST_F(Import, WithoutMinidbaNothingIsAccepted) {
   const std::string delivery = service.write("delivery", book(1));
   const Finished finished = support::run({"/usr/bin/env", "PATH=/bin:/usr/bin", program, "import", "--config",
                                           service.config(), "--csid", csid, delivery});
-  EXPECT_EQ(finished.status, 1);
+  EXPECT_EQ(finished.status, 2);
   EXPECT_EQ(finished.out, "Accepted 0 RDs from Unknown-Source\n");
   EXPECT_THAT(finished.errors, HasSubstr("minidba"));
   EXPECT_THAT(finished.errors, EndsWith("rdmctl: " + delivery + ": 0 of 1 descriptions were accepted\n"));
@@ -140,7 +253,7 @@ TEST_F(Import, AMinidbaThatFailsOrTalksAcceptsNothing) {
     const support::TemporaryFolder bin;
     const ServiceFiles service(command(bin, script));
     const Finished finished = service.import({service.write("delivery", book(1))});
-    EXPECT_EQ(finished.status, 1) << script;
+    EXPECT_EQ(finished.status, 2) << script;
     EXPECT_EQ(finished.out, "Accepted 0 RDs from Unknown-Source\n") << script;
   }
 }

@@ -1,0 +1,96 @@
+#include "tools/rdmctl/log_owner.h"
+
+#include <grp.h>
+#include <pwd.h>
+#include <unistd.h>
+
+#include <array>
+#include <optional>
+#include <ostream>
+#include <vector>
+
+#include "qxapi/guard.h"
+#include "tools/minidba/failure.h"
+#include "tools/minidba/files.h"
+
+namespace rdmctl {
+namespace {
+
+using minidba::Failure;
+
+struct Log {
+  std::string path;
+  struct stat status;
+};
+
+/// settings returns the pairs of the configuration as far as they can be read; the service itself judges the file.
+pblock_ptr settings(const std::string &config) {
+  constexpr int slots = 15, reader_size = 4096;
+  pblock_ptr pairs(host_param_create(slots));
+  const file_guard file(host_open_read(config.c_str()));
+  const reader_ptr reader(file ? host_buffer_open(file.get(), reader_size) : nullptr);
+  if (!pairs) throw std::bad_alloc();
+  std::array<char, 8192> line;
+  while (reader && host_getline(reader.get(), 0, static_cast<int>(line.size()), line.data()) == 0)
+    if (line[0] != '#' && host_param_parse(line.data(), pairs.get()) < 0) break;
+  return pairs;
+}
+
+/// log_of returns the log that a key names, if its file is there.
+std::optional<Log> log_of(const pblock *settings, const char *key) {
+  const char *value = host_param_find(key, settings);
+  const std::string path = value != nullptr ? value : "";
+  if (path.empty() || path == "stdout" || path == "stderr") return std::nullopt;
+  const auto status = minidba::status_of(path);
+  return status ? std::optional<Log>({path, *status}) : std::nullopt;
+}
+
+bool is_nobody(uid_t user) {
+  const struct passwd *nobody = ::getpwnam("nobody");
+  return nobody != nullptr && nobody->pw_uid == user;
+}
+
+std::string name_of(uid_t user) {
+  const struct passwd *account = ::getpwuid(user);
+  return account != nullptr ? account->pw_name : "user " + std::to_string(user);
+}
+
+/// become changes user, group and supplementary groups for good.
+void become(const Log &log) {
+  const std::string what = "cannot run as " + name_of(log.status.st_uid) + ", who owns " + log.path;
+  const struct passwd *account = ::getpwuid(log.status.st_uid);
+  const gid_t group = account != nullptr ? account->pw_gid : log.status.st_gid;
+  const int groups = account != nullptr ? ::initgroups(account->pw_name, group) : ::setgroups(0, nullptr);
+  if (groups != 0 || ::setgid(group) != 0 || ::setuid(log.status.st_uid) != 0)
+    throw minidba::system_failure(what);
+}
+
+void require_writable(const std::string &path) {
+  const std::string what = "cannot write " + path + " as " + name_of(::geteuid());
+  if (::access(path.c_str(), W_OK) != 0) throw minidba::system_failure(what);
+}
+
+}  // namespace
+
+void become_log_owner(const std::string &config, std::ostream &errors) {
+  if (::geteuid() != 0) return;
+  const pblock_ptr pairs = settings(config);
+  const std::optional<Log> transactions = log_of(pairs.get(), "logfile");
+  const std::optional<Log> diagnostics = log_of(pairs.get(), "debug-logfile");
+  std::vector<Log> foreign;
+  if (transactions && transactions->status.st_uid != 0) foreign.push_back(*transactions);
+  if (diagnostics && diagnostics->status.st_uid != 0 && (!foreign.empty() || !is_nobody(diagnostics->status.st_uid)))
+    foreign.push_back(*diagnostics);
+  if (foreign.empty()) return;
+  const Log &log = foreign.front();
+  const std::string owner = name_of(log.status.st_uid);
+  if (foreign.back().status.st_uid != log.status.st_uid)
+    throw Failure(log.path + " belongs to " + owner + ", but " + foreign.back().path + " to " +
+                  name_of(foreign.back().status.st_uid) + ": run rdmctl as the user who runs the service");
+  errors << "rdmctl: " << log.path << " belongs to " << owner << ": running as " << owner << std::endl;
+  become(log);
+  for (const auto &each : {transactions, diagnostics})
+    if (each) require_writable(each->path);
+}
+
+}  // namespace rdmctl

@@ -1,0 +1,101 @@
+#include "tools/rdmctl/supervisor.h"
+
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tools/minidba/failure.h"
+
+namespace rdmctl {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// parent_of reads the parent from /proc/PID/stat: "4711 (name) S 4710 ...". The name may hold any character.
+pid_t parent_of(const fs::path &process) {
+  std::ifstream file(process / "stat");
+  std::string text;
+  std::getline(file, text);
+  const size_t name_end = text.rfind(')');
+  return name_end == std::string::npos || name_end + 4 > text.size() ? -1 : std::atoi(text.c_str() + name_end + 4);
+}
+
+std::vector<pid_t> children() {
+  std::vector<pid_t> found;
+  std::error_code ignored;
+  for (const auto &entry : fs::directory_iterator("/proc", ignored)) {
+    const pid_t process = std::atoi(entry.path().filename().c_str());
+    if (process > 0 && parent_of(entry.path()) == ::getpid()) found.push_back(process);
+  }
+  return found;
+}
+
+/// end_children ends the child and, as they become children of this process, the commands that it ran.
+void end_children() {
+  using Clock = std::chrono::steady_clock;
+  constexpr std::chrono::milliseconds patience(5000), pause(10);
+  const auto start = Clock::now();
+  for (;;) {
+    for (const pid_t child : children()) ::kill(child, Clock::now() - start < patience ? SIGTERM : SIGKILL);
+    pid_t reaped = 1;
+    while (reaped > 0) reaped = ::waitpid(-1, nullptr, WNOHANG);
+    if (reaped == -1 && errno == ECHILD) return;
+    std::this_thread::sleep_for(pause);
+  }
+}
+
+/// await_end waits for the end of the child or for one of the held signals.
+Ended await_end(pid_t child, const HeldSignals &signals) {
+  sigset_t awaited = signals.held();
+  ::sigaddset(&awaited, SIGCHLD);
+  constexpr timespec second{1, 0};
+  for (;;) {
+    int status = 0;
+    if (::waitpid(child, &status, WNOHANG) == child)
+      return WIFSIGNALED(status) ? Ended{0, WTERMSIG(status)} : Ended{WEXITSTATUS(status), 0};
+    const int signal = ::sigtimedwait(&awaited, nullptr, &second);
+    if (signal > 0 && signal != SIGCHLD) return {0, signal};
+  }
+}
+
+}  // namespace
+
+HeldSignals::HeldSignals() {
+  ::sigemptyset(&held_);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) ::sigaddset(&held_, signal);
+  sigset_t blocked = held_;
+  ::sigaddset(&blocked, SIGCHLD);
+  ::pthread_sigmask(SIG_BLOCK, &blocked, &before_);
+}
+
+HeldSignals::~HeldSignals() { release(); }
+
+void HeldSignals::release() const { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+
+std::optional<Ended> supervise(const HeldSignals &signals) {
+  // A command whose parent has ended becomes a child of this process, not of init.
+  ::prctl(PR_SET_CHILD_SUBREAPER, 1);
+  std::signal(SIGCHLD, SIG_DFL);
+  std::cout.flush();
+  const pid_t child = ::fork();
+  if (child == -1) throw minidba::system_failure("cannot start a process");
+  if (child == 0) {
+    signals.release();
+    return std::nullopt;
+  }
+  const Ended ended = await_end(child, signals);
+  if (ended.signal != 0) end_children();
+  return ended;
+}
+
+}  // namespace rdmctl

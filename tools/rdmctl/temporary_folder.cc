@@ -1,0 +1,64 @@
+#include "tools/rdmctl/temporary_folder.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+
+#include "tools/minidba/failure.h"
+#include "tools/minidba/files.h"
+
+namespace rdmctl {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char prefix[] = "rdmctl-";
+
+std::string parent_folder() {
+  const char *named = std::getenv("TMPDIR");
+  return named != nullptr && *named != '\0' ? named : P_tmpdir;
+}
+
+/// open_locked opens a folder and locks it; nothing when it is no folder of this user, or another process has the lock.
+file_guard open_locked(const std::string &path) {
+  file_guard folder = minidba::open_file(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
+  struct stat status;
+  const bool is_own = folder && ::fstat(folder.get(), &status) == 0 && status.st_uid == ::geteuid();
+  return is_own && ::flock(folder.get(), LOCK_EX | LOCK_NB) == 0 ? std::move(folder) : file_guard();
+}
+
+/// remove_abandoned removes folders whose makers were killed.
+void remove_abandoned(const std::string &parent) {
+  std::error_code ignored;
+  for (const auto &entry : fs::directory_iterator(parent, ignored))
+    if (entry.path().filename().string().starts_with(prefix))
+      if (const file_guard folder = open_locked(entry.path().string())) fs::remove_all(entry.path(), ignored);
+}
+
+}  // namespace
+
+TemporaryFolder::TemporaryFolder() : maker_(::getpid()) {
+  const std::string parent = parent_folder();
+  remove_abandoned(parent);
+  // Another import may take the folder for an abandoned one before it is locked.
+  for (int attempt = 0; attempt < 100 && !lock_; ++attempt) {
+    path_ = parent + "/" + prefix + "XXXXXX";
+    if (::mkdtemp(path_.data()) == nullptr)
+      throw minidba::system_failure("cannot create a temporary folder in " + parent);
+    lock_ = open_locked(path_);
+  }
+  if (!lock_ || ::setenv("TMPDIR", path_.c_str(), 1) != 0)
+    throw minidba::system_failure("cannot use a temporary folder in " + parent);
+}
+
+TemporaryFolder::~TemporaryFolder() {
+  std::error_code ignored;
+  if (::getpid() == maker_) fs::remove_all(path_, ignored);
+}
+
+}  // namespace rdmctl
