@@ -115,7 +115,7 @@ TEST_F(WrongInput, ADryRunOfAnUpdateThatUnderstandsNothingSaysSoToo) {
   EXPECT_EQ(
       run({"update", "--json"}, "").out,
       "{\"verb\":\"update\",\"dry-run\":false,\"accepted\":0,\"new\":0,\"changed\":0,\"unchanged\":0,\"rejected\":"
-      "0}\n");
+      "0,\"rejects\":[]}\n");
 }
 
 TEST_F(WrongInput, AnEmptyUpdateLeavesTheRejectsOfAnEarlierOne) {
