@@ -48,7 +48,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         "the bytes of an object");
     if (item->object) check_accepted(item->object.get(), static_cast<uint32_t>(item->number));
     check_refused(bytes.path(), *item);
-    const std::string before = fuzz::text(data, size).substr(0, static_cast<size_t>(item->offset));
+    const std::string_view before = fuzz::text(data, size).substr(0, static_cast<size_t>(item->offset));
     fuzz::require(stream.line_of(item->offset) == 1 + std::count(before.begin(), before.end(), '\n'), "a line");
   }
   return 0;
