@@ -1,10 +1,17 @@
 #include "tools/minidba/catalog.h"
 
-#include "tools/minidba/failure.h"
+#include <algorithm>
+
 #include "tools/minidba/record.h"
 #include "tools/minidba/used_numbers.h"
 
 namespace minidba {
+namespace {
+
+/// What the message of a Failure over something damaged ends with.
+constexpr char way_on[] = " (--skip-damaged goes on without it)";
+
+}  // namespace
 
 Catalog::Catalog(std::string database, Absent absent) : path_(std::move(database)) {
   if (absent == Absent::assumed) return;
@@ -17,7 +24,13 @@ Catalog::Catalog(std::string database, Absent absent) : path_(std::move(database
 }
 
 std::optional<std::string> Catalog::get(uint32_t number) const {
-  return table_ ? table_->get(database_key(number)) : std::nullopt;
+  if (!table_ || skipped_.contains(number)) return std::nullopt;
+  try {
+    return table_->get(database_key(number));
+  } catch (const Failure &) {
+    if (is_partial()) return std::nullopt;
+    throw refused(number, {}, "a page is damaged");
+  }
 }
 
 std::optional<uint32_t> Catalog::number_of(std::string_view url) const {
@@ -63,11 +76,112 @@ time_t Catalog::find_newest_change() const {
 
 void Catalog::each(const Visit &visit) const {
   if (!table_) return;
-  table_->each([&](std::string_view key, std::string_view record) {
+  const auto refuse = [this](std::string_view key, std::string_view record, const std::string &what) {
+    if (is_partial()) return;
+    if (key.empty()) throw Failure(what + way_on);
+    throw Failure(damaged_key(key, record, what) + way_on);
+  };
+  const auto take = [&](std::string_view key, std::string_view record) {
     const auto number = minidba::number_of(key);
-    if (!number) throw Failure("damaged record " + std::string(key) + " in " + path_);
-    visit(*number, record);
+    if (!number || *number == 0) return refuse(key, record, "its key is not a number");
+    if (!skipped_.contains(*number)) visit(*number, record);
+  };
+  table_->each_sound(take, refuse);
+}
+
+void Catalog::each_to_copy(const Visit &visit, const Chosen &is_left) const {
+  bool is_whole = true;
+  each([&](uint32_t number, std::string_view record) {
+    if (is_left && is_left(number)) {
+      is_whole = false;
+      return;
+    }
+    if (const std::string fault = is_checked_ ? "" : known_.fault_of(number, record); !fault.empty())
+      throw refused(number, record, fault);
+    visit(number, record);
   });
+  is_checked_ = is_checked_ || is_whole;
+}
+
+void Catalog::check_copied(std::string_view key, std::string_view record, const Chosen &is_left) const {
+  const auto number = minidba::number_of(key);
+  if (!number || *number == 0) throw Failure(damaged_key(key, record, "its key is not a number") + way_on);
+  if (is_checked_ || is_left(*number)) return;
+  if (const std::string fault = known_.fault_of(*number, record); !fault.empty()) throw refused(*number, record, fault);
+}
+
+std::string Catalog::fault_of(uint32_t number, std::string_view record) const {
+  const std::string fault = known_.fault_of(number, record);
+  return fault.empty() && !url_of(record) ? "it is not a SOIF object" : fault;
+}
+
+void Catalog::skip_damaged(const Told &told) {
+  if (!table_) return;
+  int64_t count = 0;
+  const auto leave = [&](const std::string &fault) {
+    told(fault);
+    ++count;
+  };
+  const auto refuse = [&](std::string_view key, std::string_view record, const std::string &what) {
+    leave(key.empty() ? what : damaged_key(key, record, what));
+  };
+  const auto take = [&](std::string_view key, std::string_view record) {
+    const auto number = minidba::number_of(key);
+    if (!number || *number == 0) return refuse(key, record, "its key is not a number");
+    const std::string fault = fault_of(*number, record);
+    if (fault.empty()) return;
+    leave(damaged(*number, record, fault));
+    skipped_.insert(*number);
+  };
+  table_->each_sound(take, refuse);
+  left_out_ = count;
+  is_checked_ = true;
+  if (is_partial()) urls_.reset();
+}
+
+/// url_in_map searches the whole map for the URL of a number.
+std::optional<std::string> Catalog::url_in_map(uint32_t number) const {
+  std::optional<std::string> found;
+  if (!urls_) return found;
+  try {
+    urls_->each([&](std::string_view url, uint32_t mapped) {
+      if (mapped == number) found = url;
+    });
+  } catch (const Failure &) {
+    // What was found before the damage still holds.
+  }
+  return found;
+}
+
+std::string Catalog::damaged(uint32_t number, std::string_view record, const std::string &what) const {
+  const std::optional<std::string> own = url_of(record), url = own ? own : url_in_map(number);
+  return "damaged record " + std::to_string(number) + (url ? " (" + *url + ")" : "") + " in " + path_ + ": " + what;
+}
+
+std::string Catalog::damaged_key(std::string_view key, std::string_view record, const std::string &what) const {
+  if (const auto number = minidba::number_of(key); number && *number != 0) return damaged(*number, record, what);
+  std::string name(key);
+  std::replace_if(
+      name.begin(), name.end(), [](unsigned char c) { return c < ' ' || c == 127; }, '?');
+  return "damaged record \"" + name + "\" in " + path_ + ": " + what;
+}
+
+Failure Catalog::refused(uint32_t number, std::string_view record, const std::string &what) const {
+  return Failure(damaged(number, record, what) + way_on);
+}
+
+bool Catalog::hides(uint32_t number) const {
+  if (skipped_.contains(number)) return true;
+  try {
+    if (table_) table_->get(database_key(number));
+    return false;
+  } catch (const Failure &) {
+    return true;
+  }
+}
+
+bool Catalog::predates(const struct stat &file) const {
+  return table_ && table_->stamp() && is_before(file, *table_->stamp());
 }
 
 const UrlScan &Catalog::scan() const {
@@ -75,7 +189,7 @@ const UrlScan &Catalog::scan() const {
     scan_.emplace();
     each([this](uint32_t number, std::string_view record) {
       const auto url = url_of(record);
-      if (!url) throw Failure("damaged record " + database_key(number) + " in " + path_);
+      if (!url) throw refused(number, record, "it is not a SOIF object");
       scan_->add(*url, number);
     });
     scan_->sort();

@@ -2,15 +2,20 @@
 #ifndef MINIDBA_CATALOG_H
 #define MINIDBA_CATALOG_H
 
+#include <sys/stat.h>
+
 #include <cstdint>
 #include <ctime>
 #include <functional>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 
+#include "tools/minidba/failure.h"
 #include "tools/minidba/files.h"
 #include "tools/minidba/hash_table.h"
+#include "tools/minidba/known_records.h"
 #include "tools/minidba/lock.h"
 #include "tools/minidba/url_map.h"
 
@@ -48,6 +53,32 @@ class Catalog {
   /// each visits every description, in the file's order.
   void each(const Visit &visit) const;
 
+  /// remember has what is copied held against an index.
+  void remember(KnownRecords known) { known_ = std::move(known); }
+  /// each_to_copy does as each, but a record that contradicts the index is a Failure. `is_left` chooses the
+  /// numbers that are passed over unseen; it may be empty.
+  using Chosen = std::function<bool(uint32_t number)>;
+  void each_to_copy(const Visit &visit, const Chosen &is_left = {}) const;
+  /// check_copied does for one record of a copy what each_to_copy does.
+  void check_copied(std::string_view key, std::string_view record, const Chosen &is_left) const;
+
+  /// skip_damaged reads the whole catalog and leaves out every damaged record from then on, as if it were not there;
+  /// `told` gets what is left out. The URL map is not used any more if anything is.
+  using Told = std::function<void(const std::string &fault)>;
+  void skip_damaged(const Told &told);
+  /// is_partial returns true if something was left out, left_out how many records and pages.
+  bool is_partial() const { return left_out_ > 0; }
+  int64_t left_out() const { return left_out_; }
+  /// hides returns true if the record of a number was left out or lies behind a damaged page.
+  bool hides(uint32_t number) const;
+  /// damaged returns what to say of a damaged record, with its URL where the record or the URL map has it; refused also
+  /// says how to go on without it.
+  std::string damaged(uint32_t number, std::string_view record, const std::string &what) const;
+  Failure refused(uint32_t number, std::string_view record, const std::string &what) const;
+
+  /// predates returns true if a file was last written before the catalog was made or replaced as a whole.
+  bool predates(const struct stat &file) const;
+
   /// each_url visits every URL with the number of its description, the lowest if there are several; free_number does as
   /// next_number. Both go by the records alone, not by the map, and free_number never stays behind next_number.
   void each_url(const UrlMap::Visit &visit) const;
@@ -66,6 +97,9 @@ class Catalog {
   const UrlScan &scan() const;
   std::optional<uint32_t> mapped(std::string_view url) const;
   time_t find_newest_change() const;
+  std::optional<std::string> url_in_map(uint32_t number) const;
+  std::string damaged_key(std::string_view key, std::string_view record, const std::string &what) const;
+  std::string fault_of(uint32_t number, std::string_view record) const;
 
   std::string path_;
   std::optional<HashTable> table_;
@@ -73,6 +107,10 @@ class Catalog {
   std::optional<UrlMap> urls_;
   mutable std::optional<time_t> newest_change_;
   mutable std::optional<UrlScan> scan_;  // what takes the map's place where there is none
+  KnownRecords known_;
+  mutable bool is_checked_ = false;  // each_to_copy has seen every record
+  int64_t left_out_ = 0;
+  std::set<uint32_t> skipped_;
 };
 
 }  // namespace minidba

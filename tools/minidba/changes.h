@@ -33,6 +33,8 @@ class Changes {
   void erase(uint32_t number, std::string_view url);
   /// empty says whether nothing was put or erased.
   bool empty() const { return entries_.empty(); }
+  /// count returns how often put and erase were called.
+  int64_t count() const { return static_cast<int64_t>(entries_.size()); }
 
   /// is_undated returns true if a description waits for its time of change; stamp gives it to all that do.
   bool is_undated() const { return undated_ > 0; }

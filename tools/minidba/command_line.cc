@@ -32,6 +32,11 @@ void declare_writer(CLI::App &verb, Options &options) {
       ->type_name("SECONDS");
 }
 
+void declare_index(CLI::App &verb, Options &options) {
+  declare_writer(verb, options);
+  verb.add_flag("--accept-damage", options.accept_damage, "index records as they are, also where they are damaged");
+}
+
 void declare_rejects(CLI::App &verb, Options &options) {
   declare_writer(verb, options);
   verb.add_option("--rejects", options.rejects, "keep refused objects in this file, as they came")->type_name("FILE");
@@ -50,6 +55,10 @@ void declare_delete(CLI::App &verb, Options &options) {
 
 void declare_export(CLI::App &verb, Options &options) {
   declare_dry_run(verb, options);
+  verb.add_option("FILE", options.file, "where to write it, by default standard output");
+}
+
+void declare_salvage(CLI::App &verb, Options &options) {
   verb.add_option("FILE", options.file, "where to write it, by default standard output");
 }
 
@@ -104,7 +113,7 @@ struct Row {
 constexpr Row rows[] = {
     {"update", "take in descriptions (SOIF)", update, declare_update, need_nothing},
     {"expire", "drop the descriptions that have expired", expire, declare_writer, need_nothing},
-    {"index", "write the index", index, declare_writer, need_index},
+    {"index", "write the index", index, declare_index, need_index},
     {"unclassified", "print the URLs of descriptions without classification", unclassified, declare_nothing,
      need_index},
     {"get", "print descriptions by number or URL", get, declare_get, need_nothing},
@@ -114,8 +123,13 @@ constexpr Row rows[] = {
     {"verify", "check database, index and URL map", verify, declare_nothing, need_nothing},
     {"rebuild", "write database and URL map anew", rebuild, declare_writer, need_nothing},
     {"export", "write the whole catalog as one SOIF stream", export_catalog, declare_export, check_export},
+    {"salvage", "write what can be read of a damaged catalog as one SOIF stream", salvage, declare_salvage,
+     check_export},
     {"import", "make a catalog from an export", import_catalog, declare_import, need_nothing},
 };
+
+/// meets_damage returns true if a verb can leave damaged records out.
+bool meets_damage(std::string_view verb) { return verb != "verify" && verb != "salvage" && verb != "import"; }
 
 /// HelpText words the usage line as the program is used.
 class HelpText : public CLI::Formatter {
@@ -151,6 +165,8 @@ void declare_verbs(CLI::App &app, Options &options) {
     verb->group("Verbs")->option_defaults()->group("Options");
     verb->footer([&app] { return common_help(app); });
     row.declare(*verb, options);
+    if (meets_damage(row.name))
+      verb->add_flag("--skip-damaged", options.skip_damaged, "name damaged records and go on without them");
   }
 }
 

@@ -31,32 +31,46 @@ class Texts {
     if (item.place >= 0)
       text_ = changes_.text(item.place, item.key_size + value);
     else
-      text_ = database_key(number_at(item.place)) + catalog_.get(number_at(item.place)).value_or("");
+      text_ = database_key(number_at(item.place)) + copied(number_at(item.place));
     const std::string_view text = text_;
     return {text.substr(0, item.key_size), text.substr(item.key_size)};
   }
 
  private:
+  std::string copied(uint32_t number) const {
+    std::optional<std::string> record = catalog_.get(number);
+    if (!record) throw catalog_.refused(number, {}, "it is not found by its key");
+    return *std::move(record);
+  }
+
   const Catalog &catalog_;
   const Changes &changes_;
   std::string text_;
 };
 
+/// is_changed chooses the numbers whose descriptions are not copied.
+Catalog::Chosen is_changed(const Changes &changes) {
+  return [&changes](uint32_t number) { return changes.of_number(number) != nullptr; };
+}
+
 /// edit_database returns whether the next snapshot could be made of the old one.
 bool edit_database(const Catalog &catalog, const Changes &changes, const File &file, Stamp stamp) {
-  if (!catalog.exists()) return false;
+  if (!catalog.exists() || catalog.is_partial()) return false;
   std::vector<Item> items;
   changes.each_number([&](const Change &change) { items.push_back(item_of(change)); });
-  return edit_hash_file(catalog.table(), file, items, Texts(catalog, changes), stamp);
+  const auto check = [&](std::string_view key, std::string_view record) {
+    catalog.check_copied(key, record, is_changed(changes));
+  };
+  return edit_hash_file(catalog.table(), file, items, Texts(catalog, changes), stamp, check);
 }
 
 void write_database(const Catalog &catalog, const Changes &changes, const File &file, Stamp stamp, const Watch &watch) {
   std::vector<Item> items;
-  catalog.each([&](uint32_t number, std::string_view record) {
-    if (changes.of_number(number) != nullptr) return;
+  const auto add = [&](uint32_t number, std::string_view record) {
     items.push_back(
         {hash_of(database_key(number)), database_key_size, static_cast<uint32_t>(record.size()), place_of(number)});
-  });
+  };
+  catalog.each_to_copy(add, is_changed(changes));
   changes.each_number([&](const Change &change) {
     if (!is_erased(change)) items.push_back(item_of(change));
   });
@@ -99,6 +113,12 @@ void write_urls(const Catalog &catalog, const Changes &changes, const Snapshot &
   items.write(snapshot, database, next_number, newest_change);
 }
 
+/// origin_of returns what the database's stamp keeps from one state of a catalog to the next.
+FileIdentity origin_of(const Catalog &catalog, const File &database) {
+  if (!catalog.exists()) return identity_of(database);
+  return catalog.table().stamp() ? catalog.table().stamp()->database : FileIdentity();
+}
+
 void publish(const Catalog &catalog, Snapshot &database, Snapshot &urls) {
   urls.sync();
   // The database first: a map that is behind is noticed and made anew, one that is ahead would be too.
@@ -110,10 +130,10 @@ void publish(const Catalog &catalog, Snapshot &database, Snapshot &urls) {
 
 void commit(const Lock &lock, const Catalog &catalog, const Changes &changes, uint32_t next_number,
             const Watch &watch) {
-  if (changes.empty() && catalog.exists() && next_number == catalog.next_number()) return;
+  if (changes.empty() && catalog.exists() && !catalog.is_partial() && next_number == catalog.next_number()) return;
   Snapshot database(catalog.path());
   const time_t newest_change = std::max(catalog.newest_change(), changes.newest_change());
-  const Stamp stamp{next_number, 0, {}, newest_change};
+  const Stamp stamp{next_number, 0, origin_of(catalog, database.file()), newest_change};
   const bool edited = edit_database(catalog, changes, database.file(), stamp);
   if (!edited) write_database(catalog, changes, database.file(), stamp, watch);
   database.sync();
@@ -130,14 +150,21 @@ void commit(const Lock &lock, const Catalog &catalog, const Changes &changes, ui
   publish(catalog, database, urls);
 }
 
-void rebuild_catalog(const Lock &, const Catalog &catalog, const Watch &watch) {
-  const Changes nothing(catalog);
+void check_copy(const Catalog &catalog, const Changes &changes) {
+  if (!changes.empty() || catalog.is_partial())
+    catalog.each_to_copy([](uint32_t, std::string_view) {}, is_changed(changes));
+}
+
+void rebuild_catalog(const Lock &, const Catalog &catalog, const Changes &dropped, const Watch &watch) {
   const uint32_t next_number = catalog.free_number();
   Snapshot database(catalog.path());
-  write_database(catalog, nothing, database.file(), {next_number, 0, {}, catalog.newest_change()}, watch);
+  const Stamp stamp{next_number, 0, origin_of(catalog, database.file()), catalog.newest_change()};
+  write_database(catalog, dropped, database.file(), stamp, watch);
   database.sync();
   UrlItems items(catalog.path());
-  catalog.each_url([&](std::string_view url, uint32_t number) { items.add(url, number); });
+  catalog.each([&](uint32_t number, std::string_view record) {
+    if (dropped.of_number(number) == nullptr) items.add(*url_of(record), number);
+  });
   Snapshot urls(UrlMap::path_for(catalog.path()), catalog.path());
   items.write(urls, database.file(), next_number, catalog.newest_change());
   publish(catalog, database, urls);

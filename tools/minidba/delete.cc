@@ -5,6 +5,7 @@
 
 #include "tools/minidba/failure.h"
 #include "tools/minidba/input.h"
+#include "tools/minidba/opening.h"
 #include "tools/minidba/report.h"
 #include "tools/minidba/selection.h"
 #include "tools/minidba/verbs.h"
@@ -79,9 +80,10 @@ int delete_descriptions(const Options &options, const Console &console) {
   for (const std::string &word : options.arguments)
     word == "-" && !options.urls_only ? take_lines(deletion, options, console) : deletion.take(word);
   writing.commit(deletion.changes(), writing.catalog().next_number(), console);
-  report(options, console, {"deleted", deletion.deleted()},
-         {{"deleted", deletion.deleted()}, {"not there", deletion.absent()}});
-  return deletion.absent() == 0 ? exit_done : exit_found_fault;
+  std::vector<Figure> details{{"deleted", deletion.deleted()}, {"not there", deletion.absent()}};
+  add_skipped(details, writing.catalog());
+  report(options, console, {"deleted", deletion.deleted()}, details);
+  return deletion.absent() == 0 ? status_of_work(writing.catalog()) : exit_found_fault;
 }
 
 }  // namespace minidba

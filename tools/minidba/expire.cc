@@ -1,5 +1,6 @@
 #include <ctime>
 
+#include "tools/minidba/opening.h"
 #include "tools/minidba/progress.h"
 #include "tools/minidba/record.h"
 #include "tools/minidba/report.h"
@@ -26,7 +27,7 @@ int expire(const Options &options, const Console &console) {
   int64_t expired = 0;
   {
     Progress progress(console, "expiring");
-    catalog.each([&](uint32_t number, std::string_view record) {
+    catalog.each_to_copy([&](uint32_t number, std::string_view record) {
       const soif_ptr object = view(catalog, number, record, {"rd-expires"});
       progress.advance(1, static_cast<int64_t>(record.size()));
       if (!has_expired(object.get(), now)) return;
@@ -35,8 +36,10 @@ int expire(const Options &options, const Console &console) {
     });
   }
   writing.commit(changes, catalog.next_number(), console);
-  report(options, console, {"expired", expired});
-  return exit_done;
+  std::vector<Figure> details;
+  add_skipped(details, catalog);
+  report(options, console, {"expired", expired}, details);
+  return status_of_work(catalog);
 }
 
 }  // namespace minidba

@@ -3,6 +3,7 @@
 #include "tools/minidba/exchange.h"
 #include "tools/minidba/failure.h"
 #include "tools/minidba/new_file.h"
+#include "tools/minidba/opening.h"
 #include "tools/minidba/record.h"
 #include "tools/minidba/report.h"
 #include "tools/minidba/selection.h"
@@ -15,8 +16,7 @@ using Write = std::function<void(const std::string &text)>;
 
 /// write_all writes the whole catalog, by number, and returns how many descriptions it has.
 int64_t write_all(const Catalog &catalog, const Write &write, bool watched, Progress &progress) {
-  const std::vector<uint32_t> numbers =
-      numbers_where(catalog, progress, [](uint32_t, std::string_view) { return true; });
+  const std::vector<uint32_t> numbers = numbers_to_copy(catalog, progress);
   progress.clear();
   write(print_header({catalog.next_number(), static_cast<uint32_t>(numbers.size())}));
   for (const uint32_t number : numbers) {
@@ -44,17 +44,20 @@ int64_t to_nowhere(const Catalog &catalog, Progress &progress) {
 }  // namespace
 
 int export_catalog(const Options &options, const Console &console) {
-  const Catalog catalog(options.database);
+  Catalog catalog(options.database);
+  protect(catalog, options, console);
   Progress progress(console, "exporting");
   if (options.file.empty()) {
     write_all(
         catalog, [&](const std::string &text) { console.out << text; }, !console.out_is_screen, progress);
-    return exit_done;
+    return status_of_work(catalog);
   }
   const int64_t count = options.dry_run ? to_nowhere(catalog, progress) : to_file(catalog, options.file, progress);
   progress.clear();
-  report(options, console, {"exported", count});
-  return exit_done;
+  std::vector<Figure> details;
+  add_skipped(details, catalog);
+  report(options, console, {"exported", count}, details);
+  return status_of_work(catalog);
 }
 
 }  // namespace minidba

@@ -1,6 +1,7 @@
 #include <ostream>
 
 #include "tools/minidba/describe.h"
+#include "tools/minidba/opening.h"
 #include "tools/minidba/selection.h"
 #include "tools/minidba/verbs.h"
 
@@ -30,19 +31,23 @@ void show(const Catalog &catalog, const Found &found, bool json, std::ostream &o
     out << found.record;
 }
 
+/// show_word returns true if a word led to a description.
+bool show_word(const Catalog &catalog, const std::string &word, const Options &options, const Console &console) {
+  const std::optional<Found> found = find(catalog, word);
+  if (found)
+    show(catalog, *found, options.json, console.out);
+  else
+    console.errors << "minidba: no description " << word << '\n';
+  return found.has_value();
+}
+
 }  // namespace
 
 int get(const Options &options, const Console &console) {
-  const Catalog catalog(options.database);
-  int status = exit_done;
-  for (const std::string &word : options.arguments) {
-    if (const std::optional<Found> found = find(catalog, word)) {
-      show(catalog, *found, options.json, console.out);
-    } else {
-      console.errors << "minidba: no description " << word << '\n';
-      status = exit_found_fault;
-    }
-  }
+  const Catalog catalog = open_to_read(options, console);
+  int status = status_of_work(catalog);
+  for (const std::string &word : options.arguments)
+    if (!show_word(catalog, word, options, console)) status = exit_found_fault;
   return status;
 }
 

@@ -94,7 +94,8 @@ bool has_outgrown(const Header &header, const Stamp &planned) {
 
 /// check reads a file that was edited and returns how many records it holds. Nothing when a page of it has two uses:
 /// damaged bitmaps have offered one that was in use, and what stood there is lost.
-std::optional<uint32_t> check(const std::string &path, Editor &editor, const std::vector<Item> &items) {
+std::optional<uint32_t> check(const std::string &path, Editor &editor, const std::vector<Item> &items,
+                              const HashTable::Visit &visit) {
   const HashTable table(path);
   BucketReader reader(table);
   for_each_bucket(table.header(), items, [&](uint32_t bucket, const Item *first, const Item *last) {
@@ -104,11 +105,12 @@ std::optional<uint32_t> check(const std::string &path, Editor &editor, const std
     if (reader.next()) throw not_read_back(path);
   });
   // What was copied is still linked to: the whole file holds no fewer records than its header says.
-  const PageUse use(table);
+  const PageUse use(table, visit);
   return use.is_shared() ? std::nullopt : std::optional(use.records());
 }
 
-bool edit(const HashTable &old, const File &file, std::vector<Item> &items, const Fetch &fetch, Stamp stamp) {
+bool edit(const HashTable &old, const File &file, std::vector<Item> &items, const Fetch &fetch, Stamp stamp,
+          const HashTable::Visit &visit) {
   copy_contents(old.file(), file);
   Editor editor(old, file, fetch);
   for_each_bucket(old.header(), items,
@@ -118,7 +120,7 @@ bool edit(const HashTable &old, const File &file, std::vector<Item> &items, cons
   if (has_outgrown(header, stamp)) return false;
   stamp.write(file);
   try {
-    const std::optional<uint32_t> count = check(file.name(), editor, items);
+    const std::optional<uint32_t> count = check(file.name(), editor, items, visit);
     if (count && *count != header.records) {
       header.records = *count;
       write_header(file, header);
@@ -132,13 +134,14 @@ bool edit(const HashTable &old, const File &file, std::vector<Item> &items, cons
 
 }  // namespace
 
-bool edit_hash_file(const HashTable &old, const File &file, std::vector<Item> &items, const Fetch &fetch, Stamp stamp) {
+bool edit_hash_file(const HashTable &old, const File &file, std::vector<Item> &items, const Fetch &fetch, Stamp stamp,
+                    const HashTable::Visit &check) {
   if (!suits(old, items)) return false;
   std::sort(items.begin(), items.end(), [&](const Item &a, const Item &b) {
     return std::pair(bucket_of(old.header(), a.hash), a.place) < std::pair(bucket_of(old.header(), b.hash), b.place);
   });
   try {
-    if (edit(old, file, items, fetch, stamp)) return true;
+    if (edit(old, file, items, fetch, stamp, check)) return true;
   } catch (const NoPage &) {
     // What does not fit here fits into a file that is laid out for it.
   }

@@ -20,8 +20,10 @@ constexpr uint32_t erased_value = UINT32_MAX;
 ///
 /// False, and the file is empty again, when a file written as a whole is the better one: `old` was not made by minidba,
 /// most buckets change, records have become too many or too long for its pages, no page is free, or its bitmaps have
-/// offered a page that is in use. Throws a Failure when a file cannot be read or written.
-bool edit_hash_file(const HashTable &old, const File &file, std::vector<Item> &items, const Fetch &fetch, Stamp stamp);
+/// offered a page that is in use, or `check` has thrown a Failure over a record of the new file. Throws a Failure when
+/// a file cannot be read or written.
+bool edit_hash_file(const HashTable &old, const File &file, std::vector<Item> &items, const Fetch &fetch, Stamp stamp,
+                    const HashTable::Visit &check = {});
 
 }  // namespace minidba
 

@@ -28,6 +28,16 @@ hash_file::Source source_of(const File &file) {
   return {file.descriptor(), size, header};
 }
 
+/// read_next goes to the next record of a bucket. It returns false at the end, and where the bucket is damaged.
+bool read_next(BucketReader &reader, const HashTable::Fault &fault) {
+  try {
+    return reader.next();
+  } catch (const Failure &failure) {
+    fault({}, {}, failure.what());
+    return false;
+  }
+}
+
 }  // namespace
 
 HashTable::State::State(File opened)
@@ -50,16 +60,47 @@ uint32_t HashTable::buckets() const {
 }
 
 void HashTable::each(const Visit &visit, const Linked &linked) const {
+  const auto refuse = [this](std::string_view key, std::string_view, const std::string &what) {
+    throw Failure(key.empty() ? what : "damaged record " + std::string(key) + " in " + path() + ": " + what);
+  };
+  each_sound(visit, refuse, linked);
+}
+
+/// is_only returns true if no two records of a bucket have this key: get would find only the first.
+bool HashTable::is_only(std::string_view key, uint32_t bucket) const {
+  Walker others(source());
+  others.start(bucket);
+  int count = 0;
+  while (count < 2 && others.next() == Walker::record) count += others.key() == key ? 1 : 0;
+  return count < 2;
+}
+
+void HashTable::each_sound(const Visit &visit, const Fault &fault, const Linked &linked) const {
   int64_t count = 0;
   BucketReader reader(*this);
+  std::vector<uint32_t> hashes;  // of the keys of the bucket
+  const auto take = [&](uint32_t bucket) {
+    const uint32_t hash = hash_of(reader.key());
+    const bool is_suspect = std::find(hashes.begin(), hashes.end(), hash) != hashes.end();
+    hashes.push_back(hash);
+    if (bucket_of(header(), hash) != bucket)
+      fault(reader.key(), reader.value(), "it is not found by its key");
+    else if (is_suspect && !is_only(reader.key(), bucket))
+      fault(reader.key(), reader.value(), "it is there twice");
+    else
+      visit(reader.key(), reader.value());
+  };
   for (uint32_t bucket = 0, end = buckets(); bucket < end; ++bucket) {
-    for (reader.start(bucket); reader.next(); ++count) visit(reader.key(), reader.value());
+    hashes.clear();
+    reader.start(bucket);
+    for (; read_next(reader, fault); ++count) take(bucket);
     if (linked) linked(reader.overflow());
   }
   // The library counts too few now and then, even less than none; a file of ours that holds fewer was cut.
   if (stamp() && count < static_cast<int32_t>(header().records))
-    throw Failure("records are missing in " + path() + ": " + std::to_string(count) + " of " +
-                  std::to_string(header().records));
+    fault(
+        {}, {},
+        "records are missing in " + path() + ": " + std::to_string(count) + " of " + std::to_string(header().records));
 }
 
 BucketReader::BucketReader(const HashTable &table) : table_(table), walker_(table.source()) {

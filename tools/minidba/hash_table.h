@@ -30,6 +30,12 @@ class HashTable {
   /// file of ours holds another number of records than it should. `linked` may be empty.
   void each(const Visit &visit, const Linked &linked = {}) const;
 
+  /// Fault is a record that cannot be found by its key, or a page (then key and value are empty), and what is wrong
+  /// with it.
+  using Fault = std::function<void(std::string_view key, std::string_view value, const std::string &what)>;
+  /// each_sound visits every record that can be found by its key, and reports the others and the damaged pages.
+  void each_sound(const Visit &visit, const Fault &fault, const Linked &linked = {}) const;
+
   const std::string &path() const { return state_->file.name(); }
   const File &file() const { return state_->file; }
   const hash_file::Header &header() const { return state_->source.header; }
@@ -47,6 +53,8 @@ class HashTable {
     std::optional<Stamp> stamp;
     hash_file::Walker by_key;
   };
+  bool is_only(std::string_view key, uint32_t bucket) const;
+
   std::unique_ptr<State> state_;
 };
 

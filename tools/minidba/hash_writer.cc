@@ -171,6 +171,13 @@ bool reads_back(const std::string &path, const std::vector<Item> &items, const F
 
 }  // namespace
 
+Header planned_header(uint32_t page_shift, uint32_t doublings, uint32_t planned, uint32_t overflow_pages) {
+  Header header = header_for(page_shift, doublings, 0);
+  set_spares(header, std::min(planned, overflow_pages));
+  header.spares[header.overflow_point] = overflow_pages;
+  return header;
+}
+
 uint64_t pages_of(const Header &header) {
   return uint64_t{header.header_pages} + header.max_bucket + 1 + header.spares[header.overflow_point];
 }

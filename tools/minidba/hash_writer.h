@@ -44,6 +44,10 @@ void for_each_bucket(const hash_file::Header &header, const std::vector<Item> &i
   }
 }
 
+/// planned_header returns the header of a file as write_hash_file lays it out, without a count of records: `planned`
+/// overflow pages, and those beyond them that changes have added since.
+hash_file::Header planned_header(uint32_t page_shift, uint32_t doublings, uint32_t planned, uint32_t overflow_pages);
+
 /// pages_of returns how many pages a file has.
 uint64_t pages_of(const hash_file::Header &header);
 

@@ -4,6 +4,7 @@
 
 #include "tools/minidba/describe.h"
 #include "tools/minidba/failure.h"
+#include "tools/minidba/opening.h"
 #include "tools/minidba/record.h"
 #include "tools/minidba/selection.h"
 #include "tools/minidba/time_text.h"
@@ -85,7 +86,7 @@ soif_ptr viewed(const Catalog &catalog, uint32_t number, const std::string &reco
 
 int list(const Options &options, const Console &console) {
   const time_t first = since(options);
-  const Catalog catalog(options.database);
+  const Catalog catalog = open_to_read(options, console);
   const std::unique_ptr<Listing> listing = minidba::listing(options, console.out);
   Progress progress(console, "listing");
   const std::vector<uint32_t> numbers = chosen(catalog, first, progress);
@@ -96,7 +97,7 @@ int list(const Options &options, const Console &console) {
     if (!console.out_is_screen) progress.advance(0, static_cast<int64_t>(record.size()));
   }
   listing->close();
-  return exit_done;
+  return status_of_work(catalog);
 }
 
 }  // namespace minidba

@@ -30,6 +30,8 @@ struct Options {
   bool no_header = false;               // an import needs no export header
   bool allow_empty = false;             // an import may leave no descriptions
   double wait = -1;                     // seconds to wait for the lock; below zero for ever
+  bool skip_damaged = false;            // records and pages, instead of refusing the work
+  bool accept_damage = false;           // records that contradict the index are taken as they are
   time_t now = 0;                       // what has expired before is gone; 0 for the time of the call
 };
 

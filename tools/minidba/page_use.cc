@@ -4,17 +4,20 @@
 
 namespace minidba {
 
-PageUse::PageUse(const HashTable &table) : table_(table) {
+PageUse::PageUse(const HashTable &table, const HashTable::Visit &visit) : table_(table) {
   const hash_file::Header &header = table.header();
   used_.resize(static_cast<size_t>(table.source().size >> header.page_shift) + 1);
   for (uint32_t page = 0; page < header.header_pages; ++page) take(page);
   for (uint32_t bucket = 0, end = table.buckets(); bucket < end; ++bucket) take(bucket_page(header, bucket));
   for (const uint16_t address : header.bitmaps)
     if (address != 0) take(overflow_page(header, address));
-  table.each([this](std::string_view, std::string_view) { ++records_; },
-             [&](const std::vector<uint16_t> &addresses) {
-               for (const uint16_t address : addresses) take(overflow_page(header, address));
-             });
+  const auto count = [&](std::string_view key, std::string_view value) {
+    ++records_;
+    if (visit) visit(key, value);
+  };
+  table.each(count, [&](const std::vector<uint16_t> &addresses) {
+    for (const uint16_t address : addresses) take(overflow_page(header, address));
+  });
 }
 
 void PageUse::take(uint64_t page) {

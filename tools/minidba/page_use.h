@@ -12,8 +12,9 @@ namespace minidba {
 /// PageUse knows the pages that buckets, their records and the bitmaps take. The table must outlive it.
 class PageUse {
  public:
-  /// Reads the whole file. Throws a Failure when it is damaged.
-  explicit PageUse(const HashTable &table);
+  /// Reads the whole file, and calls `visit`, which may be empty, with each record. Throws a Failure when the file is
+  /// damaged.
+  explicit PageUse(const HashTable &table, const HashTable::Visit &visit = {});
 
   /// is_shared says whether a page has two uses, so that writing one spoils the other.
   bool is_shared() const { return shared_; }

@@ -9,8 +9,8 @@
 namespace minidba {
 namespace {
 
-soif_ptr checked(soif_ptr object, const Catalog &catalog, uint32_t number) {
-  if (!object) throw Failure("damaged record " + database_key(number) + " in " + catalog.path());
+soif_ptr checked(soif_ptr object, const Catalog &catalog, uint32_t number, std::string_view record) {
+  if (!object) throw catalog.refused(number, record, "it is not a SOIF object");
   return object;
 }
 
@@ -24,17 +24,27 @@ std::optional<uint32_t> decimal(std::string_view word) {
 }
 
 soif_ptr whole(const Catalog &catalog, uint32_t number, std::string_view record) {
-  return checked(parse(record), catalog, number);
+  return checked(parse(record), catalog, number, record);
 }
 
 soif_ptr view(const Catalog &catalog, uint32_t number, std::string_view record, const std::vector<std::string> &names) {
-  return checked(parse_only(record, names), catalog, number);
+  return checked(parse_only(record, names), catalog, number, record);
 }
 
 std::vector<uint32_t> numbers_where(const Catalog &catalog, Progress &progress, const Chosen &chosen) {
   std::vector<uint32_t> numbers;
   catalog.each([&](uint32_t number, std::string_view record) {
     if (chosen(number, record)) numbers.push_back(number);
+    progress.advance(1, static_cast<int64_t>(record.size()));
+  });
+  std::sort(numbers.begin(), numbers.end());
+  return numbers;
+}
+
+std::vector<uint32_t> numbers_to_copy(const Catalog &catalog, Progress &progress) {
+  std::vector<uint32_t> numbers;
+  catalog.each_to_copy([&](uint32_t number, std::string_view record) {
+    numbers.push_back(number);
     progress.advance(1, static_cast<int64_t>(record.size()));
   });
   std::sort(numbers.begin(), numbers.end());

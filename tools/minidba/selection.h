@@ -26,6 +26,8 @@ soif_ptr view(const Catalog &catalog, uint32_t number, std::string_view record, 
 /// numbers_where returns the numbers of the descriptions for which `chosen` is true, in order.
 using Chosen = std::function<bool(uint32_t number, std::string_view record)>;
 std::vector<uint32_t> numbers_where(const Catalog &catalog, Progress &progress, const Chosen &chosen);
+/// numbers_to_copy returns all numbers, in order, after a check of every record as Catalog::each_to_copy does it.
+std::vector<uint32_t> numbers_to_copy(const Catalog &catalog, Progress &progress);
 
 }  // namespace minidba
 

@@ -61,4 +61,9 @@ void Stamp::write(const File &file) const {
   file.write_at(offset, {reinterpret_cast<const char *>(words.data()), sizeof words});
 }
 
+bool is_before(const struct stat &file, const Stamp &stamp) {
+  const auto seconds = static_cast<uint64_t>(file.st_mtim.tv_sec), rest = static_cast<uint64_t>(file.st_mtim.tv_nsec);
+  return std::pair(seconds, rest) < std::pair(stamp.database[3], stamp.database[4]);
+}
+
 }  // namespace minidba

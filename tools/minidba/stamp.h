@@ -19,7 +19,9 @@ FileIdentity identity_of(const File &file);
 struct Stamp {
   uint32_t next_number = 1;    // the first number that no description has had; 0 when none is left
   uint32_t planned_pages = 0;  // overflow pages of the file when it was written as a whole
-  FileIdentity database{};     // which a URL map belongs to
+  /// Of a URL map the database it belongs to. Of a database the file that its catalog was made as, by an import or the
+  /// first update: what is older tells nothing about this catalog. All zeros when that is not known.
+  FileIdentity database{};
   /// The newest time of change that the catalog has given, to descriptions that are gone as well. Nothing in a file
   /// that was written without it. Programs that change only records leave it as it is: that of a database is a lower
   /// bound, that of a URL map of this snapshot is exact.
@@ -29,6 +31,9 @@ struct Stamp {
   static std::optional<Stamp> read(const File &file);
   void write(const File &file) const;
 };
+
+/// is_before returns true if a file was last written before the database of this stamp was made.
+bool is_before(const struct stat &file, const Stamp &stamp);
 
 /// later returns the later of two next numbers, of which 0 is the last.
 inline uint32_t later(uint32_t a, uint32_t b) { return a == 0 || b == 0 ? 0 : std::max(a, b); }

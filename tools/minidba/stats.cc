@@ -8,6 +8,7 @@
 #include "tools/minidba/catalog.h"
 #include "tools/minidba/describe.h"
 #include "tools/minidba/layout.h"
+#include "tools/minidba/opening.h"
 #include "tools/minidba/progress.h"
 #include "tools/minidba/record.h"
 #include "tools/minidba/selection.h"
@@ -81,11 +82,11 @@ void print_json(std::ostream &out, Json figures, const Records &records) {
 }  // namespace
 
 int stats(const Options &options, const Console &console) {
-  const Catalog catalog(options.database);
+  const Catalog catalog = open_to_read(options, console);
   const Records records = records_of(catalog, console);
   const Json figures = minidba::figures(catalog, records, layout_of(options.database));
   options.json ? print_json(console.out, figures, records) : print_text(console.out, figures, records);
-  return exit_done;
+  return status_of_work(catalog);
 }
 
 }  // namespace minidba

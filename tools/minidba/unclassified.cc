@@ -2,6 +2,7 @@
 
 #include "tools/minidba/describe.h"
 #include "tools/minidba/index_file.h"
+#include "tools/minidba/opening.h"
 #include "tools/minidba/selection.h"
 #include "tools/minidba/verbs.h"
 
@@ -19,7 +20,7 @@ std::optional<std::string> url_if_unclassified(const std::string &record, uint32
 }  // namespace
 
 int unclassified(const Options &options, const Console &console) {
-  const Catalog catalog(options.database);
+  const Catalog catalog = open_to_read(options, console);
   JsonList urls(console.out, options.json);
   for (const IndexEntry &entry : read_index(options.index)) {
     // The index may be older than the database.
@@ -32,7 +33,7 @@ int unclassified(const Options &options, const Console &console) {
       console.out << *url << '\n';
   }
   urls.close();
-  return exit_done;
+  return status_of_work(catalog);
 }
 
 }  // namespace minidba

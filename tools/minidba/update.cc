@@ -2,6 +2,7 @@
 
 #include "tools/minidba/delivery.h"
 #include "tools/minidba/exchange.h"
+#include "tools/minidba/opening.h"
 #include "tools/minidba/rejects.h"
 #include "tools/minidba/report.h"
 #include "tools/minidba/stream_check.h"
@@ -11,11 +12,13 @@
 namespace minidba {
 namespace {
 
-std::vector<Figure> details(const Summary &summary) {
-  return {{"new", summary.added},
-          {"changed", summary.changed},
-          {"unchanged", summary.unchanged},
-          {"rejected", summary.rejected}};
+std::vector<Figure> details(const Summary &summary, const Catalog &catalog) {
+  std::vector<Figure> figures{{"new", summary.added},
+                              {"changed", summary.changed},
+                              {"unchanged", summary.unchanged},
+                              {"rejected", summary.rejected}};
+  add_skipped(figures, catalog);
+  return figures;
 }
 
 void take_all(const std::string &input, Delivery &delivery, const Options &options, const Console &console,
@@ -50,8 +53,8 @@ int update(const Options &options, const Console &console) {
   keep(rejects, summary);
   if (summary.accepted() == 0)
     console.errors << "minidba: no description in the input was understood: the catalog stays as it is\n";
-  report(options, console, {"accepted", summary.accepted()}, details(summary), rejects.reasons());
-  return summary.accepted() > 0 && rejects.count() == 0 ? exit_done : exit_found_fault;
+  report(options, console, {"accepted", summary.accepted()}, details(summary, writing.catalog()), rejects.reasons());
+  return summary.accepted() > 0 && rejects.count() == 0 ? status_of_work(writing.catalog()) : exit_found_fault;
 }
 
 }  // namespace minidba

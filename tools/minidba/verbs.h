@@ -36,6 +36,8 @@ int export_catalog(const Options &options, const Console &console);
 int import_catalog(const Options &options, const Console &console);
 /// stats prints figures about the catalog.
 int stats(const Options &options, const Console &console);
+/// salvage writes every description that can be read of a damaged catalog as one stream, and names what is lost.
+int salvage(const Options &options, const Console &console);
 /// verify prints whether the catalog is sound; what is wrong with it goes to the errors.
 int verify(const Options &options, const Console &console);
 

@@ -2,6 +2,7 @@
 
 #include "tools/minidba/change_times.h"
 #include "tools/minidba/failure.h"
+#include "tools/minidba/opening.h"
 #include "tools/minidba/progress.h"
 #include "tools/minidba/record.h"
 
@@ -31,11 +32,12 @@ std::optional<Lock> lock_for(const Options &options, const Console &console, Abs
 
 Writing::Writing(const Options &options, const Console &console, Absent absent)
     : lock_(lock_for(options, console, absent)), catalog_(options.database, absent) {
+  protect(catalog_, options, console);
   if (absent == Absent::error) begin();
 }
 
 void Writing::begin() {
-  if (lock_) catalog_.renew_url_map(*lock_);
+  if (lock_ && !catalog_.is_partial()) catalog_.renew_url_map(*lock_);
 }
 
 void Writing::stamp(Changes &changes, const Console &console) const {
@@ -50,15 +52,15 @@ void Writing::stamp(Changes &changes, const Console &console) const {
 }
 
 void Writing::commit(const Changes &changes, uint32_t next_number, const Console &console) const {
-  if (!lock_) return;
+  if (!lock_) return check_copy(catalog_, changes);
   Progress progress(console, "writing");
   minidba::commit(*lock_, catalog_, changes, next_number, watched_by(progress));
 }
 
-void Writing::rebuild(const Console &console) const {
+void Writing::rebuild(const Changes &dropped, const Console &console) const {
   if (!lock_) return;
   Progress progress(console, "rebuilding");
-  rebuild_catalog(*lock_, catalog_, watched_by(progress));
+  rebuild_catalog(*lock_, catalog_, dropped, watched_by(progress));
 }
 
 }  // namespace minidba

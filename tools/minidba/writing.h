@@ -13,7 +13,8 @@ namespace minidba {
 /// is not is a Failure, and gets no lock file beside it.
 std::optional<Lock> lock_for(const Options &options, const Console &console, Absent absent);
 
-/// Writing holds the catalog's lock with its scope. A dry run takes no lock and writes nothing.
+/// Writing holds the catalog's lock with its scope. A dry run takes no lock and writes nothing. What a commit copies is
+/// held against the index of the catalog; a damaged record is a Failure, or left out where the options say so.
 class Writing {
  public:
   explicit Writing(const Options &options, const Console &console, Absent absent = Absent::error);
@@ -27,8 +28,8 @@ class Writing {
   void stamp(Changes &changes, const Console &console) const;
   /// commit makes the changes the catalog's state.
   void commit(const Changes &changes, uint32_t next_number, const Console &console) const;
-  /// rebuild writes the catalog anew as it is.
-  void rebuild(const Console &console) const;
+  /// rebuild writes the catalog anew without the descriptions that the changes drop.
+  void rebuild(const Changes &dropped, const Console &console) const;
 
  private:
   std::optional<Lock> lock_;

@@ -143,6 +143,7 @@ uint64_t CatalogModel::next() const {
 void CatalogModel::commit(uint64_t next_number, time_t newest, bool has_changes) {
   if (exists_ && !has_changes && next_number == next_in_map_) return;
   newest_in_database_ = newest_in_map_ = newest;
+  is_index_earlier_ = is_index_earlier_ || !exists_;
   exists_ = has_map_ = true;
   next_in_database_ = next_in_map_ = next_number;
 }
@@ -164,6 +165,9 @@ bool CatalogModel::has_long_records() const {
 
 bool CatalogModel::put_by_another(uint32_t number, const Description &description) {
   if (const auto known = number_of(description.url); known && *known != number) return false;
+  // Another record without a later time is a damaged one.
+  const auto is_indexed = [&](const Entry &entry) { return entry.number == number; };
+  if (indexed_ && !is_index_earlier_ && std::any_of(indexed_->begin(), indexed_->end(), is_indexed)) return false;
   descriptions_[number] = description;
   exists_ = true;
   has_map_ = false;
@@ -319,6 +323,7 @@ Result CatalogModel::import(const Stream &stream, const Flags &flags, time_t clo
   }
   if (!flags.dry_run) {
     *this = next;
+    is_index_earlier_ = true;
     if (has_undated()) newest = std::max(clock, newest + 1);
     for (auto &[number, description] : descriptions_)
       if (time_of(description, last_changed) == 0) description.attributes[last_changed] = {date_of(newest)};
@@ -380,7 +385,10 @@ Result CatalogModel::rebuild(const Flags &flags) {
 
 Result CatalogModel::index(const Flags &flags) {
   if (!exists_) return absent();
-  if (!flags.dry_run) indexed_ = entries();
+  if (!flags.dry_run) {
+    indexed_ = entries();
+    is_index_earlier_ = false;
+  }
   return report({}, "index", flags, {{"indexed", static_cast<int64_t>(descriptions_.size())}}, false);
 }
 
@@ -480,21 +488,28 @@ Result CatalogModel::verify() const {
   if (!exists_) return absent();
   std::map<uint32_t, Entry> should_be;
   for (const Entry &entry : entries()) should_be.emplace(entry.number, entry);
-  size_t faults = 0;
+  size_t faults = 0, behind = indexed_ && is_index_earlier_ ? 1 : 0;
   std::set<uint32_t> indexed;
-  for (const Entry &entry : indexed_.value_or(std::vector<Entry>())) {
-    const auto found = should_be.find(entry.number);
-    faults += found == should_be.end() || found->second != entry;
-    indexed.insert(entry.number);
+  uint32_t newest = 0;
+  if (indexed_ && !is_index_earlier_) {
+    for (const Entry &entry : *indexed_) {
+      const auto found = should_be.find(entry.number);
+      const bool is_removed = found == should_be.end(), is_changed = !is_removed && found->second != entry;
+      behind += is_removed || (is_changed && found->second.time > entry.time);
+      faults += is_changed && found->second.time <= entry.time;
+      indexed.insert(entry.number);
+      newest = std::max(newest, entry.time);
+    }
+    for (const auto &[number, entry] : should_be)
+      if (!indexed.contains(number)) ++(entry.time != 0 && entry.time < newest ? faults : behind);
   }
-  if (indexed_)
-    for (const auto &[number, entry] : should_be) faults += !indexed.contains(number);
   Result result;
   result.status = faults > 0 ? 1 : 0;
-  result.out = faults > 0 ? "damaged: " + std::to_string(faults) + (faults == 1 ? " fault" : " faults")
-                          : "sound: " + std::to_string(texts_.size()) + " descriptions, " +
-                                (indexed_ ? std::to_string(indexed_->size()) + " index entries" : "no index") +
-                                (has_map_ ? "" : ", no URL map");
+  result.out = faults > 0
+                   ? "damaged: " + std::to_string(faults) + (faults == 1 ? " fault" : " faults")
+                   : "sound: " + std::to_string(texts_.size()) + " descriptions, " +
+                         (indexed_ ? std::to_string(indexed_->size()) + " index entries" : "no index") +
+                         (has_map_ ? "" : ", no URL map") + (behind > 0 ? ", index older than the database" : "");
   result.out += '\n';
   return result;
 }

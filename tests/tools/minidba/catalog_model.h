@@ -137,6 +137,7 @@ class CatalogModel {
 
   std::string path_;
   bool exists_ = false, has_map_ = false;
+  bool is_index_earlier_ = false;                      // made before the catalog was made or imported
   uint64_t next_in_database_ = 0, next_in_map_ = 0;    // 0 when a database was never written by minidba
   time_t newest_in_database_ = 0, newest_in_map_ = 0;  // the map's file stays when it is not of the database any more
   std::map<uint32_t, Description> descriptions_;

@@ -93,7 +93,8 @@ TEST_F(List, ADamagedRecordIsAnError) {
   catalog_.put("00000003", "no object");
   const Finished finished = catalog_.run({"list"});
   EXPECT_EQ(finished.status, 2);
-  EXPECT_EQ(finished.errors, "minidba: damaged record 00000003 in " + catalog_.path() + "\n");
+  EXPECT_EQ(finished.errors, "minidba: damaged record 3 in " + catalog_.path() +
+                                 ": it is not a SOIF object (--skip-damaged goes on without it)\n");
 }
 
 TEST_F(List, NeedsNoPermissionToWrite) { EXPECT_EQ(catalog_.run_read_only({"list"}).out, one_ + two_ + ten_); }

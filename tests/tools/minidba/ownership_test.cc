@@ -141,7 +141,9 @@ TEST_F(OwnershipBySuperuser, AFileOfWhichItsOwnerWouldBeRobbedIsNotReplaced) {
   const Finished finished = support::run(words);
   EXPECT_EQ(finished.status, 2);
   EXPECT_EQ(finished.errors,
-            "minidba: cannot keep the owner of " + catalog_.path(".idx.new") + ": Operation not permitted\n");
+            "minidba: cannot read " + catalog_.path(".idx") +
+                ": Permission denied: no record is compared with it\nminidba: cannot keep the owner of " +
+                catalog_.path(".idx.new") + ": Operation not permitted\n");
   EXPECT_EQ(status_of(catalog_.path(".idx")).st_uid, owner);
 }
 

@@ -68,7 +68,8 @@ TEST_F(Stats, ADamagedRecordIsAnError) {
   catalog_.put("00000003", "no object");
   const Finished finished = catalog_.run({"stats"});
   EXPECT_EQ(finished.status, 2);
-  EXPECT_EQ(finished.errors, "minidba: damaged record 00000003 in " + catalog_.path() + "\n");
+  EXPECT_EQ(finished.errors, "minidba: damaged record 3 in " + catalog_.path() +
+                                 ": it is not a SOIF object (--skip-damaged goes on without it)\n");
 }
 
 }  // namespace

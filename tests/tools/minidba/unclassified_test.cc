@@ -81,7 +81,8 @@ TEST_F(Unclassified, ADamagedRecordIsAnError) {
   catalog_.put("00000001", "no object");
   const Finished finished = catalog_.run({"unclassified"});
   EXPECT_EQ(finished.status, 2);
-  EXPECT_EQ(finished.errors, "minidba: damaged record 00000001 in " + catalog_.path() + "\n");
+  EXPECT_EQ(finished.errors, "minidba: damaged record 1 in " + catalog_.path() +
+                                 ": it is not a SOIF object (--skip-damaged goes on without it)\n");
 }
 
 }  // namespace

@@ -1,0 +1,60 @@
+#include "tools/minidba/known_records.h"
+
+#include <algorithm>
+
+#include "tools/minidba/record.h"
+
+namespace minidba {
+namespace {
+
+bool by_number(const IndexEntry &a, const IndexEntry &b) { return a.number < b.number; }
+
+bool has_same_bytes(const IndexEntry &a, const IndexEntry &b) { return a.size == b.size && a.checksum == b.checksum; }
+
+/// has_damaged_time returns true if a record has the size and the checksum of its entry once it gets the entry's time:
+/// nothing but its time differs.
+bool has_damaged_time(const IndexEntry &known, std::string_view record) {
+  if (known.size != record.size()) return false;
+  const std::string time = date_of(static_cast<time_t>(known.time));
+  const std::string start = std::string("rd-last-changed{") + std::to_string(time.size()) + "}:\t";
+  const size_t at = record.find(start);
+  if (at == std::string_view::npos || record.size() - at - start.size() < time.size()) return false;
+  std::string mended(record);
+  mended.replace(at + start.size(), time.size(), time);
+  return has_same_bytes(known, entry_of(known.number, mended, known.time));
+}
+
+}  // namespace
+
+KnownRecords::KnownRecords(std::vector<IndexEntry> entries) : entries_(std::move(entries)) {
+  std::stable_sort(entries_.begin(), entries_.end(), by_number);
+  for (const IndexEntry &entry : entries_) newest_ = std::max(newest_, entry.time);
+}
+
+const IndexEntry *KnownRecords::find(uint32_t number) const {
+  const auto place = std::lower_bound(entries_.begin(), entries_.end(), IndexEntry{0, 0, number, 0, 0}, by_number);
+  return place != entries_.end() && place->number == number ? &*place : nullptr;
+}
+
+std::string KnownRecords::fault_of(uint32_t number, std::string_view record) const {
+  const IndexEntry *known = find(number);
+  if (known == nullptr) return {};
+  const IndexEntry untimed = entry_of(number, record, 0);
+  if (has_same_bytes(*known, untimed)) return {};
+  const soif_ptr object = parse_only(record, {"rd-last-changed"});
+  return object ? fault_of(entry_of(number, record, change_time(object.get())), record) : "it is not a SOIF object";
+}
+
+std::string KnownRecords::fault_of(const IndexEntry &now, std::string_view record) const {
+  const IndexEntry *known = find(now.number);
+  if (known == nullptr || has_same_bytes(*known, now)) return {};
+  if (known->time == now.time)
+    return known->size != now.size ? "its size is not that of the index" : "its checksum is not that of the index";
+  if (now.time == 0) return "it has lost its time of change";
+  // A description that was changed after the index was made, and changed back, has a time that is not before the
+  // newest.
+  const bool is_damaged = now.time < newest_ && has_damaged_time(*known, record);
+  return is_damaged ? "its time of change is not that of the index" : std::string();
+}
+
+}  // namespace minidba

@@ -1,0 +1,38 @@
+/// What an index remembers of the records of a catalog.
+#ifndef MINIDBA_KNOWN_RECORDS_H
+#define MINIDBA_KNOWN_RECORDS_H
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tools/minidba/index_file.h"
+
+namespace minidba {
+
+/// KnownRecords tells damaged records from changed ones. A record that changes gets a later time of change, so one with
+/// the time of its index entry has the size and the checksum of it too.
+class KnownRecords {
+ public:
+  /// Without entries nothing is known.
+  explicit KnownRecords(std::vector<IndexEntry> entries = {});
+
+  /// entries returns all that is known, by number.
+  const std::vector<IndexEntry> &entries() const { return entries_; }
+  /// find returns the entry of a number, null when there is none.
+  const IndexEntry *find(uint32_t number) const;
+  /// fault_of returns how a record contradicts its entry: it is damaged. Empty when it is as the entry says, was
+  /// changed since, or is not known.
+  std::string fault_of(uint32_t number, std::string_view record) const;
+  /// The same for a record of which the caller knows the entry that it should have.
+  std::string fault_of(const IndexEntry &now, std::string_view record) const;
+
+ private:
+  std::vector<IndexEntry> entries_;  // by number
+  uint32_t newest_ = 0;              // time
+};
+
+}  // namespace minidba
+
+#endif

@@ -1,0 +1,61 @@
+#include "tools/minidba/opening.h"
+
+#include <ostream>
+
+#include "tools/minidba/failure.h"
+#include "tools/minidba/faults.h"
+#include "tools/minidba/verbs.h"
+
+namespace minidba {
+namespace {
+
+KnownRecords read_known(const std::string &path, const Catalog &catalog) {
+  const auto status = status_of(path);
+  if (!status || catalog.predates(*status)) return KnownRecords();
+  return KnownRecords(read_index(path));
+}
+
+}  // namespace
+
+std::optional<std::string> index_of(const Options &options) {
+  if (!options.index.empty()) return options.index;
+  const std::string beside = options.database + ".idx";
+  return status_of(beside) ? std::optional(beside) : std::nullopt;
+}
+
+KnownRecords known_records(const Options &options, const Catalog &catalog, const Console &console) {
+  if (!catalog.exists()) return KnownRecords();
+  try {
+    const std::optional<std::string> path = index_of(options);
+    return path ? read_known(*path, catalog) : KnownRecords();
+  } catch (const Failure &failure) {
+    if (!options.quiet) console.errors << "minidba: " << failure.what() << ": no record is compared with it\n";
+    return KnownRecords();
+  }
+}
+
+void skip_damaged(Catalog &catalog, const Options &options, const Console &console) {
+  if (!options.skip_damaged) return;
+  Faults faults(console.errors);
+  catalog.skip_damaged([&](const std::string &fault) { faults.add("left out: " + fault); });
+  faults.close();
+}
+
+Catalog open_to_read(const Options &options, const Console &console) {
+  Catalog catalog(options.database);
+  skip_damaged(catalog, options, console);
+  return catalog;
+}
+
+void protect(Catalog &catalog, const Options &options, const Console &console) {
+  catalog.remember(known_records(options, catalog, console));
+  skip_damaged(catalog, options, console);
+}
+
+int status_of_work(const Catalog &catalog) { return catalog.is_partial() ? exit_found_fault : exit_done; }
+
+void add_skipped(std::vector<Figure> &details, const Catalog &catalog) {
+  if (catalog.is_partial()) details.push_back({"damaged", catalog.left_out()});
+}
+
+}  // namespace minidba
