@@ -10,7 +10,7 @@ using testing::HasSubstr;
 
 const std::string program = BINARY_DIR "/bin/minidba";
 const std::string verbs =
-    "one of update, expire, index, unclassified, get, list, delete, stats, verify, rebuild, export, import";
+    "one of update, expire, index, unclassified, get, list, delete, stats, verify, rebuild, export, salvage, import";
 
 Finished shell(const std::string &command) { return support::run({"/bin/sh", "-c", command}); }
 

@@ -27,7 +27,8 @@ class Verify : public testing::Test {
  protected:
   /// The descriptions have times of change a second apart.
   Verify() {
-    std::string stream = "@RDMHEADER { -\nrdm-version{3}:\t1.0\nminidba-next-number{1}:\t4\n}\n";
+    std::string stream =
+        "@RDMHEADER { -\nrdm-version{3}:\t1.0\nminidba-next-number{1}:\t4\nminidba-descriptions{1}:\t3\n}\n";
     for (int i = 1; i <= 3; ++i)
       stream += rd("http://localhost/" + std::to_string(i),
                    {{"rd-last-changed", "Sun, 09 Sep 2001 01:46:4" + std::to_string(i) + " GMT"},

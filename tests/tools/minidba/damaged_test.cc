@@ -1,0 +1,184 @@
+// Records whose bytes have changed on the disk without a trace: nothing takes them for sound ones.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "catalog_files.h"
+
+namespace {
+
+using support::Finished;
+using testing::HasSubstr;
+
+constexpr char way_on[] = " (--skip-damaged goes on without it)\n";
+
+/// A bit of a value had flipped. update copied the record, the next index took its checksum, and verify called the
+/// catalog sound.
+class Damaged : public testing::Test {
+ protected:
+  Damaged() {
+    std::string stream =
+        "@RDMHEADER { -\nrdm-version{3}:\t1.0\nminidba-next-number{2}:\t21\nminidba-descriptions{2}:\t20\n}\n";
+    for (int i = 1; i <= 20; ++i)
+      stream += rd(url(i), {{"rd-last-changed", "Sun, 09 Sep 2001 01:46:" + std::to_string(39 + i) + " GMT"},
+                            {"title", "No. " + std::to_string(i) + "."},
+                            {"rd-expires", "Fri, 31 Dec 2099 00:00:00 GMT"},
+                            {"minidba-number", std::to_string(i)}});
+    EXPECT_EQ(catalog_.run({"import"}, stream).status, 0);
+    EXPECT_EQ(catalog_.index().status, 0);
+  }
+  static std::string url(int number) { return "http://localhost/" + std::to_string(number); }
+  /// change puts a text in the place of another, and leaves no trace of it.
+  void change(const std::string &from, const std::string &to) {
+    struct stat status;
+    ASSERT_EQ(::stat(catalog_.path().c_str(), &status), 0);
+    std::string bytes = support::read_file(catalog_.path());
+    const size_t at = bytes.find(from);
+    ASSERT_NE(at, std::string::npos);
+    support::write_file(catalog_.path(), bytes.replace(at, from.size(), to));
+    const struct timespec times[] = {status.st_atim, status.st_mtim};
+    ASSERT_EQ(::utimensat(AT_FDCWD, catalog_.path().c_str(), times, 0), 0);
+  }
+  std::string fault(int number, const std::string &what = "its checksum is not that of the index") const {
+    return "damaged record " + std::to_string(number) + " (" + url(number) + ") in " + catalog_.path() + ": " + what;
+  }
+  std::string refusal(const std::string &count) const {
+    return "minidba: " + catalog_.path(".idx") + " is left as it is: " + count +
+           " damaged, or the index is of another catalog: bring back a backup, or index the records as they are with "
+           "--accept-damage\n";
+  }
+  CatalogFiles catalog_;
+};
+
+TEST_F(Damaged, AreNotIndexedUnlessTheyAreAccepted) {
+  const std::string index = support::read_file(catalog_.path(".idx"));
+  change("No. 3.", "No. X.");
+  change("No. 5.", "No. Y.");
+  for (const std::vector<std::string> &words : {std::vector<std::string>{"index", "--dry-run"}, {"index"}}) {
+    const Finished finished = catalog_.run(words);
+    EXPECT_EQ(finished.status, 2);
+    EXPECT_EQ(finished.out, "");
+    EXPECT_THAT(finished.errors, HasSubstr("minidba: " + fault(3) + "\n"));
+    EXPECT_THAT(finished.errors, HasSubstr("minidba: " + fault(5) + "\n"));
+    EXPECT_THAT(finished.errors, testing::EndsWith(refusal("2 records are")));
+  }
+  EXPECT_TRUE(support::read_file(catalog_.path(".idx")) == index);
+  EXPECT_EQ(catalog_.run({"verify"}).out, "damaged: 2 faults\n");
+  const Finished accepted = catalog_.run({"index", "--accept-damage"});
+  EXPECT_EQ(accepted.status, 0);
+  EXPECT_EQ(accepted.out, "20\n");
+  EXPECT_EQ(catalog_.run({"verify"}).out, "sound: 20 descriptions, 20 index entries\n");
+}
+
+TEST_F(Damaged, AreCopiedByNoWriter) {
+  const auto before = catalog_.records();
+  change("No. 3.", "No. X.");
+  const std::string database = support::read_file(catalog_.path());
+  const std::string input = rd(url(30), {{"title", "New"}});
+  for (const std::vector<std::string> &words : {std::vector<std::string>{"update"},
+                                                {"update", "--dry-run"},
+                                                {"delete", url(9)},
+                                                {"expire"},
+                                                {"rebuild"},
+                                                {"rebuild", "--dry-run"},
+                                                {"export"},
+                                                {"export", catalog_.path(".soif")}}) {
+    const Finished finished = catalog_.run(words, input);
+    EXPECT_EQ(finished.status, 2) << words[0];
+    EXPECT_EQ(finished.out, "");
+    EXPECT_EQ(finished.errors, "minidba: " + fault(3) + way_on);
+  }
+  EXPECT_TRUE(support::read_file(catalog_.path()) == database);
+  EXPECT_FALSE(support::file_exists(catalog_.path(".soif")));
+  const Finished unnamed = support::run(catalog_.command({"update"}), input);
+  EXPECT_EQ(unnamed.errors, "minidba: " + fault(3) + way_on) << "the index beside the database is used";
+}
+
+/// Where few records of many change, the file is copied as it stands.
+TEST_F(Damaged, AreFoundInACopyThatIsEdited) {
+  std::string stream;
+  for (int i = 100; i < 400; ++i) stream += rd(url(i), {{"body", std::string(1000, 'b')}});
+  ASSERT_EQ(catalog_.update(stream).status, 0);
+  ASSERT_EQ(catalog_.index().status, 0);
+  change("No. 3.", "No. X.");
+  EXPECT_EQ(catalog_.update(rd(url(400), {{"title", "New"}})).errors, "minidba: " + fault(3) + way_on);
+  EXPECT_EQ(catalog_.update(rd(url(3), {{"title", "New"}})).status, 0) << "what is replaced is not copied";
+  EXPECT_EQ(catalog_.index().status, 0);
+}
+
+TEST_F(Damaged, AreLeftOutWhenThatIsAsked) {
+  change("No. 3.", "No. X.");
+  const std::string left_out = "minidba: left out: " + fault(3) + "\n";
+  Finished finished = catalog_.run({"export", "--skip-damaged"});
+  EXPECT_EQ(finished.status, 1);
+  EXPECT_EQ(finished.errors, left_out);
+  EXPECT_THAT(finished.out, HasSubstr("minidba-descriptions{2}:\t19\n"));
+  finished = catalog_.run({"update", "--skip-damaged"}, rd(url(30), {{"title", "New"}}));
+  EXPECT_EQ(finished.status, 1);
+  EXPECT_EQ(finished.out, "1\n");
+  EXPECT_EQ(finished.errors, left_out + "minidba: 1 new, 0 changed, 0 unchanged, 0 rejected, 1 damaged\n");
+  EXPECT_EQ(catalog_.records().size(), 20u);
+  EXPECT_EQ(catalog_.run({"get", url(3)}).errors, "minidba: no description " + url(3) + "\n");
+  EXPECT_EQ(catalog_.index().status, 0);
+  EXPECT_EQ(catalog_.run({"verify"}).out, "sound: 20 descriptions, 20 index entries\n");
+}
+
+TEST_F(Damaged, KeepTheirEntriesWhenTheIndexLeavesThemOut) {
+  const std::string index = support::read_file(catalog_.path(".idx"));
+  change("No. 3.", "No. X.");
+  const Finished finished = catalog_.run({"index", "--skip-damaged"});
+  EXPECT_EQ(finished.status, 1);
+  EXPECT_EQ(finished.out, "20\n");
+  EXPECT_EQ(finished.errors, "minidba: left out: " + fault(3) + "\nminidba: 1 damaged\n");
+  EXPECT_TRUE(support::read_file(catalog_.path(".idx")) == index);
+  EXPECT_EQ(catalog_.index().status, 2) << "the next index does not take it for a new one";
+}
+
+TEST_F(Damaged, AreFoundWhereTheirTimeOfChangeIsDamaged) {
+  change("01:46:42", "01:46:40");
+  change("rd-last-changed{29}:\tSun, 09 Sep 2001 01:46:44", "rd-lost-changed{29}:\tSun, 09 Sep 2001 01:46:44");
+  const Finished finished = catalog_.index();
+  EXPECT_EQ(finished.status, 2);
+  EXPECT_THAT(finished.errors, HasSubstr(fault(3, "its time of change is not that of the index")));
+  EXPECT_THAT(finished.errors, HasSubstr(fault(5, "it has lost its time of change")));
+  EXPECT_THAT(finished.errors, testing::EndsWith(refusal("2 records are")));
+}
+
+TEST_F(Damaged, AreNoneThatWereChangedAndChangedBack) {
+  const std::string original = rd(url(3), {{"title", "No. 3."}, {"rd-expires", "Fri, 31 Dec 2099 00:00:00 GMT"}});
+  EXPECT_EQ(catalog_.update(rd(url(3), {{"title", "Other"}})).status, 0);
+  EXPECT_EQ(catalog_.update(original).status, 0);
+  EXPECT_EQ(catalog_.index().status, 0);
+  EXPECT_EQ(catalog_.run({"verify"}).status, 0);
+}
+
+TEST_F(Damaged, AreNoneWithoutAnIndexThatTellsOfThem) {
+  change("No. 3.", "No. X.");
+  support::write_file(catalog_.path(".idx"), "no index");
+  const std::string note = "minidba: not an index: " + catalog_.path(".idx") + ": no record is compared with it\n";
+  const Finished finished = catalog_.update(rd(url(30), {{"title", "New"}}));
+  EXPECT_EQ(finished.status, 0);
+  EXPECT_THAT(finished.errors, testing::StartsWith(note));
+  EXPECT_EQ(catalog_.index().errors, note);
+  EXPECT_EQ(catalog_.run({"verify"}).out, "sound: 21 descriptions, 21 index entries\n");
+}
+
+TEST_F(Damaged, PagesAreLeftOutByEveryVerbThatReads) {
+  catalog_.put("00000004", "no object");
+  const std::string left_out =
+      "minidba: left out: damaged record 4 in " + catalog_.path() + ": it is not a SOIF object\n";
+  for (const std::vector<std::string> &words :
+       {std::vector<std::string>{"list"}, {"stats"}, {"unclassified"}, {"get", "5"}}) {
+    std::vector<std::string> skipping = words;
+    skipping.emplace_back("--skip-damaged");
+    const Finished finished = catalog_.run(skipping);
+    EXPECT_EQ(finished.status, 1) << words[0];
+    EXPECT_EQ(finished.errors, left_out);
+    EXPECT_NE(finished.out, "");
+  }
+  EXPECT_EQ(catalog_.run({"expire", "--skip-damaged"}).status, 1);
+  EXPECT_EQ(catalog_.records().size(), 19u);
+}
+
+}  // namespace

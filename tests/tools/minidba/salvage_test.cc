@@ -1,0 +1,139 @@
+// What can be had of a database that no other verb reads any more.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "catalog_files.h"
+#include "dba/hash_file.h"
+
+namespace {
+
+using support::Finished;
+using testing::HasSubstr;
+
+constexpr int count = 100, long_one = 40;
+
+class Salvage : public testing::Test {
+ protected:
+  Salvage() {
+    std::string stream;
+    for (int i = 1; i <= count; ++i)
+      stream += rd(url(i), {{"title", "T"}, {"body", std::string(i == long_one ? 90000 : 1500, 'b')}});
+    EXPECT_EQ(catalog_.update(stream).status, 0);
+    EXPECT_EQ(catalog_.run({"delete", url(count)}).status, 0);
+    catalog_.index();
+    bytes_ = support::read_file(catalog_.path());
+    exported_ = catalog_.run({"export"}).out;
+  }
+  static std::string url(int number) { return "http://localhost/" + std::to_string(number); }
+  size_t page_size() const {
+    return hash_file::decode(reinterpret_cast<const unsigned char *>(bytes_.data())).page_size;
+  }
+  void spoil(size_t from, size_t size, char byte = '\x7f') {
+    std::fill_n(bytes_.begin() + static_cast<std::ptrdiff_t>(from), size, byte);
+    support::write_file(catalog_.path(), bytes_);
+  }
+  /// salvaged returns the stream. The database stays as it is.
+  std::string salvaged(int status, const std::string &errors) {
+    const std::string before = support::read_file(catalog_.path());
+    const Finished finished = catalog_.run({"salvage"});
+    EXPECT_EQ(finished.status, status);
+    EXPECT_THAT(finished.errors, HasSubstr(errors));
+    EXPECT_TRUE(support::read_file(catalog_.path()) == before);
+    return finished.out;
+  }
+  static std::string summary(int found, int lost, int damaged, int pages) {
+    return "minidba: " + std::to_string(found) + " salvaged, " + std::to_string(lost) + " lost, " +
+           std::to_string(damaged) + " damaged, " + std::to_string(pages) + " pages not read\n";
+  }
+  CatalogFiles catalog_;
+  std::string bytes_, exported_;
+};
+
+TEST_F(Salvage, OfASoundCatalogIsTheSameAsAnExport) {
+  EXPECT_TRUE(salvaged(0, summary(99, 0, 0, 0)) == exported_) << "what was deleted stays so";
+}
+
+TEST_F(Salvage, OfADamagedHeaderGoesByThePages) {
+  spoil(0, hash_file::header_size);
+  const std::string errors = "minidba: the header is damaged: it was made out from the pages\n";
+  EXPECT_TRUE(salvaged(1, errors) == exported_) << "the record that is longer than a page too";
+}
+
+TEST_F(Salvage, OfADamagedFirstPageKeepsEveryRecordAndItsNumber) {
+  spoil(0, 4096);
+  EXPECT_TRUE(salvaged(1, summary(99, 0, 0, 0)) == exported_) << "the URL map knows the next number";
+}
+
+TEST_F(Salvage, OfDamagedSlotsFindsTheRecordsBetween) {
+  for (size_t page = 1; page < bytes_.size() / page_size(); ++page) spoil(page * page_size(), 8);
+  const Finished finished = catalog_.run({"salvage"});
+  EXPECT_EQ(finished.status, 1);
+  EXPECT_THAT(finished.errors, HasSubstr("minidba: lost: description 40: " + url(long_one) + "\n"));
+  EXPECT_THAT(finished.errors, HasSubstr("minidba: 98 salvaged, 1 lost, 0 damaged, "));
+  EXPECT_THAT(finished.errors, HasSubstr(" could not be read\n"));
+}
+
+TEST_F(Salvage, OfAFileThatWasCutSaysWhatIsLost) {
+  ASSERT_EQ(::truncate(catalog_.path().c_str(), static_cast<off_t>(bytes_.size() * 2 / 3)), 0);
+  const Finished finished = catalog_.run({"salvage"});
+  EXPECT_EQ(finished.status, 1);
+  const auto found = std::count(finished.out.begin(), finished.out.end(), '@') - 1;
+  const std::string lost = "lost: description ";
+  int64_t lines = 0;
+  for (size_t at = 0; (at = finished.errors.find(lost, at)) != std::string::npos; at += lost.size()) ++lines;
+  EXPECT_GT(found, 30);
+  EXPECT_GT(lines, 0);
+  EXPECT_EQ(found + lines, count - 1) << finished.errors;
+  const CatalogFiles restored;
+  EXPECT_EQ(restored.run({"import"}, finished.out).out, std::to_string(found) + "\n");
+  EXPECT_EQ(support::run(restored.command({"verify"})).status, 0);
+}
+
+TEST_F(Salvage, ARecordUnderAnotherKeyGetsTheNumberOfItsUrl) {
+  bytes_.replace(bytes_.find("}\n00000003") + 2, 8, "0000000b");
+  support::write_file(catalog_.path(), bytes_);
+  EXPECT_TRUE(salvaged(0, summary(99, 0, 0, 0)) == exported_);
+}
+
+TEST_F(Salvage, ARecordThatContradictsTheIndexIsWrittenAndNamed) {
+  const size_t at = bytes_.find("bbbb", bytes_.find("@DOCUMENT { " + url(7) + "\n"));
+  spoil(at, 1, 'x');
+  const std::string text = salvaged(
+      1, "minidba: damaged, but written: description 7 (" + url(7) + "): its checksum is not that of the index\n");
+  EXPECT_EQ(text.size(), exported_.size());
+  EXPECT_NE(text, exported_);
+}
+
+TEST_F(Salvage, OfPagesThatFormALoopComesToAnEnd) {
+  const auto header = hash_file::decode(reinterpret_cast<const unsigned char *>(bytes_.data()));
+  for (uint64_t page = 1; page < bytes_.size() / page_size(); ++page) {
+    uint16_t slots = 0;
+    std::copy_n(&bytes_[page * page_size()], 2, reinterpret_cast<char *>(&slots));
+    // The page goes on to itself, or to another that has been read.
+    if (slots == 2 && header.spares[0] > 0) spoil(page * page_size() + 4, 1, 0);
+  }
+  EXPECT_EQ(catalog_.run({"salvage"}).status, 1);
+}
+
+TEST_F(Salvage, ToAFile) {
+  const Finished finished = catalog_.run({"salvage", catalog_.path(".soif")});
+  EXPECT_EQ(finished.status, 0);
+  EXPECT_EQ(finished.out, "99\n");
+  EXPECT_EQ(finished.errors, summary(99, 0, 0, 0));
+  EXPECT_TRUE(support::read_file(catalog_.path(".soif")) == exported_);
+}
+
+TEST_F(Salvage, OfNothingFailsAndWritesNothing) {
+  for (const char *text : {"", "hello", "@DOCUMENT { http://localhost/1\n"}) {
+    support::write_file(catalog_.path(), text);
+    const Finished finished = catalog_.run({"salvage", catalog_.path(".soif")});
+    EXPECT_EQ(finished.status, 2) << text;
+    EXPECT_THAT(finished.errors, testing::EndsWith("minidba: no description can be read in " + catalog_.path() + "\n"));
+    EXPECT_FALSE(support::file_exists(catalog_.path(".soif")));
+  }
+}
+
+}  // namespace
