@@ -51,6 +51,7 @@ TemporaryFolder::TemporaryFolder() : maker_(::getpid()) {
     if (::mkdtemp(path_.data()) == nullptr)
       throw minidba::system_failure("cannot create a temporary folder in " + parent);
     lock_ = open_locked(path_);
+    if (!lock_) ::rmdir(path_.c_str());
   }
   if (!lock_ || ::setenv("TMPDIR", path_.c_str(), 1) != 0)
     throw minidba::system_failure("cannot use a temporary folder in " + parent);
