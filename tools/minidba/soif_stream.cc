@@ -37,11 +37,12 @@ int copy_of(int input, const std::string &name, const std::string &beside, const
 }  // namespace
 
 SoifStream::SoifStream(int input, const std::string &beside, const Copied &copied, std::string name)
-    : name_(std::move(name)) {
-  const int fd = can_be_read_twice(input) ? ::fcntl(input, F_DUPFD_CLOEXEC, 0) : copy_of(input, name_, beside, copied);
-  file_.reset(fd == -1 ? nullptr : ::fdopen(fd, "r"));
+    : name_(std::move(name)),
+      descriptor_(can_be_read_twice(input) ? ::fcntl(input, F_DUPFD_CLOEXEC, 0)
+                                           : copy_of(input, name_, beside, copied)) {
+  file_.reset(descriptor_ == -1 ? nullptr : ::fdopen(descriptor_, "r"));
   struct stat status;
-  if (!file_ || ::fstat(fd, &status) != 0) throw system_failure("cannot read " + name_);
+  if (!file_ || ::fstat(descriptor_, &status) != 0) throw system_failure("cannot read " + name_);
   size_ = status.st_size;
   scan_.emplace(file_.get(), size_);
 }
@@ -107,7 +108,7 @@ std::optional<SoifStream::Misfit> SoifStream::misfit_before(int64_t end) const {
 
 /// read_at reads around the stream, whose position stays.
 size_t SoifStream::read_at(int64_t offset, char *bytes, size_t count) const {
-  const ssize_t got = uninterrupted([&] { return ::pread(::fileno(file_.get()), bytes, count, offset); });
+  const ssize_t got = uninterrupted([&] { return ::pread(descriptor_, bytes, count, offset); });
   if (got < 0) throw system_failure("cannot read " + name_);
   return static_cast<size_t>(got);
 }

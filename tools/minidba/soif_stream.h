@@ -63,6 +63,7 @@ class SoifStream {
     void operator()(FILE *file) const { std::fclose(file); }
   };
   std::string name_;
+  int descriptor_;  // belongs to file_
   std::unique_ptr<FILE, close_file> file_;
   std::optional<SoifScan> scan_;
   int64_t size_ = 0;
