@@ -87,6 +87,8 @@ const std::vector<Request> &requests() {
       {"a schema description", "GET", "/rdm/schema-description-request", "", "", 3},
       {"a taxonomy", "GET", "/rdm/taxonomy-description-request", "", "", 3},
       {"a wrong scope", "POST", "/rdm/rd-request", "", message("rd-request", "some")},
+      {"a wrong version", "POST", "/rdm/incoming", "",
+       soif("RDMHEADER", "-", {{"rdm-version", "9.9"}, {"rdm-type", "status-request"}}) + "\n\n"},
       {"a wrong type", "POST", "/rdm/incoming", "", message("nonsense", "")},
       {"a wrong method", "PUT", "/rdm/incoming", "", ""},
       {"no message", "POST", "/rdm/incoming", "", "nonsense"},
