@@ -10,6 +10,7 @@
 #include "tools/minidba/opening.h"
 #include "tools/minidba/record.h"
 #include "tools/minidba/report.h"
+#include "tools/minidba/soif_scan.h"
 #include "tools/minidba/stamp.h"
 #include "tools/minidba/url_map.h"
 #include "tools/minidba/used_numbers.h"
@@ -55,6 +56,14 @@ void read_index_of(const Options &options, const File &database, Witnesses &witn
   // It is damaged too.
 }
 
+/// can_be_imported returns true if an import takes an object. It is stricter about names than the parser: a damaged
+/// size leaves strange ones behind.
+bool can_be_imported(const SOIF *object) {
+  std::string text = print(object);
+  const stdio_ptr file(::fmemopen(text.data(), text.size(), "r"));
+  return file && SoifScan(file.get(), static_cast<int64_t>(text.size())).fault_of(0).empty();
+}
+
 /// Find is the best copy of a record that was found.
 struct Find {
   int trust = -1;  // the more the better
@@ -71,7 +80,7 @@ class Salvage {
 
   void take(Wreck::Origin origin, std::string_view key, std::string_view value) {
     const soif_ptr object = parse(value);
-    if (!object || std::string_view(object->url) == "-") return;
+    if (!object || std::string_view(object->url) == "-" || !can_be_imported(object.get())) return;
     const std::optional<uint32_t> number = number_for(origin, key, object->url);
     if (!number) return;
     const time_t time = change_time(object.get());

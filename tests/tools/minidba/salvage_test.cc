@@ -107,6 +107,16 @@ TEST_F(Salvage, ARecordThatContradictsTheIndexIsWrittenAndNamed) {
   EXPECT_NE(text, exported_);
 }
 
+/// The parser reads on behind a value whose size is damaged, and finds an attribute with a strange name. The stream
+/// with it was refused by import as a whole.
+TEST_F(Salvage, ARecordThatNoImportWouldTakeIsLost) {
+  const size_t record = bytes_.find("@DOCUMENT { " + url(7) + "\n");
+  spoil(bytes_.find("body{1500}", record) + 6, 1, '4');
+  const std::string text = salvaged(1, "minidba: lost: description 7: " + url(7) + "\n");
+  const CatalogFiles restored;
+  EXPECT_EQ(restored.run({"import"}, text).out, "98\n");
+}
+
 TEST_F(Salvage, OfPagesThatFormALoopComesToAnEnd) {
   const auto header = hash_file::decode(reinterpret_cast<const unsigned char *>(bytes_.data()));
   for (uint64_t page = 1; page < bytes_.size() / page_size(); ++page) {
