@@ -90,8 +90,8 @@ class Salvage {
     if (std::pair(trust, time) <= std::pair(best.trust, best.time) && best.size > 0) return;
     best = {trust, time, texts_.append(value), static_cast<uint32_t>(value.size()), fault};
   }
-  /// drop_same_urls keeps of finds with one URL the best: an import takes no others.
-  void drop_same_urls(std::ostream &errors);
+  /// drop_same_urls keeps of finds with one URL the best: an import takes no others. Returns how many it drops.
+  int64_t drop_same_urls(std::ostream &errors);
 
   const std::map<uint32_t, Find> &finds() const { return finds_; }
   std::string text_of(const Find &find) const {
@@ -122,7 +122,7 @@ class Salvage {
   std::map<uint32_t, Find> finds_;
 };
 
-void Salvage::drop_same_urls(std::ostream &errors) {
+int64_t Salvage::drop_same_urls(std::ostream &errors) {
   std::unordered_map<std::string, uint32_t> best;
   std::vector<uint32_t> dropped;
   for (const auto &[number, find] : finds_) {
@@ -139,6 +139,7 @@ void Salvage::drop_same_urls(std::ostream &errors) {
            << " is newer and has the same URL: " << url << '\n';
   }
   for (const uint32_t number : dropped) finds_.erase(number);
+  return static_cast<int64_t>(dropped.size());
 }
 
 /// Loss names what is lost and counts it.
@@ -153,6 +154,14 @@ class Loss {
     for (const IndexEntry &entry : witnesses.index.entries())
       if (witnesses.urls.empty() && !finds.contains(entry.number))
         name("lost, or removed since the index was made: description " + std::to_string(entry.number), lost_);
+  }
+  /// count_nameless adds what neither the URL map nor the index knows: the header counted it.
+  void count_nameless(int64_t counted, int64_t found) {
+    const int64_t nameless = counted - found - lost_;
+    if (nameless <= 0) return;
+    errors_ << "minidba: lost: " << nameless << (nameless == 1 ? " description" : " descriptions")
+            << " that nothing names: the header counts " << counted << '\n';
+    lost_ += nameless;
   }
   void name_damaged(uint32_t number, const std::string &url, const std::string &fault) {
     name("damaged, but written: description " + std::to_string(number) + " (" + url + "): " + fault, damaged_);
@@ -233,10 +242,11 @@ int salvage(const Options &options, const Console &console) {
   Salvage salvage(witnesses, options.database);
   wreck.each(
       [&](Wreck::Origin origin, std::string_view key, std::string_view value) { salvage.take(origin, key, value); });
-  salvage.drop_same_urls(console.errors);
+  const int64_t dropped = salvage.drop_same_urls(console.errors);
   Loss loss(console.errors);
   loss.name_pages(wreck);
   loss.name_records(witnesses, salvage.finds());
+  loss.count_nameless(wreck.counted(), static_cast<int64_t>(salvage.finds().size()) + dropped);
   for (const auto &[number, find] : salvage.finds())
     if (!find.fault.empty()) loss.name_damaged(number, url_of(salvage.text_of(find)).value_or(""), find.fault);
   if (salvage.finds().empty() && loss.any()) throw Failure("no description can be read in " + options.database);

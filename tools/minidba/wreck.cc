@@ -165,6 +165,12 @@ uint32_t Wreck::guessed_shift() const {
   return best;
 }
 
+/// Without a stamp the file was written by the library, which counts wrongly now and then, even less than none.
+int64_t Wreck::counted() const {
+  const bool is_reliable = is_sound_ && size_ >= 512 && Stamp::read(file_);
+  return is_reliable ? std::max(static_cast<int32_t>(header_->records), 0) : 0;
+}
+
 void Wreck::each(const Visit &visit) {
   if (header_) {
     walk(visit);

@@ -37,6 +37,8 @@ class Wreck {
   /// made out from the pages. Without a header, records longer than a page are not found.
   bool header_is_sound() const { return is_sound_; }
   bool has_header() const { return header_.has_value(); }
+  /// counted returns how many records a sound header says there are, 0 when nothing reliable says it.
+  int64_t counted() const;
 
   /// Range is a run of pages.
   struct Range {

@@ -92,6 +92,24 @@ TEST_F(Salvage, OfAFileThatWasCutSaysWhatIsLost) {
   EXPECT_EQ(support::run(restored.command({"verify"})).status, 0);
 }
 
+/// Without a URL map and an index nothing names what is lost. A salvage of half a database found "0 lost", status 0.
+TEST_F(Salvage, WithoutOtherFilesCountsWhatIsLost) {
+  const Finished whole = catalog_.run({"salvage"});
+  for (const char *suffix : {".url", ".idx"}) ASSERT_EQ(::unlink(catalog_.path(suffix).c_str()), 0);
+  EXPECT_TRUE(salvaged(0, summary(99, 0, 0, 0)) == whole.out);
+  bytes_ = support::read_file(catalog_.path());
+  const size_t page = bytes_.find(url(7) + "\n") / page_size() * page_size();
+  spoil(page, page_size(), 0);
+  const Finished finished = catalog_.run({"salvage"});
+  const auto found = std::count(finished.out.begin(), finished.out.end(), '@') - 1;
+  const std::string lost = std::to_string(99 - found);
+  EXPECT_EQ(finished.status, 1);
+  EXPECT_LT(found, 99);
+  EXPECT_EQ(finished.errors, "minidba: lost: " + lost + (lost == "1" ? " description" : " descriptions") +
+                                 " that nothing names: the header counts 99\n" +
+                                 summary(static_cast<int>(found), 99 - static_cast<int>(found), 0, 0));
+}
+
 TEST_F(Salvage, ARecordUnderAnotherKeyGetsTheNumberOfItsUrl) {
   bytes_.replace(bytes_.find("}\n00000003") + 2, 8, "0000000b");
   support::write_file(catalog_.path(), bytes_);
