@@ -17,7 +17,7 @@ namespace check {
 namespace {
 
 constexpr std::uint32_t hash_magic = 0x061561;
-constexpr std::size_t key_size = 8;
+constexpr std::size_t key_size = 8, nowhere = std::string_view::npos;
 
 /// Entry is an entry of the index.
 struct Entry : index_format::Entry {
@@ -88,8 +88,8 @@ std::optional<std::uint32_t> number_of(std::string_view key) {
 std::time_t change_time(std::string_view record) {
   constexpr std::string_view attribute = "\nrd-last-changed{", end_of_head = "}:\t";
   const std::size_t start = record.rfind(attribute);
-  const std::size_t value = start == record.npos ? start : record.find(end_of_head, start);
-  if (value == record.npos) return 0;
+  const std::size_t value = start == nowhere ? start : record.find(end_of_head, start);
+  if (value == nowhere) return 0;
   const std::string text(record.substr(value + end_of_head.size(), 64));
   struct tm fields {};
   return ::strptime(text.c_str(), "%a, %d %b %Y %H:%M:%S GMT", &fields) != nullptr ? ::timegm(&fields) : 0;

@@ -91,6 +91,7 @@ class Reader {
   void read_body(bool required);
   Object read_object();
   void read_attributes(Object &object);
+  bool takes_end(const AttributeHead &head, std::size_t fit) const;
   bool read_value(AttributeHead &head);
   void skip_line(const Object &object, const std::optional<AttributeHead> &last);
   std::optional<std::size_t> fit_for(std::size_t value);
@@ -197,13 +198,21 @@ void Reader::read_attributes(Object &object) {
         "the " + std::string(object.name) + " object has no end" + (at_ < text_.size() ? "" : ": the file is cut"));
 }
 
+/// takes_end returns true if a value takes the end of its object with it: more than blanks stands behind the count that
+/// would fit, and behind the whole value the file ends or another object begins.
+bool Reader::takes_end(const AttributeHead &head, std::size_t fit) const {
+  const std::size_t next = text_.find_first_not_of(white_space, head.value + head.size);
+  const bool is_last = next == nowhere || text_[next] == '@';
+  return is_last && fit < head.size && value_of(head).find_first_not_of(white_space, fit) != nowhere;
+}
+
 /// read_value goes to the end of a value; a size that does not fit is put right. Returns false, after an error, when
 /// the end of the value cannot be told.
 bool Reader::read_value(AttributeHead &head) {
   const std::size_t left = text_.size() - head.value;
   const auto fit = fit_for(head.value);
   const std::string announced = quote(head.name) + " announces " + counted(head.size);
-  if (head.size <= left && ends_line_at(text_, head.value + head.size)) {
+  if (head.size <= left && ends_line_at(text_, head.value + head.size) && !(fit && takes_end(head, *fit))) {
     if (fit && line_end_before(value_of(head), 0, begins_part_at) != nowhere)
       report_.warning(line_of(head.place), announced + ", the lines of further attributes among them; " +
                                                std::to_string(*fit) + " would fit without those");

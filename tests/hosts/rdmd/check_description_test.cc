@@ -93,6 +93,9 @@ TEST(CheckDescription, NamesTheCountThatWouldFit) {
       {"title{21}:\tBooks\nlanguage{2}:\ten\n",
        "7: warning: \"title\" announces 21 bytes, the lines of further attributes among them; 5 would fit without "
        "those\n"},
+      // A count that takes the end of the object with it.
+      {"title{7}:\tBooks\n", "7: error: \"title\" announces 7 bytes; 5 would fit\n"},
+      {"title{8}:\tBooks\n", "7: error: \"title\" announces 8 bytes; 5 would fit\n"},
       // What readers take as it is.
       {"title{5}:\tBooks\n\n \t\r\n", ""},
       {"title{5}:\tBooks  \n", ""},
@@ -151,6 +154,8 @@ TEST(CheckDescription, EveryObjectHasItsEnd) {
 }
 
 TEST(CheckDescription, ReadsEveryObject) {
+  EXPECT_EQ(found(header + "@SERVER { -\ntitle{7}:\tBooks\n}\n\n" + body),
+            "7: error: \"title\" announces 7 bytes; 5 would fit\n");
   EXPECT_EQ(found(header + body + "\n" + body + "\n@OTHER{ -\nid{2}:\tx\n}\n"),
             "15: error: \"id\" announces 2 bytes; 1 would fit\n");
   EXPECT_EQ(found(header + body + "SERVER { -\nid{2}:\tx\n}\n\n" + body),

@@ -15,6 +15,7 @@
 #include "support/process.h"
 
 /// "partly.test" is a name that has one address of this machine and one of another.
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): the C library's names are reserved
 extern "C" int getaddrinfo(const char *node, const char *service, const addrinfo *hints, addrinfo **found) {
   const auto real = reinterpret_cast<decltype(&::getaddrinfo)>(::dlsym(RTLD_NEXT, "getaddrinfo"));
   if (std::string_view(node) != "partly.test") return real(node, service, hints, found);
