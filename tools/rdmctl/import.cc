@@ -32,6 +32,7 @@ using minidba::system_failure;
 
 constexpr uint32_t body_memory = 32768;
 constexpr std::string_view message_start = "@RDMHEADER";
+constexpr int64_t longest_header = 65536;
 
 /// Delivery is the request that a gatherer would send.
 struct Delivery {
@@ -60,13 +61,16 @@ void read_body(Delivery &delivery, int64_t limit) {
   }
 }
 
-/// is_message says whether the file is a whole message, with a header of its own in front.
+/// is_message says whether the file is a whole message, with a header of its own in front. What stands before the first
+/// object is passed over, as the update does: empty lines, or the mark that some editors put at the beginning.
 bool is_message(const Delivery &delivery) {
-  std::array<char, message_start.size()> start;
+  std::array<char, longest_header> start;
   csio_rewind(delivery.body.get());
   const int32_t count = csio_copy(delivery.body.get(), start.data(), start.size());
   csio_rewind(delivery.body.get());
-  return ascii::iequals({start.data(), static_cast<size_t>(std::max(count, 0))}, message_start);
+  const std::string_view text(start.data(), static_cast<size_t>(std::max(count, 0)));
+  const size_t at = std::min(text.find('@'), text.size());
+  return ascii::iequals(text.substr(at, message_start.size()), message_start);
 }
 
 /// read_header takes the type of the message from its own header where there is one. The update passes that header
@@ -102,7 +106,6 @@ Delivery read_delivery(const std::string &name, const Options &options, int64_t 
 /// check_deliveries refuses all deliveries for one that cannot be read or is of the wrong kind. What comes through a
 /// pipe can be read only once, so that it is looked at when its turn comes.
 void check_deliveries(const Options &options) {
-  constexpr int64_t longest_header = 65536;
   for (const std::string &name : options.files) {
     const auto status = name == "-" ? std::nullopt : minidba::status_of(name);
     if (name != "-" && (!status || S_ISREG(status->st_mode) || S_ISDIR(status->st_mode)))
@@ -230,11 +233,13 @@ int import_files(const Options &options, std::ostream &out, std::ostream &errors
   check_deliveries(options);
   size_t done = 0, failed = 0;
   for (const std::string &name : options.files) {
+    const Outcome outcome(options.csid);
     int status = tools::exit_failure;
     try {
       status = import_file(name, options, out, errors);
     } catch (const Failure &failure) {
       errors << "rdmctl: " << failure.what() << '\n';
+      if (outcome.database_changed()) status = exit_incomplete;
     }
     if (status == exit_done) ++done;
     if (status == tools::exit_failure) ++failed;

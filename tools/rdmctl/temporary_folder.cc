@@ -19,6 +19,9 @@ namespace fs = std::filesystem;
 
 constexpr char prefix[] = "rdmctl-";
 
+/// A file of this name says that the folder around it was made here: somebody may keep another one beside it.
+constexpr char mark[] = ".rdmctl-import";
+
 std::string parent_folder() {
   const char *named = std::getenv("TMPDIR");
   return named != nullptr && *named != '\0' ? named : P_tmpdir;
@@ -32,12 +35,35 @@ file_guard open_locked(const std::string &path) {
   return is_own && ::flock(folder.get(), LOCK_EX | LOCK_NB) == 0 ? std::move(folder) : file_guard();
 }
 
+/// set_mark returns whether the mark is in a folder now.
+bool set_mark(const fs::path &folder) {
+  return static_cast<bool>(minidba::open_file((folder / mark).string(), O_WRONLY | O_CREAT | O_EXCL, 0600));
+}
+
+/// empty removes what is in a folder besides the mark, and returns whether it could.
+bool empty(const fs::path &folder) {
+  std::error_code error;
+  for (fs::directory_iterator at(folder, error); !error && at != fs::directory_iterator();) {
+    if (at->path().filename() != mark) fs::remove_all(at->path(), error);
+    if (!error) at.increment(error);
+  }
+  return !error;
+}
+
+/// remove_made removes a folder that was made here. The mark goes after all else: if something stays, the next import
+/// tries again. Without a mark a folder goes only if nothing is in it.
+void remove_made(const fs::path &folder) {
+  std::error_code ignored;
+  if (fs::exists(folder / mark, ignored) && empty(folder)) fs::remove(folder / mark, ignored);
+  fs::remove(folder, ignored);
+}
+
 /// remove_abandoned removes folders whose makers were killed.
 void remove_abandoned(const std::string &parent) {
   std::error_code ignored;
   for (const auto &entry : fs::directory_iterator(parent, ignored))
     if (entry.path().filename().string().starts_with(prefix))
-      if (const file_guard folder = open_locked(entry.path().string())) fs::remove_all(entry.path(), ignored);
+      if (const file_guard folder = open_locked(entry.path().string())) remove_made(entry.path());
 }
 
 }  // namespace
@@ -53,13 +79,14 @@ TemporaryFolder::TemporaryFolder() : maker_(::getpid()) {
     lock_ = open_locked(path_);
     if (!lock_) ::rmdir(path_.c_str());
   }
-  if (!lock_ || ::setenv("TMPDIR", path_.c_str(), 1) != 0)
-    throw minidba::system_failure("cannot use a temporary folder in " + parent);
+  if (lock_ && set_mark(path_) && ::setenv("TMPDIR", path_.c_str(), 1) == 0) return;
+  const minidba::Failure failure = minidba::system_failure("cannot use a temporary folder in " + parent);
+  if (lock_) remove_made(path_);
+  throw failure;
 }
 
 TemporaryFolder::~TemporaryFolder() {
-  std::error_code ignored;
-  if (::getpid() == maker_) fs::remove_all(path_, ignored);
+  if (::getpid() == maker_) remove_made(path_);
 }
 
 }  // namespace rdmctl

@@ -12,7 +12,7 @@ namespace rdmctl {
 
 /// TemporaryFolder is made in the folder for temporary files, takes its place in TMPDIR, and is removed at the end of
 /// its scope with all that is in it, also what a command left there that was killed. The process that made it holds a
-/// lock on it: folders of processes that were killed are removed by the next.
+/// lock on it: folders of processes that were killed are removed by the next, which knows them by a file in them.
 class TemporaryFolder {
  public:
   /// Throws a Failure when there can be no folder.

@@ -102,6 +102,43 @@ TEST_F(Import, ADeleteResponseIsRefusedWithoutTheOption) {
   EXPECT_EQ(support::read_file(service_.path("unclassified")), "http://localhost/1\n");
 }
 
+// Empty lines or a byte order mark in front hid the header: what was to go came as an update, and emptied what was
+// there.
+TEST_F(Import, ADeleteResponseIsKnownBehindWhatTheUpdatePassesOver) {
+  for (const std::string &front : {std::string("\n\n"), std::string("\xEF\xBB\xBF"), std::string(100, '\n')}) {
+    const Finished finished = service_.import({"-"}, front + delete_header + book(2));
+    EXPECT_EQ(finished.status, 2);
+    EXPECT_EQ(finished.errors, "rdmctl: - is an rd-delete-response: give --delete to delete what it names\n");
+  }
+  service_.import({"-"}, book(1) + book(2));
+  EXPECT_EQ(service_.import({"--delete", "-"}, "\n" + delete_header + book(2)).out,
+            "Deleted 1 RDs from Unknown-Source\n");
+}
+
+TEST_F(Import, ADeletionThatGetsStuckSaysThatTheCatalogHasChanged) {
+  service_.import({"-"}, book(1) + book(2));
+  const std::string index = service_.database() + ".idx";
+  std::filesystem::remove(index);
+  std::filesystem::create_directory(index);
+  const Finished finished = service_.import({"--delete", "-"}, delete_header + book(1));
+  EXPECT_EQ(finished.status, 1);
+  EXPECT_THAT(finished.errors, HasSubstr(index));
+}
+
+// Whatever had a name like that of a temporary folder was removed, with all that somebody kept in it.
+TEST_F(Import, RemovesOnlyTemporaryFoldersThatAnImportHasMade) {
+  const std::filesystem::path folder = service_.temporary_folder();
+  for (const char *name : {"rdmctl-backup", "rdmctl-killed"}) {
+    std::filesystem::create_directory(folder / name);
+    support::write_file(folder / name / "file", "text");
+  }
+  support::write_file(folder / "rdmctl-killed" / ".rdmctl-import", "");
+  EXPECT_EQ(service_.import({"-"}, book(1)).status, 0);
+  EXPECT_FALSE(std::filesystem::exists(folder / "rdmctl-killed"));
+  EXPECT_EQ(support::read_file(folder / "rdmctl-backup" / "file"), "text");
+  std::filesystem::remove_all(folder / "rdmctl-backup");
+}
+
 TEST_F(Import, ADeleteResponseDeletesWhatItsObjectsOrLinesName) {
   const std::pair<std::string, std::string> bodies[] = {{"objects", book(1) + book(3)},
                                                         {"lines", "http://localhost/1\r\n\n  http://localhost/3\n"}};
