@@ -23,13 +23,26 @@ std::optional<std::string> index_of(const Options &options) {
   return status_of(beside) ? std::optional(beside) : std::nullopt;
 }
 
+namespace {
+
+/// index_to_compare returns the index that may know of damage. One that is about to be written under a new name knows
+/// nothing, but that beside the database may.
+std::optional<std::string> index_to_compare(const Options &options) {
+  if (options.index.empty() || status_of(options.index)) return index_of(options);
+  Options unnamed = options;
+  unnamed.index.clear();
+  return index_of(unnamed);
+}
+
+}  // namespace
+
 KnownRecords known_records(const Options &options, const Catalog &catalog, const Console &console) {
   if (!catalog.exists()) return KnownRecords();
   try {
-    const std::optional<std::string> path = index_of(options);
+    const std::optional<std::string> path = index_to_compare(options);
     return path ? read_known(*path, catalog) : KnownRecords();
   } catch (const Failure &failure) {
-    if (!options.quiet) console.errors << "minidba: " << failure.what() << ": no record is compared with it\n";
+    console.errors << "minidba: " << failure.what() << ": no record is compared with it\n";
     return KnownRecords();
   }
 }

@@ -71,6 +71,21 @@ TEST_F(Damaged, AreNotIndexedUnlessTheyAreAccepted) {
   EXPECT_EQ(catalog_.run({"verify"}).out, "sound: 20 descriptions, 20 index entries\n");
 }
 
+/// An index made under a new name took the checksums of damaged records, and was then renamed.
+TEST_F(Damaged, AreNotTakenIntoAnIndexOfAnotherNameEither) {
+  change("No. 3.", "No. X.");
+  const Finished finished = support::run(catalog_.command({"-i", catalog_.path(".idx.next"), "index", "--quiet"}));
+  EXPECT_EQ(finished.status, 2);
+  EXPECT_THAT(finished.errors, testing::StartsWith("minidba: " + fault(3) + "\n"));
+  EXPECT_FALSE(support::file_exists(catalog_.path(".idx.next")));
+}
+
+TEST_F(Damaged, AreSaidNotToBeLookedForThoughAllElseIsQuiet) {
+  support::write_file(catalog_.path(".idx"), "no index");
+  EXPECT_EQ(catalog_.run({"rebuild", "--quiet"}).errors,
+            "minidba: not an index: " + catalog_.path(".idx") + ": no record is compared with it\n");
+}
+
 TEST_F(Damaged, AreCopiedByNoWriter) {
   const auto before = catalog_.records();
   change("No. 3.", "No. X.");
