@@ -118,11 +118,13 @@ std::string Catalog::fault_of(uint32_t number, std::string_view record) const {
 void Catalog::skip_damaged(const Told &told) {
   if (!table_) return;
   int64_t count = 0;
+  bool is_whole = true;
   const auto leave = [&](const std::string &fault) {
     told(fault);
     ++count;
   };
   const auto refuse = [&](std::string_view key, std::string_view record, const std::string &what) {
+    is_whole = is_whole && !key.empty();
     leave(key.empty() ? what : damaged_key(key, record, what));
   };
   const auto take = [&](std::string_view key, std::string_view record) {
@@ -134,9 +136,27 @@ void Catalog::skip_damaged(const Told &told) {
     skipped_.insert(*number);
   };
   table_->each_sound(take, refuse);
+  if (!is_whole) name_lost(told);
   left_out_ = count;
   is_checked_ = true;
   if (is_partial()) urls_.reset();
+}
+
+/// name_lost names what the URL map has and no page. The next map will not have it any more.
+void Catalog::name_lost(const Told &told) const try {
+  if (!urls_) return;
+  urls_->each([&](std::string_view url, uint32_t number) {
+    if (!skipped_.contains(number) && is_lost(number))
+      told("lost record " + std::to_string(number) + " (" + std::string(url) + ") in " + path_);
+  });
+} catch (const Failure &) {
+  // What was found before the damage still holds.
+}
+
+bool Catalog::is_lost(uint32_t number) const try {
+  return !table_->get(database_key(number));
+} catch (const Failure &) {
+  return true;
 }
 
 /// url_in_map searches the whole map for the URL of a number.

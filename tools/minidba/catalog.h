@@ -98,6 +98,8 @@ class Catalog {
   std::optional<uint32_t> mapped(std::string_view url) const;
   time_t find_newest_change() const;
   std::optional<std::string> url_in_map(uint32_t number) const;
+  void name_lost(const Told &told) const;
+  bool is_lost(uint32_t number) const;
   std::string damaged_key(std::string_view key, std::string_view record, const std::string &what) const;
   std::string fault_of(uint32_t number, std::string_view record) const;
 

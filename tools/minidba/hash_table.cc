@@ -98,9 +98,9 @@ void HashTable::each_sound(const Visit &visit, const Fault &fault, const Linked 
   }
   // The library counts too few now and then, even less than none; a file of ours that holds fewer was cut.
   if (stamp() && count < static_cast<int32_t>(header().records))
-    fault(
-        {}, {},
-        "records are missing in " + path() + ": " + std::to_string(count) + " of " + std::to_string(header().records));
+    fault({}, {},
+          "records are missing in " + path() + ": of " + std::to_string(header().records) + " there are " +
+              std::to_string(count));
 }
 
 BucketReader::BucketReader(const HashTable &table) : table_(table), walker_(table.source()) {

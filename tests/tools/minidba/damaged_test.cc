@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include "catalog_files.h"
+#include "dba/hash_file.h"
 
 namespace {
 
@@ -137,6 +138,28 @@ TEST_F(Damaged, AreLeftOutWhenThatIsAsked) {
   EXPECT_EQ(catalog_.run({"get", url(3)}).errors, "minidba: no description " + url(3) + "\n");
   EXPECT_EQ(catalog_.index().status, 0);
   EXPECT_EQ(catalog_.run({"verify"}).out, "sound: 20 descriptions, 20 index entries\n");
+}
+
+/// A page of records was overwritten with zeros. A count of those that were left told of it, and nothing named the
+/// others.
+TEST_F(Damaged, RecordsThatAreGoneAreNamedToo) {
+  const std::string bytes = support::read_file(catalog_.path());
+  const size_t page_size = hash_file::decode(reinterpret_cast<const unsigned char *>(bytes.data())).page_size;
+  const size_t page = bytes.find(url(7) + "\n") / page_size * page_size;
+  change(bytes.substr(page, page_size), std::string(page_size, '\0'));
+  const Finished finished = catalog_.run({"update", "--skip-damaged"}, rd(url(30), {{"title", "New"}}));
+  EXPECT_EQ(finished.status, 1);
+  const auto left = catalog_.records();
+  EXPECT_THAT(finished.errors, HasSubstr("minidba: left out: records are missing in " + catalog_.path() +
+                                         ": of 20 there are " + std::to_string(left.size() - 1) + "\n"));
+  int named = 0;
+  for (int i = 1; i <= 20; ++i) {
+    const std::string line =
+        "minidba: left out: lost record " + std::to_string(i) + " (" + url(i) + ") in " + catalog_.path() + "\n";
+    if (finished.errors.find(line) != std::string::npos) ++named;
+  }
+  EXPECT_LT(left.size(), 21u);
+  EXPECT_EQ(named, 21 - static_cast<int>(left.size()));
 }
 
 TEST_F(Damaged, KeepTheirEntriesWhenTheIndexLeavesThemOut) {
