@@ -58,6 +58,8 @@ TEST_F(Usage, AsksWhatAMistypedWordMeans) {
                  "unknown option \"--rejcts\" (did you mean \"--rejects\"?); see \"minidba update --help\"");
   expect_failure({"--databse", db, "expire"},
                  "unknown option \"--databse\" (did you mean \"--database\"?); see \"minidba expire --help\"");
+  expect_failure({"-d", db, "--wait", "0", "expire"},
+                 "option \"--wait\" belongs behind the verb; see \"minidba expire --help\"");
 }
 
 TEST_F(Usage, OptionsStandBeforeOrAfterTheVerb) {
