@@ -91,12 +91,15 @@ std::string unreadable() { return std::string("cannot be read: ") + std::strerro
 
 std::optional<std::string> read_bytes(Report &report, std::size_t limit) {
   struct stat status {};
-  std::ifstream file(report.file(), std::ios::binary);
-  if (file && ::stat(report.file().c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
+  // Before it is opened: a named pipe would wait for its writer, and a device may do something.
+  const bool found = ::stat(report.file().c_str(), &status) == 0;
+  if (found && !S_ISREG(status.st_mode)) {
     report.error(0, "is not a file");
     return std::nullopt;
   }
-  if (!file) {
+  std::ifstream file;
+  if (found) file.open(report.file(), std::ios::binary);
+  if (!file.is_open()) {
     report.error(0, unreadable());
     return std::nullopt;
   }

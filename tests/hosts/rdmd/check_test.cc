@@ -150,6 +150,18 @@ TEST_F(Check, NamesFilesThatCannotBeRead) {
   EXPECT_EQ(found(), "@/csid.conf: error: is not a file\n");
 }
 
+TEST_F(Check, WaitsForNoNamedPipe) {
+  // The check of a pipe in the place of any file waited for somebody to write to it.
+  services("csid=\"x-catalog://localhost:8380/rfc\"\ncatalog-database=\"@/rfc.db\"\nserver-description=\"@/pipe\"\n");
+  ASSERT_EQ(::mkfifo(folder_.path("pipe").c_str(), 0644), 0);
+  EXPECT_EQ(found(), "@/pipe: error: is not a file\n");
+  for (const char *name : {"rfc.db", "rfc.db.idx", "csid.conf", "rdm.conf"}) {
+    std::filesystem::remove(folder_.path(name));
+    ASSERT_EQ(::mkfifo(folder_.path(name).c_str(), 0644), 0);
+    EXPECT_NE(found().find("@/" + std::string(name) + ": error: is not a file\n"), std::string::npos) << found();
+  }
+}
+
 TEST_F(Check, LinesAreCutWhereTheServiceCutsThem) {
   config("tmpdir=\"@/\"" + std::string(9000, ' ') + "logfile=\"@/none/x\"\n");
   EXPECT_EQ(found(), "@/rdm.conf:4: error: the line is cut after 8191 bytes\n");
