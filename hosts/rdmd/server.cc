@@ -36,6 +36,8 @@ constexpr std::chrono::minutes shortage_interval{1};
 /// Descriptors that the process keeps for others than the clients it serves: for those it turns away, its own, its
 /// logs, and the files of one request.
 constexpr std::size_t reserved_descriptors = turned_away_limit + 32;
+/// As many as it needs for all but those that it turns away.
+constexpr std::size_t least_reserved_descriptors = 32;
 
 /// allow_descriptors raises the process's limit as far as it may be and returns it.
 std::size_t allow_descriptors() {
@@ -50,9 +52,11 @@ std::size_t allow_descriptors() {
 /// while it is answered, one for a file.
 std::size_t descriptors_for(std::size_t connections) { return 2 * connections + reserved_descriptors; }
 
-/// connections_within returns how many connections a limit of open files allows; of a low one a quarter is reserved.
+/// connections_within returns how many connections a limit of open files allows, at least one; of a low limit a quarter
+/// is reserved.
 std::size_t connections_within(std::size_t descriptors) {
-  return descriptors - std::min(reserved_descriptors, descriptors / 4);
+  const std::size_t reserved = std::clamp(descriptors / 4, least_reserved_descriptors, reserved_descriptors);
+  return descriptors > reserved ? descriptors - reserved : 1;
 }
 
 /// limit_segments keeps segments of the loopback interface, which are of 64 KiB, to what they may be elsewhere: a
