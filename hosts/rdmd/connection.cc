@@ -355,6 +355,7 @@ void Connection::release_request() {
   empty(target_);
   if (!keep_) input_.clear();
   input_.shrink_to_fit();
+  server_.released();
 }
 
 void Connection::send_some() {

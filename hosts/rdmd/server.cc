@@ -1,5 +1,6 @@
 #include "hosts/rdmd/server.h"
 
+#include <malloc.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/resource.h>
@@ -38,6 +39,8 @@ constexpr std::chrono::minutes shortage_interval{1};
 constexpr std::size_t reserved_descriptors = turned_away_limit + 32;
 /// As many as it needs for all but those that it turns away.
 constexpr std::size_t least_reserved_descriptors = 32;
+/// How long memory that is no longer used stays with the process. Later requests take it without asking the system.
+constexpr Duration trim_rest{1000};
 
 /// allow_descriptors raises the process's limit as far as it may be and returns it.
 std::size_t allow_descriptors() {
@@ -79,13 +82,15 @@ Server::Server(const Settings &settings, hosts::Plugin &plugin, ErrorLog &errors
       access_(access),
       strand_(context_.get_executor()),
       signals_(strand_, SIGTERM, SIGINT, SIGHUP),
-      shutdown_(strand_) {
+      shutdown_(strand_),
+      trim_(strand_) {
   signals_.add(SIGUSR1);
   limit_clients();
   bind();
 }
 
-Server::~Server() = default;
+/// Connections that have not ended end with the I/O, and find a server that does nothing more for them.
+Server::~Server() { running_ = false; }
 
 /// limit_clients sets how many clients are served at once, and warns where open files may run short.
 void Server::limit_clients() {
@@ -238,7 +243,35 @@ bool Server::evict() {
 
 void Server::forget(Roster::Place &place) {
   roster_.remove(place);
+  released();
   if (stopping_ && running_) boost::asio::post(strand_, [this] { end_when_empty(); });
+}
+
+/* ---- Memory ---- */
+
+void Server::released() {
+  if (stopping_ || !running_ || memory_released_.exchange(true)) return;
+  try {
+    boost::asio::post(strand_, [this] { trim_soon(); });
+  } catch (const std::exception &) {
+    // The next request tries again.
+    memory_released_ = false;
+  }
+}
+
+void Server::trim_soon() {
+  if (stopping_) return;
+  trim_.expires_after(trim_rest);
+  trim_.async_wait([this](const error_code &error) {
+    if (!error) trim();
+  });
+}
+
+/// trim returns free pages from between those in use as well: a burst of large requests leaves what the connections
+/// that stay hold all over the memory it took.
+void Server::trim() {
+  memory_released_ = false;
+  ::malloc_trim(0);
 }
 
 /* ---- Signals and the end ---- */
@@ -301,6 +334,7 @@ void Server::end_when_empty() {
 /// end leaves the I/O nothing to wait for.
 void Server::end() {
   shutdown_.cancel();
+  trim_.cancel();
   signals_.cancel();
   for (Listener &listener : listeners_) listener.retry.cancel();
 }

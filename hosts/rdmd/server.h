@@ -54,6 +54,9 @@ class Server {
   Roster &roster() { return roster_; }
   /// forget takes out a connection that ends.
   void forget(Roster::Place &place);
+  /// released notes that a request let go of its memory. What the process no longer uses soon goes back to the system.
+  /// Throws nothing.
+  void released();
 
  private:
   /// Listener is a socket that clients connect to. `retry` ends a pause in accepting.
@@ -79,6 +82,8 @@ class Server {
   void await_signal();
   void handle(int signal);
   void reopen_logs(int signal);
+  void trim_soon();
+  void trim();
   void stop();
   void stop_now();
   void end_when_empty();
@@ -92,6 +97,7 @@ class Server {
   Roster roster_;
   std::atomic<bool> stopping_ = false;
   std::atomic<bool> running_ = true;
+  std::atomic<bool> memory_released_ = false;  // and not yet given back
   std::string address_;
   std::size_t client_limit_ = 0;
   bool full_ = false;                // the last client was turned away
@@ -103,6 +109,7 @@ class Server {
   std::list<Listener> listeners_;
   io::Signals signals_;
   io::Timer shutdown_;
+  io::Timer trim_;
 };
 
 }  // namespace rdmd
