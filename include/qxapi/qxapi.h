@@ -120,8 +120,8 @@ void host_param_free(pblock *b) QX_NOEXCEPT;
 /// in an index once there are more than a few.
 char *host_param_find(const char *name, const pblock *b) QX_NOEXCEPT;
 
-/// host_param_find_entry returns the first pair of `name`, or null. With `remove` non-zero the pair leaves the block and
-/// is the caller's to release with host_param_free_entry. Of a pair that stays, the caller may replace the value by
+/// host_param_find_entry returns the first pair of `name`, or null. With `remove` non-zero the pair leaves the block
+/// and is the caller's to release with host_param_free_entry. Of a pair that stays, the caller may replace the value by
 /// another text of the host allocator at any time, the name until the next pair of the block is asked for.
 host_param *host_param_find_entry(const char *name, pblock *b, int remove) QX_NOEXCEPT;
 

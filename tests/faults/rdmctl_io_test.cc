@@ -68,8 +68,8 @@ class RdmctlIo : public testing::Test {
     }
   }
 
-  /// expect_clean looks for what a run left. It may leave only what it could not list or remove, and the next run removes
-  /// that.
+  /// expect_clean looks for what a run left. It may leave only what it could not list or remove, and the next run
+  /// removes that.
   void expect_clean(const IoFault &fault) const {
     if (temporary_files().empty()) return;
     EXPECT_THAT(fault.kind, testing::AnyOf("unlink", "open", "folder")) << testing::PrintToString(temporary_files());

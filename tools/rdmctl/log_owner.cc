@@ -61,8 +61,7 @@ void become(const Log &log) {
   const struct passwd *account = ::getpwuid(log.status.st_uid);
   const gid_t group = account != nullptr ? account->pw_gid : log.status.st_gid;
   const int groups = account != nullptr ? ::initgroups(account->pw_name, group) : ::setgroups(0, nullptr);
-  if (groups != 0 || ::setgid(group) != 0 || ::setuid(log.status.st_uid) != 0)
-    throw minidba::system_failure(what);
+  if (groups != 0 || ::setgid(group) != 0 || ::setuid(log.status.st_uid) != 0) throw minidba::system_failure(what);
 }
 
 void require_writable(const std::string &path) {
