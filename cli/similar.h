@@ -38,7 +38,7 @@ std::string_view nearest(std::string_view word, const Words &known) {
   std::string_view best;
   std::size_t best_distance = 0;
   for (const std::string_view candidate : known) {
-    const auto [shorter, longer] = std::minmax(word.size(), candidate.size());
+    const auto [shorter, longer] = std::minmax({word.size(), candidate.size()});
     if (longer - shorter > longer / 3) continue;
     const std::size_t found = distance(word, candidate);
     if (found > longer / 3 || (!best.empty() && found >= best_distance)) continue;
