@@ -18,6 +18,9 @@ void *operator new(std::size_t n) {
   return block;
 }
 
+// What is allocated here is freed here: a sanitizer's own form of this one would not be.
+void *operator new(std::size_t n, const std::nothrow_t &) noexcept { return std::malloc(n); }
+
 void operator delete(void *block) noexcept { std::free(block); }
 void operator delete(void *block, std::size_t) noexcept { std::free(block); }
 
