@@ -148,13 +148,23 @@ std::size_t host_end(std::string_view text) {
   return at;
 }
 
+/// is_port returns true for digits that make no number above 65535, and for no digits at all.
+bool is_port(std::string_view text) {
+  unsigned number = 0;
+  for (const char c : text) {
+    if (!ascii::is_digit(c)) return false;
+    number = number * 10 + static_cast<unsigned>(c - '0');
+    if (number > 65535) return false;
+  }
+  return true;
+}
+
 }  // namespace
 
 bool is_authority(std::string_view text) {
   const std::size_t end = host_end(text);
   const std::string_view port = text.substr(end);
-  return end > 0 &&
-         (port.empty() || (port.front() == ':' && std::all_of(port.begin() + 1, port.end(), ascii::is_digit)));
+  return end > 0 && (port.empty() || (port.front() == ':' && is_port(port.substr(1))));
 }
 
 std::string_view RequestHead::field(std::string_view name) const {

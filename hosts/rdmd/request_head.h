@@ -34,8 +34,8 @@ struct Refusal {
   std::string_view text;
 };
 
-/// is_authority returns whether a text is a host, which is not empty, with an optional port: what a Host field says and
-/// what stands behind "http://".
+/// is_authority returns true if a text is a host, which is not empty, with an optional port of at most 65535: what a
+/// Host field says and what stands behind "http://".
 bool is_authority(std::string_view text);
 
 /// The most fields that a request head may have, repeated ones included.

@@ -66,6 +66,7 @@ TEST_F(Intake, RefusesMalformedTargets) {
                              "http://:80/x",
                              "http://a@b/x",
                              "http://h:p/x",
+                             "http://h:65536/x",
                              "http://a b/x",
                              "/x#y",
                              "/x?q#y",

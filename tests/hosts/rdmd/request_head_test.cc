@@ -160,6 +160,15 @@ TEST(RequestHeadReader, KnowsAuthorities) {
     EXPECT_FALSE(rdmd::is_authority(text)) << text;
 }
 
+// "Host: a:99999999" was accepted: only the digits of a port were looked at, not its value.
+TEST(RequestHeadReader, KnowsPorts) {
+  for (const char *text : {"h:0", "h:80", "h:65535", "h:00065535", "[::1]:65535"})
+    EXPECT_TRUE(rdmd::is_authority(text)) << text;
+  for (const char *text : {"h:65536", "h:99999999", "h:4294967376", "h:18446744073709551696", "[::1]:65536", "h:+80",
+                           "h:-1", "h: 80", "h:80 "})
+    EXPECT_FALSE(rdmd::is_authority(text)) << text;
+}
+
 TEST(RequestHeadReader, AcceptsAnEmptyHost) {
   EXPECT_EQ(fields(accepted("GET / HTTP/1.1\r\nHost:\r\n\r\n")), "host=;");
 }
@@ -235,6 +244,7 @@ TEST(RequestHeadReader, RefusesWhatIsNotOneClearRequest) {
       {"GET / HTTP/1.0\r\nHost: a\r\nHost: b\r\n\r\n", 400, "A request has one Host field.\n"},
       {"GET / HTTP/1.1\r\nHost: a/../@b c\r\n\r\n", 400, "The Host field is malformed.\n"},
       {"GET / HTTP/1.0\r\nHost: a b\r\n\r\n", 400, "The Host field is malformed.\n"},
+      {"GET / HTTP/1.1\r\nHost: a:99999999\r\n\r\n", 400, "The Host field is malformed.\n"},
       {post + "Expect: a miracle\r\n\r\n", 417, "Only 100-continue can be expected.\n"},
   };
   for (const auto &row : cases) {
