@@ -8,7 +8,7 @@
 
 #include "qxapi/ascii.h"
 
-/// The bytes of a log line with its NUL: a longer line is cut.
+/// The bytes of a log line, its newline included, with a NUL: a longer line is cut.
 constexpr std::size_t log_line_size = 8192;
 
 /// Escaping says which characters are escaped. Each level includes the ones before it.
@@ -43,6 +43,15 @@ class EscapedChar {
   char text_[4] = {};
   std::size_t size_ = 0;
 };
+
+/// cut_text returns the front of an escaped text, at most `size` bytes, without a part of an escape at its end.
+constexpr std::string_view cut_text(std::string_view text, std::size_t size) {
+  if (text.size() <= size) return text;
+  const std::size_t last = text.substr(0, size).rfind('\\');
+  if (last == std::string_view::npos) return text.substr(0, size);
+  const std::size_t end = last + (text.substr(last).starts_with("\\x") ? 4 : 2);
+  return text.substr(0, end > size ? last : size);
+}
 
 /// LogText is a client's text for a log line, its control characters escaped and cut to what a line holds. It needs no
 /// memory of the host. It lives as long as the statement that makes it:

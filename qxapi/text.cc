@@ -20,6 +20,15 @@ int hex_digit(char c) {
   return letter >= 'a' && letter <= 'f' ? letter - 'a' + 10 : -1;
 }
 
+/// write_report writes "KIND FUNCTION: text" as a line of standard error, cut to the size of a log line.
+void write_report(const char *kind, const char *function, const char *text) {
+  char line[log_line_size];
+  const int length = std::snprintf(line, sizeof line, "%s %s: %s", kind, function, text);
+  const std::string_view whole(line, std::min(static_cast<size_t>(length), sizeof line - 1));
+  const std::string_view cut = cut_text(whole, sizeof line - 2);
+  std::fprintf(stderr, "%.*s\n", static_cast<int>(cut.size()), cut.data());
+}
+
 }  // namespace
 
 void report_error(int degree, const char *function, Session *, Request *, const char *format, va_list arguments) {
@@ -27,7 +36,7 @@ void report_error(int degree, const char *function, Session *, Request *, const 
   std::vsnprintf(text, sizeof text, format, arguments);
   std::string_view line = text;
   if (line.ends_with('\n')) line.remove_suffix(1);
-  std::fprintf(stderr, "%s %s: %s\n", degree == 0 ? "failure" : "report", function, LogText(line).c_str());
+  write_report(degree == 0 ? "failure" : "report", function, LogText(line).c_str());
 }
 
 char *last_error_text() {

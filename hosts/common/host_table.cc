@@ -257,7 +257,8 @@ void register_exit(void (*fn)(void *), void *argument) {
     const Exchange *exchange = exchange_of(session);
     const std::string client = exchange == nullptr ? "" : exchange->client_text("ip");
     // The plug-in has escaped a client's text already: a backslash stays as it is.
-    report_to(Report{degree, function, client, log_text(format_text(format, arguments), Escaping::non_ascii)});
+    const std::string text = log_text(format_text(format, arguments), Escaping::non_ascii);
+    report_to(Report{degree, function, client, cut_text(text, log_line_size - 1)});
     return 0;
   });
 }

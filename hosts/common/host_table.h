@@ -11,8 +11,8 @@
 
 namespace hosts {
 
-/// Report is one line for a host's error log. `client` is the client's address, empty for none; `text` is one line,
-/// in which log_text has escaped control characters and bytes beyond ASCII.
+/// Report is one line for a host's error log. `client` is the client's address, empty for none; `text` is one line of
+/// at most 8191 bytes, in which log_text has escaped control characters and bytes beyond ASCII.
 struct Report {
   int degree;
   std::string_view function;

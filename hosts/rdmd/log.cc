@@ -15,6 +15,8 @@ namespace rdmd {
 namespace {
 
 constexpr std::chrono::minutes minute{1};
+/// The longest line of the error log, with its newline.
+constexpr std::size_t line_limit = log_line_size - 1;
 
 constexpr std::array<std::string_view, static_cast<std::size_t>(Trouble::count)> reasons = {
     "408: the request head did not arrive in time",
@@ -58,7 +60,8 @@ std::optional<std::size_t> LineBudget::take(Clock::time_point now) {
 }
 
 ErrorLog::ErrorLog(const std::string &path)
-    : formatter_(std::make_unique<spdlog::pattern_formatter>("[%Y-%m-%d %H:%M:%S.%e] [%l] rdmd: %v")) {
+    : formatter_(std::make_unique<spdlog::pattern_formatter>(
+          "[%Y-%m-%d %H:%M:%S.%e] [%l] rdmd: ", spdlog::pattern_time_type::local, "")) {
   if (path.empty()) return;
   file_ = std::make_unique<hosts::LogFile>(path, [this](std::size_t lines) { return dropped("the error log", lines); });
 }
@@ -76,9 +79,8 @@ void ErrorLog::warn(std::string_view text) { write(spdlog::level::warn, text); }
 void ErrorLog::error(std::string_view text) { write(spdlog::level::err, text); }
 
 void ErrorLog::report(const hosts::Report &report) {
-  std::string text = std::string(report.function) + ": " + std::string(report.text);
-  if (!report.client.empty()) text += " (client " + std::string(report.client) + ")";
-  report.degree == 0 ? error(text) : warn(text);
+  const std::string text = std::string(report.function) + ": " + std::string(report.text);
+  write(report.degree == 0 ? spdlog::level::err : spdlog::level::warn, text, report.client);
 }
 
 void ErrorLog::trouble(Trouble kind, std::string_view client, LineBudget::Clock::time_point now) {
@@ -99,15 +101,19 @@ bool ErrorLog::dropped(std::string_view name, std::size_t lines) {
                std::to_string(lines) + " lines dropped: " + std::string(name) + " could not be written");
 }
 
-bool ErrorLog::write(int level, std::string_view text) {
+/// stamp returns what a line of a level begins with.
+std::string ErrorLog::stamp(int level) {
+  spdlog::memory_buf_t begin;
+  const std::lock_guard lock(mutex_);
+  formatter_->format(spdlog::details::log_msg("", static_cast<spdlog::level::level_enum>(level), ""), begin);
+  return {begin.data(), begin.size()};
+}
+
+bool ErrorLog::write(int level, std::string_view text, std::string_view client) {
   try {
-    spdlog::memory_buf_t line;
-    {
-      const std::lock_guard lock(mutex_);
-      formatter_->format(spdlog::details::log_msg("", static_cast<spdlog::level::level_enum>(level), text), line);
-    }
-    const std::string_view whole(line.data(), line.size());
-    return file_ ? file_->write(whole) : write_stream(stderr, whole);
+    const std::string begin = stamp(level), end = client.empty() ? "\n" : " (client " + std::string(client) + ")\n";
+    const std::string line = begin + std::string(cut_text(text, line_limit - begin.size() - end.size())) + end;
+    return file_ ? file_->write(line) : write_stream(stderr, line);
   } catch (const std::exception &) {
     return false;
   }

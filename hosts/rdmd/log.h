@@ -51,8 +51,8 @@ class LineBudget {
 };
 
 /// ErrorLog writes "[time] [level] rdmd: text" lines to a file or, without a path, to the stream of standard error.
-/// A line that cannot be written is dropped, and reported as LogFile does. Members are called from any thread and throw
-/// nothing.
+/// A line has at most 8191 bytes: a longer text is cut, and what names its client stays. A line that cannot be written
+/// is dropped, and reported as LogFile does. Members are called from any thread and throw nothing.
 class ErrorLog {
  public:
   /// Throws std::system_error when the file cannot be opened.
@@ -76,7 +76,8 @@ class ErrorLog {
   void reopen();
 
  private:
-  bool write(int level, std::string_view text);
+  std::string stamp(int level);
+  bool write(int level, std::string_view text, std::string_view client = {});
 
   std::mutex mutex_;  // of the formatter and the budgets
   std::unique_ptr<spdlog::formatter> formatter_;

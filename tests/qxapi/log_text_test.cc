@@ -32,4 +32,18 @@ TEST(LogText, IsCutToALineWithWholeEscapes) {
   EXPECT_EQ(LogText(std::string(8187, 'x') + "\x01").c_str(), std::string(8187, 'x') + "\\x01");
 }
 
+TEST(LogText, IsCutInFrontOfAnEscapeThatDoesNotFit) {
+  const struct {
+    const char *text;
+    std::size_t size;
+    const char *expected;
+  } cases[] = {
+      {"abc", 3, "abc"},          {"abc", 2, "ab"},           {"abc", 0, ""},
+      {"a\\x1bc", 5, "a\\x1b"},   {"a\\x1bc", 4, "a"},        {"a\\x1bc", 2, "a"},
+      {"a\\nbc", 3, "a\\n"},      {"a\\nbc", 2, "a"},         {"a\\n\\n", 4, "a\\n"},
+      {"\\x1b\\x1b", 4, "\\x1b"}, {"\\x1b\\x1b", 7, "\\x1b"},
+  };
+  for (const auto &row : cases) EXPECT_EQ(cut_text(row.text, row.size), row.expected) << row.text << ' ' << row.size;
+}
+
 }  // namespace

@@ -139,10 +139,12 @@ TEST(ReportError, KeepsTextOfManyLinesOnOne) {
       "failure rdm: a\\r\\nfailure b\\x1b[1m\\x7f\\t\xC3\xA9\\n\n");
 }
 
-TEST(ReportError, CutsLongText) {
-  const std::string text(10000, 'x');
-  EXPECT_EQ(reported([&] { host_report_error(0, "rdm", nullptr, nullptr, "%s", text.c_str()); }),
-            "failure rdm: " + text.substr(0, 8191) + "\n");
+TEST(ReportError, CutsALineAt8191Bytes) {
+  // The text was cut at that length, and the line was longer by what stands before it.
+  const std::string start = "failure rdm: ", text(10000, 'x'), fitting = text.substr(0, 8190 - start.size());
+  for (const std::string &long_text : {fitting, fitting + "x", text, fitting.substr(3) + "\n\x01"})
+    EXPECT_EQ(reported([&] { host_report_error(0, "rdm", nullptr, nullptr, "%s", long_text.c_str()); }),
+              start + (long_text.ends_with("\n\x01") ? fitting.substr(3) + "\\n" : fitting) + "\n");
 }
 
 TEST(ThreadId, IsTheSystemsThreadId) {

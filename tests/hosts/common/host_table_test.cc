@@ -167,6 +167,14 @@ TEST_F(HostTable, AReportIsCutRatherThanGrown) {
   EXPECT_EQ(reports_[0], "0|f||" + std::string(8191, 'x'));
 }
 
+TEST_F(HostTable, AReportIsCutAfterItsEscaping) {
+  // The escaping followed the cut, and made four bytes of one.
+  std::string escaped;
+  for (int i = 0; i < 2047; ++i) escaped += "\\x01";
+  host_report_error(0, "f", nullptr, nullptr, "%s", std::string(8191, '\x01').c_str());
+  EXPECT_EQ(reports_, std::vector<std::string>{"0|f||" + escaped});
+}
+
 TEST_F(HostTable, ExitsRunOnceInTheOrderOfRegistration) {
   static std::string order;
   const auto note = [](void *argument) { order += static_cast<const char *>(argument); };

@@ -91,6 +91,26 @@ TEST_F(Logs, ReportsOfThePluginNameFunctionAndClient) {
   EXPECT_NE(written.find("] [warning] rdmd: rdm-init: less severe {}\n"), std::string::npos) << written;
 }
 
+TEST_F(Logs, AnErrorLineIsCutAt8191BytesAndKeepsItsClient) {
+  // A line that was escaped after it was cut had 32,788 bytes.
+  std::string escaped;
+  for (int i = 0; i < 8191; ++i) escaped += "\\x01";
+  const std::string client = "2001:db8:1111:2222:3333:4444:5555:6666", end = " (client " + client + ")\n";
+  ErrorLog(path_).report({0, "rdm-service", client, escaped});
+  const std::string written = text(), before_end = written.substr(0, written.size() - end.size());
+  EXPECT_LE(written.size(), 8191u);
+  EXPECT_GT(written.size(), 8191u - 4);
+  EXPECT_TRUE(written.ends_with(end)) << written.substr(8000);
+  EXPECT_TRUE(before_end.ends_with("\\x01\\x01")) << before_end.substr(8000);
+}
+
+TEST_F(Logs, AnErrorLineOfAnySourceIsCut) {
+  const std::string long_text(20'000, 'x');
+  ErrorLog(path_).error(long_text);
+  EXPECT_EQ(text().size(), 8191u);
+  EXPECT_TRUE(text().ends_with("x\n"));
+}
+
 TEST_F(Logs, LinesThatALogCouldNotTakeAreSaidInTheErrorLog) {
   ErrorLog log(path_);
   EXPECT_TRUE(log.dropped("the access log", 12));
@@ -106,7 +126,7 @@ TEST_F(Logs, AnErrorLogThatTookNothingSaysSoItself) {
 
 TEST_F(Logs, AnErrorLineThatThereIsNoMemoryForIsLost) {
   ErrorLog log(path_);
-  const std::string long_text(10'000, 'x');
+  const std::string long_text(5'000, 'x');
   {
     const support::RefusedNew line(long_text.size(), 2 * long_text.size());
     log.error(long_text);
