@@ -67,6 +67,8 @@ host_fd open_log(const char *path) {
   return is_pipe(path) ? open_file(path, O_RDWR) : open_file(path, O_WRONLY | O_CREAT);
 }
 
+host_fd open_new_log(const char *path) { return open_file(path, O_WRONLY | O_CREAT | O_EXCL); }
+
 file_guard open_stream(host_fd stream) {
   struct stat status;
   if (::fstat(stream, &status) == 0 && (S_ISFIFO(status.st_mode) || S_ISCHR(status.st_mode))) {

@@ -27,6 +27,10 @@ namespace hosts {
 /// it fails.
 host_fd open_log(const char *path);
 
+/// open_new_log makes a file that is not there, as open_log does. -1 with errno set when it fails: EEXIST where there
+/// is one, even a symbolic link to a missing file.
+host_fd open_new_log(const char *path);
+
 /// is_pipe returns true when `path` names a pipe.
 bool is_pipe(const char *path);
 

@@ -5,9 +5,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 
+#include "hosts/common/log_file.h"
 #include "hosts/rdmd/listen_address.h"
 
 namespace check {
@@ -38,21 +40,34 @@ fs::path target_of(fs::path path) {
   return path;
 }
 
-/// obstacle returns why no process of the caller can append to a file, as "PLACE: REASON"; empty if one can.
+std::string failure(const std::string &place) { return place + ": " + reason(); }
+
+/// opening_obstacle returns why a log that is there cannot be opened; empty if it can.
+std::string opening_obstacle(const std::string &path) {
+  const file_guard file(hosts::open_log(path.c_str()));
+  return file ? "" : failure(path);
+}
+
+/// making_obstacle returns why a log that is not there cannot be made; empty if it can. A file that it made is removed.
+std::string making_obstacle(const std::string &path) {
+  const fs::path target = target_of(path);
+  const file_guard made(hosts::open_new_log(target.c_str()));
+  if (made) return ::unlink(target.c_str()) == 0 ? "" : failure(target);
+  if (errno == EEXIST) return opening_obstacle(path);
+  std::string problem = failure(path);
+  const std::string folder = target.has_parent_path() ? target.parent_path().string() : ".";
+  return ::access(folder.c_str(), W_OK | X_OK) == 0 ? problem : failure(folder);
+}
+
+/// obstacle returns why no process of the caller can append to a log, as "PLACE: REASON"; empty if one can. It makes
+/// the call of the start, because access() does not tell all that open() does.
 std::string obstacle(const std::string &path) {
   struct stat status;
-  if (::stat(path.c_str(), &status) == 0) {
-    if (S_ISSOCK(status.st_mode)) return path + ": it is a socket";
-    // Opening a pipe or a device can do something; a file is opened, because access() does not tell all that open()
-    // does.
-    if (!S_ISREG(status.st_mode)) return ::access(path.c_str(), W_OK) == 0 ? "" : path + ": " + reason();
-    const file_guard file(::open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC | O_NONBLOCK));
-    return file ? "" : path + ": " + reason();
-  }
-  if (errno != ENOENT) return path + ": " + reason();
-  const fs::path parent = target_of(path).parent_path();
-  const std::string place = parent.empty() ? "." : parent.string();
-  return ::access(place.c_str(), W_OK | X_OK) == 0 ? "" : place + ": " + reason();
+  if (::stat(path.c_str(), &status) != 0) return errno == ENOENT ? making_obstacle(path) : failure(path);
+  if (S_ISSOCK(status.st_mode)) return path + ": it is a socket";
+  if (S_ISREG(status.st_mode)) return opening_obstacle(path);
+  // Opening a pipe or a device can do something.
+  return ::access(path.c_str(), W_OK) == 0 ? "" : failure(path);
 }
 
 }  // namespace
@@ -66,7 +81,10 @@ void check_programs(const Pair &folder, Report &report) {
 }
 
 void check_temporary(const Pair &folder, Report &report) {
-  if (is_folder(folder, report) && ::access(folder.value.c_str(), W_OK | X_OK) != 0)
+  if (!is_folder(folder, report)) return;
+  std::string name = folder.value + "/rdmd-check-XXXXXX";
+  const file_guard made(::mkostemp(name.data(), O_CLOEXEC));
+  if (!made || ::unlink(name.c_str()) != 0)
     report.error(folder.line, quote(folder.name) + " cannot be written: " + reason());
 }
 

@@ -1,6 +1,6 @@
 /// Places outside the configuration's files: folders, logs and addresses.
 ///
-/// Nothing here creates a file or changes one.
+/// Nothing here changes a file. One that a check makes is removed before it returns.
 #ifndef HOSTS_RDMD_CHECK_PLACES_H
 #define HOSTS_RDMD_CHECK_PLACES_H
 
@@ -16,7 +16,7 @@ void check_programs(const Pair &folder, Report &report);
 /// check_temporary requires a directory in which files can be made.
 void check_temporary(const Pair &folder, Report &report);
 
-/// check_log requires a file that can be appended to, or a directory in which it can be made.
+/// check_log requires a file that the server can open at its start: one that can be appended to, or that can be made.
 void check_log(const Pair &log, Report &report);
 
 /// check_listen requires that a server can listen on "HOST:PORT": the name must be known, the address must be one of

@@ -98,6 +98,39 @@ TEST_F(CheckLog, IsInAFolderThatIsThere) {
   EXPECT_EQ(found(name), no_ + "cannot be written: @/" + name + ": File name too long\n");
 }
 
+/// The permissions of a folder do not tell that it takes no files: the check passed, and the start failed.
+TEST_F(CheckLog, IsInAFolderThatTakesFiles) {
+  check::Findings findings;
+  check::Report report("conf", findings);
+  check::check_log({"--error-log", "/proc/x", 0}, report);
+  const std::string superuser = "/proc/x: No such file or directory", others = "/proc: Permission denied";
+  EXPECT_EQ(text_of(findings),
+            "conf: error: \"--error-log\" cannot be written: " + (::geteuid() == 0 ? superuser : others) + "\n");
+}
+
+TEST(CheckTemporary, IsAFolderThatTakesFilesAndHasNoneMoreAfterwards) {
+  const support::TemporaryFolder folder;
+  check::Findings findings;
+  check::Report report("conf", findings);
+  check::check_temporary({"tmpdir", folder.path(), 1}, report);
+  EXPECT_EQ(text_of(findings), "");
+  EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
+  check::check_temporary({"tmpdir", "/proc", 2}, report);
+  const std::string reason = ::geteuid() == 0 ? "No such file or directory" : "Permission denied";
+  EXPECT_EQ(text_of(findings), "conf:2: error: \"tmpdir\" cannot be written: " + reason + "\n");
+}
+
+/// The file is made to see whether it can be, and is not left behind, nor is the one that a link leads to.
+TEST_F(CheckLog, ThatIsMadeByTheCheckIsRemoved) {
+  link("there", "here");
+  for (const char *name : {"fresh", "here"}) EXPECT_EQ(found(name), "") << name;
+  for (const char *name : {"fresh", "there"}) EXPECT_FALSE(support::file_exists(folder_.path(name))) << name;
+  EXPECT_TRUE(std::filesystem::is_symlink(folder_.path("here")));
+  link(folder_.write("log", "a line\n"), "to-log");
+  EXPECT_EQ(found("to-log"), "");
+  EXPECT_EQ(support::read_file(folder_.path("log")), "a line\n");
+}
+
 /// A link to a file that is not there was taken for a file that can be made beside the link.
 TEST_F(CheckLog, ALinkIsFollowed) {
   link("there", "here");
