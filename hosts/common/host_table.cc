@@ -82,9 +82,8 @@ host_fd open_write(const char *path) {
 
 /// report_dropped reports lines that a log of the plug-in could not take.
 bool report_dropped(const std::string &path, std::size_t lines) {
-  report_to(Report{
-      1, "log", "",
-      log_text(path, Escaping::non_ascii) + ": " + std::to_string(lines) + " lines dropped: it could not be written"});
+  report_to(Report{1, "log", "",
+                   log_text(path, Escaping::non_ascii) + ": " + count_dropped(lines) + ": it could not be written"});
   return true;
 }
 

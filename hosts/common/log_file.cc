@@ -57,6 +57,10 @@ std::size_t lines_of(std::string_view text) {
 
 }  // namespace
 
+std::string count_dropped(std::size_t lines) {
+  return std::to_string(lines) + (lines == 1 ? " line dropped" : " lines dropped");
+}
+
 bool is_pipe(const char *path) {
   struct stat status;
   return ::stat(path, &status) == 0 && S_ISFIFO(status.st_mode);
@@ -79,17 +83,18 @@ file_guard open_stream(host_fd stream) {
   return file_guard(::fcntl(stream, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
 }
 
-LogFile::LogFile(std::string path, Notice dropped)
+LogFile::LogFile(std::string path, Notice dropped, NoticeTo to)
     : path_(std::move(path)),
       own_(open_log(path_.c_str())),
       fd_(own_.get()),
       way_(Way::direct),
-      notice_(std::move(dropped)) {
+      notice_(std::move(dropped)),
+      notice_to_(to) {
   if (!own_) throw std::system_error(errno, std::generic_category(), path_);
 }
 
-LogFile::LogFile(file_guard stream, Notice dropped)
-    : own_(std::move(stream)), fd_(own_.get()), way_(way_of(fd_)), notice_(std::move(dropped)) {}
+LogFile::LogFile(file_guard stream, Notice dropped, NoticeTo to)
+    : own_(std::move(stream)), fd_(own_.get()), way_(way_of(fd_)), notice_(std::move(dropped)), notice_to_(to) {}
 
 LogFile::LogFile(host_fd borrowed, std::string path, Notice dropped)
     : path_(std::move(path)), fd_(borrowed), way_(Way::direct), notice_(std::move(dropped)) {
@@ -98,7 +103,7 @@ LogFile::LogFile(host_fd borrowed, std::string path, Notice dropped)
 
 LogFile::~LogFile() { close(); }
 
-bool LogFile::write(std::string_view text) {
+bool LogFile::write(std::string_view text, Clock::time_point now) {
   std::unique_lock lock(mutex_);
   if (closed_) return false;
   bool taken = false;
@@ -109,6 +114,7 @@ bool LogFile::write(std::string_view text) {
   }
   if (!taken) dropped_ += lines_of(text);
   if (blocked_) start_flushing();
+  if (!taken) report_while_dropping(lock, now);
   if (taken && waiting_.empty()) report(lock);
   return taken;
 }
@@ -130,12 +136,13 @@ bool LogFile::reopen() {
 
 void LogFile::close() {
   std::unique_lock lock(mutex_);
-  const auto end = std::chrono::steady_clock::now() + close_patience;
-  while (!closed_ && !flush() && blocked_ && std::chrono::steady_clock::now() < end) {
+  const auto end = Clock::now() + close_patience;
+  while (!closed_ && !flush() && blocked_ && Clock::now() < end) {
     lock.unlock();
     is_writable(fd_, flush_interval);
     lock.lock();
   }
+  if (!closed_ && notice_to_ == NoticeTo::another) drop_waiting(0);
   if (!closed_ && waiting_.empty()) report(lock);
   closed_ = true;
   lock.unlock();
@@ -214,15 +221,14 @@ bool LogFile::flush() {
     torn_ = result != Put::all && (torn_ || rest.size() < first.size());
     first.erase(0, first.size() - rest.size());
     if (result == Put::all) waiting_.pop_front();
-    if (result == Put::failed) drop_waiting();
+    if (result == Put::failed) drop_waiting(torn_ ? 1 : 0);
     if (result != Put::all) return false;
   }
   return true;
 }
 
-/// drop_waiting drops the lines that wait, but for the rest of one that was begun.
-void LogFile::drop_waiting() {
-  const std::size_t kept = torn_ ? 1 : 0;
+/// drop_waiting drops the lines that wait, but for the first `kept`, such as the rest of one that was begun.
+void LogFile::drop_waiting(std::size_t kept) {
   while (waiting_.size() > kept) {
     dropped_ += lines_of(waiting_.back());
     waiting_bytes_ -= waiting_.back().size();
@@ -245,12 +251,22 @@ void LogFile::flush_when_writable() {
   std::unique_lock lock(mutex_);
   do {
     while (!closed_ && !flush() && blocked_) {
+      report_while_dropping(lock, Clock::now());
       lock.unlock();
       is_writable(fd_, flush_interval);
       lock.lock();
     }
   } while (!closed_ && waiting_.empty() && report(lock));
+  if (!closed_) report_while_dropping(lock, Clock::now());
   flushing_ = false;
+}
+
+/// report_while_dropping reports the dropped lines while the log cannot be written, when a notice is due. A notice to
+/// this log would be one more line that cannot be written.
+void LogFile::report_while_dropping(std::unique_lock<std::mutex> &lock, Clock::time_point now) {
+  if (dropped_ == 0 || notice_to_ == NoticeTo::itself || now < next_notice_) return;
+  next_notice_ = now + notice_interval;
+  report(lock);
 }
 
 /// report has the dropped lines reported, without the mutex. False when there is nothing to report, or nobody to do it.

@@ -2,8 +2,10 @@
 ///
 /// A line goes to the system at once and in one write. Where nobody reads, lines wait in a queue of bounded size, which
 /// a thread writes out when it can be; what does not fit is dropped. So is a line that cannot be written, as on a full
-/// disk. Dropped lines are counted, and the count is reported when the log can be written again. Lines keep their order
-/// and are never torn: of a line that was begun the rest is written before any other.
+/// disk. Dropped lines are counted, and a notice tells the count: at the first of them, then at most once a minute
+/// while lines are dropped, and when the log can be written again or is closed. Each notice counts the lines since the
+/// one before. Lines keep their order and are never torn: of a line that was begun the rest is written before any
+/// other.
 #ifndef HOSTS_COMMON_LOG_FILE_H
 #define HOSTS_COMMON_LOG_FILE_H
 
@@ -31,6 +33,9 @@ host_fd open_log(const char *path);
 /// is one, even a symbolic link to a missing file.
 host_fd open_new_log(const char *path);
 
+/// count_dropped returns what a notice says: "12 lines dropped".
+std::string count_dropped(std::size_t lines);
+
 /// is_pipe returns true when `path` names a pipe.
 bool is_pipe(const char *path);
 
@@ -42,20 +47,24 @@ file_guard open_stream(host_fd stream);
 /// LogFile is used from any thread.
 class LogFile {
  public:
-  /// Notice reports that so many lines were dropped. It may write to the same log. False when it could not report it:
-  /// the lines are counted again.
+  using Clock = std::chrono::steady_clock;
+  /// Notice reports that so many lines were dropped. False when it could not report it: the lines are counted again.
   using Notice = std::function<bool(std::size_t lines)>;
+  /// NoticeTo is the log that a notice writes to. The same log is told only when it can be written again.
+  enum class NoticeTo { another, itself };
 
   /// The bytes that wait at most, and for how long close waits for them to be taken.
   static constexpr std::size_t queue_limit = 1 << 20;
   static constexpr std::chrono::milliseconds close_patience{1000};
+  /// How often at most a notice is given while lines are dropped.
+  static constexpr std::chrono::minutes notice_interval{1};
 
   /// Opens `path` with open_log; throws std::system_error.
-  explicit LogFile(std::string path, Notice dropped = {});
+  explicit LogFile(std::string path, Notice dropped = {}, NoticeTo to = NoticeTo::another);
   /// A log over a descriptor of open_stream. It is never reopened.
-  explicit LogFile(file_guard stream, Notice dropped = {});
+  explicit LogFile(file_guard stream, Notice dropped = {}, NoticeTo to = NoticeTo::another);
   /// A log over a descriptor that somebody else closes, after this log, and that no other program writes to: it is made
-  /// one that does not block. It is reopened under `path`.
+  /// one that does not block. It is reopened under `path`, and its notices write to another log.
   LogFile(host_fd borrowed, std::string path, Notice dropped);
   LogFile(const LogFile &) = delete;
   LogFile &operator=(const LogFile &) = delete;
@@ -66,7 +75,7 @@ class LogFile {
   const std::string &path() const { return path_; }
 
   /// write appends `text`, one line or several, each with its newline. True when it is written or queued.
-  bool write(std::string_view text);
+  bool write(std::string_view text, Clock::time_point now = Clock::now());
 
   /// reopen goes on in the file that now has the log's name; a file made for it has owner and mode of the old one.
   /// False, with errno set, when there is none: the log goes on in the old file. A log that is closed stays so.
@@ -87,9 +96,10 @@ class LogFile {
   void wait(std::string_view text);
   bool flush();
   Put put(std::string_view &text);
-  void drop_waiting();
+  void drop_waiting(std::size_t kept);
   void start_flushing();
   void flush_when_writable();
+  void report_while_dropping(std::unique_lock<std::mutex> &lock, Clock::time_point now);
   bool report(std::unique_lock<std::mutex> &lock);
 
   const std::string path_;  // empty: never reopened
@@ -97,6 +107,7 @@ class LogFile {
   const host_fd fd_;  // the number stays the same when the log is reopened
   const Way way_;     // how a write does not block
   const Notice notice_;
+  const NoticeTo notice_to_ = NoticeTo::another;
 
   std::mutex mutex_;  // of all below
   std::deque<std::string> waiting_;
@@ -104,8 +115,9 @@ class LogFile {
   bool torn_ = false;     // the first that waits is the rest of a line
   bool blocked_ = false;  // the last write would have had to wait
   bool closed_ = false;
-  std::size_t dropped_ = 0;
-  bool flushing_ = false;  // the thread runs
+  std::size_t dropped_ = 0;        // and not yet reported
+  Clock::time_point next_notice_;  // while lines are dropped, not before
+  bool flushing_ = false;          // the thread runs
   std::thread flusher_;
 };
 

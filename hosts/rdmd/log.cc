@@ -63,7 +63,8 @@ ErrorLog::ErrorLog(const std::string &path)
     : formatter_(std::make_unique<spdlog::pattern_formatter>(
           "[%Y-%m-%d %H:%M:%S.%e] [%l] rdmd: ", spdlog::pattern_time_type::local, "")) {
   if (path.empty()) return;
-  file_ = std::make_unique<hosts::LogFile>(path, [this](std::size_t lines) { return dropped("the error log", lines); });
+  file_ = std::make_unique<hosts::LogFile>(
+      path, [this](std::size_t lines) { return dropped("the error log", lines); }, hosts::LogFile::NoticeTo::itself);
 }
 
 ErrorLog::~ErrorLog() {
@@ -97,8 +98,7 @@ void ErrorLog::trouble(Trouble kind, std::string_view client, LineBudget::Clock:
 }
 
 bool ErrorLog::dropped(std::string_view name, std::size_t lines) {
-  return write(spdlog::level::warn,
-               std::to_string(lines) + " lines dropped: " + std::string(name) + " could not be written");
+  return write(spdlog::level::warn, hosts::count_dropped(lines) + ": " + std::string(name) + " could not be written");
 }
 
 /// stamp returns what a line of a level begins with.

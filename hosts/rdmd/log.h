@@ -70,7 +70,7 @@ class ErrorLog {
   /// trouble warns of a client: "REASON (client ADDRESS)". Of each kind LineBudget::lines_per_minute lines are written
   /// in a minute; the next one that is written says how many were not.
   void trouble(Trouble kind, std::string_view client, LineBudget::Clock::time_point now = LineBudget::Clock::now());
-  /// dropped warns of lines that another log, `name`, could not take. False when this log could not take it either.
+  /// dropped warns of lines that a log, `name`, could not take. False when this log could not take the warning either.
   bool dropped(std::string_view name, std::size_t lines);
   bool to_file() const { return file_ != nullptr; }
   void reopen();

@@ -14,11 +14,21 @@ constexpr std::size_t line_limit = 65536;
 }  // namespace
 
 StandardStream::StandardStream(FILE *&stream, host_fd descriptor, hosts::LogFile::Notice dropped)
+    : place_(stream), original_(stream), log_(hosts::open_stream(descriptor), std::move(dropped)) {
+  install();
+}
+
+StandardStream::StandardStream(FILE *&stream, host_fd descriptor)
     : place_(stream),
       original_(stream),
       log_(
-          hosts::open_stream(descriptor),
-          dropped ? std::move(dropped) : [this](std::size_t lines) { return say_dropped(lines); }) {
+          hosts::open_stream(descriptor), [this](std::size_t lines) { return say_dropped(lines); },
+          hosts::LogFile::NoticeTo::itself) {
+  install();
+}
+
+/// install puts a stream over the log into its place.
+void StandardStream::install() {
   cookie_io_functions_t functions{};
   functions.write = [](void *self, const char *text, std::size_t size) {
     static_cast<StandardStream *>(self)->take({text, size});
@@ -37,7 +47,7 @@ StandardStream::~StandardStream() {
 }
 
 bool StandardStream::say_dropped(std::size_t lines) {
-  return log_.write("rdmd: " + std::to_string(lines) + " lines dropped: standard error could not be written\n");
+  return log_.write("rdmd: " + hosts::count_dropped(lines) + ": standard error could not be written\n");
 }
 
 /// take has whole lines written.

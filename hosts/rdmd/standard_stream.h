@@ -15,14 +15,16 @@ namespace rdmd {
 class StandardStream {
  public:
   /// Puts a stream that writes through a LogFile into the place of `stream`, which is stdout or stderr, until the end
-  /// of its scope. Where no other thread runs yet. `dropped` reports lines that could not be written; without it a line
-  /// of the stream itself does. Throws std::bad_alloc.
-  StandardStream(FILE *&stream, host_fd descriptor, hosts::LogFile::Notice dropped = {});
+  /// of its scope. Where no other thread runs yet. `dropped` reports lines that could not be written to another log;
+  /// without it a line of the stream itself does. Throws std::bad_alloc.
+  StandardStream(FILE *&stream, host_fd descriptor, hosts::LogFile::Notice dropped);
+  StandardStream(FILE *&stream, host_fd descriptor);
   StandardStream(const StandardStream &) = delete;
   StandardStream &operator=(const StandardStream &) = delete;
   ~StandardStream();
 
  private:
+  void install();
   bool say_dropped(std::size_t lines);
   void take(std::string_view text);
 

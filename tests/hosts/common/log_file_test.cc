@@ -75,13 +75,14 @@ TEST_F(LogFiles, APipeThatNobodyReadsNeverHoldsItsWriter) {
   // The first line that a pipe without a reader had no room for stopped the service for good.
   LogFile log(pipe(), note());
   std::size_t taken = 0, written = 0;
-  for (; written < 20'000; ++written) taken += log.write(line(written)) ? 1 : 0;
+  const auto in_an_hour = LogFile::Clock::now() + 1h;  // no further notice comes before
+  for (; written < 20'000; ++written) taken += log.write(line(written), in_an_hour) ? 1 : 0;
   EXPECT_GE(taken * 100, LogFile::queue_limit);
   EXPECT_LT(taken, written);
-  EXPECT_EQ(reported_, 0u);
+  EXPECT_EQ(reported_, 1u);
   const file_guard reader(::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   EXPECT_EQ(read_for(reader.get(), taken * 100), lines(0, taken));
-  for (int i = 0; i < 1000 && reported_ == 0; ++i) std::this_thread::sleep_for(10ms);
+  for (int i = 0; i < 1000 && reported_ == 1; ++i) std::this_thread::sleep_for(10ms);
   EXPECT_EQ(reported_, written - taken);
   EXPECT_TRUE(log.write("again\n"));
   EXPECT_EQ(read_for(reader.get(), 6), "again\n");
@@ -133,9 +134,55 @@ TEST_F(LogFiles, AFullDiskDropsLinesTearsNoneAndIsReportedAfterwards) {
     EXPECT_FALSE(log.write(line(4) + line(5)));
     EXPECT_EQ(text().size(), 250u);
   }
-  EXPECT_EQ(reported_, 0u);
+  EXPECT_EQ(reported_, 1u);
   EXPECT_TRUE(log.write(line(6)));
   EXPECT_EQ(text(), lines(0, 3) + line(6));
+  EXPECT_EQ(reported_, 3u);
+}
+
+TEST_F(LogFiles, ALogThatNeverRecoversIsToldOfAtOnceAndThenOnceAMinute) {
+  // It was told of at the stop of the server.
+  std::vector<std::size_t> counts;
+  LogFile log("/dev/full", [&](std::size_t count) {
+    counts.push_back(count);
+    return true;
+  });
+  const LogFile::Clock::time_point begin{1h};
+  for (int second = 0; second < 150; ++second)
+    EXPECT_FALSE(log.write("one\nand another\n", begin + std::chrono::seconds(second)));
+  EXPECT_EQ(counts, (std::vector<std::size_t>{2, 120, 120}));
+  log.close();
+  EXPECT_EQ(counts, (std::vector<std::size_t>{2, 120, 120, 58}));
+}
+
+TEST_F(LogFiles, APipeThatNobodyReadsIsToldOfWithoutAFurtherLine) {
+  LogFile log(pipe(), note());
+  const auto an_hour_ago = LogFile::Clock::now() - 1h;
+  while (log.write(line(0), an_hour_ago)) continue;
+  EXPECT_GE(reported_, 1u);
+  EXPECT_FALSE(log.write(line(1), an_hour_ago));
+  for (int i = 0; i < 1000 && reported_ == 1; ++i) std::this_thread::sleep_for(10ms);
+  EXPECT_EQ(reported_, 2u);
+}
+
+TEST_F(LogFiles, WhatStillWaitsAtTheEndIsCountedAsDropped) {
+  const file_guard reader(::open(pipe().c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  {
+    LogFile log(path_, note());
+    for (std::size_t i = 0; i < 20'000; ++i) log.write(line(i));
+  }
+  EXPECT_EQ(read_for(reader.get(), 2'000'000).size() / 100 + reported_, 20'000u);
+}
+
+TEST_F(LogFiles, ANoticeToTheLogItselfWaitsUntilItCanBeWritten) {
+  // A notice of each dropped line would be one more line to drop, and tell of.
+  LogFile log(path_, note(), LogFile::NoticeTo::itself);
+  {
+    const FileLimit full(0);
+    for (int i = 0; i < 3; ++i) EXPECT_FALSE(log.write("one\n"));
+    EXPECT_EQ(reported_, 0u);
+  }
+  EXPECT_TRUE(log.write("two\n"));
   EXPECT_EQ(reported_, 3u);
 }
 
@@ -166,7 +213,7 @@ TEST_F(LogFiles, DroppedLinesThatCannotBeReportedAreCountedAgain) {
   can_report = true;
   log.write("three\n");
   log.write("four\n");
-  EXPECT_EQ(counts, (std::vector<std::size_t>{1, 1}));
+  EXPECT_EQ(counts, (std::vector<std::size_t>{1, 1, 1}));
 }
 
 TEST_F(LogFiles, ANoticeThatThrowsIsOneThatCannotReport) {
@@ -180,14 +227,16 @@ TEST_F(LogFiles, ANoticeThatThrowsIsOneThatCannotReport) {
 
 TEST_F(LogFiles, ANoticeMayWriteToItsOwnLog) {
   LogFile *self = nullptr;
-  LogFile log(path_, [&](std::size_t count) { return self->write(std::to_string(count) + " dropped\n"); });
+  LogFile log(
+      path_, [&](std::size_t count) { return self->write(hosts::count_dropped(count) + "\n"); },
+      LogFile::NoticeTo::itself);
   self = &log;
   {
     const FileLimit full(0);
     EXPECT_FALSE(log.write("one\n"));
   }
   EXPECT_TRUE(log.write("two\n"));
-  EXPECT_EQ(text(), "two\n1 dropped\n");
+  EXPECT_EQ(text(), "two\n1 line dropped\n");
 }
 
 TEST_F(LogFiles, ALineThatThereIsNoMemoryForIsDropped) {
