@@ -1,6 +1,7 @@
 # Other names for the commands that do the work; `make` alone lists them.
 
 PREFIX ?= /usr/local
+DESTDIR ?=
 
 .PHONY: help run test lint format coverage fuzz bench faults nightly install
 
@@ -14,7 +15,7 @@ help:
 	@echo 'make bench      measure (scripts/bench)'
 	@echo 'make faults     let memory and files fail under procedures, requests and tools'
 	@echo 'make nightly    all of this for long: what is worth a night (scripts/nightly)'
-	@echo 'make install    install the release build under PREFIX ($(PREFIX))'
+	@echo 'make install    install under PREFIX ($(PREFIX)), or below DESTDIR for a package'
 
 run test lint format coverage fuzz bench nightly:
 	scripts/$@
@@ -27,6 +28,6 @@ faults:
 
 install:
 	scripts/deps
-	cmake --preset release
-	cmake --build --preset release
-	cmake --install build/release --prefix $(PREFIX)
+	cmake --preset install -DCMAKE_INSTALL_PREFIX='$(PREFIX)'
+	cmake --build --preset install
+	DESTDIR='$(DESTDIR)' cmake --install build/install
