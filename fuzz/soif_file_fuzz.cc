@@ -1,17 +1,43 @@
-/// The same bytes as SOIF text in a file and in memory. Both must give the same objects, but for the one that the end
-/// of the input cuts within a value: in memory its missing bytes are made up, in a file it is lost.
+/// The same bytes as SOIF text in a file and in memory. Both must give the same objects, but for an object with a value
+/// that the end of the input cuts: a file loses it with all that follows; in memory up to 65,536 missing bytes are made
+/// up, and a value that lacks more is refused, so that the objects within it are found.
+
+#include <algorithm>
 
 #include "fuzz/fuzz.h"
 #include "fuzz/print.h"
+#include "qxapi/ascii.h"
+
+namespace {
+
+/// announces_too_much returns true if the text up to `position` ends with a size that reaches further behind the text
+/// than a value may: "{size}:" and a tab. A size may contain braces, of which the first begins it.
+bool announces_too_much(std::string_view text, size_t position) {
+  constexpr std::string_view end = "}:\t";
+  if (position < end.size() || text.substr(position - end.size(), end.size()) != end) return false;
+  const std::string_view before = text.substr(0, position - end.size());
+  const int64_t longest = static_cast<int64_t>(text.size() - position) + 65536;
+  for (size_t brace = before.rfind('{'); brace != std::string_view::npos; brace = before.substr(0, brace).rfind('{'))
+    if (ascii::to_int32(before.substr(brace + 1)) > longest) return true;
+  return false;
+}
+
+}  // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-  const fuzz::MemoryFile bytes(fuzz::text(data, size));
+  const std::string_view text = fuzz::text(data, size);
+  const fuzz::MemoryFile bytes(text);
   const stdio_ptr file = open_stdio(bytes.path().c_str());
-  soif_reader from_file(file.get()), from_text(fuzz::text(data, size));
+  soif_reader from_file(file.get()), from_text(text);
   while (!from_text.at_end()) {
     const soif_ptr one = from_file.next(), other = from_text.next();
+    if (from_file.at_end() && !from_text.at_end()) {
+      const auto position = static_cast<size_t>(from_text.position());
+      fuzz::require(!one && !other && announces_too_much(text, position), "an object lost in the midst of a file");
+      break;
+    }
     if (!one && other) {
-      fuzz::require(from_text.at_end() && from_file.at_end(), "an object lost in the midst of a file");
+      fuzz::require(from_text.at_end() && from_file.at_end(), "an object lost before the end of a file");
       break;
     }
     fuzz::require(!one == !other, "an object that only a file has");
