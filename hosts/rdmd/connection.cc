@@ -79,9 +79,10 @@ std::string client_address(const io::Socket &socket) {
 Connection::Connection(io::Socket socket, Server &server)
     : server_(server),
       socket_(std::move(socket)),
-      timer_(socket_.get_executor()),
+      limit_(socket_.get_executor()),
       client_(client_address(socket_)),
       deadline_(server.limits().write),
+      look_(socket_.get_executor()),
       reader_(server.limits().head_bytes, server.limits().target_bytes) {
   error_code ignored;
   socket_.native_non_blocking(true, ignored);
@@ -130,16 +131,19 @@ void Connection::abort() {
 
 /* ---- Deadlines ---- */
 
-void Connection::arm(Duration limit, Step expired) {
-  timer_.expires_after(limit);
-  timer_.async_wait([self = shared_from_this(), this, epoch = ++timer_epoch_, expired](const error_code &) {
-    if (epoch == timer_epoch_) (this->*expired)();
+void Connection::arm(Alarm &alarm, Duration time, Step step) {
+  alarm.armed = true;
+  alarm.timer.expires_after(time);
+  alarm.timer.async_wait([self = shared_from_this(), this, &alarm, epoch = ++alarm.epoch, step](const error_code &) {
+    if (epoch != alarm.epoch) return;
+    alarm.armed = false;
+    (this->*step)();
   });
 }
 
-void Connection::disarm() {
-  ++timer_epoch_;
-  timer_.cancel();
+void Connection::disarm(Alarm &alarm) {
+  ++alarm.epoch;
+  if (std::exchange(alarm.armed, false)) alarm.timer.cancel();
 }
 
 void Connection::give_up_head() {
@@ -182,7 +186,10 @@ void Connection::next_request() {
   reader_ = HeadReader(server_.limits().head_bytes, server_.limits().target_bytes);
   sender_.reset();
   unread_ = false;
-  if (skip_empty_lines(input_)) return begin_head();
+  if (skip_empty_lines(input_)) {
+    keep_looking();
+    return begin_head();
+  }
   input_.shrink_to_fit();
   enter(State::idle);
   wait_idle();
@@ -191,7 +198,7 @@ void Connection::next_request() {
 
 void Connection::begin_head() {
   enter(State::head);
-  arm(server_.limits().header, &Connection::give_up_head);
+  arm(limit_, server_.limits().header, &Connection::give_up_head);
   read_head();
 }
 
@@ -235,17 +242,24 @@ void Connection::route() {
   exchange_ = make_exchange(head_, target_, client_);
   if (!unread_ || *head_.length > body_limit) return call_plugin();
   enter(State::body);
-  arm(server_.limits().body, &Connection::give_up_body);
+  arm(limit_, server_.limits().body, &Connection::give_up_body);
   if (head_.expects_continue && input_.empty()) return send_continue();
   read_body();
 }
 
 void Connection::send_continue() {
+  note_sending();
+  const auto written = on_strand([this](const error_code &error) {
+    if (error) return body_lost();
+    keep_looking();
+    read_body();
+  });
   boost::asio::async_write(socket_, boost::asio::buffer(continue_line),
-                           on_strand([this](const error_code &error, std::size_t) {
-                             if (error) return body_lost();
-                             read_body();
-                           }));
+                           [this, written](const error_code &error, std::size_t count) {
+                             // What was written counts, whatever the state is by now.
+                             sent_ += static_cast<std::int64_t>(count);
+                             written(error);
+                           });
 }
 
 void Connection::read_body() {
@@ -268,7 +282,7 @@ void Connection::body_lost() {
 /* ---- Answering it ---- */
 
 void Connection::call_plugin() {
-  disarm();
+  disarm(limit_);
   enter(State::service);
   watch_client();
   server_.service().post([self = shared_from_this(), this]() mutable {
@@ -336,14 +350,14 @@ void Connection::answer_text(int status, std::string_view text) {
 }
 
 void Connection::answer(const hosts::Head &head, std::vector<hosts::Piece> pieces) {
-  disarm();
+  disarm(limit_);
   enter(State::sending);
   keep_ = keep_ && !server_.stopping();
   entry_.status = head.status;
   const std::string_view persistence = keep_ ? (head_.http11 ? "" : "keep-alive") : "close";
   sender_.emplace(hosts::render_head(head, {server_name, std::time(nullptr), persistence}), std::move(pieces));
-  deadline_.begin(sent_ - unacknowledged(), io::Clock::now());
-  watched_ = false;
+  note_sending();
+  was_blocked_ = false;
   release_request();
   send_some();
 }
@@ -377,7 +391,7 @@ void Connection::send_some() {
 }
 
 void Connection::await_writable() {
-  if (!std::exchange(watched_, true)) arm(deadline_.interval(), &Connection::look_at_client);
+  if (!std::exchange(was_blocked_, true)) look_after(deadline_.interval());
   socket_.async_wait(io::Socket::wait_write, on_strand([this](const error_code &error) {
                        if (error) return sending_failed();
                        send_some();
@@ -401,34 +415,47 @@ std::int64_t Connection::unacknowledged() {
 /// has_answer tells whether the client's system has all of the answers. One that is turned away is not waited for.
 bool Connection::has_answer() { return place_.turned_away || unacknowledged() <= (state_ == State::lingering ? 1 : 0); }
 
+/// note_sending lets the write deadline begin, unless it runs already.
+void Connection::note_sending() { deadline_.begin(sent_ - unacknowledged(), sent_, io::Clock::now()); }
+
+/// look_after has the client looked at after `time`, and then again until all is acknowledged.
+void Connection::look_after(Duration time) {
+  look_interval_ = time;
+  arm(look_, time, &Connection::look_at_client);
+}
+
+/// keep_looking has the client looked at where it has not acknowledged all before its next request.
+void Connection::keep_looking() {
+  if (!look_.armed && !has_answer()) look_after(deadline_.interval());
+}
+
 /// await_acknowledgement looks often at first: a client that reads has its answer in no time.
 void Connection::await_acknowledgement() {
   if (has_answer()) return acknowledged(last_sent_);
   // What is so little may be left to the kernel where another client needs the place.
   if (state_ == State::idle && unacknowledged() <= little) become_idle(last_sent_);
-  next_look_ = Duration(1);
-  arm(next_look_, &Connection::look_at_client);
+  look_after(Duration(1));
 }
 
-/// look_at_client gives a client up that takes nothing, whether its answer is still being handed to the kernel or not.
+/// look_at_client gives a client up that takes nothing, whether its answer is still being handed to the kernel or not,
+/// and whatever else it does: one that sends requests all the time is cut off as well.
 void Connection::look_at_client() {
   const auto now = io::Clock::now();
-  if (state_ != State::sending && is_reset(socket_)) return close();
+  const bool waits = state_ == State::idle || state_ == State::lingering;
+  if (waits && is_reset(socket_)) return close();
+  if (state_ != State::sending && has_answer()) return waits ? acknowledged(now) : void();
   if (deadline_.expired(sent_ - unacknowledged(), now)) return give_up_sending();
-  if (state_ == State::sending)
-    sender_->park();
-  else if (has_answer())
-    return acknowledged(now);
-  next_look_ = state_ == State::sending ? deadline_.interval() : std::min(next_look_ * 4, deadline_.interval());
-  arm(next_look_, &Connection::look_at_client);
+  if (state_ == State::sending && was_blocked_) sender_->park();
+  look_after(state_ == State::sending ? deadline_.interval() : std::min(look_interval_ * 4, deadline_.interval()));
 }
 
 /// acknowledged begins the time for the next request, or for what follows the last.
 void Connection::acknowledged(io::Clock::time_point since) {
-  if (state_ == State::lingering) return ended_ ? close() : arm(server_.limits().linger, &Connection::close);
+  disarm(look_);
+  if (state_ == State::lingering) return ended_ ? close() : arm(limit_, server_.limits().linger, &Connection::close);
   if (server_.stopping()) return close();
   become_idle(since);
-  arm(first_ ? server_.limits().header : server_.limits().idle, &Connection::close);
+  arm(limit_, first_ ? server_.limits().header : server_.limits().idle, &Connection::close);
 }
 
 /// become_idle lets the connection make way for a new client.
@@ -437,7 +464,7 @@ void Connection::become_idle(io::Clock::time_point since) {
 }
 
 void Connection::sent() {
-  disarm();
+  disarm(limit_);
   log_request();
   first_ = false;
   if (!keep_) return linger();
@@ -481,7 +508,8 @@ void Connection::end_of_input() {
 void Connection::close() {
   if (state_ == State::closed) return;
   if (!logged_ && entry_.status == 503 && !sender_) server_.errors().trouble(Trouble::no_turn, client_);
-  disarm();
+  disarm(limit_);
+  disarm(look_);
   enter(State::closed);
   log_request();
   sender_.reset();

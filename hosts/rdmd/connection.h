@@ -59,6 +59,13 @@ class Connection : public std::enable_shared_from_this<Connection> {
  private:
   enum class State { idle, head, body, service, sending, lingering, closed };
   using Step = void (Connection::*)();
+  /// Alarm is a timer that takes a step once. Arming it again replaces that step.
+  struct Alarm {
+    explicit Alarm(const io::Executor &strand) : timer(strand) {}
+    io::Timer timer;
+    std::uint64_t epoch = 0;  // of its arming: completions of an earlier one are ignored
+    bool armed = false;
+  };
 
   void next_request();
   void begin_head();
@@ -83,7 +90,10 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void send_some();
   void await_writable();
   void sending_failed();
+  void note_sending();
   void look_at_client();
+  void look_after(Duration time);
+  void keep_looking();
   void await_acknowledgement();
   void acknowledged(io::Clock::time_point since);
   void become_idle(io::Clock::time_point since);
@@ -100,8 +110,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void enter(State state);
   void read_more(std::size_t most, Step next, Step ended);
   void receive(std::size_t most, Step next, Step ended);
-  void arm(Duration limit, Step expired);
-  void disarm();
+  void arm(Alarm &alarm, Duration time, Step step);
+  void disarm(Alarm &alarm);
   void give_up_head();
   void give_up_body();
   void give_up_sending();
@@ -110,10 +120,9 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
   Server &server_;
   io::Socket socket_;
-  io::Timer timer_;
+  Alarm limit_;                             // on the state
   std::atomic<State> state_ = State::idle;  // changed on the strand alone; the plug-in's thread reads it
   std::uint64_t epoch_ = 0;                 // of the state: completions of an earlier one are ignored
-  std::uint64_t timer_epoch_ = 0;           // likewise of the deadline in force
   Roster::Place place_;
   io::Clock::time_point last_sent_ = io::Clock::now();
   std::string client_;
@@ -124,11 +133,12 @@ class Connection : public std::enable_shared_from_this<Connection> {
   bool idle_ = false;    // the connection may make way: the client has its answer and has not begun its next request
   bool ended_ = false;   // the client has finished sending; noted while lingering
 
-  // What the client takes of its answers.
+  // What the client takes of its answers. It is looked at in every state, as long as bytes are not acknowledged.
   WriteDeadline deadline_;
-  std::int64_t sent_ = 0;  // bytes of all answers
-  bool watched_ = false;   // the deadline of the answer under way is set
-  Duration next_look_{};
+  Alarm look_;
+  Duration look_interval_{};
+  std::int64_t sent_ = 0;     // bytes of all answers, and of what asks for a body
+  bool was_blocked_ = false;  // the client did not take the answer under way at once
 
   // The request under way.
   HeadReader reader_;

@@ -2,7 +2,14 @@
 
 namespace rdmd {
 
-void WriteDeadline::begin(std::int64_t acknowledged, io::Clock::time_point now) {
+void WriteDeadline::begin(std::int64_t acknowledged, std::int64_t sent, io::Clock::time_point now) {
+  if (acknowledged >= sent)
+    restart(acknowledged, now);
+  else
+    expired(acknowledged, now);
+}
+
+void WriteDeadline::restart(std::int64_t acknowledged, io::Clock::time_point now) {
   acknowledged_ = acknowledged;
   since_ = now;
 }
@@ -10,7 +17,7 @@ void WriteDeadline::begin(std::int64_t acknowledged, io::Clock::time_point now) 
 bool WriteDeadline::expired(std::int64_t acknowledged, io::Clock::time_point now) {
   const auto stall = now - since_;
   if (acknowledged <= acknowledged_) return stall >= patience_;
-  begin(acknowledged, now);
+  restart(acknowledged, now);
   // Measured with clients that read 1 KB a second into default buffers: a stall is up to four times the one before.
   patience_ = std::max(patience_, std::min<io::Clock::duration>(stall * 9 / 2, limit_ * 5));
   return false;

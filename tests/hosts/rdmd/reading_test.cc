@@ -90,6 +90,49 @@ TEST_F(HostReading, AClientThatReadsNothingCannotHaveTheKernelKeepItsAnswer) {
     }
 }
 
+TEST_F(HostReading, AClientThatReadsNothingAndAsksOnIsCutOff) {
+  // Each answer began the time anew, until the kernel took no more: 260 of these.
+  start({"--write-timeout", "0.5"});
+  const std::string waiting = post("/rdm/big?500", "x", "Expect: 100-continue\r\n");
+  for (const std::string &request : {get("/rdm/big?500"), waiting}) {
+    HttpClient client(port_, false, small_buffer);
+    int requests = 0;
+    for (; requests < 1000 && is_whole(client); ++requests) {
+      const std::size_t head = request.find("\r\n\r\n") + 4;
+      client.send(request.substr(0, head));
+      std::this_thread::sleep_for(50ms);
+      client.send(request.substr(head));
+    }
+    EXPECT_LT(requests, 130) << request;
+  }
+  EXPECT_TRUE(server_->await_error("an answer was cut: its client took nothing of it in time"));
+}
+
+TEST_F(HostReading, AClientThatReadsNothingIsCutOffWhileItsNextRequestIsAwaited) {
+  // The limit on the next request took the place of the one on the answer before it.
+  start({"--write-timeout", "0.5", "--header-timeout", "3600", "--body-timeout", "3600"});
+  const std::string begun_body = "POST /rdm/echo HTTP/1.1\r\nHost: h\r\nContent-Length: 10\r\n\r\nhalf";
+  for (const std::string &begun : {std::string("GET /rdm"), begun_body}) {
+    for (const bool at_once : {true, false}) {
+      HttpClient client(port_, false, small_buffer);
+      client.send(get("/rdm/big?60000") + (at_once ? begun : ""));
+      EXPECT_TRUE(client.readable(support::patience));
+      if (!at_once) client.send(begun);
+      EXPECT_GE(await_reset(client), 300ms) << begun << at_once;
+    }
+  }
+}
+
+TEST_F(HostReading, AClientThatReadsAndAsksOnIsNotCutOff) {
+  start({"--write-timeout", "0.5"});
+  HttpClient client(port_, false, small_buffer);
+  for (int i = 0; i < 60; ++i) {
+    client.send(get("/rdm/big?2000") + get("/rdm/big?2000"));
+    for (int answer = 0; answer < 2; ++answer) ASSERT_EQ(client.receive().body, pattern(2000)) << i;
+    std::this_thread::sleep_for(50ms);
+  }
+}
+
 TEST_F(HostReading, TheRestThatTheKernelHasTakenIsWaitedFor) {
   // Neither the time to linger nor that of an idle connection begins before the client has its answer.
   start({"--write-timeout", "2", "--linger-timeout", "0.1", "--idle-timeout", "0.1"});

@@ -19,7 +19,7 @@ struct Step {
 std::chrono::milliseconds cut_at(const std::vector<Step> &steps) {
   const rdmd::io::Clock::time_point begun{1h};
   WriteDeadline deadline(30s);
-  deadline.begin(0, begun);
+  deadline.begin(0, 0, begun);
   std::int64_t acknowledged = 0;
   auto next = steps.begin();
   for (std::chrono::milliseconds now = 0s; now < 1h; now += deadline.interval()) {
@@ -58,11 +58,31 @@ TEST(WriteDeadline, BearsLongerStallsOfAClientThatHasGoneOnAfterOne) {
   EXPECT_LE(cut_at(slow), 252'400ms + 155s);
 }
 
-TEST(WriteDeadline, CountsFromTheBeginningOfEachAnswer) {
+/// at is a moment of a connection.
+rdmd::io::Clock::time_point at(std::chrono::milliseconds time) { return rdmd::io::Clock::time_point{10h} + time; }
+
+TEST(WriteDeadline, CountsFromTheBeginningOfAnAnswerWhereAllBeforeItIsAcknowledged) {
   WriteDeadline deadline(30s);
-  deadline.begin(100, rdmd::io::Clock::time_point{10h});
-  EXPECT_FALSE(deadline.expired(100, rdmd::io::Clock::time_point{10h + 10s}));
-  EXPECT_TRUE(deadline.expired(100, rdmd::io::Clock::time_point{10h + 60s}));
+  deadline.begin(100, 100, at(0s));
+  deadline.begin(200, 200, at(50s));
+  EXPECT_FALSE(deadline.expired(200, at(60s)));
+  EXPECT_TRUE(deadline.expired(200, at(110s)));
+}
+
+// A client that read nothing and went on asking lived as long as the kernel kept answers for it: each began the time.
+TEST(WriteDeadline, FurtherAnswersGiveNoMoreTimeToAClientThatTakesNothing) {
+  WriteDeadline deadline(30s);
+  std::int64_t sent = 100;
+  deadline.begin(100, sent, at(0s));
+  for (auto now = 0ms; now < 60s; now += 500ms) deadline.begin(100, sent += 10, at(now));
+  EXPECT_TRUE(deadline.expired(100, at(60s)));
+}
+
+TEST(WriteDeadline, AnAnswerNotesWhatWasAcknowledgedSinceTheLastLook) {
+  WriteDeadline deadline(30s);
+  deadline.begin(0, 0, at(0s));
+  deadline.begin(1, 1000, at(40s));
+  EXPECT_FALSE(deadline.expired(1, at(80s)));
 }
 
 TEST(WriteDeadline, IsLookedAtOftenButNotAllTheTime) {
