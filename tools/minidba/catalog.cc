@@ -35,7 +35,8 @@ std::optional<std::string> Catalog::get(uint32_t number) const {
 
 std::optional<uint32_t> Catalog::number_of(std::string_view url) const {
   if (!table_) return std::nullopt;
-  if (urls_) return mapped(url);
+  if (urls_)
+    if (const auto number = mapped(url); number || !has_damaged_map()) return number;
   for (uint32_t number : scan().candidates(url)) {
     const auto record = get(number);
     if (record && url_of(*record) == url) return number;
@@ -230,8 +231,21 @@ void Catalog::each_url(const UrlMap::Visit &visit) const {
 
 uint32_t Catalog::free_number() const { return later(next_number(), scan().next_number()); }
 
+bool Catalog::has_damaged_map() const {
+  if (!urls_) return false;
+  if (!map_is_damaged_) map_is_damaged_ = urls_->is_damaged();
+  return *map_is_damaged_;
+}
+
+bool Catalog::drop_damaged_map() {
+  if (!has_damaged_map()) return false;
+  newest_change_ = newest_change();  // which the map's stamp knows, whatever has become of the rest
+  urls_.reset();
+  return true;
+}
+
 void Catalog::renew_url_map(const Lock &) {
-  if (!table_ || urls_) return;
+  if (!table_ || (urls_ && urls_->has_checksum())) return;
   UrlItems items(path_);
   each_url([&](std::string_view url, uint32_t number) { items.add(url, number); });
   Snapshot snapshot(UrlMap::path_for(path_), path_);
@@ -239,6 +253,7 @@ void Catalog::renew_url_map(const Lock &) {
   snapshot.sync();
   snapshot.commit();
   urls_ = UrlMap::open(*table_, map_obstacle_);
+  map_is_damaged_.reset();
 }
 
 }  // namespace minidba

@@ -38,7 +38,7 @@ class Catalog {
 
   std::optional<std::string> get(uint32_t number) const;
   /// number_of returns the number of the description with this URL, the lowest if there are several. It asks the URL
-  /// map; without a map of this snapshot it reads the whole catalog once.
+  /// map; without a map of this snapshot, or if a damaged one does not have the URL, it reads the whole catalog once.
   std::optional<uint32_t> number_of(std::string_view url) const;
   /// next_number returns a number that no description of this catalog has had, deleted ones included; 0 when none is
   /// left. It may read the whole catalog, as number_of does.
@@ -90,7 +90,11 @@ class Catalog {
   const UrlMap *url_map() const { return urls_ ? &*urls_ : nullptr; }
   /// map_obstacle returns what kept the system from reading a map that is there; empty where nothing did.
   const std::string &map_obstacle() const { return map_obstacle_; }
-  /// renew_url_map writes the map anew unless it is of this snapshot.
+  /// has_damaged_map returns true if the map on the disk is of this snapshot, but not as it was written. It reads the
+  /// whole map once. drop_damaged_map leaves such a map unused from then on, and returns whether it did.
+  bool has_damaged_map() const;
+  bool drop_damaged_map();
+  /// renew_url_map writes the map anew unless it is of this snapshot and has a checksum.
   void renew_url_map(const Lock &lock);
 
  private:
@@ -107,6 +111,7 @@ class Catalog {
   std::optional<HashTable> table_;
   std::string map_obstacle_;
   std::optional<UrlMap> urls_;
+  mutable std::optional<bool> map_is_damaged_;  // nothing until it has been looked at
   mutable std::optional<time_t> newest_change_;
   mutable std::optional<UrlScan> scan_;  // what takes the map's place where there is none
   KnownRecords known_;

@@ -97,7 +97,9 @@ bool edit_urls(const UrlMap &old, const Changes &changes, const File &file, Stam
     const std::string_view bytes = text;
     return Record{bytes.substr(0, item.key_size), bytes.substr(item.key_size)};
   };
-  return edit_hash_file(old.table(), file, items, fetch, stamp);
+  if (!edit_hash_file(old.table(), file, items, fetch, stamp)) return false;
+  seal(file);
+  return true;
 }
 
 void write_urls(const Catalog &catalog, const Changes &changes, const Snapshot &snapshot, const File &database,

@@ -26,11 +26,17 @@ struct Stamp {
   /// that was written without it. Programs that change only records leave it as it is: that of a database is a lower
   /// bound, that of a URL map of this snapshot is exact.
   std::optional<time_t> newest_change = std::nullopt;
+  /// Of a URL map what content_checksum returned for it. Nothing in a database, which other programs change, and in a
+  /// file of an earlier version.
+  std::optional<uint32_t> content = std::nullopt;
 
   /// read returns the stamp of a file, nothing when it has none.
   static std::optional<Stamp> read(const File &file);
   void write(const File &file) const;
 };
+
+/// content_checksum returns the CRC-32 of a file without the bytes of its stamp.
+uint32_t content_checksum(const File &file);
 
 /// is_before returns true if a file was last written before the database of this stamp was made.
 bool is_before(const struct stat &file, const Stamp &stamp);

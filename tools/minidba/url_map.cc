@@ -32,6 +32,13 @@ void UrlMap::each(const Visit &visit) const {
   table_.each([&](std::string_view url, std::string_view key) { visit(url, minidba::number_of(key).value_or(0)); });
 }
 
+void seal(const File &map) {
+  std::optional<Stamp> stamp = Stamp::read(map);
+  if (!stamp) throw Failure("does not hold what was written to it: " + map.name());
+  stamp->content = content_checksum(map);
+  stamp->write(map);
+}
+
 void UrlItems::add(std::string_view url, uint32_t number) {
   const int64_t place = texts_.append(url);
   texts_.append(database_key(number));
@@ -47,6 +54,7 @@ void UrlItems::write(const Snapshot &snapshot, const File &database, uint32_t ne
     return Record{bytes.substr(0, item.key_size), bytes.substr(item.key_size)};
   };
   write_hash_file(snapshot.file(), items_, fetch, {next_number, 0, identity_of(database), newest_change});
+  seal(snapshot.file());
 }
 
 void UrlScan::add(std::string_view url, uint32_t number) {

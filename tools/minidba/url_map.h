@@ -33,6 +33,11 @@ class UrlMap {
   /// it.
   std::optional<time_t> newest_change() const { return table_.stamp()->newest_change; }
 
+  /// has_checksum returns false if an earlier version has written the map. is_damaged returns true if the bytes of the
+  /// map are not those that its checksum was made of; it reads all of them.
+  bool has_checksum() const { return table_.stamp()->content.has_value(); }
+  bool is_damaged() const { return has_checksum() && content_checksum(table_.file()) != *table_.stamp()->content; }
+
   using Visit = std::function<void(std::string_view url, uint32_t number)>;
   void each(const Visit &visit) const;
   const HashTable &table() const { return table_; }
@@ -42,6 +47,9 @@ class UrlMap {
 
   HashTable table_;
 };
+
+/// seal puts the checksum of a map that is written otherwise into its stamp.
+void seal(const File &map);
 
 /// UrlItems are the records of a map that is to be written; their bytes lie in a scratch file.
 class UrlItems {

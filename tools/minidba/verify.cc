@@ -156,6 +156,7 @@ void check_map(const Catalog &catalog, Findings &findings) {
   if (!catalog.map_obstacle().empty()) findings.faults.add(catalog.map_obstacle());
   if (map == nullptr) return check_same_urls(catalog, findings);
   try {
+    if (catalog.has_damaged_map()) findings.faults.add("the URL map is not as it was written: " + map->table().path());
     map->each([&](std::string_view url, uint32_t number) {
       if (find(findings.descriptions, number) == nullptr)
         findings.faults.add("the URL map has " + named(number) + ", which is not there: " + std::string(url));

@@ -31,13 +31,17 @@ std::optional<Lock> lock_for(const Options &options, const Console &console, Abs
 }
 
 Writing::Writing(const Options &options, const Console &console, Absent absent)
-    : lock_(lock_for(options, console, absent)), catalog_(options.database, absent) {
+    : console_(console), lock_(lock_for(options, console, absent)), catalog_(options.database, absent) {
   protect(catalog_, options, console);
   if (absent == Absent::error) begin();
 }
 
 void Writing::begin() {
-  if (lock_ && !catalog_.is_partial()) catalog_.renew_url_map(*lock_);
+  if (catalog_.is_partial()) return;
+  if (catalog_.drop_damaged_map())
+    console_.errors << "minidba: damaged: " << UrlMap::path_for(catalog_.path())
+                    << ": the URLs are read from the records\n";
+  if (lock_) catalog_.renew_url_map(*lock_);
 }
 
 void Writing::stamp(Changes &changes, const Console &console) const {

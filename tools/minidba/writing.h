@@ -19,8 +19,9 @@ class Writing {
  public:
   explicit Writing(const Options &options, const Console &console, Absent absent = Absent::error);
 
-  /// begin comes before the first change: it writes the URL map if there is none of this snapshot. A catalog that must
-  /// be there has begun.
+  /// begin comes before the first change: it writes the URL map anew if there is none of this snapshot with a checksum,
+  /// or if it is damaged, which standard error then says. A dry run goes by the records instead. A catalog that must be
+  /// there has begun.
   void begin();
   const Catalog &catalog() const { return catalog_; }
   bool is_dry() const { return !lock_; }
@@ -32,6 +33,7 @@ class Writing {
   void rebuild(const Changes &dropped, const Console &console) const;
 
  private:
+  const Console &console_;
   std::optional<Lock> lock_;
   Catalog catalog_;
 };

@@ -70,7 +70,7 @@ TEST_F(Rebuild, MendsTheUrlMap) {
     v.size = number.size();
     ASSERT_EQ(dba_put(map.get(), &k, &v), 0);
   }
-  EXPECT_EQ(verdict(), "damaged: 1 fault\n");
+  EXPECT_EQ(verdict(), "damaged: 2 faults\n") << "a URL that leads elsewhere, and a checksum that does not fit";
   EXPECT_EQ(catalog_.run({"rebuild"}).status, 0);
   EXPECT_EQ(verdict(), "sound: 2 descriptions, no index\n");
 }

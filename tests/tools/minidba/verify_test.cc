@@ -11,6 +11,7 @@
 #include "dba/hash_file.h"
 #include "qxapi/guard.h"
 #include "tools/minidba/layout.h"
+#include "tools/minidba/url_map.h"
 
 namespace {
 
@@ -63,15 +64,18 @@ class Verify : public testing::Test {
     const std::string bytes = support::read_file(catalog_.path(".idx"));
     return bytes.substr(8 + 20 * (number - 1), 20);
   }
-  /// remap makes a map that belongs to the snapshot but does not fit it, as only a fault can have made it. Without a
-  /// key the URL is taken away.
+  /// remap makes a map that belongs to the snapshot and has the right checksum, but does not fit the records, as only a
+  /// fault of a writer can have made it. Without a key the URL is taken away.
   void remap(const std::string &url, const std::string &key) {
-    const database_ptr map(dba_open(catalog_.path(".url").c_str(), "w"));
+    const std::string path = catalog_.path(".url");
+    database_ptr map(dba_open(path.c_str(), "w"));
     ASSERT_TRUE(map);
     std::string name = url, bytes = key;
     const DBT k{name.data(), name.size()}, v{bytes.data(), bytes.size()};
     DBT put = k;
     EXPECT_EQ(key.empty() ? dba_del(map.get(), &k) : dba_put(map.get(), &put, &v), 0);
+    map.reset();
+    minidba::seal(minidba::File(minidba::open_file(path, O_RDWR), path));
   }
   void write_index(const std::vector<std::string> &entries) {
     std::string bytes = word(0x3EB1CA0E) + word(static_cast<uint32_t>(entries.size()));
