@@ -51,6 +51,12 @@ function(rdm_pkg_config name version description)
   install(FILES ${CMAKE_BINARY_DIR}/packaging/lib${name}.pc DESTINATION ${folder} COMPONENT development)
 endfunction()
 
+# rdm_install_program(NAME DIRECTORY): installs a program of that name. Tests find all programs in RDM_PROGRAMS.
+function(rdm_install_program name directory)
+  install(TARGETS ${name} RUNTIME DESTINATION ${directory} COMPONENT programs)
+  set_property(GLOBAL APPEND PROPERTY RDM_PROGRAMS ${name})
+endfunction()
+
 # rdm_objects(NAME): the object library behind rdm_library: no exceptions, no RTTI, since its procedures are called
 # through a C interface.
 function(rdm_objects name)
