@@ -1,12 +1,13 @@
-# rdm_library(NAME OBJECTS TARGET VERSION X.Y.Z MAP FILE DESCRIPTION TEXT BASE DIR HEADERS FILES... LINK LIBS... USE LIBS...)
+# rdm_library(NAME OBJECTS TARGET VERSION X.Y.Z MAP FILE DESCRIPTION TEXT BASE DIR HEADERS FILES... LINK LIBS...
+#             USE LIBS...)
 #
 # A shared library made of an object library's sources, which are compiled once: tests link the objects, so that they
-# reach internals; everybody else links the library, whose version script exports exactly the interfaces. X is the number
-# in the soname. Programs that link the library link those in LINK too; libraries in USE are private.
+# reach internals; everybody else links the library, whose version script exports exactly the interfaces. X is the
+# number in the soname. Programs that link the library link those in LINK too; libraries in USE are private.
 #
 # Installed are the library, its public headers and its pkg-config file. HEADERS are spelled as programs include them,
-# relative to BASE below the source directory; the installed ones stand in a directory of their own, RDM_HEADER_DIR, which
-# leaves the general names in their paths free for others. Programs link the target rdm::NAME.
+# relative to BASE below the source directory; the installed ones stand in a directory of their own, RDM_HEADER_DIR,
+# which leaves the general names in their paths free for others. Programs link the target rdm::NAME.
 set(RDM_HEADER_DIR ${CMAKE_INSTALL_INCLUDEDIR}/${PROJECT_NAME})
 
 function(rdm_library name)
@@ -15,7 +16,8 @@ function(rdm_library name)
   add_library(${name} SHARED $<TARGET_OBJECTS:${LIBRARY_OBJECTS}>)
   add_library(rdm::${name} ALIAS ${name})
   set_target_properties(${name} PROPERTIES SOVERSION ${soversion} VERSION ${LIBRARY_VERSION}
-    INSTALL_RPATH "$<$<BOOL:${LIBRARY_LINK}>:$ORIGIN>" LINKER_LANGUAGE CXX LINK_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${LIBRARY_MAP})
+    INSTALL_RPATH "$<$<BOOL:${LIBRARY_LINK}>:$ORIGIN>"
+    LINKER_LANGUAGE CXX LINK_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${LIBRARY_MAP})
   target_link_options(${name} PRIVATE -Wl,--version-script=${CMAKE_CURRENT_SOURCE_DIR}/${LIBRARY_MAP}
     -Wl,-Bsymbolic-functions)
   target_link_libraries(${name} PUBLIC ${LIBRARY_LINK} PRIVATE ${LIBRARY_USE})
@@ -36,19 +38,20 @@ function(rdm_public_headers name base)
     $<BUILD_INTERFACE:${CMAKE_SOURCE_DIR}>)
 endfunction()
 
-# rdm_pkg_config(NAME VERSION DESCRIPTION LINK...): installs libNAME.pc. It finds everything relative to its own place, so
-# that it holds under any prefix.
+# rdm_pkg_config(NAME VERSION DESCRIPTION LINK...): installs libNAME.pc. It finds everything relative to its own place,
+# so that it holds under any prefix.
 function(rdm_pkg_config name version description)
-  set(folder ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
-  cmake_path(ABSOLUTE_PATH folder BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX} OUTPUT_VARIABLE up)
+  set(directory ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+  cmake_path(ABSOLUTE_PATH directory BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX} OUTPUT_VARIABLE up)
   cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX BASE_DIRECTORY ${up} OUTPUT_VARIABLE up)
   set(prefix "\${prefix}")
   cmake_path(APPEND prefix ${CMAKE_INSTALL_LIBDIR} OUTPUT_VARIABLE libdir)
   cmake_path(APPEND prefix ${RDM_HEADER_DIR} OUTPUT_VARIABLE includedir)
   list(TRANSFORM ARGN PREPEND lib OUTPUT_VARIABLE requires)
   list(JOIN requires ", " requires)
-  configure_file(${CMAKE_SOURCE_DIR}/packaging/pkg-config/library.pc.in ${CMAKE_BINARY_DIR}/packaging/lib${name}.pc @ONLY)
-  install(FILES ${CMAKE_BINARY_DIR}/packaging/lib${name}.pc DESTINATION ${folder} COMPONENT development)
+  set(file ${CMAKE_BINARY_DIR}/packaging/lib${name}.pc)
+  configure_file(${CMAKE_SOURCE_DIR}/packaging/pkg-config/library.pc.in ${file} @ONLY)
+  install(FILES ${file} DESTINATION ${directory} COMPONENT development)
 endfunction()
 
 # rdm_install_program(NAME DIRECTORY): installs a program of that name. Tests find all programs in RDM_PROGRAMS.
