@@ -17,6 +17,7 @@ namespace {
 
 using support::Finished;
 using testing::ElementsAre;
+using std::string_literals::operator""s;
 using testing::HasSubstr;
 
 struct Foreign {
@@ -29,7 +30,7 @@ const std::vector<Foreign> &foreign_inputs() {
   static const std::vector<Foreign> all = {
       {"nothing", ""},
       {"white space", " \n\t\n\n"},
-      {"a gzip file", {"\x1f\x8b\x08\0\0\0\0\0\0\x03\x4b\xcb\x40\xcf\x57\x00@\x7f\x9a{\x05\0\0}\0", 28}},
+      {"a gzip file", "\x1f\x8b\x08\0\0\0\0\0\0\x03\x4b\xcb\x40\xcf\x57\x00@\x7f\x9a{\x05\0\0}\0"s},
       {"an HTML page",
        "<!DOCTYPE html>\n<html><head><style>\n@media print { a { color: red } }\n@import url(x.css);\n</style></head>\n"
        "<body><h1>502 Bad Gateway</h1>\nwrite to admin@example.org</body></html>\n"},
