@@ -4,6 +4,10 @@
 /// that has gone on after a stall reads, if slowly, and its next stall may be several times as long. So a client that
 /// takes nothing is found after 1.75 to 1.9 times the limit, and one that has stalled before after at most 5.1 times.
 /// Further answers give it no more time.
+///
+/// A client with a large receive buffer that reads more slowly than its window reopens looks like one that reads
+/// nothing: its system acknowledges nothing until about an eighth of the buffer is free (a quarter of the default
+/// 128 KiB). It is cut off if that takes longer than 1.75 times the limit, which is less than twice the limit.
 #ifndef HOSTS_RDMD_WRITE_DEADLINE_H
 #define HOSTS_RDMD_WRITE_DEADLINE_H
 
