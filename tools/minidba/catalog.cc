@@ -71,8 +71,11 @@ time_t Catalog::newest_change() const {
 time_t Catalog::find_newest_change() const {
   if (!table_) return 0;
   if (urls_ && urls_->newest_change()) return *urls_->newest_change();
-  const time_t stamped = table_->stamp() ? table_->stamp()->newest_change.value_or(0) : 0;
-  return std::max(stamped, used_in(*table_).newest_change);
+  return std::max(newest_given().value_or(0), used_in(*table_).newest_change);
+}
+
+std::optional<time_t> Catalog::newest_given() const {
+  return table_ && table_->stamp() ? table_->stamp()->newest_change : std::nullopt;
 }
 
 void Catalog::each(const Visit &visit) const {

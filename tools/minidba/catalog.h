@@ -49,6 +49,10 @@ class Catalog {
   /// over what is damaged.
   time_t newest_change() const;
 
+  /// newest_given returns the newest time of change that minidba has given in this database, as it says itself; nothing
+  /// if it does not. Another program may have written later times.
+  std::optional<time_t> newest_given() const;
+
   using Visit = std::function<void(uint32_t number, std::string_view record)>;
   /// each visits every description, in the file's order.
   void each(const Visit &visit) const;

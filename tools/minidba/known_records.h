@@ -3,6 +3,8 @@
 #define MINIDBA_KNOWN_RECORDS_H
 
 #include <cstdint>
+#include <ctime>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -11,12 +13,13 @@
 
 namespace minidba {
 
-/// KnownRecords tells damaged records from changed ones. A record that changes gets a later time of change, so one with
-/// the time of its index entry has the size and the checksum of it too.
+/// KnownRecords tells damaged records from changed ones. A record that changes gets a later time of change than all
+/// that were given before, so one with the time of its index entry has the size and the checksum of it too.
 class KnownRecords {
  public:
-  /// Without entries nothing is known.
-  explicit KnownRecords(std::vector<IndexEntry> entries = {});
+  /// Without entries nothing is known. `newest_given` is the newest time of change that minidba has given in the
+  /// database; nothing if it is not known.
+  explicit KnownRecords(std::vector<IndexEntry> entries = {}, std::optional<time_t> newest_given = std::nullopt);
 
   /// entries returns all that is known, by number.
   const std::vector<IndexEntry> &entries() const { return entries_; }
@@ -29,8 +32,12 @@ class KnownRecords {
   std::string fault_of(const IndexEntry &now, std::string_view record) const;
 
  private:
-  std::vector<IndexEntry> entries_;  // by number
-  uint32_t newest_ = 0;              // time
+  /// is_possible returns true if a description that has changed since the index was made can have this time.
+  bool is_possible(uint32_t time) const { return time > newest_ && (!newest_given_ || time <= *newest_given_); }
+
+  std::vector<IndexEntry> entries_;     // by number
+  uint32_t newest_ = 0;                 // time of all entries
+  std::optional<time_t> newest_given_;  // time in the database, deleted descriptions included
 };
 
 }  // namespace minidba

@@ -12,7 +12,7 @@ namespace {
 KnownRecords read_known(const std::string &path, const Catalog &catalog) {
   const auto status = status_of(path);
   if (!status || catalog.predates(*status)) return KnownRecords();
-  return KnownRecords(read_index(path));
+  return KnownRecords(read_index(path), catalog.newest_given());
 }
 
 }  // namespace

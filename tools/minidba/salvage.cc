@@ -42,16 +42,16 @@ void read_map(const std::string &database, Witnesses &witnesses) try {
   // Without a map, or with one that is no hash file any more, the index alone knows what was there.
 }
 
-bool predates(const struct stat &index, const File &database) {
-  if (database.size() < 512) return false;
-  const std::optional<Stamp> stamp = Stamp::read(database);
-  return stamp && is_before(index, *stamp);
+std::optional<Stamp> stamp_of(const File &database) {
+  return database.size() < 512 ? std::nullopt : Stamp::read(database);
 }
 
 void read_index_of(const Options &options, const File &database, Witnesses &witnesses) try {
   const std::optional<std::string> path = index_of(options);
   const auto status = path ? status_of(*path) : std::nullopt;
-  if (status && !predates(*status, database)) witnesses.index = KnownRecords(read_index(*path));
+  const std::optional<Stamp> stamp = stamp_of(database);
+  if (status && !(stamp && is_before(*status, *stamp)))
+    witnesses.index = KnownRecords(read_index(*path), stamp ? stamp->newest_change : std::nullopt);
 } catch (const Failure &) {
   // It is damaged too.
 }

@@ -212,7 +212,7 @@ void check_removed(const Catalog &catalog, const KnownRecords &known, Findings &
 void check_entries(const Catalog &catalog, std::vector<IndexEntry> entries, Findings &findings) {
   Faults &faults = findings.faults;
   if (!std::is_sorted(entries.begin(), entries.end(), precedes)) faults.add("the index is not sorted");
-  const KnownRecords known(std::move(entries));
+  const KnownRecords known(std::move(entries), catalog.newest_given());
   for (size_t i = 0; i < known.entries().size(); ++i) {
     const IndexEntry &entry = known.entries()[i];
     const IndexEntry *description = find(findings.descriptions, entry.number);
