@@ -25,6 +25,11 @@ CLI::Validator is_seconds() {
   return {check, ""};
 }
 
+/// is_given refuses an empty text, as a shell makes it of a variable that is not set: it would count as no option.
+CLI::Validator is_given() {
+  return {[](const std::string &text) -> std::string { return text.empty() ? "must not be empty" : ""; }, ""};
+}
+
 void declare_writer(CLI::App &verb, Options &options) {
   declare_dry_run(verb, options);
   verb.add_option("--wait", options.wait, "wait so long at most for another writer; for ever by default")
@@ -39,7 +44,9 @@ void declare_index(CLI::App &verb, Options &options) {
 
 void declare_rejects(CLI::App &verb, Options &options) {
   declare_writer(verb, options);
-  verb.add_option("--rejects", options.rejects, "keep refused objects in this file, as they came")->type_name("FILE");
+  verb.add_option("--rejects", options.rejects, "keep refused objects in this file, as they came")
+      ->check(is_given())
+      ->type_name("FILE");
 }
 
 void declare_update(CLI::App &verb, Options &options) {
@@ -55,11 +62,11 @@ void declare_delete(CLI::App &verb, Options &options) {
 
 void declare_export(CLI::App &verb, Options &options) {
   declare_dry_run(verb, options);
-  verb.add_option("FILE", options.file, "where to write it, by default standard output");
+  verb.add_option("FILE", options.file, "where to write it, by default standard output")->check(is_given());
 }
 
 void declare_salvage(CLI::App &verb, Options &options) {
-  verb.add_option("FILE", options.file, "where to write it, by default standard output");
+  verb.add_option("FILE", options.file, "where to write it, by default standard output")->check(is_given());
 }
 
 void declare_import(CLI::App &verb, Options &options) {
@@ -82,7 +89,9 @@ void declare_get(CLI::App &verb, Options &options) {
 }
 
 void declare_list(CLI::App &verb, Options &options) {
-  verb.add_option("--since", options.since, "only what has changed at that time or later")->type_name("TIME");
+  verb.add_option("--since", options.since, "only what has changed at that time or later")
+      ->check(is_given())
+      ->type_name("TIME");
   verb.add_option("--attributes", options.attributes, "only these attributes, and their numbered instances")
       ->delimiter(',')
       ->transform(lower_case)
@@ -147,7 +156,7 @@ class HelpText : public CLI::Formatter {
 void declare_common(CLI::App &app, Options &options) {
   app.option_defaults()->group(common_group);
   app.add_option("-d,--database", options.database, "the catalog's database (required)")->type_name("FILE");
-  app.add_option("-i,--index", options.index, "the catalog's index")->type_name("FILE");
+  app.add_option("-i,--index", options.index, "the catalog's index")->check(is_given())->type_name("FILE");
   app.add_flag("-q,--quiet", options.quiet, "no summary and no progress on standard error");
   app.add_flag("--json", options.json, "write the result as JSON to standard output");
 }

@@ -62,6 +62,32 @@ TEST_F(Usage, AsksWhatAMistypedWordMeans) {
                  "option \"--wait\" belongs behind the verb; see \"minidba expire --help\"");
 }
 
+// `list --since "$DAY"` listed all where DAY was not set, and `update --rejects "$FILE"` kept no refused object.
+TEST_F(Usage, AnOptionThatIsGivenIsNotEmpty) {
+  catalog_.make_empty();
+  const std::string db = catalog_.path();
+  const struct {
+    std::vector<std::string> words;
+    std::string error;
+  } rows[] = {
+      {{"list", "--since", ""}, "--since: must not be empty; see \"minidba list --help\""},
+      {{"list", "--since="}, "--since: 1 required TIME missing; see \"minidba list --help\""},
+      {{"update", "--rejects", ""}, "--rejects: must not be empty; see \"minidba update --help\""},
+      {{"import", "--rejects", ""}, "--rejects: must not be empty; see \"minidba import --help\""},
+      {{"verify", "-i", ""}, "--index: must not be empty; see \"minidba verify --help\""},
+      {{"export", ""}, "FILE: must not be empty; see \"minidba export --help\""},
+      {{"salvage", ""}, "FILE: must not be empty; see \"minidba salvage --help\""},
+      {{"list", "--since", " "},
+       "--since: not a time:  ; write 2026-11-01, 2026-11-01T12:00:00Z, \"1 Nov 2026 12:00:00 "
+       "GMT\", @1793534400, yesterday or \"3 days ago\""},
+  };
+  for (const auto &row : rows) {
+    std::vector<std::string> words{"-d", db};
+    words.insert(words.end(), row.words.begin(), row.words.end());
+    expect_failure(words, row.error);
+  }
+}
+
 TEST_F(Usage, OptionsStandBeforeOrAfterTheVerb) {
   const Finished finished =
       support::run({program, "update", "--json", "-d", catalog_.path()}, rd("http://localhost/1", {{"title", "One"}}));
