@@ -1,0 +1,121 @@
+/// Accepting clients: the processor time of the server for a short connection while no other is open, and while 5,000
+/// are idle, or as many as the limit of open files allows. Ends with the ratio of the two and status 1 where it is
+/// above the limit: accepting a client must not go through the others.
+#include <benchmark/benchmark.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+#include <iterator>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "hosts/rdmd/rdmd_process.h"
+#include "support/files.h"
+
+namespace {
+
+constexpr double ratio_limit = 1.5;
+constexpr std::size_t many = 5000;
+constexpr int short_connections = 200;  // of an iteration
+
+/// allowed_clients raises the limit of open files and returns how many clients it allows this program and the server.
+std::size_t allowed_clients() {
+  struct rlimit limit;
+  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return 100;
+  limit.rlim_cur = limit.rlim_max;
+  ::setrlimit(RLIMIT_NOFILE, &limit);
+  return limit.rlim_max / 2;
+}
+
+/// Server is an rdmd with clients that wait.
+class Server {
+ public:
+  Server()
+      : config_(folder_.write("rdm.conf", "journal=\"" + folder_.path("journal") + "\"\n")),
+        process_({"--listen", "127.0.0.1:0", "--plugin", BINARY_DIR "/tests/test_plugin.so", "--config", config_,
+                  "--max-connections", "10000", "--header-timeout", "3600"}),
+        port_(process_.port()) {}
+
+  void hold(std::size_t clients) {
+    while (idle_.size() < clients) idle_.push_back(std::make_unique<support::HttpClient>(port_));
+  }
+
+  /// cost returns the processor time of the server for one of the short connections, in seconds.
+  double cost() const {
+    const auto before = process_.cpu_time();
+    for (int i = 0; i < short_connections; ++i)
+      if (support::http_get(port_, "/nowhere").status != 404) fail();
+    return std::chrono::duration<double>(process_.cpu_time() - before).count() / short_connections;
+  }
+
+ private:
+  [[noreturn]] static void fail() {
+    std::cerr << "accept_bench: a client is not answered\n";
+    std::exit(1);
+  }
+
+  support::TemporaryFolder folder_;
+  std::string config_;
+  support::RdmdProcess process_;
+  int port_;
+  std::vector<std::unique_ptr<support::HttpClient>> idle_;
+};
+
+/// short_connection measures with `range` connections open. Each size has a server of its own.
+void short_connection(benchmark::State &state) {
+  Server server;
+  server.hold(static_cast<std::size_t>(state.range(0)));
+  server.cost();
+  for (auto _ : state) state.SetIterationTime(server.cost());
+}
+
+/// Figures is the usual report, which also keeps the least time of each size: what else the machine does only adds.
+class Figures : public benchmark::ConsoleReporter {
+ public:
+  void ReportRuns(const std::vector<Run> &runs) override {
+    ConsoleReporter::ReportRuns(runs);
+    for (const Run &run : runs) {
+      if (run.run_type != Run::RT_Iteration) continue;
+      double &least = times_.try_emplace(run.run_name.args, run.GetAdjustedRealTime()).first->second;
+      least = std::min(least, run.GetAdjustedRealTime());
+    }
+  }
+  /// ratio returns the time with most connections open by the time with fewest; 0 where not both were measured.
+  double ratio() const {
+    const auto alone = times_.find("0");
+    return alone == times_.end() || times_.size() < 2 ? 0 : std::next(alone)->second / alone->second;
+  }
+
+ private:
+  std::map<std::string, double> times_;
+};
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  const std::size_t clients = std::min(many, allowed_clients());
+  benchmark::RegisterBenchmark("short_connection", short_connection)
+      ->Arg(0)
+      ->Arg(static_cast<std::int64_t>(clients))
+      ->Iterations(10)
+      ->Repetitions(3)
+      ->UseManualTime()
+      ->Unit(benchmark::kMicrosecond);
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  testing::InitGoogleTest();
+  Figures figures;
+  benchmark::RunSpecifiedBenchmarks(&figures);
+  benchmark::Shutdown();
+  if (figures.ratio() == 0) return 0;
+  std::printf("with %zu idle connections: %.2f of the time with none; the limit is %.1f\n", clients, figures.ratio(),
+              ratio_limit);
+  return figures.ratio() <= ratio_limit ? 0 : 1;
+}
