@@ -2,7 +2,9 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <sys/sysmacros.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -32,6 +34,18 @@ void remove_leftovers(const std::string &database) {
 file_guard open_lock(const std::string &path) {
   file_guard file = open_file(path, O_RDWR | O_CREAT, 0644);
   return !file && errno == EACCES ? open_file(path, O_RDONLY) : std::move(file);
+}
+
+/// is_named returns true if a path still leads to an open file: its last holder may have removed it.
+bool is_named(const file_guard &file, const std::string &path) {
+  struct stat opened, named;
+  return ::fstat(file.get(), &opened) == 0 && ::stat(path.c_str(), &named) == 0 && opened.st_dev == named.st_dev &&
+         opened.st_ino == named.st_ino;
+}
+
+bool is_absent(const std::string &path) {
+  struct stat ignored;
+  return ::lstat(path.c_str(), &ignored) != 0 && errno == ENOENT;
 }
 
 /// holder_of returns the process that locked a file, as /proc/locks has it: "1: FLOCK ADVISORY WRITE 4711 fe:00:1234 0
@@ -98,19 +112,38 @@ std::string seconds_text(double seconds) {
 
 }  // namespace
 
-Lock::Lock(const std::string &database, double seconds, const Say &say) {
+Lock::Lock(const std::string &database, double seconds, const Say &say) : database_(database) {
   const std::string path = path_for(database);
-  file_ = open_lock(path);
-  if (!file_) throw system_failure("cannot lock " + path);
-  if (!is_locked(file_, LOCK_EX | LOCK_NB, path)) {
-    if (seconds != 0) say("waiting for " + describe_holder(file_) + ", which holds " + path);
-    if (seconds < 0)
-      is_locked(file_, LOCK_EX, path);
-    else if (!is_locked_within(seconds, file_, path))
-      throw Failure("cannot lock " + path + ": " + describe_holder(file_) + " still holds it after " +
-                    seconds_text(seconds));
-  }
+  do {
+    open();
+    wait(seconds, say);
+  } while (!is_named(file_, path));
   remove_leftovers(database);
+}
+
+/// Whoever waits for a file that is removed here finds that the name leads elsewhere, and opens the file anew.
+Lock::~Lock() {
+  const std::string path = path_for(database_);
+  if (file_ && is_created_ && is_absent(database_) && is_named(file_, path)) ::unlink(path.c_str());
+}
+
+void Lock::open() {
+  const std::string path = path_for(database_);
+  file_ = open_file(path, O_RDWR | O_CREAT | O_EXCL, 0644);
+  is_created_ = static_cast<bool>(file_);
+  if (!file_) file_ = open_lock(path);
+  if (!file_) throw system_failure("cannot lock " + path);
+}
+
+void Lock::wait(double seconds, const Say &say) const {
+  const std::string path = path_for(database_);
+  if (is_locked(file_, LOCK_EX | LOCK_NB, path)) return;
+  if (seconds != 0) say("waiting for " + describe_holder(file_) + ", which holds " + path);
+  if (seconds < 0)
+    is_locked(file_, LOCK_EX, path);
+  else if (!is_locked_within(seconds, file_, path))
+    throw Failure("cannot lock " + path + ": " + describe_holder(file_) + " still holds it after " +
+                  seconds_text(seconds));
 }
 
 }  // namespace minidba

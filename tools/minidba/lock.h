@@ -9,8 +9,9 @@
 
 namespace minidba {
 
-/// Lock is held by one writer of a catalog at a time; others wait. The file beside the database stays. Whoever gets the
-/// lock removes what writers of this database that were killed have left beside it.
+/// Lock is held by one writer of a catalog at a time; others wait. The file beside the database stays, unless this lock
+/// has created it and there is no database at the end. Whoever gets the lock removes what writers of this database that
+/// were killed have left beside it.
 class Lock {
  public:
   static std::string path_for(const std::string &database) { return database + ".lock"; }
@@ -20,9 +21,17 @@ class Lock {
   using Say = std::function<void(const std::string &text)>;
   explicit Lock(
       const std::string &database, double seconds = -1, const Say &say = [](const std::string &) {});
+  Lock(Lock &&) = default;
+  Lock &operator=(Lock &&) = delete;
+  ~Lock();
 
  private:
+  void open();
+  void wait(double seconds, const Say &say) const;
+
+  std::string database_;
   file_guard file_;
+  bool is_created_ = false;
 };
 
 }  // namespace minidba

@@ -6,6 +6,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <thread>
+#include <vector>
+
 #include "catalog_files.h"
 #include "hosts/rdmd/rdmd_process.h"
 #include "qxapi/guard.h"
@@ -103,6 +107,55 @@ TEST_F(Locking, AHolderThatCannotBeNamedIsAnotherProcess) {
   ASSERT_EQ(support::wait_for(child), 0);
   const Finished finished = catalog_.run({"expire", "--wait", "0"});
   EXPECT_EQ(finished.errors, "minidba: cannot lock " + lock_ + ": another process still holds it after 0 seconds\n");
+}
+
+// A refused update or import left its lock beside a database that was never there.
+TEST_F(Locking, LeavesNoFileBehindWhereNoCatalogCameOfIt) {
+  for (const std::vector<std::string> &words : {std::vector<std::string>{"update"}, {"import"}}) {
+    EXPECT_NE(catalog_.run(words, "nothing").status, 0);
+    EXPECT_TRUE(catalog_.files().empty()) << words[0];
+  }
+  EXPECT_EQ(catalog_.update(described).status, 0);
+  EXPECT_EQ(catalog_.run({"update"}, "nothing").status, 1);
+  EXPECT_TRUE(support::file_exists(lock_)) << "the lock of a catalog stays";
+}
+
+TEST_F(Locking, LeavesAFileThatWasThereBefore) {
+  support::write_file(lock_, "");
+  EXPECT_EQ(catalog_.run({"update"}, "nothing").status, 1);
+  EXPECT_TRUE(support::file_exists(lock_));
+}
+
+TEST_F(Locking, OneThatWaitedForAFileThatIsRemovedLocksTheNext) {
+  FirstWriter first(catalog_);
+  await_lock();
+  support::write_file(catalog_.path(".in2"), described);
+  const std::string errors = catalog_.path(".err2"), out = catalog_.path(".out2");
+  support::write_file(errors, "");
+  const pid_t second = support::start(catalog_.command({"update"}), catalog_.path(".in2"), out, errors);
+  EXPECT_TRUE(support::eventually([&] { return !support::read_file(errors).empty(); })) << "it waits";
+  first.finish();
+  EXPECT_EQ(support::wait_for(second), 0);
+  EXPECT_EQ(support::read_file(out), "1\n");
+  EXPECT_TRUE(support::file_exists(lock_)) << "created again by the second, which made a catalog";
+}
+
+TEST_F(Locking, IsHeldByOneAtATimeWhileTheFileComesAndGoes) {
+  std::atomic<int> holders = 0, rounds = 0;
+  const auto work = [&] {
+    for (int i = 0; i < 200; ++i) {
+      const minidba::Lock lock(catalog_.path());
+      EXPECT_EQ(++holders, 1);
+      std::this_thread::yield();
+      --holders;
+      ++rounds;
+    }
+  };
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) threads.emplace_back(work);
+  for (std::thread &thread : threads) thread.join();
+  EXPECT_EQ(rounds, 800);
+  EXPECT_TRUE(catalog_.files().empty());
 }
 
 TEST_F(Locking, QuietWaitsWithoutAWord) {
