@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include "qxapi/standard_descriptors.h"
+#include "tools/common/escaped.h"
 
 namespace tools {
 namespace {
@@ -23,7 +24,7 @@ void prepare_streams() {
 }
 
 int fail(const char *name, const std::string &text) {
-  std::cerr << name << ": " << text.substr(0, text.find('\n')) << '\n';
+  std::cerr << name << ": " << escaped(text) << '\n';
   return exit_failure;
 }
 

@@ -3,6 +3,7 @@
 #include <ostream>
 #include <utility>
 
+#include "tools/common/escaped.h"
 #include "tools/minidba/failure.h"
 #include "tools/minidba/input.h"
 #include "tools/minidba/opening.h"
@@ -24,7 +25,7 @@ class Deletion {
       changes_.erase(found->number, found->url);
       ++deleted_;
     } else {
-      errors_ << "minidba: no description " << word << '\n';
+      errors_ << "minidba: no description " << tools::escaped(word) << '\n';
       ++absent_;
     }
   }

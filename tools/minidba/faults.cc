@@ -2,11 +2,13 @@
 
 #include <ostream>
 
+#include "tools/common/escaped.h"
+
 namespace minidba {
 
 void Faults::add(const std::string &text) {
   if (++count_ > named) return;
-  errors_ << "minidba: " << text << '\n';
+  errors_ << "minidba: " << tools::escaped(text) << '\n';
   texts_.push_back(text);
 }
 

@@ -1,5 +1,6 @@
 #include <ostream>
 
+#include "tools/common/escaped.h"
 #include "tools/minidba/describe.h"
 #include "tools/minidba/opening.h"
 #include "tools/minidba/selection.h"
@@ -37,7 +38,7 @@ bool show_word(const Catalog &catalog, const std::string &word, const Options &o
   if (found)
     show(catalog, *found, options.json, console.out);
   else
-    console.errors << "minidba: no description " << word << '\n';
+    console.errors << "minidba: no description " << tools::escaped(word) << '\n';
   return found.has_value();
 }
 

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <ostream>
 
+#include "tools/common/escaped.h"
 #include "tools/minidba/change_times.h"
 #include "tools/minidba/exchange.h"
 #include "tools/minidba/failure.h"
@@ -171,7 +172,8 @@ UsedNumbers replaced(const Options &options, const Console &console) {
   if (!options.replace) throw Failure("already there: " + options.database + " (--replace replaces it)");
   UsedNumbers used = used_numbers(options.database);
   if (!used.damage.empty())
-    console.errors << "minidba: " << used.damage << ": which numbers it has given is known only in part\n";
+    console.errors << "minidba: " << tools::escaped(used.damage)
+                   << ": which numbers it has given is known only in part\n";
   return used;
 }
 

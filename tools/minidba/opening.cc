@@ -2,6 +2,7 @@
 
 #include <ostream>
 
+#include "tools/common/escaped.h"
 #include "tools/minidba/failure.h"
 #include "tools/minidba/faults.h"
 #include "tools/minidba/verbs.h"
@@ -42,7 +43,7 @@ KnownRecords known_records(const Options &options, const Catalog &catalog, const
     const std::optional<std::string> path = index_to_compare(options);
     return path ? read_known(*path, catalog) : KnownRecords();
   } catch (const Failure &failure) {
-    console.errors << "minidba: " << failure.what() << ": no record is compared with it\n";
+    console.errors << "minidba: " << tools::escaped(failure.what()) << ": no record is compared with it\n";
     return KnownRecords();
   }
 }

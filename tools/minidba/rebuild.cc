@@ -3,6 +3,7 @@
 #include <ostream>
 #include <tuple>
 
+#include "tools/common/escaped.h"
 #include "tools/minidba/opening.h"
 #include "tools/minidba/record.h"
 #include "tools/minidba/report.h"
@@ -57,7 +58,7 @@ class Dropping {
   void drop(const Version &version, uint32_t kept, const std::string &url) {
     changes_.erase(version.number, url);
     errors_ << "minidba: description " << version.number << " is dropped: description " << kept
-            << " is newer and has the same URL: " << url << '\n';
+            << " is newer and has the same URL: " << tools::escaped(url) << '\n';
   }
 
   const Catalog &catalog_;

@@ -3,6 +3,7 @@
 #include <ostream>
 #include <unordered_map>
 
+#include "tools/common/escaped.h"
 #include "tools/minidba/exchange.h"
 #include "tools/minidba/failure.h"
 #include "tools/minidba/known_records.h"
@@ -136,7 +137,7 @@ int64_t Salvage::drop_same_urls(std::ostream &errors) {
     if (is_better) kept->second = number;
     dropped.push_back(older);
     errors << "minidba: description " << older << " is left out: description " << kept->second
-           << " is newer and has the same URL: " << url << '\n';
+           << " is newer and has the same URL: " << tools::escaped(url) << '\n';
   }
   for (const uint32_t number : dropped) finds_.erase(number);
   return static_cast<int64_t>(dropped.size());
@@ -185,7 +186,7 @@ class Loss {
 
  private:
   void name(const std::string &text, int64_t &count) {
-    errors_ << "minidba: " << text << '\n';
+    errors_ << "minidba: " << tools::escaped(text) << '\n';
     ++count;
   }
 

@@ -1,5 +1,6 @@
 #include "tools/minidba/writing.h"
 
+#include "tools/common/escaped.h"
 #include "tools/minidba/change_times.h"
 #include "tools/minidba/failure.h"
 #include "tools/minidba/opening.h"
@@ -11,7 +12,7 @@ namespace {
 
 Lock lock_of(const Options &options, const Console &console) {
   return Lock(options.database, options.wait, [&](const std::string &text) {
-    if (!options.quiet) console.errors << "minidba: " << text << std::endl;
+    if (!options.quiet) console.errors << "minidba: " << tools::escaped(text) << std::endl;
   });
 }
 
@@ -39,7 +40,7 @@ Writing::Writing(const Options &options, const Console &console, Absent absent)
 void Writing::begin() {
   if (catalog_.is_partial()) return;
   if (catalog_.drop_damaged_map())
-    console_.errors << "minidba: damaged: " << UrlMap::path_for(catalog_.path())
+    console_.errors << "minidba: damaged: " << tools::escaped(UrlMap::path_for(catalog_.path()))
                     << ": the URLs are read from the records\n";
   if (lock_) catalog_.renew_url_map(*lock_);
 }

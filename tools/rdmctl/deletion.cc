@@ -8,6 +8,7 @@
 #include <ostream>
 #include <sstream>
 
+#include "tools/common/escaped.h"
 #include "tools/minidba/exchange.h"
 #include "tools/minidba/failure.h"
 #include "tools/minidba/soif_stream.h"
@@ -73,8 +74,8 @@ Named named_in(const std::string &path, const std::string &name, std::ostream &e
       named.urls.emplace_back(item->object->url);
     } else {
       ++named.rejected;
-      errors << "rdmctl: " << name << ": line " << stream.line_of(item->offset) << ": object " << item->number
-             << " rejected: " << reason << '\n';
+      errors << "rdmctl: " << tools::escaped(name) << ": line " << stream.line_of(item->offset) << ": object "
+             << item->number << " rejected: " << tools::escaped(reason) << '\n';
     }
   }
   if (named.urls.empty() && named.rejected == 0) named.urls = lines_from(path, header_end);

@@ -12,6 +12,7 @@
 #include "qxapi/ascii.h"
 #include "service/csid.h"
 #include "service/message.h"
+#include "tools/common/escaped.h"
 #include "tools/minidba/exchange.h"
 #include "tools/minidba/failure.h"
 #include "tools/minidba/lock.h"
@@ -179,7 +180,7 @@ std::vector<std::string> shortfalls(int64_t count, int64_t offered, const Outcom
 }
 
 void say(std::ostream &errors, const std::string &name, const std::string &text) {
-  errors << "rdmctl: " << name << ": " << text << '\n';
+  errors << "rdmctl: " << tools::escaped(name + ": " + text) << '\n';
 }
 
 /// import_descriptions returns the exit status that the delivery alone would have.
@@ -238,7 +239,7 @@ int import_files(const Options &options, std::ostream &out, std::ostream &errors
     try {
       status = import_file(name, options, out, errors);
     } catch (const Failure &failure) {
-      errors << "rdmctl: " << failure.what() << '\n';
+      errors << "rdmctl: " << tools::escaped(failure.what()) << '\n';
       if (outcome.database_changed()) status = exit_incomplete;
     }
     if (status == exit_done) ++done;

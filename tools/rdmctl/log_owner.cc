@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "qxapi/guard.h"
+#include "tools/common/escaped.h"
 #include "tools/minidba/failure.h"
 #include "tools/minidba/files.h"
 
@@ -86,7 +87,7 @@ void become_log_owner(const std::string &config, std::ostream &errors) {
   if (foreign.back().status.st_uid != log.status.st_uid)
     throw Failure(log.path + " belongs to " + owner + ", but " + foreign.back().path + " to " +
                   name_of(foreign.back().status.st_uid) + ": run rdmctl as the user who runs the service");
-  errors << "rdmctl: " << log.path << " belongs to " << owner << ": running as " << owner << std::endl;
+  errors << "rdmctl: " << tools::escaped(log.path) << " belongs to " << owner << ": running as " << owner << std::endl;
   become(log);
   for (const auto &each : {transactions, diagnostics})
     if (each) require_writable(each->path);

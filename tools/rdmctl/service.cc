@@ -7,6 +7,7 @@
 #include "hosts/common/host_table.h"
 #include "service/csid.h"
 #include "service/rdm.h"
+#include "tools/common/escaped.h"
 #include "tools/minidba/failure.h"
 
 namespace rdmctl {
@@ -30,7 +31,8 @@ void require_readable(const std::string &path) {
 
 Service::Service(const std::string &config, std::ostream &errors) {
   require_readable(config);
-  hosts::bind_host([&errors](const hosts::Report &report) { errors << "rdmctl: " << report.text << '\n'; });
+  hosts::bind_host(
+      [&errors](const hosts::Report &report) { errors << "rdmctl: " << tools::escaped(report.text) << '\n'; });
   const pblock_ptr block = parameters(config);
   if (rdm_init(block.get(), nullptr, nullptr) == 0) return;
   hosts::run_exits();

@@ -230,6 +230,27 @@ TEST_F(Damaged, AreFoundInACopyWhereATimeOfChangeIsTooLate) {
               "minidba: " + fault(3, "one bit of it is not as in the index") + way_on);
 }
 
+/// A damaged URL went to the terminal as it stood, and could command it.
+TEST_F(Damaged, AreNamedWithoutControlCharacters) {
+  change("http://localhost/3\n", "http://local\x1b[2J/3\n");
+  change("http://localhost/5\n", "http://local\x7f\x01st/5\n");
+  for (const char *verb : {"index", "verify", "export"}) {
+    const Finished finished = catalog_.run({verb});
+    EXPECT_THAT(finished.errors,
+                testing::AnyOf(HasSubstr("(http://local\\x1b[2J/3)"), HasSubstr("local\\x7f\\x01st/5")));
+    EXPECT_EQ(finished.errors.find_first_of("\x1b\x7f\x01"), std::string::npos) << finished.errors;
+  }
+  const std::string faults = catalog_.run({"verify", "--json"}).out;
+  EXPECT_THAT(faults, HasSubstr("local\\u001b[2J/3")) << "JSON escapes on its own";
+}
+
+TEST_F(Damaged, WordsOfTheCommandLineAreNamedWithoutControlCharactersEither) {
+  EXPECT_EQ(catalog_.run({"get", "a\x1b[2J\nb"}).errors, "minidba: no description a\\x1b[2J\\nb\n");
+  EXPECT_EQ(catalog_.run({"delete", "\r\x7f"}).errors.substr(0, 34), "minidba: no description \\r\\x7f\nmin");
+  EXPECT_EQ(catalog_.run({"list", "--since", "\x1b[2J"}).errors.find('\x1b'), std::string::npos);
+  EXPECT_EQ(catalog_.run({"a\x1b\nb"}).errors.substr(0, 34), "minidba: unknown verb \"a\\x1b\\nb\": ");
+}
+
 /// Another program may write a description again and give it a time of its own.
 TEST_F(Damaged, AreNoneThatAnotherProgramHasGivenALaterTime) {
   std::string record = catalog_.records().at("00000003");

@@ -17,6 +17,7 @@ TEST(Usage, SaysWhatIsMissingOrUnknown) {
   const std::pair<std::vector<std::string>, std::string> cases[] = {
       {{}, "a verb is required: one of import; see \"rdmctl --help\""},
       {{"explode"}, "unknown verb \"explode\": not one of import; see \"rdmctl --help\""},
+      {{"a\x1b[2J\nb"}, "unknown verb \"a\\x1b[2J\\nb\": not one of import; see \"rdmctl --help\""},
       {{"imprt"}, "unknown verb \"imprt\" (did you mean \"import\"?); see \"rdmctl --help\""},
       {{"help", "imprt"}, "unknown verb \"imprt\" (did you mean \"import\"?); see \"rdmctl --help\""},
       {{"--explode"}, "unknown option \"--explode\"; see \"rdmctl --help\""},

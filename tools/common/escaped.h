@@ -1,0 +1,22 @@
+/// Texts of catalogs, inputs and command lines in messages.
+#ifndef TOOLS_COMMON_ESCAPED_H
+#define TOOLS_COMMON_ESCAPED_H
+
+#include <string>
+#include <string_view>
+
+#include "qxapi/log_text.h"
+
+namespace tools {
+
+/// escaped returns a text with its control characters as \n, \r, \t or \x1b: what goes to a terminal cannot command it,
+/// and a message stays on one line.
+inline std::string escaped(std::string_view text) {
+  std::string line;
+  for (const char c : text) line += EscapedChar(c, Escaping::controls).text();
+  return line;
+}
+
+}  // namespace tools
+
+#endif
