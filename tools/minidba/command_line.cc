@@ -25,6 +25,11 @@ CLI::Validator is_seconds() {
   return {check, ""};
 }
 
+/// is_file refuses standard output, where the result of the verb goes.
+CLI::Validator is_file() {
+  return {[](const std::string &text) -> std::string { return text == "-" ? "must be a file" : ""; }, ""};
+}
+
 /// is_given refuses an empty text, as a shell makes it of a variable that is not set: it would count as no option.
 CLI::Validator is_given() {
   return {[](const std::string &text) -> std::string { return text.empty() ? "must not be empty" : ""; }, ""};
@@ -46,6 +51,7 @@ void declare_rejects(CLI::App &verb, Options &options) {
   declare_writer(verb, options);
   verb.add_option("--rejects", options.rejects, "keep refused objects in this file, as they came")
       ->check(is_given())
+      ->check(is_file())
       ->type_name("FILE");
 }
 
@@ -60,13 +66,14 @@ void declare_delete(CLI::App &verb, Options &options) {
       ->required();
 }
 
-void declare_export(CLI::App &verb, Options &options) {
-  declare_dry_run(verb, options);
-  verb.add_option("FILE", options.file, "where to write it, by default standard output")->check(is_given());
+void declare_output(CLI::App &verb, Options &options) {
+  verb.add_option("FILE", options.file, "where to write it; - is standard output, which is the default")
+      ->check(is_given());
 }
 
-void declare_salvage(CLI::App &verb, Options &options) {
-  verb.add_option("FILE", options.file, "where to write it, by default standard output")->check(is_given());
+void declare_export(CLI::App &verb, Options &options) {
+  declare_dry_run(verb, options);
+  declare_output(verb, options);
 }
 
 void declare_import(CLI::App &verb, Options &options) {
@@ -85,7 +92,9 @@ std::string lower_case(std::string name) {
 }
 
 void declare_get(CLI::App &verb, Options &options) {
-  verb.add_option("NUMBER|URL", options.arguments, "what is asked for; a number is decimal")->required();
+  verb.add_option("NUMBER|URL", options.arguments,
+                  "what is asked for; a number is decimal, - stands for the lines of standard input")
+      ->required();
 }
 
 void declare_list(CLI::App &verb, Options &options) {
@@ -132,7 +141,7 @@ constexpr Row rows[] = {
     {"verify", "check database, index and URL map", verify, declare_nothing, need_nothing},
     {"rebuild", "write database and URL map anew", rebuild, declare_writer, need_nothing},
     {"export", "write the whole catalog as one SOIF stream", export_catalog, declare_export, check_export},
-    {"salvage", "write what can be read of a damaged catalog as one SOIF stream", salvage, declare_salvage,
+    {"salvage", "write what can be read of a damaged catalog as one SOIF stream", salvage, declare_output,
      check_export},
     {"import", "make a catalog from an export", import_catalog, declare_import, need_nothing},
 };
@@ -185,6 +194,7 @@ const Row &row_of(const CLI::App &app) {
 }
 
 void check(const CLI::App &app, const Row &row, Options &options) {
+  if (options.file == "-") options.file.clear();
   const std::string missing = options.database.empty() ? "--database is required" : row.check(options);
   if (!missing.empty()) throw cli::misuse(app, missing);
   follow_links(options);

@@ -1,10 +1,6 @@
-#include <unistd.h>
-
 #include <ostream>
-#include <utility>
 
 #include "tools/common/escaped.h"
-#include "tools/minidba/failure.h"
 #include "tools/minidba/input.h"
 #include "tools/minidba/opening.h"
 #include "tools/minidba/report.h"
@@ -54,32 +50,12 @@ class Deletion {
   int64_t deleted_ = 0, absent_ = 0;
 };
 
-/// take_line passes a line on without the CR that some editors and mailers put at its end.
-void take_line(std::string line, Deletion &deletion) {
-  if (line.ends_with('\r')) line.pop_back();
-  if (!line.empty()) deletion.take(line);
-}
-
-/// take_lines takes a number or URL from each line of standard input.
-void take_lines(Deletion &deletion, const Options &options, const Console &console) {
-  const Input input("-", options, console);
-  std::string block(1 << 16, '\0'), line;
-  for (;;) {
-    const ssize_t got = uninterrupted([&] { return ::read(input.descriptor(), block.data(), block.size()); });
-    if (got < 0) throw system_failure("cannot read " + input.name());
-    if (got == 0) return take_line(line, deletion);
-    for (const char c : std::string_view(block).substr(0, static_cast<size_t>(got)))
-      c == '\n' ? take_line(std::exchange(line, {}), deletion) : line.push_back(c);
-  }
-}
-
 }  // namespace
 
 int delete_descriptions(const Options &options, const Console &console) {
   const Writing writing(options, console);
   Deletion deletion(writing.catalog(), options.urls_only, console.errors);
-  for (const std::string &word : options.arguments)
-    word == "-" && !options.urls_only ? take_lines(deletion, options, console) : deletion.take(word);
+  each_word(options, console, [&](const std::string &word) { deletion.take(word); });
   writing.commit(deletion.changes(), writing.catalog().next_number(), console);
   std::vector<Figure> details{{"deleted", deletion.deleted()}, {"not there", deletion.absent()}};
   add_skipped(details, writing.catalog());

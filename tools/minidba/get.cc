@@ -2,6 +2,7 @@
 
 #include "tools/common/escaped.h"
 #include "tools/minidba/describe.h"
+#include "tools/minidba/input.h"
 #include "tools/minidba/opening.h"
 #include "tools/minidba/selection.h"
 #include "tools/minidba/verbs.h"
@@ -47,8 +48,9 @@ bool show_word(const Catalog &catalog, const std::string &word, const Options &o
 int get(const Options &options, const Console &console) {
   const Catalog catalog = open_to_read(options, console);
   int status = status_of_work(catalog);
-  for (const std::string &word : options.arguments)
+  each_word(options, console, [&](const std::string &word) {
     if (!show_word(catalog, word, options, console)) status = exit_found_fault;
+  });
   return status;
 }
 

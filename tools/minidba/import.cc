@@ -122,10 +122,13 @@ void check_header(const StreamCheck &check, const Options &options) {
     throw Failure("no export header in front of the input: nothing is imported without --no-header");
 }
 
-/// check_rejects refuses to lose anything without being told where to keep it.
-void check_rejects(const Rejects &rejects, const Options &options) {
-  if (rejects.count() > 0 && options.rejects.empty())
-    throw Failure(std::to_string(rejects.count()) + " objects rejected: nothing is imported without --rejects");
+/// check_rejects refuses to lose anything without being told where to keep it. A report as JSON tells the reasons.
+void check_rejects(const Rejects &rejects, const Options &options, const Console &console) {
+  const int64_t count = rejects.count();
+  if (count == 0 || !options.rejects.empty()) return;
+  if (options.json) report(options, console, {"imported", 0}, {{"rejected", count}}, rejects.reasons());
+  throw Failure(std::to_string(count) + (count == 1 ? " object" : " objects") +
+                " rejected: nothing is imported without --rejects");
 }
 
 struct Imported {
@@ -162,7 +165,7 @@ Imported read_all(Import &import, Rejects &rejects, const Options &options, cons
   check_header(check, options);
   intake.take_unnumbered();
   check.require_whole();
-  check_rejects(rejects, options);
+  check_rejects(rejects, options, console);
   return {intake.imported(), intake.renumbered(), check.has_export_header() && check.objects() == intake.imported()};
 }
 

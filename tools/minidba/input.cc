@@ -4,10 +4,32 @@
 #include <unistd.h>
 
 #include <ostream>
+#include <utility>
 
 #include "tools/minidba/failure.h"
 
 namespace minidba {
+namespace {
+
+using Visit = std::function<void(const std::string &)>;
+
+void visit_line(std::string line, const Visit &visit) {
+  if (line.ends_with('\r')) line.pop_back();
+  if (!line.empty()) visit(line);
+}
+
+void each_line(const Input &input, const Visit &visit) {
+  std::string block(1 << 16, '\0'), line;
+  for (;;) {
+    const ssize_t got = uninterrupted([&] { return ::read(input.descriptor(), block.data(), block.size()); });
+    if (got < 0) throw system_failure("cannot read " + input.name());
+    if (got == 0) return visit_line(line, visit);
+    for (const char c : std::string_view(block).substr(0, static_cast<size_t>(got)))
+      c == '\n' ? visit_line(std::exchange(line, {}), visit) : line.push_back(c);
+  }
+}
+
+}  // namespace
 
 Input::Input(const std::string &name, const Options &options, const Console &console)
     : console_(console), name_(name == "-" ? "the input" : name) {
@@ -18,6 +40,11 @@ Input::Input(const std::string &name, const Options &options, const Console &con
   if (!options.quiet && ::isatty(descriptor()) != 0)
     console.errors << "minidba: " << options.verb
                    << " reads from the terminal; Ctrl-D at the start of a line ends it\n";
+}
+
+void each_word(const Options &options, const Console &console, const Visit &visit) {
+  for (const std::string &word : options.arguments)
+    word == "-" && !options.urls_only ? each_line(Input("-", options, console), visit) : visit(word);
 }
 
 }  // namespace minidba

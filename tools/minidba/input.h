@@ -2,6 +2,7 @@
 #ifndef MINIDBA_INPUT_H
 #define MINIDBA_INPUT_H
 
+#include <functional>
 #include <string>
 
 #include "tools/minidba/files.h"
@@ -24,6 +25,10 @@ class Input {
   file_guard file_;
   std::string name_;
 };
+
+/// each_word visits the words after a verb; for "-" it visits the lines of standard input. A CR at the end of a line,
+/// as some editors and mailers put it there, is dropped, and so are empty lines.
+void each_word(const Options &options, const Console &console, const std::function<void(const std::string &)> &visit);
 
 }  // namespace minidba
 

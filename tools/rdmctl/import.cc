@@ -55,9 +55,10 @@ void read_body(Delivery &delivery, int64_t limit) {
   for (int64_t total = 0; total < limit;) {
     const int32_t count = host_read(file.get(), block.data(), block.size());
     if (count < 0) throw system_failure("cannot read " + delivery.name);
-    if (count == 0) return;
     if (csio_append(delivery.body.get(), block.data(), count) != count)
       throw Failure("no room to keep " + delivery.name + " in the folder for temporary files");
+    // A terminal ends once: the next read would wait for another Ctrl-D.
+    if (count < static_cast<int32_t>(block.size())) return;
     total += count;
   }
 }
@@ -223,7 +224,13 @@ int delete_descriptions(const Delivery &delivery, const Options &options, std::o
   return exit_incomplete;
 }
 
+void announce_terminal(const std::string &name, std::ostream &errors) {
+  if (name == "-" && ::isatty(STDIN_FILENO) != 0)
+    errors << "rdmctl: import reads from the terminal; Ctrl-D at the start of a line ends it\n";
+}
+
 int import_file(const std::string &name, const Options &options, std::ostream &out, std::ostream &errors) {
+  announce_terminal(name, errors);
   Delivery delivery = read_delivery(name, options);
   return delivery.header->type == RDM_RD_DELETE_RESPONSE ? delete_descriptions(delivery, options, out, errors)
                                                          : import_descriptions(delivery, options, out, errors);

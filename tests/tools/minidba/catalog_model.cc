@@ -312,8 +312,8 @@ Result CatalogModel::import(const Stream &stream, const Flags &flags, time_t clo
   }
   if (const std::string fault = stream.fault(false); !fault.empty()) return fail(refused.result, fault);
   if (refused.count > 0 && !flags.rejects)
-    return fail(refused.result,
-                std::to_string(refused.count) + " objects rejected: nothing is imported without --rejects");
+    return fail(refused.result, std::to_string(refused.count) + (refused.count == 1 ? " object" : " objects") +
+                                    " rejected: nothing is imported without --rejects");
   if (imported == 0 && !flags.allow_empty) {
     if (!descriptions_.empty())
       return fail(refused.result, "the input has no descriptions and " + path_ +

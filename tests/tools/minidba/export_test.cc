@@ -72,6 +72,17 @@ TEST_F(Export, ToAFileReplacesItAsAWhole) {
   EXPECT_THAT(other_.files(), ElementsAre("catalog.db.soif"));
 }
 
+/// A file of this name appeared in the folder that the operator happened to stand in.
+TEST_F(Export, ADashIsStandardOutput) {
+  EXPECT_EQ(catalog_.run({"export", "-"}).out, exported());
+  EXPECT_EQ(catalog_.run({"salvage", "-"}).out, exported());
+  EXPECT_EQ(catalog_.run({"export", "--json", "-"}).errors,
+            "minidba: --json needs a FILE to export to; see \"minidba export --help\"\n");
+  EXPECT_EQ(catalog_.run({"update", "--rejects", "-"}).errors,
+            "minidba: --rejects: must be a file; see \"minidba update --help\"\n");
+  EXPECT_FALSE(support::file_exists("-"));
+}
+
 TEST_F(Export, RefusesWhatItMustNotReplace) {
   EXPECT_EQ(catalog_.run({"export", catalog_.path()}).errors,
             "minidba: database and export are the same file: " + catalog_.path() + "\n");
@@ -219,9 +230,13 @@ TEST_F(Import, LosesNothingWithoutBeingAskedTo) {
       {one.substr(0, one.size() - 2), "not closed"},
   };
   for (const auto &row : rows) {
-    expect_refused(row.stream, "1 objects rejected: nothing is imported without --rejects");
+    expect_refused(row.stream, "1 object rejected: nothing is imported without --rejects");
     EXPECT_THAT(catalog_.run({"import", "--no-header"}, row.stream).errors,
                 HasSubstr("rejected: " + row.message + "\n"));
+    // A program that asked for JSON reads the reasons there.
+    const std::string json = catalog_.run({"import", "--no-header", "--json"}, row.stream).out;
+    EXPECT_THAT(json, testing::StartsWith("{\"verb\":\"import\",\"dry-run\":false,\"imported\":0,\"rejected\":1,"));
+    EXPECT_THAT(json, HasSubstr("\"reason\":\"" + row.message + "\""));
   }
 }
 

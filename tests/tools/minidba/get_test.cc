@@ -27,6 +27,13 @@ TEST_F(Get, PrintsARecordAsItIsKept) {
   EXPECT_EQ(catalog_.run({"get", "http://localhost/10", "1"}).out, ten_ + one_);
 }
 
+TEST_F(Get, ADashStandsForTheLinesOfStandardInput) {
+  const Finished finished = catalog_.run({"get", "10", "-"}, "http://localhost/1\r\n\n2\n10");
+  EXPECT_EQ(finished.status, 1);
+  EXPECT_EQ(finished.out, ten_ + one_ + ten_);
+  EXPECT_EQ(finished.errors, "minidba: no description 2\n");
+}
+
 TEST_F(Get, AUrlMayLookLikeANumber) {
   catalog_.put("00000002", rd("77", {{"title", "Seventy-seven"}}));
   EXPECT_EQ(catalog_.run({"get", "77"}).out, rd("77", {{"title", "Seventy-seven"}}));

@@ -91,17 +91,19 @@ TEST_F(Rebuild, OfAUrlStoredTwiceTheNewerIsKept) {
   catalog_.put("00000003", rd(url, {{"rd-last-changed", newer}, {"title", "Three"}}));
   catalog_.put("00000005", rd("http://localhost/5", {{"title", "Five"}}));
   catalog_.put("00000007", rd(url, {{"rd-last-changed", older}, {"title", "Seven"}}));
-  const std::string dropped =
-      "minidba: description 7 is dropped: description 3 is newer and has the same URL: http://localhost/1\n"
-      "minidba: 2 rebuilt, 1 dropped\n";
+  const std::string named =
+      "minidba: description 7 is dropped: description 3 is newer and has the same URL: http://localhost/1\n";
   EXPECT_EQ(support::run(catalog_.command({"verify"})).errors,
             "minidba: the URL of description 7 leads to 3: http://localhost/1\n");
   Finished finished = catalog_.run({"rebuild", "--dry-run"});
+  EXPECT_EQ(finished.status, 0);
+  EXPECT_EQ(finished.out, "2\n");
+  EXPECT_EQ(finished.errors, named + "minidba: dry run: 2 rebuilt, 1 dropped\n");
   EXPECT_EQ(catalog_.records().size(), 3u);
   finished = catalog_.run({"rebuild"});
   EXPECT_EQ(finished.status, 0);
   EXPECT_EQ(finished.out, "2\n");
-  EXPECT_EQ(finished.errors, dropped);
+  EXPECT_EQ(finished.errors, named + "minidba: 2 rebuilt, 1 dropped\n");
   EXPECT_EQ(verdict(), "sound: 2 descriptions, no index\n");
   EXPECT_THAT(catalog_.records(), ElementsAre(Key("00000003"), Key("00000005")));
   EXPECT_EQ(catalog_.run({"get", url}).out, rd(url, {{"rd-last-changed", newer}, {"title", "Three"}}));

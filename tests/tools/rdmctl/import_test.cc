@@ -5,10 +5,12 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 
 #include "hosts/rdmd/rdmd_process.h"
+#include "qxapi/guard.h"
 #include "support/environment.h"
 #include "tools/rdmctl/service_files.h"
 
@@ -153,6 +155,21 @@ TEST_F(Import, ADeleteResponseDeletesWhatItsObjectsOrLinesName) {
     EXPECT_EQ(support::read_file(service_.database() + ".idx").size(), 8u + 20u) << what;
     EXPECT_THAT(support::read_file(service_.path("rdm.log")), EndsWith("\"Deleted 2 RDs from me\" - -\n")) << what;
   }
+}
+
+/// An import that was given no file seemed to hang.
+TEST_F(Import, SaysThatItReadsFromTheTerminal) {
+  const file_guard screen(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
+  ASSERT_TRUE(screen && ::grantpt(screen.get()) == 0 && ::unlockpt(screen.get()) == 0);
+  const std::string terminal = ::ptsname(screen.get()), errors = service_.path("errors");
+  const file_guard held(::open(terminal.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+  const std::string typed = book(1) + "\x04";
+  const pid_t child = support::start(service_.import_command({"-"}), terminal, service_.path("out"), errors);
+  ASSERT_EQ(::write(screen.get(), typed.data(), typed.size()), static_cast<ssize_t>(typed.size()));
+  EXPECT_EQ(support::wait_for(child), 0);
+  EXPECT_EQ(support::read_file(service_.path("out")), "Accepted 1 RDs from Unknown-Source\n");
+  EXPECT_THAT(support::read_file(errors),
+              testing::StartsWith("rdmctl: import reads from the terminal; Ctrl-D at the start of a line ends it\n"));
 }
 
 TEST_F(Import, ADeletionOfWhatIsNotThereIsIncomplete) {

@@ -31,10 +31,13 @@ class ServiceFiles {
   std::string temporary_folder() const { return temporary_.path(); }
 
   /// import runs the program on files, with `input` as its standard input.
-  support::Finished import(const std::vector<std::string> &words, const std::string &input = "") const {
+  std::vector<std::string> import_command(const std::vector<std::string> &words) const {
     std::vector<std::string> arguments{program, "import", "--config", config(), "--csid", csid};
     arguments.insert(arguments.end(), words.begin(), words.end());
-    return support::run(arguments, input);
+    return arguments;
+  }
+  support::Finished import(const std::vector<std::string> &words, const std::string &input = "") const {
+    return support::run(import_command(words), input);
   }
 
  private:
