@@ -24,6 +24,8 @@ bool is_control(char c) { return (static_cast<unsigned char>(c) < ' ' && !ascii:
 std::string foreign_text(const std::string &line) {
   if (std::any_of(line.begin(), line.end(), is_control)) return "a control character";
   if (line.find("=\"") != std::string::npos) return "a name=\"value\" pair";
+  if (const auto at = line.find_first_not_of(" \t"); at != std::string::npos && line[at] == '<') return "markup";
+  if (line.find("\":") != std::string::npos) return "a JSON member";
   if (line.find("}:\t") != std::string::npos) return "a SOIF attribute";
   return {};
 }

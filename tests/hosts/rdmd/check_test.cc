@@ -340,6 +340,9 @@ TEST_F(Check, AliasFilesAreNoOtherFiles) {
        "@/aliases:2: " + none + "a control character\n"},
       {"# services\n\n csid=\"x\"\n", "@/aliases:3: " + none + "a name=\"value\" pair\n"},
       {header(), "@/aliases:2: " + none + "a SOIF attribute\n"},
+      {"\n <!DOCTYPE html>\n<html>\n", "@/aliases:2: " + none + "markup\n"},
+      {"{\n  \"home\": [\"house\"]\n}\n", "@/aliases:2: " + none + "a JSON member\n"},
+      {"a<b \"home\" : <c>\n", ""},
       {std::string(9000, ' ') + '\0', "@/aliases:1: error: the line is cut after 8191 bytes\n"},
   };
   for (const auto &row : cases) {
