@@ -38,9 +38,8 @@ class Server {
   const std::string &address() const { return address_; }
 
   /// run serves until SIGTERM or SIGINT, then lets answers under way end within the shutdown limit, and the
-  /// plug-in's last call within as much again. SIGUSR1 and SIGHUP reopen the
-  /// logs, those of the plug-in as well. False when the plug-in did not return in that
-  /// time; its thread then still runs.
+  /// plug-in's last call within as much again. SIGUSR1 and SIGHUP reopen the logs, those of the plug-in as well.
+  /// Returns false if the plug-in did not return in that time; its thread then still runs.
   bool run();
 
   /* ---- What connections use, from any thread ---- */

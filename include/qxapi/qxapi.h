@@ -224,8 +224,8 @@ void host_register_exit(void (*fn)(void *), void *argument) QX_NOEXCEPT;
 /* ---- Reports and text ---- */
 
 /// host_report_error writes one line to the host's error log; the POSIX host writes to standard error, escapes the
-/// text's control characters and cuts the line at 8191 bytes. `degree` 0 is a failure, above 0 less severe. Session and request may
-/// be null.
+/// text's control characters and cuts the line at 8191 bytes. `degree` 0 is a failure, above 0 less severe. Session and
+/// request may be null.
 void host_report_error(int degree, const char *function, Session *sn, Request *rq, const char *format, ...) QX_NOEXCEPT
     QX_PRINTF(5, 6);
 

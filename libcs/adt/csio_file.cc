@@ -98,10 +98,11 @@ Owned *find_owned(const struct stat &status) {
   return found;
 }
 
-/// owner_of returns the token that this process holds in a folder, as text; empty when it can hold none.
 struct TokenText {
   char text[temporary_owner::digits + 1] = "";
 };
+
+/// owner_of returns the token that this process holds in a folder, as text; empty when it can hold none.
 TokenText owner_of(const char *folder, uint64_t random) {
   TokenText token;
   struct stat status;
