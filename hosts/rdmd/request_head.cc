@@ -182,11 +182,19 @@ std::optional<Refusal> HeadReader::check_unfinished_line(std::string_view text) 
   return std::nullopt;
 }
 
-/// scan looks for the ends of the request line and of the head in the bytes not yet looked at.
+/// bare_newline returns why a newline without CR is refused: the line before it may have been too long already.
+Refusal HeadReader::bare_newline(std::string_view text) const {
+  const auto refusal = line_end_ == 0 ? check_unfinished_line(text.substr(0, scanned_)) : std::nullopt;
+  return refusal.value_or(not_http);
+}
+
+/// scan looks for the ends of the request line and of the head in the bytes not yet looked at. The first mistake
+/// counts: the answer does not depend on how many bytes arrive at once.
 std::optional<Refusal> HeadReader::scan(std::string_view text) {
   for (; scanned_ < text.size() && head_size_ == 0; ++scanned_) {
+    if (line_end_ != 0 && scanned_ >= head_limit_) return head_too_long;
     if (text[scanned_] != '\n') continue;
-    if (scanned_ == 0 || text[scanned_ - 1] != '\r') return not_http;
+    if (scanned_ == 0 || text[scanned_ - 1] != '\r') return bare_newline(text);
     if (line_end_ == 0) {
       line_end_ = scanned_ - 1;
       const std::string_view line = text.substr(0, line_end_);

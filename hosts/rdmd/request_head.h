@@ -60,6 +60,7 @@ class HeadReader {
  private:
   std::optional<Refusal> scan(std::string_view text);
   std::optional<Refusal> check_unfinished_line(std::string_view text) const;
+  Refusal bare_newline(std::string_view text) const;
 
   std::size_t head_limit_;
   std::size_t target_limit_;

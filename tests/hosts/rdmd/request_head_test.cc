@@ -70,6 +70,33 @@ TEST(RequestHeadReader, TakesAHeadThatArrivesByteByByte) {
   EXPECT_EQ(buffer, "");
 }
 
+/// A head that had two mistakes was refused for the later one if it arrived at once, and for the earlier one in pieces.
+TEST(RequestHeadReader, RefusesForTheFirstMistakeHoweverTheHeadArrives) {
+  const std::string line = "GET / HTTP/1.1\r\n", too_long = "X: " + std::string(head_limit, 'x') + "\r\n";
+  std::string many;
+  for (int i = 0; i < 300; ++i) many += "A:\r\n";
+  const std::pair<std::string, int> rows[] = {
+      {"GET /" + std::string(target_limit + 50, 'x') + "\n", 414},
+      {"GET /" + std::string(target_limit - 50, 'x') + "\n", 400},
+      {"G(T /" + std::string(target_limit + 50, 'x') + "\n", 400},
+      {line + too_long + "X: bare\n", 431},
+      {line + "X: bare\n" + too_long, 400},
+      {line + too_long + many, 431},
+  };
+  for (const auto &[text, status] : rows)
+    for (const std::size_t piece : {std::size_t{1}, std::size_t{7}, text.size()}) {
+      HeadReader reader(head_limit, target_limit);
+      std::string buffer;
+      HeadResult result = NeedMore{};
+      for (std::size_t at = 0; at < text.size() && std::holds_alternative<NeedMore>(result); at += piece) {
+        buffer += text.substr(at, piece);
+        result = reader.take(buffer);
+      }
+      ASSERT_TRUE(std::holds_alternative<Refusal>(result)) << text << piece;
+      EXPECT_EQ(std::get<Refusal>(result).status, status) << text << piece;
+    }
+}
+
 TEST(RequestHeadReader, KnowsWhichConnectionsPersist) {
   const struct {
     const char *version, *field;
