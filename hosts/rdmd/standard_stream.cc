@@ -52,6 +52,7 @@ bool StandardStream::say_dropped(std::size_t lines) {
 
 /// take has whole lines written.
 void StandardStream::take(std::string_view text) {
+  const std::lock_guard lock(mutex_);
   try {
     const std::size_t end = text.rfind('\n');
     line_.append(text.substr(0, end + 1));

@@ -6,6 +6,7 @@
 #define HOSTS_RDMD_STANDARD_STREAM_H
 
 #include <cstdio>
+#include <mutex>
 #include <string>
 
 #include "hosts/common/log_file.h"
@@ -31,6 +32,7 @@ class StandardStream {
   FILE *&place_;
   FILE *const original_;
   hosts::LogFile log_;
+  std::mutex mutex_;  // of line_; threads that print at once hold the C stream's lock, which no tool can see
   std::string line_;  // whose end is still to come
 };
 

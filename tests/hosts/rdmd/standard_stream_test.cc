@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <string>
 
 #include "support/refused_new.h"
@@ -63,7 +64,7 @@ TEST_F(StandardStreams, APipeThatNobodyReadsHoldsNobodyAndHearsWhatItMissed) {
 }
 
 TEST_F(StandardStreams, WhatMissesALineIsToldToWhomItConcerns) {
-  std::size_t dropped = 0;
+  std::atomic<std::size_t> dropped = 0;
   const StandardStream standing_in(stream_, writer_.get(), [&](std::size_t lines) {
     dropped += lines;
     return true;
