@@ -77,8 +77,9 @@ TEST_F(HostReading, AClientThatReadsNothingIsCutOffWhateverTheSizeOfItsBuffer) {
       client.send(get("/rdm/big?12000000"));
       const auto time = await_reset(client);
       EXPECT_GE(time, 2s) << buffer;
-      // Twice the limit, and as much again for a machine that is busy with other tests.
-      EXPECT_LE(time, 8s) << buffer;
+      // The client's system takes the last bytes with probes of its window, each twice as late as the one before. To so
+      // short a limit they look like a slow reader, which has five limits.
+      EXPECT_LE(time, 15s) << buffer;
     });
   for (std::thread &reader : readers) reader.join();
 }

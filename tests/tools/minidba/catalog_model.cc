@@ -311,9 +311,13 @@ Result CatalogModel::import(const Stream &stream, const Flags &flags, time_t clo
     place(*last.object, next_number, last.number, last.offset);
   }
   if (const std::string fault = stream.fault(false); !fault.empty()) return fail(refused.result, fault);
-  if (refused.count > 0 && !flags.rejects)
-    return fail(refused.result, std::to_string(refused.count) + (refused.count == 1 ? " object" : " objects") +
-                                    " rejected: nothing is imported without --rejects");
+  if (refused.count > 0 && !flags.rejects) {
+    Result result = fail(refused.result, std::to_string(refused.count) + (refused.count == 1 ? " object" : " objects") +
+                                             " rejected: nothing is imported without --rejects");
+    if (!flags.json) return result;
+    return report(result, "import", flags, {{"imported", 0}, {"rejected", refused.count}}, true,
+                  ",\"rejects\":[" + refused.reasons + "]");
+  }
   if (imported == 0 && !flags.allow_empty) {
     if (!descriptions_.empty())
       return fail(refused.result, "the input has no descriptions and " + path_ +
