@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "dba/guard.h"
-#include "dba/hash_file.h"
-#include "dba/walker.h"
+#include "hashdb/cursor.h"
+#include "hashdb/format.h"
 #include "qxapi/guard.h"
 
 namespace {
@@ -99,21 +99,21 @@ void walk(benchmark::State &state, Open open) {
   }
 }
 
-hash_file::Header header_of(host_fd fd) {
-  unsigned char bytes[hash_file::header_size];
+hashdb::Header header_of(host_fd fd) {
+  unsigned char bytes[hashdb::header_size];
   if (::pread(fd, bytes, sizeof bytes, 0) != sizeof bytes) fail("no header");
-  return hash_file::decode(bytes);
+  return hashdb::decode(bytes);
 }
 
 /// pages_of_walk returns the offsets of the pages that a walk reads, in its order.
-std::vector<off_t> pages_of_walk(const hash_file::Source &source) {
+std::vector<off_t> pages_of_walk(const hashdb::Source &source) {
   struct Pages {
-    const hash_file::Header &header;
+    const hashdb::Header &header;
     std::vector<off_t> offsets;
     void add(uint64_t page) { offsets.push_back(static_cast<off_t>(page << header.page_shift)); }
   } pages{source.header, {}};
-  hash_file::Walker walker(source);
-  walker.watch(
+  hashdb::Cursor cursor(source);
+  cursor.watch(
       [](void *to, uint16_t address) {
         auto *all = static_cast<Pages *>(to);
         all->add(overflow_page(all->header, address));
@@ -121,15 +121,15 @@ std::vector<off_t> pages_of_walk(const hash_file::Source &source) {
       &pages);
   for (uint32_t bucket = 0; bucket <= source.header.max_bucket; ++bucket) {
     pages.add(bucket_page(source.header, bucket));
-    walker.start(bucket);
-    while (walker.next() == hash_file::Walker::record) continue;
+    cursor.start(bucket);
+    while (cursor.next() == hashdb::Cursor::record) continue;
   }
   return pages.offsets;
 }
 
 void read_pages(benchmark::State &state) {
   const file_guard file(host_open_read(catalog()));
-  const hash_file::Source source{file.get(), host_seek(file.get(), 0, SEEK_END), header_of(file.get())};
+  const hashdb::Source source{file.get(), host_seek(file.get(), 0, SEEK_END), header_of(file.get())};
   const std::vector<off_t> offsets = pages_of_walk(source);
   std::vector<char> page(source.header.page_size);
   for (auto _ : state)
@@ -142,11 +142,11 @@ void read_pages(benchmark::State &state) {
 
 void check_header(benchmark::State &state) {
   const file_guard file(host_open_read(catalog()));
-  hash_file::Header header = header_of(file.get());
+  hashdb::Header header = header_of(file.get());
   const int64_t size = ::lseek(file.get(), 0, SEEK_END);
   for (auto _ : state) {
     benchmark::DoNotOptimize(header);
-    benchmark::DoNotOptimize(is_sound(header, hash_file::default_hash, size));
+    benchmark::DoNotOptimize(is_sound(header, hashdb::default_hash, size));
   }
 }
 

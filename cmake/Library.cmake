@@ -1,7 +1,7 @@
-# rdm_library(NAME OBJECTS TARGET VERSION X.Y.Z MAP FILE DESCRIPTION TEXT BASE DIR HEADERS FILES... LINK LIBS...
+# rdm_library(NAME OBJECTS TARGETS... VERSION X.Y.Z MAP FILE DESCRIPTION TEXT BASE DIR HEADERS FILES... LINK LIBS...
 #             USE LIBS...)
 #
-# A shared library made of an object library's sources, which are compiled once: tests link the objects, so that they
+# A shared library made of the sources of object libraries, which are compiled once: tests link the objects, so that they
 # reach internals; everybody else links the library, whose version script exports exactly the interfaces. X is the
 # number in the soname. Programs that link the library link those in LINK too; libraries in USE are private.
 #
@@ -11,9 +11,12 @@
 set(RDM_HEADER_DIR ${CMAKE_INSTALL_INCLUDEDIR}/${PROJECT_NAME})
 
 function(rdm_library name)
-  cmake_parse_arguments(LIBRARY "" "OBJECTS;VERSION;MAP;DESCRIPTION;BASE" "HEADERS;LINK;USE" ${ARGN})
+  cmake_parse_arguments(LIBRARY "" "VERSION;MAP;DESCRIPTION;BASE" "OBJECTS;HEADERS;LINK;USE" ${ARGN})
   string(REGEX MATCH "^[0-9]+" soversion ${LIBRARY_VERSION})
-  add_library(${name} SHARED $<TARGET_OBJECTS:${LIBRARY_OBJECTS}>)
+  add_library(${name} SHARED)
+  foreach(objects ${LIBRARY_OBJECTS})
+    target_sources(${name} PRIVATE $<TARGET_OBJECTS:${objects}>)
+  endforeach()
   add_library(rdm::${name} ALIAS ${name})
   set_target_properties(${name} PROPERTIES SOVERSION ${soversion} VERSION ${LIBRARY_VERSION}
     INSTALL_RPATH "$<$<BOOL:${LIBRARY_LINK}>:$ORIGIN>"

@@ -6,8 +6,8 @@
 #include <utility>
 
 #include "dba/dba.h"
-#include "dba/hash_file.h"
 #include "dba/reader.h"
+#include "hashdb/format.h"
 #include "qxapi/fatal.h"
 
 int all_databases_locked_closed = 0;
@@ -25,10 +25,10 @@ bool is_allowed(const char *file, unsigned flags, int type) {
 /// The beginning of the library's table, which its handles point at. The two scratch blocks, for records longer than a
 /// page, are what its close forgets to release.
 struct LibraryTable {
-  unsigned char header[hash_file::header_size];
+  unsigned char header[hashdb::header_size];
   int32_t segments;
   int32_t extra_segments;
-  hash_file::Hash hash;
+  hashdb::Hash hash;
   int32_t flags;
   int32_t fd;
   void *value_scratch;

@@ -5,6 +5,7 @@
 #ifndef DBA_INDEX_FORMAT_H
 #define DBA_INDEX_FORMAT_H
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
@@ -21,13 +22,13 @@ struct Entry {
   uint32_t number;    // of the description
   uint32_t size;      // of its record in bytes
   uint32_t checksum;  // CRC-32 of its record
+  bool operator==(const Entry &) const = default;
 };
 
 /// word_at returns the integer at `offset`. Its four bytes lie within `bytes`.
 constexpr uint32_t word_at(std::string_view bytes, size_t offset) {
-  uint32_t word = 0;
-  for (size_t i = 0; i < 4; ++i) word = word << 8 | static_cast<unsigned char>(bytes[offset + i]);
-  return word;
+  const auto byte = [&](size_t i) { return uint32_t{static_cast<unsigned char>(bytes[offset + i])}; };
+  return byte(0) << 24 | byte(1) << 16 | byte(2) << 8 | byte(3);
 }
 
 /// has_magic returns true if the bytes begin with the header of an index.
@@ -39,11 +40,30 @@ constexpr uint32_t entry_count(std::string_view bytes) { return word_at(bytes, 4
 /// file_size returns the size of an index with this number of entries.
 constexpr uint64_t file_size(uint32_t entries) { return header_size + uint64_t{entry_size} * entries; }
 
-/// entry_at returns an entry, counted from 0. It lies within `bytes`.
+/// decode returns the entry that `bytes` begin with.
+constexpr Entry decode(std::string_view bytes) {
+  return {word_at(bytes, 0), word_at(bytes, 4), word_at(bytes, 8), word_at(bytes, 12), word_at(bytes, 16)};
+}
+
+/// entry_at returns an entry of an index, counted from 0. It lies within `bytes`.
 constexpr Entry entry_at(std::string_view bytes, size_t index) {
-  const size_t at = header_size + entry_size * index;
-  return {word_at(bytes, at), word_at(bytes, at + 4), word_at(bytes, at + 8), word_at(bytes, at + 12),
-          word_at(bytes, at + 16)};
+  return decode(bytes.substr(header_size + entry_size * index));
+}
+
+/// big_endian returns words as the bytes of the file.
+template <typename... Words>
+constexpr std::array<char, 4 * sizeof...(Words)> big_endian(Words... words) {
+  std::array<char, 4 * sizeof...(Words)> bytes{};
+  size_t at = 0;
+  for (const uint32_t word : {words...})
+    for (int shift = 24; shift >= 0; shift -= 8) bytes[at++] = static_cast<char>(word >> shift);
+  return bytes;
+}
+
+/// encode_header returns the header of an index with this number of entries, encode one of its entries.
+constexpr std::array<char, header_size> encode_header(uint32_t entries) { return big_endian(magic, entries); }
+constexpr std::array<char, entry_size> encode(const Entry &entry) {
+  return big_endian(entry.time, entry.reserved, entry.number, entry.size, entry.checksum);
 }
 
 }  // namespace index_format

@@ -3,9 +3,9 @@
 #include <cerrno>
 #include <new>
 
-#include "dba/walker.h"
+#include "hashdb/cursor.h"
 
-using hash_file::Walker;
+using hashdb::Cursor;
 
 namespace {
 
@@ -13,14 +13,14 @@ std::string_view text_of(const DBT &item) { return {static_cast<const char *>(it
 
 DBT item_of(std::string_view text) { return {const_cast<char *>(text.data()), text.size()}; }
 
-hash_file::Hash hash_of(const HASHINFO *parameters) {
-  return parameters != nullptr && parameters->hash != nullptr ? parameters->hash : hash_file::default_hash;
+hashdb::Hash hash_of(const HASHINFO *parameters) {
+  return parameters != nullptr && parameters->hash != nullptr ? parameters->hash : hashdb::default_hash;
 }
 
 /// A reader is what a handle's `internal` points at. Reads by key and the walk over all records keep separate places.
 class Reader {
  public:
-  Reader(file_guard file, const hash_file::Source &source, hash_file::Hash hash) noexcept
+  Reader(file_guard file, const hashdb::Source &source, hashdb::Hash hash) noexcept
       : file_(std::move(file)), source_(source), hash_(hash) {}
 
   int get(std::string_view key, DBT *value) noexcept;
@@ -32,17 +32,17 @@ class Reader {
   bool start_bucket() noexcept;
 
   file_guard file_;
-  hash_file::Source source_;
-  hash_file::Hash hash_;
-  Walker by_key_{source_};
-  Walker walk_{source_};
+  hashdb::Source source_;
+  hashdb::Hash hash_;
+  Cursor by_key_{source_};
+  Cursor walk_{source_};
   uint32_t next_bucket_ = 0;
   bool in_bucket_ = false;
 };
 
 int Reader::get(std::string_view key, DBT *value) noexcept {
-  const Walker::Step step = by_key_.find(bucket_of(source_.header, hash_(key.data(), key.size())), key);
-  if (step != Walker::record) return step == Walker::end ? RET_SPECIAL : RET_ERROR;
+  const Cursor::Result result = by_key_.find(bucket_of(source_.header, hash_(key.data(), key.size())), key);
+  if (result != Cursor::record) return result == Cursor::end ? RET_SPECIAL : RET_ERROR;
   *value = item_of(by_key_.value());
   return RET_SUCCESS;
 }
@@ -63,10 +63,10 @@ bool Reader::start_bucket() noexcept {
 
 int Reader::next(DBT *key, DBT *value) noexcept {
   if (!in_bucket_ && !start_bucket()) return RET_SPECIAL;
-  Walker::Step step = walk_.next();
-  while (step == Walker::end && start_bucket()) step = walk_.next();
-  if (step == Walker::end) return RET_SPECIAL;
-  if (step == Walker::damaged) {
+  Cursor::Result result = walk_.next();
+  while (result == Cursor::end && start_bucket()) result = walk_.next();
+  if (result == Cursor::end) return RET_SPECIAL;
+  if (result == Cursor::damaged) {
     in_bucket_ = false;
     return RET_ERROR;
   }
@@ -104,15 +104,15 @@ int close_reader(DB *db) {
 }
 
 /// open_source opens a file and reads its header; without a sound one errno is EINVAL.
-file_guard open_source(const char *path, hash_file::Hash hash, hash_file::Source &source) {
+file_guard open_source(const char *path, hashdb::Hash hash, hashdb::Source &source) {
   struct stat status;
   if (host_stat(path, &status) != 0) return file_guard();
   if (S_ISREG(status.st_mode)) {
     file_guard file(host_open_read(path));
     if (!file) return file;
-    unsigned char bytes[hash_file::header_size];
+    unsigned char bytes[hashdb::header_size];
     const bool whole = host_read(file.get(), bytes, sizeof bytes) == sizeof bytes;
-    if (whole) source = {file.get(), host_seek(file.get(), 0, SEEK_END), hash_file::decode(bytes)};
+    if (whole) source = {file.get(), host_seek(file.get(), 0, SEEK_END), hashdb::decode(bytes)};
     if (whole && is_sound(source.header, hash, source.size)) return file;
   }
   errno = EINVAL;
@@ -122,7 +122,7 @@ file_guard open_source(const char *path, hash_file::Hash hash, hash_file::Source
 }  // namespace
 
 DB *open_reader(const char *path, const HASHINFO *parameters) noexcept {
-  hash_file::Source source;
+  hashdb::Source source;
   file_guard file = open_source(path, hash_of(parameters), source);
   if (!file) return nullptr;
   host_ptr<DB> db = host_new<DB>();
@@ -138,6 +138,6 @@ DB *open_reader(const char *path, const HASHINFO *parameters) noexcept {
 }
 
 bool can_be_opened(const char *path, const HASHINFO *parameters) noexcept {
-  hash_file::Source source;
+  hashdb::Source source;
   return open_source(path, hash_of(parameters), source) || errno != EINVAL;
 }

@@ -1,9 +1,9 @@
-#include <endian.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
 
+#include "dba/index_format.h"
 #include "qxapi/log_text.h"
 #include "service/csid.h"
 #include "service/rdm.h"
@@ -13,19 +13,13 @@
 
 namespace {
 
-constexpr uint32_t index_magic = 0x3EB1CA0E;
 constexpr char catalog_key[] = "catalog-database";
 
 /// A short index is loaded as far as it goes unless it lacks more bytes than this: memory is not taken on the word of a
 /// damaged header.
 constexpr int64_t largest_lack = 65536;
 
-/// The index file begins with this header, in big-endian order, and goes on with `count` entries.
-struct IndexHeader {
-  uint32_t magic;
-  uint32_t count;
-};
-static_assert(sizeof(IndexHeader) == 8 && sizeof(cs_dbentry) == 20, "records of the index file have no padding");
+static_assert(sizeof(cs_dbentry) == index_format::entry_size, "entries are decoded where they are read");
 
 /// read_up_to reads `count` bytes and returns how many there were, fewer at the end of the file and after an error.
 int64_t read_up_to(host_fd fd, void *bytes, int64_t count) {
@@ -40,9 +34,10 @@ int64_t read_up_to(host_fd fd, void *bytes, int64_t count) {
   return total;
 }
 
-void to_host_order(cs_dbentry &entry) {
-  for (uint32_t *field : {&entry.time, &entry.reserved1, &entry.key, &entry.reserved2, &entry.reserved3})
-    *field = be32toh(*field);
+void decode(cs_dbentry &entry) {
+  const auto [time, reserved, number, size, checksum] =
+      index_format::decode({reinterpret_cast<const char *>(&entry), sizeof entry});
+  entry = {time, reserved, number, size, checksum};
 }
 
 constexpr int64_t entries_size(uint32_t count) {
@@ -52,7 +47,7 @@ constexpr int64_t entries_size(uint32_t count) {
 /// missing_bytes returns how many bytes the file lacks of `count` entries, 0 or less when it has them all.
 int64_t missing_bytes(host_fd fd, uint32_t count) {
   const int64_t size = host_seek(fd, 0, SEEK_END);
-  const int64_t first_entry = sizeof(IndexHeader);
+  const int64_t first_entry = index_format::header_size;
   if (host_seek(fd, first_entry, SEEK_SET) != first_entry) return INT64_MAX;
   return first_entry + entries_size(count) - size;
 }
@@ -67,17 +62,18 @@ bool load_entries(host_fd fd, cs_dbindex *index) {
   const int64_t got = read_up_to(fd, index->entries, size);
   const int64_t whole = got - got % entries_size(1);
   std::memset(reinterpret_cast<char *>(index->entries) + whole, 0, static_cast<size_t>(size - whole));
-  std::for_each_n(index->entries, index->count, to_host_order);
+  std::for_each_n(index->entries, index->count, decode);
   return got == size;
 }
 
 int load(host_fd fd, const char *path, cs_dbindex *index) {
-  IndexHeader header{};
-  if (read_up_to(fd, &header, sizeof header) != sizeof header || be32toh(header.magic) != index_magic) {
+  char bytes[index_format::header_size] = {};
+  const std::string_view header(bytes, sizeof bytes);
+  if (read_up_to(fd, bytes, sizeof bytes) != sizeof bytes || !index_format::has_magic(header)) {
     CSLOG(CSLOG_ERROR, "rds", "Indexfile is corrupt: bad magic: %s\n", path);
     return 1;
   }
-  index->count = be32toh(header.count);
+  index->count = index_format::entry_count(header);
   const int64_t missing = missing_bytes(fd, index->count);
   if (missing > 0) CSLOG(CSLOG_ERROR, "rds", "Indexfile is corrupt: %u entries do not fit: %s\n", index->count, path);
   return missing <= largest_lack && load_entries(fd, index) ? 0 : 1;

@@ -40,7 +40,7 @@ size_t place_in_hash_file(const std::string &bytes, Dice &dice) {
   used.insert(used.end(), pages.overflow.begin(), pages.overflow.end());
   switch (dice.below(8)) {
     case 0:
-      return dice.below(hash_file::header_size);
+      return dice.below(hashdb::header_size);
     case 1:
       return dice.below(512);
     case 2:
@@ -120,7 +120,7 @@ std::string mislead(std::string &bytes, const HashPages &pages, Dice &dice) {
   const HashPages::Link link = dice.one_of(pages.links);
   const auto split = static_cast<uint32_t>(dice.below(pages.header.overflow_point + 1));
   const uint32_t total = pages.header.spares[pages.header.overflow_point];
-  const auto any = hash_file::overflow_address(split, static_cast<uint32_t>(1 + dice.below(total + 1)));
+  const auto any = hashdb::overflow_address(split, static_cast<uint32_t>(1 + dice.below(total + 1)));
   const HashPages::Link other = dice.one_of(pages.links);
   const uint16_t to = dice.below(3) == 0 ? any : slot(bytes, pages.start(other.page), other.index);
   set_slot(bytes, pages.start(link.page), link.index, to);

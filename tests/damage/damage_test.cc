@@ -133,17 +133,17 @@ bool in_slack(const std::string &before, const std::string &after) {
 bool in_writers_header(const std::string &before, const std::string &after) {
   if (before.size() != after.size()) return false;
   const auto header_of = [](const std::string &bytes) {
-    return hash_file::decode(reinterpret_cast<const unsigned char *>(bytes.data()));
+    return hashdb::decode(reinterpret_cast<const unsigned char *>(bytes.data()));
   };
-  const hash_file::Header a = header_of(before);
-  hash_file::Header b = header_of(after);
+  const hashdb::Header a = header_of(before);
+  hashdb::Header b = header_of(after);
   b.directory_size = a.directory_size;
   b.last_freed = a.last_freed;
   b.fill_factor = a.fill_factor;
   std::copy(a.spares + a.overflow_point, std::end(a.spares), b.spares + a.overflow_point);
   std::copy(std::begin(a.bitmaps), std::end(a.bitmaps), b.bitmaps);
   return std::memcmp(&a, &b, sizeof a) == 0 &&
-         in_slack(before, before.substr(0, hash_file::header_size) + after.substr(hash_file::header_size));
+         in_slack(before, before.substr(0, hashdb::header_size) + after.substr(hashdb::header_size));
 }
 
 void Trial::check_verdict(const Sight &sight, const Corruption &corruption) {

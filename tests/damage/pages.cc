@@ -10,7 +10,7 @@ constexpr uint16_t full_key = 2, full_key_data = 3, least_offset = 4;
 }  // namespace
 
 HashPages::HashPages(const std::string &bytes)
-    : header(hash_file::decode(reinterpret_cast<const unsigned char *>(bytes.data()))), bytes_(bytes) {
+    : header(hashdb::decode(reinterpret_cast<const unsigned char *>(bytes.data()))), bytes_(bytes) {
   for (const uint16_t address : header.bitmaps)
     if (address != 0) bitmaps.push_back(overflow_page(header, address));
   for (uint32_t bucket = 0; bucket <= header.max_bucket; ++bucket) take_bucket(bucket);
@@ -53,7 +53,7 @@ size_t HashPages::data_start(uint64_t page, bool begins_long) const {
 
 std::vector<bool> HashPages::matters() const {
   std::vector<bool> matters(bytes_.size());
-  std::fill_n(matters.begin(), hash_file::header_size, true);
+  std::fill_n(matters.begin(), hashdb::header_size, true);
   for (const Use &use : uses_) {
     const auto at = matters.begin() + static_cast<std::ptrdiff_t>(start(use.page));
     std::fill_n(at, use.slots_end, true);

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "dba/hash_file.h"
+#include "hashdb/format.h"
 
 namespace damage {
 
@@ -32,7 +32,7 @@ class HashPages {
   };
   std::vector<uint64_t> primary, overflow, bitmaps;  // overflow: those in use
   std::vector<Link> links;
-  hash_file::Header header;
+  hashdb::Header header;
 
   size_t start(uint64_t page) const { return page << header.page_shift; }
   uint64_t count() const { return bytes_.size() >> header.page_shift; }

@@ -10,8 +10,8 @@
 #include <set>
 #include <vector>
 
-#include "dba/hash_file.h"
 #include "dba/records.h"
+#include "hashdb/format.h"
 #include "support/files.h"
 #include "support/memory_host.h"
 
@@ -44,7 +44,7 @@ class Damage : public support::HostTest {
     for (unsigned i = 1; i <= 60; ++i) all[key_of(i)] = value_of(i, i % 20 == 0 ? 1500 : i * 3);
     ASSERT_TRUE(records::make_with_library(path, all, page_size));
     bytes = support::read_file(path);
-    header = hash_file::decode(reinterpret_cast<const unsigned char *>(bytes.data()));
+    header = hashdb::decode(reinterpret_cast<const unsigned char *>(bytes.data()));
   }
 
   /// read_all opens the file for reading and returns the records by key; every answer must be 0, 1 or -1 and both ways
@@ -76,7 +76,7 @@ class Damage : public support::HostTest {
   }
 
   unsigned bucket_of(const std::string &name) const {
-    return hash_file::bucket_of(header, hash_file::default_hash(name.data(), name.size()));
+    return hashdb::bucket_of(header, hashdb::default_hash(name.data(), name.size()));
   }
 
   /// damaged_buckets returns how many buckets have a record that is not found as it was.
@@ -95,8 +95,8 @@ class Damage : public support::HostTest {
     std::vector<uint16_t> addresses;
     for (uint32_t split = 0; split <= header.overflow_point; ++split)
       for (uint32_t number = 1; number < 20; ++number) {
-        const uint16_t address = hash_file::overflow_address(split, number);
-        const size_t place = hash_file::overflow_page(header, address) * page_size;
+        const uint16_t address = hashdb::overflow_address(split, number);
+        const size_t place = hashdb::overflow_page(header, address) * page_size;
         uint16_t slots[5];
         if (place + sizeof slots > bytes.size()) continue;
         std::memcpy(slots, &bytes[place], sizeof slots);
@@ -108,12 +108,12 @@ class Damage : public support::HostTest {
   /// next_of returns where such a page goes on; redirected is the file with another place there.
   uint16_t next_of(uint16_t address) const {
     uint16_t next = 0;
-    std::memcpy(&next, &bytes[hash_file::overflow_page(header, address) * page_size + 6], sizeof next);
+    std::memcpy(&next, &bytes[hashdb::overflow_page(header, address) * page_size + 6], sizeof next);
     return next;
   }
   std::string redirected(uint16_t from, uint16_t to) const {
     std::string changed = bytes;
-    std::memcpy(&changed[hash_file::overflow_page(header, from) * page_size + 6], &to, sizeof to);
+    std::memcpy(&changed[hashdb::overflow_page(header, from) * page_size + 6], &to, sizeof to);
     return changed;
   }
 
@@ -121,7 +121,7 @@ class Damage : public support::HostTest {
   std::string path = folder.path("catalog");
   Records all;
   std::string bytes;
-  hash_file::Header header;
+  hashdb::Header header;
 };
 
 std::string flipped(std::string text, size_t bit) {
@@ -135,7 +135,7 @@ TEST_F(Damage, TheUndamagedFileIsWhole) {
 }
 
 TEST_F(Damage, NoBitOfTheHeaderCanCrashOrHangAReader) {
-  for (size_t byte = 0; byte < hash_file::header_size; ++byte) {
+  for (size_t byte = 0; byte < hashdb::header_size; ++byte) {
     const int outcome = in_child([&] {
       for (size_t bit = 0; bit < 8; ++bit) {
         bool refused = false;
@@ -202,7 +202,7 @@ TEST_F(Damage, RandomSlotsAreReadToTheirEnd) {
     for (size_t page = header.header_pages; (page + 1) * page_size <= changed.size(); ++page) {
       uint16_t slots[7] = {static_cast<uint16_t>(2 * (random() % 4))};
       for (size_t i = 1; i < 7; ++i) {
-        const auto address = hash_file::overflow_address(random() % (header.overflow_point + 1), random() % 6);
+        const auto address = hashdb::overflow_address(random() % (header.overflow_point + 1), random() % 6);
         slots[i] = static_cast<uint16_t>(random() % 3 == 0   ? random() % 4
                                          : random() % 2 == 0 ? address
                                                              : random() % (page_size + 9));
@@ -232,7 +232,7 @@ TEST_F(Damage, PagesThatFormALoopAreNoticed) {
 TEST_F(Damage, AValueWithoutItsLastPageIsDamaged) {
   size_t last_pages = 0;
   for (const uint16_t address : pages_within_values()) {
-    const size_t place = hash_file::overflow_page(header, next_of(address)) * page_size;
+    const size_t place = hashdb::overflow_page(header, next_of(address)) * page_size;
     for (const uint16_t mark : {0, 1, 4}) {  // neither full_key nor full_key_data
       std::string changed = bytes;
       std::memcpy(&changed[place + 4], &mark, sizeof mark);
@@ -294,7 +294,7 @@ TEST_F(Damage, ADamagedRecordAnswersMinusOneWithAnErrorNumber) {
 TEST_F(Damage, AWalkGoesOnBehindADamagedBucket) {
   const std::string victim = key_of(1);
   std::string changed = bytes;
-  changed[hash_file::bucket_page(header, bucket_of(victim)) * page_size] = 3;
+  changed[hashdb::bucket_page(header, bucket_of(victim)) * page_size] = 3;
   support::write_file(path, changed);
   const database_ptr db(dba_open(path.c_str(), "r"));
   DBT key{}, value{};

@@ -6,8 +6,8 @@
 #include <cstring>
 #include <random>
 
-#include "dba/hash_file.h"
 #include "dba/records.h"
+#include "hashdb/format.h"
 #include "support/files.h"
 #include "support/memory_host.h"
 
@@ -100,9 +100,9 @@ TEST_F(Reading, ReadsAShortRecordBehindALongOneOnItsLastPage) {
   Records all{{number_one, value_of(1, 700)}};
   ASSERT_TRUE(records::make_with_library(path, all, 512));
   std::string bytes = support::read_file(path);
-  const auto header = hash_file::decode(reinterpret_cast<const unsigned char *>(bytes.data()));
+  const auto header = hashdb::decode(reinterpret_cast<const unsigned char *>(bytes.data()));
   const auto bucket_of = [&](const std::string &name) {
-    return hash_file::bucket_of(header, hash_file::default_hash(name.data(), name.size()));
+    return hashdb::bucket_of(header, hashdb::default_hash(name.data(), name.size()));
   };
   unsigned number = 2;
   while (bucket_of(key_of(number)) != bucket_of(number_one)) ++number;

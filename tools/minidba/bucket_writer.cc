@@ -6,12 +6,11 @@
 namespace minidba {
 namespace {
 
-using hash_file::Header;
+using hashdb::Header;
+namespace slot_mark = hashdb::slot_mark;
 
 constexpr uint32_t slot_size = 2;
 constexpr uint32_t link_size = 2 * slot_size;
-constexpr uint32_t full_key = 2;  // slots of long records, see dba/walker.cc
-constexpr uint32_t full_key_data = 3;
 
 constexpr uint32_t meta(uint32_t slots) { return slot_size * (slots + 3); }
 constexpr uint32_t long_overhead = meta(4);
@@ -107,7 +106,7 @@ void BucketWriter::put_long(const Record &record) {
   rest.substr(0, room).copy(&page_[long_overhead], room);
   rest.remove_prefix(room);
   const uint16_t address = allocate_();
-  set(1, key_start), set(2, full_key_data), set(3, address), set(4, long_overhead);
+  set(1, key_start), set(2, slot_mark::full_key_data), set(3, address), set(4, long_overhead);
   slots_ = 4;
   data_start_ = long_overhead;
   flush(overflow_page(header_, address));
@@ -117,7 +116,7 @@ void BucketWriter::put_long(const Record &record) {
     data_start_ = header_.page_size - size;
     rest.substr(0, size).copy(&page_[data_start_], size);
     rest.remove_prefix(size);
-    set(1, data_start_), set(2, last ? full_key_data : full_key);
+    set(1, data_start_), set(2, last ? slot_mark::full_key_data : slot_mark::full_key);
     slots_ = 2;
     if (!last) chain();
   }

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "dba/hash_file.h"
+#include "hashdb/format.h"
 #include "tools/minidba/files.h"
 
 namespace minidba {
@@ -23,7 +23,7 @@ class BucketWriter {
  public:
   using Allocate = std::function<uint16_t()>;
 
-  BucketWriter(const hash_file::Header &header, const File &file, Allocate allocate);
+  BucketWriter(const hashdb::Header &header, const File &file, Allocate allocate);
   void start(uint32_t bucket);
   void add(const Record &record);
   void finish();
@@ -36,7 +36,7 @@ class BucketWriter {
   uint64_t chain();
   void flush(uint64_t next_page);
 
-  const hash_file::Header &header_;
+  const hashdb::Header &header_;
   const File &file_;
   Allocate allocate_;
   std::string page_;
@@ -46,20 +46,20 @@ class BucketWriter {
 };
 
 /// is_long says whether a record takes pages of its own.
-bool is_long(const hash_file::Header &header, uint32_t key_size, uint32_t value_size);
+bool is_long(const hashdb::Header &header, uint32_t key_size, uint32_t value_size);
 
 /// fits_key says whether the pages are large enough for a key of this size.
-constexpr bool fits_key(const hash_file::Header &header, uint32_t key_size) { return 4 * key_size <= header.page_size; }
+constexpr bool fits_key(const hashdb::Header &header, uint32_t key_size) { return 4 * key_size <= header.page_size; }
 
 /// PageCount counts the overflow pages that a bucket needs, its records added as a BucketWriter gets them.
 class PageCount {
  public:
-  explicit PageCount(const hash_file::Header &header) : header_(header) {}
+  explicit PageCount(const hashdb::Header &header) : header_(header) {}
   void add(uint32_t key_size, uint32_t value_size);
   uint32_t pages() const { return pages_; }
 
  private:
-  const hash_file::Header &header_;
+  const hashdb::Header &header_;
   uint32_t pages_ = 0;
   uint32_t used_ = 0;  // bytes of the page in work, 0 before the first record
 };

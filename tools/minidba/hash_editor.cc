@@ -11,7 +11,7 @@
 namespace minidba {
 namespace {
 
-using hash_file::Header;
+using hashdb::Header;
 
 /// Contents are the records of one bucket, in the order in which they are written.
 using Contents = std::vector<std::pair<std::string, std::string>>;

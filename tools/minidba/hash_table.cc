@@ -9,7 +9,7 @@
 namespace minidba {
 namespace {
 
-using hash_file::Walker;
+using hashdb::Cursor;
 
 Failure unsound(const std::string &path) { return Failure("not a sound hash database: " + path); }
 
@@ -18,13 +18,13 @@ File open_regular(const std::string &path) {
   return File::open(path);
 }
 
-hash_file::Source source_of(const File &file) {
+hashdb::Source source_of(const File &file) {
   const int64_t size = file.size();
-  unsigned char bytes[hash_file::header_size];
+  unsigned char bytes[hashdb::header_size];
   if (size < static_cast<int64_t>(sizeof bytes)) throw unsound(file.name());
   file.read_at(0, bytes, sizeof bytes);
-  const hash_file::Header header = hash_file::decode(bytes);
-  if (!is_sound(header, hash_file::default_hash, size)) throw unsound(file.name());
+  const hashdb::Header header = hashdb::decode(bytes);
+  if (!is_sound(header, hashdb::default_hash, size)) throw unsound(file.name());
   return {file.descriptor(), size, header};
 }
 
@@ -46,9 +46,9 @@ HashTable::State::State(File opened)
 HashTable::HashTable(const std::string &path) : state_(std::make_unique<State>(open_regular(path))) {}
 
 std::optional<std::string> HashTable::get(std::string_view key) const {
-  const Walker::Step step = state_->by_key.find(bucket_of(header(), hash_of(key)), key);
-  if (step == Walker::damaged) throw Failure("damaged record " + std::string(key) + " in " + path());
-  if (step == Walker::end) return std::nullopt;
+  const Cursor::Result result = state_->by_key.find(bucket_of(header(), hash_of(key)), key);
+  if (result == Cursor::damaged) throw Failure("damaged record " + std::string(key) + " in " + path());
+  if (result == Cursor::end) return std::nullopt;
   return std::string(state_->by_key.value());
 }
 
@@ -68,10 +68,10 @@ void HashTable::each(const Visit &visit, const Linked &linked) const {
 
 /// is_only returns true if no two records of a bucket have this key: get would find only the first.
 bool HashTable::is_only(std::string_view key, uint32_t bucket) const {
-  Walker others(source());
+  Cursor others(source());
   others.start(bucket);
   int count = 0;
-  while (count < 2 && others.next() == Walker::record) count += others.key() == key ? 1 : 0;
+  while (count < 2 && others.next() == Cursor::record) count += others.key() == key ? 1 : 0;
   return count < 2;
 }
 
@@ -103,20 +103,20 @@ void HashTable::each_sound(const Visit &visit, const Fault &fault, const Linked 
               std::to_string(count));
 }
 
-BucketReader::BucketReader(const HashTable &table) : table_(table), walker_(table.source()) {
-  walker_.watch([](void *pages, uint16_t address) { static_cast<std::vector<uint16_t> *>(pages)->push_back(address); },
+BucketReader::BucketReader(const HashTable &table) : table_(table), cursor_(table.source()) {
+  cursor_.watch([](void *pages, uint16_t address) { static_cast<std::vector<uint16_t> *>(pages)->push_back(address); },
                 &overflow_);
 }
 
 void BucketReader::start(uint32_t bucket) {
   overflow_.clear();
-  walker_.start(bucket);
+  cursor_.start(bucket);
 }
 
 bool BucketReader::next() {
-  const Walker::Step step = walker_.next();
-  if (step == Walker::damaged) throw Failure("damaged page in " + table_.path());
-  return step == Walker::record;
+  const Cursor::Result result = cursor_.next();
+  if (result == Cursor::damaged) throw Failure("damaged page in " + table_.path());
+  return result == Cursor::record;
 }
 
 }  // namespace minidba

@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "dba/walker.h"
+#include "hashdb/cursor.h"
 #include "tools/minidba/stamp.h"
 
 namespace minidba {
@@ -38,8 +38,8 @@ class HashTable {
 
   const std::string &path() const { return state_->file.name(); }
   const File &file() const { return state_->file; }
-  const hash_file::Header &header() const { return state_->source.header; }
-  const hash_file::Source &source() const { return state_->source; }
+  const hashdb::Header &header() const { return state_->source.header; }
+  const hashdb::Source &source() const { return state_->source; }
   /// stamp returns what the file says about itself, nothing when another program made it.
   const std::optional<Stamp> &stamp() const { return state_->stamp; }
   /// buckets returns how many buckets lie within the file; others are empty.
@@ -49,9 +49,9 @@ class HashTable {
   struct State {
     explicit State(File opened);
     File file;
-    hash_file::Source source;
+    hashdb::Source source;
     std::optional<Stamp> stamp;
-    hash_file::Walker by_key;
+    hashdb::Cursor by_key;
   };
   bool is_only(std::string_view key, uint32_t bucket) const;
 
@@ -69,19 +69,19 @@ class BucketReader {
   /// next goes to the next record, false at the end of the bucket. Throws a Failure when the bucket is damaged.
   bool next();
   /// key and value stay as they are until the next step.
-  std::string_view key() const { return walker_.key(); }
-  std::string_view value() const { return walker_.value(); }
+  std::string_view key() const { return cursor_.key(); }
+  std::string_view value() const { return cursor_.value(); }
   /// overflow returns the addresses of the overflow pages met in this bucket: all of them once next returned false.
   const std::vector<uint16_t> &overflow() const { return overflow_; }
 
  private:
   const HashTable &table_;
-  hash_file::Walker walker_;
+  hashdb::Cursor cursor_;
   std::vector<uint16_t> overflow_;
 };
 
 /// hash_of returns the hash of a key.
-inline uint32_t hash_of(std::string_view key) { return hash_file::default_hash(key.data(), key.size()); }
+inline uint32_t hash_of(std::string_view key) { return hashdb::default_hash(key.data(), key.size()); }
 
 }  // namespace minidba
 

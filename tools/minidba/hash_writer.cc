@@ -8,13 +8,13 @@
 namespace minidba {
 namespace {
 
-using hash_file::Header;
+using hashdb::Header;
 
 constexpr uint32_t link_size = 4;  // bytes of a record's two slots
 constexpr uint32_t min_shift = 12;
 constexpr uint32_t min_doublings = 1;
 constexpr uint32_t max_doublings = 24;
-constexpr uint32_t spare_addresses = hash_file::split_pages / 2;  // kept for pages that later changes need
+constexpr uint32_t spare_addresses = hashdb::split_pages / 2;  // kept for pages that later changes need
 
 /// page_shift_for chooses pages that hold at least eight usual records and twice the longest, as far as pages go.
 uint32_t page_shift_for(const std::vector<Item> &items) {
@@ -26,18 +26,18 @@ uint32_t page_shift_for(const std::vector<Item> &items) {
   }
   const uint64_t wanted = std::max(2 * longest, items.empty() ? 0 : 8 * (total / items.size()));
   uint32_t shift = min_shift;
-  while (shift < hash_file::max_page_shift && 1u << shift < wanted) ++shift;
+  while (shift < hashdb::max_page_shift && 1u << shift < wanted) ++shift;
   return shift;
 }
 
 Header header_for(uint32_t page_shift, uint32_t doublings, uint32_t count) {
   Header h{};
-  h.magic = hash_file::magic;
-  h.version = hash_file::version;
-  h.byte_order = __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ ? hash_file::little_endian : hash_file::big_endian;
+  h.magic = hashdb::magic;
+  h.version = hashdb::version;
+  h.byte_order = __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ ? hashdb::little_endian : hashdb::big_endian;
   h.page_shift = page_shift;
   h.page_size = 1u << page_shift;
-  h.segment_shift = hash_file::segment_shift;
+  h.segment_shift = hashdb::segment_shift;
   h.segment_size = 1u << h.segment_shift;
   h.low_mask = h.max_bucket = (1u << doublings) - 1;
   h.high_mask = (2u << doublings) - 1;
@@ -45,8 +45,8 @@ Header header_for(uint32_t page_shift, uint32_t doublings, uint32_t count) {
   h.overflow_point = doublings;
   h.records = count;
   h.fill_factor = 2 * (count >> doublings) + 1;
-  h.header_pages = hash_file::header_pages(page_shift);
-  h.hash_check = hash_file::hash_check(hash_file::default_hash);
+  h.header_pages = hashdb::header_pages(page_shift);
+  h.hash_check = hashdb::hash_check(hashdb::default_hash);
   return h;
 }
 
@@ -77,7 +77,7 @@ uint32_t bitmaps_for(const Header &header, uint64_t pages) {
 void set_spares(Header &header, uint32_t pages) {
   uint32_t placed = 0;
   for (uint32_t split = 0; split <= header.overflow_point; ++split) {
-    placed += std::min(pages - placed, hash_file::split_pages);
+    placed += std::min(pages - placed, hashdb::split_pages);
     header.spares[split] = placed;
   }
 }
@@ -96,8 +96,8 @@ Header plan(std::vector<Item> &items) {
     header = header_for(shift, doublings, static_cast<uint32_t>(items.size()));
     sort_by_bucket(header, items);
     uint64_t pages = total_overflow(header, items);
-    pages += bitmaps_for(header, pages + hash_file::doublings);
-    const uint64_t addresses = uint64_t{doublings} * hash_file::split_pages;
+    pages += bitmaps_for(header, pages + hashdb::doublings);
+    const uint64_t addresses = uint64_t{doublings} * hashdb::split_pages;
     if (pages + (doublings < max_doublings ? spare_addresses : 0) > addresses) continue;
     set_spares(header, static_cast<uint32_t>(pages));
     return header;
@@ -111,7 +111,7 @@ class Addresses {
   explicit Addresses(const Header &header) : header_(header) {}
   uint16_t next() {
     while (number_ == in_split()) ++split_, number_ = 0;
-    return hash_file::overflow_address(split_, ++number_);
+    return hashdb::overflow_address(split_, ++number_);
   }
 
  private:
@@ -183,7 +183,7 @@ uint64_t pages_of(const Header &header) {
 }
 
 void write_header(const File &file, const Header &header) {
-  unsigned char bytes[hash_file::header_size];
+  unsigned char bytes[hashdb::header_size];
   encode(header, bytes);
   file.write_at(0, {reinterpret_cast<const char *>(bytes), sizeof bytes});
 }

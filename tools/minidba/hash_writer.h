@@ -34,7 +34,7 @@ void write_hash_file(const File &file, std::vector<Item> &items, const Fetch &fe
 
 /// for_each_bucket calls a procedure with each bucket that has items, and their range. They are sorted by bucket.
 template <typename Procedure>
-void for_each_bucket(const hash_file::Header &header, const std::vector<Item> &items, Procedure procedure) {
+void for_each_bucket(const hashdb::Header &header, const std::vector<Item> &items, Procedure procedure) {
   for (auto first = items.data(), end = first + items.size(); first != end;) {
     const uint32_t bucket = bucket_of(header, first->hash);
     auto last = first;
@@ -46,13 +46,13 @@ void for_each_bucket(const hash_file::Header &header, const std::vector<Item> &i
 
 /// planned_header returns the header of a file as write_hash_file lays it out, without a count of records: `planned`
 /// overflow pages, and those beyond them that changes have added since.
-hash_file::Header planned_header(uint32_t page_shift, uint32_t doublings, uint32_t planned, uint32_t overflow_pages);
+hashdb::Header planned_header(uint32_t page_shift, uint32_t doublings, uint32_t planned, uint32_t overflow_pages);
 
 /// pages_of returns how many pages a file has.
-uint64_t pages_of(const hash_file::Header &header);
+uint64_t pages_of(const hashdb::Header &header);
 
 /// write_header writes the header, without what follows it.
-void write_header(const File &file, const hash_file::Header &header);
+void write_header(const File &file, const hashdb::Header &header);
 
 }  // namespace minidba
 

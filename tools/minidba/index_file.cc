@@ -14,11 +14,9 @@
 namespace minidba {
 namespace {
 
-constexpr uint32_t magic = 0x3EB1CA0E;
-constexpr size_t header_size = 8, entry_size = 20;
-
-void append_word(std::string &bytes, uint32_t word) {
-  for (int shift = 24; shift >= 0; shift -= 8) bytes += static_cast<char>(word >> shift);
+template <size_t Size>
+void append(std::string &bytes, const std::array<char, Size> &more) {
+  bytes.append(more.data(), Size);
 }
 
 std::string read_all(const std::string &path) {
@@ -32,12 +30,6 @@ std::string read_all(const std::string &path) {
   }
   if (got < 0) throw system_failure("cannot read " + path);
   return bytes;
-}
-
-uint32_t word_at(std::string_view bytes, size_t offset) {
-  uint32_t word = 0;
-  for (size_t i = 0; i < 4; ++i) word = word << 8 | static_cast<unsigned char>(bytes[offset + i]);
-  return word;
 }
 
 }  // namespace
@@ -55,25 +47,21 @@ bool precedes(const IndexEntry &a, const IndexEntry &b) {
 
 std::string encode(const std::vector<IndexEntry> &entries) {
   std::string bytes;
-  bytes.reserve(header_size + entry_size * entries.size());
-  append_word(bytes, magic);
-  append_word(bytes, static_cast<uint32_t>(entries.size()));
-  for (const IndexEntry &entry : entries)
-    for (uint32_t word : {entry.time, entry.reserved, entry.number, entry.size, entry.checksum})
-      append_word(bytes, word);
+  const auto count = static_cast<uint32_t>(entries.size());
+  bytes.reserve(index_format::file_size(count));
+  append(bytes, index_format::encode_header(count));
+  for (const IndexEntry &entry : entries) append(bytes, index_format::encode(entry));
   return bytes;
 }
 
 std::vector<IndexEntry> decode(std::string_view bytes, const std::string &path) {
-  if (bytes.size() < header_size || word_at(bytes, 0) != magic) throw Failure("not an index: " + path);
-  const size_t count = word_at(bytes, 4);
-  if (bytes.size() != header_size + entry_size * count)
+  if (!index_format::has_magic(bytes)) throw Failure("not an index: " + path);
+  const uint32_t count = index_format::entry_count(bytes);
+  if (bytes.size() != index_format::file_size(count))
     throw Failure("not as long as its " + std::to_string(count) + " entries: " + path);
   std::vector<IndexEntry> entries;
   entries.reserve(count);
-  for (size_t at = header_size; at < bytes.size(); at += entry_size)
-    entries.push_back({word_at(bytes, at), word_at(bytes, at + 4), word_at(bytes, at + 8), word_at(bytes, at + 12),
-                       word_at(bytes, at + 16)});
+  for (size_t i = 0; i < count; ++i) entries.push_back(index_format::entry_at(bytes, i));
   return entries;
 }
 

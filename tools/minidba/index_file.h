@@ -7,18 +7,11 @@
 #include <string_view>
 #include <vector>
 
+#include "dba/index_format.h"
+
 namespace minidba {
 
-/// IndexEntry is what the index knows of a description.
-struct IndexEntry {
-  uint32_t time;      // of the last change, 0 when it is not known
-  uint32_t reserved;  // 0
-  uint32_t number;
-  uint32_t size;      // of the record in bytes
-  uint32_t checksum;  // CRC-32 of the record
-
-  bool operator==(const IndexEntry &) const = default;
-};
+using IndexEntry = index_format::Entry;
 
 /// entry_of returns the entry of a record, whose change time is given.
 IndexEntry entry_of(uint32_t number, std::string_view record, int64_t change_time);

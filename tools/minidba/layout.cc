@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "dba/hash_file.h"
+#include "hashdb/format.h"
 #include "tools/minidba/files.h"
 
 namespace minidba {
@@ -10,10 +10,10 @@ namespace minidba {
 Layout layout_of(const std::string &path) {
   const File file = File::open(path);
   const int64_t size = file.size();
-  unsigned char bytes[hash_file::header_size];
+  unsigned char bytes[hashdb::header_size];
   file.read_at(0, bytes, sizeof bytes);
-  const hash_file::Header header = hash_file::decode(bytes);
-  const uint32_t overflow_pages = header.spares[std::min(header.overflow_point, hash_file::doublings - 1)];
+  const hashdb::Header header = hashdb::decode(bytes);
+  const uint32_t overflow_pages = header.spares[std::min(header.overflow_point, hashdb::doublings - 1)];
   return {size,
           header.page_size,
           size / header.page_size,

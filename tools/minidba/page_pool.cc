@@ -4,8 +4,8 @@
 
 namespace minidba {
 
-PagePool::PagePool(hash_file::Header &header, const File &file) : header_(header), file_(file) {
-  for (uint32_t map = 0; map < hash_file::doublings && header_.bitmaps[map] != 0; ++map) {
+PagePool::PagePool(hashdb::Header &header, const File &file) : header_(header), file_(file) {
+  for (uint32_t map = 0; map < hashdb::doublings && header_.bitmaps[map] != 0; ++map) {
     std::string bytes(header_.page_size, '\0');
     const uint64_t page = overflow_page(header_, header_.bitmaps[map]);
     file_.read_at(static_cast<int64_t>(page << header_.page_shift), bytes.data(), bytes.size());
@@ -22,14 +22,14 @@ bool PagePool::ends_with_last_page() const {
 }
 
 uint32_t PagePool::bit_of(uint16_t address) const {
-  const uint32_t split = hash_file::overflow_split(address);
-  return (split == 0 ? 0 : header_.spares[split - 1]) + hash_file::overflow_number(address) - 1;
+  const uint32_t split = hashdb::overflow_split(address);
+  return (split == 0 ? 0 : header_.spares[split - 1]) + hashdb::overflow_number(address) - 1;
 }
 
 uint16_t PagePool::address_of(uint32_t bit) const {
   const auto split = static_cast<uint32_t>(
       std::upper_bound(header_.spares, header_.spares + header_.overflow_point, bit) - header_.spares);
-  return hash_file::overflow_address(split, bit - (split == 0 ? 0 : header_.spares[split - 1]) + 1);
+  return hashdb::overflow_address(split, bit - (split == 0 ? 0 : header_.spares[split - 1]) + 1);
 }
 
 bool PagePool::is_set(uint32_t bit) const {
@@ -46,7 +46,7 @@ void PagePool::set(uint32_t bit, bool used) {
 uint32_t PagePool::extend() {
   uint32_t &total = header_.spares[header_.overflow_point];
   const uint32_t before = header_.overflow_point == 0 ? 0 : header_.spares[header_.overflow_point - 1];
-  if (total - before == hash_file::split_pages || total / bits_per_map() >= maps_.size()) throw NoPage();
+  if (total - before == hashdb::split_pages || total / bits_per_map() >= maps_.size()) throw NoPage();
   return total++;
 }
 

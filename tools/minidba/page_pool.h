@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "dba/hash_file.h"
+#include "hashdb/format.h"
 #include "tools/minidba/files.h"
 
 namespace minidba {
@@ -21,7 +21,7 @@ struct NoPage {};
 class PagePool {
  public:
   /// Reads the bitmaps. The header must outlive the pool, which changes it.
-  PagePool(hash_file::Header &header, const File &file);
+  PagePool(hashdb::Header &header, const File &file);
 
   /// take returns the address of a page that now is in use; throws NoPage.
   uint16_t take();
@@ -42,7 +42,7 @@ class PagePool {
   void set(uint32_t bit, bool used);
   uint32_t extend();
 
-  hash_file::Header &header_;
+  hashdb::Header &header_;
   const File &file_;
   std::vector<std::string> maps_;
   std::set<uint32_t> free_;  // bits

@@ -5,7 +5,7 @@
 namespace minidba {
 
 PageUse::PageUse(const HashTable &table, const HashTable::Visit &visit) : table_(table) {
-  const hash_file::Header &header = table.header();
+  const hashdb::Header &header = table.header();
   used_.resize(static_cast<size_t>(table.source().size >> header.page_shift) + 1);
   for (uint32_t page = 0; page < header.header_pages; ++page) take(page);
   for (uint32_t bucket = 0, end = table.buckets(); bucket < end; ++bucket) take(bucket_page(header, bucket));
@@ -27,7 +27,7 @@ void PageUse::take(uint64_t page) {
 }
 
 bool PageUse::is_marked() const {
-  hash_file::Header header = table_.header();
+  hashdb::Header header = table_.header();
   const PagePool pages(header, table_.file());
   for (uint32_t bit = 0; bit < header.spares[header.overflow_point]; ++bit) {
     const uint64_t page = overflow_page(header, pages.address_of(bit));

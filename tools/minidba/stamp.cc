@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <vector>
 
-#include "dba/hash_file.h"
+#include "hashdb/format.h"
 
 namespace minidba {
 namespace {
@@ -26,7 +26,7 @@ using Words = std::array<uint64_t, 15>;
 constexpr size_t first_checksum = 8, newest_change_place = 10, change_checksum = 11;
 constexpr size_t content_place = 13, last_checksum = 14;
 constexpr int64_t stamp_end = offset + static_cast<int64_t>(sizeof(Words));
-static_assert(offset >= static_cast<int64_t>(hash_file::header_size) && offset + sizeof(Words) <= 512);
+static_assert(offset >= static_cast<int64_t>(hashdb::header_size) && offset + sizeof(Words) <= 512);
 
 uint64_t checksum_of(const Words &words, size_t count) {
   return crc32_z(0, reinterpret_cast<const unsigned char *>(words.data()), count * sizeof(uint64_t));

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "dba/hash_file.h"
+#include "hashdb/format.h"
 #include "tools/minidba/failure.h"
 #include "tools/minidba/record.h"
 
@@ -58,14 +58,14 @@ void UrlItems::write(const Snapshot &snapshot, const File &database, uint32_t ne
 }
 
 void UrlScan::add(std::string_view url, uint32_t number) {
-  entries_.emplace_back(hash_file::default_hash(url.data(), url.size()), number);
+  entries_.emplace_back(hashdb::default_hash(url.data(), url.size()), number);
   highest_ = std::max(highest_, number);
 }
 
 void UrlScan::sort() { std::sort(entries_.begin(), entries_.end()); }
 
 std::vector<uint32_t> UrlScan::candidates(std::string_view url) const {
-  const uint32_t hash = hash_file::default_hash(url.data(), url.size());
+  const uint32_t hash = hashdb::default_hash(url.data(), url.size());
   std::vector<uint32_t> numbers;
   for (auto entry = std::lower_bound(entries_.begin(), entries_.end(), std::pair(hash, 0u));
        entry != entries_.end() && entry->first == hash; ++entry)

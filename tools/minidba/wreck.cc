@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "dba/walker.h"
+#include "hashdb/cursor.h"
 #include "tools/minidba/failure.h"
 #include "tools/minidba/hash_table.h"
 #include "tools/minidba/hash_writer.h"
@@ -14,11 +14,10 @@
 namespace minidba {
 namespace {
 
-using hash_file::Header;
-using hash_file::Walker;
+using hashdb::Cursor;
+using hashdb::Header;
+namespace slot_mark = hashdb::slot_mark;
 
-// What the second number of a pair of slots says when it is not an offset, see dba/walker.cc.
-constexpr uint32_t full_key = 2, full_key_data = 3, first_offset = 4;
 constexpr uint32_t sampled_buckets = 64;
 
 File open_regular(const std::string &path) {
@@ -45,7 +44,8 @@ class Slots {
     return std::string_view(page_).substr(start);
   }
   bool begins_long_record() const {
-    return count() == 4 && (*this)[2] == full_key_data && (*this)[4] >= first_offset && (*this)[4] <= (*this)[1];
+    return count() == 4 && (*this)[2] == slot_mark::full_key_data && (*this)[4] >= slot_mark::first_offset &&
+           (*this)[4] <= (*this)[1];
   }
 
  private:
@@ -106,9 +106,9 @@ std::string Wreck::read_page(uint64_t page) const {
 
 /// stored_header also takes the header of a file that was cut.
 std::optional<Header> Wreck::stored_header() const {
-  const std::string bytes = read(0, hash_file::header_size);
-  const Header header = hash_file::decode(reinterpret_cast<const unsigned char *>(bytes.data()));
-  if (!is_sound(header, hash_file::default_hash, INT64_MAX)) return std::nullopt;
+  const std::string bytes = read(0, hashdb::header_size);
+  const Header header = hashdb::decode(reinterpret_cast<const unsigned char *>(bytes.data()));
+  if (!is_sound(header, hashdb::default_hash, INT64_MAX)) return std::nullopt;
   return header;
 }
 
@@ -119,9 +119,9 @@ std::optional<Header> Wreck::guessed_header() const {
   if (size_ >= 512) stamp = Stamp::read(file_);
   std::optional<Header> best;
   int most = 0;
-  for (uint32_t shift = hash_file::max_page_shift; shift >= hash_file::min_page_shift; --shift)
+  for (uint32_t shift = hashdb::max_page_shift; shift >= hashdb::min_page_shift; --shift)
     for (uint32_t doublings = 1; doublings <= 24; ++doublings) {
-      const int64_t overflow = (size_ >> shift) - hash_file::header_pages(shift) - (int64_t{1} << doublings);
+      const int64_t overflow = (size_ >> shift) - hashdb::header_pages(shift) - (int64_t{1} << doublings);
       if (overflow < 1 || overflow > INT32_MAX) continue;
       const auto pages = static_cast<uint32_t>(overflow);
       const Header header = planned_header(shift, doublings, stamp ? stamp->planned_pages : pages, pages);
@@ -135,16 +135,16 @@ std::optional<Header> Wreck::guessed_header() const {
 
 /// score counts the records in some buckets that are where their keys lead, less those that are not.
 int Wreck::score(const Header &header) const {
-  const hash_file::Source source{file_.descriptor(), size_, header};
-  Walker walker(source);
+  const hashdb::Source source{file_.descriptor(), size_, header};
+  Cursor cursor(source);
   const uint32_t step = std::max(1u, (header.max_bucket + 1) / sampled_buckets);
   int found = 0;
   for (uint32_t bucket = 0; bucket <= header.max_bucket; bucket += step) {
-    walker.start(bucket);
-    Walker::Step last = Walker::end;
-    while ((last = walker.next()) == Walker::record)
-      found += number_of(walker.key()) && bucket_of(header, hash_of(walker.key())) == bucket ? 1 : -1;
-    if (last == Walker::damaged) --found;
+    cursor.start(bucket);
+    Cursor::Result last = Cursor::end;
+    while ((last = cursor.next()) == Cursor::record)
+      found += number_of(cursor.key()) && bucket_of(header, hash_of(cursor.key())) == bucket ? 1 : -1;
+    if (last == Cursor::damaged) --found;
   }
   return found;
 }
@@ -153,7 +153,7 @@ int Wreck::score(const Header &header) const {
 uint32_t Wreck::guessed_shift() const {
   uint32_t best = 12;
   size_t most = 0;
-  for (uint32_t shift = hash_file::min_page_shift; shift <= hash_file::max_page_shift; ++shift) {
+  for (uint32_t shift = hashdb::min_page_shift; shift <= hashdb::max_page_shift; ++shift) {
     size_t bytes = 0;
     for (int64_t at = 0; at < size_; at += int64_t{1} << shift)
       scan_page(read(at, size_t{1} << shift), [&](Origin, std::string_view key, std::string_view value) {
@@ -181,10 +181,10 @@ void Wreck::each(const Visit &visit) {
 
 /// walk visits what the buckets lead to. Pages of a bucket that was read to its end are done.
 void Wreck::walk(const Visit &visit) {
-  const hash_file::Source source{file_.descriptor(), size_, *header_};
-  Walker walker(source);
+  const hashdb::Source source{file_.descriptor(), size_, *header_};
+  Cursor cursor(source);
   std::vector<uint16_t> followed;
-  walker.watch([](void *pages, uint16_t address) { static_cast<std::vector<uint16_t> *>(pages)->push_back(address); },
+  cursor.watch([](void *pages, uint16_t address) { static_cast<std::vector<uint16_t> *>(pages)->push_back(address); },
                &followed);
   const auto mark = [&](uint64_t page) {
     if (page < done_.size()) done_[page] = true;
@@ -194,13 +194,13 @@ void Wreck::walk(const Visit &visit) {
     const uint64_t primary = bucket_page(*header_, bucket);
     if (primary >= done_.size()) continue;
     followed.clear();
-    walker.start(bucket);
-    Walker::Step last = Walker::end;
-    while ((last = walker.next()) == Walker::record) {
-      const bool is_at_home = bucket_of(*header_, hash_of(walker.key())) == bucket;
-      visit(is_at_home ? in_bucket : on_page, walker.key(), walker.value());
+    cursor.start(bucket);
+    Cursor::Result last = Cursor::end;
+    while ((last = cursor.next()) == Cursor::record) {
+      const bool is_at_home = bucket_of(*header_, hash_of(cursor.key())) == bucket;
+      visit(is_at_home ? in_bucket : on_page, cursor.key(), cursor.value());
     }
-    if (last == Walker::damaged) continue;
+    if (last == Cursor::damaged) continue;
     mark(primary);
     for (const uint16_t address : followed) mark(overflow_page(*header_, address));
   }
@@ -246,11 +246,11 @@ bool Wreck::scan_page(const std::string &bytes, const Visit &visit) const {
     return true;
   }
   // The other pages of a long record are read with its first.
-  if (slots[2] == full_key || slots[2] == full_key_data) return slots.data().has_value();
+  if (slots[2] == slot_mark::full_key || slots[2] == slot_mark::full_key_data) return slots.data().has_value();
   size_t end = bytes.size();
   for (uint32_t slot = 1; slot < slots.count(); slot += 2) {
     const uint32_t key = slots[slot], value = slots[slot + 1];
-    if (value < first_offset) return value == 0 && slot + 1 == slots.count();
+    if (value < slot_mark::first_offset) return value == 0 && slot + 1 == slots.count();
     if (value < 2 * (slots.count() + 1) || value > key || key > end) return false;
     visit(on_page, std::string_view(bytes).substr(key, end - key), std::string_view(bytes).substr(value, key - value));
     end = value;
@@ -273,8 +273,8 @@ void Wreck::follow_long(const std::string &first, const Visit &visit) const {
     const std::optional<std::string_view> data = more.data();
     if (!more.can_be() || more.count() < 2 || !data) return;
     value.append(*data);
-    if (more[2] == full_key_data) return visit(on_page, *key, value);
-    if (more[2] != full_key || more.count() < 4) return;
+    if (more[2] == slot_mark::full_key_data) return visit(on_page, *key, value);
+    if (more[2] != slot_mark::full_key || more.count() < 4) return;
     address = more[more.count() - 1];
   }
 }

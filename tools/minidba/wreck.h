@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "dba/hash_file.h"
+#include "hashdb/format.h"
 #include "tools/minidba/files.h"
 
 namespace minidba {
@@ -52,9 +52,9 @@ class Wreck {
  private:
   std::string read(int64_t offset, size_t count) const;
   std::string read_page(uint64_t page) const;
-  std::optional<hash_file::Header> stored_header() const;
-  std::optional<hash_file::Header> guessed_header() const;
-  int score(const hash_file::Header &header) const;
+  std::optional<hashdb::Header> stored_header() const;
+  std::optional<hashdb::Header> guessed_header() const;
+  int score(const hashdb::Header &header) const;
   uint32_t guessed_shift() const;
   void walk(const Visit &visit);
   void mark_free();
@@ -65,7 +65,7 @@ class Wreck {
 
   File file_;
   int64_t size_;
-  std::optional<hash_file::Header> header_;
+  std::optional<hashdb::Header> header_;
   bool is_sound_ = false;
   uint32_t shift_ = 0;      // of a page
   std::vector<bool> done_;  // pages that need not be looked at any more

@@ -5,7 +5,7 @@
 #include <sys/stat.h>
 
 #include "catalog_files.h"
-#include "dba/hash_file.h"
+#include "hashdb/format.h"
 #include "tools/minidba/catalog.h"
 
 namespace {
@@ -145,7 +145,7 @@ TEST_F(Damaged, AreLeftOutWhenThatIsAsked) {
 /// others.
 TEST_F(Damaged, RecordsThatAreGoneAreNamedToo) {
   const std::string bytes = support::read_file(catalog_.path());
-  const size_t page_size = hash_file::decode(reinterpret_cast<const unsigned char *>(bytes.data())).page_size;
+  const size_t page_size = hashdb::decode(reinterpret_cast<const unsigned char *>(bytes.data())).page_size;
   const size_t page = bytes.find(url(7) + "\n") / page_size * page_size;
   change(bytes.substr(page, page_size), std::string(page_size, '\0'));
   const Finished finished = catalog_.run({"update", "--skip-damaged"}, rd(url(30), {{"title", "New"}}));

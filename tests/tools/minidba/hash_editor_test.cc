@@ -15,7 +15,7 @@
 
 namespace {
 
-using hash_file::Header;
+using hashdb::Header;
 using minidba::HashTable;
 using minidba::Item;
 using minidba::Record;
@@ -103,7 +103,7 @@ class HashEditor : public ::testing::Test {
 
   static size_t linked_pages(const HashTable &table) {
     size_t count = 0;
-    for (uint32_t map = 0; map < hash_file::doublings; ++map) count += table.header().bitmaps[map] != 0;
+    for (uint32_t map = 0; map < hashdb::doublings; ++map) count += table.header().bitmaps[map] != 0;
     minidba::BucketReader reader(table);
     for (uint32_t bucket = 0; bucket <= table.header().max_bucket; ++bucket) {
       for (reader.start(bucket); reader.next();) {
@@ -115,9 +115,9 @@ class HashEditor : public ::testing::Test {
   /// used_bits counts the pages that are in use. Pages that are not there yet must not look free.
   static size_t used_bits(const HashTable &table) {
     size_t used = 0, looking_free = 0, first = 0;
-    const hash_file::Header &header = table.header();
+    const hashdb::Header &header = table.header();
     const size_t pages = header.spares[header.overflow_point];
-    for (uint32_t map = 0; map < hash_file::doublings && header.bitmaps[map] != 0; ++map) {
+    for (uint32_t map = 0; map < hashdb::doublings && header.bitmaps[map] != 0; ++map) {
       std::string page(header.page_size, '\0');
       const uint64_t number = overflow_page(header, header.bitmaps[map]);
       table.file().read_at(static_cast<int64_t>(number << header.page_shift), page.data(), page.size());
@@ -216,7 +216,7 @@ TEST_F(HashEditor, APageOfARecordIsNoBitmap) {
   std::string bytes = support::read_file(path_);
   Header header = HashTable(path_).header();
   header.bitmaps[0] = static_cast<uint16_t>(header.bitmaps[0] + 2);
-  hash_file::encode(header, reinterpret_cast<unsigned char *>(bytes.data()));
+  hashdb::encode(header, reinterpret_cast<unsigned char *>(bytes.data()));
   support::write_file(path_, bytes);
   EXPECT_TRUE(minidba::PageUse(HashTable(path_)).is_shared());
   records["other"] = std::string(300000, 'y');

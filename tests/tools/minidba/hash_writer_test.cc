@@ -28,7 +28,7 @@ class HashWriter : public ::testing::Test {
     for (char &byte : value) byte = static_cast<char>(random_());
     const auto number = static_cast<uint32_t>(values_.size() + 1);
     const std::string key = key_of(number);
-    items_.push_back({hash_file::default_hash(key.data(), key.size()), 8, static_cast<uint32_t>(size), number});
+    items_.push_back({hashdb::default_hash(key.data(), key.size()), 8, static_cast<uint32_t>(size), number});
     values_.push_back(value);
   }
 

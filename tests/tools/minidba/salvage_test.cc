@@ -6,7 +6,7 @@
 #include <algorithm>
 
 #include "catalog_files.h"
-#include "dba/hash_file.h"
+#include "hashdb/format.h"
 
 namespace {
 
@@ -28,9 +28,7 @@ class Salvage : public testing::Test {
     exported_ = catalog_.run({"export"}).out;
   }
   static std::string url(int number) { return "http://localhost/" + std::to_string(number); }
-  size_t page_size() const {
-    return hash_file::decode(reinterpret_cast<const unsigned char *>(bytes_.data())).page_size;
-  }
+  size_t page_size() const { return hashdb::decode(reinterpret_cast<const unsigned char *>(bytes_.data())).page_size; }
   void spoil(size_t from, size_t size, char byte = '\x7f') {
     std::fill_n(bytes_.begin() + static_cast<std::ptrdiff_t>(from), size, byte);
     support::write_file(catalog_.path(), bytes_);
@@ -57,7 +55,7 @@ TEST_F(Salvage, OfASoundCatalogIsTheSameAsAnExport) {
 }
 
 TEST_F(Salvage, OfADamagedHeaderGoesByThePages) {
-  spoil(0, hash_file::header_size);
+  spoil(0, hashdb::header_size);
   const std::string errors = "minidba: the header is damaged: it was made out from the pages\n";
   EXPECT_TRUE(salvaged(1, errors) == exported_) << "the record that is longer than a page too";
 }
@@ -136,7 +134,7 @@ TEST_F(Salvage, ARecordThatNoImportWouldTakeIsLost) {
 }
 
 TEST_F(Salvage, OfPagesThatFormALoopComesToAnEnd) {
-  const auto header = hash_file::decode(reinterpret_cast<const unsigned char *>(bytes_.data()));
+  const auto header = hashdb::decode(reinterpret_cast<const unsigned char *>(bytes_.data()));
   for (uint64_t page = 1; page < bytes_.size() / page_size(); ++page) {
     uint16_t slots = 0;
     std::copy_n(&bytes_[page * page_size()], 2, reinterpret_cast<char *>(&slots));

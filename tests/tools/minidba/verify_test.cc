@@ -8,7 +8,7 @@
 
 #include "catalog_files.h"
 #include "dba/guard.h"
-#include "dba/hash_file.h"
+#include "hashdb/format.h"
 #include "qxapi/guard.h"
 #include "tools/minidba/layout.h"
 #include "tools/minidba/url_map.h"
@@ -291,7 +291,7 @@ TEST_F(Verify, ADescriptionThatIsNoObjectAnyMoreIsReplacedByTheNext) {
 
 TEST_F(Verify, FindsPagesThatAreMarkedWrongly) {
   const std::string sound = support::read_file(catalog_.path());
-  const auto header = hash_file::decode(reinterpret_cast<const unsigned char *>(sound.data()));
+  const auto header = hashdb::decode(reinterpret_cast<const unsigned char *>(sound.data()));
   const size_t bitmap = overflow_page(header, header.bitmaps[0]) << header.page_shift;
   ASSERT_EQ(sound[bitmap], '\xFF') << "the bitmap itself is the only overflow page, and no other looks free";
   for (const char bits : {'\xFE', '\xFD'}) {
@@ -344,7 +344,7 @@ TEST_F(Verify, FindsANumberThatTwoRecordsHave) {
 }
 
 TEST_F(Verify, FindsRecordsThatAreCountedAndNotThere) {
-  auto header = hash_file::decode(reinterpret_cast<const unsigned char *>(support::read_file(catalog_.path()).data()));
+  auto header = hashdb::decode(reinterpret_cast<const unsigned char *>(support::read_file(catalog_.path()).data()));
   header.records += 2;
   std::string bytes = support::read_file(catalog_.path());
   encode(header, reinterpret_cast<unsigned char *>(bytes.data()));
@@ -354,7 +354,7 @@ TEST_F(Verify, FindsRecordsThatAreCountedAndNotThere) {
 
 TEST_F(Verify, FindsAPageThatIsUsedTwice) {
   std::string bytes = support::read_file(catalog_.path());
-  auto header = hash_file::decode(reinterpret_cast<const unsigned char *>(bytes.data()));
+  auto header = hashdb::decode(reinterpret_cast<const unsigned char *>(bytes.data()));
   header.bitmaps[1] = header.bitmaps[0];
   encode(header, reinterpret_cast<unsigned char *>(bytes.data()));
   support::write_file(catalog_.path(), bytes);

@@ -1,4 +1,4 @@
-#include "dba/hash_file.h"
+#include "hashdb/format.h"
 
 #include <endian.h>
 
@@ -6,7 +6,7 @@
 #include <bit>
 #include <cstring>
 
-namespace hash_file {
+namespace hashdb {
 namespace {
 
 constexpr size_t words = offsetof(Header, bitmaps) / sizeof(uint32_t);
@@ -107,4 +107,4 @@ uint64_t overflow_page(const Header &header, uint16_t address) noexcept {
   return bucket_page(header, (1u << split) - 1) + overflow_number(address);
 }
 
-}  // namespace hash_file
+}  // namespace hashdb

@@ -1,18 +1,18 @@
-/// The hash file format of Berkeley DB 1.85: its header and where its pages lie.
+/// The hash-file format of Berkeley DB 1.85: the header, the addresses of pages, and the marks in their slots.
 ///
 /// A file is an array of pages. The first hold the header; each bucket has one primary page; between the primary pages,
 /// after the last bucket of each doubling of the table, lie overflow pages. A page with an overflow address in its last
 /// slots is continued on that overflow page. All numbers of the header are big-endian, those of the pages in the order
 /// that the header names.
-#ifndef DBA_HASH_FILE_H
-#define DBA_HASH_FILE_H
+#ifndef HASHDB_FORMAT_H
+#define HASHDB_FORMAT_H
 
 #include <cstddef>
 #include <cstdint>
 
 #include <db_185.h>
 
-namespace hash_file {
+namespace hashdb {
 
 constexpr uint32_t magic = HASHMAGIC;
 constexpr uint32_t version = HASHVERSION;
@@ -65,7 +65,7 @@ uint32_t hash_check(Hash hash) noexcept;
 Header decode(const unsigned char *bytes) noexcept;
 void encode(const Header &header, unsigned char *bytes) noexcept;
 
-/// is_sound says whether the header's fields agree with each other, with the hash function and with a file of
+/// is_sound returns true if the header's fields agree with each other, with the hash function and with a file of
 /// `file_size` bytes.
 bool is_sound(const Header &header, Hash hash, int64_t file_size) noexcept;
 
@@ -85,6 +85,19 @@ constexpr uint16_t overflow_address(uint32_t split, uint32_t number) {
 /// overflow_page returns the number of the page an overflow address names, or 0 when it can name none.
 uint64_t overflow_page(const Header &header, uint16_t address) noexcept;
 
+/// A page begins with 16-bit numbers: how many slots it has, the slots in pairs, the free bytes, the start of the data.
+/// A pair is the offset of a key and of its value, or has one of these marks as its second number. A record longer than
+/// a page fills pages of its own: those that its key does not end on are marked partial_key, the one where the value
+/// ends is marked full_key_data, all between full_key. The page where the key ends is marked full_key_data if it also
+/// holds the beginning of the value.
+namespace slot_mark {
+constexpr uint32_t link = 0;  // the first number is the address of the next page
+constexpr uint32_t partial_key = 1;
+constexpr uint32_t full_key = 2;
+constexpr uint32_t full_key_data = 3;
+constexpr uint32_t first_offset = 4;  // from here on the number is an offset
+}  // namespace slot_mark
+
 /// log2_up returns the smallest n for which 2^n is at least `number`.
 constexpr uint32_t log2_up(uint32_t number) {
   uint32_t n = 0;
@@ -92,6 +105,6 @@ constexpr uint32_t log2_up(uint32_t number) {
   return n;
 }
 
-}  // namespace hash_file
+}  // namespace hashdb
 
 #endif

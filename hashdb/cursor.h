@@ -1,6 +1,6 @@
-/// Reading the records of a hash file bucket by bucket, trusting none of its bytes.
-#ifndef DBA_WALKER_H
-#define DBA_WALKER_H
+/// Reads the records of a hash file bucket by bucket and trusts none of its bytes.
+#ifndef HASHDB_CURSOR_H
+#define HASHDB_CURSOR_H
 
 #include <cstddef>
 #include <cstdint>
@@ -8,19 +8,19 @@
 
 #include <qxapi/guard.h>
 
-#include "dba/hash_file.h"
+#include "hashdb/format.h"
 
-namespace hash_file {
+namespace hashdb {
 
-/// The file that a walker reads. It must not change meanwhile.
+/// Source is the file that a cursor reads. It must not change meanwhile.
 struct Source {
   host_fd fd;
   int64_t size;   // bytes
   Header header;  // sound
 };
 
-/// LongText gathers a key or value that lies on several pages.
-class LongText {
+/// LongItem collects the pieces of a key or value that lies on several pages.
+class LongItem {
  public:
   void clear() noexcept { size_ = 0; }
   /// append returns false when there is no memory.
@@ -33,27 +33,28 @@ class LongText {
   size_t capacity_ = 0;
 };
 
-/// A walker reads the records of one bucket after the other. Whatever the file holds, a bucket comes to an end.
-class Walker {
+/// Cursor reads the records of one bucket at a time. Whatever the file holds, each bucket ends.
+class Cursor {
  public:
-  enum Step { record, end, damaged };
+  enum Result { record, end, damaged };
 
-  /// The walker keeps a reference to the source.
-  explicit Walker(const Source &source) noexcept : source_(source) {}
+  /// The cursor keeps a reference to the source.
+  explicit Cursor(const Source &source) noexcept : source_(source) {}
 
-  /// start goes to the beginning of a bucket.
+  /// start moves to the beginning of a bucket.
   void start(uint32_t bucket) noexcept;
-  /// next reads the bucket's next record; after `end` and `damaged` only a new start helps. `damaged` comes with errno.
-  Step next() noexcept;
-  /// find starts a bucket and goes on to the record of `key`, which is in this bucket if it is anywhere.
-  Step find(uint32_t bucket, std::string_view key) noexcept;
-  /// watch has a procedure called with each overflow page that a bucket goes on to.
+  /// next reads the next record of the bucket. After `end` and `damaged` the cursor needs a new start. `damaged` sets
+  /// errno: EINVAL for a damaged page, else that of the failed read.
+  Result next() noexcept;
+  /// find starts a bucket and reads up to the record with this key.
+  Result find(uint32_t bucket, std::string_view key) noexcept;
+  /// watch sets a callback that receives the address of each overflow page as the cursor moves to it.
   using Followed = void (*)(void *argument, uint16_t address);
   void watch(Followed followed, void *argument) noexcept {
     followed_by_ = followed;
     argument_ = argument;
   }
-  /// key and value are those of the record read last; they stay as they are until the next step.
+  /// key and value return the record read last. They are valid until the cursor moves.
   std::string_view key() const noexcept { return key_; }
   std::string_view value() const noexcept { return value_; }
 
@@ -72,7 +73,7 @@ class Walker {
   bool take_long() noexcept;
   bool take_long_key() noexcept;
   bool take_rest_of_value() noexcept;
-  bool append_page(LongText &text) noexcept;
+  bool append_page(LongItem &item) noexcept;
 
   const Source &source_;
   host_text page_;            // the page read last
@@ -86,12 +87,12 @@ class Walker {
   uint32_t next_waypoint_ = 1;  // the number of pages after which the waypoint moves up
   Followed followed_by_ = nullptr;
   void *argument_ = nullptr;
-  LongText long_key_;
-  LongText long_value_;
+  LongItem long_key_;
+  LongItem long_value_;
   std::string_view key_;
   std::string_view value_;
 };
 
-}  // namespace hash_file
+}  // namespace hashdb
 
 #endif

@@ -1,21 +1,11 @@
-#include "dba/walker.h"
+#include "hashdb/cursor.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 
-namespace hash_file {
+namespace hashdb {
 namespace {
-
-// What the second number of a pair of slots says when it is not the offset of a value. A record longer than a page
-// fills pages of its own: those that its key does not end on are marked partial_key, the one where the value ends is
-// marked full_key_data, all between full_key. The page where the key ends is marked full_key_data if it also holds the
-// beginning of the value.
-constexpr uint32_t overflow_mark = 0;
-constexpr uint32_t partial_key = 1;
-constexpr uint32_t full_key = 2;
-constexpr uint32_t full_key_data = 3;
-constexpr uint32_t first_offset = 4;
 
 uint16_t swapped(uint16_t number) { return static_cast<uint16_t>(number << 8 | number >> 8); }
 
@@ -23,7 +13,7 @@ constexpr uint32_t native_order = __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ ? li
 
 }  // namespace
 
-bool LongText::append(std::string_view piece) noexcept {
+bool LongItem::append(std::string_view piece) noexcept {
   if (size_ + piece.size() > capacity_) {
     const size_t capacity = std::max(2 * capacity_, size_ + piece.size());
     auto *grown = static_cast<char *>(host_realloc(bytes_.get(), capacity));
@@ -40,19 +30,19 @@ bool LongText::append(std::string_view piece) noexcept {
   return true;
 }
 
-uint32_t Walker::at(uint32_t index) const noexcept {
+uint32_t Cursor::at(uint32_t index) const noexcept {
   uint16_t number = 0;
   std::memcpy(&number, page_.get() + size_t{2} * index, sizeof number);
   return source_.header.byte_order == native_order ? number : swapped(number);
 }
 
 /// holds says whether a run of bytes lies within the page, behind the slots in use.
-bool Walker::holds(uint32_t from, uint32_t to) const noexcept {
+bool Cursor::holds(uint32_t from, uint32_t to) const noexcept {
   return 2 * (slots() + 1) <= from && from <= to && to <= source_.header.page_size;
 }
 
 /// read brings a page into memory; pages behind the end of the file have no slots.
-bool Walker::read(uint64_t page) noexcept {
+bool Cursor::read(uint64_t page) noexcept {
   if (page == page_number_) return true;
   const uint32_t size = source_.header.page_size;
   if (!page_) page_ = host_new<char>(size);
@@ -73,14 +63,14 @@ bool Walker::read(uint64_t page) noexcept {
 }
 
 /// enter goes to the beginning of a page.
-bool Walker::enter(uint64_t page) noexcept {
+bool Cursor::enter(uint64_t page) noexcept {
   if (!read(page) || slots() % 2 != 0 || 2 * (slots() + 3) > source_.header.page_size) return false;
   slot_ = 1;
   key_end_ = source_.header.page_size;
   return true;
 }
 
-bool Walker::enter_bucket() noexcept {
+bool Cursor::enter_bucket() noexcept {
   const uint64_t page = bucket_page(source_.header, bucket_);
   started_ = false;
   waypoint_ = page;
@@ -90,7 +80,7 @@ bool Walker::enter_bucket() noexcept {
 }
 
 /// follow goes on to an overflow page.
-bool Walker::follow(uint32_t address) noexcept {
+bool Cursor::follow(uint32_t address) noexcept {
   const uint64_t page = overflow_page(source_.header, static_cast<uint16_t>(address));
   if (page == 0 || static_cast<int64_t>(page << source_.header.page_shift) >= source_.size) return false;
   if (is_loop(page) || !enter(page)) return false;
@@ -98,9 +88,9 @@ bool Walker::follow(uint32_t address) noexcept {
   return true;
 }
 
-/// is_loop says whether the pages of the bucket lead back to one met before; at the latest it notices in the third
-/// round.
-bool Walker::is_loop(uint64_t page) noexcept {
+/// is_loop returns true if the chain of the bucket's pages leads back to a page already read. Brent's cycle detection:
+/// O(1) memory, fires within three laps.
+bool Cursor::is_loop(uint64_t page) noexcept {
   if (page == waypoint_) return true;
   if (++followed_ == next_waypoint_) {
     waypoint_ = page;
@@ -110,12 +100,12 @@ bool Walker::is_loop(uint64_t page) noexcept {
   return false;
 }
 
-void Walker::start(uint32_t bucket) noexcept {
+void Cursor::start(uint32_t bucket) noexcept {
   bucket_ = bucket;
   started_ = true;
 }
 
-Walker::Step Walker::next() noexcept {
+Cursor::Result Cursor::next() noexcept {
   const int before = errno;
   errno = 0;
   bool found = false;
@@ -127,28 +117,28 @@ Walker::Step Walker::next() noexcept {
   return !good ? damaged : (found ? record : end);
 }
 
-Walker::Step Walker::find(uint32_t bucket, std::string_view key) noexcept {
+Cursor::Result Cursor::find(uint32_t bucket, std::string_view key) noexcept {
   start(bucket);
-  Step step = next();
-  while (step == record && key_ != key) step = next();
-  return step;
+  Result result = next();
+  while (result == record && key_ != key) result = next();
+  return result;
 }
 
-bool Walker::take_next(bool &found) noexcept {
+bool Cursor::take_next(bool &found) noexcept {
   while (slot_ < slots()) {
     const uint32_t mark = at(slot_ + 1);
-    if (mark == overflow_mark) {
+    if (mark == slot_mark::link) {
       if (!follow(at(slot_))) return false;
     } else {
       found = true;
-      return mark >= first_offset ? take_pair() : take_long();
+      return mark >= slot_mark::first_offset ? take_pair() : take_long();
     }
   }
   return true;
 }
 
 /// take_pair reads a record that lies on one page, its value in front of its key.
-bool Walker::take_pair() noexcept {
+bool Cursor::take_pair() noexcept {
   const uint32_t key_start = at(slot_);
   const uint32_t value_start = at(slot_ + 1);
   if (!holds(value_start, key_start) || key_start > key_end_) return false;
@@ -160,11 +150,11 @@ bool Walker::take_pair() noexcept {
 }
 
 /// take_long reads a record that has pages of its own.
-bool Walker::take_long() noexcept {
+bool Cursor::take_long() noexcept {
   long_key_.clear();
   long_value_.clear();
   if (slot_ != 1 || !take_long_key()) return false;
-  if (at(2) == full_key) {
+  if (at(2) == slot_mark::full_key) {
     if (!follow(at(slots() - 1)) || !take_rest_of_value()) return false;
   } else {
     const uint32_t value_start = at(4);
@@ -178,26 +168,26 @@ bool Walker::take_long() noexcept {
 }
 
 /// take_long_key ends on the page where the key does.
-bool Walker::take_long_key() noexcept {
-  while (at(2) == partial_key)
+bool Cursor::take_long_key() noexcept {
+  while (at(2) == slot_mark::partial_key)
     if (slots() < 4 || !append_page(long_key_) || !follow(at(slots() - 1)) || slots() < 2) return false;
-  return (at(2) == full_key || at(2) == full_key_data) && slots() >= 4 && append_page(long_key_);
+  return (at(2) == slot_mark::full_key || at(2) == slot_mark::full_key_data) && slots() >= 4 && append_page(long_key_);
 }
 
 /// take_rest_of_value ends on the value's last page, behind its slots.
-bool Walker::take_rest_of_value() noexcept {
-  while (slots() >= 2 && at(2) == full_key)
+bool Cursor::take_rest_of_value() noexcept {
+  while (slots() >= 2 && at(2) == slot_mark::full_key)
     if (slots() < 4 || !append_page(long_value_) || !follow(at(slots() - 1))) return false;
-  if (slots() < 2 || at(2) != full_key_data || !append_page(long_value_)) return false;
+  if (slots() < 2 || at(2) != slot_mark::full_key_data || !append_page(long_value_)) return false;
   key_end_ = at(1);
   slot_ = 3;
   return true;
 }
 
 /// append_page adds what the first slot of the page says: all from its offset to the end of the page.
-bool Walker::append_page(LongText &text) noexcept {
+bool Cursor::append_page(LongItem &item) noexcept {
   const uint32_t page_end = source_.header.page_size;
-  return holds(at(1), page_end) && text.append(bytes(at(1), page_end));
+  return holds(at(1), page_end) && item.append(bytes(at(1), page_end));
 }
 
-}  // namespace hash_file
+}  // namespace hashdb

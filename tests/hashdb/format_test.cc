@@ -1,4 +1,4 @@
-#include "dba/hash_file.h"
+#include "hashdb/format.h"
 
 #include <gtest/gtest.h>
 
@@ -10,13 +10,13 @@
 
 namespace {
 
-using hash_file::Header;
+using hashdb::Header;
 
 class HashFile : public ::testing::Test {
  protected:
   /// header_of reads the header of a file.
   static Header header_of(const std::string &bytes) {
-    return hash_file::decode(reinterpret_cast<const unsigned char *>(bytes.data()));
+    return hashdb::decode(reinterpret_cast<const unsigned char *>(bytes.data()));
   }
   std::string made(unsigned page_size, unsigned count, size_t length) {
     records::Records all;
@@ -25,7 +25,7 @@ class HashFile : public ::testing::Test {
     return support::read_file(folder.path("catalog"));
   }
   static bool is_sound(const Header &header, size_t size) {
-    return hash_file::is_sound(header, hash_file::default_hash, static_cast<int64_t>(size));
+    return hashdb::is_sound(header, hashdb::default_hash, static_cast<int64_t>(size));
   }
   support::TemporaryFolder folder;
 };
@@ -40,19 +40,19 @@ TEST_F(HashFile, DecodesTheHeaderOfTheLibrary) {
   EXPECT_EQ(header.page_shift, 12u);
   EXPECT_EQ(header.records, 200u);
   EXPECT_EQ(header.hash_check, 0x956E7DE3u);
-  EXPECT_EQ(header.bitmaps[0], hash_file::overflow_address(1, 1));
+  EXPECT_EQ(header.bitmaps[0], hashdb::overflow_address(1, 1));
   EXPECT_TRUE(is_sound(header, bytes.size()));
 }
 
 TEST_F(HashFile, EncodesWhatItDecoded) {
   const std::string bytes = made(1024, 300, 100);
-  unsigned char again[hash_file::header_size];
-  hash_file::encode(header_of(bytes), again);
+  unsigned char again[hashdb::header_size];
+  hashdb::encode(header_of(bytes), again);
   EXPECT_EQ(std::string(reinterpret_cast<char *>(again), sizeof again), bytes.substr(0, sizeof again));
 }
 
 TEST_F(HashFile, EveryHeaderOfTheLibraryIsSound) {
-  for (unsigned shift = hash_file::min_page_shift; shift <= hash_file::max_page_shift; ++shift)
+  for (unsigned shift = hashdb::min_page_shift; shift <= hashdb::max_page_shift; ++shift)
     for (const unsigned count : {0u, 1u, 2u, 3u, 100u, 1000u}) {
       const std::string bytes = made(1u << shift, count, 20);
       EXPECT_TRUE(is_sound(header_of(bytes), bytes.size())) << shift << " " << count;
@@ -93,9 +93,9 @@ TEST_F(HashFile, AHeaderThatContradictsItselfIsNotSound) {
       {"spares fall", [](Header &h) { h.spares[h.overflow_point] = 0; }},
       {"too many spares", [](Header &h) { h.spares[h.overflow_point] = 70000; }},
       {"bitmap without address", [](Header &h) { h.bitmaps[0] = 0; }},
-      {"bitmap at page 0 of a doubling", [](Header &h) { h.bitmaps[0] = hash_file::overflow_address(1, 0); }},
-      {"bitmap behind the end", [](Header &h) { h.bitmaps[0] = hash_file::overflow_address(1, 2000); }},
-      {"bitmap of a later doubling", [](Header &h) { h.bitmaps[0] = hash_file::overflow_address(30, 1); }},
+      {"bitmap at page 0 of a doubling", [](Header &h) { h.bitmaps[0] = hashdb::overflow_address(1, 0); }},
+      {"bitmap behind the end", [](Header &h) { h.bitmaps[0] = hashdb::overflow_address(1, 2000); }},
+      {"bitmap of a later doubling", [](Header &h) { h.bitmaps[0] = hashdb::overflow_address(30, 1); }},
   };
   const std::string bytes = made(4096, 500, 300);
   for (const Row &row : rows) {
@@ -112,7 +112,7 @@ TEST_F(HashFile, EveryMapOfOverflowPagesMustBeThere) {
   const uint16_t somewhere = header.bitmaps[0];
   const auto sound_with = [&](uint32_t overflow_pages, uint32_t maps) {
     header.spares[header.overflow_point] = overflow_pages;
-    for (uint32_t i = 0; i < hash_file::doublings; ++i) header.bitmaps[i] = i < maps ? somewhere : uint16_t{0};
+    for (uint32_t i = 0; i < hashdb::doublings; ++i) header.bitmaps[i] = i < maps ? somewhere : uint16_t{0};
     return is_sound(header, bytes.size());
   };
   ASSERT_LT(header.spares[header.overflow_point], 512u);
@@ -134,12 +134,12 @@ TEST_F(HashFile, BucketsAndOverflowPagesShareTheFile) {
   // Behind bucket 1 (the end of doubling 1) lie two overflow pages, behind bucket 7 three.
   const uint64_t pages[] = {1, 2, 5, 6, 7, 8, 9, 10};
   for (uint32_t bucket = 0; bucket < 8; ++bucket) EXPECT_EQ(bucket_page(header, bucket), pages[bucket]) << bucket;
-  EXPECT_EQ(overflow_page(header, hash_file::overflow_address(1, 1)), 3u);
-  EXPECT_EQ(overflow_page(header, hash_file::overflow_address(1, 2)), 4u);
-  EXPECT_EQ(overflow_page(header, hash_file::overflow_address(3, 1)), 11u);
-  EXPECT_EQ(overflow_page(header, hash_file::overflow_address(3, 3)), 13u);
-  EXPECT_EQ(overflow_page(header, hash_file::overflow_address(2, 0)), 0u);
-  EXPECT_EQ(overflow_page(header, hash_file::overflow_address(4, 1)), 0u);
+  EXPECT_EQ(overflow_page(header, hashdb::overflow_address(1, 1)), 3u);
+  EXPECT_EQ(overflow_page(header, hashdb::overflow_address(1, 2)), 4u);
+  EXPECT_EQ(overflow_page(header, hashdb::overflow_address(3, 1)), 11u);
+  EXPECT_EQ(overflow_page(header, hashdb::overflow_address(3, 3)), 13u);
+  EXPECT_EQ(overflow_page(header, hashdb::overflow_address(2, 0)), 0u);
+  EXPECT_EQ(overflow_page(header, hashdb::overflow_address(4, 1)), 0u);
 }
 
 TEST_F(HashFile, AHashPicksABucketOfTheDoublingInProgressOrOfTheLast) {
@@ -153,7 +153,7 @@ TEST_F(HashFile, AHashPicksABucketOfTheDoublingInProgressOrOfTheLast) {
 
 TEST_F(HashFile, LogarithmsAreRoundedUp) {
   const std::pair<uint32_t, uint32_t> rows[] = {{1, 0}, {2, 1}, {3, 2}, {4, 2}, {5, 3}, {1u << 31, 31}, {~0u, 31}};
-  for (const auto &[number, logarithm] : rows) EXPECT_EQ(hash_file::log2_up(number), logarithm) << number;
+  for (const auto &[number, logarithm] : rows) EXPECT_EQ(hashdb::log2_up(number), logarithm) << number;
 }
 
 }  // namespace
