@@ -5,26 +5,26 @@
 
 #include <algorithm>
 
+#include "catalog/record.h"
+#include "catalog/stream/dump_format.h"
+#include "catalog/stream/soif_stream.h"
 #include "fuzz/fuzz.h"
 #include "qxapi/guard.h"
-#include "tools/minidba/exchange.h"
-#include "tools/minidba/record.h"
-#include "tools/minidba/soif_stream.h"
 
 namespace {
 
 void check_accepted(SOIF *object, uint32_t number) {
-  minidba::drop_number(object);
-  const std::string text = minidba::print(object), numbered = minidba::with_number(text, number);
-  const soif_ptr again = minidba::parse(numbered);
-  fuzz::require(again && minidba::number_in(again.get()) == number, "the number that an export adds");
-  minidba::drop_number(again.get());
-  fuzz::require(minidba::print(again.get()) == text, "a description that was exported");
+  catalog::drop_number(object);
+  const std::string text = catalog::print(object), numbered = catalog::with_number(text, number);
+  const soif_ptr again = catalog::parse(numbered);
+  fuzz::require(again && catalog::number_in(again.get()) == number, "the number that an export adds");
+  catalog::drop_number(again.get());
+  fuzz::require(catalog::print(again.get()) == text, "a description that was exported");
 }
 
 /// check_refused makes sure that the parser could not have read an object that was refused as none. Of names the stream
 /// is stricter than the parser, and it wants an object to be closed.
-void check_refused(const std::string &path, const minidba::SoifStream::Item &item) {
+void check_refused(const std::string &path, const catalog::SoifStream::Item &item) {
   if (item.object || item.reason.starts_with("attribute name ") || item.reason == "not closed") return;
   const stdio_ptr file = open_stdio(path.c_str());
   std::fseek(file.get(), static_cast<long>(item.offset), SEEK_SET);
@@ -36,7 +36,7 @@ void check_refused(const std::string &path, const minidba::SoifStream::Item &ite
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const fuzz::MemoryFile bytes(fuzz::text(data, size));
   const file_guard input(::open(bytes.path().c_str(), O_RDONLY | O_CLOEXEC));
-  minidba::SoifStream stream(input.get(), bytes.path());
+  catalog::SoifStream stream(input.get(), bytes.path());
   int64_t end = 0;
   while (const auto item = stream.next()) {
     fuzz::require(item->offset >= end && item->end > item->offset && item->end <= stream.size(), "where an object is");

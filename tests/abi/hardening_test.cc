@@ -129,7 +129,8 @@ INSTANTIATE_TEST_SUITE_P(Libraries, HardeningOfExports, ::testing::ValuesIn(libr
 /// commands returns how each source of the libraries and programs is compiled. What was defined does not show in what
 /// is made of it.
 std::vector<std::string> commands() {
-  const std::initializer_list<const char *> folders = {"qxapi/", "libcs/", "dba/", "service/", "hosts/", "tools/"};
+  const std::initializer_list<const char *> folders = {"qxapi/",   "libcs/",   "hashdb/", "dba/",
+                                                       "catalog/", "service/", "hosts/",  "tools/"};
   std::vector<std::string> found;
   std::istringstream lines(support::read_file(BINARY_DIR "/compile_commands.json"));
   for (std::string line; std::getline(lines, line);)

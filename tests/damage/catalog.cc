@@ -6,15 +6,15 @@
 
 #include <sstream>
 
+#include "catalog/os/error.h"
+#include "catalog/record.h"
+#include "catalog/transaction.h"
 #include "damage/pages.h"
 #include "dba/guard.h"
 #include "libcs/cs.h"
 #include "qxapi/guard.h"
 #include "service/rdm.h"
 #include "support/memory_host.h"
-#include "tools/minidba/commit.h"
-#include "tools/minidba/failure.h"
-#include "tools/minidba/record.h"
 
 namespace damage {
 namespace {
@@ -89,7 +89,7 @@ std::string description(uint32_t number, size_t size) {
   time.resize(static_cast<size_t>(cs_time2str(first_change + time_t{3600} * number, time.data(), 64)));
   const std::string text = soif(
       "FILE", url_of(number), {{"title", "No. " + std::to_string(number)}, {"rd-last-changed", time}, {"body", body}});
-  return minidba::print(minidba::parse(text).get());
+  return catalog::print(catalog::parse(text).get());
 }
 
 Catalog::Catalog(Writer writer)
@@ -113,7 +113,7 @@ void Catalog::make_with_library() {
   database_ptr db(QX_dbopen(path(database).c_str(), O_RDWR | O_CREAT, 0644, DB_HASH, &info));
   ASSERT_NE(db, nullptr);
   for (auto &[number, record] : records_) {
-    std::string name = minidba::database_key(number);
+    std::string name = catalog::database_key(number);
     DBT key{name.data(), name.size()};
     const DBT value{record.data(), record.size()};
     ASSERT_EQ(dba_put(db.get(), &key, &value), 0);
@@ -126,13 +126,13 @@ void Catalog::make_with_library() {
 void Catalog::make_with_minidba() {
   constexpr uint32_t extra = 1000;
   for (const bool whole : {false, true}) {
-    const minidba::Lock lock(path(database));
-    const minidba::Catalog catalog(path(database), minidba::Absent::empty);
-    minidba::Changes changes(catalog);
+    const catalog::Lock lock(path(database));
+    const catalog::Catalog catalog(path(database), catalog::Absent::empty);
+    catalog::Changes changes(catalog);
     if (!whole)
       for (const auto &[number, record] : records_) changes.put(number, url_of(number), record);
     whole ? changes.erase(extra, url_of(extra)) : changes.put(extra, url_of(extra), description(extra, 70000));
-    minidba::commit(lock, catalog, changes, extra + 1);
+    catalog::commit(lock, catalog, changes, extra + 1);
   }
 }
 
@@ -170,7 +170,7 @@ Finished Catalog::run(const std::string &verb, const std::string &input,
   int status = tools::exit_failure;
   try {
     status = verbs.at(verb)(options, minidba::Console{stream.get(), out, errors, false, false});
-  } catch (const minidba::Failure &failure) {
+  } catch (const catalog::Failure &failure) {
     errors << "minidba: " << failure.what() << '\n';
   }
   return {status, out.str(), errors.str()};
@@ -199,7 +199,7 @@ Records Catalog::found() const {
   const database_ptr db(dba_open(path(database).c_str(), "r"));
   if (!db) return found;
   for (const auto &[number, record] : records_) {
-    std::string name = minidba::database_key(number);
+    std::string name = catalog::database_key(number);
     const DBT key{name.data(), name.size()};
     DBT value{};
     if (dba_get(db.get(), &key, &value) == 0) found[number].assign(static_cast<const char *>(value.data), value.size);

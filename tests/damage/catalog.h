@@ -11,7 +11,7 @@
 
 #include "service/support/catalog.h"
 #include "support/files.h"
-#include "tools/minidba/verbs.h"
+#include "tools/minidba/verbs/verbs.h"
 
 namespace damage {
 

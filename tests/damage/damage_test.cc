@@ -13,13 +13,13 @@
 #include <optional>
 #include <set>
 
+#include "catalog/record.h"
 #include "damage/catalog.h"
 #include "damage/corruption.h"
 #include "damage/pages.h"
 #include "libcs/guard.h"
 #include "service/rdm.h"
 #include "support/memory_host.h"
-#include "tools/minidba/record.h"
 
 namespace {
 
@@ -59,7 +59,7 @@ std::string fault_of(const Answer &answer) {
   std::string objects, type = soif_findval(header.get(), "rdm-type");
   const std::string rest = answer.body.substr(static_cast<size_t>(reader.position()));
   while (!reader.at_end())
-    if (const soif_ptr object = reader.next()) objects += minidba::print(object.get());
+    if (const soif_ptr object = reader.next()) objects += catalog::print(object.get());
   const bool has_error = soif_findval(header.get(), "rdm-error-message") != nullptr;
   if (type != "rd-response" && type != "status-response") return "of type " + type;
   if (has_error != objects.empty()) return "neither objects nor an error";

@@ -5,7 +5,7 @@
 #include <iosfwd>
 #include <optional>
 
-#include "tools/minidba/verbs.h"
+#include "tools/minidba/verbs/verbs.h"
 
 namespace minidba {
 

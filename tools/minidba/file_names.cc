@@ -9,10 +9,10 @@
 #include <utility>
 #include <vector>
 
-#include "tools/minidba/failure.h"
-#include "tools/minidba/lock.h"
-#include "tools/minidba/snapshot.h"
-#include "tools/minidba/url_map.h"
+#include "catalog/os/atomic_file.h"
+#include "catalog/os/error.h"
+#include "catalog/os/lock.h"
+#include "catalog/url_map.h"
 
 namespace minidba {
 namespace {

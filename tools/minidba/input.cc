@@ -6,7 +6,8 @@
 #include <ostream>
 #include <utility>
 
-#include "tools/minidba/failure.h"
+#include "catalog/os/error.h"
+#include "tools/minidba/output/progress.h"
 
 namespace minidba {
 namespace {
@@ -44,7 +45,17 @@ Input::Input(const std::string &name, const Options &options, const Console &con
 
 void each_word(const Options &options, const Console &console, const Visit &visit) {
   for (const std::string &word : options.arguments)
-    word == "-" && !options.urls_only ? each_line(Input("-", options, console), visit) : visit(word);
+    word == "-" ? each_line(Input("-", options, console), visit) : visit(word);
+}
+
+std::vector<std::string> inputs_of(const Options &options) {
+  return options.inputs.empty() ? std::vector<std::string>{"-"} : options.inputs;
+}
+
+SoifStream open_stream(const std::string &input, const Options &options, const Console &console) {
+  const Input opened(input, options, console);
+  Progress progress(console, "reading the input");
+  return {opened.descriptor(), options.database, [&](int64_t bytes) { progress.advance(0, bytes); }, opened.name()};
 }
 
 }  // namespace minidba

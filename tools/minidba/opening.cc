@@ -2,50 +2,23 @@
 
 #include <ostream>
 
+#include "catalog/os/error.h"
 #include "tools/common/escaped.h"
-#include "tools/minidba/failure.h"
-#include "tools/minidba/faults.h"
-#include "tools/minidba/verbs.h"
+#include "tools/minidba/output/faults.h"
+#include "tools/minidba/verbs/verbs.h"
 
 namespace minidba {
-namespace {
-
-KnownRecords read_known(const std::string &path, const Catalog &catalog) {
-  const auto status = status_of(path);
-  if (!status || catalog.predates(*status)) return KnownRecords();
-  return KnownRecords(read_index(path), catalog.newest_given());
-}
-
-}  // namespace
-
 std::optional<std::string> index_of(const Options &options) {
   if (!options.index.empty()) return options.index;
-  const std::string beside = options.database + ".idx";
+  const std::string beside = index_path(options.database);
   return status_of(beside) ? std::optional(beside) : std::nullopt;
 }
 
-namespace {
-
-/// index_to_compare returns the index that may know of damage. One that is about to be written under a new name knows
-/// nothing, but that beside the database may.
-std::optional<std::string> index_to_compare(const Options &options) {
-  if (options.index.empty() || status_of(options.index)) return index_of(options);
-  Options unnamed = options;
-  unnamed.index.clear();
-  return index_of(unnamed);
-}
-
-}  // namespace
-
 KnownRecords known_records(const Options &options, const Catalog &catalog, const Console &console) {
-  if (!catalog.exists()) return KnownRecords();
-  try {
-    const std::optional<std::string> path = index_to_compare(options);
-    return path ? read_known(*path, catalog) : KnownRecords();
-  } catch (const Failure &failure) {
-    console.errors << "minidba: " << tools::escaped(failure.what()) << ": no record is compared with it\n";
-    return KnownRecords();
-  }
+  // An index that is about to be written under a new name knows nothing, but the one beside the database may.
+  return catalog::known_records(catalog, status_of(options.index) ? options.index : "", [&](const std::string &reason) {
+    console.errors << "minidba: " << tools::escaped(reason) << ": no record is compared with it\n";
+  });
 }
 
 void skip_damaged(Catalog &catalog, const Options &options, const Console &console) {

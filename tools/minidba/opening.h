@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "tools/minidba/catalog.h"
+#include "catalog/catalog.h"
 #include "tools/minidba/options.h"
-#include "tools/minidba/report.h"
+#include "tools/minidba/output/report.h"
 
 namespace minidba {
 

@@ -8,7 +8,12 @@
 #include <string>
 #include <vector>
 
+#include "catalog/os/error.h"
+
 namespace minidba {
+
+// The verbs speak of catalogs, records and files without a prefix.
+using namespace catalog;
 
 /// Options are the same record for all verbs; each reads the fields that concern it.
 struct Options {
@@ -22,7 +27,6 @@ struct Options {
   std::vector<std::string> attributes;  // empty for all
   std::string format;                   // soif, json or tsv
   std::vector<std::string> arguments;   // the words after the verb
-  bool urls_only = false;               // the words are URLs, never numbers
   std::vector<std::string> inputs;      // streams to read, "-" is standard input; empty for that alone
   std::string file;                     // to write to; empty for standard output
   std::string rejects;                  // file for what is refused; empty when it is not kept
@@ -32,7 +36,6 @@ struct Options {
   double wait = -1;                     // seconds to wait for the lock; below zero for ever
   bool skip_damaged = false;            // records and pages, instead of refusing the work
   bool accept_damage = false;           // records that contradict the index are taken as they are
-  time_t now = 0;                       // what has expired before is gone; 0 for the time of the call
 };
 
 /// Console is the program's surroundings. What programs read goes to `out`, what people read to `errors`.

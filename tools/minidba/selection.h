@@ -8,20 +8,15 @@
 #include <string_view>
 #include <vector>
 
+#include "catalog/catalog.h"
 #include "libcs/guard.h"
-#include "tools/minidba/catalog.h"
-#include "tools/minidba/progress.h"
+#include "tools/minidba/output/progress.h"
 
 namespace minidba {
 
 /// decimal returns the number that a word stands for; nothing for another word. Verbs that take numbers and URLs look a
 /// word up as a number first, then as a URL.
 std::optional<uint32_t> decimal(std::string_view word);
-
-/// whole returns the object of a record; view keeps only the attributes of these names and their numbered instances.
-/// Both throw a Failure that names a record without an object.
-soif_ptr whole(const Catalog &catalog, uint32_t number, std::string_view record);
-soif_ptr view(const Catalog &catalog, uint32_t number, std::string_view record, const std::vector<std::string> &names);
 
 /// numbers_where returns the numbers of the descriptions for which `chosen` is true, in order.
 using Chosen = std::function<bool(uint32_t number, std::string_view record)>;

@@ -7,12 +7,14 @@
 #include <string_view>
 #include <vector>
 
+#include "catalog/os/error.h"
 #include "qxapi/ascii.h"
-#include "tools/minidba/failure.h"
 
 #include <libcs/cs.h>
 
 namespace minidba {
+
+using catalog::Failure;
 namespace {
 
 using namespace std::chrono;

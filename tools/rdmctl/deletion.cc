@@ -3,21 +3,22 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <cstdlib>
+#include <ctime>
 #include <fstream>
 #include <ostream>
-#include <sstream>
 
+#include "catalog/maintenance.h"
+#include "catalog/os/error.h"
+#include "catalog/stream/dump_format.h"
+#include "catalog/stream/soif_stream.h"
+#include "catalog/transaction.h"
 #include "tools/common/escaped.h"
-#include "tools/minidba/exchange.h"
-#include "tools/minidba/failure.h"
-#include "tools/minidba/soif_stream.h"
-#include "tools/minidba/verbs.h"
+#include "tools/minidba/verbs/verbs.h"
 
 namespace rdmctl {
 namespace {
 
-using minidba::SoifStream;
+using catalog::SoifStream;
 
 /// lines_from returns the lines of a file behind an offset, without blanks at their ends; empty ones are left out.
 std::vector<std::string> lines_from(const std::string &path, int64_t offset) {
@@ -31,44 +32,63 @@ std::vector<std::string> lines_from(const std::string &path, int64_t offset) {
   return lines;
 }
 
-minidba::Options options_for(const std::string &verb, const std::string &database) {
-  minidba::Options options;
-  options.verb = verb;
-  options.database = database;
-  options.index = database + ".idx";
-  options.quiet = true;
-  return options;
+/// erase_named removes the descriptions with these URLs, and says which are not there. Returns how many it removed.
+int64_t erase_named(const std::string &database, const std::vector<std::string> &urls, std::ostream &errors) {
+  const catalog::WriteTransaction transaction(database);
+  catalog::Changes batch(transaction.catalog());
+  for (const std::string &url : urls) {
+    if (const std::optional<uint32_t> number = batch.number_of(url))
+      batch.erase(*number, url);
+    else
+      errors << "minidba: no description " << tools::escaped(url) << '\n';
+  }
+  transaction.commit(batch, transaction.catalog().next_number());
+  return batch.count();
 }
 
-/// run runs a verb of minidba and returns what it prints.
-std::string run(minidba::Verb verb, const minidba::Options &options, std::ostream &errors) {
-  std::ostringstream out;
-  verb(options, {STDIN_FILENO, out, errors, false, false});
-  return out.str();
+void drop_expired(const std::string &database) {
+  const catalog::WriteTransaction transaction(database);
+  catalog::Changes batch(transaction.catalog());
+  erase_expired(transaction.catalog(), std::time(nullptr), batch);
+  transaction.commit(batch, transaction.catalog().next_number());
 }
 
-void list_unclassified(const std::string &database, std::ostream &errors) {
+/// renew_index writes the index. A record that contradicts the index there is is a Failure.
+void renew_index(const std::string &database) {
+  const catalog::Lock lock(database);
+  const catalog::Catalog current(database);
+  const catalog::KnownRecords known = known_records(current);
+  const auto check = [&](const catalog::IndexEntry &entry, std::string_view record) {
+    const std::string fault = known.fault_of(entry, record);
+    if (!fault.empty())
+      throw catalog::Failure(current.damaged(entry.number, record, fault) + ": the index is left as it is");
+  };
+  catalog::write_index(catalog::index_path(database), database, catalog::index_entries(current, check));
+}
+
+void list_unclassified(const std::string &database) {
   const size_t slash = database.rfind('/');
   if (slash == std::string::npos) return;
   const std::string path = database.substr(0, slash) + "/unclassified";
   ::unlink(path.c_str());
   std::ofstream file(path);
-  file << run(minidba::unclassified, options_for("unclassified", database), errors);
-  if (!file.flush()) throw minidba::system_failure("cannot write " + path);
+  each_unclassified(catalog::Catalog(database), catalog::read_index(catalog::index_path(database)),
+                    [&](const std::string &url) { file << url << '\n'; });
+  if (!file.flush()) throw catalog::system_failure("cannot write " + path);
 }
 
 }  // namespace
 
 Named named_in(const std::string &path, const std::string &name, std::ostream &errors) {
-  const file_guard file = minidba::open_file(path, O_RDONLY);
-  if (!file) throw minidba::system_failure("cannot read " + name);
+  const file_guard file = catalog::open_file(path, O_RDONLY);
+  if (!file) throw catalog::system_failure("cannot read " + name);
   SoifStream stream(
       file.get(), path, [](int64_t) {}, name);
   Named named;
   int64_t header_end = 0;
   while (const auto item = stream.next()) {
-    const std::string reason = minidba::refusal(*item);
-    if (minidba::is_header(*item)) {
+    const std::string reason = catalog::refusal(*item);
+    if (catalog::is_header(*item)) {
       header_end = item->end;
     } else if (reason.empty()) {
       named.urls.emplace_back(item->object->url);
@@ -83,14 +103,11 @@ Named named_in(const std::string &path, const std::string &name, std::ostream &e
 }
 
 int64_t delete_from(const std::string &database, const std::vector<std::string> &urls, std::ostream &errors) {
-  minidba::Options options = options_for("delete", database);
-  options.arguments = urls;
-  options.urls_only = true;
-  const std::string deleted = run(minidba::delete_descriptions, options, errors);
-  run(minidba::expire, options_for("expire", database), errors);
-  run(minidba::index, options_for("index", database), errors);
-  list_unclassified(database, errors);
-  return std::strtoll(deleted.c_str(), nullptr, 10);
+  const int64_t erased = erase_named(database, urls, errors);
+  drop_expired(database);
+  renew_index(database);
+  list_unclassified(database);
+  return erased;
 }
 
 }  // namespace rdmctl

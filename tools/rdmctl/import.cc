@@ -9,14 +9,14 @@
 #include <cstring>
 #include <ostream>
 
+#include "catalog/os/error.h"
+#include "catalog/os/lock.h"
+#include "catalog/stream/dump_format.h"
+#include "catalog/stream/soif_stream.h"
 #include "qxapi/ascii.h"
 #include "service/csid.h"
 #include "service/message.h"
 #include "tools/common/escaped.h"
-#include "tools/minidba/exchange.h"
-#include "tools/minidba/failure.h"
-#include "tools/minidba/lock.h"
-#include "tools/minidba/soif_stream.h"
 #include "tools/rdmctl/deletion.h"
 #include "tools/rdmctl/log_owner.h"
 #include "tools/rdmctl/outcome.h"
@@ -27,9 +27,9 @@
 namespace rdmctl {
 namespace {
 
-using minidba::Failure;
-using minidba::SoifStream;
-using minidba::system_failure;
+using catalog::Failure;
+using catalog::SoifStream;
+using catalog::system_failure;
 
 constexpr uint32_t body_memory = 32768;
 constexpr std::string_view message_start = "@RDMHEADER";
@@ -109,7 +109,7 @@ Delivery read_delivery(const std::string &name, const Options &options, int64_t 
 /// pipe can be read only once, so that it is looked at when its turn comes.
 void check_deliveries(const Options &options) {
   for (const std::string &name : options.files) {
-    const auto status = name == "-" ? std::nullopt : minidba::status_of(name);
+    const auto status = name == "-" ? std::nullopt : catalog::status_of(name);
     if (name != "-" && (!status || S_ISREG(status->st_mode) || S_ISDIR(status->st_mode)))
       read_delivery(name, options, longest_header);
   }
@@ -135,9 +135,9 @@ Offered count_objects(const Delivery &delivery) {
   SoifStream stream(file.get(), path);
   Offered offered;
   while (const auto item = stream.next()) {
-    if (minidba::is_header(*item)) continue;
+    if (catalog::is_header(*item)) continue;
     ++offered.objects;
-    if (minidba::refusal(*item).empty()) ++offered.sound;
+    if (catalog::refusal(*item).empty()) ++offered.sound;
   }
   return offered;
 }
@@ -258,7 +258,7 @@ int import_files(const Options &options, std::ostream &out, std::ostream &errors
 
 /// remove_leftovers removes what a minidba that was ended has left beside the database: whoever gets the lock does so.
 void remove_leftovers(const std::string &database) try {
-  if (minidba::status_of(minidba::Lock::path_for(database))) minidba::Lock(database, 0);
+  if (catalog::status_of(catalog::Lock::path_for(database))) catalog::Lock(database, 0);
 } catch (const Failure &) {
   // Another writer is at work, and has removed them.
 }
@@ -275,7 +275,7 @@ int report_interruption(int signal, const Outcome &outcome, std::ostream &errors
 
 /// require_writable refuses a catalog that minidba could not change.
 void require_writable(const std::string &database) {
-  const std::string folder = minidba::folder_of(database);
+  const std::string folder = catalog::folder_of(database);
   if (::access(folder.c_str(), W_OK | X_OK) != 0)
     throw system_failure("cannot write to the catalog's folder " + folder);
 }

@@ -9,15 +9,15 @@
 #include <ostream>
 #include <vector>
 
+#include "catalog/os/error.h"
+#include "catalog/os/file.h"
 #include "qxapi/guard.h"
 #include "tools/common/escaped.h"
-#include "tools/minidba/failure.h"
-#include "tools/minidba/files.h"
 
 namespace rdmctl {
 namespace {
 
-using minidba::Failure;
+using catalog::Failure;
 
 struct Log {
   std::string path;
@@ -42,7 +42,7 @@ std::optional<Log> log_of(const pblock *settings, const char *key) {
   const char *value = host_param_find(key, settings);
   const std::string path = value != nullptr ? value : "";
   if (path.empty() || path == "stdout" || path == "stderr") return std::nullopt;
-  const auto status = minidba::status_of(path);
+  const auto status = catalog::status_of(path);
   return status ? std::optional<Log>({path, *status}) : std::nullopt;
 }
 
@@ -62,12 +62,12 @@ void become(const Log &log) {
   const struct passwd *account = ::getpwuid(log.status.st_uid);
   const gid_t group = account != nullptr ? account->pw_gid : log.status.st_gid;
   const int groups = account != nullptr ? ::initgroups(account->pw_name, group) : ::setgroups(0, nullptr);
-  if (groups != 0 || ::setgid(group) != 0 || ::setuid(log.status.st_uid) != 0) throw minidba::system_failure(what);
+  if (groups != 0 || ::setgid(group) != 0 || ::setuid(log.status.st_uid) != 0) throw catalog::system_failure(what);
 }
 
 void require_writable(const std::string &path) {
   const std::string what = "cannot write " + path + " as " + name_of(::geteuid());
-  if (::access(path.c_str(), W_OK) != 0) throw minidba::system_failure(what);
+  if (::access(path.c_str(), W_OK) != 0) throw catalog::system_failure(what);
 }
 
 }  // namespace

@@ -1,11 +1,11 @@
 #include "tools/rdmctl/outcome.h"
 
 #include <ctime>
-#include <sstream>
 
+#include "catalog/maintenance.h"
+#include "catalog/os/error.h"
+#include "catalog/transaction.h"
 #include "service/csid.h"
-#include "tools/minidba/failure.h"
-#include "tools/minidba/verbs.h"
 
 namespace rdmctl {
 namespace {
@@ -17,38 +17,37 @@ bool is_replaced(const std::optional<struct stat> &before, const std::optional<s
          before->st_mtim.tv_nsec != now->st_mtim.tv_nsec;
 }
 
-/// expired returns how many descriptions have expired before a time and are still there, as a decimal number.
-std::string expired(const std::string &database, time_t before) {
-  minidba::Options options;
-  options.verb = "expire";
-  options.database = database;
-  options.dry_run = options.quiet = true;
-  options.now = before;
-  std::ostringstream number, ignored;
-  minidba::expire(options, {-1, number, ignored, false, false});
-  return number.str().substr(0, number.str().find('\n'));
+/// count_expired returns how many descriptions have expired before a time and are still there.
+int64_t count_expired(const std::string &database, time_t before) {
+  catalog::WriteSettings settings;
+  settings.dry_run = true;
+  const catalog::WriteTransaction dry(database, settings);
+  catalog::Changes expired(dry.catalog());
+  erase_expired(dry.catalog(), before, expired);
+  dry.commit(expired, dry.catalog().next_number());
+  return expired.count();
 }
 
 }  // namespace
 
 Outcome::Outcome(const std::string &csid)
     : database_(csid_findval("catalog-database", csid.c_str())),
-      index_(database_ + ".idx"),
-      database_before_(minidba::status_of(database_)),
-      index_before_(minidba::status_of(index_)),
+      index_(catalog::index_path(database_)),
+      database_before_(catalog::status_of(database_)),
+      index_before_(catalog::status_of(index_)),
       began_(std::time(nullptr)) {}
 
-bool Outcome::database_changed() const { return is_replaced(database_before_, minidba::status_of(database_)); }
+bool Outcome::database_changed() const { return is_replaced(database_before_, catalog::status_of(database_)); }
 
-bool Outcome::index_changed() const { return is_replaced(index_before_, minidba::status_of(index_)); }
+bool Outcome::index_changed() const { return is_replaced(index_before_, catalog::status_of(index_)); }
 
 std::vector<std::string> Outcome::faults() const try {
   std::vector<std::string> faults;
-  if (const std::string count = expired(database_, began_); count != "0")
-    faults.push_back(count + " descriptions that have expired are still there");
+  if (const int64_t count = count_expired(database_, began_); count > 0)
+    faults.push_back(std::to_string(count) + " descriptions that have expired are still there");
   if (!index_changed()) faults.emplace_back("the index was not written");
   return faults;
-} catch (const minidba::Failure &failure) {
+} catch (const catalog::Failure &failure) {
   return {failure.what()};
 }
 

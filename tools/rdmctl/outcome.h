@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/minidba/files.h"
+#include "catalog/os/file.h"
 
 namespace rdmctl {
 

@@ -4,16 +4,16 @@
 
 #include <ostream>
 
+#include "catalog/os/error.h"
 #include "hosts/common/host_table.h"
 #include "service/csid.h"
 #include "service/rdm.h"
 #include "tools/common/escaped.h"
-#include "tools/minidba/failure.h"
 
 namespace rdmctl {
 namespace {
 
-using minidba::Failure;
+using catalog::Failure;
 
 pblock_ptr parameters(const std::string &config) {
   pblock_ptr block(host_param_create(2));
@@ -24,7 +24,7 @@ pblock_ptr parameters(const std::string &config) {
 void require_readable(const std::string &path) {
   const file_guard file(host_open_read(path.c_str()));
   char byte = 0;
-  if (!file || host_read(file.get(), &byte, 1) < 0) throw minidba::system_failure("cannot read " + path);
+  if (!file || host_read(file.get(), &byte, 1) < 0) throw catalog::system_failure("cannot read " + path);
 }
 
 }  // namespace

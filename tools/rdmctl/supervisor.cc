@@ -14,7 +14,7 @@
 #include <thread>
 #include <vector>
 
-#include "tools/minidba/failure.h"
+#include "catalog/os/error.h"
 
 namespace rdmctl {
 namespace {
@@ -88,7 +88,7 @@ std::optional<Ended> supervise(const HeldSignals &signals) {
   std::signal(SIGCHLD, SIG_DFL);
   std::cout.flush();
   const pid_t child = ::fork();
-  if (child == -1) throw minidba::system_failure("cannot start a process");
+  if (child == -1) throw catalog::system_failure("cannot start a process");
   if (child == 0) {
     signals.release();
     return std::nullopt;

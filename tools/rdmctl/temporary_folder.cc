@@ -9,8 +9,8 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "tools/minidba/failure.h"
-#include "tools/minidba/files.h"
+#include "catalog/os/error.h"
+#include "catalog/os/file.h"
 
 namespace rdmctl {
 namespace {
@@ -29,7 +29,7 @@ std::string parent_folder() {
 
 /// open_locked opens a folder and locks it; nothing when it is no folder of this user, or another process has the lock.
 file_guard open_locked(const std::string &path) {
-  file_guard folder = minidba::open_file(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
+  file_guard folder = catalog::open_file(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
   struct stat status;
   const bool is_own = folder && ::fstat(folder.get(), &status) == 0 && status.st_uid == ::geteuid();
   return is_own && ::flock(folder.get(), LOCK_EX | LOCK_NB) == 0 ? std::move(folder) : file_guard();
@@ -37,7 +37,7 @@ file_guard open_locked(const std::string &path) {
 
 /// set_mark returns whether the mark is in a folder now.
 bool set_mark(const fs::path &folder) {
-  return static_cast<bool>(minidba::open_file((folder / mark).string(), O_WRONLY | O_CREAT | O_EXCL, 0600));
+  return static_cast<bool>(catalog::open_file((folder / mark).string(), O_WRONLY | O_CREAT | O_EXCL, 0600));
 }
 
 /// empty removes what is in a folder besides the mark, and returns whether it could.
@@ -75,12 +75,12 @@ TemporaryFolder::TemporaryFolder() : maker_(::getpid()) {
   for (int attempt = 0; attempt < 100 && !lock_; ++attempt) {
     path_ = parent + "/" + prefix + "XXXXXX";
     if (::mkdtemp(path_.data()) == nullptr)
-      throw minidba::system_failure("cannot create a temporary folder in " + parent);
+      throw catalog::system_failure("cannot create a temporary folder in " + parent);
     lock_ = open_locked(path_);
     if (!lock_) ::rmdir(path_.c_str());
   }
   if (lock_ && set_mark(path_) && ::setenv("TMPDIR", path_.c_str(), 1) == 0) return;
-  const minidba::Failure failure = minidba::system_failure("cannot use a temporary folder in " + parent);
+  const catalog::Failure failure = catalog::system_failure("cannot use a temporary folder in " + parent);
   if (lock_) remove_made(path_);
   throw failure;
 }

@@ -1,6 +1,6 @@
 /// Times of change never go back and never come early: a gatherer that asks for what has changed since the newest time
 /// that it holds is told of everything, whatever the clock of the machine does.
-#include "tools/minidba/change_times.h"
+#include "catalog/change_times.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -9,15 +9,15 @@
 
 #include <libcs/cs.h>
 
+#include "catalog/hash/trailer.h"
+#include "catalog/os/file.h"
+#include "catalog/record.h"
 #include "catalog_files.h"
-#include "tools/minidba/files.h"
-#include "tools/minidba/record.h"
-#include "tools/minidba/stamp.h"
 #include "verb.h"
 
 namespace {
 
-using minidba::date_of;
+using catalog::date_of;
 using support::Finished;
 using testing::HasSubstr;
 
@@ -162,7 +162,7 @@ TEST_F(ChangeTimes, OfAReplacedCatalogThatIsDamagedAreKnownByItsFiles) {
 
 // One description of the year 2106 must not use up the times that are left, nor end the index.
 TEST_F(ChangeTimes, AfterTheYear2099AreNotBelieved) {
-  import({"Sun, 07 Feb 2106 06:28:15 GMT", date_of(minidba::latest_change + 1), "Fri, 01 Jan 9999 00:00:00 GMT"});
+  import({"Sun, 07 Feb 2106 06:28:15 GMT", date_of(catalog::latest_change + 1), "Fri, 01 Jan 9999 00:00:00 GMT"});
   for (const int number : {1, 2, 3}) EXPECT_EQ(time_of(number), noon) << number;
   update(1, "One");
   EXPECT_EQ(time_of(1), noon + 1);
@@ -193,9 +193,9 @@ TEST_F(ChangeTimes, ThatAreAheadOfTheClockAreGoneOnFromWithAWarning) {
 TEST_F(ChangeTimes, EndOnlyWithTheTimesOfAnIndex) {
   clock_ = 5'000'000'000;  // in the year 2128
   update(1, "One");
-  EXPECT_EQ(time_of(1), minidba::latest_change);
+  EXPECT_EQ(time_of(1), catalog::latest_change);
   update(1, "Uno");
-  EXPECT_EQ(time_of(1), minidba::latest_change + 1);
+  EXPECT_EQ(time_of(1), catalog::latest_change + 1);
 }
 
 TEST_F(ChangeTimes, OfACatalogOfAnEarlierVersionAreReadFromItsRecords) {
@@ -214,14 +214,14 @@ TEST_F(ChangeTimes, OfACatalogOfAnEarlierVersionAreReadFromItsRecords) {
 TEST_F(ChangeTimes, AreNotTakenFromAMapThatAnEarlierVersionHasWritten) {
   update(1, "One");
   const std::string path = catalog_.path(".url");
-  const auto stamp = [&] { return minidba::Stamp::read(minidba::File::open(path)); };
+  const auto stamp = [&] { return catalog::Stamp::read(catalog::File::open(path)); };
   ASSERT_EQ(stamp()->newest_change, noon);
   std::string bytes = support::read_file(path);
-  minidba::Stamp changed = *stamp();
+  catalog::Stamp changed = *stamp();
   changed.database[1] += 1;
   const CatalogFiles other;
   support::write_file(other.path(), bytes);
-  changed.write(minidba::File(minidba::open_file(other.path(), O_RDWR), other.path()));
+  changed.write(catalog::File(catalog::open_file(other.path(), O_RDWR), other.path()));
   bytes.replace(264, 72, support::read_file(other.path()).substr(264, 72));
   support::write_file(path, bytes);
   ASSERT_TRUE(stamp().has_value());

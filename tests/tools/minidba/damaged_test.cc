@@ -4,9 +4,9 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include "catalog/catalog.h"
 #include "catalog_files.h"
 #include "hashdb/format.h"
-#include "tools/minidba/catalog.h"
 
 namespace {
 
@@ -186,9 +186,9 @@ TEST_F(Damaged, AreFoundWhereTheirTimeOfChangeIsDamaged) {
 
 /// Of 420 single bits that flipped in records 5 were taken for changes: they made a time later than all others.
 TEST_F(Damaged, AreFoundWhicheverBitOfARecordHasFlipped) {
-  const minidba::Catalog catalog(catalog_.path());
-  const minidba::KnownRecords known(minidba::read_index(catalog_.path(".idx")), catalog.newest_given());
-  const minidba::KnownRecords without_newest(minidba::read_index(catalog_.path(".idx")));
+  const catalog::Catalog catalog(catalog_.path());
+  const catalog::KnownRecords known(catalog::read_index(catalog_.path(".idx")), catalog.newest_given());
+  const catalog::KnownRecords without_newest(catalog::read_index(catalog_.path(".idx")));
   int later = 0;
   catalog.each([&](uint32_t number, std::string_view record) {
     std::string text(record);

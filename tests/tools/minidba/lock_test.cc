@@ -10,11 +10,11 @@
 #include <thread>
 #include <vector>
 
+#include "catalog/os/file.h"
+#include "catalog/os/lock.h"
 #include "catalog_files.h"
 #include "hosts/rdmd/rdmd_process.h"
 #include "qxapi/guard.h"
-#include "tools/minidba/files.h"
-#include "tools/minidba/lock.h"
 
 namespace {
 
@@ -29,7 +29,7 @@ class FirstWriter {
   explicit FirstWriter(const CatalogFiles &catalog) : pipe_(catalog.path(".pipe")) {
     ::mkfifo(pipe_.c_str(), 0600);
     process_ = support::start(catalog.command({"update"}), pipe_, catalog.path(".out1"), catalog.path(".err1"));
-    writer_ = minidba::open_file(pipe_, O_WRONLY);
+    writer_ = catalog::open_file(pipe_, O_WRONLY);
   }
   FirstWriter(const FirstWriter &) = delete;
   FirstWriter &operator=(const FirstWriter &) = delete;
@@ -53,13 +53,13 @@ class Locking : public testing::Test {
   /// await_lock returns when another process holds the catalog's lock.
   void await_lock() const {
     EXPECT_TRUE(support::eventually([&] {
-      const file_guard file = minidba::open_file(lock_, O_RDONLY);
+      const file_guard file = catalog::open_file(lock_, O_RDONLY);
       return file && ::flock(file.get(), LOCK_EX | LOCK_NB) != 0;
     }));
   }
 
   CatalogFiles catalog_;
-  const std::string lock_ = minidba::Lock::path_for(catalog_.path());
+  const std::string lock_ = catalog::Lock::path_for(catalog_.path());
 };
 
 TEST_F(Locking, ASecondWriterThatMayNotWaitSaysWhoHoldsTheLock) {
@@ -101,7 +101,7 @@ TEST_F(Locking, ASecondWriterWaitsForeverByDefaultAndGoesOnThen) {
 // The lock may belong to a child of the process that took it: flock(1) starts a command and may end before it.
 TEST_F(Locking, AHolderThatCannotBeNamedIsAnotherProcess) {
   catalog_.update(described);
-  const file_guard file = minidba::open_file(lock_, O_RDWR);
+  const file_guard file = catalog::open_file(lock_, O_RDWR);
   const pid_t child = ::fork();
   if (child == 0) ::_exit(::flock(file.get(), LOCK_EX));
   ASSERT_EQ(support::wait_for(child), 0);
@@ -144,7 +144,7 @@ TEST_F(Locking, IsHeldByOneAtATimeWhileTheFileComesAndGoes) {
   std::atomic<int> holders = 0, rounds = 0;
   const auto work = [&] {
     for (int i = 0; i < 200; ++i) {
-      const minidba::Lock lock(catalog_.path());
+      const catalog::Lock lock(catalog_.path());
       EXPECT_EQ(++holders, 1);
       std::this_thread::yield();
       --holders;

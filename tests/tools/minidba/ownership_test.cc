@@ -6,10 +6,9 @@
 
 #include <cerrno>
 #include <vector>
-
+#include "catalog/os/atomic_file.h"
 #include "catalog_files.h"
 #include "support/environment.h"
-#include "tools/minidba/snapshot.h"
 
 namespace {
 
@@ -94,7 +93,7 @@ TEST_F(Ownership, PermissionsAreKept) {
 
 TEST_F(Ownership, WhatIsHalfWrittenIsForNobodyElse) {
   ASSERT_EQ(::chmod(catalog_.path().c_str(), 0664), 0);
-  minidba::Snapshot snapshot(catalog_.path());
+  catalog::Snapshot snapshot(catalog_.path());
   EXPECT_EQ(mode_of(catalog_.path(".new")), 0600u);
   snapshot.sync();
   EXPECT_EQ(mode_of(catalog_.path(".new")), 0664u);

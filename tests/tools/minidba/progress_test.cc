@@ -1,4 +1,4 @@
-#include "tools/minidba/progress.h"
+#include "tools/minidba/output/progress.h"
 
 #include <gtest/gtest.h>
 

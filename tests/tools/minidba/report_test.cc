@@ -1,4 +1,4 @@
-#include "tools/minidba/report.h"
+#include "tools/minidba/output/report.h"
 
 #include <gtest/gtest.h>
 

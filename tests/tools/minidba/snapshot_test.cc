@@ -1,5 +1,5 @@
 /// The next state of a file, while others make one too.
-#include "tools/minidba/snapshot.h"
+#include "catalog/os/atomic_file.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -8,12 +8,12 @@
 
 #include <filesystem>
 
+#include "catalog/os/error.h"
 #include "catalog_files.h"
-#include "tools/minidba/failure.h"
 
 namespace {
 
-using minidba::Snapshot;
+using catalog::Snapshot;
 using support::Finished;
 using testing::ElementsAre;
 
@@ -75,7 +75,7 @@ TEST_F(Snapshots, OnlyWhatWasWrittenIsPutInThePlace) {
     Snapshot snapshot(file_);
     ASSERT_EQ(::unlink((file_ + ".new").c_str()), 0);
     support::write_file(file_ + ".new", "of another");
-    EXPECT_THROW(snapshot.commit(), minidba::Failure);
+    EXPECT_THROW(snapshot.commit(), catalog::Failure);
   }
   EXPECT_EQ(support::read_file(file_), "before");
   EXPECT_EQ(support::read_file(file_ + ".new"), "of another");

@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tools/minidba/failure.h"
+#include "catalog/os/error.h"
 
 namespace {
 
@@ -66,7 +66,7 @@ TEST(TimeText, CountsFromNow) {
 std::string refusal(const std::string &text) {
   try {
     return "accepted as " + std::to_string(minidba::read_time(text, now));
-  } catch (const minidba::Failure &failure) {
+  } catch (const catalog::Failure &failure) {
     return failure.what();
   }
 }

@@ -4,9 +4,9 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include "catalog/hash/trailer.h"
+#include "catalog/os/file.h"
 #include "catalog_files.h"
-#include "tools/minidba/files.h"
-#include "tools/minidba/stamp.h"
 #include "verb.h"
 
 namespace {
@@ -49,7 +49,7 @@ class DamagedUrlMap : public testing::Test {
     std::string bytes = support::read_file(path_);
     support::write_file(path_, bytes.replace(checksum_offset, checksum_size, checksum_size, '\0'));
   }
-  bool has_checksum() const { return minidba::Stamp::read(minidba::File::open(path_))->content.has_value(); }
+  bool has_checksum() const { return catalog::Stamp::read(catalog::File::open(path_))->content.has_value(); }
   void expect_sound() const { EXPECT_EQ(run({"verify"}).out, "sound: 20 descriptions, no index\n"); }
 
   const CatalogFiles catalog_;
@@ -136,14 +136,14 @@ TEST_F(DamagedUrlMap, WithoutAChecksumIsNotBelievedByAWriter) {
 // The checksum lies behind what earlier versions read, copy and check; it covers the words that they change.
 TEST_F(DamagedUrlMap, ThatAnEarlierVersionHasWrittenHasNoChecksum) {
   std::string bytes = sound_;
-  minidba::Stamp changed = *minidba::Stamp::read(minidba::File::open(path_));
+  catalog::Stamp changed = *catalog::Stamp::read(catalog::File::open(path_));
   changed.database[1] += 1;
   changed.content.reset();
-  changed.write(minidba::File(minidba::open_file(path_, O_RDWR), path_));
+  changed.write(catalog::File(catalog::open_file(path_, O_RDWR), path_));
   const std::string words = support::read_file(path_).substr(264, 96);
   support::write_file(path_, bytes.replace(264, 96, words));
   EXPECT_FALSE(has_checksum());
-  EXPECT_TRUE(minidba::Stamp::read(minidba::File::open(path_))->newest_change.has_value());
+  EXPECT_TRUE(catalog::Stamp::read(catalog::File::open(path_))->newest_change.has_value());
 }
 
 TEST_F(DamagedUrlMap, HasAChecksumAgainAfterEachEditOfACopy) {

@@ -6,12 +6,12 @@
 #include <functional>
 #include <nlohmann/json.hpp>
 
+#include "catalog/hash/statistics.h"
+#include "catalog/url_map.h"
 #include "catalog_files.h"
 #include "dba/guard.h"
 #include "hashdb/format.h"
 #include "qxapi/guard.h"
-#include "tools/minidba/layout.h"
-#include "tools/minidba/url_map.h"
 
 namespace {
 
@@ -75,7 +75,7 @@ class Verify : public testing::Test {
     DBT put = k;
     EXPECT_EQ(key.empty() ? dba_del(map.get(), &k) : dba_put(map.get(), &put, &v), 0);
     map.reset();
-    minidba::seal(minidba::File(minidba::open_file(path, O_RDWR), path));
+    catalog::seal(catalog::File(catalog::open_file(path, O_RDWR), path));
   }
   void write_index(const std::vector<std::string> &entries) {
     std::string bytes = word(0x3EB1CA0E) + word(static_cast<uint32_t>(entries.size()));
@@ -198,14 +198,14 @@ TEST_F(Verify, ARecordThatTheLibraryDidNotCountIsNoFault) {
                               rd("http://localhost/1", {{"minidba-number", "5"}, {"body", std::string(70000, 'y')}}) +
                               rd("http://localhost/2", {{"minidba-number", "3"}, {"title", "Two"}}));
   catalog.put("00000003", rd("http://localhost/2", {{"title", "Foreign"}}));
-  ASSERT_EQ(minidba::layout_of(catalog.path()).records, 1);
+  ASSERT_EQ(catalog::layout_of(catalog.path()).records, 1);
   EXPECT_EQ(support::run(catalog.command({"verify"})).out, "sound: 2 descriptions, no index, no URL map\n");
   EXPECT_EQ(catalog.run({"list", "--format", "tsv", "--attributes", "title"}).out,
             "3\thttp://localhost/2\tForeign\n5\thttp://localhost/1\t\n");
   EXPECT_EQ(catalog.index().out, "2\n");
   EXPECT_EQ(catalog.run({"delete", "http://localhost/1"}).out, "1\n");
   EXPECT_EQ(catalog.run({"delete", "http://localhost/2"}).out, "1\n");
-  EXPECT_EQ(minidba::layout_of(catalog.path()).records, 0);
+  EXPECT_EQ(catalog::layout_of(catalog.path()).records, 0);
 }
 
 TEST_F(Verify, FindsRecordsThatAreNoDescriptions) {

@@ -1,0 +1,127 @@
+#include "catalog/hash/bucket_writer.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace catalog {
+namespace {
+
+using hashdb::Header;
+namespace slot_mark = hashdb::slot_mark;
+
+constexpr uint32_t slot_size = 2;
+constexpr uint32_t link_size = 2 * slot_size;
+
+constexpr uint32_t meta(uint32_t slots) { return slot_size * (slots + 3); }
+constexpr uint32_t long_overhead = meta(4);
+
+}  // namespace
+
+bool is_long(const Header &header, uint32_t key_size, uint32_t value_size) {
+  return uint64_t{key_size} + value_size + meta(2) + link_size > header.page_size;
+}
+
+void PageCount::add(uint32_t key_size, uint32_t value_size) {
+  if (is_long(header_, key_size, value_size)) {
+    const uint32_t room = header_.page_size - long_overhead;
+    pages_ += (key_size + value_size + room - 1) / room;
+    return;
+  }
+  const uint32_t empty = meta(0) + link_size, size = key_size + value_size + link_size;
+  if (used_ == 0) used_ = empty;
+  const bool fits = used_ + size <= header_.page_size;
+  pages_ += fits ? 0 : 1;
+  used_ = (fits ? used_ : empty) + size;
+}
+
+BucketWriter::BucketWriter(const Header &header, const File &file, Allocate allocate)
+    : header_(header), file_(file), allocate_(std::move(allocate)), page_(header.page_size, '\0') {}
+
+void BucketWriter::clear() {
+  std::fill(page_.begin(), page_.end(), '\0');
+  slots_ = 0;
+  data_start_ = header_.page_size;
+}
+
+void BucketWriter::set(uint32_t index, uint32_t number) {
+  const auto half = static_cast<uint16_t>(number);
+  std::memcpy(&page_[size_t{slot_size} * index], &half, sizeof half);
+}
+
+void BucketWriter::start(uint32_t bucket) {
+  page_number_ = bucket_page(header_, bucket);
+  clear();
+}
+
+/// flush writes the page, with its last numbers: free bytes and where the data starts.
+void BucketWriter::flush(uint64_t next_page) {
+  set(0, slots_);
+  set(slots_ + 1, data_start_ - meta(slots_));
+  set(slots_ + 2, data_start_);
+  file_.write_at(static_cast<int64_t>(page_number_ << header_.page_shift), page_);
+  page_number_ = next_page;
+  clear();
+}
+
+/// chain links the page to a new overflow page and goes on there; returns that page's number.
+uint64_t BucketWriter::chain() {
+  const uint16_t address = allocate_();
+  set(slots_ + 1, address);
+  set(slots_ + 2, 0);
+  slots_ += 2;
+  const uint64_t page = overflow_page(header_, address);
+  flush(page);
+  return page;
+}
+
+void BucketWriter::add(const Record &record) {
+  if (is_long(header_, static_cast<uint32_t>(record.key.size()), static_cast<uint32_t>(record.value.size()))) {
+    chain();
+    put_long(record);
+  } else {
+    const size_t size = record.key.size() + record.value.size() + link_size;
+    if (meta(slots_) + link_size + size > data_start_) chain();
+    put(record);
+  }
+}
+
+void BucketWriter::put(const Record &record) {
+  data_start_ -= static_cast<uint32_t>(record.key.size());
+  set(slots_ + 1, data_start_);
+  record.key.copy(&page_[data_start_], record.key.size());
+  data_start_ -= static_cast<uint32_t>(record.value.size());
+  set(slots_ + 2, data_start_);
+  record.value.copy(page_.data() + data_start_, record.value.size());
+  slots_ += 2;
+}
+
+/// put_long fills the page with the key and the beginning of the value, and overflow pages with the rest. The last page
+/// stays open, so that it can be linked to the next record.
+void BucketWriter::put_long(const Record &record) {
+  const auto key_size = static_cast<uint32_t>(record.key.size());
+  const uint32_t key_start = header_.page_size - key_size;
+  record.key.copy(&page_[key_start], key_size);
+  std::string_view rest = record.value;
+  const uint32_t room = key_start - long_overhead;
+  rest.substr(0, room).copy(&page_[long_overhead], room);
+  rest.remove_prefix(room);
+  const uint16_t address = allocate_();
+  set(1, key_start), set(2, slot_mark::full_key_data), set(3, address), set(4, long_overhead);
+  slots_ = 4;
+  data_start_ = long_overhead;
+  flush(overflow_page(header_, address));
+  for (bool last = false; !last;) {
+    const uint32_t size = std::min<uint32_t>(static_cast<uint32_t>(rest.size()), header_.page_size - long_overhead);
+    last = size == rest.size();
+    data_start_ = header_.page_size - size;
+    rest.substr(0, size).copy(&page_[data_start_], size);
+    rest.remove_prefix(size);
+    set(1, data_start_), set(2, last ? slot_mark::full_key_data : slot_mark::full_key);
+    slots_ = 2;
+    if (!last) chain();
+  }
+}
+
+void BucketWriter::finish() { flush(0); }
+
+}  // namespace catalog

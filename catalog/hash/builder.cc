@@ -1,0 +1,199 @@
+#include "catalog/hash/builder.h"
+
+#include <algorithm>
+#include <tuple>
+
+#include "catalog/os/error.h"
+
+namespace catalog {
+namespace {
+
+using hashdb::Header;
+
+constexpr uint32_t link_size = 4;  // bytes of a record's two slots
+constexpr uint32_t min_shift = 12;
+constexpr uint32_t min_doublings = 1;
+constexpr uint32_t max_doublings = 24;
+constexpr uint32_t spare_addresses = hashdb::split_pages / 2;  // kept for pages that later changes need
+
+/// page_shift_for chooses pages that hold at least eight usual records and twice the longest, as far as pages go.
+uint32_t page_shift_for(const std::vector<Item> &items) {
+  uint64_t total = 0, longest = 0;
+  for (const Item &item : items) {
+    const uint64_t size = uint64_t{item.key_size} + item.value_size + link_size;
+    total += size;
+    longest = std::max({longest, size, uint64_t{4} * item.key_size});
+  }
+  const uint64_t wanted = std::max(2 * longest, items.empty() ? 0 : 8 * (total / items.size()));
+  uint32_t shift = min_shift;
+  while (shift < hashdb::max_page_shift && 1u << shift < wanted) ++shift;
+  return shift;
+}
+
+Header header_for(uint32_t page_shift, uint32_t doublings, uint32_t count) {
+  Header h{};
+  h.magic = hashdb::magic;
+  h.version = hashdb::version;
+  h.byte_order = __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ ? hashdb::little_endian : hashdb::big_endian;
+  h.page_shift = page_shift;
+  h.page_size = 1u << page_shift;
+  h.segment_shift = hashdb::segment_shift;
+  h.segment_size = 1u << h.segment_shift;
+  h.low_mask = h.max_bucket = (1u << doublings) - 1;
+  h.high_mask = (2u << doublings) - 1;
+  h.directory_size = std::max(256u, (h.max_bucket >> h.segment_shift) + 1);
+  h.overflow_point = doublings;
+  h.records = count;
+  h.fill_factor = 2 * (count >> doublings) + 1;
+  h.header_pages = hashdb::header_pages(page_shift);
+  h.hash_check = hashdb::hash_check(hashdb::default_hash);
+  return h;
+}
+
+/// sort_by_bucket puts items in the order they are written in: by bucket, long records last.
+void sort_by_bucket(const Header &header, std::vector<Item> &items) {
+  const auto order = [&](const Item &item) {
+    return std::tuple(bucket_of(header, item.hash), is_long(header, item.key_size, item.value_size), item.place);
+  };
+  std::sort(items.begin(), items.end(), [&](const Item &a, const Item &b) { return order(a) < order(b); });
+}
+
+uint64_t total_overflow(const Header &header, const std::vector<Item> &items) {
+  uint64_t total = 0;
+  for_each_bucket(header, items, [&](uint32_t, const Item *first, const Item *last) {
+    PageCount count(header);
+    for (; first != last; ++first) count.add(first->key_size, first->value_size);
+    total += count.pages();
+  });
+  return total;
+}
+
+uint32_t bitmaps_for(const Header &header, uint64_t pages) {
+  return static_cast<uint32_t>(pages / (uint64_t{8} * header.page_size) + 1);
+}
+
+/// set_spares spreads the overflow pages over the doublings from the first on, so that the last, whose pages lie at the
+/// end of the file, keeps room for later ones.
+void set_spares(Header &header, uint32_t pages) {
+  uint32_t placed = 0;
+  for (uint32_t split = 0; split <= header.overflow_point; ++split) {
+    placed += std::min(pages - placed, hashdb::split_pages);
+    header.spares[split] = placed;
+  }
+}
+
+/// plan chooses the size of the table: buckets three quarters full, and more of them while there are not enough
+/// overflow addresses for what does not fit and some to spare. Empty buckets are holes in the file.
+Header plan(std::vector<Item> &items) {
+  const uint32_t shift = page_shift_for(items);
+  uint64_t total = 0;
+  Header header = header_for(shift, min_doublings, 0);
+  for (const Item &item : items)
+    if (!is_long(header, item.key_size, item.value_size)) total += item.key_size + item.value_size + link_size;
+  uint32_t doublings = min_doublings;
+  while (doublings < max_doublings && (uint64_t{3} << (shift + doublings)) / 4 < total) ++doublings;
+  for (; doublings <= max_doublings; ++doublings) {
+    header = header_for(shift, doublings, static_cast<uint32_t>(items.size()));
+    sort_by_bucket(header, items);
+    uint64_t pages = total_overflow(header, items);
+    pages += bitmaps_for(header, pages + hashdb::doublings);
+    const uint64_t addresses = uint64_t{doublings} * hashdb::split_pages;
+    if (pages + (doublings < max_doublings ? spare_addresses : 0) > addresses) continue;
+    set_spares(header, static_cast<uint32_t>(pages));
+    return header;
+  }
+  throw Failure("the records are too many or too long for a catalog file");
+}
+
+/// Addresses hands out the overflow addresses of a planned file one after the other.
+class Addresses {
+ public:
+  explicit Addresses(const Header &header) : header_(header) {}
+  uint16_t next() {
+    while (number_ == in_split()) ++split_, number_ = 0;
+    return hashdb::overflow_address(split_, ++number_);
+  }
+
+ private:
+  uint32_t in_split() const { return header_.spares[split_] - (split_ == 0 ? 0 : header_.spares[split_ - 1]); }
+  const Header &header_;
+  uint32_t split_ = 0;
+  uint32_t number_ = 0;
+};
+
+/// write_bitmaps marks every overflow page as used, and those that are not there yet too: the library takes a page
+/// whose bit is clear for one that it may use without counting it.
+void write_bitmaps(const File &file, Header &header, Addresses &addresses) {
+  const std::string bytes(header.page_size, '\xFF');
+  for (uint32_t map = 0; map < bitmaps_for(header, header.spares[header.overflow_point]); ++map) {
+    header.bitmaps[map] = addresses.next();
+    const uint64_t page = overflow_page(header, header.bitmaps[map]);
+    file.write_at(static_cast<int64_t>(page << header.page_shift), bytes);
+  }
+}
+
+Header write_file(const File &file, std::vector<Item> &items, const Fetch &fetch, const Advance &advance) {
+  Header header = plan(items);
+  Addresses addresses(header);
+  write_bitmaps(file, header, addresses);
+  header.last_freed = header.spares[header.overflow_point];
+  BucketWriter writer(header, file, [&] { return addresses.next(); });
+  for_each_bucket(header, items, [&](uint32_t bucket, const Item *first, const Item *last) {
+    writer.start(bucket);
+    for (; first != last; ++first) {
+      writer.add(fetch(*first));
+      if (advance) advance(1, int64_t{first->key_size} + first->value_size);
+    }
+    writer.finish();
+  });
+  file.resize(static_cast<int64_t>(pages_of(header) << header.page_shift));
+  write_header(file, header);
+  return header;
+}
+
+/// reads_back says whether the file holds exactly these records, each in its place.
+bool reads_back(const std::string &path, const std::vector<Item> &items, const Fetch &fetch) {
+  try {
+    const HashTable table(path);
+    BucketReader reader(table);
+    auto item = items.begin();
+    for (uint32_t bucket = 0; bucket <= table.header().max_bucket; ++bucket)
+      for (reader.start(bucket); reader.next(); ++item) {
+        if (item == items.end() || bucket_of(table.header(), item->hash) != bucket) return false;
+        const Record record = fetch(*item);
+        if (reader.key() != record.key || reader.value() != record.value) return false;
+      }
+    return item == items.end() && table.header().records == items.size();
+  } catch (const Failure &) {
+    return false;
+  }
+}
+
+}  // namespace
+
+Header planned_header(uint32_t page_shift, uint32_t doublings, uint32_t planned, uint32_t overflow_pages) {
+  Header header = header_for(page_shift, doublings, 0);
+  set_spares(header, std::min(planned, overflow_pages));
+  header.spares[header.overflow_point] = overflow_pages;
+  return header;
+}
+
+uint64_t pages_of(const Header &header) {
+  return uint64_t{header.header_pages} + header.max_bucket + 1 + header.spares[header.overflow_point];
+}
+
+void write_header(const File &file, const Header &header) {
+  unsigned char bytes[hashdb::header_size];
+  encode(header, bytes);
+  file.write_at(0, {reinterpret_cast<const char *>(bytes), sizeof bytes});
+}
+
+void write_hash_file(const File &file, std::vector<Item> &items, const Fetch &fetch, Stamp stamp,
+                     const Advance &advance) {
+  const Header header = write_file(file, items, fetch, advance);
+  stamp.planned_pages = header.spares[header.overflow_point];
+  stamp.write(file);
+  if (!reads_back(file.name(), items, fetch)) throw Failure("does not hold what was written to it: " + file.name());
+}
+
+}  // namespace catalog

@@ -1,0 +1,308 @@
+#include "catalog/hash/recovery.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "catalog/hash/builder.h"
+#include "catalog/hash/page_allocator.h"
+#include "catalog/hash/table.h"
+#include "catalog/hash/trailer.h"
+#include "catalog/os/error.h"
+#include "catalog/record.h"
+#include "hashdb/cursor.h"
+
+namespace catalog {
+namespace {
+
+using hashdb::Cursor;
+using hashdb::Header;
+namespace slot_mark = hashdb::slot_mark;
+
+constexpr uint32_t sampled_buckets = 64;
+
+File open_regular(const std::string &path) {
+  if (const auto status = status_of(path); status && !S_ISREG(status->st_mode))
+    throw Failure("not a regular file: " + path);
+  return File::open(path);
+}
+
+/// Slots are the numbers at the start of a page, in the order of this machine's bytes.
+class Slots {
+ public:
+  explicit Slots(const std::string &page) : page_(page) {}
+  uint32_t operator[](size_t index) const {
+    uint16_t number = 0;
+    if (2 * index + 2 <= page_.size()) std::memcpy(&number, &page_[2 * index], sizeof number);
+    return number;
+  }
+  uint32_t count() const { return (*this)[0]; }
+  bool can_be() const { return count() % 2 == 0 && 2 * (count() + 3) <= page_.size(); }
+  /// data returns the bytes that the first slot stands for, from its offset to the end of the page.
+  std::optional<std::string_view> data() const {
+    const uint32_t start = (*this)[1];
+    if (start < 2 * (count() + 1) || start > page_.size()) return std::nullopt;
+    return std::string_view(page_).substr(start);
+  }
+  bool begins_long_record() const {
+    return count() == 4 && (*this)[2] == slot_mark::full_key_data && (*this)[4] >= slot_mark::first_offset &&
+           (*this)[4] <= (*this)[1];
+  }
+
+ private:
+  const std::string &page_;
+};
+
+/// is_blank returns true for a page without records: a hole, or a bitmap of pages that are all in use.
+bool is_blank(const std::string &bytes) {
+  const char first = bytes.front();
+  return (first == '\0' || first == '\xFF') &&
+         std::all_of(bytes.begin(), bytes.end(), [first](char c) { return c == first; });
+}
+
+bool is_printed_object(std::string_view text) {
+  const soif_ptr object = parse(text);
+  return object && print(object.get()) == text;
+}
+
+/// begin_of returns where the object that ends at `end` begins: at one of the "@" before it, up to `floor`. Few texts
+/// hold so many of them.
+std::optional<size_t> begin_of(const std::string &bytes, size_t floor, size_t end) {
+  constexpr int tries = 64;
+  size_t at = end;
+  for (int i = 0; i < tries && at > floor; ++i) {
+    at = bytes.rfind('@', at - 1);
+    if (at == std::string::npos || at < floor) break;
+    if (is_printed_object(std::string_view(bytes).substr(at, end - at))) return at;
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+Wreck::Wreck(const std::string &path) : file_(open_regular(path)), size_(file_.size()), header_(stored_header()) {
+  is_sound_ = header_.has_value();
+  if (!header_) header_ = guessed_header();
+  shift_ = header_ ? header_->page_shift : guessed_shift();
+  const auto pages = static_cast<size_t>((size_ + (int64_t{1} << shift_) - 1) >> shift_);
+  done_.resize(pages);
+  bad_.resize(pages);
+}
+
+/// read fills up with zeros what the file does not have or does not give.
+std::string Wreck::read(int64_t offset, size_t count) const {
+  std::string bytes(count, '\0');
+  const int64_t there = std::clamp<int64_t>(size_ - offset, 0, static_cast<int64_t>(count));
+  try {
+    file_.read_at(offset, bytes.data(), static_cast<size_t>(there));
+  } catch (const Failure &) {
+    std::fill(bytes.begin(), bytes.end(), '\0');
+  }
+  return bytes;
+}
+
+std::string Wreck::read_page(uint64_t page) const {
+  return read(static_cast<int64_t>(page << shift_), size_t{1} << shift_);
+}
+
+/// stored_header also takes the header of a file that was cut.
+std::optional<Header> Wreck::stored_header() const {
+  const std::string bytes = read(0, hashdb::header_size);
+  const Header header = hashdb::decode(reinterpret_cast<const unsigned char *>(bytes.data()));
+  if (!is_sound(header, hashdb::default_hash, INT64_MAX)) return std::nullopt;
+  return header;
+}
+
+/// guessed_header tries the layouts that minidba gives to a file of this size, and takes the one that leads to most
+/// records.
+std::optional<Header> Wreck::guessed_header() const {
+  std::optional<Stamp> stamp;
+  if (size_ >= 512) stamp = Stamp::read(file_);
+  std::optional<Header> best;
+  int most = 0;
+  for (uint32_t shift = hashdb::max_page_shift; shift >= hashdb::min_page_shift; --shift)
+    for (uint32_t doublings = 1; doublings <= 24; ++doublings) {
+      const int64_t overflow = (size_ >> shift) - hashdb::header_pages(shift) - (int64_t{1} << doublings);
+      if (overflow < 1 || overflow > INT32_MAX) continue;
+      const auto pages = static_cast<uint32_t>(overflow);
+      const Header header = planned_header(shift, doublings, stamp ? stamp->planned_pages : pages, pages);
+      if (const int found = score(header); found > most) {
+        most = found;
+        best = header;
+      }
+    }
+  return best;
+}
+
+/// score counts the records in some buckets that are where their keys lead, less those that are not.
+int Wreck::score(const Header &header) const {
+  const hashdb::Source source{file_.descriptor(), size_, header};
+  Cursor cursor(source);
+  const uint32_t step = std::max(1u, (header.max_bucket + 1) / sampled_buckets);
+  int found = 0;
+  for (uint32_t bucket = 0; bucket <= header.max_bucket; bucket += step) {
+    cursor.start(bucket);
+    Cursor::Result last = Cursor::end;
+    while ((last = cursor.next()) == Cursor::record)
+      found += number_of(cursor.key()) && bucket_of(header, hash_of(cursor.key())) == bucket ? 1 : -1;
+    if (last == Cursor::damaged) --found;
+  }
+  return found;
+}
+
+/// guessed_shift returns the page size with which most pages hold records.
+uint32_t Wreck::guessed_shift() const {
+  uint32_t best = 12;
+  size_t most = 0;
+  for (uint32_t shift = hashdb::min_page_shift; shift <= hashdb::max_page_shift; ++shift) {
+    size_t bytes = 0;
+    for (int64_t at = 0; at < size_; at += int64_t{1} << shift)
+      scan_page(read(at, size_t{1} << shift), [&](Origin, std::string_view key, std::string_view value) {
+        if (number_of(key)) bytes += value.size();
+      });
+    if (bytes > most) best = shift;
+    most = std::max(most, bytes);
+  }
+  return best;
+}
+
+/// Without a stamp the file was written by the library, which counts wrongly now and then, even less than none.
+int64_t Wreck::counted() const {
+  const bool is_reliable = is_sound_ && size_ >= 512 && Stamp::read(file_);
+  return is_reliable ? std::max(static_cast<int32_t>(header_->records), 0) : 0;
+}
+
+void Wreck::each(const Visit &visit) {
+  if (header_) {
+    walk(visit);
+    mark_free();
+  }
+  scan(visit);
+}
+
+/// walk visits what the buckets lead to. Pages of a bucket that was read to its end are done.
+void Wreck::walk(const Visit &visit) {
+  const hashdb::Source source{file_.descriptor(), size_, *header_};
+  Cursor cursor(source);
+  std::vector<uint16_t> followed;
+  cursor.watch([](void *pages, uint16_t address) { static_cast<std::vector<uint16_t> *>(pages)->push_back(address); },
+               &followed);
+  const auto mark = [&](uint64_t page) {
+    if (page < done_.size()) done_[page] = true;
+  };
+  for (uint32_t page = 0; page < header_->header_pages; ++page) mark(page);
+  for (uint32_t bucket = 0; bucket <= header_->max_bucket; ++bucket) {
+    const uint64_t primary = bucket_page(*header_, bucket);
+    if (primary >= done_.size()) continue;
+    followed.clear();
+    cursor.start(bucket);
+    Cursor::Result last = Cursor::end;
+    while ((last = cursor.next()) == Cursor::record) {
+      const bool is_at_home = bucket_of(*header_, hash_of(cursor.key())) == bucket;
+      visit(is_at_home ? in_bucket : on_page, cursor.key(), cursor.value());
+    }
+    if (last == Cursor::damaged) continue;
+    mark(primary);
+    for (const uint16_t address : followed) mark(overflow_page(*header_, address));
+  }
+}
+
+/// mark_free passes over the pages that are marked as free, whose records were removed or replaced, and over the
+/// bitmaps that say so.
+void Wreck::mark_free() {
+  if (!is_sound_ || !Stamp::read(file_)) return;
+  const auto mark = [&](uint64_t page) {
+    if (page < done_.size()) done_[page] = true;
+  };
+  try {
+    Header header = *header_;
+    const PagePool pages(header, file_);
+    for (uint32_t bit = 0; bit < header.spares[header.overflow_point]; ++bit)
+      if (pages.is_free(bit)) mark(overflow_page(header, pages.address_of(bit)));
+    for (const uint16_t address : header.bitmaps)
+      if (address != 0) mark(overflow_page(header, address));
+  } catch (const Failure &) {
+    // Without the bitmaps all pages are looked at.
+  }
+}
+
+/// scan looks at the pages that nothing has led to.
+void Wreck::scan(const Visit &visit) {
+  for (uint64_t page = 0; page < done_.size(); ++page) {
+    if (done_[page]) continue;
+    const std::string bytes = read_page(page);
+    if (scan_page(bytes, visit)) continue;
+    bad_[page] = true;
+    scan_raw(bytes, visit);
+  }
+}
+
+/// scan_page visits the records on a page and returns false where it is not one of records.
+bool Wreck::scan_page(const std::string &bytes, const Visit &visit) const {
+  const Slots slots(bytes);
+  if (is_blank(bytes)) return true;
+  if (!slots.can_be() || slots.count() == 0) return false;
+  if (slots.begins_long_record()) {
+    follow_long(bytes, visit);
+    return true;
+  }
+  // The other pages of a long record are read with its first.
+  if (slots[2] == slot_mark::full_key || slots[2] == slot_mark::full_key_data) return slots.data().has_value();
+  size_t end = bytes.size();
+  for (uint32_t slot = 1; slot < slots.count(); slot += 2) {
+    const uint32_t key = slots[slot], value = slots[slot + 1];
+    if (value < slot_mark::first_offset) return value == 0 && slot + 1 == slots.count();
+    if (value < 2 * (slots.count() + 1) || value > key || key > end) return false;
+    visit(on_page, std::string_view(bytes).substr(key, end - key), std::string_view(bytes).substr(value, key - value));
+    end = value;
+  }
+  return true;
+}
+
+/// follow_long visits a record that is longer than a page, if all its pages are there.
+void Wreck::follow_long(const std::string &first, const Visit &visit) const {
+  const Slots slots(first);
+  const std::optional<std::string_view> key = slots.data();
+  if (!header_ || !key || !number_of(*key)) return;
+  std::string value = first.substr(slots[4], slots[1] - slots[4]);
+  uint32_t address = slots[3];
+  for (size_t steps = 0; steps < done_.size(); ++steps) {
+    const uint64_t page = overflow_page(*header_, static_cast<uint16_t>(address));
+    if (page == 0 || page >= done_.size()) return;
+    const std::string bytes = read_page(page);
+    const Slots more(bytes);
+    const std::optional<std::string_view> data = more.data();
+    if (!more.can_be() || more.count() < 2 || !data) return;
+    value.append(*data);
+    if (more[2] == slot_mark::full_key_data) return visit(on_page, *key, value);
+    if (more[2] != slot_mark::full_key || more.count() < 4) return;
+    address = more[more.count() - 1];
+  }
+}
+
+/// scan_raw looks for what a page has at the end of each short record: the end of an object, and a key.
+void Wreck::scan_raw(const std::string &bytes, const Visit &visit) {
+  size_t floor = 0;
+  for (size_t at = bytes.find("}\n"); at != std::string::npos; at = bytes.find("}\n", at + 1)) {
+    const size_t end = at + 2;
+    const std::string_view key = std::string_view(bytes).substr(end, database_key_size);
+    if (!number_of(key)) continue;
+    const auto begin = begin_of(bytes, floor, end);
+    if (!begin) continue;
+    visit(in_bytes, key, std::string_view(bytes).substr(*begin, end - *begin));
+    floor = end;
+  }
+}
+
+std::vector<Wreck::Range> Wreck::unread() const {
+  std::vector<Range> ranges;
+  for (uint64_t page = 0; page < bad_.size(); ++page) {
+    if (!bad_[page]) continue;
+    if (!ranges.empty() && ranges.back().last + 1 == page)
+      ranges.back().last = page;
+    else
+      ranges.push_back({page, page});
+  }
+  return ranges;
+}
+
+}  // namespace catalog

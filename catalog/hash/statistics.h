@@ -1,0 +1,24 @@
+/// How a hash file is laid out.
+#ifndef CATALOG_HASH_STATISTICS_H
+#define CATALOG_HASH_STATISTICS_H
+
+#include <cstdint>
+#include <string>
+
+namespace catalog {
+
+struct Layout {
+  int64_t file_bytes;
+  int64_t page_size;
+  int64_t pages;
+  int64_t buckets;
+  int64_t overflow_pages;
+  int64_t records;  // as the header counts them
+};
+
+/// layout_of reads the layout from the header of a sound hash file.
+Layout layout_of(const std::string &path);
+
+}  // namespace catalog
+
+#endif

@@ -1,0 +1,102 @@
+#include "catalog/hash/trailer.h"
+
+#include <endian.h>
+#include <zlib.h>
+
+#include <algorithm>
+#include <vector>
+
+#include "hashdb/format.h"
+
+namespace catalog {
+namespace {
+
+constexpr int64_t offset = 264;  // behind the header
+constexpr uint64_t mark = 0x6d696e6964626101;
+
+constexpr uint64_t change_mark = 0x6d696e6964626102;
+constexpr uint64_t content_mark = 0x6d696e6964626103;
+
+/// Words are the stamp in the file, each big-endian. Behind the first nine, the last of them a checksum of the others,
+/// stand two groups of three that files of earlier versions do not have: a mark, the newest time of change and a
+/// checksum of all words so far; a mark, the checksum of the content and another such checksum. An earlier version
+/// copies the groups that it does not know and changes some of the words before them, so that their checksums are
+/// wrong.
+using Words = std::array<uint64_t, 15>;
+constexpr size_t first_checksum = 8, newest_change_place = 10, change_checksum = 11;
+constexpr size_t content_place = 13, last_checksum = 14;
+constexpr int64_t stamp_end = offset + static_cast<int64_t>(sizeof(Words));
+static_assert(offset >= static_cast<int64_t>(hashdb::header_size) && offset + sizeof(Words) <= 512);
+
+uint64_t checksum_of(const Words &words, size_t count) {
+  return crc32_z(0, reinterpret_cast<const unsigned char *>(words.data()), count * sizeof(uint64_t));
+}
+
+bool is_checked(const Words &words, size_t checksum) {
+  return be64toh(words[checksum]) == checksum_of(words, checksum);
+}
+
+/// has_group returns true if a group of words was written together with the words before it.
+bool has_group(const Words &words, size_t checksum, uint64_t group_mark) {
+  return be64toh(words[checksum - 2]) == group_mark && is_checked(words, checksum);
+}
+
+/// checksum_of_range adds the bytes from `begin` to `end` to a CRC-32.
+uint32_t checksum_of_range(const File &file, int64_t begin, int64_t end, uint32_t checksum) {
+  std::vector<unsigned char> block(1 << 18);
+  while (begin < end) {
+    const size_t count = std::min(block.size(), static_cast<size_t>(end - begin));
+    file.read_at(begin, block.data(), count);
+    checksum = static_cast<uint32_t>(crc32_z(checksum, block.data(), count));
+    begin += static_cast<int64_t>(count);
+  }
+  return checksum;
+}
+
+}  // namespace
+
+FileIdentity identity_of(const File &file) {
+  const struct stat status = file.status();
+  return {status.st_dev, status.st_ino, static_cast<uint64_t>(status.st_size),
+          static_cast<uint64_t>(status.st_mtim.tv_sec), static_cast<uint64_t>(status.st_mtim.tv_nsec)};
+}
+
+std::optional<Stamp> Stamp::read(const File &file) {
+  Words words;
+  if (file.size() < offset + static_cast<int64_t>(sizeof words)) return std::nullopt;
+  file.read_at(offset, words.data(), sizeof words);
+  if (be64toh(words[0]) != mark || !is_checked(words, first_checksum)) return std::nullopt;
+  const bool has_change = has_group(words, change_checksum, change_mark);
+  const bool has_content = has_group(words, last_checksum, content_mark);
+  for (uint64_t &word : words) word = be64toh(word);
+  Stamp stamp{static_cast<uint32_t>(words[1]), static_cast<uint32_t>(words[2]), {}};
+  std::copy_n(words.begin() + 3, stamp.database.size(), stamp.database.begin());
+  if (has_change) stamp.newest_change = static_cast<time_t>(words[newest_change_place]);
+  if (has_content) stamp.content = static_cast<uint32_t>(words[content_place]);
+  return stamp;
+}
+
+void Stamp::write(const File &file) const {
+  Words words{mark, next_number, planned_pages};
+  if (newest_change) words[first_checksum + 1] = change_mark;
+  words[newest_change_place] = static_cast<uint64_t>(newest_change.value_or(0));
+  if (content) words[content_place - 1] = content_mark;
+  words[content_place] = content.value_or(0);
+  std::copy(database.begin(), database.end(), words.begin() + 3);
+  for (uint64_t &word : words) word = htobe64(word);
+  for (const size_t checksum : {first_checksum, change_checksum, last_checksum})
+    words[checksum] = htobe64(checksum_of(words, checksum));
+  file.write_at(offset, {reinterpret_cast<const char *>(words.data()), sizeof words});
+}
+
+uint32_t content_checksum(const File &file) {
+  const uint32_t header = checksum_of_range(file, 0, offset, 0);
+  return checksum_of_range(file, stamp_end, file.size(), header);
+}
+
+bool is_before(const struct stat &file, const Stamp &stamp) {
+  const auto seconds = static_cast<uint64_t>(file.st_mtim.tv_sec), rest = static_cast<uint64_t>(file.st_mtim.tv_nsec);
+  return std::pair(seconds, rest) < std::pair(stamp.database[3], stamp.database[4]);
+}
+
+}  // namespace catalog

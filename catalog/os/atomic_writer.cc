@@ -1,0 +1,36 @@
+#include "catalog/os/atomic_writer.h"
+
+#include "catalog/os/error.h"
+
+namespace catalog {
+namespace {
+
+constexpr size_t block_size = 1 << 16;
+
+const std::string &checked(const std::string &target) {
+  const auto status = status_of(target);
+  if (status && !S_ISREG(status->st_mode)) throw Failure("not a regular file: " + target);
+  return target;
+}
+
+}  // namespace
+
+NewFile::NewFile(const std::string &target) : snapshot_(checked(target)) {}
+
+void NewFile::write(std::string_view bytes) {
+  unwritten_ += bytes;
+  if (unwritten_.size() >= block_size) flush();
+}
+
+void NewFile::flush() {
+  snapshot_.file().write_at(size_, unwritten_);
+  size_ += static_cast<int64_t>(unwritten_.size());
+  unwritten_.clear();
+}
+
+void NewFile::finish() {
+  flush();
+  snapshot_.sync();
+}
+
+}  // namespace catalog

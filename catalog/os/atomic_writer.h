@@ -1,0 +1,34 @@
+/// Files that are written little by little and put in their place when they are whole.
+#ifndef CATALOG_OS_ATOMIC_WRITER_H
+#define CATALOG_OS_ATOMIC_WRITER_H
+
+#include <string>
+#include <string_view>
+
+#include "catalog/os/atomic_file.h"
+
+namespace catalog {
+
+/// NewFile takes the place of a file, or of none, in one step. Until then the old one can still be read, even as the
+/// input of the very run that replaces it.
+class NewFile {
+ public:
+  /// Refuses a target that is there and no regular file: a device would be replaced.
+  explicit NewFile(const std::string &target);
+
+  void write(std::string_view bytes);
+  /// finish puts what was written onto the disk; commit puts the file in its place.
+  void finish();
+  void commit() { snapshot_.commit(); }
+
+ private:
+  void flush();
+
+  Snapshot snapshot_;
+  std::string unwritten_;
+  int64_t size_ = 0;
+};
+
+}  // namespace catalog
+
+#endif

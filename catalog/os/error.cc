@@ -1,0 +1,12 @@
+#include "catalog/os/error.h"
+
+#include <cerrno>
+#include <system_error>
+
+namespace catalog {
+
+SystemFailure system_failure(const std::string &what) {
+  return SystemFailure(what + ": " + std::generic_category().message(errno));
+}
+
+}  // namespace catalog

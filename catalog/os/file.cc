@@ -1,0 +1,145 @@
+#include "catalog/os/file.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <vector>
+
+#include "catalog/os/error.h"
+
+namespace catalog {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr size_t copy_block = 1 << 20;
+
+/// copy_range_inside returns how far the system could copy a run of bytes on its own; it does not know all files.
+int64_t copy_range_inside(const File &from, const File &to, int64_t offset, int64_t end) {
+  off_t in = offset, out = offset;
+  while (in < end) {
+    const auto count = static_cast<size_t>(end - in);
+    if (::copy_file_range(from.descriptor(), &in, to.descriptor(), &out, count, 0) <= 0) break;
+  }
+  return in;
+}
+
+void copy_range(const File &from, const File &to, int64_t offset, int64_t end) {
+  offset = copy_range_inside(from, to, offset, end);
+  std::vector<char> block(offset < end ? copy_block : 0);
+  while (offset < end) {
+    const size_t count = std::min(block.size(), static_cast<size_t>(end - offset));
+    from.read_at(offset, block.data(), count);
+    to.write_at(offset, {block.data(), count});
+    offset += static_cast<int64_t>(count);
+  }
+}
+
+/// scratch_in makes a file without a name; not every file system has such files.
+file_guard scratch_in(const std::string &folder, const std::string &prefix) {
+  file_guard file = open_file(folder, O_RDWR | O_TMPFILE, 0600);
+  if (file) return file;
+  std::string name = folder + "/" + prefix + "XXXXXX";
+  file = file_guard(::mkostemp(name.data(), O_CLOEXEC));
+  if (file) ::unlink(name.c_str());
+  return file;
+}
+
+std::string scratch_prefix(const std::string &path) {
+  return fs::path(path).filename().string() + std::string(scratch_mark);
+}
+
+File make_scratch(const std::string &beside) {
+  const std::string folder = folder_of(beside), name = "a temporary file in " + folder;
+  file_guard file = scratch_in(folder, scratch_prefix(beside));
+  if (!file && (errno == EACCES || errno == EPERM || errno == EROFS))
+    file = scratch_in(fs::temp_directory_path().string(), scratch_prefix(beside));
+  if (!file) throw system_failure("cannot create " + name);
+  return File(std::move(file), name);
+}
+
+}  // namespace
+
+std::string folder_of(const std::string &path) {
+  const std::string folder = fs::path(path).parent_path().string();
+  return folder.empty() ? "." : folder;
+}
+
+file_guard open_file(const std::string &path, int flags, mode_t mode) {
+  return file_guard(uninterrupted([&] { return ::open(path.c_str(), flags | O_CLOEXEC, mode); }));
+}
+
+std::optional<struct stat> status_of(const std::string &path) {
+  struct stat status;
+  if (::stat(path.c_str(), &status) == 0) return status;
+  if (errno == ENOENT) return std::nullopt;
+  throw system_failure("cannot look at " + path);
+}
+
+File File::create(const std::string &path, mode_t mode) {
+  file_guard file = open_file(path, O_RDWR | O_CREAT | O_EXCL, mode);
+  if (!file) throw system_failure("cannot create " + path);
+  return File(std::move(file), path);
+}
+
+File File::open(const std::string &path) {
+  file_guard file = open_file(path, O_RDONLY);
+  if (!file) throw system_failure("cannot open " + path);
+  return File(std::move(file), path);
+}
+
+struct stat File::status() const {
+  struct stat status;
+  if (::fstat(descriptor(), &status) != 0) throw system_failure("cannot look at " + name_);
+  return status;
+}
+
+void File::read_at(int64_t offset, void *bytes, size_t count) const {
+  for (auto *to = static_cast<char *>(bytes); count > 0;) {
+    const ssize_t got = uninterrupted([&] { return ::pread(descriptor(), to, count, offset); });
+    if (got < 0) throw system_failure("cannot read " + name_);
+    if (got == 0) throw Failure("cannot read " + name_ + ": it ends too early");
+    to += got, offset += got, count -= static_cast<size_t>(got);
+  }
+}
+
+void File::write_at(int64_t offset, std::string_view bytes) const {
+  while (!bytes.empty()) {
+    const ssize_t put = uninterrupted([&] { return ::pwrite(descriptor(), bytes.data(), bytes.size(), offset); });
+    if (put <= 0) throw system_failure("cannot write " + name_);
+    bytes.remove_prefix(static_cast<size_t>(put));
+    offset += put;
+  }
+}
+
+void File::resize(int64_t size) const {
+  if (uninterrupted([&] { return ::ftruncate(descriptor(), size); }) != 0)
+    throw system_failure("cannot write " + name_);
+}
+
+void copy_contents(const File &from, const File &to) {
+  const int64_t size = from.size();
+  to.resize(size);
+  for (int64_t offset = 0; offset < size;) {
+    const off_t data = ::lseek(from.descriptor(), offset, SEEK_DATA);
+    if (data == -1 && errno == ENXIO) break;
+    const off_t hole = data == -1 ? -1 : ::lseek(from.descriptor(), data, SEEK_HOLE);
+    const int64_t piece = data == -1 ? offset : data;
+    offset = hole == -1 ? size : hole;
+    copy_range(from, to, piece, offset);
+  }
+}
+
+ScratchFile::ScratchFile(const std::string &beside) : file_(make_scratch(beside)) {}
+
+int64_t ScratchFile::append(std::string_view bytes) {
+  const int64_t offset = size_;
+  file_.write_at(offset, bytes);
+  size_ += static_cast<int64_t>(bytes.size());
+  return offset;
+}
+
+}  // namespace catalog

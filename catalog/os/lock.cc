@@ -1,0 +1,149 @@
+#include "catalog/os/lock.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "catalog/os/atomic_file.h"
+#include "catalog/os/error.h"
+
+namespace catalog {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// remove_leftovers removes what killed writers have left; what cannot be removed is in nobody's way.
+void remove_leftovers(const std::string &database) {
+  std::error_code ignored;
+  for (const char *map : {"", ".url"}) fs::remove(database + map + std::string(snapshot_suffix), ignored);
+  const std::string prefix = fs::path(database).filename().string() + std::string(scratch_mark);
+  for (const auto &entry : fs::directory_iterator(folder_of(database), ignored))
+    if (entry.path().filename().string().compare(0, prefix.size(), prefix) == 0) fs::remove(entry.path(), ignored);
+}
+
+/// open_lock opens a file of another user for reading, since not every file system locks what is open for that only.
+file_guard open_lock(const std::string &path) {
+  file_guard file = open_file(path, O_RDWR | O_CREAT, 0644);
+  return !file && errno == EACCES ? open_file(path, O_RDONLY) : std::move(file);
+}
+
+/// is_named returns true if a path still leads to an open file: its last holder may have removed it.
+bool is_named(const file_guard &file, const std::string &path) {
+  struct stat opened, named;
+  return ::fstat(file.get(), &opened) == 0 && ::stat(path.c_str(), &named) == 0 && opened.st_dev == named.st_dev &&
+         opened.st_ino == named.st_ino;
+}
+
+bool is_absent(const std::string &path) {
+  struct stat ignored;
+  return ::lstat(path.c_str(), &ignored) != 0 && errno == ENOENT;
+}
+
+/// holder_of returns the process that locked a file, as /proc/locks has it: "1: FLOCK ADVISORY WRITE 4711 fe:00:1234 0
+/// EOF", with device and inode in the middle. 0 when it is not known.
+pid_t holder_of(const struct stat &file) {
+  std::ifstream locks("/proc/locks");
+  std::string line;
+  while (std::getline(locks, line)) {
+    std::istringstream words(line);
+    std::string ordinal, kind, mode, access;
+    pid_t process = 0;
+    unsigned device_major = 0, device_minor = 0;
+    unsigned long long inode = 0;
+    char colon = 0;
+    words >> ordinal >> kind >> mode >> access >> process >> std::hex >> device_major >> colon >> device_minor >>
+        colon >> std::dec >> inode;
+    const bool is_held = words && kind == "FLOCK" && makedev(device_major, device_minor) == file.st_dev;
+    if (is_held && inode == file.st_ino) return process;
+  }
+  return 0;
+}
+
+/// program_of returns the name of a process's program, without control characters. Empty when the process is gone: one
+/// that it started may hold the lock still.
+std::string program_of(pid_t process) {
+  std::ifstream file("/proc/" + std::to_string(process) + "/comm");
+  std::string name;
+  std::getline(file, name);
+  for (char &c : name)
+    if (static_cast<unsigned char>(c) < ' ' || c == 0x7F) c = '?';
+  return name;
+}
+
+std::string describe_holder(const file_guard &file) {
+  struct stat status;
+  const pid_t process = ::fstat(file.get(), &status) == 0 ? holder_of(status) : 0;
+  const std::string program = process != 0 ? program_of(process) : "";
+  return program.empty() ? "another process" : "process " + std::to_string(process) + " (" + program + ")";
+}
+
+bool is_locked(const file_guard &file, int how, const std::string &path) {
+  if (uninterrupted([&] { return ::flock(file.get(), how); }) == 0) return true;
+  if (errno == EWOULDBLOCK) return false;
+  throw system_failure("cannot lock " + path);
+}
+
+/// is_locked_within tries again and again: there is no flock with a time limit.
+bool is_locked_within(double seconds, const file_guard &file, const std::string &path) {
+  using Clock = std::chrono::steady_clock;
+  constexpr auto pause = std::chrono::milliseconds(50);
+  const std::chrono::duration<double> limit(seconds);
+  for (const auto start = Clock::now(); Clock::now() - start < limit;) {
+    std::this_thread::sleep_for(std::min<std::chrono::duration<double>>(pause, limit));
+    if (is_locked(file, LOCK_EX | LOCK_NB, path)) return true;
+  }
+  return false;
+}
+
+std::string seconds_text(double seconds) {
+  std::ostringstream text;
+  text << seconds << (seconds == 1 ? " second" : " seconds");
+  return text.str();
+}
+
+}  // namespace
+
+Lock::Lock(const std::string &database, double seconds, const Say &say) : database_(database) {
+  const std::string path = path_for(database);
+  do {
+    open();
+    wait(seconds, say);
+  } while (!is_named(file_, path));
+  remove_leftovers(database);
+}
+
+/// Whoever waits for a file that is removed here finds that the name leads elsewhere, and opens the file anew.
+Lock::~Lock() {
+  const std::string path = path_for(database_);
+  if (file_ && is_created_ && is_absent(database_) && is_named(file_, path)) ::unlink(path.c_str());
+}
+
+void Lock::open() {
+  const std::string path = path_for(database_);
+  file_ = open_file(path, O_RDWR | O_CREAT | O_EXCL, 0644);
+  is_created_ = static_cast<bool>(file_);
+  if (!file_) file_ = open_lock(path);
+  if (!file_) throw system_failure("cannot lock " + path);
+}
+
+void Lock::wait(double seconds, const Say &say) const {
+  const std::string path = path_for(database_);
+  if (is_locked(file_, LOCK_EX | LOCK_NB, path)) return;
+  if (seconds != 0) say("waiting for " + describe_holder(file_) + ", which holds " + path);
+  if (seconds < 0)
+    is_locked(file_, LOCK_EX, path);
+  else if (!is_locked_within(seconds, file_, path))
+    throw Failure("cannot lock " + path + ": " + describe_holder(file_) + " still holds it after " +
+                  seconds_text(seconds));
+}
+
+}  // namespace catalog

@@ -1,0 +1,93 @@
+#include "catalog/record.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+#include <cstring>
+
+#include <libcs/cs.h>
+
+namespace catalog {
+namespace {
+
+constexpr char last_changed[] = "rd-last-changed";
+
+int append_to(void *text, const void *bytes, int32_t size) {
+  static_cast<std::string *>(text)->append(static_cast<const char *>(bytes), static_cast<size_t>(size));
+  return 0;
+}
+
+}  // namespace
+
+std::string database_key(uint32_t number) {
+  char key[9];
+  std::snprintf(key, sizeof key, "%08x", number);
+  return key;
+}
+
+std::optional<uint32_t> number_of(std::string_view key) {
+  uint32_t number = 0;
+  const auto [end, error] = std::from_chars(key.data(), key.data() + key.size(), number, 16);
+  if (key.size() != 8 || error != std::errc() || database_key(number) != key) return std::nullopt;
+  return number;
+}
+
+std::string print(const SOIF *object) {
+  std::string text;
+  soif_writer(append_to, &text).print(object);
+  return text;
+}
+
+soif_ptr parse(std::string_view record) { return soif_reader(record).next(); }
+
+std::optional<std::string> url_of(std::string_view record) {
+  char *none[] = {nullptr};
+  soif_reader reader(record);
+  reader.accept(none);
+  const soif_ptr object = reader.next();
+  return object ? std::optional<std::string>(object->url) : std::nullopt;
+}
+
+soif_ptr parse_only(std::string_view record, std::vector<std::string> names) {
+  std::vector<char *> accepted;
+  accepted.reserve(names.size() + 1);
+  for (std::string &name : names) accepted.push_back(name.data());
+  accepted.push_back(nullptr);
+  soif_reader reader(record);
+  reader.accept(accepted.data());
+  return reader.next();
+}
+
+std::string content(SOIF *object) {
+  while (soif_delete(object, last_changed) == 0) {
+  }
+  return print(object);
+}
+
+std::string date_of(time_t time) {
+  char text[64];
+  const int size = cs_time2str(time, text, sizeof text);
+  return {text, static_cast<size_t>(size)};
+}
+
+Undated print_undated(SOIF *object, std::string_view content) {
+  const std::string none = date_of(0);
+  soif_insert(object, last_changed, none.data(), static_cast<int32_t>(none.size()));
+  Undated undated{print(object), 0};
+  // The two texts differ first within the line of the time: no other attribute has this name.
+  const auto [at, ignored] =
+      std::mismatch(undated.record.begin(), undated.record.end(), content.begin(), content.end());
+  const auto line = undated.record.rfind('\n', static_cast<size_t>(at - undated.record.begin()) - 1) + 1;
+  undated.date_offset = static_cast<uint32_t>(undated.record.find('\t', line) + 1);
+  return undated;
+}
+
+time_t time_of(const SOIF *object, const char *attribute) {
+  time_t time = 0;
+  if (const char *text = soif_findval(object, attribute)) cs_str2time(text, &time);
+  return time;
+}
+
+time_t change_time(const SOIF *object) { return time_of(object, last_changed); }
+
+}  // namespace catalog

@@ -1,0 +1,74 @@
+#include "catalog/stream/dump_format.h"
+
+#include <charconv>
+
+#include "catalog/record.h"
+#include "libcs/guard.h"
+#include "qxapi/ascii.h"
+
+namespace catalog {
+namespace {
+
+constexpr char number_name[] = "minidba-number";
+constexpr char next_number_name[] = "minidba-next-number";
+constexpr char descriptions_name[] = "minidba-descriptions";
+
+std::optional<uint32_t> decimal(const char *text) {
+  const std::string_view word = text != nullptr ? text : "";
+  uint32_t number = 0;
+  const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), number);
+  return error == std::errc() && end == word.data() + word.size() ? std::optional(number) : std::nullopt;
+}
+
+void insert(SOIF *object, const char *name, const std::string &value) {
+  soif_insert(object, name, value.data(), static_cast<int32_t>(value.size()));
+}
+
+void insert(SOIF *object, const char *name, std::optional<uint32_t> number) {
+  if (number) insert(object, name, std::to_string(*number));
+}
+
+}  // namespace
+
+bool is_header(const SoifStream::Item &item) {
+  return item.number == 1 && item.object && ascii::iequals(item.object->template_name, "RDMHEADER");
+}
+
+std::string refusal(const SoifStream::Item &item) {
+  return item.object && std::string_view(item.object->url) == "-" ? "no URL" : item.reason;
+}
+
+std::string print_header(const ExportHeader &header) {
+  const soif_ptr object = make_soif("RDMHEADER", "-", 1);
+  insert(object.get(), "rdm-version", "1.0");
+  insert(object.get(), "rdm-type", "rd-response");
+  insert(object.get(), next_number_name, header.next_number);
+  insert(object.get(), descriptions_name, header.descriptions);
+  return print(object.get()) + "\n\n";
+}
+
+ExportHeader read_header(const SOIF *object) {
+  return {decimal(soif_findval(object, next_number_name)), decimal(soif_findval(object, descriptions_name))};
+}
+
+std::string with_number(const std::string &record, uint32_t number) {
+  const std::string value = std::to_string(number);
+  std::string text = record;
+  text.insert(record.find('\n') + 1,
+              std::string(number_name) + '{' + std::to_string(value.size()) + "}:\t" + value + '\n');
+  return text;
+}
+
+std::optional<uint32_t> number_in(const SOIF *object) {
+  const char *text = soif_findval(object, number_name);
+  if (text == nullptr) return 0;
+  const std::optional<uint32_t> number = decimal(text);
+  return number == 0u ? std::nullopt : number;
+}
+
+void drop_number(SOIF *object) {
+  while (soif_delete(object, number_name) == 0) {
+  }
+}
+
+}  // namespace catalog

@@ -1,0 +1,137 @@
+#include "catalog/stream/soif_stream.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <vector>
+
+#include "catalog/os/error.h"
+#include "catalog/stream/fitting_count.h"
+
+namespace catalog {
+namespace {
+
+bool can_be_read_twice(int input) {
+  struct stat status;
+  return ::fstat(input, &status) == 0 && S_ISREG(status.st_mode) && ::lseek(input, 0, SEEK_CUR) == 0;
+}
+
+/// copy_of returns a descriptor of a copy of the whole input.
+int copy_of(int input, const std::string &name, const std::string &beside, const SoifStream::Copied &copied) {
+  ScratchFile copy(beside);
+  std::vector<char> block(1 << 16);
+  for (;;) {
+    const ssize_t got = uninterrupted([&] { return ::read(input, block.data(), block.size()); });
+    if (got < 0) throw system_failure("cannot read " + name);
+    if (got == 0) break;
+    copy.append({block.data(), static_cast<size_t>(got)});
+    copied(got);
+  }
+  return ::fcntl(copy.descriptor(), F_DUPFD_CLOEXEC, 0);
+}
+
+}  // namespace
+
+SoifStream::SoifStream(int input, const std::string &beside, const Copied &copied, std::string name)
+    : name_(std::move(name)),
+      descriptor_(can_be_read_twice(input) ? ::fcntl(input, F_DUPFD_CLOEXEC, 0)
+                                           : copy_of(input, name_, beside, copied)) {
+  file_.reset(descriptor_ == -1 ? nullptr : ::fdopen(descriptor_, "r"));
+  struct stat status;
+  if (!file_ || ::fstat(descriptor_, &status) != 0) throw system_failure("cannot read " + name_);
+  size_ = status.st_size;
+  scan_.emplace(file_.get(), size_);
+}
+
+/// find_object returns the offset of the next "@", which after a malformed object must begin a line.
+std::optional<int64_t> SoifStream::find_object(int64_t from, bool at_line_start) {
+  if (::fseeko(file_.get(), from, SEEK_SET) != 0) throw system_failure("cannot read " + name_);
+  bool line_start = !at_line_start;
+  for (int64_t at = from;; ++at) {
+    const int c = ::getc_unlocked(file_.get());
+    if (c == EOF) {
+      check_readable();
+      return std::nullopt;
+    }
+    if (c == '@' && line_start) return at;
+    if (at_line_start) line_start = c == '\n';
+  }
+}
+
+/// check_readable tells what could not be read from what is malformed.
+void SoifStream::check_readable() const {
+  if (std::ferror(file_.get()) != 0) throw system_failure("cannot read " + name_);
+}
+
+/// read_object reads the object whose "@" is at `start`.
+SoifStream::Item SoifStream::read_object(int64_t start) {
+  Item item{++number_, start, start, nullptr, scan_->fault_of(start)};
+  item.is_cut = scan_->met_end();
+  check_readable();
+  if (!item.reason.empty()) return item;
+  if (::fseeko(file_.get(), start, SEEK_SET) != 0) throw system_failure("cannot read " + name_);
+  item.object = soif_reader(file_.get()).next();
+  item.end = ::ftello(file_.get());
+  check_readable();
+  if (!item.object) item.reason = "not a SOIF object";
+  return item;
+}
+
+std::optional<SoifStream::Item> SoifStream::next() {
+  const std::optional<int64_t> start = find_object(position_, false);
+  if (!start) return std::nullopt;
+  Item item = read_object(*start);
+  if (!item.object) {
+    item.end = find_object(*start + 1, true).value_or(size_);
+    item.url = scan_->url();
+    item.misfit = misfit_before(item.end);
+  }
+  position_ = item.end;
+  return item;
+}
+
+/// misfit_before tells about the count that the scan read last, if another one fits the bytes up to the object's end.
+std::optional<SoifStream::Misfit> SoifStream::misfit_before(int64_t end) const {
+  constexpr int64_t most = 1 << 20;
+  const std::optional<Counted> &counted = scan_->last_count();
+  if (!counted || counted->value <= 0 || counted->value >= end) return std::nullopt;
+  std::string rest(static_cast<size_t>(std::min(end - counted->value, most)), '\0');
+  rest.resize(read_at(counted->value, rest.data(), rest.size()));
+  const std::optional<size_t> fits = fitting_count(rest);
+  if (!fits || std::to_string(*fits) == counted->count) return std::nullopt;
+  return Misfit{counted->attribute, counted->count, *fits};
+}
+
+/// read_at reads around the stream, whose position stays.
+size_t SoifStream::read_at(int64_t offset, char *bytes, size_t count) const {
+  const ssize_t got = uninterrupted([&] { return ::pread(descriptor_, bytes, count, offset); });
+  if (got < 0) throw system_failure("cannot read " + name_);
+  return static_cast<size_t>(got);
+}
+
+int64_t SoifStream::line_of(int64_t offset) {
+  if (offset < counted_to_) counted_to_ = 0, lines_ = 1;
+  std::array<char, 1 << 16> block;
+  while (counted_to_ < offset) {
+    const auto wanted = std::min<size_t>(block.size(), static_cast<size_t>(offset - counted_to_));
+    const size_t got = read_at(counted_to_, block.data(), wanted);
+    if (got == 0) break;
+    lines_ += std::count(block.begin(), block.begin() + static_cast<ptrdiff_t>(got), '\n');
+    counted_to_ += static_cast<int64_t>(got);
+  }
+  return lines_;
+}
+
+std::string SoifStream::bytes_of(const Item &item) {
+  std::string bytes(static_cast<size_t>(item.end - item.offset), '\0');
+  if (::fseeko(file_.get(), item.offset, SEEK_SET) != 0 ||
+      std::fread(bytes.data(), 1, bytes.size(), file_.get()) != bytes.size())
+    throw Failure("cannot read " + name_);
+  return bytes;
+}
+
+}  // namespace catalog

@@ -1,0 +1,76 @@
+#include "catalog/url_map.h"
+
+#include <algorithm>
+
+#include "catalog/os/error.h"
+#include "catalog/record.h"
+#include "hashdb/format.h"
+
+namespace catalog {
+
+std::optional<UrlMap> UrlMap::open(const HashTable &database, std::string &obstacle) {
+  obstacle.clear();
+  const std::string path = path_for(database.path());
+  if (!status_of(path)) return std::nullopt;
+  try {
+    HashTable table(path);
+    if (table.stamp() && table.stamp()->database == identity_of(database.file())) return UrlMap(std::move(table));
+  } catch (const SystemFailure &failure) {
+    obstacle = failure.what();
+  } catch (const Failure &) {
+    // Without a map it goes on more slowly.
+  }
+  return std::nullopt;
+}
+
+std::optional<uint32_t> UrlMap::number_of(std::string_view url) const {
+  const auto key = table_.get(url);
+  return key ? catalog::number_of(*key) : std::nullopt;
+}
+
+void UrlMap::each(const Visit &visit) const {
+  table_.each([&](std::string_view url, std::string_view key) { visit(url, catalog::number_of(key).value_or(0)); });
+}
+
+void seal(const File &map) {
+  std::optional<Stamp> stamp = Stamp::read(map);
+  if (!stamp) throw Failure("does not hold what was written to it: " + map.name());
+  stamp->content = content_checksum(map);
+  stamp->write(map);
+}
+
+void UrlItems::add(std::string_view url, uint32_t number) {
+  const int64_t place = texts_.append(url);
+  texts_.append(database_key(number));
+  items_.push_back({hash_of(url), static_cast<uint32_t>(url.size()), database_key_size, place});
+}
+
+void UrlItems::write(const Snapshot &snapshot, const File &database, uint32_t next_number, time_t newest_change) {
+  std::string text;
+  const Fetch fetch = [&](const Item &item) {
+    text.resize(item.key_size + item.value_size);
+    texts_.read(item.place, text.data(), text.size());
+    const std::string_view bytes = text;
+    return Record{bytes.substr(0, item.key_size), bytes.substr(item.key_size)};
+  };
+  write_hash_file(snapshot.file(), items_, fetch, {next_number, 0, identity_of(database), newest_change});
+  seal(snapshot.file());
+}
+
+void UrlScan::add(std::string_view url, uint32_t number) {
+  entries_.emplace_back(hashdb::default_hash(url.data(), url.size()), number);
+  highest_ = std::max(highest_, number);
+}
+
+void UrlScan::sort() { std::sort(entries_.begin(), entries_.end()); }
+
+std::vector<uint32_t> UrlScan::candidates(std::string_view url) const {
+  const uint32_t hash = hashdb::default_hash(url.data(), url.size());
+  std::vector<uint32_t> numbers;
+  for (auto entry = std::lower_bound(entries_.begin(), entries_.end(), std::pair(hash, 0u));
+       entry != entries_.end() && entry->first == hash; ++entry)
+    numbers.push_back(entry->second);
+  return numbers;
+}
+
+}  // namespace catalog

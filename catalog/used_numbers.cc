@@ -1,0 +1,66 @@
+#include "catalog/used_numbers.h"
+
+#include <algorithm>
+
+#include "catalog/change_times.h"
+#include "catalog/os/error.h"
+#include "catalog/record.h"
+#include "catalog/url_map.h"
+
+namespace catalog {
+namespace {
+
+void take_record(std::string_view key, std::string_view record, UsedNumbers &used) {
+  used.is_empty = false;
+  used.next_number = later(used.next_number, number_of(key).value_or(0) + 1);
+  if (const soif_ptr object = parse_only(record, {"rd-last-changed"}))
+    used.newest_change = std::max(used.newest_change, believed_change(object.get()));
+}
+
+/// take_stamp reads no more than the stamp, which outlives a damaged header.
+void take_stamp(const std::string &path, UsedNumbers &used, std::string &damage) try {
+  const auto stamp = Stamp::read(File::open(path));
+  if (!stamp) return;
+  used.next_number = later(used.next_number, stamp->next_number);
+  used.newest_change = std::max(used.newest_change, stamp->newest_change.value_or(0));
+} catch (const Failure &failure) {
+  damage = failure.what();
+}
+
+void take_records(const std::string &database, UsedNumbers &used) try {
+  const UsedNumbers found = used_in(HashTable(database));
+  used.next_number = later(used.next_number, found.next_number);
+  used.newest_change = std::max(used.newest_change, found.newest_change);
+  used.is_empty = found.is_empty;
+  if (!found.damage.empty()) used.damage = found.damage;
+} catch (const Failure &failure) {
+  used.damage = failure.what();
+}
+
+}  // namespace
+
+UsedNumbers used_in(const HashTable &table) {
+  UsedNumbers used;
+  BucketReader reader(table);
+  for (uint32_t bucket = 0, end = table.buckets(); bucket < end; ++bucket) try {
+      for (reader.start(bucket); reader.next();) take_record(reader.key(), reader.value(), used);
+    } catch (const Failure &failure) {
+      used.damage = failure.what();
+    }
+  return used;
+}
+
+UsedNumbers used_numbers(const std::string &database) {
+  if (const auto status = status_of(database); status && !S_ISREG(status->st_mode))
+    throw Failure("not a regular file: " + database);
+  File::open(database);
+  UsedNumbers used;
+  std::string ignored;
+  take_stamp(database, used, used.damage);
+  take_stamp(UrlMap::path_for(database), used, ignored);
+  take_records(database, used);
+  used.is_empty = used.is_empty && used.damage.empty();
+  return used;
+}
+
+}  // namespace catalog

@@ -1,0 +1,289 @@
+/// Files that are changed again and again, read by the hash library itself, by its dump program and by our reader.
+#include "catalog/hash/editor.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <map>
+#include <random>
+
+#include "catalog/hash/page_map.h"
+#include "dba/guard.h"
+#include "support/files.h"
+
+namespace {
+
+using catalog::HashTable;
+using catalog::Item;
+using catalog::Record;
+using hashdb::Header;
+
+using Records = std::map<std::string, std::string>;
+
+class HashEditor : public ::testing::Test {
+ protected:
+  std::string random_value(size_t longest) {
+    std::string value(random_() % (longest + 1), ' ');
+    for (char &byte : value) byte = static_cast<char>(random_());
+    return value;
+  }
+  static std::string key_of(uint32_t number) {
+    char text[16];
+    std::snprintf(text, sizeof text, "key %u", number);
+    return text;
+  }
+
+  /// items_of lists records by their keys; those without a value in `records` are to be erased.
+  std::vector<Item> items_of(const std::vector<std::string> &keys, const Records &records) {
+    keys_ = keys;
+    std::vector<Item> items;
+    for (size_t i = 0; i < keys.size(); ++i) {
+      const auto found = records.find(keys[i]);
+      items.push_back({catalog::hash_of(keys[i]), static_cast<uint32_t>(keys[i].size()),
+                       found == records.end() ? catalog::erased_value : static_cast<uint32_t>(found->second.size()),
+                       static_cast<int64_t>(i)});
+    }
+    return items;
+  }
+  catalog::Fetch fetch(const Records &records) const {
+    return [this, &records](const Item &item) -> Record {
+      const std::string &key = keys_.at(static_cast<size_t>(item.place));
+      const auto found = records.find(key);
+      return {key, found == records.end() ? std::string_view() : std::string_view(found->second)};
+    };
+  }
+
+  void write_whole(const Records &records) {
+    std::vector<std::string> keys;
+    for (const auto &[key, value] : records) keys.push_back(key);
+    std::vector<Item> items = items_of(keys, records);
+    ::unlink(path_.c_str());
+    catalog::write_hash_file(catalog::File::create(path_), items, fetch(records), {});
+  }
+
+  /// change puts the next state of the records into the file. True when that was done by editing.
+  bool change(const std::vector<std::string> &keys, const Records &next) {
+    std::vector<Item> items = items_of(keys, next);
+    const std::string edited = path_ + ".new";
+    ::unlink(edited.c_str());
+    const catalog::File file = catalog::File::create(edited);
+    if (!catalog::edit_hash_file(HashTable(path_), file, items, fetch(next), {})) {
+      EXPECT_EQ(file.size(), 0);
+      write_whole(next);
+      return false;
+    }
+    EXPECT_EQ(::rename(edited.c_str(), path_.c_str()), 0);
+    return true;
+  }
+
+  void expect_found(DB *db, const Records &records) {
+    ASSERT_NE(db, nullptr);
+    for (const auto &[name, expected] : records) {
+      const DBT key{const_cast<char *>(name.data()), name.size()};
+      DBT value{};
+      ASSERT_EQ(dba_get(db, &key, &value), 0) << name;
+      ASSERT_TRUE(std::string_view(static_cast<char *>(value.data), value.size) == expected) << name;
+    }
+  }
+
+  /// expect_sound holds the file against the records, and its bitmaps against the pages that are linked to.
+  void expect_sound(const Records &records) {
+    const HashTable table(path_);
+    Records found;
+    table.each([&](std::string_view key, std::string_view value) { found.emplace(key, value); });
+    ASSERT_TRUE(found == records);
+    expect_found(database_ptr(QX_dbopen(path_.c_str(), O_RDWR, 0, DB_HASH, nullptr)).get(), records);
+    EXPECT_EQ(used_bits(table), linked_pages(table));
+    const catalog::PageUse use(table);
+    EXPECT_FALSE(use.is_shared());
+    EXPECT_TRUE(use.is_marked());
+  }
+
+  static size_t linked_pages(const HashTable &table) {
+    size_t count = 0;
+    for (uint32_t map = 0; map < hashdb::doublings; ++map) count += table.header().bitmaps[map] != 0;
+    catalog::BucketReader reader(table);
+    for (uint32_t bucket = 0; bucket <= table.header().max_bucket; ++bucket) {
+      for (reader.start(bucket); reader.next();) {
+      }
+      count += reader.overflow().size();
+    }
+    return count;
+  }
+  /// used_bits counts the pages that are in use. Pages that are not there yet must not look free.
+  static size_t used_bits(const HashTable &table) {
+    size_t used = 0, looking_free = 0, first = 0;
+    const hashdb::Header &header = table.header();
+    const size_t pages = header.spares[header.overflow_point];
+    for (uint32_t map = 0; map < hashdb::doublings && header.bitmaps[map] != 0; ++map) {
+      std::string page(header.page_size, '\0');
+      const uint64_t number = overflow_page(header, header.bitmaps[map]);
+      table.file().read_at(static_cast<int64_t>(number << header.page_shift), page.data(), page.size());
+      for (size_t bit = 0; bit < 8 * page.size(); ++bit) {
+        const bool is_set = (static_cast<unsigned char>(page[bit / 8]) >> bit % 8 & 1) != 0;
+        used += is_set && first + bit < pages;
+        looking_free += !is_set && first + bit >= pages;
+      }
+      first += 8 * page.size();
+    }
+    EXPECT_EQ(looking_free, 0u);
+    return used;
+  }
+
+  support::TemporaryFolder folder_;
+  std::string path_ = folder_.path("file");
+  std::mt19937 random_;
+  std::vector<std::string> keys_;
+};
+
+/// The sets that are tried; RDM_RANDOM_SETS names another number.
+unsigned random_sets() {
+  const char *number = std::getenv("RDM_RANDOM_SETS");
+  return number != nullptr ? static_cast<unsigned>(std::stoul(number)) : 50;
+}
+
+TEST_F(HashEditor, RandomChangesToRandomSetsLoseNothing) {
+  size_t edits = 0;
+  for (unsigned seed = 0; seed < random_sets(); ++seed) {
+    random_.seed(seed);
+    Records records;
+    const size_t longest = size_t{1} << (4 + seed % 15), count = 20 + random_() % 200;
+    for (uint32_t i = 0; i < count; ++i) records[key_of(i)] = random_value(longest);
+    write_whole(records);
+    for (int round = 0; round < 5; ++round) {
+      std::vector<std::string> keys;
+      for (size_t i = 1 + random_() % 3; i > 0; --i) {
+        const std::string key = key_of(static_cast<uint32_t>(random_() % (count + 50)));
+        if (std::find(keys.begin(), keys.end(), key) != keys.end()) continue;
+        keys.push_back(key);
+        if (random_() % 3 == 0)
+          records.erase(key);
+        else
+          records[key] = random_value(longest);
+      }
+      edits += change(keys, records);
+      ASSERT_NO_FATAL_FAILURE(expect_sound(records)) << "seed " << seed << " round " << round;
+    }
+  }
+  EXPECT_GT(edits, random_sets() / 2);
+}
+
+TEST_F(HashEditor, LongRecordsComeAndGo) {
+  Records records;
+  for (uint32_t i = 0; i < 3000; ++i) records[key_of(i)] = random_value(4000);
+  write_whole(records);
+  for (const size_t size : {20000u, 40000u, 300000u, 1u << 20}) {
+    records["long"] = std::string(size, 'x');
+    EXPECT_TRUE(change({"long"}, records)) << size;
+    ASSERT_NO_FATAL_FAILURE(expect_sound(records)) << size;
+  }
+  const int64_t size = HashTable(path_).file().size();
+  records.erase("long");
+  EXPECT_TRUE(change({"long"}, records));
+  ASSERT_NO_FATAL_FAILURE(expect_sound(records));
+  records["other"] = std::string(300000, 'y');
+  EXPECT_TRUE(change({"other"}, records));
+  ASSERT_NO_FATAL_FAILURE(expect_sound(records));
+  EXPECT_EQ(HashTable(path_).file().size(), size) << "pages that were free are used again";
+}
+
+/// A bitmap that was damaged offered the pages of a long record as free. The change was written there and read back,
+/// the number of records was right, and the long record was lost without a word.
+TEST_F(HashEditor, PagesThatDamagedBitmapsOfferAreNotTaken) {
+  Records records;
+  for (uint32_t i = 0; i < 3000; ++i) records[key_of(i)] = random_value(4000);
+  records["long"] = std::string(300000, 'x');
+  write_whole(records);
+  const Header header = HashTable(path_).header();
+  std::string bytes = support::read_file(path_);
+  const uint64_t bitmap = overflow_page(header, header.bitmaps[0]);
+  bytes.replace(bitmap << header.page_shift, header.page_size, header.page_size, '\0');
+  support::write_file(path_, bytes);
+  EXPECT_FALSE(catalog::PageUse(HashTable(path_)).is_marked());
+  records["other"] = std::string(300000, 'y');
+  EXPECT_FALSE(change({"other"}, records)) << "the file is written anew";
+  ASSERT_NO_FATAL_FAILURE(expect_sound(records));
+}
+
+/// As above, where it is the address of the bitmap that was damaged: the bits were set in a record.
+TEST_F(HashEditor, APageOfARecordIsNoBitmap) {
+  Records records;
+  for (uint32_t i = 0; i < 3000; ++i) records[key_of(i)] = random_value(4000);
+  records["long"] = std::string(300000, 'x');
+  write_whole(records);
+  std::string bytes = support::read_file(path_);
+  Header header = HashTable(path_).header();
+  header.bitmaps[0] = static_cast<uint16_t>(header.bitmaps[0] + 2);
+  hashdb::encode(header, reinterpret_cast<unsigned char *>(bytes.data()));
+  support::write_file(path_, bytes);
+  EXPECT_TRUE(catalog::PageUse(HashTable(path_)).is_shared());
+  records["other"] = std::string(300000, 'y');
+  EXPECT_FALSE(change({"other"}, records)) << "the file is written anew";
+  ASSERT_NO_FATAL_FAILURE(expect_sound(records));
+}
+
+TEST_F(HashEditor, AFileThatHasOutgrownItsPagesIsWrittenAnew) {
+  Records records;
+  for (uint32_t i = 0; i < 500; ++i) records[key_of(i)] = random_value(1000);
+  write_whole(records);
+  bool edited = true;
+  for (uint32_t i = 500; edited && i < 20000; i += 5) {
+    std::vector<std::string> keys;
+    for (uint32_t k = i; k < i + 5; ++k) records[keys.emplace_back(key_of(k))] = random_value(1000);
+    edited = change(keys, records);
+  }
+  EXPECT_FALSE(edited);
+  ASSERT_NO_FATAL_FAILURE(expect_sound(records));
+}
+
+TEST_F(HashEditor, AFileOfTheLibraryIsWrittenAnew) {
+  Records records;
+  {
+    const database_ptr database(dba_open(path_.c_str(), "w+"));
+    for (uint32_t i = 0; i < 100; ++i) {
+      const std::string name = key_of(i), text = records[name] = random_value(100);
+      DBT key{const_cast<char *>(name.data()), name.size()};
+      const DBT value{const_cast<char *>(text.data()), text.size()};
+      ASSERT_EQ(dba_put(database.get(), &key, &value), 0);
+    }
+  }
+  records[key_of(3)] = "new";
+  EXPECT_FALSE(change({key_of(3)}, records));
+  ASSERT_NO_FATAL_FAILURE(expect_sound(records));
+}
+
+TEST_F(HashEditor, TheDumpProgramListsEveryRecord) {
+  Records records;
+  for (uint32_t i = 0; i < 500; ++i) records[key_of(i)] = std::string(300, 'x') + std::to_string(i);
+  write_whole(records);
+  for (uint32_t i = 0; i < 30; ++i) {
+    records[key_of(i * 7)] = "changed " + std::to_string(i);
+    records.erase(key_of(i * 7 + 1));
+    EXPECT_TRUE(change({key_of(i * 7), key_of(i * 7 + 1)}, records));
+  }
+  const std::string out = folder_.path("dump");
+  ASSERT_EQ(std::system(("db_dump185 -p " + path_ + " > " + out).c_str()), 0);
+  const std::string text = support::read_file(out);
+  for (const auto &[key, value] : records)
+    EXPECT_NE(text.find("\n" + key + "\n" + value + "\n"), std::string::npos) << key;
+  EXPECT_EQ(text.find("\n" + key_of(1) + "\n"), std::string::npos);
+}
+
+TEST_F(HashEditor, OnlyTheBucketsThatChangeAreWritten) {
+  Records records;
+  for (uint32_t i = 0; i < 2000; ++i) records[key_of(i)] = random_value(500);
+  write_whole(records);
+  const std::string before = support::read_file(path_);
+  records[key_of(5)] = "new";
+  ASSERT_TRUE(change({key_of(5)}, records));
+  const std::string after = support::read_file(path_);
+  ASSERT_EQ(after.size(), before.size());
+  const size_t page = HashTable(path_).header().page_size;
+  size_t changed = 0;
+  for (size_t at = 0; at < after.size(); at += page) changed += after.compare(at, page, before, at, page) != 0;
+  EXPECT_LE(changed, 4u) << "header, bitmap, the bucket and its overflow page";
+}
+
+}  // namespace

@@ -1,0 +1,43 @@
+#include "catalog/stream/fitting_count.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <string>
+
+namespace {
+
+using catalog::fitting_count;
+
+TEST(FittingCount, IsWhatIsFollowedByTheRestOfTheObject) {
+  const struct {
+    const char *what;
+    std::string rest;
+    std::optional<size_t> count;
+  } rows[] = {
+      {"the last value", "Two\n}\n", 3},
+      {"an empty value", "\n}\n", 0},
+      {"another attribute follows", "Two\nauthor{1}:\tA\n}\n", 3},
+      {"a value of several lines", "one\ntwo\n}\n", 7},
+      {"a line that looks like the end", "one\n}\ntwo\n}\n\n", 9},
+      {"a line that looks like an attribute", "one\nx{9}:\ttwo\nauthor{1}:\tA\n}\n", 13},
+      {"the next count is wrong too", "Two\nauthor{9}:\tA\n}\n", 16},
+      {"no end", "Two", std::nullopt},
+      {"no end after a line", "Two\nand more\n", std::nullopt},
+      {"nothing", "", std::nullopt},
+      {"a brace that belongs to text", "Two\n} and more\n", std::nullopt},
+  };
+  for (const auto &row : rows) EXPECT_EQ(fitting_count(row.rest), row.count) << row.what;
+}
+
+// An object that reaches to the end of a large file must not cost its size squared.
+TEST(FittingCount, GivesUpInTime) {
+  std::string lines, attributes;
+  for (int i = 0; i < 200'000; ++i) lines += "}\n", attributes += "a{0}:\t\n";
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(fitting_count(lines + "x"), std::nullopt);
+  EXPECT_EQ(fitting_count("x\n" + attributes), 1u) << "as many attributes as are followed fit";
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+}
+
+}  // namespace

@@ -1,0 +1,52 @@
+/// Descriptions as they are shown to people and other programs.
+#ifndef MINIDBA_OUTPUT_DESCRIBE_H
+#define MINIDBA_OUTPUT_DESCRIBE_H
+
+#include <cstdint>
+#include <iosfwd>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "libcs/guard.h"
+
+namespace minidba {
+
+using Json = nlohmann::ordered_json;
+
+/// json_of returns a description as an object with number, template, url and attributes, in the order of the record.
+/// An attribute that occurs several times has an array of values.
+Json json_of(uint32_t number, const SOIF *description);
+
+/// text_of returns JSON on one line. What is not UTF-8 becomes U+FFFD.
+std::string text_of(const Json &json);
+
+/// tsv_of returns a line of the number, the URL and the values of the attributes, separated by tabs. The values of an
+/// attribute and its numbered instances are joined with "; "; tab, newline, carriage return and backslash in them stand
+/// as \t, \n, \r and \\.
+std::string tsv_of(uint32_t number, const SOIF *description, const std::vector<std::string> &attributes);
+
+/// JsonList writes an array, a line for each element, as they come. One that is not wanted writes nothing.
+class JsonList {
+ public:
+  explicit JsonList(std::ostream &out, bool wanted = true) : out_(out), wanted_(wanted) {}
+  void add(const Json &element);
+  void close();
+
+ private:
+  std::ostream &out_;
+  bool wanted_;
+  bool empty_ = true;
+};
+
+/// each_attribute calls a procedure with each attribute, in the order of the record.
+template <typename Visit>
+void each_attribute(const SOIF *description, const Visit &visit) {
+  for (int32_t i = 0; i < description->attrs->nbuckets; ++i)
+    for (const cslist_node *node = description->attrs->buckets[i]->head; node != nullptr; node = node->next)
+      visit(*static_cast<const AVPair *>(node->data));
+}
+
+}  // namespace minidba
+
+#endif

@@ -1,0 +1,19 @@
+#include "tools/minidba/output/faults.h"
+
+#include <ostream>
+
+#include "tools/common/escaped.h"
+
+namespace minidba {
+
+void Faults::add(const std::string &text) {
+  if (++count_ > named) return;
+  errors_ << "minidba: " << tools::escaped(text) << '\n';
+  texts_.push_back(text);
+}
+
+void Faults::close() {
+  if (is_full()) errors_ << "minidba: and " << count_ - named << " more\n";
+}
+
+}  // namespace minidba

@@ -1,0 +1,204 @@
+#include <algorithm>
+#include <ostream>
+
+#include "catalog/change_times.h"
+#include "catalog/os/error.h"
+#include "catalog/record.h"
+#include "catalog/stream/dump_format.h"
+#include "catalog/stream/stream_check.h"
+#include "catalog/used_numbers.h"
+#include "tools/common/escaped.h"
+#include "tools/minidba/input.h"
+#include "tools/minidba/output/rejects.h"
+#include "tools/minidba/output/report.h"
+#include "tools/minidba/verbs/verbs.h"
+#include "tools/minidba/writing.h"
+
+namespace minidba {
+namespace {
+
+/// Import gathers what becomes the whole catalog.
+class Import {
+ public:
+  /// Numbers and times of change that the replaced catalog has used are not used again.
+  Import(const Catalog &catalog, const UsedNumbers &used)
+      : catalog_(catalog), changes_(catalog), next_(from_stored(used.next_number)) {
+    changes_.note_change(used.newest_change);
+  }
+
+  /// expect keeps clear of the numbers that were used where the export was made.
+  void expect(const ExportHeader &header) {
+    if (header.next_number) next_ = std::max(next_, from_stored(*header.next_number));
+  }
+  /// place puts a description under its number and returns why that cannot be, nothing when it can.
+  std::string place(uint32_t number, SOIF *object) {
+    if (changes_.number_of(object->url)) return "its URL was there before";
+    if (changes_.get(number)) return "its number was there before";
+    drop_number(object);
+    put(number, object);
+    next_ = std::max(next_, uint64_t{number} + 1);
+    return {};
+  }
+  /// place_anew puts a description under a number that was never used.
+  std::string place_anew(SOIF *object) {
+    if (next_ == none) throw Failure("no number is left in " + catalog_.path());
+    return place(static_cast<uint32_t>(next_), object);
+  }
+
+  Changes &changes() { return changes_; }
+  uint32_t next_number() const { return static_cast<uint32_t>(next_); }
+
+ private:
+  static constexpr uint64_t none = uint64_t{1} << 32;
+  /// put leaves a time of change as it is. A description without one, or with one that is not believed, gets that of
+  /// the import.
+  void put(uint32_t number, SOIF *object) {
+    const std::string url = object->url;
+    if (const time_t time = believed_change(object); time != 0) {
+      changes_.note_change(time);
+      changes_.put(number, url, print(object));
+    } else {
+      const std::string text = content(object);
+      changes_.put_undated(number, url, print_undated(object, text));
+    }
+  }
+
+  static uint64_t from_stored(uint32_t number) { return number != 0 ? number : none; }
+
+  const Catalog &catalog_;
+  Changes changes_;
+  uint64_t next_;  // the number that comes next, or `none`
+};
+
+/// Intake reads a stream into an import.
+class Intake {
+ public:
+  Intake(Import &import, Rejects &rejects, SoifStream &stream, Progress &progress)
+      : import_(import), rejects_(rejects), stream_(stream), progress_(progress) {}
+
+  void take(SoifStream::Item item) {
+    progress_.advance(1, item.end - item.offset);
+    if (is_header(item)) return import_.expect(read_header(item.object.get()));
+    std::string reason = refusal(item);
+    const std::optional<uint32_t> number = reason.empty() ? number_in(item.object.get()) : std::nullopt;
+    if (reason.empty() && !number) reason = "minidba-number is not a number from 1";
+    if (reason.empty() && *number == 0) return unnumbered_.push_back({item.number, item.offset, item.end, nullptr, {}});
+    count(item, reason.empty() ? import_.place(*number, item.object.get()) : reason);
+  }
+  /// take_unnumbered comes when all numbers that the stream gives are known.
+  void take_unnumbered() {
+    for (const SoifStream::Item &item : unnumbered_) {
+      const soif_ptr object = parse(stream_.bytes_of(item));
+      if (!object) throw Failure("cannot read " + stream_.name());
+      const std::string reason = import_.place_anew(object.get());
+      if (reason.empty()) ++renumbered_;
+      SoifStream::Item placed{item.number, item.offset, item.end, nullptr, {}};
+      placed.url = object->url;
+      count(placed, reason);
+    }
+  }
+
+  int64_t imported() const { return imported_; }
+  int64_t renumbered() const { return renumbered_; }
+
+ private:
+  void count(const SoifStream::Item &item, const std::string &reason) {
+    if (reason.empty())
+      ++imported_;
+    else
+      rejects_.add(stream_, item, reason, progress_);
+  }
+
+  Import &import_;
+  Rejects &rejects_;
+  SoifStream &stream_;
+  Progress &progress_;
+  std::vector<SoifStream::Item> unnumbered_;
+  int64_t imported_ = 0, renumbered_ = 0;
+};
+
+/// check_header refuses a stream that could end anywhere without being noticed.
+void check_header(const StreamCheck &check, const Options &options) {
+  if (!check.has_export_header() && !options.no_header)
+    throw Failure("no export header in front of the input: nothing is imported without --no-header");
+}
+
+/// check_rejects refuses to lose anything without being told where to keep it. A report as JSON tells the reasons.
+void check_rejects(const Rejects &rejects, const Options &options, const Console &console) {
+  const int64_t count = rejects.count();
+  if (count == 0 || !options.rejects.empty()) return;
+  if (options.json) report(options, console, {"imported", 0}, {{"rejected", count}}, rejects.reasons());
+  throw Failure(std::to_string(count) + (count == 1 ? " object" : " objects") +
+                " rejected: nothing is imported without --rejects");
+}
+
+struct Imported {
+  int64_t descriptions, renumbered;
+  bool is_announced;  // the export header says how many descriptions there are, and is right
+};
+
+/// check_empty refuses to make an empty catalog of one that has descriptions, and of a stream that does not say that it
+/// has none.
+void check_empty(const Imported &imported, const UsedNumbers &used, const Options &options) {
+  if (imported.descriptions > 0 || options.allow_empty) return;
+  if (!used.is_empty)
+    throw Failure("the input has no descriptions and " + options.database +
+                  " has some: nothing is imported without --allow-empty");
+  if (!imported.is_announced) throw Failure("no descriptions in the input: nothing is imported without --allow-empty");
+}
+
+void warn_of_future(time_t newest_change, const Console &console) {
+  if (is_ahead(newest_change, console.clock()))
+    console.errors << "minidba: there are times of change up to " << date_of(newest_change)
+                   << ", ahead of the clock: changes after this import get later ones\n";
+}
+
+Imported read_all(Import &import, Rejects &rejects, const Options &options, const Console &console) {
+  SoifStream stream = open_stream(inputs_of(options).front(), options, console);
+  Progress progress(console, "importing", stream.size());
+  Intake intake(import, rejects, stream, progress);
+  StreamCheck check;
+  while (std::optional<SoifStream::Item> item = stream.next()) {
+    check.take(*item);
+    check_header(check, options);
+    intake.take(std::move(*item));
+  }
+  check_header(check, options);
+  intake.take_unnumbered();
+  check.require_whole();
+  check_rejects(rejects, options, console);
+  return {intake.imported(), intake.renumbered(), check.has_export_header() && check.objects() == intake.imported()};
+}
+
+/// replaced returns what is known of the catalog that is replaced. A damaged one tells what it can.
+UsedNumbers replaced(const Options &options, const Console &console) {
+  if (!status_of(options.database)) return {};
+  if (!options.replace) throw Failure("already there: " + options.database + " (--replace replaces it)");
+  UsedNumbers used = used_numbers(options.database);
+  if (!used.damage.empty())
+    console.errors << "minidba: " << tools::escaped(used.damage)
+                   << ": which numbers it has given is known only in part\n";
+  return used;
+}
+
+}  // namespace
+
+int import_catalog(const Options &options, const Console &console) {
+  const WriteTransaction writing(options.database, write_settings(options, console, Absent::assumed));
+  const UsedNumbers used = replaced(options, console);
+  Import import(writing.catalog(), used);
+  Rejects rejects(options, console);
+  const Imported imported = read_all(import, rejects, options, console);
+  check_empty(imported, used, options);
+  rejects.finish();
+  warn_of_future(import.changes().newest_change(), console);
+  date(writing, import.changes(), console);
+  commit(writing, import.changes(), import.next_number(), console);
+  rejects.commit();
+  report(options, console, {"imported", imported.descriptions},
+         {{"imported", imported.descriptions}, {"numbered anew", imported.renumbered}, {"rejected", rejects.count()}},
+         rejects.reasons());
+  return rejects.count() == 0 ? exit_done : exit_found_fault;
+}
+
+}  // namespace minidba

@@ -1,0 +1,81 @@
+#include <optional>
+
+#include "catalog/maintenance.h"
+#include "catalog/os/error.h"
+#include "tools/minidba/opening.h"
+#include "tools/minidba/output/faults.h"
+#include "tools/minidba/output/progress.h"
+#include "tools/minidba/output/report.h"
+#include "tools/minidba/verbs/verbs.h"
+#include "tools/minidba/writing.h"
+
+namespace minidba {
+namespace {
+
+using Entries = std::vector<IndexEntry>;
+
+/// Comparison holds the entries of the next index against those of the one there is.
+class Comparison {
+ public:
+  Comparison(const Catalog &catalog, const KnownRecords &known, const Console &console)
+      : catalog_(catalog), known_(known), faults_(console.errors) {}
+
+  void compare(const IndexEntry &entry, std::string_view record) {
+    const std::string fault = known_.fault_of(entry, record);
+    if (!fault.empty()) faults_.add(catalog_.damaged(entry.number, record, fault));
+  }
+  int64_t count() const { return faults_.count(); }
+  void close() { faults_.close(); }
+
+ private:
+  const Catalog &catalog_;
+  const KnownRecords &known_;
+  Faults faults_;
+};
+
+/// compared_entries returns the entries of the records that can be read, compared with those of the index there is.
+Entries compared_entries(const Catalog &catalog, Comparison &comparison, const Console &console) {
+  Progress progress(console, "indexing");
+  return index_entries(catalog, [&](const IndexEntry &entry, std::string_view record) {
+    comparison.compare(entry, record);
+    progress.advance(1, static_cast<int64_t>(record.size()));
+  });
+}
+
+/// keep_hidden keeps the entries of damaged records: without its entry, the next index would take the record for a new
+/// one.
+void keep_hidden(Entries &entries, const KnownRecords &known, const Catalog &catalog) {
+  if (!catalog.is_partial()) return;
+  for (const IndexEntry &entry : known.entries())
+    if (catalog.hides(entry.number)) entries.push_back(entry);
+}
+
+void check(const Comparison &comparison, const Options &options) {
+  if (comparison.count() == 0 || options.accept_damage) return;
+  throw Failure(options.index + " is left as it is: " + std::to_string(comparison.count()) +
+                (comparison.count() == 1 ? " record is" : " records are") +
+                " damaged, or the index is of another catalog: bring back a backup, or index the records as they are "
+                "with --accept-damage");
+}
+
+}  // namespace
+
+int index(const Options &options, const Console &console) {
+  const std::optional<Lock> lock = lock_for_writing(options.database, write_settings(options, console));
+  Catalog catalog(options.database);
+  const KnownRecords known = known_records(options, catalog, console);
+  if (!options.accept_damage) catalog.remember(known);
+  skip_damaged(catalog, options, console);
+  Comparison comparison(catalog, known, console);
+  Entries entries = compared_entries(catalog, comparison, console);
+  comparison.close();
+  check(comparison, options);
+  keep_hidden(entries, known, catalog);
+  if (!options.dry_run) write_index(options.index, options.database, entries);
+  std::vector<Figure> details;
+  add_skipped(details, catalog);
+  report(options, console, {"indexed", static_cast<int64_t>(entries.size())}, details);
+  return status_of_work(catalog);
+}
+
+}  // namespace minidba

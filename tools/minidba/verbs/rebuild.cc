@@ -1,0 +1,95 @@
+#include <algorithm>
+#include <map>
+#include <ostream>
+#include <tuple>
+
+#include "catalog/record.h"
+#include "tools/common/escaped.h"
+#include "tools/minidba/opening.h"
+#include "tools/minidba/output/report.h"
+#include "tools/minidba/selection.h"
+#include "tools/minidba/verbs/verbs.h"
+#include "tools/minidba/writing.h"
+
+namespace minidba {
+namespace {
+
+/// Version is a description as one of those that may have the same URL.
+struct Version {
+  uint32_t url_hash;
+  time_t time;  // of its last change
+  uint32_t number;
+};
+
+bool is_newer(const Version &a, const Version &b) { return std::tie(a.time, a.number) > std::tie(b.time, b.number); }
+
+bool by_url(const Version &a, const Version &b) {
+  return a.url_hash != b.url_hash ? a.url_hash < b.url_hash : is_newer(a, b);
+}
+
+std::vector<Version> versions_of(const Catalog &catalog, const Console &console) {
+  std::vector<Version> versions;
+  Progress progress(console, "reading");
+  catalog.each_to_copy([&](uint32_t number, std::string_view record) {
+    const soif_ptr object = parse_attributes(catalog, number, record, {"rd-last-changed"});
+    versions.push_back({hash_of(object->url), change_time(object.get()), number});
+    progress.advance(1, static_cast<int64_t>(record.size()));
+  });
+  std::sort(versions.begin(), versions.end(), by_url);
+  return versions;
+}
+
+/// Dropping drops, of descriptions with the same URL, all but the newest, and names them.
+class Dropping {
+ public:
+  Dropping(const Catalog &catalog, std::ostream &errors) : catalog_(catalog), errors_(errors), changes_(catalog) {}
+
+  /// take gets the versions of one URL, or of several with one hash, the newest first.
+  void take(const Version *first, const Version *last) {
+    std::map<std::string, uint32_t> newest;
+    for (; first != last; ++first) {
+      const std::string url = url_of(catalog_.get(first->number).value_or("")).value_or("");
+      if (const auto [kept, is_first] = newest.emplace(url, first->number); !is_first) drop(*first, kept->second, url);
+    }
+  }
+  const Changes &changes() const { return changes_; }
+
+ private:
+  void drop(const Version &version, uint32_t kept, const std::string &url) {
+    changes_.erase(version.number, url);
+    errors_ << "minidba: description " << version.number << " is dropped: description " << kept
+            << " is newer and has the same URL: " << tools::escaped(url) << '\n';
+  }
+
+  const Catalog &catalog_;
+  std::ostream &errors_;
+  Changes changes_;
+};
+
+void drop_older(const std::vector<Version> &versions, Dropping &dropping) {
+  const Version *const end = versions.data() + versions.size();
+  for (const Version *first = versions.data(), *last = first; first != end; first = last) {
+    while (last != end && last->url_hash == first->url_hash) ++last;
+    if (last - first > 1) dropping.take(first, last);
+  }
+}
+
+}  // namespace
+
+int rebuild(const Options &options, const Console &console) {
+  const WriteTransaction writing(options.database, write_settings(options, console));
+  const Catalog &catalog = writing.catalog();
+  const std::vector<Version> versions = versions_of(catalog, console);
+  Dropping dropping(catalog, console.errors);
+  drop_older(versions, dropping);
+  const Changes &dropped = dropping.changes();
+  minidba::rebuild(writing, dropped, console);
+  const auto kept = static_cast<int64_t>(versions.size()) - dropped.count();
+  std::vector<Figure> details;
+  if (!dropped.empty()) details = {{"rebuilt", kept}, {"dropped", dropped.count()}};
+  add_skipped(details, catalog);
+  report(options, console, {"rebuilt", kept}, details);
+  return status_of_work(catalog);
+}
+
+}  // namespace minidba

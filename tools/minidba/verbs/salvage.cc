@@ -1,0 +1,259 @@
+#include <algorithm>
+#include <map>
+#include <ostream>
+#include <unordered_map>
+
+#include "catalog/hash/recovery.h"
+#include "catalog/hash/trailer.h"
+#include "catalog/known_records.h"
+#include "catalog/os/atomic_writer.h"
+#include "catalog/os/error.h"
+#include "catalog/record.h"
+#include "catalog/stream/dump_format.h"
+#include "catalog/stream/soif_scan.h"
+#include "catalog/url_map.h"
+#include "catalog/used_numbers.h"
+#include "tools/common/escaped.h"
+#include "tools/minidba/opening.h"
+#include "tools/minidba/output/report.h"
+#include "tools/minidba/verbs/verbs.h"
+
+namespace minidba {
+namespace {
+
+/// Witnesses are what the files beside the database know of its records, as far as they can be read.
+struct Witnesses {
+  KnownRecords index;
+  std::map<uint32_t, std::string> urls;               // of the URL map
+  std::unordered_map<std::string, uint32_t> numbers;  // the same by URL
+};
+
+/// read_map reads what is left of the URL map, whichever state of the database it belongs to.
+void read_map(const std::string &database, Witnesses &witnesses) try {
+  const HashTable table(UrlMap::path_for(database));
+  table.each_sound(
+      [&](std::string_view url, std::string_view key) {
+        const std::optional<uint32_t> number = number_of(key);
+        if (!number || *number == 0) return;
+        witnesses.urls.emplace(*number, url);
+        witnesses.numbers.emplace(url, *number);
+      },
+      [](std::string_view, std::string_view, const std::string &) {});
+} catch (const Failure &) {
+  // Without a map, or with one that is no hash file any more, the index alone knows what was there.
+}
+
+std::optional<Stamp> stamp_of(const File &database) {
+  return database.size() < 512 ? std::nullopt : Stamp::read(database);
+}
+
+void read_index_of(const Options &options, const File &database, Witnesses &witnesses) try {
+  const std::optional<std::string> path = index_of(options);
+  const auto status = path ? status_of(*path) : std::nullopt;
+  const std::optional<Stamp> stamp = stamp_of(database);
+  if (status && !(stamp && is_before(*status, *stamp)))
+    witnesses.index = KnownRecords(read_index(*path), stamp ? stamp->newest_change : std::nullopt);
+} catch (const Failure &) {
+  // It is damaged too.
+}
+
+/// can_be_imported returns true if an import takes an object. It is stricter about names than the parser: a damaged
+/// size leaves strange ones behind.
+bool can_be_imported(const SOIF *object) {
+  std::string text = print(object);
+  const stdio_ptr file(::fmemopen(text.data(), text.size(), "r"));
+  return file && SoifScan(file.get(), static_cast<int64_t>(text.size())).fault_of(0).empty();
+}
+
+/// Find is the best copy of a record that was found.
+struct Find {
+  int trust = -1;  // the more the better
+  time_t time = 0;
+  int64_t offset = 0;  // in the scratch file
+  uint32_t size = 0;
+  std::string fault;  // how it contradicts the index
+};
+
+/// Salvage keeps the best copy of each record.
+class Salvage {
+ public:
+  Salvage(const Witnesses &witnesses, const std::string &database) : witnesses_(witnesses), texts_(database) {}
+
+  void take(Wreck::Origin origin, std::string_view key, std::string_view value) {
+    const soif_ptr object = parse(value);
+    if (!object || std::string_view(object->url) == "-" || !can_be_imported(object.get())) return;
+    const std::optional<uint32_t> number = number_for(origin, key, object->url);
+    if (!number) return;
+    const time_t time = change_time(object.get());
+    const std::string fault = witnesses_.index.fault_of(*number, value);
+    const int trust = origin + (fault.empty() ? agreement(*number, value) : -10);
+    Find &best = finds_[*number];
+    if (std::pair(trust, time) <= std::pair(best.trust, best.time) && best.size > 0) return;
+    best = {trust, time, texts_.append(value), static_cast<uint32_t>(value.size()), fault};
+  }
+  /// drop_same_urls keeps of finds with one URL the best: an import takes no others. Returns how many it drops.
+  int64_t drop_same_urls(std::ostream &errors);
+
+  const std::map<uint32_t, Find> &finds() const { return finds_; }
+  std::string text_of(const Find &find) const {
+    std::string text(find.size, '\0');
+    texts_.read(find.offset, text.data(), text.size());
+    return text;
+  }
+
+ private:
+  /// number_for returns the number of a record: that of its key, or where its key is damaged that of its URL. Nothing
+  /// for what was removed: a page that is not used any more may still hold it.
+  std::optional<uint32_t> number_for(Wreck::Origin origin, std::string_view key, const std::string &url) const {
+    const std::optional<uint32_t> number = number_of(key);
+    if (origin == Wreck::in_bucket && number && *number != 0) return number;
+    const auto known = witnesses_.numbers.find(url);
+    if (known != witnesses_.numbers.end()) return known->second;
+    return number && *number != 0 && witnesses_.numbers.empty() ? number : std::nullopt;
+  }
+  /// agreement is more for the very bytes that the index knows.
+  int agreement(uint32_t number, std::string_view value) const {
+    const IndexEntry *known = witnesses_.index.find(number);
+    const IndexEntry now = entry_of(number, value, 0);
+    return known != nullptr && known->size == now.size && known->checksum == now.checksum ? 10 : 0;
+  }
+
+  const Witnesses &witnesses_;
+  ScratchFile texts_;
+  std::map<uint32_t, Find> finds_;
+};
+
+int64_t Salvage::drop_same_urls(std::ostream &errors) {
+  std::unordered_map<std::string, uint32_t> best;
+  std::vector<uint32_t> dropped;
+  for (const auto &[number, find] : finds_) {
+    const std::string url = url_of(text_of(find)).value_or("");
+    const auto [kept, is_first] = best.emplace(url, number);
+    if (is_first) continue;
+    const Find &other = finds_[kept->second];
+    const bool is_better =
+        std::tuple(find.time, find.trust, number) > std::tuple(other.time, other.trust, kept->second);
+    const uint32_t older = is_better ? kept->second : number;
+    if (is_better) kept->second = number;
+    dropped.push_back(older);
+    errors << "minidba: description " << older << " is left out: description " << kept->second
+           << " is newer and has the same URL: " << tools::escaped(url) << '\n';
+  }
+  for (const uint32_t number : dropped) finds_.erase(number);
+  return static_cast<int64_t>(dropped.size());
+}
+
+/// Loss names what is lost and counts it.
+class Loss {
+ public:
+  explicit Loss(std::ostream &errors) : errors_(errors) {}
+
+  void name_records(const Witnesses &witnesses, const std::map<uint32_t, Find> &finds) {
+    for (const auto &[number, url] : witnesses.urls)
+      if (!finds.contains(number)) name("lost: description " + std::to_string(number) + ": " + url, lost_);
+    // What only the index knows was removed since it was made, unless there is no map that could know.
+    for (const IndexEntry &entry : witnesses.index.entries())
+      if (witnesses.urls.empty() && !finds.contains(entry.number))
+        name("lost, or removed since the index was made: description " + std::to_string(entry.number), lost_);
+  }
+  /// count_nameless adds what neither the URL map nor the index knows: the header counted it.
+  void count_nameless(int64_t counted, int64_t found) {
+    const int64_t nameless = counted - found - lost_;
+    if (nameless <= 0) return;
+    errors_ << "minidba: lost: " << nameless << (nameless == 1 ? " description" : " descriptions")
+            << " that nothing names: the header counts " << counted << '\n';
+    lost_ += nameless;
+  }
+  void name_damaged(uint32_t number, const std::string &url, const std::string &fault) {
+    name("damaged, but written: description " + std::to_string(number) + " (" + url + "): " + fault, damaged_);
+  }
+  void name_pages(const Wreck &wreck) {
+    if (!wreck.header_is_sound())
+      errors_ << "minidba: the header is damaged: "
+              << (wreck.has_header() ? "it was made out from the pages\n"
+                                     : "records longer than a page are not found without it\n");
+    for (const Wreck::Range &range : wreck.unread()) {
+      errors_ << "minidba: page" << (range.first == range.last ? " " : "s ") << range.first
+              << (range.first == range.last ? "" : " to " + std::to_string(range.last)) << " could not be read\n";
+      pages_ += static_cast<int64_t>(range.last - range.first + 1);
+    }
+    has_header_ = wreck.header_is_sound();
+  }
+  bool any() const { return lost_ + damaged_ + pages_ > 0 || !has_header_; }
+  std::vector<Figure> figures(int64_t salvaged) const {
+    return {{"salvaged", salvaged}, {"lost", lost_}, {"damaged", damaged_}, {"pages not read", pages_}};
+  }
+
+ private:
+  void name(const std::string &text, int64_t &count) {
+    errors_ << "minidba: " << tools::escaped(text) << '\n';
+    ++count;
+  }
+
+  std::ostream &errors_;
+  int64_t lost_ = 0, damaged_ = 0, pages_ = 0;
+  bool has_header_ = true;
+};
+
+using Write = std::function<void(const std::string &text)>;
+
+void write_all(const Salvage &salvage, uint32_t next_number, const Write &write) {
+  write(print_header({next_number, static_cast<uint32_t>(salvage.finds().size())}));
+  for (const auto &[number, find] : salvage.finds())
+    write(with_number(print(parse(salvage.text_of(find)).get()), number));
+}
+
+void write_stream(const Salvage &salvage, uint32_t next_number, const Options &options, const Console &console) {
+  if (options.file.empty())
+    return write_all(salvage, next_number, [&](const std::string &text) { console.out << text; });
+  NewFile file(options.file);
+  write_all(salvage, next_number, [&](const std::string &text) { file.write(text); });
+  file.finish();
+  file.commit();
+}
+
+/// next_number is that of the database and its map, and behind all that was found or is known.
+uint32_t next_number(const std::string &database, const Salvage &salvage, const Witnesses &witnesses) {
+  uint32_t next = used_numbers(database).next_number;
+  if (!salvage.finds().empty()) next = later(next, salvage.finds().rbegin()->first + 1);
+  if (!witnesses.urls.empty()) next = later(next, witnesses.urls.rbegin()->first + 1);
+  if (!witnesses.index.entries().empty()) next = later(next, witnesses.index.entries().back().number + 1);
+  return next;
+}
+
+/// summarize does as report, but leaves standard output to the stream if that goes there.
+void summarize(const Options &options, const Console &console, const Loss &loss, int64_t salvaged) {
+  if (!options.file.empty()) return report(options, console, {"salvaged", salvaged}, loss.figures(salvaged));
+  if (options.quiet) return;
+  const char *separator = "minidba: ";
+  for (const Figure &figure : loss.figures(salvaged)) {
+    console.errors << separator << figure.value << ' ' << figure.name;
+    separator = ", ";
+  }
+  console.errors << '\n';
+}
+
+}  // namespace
+
+int salvage(const Options &options, const Console &console) {
+  Wreck wreck(options.database);
+  Witnesses witnesses;
+  read_map(options.database, witnesses);
+  read_index_of(options, wreck.file(), witnesses);
+  Salvage salvage(witnesses, options.database);
+  wreck.each(
+      [&](Wreck::Origin origin, std::string_view key, std::string_view value) { salvage.take(origin, key, value); });
+  const int64_t dropped = salvage.drop_same_urls(console.errors);
+  Loss loss(console.errors);
+  loss.name_pages(wreck);
+  loss.name_records(witnesses, salvage.finds());
+  loss.count_nameless(wreck.counted(), static_cast<int64_t>(salvage.finds().size()) + dropped);
+  for (const auto &[number, find] : salvage.finds())
+    if (!find.fault.empty()) loss.name_damaged(number, url_of(salvage.text_of(find)).value_or(""), find.fault);
+  if (salvage.finds().empty() && loss.any()) throw Failure("no description can be read in " + options.database);
+  write_stream(salvage, next_number(options.database, salvage, witnesses), options, console);
+  summarize(options, console, loss, static_cast<int64_t>(salvage.finds().size()));
+  return loss.any() ? exit_found_fault : exit_done;
+}
+
+}  // namespace minidba

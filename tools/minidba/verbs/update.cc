@@ -1,0 +1,61 @@
+#include <ostream>
+
+#include "catalog/stream/dump_format.h"
+#include "catalog/stream/importer.h"
+#include "catalog/stream/stream_check.h"
+#include "tools/minidba/input.h"
+#include "tools/minidba/opening.h"
+#include "tools/minidba/output/rejects.h"
+#include "tools/minidba/output/report.h"
+#include "tools/minidba/verbs/verbs.h"
+#include "tools/minidba/writing.h"
+
+namespace minidba {
+namespace {
+
+std::vector<Figure> details(const Summary &summary, const Catalog &catalog) {
+  std::vector<Figure> figures{{"new", summary.added},
+                              {"changed", summary.changed},
+                              {"unchanged", summary.unchanged},
+                              {"rejected", summary.rejected}};
+  add_skipped(figures, catalog);
+  return figures;
+}
+
+void take_all(const std::string &input, Delivery &delivery, const Options &options, const Console &console,
+              Rejects &rejects) {
+  SoifStream stream = open_stream(input, options, console);
+  Progress progress(console, "taking in", stream.size());
+  StreamCheck check;
+  while (std::optional<SoifStream::Item> item = stream.next()) {
+    check.take(*item);
+    progress.advance(1, item->end - item->offset);
+    if (const std::string reason = delivery.take(*item); !reason.empty()) rejects.add(stream, *item, reason, progress);
+  }
+  check.require_end();
+}
+
+/// keep puts the refused objects in their place. If there is no object at all, those of an earlier update stay there.
+void keep(Rejects &rejects, const Summary &summary) {
+  if (summary.accepted() > 0 || rejects.count() > 0) rejects.commit();
+}
+
+}  // namespace
+
+int update(const Options &options, const Console &console) {
+  WriteTransaction writing(options.database, write_settings(options, console, Absent::empty));
+  Delivery delivery(writing);
+  Rejects rejects(options, console);
+  for (const std::string &input : inputs_of(options)) take_all(input, delivery, options, console, rejects);
+  const Summary &summary = delivery.summary();
+  rejects.finish();
+  date(writing, delivery.changes(), console);
+  if (summary.accepted() > 0) commit(writing, delivery.changes(), delivery.next_number(), console);
+  keep(rejects, summary);
+  if (summary.accepted() == 0)
+    console.errors << "minidba: no description in the input was understood: the catalog stays as it is\n";
+  report(options, console, {"accepted", summary.accepted()}, details(summary, writing.catalog()), rejects.reasons());
+  return summary.accepted() > 0 && rejects.count() == 0 ? status_of_work(writing.catalog()) : exit_found_fault;
+}
+
+}  // namespace minidba
