@@ -31,8 +31,8 @@ void remove_leftovers(const std::string &database) {
 }
 
 /// open_lock opens a file of another user for reading, since not every file system locks what is open for that only.
-file_guard open_lock(const std::string &path) {
-  file_guard file = open_file(path, O_RDWR | O_CREAT, 0644);
+file_guard open_lock(const std::string &path, int flags = 0) {
+  file_guard file = open_file(path, O_RDWR | flags, 0644);
   return !file && errno == EACCES ? open_file(path, O_RDONLY) : std::move(file);
 }
 
@@ -115,6 +115,7 @@ std::string seconds_text(double seconds) {
 Lock::Lock(const std::string &database, double seconds, const Say &say) : database_(database) {
   const std::string path = path_for(database);
   do {
+    file_ = file_guard();
     open();
     wait(seconds, say);
   } while (!is_named(file_, path));
@@ -129,9 +130,14 @@ Lock::~Lock() {
 
 void Lock::open() {
   const std::string path = path_for(database_);
-  file_ = open_file(path, O_RDWR | O_CREAT | O_EXCL, 0644);
-  is_created_ = static_cast<bool>(file_);
-  if (!file_) file_ = open_lock(path);
+  // The file may be removed between the two calls. Who opened it with O_CREAT then would have made it, and not know.
+  for (int attempt = 0; !file_ && attempt < 100; ++attempt) {
+    file_ = open_file(path, O_RDWR | O_CREAT | O_EXCL, 0644);
+    is_created_ = static_cast<bool>(file_);
+    if (!file_ && errno == EEXIST) file_ = open_lock(path);
+  }
+  // A link that leads nowhere is there, and cannot be opened otherwise.
+  if (!file_) file_ = open_lock(path, O_CREAT);
   if (!file_) throw system_failure("cannot lock " + path);
 }
 
