@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "catalog/catalog.h"
 #include "catalog/os/atomic_file.h"
 #include "catalog/os/error.h"
 #include "catalog/os/lock.h"
@@ -41,7 +42,7 @@ std::vector<Purpose> purposes(const Options &options) {
       {"database", database},
       {"URL map", UrlMap::path_for(database)},
       {"lock", Lock::path_for(database)},
-      {"index", options.index.empty() ? database + ".idx" : options.index},
+      {"index", options.index.empty() ? index_path(database) : options.index},
       {"rejects", options.rejects},
       {"export", options.file}};
   std::vector<Purpose> all;

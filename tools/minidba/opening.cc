@@ -2,12 +2,12 @@
 
 #include <ostream>
 
-#include "catalog/os/error.h"
 #include "tools/common/escaped.h"
 #include "tools/minidba/output/faults.h"
 #include "tools/minidba/verbs/verbs.h"
 
 namespace minidba {
+
 std::optional<std::string> index_of(const Options &options) {
   if (!options.index.empty()) return options.index;
   const std::string beside = index_path(options.database);

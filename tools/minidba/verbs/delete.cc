@@ -1,6 +1,5 @@
 #include <ostream>
 
-#include "catalog/os/error.h"
 #include "tools/common/escaped.h"
 #include "tools/minidba/input.h"
 #include "tools/minidba/opening.h"

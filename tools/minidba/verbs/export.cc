@@ -1,7 +1,6 @@
 #include <ostream>
 
 #include "catalog/os/atomic_writer.h"
-#include "catalog/os/error.h"
 #include "catalog/record.h"
 #include "catalog/stream/dump_format.h"
 #include "tools/minidba/opening.h"
