@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "hosts/rdmd/rdmd_process.h"
+#include "support/directories.h"
 #include "support/files.h"
 
 namespace {
@@ -39,7 +40,7 @@ class Server {
  public:
   Server()
       : config_(folder_.write("rdm.conf", "journal=\"" + folder_.path("journal") + "\"\n")),
-        process_({"--listen", "127.0.0.1:0", "--plugin", BINARY_DIR "/tests/test_plugin.so", "--config", config_,
+        process_({"--listen", "127.0.0.1:0", "--plugin", support::in_build("tests/test_plugin.so"), "--config", config_,
                   "--max-connections", "10000", "--header-timeout", "3600"}),
         port_(process_.port()) {}
 

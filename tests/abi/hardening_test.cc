@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "support/directories.h"
 #include "support/files.h"
 
 namespace {
@@ -26,7 +27,7 @@ using ::testing::Not;
 
 class Hardening : public ::testing::TestWithParam<const char *> {
  protected:
-  static std::string file() { return std::string(BINARY_DIR "/") + GetParam(); }
+  static std::string file() { return support::in_build(GetParam()); }
 
   /// output_of returns what one of the build's tools prints about the file.
   static std::string output_of(const std::string &tool) {
@@ -132,10 +133,10 @@ std::vector<std::string> commands() {
   const std::initializer_list<const char *> folders = {"qxapi/",   "libcs/",   "hashdb/", "dba/",
                                                        "catalog/", "service/", "hosts/",  "tools/"};
   std::vector<std::string> found;
-  std::istringstream lines(support::read_file(BINARY_DIR "/compile_commands.json"));
+  std::istringstream lines(support::read_file(support::in_build("compile_commands.json")));
   for (std::string line; std::getline(lines, line);)
     if (std::any_of(folders.begin(), folders.end(), [&line](const char *folder) {
-          return line.find(std::string(" -c " SOURCE_DIR "/") + folder) != std::string::npos;
+          return line.find(" -c " + support::in_source(folder)) != std::string::npos;
         }))
       found.push_back(line);
   return found;

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "support/directories.h"
 #include "support/files.h"
 
 namespace {
@@ -51,7 +52,7 @@ const std::vector<Library> &libraries() {
   return all;
 }
 
-std::string source(const std::string &path) { return support::read_file(SOURCE_DIR "/" + path); }
+std::string source(const std::string &path) { return support::read_file(support::in_source(path)); }
 
 /// output_of runs a command and returns what it prints.
 std::string output_of(const std::string &command) {
@@ -92,7 +93,7 @@ Names declared(const Library &library) {
   return names;
 }
 
-std::string path_of(const Library &library) { return BINARY_DIR "/lib/lib" + library.name + ".so"; }
+std::string path_of(const Library &library) { return support::in_build("lib/lib" + library.name + ".so"); }
 
 /// symbols returns the names in a file's table of dynamic symbols, versions included, less the version nodes.
 Names symbols(const std::string &path, const std::string &options = "") {
@@ -113,7 +114,7 @@ Names used(const std::string &node) {
   std::istringstream programs(CALLS);
   Names names;
   for (std::string program; std::getline(programs, program, ':');)
-    for (const std::string &symbol : symbols(program))
+    for (const std::string &symbol : symbols(support::in_build(program)))
       if (const size_t at = symbol.find('@'); at != std::string::npos && symbol.ends_with("@" + node))
         names.insert(symbol.substr(0, at));
   return names;
@@ -161,7 +162,7 @@ INSTANTIATE_TEST_SUITE_P(Libraries, Abi, ::testing::ValuesIn(libraries()),
                          [](const auto &test) { return test.param.name; });
 
 TEST(SupportLibrary, IsAllThatAProgramLinksForIt) {
-  Names needed = dynamic(SUPPORT_LIBRARY_PROGRAM, "NEEDED");
+  Names needed = dynamic(support::in_build("tests/abi_support_library"), "NEEDED");
   std::erase_if(needed, [](const std::string &name) { return name.find("san.so") != std::string::npos; });
   EXPECT_THAT(needed, ::testing::ElementsAre("libc.so.6", "libcs.so.1", "libqxapi.so.3"));
 }

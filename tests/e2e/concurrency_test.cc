@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "e2e/service.h"
+#include "support/directories.h"
 
 namespace {
 
@@ -165,7 +166,7 @@ class Concurrency : public ServiceTest {
     server_->signal(SIGHUP);
   }
   void rebuild() const {
-    const std::string database = folder_.path("classics.db"), bin = std::string(BINARY_DIR) + "/bin/minidba -q -d ";
+    const std::string database = folder_.path("classics.db"), bin = support::in_build("bin/minidba") + " -q -d ";
     run(bin + database + " rebuild");
     run(bin + database + " -i " + database + ".idx index");
   }

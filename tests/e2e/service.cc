@@ -7,11 +7,12 @@
 #include <cstring>
 
 #include "dba/dba.h"
+#include "support/directories.h"
 
 namespace e2e {
 namespace {
 
-const std::string bin = std::string(BINARY_DIR) + "/bin";
+const std::string bin = support::in_build("bin");
 
 std::string replaced(std::string text, const std::string &what, const std::string &by) {
   for (std::size_t at = 0; (at = text.find(what, at)) != std::string::npos; at += by.size())
@@ -46,7 +47,7 @@ std::string filled(const std::string &name, const std::string &folder) {
   std::string text = support::read_file(examples::example(name));
   text = replaced(text, "@VAR@", folder);
   text = replaced(text, "@BIN@", bin);
-  return replaced(text, "@EXAMPLES@", std::string(SOURCE_DIR) + "/examples");
+  return replaced(text, "@EXAMPLES@", support::in_source("examples"));
 }
 
 void make_catalog(const std::string &folder, const std::string &name, const std::string &descriptions) {

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "libcs/guard.h"
+#include "support/directories.h"
 #include "support/files.h"
 
 namespace examples {
@@ -35,7 +36,7 @@ struct Catalog {
 
 inline void PrintTo(const Catalog &catalog, std::ostream *out) { *out << catalog.folder; }
 
-inline std::string example(const std::string &name) { return std::string(SOURCE_DIR "/examples/") + name; }
+inline std::string example(const std::string &name) { return support::in_source("examples/" + name); }
 
 inline int append_to_string(void *text, const void *bytes, int32_t length) {
   static_cast<std::string *>(text)->append(static_cast<const char *>(bytes), static_cast<size_t>(length));

@@ -15,6 +15,7 @@
 #include "service/csid.h"
 #include "service/schema.h"
 #include "support/diagnostics.h"
+#include "support/directories.h"
 #include "support/files.h"
 
 namespace examples {
@@ -136,8 +137,8 @@ class ExampleConfiguration : public ::testing::Test {
   std::string fill_in(const std::string &file) {
     std::string text = support::read_file(example(file + ".in"));
     text = std::regex_replace(text, std::regex("@VAR@"), folder_.path());
-    text = std::regex_replace(text, std::regex("@BIN@"), BINARY_DIR "/bin");
-    text = std::regex_replace(text, std::regex("@EXAMPLES@"), SOURCE_DIR "/examples");
+    text = std::regex_replace(text, std::regex("@BIN@"), support::in_build("bin"));
+    text = std::regex_replace(text, std::regex("@EXAMPLES@"), support::in_source("examples"));
     EXPECT_EQ(text.find("=\"@"), std::string::npos);
     return folder_.write(file, text);
   }

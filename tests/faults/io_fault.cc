@@ -7,6 +7,7 @@
 #include <cstring>
 #include <sstream>
 
+#include "support/directories.h"
 #include "support/environment.h"
 #include "support/files.h"
 
@@ -40,7 +41,7 @@ const std::vector<Kind> kinds = {
 
 support::Finished run_noting(const std::string &fault, const Call &call, const std::string &notes) {
   const support::Environment fails("IO_FAULT", (call.program + " " + fault).c_str()),
-      noted("IO_FAULT_HIT", notes.c_str()), shim("LD_PRELOAD", IO_SHIM);
+      noted("IO_FAULT_HIT", notes.c_str()), shim("LD_PRELOAD", support::in_build("lib/libio_shim.so").c_str());
   return support::run(call.arguments, call.input);
 }
 

@@ -11,6 +11,7 @@
 #include <sstream>
 
 #include "faults/operations.h"
+#include "support/directories.h"
 #include "support/memory_host.h"
 
 namespace {
@@ -46,7 +47,7 @@ using Names = std::set<std::string>;
 
 /// exports returns the procedures that a library exports, as the binary has them.
 Names exports(const Library &library) {
-  const std::string command = NM " -D --defined-only " BINARY_DIR "/lib/" + library.file;
+  const std::string command = NM " -D --defined-only " + support::in_build("lib/") + library.file;
   // NOLINTNEXTLINE(cert-env33-c): the command is the build's own tool
   const std::unique_ptr<FILE, int (*)(FILE *)> pipe(::popen(command.c_str(), "r"), ::pclose);
   Names names;

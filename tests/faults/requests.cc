@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "hosts/common/host_table.h"
+#include "support/directories.h"
 
 namespace faults {
 namespace {
@@ -97,7 +98,7 @@ const std::vector<Request> &requests() {
 }
 
 Service::Service(const qxapi_host &host, const long &live_blocks, const std::string &logs)
-    : live_blocks_(live_blocks), plugin_(BINARY_DIR "/lib/librdm.so.1") {
+    : live_blocks_(live_blocks), plugin_(support::in_build("lib/librdm.so.1")) {
   hosts::bind_host([](const hosts::Report &) {}, host);
   make_catalog(folder_);
   EXPECT_EQ(plugin_.init(configure(folder_, logs)), "");

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "support/directories.h"
 #include "support/environment.h"
 #include "support/files.h"
 #include "support/process.h"
@@ -34,7 +35,7 @@ constexpr const char *sonames[] = {"libqxapi.so.3", "libcs.so.1", "libdba.so.1",
 const std::string description = "@DOCUMENT { http://example.org/\ntitle{10}:\tAn example\n}\n";
 const std::string message = "@RDMHEADER { -\nrdm-version{3}:\t1.0\nrdm-type{15}:\tstatus-response\n}\n\n\n";
 
-std::string consumer(const std::string &name) { return SOURCE_DIR "/tests/install/consumer/" + name; }
+std::string consumer(const std::string &name) { return support::in_source("tests/install/consumer/" + name); }
 
 /// output_of returns what a program prints; it fails the test when the program fails.
 std::string output_of(const Words &command) {
@@ -87,8 +88,8 @@ bool names(const std::string &bytes, const std::string &directory) {
 
 /// build_directories returns the build's own and those of the sources.
 Words build_directories() {
-  Words directories = {BINARY_DIR};
-  for (const fs::directory_entry &entry : fs::directory_iterator(SOURCE_DIR))
+  Words directories = {support::in_build()};
+  for (const fs::directory_entry &entry : fs::directory_iterator(support::in_source()))
     if (entry.is_directory()) directories.push_back(entry.path().string() + "/");
   return directories;
 }
@@ -97,7 +98,7 @@ class Install : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
     const support::Environment staging("DESTDIR", folder_.emplace().path().c_str());
-    output_of({CMAKE, "--install", BINARY_DIR, "--prefix", "/opt/rdm"});
+    output_of({CMAKE, "--install", support::in_build(), "--prefix", "/opt/rdm"});
   }
 
   static void TearDownTestSuite() { folder_.reset(); }
@@ -144,7 +145,7 @@ TEST_F(Install, ProgramsAreBuiltByPkgConfig) {
 }
 
 TEST_F(Install, ReadmeShowsAProgramThatIsBuiltHere) {
-  const std::string readme = support::read_file(SOURCE_DIR "/README.md");
+  const std::string readme = support::read_file(support::in_source("README.md"));
   EXPECT_THAT(readme, HasSubstr("```c\n" + support::read_file(consumer("description.c")) + "```\n"));
   EXPECT_THAT(readme, HasSubstr(description));
 }
@@ -188,7 +189,7 @@ TEST_F(Install, PackagesHaveTheVersionsOfTheirLibraries) {
 
 #if __SIZEOF_POINTER__ == 8
 TEST_F(Install, ProgramsThatWereBuiltBeforeStillRun) {
-  Words check = {SOURCE_DIR "/scripts/abi", "--check"};
+  Words check = {support::in_source("scripts/abi"), "--check"};
   for (const char *soname : sonames) check.push_back(library(soname));
   output_of(check);
 }
@@ -205,7 +206,7 @@ TEST_F(Install, NoFileNamesADirectoryOfTheBuild) {
 }
 
 TEST_F(Install, EveryManualPageIsInItsSection) {
-  for (const std::string &page : files_below(SOURCE_DIR "/doc/man"))
+  for (const std::string &page : files_below(support::in_source("doc/man")))
     EXPECT_TRUE(support::file_exists(installed(MANUAL_DIR "/man") + page.back() + "/" + page)) << page;
 }
 

@@ -13,6 +13,7 @@
 
 #include "qxapi/guard.h"
 #include "support/diagnostics.h"
+#include "support/directories.h"
 #include "support/files.h"
 #include "support/growth.h"
 #include "support/memory_host.h"
@@ -267,8 +268,9 @@ TEST_F(Tax, EverythingIsReleasedWhenMemoryFails) {
 }
 
 TEST_F(Tax, TheExampleTaxonomiesLoadWithoutAMessage) {
-  for (const char *path : {SOURCE_DIR "/examples/classics/taxonomy.rdm", SOURCE_DIR "/examples/rfc/taxonomy.rdm"}) {
-    const taxonomy_ptr taxonomy(taxonomy_load(path));
+  for (const char *name : {"examples/classics/taxonomy.rdm", "examples/rfc/taxonomy.rdm"}) {
+    const std::string path = support::in_source(name);
+    const taxonomy_ptr taxonomy(taxonomy_load(path.c_str()));
     ASSERT_TRUE(taxonomy) << path;
     EXPECT_GT(walk(taxonomy).size(), 5u) << path;
   }

@@ -11,6 +11,7 @@
 #include "qxapi/guard.h"
 #include "service/schema/mapping.h"
 #include "support/diagnostics.h"
+#include "support/directories.h"
 #include "support/files.h"
 #include "support/memory_host.h"
 
@@ -539,7 +540,7 @@ TEST_F(Schema, LoadingNeedsMemory) {
 }
 
 TEST_F(Schema, TheExampleSchemasLoad) {
-  EXPECT_EQ(schema_translate_init(SOURCE_DIR "/examples/classics/schema.rdm"), 0);
+  EXPECT_EQ(schema_translate_init(support::in_source("examples/classics/schema.rdm").c_str()), 0);
   EXPECT_STREQ(schema_name(), "Classics");
   EXPECT_EQ(column_of("first-published"), "books.first_published");
   EXPECT_EQ(schema_translate_soifattr2datatype("first-published"), SCHEMA_INT);

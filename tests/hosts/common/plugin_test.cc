@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include "support/directories.h"
+
 namespace {
 
 using hosts::Plugin;
@@ -30,7 +32,7 @@ TEST(PluginLoading, TakesANameWithoutASlashAsAFileOfTheCurrentFolder) {
 }
 
 TEST(PluginLoading, RefusesALibraryWithoutTheFourEntries) {
-  const std::string path = std::string(BINARY_DIR) + "/lib/libqxapi.so.3";
+  const std::string path = support::in_build("lib/libqxapi.so.3");
   EXPECT_EQ(failure(path), path + " is not a plug-in: it has no entry rdm_init");
 }
 

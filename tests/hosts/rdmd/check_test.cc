@@ -12,6 +12,7 @@
 
 #include "hosts/rdmd/catalog_files.h"
 #include "hosts/rdmd/rdmd_process.h"
+#include "support/directories.h"
 #include "support/environment.h"
 #include "support/files.h"
 #include "support/process.h"
@@ -416,12 +417,12 @@ TEST_F(Check, ChangesNothing) {
 
 class CheckOption : public Check {
  protected:
-  static std::string plugin() { return std::string(BINARY_DIR) + "/tests/test_plugin.so"; }
+  static std::string plugin() { return support::in_build("tests/test_plugin.so"); }
   /// command returns the arguments of a check with more options.
   std::vector<std::string> command(const std::vector<std::string> &options,
                                    const std::string &library = plugin()) const {
-    std::vector<std::string> words = {BINARY_DIR "/bin/rdmd",   "--check",  "--config",
-                                      folder_.path("rdm.conf"), "--plugin", library};
+    std::vector<std::string> words = {support::in_build("bin/rdmd"), "--check",  "--config",
+                                      folder_.path("rdm.conf"),      "--plugin", library};
     words.insert(words.end(), options.begin(), options.end());
     return words;
   }
@@ -453,7 +454,7 @@ TEST_F(CheckOption, RefusesAnInvalidConfiguration) {
 TEST_F(CheckOption, RefusesAFolderForTemporaryFilesThatCannotBeWritten) {
   ASSERT_EQ(::mkdir(folder_.path("sealed").c_str(), 0555), 0);
   config("tmpdir=\"@/sealed\"\n");
-  const std::string program = BINARY_DIR "/bin/rdmd";
+  const std::string program = support::in_build("bin/rdmd");
   const support::Finished finished =
       support::run(support::as_owner({program, "--check", "--config", folder_.path("rdm.conf"), "--plugin", plugin()}));
   EXPECT_EQ(finished.status, 1);
@@ -505,7 +506,7 @@ TEST_F(CheckOption, APrivilegedPortTakesPermission) {
 
 TEST_F(CheckOption, AUserIsNamedForACheckOnly) {
   const support::Finished served = support::run(
-      {BINARY_DIR "/bin/rdmd", "--config", folder_.path("rdm.conf"), "--plugin", plugin(), "--user", "nobody"});
+      {support::in_build("bin/rdmd"), "--config", folder_.path("rdm.conf"), "--plugin", plugin(), "--user", "nobody"});
   EXPECT_EQ(served.status, 2);
   EXPECT_EQ(served.errors.find("rdmd: --user requires --check"), 0U) << served.errors;
   const support::Finished unknown = support::run(command({"--user", "nobody knows"}));

@@ -18,6 +18,7 @@
 
 #include "hosts/rdmd/server_fixture.h"
 #include "qxapi/guard.h"
+#include "support/directories.h"
 #include "support/environment.h"
 #include "support/process.h"
 
@@ -263,8 +264,8 @@ TEST_F(HostLifecycle, LogsThatNobodyReadsDelayNoAnswerAndNoEnd) {
   const int port = free_port();
   const std::string conf = config("log=\"" + folder_.path("plugin-log") + "\"\n");
   const pid_t server = support::start(
-      {BINARY_DIR "/bin/rdmd", "--listen", "127.0.0.1:" + std::to_string(port), "--plugin", plugin(), "--config", conf,
-       "--error-log", folder_.path("error-log"), "--access-log", folder_.path("access-log")},
+      {support::in_build("bin/rdmd"), "--listen", "127.0.0.1:" + std::to_string(port), "--plugin", plugin(), "--config",
+       conf, "--error-log", folder_.path("error-log"), "--access-log", folder_.path("access-log")},
       "/dev/null", folder_.path("out"), folder_.path("errors"));
   EXPECT_TRUE(support::eventually([&] { return !refuses(port); }));
   const std::string long_path = "/rdm/" + std::string(7000, 'x');
@@ -390,7 +391,7 @@ TEST_F(HostLifecycle, ALogThatCannotBeReopenedGoesOnInTheOldFile) {
 TEST_F(HostLifecycle, NoLogTakesThePlaceOfAClosedStandardStream) {
   // The access log did, and what was meant for standard error went into it.
   const std::string log = folder_.path("access.log");
-  const std::string command = std::string(BINARY_DIR) + "/bin/rdmd --listen 127.0.0.1:0 --plugin " + plugin() +
+  const std::string command = support::in_build("bin/rdmd") + " --listen 127.0.0.1:0 --plugin " + plugin() +
                               " --config " + config("fail=\"The stars are wrong.\"\n") + " --access-log " + log +
                               " 2>&-";
   EXPECT_EQ(support::run({"/bin/sh", "-c", command}).status, 1);

@@ -21,6 +21,7 @@
 #include <iterator>
 #include <system_error>
 
+#include "support/directories.h"
 #include "support/files.h"
 
 namespace support {
@@ -72,7 +73,7 @@ void parse_head(HttpResponse &response) {
 }  // namespace
 
 RdmdProcess::RdmdProcess(const std::vector<std::string> &arguments, unsigned descriptors) {
-  std::vector<std::string> all = {std::string(BINARY_DIR) + "/bin/rdmd"};
+  std::vector<std::string> all = {in_build("bin/rdmd")};
   all.insert(all.end(), arguments.begin(), arguments.end());
   const Pipe output, errors;
   pid_ = ::fork();

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "hosts/rdmd/rdmd_process.h"
+#include "support/directories.h"
 #include "support/files.h"
 
 namespace support {
@@ -29,7 +30,7 @@ class ServerTest : public ::testing::Test {
     port_ = server_->port();
   }
 
-  static std::string plugin() { return std::string(BINARY_DIR) + "/tests/test_plugin.so"; }
+  static std::string plugin() { return in_build("tests/test_plugin.so"); }
 
   /// stop ends the server as its operator does and returns its exit status.
   int stop() {

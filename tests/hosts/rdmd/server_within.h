@@ -7,6 +7,7 @@
 
 #include "hosts/common/plugin.h"
 #include "hosts/rdmd/server.h"
+#include "support/directories.h"
 #include "support/files.h"
 
 namespace support {
@@ -37,7 +38,7 @@ class ServerWithin {
   const rdmd::Settings settings_;
   rdmd::ErrorLog errors_{folder_.path("errors")};
   rdmd::AccessLog access_{""};
-  hosts::Plugin plugin_{BINARY_DIR "/tests/test_plugin.so"};
+  hosts::Plugin plugin_{in_build("tests/test_plugin.so")};
   rdmd::Server server_{settings_, plugin_, errors_, access_};
 };
 

@@ -9,6 +9,7 @@
 
 #include "dba/guard.h"
 #include "libcs/guard.h"
+#include "support/directories.h"
 
 std::string rd(const std::string &url, const Attributes &attributes) {
   std::string text = "@DOCUMENT { " + url + "\n";
@@ -26,7 +27,7 @@ std::string export_header(const std::string &next_number, const std::string &des
 }
 
 std::vector<std::string> CatalogFiles::command(const std::vector<std::string> &words) const {
-  std::vector<std::string> arguments{BINARY_DIR "/bin/minidba", "-d", path()};
+  std::vector<std::string> arguments{support::in_build("bin/minidba"), "-d", path()};
   arguments.insert(arguments.end(), words.begin(), words.end());
   return arguments;
 }
@@ -69,7 +70,7 @@ void CatalogFiles::remove(const std::string &key) const {
 }
 
 std::string CatalogFiles::shell_command(const std::string &words) const {
-  return BINARY_DIR "/bin/minidba -d " + path() + " -i " + path(".idx") + " " + words;
+  return support::in_build("bin/minidba") + " -d " + path() + " -i " + path(".idx") + " " + words;
 }
 
 support::Finished CatalogFiles::update(const std::string &stream) const {

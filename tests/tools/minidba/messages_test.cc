@@ -6,6 +6,7 @@
 
 #include "catalog_files.h"
 #include "faults/io_fault.h"
+#include "support/directories.h"
 
 namespace {
 
@@ -93,7 +94,7 @@ TEST_F(Messages, AFileThatCannotBeReadBackIsNotPutInThePlace) {
 }
 
 TEST_F(Messages, AFolderWithoutRoomForTemporaryFilesIsNamed) {
-  const std::string program = BINARY_DIR "/bin/minidba";
+  const std::string program = support::in_build("bin/minidba");
   const Finished finished = support::run({program, "-d", "/nonexistent/catalog.db", "update", "--dry-run"}, two);
   EXPECT_EQ(finished.status, 2);
   EXPECT_EQ(finished.errors, "minidba: cannot create a temporary file in /nonexistent: No such file or directory\n");

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "catalog_files.h"
+#include "support/directories.h"
 
 #include <libcs/cs.h>
 
@@ -18,7 +19,7 @@ class ServiceCommands : public testing::Test {
     const char *path = std::getenv("PATH");
     before_ = path != nullptr ? path : "";
     testing::internal::CaptureStderr();
-    setenv("PATH", (BINARY_DIR "/bin:" + before_).c_str(), 1);
+    setenv("PATH", (support::in_build("bin") + ":" + before_).c_str(), 1);
   }
   ~ServiceCommands() override {
     setenv("PATH", before_.c_str(), 1);

@@ -2,13 +2,14 @@
 #include <gtest/gtest.h>
 
 #include "catalog_files.h"
+#include "support/directories.h"
 
 namespace {
 
 using support::Finished;
 using testing::HasSubstr;
 
-const std::string program = BINARY_DIR "/bin/minidba";
+const std::string program = support::in_build("bin/minidba");
 const std::string verbs =
     "one of update, expire, index, unclassified, get, list, delete, stats, verify, rebuild, export, salvage, import";
 

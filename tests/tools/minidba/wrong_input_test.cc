@@ -11,6 +11,7 @@
 #include <tuple>
 
 #include "catalog_files.h"
+#include "support/directories.h"
 #include "verb.h"
 
 namespace {
@@ -167,7 +168,7 @@ TEST_F(WrongInput, ACatalogThatCannotBeReadCountsAsOneWithDescriptions) {
 TEST_F(WrongInput, AnImportBehindAnExportThatFailsChangesNothing) {
   const State before = state_of(catalog_);
   const std::string import = catalog_.shell_command("import --replace");
-  const std::string absent = BINARY_DIR "/bin/minidba -d /nonexistent/catalog.db export";
+  const std::string absent = support::in_build("bin/minidba") + " -d /nonexistent/catalog.db export";
   const std::string cut = "(" + catalog_.shell_command("export") + " | head -c 300)";
   for (const std::string &exporting : {absent, cut, std::string("false")}) {
     const Finished finished = support::run({"/bin/sh", "-c", exporting + " | " + import});

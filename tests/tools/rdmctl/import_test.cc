@@ -11,6 +11,7 @@
 
 #include "hosts/rdmd/rdmd_process.h"
 #include "qxapi/guard.h"
+#include "support/directories.h"
 #include "support/environment.h"
 #include "tools/rdmctl/service_files.h"
 
@@ -50,7 +51,7 @@ TEST_F(Import, ADeliveryBecomesPartOfTheCatalogAndIsServed) {
   EXPECT_EQ(finished.out, "Accepted 2 RDs from harvester@localhost\n");
   EXPECT_EQ(finished.errors, "minidba: 2 new, 0 changed, 0 unchanged, 0 rejected\n");
 
-  const std::string plugin = BINARY_DIR "/lib/librdm.so.1";
+  const std::string plugin = support::in_build("lib/librdm.so.1");
   support::RdmdProcess server({"--listen", "127.0.0.1:0", "--plugin", plugin, "--config", service_.config()});
   const auto answer = support::http_get(server.port(), "/rdm/rd-request?ql=gatherer&scope=all&view-attributes=title");
   EXPECT_EQ(answer.body,
@@ -197,7 +198,8 @@ class Interrupted : public Import {
     const std::string started = bin.path("started"), hold = bin.path("hold");
     ::mkfifo(hold.c_str(), 0600);
     const ServiceFiles service(command(bin, "case \" $* \" in *\" " + verb + " \"*) touch " + started + "; read x <" +
-                                                hold + ";; esac\nexec " BINARY_DIR "/bin/minidba \"$@\""));
+                                                hold + ";; esac\nexec " + support::in_build("bin/minidba") +
+                                                " \"$@\""));
     const std::string out = bin.path("out"), errors = bin.path("errors");
     const pid_t import = support::start(
         {program, "import", "--config", service.config(), "--csid", csid, service.write("delivery", book(1))},
@@ -336,7 +338,7 @@ TEST_F(Import, ACommandThatFailsAfterTheUpdateIsNoticed) {
   for (const auto &[verb, fault] : rows) {
     const support::TemporaryFolder bin;
     const std::string script =
-        "case \" $* \" in *\" " + verb + " \"*) exit 2;; esac\nexec " BINARY_DIR "/bin/minidba \"$@\"";
+        "case \" $* \" in *\" " + verb + " \"*) exit 2;; esac\nexec " + support::in_build("bin/minidba") + " \"$@\"";
     const ServiceFiles service(command(bin, script));
     const std::string delivery = service.write("delivery", book(1) + expired);
     for (int round = 0; round < 2; ++round) {

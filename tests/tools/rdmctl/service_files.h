@@ -7,16 +7,17 @@
 #include <string>
 #include <vector>
 
+#include "support/directories.h"
 #include "support/files.h"
 #include "support/process.h"
 
-inline const std::string program = BINARY_DIR "/bin/rdmctl";
+inline const std::string program = support::in_build("bin/rdmctl");
 inline const std::string csid = "x-catalog://localhost:80/books";
 
 class ServiceFiles {
  public:
   /// A service whose commands are found in `bin`.
-  explicit ServiceFiles(const std::string &bin = BINARY_DIR "/bin") {
+  explicit ServiceFiles(const std::string &bin = support::in_build("bin")) {
     folder_.write("csid.conf", "csid=\"" + csid + "\"\ncatalog-database=\"" + database() +
                                    "\"\ncsid=\"bare\"\nserver-description=\"nowhere\"\n");
     folder_.write("rdm.conf", "bindir=\"" + bin + "\"\ncsid-config=\"" + folder_.path("csid.conf") +

@@ -1,0 +1,15 @@
+#include "support/directories.h"
+
+namespace support {
+namespace {
+
+std::string join(std::string directory, std::string_view path) {
+  return path.empty() ? directory : directory.append("/").append(path);
+}
+
+}  // namespace
+
+std::string in_source(std::string_view path) { return join(SOURCE_DIR, path); }
+std::string in_build(std::string_view path) { return join(BINARY_DIR, path); }
+
+}  // namespace support
