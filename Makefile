@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Other names for the commands that do the work; `make` alone lists them.
 
 PREFIX ?= /usr/local

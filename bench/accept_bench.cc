@@ -1,8 +1,7 @@
+// SPDX-License-Identifier: MIT
 /// Accepting clients: the processor time of the server for a short connection while no other is open, and while 5,000
 /// are idle, or as many as the limit of open files allows. Ends with the ratio of the two and status 1 where it is
 /// above the limit: accepting a client must not go through the others.
-#include <benchmark/benchmark.h>
-#include <gtest/gtest.h>
 #include <sys/resource.h>
 
 #include <algorithm>
@@ -16,9 +15,14 @@
 #include <string>
 #include <vector>
 
+#include <benchmark/benchmark.h>
+#include <gtest/gtest.h>
+
 #include "hosts/rdmd/rdmd_process.h"
 #include "support/directories.h"
 #include "support/files.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -39,7 +43,7 @@ std::size_t allowed_clients() {
 class Server {
  public:
   Server()
-      : config_(folder_.write("rdm.conf", "journal=\"" + folder_.path("journal") + "\"\n")),
+      : config_(directory_.write("rdm.conf", "journal=\"" + directory_.path("journal") + "\"\n")),
         process_({"--listen", "127.0.0.1:0", "--plugin", support::in_build("tests/test_plugin.so"), "--config", config_,
                   "--max-connections", "10000", "--header-timeout", "3600"}),
         port_(process_.port()) {}
@@ -62,7 +66,7 @@ class Server {
     std::exit(1);
   }
 
-  support::TemporaryFolder folder_;
+  support::TemporaryDirectory directory_;
   std::string config_;
   support::RdmdProcess process_;
   int port_;

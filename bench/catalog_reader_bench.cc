@@ -1,6 +1,6 @@
+// SPDX-License-Identifier: MIT
 /// Reading a catalog of 20,000 records: by the checked reader, by the hash library, and its pages without looking at
 /// them. Ends with the ratios and what the checks cost for each open and each page.
-#include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -12,10 +12,14 @@
 #include <string>
 #include <vector>
 
+#include <benchmark/benchmark.h>
+
 #include "dba/guard.h"
 #include "hashdb/cursor.h"
 #include "hashdb/format.h"
 #include "qxapi/guard.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -39,11 +43,11 @@ DBT item(const std::string &text) { return {const_cast<char *>(text.data()), tex
 class TemporaryCatalog {
  public:
   TemporaryCatalog() {
-    const file_guard file(::mkstemp(path_.data()));
+    const HostFileGuard file(::mkstemp(path_.data()));
     if (!file) fail("no temporary file");
     HASHINFO info{};
     info.bsize = page_size;
-    const database_ptr db(QX_dbopen(path(), O_RDWR | O_TRUNC, 0600, DB_HASH, &info));
+    const DatabasePtr db(QX_dbopen(path(), O_RDWR | O_TRUNC, 0600, DB_HASH, &info));
     if (!db) fail("no catalog");
     std::mt19937 random(1);
     for (unsigned number = 1; number <= records; ++number) {
@@ -73,11 +77,11 @@ DB *open_with_library() { return ::dbopen(catalog(), O_RDONLY, 0, DB_HASH, nullp
 using Open = DB *(*)();
 
 void open_and_close(benchmark::State &state, Open open) {
-  for (auto _ : state) benchmark::DoNotOptimize(database_ptr(open()));
+  for (auto _ : state) benchmark::DoNotOptimize(DatabasePtr(open()));
 }
 
 void get(benchmark::State &state, Open open) {
-  const database_ptr db(open());
+  const DatabasePtr db(open());
   std::mt19937 random(2);
   for (auto _ : state) {
     const std::string name = key_of(random() % records + 1);
@@ -89,7 +93,7 @@ void get(benchmark::State &state, Open open) {
 }
 
 void walk(benchmark::State &state, Open open) {
-  const database_ptr db(open());
+  const DatabasePtr db(open());
   for (auto _ : state) {
     DBT key{}, value{};
     unsigned count = 0;
@@ -128,7 +132,7 @@ std::vector<off_t> pages_of_walk(const hashdb::Source &source) {
 }
 
 void read_pages(benchmark::State &state) {
-  const file_guard file(host_open_read(catalog()));
+  const HostFileGuard file(host_open_read(catalog()));
   const hashdb::Source source{file.get(), host_seek(file.get(), 0, SEEK_END), header_of(file.get())};
   const std::vector<off_t> offsets = pages_of_walk(source);
   std::vector<char> page(source.header.page_size);
@@ -141,7 +145,7 @@ void read_pages(benchmark::State &state) {
 }
 
 void check_header(benchmark::State &state) {
-  const file_guard file(host_open_read(catalog()));
+  const HostFileGuard file(host_open_read(catalog()));
   hashdb::Header header = header_of(file.get());
   const int64_t size = ::lseek(file.get(), 0, SEEK_END);
   for (auto _ : state) {

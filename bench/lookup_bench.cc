@@ -1,6 +1,6 @@
+// SPDX-License-Identifier: MIT
 /// What is looked up by name: the fields of a query, of a request head and of an alias file, and the classes of a
 /// taxonomy. Each is measured at several sizes; the order of growth is printed behind them.
-#include <benchmark/benchmark.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -8,12 +8,15 @@
 #include <iostream>
 #include <string>
 
+#include <benchmark/benchmark.h>
+#include <libcs/cs.h>
+#include <libcs/tax.h>
+
 #include "hosts/rdmd/request_head.h"
 #include "qxapi/guard.h"
 #include "service/alias.h"
 
-#include <libcs/cs.h>
-#include <libcs/tax.h>
+using namespace rdm;
 
 namespace {
 
@@ -41,7 +44,7 @@ void decode_form(benchmark::State &state, const std::string &field) {
   std::string text;
   for (std::int64_t i = 0; i < state.range(0); ++i) text += field;
   for (auto _ : state) {
-    const pblock_ptr block(host_param_create(7));
+    const PblockPtr block(host_param_create(7));
     std::string copy = text;
     pblock_form2pblock(copy.data(), static_cast<int32_t>(copy.size()), block.get());
   }

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "catalog/catalog.h"
 
 #include <algorithm>
@@ -5,23 +6,23 @@
 #include "catalog/record.h"
 #include "catalog/used_numbers.h"
 
-namespace catalog {
+namespace rdm::catalog {
 namespace {
 
 /// What the message of a Failure over something damaged ends with.
 constexpr char way_on[] = " (--skip-damaged goes on without it)";
 
-soif_ptr checked(soif_ptr object, const Catalog &catalog, uint32_t number, std::string_view record) {
+SoifPtr checked(SoifPtr object, const Catalog &catalog, uint32_t number, std::string_view record) {
   if (!object) throw catalog.refused(number, record, "it is not a SOIF object");
   return object;
 }
 
 }  // namespace
 
-Catalog::Catalog(std::string database, Absent absent) : path_(std::move(database)) {
-  if (absent == Absent::assumed) return;
+Catalog::Catalog(std::string database, IfMissing if_missing) : path_(std::move(database)) {
+  if (if_missing == IfMissing::assumed) return;
   if (!status_of(path_)) {
-    if (absent == Absent::error) throw Failure("not there: " + path_);
+    if (if_missing == IfMissing::error) throw Failure("not there: " + path_);
     return;
   }
   table_.emplace(path_);
@@ -63,9 +64,10 @@ std::optional<uint32_t> Catalog::mapped(std::string_view url) const {
 uint32_t Catalog::next_number() const {
   if (!table_) return 1;
   if (urls_) return urls_->next_number();
-  // Another program has changed the database, or made it, and may have given numbers of which the stamp knows nothing.
+  // Another program has changed the database, or made it, and may have given numbers of which the trailer knows
+  // nothing.
   const uint32_t free = scan().next_number();
-  return table_->stamp() ? later(table_->stamp()->next_number, free) : free;
+  return table_->trailer() ? later(table_->trailer()->next_number, free) : free;
 }
 
 time_t Catalog::newest_change() const {
@@ -80,10 +82,10 @@ time_t Catalog::find_newest_change() const {
 }
 
 std::optional<time_t> Catalog::newest_given() const {
-  return table_ && table_->stamp() ? table_->stamp()->newest_change : std::nullopt;
+  return table_ && table_->trailer() ? table_->trailer()->newest_change : std::nullopt;
 }
 
-void Catalog::each(const Visit &visit) const {
+void Catalog::each(const Visitor &visit) const {
   if (!table_) return;
   const auto refuse = [this](std::string_view key, std::string_view record, const std::string &what) {
     if (is_partial()) return;
@@ -98,7 +100,7 @@ void Catalog::each(const Visit &visit) const {
   table_->each_sound(take, refuse);
 }
 
-void Catalog::each_to_copy(const Visit &visit, const Chosen &is_left) const {
+void Catalog::each_to_copy(const Visitor &visit, const Predicate &is_left) const {
   bool is_whole = true;
   each([&](uint32_t number, std::string_view record) {
     if (is_left && is_left(number)) {
@@ -112,7 +114,7 @@ void Catalog::each_to_copy(const Visit &visit, const Chosen &is_left) const {
   is_checked_ = is_checked_ || is_whole;
 }
 
-void Catalog::check_copied(std::string_view key, std::string_view record, const Chosen &is_left) const {
+void Catalog::check_copied(std::string_view key, std::string_view record, const Predicate &is_left) const {
   const auto number = catalog::number_of(key);
   if (!number || *number == 0) throw Failure(damaged_key(key, record, "its key is not a number") + way_on);
   if (is_checked_ || is_left(*number)) return;
@@ -124,7 +126,7 @@ std::string Catalog::fault_of(uint32_t number, std::string_view record) const {
   return fault.empty() && !url_of(record) ? "it is not a SOIF object" : fault;
 }
 
-void Catalog::skip_damaged(const Told &told) {
+void Catalog::skip_damaged(const FaultCallback &told) {
   if (!table_) return;
   int64_t count = 0;
   bool is_whole = true;
@@ -152,7 +154,7 @@ void Catalog::skip_damaged(const Told &told) {
 }
 
 /// name_lost names what the URL map has and no page. The next map will not have it any more.
-void Catalog::name_lost(const Told &told) const try {
+void Catalog::name_lost(const FaultCallback &told) const try {
   if (!urls_) return;
   urls_->each([&](std::string_view url, uint32_t number) {
     if (!skipped_.contains(number) && is_lost(number))
@@ -210,7 +212,7 @@ bool Catalog::hides(uint32_t number) const {
 }
 
 bool Catalog::predates(const struct stat &file) const {
-  return table_ && table_->stamp() && is_before(file, *table_->stamp());
+  return table_ && table_->trailer() && is_before(file, *table_->trailer());
 }
 
 const UrlScan &Catalog::scan() const {
@@ -226,7 +228,7 @@ const UrlScan &Catalog::scan() const {
   return *scan_;
 }
 
-void Catalog::each_url(const UrlMap::Visit &visit) const {
+void Catalog::each_url(const UrlMap::Visitor &visit) const {
   const UrlScan &numbers = scan();
   each([&](uint32_t number, std::string_view record) {
     const std::string url = *url_of(record);
@@ -247,7 +249,7 @@ bool Catalog::has_damaged_map() const {
 
 bool Catalog::drop_damaged_map() {
   if (!has_damaged_map()) return false;
-  newest_change_ = newest_change();  // which the map's stamp knows, whatever has become of the rest
+  newest_change_ = newest_change();  // which the map's trailer knows, whatever has become of the rest
   urls_.reset();
   return true;
 }
@@ -256,10 +258,10 @@ void Catalog::renew_url_map(const Lock &) {
   if (!table_ || (urls_ && urls_->has_checksum())) return;
   UrlItems items(path_);
   each_url([&](std::string_view url, uint32_t number) { items.add(url, number); });
-  Snapshot snapshot(UrlMap::path_for(path_), path_);
-  items.write(snapshot, table_->file(), free_number(), newest_change());
-  snapshot.sync();
-  snapshot.commit();
+  AtomicFile output(UrlMap::path_for(path_), path_);
+  items.write(output, table_->file(), free_number(), newest_change());
+  output.sync();
+  output.commit();
   urls_ = UrlMap::open(*table_, map_obstacle_);
   map_is_damaged_.reset();
 }
@@ -277,13 +279,13 @@ KnownRecords known_records(const Catalog &catalog, const std::string &index,
   return KnownRecords();
 }
 
-soif_ptr parse_record(const Catalog &catalog, uint32_t number, std::string_view record) {
+SoifPtr parse_record(const Catalog &catalog, uint32_t number, std::string_view record) {
   return checked(parse(record), catalog, number, record);
 }
 
-soif_ptr parse_attributes(const Catalog &catalog, uint32_t number, std::string_view record,
-                          const std::vector<std::string> &names) {
+SoifPtr parse_attributes(const Catalog &catalog, uint32_t number, std::string_view record,
+                         const std::vector<std::string> &names) {
   return checked(parse_only(record, names), catalog, number, record);
 }
 
-}  // namespace catalog
+}  // namespace rdm::catalog

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// A catalog as it stands in its files: the descriptions by number and by URL.
 #ifndef CATALOG_CATALOG_H
 #define CATALOG_CATALOG_H
@@ -21,17 +22,17 @@
 #include "catalog/url_map.h"
 #include "libcs/guard.h"
 
-namespace catalog {
+namespace rdm::catalog {
 
 /// What opening a catalog that is not there does. Where it is assumed not to be there, what is there is not looked at:
 /// a commit replaces it, sound or damaged.
-enum class Absent { error, empty, assumed };
+enum class IfMissing { error, empty, assumed };
 
 /// Catalog is a snapshot open for reading. The file it opened stays readable when another takes its place. Reading
 /// needs neither the lock nor permission to write; what is damaged is a Failure that names the file.
 class Catalog {
  public:
-  explicit Catalog(std::string database, Absent absent = Absent::error);
+  explicit Catalog(std::string database, IfMissing if_missing = IfMissing::error);
 
   /// exists is false for a catalog that is yet to be made.
   bool exists() const { return table_.has_value(); }
@@ -55,23 +56,23 @@ class Catalog {
   /// if it does not. Another program may have written later times.
   std::optional<time_t> newest_given() const;
 
-  using Visit = std::function<void(uint32_t number, std::string_view record)>;
+  using Visitor = std::function<void(uint32_t number, std::string_view record)>;
   /// each visits every description, in the file's order.
-  void each(const Visit &visit) const;
+  void each(const Visitor &visit) const;
 
   /// remember has what is copied held against an index.
   void remember(KnownRecords known) { known_ = std::move(known); }
   /// each_to_copy does as each, but a record that contradicts the index is a Failure. `is_left` chooses the
   /// numbers that are passed over unseen; it may be empty.
-  using Chosen = std::function<bool(uint32_t number)>;
-  void each_to_copy(const Visit &visit, const Chosen &is_left = {}) const;
+  using Predicate = std::function<bool(uint32_t number)>;
+  void each_to_copy(const Visitor &visit, const Predicate &is_left = {}) const;
   /// check_copied does for one record of a copy what each_to_copy does.
-  void check_copied(std::string_view key, std::string_view record, const Chosen &is_left) const;
+  void check_copied(std::string_view key, std::string_view record, const Predicate &is_left) const;
 
   /// skip_damaged reads the whole catalog and leaves out every damaged record from then on, as if it were not there;
   /// `told` gets what is left out. The URL map is not used any more if anything is.
-  using Told = std::function<void(const std::string &fault)>;
-  void skip_damaged(const Told &told);
+  using FaultCallback = std::function<void(const std::string &fault)>;
+  void skip_damaged(const FaultCallback &told);
   /// is_partial returns true if something was left out, left_out how many records and pages.
   bool is_partial() const { return left_out_ > 0; }
   int64_t left_out() const { return left_out_; }
@@ -87,7 +88,7 @@ class Catalog {
 
   /// each_url visits every URL with the number of its description, the lowest if there are several; free_number does as
   /// next_number. Both go by the records alone, not by the map, and free_number never stays behind next_number.
-  void each_url(const UrlMap::Visit &visit) const;
+  void each_url(const UrlMap::Visitor &visit) const;
   uint32_t free_number() const;
 
   /// table returns the database itself. Only for a catalog that exists.
@@ -108,7 +109,7 @@ class Catalog {
   std::optional<uint32_t> mapped(std::string_view url) const;
   time_t find_newest_change() const;
   std::optional<std::string> url_in_map(uint32_t number) const;
-  void name_lost(const Told &told) const;
+  void name_lost(const FaultCallback &told) const;
   bool is_lost(uint32_t number) const;
   std::string damaged_key(std::string_view key, std::string_view record, const std::string &what) const;
   std::string fault_of(uint32_t number, std::string_view record) const;
@@ -138,10 +139,10 @@ KnownRecords known_records(
 
 /// parse_record returns the object of a record; parse_attributes keeps only the attributes of these names and their
 /// numbered instances. Both throw a Failure that names a record without an object.
-soif_ptr parse_record(const Catalog &catalog, uint32_t number, std::string_view record);
-soif_ptr parse_attributes(const Catalog &catalog, uint32_t number, std::string_view record,
-                          const std::vector<std::string> &names);
+SoifPtr parse_record(const Catalog &catalog, uint32_t number, std::string_view record);
+SoifPtr parse_attributes(const Catalog &catalog, uint32_t number, std::string_view record,
+                         const std::vector<std::string> &names);
 
-}  // namespace catalog
+}  // namespace rdm::catalog
 
 #endif

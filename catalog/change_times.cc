@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: MIT
 #include "catalog/change_times.h"
 
 #include <algorithm>
 
 #include "catalog/record.h"
 
-namespace catalog {
+namespace rdm::catalog {
 
 time_t believed_change(const SOIF *object) {
   const time_t time = change_time(object);
@@ -13,4 +14,4 @@ time_t believed_change(const SOIF *object) {
 
 time_t next_change(time_t newest, time_t clock) { return std::max(newest + 1, std::min(clock, latest_change)); }
 
-}  // namespace catalog
+}  // namespace rdm::catalog

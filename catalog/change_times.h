@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// The times at which descriptions change.
 ///
 /// Gatherers ask for what has changed since the newest time that they hold. So a time that was given once must never be
@@ -9,7 +10,7 @@
 
 #include "libcs/guard.h"
 
-namespace catalog {
+namespace rdm::catalog {
 
 /// latest_change is the end of the year 2099. A record with a later time counts as one without a time: the times of an
 /// index end in 2106, and a single record must not use up those that are left.
@@ -27,6 +28,6 @@ time_t next_change(time_t newest, time_t clock);
 /// changed lately would not expect it.
 inline bool is_ahead(time_t time, time_t clock) { return time > clock + 24 * 60 * 60; }
 
-}  // namespace catalog
+}  // namespace rdm::catalog
 
 #endif

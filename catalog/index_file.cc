@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "catalog/index_file.h"
 
 #include <fcntl.h>
@@ -11,7 +12,7 @@
 #include "catalog/os/error.h"
 #include "catalog/os/file.h"
 
-namespace catalog {
+namespace rdm::catalog {
 namespace {
 
 template <size_t Size>
@@ -20,7 +21,7 @@ void append(std::string &bytes, const std::array<char, Size> &more) {
 }
 
 std::string read_all(const std::string &path) {
-  const file_guard file = open_file(path, O_RDONLY);
+  const HostFileGuard file = open_file(path, O_RDONLY);
   std::string bytes;
   char block[1 << 16];
   ssize_t got = file ? 1 : -1;
@@ -67,4 +68,4 @@ std::vector<IndexEntry> decode(std::string_view bytes, const std::string &path) 
 
 std::vector<IndexEntry> read_index(const std::string &path) { return decode(read_all(path), path); }
 
-}  // namespace catalog
+}  // namespace rdm::catalog

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// The index of a catalog: its descriptions by the time of their last change.
 #ifndef CATALOG_INDEX_FILE_H
 #define CATALOG_INDEX_FILE_H
@@ -9,7 +10,7 @@
 
 #include "dba/index_format.h"
 
-namespace catalog {
+namespace rdm::catalog {
 
 using IndexEntry = index_format::Entry;
 
@@ -27,6 +28,6 @@ std::vector<IndexEntry> decode(std::string_view bytes, const std::string &path);
 /// read_index returns the entries of an index file.
 std::vector<IndexEntry> read_index(const std::string &path);
 
-}  // namespace catalog
+}  // namespace rdm::catalog
 
 #endif

@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: MIT
 #include "catalog/known_records.h"
 
 #include <algorithm>
 
 #include "catalog/record.h"
 
-namespace catalog {
+namespace rdm::catalog {
 namespace {
 
 bool by_number(const IndexEntry &a, const IndexEntry &b) { return a.number < b.number; }
@@ -40,7 +41,7 @@ bool has_flipped_bit(const IndexEntry &known, const IndexEntry &now, std::string
   if (!bit) return false;
   std::string mended(record);
   mended[*bit / 8] = static_cast<char>(mended[*bit / 8] ^ 1 << *bit % 8);
-  const soif_ptr object = parse_only(mended, {"rd-last-changed"});
+  const SoifPtr object = parse_only(mended, {"rd-last-changed"});
   return object && entry_of(known.number, mended, change_time(object.get())) == known;
 }
 
@@ -53,8 +54,8 @@ KnownRecords::KnownRecords(std::vector<IndexEntry> entries, std::optional<time_t
 }
 
 const IndexEntry *KnownRecords::find(uint32_t number) const {
-  const auto place = std::lower_bound(entries_.begin(), entries_.end(), IndexEntry{0, 0, number, 0, 0}, by_number);
-  return place != entries_.end() && place->number == number ? &*place : nullptr;
+  const auto found = std::lower_bound(entries_.begin(), entries_.end(), IndexEntry{0, 0, number, 0, 0}, by_number);
+  return found != entries_.end() && found->number == number ? &*found : nullptr;
 }
 
 std::string KnownRecords::fault_of(uint32_t number, std::string_view record) const {
@@ -62,7 +63,7 @@ std::string KnownRecords::fault_of(uint32_t number, std::string_view record) con
   if (known == nullptr) return {};
   const IndexEntry untimed = entry_of(number, record, 0);
   if (has_same_bytes(*known, untimed)) return {};
-  const soif_ptr object = parse_only(record, {"rd-last-changed"});
+  const SoifPtr object = parse_only(record, {"rd-last-changed"});
   return object ? fault_of(entry_of(number, record, change_time(object.get())), record) : "it is not a SOIF object";
 }
 
@@ -78,4 +79,4 @@ std::string KnownRecords::fault_of(const IndexEntry &now, std::string_view recor
   return has_flipped_bit(*known, now, record) ? "one bit of it is not as in the index" : std::string();
 }
 
-}  // namespace catalog
+}  // namespace rdm::catalog

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// What an index remembers of the records of a catalog.
 #ifndef CATALOG_KNOWN_RECORDS_H
 #define CATALOG_KNOWN_RECORDS_H
@@ -11,7 +12,7 @@
 
 #include "catalog/index_file.h"
 
-namespace catalog {
+namespace rdm::catalog {
 
 /// KnownRecords tells damaged records from changed ones. A record that changes gets a later time of change than all
 /// that were given before, so one with the time of its index entry has the size and the checksum of it too.
@@ -40,6 +41,6 @@ class KnownRecords {
   std::optional<time_t> newest_given_;  // time in the database, deleted descriptions included
 };
 
-}  // namespace catalog
+}  // namespace rdm::catalog
 
 #endif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "catalog/maintenance.h"
 
 #include <algorithm>
@@ -5,7 +6,7 @@
 #include "catalog/os/atomic_file.h"
 #include "catalog/record.h"
 
-namespace catalog {
+namespace rdm::catalog {
 namespace {
 
 bool has_expired(const SOIF *object, time_t now) {
@@ -22,9 +23,9 @@ bool has_attributes(const SOIF *object) {
 
 }  // namespace
 
-void erase_expired(const Catalog &catalog, time_t now, Changes &batch, const RecordProgress &progress) {
+void erase_expired(const Catalog &catalog, time_t now, WriteBatch &batch, const RecordProgress &progress) {
   catalog.each_to_copy([&](uint32_t number, std::string_view record) {
-    const soif_ptr object = parse_attributes(catalog, number, record, {"rd-expires"});
+    const SoifPtr object = parse_attributes(catalog, number, record, {"rd-expires"});
     progress(static_cast<int64_t>(record.size()));
     if (has_expired(object.get(), now)) batch.erase(number, object->url);
   });
@@ -33,7 +34,7 @@ void erase_expired(const Catalog &catalog, time_t now, Changes &batch, const Rec
 std::vector<IndexEntry> index_entries(const Catalog &catalog, const EntryVisitor &visit) {
   std::vector<IndexEntry> entries;
   catalog.each([&](uint32_t number, std::string_view record) {
-    const soif_ptr object = parse_attributes(catalog, number, record, {"rd-last-changed"});
+    const SoifPtr object = parse_attributes(catalog, number, record, {"rd-last-changed"});
     entries.push_back(entry_of(number, record, change_time(object.get())));
     visit(entries.back(), record);
   });
@@ -42,7 +43,7 @@ std::vector<IndexEntry> index_entries(const Catalog &catalog, const EntryVisitor
 
 void write_index(const std::string &path, const std::string &database, std::vector<IndexEntry> entries) {
   std::sort(entries.begin(), entries.end(), precedes);
-  Snapshot file(path, database);
+  AtomicFile file(path, database);
   file.file().write_at(0, encode(entries));
   file.sync();
   file.commit();
@@ -53,9 +54,9 @@ void each_unclassified(const Catalog &catalog, const std::vector<IndexEntry> &en
   for (const IndexEntry &entry : entries) {
     const std::optional<std::string> record = catalog.get(entry.number);
     if (!record) continue;
-    const soif_ptr object = parse_attributes(catalog, entry.number, *record, {"classification"});
+    const SoifPtr object = parse_attributes(catalog, entry.number, *record, {"classification"});
     if (!has_attributes(object.get())) visit(object->url);
   }
 }
 
-}  // namespace catalog
+}  // namespace rdm::catalog

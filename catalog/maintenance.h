@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// What keeps a catalog in order: dropping what has expired, writing the index, finding what is not classified.
 #ifndef CATALOG_MAINTENANCE_H
 #define CATALOG_MAINTENANCE_H
@@ -12,7 +13,7 @@
 #include "catalog/os/lock.h"
 #include "catalog/write_batch.h"
 
-namespace catalog {
+namespace rdm::catalog {
 
 /// RecordProgress receives the size of each record that was read.
 using RecordProgress = std::function<void(int64_t bytes)>;
@@ -20,7 +21,7 @@ inline const RecordProgress no_progress = [](int64_t) {};
 
 /// erase_expired erases in a batch the descriptions whose "rd-expires" is before `now`. One that cannot be read never
 /// expires. Throws a Failure at a damaged record.
-void erase_expired(const Catalog &catalog, time_t now, Changes &batch, const RecordProgress &progress = no_progress);
+void erase_expired(const Catalog &catalog, time_t now, WriteBatch &batch, const RecordProgress &progress = no_progress);
 
 /// index_entries returns the entries of all records that can be read, in the order of the file. `visit` receives each
 /// with its record.
@@ -36,6 +37,6 @@ void write_index(const std::string &path, const std::string &database, std::vect
 void each_unclassified(const Catalog &catalog, const std::vector<IndexEntry> &entries,
                        const std::function<void(const std::string &url)> &visit);
 
-}  // namespace catalog
+}  // namespace rdm::catalog
 
 #endif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "catalog/record.h"
 
 #include <algorithm>
@@ -7,7 +8,7 @@
 
 #include <libcs/cs.h>
 
-namespace catalog {
+namespace rdm::catalog {
 namespace {
 
 constexpr char last_changed[] = "rd-last-changed";
@@ -34,26 +35,26 @@ std::optional<uint32_t> number_of(std::string_view key) {
 
 std::string print(const SOIF *object) {
   std::string text;
-  soif_writer(append_to, &text).print(object);
+  SoifWriter(append_to, &text).print(object);
   return text;
 }
 
-soif_ptr parse(std::string_view record) { return soif_reader(record).next(); }
+SoifPtr parse(std::string_view record) { return SoifReader(record).next(); }
 
 std::optional<std::string> url_of(std::string_view record) {
   char *none[] = {nullptr};
-  soif_reader reader(record);
+  SoifReader reader(record);
   reader.accept(none);
-  const soif_ptr object = reader.next();
+  const SoifPtr object = reader.next();
   return object ? std::optional<std::string>(object->url) : std::nullopt;
 }
 
-soif_ptr parse_only(std::string_view record, std::vector<std::string> names) {
+SoifPtr parse_only(std::string_view record, std::vector<std::string> names) {
   std::vector<char *> accepted;
   accepted.reserve(names.size() + 1);
   for (std::string &name : names) accepted.push_back(name.data());
   accepted.push_back(nullptr);
-  soif_reader reader(record);
+  SoifReader reader(record);
   reader.accept(accepted.data());
   return reader.next();
 }
@@ -90,4 +91,4 @@ time_t time_of(const SOIF *object, const char *attribute) {
 
 time_t change_time(const SOIF *object) { return time_of(object, last_changed); }
 
-}  // namespace catalog
+}  // namespace rdm::catalog

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Resource descriptions as a catalog keeps them.
 #ifndef CATALOG_RECORD_H
 #define CATALOG_RECORD_H
@@ -11,7 +12,7 @@
 
 #include "libcs/guard.h"
 
-namespace catalog {
+namespace rdm::catalog {
 
 /// database_key returns the key of a number: 8 hexadecimal digits. number_of is its inverse; nothing for another text.
 std::string database_key(uint32_t number);
@@ -21,11 +22,11 @@ std::optional<uint32_t> number_of(std::string_view key);
 /// print returns an object as text.
 std::string print(const SOIF *object);
 /// parse returns the object that a record holds, or null.
-soif_ptr parse(std::string_view record);
+SoifPtr parse(std::string_view record);
 /// url_of returns the URL of a record, or nothing when it holds no object.
 std::optional<std::string> url_of(std::string_view record);
 /// parse_only does the same but keeps only the attributes of these names, in lower case, and their numbered instances.
-soif_ptr parse_only(std::string_view record, std::vector<std::string> names);
+SoifPtr parse_only(std::string_view record, std::vector<std::string> names);
 
 /// content returns what makes two versions of a description equal: its text without "rd-last-changed". The object loses
 /// that attribute.
@@ -49,6 +50,6 @@ time_t time_of(const SOIF *object, const char *attribute);
 /// change_time returns the time of "rd-last-changed".
 time_t change_time(const SOIF *object);
 
-}  // namespace catalog
+}  // namespace rdm::catalog
 
 #endif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "catalog/transaction.h"
 
 #include "catalog/change_times.h"
@@ -5,36 +6,36 @@
 #include "catalog/os/error.h"
 #include "catalog/record.h"
 
-namespace catalog {
+namespace rdm::catalog {
 namespace {
 
-using Change = Changes::Change;
+using Change = WriteBatch::Change;
 
-bool is_erased(const Change &change) { return change.record_size == Changes::erased; }
+bool is_erased(const Change &change) { return change.record_size == WriteBatch::erased; }
 
-/// Places of items: a change has the offset of its key in the scratch file, a description that stays has its number,
+/// Offsets of records: a change has the offset of its key in the scratch file, a description that stays has its number,
 /// below zero.
-int64_t place_of(uint32_t number) { return -1 - int64_t{number}; }
-uint32_t number_at(int64_t place) { return static_cast<uint32_t>(-1 - place); }
+int64_t offset_of(uint32_t number) { return -1 - int64_t{number}; }
+uint32_t number_at(int64_t offset) { return static_cast<uint32_t>(-1 - offset); }
 
-Item item_of(const Change &change) {
+RecordRef ref_of(const Change &change) {
   return {hash_of(database_key(change.number)), database_key_size,
           is_erased(change) ? erased_value : change.record_size, change.offset + change.url_size};
 }
 
-/// Texts brings the bytes of items.
-class Texts {
+/// RecordSource loads the bytes of records, from the batch or from the old file.
+class RecordSource {
  public:
-  Texts(const Catalog &catalog, const Changes &changes) : catalog_(catalog), changes_(changes) {}
+  RecordSource(const Catalog &catalog, const WriteBatch &batch) : catalog_(catalog), batch_(batch) {}
 
-  Record operator()(const Item &item) {
-    const size_t value = item.value_size == erased_value ? 0 : item.value_size;
-    if (item.place >= 0)
-      text_ = changes_.text(item.place, item.key_size + value);
+  Record operator()(const RecordRef &ref) {
+    const size_t value = ref.value_size == erased_value ? 0 : ref.value_size;
+    if (ref.offset >= 0)
+      text_ = batch_.text(ref.offset, ref.key_size + value);
     else
-      text_ = database_key(number_at(item.place)) + copied(number_at(item.place));
+      text_ = database_key(number_at(ref.offset)) + copied(number_at(ref.offset));
     const std::string_view text = text_;
-    return {text.substr(0, item.key_size), text.substr(item.key_size)};
+    return {text.substr(0, ref.key_size), text.substr(ref.key_size)};
   }
 
  private:
@@ -45,84 +46,86 @@ class Texts {
   }
 
   const Catalog &catalog_;
-  const Changes &changes_;
+  const WriteBatch &batch_;
   std::string text_;
 };
 
 /// is_changed chooses the numbers whose descriptions are not copied.
-Catalog::Chosen is_changed(const Changes &changes) {
-  return [&changes](uint32_t number) { return changes.of_number(number) != nullptr; };
+Catalog::Predicate is_changed(const WriteBatch &batch) {
+  return [&batch](uint32_t number) { return batch.of_number(number) != nullptr; };
 }
 
 /// edit_database returns whether the next snapshot could be made of the old one.
-bool edit_database(const Catalog &catalog, const Changes &changes, const File &file, Stamp stamp) {
+bool edit_database(const Catalog &catalog, const WriteBatch &batch, const File &file, Trailer trailer) {
   if (!catalog.exists() || catalog.is_partial()) return false;
-  std::vector<Item> items;
-  changes.each_number([&](const Change &change) { items.push_back(item_of(change)); });
+  std::vector<RecordRef> refs;
+  batch.each_number([&](const Change &change) { refs.push_back(ref_of(change)); });
   const auto check = [&](std::string_view key, std::string_view record) {
-    catalog.check_copied(key, record, is_changed(changes));
+    catalog.check_copied(key, record, is_changed(batch));
   };
-  return edit_hash_file(catalog.table(), file, items, Texts(catalog, changes), stamp, check);
+  return edit_hash_file(catalog.table(), file, refs, RecordSource(catalog, batch), trailer, check);
 }
 
-void write_database(const Catalog &catalog, const Changes &changes, const File &file, Stamp stamp, const Watch &watch) {
-  std::vector<Item> items;
+void write_database(const Catalog &catalog, const WriteBatch &batch, const File &file, Trailer trailer,
+                    const ProgressCallback &progress) {
+  std::vector<RecordRef> refs;
   const auto add = [&](uint32_t number, std::string_view record) {
-    items.push_back(
-        {hash_of(database_key(number)), database_key_size, static_cast<uint32_t>(record.size()), place_of(number)});
+    refs.push_back(
+        {hash_of(database_key(number)), database_key_size, static_cast<uint32_t>(record.size()), offset_of(number)});
   };
-  catalog.each_to_copy(add, is_changed(changes));
-  changes.each_number([&](const Change &change) {
-    if (!is_erased(change)) items.push_back(item_of(change));
+  catalog.each_to_copy(add, is_changed(batch));
+  batch.each_number([&](const Change &change) {
+    if (!is_erased(change)) refs.push_back(ref_of(change));
   });
   int64_t total = 0;
-  for (const Item &item : items) total += int64_t{item.key_size} + item.value_size;
-  write_hash_file(file, items, Texts(catalog, changes), stamp, [&](int64_t, int64_t bytes) { watch(bytes, total); });
+  for (const RecordRef &ref : refs) total += int64_t{ref.key_size} + ref.value_size;
+  build_hash_file(file, refs, RecordSource(catalog, batch), trailer,
+                  [&](int64_t, int64_t bytes) { progress(bytes, total); });
 }
 
 /// differs says whether a change puts another number behind its URL than the old map has.
-bool differs(const UrlMap &old, const Changes &changes, const Change &change) {
-  return is_erased(change) || old.number_of(changes.url(change)) != change.number;
+bool differs(const UrlMap &old, const WriteBatch &batch, const Change &change) {
+  return is_erased(change) || old.number_of(batch.url(change)) != change.number;
 }
 
-bool edit_urls(const UrlMap &old, const Changes &changes, const File &file, Stamp stamp) {
-  std::vector<Item> items;
-  changes.each_url([&](const Change &change) {
-    if (differs(old, changes, change))
-      items.push_back(
+bool edit_urls(const UrlMap &old, const WriteBatch &batch, const File &file, Trailer trailer) {
+  std::vector<RecordRef> refs;
+  batch.each_url([&](const Change &change) {
+    if (differs(old, batch, change))
+      refs.push_back(
           {change.url_hash, change.url_size, is_erased(change) ? erased_value : database_key_size, change.offset});
   });
   std::string text;
-  const Fetch fetch = [&](const Item &item) {
-    text = changes.text(item.place, item.key_size + database_key_size);
+  const RecordLoader load = [&](const RecordRef &ref) {
+    text = batch.text(ref.offset, ref.key_size + database_key_size);
     const std::string_view bytes = text;
-    return Record{bytes.substr(0, item.key_size), bytes.substr(item.key_size)};
+    return Record{bytes.substr(0, ref.key_size), bytes.substr(ref.key_size)};
   };
-  if (!edit_hash_file(old.table(), file, items, fetch, stamp)) return false;
+  if (!edit_hash_file(old.table(), file, refs, load, trailer)) return false;
   seal(file);
   return true;
 }
 
-void write_urls(const Catalog &catalog, const Changes &changes, const Snapshot &snapshot, const File &database,
+void write_urls(const Catalog &catalog, const WriteBatch &batch, const AtomicFile &output, const File &database,
                 uint32_t next_number, time_t newest_change) {
-  UrlItems items(catalog.path());
+  UrlItems refs(catalog.path());
   if (catalog.url_map() != nullptr)
     catalog.url_map()->each([&](std::string_view url, uint32_t number) {
-      if (changes.of_url(url) == nullptr) items.add(url, number);
+      if (batch.of_url(url) == nullptr) refs.add(url, number);
     });
-  changes.each_url([&](const Change &change) {
-    if (!is_erased(change)) items.add(changes.url(change), change.number);
+  batch.each_url([&](const Change &change) {
+    if (!is_erased(change)) refs.add(batch.url(change), change.number);
   });
-  items.write(snapshot, database, next_number, newest_change);
+  refs.write(output, database, next_number, newest_change);
 }
 
-/// origin_of returns what the database's stamp keeps from one state of a catalog to the next.
+/// origin_of returns what the database's trailer keeps from one state of a catalog to the next.
 FileIdentity origin_of(const Catalog &catalog, const File &database) {
   if (!catalog.exists()) return identity_of(database);
-  return catalog.table().stamp() ? catalog.table().stamp()->database : FileIdentity();
+  return catalog.table().trailer() ? catalog.table().trailer()->database : FileIdentity();
 }
 
-void publish(const Catalog &catalog, Snapshot &database, Snapshot &urls) {
+void publish(const Catalog &catalog, AtomicFile &database, AtomicFile &urls) {
   urls.sync();
   // The database first: a map that is behind is noticed and made anew, one that is ahead would be too.
   database.commit();
@@ -131,14 +134,14 @@ void publish(const Catalog &catalog, Snapshot &database, Snapshot &urls) {
 
 }  // namespace
 
-void commit(const Lock &lock, const Catalog &catalog, const Changes &changes, uint32_t next_number,
-            const Watch &watch) {
-  if (changes.empty() && catalog.exists() && !catalog.is_partial() && next_number == catalog.next_number()) return;
-  Snapshot database(catalog.path());
-  const time_t newest_change = std::max(catalog.newest_change(), changes.newest_change());
-  const Stamp stamp{next_number, 0, origin_of(catalog, database.file()), newest_change};
-  const bool edited = edit_database(catalog, changes, database.file(), stamp);
-  if (!edited) write_database(catalog, changes, database.file(), stamp, watch);
+void commit(const Lock &lock, const Catalog &catalog, const WriteBatch &batch, uint32_t next_number,
+            const ProgressCallback &progress) {
+  if (batch.empty() && catalog.exists() && !catalog.is_partial() && next_number == catalog.next_number()) return;
+  AtomicFile database(catalog.path());
+  const time_t newest_change = std::max(catalog.newest_change(), batch.newest_change());
+  const Trailer trailer{next_number, 0, origin_of(catalog, database.file()), newest_change};
+  const bool edited = edit_database(catalog, batch, database.file(), trailer);
+  if (!edited) write_database(catalog, batch, database.file(), trailer, progress);
   database.sync();
   const UrlMap *old = catalog.url_map();
   if (catalog.exists() && old == nullptr) {
@@ -146,43 +149,44 @@ void commit(const Lock &lock, const Catalog &catalog, const Changes &changes, ui
     after_replacing(catalog.path(), [&] { Catalog(catalog.path()).renew_url_map(lock); });
     return;
   }
-  Snapshot urls(UrlMap::path_for(catalog.path()), catalog.path());
-  const Stamp map_stamp{next_number, 0, identity_of(database.file()), newest_change};
-  if (!edited || !edit_urls(*old, changes, urls.file(), map_stamp))
-    write_urls(catalog, changes, urls, database.file(), next_number, newest_change);
+  AtomicFile urls(UrlMap::path_for(catalog.path()), catalog.path());
+  const Trailer map_trailer{next_number, 0, identity_of(database.file()), newest_change};
+  if (!edited || !edit_urls(*old, batch, urls.file(), map_trailer))
+    write_urls(catalog, batch, urls, database.file(), next_number, newest_change);
   publish(catalog, database, urls);
 }
 
-void check_copy(const Catalog &catalog, const Changes &changes) {
-  if (!changes.empty() || catalog.is_partial())
-    catalog.each_to_copy([](uint32_t, std::string_view) {}, is_changed(changes));
+void check_copy(const Catalog &catalog, const WriteBatch &batch) {
+  if (!batch.empty() || catalog.is_partial())
+    catalog.each_to_copy([](uint32_t, std::string_view) {}, is_changed(batch));
 }
 
-void rebuild_catalog(const Lock &, const Catalog &catalog, const Changes &dropped, const Watch &watch) {
+void rebuild_catalog(const Lock &, const Catalog &catalog, const WriteBatch &dropped,
+                     const ProgressCallback &progress) {
   const uint32_t next_number = catalog.free_number();
-  Snapshot database(catalog.path());
-  const Stamp stamp{next_number, 0, origin_of(catalog, database.file()), catalog.newest_change()};
-  write_database(catalog, dropped, database.file(), stamp, watch);
+  AtomicFile database(catalog.path());
+  const Trailer trailer{next_number, 0, origin_of(catalog, database.file()), catalog.newest_change()};
+  write_database(catalog, dropped, database.file(), trailer, progress);
   database.sync();
-  UrlItems items(catalog.path());
+  UrlItems refs(catalog.path());
   catalog.each([&](uint32_t number, std::string_view record) {
-    if (dropped.of_number(number) == nullptr) items.add(*url_of(record), number);
+    if (dropped.of_number(number) == nullptr) refs.add(*url_of(record), number);
   });
-  Snapshot urls(UrlMap::path_for(catalog.path()), catalog.path());
-  items.write(urls, database.file(), next_number, catalog.newest_change());
+  AtomicFile urls(UrlMap::path_for(catalog.path()), catalog.path());
+  refs.write(urls, database.file(), next_number, catalog.newest_change());
   publish(catalog, database, urls);
 }
 
 std::optional<Lock> lock_for_writing(const std::string &database, const WriteSettings &settings) {
-  if (settings.absent == Absent::error && !status_of(database)) throw Failure("not there: " + database);
+  if (settings.if_missing == IfMissing::error && !status_of(database)) throw Failure("not there: " + database);
   if (settings.dry_run) return std::nullopt;
   return Lock(database, settings.lock_timeout, settings.waiting);
 }
 
 WriteTransaction::WriteTransaction(const std::string &database, const WriteSettings &settings)
-    : damage_(settings.damage), lock_(lock_for_writing(database, settings)), catalog_(database, settings.absent) {
+    : damage_(settings.damage), lock_(lock_for_writing(database, settings)), catalog_(database, settings.if_missing) {
   settings.prepare(catalog_);
-  if (settings.absent == Absent::error) begin();
+  if (settings.if_missing == IfMissing::error) begin();
 }
 
 void WriteTransaction::begin() {
@@ -192,22 +196,22 @@ void WriteTransaction::begin() {
   if (lock_) catalog_.renew_url_map(*lock_);
 }
 
-std::optional<time_t> WriteTransaction::date(Changes &batch, const std::function<time_t()> &clock) const {
+std::optional<time_t> WriteTransaction::date(WriteBatch &batch, const std::function<time_t()> &clock) const {
   if (!lock_ || !batch.is_undated()) return std::nullopt;
   // Looking for the newest time may take a while, so the clock is read afterwards.
   const time_t newest = std::max(catalog_.newest_change(), batch.newest_change());
   const time_t time = next_change(newest, clock());
-  batch.stamp(time);
+  batch.set_dates(time);
   return time;
 }
 
-void WriteTransaction::commit(const Changes &batch, uint32_t next_number, const Watch &watch) const {
+void WriteTransaction::commit(const WriteBatch &batch, uint32_t next_number, const ProgressCallback &progress) const {
   if (!lock_) return check_copy(catalog_, batch);
-  catalog::commit(*lock_, catalog_, batch, next_number, watch);
+  catalog::commit(*lock_, catalog_, batch, next_number, progress);
 }
 
-void WriteTransaction::rebuild(const Changes &dropped, const Watch &watch) const {
-  if (lock_) rebuild_catalog(*lock_, catalog_, dropped, watch);
+void WriteTransaction::rebuild(const WriteBatch &dropped, const ProgressCallback &progress) const {
+  if (lock_) rebuild_catalog(*lock_, catalog_, dropped, progress);
 }
 
-}  // namespace catalog
+}  // namespace rdm::catalog

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Changing a catalog: each change makes the next snapshot of its files and puts it in their place.
 #ifndef CATALOG_TRANSACTION_H
 #define CATALOG_TRANSACTION_H
@@ -10,7 +11,7 @@
 #include "catalog/os/lock.h"
 #include "catalog/write_batch.h"
 
-namespace catalog {
+namespace rdm::catalog {
 
 /// commit makes the changes the catalog's state: the next snapshots of its database and URL map take the places of the
 /// old ones. `next_number` is the first that was never used. Where few records change, the files are copied and edited;
@@ -19,25 +20,26 @@ namespace catalog {
 /// leaves the old catalog as it is, unless it says that the database is replaced: then the changes are the catalog's
 /// state, and a map that is missing is made anew by the next writer.
 ///
-/// `watch` is told of work that was done, in bytes, and how many there are to do.
-using Watch = std::function<void(int64_t bytes, int64_t total)>;
+/// `progress` is told of work that was done, in bytes, and how many there are to do.
+using ProgressCallback = std::function<void(int64_t bytes, int64_t total)>;
 void commit(
-    const Lock &lock, const Catalog &catalog, const Changes &changes, uint32_t next_number,
-    const Watch &watch = [](int64_t, int64_t) {});
+    const Lock &lock, const Catalog &catalog, const WriteBatch &batch, uint32_t next_number,
+    const ProgressCallback &progress = [](int64_t, int64_t) {});
 
 /// check_copy throws what commit would throw over a damaged record, and writes nothing.
-void check_copy(const Catalog &catalog, const Changes &changes);
+void check_copy(const Catalog &catalog, const WriteBatch &batch);
 
 /// rebuild_catalog writes database and URL map anew from the records alone, without those that are dropped. No two that
 /// stay may have the same URL.
-void rebuild_catalog(const Lock &lock, const Catalog &catalog, const Changes &dropped, const Watch &watch);
+void rebuild_catalog(const Lock &lock, const Catalog &catalog, const WriteBatch &dropped,
+                     const ProgressCallback &progress);
 
 /// WriteSettings says how a catalog is opened for writing.
 struct WriteSettings {
-  Absent absent = Absent::error;
+  IfMissing if_missing = IfMissing::error;
   bool dry_run = false;      // takes no lock and writes nothing
   double lock_timeout = -1;  // seconds; below zero waits for ever
-  Lock::Say waiting = [](const std::string &) {};
+  Lock::Message waiting = [](const std::string &) {};
   /// damage receives what is wrong with a file that is made anew from another.
   std::function<void(const std::string &text)> damage = [](const std::string &) {};
   /// prepare is called with the catalog that was opened. By default the records that are copied are compared with the
@@ -65,12 +67,12 @@ class WriteTransaction {
 
   /// date gives the undated descriptions of a batch their time of change, that of the commit, which has to follow.
   /// Returns that time; nothing if no description waits for one and in a dry run. `clock` is asked as late as possible.
-  std::optional<time_t> date(Changes &batch, const std::function<time_t()> &clock) const;
+  std::optional<time_t> date(WriteBatch &batch, const std::function<time_t()> &clock) const;
   /// commit makes the changes the catalog's state. A dry run only checks what would be copied.
   void commit(
-      const Changes &batch, uint32_t next_number, const Watch &watch = [](int64_t, int64_t) {}) const;
+      const WriteBatch &batch, uint32_t next_number, const ProgressCallback &progress = [](int64_t, int64_t) {}) const;
   /// rebuild writes the catalog anew without the descriptions that the batch erases.
-  void rebuild(const Changes &dropped, const Watch &watch) const;
+  void rebuild(const WriteBatch &dropped, const ProgressCallback &progress) const;
 
  private:
   std::function<void(const std::string &text)> damage_;
@@ -78,6 +80,6 @@ class WriteTransaction {
   Catalog catalog_;
 };
 
-}  // namespace catalog
+}  // namespace rdm::catalog
 
 #endif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "catalog/url_map.h"
 
 #include <algorithm>
@@ -6,7 +7,7 @@
 #include "catalog/record.h"
 #include "hashdb/format.h"
 
-namespace catalog {
+namespace rdm::catalog {
 
 std::optional<UrlMap> UrlMap::open(const HashTable &database, std::string &obstacle) {
   obstacle.clear();
@@ -14,7 +15,7 @@ std::optional<UrlMap> UrlMap::open(const HashTable &database, std::string &obsta
   if (!status_of(path)) return std::nullopt;
   try {
     HashTable table(path);
-    if (table.stamp() && table.stamp()->database == identity_of(database.file())) return UrlMap(std::move(table));
+    if (table.trailer() && table.trailer()->database == identity_of(database.file())) return UrlMap(std::move(table));
   } catch (const SystemFailure &failure) {
     obstacle = failure.what();
   } catch (const Failure &) {
@@ -28,33 +29,33 @@ std::optional<uint32_t> UrlMap::number_of(std::string_view url) const {
   return key ? catalog::number_of(*key) : std::nullopt;
 }
 
-void UrlMap::each(const Visit &visit) const {
+void UrlMap::each(const Visitor &visit) const {
   table_.each([&](std::string_view url, std::string_view key) { visit(url, catalog::number_of(key).value_or(0)); });
 }
 
 void seal(const File &map) {
-  std::optional<Stamp> stamp = Stamp::read(map);
-  if (!stamp) throw Failure("does not hold what was written to it: " + map.name());
-  stamp->content = content_checksum(map);
-  stamp->write(map);
+  std::optional<Trailer> trailer = Trailer::read(map);
+  if (!trailer) throw Failure("does not hold what was written to it: " + map.name());
+  trailer->content = content_checksum(map);
+  trailer->write(map);
 }
 
 void UrlItems::add(std::string_view url, uint32_t number) {
-  const int64_t place = texts_.append(url);
+  const int64_t offset = texts_.append(url);
   texts_.append(database_key(number));
-  items_.push_back({hash_of(url), static_cast<uint32_t>(url.size()), database_key_size, place});
+  refs_.push_back({hash_of(url), static_cast<uint32_t>(url.size()), database_key_size, offset});
 }
 
-void UrlItems::write(const Snapshot &snapshot, const File &database, uint32_t next_number, time_t newest_change) {
+void UrlItems::write(const AtomicFile &output, const File &database, uint32_t next_number, time_t newest_change) {
   std::string text;
-  const Fetch fetch = [&](const Item &item) {
-    text.resize(item.key_size + item.value_size);
-    texts_.read(item.place, text.data(), text.size());
+  const RecordLoader load = [&](const RecordRef &ref) {
+    text.resize(ref.key_size + ref.value_size);
+    texts_.read(ref.offset, text.data(), text.size());
     const std::string_view bytes = text;
-    return Record{bytes.substr(0, item.key_size), bytes.substr(item.key_size)};
+    return Record{bytes.substr(0, ref.key_size), bytes.substr(ref.key_size)};
   };
-  write_hash_file(snapshot.file(), items_, fetch, {next_number, 0, identity_of(database), newest_change});
-  seal(snapshot.file());
+  build_hash_file(output.file(), refs_, load, {next_number, 0, identity_of(database), newest_change});
+  seal(output.file());
 }
 
 void UrlScan::add(std::string_view url, uint32_t number) {
@@ -73,4 +74,4 @@ std::vector<uint32_t> UrlScan::candidates(std::string_view url) const {
   return numbers;
 }
 
-}  // namespace catalog
+}  // namespace rdm::catalog

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Which description has which number: the hash file DATABASE.url.
 #ifndef CATALOG_URL_MAP_H
 #define CATALOG_URL_MAP_H
@@ -15,9 +16,9 @@
 #include "catalog/os/atomic_file.h"
 #include "catalog/os/file.h"
 
-namespace catalog {
+namespace rdm::catalog {
 
-/// UrlMap is the map of one snapshot of a database, which its stamp names.
+/// UrlMap is the map of one snapshot of a database, which its trailer names.
 class UrlMap {
  public:
   static std::string path_for(const std::string &database) { return database + ".url"; }
@@ -27,19 +28,19 @@ class UrlMap {
 
   std::optional<uint32_t> number_of(std::string_view url) const;
   /// next_number returns the smallest number that no description of the catalog has had, 0 when none is left.
-  uint32_t next_number() const { return table_.stamp()->next_number; }
+  uint32_t next_number() const { return table_.trailer()->next_number; }
 
   /// newest_change returns the newest time of change that the catalog has given, nothing if the map was written without
   /// it.
-  std::optional<time_t> newest_change() const { return table_.stamp()->newest_change; }
+  std::optional<time_t> newest_change() const { return table_.trailer()->newest_change; }
 
   /// has_checksum returns false if an earlier version has written the map. is_damaged returns true if the bytes of the
   /// map are not those that its checksum was made of; it reads all of them.
-  bool has_checksum() const { return table_.stamp()->content.has_value(); }
-  bool is_damaged() const { return has_checksum() && content_checksum(table_.file()) != *table_.stamp()->content; }
+  bool has_checksum() const { return table_.trailer()->content.has_value(); }
+  bool is_damaged() const { return has_checksum() && content_checksum(table_.file()) != *table_.trailer()->content; }
 
-  using Visit = std::function<void(std::string_view url, uint32_t number)>;
-  void each(const Visit &visit) const;
+  using Visitor = std::function<void(std::string_view url, uint32_t number)>;
+  void each(const Visitor &visit) const;
   const HashTable &table() const { return table_; }
 
  private:
@@ -48,7 +49,7 @@ class UrlMap {
   HashTable table_;
 };
 
-/// seal puts the checksum of a map that is written otherwise into its stamp.
+/// seal puts the checksum of a map that is written otherwise into its trailer.
 void seal(const File &map);
 
 /// UrlItems are the records of a map that is to be written; their bytes lie in a scratch file.
@@ -58,11 +59,11 @@ class UrlItems {
   explicit UrlItems(const std::string &beside) : texts_(beside) {}
   void add(std::string_view url, uint32_t number);
   /// write makes the map of the file `database`.
-  void write(const Snapshot &snapshot, const File &database, uint32_t next_number, time_t newest_change);
+  void write(const AtomicFile &output, const File &database, uint32_t next_number, time_t newest_change);
 
  private:
   ScratchFile texts_;
-  std::vector<Item> items_;
+  std::vector<RecordRef> refs_;
 };
 
 /// UrlScan is what a catalog without a map is searched with: the hash of each URL and its number.
@@ -80,6 +81,6 @@ class UrlScan {
   uint32_t highest_ = 0;
 };
 
-}  // namespace catalog
+}  // namespace rdm::catalog
 
 #endif

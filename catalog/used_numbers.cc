@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "catalog/used_numbers.h"
 
 #include <algorithm>
@@ -7,22 +8,22 @@
 #include "catalog/record.h"
 #include "catalog/url_map.h"
 
-namespace catalog {
+namespace rdm::catalog {
 namespace {
 
 void take_record(std::string_view key, std::string_view record, UsedNumbers &used) {
   used.is_empty = false;
   used.next_number = later(used.next_number, number_of(key).value_or(0) + 1);
-  if (const soif_ptr object = parse_only(record, {"rd-last-changed"}))
+  if (const SoifPtr object = parse_only(record, {"rd-last-changed"}))
     used.newest_change = std::max(used.newest_change, believed_change(object.get()));
 }
 
-/// take_stamp reads no more than the stamp, which outlives a damaged header.
-void take_stamp(const std::string &path, UsedNumbers &used, std::string &damage) try {
-  const auto stamp = Stamp::read(File::open(path));
-  if (!stamp) return;
-  used.next_number = later(used.next_number, stamp->next_number);
-  used.newest_change = std::max(used.newest_change, stamp->newest_change.value_or(0));
+/// take_trailer reads no more than the trailer, which outlives a damaged header.
+void take_trailer(const std::string &path, UsedNumbers &used, std::string &damage) try {
+  const auto trailer = Trailer::read(File::open(path));
+  if (!trailer) return;
+  used.next_number = later(used.next_number, trailer->next_number);
+  used.newest_change = std::max(used.newest_change, trailer->newest_change.value_or(0));
 } catch (const Failure &failure) {
   damage = failure.what();
 }
@@ -56,11 +57,11 @@ UsedNumbers used_numbers(const std::string &database) {
   File::open(database);
   UsedNumbers used;
   std::string ignored;
-  take_stamp(database, used, used.damage);
-  take_stamp(UrlMap::path_for(database), used, ignored);
+  take_trailer(database, used, used.damage);
+  take_trailer(UrlMap::path_for(database), used, ignored);
   take_records(database, used);
   used.is_empty = used.is_empty && used.damage.empty();
   return used;
 }
 
-}  // namespace catalog
+}  // namespace rdm::catalog

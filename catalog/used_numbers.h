@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Which numbers a database has given, sound or not, and whether it holds anything.
 #ifndef CATALOG_USED_NUMBERS_H
 #define CATALOG_USED_NUMBERS_H
@@ -8,7 +9,7 @@
 
 #include "catalog/hash/table.h"
 
-namespace catalog {
+namespace rdm::catalog {
 
 /// UsedNumbers is what can be known of the numbers that were given.
 struct UsedNumbers {
@@ -25,6 +26,6 @@ UsedNumbers used_numbers(const std::string &database);
 /// used_in reads the records of a table alone, as far as they can be read.
 UsedNumbers used_in(const HashTable &table);
 
-}  // namespace catalog
+}  // namespace rdm::catalog
 
 #endif

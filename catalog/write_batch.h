@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// What differs in the next snapshot of a catalog, and the making of that snapshot.
 #ifndef CATALOG_WRITE_BATCH_H
 #define CATALOG_WRITE_BATCH_H
@@ -16,18 +17,18 @@
 #include "catalog/os/file.h"
 #include "catalog/record.h"
 
-namespace catalog {
+namespace rdm::catalog {
 
-/// Changes gathers what is put and erased. The texts lie in a scratch file; some forty bytes a change stay in memory.
-/// The catalog must outlive it.
-class Changes {
+/// WriteBatch gathers what is put and erased. The texts lie in a scratch file; some forty bytes a change stay in
+/// memory. The catalog must outlive it.
+class WriteBatch {
  public:
-  explicit Changes(const Catalog &catalog);
+  explicit WriteBatch(const Catalog &catalog);
 
   /// put gives a number to a description, in place of what had it. `url` is that of the record. A URL that is put under
   /// another number leaves the description of the old number where it is: erase it first.
   void put(uint32_t number, std::string_view url, std::string_view record);
-  /// put_undated does the same with a description that gets its time of change from stamp.
+  /// put_undated does the same with a description that gets its time of change from set_dates.
   void put_undated(uint32_t number, std::string_view url, const Undated &undated);
   /// erase removes the description of a number; `url` is the one it has so far.
   void erase(uint32_t number, std::string_view url);
@@ -36,10 +37,10 @@ class Changes {
   /// count returns how often put and erase were called.
   int64_t count() const { return static_cast<int64_t>(entries_.size()); }
 
-  /// is_undated returns true if a description waits for its time of change; stamp gives it to all that do.
+  /// is_undated returns true if a description waits for its time of change; set_dates gives it to all that do.
   bool is_undated() const { return undated_ > 0; }
-  void stamp(time_t time);
-  /// note_change says that a time of change is in use; newest_change returns the newest of them, those of stamp
+  void set_dates(time_t time);
+  /// note_change says that a time of change is in use; newest_change returns the newest of them, those of set_dates
   /// included, 0 without any.
   void note_change(time_t time) { newest_change_ = std::max(newest_change_, time); }
   time_t newest_change() const { return newest_change_; }
@@ -55,14 +56,14 @@ class Changes {
     uint32_t url_hash;
     uint32_t url_size;
     uint32_t record_size;          // or `erased`
-    uint32_t date_offset = dated;  // in the record, of the time that stamp will give
+    uint32_t date_offset = dated;  // in the record, of the time that set_dates will give
   };
   static constexpr uint32_t erased = UINT32_MAX, dated = UINT32_MAX;
 
-  using Visit = std::function<void(const Change &)>;
+  using Visitor = std::function<void(const Change &)>;
   /// each_number visits the last change of each number, each_url that of each URL.
-  void each_number(const Visit &visit) const;
-  void each_url(const Visit &visit) const;
+  void each_number(const Visitor &visit) const;
+  void each_url(const Visitor &visit) const;
   /// of_number returns the last change of a number, null when there is none.
   const Change *of_number(uint32_t number) const;
   const Change *of_url(std::string_view text) const;
@@ -73,8 +74,8 @@ class Changes {
   std::string text(int64_t offset, size_t size) const;
 
  private:
-  /// Places finds entries by a hash: slots hold the place of an entry, from 1, each behind the first free one.
-  class Places {
+  /// HashIndex finds entries by a hash: slots hold the place of an entry, from 1, each behind the first free one.
+  class HashIndex {
    public:
     template <typename Equal>
     uint32_t *find(uint32_t hash, Equal equal);
@@ -91,11 +92,11 @@ class Changes {
   const Catalog &catalog_;
   ScratchFile texts_;
   std::deque<Change> entries_;
-  mutable Places numbers_, urls_;
+  mutable HashIndex numbers_, urls_;
   size_t undated_ = 0;
   time_t newest_change_ = 0;
 };
 
-}  // namespace catalog
+}  // namespace rdm::catalog
 
 #endif

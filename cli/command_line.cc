@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "cli/command_line.h"
 
 #include <ostream>
@@ -6,7 +7,7 @@
 
 #include "cli/similar.h"
 
-namespace cli {
+namespace rdm::cli {
 namespace {
 
 constexpr char help_verb[] = "help";
@@ -136,4 +137,4 @@ bool parse(CLI::App &app, int argc, char **argv, std::ostream &out) {
   return false;
 }
 
-}  // namespace cli
+}  // namespace rdm::cli

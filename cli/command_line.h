@@ -1,13 +1,15 @@
+// SPDX-License-Identifier: MIT
 /// What the command lines of all programs have in common: help, version, and the wording of mistakes.
 #ifndef CLI_COMMAND_LINE_H
 #define CLI_COMMAND_LINE_H
 
-#include <CLI/CLI.hpp>
 #include <iosfwd>
 #include <stdexcept>
 #include <string>
 
-namespace cli {
+#include <CLI/CLI.hpp>
+
+namespace rdm::cli {
 
 /// The exit status of every program after a command line that it does not understand.
 constexpr int exit_misuse = 2;
@@ -33,6 +35,6 @@ void declare_verbs(CLI::App &app);
 /// verbs.
 bool parse(CLI::App &app, int argc, char **argv, std::ostream &out);
 
-}  // namespace cli
+}  // namespace rdm::cli
 
 #endif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Finds the known word that a mistyped one probably stands for. Header only; needs nothing but the standard library.
 #ifndef CLI_SIMILAR_H
 #define CLI_SIMILAR_H
@@ -10,7 +11,7 @@
 
 #include "qxapi/ascii.h"
 
-namespace cli {
+namespace rdm::cli {
 
 /// distance returns how many letters must be inserted, removed, replaced or swapped with their neighbour to turn one
 /// word into the other (optimal string alignment). Upper and lower case are the same.
@@ -55,6 +56,6 @@ std::string did_you_mean(std::string_view word, const Words &known) {
   return meant.empty() ? "" : " (did you mean \"" + std::string(meant) + "\"?)";
 }
 
-}  // namespace cli
+}  // namespace rdm::cli
 
 #endif

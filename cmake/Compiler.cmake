@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # How every target of the project is compiled.
 
 find_program(CCACHE ccache)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # rdm_library(NAME OBJECTS TARGETS... VERSION X.Y.Z MAP FILE DESCRIPTION TEXT BASE DIR HEADERS FILES... LINK LIBS...
 #             USE LIBS...)
 #

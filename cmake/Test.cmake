@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # rdm_test(NAME SOURCES FILES... LINK LIBS...): a GoogleTest program whose cases ctest lists one by one.
 find_package(GTest REQUIRED)
 find_package(rapidcheck REQUIRED)

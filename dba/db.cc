@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <fcntl.h>
 
 #include <atomic>
@@ -9,6 +10,8 @@
 #include "dba/reader.h"
 #include "hashdb/format.h"
 #include "qxapi/fatal.h"
+
+using namespace rdm;
 
 int all_databases_locked_closed = 0;
 

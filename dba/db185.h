@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /*
  * The Berkeley DB 1.85 interface: DB, DBT, HASHINFO, the R_ flags and dbopen.
  *

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "dba/dba.h"
 
 #include <fcntl.h>

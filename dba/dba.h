@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /*
  * Access to catalog databases: hash files in the format of Berkeley DB 1.85.
  *

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// The guard over a database handle.
 #ifndef DBA_GUARD_H
 #define DBA_GUARD_H
@@ -6,7 +7,11 @@
 
 #include "dba/dba.h"
 
-/// database_ptr closes the database with its scope.
-using database_ptr = std::unique_ptr<DB, deleter<dba_close>>;
+namespace rdm {
+
+/// DatabasePtr closes the database with its scope.
+using DatabasePtr = std::unique_ptr<DB, Deleter<dba_close>>;
+
+}  // namespace rdm
 
 #endif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// The index of a catalog database, as the bytes of its file: a header and entries of fixed size. Header only.
 ///
 /// All integers have 32 bits and stand in big-endian order. The header is the magic number and the number of entries;
@@ -10,7 +11,7 @@
 #include <cstdint>
 #include <string_view>
 
-namespace index_format {
+namespace rdm::index_format {
 
 constexpr uint32_t magic = 0x3EB1CA0E;
 constexpr size_t header_size = 8;
@@ -66,6 +67,6 @@ constexpr std::array<char, entry_size> encode(const Entry &entry) {
   return big_endian(entry.time, entry.reserved, entry.number, entry.size, entry.checksum);
 }
 
-}  // namespace index_format
+}  // namespace rdm::index_format
 
 #endif

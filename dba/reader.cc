@@ -1,9 +1,12 @@
+// SPDX-License-Identifier: MIT
 #include "dba/reader.h"
 
 #include <cerrno>
 #include <new>
 
 #include "hashdb/cursor.h"
+
+namespace rdm {
 
 using hashdb::Cursor;
 
@@ -20,7 +23,7 @@ hashdb::Hash hash_of(const HASHINFO *parameters) {
 /// A reader is what a handle's `internal` points at. Reads by key and the walk over all records keep separate places.
 class Reader {
  public:
-  Reader(file_guard file, const hashdb::Source &source, hashdb::Hash hash) noexcept
+  Reader(HostFileGuard file, const hashdb::Source &source, hashdb::Hash hash) noexcept
       : file_(std::move(file)), source_(source), hash_(hash) {}
 
   int get(std::string_view key, DBT *value) noexcept;
@@ -31,7 +34,7 @@ class Reader {
  private:
   bool start_bucket() noexcept;
 
-  file_guard file_;
+  HostFileGuard file_;
   hashdb::Source source_;
   hashdb::Hash hash_;
   Cursor by_key_{source_};
@@ -104,11 +107,11 @@ int close_reader(DB *db) {
 }
 
 /// open_source opens a file and reads its header; without a sound one errno is EINVAL.
-file_guard open_source(const char *path, hashdb::Hash hash, hashdb::Source &source) {
+HostFileGuard open_source(const char *path, hashdb::Hash hash, hashdb::Source &source) {
   struct stat status;
-  if (host_stat(path, &status) != 0) return file_guard();
+  if (host_stat(path, &status) != 0) return HostFileGuard();
   if (S_ISREG(status.st_mode)) {
-    file_guard file(host_open_read(path));
+    HostFileGuard file(host_open_read(path));
     if (!file) return file;
     unsigned char bytes[hashdb::header_size];
     const bool whole = host_read(file.get(), bytes, sizeof bytes) == sizeof bytes;
@@ -116,17 +119,17 @@ file_guard open_source(const char *path, hashdb::Hash hash, hashdb::Source &sour
     if (whole && is_sound(source.header, hash, source.size)) return file;
   }
   errno = EINVAL;
-  return file_guard();
+  return HostFileGuard();
 }
 
 }  // namespace
 
 DB *open_reader(const char *path, const HASHINFO *parameters) noexcept {
   hashdb::Source source;
-  file_guard file = open_source(path, hash_of(parameters), source);
+  HostFileGuard file = open_source(path, hash_of(parameters), source);
   if (!file) return nullptr;
-  host_ptr<DB> db = host_new<DB>();
-  host_ptr<void> memory(host_alloc(sizeof(Reader)));
+  HostPtr<DB> db = host_new<DB>();
+  HostPtr<void> memory(host_alloc(sizeof(Reader)));
   if (!db || !memory) {
     errno = ENOMEM;
     return nullptr;
@@ -141,3 +144,5 @@ bool can_be_opened(const char *path, const HASHINFO *parameters) noexcept {
   hashdb::Source source;
   return open_source(path, hash_of(parameters), source) || errno != EINVAL;
 }
+
+}  // namespace rdm

@@ -1,7 +1,10 @@
+// SPDX-License-Identifier: MIT
 /// Any text as an alias file.
 
 #include "fuzz/fuzz.h"
 #include "service/alias.h"
+
+using namespace rdm;
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const fuzz::MemoryFile file(fuzz::text(data, size));

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Any bytes from a client, by way of a socket. The server must answer with whole HTTP messages and close, and the
 /// pieces in which the bytes arrive must not matter.
 
@@ -12,6 +13,8 @@
 #include "hosts/common/host_table.h"
 #include "hosts/rdmd/connection.h"
 #include "hosts/rdmd/server.h"
+
+using namespace rdm;
 
 namespace {
 

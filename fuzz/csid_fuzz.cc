@@ -1,7 +1,10 @@
+// SPDX-License-Identifier: MIT
 /// Any text as the configuration of the catalog services.
 
 #include "fuzz/fuzz.h"
 #include "service/csid.h"
+
+using namespace rdm;
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const fuzz::MemoryFile file(fuzz::text(data, size));

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Any bytes as a catalog database: a walk over it, and every record of the walk by its key. Where the walk meets no
 /// damage, what is found by a key is what the walk found there.
 
@@ -7,6 +8,8 @@
 
 #include "dba/guard.h"
 #include "fuzz/fuzz.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -27,7 +30,7 @@ void look_up(DB *database, const std::string &name, Records &found) {
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const fuzz::MemoryFile file(fuzz::text(data, size));
-  const database_ptr database(dba_open(file.path().c_str(), "r"));
+  const DatabasePtr database(dba_open(file.path().c_str(), "r"));
   if (!database) return 0;
   DBT key{}, value{};
   size_t steps = 0;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Any bytes as a delivery of descriptions. Its objects follow each other without overlapping; what is kept of a
 /// refused one, and what an accepted one is printed as, is read again as it was.
 
@@ -11,12 +12,14 @@
 #include "fuzz/fuzz.h"
 #include "qxapi/guard.h"
 
+using namespace rdm;
+
 namespace {
 
 void check_accepted(SOIF *object, uint32_t number) {
   catalog::drop_number(object);
   const std::string text = catalog::print(object), numbered = catalog::with_number(text, number);
-  const soif_ptr again = catalog::parse(numbered);
+  const SoifPtr again = catalog::parse(numbered);
   fuzz::require(again && catalog::number_in(again.get()) == number, "the number that an export adds");
   catalog::drop_number(again.get());
   fuzz::require(catalog::print(again.get()) == text, "a description that was exported");
@@ -26,16 +29,16 @@ void check_accepted(SOIF *object, uint32_t number) {
 /// is stricter than the parser, and it wants an object to be closed.
 void check_refused(const std::string &path, const catalog::SoifStream::Item &item) {
   if (item.object || item.reason.starts_with("attribute name ") || item.reason == "not closed") return;
-  const stdio_ptr file = open_stdio(path.c_str());
+  const StdioPtr file = open_stdio(path.c_str());
   std::fseek(file.get(), static_cast<long>(item.offset), SEEK_SET);
-  fuzz::require(soif_reader(file.get()).next() == nullptr, "an object that was refused");
+  fuzz::require(SoifReader(file.get()).next() == nullptr, "an object that was refused");
 }
 
 }  // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const fuzz::MemoryFile bytes(fuzz::text(data, size));
-  const file_guard input(::open(bytes.path().c_str(), O_RDONLY | O_CLOEXEC));
+  const HostFileGuard input(::open(bytes.path().c_str(), O_RDONLY | O_CLOEXEC));
   catalog::SoifStream stream(input.get(), bytes.path());
   int64_t end = 0;
   while (const auto item = stream.next()) {

@@ -1,16 +1,19 @@
+// SPDX-License-Identifier: MIT
 /// Any text as the query of a GET, up to the message it stands for.
+
+#include <libcs/cs.h>
 
 #include "fuzz/fuzz.h"
 #include "libcs/guard.h"
 
-#include <libcs/cs.h>
+using namespace rdm;
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   std::string query(fuzz::text(data, size));
   query = query.substr(0, query.find('\0'));
-  const pblock_ptr block(host_param_create(1));
+  const PblockPtr block(host_param_create(1));
   pblock_form2pblock(query.data(), static_cast<int32_t>(query.size()), block.get());
-  const csio_ptr header = make_csio(), body = make_csio();
+  const CsioPtr header = make_csio(), body = make_csio();
   const char *refusal = pblock_pblock2rdm(block.get(), header.get(), body.get());
   if (refusal != nullptr) {
     fuzz::require(header->length == 0 && body->length == 0, "buffers of a refused query");
@@ -18,7 +21,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   }
   std::string text(header->length, '\0');
   csio_copy(header.get(), text.data(), static_cast<int32_t>(text.size()));
-  const soif_ptr object = soif_reader(text).next();
+  const SoifPtr object = SoifReader(text).next();
   fuzz::require(object != nullptr && std::string_view(object->template_name) == "RDMHEADER", "the header of a query");
   return 0;
 }

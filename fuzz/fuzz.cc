@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "fuzz/fuzz.h"
 
 #include <sys/mman.h>
@@ -7,7 +8,7 @@
 #include <filesystem>
 #include <fstream>
 
-namespace fuzz {
+namespace rdm::fuzz {
 
 void require(bool holds, const char *message) {
   if (holds) return;
@@ -22,16 +23,17 @@ MemoryFile::MemoryFile(std::string_view bytes)
 
 MemoryFile::~MemoryFile() { ::close(file_); }
 
-Folder::Folder() : path_((std::filesystem::temp_directory_path() / "rdm-fuzz-XXXXXX").string()) {
-  require(::mkdtemp(path_.data()) != nullptr, "a temporary folder");
+TemporaryDirectory::TemporaryDirectory()
+    : path_((std::filesystem::temp_directory_path() / "rdm-fuzz-XXXXXX").string()) {
+  require(::mkdtemp(path_.data()) != nullptr, "a temporary directory");
 }
 
-Folder::~Folder() {
+TemporaryDirectory::~TemporaryDirectory() {
   std::error_code ignored;
   std::filesystem::remove_all(path_, ignored);
 }
 
-std::string Folder::write(const std::string &name, std::string_view bytes) const {
+std::string TemporaryDirectory::write(const std::string &name, std::string_view bytes) const {
   std::ofstream file(path(name), std::ios::binary | std::ios::trunc);
   file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
   require(file.good(), "a temporary file");
@@ -49,4 +51,4 @@ uint64_t take(std::string_view &input, size_t bytes) {
   return number;
 }
 
-}  // namespace fuzz
+}  // namespace rdm::fuzz

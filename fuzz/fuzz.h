@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// What the fuzzers share. A fuzzer is a procedure that takes any bytes; it must end without a crash, a leak or a
 /// broken require.
 #ifndef FUZZ_FUZZ_H
@@ -12,7 +13,7 @@
 /// LLVMFuzzerTestOneInput is the procedure of a fuzzer, under the name by which the fuzzing engine calls it. Always 0.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 
-namespace fuzz {
+namespace rdm::fuzz {
 
 inline std::string_view text(const uint8_t *data, size_t size) { return {reinterpret_cast<const char *>(data), size}; }
 
@@ -35,13 +36,13 @@ class MemoryFile {
   std::string path_;
 };
 
-/// Folder is a temporary folder that goes with the process.
-class Folder {
+/// TemporaryDirectory is a temporary directory that goes with the process.
+class TemporaryDirectory {
  public:
-  Folder();
-  Folder(const Folder &) = delete;
-  Folder &operator=(const Folder &) = delete;
-  ~Folder();
+  TemporaryDirectory();
+  TemporaryDirectory(const TemporaryDirectory &) = delete;
+  TemporaryDirectory &operator=(const TemporaryDirectory &) = delete;
+  ~TemporaryDirectory();
 
   /// write makes a file, or replaces its contents, and returns its path.
   std::string write(const std::string &name, std::string_view bytes) const;
@@ -54,6 +55,6 @@ class Folder {
 /// take splits a number off the front of the input; 0 when too little is left.
 uint64_t take(std::string_view &input, size_t bytes);
 
-}  // namespace fuzz
+}  // namespace rdm::fuzz
 
 #endif

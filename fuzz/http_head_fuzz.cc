@@ -1,11 +1,14 @@
+// SPDX-License-Identifier: MIT
 /// Any bytes as the head of an HTTP request. The pieces in which it arrives must not matter, except that what arrives
 /// whole may be refused for another reason than what is refused early.
 
 #include <algorithm>
 
 #include "fuzz/fuzz.h"
-#include "hosts/rdmd/intake.h"
+#include "hosts/rdmd/request_target.h"
 #include "hosts/rdmd/request_head.h"
+
+using namespace rdm;
 
 namespace {
 

@@ -1,8 +1,11 @@
+// SPDX-License-Identifier: MIT
 /// Any bytes as an index file. What is one is written as the same bytes again.
 
 #include "catalog/index_file.h"
 #include "catalog/os/error.h"
 #include "fuzz/fuzz.h"
+
+using namespace rdm;
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const std::string_view bytes = fuzz::text(data, size);

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Any bytes as the index of a catalog, and a search in it, against models that read the file number by number and that
 /// search by recursion. The first four bytes are the time searched for.
 
@@ -10,6 +11,8 @@
 #include "service/csid.h"
 #include "service/rdm.h"
 
+using namespace rdm;
+
 namespace {
 
 constexpr char csid[] = "x-catalog://localhost:80/a";
@@ -17,10 +20,11 @@ constexpr char csid[] = "x-catalog://localhost:80/a";
 /// Catalog is a service whose index each input replaces.
 struct Catalog {
   Catalog() {
-    folder.write("csid.conf", std::string("csid=\"") + csid + "\" catalog-database=\"" + folder.path("db") + "\"\n");
-    fuzz::require(csid_init(folder.path("csid.conf").c_str(), csid) == 0, "the configuration");
+    directory.write("csid.conf",
+                    std::string("csid=\"") + csid + "\" catalog-database=\"" + directory.path("db") + "\"\n");
+    fuzz::require(csid_init(directory.path("csid.conf").c_str(), csid) == 0, "the configuration");
   }
-  fuzz::Folder folder;
+  fuzz::TemporaryDirectory directory;
 };
 
 uint32_t number(std::string_view file, size_t at) {
@@ -107,10 +111,10 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   static const Catalog catalog;
   std::string_view input = fuzz::text(data, size);
   const auto since = static_cast<int64_t>(fuzz::take(input, 4));
-  catalog.folder.write("db.idx", input);
+  catalog.directory.write("db.idx", input);
   cs_dbindex index{};
   const int result = cs_dbsearch_start(csid, &index);
-  const host_ptr<cs_dbentry> entries(index.entries);
+  const HostPtr<cs_dbentry> entries(index.entries);
   fuzz::require(result == (is_index(input) ? 0 : 1), "what is an index");
   if (result != 0) {
     check_short(input, index);

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Any text as a configuration file of name="value" pairs, each of which is then found and removed.
 
 #include <vector>
@@ -5,6 +6,8 @@
 #include "fuzz/fuzz.h"
 #include "qxapi/guard.h"
 #include "qxapi/records.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -23,7 +26,7 @@ void remove_pairs(pblock &block) {
     const std::string name = chosen->name;
     const host_param *expected = first_of(block, name);
     fuzz::require(host_param_find(name.c_str(), &block) == expected->value, "the first value of a name");
-    const param_ptr removed(host_param_find_entry(name.c_str(), &block, 1));
+    const ParamPtr removed(host_param_find_entry(name.c_str(), &block, 1));
     fuzz::require(removed.get() == expected, "the first pair of a name");
   }
 }
@@ -34,9 +37,9 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   std::string_view input = fuzz::text(data, size);
   const auto limit = static_cast<int>(2 + fuzz::take(input, 1));
   const fuzz::MemoryFile file(input);
-  const file_guard fd(host_open_read(file.path().c_str()));
-  const reader_ptr reader(host_buffer_open(fd.get(), 16));
-  const pblock_ptr block(host_param_create(1));
+  const HostFileGuard fd(host_open_read(file.path().c_str()));
+  const ReaderPtr reader(host_buffer_open(fd.get(), 16));
+  const PblockPtr block(host_param_create(1));
   std::vector<char> line(static_cast<size_t>(limit));
   for (int number = 1, last = 0; last == 0; ++number) {
     last = host_getline(reader.get(), number, limit, line.data());

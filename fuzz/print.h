@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// SOIF objects as text and part by part, for fuzzers that compare them.
 #ifndef FUZZ_PRINT_H
 #define FUZZ_PRINT_H
@@ -8,7 +9,7 @@
 
 #include "libcs/guard.h"
 
-namespace fuzz {
+namespace rdm::fuzz {
 
 inline std::string print(const SOIF *object) {
   std::string text;
@@ -16,7 +17,7 @@ inline std::string print(const SOIF *object) {
     static_cast<std::string *>(to)->append(static_cast<const char *>(bytes), static_cast<size_t>(length));
     return 0;
   };
-  soif_writer(append, &text).print(object);
+  SoifWriter(append, &text).print(object);
   return text;
 }
 
@@ -38,6 +39,6 @@ inline bool same(const SOIF &one, const SOIF &other) {
          attributes(*one.attrs) == attributes(*other.attrs);
 }
 
-}  // namespace fuzz
+}  // namespace rdm::fuzz
 
 #endif

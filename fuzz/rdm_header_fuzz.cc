@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Any bytes as the header of a message. What was read is read again from what it is printed as.
 
 #include <algorithm>
@@ -6,24 +7,26 @@
 #include "libcs/guard.h"
 #include "service/rdm.h"
 
+using namespace rdm;
+
 namespace {
 
-using header_ptr = std::unique_ptr<rdmhdr, deleter<rdmhdr_destroy>>;
+using HeaderPtr = std::unique_ptr<rdmhdr, Deleter<rdmhdr_destroy>>;
 
-header_ptr make_header() {
+HeaderPtr make_header() {
   rdmhdr *header = nullptr;
   rdmhdr_create(&header);
-  return header_ptr(header);
+  return HeaderPtr(header);
 }
 
-csio_ptr buffer_of(std::string_view bytes) {
-  csio_ptr io = make_csio();
+CsioPtr buffer_of(std::string_view bytes) {
+  CsioPtr io = make_csio();
   csio_append(io.get(), bytes.data(), static_cast<int32_t>(bytes.size()));
   return io;
 }
 
 std::string print(const rdmhdr *header) {
-  const csio_ptr io = make_csio();
+  const CsioPtr io = make_csio();
   rdmhdr_print(header, io.get());
   std::string text(io->length, '\0');
   csio_copy(io.get(), text.data(), static_cast<int32_t>(text.size()));
@@ -46,7 +49,7 @@ bool same(const rdmhdr &one, const rdmhdr &other) {
 }  // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-  const header_ptr header = make_header(), again = make_header();
+  const HeaderPtr header = make_header(), again = make_header();
   const int result = rdmhdr_parse(buffer_of(fuzz::text(data, size)).get(), header.get());
   fuzz::require(result >= 0 && result <= 2, "the result");
   if (result != 0) return 0;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Runs a fuzzer's procedure on files, so that what was once found stays found on every build.
 
 #include <filesystem>
@@ -7,6 +8,8 @@
 #include <vector>
 
 #include "fuzz/fuzz.h"
+
+using namespace rdm;
 
 namespace {
 

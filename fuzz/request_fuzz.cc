@@ -1,11 +1,14 @@
+// SPDX-License-Identifier: MIT
 /// Any bytes as an HTTP request, read by the host's own intake and answered by the service from a small catalog.
 
 #include "fuzz/site.h"
 #include "hosts/common/host_table.h"
-#include "hosts/rdmd/intake.h"
+#include "hosts/rdmd/request_target.h"
 #include "hosts/rdmd/request_head.h"
 #include "qxapi/guard.h"
 #include "service/rdm.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -14,7 +17,7 @@ class Service {
  public:
   Service() {
     hosts::bind_host([](const hosts::Report &) {});
-    const pblock_ptr config(host_param_create(1));
+    const PblockPtr config(host_param_create(1));
     host_param_add("config", site_.configuration().c_str(), config.get());
     fuzz::require(rdm_init(config.get(), nullptr, nullptr) == HOST_DONE, "the configuration");
   }
@@ -24,7 +27,7 @@ class Service {
 };
 
 void serve(hosts::Exchange &exchange) {
-  const pblock_ptr parameters(host_param_create(1));
+  const PblockPtr parameters(host_param_create(1));
   if (rdm_type(parameters.get(), exchange.session(), exchange.request()) != HOST_DONE) return;
   rdm_service(parameters.get(), exchange.session(), exchange.request());
   rdm_log(parameters.get(), exchange.session(), exchange.request());

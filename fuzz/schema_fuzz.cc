@@ -1,8 +1,11 @@
+// SPDX-License-Identifier: MIT
 /// Any text as a schema description, and every question about what it says.
 
 #include "fuzz/fuzz.h"
 #include "qxapi/guard.h"
 #include "service/schema.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -17,7 +20,7 @@ void ask_about(const char *attribute) {
 void ask_for_lists(const char *list) {
   char *tblcols = nullptr, **tables = nullptr;
   schema_translate_soif2rdbms(list, &tblcols);
-  const host_text owned(tblcols);
+  const HostText owned(tblcols);
   schema_systables(tblcols, &tables);
   host_free(tables);
 }

@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: MIT
 #include "fuzz/site.h"
 
 #include "dba/guard.h"
 
-namespace fuzz {
+namespace rdm::fuzz {
 namespace {
 
 constexpr char record[] = "@FILE { http://a/1\ntitle{3}:\tOne\nauthor-1{2}:\tMe\n}\n";
@@ -16,22 +17,22 @@ constexpr std::string_view index_bytes{
 
 Site::Site() {
   write_catalog();
-  folder_.write("server.rdm", "@RDMHEADER { -\nrdm-version{3}:\t1.0\n}\n\n@SERVER { -\n}\n");
-  folder_.write("csid.conf", R"(csid="x-catalog://localhost:80/a" catalog-database=")" + folder_.path("db") +
-                                 R"(" server-description=")" + folder_.path("server.rdm") + "\"\n");
-  folder_.write("rdm.conf", R"(bindir="/nowhere" csid-config=")" + folder_.path("csid.conf") +
-                                R"(" csid-default="x-catalog://localhost:80/a")"
-                                "\n");
+  directory_.write("server.rdm", "@RDMHEADER { -\nrdm-version{3}:\t1.0\n}\n\n@SERVER { -\n}\n");
+  directory_.write("csid.conf", R"(csid="x-catalog://localhost:80/a" catalog-database=")" + directory_.path("db") +
+                                    R"(" server-description=")" + directory_.path("server.rdm") + "\"\n");
+  directory_.write("rdm.conf", R"(bindir="/nowhere" csid-config=")" + directory_.path("csid.conf") +
+                                   R"(" csid-default="x-catalog://localhost:80/a")"
+                                   "\n");
 }
 
 void Site::write_catalog() const {
-  const database_ptr database(dba_open(folder_.path("db").c_str(), "w+"));
+  const DatabasePtr database(dba_open(directory_.path("db").c_str(), "w+"));
   for (const char *number : {"00000001", "00000002"}) {
     DBT key{const_cast<char *>(number), 8};
     const DBT value{const_cast<char *>(record), sizeof record - 1};
     require(dba_put(database.get(), &key, &value) == 0, "a record");
   }
-  folder_.write("db.idx", index_bytes);
+  directory_.write("db.idx", index_bytes);
 }
 
-}  // namespace fuzz
+}  // namespace rdm::fuzz

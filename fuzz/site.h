@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// A service to be asked: one catalog of two descriptions, its server description and its configuration.
 #ifndef FUZZ_SITE_H
 #define FUZZ_SITE_H
@@ -6,21 +7,21 @@
 
 #include "fuzz/fuzz.h"
 
-namespace fuzz {
+namespace rdm::fuzz {
 
 class Site {
  public:
   Site();
 
   /// configuration is the file that rdm_init is called with.
-  std::string configuration() const { return folder_.path("rdm.conf"); }
+  std::string configuration() const { return directory_.path("rdm.conf"); }
 
  private:
   void write_catalog() const;
 
-  Folder folder_;
+  TemporaryDirectory directory_;
 };
 
-}  // namespace fuzz
+}  // namespace rdm::fuzz
 
 #endif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// The same bytes as SOIF text in a file and in memory. Both must give the same objects, but for an object with a value
 /// that the end of the input cuts: a file loses it with all that follows; in memory up to 65,536 missing bytes are made
 /// up, and a value that lacks more is refused, so that the objects within it are found.
@@ -7,6 +8,8 @@
 #include "fuzz/fuzz.h"
 #include "fuzz/print.h"
 #include "qxapi/ascii.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -27,10 +30,10 @@ bool announces_too_much(std::string_view text, size_t position) {
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const std::string_view text = fuzz::text(data, size);
   const fuzz::MemoryFile bytes(text);
-  const stdio_ptr file = open_stdio(bytes.path().c_str());
-  soif_reader from_file(file.get()), from_text(text);
+  const StdioPtr file = open_stdio(bytes.path().c_str());
+  SoifReader from_file(file.get()), from_text(text);
   while (!from_text.at_end()) {
-    const soif_ptr one = from_file.next(), other = from_text.next();
+    const SoifPtr one = from_file.next(), other = from_text.next();
     if (from_file.at_end() && !from_text.at_end()) {
       const auto position = static_cast<size_t>(from_text.position());
       fuzz::require(!one && !other && announces_too_much(text, position), "an object lost in the midst of a file");

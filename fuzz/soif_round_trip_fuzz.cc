@@ -1,8 +1,11 @@
+// SPDX-License-Identifier: MIT
 /// What was parsed and printed once is parsed again as the same object, but for empty values, which are not printed,
 /// and is printed to the same bytes.
 
 #include "fuzz/fuzz.h"
 #include "fuzz/print.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -22,12 +25,12 @@ bool is_as_printed(const SOIF &again, const SOIF &object) {
 }  // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-  soif_reader reader(fuzz::text(data, size));
+  SoifReader reader(fuzz::text(data, size));
   while (!reader.at_end()) {
-    const soif_ptr object = reader.next();
+    const SoifPtr object = reader.next();
     if (!object) continue;
     const std::string once = fuzz::print(object.get());
-    const soif_ptr again = soif_reader(once).next();
+    const SoifPtr again = SoifReader(once).next();
     fuzz::require(again != nullptr && is_as_printed(*again, *object), "an object that was printed");
     fuzz::require(fuzz::print(again.get()) == once, "an object that is printed again");
   }

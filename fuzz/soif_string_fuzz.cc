@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Any bytes as SOIF text in memory.
 
 #include <algorithm>
@@ -5,6 +6,8 @@
 
 #include "fuzz/fuzz.h"
 #include "libcs/guard.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -28,9 +31,9 @@ int64_t check_attributes(const cshashtable &table) {
 }  // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-  soif_reader reader(fuzz::text(data, size));
+  SoifReader reader(fuzz::text(data, size));
   while (!reader.at_end()) {
-    const soif_ptr object = reader.next();
+    const SoifPtr object = reader.next();
     if (!object) continue;
     fuzz::require(check_attributes(*object->attrs) == object->value_bytes, "the sum of the sizes");
     // Only the last value can end behind the text, and only so far.

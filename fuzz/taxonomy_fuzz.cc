@@ -1,9 +1,12 @@
+// SPDX-License-Identifier: MIT
 /// Any text as a taxonomy file.
+
+#include <libcs/tax.h>
 
 #include "fuzz/fuzz.h"
 #include "qxapi/guard.h"
 
-#include <libcs/tax.h>
+using namespace rdm;
 
 namespace {
 
@@ -23,7 +26,7 @@ void visit(Classification *node, void *argument) {
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const fuzz::MemoryFile file(fuzz::text(data, size));
-  const host_ptr<Taxonomy> taxonomy(taxonomy_load(file.path().c_str()));
+  const HostPtr<Taxonomy> taxonomy(taxonomy_load(file.path().c_str()));
   if (!taxonomy) return 0;
   Walk down{taxonomy.get()}, up{taxonomy.get()};
   taxonomy_walk(taxonomy.get(), 1, visit, &down);

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Any text as a date, against a slow model: it looks every word's shape up in a table and counts days one at a time.
 
 #include <algorithm>
@@ -5,9 +6,11 @@
 #include <ctime>
 #include <iterator>
 
+#include <libcs/cs.h>
+
 #include "fuzz/fuzz.h"
 
-#include <libcs/cs.h>
+using namespace rdm;
 
 namespace {
 

@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: MIT
 #include "hashdb/cursor.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 
-namespace hashdb {
+namespace rdm::hashdb {
 namespace {
 
 uint16_t swapped(uint16_t number) { return static_cast<uint16_t>(number << 8 | number >> 8); }
@@ -190,4 +191,4 @@ bool Cursor::append_page(LongItem &item) noexcept {
   return holds(at(1), page_end) && item.append(bytes(at(1), page_end));
 }
 
-}  // namespace hashdb
+}  // namespace rdm::hashdb

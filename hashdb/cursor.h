@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Reads the records of a hash file bucket by bucket and trusts none of its bytes.
 #ifndef HASHDB_CURSOR_H
 #define HASHDB_CURSOR_H
@@ -10,7 +11,7 @@
 
 #include "hashdb/format.h"
 
-namespace hashdb {
+namespace rdm::hashdb {
 
 /// Source is the file that a cursor reads. It must not change meanwhile.
 struct Source {
@@ -28,7 +29,7 @@ class LongItem {
   std::string_view text() const noexcept { return {bytes_.get(), size_}; }
 
  private:
-  host_text bytes_;
+  HostText bytes_;
   size_t size_ = 0;
   size_t capacity_ = 0;
 };
@@ -76,7 +77,7 @@ class Cursor {
   bool append_page(LongItem &item) noexcept;
 
   const Source &source_;
-  host_text page_;            // the page read last
+  HostText page_;             // the page read last
   uint64_t page_number_ = 0;  // its number, 0 for none
   bool started_ = false;      // the bucket's first page is still to be read
   uint32_t bucket_ = 0;
@@ -93,6 +94,6 @@ class Cursor {
   std::string_view value_;
 };
 
-}  // namespace hashdb
+}  // namespace rdm::hashdb
 
 #endif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hashdb/format.h"
 
 #include <endian.h>
@@ -6,7 +7,7 @@
 #include <bit>
 #include <cstring>
 
-namespace hashdb {
+namespace rdm::hashdb {
 namespace {
 
 constexpr size_t words = offsetof(Header, bitmaps) / sizeof(uint32_t);
@@ -107,4 +108,4 @@ uint64_t overflow_page(const Header &header, uint16_t address) noexcept {
   return bucket_page(header, (1u << split) - 1) + overflow_number(address);
 }
 
-}  // namespace hashdb
+}  // namespace rdm::hashdb

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// The hash-file format of Berkeley DB 1.85: the header, the addresses of pages, and the marks in their slots.
 ///
 /// A file is an array of pages. The first hold the header; each bucket has one primary page; between the primary pages,
@@ -7,12 +8,12 @@
 #ifndef HASHDB_FORMAT_H
 #define HASHDB_FORMAT_H
 
+#include <db_185.h>
+
 #include <cstddef>
 #include <cstdint>
 
-#include <db_185.h>
-
-namespace hashdb {
+namespace rdm::hashdb {
 
 constexpr uint32_t magic = HASHMAGIC;
 constexpr uint32_t version = HASHVERSION;
@@ -105,6 +106,6 @@ constexpr uint32_t log2_up(uint32_t number) {
   return n;
 }
 
-}  // namespace hashdb
+}  // namespace rdm::hashdb
 
 #endif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Guards over the support library's objects: each releases what it holds when it goes out of scope.
 #ifndef LIBCS_GUARD_H
 #define LIBCS_GUARD_H
@@ -9,54 +10,56 @@
 #include <libcs/soif.h>
 #include <qxapi/guard.h>
 
-/// list_ptr releases the list and, through its free callback, its items.
+namespace rdm {
+
+/// ListPtr releases the list and, through its free callback, its items.
 inline void cslist_release(cslist *list) noexcept { cslist_do_free(list, 1); }
-using list_ptr = std::unique_ptr<cslist, deleter<cslist_release>>;
-using hashtable_ptr = std::unique_ptr<cshashtable, deleter<cshashtable_free>>;
-using csio_ptr = std::unique_ptr<csio, deleter<csio_destroy>>;
-using soif_ptr = std::unique_ptr<SOIF, deleter<soif_free>>;
-using soif_buffer_ptr = std::unique_ptr<SOIFBuffer, deleter<soif_buffer_destroy>>;
+using ListPtr = std::unique_ptr<cslist, Deleter<cslist_release>>;
+using HashTablePtr = std::unique_ptr<cshashtable, Deleter<cshashtable_free>>;
+using CsioPtr = std::unique_ptr<csio, Deleter<csio_destroy>>;
+using SoifPtr = std::unique_ptr<SOIF, Deleter<soif_free>>;
+using SoifBufferPtr = std::unique_ptr<SOIFBuffer, Deleter<soif_buffer_destroy>>;
 
 /// make_csio returns a new buffer that moves to a file past `max_memory` bytes (0: never).
-inline csio_ptr make_csio(uint32_t max_memory = 0) noexcept {
+inline CsioPtr make_csio(uint32_t max_memory = 0) noexcept {
   csio *io = nullptr;
   csio_create(&io);
   if (io != nullptr) io->max_memory = max_memory;
-  return csio_ptr(io);
+  return CsioPtr(io);
 }
 
 /// make_soif returns a new object; a bucket count below 1 means the default.
-inline soif_ptr make_soif(const char *template_name, const char *url, int buckets = 0) noexcept {
+inline SoifPtr make_soif(const char *template_name, const char *url, int buckets = 0) noexcept {
   SOIF *object = nullptr;
   soif_create(template_name, url, buckets, &object);
-  return soif_ptr(object);
+  return SoifPtr(object);
 }
 
 inline void close_stdio(FILE *file) noexcept { std::fclose(file); }
-using stdio_ptr = std::unique_ptr<FILE, deleter<close_stdio>>;
+using StdioPtr = std::unique_ptr<FILE, Deleter<close_stdio>>;
 
 /// open_stdio opens a file for reading. Null, also for a null path, leaves the reason to host_last_error_text.
-inline stdio_ptr open_stdio(const char *path) noexcept {
-  return stdio_ptr(std::fopen(path != nullptr ? path : "", "re"));
+inline StdioPtr open_stdio(const char *path) noexcept {
+  return StdioPtr(std::fopen(path != nullptr ? path : "", "re"));
 }
 
-/// soif_reader is a parse stream that closes with its scope.
-class soif_reader {
+/// SoifReader is a parse stream that closes with its scope.
+class SoifReader {
  public:
-  explicit soif_reader(FILE *file) noexcept : stream_(soif_parse_init_file(file)) {}
-  explicit soif_reader(std::string_view text) noexcept
+  explicit SoifReader(FILE *file) noexcept : stream_(soif_parse_init_file(file)) {}
+  explicit SoifReader(std::string_view text) noexcept
       : stream_(soif_parse_init_string(text.data(), static_cast<int32_t>(text.size()))) {}
-  soif_reader(const soif_reader &) = delete;
-  soif_reader &operator=(const soif_reader &) = delete;
-  ~soif_reader() { soif_parse_finish(stream_); }
+  SoifReader(const SoifReader &) = delete;
+  SoifReader &operator=(const SoifReader &) = delete;
+  ~SoifReader() { soif_parse_finish(stream_); }
 
   /// accept keeps only the attributes of a null-terminated list; null keeps all.
   void accept(char **attributes) noexcept { soif_parse_set_accept_attr(stream_, attributes); }
   /// next returns the next object, or null at the end and after a syntax error.
-  soif_ptr next() noexcept {
+  SoifPtr next() noexcept {
     SOIF *object = nullptr;
     soif_parse(stream_, &object);
-    return soif_ptr(object);
+    return SoifPtr(object);
   }
   /// position returns how many bytes of a string have been read.
   int32_t position() const noexcept { return _soif_state[stream_].input_position; }
@@ -66,19 +69,21 @@ class soif_reader {
   int stream_;
 };
 
-/// soif_writer is a print stream that closes with its scope.
-class soif_writer {
+/// SoifWriter is a print stream that closes with its scope.
+class SoifWriter {
  public:
-  soif_writer(soif_output_fn output, void *argument) noexcept : stream_(soif_print_init_fn(output, argument)) {}
-  explicit soif_writer(csio *io) noexcept : soif_writer(csio_append, io) {}
-  soif_writer(const soif_writer &) = delete;
-  soif_writer &operator=(const soif_writer &) = delete;
-  ~soif_writer() { soif_print_finish(stream_); }
+  SoifWriter(soif_output_fn output, void *argument) noexcept : stream_(soif_print_init_fn(output, argument)) {}
+  explicit SoifWriter(csio *io) noexcept : SoifWriter(csio_append, io) {}
+  SoifWriter(const SoifWriter &) = delete;
+  SoifWriter &operator=(const SoifWriter &) = delete;
+  ~SoifWriter() { soif_print_finish(stream_); }
 
   void print(const SOIF *object) noexcept { soif_print(stream_, object); }
 
  private:
   int stream_;
 };
+
+}  // namespace rdm
 
 #endif

@@ -1,5 +1,4 @@
-#include <libcs/log.h>
-
+// SPDX-License-Identifier: MIT
 #include <pwd.h>
 #include <unistd.h>
 
@@ -11,9 +10,13 @@
 #include <ctime>
 #include <string_view>
 
+#include <libcs/log.h>
+
 #include "libcs/log_owner.h"
 #include "qxapi/ascii.h"
 #include "qxapi/log_text.h"
+
+using namespace rdm;
 
 int32_t _cslog_level = 0;
 int32_t _cslog_module = 1;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// The owner of the diagnostic log's file.
 #ifndef LIBCS_LOG_OWNER_H
 #define LIBCS_LOG_OWNER_H

@@ -1,8 +1,10 @@
-#include <libcs/cs.h>
+// SPDX-License-Identifier: MIT
 #include <md5.h>
 
 #include <algorithm>
 #include <array>
+
+#include <libcs/cs.h>
 
 namespace {
 

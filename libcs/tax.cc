@@ -1,15 +1,17 @@
-#include <libcs/tax.h>
-
-#include <libcs/log.h>
-
+// SPDX-License-Identifier: MIT
 #include <cstring>
 #include <string_view>
 
+#include <libcs/log.h>
+#include <libcs/tax.h>
+
+#include "libcs/class_index.h"
 #include "libcs/guard.h"
-#include "libcs/places.h"
-#include "libcs/trail.h"
+#include "libcs/tree_iterator.h"
 #include "qxapi/ascii.h"
 #include "qxapi/fatal.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -18,13 +20,13 @@ constexpr int info_slots = 7;
 
 constexpr int parents_first = 0, children_first = 2;
 
-using node_ptr = std::unique_ptr<Classification, deleter<classification_destroy>>;
+using NodePtr = std::unique_ptr<Classification, Deleter<classification_destroy>>;
 
-void release_taxonomy(Taxonomy *t) {
+void TaxonomyDeleter(Taxonomy *t) {
   taxonomy_destroy(t);
   host_free(t);
 }
-using taxonomy_ptr = std::unique_ptr<Taxonomy, deleter<release_taxonomy>>;
+using TaxonomyPtr = std::unique_ptr<Taxonomy, Deleter<TaxonomyDeleter>>;
 
 bool equals(const char *a, const char *b) { return a != nullptr && b != nullptr && std::strcmp(a, b) == 0; }
 
@@ -34,8 +36,8 @@ char *copy_of(const char *text) { return text != nullptr ? host_strdup(text) : n
 
 Classification *find_below(Classification *node, const char *id) {
   if (node == nullptr) return nullptr;
-  Trail trail(node);
-  while (node != nullptr && !equals(node->id, id)) node = trail.next_parent_first();
+  TreeIterator trail(node);
+  while (node != nullptr && !equals(node->id, id)) node = trail.next_preorder();
   return node;
 }
 
@@ -62,10 +64,10 @@ void report_insertion(const char *id, const char *parent_id) {
   CSLOG(CSLOG_ERROR, "tax", "Cannot insert '%s' into parent '%s'\n", shown(id), shown(parent_id));
 }
 
-taxonomy_ptr make_taxonomy() {
-  host_ptr<Taxonomy> record = host_new<Taxonomy>();
+TaxonomyPtr make_taxonomy() {
+  HostPtr<Taxonomy> record = host_new<Taxonomy>();
   if (!record) return nullptr;
-  taxonomy_ptr taxonomy(record.release());
+  TaxonomyPtr taxonomy(record.release());
   taxonomy->info = host_param_create(info_slots);
   taxonomy->root = classification_create();
   if (taxonomy->info == nullptr || taxonomy->root == nullptr) return nullptr;
@@ -91,8 +93,8 @@ bool belongs_to(const Taxonomy &taxonomy, const char *taxonomy_id) {
   return taxonomy.id != nullptr && ascii::iequals(taxonomy.id, taxonomy_id);
 }
 
-node_ptr make_node(const char *id, const char *description) {
-  node_ptr node(classification_create());
+NodePtr make_node(const char *id, const char *description) {
+  NodePtr node(classification_create());
   if (!node) return nullptr;
   node->id = host_strdup(id);
   node->description = copy_of(description);
@@ -101,15 +103,15 @@ node_ptr make_node(const char *id, const char *description) {
 }
 
 /// add_class returns whether there is a parent, and memory, for a node. The node then belongs to the tree.
-bool add_class(Places &places, Classification *node, const char *parent_id) {
-  Place *parent = places.find(parent_id);
-  if (parent == nullptr || !places.add(node, parent)) return false;
+bool add_class(ClassIndex &classes, Classification *node, const char *parent_id) {
+  IndexedClass *parent = classes.find(parent_id);
+  if (parent == nullptr || !classes.add(node, parent)) return false;
   link_back(node, parent->node, parent_id);
   return true;
 }
 
 /// take_class inserts the class of a CLASSIFICATION object.
-void take_class(const Taxonomy &taxonomy, Places &places, const SOIF *object) {
+void take_class(const Taxonomy &taxonomy, ClassIndex &classes, const SOIF *object) {
   const char *id = soif_findval(object, "id");
   const char *parent_id = soif_findval(object, "parent-id");
   const char *taxonomy_id = soif_findval(object, "taxonomy-id");
@@ -121,39 +123,39 @@ void take_class(const Taxonomy &taxonomy, Places &places, const SOIF *object) {
     CSLOG(CSLOG_WARNING, "tax", "taxonomy_load: Misfit: %s\n", object->url);
     return;
   }
-  node_ptr node = make_node(id, soif_findval(object, "description"));
-  if (node && add_class(places, node.get(), parent_id))
+  NodePtr node = make_node(id, soif_findval(object, "description"));
+  if (node && add_class(classes, node.get(), parent_id))
     static_cast<void>(node.release());
   else
     report_insertion(id, parent_id);
 }
 
 /// read_objects reads the file to its end, or to where it cannot be read on.
-void read_objects(Taxonomy &taxonomy, Places &places, FILE *file) {
-  for (soif_reader reader(file);;) {
-    const soif_ptr object = reader.next();
+void read_objects(Taxonomy &taxonomy, ClassIndex &classes, FILE *file) {
+  for (SoifReader reader(file);;) {
+    const SoifPtr object = reader.next();
     if (!object && (reader.at_end() || std::ferror(file) != 0)) return;
     if (!object) continue;
     if (ascii::iequals(object->template_name, "TAXONOMY"))
       take_taxonomy(taxonomy, object.get());
     else if (ascii::iequals(object->template_name, "CLASSIFICATION"))
-      take_class(taxonomy, places, object.get());
+      take_class(taxonomy, classes, object.get());
   }
 }
 
 }  // namespace
 
 Taxonomy *taxonomy_load(const char *path) noexcept {
-  const stdio_ptr file = open_stdio(path);
+  const StdioPtr file = open_stdio(path);
   if (!file) {
     const char *reason = host_last_error_text();
     CSLOG(CSLOG_ERROR, "tax", "taxonomy_load: %s: %s\n", shown(path), reason);
     return nullptr;
   }
-  taxonomy_ptr taxonomy = make_taxonomy();
-  Places places;
-  if (!taxonomy || !places.add_root(taxonomy->root)) return nullptr;
-  read_objects(*taxonomy, places, file.get());
+  TaxonomyPtr taxonomy = make_taxonomy();
+  ClassIndex classes;
+  if (!taxonomy || !classes.add_root(taxonomy->root)) return nullptr;
+  read_objects(*taxonomy, classes, file.get());
   return taxonomy.release();
 }
 
@@ -179,11 +181,11 @@ void taxonomy_walk(Taxonomy *t, int mode, classification_fn fn, void *argument) 
 
 void classification_walk(Classification *node, int mode, classification_fn fn, void *argument) noexcept {
   if (node == nullptr || fn == nullptr || mode < parents_first || mode > children_first) return;
-  Trail trail(node);
+  TreeIterator trail(node);
   if (mode == children_first)
-    while (Classification *left = trail.next_child_first()) fn(left, argument);
+    while (Classification *left = trail.next_postorder()) fn(left, argument);
   else
-    for (; node != nullptr; node = trail.next_parent_first()) fn(node, argument);
+    for (; node != nullptr; node = trail.next_preorder()) fn(node, argument);
 }
 
 int taxonomy_depth(const Taxonomy *, const Classification *node) noexcept {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// ASCII character classes and comparisons that no locale of the host program can change.
 #ifndef QXAPI_ASCII_H
 #define QXAPI_ASCII_H
@@ -6,7 +7,7 @@
 #include <cstdint>
 #include <string_view>
 
-namespace ascii {
+namespace rdm::ascii {
 
 constexpr bool is_space(int c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 constexpr bool is_control(int c) { return (c >= '\0' && c < ' ') || c == '\x7f'; }
@@ -52,6 +53,6 @@ constexpr int32_t to_int32(std::string_view text) {
   return static_cast<int32_t>(negative ? -value : std::min<int64_t>(value, INT32_MAX));
 }
 
-}  // namespace ascii
+}  // namespace rdm::ascii
 
 #endif

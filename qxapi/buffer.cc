@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <cerrno>
 #include <new>
 
@@ -5,7 +6,7 @@
 #include "qxapi/posix.h"
 #include "qxapi/records.h"
 
-namespace posix_host {
+namespace rdm::posix_host {
 namespace {
 
 /// next_byte returns the next byte, or `end` or `failure`.
@@ -55,4 +56,4 @@ int64_t buffer_send(host_buffer *, host_net *) {
   return -1;
 }
 
-}  // namespace posix_host
+}  // namespace rdm::posix_host

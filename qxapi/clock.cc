@@ -1,9 +1,10 @@
+// SPDX-License-Identifier: MIT
 #include <clocale>
 #include <ctime>
 
 #include "qxapi/posix.h"
 
-namespace posix_host {
+namespace rdm::posix_host {
 namespace {
 
 /// The C locale, whatever the host program has set.
@@ -26,4 +27,4 @@ struct tm *utc(const time_t *t, struct tm *out) {
   return ::gmtime_r(t, out);
 }
 
-}  // namespace posix_host
+}  // namespace rdm::posix_host

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <pthread.h>
 
 #include <cstdlib>
@@ -9,7 +10,7 @@ struct host_crit {
   pthread_mutex_t mutex;
 };
 
-namespace posix_host {
+namespace rdm::posix_host {
 namespace {
 
 struct Exit {
@@ -35,7 +36,7 @@ void run_exits() {
 }  // namespace
 
 host_crit *crit_create() {
-  host_ptr<host_crit> section = host_new<host_crit>();
+  HostPtr<host_crit> section = host_new<host_crit>();
   if (section && pthread_mutex_init(&section->mutex, nullptr) != 0) section.reset();
   return section.release();
 }
@@ -56,4 +57,4 @@ void register_exit(void (*fn)(void *), void *argument) {
   pthread_mutex_unlock(&exits_mutex);
 }
 
-}  // namespace posix_host
+}  // namespace rdm::posix_host

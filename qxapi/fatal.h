@@ -1,9 +1,12 @@
+// SPDX-License-Identifier: MIT
 /// Fatal conditions: programming errors after which the process must not go on, whatever NDEBUG says.
 #ifndef QXAPI_FATAL_H
 #define QXAPI_FATAL_H
 
 #include <cstdio>
 #include <cstdlib>
+
+namespace rdm {
 
 /// qx_report_assertion names the module, its line and the condition on standard error, for a programming error that the
 /// process survives.
@@ -17,9 +20,11 @@ inline void qx_report_assertion(const char *module, int line, const char *condit
   std::abort();
 }
 
-#define QX_REQUIRE(condition, module, text)             \
-  do {                                                  \
-    if (!(condition)) qx_fatal(module, __LINE__, text); \
+}  // namespace rdm
+
+#define QX_REQUIRE(condition, module, text)                  \
+  do {                                                       \
+    if (!(condition)) rdm::qx_fatal(module, __LINE__, text); \
   } while (0)
 
 #endif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -5,7 +6,7 @@
 
 #include "qxapi/posix.h"
 
-namespace posix_host {
+namespace rdm::posix_host {
 namespace {
 
 constexpr mode_t shared_file = 0644;
@@ -66,8 +67,8 @@ int write_log(host_fd fd, const void *bytes, int32_t n) {
 }
 
 int64_t seek(host_fd fd, int64_t offset, int whence) { return ::lseek(fd, offset, whence); }
-int close_file(host_fd fd) { return ::close(fd); }
+int FileCloser(host_fd fd) { return ::close(fd); }
 int file_status(const char *path, struct stat *st) { return ::stat(path, st); }
 int remove_file(const char *path) { return ::unlink(path); }
 
-}  // namespace posix_host
+}  // namespace rdm::posix_host

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Text of clients in lines of logs. Every log of the system escapes through this file.
 #ifndef QXAPI_LOG_TEXT_H
 #define QXAPI_LOG_TEXT_H
@@ -7,6 +8,8 @@
 #include <string_view>
 
 #include "qxapi/ascii.h"
+
+namespace rdm {
 
 /// The bytes of a log line, its newline included, with a NUL: a longer line is cut.
 constexpr std::size_t log_line_size = 8192;
@@ -73,5 +76,7 @@ class LogText {
  private:
   char text_[log_line_size];
 };
+
+}  // namespace rdm
 
 #endif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// An index by name beside a chain or a tree that is too long to be searched entry by entry.
 #ifndef QXAPI_NAME_INDEX_H
 #define QXAPI_NAME_INDEX_H
@@ -8,6 +9,8 @@
 
 #include "qxapi/guard.h"
 #include "qxapi/sip_hash.h"
+
+namespace rdm {
 
 /// NameLink is the part of an entry that belongs to the index.
 template <typename Entry>
@@ -103,5 +106,7 @@ struct NameIndex {
     return true;
   }
 };
+
+}  // namespace rdm
 
 #endif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <cstring>
 #include <string_view>
 
@@ -5,7 +6,7 @@
 #include "qxapi/posix.h"
 #include "qxapi/records.h"
 
-namespace posix_host {
+namespace rdm::posix_host {
 namespace {
 
 /// A word of a configuration line: its name and its value with the escapes still in it.
@@ -49,14 +50,14 @@ Word take_word(std::string_view &line) {
   return word;
 }
 
-host_text copy_text(std::string_view text) {
-  host_text copy(static_cast<char *>(host_alloc(text.size() + 1)));
+HostText copy_text(std::string_view text) {
+  HostText copy(static_cast<char *>(host_alloc(text.size() + 1)));
   if (copy) copy.get()[text.copy(copy.get(), text.size())] = '\0';
   return copy;
 }
 
-host_text copy_unescaped(std::string_view text) {
-  host_text copy(static_cast<char *>(host_alloc(text.size() + 1)));
+HostText copy_unescaped(std::string_view text) {
+  HostText copy(static_cast<char *>(host_alloc(text.size() + 1)));
   if (!copy) return copy;
   char *out = copy.get();
   for (size_t i = 0; i < text.size(); ++i) {
@@ -70,7 +71,7 @@ host_text copy_unescaped(std::string_view text) {
 /// A chain of up to so many pairs is searched as fast as an index.
 constexpr size_t few_pairs = 8;
 
-indexed_pair *as_indexed(host_param *pair) { return reinterpret_cast<indexed_pair *>(pair); }
+IndexedPair *as_indexed(host_param *pair) { return reinterpret_cast<IndexedPair *>(pair); }
 
 bool is_indexed(const pblock &b) { return b.index.size != 0; }
 
@@ -79,7 +80,7 @@ bool has_renamed_pair(const pblock &b) { return is_indexed(b) && b.lent != nullp
 /// search returns the first pair of a name, or null.
 host_param *search(const char *name, const pblock &b) {
   if (is_indexed(b) && !has_renamed_pair(b)) {
-    indexed_pair *found = b.index.find(name);
+    IndexedPair *found = b.index.find(name);
     return found != nullptr ? &found->pair : nullptr;
   }
   host_param *pair = b.first;
@@ -93,7 +94,7 @@ void index_all(pblock &b) {
     if (!b.index.add(as_indexed(pair))) return;
 }
 
-void chain(pblock &b, indexed_pair *added) {
+void chain(pblock &b, IndexedPair *added) {
   added->link = b.last;
   *b.last = &added->pair;
   b.last = &added->pair.next;
@@ -105,7 +106,7 @@ void chain(pblock &b, indexed_pair *added) {
 }
 
 /// unchain removes the first pair of its name.
-void unchain(pblock &b, indexed_pair *removed) {
+void unchain(pblock &b, IndexedPair *removed) {
   if (is_indexed(b)) b.index.take(removed->name());
   if (b.lent == removed) b.lent = nullptr;
   host_param *const next = std::exchange(removed->pair.next, nullptr);
@@ -117,7 +118,7 @@ void unchain(pblock &b, indexed_pair *removed) {
 }  // namespace
 
 pblock *param_create(int /*slots*/) {
-  host_ptr<pblock> block = host_new<pblock>();
+  HostPtr<pblock> block = host_new<pblock>();
   if (block) block->last = &block->first;
   return block.release();
 }
@@ -153,9 +154,9 @@ host_param *param_find_entry(const char *name, pblock *b, int remove) {
 }
 
 int param_add(const char *name, const char *value, pblock *b) {
-  host_ptr<indexed_pair> added = host_new<indexed_pair>();
-  host_text name_copy(added ? host_strdup(name) : nullptr);
-  host_text value_copy(name_copy ? host_strdup(value) : nullptr);
+  HostPtr<IndexedPair> added = host_new<IndexedPair>();
+  HostText name_copy(added ? host_strdup(name) : nullptr);
+  HostText value_copy(name_copy ? host_strdup(value) : nullptr);
   if (!value_copy) return -1;
   added->pair.name = name_copy.release();
   added->pair.value = value_copy.release();
@@ -177,11 +178,11 @@ int param_parse(const char *line, pblock *b) {
     if (rest.empty()) return pairs;
     const Word word = take_word(rest);
     if (!word.is_pair || word.name.empty()) continue;
-    const host_text name = copy_text(word.name);
-    const host_text value = copy_unescaped(word.value);
+    const HostText name = copy_text(word.name);
+    const HostText value = copy_unescaped(word.value);
     if (!name || !value || host_param_add(name.get(), value.get(), b) != 0) return -1;
     ++pairs;
   }
 }
 
-}  // namespace posix_host
+}  // namespace rdm::posix_host

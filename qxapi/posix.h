@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: MIT
 /// The POSIX host's operations, one declaration per entry of its table; a file per concern implements them.
 #ifndef QXAPI_POSIX_H
 #define QXAPI_POSIX_H
 
 #include <qxapi/qxapi.h>
 
-namespace posix_host {
+namespace rdm::posix_host {
 
 void *allocate(size_t n);
 void *reallocate(void *p, size_t n);
@@ -38,7 +39,7 @@ int32_t read_bytes(host_fd fd, void *buffer, int32_t n);
 int write_bytes(host_fd fd, const void *bytes, int32_t n);
 int write_log(host_fd fd, const void *bytes, int32_t n);
 int64_t seek(host_fd fd, int64_t offset, int whence);
-int close_file(host_fd fd);
+int FileCloser(host_fd fd);
 int file_status(const char *path, struct stat *st);
 int remove_file(const char *path);
 
@@ -57,6 +58,6 @@ struct tm *utc(const time_t *t, struct tm *out);
 void unescape(char *text);
 int thread_id();
 
-}  // namespace posix_host
+}  // namespace rdm::posix_host
 
 #endif

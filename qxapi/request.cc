@@ -1,9 +1,10 @@
+// SPDX-License-Identifier: MIT
 #include <cerrno>
 
 #include "qxapi/ascii.h"
 #include "qxapi/posix.h"
 
-namespace posix_host {
+namespace rdm::posix_host {
 
 int request_header(const char *name, char **value, Session *, Request *rq) {
   char lower[256];
@@ -25,4 +26,4 @@ int net_write(host_net *, const void *, int32_t) {
   return -1;
 }
 
-}  // namespace posix_host
+}  // namespace rdm::posix_host

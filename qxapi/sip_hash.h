@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// SipHash-1-3, a keyed hash: a client that does not know the key cannot choose texts of equal hashes.
 #ifndef QXAPI_SIP_HASH_H
 #define QXAPI_SIP_HASH_H
@@ -9,6 +10,8 @@
 #include <cstdint>
 #include <cstring>
 #include <string_view>
+
+namespace rdm {
 
 struct SipKey {
   uint64_t low, high;
@@ -80,5 +83,7 @@ inline SipKey process_sip_key() noexcept {
   }();
   return key;
 }
+
+}  // namespace rdm
 
 #endif

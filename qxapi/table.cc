@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <qxapi/qxapi.h>
 
 namespace {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <unistd.h>
 
 #include <algorithm>
@@ -11,7 +12,7 @@
 #include "qxapi/log_text.h"
 #include "qxapi/posix.h"
 
-namespace posix_host {
+namespace rdm::posix_host {
 namespace {
 
 int hex_digit(char c) {
@@ -72,4 +73,4 @@ void unescape(char *text) {
 
 int thread_id() { return ::gettid(); }
 
-}  // namespace posix_host
+}  // namespace rdm::posix_host

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # shellcheck shell=sh
 # What the scripts share: each reads this file first, which takes it to the source folder.
 
@@ -7,7 +8,7 @@ cd -- "$(dirname -- "$self")/.." || exit
 
 # usage prints the comment at the head of the calling script.
 usage() {
-  sed -n '2,/^$/s/^# \{0,1\}//p' "$self"
+  sed -n '/^# Usage/,/^$/s/^# \{0,1\}//p' "$self"
 }
 
 say() {

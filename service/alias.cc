@@ -1,10 +1,13 @@
+// SPDX-License-Identifier: MIT
 #include "service/alias.h"
-
-#include <libcs/log.h>
 
 #include <cstring>
 
+#include <libcs/log.h>
+
 #include "qxapi/guard.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -23,12 +26,12 @@ bool read_lines(host_buffer *reader, pblock *a2p, pblock *p2a) {
 }
 
 bool read_file(const char *path, pblock *a2p, pblock *p2a) {
-  const file_guard file(host_open_read(path));
+  const HostFileGuard file(host_open_read(path));
   if (!file) {
     CSLOG(CSLOG_ERROR, "alias", "alias_init: Can't open %s: %s\n", path, host_last_error_text());
     return false;
   }
-  const reader_ptr reader(host_buffer_open(file.get(), line_limit));
+  const ReaderPtr reader(host_buffer_open(file.get(), line_limit));
   if (!reader) {
     CSLOG(CSLOG_ERROR, "alias", "alias_init: Can't buffer %s\n", path);
     return false;
@@ -38,8 +41,8 @@ bool read_file(const char *path, pblock *a2p, pblock *p2a) {
   return false;
 }
 
-pblock_ptr create_map() {
-  pblock_ptr map(host_param_create(map_slots));
+PblockPtr create_map() {
+  PblockPtr map(host_param_create(map_slots));
   if (!map) CSLOG(CSLOG_ERROR, "alias", "alias_init: pblock_create failed\n");
   return map;
 }
@@ -48,8 +51,8 @@ pblock_ptr create_map() {
 
 int alias_init(pblock **a2p, pblock **p2a, const char *path) noexcept {
   *a2p = *p2a = nullptr;
-  pblock_ptr parents = create_map();
-  pblock_ptr aliases = parents ? create_map() : nullptr;
+  PblockPtr parents = create_map();
+  PblockPtr aliases = parents ? create_map() : nullptr;
   if (!aliases || !read_file(path, parents.get(), aliases.get())) return -1;
   *a2p = parents.release();
   *p2a = aliases.release();

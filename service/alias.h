@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /*
  * Alias files: several names for one thing.
  *

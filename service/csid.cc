@@ -1,11 +1,14 @@
+// SPDX-License-Identifier: MIT
 #include "service/csid.h"
-
-#include <libcs/log.h>
 
 #include <cstring>
 
+#include <libcs/log.h>
+
 #include "qxapi/guard.h"
 #include "service/alias.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -53,14 +56,14 @@ void report_memory(const Loading &loading) {
   CSLOG(CSLOG_ERROR, "csid", "csid_init: %s: Out of memory\n", loading.file);
 }
 
-void start_service(pblock_ptr params, const char *csid, Loading &loading) {
+void start_service(PblockPtr params, const char *csid, Loading &loading) {
   loading.current = nullptr;
   if (loading.count == max_services) {
     CSLOG(CSLOG_ERROR, "csid", "csid_init: %s: More than %d services, <CSID:%s> ignored\n", loading.file, max_services,
           csid);
     return;
   }
-  host_text name(host_strdup(csid));
+  HostText name(host_strdup(csid));
   if (!name) return report_memory(loading);
   loading.current = &services[loading.count++];
   loading.current->params = params.release();
@@ -68,7 +71,7 @@ void start_service(pblock_ptr params, const char *csid, Loading &loading) {
 }
 
 void take_line(const char *line, Loading &loading) {
-  pblock_ptr pairs(host_param_create(service_slots));
+  PblockPtr pairs(host_param_create(service_slots));
   if (!pairs || host_param_parse(line, pairs.get()) < 0) {
     // It may have been the start of a service, so what follows is not added to the one before.
     loading.current = nullptr;
@@ -90,9 +93,9 @@ bool report_file(const char *path) {
 
 /// read_file leaves no services of a file that cannot be read to its end.
 bool read_file(const char *path) {
-  const file_guard file(host_open_read(path));
+  const HostFileGuard file(host_open_read(path));
   if (!file) return report_file(path);
-  const reader_ptr reader(host_buffer_open(file.get(), line_limit));
+  const ReaderPtr reader(host_buffer_open(file.get(), line_limit));
   if (!reader) {
     CSLOG(CSLOG_ERROR, "csid", "csid_init: %s: Cannot buffer?\n", path);
     return false;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /*
  * The registry of catalog services, by the CSID (catalog service identifier) that names each.
  *

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// What the service's files share about RDM messages.
 #ifndef SERVICE_MESSAGE_H
 #define SERVICE_MESSAGE_H
@@ -5,17 +6,19 @@
 #include "libcs/guard.h"
 #include "service/rdm.h"
 
-using rdmhdr_ptr = std::unique_ptr<rdmhdr, deleter<rdmhdr_destroy>>;
+namespace rdm {
+
+using RdmHeaderPtr = std::unique_ptr<rdmhdr, Deleter<rdmhdr_destroy>>;
 
 /// make_rdmhdr returns a new record, reset and of the given type, or null when memory fails.
-inline rdmhdr_ptr make_rdmhdr(int32_t type) noexcept {
+inline RdmHeaderPtr make_rdmhdr(int32_t type) noexcept {
   rdmhdr *record = nullptr;
   rdmhdr_create(&record);
   if (record != nullptr) {
     rdmhdr_reset(record);
     record->type = type;
   }
-  return rdmhdr_ptr(record);
+  return RdmHeaderPtr(record);
 }
 
 /// rdm_type_name returns the name that a message type is printed with, "Unknown" for any other number.
@@ -28,5 +31,7 @@ void rdm_answer(rdmhdr *header, int32_t type, const char *error_message) noexcep
 inline void append_text(csio *io, std::string_view text) noexcept {
   csio_append(io, text.data(), static_cast<int32_t>(text.size()));
 }
+
+}  // namespace rdm
 
 #endif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /*
  * The RDM service: the plug-in's entries and the procedures behind them.
  *

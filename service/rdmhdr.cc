@@ -1,4 +1,7 @@
+// SPDX-License-Identifier: MIT
 #include <cstring>
+
+#include <libcs/log.h>
 
 #include "libcs/guard.h"
 #include "qxapi/ascii.h"
@@ -6,7 +9,7 @@
 #include "service/csid.h"
 #include "service/message.h"
 
-#include <libcs/log.h>
+using namespace rdm;
 
 namespace {
 
@@ -58,7 +61,7 @@ char *copy_of(const char *text) { return text != nullptr ? host_strdup(text) : n
 
 /// read_object parses the first object of the header text, or answers null. An object cut at the limit must have been
 /// closed before the cut: the byte after the text, which is no white space, keeps an open one from ending with it.
-soif_ptr read_object(csio *io) {
+SoifPtr read_object(csio *io) {
   char text[header_limit + 1] = {};
   const int32_t length = csio_copy(io, text, header_limit);
   if (length < 1) {
@@ -66,8 +69,8 @@ soif_ptr read_object(csio *io) {
     return nullptr;
   }
   const bool cut = io->position < io->length;
-  soif_reader reader(std::string_view(text, static_cast<size_t>(length) + (cut ? 1 : 0)));
-  soif_ptr object = reader.next();
+  SoifReader reader(std::string_view(text, static_cast<size_t>(length) + (cut ? 1 : 0)));
+  SoifPtr object = reader.next();
   if (!object || reader.position() > length) {
     CSLOG(CSLOG_ERROR, "rdmhdr", "Invalid RDMHEADER specification...\n");
     return nullptr;
@@ -103,13 +106,13 @@ void take_fields(const SOIF *object, const char *default_csid, rdmhdr *h) {
 
 }  // namespace
 
-const char *rdm_type_name(int32_t type) noexcept {
+const char *rdm::rdm_type_name(int32_t type) noexcept {
   for (const TypeName &row : type_names)
     if (row.type == type) return row.name;
   return "Unknown";
 }
 
-void rdm_answer(rdmhdr *header, int32_t type, const char *error_message) noexcept {
+void rdm::rdm_answer(rdmhdr *header, int32_t type, const char *error_message) noexcept {
   rdmhdr_reset(header);
   header->type = type;
   header->error_message = copy_of(error_message);
@@ -132,7 +135,7 @@ void rdmhdr_destroy(rdmhdr *h) noexcept {
 
 int rdmhdr_print(const rdmhdr *h, csio *io) noexcept {
   // One bucket: attributes then print in the order in which they were inserted.
-  if (const soif_ptr object = make_soif("RDMHEADER", "-", 1)) {
+  if (const SoifPtr object = make_soif("RDMHEADER", "-", 1)) {
     insert(object.get(), "rdm-version", supported_version);
     insert(object.get(), "rdm-type", rdm_type_name(h->type));
     insert(object.get(), "rdm-query-language", h->query_language);
@@ -142,7 +145,7 @@ int rdmhdr_print(const rdmhdr *h, csio *io) noexcept {
     char code[24];
     host_itoa(h->error_code, code);
     if (h->error_code > 0) insert(object.get(), "rdm-error-code", code);
-    soif_writer(io).print(object.get());
+    SoifWriter(io).print(object.get());
   }
   append_text(io, "\n\n");
   csio_append(io, nullptr, 0);
@@ -152,7 +155,7 @@ int rdmhdr_print(const rdmhdr *h, csio *io) noexcept {
 int rdmhdr_parse(csio *io, rdmhdr *h) noexcept {
   const char *default_csid = csid_default(nullptr);
   rdmhdr_reset(h);
-  const soif_ptr object = read_object(io);
+  const SoifPtr object = read_object(io);
   if (!object) return 1;
   if (const int failure = check_version(object.get())) return failure;
   take_fields(object.get(), default_csid, h);

@@ -1,7 +1,10 @@
+// SPDX-License-Identifier: MIT
+#include <libcs/log.h>
+
 #include "service/csid.h"
 #include "service/message.h"
 
-#include <libcs/log.h>
+using namespace rdm;
 
 namespace {
 
@@ -45,7 +48,7 @@ struct Description {
 };
 
 /// name_file makes an empty buffer stand for a file that is not its own.
-void name_file(csio *output, host_text path, const struct stat &status) {
+void name_file(csio *output, HostText path, const struct stat &status) {
   output->flags = file_backing;
   output->filename = path.release();
   output->remove_file = 0;
@@ -65,7 +68,7 @@ int32_t describe(const Description &description, rdmhdr *header, csio *output, S
   csio_reset(output);
   struct stat status;
   const bool is_there = path != nullptr && host_stat(path, &status) == 0;
-  host_text copy(is_there && fits(path, status) ? host_strdup(path) : nullptr);
+  HostText copy(is_there && fits(path, status) ? host_strdup(path) : nullptr);
   if (copy) {
     name_file(output, std::move(copy), status);
     rdm_log_add(description.sent, nullptr, nullptr, sn, rq);

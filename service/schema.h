@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /*
  * The schema translator: SOIF attributes and the columns of the relational tables that hold them.
  *

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Texts of any length, formatted into blocks of the host allocator.
 #ifndef SERVICE_TEXT_H
 #define SERVICE_TEXT_H
@@ -7,15 +8,17 @@
 
 #include "qxapi/guard.h"
 
+namespace rdm {
+
 /// format_text returns a formatted text, or null when memory fails.
-inline host_text format_text(const char *format, ...) noexcept QX_PRINTF(1, 2);
-inline host_text format_text(const char *format, ...) noexcept {
+inline HostText format_text(const char *format, ...) noexcept QX_PRINTF(1, 2);
+inline HostText format_text(const char *format, ...) noexcept {
   va_list arguments, measured;
   va_start(arguments, format);
   va_copy(measured, arguments);
   const int length = std::vsnprintf(nullptr, 0, format, measured);
   va_end(measured);
-  host_text text(length < 0 ? nullptr : static_cast<char *>(host_alloc(static_cast<size_t>(length) + 1)));
+  HostText text(length < 0 ? nullptr : static_cast<char *>(host_alloc(static_cast<size_t>(length) + 1)));
   if (text) std::vsnprintf(text.get(), static_cast<size_t>(length) + 1, format, arguments);
   va_end(arguments);
   return text;
@@ -26,5 +29,7 @@ inline const char *shown(const char *text) noexcept {
   if (text == nullptr) return "(null)";
   return *text == '\0' ? "(empty)" : text;
 }
+
+}  // namespace rdm
 
 #endif

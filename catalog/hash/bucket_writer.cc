@@ -1,9 +1,10 @@
+// SPDX-License-Identifier: MIT
 #include "catalog/hash/bucket_writer.h"
 
 #include <algorithm>
 #include <cstring>
 
-namespace catalog {
+namespace rdm::catalog {
 namespace {
 
 using hashdb::Header;
@@ -124,4 +125,4 @@ void BucketWriter::put_long(const Record &record) {
 
 void BucketWriter::finish() { flush(0); }
 
-}  // namespace catalog
+}  // namespace rdm::catalog

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Laying out the records of one bucket on its pages.
 #ifndef CATALOG_HASH_BUCKET_WRITER_H
 #define CATALOG_HASH_BUCKET_WRITER_H
@@ -10,7 +11,7 @@
 #include "catalog/os/file.h"
 #include "hashdb/format.h"
 
-namespace catalog {
+namespace rdm::catalog {
 
 struct Record {
   std::string_view key;
@@ -64,6 +65,6 @@ class PageCount {
   uint32_t used_ = 0;  // bytes of the page in work, 0 before the first record
 };
 
-}  // namespace catalog
+}  // namespace rdm::catalog
 
 #endif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "catalog/hash/builder.h"
 
 #include <algorithm>
@@ -5,7 +6,7 @@
 
 #include "catalog/os/error.h"
 
-namespace catalog {
+namespace rdm::catalog {
 namespace {
 
 using hashdb::Header;
@@ -17,14 +18,14 @@ constexpr uint32_t max_doublings = 24;
 constexpr uint32_t spare_addresses = hashdb::split_pages / 2;  // kept for pages that later changes need
 
 /// page_shift_for chooses pages that hold at least eight usual records and twice the longest, as far as pages go.
-uint32_t page_shift_for(const std::vector<Item> &items) {
+uint32_t page_shift_for(const std::vector<RecordRef> &refs) {
   uint64_t total = 0, longest = 0;
-  for (const Item &item : items) {
-    const uint64_t size = uint64_t{item.key_size} + item.value_size + link_size;
+  for (const RecordRef &ref : refs) {
+    const uint64_t size = uint64_t{ref.key_size} + ref.value_size + link_size;
     total += size;
-    longest = std::max({longest, size, uint64_t{4} * item.key_size});
+    longest = std::max({longest, size, uint64_t{4} * ref.key_size});
   }
-  const uint64_t wanted = std::max(2 * longest, items.empty() ? 0 : 8 * (total / items.size()));
+  const uint64_t wanted = std::max(2 * longest, refs.empty() ? 0 : 8 * (total / refs.size()));
   uint32_t shift = min_shift;
   while (shift < hashdb::max_page_shift && 1u << shift < wanted) ++shift;
   return shift;
@@ -50,17 +51,17 @@ Header header_for(uint32_t page_shift, uint32_t doublings, uint32_t count) {
   return h;
 }
 
-/// sort_by_bucket puts items in the order they are written in: by bucket, long records last.
-void sort_by_bucket(const Header &header, std::vector<Item> &items) {
-  const auto order = [&](const Item &item) {
-    return std::tuple(bucket_of(header, item.hash), is_long(header, item.key_size, item.value_size), item.place);
+/// sort_by_bucket puts records in the order they are written in: by bucket, long records last.
+void sort_by_bucket(const Header &header, std::vector<RecordRef> &refs) {
+  const auto order = [&](const RecordRef &ref) {
+    return std::tuple(bucket_of(header, ref.hash), is_long(header, ref.key_size, ref.value_size), ref.offset);
   };
-  std::sort(items.begin(), items.end(), [&](const Item &a, const Item &b) { return order(a) < order(b); });
+  std::sort(refs.begin(), refs.end(), [&](const RecordRef &a, const RecordRef &b) { return order(a) < order(b); });
 }
 
-uint64_t total_overflow(const Header &header, const std::vector<Item> &items) {
+uint64_t total_overflow(const Header &header, const std::vector<RecordRef> &refs) {
   uint64_t total = 0;
-  for_each_bucket(header, items, [&](uint32_t, const Item *first, const Item *last) {
+  for_each_bucket(header, refs, [&](uint32_t, const RecordRef *first, const RecordRef *last) {
     PageCount count(header);
     for (; first != last; ++first) count.add(first->key_size, first->value_size);
     total += count.pages();
@@ -84,18 +85,18 @@ void set_spares(Header &header, uint32_t pages) {
 
 /// plan chooses the size of the table: buckets three quarters full, and more of them while there are not enough
 /// overflow addresses for what does not fit and some to spare. Empty buckets are holes in the file.
-Header plan(std::vector<Item> &items) {
-  const uint32_t shift = page_shift_for(items);
+Header plan(std::vector<RecordRef> &refs) {
+  const uint32_t shift = page_shift_for(refs);
   uint64_t total = 0;
   Header header = header_for(shift, min_doublings, 0);
-  for (const Item &item : items)
-    if (!is_long(header, item.key_size, item.value_size)) total += item.key_size + item.value_size + link_size;
+  for (const RecordRef &ref : refs)
+    if (!is_long(header, ref.key_size, ref.value_size)) total += ref.key_size + ref.value_size + link_size;
   uint32_t doublings = min_doublings;
   while (doublings < max_doublings && (uint64_t{3} << (shift + doublings)) / 4 < total) ++doublings;
   for (; doublings <= max_doublings; ++doublings) {
-    header = header_for(shift, doublings, static_cast<uint32_t>(items.size()));
-    sort_by_bucket(header, items);
-    uint64_t pages = total_overflow(header, items);
+    header = header_for(shift, doublings, static_cast<uint32_t>(refs.size()));
+    sort_by_bucket(header, refs);
+    uint64_t pages = total_overflow(header, refs);
     pages += bitmaps_for(header, pages + hashdb::doublings);
     const uint64_t addresses = uint64_t{doublings} * hashdb::split_pages;
     if (pages + (doublings < max_doublings ? spare_addresses : 0) > addresses) continue;
@@ -132,16 +133,16 @@ void write_bitmaps(const File &file, Header &header, Addresses &addresses) {
   }
 }
 
-Header write_file(const File &file, std::vector<Item> &items, const Fetch &fetch, const Advance &advance) {
-  Header header = plan(items);
+Header write_file(const File &file, std::vector<RecordRef> &refs, const RecordLoader &load, const Advance &advance) {
+  Header header = plan(refs);
   Addresses addresses(header);
   write_bitmaps(file, header, addresses);
   header.last_freed = header.spares[header.overflow_point];
   BucketWriter writer(header, file, [&] { return addresses.next(); });
-  for_each_bucket(header, items, [&](uint32_t bucket, const Item *first, const Item *last) {
+  for_each_bucket(header, refs, [&](uint32_t bucket, const RecordRef *first, const RecordRef *last) {
     writer.start(bucket);
     for (; first != last; ++first) {
-      writer.add(fetch(*first));
+      writer.add(load(*first));
       if (advance) advance(1, int64_t{first->key_size} + first->value_size);
     }
     writer.finish();
@@ -152,18 +153,18 @@ Header write_file(const File &file, std::vector<Item> &items, const Fetch &fetch
 }
 
 /// reads_back says whether the file holds exactly these records, each in its place.
-bool reads_back(const std::string &path, const std::vector<Item> &items, const Fetch &fetch) {
+bool reads_back(const std::string &path, const std::vector<RecordRef> &refs, const RecordLoader &load) {
   try {
     const HashTable table(path);
     BucketReader reader(table);
-    auto item = items.begin();
+    auto ref = refs.begin();
     for (uint32_t bucket = 0; bucket <= table.header().max_bucket; ++bucket)
-      for (reader.start(bucket); reader.next(); ++item) {
-        if (item == items.end() || bucket_of(table.header(), item->hash) != bucket) return false;
-        const Record record = fetch(*item);
+      for (reader.start(bucket); reader.next(); ++ref) {
+        if (ref == refs.end() || bucket_of(table.header(), ref->hash) != bucket) return false;
+        const Record record = load(*ref);
         if (reader.key() != record.key || reader.value() != record.value) return false;
       }
-    return item == items.end() && table.header().records == items.size();
+    return ref == refs.end() && table.header().records == refs.size();
   } catch (const Failure &) {
     return false;
   }
@@ -188,12 +189,12 @@ void write_header(const File &file, const Header &header) {
   file.write_at(0, {reinterpret_cast<const char *>(bytes), sizeof bytes});
 }
 
-void write_hash_file(const File &file, std::vector<Item> &items, const Fetch &fetch, Stamp stamp,
+void build_hash_file(const File &file, std::vector<RecordRef> &refs, const RecordLoader &load, Trailer trailer,
                      const Advance &advance) {
-  const Header header = write_file(file, items, fetch, advance);
-  stamp.planned_pages = header.spares[header.overflow_point];
-  stamp.write(file);
-  if (!reads_back(file.name(), items, fetch)) throw Failure("does not hold what was written to it: " + file.name());
+  const Header header = write_file(file, refs, load, advance);
+  trailer.planned_pages = header.spares[header.overflow_point];
+  trailer.write(file);
+  if (!reads_back(file.name(), refs, load)) throw Failure("does not hold what was written to it: " + file.name());
 }
 
-}  // namespace catalog
+}  // namespace rdm::catalog

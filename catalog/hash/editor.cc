@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "catalog/hash/editor.h"
 
 #include <algorithm>
@@ -8,7 +9,7 @@
 #include "catalog/hash/page_map.h"
 #include "catalog/os/error.h"
 
-namespace catalog {
+namespace rdm::catalog {
 namespace {
 
 using hashdb::Header;
@@ -20,47 +21,47 @@ Failure not_read_back(const std::string &path) { return Failure("does not hold w
 
 class Editor {
  public:
-  Editor(const HashTable &old, const File &file, const Fetch &fetch)
-      : file_(file), fetch_(fetch), reader_(old), header_(old.header()), pages_(header_, file) {}
+  Editor(const HashTable &old, const File &file, const RecordLoader &load)
+      : file_(file), load_(load), reader_(old), header_(old.header()), pages_(header_, file) {}
 
-  void edit(uint32_t bucket, const Item *first, const Item *last);
+  void edit(uint32_t bucket, const RecordRef *first, const RecordRef *last);
   Header finish();
   /// contents returns what a bucket is to hold.
-  Contents contents(uint32_t bucket, const Item *first, const Item *last);
+  Contents contents(uint32_t bucket, const RecordRef *first, const RecordRef *last);
 
  private:
   const File &file_;
-  const Fetch &fetch_;
+  const RecordLoader &load_;
   BucketReader reader_;
   uint32_t old_count_ = 0;  // records that the bucket read last has in the old file
   Header header_;
-  PagePool pages_;
+  PageAllocator pages_;
 };
 
 bool is_among(std::string_view key, const Contents &records) {
   return std::any_of(records.begin(), records.end(), [key](const auto &record) { return record.first == key; });
 }
 
-Contents Editor::contents(uint32_t bucket, const Item *first, const Item *last) {
-  Contents changes, result;
+Contents Editor::contents(uint32_t bucket, const RecordRef *first, const RecordRef *last) {
+  Contents batch, result;
   std::vector<bool> erased;
-  for (const Item *item = first; item != last; ++item) {
-    const Record record = fetch_(*item);
-    changes.emplace_back(record.key, item->value_size == erased_value ? std::string_view() : record.value);
-    erased.push_back(item->value_size == erased_value);
+  for (const RecordRef *ref = first; ref != last; ++ref) {
+    const Record record = load_(*ref);
+    batch.emplace_back(record.key, ref->value_size == erased_value ? std::string_view() : record.value);
+    erased.push_back(ref->value_size == erased_value);
   }
   old_count_ = 0;
   for (reader_.start(bucket); reader_.next(); ++old_count_)
-    if (!is_among(reader_.key(), changes)) result.emplace_back(reader_.key(), reader_.value());
-  for (size_t i = 0; i < changes.size(); ++i)
-    if (!erased[i]) result.push_back(std::move(changes[i]));
+    if (!is_among(reader_.key(), batch)) result.emplace_back(reader_.key(), reader_.value());
+  for (size_t i = 0; i < batch.size(); ++i)
+    if (!erased[i]) result.push_back(std::move(batch[i]));
   std::stable_partition(result.begin(), result.end(), [this](const auto &record) {
     return !is_long(header_, static_cast<uint32_t>(record.first.size()), static_cast<uint32_t>(record.second.size()));
   });
   return result;
 }
 
-void Editor::edit(uint32_t bucket, const Item *first, const Item *last) {
+void Editor::edit(uint32_t bucket, const RecordRef *first, const RecordRef *last) {
   const Contents records = contents(bucket, first, last);
   for (const uint16_t address : reader_.overflow()) pages_.release(address);
   BucketWriter writer(header_, file_, [this] { return pages_.take(); });
@@ -78,15 +79,15 @@ Header Editor::finish() {
 }
 
 /// suits says whether the pages of a file are the right ones for the changed records.
-bool suits(const HashTable &old, const std::vector<Item> &items) {
+bool suits(const HashTable &old, const std::vector<RecordRef> &refs) {
   const Header &header = old.header();
-  if (!old.stamp() || header.bitmaps[0] == 0 || items.size() > header.max_bucket / 2) return false;
-  return std::all_of(items.begin(), items.end(), [&](const Item &item) { return fits_key(header, item.key_size); });
+  if (!old.trailer() || header.bitmaps[0] == 0 || refs.size() > header.max_bucket / 2) return false;
+  return std::all_of(refs.begin(), refs.end(), [&](const RecordRef &ref) { return fits_key(header, ref.key_size); });
 }
 
 /// has_outgrown says whether a file of another size is due: twice as many records as it was laid out for, or many more
 /// overflow pages.
-bool has_outgrown(const Header &header, const Stamp &planned) {
+bool has_outgrown(const Header &header, const Trailer &planned) {
   const uint64_t buckets = uint64_t{header.max_bucket} + 1;
   return header.records > buckets * header.fill_factor ||
          header.spares[header.overflow_point] > planned.planned_pages + buckets / 2 + 64;
@@ -94,33 +95,34 @@ bool has_outgrown(const Header &header, const Stamp &planned) {
 
 /// check reads a file that was edited and returns how many records it holds. Nothing when a page of it has two uses:
 /// damaged bitmaps have offered one that was in use, and what stood there is lost.
-std::optional<uint32_t> check(const std::string &path, Editor &editor, const std::vector<Item> &items,
-                              const HashTable::Visit &visit) {
+std::optional<uint32_t> check(const std::string &path, Editor &editor, const std::vector<RecordRef> &refs,
+                              const HashTable::Visitor &visit) {
   const HashTable table(path);
   BucketReader reader(table);
-  for_each_bucket(table.header(), items, [&](uint32_t bucket, const Item *first, const Item *last) {
+  for_each_bucket(table.header(), refs, [&](uint32_t bucket, const RecordRef *first, const RecordRef *last) {
     reader.start(bucket);
     for (const auto &[key, value] : editor.contents(bucket, first, last))
       if (!reader.next() || reader.key() != key || reader.value() != value) throw not_read_back(path);
     if (reader.next()) throw not_read_back(path);
   });
   // What was copied is still linked to: the whole file holds no fewer records than its header says.
-  const PageUse use(table, visit);
+  const PageMap use(table, visit);
   return use.is_shared() ? std::nullopt : std::optional(use.records());
 }
 
-bool edit(const HashTable &old, const File &file, std::vector<Item> &items, const Fetch &fetch, Stamp stamp,
-          const HashTable::Visit &visit) {
+bool edit(const HashTable &old, const File &file, std::vector<RecordRef> &refs, const RecordLoader &load,
+          Trailer trailer, const HashTable::Visitor &visit) {
   copy_contents(old.file(), file);
-  Editor editor(old, file, fetch);
-  for_each_bucket(old.header(), items,
-                  [&](uint32_t bucket, const Item *first, const Item *last) { editor.edit(bucket, first, last); });
+  Editor editor(old, file, load);
+  for_each_bucket(old.header(), refs, [&](uint32_t bucket, const RecordRef *first, const RecordRef *last) {
+    editor.edit(bucket, first, last);
+  });
   Header header = editor.finish();
-  stamp.planned_pages = old.stamp()->planned_pages;
-  if (has_outgrown(header, stamp)) return false;
-  stamp.write(file);
+  trailer.planned_pages = old.trailer()->planned_pages;
+  if (has_outgrown(header, trailer)) return false;
+  trailer.write(file);
   try {
-    const std::optional<uint32_t> count = check(file.name(), editor, items, visit);
+    const std::optional<uint32_t> count = check(file.name(), editor, refs, visit);
     if (count && *count != header.records) {
       header.records = *count;
       write_header(file, header);
@@ -134,14 +136,14 @@ bool edit(const HashTable &old, const File &file, std::vector<Item> &items, cons
 
 }  // namespace
 
-bool edit_hash_file(const HashTable &old, const File &file, std::vector<Item> &items, const Fetch &fetch, Stamp stamp,
-                    const HashTable::Visit &check) {
-  if (!suits(old, items)) return false;
-  std::sort(items.begin(), items.end(), [&](const Item &a, const Item &b) {
-    return std::pair(bucket_of(old.header(), a.hash), a.place) < std::pair(bucket_of(old.header(), b.hash), b.place);
+bool edit_hash_file(const HashTable &old, const File &file, std::vector<RecordRef> &refs, const RecordLoader &load,
+                    Trailer trailer, const HashTable::Visitor &check) {
+  if (!suits(old, refs)) return false;
+  std::sort(refs.begin(), refs.end(), [&](const RecordRef &a, const RecordRef &b) {
+    return std::pair(bucket_of(old.header(), a.hash), a.offset) < std::pair(bucket_of(old.header(), b.hash), b.offset);
   });
   try {
-    if (edit(old, file, items, fetch, stamp, check)) return true;
+    if (edit(old, file, refs, load, trailer, check)) return true;
   } catch (const NoPage &) {
     // What does not fit here fits into a file that is laid out for it.
   }
@@ -149,4 +151,4 @@ bool edit_hash_file(const HashTable &old, const File &file, std::vector<Item> &i
   return false;
 }
 
-}  // namespace catalog
+}  // namespace rdm::catalog

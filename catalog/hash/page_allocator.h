@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// The overflow pages of a hash file that are free.
 #ifndef CATALOG_HASH_PAGE_ALLOCATOR_H
 #define CATALOG_HASH_PAGE_ALLOCATOR_H
@@ -10,18 +11,18 @@
 #include "catalog/os/file.h"
 #include "hashdb/format.h"
 
-namespace catalog {
+namespace rdm::catalog {
 
 /// NoPage says that a file has no overflow page left for what is to be stored.
 struct NoPage {};
 
-/// PagePool hands out overflow pages: free ones first, then new ones at the end of the file. It keeps the file's
+/// PageAllocator hands out overflow pages: free ones first, then new ones at the end of the file. It keeps the file's
 /// bitmaps, in which the bits of pages in use are set and those of pages that are not there yet, and the header's
 /// counts.
-class PagePool {
+class PageAllocator {
  public:
-  /// Reads the bitmaps. The header must outlive the pool, which changes it.
-  PagePool(hashdb::Header &header, const File &file);
+  /// Reads the bitmaps. The header must outlive the allocator, which changes it.
+  PageAllocator(hashdb::Header &header, const File &file);
 
   /// take returns the address of a page that now is in use; throws NoPage.
   uint16_t take();
@@ -48,6 +49,6 @@ class PagePool {
   std::set<uint32_t> free_;  // bits
 };
 
-}  // namespace catalog
+}  // namespace rdm::catalog
 
 #endif

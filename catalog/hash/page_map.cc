@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: MIT
 #include "catalog/hash/page_map.h"
 
 #include "catalog/hash/page_allocator.h"
 
-namespace catalog {
+namespace rdm::catalog {
 
-PageUse::PageUse(const HashTable &table, const HashTable::Visit &visit) : table_(table) {
+PageMap::PageMap(const HashTable &table, const HashTable::Visitor &visit) : table_(table) {
   const hashdb::Header &header = table.header();
   used_.resize(static_cast<size_t>(table.source().size >> header.page_shift) + 1);
   for (uint32_t page = 0; page < header.header_pages; ++page) take(page);
@@ -20,15 +21,15 @@ PageUse::PageUse(const HashTable &table, const HashTable::Visit &visit) : table_
   });
 }
 
-void PageUse::take(uint64_t page) {
+void PageMap::take(uint64_t page) {
   if (page >= used_.size()) return;
   shared_ = shared_ || used_[page];
   used_[page] = true;
 }
 
-bool PageUse::is_marked() const {
+bool PageMap::is_marked() const {
   hashdb::Header header = table_.header();
-  const PagePool pages(header, table_.file());
+  const PageAllocator pages(header, table_.file());
   for (uint32_t bit = 0; bit < header.spares[header.overflow_point]; ++bit) {
     const uint64_t page = overflow_page(header, pages.address_of(bit));
     if (pages.is_free(bit) == (page < used_.size() && used_[page])) return false;
@@ -36,4 +37,4 @@ bool PageUse::is_marked() const {
   return pages.ends_with_last_page();
 }
 
-}  // namespace catalog
+}  // namespace rdm::catalog

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// What each page of a hash file is used for.
 #ifndef CATALOG_HASH_PAGE_MAP_H
 #define CATALOG_HASH_PAGE_MAP_H
@@ -7,14 +8,14 @@
 
 #include "catalog/hash/table.h"
 
-namespace catalog {
+namespace rdm::catalog {
 
-/// PageUse knows the pages that buckets, their records and the bitmaps take. The table must outlive it.
-class PageUse {
+/// PageMap knows the pages that buckets, their records and the bitmaps take. The table must outlive it.
+class PageMap {
  public:
   /// Reads the whole file, and calls `visit`, which may be empty, with each record. Throws a Failure when the file is
   /// damaged.
-  explicit PageUse(const HashTable &table, const HashTable::Visit &visit = {});
+  explicit PageMap(const HashTable &table, const HashTable::Visitor &visit = {});
 
   /// is_shared says whether a page has two uses, so that writing one spoils the other.
   bool is_shared() const { return shared_; }
@@ -32,6 +33,6 @@ class PageUse {
   uint32_t records_ = 0;
 };
 
-}  // namespace catalog
+}  // namespace rdm::catalog
 
 #endif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "catalog/hash/recovery.h"
 
 #include <algorithm>
@@ -11,7 +12,7 @@
 #include "catalog/record.h"
 #include "hashdb/cursor.h"
 
-namespace catalog {
+namespace rdm::catalog {
 namespace {
 
 using hashdb::Cursor;
@@ -60,7 +61,7 @@ bool is_blank(const std::string &bytes) {
 }
 
 bool is_printed_object(std::string_view text) {
-  const soif_ptr object = parse(text);
+  const SoifPtr object = parse(text);
   return object && print(object.get()) == text;
 }
 
@@ -79,7 +80,8 @@ std::optional<size_t> begin_of(const std::string &bytes, size_t floor, size_t en
 
 }  // namespace
 
-Wreck::Wreck(const std::string &path) : file_(open_regular(path)), size_(file_.size()), header_(stored_header()) {
+RecoveryReader::RecoveryReader(const std::string &path)
+    : file_(open_regular(path)), size_(file_.size()), header_(stored_header()) {
   is_sound_ = header_.has_value();
   if (!header_) header_ = guessed_header();
   shift_ = header_ ? header_->page_shift : guessed_shift();
@@ -89,7 +91,7 @@ Wreck::Wreck(const std::string &path) : file_(open_regular(path)), size_(file_.s
 }
 
 /// read fills up with zeros what the file does not have or does not give.
-std::string Wreck::read(int64_t offset, size_t count) const {
+std::string RecoveryReader::read(int64_t offset, size_t count) const {
   std::string bytes(count, '\0');
   const int64_t there = std::clamp<int64_t>(size_ - offset, 0, static_cast<int64_t>(count));
   try {
@@ -100,12 +102,12 @@ std::string Wreck::read(int64_t offset, size_t count) const {
   return bytes;
 }
 
-std::string Wreck::read_page(uint64_t page) const {
+std::string RecoveryReader::read_page(uint64_t page) const {
   return read(static_cast<int64_t>(page << shift_), size_t{1} << shift_);
 }
 
 /// stored_header also takes the header of a file that was cut.
-std::optional<Header> Wreck::stored_header() const {
+std::optional<Header> RecoveryReader::stored_header() const {
   const std::string bytes = read(0, hashdb::header_size);
   const Header header = hashdb::decode(reinterpret_cast<const unsigned char *>(bytes.data()));
   if (!is_sound(header, hashdb::default_hash, INT64_MAX)) return std::nullopt;
@@ -114,9 +116,9 @@ std::optional<Header> Wreck::stored_header() const {
 
 /// guessed_header tries the layouts that minidba gives to a file of this size, and takes the one that leads to most
 /// records.
-std::optional<Header> Wreck::guessed_header() const {
-  std::optional<Stamp> stamp;
-  if (size_ >= 512) stamp = Stamp::read(file_);
+std::optional<Header> RecoveryReader::guessed_header() const {
+  std::optional<Trailer> trailer;
+  if (size_ >= 512) trailer = Trailer::read(file_);
   std::optional<Header> best;
   int most = 0;
   for (uint32_t shift = hashdb::max_page_shift; shift >= hashdb::min_page_shift; --shift)
@@ -124,7 +126,7 @@ std::optional<Header> Wreck::guessed_header() const {
       const int64_t overflow = (size_ >> shift) - hashdb::header_pages(shift) - (int64_t{1} << doublings);
       if (overflow < 1 || overflow > INT32_MAX) continue;
       const auto pages = static_cast<uint32_t>(overflow);
-      const Header header = planned_header(shift, doublings, stamp ? stamp->planned_pages : pages, pages);
+      const Header header = planned_header(shift, doublings, trailer ? trailer->planned_pages : pages, pages);
       if (const int found = score(header); found > most) {
         most = found;
         best = header;
@@ -134,7 +136,7 @@ std::optional<Header> Wreck::guessed_header() const {
 }
 
 /// score counts the records in some buckets that are where their keys lead, less those that are not.
-int Wreck::score(const Header &header) const {
+int RecoveryReader::score(const Header &header) const {
   const hashdb::Source source{file_.descriptor(), size_, header};
   Cursor cursor(source);
   const uint32_t step = std::max(1u, (header.max_bucket + 1) / sampled_buckets);
@@ -150,7 +152,7 @@ int Wreck::score(const Header &header) const {
 }
 
 /// guessed_shift returns the page size with which most pages hold records.
-uint32_t Wreck::guessed_shift() const {
+uint32_t RecoveryReader::guessed_shift() const {
   uint32_t best = 12;
   size_t most = 0;
   for (uint32_t shift = hashdb::min_page_shift; shift <= hashdb::max_page_shift; ++shift) {
@@ -165,13 +167,13 @@ uint32_t Wreck::guessed_shift() const {
   return best;
 }
 
-/// Without a stamp the file was written by the library, which counts wrongly now and then, even less than none.
-int64_t Wreck::counted() const {
-  const bool is_reliable = is_sound_ && size_ >= 512 && Stamp::read(file_);
+/// Without a trailer the file was written by the library, which counts wrongly now and then, even less than none.
+int64_t RecoveryReader::record_count() const {
+  const bool is_reliable = is_sound_ && size_ >= 512 && Trailer::read(file_);
   return is_reliable ? std::max(static_cast<int32_t>(header_->records), 0) : 0;
 }
 
-void Wreck::each(const Visit &visit) {
+void RecoveryReader::each(const Visitor &visit) {
   if (header_) {
     walk(visit);
     mark_free();
@@ -180,7 +182,7 @@ void Wreck::each(const Visit &visit) {
 }
 
 /// walk visits what the buckets lead to. Pages of a bucket that was read to its end are done.
-void Wreck::walk(const Visit &visit) {
+void RecoveryReader::walk(const Visitor &visit) {
   const hashdb::Source source{file_.descriptor(), size_, *header_};
   Cursor cursor(source);
   std::vector<uint16_t> followed;
@@ -208,14 +210,14 @@ void Wreck::walk(const Visit &visit) {
 
 /// mark_free passes over the pages that are marked as free, whose records were removed or replaced, and over the
 /// bitmaps that say so.
-void Wreck::mark_free() {
-  if (!is_sound_ || !Stamp::read(file_)) return;
+void RecoveryReader::mark_free() {
+  if (!is_sound_ || !Trailer::read(file_)) return;
   const auto mark = [&](uint64_t page) {
     if (page < done_.size()) done_[page] = true;
   };
   try {
     Header header = *header_;
-    const PagePool pages(header, file_);
+    const PageAllocator pages(header, file_);
     for (uint32_t bit = 0; bit < header.spares[header.overflow_point]; ++bit)
       if (pages.is_free(bit)) mark(overflow_page(header, pages.address_of(bit)));
     for (const uint16_t address : header.bitmaps)
@@ -226,7 +228,7 @@ void Wreck::mark_free() {
 }
 
 /// scan looks at the pages that nothing has led to.
-void Wreck::scan(const Visit &visit) {
+void RecoveryReader::scan(const Visitor &visit) {
   for (uint64_t page = 0; page < done_.size(); ++page) {
     if (done_[page]) continue;
     const std::string bytes = read_page(page);
@@ -237,7 +239,7 @@ void Wreck::scan(const Visit &visit) {
 }
 
 /// scan_page visits the records on a page and returns false where it is not one of records.
-bool Wreck::scan_page(const std::string &bytes, const Visit &visit) const {
+bool RecoveryReader::scan_page(const std::string &bytes, const Visitor &visit) const {
   const Slots slots(bytes);
   if (is_blank(bytes)) return true;
   if (!slots.can_be() || slots.count() == 0) return false;
@@ -259,7 +261,7 @@ bool Wreck::scan_page(const std::string &bytes, const Visit &visit) const {
 }
 
 /// follow_long visits a record that is longer than a page, if all its pages are there.
-void Wreck::follow_long(const std::string &first, const Visit &visit) const {
+void RecoveryReader::follow_long(const std::string &first, const Visitor &visit) const {
   const Slots slots(first);
   const std::optional<std::string_view> key = slots.data();
   if (!header_ || !key || !number_of(*key)) return;
@@ -280,7 +282,7 @@ void Wreck::follow_long(const std::string &first, const Visit &visit) const {
 }
 
 /// scan_raw looks for what a page has at the end of each short record: the end of an object, and a key.
-void Wreck::scan_raw(const std::string &bytes, const Visit &visit) {
+void RecoveryReader::scan_raw(const std::string &bytes, const Visitor &visit) {
   size_t floor = 0;
   for (size_t at = bytes.find("}\n"); at != std::string::npos; at = bytes.find("}\n", at + 1)) {
     const size_t end = at + 2;
@@ -293,7 +295,7 @@ void Wreck::scan_raw(const std::string &bytes, const Visit &visit) {
   }
 }
 
-std::vector<Wreck::Range> Wreck::unread() const {
+std::vector<RecoveryReader::Range> RecoveryReader::unread() const {
   std::vector<Range> ranges;
   for (uint64_t page = 0; page < bad_.size(); ++page) {
     if (!bad_[page]) continue;
@@ -305,4 +307,4 @@ std::vector<Wreck::Range> Wreck::unread() const {
   return ranges;
 }
 
-}  // namespace catalog
+}  // namespace rdm::catalog

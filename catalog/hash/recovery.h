@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Reading what is left of a database whose structure cannot be trusted.
 #ifndef CATALOG_HASH_RECOVERY_H
 #define CATALOG_HASH_RECOVERY_H
@@ -12,10 +13,10 @@
 #include "catalog/os/file.h"
 #include "hashdb/format.h"
 
-namespace catalog {
+namespace rdm::catalog {
 
-/// Wreck is a hash file, or what was one. It is only read.
-class Wreck {
+/// RecoveryReader is a hash file, or what was one. It is only read.
+class RecoveryReader {
  public:
   /// How far a record that was found can be trusted.
   enum Origin {
@@ -24,21 +25,21 @@ class Wreck {
     in_bucket,  // its key leads to it
   };
   /// Visit gets a record that was found. The key may be of any bytes.
-  using Visit = std::function<void(Origin origin, std::string_view key, std::string_view value)>;
+  using Visitor = std::function<void(Origin origin, std::string_view key, std::string_view value)>;
 
   /// Throws a Failure when the file cannot be read at all or is no regular file.
-  explicit Wreck(const std::string &path);
+  explicit RecoveryReader(const std::string &path);
 
   /// each finds records: those that the structure leads to, then those on pages that it does not lead to. A record may
   /// be found several times.
-  void each(const Visit &visit);
+  void each(const Visitor &visit);
 
   /// header_is_sound returns true if the header is used as it stands; otherwise has_header returns true if it could be
   /// made out from the pages. Without a header, records longer than a page are not found.
   bool header_is_sound() const { return is_sound_; }
   bool has_header() const { return header_.has_value(); }
   /// counted returns how many records a sound header says there are, 0 when nothing reliable says it.
-  int64_t counted() const;
+  int64_t record_count() const;
 
   /// Range is a run of pages.
   struct Range {
@@ -56,12 +57,12 @@ class Wreck {
   std::optional<hashdb::Header> guessed_header() const;
   int score(const hashdb::Header &header) const;
   uint32_t guessed_shift() const;
-  void walk(const Visit &visit);
+  void walk(const Visitor &visit);
   void mark_free();
-  void scan(const Visit &visit);
-  bool scan_page(const std::string &bytes, const Visit &visit) const;
-  void follow_long(const std::string &first, const Visit &visit) const;
-  static void scan_raw(const std::string &bytes, const Visit &visit);
+  void scan(const Visitor &visit);
+  bool scan_page(const std::string &bytes, const Visitor &visit) const;
+  void follow_long(const std::string &first, const Visitor &visit) const;
+  static void scan_raw(const std::string &bytes, const Visitor &visit);
 
   File file_;
   int64_t size_;
@@ -72,6 +73,6 @@ class Wreck {
   std::vector<bool> bad_;
 };
 
-}  // namespace catalog
+}  // namespace rdm::catalog
 
 #endif

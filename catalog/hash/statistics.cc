@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "catalog/hash/statistics.h"
 
 #include <algorithm>
@@ -5,9 +6,9 @@
 #include "catalog/os/file.h"
 #include "hashdb/format.h"
 
-namespace catalog {
+namespace rdm::catalog {
 
-Layout layout_of(const std::string &path) {
+FileStatistics statistics_of(const std::string &path) {
   const File file = File::open(path);
   const int64_t size = file.size();
   unsigned char bytes[hashdb::header_size];
@@ -22,4 +23,4 @@ Layout layout_of(const std::string &path) {
           static_cast<int32_t>(header.records)};
 }
 
-}  // namespace catalog
+}  // namespace rdm::catalog

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// How a hash file is laid out.
 #ifndef CATALOG_HASH_STATISTICS_H
 #define CATALOG_HASH_STATISTICS_H
@@ -5,9 +6,9 @@
 #include <cstdint>
 #include <string>
 
-namespace catalog {
+namespace rdm::catalog {
 
-struct Layout {
+struct FileStatistics {
   int64_t file_bytes;
   int64_t page_size;
   int64_t pages;
@@ -16,9 +17,9 @@ struct Layout {
   int64_t records;  // as the header counts them
 };
 
-/// layout_of reads the layout from the header of a sound hash file.
-Layout layout_of(const std::string &path);
+/// statistics_of reads the layout from the header of a sound hash file.
+FileStatistics statistics_of(const std::string &path);
 
-}  // namespace catalog
+}  // namespace rdm::catalog
 
 #endif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "catalog/hash/table.h"
 
 #include <sys/stat.h>
@@ -6,7 +7,7 @@
 
 #include "catalog/os/error.h"
 
-namespace catalog {
+namespace rdm::catalog {
 namespace {
 
 using hashdb::Cursor;
@@ -41,7 +42,7 @@ bool read_next(BucketReader &reader, const HashTable::Fault &fault) {
 }  // namespace
 
 HashTable::State::State(File opened)
-    : file(std::move(opened)), source(source_of(file)), stamp(Stamp::read(file)), by_key(source) {}
+    : file(std::move(opened)), source(source_of(file)), trailer(Trailer::read(file)), by_key(source) {}
 
 HashTable::HashTable(const std::string &path) : state_(std::make_unique<State>(open_regular(path))) {}
 
@@ -59,7 +60,7 @@ uint32_t HashTable::buckets() const {
   return count;
 }
 
-void HashTable::each(const Visit &visit, const Linked &linked) const {
+void HashTable::each(const Visitor &visit, const Linked &linked) const {
   const auto refuse = [this](std::string_view key, std::string_view, const std::string &what) {
     throw Failure(key.empty() ? what : "damaged record " + std::string(key) + " in " + path() + ": " + what);
   };
@@ -75,7 +76,7 @@ bool HashTable::is_only(std::string_view key, uint32_t bucket) const {
   return count < 2;
 }
 
-void HashTable::each_sound(const Visit &visit, const Fault &fault, const Linked &linked) const {
+void HashTable::each_sound(const Visitor &visit, const Fault &fault, const Linked &linked) const {
   int64_t count = 0;
   BucketReader reader(*this);
   std::vector<uint32_t> hashes;  // of the keys of the bucket
@@ -97,7 +98,7 @@ void HashTable::each_sound(const Visit &visit, const Fault &fault, const Linked 
     if (linked) linked(reader.overflow());
   }
   // The library counts too few now and then, even less than none; a file of ours that holds fewer was cut.
-  if (stamp() && count < static_cast<int32_t>(header().records))
+  if (trailer() && count < static_cast<int32_t>(header().records))
     fault({}, {},
           "records are missing in " + path() + ": of " + std::to_string(header().records) + " there are " +
               std::to_string(count));
@@ -119,4 +120,4 @@ bool BucketReader::next() {
   return result == Cursor::record;
 }
 
-}  // namespace catalog
+}  // namespace rdm::catalog

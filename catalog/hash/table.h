@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Reading the records of a hash file.
 #ifndef CATALOG_HASH_TABLE_H
 #define CATALOG_HASH_TABLE_H
@@ -13,7 +14,7 @@
 #include "catalog/hash/trailer.h"
 #include "hashdb/cursor.h"
 
-namespace catalog {
+namespace rdm::catalog {
 
 /// HashTable is an existing file, open for reading.
 class HashTable {
@@ -23,25 +24,25 @@ class HashTable {
 
   std::optional<std::string> get(std::string_view key) const;
 
-  using Visit = std::function<void(std::string_view key, std::string_view value)>;
+  using Visitor = std::function<void(std::string_view key, std::string_view value)>;
   /// Linked is told which overflow pages a bucket goes on to, by their addresses.
   using Linked = std::function<void(const std::vector<uint16_t> &addresses)>;
   /// each visits every record, in the file's order. Throws a Failure at the first damaged one, and at the end when a
   /// file of ours holds another number of records than it should. `linked` may be empty.
-  void each(const Visit &visit, const Linked &linked = {}) const;
+  void each(const Visitor &visit, const Linked &linked = {}) const;
 
   /// Fault is a record that cannot be found by its key, or a page (then key and value are empty), and what is wrong
   /// with it.
   using Fault = std::function<void(std::string_view key, std::string_view value, const std::string &what)>;
   /// each_sound visits every record that can be found by its key, and reports the others and the damaged pages.
-  void each_sound(const Visit &visit, const Fault &fault, const Linked &linked = {}) const;
+  void each_sound(const Visitor &visit, const Fault &fault, const Linked &linked = {}) const;
 
   const std::string &path() const { return state_->file.name(); }
   const File &file() const { return state_->file; }
   const hashdb::Header &header() const { return state_->source.header; }
   const hashdb::Source &source() const { return state_->source; }
-  /// stamp returns what the file says about itself, nothing when another program made it.
-  const std::optional<Stamp> &stamp() const { return state_->stamp; }
+  /// trailer returns what the file says about itself, nothing when another program made it.
+  const std::optional<Trailer> &trailer() const { return state_->trailer; }
   /// buckets returns how many buckets lie within the file; others are empty.
   uint32_t buckets() const;
 
@@ -50,7 +51,7 @@ class HashTable {
     explicit State(File opened);
     File file;
     hashdb::Source source;
-    std::optional<Stamp> stamp;
+    std::optional<Trailer> trailer;
     hashdb::Cursor by_key;
   };
   bool is_only(std::string_view key, uint32_t bucket) const;
@@ -83,6 +84,6 @@ class BucketReader {
 /// hash_of returns the hash of a key.
 inline uint32_t hash_of(std::string_view key) { return hashdb::default_hash(key.data(), key.size()); }
 
-}  // namespace catalog
+}  // namespace rdm::catalog
 
 #endif

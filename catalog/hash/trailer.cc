@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "catalog/hash/trailer.h"
 
 #include <endian.h>
@@ -8,7 +9,7 @@
 
 #include "hashdb/format.h"
 
-namespace catalog {
+namespace rdm::catalog {
 namespace {
 
 constexpr int64_t offset = 264;  // behind the header
@@ -17,15 +18,15 @@ constexpr uint64_t mark = 0x6d696e6964626101;
 constexpr uint64_t change_mark = 0x6d696e6964626102;
 constexpr uint64_t content_mark = 0x6d696e6964626103;
 
-/// Words are the stamp in the file, each big-endian. Behind the first nine, the last of them a checksum of the others,
-/// stand two groups of three that files of earlier versions do not have: a mark, the newest time of change and a
-/// checksum of all words so far; a mark, the checksum of the content and another such checksum. An earlier version
+/// Words are the trailer in the file, each big-endian. Behind the first nine, the last of them a checksum of the
+/// others, stand two groups of three that files of earlier versions do not have: a mark, the newest time of change and
+/// a checksum of all words so far; a mark, the checksum of the content and another such checksum. An earlier version
 /// copies the groups that it does not know and changes some of the words before them, so that their checksums are
 /// wrong.
 using Words = std::array<uint64_t, 15>;
 constexpr size_t first_checksum = 8, newest_change_place = 10, change_checksum = 11;
 constexpr size_t content_place = 13, last_checksum = 14;
-constexpr int64_t stamp_end = offset + static_cast<int64_t>(sizeof(Words));
+constexpr int64_t trailer_end = offset + static_cast<int64_t>(sizeof(Words));
 static_assert(offset >= static_cast<int64_t>(hashdb::header_size) && offset + sizeof(Words) <= 512);
 
 uint64_t checksum_of(const Words &words, size_t count) {
@@ -61,7 +62,7 @@ FileIdentity identity_of(const File &file) {
           static_cast<uint64_t>(status.st_mtim.tv_sec), static_cast<uint64_t>(status.st_mtim.tv_nsec)};
 }
 
-std::optional<Stamp> Stamp::read(const File &file) {
+std::optional<Trailer> Trailer::read(const File &file) {
   Words words;
   if (file.size() < offset + static_cast<int64_t>(sizeof words)) return std::nullopt;
   file.read_at(offset, words.data(), sizeof words);
@@ -69,14 +70,14 @@ std::optional<Stamp> Stamp::read(const File &file) {
   const bool has_change = has_group(words, change_checksum, change_mark);
   const bool has_content = has_group(words, last_checksum, content_mark);
   for (uint64_t &word : words) word = be64toh(word);
-  Stamp stamp{static_cast<uint32_t>(words[1]), static_cast<uint32_t>(words[2]), {}};
-  std::copy_n(words.begin() + 3, stamp.database.size(), stamp.database.begin());
-  if (has_change) stamp.newest_change = static_cast<time_t>(words[newest_change_place]);
-  if (has_content) stamp.content = static_cast<uint32_t>(words[content_place]);
-  return stamp;
+  Trailer trailer{static_cast<uint32_t>(words[1]), static_cast<uint32_t>(words[2]), {}};
+  std::copy_n(words.begin() + 3, trailer.database.size(), trailer.database.begin());
+  if (has_change) trailer.newest_change = static_cast<time_t>(words[newest_change_place]);
+  if (has_content) trailer.content = static_cast<uint32_t>(words[content_place]);
+  return trailer;
 }
 
-void Stamp::write(const File &file) const {
+void Trailer::write(const File &file) const {
   Words words{mark, next_number, planned_pages};
   if (newest_change) words[first_checksum + 1] = change_mark;
   words[newest_change_place] = static_cast<uint64_t>(newest_change.value_or(0));
@@ -91,12 +92,12 @@ void Stamp::write(const File &file) const {
 
 uint32_t content_checksum(const File &file) {
   const uint32_t header = checksum_of_range(file, 0, offset, 0);
-  return checksum_of_range(file, stamp_end, file.size(), header);
+  return checksum_of_range(file, trailer_end, file.size(), header);
 }
 
-bool is_before(const struct stat &file, const Stamp &stamp) {
+bool is_before(const struct stat &file, const Trailer &trailer) {
   const auto seconds = static_cast<uint64_t>(file.st_mtim.tv_sec), rest = static_cast<uint64_t>(file.st_mtim.tv_nsec);
-  return std::pair(seconds, rest) < std::pair(stamp.database[3], stamp.database[4]);
+  return std::pair(seconds, rest) < std::pair(trailer.database[3], trailer.database[4]);
 }
 
-}  // namespace catalog
+}  // namespace rdm::catalog

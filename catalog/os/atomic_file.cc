@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "catalog/os/atomic_file.h"
 
 #include <fcntl.h>
@@ -6,7 +7,7 @@
 
 #include "catalog/os/error.h"
 
-namespace catalog {
+namespace rdm::catalog {
 namespace {
 
 constexpr mode_t private_mode = 0600, usual_mode = 0644;
@@ -25,7 +26,7 @@ bool try_lock(int fd) {
 /// remove_abandoned removes what a killed process has left, and a link, which nobody has written. False when somebody
 /// is at work on the file.
 bool remove_abandoned(const std::string &path) {
-  const file_guard file = open_file(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+  const HostFileGuard file = open_file(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
   if (!file && errno == ENOENT) return true;
   if (!file && errno == ELOOP) return ::unlink(path.c_str()) == 0;
   if (!file) throw system_failure("cannot look at " + path);
@@ -71,23 +72,23 @@ void put_onto_disk(int fd, const std::string &path) {
 
 }  // namespace
 
-Snapshot::Snapshot(std::string target, std::string like)
+AtomicFile::AtomicFile(std::string target, std::string like)
     : target_(std::move(target)),
       like_(std::move(like)),
-      file_(claim(target_ + std::string(snapshot_suffix), model() ? private_mode : usual_mode)) {}
+      file_(claim(target_ + std::string(next_state_suffix), model() ? private_mode : usual_mode)) {}
 
-Snapshot::~Snapshot() {
+AtomicFile::~AtomicFile() {
   if (!is_committed_ && is_named(file_.descriptor(), file_.name())) ::unlink(file_.name().c_str());
 }
 
 /// model returns the status of the file that this one will belong to the same people as; nothing where there is none.
-std::optional<struct stat> Snapshot::model() const {
+std::optional<struct stat> AtomicFile::model() const {
   auto status = status_of(target_);
   if (!status && !like_.empty()) status = status_of(like_);
   return status;
 }
 
-void Snapshot::sync() {
+void AtomicFile::sync() {
   if (const auto old = model()) {
     keep_owner(file_, *old);
     // The owner and group come first: the file must not be for those whom the old one was not for.
@@ -97,12 +98,12 @@ void Snapshot::sync() {
   put_onto_disk(file_.descriptor(), file_.name());
 }
 
-void Snapshot::commit() {
+void AtomicFile::commit() {
   if (!is_named(file_.descriptor(), file_.name())) throw Failure("another process has removed " + file_.name());
   if (::rename(file_.name().c_str(), target_.c_str()) != 0) throw system_failure("cannot replace " + target_);
   is_committed_ = true;
-  const std::string folder = folder_of(target_);
-  after_replacing(target_, [&] { put_onto_disk(open_file(folder, O_RDONLY | O_DIRECTORY).get(), folder); });
+  const std::string directory = directory_of(target_);
+  after_replacing(target_, [&] { put_onto_disk(open_file(directory, O_RDONLY | O_DIRECTORY).get(), directory); });
 }
 
-}  // namespace catalog
+}  // namespace rdm::catalog

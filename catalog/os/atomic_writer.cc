@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: MIT
 #include "catalog/os/atomic_writer.h"
 
 #include "catalog/os/error.h"
 
-namespace catalog {
+namespace rdm::catalog {
 namespace {
 
 constexpr size_t block_size = 1 << 16;
@@ -15,22 +16,22 @@ const std::string &checked(const std::string &target) {
 
 }  // namespace
 
-NewFile::NewFile(const std::string &target) : snapshot_(checked(target)) {}
+AtomicWriter::AtomicWriter(const std::string &target) : file_(checked(target)) {}
 
-void NewFile::write(std::string_view bytes) {
+void AtomicWriter::write(std::string_view bytes) {
   unwritten_ += bytes;
   if (unwritten_.size() >= block_size) flush();
 }
 
-void NewFile::flush() {
-  snapshot_.file().write_at(size_, unwritten_);
+void AtomicWriter::flush() {
+  file_.file().write_at(size_, unwritten_);
   size_ += static_cast<int64_t>(unwritten_.size());
   unwritten_.clear();
 }
 
-void NewFile::finish() {
+void AtomicWriter::finish() {
   flush();
-  snapshot_.sync();
+  file_.sync();
 }
 
-}  // namespace catalog
+}  // namespace rdm::catalog

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Files that are written little by little and put in their place when they are whole.
 #ifndef CATALOG_OS_ATOMIC_WRITER_H
 #define CATALOG_OS_ATOMIC_WRITER_H
@@ -7,28 +8,28 @@
 
 #include "catalog/os/atomic_file.h"
 
-namespace catalog {
+namespace rdm::catalog {
 
-/// NewFile takes the place of a file, or of none, in one step. Until then the old one can still be read, even as the
-/// input of the very run that replaces it.
-class NewFile {
+/// AtomicWriter takes the place of a file, or of none, in one step. Until then the old one can still be read, even as
+/// the input of the very run that replaces it.
+class AtomicWriter {
  public:
   /// Refuses a target that is there and no regular file: a device would be replaced.
-  explicit NewFile(const std::string &target);
+  explicit AtomicWriter(const std::string &target);
 
   void write(std::string_view bytes);
   /// finish puts what was written onto the disk; commit puts the file in its place.
   void finish();
-  void commit() { snapshot_.commit(); }
+  void commit() { file_.commit(); }
 
  private:
   void flush();
 
-  Snapshot snapshot_;
+  AtomicFile file_;
   std::string unwritten_;
   int64_t size_ = 0;
 };
 
-}  // namespace catalog
+}  // namespace rdm::catalog
 
 #endif

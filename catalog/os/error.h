@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// The errors of the catalog library.
 #ifndef CATALOG_OS_ERROR_H
 #define CATALOG_OS_ERROR_H
@@ -5,7 +6,7 @@
 #include <stdexcept>
 #include <string>
 
-namespace catalog {
+namespace rdm::catalog {
 
 /// Failure says what could not be done, to which file, and why. Its text is for a user; programs do not read it.
 class Failure : public std::runtime_error {
@@ -33,6 +34,6 @@ void after_replacing(const std::string &path, Step step) {
   }
 }
 
-}  // namespace catalog
+}  // namespace rdm::catalog
 
 #endif

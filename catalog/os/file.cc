@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "catalog/os/file.h"
 
 #include <fcntl.h>
@@ -10,7 +11,7 @@
 
 #include "catalog/os/error.h"
 
-namespace catalog {
+namespace rdm::catalog {
 namespace {
 
 namespace fs = std::filesystem;
@@ -39,11 +40,11 @@ void copy_range(const File &from, const File &to, int64_t offset, int64_t end) {
 }
 
 /// scratch_in makes a file without a name; not every file system has such files.
-file_guard scratch_in(const std::string &folder, const std::string &prefix) {
-  file_guard file = open_file(folder, O_RDWR | O_TMPFILE, 0600);
+HostFileGuard scratch_in(const std::string &directory, const std::string &prefix) {
+  HostFileGuard file = open_file(directory, O_RDWR | O_TMPFILE, 0600);
   if (file) return file;
-  std::string name = folder + "/" + prefix + "XXXXXX";
-  file = file_guard(::mkostemp(name.data(), O_CLOEXEC));
+  std::string name = directory + "/" + prefix + "XXXXXX";
+  file = HostFileGuard(::mkostemp(name.data(), O_CLOEXEC));
   if (file) ::unlink(name.c_str());
   return file;
 }
@@ -53,8 +54,8 @@ std::string scratch_prefix(const std::string &path) {
 }
 
 File make_scratch(const std::string &beside) {
-  const std::string folder = folder_of(beside), name = "a temporary file in " + folder;
-  file_guard file = scratch_in(folder, scratch_prefix(beside));
+  const std::string directory = directory_of(beside), name = "a temporary file in " + directory;
+  HostFileGuard file = scratch_in(directory, scratch_prefix(beside));
   if (!file && (errno == EACCES || errno == EPERM || errno == EROFS))
     file = scratch_in(fs::temp_directory_path().string(), scratch_prefix(beside));
   if (!file) throw system_failure("cannot create " + name);
@@ -63,13 +64,13 @@ File make_scratch(const std::string &beside) {
 
 }  // namespace
 
-std::string folder_of(const std::string &path) {
-  const std::string folder = fs::path(path).parent_path().string();
-  return folder.empty() ? "." : folder;
+std::string directory_of(const std::string &path) {
+  const std::string directory = fs::path(path).parent_path().string();
+  return directory.empty() ? "." : directory;
 }
 
-file_guard open_file(const std::string &path, int flags, mode_t mode) {
-  return file_guard(uninterrupted([&] { return ::open(path.c_str(), flags | O_CLOEXEC, mode); }));
+HostFileGuard open_file(const std::string &path, int flags, mode_t mode) {
+  return HostFileGuard(uninterrupted([&] { return ::open(path.c_str(), flags | O_CLOEXEC, mode); }));
 }
 
 std::optional<struct stat> status_of(const std::string &path) {
@@ -80,13 +81,13 @@ std::optional<struct stat> status_of(const std::string &path) {
 }
 
 File File::create(const std::string &path, mode_t mode) {
-  file_guard file = open_file(path, O_RDWR | O_CREAT | O_EXCL, mode);
+  HostFileGuard file = open_file(path, O_RDWR | O_CREAT | O_EXCL, mode);
   if (!file) throw system_failure("cannot create " + path);
   return File(std::move(file), path);
 }
 
 File File::open(const std::string &path) {
-  file_guard file = open_file(path, O_RDONLY);
+  HostFileGuard file = open_file(path, O_RDONLY);
   if (!file) throw system_failure("cannot open " + path);
   return File(std::move(file), path);
 }
@@ -142,4 +143,4 @@ int64_t ScratchFile::append(std::string_view bytes) {
   return offset;
 }
 
-}  // namespace catalog
+}  // namespace rdm::catalog

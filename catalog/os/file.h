@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Files that are read and written at once, or not at all.
 #ifndef CATALOG_OS_FILE_H
 #define CATALOG_OS_FILE_H
@@ -13,10 +14,10 @@
 
 #include "qxapi/guard.h"
 
-namespace catalog {
+namespace rdm::catalog {
 
-/// folder_of returns the folder that a path leads into.
-std::string folder_of(const std::string &path);
+/// directory_of returns the directory that a path leads into.
+std::string directory_of(const std::string &path);
 
 /// status_of returns the status of a file, or nothing where there is none.
 std::optional<struct stat> status_of(const std::string &path);
@@ -30,12 +31,12 @@ auto uninterrupted(Call call) {
 }
 
 /// open_file is open without being interrupted, close-on-exec.
-file_guard open_file(const std::string &path, int flags, mode_t mode = 0);
+HostFileGuard open_file(const std::string &path, int flags, mode_t mode = 0);
 
 /// File owns an open file. Its operations read or write all that is asked, or throw a Failure that names the file.
 class File {
  public:
-  File(file_guard file, std::string name) : file_(std::move(file)), name_(std::move(name)) {}
+  File(HostFileGuard file, std::string name) : file_(std::move(file)), name_(std::move(name)) {}
   /// create makes a file that is not there yet, for reading and writing.
   static File create(const std::string &path, mode_t mode = 0644);
   /// open opens an existing file for reading.
@@ -50,7 +51,7 @@ class File {
   void resize(int64_t size) const;
 
  private:
-  file_guard file_;
+  HostFileGuard file_;
   std::string name_;
 };
 
@@ -65,7 +66,7 @@ inline constexpr std::string_view scratch_mark = ".scratch-";
 /// ScratchFile is a file without a name that goes with its scope; texts are appended to it and read back.
 class ScratchFile {
  public:
-  /// The file is made in the folder of `beside`, or where temporary files go when nothing can be written there.
+  /// The file is made in the directory of `beside`, or where temporary files go when nothing can be written there.
   explicit ScratchFile(const std::string &beside);
 
   /// append returns the offset of the first byte.
@@ -80,6 +81,6 @@ class ScratchFile {
   int64_t size_ = 0;
 };
 
-}  // namespace catalog
+}  // namespace rdm::catalog
 
 #endif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "catalog/os/lock.h"
 
 #include <fcntl.h>
@@ -16,7 +17,7 @@
 #include "catalog/os/atomic_file.h"
 #include "catalog/os/error.h"
 
-namespace catalog {
+namespace rdm::catalog {
 namespace {
 
 namespace fs = std::filesystem;
@@ -24,20 +25,20 @@ namespace fs = std::filesystem;
 /// remove_leftovers removes what killed writers have left; what cannot be removed is in nobody's way.
 void remove_leftovers(const std::string &database) {
   std::error_code ignored;
-  for (const char *map : {"", ".url"}) fs::remove(database + map + std::string(snapshot_suffix), ignored);
+  for (const char *map : {"", ".url"}) fs::remove(database + map + std::string(next_state_suffix), ignored);
   const std::string prefix = fs::path(database).filename().string() + std::string(scratch_mark);
-  for (const auto &entry : fs::directory_iterator(folder_of(database), ignored))
+  for (const auto &entry : fs::directory_iterator(directory_of(database), ignored))
     if (entry.path().filename().string().compare(0, prefix.size(), prefix) == 0) fs::remove(entry.path(), ignored);
 }
 
 /// open_lock opens a file of another user for reading, since not every file system locks what is open for that only.
-file_guard open_lock(const std::string &path, int flags = 0) {
-  file_guard file = open_file(path, O_RDWR | flags, 0644);
+HostFileGuard open_lock(const std::string &path, int flags = 0) {
+  HostFileGuard file = open_file(path, O_RDWR | flags, 0644);
   return !file && errno == EACCES ? open_file(path, O_RDONLY) : std::move(file);
 }
 
 /// is_named returns true if a path still leads to an open file: its last holder may have removed it.
-bool is_named(const file_guard &file, const std::string &path) {
+bool is_named(const HostFileGuard &file, const std::string &path) {
   struct stat opened, named;
   return ::fstat(file.get(), &opened) == 0 && ::stat(path.c_str(), &named) == 0 && opened.st_dev == named.st_dev &&
          opened.st_ino == named.st_ino;
@@ -79,21 +80,21 @@ std::string program_of(pid_t process) {
   return name;
 }
 
-std::string describe_holder(const file_guard &file) {
+std::string describe_holder(const HostFileGuard &file) {
   struct stat status;
   const pid_t process = ::fstat(file.get(), &status) == 0 ? holder_of(status) : 0;
   const std::string program = process != 0 ? program_of(process) : "";
   return program.empty() ? "another process" : "process " + std::to_string(process) + " (" + program + ")";
 }
 
-bool is_locked(const file_guard &file, int how, const std::string &path) {
+bool is_locked(const HostFileGuard &file, int how, const std::string &path) {
   if (uninterrupted([&] { return ::flock(file.get(), how); }) == 0) return true;
   if (errno == EWOULDBLOCK) return false;
   throw system_failure("cannot lock " + path);
 }
 
 /// is_locked_within tries again and again: there is no flock with a time limit.
-bool is_locked_within(double seconds, const file_guard &file, const std::string &path) {
+bool is_locked_within(double seconds, const HostFileGuard &file, const std::string &path) {
   using Clock = std::chrono::steady_clock;
   constexpr auto pause = std::chrono::milliseconds(50);
   const std::chrono::duration<double> limit(seconds);
@@ -112,12 +113,12 @@ std::string seconds_text(double seconds) {
 
 }  // namespace
 
-Lock::Lock(const std::string &database, double seconds, const Say &say) : database_(database) {
+Lock::Lock(const std::string &database, double seconds, const Message &message) : database_(database) {
   const std::string path = path_for(database);
   do {
-    file_ = file_guard();
+    file_ = HostFileGuard();
     open();
-    wait(seconds, say);
+    wait(seconds, message);
   } while (!is_named(file_, path));
   remove_leftovers(database);
 }
@@ -141,10 +142,10 @@ void Lock::open() {
   if (!file_) throw system_failure("cannot lock " + path);
 }
 
-void Lock::wait(double seconds, const Say &say) const {
+void Lock::wait(double seconds, const Message &message) const {
   const std::string path = path_for(database_);
   if (is_locked(file_, LOCK_EX | LOCK_NB, path)) return;
-  if (seconds != 0) say("waiting for " + describe_holder(file_) + ", which holds " + path);
+  if (seconds != 0) message("waiting for " + describe_holder(file_) + ", which holds " + path);
   if (seconds < 0)
     is_locked(file_, LOCK_EX, path);
   else if (!is_locked_within(seconds, file_, path))
@@ -152,4 +153,4 @@ void Lock::wait(double seconds, const Say &say) const {
                   seconds_text(seconds));
 }
 
-}  // namespace catalog
+}  // namespace rdm::catalog

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "catalog/stream/dump_format.h"
 
 #include <charconv>
@@ -6,7 +7,7 @@
 #include "libcs/guard.h"
 #include "qxapi/ascii.h"
 
-namespace catalog {
+namespace rdm::catalog {
 namespace {
 
 constexpr char number_name[] = "minidba-number";
@@ -39,7 +40,7 @@ std::string refusal(const SoifStream::Item &item) {
 }
 
 std::string print_header(const ExportHeader &header) {
-  const soif_ptr object = make_soif("RDMHEADER", "-", 1);
+  const SoifPtr object = make_soif("RDMHEADER", "-", 1);
   insert(object.get(), "rdm-version", "1.0");
   insert(object.get(), "rdm-type", "rd-response");
   insert(object.get(), next_number_name, header.next_number);
@@ -71,4 +72,4 @@ void drop_number(SOIF *object) {
   }
 }
 
-}  // namespace catalog
+}  // namespace rdm::catalog

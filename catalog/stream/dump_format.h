@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// How descriptions travel: as a stream of SOIF objects, with a header in front of them if their sender likes.
 ///
 /// An export is such a stream, which other catalogs can take in as a delivery. It carries what only an import needs in
@@ -13,7 +14,7 @@
 
 #include "catalog/stream/soif_stream.h"
 
-namespace catalog {
+namespace rdm::catalog {
 
 /// is_header says whether an object is the RDMHEADER in front of a stream.
 bool is_header(const SoifStream::Item &item);
@@ -35,6 +36,6 @@ std::string with_number(const std::string &record, uint32_t number);
 std::optional<uint32_t> number_in(const SOIF *object);
 void drop_number(SOIF *object);
 
-}  // namespace catalog
+}  // namespace rdm::catalog
 
 #endif

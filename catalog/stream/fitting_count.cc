@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: MIT
 #include "catalog/stream/fitting_count.h"
 
 #include <charconv>
 
 #include "qxapi/ascii.h"
 
-namespace catalog {
+namespace rdm::catalog {
 namespace {
 
 /// Limits on the work for one object: lines that are tried, and attributes that are followed from each.
@@ -51,4 +52,4 @@ std::optional<size_t> fitting_count(std::string_view text) {
   return std::nullopt;
 }
 
-}  // namespace catalog
+}  // namespace rdm::catalog

@@ -1,21 +1,22 @@
+// SPDX-License-Identifier: MIT
 #include "catalog/stream/importer.h"
 
 #include "catalog/os/error.h"
 #include "catalog/record.h"
 #include "catalog/stream/dump_format.h"
 
-namespace catalog {
+namespace rdm::catalog {
 
-Delivery::Delivery(WriteTransaction &writing) : writing_(writing), changes_(writing.catalog()) {}
+Importer::Importer(WriteTransaction &transaction) : transaction_(transaction), batch_(transaction.catalog()) {}
 
-void Delivery::begin() {
+void Importer::begin() {
   if (has_begun_) return;
-  writing_.begin();
-  next_number_ = writing_.catalog().next_number();
+  transaction_.begin();
+  next_number_ = transaction_.catalog().next_number();
   has_begun_ = true;
 }
 
-std::string Delivery::take(const SoifStream::Item &item) {
+std::string Importer::take(const SoifStream::Item &item) {
   if (is_header(item)) return {};
   std::string reason = refusal(item);
   if (reason.empty())
@@ -25,27 +26,27 @@ std::string Delivery::take(const SoifStream::Item &item) {
   return reason;
 }
 
-void Delivery::accept(SOIF *object) {
+void Importer::accept(SOIF *object) {
   begin();
   const std::string url = object->url;
-  const std::optional<uint32_t> number = changes_.number_of(url);
+  const std::optional<uint32_t> number = batch_.number_of(url);
   drop_number(object);
   const std::string text = content(object);
   if (number) {
-    const std::optional<std::string> record = changes_.get(*number);
-    const soif_ptr known = record ? parse(*record) : nullptr;
+    const std::optional<std::string> record = batch_.get(*number);
+    const SoifPtr known = record ? parse(*record) : nullptr;
     if (known && content(known.get()) == text) {
       ++summary_.unchanged;
       return;
     }
   }
   ++(number ? summary_.changed : summary_.added);
-  changes_.put_undated(number ? *number : new_number(), url, print_undated(object, text));
+  batch_.put_undated(number ? *number : new_number(), url, print_undated(object, text));
 }
 
-uint32_t Delivery::new_number() {
-  if (next_number_ == 0) throw Failure("no number is left in " + writing_.catalog().path());
+uint32_t Importer::new_number() {
+  if (next_number_ == 0) throw Failure("no number is left in " + transaction_.catalog().path());
   return next_number_++;
 }
 
-}  // namespace catalog
+}  // namespace rdm::catalog

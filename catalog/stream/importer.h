@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// A stream of descriptions becomes part of the catalog.
 #ifndef CATALOG_STREAM_IMPORTER_H
 #define CATALOG_STREAM_IMPORTER_H
@@ -9,7 +10,7 @@
 #include "catalog/transaction.h"
 #include "catalog/write_batch.h"
 
-namespace catalog {
+namespace rdm::catalog {
 
 /// Summary counts what became of the objects of a stream.
 struct Summary {
@@ -17,15 +18,15 @@ struct Summary {
   int64_t accepted() const { return added + changed + unchanged; }
 };
 
-/// Delivery turns a stream into changes of a catalog. The first description that is accepted begins the change of the
+/// Importer turns a stream into changes of a catalog. The first description that is accepted begins the change of the
 /// catalog; a stream without any leaves all files alone.
-class Delivery {
+class Importer {
  public:
-  explicit Delivery(WriteTransaction &writing);
+  explicit Importer(WriteTransaction &transaction);
 
   /// take judges one object of the stream and returns why it is rejected, nothing when it is not.
   std::string take(const SoifStream::Item &item);
-  Changes &changes() { return changes_; }
+  WriteBatch &batch() { return batch_; }
   /// next_number is known once a description was accepted.
   uint32_t next_number() const { return next_number_; }
   const Summary &summary() const { return summary_; }
@@ -35,13 +36,13 @@ class Delivery {
   void accept(SOIF *object);
   uint32_t new_number();
 
-  WriteTransaction &writing_;
-  Changes changes_;
+  WriteTransaction &transaction_;
+  WriteBatch batch_;
   uint32_t next_number_ = 0;
   bool has_begun_ = false;
   Summary summary_;
 };
 
-}  // namespace catalog
+}  // namespace rdm::catalog
 
 #endif

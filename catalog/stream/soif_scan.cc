@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "catalog/stream/soif_scan.h"
 
 #include <string_view>
@@ -7,7 +8,7 @@
 #include "libcs/soif/input.h"
 #include "qxapi/ascii.h"
 
-namespace catalog {
+namespace rdm::catalog {
 namespace {
 
 constexpr char no_object[] = "not a SOIF object";
@@ -130,7 +131,7 @@ class ObjectScan {
   FILE *file_;
   int64_t size_;
   const DeadEnds &dead_ends_;
-  soif::file_input input_;
+  soif::FileInput input_;
   std::vector<int64_t> places_;
   std::string url_;
   std::optional<Counted> last_count_;
@@ -159,4 +160,4 @@ std::string SoifScan::fault_of(int64_t offset) {
   return fault_.text;
 }
 
-}  // namespace catalog
+}  // namespace rdm::catalog

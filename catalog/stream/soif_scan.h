@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// A look at an object before it is read.
 #ifndef CATALOG_STREAM_SOIF_SCAN_H
 #define CATALOG_STREAM_SOIF_SCAN_H
@@ -9,7 +10,7 @@
 #include <string_view>
 #include <unordered_map>
 
-namespace catalog {
+namespace rdm::catalog {
 
 /// ScanFault is what is wrong with an object; the text is empty where nothing is.
 struct ScanFault {
@@ -55,6 +56,6 @@ class SoifScan {
   ScanFault fault_;                                   // of the last object
 };
 
-}  // namespace catalog
+}  // namespace rdm::catalog
 
 #endif

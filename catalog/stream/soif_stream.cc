@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "catalog/stream/soif_stream.h"
 
 #include <fcntl.h>
@@ -12,7 +13,7 @@
 #include "catalog/os/error.h"
 #include "catalog/stream/fitting_count.h"
 
-namespace catalog {
+namespace rdm::catalog {
 namespace {
 
 bool can_be_read_twice(int input) {
@@ -74,7 +75,7 @@ SoifStream::Item SoifStream::read_object(int64_t start) {
   check_readable();
   if (!item.reason.empty()) return item;
   if (::fseeko(file_.get(), start, SEEK_SET) != 0) throw system_failure("cannot read " + name_);
-  item.object = soif_reader(file_.get()).next();
+  item.object = SoifReader(file_.get()).next();
   item.end = ::ftello(file_.get());
   check_readable();
   if (!item.object) item.reason = "not a SOIF object";
@@ -134,4 +135,4 @@ std::string SoifStream::bytes_of(const Item &item) {
   return bytes;
 }
 
-}  // namespace catalog
+}  // namespace rdm::catalog

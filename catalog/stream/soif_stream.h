@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// The objects of a SOIF stream, one at a time, each judged on its own.
 #ifndef CATALOG_STREAM_SOIF_STREAM_H
 #define CATALOG_STREAM_SOIF_STREAM_H
@@ -13,7 +14,7 @@
 #include "catalog/stream/soif_scan.h"
 #include "libcs/guard.h"
 
-namespace catalog {
+namespace rdm::catalog {
 
 /// SoifStream reads objects from a file. After an object that is malformed it goes on at the next line that begins with
 /// "@", so that a wrong size costs no other object.
@@ -35,7 +36,7 @@ class SoifStream {
     int64_t number;        // of the object in the stream, from 1
     int64_t offset;        // of its "@", in bytes
     int64_t end;           // of the byte behind it; a malformed one reaches to where the reading goes on
-    soif_ptr object;       // null when it is malformed
+    SoifPtr object;        // null when it is malformed
     std::string reason;    // why it is malformed
     bool is_cut = false;   // it is malformed because the input ends within it
     std::string url = {};  // of a malformed object, as far as it can be told
@@ -59,12 +60,12 @@ class SoifStream {
   size_t read_at(int64_t offset, char *bytes, size_t count) const;
   void check_readable() const;
 
-  struct close_file {
+  struct FileCloser {
     void operator()(FILE *file) const { std::fclose(file); }
   };
   std::string name_;
   int descriptor_;  // belongs to file_
-  std::unique_ptr<FILE, close_file> file_;
+  std::unique_ptr<FILE, FileCloser> file_;
   std::optional<SoifScan> scan_;
   int64_t size_ = 0;
   int64_t position_ = 0;
@@ -72,6 +73,6 @@ class SoifStream {
   int64_t counted_to_ = 0, lines_ = 1;  // the offset that line_of has counted to, and its line
 };
 
-}  // namespace catalog
+}  // namespace rdm::catalog
 
 #endif

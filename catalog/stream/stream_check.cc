@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: MIT
 #include "catalog/stream/stream_check.h"
 
 #include <string>
 
 #include "catalog/os/error.h"
 
-namespace catalog {
+namespace rdm::catalog {
 namespace {
 
 Failure wrong_count(int64_t announced, int64_t found) {
@@ -35,4 +36,4 @@ void StreamCheck::require_whole() const {
   if (has_export_header() && objects_ != *header_.descriptions) throw wrong_count(*header_.descriptions, objects_);
 }
 
-}  // namespace catalog
+}  // namespace rdm::catalog

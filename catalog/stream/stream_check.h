@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Whether a stream of descriptions is whole.
 #ifndef CATALOG_STREAM_STREAM_CHECK_H
 #define CATALOG_STREAM_STREAM_CHECK_H
@@ -8,7 +9,7 @@
 #include "catalog/stream/dump_format.h"
 #include "catalog/stream/soif_stream.h"
 
-namespace catalog {
+namespace rdm::catalog {
 
 /// StreamCheck compares the objects of a stream with the export header in front of them. An export header is an
 /// RDMHEADER that says how many descriptions follow. A stream without one can end anywhere without being noticed.
@@ -38,6 +39,6 @@ class StreamCheck {
   std::optional<Place> cut_;  // the first object within which the input ends
 };
 
-}  // namespace catalog
+}  // namespace rdm::catalog
 
 #endif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/common/exchange.h"
 
 #include <algorithm>
@@ -6,11 +7,11 @@
 #include <new>
 #include <utility>
 
-namespace hosts {
+namespace rdm::hosts {
 namespace {
 
-pblock_ptr make_block(int slots) {
-  pblock_ptr block(host_param_create(slots));
+PblockPtr make_block(int slots) {
+  PblockPtr block(host_param_create(slots));
   if (!block) throw std::bad_alloc();
   return block;
 }
@@ -27,7 +28,7 @@ Exchange::Exchange()
   request_ = Request{line_.get(), headers_.get(), response_.get(), vars_.get(), 200, this};
 }
 
-void Exchange::add(const pblock_ptr &block, const std::string &name, const std::string &value) {
+void Exchange::add(const PblockPtr &block, const std::string &name, const std::string &value) {
   if (host_param_add(name.c_str(), value.c_str(), block.get()) != 0) throw std::bad_alloc();
 }
 
@@ -54,14 +55,14 @@ bool Exchange::start() {
   return true;
 }
 
-std::int64_t Exchange::room() const {
+std::int64_t Exchange::remaining_length() const {
   return head_->length.value_or(std::numeric_limits<std::int64_t>::max()) - written_;
 }
 
 bool Exchange::write(std::string_view bytes) {
   start();
-  const std::string_view fits = bytes.substr(
-      0, static_cast<std::size_t>(std::min<std::uint64_t>(bytes.size(), static_cast<std::uint64_t>(room()))));
+  const std::string_view fits = bytes.substr(0, static_cast<std::size_t>(std::min<std::uint64_t>(
+                                                    bytes.size(), static_cast<std::uint64_t>(remaining_length()))));
   const std::size_t queued = head_only_ ? fits.size() : queue_.append(fits);
   written_ += static_cast<std::int64_t>(queued);
   if (queued < fits.size()) return false;
@@ -72,7 +73,7 @@ bool Exchange::write(std::string_view bytes) {
 
 std::int64_t Exchange::send_file(host_fd fd, std::int64_t offset, std::int64_t length) {
   start();
-  const std::int64_t fits = std::clamp<std::int64_t>(length, 0, room());
+  const std::int64_t fits = std::clamp<std::int64_t>(length, 0, remaining_length());
   if (!head_only_ && !queue_.append_file(fd, offset, fits)) return -1;
   written_ += fits;
   return fits;
@@ -82,4 +83,4 @@ Exchange *exchange_of(const Session *session) {
   return session == nullptr ? nullptr : static_cast<Exchange *>(session->host);
 }
 
-}  // namespace hosts
+}  // namespace rdm::hosts

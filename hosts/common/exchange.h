@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// One request and its answer, as every host hands them to the plug-in: the five parameter blocks, the request body
 /// read beforehand, the head that the plug-in freezes when it starts its answer, and the queue of what it sends.
 ///
@@ -17,16 +18,16 @@
 #include "hosts/common/output_queue.h"
 #include "qxapi/guard.h"
 
-namespace hosts {
+namespace rdm::hosts {
 class Exchange;
 }
 
 /// host_net is the client connection as the plug-in sees it: the exchange whose answer it writes.
 struct host_net {
-  hosts::Exchange *exchange;
+  rdm::hosts::Exchange *exchange;
 };
 
-namespace hosts {
+namespace rdm::hosts {
 
 class Exchange {
  public:
@@ -79,10 +80,10 @@ class Exchange {
   std::string client_text(const char *name) const;
 
  private:
-  static void add(const pblock_ptr &block, const std::string &name, const std::string &value);
-  std::int64_t room() const;
+  static void add(const PblockPtr &block, const std::string &name, const std::string &value);
+  std::int64_t remaining_length() const;
 
-  pblock_ptr client_, line_, headers_, response_, vars_;
+  PblockPtr client_, line_, headers_, response_, vars_;
   std::string body_;
   host_input input_{};
   host_net net_{this};
@@ -98,6 +99,6 @@ class Exchange {
 /// exchange_of returns the exchange of a session that Exchange made, or null for none.
 Exchange *exchange_of(const Session *session);
 
-}  // namespace hosts
+}  // namespace rdm::hosts
 
 #endif

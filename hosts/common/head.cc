@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/common/head.h"
 
 #include <algorithm>
@@ -8,7 +9,7 @@
 #include "qxapi/ascii.h"
 #include "qxapi/records.h"
 
-namespace hosts {
+namespace rdm::hosts {
 namespace {
 
 constexpr std::pair<int, std::string_view> reasons[] = {
@@ -129,4 +130,4 @@ std::string render_head(const Head &head, const HeadFrame &frame) {
   return text.append("\r\n");
 }
 
-}  // namespace hosts
+}  // namespace rdm::hosts

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// The head of an answer: status line and header fields.
 #ifndef HOSTS_COMMON_HEAD_H
 #define HOSTS_COMMON_HEAD_H
@@ -13,7 +14,7 @@
 
 #include "qxapi/ascii.h"
 
-namespace hosts {
+namespace rdm::hosts {
 
 struct Field {
   std::string name;
@@ -62,6 +63,6 @@ struct HeadFrame {
 /// A head of status 503 without a Retry-After field gets one.
 std::string render_head(const Head &head, const HeadFrame &frame);
 
-}  // namespace hosts
+}  // namespace rdm::hosts
 
 #endif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/common/host_table.h"
 
 #include <sys/stat.h>
@@ -21,7 +22,7 @@
 #include "hosts/common/log_text.h"
 #include "qxapi/records.h"
 
-namespace hosts {
+namespace rdm::hosts {
 namespace {
 
 struct Exit {
@@ -40,12 +41,12 @@ using Logs = std::map<host_fd, std::shared_ptr<LogFile>>;
 std::mutex logs_mutex;
 Logs logs;
 
-thread_local long loss_count = 0;
+thread_local long resource_failure_count = 0;
 
 /// counted returns a result and counts a loss where there is none.
 template <typename Result>
-Result counted(Result result, bool had) {
-  if (!had) ++loss_count;
+Result count_failure(Result result, bool had) {
+  if (!had) ++resource_failure_count;
   return result;
 }
 
@@ -62,22 +63,22 @@ Result guarded(Result failure, Body body) noexcept {
 
 void *allocate(std::size_t n) {
   void *block = base_table.alloc(n);
-  return counted(block, block != nullptr);
+  return count_failure(block, block != nullptr);
 }
 
 void *reallocate(void *p, std::size_t n) {
   void *block = base_table.realloc(p, n);
-  return counted(block, block != nullptr);
+  return count_failure(block, block != nullptr);
 }
 
 char *duplicate(const char *text) {
   char *copy = base_table.strdup(text);
-  return counted(copy, copy != nullptr);
+  return count_failure(copy, copy != nullptr);
 }
 
 host_fd open_write(const char *path) {
   const host_fd fd = base_table.open_write(path);
-  return counted(fd, fd != -1);
+  return count_failure(fd, fd != -1);
 }
 
 /// report_dropped reports lines that a log of the plug-in could not take.
@@ -121,12 +122,12 @@ void keep_log(host_fd fd, const char *path) {
 }
 
 host_fd open_append(const char *path) {
-  file_guard file(is_pipe(path) ? open_log(path) : base_table.open_append(path));
+  HostFileGuard file(is_pipe(path) ? open_log(path) : base_table.open_append(path));
   const host_fd fd = guarded(-1, [&] {
     if (file) keep_log(file.get(), path);
     return file.release();
   });
-  return counted(fd, fd != -1);
+  return count_failure(fd, fd != -1);
 }
 
 /// close ends the log of the descriptor first: what waits of it is written.
@@ -141,31 +142,31 @@ int write_log(host_fd fd, const void *bytes, std::int32_t n) {
   return log->write({static_cast<const char *>(bytes), static_cast<std::size_t>(n)}) ? 1 : 0;
 }
 
-/// A folder has no bytes to lose.
+/// A directory has no bytes to lose.
 std::int32_t read(host_fd fd, void *buffer, std::int32_t n) {
   const std::int32_t result = base_table.read(fd, buffer, n);
-  return counted(result, result != -1 || errno == EISDIR);
+  return count_failure(result, result != -1 || errno == EISDIR);
 }
 
 /// A pipe, such as a log may be, has no place to miss.
 std::int64_t seek(host_fd fd, std::int64_t offset, int whence) {
   const std::int64_t result = base_table.seek(fd, offset, whence);
-  return counted(result, result != -1 || errno == ESPIPE);
+  return count_failure(result, result != -1 || errno == ESPIPE);
 }
 
-/// What cannot be looked at is an answer to the plug-in, not a loss; but without the last of the folders for temporary
-/// files a long answer has nowhere to go, and no file is tried that could fail to be made.
-int look_at(const char *path, struct stat *status) {
+/// What cannot be looked at is an answer to the plug-in, not a loss; but without the last of the directories for
+/// temporary files a long answer has nowhere to go, and no file is tried that could fail to be made.
+int checked_stat(const char *path, struct stat *status) {
   const int result = base_table.stat(path, status);
   const bool usable = result == 0 && S_ISDIR(status->st_mode);
-  return counted(result, usable || std::strcmp(path, P_tmpdir) != 0);
+  return count_failure(result, usable || std::strcmp(path, P_tmpdir) != 0);
 }
 
 /// write is not for logs: a file that it was appended to by is data, and never reopened.
 int write(host_fd fd, const void *bytes, std::int32_t n) {
   take_log(fd);
   const int result = base_table.write(fd, bytes, n);
-  return counted(result, result == 1);
+  return count_failure(result, result == 1);
 }
 
 void set_status(Session *session, Request *request, int status, const char *reason) {
@@ -202,8 +203,8 @@ std::int64_t send_read(Exchange &exchange, host_fd fd) {
   for (;;) {
     const int32_t got = host_read(fd, block, sizeof block);
     if (got == 0) return total;
-    // A folder, too, is a loss where its bytes were promised.
-    if (got < 0) return counted(std::int64_t{-1}, false);
+    // A directory, too, is a loss where its bytes were promised.
+    if (got < 0) return count_failure(std::int64_t{-1}, false);
     if (!exchange.write({block, static_cast<std::size_t>(got)})) return -1;
     total += got;
   }
@@ -276,7 +277,7 @@ void bind_host(Reporter reporter, const qxapi_host &base) {
   table.open_append = open_append;
   table.read = read;
   table.seek = seek;
-  table.stat = look_at;
+  table.stat = checked_stat;
   table.write = write;
   table.write_log = write_log;
   table.close = close;
@@ -289,7 +290,7 @@ void bind_host(Reporter reporter, const qxapi_host &base) {
   qxapi_bind(&table);
 }
 
-long losses() { return loss_count; }
+long resource_failures() { return resource_failure_count; }
 
 void reopen_logs() {
   std::vector<std::shared_ptr<LogFile>> open;
@@ -311,4 +312,4 @@ void run_exits() {
   end_logs();
 }
 
-}  // namespace hosts
+}  // namespace rdm::hosts

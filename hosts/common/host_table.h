@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// The function table that a host binds: the POSIX table with the entries replaced that concern requests, answers,
 /// reports and exits. Requests are exchanges: the pre-read input and the header look-up of the POSIX table serve them
 /// as they are; statuses, heads and answers go to the exchange.
@@ -9,7 +10,7 @@
 
 #include <qxapi/qxapi.h>
 
-namespace hosts {
+namespace rdm::hosts {
 
 /// Report is one line for a host's error log. `client` is the client's address, empty for none; `text` is one line of
 /// at most 8191 bytes, in which log_text has escaped control characters and bytes beyond ASCII.
@@ -32,9 +33,9 @@ void bind_host(Reporter reporter, const qxapi_host &base = *qxapi_posix_host());
 /// losses counts how often the calling thread asked the table for memory, or to make, write, read or move in a file,
 /// and did not get it. The plug-in goes on without what it asked for, so what it then answers may be incomplete without
 /// saying so. Not counted is what the plug-in answers itself or what no answer consists of: a file that cannot be
-/// examined or opened for reading, a folder that the plug-in reads as a file, a position asked of a pipe, a line not
-/// taken by a log. A missing folder for temporary files is counted.
-long losses();
+/// examined or opened for reading, a directory that the plug-in reads as a file, a position asked of a pipe, a line not
+/// taken by a log. A missing directory for temporary files is counted.
+long resource_failures();
 
 /// reopen_logs reopens what the plug-in has opened for appending and not closed, each under its name and its
 /// descriptor. One that cannot be reopened goes on in the old file, and is reported. From any thread.
@@ -43,6 +44,6 @@ void reopen_logs();
 /// run_exits calls the exits that the plug-in has registered, in the order of registration, and forgets them.
 void run_exits();
 
-}  // namespace hosts
+}  // namespace rdm::hosts
 
 #endif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/common/log_file.h"
 
 #include <fcntl.h>
@@ -13,7 +14,7 @@
 #include <system_error>
 #include <utility>
 
-namespace hosts {
+namespace rdm::hosts {
 namespace {
 
 /// How long the thread sleeps before it looks whether the log was reopened or closed.
@@ -27,10 +28,10 @@ host_fd open_file(const char *path, int flags) {
 }
 
 /// open_again opens the name of a log anew. A file that is made for it gets owner and mode of the old one.
-file_guard open_again(const std::string &path, host_fd old) {
+HostFileGuard open_again(const std::string &path, host_fd old) {
   struct stat status;
   const bool missing = ::stat(path.c_str(), &status) != 0;
-  file_guard fresh(open_log(path.c_str()));
+  HostFileGuard fresh(open_log(path.c_str()));
   if (fresh && missing && ::fstat(old, &status) == 0 && S_ISREG(status.st_mode)) {
     // Only the superuser can give a file away; anybody else is the owner of both.
     [[maybe_unused]] const int given = ::fchown(fresh.get(), status.st_uid, status.st_gid);
@@ -45,9 +46,9 @@ bool same_file(host_fd one, host_fd other) {
          first.st_ino == second.st_ino;
 }
 
-bool is_writable(host_fd fd, std::chrono::milliseconds patience) {
+bool is_writable(host_fd fd, std::chrono::milliseconds timeout) {
   pollfd waiting{fd, POLLOUT, 0};
-  return ::poll(&waiting, 1, static_cast<int>(patience.count())) > 0;
+  return ::poll(&waiting, 1, static_cast<int>(timeout.count())) > 0;
 }
 
 std::size_t lines_of(std::string_view text) {
@@ -73,14 +74,14 @@ host_fd open_log(const char *path) {
 
 host_fd open_new_log(const char *path) { return open_file(path, O_WRONLY | O_CREAT | O_EXCL); }
 
-file_guard open_stream(host_fd stream) {
+HostFileGuard open_stream(host_fd stream) {
   struct stat status;
   if (::fstat(stream, &status) == 0 && (S_ISFIFO(status.st_mode) || S_ISCHR(status.st_mode))) {
     // A description of our own: other programs would stumble over a stream that suddenly does not block.
-    file_guard own(open_file(("/proc/self/fd/" + std::to_string(stream)).c_str(), O_WRONLY));
+    HostFileGuard own(open_file(("/proc/self/fd/" + std::to_string(stream)).c_str(), O_WRONLY));
     if (own) return own;
   }
-  return file_guard(::fcntl(stream, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+  return HostFileGuard(::fcntl(stream, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
 }
 
 LogFile::LogFile(std::string path, Notice dropped, NoticeTo to)
@@ -93,7 +94,7 @@ LogFile::LogFile(std::string path, Notice dropped, NoticeTo to)
   if (!own_) throw std::system_error(errno, std::generic_category(), path_);
 }
 
-LogFile::LogFile(file_guard stream, Notice dropped, NoticeTo to)
+LogFile::LogFile(HostFileGuard stream, Notice dropped, NoticeTo to)
     : own_(std::move(stream)), fd_(own_.get()), way_(way_of(fd_)), notice_(std::move(dropped)), notice_to_(to) {}
 
 LogFile::LogFile(host_fd borrowed, std::string path, Notice dropped)
@@ -121,7 +122,7 @@ bool LogFile::write(std::string_view text, Clock::time_point now) {
 
 bool LogFile::reopen() {
   if (path_.empty()) return true;
-  const file_guard fresh = open_again(path_, fd_);
+  const HostFileGuard fresh = open_again(path_, fd_);
   if (!fresh) return false;
   const std::lock_guard lock(mutex_);
   if (closed_ || same_file(fresh.get(), fd_)) return true;
@@ -284,4 +285,4 @@ bool LogFile::report(std::unique_lock<std::mutex> &lock) {
   return told;
 }
 
-}  // namespace hosts
+}  // namespace rdm::hosts

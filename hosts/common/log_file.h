@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// A log: whole lines appended to a file, a pipe, a socket or a terminal, without ever waiting for the reader of one.
 ///
 /// A line goes to the system at once and in one write. Where nobody reads, lines wait in a queue of bounded size, which
@@ -22,7 +23,7 @@
 
 #include "qxapi/guard.h"
 
-namespace hosts {
+namespace rdm::hosts {
 
 /// open_log opens a file for appending and creates it, with mode 0644 less the process's mask, where it is missing. A
 /// named pipe is opened whether or not it has a reader. Writing to the descriptor never blocks. -1 with errno set when
@@ -42,7 +43,7 @@ bool is_pipe(const char *path);
 /// open_stream returns a descriptor of its own for what an open stream, such as standard error, writes to. Writing to
 /// it does not block as far as the system lets each writer choose; the stream itself, which other programs may use,
 /// stays as it is.
-file_guard open_stream(host_fd stream);
+HostFileGuard open_stream(host_fd stream);
 
 /// LogFile is used from any thread.
 class LogFile {
@@ -62,7 +63,7 @@ class LogFile {
   /// Opens `path` with open_log; throws std::system_error.
   explicit LogFile(std::string path, Notice dropped = {}, NoticeTo to = NoticeTo::another);
   /// A log over a descriptor of open_stream. It is never reopened.
-  explicit LogFile(file_guard stream, Notice dropped = {}, NoticeTo to = NoticeTo::another);
+  explicit LogFile(HostFileGuard stream, Notice dropped = {}, NoticeTo to = NoticeTo::another);
   /// A log over a descriptor that somebody else closes, after this log, and that no other program writes to: it is made
   /// one that does not block. It is reopened under `path`, and its notices write to another log.
   LogFile(host_fd borrowed, std::string path, Notice dropped);
@@ -103,7 +104,7 @@ class LogFile {
   bool report(std::unique_lock<std::mutex> &lock);
 
   const std::string path_;  // empty: never reopened
-  const file_guard own_;
+  const HostFileGuard own_;
   const host_fd fd_;  // the number stays the same when the log is reopened
   const Way way_;     // how a write does not block
   const Notice notice_;
@@ -121,6 +122,6 @@ class LogFile {
   std::thread flusher_;
 };
 
-}  // namespace hosts
+}  // namespace rdm::hosts
 
 #endif

@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/common/log_text.h"
 
-namespace hosts {
+namespace rdm::hosts {
 
 std::string log_text(std::string_view text, Escaping level) {
   if (text.ends_with('\n')) text.remove_suffix(1);
@@ -10,4 +11,4 @@ std::string log_text(std::string_view text, Escaping level) {
   return line;
 }
 
-}  // namespace hosts
+}  // namespace rdm::hosts

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/common/output_queue.h"
 
 #include <fcntl.h>
@@ -9,20 +10,20 @@
 #include <cstdlib>
 #include <utility>
 
-namespace hosts {
+namespace rdm::hosts {
 namespace {
 
-std::string temporary_folder() {
-  const char *folder = std::getenv("TMPDIR");
-  return folder != nullptr && *folder != '\0' ? folder : "/tmp";
+std::string temporary_directory() {
+  const char *directory = std::getenv("TMPDIR");
+  return directory != nullptr && *directory != '\0' ? directory : "/tmp";
 }
 
 /// open_unlinked returns a new file without a name, or -1.
-host_fd open_unlinked(const std::string &folder) {
-  const host_fd fd = ::open(folder.c_str(), O_TMPFILE | O_RDWR | O_EXCL | O_CLOEXEC, 0600);
+host_fd open_unlinked(const std::string &directory) {
+  const host_fd fd = ::open(directory.c_str(), O_TMPFILE | O_RDWR | O_EXCL | O_CLOEXEC, 0600);
   if (fd != -1) return fd;
   // Some file systems make no file without a name; there the name lives for a moment.
-  std::string name = folder + "/rdm-answer-XXXXXX";
+  std::string name = directory + "/rdm-answer-XXXXXX";
   const host_fd named = ::mkostemp(name.data(), O_CLOEXEC);
   if (named != -1) ::unlink(name.c_str());
   return named;
@@ -64,7 +65,7 @@ void OutputQueue::append_memory(std::string_view bytes) {
 
 std::size_t OutputQueue::spill(std::string_view bytes) {
   if (!spill_file_) {
-    auto file = std::make_shared<const file_guard>(open_unlinked(temporary_folder()));
+    auto file = std::make_shared<const HostFileGuard>(open_unlinked(temporary_directory()));
     if (!*file) return 0;
     spill_file_ = std::move(file);
   }
@@ -81,7 +82,7 @@ std::size_t OutputQueue::spill(std::string_view bytes) {
 
 bool OutputQueue::append_file(host_fd fd, std::int64_t offset, std::int64_t length) {
   if (length <= 0) return true;
-  auto copy = std::make_shared<const file_guard>(::fcntl(fd, F_DUPFD_CLOEXEC, 0));
+  auto copy = std::make_shared<const HostFileGuard>(::fcntl(fd, F_DUPFD_CLOEXEC, 0));
   if (!*copy) return false;
   pieces_.push_back(Piece{{}, std::move(copy), offset, length});
   size_ += length;
@@ -95,4 +96,4 @@ std::vector<Piece> OutputQueue::take() {
   return std::exchange(pieces_, {});
 }
 
-}  // namespace hosts
+}  // namespace rdm::hosts

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// The body of one answer, queued piece by piece while the plug-in runs and sent after its call has returned.
 ///
 /// Bytes are copied into memory up to a limit and go on in an unlinked temporary file beyond it, so that a large answer
@@ -15,13 +16,13 @@
 
 #include "qxapi/guard.h"
 
-namespace hosts {
+namespace rdm::hosts {
 
 /// Piece is a stretch of an answer: `bytes`, or `length` bytes of `file` from `offset` on. The offset is explicit,
 /// because a duplicated descriptor shares its position with the original.
 struct Piece {
   std::string bytes;
-  std::shared_ptr<const file_guard> file;  // null for bytes
+  std::shared_ptr<const HostFileGuard> file;  // null for bytes
   std::int64_t offset = 0;
   std::int64_t length = 0;  // of either kind
 };
@@ -56,10 +57,10 @@ class OutputQueue {
   std::size_t room_;
   std::int64_t size_ = 0;
   std::int64_t spilled_ = 0;
-  std::shared_ptr<const file_guard> spill_file_;
+  std::shared_ptr<const HostFileGuard> spill_file_;
   std::vector<Piece> pieces_;
 };
 
-}  // namespace hosts
+}  // namespace rdm::hosts
 
 #endif

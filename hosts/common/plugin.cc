@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/common/plugin.h"
 
 #include <dlfcn.h>
@@ -8,7 +9,7 @@
 
 #include "hosts/common/host_table.h"
 
-namespace hosts {
+namespace rdm::hosts {
 namespace {
 
 void *load(const std::string &path) {
@@ -40,7 +41,7 @@ Plugin::Plugin(const std::string &path) : parameters_(host_param_create(1)) {
 }
 
 std::string Plugin::init(const std::string &config) {
-  const pblock_ptr block(host_param_create(3));
+  const PblockPtr block(host_param_create(3));
   if (!block || host_param_add("config", config.c_str(), block.get()) != 0) throw std::bad_alloc();
   if (init_(block.get(), nullptr, nullptr) == HOST_DONE) return {};
   const char *error = host_param_find("error", block.get());
@@ -50,14 +51,14 @@ std::string Plugin::init(const std::string &config) {
 namespace {
 
 Outcome call_in_turn(Plugin &plugin, Exchange &exchange) {
-  const long losses_before = losses();
+  const long failures_before = resource_failures();
   const int type = plugin.type(exchange);
   if (type == HOST_NOT_HANDLED) return Outcome::not_handled;
   if (type == HOST_DONE) {
     plugin.service(exchange);
     plugin.log(exchange);
   }
-  if (losses() != losses_before) return Outcome::broken;
+  if (resource_failures() != failures_before) return Outcome::broken;
   return exchange.started() ? Outcome::answered : Outcome::silent;
 }
 
@@ -70,4 +71,4 @@ Outcome serve(Plugin &plugin, Exchange &exchange) {
   return outcome;
 }
 
-}  // namespace hosts
+}  // namespace rdm::hosts

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// The plug-in: a loaded library of which nothing is known but its four entries.
 #ifndef HOSTS_COMMON_PLUGIN_H
 #define HOSTS_COMMON_PLUGIN_H
@@ -9,7 +10,7 @@
 #include "hosts/common/exchange.h"
 #include "qxapi/guard.h"
 
-namespace hosts {
+namespace rdm::hosts {
 
 /// PluginError says why a library cannot serve as the plug-in.
 class PluginError : public std::runtime_error {
@@ -38,7 +39,7 @@ class Plugin {
   int call(Entry entry, Exchange &exchange) { return entry(parameters_.get(), exchange.session(), exchange.request()); }
 
   Entry init_, type_, service_, log_;
-  pblock_ptr parameters_;
+  PblockPtr parameters_;
 };
 
 /// What became of a request.
@@ -53,6 +54,6 @@ enum class Outcome {
 /// queued, in memory or in a file, when the outcome is not `answered`.
 Outcome serve(Plugin &plugin, Exchange &exchange);
 
-}  // namespace hosts
+}  // namespace rdm::hosts
 
 #endif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/rdmd/check.h"
 
 #include <algorithm>
@@ -11,7 +12,7 @@
 #include "hosts/rdmd/check_user.h"
 #include "qxapi/ascii.h"
 
-namespace check {
+namespace rdm::check {
 namespace {
 
 constexpr const char *required[] = {"bindir", "csid-config", "csid-default"};
@@ -106,14 +107,14 @@ struct Tally {
 constexpr std::size_t shown_of_a_file = 20;
 constexpr auto warning = static_cast<std::size_t>(Severity::warning), error = static_cast<std::size_t>(Severity::error);
 
-std::string counted(std::size_t count, const char *noun) {
+std::string count_of(std::size_t count, const char *noun) {
   return std::to_string(count) + " more " + noun + (count == 1 ? "" : "s");
 }
 
 Finding summary(const std::string &file, const Tally &tally) {
   std::string text;
-  if (tally.hidden[error] > 0) text = counted(tally.hidden[error], "error");
-  if (tally.hidden[warning] > 0) text += (text.empty() ? "" : " and ") + counted(tally.hidden[warning], "warning");
+  if (tally.hidden[error] > 0) text = count_of(tally.hidden[error], "error");
+  if (tally.hidden[warning] > 0) text += (text.empty() ? "" : " and ") + count_of(tally.hidden[warning], "warning");
   return {tally.hidden[error] > 0 ? Severity::error : Severity::warning, file, 0, std::move(text)};
 }
 
@@ -188,4 +189,4 @@ Findings check_command_line(const CommandLine &line) {
   return findings;
 }
 
-}  // namespace check
+}  // namespace rdm::check

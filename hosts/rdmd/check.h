@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Checks a service configuration and everything that it names, without the plug-in and without changing anything.
 ///
 /// The service itself starts with many a mistake in its configuration and reports it only when a request meets it; here
@@ -8,7 +9,7 @@
 #include <string>
 #include <vector>
 
-namespace check {
+namespace rdm::check {
 
 enum class Severity {
   warning,  // works, but hardly as it was meant
@@ -39,7 +40,7 @@ bool has_errors(const Findings &findings);
 /// unreadable files, malformed lines, names and services given twice, missing names and values of the wrong kind.
 Findings check_syntax(const std::string &config);
 
-/// check_configuration does what check_syntax does and then looks at all that the lines name: folders, logs, the
+/// check_configuration does what check_syntax does and then looks at all that the lines name: directories, logs, the
 /// external command, catalog databases and their indexes, alias files and descriptions. It finds what the caller of the
 /// process may not read or write.
 Findings check_configuration(const std::string &config);
@@ -57,6 +58,6 @@ struct CommandLine {
 /// do.
 Findings check_command_line(const CommandLine &line);
 
-}  // namespace check
+}  // namespace rdm::check
 
 #endif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/rdmd/check_alias.h"
 
 #include <algorithm>
@@ -5,7 +6,7 @@
 
 #include "qxapi/ascii.h"
 
-namespace check {
+namespace rdm::check {
 namespace {
 
 std::vector<std::string> split_names(const std::string &text) {
@@ -58,4 +59,4 @@ void check_alias_file(Report &report) {
   check_aliases(split_lines(*text, report), report);
 }
 
-}  // namespace check
+}  // namespace rdm::check

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/rdmd/check_catalog.h"
 
 #include <sys/stat.h>
@@ -13,7 +14,7 @@
 #include "dba/guard.h"
 #include "dba/index_format.h"
 
-namespace check {
+namespace rdm::check {
 namespace {
 
 constexpr std::uint32_t hash_magic = 0x061561;
@@ -65,14 +66,14 @@ std::optional<Entries> read_index(Report &report) {
   return entries;
 }
 
-database_ptr open_database(Report &report) {
+DatabasePtr open_database(Report &report) {
   const auto bytes = read_bytes(report, sizeof hash_magic);
   if (!bytes) return nullptr;
   if (bytes->size() < sizeof hash_magic || index_format::word_at(*bytes, 0) != hash_magic) {
     report.error(0, "is not a catalog database");
     return nullptr;
   }
-  database_ptr database(dba_open(report.file().c_str(), "r"));
+  DatabasePtr database(dba_open(report.file().c_str(), "r"));
   if (!database) report.error(0, "is damaged: its header and its size contradict each other");
   return database;
 }
@@ -148,7 +149,7 @@ bool contradicts(const Comparison &found, bool index_is_later) {
   return found.missing > 0 && (index_is_later || found.records() > 0);
 }
 
-std::string counted(std::size_t count, const char *one, const char *several) {
+std::string count_of(std::size_t count, const char *one, const char *several) {
   return std::to_string(count) + (count == 1 ? one : several);
 }
 
@@ -162,19 +163,20 @@ std::string joined(const std::vector<std::string> &parts) {
 void report_contradiction(const Comparison &found, std::size_t entries, Report &index) {
   const std::size_t different = found.changed + found.contrary;
   index.error(
-      0, "is not the index of this database, or records are damaged: of " + counted(entries, " entry, ", " entries, ") +
-             joined({different > 0 ? counted(different, " has", " have") + " another size or checksum than the record"
-                                   : "",
-                     found.missing > 0 ? counted(found.missing, " has", " have") + " no record" : ""}) +
-             "; see minidba verify");
+      0,
+      "is not the index of this database, or records are damaged: of " + count_of(entries, " entry, ", " entries, ") +
+          joined(
+              {different > 0 ? count_of(different, " has", " have") + " another size or checksum than the record" : "",
+               found.missing > 0 ? count_of(found.missing, " has", " have") + " no record" : ""}) +
+          "; see minidba verify");
 }
 
 void report_age(const Comparison &found, Report &index) {
   index.warning(
       0, "is older than its database: " +
-             joined({found.unlisted > 0 ? counted(found.unlisted, " record is", " records are") + " not in it" : "",
-                     found.changed > 0 ? counted(found.changed, " has", " have") + " changed since" : "",
-                     found.missing > 0 ? counted(found.missing, " is", " are") + " gone" : ""}) +
+             joined({found.unlisted > 0 ? count_of(found.unlisted, " record is", " records are") + " not in it" : "",
+                     found.changed > 0 ? count_of(found.changed, " has", " have") + " changed since" : "",
+                     found.missing > 0 ? count_of(found.missing, " is", " are") + " gone" : ""}) +
              "; make it again with minidba index");
 }
 
@@ -182,7 +184,7 @@ void compare(DB *database, Entries &entries, Report &report, Report &index) {
   const Comparison found = compare(database, entries);
   if (found.unreadable > 0) {
     report.error(
-        0, "is damaged: " + counted(found.unreadable, " bucket", " buckets") + " cannot be read; see minidba verify");
+        0, "is damaged: " + count_of(found.unreadable, " bucket", " buckets") + " cannot be read; see minidba verify");
   } else if (contradicts(found, is_later(index.file(), report.file()))) {
     report_contradiction(found, entries.size(), index);
   } else if (found.unlisted + found.changed + found.missing > 0) {
@@ -196,8 +198,8 @@ void check_catalog(Report &report) {
   Report index = report.on(report.file() + ".idx");
   // The index comes first: a catalog that changes meanwhile then looks like one whose index is older.
   std::optional<Entries> entries = read_index(index);
-  const database_ptr database = open_database(report);
+  const DatabasePtr database = open_database(report);
   if (entries && database) compare(database.get(), *entries, report, index);
 }
 
-}  // namespace check
+}  // namespace rdm::check

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/rdmd/check_csid.h"
 
 #include <algorithm>
@@ -10,7 +11,7 @@
 #include "hosts/rdmd/check_description.h"
 #include "qxapi/ascii.h"
 
-namespace check {
+namespace rdm::check {
 namespace {
 
 constexpr std::size_t service_limit = 63;
@@ -111,4 +112,4 @@ void check_services(const std::vector<CatalogService> &services, Report &report)
   }
 }
 
-}  // namespace check
+}  // namespace rdm::check

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// The list of catalog services, and the files of each.
 #ifndef HOSTS_RDMD_CHECK_CSID_H
 #define HOSTS_RDMD_CHECK_CSID_H
@@ -8,7 +9,7 @@
 
 #include "hosts/rdmd/check_lines.h"
 
-namespace check {
+namespace rdm::check {
 
 struct CatalogService {
   std::string csid;
@@ -22,6 +23,6 @@ std::optional<std::vector<CatalogService>> read_services(Report &report);
 /// check_services looks at all files that the services name.
 void check_services(const std::vector<CatalogService> &services, Report &report);
 
-}  // namespace check
+}  // namespace rdm::check
 
 #endif

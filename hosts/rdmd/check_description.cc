@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/rdmd/check_description.h"
 
 #include <sys/stat.h>
@@ -8,7 +9,7 @@
 
 #include "qxapi/ascii.h"
 
-namespace check {
+namespace rdm::check {
 namespace {
 
 constexpr std::int64_t longest_answer = 0xFFFFFFFF;
@@ -17,47 +18,47 @@ constexpr std::string_view blanks = " \t\r", white_space = " \t\n\v\f\r", white_
 
 /// AttributeHead is what stands before a value: NAME{SIZE}: and a tab.
 struct AttributeHead {
-  std::size_t place;  // where the name begins
+  std::size_t offset;  // where the name begins
   std::string_view name;
   std::uint64_t size;
   std::size_t value;  // where the value begins
 };
 
-std::optional<AttributeHead> head_at(std::string_view text, std::size_t place) {
-  const std::size_t open = text.find_first_of("{} \t\r\n", place);
-  if (open == nowhere || open == place || text[open] != '{') return std::nullopt;
+std::optional<AttributeHead> head_at(std::string_view text, std::size_t offset) {
+  const std::size_t open = text.find_first_of("{} \t\r\n", offset);
+  if (open == nowhere || open == offset || text[open] != '{') return std::nullopt;
   std::uint64_t size = 0;
   const auto [end, error] = std::from_chars(text.data() + open + 1, text.data() + text.size(), size);
   const auto close = static_cast<std::size_t>(end - text.data());
   if (error != std::errc() || text.substr(close, 3) != "}:\t") return std::nullopt;
-  return AttributeHead{place, text.substr(place, open - place), size, close + 3};
+  return AttributeHead{offset, text.substr(offset, open - offset), size, close + 3};
 }
 
-/// ends_line_at returns true if only blanks stand between `place` and the end of its line.
-bool ends_line_at(std::string_view text, std::size_t place) {
-  const std::size_t end = text.find_first_not_of(blanks, place);
+/// ends_line_at returns true if only blanks stand between `offset` and the end of its line.
+bool ends_line_at(std::string_view text, std::size_t offset) {
+  const std::size_t end = text.find_first_not_of(blanks, offset);
   return end == nowhere || text[end] == '\n';
 }
 
-/// begins_object_at returns true if "@NAME {" stands at `place`.
-bool begins_object_at(std::string_view text, std::size_t place) {
-  if (text[place] != '@') return false;
-  const std::size_t brace = text.find_first_not_of(blanks, text.find_first_of(white_space, place));
+/// begins_object_at returns true if "@NAME {" stands at `offset`.
+bool begins_object_at(std::string_view text, std::size_t offset) {
+  if (text[offset] != '@') return false;
+  const std::size_t brace = text.find_first_not_of(blanks, text.find_first_of(white_space, offset));
   return brace != nowhere && text[brace] == '{';
 }
 
-/// begins_part_at returns true if an attribute or an object begins at `place`.
-bool begins_part_at(std::string_view text, std::size_t place) {
-  return begins_object_at(text, place) || head_at(text, place);
+/// begins_part_at returns true if an attribute or an object begins at `offset`.
+bool begins_part_at(std::string_view text, std::size_t offset) {
+  return begins_object_at(text, offset) || head_at(text, offset);
 }
 
-/// ends_value_at returns true if something that ends the value before it stands at `place`.
-bool ends_value_at(std::string_view text, std::size_t place) {
-  return (text[place] == '}' && ends_line_at(text, place + 1)) || begins_part_at(text, place);
+/// ends_value_at returns true if something that ends the value before it stands at `offset`.
+bool ends_value_at(std::string_view text, std::size_t offset) {
+  return (text[offset] == '}' && ends_line_at(text, offset + 1)) || begins_part_at(text, offset);
 }
 
 /// line_end_before returns the end of the first line from `from` on that white space and a part follow: `is_part`
-/// returns true for the place where the part stands.
+/// returns true for the offset where the part stands.
 std::size_t line_end_before(std::string_view text, std::size_t from, bool (*is_part)(std::string_view, std::size_t)) {
   for (std::size_t end = text.find('\n', from); end != nowhere;) {
     const std::size_t next = text.find_first_not_of(white_space, end);
@@ -68,10 +69,10 @@ std::size_t line_end_before(std::string_view text, std::size_t from, bool (*is_p
   return nowhere;
 }
 
-std::string counted(std::uint64_t bytes) { return std::to_string(bytes) + (bytes == 1 ? " byte" : " bytes"); }
+std::string byte_count(std::uint64_t bytes) { return std::to_string(bytes) + (bytes == 1 ? " byte" : " bytes"); }
 
 struct Object {
-  std::size_t place = 0;
+  std::size_t offset = 0;
   std::string_view name;
   std::optional<AttributeHead> type, message;  // rdm-type and rdm-error-message
   bool whole = false;
@@ -101,14 +102,14 @@ class Reader {
   /// next_object returns where the next line begins that may begin an object.
   std::size_t next_object(std::size_t from) const { return std::min(text_.find("\n@", from), text_.size() - 1) + 1; }
   std::string_view value_of(const AttributeHead &head) const { return text_.substr(head.value, head.size); }
-  int line_of(std::size_t place);
-  void error(std::size_t place, std::string text) { report_.error(line_of(place), std::move(text)); }
+  int line_of(std::size_t offset);
+  void error(std::size_t offset, std::string text) { report_.error(line_of(offset), std::move(text)); }
 
   std::string_view text_;
   Report &report_;
   std::size_t at_ = 0;
-  std::size_t counted_ = 0;       // up to here the lines are counted
-  int line_ = 1;                  // the line of that place
+  std::size_t counted_to_ = 0;    // up to here the lines are counted
+  int line_ = 1;                  // the line of that offset
   std::size_t barren_ = nowhere;  // no count fits a value that begins here or later
 };
 
@@ -131,18 +132,18 @@ void Reader::read(const std::string &key) {
 void Reader::check_type(const Object &header, const std::string &key) {
   const std::string kind = key.substr(0, key.find('-')), wanted = key + "-response";
   if (!header.type)
-    return error(header.place, "the RDMHEADER object has no \"rdm-type\"; " + quote(wanted) + " is required");
+    return error(header.offset, "the RDMHEADER object has no \"rdm-type\"; " + quote(wanted) + " is required");
   const std::string_view type = value_of(*header.type);
   if (!ascii::iequals(type, wanted) && !ascii::iequals(type, kind + "-response"))
-    error(header.type->place, "the type is " + quote(type) + "; " + quote(key) + " requires " + quote(wanted));
+    error(header.type->offset, "the type is " + quote(type) + "; " + quote(key) + " requires " + quote(wanted));
 }
 
 /// check_empty_line requires an empty line behind the header and none within it, because some readers find the end of
 /// the header by that line. The reader stands behind the header's brace.
 void Reader::check_empty_line(const Object &header) {
-  const std::string_view object = text_.substr(header.place, at_ - header.place);
+  const std::string_view object = text_.substr(header.offset, at_ - header.offset);
   const std::size_t within = std::min(object.find("\n\n"), object.find("\n\r\n"));
-  if (within != nowhere) error(header.place + within + 1, "an empty line ends the RDMHEADER object too early");
+  if (within != nowhere) error(header.offset + within + 1, "an empty line ends the RDMHEADER object too early");
   const std::size_t end = std::min(text_.find('\n', at_), text_.size());
   const std::string_view behind = text_.substr(end);
   const bool is_empty = behind.substr(0, 2) == "\n\n" || behind.substr(0, 3) == "\n\r\n";
@@ -164,11 +165,11 @@ void Reader::read_body(bool required) {
   if (!found && required) report_.error(0, "no object follows the RDMHEADER object");
 }
 
-/// read_object reads the object that begins at the reader's place. The parsers of such answers accept any number of
+/// read_object reads the object that begins at the reader's offset. The parsers of such answers accept any number of
 /// braces before the URL, and only white space ends a URL.
 Object Reader::read_object() {
   Object object;
-  object.place = at_++;
+  object.offset = at_++;
   object.name = take_word();
   at_ = std::min(text_.find_first_not_of(white_space_and_braces, at_), text_.size());
   take_word();
@@ -194,7 +195,7 @@ void Reader::read_attributes(Object &object) {
     if (!object.message && ascii::iequals(head->name, "rdm-error-message")) object.message = head;
     last = head;
   }
-  error(last ? last->place : object.place,
+  error(last ? last->offset : object.offset,
         "the " + std::string(object.name) + " object has no end" + (at_ < text_.size() ? "" : ": the file is cut"));
 }
 
@@ -211,17 +212,17 @@ bool Reader::takes_end(const AttributeHead &head, std::size_t fit) const {
 bool Reader::read_value(AttributeHead &head) {
   const std::size_t left = text_.size() - head.value;
   const auto fit = fit_for(head.value);
-  const std::string announced = quote(head.name) + " announces " + counted(head.size);
+  const std::string announced = quote(head.name) + " announces " + byte_count(head.size);
   if (head.size <= left && ends_line_at(text_, head.value + head.size) && !(fit && takes_end(head, *fit))) {
     if (fit && line_end_before(value_of(head), 0, begins_part_at) != nowhere)
-      report_.warning(line_of(head.place), announced + ", the lines of further attributes among them; " +
-                                               std::to_string(*fit) + " would fit without those");
+      report_.warning(line_of(head.offset), announced + ", the lines of further attributes among them; " +
+                                                std::to_string(*fit) + " would fit without those");
   } else if (fit) {
-    error(head.place, announced + "; " + std::to_string(*fit) + " would fit");
+    error(head.offset, announced + "; " + std::to_string(*fit) + " would fit");
     head.size = *fit;
   } else {
-    error(head.place, announced + (head.size > left ? " and the file has " + std::to_string(left) + ": it is cut"
-                                                    : ", which end within a line"));
+    error(head.offset, announced + (head.size > left ? " and the file has " + std::to_string(left) + ": it is cut"
+                                                     : ", which end within a line"));
     at_ = next_object(head.value);
     return false;
   }
@@ -235,7 +236,7 @@ void Reader::skip_line(const Object &object, const std::optional<AttributeHead> 
   const std::string_view line = text_.substr(at_, text_.find('\n', at_) - at_);
   const auto fit = last && line.find('{') == nowhere ? fit_for(last->value) : std::nullopt;
   if (fit)
-    problem += ", or the value of " + quote(last->name) + " in line " + std::to_string(line_of(last->place)) +
+    problem += ", or the value of " + quote(last->name) + " in line " + std::to_string(line_of(last->offset)) +
                " is longer than announced; " + std::to_string(*fit) + " would fit";
   error(at_, problem);
   const auto rest = fit_for(at_);
@@ -260,12 +261,12 @@ std::string_view Reader::take_word() {
   return text_.substr(start, at_ - start);
 }
 
-int Reader::line_of(std::size_t place) {
-  const auto [from, to] = std::minmax(place, counted_);
+int Reader::line_of(std::size_t offset) {
+  const auto [from, to] = std::minmax(offset, counted_to_);
   const std::string_view between = text_.substr(from, to - from);
   const auto lines = static_cast<int>(std::count(between.begin(), between.end(), '\n'));
-  line_ += place < counted_ ? -lines : lines;
-  counted_ = place;
+  line_ += offset < counted_to_ ? -lines : lines;
+  counted_to_ = offset;
   return line_;
 }
 
@@ -282,4 +283,4 @@ void check_description(const std::string &key, Report &report) {
   Reader(*text, report).read(key);
 }
 
-}  // namespace check
+}  // namespace rdm::check

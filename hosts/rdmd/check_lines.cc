@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/rdmd/check_lines.h"
 
 #include <sys/stat.h>
@@ -9,7 +10,7 @@
 #include <iterator>
 #include <utility>
 
-namespace check {
+namespace rdm::check {
 namespace {
 
 constexpr std::size_t line_limit = 8191;
@@ -167,4 +168,4 @@ std::string escape(std::string_view text) {
 
 std::string quote(std::string_view text) { return '"' + std::string(text) + '"'; }
 
-}  // namespace check
+}  // namespace rdm::check

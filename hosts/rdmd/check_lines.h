@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Configuration files line by line, as the service reads them.
 #ifndef HOSTS_RDMD_CHECK_LINES_H
 #define HOSTS_RDMD_CHECK_LINES_H
@@ -10,7 +11,7 @@
 
 #include "hosts/rdmd/check.h"
 
-namespace check {
+namespace rdm::check {
 
 /// Report gathers what is found in one file.
 class Report {
@@ -70,6 +71,6 @@ std::string escape(std::string_view text);
 /// quote returns a text between quotes, for a message.
 std::string quote(std::string_view text);
 
-}  // namespace check
+}  // namespace rdm::check
 
 #endif

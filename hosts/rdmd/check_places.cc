@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/rdmd/check_places.h"
 
 #include <fcntl.h>
@@ -12,7 +13,7 @@
 #include "hosts/common/log_file.h"
 #include "hosts/rdmd/listen_address.h"
 
-namespace check {
+namespace rdm::check {
 namespace {
 
 namespace fs = std::filesystem;
@@ -21,14 +22,15 @@ constexpr int most_links = 40;  // that the system follows, too
 
 std::string reason() { return std::strerror(errno); }
 
-/// is_folder reports a path that is no directory, and returns false.
-bool is_folder(const Pair &folder, Report &report) {
+/// is_directory reports a path that is no directory, and returns false.
+bool is_directory(const Pair &directory, Report &report) {
   struct stat status;
-  const bool found = ::stat(folder.value.c_str(), &status) == 0;
+  const bool found = ::stat(directory.value.c_str(), &status) == 0;
   if (found && S_ISDIR(status.st_mode)) return true;
   const bool hidden = !found && errno == EACCES;
-  report.error(folder.line, quote(folder.name) + (hidden ? " cannot be reached: " + folder.value + ": " + reason()
-                                                         : " is not a folder: " + folder.value));
+  report.error(directory.line,
+               quote(directory.name) + (hidden ? " cannot be reached: " + directory.value + ": " + reason()
+                                               : " is not a directory: " + directory.value));
   return false;
 }
 
@@ -44,19 +46,19 @@ std::string failure(const std::string &place) { return place + ": " + reason(); 
 
 /// opening_obstacle returns why a log that is there cannot be opened; empty if it can.
 std::string opening_obstacle(const std::string &path) {
-  const file_guard file(hosts::open_log(path.c_str()));
+  const HostFileGuard file(hosts::open_log(path.c_str()));
   return file ? "" : failure(path);
 }
 
 /// making_obstacle returns why a log that is not there cannot be made; empty if it can. A file that it made is removed.
 std::string making_obstacle(const std::string &path) {
   const fs::path target = target_of(path);
-  const file_guard made(hosts::open_new_log(target.c_str()));
+  const HostFileGuard made(hosts::open_new_log(target.c_str()));
   if (made) return ::unlink(target.c_str()) == 0 ? "" : failure(target);
   if (errno == EEXIST) return opening_obstacle(path);
   std::string problem = failure(path);
-  const std::string folder = target.has_parent_path() ? target.parent_path().string() : ".";
-  return ::access(folder.c_str(), W_OK | X_OK) == 0 ? problem : failure(folder);
+  const std::string directory = target.has_parent_path() ? target.parent_path().string() : ".";
+  return ::access(directory.c_str(), W_OK | X_OK) == 0 ? problem : failure(directory);
 }
 
 /// obstacle returns why no process of the caller can append to a log, as "PLACE: REASON"; empty if one can. It makes
@@ -72,26 +74,26 @@ std::string obstacle(const std::string &path) {
 
 }  // namespace
 
-void check_programs(const Pair &folder, Report &report) {
-  if (!is_folder(folder, report)) return;
-  const std::string command = folder.value + "/minidba";
+void check_programs(const Pair &directory, Report &report) {
+  if (!is_directory(directory, report)) return;
+  const std::string command = directory.value + "/minidba";
   std::error_code ignored;
   if (!fs::is_regular_file(command, ignored) || ::access(command.c_str(), X_OK) != 0)
-    report.error(folder.line, quote(folder.name) + " holds no executable minidba: " + folder.value);
+    report.error(directory.line, quote(directory.name) + " holds no executable minidba: " + directory.value);
 }
 
-void check_temporary(const Pair &folder, Report &report) {
-  if (!is_folder(folder, report)) return;
-  std::string name = folder.value + "/rdmd-check-XXXXXX";
-  const file_guard made(::mkostemp(name.data(), O_CLOEXEC));
+void check_temporary(const Pair &directory, Report &report) {
+  if (!is_directory(directory, report)) return;
+  std::string name = directory.value + "/rdmd-check-XXXXXX";
+  const HostFileGuard made(::mkostemp(name.data(), O_CLOEXEC));
   if (!made || ::unlink(name.c_str()) != 0)
-    report.error(folder.line, quote(folder.name) + " cannot be written: " + reason());
+    report.error(directory.line, quote(directory.name) + " cannot be written: " + reason());
 }
 
 void check_log(const Pair &log, Report &report) {
   struct stat status;
   if (::stat(log.value.c_str(), &status) == 0 && S_ISDIR(status.st_mode))
-    return report.error(log.line, quote(log.name) + " is a folder: " + log.value);
+    return report.error(log.line, quote(log.name) + " is a directory: " + log.value);
   if (const std::string problem = obstacle(log.value); !problem.empty())
     report.error(log.line, quote(log.name) + " cannot be written: " + problem);
 }
@@ -115,4 +117,4 @@ void check_listen(const std::string &address, Report &report) {
   }
 }
 
-}  // namespace check
+}  // namespace rdm::check

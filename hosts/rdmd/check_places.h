@@ -1,4 +1,5 @@
-/// Places outside the configuration's files: folders, logs and addresses.
+// SPDX-License-Identifier: MIT
+/// Places outside the configuration's files: directories, logs and addresses.
 ///
 /// Nothing here changes a file. One that a check makes is removed before it returns.
 #ifndef HOSTS_RDMD_CHECK_PLACES_H
@@ -8,13 +9,13 @@
 
 #include "hosts/rdmd/check_lines.h"
 
-namespace check {
+namespace rdm::check {
 
 /// check_programs requires a directory with an executable minidba.
-void check_programs(const Pair &folder, Report &report);
+void check_programs(const Pair &directory, Report &report);
 
 /// check_temporary requires a directory in which files can be made.
-void check_temporary(const Pair &folder, Report &report);
+void check_temporary(const Pair &directory, Report &report);
 
 /// check_log requires a file that the server can open at its start: one that can be appended to, or that can be made.
 void check_log(const Pair &log, Report &report);
@@ -24,6 +25,6 @@ void check_log(const Pair &log, Report &report);
 /// The ports are bound for a moment, but nothing listens.
 void check_listen(const std::string &address, Report &report);
 
-}  // namespace check
+}  // namespace rdm::check
 
 #endif

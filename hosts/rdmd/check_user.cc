@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/rdmd/check_user.h"
 
 #include <grp.h>
@@ -7,7 +8,7 @@
 #include <cerrno>
 #include <cstring>
 
-namespace check {
+namespace rdm::check {
 
 bool become_user(const std::string &name, Report &report) {
   errno = 0;
@@ -26,4 +27,4 @@ bool become_user(const std::string &name, Report &report) {
   return changed;
 }
 
-}  // namespace check
+}  // namespace rdm::check

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/rdmd/connection.h"
 
 #include <linux/sockios.h>
@@ -9,9 +10,6 @@
 
 #include <algorithm>
 #include <array>
-#include <boost/asio/buffer.hpp>
-#include <boost/asio/post.hpp>
-#include <boost/asio/write.hpp>
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
@@ -19,9 +17,13 @@
 #include <string_view>
 #include <utility>
 
+#include <boost/asio/buffer.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/write.hpp>
+
 #include "hosts/rdmd/server.h"
 
-namespace rdmd {
+namespace rdm::rdmd {
 namespace {
 
 using boost::system::error_code;
@@ -517,4 +519,4 @@ void Connection::close() {
   socket_.close(ignored);
 }
 
-}  // namespace rdmd
+}  // namespace rdm::rdmd

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// One client connection: requests are read, handed to the plug-in and answered one after another.
 ///
 /// Members run on the connection's own strand where nothing else is said. A request is read whole before it is queued
@@ -19,7 +20,7 @@
 
 #include "hosts/common/exchange.h"
 #include "hosts/common/plugin.h"
-#include "hosts/rdmd/intake.h"
+#include "hosts/rdmd/request_target.h"
 #include "hosts/rdmd/io.h"
 #include "hosts/rdmd/log.h"
 #include "hosts/rdmd/request_head.h"
@@ -28,7 +29,7 @@
 #include "hosts/rdmd/settings.h"
 #include "hosts/rdmd/write_deadline.h"
 
-namespace rdmd {
+namespace rdm::rdmd {
 
 class Server;
 
@@ -150,6 +151,6 @@ class Connection : public std::enable_shared_from_this<Connection> {
   bool logged_ = true;
 };
 
-}  // namespace rdmd
+}  // namespace rdm::rdmd
 
 #endif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/rdmd/leftovers.h"
 
 #include <dirent.h>
@@ -18,13 +19,13 @@
 #include "qxapi/guard.h"
 #include "qxapi/temporary_owner.h"
 
-namespace rdmd {
+namespace rdm::rdmd {
 namespace {
 
-using Directory = std::unique_ptr<DIR, deleter<::closedir>>;
+using Directory = std::unique_ptr<DIR, Deleter<::closedir>>;
 
 /// is_local returns true for the file systems that only this machine's processes write to.
-bool is_local(int folder) {
+bool is_local(int directory) {
   constexpr std::uint32_t local[] = {
       0xEF53,      // ext2, ext3, ext4
       0x58465342,  // XFS
@@ -35,7 +36,7 @@ bool is_local(int folder) {
       0x794C7630,  // overlayfs
   };
   struct statfs status;
-  if (::fstatfs(folder, &status) != 0) return false;
+  if (::fstatfs(directory, &status) != 0) return false;
   return std::find(std::begin(local), std::end(local), static_cast<std::uint32_t>(status.f_type)) != std::end(local);
 }
 
@@ -51,22 +52,22 @@ std::optional<std::uint64_t> owner_in(std::string_view name) {
   return token == temporary_owner::token_of(token << 1) ? std::optional(token) : std::nullopt;
 }
 
-bool is_own_file(int folder, const char *name) {
+bool is_own_file(int directory, const char *name) {
   struct stat status;
-  return ::fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(status.st_mode) &&
+  return ::fstatat(directory, name, &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(status.st_mode) &&
          status.st_uid == ::geteuid();
 }
 
 }  // namespace
 
-std::string temporary_folder() {
-  const char *folder = std::getenv("TMPDIR");
+std::string temporary_directory() {
+  const char *directory = std::getenv("TMPDIR");
   struct stat status;
-  return folder != nullptr && ::stat(folder, &status) == 0 && S_ISDIR(status.st_mode) ? folder : P_tmpdir;
+  return directory != nullptr && ::stat(directory, &status) == 0 && S_ISDIR(status.st_mode) ? directory : P_tmpdir;
 }
 
-std::size_t remove_leftovers(const std::string &folder) {
-  const Directory directory(::opendir(folder.c_str()));
+std::size_t remove_leftovers(const std::string &path) {
+  const Directory directory(::opendir(path.c_str()));
   if (!directory || !is_local(::dirfd(directory.get()))) return 0;
   const int fd = ::dirfd(directory.get());
   std::size_t removed = 0;
@@ -78,4 +79,4 @@ std::size_t remove_leftovers(const std::string &folder) {
   return removed;
 }
 
-}  // namespace rdmd
+}  // namespace rdm::rdmd

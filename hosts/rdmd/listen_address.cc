@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/rdmd/listen_address.h"
 
 #include <netdb.h>
@@ -12,13 +13,13 @@
 #include <system_error>
 #include <utility>
 
-namespace rdmd {
+namespace rdm::rdmd {
 namespace {
 
 /// How often a free port is tried that may be in use on another address.
 constexpr int free_port_attempts = 16;
 
-using AddressList = std::unique_ptr<addrinfo, deleter<::freeaddrinfo>>;
+using AddressList = std::unique_ptr<addrinfo, Deleter<::freeaddrinfo>>;
 
 struct HostPort {
   std::string host;
@@ -73,7 +74,7 @@ BoundSockets bind_all(const std::string &text, std::vector<ListenAddress> addres
   int missing = 0;
   for (ListenAddress &address : addresses) {
     if (!bound.sockets.empty()) address.set_port(local_address(bound.sockets.front().get()).port());
-    file_guard socket = bind_address(address, addresses.size() > 1);
+    HostFileGuard socket = bind_address(address, addresses.size() > 1);
     if (!socket && !is_missing(errno)) throw ListenError(text, reason_of(errno), errno);
     if (!socket) {
       missing = errno;
@@ -121,14 +122,14 @@ std::vector<ListenAddress> resolve_listen(const std::string &text) {
   return addresses;
 }
 
-file_guard bind_address(const ListenAddress &address, bool v6_only) {
-  file_guard socket(::socket(address.family(), SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+HostFileGuard bind_address(const ListenAddress &address, bool v6_only) {
+  HostFileGuard socket(::socket(address.family(), SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   const int on = 1;
-  if (!socket || ::setsockopt(socket.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0) return file_guard();
+  if (!socket || ::setsockopt(socket.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0) return HostFileGuard();
   if (v6_only && address.family() == AF_INET6) ::setsockopt(socket.get(), IPPROTO_IPV6, IPV6_V6ONLY, &on, sizeof on);
   if (::bind(socket.get(), reinterpret_cast<const sockaddr *>(&address.storage), address.size) == 0) return socket;
   const int code = errno;
-  socket = file_guard();
+  socket = HostFileGuard();
   errno = code;
   return socket;
 }
@@ -152,4 +153,4 @@ ListenAddress local_address(host_fd socket) {
   return address;
 }
 
-}  // namespace rdmd
+}  // namespace rdm::rdmd

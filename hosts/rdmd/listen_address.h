@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// The addresses that a server listens on: "HOST:PORT" is resolved, and a socket is bound to each address found.
 ///
 /// Binding and listening are separate steps. A bound socket holds its address, so that an address in use is noticed at
@@ -15,7 +16,7 @@
 
 #include "qxapi/guard.h"
 
-namespace rdmd {
+namespace rdm::rdmd {
 
 /// ListenError says why the server cannot listen: "cannot listen on TEXT: REASON".
 class ListenError : public std::runtime_error {
@@ -47,12 +48,12 @@ std::vector<ListenAddress> resolve_listen(const std::string &text);
 
 /// bind_address returns a close-on-exec socket that is bound to the address and does not listen, or none with errno
 /// set. With `v6_only` a socket for IPv6 takes no IPv4 clients, whatever the system's default.
-file_guard bind_address(const ListenAddress &address, bool v6_only);
+HostFileGuard bind_address(const ListenAddress &address, bool v6_only);
 
 /// BoundSockets are the sockets of one "HOST:PORT".
 struct BoundSockets {
-  std::vector<file_guard> sockets;   // at least one
-  std::vector<std::string> missing;  // "ADDRESS: REASON" of each address that this machine does not have
+  std::vector<HostFileGuard> sockets;  // at least one
+  std::vector<std::string> missing;    // "ADDRESS: REASON" of each address that this machine does not have
 };
 
 /// bind_listen binds a socket to every address of `text`. Port 0 takes a free port, the same for all of them. An
@@ -63,6 +64,6 @@ BoundSockets bind_listen(const std::string &text);
 /// local_address returns the address that a socket is bound to.
 ListenAddress local_address(host_fd socket);
 
-}  // namespace rdmd
+}  // namespace rdm::rdmd
 
 #endif

@@ -1,7 +1,5 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/rdmd/log.h"
-
-#include <spdlog/details/log_msg.h>
-#include <spdlog/pattern_formatter.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -9,9 +7,12 @@
 #include <system_error>
 #include <utility>
 
+#include <spdlog/details/log_msg.h>
+#include <spdlog/pattern_formatter.h>
+
 #include "hosts/common/log_text.h"
 
-namespace rdmd {
+namespace rdm::rdmd {
 namespace {
 
 constexpr std::chrono::minutes minute{1};
@@ -141,4 +142,4 @@ void AccessLog::write(const AccessEntry &entry) {
     write_stream(stdout, format_access(entry));
 }
 
-}  // namespace rdmd
+}  // namespace rdm::rdmd

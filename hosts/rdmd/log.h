@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// The two logs of the server: the error log, and the access log in the combined format.
 #ifndef HOSTS_RDMD_LOG_H
 #define HOSTS_RDMD_LOG_H
@@ -20,7 +21,7 @@ namespace spdlog {
 class formatter;
 }
 
-namespace rdmd {
+namespace rdm::rdmd {
 
 /// Trouble is what clients can cause at will and what the operator should know about.
 enum class Trouble {
@@ -114,6 +115,6 @@ class AccessLog {
   std::unique_ptr<hosts::LogFile> file_;
 };
 
-}  // namespace rdmd
+}  // namespace rdm::rdmd
 
 #endif

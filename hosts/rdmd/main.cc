@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// rdmd: the stand-alone host server.
 
 #include <linux/close_range.h>
@@ -22,9 +23,11 @@
 #include "hosts/rdmd/standard_stream.h"
 #include "qxapi/standard_descriptors.h"
 
+using namespace rdm;
+
 namespace {
 
-using namespace rdmd;
+using namespace rdm::rdmd;
 
 hosts::Plugin load_plugin(const Settings &settings) {
   if (settings.plugin.empty()) throw hosts::PluginError("no plug-in was found; name it with --plugin");
@@ -73,12 +76,12 @@ void log_mistakes(const std::string &config, ErrorLog &errors) {
   }
 }
 
-/// clean_up removes what servers that were killed left in the folder for temporary files, which the plug-in has set.
+/// clean_up removes what servers that were killed left in the directory for temporary files, which the plug-in has set.
 void clean_up(ErrorLog &errors) {
-  const std::string folder = temporary_folder();
-  const std::size_t files = remove_leftovers(folder);
+  const std::string directory = temporary_directory();
+  const std::size_t files = remove_leftovers(directory);
   if (files > 0)
-    errors.info(std::to_string(files) + " temporary files of processes that were killed removed: " + folder);
+    errors.info(std::to_string(files) + " temporary files of processes that were killed removed: " + directory);
 }
 
 /// open_service initialises the plug-in and then lets clients connect: none meets a service that is not there. False,

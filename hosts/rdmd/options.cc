@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/rdmd/options.h"
 
 #include <array>
@@ -9,19 +10,19 @@
 
 #include "cli/command_line.h"
 
-namespace rdmd {
+namespace rdm::rdmd {
 namespace {
 
 namespace fs = std::filesystem;
 
-/// default_plugin looks for the plug-in beside the program's own folder first, so that a build or a relocated
+/// default_plugin looks for the plug-in beside the program's own directory first, so that a build or a relocated
 /// installation finds its own, and then where it was to be installed.
 std::string default_plugin() {
   std::error_code ignored;
   const fs::path prefix = fs::read_symlink("/proc/self/exe", ignored).parent_path().parent_path();
-  for (const fs::path &folder : {prefix / "lib", prefix / RDM_LIBRARY_FOLDER, fs::path(RDM_FULL_LIBRARY_FOLDER)})
+  for (const fs::path &directory : {prefix / "lib", prefix / RDM_LIBRARY_DIRECTORY, fs::path(RDM_FULL_LIBRARY_DIRECTORY)})
     for (const char *name : {"librdm.so", "librdm.so.1"})
-      if (fs::exists(folder / name, ignored)) return (folder / name).lexically_normal().string();
+      if (fs::exists(directory / name, ignored)) return (directory / name).lexically_normal().string();
   return {};
 }
 
@@ -94,4 +95,4 @@ std::optional<Settings> parse_options(int argc, char **argv, int &exit_code) {
   return settings;
 }
 
-}  // namespace rdmd
+}  // namespace rdm::rdmd

@@ -1,14 +1,16 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/rdmd/request_head.h"
 
 #include <algorithm>
+#include <utility>
+
 #include <boost/asio/buffer.hpp>
 #include <boost/beast/http/empty_body.hpp>
 #include <boost/beast/http/parser.hpp>
-#include <utility>
 
 #include "qxapi/ascii.h"
 
-namespace rdmd {
+namespace rdm::rdmd {
 namespace {
 
 namespace http = boost::beast::http;
@@ -227,4 +229,4 @@ HeadResult HeadReader::take(std::string &buffer) {
   return result;
 }
 
-}  // namespace rdmd
+}  // namespace rdm::rdmd

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// The head of a request, read strictly: what two HTTP implementations could understand in two ways is refused.
 #ifndef HOSTS_RDMD_REQUEST_HEAD_H
 #define HOSTS_RDMD_REQUEST_HEAD_H
@@ -12,7 +13,7 @@
 
 #include "hosts/common/head.h"
 
-namespace rdmd {
+namespace rdm::rdmd {
 
 struct RequestHead {
   std::string line;  // the request line as it was sent
@@ -70,6 +71,6 @@ class HeadReader {
   std::size_t fields_ = 0;     // complete lines of fields
 };
 
-}  // namespace rdmd
+}  // namespace rdm::rdmd
 
 #endif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/rdmd/roster.h"
 
 #include <iterator>
@@ -5,7 +6,7 @@
 
 #include "hosts/rdmd/connection.h"
 
-namespace rdmd {
+namespace rdm::rdmd {
 
 void Roster::admit(Place &place, const std::shared_ptr<Connection> &connection, bool turned_away) {
   const std::lock_guard lock(mutex_);
@@ -73,4 +74,4 @@ std::vector<std::shared_ptr<Connection>> Roster::all() const {
   return result;
 }
 
-}  // namespace rdmd
+}  // namespace rdm::rdmd

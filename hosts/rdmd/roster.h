@@ -1,18 +1,20 @@
+// SPDX-License-Identifier: MIT
 /// The connections that are alive, and those among them that wait for a request, in the order in which they began to.
 ///
 /// No procedure but all takes longer when there are more connections. All may be called from any thread.
 #ifndef HOSTS_RDMD_ROSTER_H
 #define HOSTS_RDMD_ROSTER_H
 
-#include <boost/intrusive/list.hpp>
 #include <cstddef>
 #include <memory>
 #include <mutex>
 #include <vector>
 
+#include <boost/intrusive/list.hpp>
+
 #include "hosts/rdmd/io.h"
 
-namespace rdmd {
+namespace rdm::rdmd {
 
 class Connection;
 
@@ -56,6 +58,6 @@ class Roster {
   std::size_t turned_away_ = 0;
 };
 
-}  // namespace rdmd
+}  // namespace rdm::rdmd
 
 #endif

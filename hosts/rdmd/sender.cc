@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/rdmd/sender.h"
 
 #include <sys/sendfile.h>
@@ -10,10 +11,10 @@
 #include <string_view>
 #include <utility>
 
-namespace rdmd {
+namespace rdm::rdmd {
 namespace {
 
-constexpr std::int64_t turn = 1 << 20;
+constexpr std::int64_t send_quantum = 1 << 20;
 constexpr std::int64_t kept_in_memory = 4096;
 
 std::int64_t send_bytes(int socket, const char *bytes, std::int64_t count, bool more) {
@@ -30,7 +31,7 @@ std::int64_t copy_file(int socket, int file, std::int64_t offset, std::int64_t c
 
 std::int64_t send_file(int socket, int file, std::int64_t offset, std::int64_t count) {
   off_t position = offset;
-  const ssize_t put = ::sendfile(socket, file, &position, static_cast<std::size_t>(std::min(count, turn)));
+  const ssize_t put = ::sendfile(socket, file, &position, static_cast<std::size_t>(std::min(count, send_quantum)));
   if (put == -1 && (errno == EINVAL || errno == ENOSYS)) return copy_file(socket, file, offset, count);
   return put;
 }
@@ -74,7 +75,7 @@ void Sender::park_piece(std::size_t index, std::int64_t done) {
 }
 
 Sender::State Sender::send(int socket) {
-  const std::int64_t stop = sent_ + turn;
+  const std::int64_t stop = sent_ + send_quantum;
   while (current_ < pieces_.size()) {
     if (sent_ >= stop) return State::more;
     const std::int64_t put = send_piece(socket);
@@ -88,4 +89,4 @@ Sender::State Sender::send(int socket) {
   return State::done;
 }
 
-}  // namespace rdmd
+}  // namespace rdm::rdmd

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Sends one answer over a socket that does not block: bytes by send, stretches of files by sendfile.
 #ifndef HOSTS_RDMD_SENDER_H
 #define HOSTS_RDMD_SENDER_H
@@ -9,7 +10,7 @@
 
 #include "hosts/common/output_queue.h"
 
-namespace rdmd {
+namespace rdm::rdmd {
 
 class Sender {
  public:
@@ -46,6 +47,6 @@ class Sender {
   std::int64_t sent_ = 0;
 };
 
-}  // namespace rdmd
+}  // namespace rdm::rdmd
 
 #endif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/rdmd/server.h"
 
 #include <malloc.h>
@@ -7,7 +8,6 @@
 #include <sys/socket.h>
 
 #include <algorithm>
-#include <boost/asio/post.hpp>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -18,11 +18,13 @@
 #include <thread>
 #include <utility>
 
+#include <boost/asio/post.hpp>
+
 #include "hosts/common/host_table.h"
 #include "hosts/rdmd/connection.h"
 #include "hosts/rdmd/listen_address.h"
 
-namespace rdmd {
+namespace rdm::rdmd {
 namespace {
 
 using boost::system::error_code;
@@ -107,7 +109,7 @@ void Server::bind() {
   BoundSockets bound = bind_listen(settings_.listen);
   for (const std::string &address : bound.missing)
     errors_.warn("cannot listen on " + settings_.listen + ": " + address + "; listening on its other addresses");
-  for (file_guard &socket : bound.sockets) {
+  for (HostFileGuard &socket : bound.sockets) {
     const ListenAddress address = local_address(socket.get());
     address_ += (address_.empty() ? "" : ", ") + address.text();
     Listener &listener = listeners_.emplace_back(strand_, address.family() == AF_INET6 ? io::Tcp::v6() : io::Tcp::v4());
@@ -184,7 +186,7 @@ Duration Server::take_client(Listener &listener) {
     // The strand comes first: a client that there is no memory for waits to be accepted.
     io::Socket socket(boost::asio::make_strand(context_));
     // Not by the acceptor, whose sockets are inherited by the commands that the plug-in runs.
-    file_guard client(::accept4(listener.acceptor.native_handle(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    HostFileGuard client(::accept4(listener.acceptor.native_handle(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
     if (!client) return not_accepted(errno);
     socket.assign(listener.protocol, client.get());
     client.release();
@@ -339,4 +341,4 @@ void Server::end() {
   for (Listener &listener : listeners_) listener.retry.cancel();
 }
 
-}  // namespace rdmd
+}  // namespace rdm::rdmd

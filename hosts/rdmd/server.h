@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// The server: it accepts connections, knows those alive, and ends in good order.
 #ifndef HOSTS_RDMD_SERVER_H
 #define HOSTS_RDMD_SERVER_H
@@ -16,7 +17,7 @@
 #include "hosts/rdmd/service_thread.h"
 #include "hosts/rdmd/settings.h"
 
-namespace rdmd {
+namespace rdm::rdmd {
 
 class Connection;
 
@@ -111,6 +112,6 @@ class Server {
   io::Timer trim_;
 };
 
-}  // namespace rdmd
+}  // namespace rdm::rdmd
 
 #endif

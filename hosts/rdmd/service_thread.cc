@@ -1,9 +1,10 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/rdmd/service_thread.h"
 
 #include <exception>
 #include <utility>
 
-namespace rdmd {
+namespace rdm::rdmd {
 namespace {
 
 void do_safely(const std::function<void()> &job) {
@@ -31,13 +32,13 @@ void ServiceThread::post(std::function<void()> job) {
   changed_.notify_all();
 }
 
-bool ServiceThread::stop(std::chrono::milliseconds patience) {
+bool ServiceThread::stop(std::chrono::milliseconds timeout) {
   std::deque<std::function<void()>> dropped;
   std::unique_lock lock(mutex_);
   stopping_ = true;
   dropped.swap(jobs_);
   changed_.notify_all();
-  return changed_.wait_for(lock, patience, [this] { return ended_; });
+  return changed_.wait_for(lock, timeout, [this] { return ended_; });
 }
 
 void ServiceThread::run() {
@@ -57,4 +58,4 @@ void ServiceThread::run() {
   changed_.notify_all();
 }
 
-}  // namespace rdmd
+}  // namespace rdm::rdmd

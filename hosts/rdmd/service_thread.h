@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// The one thread that calls the plug-in, so that one call at a time runs and none holds an I/O thread.
 #ifndef HOSTS_RDMD_SERVICE_THREAD_H
 #define HOSTS_RDMD_SERVICE_THREAD_H
@@ -9,7 +10,7 @@
 #include <mutex>
 #include <thread>
 
-namespace rdmd {
+namespace rdm::rdmd {
 
 class ServiceThread {
  public:
@@ -23,9 +24,9 @@ class ServiceThread {
   /// held, like a connection, goes with it.
   void post(std::function<void()> job);
 
-  /// stop drops the jobs that have not begun and waits up to `patience` for the one that runs. False when it still
+  /// stop drops the jobs that have not begun and waits up to `timeout` for the one that runs. False when it still
   /// runs.
-  bool stop(std::chrono::milliseconds patience);
+  bool stop(std::chrono::milliseconds timeout);
 
  private:
   void run();
@@ -38,6 +39,6 @@ class ServiceThread {
   std::thread thread_;
 };
 
-}  // namespace rdmd
+}  // namespace rdm::rdmd
 
 #endif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// What the command line sets.
 #ifndef HOSTS_RDMD_SETTINGS_H
 #define HOSTS_RDMD_SETTINGS_H
@@ -6,7 +7,7 @@
 #include <cstddef>
 #include <string>
 
-namespace rdmd {
+namespace rdm::rdmd {
 
 using Duration = std::chrono::milliseconds;
 
@@ -40,6 +41,6 @@ struct Settings {
 /// length, so they are left unread.
 inline constexpr std::size_t body_limit = 32768;
 
-}  // namespace rdmd
+}  // namespace rdm::rdmd
 
 #endif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/rdmd/standard_stream.h"
 
 #include <exception>
@@ -5,7 +6,7 @@
 #include <string_view>
 #include <utility>
 
-namespace rdmd {
+namespace rdm::rdmd {
 namespace {
 
 /// The most that waits for the end of its line.
@@ -64,4 +65,4 @@ void StandardStream::take(std::string_view text) {
   }
 }
 
-}  // namespace rdmd
+}  // namespace rdm::rdmd

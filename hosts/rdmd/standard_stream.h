@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// The C streams of standard output and standard error, written without waiting for whoever reads them.
 ///
 /// The plug-in's diagnostic log, and all that prints, goes through these streams. A pipe that nobody reads would stop
@@ -11,7 +12,7 @@
 
 #include "hosts/common/log_file.h"
 
-namespace rdmd {
+namespace rdm::rdmd {
 
 class StandardStream {
  public:
@@ -36,6 +37,6 @@ class StandardStream {
   std::string line_;  // whose end is still to come
 };
 
-}  // namespace rdmd
+}  // namespace rdm::rdmd
 
 #endif

@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/rdmd/write_deadline.h"
 
-namespace rdmd {
+namespace rdm::rdmd {
 
 void WriteDeadline::begin(std::int64_t acknowledged, std::int64_t sent, io::Clock::time_point now) {
   if (acknowledged >= sent)
@@ -23,4 +24,4 @@ bool WriteDeadline::expired(std::int64_t acknowledged, io::Clock::time_point now
   return false;
 }
 
-}  // namespace rdmd
+}  // namespace rdm::rdmd

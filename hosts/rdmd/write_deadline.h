@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Whether a client still takes its answers, judged by what its system has acknowledged.
 ///
 /// A client that reads slowly acknowledges in steps: nothing at all until a part of its receive buffer is free. One
@@ -17,7 +18,7 @@
 #include "hosts/rdmd/io.h"
 #include "hosts/rdmd/settings.h"
 
-namespace rdmd {
+namespace rdm::rdmd {
 
 class WriteDeadline {
  public:
@@ -39,6 +40,6 @@ class WriteDeadline {
   io::Clock::time_point since_;  // the client acknowledged something, or there was something to acknowledge again
 };
 
-}  // namespace rdmd
+}  // namespace rdm::rdmd
 
 #endif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /*
  * Containers (list, hash table, stack, queue, priority queue) and the CSIO buffer.
  *

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /*
  * Helpers around the catalog service: times as text, parameter blocks and forms, shell commands, MD5 digests and
  * the URLs that name catalog services.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /*
  * The diagnostic log: one line per diagnostic, stamped with local time, process id and thread slot, to a file, to
  * standard output or to standard error.

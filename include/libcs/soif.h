@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /*
  * SOIF objects, their parser and printer.
  *

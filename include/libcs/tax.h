@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /*
  * The taxonomy: a named tree of classifications under a root whose id is "ROOT".
  *

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /*
  * The host's plug-in API, QXAPI 3.0: all that the libraries need of the program that loaded them.
  *

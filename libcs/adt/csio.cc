@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <algorithm>
 #include <cstring>
 #include <limits>
@@ -8,6 +9,8 @@
 
 #include "libcs/adt/csio_file.h"
 #include "qxapi/guard.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -85,7 +88,7 @@ void copy_to_file(csio &io) {
 }  // namespace
 
 csio *csio_create(csio **out) noexcept {
-  host_ptr<csio> io = host_new<csio>();
+  HostPtr<csio> io = host_new<csio>();
   if (io) {
     io->flags = CSIO_MEMORY;
     io->increment = default_increment;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "libcs/adt/csio_file.h"
 
 #include <fcntl.h>
@@ -16,7 +17,7 @@
 #include "qxapi/guard.h"
 #include "qxapi/temporary_owner.h"
 
-namespace csio_file {
+namespace rdm::csio_file {
 namespace {
 
 constexpr int32_t block_size = 4096;
@@ -38,20 +39,20 @@ void open_file(csio &io, OpenMode mode) {
   }
 }
 
-bool is_folder(const char *path) {
+bool is_directory(const char *path) {
   struct stat status;
   return host_stat(path, &status) == 0 && S_ISDIR(status.st_mode);
 }
 
-const char *temporary_folder() {
+const char *temporary_directory() {
   // Not secure_getenv: for a program with privileges the loader has removed what its caller set, so that what is found
   // was set by the program, from its configuration.
-  const char *folder = std::getenv("TMPDIR");
-  if (folder != nullptr && is_folder(folder)) return folder;
-  return is_folder(P_tmpdir) ? P_tmpdir : nullptr;
+  const char *directory = std::getenv("TMPDIR");
+  if (directory != nullptr && is_directory(directory)) return directory;
+  return is_directory(P_tmpdir) ? P_tmpdir : nullptr;
 }
 
-/// Owned is a folder in which this process holds the lock of its token. The descriptor stays open as long as the
+/// Owned is a directory in which this process holds the lock of its token. The descriptor stays open as long as the
 /// process lives: a file may outlast the buffer's own descriptor.
 struct Owned {
   int fd;
@@ -62,7 +63,7 @@ struct Owned {
 
 constexpr Owned unused{-1, 0, 0, 0};
 pthread_mutex_t owned_mutex = PTHREAD_MUTEX_INITIALIZER;
-Owned owned_folders[] = {unused, unused, unused, unused};
+Owned owned_directories[] = {unused, unused, unused, unused};
 
 /// OwnedLock holds the mutex. The library's own, since that of the C++ library throws.
 struct OwnedLock {
@@ -72,25 +73,25 @@ struct OwnedLock {
   ~OwnedLock() { ::pthread_mutex_unlock(&owned_mutex); }
 };
 
-/// is_free returns true when the place of a folder can be another's: it has none, or one that was removed.
+/// is_free returns true when the slot of a directory can be another's: it has none, or one that was removed.
 bool is_free(const Owned &owned) {
   struct stat status;
   return owned.fd == -1 || (::fstat(owned.fd, &status) == 0 && status.st_nlink == 0);
 }
 
-/// own locks a new token in an open folder and keeps its descriptor in `place`. False when it cannot be locked.
-bool own(Owned &place, int fd, const struct stat &status, uint64_t random) {
+/// own locks a new token in an open directory and keeps its descriptor in `slot`. False when it cannot be locked.
+bool own(Owned &slot, int fd, const struct stat &status, uint64_t random) {
   const uint64_t token = temporary_owner::token_of(random);
   if (!temporary_owner::hold(fd, token)) return false;
-  if (place.fd != -1) ::close(place.fd);
-  place = Owned{fd, status.st_dev, status.st_ino, token};
+  if (slot.fd != -1) ::close(slot.fd);
+  slot = Owned{fd, status.st_dev, status.st_ino, token};
   return true;
 }
 
-/// find_owned returns the folder's place, a free one, or null.
+/// find_owned returns the directory's slot, a free one, or null.
 Owned *find_owned(const struct stat &status) {
   Owned *found = nullptr;
-  for (Owned &owned : owned_folders) {
+  for (Owned &owned : owned_directories) {
     if (owned.fd != -1 && owned.device == status.st_dev && owned.inode == status.st_ino && !is_free(owned))
       return &owned;
     if (found == nullptr && is_free(owned)) found = &owned;
@@ -102,35 +103,35 @@ struct TokenText {
   char text[temporary_owner::digits + 1] = "";
 };
 
-/// owner_of returns the token that this process holds in a folder, as text; empty when it can hold none.
-TokenText owner_of(const char *folder, uint64_t random) {
+/// owner_of returns the token that this process holds in a directory, as text; empty when it can hold none.
+TokenText owner_of(const char *directory, uint64_t random) {
   TokenText token;
   struct stat status;
-  const int fd = ::open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const int fd = ::open(directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   const OwnedLock lock;
-  Owned *const place = fd != -1 && ::fstat(fd, &status) == 0 ? find_owned(status) : nullptr;
-  const bool known = place != nullptr && !is_free(*place);
-  const bool taken = place != nullptr && !known && own(*place, fd, status, random);
+  Owned *const slot = fd != -1 && ::fstat(fd, &status) == 0 ? find_owned(status) : nullptr;
+  const bool known = slot != nullptr && !is_free(*slot);
+  const bool taken = slot != nullptr && !known && own(*slot, fd, status, random);
   if (fd != -1 && !taken) ::close(fd);
   if (known || taken)
-    host_format(token.text, sizeof token.text, "%016llx", static_cast<unsigned long long>(place->token));
+    host_format(token.text, sizeof token.text, "%016llx", static_cast<unsigned long long>(slot->token));
   return token;
 }
 
-/// A new path in the temporary folder, or null. Its 64 random bits can be neither guessed nor met twice.
-host_text temporary_name() {
-  const char *folder = temporary_folder();
+/// A new path in the temporary directory, or null. Its 64 random bits can be neither guessed nor met twice.
+HostText temporary_name() {
+  const char *directory = temporary_directory();
   unsigned long long random[2] = {};
   char path[PATH_MAX];
   constexpr size_t name_size = sizeof "/csio" + 2 * temporary_owner::digits;
-  if (folder == nullptr || std::strlen(folder) + name_size > sizeof path ||
+  if (directory == nullptr || std::strlen(directory) + name_size > sizeof path ||
       ::getrandom(random, sizeof random, 0) != sizeof random) {
     CSLOG(CSLOG_ERROR, "adt", "Cannot find temporary filename?\n");
     return nullptr;
   }
-  host_format(path, sizeof path, "%s/%s%s%016llx", folder, temporary_owner::prefix, owner_of(folder, random[0]).text,
-              random[1]);
-  return host_text(host_strdup(path));
+  host_format(path, sizeof path, "%s/%s%s%016llx", directory, temporary_owner::prefix,
+              owner_of(directory, random[0]).text, random[1]);
+  return HostText(host_strdup(path));
 }
 
 bool set_temporary_file(csio &io) {
@@ -186,7 +187,7 @@ int32_t read(csio &io, void *destination, int32_t count) noexcept {
     // The buffer's own descriptor stays at the end, where the next bytes go. Once it is released, what waits must wait
     // for the next append: flush would drop it.
     if (io.fd != -1) flush(io);
-    const file_guard file(host_open_read(io.filename));
+    const HostFileGuard file(host_open_read(io.filename));
     return read_at(file.get(), io.position, destination, count);
   }
   if (io.fd == -1) open_file(io, OpenMode::read);
@@ -210,4 +211,4 @@ void discard(csio &io) noexcept {
   io.remove_file = 0;
 }
 
-}  // namespace csio_file
+}  // namespace rdm::csio_file

@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: MIT
 /// The file behind a CSIO buffer: the bytes in it and, after them, those that wait in the write-behind block.
 #ifndef LIBCS_ADT_CSIO_FILE_H
 #define LIBCS_ADT_CSIO_FILE_H
 
 #include <libcs/adt.h>
 
-namespace csio_file {
+namespace rdm::csio_file {
 
 /// open_to_append makes the file ready for store: it finds a temporary name for a buffer that has none and opens the
 /// file. False, with the reason in the log, when there is no file.
@@ -28,6 +29,6 @@ void close(csio &io) noexcept;
 /// discard closes the file, removes it when the buffer made it, and releases all that the file backing holds.
 void discard(csio &io) noexcept;
 
-}  // namespace csio_file
+}  // namespace rdm::csio_file
 
 #endif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <algorithm>
 #include <cstdlib>
 #include <span>
@@ -7,6 +8,8 @@
 
 #include "libcs/adt/strings.h"
 #include "libcs/guard.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -24,8 +27,8 @@ cslist *bucket_of(const cshashtable &table, const void *key) {
   return table.buckets[bucket_index(table, table.hash(key))];
 }
 
-hashtable_ptr make_table(int32_t nbuckets) {
-  hashtable_ptr table(host_new<cshashtable>().release());
+HashTablePtr make_table(int32_t nbuckets) {
+  HashTablePtr table(host_new<cshashtable>().release());
   if (!table) return table;
   table->buckets = host_new<cslist *>(static_cast<size_t>(nbuckets)).release();
   if (table->buckets == nullptr) return nullptr;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <cstdlib>
 #include <cstring>
 
@@ -7,14 +8,16 @@
 #include "libcs/adt/strings.h"
 #include "qxapi/guard.h"
 
+using namespace rdm;
+
 namespace {
 
 bool matches(const cslist &list, const cslist_node &node, const void *key) {
   return node.data != nullptr && list.compare(node.data, key) == 0;
 }
 
-host_ptr<cslist_node> make_node(const cslist &list, const void *item) {
-  host_ptr<cslist_node> node = host_new<cslist_node>();
+HostPtr<cslist_node> make_node(const cslist &list, const void *item) {
+  HostPtr<cslist_node> node = host_new<cslist_node>();
   if (node) node->data = list.copy(item);
   return node;
 }
@@ -74,7 +77,7 @@ uint32_t cslist_prepend(cslist *l, const void *item) noexcept {
 
 void *cslist_behead(cslist *l) noexcept {
   if (l == nullptr || l->head == nullptr) return nullptr;
-  const host_ptr<cslist_node> node(l->head);
+  const HostPtr<cslist_node> node(l->head);
   l->head = node->next;
   if (l->head == nullptr) l->tail = nullptr;
   --l->count;
@@ -90,7 +93,7 @@ uint32_t cslist_delete(cslist *l, const void *key) noexcept {
     node = node->next;
   }
   if (node == nullptr) return 1;
-  const host_ptr<cslist_node> removed(node);
+  const HostPtr<cslist_node> removed(node);
   (previous == nullptr ? l->head : previous->next) = node->next;
   if (l->tail == node) l->tail = previous;
   --l->count;
@@ -112,10 +115,10 @@ void cslist_apply(cslist *l, void (*function)(void *data)) noexcept {
 }
 
 uint32_t cslist_do_free(cslist *l, int free_items) noexcept {
-  const host_ptr<cslist> list(l);
+  const HostPtr<cslist> list(l);
   if (!list) return 1;
   for (cslist_node *node = l->head; node != nullptr && l->count != 0; --l->count) {
-    const host_ptr<cslist_node> released(node);
+    const HostPtr<cslist_node> released(node);
     node = node->next;
     if (free_items != 0) l->free(released->data);
   }

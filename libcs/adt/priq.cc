@@ -1,6 +1,9 @@
+// SPDX-License-Identifier: MIT
 #include <libcs/adt.h>
 
 #include "libcs/guard.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -9,12 +12,12 @@ cspriq_level &level_of(const cslist_node &node) { return *static_cast<cspriq_lev
 cslist_node *first_node(const cspriq *pq) { return pq == nullptr ? nullptr : pq->head; }
 
 /// A level without items, and the node that holds it.
-host_ptr<cslist_node> make_level(int32_t priority) {
+HostPtr<cslist_node> make_level(int32_t priority) {
   csqueue *queue = nullptr;
   csqueue_create(&queue);
-  list_ptr owned_queue(queue);
-  host_ptr<cspriq_level> level = host_new<cspriq_level>();
-  host_ptr<cslist_node> node = host_new<cslist_node>();
+  ListPtr owned_queue(queue);
+  HostPtr<cspriq_level> level = host_new<cspriq_level>();
+  HostPtr<cslist_node> node = host_new<cslist_node>();
   if (!owned_queue || !level || !node) return nullptr;
   *level = {.queue = owned_queue.release(), .priority = priority};
   node->data = level.release();

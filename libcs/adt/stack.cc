@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <libcs/adt.h>
 
 uint32_t csstack_create(csstack **out) noexcept {

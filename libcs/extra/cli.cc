@@ -1,6 +1,4 @@
-#include <libcs/cs.h>
-#include <libcs/log.h>
-
+// SPDX-License-Identifier: MIT
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -11,8 +9,13 @@
 #include <cstdlib>
 #include <string_view>
 
+#include <libcs/cs.h>
+#include <libcs/log.h>
+
 #include "libcs/extra/join.h"
 #include "qxapi/guard.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -42,15 +45,15 @@ int wait_for(pid_t child) {
 
 /// find_in returns the path of the first entry `name` in a colon-separated list of directories, `name` itself where
 /// there is none, or null when memory fails.
-host_text find_in(std::string_view directories, const char *name) {
+HostText find_in(std::string_view directories, const char *name) {
   while (!directories.empty()) {
     const std::string_view directory = directories.substr(0, directories.find(':'));
     directories.remove_prefix(std::min(directory.size() + 1, directories.size()));
     if (directory.empty()) continue;
-    host_text path = join(directory, '/', name);
+    HostText path = join(directory, '/', name);
     if (!path || ::access(path.get(), F_OK) == 0) return path;
   }
-  return host_text(host_strdup(name));
+  return HostText(host_strdup(name));
 }
 
 }  // namespace

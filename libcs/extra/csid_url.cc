@@ -1,11 +1,14 @@
-#include <libcs/cs.h>
-
+// SPDX-License-Identifier: MIT
 #include <algorithm>
 #include <charconv>
 #include <optional>
 #include <string_view>
 
+#include <libcs/cs.h>
+
 #include "qxapi/ascii.h"
+
+using namespace rdm;
 
 namespace {
 

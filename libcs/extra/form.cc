@@ -1,17 +1,20 @@
-#include <libcs/cs.h>
-
+// SPDX-License-Identifier: MIT
 #include <algorithm>
 #include <cstring>
 
+#include <libcs/cs.h>
+
 #include "libcs/extra/join.h"
 #include "qxapi/guard.h"
+
+using namespace rdm;
 
 namespace {
 
 int add_value(const char *name, const char *value, pblock *block) {
   const char *old = host_param_find(name, block);
   if (old == nullptr) return host_param_add(name, value, block);
-  const host_text joined = join(old, ',', value);
+  const HostText joined = join(old, ',', value);
   if (!joined || host_param_add(name, joined.get(), block) != 0) return -1;
   // Of the two the first added is found: the old one.
   pblock_remove_n_free(name, block);

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Joined texts.
 #ifndef LIBCS_EXTRA_JOIN_H
 #define LIBCS_EXTRA_JOIN_H
@@ -6,14 +7,18 @@
 
 #include "qxapi/guard.h"
 
+namespace rdm {
+
 /// join returns the two texts with the separator between them, or null when memory fails.
-inline host_text join(std::string_view first, char separator, std::string_view second) noexcept {
-  host_text joined(static_cast<char *>(host_alloc(first.size() + second.size() + 2)));
+inline HostText join(std::string_view first, char separator, std::string_view second) noexcept {
+  HostText joined(static_cast<char *>(host_alloc(first.size() + second.size() + 2)));
   if (!joined) return joined;
   char *end = joined.get() + first.copy(joined.get(), first.size());
   *end++ = separator;
   end[second.copy(end, second.size())] = '\0';
   return joined;
 }
+
+}  // namespace rdm
 
 #endif

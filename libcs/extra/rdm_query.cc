@@ -1,9 +1,12 @@
-#include <libcs/cs.h>
-
+// SPDX-License-Identifier: MIT
 #include <cstring>
 #include <initializer_list>
 
+#include <libcs/cs.h>
+
 #include "libcs/guard.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -13,11 +16,11 @@ struct Attribute {
 };
 
 void print_object(const char *template_name, int buckets, std::initializer_list<Attribute> attributes, csio *out) {
-  const soif_ptr object = make_soif(template_name, "-", buckets);
+  const SoifPtr object = make_soif(template_name, "-", buckets);
   if (!object) return;
   for (const auto &[name, value] : attributes)
     if (value != nullptr) soif_insert(object.get(), name, value, static_cast<int32_t>(std::strlen(value)));
-  soif_writer(out).print(object.get());
+  SoifWriter(out).print(object.get());
 }
 
 void print_header(const char *type, const pblock *block, csio *out) {

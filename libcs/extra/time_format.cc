@@ -1,6 +1,7 @@
-#include <libcs/cs.h>
-
+// SPDX-License-Identifier: MIT
 #include <ctime>
+
+#include <libcs/cs.h>
 
 namespace {
 

@@ -1,13 +1,16 @@
-#include <libcs/cs.h>
-
+// SPDX-License-Identifier: MIT
 #include <algorithm>
 #include <chrono>
 #include <ctime>
 #include <optional>
 #include <string_view>
 
+#include <libcs/cs.h>
+
 #include "qxapi/ascii.h"
 #include "qxapi/fatal.h"
+
+using namespace rdm;
 
 namespace {
 

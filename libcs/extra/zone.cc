@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: MIT
 #include "libcs/extra/zone.h"
-
-#include <libcs/cs.h>
 
 #include <ctime>
 
-namespace zone {
+#include <libcs/cs.h>
+
+namespace rdm::zone {
 namespace {
 
 /// The two dates are at most a day apart, so days of the year that differ by more lie on either side of New Year.
@@ -20,12 +21,12 @@ int minutes_ahead(const struct tm &local, const struct tm &utc) noexcept {
   return hours * 60 + local.tm_min - utc.tm_min;
 }
 
-}  // namespace zone
+}  // namespace rdm::zone
 
 int ZAN_LocalZoneOffset(void) noexcept {
   const time_t now = ::time(nullptr);
   struct tm local, utc;
   ::tzset();
   if (::localtime_r(&now, &local) == nullptr || ::gmtime_r(&now, &utc) == nullptr) return 0;
-  return zone::minutes_ahead(local, utc);
+  return rdm::zone::minutes_ahead(local, utc);
 }

@@ -1,7 +1,10 @@
+// SPDX-License-Identifier: MIT
 #include <cstring>
 #include <limits>
 
 #include "libcs/guard.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -15,7 +18,7 @@ size_t block_size(const SOIFBuffer &buffer, int32_t size) {
 
 char *soif_buffer_create(int32_t initial_size, SOIFBuffer **out) noexcept {
   *out = nullptr;
-  soif_buffer_ptr buffer(host_new<SOIFBuffer>().release());
+  SoifBufferPtr buffer(host_new<SOIFBuffer>().release());
   if (!buffer) return nullptr;
   buffer->size = buffer->initial_size = initial_size > 0 ? initial_size : 0;
   buffer->data = static_cast<char *>(host_alloc(block_size(*buffer, buffer->size)));

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Where a parse stream reads from: a file or a string, with the same operations, so that the parser is compiled once
 /// for each and reads the characters of a string without a call.
 #ifndef LIBCS_SOIF_INPUT_H
@@ -12,7 +13,7 @@
 
 #include <libcs/soif.h>
 
-namespace soif {
+namespace rdm::soif {
 
 /// A token (template name, URL, attribute name, size) must be shorter than this.
 constexpr size_t token_limit = 4096;
@@ -24,16 +25,16 @@ constexpr size_t padding_limit = 65536;
 /// What next() returns after the last character.
 constexpr int end_of_input = EOF;
 
-/// string_input reads the string of a slot and leaves the position in the slot when it goes out of scope.
-class string_input {
+/// StringInput reads the string of a slot and leaves the position in the slot when it goes out of scope.
+class StringInput {
  public:
-  explicit string_input(soif_stream &slot) noexcept
+  explicit StringInput(soif_stream &slot) noexcept
       : slot_(slot),
         at_(slot.input_string + std::min(slot.input_position, slot.input_length)),
         end_(slot.input_string + slot.input_length) {}
-  string_input(const string_input &) = delete;
-  string_input &operator=(const string_input &) = delete;
-  ~string_input() { slot_.input_position = static_cast<int32_t>(at_ - slot_.input_string); }
+  StringInput(const StringInput &) = delete;
+  StringInput &operator=(const StringInput &) = delete;
+  ~StringInput() { slot_.input_position = static_cast<int32_t>(at_ - slot_.input_string); }
 
   int next() noexcept { return at_ != end_ ? static_cast<unsigned char>(*at_++) : end_of_input; }
   void back_up(int c) noexcept {
@@ -80,11 +81,11 @@ class string_input {
   const char *end_;
 };
 
-/// file_input reads a standard-I/O file. Its operations are those of string_input, except that a value cut by the end
+/// FileInput reads a standard-I/O file. Its operations are those of StringInput, except that a value cut by the end
 /// of the file fails when it is read, and one that is skipped never does.
-class file_input {
+class FileInput {
  public:
-  explicit file_input(FILE *file) noexcept : file_(file) {}
+  explicit FileInput(FILE *file) noexcept : file_(file) {}
 
   int next() noexcept { return getc_unlocked(file_); }
   void back_up(int c) noexcept {
@@ -126,6 +127,6 @@ class file_input {
   FILE *file_;
 };
 
-}  // namespace soif
+}  // namespace rdm::soif
 
 #endif

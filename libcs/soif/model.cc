@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "libcs/soif/model.h"
 
 #include <algorithm>
@@ -6,14 +7,16 @@
 
 #include "qxapi/ascii.h"
 
+using namespace rdm;
+
 namespace {
 
 constexpr int32_t default_buckets = 23;
 
 std::string_view view(const char *text) { return text != nullptr ? text : std::string_view(); }
 
-host_text copy_text(std::string_view text) {
-  host_text copy(static_cast<char *>(host_alloc(text.size() + 1)));
+HostText copy_text(std::string_view text) {
+  HostText copy(static_cast<char *>(host_alloc(text.size() + 1)));
   if (copy) copy.get()[text.copy(copy.get(), text.size())] = '\0';
   return copy;
 }
@@ -30,12 +33,12 @@ int32_t saturating_sum(int32_t a, int32_t b) {
 
 }  // namespace
 
-namespace soif {
+namespace rdm::soif {
 
-soif_ptr make_object(std::string_view template_name, std::string_view url, int32_t nbuckets) noexcept {
-  host_ptr<SOIF> record = host_new<SOIF>();
+SoifPtr make_object(std::string_view template_name, std::string_view url, int32_t nbuckets) noexcept {
+  HostPtr<SOIF> record = host_new<SOIF>();
   if (!record) return nullptr;
-  soif_ptr object(record.release());
+  SoifPtr object(record.release());
   object->template_name = copy_text(template_name.empty() ? "OBJECT" : template_name).release();
   object->url = copy_text(url.empty() ? "-" : url).release();
   cshashtable_create(nbuckets < 1 ? default_buckets : nbuckets, &object->attrs);
@@ -48,8 +51,8 @@ soif_ptr make_object(std::string_view template_name, std::string_view url, int32
   return object;
 }
 
-avpair_ptr make_avpair(std::string_view name, host_text &value, int32_t vsize) noexcept {
-  avpair_ptr pair(host_new<AVPair>().release());
+AvPairPtr make_avpair(std::string_view name, HostText &value, int32_t vsize) noexcept {
+  AvPairPtr pair(host_new<AVPair>().release());
   if (!pair) return nullptr;
   pair->attribute = copy_text(name).release();
   if (pair->attribute == nullptr) return nullptr;
@@ -58,7 +61,7 @@ avpair_ptr make_avpair(std::string_view name, host_text &value, int32_t vsize) n
   return pair;
 }
 
-bool insert_made(SOIF *object, const char *key, avpair_ptr &pair, int32_t vsize) noexcept {
+bool insert_made(SOIF *object, const char *key, AvPairPtr &pair, int32_t vsize) noexcept {
   object->attr_count = saturating_sum(object->attr_count, 1);
   object->value_bytes = saturating_sum(object->value_bytes, vsize);
   if (!pair || cshashtable_insert(object->attrs, key, pair.get()) != 0) return false;
@@ -73,13 +76,13 @@ bool is_numbered_instance(std::string_view base, std::string_view attribute) noe
          std::all_of(number.begin(), number.end(), [](char c) { return ascii::is_digit(c); });
 }
 
-}  // namespace soif
+}  // namespace rdm::soif
 
 int avpair_create(const char *name, const char *value, int32_t vsize, AVPair **out) noexcept {
   *out = nullptr;
   if (name == nullptr || vsize < 0 || lacks_bytes(value, vsize)) return 1;
   const auto size = static_cast<size_t>(vsize);
-  host_text copy(static_cast<char *>(host_alloc(size + 1)));
+  HostText copy(static_cast<char *>(host_alloc(size + 1)));
   if (!copy) return 1;
   if (size > 0) std::memcpy(copy.get(), value, size);
   copy.get()[size] = '\0';
@@ -97,8 +100,8 @@ void *avpair_copy(const void *pair) noexcept {
 void *avpair_copy_useval(const void *pair) noexcept {
   const auto *source = static_cast<const AVPair *>(pair);
   if (source->attribute == nullptr || lacks_bytes(source->value, source->vsize)) return nullptr;
-  host_text value(source->value);
-  soif::avpair_ptr copy = soif::make_avpair(source->attribute, value, source->vsize);
+  HostText value(source->value);
+  soif::AvPairPtr copy = soif::make_avpair(source->attribute, value, source->vsize);
   // Without a copy the value stays with the source.
   static_cast<void>(value.release());
   return copy.release();
@@ -146,16 +149,16 @@ char *soif_findval(const SOIF *s, const char *name) noexcept {
 int soif_insert(SOIF *s, const char *name, const char *value, int32_t vsize) noexcept {
   const AVPair given{const_cast<char *>(name), const_cast<char *>(value), vsize};
   // The copy is made here rather than in the table, which would not tell that memory failed.
-  soif::avpair_ptr pair(static_cast<AVPair *>(s->attrs->copy(&given)));
-  const soif::copy_switch as_they_are(s->attrs, cslist_copy_nop);
+  soif::AvPairPtr pair(static_cast<AVPair *>(s->attrs->copy(&given)));
+  const soif::CopySwitch as_they_are(s->attrs, cslist_copy_nop);
   return soif::insert_made(s, name, pair, vsize) ? 0 : 1;
 }
 
 // NOLINTNEXTLINE(readability-non-const-parameter): the object takes the value over
 int soif_insert_nocopy(SOIF *s, const char *name, char *value, int32_t vsize) noexcept {
   const AVPair given{const_cast<char *>(name), value, vsize};
-  soif::avpair_ptr pair(static_cast<AVPair *>(avpair_copy_useval(&given)));
-  const soif::copy_switch as_they_are(s->attrs, cslist_copy_nop);
+  soif::AvPairPtr pair(static_cast<AVPair *>(avpair_copy_useval(&given)));
+  const soif::CopySwitch as_they_are(s->attrs, cslist_copy_nop);
   if (soif::insert_made(s, name, pair, vsize)) return 0;
   if (pair) pair->value = nullptr;  // still the caller's
   return 1;

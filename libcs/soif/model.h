@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// What the parser and the object model share beyond the public interface.
 #ifndef LIBCS_SOIF_MODEL_H
 #define LIBCS_SOIF_MODEL_H
@@ -6,26 +7,26 @@
 
 #include "libcs/guard.h"
 
-namespace soif {
+namespace rdm::soif {
 
-using avpair_ptr = std::unique_ptr<AVPair, deleter<avpair_free>>;
+using AvPairPtr = std::unique_ptr<AVPair, Deleter<avpair_free>>;
 
 /// make_object is soif_create for texts that need no NUL.
-soif_ptr make_object(std::string_view template_name, std::string_view url, int32_t nbuckets) noexcept;
+SoifPtr make_object(std::string_view template_name, std::string_view url, int32_t nbuckets) noexcept;
 
 /// make_avpair returns a pair that owns a copy of `name` and, taken out of its guard, `value`: `vsize` bytes and a NUL,
 /// or null. Null, with the guard as it was, when memory fails.
-avpair_ptr make_avpair(std::string_view name, host_text &value, int32_t vsize) noexcept;
+AvPairPtr make_avpair(std::string_view name, HostText &value, int32_t vsize) noexcept;
 
-/// copy_switch puts another copy function into force in a table for its lifetime.
-class copy_switch {
+/// CopySwitch puts another copy function into force in a table for its lifetime.
+class CopySwitch {
  public:
-  copy_switch(cshashtable *table, cs_copy_fn copy) noexcept : table_(table), before_(table->copy) {
+  CopySwitch(cshashtable *table, cs_copy_fn copy) noexcept : table_(table), before_(table->copy) {
     cshashtable_set_copy(table_, copy);
   }
-  copy_switch(const copy_switch &) = delete;
-  copy_switch &operator=(const copy_switch &) = delete;
-  ~copy_switch() { cshashtable_set_copy(table_, before_); }
+  CopySwitch(const CopySwitch &) = delete;
+  CopySwitch &operator=(const CopySwitch &) = delete;
+  ~CopySwitch() { cshashtable_set_copy(table_, before_); }
 
  private:
   cshashtable *table_;
@@ -33,13 +34,13 @@ class copy_switch {
 };
 
 /// insert_made counts an insertion of `vsize` bytes, whatever becomes of it, and puts `pair` into the table under
-/// `key`, out of its guard. The table must be taking items as they are, by a copy_switch to cslist_copy_nop. False,
+/// `key`, out of its guard. The table must be taking items as they are, by a CopySwitch to cslist_copy_nop. False,
 /// with the guard as it was, when there is no pair or memory fails.
-bool insert_made(SOIF *object, const char *key, avpair_ptr &pair, int32_t vsize) noexcept;
+bool insert_made(SOIF *object, const char *key, AvPairPtr &pair, int32_t vsize) noexcept;
 
 /// is_numbered_instance tells whether `attribute` is `base`, a hyphen and a decimal number.
 bool is_numbered_instance(std::string_view base, std::string_view attribute) noexcept;
 
-}  // namespace soif
+}  // namespace rdm::soif
 
 #endif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <cstring>
 
 #include "libcs/guard.h"
@@ -5,6 +6,8 @@
 #include "libcs/soif/model.h"
 #include "libcs/soif/stream.h"
 #include "qxapi/ascii.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -34,23 +37,23 @@ bool selects(const char *entry, std::string_view name) {
   return name == whole || soif::is_numbered_instance(whole, name);
 }
 
-/// Parser reads objects from one stream. `Input` is string_input or file_input.
+/// Parser reads objects from one stream. `Input` is StringInput or FileInput.
 template <typename Input>
 class Parser {
  public:
   Parser(Input &input, char **accept) noexcept : input_(input), accept_(accept) {}
 
   /// object returns the next object, or null at the end of input, after a syntax error and when memory fails.
-  soif_ptr object() noexcept {
+  SoifPtr object() noexcept {
     if (!input_.skip_past('@')) return nullptr;
-    soif_ptr object = header();
+    SoifPtr object = header();
     return object && attributes(object.get()) ? std::move(object) : nullptr;
   }
 
  private:
   /// header reads template name and URL. The brace between them may be missing or stand there more than once; one that
   /// follows the template name without white space is part of the name.
-  soif_ptr header() noexcept {
+  SoifPtr header() noexcept {
     const auto template_name = input_.token(is_space, name_);
     if (!template_name) return nullptr;
     input_.back_up(next_other([](int c) { return ascii::is_space(c) || c == '{'; }));
@@ -62,7 +65,7 @@ class Parser {
   /// attributes reads up to "}" or the end of input, either of which completes the object.
   bool attributes(SOIF *object) noexcept {
     // The pairs are made for this object alone, so that the table need not copy them.
-    const soif::copy_switch as_they_are(object->attrs, cslist_copy_nop);
+    const soif::CopySwitch as_they_are(object->attrs, cslist_copy_nop);
     for (;;) {
       const int c = next_other(is_space);
       if (c == end_of_input || c == '}') return true;
@@ -90,10 +93,10 @@ class Parser {
 
   bool value(SOIF *object, std::string_view name, int32_t vsize) noexcept {
     const auto size = static_cast<size_t>(vsize);
-    host_text bytes(static_cast<char *>(host_alloc(size + 1)));
+    HostText bytes(static_cast<char *>(host_alloc(size + 1)));
     if (!bytes || !input_.read(bytes.get(), size)) return false;
     bytes.get()[size] = '\0';
-    soif::avpair_ptr pair = soif::make_avpair(name, bytes, vsize);
+    soif::AvPairPtr pair = soif::make_avpair(name, bytes, vsize);
     return pair && soif::insert_made(object, pair->attribute, pair, vsize);
   }
 
@@ -146,10 +149,10 @@ int soif_parse(int stream, SOIF **out) noexcept {
   soif_stream *slot = soif::slot(stream);
   if (slot == nullptr) return 1;
   if (slot->input_file != nullptr) {
-    soif::file_input input(slot->input_file);
+    soif::FileInput input(slot->input_file);
     *out = Parser(input, slot->accept).object().release();
   } else {
-    soif::string_input input(*slot);
+    soif::StringInput input(*slot);
     *out = Parser(input, slot->accept).object().release();
   }
   return *out != nullptr ? 0 : 1;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <charconv>
 #include <cstring>
 #include <initializer_list>
@@ -5,6 +6,8 @@
 
 #include "libcs/guard.h"
 #include "libcs/soif/stream.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -22,7 +25,7 @@ void output_line(int stream, std::initializer_list<std::string_view> pieces) {
   char local[1024];
   size_t length = 0;
   for (std::string_view piece : pieces) length += piece.size();
-  const host_text block(length > sizeof local ? static_cast<char *>(host_alloc(length)) : nullptr);
+  const HostText block(length > sizeof local ? static_cast<char *>(host_alloc(length)) : nullptr);
   char *const line = length > sizeof local ? block.get() : local;
   char *end = line;
   for (std::string_view piece : pieces)

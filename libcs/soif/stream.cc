@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "libcs/soif/stream.h"
 
 #include <algorithm>
@@ -5,6 +6,8 @@
 #include "qxapi/fatal.h"
 
 soif_stream _soif_state[256];
+
+using namespace rdm;
 
 namespace {
 
@@ -18,7 +21,7 @@ void _soif_state_init() {
 
 }  // namespace
 
-namespace soif {
+namespace rdm::soif {
 
 int activate() noexcept {
   if (!_soif_state_initialized) _soif_state_init();
@@ -33,4 +36,4 @@ void deactivate(int stream) noexcept {
   if (soif_stream *taken = slot(stream)) *taken = soif_stream{};
 }
 
-}  // namespace soif
+}  // namespace rdm::soif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// The table of streams that parser and printer share.
 #ifndef LIBCS_SOIF_STREAM_H
 #define LIBCS_SOIF_STREAM_H
@@ -6,7 +7,7 @@
 
 #include <libcs/soif.h>
 
-namespace soif {
+namespace rdm::soif {
 
 /// activate takes the first free slot and returns its index. Having none left is fatal.
 int activate() noexcept;
@@ -19,6 +20,6 @@ inline soif_stream *slot(int stream) noexcept {
   return stream >= 0 && stream < static_cast<int>(std::size(_soif_state)) ? &_soif_state[stream] : nullptr;
 }
 
-}  // namespace soif
+}  // namespace rdm::soif
 
 #endif

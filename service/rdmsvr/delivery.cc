@@ -1,7 +1,10 @@
+// SPDX-License-Identifier: MIT
+#include <libcs/log.h>
+
 #include "libcs/guard.h"
 #include "service/rdm.h"
 
-#include <libcs/log.h>
+using namespace rdm;
 
 namespace {
 
@@ -18,8 +21,8 @@ bool is_memory(const csio *result) {
 }
 
 int send_file(const csio *result, Session *sn, Request *rq) {
-  const file_guard file(host_open_read(result->filename));
-  const reader_ptr reader(file ? host_buffer_open(file.get(), reader_size) : nullptr);
+  const HostFileGuard file(host_open_read(result->filename));
+  const ReaderPtr reader(file ? host_buffer_open(file.get(), reader_size) : nullptr);
   if (!reader) {
     host_report_error(0, report_name, sn, rq, "%s", "RDM Result is not readable?\n");
     return -1;
@@ -67,7 +70,7 @@ int rdm_send_http_header(uint32_t content_length, Session *sn, Request *rq) noex
 }
 
 int rdm_send_result(int send_header, csio *result, Session *sn, Request *rq) noexcept {
-  const csio_ptr owned(result);
+  const CsioPtr owned(result);
   if (result != nullptr) {
     if (send_header != 0) rdm_send_http_header(result->length, sn, rq);
     csio_rewind(result);

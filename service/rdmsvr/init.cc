@@ -1,6 +1,9 @@
+// SPDX-License-Identifier: MIT
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+
+#include <libcs/log.h>
 
 #include "qxapi/ascii.h"
 #include "service/csid.h"
@@ -8,7 +11,7 @@
 #include "service/schema.h"
 #include "service/text.h"
 
-#include <libcs/log.h>
+using namespace rdm;
 
 host_crit *rdm_service_crit = nullptr;
 char *cs_csidcf = nullptr;
@@ -37,7 +40,7 @@ struct Settings {
 struct Variable {
   char *text;
 
-  void put(host_text replacement) {
+  void put(HostText replacement) {
     if (!replacement || putenv(replacement.get()) != 0) return;
     host_free(text);
     text = replacement.release();
@@ -79,7 +82,7 @@ void open_transaction_log(const char *path, Session *sn, Request *rq) {
   std::string_view(path).copy(logfile, sizeof logfile - 1);
   logfd = host_open_append(logfile);
   if (logfd == -1) {
-    const host_text text = format_text("Cannot append to %s: %s", logfile, host_last_error_text());
+    const HostText text = format_text("Cannot append to %s: %s", logfile, host_last_error_text());
     if (text) host_report_error(0, report_name, sn, rq, "%s", text.get());
   }
   host_register_exit([](void *) { rdm_log_terminate(); }, nullptr);
@@ -111,8 +114,8 @@ void start_schema(const Settings &settings) {
 /// read_configuration adds the pairs of every line that is not a comment to the block. False when the file cannot be
 /// opened or read to its end, or memory fails: a service does not start on a part of its configuration.
 bool read_configuration(const char *path, pblock *config) {
-  const file_guard file(host_open_read(path));
-  const reader_ptr reader(file ? host_buffer_open(file.get(), reader_size) : nullptr);
+  const HostFileGuard file(host_open_read(path));
+  const ReaderPtr reader(file ? host_buffer_open(file.get(), reader_size) : nullptr);
   if (!reader) return false;
   char line[line_limit];
   int result = 0;
@@ -131,7 +134,7 @@ int rdm_init(pblock *pb, Session *sn, Request *rq) noexcept {
     std::fputs(text, stderr);
     return -1;
   }
-  const pblock_ptr config(host_param_create(block_slots));
+  const PblockPtr config(host_param_create(block_slots));
   if (!config || !read_configuration(path, config.get())) {
     host_report_error(0, report_name, sn, rq, "%s", "config not readable?\n");
     return -1;

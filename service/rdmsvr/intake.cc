@@ -1,4 +1,7 @@
+// SPDX-License-Identifier: MIT
 #include <cstring>
+
+#include <libcs/cs.h>
 
 #include "qxapi/ascii.h"
 #include "qxapi/log_text.h"
@@ -6,7 +9,7 @@
 #include "service/message.h"
 #include "service/text.h"
 
-#include <libcs/cs.h>
+using namespace rdm;
 
 namespace {
 
@@ -35,9 +38,9 @@ struct Intake {
   const char *uri_type = nullptr;  // the URI after "/rdm/", empty for "incoming"
   int32_t announced = 0;           // the content length, 0 when there is none
   int32_t consumed = 0;            // bytes taken from the input
-  csio_ptr body = nullptr, header_text = nullptr;
-  rdmhdr_ptr header = nullptr;
-  host_text refusal = nullptr, report = nullptr;  // of a refusal made for this request
+  CsioPtr body = nullptr, header_text = nullptr;
+  RdmHeaderPtr header = nullptr;
+  HostText refusal = nullptr, report = nullptr;  // of a refusal made for this request
 };
 
 unsigned char next_byte(host_input *input) {
@@ -119,10 +122,10 @@ Refusal read_header(Intake &x) {
 
 /// build_message makes header and body from the query and the URI.
 Refusal build_message(Intake &x) {
-  const pblock_ptr block(host_param_create(7));
+  const PblockPtr block(host_param_create(7));
   if (!block) return out_of_memory;
   if (x.query != nullptr) {
-    const host_text copy(host_strdup(x.query));
+    const HostText copy(host_strdup(x.query));
     if (!copy) return out_of_memory;
     pblock_form2pblock(copy.get(), static_cast<int32_t>(std::strlen(copy.get())), block.get());
   }
@@ -204,7 +207,7 @@ constexpr Refusal (*steps[])(Intake &) = {
 
 /// respond runs the handler of the message and sends its answer, unless the handler has sent it.
 int respond(Intake &x) {
-  csio_ptr result = make_csio(memory_limit);
+  CsioPtr result = make_csio(memory_limit);
   if (!result) return rdm_stop(out_of_memory.text, report_name, out_of_memory.value, x.session, x.request);
   int32_t gzip = 0, status = 0;
   rdm_get_response(x.header.get(), x.body.get(), x.session, x.request, result.get(), &gzip, &status);
@@ -219,8 +222,8 @@ int respond(Intake &x) {
 
 /// stop answers with `message` and reports `report` to the error log; returns `value`.
 int stop(const char *message, const char *report, const char *function, int value, Session *sn, Request *rq) {
-  csio_ptr answer = make_csio();
-  const rdmhdr_ptr header = make_rdmhdr(RDM_STATUS_RESPONSE);
+  CsioPtr answer = make_csio();
+  const RdmHeaderPtr header = make_rdmhdr(RDM_STATUS_RESPONSE);
   if (answer && header) {
     header->error_message = host_strdup(message);
     rdmhdr_print(header.get(), answer.get());
@@ -237,7 +240,7 @@ int stop(const char *message, const char *report, const char *function, int valu
 
 int rdm_service(pblock *pb, Session *sn, Request *rq) noexcept {
   // There is no section before rdm_init, nor after one that failed.
-  const crit_guard inside(rdm_service_crit);
+  const CritGuard inside(rdm_service_crit);
   return _real_rdm_service(pb, sn, rq);
 }
 

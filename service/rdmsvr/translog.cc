@@ -1,7 +1,10 @@
+// SPDX-License-Identifier: MIT
 #include <ctime>
 
 #include "service/rdm.h"
 #include "service/text.h"
+
+using namespace rdm;
 
 host_crit *rdm_log_crit = nullptr;
 char logfile[1024];
@@ -28,20 +31,20 @@ int rdm_log_add(const char *message, const char *second, const char *third, Sess
   char now[64];
   format_now(now);
   const char *client = sn->client != nullptr ? host_param_find("ip", sn->client) : nullptr;
-  const host_text line = format_text("%s - - [%s] \"%s\" %s %s\n", or_dash(client), now, or_dash(message),
-                                     or_dash(second), or_dash(third));
+  const HostText line = format_text("%s - - [%s] \"%s\" %s %s\n", or_dash(client), now, or_dash(message),
+                                    or_dash(second), or_dash(third));
   return line ? host_param_add(pending_line, line.get(), rq->vars) : -1;
 }
 
 int rdm_log(pblock *, Session *, Request *rq) noexcept {
   const char *line = host_param_find(pending_line, rq->vars);
   if (line == nullptr || *line == '\0') return 0;
-  const crit_guard inside(rdm_log_crit);
+  const CritGuard inside(rdm_log_crit);
   if (logfd != -1) host_write_log(logfd, line, static_cast<int32_t>(std::string_view(line).size()));
   return 0;
 }
 
 void rdm_log_terminate(void) noexcept {
-  const crit_guard inside(rdm_log_crit);
-  file_guard(std::exchange(logfd, -1));
+  const CritGuard inside(rdm_log_crit);
+  HostFileGuard(std::exchange(logfd, -1));
 }

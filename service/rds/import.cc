@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <fcntl.h>
 #include <sys/auxv.h>
 #include <unistd.h>
@@ -8,6 +9,9 @@
 #include <cstring>
 #include <string_view>
 
+#include <libcs/cs.h>
+#include <libcs/log.h>
+
 #include "qxapi/ascii.h"
 #include "qxapi/fatal.h"
 #include "qxapi/log_text.h"
@@ -15,27 +19,26 @@
 #include "service/message.h"
 #include "service/text.h"
 
-#include <libcs/cs.h>
-#include <libcs/log.h>
+using namespace rdm;
 
 namespace {
 
 constexpr char catalog_key[] = "catalog-database";
 constexpr char import_failed[] = "Failed to import RDs";
 
-using system_text = std::unique_ptr<char, deleter<std::free>>;
+using SystemText = std::unique_ptr<char, Deleter<std::free>>;
 
-/// temporary_file creates an empty file of a new name, which nobody else can own, in the folder for temporary files.
+/// temporary_file creates an empty file of a new name, which nobody else can own, in the directory for temporary files.
 /// Null when there is no name or no room for it.
-system_text temporary_file(const char *prefix) {
+SystemText temporary_file(const char *prefix) {
   constexpr int attempts = 16;
   // In a program with privileges tempnam does not look at TMPDIR itself. The loader has removed what its caller set
   // there: what is found comes from the configuration.
-  const char *folder = ::getauxval(AT_SECURE) != 0 ? std::getenv("TMPDIR") : nullptr;
+  const char *directory = ::getauxval(AT_SECURE) != 0 ? std::getenv("TMPDIR") : nullptr;
   for (int i = 0; i < attempts; ++i) {
-    system_text name(::tempnam(folder, prefix));
+    SystemText name(::tempnam(directory, prefix));
     if (!name) return nullptr;
-    const file_guard file(::open(name.get(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    const HostFileGuard file(::open(name.get(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     if (file) return name;
   }
   return nullptr;
@@ -55,14 +58,14 @@ class ResultFile {
 
   /// number returns the decimal number that the file begins with, 0 when there is none.
   int number() const {
-    const stdio_ptr file = open_stdio(name_.get());
+    const StdioPtr file = open_stdio(name_.get());
     char text[64] = {};
     if (!file || std::fread(text, 1, sizeof text - 1, file.get()) == 0) return 0;
     return static_cast<int>(std::strtol(text, nullptr, 10));
   }
 
  private:
-  system_text name_;
+  SystemText name_;
 };
 
 /// holds_all returns whether a file has every byte of the body: its buffer does not say when one was lost on the way.
@@ -74,7 +77,7 @@ bool holds_all(const csio *body) {
 
 /// give_empty_file makes an empty file that goes with the body; returns false when there is none.
 bool give_empty_file(csio *body) {
-  const system_text name = temporary_file("csio");
+  const SystemText name = temporary_file("csio");
   if (!name) return false;
   body->filename = host_strdup(name.get());
   if (body->filename == nullptr)
@@ -96,7 +99,7 @@ bool ensure_file(csio *body) {
 }
 
 /// run returns whether there was memory for the command; what becomes of it only the numbers tell that it writes.
-bool run(const host_text &command) {
+bool run(const HostText &command) {
   if (command)
     cs_cli_run(command.get(), nullptr);
   else
@@ -108,7 +111,7 @@ bool run(const host_text &command) {
 /// there was no memory for its command.
 struct Catalog {
   const char *database;
-  host_text index;
+  HostText index;
 
   bool update(const char *body, const ResultFile &result, int &accepted) const {
     if (!run(format_text("minidba -d %s update < %s > %s", database, body, result.name()))) return false;
@@ -133,11 +136,11 @@ struct Catalog {
     return true;
   }
 
-  /// list_unclassified leaves the list beside the database; a database without a folder in its path has none.
+  /// list_unclassified leaves the list beside the database; a database without a directory in its path has none.
   bool list_unclassified() const {
     const char *slash = std::strrchr(database, '/');
     if (slash == nullptr) return true;
-    const host_text list = format_text("%.*s/unclassified", static_cast<int>(slash - database), database);
+    const HostText list = format_text("%.*s/unclassified", static_cast<int>(slash - database), database);
     if (!list) return run(nullptr);
     host_unlink(list.get());
     return run(format_text("minidba -d %s -i %s unclassified > %s", database, index.get(), list.get()));
@@ -189,7 +192,7 @@ int32_t rds_rd_response(rdmhdr *header, csio *body, csio *response, Session *sn,
   }
   int accepted = 0;
   const bool is_complete = import_into(catalog, body->filename, accepted);
-  const host_text text = format_text("Accepted %d RDs from %s", accepted, source_of(rq));
+  const HostText text = format_text("Accepted %d RDs from %s", accepted, source_of(rq));
   if (!text || !is_complete) return rds_status_ok(import_failed, import_failed, header, body, response, sn, rq);
   rdm_log_add(LogText(text.get()).c_str(), nullptr, nullptr, sn, rq);
   return rds_status_ok(text.get(), nullptr, header, body, response, sn, rq);

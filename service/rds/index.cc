@@ -1,7 +1,10 @@
+// SPDX-License-Identifier: MIT
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
+
+#include <libcs/log.h>
 
 #include "dba/index_format.h"
 #include "qxapi/log_text.h"
@@ -9,7 +12,7 @@
 #include "service/rdm.h"
 #include "service/text.h"
 
-#include <libcs/log.h>
+using namespace rdm;
 
 namespace {
 
@@ -89,9 +92,9 @@ int cs_dbsearch_start(const char *csid, cs_dbindex *index) noexcept {
           LogText(csid != nullptr ? csid : "(null)").c_str());
     return 1;
   }
-  const host_text path = format_text("%s.idx", database);
+  const HostText path = format_text("%s.idx", database);
   if (!path) return 1;
-  const file_guard file(host_open_read(path.get()));
+  const HostFileGuard file(host_open_read(path.get()));
   if (!file) {
     CSLOG(CSLOG_ERROR, "rds", "Cannot read index for %s: %s: %s\n", catalog_key, path.get(), host_last_error_text());
     return 1;

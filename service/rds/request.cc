@@ -1,5 +1,9 @@
+// SPDX-License-Identifier: MIT
 #include <cstring>
 #include <limits>
+
+#include <libcs/cs.h>
+#include <libcs/log.h>
 
 #include "dba/guard.h"
 #include "qxapi/ascii.h"
@@ -8,8 +12,7 @@
 #include "service/message.h"
 #include "service/text.h"
 
-#include <libcs/cs.h>
-#include <libcs/log.h>
+using namespace rdm;
 
 namespace {
 
@@ -39,11 +42,11 @@ int32_t refuse(const char *message, rdmhdr *header, csio *response) {
 }
 
 /// parse_query returns the query object of a request body, or null.
-soif_ptr parse_query(csio *body) {
+SoifPtr parse_query(csio *body) {
   char text[query_limit] = {};
   const int32_t length = csio_copy(body, text, query_limit);
-  soif_reader reader(std::string_view(text, static_cast<size_t>(std::max(length, 0))));
-  soif_ptr object = reader.next();
+  SoifReader reader(std::string_view(text, static_cast<size_t>(std::max(length, 0))));
+  SoifPtr object = reader.next();
   if (object && ascii::iequals(object->template_name, "RDMHEADER")) object = reader.next();
   if (object && !ascii::iequals(object->template_name, "RDMQUERY")) object.reset();
   return object;
@@ -93,18 +96,18 @@ int32_t answer_query(Query &query, rdmhdr *header, csio *response, Session *sn, 
 
 /// make_key_list returns an empty list. Its texts come from the host, as all memory of a request does, so that hosts
 /// know when there was none.
-list_ptr make_key_list() {
+ListPtr make_key_list() {
   cslist *keys = nullptr;
   cslist_create(&keys);
   cslist_set_copy(keys, [](const void *key) -> void * { return host_strdup(static_cast<const char *>(key)); });
   cslist_set_free(keys, host_free);
-  return list_ptr(keys);
+  return ListPtr(keys);
 }
 
 /// select_keys returns the database keys from a position of the index on, at most `limit` of them unless it is 0. Null
 /// when memory fails.
-list_ptr select_keys(const cs_dbindex *index, int32_t start, int32_t limit) {
-  list_ptr keys = make_key_list();
+ListPtr select_keys(const cs_dbindex *index, int32_t start, int32_t limit) {
+  ListPtr keys = make_key_list();
   if (!keys || start < 0 || limit < 0) return keys;
   const auto first = static_cast<uint32_t>(start);
   const uint32_t available = index->entries != nullptr && first < index->count ? index->count - first : 0;
@@ -132,9 +135,9 @@ bool announce_length(uint64_t length, Request *rq) {
 }
 
 /// make_header returns the printed header of an rd-response with `count` descriptions.
-csio_ptr make_header(int32_t count) {
-  csio_ptr printed = make_csio();
-  const rdmhdr_ptr header = make_rdmhdr(RDM_RD_RESPONSE);
+CsioPtr make_header(int32_t count) {
+  CsioPtr printed = make_csio();
+  const RdmHeaderPtr header = make_rdmhdr(RDM_RD_RESPONSE);
   if (!printed || !header) return nullptr;
   if (count == 0) header->error_message = host_strdup("0 results.");
   rdmhdr_print(header.get(), printed.get());
@@ -150,7 +153,7 @@ uint64_t printed_size(const SOIF *object) {
     *static_cast<uint64_t *>(total) += static_cast<uint64_t>(length);
     return length;
   };
-  soif_writer(count, &size).print(object);
+  SoifWriter(count, &size).print(object);
   return size;
 }
 
@@ -170,8 +173,8 @@ struct Descriptions {
     return result == 0;
   }
 
-  soif_ptr parse(const DBT &record) const {
-    soif_reader reader(std::string_view(static_cast<const char *>(record.data), record.size));
+  SoifPtr parse(const DBT &record) const {
+    SoifReader reader(std::string_view(static_cast<const char *>(record.data), record.size));
     if (attributes != nullptr && attributes[0] != nullptr) reader.accept(attributes);
     return reader.next();
   }
@@ -190,7 +193,7 @@ struct Descriptions {
   bool print_record(char *key) const {
     DBT record{nullptr, 0};
     if (!read_record(key, record)) return false;
-    const soif_ptr object = parse(record);
+    const SoifPtr object = parse(record);
     if (!object) {
       CSLOG(CSLOG_WARNING, "rds", "Malformed RD in %s: key %s\n", catalog_key, key);
       return false;
@@ -199,7 +202,7 @@ struct Descriptions {
       CSLOG(CSLOG_ERROR, "rds", "No room in the answer for %s: key %s\n", catalog_key, key);
       return false;
     }
-    soif_writer(output).print(object.get());
+    SoifWriter(output).print(object.get());
     return true;
   }
 };
@@ -211,7 +214,7 @@ int32_t rds_rd_request(rdmhdr *header, csio *body, csio *response, Session *sn, 
   if (header->query_language == nullptr || !ascii::iequals(header->query_language, "gatherer"))
     return rds_qmgr_do_error(header, body, response);
 
-  const soif_ptr object = parse_query(body);
+  const SoifPtr object = parse_query(body);
   if (!object) {
     CSLOG(CSLOG_WARNING, "rds", "Invalid RDMQUERY specification...\n");
     return refuse("Invalid RDMQUERY specification.", header, response);
@@ -236,13 +239,13 @@ int send_since(const char *csid, cs_dbindex *index, time_t since, char **attribu
                Session *sn, Request *rq) noexcept {
   const int32_t limit = std::exchange(*count, 0);
   *bytes = 0;
-  csio_ptr descriptions = make_csio(memory_limit);
+  CsioPtr descriptions = make_csio(memory_limit);
   if (!descriptions) return -1;
-  const list_ptr keys = select_keys(index, since != 0 ? cs_dbsearch(index, since) : 0, limit);
+  const ListPtr keys = select_keys(index, since != 0 ? cs_dbsearch(index, since) : 0, limit);
   if (!keys) return -1;
   if (keys->count > 0) *count = rds_send_rd(csid, keys.get(), attributes, descriptions.get());
   csio_finish(descriptions.get());
-  csio_ptr header = make_header(*count);
+  CsioPtr header = make_header(*count);
   if (!header) return -1;
 
   const uint64_t length = static_cast<uint64_t>(header->length) + descriptions->length;
@@ -258,7 +261,7 @@ int32_t rds_send_rd(const char *csid, cslist *keys, char **attributes, csio *out
     CSLOG(CSLOG_ERROR, "rds", "Require '%s' for <CSID:%s>\n", catalog_key, LogText(shown(csid)).c_str());
     return 0;
   }
-  const database_ptr database(dba_open(path, "r"));
+  const DatabasePtr database(dba_open(path, "r"));
   if (!database) {
     CSLOG(CSLOG_ERROR, "rds", "Cannot read %s: %s: %s\n", catalog_key, path, host_last_error_text());
     return 0;

@@ -1,23 +1,26 @@
-#include <libcs/log.h>
-
+// SPDX-License-Identifier: MIT
 #include <initializer_list>
+
+#include <libcs/log.h>
 
 #include "qxapi/fatal.h"
 #include "qxapi/guard.h"
 #include "service/schema/mapping.h"
 
+using namespace rdm;
+
 namespace {
 
-using namespace schema;
+using namespace rdm::schema;
 
 /// The column of every other table that refers to the root table's id.
 constexpr char _schema_rootid_column[] = "docid";
 
-Area join;
+BoundedString join;
 
 /// mark_hits counts for each system table how many items of a list are of it. False when memory fails.
 bool mark_hits(const char *list, int32_t (&hits)[table_size]) {
-  const host_text items(host_strdup(list));
+  const HostText items(host_strdup(list));
   if (!items) return false;
   char *rest = nullptr;
   for (char *item = strtok_r(items.get(), ",", &rest); item != nullptr; item = strtok_r(nullptr, ",", &rest))
@@ -35,7 +38,7 @@ int32_t schema_systables(const char *tblcols, char ***out) noexcept {
   *out = nullptr;
   int32_t hits[table_size] = {};
   if (tblcols != nullptr && !mark_hits(tblcols, hits)) return 0;
-  host_ptr<char *> tables = host_new<char *>(table_size);
+  HostPtr<char *> tables = host_new<char *>(table_size);
   if (!tables) return 0;
   int32_t count = 0;
   for (size_t i = 0; i < system_tables().size(); ++i)
@@ -47,7 +50,7 @@ int32_t schema_systables(const char *tblcols, char ***out) noexcept {
 char *schema_translate_alljoin(const char *tblcols) noexcept {
   char **array = nullptr;
   const int32_t count = schema_systables(tblcols, &array);
-  const host_ptr<char *> tables(array);
+  const HostPtr<char *> tables(array);
   if (count == 0) return nullptr;
   QX_REQUIRE(_schema_has_root_table, "schema", "the schema has a root table");
   join.clear();

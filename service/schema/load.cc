@@ -1,15 +1,18 @@
-#include <libcs/log.h>
-
+// SPDX-License-Identifier: MIT
 #include <utility>
+
+#include <libcs/log.h>
 
 #include "libcs/guard.h"
 #include "qxapi/ascii.h"
 #include "service/schema/mapping.h"
 #include "service/text.h"
 
+using namespace rdm;
+
 namespace {
 
-using namespace schema;
+using namespace rdm::schema;
 
 struct DataType {
   const char *name;
@@ -78,7 +81,7 @@ bool fill(Entry &entry, const Group &group, const Names &names) {
   char tblcol[SCHEMA_TEXT_SIZE];
   host_format(tblcol, sizeof tblcol, "%s.%s", names.table, names.column);
   const char *is_internal = group.value("is-internal");
-  host_text attribute(host_strdup(names.attribute)), table_column(host_strdup(tblcol));
+  HostText attribute(host_strdup(names.attribute)), table_column(host_strdup(tblcol));
   if (!attribute || !table_column) return false;
   entry.soif_attribute = attribute.release();
   entry.tblcol = table_column.release();
@@ -101,22 +104,22 @@ bool load_groups(const SOIF *object) {
   return true;
 }
 
-soif_ptr read_schema(FILE *file) {
-  soif_reader reader(file);
-  soif_ptr object = reader.next();
+SoifPtr read_schema(FILE *file) {
+  SoifReader reader(file);
+  SoifPtr object = reader.next();
   return object && ascii::iequals(object->template_name, "RDMHEADER") ? reader.next() : std::move(object);
 }
 
 }  // namespace
 
 int schema_translate_init(const char *path) noexcept {
-  const stdio_ptr file = open_stdio(path);
+  const StdioPtr file = open_stdio(path);
   clear();
   if (!file) {
     CSLOG(CSLOG_ERROR, "schema", "Cannot initialize schema translator: %s\n", shown(path));
     return -1;
   }
-  const soif_ptr object = read_schema(file.get());
+  const SoifPtr object = read_schema(file.get());
   if (!object) {
     CSLOG(CSLOG_ERROR, "schema", "Invalid SDL? %s\n", path);
     return -1;

@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: MIT
 #include "service/schema/mapping.h"
 
 #include "qxapi/guard.h"
 
-namespace schema {
+namespace rdm::schema {
 
 Entry tc2soif[table_size];
 char _schema_name[name_size];
@@ -55,4 +56,4 @@ bool schema_systables_insert(const char *tblcol) noexcept {
   return true;
 }
 
-}  // namespace schema
+}  // namespace rdm::schema

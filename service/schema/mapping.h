@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// The mapping: the loader fills it, the translations read it.
 #ifndef SERVICE_SCHEMA_MAPPING_H
 #define SERVICE_SCHEMA_MAPPING_H
@@ -9,7 +10,7 @@
 
 #include "service/schema.h"
 
-namespace schema {
+namespace rdm::schema {
 
 constexpr int32_t table_size = 256;
 constexpr size_t name_size = 128;
@@ -43,8 +44,8 @@ bool schema_systables_insert(const char *tblcol) noexcept;
 /// schema_systable_hit returns the index of the system table of a "table.column" text, or -1.
 int32_t schema_systable_hit(const char *tblcol) noexcept;
 
-/// Area is a text of less than 8192 bytes that is put together piece by piece.
-class Area {
+/// BoundedString is a text of less than 8192 bytes that is put together piece by piece.
+class BoundedString {
  public:
   void clear() noexcept { text_[length_ = 0] = '\0'; }
   bool empty() const noexcept { return length_ == 0; }
@@ -63,6 +64,6 @@ class Area {
   size_t length_ = 0;
 };
 
-}  // namespace schema
+}  // namespace rdm::schema
 
 #endif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <libcs/log.h>
 
 #include "libcs/guard.h"
@@ -5,9 +6,11 @@
 #include "qxapi/log_text.h"
 #include "service/schema/mapping.h"
 
+using namespace rdm;
+
 namespace {
 
-using namespace schema;
+using namespace rdm::schema;
 
 /// attr_cmp returns 0 for a match. A "-" that is looked up matches a stored "_", not the other way round: attributes
 /// are spelled with hyphens, columns cannot be.
@@ -39,7 +42,7 @@ char *copy_attribute(char *out, const Entry *found) {
 
 enum class Outcome { done, too_long, no_memory };
 
-Outcome append_column(const char *attribute, Area &columns) {
+Outcome append_column(const char *attribute, BoundedString &columns) {
   const Entry *entry = find(attribute, attribute_of);
   if (entry == nullptr) {
     CSLOG(CSLOG_WARNING, "schema", "Unknown SOIF-Attribute: '%s'\n", LogText(attribute).c_str());
@@ -50,7 +53,7 @@ Outcome append_column(const char *attribute, Area &columns) {
 }
 
 /// translate_items appends the columns of a list of attributes, which it takes apart. `seen` keeps its items.
-Outcome translate_items(char *attributes, cshashtable *seen, Area &columns) {
+Outcome translate_items(char *attributes, cshashtable *seen, BoundedString &columns) {
   Outcome outcome = Outcome::done;
   char *rest = nullptr;
   for (char *name = strtok_r(attributes, ",", &rest); name != nullptr && outcome == Outcome::done;
@@ -62,17 +65,17 @@ Outcome translate_items(char *attributes, cshashtable *seen, Area &columns) {
 }
 
 /// A table that keeps the names themselves, not copies.
-hashtable_ptr make_name_table() {
+HashTablePtr make_name_table() {
   cshashtable *table = nullptr;
   cshashtable_create(7, &table);
   cshashtable_set_copy(table, cslist_copy_nop);
   cshashtable_set_free(table, cslist_free_nop);
-  return hashtable_ptr(table);
+  return HashTablePtr(table);
 }
 
 /// list_public stores a new array of one text of each entry that is not internal.
 void list_public(char *Entry::*text, char ***out, int32_t *count) {
-  host_ptr<char *> array = host_new<char *>(table_size);
+  HostPtr<char *> array = host_new<char *>(table_size);
   *count = 0;
   for (const Entry &entry : entries())
     if (array && entry.is_internal == 0) array.get()[(*count)++] = entry.*text;
@@ -101,12 +104,12 @@ char *schema_translate_col(const char *column, char *out) noexcept {
 
 char *schema_translate_soif2rdbms(const char *list, char **out) noexcept {
   *out = nullptr;
-  Area attributes, columns;
+  BoundedString attributes, columns;
   if (list != nullptr && !attributes.append(list)) {
     CSLOG(CSLOG_ERROR, "schema", "List of SOIF-Attributes too long: %zu bytes\n", std::strlen(list));
     return nullptr;
   }
-  const hashtable_ptr seen = make_name_table();
+  const HashTablePtr seen = make_name_table();
   if (!seen) return nullptr;
   const Outcome outcome = translate_items(attributes.text(), seen.get(), columns);
   if (outcome == Outcome::too_long)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* What a check needs that must hold in a program built without assertions too. */
 #ifndef TESTS_ABI_CHECK_H
 #define TESTS_ABI_CHECK_H

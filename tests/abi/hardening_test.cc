@@ -1,8 +1,7 @@
+// SPDX-License-Identifier: MIT
 /// What a compiler and a linker can do against the exploitation of a mistake was done for every program and library.
 
 #include <dlfcn.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cctype>
@@ -14,8 +13,13 @@
 #include <string>
 #include <vector>
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include "support/directories.h"
 #include "support/files.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -87,7 +91,7 @@ TEST_P(Hardening, TheCLibraryChecksItsBounds) {
 }
 #endif
 
-TEST_P(Hardening, NothingIsLookedUpInFoldersOfTheBuilder) {
+TEST_P(Hardening, NothingIsLookedUpInDirectorysOfTheBuilder) {
   // The build tree itself finds its libraries by an absolute path, never by one relative to where a user stands.
   EXPECT_THAT(read("-d"), Not(ContainsRegex("R(UN)?PATH.*\\[[^/]")));
 }
@@ -130,13 +134,13 @@ INSTANTIATE_TEST_SUITE_P(Libraries, HardeningOfExports, ::testing::ValuesIn(libr
 /// commands returns how each source of the libraries and programs is compiled. What was defined does not show in what
 /// is made of it.
 std::vector<std::string> commands() {
-  const std::initializer_list<const char *> folders = {"qxapi/",   "libcs/",   "hashdb/", "dba/",
-                                                       "catalog/", "service/", "hosts/",  "tools/"};
+  const std::initializer_list<const char *> directories = {"qxapi/",   "libcs/",   "hashdb/", "dba/",
+                                                           "catalog/", "service/", "hosts/",  "tools/"};
   std::vector<std::string> found;
   std::istringstream lines(support::read_file(support::in_build("compile_commands.json")));
   for (std::string line; std::getline(lines, line);)
-    if (std::any_of(folders.begin(), folders.end(), [&line](const char *folder) {
-          return line.find(" -c " + support::in_source(folder)) != std::string::npos;
+    if (std::any_of(directories.begin(), directories.end(), [&line](const char *directory) {
+          return line.find(" -c " + support::in_source(directory)) != std::string::npos;
         }))
       found.push_back(line);
   return found;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The layout of the public records on 64-bit machines. Programs that were compiled against the headers read and write
    these fields directly, so that a line may be added here but none changed. */
 #include <stddef.h>

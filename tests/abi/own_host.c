@@ -1,7 +1,9 @@
+// SPDX-License-Identifier: MIT
 /* A host in C: it copies the POSIX table, replaces two entries and binds the result. */
-#include <qxapi/qxapi.h>
 #include <stdarg.h>
 #include <string.h>
+
+#include <qxapi/qxapi.h>
 
 #include "check.h"
 

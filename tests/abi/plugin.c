@@ -1,5 +1,7 @@
+// SPDX-License-Identifier: MIT
 /* A host in C loads the plug-in and finds its entries by name, as a server that knows nothing else of it. */
 #include <dlfcn.h>
+
 #include <qxapi/qxapi.h>
 
 #include "check.h"

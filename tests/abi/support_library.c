@@ -1,9 +1,11 @@
+// SPDX-License-Identifier: MIT
 /* A program that links the support library alone: what it uses is a list, a buffer, the log and a SOIF object. */
+#include <string.h>
+
 #include <libcs/adt.h>
 #include <libcs/cs.h>
 #include <libcs/log.h>
 #include <libcs/soif.h>
-#include <string.h>
 
 #include "check.h"
 

@@ -1,6 +1,4 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
+// SPDX-License-Identifier: MIT
 #include <cstdio>
 #include <memory>
 #include <ostream>
@@ -10,8 +8,13 @@
 #include <string>
 #include <vector>
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include "support/directories.h"
 #include "support/files.h"
+
+using namespace rdm;
 
 namespace {
 

@@ -1,21 +1,25 @@
+// SPDX-License-Identifier: MIT
 /// A catalog and what changes it, without the program around them.
 #include "catalog/catalog.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include "catalog/os/error.h"
 #include "catalog/transaction.h"
 #include "tools/minidba/catalog_files.h"
 
+using namespace rdm;
+
 namespace {
 
-using catalog::Absent;
 using catalog::Catalog;
-using catalog::Changes;
+using catalog::IfMissing;
 using catalog::Lock;
+using catalog::WriteBatch;
 using testing::ElementsAre;
 
 std::string url(int i) { return "http://localhost/" + std::to_string(i); }
@@ -25,17 +29,17 @@ class CatalogChanges : public testing::Test {
  protected:
   /// make commits a catalog with the descriptions 1 to `count` under their numbers.
   void make(int count) {
-    const Catalog empty(path(), Absent::empty);
-    Changes changes(empty);
-    for (int i = 1; i <= count; ++i) changes.put(static_cast<uint32_t>(i), url(i), record(i));
-    commit(lock_, empty, changes, static_cast<uint32_t>(count) + 1);
+    const Catalog empty(path(), IfMissing::empty);
+    WriteBatch batch(empty);
+    for (int i = 1; i <= count; ++i) batch.put(static_cast<uint32_t>(i), url(i), record(i));
+    commit(lock_, empty, batch, static_cast<uint32_t>(count) + 1);
   }
   void erase(uint32_t number) {
     Catalog catalog(path());
     catalog.renew_url_map(lock_);
-    Changes changes(catalog);
-    changes.erase(number, url(static_cast<int>(number)));
-    commit(lock_, catalog, changes, catalog.next_number());
+    WriteBatch batch(catalog);
+    batch.erase(number, url(static_cast<int>(number)));
+    commit(lock_, catalog, batch, catalog.next_number());
   }
   std::string path() const { return files_.path(); }
 
@@ -45,7 +49,7 @@ class CatalogChanges : public testing::Test {
 
 TEST_F(CatalogChanges, ACatalogThatIsNotThereIsAnErrorOrEmpty) {
   EXPECT_THROW(Catalog{path()}, catalog::Failure);
-  const Catalog empty(path(), Absent::empty);
+  const Catalog empty(path(), IfMissing::empty);
   EXPECT_FALSE(empty.exists());
   EXPECT_EQ(empty.get(1), std::nullopt);
   EXPECT_EQ(empty.number_of(url(1)), std::nullopt);
@@ -56,24 +60,24 @@ TEST_F(CatalogChanges, ACatalogThatIsNotThereIsAnErrorOrEmpty) {
 TEST_F(CatalogChanges, AnswerForTheCatalogAsTheyLeaveIt) {
   make(3);
   const Catalog catalog(path());
-  Changes changes(catalog);
-  EXPECT_TRUE(changes.empty());
-  changes.put(4, url(4), record(4));
-  changes.put(1, url(1), record(1, "new"));
-  changes.erase(2, url(2));
-  EXPECT_EQ(changes.number_of(url(1)), 1u);
-  EXPECT_EQ(changes.number_of(url(2)), std::nullopt);
-  EXPECT_EQ(changes.number_of(url(3)), 3u);
-  EXPECT_EQ(changes.number_of(url(4)), 4u);
-  EXPECT_EQ(changes.get(1), record(1, "new"));
-  EXPECT_EQ(changes.get(2), std::nullopt);
-  EXPECT_EQ(changes.get(3), record(3));
-  changes.put(5, url(2), record(2, "again"));
-  changes.erase(4, url(4));
-  EXPECT_EQ(changes.number_of(url(2)), 5u);
-  EXPECT_EQ(changes.number_of(url(4)), std::nullopt);
+  WriteBatch batch(catalog);
+  EXPECT_TRUE(batch.empty());
+  batch.put(4, url(4), record(4));
+  batch.put(1, url(1), record(1, "new"));
+  batch.erase(2, url(2));
+  EXPECT_EQ(batch.number_of(url(1)), 1u);
+  EXPECT_EQ(batch.number_of(url(2)), std::nullopt);
+  EXPECT_EQ(batch.number_of(url(3)), 3u);
+  EXPECT_EQ(batch.number_of(url(4)), 4u);
+  EXPECT_EQ(batch.get(1), record(1, "new"));
+  EXPECT_EQ(batch.get(2), std::nullopt);
+  EXPECT_EQ(batch.get(3), record(3));
+  batch.put(5, url(2), record(2, "again"));
+  batch.erase(4, url(4));
+  EXPECT_EQ(batch.number_of(url(2)), 5u);
+  EXPECT_EQ(batch.number_of(url(4)), std::nullopt);
   EXPECT_EQ(catalog.get(1), record(1)) << "the snapshot itself stays";
-  commit(lock_, catalog, changes, 6);
+  commit(lock_, catalog, batch, 6);
 
   const Catalog next(path());
   EXPECT_EQ(next.get(1), record(1, "new"));
@@ -99,17 +103,17 @@ TEST_F(CatalogChanges, TheOpenSnapshotStaysReadable) {
 TEST_F(CatalogChanges, ManyChangesAreFoundAgain) {
   make(0);
   const Catalog catalog(path());
-  Changes changes(catalog);
-  for (uint32_t i = 1; i <= 5000; ++i) changes.put(i, url(static_cast<int>(i)), "r" + std::to_string(i));
-  for (uint32_t i = 1; i <= 5000; i += 7) changes.erase(i, url(static_cast<int>(i)));
+  WriteBatch batch(catalog);
+  for (uint32_t i = 1; i <= 5000; ++i) batch.put(i, url(static_cast<int>(i)), "r" + std::to_string(i));
+  for (uint32_t i = 1; i <= 5000; i += 7) batch.erase(i, url(static_cast<int>(i)));
   for (uint32_t i = 1; i <= 5000; ++i) {
     const bool is_there = i % 7 != 1;
-    ASSERT_EQ(changes.number_of(url(static_cast<int>(i))), is_there ? std::optional(i) : std::nullopt);
-    ASSERT_EQ(changes.get(i), is_there ? std::optional("r" + std::to_string(i)) : std::nullopt);
+    ASSERT_EQ(batch.number_of(url(static_cast<int>(i))), is_there ? std::optional(i) : std::nullopt);
+    ASSERT_EQ(batch.get(i), is_there ? std::optional("r" + std::to_string(i)) : std::nullopt);
   }
   size_t numbers = 0, urls = 0;
-  changes.each_number([&](const Changes::Change &) { ++numbers; });
-  changes.each_url([&](const Changes::Change &) { ++urls; });
+  batch.each_number([&](const WriteBatch::Change &) { ++numbers; });
+  batch.each_url([&](const WriteBatch::Change &) { ++urls; });
   EXPECT_EQ(numbers, 5000u);
   EXPECT_EQ(urls, 5000u);
 }
@@ -164,19 +168,19 @@ TEST_F(CatalogChanges, ACommitWithoutAMapMakesOne) {
   make(5);
   unlink(files_.path(".url").c_str());
   const Catalog catalog(path());
-  Changes changes(catalog);
-  changes.put(6, url(6), record(6));
-  commit(lock_, catalog, changes, 7);
+  WriteBatch batch(catalog);
+  batch.put(6, url(6), record(6));
+  commit(lock_, catalog, batch, 7);
   const Catalog next(path());
   ASSERT_NE(next.url_map(), nullptr);
   for (int i = 1; i <= 6; ++i) EXPECT_EQ(next.number_of(url(i)), static_cast<uint32_t>(i));
 }
 
 TEST_F(CatalogChanges, OfEqualUrlsTheLowestNumberCounts) {
-  const Catalog empty(path(), Absent::empty);
-  Changes changes(empty);
-  for (uint32_t number : {9u, 3u, 5u}) changes.put(number, url(1), record(1));
-  commit(lock_, empty, changes, 10);
+  const Catalog empty(path(), IfMissing::empty);
+  WriteBatch batch(empty);
+  for (uint32_t number : {9u, 3u, 5u}) batch.put(number, url(1), record(1));
+  commit(lock_, empty, batch, 10);
   unlink(files_.path(".url").c_str());
   Catalog catalog(path());
   EXPECT_EQ(catalog.number_of(url(1)), 3u);
@@ -202,12 +206,12 @@ TEST_F(CatalogChanges, FewChangesToALargeCatalogLeaveTheRestAsItIs) {
   make(count);
   for (int round = 0; round < 4; ++round) {
     const Catalog catalog(path());
-    Changes changes(catalog);
+    WriteBatch batch(catalog);
     const int number = 1000 + round;
-    changes.put(static_cast<uint32_t>(number), url(number), record(number, "changed"));
-    changes.erase(static_cast<uint32_t>(2000 + round), url(2000 + round));
-    changes.put(static_cast<uint32_t>(count + 1 + round), url(count + 1 + round), record(count + 1 + round));
-    commit(lock_, catalog, changes, static_cast<uint32_t>(count + 2 + round));
+    batch.put(static_cast<uint32_t>(number), url(number), record(number, "changed"));
+    batch.erase(static_cast<uint32_t>(2000 + round), url(2000 + round));
+    batch.put(static_cast<uint32_t>(count + 1 + round), url(count + 1 + round), record(count + 1 + round));
+    commit(lock_, catalog, batch, static_cast<uint32_t>(count + 2 + round));
   }
   const Catalog catalog(path());
   ASSERT_NE(catalog.url_map(), nullptr);

@@ -1,8 +1,11 @@
+// SPDX-License-Identifier: MIT
 #include "cli/similar.h"
+
+#include <chrono>
 
 #include <gtest/gtest.h>
 
-#include <chrono>
+using namespace rdm;
 
 namespace {
 

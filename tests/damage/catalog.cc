@@ -1,10 +1,12 @@
+// SPDX-License-Identifier: MIT
 #include "damage/catalog.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <sstream>
+
+#include <gtest/gtest.h>
 
 #include "catalog/os/error.h"
 #include "catalog/record.h"
@@ -16,7 +18,7 @@
 #include "service/rdm.h"
 #include "support/memory_host.h"
 
-namespace damage {
+namespace rdm::damage {
 namespace {
 
 using support::soif;
@@ -93,7 +95,8 @@ std::string description(uint32_t number, size_t size) {
 }
 
 Catalog::Catalog(Writer writer)
-    : registry_(folder_, "csid=\"" + std::string(csid) + "\" catalog-database=\"" + folder_.path("catalog.db") + "\"\n",
+    : registry_(directory_,
+                "csid=\"" + std::string(csid) + "\" catalog-database=\"" + directory_.path("catalog.db") + "\"\n",
                 csid),
       records_(records_of(writer)) {
   writer == Writer::library ? make_with_library() : make_with_minidba();
@@ -104,13 +107,13 @@ Catalog::Catalog(Writer writer)
 
 std::string Catalog::path(Part part) const {
   static constexpr const char *suffixes[] = {"", ".idx", ".url"};
-  return folder_.path("catalog.db") + suffixes[part];
+  return directory_.path("catalog.db") + suffixes[part];
 }
 
 void Catalog::make_with_library() {
   HASHINFO info{};
   info.bsize = library_page_size;
-  database_ptr db(QX_dbopen(path(database).c_str(), O_RDWR | O_CREAT, 0644, DB_HASH, &info));
+  DatabasePtr db(QX_dbopen(path(database).c_str(), O_RDWR | O_CREAT, 0644, DB_HASH, &info));
   ASSERT_NE(db, nullptr);
   for (auto &[number, record] : records_) {
     std::string name = catalog::database_key(number);
@@ -127,12 +130,12 @@ void Catalog::make_with_minidba() {
   constexpr uint32_t extra = 1000;
   for (const bool whole : {false, true}) {
     const catalog::Lock lock(path(database));
-    const catalog::Catalog catalog(path(database), catalog::Absent::empty);
-    catalog::Changes changes(catalog);
+    const catalog::Catalog catalog(path(database), catalog::IfMissing::empty);
+    catalog::WriteBatch batch(catalog);
     if (!whole)
-      for (const auto &[number, record] : records_) changes.put(number, url_of(number), record);
-    whole ? changes.erase(extra, url_of(extra)) : changes.put(extra, url_of(extra), description(extra, 70000));
-    catalog::commit(lock, catalog, changes, extra + 1);
+      for (const auto &[number, record] : records_) batch.put(number, url_of(number), record);
+    whole ? batch.erase(extra, url_of(extra)) : batch.put(extra, url_of(extra), description(extra, 70000));
+    catalog::commit(lock, catalog, batch, extra + 1);
   }
 }
 
@@ -149,7 +152,7 @@ void Catalog::write(const Files &files) {
   for (const Part part : {database, index_file, url_map}) {
     ::unlink(path(part).c_str());
     if (files_[part].empty()) continue;
-    const file_guard file(::open((path(part) + "-kept").c_str(), O_RDWR | O_CLOEXEC));
+    const HostFileGuard file(::open((path(part) + "-kept").c_str(), O_RDWR | O_CLOEXEC));
     ASSERT_TRUE(file);
     overwrite(file.get(), files[part]);
     const struct timespec times[2] = {states_[part].st_atim, states_[part].st_mtim};
@@ -161,7 +164,7 @@ void Catalog::write(const Files &files) {
 Finished Catalog::run(const std::string &verb, const std::string &input,
                       const std::vector<std::string> &arguments) const {
   std::ostringstream out, errors;
-  const file_guard stream(::open(folder_.write("input", input).c_str(), O_RDONLY | O_CLOEXEC));
+  const HostFileGuard stream(::open(directory_.write("input", input).c_str(), O_RDONLY | O_CLOEXEC));
   minidba::Options options;
   options.verb = verb;
   options.database = path(database);
@@ -196,7 +199,7 @@ Answer Catalog::serve(const std::string &scope, const std::string &attributes) {
 
 Records Catalog::found() const {
   Records found;
-  const database_ptr db(dba_open(path(database).c_str(), "r"));
+  const DatabasePtr db(dba_open(path(database).c_str(), "r"));
   if (!db) return found;
   for (const auto &[number, record] : records_) {
     std::string name = catalog::database_key(number);
@@ -207,4 +210,4 @@ Records Catalog::found() const {
   return found;
 }
 
-}  // namespace damage
+}  // namespace rdm::damage

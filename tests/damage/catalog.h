@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// A catalog that is damaged, served, verified and changed again and again.
 #ifndef TESTS_DAMAGE_CATALOG_H
 #define TESTS_DAMAGE_CATALOG_H
@@ -13,7 +14,7 @@
 #include "support/files.h"
 #include "tools/minidba/verbs/verbs.h"
 
-namespace damage {
+namespace rdm::damage {
 
 /// The files of a catalog.
 enum Part { database, index_file, url_map, parts };
@@ -70,13 +71,13 @@ class Catalog {
   void make_with_minidba();
   void keep();
 
-  support::TemporaryFolder folder_;
+  support::TemporaryDirectory directory_;
   support::Registry registry_;
   Records records_;
   Files files_;
   std::array<struct stat, parts> states_{};
 };
 
-}  // namespace damage
+}  // namespace rdm::damage
 
 #endif

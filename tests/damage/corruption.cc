@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "damage/corruption.h"
 
 #include <algorithm>
@@ -5,7 +6,7 @@
 
 #include "damage/pages.h"
 
-namespace damage {
+namespace rdm::damage {
 namespace {
 
 constexpr size_t index_header = 8, index_entry = 20;
@@ -180,4 +181,4 @@ Corruption spoil_page(const Files &files, uint32_t seed) {
   return result;
 }
 
-}  // namespace damage
+}  // namespace rdm::damage

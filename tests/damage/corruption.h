@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Ways in which the files of a catalog are damaged.
 #ifndef TESTS_DAMAGE_CORRUPTION_H
 #define TESTS_DAMAGE_CORRUPTION_H
@@ -7,7 +8,7 @@
 
 #include "damage/catalog.h"
 
-namespace damage {
+namespace rdm::damage {
 
 /// Corruption is a damaged catalog; the same seed makes the same one of the same files.
 struct Corruption {
@@ -23,6 +24,6 @@ Corruption flip_bit(const Files &files, uint32_t seed);
 /// kind, or goes on where it must not. Entries are the pages of an index.
 Corruption spoil_page(const Files &files, uint32_t seed);
 
-}  // namespace damage
+}  // namespace rdm::damage
 
 #endif

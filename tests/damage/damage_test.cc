@@ -1,7 +1,7 @@
+// SPDX-License-Identifier: MIT
 /// Whatever the files of a catalog hold, the service answers honestly, verify tells of every change that could be seen,
 /// and a writer loses nothing that could still be read. RDM_DAMAGE_TRIALS says how many bits are flipped in all, and a
 /// fifth of it how many pages are spoilt.
-#include <gtest/gtest.h>
 #include <malloc.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
@@ -13,6 +13,8 @@
 #include <optional>
 #include <set>
 
+#include <gtest/gtest.h>
+
 #include "catalog/record.h"
 #include "damage/catalog.h"
 #include "damage/corruption.h"
@@ -20,6 +22,8 @@
 #include "libcs/guard.h"
 #include "service/rdm.h"
 #include "support/memory_host.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -53,13 +57,13 @@ bool holds_stray_memory(const std::string &bytes) {
 std::string fault_of(const Answer &answer) {
   if (answer.started != 1 || answer.status != 200) return "no answer";
   if (answer.announced != std::to_string(answer.body.size())) return "announced with another length";
-  soif_reader reader(answer.body);
-  const soif_ptr header = reader.next();
+  SoifReader reader(answer.body);
+  const SoifPtr header = reader.next();
   if (!header || std::string(header->template_name) != "RDMHEADER") return "no header";
   std::string objects, type = soif_findval(header.get(), "rdm-type");
   const std::string rest = answer.body.substr(static_cast<size_t>(reader.position()));
   while (!reader.at_end())
-    if (const soif_ptr object = reader.next()) objects += catalog::print(object.get());
+    if (const SoifPtr object = reader.next()) objects += catalog::print(object.get());
   const bool has_error = soif_findval(header.get(), "rdm-error-message") != nullptr;
   if (type != "rd-response" && type != "status-response") return "of type " + type;
   if (has_error != objects.empty()) return "neither objects nor an error";
@@ -235,7 +239,7 @@ class DamagedCatalog : public support::HostTest, public testing::WithParamInterf
 
   /// run_batch runs trials in a process of its own and returns what went wrong.
   std::string run_batch(int first, int last) {
-    const std::string complaints = folder_.path("complaints");
+    const std::string complaints = directory_.path("complaints");
     support::write_file(complaints, "");
     *current_ = first;
     const pid_t child = ::fork();
@@ -263,7 +267,7 @@ class DamagedCatalog : public support::HostTest, public testing::WithParamInterf
     return testing::Test::HasFailure() ? 1 : 0;
   }
 
-  support::TemporaryFolder folder_;
+  support::TemporaryDirectory directory_;
   std::optional<damage::Catalog> catalog_;
   Sight undamaged_;
   int *current_ =

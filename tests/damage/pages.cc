@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: MIT
 #include "damage/pages.h"
 
 #include <algorithm>
 
-namespace damage {
+namespace rdm::damage {
 namespace {
 
 constexpr uint16_t full_key = 2, full_key_data = 3, least_offset = 4;
@@ -63,4 +64,4 @@ std::vector<bool> HashPages::matters() const {
   return matters;
 }
 
-}  // namespace damage
+}  // namespace rdm::damage

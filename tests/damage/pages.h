@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// The pages of a sound hash file, taken apart by code of the tests' own, so that the reader is not its own judge.
 #ifndef TESTS_DAMAGE_PAGES_H
 #define TESTS_DAMAGE_PAGES_H
@@ -8,7 +9,7 @@
 
 #include "hashdb/format.h"
 
-namespace damage {
+namespace rdm::damage {
 
 /// slot returns a number of a page's slots, set_slot changes it.
 inline uint16_t slot(const std::string &bytes, size_t page_start, size_t index) {
@@ -55,6 +56,6 @@ class HashPages {
   std::vector<Use> uses_;
 };
 
-}  // namespace damage
+}  // namespace rdm::damage
 
 #endif

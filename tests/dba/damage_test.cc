@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// A catalog file may hold anything: no byte of it makes a read crash, hang or return what it should not.
 #include <sys/wait.h>
 #include <unistd.h>
@@ -14,6 +15,8 @@
 #include "hashdb/format.h"
 #include "support/files.h"
 #include "support/memory_host.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -51,7 +54,7 @@ class Damage : public support::HostTest {
   /// of reading must end. A refused open leaves `refused` true.
   Records read_all(bool &refused) {
     Records found;
-    const database_ptr db(dba_open(path.c_str(), "r"));
+    const DatabasePtr db(dba_open(path.c_str(), "r"));
     refused = db == nullptr;
     if (refused) return found;
     for (const auto &[name, content] : all) {
@@ -117,8 +120,8 @@ class Damage : public support::HostTest {
     return changed;
   }
 
-  support::TemporaryFolder folder;
-  std::string path = folder.path("catalog");
+  support::TemporaryDirectory directory;
+  std::string path = directory.path("catalog");
   Records all;
   std::string bytes;
   hashdb::Header header;
@@ -237,7 +240,7 @@ TEST_F(Damage, AValueWithoutItsLastPageIsDamaged) {
       std::string changed = bytes;
       std::memcpy(&changed[place + 4], &mark, sizeof mark);
       support::write_file(path, changed);
-      const database_ptr db(dba_open(path.c_str(), "r"));
+      const DatabasePtr db(dba_open(path.c_str(), "r"));
       ASSERT_NE(db, nullptr);
       size_t failures = 0;
       for (const auto &[name, content] : all) {
@@ -260,7 +263,7 @@ TEST_F(Damage, APageBehindTheEndIsEmptyAndOneThatIsCutIsDamaged) {
     for (const size_t rest : {size_t{0}, size_t{100}, page_size - size_t{1}}) {
       const size_t size = page * page_size + rest;
       support::write_file(path, bytes.substr(0, size));
-      const database_ptr db(dba_open(path.c_str(), "r"));
+      const DatabasePtr db(dba_open(path.c_str(), "r"));
       if (db == nullptr) continue;  // the header counts more
       const auto before = get(db.get(), witness);
       for (const auto &[name, content] : all) {
@@ -282,7 +285,7 @@ TEST_F(Damage, ADamagedRecordAnswersMinusOneWithAnErrorNumber) {
   std::string changed = bytes;
   for (size_t place = page_size; place + 1 < changed.size(); place += page_size) changed[place] = 3;
   support::write_file(path, changed);
-  const database_ptr db(dba_open(path.c_str(), "r"));
+  const DatabasePtr db(dba_open(path.c_str(), "r"));
   ASSERT_NE(db, nullptr);
   for (const auto &[name, content] : all) {
     errno = 0;
@@ -296,7 +299,7 @@ TEST_F(Damage, AWalkGoesOnBehindADamagedBucket) {
   std::string changed = bytes;
   changed[hashdb::bucket_page(header, bucket_of(victim)) * page_size] = 3;
   support::write_file(path, changed);
-  const database_ptr db(dba_open(path.c_str(), "r"));
+  const DatabasePtr db(dba_open(path.c_str(), "r"));
   DBT key{}, value{};
   size_t failures = 0, found = 0;
   for (int result = dba_first(db.get(), &key, &value); result != 1; result = dba_next(db.get(), &key, &value))

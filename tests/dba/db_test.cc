@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <malloc.h>
@@ -9,6 +10,8 @@
 #include "dba/records.h"
 #include "support/files.h"
 #include "support/memory_host.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -37,14 +40,14 @@ const std::string number_one = "00000001", one = "one";
 class Opening : public support::HostTest {
  protected:
   ~Opening() override { all_databases_locked_closed = 0; }
-  database_ptr open(int flags, int type = DB_HASH) {
+  DatabasePtr open(int flags, int type = DB_HASH) {
     errno = 0;
-    return database_ptr(QX_dbopen(path.c_str(), flags, 0600, type, nullptr));
+    return DatabasePtr(QX_dbopen(path.c_str(), flags, 0600, type, nullptr));
   }
   void make() { ASSERT_TRUE(records::make_with_library(path, {{"00000001", "one"}})); }
 
-  support::TemporaryFolder folder;
-  std::string path = folder.path("catalog");
+  support::TemporaryDirectory directory;
+  std::string path = directory.path("catalog");
 };
 
 TEST_F(Opening, RefusesEveryFlagThatIsNotAllowed) {
@@ -96,10 +99,10 @@ TEST_F(Opening, ALockedDatabaseIsRefusedAndNoFileIsTouched) {
     errno = 0;
     EXPECT_EQ(dba_open(path.c_str(), mode), nullptr) << mode;
     EXPECT_EQ(errno, EINVAL) << mode;
-    EXPECT_EQ(dba_open(folder.path("absent").c_str(), mode), nullptr) << mode;
+    EXPECT_EQ(dba_open(directory.path("absent").c_str(), mode), nullptr) << mode;
     EXPECT_EQ(errno, EINVAL) << mode;
   }
-  EXPECT_FALSE(support::file_exists(folder.path("absent")));
+  EXPECT_FALSE(support::file_exists(directory.path("absent")));
   EXPECT_EQ(support::read_file(path), before);
   EXPECT_EQ(std::filesystem::last_write_time(path), changed);
 }
@@ -121,7 +124,7 @@ TEST_F(Opening, AnyValueOfTheLockRefuses) {
 
 TEST_F(Opening, TheLockLeavesDatabasesInMemoryAlone) {
   dbSetOrClearDBLock(0);
-  const database_ptr db(QX_dbopen(nullptr, create, 0600, DB_HASH, nullptr));
+  const DatabasePtr db(QX_dbopen(nullptr, create, 0600, DB_HASH, nullptr));
   ASSERT_NE(db, nullptr);
   DBT key = item(number_one);
   const DBT value = item(one);
@@ -131,7 +134,7 @@ TEST_F(Opening, TheLockLeavesDatabasesInMemoryAlone) {
 
 TEST_F(Opening, TheLockLeavesOpenHandlesAlone) {
   make();
-  const database_ptr db = open(O_RDONLY);
+  const DatabasePtr db = open(O_RDONLY);
   dbSetOrClearDBLock(0);
   EXPECT_EQ(get(db.get(), "00000001").value, "one");
 }
@@ -168,12 +171,12 @@ TEST_F(Opening, AnEmptyFileOpensOnlyToBeTruncated) {
 }
 
 TEST_F(Opening, RefusesWhatIsNotAHashFile) {
-  ASSERT_EQ(mkfifo(folder.path("fifo").c_str(), 0600), 0);
-  folder.write("text", std::string(100000, 'x'));
-  folder.write("empty", "");
-  folder.write("short", std::string("\x00\x06\x15\x61", 4));
+  ASSERT_EQ(mkfifo(directory.path("fifo").c_str(), 0600), 0);
+  directory.write("text", std::string(100000, 'x'));
+  directory.write("empty", "");
+  directory.write("short", std::string("\x00\x06\x15\x61", 4));
   for (const char *name : {"", "fifo", "text", "empty", "short"}) {
-    path = folder.path(name);
+    path = directory.path(name);
     for (const int flags : {O_RDONLY, O_RDWR}) {
       EXPECT_EQ(open(flags), nullptr) << name;
       EXPECT_EQ(errno, EINVAL) << name;
@@ -183,7 +186,7 @@ TEST_F(Opening, RefusesWhatIsNotAHashFile) {
 
 TEST_F(Opening, DescriptorsAreCloseOnExec) {
   for (const int flags : {create | O_TRUNC, O_RDWR, O_RDONLY}) {
-    const database_ptr db = open(flags);
+    const DatabasePtr db = open(flags);
     ASSERT_NE(db, nullptr);
     const int fd = db->fd(db.get());
     ASSERT_GE(fd, 0);
@@ -206,7 +209,7 @@ TEST_F(Opening, ClosingGivesBackWhatTheLibraryTookForLongRecords) {
   const std::string content = records::value_of(1, 1000000);
   const auto use = [&] {
     for (const char *file : {path.c_str(), static_cast<const char *>(nullptr)}) {
-      const database_ptr db(QX_dbopen(file, create | O_TRUNC, 0600, DB_HASH, nullptr));
+      const DatabasePtr db(QX_dbopen(file, create | O_TRUNC, 0600, DB_HASH, nullptr));
       DBT key = item(number_one);
       const DBT value = item(content);
       ASSERT_EQ(dba_put(db.get(), &key, &value), 0);

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "dba/dba.h"
 
 #include <sys/stat.h>
@@ -7,6 +8,8 @@
 #include "dba/records.h"
 #include "support/files.h"
 #include "support/memory_host.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -19,7 +22,7 @@ using records::value_of;
 
 class Dba : public support::HostTest {
  protected:
-  database_ptr open(const char *mode) { return database_ptr(dba_open(path.c_str(), mode)); }
+  DatabasePtr open(const char *mode) { return DatabasePtr(dba_open(path.c_str(), mode)); }
   int put(DB *db, const std::string &name, const std::string &content) {
     DBT key = item(name);
     const DBT value = item(content);
@@ -29,14 +32,14 @@ class Dba : public support::HostTest {
     const DBT key = item(name);
     return dba_del(db, &key);
   }
-  support::TemporaryFolder folder;
-  std::string path = folder.path("catalog");
+  support::TemporaryDirectory directory;
+  std::string path = directory.path("catalog");
 };
 
 TEST_F(Dba, GetReturnsTheStoredTextWithItsExactSize) {
   const std::string soif = "@FILE { http://localhost/a.html\ntitle{5}:\tHe\0lo\n}\n"s;
   ASSERT_EQ(put(open("w+").get(), "0000002a", soif), 0);
-  const database_ptr db = open("r");
+  const DatabasePtr db = open("r");
   ASSERT_NE(db, nullptr);
   const auto found = get(db.get(), "0000002a");
   EXPECT_EQ(found.result, 0);
@@ -60,7 +63,7 @@ TEST_F(Dba, WritePlusEmptiesTheFile) {
 TEST_F(Dba, WriteKeepsTheFile) {
   ASSERT_EQ(put(open("w").get(), "00000001", "one"), 0);
   ASSERT_EQ(put(open("w").get(), "00000002", "two"), 0);
-  const database_ptr db = open("w");
+  const DatabasePtr db = open("w");
   EXPECT_EQ(get(db.get(), "00000001").value, "one");
   EXPECT_EQ(get(db.get(), "00000002").value, "two");
 }
@@ -77,7 +80,7 @@ TEST_F(Dba, NewFilesAreReadableByAll) {
 TEST_F(Dba, EveryOtherModeOpensReadOnly) {
   ASSERT_EQ(put(open("w+").get(), "00000001", "one"), 0);
   for (const char *mode : {"r", "a", "", "r+", "W", "w+b", "rw"}) {
-    const database_ptr db = open(mode);
+    const DatabasePtr db = open(mode);
     ASSERT_NE(db, nullptr) << mode;
     EXPECT_EQ(get(db.get(), "00000001").value, "one") << mode;
     errno = 0;
@@ -99,7 +102,7 @@ TEST_F(Dba, ReadingDoesNotCreateAFile) {
 }
 
 TEST_F(Dba, PutAndReplaceBothOverwrite) {
-  const database_ptr db = open("w+");
+  const DatabasePtr db = open("w+");
   const std::string name = "00000001", first = "first", second = "second", third = "third";
   DBT key = item(name);
   DBT value = item(first);
@@ -113,7 +116,7 @@ TEST_F(Dba, PutAndReplaceBothOverwrite) {
 }
 
 TEST_F(Dba, DeleteTellsRemovedFromAbsent) {
-  const database_ptr db = open("w+");
+  const DatabasePtr db = open("w+");
   ASSERT_EQ(put(db.get(), "00000001", "one"), 0);
   EXPECT_EQ(del(db.get(), "00000001"), 0);
   EXPECT_EQ(del(db.get(), "00000001"), 1);
@@ -125,7 +128,7 @@ TEST_F(Dba, FirstAndNextReadEveryRecordOnce) {
   for (unsigned i = 1; i <= 500; ++i) all[key_of(i)] = value_of(i, i % 90);
   ASSERT_TRUE(records::make_with_library(path, all));
   for (const char *mode : {"r", "w"}) {
-    const database_ptr db = open(mode);
+    const DatabasePtr db = open(mode);
     DBT key{}, value{};
     size_t count = 0;
     records::Records found;
@@ -142,7 +145,7 @@ TEST_F(Dba, FirstAndNextReadEveryRecordOnce) {
 
 TEST_F(Dba, FirstStartsOver) {
   ASSERT_TRUE(records::make_with_library(path, {{"00000001", "one"}, {"00000002", "two"}}));
-  const database_ptr db = open("r");
+  const DatabasePtr db = open("r");
   DBT key{}, value{};
   ASSERT_EQ(dba_first(db.get(), &key, &value), 0);
   const std::string first = text(key);
@@ -155,7 +158,7 @@ TEST_F(Dba, FirstStartsOver) {
 
 TEST_F(Dba, NextWithoutFirstStartsAtTheFirst) {
   ASSERT_TRUE(records::make_with_library(path, {{"00000001", "one"}}));
-  const database_ptr db = open("r");
+  const DatabasePtr db = open("r");
   DBT key{}, value{};
   EXPECT_EQ(dba_next(db.get(), &key, &value), 0);
   EXPECT_EQ(text(value), "one");
@@ -163,7 +166,7 @@ TEST_F(Dba, NextWithoutFirstStartsAtTheFirst) {
 
 TEST_F(Dba, AWalkThroughAnEmptyDatabaseEndsAtOnce) {
   open("w+");
-  const database_ptr db = open("r");
+  const DatabasePtr db = open("r");
   DBT key{}, value{};
   EXPECT_EQ(dba_first(db.get(), &key, &value), 1);
   EXPECT_EQ(dba_next(db.get(), &key, &value), 1);

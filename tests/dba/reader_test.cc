@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "dba/reader.h"
 
 #include <malloc.h>
@@ -11,6 +12,8 @@
 #include "support/files.h"
 #include "support/memory_host.h"
 
+using namespace rdm;
+
 namespace {
 
 using records::get;
@@ -23,11 +26,11 @@ const std::string number_one = "00000001";
 
 class Reading : public support::HostTest {
  protected:
-  database_ptr open() { return database_ptr(dba_open(path.c_str(), "r")); }
+  DatabasePtr open() { return DatabasePtr(dba_open(path.c_str(), "r")); }
 
   /// expect_all asserts that reads by key and a walk both return exactly these records.
   void expect_all(const Records &all) {
-    const database_ptr db = open();
+    const DatabasePtr db = open();
     ASSERT_NE(db, nullptr);
     for (const auto &[name, content] : all) {
       const auto found = get(db.get(), name);
@@ -39,8 +42,8 @@ class Reading : public support::HostTest {
     EXPECT_EQ(result, 1);
   }
 
-  support::TemporaryFolder folder;
-  std::string path = folder.path("catalog");
+  support::TemporaryDirectory directory;
+  std::string path = directory.path("catalog");
 };
 
 /// Records of every length around the size of a page, where their layout changes.
@@ -79,14 +82,14 @@ TEST_F(Reading, ReadsLongAndShortRecordsOfOneBucket) {
     Records all;
     for (unsigned i = 1; i <= 40; ++i) all[key_of(i)] = value_of(i, i % 9 == 1 ? length + i : 20 + i);
     {
-      const database_ptr db(QX_dbopen(path.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0600, DB_HASH, &info));
+      const DatabasePtr db(QX_dbopen(path.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0600, DB_HASH, &info));
       for (const auto &[name, content] : all) {
         DBT key = item(name);
         const DBT value = item(content);
         ASSERT_EQ(dba_put(db.get(), &key, &value), 0) << length;
       }
     }
-    const database_ptr db(QX_dbopen(path.c_str(), O_RDONLY, 0, DB_HASH, &info));
+    const DatabasePtr db(QX_dbopen(path.c_str(), O_RDONLY, 0, DB_HASH, &info));
     ASSERT_NE(db, nullptr);
     for (const auto &[name, content] : all) EXPECT_TRUE(get(db.get(), name).value == content) << length << " " << name;
     int result = 0;
@@ -141,7 +144,7 @@ void make_random_changes(const std::string &path, unsigned seed) {
   HASHINFO info{};
   info.bsize = 256u << random() % 6;
   info.ffactor = random() % 20;
-  const database_ptr db(QX_dbopen(path.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0600, DB_HASH, &info));
+  const DatabasePtr db(QX_dbopen(path.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0600, DB_HASH, &info));
   ASSERT_NE(db, nullptr);
   for (unsigned i = 0; i < 500; ++i) {
     const std::string name = key_of(random() % 200);
@@ -159,8 +162,8 @@ TEST_F(Reading, ReadsWhatTheLibraryReads) {
   size_t compared = 0;
   for (unsigned seed = 0; seed < 60; ++seed) {
     make_random_changes(path, seed);
-    const database_ptr library(dbopen(path.c_str(), O_RDONLY, 0, DB_HASH, nullptr));
-    const database_ptr db = open();
+    const DatabasePtr library(dbopen(path.c_str(), O_RDONLY, 0, DB_HASH, nullptr));
+    const DatabasePtr db = open();
     ASSERT_NE(db, nullptr);
     for (unsigned i = 0; i < 200; ++i) {
       const auto expected = get(library.get(), key_of(i));
@@ -181,13 +184,13 @@ TEST_F(Reading, UsesTheHashFunctionItIsGiven) {
     return static_cast<uint32_t>(size) * 77 + *static_cast<const unsigned char *>(bytes);
   };
   {
-    const database_ptr db(QX_dbopen(path.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0600, DB_HASH, &info));
+    const DatabasePtr db(QX_dbopen(path.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0600, DB_HASH, &info));
     DBT key = item(number_one);
     const std::string one = "one";
     const DBT value = item(one);
     ASSERT_EQ(dba_put(db.get(), &key, &value), 0);
   }
-  const database_ptr db(QX_dbopen(path.c_str(), O_RDONLY, 0, DB_HASH, &info));
+  const DatabasePtr db(QX_dbopen(path.c_str(), O_RDONLY, 0, DB_HASH, &info));
   ASSERT_NE(db, nullptr);
   EXPECT_EQ(get(db.get(), "00000001").value, "one");
   EXPECT_EQ(open(), nullptr);
@@ -197,7 +200,7 @@ TEST_F(Reading, UsesTheHashFunctionItIsGiven) {
 TEST_F(Reading, UsesTheDefaultHashFunctionWithoutAnother) {
   ASSERT_TRUE(records::make_with_library(path, {{"00000001", "one"}}));
   const HASHINFO info{};
-  const database_ptr db(QX_dbopen(path.c_str(), O_RDONLY, 0, DB_HASH, &info));
+  const DatabasePtr db(QX_dbopen(path.c_str(), O_RDONLY, 0, DB_HASH, &info));
   ASSERT_NE(db, nullptr);
   EXPECT_EQ(get(db.get(), "00000001").value, "one");
 }
@@ -218,7 +221,7 @@ TEST_F(Reading, FailsWhenMemoryDoes) {
   ASSERT_TRUE(records::make_with_library(path, {{"00000001", value_of(1, 5000)}}, 512));
   int failures = 0;
   for (bool failed = true; failed; failures += failed ? 1 : 0) {
-    const database_ptr db = open();
+    const DatabasePtr db = open();
     host.fail_allocation = host.allocations + 1 + failures;
     errno = 0;
     failed = get(db.get(), "00000001").result != 0;
@@ -233,7 +236,7 @@ TEST_F(Reading, FailsWhenMemoryDoes) {
 
 TEST_F(Reading, RefusesFlagsThatReadsDoNotHave) {
   ASSERT_TRUE(records::make_with_library(path, {{"00000001", "one"}}));
-  const database_ptr db = open();
+  const DatabasePtr db = open();
   DBT key = item(number_one);
   DBT value{};
   EXPECT_EQ(db->get(db.get(), &key, &value, R_NOOVERWRITE), -1);
@@ -248,7 +251,7 @@ TEST_F(Reading, RefusesFlagsThatReadsDoNotHave) {
 
 TEST_F(Reading, LeavesErrnoAloneWhenItSucceeds) {
   ASSERT_TRUE(records::make_with_library(path, {{"00000001", "one"}}));
-  const database_ptr db = open();
+  const DatabasePtr db = open();
   errno = ERANGE;
   EXPECT_EQ(get(db.get(), "00000001").result, 0);
   EXPECT_EQ(get(db.get(), "00000002").result, 1);
@@ -257,9 +260,9 @@ TEST_F(Reading, LeavesErrnoAloneWhenItSucceeds) {
 
 TEST_F(Reading, KeepsTheFileItOpened) {
   ASSERT_TRUE(records::make_with_library(path, {{"00000001", "old"}}));
-  const database_ptr db = open();
-  ASSERT_TRUE(records::make_with_library(folder.path("new"), {{"00000001", "new"}}));
-  ASSERT_EQ(std::rename(folder.path("new").c_str(), path.c_str()), 0);
+  const DatabasePtr db = open();
+  ASSERT_TRUE(records::make_with_library(directory.path("new"), {{"00000001", "new"}}));
+  ASSERT_EQ(std::rename(directory.path("new").c_str(), path.c_str()), 0);
   EXPECT_EQ(get(db.get(), "00000001").value, "old");
   EXPECT_EQ(get(open().get(), "00000001").value, "new");
 }

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Databases that tests make and read.
 #ifndef TESTS_DBA_RECORDS_H
 #define TESTS_DBA_RECORDS_H
@@ -11,7 +12,7 @@
 #include "dba/dba.h"
 #include "dba/guard.h"
 
-namespace records {
+namespace rdm::records {
 
 using Records = std::map<std::string, std::string>;
 
@@ -38,7 +39,7 @@ inline bool make_with_library(const std::string &path, const Records &records, u
   HASHINFO info{};
   info.bsize = page_size;
   info.lorder = lorder;
-  database_ptr db(QX_dbopen(path.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0644, DB_HASH, &info));
+  DatabasePtr db(QX_dbopen(path.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0644, DB_HASH, &info));
   if (!db) return false;
   for (const auto &[name, content] : records) {
     DBT key = item(name);
@@ -69,6 +70,6 @@ inline Records walk(DB *db, int &result) {
   return found;
 }
 
-}  // namespace records
+}  // namespace rdm::records
 
 #endif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Many clients at once, while operators rotate logs and rebuild catalogs: everybody is answered as if alone.
 
 #include <algorithm>
@@ -15,9 +16,11 @@
 #include "e2e/service.h"
 #include "support/directories.h"
 
+using namespace rdm;
+
 namespace {
 
-using namespace e2e;
+using namespace rdm::e2e;
 using support::HttpClient;
 using support::HttpResponse;
 
@@ -59,8 +62,8 @@ class Concurrency : public ServiceTest {
 
   void SetUp() override {
     for (const char *name : {"rfc", "classics"})
-      make_catalog(folder_.path(), name, examples::example(std::string(name) + "/rds.soif"));
-    start(filled("csid.conf.in", folder_.path()));
+      make_catalog(directory_.path(), name, examples::example(std::string(name) + "/rds.soif"));
+    start(filled("csid.conf.in", directory_.path()));
     for (const std::string &request : requests()) {
       const std::size_t before = lines().size();
       HttpClient client(port_);
@@ -119,7 +122,7 @@ class Concurrency : public ServiceTest {
 
   void expect_whole_diagnostics() const {
     static const std::regex whole(R"(\[\d\d/\w{3}/\d{4}:\d\d:\d\d:\d\d\] +\d+@\d+:.*)");
-    std::istringstream log(support::read_file(folder_.path("debug.log")));
+    std::istringstream log(support::read_file(directory_.path("debug.log")));
     for (std::string line; std::getline(log, line);) EXPECT_TRUE(std::regex_match(line, whole)) << line;
   }
 
@@ -162,11 +165,12 @@ class Concurrency : public ServiceTest {
   /// rotate renames the access log and has the server open a new one.
   void rotate() {
     std::error_code ignored;
-    std::filesystem::rename(folder_.path("access"), folder_.path("access." + std::to_string(++rotations_)), ignored);
+    std::filesystem::rename(directory_.path("access"), directory_.path("access." + std::to_string(++rotations_)),
+                            ignored);
     server_->signal(SIGHUP);
   }
   void rebuild() const {
-    const std::string database = folder_.path("classics.db"), bin = support::in_build("bin/minidba") + " -q -d ";
+    const std::string database = directory_.path("classics.db"), bin = support::in_build("bin/minidba") + " -q -d ";
     run(bin + database + " rebuild");
     run(bin + database + " -i " + database + ".idx index");
   }
@@ -192,7 +196,7 @@ TEST_F(Concurrency, EverybodyIsAnsweredAsIfAlone) {
   expect_whole_diagnostics();
   std::string access_lines = access();
   for (int i = 1; i <= rotations_; ++i)
-    if (const std::string name = folder_.path("access." + std::to_string(i)); support::file_exists(name))
+    if (const std::string name = directory_.path("access." + std::to_string(i)); support::file_exists(name))
       access_lines += support::read_file(name);
   EXPECT_EQ(static_cast<std::size_t>(std::count(access_lines.begin(), access_lines.end(), '\n')),
             exchanges_.size() * (clients * rounds + 1));
@@ -200,7 +204,7 @@ TEST_F(Concurrency, EverybodyIsAnsweredAsIfAlone) {
 
 /// Copying and truncating may lose lines in between, but never leaves a part of one.
 TEST_F(Concurrency, ATransactionLogThatIsCutGoesOnWithWholeLines) {
-  const std::string log = folder_.path("rdm.log"), diagnostics = folder_.path("debug.log");
+  const std::string log = directory_.path("rdm.log"), diagnostics = directory_.path("debug.log");
   while_clients_harvest({[&] {
     for (const std::string &path : {log, diagnostics}) std::filesystem::resize_file(path, 0);
   }});

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Harvesting: what gatherers get, byte for byte.
 
 #include <array>
@@ -11,9 +12,11 @@
 #include "e2e/service.h"
 #include "libcs/cs.h"
 
+using namespace rdm;
+
 namespace {
 
-using namespace e2e;
+using namespace rdm::e2e;
 using support::HttpResponse;
 
 class Harvest : public ServiceTest {
@@ -57,7 +60,7 @@ TEST_F(Harvest, TheAnswerHoldsEveryDescriptionAsItWasImported) {
     for (const auto &object :
          examples::parse(post("/rdm/rd-request", rd_request(catalog.csid, attribute("scope", "all"))).body))
       received.emplace(object.url, object);
-    const auto descriptions = examples::parse_example(catalog.folder + "/rds.soif");
+    const auto descriptions = examples::parse_example(catalog.directory + "/rds.soif");
     ASSERT_EQ(descriptions.size(), catalog.descriptions);
     EXPECT_EQ(received.size(), catalog.descriptions + 1) << "the header as well";
     for (const auto &description : descriptions) {
@@ -111,18 +114,18 @@ TEST_F(Harvest, ViewAttributesKeepsThoseNamed) {
 }
 
 TEST_F(Harvest, SinceSendsWhatChangedAtThatTimeAndLater) {
-  const std::string folder = folder_.path();
-  const std::string database = folder_.path("rfc.db");
+  const std::string directory = directory_.path();
+  const std::string database = directory_.path("rfc.db");
   // Times have seconds: each batch gets one of its own.
-  make_catalog(folder, "rfc", examples::example("rfc/rds.soif"));
+  make_catalog(directory, "rfc", examples::example("rfc/rds.soif"));
   for (const std::vector<std::string> &urls :
        {std::vector<std::string>{"x://new/1"}, {"x://new/2", "x://new/3", "x://new/4"}}) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1100));
     std::string batch;
     for (const std::string &url : urls) batch += "@FILE { " + url + "\n" + attribute("title", "New") + "}\n";
-    make_catalog(folder, "rfc", folder_.write("batch", batch));
+    make_catalog(directory, "rfc", directory_.write("batch", batch));
   }
-  start(filled("csid.conf.in", folder));
+  start(filled("csid.conf.in", directory));
   const auto index = read_index(database + ".idx");
   ASSERT_EQ(index.size(), 92u);
   const std::uint32_t second = index[88].time;
@@ -145,13 +148,13 @@ TEST_F(Harvest, SinceSendsWhatChangedAtThatTimeAndLater) {
 }
 
 TEST_F(Harvest, AnUpdatedCatalogIsServedFromTheNextRequestOn) {
-  make_catalog(folder_.path(), "rfc", examples::example("rfc/rds.soif"));
-  const std::string database = folder_.path("rfc.db");
-  start(filled("csid.conf.in", folder_.path()));
+  make_catalog(directory_.path(), "rfc", examples::example("rfc/rds.soif"));
+  const std::string database = directory_.path("rfc.db");
+  start(filled("csid.conf.in", directory_.path()));
   const std::string before = expected(database, read_index(database + ".idx"));
   EXPECT_EQ(get("/rdm/rd-request?ql=gatherer&scope=all").body, before);
-  make_catalog(folder_.path(), "rfc",
-               folder_.write("batch", "@FILE { x://new/1\n" + attribute("title", "New") + "}\n"));
+  make_catalog(directory_.path(), "rfc",
+               directory_.write("batch", "@FILE { x://new/1\n" + attribute("title", "New") + "}\n"));
   const std::string after = expected(database, read_index(database + ".idx"));
   EXPECT_NE(after, before);
   EXPECT_EQ(get("/rdm/rd-request?ql=gatherer&scope=all").body, after);
@@ -163,7 +166,7 @@ class LargeHarvest : public Harvest {
   static constexpr std::size_t records = 4000;
 
   static void SetUpTestSuite() {
-    shared_ = std::make_unique<support::TemporaryFolder>();
+    shared_ = std::make_unique<support::TemporaryDirectory>();
     std::string text;
     for (std::size_t i = 0; i < records; ++i)
       text += "@FILE { x://large/" + std::to_string(i) + "\n" +
@@ -219,7 +222,7 @@ TEST_F(LargeHarvest, LeavesNoTemporaryFileBehind) {
   serve();
   EXPECT_EQ(get("/rdm/rd-request?ql=gatherer&scope=all").body.size(), whole().size());
   EXPECT_EQ(stop(), 0);
-  EXPECT_TRUE(std::filesystem::is_empty(folder_.path("tmp")));
+  EXPECT_TRUE(std::filesystem::is_empty(directory_.path("tmp")));
 }
 
 }  // namespace

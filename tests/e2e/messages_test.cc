@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Status, descriptions, refusals, and what is logged about them.
 
 #include <map>
@@ -7,9 +8,11 @@
 
 #include "e2e/service.h"
 
+using namespace rdm;
+
 namespace {
 
-using namespace e2e;
+using namespace rdm::e2e;
 using support::HttpClient;
 using support::HttpResponse;
 
@@ -65,14 +68,14 @@ TEST_F(Messages, AMissingDescriptionIsAnsweredInItsOwnKind) {
 }
 
 TEST_F(Messages, AnEmptyDescriptionIsAHeadWithoutLength) {
-  const std::string empty = folder_.write("empty.rdm", "");
+  const std::string empty = directory_.write("empty.rdm", "");
   start("csid=\"" + rfc + "\" server-description=\"" + empty + "\"\n");
   const HttpResponse response = get("/rdm/server-description-request");
   EXPECT_EQ(response.status, 200);
   EXPECT_EQ(response.fields.count("content-length"), 0u);
   EXPECT_EQ(response.field("connection"), "close");
   EXPECT_EQ(response.body, "");
-  const std::string diagnostics = support::read_file(folder_.path("debug.log"));
+  const std::string diagnostics = support::read_file(directory_.path("debug.log"));
   EXPECT_NE(diagnostics.find("ERROR: RDM Engine generated a bad result?\n"), std::string::npos) << diagnostics;
   EXPECT_NE(diagnostics.find("ERROR: \tZero length result.\n"), std::string::npos) << diagnostics;
 }
@@ -203,9 +206,9 @@ TEST_F(Messages, EachRequestLeavesAnAccessLine) {
 class Operation : public ServiceTest {};
 
 TEST_F(Operation, TheExamplesPassTheCheck) {
-  run("mkdir -p " + folder_.path("tmp"));
-  folder_.write("csid.conf", filled("csid.conf.in", shared_->path()));
-  const std::string config = folder_.write("rdm.conf", filled("rdm.conf.in", folder_.path()));
+  run("mkdir -p " + directory_.path("tmp"));
+  directory_.write("csid.conf", filled("csid.conf.in", shared_->path()));
+  const std::string config = directory_.write("rdm.conf", filled("rdm.conf.in", directory_.path()));
   support::RdmdProcess server({"--check", "--config", config});
   EXPECT_EQ(server.wait(), 0);
   EXPECT_EQ(server.errors(), "");
@@ -217,7 +220,7 @@ TEST_F(Operation, TheServerEndsWithAllItsLogsWritten) {
   get("/rdm/status-request");
   EXPECT_EQ(stop(), 0);
   EXPECT_NE(transactions().find("\"STATUS OK sent\" - -\n"), std::string::npos);
-  EXPECT_NE(support::read_file(folder_.path("debug.log")).find("RDM server is on-line.\n"), std::string::npos);
+  EXPECT_NE(support::read_file(directory_.path("debug.log")).find("RDM server is on-line.\n"), std::string::npos);
 }
 
 TEST_F(Operation, AConfigurationThatTheServiceRefusesEndsTheServer) {
@@ -232,7 +235,7 @@ TEST_F(Operation, AConfigurationThatTheServiceRefusesEndsTheServer) {
        "Parameter 'csid-config' required by rdm-init in configuration file.\n"},
   };
   for (const auto &row : cases) {
-    const std::string config = folder_.write("rdm.conf", row.text);
+    const std::string config = directory_.write("rdm.conf", row.text);
     support::RdmdProcess server({"--listen", "127.0.0.1:0", "--config", config});
     EXPECT_EQ(server.wait(), 1);
     const std::string errors = server.errors();
@@ -245,10 +248,10 @@ TEST_F(Operation, AConfigurationThatTheServiceRefusesEndsTheServer) {
 }
 
 TEST_F(Operation, AConfigurationThatIsNotThereEndsTheServer) {
-  support::RdmdProcess server({"--listen", "127.0.0.1:0", "--config", folder_.path("none.conf")});
+  support::RdmdProcess server({"--listen", "127.0.0.1:0", "--config", directory_.path("none.conf")});
   EXPECT_EQ(server.wait(), 1);
   const std::string errors = server.errors();
-  EXPECT_NE(errors.find(folder_.path("none.conf") + ": error: cannot be read: No such file or directory\n"),
+  EXPECT_NE(errors.find(directory_.path("none.conf") + ": error: cannot be read: No such file or directory\n"),
             std::string::npos)
       << errors;
   EXPECT_NE(errors.find("[error] rdmd: rdm-init: config not readable?\n"), std::string::npos) << errors;

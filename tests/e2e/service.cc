@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "e2e/service.h"
 
 #include <sys/wait.h>
@@ -9,7 +10,7 @@
 #include "dba/dba.h"
 #include "support/directories.h"
 
-namespace e2e {
+namespace rdm::e2e {
 namespace {
 
 const std::string bin = support::in_build("bin");
@@ -43,15 +44,15 @@ std::string run(const std::string &command) {
   return output;
 }
 
-std::string filled(const std::string &name, const std::string &folder) {
+std::string filled(const std::string &name, const std::string &directory) {
   std::string text = support::read_file(examples::example(name));
-  text = replaced(text, "@VAR@", folder);
+  text = replaced(text, "@VAR@", directory);
   text = replaced(text, "@BIN@", bin);
   return replaced(text, "@EXAMPLES@", support::in_source("examples"));
 }
 
-void make_catalog(const std::string &folder, const std::string &name, const std::string &descriptions) {
-  const std::string database = folder + "/" + name + ".db";
+void make_catalog(const std::string &directory, const std::string &name, const std::string &descriptions) {
+  const std::string database = directory + "/" + name + ".db";
   run(bin + "/minidba -d " + database + " update < " + descriptions);
   run(bin + "/minidba -d " + database + " -i " + database + ".idx index");
 }
@@ -100,10 +101,10 @@ std::string rd_request(const std::string &csid, const std::string &attributes) {
          attributes + "}\n";
 }
 
-std::unique_ptr<support::TemporaryFolder> ServiceTest::shared_;
+std::unique_ptr<support::TemporaryDirectory> ServiceTest::shared_;
 
 void ServiceTest::SetUpTestSuite() {
-  shared_ = std::make_unique<support::TemporaryFolder>();
+  shared_ = std::make_unique<support::TemporaryDirectory>();
   for (const char *name : {"rfc", "classics"})
     make_catalog(shared_->path(), name, examples::example(std::string(name) + "/rds.soif"));
 }
@@ -111,12 +112,12 @@ void ServiceTest::SetUpTestSuite() {
 void ServiceTest::TearDownTestSuite() { shared_.reset(); }
 
 void ServiceTest::start(const std::string &services) {
-  run("mkdir -p " + folder_.path("tmp"));
+  run("mkdir -p " + directory_.path("tmp"));
   const std::string list =
-      folder_.write("csid.conf", services.empty() ? filled("csid.conf.in", shared_->path()) : services);
-  const std::string config = folder_.write("rdm.conf", filled("rdm.conf.in", folder_.path()));
+      directory_.write("csid.conf", services.empty() ? filled("csid.conf.in", shared_->path()) : services);
+  const std::string config = directory_.write("rdm.conf", filled("rdm.conf.in", directory_.path()));
   server_ = std::make_unique<support::RdmdProcess>(std::vector<std::string>{
-      "--listen", "127.0.0.1:0", "--threads", "8", "--config", config, "--access-log", folder_.path("access")});
+      "--listen", "127.0.0.1:0", "--threads", "8", "--config", config, "--access-log", directory_.path("access")});
   port_ = server_->port();
 }
 
@@ -138,4 +139,4 @@ std::string ServiceTest::expected(const std::string &database, const std::vector
   return text;
 }
 
-}  // namespace e2e
+}  // namespace rdm::e2e

@@ -1,8 +1,8 @@
+// SPDX-License-Identifier: MIT
 /// The whole system as its operators set it up: catalogs made by minidba, served by rdmd with the plug-in.
 #ifndef TESTS_E2E_SERVICE_H
 #define TESTS_E2E_SERVICE_H
 
-#include <gtest/gtest.h>
 #include <signal.h>
 
 #include <cstdint>
@@ -10,11 +10,13 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "examples/catalogs.h"
 #include "hosts/rdmd/rdmd_process.h"
 #include "support/files.h"
 
-namespace e2e {
+namespace rdm::e2e {
 
 inline const std::string rfc = "x-catalog://localhost:8380/rfc";
 inline const std::string classics = "x-catalog://localhost:8380/classics";
@@ -22,11 +24,11 @@ inline const std::string classics = "x-catalog://localhost:8380/classics";
 /// run runs a command of the shell, fails the test unless it succeeds, and returns what it printed.
 std::string run(const std::string &command);
 
-/// filled returns the text of an example template with its folders filled in.
-std::string filled(const std::string &name, const std::string &folder);
+/// filled returns the text of an example template with its directories filled in.
+std::string filled(const std::string &name, const std::string &directory);
 
 /// make_catalog imports a file of descriptions into FOLDER/NAME.db and writes the index.
-void make_catalog(const std::string &folder, const std::string &name, const std::string &descriptions);
+void make_catalog(const std::string &directory, const std::string &name, const std::string &descriptions);
 
 /// IndexEntry is what the server reads of one entry of an index.
 struct IndexEntry {
@@ -53,7 +55,7 @@ std::string rd_request(const std::string &csid, const std::string &attributes);
 /// attribute is one attribute as SOIF writes it.
 std::string attribute(const std::string &name, const std::string &value);
 
-/// ServiceTest has the example catalogs in a folder of its own, which all its tests share and leave as it is.
+/// ServiceTest has the example catalogs in a directory of its own, which all its tests share and leave as it is.
 class ServiceTest : public ::testing::Test {
  protected:
   static void SetUpTestSuite();
@@ -71,15 +73,15 @@ class ServiceTest : public ::testing::Test {
   static std::string expected(const std::string &database, const std::vector<IndexEntry> &entries);
   static std::string catalog(const std::string &name) { return shared_->path(name + ".db"); }
 
-  std::string transactions() const { return support::read_file(folder_.path("rdm.log")); }
-  std::string access() const { return support::read_file(folder_.path("access")); }
+  std::string transactions() const { return support::read_file(directory_.path("rdm.log")); }
+  std::string access() const { return support::read_file(directory_.path("access")); }
 
-  static std::unique_ptr<support::TemporaryFolder> shared_;
-  support::TemporaryFolder folder_;  // of this test: configuration and logs
+  static std::unique_ptr<support::TemporaryDirectory> shared_;
+  support::TemporaryDirectory directory_;  // of this test: configuration and logs
   std::unique_ptr<support::RdmdProcess> server_;
   int port_ = 0;
 };
 
-}  // namespace e2e
+}  // namespace rdm::e2e
 
 #endif

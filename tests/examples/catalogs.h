@@ -1,8 +1,7 @@
+// SPDX-License-Identifier: MIT
 /// The example catalogs as their tests see them.
 #ifndef TESTS_EXAMPLES_CATALOGS_H
 #define TESTS_EXAMPLES_CATALOGS_H
-
-#include <gtest/gtest.h>
 
 #include <map>
 #include <ostream>
@@ -10,11 +9,13 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "libcs/guard.h"
 #include "support/directories.h"
 #include "support/files.h"
 
-namespace examples {
+namespace rdm::examples {
 
 using Attributes = std::map<std::string, std::string>;
 
@@ -26,7 +27,7 @@ struct Object {
 };
 
 struct Catalog {
-  std::string folder;
+  std::string directory;
   std::string csid;
   size_t descriptions;
   size_t unclassified;
@@ -34,7 +35,7 @@ struct Catalog {
   std::set<std::string> required;
 };
 
-inline void PrintTo(const Catalog &catalog, std::ostream *out) { *out << catalog.folder; }
+inline void PrintTo(const Catalog &catalog, std::ostream *out) { *out << catalog.directory; }
 
 inline std::string example(const std::string &name) { return support::in_source("examples/" + name); }
 
@@ -45,7 +46,7 @@ inline int append_to_string(void *text, const void *bytes, int32_t length) {
 
 inline std::string print(const SOIF *object) {
   std::string text;
-  soif_writer(append_to_string, &text).print(object);
+  SoifWriter(append_to_string, &text).print(object);
   return text;
 }
 
@@ -63,8 +64,8 @@ inline Object copy_of(const SOIF *soif) {
 
 inline std::vector<Object> parse(const std::string &text) {
   std::vector<Object> objects;
-  soif_reader reader(text);
-  while (soif_ptr soif = reader.next()) objects.push_back(copy_of(soif.get()));
+  SoifReader reader(text);
+  while (SoifPtr soif = reader.next()) objects.push_back(copy_of(soif.get()));
   return objects;
 }
 
@@ -96,10 +97,10 @@ inline std::vector<Catalog> catalogs() {
 /// Examples runs a test on each catalog.
 class Examples : public ::testing::TestWithParam<Catalog> {
  protected:
-  std::string name(const std::string &file) const { return GetParam().folder + "/" + file; }
+  std::string name(const std::string &file) const { return GetParam().directory + "/" + file; }
   std::vector<Object> descriptions() const { return parse_example(name("rds.soif")); }
 };
 
-}  // namespace examples
+}  // namespace rdm::examples
 
 #endif

@@ -1,13 +1,13 @@
+// SPDX-License-Identifier: MIT
 /// The example catalogs are what they claim to be: exact byte counts, known attributes and dates, and
 /// configurations that load without a complaint.
-#include <gtest/gtest.h>
-
 #include <regex>
 #include <set>
 #include <string>
 #include <tuple>
 #include <vector>
 
+#include <gtest/gtest.h>
 #include <libcs/cs.h>
 
 #include "examples/catalogs.h"
@@ -18,7 +18,7 @@
 #include "support/directories.h"
 #include "support/files.h"
 
-namespace examples {
+namespace rdm::examples {
 
 TEST_P(Examples, HoldTheDescriptionsTheyClaim) {
   const std::vector<Object> objects = descriptions();
@@ -99,7 +99,7 @@ TEST_P(Examples, DescriptionsBeginWithTheHeaderOfTheAnswer) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Catalogs, Examples, ::testing::ValuesIn(catalogs()),
-                         [](const auto &catalog) { return catalog.param.folder; });
+                         [](const auto &catalog) { return catalog.param.directory; });
 
 TEST(ExampleRequests, AreWholeMessages) {
   for (const auto &[name, type, objects] : std::vector<std::tuple<std::string, std::string, size_t>>{
@@ -131,19 +131,19 @@ TEST(ExampleAliases, NameEachThingOnce) {
   alias_destroy(to_parent, to_aliases);
 }
 
-/// The configuration templates with their folders filled in, as files of a temporary folder.
+/// The configuration templates with their directories filled in, as files of a temporary directory.
 class ExampleConfiguration : public ::testing::Test {
  protected:
   std::string fill_in(const std::string &file) {
     std::string text = support::read_file(example(file + ".in"));
-    text = std::regex_replace(text, std::regex("@VAR@"), folder_.path());
+    text = std::regex_replace(text, std::regex("@VAR@"), directory_.path());
     text = std::regex_replace(text, std::regex("@BIN@"), support::in_build("bin"));
     text = std::regex_replace(text, std::regex("@EXAMPLES@"), support::in_source("examples"));
     EXPECT_EQ(text.find("=\"@"), std::string::npos);
-    return folder_.write(file, text);
+    return directory_.write(file, text);
   }
 
-  support::TemporaryFolder folder_;
+  support::TemporaryDirectory directory_;
 };
 
 TEST_F(ExampleConfiguration, NamesTwoServicesWithTheirFiles) {
@@ -166,7 +166,7 @@ TEST_F(ExampleConfiguration, NamesTwoServicesWithTheirFiles) {
 
 TEST_F(ExampleConfiguration, HoldsEveryKeyOfTheService) {
   const std::string text = support::read_file(fill_in("rdm.conf"));
-  const pblock_ptr block(host_param_create(15));
+  const PblockPtr block(host_param_create(15));
   for (size_t at = 0, end = 0; (end = text.find('\n', at)) != std::string::npos; at = end + 1)
     if (text[at] != '#') host_param_parse(text.substr(at, end - at).c_str(), block.get());
   for (const char *key :
@@ -175,4 +175,4 @@ TEST_F(ExampleConfiguration, HoldsEveryKeyOfTheService) {
   EXPECT_STREQ(host_param_find("csid-default", block.get()), "x-catalog://localhost:8380/rfc");
 }
 
-}  // namespace examples
+}  // namespace rdm::examples

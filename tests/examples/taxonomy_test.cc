@@ -1,14 +1,14 @@
+// SPDX-License-Identifier: MIT
 /// The descriptions of the example catalogs and their taxonomies fit each other.
-#include <gtest/gtest.h>
-
 #include <string>
 
+#include <gtest/gtest.h>
 #include <libcs/tax.h>
 
 #include "examples/catalogs.h"
 #include "support/diagnostics.h"
 
-namespace examples {
+namespace rdm::examples {
 
 class ExampleTaxonomies : public Examples {};
 
@@ -50,6 +50,6 @@ TEST_P(ExampleTaxonomies, EveryClassOfTheTaxonomyIsInTheTree) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Catalogs, ExampleTaxonomies, ::testing::ValuesIn(catalogs()),
-                         [](const auto &catalog) { return catalog.param.folder; });
+                         [](const auto &catalog) { return catalog.param.directory; });
 
-}  // namespace examples
+}  // namespace rdm::examples

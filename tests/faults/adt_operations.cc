@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -8,20 +9,20 @@
 #include "libcs/guard.h"
 #include "support/files.h"
 
-namespace faults {
+namespace rdm::faults {
 namespace {
 
 using Texts = std::vector<std::string>;
 
-struct release_queue {
+struct QueueDeleter {
   void operator()(csqueue *queue) const { csqueue_free(queue); }
 };
-using queue_ptr = std::unique_ptr<csqueue, release_queue>;
+using QueuePtr = std::unique_ptr<csqueue, QueueDeleter>;
 
-struct release_levels {
+struct LevelsDeleter {
   void operator()(cspriq *queue) const { cspriq_free(queue); }
 };
-using priq_ptr = std::unique_ptr<cspriq, release_levels>;
+using PriqPtr = std::unique_ptr<cspriq, LevelsDeleter>;
 
 template <typename Guard, uint32_t (*create)(cslist **)>
 Guard make() {
@@ -37,17 +38,17 @@ Texts texts_of(const cslist *list) {
   return texts;
 }
 
-list_ptr list_of(const Texts &texts) {
-  auto list = make<list_ptr, cslist_create>();
+ListPtr list_of(const Texts &texts) {
+  auto list = make<ListPtr, cslist_create>();
   for (const std::string &text : texts) cslist_append(list.get(), text.c_str());
   return list;
 }
 
-hashtable_ptr table_of(const Texts &texts) {
+HashTablePtr table_of(const Texts &texts) {
   cshashtable *table = nullptr;
   cshashtable_create(3, &table);
   for (const std::string &text : texts) cshashtable_insert(table, text.c_str(), text.c_str());
-  return hashtable_ptr(table);
+  return HashTablePtr(table);
 }
 
 char items[] = "abcdefgh";
@@ -62,7 +63,7 @@ Verdict create(Memory &memory) {
 }
 
 Verdict append_item(Memory &memory) {
-  const list_ptr list = list_of({"a"});
+  const ListPtr list = list_of({"a"});
   const uint32_t status = memory.failing([&] { return cslist_append(list.get(), "b"); });
   const bool goes_on = cslist_append(list.get(), "c") == 0;
   return judge(goes_on && status == 0 && texts_of(list.get()) == Texts{"a", "b", "c"},
@@ -71,43 +72,43 @@ Verdict append_item(Memory &memory) {
 
 /// On an empty list: elsewhere the new node takes the place of the first, which stays with nobody.
 Verdict prepend_item(Memory &memory) {
-  const list_ptr list = list_of({});
+  const ListPtr list = list_of({});
   const uint32_t status = memory.failing([&] { return cslist_prepend(list.get(), "b"); });
   return judge(status == 0 && texts_of(list.get()) == Texts{"b"}, status == 1 && texts_of(list.get()).empty());
 }
 
 template <typename Callback, uint32_t (*set)(cslist *, Callback), Callback callback>
 Verdict set_callback(Memory &memory) {
-  const list_ptr list = list_of({});
+  const ListPtr list = list_of({});
   return judge(memory.failing([&] { return set(list.get(), callback); }) == 0, false);
 }
 
 Verdict behead(Memory &memory) {
-  const list_ptr list = list_of({"a", "b"});
-  const std::unique_ptr<char, deleter<std::free>> item(
+  const ListPtr list = list_of({"a", "b"});
+  const std::unique_ptr<char, Deleter<std::free>> item(
       static_cast<char *>(memory.failing([&] { return cslist_behead(list.get()); })));
   return judge(std::strcmp(item.get(), "a") == 0 && texts_of(list.get()) == Texts{"b"}, false);
 }
 
 Verdict delete_item(Memory &memory) {
-  const list_ptr list = list_of({"a", "b"});
+  const ListPtr list = list_of({"a", "b"});
   const uint32_t status = memory.failing([&] { return cslist_delete(list.get(), "b"); });
   return judge(status == 0 && texts_of(list.get()) == Texts{"a"}, false);
 }
 
 Verdict find(Memory &memory) {
-  const list_ptr list = list_of({"a", "b"});
+  const ListPtr list = list_of({"a", "b"});
   return judge(memory.failing([&] { return cslist_find(list.get(), "b"); }) == list->tail->data, false);
 }
 
 Verdict apply(Memory &memory) {
-  const list_ptr list = list_of({"a", "b"});
+  const ListPtr list = list_of({"a", "b"});
   memory.failing([&] { cslist_apply(list.get(), [](void *item) { *static_cast<char *>(item) = 'x'; }); });
   return judge(texts_of(list.get()) == Texts{"x", "x"}, false);
 }
 
 Verdict count(Memory &memory) {
-  const list_ptr list = list_of({"a", "b"});
+  const ListPtr list = list_of({"a", "b"});
   return judge(memory.failing([&] { return cslist_count(list.get()); }) == 2, false);
 }
 
@@ -128,7 +129,7 @@ Verdict callbacks(Memory &memory) {
 Verdict create_table(Memory &memory) {
   cshashtable *made = nullptr;
   const uint32_t status = memory.failing([&] { return cshashtable_create(3, &made); });
-  const hashtable_ptr table(made);
+  const HashTablePtr table(made);
   if (!table) return judge(false, status == 1);
   int taken = 0;
   for (const char *key : {"a", "b", "c", "d", "e", "f"}) {
@@ -142,7 +143,7 @@ Verdict create_table(Memory &memory) {
 }
 
 Verdict insert(Memory &memory) {
-  const hashtable_ptr table = table_of({"a"});
+  const HashTablePtr table = table_of({"a"});
   const uint32_t status = memory.failing([&] { return cshashtable_insert(table.get(), "b", "b"); });
   const void *found = cshashtable_find(table.get(), "b");
   return judge(status == 0 && found != nullptr && table->count == 2,
@@ -150,7 +151,7 @@ Verdict insert(Memory &memory) {
 }
 
 Verdict set_of_table(Memory &memory) {
-  const hashtable_ptr table = table_of({});
+  const HashTablePtr table = table_of({});
   return judge(memory.failing([&] {
     return cshashtable_set_hash(table.get(), cshashtable_hf_default) == 0 &&
            cshashtable_set_copy(table.get(), cslist_copy_nop) == 0 &&
@@ -161,13 +162,13 @@ Verdict set_of_table(Memory &memory) {
 }
 
 Verdict delete_from_table(Memory &memory) {
-  const hashtable_ptr table = table_of({"a", "b"});
+  const HashTablePtr table = table_of({"a", "b"});
   const uint32_t status = memory.failing([&] { return cshashtable_delete(table.get(), "a"); });
   return judge(status == 0 && cshashtable_find(table.get(), "a") == nullptr && table->count == 1, false);
 }
 
 Verdict find_in_table(Memory &memory) {
-  const hashtable_ptr table = table_of({"a", "b"});
+  const HashTablePtr table = table_of({"a", "b"});
   const auto *found = static_cast<char *>(memory.failing([&] { return cshashtable_find(table.get(), "b"); }));
   const auto *again = static_cast<char *>(
       memory.failing([&] { return cshashtable_findhv(table.get(), "b", cshashtable_hf_default("b")); }));
@@ -175,7 +176,7 @@ Verdict find_in_table(Memory &memory) {
 }
 
 Verdict iterate(Memory &memory) {
-  const hashtable_ptr table = table_of({"a", "b", "c"});
+  const HashTablePtr table = table_of({"a", "b", "c"});
   int found = 0;
   memory.failing([&] {
     for (const void *item = nullptr; (item = cshashtable_iterate(table.get(), item, item)) != nullptr;) ++found;
@@ -184,7 +185,7 @@ Verdict iterate(Memory &memory) {
 }
 
 Verdict stats(Memory &memory) {
-  const hashtable_ptr table = table_of({"a", "b"});
+  const HashTablePtr table = table_of({"a", "b"});
   cshashtable_statistics statistics{};
   memory.failing([&] { cshashtable_stats(table.get(), &statistics); });
   return judge(statistics.items == 2 && statistics.chained == 2 && statistics.buckets == 3, false);
@@ -196,14 +197,14 @@ Verdict free_table(Memory &memory) {
 }
 
 Verdict push(Memory &memory) {
-  const auto stack = make<list_ptr, csstack_create>();
+  const auto stack = make<ListPtr, csstack_create>();
   const uint32_t status = memory.failing([&] { return csstack_push(stack.get(), items); });
   const void *popped = csstack_pop(stack.get());
   return judge(status == 0 && popped == items, status == 1 && popped == nullptr);
 }
 
 Verdict pop(Memory &memory) {
-  const auto stack = make<list_ptr, csstack_create>();
+  const auto stack = make<ListPtr, csstack_create>();
   csstack_push(stack.get(), items);
   return judge(memory.failing([&] { return csstack_pop(stack.get()); }) == items, false);
 }
@@ -218,7 +219,7 @@ Verdict free_container(Memory &memory) {
 
 /// What could not be put is not there; what comes after it is.
 Verdict put(Memory &memory) {
-  const auto queue = make<queue_ptr, csqueue_create>();
+  const auto queue = make<QueuePtr, csqueue_create>();
   csqueue_put(queue.get(), items);
   const uint32_t status = memory.failing([&] { return csqueue_put(queue.get(), items + 1); });
   csqueue_put(queue.get(), items + 2);
@@ -229,7 +230,7 @@ Verdict put(Memory &memory) {
 }
 
 Verdict use_queue(Memory &memory) {
-  const auto queue = make<queue_ptr, csqueue_create>();
+  const auto queue = make<QueuePtr, csqueue_create>();
   for (char *item : {items, items + 1, items + 2}) csqueue_put(queue.get(), item);
   return judge(memory.failing([&] {
     return csqueue_delete(queue.get(), items + 1) == 0 && csqueue_peek(queue.get()) == items &&
@@ -240,7 +241,7 @@ Verdict use_queue(Memory &memory) {
 
 /// put_at leaves the order of priorities as it is, whether or not there was memory for a new level.
 Verdict put_at(Memory &memory) {
-  const auto queue = make<priq_ptr, cspriq_create>();
+  const auto queue = make<PriqPtr, cspriq_create>();
   cspriq_put(queue.get(), items, 1);
   cspriq_put(queue.get(), items + 2, 3);
   const uint32_t status = memory.failing([&] { return cspriq_put(queue.get(), items + 1, 2); });
@@ -251,7 +252,7 @@ Verdict put_at(Memory &memory) {
 }
 
 Verdict use_levels(Memory &memory) {
-  const auto queue = make<priq_ptr, cspriq_create>();
+  const auto queue = make<PriqPtr, cspriq_create>();
   cspriq_put(queue.get(), items, 1);
   cspriq_put(queue.get(), items + 1, 2);
   return judge(
@@ -260,7 +261,7 @@ Verdict use_levels(Memory &memory) {
 }
 
 Verdict free_levels(Memory &memory) {
-  auto queue = make<priq_ptr, cspriq_create>();
+  auto queue = make<PriqPtr, cspriq_create>();
   cspriq_put(queue.get(), items, 1);
   return judge(memory.failing([&] { return cspriq_free(queue.release()); }) == 0, false);
 }
@@ -280,8 +281,8 @@ std::string long_text(size_t size) {
   return text.substr(0, size);
 }
 
-csio_ptr buffer_of(const std::string &text, uint32_t max_memory = 0) {
-  csio_ptr io = make_csio(max_memory);
+CsioPtr buffer_of(const std::string &text, uint32_t max_memory = 0) {
+  CsioPtr io = make_csio(max_memory);
   csio_append(io.get(), text.data(), static_cast<int32_t>(text.size()));
   return io;
 }
@@ -300,13 +301,13 @@ bool append_all(csio *io, const std::string &text) {
 Verdict create_buffer(Memory &memory) {
   csio *made = nullptr;
   const csio *result = memory.failing([&] { return csio_create(&made); });
-  const csio_ptr owned(made);
+  const CsioPtr owned(made);
   return judge(made != nullptr && result == made && made->flags == CSIO_MEMORY, made == nullptr && result == nullptr);
 }
 
 /// Without memory the bytes are gone, which shows in the data.
 Verdict increase(Memory &memory) {
-  const csio_ptr io = buffer_of("text");
+  const CsioPtr io = buffer_of("text");
   memory.failing([&] { csio_increase(io.get(), 10000); });
   if (io->data == nullptr) return judge(false, csio_copy(io.get(), items, 0) == 0 && bytes_of(io.get()).empty());
   return judge(io->capacity >= 10000 && bytes_of(io.get()) == "text", false);
@@ -317,7 +318,7 @@ Verdict increase(Memory &memory) {
 template <uint32_t max_memory>
 Verdict append(Memory &memory) {
   const std::string text = long_text(20000);
-  const csio_ptr io = make_csio(max_memory);
+  const CsioPtr io = make_csio(max_memory);
   const bool is_stored = memory.failing([&] { return append_all(io.get(), text); });
   const bool is_whole = bytes_of(io.get()) == text;
   if (max_memory == 0) return judge(is_stored && is_whole, !is_stored && io->length == text.size());
@@ -327,7 +328,7 @@ Verdict append(Memory &memory) {
 
 /// A buffer without a name for its file has none. One whose last bytes wait for memory has them counted, not stored.
 Verdict convert(Memory &memory) {
-  const csio_ptr io = buffer_of("text");
+  const CsioPtr io = buffer_of("text");
   memory.failing([&] { return csio_convert2file(io.get()); });
   const std::string bytes = bytes_of(io.get());
   if (io->filename == nullptr) return judge(false, io->length == 0 && bytes.empty());
@@ -337,7 +338,7 @@ Verdict convert(Memory &memory) {
 
 /// The memory stays what is read, whatever becomes of its copy.
 Verdict duplicate(Memory &memory) {
-  const csio_ptr io = buffer_of("text");
+  const CsioPtr io = buffer_of("text");
   memory.failing([&] { return csio_dup2file(io.get()); });
   if (bytes_of(io.get()) != "text") return Verdict::wrong;
   if (io->filename == nullptr) return Verdict::refused;
@@ -346,20 +347,20 @@ Verdict duplicate(Memory &memory) {
 }
 
 Verdict read_buffer(Memory &memory) {
-  const csio_ptr in_memory = buffer_of("text"), in_file = buffer_of(long_text(5000), 4096);
+  const CsioPtr in_memory = buffer_of("text"), in_file = buffer_of(long_text(5000), 4096);
   return judge(
       memory.failing([&] { return bytes_of(in_memory.get()) + bytes_of(in_file.get()); }) == "text" + long_text(5000),
       false);
 }
 
 Verdict release_descriptor(Memory &memory) {
-  const csio_ptr io = buffer_of(long_text(5000), 4096);
+  const CsioPtr io = buffer_of(long_text(5000), 4096);
   memory.failing([&] { return csio_releasefd(io.get()); });
   return judge(io->fd == -1 && bytes_of(io.get()) == long_text(5000), false);
 }
 
 Verdict reset(Memory &memory) {
-  const csio_ptr io = buffer_of(long_text(5000), 4096);
+  const CsioPtr io = buffer_of(long_text(5000), 4096);
   const std::string file = io->filename;
   memory.failing([&] { csio_reset(io.get()); });
   return judge(io->length == 0 && !support::file_exists(file), false);
@@ -375,7 +376,7 @@ Verdict destroy(Memory &memory) {
 
 std::vector<Operation> adt_operations() {
   return {
-      {"cslist_create", Need::reported, create<list_ptr, cslist_create>},
+      {"cslist_create", Need::reported, create<ListPtr, cslist_create>},
       {"cslist_set_compare", Need::none, set_callback<cs_compare_fn, cslist_set_compare, cslist_cmp_nop>},
       {"cslist_set_free", Need::none, set_callback<cs_free_fn, cslist_set_free, cslist_free_nop>},
       {"cslist_set_copy", Need::none, set_callback<cs_copy_fn, cslist_set_copy, cslist_copy_nop>},
@@ -397,15 +398,15 @@ std::vector<Operation> adt_operations() {
       {"cshashtable_iterate", Need::none, iterate},
       {"cshashtable_stats", Need::none, stats},
       {"cshashtable_free", Need::none, free_table},
-      {"csstack_create", Need::reported, create<list_ptr, csstack_create>},
+      {"csstack_create", Need::reported, create<ListPtr, csstack_create>},
       {"csstack_push", Need::reported, push},
       {"csstack_pop", Need::none, pop},
       {"csstack_free", Need::none, free_container<csstack_create, csstack_push, csstack_free>},
-      {"csqueue_create", Need::reported, create<queue_ptr, csqueue_create>},
+      {"csqueue_create", Need::reported, create<QueuePtr, csqueue_create>},
       {"csqueue_put", Need::reported, put},
       {"csqueue_delete csqueue_peek csqueue_get", Need::none, use_queue},
       {"csqueue_free", Need::none, free_container<csqueue_create, csqueue_put, csqueue_free>},
-      {"cspriq_create", Need::reported, create<priq_ptr, cspriq_create>},
+      {"cspriq_create", Need::reported, create<PriqPtr, cspriq_create>},
       {"cspriq_put", Need::reported, put_at},
       {"cspriq_get cspriq_getpri", Need::none, use_levels},
       {"cspriq_free", Need::none, free_levels},
@@ -422,4 +423,4 @@ std::vector<Operation> adt_operations() {
   };
 }
 
-}  // namespace faults
+}  // namespace rdm::faults

@@ -1,9 +1,12 @@
+// SPDX-License-Identifier: MIT
 /// Whole requests while memory fails: for every request, each of its allocations fails once.
 
 #include <cstdlib>
 #include <cstring>
 
 #include "faults/requests.h"
+
+using namespace rdm;
 
 namespace {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <fcntl.h>
 
 #include <cerrno>
@@ -9,7 +10,7 @@
 #include "service/support/catalog.h"
 #include "support/files.h"
 
-namespace faults {
+namespace rdm::faults {
 namespace {
 
 constexpr uint32_t records = 20;
@@ -30,22 +31,22 @@ DBT item_of(std::string &text) { return {text.data(), text.size()}; }
 std::string text_of(const DBT &item) { return {static_cast<const char *>(item.data), item.size}; }
 
 std::string catalog_bytes() {
-  const support::TemporaryFolder folder;
-  support::Catalog catalog(folder);
+  const support::TemporaryDirectory directory;
+  support::Catalog catalog(directory);
   for (uint32_t number = 1; number <= records; ++number) catalog.put(number, record_of(number));
   return support::read_file(catalog.path());
 }
 
 /// Catalog is a copy of a catalog that was made once for all scenarios.
 struct Catalog {
-  support::TemporaryFolder folder;
+  support::TemporaryDirectory directory;
   std::string path;
 
   Catalog() {
     static const std::string bytes = catalog_bytes();
-    path = folder.write("catalog.db", bytes);
+    path = directory.write("catalog.db", bytes);
   }
-  database_ptr open(const char *mode) const { return database_ptr(dba_open(path.c_str(), mode)); }
+  DatabasePtr open(const char *mode) const { return DatabasePtr(dba_open(path.c_str(), mode)); }
 };
 
 /// read returns the result of dba_get, and -2 for a record that is not the right one.
@@ -67,7 +68,7 @@ template <typename Open>
 Verdict open_with(Memory &memory, Open open) {
   const Catalog catalog;
   errno = 0;
-  const database_ptr database(memory.failing([&] { return open(catalog.path.c_str()); }));
+  const DatabasePtr database(memory.failing([&] { return open(catalog.path.c_str()); }));
   const int reason = errno;
   return judge(database && read(database.get(), 1) == 0, !database && reason == ENOMEM);
 }
@@ -82,7 +83,7 @@ Verdict open_library(Memory &memory) {
 
 Verdict close(Memory &memory) {
   const Catalog catalog;
-  database_ptr database = catalog.open("r");
+  DatabasePtr database = catalog.open("r");
   read(database.get(), records);
   return judge(memory.failing([&] { return dba_close(database.release()); }) == 0, false);
 }
@@ -90,7 +91,7 @@ Verdict close(Memory &memory) {
 /// A record that could not be read can be read the next time.
 Verdict get(Memory &memory) {
   const Catalog catalog;
-  const database_ptr database = catalog.open("r");
+  const DatabasePtr database = catalog.open("r");
   for (const uint32_t number : {1u, records}) {
     errno = 0;
     const int result = memory.failing([&] { return read(database.get(), number); });
@@ -104,7 +105,7 @@ Verdict get(Memory &memory) {
 /// Each record comes once; records are missing only where the walk has said -1.
 Verdict walk(Memory &memory) {
   const Catalog catalog;
-  const database_ptr database = catalog.open("r");
+  const DatabasePtr database = catalog.open("r");
   std::set<std::string> found;
   bool has_failed = false, is_sound = true;
   DBT key{}, value{};
@@ -128,7 +129,7 @@ Verdict walk(Memory &memory) {
 template <int (*put)(DB *, DBT *, const DBT *)>
 Verdict store(Memory &memory) {
   const Catalog catalog;
-  const database_ptr database = catalog.open("w");
+  const DatabasePtr database = catalog.open("w");
   return judge(
       memory.failing([&] { return write(database.get(), put, record_of(1)); }) == 0 && read(database.get(), 1) == 0,
       false);
@@ -139,7 +140,7 @@ Verdict erase(Memory &memory) {
   const Catalog catalog;
   std::string key = key_of(1);
   const DBT name = item_of(key);
-  const database_ptr database = catalog.open("w"), readable = catalog.open("r");
+  const DatabasePtr database = catalog.open("w"), readable = catalog.open("r");
   return judge(memory.failing([&] {
     return dba_del(database.get(), &name) == 0 && read(database.get(), 1) == 1 && dba_del(readable.get(), &name) == -1;
   }),
@@ -159,7 +160,7 @@ Verdict lock(Memory &memory) {
 
 Verdict panic(Memory &memory) {
   const Catalog catalog;
-  const database_ptr database = catalog.open("r");
+  const DatabasePtr database = catalog.open("r");
   return judge(memory.failing([&] {
     __dbpanic(database.get());
     return read(database.get(), 1);
@@ -184,4 +185,4 @@ std::vector<Operation> dba_operations() {
   };
 }
 
-}  // namespace faults
+}  // namespace rdm::faults

@@ -1,17 +1,18 @@
+// SPDX-License-Identifier: MIT
 #include "faults/io_fault.h"
-
-#include <gtest/gtest.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <sstream>
 
+#include <gtest/gtest.h>
+
 #include "support/directories.h"
 #include "support/environment.h"
 #include "support/files.h"
 
-namespace faults {
+namespace rdm::faults {
 namespace {
 
 struct Kind {
@@ -36,7 +37,7 @@ const std::vector<Kind> kinds = {
     {"chmod", {EPERM}},
     {"lock", {ENOLCK, EINTR}},
     {"duplicate", {EMFILE}},
-    {"folder", {EIO}},
+    {"directory", {EIO}},
 };
 
 support::Finished run_noting(const std::string &fault, const Call &call, const std::string &notes) {
@@ -67,18 +68,18 @@ void PrintTo(const IoFault &fault, std::ostream *out) {
 }
 
 support::Finished run_with(const IoFault &fault, const Call &call) {
-  const support::TemporaryFolder folder;
+  const support::TemporaryDirectory directory;
   const std::string text = fault.kind + " " + std::to_string(fault.n) + " " + std::to_string(fault.error);
-  support::Finished finished = run_noting(text, call, folder.path("notes"));
-  EXPECT_TRUE(support::file_exists(folder.path("notes"))) << "no call failed";
+  support::Finished finished = run_noting(text, call, directory.path("notes"));
+  EXPECT_TRUE(support::file_exists(directory.path("notes"))) << "no call failed";
   return finished;
 }
 
 std::map<std::string, long> count_calls(const Call &call) {
-  const support::TemporaryFolder folder;
-  run_noting("count 0 0", call, folder.write("notes", ""));
+  const support::TemporaryDirectory directory;
+  run_noting("count 0 0", call, directory.write("notes", ""));
   std::map<std::string, long> calls;
-  std::istringstream notes(support::read_file(folder.path("notes")));
+  std::istringstream notes(support::read_file(directory.path("notes")));
   for (std::string kind; notes >> kind;) ++calls[kind];
   return calls;
 }
@@ -101,4 +102,4 @@ std::vector<std::string> io_kinds() {
   return names;
 }
 
-}  // namespace faults
+}  // namespace rdm::faults

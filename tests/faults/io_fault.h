@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Programs one of whose file operations fails.
 #ifndef TESTS_FAULTS_IO_FAULT_H
 #define TESTS_FAULTS_IO_FAULT_H
@@ -9,7 +10,7 @@
 
 #include "support/process.h"
 
-namespace faults {
+namespace rdm::faults {
 
 /// IoFault names a class of calls, which of them fails, and how. The error 0 stands for a call that does its work on a
 /// single byte.
@@ -44,6 +45,6 @@ std::vector<IoFault> io_faults(const std::map<std::string, long> &calls);
 /// io_kinds returns the classes.
 std::vector<std::string> io_kinds();
 
-}  // namespace faults
+}  // namespace rdm::faults
 
 #endif

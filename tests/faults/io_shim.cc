@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// A library that is preloaded into a program and makes one of its file operations fail.
 ///
 /// IO_FAULT is "PROGRAM CLASS N ERRNO": in the program of this name, the Nth call of a class fails with an error; with
@@ -109,14 +110,14 @@ int seek_stream(void *cookie, off64_t *offset, int whence) {
   return *offset == -1 ? -1 : 0;
 }
 
-int close_file(int fd) {
+int FileCloser(int fd) {
   const int result = REAL(close)(fd);
   if (!is_counter(fd)) return strikes("close") ? -1 : result;
   counter_fd = -1;
   return result;
 }
 
-int close_stream(void *cookie) { return close_file(descriptor_of(cookie)); }
+int close_stream(void *cookie) { return FileCloser(descriptor_of(cookie)); }
 
 FILE *open_stream(int fd, const char *mode) {
   // NOLINTNEXTLINE(performance-no-int-to-ptr): the stream's cookie is its descriptor
@@ -147,12 +148,12 @@ EXPORTED int open(const char *path, int flags, ...) {
   return strikes("open") ? -1 : REAL(open)(path, flags, mode);
 }
 
-EXPORTED int openat(int folder, const char *path, int flags, ...) {
+EXPORTED int openat(int directory, const char *path, int flags, ...) {
   va_list arguments;
   va_start(arguments, flags);
   const mode_t mode = takes_mode(flags) ? va_arg(arguments, mode_t) : 0;
   va_end(arguments);
-  return strikes("open") ? -1 : REAL(openat)(folder, path, flags, mode);
+  return strikes("open") ? -1 : REAL(openat)(directory, path, flags, mode);
 }
 
 EXPORTED int mkostemp64(char *path, int flags) { return strikes("open") ? -1 : REAL(mkostemp64)(path, flags); }
@@ -207,7 +208,7 @@ EXPORTED int ftruncate64(int fd, off64_t size) noexcept {
 }
 
 /// The descriptor is gone either way.
-EXPORTED int close(int fd) { return close_file(fd); }
+EXPORTED int close(int fd) { return FileCloser(fd); }
 
 EXPORTED int stat64(const char *path, struct stat64 *status) noexcept {
   return strikes("stat") ? -1 : REAL(stat64)(path, status);
@@ -237,6 +238,6 @@ EXPORTED int fcntl64(int fd, int command, ...) {
   return is_duplication && strikes("duplicate") ? -1 : REAL(fcntl64)(fd, command, argument);
 }
 
-EXPORTED struct dirent *readdir(DIR *folder) { return strikes("folder") ? nullptr : REAL(readdir)(folder); }
+EXPORTED struct dirent *readdir(DIR *directory) { return strikes("directory") ? nullptr : REAL(readdir)(directory); }
 
 // NOLINTEND(readability-inconsistent-declaration-parameter-name)

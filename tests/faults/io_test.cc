@@ -1,8 +1,11 @@
+// SPDX-License-Identifier: MIT
 /// Whole requests while files fail: for every request, each of its file operations fails once, for each reason.
 
 #include <cerrno>
 
 #include "faults/requests.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -94,7 +97,7 @@ class IoFaults : public ::testing::TestWithParam<Request> {
   }
 
   /// What a request goes through is logged at length, so that the log fails, too.
-  support::TemporaryFolder logs_;
+  support::TemporaryDirectory logs_;
   faults::Service service_{failing_host(), no_blocks,
                            "debug-loglevel=\"9\" debug-logfile=\"" + logs_.path("debug") + "\""};
   const Answer right_ = service_.answer(GetParam());

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <unistd.h>
 
 #include <algorithm>
@@ -18,7 +19,7 @@
 #include "support/environment.h"
 #include "support/files.h"
 
-namespace faults {
+namespace rdm::faults {
 namespace {
 
 using support::Diagnostics;
@@ -38,8 +39,8 @@ Verdict write_log(Memory &memory) {
 }
 
 Verdict start_and_end_log(Memory &memory) {
-  const support::TemporaryFolder folder;
-  const std::string path = folder.path("log");
+  const support::TemporaryDirectory directory;
+  const std::string path = directory.path("log");
   memory.failing([&] {
     cslog_init(1, path.c_str());
     cslog_set_level(0);
@@ -49,20 +50,20 @@ Verdict start_and_end_log(Memory &memory) {
 }
 
 Verdict line_of(Memory &memory) {
-  const host_text line(memory.failing([] { return cslog_linestr("two\nlines"); }));
+  const HostText line(memory.failing([] { return cslog_linestr("two\nlines"); }));
   return judge(equals(line.get(), "two lines"), !line);
 }
 
 // ---- The taxonomy ----
 
-struct release_taxonomy {
+struct TaxonomyDeleter {
   void operator()(Taxonomy *taxonomy) const {
     taxonomy_destroy(taxonomy);
     host_free(taxonomy);
   }
 };
-using taxonomy_ptr = std::unique_ptr<Taxonomy, release_taxonomy>;
-using node_ptr = std::unique_ptr<Classification, deleter<classification_destroy>>;
+using TaxonomyPtr = std::unique_ptr<Taxonomy, TaxonomyDeleter>;
+using NodePtr = std::unique_ptr<Classification, Deleter<classification_destroy>>;
 
 std::string class_object(const std::string &id, const std::string &parent) {
   return soif("CLASSIFICATION", "x-tax:" + id,
@@ -72,13 +73,13 @@ std::string class_object(const std::string &id, const std::string &parent) {
 const std::string taxonomy_text = soif("TAXONOMY", "http://localhost/tax", {{"id", "shelves"}, {"maintainer", "me"}}) +
                                   class_object("a", "ROOT") + class_object("b", "a") + class_object("c", "b");
 
-taxonomy_ptr load() {
-  const support::TemporaryFolder folder;
-  return taxonomy_ptr(taxonomy_load(folder.write("tax", taxonomy_text).c_str()));
+TaxonomyPtr load() {
+  const support::TemporaryDirectory directory;
+  return TaxonomyPtr(taxonomy_load(directory.write("tax", taxonomy_text).c_str()));
 }
 
-node_ptr make_node(const char *id) {
-  node_ptr node(classification_create());
+NodePtr make_node(const char *id) {
+  NodePtr node(classification_create());
   node->id = host_strdup(id);
   return node;
 }
@@ -101,9 +102,9 @@ bool is_whole(const Taxonomy *taxonomy) {
 }
 
 Verdict load_taxonomy(Memory &memory) {
-  const support::TemporaryFolder folder;
-  const std::string path = folder.write("tax", taxonomy_text);
-  const taxonomy_ptr taxonomy(memory.failing([&] { return taxonomy_load(path.c_str()); }));
+  const support::TemporaryDirectory directory;
+  const std::string path = directory.write("tax", taxonomy_text);
+  const TaxonomyPtr taxonomy(memory.failing([&] { return taxonomy_load(path.c_str()); }));
   if (!taxonomy) return Verdict::refused;
   if (!is_sound(taxonomy.get())) return Verdict::wrong;
   const bool has_all = taxonomy_find(taxonomy.get(), "c") != nullptr && is_whole(taxonomy.get());
@@ -112,9 +113,9 @@ Verdict load_taxonomy(Memory &memory) {
 
 /// A node without a place is still the caller's; the log tells.
 Verdict insert_class(Memory &memory) {
-  const taxonomy_ptr taxonomy = load();
+  const TaxonomyPtr taxonomy = load();
   const Diagnostics log;
-  node_ptr node = make_node("d");
+  NodePtr node = make_node("d");
   memory.failing([&] { return taxonomy_insert(taxonomy.get(), node.get(), "a"); });
   if (taxonomy_find(taxonomy.get(), "d") == nullptr)
     return judge(false, node->parent == nullptr && log.text() == "ERROR: Cannot insert 'd' into parent 'a'\n");
@@ -122,7 +123,7 @@ Verdict insert_class(Memory &memory) {
 }
 
 Verdict look_at_taxonomy(Memory &memory) {
-  const taxonomy_ptr taxonomy = load();
+  const TaxonomyPtr taxonomy = load();
   int nodes = 0;
   const auto count = [](Classification *, void *number) { ++*static_cast<int *>(number); };
   return judge(memory.failing([&] {
@@ -135,13 +136,13 @@ Verdict look_at_taxonomy(Memory &memory) {
 }
 
 Verdict destroy_taxonomy(Memory &memory) {
-  const taxonomy_ptr taxonomy = load();
+  const TaxonomyPtr taxonomy = load();
   memory.failing([&] { taxonomy_destroy(taxonomy.get()); });
   return judge(taxonomy->root == nullptr, false);
 }
 
 Verdict create_class(Memory &memory) {
-  const node_ptr node(memory.failing([] { return classification_create(); }));
+  const NodePtr node(memory.failing([] { return classification_create(); }));
   return judge(node && node->id == nullptr && node->child_count == 0, !node);
 }
 
@@ -191,7 +192,7 @@ Verdict plain_text(Memory &memory) {
 /// The result is that of the last field. Each parameter has the values of some of its fields, in their order.
 Verdict read_form(Memory &memory) {
   char text[] = "a=1&b=2&a=3&c=4";
-  const pblock_ptr block(host_param_create(3));
+  const PblockPtr block(host_param_create(3));
   const int result = memory.failing([&] { return pblock_form2pblock(text, sizeof text - 1, block.get()); });
   const std::map<std::string, std::vector<const char *>> possible = {
       {"a", {"1,3", "1", "3"}}, {"b", {"2"}}, {"c", {"4"}}};
@@ -217,9 +218,9 @@ std::string bytes_of(csio *io) {
 
 /// The messages may lack lines; nothing says so but the host's count.
 Verdict make_request(Memory &memory) {
-  const pblock_ptr block(host_param_create(3));
+  const PblockPtr block(host_param_create(3));
   for (const char *name : {"type", "ql", "scope"}) host_param_add(name, name, block.get());
-  const csio_ptr header = make_csio(), query = make_csio();
+  const CsioPtr header = make_csio(), query = make_csio();
   const char *refusal = memory.failing([&] { return pblock_pblock2rdm(block.get(), header.get(), query.get()); });
   const std::string whole_header =
       soif("RDMHEADER", "-", {{"rdm-version", "1.0"}, {"rdm-type", "type"}, {"rdm-query-language", "ql"}}) + "\n\n\n";
@@ -233,7 +234,7 @@ Verdict make_request(Memory &memory) {
 }
 
 Verdict remove_parameter(Memory &memory) {
-  const pblock_ptr block(host_param_create(3));
+  const PblockPtr block(host_param_create(3));
   host_param_add("a", "1", block.get());
   memory.failing([&] { pblock_remove_n_free("a", block.get()); });
   return judge(host_param_find("a", block.get()) == nullptr, false);
@@ -251,18 +252,18 @@ Verdict run_commands(Memory &memory) {
 
 /// Of several files the first counts, or none where memory fails: not another one that is further down the path.
 Verdict search_path(Memory &memory) {
-  const support::TemporaryFolder folder;
-  for (const char *name : {"first", "second"}) std::filesystem::create_directory(folder.path(name));
-  const std::string wanted = folder.write("first/file", "");
-  folder.write("second/file", "");
-  const support::Environment path("SEARCHED", (folder.path("first") + ":" + folder.path("second")).c_str());
-  const host_text found(memory.failing([] { return cs_search_path("file", "SEARCHED"); }));
+  const support::TemporaryDirectory directory;
+  for (const char *name : {"first", "second"}) std::filesystem::create_directory(directory.path(name));
+  const std::string wanted = directory.write("first/file", "");
+  directory.write("second/file", "");
+  const support::Environment path("SEARCHED", (directory.path("first") + ":" + directory.path("second")).c_str());
+  const HostText found(memory.failing([] { return cs_search_path("file", "SEARCHED"); }));
   return judge(equals(found.get(), wanted.c_str()), !found);
 }
 
 Verdict search_in_vain(Memory &memory) {
   const support::Environment path("SEARCHED", "/nowhere");
-  const host_text found(memory.failing([] { return cs_search_path("file", "SEARCHED"); }));
+  const HostText found(memory.failing([] { return cs_search_path("file", "SEARCHED"); }));
   return judge(equals(found.get(), "file"), !found);
 }
 
@@ -311,4 +312,4 @@ std::vector<Operation> libcs_operations() {
   };
 }
 
-}  // namespace faults
+}  // namespace rdm::faults

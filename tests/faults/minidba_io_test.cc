@@ -1,15 +1,19 @@
+// SPDX-License-Identifier: MIT
 /// minidba while files fail: for every verb, each of its file operations fails once, for each reason. What it says is
 /// true, and the catalog is the one before or the one after.
 ///
 /// Not every call is tried with every error unless RDM_IO_FAULTS is "all".
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <cerrno>
 #include <filesystem>
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include "faults/io_fault.h"
 #include "tools/minidba/catalog_state.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -40,7 +44,7 @@ std::string described(int from, int to, const std::string &title) {
 }
 
 /// A word that begins so names a file beside the catalog.
-const std::string in_folder = "FOLDER";
+const std::string in_directory = "FOLDER";
 
 const std::vector<Work> &works() {
   static const std::string damaged = "@DOCUMENT { " + url(99) + "\ntitle{99}:\tcut\n}\n";
@@ -71,7 +75,8 @@ const std::vector<Work> &works() {
 faults::Call call_on(const CatalogFiles &catalog, const std::vector<std::string> &words, const std::string &input) {
   faults::Call call{"minidba", catalog.command({"-i", catalog.path(".idx")}), input};
   for (const std::string &word : words)
-    call.arguments.push_back(word.starts_with(in_folder) ? catalog.folder() + word.substr(in_folder.size()) : word);
+    call.arguments.push_back(word.starts_with(in_directory) ? catalog.directory() + word.substr(in_directory.size())
+                                                            : word);
   return call;
 }
 
@@ -95,7 +100,7 @@ class MinidbaIo : public testing::TestWithParam<Work> {
   /// restore puts back the very files of the beginning: the URL map knows the database by its inode.
   void restore() const {
     for (const std::string &name : catalog_.files())
-      if (name != "catalog.db.lock") std::filesystem::remove(catalog_.folder() + "/" + name);
+      if (name != "catalog.db.lock") std::filesystem::remove(catalog_.directory() + "/" + name);
     if (!GetParam().has_catalog) return;
     for (const char *suffix : suffixes) std::filesystem::create_hard_link(kept(suffix), catalog_.path(suffix));
   }
@@ -150,7 +155,7 @@ class MinidbaIo : public testing::TestWithParam<Work> {
 
   static constexpr const char *suffixes[] = {"", ".url", ".idx"};
   CatalogFiles catalog_;
-  support::TemporaryFolder kept_;
+  support::TemporaryDirectory kept_;
   CatalogState before_, after_;
   Finished right_{};
 };

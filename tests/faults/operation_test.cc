@@ -1,8 +1,6 @@
+// SPDX-License-Identifier: MIT
 /// Single procedures while memory fails: for every procedure that a library exports, each of its allocations fails once
 /// alone and once with all that follow.
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -10,9 +8,14 @@
 #include <set>
 #include <sstream>
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include "faults/operations.h"
 #include "support/directories.h"
 #include "support/memory_host.h"
+
+using namespace rdm;
 
 namespace {
 

@@ -1,9 +1,10 @@
+// SPDX-License-Identifier: MIT
 #include "faults/operations.h"
 
 #include <cstdlib>
 #include <cstring>
 
-namespace faults {
+namespace rdm::faults {
 namespace {
 
 struct State {
@@ -85,4 +86,4 @@ void Memory::keep() { state.live = static_cast<long>(state.sections.size()); }
 Memory::Armed::Armed() { state.armed = true; }
 Memory::Armed::~Armed() { state.armed = false; }
 
-}  // namespace faults
+}  // namespace rdm::faults

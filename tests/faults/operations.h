@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Every procedure that the libraries export, each to be repeated while one of its allocations after the other fails.
 #ifndef TESTS_FAULTS_OPERATIONS_H
 #define TESTS_FAULTS_OPERATIONS_H
@@ -8,7 +9,7 @@
 
 #include <qxapi/qxapi.h>
 
-namespace faults {
+namespace rdm::faults {
 
 /// Memory is a host whose allocations are counted and, while an operation is under test, refused.
 class Memory {
@@ -98,6 +99,6 @@ std::vector<Operation> dba_operations();
 std::vector<Operation> registry_operations();
 std::vector<Operation> rdm_operations();
 
-}  // namespace faults
+}  // namespace rdm::faults
 
 #endif

@@ -1,28 +1,29 @@
-#include <gtest/gtest.h>
-
+// SPDX-License-Identifier: MIT
 #include <cstring>
 #include <string>
 #include <utility>
+
+#include <gtest/gtest.h>
 
 #include "faults/operations.h"
 #include "qxapi/guard.h"
 #include "support/files.h"
 
-namespace faults {
+namespace rdm::faults {
 namespace {
 
 bool equals(const char *text, const char *expected) { return text != nullptr && std::strcmp(text, expected) == 0; }
 
 /// File is a file of two lines, open for reading and writing.
 struct File {
-  support::TemporaryFolder folder;
-  std::string path = folder.write("file", "one\ntwo\n");
-  file_guard open{host_open_readwrite(path.c_str())};
+  support::TemporaryDirectory directory;
+  std::string path = directory.write("file", "one\ntwo\n");
+  HostFileGuard open{host_open_readwrite(path.c_str())};
 };
 
 /// Message is a request with one header.
 struct Message {
-  pblock_ptr headers{host_param_create(3)};
+  PblockPtr headers{host_param_create(3)};
   Session session{};
   Request request{};
 
@@ -32,26 +33,26 @@ struct Message {
   }
 };
 
-pblock_ptr block_of_two() {
-  pblock_ptr block(host_param_create(3));
+PblockPtr block_of_two() {
+  PblockPtr block(host_param_create(3));
   host_param_add("a", "1", block.get());
   host_param_add("b", "2", block.get());
   return block;
 }
 
 Verdict alloc(Memory &memory) {
-  const host_text block(static_cast<char *>(memory.failing([] { return host_alloc(10); })));
+  const HostText block(static_cast<char *>(memory.failing([] { return host_alloc(10); })));
   if (block) std::memset(block.get(), 'x', 10);
   return judge(block != nullptr, !block);
 }
 
 /// A block that cannot grow is still there.
 Verdict realloc(Memory &memory) {
-  host_text block(host_strdup("abc"));
+  HostText block(host_strdup("abc"));
   auto *grown = static_cast<char *>(memory.failing([&] { return host_realloc(block.get(), 1000); }));
   const bool is_whole = equals(grown != nullptr ? grown : block.get(), "abc");
   if (grown != nullptr) static_cast<void>(block.release());
-  const host_text owned(grown);
+  const HostText owned(grown);
   return judge(is_whole && grown != nullptr, is_whole);
 }
 
@@ -62,12 +63,12 @@ Verdict free(Memory &memory) {
 }
 
 Verdict strdup(Memory &memory) {
-  const host_text copy(memory.failing([] { return host_strdup("text"); }));
+  const HostText copy(memory.failing([] { return host_strdup("text"); }));
   return judge(equals(copy.get(), "text"), !copy);
 }
 
 Verdict param_create(Memory &memory) {
-  const pblock_ptr block(memory.failing([] { return host_param_create(3); }));
+  const PblockPtr block(memory.failing([] { return host_param_create(3); }));
   return judge(block && host_param_add("a", "1", block.get()) == 0, !block);
 }
 
@@ -78,19 +79,19 @@ Verdict param_free(Memory &memory) {
 }
 
 Verdict param_find(Memory &memory) {
-  const pblock_ptr block = block_of_two();
+  const PblockPtr block = block_of_two();
   return judge(equals(memory.failing([&] { return host_param_find("b", block.get()); }), "2"), false);
 }
 
 Verdict param_find_entry(Memory &memory) {
-  const pblock_ptr block = block_of_two();
-  const param_ptr entry(memory.failing([&] { return host_param_find_entry("a", block.get(), 1); }));
+  const PblockPtr block = block_of_two();
+  const ParamPtr entry(memory.failing([&] { return host_param_find_entry("a", block.get(), 1); }));
   return judge(entry && equals(entry->value, "1") && host_param_find("a", block.get()) == nullptr, false);
 }
 
 /// What could not be added is not there, and the next one is.
 Verdict param_add(Memory &memory) {
-  const pblock_ptr block = block_of_two();
+  const PblockPtr block = block_of_two();
   const int result = memory.failing([&] { return host_param_add("c", "3", block.get()); });
   const char *added = host_param_find("c", block.get());
   const bool goes_on = host_param_add("d", "4", block.get()) == 0 && equals(host_param_find("d", block.get()), "4");
@@ -98,7 +99,7 @@ Verdict param_add(Memory &memory) {
 }
 
 Verdict param_free_entry(Memory &memory) {
-  const pblock_ptr block = block_of_two();
+  const PblockPtr block = block_of_two();
   host_param *entry = host_param_find_entry("a", block.get(), 1);
   memory.failing([&] { host_param_free_entry(entry); });
   return judge(equals(host_param_find("b", block.get()), "2"), false);
@@ -106,7 +107,7 @@ Verdict param_free_entry(Memory &memory) {
 
 /// The pairs in front of the one that failed may be there, none behind it.
 Verdict param_parse(Memory &memory) {
-  const pblock_ptr block(host_param_create(3));
+  const PblockPtr block(host_param_create(3));
   const int pairs = memory.failing([&] { return host_param_parse(R"(a=1 b="2 \"x\"" c=3)", block.get()); });
   static constexpr std::pair<const char *, const char *> expected[] = {{"a", "1"}, {"b", "2 \"x\""}, {"c", "3"}};
   size_t found = 0;
@@ -150,14 +151,14 @@ Verdict net_write(Memory &memory) {
 
 Verdict buffer_open(Memory &memory) {
   const File file;
-  const reader_ptr reader(memory.failing([&] { return host_buffer_open(file.open.get(), 16); }));
+  const ReaderPtr reader(memory.failing([&] { return host_buffer_open(file.open.get(), 16); }));
   char line[16];
   return judge(reader && host_getline(reader.get(), 1, sizeof line, line) == 0 && equals(line, "one"), !reader);
 }
 
 Verdict getline(Memory &memory) {
   const File file;
-  const reader_ptr reader(host_buffer_open(file.open.get(), 16));
+  const ReaderPtr reader(host_buffer_open(file.open.get(), 16));
   char line[16];
   const int result = memory.failing([&] { return host_getline(reader.get(), 1, sizeof line, line); });
   return judge(result == 0 && equals(line, "one"), false);
@@ -172,14 +173,14 @@ Verdict buffer_close(Memory &memory) {
 
 Verdict buffer_send(Memory &memory) {
   const File file;
-  const reader_ptr reader(host_buffer_open(file.open.get(), 16));
+  const ReaderPtr reader(host_buffer_open(file.open.get(), 16));
   return judge(memory.failing([&] { return host_buffer_send(reader.get(), nullptr); }) == -1, false);
 }
 
 template <host_fd (*open)(const char *)>
 Verdict open_file(Memory &memory) {
   const File file;
-  return judge(bool(file_guard(memory.failing([&] { return open(file.path.c_str()); }))), false);
+  return judge(bool(HostFileGuard(memory.failing([&] { return open(file.path.c_str()); }))), false);
 }
 
 Verdict read(Memory &memory) {
@@ -285,7 +286,7 @@ Verdict thread_id(Memory &memory) {
 /// Programs without a server go back to the POSIX host; the next run binds its own table again.
 Verdict bind(Memory &memory) {
   memory.failing([] { qxapi_bind(nullptr); });
-  const host_text block(host_strdup("text"));
+  const HostText block(host_strdup("text"));
   return judge(equals(block.get(), "text"), false);
 }
 
@@ -343,4 +344,4 @@ std::vector<Operation> qxapi_operations() {
   };
 }
 
-}  // namespace faults
+}  // namespace rdm::faults

@@ -1,4 +1,4 @@
-#include <gtest/gtest.h>
+// SPDX-License-Identifier: MIT
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -8,6 +8,9 @@
 #include <string>
 #include <utility>
 #include <vector>
+
+#include <gtest/gtest.h>
+#include <libcs/log.h>
 
 #include "faults/operations.h"
 #include "service/csid.h"
@@ -19,9 +22,7 @@
 #include "support/files.h"
 #include "support/memory_host.h"
 
-#include <libcs/log.h>
-
-namespace faults {
+namespace rdm::faults {
 namespace {
 
 using support::soif;
@@ -52,12 +53,12 @@ const std::string request_text = header_text("rd-request") + "\n" + query_text;
 
 /// Files are a small catalog and what a service with it needs, made once for all scenarios, which only read them.
 struct Files {
-  support::TemporaryFolder folder;
-  support::Catalog catalog{folder};
-  std::string description = folder.write("description", header_text("server-response"));
+  support::TemporaryDirectory directory;
+  support::Catalog catalog{directory};
+  std::string description = directory.write("description", header_text("server-response"));
   std::string services = "csid=\"c\" catalog-database=\"" + catalog.path() + "\" server-description=\"" + description +
                          "\" schema-description=\"" + description + "\" taxonomy-description=\"" + description + "\"\n";
-  std::string path = folder.write("csid.conf", services);
+  std::string path = directory.write("csid.conf", services);
 
   Files() {
     std::vector<std::pair<uint32_t, uint32_t>> entries;
@@ -77,8 +78,8 @@ const Files &files() {
 /// Service is a configured service and one request to it.
 struct Service {
   support::Exchange x{"POST", "/rdm/rd-request", request_text};
-  rdmhdr_ptr header = make_rdmhdr(RDM_RD_REQUEST);
-  csio_ptr body = make_csio(), response = make_csio();
+  RdmHeaderPtr header = make_rdmhdr(RDM_RD_REQUEST);
+  CsioPtr body = make_csio(), response = make_csio();
   Session *sn = &x.session;
   Request *rq = &x.request;
 
@@ -156,14 +157,14 @@ Verdict compare(Memory &memory, Serve serve) {
 
 /// Start is what a service needs to start, and what is left of it when it ends.
 struct Start {
-  support::TemporaryFolder folder;
+  support::TemporaryDirectory directory;
   support::Environment path{"PATH", "/usr/bin:/bin"};
-  std::string services = folder.write("csid.conf", "csid=\"c\" catalog-database=\"/c\"\n");
-  std::string log = folder.path("log");
+  std::string services = directory.write("csid.conf", "csid=\"c\" catalog-database=\"/c\"\n");
+  std::string log = directory.path("log");
   std::string lines = "bindir=\"/opt/bin\"\n# a comment\ncsid-config=\"" + services + "\"\ncsid-default=\"c\"\n" +
-                      "logfile=\"" + log + "\" debug-logfile=\"" + folder.path("debug") + "\"\n";
-  std::string config = folder.write("rdm.conf", lines);
-  pblock_ptr block{host_param_create(3)};
+                      "logfile=\"" + log + "\" debug-logfile=\"" + directory.path("debug") + "\"\n";
+  std::string config = directory.write("rdm.conf", lines);
+  PblockPtr block{host_param_create(3)};
 
   Start() {
     forget_sections();
@@ -173,8 +174,8 @@ struct Start {
   Start &operator=(const Start &) = delete;
   ~Start() { end(); }
 
-  pblock_ptr parsed() const {
-    pblock_ptr parsed(host_param_create(3));
+  PblockPtr parsed() const {
+    PblockPtr parsed(host_param_create(3));
     for (size_t at = 0, end = 0; at < lines.size(); at = end + 1) {
       end = lines.find('\n', at);
       if (lines[at] != '#') host_param_parse(lines.substr(at, end - at).c_str(), parsed.get());
@@ -183,10 +184,11 @@ struct Start {
   }
 
   bool is_whole() const {
-    const char *folders = std::getenv("PATH");
+    const char *directories = std::getenv("PATH");
     return rdm_log_crit != nullptr && rdm_service_crit != nullptr && logfile == log && logfd != -1 &&
            equals(csid_findval("catalog-database", "c"), "/c") && equals(csid_default(nullptr), "c") &&
-           equals(cs_csidcf, services.c_str()) && folders != nullptr && std::strncmp(folders, "/opt/bin:", 9) == 0;
+           equals(cs_csidcf, services.c_str()) && directories != nullptr &&
+           std::strncmp(directories, "/opt/bin:", 9) == 0;
   }
 
   /// The sections of an operation end with its memory. A start that has none needs memory for them.
@@ -207,7 +209,7 @@ template <typename Init>
 Verdict start_service(Memory &memory, Init init) {
   {
     const Start first;
-    const pblock_ptr config = first.parsed();
+    const PblockPtr config = first.parsed();
     rdm_init_real(config.get(), nullptr, nullptr);
     Start::end();
   }
@@ -229,7 +231,7 @@ Verdict start_from_file(Memory &memory) {
 
 Verdict start_from_block(Memory &memory) {
   return start_service(memory, [&](const Start &start) {
-    const pblock_ptr config = start.parsed();
+    const PblockPtr config = start.parsed();
     return memory.failing([&] { return rdm_init_real(config.get(), nullptr, nullptr); });
   });
 }
@@ -252,8 +254,8 @@ Verdict set_type(Memory &memory) {
 Verdict write_log(Memory &memory) {
   Service service;
   rdm_log_crit = host_crit_create();
-  const support::TemporaryFolder folder;
-  const std::string path = folder.path("log");
+  const support::TemporaryDirectory directory;
+  const std::string path = directory.path("log");
   logfd = host_open_append(path.c_str());
   host_param_add("rdm-log-message", "line\n", service.rq->vars);
   memory.failing([&] {
@@ -299,7 +301,7 @@ template <uint32_t max_memory>
 Verdict send_result(Memory &memory) {
   const auto serve = [&](Service &service, bool is_failing) {
     const std::string text(9000, 'x');
-    csio_ptr result = make_csio(max_memory);
+    CsioPtr result = make_csio(max_memory);
     csio_append(result.get(), text.data(), static_cast<int32_t>(text.size()));
     csio_finish(result.get());
     const auto send = [&] { return rdm_send_result(0, result.release(), service.sn, service.rq); };
@@ -324,7 +326,7 @@ bool is_reset(const rdmhdr &header) {
 Verdict create_header(Memory &memory) {
   rdmhdr *made = nullptr;
   memory.failing([&] { rdmhdr_create(&made); });
-  const rdmhdr_ptr header(made);
+  const RdmHeaderPtr header(made);
   return judge(header && is_reset(*made) && made->version == nullptr, !header);
 }
 
@@ -352,7 +354,7 @@ Verdict print_header(Memory &memory) {
 /// A text that could not be copied is null, never another one.
 Verdict parse_header(Memory &memory) {
   const Service service;
-  const csio_ptr text = make_csio();
+  const CsioPtr text = make_csio();
   const std::string bytes = header_text("rd-request");
   csio_append(text.get(), bytes.data(), static_cast<int32_t>(bytes.size()));
   const rdmhdr &header = *service.header;
@@ -409,7 +411,7 @@ Verdict load_index(Memory &memory) {
   const Service service;
   cs_dbindex index{};
   const int result = memory.failing([&] { return cs_dbsearch_start("c", &index); });
-  const host_ptr<cs_dbentry> entries(index.entries);
+  const HostPtr<cs_dbentry> entries(index.entries);
   return judge(result == 0 && index.count == descriptions && index.entries[4].key == 5,
                result == 1 && index.entries == nullptr);
 }
@@ -425,7 +427,7 @@ Verdict send_changes(Memory &memory) {
   Service service;
   cs_dbindex index{};
   cs_dbsearch_start("c", &index);
-  const host_ptr<cs_dbentry> entries(index.entries);
+  const HostPtr<cs_dbentry> entries(index.entries);
   int32_t count = 0;
   uint32_t bytes = 0;
   const int result =
@@ -445,7 +447,7 @@ Verdict print_descriptions(Memory &memory) {
   Service service;
   cslist *made = nullptr;
   cslist_create(&made);
-  const list_ptr keys(made);
+  const ListPtr keys(made);
   for (const char *key : {"00000001", "00000002"}) cslist_append(made, key);
   const int32_t count = memory.failing([&] { return rds_send_rd("c", made, nullptr, service.response.get()); });
   const std::string text = bytes_of(service.response.get()), whole = record_of(1) + record_of(2);
@@ -466,12 +468,12 @@ Verdict log_search(Memory &memory) {
 /// Deliveries run a command in place of minidba that notes its verbs and counts what it reads.
 Verdict import(Memory &memory) {
   Service service;
-  const support::TemporaryFolder folder;
-  const std::string calls = folder.path("calls");
-  const std::string script = folder.write("minidba", "#!/bin/sh\nfor verb; do :; done\necho $verb >> " + calls +
-                                                         "\nif [ $verb = update ]; then grep -c @FILE; fi\n");
+  const support::TemporaryDirectory directory;
+  const std::string calls = directory.path("calls");
+  const std::string script = directory.write("minidba", "#!/bin/sh\nfor verb; do :; done\necho $verb >> " + calls +
+                                                            "\nif [ $verb = update ]; then grep -c @FILE; fi\n");
   ::chmod(script.c_str(), 0755);
-  const support::Environment path("PATH", (folder.path() + ":/usr/bin:/bin").c_str());
+  const support::Environment path("PATH", (directory.path() + ":/usr/bin:/bin").c_str());
   const std::string delivery = record_of(1) + record_of(2);
   csio_reset(service.body.get());
   csio_append(service.body.get(), delivery.data(), static_cast<int32_t>(delivery.size()));
@@ -530,4 +532,4 @@ std::vector<Operation> rdm_operations() {
   };
 }
 
-}  // namespace faults
+}  // namespace rdm::faults

@@ -1,17 +1,20 @@
+// SPDX-License-Identifier: MIT
 /// rdmctl's import while its files fail: what it says is true, and no part of a delivery is imported as the whole.
 ///
 /// Not every call is tried with every error unless RDM_IO_FAULTS is "all".
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include "dba/guard.h"
 #include "faults/io_fault.h"
 #include "tools/rdmctl/service_files.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -41,7 +44,7 @@ class RdmctlIo : public testing::Test {
 
   /// imported returns how many descriptions the catalog has.
   int imported() const {
-    const database_ptr database(dba_open(service_.database().c_str(), "r"));
+    const DatabasePtr database(dba_open(service_.database().c_str(), "r"));
     DBT key{}, value{};
     int count = 0;
     for (int result = database ? dba_first(database.get(), &key, &value) : 1; result == 0; ++count)
@@ -51,7 +54,7 @@ class RdmctlIo : public testing::Test {
 
   std::vector<std::string> temporary_files() const {
     std::vector<std::string> names;
-    for (const auto &entry : std::filesystem::directory_iterator(service_.temporary_folder()))
+    for (const auto &entry : std::filesystem::directory_iterator(service_.temporary_directory()))
       names.push_back(entry.path());
     return names;
   }
@@ -72,7 +75,7 @@ class RdmctlIo : public testing::Test {
   /// removes that.
   void expect_clean(const IoFault &fault) const {
     if (temporary_files().empty()) return;
-    EXPECT_THAT(fault.kind, testing::AnyOf("unlink", "open", "folder")) << testing::PrintToString(temporary_files());
+    EXPECT_THAT(fault.kind, testing::AnyOf("unlink", "open", "directory")) << testing::PrintToString(temporary_files());
     support::run(call().arguments, call().input);
     EXPECT_THAT(temporary_files(), testing::IsEmpty());
   }

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <algorithm>
 #include <cstring>
 #include <string>
@@ -12,7 +13,7 @@
 #include "support/diagnostics.h"
 #include "support/files.h"
 
-namespace faults {
+namespace rdm::faults {
 namespace {
 
 using support::Diagnostics;
@@ -22,17 +23,17 @@ bool equals(const char *text, const char *expected) { return text != nullptr && 
 // ---- The registry of catalog services ----
 
 struct Configuration {
-  support::TemporaryFolder folder;
-  std::string aliases = folder.write("aliases", "parent one two\n");
+  support::TemporaryDirectory directory;
+  std::string aliases = directory.write("aliases", "parent one two\n");
   std::string text = "csid=\"a\" catalog-database=\"/a\"\nalias-file=\"" + aliases +
                      "\"\ncsid=\"b\" catalog-database=\"/b\"\nextra=\"x\"\n";
-  std::string path = folder.write("csid.conf", text);
+  std::string path = directory.write("csid.conf", text);
 };
 
 /// Registered is a registry for the scope of a scenario.
 struct Registered {
   Configuration configuration;
-  support::Registry registry{configuration.folder, configuration.text, "a"};
+  support::Registry registry{configuration.directory, configuration.text, "a"};
 };
 
 bool has_all_services() {
@@ -158,8 +159,8 @@ const std::string schema_text = support::soif("SCHEMA", "-",
 
 /// Schema is the mapping of the text above, for the scope of a scenario.
 struct Schema {
-  support::TemporaryFolder folder;
-  std::string path = folder.write("schema", schema_text);
+  support::TemporaryDirectory directory;
+  std::string path = directory.write("schema", schema_text);
   Schema() { schema_translate_init(path.c_str()); }
   Schema(const Schema &) = delete;
   Schema &operator=(const Schema &) = delete;
@@ -202,7 +203,7 @@ Verdict translate_list(Memory &memory) {
   const Schema schema;
   char *out = schema_name();
   const char *result = memory.failing([&] { return schema_translate_soif2rdbms("title,number,title", &out); });
-  const host_text text(out);
+  const HostText text(out);
   return judge(result == out && equals(out, "texts.title_text,doc.id"), result == nullptr && out == nullptr);
 }
 
@@ -210,7 +211,7 @@ Verdict list_tables(Memory &memory) {
   const Schema schema;
   char **out = nullptr;
   const int32_t count = memory.failing([&] { return schema_systables("texts.title_text,doc.id", &out); });
-  const host_ptr<char *> tables(out);
+  const HostPtr<char *> tables(out);
   return judge(count == 2 && equals(out[0], "doc") && equals(out[1], "texts"), count == 0 && out == nullptr);
 }
 
@@ -226,7 +227,7 @@ Verdict list_all(Memory &memory) {
   char **out = nullptr;
   int32_t count = -1;
   memory.failing([&] { list(&out, &count); });
-  const host_ptr<char *> array(out);
+  const HostPtr<char *> array(out);
   return judge(out != nullptr && count == 2 && equals(out[0], list == schema_soifattrs ? "number" : "doc.id"),
                out == nullptr && count == 0);
 }
@@ -255,4 +256,4 @@ std::vector<Operation> registry_operations() {
   };
 }
 
-}  // namespace faults
+}  // namespace rdm::faults

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "faults/requests.h"
 
 #include <unistd.h>
@@ -7,7 +8,7 @@
 #include "hosts/common/host_table.h"
 #include "support/directories.h"
 
-namespace faults {
+namespace rdm::faults {
 namespace {
 
 using support::soif;
@@ -24,8 +25,8 @@ std::string message(const std::string &type, const std::string &scope) {
          "\n" + (scope.empty() ? "" : soif("RDMQUERY", "-", {{"scope", scope}, {"view-attributes", "title,text"}}));
 }
 
-void make_catalog(const support::TemporaryFolder &folder) {
-  support::Catalog catalog(folder, "catalog.db");
+void make_catalog(const support::TemporaryDirectory &directory) {
+  support::Catalog catalog(directory, "catalog.db");
   std::vector<std::pair<uint32_t, uint32_t>> entries;
   for (uint32_t number = 1; number <= descriptions; ++number) {
     catalog.put(number, soif("FILE", "http://localhost/" + std::to_string(number),
@@ -36,13 +37,14 @@ void make_catalog(const support::TemporaryFolder &folder) {
 }
 
 /// configure writes the service's configuration and returns its path.
-std::string configure(const support::TemporaryFolder &folder, const std::string &logs) {
-  const std::string server = folder.write("server.rdm", "@RDMHEADER { -\nrdm-version{3}:\t1.0\n}\n\n@SERVER { -\n}\n");
-  const std::string services =
-      folder.write("csid.conf", "csid=\"" + std::string(csid) + "\" catalog-database=\"" + folder.path("catalog.db") +
-                                    "\" server-description=\"" + server + "\" schema-description=\"" + server +
-                                    "\" taxonomy-description=\"" + server + "\"\n");
-  return folder.write(
+std::string configure(const support::TemporaryDirectory &directory, const std::string &logs) {
+  const std::string server =
+      directory.write("server.rdm", "@RDMHEADER { -\nrdm-version{3}:\t1.0\n}\n\n@SERVER { -\n}\n");
+  const std::string services = directory.write(
+      "csid.conf", "csid=\"" + std::string(csid) + "\" catalog-database=\"" + directory.path("catalog.db") +
+                       "\" server-description=\"" + server + "\" schema-description=\"" + server +
+                       "\" taxonomy-description=\"" + server + "\"\n");
+  return directory.write(
       "rdm.conf", "bindir=\"/nowhere\" csid-config=\"" + services + "\" csid-default=\"" + csid + "\" " + logs + "\n");
 }
 
@@ -100,8 +102,8 @@ const std::vector<Request> &requests() {
 Service::Service(const qxapi_host &host, const long &live_blocks, const std::string &logs)
     : live_blocks_(live_blocks), plugin_(support::in_build("lib/librdm.so.1")) {
   hosts::bind_host([](const hosts::Report &) {}, host);
-  make_catalog(folder_);
-  EXPECT_EQ(plugin_.init(configure(folder_, logs)), "");
+  make_catalog(directory_);
+  EXPECT_EQ(plugin_.init(configure(directory_, logs)), "");
 }
 
 Service::~Service() {
@@ -130,4 +132,4 @@ bool is_honest(const Answer &answer, const Answer &right) {
   return answer.body == right.body || answer.body.find("rdm-error-message{") != std::string::npos;
 }
 
-}  // namespace faults
+}  // namespace rdm::faults

@@ -1,19 +1,20 @@
+// SPDX-License-Identifier: MIT
 /// Requests to a small service, to be repeated while its host fails in one thing after the other.
 #ifndef TESTS_FAULTS_REQUESTS_H
 #define TESTS_FAULTS_REQUESTS_H
-
-#include <gtest/gtest.h>
 
 #include <functional>
 #include <ostream>
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "hosts/common/plugin.h"
 #include "service/support/catalog.h"
 #include "support/files.h"
 
-namespace faults {
+namespace rdm::faults {
 
 struct Request {
   std::string name;
@@ -56,7 +57,7 @@ class Service {
   Answer serve(const Request &request, const std::function<void()> &arm = {}, const std::function<void()> &disarm = {});
 
  private:
-  support::TemporaryFolder folder_;
+  support::TemporaryDirectory directory_;
   const long &live_blocks_;
   hosts::Plugin plugin_;
 };
@@ -65,6 +66,6 @@ class Service {
 /// the host does not send as if it were whole.
 bool is_honest(const Answer &answer, const Answer &right);
 
-}  // namespace faults
+}  // namespace rdm::faults
 
 #endif

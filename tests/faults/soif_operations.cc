@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <cstring>
 #include <string>
 
@@ -6,19 +7,19 @@
 #include "service/support/catalog.h"
 #include "support/files.h"
 
-namespace faults {
+namespace rdm::faults {
 namespace {
 
-using pair_ptr = std::unique_ptr<AVPair, deleter<avpair_free>>;
+using PairPtr = std::unique_ptr<AVPair, Deleter<avpair_free>>;
 
 const std::string object_text = support::soif("FILE", "http://localhost/", {{"title", "one"}, {"text", "two\nlines"}});
 
 bool equals(const char *text, const char *expected) { return text != nullptr && std::strcmp(text, expected) == 0; }
 
-pair_ptr make_pair(const char *name, const char *value) {
+PairPtr make_pair(const char *name, const char *value) {
   AVPair *pair = nullptr;
   avpair_create(name, value, static_cast<int32_t>(std::strlen(value)), &pair);
-  return pair_ptr(pair);
+  return PairPtr(pair);
 }
 
 bool is_pair(const AVPair *pair, const char *name, const char *value) {
@@ -26,8 +27,8 @@ bool is_pair(const AVPair *pair, const char *name, const char *value) {
          pair->vsize == static_cast<int32_t>(std::strlen(value));
 }
 
-soif_ptr make_object() {
-  soif_ptr object = make_soif("FILE", "http://localhost/", 1);
+SoifPtr make_object() {
+  SoifPtr object = make_soif("FILE", "http://localhost/", 1);
   soif_insert(object.get(), "title", "one", 3);
   soif_insert(object.get(), "text", "two\nlines", 9);
   return object;
@@ -40,7 +41,7 @@ int to_string(void *argument, const void *bytes, int32_t length) {
 
 std::string printed(const SOIF *object) {
   std::string text;
-  soif_writer(to_string, &text).print(object);
+  SoifWriter(to_string, &text).print(object);
   return text;
 }
 
@@ -49,20 +50,20 @@ bool is_whole(const SOIF *object) { return object != nullptr && printed(object) 
 Verdict create_pair(Memory &memory) {
   AVPair *made = nullptr;
   const int result = memory.failing([&] { return avpair_create("name", "value", 5, &made); });
-  const pair_ptr pair(made);
+  const PairPtr pair(made);
   return judge(result == 0 && is_pair(made, "name", "value"), result == 1 && made == nullptr);
 }
 
 Verdict copy_pair(Memory &memory) {
-  const pair_ptr source = make_pair("name", "value");
-  const pair_ptr copy(static_cast<AVPair *>(memory.failing([&] { return avpair_copy(source.get()); })));
+  const PairPtr source = make_pair("name", "value");
+  const PairPtr copy(static_cast<AVPair *>(memory.failing([&] { return avpair_copy(source.get()); })));
   return judge(is_pair(copy.get(), "name", "value") && copy->value != source->value, !copy);
 }
 
 /// The value has one owner, before and after.
 Verdict copy_and_use_value(Memory &memory) {
-  const pair_ptr source = make_pair("name", "value");
-  const pair_ptr copy(static_cast<AVPair *>(memory.failing([&] { return avpair_copy_useval(source.get()); })));
+  const PairPtr source = make_pair("name", "value");
+  const PairPtr copy(static_cast<AVPair *>(memory.failing([&] { return avpair_copy_useval(source.get()); })));
   if (!copy) return judge(false, is_pair(source.get(), "name", "value"));
   const bool is_right = is_pair(copy.get(), "name", "value") && copy->value == source->value;
   source->value = nullptr;
@@ -70,7 +71,7 @@ Verdict copy_and_use_value(Memory &memory) {
 }
 
 Verdict look_at_pair(Memory &memory) {
-  const pair_ptr pair = make_pair("name", "value");
+  const PairPtr pair = make_pair("name", "value");
   return judge(memory.failing([&] {
     return avpair_compare(pair.get(), "NAME") == 0 && avpair_hash(pair.get()) == cshashtable_hf_default("name");
   }),
@@ -78,7 +79,7 @@ Verdict look_at_pair(Memory &memory) {
 }
 
 Verdict free_pair(Memory &memory) {
-  pair_ptr pair = make_pair("name", "value");
+  PairPtr pair = make_pair("name", "value");
   return judge(memory.failing([&] { return avpair_free(pair.release()); }) == 0, false);
 }
 
@@ -86,7 +87,7 @@ Verdict free_pair(Memory &memory) {
 Verdict create_object(Memory &memory) {
   SOIF *made = nullptr;
   const int result = memory.failing([&] { return soif_create("FILE", "http://localhost/", 1, &made); });
-  const soif_ptr object(made);
+  const SoifPtr object(made);
   if (!object) return judge(false, result == 1);
   if (result != 0 || !equals(made->template_name, "FILE") || !equals(made->url, "http://localhost/"))
     return Verdict::wrong;
@@ -96,12 +97,12 @@ Verdict create_object(Memory &memory) {
 }
 
 Verdict free_object(Memory &memory) {
-  soif_ptr object = make_object();
+  SoifPtr object = make_object();
   return judge(memory.failing([&] { return soif_free(object.release()); }) == 0, false);
 }
 
 Verdict look_at_object(Memory &memory) {
-  const soif_ptr object = make_object();
+  const SoifPtr object = make_object();
   return judge(memory.failing([&] {
     return soif_compare(object.get(), "http://localhost/") == 0 &&
            is_pair(soif_find(object.get(), "title"), "title", "one") &&
@@ -111,7 +112,7 @@ Verdict look_at_object(Memory &memory) {
 }
 
 Verdict insert(Memory &memory) {
-  const soif_ptr object = make_object();
+  const SoifPtr object = make_object();
   const int result = memory.failing([&] { return soif_insert(object.get(), "name", "value", 5); });
   const char *value = soif_findval(object.get(), "name");
   const bool is_counted = object->attr_count == 3;
@@ -120,8 +121,8 @@ Verdict insert(Memory &memory) {
 
 /// A value that was not taken over is the caller's to release.
 Verdict insert_nocopy(Memory &memory) {
-  const soif_ptr object = make_object();
-  host_text value(host_strdup("value"));
+  const SoifPtr object = make_object();
+  HostText value(host_strdup("value"));
   const int result = memory.failing([&] { return soif_insert_nocopy(object.get(), "name", value.get(), 5); });
   const char *found = soif_findval(object.get(), "name");
   if (result == 1) return judge(false, found == nullptr && equals(value.get(), "value"));
@@ -129,7 +130,7 @@ Verdict insert_nocopy(Memory &memory) {
 }
 
 Verdict delete_attribute(Memory &memory) {
-  const soif_ptr object = make_object();
+  const SoifPtr object = make_object();
   const int result = memory.failing([&] { return soif_delete(object.get(), "title"); });
   return judge(result == 0 && soif_find(object.get(), "title") == nullptr, false);
 }
@@ -137,14 +138,14 @@ Verdict delete_attribute(Memory &memory) {
 Verdict create_text(Memory &memory) {
   SOIFBuffer *made = nullptr;
   const char *data = memory.failing([&] { return soif_buffer_create(10, &made); });
-  const soif_buffer_ptr buffer(made);
+  const SoifBufferPtr buffer(made);
   return judge(made != nullptr && data == made->data && made->size == 10, made == nullptr && data == nullptr);
 }
 
 Verdict increase_text(Memory &memory) {
   SOIFBuffer *made = nullptr;
   soif_buffer_create(10, &made);
-  const soif_buffer_ptr buffer(made);
+  const SoifBufferPtr buffer(made);
   soif_buffer_append(made, "text", 4);
   const char *data = memory.failing([&] { return soif_buffer_increase(made, 1000); });
   if (!equals(made->data, "text")) return Verdict::wrong;
@@ -154,7 +155,7 @@ Verdict increase_text(Memory &memory) {
 Verdict append_text(Memory &memory) {
   SOIFBuffer *made = nullptr;
   soif_buffer_create(4, &made);
-  const soif_buffer_ptr buffer(made);
+  const SoifBufferPtr buffer(made);
   soif_buffer_append(made, "tex", 3);
   const int result = memory.failing([&] { return soif_buffer_append(made, "t and more", 10); });
   return judge(result == 0 && equals(made->data, "text and more"),
@@ -175,25 +176,25 @@ Verdict parse_string(Memory &memory) {
       memory.failing([&] { return soif_parse_init_string(text.data(), static_cast<int32_t>(text.size())); });
   SOIF *made = nullptr;
   const int result = memory.failing([&] { return soif_parse(stream, &made); });
-  const soif_ptr object(made);
+  const SoifPtr object(made);
   const int at_end = memory.failing([&] { return soif_parse_is_eoi(stream); });
   SOIF *next = nullptr;
-  const bool goes_on = soif_parse(stream, &next) == 0 && is_whole(soif_ptr(next).get());
+  const bool goes_on = soif_parse(stream, &next) == 0 && is_whole(SoifPtr(next).get());
   memory.failing([&] { return soif_parse_finish(stream); });
   if (!goes_on || at_end != 0) return Verdict::wrong;
   return judge(result == 0 && is_whole(made), result == 1 && made == nullptr);
 }
 
 Verdict parse_file(Memory &memory) {
-  const support::TemporaryFolder folder;
-  const stdio_ptr file = open_stdio(folder.write("file", object_text).c_str());
+  const support::TemporaryDirectory directory;
+  const StdioPtr file = open_stdio(directory.write("file", object_text).c_str());
   char title[] = "title";
   char *accept[] = {title, nullptr};
   const int stream = memory.failing([&] { return soif_parse_init_file(file.get()); });
   memory.failing([&] { return soif_parse_set_accept_attr(stream, accept); });
   SOIF *made = nullptr;
   const int result = memory.failing([&] { return soif_parse(stream, &made); });
-  const soif_ptr object(made);
+  const SoifPtr object(made);
   soif_parse_finish(stream);
   const bool is_right =
       made != nullptr && equals(soif_findval(made, "title"), "one") && soif_find(made, "text") == nullptr;
@@ -202,7 +203,7 @@ Verdict parse_file(Memory &memory) {
 
 /// A header line too long for the stack goes out in pieces when there is no block for it.
 Verdict print_to_function(Memory &memory) {
-  const soif_ptr object = make_soif("FILE", std::string(2000, 'u').c_str(), 1);
+  const SoifPtr object = make_soif("FILE", std::string(2000, 'u').c_str(), 1);
   soif_insert(object.get(), std::string(2000, 'n').c_str(), "value", 5);
   std::string text;
   const int stream = memory.failing([&] { return soif_print_init_fn(to_string, &text); });
@@ -212,7 +213,7 @@ Verdict print_to_function(Memory &memory) {
 }
 
 Verdict print_pieces(Memory &memory) {
-  const soif_ptr object = make_object();
+  const SoifPtr object = make_object();
   std::string text;
   const int stream = soif_print_init_fn(to_string, &text);
   memory.failing([&] {
@@ -225,11 +226,11 @@ Verdict print_pieces(Memory &memory) {
 }
 
 Verdict print_to_file(Memory &memory) {
-  const support::TemporaryFolder folder;
-  const std::string path = folder.path("file");
-  const soif_ptr object = make_object();
+  const support::TemporaryDirectory directory;
+  const std::string path = directory.path("file");
+  const SoifPtr object = make_object();
   {
-    const stdio_ptr file(std::fopen(path.c_str(), "w"));
+    const StdioPtr file(std::fopen(path.c_str(), "w"));
     const int stream = memory.failing([&] { return soif_print_init_file(file.get()); });
     memory.failing([&] { return soif_print(stream, object.get()); });
     soif_print_finish(stream);
@@ -240,13 +241,13 @@ Verdict print_to_file(Memory &memory) {
 /// Without a buffer all is dropped; a buffer that cannot grow lacks what did not fit.
 Verdict print_to_text(Memory &memory) {
   const std::string value(10000, 'v');
-  const soif_ptr object = make_object();
+  const SoifPtr object = make_object();
   soif_insert(object.get(), "long", value.data(), static_cast<int32_t>(value.size()));
   SOIFBuffer *made = nullptr;
   const int stream = memory.failing([&] { return soif_print_init_string(&made); });
   memory.failing([&] { return soif_print(stream, object.get()); });
   soif_print_finish(stream);
-  const soif_buffer_ptr buffer(made);
+  const SoifBufferPtr buffer(made);
   if (!buffer) return Verdict::refused;
   const std::string text(made->data, static_cast<size_t>(made->length)), whole = printed(object.get());
   if (text == whole) return Verdict::right;
@@ -281,4 +282,4 @@ std::vector<Operation> soif_operations() {
   };
 }
 
-}  // namespace faults
+}  // namespace rdm::faults

@@ -1,12 +1,15 @@
+// SPDX-License-Identifier: MIT
 #include "hashdb/format.h"
-
-#include <gtest/gtest.h>
 
 #include <functional>
 #include <random>
 
+#include <gtest/gtest.h>
+
 #include "dba/records.h"
 #include "support/files.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -21,13 +24,13 @@ class HashFile : public ::testing::Test {
   std::string made(unsigned page_size, unsigned count, size_t length) {
     records::Records all;
     for (unsigned i = 1; i <= count; ++i) all[records::key_of(i)] = records::value_of(i, length);
-    EXPECT_TRUE(records::make_with_library(folder.path("catalog"), all, page_size));
-    return support::read_file(folder.path("catalog"));
+    EXPECT_TRUE(records::make_with_library(directory.path("catalog"), all, page_size));
+    return support::read_file(directory.path("catalog"));
   }
   static bool is_sound(const Header &header, size_t size) {
     return hashdb::is_sound(header, hashdb::default_hash, static_cast<int64_t>(size));
   }
-  support::TemporaryFolder folder;
+  support::TemporaryDirectory directory;
 };
 
 TEST_F(HashFile, DecodesTheHeaderOfTheLibrary) {

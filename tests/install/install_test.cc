@@ -1,8 +1,6 @@
+// SPDX-License-Identifier: MIT
 /// What an installation holds for programmers and packagers. It is tested where it was staged (DESTDIR), not below the
 /// prefix it was installed for: the tree has been moved.
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <cctype>
 #include <filesystem>
@@ -14,10 +12,15 @@
 #include <string>
 #include <vector>
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include "support/directories.h"
 #include "support/environment.h"
 #include "support/files.h"
 #include "support/process.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -97,15 +100,15 @@ Words build_directories() {
 class Install : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
-    const support::Environment staging("DESTDIR", folder_.emplace().path().c_str());
+    const support::Environment staging("DESTDIR", directory_.emplace().path().c_str());
     output_of({CMAKE, "--install", support::in_build(), "--prefix", "/opt/rdm"});
   }
 
-  static void TearDownTestSuite() { folder_.reset(); }
+  static void TearDownTestSuite() { directory_.reset(); }
 
-  static std::string installed(const std::string &name = "") { return folder_->path("opt/rdm/" + name); }
+  static std::string installed(const std::string &name = "") { return directory_->path("opt/rdm/" + name); }
   static std::string library(const std::string &name) { return installed(LIBRARY_DIR "/" + name); }
-  static std::string built(const std::string &name) { return folder_->path(name); }
+  static std::string built(const std::string &name) { return directory_->path(name); }
 
   /// flags returns what pkg-config answers for a package.
   static Words flags(const std::string &package) {
@@ -124,7 +127,7 @@ class Install : public ::testing::Test {
   }
 
  private:
-  static inline std::optional<support::TemporaryFolder> folder_;
+  static inline std::optional<support::TemporaryDirectory> directory_;
 };
 
 TEST_F(Install, ProgramsAreBuiltByCMake) {

@@ -1,7 +1,4 @@
-#include <libcs/log.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+// SPDX-License-Identifier: MIT
 #include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -18,12 +15,18 @@
 #include <thread>
 #include <vector>
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <libcs/log.h>
+
 #include "libcs/log_owner.h"
 #include "qxapi/guard.h"
 #include "support/diagnostics.h"
 #include "support/environment.h"
 #include "support/files.h"
 #include "support/memory_host.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -88,8 +91,8 @@ class Log : public ::testing::Test {
   }
 
   qxapi_host host_ = *qxapi_posix_host();
-  support::TemporaryFolder folder_;
-  std::string path_ = folder_.path("debug.log");
+  support::TemporaryDirectory directory_;
+  std::string path_ = directory_.path("debug.log");
 };
 
 // The log's format is not always a literal here, on purpose.
@@ -287,7 +290,7 @@ TEST_F(Log, WriteErrorsAreIgnored) {
 }
 
 TEST_F(Log, FileThatCannotBeOpenedIsReportedAndSilencesTheLog) {
-  const std::string missing = folder_.path("missing/debug.log");
+  const std::string missing = directory_.path("missing/debug.log");
   ::testing::internal::CaptureStdout();
   ::testing::internal::CaptureStderr();
   cslog_init(2, missing.c_str());
@@ -298,12 +301,12 @@ TEST_F(Log, FileThatCannotBeOpenedIsReportedAndSilencesTheLog) {
 }
 
 TEST_F(Log, InitAgainChangesLevelAndDestinationAndForgetsCallSites) {
-  const std::string second = folder_.path("second.log");
+  const std::string second = directory_.path("second.log");
   host_.open_append = recording_open_append;
   host_.close = recording_close;
   bind();
   cslog_init(1, path_.c_str());
-  const file_guard first_file(opened_file);
+  const HostFileGuard first_file(opened_file);
   _cslog_set_params(CSLOG_ERROR, "adt", 1);
   cslog_init(2, second.c_str());
   EXPECT_TRUE(file_calls.empty()) << "the earlier file was closed";
@@ -323,7 +326,7 @@ TEST_F(Log, InitAgainTurnsFromAStreamToAFile) {
 }
 
 TEST_F(Log, InitAgainWithAFileThatCannotBeOpenedSilencesAStream) {
-  const std::string missing = folder_.path("missing/debug.log");
+  const std::string missing = directory_.path("missing/debug.log");
   ::testing::internal::CaptureStdout();
   ::testing::internal::CaptureStderr();
   for (const char *stream : {"stdout", "stderr"}) {
@@ -410,7 +413,7 @@ TEST_F(Log, UnknownOwnerIsAWarning) {
 
 TEST_F(Log, OwnershipThatCannotChangeIsAWarning) {
   cslog_init(1, path_.c_str());
-  const std::string missing = folder_.path("missing");
+  const std::string missing = directory_.path("missing");
   _cslog_chown(missing.c_str(), "nobody");
   EXPECT_EQ(after_stamp(), process() + " WARNING: chown: " + missing + ": No such file or directory\n");
 }
@@ -418,7 +421,7 @@ TEST_F(Log, OwnershipThatCannotChangeIsAWarning) {
 TEST_F(Log, OwnershipWarningsNeedALevel) {
   cslog_init(0, path_.c_str());
   _cslog_chown("/some/file", "no such user");
-  _cslog_chown(folder_.path("missing").c_str(), "nobody");
+  _cslog_chown(directory_.path("missing").c_str(), "nobody");
   EXPECT_EQ(text(), "");
 }
 
@@ -523,14 +526,14 @@ TEST_F(LogLine, WhiteSpaceBecomesBlanks) {
       {"a\tb\nc", "a b c"}, {"\r\v\f \n", "     "}, {"", ""},
       {"plain", "plain"},   {nullptr, ""},          {"\x01\x1f\x7f\xa0\x85", "\x01\x1f\x7f\xa0\x85"}};
   for (const auto &[text, expected] : cases) {
-    const host_text line(cslog_linestr(text));
+    const HostText line(cslog_linestr(text));
     EXPECT_STREQ(line.get(), expected);
   }
 }
 
 TEST_F(LogLine, GivenTextStaysAsItIs) {
   const char text[] = "a\nb";
-  const host_text line(cslog_linestr(text));
+  const HostText line(cslog_linestr(text));
   EXPECT_STREQ(text, "a\nb");
   EXPECT_STREQ(line.get(), "a b");
 }

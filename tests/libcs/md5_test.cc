@@ -1,11 +1,11 @@
-#include <gtest/gtest.h>
-
-#include <libcs/cs.h>
-
+// SPDX-License-Identifier: MIT
 #include <cstdint>
 #include <cstring>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
+#include <libcs/cs.h>
 
 namespace {
 

@@ -1,7 +1,4 @@
-#include <libcs/tax.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+// SPDX-License-Identifier: MIT
 #include <pthread.h>
 
 #include <initializer_list>
@@ -11,12 +8,18 @@
 #include <utility>
 #include <vector>
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <libcs/tax.h>
+
 #include "qxapi/guard.h"
 #include "support/diagnostics.h"
 #include "support/directories.h"
 #include "support/files.h"
 #include "support/growth.h"
 #include "support/memory_host.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -28,8 +31,8 @@ void release(Taxonomy *taxonomy) {
   taxonomy_destroy(taxonomy);
   host_free(taxonomy);
 }
-using taxonomy_ptr = std::unique_ptr<Taxonomy, deleter<release>>;
-using node_ptr = std::unique_ptr<Classification, deleter<classification_destroy>>;
+using TaxonomyPtr = std::unique_ptr<Taxonomy, Deleter<release>>;
+using NodePtr = std::unique_ptr<Classification, Deleter<classification_destroy>>;
 using Pairs = std::initializer_list<std::pair<std::string, std::string>>;
 
 std::string soif(const std::string &template_name, const std::string &url, Pairs attributes) {
@@ -47,16 +50,16 @@ std::string class_object(const std::string &id, const std::string &parent) {
 
 class Tax : public support::HostTest {
  protected:
-  taxonomy_ptr load(const std::string &text) const {
-    return taxonomy_ptr(taxonomy_load(folder.write("taxonomy", text).c_str()));
+  TaxonomyPtr load(const std::string &text) const {
+    return TaxonomyPtr(taxonomy_load(directory.write("taxonomy", text).c_str()));
   }
   /// loaded has two levels below two of its classes: a (b (c), d) and e.
-  taxonomy_ptr loaded() const {
+  TaxonomyPtr loaded() const {
     return load(taxonomy_object() + class_object("a", "ROOT") + class_object("b", "a") + class_object("c", "b") +
                 class_object("d", "a") + class_object("e", "ROOT"));
   }
-  static node_ptr make(const char *id) {
-    node_ptr node(classification_create());
+  static NodePtr make(const char *id) {
+    NodePtr node(classification_create());
     node->id = id != nullptr ? host_strdup(id) : nullptr;
     return node;
   }
@@ -64,25 +67,25 @@ class Tax : public support::HostTest {
   static void note(Classification *node, void *ids) {
     static_cast<Ids *>(ids)->emplace_back(node->id != nullptr ? node->id : "(null)");
   }
-  static Ids walk(const taxonomy_ptr &taxonomy, int mode = 0) {
+  static Ids walk(const TaxonomyPtr &taxonomy, int mode = 0) {
     Ids ids;
     taxonomy_walk(taxonomy.get(), mode, note, &ids);
     return ids;
   }
-  static std::string info(const taxonomy_ptr &taxonomy, const char *name) {
+  static std::string info(const TaxonomyPtr &taxonomy, const char *name) {
     const char *value = host_param_find(name, taxonomy->info);
     return value != nullptr ? value : "(none)";
   }
-  static int depth(const taxonomy_ptr &taxonomy, const char *id) {
+  static int depth(const TaxonomyPtr &taxonomy, const char *id) {
     return taxonomy_depth(taxonomy.get(), taxonomy_find(taxonomy.get(), id));
   }
 
-  support::TemporaryFolder folder;
+  support::TemporaryDirectory directory;
   support::Diagnostics diagnostics;
 };
 
 TEST_F(Tax, ATaxonomyAloneHasARootWithoutChildren) {
-  const taxonomy_ptr taxonomy =
+  const TaxonomyPtr taxonomy =
       load(soif("TAXONOMY", "http://h/tax", {{"id", "shelves"}, {"last-modified", "today"}, {"maintainer", "me"}}));
   ASSERT_TRUE(taxonomy);
   EXPECT_STREQ(taxonomy->id, "shelves");
@@ -97,14 +100,14 @@ TEST_F(Tax, ATaxonomyAloneHasARootWithoutChildren) {
 }
 
 TEST_F(Tax, WhatTheTaxonomyDoesNotSayIsNotInItsInfo) {
-  const taxonomy_ptr taxonomy = load(taxonomy_object());
+  const TaxonomyPtr taxonomy = load(taxonomy_object());
   EXPECT_EQ(info(taxonomy, "url"), "x-tax:1");
   EXPECT_EQ(info(taxonomy, "last-modified"), "(none)");
   EXPECT_EQ(info(taxonomy, "maintainer"), "(none)");
 }
 
 TEST_F(Tax, AnEmptyFileGivesATaxonomyWithoutAnId) {
-  const taxonomy_ptr taxonomy = load("");
+  const TaxonomyPtr taxonomy = load("");
   ASSERT_TRUE(taxonomy);
   EXPECT_EQ(taxonomy->id, nullptr);
   EXPECT_EQ(info(taxonomy, "url"), "(none)");
@@ -113,7 +116,7 @@ TEST_F(Tax, AnEmptyFileGivesATaxonomyWithoutAnId) {
 }
 
 TEST_F(Tax, AMissingFileIsReported) {
-  const std::string path = folder.path("missing");
+  const std::string path = directory.path("missing");
   EXPECT_EQ(taxonomy_load(path.c_str()), nullptr);
   EXPECT_EQ(taxonomy_load(nullptr), nullptr);
   EXPECT_EQ(diagnostics.text(), "ERROR: taxonomy_load: " + path +
@@ -121,15 +124,15 @@ TEST_F(Tax, AMissingFileIsReported) {
                                     "ERROR: taxonomy_load: (null): No such file or directory\n");
 }
 
-TEST_F(Tax, AFolderIsReadAsFarAsItCanBe) {
-  const taxonomy_ptr taxonomy(taxonomy_load(folder.path().c_str()));
+TEST_F(Tax, ADirectoryIsReadAsFarAsItCanBe) {
+  const TaxonomyPtr taxonomy(taxonomy_load(directory.path().c_str()));
   ASSERT_TRUE(taxonomy);
   EXPECT_THAT(walk(taxonomy), ElementsAre("ROOT"));
 }
 
 TEST_F(Tax, LoadingLeavesNoFileAndNoStreamOpen) {
   constexpr int more_than_there_are_streams = 300;
-  const auto next_descriptor = [] { return file_guard(host_open_read("/dev/null")).get(); };
+  const auto next_descriptor = [] { return HostFileGuard(host_open_read("/dev/null")).get(); };
   const int before = next_descriptor();
   for (int i = 0; i < more_than_there_are_streams; ++i) ASSERT_TRUE(loaded());
   EXPECT_EQ(next_descriptor(), before);
@@ -149,7 +152,7 @@ TEST_F(Tax, TheInfoHasSevenSlots) {
 }
 
 TEST_F(Tax, ClassesAreLinkedToTheirParents) {
-  const taxonomy_ptr taxonomy = loaded();
+  const TaxonomyPtr taxonomy = loaded();
   const Classification *a = taxonomy->root->children[0];
   EXPECT_EQ(taxonomy->root->child_count, 2);
   EXPECT_STREQ(a->id, "a");
@@ -161,7 +164,7 @@ TEST_F(Tax, ClassesAreLinkedToTheirParents) {
 }
 
 TEST_F(Tax, ClassesHaveTheirDescription) {
-  const taxonomy_ptr taxonomy =
+  const TaxonomyPtr taxonomy =
       load(taxonomy_object() + class_object("plain", "ROOT") +
            soif("classification", "-",
                 {{"id", "told"}, {"parent-id", "ROOT"}, {"taxonomy-id", "shelves"}, {"description", "Two\nlines"}}));
@@ -180,36 +183,36 @@ TEST_F(Tax, SiblingsStayInTheOrderOfInsertion) {
 }
 
 TEST_F(Tax, AClassAheadOfItsParentIsReportedAndReleased) {
-  const taxonomy_ptr taxonomy = load(taxonomy_object() + class_object("child", "late") + class_object("late", "ROOT"));
+  const TaxonomyPtr taxonomy = load(taxonomy_object() + class_object("child", "late") + class_object("late", "ROOT"));
   EXPECT_THAT(walk(taxonomy), ElementsAre("ROOT", "late"));
   EXPECT_EQ(diagnostics.text(), "ERROR: Cannot insert 'child' into parent 'late'\n");
 }
 
 TEST_F(Tax, TheRootIsSpelledInCapitals) {
-  const taxonomy_ptr taxonomy = load(taxonomy_object() + class_object("a", "root"));
+  const TaxonomyPtr taxonomy = load(taxonomy_object() + class_object("a", "root"));
   EXPECT_THAT(walk(taxonomy), ElementsAre("ROOT"));
   EXPECT_EQ(diagnostics.text(), "ERROR: Cannot insert 'a' into parent 'root'\n");
 }
 
 TEST_F(Tax, TaxonomyIdsCompareInAnyLetterCase) {
-  const taxonomy_ptr taxonomy = load(taxonomy_object("SHELVES") + class_object("a", "ROOT"));
+  const TaxonomyPtr taxonomy = load(taxonomy_object("SHELVES") + class_object("a", "ROOT"));
   EXPECT_THAT(walk(taxonomy), ElementsAre("ROOT", "a"));
 }
 
 TEST_F(Tax, ClassesOfAnotherTaxonomyAreMisfits) {
-  const taxonomy_ptr taxonomy = load(taxonomy_object("shelf") + class_object("a", "ROOT"));
+  const TaxonomyPtr taxonomy = load(taxonomy_object("shelf") + class_object("a", "ROOT"));
   EXPECT_THAT(walk(taxonomy), ElementsAre("ROOT"));
   EXPECT_EQ(diagnostics.text(), "WARNING: taxonomy_load: Misfit: x-tax:a\n");
 }
 
 TEST_F(Tax, ClassesAheadOfTheTaxonomyAreMisfits) {
-  const taxonomy_ptr taxonomy = load(class_object("a", "ROOT") + taxonomy_object() + class_object("b", "ROOT"));
+  const TaxonomyPtr taxonomy = load(class_object("a", "ROOT") + taxonomy_object() + class_object("b", "ROOT"));
   EXPECT_THAT(walk(taxonomy), ElementsAre("ROOT", "b"));
   EXPECT_EQ(diagnostics.text(), "WARNING: taxonomy_load: Misfit: x-tax:a\n");
 }
 
 TEST_F(Tax, ClassesWithoutTheirIdsAreMalformed) {
-  const taxonomy_ptr taxonomy =
+  const TaxonomyPtr taxonomy =
       load(taxonomy_object() + soif("CLASSIFICATION", "no-id", {{"parent-id", "ROOT"}, {"taxonomy-id", "shelves"}}) +
            soif("CLASSIFICATION", "no-parent", {{"id", "a"}, {"taxonomy-id", "shelves"}}) +
            soif("CLASSIFICATION", "no-taxonomy", {{"id", "a"}, {"parent-id", "ROOT"}}) +
@@ -223,9 +226,9 @@ TEST_F(Tax, ClassesWithoutTheirIdsAreMalformed) {
 }
 
 TEST_F(Tax, TheFirstTaxonomyWithAnIdCounts) {
-  const taxonomy_ptr taxonomy = load(soif("TAXONOMY", "x:0", {{"maintainer", "nobody"}}) +
-                                     soif("taxonomy", "x:1", {{"id", "one"}, {"maintainer", "me"}}) +
-                                     soif("TAXONOMY", "x:2", {{"id", "two"}, {"last-modified", "now"}}));
+  const TaxonomyPtr taxonomy = load(soif("TAXONOMY", "x:0", {{"maintainer", "nobody"}}) +
+                                    soif("taxonomy", "x:1", {{"id", "one"}, {"maintainer", "me"}}) +
+                                    soif("TAXONOMY", "x:2", {{"id", "two"}, {"last-modified", "now"}}));
   EXPECT_STREQ(taxonomy->id, "one");
   EXPECT_EQ(info(taxonomy, "url"), "x:1");
   EXPECT_EQ(info(taxonomy, "maintainer"), "me");
@@ -234,22 +237,22 @@ TEST_F(Tax, TheFirstTaxonomyWithAnIdCounts) {
 }
 
 TEST_F(Tax, OtherTemplatesAreIgnored) {
-  const taxonomy_ptr taxonomy = load(soif("RDMHEADER", "-", {{"id", "x"}}) + taxonomy_object() +
-                                     soif("FILE", "/a", {{"id", "y"}}) + class_object("a", "ROOT"));
+  const TaxonomyPtr taxonomy = load(soif("RDMHEADER", "-", {{"id", "x"}}) + taxonomy_object() +
+                                    soif("FILE", "/a", {{"id", "y"}}) + class_object("a", "ROOT"));
   EXPECT_STREQ(taxonomy->id, "shelves");
   EXPECT_THAT(walk(taxonomy), ElementsAre("ROOT", "a"));
   EXPECT_EQ(diagnostics.raw(), "");
 }
 
 TEST_F(Tax, DamagedObjectsAreSkipped) {
-  const taxonomy_ptr taxonomy = load("noise\n" + taxonomy_object() + "@CLASSIFICATION { x\nid{1}a\n}\n" +
-                                     class_object("a", "ROOT") + "@CLASSIFICATION { y\nid{50}:\tcut");
+  const TaxonomyPtr taxonomy = load("noise\n" + taxonomy_object() + "@CLASSIFICATION { x\nid{1}a\n}\n" +
+                                    class_object("a", "ROOT") + "@CLASSIFICATION { y\nid{50}:\tcut");
   EXPECT_THAT(walk(taxonomy), ElementsAre("ROOT", "a"));
 }
 
 TEST_F(Tax, NothingIsReportedAtLevelZero) {
   const support::Diagnostics silent(0);
-  EXPECT_EQ(taxonomy_load(folder.path("missing").c_str()), nullptr);
+  EXPECT_EQ(taxonomy_load(directory.path("missing").c_str()), nullptr);
   load(class_object("a", "ROOT") + taxonomy_object() + class_object("a", "b") + soif("CLASSIFICATION", "x", {}));
   EXPECT_EQ(silent.raw(), "");
 }
@@ -259,7 +262,7 @@ TEST_F(Tax, EverythingIsReleasedWhenMemoryFails) {
   do {
     host.allocations = 0;
     host.fail_allocation = ++failing;
-    const taxonomy_ptr taxonomy = loaded();
+    const TaxonomyPtr taxonomy = loaded();
     if (!taxonomy) ++refused;
     nodes = static_cast<long>(walk(taxonomy).size());
   } while (host.allocations >= failing);
@@ -270,7 +273,7 @@ TEST_F(Tax, EverythingIsReleasedWhenMemoryFails) {
 TEST_F(Tax, TheExampleTaxonomiesLoadWithoutAMessage) {
   for (const char *name : {"examples/classics/taxonomy.rdm", "examples/rfc/taxonomy.rdm"}) {
     const std::string path = support::in_source(name);
-    const taxonomy_ptr taxonomy(taxonomy_load(path.c_str()));
+    const TaxonomyPtr taxonomy(taxonomy_load(path.c_str()));
     ASSERT_TRUE(taxonomy) << path;
     EXPECT_GT(walk(taxonomy).size(), 5u) << path;
   }
@@ -278,8 +281,8 @@ TEST_F(Tax, TheExampleTaxonomiesLoadWithoutAMessage) {
 }
 
 TEST_F(Tax, InsertionAtTheRootTakesNullOrItsId) {
-  const taxonomy_ptr taxonomy = load("");
-  node_ptr one = make("one"), two = make("two");
+  const TaxonomyPtr taxonomy = load("");
+  NodePtr one = make("one"), two = make("two");
   two->parent = one.get();
   EXPECT_EQ(taxonomy_insert(taxonomy.get(), one.release(), nullptr), 0);
   EXPECT_EQ(taxonomy_insert(taxonomy.get(), two.release(), "ROOT"), 0);
@@ -290,7 +293,7 @@ TEST_F(Tax, InsertionAtTheRootTakesNullOrItsId) {
 TEST_F(Tax, InsertionGrowsTheChildrenByOnePlace) {
   static std::vector<size_t> asked;
   asked.clear();
-  const taxonomy_ptr taxonomy = load("");
+  const TaxonomyPtr taxonomy = load("");
   qxapi_host recording = support::memory_host();
   recording.realloc = [](void *block, size_t size) {
     asked.push_back(size);
@@ -302,8 +305,8 @@ TEST_F(Tax, InsertionGrowsTheChildrenByOnePlace) {
 }
 
 TEST_F(Tax, InsertionWithoutAParentLeavesTheNodeToTheCaller) {
-  const taxonomy_ptr taxonomy = loaded();
-  const node_ptr node = make("x"), nameless = make(nullptr);
+  const TaxonomyPtr taxonomy = loaded();
+  const NodePtr node = make("x"), nameless = make(nullptr);
   node->parent = taxonomy->root;
   EXPECT_EQ(taxonomy_insert(taxonomy.get(), node.get(), "A"), 0);
   EXPECT_EQ(node->parent, nullptr);
@@ -317,8 +320,8 @@ TEST_F(Tax, InsertionWithoutAParentLeavesTheNodeToTheCaller) {
 }
 
 TEST_F(Tax, InsertionWithoutMemoryLeavesTheNodeToTheCaller) {
-  const taxonomy_ptr taxonomy = loaded();
-  const node_ptr node = make("x");
+  const TaxonomyPtr taxonomy = loaded();
+  const NodePtr node = make("x");
   host.fail_allocation = host.allocations + 1;
   EXPECT_EQ(taxonomy_insert(taxonomy.get(), node.get(), "a"), 0);
   EXPECT_EQ(node->parent, nullptr);
@@ -327,7 +330,7 @@ TEST_F(Tax, InsertionWithoutMemoryLeavesTheNodeToTheCaller) {
 }
 
 TEST_F(Tax, NodesAreFoundByTheirExactId) {
-  const taxonomy_ptr taxonomy = loaded();
+  const TaxonomyPtr taxonomy = loaded();
   for (const char *id : {"a", "b", "c", "d", "e"}) EXPECT_STREQ(taxonomy_find(taxonomy.get(), id)->id, id);
   EXPECT_EQ(taxonomy_find(taxonomy.get(), "ROOT"), taxonomy->root);
   for (const char *id : {"A", "root", "", "aa"}) EXPECT_EQ(taxonomy_find(taxonomy.get(), id), nullptr) << id;
@@ -336,20 +339,20 @@ TEST_F(Tax, NodesAreFoundByTheirExactId) {
 }
 
 TEST_F(Tax, OfEqualIdsTheFirstOfAWalkIsFound) {
-  const taxonomy_ptr taxonomy =
+  const TaxonomyPtr taxonomy =
       load(taxonomy_object() + class_object("a", "ROOT") + class_object("x", "ROOT") + class_object("x", "a"));
   EXPECT_EQ(taxonomy_find(taxonomy.get(), "x"), taxonomy->root->children[0]->children[0]);
 }
 
 TEST_F(Tax, NodesWithoutAnIdArePassedOver) {
-  const taxonomy_ptr taxonomy = load("");
+  const TaxonomyPtr taxonomy = load("");
   taxonomy_insert(taxonomy.get(), make(nullptr).release(), nullptr);
   taxonomy_insert(taxonomy.get(), make("a").release(), nullptr);
   EXPECT_STREQ(taxonomy_find(taxonomy.get(), "a")->id, "a");
 }
 
 TEST_F(Tax, WalksPutParentsOrChildrenFirst) {
-  const taxonomy_ptr taxonomy = loaded();
+  const TaxonomyPtr taxonomy = loaded();
   EXPECT_THAT(walk(taxonomy, 0), ElementsAre("ROOT", "a", "b", "c", "d", "e"));
   EXPECT_THAT(walk(taxonomy, 1), ElementsAre("ROOT", "a", "b", "c", "d", "e"));
   EXPECT_THAT(walk(taxonomy, 2), ElementsAre("c", "b", "d", "a", "e", "ROOT"));
@@ -358,7 +361,7 @@ TEST_F(Tax, WalksPutParentsOrChildrenFirst) {
 }
 
 TEST_F(Tax, WalksCoverASubtree) {
-  const taxonomy_ptr taxonomy = loaded();
+  const TaxonomyPtr taxonomy = loaded();
   Ids ids;
   classification_walk(taxonomy_find(taxonomy.get(), "a"), 2, note, &ids);
   EXPECT_THAT(ids, ElementsAre("c", "b", "d", "a"));
@@ -382,7 +385,7 @@ void add_levels(Ids &ids, int from, int to, std::initializer_list<const char *> 
 }
 
 TEST_F(Tax, WalksOfDeepTreesKeepTheirOrder) {
-  const taxonomy_ptr taxonomy = load(comb(200));
+  const TaxonomyPtr taxonomy = load(comb(200));
   Ids parents_first{"ROOT"}, children_first;
   add_levels(parents_first, 0, 199, {"l", "m"});
   add_levels(parents_first, 199, 0, {"r"});
@@ -394,7 +397,7 @@ TEST_F(Tax, WalksOfDeepTreesKeepTheirOrder) {
 }
 
 TEST_F(Tax, WalksOfDeepSubtreesEndWhereTheyBegan) {
-  const taxonomy_ptr taxonomy = load(comb(200));
+  const TaxonomyPtr taxonomy = load(comb(200));
   Ids ids, expected{"m9"};
   add_levels(expected, 10, 199, {"l", "m"});
   add_levels(expected, 199, 10, {"r"});
@@ -403,13 +406,13 @@ TEST_F(Tax, WalksOfDeepSubtreesEndWhereTheyBegan) {
 }
 
 TEST_F(Tax, NodesAreFoundBehindDeepBranches) {
-  const taxonomy_ptr taxonomy = load(comb(200) + class_object("last", "ROOT"));
+  const TaxonomyPtr taxonomy = load(comb(200) + class_object("last", "ROOT"));
   for (const char *id : {"l199", "r199", "r100", "r0", "last"}) EXPECT_STREQ(taxonomy_find(taxonomy.get(), id)->id, id);
   EXPECT_EQ(taxonomy_find(taxonomy.get(), "l200"), nullptr);
 }
 
 TEST_F(Tax, WalksOfNothingDoNothing) {
-  const taxonomy_ptr taxonomy = loaded();
+  const TaxonomyPtr taxonomy = loaded();
   Ids ids;
   taxonomy_walk(nullptr, 0, note, &ids);
   classification_walk(nullptr, 0, note, &ids);
@@ -419,7 +422,7 @@ TEST_F(Tax, WalksOfNothingDoNothing) {
 }
 
 TEST_F(Tax, TheDepthCountsTheStepsToTheRoot) {
-  const taxonomy_ptr taxonomy = loaded();
+  const TaxonomyPtr taxonomy = loaded();
   EXPECT_EQ(depth(taxonomy, "ROOT"), 0);
   EXPECT_EQ(depth(taxonomy, "a"), 1);
   EXPECT_EQ(depth(taxonomy, "b"), 2);
@@ -430,7 +433,7 @@ TEST_F(Tax, TheDepthCountsTheStepsToTheRoot) {
 }
 
 TEST_F(Tax, TheDepthEndsAtANodeWithoutAnIdAndAtTheRoot) {
-  const node_ptr nameless = make(nullptr), root = make("ROOT"), node = make("x");
+  const NodePtr nameless = make(nullptr), root = make("ROOT"), node = make("x");
   EXPECT_EQ(taxonomy_depth(nullptr, nameless.get()), 0);
   node->parent = nameless.get();
   EXPECT_EQ(taxonomy_depth(nullptr, node.get()), 1);
@@ -439,7 +442,7 @@ TEST_F(Tax, TheDepthEndsAtANodeWithoutAnIdAndAtTheRoot) {
 }
 
 TEST_F(Tax, DestructionLeavesTheRecord) {
-  const host_ptr<Taxonomy> record(loaded().release());
+  const HostPtr<Taxonomy> record(loaded().release());
   taxonomy_destroy(record.get());
   EXPECT_EQ(host.live_blocks, 1);
   EXPECT_EQ(record->id, nullptr);
@@ -457,7 +460,7 @@ TEST_F(Tax, DestructionTakesARecordOfTheCallers) {
 }
 
 TEST_F(Tax, ANewNodeIsEmpty) {
-  const node_ptr node(classification_create());
+  const NodePtr node(classification_create());
   EXPECT_EQ(node->id, nullptr);
   EXPECT_EQ(node->description, nullptr);
   EXPECT_EQ(node->parent, nullptr);
@@ -469,7 +472,7 @@ TEST_F(Tax, ANewNodeIsEmpty) {
 }
 
 TEST_F(Tax, DestroyingANodeLeavesItsChildren) {
-  const taxonomy_ptr taxonomy = loaded();
+  const TaxonomyPtr taxonomy = loaded();
   Classification *top = make("top").release();
   taxonomy_insert(taxonomy.get(), top, nullptr);
   Classification *below = make("below").release();
@@ -486,7 +489,7 @@ constexpr int chain_length = 3000;
 void *use_chain(void *path) {
   const auto count = [](Classification *, void *counter) { ++*static_cast<int *>(counter); };
   const std::string last = std::to_string(chain_length - 1);
-  const taxonomy_ptr taxonomy(taxonomy_load(static_cast<const char *>(path)));
+  const TaxonomyPtr taxonomy(taxonomy_load(static_cast<const char *>(path)));
   EXPECT_EQ(taxonomy_depth(nullptr, taxonomy_find(taxonomy.get(), last.c_str())), chain_length);
   for (const int mode : {0, 2}) {
     int visited = 0;
@@ -500,7 +503,7 @@ void *use_chain(void *path) {
 TEST_F(Tax, DeepTreesDoNotNeedADeepStack) {
   std::string text = taxonomy_object() + class_object("0", "ROOT");
   for (int i = 1; i < chain_length; ++i) text += class_object(std::to_string(i), std::to_string(i - 1));
-  std::string path = folder.write("chain", text);
+  std::string path = directory.write("chain", text);
   pthread_attr_t small_stack;
   ASSERT_EQ(pthread_attr_init(&small_stack), 0);
   ASSERT_EQ(pthread_attr_setstacksize(&small_stack, size_t{96} << 10), 0);
@@ -544,10 +547,10 @@ TEST_F(Tax, LoadingFindsTheParentsThatInsertionFinds) {
   for (unsigned seed = 0; seed < 100; ++seed) {
     const auto classes = random_classes(seed);
     std::string text = taxonomy_object();
-    const taxonomy_ptr expected = load(text);
+    const TaxonomyPtr expected = load(text);
     for (const auto &[id, parent] : classes) {
       text += class_object(id, parent);
-      node_ptr node = make(id.c_str());
+      NodePtr node = make(id.c_str());
       const bool has_parent = taxonomy_find(expected.get(), parent.c_str()) != nullptr;
       taxonomy_insert(expected.get(), node.get(), parent.c_str());
       if (has_parent) static_cast<void>(node.release());
@@ -569,7 +572,7 @@ TEST_F(Tax, LoadingLeavesTheArraysOfChildrenTheirSize) {
   qxapi_bind(&recording);
   std::string text = taxonomy_object();
   for (int i = 0; i < 5; ++i) text += class_object(std::to_string(i), i < 3 ? "ROOT" : "0");
-  const taxonomy_ptr taxonomy = load(text);
+  const TaxonomyPtr taxonomy = load(text);
   EXPECT_EQ(sizes[taxonomy->root->children], 3 * sizeof(void *));
   EXPECT_EQ(sizes[taxonomy->root->children[0]->children], 2 * sizeof(void *));
   EXPECT_EQ(taxonomy->root->children[1]->children, nullptr);
@@ -600,7 +603,7 @@ TEST_F(Tax, RepeatedIdsOfDeepBranchesAreOrderedQuickly) {
     for (int i = 1; i < count; ++i)
       for (const char *branch : {"a", "b"}) text += class_object(name(branch, i), name(branch, i - 1));
     for (int i = 0; i < count; ++i) text += class_object("x", name(i % 2 == 0 ? "b" : "a", count - 1));
-    const taxonomy_ptr taxonomy = load(text + class_object("below", "x"));
+    const TaxonomyPtr taxonomy = load(text + class_object("below", "x"));
     EXPECT_EQ(taxonomy_find(taxonomy.get(), "below")->parent->parent,
               taxonomy_find(taxonomy.get(), name("a", count - 1).c_str()));
   };
@@ -611,7 +614,7 @@ using TaxDeathTest = Tax;
 
 TEST_F(TaxDeathTest, ATopLevelClassNeedsARoot) {
   Taxonomy empty{};
-  const node_ptr node = make("a");
+  const NodePtr node = make("a");
   EXPECT_DEATH(taxonomy_insert(&empty, node.get(), "ROOT"), "^tax:[0-9]+: assertion failed: a child has a parent\n$");
   EXPECT_DEATH(taxonomy_insert(nullptr, node.get(), nullptr), "^tax:[0-9]+: assertion failed");
 }

@@ -1,6 +1,6 @@
+// SPDX-License-Identifier: MIT
 #include "qxapi/ascii.h"
 
-#include <gtest/gtest.h>
 #include <strings.h>
 
 #include <algorithm>
@@ -8,6 +8,10 @@
 #include <cstdint>
 #include <string_view>
 #include <utility>
+
+#include <gtest/gtest.h>
+
+using namespace rdm;
 
 namespace {
 

@@ -1,15 +1,18 @@
-#include <qxapi/qxapi.h>
-
+// SPDX-License-Identifier: MIT
 #include <fcntl.h>
-#include <gtest/gtest.h>
 
 #include <cerrno>
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+#include <qxapi/qxapi.h>
+
 #include "qxapi/guard.h"
 #include "support/files.h"
 #include "support/memory_host.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -23,8 +26,8 @@ class Buffer : public support::HostTest, public ::testing::WithParamInterface<in
  protected:
   /// lines reads a whole file in lines of at most `limit` bytes, NUL included.
   std::vector<std::string> lines(const std::string &text, int limit) {
-    const file_guard file(host_open_read(folder.write("text", text).c_str()));
-    const reader_ptr reader(host_buffer_open(file.get(), GetParam()));
+    const HostFileGuard file(host_open_read(directory.write("text", text).c_str()));
+    const ReaderPtr reader(host_buffer_open(file.get(), GetParam()));
     std::vector<std::string> found;
     std::string line(static_cast<size_t>(limit) + 1, '!');
     while (host_getline(reader.get(), static_cast<int>(found.size()), limit, line.data()) == 0)
@@ -35,7 +38,7 @@ class Buffer : public support::HostTest, public ::testing::WithParamInterface<in
     return found;
   }
 
-  support::TemporaryFolder folder;
+  support::TemporaryDirectory directory;
 };
 
 INSTANTIATE_TEST_SUITE_P(Sizes, Buffer, ::testing::Values(1, 2, 7, 4096));
@@ -66,8 +69,8 @@ TEST_P(Buffer, ReadsLines) {
 TEST_P(Buffer, LimitOfOneHoldsNoText) { EXPECT_EQ(lines("one\ntwo\n", 1), (std::vector<std::string>{"", ""})); }
 
 TEST_P(Buffer, LimitBelowOneIsAnError) {
-  const file_guard file(host_open_read(folder.write("text", "one\n").c_str()));
-  const reader_ptr reader(host_buffer_open(file.get(), GetParam()));
+  const HostFileGuard file(host_open_read(directory.write("text", "one\n").c_str()));
+  const ReaderPtr reader(host_buffer_open(file.get(), GetParam()));
   char line[] = "untouched";
   EXPECT_EQ(host_getline(reader.get(), 1, 0, line), -1);
   EXPECT_EQ(host_getline(reader.get(), 1, -1, line), -1);
@@ -75,9 +78,9 @@ TEST_P(Buffer, LimitBelowOneIsAnError) {
 }
 
 TEST_P(Buffer, ReadsAFileThatGrows) {
-  const std::string path = folder.write("text", "one\n");
-  const file_guard file(host_open_read(path.c_str()));
-  const reader_ptr reader(host_buffer_open(file.get(), GetParam()));
+  const std::string path = directory.write("text", "one\n");
+  const HostFileGuard file(host_open_read(path.c_str()));
+  const ReaderPtr reader(host_buffer_open(file.get(), GetParam()));
   char line[10];
   EXPECT_EQ(host_getline(reader.get(), 1, sizeof line, line), 0);
   EXPECT_EQ(host_getline(reader.get(), 2, sizeof line, line), 1);
@@ -87,9 +90,9 @@ TEST_P(Buffer, ReadsAFileThatGrows) {
 }
 
 TEST_P(Buffer, ReadErrorIsMinusOne) {
-  const file_guard file(host_open_read(folder.path().c_str()));  // a folder opens and does not read
+  const HostFileGuard file(host_open_read(directory.path().c_str()));  // a directory opens and does not read
   ASSERT_TRUE(file);
-  const reader_ptr reader(host_buffer_open(file.get(), GetParam()));
+  const ReaderPtr reader(host_buffer_open(file.get(), GetParam()));
   char line[10];
   EXPECT_EQ(host_getline(reader.get(), 1, sizeof line, line), -1);
   EXPECT_EQ(errno, EISDIR);
@@ -106,15 +109,15 @@ TEST_P(Buffer, ReadErrorInsideALineIsMinusOne) {
   table.read = failing_read;
   qxapi_bind(&table);
   reads_left = 1;
-  const file_guard file(host_open_read(folder.write("text", std::string(5000, 'x')).c_str()));
-  const reader_ptr reader(host_buffer_open(file.get(), GetParam()));
+  const HostFileGuard file(host_open_read(directory.write("text", std::string(5000, 'x')).c_str()));
+  const ReaderPtr reader(host_buffer_open(file.get(), GetParam()));
   char line[5000];
   EXPECT_EQ(host_getline(reader.get(), 1, sizeof line, line), -1);
 }
 
 TEST_P(Buffer, CloseLeavesTheDescriptorOpen) {
-  const file_guard file(host_open_read(folder.write("text", "one\n").c_str()));
-  reader_ptr(host_buffer_open(file.get(), GetParam())).reset();
+  const HostFileGuard file(host_open_read(directory.write("text", "one\n").c_str()));
+  ReaderPtr(host_buffer_open(file.get(), GetParam())).reset();
   EXPECT_NE(::fcntl(file.get(), F_GETFD), -1);
 }
 

@@ -1,14 +1,16 @@
-#include <qxapi/qxapi.h>
-
-#include <gtest/gtest.h>
-
+// SPDX-License-Identifier: MIT
 #include <cstdint>
 #include <ctime>
 #include <limits>
 #include <string>
 
+#include <gtest/gtest.h>
+#include <qxapi/qxapi.h>
+
 #include "support/environment.h"
 #include "support/locale.h"
+
+using namespace rdm;
 
 namespace {
 

@@ -1,7 +1,4 @@
-#include <qxapi/qxapi.h>
-
-#include <gtest/gtest.h>
-
+// SPDX-License-Identifier: MIT
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -9,8 +6,13 @@
 #include <thread>
 #include <vector>
 
+#include <gtest/gtest.h>
+#include <qxapi/qxapi.h>
+
 #include "qxapi/guard.h"
 #include "support/memory_host.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -26,7 +28,7 @@ TEST(CriticalSection, HoldsOneThreadAtATime) {
   for (int t = 0; t < 8; ++t)
     threads.emplace_back([&] {
       for (int i = 0; i < 10000; ++i) {
-        const crit_guard inside(section());
+        const CritGuard inside(section());
         ++counter;
       }
     });

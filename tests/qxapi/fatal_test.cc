@@ -1,8 +1,11 @@
+// SPDX-License-Identifier: MIT
 #include "qxapi/fatal.h"
+
+#include <csignal>
 
 #include <gtest/gtest.h>
 
-#include <csignal>
+using namespace rdm;
 
 namespace {
 

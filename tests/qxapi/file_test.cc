@@ -1,7 +1,5 @@
-#include <qxapi/qxapi.h>
-
+// SPDX-License-Identifier: MIT
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -19,8 +17,13 @@
 #include <thread>
 #include <vector>
 
+#include <gtest/gtest.h>
+#include <qxapi/qxapi.h>
+
 #include "qxapi/guard.h"
 #include "support/files.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -42,8 +45,8 @@ class File : public ::testing::Test {
     return st.st_mode & 0777;
   }
 
-  support::TemporaryFolder folder;
-  std::string path = folder.path("file");
+  support::TemporaryDirectory directory;
+  std::string path = directory.path("file");
 };
 
 using Open = host_fd (*)(const char *);
@@ -72,10 +75,10 @@ struct Pipe {
   Pipe() {
     int fds[2];
     EXPECT_EQ(::pipe(fds), 0);
-    reader = file_guard(fds[0]);
-    writer = file_guard(fds[1]);
+    reader = HostFileGuard(fds[0]);
+    writer = HostFileGuard(fds[1]);
   }
-  file_guard reader, writer;
+  HostFileGuard reader, writer;
 };
 
 TEST_F(File, OpenReadReadsExistingFilesOnly) {
@@ -83,7 +86,7 @@ TEST_F(File, OpenReadReadsExistingFilesOnly) {
   EXPECT_STREQ(host_last_error_text(), "No such file or directory");
   EXPECT_FALSE(support::file_exists(path));
   support::write_file(path, "bytes");
-  const file_guard file(host_open_read(path.c_str()));
+  const HostFileGuard file(host_open_read(path.c_str()));
   EXPECT_EQ(read(file.get(), 10), "bytes");
   EXPECT_EQ(write(file.get(), "more"), 0);
   EXPECT_EQ(errno, EBADF);
@@ -92,7 +95,7 @@ TEST_F(File, OpenReadReadsExistingFilesOnly) {
 TEST_F(File, OpenWriteMakesAPrivateFileWhateverTheMask) {
   for (const mode_t mask : {0000u, 0022u, 0077u}) {
     const Mask guard(mask);
-    const file_guard file(host_open_write(path.c_str()));
+    const HostFileGuard file(host_open_write(path.c_str()));
     ASSERT_TRUE(file);
     EXPECT_EQ(mode(), 0600u);
     ::unlink(path.c_str());
@@ -105,7 +108,7 @@ TEST_F(File, EveryOpenMakesOneDescriptor) {
     for (const bool exists : {true, false}) {
       if (!exists) ::unlink(path.c_str());
       const auto before = descriptors();
-      const file_guard file(open(path.c_str()));
+      const HostFileGuard file(open(path.c_str()));
       EXPECT_EQ(descriptors(), before + (file ? 1 : 0));
     }
   }
@@ -114,14 +117,14 @@ TEST_F(File, EveryOpenMakesOneDescriptor) {
 TEST_F(File, OpenWriteEmptiesAnExistingFileAndKeepsItsMode) {
   support::write_file(path, "before");
   ::chmod(path.c_str(), 0640);
-  const file_guard file(host_open_write(path.c_str()));
+  const HostFileGuard file(host_open_write(path.c_str()));
   ASSERT_TRUE(file);
   EXPECT_EQ(support::read_file(path), "");
   EXPECT_EQ(mode(), 0640u);
 }
 
 TEST_F(File, OpenWriteReadsAndAppends) {
-  const file_guard file(host_open_write(path.c_str()));
+  const HostFileGuard file(host_open_write(path.c_str()));
   EXPECT_EQ(write(file.get(), "one"), 1);
   EXPECT_EQ(host_seek(file.get(), 1, SEEK_SET), 1);
   EXPECT_EQ(read(file.get(), 10), "ne");
@@ -133,7 +136,7 @@ TEST_F(File, OpenWriteReadsAndAppends) {
 TEST_F(File, OpenAppendMakesOrExtends) {
   const Mask mask(0002);
   for (const char *bytes : {"one", "two"}) {
-    const file_guard file(host_open_append(path.c_str()));
+    const HostFileGuard file(host_open_append(path.c_str()));
     ASSERT_TRUE(file);
     host_seek(file.get(), 0, SEEK_SET);
     EXPECT_EQ(write(file.get(), bytes), 1);
@@ -147,11 +150,11 @@ TEST_F(File, OpenAppendMakesOrExtends) {
 TEST_F(File, OpenReadwriteMakesOrKeeps) {
   const Mask mask(0027);
   {
-    const file_guard file(host_open_readwrite(path.c_str()));
+    const HostFileGuard file(host_open_readwrite(path.c_str()));
     EXPECT_EQ(write(file.get(), "abcdef"), 1);
   }
   EXPECT_EQ(mode(), 0640u);
-  const file_guard file(host_open_readwrite(path.c_str()));
+  const HostFileGuard file(host_open_readwrite(path.c_str()));
   EXPECT_EQ(read(file.get(), 2), "ab");
   EXPECT_EQ(write(file.get(), "XY"), 1);
   EXPECT_EQ(support::read_file(path), "abXYef");
@@ -160,13 +163,13 @@ TEST_F(File, OpenReadwriteMakesOrKeeps) {
 TEST_F(File, DescriptorsDoNotOutliveAnExec) {
   support::write_file(path, "");
   for (const Open open : all_opens) {
-    const file_guard file(open(path.c_str()));
+    const HostFileGuard file(open(path.c_str()));
     EXPECT_NE(::fcntl(file.get(), F_GETFD) & FD_CLOEXEC, 0);
   }
 }
 
-TEST_F(File, NothingOpensInAMissingFolder) {
-  const std::string missing = folder.path("missing/file");
+TEST_F(File, NothingOpensInAMissingDirectory) {
+  const std::string missing = directory.path("missing/file");
   for (const Open open : all_opens) {
     EXPECT_EQ(open(missing.c_str()), -1);
     EXPECT_EQ(errno, ENOENT);
@@ -175,7 +178,7 @@ TEST_F(File, NothingOpensInAMissingFolder) {
 
 TEST_F(File, ReadStopsAtTheEnd) {
   support::write_file(path, "abc");
-  const file_guard file(host_open_read(path.c_str()));
+  const HostFileGuard file(host_open_read(path.c_str()));
   EXPECT_EQ(read(file.get(), 0), "");
   EXPECT_EQ(read(file.get(), 2), "ab");
   EXPECT_EQ(read(file.get(), 2), "c");
@@ -246,7 +249,7 @@ TEST_F(File, WriteWritesAllThereIs) {
 }
 
 TEST_F(File, WriteOfOneByteSucceeds) {
-  const file_guard file(host_open_write(path.c_str()));
+  const HostFileGuard file(host_open_write(path.c_str()));
   EXPECT_EQ(write(file.get(), "1"), 1);
   EXPECT_EQ(host_write_log(file.get(), "2", 1), 1);
   EXPECT_EQ(support::read_file(path), "12");
@@ -269,7 +272,7 @@ TEST_F(File, WritesGoOnAfterASignal) {
 }
 
 TEST_F(File, WriteErrorIsZero) {
-  const file_guard full(host_open_readwrite("/dev/full"));
+  const HostFileGuard full(host_open_readwrite("/dev/full"));
   EXPECT_EQ(write(full.get(), "bytes"), 0);
   EXPECT_STREQ(host_last_error_text(), "No space left on device");
   EXPECT_EQ(host_write_log(full.get(), "bytes", 5), 0);
@@ -279,7 +282,7 @@ TEST_F(File, WriteErrorIsZero) {
 }
 
 TEST_F(File, WriteOfNothingSucceeds) {
-  const file_guard file(host_open_write(path.c_str()));
+  const HostFileGuard file(host_open_write(path.c_str()));
   EXPECT_EQ(host_write(file.get(), "", 0), 1);
   EXPECT_EQ(host_write_log(file.get(), "", 0), 1);
 }
@@ -289,7 +292,7 @@ TEST_F(File, LogLinesOfManyThreadsStayWhole) {
   std::vector<std::thread> threads;
   for (int t = 0; t < thread_count; ++t)
     threads.emplace_back([&, t] {
-      const file_guard file(host_open_append(path.c_str()));
+      const HostFileGuard file(host_open_append(path.c_str()));
       const std::string line = std::string(200, static_cast<char>('a' + t)) + "\n";
       for (int i = 0; i < lines_each; ++i)
         EXPECT_EQ(host_write_log(file.get(), line.data(), static_cast<int32_t>(line.size())), 1);
@@ -307,7 +310,7 @@ TEST_F(File, LogLinesOfManyThreadsStayWhole) {
 
 TEST_F(File, SeekAnswersTheNewPosition) {
   support::write_file(path, "abcdef");
-  const file_guard file(host_open_read(path.c_str()));
+  const HostFileGuard file(host_open_read(path.c_str()));
   EXPECT_EQ(host_seek(file.get(), 0, SEEK_END), 6);
   EXPECT_EQ(host_seek(file.get(), -4, SEEK_CUR), 2);
   EXPECT_EQ(read(file.get(), 2), "cd");
@@ -329,7 +332,7 @@ TEST_F(File, StatTellsTheSize) {
   struct stat st;
   EXPECT_EQ(host_stat(path.c_str(), &st), 0);
   EXPECT_EQ(st.st_size, 5);
-  EXPECT_EQ(host_stat(folder.path("missing").c_str(), &st), -1);
+  EXPECT_EQ(host_stat(directory.path("missing").c_str(), &st), -1);
   EXPECT_STREQ(host_last_error_text(), "No such file or directory");
 }
 

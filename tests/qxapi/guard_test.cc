@@ -1,24 +1,28 @@
+// SPDX-License-Identifier: MIT
 #include "qxapi/guard.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
 #include <cstdint>
 #include <utility>
 
+#include <gtest/gtest.h>
+
 #include "support/files.h"
 #include "support/memory_host.h"
+
+using namespace rdm;
 
 namespace {
 
 class Guard : public support::HostTest {
  protected:
   static bool is_open(host_fd fd) { return ::fcntl(fd, F_GETFD) != -1; }
-  host_fd open() { return host_open_write(folder.path("file").c_str()); }
+  host_fd open() { return host_open_write(directory.path("file").c_str()); }
 
-  support::TemporaryFolder folder;
+  support::TemporaryDirectory directory;
 };
 
 TEST_F(Guard, NewRecordsAreZeroed) {
@@ -30,7 +34,7 @@ TEST_F(Guard, NewRecordsAreZeroed) {
   void *const used = host_alloc(10 * sizeof(Record));
   std::fill_n(static_cast<unsigned char *>(used), 10 * sizeof(Record), static_cast<unsigned char>(0xAA));
   host_free(used);
-  const host_ptr<Record> records = host_new<Record>(10);
+  const HostPtr<Record> records = host_new<Record>(10);
   for (int i = 0; i < 10; ++i) {
     EXPECT_EQ(records.get()[i].number, 0);
     EXPECT_EQ(records.get()[i].text, nullptr);
@@ -46,19 +50,19 @@ TEST_F(Guard, NewRecordWithoutMemoryIsNull) {
 TEST_F(Guard, FilesCloseWithTheirGuard) {
   host_fd fd = -1;
   {
-    const file_guard file(open());
+    const HostFileGuard file(open());
     fd = file.get();
     EXPECT_TRUE(file);
     EXPECT_TRUE(is_open(fd));
   }
   EXPECT_FALSE(is_open(fd));
-  EXPECT_FALSE(file_guard());
+  EXPECT_FALSE(HostFileGuard());
 }
 
 TEST_F(Guard, ReleasedFilesStayOpen) {
   host_fd fd = -1;
   {
-    file_guard file(open());
+    HostFileGuard file(open());
     fd = file.release();
     EXPECT_FALSE(file);
   }
@@ -67,21 +71,21 @@ TEST_F(Guard, ReleasedFilesStayOpen) {
 }
 
 TEST_F(Guard, MovedFilesCloseOnce) {
-  file_guard first(open());
+  HostFileGuard first(open());
   const host_fd fd = first.get();
-  file_guard second(std::move(first));
+  HostFileGuard second(std::move(first));
   EXPECT_EQ(second.get(), fd);
-  file_guard third;
+  HostFileGuard third;
   third = std::move(second);
   EXPECT_EQ(third.get(), fd);
   EXPECT_TRUE(is_open(fd));
 }
 
 TEST_F(Guard, AssignedOverFilesCloseWithTheSource) {
-  file_guard kept(open());
+  HostFileGuard kept(open());
   const host_fd replaced_fd = kept.get();
   {
-    file_guard other(host_open_write(folder.path("other").c_str()));
+    HostFileGuard other(host_open_write(directory.path("other").c_str()));
     kept = std::move(other);
   }
   EXPECT_FALSE(is_open(replaced_fd));
@@ -91,7 +95,7 @@ TEST_F(Guard, AssignedOverFilesCloseWithTheSource) {
 TEST_F(Guard, SectionsAreLeftWithTheirGuard) {
   static host_crit *const section = qxapi_posix_host()->crit_create();
   {
-    const crit_guard inside(section);
+    const CritGuard inside(section);
     EXPECT_EQ(host.crit_depth, 1);
   }
   EXPECT_EQ(host.crit_depth, 0);

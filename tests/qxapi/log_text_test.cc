@@ -1,8 +1,11 @@
+// SPDX-License-Identifier: MIT
 #include "qxapi/log_text.h"
+
+#include <string>
 
 #include <gtest/gtest.h>
 
-#include <string>
+using namespace rdm;
 
 namespace {
 

@@ -1,28 +1,30 @@
-#include <qxapi/qxapi.h>
-
-#include <gtest/gtest.h>
-
+// SPDX-License-Identifier: MIT
 #include <cstdint>
 #include <cstring>
 
+#include <gtest/gtest.h>
+#include <qxapi/qxapi.h>
+
 #include "qxapi/guard.h"
+
+using namespace rdm;
 
 namespace {
 
 TEST(Memory, ZeroBytesAreABlockToo) {
-  const host_ptr<void> block(host_alloc(0));
+  const HostPtr<void> block(host_alloc(0));
   EXPECT_NE(block, nullptr);
 }
 
 TEST(Memory, BlocksAreWritableAndAligned) {
-  const host_ptr<char> block(static_cast<char *>(host_alloc(1000)));
+  const HostPtr<char> block(static_cast<char *>(host_alloc(1000)));
   ASSERT_NE(block, nullptr);
   std::memset(block.get(), 'x', 1000);
   EXPECT_EQ(reinterpret_cast<uintptr_t>(block.get()) % alignof(max_align_t), 0u);
 }
 
 TEST(Memory, ReallocKeepsTheBytes) {
-  host_ptr<char> block(static_cast<char *>(host_realloc(nullptr, 4)));
+  HostPtr<char> block(static_cast<char *>(host_realloc(nullptr, 4)));
   ASSERT_NE(block, nullptr);
   std::memcpy(block.get(), "abc", 4);
   block.reset(static_cast<char *>(host_realloc(block.release(), 100000)));
@@ -35,13 +37,13 @@ TEST(Memory, ReallocKeepsTheBytes) {
 
 TEST(Memory, FreeIgnoresNull) {
   host_free(nullptr);
-  const host_ptr<void> block(host_alloc(1));
+  const HostPtr<void> block(host_alloc(1));
   EXPECT_NE(block, nullptr);
 }
 
 TEST(Memory, StrdupCopies) {
   char text[] = "text";
-  const host_text copy(host_strdup(text));
+  const HostText copy(host_strdup(text));
   text[0] = 'n';
   EXPECT_STREQ(copy.get(), "text");
 }

@@ -1,11 +1,14 @@
+// SPDX-License-Identifier: MIT
 #include "qxapi/name_index.h"
-
-#include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "support/memory_host.h"
+
+using namespace rdm;
 
 namespace {
 

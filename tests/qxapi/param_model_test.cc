@@ -1,15 +1,18 @@
+// SPDX-License-Identifier: MIT
 /// Parameter blocks under random operations, compared with a vector of pairs that is searched one by one.
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "qxapi/guard.h"
 #include "qxapi/records.h"
 #include "support/memory_host.h"
 #include "support/model.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -87,7 +90,7 @@ class Case {
   }
 
   void remove(const std::string &name) {
-    const param_ptr removed(host_param_find_entry(name.c_str(), block_.get(), 1));
+    const ParamPtr removed(host_param_find_entry(name.c_str(), block_.get(), 1));
     const auto expected = first_of(name);
     same("removed", removed != nullptr, expected != model_.end());
     if (!removed) return;
@@ -117,7 +120,7 @@ class Case {
     }
   }
 
-  pblock_ptr block_{host_param_create(7)};
+  PblockPtr block_{host_param_create(7)};
   Pairs model_;
   int values_ = 0;
 };

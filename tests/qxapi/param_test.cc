@@ -1,14 +1,16 @@
-#include <qxapi/qxapi.h>
-
-#include <gtest/gtest.h>
-
+// SPDX-License-Identifier: MIT
 #include <string>
 #include <utility>
 #include <vector>
 
+#include <gtest/gtest.h>
+#include <qxapi/qxapi.h>
+
 #include "qxapi/guard.h"
 #include "support/growth.h"
 #include "support/memory_host.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -25,7 +27,7 @@ class Parameters : public support::HostTest {
   int add(const char *name, const char *value) { return host_param_add(name, value, block.get()); }
   int parse(const char *line) { return host_param_parse(line, block.get()); }
 
-  pblock_ptr block{host_param_create(5)};
+  PblockPtr block{host_param_create(5)};
 };
 
 TEST_F(Parameters, EmptyBlockFindsNothing) {
@@ -75,11 +77,11 @@ TEST_F(Parameters, EntryStaysUnlessRemoved) {
 TEST_F(Parameters, RemovedEntryIsTheCallersAndUncoversTheNext) {
   add("name", "first");
   add("name", "second");
-  param_ptr first(host_param_find_entry("name", block.get(), 1));
+  ParamPtr first(host_param_find_entry("name", block.get(), 1));
   EXPECT_STREQ(first->value, "first");
   EXPECT_EQ(first->next, nullptr);
   EXPECT_STREQ(find("name"), "second");
-  const param_ptr second(host_param_find_entry("name", block.get(), 1));
+  const ParamPtr second(host_param_find_entry("name", block.get(), 1));
   EXPECT_STREQ(second->value, "second");
   EXPECT_EQ(find("name"), nullptr);
 }
@@ -87,10 +89,10 @@ TEST_F(Parameters, RemovedEntryIsTheCallersAndUncoversTheNext) {
 TEST_F(Parameters, AddingGoesOnWhicheverEntryWasRemoved) {
   for (const char *removed : {"a", "b", "c"}) {
     for (const char *name : {"a", "b", "c"}) add(name, name);
-    const param_ptr entry(host_param_find_entry(removed, block.get(), 1));
+    const ParamPtr entry(host_param_find_entry(removed, block.get(), 1));
     add("d", "d");
     for (const char *name : {"a", "b", "c", "d"}) {
-      const param_ptr left(host_param_find_entry(name, block.get(), 1));
+      const ParamPtr left(host_param_find_entry(name, block.get(), 1));
       EXPECT_EQ(left != nullptr, std::string(name) != removed) << name << " without " << removed;
     }
   }
@@ -99,7 +101,7 @@ TEST_F(Parameters, AddingGoesOnWhicheverEntryWasRemoved) {
 // An alias file of 40,000 names held the start for 3 s, because each name was searched for among all before it.
 TEST_F(Parameters, ManyAreFoundAtOnce) {
   const auto use = [](int count) {
-    const pblock_ptr many(host_param_create(5));
+    const PblockPtr many(host_param_create(5));
     const auto name = [](int i) { return "name " + std::to_string(i); };
     for (int i = 0; i < count; ++i) {
       ASSERT_EQ(host_param_find(name(i).c_str(), many.get()), nullptr);
@@ -107,7 +109,7 @@ TEST_F(Parameters, ManyAreFoundAtOnce) {
     }
     for (int i = 0; i < count; ++i) ASSERT_EQ(std::to_string(i), host_param_find(name(i).c_str(), many.get()));
     for (int i = count; i-- > 0;) {
-      const param_ptr entry(host_param_find_entry(name(i).c_str(), many.get(), 1));
+      const ParamPtr entry(host_param_find_entry(name(i).c_str(), many.get(), 1));
       ASSERT_TRUE(entry) << i;
     }
     EXPECT_EQ(host_param_find(name(0).c_str(), many.get()), nullptr);
@@ -117,10 +119,10 @@ TEST_F(Parameters, ManyAreFoundAtOnce) {
 
 TEST_F(Parameters, ManyOfOneNameAreFoundInTheirOrder) {
   const auto use = [](int count) {
-    const pblock_ptr many(host_param_create(5));
+    const PblockPtr many(host_param_create(5));
     for (int i = 0; i < count; ++i) ASSERT_EQ(host_param_add("name", std::to_string(i).c_str(), many.get()), 0);
     for (int i = 0; i < count; ++i) {
-      const param_ptr entry(host_param_find_entry("name", many.get(), 1));
+      const ParamPtr entry(host_param_find_entry("name", many.get(), 1));
       ASSERT_EQ(std::to_string(i), entry->value);
     }
     EXPECT_EQ(host_param_find("name", many.get()), nullptr);
@@ -225,7 +227,7 @@ TEST_F(Parameters, ParseTable) {
     block.reset(host_param_create(5));
     EXPECT_EQ(parse(test.line), static_cast<int>(test.pairs.size())) << test.line;
     for (const auto &[name, value] : test.pairs) {
-      const param_ptr entry(host_param_find_entry(name.c_str(), block.get(), 1));
+      const ParamPtr entry(host_param_find_entry(name.c_str(), block.get(), 1));
       ASSERT_NE(entry, nullptr) << test.line;
       EXPECT_EQ(entry->value, value) << test.line;
     }

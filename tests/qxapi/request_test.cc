@@ -1,18 +1,20 @@
-#include <qxapi/qxapi.h>
+// SPDX-License-Identifier: MIT
+#include <cerrno>
 
 #include <gtest/gtest.h>
-
-#include <cerrno>
+#include <qxapi/qxapi.h>
 
 #include "qxapi/guard.h"
 #include "support/memory_host.h"
+
+using namespace rdm;
 
 namespace {
 
 const qxapi_host &posix() { return *qxapi_posix_host(); }
 
 TEST(PosixRequest, HeadersAreFoundInAnyLetterCase) {
-  const pblock_ptr headers(host_param_create(3));
+  const PblockPtr headers(host_param_create(3));
   host_param_add("content-length", "7", headers.get());
   Request request{};
   request.headers = headers.get();
@@ -24,7 +26,7 @@ TEST(PosixRequest, HeadersAreFoundInAnyLetterCase) {
 }
 
 TEST(PosixRequest, AbsentHeadersAreNull) {
-  const pblock_ptr headers(host_param_create(3));
+  const PblockPtr headers(host_param_create(3));
   host_param_add("content-length", "7", headers.get());
   Request request{};
   request.headers = headers.get();
@@ -37,7 +39,7 @@ TEST(PosixRequest, AbsentHeadersAreNull) {
 
 TEST(PosixRequest, LongHeaderNamesAreNotTakenForShorterOnes) {
   const std::string longest(255, 'x');
-  const pblock_ptr headers(host_param_create(3));
+  const PblockPtr headers(host_param_create(3));
   host_param_add(longest.c_str(), "7", headers.get());
   Request request{};
   request.headers = headers.get();

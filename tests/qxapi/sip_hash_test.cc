@@ -1,9 +1,12 @@
+// SPDX-License-Identifier: MIT
 #include "qxapi/sip_hash.h"
-
-#include <gtest/gtest.h>
 
 #include <string>
 #include <utility>
+
+#include <gtest/gtest.h>
+
+using namespace rdm;
 
 namespace {
 

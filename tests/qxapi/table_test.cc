@@ -1,7 +1,4 @@
-#include <qxapi/qxapi.h>
-
-#include <gtest/gtest.h>
-
+// SPDX-License-Identifier: MIT
 #include <concepts>
 #include <cstdio>
 #include <cstring>
@@ -10,6 +7,9 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include <gtest/gtest.h>
+#include <qxapi/qxapi.h>
 
 namespace {
 

@@ -1,6 +1,4 @@
-#include <qxapi/qxapi.h>
-
-#include <gtest/gtest.h>
+// SPDX-License-Identifier: MIT
 #include <unistd.h>
 
 #include <atomic>
@@ -12,6 +10,9 @@
 #include <string>
 #include <thread>
 #include <vector>
+
+#include <gtest/gtest.h>
+#include <qxapi/qxapi.h>
 
 namespace {
 

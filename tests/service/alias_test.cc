@@ -1,16 +1,18 @@
+// SPDX-License-Identifier: MIT
 #include "service/alias.h"
-
-#include <gtest/gtest.h>
-
-#include <libcs/log.h>
 
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
+#include <libcs/log.h>
 
 #include "support/diagnostics.h"
 #include "support/files.h"
 #include "support/growth.h"
 #include "support/memory_host.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -21,7 +23,7 @@ class Alias : public support::HostTest {
  protected:
   void TearDown() override { alias_destroy(a2p, p2a); }
 
-  int init(const std::string &text) { return alias_init(&a2p, &p2a, folder.write("alias.conf", text).c_str()); }
+  int init(const std::string &text) { return alias_init(&a2p, &p2a, directory.write("alias.conf", text).c_str()); }
 
   int parse(std::string line) {
     if (a2p == nullptr) a2p = host_param_create(13), p2a = host_param_create(13);
@@ -39,7 +41,7 @@ class Alias : public support::HostTest {
 
   static std::string text(const char *value) { return value == nullptr ? "(none)" : value; }
 
-  support::TemporaryFolder folder;
+  support::TemporaryDirectory directory;
   support::Diagnostics diagnostics;
   pblock *a2p = nullptr;
   pblock *p2a = nullptr;
@@ -58,10 +60,10 @@ TEST_F(Alias, AParentLeadsToItsAliasesAndTheyToIt) {
 
 // The error passed for the end of the file, without a word.
 TEST_F(Alias, AFileThatCannotBeReadIsNone) {
-  EXPECT_EQ(alias_init(&a2p, &p2a, folder.path().c_str()), -1);
+  EXPECT_EQ(alias_init(&a2p, &p2a, directory.path().c_str()), -1);
   EXPECT_EQ(a2p, nullptr);
   EXPECT_EQ(p2a, nullptr);
-  EXPECT_EQ(diagnostics.text(), "ERROR: alias_init: Can't read " + folder.path() + ": Is a directory\n");
+  EXPECT_EQ(diagnostics.text(), "ERROR: alias_init: Can't read " + directory.path() + ": Is a directory\n");
 }
 
 TEST_F(Alias, AParentAloneHasNoAliases) {
@@ -257,7 +259,7 @@ TEST_F(Alias, LinesAreCutAtTheirLimit) {
 }
 
 TEST_F(Alias, AMissingFileGivesNoMaps) {
-  const std::string path = folder.path("missing");
+  const std::string path = directory.path("missing");
   a2p = p2a = reinterpret_cast<pblock *>(this);
   EXPECT_EQ(alias_init(&a2p, &p2a, path.c_str()), -1);
   EXPECT_EQ(a2p, nullptr);
@@ -266,7 +268,7 @@ TEST_F(Alias, AMissingFileGivesNoMaps) {
 }
 
 TEST_F(Alias, WithoutMapsThereAreNoneGiven) {
-  const std::string path = folder.write("alias.conf", "one a\n");
+  const std::string path = directory.write("alias.conf", "one a\n");
   for (const int refused : {1, 2}) {
     host.fail_allocation = host.allocations + refused;
     EXPECT_EQ(alias_init(&a2p, &p2a, path.c_str()), -1);
@@ -279,7 +281,7 @@ TEST_F(Alias, WithoutMapsThereAreNoneGiven) {
 }
 
 TEST_F(Alias, WithoutAReaderThereAreNoMaps) {
-  const std::string path = folder.write("alias.conf", "one a\n");
+  const std::string path = directory.write("alias.conf", "one a\n");
   host.fail_allocation = host.allocations + 3;
   EXPECT_EQ(alias_init(&a2p, &p2a, path.c_str()), -1);
   EXPECT_EQ(a2p, nullptr);
@@ -288,7 +290,7 @@ TEST_F(Alias, WithoutAReaderThereAreNoMaps) {
 }
 
 TEST_F(Alias, SurvivesTheFailureOfAnyAllocation) {
-  const std::string path = folder.write("alias.conf", "one a b\ntwo c\n");
+  const std::string path = directory.write("alias.conf", "one a b\ntwo c\n");
   for (long refused = 1;; ++refused) {
     const long before = host.allocations;
     host.fail_allocation = before + refused;
@@ -302,7 +304,7 @@ TEST_F(Alias, SurvivesTheFailureOfAnyAllocation) {
 
 TEST_F(Alias, WritesNothingWhenTheLogIsOff) {
   cslog_set_level(0);
-  EXPECT_EQ(alias_init(&a2p, &p2a, folder.path("missing").c_str()), -1);
+  EXPECT_EQ(alias_init(&a2p, &p2a, directory.path("missing").c_str()), -1);
   EXPECT_EQ(parse("one a a"), -1);
   EXPECT_EQ(diagnostics.text(), "");
 }

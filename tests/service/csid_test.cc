@@ -1,26 +1,28 @@
+// SPDX-License-Identifier: MIT
 #include "service/csid.h"
-
-#include <gtest/gtest.h>
-
-#include <libcs/log.h>
 
 #include <cerrno>
 #include <string>
+
+#include <gtest/gtest.h>
+#include <libcs/log.h>
 
 #include "service/alias.h"
 #include "support/diagnostics.h"
 #include "support/files.h"
 #include "support/memory_host.h"
 
+using namespace rdm;
+
 namespace {
 
-/// The registry over configuration files of the test's own folder.
+/// The registry over configuration files of the test's own directory.
 class Csid : public support::HostTest {
  protected:
   void TearDown() override { csid_terminate(); }
 
   int init(const std::string &text, const char *default_csid = nullptr) {
-    return csid_init(folder.write("csid.conf", text).c_str(), default_csid);
+    return csid_init(directory.write("csid.conf", text).c_str(), default_csid);
   }
 
   static std::string value(const char *name, const char *csid) {
@@ -28,9 +30,9 @@ class Csid : public support::HostTest {
     return found == nullptr ? "(none)" : found;
   }
 
-  std::string file() const { return folder.path("csid.conf"); }
+  std::string file() const { return directory.path("csid.conf"); }
 
-  support::TemporaryFolder folder;
+  support::TemporaryDirectory directory;
   support::Diagnostics diagnostics;
 };
 
@@ -228,7 +230,7 @@ TEST_F(Csid, AnUnknownDefaultIsAllowed) {
 }
 
 TEST_F(Csid, ADefaultThatCannotBeKeptIsReported) {
-  const std::string path = folder.write("csid.conf", "csid=one\n");
+  const std::string path = directory.write("csid.conf", "csid=one\n");
   host.fail_allocation = host.allocations + 1;
   EXPECT_EQ(csid_init(path.c_str(), "one"), 0);
   EXPECT_EQ(csid_default(nullptr), nullptr);
@@ -251,7 +253,7 @@ TEST_F(Csid, WithoutAFileTheRegistryIsEmpty) {
 }
 
 TEST_F(Csid, WithoutAReaderTheRegistryIsEmpty) {
-  const std::string path = folder.write("csid.conf", "csid=one\n");
+  const std::string path = directory.write("csid.conf", "csid=one\n");
   host.fail_allocation = host.allocations + 1;
   EXPECT_EQ(csid_init(path.c_str(), nullptr), -1);
   EXPECT_EQ(csid_find("one"), nullptr);
@@ -265,7 +267,7 @@ TEST_F(Csid, AFileWithoutServicesGivesAnEmptyRegistry) {
 }
 
 TEST_F(Csid, AServiceHasTheMapsOfItsAliasFile) {
-  const std::string one = folder.write("one.alias", "p a b\n"), two = folder.write("two.alias", "q c\n");
+  const std::string one = directory.write("one.alias", "p a b\n"), two = directory.write("two.alias", "q c\n");
   EXPECT_EQ(init("csid=one alias-file=" + one + "\ncsid=none\ncsid=two\nalias-file=\"" + two + "\"\n"), 0);
   EXPECT_STREQ(alias_to_parent(csid_finda2p("one"), "b"), "p");
   EXPECT_STREQ(parent_to_aliases(csid_findp2a("one"), "p"), "a");
@@ -277,7 +279,7 @@ TEST_F(Csid, AServiceHasTheMapsOfItsAliasFile) {
 }
 
 TEST_F(Csid, AServiceWhoseAliasFileFailsHasNoMaps) {
-  const std::string path = folder.path("missing"), two = folder.write("two.alias", "q c\n");
+  const std::string path = directory.path("missing"), two = directory.write("two.alias", "q c\n");
   EXPECT_EQ(init("csid=one alias-file=" + path + "\ncsid=two alias-file=" + two + "\n"), 0);
   EXPECT_NE(csid_find("one"), nullptr);
   EXPECT_EQ(csid_finda2p("one"), nullptr);
@@ -308,7 +310,7 @@ TEST_F(Csid, ADefaultOfBeforeIsComparedToo) {
 }
 
 TEST_F(Csid, ReadingAgainReplacesTheServices) {
-  const std::string alias = folder.write("one.alias", "p a\n");
+  const std::string alias = directory.write("one.alias", "p a\n");
   EXPECT_EQ(init("csid=one a=1 alias-file=" + alias + "\ncsid=two\n", "one"), 0);
   EXPECT_EQ(init("csid=two b=2\n", "two"), 0);
   EXPECT_EQ(csid_find("one"), nullptr);
@@ -319,7 +321,7 @@ TEST_F(Csid, ReadingAgainReplacesTheServices) {
 
 TEST_F(Csid, AFailedReadingLeavesTheRegistryEmpty) {
   EXPECT_EQ(init("csid=one\n"), 0);
-  EXPECT_EQ(csid_init(folder.path("missing").c_str(), nullptr), -1);
+  EXPECT_EQ(csid_init(directory.path("missing").c_str(), nullptr), -1);
   EXPECT_EQ(csid_find("one"), nullptr);
 }
 
@@ -335,7 +337,7 @@ TEST_F(Csid, TerminateForgetsServicesAndDefault) {
 }
 
 TEST_F(Csid, ALineThatDoesNotFitInMemoryIsReportedAndLost) {
-  const std::string path = folder.write("csid.conf", "csid=one\ncsid=two a=1\nb=2\ncsid=three\n");
+  const std::string path = directory.write("csid.conf", "csid=one\ncsid=two a=1\nb=2\ncsid=three\n");
   // The reader, then for the first line: its block, the two texts parsed, the entry with its two copies, the CSID.
   host.fail_allocation = host.allocations + 1 + 7 + 1;
   EXPECT_EQ(csid_init(path.c_str(), nullptr), 0);
@@ -346,8 +348,8 @@ TEST_F(Csid, ALineThatDoesNotFitInMemoryIsReportedAndLost) {
 }
 
 TEST_F(Csid, SurvivesTheFailureOfAnyAllocation) {
-  const std::string alias = folder.write("one.alias", "p a\n");
-  const std::string path = folder.write("csid.conf", "csid=one a=1\nalias-file=" + alias + "\ncsid=two\nb=2\n");
+  const std::string alias = directory.write("one.alias", "p a\n");
+  const std::string path = directory.write("csid.conf", "csid=one a=1\nalias-file=" + alias + "\ncsid=two\nb=2\n");
   for (long refused = 1;; ++refused) {
     const long before = host.allocations;
     const size_t reported = diagnostics.raw().size();

@@ -1,19 +1,22 @@
-#include <gtest/gtest.h>
-
+// SPDX-License-Identifier: MIT
 #include <cstring>
 #include <string>
+
+#include <gtest/gtest.h>
 
 #include "service/message.h"
 #include "service/support/catalog.h"
 #include "support/diagnostics.h"
 #include "support/memory_host.h"
 
+using namespace rdm;
+
 namespace {
 
 using support::Diagnostics;
 
-csio_ptr buffer_of(const std::string &text) {
-  csio_ptr io = make_csio();
+CsioPtr buffer_of(const std::string &text) {
+  CsioPtr io = make_csio();
   append_text(io.get(), text);
   return io;
 }
@@ -26,7 +29,7 @@ std::string bytes_of(csio *io) {
 }
 
 std::string printed(const rdmhdr *header) {
-  const csio_ptr io = make_csio();
+  const CsioPtr io = make_csio();
   EXPECT_EQ(rdmhdr_print(header, io.get()), 0);
   return bytes_of(io.get());
 }
@@ -53,7 +56,7 @@ class RdmHeader : public support::HostTest {
     EXPECT_EQ(header_->error_message, nullptr);
     EXPECT_EQ(header_->error_code, 0);
   }
-  rdmhdr_ptr header_;
+  RdmHeaderPtr header_;
 };
 
 TEST_F(RdmHeader, IsCreatedWithEveryFieldZero) {
@@ -101,7 +104,7 @@ TEST_F(RdmHeader, IgnoresTheRecordsVersionWhenPrinting) {
 }
 
 TEST_F(RdmHeader, IsInItsFileOnceItIsPrinted) {
-  const csio_ptr io = buffer_of("before\n");
+  const CsioPtr io = buffer_of("before\n");
   csio_convert2file(io.get());
   EXPECT_EQ(rdmhdr_print(header_.get(), io.get()), 0);
   EXPECT_EQ(support::read_file(io->filename), "before\n" + printed(header_.get()));
@@ -183,14 +186,14 @@ TEST_F(RdmHeader, WithoutATypeHasTypeZero) {
 }
 
 TEST_F(RdmHeader, WithoutACatalogTakesTheDefaultOrUnknown) {
-  const support::TemporaryFolder folder;
+  const support::TemporaryDirectory directory;
   {
-    const support::Registry registry(folder, "csid=\"x-catalog://h:1/n\"\n", "x-catalog://h:1/n");
+    const support::Registry registry(directory, "csid=\"x-catalog://h:1/n\"\n", "x-catalog://h:1/n");
     ASSERT_EQ(parse(header_with({{"rdm-version", "1.0"}})), 0);
     EXPECT_STREQ(header_->csid, "x-catalog://h:1/n");
   }
   {
-    const support::Registry registry(folder, "", "");
+    const support::Registry registry(directory, "", "");
     ASSERT_EQ(parse(header_with({{"rdm-version", "1.0"}})), 0);
     EXPECT_STREQ(header_->csid, "unknown") << "an empty default is none";
   }
@@ -199,8 +202,8 @@ TEST_F(RdmHeader, WithoutACatalogTakesTheDefaultOrUnknown) {
 }
 
 TEST_F(RdmHeader, KeepsACatalogThatIsEmpty) {
-  const support::TemporaryFolder folder;
-  const support::Registry registry(folder, "csid=\"x-catalog://h:1/n\"\n", "x-catalog://h:1/n");
+  const support::TemporaryDirectory directory;
+  const support::Registry registry(directory, "csid=\"x-catalog://h:1/n\"\n", "x-catalog://h:1/n");
   ASSERT_EQ(parse(header_with({{"rdm-version", "1.0"}, {"catalog-service-id", ""}})), 0);
   EXPECT_STREQ(header_->csid, "");
 }
@@ -234,7 +237,7 @@ TEST_F(RdmHeader, ComparesTheWholeVersion) {
 }
 
 TEST_F(RdmHeader, IsReadFromTheBuffersReadPosition) {
-  const csio_ptr io = buffer_of("junk" + header_with({{"rdm-version", "1.0"}, {"rdm-type", "status-request"}}));
+  const CsioPtr io = buffer_of("junk" + header_with({{"rdm-version", "1.0"}, {"rdm-type", "status-request"}}));
   char skipped[4];
   ASSERT_EQ(csio_copy(io.get(), skipped, 4), 4);
   EXPECT_EQ(rdmhdr_parse(io.get(), header_.get()), 0);

@@ -1,12 +1,15 @@
-#include <gtest/gtest.h>
-
+// SPDX-License-Identifier: MIT
 #include <filesystem>
 #include <string>
+
+#include <gtest/gtest.h>
 
 #include "service/message.h"
 #include "service/support/catalog.h"
 #include "support/diagnostics.h"
 #include "support/memory_host.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -48,8 +51,8 @@ class Handlers : public support::HostTest {
   }
 
   Exchange exchange_{"POST", "/rdm/incoming"};
-  rdmhdr_ptr header_;
-  csio_ptr input_, output_;
+  RdmHeaderPtr header_;
+  CsioPtr input_, output_;
   int32_t gzip_ = 0;
 };
 
@@ -120,13 +123,14 @@ const DescriptionRow descriptions[] = {
 
 TEST_F(Handlers, DescriptionsAreTheirFilesByName) {
   for (const DescriptionRow &row : descriptions) {
-    const support::TemporaryFolder folder;
-    const std::string path = folder.write("description", std::string("any\0bytes\n", 10));
-    const support::Registry registry(folder, "csid=\"" + std::string(csid) + "\" " + row.key + "=\"" + path + "\"\n");
+    const support::TemporaryDirectory directory;
+    const std::string path = directory.write("description", std::string("any\0bytes\n", 10));
+    const support::Registry registry(directory,
+                                     "csid=\"" + std::string(csid) + "\" " + row.key + "=\"" + path + "\"\n");
     Exchange exchange("GET", "/rdm/incoming");
     header_ = make_rdmhdr(row.request);
     header_->csid = host_strdup(csid);
-    csio_ptr file = make_csio();
+    CsioPtr file = make_csio();
     append_text(file.get(), "left over");
     int32_t status = 9;
     rdm_get_response(header_.get(), input_.get(), &exchange.session, &exchange.request, file.get(), &gzip_, &status);
@@ -146,8 +150,8 @@ TEST_F(Handlers, DescriptionsAreTheirFilesByName) {
 }
 
 TEST_F(Handlers, DescriptionsThatAreNotConfiguredAreUnavailable) {
-  const support::TemporaryFolder folder;
-  const support::Registry registry(folder, "csid=\"" + std::string(csid) + "\"\n");
+  const support::TemporaryDirectory directory;
+  const support::Registry registry(directory, "csid=\"" + std::string(csid) + "\"\n");
   for (const DescriptionRow &row : descriptions) {
     EXPECT_EQ(respond(row.request), 0);
     EXPECT_EQ(output(), answer(row.response, row.unavailable));
@@ -157,9 +161,9 @@ TEST_F(Handlers, DescriptionsThatAreNotConfiguredAreUnavailable) {
 
 TEST_F(Handlers, DescriptionsWhoseFileIsMissingAreUnavailable) {
   for (const DescriptionRow &row : descriptions) {
-    const support::TemporaryFolder folder;
+    const support::TemporaryDirectory directory;
     const support::Registry registry(
-        folder, "csid=\"" + std::string(csid) + "\" " + row.key + "=\"" + folder.path("missing") + "\"\n");
+        directory, "csid=\"" + std::string(csid) + "\" " + row.key + "=\"" + directory.path("missing") + "\"\n");
     EXPECT_EQ(respond(row.request), 0);
     EXPECT_EQ(output(), answer(row.response, row.unavailable));
   }
@@ -167,9 +171,10 @@ TEST_F(Handlers, DescriptionsWhoseFileIsMissingAreUnavailable) {
 
 /// A length has 32 bits. The operator looked in vain for the reason of the refusal.
 TEST_F(Handlers, ADescriptionBeyondTheLongestLengthIsUnavailable) {
-  const support::TemporaryFolder folder;
-  const std::string path = folder.write("description", "");
-  const support::Registry registry(folder, "csid=\"" + std::string(csid) + "\" server-description=\"" + path + "\"\n");
+  const support::TemporaryDirectory directory;
+  const std::string path = directory.write("description", "");
+  const support::Registry registry(directory,
+                                   "csid=\"" + std::string(csid) + "\" server-description=\"" + path + "\"\n");
   std::filesystem::resize_file(path, 0xFFFFFFFF);
   const support::Diagnostics diagnostics;
   EXPECT_EQ(respond(RDM_SERVER_REQUEST), 0);
@@ -184,18 +189,19 @@ TEST_F(Handlers, ADescriptionBeyondTheLongestLengthIsUnavailable) {
 }
 
 /// Whatever can be looked at is named; what cannot be read after all is for delivery to report.
-TEST_F(Handlers, ADescriptionThatIsAFolderIsNamedLikeAFile) {
-  const support::TemporaryFolder folder;
-  const support::Registry registry(folder,
-                                   "csid=\"" + std::string(csid) + "\" server-description=" + folder.path() + "\n");
+TEST_F(Handlers, ADescriptionThatIsADirectoryIsNamedLikeAFile) {
+  const support::TemporaryDirectory directory;
+  const support::Registry registry(directory,
+                                   "csid=\"" + std::string(csid) + "\" server-description=" + directory.path() + "\n");
   EXPECT_EQ(respond(RDM_SERVER_REQUEST), 0);
-  EXPECT_STREQ(output_->filename, folder.path().c_str());
+  EXPECT_STREQ(output_->filename, directory.path().c_str());
 }
 
 TEST_F(Handlers, AnAnswerInAFileIsGoneBeforeTheDescriptionIsNamed) {
-  const support::TemporaryFolder folder;
-  const std::string path = folder.write("description", "text");
-  const support::Registry registry(folder, "csid=\"" + std::string(csid) + "\" server-description=\"" + path + "\"\n");
+  const support::TemporaryDirectory directory;
+  const std::string path = directory.write("description", "text");
+  const support::Registry registry(directory,
+                                   "csid=\"" + std::string(csid) + "\" server-description=\"" + path + "\"\n");
   append_text(output_.get(), std::string(40000, 'x'));
   const std::string temporary = output_->filename;
   EXPECT_EQ(respond(RDM_SERVER_REQUEST), 0);
@@ -215,9 +221,10 @@ TEST_F(Handlers, DescriptionsOfAHeaderWithoutACatalogAreUnavailable) {
 }
 
 TEST_F(Handlers, AnEmptyDescriptionIsReportedWhenItIsSent) {
-  const support::TemporaryFolder folder;
-  const std::string path = folder.write("description", "");
-  const support::Registry registry(folder, "csid=\"" + std::string(csid) + "\" server-description=\"" + path + "\"\n");
+  const support::TemporaryDirectory directory;
+  const std::string path = directory.write("description", "");
+  const support::Registry registry(directory,
+                                   "csid=\"" + std::string(csid) + "\" server-description=\"" + path + "\"\n");
   respond(RDM_SERVER_REQUEST);
   const support::Diagnostics diagnostics;
   EXPECT_EQ(rdm_send_result(1, output_.release(), &exchange_.session, &exchange_.request), -1);

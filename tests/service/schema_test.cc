@@ -1,12 +1,13 @@
+// SPDX-License-Identifier: MIT
 #include "service/schema.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <cstring>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include "qxapi/guard.h"
 #include "service/schema/mapping.h"
@@ -14,6 +15,8 @@
 #include "support/directories.h"
 #include "support/files.h"
 #include "support/memory_host.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -58,7 +61,7 @@ class Schema : public support::HostTest {
     HostTest::TearDown();
   }
 
-  int load(const std::string &text) { return schema_translate_init(folder.write("schema.rdm", text).c_str()); }
+  int load(const std::string &text) { return schema_translate_init(directory.write("schema.rdm", text).c_str()); }
   int load(const Sdl &sdl) { return load(sdl.text()); }
 
   /// A root table with two others.
@@ -86,7 +89,7 @@ class Schema : public support::HostTest {
 
   static std::string rdbms(const char *list) {
     char *out = nullptr;
-    const host_text text(schema_translate_soif2rdbms(list, &out));
+    const HostText text(schema_translate_soif2rdbms(list, &out));
     EXPECT_EQ(text.get(), out);
     return text ? text.get() : "(null)";
   }
@@ -97,18 +100,18 @@ class Schema : public support::HostTest {
   static Texts tables(const char *tblcols) {
     char **array = nullptr;
     const int32_t count = schema_systables(tblcols, &array);
-    const host_ptr<char *> owner(array);
+    const HostPtr<char *> owner(array);
     return {array, array + count};
   }
   static Texts listed(void (*list)(char ***, int32_t *) noexcept) {
     char **array = nullptr;
     int32_t count = -1;
     list(&array, &count);
-    const host_ptr<char *> owner(array);
+    const HostPtr<char *> owner(array);
     return {array, array + count};
   }
 
-  support::TemporaryFolder folder;
+  support::TemporaryDirectory directory;
   support::Diagnostics diagnostics;
 };
 
@@ -153,7 +156,7 @@ TEST_F(Schema, TheTemplateOfTheSchemaDoesNotMatter) {
 }
 
 TEST_F(Schema, FilesThatCannotBeOpenedAreReported) {
-  const std::string missing = folder.path("missing");
+  const std::string missing = directory.path("missing");
   EXPECT_EQ(schema_translate_init(missing.c_str()), -1);
   EXPECT_EQ(schema_translate_init(nullptr), -1);
   EXPECT_EQ(schema_translate_init(""), -1);
@@ -164,13 +167,13 @@ TEST_F(Schema, FilesThatCannotBeOpenedAreReported) {
 }
 
 TEST_F(Schema, FilesWithoutASchemaAreReported) {
-  const std::string path = folder.path("schema.rdm"), line = "ERROR: Invalid SDL? " + path + "\n";
+  const std::string path = directory.path("schema.rdm"), line = "ERROR: Invalid SDL? " + path + "\n";
   EXPECT_EQ(load(""), -1);
   EXPECT_EQ(load("no object\n"), -1);
   EXPECT_EQ(load("@RDMHEADER { -\n}\n"), -1);
   EXPECT_EQ(load("@SCHEMA { -\nschema-name{x}: y\n}\n"), -1);
-  EXPECT_EQ(schema_translate_init(folder.path().c_str()), -1);
-  EXPECT_EQ(diagnostics.text(), line + line + line + line + "ERROR: Invalid SDL? " + folder.path() + "\n");
+  EXPECT_EQ(schema_translate_init(directory.path().c_str()), -1);
+  EXPECT_EQ(diagnostics.text(), line + line + line + line + "ERROR: Invalid SDL? " + directory.path() + "\n");
 }
 
 TEST_F(Schema, NothingIsReportedAtLevelZero) {
@@ -477,7 +480,7 @@ TEST_F(Schema, TablesWithoutAListComeWithAllTheirPlaces) {
   load_library();
   char **array = nullptr;
   EXPECT_EQ(schema_systables(nullptr, &array), 3);
-  const host_ptr<char *> owner(array);
+  const HostPtr<char *> owner(array);
   for (int i = 3; i < 256; ++i) EXPECT_EQ(array[i], nullptr);
 }
 
@@ -535,7 +538,7 @@ TEST_F(Schema, LoadingNeedsMemory) {
   } while (needed >= failing);
   EXPECT_GT(failures, 6);
   EXPECT_THAT(diagnostics.text(),
-              ::testing::HasSubstr("ERROR: Cannot keep schema: " + folder.path("schema.rdm") + ": Out of memory\n"));
+              ::testing::HasSubstr("ERROR: Cannot keep schema: " + directory.path("schema.rdm") + ": Out of memory\n"));
   EXPECT_THAT(listed(schema_tblcols), ElementsAre("t.c", "u.c"));
 }
 

@@ -1,12 +1,13 @@
+// SPDX-License-Identifier: MIT
 #include "support/diagnostics.h"
-
-#include <libcs/log.h>
 
 #include <regex>
 
-namespace support {
+#include <libcs/log.h>
 
-Diagnostics::Diagnostics(int level) : path_(folder_.path("diagnostics.log")) { cslog_init(level, path_.c_str()); }
+namespace rdm::support {
+
+Diagnostics::Diagnostics(int level) : path_(directory_.path("diagnostics.log")) { cslog_init(level, path_.c_str()); }
 
 Diagnostics::~Diagnostics() {
   cslog_terminate();
@@ -20,4 +21,4 @@ std::string Diagnostics::text() const {
   return std::regex_replace(raw(), stamp, "");
 }
 
-}  // namespace support
+}  // namespace rdm::support

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// The diagnostic log as tests read it.
 #ifndef TESTS_SUPPORT_DIAGNOSTICS_H
 #define TESTS_SUPPORT_DIAGNOSTICS_H
@@ -7,7 +8,7 @@
 
 #include "support/files.h"
 
-namespace support {
+namespace rdm::support {
 
 /// Diagnostics sends the diagnostic log to a file for its lifetime and then silences it.
 class Diagnostics {
@@ -24,10 +25,10 @@ class Diagnostics {
   std::string raw() const;
 
  private:
-  TemporaryFolder folder_;
+  TemporaryDirectory directory_;
   std::string path_;
 };
 
-}  // namespace support
+}  // namespace rdm::support
 
 #endif

@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: MIT
 #include "support/directories.h"
 
-namespace support {
+namespace rdm::support {
 namespace {
 
 std::string join(std::string directory, std::string_view path) {
@@ -12,4 +13,4 @@ std::string join(std::string directory, std::string_view path) {
 std::string in_source(std::string_view path) { return join(SOURCE_DIR, path); }
 std::string in_build(std::string_view path) { return join(BINARY_DIR, path); }
 
-}  // namespace support
+}  // namespace rdm::support

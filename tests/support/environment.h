@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Environment variables for the scope of a test.
 #ifndef TESTS_SUPPORT_ENVIRONMENT_H
 #define TESTS_SUPPORT_ENVIRONMENT_H
@@ -7,7 +8,7 @@
 #include <optional>
 #include <string>
 
-namespace support {
+namespace rdm::support {
 
 /// Environment sets a variable, or removes it for null, and restores it at the end of its scope. The time zone follows.
 class Environment {
@@ -34,17 +35,17 @@ class Environment {
 };
 
 /// Uncounted keeps the programs started in its scope from the files in which a coverage build counts: one that is
-/// killed or has no room would leave half a file, which no other could go on with. What they count goes to a folder, or
-/// nowhere, which they say among their errors.
+/// killed or has no room would leave half a file, which no other could go on with. What they count goes to a directory,
+/// or nowhere, which they say among their errors.
 class Uncounted {
  public:
   static constexpr char nowhere[] = "/dev/null";
-  explicit Uncounted(const std::string &folder = nowhere) : counters_("GCOV_PREFIX", folder.c_str()) {}
+  explicit Uncounted(const std::string &directory = nowhere) : counters_("GCOV_PREFIX", directory.c_str()) {}
 
  private:
   const Environment counters_, errors_{"GCOV_ERROR_FILE", nowhere};
 };
 
-}  // namespace support
+}  // namespace rdm::support
 
 #endif

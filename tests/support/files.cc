@@ -1,32 +1,33 @@
+// SPDX-License-Identifier: MIT
 #include "support/files.h"
-
-#include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 
+#include <gtest/gtest.h>
+
 namespace fs = std::filesystem;
 
-namespace support {
+namespace rdm::support {
 
-TemporaryFolder::TemporaryFolder() {
+TemporaryDirectory::TemporaryDirectory() {
   std::string pattern = (fs::temp_directory_path() / "rdm-test-XXXXXX").string();
-  if (mkdtemp(pattern.data()) == nullptr) ADD_FAILURE() << "no temporary folder " << pattern;
+  if (mkdtemp(pattern.data()) == nullptr) ADD_FAILURE() << "no temporary directory " << pattern;
   root_ = pattern;
 }
 
-TemporaryFolder::~TemporaryFolder() {
+TemporaryDirectory::~TemporaryDirectory() {
   std::error_code ignored;
   fs::remove_all(root_, ignored);
 }
 
-std::string TemporaryFolder::path(const std::string &name) const {
+std::string TemporaryDirectory::path(const std::string &name) const {
   return name.empty() ? root_ : (fs::path(root_) / name).string();
 }
 
-std::string TemporaryFolder::write(const std::string &name, const std::string &text) const {
+std::string TemporaryDirectory::write(const std::string &name, const std::string &text) const {
   write_file(path(name), text);
   return path(name);
 }
@@ -48,4 +49,4 @@ void write_file(const std::string &path, const std::string &bytes) {
 
 bool file_exists(const std::string &path) { return fs::exists(path); }
 
-}  // namespace support
+}  // namespace rdm::support

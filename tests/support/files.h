@@ -1,21 +1,22 @@
+// SPDX-License-Identifier: MIT
 /// Files that tests make and read.
 #ifndef TESTS_SUPPORT_FILES_H
 #define TESTS_SUPPORT_FILES_H
 
 #include <string>
 
-namespace support {
+namespace rdm::support {
 
-/// TemporaryFolder is a folder of its own, removed with all it holds at the end of its scope.
-class TemporaryFolder {
+/// TemporaryDirectory is a directory of its own, removed with all it holds at the end of its scope.
+class TemporaryDirectory {
  public:
-  TemporaryFolder();
-  TemporaryFolder(const TemporaryFolder &) = delete;
-  TemporaryFolder &operator=(const TemporaryFolder &) = delete;
-  ~TemporaryFolder();
+  TemporaryDirectory();
+  TemporaryDirectory(const TemporaryDirectory &) = delete;
+  TemporaryDirectory &operator=(const TemporaryDirectory &) = delete;
+  ~TemporaryDirectory();
 
   std::string path(const std::string &name = "") const;
-  /// write makes a file in the folder and returns its path.
+  /// write makes a file in the directory and returns its path.
   std::string write(const std::string &name, const std::string &text) const;
 
  private:
@@ -27,6 +28,6 @@ std::string read_file(const std::string &path);
 void write_file(const std::string &path, const std::string &bytes);
 bool file_exists(const std::string &path);
 
-}  // namespace support
+}  // namespace rdm::support
 
 #endif

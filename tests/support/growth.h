@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: MIT
 /// How the time of some work grows with its size.
 #ifndef TESTS_SUPPORT_GROWTH_H
 #define TESTS_SUPPORT_GROWTH_H
 
 #include <ctime>
 
-namespace support {
+namespace rdm::support {
 
 /// cpu_time returns the processor time that work of a size takes in the calling thread.
 template <typename Work>
@@ -27,6 +28,6 @@ bool grows_with_its_size(const Work &work, int size) {
   return false;
 }
 
-}  // namespace support
+}  // namespace rdm::support
 
 #endif

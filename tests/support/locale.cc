@@ -1,12 +1,13 @@
+// SPDX-License-Identifier: MIT
 #include "support/locale.h"
-
-#include <gtest/gtest.h>
 
 #include <clocale>
 #include <ctime>
 #include <filesystem>
 
-namespace support {
+#include <gtest/gtest.h>
+
+namespace rdm::support {
 namespace {
 
 void replace_all(std::string &bytes, const std::string &from, const std::string &to) {
@@ -23,8 +24,8 @@ ForeignLocale::ForeignLocale() {
   std::string bytes = read_file("/usr/lib/locale/C.utf8/LC_TIME");
   replace_all(bytes, entry("Mar"), entry("Mrz"));
   replace_all(bytes, entry("Tue"), entry("Die"));
-  std::filesystem::create_directory(folder_.path("foreign"));
-  write_file(folder_.path("foreign/LC_TIME"), bytes);
+  std::filesystem::create_directory(directory_.path("foreign"));
+  write_file(directory_.path("foreign/LC_TIME"), bytes);
   EXPECT_NE(std::setlocale(LC_TIME, "foreign"), nullptr);
   struct tm tuesday {};
   tuesday.tm_mon = 2;
@@ -36,4 +37,4 @@ ForeignLocale::ForeignLocale() {
 
 ForeignLocale::~ForeignLocale() { std::setlocale(LC_TIME, "C"); }
 
-}  // namespace support
+}  // namespace rdm::support

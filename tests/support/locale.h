@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// A locale other than C, without which no test can tell that something ignores the locale.
 #ifndef TESTS_SUPPORT_LOCALE_H
 #define TESTS_SUPPORT_LOCALE_H
@@ -7,7 +8,7 @@
 #include "support/environment.h"
 #include "support/files.h"
 
-namespace support {
+namespace rdm::support {
 
 /// ForeignLocale makes strftime and strptime call March "Mrz" and Tuesday "Die" for its lifetime. It is made from the
 /// C.utf8 locale, which every system has.
@@ -19,11 +20,11 @@ class ForeignLocale {
   ~ForeignLocale();
 
  private:
-  TemporaryFolder folder_;
-  std::string folder_path_ = folder_.path();
-  Environment path_{"LOCPATH", folder_path_.c_str()};
+  TemporaryDirectory directory_;
+  std::string directory_path_ = directory_.path();
+  Environment path_{"LOCPATH", directory_path_.c_str()};
 };
 
-}  // namespace support
+}  // namespace rdm::support
 
 #endif

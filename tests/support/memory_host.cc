@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "support/memory_host.h"
 
 #include <unistd.h>
@@ -8,7 +9,7 @@
 #include <cstring>
 #include <utility>
 
-namespace support {
+namespace rdm::support {
 namespace {
 
 HostRecord record;
@@ -211,4 +212,4 @@ std::string Exchange::var(const std::string &name) const {
   return value == nullptr ? "" : value;
 }
 
-}  // namespace support
+}  // namespace rdm::support

@@ -1,16 +1,16 @@
+// SPDX-License-Identifier: MIT
 /// A host without a server: it counts what is allocated and keeps what is sent and reported.
 #ifndef TESTS_SUPPORT_MEMORY_HOST_H
 #define TESTS_SUPPORT_MEMORY_HOST_H
-
-#include <gtest/gtest.h>
 
 #include <map>
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
 #include <qxapi/qxapi.h>
 
-namespace support {
+namespace rdm::support {
 
 /// What the code under test did to its host.
 struct HostRecord {
@@ -71,6 +71,6 @@ class Exchange {
   host_input input_{};
 };
 
-}  // namespace support
+}  // namespace rdm::support
 
 #endif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Random operations on an implementation and on a plain model of it.
 ///
 /// A test makes a list of operations with RapidCheck's generators, does each on both, and compares what they answer and
@@ -5,7 +6,6 @@
 #ifndef TESTS_SUPPORT_MODEL_H
 #define TESTS_SUPPORT_MODEL_H
 
-#include <gtest/gtest.h>
 #include <rapidcheck.h>
 
 #include <algorithm>
@@ -14,7 +14,9 @@
 #include <string>
 #include <vector>
 
-namespace support {
+#include <gtest/gtest.h>
+
+namespace rdm::support {
 
 /// model_cases is how many lists of operations a test tries; RDM_MODEL_CASES names another number than the usual one.
 inline int model_cases(int usual) {
@@ -69,6 +71,6 @@ inline void same_bytes(const char *what, const std::string &got, const std::stri
   RC_FAIL(text.str());
 }
 
-}  // namespace support
+}  // namespace rdm::support
 
 #endif

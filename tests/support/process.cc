@@ -1,17 +1,19 @@
+// SPDX-License-Identifier: MIT
 #include "support/process.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <thread>
 
+#include <gtest/gtest.h>
+
 #include "support/environment.h"
 #include "support/files.h"
 
-namespace support {
+namespace rdm::support {
 namespace {
 
 void redirect(int stream, const std::string &path, int flags) {
@@ -62,10 +64,10 @@ std::vector<std::string> as_owner(std::vector<std::string> arguments) {
 }
 
 Finished run(const std::vector<std::string> &arguments, const std::string &input) {
-  const TemporaryFolder folder;
-  const std::string out = folder.path("out"), errors = folder.path("errors");
-  const int status = wait_for(start(arguments, folder.write("input", input), out, errors));
+  const TemporaryDirectory directory;
+  const std::string out = directory.path("out"), errors = directory.path("errors");
+  const int status = wait_for(start(arguments, directory.write("input", input), out, errors));
   return {status, read_file(out), read_file(errors)};
 }
 
-}  // namespace support
+}  // namespace rdm::support

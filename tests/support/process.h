@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Programs that tests run.
 #ifndef TESTS_SUPPORT_PROCESS_H
 #define TESTS_SUPPORT_PROCESS_H
@@ -8,7 +9,7 @@
 #include <string>
 #include <vector>
 
-namespace support {
+namespace rdm::support {
 
 /// What a program left behind. `status` is its exit status, or 128 and the number of the signal that ended it.
 struct Finished {
@@ -31,6 +32,6 @@ int wait_for(pid_t child);
 void start_and_kill(const std::vector<std::string> &arguments, const std::string &input, const std::string &out,
                     const std::string &errors, std::chrono::microseconds delay);
 
-}  // namespace support
+}  // namespace rdm::support
 
 #endif

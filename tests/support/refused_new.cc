@@ -1,8 +1,11 @@
+// SPDX-License-Identifier: MIT
 #include "support/refused_new.h"
 
 #include <atomic>
 #include <cstdlib>
 #include <new>
+
+using namespace rdm;
 
 namespace {
 
@@ -24,7 +27,7 @@ void *operator new(std::size_t n, const std::nothrow_t &) noexcept { return std:
 void operator delete(void *block) noexcept { std::free(block); }
 void operator delete(void *block, std::size_t) noexcept { std::free(block); }
 
-namespace support {
+namespace rdm::support {
 
 RefusedNew::RefusedNew(std::size_t least, std::size_t most) {
   smallest = least;
@@ -36,4 +39,4 @@ RefusedNew::~RefusedNew() { armed = false; }
 
 bool RefusedNew::done() const { return !armed; }
 
-}  // namespace support
+}  // namespace rdm::support

@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: MIT
 /// Memory that fails for code that takes it by `new`. Programs link the library refused_new for it.
 #ifndef TESTS_SUPPORT_REFUSED_NEW_H
 #define TESTS_SUPPORT_REFUSED_NEW_H
 
 #include <cstddef>
 
-namespace support {
+namespace rdm::support {
 
 /// RefusedNew lets the first `new` of `least` to `most` bytes fail that any thread does during its lifetime.
 class RefusedNew {
@@ -18,6 +19,6 @@ class RefusedNew {
   bool done() const;
 };
 
-}  // namespace support
+}  // namespace rdm::support
 
 #endif

@@ -1,6 +1,5 @@
+// SPDX-License-Identifier: MIT
 /// The plug-in in a host that calls it from many threads, as the thread sanitizer is to see it.
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <atomic>
 #include <functional>
@@ -9,9 +8,13 @@
 #include <sstream>
 #include <thread>
 
+#include <gtest/gtest.h>
+
 #include "faults/requests.h"
 #include "libcs/log.h"
 #include "service/rdm.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -46,17 +49,17 @@ class ManyThreads : public testing::Test {
     return counts;
   }
   std::vector<std::string> lines(const std::string &name) const {
-    std::istringstream log(support::read_file(folder_.path(name)));
+    std::istringstream log(support::read_file(directory_.path(name)));
     std::vector<std::string> lines;
     for (std::string line; std::getline(log, line);) lines.push_back(line);
     return lines;
   }
 
-  support::TemporaryFolder folder_;
+  support::TemporaryDirectory directory_;
   const long uncounted_ = 0;
   faults::Service service_{*qxapi_posix_host(), uncounted_,
-                           "debug-loglevel=\"1\" debug-logfile=\"" + folder_.path("diagnostics") + "\" logfile=\"" +
-                               folder_.path("transactions") + "\""};
+                           "debug-loglevel=\"1\" debug-logfile=\"" + directory_.path("diagnostics") + "\" logfile=\"" +
+                               directory_.path("transactions") + "\""};
 };
 
 TEST_F(ManyThreads, AreAnsweredAsOne) {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Texts of catalogs, inputs and command lines in messages.
 #ifndef TOOLS_COMMON_ESCAPED_H
 #define TOOLS_COMMON_ESCAPED_H
@@ -7,7 +8,7 @@
 
 #include "qxapi/log_text.h"
 
-namespace tools {
+namespace rdm::tools {
 
 /// escaped returns a text with its control characters as \n, \r, \t or \x1b: what goes to a terminal cannot command it,
 /// and a message stays on one line.
@@ -17,6 +18,6 @@ inline std::string escaped(std::string_view text) {
   return line;
 }
 
-}  // namespace tools
+}  // namespace rdm::tools
 
 #endif

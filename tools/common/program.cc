@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/common/program.h"
 
 #include <cerrno>
@@ -10,7 +11,7 @@
 #include "qxapi/standard_descriptors.h"
 #include "tools/common/escaped.h"
 
-namespace tools {
+namespace rdm::tools {
 namespace {
 
 void prepare_streams() {
@@ -45,4 +46,4 @@ int run_program(const char *name, const std::function<int()> &work) {
   }
 }
 
-}  // namespace tools
+}  // namespace rdm::tools

@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: MIT
 /// What the main procedure of every tool does around its work.
 #ifndef TOOLS_COMMON_PROGRAM_H
 #define TOOLS_COMMON_PROGRAM_H
 
 #include <functional>
 
-namespace tools {
+namespace rdm::tools {
 
 constexpr int exit_done = 0;
 constexpr int exit_failure = 2;        // the work could not be done
@@ -18,6 +19,6 @@ constexpr int exit_broken_pipe = 141;  // the reader of standard output has ende
 /// report for a program that SIGPIPE ended: `list | head` has what it wanted.
 int run_program(const char *name, const std::function<int()> &work);
 
-}  // namespace tools
+}  // namespace rdm::tools
 
 #endif

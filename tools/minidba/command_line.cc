@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: MIT
 #include "tools/minidba/command_line.h"
 
 #include "cli/command_line.h"
 #include "qxapi/ascii.h"
 #include "tools/minidba/file_names.h"
 
-namespace minidba {
+namespace rdm::minidba {
 namespace {
 
 constexpr char common_group[] = "Common options";
@@ -219,4 +220,4 @@ std::optional<Command> read_command_line(int argc, char **argv, std::ostream &ou
   return command;
 }
 
-}  // namespace minidba
+}  // namespace rdm::minidba

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// The command line of minidba.
 #ifndef MINIDBA_COMMAND_LINE_H
 #define MINIDBA_COMMAND_LINE_H
@@ -7,7 +8,7 @@
 
 #include "tools/minidba/verbs/verbs.h"
 
-namespace minidba {
+namespace rdm::minidba {
 
 struct Command {
   Verb verb = nullptr;
@@ -19,6 +20,6 @@ struct Command {
 /// it names one file for two purposes.
 std::optional<Command> read_command_line(int argc, char **argv, std::ostream &out);
 
-}  // namespace minidba
+}  // namespace rdm::minidba
 
 #endif

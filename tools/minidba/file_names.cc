@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/minidba/file_names.h"
 
 #include <sys/stat.h>
@@ -15,7 +16,7 @@
 #include "catalog/os/lock.h"
 #include "catalog/url_map.h"
 
-namespace minidba {
+namespace rdm::minidba {
 namespace {
 
 namespace fs = std::filesystem;
@@ -48,7 +49,7 @@ std::vector<Purpose> purposes(const Options &options) {
   std::vector<Purpose> all;
   for (const auto &[name, path] : named) {
     if (path.empty()) continue;
-    const std::string next = path + std::string(snapshot_suffix);
+    const std::string next = path + std::string(next_state_suffix);
     all.push_back({name, path, status_of(path)});
     all.push_back({"new " + name, next, status_of(next)});
   }
@@ -57,11 +58,11 @@ std::vector<Purpose> purposes(const Options &options) {
 
 bool is_same(const struct stat &a, const struct stat &b) { return a.st_dev == b.st_dev && a.st_ino == b.st_ino; }
 
-/// is_same goes by the folder where there is no file yet.
+/// is_same goes by the directory where there is no file yet.
 bool is_same(const Purpose &a, const Purpose &b) {
   if (a.path == b.path || (a.status && b.status && is_same(*a.status, *b.status))) return true;
   std::error_code ignored;
-  return a.path.filename() == b.path.filename() && fs::equivalent(folder_of(a.path), folder_of(b.path), ignored);
+  return a.path.filename() == b.path.filename() && fs::equivalent(directory_of(a.path), directory_of(b.path), ignored);
 }
 
 }  // namespace
@@ -79,4 +80,4 @@ void check_files(const Options &options) {
         throw Failure(all[other].name + " and " + all[i].name + " are the same file: " + all[i].path.string());
 }
 
-}  // namespace minidba
+}  // namespace rdm::minidba

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/minidba/input.h"
 
 #include <fcntl.h>
@@ -9,17 +10,17 @@
 #include "catalog/os/error.h"
 #include "tools/minidba/output/progress.h"
 
-namespace minidba {
+namespace rdm::minidba {
 namespace {
 
-using Visit = std::function<void(const std::string &)>;
+using Visitor = std::function<void(const std::string &)>;
 
-void visit_line(std::string line, const Visit &visit) {
+void visit_line(std::string line, const Visitor &visit) {
   if (line.ends_with('\r')) line.pop_back();
   if (!line.empty()) visit(line);
 }
 
-void each_line(const Input &input, const Visit &visit) {
+void each_line(const Input &input, const Visitor &visit) {
   std::string block(1 << 16, '\0'), line;
   for (;;) {
     const ssize_t got = uninterrupted([&] { return ::read(input.descriptor(), block.data(), block.size()); });
@@ -43,7 +44,7 @@ Input::Input(const std::string &name, const Options &options, const Console &con
                    << " reads from the terminal; Ctrl-D at the start of a line ends it\n";
 }
 
-void each_word(const Options &options, const Console &console, const Visit &visit) {
+void each_word(const Options &options, const Console &console, const Visitor &visit) {
   for (const std::string &word : options.arguments)
     word == "-" ? each_line(Input("-", options, console), visit) : visit(word);
 }
@@ -58,4 +59,4 @@ SoifStream open_stream(const std::string &input, const Options &options, const C
   return {opened.descriptor(), options.database, [&](int64_t bytes) { progress.advance(0, bytes); }, opened.name()};
 }
 
-}  // namespace minidba
+}  // namespace rdm::minidba

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// The inputs of a verb: files, or standard input.
 #ifndef MINIDBA_INPUT_H
 #define MINIDBA_INPUT_H
@@ -10,7 +11,7 @@
 #include "catalog/stream/soif_stream.h"
 #include "tools/minidba/options.h"
 
-namespace minidba {
+namespace rdm::minidba {
 
 /// Input is open for reading. When it is a terminal, its user is told that the program waits for typed lines.
 class Input {
@@ -24,7 +25,7 @@ class Input {
 
  private:
   const Console &console_;
-  file_guard file_;
+  HostFileGuard file_;
   std::string name_;
 };
 
@@ -38,6 +39,6 @@ std::vector<std::string> inputs_of(const Options &options);
 /// open_stream opens an input by its name and shows progress while it is copied. Throws a Failure that names it.
 SoifStream open_stream(const std::string &input, const Options &options, const Console &console);
 
-}  // namespace minidba
+}  // namespace rdm::minidba
 
 #endif

@@ -1,9 +1,12 @@
+// SPDX-License-Identifier: MIT
 #include <unistd.h>
 
 #include <iostream>
 
 #include "tools/common/program.h"
 #include "tools/minidba/command_line.h"
+
+using namespace rdm;
 
 namespace {
 

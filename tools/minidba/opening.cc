@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/minidba/opening.h"
 
 #include <ostream>
@@ -6,7 +7,7 @@
 #include "tools/minidba/output/faults.h"
 #include "tools/minidba/verbs/verbs.h"
 
-namespace minidba {
+namespace rdm::minidba {
 
 std::optional<std::string> index_of(const Options &options) {
   if (!options.index.empty()) return options.index;
@@ -45,4 +46,4 @@ void add_skipped(std::vector<Figure> &details, const Catalog &catalog) {
   if (catalog.is_partial()) details.push_back({"damaged", catalog.left_out()});
 }
 
-}  // namespace minidba
+}  // namespace rdm::minidba

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Opening a catalog as the options of a verb want it.
 #ifndef MINIDBA_OPENING_H
 #define MINIDBA_OPENING_H
@@ -10,7 +11,7 @@
 #include "tools/minidba/options.h"
 #include "tools/minidba/output/report.h"
 
-namespace minidba {
+namespace rdm::minidba {
 
 /// index_of returns the path of the catalog's index: the one that is named, else the one beside the database if there
 /// is one.
@@ -35,6 +36,6 @@ int status_of_work(const Catalog &catalog);
 /// add_skipped adds how many damaged records and pages were left out, if any.
 void add_skipped(std::vector<Figure> &details, const Catalog &catalog);
 
-}  // namespace minidba
+}  // namespace rdm::minidba
 
 #endif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// What the command line says, and where a verb reads and writes.
 #ifndef MINIDBA_OPTIONS_H
 #define MINIDBA_OPTIONS_H
@@ -10,10 +11,10 @@
 
 #include "catalog/os/error.h"
 
-namespace minidba {
+namespace rdm::minidba {
 
 // The verbs speak of catalogs, records and files without a prefix.
-using namespace catalog;
+using namespace rdm::catalog;
 
 /// Options are the same record for all verbs; each reads the fields that concern it.
 struct Options {
@@ -48,6 +49,6 @@ struct Console {
   std::function<time_t()> clock = [] { return std::time(nullptr); };  // tells the time
 };
 
-}  // namespace minidba
+}  // namespace rdm::minidba
 
 #endif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/minidba/selection.h"
 
 #include <algorithm>
@@ -6,7 +7,7 @@
 #include "catalog/os/error.h"
 #include "catalog/record.h"
 
-namespace minidba {
+namespace rdm::minidba {
 std::optional<uint32_t> decimal(std::string_view word) {
   uint32_t number = 0;
   const char *end = word.data() + word.size();
@@ -14,7 +15,7 @@ std::optional<uint32_t> decimal(std::string_view word) {
   return result.ec == std::errc() && result.ptr == end ? std::optional(number) : std::nullopt;
 }
 
-std::vector<uint32_t> numbers_where(const Catalog &catalog, Progress &progress, const Chosen &chosen) {
+std::vector<uint32_t> numbers_where(const Catalog &catalog, Progress &progress, const Predicate &chosen) {
   std::vector<uint32_t> numbers;
   catalog.each([&](uint32_t number, std::string_view record) {
     if (chosen(number, record)) numbers.push_back(number);
@@ -34,4 +35,4 @@ std::vector<uint32_t> numbers_to_copy(const Catalog &catalog, Progress &progress
   return numbers;
 }
 
-}  // namespace minidba
+}  // namespace rdm::minidba

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/minidba/time_text.h"
 
 #include <algorithm>
@@ -7,12 +8,12 @@
 #include <string_view>
 #include <vector>
 
+#include <libcs/cs.h>
+
 #include "catalog/os/error.h"
 #include "qxapi/ascii.h"
 
-#include <libcs/cs.h>
-
-namespace minidba {
+namespace rdm::minidba {
 
 using catalog::Failure;
 namespace {
@@ -261,4 +262,4 @@ time_t read_time(const std::string &text, time_t now) {
   return static_cast<time_t>(time->time_since_epoch().count());
 }
 
-}  // namespace minidba
+}  // namespace rdm::minidba

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Points in time as people write them on a command line.
 #ifndef MINIDBA_TIME_TEXT_H
 #define MINIDBA_TIME_TEXT_H
@@ -5,7 +6,7 @@
 #include <ctime>
 #include <string>
 
-namespace minidba {
+namespace rdm::minidba {
 
 /// read_time returns the time that a text names; without a zone it is in UTC. The forms:
 ///   2026-11-01, 2026-11-01T12:00:00Z, 2026-11-01 12:00+01:00    ISO 8601
@@ -15,6 +16,6 @@ namespace minidba {
 /// Throws a Failure for another text, which lists the forms, and for a time that does not exist, as 31 February.
 time_t read_time(const std::string &text, time_t now);
 
-}  // namespace minidba
+}  // namespace rdm::minidba
 
 #endif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/minidba/writing.h"
 
 #include <ostream>
@@ -8,10 +9,10 @@
 #include "tools/minidba/opening.h"
 #include "tools/minidba/output/progress.h"
 
-namespace minidba {
+namespace rdm::minidba {
 namespace {
 
-Watch shown_by(Progress &progress) {
+ProgressCallback shown_by(Progress &progress) {
   return [&progress](int64_t bytes, int64_t total) {
     progress.expect(total);
     progress.advance(0, bytes);
@@ -20,9 +21,9 @@ Watch shown_by(Progress &progress) {
 
 }  // namespace
 
-WriteSettings write_settings(const Options &options, const Console &console, Absent absent) {
+WriteSettings write_settings(const Options &options, const Console &console, IfMissing if_missing) {
   WriteSettings settings;
-  settings.absent = absent;
+  settings.if_missing = if_missing;
   settings.dry_run = options.dry_run;
   settings.lock_timeout = options.wait;
   settings.waiting = [&](const std::string &text) {
@@ -33,7 +34,7 @@ WriteSettings write_settings(const Options &options, const Console &console, Abs
   return settings;
 }
 
-void date(const WriteTransaction &transaction, Changes &batch, const Console &console) {
+void date(const WriteTransaction &transaction, WriteBatch &batch, const Console &console) {
   time_t now = 0;
   const std::optional<time_t> time = transaction.date(batch, [&] { return now = console.clock(); });
   if (time && is_ahead(*time, now))
@@ -41,14 +42,15 @@ void date(const WriteTransaction &transaction, Changes &batch, const Console &co
                    << '\n';
 }
 
-void commit(const WriteTransaction &transaction, const Changes &batch, uint32_t next_number, const Console &console) {
+void commit(const WriteTransaction &transaction, const WriteBatch &batch, uint32_t next_number,
+            const Console &console) {
   Progress progress(console, "writing");
   transaction.commit(batch, next_number, shown_by(progress));
 }
 
-void rebuild(const WriteTransaction &transaction, const Changes &dropped, const Console &console) {
+void rebuild(const WriteTransaction &transaction, const WriteBatch &dropped, const Console &console) {
   Progress progress(console, "rebuilding");
   transaction.rebuild(dropped, shown_by(progress));
 }
 
-}  // namespace minidba
+}  // namespace rdm::minidba

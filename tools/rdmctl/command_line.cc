@@ -1,9 +1,10 @@
+// SPDX-License-Identifier: MIT
 #include "tools/rdmctl/command_line.h"
 
 #include "cli/command_line.h"
 #include "tools/rdmctl/import.h"
 
-namespace rdmctl {
+namespace rdm::rdmctl {
 namespace {
 
 void declare_import(CLI::App &app, Command &command) {
@@ -30,4 +31,4 @@ std::optional<Command> read_command_line(int argc, char **argv, std::ostream &ou
   return command;
 }
 
-}  // namespace rdmctl
+}  // namespace rdm::rdmctl

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Reading the command line. Nothing else knows how it is written.
 #ifndef RDMCTL_COMMAND_LINE_H
 #define RDMCTL_COMMAND_LINE_H
@@ -7,7 +8,7 @@
 
 #include "tools/rdmctl/options.h"
 
-namespace rdmctl {
+namespace rdm::rdmctl {
 
 using Verb = int (*)(const Options &, std::ostream &out, std::ostream &errors);
 
@@ -20,6 +21,6 @@ struct Command {
 /// cli::Misuse that says what is wrong.
 std::optional<Command> read_command_line(int argc, char **argv, std::ostream &out);
 
-}  // namespace rdmctl
+}  // namespace rdm::rdmctl
 
 #endif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/rdmctl/deletion.h"
 
 #include <fcntl.h>
@@ -15,7 +16,7 @@
 #include "tools/common/escaped.h"
 #include "tools/minidba/verbs/verbs.h"
 
-namespace rdmctl {
+namespace rdm::rdmctl {
 namespace {
 
 using catalog::SoifStream;
@@ -35,7 +36,7 @@ std::vector<std::string> lines_from(const std::string &path, int64_t offset) {
 /// erase_named removes the descriptions with these URLs, and says which are not there. Returns how many it removed.
 int64_t erase_named(const std::string &database, const std::vector<std::string> &urls, std::ostream &errors) {
   const catalog::WriteTransaction transaction(database);
-  catalog::Changes batch(transaction.catalog());
+  catalog::WriteBatch batch(transaction.catalog());
   for (const std::string &url : urls) {
     if (const std::optional<uint32_t> number = batch.number_of(url))
       batch.erase(*number, url);
@@ -48,7 +49,7 @@ int64_t erase_named(const std::string &database, const std::vector<std::string> 
 
 void drop_expired(const std::string &database) {
   const catalog::WriteTransaction transaction(database);
-  catalog::Changes batch(transaction.catalog());
+  catalog::WriteBatch batch(transaction.catalog());
   erase_expired(transaction.catalog(), std::time(nullptr), batch);
   transaction.commit(batch, transaction.catalog().next_number());
 }
@@ -80,7 +81,7 @@ void list_unclassified(const std::string &database) {
 }  // namespace
 
 Named named_in(const std::string &path, const std::string &name, std::ostream &errors) {
-  const file_guard file = catalog::open_file(path, O_RDONLY);
+  const HostFileGuard file = catalog::open_file(path, O_RDONLY);
   if (!file) throw catalog::system_failure("cannot read " + name);
   SoifStream stream(
       file.get(), path, [](int64_t) {}, name);
@@ -110,4 +111,4 @@ int64_t delete_from(const std::string &database, const std::vector<std::string> 
   return erased;
 }
 
-}  // namespace rdmctl
+}  // namespace rdm::rdmctl

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Delete responses as what they mean: deletions.
 #ifndef RDMCTL_DELETION_H
 #define RDMCTL_DELETION_H
@@ -7,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace rdmctl {
+namespace rdm::rdmctl {
 
 /// Named is what a delete response names.
 struct Named {
@@ -16,7 +17,7 @@ struct Named {
 };
 
 /// named_in reads the file of a whole message: its objects' URLs or, where no object follows the header, a URL on each
-/// line. What is rejected is said on `errors`, with the name of the delivery.
+/// line. What is rejected is said on `errors`, with the name of the submission.
 Named named_in(const std::string &path, const std::string &name, std::ostream &errors);
 
 /// delete_from removes descriptions by URL from a database, then drops what has expired, writes the index and lists
@@ -24,6 +25,6 @@ Named named_in(const std::string &path, const std::string &name, std::ostream &e
 /// on `errors`. Throws a Failure.
 int64_t delete_from(const std::string &database, const std::vector<std::string> &urls, std::ostream &errors);
 
-}  // namespace rdmctl
+}  // namespace rdm::rdmctl
 
 #endif

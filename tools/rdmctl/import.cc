@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/rdmctl/import.h"
 
 #include <fcntl.h>
@@ -22,9 +23,9 @@
 #include "tools/rdmctl/outcome.h"
 #include "tools/rdmctl/service.h"
 #include "tools/rdmctl/supervisor.h"
-#include "tools/rdmctl/temporary_folder.h"
+#include "tools/rdmctl/temporary_directory.h"
 
-namespace rdmctl {
+namespace rdm::rdmctl {
 namespace {
 
 using catalog::Failure;
@@ -35,28 +36,28 @@ constexpr uint32_t body_memory = 32768;
 constexpr std::string_view message_start = "@RDMHEADER";
 constexpr int64_t longest_header = 65536;
 
-/// Delivery is the request that a gatherer would send.
-struct Delivery {
+/// Submission is the request that a gatherer would send.
+struct Submission {
   std::string name;
-  csio_ptr body = make_csio(body_memory);
-  rdmhdr_ptr header = make_rdmhdr(RDM_RD_RESPONSE);
+  CsioPtr body = make_csio(body_memory);
+  RdmHeaderPtr header = make_rdmhdr(RDM_RD_RESPONSE);
 };
 
-file_guard open_input(const std::string &name) {
-  if (name == "-") return file_guard(::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0));
-  return file_guard(host_open_read(name.c_str()));
+HostFileGuard open_input(const std::string &name) {
+  if (name == "-") return HostFileGuard(::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0));
+  return HostFileGuard(host_open_read(name.c_str()));
 }
 
 /// read_body reads a file, or its first `limit` bytes, a little more at most.
-void read_body(Delivery &delivery, int64_t limit) {
-  const file_guard file = open_input(delivery.name);
-  if (!file) throw system_failure("cannot read " + delivery.name);
+void read_body(Submission &submission, int64_t limit) {
+  const HostFileGuard file = open_input(submission.name);
+  if (!file) throw system_failure("cannot read " + submission.name);
   std::array<char, 65536> block;
   for (int64_t total = 0; total < limit;) {
     const int32_t count = host_read(file.get(), block.data(), block.size());
-    if (count < 0) throw system_failure("cannot read " + delivery.name);
-    if (csio_append(delivery.body.get(), block.data(), count) != count)
-      throw Failure("no room to keep " + delivery.name + " in the folder for temporary files");
+    if (count < 0) throw system_failure("cannot read " + submission.name);
+    if (csio_append(submission.body.get(), block.data(), count) != count)
+      throw Failure("no room to keep " + submission.name + " in the directory for temporary files");
     // A terminal ends once: the next read would wait for another Ctrl-D.
     if (count < static_cast<int32_t>(block.size())) return;
     total += count;
@@ -65,11 +66,11 @@ void read_body(Delivery &delivery, int64_t limit) {
 
 /// is_message says whether the file is a whole message, with a header of its own in front. What stands before the first
 /// object is passed over, as the update does: empty lines, or the mark that some editors put at the beginning.
-bool is_message(const Delivery &delivery) {
+bool is_message(const Submission &submission) {
   std::array<char, longest_header> start;
-  csio_rewind(delivery.body.get());
-  const int32_t count = csio_copy(delivery.body.get(), start.data(), start.size());
-  csio_rewind(delivery.body.get());
+  csio_rewind(submission.body.get());
+  const int32_t count = csio_copy(submission.body.get(), start.data(), start.size());
+  csio_rewind(submission.body.get());
   const std::string_view text(start.data(), static_cast<size_t>(std::max(count, 0)));
   const size_t at = std::min(text.find('@'), text.size());
   return ascii::iequals(text.substr(at, message_start.size()), message_start);
@@ -77,18 +78,18 @@ bool is_message(const Delivery &delivery) {
 
 /// read_header takes the type of the message from its own header where there is one. The update passes that header
 /// over. A delete response would become an update: the service takes both the same way.
-void read_header(Delivery &delivery, bool deletes) {
-  if (!is_message(delivery)) {
-    if (deletes) throw Failure(delivery.name + " has no RDM header: --delete takes whole messages only");
+void read_header(Submission &submission, bool deletes) {
+  if (!is_message(submission)) {
+    if (deletes) throw Failure(submission.name + " has no RDM header: --delete takes whole messages only");
     return;
   }
-  if (rdmhdr_parse(delivery.body.get(), delivery.header.get()) != 0)
-    throw Failure("the RDM header of " + delivery.name + " is malformed");
-  const int32_t type = delivery.header->type;
+  if (rdmhdr_parse(submission.body.get(), submission.header.get()) != 0)
+    throw Failure("the RDM header of " + submission.name + " is malformed");
+  const int32_t type = submission.header->type;
   if (type != RDM_RD_RESPONSE && type != RDM_RD_DELETE_RESPONSE)
-    throw Failure(delivery.name + " is no delivery: it is neither an rd-response nor an rd-delete-response");
+    throw Failure(submission.name + " is no delivery: it is neither an rd-response nor an rd-delete-response");
   if (type == RDM_RD_DELETE_RESPONSE && !deletes)
-    throw Failure(delivery.name + " is an rd-delete-response: give --delete to delete what it names");
+    throw Failure(submission.name + " is an rd-delete-response: give --delete to delete what it names");
 }
 
 void set_text(char *&field, const std::string &text) {
@@ -96,13 +97,13 @@ void set_text(char *&field, const std::string &text) {
   field = host_strdup(text.c_str());
 }
 
-Delivery read_delivery(const std::string &name, const Options &options, int64_t limit = INT64_MAX) {
-  Delivery delivery{name};
-  read_body(delivery, limit);
-  read_header(delivery, options.deletes);
-  set_text(delivery.header->csid, options.csid);
-  csio_rewind(delivery.body.get());
-  return delivery;
+Submission read_submission(const std::string &name, const Options &options, int64_t limit = INT64_MAX) {
+  Submission submission{name};
+  read_body(submission, limit);
+  read_header(submission, options.deletes);
+  set_text(submission.header->csid, options.csid);
+  csio_rewind(submission.body.get());
+  return submission;
 }
 
 /// check_deliveries refuses all deliveries for one that cannot be read or is of the wrong kind. What comes through a
@@ -111,14 +112,14 @@ void check_deliveries(const Options &options) {
   for (const std::string &name : options.files) {
     const auto status = name == "-" ? std::nullopt : catalog::status_of(name);
     if (name != "-" && (!status || S_ISREG(status->st_mode) || S_ISDIR(status->st_mode)))
-      read_delivery(name, options, longest_header);
+      read_submission(name, options, longest_header);
   }
 }
 
-/// path_of returns the file that the body of a delivery is in; empty for an empty body.
-std::string path_of(const Delivery &delivery) {
-  csio_convert2file(delivery.body.get());
-  return delivery.body->filename != nullptr ? delivery.body->filename : "";
+/// path_of returns the file that the body of a submission is in; empty for an empty body.
+std::string path_of(const Submission &submission) {
+  csio_convert2file(submission.body.get());
+  return submission.body->filename != nullptr ? submission.body->filename : "";
 }
 
 struct Offered {
@@ -127,11 +128,11 @@ struct Offered {
 };
 
 /// count_objects returns how many descriptions are delivered. The body then is in a file.
-Offered count_objects(const Delivery &delivery) {
-  const std::string path = path_of(delivery);
+Offered count_objects(const Submission &submission) {
+  const std::string path = path_of(submission);
   if (path.empty()) return {};
-  const file_guard file(host_open_read(path.c_str()));
-  if (!file) throw system_failure("cannot read " + delivery.name);
+  const HostFileGuard file(host_open_read(path.c_str()));
+  if (!file) throw system_failure("cannot read " + submission.name);
   SoifStream stream(file.get(), path);
   Offered offered;
   while (const auto item = stream.next()) {
@@ -146,7 +147,7 @@ std::string text_of(csio *answer) {
   std::string bytes(answer->length, '\0');
   csio_rewind(answer);
   csio_copy(answer, bytes.data(), static_cast<int32_t>(bytes.size()));
-  soif_reader reader(bytes);
+  SoifReader reader(bytes);
   reader.next();
   const std::string text = bytes.substr(static_cast<size_t>(reader.position()));
   const size_t first = text.find_first_not_of('\n');
@@ -162,13 +163,13 @@ int64_t accepted(std::string_view answer) {
   return number;
 }
 
-/// deliver has the service import a delivery and returns the text of its answer.
-std::string deliver(Delivery &delivery, const Options &options) {
+/// submit has the service import a submission and returns the text of its answer.
+std::string submit(Submission &submission, const Options &options) {
   hosts::Exchange exchange;
   exchange.client("ip", "-");
   if (!options.from.empty()) exchange.header("from", options.from);
-  const csio_ptr answer = make_csio();
-  rds_rd_response(delivery.header.get(), delivery.body.get(), answer.get(), exchange.session(), exchange.request());
+  const CsioPtr answer = make_csio();
+  rds_rd_response(submission.header.get(), submission.body.get(), answer.get(), exchange.session(), exchange.request());
   Service::log(exchange);
   return text_of(answer.get());
 }
@@ -184,15 +185,15 @@ void say(std::ostream &errors, const std::string &name, const std::string &text)
   errors << "rdmctl: " << tools::escaped(name + ": " + text) << '\n';
 }
 
-/// import_descriptions returns the exit status that the delivery alone would have.
-int import_descriptions(Delivery &delivery, const Options &options, std::ostream &out, std::ostream &errors) {
-  const Offered offered = count_objects(delivery);
+/// import_descriptions returns the exit status that the submission alone would have.
+int import_descriptions(Submission &submission, const Options &options, std::ostream &out, std::ostream &errors) {
+  const Offered offered = count_objects(submission);
   const Outcome outcome(options.csid);
-  const std::string answer = deliver(delivery, options);
+  const std::string answer = submit(submission, options);
   out << answer << std::endl;
   const int64_t count = accepted(answer);
   const std::vector<std::string> missing = shortfalls(count, offered.objects, outcome);
-  for (const std::string &text : missing) say(errors, delivery.name, text);
+  for (const std::string &text : missing) say(errors, submission.name, text);
   if (missing.empty()) return exit_done;
   const bool has_failed = count <= 0 && offered.sound > 0 && !outcome.database_changed();
   return has_failed ? tools::exit_failure : exit_incomplete;
@@ -210,17 +211,18 @@ std::string log_deletion(int64_t deleted, const Options &options) {
 }
 
 /// delete_descriptions does what a delete response means; returns as import_descriptions does.
-int delete_descriptions(const Delivery &delivery, const Options &options, std::ostream &out, std::ostream &errors) {
-  const Named named = named_in(path_of(delivery), delivery.name, errors);
+int delete_descriptions(const Submission &submission, const Options &options, std::ostream &out, std::ostream &errors) {
+  const Named named = named_in(path_of(submission), submission.name, errors);
   if (named.urls.empty()) {
-    say(errors, delivery.name, "names no descriptions");
+    say(errors, submission.name, "names no descriptions");
     return tools::exit_failure;
   }
   const int64_t deleted = delete_from(csid_findval("catalog-database", options.csid.c_str()), named.urls, errors);
   out << log_deletion(deleted, options) << std::endl;
   const auto wanted = static_cast<int64_t>(named.urls.size()) + named.rejected;
   if (deleted == wanted) return exit_done;
-  say(errors, delivery.name, std::to_string(deleted) + " of " + std::to_string(wanted) + " descriptions were deleted");
+  say(errors, submission.name,
+      std::to_string(deleted) + " of " + std::to_string(wanted) + " descriptions were deleted");
   return exit_incomplete;
 }
 
@@ -231,9 +233,9 @@ void announce_terminal(const std::string &name, std::ostream &errors) {
 
 int import_file(const std::string &name, const Options &options, std::ostream &out, std::ostream &errors) {
   announce_terminal(name, errors);
-  Delivery delivery = read_delivery(name, options);
-  return delivery.header->type == RDM_RD_DELETE_RESPONSE ? delete_descriptions(delivery, options, out, errors)
-                                                         : import_descriptions(delivery, options, out, errors);
+  Submission submission = read_submission(name, options);
+  return submission.header->type == RDM_RD_DELETE_RESPONSE ? delete_descriptions(submission, options, out, errors)
+                                                           : import_descriptions(submission, options, out, errors);
 }
 
 /// import_files returns the exit status of all deliveries: 2 only when none of them has done anything.
@@ -275,9 +277,9 @@ int report_interruption(int signal, const Outcome &outcome, std::ostream &errors
 
 /// require_writable refuses a catalog that minidba could not change.
 void require_writable(const std::string &database) {
-  const std::string folder = catalog::folder_of(database);
-  if (::access(folder.c_str(), W_OK | X_OK) != 0)
-    throw system_failure("cannot write to the catalog's folder " + folder);
+  const std::string directory = catalog::directory_of(database);
+  if (::access(directory.c_str(), W_OK | X_OK) != 0)
+    throw system_failure("cannot write to the catalog's directory " + directory);
 }
 
 }  // namespace
@@ -289,10 +291,10 @@ int import(const Options &options, std::ostream &out, std::ostream &errors) {
   const Outcome outcome(options.csid);
   require_writable(outcome.database());
   const HeldSignals signals;
-  const TemporaryFolder temporary;
+  const TemporaryDirectory temporary;
   const std::optional<Ended> ended = supervise(signals);
   if (!ended) return import_files(options, out, errors);
   return ended->signal != 0 ? report_interruption(ended->signal, outcome, errors) : ended->status;
 }
 
-}  // namespace rdmctl
+}  // namespace rdm::rdmctl

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/rdmctl/log_owner.h"
 
 #include <grp.h>
@@ -14,7 +15,7 @@
 #include "qxapi/guard.h"
 #include "tools/common/escaped.h"
 
-namespace rdmctl {
+namespace rdm::rdmctl {
 namespace {
 
 using catalog::Failure;
@@ -25,11 +26,11 @@ struct Log {
 };
 
 /// settings returns the pairs of the configuration as far as they can be read; the service itself judges the file.
-pblock_ptr settings(const std::string &config) {
+PblockPtr settings(const std::string &config) {
   constexpr int slots = 15, reader_size = 4096;
-  pblock_ptr pairs(host_param_create(slots));
-  const file_guard file(host_open_read(config.c_str()));
-  const reader_ptr reader(file ? host_buffer_open(file.get(), reader_size) : nullptr);
+  PblockPtr pairs(host_param_create(slots));
+  const HostFileGuard file(host_open_read(config.c_str()));
+  const ReaderPtr reader(file ? host_buffer_open(file.get(), reader_size) : nullptr);
   if (!pairs) throw std::bad_alloc();
   std::array<char, 8192> line;
   while (reader && host_getline(reader.get(), 0, static_cast<int>(line.size()), line.data()) == 0)
@@ -74,7 +75,7 @@ void require_writable(const std::string &path) {
 
 void become_log_owner(const std::string &config, std::ostream &errors) {
   if (::geteuid() != 0) return;
-  const pblock_ptr pairs = settings(config);
+  const PblockPtr pairs = settings(config);
   const std::optional<Log> transactions = log_of(pairs.get(), "logfile");
   const std::optional<Log> diagnostics = log_of(pairs.get(), "debug-logfile");
   std::vector<Log> foreign;
@@ -93,4 +94,4 @@ void become_log_owner(const std::string &config, std::ostream &errors) {
     if (each) require_writable(each->path);
 }
 
-}  // namespace rdmctl
+}  // namespace rdm::rdmctl

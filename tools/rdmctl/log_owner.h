@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Whose the service's logs are.
 #ifndef RDMCTL_LOG_OWNER_H
 #define RDMCTL_LOG_OWNER_H
@@ -5,7 +6,7 @@
 #include <iosfwd>
 #include <string>
 
-namespace rdmctl {
+namespace rdm::rdmctl {
 
 /// become_log_owner makes a process of the superuser one of the user to whom the service's logs belong, and says so.
 /// The service would otherwise give the server's diagnostic log to "nobody", and the server could not open it again. A
@@ -13,6 +14,6 @@ namespace rdmctl {
 /// users, or when their owner may not write them both.
 void become_log_owner(const std::string &config, std::ostream &errors);
 
-}  // namespace rdmctl
+}  // namespace rdm::rdmctl
 
 #endif

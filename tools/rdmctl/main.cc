@@ -1,7 +1,10 @@
+// SPDX-License-Identifier: MIT
 #include <iostream>
 
 #include "tools/common/program.h"
 #include "tools/rdmctl/command_line.h"
+
+using namespace rdm;
 
 int main(int argc, char **argv) {
   return tools::run_program("rdmctl", [=] {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// What the command line says.
 #ifndef RDMCTL_OPTIONS_H
 #define RDMCTL_OPTIONS_H
@@ -7,7 +8,7 @@
 
 #include "tools/common/program.h"
 
-namespace rdmctl {
+namespace rdm::rdmctl {
 
 /// Options are the same record for all verbs; each reads the fields that concern it.
 struct Options {
@@ -22,6 +23,6 @@ struct Options {
 using tools::exit_done;
 constexpr int exit_incomplete = 1;  // something was done, but not all was accepted
 
-}  // namespace rdmctl
+}  // namespace rdm::rdmctl
 
 #endif

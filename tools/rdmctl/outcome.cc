@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/rdmctl/outcome.h"
 
 #include <ctime>
@@ -7,7 +8,7 @@
 #include "catalog/transaction.h"
 #include "service/csid.h"
 
-namespace rdmctl {
+namespace rdm::rdmctl {
 namespace {
 
 /// is_replaced says whether a file is another than before: minidba puts a new one into its place.
@@ -22,7 +23,7 @@ int64_t count_expired(const std::string &database, time_t before) {
   catalog::WriteSettings settings;
   settings.dry_run = true;
   const catalog::WriteTransaction dry(database, settings);
-  catalog::Changes expired(dry.catalog());
+  catalog::WriteBatch expired(dry.catalog());
   erase_expired(dry.catalog(), before, expired);
   dry.commit(expired, dry.catalog().next_number());
   return expired.count();
@@ -51,4 +52,4 @@ std::vector<std::string> Outcome::faults() const try {
   return {failure.what()};
 }
 
-}  // namespace rdmctl
+}  // namespace rdm::rdmctl

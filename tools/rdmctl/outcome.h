@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// What an import must leave behind. The service's answer tells only how many descriptions the update took in; of the
 /// commands after it nothing.
 #ifndef RDMCTL_OUTCOME_H
@@ -10,7 +11,7 @@
 
 #include "catalog/os/file.h"
 
-namespace rdmctl {
+namespace rdm::rdmctl {
 
 /// Outcome compares the files of a catalog before and after an import.
 class Outcome {
@@ -32,6 +33,6 @@ class Outcome {
   time_t began_;
 };
 
-}  // namespace rdmctl
+}  // namespace rdm::rdmctl
 
 #endif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/rdmctl/service.h"
 
 #include <unistd.h>
@@ -10,19 +11,19 @@
 #include "service/rdm.h"
 #include "tools/common/escaped.h"
 
-namespace rdmctl {
+namespace rdm::rdmctl {
 namespace {
 
 using catalog::Failure;
 
-pblock_ptr parameters(const std::string &config) {
-  pblock_ptr block(host_param_create(2));
+PblockPtr parameters(const std::string &config) {
+  PblockPtr block(host_param_create(2));
   if (!block || host_param_add("config", config.c_str(), block.get()) != 0) throw std::bad_alloc();
   return block;
 }
 
 void require_readable(const std::string &path) {
-  const file_guard file(host_open_read(path.c_str()));
+  const HostFileGuard file(host_open_read(path.c_str()));
   char byte = 0;
   if (!file || host_read(file.get(), &byte, 1) < 0) throw catalog::system_failure("cannot read " + path);
 }
@@ -33,7 +34,7 @@ Service::Service(const std::string &config, std::ostream &errors) {
   require_readable(config);
   hosts::bind_host(
       [&errors](const hosts::Report &report) { errors << "rdmctl: " << tools::escaped(report.text) << '\n'; });
-  const pblock_ptr block = parameters(config);
+  const PblockPtr block = parameters(config);
   if (rdm_init(block.get(), nullptr, nullptr) == 0) return;
   hosts::run_exits();
   throw Failure("the service refuses " + config);
@@ -49,4 +50,4 @@ void Service::require_catalog(const std::string &csid) {
 
 void Service::log(hosts::Exchange &exchange) { rdm_log(nullptr, exchange.session(), exchange.request()); }
 
-}  // namespace rdmctl
+}  // namespace rdm::rdmctl

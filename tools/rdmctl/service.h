@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// The service inside this process: what a host is to it, without a network.
 #ifndef RDMCTL_SERVICE_H
 #define RDMCTL_SERVICE_H
@@ -7,7 +8,7 @@
 
 #include "hosts/common/exchange.h"
 
-namespace rdmctl {
+namespace rdm::rdmctl {
 
 /// Service is set up from a configuration file and runs its exits at the end of its scope. There is one at a time.
 class Service {
@@ -25,6 +26,6 @@ class Service {
   static void log(hosts::Exchange &exchange);
 };
 
-}  // namespace rdmctl
+}  // namespace rdm::rdmctl
 
 #endif

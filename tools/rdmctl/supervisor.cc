@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/rdmctl/supervisor.h"
 
 #include <sys/prctl.h>
@@ -16,7 +17,7 @@
 
 #include "catalog/os/error.h"
 
-namespace rdmctl {
+namespace rdm::rdmctl {
 namespace {
 
 namespace fs = std::filesystem;
@@ -43,10 +44,10 @@ std::vector<pid_t> children() {
 /// end_children ends the child and, as they become children of this process, the commands that it ran.
 void end_children() {
   using Clock = std::chrono::steady_clock;
-  constexpr std::chrono::milliseconds patience(5000), pause(10);
+  constexpr std::chrono::milliseconds timeout(5000), pause(10);
   const auto start = Clock::now();
   for (;;) {
-    for (const pid_t child : children()) ::kill(child, Clock::now() - start < patience ? SIGTERM : SIGKILL);
+    for (const pid_t child : children()) ::kill(child, Clock::now() - start < timeout ? SIGTERM : SIGKILL);
     pid_t reaped = 1;
     while (reaped > 0) reaped = ::waitpid(-1, nullptr, WNOHANG);
     if (reaped == -1 && errno == ECHILD) return;
@@ -98,4 +99,4 @@ std::optional<Ended> supervise(const HeldSignals &signals) {
   return ended;
 }
 
-}  // namespace rdmctl
+}  // namespace rdm::rdmctl

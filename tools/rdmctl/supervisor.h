@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Work in a child process, which can be interrupted together with the commands that it runs.
 #ifndef RDMCTL_SUPERVISOR_H
 #define RDMCTL_SUPERVISOR_H
@@ -5,7 +6,7 @@
 #include <csignal>
 #include <optional>
 
-namespace rdmctl {
+namespace rdm::rdmctl {
 
 /// HeldSignals blocks SIGINT, SIGTERM and SIGHUP in its scope, so that what the scope has made can be removed before
 /// the process ends.
@@ -34,6 +35,6 @@ struct Ended {
 /// of the child. Throws a Failure when there can be no child.
 std::optional<Ended> supervise(const HeldSignals &signals);
 
-}  // namespace rdmctl
+}  // namespace rdm::rdmctl
 
 #endif

@@ -1,4 +1,5 @@
-/* Commands run by the shell, and the search for a program in a list of folders. */
+// SPDX-License-Identifier: MIT
+/* Commands run by the shell, and the search for a program in a list of directories. */
 #include <libcs/cs.h>
 
 #include "files.h"
@@ -6,8 +7,8 @@
 static void run(void) {
   CHECK(cs_cli_run("echo text > said; exit 7", NULL) == 7);
   CHECK_TEXT(read_file("said"), "text\n");
-  CHECK(cs_cli_run_no_pipe("mkdir -p folder && echo in it > folder/said", NULL) == 0);
-  CHECK(cs_cli_run("test -f said -a ! -d folder", "folder") == 0);
+  CHECK(cs_cli_run_no_pipe("mkdir -p directory && echo in it > directory/said", NULL) == 0);
+  CHECK(cs_cli_run("test -f said -a ! -d directory", "directory") == 0);
   CHECK(cs_limited_cli_run("kill -TERM $$; exit 3", NULL, 0, 0, 1, 0) == 3); /* the signal is ignored */
 }
 

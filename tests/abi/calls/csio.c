@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The CSIO buffer in memory, in a file and in both. */
 #include <libcs/adt.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* A catalog database: written, read, locked. */
 #include <errno.h>
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Files that a program writes to be read by what it calls, and reads to see what that wrote. */
 #ifndef TESTS_ABI_CALLS_FILES_H
 #define TESTS_ABI_CALLS_FILES_H

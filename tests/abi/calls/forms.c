@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Parameter blocks made from forms, printed and turned into requests; digests and the names of catalog services. */
 #include <libcs/cs.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Memory and parameter blocks of the host. */
 #include <qxapi/qxapi.h>
 

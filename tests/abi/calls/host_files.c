@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Files and buffered readers of the host. */
 #include <qxapi/qxapi.h>
 

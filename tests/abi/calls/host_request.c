@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* What the host does for a request: the POSIX host has no client, so that its answers are known. */
 #include <qxapi/qxapi.h>
 

@@ -1,5 +1,7 @@
+// SPDX-License-Identifier: MIT
 /* Text, time, critical sections and exits of the host. */
 #include <errno.h>
+
 #include <qxapi/qxapi.h>
 
 #include "check.h"

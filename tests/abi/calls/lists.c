@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Lists and hash tables. */
 #include <libcs/adt.h>
 

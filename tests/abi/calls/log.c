@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The diagnostic log. */
 #include <libcs/log.h>
 
@@ -20,7 +21,7 @@ static void write_lines(void) {
   cslog_set_level(0);
   CSLOG(CSLOG_WARNING, "abi", "silence\n");
   cslog_set_level(3);
-  CHECK(_cslog_set_params(CSLOG_SOURCE, "folder/abi.c", 42) == host_thread_id());
+  CHECK(_cslog_set_params(CSLOG_SOURCE, "directory/abi.c", 42) == host_thread_id());
   _cslog_do_print("%s\n", "here");
   cslog_terminate();
 }

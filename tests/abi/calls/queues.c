@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Stacks, queues and priority queues. */
 #include <libcs/adt.h>
 

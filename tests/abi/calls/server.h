@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* A host in C that keeps what is sent to its client, and one exchange with that client. */
 #ifndef TESTS_ABI_CALLS_SERVER_H
 #define TESTS_ABI_CALLS_SERVER_H

@@ -1,7 +1,7 @@
+// SPDX-License-Identifier: MIT
 /* The service from its start to its end: configuration, a request, the transaction log. */
-#include "service/rdm.h"
-
 #include "server.h"
+#include "service/rdm.h"
 
 #define CSID "x-catalog://localhost:80/test"
 #define HEADER "@RDMHEADER { -\nrdm-version{3}:\t1.0\nrdm-type{15}:\tstatus-response\n"

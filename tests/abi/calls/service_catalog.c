@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The catalog behind the service: searched, sent and imported into. */
 #include <libcs/cs.h>
 

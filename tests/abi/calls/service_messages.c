@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* RDM headers and the handlers of messages. */
 #include "server.h"
 #include "service/csid.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The registry of catalog services and their aliases. */
 #include "files.h"
 #include "service/alias.h"

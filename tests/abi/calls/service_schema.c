@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The schema translator. */
 #include "files.h"
 #include "service/schema.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Attributes and objects of SOIF, and the buffer they are printed to. */
 #include <libcs/soif.h>
 

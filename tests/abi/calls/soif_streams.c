@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Parsing SOIF text and printing it again. */
 #include <libcs/soif.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Taxonomies: read from a file, changed, walked. */
 #include <libcs/tax.h>
 

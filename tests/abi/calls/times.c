@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Times as text. The program runs in UTC. */
 #include <libcs/cs.h>
 

@@ -1,19 +1,23 @@
+// SPDX-License-Identifier: MIT
 /// Files of our own making, read by the hash library itself, by its dump program and by our reader.
 #include "catalog/hash/builder.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <random>
+
+#include <gtest/gtest.h>
 
 #include "catalog/os/error.h"
 #include "dba/guard.h"
 #include "support/files.h"
 
+using namespace rdm;
+
 namespace {
 
-using catalog::Item;
+using catalog::RecordRef;
 
 std::string key_of(uint32_t number) {
   char text[9];
@@ -33,12 +37,12 @@ class HashWriter : public ::testing::Test {
   }
 
   void write() {
-    const catalog::Fetch fetch = [this](const Item &item) -> catalog::Record {
-      key_ = key_of(static_cast<uint32_t>(item.place));
-      return {key_, values_.at(static_cast<size_t>(item.place) - 1)};
+    const catalog::RecordLoader load = [this](const RecordRef &ref) -> catalog::Record {
+      key_ = key_of(static_cast<uint32_t>(ref.offset));
+      return {key_, values_.at(static_cast<size_t>(ref.offset) - 1)};
     };
     ::unlink(path.c_str());
-    catalog::write_hash_file(catalog::File::create(path), items_, fetch, {});
+    catalog::build_hash_file(catalog::File::create(path), items_, load, {});
   }
 
   void expect_found(DB *db) {
@@ -58,7 +62,7 @@ class HashWriter : public ::testing::Test {
 
   /// put_by_library adds records as another program would.
   void put_by_library(size_t count, size_t size) {
-    const database_ptr db(QX_dbopen(path.c_str(), O_RDWR, 0, DB_HASH, nullptr));
+    const DatabasePtr db(QX_dbopen(path.c_str(), O_RDWR, 0, DB_HASH, nullptr));
     ASSERT_TRUE(db);
     for (size_t i = 0; i < count; ++i) {
       add(size);
@@ -73,14 +77,14 @@ class HashWriter : public ::testing::Test {
   }
 
   void expect_readable() {
-    expect_found(database_ptr(dba_open(path.c_str(), "r")).get());
-    expect_found(database_ptr(QX_dbopen(path.c_str(), O_RDWR, 0, DB_HASH, nullptr)).get());
+    expect_found(DatabasePtr(dba_open(path.c_str(), "r")).get());
+    expect_found(DatabasePtr(QX_dbopen(path.c_str(), O_RDWR, 0, DB_HASH, nullptr)).get());
   }
 
-  support::TemporaryFolder folder;
-  std::string path = folder.path("file");
+  support::TemporaryDirectory directory;
+  std::string path = directory.path("file");
   std::mt19937 random_;
-  std::vector<Item> items_;
+  std::vector<RecordRef> items_;
   std::vector<std::string> values_;
   std::string key_;
 };
@@ -129,7 +133,7 @@ TEST_F(HashWriter, TheLibraryAddsToRandomSetsOfRecords) {
 TEST_F(HashWriter, TheDumpProgramListsEveryRecord) {
   for (size_t i = 0; i < 500; ++i) add(i * 3);
   write();
-  const std::string out = folder.path("dump");
+  const std::string out = directory.path("dump");
   ASSERT_EQ(std::system(("db_dump185 -p " + path + " > " + out).c_str()), 0);
   size_t keys = 0;
   const std::string text = support::read_file(out);
@@ -152,16 +156,18 @@ TEST_F(HashWriter, ARecordThatIsNotReadBackAsItWasWrittenIsAFailure) {
   add(100);
   size_t fetched = 0;
   const std::string texts[] = {std::string(100, 'a'), std::string(100, 'b')}, key = key_of(1);
-  const catalog::Fetch fetch = [&](const Item &) { return catalog::Record{key, texts[fetched++]}; };
-  EXPECT_EQ(failure([&] { write_hash_file(catalog::File::create(path), items_, fetch, {}); }),
+  const catalog::RecordLoader load = [&](const RecordRef &) { return catalog::Record{key, texts[fetched++]}; };
+  EXPECT_EQ(failure([&] { build_hash_file(catalog::File::create(path), items_, load, {}); }),
             "does not hold what was written to it: " + path);
 }
 
 TEST_F(HashWriter, MoreThanAFileHasPagesForIsAFailure) {
   constexpr uint32_t number = 10, size = 256u << 20;
   for (uint32_t i = 0; i < number; ++i) items_.push_back({i * 0x1234567, 8, size, i});
-  const catalog::Fetch fetch = [](const Item &) -> catalog::Record { throw std::logic_error("nothing is written"); };
-  EXPECT_EQ(failure([&] { write_hash_file(catalog::File::create(path), items_, fetch, {}); }),
+  const catalog::RecordLoader load = [](const RecordRef &) -> catalog::Record {
+    throw std::logic_error("nothing is written");
+  };
+  EXPECT_EQ(failure([&] { build_hash_file(catalog::File::create(path), items_, load, {}); }),
             "the records are too many or too long for a catalog file");
 }
 

@@ -1,23 +1,27 @@
+// SPDX-License-Identifier: MIT
 /// Files that are changed again and again, read by the hash library itself, by its dump program and by our reader.
 #include "catalog/hash/editor.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <map>
 #include <random>
 
+#include <gtest/gtest.h>
+
 #include "catalog/hash/page_map.h"
 #include "dba/guard.h"
 #include "support/files.h"
 
+using namespace rdm;
+
 namespace {
 
 using catalog::HashTable;
-using catalog::Item;
 using catalog::Record;
+using catalog::RecordRef;
 using hashdb::Header;
 
 using Records = std::map<std::string, std::string>;
@@ -35,21 +39,21 @@ class HashEditor : public ::testing::Test {
     return text;
   }
 
-  /// items_of lists records by their keys; those without a value in `records` are to be erased.
-  std::vector<Item> items_of(const std::vector<std::string> &keys, const Records &records) {
+  /// refs_of lists records by their keys; those without a value in `records` are to be erased.
+  std::vector<RecordRef> refs_of(const std::vector<std::string> &keys, const Records &records) {
     keys_ = keys;
-    std::vector<Item> items;
+    std::vector<RecordRef> refs;
     for (size_t i = 0; i < keys.size(); ++i) {
       const auto found = records.find(keys[i]);
-      items.push_back({catalog::hash_of(keys[i]), static_cast<uint32_t>(keys[i].size()),
-                       found == records.end() ? catalog::erased_value : static_cast<uint32_t>(found->second.size()),
-                       static_cast<int64_t>(i)});
+      refs.push_back({catalog::hash_of(keys[i]), static_cast<uint32_t>(keys[i].size()),
+                      found == records.end() ? catalog::erased_value : static_cast<uint32_t>(found->second.size()),
+                      static_cast<int64_t>(i)});
     }
-    return items;
+    return refs;
   }
-  catalog::Fetch fetch(const Records &records) const {
-    return [this, &records](const Item &item) -> Record {
-      const std::string &key = keys_.at(static_cast<size_t>(item.place));
+  catalog::RecordLoader load(const Records &records) const {
+    return [this, &records](const RecordRef &ref) -> Record {
+      const std::string &key = keys_.at(static_cast<size_t>(ref.offset));
       const auto found = records.find(key);
       return {key, found == records.end() ? std::string_view() : std::string_view(found->second)};
     };
@@ -58,18 +62,18 @@ class HashEditor : public ::testing::Test {
   void write_whole(const Records &records) {
     std::vector<std::string> keys;
     for (const auto &[key, value] : records) keys.push_back(key);
-    std::vector<Item> items = items_of(keys, records);
+    std::vector<RecordRef> refs = refs_of(keys, records);
     ::unlink(path_.c_str());
-    catalog::write_hash_file(catalog::File::create(path_), items, fetch(records), {});
+    catalog::build_hash_file(catalog::File::create(path_), refs, load(records), {});
   }
 
   /// change puts the next state of the records into the file. True when that was done by editing.
   bool change(const std::vector<std::string> &keys, const Records &next) {
-    std::vector<Item> items = items_of(keys, next);
+    std::vector<RecordRef> refs = refs_of(keys, next);
     const std::string edited = path_ + ".new";
     ::unlink(edited.c_str());
     const catalog::File file = catalog::File::create(edited);
-    if (!catalog::edit_hash_file(HashTable(path_), file, items, fetch(next), {})) {
+    if (!catalog::edit_hash_file(HashTable(path_), file, refs, load(next), {})) {
       EXPECT_EQ(file.size(), 0);
       write_whole(next);
       return false;
@@ -94,9 +98,9 @@ class HashEditor : public ::testing::Test {
     Records found;
     table.each([&](std::string_view key, std::string_view value) { found.emplace(key, value); });
     ASSERT_TRUE(found == records);
-    expect_found(database_ptr(QX_dbopen(path_.c_str(), O_RDWR, 0, DB_HASH, nullptr)).get(), records);
+    expect_found(DatabasePtr(QX_dbopen(path_.c_str(), O_RDWR, 0, DB_HASH, nullptr)).get(), records);
     EXPECT_EQ(used_bits(table), linked_pages(table));
-    const catalog::PageUse use(table);
+    const catalog::PageMap use(table);
     EXPECT_FALSE(use.is_shared());
     EXPECT_TRUE(use.is_marked());
   }
@@ -132,8 +136,8 @@ class HashEditor : public ::testing::Test {
     return used;
   }
 
-  support::TemporaryFolder folder_;
-  std::string path_ = folder_.path("file");
+  support::TemporaryDirectory directory_;
+  std::string path_ = directory_.path("file");
   std::mt19937 random_;
   std::vector<std::string> keys_;
 };
@@ -201,7 +205,7 @@ TEST_F(HashEditor, PagesThatDamagedBitmapsOfferAreNotTaken) {
   const uint64_t bitmap = overflow_page(header, header.bitmaps[0]);
   bytes.replace(bitmap << header.page_shift, header.page_size, header.page_size, '\0');
   support::write_file(path_, bytes);
-  EXPECT_FALSE(catalog::PageUse(HashTable(path_)).is_marked());
+  EXPECT_FALSE(catalog::PageMap(HashTable(path_)).is_marked());
   records["other"] = std::string(300000, 'y');
   EXPECT_FALSE(change({"other"}, records)) << "the file is written anew";
   ASSERT_NO_FATAL_FAILURE(expect_sound(records));
@@ -218,7 +222,7 @@ TEST_F(HashEditor, APageOfARecordIsNoBitmap) {
   header.bitmaps[0] = static_cast<uint16_t>(header.bitmaps[0] + 2);
   hashdb::encode(header, reinterpret_cast<unsigned char *>(bytes.data()));
   support::write_file(path_, bytes);
-  EXPECT_TRUE(catalog::PageUse(HashTable(path_)).is_shared());
+  EXPECT_TRUE(catalog::PageMap(HashTable(path_)).is_shared());
   records["other"] = std::string(300000, 'y');
   EXPECT_FALSE(change({"other"}, records)) << "the file is written anew";
   ASSERT_NO_FATAL_FAILURE(expect_sound(records));
@@ -241,7 +245,7 @@ TEST_F(HashEditor, AFileThatHasOutgrownItsPagesIsWrittenAnew) {
 TEST_F(HashEditor, AFileOfTheLibraryIsWrittenAnew) {
   Records records;
   {
-    const database_ptr database(dba_open(path_.c_str(), "w+"));
+    const DatabasePtr database(dba_open(path_.c_str(), "w+"));
     for (uint32_t i = 0; i < 100; ++i) {
       const std::string name = key_of(i), text = records[name] = random_value(100);
       DBT key{const_cast<char *>(name.data()), name.size()};
@@ -263,7 +267,7 @@ TEST_F(HashEditor, TheDumpProgramListsEveryRecord) {
     records.erase(key_of(i * 7 + 1));
     EXPECT_TRUE(change({key_of(i * 7), key_of(i * 7 + 1)}, records));
   }
-  const std::string out = folder_.path("dump");
+  const std::string out = directory_.path("dump");
   ASSERT_EQ(std::system(("db_dump185 -p " + path_ + " > " + out).c_str()), 0);
   const std::string text = support::read_file(out);
   for (const auto &[key, value] : records)

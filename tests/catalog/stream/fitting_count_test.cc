@@ -1,9 +1,12 @@
+// SPDX-License-Identifier: MIT
 #include "catalog/stream/fitting_count.h"
-
-#include <gtest/gtest.h>
 
 #include <chrono>
 #include <string>
+
+#include <gtest/gtest.h>
+
+using namespace rdm;
 
 namespace {
 

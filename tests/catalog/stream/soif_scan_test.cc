@@ -1,9 +1,12 @@
+// SPDX-License-Identifier: MIT
 #include "catalog/stream/soif_scan.h"
-
-#include <gtest/gtest.h>
 
 #include <cstring>
 #include <string>
+
+#include <gtest/gtest.h>
+
+using namespace rdm;
 
 namespace {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/common/exchange.h"
 
 #include <cerrno>
@@ -6,6 +7,8 @@
 
 #include "support/files.h"
 #include "support/memory_host.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -144,8 +147,8 @@ TEST_F(ExchangeTest, OfLengthZeroEndsWithItsHead) {
 }
 
 TEST_F(ExchangeTest, CountsButDoesNotQueueTheAnswerToHead) {
-  const support::TemporaryFolder folder;
-  const file_guard file(host_open_read(folder.write("file", "0123456789").c_str()));
+  const support::TemporaryDirectory directory;
+  const HostFileGuard file(host_open_read(directory.write("file", "0123456789").c_str()));
   Exchange exchange;
   exchange.head_only();
   declare(exchange, "8");
@@ -169,8 +172,8 @@ TEST_F(ExchangeTest, OfAStatusWithoutBodyQueuesNone) {
 }
 
 TEST_F(ExchangeTest, CutsAFileAtTheDeclaredLength) {
-  const support::TemporaryFolder folder;
-  const file_guard file(host_open_read(folder.write("file", "0123456789").c_str()));
+  const support::TemporaryDirectory directory;
+  const HostFileGuard file(host_open_read(directory.write("file", "0123456789").c_str()));
   Exchange exchange;
   declare(exchange, "6");
   EXPECT_EQ(exchange.send_file(file.get(), 2, 4), 4);

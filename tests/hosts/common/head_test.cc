@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/common/head.h"
 
 #include <string>
@@ -6,6 +7,8 @@
 
 #include "qxapi/guard.h"
 #include "support/memory_host.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -29,7 +32,7 @@ class ResponseHead : public support::HostTest {
     HostTest::TearDown();
   }
 
-  pblock_ptr response_{host_param_create(7)};
+  PblockPtr response_{host_param_create(7)};
 };
 
 constexpr std::time_t moment = 1'794'800'467;  // 2026-11-16 03:41:07 UTC

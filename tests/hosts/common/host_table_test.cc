@@ -1,7 +1,7 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/common/host_table.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,11 +10,15 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "hosts/common/exchange.h"
 #include "hosts/common/log_file.h"
 #include "qxapi/guard.h"
 #include "support/files.h"
 #include "support/refused_new.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -95,11 +99,11 @@ TEST_F(HostTable, RequestHeadersAreFoundInAnyLetterCase) {
 }
 
 TEST_F(HostTable, SendsAWholeFile) {
-  const support::TemporaryFolder folder;
+  const support::TemporaryDirectory directory;
   Exchange exchange;
   {
-    const file_guard file(host_open_read(folder.write("file", "whole file\n").c_str()));
-    const reader_ptr reader(host_buffer_open(file.get(), 4096));
+    const HostFileGuard file(host_open_read(directory.write("file", "whole file\n").c_str()));
+    const ReaderPtr reader(host_buffer_open(file.get(), 4096));
     EXPECT_EQ(host_buffer_send(reader.get(), exchange.session()->socket), 11);
     EXPECT_EQ(host_buffer_send(reader.get(), exchange.session()->socket), 0);
   }
@@ -107,9 +111,9 @@ TEST_F(HostTable, SendsAWholeFile) {
 }
 
 TEST_F(HostTable, SendsWhatTheReaderHasNotYetGivenOut) {
-  const support::TemporaryFolder folder;
-  const file_guard file(host_open_read(folder.write("file", "first line\nsecond line\nthird line\n").c_str()));
-  const reader_ptr reader(host_buffer_open(file.get(), 16));
+  const support::TemporaryDirectory directory;
+  const HostFileGuard file(host_open_read(directory.write("file", "first line\nsecond line\nthird line\n").c_str()));
+  const ReaderPtr reader(host_buffer_open(file.get(), 16));
   char line[64];
   ASSERT_EQ(host_getline(reader.get(), 1, sizeof line, line), 0);
   Exchange exchange;
@@ -119,9 +123,9 @@ TEST_F(HostTable, SendsWhatTheReaderHasNotYetGivenOut) {
 }
 
 TEST_F(HostTable, SendsAnEmptyFile) {
-  const support::TemporaryFolder folder;
-  const file_guard file(host_open_read(folder.write("file", "").c_str()));
-  const reader_ptr reader(host_buffer_open(file.get(), 4096));
+  const support::TemporaryDirectory directory;
+  const HostFileGuard file(host_open_read(directory.write("file", "").c_str()));
+  const ReaderPtr reader(host_buffer_open(file.get(), 4096));
   Exchange exchange;
   EXPECT_EQ(host_buffer_send(reader.get(), exchange.session()->socket), 0);
   EXPECT_EQ(exchange.queue().size(), 0);
@@ -130,21 +134,21 @@ TEST_F(HostTable, SendsAnEmptyFile) {
 TEST_F(HostTable, SendsWhatOnlyReadingYields) {
   int ends[2];
   ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
-  const file_guard read_end(ends[0]);
+  const HostFileGuard read_end(ends[0]);
   {
-    const file_guard write_end(ends[1]);
+    const HostFileGuard write_end(ends[1]);
     ASSERT_EQ(host_write(write_end.get(), "from a pipe", 11), 1);
   }
-  const reader_ptr reader(host_buffer_open(read_end.get(), 4096));
+  const ReaderPtr reader(host_buffer_open(read_end.get(), 4096));
   Exchange exchange;
   EXPECT_EQ(host_buffer_send(reader.get(), exchange.session()->socket), 11);
   EXPECT_EQ(queued(exchange), "from a pipe");
 }
 
 TEST_F(HostTable, SendingFailsOnADescriptorThatIsNone) {
-  const support::TemporaryFolder folder;
-  file_guard file(host_open_read(folder.write("file", "text").c_str()));
-  const reader_ptr reader(host_buffer_open(file.get(), 4096));
+  const support::TemporaryDirectory directory;
+  HostFileGuard file(host_open_read(directory.write("file", "text").c_str()));
+  const ReaderPtr reader(host_buffer_open(file.get(), 4096));
   host_close(file.release());
   Exchange exchange;
   EXPECT_EQ(host_buffer_send(reader.get(), exchange.session()->socket), -1);
@@ -188,10 +192,10 @@ TEST_F(HostTable, ExitsRunOnceInTheOrderOfRegistration) {
 }
 
 TEST_F(HostTable, CountsWhatThePluginDidNotGet) {
-  const long before = hosts::losses();
+  const long before = hosts::resource_failures();
   host_free(host_alloc(1));
   host_free(host_strdup("x"));
-  EXPECT_EQ(hosts::losses(), before);
+  EXPECT_EQ(hosts::resource_failures(), before);
 
   qxapi_host nothing = *qxapi_posix_host();
   nothing.alloc = [](size_t) -> void * { return nullptr; };
@@ -201,7 +205,7 @@ TEST_F(HostTable, CountsWhatThePluginDidNotGet) {
   EXPECT_EQ(host_alloc(1), nullptr);
   EXPECT_EQ(host_realloc(nullptr, 1), nullptr);
   EXPECT_EQ(host_strdup("x"), nullptr);
-  EXPECT_EQ(hosts::losses(), before + 3);
+  EXPECT_EQ(hosts::resource_failures(), before + 3);
 }
 
 TEST_F(HostTable, MemoryThatFailsInTheHostIsAnAnswerToThePlugin) {
@@ -224,53 +228,53 @@ TEST_F(HostTable, MemoryThatFailsInTheHostIsAnAnswerToThePlugin) {
 }
 
 TEST_F(HostTable, CountsWhatFilesDidNotTakeOrGive) {
-  const support::TemporaryFolder folder;
-  const long before = hosts::losses();
-  EXPECT_EQ(host_open_write(folder.path("none/file").c_str()), -1);
-  EXPECT_EQ(host_open_append(folder.path("none/file").c_str()), -1);
-  const file_guard full(::open("/dev/full", O_WRONLY));
+  const support::TemporaryDirectory directory;
+  const long before = hosts::resource_failures();
+  EXPECT_EQ(host_open_write(directory.path("none/file").c_str()), -1);
+  EXPECT_EQ(host_open_append(directory.path("none/file").c_str()), -1);
+  const HostFileGuard full(::open("/dev/full", O_WRONLY));
   EXPECT_EQ(host_write(full.get(), "x", 1), 0);
   char byte = 0;
   EXPECT_EQ(host_read(full.get(), &byte, 1), -1);
   EXPECT_EQ(host_seek(-1, 0, SEEK_SET), -1);
-  EXPECT_EQ(hosts::losses(), before + 5);
+  EXPECT_EQ(hosts::resource_failures(), before + 5);
 }
 
 TEST_F(HostTable, AFileThatCannotBeExaminedIsNoLoss) {
-  const support::TemporaryFolder folder;
-  const std::string loop = folder.path("loop");
+  const support::TemporaryDirectory directory;
+  const std::string loop = directory.path("loop");
   std::filesystem::create_symlink(loop, loop);
   const std::string long_name(5000, 'x');
-  const long before = hosts::losses();
+  const long before = hosts::resource_failures();
   struct stat status;
   for (const char *path : {"/nowhere", "/dev/null/nowhere", loop.c_str(), long_name.c_str()}) {
     EXPECT_EQ(host_open_read(path), -1) << path;
     EXPECT_EQ(host_stat(path, &status), -1) << path;
   }
-  EXPECT_EQ(hosts::losses(), before);
+  EXPECT_EQ(hosts::resource_failures(), before);
 }
 
-TEST_F(HostTable, AFolderReadAsAFileIsNoLoss) {
-  const support::TemporaryFolder folder;
-  const file_guard open_folder(host_open_read(folder.path().c_str()));
-  const long before = hosts::losses();
+TEST_F(HostTable, ADirectoryReadAsAFileIsNoLoss) {
+  const support::TemporaryDirectory directory;
+  const HostFileGuard open_directory(host_open_read(directory.path().c_str()));
+  const long before = hosts::resource_failures();
   char byte = 0;
-  EXPECT_EQ(host_read(open_folder.get(), &byte, 1), -1);
+  EXPECT_EQ(host_read(open_directory.get(), &byte, 1), -1);
   EXPECT_EQ(errno, EISDIR);
-  EXPECT_EQ(hosts::losses(), before);
+  EXPECT_EQ(hosts::resource_failures(), before);
 }
 
 TEST_F(HostTable, APositionAskedOfAPipeIsNoLoss) {
   int ends[2];
   ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
-  const file_guard read_end(ends[0]), write_end(ends[1]);
-  const long before = hosts::losses();
+  const HostFileGuard read_end(ends[0]), write_end(ends[1]);
+  const long before = hosts::resource_failures();
   EXPECT_EQ(host_seek(write_end.get(), 0, SEEK_END), -1);
   EXPECT_EQ(errno, ESPIPE);
-  EXPECT_EQ(hosts::losses(), before);
+  EXPECT_EQ(hosts::resource_failures(), before);
 }
 
-TEST_F(HostTable, NoFolderForTemporaryFilesIsALoss) {
+TEST_F(HostTable, NoDirectoryForTemporaryFilesIsALoss) {
   // A service in a container without /tmp answered long requests with their headers alone.
   const auto absent = [](const char *, struct stat *) {
     errno = ENOENT;
@@ -281,87 +285,87 @@ TEST_F(HostTable, NoFolderForTemporaryFilesIsALoss) {
   for (int (*look)(const char *, struct stat *) : {+absent, +a_file}) {
     bare.stat = look;
     hosts::bind_host([](const hosts::Report &) {}, bare);
-    const long before = hosts::losses();
+    const long before = hosts::resource_failures();
     struct stat status;
     host_stat(P_tmpdir, &status);
-    EXPECT_EQ(hosts::losses(), before + 1);
+    EXPECT_EQ(hosts::resource_failures(), before + 1);
   }
 }
 
 TEST_F(HostTable, LogsOfThePluginAreReopenedUnderTheirDescriptors) {
-  const support::TemporaryFolder folder;
-  const std::string path = folder.path("log");
-  const file_guard log(host_open_append(path.c_str()));
-  const file_guard closed(host_open_append(folder.path("closed").c_str()));
+  const support::TemporaryDirectory directory;
+  const std::string path = directory.path("log");
+  const HostFileGuard log(host_open_append(path.c_str()));
+  const HostFileGuard closed(host_open_append(directory.path("closed").c_str()));
   host_write_log(log.get(), "one\n", 4);
-  std::filesystem::rename(path, folder.path("log.1"));
-  host_close(host_open_append(folder.path("gone").c_str()));
-  std::filesystem::remove(folder.path("gone"));
+  std::filesystem::rename(path, directory.path("log.1"));
+  host_close(host_open_append(directory.path("gone").c_str()));
+  std::filesystem::remove(directory.path("gone"));
   hosts::reopen_logs();
   host_write_log(log.get(), "two\n", 4);
-  EXPECT_EQ(support::read_file(folder.path("log.1")), "one\n");
+  EXPECT_EQ(support::read_file(directory.path("log.1")), "one\n");
   EXPECT_EQ(support::read_file(path), "two\n");
-  EXPECT_FALSE(support::file_exists(folder.path("gone")));
+  EXPECT_FALSE(support::file_exists(directory.path("gone")));
   EXPECT_EQ(reports_, std::vector<std::string>{});
 }
 
 TEST_F(HostTable, ALogOfThePluginThatCannotBeReopenedGoesOnInTheOldFile) {
-  const support::TemporaryFolder folder;
-  std::filesystem::create_directory(folder.path("place"));
-  const std::string path = folder.path("place/log");
-  const file_guard log(host_open_append(path.c_str()));
-  std::filesystem::rename(folder.path("place"), folder.path("moved"));
+  const support::TemporaryDirectory directory;
+  std::filesystem::create_directory(directory.path("place"));
+  const std::string path = directory.path("place/log");
+  const HostFileGuard log(host_open_append(path.c_str()));
+  std::filesystem::rename(directory.path("place"), directory.path("moved"));
   hosts::reopen_logs();
   EXPECT_EQ(host_write_log(log.get(), "still here\n", 11), 1);
-  EXPECT_EQ(support::read_file(folder.path("moved/log")), "still here\n");
+  EXPECT_EQ(support::read_file(directory.path("moved/log")), "still here\n");
   EXPECT_EQ(reports_, std::vector<std::string>{"0|log||" + path +
                                                ": cannot be reopened: No such file or directory; it goes on in the old "
                                                "file"});
 }
 
 TEST_F(HostTable, DataThatAFileWasAppendedToIsNeverReopened) {
-  const support::TemporaryFolder folder;
-  const std::string path = folder.path("data");
-  const file_guard data(host_open_append(path.c_str()));
+  const support::TemporaryDirectory directory;
+  const std::string path = directory.path("data");
+  const HostFileGuard data(host_open_append(path.c_str()));
   EXPECT_EQ(host_write(data.get(), "one\n", 4), 1);
-  std::filesystem::rename(path, folder.path("elsewhere"));
+  std::filesystem::rename(path, directory.path("elsewhere"));
   hosts::reopen_logs();
   EXPECT_EQ(host_write(data.get(), "two\n", 4), 1);
-  EXPECT_EQ(support::read_file(folder.path("elsewhere")), "one\ntwo\n");
+  EXPECT_EQ(support::read_file(directory.path("elsewhere")), "one\ntwo\n");
   EXPECT_FALSE(support::file_exists(path));
 }
 
 TEST_F(HostTable, ALogOfThePluginOnAPipeThatNobodyReadsNeverHoldsIt) {
-  const support::TemporaryFolder folder;
-  const std::string path = folder.path("pipe"), line = std::string(99, 'x') + "\n";
+  const support::TemporaryDirectory directory;
+  const std::string path = directory.path("pipe"), line = std::string(99, 'x') + "\n";
   ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
-  const file_guard log(host_open_append(path.c_str()));
+  const HostFileGuard log(host_open_append(path.c_str()));
   ASSERT_TRUE(log);
   int dropped = 0;
   for (int i = 0; i < 20'000; ++i) dropped += host_write_log(log.get(), line.data(), 100) == 1 ? 0 : 1;
   EXPECT_GT(dropped, 0);
-  const file_guard reader(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  const HostFileGuard reader(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   std::string text(2'000'000, ' ');
   std::size_t got = 0;
   while (got < static_cast<std::size_t>(20'000 - dropped) * 100) {
     const ssize_t count = ::read(reader.get(), text.data() + got, text.size() - got);
     if (count > 0) got += static_cast<std::size_t>(count);
   }
-  EXPECT_EQ(host_close(const_cast<file_guard &>(log).release()), 0);
+  EXPECT_EQ(host_close(const_cast<HostFileGuard &>(log).release()), 0);
   const std::string start = "1|log||" + path + ": ", end = " dropped: it could not be written";
   EXPECT_EQ(reports_,
             (std::vector<std::string>{start + "1 line" + end, start + std::to_string(dropped - 1) + " lines" + end}));
 }
 
 TEST_F(HostTable, ALogThatThereIsNoMemoryForIsNotOpened) {
-  const support::TemporaryFolder folder;
-  const std::string path = folder.path("log");
-  const long before = hosts::losses();
+  const support::TemporaryDirectory directory;
+  const std::string path = directory.path("log");
+  const long before = hosts::resource_failures();
   const support::RefusedNew log(sizeof(hosts::LogFile), sizeof(hosts::LogFile) + 64);
   EXPECT_EQ(host_open_append(path.c_str()), -1);
   EXPECT_EQ(errno, ENOMEM);
   EXPECT_TRUE(log.done());
-  EXPECT_EQ(hosts::losses(), before + 1);
+  EXPECT_EQ(hosts::resource_failures(), before + 1);
 }
 
 }  // namespace

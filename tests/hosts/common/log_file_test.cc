@@ -1,7 +1,7 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/common/log_file.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/resource.h>
@@ -17,8 +17,12 @@
 #include <thread>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "support/files.h"
 #include "support/refused_new.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -66,8 +70,8 @@ class LogFiles : public ::testing::Test {
   }
   std::string text() const { return support::read_file(path_); }
 
-  support::TemporaryFolder folder_;
-  std::string path_ = folder_.path("log");
+  support::TemporaryDirectory directory_;
+  std::string path_ = directory_.path("log");
   std::atomic<std::size_t> reported_ = 0;
 };
 
@@ -80,7 +84,7 @@ TEST_F(LogFiles, APipeThatNobodyReadsNeverHoldsItsWriter) {
   EXPECT_GE(taken * 100, LogFile::queue_limit);
   EXPECT_LT(taken, written);
   EXPECT_EQ(reported_, 1u);
-  const file_guard reader(::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  const HostFileGuard reader(::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   EXPECT_EQ(read_for(reader.get(), taken * 100), lines(0, taken));
   for (int i = 0; i < 1000 && reported_ == 1; ++i) std::this_thread::sleep_for(10ms);
   EXPECT_EQ(reported_, written - taken);
@@ -91,15 +95,15 @@ TEST_F(LogFiles, APipeThatNobodyReadsNeverHoldsItsWriter) {
 TEST_F(LogFiles, LongLinesOfAPipeStayWholeAndInOrder) {
   LogFile log(pipe());
   for (std::size_t i = 0; i < 50; ++i) EXPECT_TRUE(log.write(line(i, 9000)));
-  const file_guard reader(::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  const HostFileGuard reader(::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   EXPECT_EQ(read_for(reader.get(), 450'000), lines(0, 50, 9000));
 }
 
 TEST_F(LogFiles, APipeKeepsItsLinesWhileItHasNoReader) {
   LogFile log(pipe());
-  { const file_guard reader(::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)); }
+  { const HostFileGuard reader(::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)); }
   EXPECT_TRUE(log.write("kept\n"));
-  const file_guard reader(::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  const HostFileGuard reader(::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   EXPECT_EQ(read_for(reader.get(), 5), "kept\n");
 }
 
@@ -166,7 +170,7 @@ TEST_F(LogFiles, APipeThatNobodyReadsIsToldOfWithoutAFurtherLine) {
 }
 
 TEST_F(LogFiles, WhatStillWaitsAtTheEndIsCountedAsDropped) {
-  const file_guard reader(::open(pipe().c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  const HostFileGuard reader(::open(pipe().c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   {
     LogFile log(path_, note());
     for (std::size_t i = 0; i < 20'000; ++i) log.write(line(i));
@@ -190,10 +194,10 @@ TEST_F(LogFiles, ALogWhoseReaderHasGoneDropsWhatWaits) {
   ::signal(SIGPIPE, SIG_IGN);
   int ends[2];
   ASSERT_EQ(::pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
-  file_guard reader(ends[0]);
-  LogFile log(file_guard(ends[1]), note());
+  HostFileGuard reader(ends[0]);
+  LogFile log(HostFileGuard(ends[1]), note());
   while (log.write(line(0, 4096))) continue;
-  reader = file_guard();
+  reader = HostFileGuard();
   for (int i = 0; i < 1000 && log.write("x\n"); ++i) std::this_thread::sleep_for(10ms);
   EXPECT_FALSE(log.write("nobody hears this\n"));
 }
@@ -244,7 +248,7 @@ TEST_F(LogFiles, ALineThatThereIsNoMemoryForIsDropped) {
   std::size_t taken = 0;
   while (log.write(line(taken, 4096))) ++taken;
   ASSERT_EQ(taken, (65536 + LogFile::queue_limit) / 4096);
-  const file_guard reader(::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  const HostFileGuard reader(::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   EXPECT_EQ(read_for(reader.get(), taken * 4096), lines(0, taken, 4096));
   for (int i = 0; i < 1000 && reported_ == 0; ++i) std::this_thread::sleep_for(10ms);
   for (std::size_t i = 0; i < 16; ++i) EXPECT_TRUE(log.write(line(i, 4096)));
@@ -262,7 +266,7 @@ TEST_F(LogFiles, AThreadThatCannotBeStartedIsTriedAgainWithTheNextLine) {
     EXPECT_TRUE(thread.done());
   }
   EXPECT_TRUE(log.write(line(17, 4096)));
-  const file_guard reader(::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  const HostFileGuard reader(::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   EXPECT_EQ(read_for(reader.get(), 18 * 4096), lines(0, 18, 4096));
 }
 
@@ -278,7 +282,7 @@ TEST_F(LogFiles, TheEndIsNotHeldUpByAPipeThatNobodyReads) {
 TEST_F(LogFiles, TheEndWaitsForAReaderThatReads) {
   int ends[2];
   ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
-  const file_guard reader(ends[0]);
+  const HostFileGuard reader(ends[0]);
   std::string got;
   std::thread thread;
   {
@@ -295,7 +299,7 @@ TEST_F(LogFiles, AStreamOfOthersStaysAsItIs) {
   // A shell whose standard error suddenly does not block loses what it prints.
   int ends[2];
   ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
-  const file_guard reader(ends[0]), stream(ends[1]);
+  const HostFileGuard reader(ends[0]), stream(ends[1]);
   const int flags = ::fcntl(stream.get(), F_GETFL);
   LogFile log(hosts::open_stream(stream.get()));
   EXPECT_TRUE(log.write("a line\n"));
@@ -306,8 +310,8 @@ TEST_F(LogFiles, AStreamOfOthersStaysAsItIs) {
 TEST_F(LogFiles, AStreamThatBlocksIsWrittenToOnlyWhileItHasRoom) {
   int ends[2];
   ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
-  const file_guard reader(ends[0]);
-  LogFile log{file_guard(ends[1])};
+  const HostFileGuard reader(ends[0]);
+  LogFile log{HostFileGuard(ends[1])};
   for (std::size_t i = 0; i < 20; ++i) EXPECT_TRUE(log.write(line(i, 9000)));
   EXPECT_EQ(read_for(reader.get(), 180'000), lines(0, 20, 9000));
 }
@@ -315,7 +319,7 @@ TEST_F(LogFiles, AStreamThatBlocksIsWrittenToOnlyWhileItHasRoom) {
 TEST_F(LogFiles, ASocketThatNobodyReadsNeverHoldsItsWriter) {
   int ends[2];
   ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
-  const file_guard reader(ends[0]), stream(ends[1]);
+  const HostFileGuard reader(ends[0]), stream(ends[1]);
   LogFile log(hosts::open_stream(stream.get()));
   std::size_t taken = 0;
   while (log.write(line(taken))) ++taken;
@@ -324,7 +328,7 @@ TEST_F(LogFiles, ASocketThatNobodyReadsNeverHoldsItsWriter) {
 }
 
 TEST_F(LogFiles, AStreamIntoAFileGoesOnWhereTheFileEnds) {
-  const file_guard stream(::open(path_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+  const HostFileGuard stream(::open(path_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
   ASSERT_EQ(::write(stream.get(), "before\n", 7), 7);
   LogFile log(hosts::open_stream(stream.get()));
   EXPECT_TRUE(log.write("a line\n"));
@@ -346,13 +350,13 @@ TEST_F(LogFiles, ReopeningGoesOnInANewFileOfTheSameName) {
   LogFile file(path_);
   file.write("one\n");
   ::chmod(path_.c_str(), 0640);
-  std::filesystem::rename(path_, folder_.path("log.1"));
+  std::filesystem::rename(path_, directory_.path("log.1"));
   file.write("two\n");
   EXPECT_TRUE(file.reopen());
   file.write("three\n");
   EXPECT_TRUE(file.reopen());
   file.write("four\n");
-  EXPECT_EQ(support::read_file(folder_.path("log.1")), "one\ntwo\n");
+  EXPECT_EQ(support::read_file(directory_.path("log.1")), "one\ntwo\n");
   EXPECT_EQ(text(), "three\nfour\n");
   struct stat status;
   ASSERT_EQ(::stat(path_.c_str(), &status), 0);
@@ -361,7 +365,7 @@ TEST_F(LogFiles, ReopeningGoesOnInANewFileOfTheSameName) {
 
 TEST_F(LogFiles, AFileThatWasMadeForTheLogKeepsItsMode) {
   LogFile file(path_);
-  std::filesystem::rename(path_, folder_.path("log.1"));
+  std::filesystem::rename(path_, directory_.path("log.1"));
   support::write_file(path_, "made by the rotation\n");
   ::chmod(path_.c_str(), 0600);
   EXPECT_TRUE(file.reopen());
@@ -373,7 +377,7 @@ TEST_F(LogFiles, AFileThatWasMadeForTheLogKeepsItsMode) {
 }
 
 TEST_F(LogFiles, AFileThatCannotBeReopenedGoesOnInTheOldOne) {
-  const std::string place = folder_.path("place"), moved = folder_.path("moved");
+  const std::string place = directory_.path("place"), moved = directory_.path("moved");
   std::filesystem::create_directory(place);
   LogFile file(place + "/log");
   std::filesystem::rename(place, moved);
@@ -406,22 +410,22 @@ TEST_F(LogFiles, TheRestOfALineDoesNotBeginTheNextFile) {
 }
 
 TEST_F(LogFiles, ABorrowedDescriptorKeepsItsNumberAndStaysOpen) {
-  const file_guard file(hosts::open_log(path_.c_str()));
+  const HostFileGuard file(hosts::open_log(path_.c_str()));
   {
     LogFile log(file.get(), path_, {});
     EXPECT_EQ(log.path(), path_);
     log.write("one\n");
-    std::filesystem::rename(path_, folder_.path("log.1"));
+    std::filesystem::rename(path_, directory_.path("log.1"));
     EXPECT_TRUE(log.reopen());
     log.write("two\n");
     EXPECT_NE(::fcntl(file.get(), F_GETFD) & FD_CLOEXEC, 0);
     log.close();
     // The number may be another file's by now.
-    std::filesystem::rename(path_, folder_.path("log.2"));
+    std::filesystem::rename(path_, directory_.path("log.2"));
     EXPECT_TRUE(log.reopen());
   }
   EXPECT_EQ(::write(file.get(), "three\n", 6), 6);
-  EXPECT_EQ(support::read_file(folder_.path("log.2")), "two\nthree\n");
+  EXPECT_EQ(support::read_file(directory_.path("log.2")), "two\nthree\n");
 }
 
 TEST_F(LogFiles, ALineOfManyThreadsIsNeverMixedWithAnother) {

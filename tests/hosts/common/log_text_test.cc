@@ -1,8 +1,11 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/common/log_text.h"
+
+#include <string>
 
 #include <gtest/gtest.h>
 
-#include <string>
+using namespace rdm;
 
 namespace {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/common/output_queue.h"
 
 #include <fcntl.h>
@@ -14,6 +15,8 @@
 
 #include "support/files.h"
 #include "support/memory_host.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -126,8 +129,8 @@ TEST_F(Queue, KeepsOneMebibyteInMemory) {
 }
 
 TEST_F(Queue, GoesOnInAnUnlinkedFilePastOneMebibyte) {
-  const support::TemporaryFolder folder;
-  const TemporaryVariable variable(folder.path());
+  const support::TemporaryDirectory directory;
+  const TemporaryVariable variable(directory.path());
   OutputQueue queue;
   const std::string text = pattern((std::size_t{1} << 20) + 1);
   EXPECT_EQ(queue.append(text), text.size());
@@ -139,7 +142,7 @@ TEST_F(Queue, GoesOnInAnUnlinkedFilePastOneMebibyte) {
   EXPECT_EQ(status.st_nlink, 0u);
   EXPECT_EQ(status.st_mode & 07777, 0600u);
   EXPECT_NE(::fcntl(queue.pieces()[1].file->get(), F_GETFD) & FD_CLOEXEC, 0);
-  EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
+  EXPECT_TRUE(std::filesystem::is_empty(directory.path()));
   EXPECT_EQ(bytes_of(queue), text);
 }
 
@@ -158,8 +161,8 @@ TEST_F(Queue, KeepsTheOrderOfSmallWritesAfterTheFileWasBegun) {
 }
 
 TEST_F(Queue, SaysHowMuchTheDiskTook) {
-  const support::TemporaryFolder folder;
-  const TemporaryVariable variable(folder.path());
+  const support::TemporaryDirectory directory;
+  const TemporaryVariable variable(directory.path());
   const std::string text = pattern(100'000);
   OutputQueue queue(4);
   std::size_t queued = 0;
@@ -184,11 +187,11 @@ TEST_F(Queue, SaysHowMuchWasQueuedWhenNoFileCanBeMade) {
 }
 
 TEST_F(Queue, QueuesAStretchOfAFileByDuplicatedDescriptor) {
-  const support::TemporaryFolder folder;
-  const std::string path = folder.write("file", "0123456789");
+  const support::TemporaryDirectory directory;
+  const std::string path = directory.write("file", "0123456789");
   OutputQueue queue;
   {
-    const file_guard file(host_open_read(path.c_str()));
+    const HostFileGuard file(host_open_read(path.c_str()));
     EXPECT_TRUE(queue.append_file(file.get(), 3, 4));
     ASSERT_EQ(queue.pieces().size(), 1u);
     EXPECT_NE(queue.pieces()[0].file->get(), file.get());
@@ -201,8 +204,8 @@ TEST_F(Queue, QueuesAStretchOfAFileByDuplicatedDescriptor) {
 }
 
 TEST_F(Queue, KeepsTheOrderOfBytesAndFiles) {
-  const support::TemporaryFolder folder;
-  const file_guard file(host_open_read(folder.write("file", "FILE").c_str()));
+  const support::TemporaryDirectory directory;
+  const HostFileGuard file(host_open_read(directory.write("file", "FILE").c_str()));
   OutputQueue queue(4);
   queue.append("ab");
   queue.append_file(file.get(), 0, 4);
@@ -214,8 +217,8 @@ TEST_F(Queue, KeepsTheOrderOfBytesAndFiles) {
 }
 
 TEST_F(Queue, AFileOfNoLengthQueuesNothing) {
-  const support::TemporaryFolder folder;
-  const file_guard file(host_open_read(folder.write("file", "FILE").c_str()));
+  const support::TemporaryDirectory directory;
+  const HostFileGuard file(host_open_read(directory.write("file", "FILE").c_str()));
   OutputQueue queue;
   EXPECT_TRUE(queue.append_file(file.get(), 0, 0));
   EXPECT_TRUE(queue.pieces().empty());

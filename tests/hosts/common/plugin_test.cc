@@ -1,8 +1,11 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/common/plugin.h"
+
+#include <string>
 
 #include <gtest/gtest.h>
 
-#include <string>
+using namespace rdm;
 
 #include "support/directories.h"
 
@@ -26,7 +29,7 @@ TEST(PluginLoading, SaysWhichFileIsMissing) {
       "cannot load the plug-in: /nonexistent/plugin.so: cannot open shared object file: No such file or directory");
 }
 
-TEST(PluginLoading, TakesANameWithoutASlashAsAFileOfTheCurrentFolder) {
+TEST(PluginLoading, TakesANameWithoutASlashAsAFileOfTheCurrentDirectory) {
   // The loader alone would find this one along its search path.
   EXPECT_NE(failure("libc.so.6").find("/libc.so.6: cannot open shared object file"), std::string::npos);
 }

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// What it costs to accept a client, and what happens where there is no descriptor for one.
 
 #include <sys/resource.h>
@@ -9,6 +10,8 @@
 #include <vector>
 
 #include "hosts/rdmd/server_fixture.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -96,7 +99,7 @@ TEST_F(HostAccepting, LeavesDescriptorsForWhatTheServiceOpens) {
   for (const unsigned limit : {40U, 128U}) {
     start({"--idle-timeout", "600"}, limit);
     Clients clients;
-    const std::string file = folder_.write("file", "shared\n");
+    const std::string file = directory_.write("file", "shared\n");
     for (unsigned i = 0; i < limit + 20; ++i) {
       clients.push_back(connect());
       clients.back()->send(get("/rdm/shared-file?" + file));

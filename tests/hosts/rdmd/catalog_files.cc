@@ -1,6 +1,6 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/rdmd/catalog_files.h"
 
-#include <gtest/gtest.h>
 #include <zlib.h>
 
 #include <algorithm>
@@ -9,9 +9,11 @@
 #include <tuple>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "dba/guard.h"
 
-namespace support {
+namespace rdm::support {
 namespace {
 
 std::string time_text(std::time_t time) {
@@ -43,7 +45,7 @@ Records records_of(const Descriptions &descriptions) {
 }
 
 void make_database(const std::string &path, const Records &records) {
-  const database_ptr database(dba_open(path.c_str(), "w+"));
+  const DatabasePtr database(dba_open(path.c_str(), "w+"));
   ASSERT_TRUE(database);
   for (const auto &[key, record] : records) {
     DBT name = item_of(key);
@@ -72,4 +74,4 @@ std::string big_endian(std::uint32_t number) {
   return bytes;
 }
 
-}  // namespace support
+}  // namespace rdm::support

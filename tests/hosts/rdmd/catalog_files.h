@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Catalogs whose records and index a test makes up.
 #ifndef TESTS_HOSTS_RDMD_CATALOG_FILES_H
 #define TESTS_HOSTS_RDMD_CATALOG_FILES_H
@@ -6,7 +7,7 @@
 #include <map>
 #include <string>
 
-namespace support {
+namespace rdm::support {
 
 struct Description {
   std::string title;
@@ -31,6 +32,6 @@ std::string index_of(const Descriptions &descriptions);
 /// big_endian returns the four bytes of a number.
 std::string big_endian(std::uint32_t number);
 
-}  // namespace support
+}  // namespace rdm::support
 
 #endif

@@ -1,15 +1,19 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/rdmd/check_catalog.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <filesystem>
 #include <string>
 
+#include <gtest/gtest.h>
+
 #include "dba/index_format.h"
 #include "hosts/rdmd/catalog_files.h"
 #include "support/files.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -22,15 +26,15 @@ enum class Written { index_last, database_last };
 class CheckCatalog : public ::testing::Test {
  protected:
   void database(const Descriptions &descriptions) { records(support::records_of(descriptions)); }
-  void records(const support::Records &records) { support::make_database(folder_.path("db"), records); }
-  void index(const std::string &bytes) { folder_.write("db.idx", bytes); }
+  void records(const support::Records &records) { support::make_database(directory_.path("db"), records); }
+  void index(const std::string &bytes) { directory_.write("db.idx", bytes); }
 
   /// found returns what is found, "index: " and the text or "database: " and the text.
   std::string found(Written order = Written::index_last) {
     set_time("db", order == Written::index_last ? 1000 : 2000);
     set_time("db.idx", order == Written::index_last ? 2000 : 1000);
     check::Findings findings;
-    check::Report report(folder_.path("db"), findings);
+    check::Report report(directory_.path("db"), findings);
     check::check_catalog(report);
     std::string text;
     for (const check::Finding &finding : findings) {
@@ -41,12 +45,12 @@ class CheckCatalog : public ::testing::Test {
   }
   void set_time(const char *name, std::time_t seconds) {
     const struct timespec times[] = {{seconds, 0}, {seconds, 0}};
-    ::utimensat(AT_FDCWD, folder_.path(name).c_str(), times, 0);
+    ::utimensat(AT_FDCWD, directory_.path(name).c_str(), times, 0);
   }
 
   /// three are the descriptions most tests begin with.
   const Descriptions three_ = {{1, {"one", 100}}, {2, {"two", 200}}, {7, {"seven", 300}}};
-  support::TemporaryFolder folder_;
+  support::TemporaryDirectory directory_;
 };
 
 TEST_F(CheckCatalog, ReadsAllRecords) {
@@ -71,12 +75,12 @@ TEST_F(CheckCatalog, ACatalogMayBeEmpty) {
 TEST_F(CheckCatalog, DatabasesAreHashFiles) {
   index(support::index_of({}));
   for (const std::string &bytes : {std::string(), std::string("abc"), std::string("not a database")}) {
-    folder_.write("db", bytes);
+    directory_.write("db", bytes);
     EXPECT_EQ(found(), "database: error: is not a catalog database\n") << bytes;
   }
-  folder_.write("db", big_endian(0x061561) + std::string(8188, '\0'));
+  directory_.write("db", big_endian(0x061561) + std::string(8188, '\0'));
   EXPECT_EQ(found(), "database: error: is damaged: its header and its size contradict each other\n");
-  std::filesystem::remove(folder_.path("db"));
+  std::filesystem::remove(directory_.path("db"));
   EXPECT_EQ(found(), "database: error: cannot be read: No such file or directory\n");
 }
 
@@ -101,7 +105,7 @@ TEST_F(CheckCatalog, IndexesHaveTheirMagicTheirSizeAndTheirOrder) {
     index(row.bytes);
     EXPECT_EQ(found(), row.expected);
   }
-  std::filesystem::remove(folder_.path("db.idx"));
+  std::filesystem::remove(directory_.path("db.idx"));
   EXPECT_EQ(found(), "index: error: cannot be read: No such file or directory\n");
 }
 
@@ -205,10 +209,10 @@ TEST_F(CheckCatalog, ADamagedDatabaseIsAnErrorOfItsOwn) {
   for (std::uint32_t number = 1; number <= 300; ++number) many[number] = {"title", number};
   database(many);
   index(support::index_of(many));
-  std::string bytes = support::read_file(folder_.path("db"));
+  std::string bytes = support::read_file(directory_.path("db"));
   const std::size_t page_size = index_format::word_at(bytes, 12), header_pages = index_format::word_at(bytes, 60);
   bytes.replace(page_size * header_pages, 2, "\xff\x7f");
-  folder_.write("db", bytes);
+  directory_.write("db", bytes);
   EXPECT_EQ(found(), "database: error: is damaged: 1 bucket cannot be read; see minidba verify\n");
 }
 

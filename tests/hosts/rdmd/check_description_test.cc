@@ -1,6 +1,5 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/rdmd/check_description.h"
-
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <ctime>
@@ -8,16 +7,20 @@
 #include <limits>
 #include <string>
 
+#include <gtest/gtest.h>
+
 #include "support/files.h"
+
+using namespace rdm;
 
 namespace {
 
 /// found returns what is found in a prepared answer of these bytes, without its path: "LINE: error: TEXT" or "error:
 /// TEXT".
 std::string found(const std::string &bytes, const std::string &key = "server-description") {
-  const support::TemporaryFolder folder;
+  const support::TemporaryDirectory directory;
   check::Findings findings;
-  check::Report report(folder.write("d", bytes), findings);
+  check::Report report(directory.write("d", bytes), findings);
   check::check_description(key, report);
   std::string text;
   for (const check::Finding &finding : findings)
@@ -181,9 +184,9 @@ TEST(CheckDescription, AnEmptyLineEndsTheHeader) {
 
 /// The length of an answer has 32 bits.
 TEST(CheckDescription, IsShorterThanFourGibibytes) {
-  const support::TemporaryFolder folder;
+  const support::TemporaryDirectory directory;
   check::Findings findings;
-  check::Report report(folder.write("d", header), findings);
+  check::Report report(directory.write("d", header), findings);
   std::filesystem::resize_file(report.file(), std::uintmax_t{1} << 32);
   check::check_description("server-description", report);
   ASSERT_EQ(findings.size(), 1U);

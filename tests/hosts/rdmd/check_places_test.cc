@@ -1,7 +1,7 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/rdmd/check_places.h"
 
 #include <dlfcn.h>
-#include <gtest/gtest.h>
 #include <netdb.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -10,9 +10,13 @@
 #include <filesystem>
 #include <string>
 
+#include <gtest/gtest.h>
+
 #include "hosts/rdmd/listen_address.h"
 #include "support/files.h"
 #include "support/process.h"
+
+using namespace rdm;
 
 /// "partly.test" is a name that has one address of this machine and one of another.
 // NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): the C library's names are reserved
@@ -66,40 +70,40 @@ class CheckLog : public ::testing::Test {
   std::string found(const std::string &name) {
     check::Findings findings;
     check::Report report("conf", findings);
-    check::check_log({"logfile", folder_.path(name), 3}, report);
+    check::check_log({"logfile", directory_.path(name), 3}, report);
     std::string text = text_of(findings);
-    for (size_t at = 0; (at = text.find(folder_.path() + "/", at)) != std::string::npos;)
-      text.replace(at, folder_.path().size(), "@");
+    for (size_t at = 0; (at = text.find(directory_.path() + "/", at)) != std::string::npos;)
+      text.replace(at, directory_.path().size(), "@");
     return text;
   }
   void link(const std::string &target, const char *name) {
-    ASSERT_EQ(::symlink(target.c_str(), folder_.path(name).c_str()), 0);
+    ASSERT_EQ(::symlink(target.c_str(), directory_.path(name).c_str()), 0);
   }
 
   const std::string no_ = "conf:3: error: \"logfile\" ";
-  support::TemporaryFolder folder_;
+  support::TemporaryDirectory directory_;
 };
 
 TEST_F(CheckLog, IsAFileThatIsThereOrCanBeMade) {
-  const std::string path = folder_.write("log", "a line\n");
+  const std::string path = directory_.write("log", "a line\n");
   EXPECT_EQ(found("log"), "");
   EXPECT_EQ(support::read_file(path), "a line\n");
   EXPECT_EQ(found("fresh"), "");
-  EXPECT_FALSE(support::file_exists(folder_.path("fresh")));
+  EXPECT_FALSE(support::file_exists(directory_.path("fresh")));
 }
 
-TEST_F(CheckLog, IsInAFolderThatIsThere) {
+TEST_F(CheckLog, IsInADirectoryThatIsThere) {
   EXPECT_EQ(found("none/log"), no_ + "cannot be written: @/none: No such file or directory\n");
-  folder_.write("file", "");
+  directory_.write("file", "");
   EXPECT_EQ(found("file/log"), no_ + "cannot be written: @/file/log: Not a directory\n");
-  std::filesystem::create_directory(folder_.path("folder"));
-  EXPECT_EQ(found("folder"), no_ + "is a folder: @/folder\n");
+  std::filesystem::create_directory(directory_.path("directory"));
+  EXPECT_EQ(found("directory"), no_ + "is a directory: @/directory\n");
   const std::string name(256, 'x');
   EXPECT_EQ(found(name), no_ + "cannot be written: @/" + name + ": File name too long\n");
 }
 
-/// The permissions of a folder do not tell that it takes no files: the check passed, and the start failed.
-TEST_F(CheckLog, IsInAFolderThatTakesFiles) {
+/// The permissions of a directory do not tell that it takes no files: the check passed, and the start failed.
+TEST_F(CheckLog, IsInADirectoryThatTakesFiles) {
   check::Findings findings;
   check::Report report("conf", findings);
   check::check_log({"--error-log", "/proc/x", 0}, report);
@@ -108,13 +112,13 @@ TEST_F(CheckLog, IsInAFolderThatTakesFiles) {
             "conf: error: \"--error-log\" cannot be written: " + (::geteuid() == 0 ? superuser : others) + "\n");
 }
 
-TEST(CheckTemporary, IsAFolderThatTakesFilesAndHasNoneMoreAfterwards) {
-  const support::TemporaryFolder folder;
+TEST(CheckTemporary, IsADirectoryThatTakesFilesAndHasNoneMoreAfterwards) {
+  const support::TemporaryDirectory directory;
   check::Findings findings;
   check::Report report("conf", findings);
-  check::check_temporary({"tmpdir", folder.path(), 1}, report);
+  check::check_temporary({"tmpdir", directory.path(), 1}, report);
   EXPECT_EQ(text_of(findings), "");
-  EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
+  EXPECT_TRUE(std::filesystem::is_empty(directory.path()));
   check::check_temporary({"tmpdir", "/proc", 2}, report);
   const std::string reason = ::geteuid() == 0 ? "No such file or directory" : "Permission denied";
   EXPECT_EQ(text_of(findings), "conf:2: error: \"tmpdir\" cannot be written: " + reason + "\n");
@@ -124,11 +128,11 @@ TEST(CheckTemporary, IsAFolderThatTakesFilesAndHasNoneMoreAfterwards) {
 TEST_F(CheckLog, ThatIsMadeByTheCheckIsRemoved) {
   link("there", "here");
   for (const char *name : {"fresh", "here"}) EXPECT_EQ(found(name), "") << name;
-  for (const char *name : {"fresh", "there"}) EXPECT_FALSE(support::file_exists(folder_.path(name))) << name;
-  EXPECT_TRUE(std::filesystem::is_symlink(folder_.path("here")));
-  link(folder_.write("log", "a line\n"), "to-log");
+  for (const char *name : {"fresh", "there"}) EXPECT_FALSE(support::file_exists(directory_.path(name))) << name;
+  EXPECT_TRUE(std::filesystem::is_symlink(directory_.path("here")));
+  link(directory_.write("log", "a line\n"), "to-log");
   EXPECT_EQ(found("to-log"), "");
-  EXPECT_EQ(support::read_file(folder_.path("log")), "a line\n");
+  EXPECT_EQ(support::read_file(directory_.path("log")), "a line\n");
 }
 
 /// A link to a file that is not there was taken for a file that can be made beside the link.
@@ -137,7 +141,7 @@ TEST_F(CheckLog, ALinkIsFollowed) {
   EXPECT_EQ(found("here"), "");
   link("none/log", "relative");
   EXPECT_EQ(found("relative"), no_ + "cannot be written: @/none: No such file or directory\n");
-  link(folder_.path("none/log"), "absolute");
+  link(directory_.path("none/log"), "absolute");
   EXPECT_EQ(found("absolute"), no_ + "cannot be written: @/none: No such file or directory\n");
   link("relative", "twice");
   EXPECT_EQ(found("twice"), no_ + "cannot be written: @/none: No such file or directory\n");
@@ -147,9 +151,9 @@ TEST_F(CheckLog, ALinkIsFollowed) {
 
 /// A program that runs cannot be written, whatever its permissions are.
 TEST_F(CheckLog, IsNoProgramThatRuns) {
-  std::filesystem::copy_file("/bin/sleep", folder_.path("program"));
-  const pid_t child =
-      support::start({folder_.path("program"), "60"}, "/dev/null", folder_.path("out"), folder_.path("errors"));
+  std::filesystem::copy_file("/bin/sleep", directory_.path("program"));
+  const pid_t child = support::start({directory_.path("program"), "60"}, "/dev/null", directory_.path("out"),
+                                     directory_.path("errors"));
   const std::string refused = no_ + "cannot be written: @/program: Text file busy\n";
   for (int i = 0; i < 1000 && found("program") != refused; ++i) ::usleep(10'000);
   EXPECT_EQ(found("program"), refused);
@@ -159,11 +163,11 @@ TEST_F(CheckLog, IsNoProgramThatRuns) {
 
 /// A pipe is not opened: that would wait for its reader, or tell it that its writer has gone.
 TEST_F(CheckLog, MayBeAPipeOrADeviceButNoSocket) {
-  ASSERT_EQ(::mkfifo(folder_.path("pipe").c_str(), 0600), 0);
+  ASSERT_EQ(::mkfifo(directory_.path("pipe").c_str(), 0600), 0);
   EXPECT_EQ(found("pipe"), "");
   link("/dev/null", "device");
   EXPECT_EQ(found("device"), "");
-  ASSERT_EQ(::mknod(folder_.path("socket").c_str(), S_IFSOCK | 0600, 0), 0);
+  ASSERT_EQ(::mknod(directory_.path("socket").c_str(), S_IFSOCK | 0600, 0), 0);
   EXPECT_EQ(found("socket"), no_ + "cannot be written: @/socket: it is a socket\n");
 }
 

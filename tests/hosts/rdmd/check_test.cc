@@ -1,6 +1,6 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/rdmd/check.h"
 
-#include <gtest/gtest.h>
 #include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "hosts/rdmd/catalog_files.h"
 #include "hosts/rdmd/rdmd_process.h"
 #include "support/directories.h"
@@ -17,17 +19,19 @@
 #include "support/files.h"
 #include "support/process.h"
 
+using namespace rdm;
+
 namespace {
 
-/// Check has a folder with a valid configuration, of which each test spoils something. "@" stands for the folder.
+/// Check has a directory with a valid configuration, of which each test spoils something. "@" stands for the directory.
 class Check : public ::testing::Test {
  protected:
   Check() {
-    std::filesystem::create_directory(folder_.path("bin"));
-    folder_.write("bin/minidba", "#!/bin/sh\n");
-    ::chmod(folder_.path("bin/minidba").c_str(), 0755);
+    std::filesystem::create_directory(directory_.path("bin"));
+    directory_.write("bin/minidba", "#!/bin/sh\n");
+    ::chmod(directory_.path("bin/minidba").c_str(), 0755);
     catalog("rfc.db");
-    folder_.write("server.rdm", header());
+    directory_.write("server.rdm", header());
     services("csid=\"x-catalog://localhost:8380/rfc\"\ncatalog-database=\"@/rfc.db\"\n");
     config("");
   }
@@ -37,30 +41,30 @@ class Check : public ::testing::Test {
       text.replace(at, what.size(), by);
     return text;
   }
-  std::string here(const std::string &text) const { return replaced(text, "@/", folder_.path() + "/"); }
+  std::string here(const std::string &text) const { return replaced(text, "@/", directory_.path() + "/"); }
 
   /// catalog makes a database and its index.
   void catalog(const std::string &name) const {
     const support::Descriptions descriptions = {{1, {"one", 10}}, {2, {"two", 20}}};
-    support::make_database(folder_.path(name), support::records_of(descriptions));
-    folder_.write(name + ".idx", support::index_of(descriptions));
+    support::make_database(directory_.path(name), support::records_of(descriptions));
+    directory_.write(name + ".idx", support::index_of(descriptions));
   }
-  void write(const std::string &name, const std::string &text) { folder_.write(name, text); }
-  void services(const std::string &text) { folder_.write("csid.conf", here(text)); }
+  void write(const std::string &name, const std::string &text) { directory_.write(name, text); }
+  void services(const std::string &text) { directory_.write("csid.conf", here(text)); }
   /// config writes the three required lines and `more` after them, from line 4 on.
   void config(const std::string &more) {
     whole_config("bindir=\"@/bin\"\ncsid-config=\"@/csid.conf\"\ncsid-default=\"x-catalog://localhost:8380/rfc\"\n" +
                  more);
   }
-  void whole_config(const std::string &text) { folder_.write("rdm.conf", here(text)); }
+  void whole_config(const std::string &text) { directory_.write("rdm.conf", here(text)); }
 
-  /// found is everything that is found, with "@" for the folder.
-  std::string found() const { return text_of(check::check_configuration(folder_.path("rdm.conf"))); }
-  std::string found_in_lines() const { return text_of(check::check_syntax(folder_.path("rdm.conf"))); }
+  /// found is everything that is found, with "@" for the directory.
+  std::string found() const { return text_of(check::check_configuration(directory_.path("rdm.conf"))); }
+  std::string found_in_lines() const { return text_of(check::check_syntax(directory_.path("rdm.conf"))); }
   std::string text_of(const check::Findings &findings) const {
     std::string text;
     for (const check::Finding &finding : findings) text += check::describe(finding) + "\n";
-    return replaced(text, folder_.path() + "/", "@/");
+    return replaced(text, directory_.path() + "/", "@/");
   }
 
   static std::string header() {
@@ -68,7 +72,7 @@ class Check : public ::testing::Test {
            "@SERVER { -\ntitle{5}:\tBooks\n}\n";
   }
 
-  support::TemporaryFolder folder_;
+  support::TemporaryDirectory directory_;
 };
 
 TEST_F(Check, FindsNothingInAValidConfiguration) {
@@ -105,9 +109,9 @@ TEST_F(Check, NamesFileAndLineOfEachMistakeInTheServiceConfiguration) {
        "@/rdm.conf:4: error: \"logfile\" cannot be written: @/none: No such file or directory\n"},
       {"debug-logfile=\"@/none/debug.log\"\n",
        "@/rdm.conf:4: error: \"debug-logfile\" cannot be written: @/none: No such file or directory\n"},
-      {"logfile=\"@/bin\"\n", "@/rdm.conf:4: error: \"logfile\" is a folder: @/bin\n"},
-      {"tmpdir=\"@/none\"\n", "@/rdm.conf:4: error: \"tmpdir\" is not a folder: @/none\n"},
-      {"tmpdir=\"@/rfc.db\"\n", "@/rdm.conf:4: error: \"tmpdir\" is not a folder: @/rfc.db\n"},
+      {"logfile=\"@/bin\"\n", "@/rdm.conf:4: error: \"logfile\" is a directory: @/bin\n"},
+      {"tmpdir=\"@/none\"\n", "@/rdm.conf:4: error: \"tmpdir\" is not a directory: @/none\n"},
+      {"tmpdir=\"@/rfc.db\"\n", "@/rdm.conf:4: error: \"tmpdir\" is not a directory: @/rfc.db\n"},
       {"x=\"a\x01\"\"b\n",
        "@/rdm.conf:4: error: \"\"b\" is no name=\"value\" pair\n"
        "@/rdm.conf:4: warning: the name \"x\" is unknown\n"},
@@ -125,7 +129,7 @@ TEST_F(Check, ReadsPairsAsTheServiceDoes) {
       "bindir=@/bin csid-default=\"x-catalog://localhost:8380/rfc\" csid-config=@/csid.conf tmpdir=\"say \\\"yes\n");
   EXPECT_EQ(found(),
             "@/rdm.conf:1: error: the quote after tmpdir= is not closed\n"
-            "@/rdm.conf:1: error: \"tmpdir\" is not a folder: say \"yes\n");
+            "@/rdm.conf:1: error: \"tmpdir\" is not a directory: say \"yes\n");
 }
 
 TEST_F(Check, RequiresThreeNames) {
@@ -142,23 +146,23 @@ TEST_F(Check, RequiresThreeNames) {
 }
 
 TEST_F(Check, NamesFilesThatCannotBeRead) {
-  std::filesystem::remove(folder_.path("rdm.conf"));
+  std::filesystem::remove(directory_.path("rdm.conf"));
   EXPECT_EQ(found(), "@/rdm.conf: error: cannot be read: No such file or directory\n");
   config("");
-  std::filesystem::remove(folder_.path("csid.conf"));
+  std::filesystem::remove(directory_.path("csid.conf"));
   EXPECT_EQ(found(), "@/csid.conf: error: cannot be read: No such file or directory\n");
-  std::filesystem::create_directory(folder_.path("csid.conf"));
+  std::filesystem::create_directory(directory_.path("csid.conf"));
   EXPECT_EQ(found(), "@/csid.conf: error: is not a file\n");
 }
 
 TEST_F(Check, WaitsForNoNamedPipe) {
   // The check of a pipe in the place of any file waited for somebody to write to it.
   services("csid=\"x-catalog://localhost:8380/rfc\"\ncatalog-database=\"@/rfc.db\"\nserver-description=\"@/pipe\"\n");
-  ASSERT_EQ(::mkfifo(folder_.path("pipe").c_str(), 0644), 0);
+  ASSERT_EQ(::mkfifo(directory_.path("pipe").c_str(), 0644), 0);
   EXPECT_EQ(found(), "@/pipe: error: is not a file\n");
   for (const char *name : {"rfc.db", "rfc.db.idx", "csid.conf", "rdm.conf"}) {
-    std::filesystem::remove(folder_.path(name));
-    ASSERT_EQ(::mkfifo(folder_.path(name).c_str(), 0644), 0);
+    std::filesystem::remove(directory_.path(name));
+    ASSERT_EQ(::mkfifo(directory_.path(name).c_str(), 0644), 0);
     EXPECT_NE(found().find("@/" + std::string(name) + ": error: is not a file\n"), std::string::npos) << found();
   }
 }
@@ -173,11 +177,11 @@ TEST_F(Check, APathOfTheTransactionLogHasALimit) {
   EXPECT_EQ(found_in_lines(), "@/rdm.conf:4: error: the path of the transaction log is cut after 1023 characters\n");
 }
 
-TEST_F(Check, TheFolderOfCommandsHoldsMinidba) {
-  ::chmod(folder_.path("bin/minidba").c_str(), 0644);
+TEST_F(Check, TheDirectoryOfCommandsHoldsMinidba) {
+  ::chmod(directory_.path("bin/minidba").c_str(), 0644);
   EXPECT_EQ(found(), "@/rdm.conf:1: error: \"bindir\" holds no executable minidba: @/bin\n");
-  std::filesystem::remove_all(folder_.path("bin"));
-  EXPECT_EQ(found(), "@/rdm.conf:1: error: \"bindir\" is not a folder: @/bin\n");
+  std::filesystem::remove_all(directory_.path("bin"));
+  EXPECT_EQ(found(), "@/rdm.conf:1: error: \"bindir\" is not a directory: @/bin\n");
 }
 
 TEST_F(Check, TheDefaultServiceIsOneOfThose) {
@@ -287,7 +291,7 @@ TEST_F(Check, PathsOfDatabasesMayBeLong) {
   std::string name;
   for (int i = 0; i < 6; ++i) {
     name += (i == 0 ? "" : "/") + std::string(200, static_cast<char>('a' + i));
-    std::filesystem::create_directory(folder_.path(name));
+    std::filesystem::create_directory(directory_.path(name));
   }
   name += "/catalog.db";
   catalog(name);
@@ -335,7 +339,7 @@ TEST_F(Check, AliasFilesAreNoOtherFiles) {
   } cases[] = {
       {"", ""},
       {"# a=\"b\" and }:\t, in a remark\n@home {x} a=b \xc3\xa9t\xc3\xa9\r\n", ""},
-      {support::read_file(folder_.path("rfc.db")), "@/aliases:1: " + none + "a control character\n"},
+      {support::read_file(directory_.path("rfc.db")), "@/aliases:1: " + none + "a control character\n"},
       {"dns domain\n\x7f"
        "ELF\n",
        "@/aliases:2: " + none + "a control character\n"},
@@ -360,7 +364,7 @@ TEST_F(Check, DescriptionsAreAnswersOfTheirKind) {
     write("d", "@RDMHEADER { -\nrdm-type{15}:\tstatus-response\n}\n\n@" + kind + " { -\nid{2}:\tx\n}\n");
     EXPECT_EQ(found(), "@/d:2: error: the type is \"status-response\"; \"" + kind + "-description\" requires \"" +
                            kind + "-description-response\"\n@/d:6: error: \"id\" announces 2 bytes; 1 would fit\n");
-    std::filesystem::remove(folder_.path("d"));
+    std::filesystem::remove(directory_.path("d"));
   }
 }
 
@@ -411,8 +415,8 @@ TEST_F(Check, LimitsTheLinesOfEachFile) {
 TEST_F(Check, ChangesNothing) {
   config("logfile=\"@/rdm.log\"\ndebug-logfile=\"@/debug.log\"\n");
   EXPECT_EQ(found(), "");
-  EXPECT_FALSE(support::file_exists(folder_.path("rdm.log")));
-  EXPECT_FALSE(support::file_exists(folder_.path("debug.log")));
+  EXPECT_FALSE(support::file_exists(directory_.path("rdm.log")));
+  EXPECT_FALSE(support::file_exists(directory_.path("debug.log")));
 }
 
 class CheckOption : public Check {
@@ -422,7 +426,7 @@ class CheckOption : public Check {
   std::vector<std::string> command(const std::vector<std::string> &options,
                                    const std::string &library = plugin()) const {
     std::vector<std::string> words = {support::in_build("bin/rdmd"), "--check",  "--config",
-                                      folder_.path("rdm.conf"),      "--plugin", library};
+                                      directory_.path("rdm.conf"),   "--plugin", library};
     words.insert(words.end(), options.begin(), options.end());
     return words;
   }
@@ -435,34 +439,35 @@ class CheckOption : public Check {
 
 TEST_F(CheckOption, AcceptsAValidConfigurationAndServesNothing) {
   config("frobnicate=yes\n");
-  support::RdmdProcess server({"--check", "--config", folder_.path("rdm.conf"), "--plugin", plugin(), "--listen",
-                               "127.0.0.1:0", "--error-log", folder_.path("errors")});
+  support::RdmdProcess server({"--check", "--config", directory_.path("rdm.conf"), "--plugin", plugin(), "--listen",
+                               "127.0.0.1:0", "--error-log", directory_.path("errors")});
   EXPECT_EQ(server.wait(), 0);
-  EXPECT_EQ(server.output(), folder_.path("rdm.conf") + ": the configuration is valid\n");
-  EXPECT_EQ(server.errors(), folder_.path("rdm.conf") + ":4: warning: the name \"frobnicate\" is unknown\n");
-  EXPECT_FALSE(support::file_exists(folder_.path("errors")));
+  EXPECT_EQ(server.output(), directory_.path("rdm.conf") + ": the configuration is valid\n");
+  EXPECT_EQ(server.errors(), directory_.path("rdm.conf") + ":4: warning: the name \"frobnicate\" is unknown\n");
+  EXPECT_FALSE(support::file_exists(directory_.path("errors")));
 }
 
 TEST_F(CheckOption, RefusesAnInvalidConfiguration) {
   write("rfc.db.idx", "");
-  support::RdmdProcess server({"--check", "--config", folder_.path("rdm.conf"), "--plugin", plugin()});
+  support::RdmdProcess server({"--check", "--config", directory_.path("rdm.conf"), "--plugin", plugin()});
   EXPECT_EQ(server.wait(), 1);
   EXPECT_EQ(server.output(), "");
-  EXPECT_EQ(server.errors(), folder_.path("rfc.db.idx") + ": error: is not an index of a catalog database\n");
+  EXPECT_EQ(server.errors(), directory_.path("rfc.db.idx") + ": error: is not an index of a catalog database\n");
 }
 
-TEST_F(CheckOption, RefusesAFolderForTemporaryFilesThatCannotBeWritten) {
-  ASSERT_EQ(::mkdir(folder_.path("sealed").c_str(), 0555), 0);
+TEST_F(CheckOption, RefusesADirectoryForTemporaryFilesThatCannotBeWritten) {
+  ASSERT_EQ(::mkdir(directory_.path("sealed").c_str(), 0555), 0);
   config("tmpdir=\"@/sealed\"\n");
   const std::string program = support::in_build("bin/rdmd");
-  const support::Finished finished =
-      support::run(support::as_owner({program, "--check", "--config", folder_.path("rdm.conf"), "--plugin", plugin()}));
+  const support::Finished finished = support::run(
+      support::as_owner({program, "--check", "--config", directory_.path("rdm.conf"), "--plugin", plugin()}));
   EXPECT_EQ(finished.status, 1);
-  EXPECT_EQ(finished.errors, folder_.path("rdm.conf") + ":4: error: \"tmpdir\" cannot be written: Permission denied\n");
+  EXPECT_EQ(finished.errors,
+            directory_.path("rdm.conf") + ":4: error: \"tmpdir\" cannot be written: Permission denied\n");
 }
 
 TEST_F(CheckOption, RefusesAPluginThatDoesNotLoad) {
-  support::RdmdProcess server({"--check", "--config", folder_.path("rdm.conf"), "--plugin", "/nonexistent.so"});
+  support::RdmdProcess server({"--check", "--config", directory_.path("rdm.conf"), "--plugin", "/nonexistent.so"});
   EXPECT_EQ(server.wait(), 1);
   EXPECT_EQ(
       server.errors(),
@@ -471,9 +476,10 @@ TEST_F(CheckOption, RefusesAPluginThatDoesNotLoad) {
 
 TEST_F(CheckOption, AServerThatStartsSaysWhichLinesAreMistaken) {
   config("journal=\"@/journal\"\ntmpdir=\"@/\n");
-  support::RdmdProcess server({"--listen", "127.0.0.1:0", "--config", folder_.path("rdm.conf"), "--plugin", plugin()});
+  support::RdmdProcess server(
+      {"--listen", "127.0.0.1:0", "--config", directory_.path("rdm.conf"), "--plugin", plugin()});
   EXPECT_NE(server.port(), 0);
-  const std::string conf = folder_.path("rdm.conf");
+  const std::string conf = directory_.path("rdm.conf");
   EXPECT_NE(server.errors().find("[warning] rdmd: " + conf + ":4: warning: the name \"journal\" is unknown\n"),
             std::string::npos)
       << server.errors();
@@ -485,15 +491,15 @@ TEST_F(CheckOption, AServerThatStartsSaysWhichLinesAreMistaken) {
 /// The logs of the command line were opened by the start alone, after the check had found everything in order.
 TEST_F(CheckOption, LooksAtTheCommandLineToo) {
   const support::Finished finished =
-      support::run(command({"--listen", "198.51.100.1:8380", "--access-log", folder_.path("none/access"), "--error-log",
-                            folder_.path("bin")}));
+      support::run(command({"--listen", "198.51.100.1:8380", "--access-log", directory_.path("none/access"),
+                            "--error-log", directory_.path("bin")}));
   EXPECT_EQ(finished.status, 1);
   EXPECT_EQ(finished.errors,
             "rdmd: error: cannot listen on 198.51.100.1:8380: Cannot assign requested address\n"
             "rdmd: error: \"--access-log\" cannot be written: " +
-                folder_.path("none") + ": No such file or directory\n" +
-                "rdmd: error: \"--error-log\" is a folder: " + folder_.path("bin") + "\n");
-  EXPECT_EQ(support::run(command({"--access-log", "-", "--error-log", folder_.path("errors")})).errors, "");
+                directory_.path("none") + ": No such file or directory\n" +
+                "rdmd: error: \"--error-log\" is a directory: " + directory_.path("bin") + "\n");
+  EXPECT_EQ(support::run(command({"--access-log", "-", "--error-log", directory_.path("errors")})).errors, "");
 }
 
 TEST_F(CheckOption, APrivilegedPortTakesPermission) {
@@ -505,8 +511,8 @@ TEST_F(CheckOption, APrivilegedPortTakesPermission) {
 }
 
 TEST_F(CheckOption, AUserIsNamedForACheckOnly) {
-  const support::Finished served = support::run(
-      {support::in_build("bin/rdmd"), "--config", folder_.path("rdm.conf"), "--plugin", plugin(), "--user", "nobody"});
+  const support::Finished served = support::run({support::in_build("bin/rdmd"), "--config", directory_.path("rdm.conf"),
+                                                 "--plugin", plugin(), "--user", "nobody"});
   EXPECT_EQ(served.status, 2);
   EXPECT_EQ(served.errors.find("rdmd: --user requires --check"), 0U) << served.errors;
   const support::Finished unknown = support::run(command({"--user", "nobody knows"}));
@@ -520,7 +526,7 @@ TEST_F(CheckOption, TheCallerCanNameItself) {
       support::run(without("--bounding-set=-setuid,-setgid", command({"--user", caller})));
   EXPECT_EQ(finished.status, 0);
   EXPECT_EQ(finished.errors, "");
-  EXPECT_EQ(finished.out, folder_.path("rdm.conf") + ": the configuration is valid for the user " + caller + "\n");
+  EXPECT_EQ(finished.out, directory_.path("rdm.conf") + ": the configuration is valid for the user " + caller + "\n");
 }
 
 TEST_F(CheckOption, OnlyTheSuperuserCanCheckForAnother) {
@@ -532,7 +538,7 @@ TEST_F(CheckOption, OnlyTheSuperuserCanCheckForAnother) {
             "superuser can, or this user\n");
 }
 
-/// CheckByUser has a configuration that everybody may read, with a folder that everybody may write. The superuser
+/// CheckByUser has a configuration that everybody may read, with a directory that everybody may write. The superuser
 /// checks for "nobody", anybody else for himself.
 class CheckByUser : public CheckOption {
  protected:
@@ -545,32 +551,32 @@ class CheckByUser : public CheckOption {
     config("logfile=\"@/logs/rdm.log\" debug-logfile=\"@/debug.log\" tmpdir=\"@/tmp\"\n");
     write("aliases", "tcp rfc793\n");
     write("debug.log", "");
-    for (const char *name : {"logs", "tmp"}) std::filesystem::create_directory(folder_.path(name));
+    for (const char *name : {"logs", "tmp"}) std::filesystem::create_directory(directory_.path(name));
     for (const char *name : {"", "logs", "tmp", "debug.log"}) allow(name, 0777);
   }
-  /// The folders can be removed only by who may read them.
+  /// The directories can be removed only by who may read them.
   ~CheckByUser() override {
-    for (const char *name : {"", "logs", "tmp", "bin"}) ::chmod(folder_.path(name).c_str(), 0700);
+    for (const char *name : {"", "logs", "tmp", "bin"}) ::chmod(directory_.path(name).c_str(), 0700);
   }
   /// allow sets the permissions of a file. A caller who checks for himself owns the file: he gets those of others.
   void allow(const char *name, mode_t mode) {
     const mode_t of_others = mode & 07;
     const mode_t granted = ::geteuid() == 0 ? mode : (mode & 077) | of_others << 6;
-    ASSERT_EQ(::chmod(folder_.path(name).c_str(), granted), 0);
+    ASSERT_EQ(::chmod(directory_.path(name).c_str(), granted), 0);
   }
   support::Finished check() {
     const support::Uncounted uncounted;
-    return support::run(command({"--user", user_, "--error-log", folder_.path("logs/errors")}, library_));
+    return support::run(command({"--user", user_, "--error-log", directory_.path("logs/errors")}, library_));
   }
-  std::string errors() { return replaced(check().errors, folder_.path() + "/", "@/"); }
+  std::string errors() { return replaced(check().errors, directory_.path() + "/", "@/"); }
 
-  const std::string library_ = folder_.path("plugin.so");
+  const std::string library_ = directory_.path("plugin.so");
   const std::string user_ = ::geteuid() == 0 ? "nobody" : ::getpwuid(::geteuid())->pw_name;
 };
 
 /// The superuser who checked could read and write everything, and the service, run by a user of its own, nothing.
 TEST_F(CheckByUser, FindsWhatTheUserMayNotReadOrWrite) {
-  EXPECT_EQ(check().out, folder_.path("rdm.conf") + ": the configuration is valid for the user " + user_ + "\n");
+  EXPECT_EQ(check().out, directory_.path("rdm.conf") + ": the configuration is valid for the user " + user_ + "\n");
   EXPECT_EQ(errors(), "");
   // Not by the superuser's group either.
   for (const char *name : {"rfc.db", "rfc.db.idx", "aliases", "server.rdm"}) allow(name, 0640);
@@ -590,7 +596,7 @@ TEST_F(CheckByUser, FindsWhatTheUserMayNotReadOrWrite) {
             "@/server.rdm: error: cannot be read: Permission denied\n");
 }
 
-TEST_F(CheckByUser, NamesFoldersThatTheUserCannotEnter) {
+TEST_F(CheckByUser, NamesDirectorysThatTheUserCannotEnter) {
   for (const char *name : {"logs", "tmp", "bin"}) allow(name, 0700);
   config("logfile=\"@/logs/rdm.log\" tmpdir=\"@/tmp/in/it\"\n");
   EXPECT_EQ(errors(),

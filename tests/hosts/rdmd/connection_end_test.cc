@@ -1,6 +1,6 @@
+// SPDX-License-Identifier: MIT
 /// On which thread a connection ends.
 
-#include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -10,8 +10,12 @@
 #include <memory>
 #include <string_view>
 
+#include <gtest/gtest.h>
+
 #include "hosts/rdmd/connection.h"
 #include "hosts/rdmd/server_within.h"
+
+using namespace rdm;
 
 namespace {
 

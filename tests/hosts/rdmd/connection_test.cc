@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// How requests are framed, follow each other on a connection, and are refused.
 
 #include <fcntl.h>
@@ -10,6 +11,8 @@
 #include <vector>
 
 #include "hosts/rdmd/server_fixture.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -194,7 +197,7 @@ TEST_F(HostConnection, AClientThatResetsItWhileItIsAnsweredIsGivenUp) {
 
 TEST_F(HostConnection, TheRequestOfAClientThatResetsItIsNotHandedToThePlugin) {
   start();
-  const std::string pipe = folder_.path("pipe");
+  const std::string pipe = directory_.path("pipe");
   ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
   HttpClient busy(port_);
   busy.send(get("/rdm/file?" + pipe));  // waits until the pipe is opened for writing

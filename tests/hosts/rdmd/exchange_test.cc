@@ -1,9 +1,12 @@
+// SPDX-License-Identifier: MIT
 /// What the plug-in sees of a request, and what a client sees of its answer.
 
 #include <regex>
 #include <string>
 
 #include "hosts/rdmd/server_fixture.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -194,7 +197,7 @@ TEST_F(HostExchange, LargeAnswersArriveWhole) {
 TEST_F(HostExchange, AFileIsSentWholeAlthoughItIsClosedAndRemovedMeanwhile) {
   start();
   const std::string text = pattern(5'000'000);
-  const std::string path = folder_.write("file", text);
+  const std::string path = directory_.write("file", text);
   const HttpResponse response = support::http_get(port_, "/rdm/file?" + path);
   EXPECT_EQ(response.status, 200);
   EXPECT_EQ(response.body, text);
@@ -253,7 +256,7 @@ TEST_F(HostExchange, TheAccessLogHasOneExactLineForEachRequest) {
 }
 
 TEST_F(HostExchange, ServesIpv6) {
-  config_ = folder_.write("rdm.conf", "journal=\"" + folder_.path("journal") + "\"\n");
+  config_ = directory_.write("rdm.conf", "journal=\"" + directory_.path("journal") + "\"\n");
   support::RdmdProcess server({"--listen", "[::1]:0", "--plugin", plugin(), "--config", config_});
   HttpClient client(server.port(), true);
   client.send(get("/rdm/echo"));
@@ -262,7 +265,7 @@ TEST_F(HostExchange, ServesIpv6) {
 }
 
 TEST_F(HostExchange, AnIpv4ClientOfAnIpv6SocketShowsAsWhatItIs) {
-  config_ = folder_.write("rdm.conf", "journal=\"" + folder_.path("journal") + "\"\n");
+  config_ = directory_.write("rdm.conf", "journal=\"" + directory_.path("journal") + "\"\n");
   support::RdmdProcess server({"--listen", "[::]:0", "--plugin", plugin(), "--config", config_});
   HttpClient client(server.port());
   client.send(get("/rdm/echo"));

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// How much memory of the server a connection holds. Not with sanitizers, which keep what is freed.
 
 #include <unistd.h>
@@ -8,6 +9,8 @@
 
 #include "hosts/rdmd/server_fixture.h"
 
+using namespace rdm;
+
 namespace {
 
 using support::HttpClient;
@@ -16,7 +19,7 @@ class HostFootprint : public support::ServerTest {
  protected:
   /// request is one of the largest head and body, answered with `size` bytes of a file.
   std::string request(long size) const {
-    const std::string file = folder_.write("file" + std::to_string(size), "");
+    const std::string file = directory_.write("file" + std::to_string(size), "");
     EXPECT_EQ(::truncate(file.c_str(), size), 0);
     std::string line = "POST /rdm/shared-file?" + file + "&";
     line.resize(8190, 'q');

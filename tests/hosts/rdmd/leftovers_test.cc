@@ -1,9 +1,9 @@
+// SPDX-License-Identifier: MIT
 /// Temporary files of processes that were killed.
 
 #include "hosts/rdmd/leftovers.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -12,10 +12,14 @@
 #include <filesystem>
 #include <string>
 
+#include <gtest/gtest.h>
+
 #include "qxapi/guard.h"
 #include "qxapi/temporary_owner.h"
 #include "support/environment.h"
 #include "support/files.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -26,10 +30,10 @@ constexpr char token[] = "0123456789abcdef", digits[] = "00112233445566ff";
 class Leftovers : public ::testing::Test {
  protected:
   /// make makes a file with this name and returns its path.
-  std::string make(const std::string &name) const { return folder_.write(name, "text"); }
+  std::string make(const std::string &name) const { return directory_.write(name, "text"); }
   static std::string name_with(const std::string &owner) { return "csio" + owner + digits; }
 
-  support::TemporaryFolder folder_;
+  support::TemporaryDirectory directory_;
 };
 
 TEST_F(Leftovers, FilesOfAProcessThatWasKilledAreRemovedAndThoseOfOneAliveStay) {
@@ -37,7 +41,7 @@ TEST_F(Leftovers, FilesOfAProcessThatWasKilledAreRemovedAndThoseOfOneAliveStay) 
   const std::string path = make(name_with(token));
   int ends[2];
   ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
-  const std::string place = folder_.path();
+  const std::string place = directory_.path();
   const pid_t owner = ::fork();
   if (owner == 0) {
     const int fd = ::open(place.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -69,26 +73,26 @@ TEST_F(Leftovers, NothingElseIsRemoved) {
       name_with(token).substr(1),
   };
   for (const std::string &name : others) make(name);
-  std::filesystem::create_directory(folder_.path(name_with("0000000000000001")));
-  std::filesystem::create_symlink(others[0], folder_.path(name_with("0000000000000002")));
-  ASSERT_EQ(::mkfifo(folder_.path(name_with("0000000000000003")).c_str(), 0600), 0);
-  EXPECT_EQ(remove_leftovers(folder_.path()), 0u);
-  for (const std::string &name : others) EXPECT_TRUE(support::file_exists(folder_.path(name))) << name;
+  std::filesystem::create_directory(directory_.path(name_with("0000000000000001")));
+  std::filesystem::create_symlink(others[0], directory_.path(name_with("0000000000000002")));
+  ASSERT_EQ(::mkfifo(directory_.path(name_with("0000000000000003")).c_str(), 0600), 0);
+  EXPECT_EQ(remove_leftovers(directory_.path()), 0u);
+  for (const std::string &name : others) EXPECT_TRUE(support::file_exists(directory_.path(name))) << name;
 }
 
-TEST_F(Leftovers, AFolderThatCannotBeReadOrIsNotOfALocalDiskHasNone) {
+TEST_F(Leftovers, ADirectoryThatCannotBeReadOrIsNotOfALocalDiskHasNone) {
   EXPECT_EQ(remove_leftovers("/nonexistent"), 0u);
   EXPECT_EQ(remove_leftovers("/proc"), 0u);
 }
 
-TEST_F(Leftovers, TheFolderIsThatOfTheConfigurationOrTheSystems) {
-  const std::string place = folder_.path();
+TEST_F(Leftovers, TheDirectoryIsThatOfTheConfigurationOrTheSystems) {
+  const std::string place = directory_.path();
   {
     const support::Environment configured("TMPDIR", place.c_str());
-    EXPECT_EQ(rdmd::temporary_folder(), place);
+    EXPECT_EQ(rdmd::temporary_directory(), place);
   }
   const support::Environment mistaken("TMPDIR", "/nonexistent");
-  EXPECT_EQ(rdmd::temporary_folder(), "/tmp");
+  EXPECT_EQ(rdmd::temporary_directory(), "/tmp");
 }
 
 }  // namespace

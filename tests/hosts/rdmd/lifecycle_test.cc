@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// How the server starts, and how it ends.
 
 #include <fcntl.h>
@@ -22,6 +23,8 @@
 #include "support/environment.h"
 #include "support/process.h"
 
+using namespace rdm;
+
 namespace {
 
 using support::HttpClient;
@@ -39,23 +42,23 @@ sockaddr_in loopback(int port) {
 
 /// refuses returns true when no connection to the port can be made.
 bool refuses(int port) {
-  const file_guard client(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const HostFileGuard client(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   const sockaddr_in address = loopback(port);
   return ::connect(client.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0;
 }
 
 /// bind_to returns a socket that is bound to the port (0: a free one), or none.
-file_guard bind_to(int port) {
-  file_guard socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+HostFileGuard bind_to(int port) {
+  HostFileGuard socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   const sockaddr_in address = loopback(port);
-  if (::bind(socket.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) return file_guard();
+  if (::bind(socket.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) return HostFileGuard();
   return socket;
 }
 
 bool is_bound(int port) { return !bind_to(port); }
 
 int free_port() {
-  const file_guard socket = bind_to(0);
+  const HostFileGuard socket = bind_to(0);
   sockaddr_in address{};
   socklen_t size = sizeof address;
   ::getsockname(socket.get(), reinterpret_cast<sockaddr *>(&address), &size);
@@ -71,7 +74,7 @@ class HostLifecycle : public support::ServerTest {
     return server.errors();
   }
   std::string config(const std::string &text = "") {
-    return folder_.write("rdm.conf", "journal=\"" + folder_.path("journal") + "\"\n" + text);
+    return directory_.write("rdm.conf", "journal=\"" + directory_.path("journal") + "\"\n" + text);
   }
 };
 
@@ -82,7 +85,7 @@ TEST_F(HostLifecycle, SaysWhereItListens) {
 
 TEST_F(HostLifecycle, EndsOnTermAndOnInterruptWithItsExitsInOrder) {
   for (const int signal : {SIGTERM, SIGINT}) {
-    std::filesystem::remove(folder_.path("journal"));
+    std::filesystem::remove(directory_.path("journal"));
     start();
     server_->signal(signal);
     EXPECT_EQ(server_->wait(), 0);
@@ -215,7 +218,7 @@ TEST_F(HostLifecycle, SignalsReopenTheLogsOfTheServerAndOfThePlugin) {
   } cases[] = {{SIGUSR1, "] [info] rdmd: SIGUSR1: the logs are reopened\n"},
                {SIGHUP, "] [info] rdmd: SIGHUP: the logs are reopened; the configuration is read only at the start\n"}};
   for (const auto &row : cases) {
-    const std::string place = folder_.path("logs" + std::to_string(row.signal));
+    const std::string place = directory_.path("logs" + std::to_string(row.signal));
     std::filesystem::create_directory(place);
     const auto log = [&](const char *name) { return place + "/" + name; };
     RdmdProcess server({"--listen", "127.0.0.1:0", "--plugin", plugin(), "--config",
@@ -243,12 +246,12 @@ TEST_F(HostLifecycle, SignalsReopenTheLogsOfTheServerAndOfThePlugin) {
 }
 
 TEST_F(HostLifecycle, ASignalToReopenDoesNotEndAServerThatStarts) {
-  RdmdProcess server(
-      {"--listen", "127.0.0.1:0", "--plugin", plugin(), "--config", config("wait=\"" + folder_.path("go") + "\"\n")});
-  EXPECT_TRUE(support::eventually([this] { return support::file_exists(folder_.path("journal")); }));
+  RdmdProcess server({"--listen", "127.0.0.1:0", "--plugin", plugin(), "--config",
+                      config("wait=\"" + directory_.path("go") + "\"\n")});
+  EXPECT_TRUE(support::eventually([this] { return support::file_exists(directory_.path("journal")); }));
   server.signal(SIGUSR1);
   server.signal(SIGHUP);
-  folder_.write("go", "");
+  directory_.write("go", "");
   EXPECT_EQ(support::http_get(server.port(), "/rdm/fast").body, "fast\n");
   server.signal(SIGTERM);
   EXPECT_EQ(server.wait(), 0);
@@ -256,17 +259,17 @@ TEST_F(HostLifecycle, ASignalToReopenDoesNotEndAServerThatStarts) {
 
 TEST_F(HostLifecycle, LogsThatNobodyReadsDelayNoAnswerAndNoEnd) {
   // A full pipe behind any of the logs stopped the service, until somebody read it or the server was killed.
-  std::vector<file_guard> readers;
+  std::vector<HostFileGuard> readers;
   for (const char *name : {"out", "errors", "error-log", "access-log", "plugin-log"}) {
-    ASSERT_EQ(::mkfifo(folder_.path(name).c_str(), 0600), 0);
-    readers.emplace_back(::open(folder_.path(name).c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
+    ASSERT_EQ(::mkfifo(directory_.path(name).c_str(), 0600), 0);
+    readers.emplace_back(::open(directory_.path(name).c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
   }
   const int port = free_port();
-  const std::string conf = config("log=\"" + folder_.path("plugin-log") + "\"\n");
+  const std::string conf = config("log=\"" + directory_.path("plugin-log") + "\"\n");
   const pid_t server = support::start(
       {support::in_build("bin/rdmd"), "--listen", "127.0.0.1:" + std::to_string(port), "--plugin", plugin(), "--config",
-       conf, "--error-log", folder_.path("error-log"), "--access-log", folder_.path("access-log")},
-      "/dev/null", folder_.path("out"), folder_.path("errors"));
+       conf, "--error-log", directory_.path("error-log"), "--access-log", directory_.path("access-log")},
+      "/dev/null", directory_.path("out"), directory_.path("errors"));
   EXPECT_TRUE(support::eventually([&] { return !refuses(port); }));
   const std::string long_path = "/rdm/" + std::string(7000, 'x');
   HttpClient client(port);
@@ -291,16 +294,16 @@ long dropped_lines(const std::string &errors) {
 }
 
 TEST_F(HostLifecycle, TheErrorLogSaysWhatTheAccessLogMissed) {
-  ASSERT_EQ(::mkfifo(folder_.path("pipe").c_str(), 0600), 0);
+  ASSERT_EQ(::mkfifo(directory_.path("pipe").c_str(), 0600), 0);
   RdmdProcess server(
-      {"--listen", "127.0.0.1:0", "--plugin", plugin(), "--config", config(), "--access-log", folder_.path("pipe")});
+      {"--listen", "127.0.0.1:0", "--plugin", plugin(), "--config", config(), "--access-log", directory_.path("pipe")});
   HttpClient client(server.port());
   const std::string long_path = "/rdm/" + std::string(8000, 'x');
   for (int i = 0; i < 200; ++i) {
     client.send(get(long_path));
     ASSERT_EQ(client.receive().status, 200);
   }
-  const file_guard reader(::open(folder_.path("pipe").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  const HostFileGuard reader(::open(directory_.path("pipe").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   std::string text;
   char block[65536];
   EXPECT_TRUE(support::eventually([&] {
@@ -332,16 +335,16 @@ TEST_F(HostLifecycle, AnErrorLogThatTakesNothingKeepsNoClientWaiting) {
 }
 
 TEST_F(HostLifecycle, AStartRemovesTheTemporaryFilesOfServersThatWereKilled) {
-  const std::string place = folder_.path("tmp"), left = "tmp/csio0123456789abcdef00112233445566ff";
+  const std::string place = directory_.path("tmp"), left = "tmp/csio0123456789abcdef00112233445566ff";
   std::filesystem::create_directory(place);
-  const support::Environment folder("TMPDIR", place.c_str());
-  folder_.write(left, "half an answer");
-  folder_.write("tmp/notes", "the operator's own");
+  const support::Environment directory("TMPDIR", place.c_str());
+  directory_.write(left, "half an answer");
+  directory_.write("tmp/notes", "the operator's own");
   const std::string told = "[info] rdmd: 1 temporary files of processes that were killed removed: " + place + "\n";
   start();
   EXPECT_TRUE(server_->await_error(told));
-  EXPECT_FALSE(support::file_exists(folder_.path(left)));
-  EXPECT_TRUE(support::file_exists(folder_.path("tmp/notes")));
+  EXPECT_FALSE(support::file_exists(directory_.path(left)));
+  EXPECT_TRUE(support::file_exists(directory_.path("tmp/notes")));
   EXPECT_EQ(stop(), 0);
 }
 
@@ -349,8 +352,8 @@ TEST_F(HostLifecycle, NoDescriptorIsInheritedByWhatThePluginRuns) {
   // A command that outlived the server kept its port.
   std::vector<std::string> inherited;
   RdmdProcess server({"--listen", "127.0.0.1:0", "--plugin", plugin(), "--config",
-                      config("log=\"" + folder_.path("plugin-log") + "\"\n"), "--access-log", folder_.path("access"),
-                      "--error-log", folder_.path("errors")});
+                      config("log=\"" + directory_.path("plugin-log") + "\"\n"), "--access-log",
+                      directory_.path("access"), "--error-log", directory_.path("errors")});
   HttpClient client(server.port());
   client.send(get("/rdm/fast") + get("/rdm/slow?300"));
   EXPECT_EQ(client.receive().body, "fast\n");
@@ -372,13 +375,13 @@ TEST_F(HostLifecycle, NoDescriptorIsInheritedByWhatThePluginRuns) {
 }
 
 TEST_F(HostLifecycle, ALogThatCannotBeReopenedGoesOnInTheOldFile) {
-  std::filesystem::create_directory(folder_.path("logs"));
+  std::filesystem::create_directory(directory_.path("logs"));
   RdmdProcess server({"--listen", "127.0.0.1:0", "--plugin", plugin(), "--config", config(), "--error-log",
-                      folder_.path("logs/errors"), "--access-log", folder_.path("logs/access")});
+                      directory_.path("logs/errors"), "--access-log", directory_.path("logs/access")});
   const int port = server.port();
-  std::filesystem::rename(folder_.path("logs"), folder_.path("old"));
+  std::filesystem::rename(directory_.path("logs"), directory_.path("old"));
   server.signal(SIGHUP);
-  const auto old_log = [this](const char *name) { return support::read_file(folder_.path("old/") + name); };
+  const auto old_log = [this](const char *name) { return support::read_file(directory_.path("old/") + name); };
   for (const char *log : {"error", "access"}) {
     const std::string told = "[error] rdmd: the " + std::string(log) +
                              " log cannot be reopened: No such file or directory; it goes on in the old file\n";
@@ -390,7 +393,7 @@ TEST_F(HostLifecycle, ALogThatCannotBeReopenedGoesOnInTheOldFile) {
 
 TEST_F(HostLifecycle, NoLogTakesThePlaceOfAClosedStandardStream) {
   // The access log did, and what was meant for standard error went into it.
-  const std::string log = folder_.path("access.log");
+  const std::string log = directory_.path("access.log");
   const std::string command = support::in_build("bin/rdmd") + " --listen 127.0.0.1:0 --plugin " + plugin() +
                               " --config " + config("fail=\"The stars are wrong.\"\n") + " --access-log " + log +
                               " 2>&-";
@@ -415,8 +418,8 @@ TEST_F(HostLifecycle, WithoutAnAccessLogNothingIsWrittenToStandardOutput) {
 
 TEST_F(HostLifecycle, TakesItsOptionsFromAFile) {
   const std::string options =
-      folder_.write("options.toml", "listen = \"127.0.0.1:0\"\nplugin = \"" + plugin() + "\"\nconfig = \"" + config() +
-                                        "\"\nidle-timeout = 0.2\n");
+      directory_.write("options.toml", "listen = \"127.0.0.1:0\"\nplugin = \"" + plugin() + "\"\nconfig = \"" +
+                                           config() + "\"\nidle-timeout = 0.2\n");
   RdmdProcess server({"--options", options});
   HttpClient client(server.port());
   client.send(get("/rdm/fast"));
@@ -440,7 +443,7 @@ TEST_F(HostLifecycle, RefusesMistakenOptions) {
       {{"--config", conf, "--idle-timeout", "0"}, "--idle-timeout"},
       {{"--config", conf, "--max-connections", "0"}, "--max-connections"},
       {{"--config", conf, "--options", "/nonexistent/options.toml"}, "/nonexistent/options.toml"},
-      {{"--config", conf, "--options", folder_.write("bad.toml", "lissen = \"127.0.0.1:0\"\n")},
+      {{"--config", conf, "--options", directory_.write("bad.toml", "lissen = \"127.0.0.1:0\"\n")},
        "rdmd: unknown name \"lissen\" in the options file (did you mean \"listen\"?); see \"rdmd --help\"\n"},
   };
   for (const auto &row : cases)
@@ -504,15 +507,15 @@ TEST_F(HostLifecycle, EndsWhenThePluginRefusesItsConfiguration) {
 
 TEST_F(HostLifecycle, NoClientConnectsBeforeThePluginIsInitialised) {
   // A server whose start failed had already accepted connections, which balancers took for a sign of life.
-  const std::string conf = config("wait=\"" + folder_.path("go") + "\"\nfail=\"The stars are wrong.\"\n");
+  const std::string conf = config("wait=\"" + directory_.path("go") + "\"\nfail=\"The stars are wrong.\"\n");
   const int port = free_port();
   const std::string address = "127.0.0.1:" + std::to_string(port);
   RdmdProcess server({"--listen", address, "--plugin", plugin(), "--config", conf});
-  EXPECT_TRUE(
-      support::eventually([&] { return support::file_exists(folder_.path("journal")) && journal() == "waiting\n"; }));
+  EXPECT_TRUE(support::eventually(
+      [&] { return support::file_exists(directory_.path("journal")) && journal() == "waiting\n"; }));
   EXPECT_TRUE(is_bound(port));
   EXPECT_TRUE(refuses(port));
-  folder_.write("go", "");
+  directory_.write("go", "");
   EXPECT_EQ(server.wait(), 1);
 }
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// What a slow, silent or greedy client may and may not do to the others.
 
 #include <sys/resource.h>
@@ -10,6 +11,8 @@
 #include <vector>
 
 #include "hosts/rdmd/server_fixture.h"
+
+using namespace rdm;
 
 namespace {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Names to listen on, resolved and bound.
 
 #include "hosts/rdmd/listen_address.h"
@@ -5,7 +6,6 @@
 #include <arpa/inet.h>
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <signal.h>
@@ -17,8 +17,12 @@
 #include <thread>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "hosts/rdmd/rdmd_process.h"
 #include "hosts/rdmd/server_within.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -86,14 +90,14 @@ std::string failure(const std::string &text) {
 
 std::vector<std::string> addresses(const BoundSockets &bound) {
   std::vector<std::string> texts;
-  for (const file_guard &socket : bound.sockets) texts.push_back(rdmd::local_address(socket.get()).text());
+  for (const HostFileGuard &socket : bound.sockets) texts.push_back(rdmd::local_address(socket.get()).text());
   return texts;
 }
 
 /// connect_to returns 0 when a connection to the address of a socket is accepted by the system, or the errno.
-int connect_to(const file_guard &bound) {
+int connect_to(const HostFileGuard &bound) {
   const rdmd::ListenAddress address = rdmd::local_address(bound.get());
-  const file_guard client(::socket(address.family(), SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const HostFileGuard client(::socket(address.family(), SOCK_STREAM | SOCK_CLOEXEC, 0));
   const auto *name = reinterpret_cast<const sockaddr *>(&address.storage);
   return ::connect(client.get(), name, address.size) == 0 ? 0 : errno;
 }
@@ -139,7 +143,7 @@ TEST(ListenAddress, AFreePortIsOneThatEveryAddressHasFree) {
 
 TEST(ListenAddress, ABoundSocketRefusesClientsAndIsNotInherited) {
   const BoundSockets bound = bind_listen("127.0.0.1:0");
-  const file_guard &socket = bound.sockets.front();
+  const HostFileGuard &socket = bound.sockets.front();
   EXPECT_EQ(connect_to(socket), ECONNREFUSED);
   EXPECT_EQ(::fcntl(socket.get(), F_GETFD), FD_CLOEXEC);
   ASSERT_EQ(::listen(socket.get(), 1), 0);

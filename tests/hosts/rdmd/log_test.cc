@@ -1,6 +1,5 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/rdmd/log.h"
-
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <chrono>
@@ -8,8 +7,12 @@
 #include <ctime>
 #include <string>
 
+#include <gtest/gtest.h>
+
 #include "support/files.h"
 #include "support/refused_new.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -32,8 +35,8 @@ class Logs : public ::testing::Test {
   }
   std::string text() const { return support::read_file(path_); }
 
-  support::TemporaryFolder folder_;
-  std::string path_ = folder_.path("log");
+  support::TemporaryDirectory directory_;
+  std::string path_ = directory_.path("log");
 };
 
 const AccessEntry entry{"192.0.2.7", 1'794'800'467, "GET /rdm/x HTTP/1.1", 200, 42, "http://here/", "curl/7"};

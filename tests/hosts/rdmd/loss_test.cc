@@ -1,9 +1,12 @@
+// SPDX-License-Identifier: MIT
 /// Which failures take an answer of the service away, and which do not.
 
 #include <filesystem>
 #include <string>
 
 #include "hosts/rdmd/server_fixture.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -16,11 +19,11 @@ class HostLosses : public support::ServerTest {
   void serve(const std::string &debug_log, const std::vector<std::string> &more = {}) {
     const std::string csid = "x-catalog://localhost:80/c";
     const std::string services =
-        folder_.write("csid.conf", "csid=\"" + csid + "\" catalog-database=\"" + folder_.path("c.db") +
-                                       "\" server-description=\"" + description_ + "\"\n");
+        directory_.write("csid.conf", "csid=\"" + csid + "\" catalog-database=\"" + directory_.path("c.db") +
+                                          "\" server-description=\"" + description_ + "\"\n");
     const std::string config =
-        folder_.write("rdm.conf", "bindir=\"/nowhere\" csid-config=\"" + services + "\" csid-default=\"" + csid +
-                                      "\" debug-loglevel=\"1\" debug-logfile=\"" + debug_log + "\"\n");
+        directory_.write("rdm.conf", "bindir=\"/nowhere\" csid-config=\"" + services + "\" csid-default=\"" + csid +
+                                         "\" debug-loglevel=\"1\" debug-logfile=\"" + debug_log + "\"\n");
     std::vector<std::string> arguments = {"--listen", "127.0.0.1:0", "--config", config};
     arguments.insert(arguments.end(), more.begin(), more.end());
     server_ = std::make_unique<support::RdmdProcess>(arguments);
@@ -34,13 +37,13 @@ class HostLosses : public support::ServerTest {
     EXPECT_NE(response.body.find("\t" + message + "\n"), std::string::npos) << response.body;
   }
 
-  std::string description_ = folder_.path("server.rdm");
+  std::string description_ = directory_.path("server.rdm");
 };
 
 constexpr char harvest[] = "/rdm/rd-request?ql=gatherer&scope=all";
 
 TEST_F(HostLosses, AnErrorLogThatTakesNothingCostsNoAnswer) {
-  serve(folder_.path("debug.log"), {"--error-log", "/dev/full"});
+  serve(directory_.path("debug.log"), {"--error-log", "/dev/full"});
   const HttpResponse response = support::http_get(port_, "/rdm/nothing-known");
   EXPECT_EQ(response.status, 200);
   EXPECT_NE(response.body.find("Did not receive valid URI for RDM header."), std::string::npos) << response.body;
@@ -54,27 +57,27 @@ TEST_F(HostLosses, ADiagnosticLogThatIsAPipeCostsNoAnswer) {
 
 TEST_F(HostLosses, ADescriptionThatCannotBeExaminedIsAnsweredAsMissing) {
   std::filesystem::create_symlink(description_, description_);
-  serve(folder_.path("debug.log"));
+  serve(directory_.path("debug.log"));
   expect_error("/rdm/server-description-request", "Server description is unavailable.");
 }
 
 TEST_F(HostLosses, ADescriptionWithANameTooLongIsAnsweredAsMissing) {
-  description_ = folder_.path(std::string(300, 'x'));
-  serve(folder_.path("debug.log"));
+  description_ = directory_.path(std::string(300, 'x'));
+  serve(directory_.path("debug.log"));
   expect_error("/rdm/server-description-request", "Server description is unavailable.");
 }
 
-TEST_F(HostLosses, ADescriptionThatIsAFolderIsNotSent) {
+TEST_F(HostLosses, ADescriptionThatIsADirectoryIsNotSent) {
   std::filesystem::create_directory(description_);
-  serve(folder_.path("debug.log"));
+  serve(directory_.path("debug.log"));
   EXPECT_EQ(support::http_get(port_, "/rdm/server-description-request").status, 500);
 }
 
-TEST_F(HostLosses, AnIndexThatIsAFolderIsAnsweredAsCorrupt) {
-  std::filesystem::create_directory(folder_.path("c.db.idx"));
-  serve(folder_.path("debug.log"));
+TEST_F(HostLosses, AnIndexThatIsADirectoryIsAnsweredAsCorrupt) {
+  std::filesystem::create_directory(directory_.path("c.db.idx"));
+  serve(directory_.path("debug.log"));
   expect_error(harvest, "Server Error: Cannot service request");
-  EXPECT_NE(support::read_file(folder_.path("debug.log")).find("ERROR: Indexfile is corrupt"), std::string::npos);
+  EXPECT_NE(support::read_file(directory_.path("debug.log")).find("ERROR: Indexfile is corrupt"), std::string::npos);
 }
 
 }  // namespace

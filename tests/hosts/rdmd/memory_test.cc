@@ -1,6 +1,6 @@
+// SPDX-License-Identifier: MIT
 /// What the server does where its own memory fails.
 
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -8,11 +8,15 @@
 #include <string>
 #include <thread>
 
+#include <gtest/gtest.h>
+
 #include "hosts/common/exchange.h"
 #include "hosts/rdmd/connection.h"
 #include "hosts/rdmd/rdmd_process.h"
 #include "hosts/rdmd/server_within.h"
 #include "support/refused_new.h"
+
+using namespace rdm;
 
 namespace {
 

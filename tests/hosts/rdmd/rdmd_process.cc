@@ -1,8 +1,8 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/rdmd/rdmd_process.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <signal.h>
@@ -21,10 +21,12 @@
 #include <iterator>
 #include <system_error>
 
+#include <gtest/gtest.h>
+
 #include "support/directories.h"
 #include "support/files.h"
 
-namespace support {
+namespace rdm::support {
 namespace {
 
 struct Pipe {
@@ -281,4 +283,4 @@ HttpResponse http_get(int port, const std::string &target) {
   return client.receive();
 }
 
-}  // namespace support
+}  // namespace rdm::support

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// The server as a child process, and clients that speak to it over bare sockets.
 #ifndef TESTS_HOSTS_RDMD_RDMD_PROCESS_H
 #define TESTS_HOSTS_RDMD_RDMD_PROCESS_H
@@ -11,7 +12,7 @@
 #include <thread>
 #include <vector>
 
-namespace support {
+namespace rdm::support {
 
 /// How long anything may take before a test gives it up; far longer than it does take.
 inline constexpr std::chrono::milliseconds patience{60'000};
@@ -120,6 +121,6 @@ bool eventually(Condition condition, std::chrono::milliseconds time = patience) 
   return true;
 }
 
-}  // namespace support
+}  // namespace rdm::support
 
 #endif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// How slowly a client may read its answer, and for how long one that reads nothing is borne.
 
 #include <netinet/in.h>
@@ -13,6 +14,8 @@
 #include <vector>
 
 #include "hosts/rdmd/server_fixture.h"
+
+using namespace rdm;
 
 namespace {
 

@@ -1,9 +1,12 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/rdmd/request_head.h"
-
-#include <gtest/gtest.h>
 
 #include <string>
 #include <variant>
+
+#include <gtest/gtest.h>
+
+using namespace rdm;
 
 namespace {
 

@@ -1,7 +1,7 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/rdmd/sender.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -13,8 +13,12 @@
 #include <utility>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "support/environment.h"
 #include "support/files.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -27,12 +31,12 @@ class SocketPair {
   SocketPair() {
     int ends[2];
     EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
-    ours_ = file_guard(ends[0]);
-    theirs_ = file_guard(ends[1]);
+    ours_ = HostFileGuard(ends[0]);
+    theirs_ = HostFileGuard(ends[1]);
     ::fcntl(ours_.get(), F_SETFL, O_NONBLOCK);
   }
   int ours() const { return ours_.get(); }
-  void hang_up() { theirs_ = file_guard(); }
+  void hang_up() { theirs_ = HostFileGuard(); }
   std::string receive(std::size_t most) {
     std::string text(most, '\0');
     const ssize_t got = ::recv(theirs_.get(), text.data(), most, MSG_DONTWAIT);
@@ -41,18 +45,18 @@ class SocketPair {
   }
 
  private:
-  file_guard ours_, theirs_;
+  HostFileGuard ours_, theirs_;
 };
 
 Piece bytes(const std::string &text) { return {text, nullptr, 0, static_cast<std::int64_t>(text.size())}; }
 
 Piece stretch(const std::string &path, std::int64_t offset, std::int64_t length) {
-  return {"", std::make_shared<const file_guard>(host_open_read(path.c_str())), offset, length};
+  return {"", std::make_shared<const HostFileGuard>(host_open_read(path.c_str())), offset, length};
 }
 
 TEST(AnswerSender, SendsHeadBytesAndStretchesInOrder) {
-  const support::TemporaryFolder folder;
-  const std::string path = folder.write("file", "0123456789");
+  const support::TemporaryDirectory directory;
+  const std::string path = directory.write("file", "0123456789");
   SocketPair pair;
   std::vector<Piece> pieces;
   pieces.push_back(bytes("one "));
@@ -75,10 +79,10 @@ TEST(AnswerSender, AHeadAloneHasNoBody) {
 }
 
 TEST(AnswerSender, GoesOnWhereTheSocketWasFull) {
-  const support::TemporaryFolder folder;
+  const support::TemporaryDirectory directory;
   std::string text;
   for (int i = 0; text.size() < 3'000'000; ++i) text += std::to_string(i) + ' ';
-  const std::string path = folder.write("file", text);
+  const std::string path = directory.write("file", text);
   SocketPair pair;
   std::vector<Piece> pieces;
   pieces.push_back(bytes(text));
@@ -148,23 +152,23 @@ TEST(AnswerSender, KeepsWhatThereIsNoRoomToPark) {
 }
 
 TEST(AnswerSender, ReadsAndSendsWhatTheKernelDoesNotSendItself) {
-  const support::TemporaryFolder folder;
+  const support::TemporaryDirectory directory;
   const std::string text(100'000, 'x');
   SocketPair pair;
   ::fcntl(pair.ours(), F_SETFL, O_NONBLOCK | O_APPEND);  // sendfile refuses such a descriptor
   std::vector<Piece> pieces;
-  pieces.push_back(stretch(folder.write("file", text + "not this"), 0, static_cast<std::int64_t>(text.size())));
-  pieces.push_back(stretch(folder.write("short", "short"), 0, 10));
+  pieces.push_back(stretch(directory.write("file", text + "not this"), 0, static_cast<std::int64_t>(text.size())));
+  pieces.push_back(stretch(directory.write("short", "short"), 0, 10));
   Sender sender("H", std::move(pieces));
   EXPECT_EQ(sender.send(pair.ours()), Sender::State::failed);
   EXPECT_EQ(pair.receive(200'000), "H" + text + "short");
 }
 
 TEST(AnswerSender, FailsWhenAFileBecameShorterThanItsStretch) {
-  const support::TemporaryFolder folder;
+  const support::TemporaryDirectory directory;
   SocketPair pair;
   std::vector<Piece> pieces;
-  pieces.push_back(stretch(folder.write("file", "short"), 0, 10));
+  pieces.push_back(stretch(directory.write("file", "short"), 0, 10));
   Sender sender("H", std::move(pieces));
   EXPECT_EQ(sender.send(pair.ours()), Sender::State::failed);
   EXPECT_EQ(pair.receive(100), "Hshort");

@@ -1,8 +1,7 @@
+// SPDX-License-Identifier: MIT
 /// A server with the test plug-in behind it.
 #ifndef TESTS_HOSTS_RDMD_SERVER_FIXTURE_H
 #define TESTS_HOSTS_RDMD_SERVER_FIXTURE_H
-
-#include <gtest/gtest.h>
 
 #include <signal.h>
 
@@ -11,20 +10,22 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "hosts/rdmd/rdmd_process.h"
 #include "support/directories.h"
 #include "support/files.h"
 
-namespace support {
+namespace rdm::support {
 
 class ServerTest : public ::testing::Test {
  protected:
   /// start runs the server with the test plug-in, a free port, an access log and `more` arguments.
   /// It may open `descriptors` files where that is not 0.
   void start(const std::vector<std::string> &more = {}, unsigned descriptors = 0) {
-    config_ = folder_.write("rdm.conf", "journal=\"" + folder_.path("journal") + "\"\n");
+    config_ = directory_.write("rdm.conf", "journal=\"" + directory_.path("journal") + "\"\n");
     std::vector<std::string> arguments = {"--listen", "127.0.0.1:0", "--plugin",     plugin(),
-                                          "--config", config_,       "--access-log", folder_.path("access")};
+                                          "--config", config_,       "--access-log", directory_.path("access")};
     arguments.insert(arguments.end(), more.begin(), more.end());
     server_ = std::make_unique<RdmdProcess>(arguments, descriptors);
     port_ = server_->port();
@@ -40,9 +41,9 @@ class ServerTest : public ::testing::Test {
 
   /// journal is what the plug-in noted about its calls so far; called tells whether it
   /// noted a `step`.
-  std::string journal() const { return read_file(folder_.path("journal")); }
+  std::string journal() const { return read_file(directory_.path("journal")); }
   bool called(const std::string &step) const { return journal().find("\n" + step) != std::string::npos; }
-  std::string access() const { return read_file(folder_.path("access")); }
+  std::string access() const { return read_file(directory_.path("access")); }
 
   /// await_access waits until the access log has `count` lines and returns it.
   std::string await_access(long count) const {
@@ -71,12 +72,12 @@ class ServerTest : public ::testing::Test {
     return text;
   }
 
-  TemporaryFolder folder_;
+  TemporaryDirectory directory_;
   std::string config_;
   std::unique_ptr<RdmdProcess> server_;
   int port_ = 0;
 };
 
-}  // namespace support
+}  // namespace rdm::support
 
 #endif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// A server within the test program, for what is only seen from there.
 #ifndef TESTS_HOSTS_RDMD_SERVER_WITHIN_H
 #define TESTS_HOSTS_RDMD_SERVER_WITHIN_H
@@ -10,7 +11,7 @@
 #include "support/directories.h"
 #include "support/files.h"
 
-namespace support {
+namespace rdm::support {
 
 /// ServerWithin is a server made of `settings` and the plug-in of the tests; `run` it, or hand it connections.
 class ServerWithin {
@@ -26,7 +27,7 @@ class ServerWithin {
   const rdmd::Server *operator->() const { return &server_; }
 
   /// errors returns what the error log holds.
-  std::string errors() const { return read_file(folder_.path("errors")); }
+  std::string errors() const { return read_file(directory_.path("errors")); }
 
  private:
   static rdmd::Settings on_any_port(rdmd::Settings settings) {
@@ -34,14 +35,14 @@ class ServerWithin {
     return settings;
   }
 
-  const TemporaryFolder folder_;
+  const TemporaryDirectory directory_;
   const rdmd::Settings settings_;
-  rdmd::ErrorLog errors_{folder_.path("errors")};
+  rdmd::ErrorLog errors_{directory_.path("errors")};
   rdmd::AccessLog access_{""};
   hosts::Plugin plugin_{in_build("tests/test_plugin.so")};
   rdmd::Server server_{settings_, plugin_, errors_, access_};
 };
 
-}  // namespace support
+}  // namespace rdm::support
 
 #endif

@@ -1,6 +1,5 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/rdmd/service_thread.h"
-
-#include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
@@ -10,6 +9,10 @@
 #include <string>
 #include <thread>
 #include <vector>
+
+#include <gtest/gtest.h>
+
+using namespace rdm;
 
 namespace {
 

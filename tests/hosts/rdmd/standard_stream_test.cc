@@ -1,14 +1,18 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/rdmd/standard_stream.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <string>
 
+#include <gtest/gtest.h>
+
 #include "support/refused_new.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -20,8 +24,8 @@ class StandardStreams : public ::testing::Test {
   StandardStreams() {
     int ends[2] = {-1, -1};
     EXPECT_EQ(::pipe2(ends, O_CLOEXEC), 0);
-    reader_ = file_guard(ends[0]);
-    writer_ = file_guard(ends[1]);
+    reader_ = HostFileGuard(ends[0]);
+    writer_ = HostFileGuard(ends[1]);
   }
 
   /// read_pipe returns what is in the pipe, or what comes into it soon.
@@ -34,7 +38,7 @@ class StandardStreams : public ::testing::Test {
     return text;
   }
 
-  file_guard reader_, writer_;
+  HostFileGuard reader_, writer_;
   FILE *stream_ = nullptr;
 };
 

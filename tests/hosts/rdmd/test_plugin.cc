@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// A plug-in for the tests of the host: it answers what it sees, or misbehaves, as the request's path asks for, and
 /// keeps a journal of its calls.
 ///
@@ -19,6 +20,8 @@
 #include "qxapi/guard.h"
 #include "qxapi/records.h"
 
+using namespace rdm;
+
 namespace {
 
 std::string journal_path;
@@ -27,7 +30,7 @@ host_fd open_log = -1;
 
 void journal(const std::string &line) {
   const std::lock_guard lock(journal_mutex);
-  const file_guard file(host_open_append(journal_path.c_str()));
+  const HostFileGuard file(host_open_append(journal_path.c_str()));
   const std::string text = line + "\n";
   host_write_log(file.get(), text.data(), static_cast<int32_t>(text.size()));
 }
@@ -135,8 +138,8 @@ int shared_file(Session *session, Request *request) {
   struct stat status;
   if (host_stat(path.c_str(), &status) != 0) return HOST_ABORT;
   start(session, request, std::to_string(status.st_size));
-  const file_guard file(host_open_read(path.c_str()));
-  const reader_ptr reader(host_buffer_open(file.get(), 4096));
+  const HostFileGuard file(host_open_read(path.c_str()));
+  const ReaderPtr reader(host_buffer_open(file.get(), 4096));
   return host_buffer_send(reader.get(), session->socket) == status.st_size ? HOST_DONE : HOST_ABORT;
 }
 
@@ -220,10 +223,10 @@ int rdm_log(pblock *, Session *, Request *rq) QX_NOEXCEPT;
 QX_END
 
 int rdm_init(pblock *pb, Session *, Request *) noexcept {
-  const file_guard file(host_open_read(value_of(pb, "config").c_str()));
-  const reader_ptr reader(host_buffer_open(file.get(), 4096));
+  const HostFileGuard file(host_open_read(value_of(pb, "config").c_str()));
+  const ReaderPtr reader(host_buffer_open(file.get(), 4096));
   if (!reader) return HOST_ABORT;
-  const pblock_ptr config(host_param_create(7));
+  const PblockPtr config(host_param_create(7));
   char line[8192];
   while (host_getline(reader.get(), 0, sizeof line, line) == 0) host_param_parse(line, config.get());
   journal_path = value_of(config.get(), "journal");

@@ -1,8 +1,11 @@
+// SPDX-License-Identifier: MIT
 #include "hosts/rdmd/write_deadline.h"
+
+#include <vector>
 
 #include <gtest/gtest.h>
 
-#include <vector>
+using namespace rdm;
 
 namespace {
 

@@ -1,7 +1,10 @@
 // Uses all four libraries: a message header (rdm), kept in a buffer (cs) and in a database without a file (dba), under
 // a key of the host's (qxapi).
-#include <dba/dba.h>
 #include <fcntl.h>
+
+#include <cstdio>
+
+#include <dba/dba.h>
 #include <libcs/adt.h>
 #include <libcs/cs.h>
 #include <qxapi/qxapi.h>
@@ -9,8 +12,6 @@
 #include <service/csid.h>
 #include <service/rdm.h>
 #include <service/schema.h>
-
-#include <cstdio>
 
 namespace {
 

@@ -1,9 +1,5 @@
-#include <libcs/adt.h>
-#include <libcs/log.h>
-
+// SPDX-License-Identifier: MIT
 #include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,11 +10,18 @@
 #include <string>
 #include <vector>
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <libcs/adt.h>
+#include <libcs/log.h>
+
 #include "libcs/guard.h"
 #include "qxapi/temporary_owner.h"
 #include "support/diagnostics.h"
 #include "support/environment.h"
 #include "support/memory_host.h"
+
+using namespace rdm;
 
 /// These tests run as a program with privileges does: what its caller set is hidden from it. TMPDIR, which the tests
 /// set as a service does from its configuration, is to be used all the same; /tmp was.
@@ -63,24 +66,24 @@ std::string pattern(size_t size) {
   return bytes;
 }
 
-int append(const csio_ptr &io, const std::string &bytes) {
+int append(const CsioPtr &io, const std::string &bytes) {
   return csio_append(io.get(), bytes.data(), static_cast<int32_t>(bytes.size()));
 }
 
-std::string copy(const csio_ptr &io, int32_t n) {
+std::string copy(const CsioPtr &io, int32_t n) {
   std::string bytes(static_cast<size_t>(n), '?');
   const int32_t count = csio_copy(io.get(), bytes.data(), n);
   bytes.resize(static_cast<size_t>(std::max(count, 0)));
   return bytes;
 }
 
-csio_ptr make_file_buffer() {
-  csio_ptr io = make_csio();
+CsioPtr make_file_buffer() {
+  CsioPtr io = make_csio();
   io->flags = file;
   return io;
 }
 
-/// CsioFile has a temporary folder of its own and a host that records writes and opened files.
+/// CsioFile has a temporary directory of its own and a host that records writes and opened files.
 class CsioFile : public support::HostTest {
  protected:
   CsioFile() {
@@ -99,19 +102,19 @@ class CsioFile : public support::HostTest {
 
   std::vector<std::string> files() const {
     std::vector<std::string> names;
-    for (const auto &entry : std::filesystem::directory_iterator(folder.path())) names.push_back(entry.path());
+    for (const auto &entry : std::filesystem::directory_iterator(directory.path())) names.push_back(entry.path());
     return names;
   }
 
   support::Diagnostics log;
-  support::TemporaryFolder folder;
-  std::string folder_path = folder.path();
-  support::Environment environment{"TMPDIR", folder_path.c_str()};
+  support::TemporaryDirectory directory;
+  std::string directory_path = directory.path();
+  support::Environment environment{"TMPDIR", directory_path.c_str()};
   qxapi_host table = support::memory_host();
 };
 
 TEST_F(CsioFile, StreamPastTheCeilingMovesToAFile) {
-  const csio_ptr io = make_csio(32768);
+  const CsioPtr io = make_csio(32768);
   std::string expected;
   for (int piece = 0; piece < 400; ++piece) {
     const std::string bytes = pattern(100 + static_cast<size_t>(piece)).substr(static_cast<size_t>(piece));
@@ -129,16 +132,16 @@ TEST_F(CsioFile, StreamPastTheCeilingMovesToAFile) {
 }
 
 TEST_F(CsioFile, CeilingIsComparedWithTheGrownCapacity) {
-  const csio_ptr io = make_csio(4095);
+  const CsioPtr io = make_csio(4095);
   append(io, "x");  // one byte, but a step of 4096
   EXPECT_EQ(io->flags, file);
   EXPECT_EQ(copy(io, 10), "x");
 }
 
 TEST_F(CsioFile, TemporaryFileIsPrivateAndNamedAfterTheBuffer) {
-  const csio_ptr io = make_file_buffer();
+  const CsioPtr io = make_file_buffer();
   append(io, "text");
-  EXPECT_THAT(io->filename, MatchesRegex(folder_path + "/csio[0-9a-f]{32}"));
+  EXPECT_THAT(io->filename, MatchesRegex(directory_path + "/csio[0-9a-f]{32}"));
   EXPECT_EQ(io->remove_file, 1);
   struct stat status;
   ASSERT_EQ(::stat(io->filename, &status), 0);
@@ -149,7 +152,7 @@ TEST_F(CsioFile, TemporaryFileIsPrivateAndNamedAfterTheBuffer) {
 }
 
 TEST_F(CsioFile, EveryBufferHasAFileOfItsOwn) {
-  const csio_ptr first = make_file_buffer(), second = make_file_buffer();
+  const CsioPtr first = make_file_buffer(), second = make_file_buffer();
   append(first, "one");
   append(second, "two");
   EXPECT_STRNE(first->filename, second->filename);
@@ -158,7 +161,7 @@ TEST_F(CsioFile, EveryBufferHasAFileOfItsOwn) {
 }
 
 TEST_F(CsioFile, SmallAppendsGatherInTheBlock) {
-  const csio_ptr io = make_file_buffer();
+  const CsioPtr io = make_file_buffer();
   EXPECT_EQ(append(io, pattern(4095)), 4095);
   EXPECT_EQ(io->wbuf_len, 4095);
   EXPECT_EQ(io->wbuf[4095], 0xFF);
@@ -171,7 +174,7 @@ TEST_F(CsioFile, SmallAppendsGatherInTheBlock) {
 }
 
 TEST_F(CsioFile, BytesThatFillTheBlockExactlyWriteItOutFirst) {
-  const csio_ptr io = make_file_buffer();
+  const CsioPtr io = make_file_buffer();
   append(io, pattern(4000));
   append(io, pattern(96));
   EXPECT_EQ(io->wbuf_len, 96);
@@ -179,7 +182,7 @@ TEST_F(CsioFile, BytesThatFillTheBlockExactlyWriteItOutFirst) {
 }
 
 TEST_F(CsioFile, AppendsOfABlockGoStraightToTheFile) {
-  const csio_ptr io = make_file_buffer();
+  const CsioPtr io = make_file_buffer();
   EXPECT_EQ(append(io, pattern(4096)), 4096);
   EXPECT_EQ(io->wbuf, nullptr);
   EXPECT_EQ(append(io, "small"), 5);
@@ -190,13 +193,13 @@ TEST_F(CsioFile, AppendsOfABlockGoStraightToTheFile) {
 }
 
 TEST_F(CsioFile, ManySmallAppendsCostFewWrites) {
-  const csio_ptr io = make_file_buffer();
+  const CsioPtr io = make_file_buffer();
   for (int i = 0; i < 4096; ++i) append(io, "0123456789");
   EXPECT_EQ(std::count_if(calls.begin(), calls.end(), [](const std::string &c) { return c.starts_with("write"); }), 10);
 }
 
 TEST_F(CsioFile, NullBytesWriteTheBlockOut) {
-  const csio_ptr io = make_file_buffer();
+  const CsioPtr io = make_file_buffer();
   append(io, "waiting");
   EXPECT_EQ(csio_append(io.get(), nullptr, 0), 0);
   EXPECT_EQ(io->wbuf_len, 0);
@@ -207,7 +210,7 @@ TEST_F(CsioFile, NullBytesWriteTheBlockOut) {
 }
 
 TEST_F(CsioFile, CountsBelowOneChangeNothing) {
-  const csio_ptr io = make_file_buffer();
+  const CsioPtr io = make_file_buffer();
   EXPECT_EQ(csio_append(io.get(), "bytes", 0), 0);
   EXPECT_EQ(csio_append(io.get(), "bytes", -4), 0);
   EXPECT_EQ(io->filename, nullptr);
@@ -215,14 +218,14 @@ TEST_F(CsioFile, CountsBelowOneChangeNothing) {
 }
 
 TEST_F(CsioFile, IncreaseLeavesAFileAlone) {
-  const csio_ptr io = make_file_buffer();
+  const CsioPtr io = make_file_buffer();
   csio_increase(io.get(), 100);
   EXPECT_EQ(io->capacity, 0u);
   EXPECT_EQ(io->data, nullptr);
 }
 
-TEST_F(CsioFile, WithoutAFolderThereIsNoTemporaryName) {
-  const csio_ptr io = make_file_buffer();
+TEST_F(CsioFile, WithoutADirectoryThereIsNoTemporaryName) {
+  const CsioPtr io = make_file_buffer();
   table.stat = failing_stat;
   qxapi_bind(&table);
   for (int attempt = 0; attempt < 2; ++attempt) EXPECT_EQ(append(io, "lost"), 0);
@@ -239,53 +242,53 @@ TEST_F(CsioFile, WithoutAFolderThereIsNoTemporaryName) {
   EXPECT_EQ(copy(io, 10), "kept");
 }
 
-TEST_F(CsioFile, FolderWithoutRoomForANameIsNoTemporaryName) {
-  std::string deep = folder_path;
+TEST_F(CsioFile, DirectoryWithoutRoomForANameIsNoTemporaryName) {
+  std::string deep = directory_path;
   while (deep.size() + 201 < 4080) deep += "/" + std::string(200, 'd');
   deep += "/" + std::string(4080 - deep.size() - 1, 'd');
   ASSERT_TRUE(std::filesystem::create_directories(deep));
   {
     const support::Environment too_long("TMPDIR", deep.c_str());
-    const csio_ptr io = make_file_buffer();
+    const CsioPtr io = make_file_buffer();
     EXPECT_EQ(append(io, "lost"), 0);
   }
   EXPECT_EQ(log.text(),
             "ERROR: Cannot find temporary filename?\n"
             "ERROR: csio_append: Cannot set temporary file?\n");
-  std::filesystem::remove_all(folder_path + "/" + std::string(200, 'd'));
+  std::filesystem::remove_all(directory_path + "/" + std::string(200, 'd'));
 }
 
-TEST_F(CsioFile, UnusableTmpdirGivesWayToTheSystemsFolder) {
-  for (const char *value : {"/no/such/folder", static_cast<const char *>(nullptr)}) {
+TEST_F(CsioFile, UnusableTmpdirGivesWayToTheSystemsDirectory) {
+  for (const char *value : {"/no/such/directory", static_cast<const char *>(nullptr)}) {
     const support::Environment other("TMPDIR", value);
-    const csio_ptr io = make_file_buffer();
+    const CsioPtr io = make_file_buffer();
     EXPECT_EQ(append(io, "text"), 4);
     EXPECT_THAT(io->filename, MatchesRegex("/tmp/csio[0-9a-f]{32}"));
   }
 }
 
 TEST_F(CsioFile, ItsProcessHoldsTheTokenInTheNameOfEachFile) {
-  const csio_ptr first = make_file_buffer(), second = make_file_buffer();
+  const CsioPtr first = make_file_buffer(), second = make_file_buffer();
   append(first, "one");
   append(second, "two");
   csio_finish(first.get());
   const std::string name = std::filesystem::path(first->filename).filename(), token = name.substr(4, 16);
   EXPECT_EQ(std::filesystem::path(second->filename).filename().string().substr(4, 16), token);
-  const file_guard other(::open(folder_path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const HostFileGuard other(::open(directory_path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   const uint64_t held = std::stoull(token, nullptr, 16);
   EXPECT_TRUE(temporary_owner::is_held(other.get(), held));
   EXPECT_FALSE(temporary_owner::is_held(other.get(), held ^ 1));
 }
 
 TEST_F(CsioFile, WithoutATokenTheNameIsShort) {
-  // A process keeps a few folders open; files in others are never taken for left-overs.
-  std::vector<std::unique_ptr<support::TemporaryFolder>> folders;
+  // A process keeps a few directories open; files in others are never taken for left-overs.
+  std::vector<std::unique_ptr<support::TemporaryDirectory>> directories;
   std::vector<size_t> sizes;
   for (int i = 0; i < 6; ++i) {
-    folders.push_back(std::make_unique<support::TemporaryFolder>());
-    const std::string path = folders.back()->path();
+    directories.push_back(std::make_unique<support::TemporaryDirectory>());
+    const std::string path = directories.back()->path();
     const support::Environment other("TMPDIR", path.c_str());
-    const csio_ptr io = make_file_buffer();
+    const CsioPtr io = make_file_buffer();
     EXPECT_EQ(append(io, "text"), 4);
     sizes.push_back(std::filesystem::path(io->filename).filename().string().size());
   }
@@ -294,7 +297,7 @@ TEST_F(CsioFile, WithoutATokenTheNameIsShort) {
 }
 
 TEST_F(CsioFile, NameThatCannotBeKeptIsReported) {
-  const csio_ptr io = make_file_buffer();
+  const CsioPtr io = make_file_buffer();
   host.fail_allocation = host.allocations + 1;
   EXPECT_EQ(append(io, "lost"), 0);
   EXPECT_EQ(log.text(), "ERROR: csio_append: Cannot set temporary file?\n");
@@ -302,8 +305,8 @@ TEST_F(CsioFile, NameThatCannotBeKeptIsReported) {
 }
 
 TEST_F(CsioFile, FileThatCannotBeOpenedIsReported) {
-  const csio_ptr io = make_file_buffer();
-  const std::string path = folder.path("missing/file");
+  const CsioPtr io = make_file_buffer();
+  const std::string path = directory.path("missing/file");
   io->filename = host_strdup(path.c_str());
   EXPECT_EQ(append(io, "lost"), 0);
   EXPECT_EQ(log.text(), "ERROR: csio_append: " + path + ": No such file or directory\n");
@@ -312,7 +315,7 @@ TEST_F(CsioFile, FileThatCannotBeOpenedIsReported) {
 }
 
 TEST_F(CsioFile, TemporaryFileThatCannotBeOpenedIsTriedAgain) {
-  const csio_ptr io = make_file_buffer();
+  const CsioPtr io = make_file_buffer();
   table.open_write = refusing_open_write;
   qxapi_bind(&table);
   EXPECT_EQ(append(io, "lost"), 0);
@@ -324,7 +327,7 @@ TEST_F(CsioFile, TemporaryFileThatCannotBeOpenedIsTriedAgain) {
 }
 
 TEST_F(CsioFile, ErrorsAreSilentAtLevelZero) {
-  const csio_ptr io = make_file_buffer();
+  const CsioPtr io = make_file_buffer();
   cslog_set_level(0);
   table.stat = failing_stat;
   qxapi_bind(&table);
@@ -333,14 +336,14 @@ TEST_F(CsioFile, ErrorsAreSilentAtLevelZero) {
 }
 
 TEST_F(CsioFile, FailedDirectWriteCountsInTheLength) {
-  const csio_ptr io = make_file_buffer();
+  const CsioPtr io = make_file_buffer();
   fail_writes = true;
   EXPECT_EQ(append(io, pattern(4096)), 0);
   EXPECT_EQ(io->length, 4096u);
 }
 
 TEST_F(CsioFile, FailedFlushIsNotReported) {
-  const csio_ptr io = make_file_buffer();
+  const CsioPtr io = make_file_buffer();
   fail_writes = true;
   EXPECT_EQ(append(io, "text"), 4);
   EXPECT_EQ(csio_append(io.get(), nullptr, 0), 0);
@@ -350,7 +353,7 @@ TEST_F(CsioFile, FailedFlushIsNotReported) {
 }
 
 TEST_F(CsioFile, BytesWithoutABlockCountInTheLength) {
-  const csio_ptr io = make_file_buffer();
+  const CsioPtr io = make_file_buffer();
   host.fail_allocation = host.allocations + 2;  // after the file name
   EXPECT_EQ(append(io, "lost"), 0);
   EXPECT_EQ(io->length, 4u);
@@ -358,7 +361,7 @@ TEST_F(CsioFile, BytesWithoutABlockCountInTheLength) {
 }
 
 TEST_F(CsioFile, LengthNeverWraps) {
-  const csio_ptr io = make_file_buffer();
+  const CsioPtr io = make_file_buffer();
   append(io, "1");
   io->length = UINT32_MAX - 5;
   EXPECT_EQ(append(io, "123456"), 0);
@@ -370,7 +373,7 @@ TEST_F(CsioFile, LengthNeverWraps) {
 }
 
 TEST_F(CsioFile, FinishReleasesTheDescriptorAndKeepsTheFile) {
-  const csio_ptr io = make_file_buffer();
+  const CsioPtr io = make_file_buffer();
   append(io, "text");
   EXPECT_EQ(csio_finish(io.get()), 0);
   EXPECT_EQ(io->fd, -1);
@@ -381,7 +384,7 @@ TEST_F(CsioFile, FinishReleasesTheDescriptorAndKeepsTheFile) {
 }
 
 TEST_F(CsioFile, FinishedFileIsReopenedForReadingOnce) {
-  const csio_ptr io = make_file_buffer();
+  const CsioPtr io = make_file_buffer();
   append(io, pattern(9000));
   csio_finish(io.get());
   calls.clear();
@@ -394,7 +397,7 @@ TEST_F(CsioFile, FinishedFileIsReopenedForReadingOnce) {
 }
 
 TEST_F(CsioFile, UnfinishedFileCanBeRead) {
-  const csio_ptr io = make_file_buffer();
+  const CsioPtr io = make_file_buffer();
   append(io, "waiting");
   EXPECT_EQ(copy(io, 4), "wait");
   append(io, " more");
@@ -407,7 +410,7 @@ TEST_F(CsioFile, UnfinishedFileCanBeRead) {
 }
 
 TEST_F(CsioFile, CopyNeverReadsPastTheEnd) {
-  const csio_ptr io = make_file_buffer();
+  const CsioPtr io = make_file_buffer();
   append(io, "text");
   char untouched = '!';
   for (const uint32_t position : {4u, 5u, UINT32_MAX}) {
@@ -421,7 +424,7 @@ TEST_F(CsioFile, CopyNeverReadsPastTheEnd) {
 
 TEST_F(CsioFile, FileThatCannotBeReadAnswersMinusOne) {
   char bytes[10];
-  const csio_ptr io = make_file_buffer();
+  const CsioPtr io = make_file_buffer();
   io->length = 4;
   EXPECT_EQ(csio_copy(io.get(), bytes, 10), -1) << "without a file";
   io->length = 0;
@@ -434,7 +437,7 @@ TEST_F(CsioFile, FileThatCannotBeReadAnswersMinusOne) {
 }
 
 TEST_F(CsioFile, FileShorterThanTheLengthReadsAsFarAsItGoes) {
-  const csio_ptr io = make_file_buffer();
+  const CsioPtr io = make_file_buffer();
   append(io, "text");
   csio_finish(io.get());
   io->length = 10;
@@ -444,7 +447,7 @@ TEST_F(CsioFile, FileShorterThanTheLengthReadsAsFarAsItGoes) {
 }
 
 TEST_F(CsioFile, RewindWritesTheBlockOut) {
-  const csio_ptr io = make_file_buffer();
+  const CsioPtr io = make_file_buffer();
   append(io, "waiting");
   csio_rewind(io.get());
   EXPECT_EQ(support::read_file(io->filename), "waiting");
@@ -452,7 +455,7 @@ TEST_F(CsioFile, RewindWritesTheBlockOut) {
 
 /// Releasing once wrote what waited, which made each release a system call and let nothing be dropped.
 TEST_F(CsioFile, ReleaseOnlyClosesAndTheNextAppendWritesWhatWaits) {
-  const csio_ptr io = make_file_buffer();
+  const CsioPtr io = make_file_buffer();
   append(io, "before ");
   EXPECT_EQ(csio_releasefd(io.get()), 0);
   EXPECT_EQ(io->fd, -1);
@@ -466,7 +469,7 @@ TEST_F(CsioFile, ReleaseOnlyClosesAndTheNextAppendWritesWhatWaits) {
 }
 
 TEST_F(CsioFile, WhatWaitsAfterAReleaseIsWrittenBeforeALargeAppend) {
-  const csio_ptr io = make_file_buffer();
+  const CsioPtr io = make_file_buffer();
   append(io, "before ");
   csio_releasefd(io.get());
   EXPECT_EQ(append(io, pattern(5000)), 5000);
@@ -477,7 +480,7 @@ TEST_F(CsioFile, WhatWaitsAfterAReleaseIsWrittenBeforeALargeAppend) {
 /// A command that is given the released file by its name may have written to it.
 TEST_F(CsioFile, AppendAfterAReleaseKeepsWhatTheFileHoldsByThen) {
   for (const std::string &written : {std::string(), pattern(4096)}) {
-    const csio_ptr io = make_file_buffer();
+    const CsioPtr io = make_file_buffer();
     append(io, written);
     append(io, "waiting ");
     csio_releasefd(io.get());
@@ -492,7 +495,7 @@ TEST_F(CsioFile, FlushAfterAReleaseDropsWhatWaits) {
   void (*const flushes[])(csio *) = {[](csio *io) { csio_append(io, nullptr, 0); }, csio_rewind,
                                      [](csio *io) { csio_finish(io); }};
   for (const auto flush : flushes) {
-    const csio_ptr io = make_file_buffer();
+    const CsioPtr io = make_file_buffer();
     append(io, pattern(4096));
     append(io, "dropped");
     csio_releasefd(io.get());
@@ -508,7 +511,7 @@ TEST_F(CsioFile, FlushAfterAReleaseDropsWhatWaits) {
 }
 
 TEST_F(CsioFile, ReadingAfterAReleaseLeavesWhatWaits) {
-  const csio_ptr io = make_file_buffer();
+  const CsioPtr io = make_file_buffer();
   append(io, pattern(4096));
   append(io, "waiting");
   csio_releasefd(io.get());
@@ -520,9 +523,9 @@ TEST_F(CsioFile, ReadingAfterAReleaseLeavesWhatWaits) {
 }
 
 TEST_F(CsioFile, OwnersFileIsReadAndNotRemoved) {
-  const std::string path = folder.write("owned", "the owner's bytes");
+  const std::string path = directory.write("owned", "the owner's bytes");
   {
-    const csio_ptr io = make_csio(32768);
+    const CsioPtr io = make_csio(32768);
     csio_reset(io.get());
     io->flags = file;
     io->filename = host_strdup(path.c_str());
@@ -540,9 +543,9 @@ TEST_F(CsioFile, OwnersFileIsReadAndNotRemoved) {
 }
 
 TEST_F(CsioFile, OwnersFileIsNotEmptiedByAnAppend) {
-  const std::string path = folder.write("owned", "owned");
+  const std::string path = directory.write("owned", "owned");
   {
-    const csio_ptr io = make_file_buffer();
+    const CsioPtr io = make_file_buffer();
     io->filename = host_strdup(path.c_str());
     io->length = 5;
     EXPECT_EQ(append(io, " and more"), 9);
@@ -552,7 +555,7 @@ TEST_F(CsioFile, OwnersFileIsNotEmptiedByAnAppend) {
 }
 
 TEST_F(CsioFile, ResetRemovesTheFileAndStaysFileBacked) {
-  const csio_ptr io = make_csio(4096);
+  const CsioPtr io = make_csio(4096);
   append(io, pattern(5000));
   csio_finish(io.get());
   copy(io, 10);
@@ -575,7 +578,7 @@ TEST_F(CsioFile, ResetRemovesTheFileAndStaysFileBacked) {
 }
 
 TEST_F(CsioFile, ResetDropsWhatWaits) {
-  const csio_ptr io = make_file_buffer();
+  const CsioPtr io = make_file_buffer();
   append(io, "waiting");
   csio_reset(io.get());
   EXPECT_EQ(io->wbuf_len, 0);
@@ -585,7 +588,7 @@ TEST_F(CsioFile, ResetDropsWhatWaits) {
 
 TEST_F(CsioFile, ConvertMovesTheBytes) {
   for (const size_t size : {1, 4095, 4096, 20000}) {
-    const csio_ptr io = make_csio();
+    const CsioPtr io = make_csio();
     append(io, pattern(size));
     EXPECT_EQ(csio_convert2file(io.get()), 0);
     EXPECT_EQ(io->flags, file);
@@ -600,7 +603,7 @@ TEST_F(CsioFile, ConvertMovesTheBytes) {
 }
 
 TEST_F(CsioFile, ConvertOfAnEmptyBufferWaitsForBytes) {
-  const csio_ptr io = make_csio();
+  const CsioPtr io = make_csio();
   EXPECT_EQ(csio_convert2file(io.get()), 0);
   EXPECT_EQ(io->flags, file);
   EXPECT_EQ(io->filename, nullptr);
@@ -609,7 +612,7 @@ TEST_F(CsioFile, ConvertOfAnEmptyBufferWaitsForBytes) {
 }
 
 TEST_F(CsioFile, ConvertKeepsABufferFinished) {
-  const csio_ptr io = make_csio();
+  const CsioPtr io = make_csio();
   append(io, "text");
   csio_finish(io.get());
   EXPECT_EQ(csio_convert2file(io.get()), 0);
@@ -620,7 +623,7 @@ TEST_F(CsioFile, ConvertKeepsABufferFinished) {
 }
 
 TEST_F(CsioFile, ConvertKeepsThePosition) {
-  const csio_ptr io = make_csio();
+  const CsioPtr io = make_csio();
   append(io, "abcdef");
   copy(io, 2);
   csio_convert2file(io.get());
@@ -628,14 +631,14 @@ TEST_F(CsioFile, ConvertKeepsThePosition) {
 }
 
 TEST_F(CsioFile, ConvertOfAFileDoesNothing) {
-  const csio_ptr io = make_file_buffer();
+  const CsioPtr io = make_file_buffer();
   append(io, "text");
   EXPECT_EQ(csio_convert2file(io.get()), 0);
   EXPECT_EQ(io->wbuf_len, 4);
 }
 
 TEST_F(CsioFile, ConvertWithoutATemporaryNameLosesTheBytes) {
-  const csio_ptr io = make_csio();
+  const CsioPtr io = make_csio();
   append(io, "lost");
   table.stat = failing_stat;
   qxapi_bind(&table);
@@ -651,7 +654,7 @@ TEST_F(CsioFile, ConvertWithoutATemporaryNameLosesTheBytes) {
 
 // The name is kept, so that the next bytes may find the file again: it does not tell that there was one.
 TEST_F(CsioFile, ConvertToAFileThatCannotBeOpenedLosesTheBytes) {
-  const csio_ptr io = make_csio();
+  const CsioPtr io = make_csio();
   append(io, "lost");
   table.open_write = refusing_open_write;
   qxapi_bind(&table);
@@ -666,7 +669,7 @@ TEST_F(CsioFile, ConvertToAFileThatCannotBeOpenedLosesTheBytes) {
 }
 
 TEST_F(CsioFile, StreamPastTheCeilingWithoutATemporaryNameIsLost) {
-  const csio_ptr io = make_csio(8192);
+  const CsioPtr io = make_csio(8192);
   append(io, pattern(5000));
   table.stat = failing_stat;
   qxapi_bind(&table);
@@ -681,7 +684,7 @@ TEST_F(CsioFile, StreamPastTheCeilingWithoutATemporaryNameIsLost) {
 }
 
 TEST_F(CsioFile, ConvertOfBytesLostToMemoryLeavesAnEmptyFile) {
-  const csio_ptr io = make_csio();
+  const CsioPtr io = make_csio();
   host.fail_allocation = host.allocations + 1;
   append(io, "lost");
   EXPECT_EQ(csio_convert2file(io.get()), 0);
@@ -692,7 +695,7 @@ TEST_F(CsioFile, ConvertOfBytesLostToMemoryLeavesAnEmptyFile) {
 
 TEST_F(CsioFile, DuplicateKeepsTheMemory) {
   for (const size_t size : {1, 4095, 4096, 20000}) {
-    const csio_ptr io = make_csio();
+    const CsioPtr io = make_csio();
     append(io, pattern(size));
     EXPECT_EQ(csio_dup2file(io.get()), 0);
     EXPECT_EQ(io->flags, both);
@@ -706,7 +709,7 @@ TEST_F(CsioFile, DuplicateKeepsTheMemory) {
 }
 
 TEST_F(CsioFile, DuplicateOfAFinishedBuffer) {
-  const csio_ptr io = make_csio();
+  const CsioPtr io = make_csio();
   append(io, "text");
   csio_finish(io.get());
   EXPECT_EQ(csio_dup2file(io.get()), 0);
@@ -715,7 +718,7 @@ TEST_F(CsioFile, DuplicateOfAFinishedBuffer) {
 }
 
 TEST_F(CsioFile, DuplicateOfAnEmptyBufferHasNoFile) {
-  const csio_ptr io = make_csio();
+  const CsioPtr io = make_csio();
   EXPECT_EQ(csio_dup2file(io.get()), 0);
   EXPECT_EQ(io->flags, both);
   EXPECT_EQ(io->filename, nullptr);
@@ -723,20 +726,20 @@ TEST_F(CsioFile, DuplicateOfAnEmptyBufferHasNoFile) {
 }
 
 TEST_F(CsioFile, DuplicateAnswersTheFlagsOfABufferWithAFile) {
-  const csio_ptr io = make_csio();
+  const CsioPtr io = make_csio();
   append(io, "text");
   csio_dup2file(io.get());
   EXPECT_EQ(csio_dup2file(io.get()), 0x11);
   EXPECT_EQ(csio_convert2file(io.get()), 0);
   EXPECT_EQ(io->flags, both);
-  const csio_ptr in_file = make_file_buffer();
+  const CsioPtr in_file = make_file_buffer();
   append(in_file, "text");
   EXPECT_EQ(csio_dup2file(in_file.get()), 0x10);
   EXPECT_EQ(in_file->finished, 0);
 }
 
 TEST_F(CsioFile, DuplicateWithoutATemporaryNameKeepsTheMemory) {
-  const csio_ptr io = make_csio();
+  const CsioPtr io = make_csio();
   append(io, "text");
   table.stat = failing_stat;
   qxapi_bind(&table);
@@ -748,7 +751,7 @@ TEST_F(CsioFile, DuplicateWithoutATemporaryNameKeepsTheMemory) {
 }
 
 TEST_F(CsioFile, DuplicateInAFileThatCannotBeOpenedKeepsTheMemory) {
-  const csio_ptr io = make_csio();
+  const CsioPtr io = make_csio();
   append(io, "text");
   table.open_write = refusing_open_write;
   qxapi_bind(&table);
@@ -760,7 +763,7 @@ TEST_F(CsioFile, DuplicateInAFileThatCannotBeOpenedKeepsTheMemory) {
 }
 
 TEST_F(CsioFile, ReleaseAfterADuplicateKeepsTheFile) {
-  const csio_ptr io = make_csio();
+  const CsioPtr io = make_csio();
   append(io, "text");
   csio_dup2file(io.get());
   EXPECT_EQ(csio_releasefd(io.get()), 0);
@@ -769,7 +772,7 @@ TEST_F(CsioFile, ReleaseAfterADuplicateKeepsTheFile) {
 }
 
 TEST_F(CsioFile, ResetAfterADuplicateGrowsInMemoryPastTheCeiling) {
-  const csio_ptr io = make_csio(8192);
+  const CsioPtr io = make_csio(8192);
   append(io, "text");
   csio_dup2file(io.get());
   const std::string first = io->filename;
@@ -788,7 +791,7 @@ TEST_F(CsioFile, BehavesAsAStringWhateverTheCeiling) {
   for (const uint32_t ceiling : {0u, 1u, 5000u, 32768u}) {
     std::mt19937 random(ceiling);
     const auto up_to = [&](uint32_t most) { return static_cast<uint32_t>(random() % (most + 1)); };
-    const csio_ptr io = make_csio(ceiling);
+    const CsioPtr io = make_csio(ceiling);
     std::string model;
     size_t position = 0;
     for (int step = 0; step < 2000; ++step) {

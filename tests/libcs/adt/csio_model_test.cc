@@ -1,9 +1,6 @@
+// SPDX-License-Identifier: MIT
 /// CSIO buffers under random operations: whatever comes after whatever, the record, the file and the answers are those
 /// of a model that keeps memory and file as strings.
-#include <libcs/adt.h>
-
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
@@ -11,11 +8,16 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+#include <libcs/adt.h>
+
 #include "libcs/guard.h"
 #include "support/diagnostics.h"
 #include "support/environment.h"
 #include "support/memory_host.h"
 #include "support/model.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -27,7 +29,7 @@ constexpr size_t block_size = 4096;
 enum class Kind { append, flush, finish, rewind, copy, convert, duplicate, release, increase, reset, own_file };
 
 /// What fails while an operation is at work.
-enum class Fault { none, first_allocation, second_allocation, write, read, open, folder };
+enum class Fault { none, first_allocation, second_allocation, write, read, open, directory };
 
 struct Operation {
   Kind kind = Kind::flush;
@@ -44,7 +46,7 @@ struct Operation {
                                        " while writes fail",
                                        " while reads fail",
                                        " while files cannot be opened",
-                                       " without a folder"};
+                                       " without a directory"};
   const bool has_count =
       operation.kind == Kind::append || operation.kind == Kind::copy || operation.kind == Kind::increase;
   out << names[static_cast<size_t>(operation.kind)];
@@ -89,7 +91,7 @@ rc::Gen<Operation> operations() {
                                                        {1, Fault::write},
                                                        {1, Fault::read},
                                                        {1, Fault::open},
-                                                       {1, Fault::folder}});
+                                                       {1, Fault::directory}});
   return rc::gen::build<Operation>(rc::gen::set(&Operation::kind, kinds), rc::gen::set(&Operation::count, sizes()),
                                    rc::gen::set(&Operation::fault, faults));
 }
@@ -264,8 +266,8 @@ class Model {
     append(std::string(memory));
   }
   bool make_name() {
-    if (fault_ == Fault::folder) log += "ERROR: Cannot find temporary filename?\n";
-    if (fault_ == Fault::folder || !allocate()) {
+    if (fault_ == Fault::directory) log += "ERROR: Cannot find temporary filename?\n";
+    if (fault_ == Fault::directory || !allocate()) {
       log += "ERROR: csio_append: Cannot set temporary file?\n";
       return false;
     }
@@ -315,7 +317,7 @@ class Model {
   long allocations_ = 0;
 };
 
-bool fail_writes = false, fail_reads = false, fail_opens = false, fail_folder = false;
+bool fail_writes = false, fail_reads = false, fail_opens = false, fail_directory = false;
 
 int failing_write(host_fd fd, const void *bytes, int32_t n) {
   return fail_writes ? 0 : qxapi_posix_host()->write(fd, bytes, n);
@@ -329,7 +331,7 @@ host_fd failing_open(const char *path) {
   return fail_opens ? -1 : (qxapi_posix_host()->*open)(path);
 }
 int failing_stat(const char *path, struct stat *status) {
-  return fail_folder ? -1 : qxapi_posix_host()->stat(path, status);
+  return fail_directory ? -1 : qxapi_posix_host()->stat(path, status);
 }
 
 /// One buffer and its model.
@@ -350,11 +352,11 @@ class Case {
   /// ends with what is compared once.
   void end() {
     std::string written = log_.text();
-    const std::string temporary = folder_.path("csio");
+    const std::string temporary = directory_.path("csio");
     for (size_t at = 0; (at = written.find(temporary)) != std::string::npos;)
       written.replace(at, temporary.size() + 32, Model::temporary);
-    for (size_t at = 0; (at = written.find(folder_.path(Model::own))) != std::string::npos;)
-      written.replace(at, folder_.path(Model::own).size(), Model::own);
+    for (size_t at = 0; (at = written.find(directory_.path(Model::own))) != std::string::npos;)
+      written.replace(at, directory_.path(Model::own).size(), Model::own);
     same("log", written, model_.log);
     io_.reset();
     model_.reset();
@@ -371,7 +373,7 @@ class Case {
     fail_writes = fault == Fault::write;
     fail_reads = fault == Fault::read;
     fail_opens = fault == Fault::open;
-    fail_folder = fault == Fault::folder;
+    fail_directory = fault == Fault::directory;
   }
 
   void perform(const Operation &operation) {
@@ -436,7 +438,7 @@ class Case {
   void set_own_file() {
     if (io_->flags != CSIO_FILE || io_->filename != nullptr) return;
     set_faults(Fault::none);
-    io_->filename = host_strdup(folder_.path(Model::own).c_str());
+    io_->filename = host_strdup(directory_.path(Model::own).c_str());
     model_.file = Model::own;
   }
 
@@ -471,7 +473,7 @@ class Case {
 
   void compare_files() {
     size_t count = 0;
-    for (const auto &entry : std::filesystem::directory_iterator(folder_.path())) {
+    for (const auto &entry : std::filesystem::directory_iterator(directory_.path())) {
       const std::string name = entry.path().filename() == Model::own ? Model::own : Model::temporary;
       same("is there a file", model_.files.contains(name), true);
       same_bytes("file", support::read_file(entry.path()), model_.files[name]);
@@ -481,13 +483,13 @@ class Case {
   }
 
   support::Diagnostics log_;
-  support::TemporaryFolder folder_;
-  std::string folder_path_ = folder_.path();
-  support::Environment environment_{"TMPDIR", folder_path_.c_str()};
+  support::TemporaryDirectory directory_;
+  std::string directory_path_ = directory_.path();
+  support::Environment environment_{"TMPDIR", directory_path_.c_str()};
   long blocks_before_ = support::host_record().live_blocks;
   size_t offered_ = 0;
   Model model_;
-  csio_ptr io_;
+  CsioPtr io_;
 };
 
 class CsioModel : public support::HostTest {

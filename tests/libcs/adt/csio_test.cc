@@ -1,14 +1,16 @@
-#include <libcs/adt.h>
-#include <libcs/log.h>
-
-#include <gtest/gtest.h>
-
+// SPDX-License-Identifier: MIT
 #include <climits>
 #include <string>
+
+#include <gtest/gtest.h>
+#include <libcs/adt.h>
+#include <libcs/log.h>
 
 #include "libcs/guard.h"
 #include "support/diagnostics.h"
 #include "support/memory_host.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -18,14 +20,14 @@ std::string pattern(size_t size) {
   return bytes;
 }
 
-int append(const csio_ptr &io, const std::string &bytes) {
+int append(const CsioPtr &io, const std::string &bytes) {
   return csio_append(io.get(), bytes.data(), static_cast<int32_t>(bytes.size()));
 }
 
-std::string contents(const csio_ptr &io) { return {reinterpret_cast<const char *>(io->data), io->length}; }
+std::string contents(const CsioPtr &io) { return {reinterpret_cast<const char *>(io->data), io->length}; }
 
 /// copy returns up to `n` bytes from the read position.
-std::string copy(const csio_ptr &io, int32_t n) {
+std::string copy(const CsioPtr &io, int32_t n) {
   std::string bytes(static_cast<size_t>(n), '?');
   const int32_t count = csio_copy(io.get(), bytes.data(), n);
   bytes.resize(static_cast<size_t>(std::max(count, 0)));
@@ -41,7 +43,7 @@ class Csio : public support::HostTest {
 TEST_F(Csio, CreatedEmptyInMemory) {
   csio *out = nullptr;
   csio *const created = csio_create(&out);
-  const csio_ptr io(created);
+  const CsioPtr io(created);
   EXPECT_EQ(out, created);
   EXPECT_EQ(io->flags, 0x01u);
   EXPECT_EQ(io->data, nullptr);
@@ -66,7 +68,7 @@ TEST_F(Csio, CreateWithoutMemoryAnswersNull) {
 }
 
 TEST_F(Csio, AppendsOneAfterTheOther) {
-  const csio_ptr io = make_csio();
+  const CsioPtr io = make_csio();
   const std::string binary("two\0\xFF", 5);
   EXPECT_EQ(append(io, "one"), 3);
   EXPECT_EQ(append(io, binary), 5);
@@ -75,7 +77,7 @@ TEST_F(Csio, AppendsOneAfterTheOther) {
 }
 
 TEST_F(Csio, AppendCopiesTheBytes) {
-  const csio_ptr io = make_csio();
+  const CsioPtr io = make_csio();
   std::string bytes = "before";
   append(io, bytes);
   bytes = "after!";
@@ -83,14 +85,14 @@ TEST_F(Csio, AppendCopiesTheBytes) {
 }
 
 TEST_F(Csio, CountsBelowOneChangeNothing) {
-  const csio_ptr io = make_csio();
+  const CsioPtr io = make_csio();
   append(io, "text");
   for (const int32_t count : {0, -1, INT_MIN}) EXPECT_EQ(csio_append(io.get(), "bytes", count), 0);
   EXPECT_EQ(contents(io), "text");
 }
 
 TEST_F(Csio, NullBytesChangeNothingInMemory) {
-  const csio_ptr io = make_csio();
+  const CsioPtr io = make_csio();
   append(io, "text");
   EXPECT_EQ(csio_append(io.get(), nullptr, 0), 0);
   EXPECT_EQ(csio_append(io.get(), nullptr, 10), 0);
@@ -98,7 +100,7 @@ TEST_F(Csio, NullBytesChangeNothingInMemory) {
 }
 
 TEST_F(Csio, GrowsOnlyWhenTheBytesAndTheNulDoNotFit) {
-  const csio_ptr io = make_csio();
+  const CsioPtr io = make_csio();
   append(io, "x");
   EXPECT_EQ(io->capacity, 4096u);
   append(io, pattern(4094));
@@ -112,7 +114,7 @@ TEST_F(Csio, GrowsOnlyWhenTheBytesAndTheNulDoNotFit) {
 }
 
 TEST_F(Csio, GrowsByWhatIsNeededWhenThatIsMore) {
-  const csio_ptr io = make_csio();
+  const CsioPtr io = make_csio();
   append(io, pattern(10000));
   EXPECT_EQ(io->capacity, 10001u);
   append(io, pattern(5000));
@@ -121,14 +123,14 @@ TEST_F(Csio, GrowsByWhatIsNeededWhenThatIsMore) {
 }
 
 TEST_F(Csio, GrowsByTheOwnersIncrement) {
-  const csio_ptr io = make_csio();
+  const CsioPtr io = make_csio();
   io->increment = 10;
   append(io, "123");
   EXPECT_EQ(io->capacity, 10u);
 }
 
 TEST_F(Csio, IncreaseMakesRoomAhead) {
-  const csio_ptr io = make_csio();
+  const CsioPtr io = make_csio();
   csio_increase(io.get(), 5000);
   EXPECT_EQ(io->capacity, 5000u);
   ASSERT_NE(io->data, nullptr);
@@ -141,7 +143,7 @@ TEST_F(Csio, IncreaseMakesRoomAhead) {
 }
 
 TEST_F(Csio, IncreaseByNothingAllocatesNothing) {
-  const csio_ptr io = make_csio();
+  const CsioPtr io = make_csio();
   io->increment = 0;
   for (int i = 0; i < 2; ++i) csio_increase(io.get(), 0);
   EXPECT_EQ(io->capacity, 0u);
@@ -152,7 +154,7 @@ TEST_F(Csio, IncreaseByNothingAllocatesNothing) {
 }
 
 TEST_F(Csio, IncreaseDoesNotWrap) {
-  const csio_ptr io = make_csio();
+  const CsioPtr io = make_csio();
   io->capacity = UINT32_MAX - 10;
   host.fail_allocation = host.allocations + 1;
   csio_increase(io.get(), 1);
@@ -160,7 +162,7 @@ TEST_F(Csio, IncreaseDoesNotWrap) {
 }
 
 TEST_F(Csio, BytesWithoutMemoryAreDroppedButCounted) {
-  const csio_ptr io = make_csio();
+  const CsioPtr io = make_csio();
   host.fail_allocation = host.allocations + 1;
   EXPECT_EQ(append(io, "lost"), 0);
   EXPECT_EQ(io->length, 4u);
@@ -173,7 +175,7 @@ TEST_F(Csio, BytesWithoutMemoryAreDroppedButCounted) {
 }
 
 TEST_F(Csio, LostBytesReadAsNulsWhenThereIsMemoryAgain) {
-  const csio_ptr io = make_csio();
+  const CsioPtr io = make_csio();
   append(io, "before");
   host.fail_allocation = host.allocations + 1;
   EXPECT_EQ(append(io, pattern(5000)), 0);
@@ -186,7 +188,7 @@ TEST_F(Csio, LostBytesReadAsNulsWhenThereIsMemoryAgain) {
 }
 
 TEST_F(Csio, LengthNeverWraps) {
-  const csio_ptr io = make_csio();
+  const CsioPtr io = make_csio();
   io->length = UINT32_MAX - 5;
   EXPECT_EQ(append(io, "12345"), 0);
   EXPECT_EQ(append(io, std::string(100, 'x')), 0);
@@ -203,7 +205,7 @@ TEST_F(Csio, LengthNeverWraps) {
 }
 
 TEST_F(Csio, FinishClosesForWriting) {
-  const csio_ptr io = make_csio();
+  const CsioPtr io = make_csio();
   append(io, "text");
   EXPECT_EQ(csio_finish(io.get()), 0);
   EXPECT_EQ(csio_finish(io.get()), 0);
@@ -218,7 +220,7 @@ TEST_F(Csio, FinishClosesForWriting) {
 }
 
 TEST_F(Csio, WritingToAFinishedBufferIsSilentAtLevelZero) {
-  const csio_ptr io = make_csio();
+  const CsioPtr io = make_csio();
   csio_finish(io.get());
   cslog_set_level(0);
   EXPECT_EQ(append(io, "more"), 0);
@@ -226,7 +228,7 @@ TEST_F(Csio, WritingToAFinishedBufferIsSilentAtLevelZero) {
 }
 
 TEST_F(Csio, CopyReadsOnFromThePosition) {
-  const csio_ptr io = make_csio();
+  const CsioPtr io = make_csio();
   append(io, "abcdefgh");
   EXPECT_EQ(copy(io, 3), "abc");
   EXPECT_EQ(io->position, 3u);
@@ -239,14 +241,14 @@ TEST_F(Csio, CopyReadsOnFromThePosition) {
 }
 
 TEST_F(Csio, CopyReadsAFinishedBuffer) {
-  const csio_ptr io = make_csio();
+  const CsioPtr io = make_csio();
   append(io, "text");
   csio_finish(io.get());
   EXPECT_EQ(copy(io, 10), "text");
 }
 
 TEST_F(Csio, CopyNeverReadsPastTheEnd) {
-  const csio_ptr io = make_csio();
+  const CsioPtr io = make_csio();
   EXPECT_EQ(copy(io, 10), "");
   append(io, "text");
   char untouched = '!';
@@ -262,7 +264,7 @@ TEST_F(Csio, CopyNeverReadsPastTheEnd) {
 }
 
 TEST_F(Csio, RewindReadsAgain) {
-  const csio_ptr io = make_csio();
+  const CsioPtr io = make_csio();
   append(io, "text");
   copy(io, 10);
   csio_rewind(io.get());
@@ -275,7 +277,7 @@ TEST_F(Csio, RewindReadsAgain) {
 }
 
 TEST_F(Csio, ResetEmptiesAndOpens) {
-  const csio_ptr io = make_csio(9000);
+  const CsioPtr io = make_csio(9000);
   io->increment = 100;
   append(io, "text");
   copy(io, 2);
@@ -300,7 +302,7 @@ TEST_F(Csio, ResetAndDestroyIgnoreNull) {
 }
 
 TEST_F(Csio, ReleasingTheDescriptorOfMemoryDoesNothing) {
-  const csio_ptr io = make_csio();
+  const CsioPtr io = make_csio();
   append(io, "text");
   EXPECT_EQ(csio_releasefd(io.get()), 0);
   EXPECT_EQ(append(io, " goes on"), 8);
@@ -308,7 +310,7 @@ TEST_F(Csio, ReleasingTheDescriptorOfMemoryDoesNothing) {
 }
 
 TEST_F(Csio, StaysInMemoryUpToItsCeiling) {
-  const csio_ptr io = make_csio(8192);
+  const CsioPtr io = make_csio(8192);
   append(io, pattern(8191));
   EXPECT_EQ(io->flags, 0x01u);
   EXPECT_EQ(io->capacity, 8192u);
@@ -316,7 +318,7 @@ TEST_F(Csio, StaysInMemoryUpToItsCeiling) {
 }
 
 TEST_F(Csio, BufferWithoutBackingHoldsNothing) {
-  const csio_ptr io = make_csio();
+  const CsioPtr io = make_csio();
   io->flags = 0;
   EXPECT_EQ(append(io, "text"), 0);
   EXPECT_EQ(io->length, 0u);

@@ -1,18 +1,20 @@
+// SPDX-License-Identifier: MIT
 /// Hash tables under random operations, compared with an array of deques. Items may be inserted under keys that they do
 /// not match, and callbacks change while there are items.
-#include <libcs/adt.h>
-
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <deque>
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+#include <libcs/adt.h>
+
 #include "support/diagnostics.h"
 #include "support/memory_host.h"
 #include "support/model.h"
 #include "tracked_items.h"
+
+using namespace rdm;
 
 namespace {
 

@@ -1,14 +1,16 @@
-#include <libcs/adt.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
+// SPDX-License-Identifier: MIT
 #include <set>
 #include <string>
 #include <vector>
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <libcs/adt.h>
+
 #include "libcs/guard.h"
 #include "support/memory_host.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -26,19 +28,19 @@ int match_everything(const void *, const void *) { return 0; }
 /// The first letter of the key, so that tests choose buckets.
 uint32_t hash_letter(const void *key) { return static_cast<uint32_t>(*static_cast<const char *>(key) - 'a'); }
 
-hashtable_ptr make_table(int32_t nbuckets) {
+HashTablePtr make_table(int32_t nbuckets) {
   cshashtable *table = nullptr;
   EXPECT_EQ(cshashtable_create(nbuckets, &table), 0u);
-  return hashtable_ptr(table);
+  return HashTablePtr(table);
 }
 
-hashtable_ptr make_letter_table() {
-  hashtable_ptr table = make_table(3);
+HashTablePtr make_letter_table() {
+  HashTablePtr table = make_table(3);
   cshashtable_set_hash(table.get(), hash_letter);
   return table;
 }
 
-void insert(const hashtable_ptr &table, std::initializer_list<const char *> items) {
+void insert(const HashTablePtr &table, std::initializer_list<const char *> items) {
   for (const char *item : items) EXPECT_EQ(cshashtable_insert(table.get(), item, item), 0u);
 }
 
@@ -52,7 +54,7 @@ class HashTable : public support::HostTest {
 TEST_F(HashTable, BucketCountBelowOneMeansSeven) {
   const std::pair<int32_t, int32_t> cases[] = {{0, 7}, {-5, 7}, {INT32_MIN, 7}, {1, 1}, {2, 2}, {1000, 1000}};
   for (const auto &[asked, given] : cases) {
-    const hashtable_ptr table = make_table(asked);
+    const HashTablePtr table = make_table(asked);
     EXPECT_EQ(table->nbuckets, given);
     EXPECT_EQ(table->count, 0);
     for (int32_t i = 0; i < given; ++i) ASSERT_NE(table->buckets[i], nullptr);
@@ -60,7 +62,7 @@ TEST_F(HashTable, BucketCountBelowOneMeansSeven) {
 }
 
 TEST_F(HashTable, CreatedWithStringCallbacksInAllBuckets) {
-  const hashtable_ptr table = make_table(3);
+  const HashTablePtr table = make_table(3);
   EXPECT_EQ(table->hash, cshashtable_hf_default);
   EXPECT_EQ(table->free, free);
   EXPECT_EQ(table->compare("a", "a"), 0);
@@ -85,7 +87,7 @@ TEST_F(HashTable, CreateWithoutMemoryAnswersOneAndNull) {
 
 TEST_F(HashTable, MissingBucketRefusesItemsAndFindsNone) {
   host.fail_allocation = host.allocations + 4;  // record, array, bucket 0, bucket 1
-  const hashtable_ptr table = make_letter_table();
+  const HashTablePtr table = make_letter_table();
   ASSERT_EQ(table->buckets[1], nullptr);
   EXPECT_EQ(cshashtable_insert(table.get(), "b", "b"), 1u);
   EXPECT_EQ(cshashtable_find(table.get(), "b"), nullptr);
@@ -113,7 +115,7 @@ TEST_F(HashTable, NullTableIsRefused) {
 }
 
 TEST_F(HashTable, NullCallbacksAreRefused) {
-  const hashtable_ptr table = make_table(1);
+  const HashTablePtr table = make_table(1);
   EXPECT_EQ(cshashtable_set_hash(table.get(), nullptr), 1u);
   EXPECT_EQ(cshashtable_set_copy(table.get(), nullptr), 1u);
   EXPECT_EQ(cshashtable_set_compare(table.get(), nullptr), 1u);
@@ -123,7 +125,7 @@ TEST_F(HashTable, NullCallbacksAreRefused) {
 }
 
 TEST_F(HashTable, SettersReachEveryBucket) {
-  const hashtable_ptr table = make_table(3);
+  const HashTablePtr table = make_table(3);
   EXPECT_EQ(cshashtable_set_hash(table.get(), hash_letter), 0u);
   EXPECT_EQ(cshashtable_set_copy(table.get(), copy_nothing), 0u);
   EXPECT_EQ(cshashtable_set_compare(table.get(), match_everything), 0u);
@@ -140,7 +142,7 @@ TEST_F(HashTable, SettersReachEveryBucket) {
 }
 
 TEST_F(HashTable, ItemsAreStoredInTheBucketOfTheirKey) {
-  const hashtable_ptr table = make_letter_table();
+  const HashTablePtr table = make_letter_table();
   insert(table, {"a", "b", "c", "d"});
   EXPECT_EQ(table->count, 4);
   EXPECT_STREQ(text(table->buckets[0]->head->data), "a");
@@ -150,7 +152,7 @@ TEST_F(HashTable, ItemsAreStoredInTheBucketOfTheirKey) {
 }
 
 TEST_F(HashTable, BucketIndexIsUnsigned) {
-  const hashtable_ptr table = make_table(3);
+  const HashTablePtr table = make_table(3);
   cshashtable_set_hash(table.get(), [](const void *) -> uint32_t { return 0xFFFFFFFFu; });
   insert(table, {"a"});
   EXPECT_EQ(table->buckets[0xFFFFFFFFu % 3]->count, 1);
@@ -158,7 +160,7 @@ TEST_F(HashTable, BucketIndexIsUnsigned) {
 }
 
 TEST_F(HashTable, EqualKeysAreKeptAndTheFirstInsertedIsFound) {
-  const hashtable_ptr table = make_table(7);
+  const HashTablePtr table = make_table(7);
   cshashtable_set_compare(table.get(), [](const void *item, const void *key) { return *text(item) - *text(key); });
   EXPECT_EQ(cshashtable_insert(table.get(), "k", "k first"), 0u);
   EXPECT_EQ(cshashtable_insert(table.get(), "k", "k second"), 0u);
@@ -173,13 +175,13 @@ TEST_F(HashTable, EqualKeysAreKeptAndTheFirstInsertedIsFound) {
 }
 
 TEST_F(HashTable, InsertRefusesNullItems) {
-  const hashtable_ptr table = make_table(7);
+  const HashTablePtr table = make_table(7);
   EXPECT_EQ(cshashtable_insert(table.get(), "key", nullptr), 1u);
   EXPECT_EQ(table->count, 0);
 }
 
 TEST_F(HashTable, InsertWithoutMemoryStoresNothing) {
-  const hashtable_ptr table = make_table(7);
+  const HashTablePtr table = make_table(7);
   host.fail_allocation = host.allocations + 1;
   EXPECT_EQ(cshashtable_insert(table.get(), "key", "key"), 1u);
   EXPECT_EQ(table->count, 0);
@@ -187,14 +189,14 @@ TEST_F(HashTable, InsertWithoutMemoryStoresNothing) {
 }
 
 TEST_F(HashTable, NullKeyFindsNothing) {
-  const hashtable_ptr table = make_table(7);
+  const HashTablePtr table = make_table(7);
   insert(table, {"a"});
   EXPECT_EQ(cshashtable_find(table.get(), nullptr), nullptr);
   EXPECT_EQ(cshashtable_delete(table.get(), nullptr), 1u);
 }
 
 TEST_F(HashTable, FindByHashValueSearchesItsBucketOnly) {
-  const hashtable_ptr table = make_letter_table();
+  const HashTablePtr table = make_letter_table();
   insert(table, {"b"});
   EXPECT_STREQ(text(cshashtable_findhv(table.get(), "b", 1)), "b");
   EXPECT_STREQ(text(cshashtable_findhv(table.get(), "b", 4)), "b");
@@ -203,7 +205,7 @@ TEST_F(HashTable, FindByHashValueSearchesItsBucketOnly) {
 }
 
 TEST_F(HashTable, DeleteReleasesTheItem) {
-  const hashtable_ptr table = make_table(7);
+  const HashTablePtr table = make_table(7);
   cshashtable_set_free(table.get(), note_released);
   insert(table, {"a", "b"});
   EXPECT_EQ(cshashtable_delete(table.get(), "a"), 0u);
@@ -211,7 +213,7 @@ TEST_F(HashTable, DeleteReleasesTheItem) {
 }
 
 TEST_F(HashTable, FreeReleasesTheItems) {
-  hashtable_ptr table = make_letter_table();
+  HashTablePtr table = make_letter_table();
   cshashtable_set_free(table.get(), note_released);
   insert(table, {"b", "a", "d"});
   EXPECT_EQ(cshashtable_free(table.release()), 0u);
@@ -219,7 +221,7 @@ TEST_F(HashTable, FreeReleasesTheItems) {
 }
 
 TEST_F(HashTable, IterateVisitsBucketsInOrder) {
-  const hashtable_ptr table = make_letter_table();
+  const HashTablePtr table = make_letter_table();
   insert(table, {"c", "b", "e", "a", "d"});
   std::vector<std::string> seen;
   for (const void *item = cshashtable_iterate(table.get(), nullptr, nullptr); item != nullptr;
@@ -229,21 +231,21 @@ TEST_F(HashTable, IterateVisitsBucketsInOrder) {
 }
 
 TEST_F(HashTable, IterateWithoutPreviousStartsAtTheBucketOfTheKey) {
-  const hashtable_ptr table = make_letter_table();
+  const HashTablePtr table = make_letter_table();
   insert(table, {"a", "c", "d"});
   EXPECT_STREQ(text(cshashtable_iterate(table.get(), "a", nullptr)), "a");
   EXPECT_STREQ(text(cshashtable_iterate(table.get(), "b", nullptr)), "c");
 }
 
 TEST_F(HashTable, IterateWithoutKeyStartsOver) {
-  const hashtable_ptr table = make_letter_table();
+  const HashTablePtr table = make_letter_table();
   insert(table, {"a", "b"});
   const void *first = cshashtable_find(table.get(), "a");
   EXPECT_EQ(cshashtable_iterate(table.get(), nullptr, first), first);
 }
 
 TEST_F(HashTable, IterateComparesByIdentity) {
-  const hashtable_ptr table = make_letter_table();
+  const HashTablePtr table = make_letter_table();
   insert(table, {"a", "a", "b"});
   const void *first = cshashtable_iterate(table.get(), nullptr, nullptr);
   const void *second = cshashtable_iterate(table.get(), "a", first);
@@ -253,7 +255,7 @@ TEST_F(HashTable, IterateComparesByIdentity) {
 }
 
 TEST_F(HashTable, IterateAfterAnUnknownItemEnds) {
-  const hashtable_ptr table = make_letter_table();
+  const HashTablePtr table = make_letter_table();
   insert(table, {"a", "b", "c"});
   EXPECT_EQ(cshashtable_iterate(table.get(), "a", "not stored"), nullptr);
   const void *first = cshashtable_find(table.get(), "a");
@@ -261,7 +263,7 @@ TEST_F(HashTable, IterateAfterAnUnknownItemEnds) {
 }
 
 TEST_F(HashTable, IterateSkipsItemsWithoutData) {
-  const hashtable_ptr table = make_letter_table();
+  const HashTablePtr table = make_letter_table();
   cshashtable_set_copy(table.get(), copy_nothing);
   insert(table, {"a"});
   EXPECT_EQ(cshashtable_iterate(table.get(), nullptr, nullptr), nullptr);
@@ -269,7 +271,7 @@ TEST_F(HashTable, IterateSkipsItemsWithoutData) {
 }
 
 TEST_F(HashTable, IterateOverNothingEndsAtOnce) {
-  const hashtable_ptr table = make_table(7);
+  const HashTablePtr table = make_table(7);
   EXPECT_EQ(cshashtable_iterate(table.get(), nullptr, nullptr), nullptr);
 }
 
@@ -289,7 +291,7 @@ TEST_F(HashTable, DefaultHash) {
 }
 
 TEST_F(HashTable, Statistics) {
-  const hashtable_ptr table = make_table(4);
+  const HashTablePtr table = make_table(4);
   cshashtable_set_hash(table.get(), hash_letter);
   insert(table, {"a", "a", "a", "b", "d"});
   cshashtable_statistics statistics;
@@ -303,7 +305,7 @@ TEST_F(HashTable, Statistics) {
 }
 
 TEST_F(HashTable, StatisticsCopyTheCountAsItStands) {
-  const hashtable_ptr table = make_table(2);
+  const HashTablePtr table = make_table(2);
   table->count = 42;
   cshashtable_statistics statistics;
   cshashtable_stats(table.get(), &statistics);
@@ -314,7 +316,7 @@ TEST_F(HashTable, StatisticsCopyTheCountAsItStands) {
 }
 
 TEST_F(HashTable, HoldsManyItems) {
-  const hashtable_ptr table = make_table(97);
+  const HashTablePtr table = make_table(97);
   for (int i = 0; i < 5000; ++i) {
     const std::string key = "key " + std::to_string(i);
     ASSERT_EQ(cshashtable_insert(table.get(), key.c_str(), key.c_str()), 0u);

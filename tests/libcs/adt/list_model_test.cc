@@ -1,17 +1,19 @@
+// SPDX-License-Identifier: MIT
 /// Lists under random operations, compared with a deque that also knows what cslist_prepend does to the tail.
-#include <libcs/adt.h>
-
-#include <gtest/gtest.h>
-
 #include <deque>
 #include <set>
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+#include <libcs/adt.h>
+
 #include "support/diagnostics.h"
 #include "support/memory_host.h"
 #include "support/model.h"
 #include "tracked_items.h"
+
+using namespace rdm;
 
 namespace {
 

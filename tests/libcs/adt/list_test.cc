@@ -1,16 +1,18 @@
-#include <libcs/adt.h>
-#include <libcs/log.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
+// SPDX-License-Identifier: MIT
 #include <cstring>
 #include <string>
 #include <vector>
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <libcs/adt.h>
+#include <libcs/log.h>
+
 #include "libcs/guard.h"
 #include "support/diagnostics.h"
 #include "support/memory_host.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -32,15 +34,15 @@ std::vector<std::string> contents(cslist *list) {
   return visited;
 }
 
-list_ptr make_list() {
+ListPtr make_list() {
   cslist *list = nullptr;
   EXPECT_EQ(cslist_create(&list), 0u);
-  return list_ptr(list);
+  return ListPtr(list);
 }
 
 /// A list of the caller's pointers whose releases are noted.
-list_ptr make_pointer_list() {
-  list_ptr list = make_list();
+ListPtr make_pointer_list() {
+  ListPtr list = make_list();
   cslist_set_copy(list.get(), cslist_copy_nop);
   cslist_set_free(list.get(), note_released);
   return list;
@@ -57,7 +59,7 @@ class List : public support::HostTest {
 };
 
 TEST_F(List, CreatedEmptyWithStringCallbacks) {
-  const list_ptr list = make_list();
+  const ListPtr list = make_list();
   EXPECT_EQ(list->head, nullptr);
   EXPECT_EQ(list->tail, nullptr);
   EXPECT_EQ(list->count, 0);
@@ -78,7 +80,7 @@ TEST_F(List, CreateWithoutMemoryAnswersOneAndNull) {
 }
 
 TEST_F(List, SettersRefuseNull) {
-  const list_ptr list = make_list();
+  const ListPtr list = make_list();
   EXPECT_EQ(cslist_set_compare(nullptr, match_everything), 1u);
   EXPECT_EQ(cslist_set_free(nullptr, note_released), 1u);
   EXPECT_EQ(cslist_set_copy(nullptr, copy_nothing), 1u);
@@ -89,7 +91,7 @@ TEST_F(List, SettersRefuseNull) {
 }
 
 TEST_F(List, SettersInstallCallbacks) {
-  const list_ptr list = make_list();
+  const ListPtr list = make_list();
   EXPECT_EQ(cslist_set_compare(list.get(), match_everything), 0u);
   EXPECT_EQ(cslist_set_free(list.get(), note_released), 0u);
   EXPECT_EQ(cslist_set_copy(list.get(), copy_nothing), 0u);
@@ -99,7 +101,7 @@ TEST_F(List, SettersInstallCallbacks) {
 }
 
 TEST_F(List, AppendKeepsOrderAndCounts) {
-  const list_ptr list = make_list();
+  const ListPtr list = make_list();
   for (const char *item : {"one", "two", "three"}) EXPECT_EQ(cslist_append(list.get(), item), 0u);
   EXPECT_THAT(contents(list.get()), ElementsAre("one", "two", "three"));
   EXPECT_EQ(list->count, 3);
@@ -109,7 +111,7 @@ TEST_F(List, AppendKeepsOrderAndCounts) {
 }
 
 TEST_F(List, AppendStoresACopy) {
-  const list_ptr list = make_list();
+  const ListPtr list = make_list();
   char text[] = "before";
   cslist_append(list.get(), text);
   std::strcpy(text, "after!");
@@ -117,7 +119,7 @@ TEST_F(List, AppendStoresACopy) {
 }
 
 TEST_F(List, AppendAndPrependRefuseNull) {
-  const list_ptr list = make_list();
+  const ListPtr list = make_list();
   EXPECT_EQ(cslist_append(list.get(), nullptr), 1u);
   EXPECT_EQ(cslist_append(nullptr, "item"), 1u);
   EXPECT_EQ(cslist_prepend(list.get(), nullptr), 1u);
@@ -127,7 +129,7 @@ TEST_F(List, AppendAndPrependRefuseNull) {
 }
 
 TEST_F(List, AppendAndPrependWithoutMemoryStoreNothing) {
-  const list_ptr list = make_list();
+  const ListPtr list = make_list();
   host.fail_allocation = host.allocations + 1;
   EXPECT_EQ(cslist_append(list.get(), "item"), 1u);
   host.fail_allocation = host.allocations + 1;
@@ -137,9 +139,9 @@ TEST_F(List, AppendAndPrependWithoutMemoryStoreNothing) {
 }
 
 TEST_F(List, PrependReplacesTheHead) {
-  const list_ptr list = make_list();
+  const ListPtr list = make_list();
   for (const char *item : {"one", "two", "three"}) cslist_append(list.get(), item);
-  const host_ptr<cslist_node> dropped(list->head);
+  const HostPtr<cslist_node> dropped(list->head);
   EXPECT_EQ(cslist_prepend(list.get(), "new"), 0u);
   EXPECT_THAT(contents(list.get()), ElementsAre("new", "two", "three"));
   EXPECT_EQ(list->count, 4);
@@ -150,14 +152,14 @@ TEST_F(List, PrependReplacesTheHead) {
 }
 
 TEST_F(List, PrependDoesNotTouchTheTail) {
-  const list_ptr list = make_list();
+  const ListPtr list = make_list();
   cslist_prepend(list.get(), "only");
   EXPECT_EQ(list->tail, nullptr);
   EXPECT_EQ(list->head->next, nullptr);
 }
 
 TEST_F(List, AppendAfterPrependIntoEmptyListGoesBehindIt) {
-  const list_ptr list = make_list();
+  const ListPtr list = make_list();
   cslist_prepend(list.get(), "first");
   EXPECT_EQ(cslist_append(list.get(), "second"), 0u);
   EXPECT_EQ(cslist_append(list.get(), "third"), 0u);
@@ -167,13 +169,13 @@ TEST_F(List, AppendAfterPrependIntoEmptyListGoesBehindIt) {
 }
 
 TEST_F(List, AppendGoesOnAtTheTailEvenWhenPrependDroppedIt) {
-  const list_ptr list = make_list();
+  const ListPtr list = make_list();
   cslist_append(list.get(), "one");
-  const host_ptr<cslist_node> dropped(list->head);
+  const HostPtr<cslist_node> dropped(list->head);
   cslist_prepend(list.get(), "new");
   EXPECT_EQ(list->tail, dropped.get());
   EXPECT_EQ(cslist_append(list.get(), "out of reach"), 0u);
-  const host_ptr<cslist_node> appended(dropped->next);
+  const HostPtr<cslist_node> appended(dropped->next);
   EXPECT_EQ(list->tail, appended.get());
   EXPECT_THAT(contents(list.get()), ElementsAre("new"));
   EXPECT_EQ(list->count, 3);
@@ -182,7 +184,7 @@ TEST_F(List, AppendGoesOnAtTheTailEvenWhenPrependDroppedIt) {
 }
 
 TEST_F(List, BeheadGivesTheItemsAway) {
-  const list_ptr list = make_pointer_list();
+  const ListPtr list = make_pointer_list();
   char one[] = "one", two[] = "two";
   cslist_append(list.get(), one);
   cslist_append(list.get(), two);
@@ -198,7 +200,7 @@ TEST_F(List, BeheadGivesTheItemsAway) {
 }
 
 TEST_F(List, AppendGoesOnAfterTheLastItemLeft) {
-  const list_ptr list = make_list();
+  const ListPtr list = make_list();
   for (const char *item : {"a", "b", "c"}) cslist_append(list.get(), item);
   free(cslist_behead(list.get()));
   EXPECT_STREQ(static_cast<char *>(list->tail->data), "c");
@@ -215,7 +217,7 @@ TEST_F(List, AppendGoesOnAfterTheLastItemLeft) {
 }
 
 TEST_F(List, FindReturnsTheFirstMatch) {
-  const list_ptr list = make_list();
+  const ListPtr list = make_list();
   for (const char *item : {"a", "b", "b", "c"}) cslist_append(list.get(), item);
   EXPECT_EQ(cslist_find(list.get(), "b"), list->head->next->data);
   EXPECT_EQ(cslist_find(list.get(), "d"), nullptr);
@@ -225,7 +227,7 @@ TEST_F(List, FindReturnsTheFirstMatch) {
 
 TEST_F(List, FindAndDeleteCompareTheItemWithTheKey) {
   static const void *left, *right;
-  const list_ptr list = make_pointer_list();
+  const ListPtr list = make_pointer_list();
   char item[] = "item", key[] = "key";
   cslist_append(list.get(), item);
   cslist_set_compare(list.get(), [](const void *a, const void *b) {
@@ -251,7 +253,7 @@ struct DeleteCase {
 TEST_F(List, DeleteRemovesTheFirstMatch) {
   const DeleteCase cases[] = {{"a", {"b", "b", "c"}, "c"}, {"b", {"a", "b", "c"}, "c"}, {"c", {"a", "b", "b"}, "b"}};
   for (const DeleteCase &test : cases) {
-    const list_ptr list = make_list();
+    const ListPtr list = make_list();
     for (const char *item : {"a", "b", "b", "c"}) cslist_append(list.get(), item);
     EXPECT_EQ(cslist_delete(list.get(), test.key), 0u);
     EXPECT_EQ(contents(list.get()), test.left);
@@ -261,7 +263,7 @@ TEST_F(List, DeleteRemovesTheFirstMatch) {
 }
 
 TEST_F(List, DeleteReleasesTheItem) {
-  const list_ptr list = make_pointer_list();
+  const ListPtr list = make_pointer_list();
   char item[] = "item";
   cslist_append(list.get(), item);
   EXPECT_EQ(cslist_delete(list.get(), "item"), 0u);
@@ -271,7 +273,7 @@ TEST_F(List, DeleteReleasesTheItem) {
 }
 
 TEST_F(List, DeleteAnswersOneWhenThereIsNothingToDelete) {
-  const list_ptr list = make_list();
+  const ListPtr list = make_list();
   EXPECT_EQ(cslist_delete(nullptr, "a"), 1u);
   EXPECT_EQ(cslist_delete(list.get(), "a"), 1u);
   cslist_append(list.get(), "a");
@@ -281,7 +283,7 @@ TEST_F(List, DeleteAnswersOneWhenThereIsNothingToDelete) {
 }
 
 TEST_F(List, NodesWithoutDataAreSkipped) {
-  const list_ptr list = make_list();
+  const ListPtr list = make_list();
   cslist_set_copy(list.get(), copy_nothing);
   EXPECT_EQ(cslist_append(list.get(), "nothing"), 0u);
   cslist_set_copy(list.get(), cslist_copy_nop);
@@ -299,7 +301,7 @@ TEST_F(List, NodesWithoutDataAreSkipped) {
 }
 
 TEST_F(List, ApplyIgnoresNull) {
-  const list_ptr list = make_list();
+  const ListPtr list = make_list();
   cslist_append(list.get(), "item");
   cslist_apply(nullptr, visit);
   cslist_apply(list.get(), nullptr);
@@ -347,7 +349,7 @@ TEST_F(List, FreeStopsAtTheCount) {
   cslist *list = make_pointer_list().release();
   cslist_append(list, one);
   cslist_append(list, two);
-  const host_ptr<cslist_node> unreleased(list->tail);
+  const HostPtr<cslist_node> unreleased(list->tail);
   list->count = 1;
   EXPECT_EQ(cslist_do_free(list, 1), 0u);
   EXPECT_THAT(released, ElementsAre(one));
@@ -356,7 +358,7 @@ TEST_F(List, FreeStopsAtTheCount) {
 }
 
 TEST_F(List, CountWalksTheNodes) {
-  const list_ptr list = make_list();
+  const ListPtr list = make_list();
   cslist_append(list.get(), "one");
   list->count = 7;
   EXPECT_EQ(cslist_count(list.get()), 1);

@@ -1,16 +1,18 @@
+// SPDX-License-Identifier: MIT
 /// Priority queues under random operations, compared with a map of deques.
-#include <libcs/adt.h>
-
-#include <gtest/gtest.h>
-
 #include <climits>
 #include <deque>
 #include <map>
 #include <vector>
 
+#include <gtest/gtest.h>
+#include <libcs/adt.h>
+
 #include "support/diagnostics.h"
 #include "support/memory_host.h"
 #include "support/model.h"
+
+using namespace rdm;
 
 namespace {
 

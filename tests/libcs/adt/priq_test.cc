@@ -1,13 +1,15 @@
-#include <libcs/adt.h>
-
-#include <gtest/gtest.h>
-
+// SPDX-License-Identifier: MIT
 #include <climits>
 #include <vector>
+
+#include <gtest/gtest.h>
+#include <libcs/adt.h>
 
 #include "qxapi/guard.h"
 #include "support/diagnostics.h"
 #include "support/memory_host.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -89,7 +91,7 @@ TEST_F(PriorityQueue, GetOfOnePriority) {
 }
 
 TEST_F(PriorityQueue, FreeLeavesTheItemsAlone) {
-  const host_text one(host_strdup("one")), other(host_strdup("other"));
+  const HostText one(host_strdup("one")), other(host_strdup("other"));
   const long before = host.live_blocks;
   cspriq *filled = nullptr;
   ASSERT_EQ(cspriq_create(&filled), 0u);

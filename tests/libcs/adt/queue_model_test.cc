@@ -1,16 +1,18 @@
+// SPDX-License-Identifier: MIT
 /// Queues under random operations, compared with a deque.
-#include <libcs/adt.h>
-
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <deque>
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+#include <libcs/adt.h>
+
 #include "support/diagnostics.h"
 #include "support/memory_host.h"
 #include "support/model.h"
+
+using namespace rdm;
 
 namespace {
 

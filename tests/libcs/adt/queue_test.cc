@@ -1,8 +1,10 @@
+// SPDX-License-Identifier: MIT
+#include <gtest/gtest.h>
 #include <libcs/adt.h>
 
-#include <gtest/gtest.h>
-
 #include "support/memory_host.h"
+
+using namespace rdm;
 
 namespace {
 

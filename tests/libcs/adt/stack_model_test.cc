@@ -1,14 +1,16 @@
+// SPDX-License-Identifier: MIT
 /// Stacks under random operations, compared with one variable: a stack holds the latest item only.
-#include <libcs/adt.h>
-
-#include <gtest/gtest.h>
-
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
+#include <libcs/adt.h>
 
 #include "support/diagnostics.h"
 #include "support/memory_host.h"
 #include "support/model.h"
+
+using namespace rdm;
 
 namespace {
 

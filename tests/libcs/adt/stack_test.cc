@@ -1,10 +1,12 @@
-#include <libcs/adt.h>
-
+// SPDX-License-Identifier: MIT
 #include <gtest/gtest.h>
+#include <libcs/adt.h>
 
 #include "libcs/guard.h"
 #include "support/diagnostics.h"
 #include "support/memory_host.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -48,7 +50,7 @@ TEST_F(Stack, PopReturnsThePushedPointer) {
 TEST_F(Stack, HoldsTheLatestItemOnly) {
   csstack *stack = make_stack();
   csstack_push(stack, a);
-  const host_ptr<cslist_node> dropped(stack->head);
+  const HostPtr<cslist_node> dropped(stack->head);
   csstack_push(stack, b);
   EXPECT_EQ(csstack_pop(stack), b);
   EXPECT_EQ(csstack_pop(stack), nullptr);

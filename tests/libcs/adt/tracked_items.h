@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Items of lists and hash tables that tell who holds them.
 #ifndef TESTS_LIBCS_ADT_TRACKED_ITEMS_H
 #define TESTS_LIBCS_ADT_TRACKED_ITEMS_H
@@ -8,6 +9,8 @@
 #include <string>
 
 #include <libcs/adt.h>
+
+namespace rdm {
 
 /// TrackedItem is a copy that a container made. It begins with its text, so that it compares as a string.
 struct TrackedItem {
@@ -73,5 +76,7 @@ inline bool matches(const std::string &name, const std::string &key, bool by_let
 inline std::string next_label(const std::string &text) {
   return text.empty() ? "null" : text + '#' + std::to_string(tracked_items().made + 1);
 }
+
+}  // namespace rdm
 
 #endif

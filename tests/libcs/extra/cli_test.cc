@@ -1,12 +1,9 @@
+// SPDX-License-Identifier: MIT
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <libcs/cs.h>
-#include <libcs/log.h>
 
 #include <cerrno>
 #include <csignal>
@@ -15,10 +12,16 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+#include <libcs/cs.h>
+#include <libcs/log.h>
+
 #include "qxapi/guard.h"
 #include "support/diagnostics.h"
 #include "support/files.h"
 #include "support/memory_host.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -78,7 +81,7 @@ class CommandRunner : public support::HostTest {
  protected:
   CommandRunner() { calls = Calls{}; }
 
-  support::TemporaryFolder folder;
+  support::TemporaryDirectory directory;
   support::Diagnostics diagnostics;
 };
 
@@ -111,31 +114,31 @@ TEST_F(CommandRunner, ReturnsTheExitStatus) {
 }
 
 TEST_F(CommandRunner, LeavesTheLineToTheShell) {
-  const std::string out = folder.path("out");
+  const std::string out = directory.path("out");
   EXPECT_EQ(
       cs_cli_run(("printf '%s\\n' \"a  b\" 'c$d' $((1+2)) | tr a-c A-C > " + out + " && exit 4").c_str(), nullptr), 4);
   EXPECT_EQ(support::read_file(out), "A  B\nC$d\n3\n");
 }
 
 TEST_F(CommandRunner, TheShellIsCalledByItsPath) {
-  const std::string out = folder.path("out");
+  const std::string out = directory.path("out");
   EXPECT_EQ(cs_cli_run(("echo $0 $# > " + out).c_str(), nullptr), 0);
   EXPECT_EQ(support::read_file(out), "/bin/sh 0\n");
 }
 
 TEST_F(CommandRunner, RunsInTheDirectory) {
   for (const Command run : commands) {
-    EXPECT_EQ(run("pwd -P > out", folder.path().c_str()), 0);
-    EXPECT_EQ(support::read_file(folder.path("out")), folder.path() + "\n");
+    EXPECT_EQ(run("pwd -P > out", directory.path().c_str()), 0);
+    EXPECT_EQ(support::read_file(directory.path("out")), directory.path() + "\n");
   }
 }
 
 TEST_F(CommandRunner, RunsInTheCallersDirectoryWhereTheOtherCannotBeEntered) {
   char here[4096];
   ASSERT_NE(getcwd(here, sizeof here), nullptr);
-  const std::string out = folder.path("out");
-  for (const char *directory : {"/no/such/directory", "", static_cast<const char *>(nullptr)}) {
-    EXPECT_EQ(cs_cli_run(("pwd -P > " + out + "; exit 5").c_str(), directory), 5);
+  const std::string out = directory.path("out");
+  for (const char *missing : {"/no/such/directory", "", static_cast<const char *>(nullptr)}) {
+    EXPECT_EQ(cs_cli_run(("pwd -P > " + out + "; exit 5").c_str(), missing), 5);
     EXPECT_EQ(support::read_file(out), std::string(here) + "\n");
   }
 }
@@ -151,17 +154,17 @@ TEST_F(CommandRunner, TheCommandHasTheCallersStreams) {
 }
 
 TEST_F(CommandRunner, TheCommandReadsTheCallersInput) {
-  const file_guard kept(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3));
-  const file_guard input(host_open_read(folder.write("in", "typed\n").c_str()));
+  const HostFileGuard kept(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3));
+  const HostFileGuard input(host_open_read(directory.write("in", "typed\n").c_str()));
   ASSERT_EQ(dup2(input.get(), STDIN_FILENO), STDIN_FILENO);
   EXPECT_EQ(cs_cli_run("read line && test \"$line\" = typed", nullptr), 0);
   dup2(kept.get(), STDIN_FILENO);
 }
 
 TEST_F(CommandRunner, TheCommandHasNoOtherDescriptor) {
-  const file_guard file(host_open_read(folder.write("file", "").c_str()));
+  const HostFileGuard file(host_open_read(directory.write("file", "").c_str()));
   for (const int number : {50, 100, 200}) {
-    const file_guard inheritable(fcntl(file.get(), F_DUPFD, number));
+    const HostFileGuard inheritable(fcntl(file.get(), F_DUPFD, number));
     ASSERT_EQ(inheritable.get(), number);
     EXPECT_EQ(cs_cli_run(("test ! -e /proc/$$/fd/" + std::to_string(number)).c_str(), nullptr), 0) << number;
     EXPECT_NE(fcntl(number, F_GETFD), -1) << "it stays open in the caller";
@@ -206,7 +209,7 @@ TEST_F(CommandRunner, AnIgnoredSignalStaysIgnoredInTheCommand) {
 TEST_F(CommandRunner, AStatusThatCannotBeHadIsNothing) {
   // Ignored children leave no status: the wait ends when they do, with "no child".
   const Signal children(SIGCHLD, SIG_IGN);
-  const std::string out = folder.path("out");
+  const std::string out = directory.path("out");
   EXPECT_EQ(cs_cli_run(("echo done > " + out + "; exit 3").c_str(), nullptr), 0);
   EXPECT_EQ(support::read_file(out), "done\n");
   EXPECT_EQ(diagnostics.text(), "");
@@ -234,7 +237,7 @@ std::string exit_note;
 TEST_F(CommandRunner, AShellThatCannotBeStartedReturnsOne) {
   // The child ends without running what this process registered for its own end.
   parent = ::getpid();
-  exit_note = folder.path("note");
+  exit_note = directory.path("note");
   std::atexit([] {
     if (::getpid() != parent) static_cast<void>(::creat(exit_note.c_str(), 0600));
   });
@@ -266,23 +269,23 @@ class SearchPath : public support::HostTest {
 
   std::string search(const std::string &name, const std::string &value) {
     setenv(variable, value.c_str(), 1);
-    const host_text path(cs_search_path(name.c_str(), variable));
+    const HostText path(cs_search_path(name.c_str(), variable));
     EXPECT_STREQ(getenv(variable), value.c_str());
     return path ? path.get() : "(null)";
   }
 
-  support::TemporaryFolder folder;
+  support::TemporaryDirectory directory;
 };
 
 TEST_F(SearchPath, FindsTheFirstDirectoryThatHasTheName) {
-  support::TemporaryFolder other;
-  folder.write("both", "");
-  folder.write("first", "");
+  support::TemporaryDirectory other;
+  directory.write("both", "");
+  directory.write("first", "");
   other.write("both", "");
   other.write("second", "");
-  const std::string path = folder.path() + ":" + other.path();
-  EXPECT_EQ(search("both", path), folder.path("both"));
-  EXPECT_EQ(search("first", path), folder.path("first"));
+  const std::string path = directory.path() + ":" + other.path();
+  EXPECT_EQ(search("both", path), directory.path("both"));
+  EXPECT_EQ(search("first", path), directory.path("first"));
   EXPECT_EQ(search("second", path), other.path("second"));
   EXPECT_EQ(search("none", path), "none");
 }
@@ -296,28 +299,28 @@ TEST_F(SearchPath, PassesOverDirectoriesThatAreNotAndEmptyOnes) {
 }
 
 TEST_F(SearchPath, AsksOnlyWhetherThePathExists) {
-  folder.write("file", "");
-  EXPECT_EQ(search("file", folder.path()), folder.path("file"));
+  directory.write("file", "");
+  EXPECT_EQ(search("file", directory.path()), directory.path("file"));
   EXPECT_EQ(search("bin", "/usr"), "/usr/bin");
   EXPECT_EQ(search("", "/usr"), "/usr/");
   EXPECT_EQ(search("bin/sh", "/nonexistent:/usr"), "/usr/bin/sh");
-  EXPECT_EQ(search("file", folder.path() + "/"), folder.path() + "//file");
+  EXPECT_EQ(search("file", directory.path() + "/"), directory.path() + "//file");
 }
 
 TEST_F(SearchPath, WithoutTheVariableReturnsACopyOfTheName) {
   unsetenv(variable);
   const char name[] = "sh";
-  const host_text path(cs_search_path(name, variable));
+  const HostText path(cs_search_path(name, variable));
   EXPECT_STREQ(path.get(), "sh");
   EXPECT_NE(path.get(), name);
 }
 
 TEST_F(SearchPath, HasNoLimitOfLength) {
   const std::string name(300, 'n');
-  std::string directory = folder.path();
-  for (int i = 0; i < 100; ++i) directory += "/.";
-  folder.write(std::string(200, 'n'), "");
-  EXPECT_EQ(search(std::string(200, 'n'), directory), directory + "/" + std::string(200, 'n'));
+  std::string path = directory.path();
+  for (int i = 0; i < 100; ++i) path += "/.";
+  directory.write(std::string(200, 'n'), "");
+  EXPECT_EQ(search(std::string(200, 'n'), path), path + "/" + std::string(200, 'n'));
   EXPECT_EQ(search(name, std::string(20000, 'd')), name);
 }
 
@@ -327,12 +330,12 @@ TEST_F(SearchPath, ReturnsNothingWhenMemoryFails) {
   EXPECT_EQ(cs_search_path("sh", variable), nullptr);
 }
 
-// The path of the first folder could not be made, and a file of the same name in the second one was returned.
+// The path of the first directory could not be made, and a file of the same name in the second one was returned.
 TEST_F(SearchPath, FindsNothingElseInstead) {
-  const support::TemporaryFolder second;
-  folder.write("file", "");
+  const support::TemporaryDirectory second;
+  directory.write("file", "");
   second.write("file", "");
-  setenv(variable, (folder.path() + ":" + second.path()).c_str(), 1);
+  setenv(variable, (directory.path() + ":" + second.path()).c_str(), 1);
   host.fail_allocation = host.allocations + 1;
   EXPECT_EQ(cs_search_path("file", variable), nullptr);
 }

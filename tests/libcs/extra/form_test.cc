@@ -1,16 +1,18 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <libcs/cs.h>
-
+// SPDX-License-Identifier: MIT
 #include <cstring>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <libcs/cs.h>
+
 #include "qxapi/guard.h"
 #include "support/growth.h"
 #include "support/memory_host.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -32,11 +34,11 @@ class Form : public support::HostTest {
 
   int count(const char *name) {
     int entries = 0;
-    while (const param_ptr entry{host_param_find_entry(name, block.get(), 1)}) ++entries;
+    while (const ParamPtr entry{host_param_find_entry(name, block.get(), 1)}) ++entries;
     return entries;
   }
 
-  pblock_ptr block{host_param_create(7)};
+  PblockPtr block{host_param_create(7)};
 };
 
 TEST_F(Form, DecodesItsFields) {
@@ -122,7 +124,7 @@ TEST_F(Form, CountsUnnamedFields) {
 // A GET with 8,100 "&" held the service for 107 ms: each field was searched for among all before it.
 TEST_F(Form, TakesTheTimeOfItsLength) {
   const auto decode_fields = [](int count) {
-    const pblock_ptr fields(host_param_create(7));
+    const PblockPtr fields(host_param_create(7));
     std::string text(static_cast<size_t>(count) - 1, '&');
     EXPECT_EQ(pblock_form2pblock(text.data(), count - 1, fields.get()), 0);
     EXPECT_STREQ(host_param_find(std::to_string(count).c_str(), fields.get()), "");

@@ -1,13 +1,15 @@
-#include <gtest/gtest.h>
-
-#include <libcs/cs.h>
-
+// SPDX-License-Identifier: MIT
 #include <string>
 #include <utility>
 #include <vector>
 
+#include <gtest/gtest.h>
+#include <libcs/cs.h>
+
 #include "libcs/guard.h"
 #include "support/memory_host.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -24,15 +26,15 @@ std::string contents(csio *io) {
 class RdmQuery : public support::HostTest {
  protected:
   const char *convert(const Pairs &parameters, uint32_t max_memory = 0) {
-    const pblock_ptr block(host_param_create(7));
+    const PblockPtr block(host_param_create(7));
     for (const auto &[name, value] : parameters) host_param_add(name, value.c_str(), block.get());
     header = make_csio(max_memory);
     query = make_csio(max_memory);
     return pblock_pblock2rdm(block.get(), header.get(), query.get());
   }
 
-  csio_ptr header;
-  csio_ptr query;
+  CsioPtr header;
+  CsioPtr query;
 };
 
 TEST_F(RdmQuery, HasAHeaderAndAQueryObject) {
@@ -158,7 +160,7 @@ TEST_F(RdmQuery, FlushesBuffersThatMovedToAFile) {
 
 TEST_F(RdmQuery, SurvivesTheFailureOfAnyAllocation) {
   for (long refused = 1;; ++refused) {
-    const pblock_ptr block(host_param_create(7));
+    const PblockPtr block(host_param_create(7));
     for (const char *name : {"type", "csid", "scope"}) host_param_add(name, "value", block.get());
     header = make_csio();
     query = make_csio();
@@ -173,8 +175,8 @@ TEST_F(RdmQuery, SurvivesTheFailureOfAnyAllocation) {
 TEST_F(RdmQuery, IsReadBackByTheParser) {
   EXPECT_EQ(convert({{"type", "rd-request"}, {"csid", "x-catalog://h:1/n"}}), nullptr);
   const std::string text = contents(header.get());
-  soif_reader reader(text);
-  const soif_ptr object = reader.next();
+  SoifReader reader(text);
+  const SoifPtr object = reader.next();
   ASSERT_TRUE(object);
   EXPECT_STREQ(object->template_name, "RDMHEADER");
   EXPECT_STREQ(object->url, "-");

@@ -1,15 +1,17 @@
-#include <gtest/gtest.h>
-
-#include <libcs/cs.h>
-
+// SPDX-License-Identifier: MIT
 #include <climits>
 #include <cstring>
 #include <limits>
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+#include <libcs/cs.h>
+
 #include "libcs/extra/time_zone.h"
 #include "support/memory_host.h"
+
+using namespace rdm;
 
 namespace {
 

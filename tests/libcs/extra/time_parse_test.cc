@@ -1,14 +1,16 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <libcs/cs.h>
-
+// SPDX-License-Identifier: MIT
 #include <cctype>
 #include <random>
 #include <string>
 #include <vector>
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <libcs/cs.h>
+
 #include "libcs/extra/time_zone.h"
+
+using namespace rdm;
 
 namespace {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// The process's time zone as tests set it.
 #ifndef TESTS_LIBCS_EXTRA_TIME_ZONE_H
 #define TESTS_LIBCS_EXTRA_TIME_ZONE_H
@@ -7,7 +8,7 @@
 #include <optional>
 #include <string>
 
-namespace support {
+namespace rdm::support {
 
 /// Zones with and without daylight-saving time, on either side of UTC and of the whole hour.
 inline constexpr const char *time_zones[] = {"UTC0",
@@ -41,6 +42,6 @@ class TimeZone {
   std::optional<std::string> old_;
 };
 
-}  // namespace support
+}  // namespace rdm::support
 
 #endif

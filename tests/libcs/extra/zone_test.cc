@@ -1,13 +1,15 @@
+// SPDX-License-Identifier: MIT
 #include "libcs/extra/zone.h"
-
-#include <gtest/gtest.h>
-
-#include <libcs/cs.h>
 
 #include <limits>
 #include <optional>
 
+#include <gtest/gtest.h>
+#include <libcs/cs.h>
+
 #include "libcs/extra/time_zone.h"
+
+using namespace rdm;
 
 namespace {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -9,23 +10,25 @@
 #include "libcs/guard.h"
 #include "support/memory_host.h"
 
+using namespace rdm;
+
 namespace {
 
 using namespace std::string_literals;
 
 class Buffer : public support::HostTest {
  protected:
-  static soif_buffer_ptr make(int32_t size) {
+  static SoifBufferPtr make(int32_t size) {
     SOIFBuffer *buffer = nullptr;
     const char *data = soif_buffer_create(size, &buffer);
     EXPECT_EQ(data, buffer->data);
-    return soif_buffer_ptr(buffer);
+    return SoifBufferPtr(buffer);
   }
-  static std::string text(const soif_buffer_ptr &b) { return {b->data, static_cast<size_t>(b->length) + 1}; }
+  static std::string text(const SoifBufferPtr &b) { return {b->data, static_cast<size_t>(b->length) + 1}; }
 };
 
 TEST_F(Buffer, StartsEmptyWithTheSizeGiven) {
-  const soif_buffer_ptr buffer = make(4096);
+  const SoifBufferPtr buffer = make(4096);
   EXPECT_EQ(buffer->size, 4096);
   EXPECT_EQ(buffer->initial_size, 4096);
   EXPECT_EQ(buffer->length, 0);
@@ -44,7 +47,7 @@ TEST_F(Buffer, CreationReleasesEverythingWhenMemoryFails) {
 }
 
 TEST_F(Buffer, AppendingWithinTheSizeDoesNotGrow) {
-  const soif_buffer_ptr buffer = make(8);
+  const SoifBufferPtr buffer = make(8);
   const char *data = buffer->data;
   EXPECT_EQ(soif_buffer_append(buffer.get(), "abc", 3), 0);
   EXPECT_EQ(soif_buffer_append(buffer.get(), "defg", 4), 0);
@@ -55,7 +58,7 @@ TEST_F(Buffer, AppendingWithinTheSizeDoesNotGrow) {
 }
 
 TEST_F(Buffer, GrowsByExactlyWhatIsAppended) {
-  const soif_buffer_ptr buffer = make(8);
+  const SoifBufferPtr buffer = make(8);
   soif_buffer_append(buffer.get(), "abc", 3);
   EXPECT_EQ(soif_buffer_append(buffer.get(), "defgh", 5), 0);
   EXPECT_EQ(buffer->size, 13);
@@ -65,14 +68,14 @@ TEST_F(Buffer, GrowsByExactlyWhatIsAppended) {
 }
 
 TEST_F(Buffer, ASingleByteIsStoredLikeAnyOther) {
-  const soif_buffer_ptr buffer = make(1);
+  const SoifBufferPtr buffer = make(1);
   for (char c : "xy\0z"s) EXPECT_EQ(soif_buffer_append(buffer.get(), &c, 1), 0);
   EXPECT_EQ(text(buffer), "xy\0z\0"s);
   EXPECT_EQ(buffer->size, 5);
 }
 
 TEST_F(Buffer, AppendingNothingChangesNothing) {
-  const soif_buffer_ptr buffer = make(4);
+  const SoifBufferPtr buffer = make(4);
   EXPECT_EQ(soif_buffer_append(buffer.get(), "abc", 0), 0);
   EXPECT_EQ(soif_buffer_append(buffer.get(), "abc", -3), 0);
   EXPECT_EQ(soif_buffer_append(buffer.get(), nullptr, 0), 0);
@@ -82,7 +85,7 @@ TEST_F(Buffer, AppendingNothingChangesNothing) {
 
 TEST_F(Buffer, OfSizeZeroOrLessIsSafe) {
   for (int32_t size : {0, -1, INT32_MIN}) {
-    const soif_buffer_ptr buffer = make(size);
+    const SoifBufferPtr buffer = make(size);
     EXPECT_EQ(buffer->size, 0);
     EXPECT_EQ(soif_buffer_append(buffer.get(), "a", 1), 0);
     EXPECT_EQ(text(buffer), "a\0"s);
@@ -93,7 +96,7 @@ TEST_F(Buffer, OfSizeZeroOrLessIsSafe) {
 }
 
 TEST_F(Buffer, IncreasingKeepsTheText) {
-  const soif_buffer_ptr buffer = make(4);
+  const SoifBufferPtr buffer = make(4);
   soif_buffer_append(buffer.get(), "abc", 3);
   EXPECT_EQ(soif_buffer_increase(buffer.get(), 100000), buffer->data);
   EXPECT_EQ(buffer->size, 100004);
@@ -103,7 +106,7 @@ TEST_F(Buffer, IncreasingKeepsTheText) {
 }
 
 TEST_F(Buffer, IncreasingPastTheLimitOrBackwardsIsRefused) {
-  const soif_buffer_ptr buffer = make(4);
+  const SoifBufferPtr buffer = make(4);
   EXPECT_EQ(soif_buffer_increase(buffer.get(), INT32_MAX - 3), nullptr);
   EXPECT_EQ(soif_buffer_increase(buffer.get(), -1), nullptr);
   EXPECT_EQ(buffer->size, 4);
@@ -137,7 +140,7 @@ class BufferBlock : public Buffer {
 };
 
 TEST_F(BufferBlock, IsAsLargeAsTheSizeSays) {
-  const soif_buffer_ptr buffer = make(8);
+  const SoifBufferPtr buffer = make(8);
   soif_buffer_append(buffer.get(), "abcdefg", 7);
   soif_buffer_append(buffer.get(), "h", 1);
   soif_buffer_append(buffer.get(), "ijklm", 5);
@@ -146,7 +149,7 @@ TEST_F(BufferBlock, IsAsLargeAsTheSizeSays) {
 }
 
 TEST_F(BufferBlock, OfABufferCreatedWithSizeZeroHasAPlaceForTheNul) {
-  const soif_buffer_ptr buffer = make(0);
+  const SoifBufferPtr buffer = make(0);
   soif_buffer_append(buffer.get(), "abc", 3);
   soif_buffer_append(buffer.get(), "d", 1);
   EXPECT_EQ(asked, (std::vector<size_t>{sizeof(SOIFBuffer), 1, 4, 5}));
@@ -154,7 +157,7 @@ TEST_F(BufferBlock, OfABufferCreatedWithSizeZeroHasAPlaceForTheNul) {
 }
 
 TEST_F(BufferBlock, GrowsUpToTheLimit) {
-  const soif_buffer_ptr buffer = make(4);
+  const SoifBufferPtr buffer = make(4);
   recording.realloc = recording_realloc_of_nothing;
   qxapi_bind(&recording);
   EXPECT_EQ(soif_buffer_increase(buffer.get(), INT32_MAX - 4), buffer->data);
@@ -164,7 +167,7 @@ TEST_F(BufferBlock, GrowsUpToTheLimit) {
 }
 
 TEST_F(Buffer, AppendingWithoutMemoryLeavesTheTextAlone) {
-  const soif_buffer_ptr buffer = make(4);
+  const SoifBufferPtr buffer = make(4);
   soif_buffer_append(buffer.get(), "abc", 3);
   host.fail_allocation = host.allocations + 1;
   EXPECT_EQ(soif_buffer_append(buffer.get(), "de", 2), 1);

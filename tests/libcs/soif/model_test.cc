@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <cstring>
 #include <string>
 
@@ -8,6 +9,8 @@
 #include "libcs/soif/objects.h"
 #include "support/memory_host.h"
 
+using namespace rdm;
+
 namespace {
 
 using namespace std::string_literals;
@@ -17,21 +20,21 @@ using support::bytes_of;
 using support::insert;
 using support::value_of;
 
-using pair_ptr = std::unique_ptr<AVPair, deleter<avpair_free>>;
+using PairPtr = std::unique_ptr<AVPair, Deleter<avpair_free>>;
 
 class Pair : public support::HostTest {
  protected:
-  static pair_ptr make(const char *name, const char *value, int32_t vsize) {
+  static PairPtr make(const char *name, const char *value, int32_t vsize) {
     AVPair *pair = nullptr;
     EXPECT_EQ(avpair_create(name, value, vsize, &pair), 0);
-    return pair_ptr(pair);
+    return PairPtr(pair);
   }
-  static pair_ptr as_pair(void *copy) { return pair_ptr(static_cast<AVPair *>(copy)); }
+  static PairPtr as_pair(void *copy) { return PairPtr(static_cast<AVPair *>(copy)); }
 };
 
 TEST_F(Pair, CreationCopiesNameAndValueAndAddsANul) {
   char name[] = "title", value[] = {'a', '\0', 'b'};
-  const pair_ptr pair = make(name, value, 3);
+  const PairPtr pair = make(name, value, 3);
   std::memset(name, 'x', 5);
   std::memset(value, 'x', 3);
   EXPECT_STREQ(pair->attribute, "title");
@@ -41,7 +44,7 @@ TEST_F(Pair, CreationCopiesNameAndValueAndAddsANul) {
 
 TEST_F(Pair, AValueOfSizeZeroIsOneNul) {
   for (const char *value : {static_cast<const char *>(nullptr), "text"}) {
-    const pair_ptr pair = make("empty", value, 0);
+    const PairPtr pair = make("empty", value, 0);
     EXPECT_EQ(pair->vsize, 0);
     EXPECT_EQ(pair->value[0], '\0');
   }
@@ -73,8 +76,8 @@ TEST_F(Pair, CreationReleasesEverythingWhenMemoryFails) {
 }
 
 TEST_F(Pair, ACopyIsDeep) {
-  const pair_ptr pair = make("title", "Hello", 5);
-  const pair_ptr copy = as_pair(avpair_copy(pair.get()));
+  const PairPtr pair = make("title", "Hello", 5);
+  const PairPtr copy = as_pair(avpair_copy(pair.get()));
   EXPECT_NE(copy->attribute, pair->attribute);
   EXPECT_NE(copy->value, pair->value);
   EXPECT_STREQ(copy->attribute, "title");
@@ -82,16 +85,16 @@ TEST_F(Pair, ACopyIsDeep) {
 }
 
 TEST_F(Pair, CopiesDoNotShareAHolder) {
-  const pair_ptr one = make("one", "1", 1), two = make("two", "22", 2);
-  const pair_ptr copy_of_one = as_pair(avpair_copy(one.get()));
-  const pair_ptr copy_of_two = as_pair(avpair_copy(two.get()));
+  const PairPtr one = make("one", "1", 1), two = make("two", "22", 2);
+  const PairPtr copy_of_one = as_pair(avpair_copy(one.get()));
+  const PairPtr copy_of_two = as_pair(avpair_copy(two.get()));
   EXPECT_EQ(bytes_of(*copy_of_one), "1");
   EXPECT_EQ(bytes_of(*copy_of_two), "22");
 }
 
 TEST_F(Pair, ACopyThatUsesTheValueHasTheSamePointer) {
-  pair_ptr pair = make("title", "Hello", 5);
-  const pair_ptr copy = as_pair(avpair_copy_useval(pair.get()));
+  PairPtr pair = make("title", "Hello", 5);
+  const PairPtr copy = as_pair(avpair_copy_useval(pair.get()));
   EXPECT_EQ(copy->value, pair->value);
   EXPECT_EQ(copy->vsize, 5);
   EXPECT_NE(copy->attribute, pair->attribute);
@@ -101,7 +104,7 @@ TEST_F(Pair, ACopyThatUsesTheValueHasTheSamePointer) {
 
 TEST_F(Pair, ACopyThatUsesANullValueHasNone) {
   const AVPair nothing{const_cast<char *>("title"), nullptr, 0}, no_bytes{const_cast<char *>("title"), nullptr, 5};
-  const pair_ptr copy = as_pair(avpair_copy_useval(&nothing));
+  const PairPtr copy = as_pair(avpair_copy_useval(&nothing));
   ASSERT_TRUE(copy);
   EXPECT_STREQ(copy->attribute, "title");
   EXPECT_EQ(copy->value, nullptr);
@@ -110,7 +113,7 @@ TEST_F(Pair, ACopyThatUsesANullValueHasNone) {
 }
 
 TEST_F(Pair, ACopyThatFailsLeavesTheValueAlone) {
-  const pair_ptr pair = make("title", "Hello", 5);
+  const PairPtr pair = make("title", "Hello", 5);
   for (long failing = 1; failing <= 2; ++failing) {
     host.allocations = 0;
     host.fail_allocation = failing;
@@ -123,7 +126,7 @@ TEST_F(Pair, ACopyThatFailsLeavesTheValueAlone) {
 }
 
 TEST_F(Pair, NamesCompareInAnyLetterCase) {
-  const pair_ptr pair = make("Title", "", 0);
+  const PairPtr pair = make("Title", "", 0);
   EXPECT_EQ(avpair_compare(pair.get(), "title"), 0);
   EXPECT_EQ(avpair_compare(pair.get(), "TITLE"), 0);
   EXPECT_LT(avpair_compare(pair.get(), "titles"), 0);
@@ -159,7 +162,7 @@ TEST_F(Object, CreationFillsInDefaults) {
         ObjectCase{"FILE", "-", 100, "FILE", "-", 100}}) {
     SOIF *object = nullptr;
     EXPECT_EQ(soif_create(c.template_name, c.url, c.buckets, &object), 0);
-    const soif_ptr owner(object);
+    const SoifPtr owner(object);
     EXPECT_STREQ(object->template_name, c.expected_template);
     EXPECT_STREQ(object->url, c.expected_url);
     EXPECT_EQ(object->attrs->nbuckets, c.expected_buckets);
@@ -172,7 +175,7 @@ TEST_F(Object, CreationFillsInDefaults) {
 
 TEST_F(Object, CreationKeepsCopiesOfItsTexts) {
   char template_name[] = "FILE", url[] = "/a";
-  const soif_ptr object = make_soif(template_name, url);
+  const SoifPtr object = make_soif(template_name, url);
   template_name[0] = url[0] = 'x';
   EXPECT_STREQ(object->template_name, "FILE");
   EXPECT_STREQ(object->url, "/a");
@@ -192,14 +195,14 @@ TEST_F(Object, CreationReleasesEverythingWhenMemoryFails) {
 TEST_F(Object, FreeingNothingIsAllRight) { EXPECT_EQ(soif_free(nullptr), 0); }
 
 TEST_F(Object, UrlsCompareWithLetterCase) {
-  const soif_ptr object = make_soif("FILE", "/Docs");
+  const SoifPtr object = make_soif("FILE", "/Docs");
   EXPECT_EQ(soif_compare(object.get(), "/Docs"), 0);
   EXPECT_GT(soif_compare(object.get(), "/DOCS"), 0);
   EXPECT_LT(soif_compare(object.get(), "/docs"), 0);
 }
 
 TEST_F(Object, AnAttributeIsFoundAsItIsSpelled) {
-  const soif_ptr object = make_soif("FILE", "/a");
+  const SoifPtr object = make_soif("FILE", "/a");
   EXPECT_EQ(insert(object, "title", "Hello"), 0);
   EXPECT_STREQ(soif_findval(object.get(), "title"), "Hello");
   EXPECT_STREQ(soif_find(object.get(), "title")->attribute, "title");
@@ -208,7 +211,7 @@ TEST_F(Object, AnAttributeIsFoundAsItIsSpelled) {
 }
 
 TEST_F(Object, AnotherSpellingIsFoundOnlyInTheSameBucket) {
-  const soif_ptr many = make_soif("FILE", "/a"), one = make_soif("FILE", "/a", 1);
+  const SoifPtr many = make_soif("FILE", "/a"), one = make_soif("FILE", "/a", 1);
   ASSERT_NE(cshashtable_hf_default("title") % 23, cshashtable_hf_default("TITLE") % 23);
   insert(many, "title", "Hello");
   insert(one, "title", "Hello");
@@ -217,7 +220,7 @@ TEST_F(Object, AnotherSpellingIsFoundOnlyInTheSameBucket) {
 }
 
 TEST_F(Object, EqualNamesAreAllKeptAndTheFirstIsFound) {
-  const soif_ptr object = make_soif("FILE", "/a");
+  const SoifPtr object = make_soif("FILE", "/a");
   insert(object, "title", "one");
   insert(object, "title", "three");
   EXPECT_EQ(attributes_of(object.get()).count("title"), 2u);
@@ -232,7 +235,7 @@ TEST_F(Object, EqualNamesAreAllKeptAndTheFirstIsFound) {
 }
 
 TEST_F(Object, InsertionKeepsACopy) {
-  const soif_ptr object = make_soif("FILE", "/a");
+  const SoifPtr object = make_soif("FILE", "/a");
   char name[] = "title", value[] = "Hello";
   EXPECT_EQ(soif_insert(object.get(), name, value, 5), 0);
   name[0] = value[0] = 'x';
@@ -240,14 +243,14 @@ TEST_F(Object, InsertionKeepsACopy) {
 }
 
 TEST_F(Object, AnEmptyValueIsKept) {
-  const soif_ptr object = make_soif("FILE", "/a");
+  const SoifPtr object = make_soif("FILE", "/a");
   EXPECT_EQ(insert(object, "empty", ""), 0);
   EXPECT_EQ(soif_find(object.get(), "empty")->vsize, 0);
   EXPECT_STREQ(soif_findval(object.get(), "empty"), "");
 }
 
 TEST_F(Object, InsertionWithoutACopyOwnsTheValue) {
-  const soif_ptr object = make_soif("FILE", "/a");
+  const SoifPtr object = make_soif("FILE", "/a");
   char name[] = "title", *value = host_strdup("Hello");
   EXPECT_EQ(soif_insert_nocopy(object.get(), name, value, 5), 0);
   name[0] = 'x';
@@ -259,7 +262,7 @@ TEST_F(Object, InsertionWithoutACopyOwnsTheValue) {
 }
 
 TEST_F(Object, InsertionWithoutACopyTakesANullValueOfSizeZero) {
-  const soif_ptr object = make_soif("FILE", "/a");
+  const SoifPtr object = make_soif("FILE", "/a");
   EXPECT_EQ(soif_insert_nocopy(object.get(), "title", nullptr, 0), 0);
   ASSERT_NE(soif_find(object.get(), "title"), nullptr);
   EXPECT_EQ(soif_findval(object.get(), "title"), nullptr);
@@ -273,7 +276,7 @@ void *copy_in_capitals(const void *item) {
 }
 
 TEST_F(Object, InsertionGoesThroughTheTablesCopyFunction) {
-  const soif_ptr object = make_soif("FILE", "/a", 1);
+  const SoifPtr object = make_soif("FILE", "/a", 1);
   cshashtable_set_copy(object->attrs, copy_in_capitals);
   insert(object, "title", "Hello");
   EXPECT_EQ(value_of(object, "SHOUTED"), "Hello");
@@ -284,7 +287,7 @@ TEST_F(Object, InsertionGoesThroughTheTablesCopyFunction) {
 }
 
 TEST_F(Object, InsertionHashesTheNameThatWasGiven) {
-  const soif_ptr object = make_soif("FILE", "/a");
+  const SoifPtr object = make_soif("FILE", "/a");
   const uint32_t given = cshashtable_hf_default("title"), stored = cshashtable_hf_default("SHOUTED");
   ASSERT_NE(given % 23, stored % 23);
   cshashtable_set_copy(object->attrs, copy_in_capitals);
@@ -296,7 +299,7 @@ TEST_F(Object, InsertionHashesTheNameThatWasGiven) {
 void *copy_nothing(const void *) { return nullptr; }
 
 TEST_F(Object, AnInsertionWhoseCopyFailsStoresNothing) {
-  const soif_ptr object = make_soif("FILE", "/a");
+  const SoifPtr object = make_soif("FILE", "/a");
   cshashtable_set_copy(object->attrs, copy_nothing);
   EXPECT_EQ(insert(object, "title", "Hello"), 1);
   EXPECT_TRUE(attributes_of(object.get()).empty());
@@ -304,11 +307,11 @@ TEST_F(Object, AnInsertionWhoseCopyFailsStoresNothing) {
 }
 
 TEST_F(Object, AFailedInsertionIsCountedAllTheSame) {
-  const soif_ptr object = make_soif("FILE", "/a");
+  const SoifPtr object = make_soif("FILE", "/a");
   EXPECT_EQ(soif_insert(object.get(), nullptr, "v", 1), 1);
   EXPECT_EQ(soif_insert(object.get(), "name", nullptr, 10), 1);
   EXPECT_EQ(soif_insert_nocopy(object.get(), "name", nullptr, 100), 1);
-  const host_text value(host_strdup("v"));
+  const HostText value(host_strdup("v"));
   EXPECT_EQ(soif_insert_nocopy(object.get(), nullptr, value.get(), 1000), 1);
   EXPECT_EQ(object->attr_count, 4);
   EXPECT_EQ(object->value_bytes, 1111);
@@ -316,7 +319,7 @@ TEST_F(Object, AFailedInsertionIsCountedAllTheSame) {
 }
 
 TEST_F(Object, AFailedInsertionReleasesEverything) {
-  const soif_ptr object = make_soif("FILE", "/a", 1);
+  const SoifPtr object = make_soif("FILE", "/a", 1);
   const long before = host.live_blocks;
   for (long failing = 1; failing <= 4; ++failing) {
     host.allocations = 0;
@@ -328,8 +331,8 @@ TEST_F(Object, AFailedInsertionReleasesEverything) {
 }
 
 TEST_F(Object, AFailedInsertionWithoutACopyLeavesTheValueToTheCaller) {
-  const soif_ptr object = make_soif("FILE", "/a", 1);
-  const host_text value(host_strdup("value"));
+  const SoifPtr object = make_soif("FILE", "/a", 1);
+  const HostText value(host_strdup("value"));
   const long before = host.live_blocks;
   for (long failing = 1; failing <= 3; ++failing) {
     host.allocations = 0;
@@ -343,7 +346,7 @@ TEST_F(Object, AFailedInsertionWithoutACopyLeavesTheValueToTheCaller) {
 
 TEST_F(Object, WithABucketMissingRefusesItsAttributes) {
   host.fail_allocation = 6;  // the only bucket
-  const soif_ptr object = make_soif("FILE", "/a", 1);
+  const SoifPtr object = make_soif("FILE", "/a", 1);
   ASSERT_TRUE(object);
   EXPECT_EQ(insert(object, "name", "value"), 1);
   EXPECT_EQ(soif_find(object.get(), "name"), nullptr);
@@ -351,7 +354,7 @@ TEST_F(Object, WithABucketMissingRefusesItsAttributes) {
 }
 
 TEST_F(Object, CountersStayAtTheirLimits) {
-  const soif_ptr object = make_soif("FILE", "/a", 1);
+  const SoifPtr object = make_soif("FILE", "/a", 1);
   object->attr_count = object->value_bytes = INT32_MAX;
   EXPECT_EQ(insert(object, "name", "value"), 0);
   EXPECT_EQ(object->attr_count, INT32_MAX);

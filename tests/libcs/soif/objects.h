@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// SOIF objects as the tests make and read them.
 #ifndef TESTS_LIBCS_SOIF_OBJECTS_H
 #define TESTS_LIBCS_SOIF_OBJECTS_H
@@ -10,7 +11,7 @@
 
 #include "libcs/guard.h"
 
-namespace support {
+namespace rdm::support {
 
 inline std::string bytes_of(const AVPair &pair) { return {pair.value, static_cast<size_t>(pair.vsize)}; }
 
@@ -25,12 +26,12 @@ inline std::multimap<std::string, std::string> attributes_of(const SOIF *object)
   return attributes;
 }
 
-inline int insert(const soif_ptr &object, const char *name, std::string_view value) {
+inline int insert(const SoifPtr &object, const char *name, std::string_view value) {
   return soif_insert(object.get(), name, value.data(), static_cast<int32_t>(value.size()));
 }
 
 /// value_of returns the bytes of an attribute, "(none)" when it is absent.
-inline std::string value_of(const soif_ptr &object, const char *name) {
+inline std::string value_of(const SoifPtr &object, const char *name) {
   const AVPair *pair = soif_find(object.get(), name);
   return pair != nullptr ? bytes_of(*pair) : "(none)";
 }
@@ -40,6 +41,6 @@ inline long open_streams() {
   return std::count_if(std::begin(_soif_state), std::end(_soif_state), [](const soif_stream &s) { return s.in_use; });
 }
 
-}  // namespace support
+}  // namespace rdm::support
 
 #endif

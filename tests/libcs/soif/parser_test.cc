@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -12,6 +13,8 @@
 #include "libcs/soif/objects.h"
 #include "support/files.h"
 #include "support/memory_host.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -49,11 +52,11 @@ class Source {
   }
 
   /// next asserts that result and out-pointer agree.
-  soif_ptr next() {
+  SoifPtr next() {
     SOIF unset{}, *object = &unset;
     const int result = soif_parse(stream_, &object);
     EXPECT_EQ(result, object != nullptr ? 0 : 1);
-    return soif_ptr(object);
+    return SoifPtr(object);
   }
   bool at_end() const { return soif_parse_is_eoi(stream_) != 0; }
   int stream() const { return stream_; }
@@ -61,7 +64,7 @@ class Source {
 
  private:
   std::string text_;
-  stdio_ptr file_;
+  StdioPtr file_;
   std::vector<char *> accept_;
   int stream_;
 };
@@ -69,10 +72,10 @@ class Source {
 /// Every case runs on a string and on a file: both must read the same.
 class Parse : public support::HostTest, public ::testing::WithParamInterface<Kind> {
  protected:
-  soif_ptr parse(const std::string &text) const { return Source(GetParam(), text).next(); }
+  SoifPtr parse(const std::string &text) const { return Source(GetParam(), text).next(); }
   /// attributes returns those of the first object, "failure" alone when there is none.
   Attributes attributes(const std::string &text) const {
-    const soif_ptr object = parse(text);
+    const SoifPtr object = parse(text);
     return object ? attributes_of(object.get()) : Attributes{{"failure", ""}};
   }
 };
@@ -82,7 +85,7 @@ INSTANTIATE_TEST_SUITE_P(Input, Parse, ::testing::Values(Kind::string, Kind::fil
 
 TEST_P(Parse, ReadsTemplateUrlAndAttributes) {
   Source source(GetParam(), hello);
-  const soif_ptr object = source.next();
+  const SoifPtr object = source.next();
   ASSERT_TRUE(object);
   EXPECT_STREQ(object->template_name, "FILE");
   EXPECT_STREQ(object->url, "/docs/a.html");
@@ -97,7 +100,7 @@ TEST_P(Parse, ReadsTemplateUrlAndAttributes) {
 }
 
 TEST_P(Parse, LeavesTheTableCopyingItsItems) {
-  const soif_ptr object = parse(hello);
+  const SoifPtr object = parse(hello);
   EXPECT_EQ(object->attrs->copy, avpair_copy);
   char value[] = "Me";
   EXPECT_EQ(soif_insert(object.get(), "author", value, 2), 0);
@@ -119,7 +122,7 @@ TEST_P(Parse, SkipsWhatStandsBeforeTheAtSign) {
 TEST_P(Parse, ReadsOneObjectAtATime) {
   Source source(GetParam(), "@A { /1\nt{1}:\tx\n}\n\n@B { /2\nt{1}:\ty\n}\n@C { /3\n}\n");
   for (const char *expected : {"A /1 x", "B /2 y", "C /3 (none)"}) {
-    const soif_ptr object = source.next();
+    const SoifPtr object = source.next();
     ASSERT_TRUE(object);
     EXPECT_EQ(std::string(object->template_name) + " " + object->url + " " + value_of(object, "t"), expected);
   }
@@ -148,7 +151,7 @@ TEST_P(Parse, TakesHeadersApart) {
            HeaderCase{"@\xC4\x85 { \xE2\x82\xAC\n}", "\xC4\x85", "\xE2\x82\xAC"},
            HeaderCase{"@FILE { /a ", "FILE", "/a"},
        }) {
-    const soif_ptr object = parse(c.text);
+    const SoifPtr object = parse(c.text);
     ASSERT_TRUE(object) << c.text;
     EXPECT_STREQ(object->template_name, c.template_name) << c.text;
     EXPECT_STREQ(object->url, c.url) << c.text;
@@ -157,7 +160,7 @@ TEST_P(Parse, TakesHeadersApart) {
 }
 
 TEST_P(Parse, EndsNamesAndUrlsAtANul) {
-  const soif_ptr object = parse("@FI\0LE { /a\0b\nna\0me{2}:\tab\n}"s);
+  const SoifPtr object = parse("@FI\0LE { /a\0b\nna\0me{2}:\tab\n}"s);
   ASSERT_TRUE(object);
   EXPECT_STREQ(object->template_name, "FI");
   EXPECT_STREQ(object->url, "/a");
@@ -225,7 +228,7 @@ TEST_P(Parse, GoesOnAtTheNextAtSignAfterADamagedObject) {
   Source source(GetParam(), "@BAD { /1\nx{3}:abc\ny{1}:\tz\n}\n@GOOD { /2\nt{1}:\tv\n}\n");
   EXPECT_FALSE(source.next());
   EXPECT_FALSE(source.at_end());
-  const soif_ptr object = source.next();
+  const SoifPtr object = source.next();
   ASSERT_TRUE(object);
   EXPECT_STREQ(object->url, "/2");
   EXPECT_EQ(attributes_of(object.get()), (Attributes{{"t", "v"}}));
@@ -248,7 +251,7 @@ TEST_P(Parse, LimitsTokensTo4095Characters) {
 TEST_P(Parse, StopsReadingATokenAtTheLimit) {
   Source source(GetParam(), "@FILE { " + std::string(4096, 'n') + "@NEXT { /b\n}\n");
   EXPECT_FALSE(source.next());
-  const soif_ptr object = source.next();
+  const SoifPtr object = source.next();
   ASSERT_TRUE(object);
   EXPECT_STREQ(object->template_name, "NEXT");
 }
@@ -274,7 +277,7 @@ TEST_P(Parse, KeepsOnlyWhatIsAccepted) {
   };
   for (const auto &c : cases) {
     Source source(GetParam(), text);
-    const soif_ptr object = source.accept(c.accept).next();
+    const SoifPtr object = source.accept(c.accept).next();
     ASSERT_TRUE(object);
     EXPECT_EQ(attributes_of(object.get()), c.expected);
     EXPECT_EQ(object->attr_count, static_cast<int32_t>(c.expected.size()));
@@ -300,7 +303,7 @@ TEST_P(Parse, ChecksAttributesThatAreNotWanted) {
 
 TEST_P(Parse, AnUnwantedValueMayBeCutByTheEndOfInput) {
   Source source(GetParam(), "@FILE { /a\ntitle{1}:\tx\nbody{60000}:\tabc");
-  const soif_ptr object = source.accept({"title"}).next();
+  const SoifPtr object = source.accept({"title"}).next();
   ASSERT_TRUE(object);
   EXPECT_EQ(attributes_of(object.get()), (Attributes{{"title", "x"}}));
   EXPECT_FALSE(source.next());
@@ -316,7 +319,7 @@ TEST_P(Parse, ReleasesEverythingWhenMemoryFails) {
   do {
     host.allocations = 0;
     host.fail_allocation = ++failing;
-    const soif_ptr object = parse("@FILE { /a\ntitle{1}:\tx\nauthor{2}:\tMe\n}\n");
+    const SoifPtr object = parse("@FILE { /a\ntitle{1}:\tx\nauthor{2}:\tMe\n}\n");
     EXPECT_TRUE(object || host.live_blocks == 0) << failing;
   } while (host.allocations >= failing);
   EXPECT_GT(failing, 8);
@@ -325,7 +328,7 @@ TEST_P(Parse, ReleasesEverythingWhenMemoryFails) {
 TEST_P(Parse, StreamsDoNotDisturbEachOther) {
   Source one(GetParam(), "@A { /1\n}\n@A { /2\n}\n"), other(GetParam(), "@B { /1\n}\n@B { /2\n}\n");
   for (const char *url : {"/1", "/2"}) {
-    const soif_ptr a = one.next(), b = other.next();
+    const SoifPtr a = one.next(), b = other.next();
     EXPECT_EQ(std::string(a->template_name) + a->url, std::string("A") + url);
     EXPECT_EQ(std::string(b->template_name) + b->url, std::string("B") + url);
   }
@@ -343,7 +346,7 @@ TEST_F(ParseString, PadsAValueCutByTheEnd) {
 TEST_F(ParseString, PadsAValueByUpTo65536Bytes) {
   for (const std::string &present : {""s, "ab"s, std::string(5000, 'x')}) {
     const std::string size = std::to_string(present.size() + 65536);
-    const soif_ptr object = Source(Kind::string, "@FILE { /a\nx{" + size + "}:\t" + present).next();
+    const SoifPtr object = Source(Kind::string, "@FILE { /a\nx{" + size + "}:\t" + present).next();
     EXPECT_EQ(value_of(object, "x"), present + std::string(65536, '\xFF'));
   }
 }
@@ -373,7 +376,7 @@ TEST_F(ParseString, RefusesSuchAValueEvenWhereItIsNotWanted) {
 TEST_F(ParseString, GoesOnBehindTheSizeThatIsRefused) {
   Source source(Kind::string, "@BAD { /1\nx{70000}:\tabc\n}\n@GOOD { /2\n}\n");
   EXPECT_FALSE(source.next());
-  const soif_ptr object = source.next();
+  const SoifPtr object = source.next();
   ASSERT_TRUE(object);
   EXPECT_STREQ(object->url, "/2");
 }
@@ -390,7 +393,7 @@ TEST_F(ParseString, ReadsAnEntryOfTheAcceptListOnlyAsFarAsItAgrees) {
   char *const entry = pages + size - 4;
   "tilt"s.copy(entry, 4);
   Source source(Kind::string, "@FILE { /a\ntitle{1}:\tx\nti{1}:\ty\nti-1{1}:\tz\n\nauthor{1}:\ta\n}\n");
-  const soif_ptr object = source.accept({entry, entry + 2, "author"}).next();
+  const SoifPtr object = source.accept({entry, entry + 2, "author"}).next();
   munmap(pages, 2 * size);
   ASSERT_TRUE(object);
   EXPECT_EQ(attributes_of(object.get()), (Attributes{{"author", "a"}}));
@@ -401,7 +404,7 @@ TEST_F(ParseString, StopsAtTheLengthGiven) {
   const int stream = soif_parse_init_string(text.data(), 17);
   SOIF *object = nullptr;
   EXPECT_EQ(soif_parse(stream, &object), 0);
-  const soif_ptr owner(object);
+  const SoifPtr owner(object);
   EXPECT_EQ(value_of(owner, "t"), "\xFF");
   soif_parse_finish(stream);
 }
@@ -464,11 +467,11 @@ TEST_F(ParseFile, MayBeAPipe) {
   const std::string text = "@FILE { /a\nbody{9000}:\t" + std::string(9000, '@') + "\ntitle{1}:\tx\n}\n";
   ASSERT_EQ(write(ends[1], text.data(), text.size()), static_cast<ssize_t>(text.size()));
   close(ends[1]);
-  const stdio_ptr file(fdopen(ends[0], "r"));
+  const StdioPtr file(fdopen(ends[0], "r"));
   char title[] = "title", *accept[] = {title, nullptr};
-  soif_reader reader(file.get());
+  SoifReader reader(file.get());
   reader.accept(accept);
-  const soif_ptr object = reader.next();
+  const SoifPtr object = reader.next();
   ASSERT_TRUE(object);
   EXPECT_EQ(attributes_of(object.get()), (Attributes{{"title", "x"}}));
   EXPECT_FALSE(reader.next());
@@ -501,21 +504,21 @@ struct Tape {
 TEST_F(ParseFile, IsNotReadWhereAValueIsNotWanted) {
   const std::string body(size_t{1} << 20, '@');
   Tape tape{"@FILE { /a\nbody{1048576}:\t" + body + "\ntitle{1}:\tx\n}\n"};
-  const stdio_ptr file(
+  const StdioPtr file(
       fopencookie(&tape, "r", {.read = Tape::read, .write = nullptr, .seek = Tape::seek, .close = nullptr}));
   ASSERT_TRUE(file);
   char title[] = "title", *accept[] = {title, nullptr};
-  soif_reader reader(file.get());
+  SoifReader reader(file.get());
   reader.accept(accept);
   EXPECT_EQ(value_of(reader.next(), "title"), "x");
   EXPECT_LT(tape.bytes_read, body.size() / 8);
 }
 
-TEST_F(ParseFile, ThatIsAFolderHoldsNothing) {
-  const support::TemporaryFolder folder;
-  const stdio_ptr file = open_stdio(folder.path().c_str());
+TEST_F(ParseFile, ThatIsADirectoryHoldsNothing) {
+  const support::TemporaryDirectory directory;
+  const StdioPtr file = open_stdio(directory.path().c_str());
   ASSERT_TRUE(file);
-  soif_reader reader(file.get());
+  SoifReader reader(file.get());
   EXPECT_FALSE(reader.next());
   EXPECT_FALSE(reader.at_end());
 }

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -11,6 +12,8 @@
 #include "libcs/soif/objects.h"
 #include "support/files.h"
 #include "support/memory_host.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -27,12 +30,12 @@ int record_call(void *calls, const void *bytes, int32_t length) {
 class Print : public support::HostTest {
  protected:
   /// calls returns what each call of the output function was given.
-  static Calls calls(const soif_ptr &object) {
+  static Calls calls(const SoifPtr &object) {
     Calls calls;
-    soif_writer(record_call, &calls).print(object.get());
+    SoifWriter(record_call, &calls).print(object.get());
     return calls;
   }
-  static std::string text(const soif_ptr &object) {
+  static std::string text(const SoifPtr &object) {
     std::string all;
     for (const std::string &call : calls(object)) all += call;
     return all;
@@ -40,7 +43,7 @@ class Print : public support::HostTest {
 };
 
 TEST_F(Print, WritesTheObjectAsItIsParsed) {
-  const soif_ptr object = make_soif("FILE", "/docs/a.html");
+  const SoifPtr object = make_soif("FILE", "/docs/a.html");
   insert(object, "title", "Hello");
   EXPECT_EQ(text(object), "@FILE { /docs/a.html\ntitle{5}:\tHello\n}\n");
 }
@@ -51,7 +54,7 @@ TEST_F(Print, WritesAnObjectWithoutAttributes) {
 }
 
 TEST_F(Print, LeavesEmptyValuesOut) {
-  const soif_ptr object = make_soif("FILE", "/a", 1);
+  const SoifPtr object = make_soif("FILE", "/a", 1);
   insert(object, "one", "1");
   insert(object, "empty", "");
   insert(object, "two", "2");
@@ -60,26 +63,26 @@ TEST_F(Print, LeavesEmptyValuesOut) {
 
 TEST_F(Print, PassesOverABucketThatIsMissing) {
   host.fail_allocation = 6;  // the only bucket
-  const soif_ptr object = make_soif("FILE", "/a", 1);
+  const SoifPtr object = make_soif("FILE", "/a", 1);
   ASSERT_EQ(object->attrs->buckets[0], nullptr);
   EXPECT_EQ(text(object), "@FILE { /a\n}\n");
 }
 
 TEST_F(Print, WritesNamesAndValuesAsTheyAre) {
-  const soif_ptr object = make_soif("FILE", "%s", 1);
+  const SoifPtr object = make_soif("FILE", "%s", 1);
   insert(object, "Title-%d", "a\n}\n@X { y\0z\xFF%n"sv);
   EXPECT_EQ(text(object), "@FILE { %s\nTitle-%d{15}:\ta\n}\n@X { y\0z\xFF%n\n}\n"s);
 }
 
 TEST_F(Print, TakesOneCallPerPiece) {
-  const soif_ptr object = make_soif("FILE", "/a", 1);
+  const SoifPtr object = make_soif("FILE", "/a", 1);
   insert(object, "title", "Hello");
   insert(object, "author", "Me");
   EXPECT_EQ(calls(object), (Calls{"@FILE { /a\n", "title{5}:\t", "Hello", "\n", "author{2}:\t", "Me", "\n", "}\n"}));
 }
 
 TEST_F(Print, DoesNotCopyValues) {
-  const soif_ptr object = make_soif("FILE", "/a", 1);
+  const SoifPtr object = make_soif("FILE", "/a", 1);
   insert(object, "title", "Hello");
   const void *seen[3] = {};
   struct Seen {
@@ -97,7 +100,7 @@ TEST_F(Print, DoesNotCopyValues) {
 }
 
 TEST_F(Print, GoesBucketByBucketAndByInsertionInABucket) {
-  const soif_ptr one = make_soif("FILE", "/a", 1), many = make_soif("FILE", "/a");
+  const SoifPtr one = make_soif("FILE", "/a", 1), many = make_soif("FILE", "/a");
   const Calls names{"title", "author", "last-modified", "title", "description", "a", "b", "x"};
   Calls in_buckets[23];
   for (const std::string &name : names) {
@@ -116,7 +119,7 @@ TEST_F(Print, GoesBucketByBucketAndByInsertionInABucket) {
 TEST_F(Print, WritesHeadersAndLabelsOfAnyLengthInOneCall) {
   for (size_t length : {1000, 1018, 1019, 1020, 4095, 4096, 100000}) {
     const std::string name(length, 'n');
-    const soif_ptr object = make_soif(name.c_str(), name.c_str(), 1);
+    const SoifPtr object = make_soif(name.c_str(), name.c_str(), 1);
     insert(object, name.c_str(), "v");
     EXPECT_EQ(calls(object), (Calls{std::string("@").append(name).append(" { ").append(name).append("\n"),
                                     name + "{1}:\t", "v", "\n", "}\n"}))
@@ -126,14 +129,14 @@ TEST_F(Print, WritesHeadersAndLabelsOfAnyLengthInOneCall) {
 
 TEST_F(Print, WritesLongHeadersEvenWhenMemoryFails) {
   const std::string name(5000, 'n');
-  const soif_ptr object = make_soif("FILE", name.c_str());
+  const SoifPtr object = make_soif("FILE", name.c_str());
   host.fail_allocation = host.allocations + 1;
   EXPECT_EQ(text(object), "@FILE { " + name + "\n}\n");
   EXPECT_GE(host.allocations, host.fail_allocation);
 }
 
 TEST_F(Print, ThePiecesAreOperationsOfTheirOwn) {
-  const soif_ptr object = make_soif("FILE", "/a", 1);
+  const SoifPtr object = make_soif("FILE", "/a", 1);
   insert(object, "t", "v");
   Calls calls;
   const int stream = soif_print_init_fn(record_call, &calls);
@@ -148,9 +151,9 @@ TEST_F(Print, ThePiecesAreOperationsOfTheirOwn) {
 }
 
 TEST_F(Print, WritesToAFile) {
-  const support::TemporaryFolder folder;
-  const std::string path = folder.path("objects");
-  const soif_ptr object = make_soif("FILE", "/a", 1);
+  const support::TemporaryDirectory directory;
+  const std::string path = directory.path("objects");
+  const SoifPtr object = make_soif("FILE", "/a", 1);
   insert(object, "t", "a\0b"sv);
   FILE *file = std::fopen(path.c_str(), "w");
   const int stream = soif_print_init_file(file);
@@ -163,11 +166,11 @@ TEST_F(Print, WritesToAFile) {
 }
 
 TEST_F(Print, WritesToAString) {
-  const soif_ptr object = make_soif("FILE", "/a", 1);
+  const SoifPtr object = make_soif("FILE", "/a", 1);
   insert(object, "t", "v");
   SOIFBuffer *buffer = nullptr;
   const int stream = soif_print_init_string(&buffer);
-  const soif_buffer_ptr owner(buffer);
+  const SoifBufferPtr owner(buffer);
   EXPECT_EQ(buffer->size, 4096);
   EXPECT_EQ(buffer->initial_size, 4096);
   soif_print(stream, object.get());
@@ -178,11 +181,11 @@ TEST_F(Print, WritesToAString) {
 
 TEST_F(Print, AStringGrowsByWhatIsAppended) {
   const std::string value(5000, 'v');
-  const soif_ptr object = make_soif("FILE", "/a", 1);
+  const SoifPtr object = make_soif("FILE", "/a", 1);
   insert(object, "t", value);
   SOIFBuffer *buffer = nullptr;
   const int stream = soif_print_init_string(&buffer);
-  const soif_buffer_ptr owner(buffer);
+  const SoifBufferPtr owner(buffer);
   soif_print(stream, object.get());
   soif_print_finish(stream);
   EXPECT_EQ(buffer->data, "@FILE { /a\nt{5000}:\t" + value + "\n}\n");
@@ -205,11 +208,11 @@ TEST(PrintString, WithNothingPrintedIsLeftUninitialised) {
 }
 
 TEST_F(Print, WithoutAnOutputFunctionIsDropped) {
-  const soif_ptr object = make_soif("FILE", "/a", 1);
+  const SoifPtr object = make_soif("FILE", "/a", 1);
   insert(object, "t", "v");
   SOIFBuffer *buffer = nullptr, *none = nullptr;
   soif_buffer_create(64, &buffer);
-  const soif_buffer_ptr owner(buffer);
+  const SoifBufferPtr owner(buffer);
   host.fail_allocation = host.allocations + 1;
   for (int stream :
        {soif_print_init_fn(nullptr, buffer), soif_print_init_file(nullptr), soif_print_init_string(&none)}) {

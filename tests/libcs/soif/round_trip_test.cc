@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <random>
 #include <string>
 #include <vector>
@@ -9,6 +10,8 @@
 #include "libcs/soif/objects.h"
 #include "support/memory_host.h"
 
+using namespace rdm;
+
 namespace {
 
 using support::attributes_of;
@@ -17,8 +20,8 @@ using support::insert;
 /// Generator makes objects that survive printing: names in lower case and without "{", no empty values.
 class Generator {
  public:
-  soif_ptr object() {
-    soif_ptr object = make_soif(word(12).c_str(), word(60).c_str(), number(0, 30));
+  SoifPtr object() {
+    SoifPtr object = make_soif(word(12).c_str(), word(60).c_str(), number(0, 30));
     for (int left = number(0, 40); left > 0; --left) insert(object, name().c_str(), value());
     return object;
   }
@@ -51,14 +54,14 @@ class Generator {
 
 class RoundTrip : public support::HostTest {
  protected:
-  static soif_buffer_ptr print(const SOIF *object) {
+  static SoifBufferPtr print(const SOIF *object) {
     SOIFBuffer *buffer = nullptr;
     const int stream = soif_print_init_string(&buffer);
     soif_print(stream, object);
     soif_print_finish(stream);
-    return soif_buffer_ptr(buffer);
+    return SoifBufferPtr(buffer);
   }
-  static std::string_view text_of(const soif_buffer_ptr &b) { return {b->data, static_cast<size_t>(b->length)}; }
+  static std::string_view text_of(const SoifBufferPtr &b) { return {b->data, static_cast<size_t>(b->length)}; }
 
   static void expect_equal(const SOIF *parsed, const SOIF *original) {
     ASSERT_NE(parsed, nullptr);
@@ -71,10 +74,10 @@ class RoundTrip : public support::HostTest {
 TEST_F(RoundTrip, WhatIsPrintedParsesToTheSameObject) {
   Generator random;
   for (int i = 0; i < 200; ++i) {
-    const soif_ptr original = random.object();
-    const soif_buffer_ptr text = print(original.get());
-    soif_reader reader(text_of(text));
-    const soif_ptr parsed = reader.next();
+    const SoifPtr original = random.object();
+    const SoifBufferPtr text = print(original.get());
+    SoifReader reader(text_of(text));
+    const SoifPtr parsed = reader.next();
     expect_equal(parsed.get(), original.get());
     EXPECT_FALSE(reader.next());
     if (HasFailure()) FAIL() << "object " << i << ": " << text_of(text);
@@ -83,14 +86,14 @@ TEST_F(RoundTrip, WhatIsPrintedParsesToTheSameObject) {
 
 TEST_F(RoundTrip, WhatIsPrintedToAFileParsesToTheSameObjects) {
   Generator random;
-  const stdio_ptr file(std::tmpfile());
-  std::vector<soif_ptr> originals;
+  const StdioPtr file(std::tmpfile());
+  std::vector<SoifPtr> originals;
   const int stream = soif_print_init_file(file.get());
   for (int i = 0; i < 100; ++i) soif_print(stream, originals.emplace_back(random.object()).get());
   soif_print_finish(stream);
   std::rewind(file.get());
-  soif_reader reader(file.get());
-  for (const soif_ptr &original : originals) expect_equal(reader.next().get(), original.get());
+  SoifReader reader(file.get());
+  for (const SoifPtr &original : originals) expect_equal(reader.next().get(), original.get());
   EXPECT_FALSE(reader.next());
   EXPECT_TRUE(reader.at_end());
 }
@@ -98,10 +101,10 @@ TEST_F(RoundTrip, WhatIsPrintedToAFileParsesToTheSameObjects) {
 TEST_F(RoundTrip, AParsedObjectPrintsTheSameTextAgain) {
   Generator random;
   for (int i = 0; i < 100; ++i) {
-    const soif_ptr original = random.object();
-    const soif_ptr parsed = soif_reader(text_of(print(original.get()))).next();
-    const soif_buffer_ptr text = print(parsed.get());
-    const soif_ptr again = soif_reader(text_of(text)).next();
+    const SoifPtr original = random.object();
+    const SoifPtr parsed = SoifReader(text_of(print(original.get()))).next();
+    const SoifBufferPtr text = print(parsed.get());
+    const SoifPtr again = SoifReader(text_of(text)).next();
     EXPECT_EQ(text_of(print(again.get())), text_of(text));
   }
 }
@@ -111,16 +114,16 @@ TEST_F(RoundTrip, DamagedTextIsReadTheSameFromAStringAndFromAFile) {
   Generator random;
   std::mt19937 damage{7};
   for (int i = 0; i < 200; ++i) {
-    const soif_ptr original = random.object();
-    const soif_buffer_ptr buffer = print(original.get());
+    const SoifPtr original = random.object();
+    const SoifBufferPtr buffer = print(original.get());
     std::string text(text_of(buffer));
     for (int hits = 3; hits > 0; --hits) text[damage() % text.size()] = "@{}:\t\n 9-\xFF"[damage() % 10];
-    const stdio_ptr file(std::tmpfile());
+    const StdioPtr file(std::tmpfile());
     std::fwrite(text.data(), 1, text.size(), file.get());
     std::rewind(file.get());
-    soif_reader from_file(file.get()), from_string{std::string_view(text)};
+    SoifReader from_file(file.get()), from_string{std::string_view(text)};
     for (;;) {
-      const soif_ptr a = from_file.next(), b = from_string.next();
+      const SoifPtr a = from_file.next(), b = from_string.next();
       if (!a && !b && from_string.at_end()) break;
       // A value cut by the end of input is where the two may differ.
       if (b && !a && from_file.at_end()) break;

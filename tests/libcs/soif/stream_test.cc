@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "libcs/soif/stream.h"
 
 #include <cstdio>
@@ -11,6 +12,8 @@
 #include "libcs/guard.h"
 #include "libcs/soif/objects.h"
 #include "support/memory_host.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -74,7 +77,7 @@ TEST_F(Streams, AreClearedWhenFinished) {
 TEST_F(Streams, ToPrintToAreClearedWhenFinished) {
   SOIFBuffer *buffer = nullptr;
   const int stream = soif_print_init_string(&buffer);
-  const soif_buffer_ptr owner(buffer);
+  const SoifBufferPtr owner(buffer);
   EXPECT_EQ(soif_print_finish(stream), 0);
   EXPECT_TRUE(is_clear(_soif_state[stream]));
   EXPECT_EQ(soif_print_finish(stream), 0);
@@ -89,7 +92,7 @@ TEST_F(Streams, AcceptListsOfStreamsThatAreNotOpenAreIgnored) {
 
 TEST_F(Streams, OutsideTheTableDoNothing) {
   char *accept[] = {nullptr};
-  const soif_ptr object = make_soif("FILE", "/a");
+  const SoifPtr object = make_soif("FILE", "/a");
   for (int stream : {-1, 256, INT32_MIN, INT32_MAX}) {
     SOIF *out = object.get();
     EXPECT_EQ(soif_parse(stream, &out), 1);
@@ -104,10 +107,10 @@ TEST_F(Streams, OutsideTheTableDoNothing) {
 }
 
 TEST_F(Streams, OfTheOtherKindDoNothing) {
-  const soif_ptr object = make_soif("FILE", "/a");
+  const SoifPtr object = make_soif("FILE", "/a");
   SOIFBuffer *buffer = nullptr;
   const int print = soif_print_init_string(&buffer);
-  const soif_buffer_ptr owner(buffer);
+  const SoifBufferPtr owner(buffer);
   SOIF *out = object.get();
   EXPECT_EQ(soif_parse(print, &out), 1);
   EXPECT_EQ(out, nullptr);

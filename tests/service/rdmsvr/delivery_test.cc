@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <gtest/gtest.h>
 
 #include "libcs/guard.h"
@@ -6,13 +7,15 @@
 #include "support/diagnostics.h"
 #include "support/memory_host.h"
 
+using namespace rdm;
+
 namespace {
 
 using support::Diagnostics;
 using support::Exchange;
 
 csio *buffer_of(const std::string &text, uint32_t max_memory = 0) {
-  csio_ptr io = make_csio(max_memory);
+  CsioPtr io = make_csio(max_memory);
   if (!text.empty()) csio_append(io.get(), text.data(), static_cast<int32_t>(text.size()));
   return io.release();
 }
@@ -201,7 +204,7 @@ TEST_F(Delivery, ReportsEveryKindOfBadResult) {
   };
   for (const BadResult &row : rows) {
     const Diagnostics diagnostics;
-    csio_ptr result = make_csio();
+    CsioPtr result = make_csio();
     result->flags = row.flags;
     result->length = row.length;
     EXPECT_EQ(send(result.release()), -1) << row.name;

@@ -1,10 +1,12 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
+// SPDX-License-Identifier: MIT
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <regex>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <libcs/log.h>
 
 #include "libcs/guard.h"
 #include "service/csid.h"
@@ -14,12 +16,12 @@
 #include "support/diagnostics.h"
 #include "support/memory_host.h"
 
-#include <libcs/log.h>
+using namespace rdm;
 
 namespace {
 
 using support::Exchange;
-using support::TemporaryFolder;
+using support::TemporaryDirectory;
 using testing::HasSubstr;
 
 std::string variable(const char *name) {
@@ -59,8 +61,8 @@ class Initialisation : public testing::Test {
 
   /// init runs rdm_init on a configuration file of these lines and keeps what went to standard error.
   int init(const std::string &lines) {
-    const std::string path = folder_.write("rdm.conf", lines);
-    const pblock_ptr pb(host_param_create(3));
+    const std::string path = directory_.write("rdm.conf", lines);
+    const PblockPtr pb(host_param_create(3));
     host_param_add("config", path.c_str(), pb.get());
     testing::internal::CaptureStderr();
     const int result = rdm_init(pb.get(), &x_.session, &x_.request);
@@ -68,28 +70,28 @@ class Initialisation : public testing::Test {
     return result;
   }
 
-  std::string csid_file(const std::string &text = "csid=\"c\"\n") { return folder_.write("csid.conf", text); }
+  std::string csid_file(const std::string &text = "csid=\"c\"\n") { return directory_.write("csid.conf", text); }
 
   /// A configuration that starts, its diagnostics in a file.
   std::string complete() {
     return "bindir=/opt/rdm/bin\ncsid-config=" + csid_file() +
-           "\ncsid-default=c\ndebug-logfile=" + folder_.path("debug.log") + "\n";
+           "\ncsid-default=c\ndebug-logfile=" + directory_.path("debug.log") + "\n";
   }
-  std::string diagnostics() { return support::read_file(folder_.path("debug.log")); }
+  std::string diagnostics() { return support::read_file(directory_.path("debug.log")); }
   static std::string without_stamps(const std::string &text) {
     static const std::regex stamp(R"(\[[^\]\n]*\] +\d+@\d+:(\t)? )");
     return std::regex_replace(text, stamp, "");
   }
   std::string diagnostic_lines() { return without_stamps(diagnostics()); }
 
-  TemporaryFolder folder_;
+  TemporaryDirectory directory_;
   support::HostRecord &host_ = support::host_record();
   Exchange x_{"", ""};
   std::string stderr_;
 };
 
 TEST_F(Initialisation, NeedsAConfig) {
-  const pblock_ptr pb(host_param_create(3));
+  const PblockPtr pb(host_param_create(3));
   testing::internal::CaptureStderr();
   EXPECT_EQ(rdm_init(pb.get(), nullptr, nullptr), -1);
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "rdm-init requires 'config' parameter.");
@@ -97,15 +99,15 @@ TEST_F(Initialisation, NeedsAConfig) {
 }
 
 TEST_F(Initialisation, NeedsAReadableConfig) {
-  const pblock_ptr pb(host_param_create(3));
-  host_param_add("config", folder_.path("missing").c_str(), pb.get());
+  const PblockPtr pb(host_param_create(3));
+  host_param_add("config", directory_.path("missing").c_str(), pb.get());
   EXPECT_EQ(rdm_init(pb.get(), nullptr, nullptr), -1);
   EXPECT_EQ(host_.reports, std::vector<std::string>{"0 rdm-init: config not readable?\n"});
 }
 
 TEST_F(Initialisation, NeedsAReaderForItsConfig) {
-  const std::string path = folder_.write("rdm.conf", complete());
-  const pblock_ptr pb(host_param_create(3));
+  const std::string path = directory_.write("rdm.conf", complete());
+  const PblockPtr pb(host_param_create(3));
   host_param_add("config", path.c_str(), pb.get());
   const long descriptors = support::open_descriptors(), blocks = host_.live_blocks;
   // The block of the configuration, then the reader.
@@ -121,8 +123,8 @@ TEST_F(Initialisation, NeedsAReaderForItsConfig) {
 }
 
 TEST_F(Initialisation, NeedsAConfigThatIsAFile) {
-  const pblock_ptr pb(host_param_create(3));
-  host_param_add("config", folder_.path().c_str(), pb.get());
+  const PblockPtr pb(host_param_create(3));
+  host_param_add("config", directory_.path().c_str(), pb.get());
   EXPECT_EQ(rdm_init(pb.get(), nullptr, nullptr), -1);
   EXPECT_EQ(host_.reports, std::vector<std::string>{"0 rdm-init: config not readable?\n"});
 }
@@ -151,34 +153,34 @@ TEST_F(Initialisation, ReportsWithTheSessionAndRequestOfItsCaller) {
     request = rq;
   };
   qxapi_bind(&host);
-  EXPECT_EQ(init(complete() + "logfile=" + folder_.path("missing/transactions.log") + "\n"), 0);
+  EXPECT_EQ(init(complete() + "logfile=" + directory_.path("missing/transactions.log") + "\n"), 0);
   EXPECT_EQ(session, &x_.session);
   EXPECT_EQ(request, &x_.request);
   session = nullptr;
-  const pblock_ptr pb(host_param_create(3));
-  host_param_add("config", folder_.path("missing").c_str(), pb.get());
+  const PblockPtr pb(host_param_create(3));
+  host_param_add("config", directory_.path("missing").c_str(), pb.get());
   EXPECT_EQ(rdm_init(pb.get(), &x_.session, nullptr), -1);
   EXPECT_EQ(session, &x_.session);
   EXPECT_EQ(request, nullptr);
 }
 
 TEST_F(Initialisation, AsksItsHostInOrder) {
-  const std::string transactions = folder_.path("transactions.log");
+  const std::string transactions = directory_.path("transactions.log");
   const std::string lines = complete() + "logfile=" + transactions + "\n";
   const support::Trace trace;
   EXPECT_EQ(init(lines), 0);
   const std::vector<std::string> expected = {
       "param_create 3",
       "param_create 15",
-      "open_read " + folder_.path("rdm.conf"),
+      "open_read " + directory_.path("rdm.conf"),
       "buffer_open 4096",
       "buffer_close",
-      "open_append " + folder_.path("debug.log"),
+      "open_append " + directory_.path("debug.log"),
       "crit_create",
       "crit_create",
       "open_append " + transactions,
       "register_exit",
-      "open_read " + folder_.path("csid.conf"),
+      "open_read " + directory_.path("csid.conf"),
       "buffer_open 8192",
       "param_create 7",
       "buffer_close",
@@ -193,7 +195,7 @@ TEST_F(Initialisation, AsksItsHostInOrder) {
 
 // A configuration that there was memory for in part only was taken for the whole.
 TEST_F(Initialisation, NeedsAllOfItsConfig) {
-  const std::string lines = complete() + "logfile=" + folder_.path("log") + "\n";
+  const std::string lines = complete() + "logfile=" + directory_.path("log") + "\n";
   const long of_block = 4, of_pair = 5, pairs = 5;  // what the test asks for, the block, the reader; then each pair
   for (long failing = of_block + 3; failing < of_block + 3 + of_pair * pairs; ++failing) {
     host_.reports.clear();
@@ -211,9 +213,9 @@ TEST_F(Initialisation, CompletesAndSaysSo) {
   EXPECT_THAT(diagnostics(), HasSubstr("\t RDM server is on-line.\n"));
   EXPECT_EQ(variable("PATH"), "/opt/rdm/bin:/usr/bin:/bin");
   EXPECT_EQ(variable("QXCS_DEBUG_LOGLEVEL"), "1");
-  EXPECT_EQ(variable("QXCS_DEBUG_LOGFILE"), folder_.path("debug.log"));
+  EXPECT_EQ(variable("QXCS_DEBUG_LOGFILE"), directory_.path("debug.log"));
   EXPECT_EQ(variable("TMPDIR"), "(unset)");
-  EXPECT_STREQ(cs_csidcf, folder_.path("csid.conf").c_str());
+  EXPECT_STREQ(cs_csidcf, directory_.path("csid.conf").c_str());
   EXPECT_NE(csid_find("c"), nullptr);
   EXPECT_STREQ(csid_default(nullptr), "c");
   EXPECT_NE(rdm_log_crit, nullptr);
@@ -225,7 +227,7 @@ TEST_F(Initialisation, CompletesAndSaysSo) {
 
 TEST_F(Initialisation, SkipsCommentsAndReadsSeveralPairsALine) {
   EXPECT_EQ(init("# bindir=/wrong\n#bindir=/wrong\nbindir=\"/opt/with blank\" tmpdir=/var/tmp\ncsid-config=" +
-                 csid_file() + " csid-default=c debug-loglevel=3 debug-logfile=" + folder_.path("debug.log")),
+                 csid_file() + " csid-default=c debug-loglevel=3 debug-logfile=" + directory_.path("debug.log")),
             0);
   EXPECT_EQ(variable("PATH"), "/opt/with blank:/usr/bin:/bin");
   EXPECT_EQ(variable("TMPDIR"), "/var/tmp");
@@ -270,7 +272,7 @@ TEST_F(Initialisation, LogsToStandardErrorWhereNoFileIsNamed) {
   EXPECT_EQ(variable("QXCS_DEBUG_LOGFILE"), "(unset)");
 }
 
-TEST_F(Initialisation, WithoutAPathTheCommandsFolderIsThePath) {
+TEST_F(Initialisation, WithoutAPathTheCommandsDirectoryIsThePath) {
   unsetenv("PATH");
   EXPECT_EQ(init(complete()), 0);
   EXPECT_EQ(variable("PATH"), "/opt/rdm/bin");
@@ -290,7 +292,7 @@ TEST_F(Initialisation, ReportsTheFirstMissingKeyInOrder) {
 }
 
 TEST_F(Initialisation, WhatWasSetUpBeforeAMissingKeyStays) {
-  EXPECT_EQ(init("bindir=/b tmpdir=/t logfile=" + folder_.path("transactions.log") + " csid-default=c\n"), -1);
+  EXPECT_EQ(init("bindir=/b tmpdir=/t logfile=" + directory_.path("transactions.log") + " csid-default=c\n"), -1);
   EXPECT_EQ(variable("PATH"), "/b:/usr/bin:/bin");
   EXPECT_EQ(variable("TMPDIR"), "/t");
   EXPECT_NE(logfd, -1);
@@ -304,17 +306,17 @@ TEST_F(Initialisation, WhatWasSetUpBeforeAMissingKeyStays) {
 }
 
 TEST_F(Initialisation, SetsUpLogAndSectionsBeforeItMissesAKey) {
-  EXPECT_EQ(init("logfile=" + folder_.path("transactions.log") + "\n"), -1);
+  EXPECT_EQ(init("logfile=" + directory_.path("transactions.log") + "\n"), -1);
   EXPECT_NE(rdm_log_crit, nullptr);
   EXPECT_NE(rdm_service_crit, nullptr);
   EXPECT_EQ(variable("QXCS_DEBUG_LOGLEVEL"), "1");
-  EXPECT_TRUE(support::file_exists(folder_.path("transactions.log")));
+  EXPECT_TRUE(support::file_exists(directory_.path("transactions.log")));
   EXPECT_EQ(variable("PATH"), "/usr/bin:/bin");
 }
 
 TEST_F(Initialisation, LeavesTheErrorInTheConfigurationBlock) {
   for (const char *key : {"bindir", "csid-config", "csid-default"}) {
-    const pblock_ptr config(host_param_create(3));
+    const PblockPtr config(host_param_create(3));
     for (const char *other : {"bindir", "csid-config", "csid-default"})
       if (std::string(other) != key) host_param_add(other, "/o", config.get());
     testing::internal::CaptureStderr();
@@ -339,20 +341,20 @@ TEST_F(Initialisation, FailsWithoutEitherSection) {
   for (refused = 1; refused <= 2; ++refused) {
     asked = 0;
     release_sections();
-    std::filesystem::remove(folder_.path("debug.log"));
+    std::filesystem::remove(directory_.path("debug.log"));
     EXPECT_EQ(init(complete()), -1) << refused;
     EXPECT_EQ(diagnostic_lines(), "WARNING: Critical section allocation failure.\n");
     EXPECT_EQ(variable("QXCS_DEBUG_LOGLEVEL"), "(unset)");
   }
   release_sections();
   refused = asked + 1;
-  std::filesystem::remove(folder_.path("debug.log"));
+  std::filesystem::remove(directory_.path("debug.log"));
   EXPECT_EQ(init("debug-loglevel=0\n" + complete()), -1);
   EXPECT_EQ(diagnostics(), "");
 }
 
 TEST_F(Initialisation, OpensTheTransactionLogForAppending) {
-  const std::string path = folder_.write("transactions.log", "old\n");
+  const std::string path = directory_.write("transactions.log", "old\n");
   EXPECT_EQ(init(complete() + "logfile=" + path + "\n"), 0);
   EXPECT_STREQ(logfile, path.c_str());
   ASSERT_NE(logfd, -1);
@@ -361,7 +363,7 @@ TEST_F(Initialisation, OpensTheTransactionLogForAppending) {
 }
 
 TEST_F(Initialisation, GoesOnWithoutATransactionLogThatCannotBeOpened) {
-  const std::string path = folder_.path("missing/transactions.log");
+  const std::string path = directory_.path("missing/transactions.log");
   EXPECT_EQ(init(complete() + "logfile=" + path + "\n"), 0);
   EXPECT_EQ(logfd, -1);
   EXPECT_EQ(host_.reports,
@@ -370,23 +372,23 @@ TEST_F(Initialisation, GoesOnWithoutATransactionLogThatCannotBeOpened) {
 }
 
 TEST_F(Initialisation, CutsTheTransactionLogsPath) {
-  std::string cut = folder_.path("transactions.log");
+  std::string cut = directory_.path("transactions.log");
   cut.insert(cut.rfind('/'), 1023 - cut.size(), '/');
   const std::string lines = complete() + "logfile=" + cut + std::string(977, 'p') + "\n";
   const support::Trace trace;
   EXPECT_EQ(init(lines), 0);
   EXPECT_EQ(std::string(logfile), cut);
   EXPECT_THAT(trace.calls(), testing::Contains("open_append " + cut));
-  EXPECT_TRUE(support::file_exists(folder_.path("transactions.log")));
+  EXPECT_TRUE(support::file_exists(directory_.path("transactions.log")));
   EXPECT_NE(logfd, -1);
 }
 
 TEST_F(Initialisation, RegistersTheExitsInOrder) {
-  const std::string schema =
-      folder_.write("schema.rdm",
-                    "@SCHEMA { -\nschema-name{5}:\tBooks\nsoif-attribute-1{5}:\ttitle\nsystem-table-name-1{3}:\tDOC\n"
-                    "system-column-name-1{5}:\tTitle\n}\n");
-  const std::string lines = complete() + "logfile=" + folder_.path("transactions.log") + "\n";
+  const std::string schema = directory_.write(
+      "schema.rdm",
+      "@SCHEMA { -\nschema-name{5}:\tBooks\nsoif-attribute-1{5}:\ttitle\nsystem-table-name-1{3}:\tDOC\n"
+      "system-column-name-1{5}:\tTitle\n}\n");
+  const std::string lines = complete() + "logfile=" + directory_.path("transactions.log") + "\n";
   csid_file("csid=\"c\" schema-description=\"" + schema + "\"\n");
   EXPECT_EQ(init(lines), 0);
   ASSERT_EQ(host_.exits.size(), 3u);
@@ -397,7 +399,7 @@ TEST_F(Initialisation, RegistersTheExitsInOrder) {
   run(1);
   EXPECT_EQ(csid_find("c"), nullptr);
   // The last exit is neither of the others: with log and registry back it leaves them be, and the schema too.
-  csid_init(folder_.path("csid.conf").c_str(), "c");
+  csid_init(directory_.path("csid.conf").c_str(), "c");
   logfd = host_open_append(logfile);
   run(2);
   EXPECT_NE(logfd, -1);
@@ -411,13 +413,13 @@ TEST_F(Initialisation, RegistersNoLogExitWithoutATransactionLog) {
 }
 
 TEST_F(Initialisation, LoadsTheSchemaOfTheDefaultCatalog) {
-  const std::string schema =
-      folder_.write("schema.rdm",
-                    "@SCHEMA { -\nschema-name{5}:\tBooks\nsoif-attribute-1{5}:\ttitle\nsystem-table-name-1{3}:\tDOC\n"
-                    "system-column-name-1{5}:\tTitle\n}\n");
+  const std::string schema = directory_.write(
+      "schema.rdm",
+      "@SCHEMA { -\nschema-name{5}:\tBooks\nsoif-attribute-1{5}:\ttitle\nsystem-table-name-1{3}:\tDOC\n"
+      "system-column-name-1{5}:\tTitle\n}\n");
   csid_file("csid=\"other\"\ncsid=\"c\" schema-description=\"" + schema + "\"\n");
-  const std::string lines = "bindir=/b\ncsid-config=" + folder_.path("csid.conf") +
-                            "\ncsid-default=c\ndebug-logfile=" + folder_.path("debug.log") + "\n";
+  const std::string lines = "bindir=/b\ncsid-config=" + directory_.path("csid.conf") +
+                            "\ncsid-default=c\ndebug-logfile=" + directory_.path("debug.log") + "\n";
   EXPECT_EQ(init(lines), 0);
   EXPECT_STREQ(schema_name(), "Books");
   char column[512];
@@ -448,7 +450,7 @@ TEST_F(Initialisation, DiagnosticsComeInTheOrderOfTheSteps) {
 }
 
 TEST_F(Initialisation, GoesOnWithoutAReadableRegistry) {
-  EXPECT_EQ(init("bindir=/b csid-config=/nowhere csid-default=c debug-logfile=" + folder_.path("debug.log")), 0);
+  EXPECT_EQ(init("bindir=/b csid-config=/nowhere csid-default=c debug-logfile=" + directory_.path("debug.log")), 0);
   EXPECT_EQ(diagnostic_lines(),
             "ERROR: csid_init: /nowhere: No such file or directory\n"
             "RDM server is on-line.\n");
@@ -458,7 +460,7 @@ TEST_F(Initialisation, GoesOnWithoutAReadableRegistry) {
 
 /// A host that starts the service anew without having run the exits must not lose a descriptor each time.
 TEST_F(Initialisation, AnotherOneClosesTheTransactionLogOfTheOneBefore) {
-  const std::string with_log = complete() + "logfile=" + folder_.path("transactions.log") + "\n";
+  const std::string with_log = complete() + "logfile=" + directory_.path("transactions.log") + "\n";
   EXPECT_EQ(init(with_log), 0);
   const host_fd before = logfd;
   cslog_terminate();

@@ -1,10 +1,11 @@
-#include <gtest/gtest.h>
-
+// SPDX-License-Identifier: MIT
 #include <algorithm>
 #include <cstdio>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "service/csid.h"
 #include "service/rdm.h"
@@ -12,6 +13,8 @@
 #include "service/support/trace.h"
 #include "support/diagnostics.h"
 #include "support/memory_host.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -81,8 +84,8 @@ class Intake : public support::HostTest {
     EXPECT_EQ(host.reports, std::vector<std::string>{"0 rdm-service: " + report}) << what;
   }
 
-  support::TemporaryFolder folder_;
-  support::Registry registry_{folder_, "csid=\"" + std::string(books) + "\"\n", books};
+  support::TemporaryDirectory directory_;
+  support::Registry registry_{directory_, "csid=\"" + std::string(books) + "\"\n", books};
 };
 
 TEST_F(Intake, WithoutMethodOrUriAborts) {
@@ -486,11 +489,11 @@ TEST_F(Intake, AnErrorWithinTheHeaderIsAByteOfIt) {
 }
 
 TEST_F(Intake, AnErrorWithinTheAnnouncedBodyIsAByteOfIt) {
-  support::Catalog catalog(folder_);
+  support::Catalog catalog(directory_);
   catalog.put(1, soif("DOCUMENT", "u", {{"y\xffz", "kept"}, {"yz", "left out"}}));
   catalog.index({{1000, 1}});
   const support::Registry registry(
-      folder_, "csid=\"" + std::string(books) + "\" catalog-database=\"" + catalog.path() + "\"\n", books);
+      directory_, "csid=\"" + std::string(books) + "\" catalog-database=\"" + catalog.path() + "\"\n", books);
   const std::string message = rd_request(soif("RDMQUERY", "-", {{"view-attributes", "y?z"}, {"scope", "all"}}));
   EXPECT_EQ(serve_drop_by_drop("/rdm/rd-request", message, message.find('?')), HOST_DONE);
   EXPECT_EQ(host.sent, soif("RDMHEADER", "-", {{"rdm-version", "1.0"}, {"rdm-type", "rd-response"}}) + "\n\n" +
@@ -577,9 +580,9 @@ TEST_F(Intake, ABadScopeIsReportedBeforeItIsAnswered) {
 }
 
 TEST_F(Intake, ADescriptionIsOpenedAfterTheHeaderHasGoneOut) {
-  const std::string path = folder_.write("server.rdm", "the description\n");
-  const support::Registry registry(folder_, "csid=\"" + std::string(books) + "\" server-description=\"" + path + "\"\n",
-                                   books);
+  const std::string path = directory_.write("server.rdm", "the description\n");
+  const support::Registry registry(directory_,
+                                   "csid=\"" + std::string(books) + "\" server-description=\"" + path + "\"\n", books);
   Exchange x("GET", "/rdm/server-description-request");
   const support::Trace trace;
   EXPECT_EQ(serve(x), HOST_DONE);
@@ -614,12 +617,12 @@ TEST_F(Intake, MessagesBeyondTheMemoryOfTheirBuffersGoThroughFiles) {
 
 /// A handler that has sent its answer leaves nothing to send.
 TEST_F(Intake, AnswersThatTheirHandlerSendsGoOutOnce) {
-  support::Catalog catalog(folder_);
+  support::Catalog catalog(directory_);
   const std::string record = soif("DOCUMENT", "u", {{"title", "T"}});
   catalog.put(1, record);
   catalog.index({{1000, 1}});
   const support::Registry registry(
-      folder_, "csid=\"" + std::string(books) + "\" catalog-database=\"" + catalog.path() + "\"\n", books);
+      directory_, "csid=\"" + std::string(books) + "\" catalog-database=\"" + catalog.path() + "\"\n", books);
   const std::string message = soif("RDMHEADER", "-",
                                    {{"rdm-version", "1.0"},
                                     {"rdm-type", "rd-request"},

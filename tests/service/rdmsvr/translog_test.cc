@@ -1,6 +1,7 @@
-#include <gtest/gtest.h>
-
+// SPDX-License-Identifier: MIT
 #include <regex>
+
+#include <gtest/gtest.h>
 
 #include "service/rdm.h"
 #include "service/support/trace.h"
@@ -8,15 +9,17 @@
 #include "support/files.h"
 #include "support/memory_host.h"
 
+using namespace rdm;
+
 namespace {
 
 using support::Exchange;
-using support::TemporaryFolder;
+using support::TemporaryDirectory;
 
 class TransactionLog : public support::HostTest {
  protected:
   void SetUp() override {
-    path_ = folder_.path("transactions.log");
+    path_ = directory_.path("transactions.log");
     rdm_log_crit = host_crit_create();
     logfd = host_open_append(path_.c_str());
   }
@@ -26,7 +29,7 @@ class TransactionLog : public support::HostTest {
     rdm_log_crit = nullptr;
     support::HostTest::TearDown();
   }
-  TemporaryFolder folder_;
+  TemporaryDirectory directory_;
   std::string path_;
 };
 
@@ -106,7 +109,7 @@ TEST_F(TransactionLog, WithNothingToWriteTheSectionIsLeftAlone) {
 TEST_F(TransactionLog, ALineThatWaitsWhileTheLogIsClosedIsDropped) {
   static std::string next_path;
   static host_fd next;
-  next_path = folder_.write("next", "");
+  next_path = directory_.write("next", "");
   qxapi_host table = support::memory_host();
   table.crit_enter = [](host_crit *section) {
     host_close(logfd);

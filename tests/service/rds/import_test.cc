@@ -1,5 +1,5 @@
+// SPDX-License-Identifier: MIT
 #include <dlfcn.h>
-#include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
@@ -7,10 +7,14 @@
 #include <cstring>
 #include <filesystem>
 
+#include <gtest/gtest.h>
+
 #include "service/message.h"
 #include "service/support/catalog.h"
 #include "support/diagnostics.h"
 #include "support/memory_host.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -44,9 +48,9 @@ class Import : public support::HostTest {
     names = Names{};
     const char *path = std::getenv("PATH");
     old_path_ = path == nullptr ? "" : path;
-    setenv("PATH", (folder_.path() + ":" + old_path_).c_str(), 1);
+    setenv("PATH", (directory_.path() + ":" + old_path_).c_str(), 1);
     setenv("TMPDIR", temporary_.path().c_str(), 1);
-    command("case \"$verb\" in update) cat > " + folder_.path("body") +
+    command("case \"$verb\" in update) cat > " + directory_.path("body") +
             "; echo 3;; expire) echo 2;; index) echo 5;;"
             " unclassified) echo http://localhost/1;; esac");
     response_ = make_csio();
@@ -64,13 +68,13 @@ class Import : public support::HostTest {
   /// command writes a minidba that logs its arguments and then runs a script,
   /// whose $verb is the last argument.
   void command(const std::string &script) {
-    const std::string path = folder_.write(
-        "minidba", "#!/bin/sh\necho \"$*\" >> " + folder_.path("calls") + "\nfor verb; do :; done\n" + script + "\n");
+    const std::string path = directory_.write("minidba", "#!/bin/sh\necho \"$*\" >> " + directory_.path("calls") +
+                                                             "\nfor verb; do :; done\n" + script + "\n");
     chmod(path.c_str(), 0755);
   }
 
   int32_t import(const char *csid = "c", int32_t type = RDM_RD_RESPONSE) {
-    const rdmhdr_ptr header = make_rdmhdr(type);
+    const RdmHeaderPtr header = make_rdmhdr(type);
     header->csid = csid != nullptr ? host_strdup(csid) : nullptr;
     const int32_t result = rds_rd_response(header.get(), body_.get(), response_.get(), &x_.session, &x_.request);
     body_.reset();
@@ -84,7 +88,7 @@ class Import : public support::HostTest {
     return bytes;
   }
   long fail_each_allocation(const std::string &body);
-  std::string calls() { return support::read_file(folder_.path("calls")); }
+  std::string calls() { return support::read_file(directory_.path("calls")); }
 
   static std::string accepted(const std::string &text) {
     return soif("RDMHEADER", "-", {{"rdm-version", "1.0"}, {"rdm-type", "status-response"}}) + "\n\n\n\n" + text +
@@ -96,13 +100,13 @@ class Import : public support::HostTest {
            "\n\n\n\n" + text + "\n\n";
   }
 
-  support::TemporaryFolder folder_, temporary_;
-  std::string database_ = folder_.path("catalog.db");
-  support::Registry registry_{folder_, "csid=\"c\" catalog-database=\"" + database_ +
-                                           "\"\ncsid=\"relative\" "
-                                           "catalog-database=\"catalog\"\ncsid=\"bare\"\n"};
+  support::TemporaryDirectory directory_, temporary_;
+  std::string database_ = directory_.path("catalog.db");
+  support::Registry registry_{directory_, "csid=\"c\" catalog-database=\"" + database_ +
+                                              "\"\ncsid=\"relative\" "
+                                              "catalog-database=\"catalog\"\ncsid=\"bare\"\n"};
   std::string old_path_;
-  csio_ptr response_, body_;
+  CsioPtr response_, body_;
   Exchange x_{"POST", "/rdm/rd-response"};
 };
 
@@ -113,8 +117,8 @@ TEST_F(Import, RunsTheFourCommandsInOrder) {
   EXPECT_EQ(calls(), "-d " + database_ + " update\n-d " + database_ + " expire\n-d " + database_ + " -i " + database_ +
                          ".idx index\n-d " + database_ + " -i " + database_ + ".idx unclassified\n");
   EXPECT_EQ(answer(), accepted("Accepted 3 RDs from Unknown-Source"));
-  EXPECT_EQ(support::read_file(folder_.path("body")), "@DOCUMENT { -\n}\n");
-  EXPECT_EQ(support::read_file(folder_.path("unclassified")), "http://localhost/1\n");
+  EXPECT_EQ(support::read_file(directory_.path("body")), "@DOCUMENT { -\n}\n");
+  EXPECT_EQ(support::read_file(directory_.path("unclassified")), "http://localhost/1\n");
   EXPECT_EQ(diagnostics.text(), "Expired 2 RDs.\nIndexed 5 RDs.\n");
   EXPECT_NE(x_.var("rdm-log-message").find("\"Accepted 3 RDs from Unknown-Source\" - -\n"), std::string::npos);
   EXPECT_EQ(response_->finished, 1);
@@ -127,7 +131,7 @@ TEST_F(Import, TakesABodyThatIsInAFileAlready) {
   append_text(body_.get(), text.substr(20000));
   ASSERT_NE(body_->filename, nullptr);
   EXPECT_EQ(import(), 0);
-  EXPECT_EQ(support::read_file(folder_.path("body")), text);
+  EXPECT_EQ(support::read_file(directory_.path("body")), text);
 }
 
 TEST_F(Import, TakesEveryByteOfABodyThatGrewInItsFile) {
@@ -139,7 +143,7 @@ TEST_F(Import, TakesEveryByteOfABodyThatGrewInItsFile) {
   }
   ASSERT_NE(body_->filename, nullptr);
   EXPECT_EQ(import(), 0);
-  EXPECT_EQ(support::read_file(folder_.path("body")), text);
+  EXPECT_EQ(support::read_file(directory_.path("body")), text);
 }
 
 TEST_F(Import, ABodyThatTheDiskDidNotTakeIsNotImported) {
@@ -151,13 +155,13 @@ TEST_F(Import, ABodyThatTheDiskDidNotTakeIsNotImported) {
   EXPECT_EQ(import(), 0);
   EXPECT_EQ(answer(), refused("Failed to import RDs"));
   EXPECT_EQ(diagnostics.text(), "ERROR: Cannot save RDs to tmpfile?\n");
-  EXPECT_FALSE(support::file_exists(folder_.path("calls")));
+  EXPECT_FALSE(support::file_exists(directory_.path("calls")));
 }
 
 TEST_F(Import, AnEmptyBodyIsAnEmptyDelivery) {
-  command("[ \"$verb\" != update ] || { cat > " + folder_.path("body") + "; echo 0; }");
+  command("[ \"$verb\" != update ] || { cat > " + directory_.path("body") + "; echo 0; }");
   EXPECT_EQ(import(), 0);
-  EXPECT_EQ(support::read_file(folder_.path("body")), "");
+  EXPECT_EQ(support::read_file(directory_.path("body")), "");
   EXPECT_EQ(answer(), accepted("Accepted 0 RDs from Unknown-Source"));
 }
 
@@ -168,7 +172,7 @@ TEST_F(Import, ADeleteResponseIsImportedLikeAnUpdate) {
 }
 
 TEST_F(Import, ResultsAreTheServersOwnFiles) {
-  const std::string list = folder_.path("results");
+  const std::string list = directory_.path("results");
   command("stat -c '%a %F' \"$TMPDIR\"/csrds* >> " + list + " 2>/dev/null; [ \"$verb\" != update ] || echo 7");
   const mode_t old = umask(022);
   EXPECT_EQ(import(), 0);
@@ -180,11 +184,11 @@ TEST_F(Import, ResultsAreTheServersOwnFiles) {
 
 TEST_F(Import, AResultGoesIntoNoFileThatIsThereAlready) {
   append_text(body_.get(), "@DOCUMENT { -\n}\n");
-  names.taken = folder_.path("link");
-  std::filesystem::create_symlink(folder_.write("victim", "kept"), names.taken);
+  names.taken = directory_.path("link");
+  std::filesystem::create_symlink(directory_.write("victim", "kept"), names.taken);
   EXPECT_EQ(import(), 0);
   EXPECT_EQ(answer(), accepted("Accepted 3 RDs from Unknown-Source"));
-  EXPECT_EQ(support::read_file(folder_.path("victim")), "kept");
+  EXPECT_EQ(support::read_file(directory_.path("victim")), "kept");
   EXPECT_TRUE(std::filesystem::is_symlink(names.taken));
 }
 
@@ -196,7 +200,7 @@ TEST_F(Import, WithoutANameForTheFirstResultNothingRuns) {
   EXPECT_EQ(answer(), refused("Failed to import RDs"));
   EXPECT_EQ(diagnostics.text(), "ERROR: Cannot create tmpfile?\n");
   EXPECT_EQ(x_.var("rdm-log-message"), "");
-  EXPECT_FALSE(support::file_exists(folder_.path("calls")));
+  EXPECT_FALSE(support::file_exists(directory_.path("calls")));
 }
 
 TEST_F(Import, WithoutANameForAnEmptyBodyNothingRuns) {
@@ -205,7 +209,7 @@ TEST_F(Import, WithoutANameForAnEmptyBodyNothingRuns) {
   EXPECT_EQ(import(), 0);
   EXPECT_EQ(answer(), refused("Failed to import RDs"));
   EXPECT_EQ(diagnostics.text(), "ERROR: Cannot save RDs to tmpfile?\n");
-  EXPECT_FALSE(support::file_exists(folder_.path("calls")));
+  EXPECT_FALSE(support::file_exists(directory_.path("calls")));
 }
 
 TEST_F(Import, AStepWithoutANameForItsResultIsLeftOut) {
@@ -218,7 +222,7 @@ TEST_F(Import, AStepWithoutANameForItsResultIsLeftOut) {
   } rows[] = {{2, update + index + unclassified, "Indexed 5 RDs.\n"},
               {3, update + expire + unclassified, "Expired 2 RDs.\n"}};
   for (const auto &row : rows) {
-    std::filesystem::remove(folder_.path("calls"));
+    std::filesystem::remove(directory_.path("calls"));
     body_ = make_csio();
     append_text(body_.get(), "@DOCUMENT { -\n}\n");
     names = Names{.refused = row.refused};
@@ -271,9 +275,9 @@ long Import::fail_each_allocation(const std::string &body) {
     body_ = make_csio();
     append_text(body_.get(), body);
     csio_convert2file(body_.get());
-    const rdmhdr_ptr header = make_rdmhdr(RDM_RD_RESPONSE);
+    const RdmHeaderPtr header = make_rdmhdr(RDM_RD_RESPONSE);
     header->csid = host_strdup("c");
-    const csio_ptr response = make_csio();
+    const CsioPtr response = make_csio();
     host.allocations = 0;
     host.fail_allocation = ++failing;
     EXPECT_EQ(rds_rd_response(header.get(), body_.get(), response.get(), &x_.session, &x_.request), 0);
@@ -297,10 +301,10 @@ TEST_F(Import, AnswersThatItFailedUnlessEveryCommandHasRun) {
                           database_ + ".idx index\n-d " + database_ + " -i " + database_ + ".idx unclassified\n";
   long failing = 0;
   do {
-    std::filesystem::remove(folder_.path("calls"));
+    std::filesystem::remove(directory_.path("calls"));
     body_ = make_csio();
     append_text(body_.get(), "@DOCUMENT { -\n}\n");
-    const rdmhdr_ptr header = make_rdmhdr(RDM_RD_RESPONSE);
+    const RdmHeaderPtr header = make_rdmhdr(RDM_RD_RESPONSE);
     header->csid = host_strdup("c");
     csio_reset(response_.get());
     host.allocations = 0;
@@ -308,7 +312,7 @@ TEST_F(Import, AnswersThatItFailedUnlessEveryCommandHasRun) {
     EXPECT_EQ(rds_rd_response(header.get(), body_.get(), response_.get(), &x_.session, &x_.request), 0);
     host.fail_allocation = 0;
     body_.reset();
-    const bool has_run = support::file_exists(folder_.path("calls")) && calls() == all;
+    const bool has_run = support::file_exists(directory_.path("calls")) && calls() == all;
     EXPECT_TRUE(has_run || answer().find("Accepted") == std::string::npos) << failing << ": " << answer();
     EXPECT_EQ(answer().find("Accepted 0"), std::string::npos) << failing;
   } while (host.allocations >= failing);
@@ -328,9 +332,9 @@ TEST_F(Import, NamesItsSource) {
   for (const auto &[headers, source] : rows) {
     Exchange x("POST", "/rdm/rd-response");
     for (const auto &[name, value] : headers) x.header(name, value);
-    const rdmhdr_ptr header = make_rdmhdr(RDM_RD_RESPONSE);
+    const RdmHeaderPtr header = make_rdmhdr(RDM_RD_RESPONSE);
     header->csid = host_strdup("c");
-    const csio_ptr body = make_csio();
+    const CsioPtr body = make_csio();
     EXPECT_EQ(rds_rd_response(header.get(), body.get(), response_.get(), &x.session, &x.request), 0);
     EXPECT_EQ(answer(), accepted("Accepted 3 RDs from " + std::string(source)));
   }
@@ -363,15 +367,15 @@ TEST_F(Import, GoesOnWithoutTheCommand) {
 }
 
 TEST_F(Import, ReplacesTheUnclassifiedList) {
-  folder_.write("unclassified", "old");
-  std::filesystem::create_hard_link(folder_.path("unclassified"), folder_.path("kept"));
+  directory_.write("unclassified", "old");
+  std::filesystem::create_hard_link(directory_.path("unclassified"), directory_.path("kept"));
   command("");
   EXPECT_EQ(import(), 0);
-  EXPECT_EQ(support::read_file(folder_.path("unclassified")), "");
-  EXPECT_EQ(support::read_file(folder_.path("kept")), "old") << "the new list is a file of its own";
+  EXPECT_EQ(support::read_file(directory_.path("unclassified")), "");
+  EXPECT_EQ(support::read_file(directory_.path("kept")), "old") << "the new list is a file of its own";
 }
 
-TEST_F(Import, ListsNothingUnclassifiedWhereTheDatabaseHasNoFolder) {
+TEST_F(Import, ListsNothingUnclassifiedWhereTheDatabaseHasNoDirectory) {
   EXPECT_EQ(import("relative"), 0);
   EXPECT_EQ(calls(),
             "-d catalog update\n-d catalog expire\n-d catalog -i "
@@ -391,24 +395,24 @@ TEST_F(Import, NeedsADatabase) {
   EXPECT_EQ(diagnostics.text(),
             "ERROR: Require 'catalog-database' for <CSID:bare>\nERROR: Require "
             "'catalog-database' for <CSID:(null)>\nERROR: Require 'catalog-database' for <CSID:a\\nb>\n");
-  EXPECT_FALSE(support::file_exists(folder_.path("calls")));
+  EXPECT_FALSE(support::file_exists(directory_.path("calls")));
 }
 
-/// Without a folder for temporary files there are none; the C library falls
+/// Without a directory for temporary files there are none; the C library falls
 /// back on /tmp, so it has to be full of directories that cannot be written: a
-/// limit on file descriptors does the same. no_more_files keeps the process
+/// limit on file descriptors does the same. NoMoreFiles keeps the process
 /// from opening any for its scope.
-class no_more_files {
+class NoMoreFiles {
  public:
-  no_more_files() {
+  NoMoreFiles() {
     getrlimit(RLIMIT_NOFILE, &old_);
     rlimit none = old_;
     none.rlim_cur = 0;
     setrlimit(RLIMIT_NOFILE, &none);
   }
-  no_more_files(const no_more_files &) = delete;
-  no_more_files &operator=(const no_more_files &) = delete;
-  ~no_more_files() { setrlimit(RLIMIT_NOFILE, &old_); }
+  NoMoreFiles(const NoMoreFiles &) = delete;
+  NoMoreFiles &operator=(const NoMoreFiles &) = delete;
+  ~NoMoreFiles() { setrlimit(RLIMIT_NOFILE, &old_); }
 
  private:
   rlimit old_;
@@ -418,12 +422,12 @@ TEST_F(Import, NeedsRoomForItsFiles) {
   append_text(body_.get(), "@DOCUMENT { -\n}\n");
   const Diagnostics diagnostics;
   {
-    const no_more_files limit;
+    const NoMoreFiles limit;
     EXPECT_EQ(import(), 0);
   }
   EXPECT_NE(answer().find(refused("Failed to import RDs")), std::string::npos) << answer();
   EXPECT_NE(diagnostics.text().find("ERROR: Cannot save RDs to tmpfile?\n"), std::string::npos) << diagnostics.text();
-  EXPECT_FALSE(support::file_exists(folder_.path("calls")));
+  EXPECT_FALSE(support::file_exists(directory_.path("calls")));
 }
 
 TEST_F(Import, NeedsRoomForItsResult) {
@@ -431,23 +435,23 @@ TEST_F(Import, NeedsRoomForItsResult) {
   csio_convert2file(body_.get());
   const Diagnostics diagnostics;
   {
-    const no_more_files limit;
+    const NoMoreFiles limit;
     EXPECT_EQ(import(), 0);
   }
   EXPECT_EQ(answer(), refused("Failed to import RDs"));
   EXPECT_EQ(diagnostics.text(), "ERROR: Cannot create tmpfile?\n");
-  EXPECT_FALSE(support::file_exists(folder_.path("calls")));
+  EXPECT_FALSE(support::file_exists(directory_.path("calls")));
 }
 
 TEST_F(Import, WarnsOfPathsThatMeanSomethingToTheShell) {
   const std::filesystem::path here = std::filesystem::current_path();
   // Redirections of the broken commands stay in here.
-  std::filesystem::current_path(folder_.path());
+  std::filesystem::current_path(directory_.path());
   setenv("PATH", "/nonexistent", 1);
   testing::internal::CaptureStderr();
   for (const char c : std::string(" \t|&;<>()$`'*?[]#~!{}^\x01\x7f")) {
     const std::string path = std::string("a") + c + "b";
-    const support::Registry registry(folder_, "csid=\"c\" catalog-database=\"" + path + "\"\n");
+    const support::Registry registry(directory_, "csid=\"c\" catalog-database=\"" + path + "\"\n");
     const Diagnostics diagnostics;
     body_ = make_csio();
     EXPECT_EQ(import(), 0);
@@ -462,7 +466,7 @@ TEST_F(Import, WarnsOfPathsThatMeanSomethingToTheShell) {
 
 TEST_F(Import, PlainPathsAreNoReasonToWarn) {
   for (const char *name : {"a-b_c.d,e:f@g%h=i+j.db", "\xc3\xa9.db"}) {
-    const support::Registry registry(folder_, "csid=\"c\" catalog-database=\"" + folder_.path(name) + "\"\n");
+    const support::Registry registry(directory_, "csid=\"c\" catalog-database=\"" + directory_.path(name) + "\"\n");
     const Diagnostics diagnostics;
     body_ = make_csio();
     EXPECT_EQ(import(), 0);
@@ -477,7 +481,7 @@ TEST_F(ImportDeathTest, TakesNoOtherMessage) {
 }
 
 TEST_F(Import, StatusAnswersCarryTextAndError) {
-  const rdmhdr_ptr header = make_rdmhdr(RDM_RD_RESPONSE);
+  const RdmHeaderPtr header = make_rdmhdr(RDM_RD_RESPONSE);
   append_text(response_.get(), "left over");
   EXPECT_EQ(rds_status_ok("Done.", nullptr, header.get(), body_.get(), response_.get(), &x_.session, &x_.request), 0);
   EXPECT_EQ(answer(), accepted("Done."));

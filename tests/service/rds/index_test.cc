@@ -1,16 +1,19 @@
-#include <gtest/gtest.h>
-
+// SPDX-License-Identifier: MIT
 #include <random>
+
+#include <gtest/gtest.h>
 
 #include "service/rdm.h"
 #include "service/support/catalog.h"
 #include "support/diagnostics.h"
 #include "support/memory_host.h"
 
+using namespace rdm;
+
 namespace {
 
 using support::Diagnostics;
-using support::TemporaryFolder;
+using support::TemporaryDirectory;
 
 constexpr uint32_t magic = 0x3EB1CA0E;
 
@@ -30,9 +33,9 @@ class Index : public support::HostTest {
     support::HostTest::TearDown();
   }
 
-  TemporaryFolder folder_;
-  std::string path_ = folder_.path("catalog.db");
-  support::Registry registry_{folder_, "csid=\"c\" catalog-database=\"" + path_ + "\"\ncsid=\"bare\"\n"};
+  TemporaryDirectory directory_;
+  std::string path_ = directory_.path("catalog.db");
+  support::Registry registry_{directory_, "csid=\"c\" catalog-database=\"" + path_ + "\"\ncsid=\"bare\"\n"};
   cs_dbindex index_{};
 };
 
@@ -73,8 +76,8 @@ TEST_F(Index, NeedsAReadableFile) {
 }
 
 TEST_F(Index, PathsMayBeLong) {
-  const std::string longer = folder_.path(std::string(3000, 'x'));
-  const support::Registry registry(folder_, "csid=\"c\" catalog-database=\"" + longer + "\"\n");
+  const std::string longer = directory_.path(std::string(3000, 'x'));
+  const support::Registry registry(directory_, "csid=\"c\" catalog-database=\"" + longer + "\"\n");
   const Diagnostics diagnostics;
   EXPECT_EQ(load(), 1);
   EXPECT_EQ(diagnostics.text(),

@@ -1,8 +1,10 @@
-#include <gtest/gtest.h>
-
+// SPDX-License-Identifier: MIT
 #include <algorithm>
 #include <cerrno>
 #include <string>
+
+#include <gtest/gtest.h>
+#include <libcs/cs.h>
 
 #include "dba/dba.h"
 #include "service/message.h"
@@ -11,7 +13,7 @@
 #include "support/diagnostics.h"
 #include "support/memory_host.h"
 
-#include <libcs/cs.h>
+using namespace rdm;
 
 namespace {
 
@@ -56,9 +58,9 @@ class Request : public support::HostTest {
     host.sent.clear();
     csio_reset(response_.get());
     x_ = std::make_unique<Exchange>("POST", "/rdm/rd-request");
-    const csio_ptr input = make_csio();
+    const CsioPtr input = make_csio();
     append_text(input.get(), body);
-    const rdmhdr_ptr header = make_rdmhdr(RDM_RD_REQUEST);
+    const RdmHeaderPtr header = make_rdmhdr(RDM_RD_REQUEST);
     if (language != nullptr) header->query_language = host_strdup(language);
     header->csid = host_strdup(csid);
     const int32_t result = rds_rd_request(header.get(), input.get(), response_.get(), &x_->session, &x_->request);
@@ -89,10 +91,10 @@ class Request : public support::HostTest {
     EXPECT_EQ(log_.substr(log_.rfind(' ') + 1), std::to_string(bytes.size()) + "\n");
   }
 
-  support::TemporaryFolder folder_;
-  support::Catalog catalog_{folder_};
-  support::Registry registry_{folder_, "csid=\"c\" catalog-database=\"" + catalog_.path() + "\"\ncsid=\"bare\"\n"};
-  csio_ptr response_;
+  support::TemporaryDirectory directory_;
+  support::Catalog catalog_{directory_};
+  support::Registry registry_{directory_, "csid=\"c\" catalog-database=\"" + catalog_.path() + "\"\ncsid=\"bare\"\n"};
+  CsioPtr response_;
   std::unique_ptr<Exchange> x_;
   std::string log_, type_, length_;
 };
@@ -170,11 +172,11 @@ TEST_F(Request, AKeyThatIsMissingIsSkippedAndCountsAgainstTheLimit) {
 }
 
 /// list_of returns a list of one key.
-list_ptr list_of(const char *key) {
+ListPtr list_of(const char *key) {
   cslist *keys = nullptr;
   cslist_create(&keys);
   cslist_append(keys, key);
-  return list_ptr(keys);
+  return ListPtr(keys);
 }
 
 /// An answer's length has 32 bits, of which its header may take 4096 bytes.
@@ -188,8 +190,8 @@ TEST_F(Request, ARecordThatAnAnswerHasNoRoomForIsSkipped) {
   };
   for (const auto &[record, printed] : rows) {
     catalog_.put(1, record);
-    const list_ptr keys = list_of("00000001");
-    const csio_ptr output = make_csio();
+    const ListPtr keys = list_of("00000001");
+    const CsioPtr output = make_csio();
     append_text(output.get(), "a file takes no memory for the length that it is said to have");
     csio_convert2file(output.get());
     const uint32_t longest = UINT32_MAX - 4096 - static_cast<uint32_t>(printed.size());
@@ -213,7 +215,7 @@ TEST_F(Request, ARecordThatCannotBeReadIsSkippedAndTheReasonLogged) {
     return -1;
   };
   qxapi_bind(&table);
-  const list_ptr keys = list_of("00000001");
+  const ListPtr keys = list_of("00000001");
   const Diagnostics diagnostics;
   allowed = 1;  // the database's header
   EXPECT_EQ(rds_send_rd("c", keys.get(), nullptr, response_.get()), 0);
@@ -383,11 +385,11 @@ TEST_F(Request, AnswersStayInMemoryUpToTheirCeiling) {
 TEST_F(Request, IsReadFromWhereItsBodyStands) {
   const std::string before = soif("RDMQUERY", "-", {{"scope", "some"}});
   Exchange x("POST", "/rdm/rd-request");
-  const csio_ptr input = make_csio();
+  const CsioPtr input = make_csio();
   append_text(input.get(), before + soif("RDMQUERY", "-", {{"scope", "all"}}));
   std::string read_already(before.size(), '\0');
   csio_copy(input.get(), read_already.data(), static_cast<int32_t>(before.size()));
-  const rdmhdr_ptr header = make_rdmhdr(RDM_RD_REQUEST);
+  const RdmHeaderPtr header = make_rdmhdr(RDM_RD_REQUEST);
   header->query_language = host_strdup("gatherer");
   header->csid = host_strdup("c");
   EXPECT_EQ(rds_rd_request(header.get(), input.get(), response_.get(), &x.session, &x.request), 1);
@@ -466,10 +468,10 @@ TEST_F(Request, RefusalsReplaceWhatTheAnswerHeld) {
                                                       {{{"scope", "all"}}, "Server Error: Cannot service request"}};
   for (const auto &[attributes, message] : rows) {
     Exchange x("POST", "/rdm/rd-request");
-    const csio_ptr input = make_csio(), output = make_csio();
+    const CsioPtr input = make_csio(), output = make_csio();
     append_text(input.get(), soif("RDMQUERY", "-", attributes));
     append_text(output.get(), "left over");
-    const rdmhdr_ptr header = make_rdmhdr(RDM_RD_REQUEST);
+    const RdmHeaderPtr header = make_rdmhdr(RDM_RD_REQUEST);
     header->query_language = host_strdup("gatherer");
     header->csid = host_strdup("bare");
     EXPECT_EQ(rds_rd_request(header.get(), input.get(), output.get(), &x.session, &x.request), 0);
@@ -518,7 +520,7 @@ TEST_F(Request, AnIndexThatHasACountButNoEntriesSendsNothing) {
 TEST_F(Request, TheLastDeliveryIsTheResult) {
   cs_dbindex index{};
   ASSERT_EQ(cs_dbsearch_start("c", &index), 0);
-  const host_ptr<cs_dbentry> entries(index.entries);
+  const HostPtr<cs_dbentry> entries(index.entries);
   static int written, failing;
   qxapi_host table = support::memory_host();
   table.net_write = [](host_net *, const void *, int32_t count) { return ++written == failing ? -1 : count; };
@@ -591,7 +593,7 @@ TEST_F(Request, IsRefusedWhileTheDatabasesAreLocked) {
 TEST_F(Request, SendsNothingForACatalogWithoutADatabase) {
   cslist *keys = nullptr;
   cslist_create(&keys);
-  const list_ptr owned(keys);
+  const ListPtr owned(keys);
   const Diagnostics diagnostics;
   EXPECT_EQ(rds_send_rd("bare", keys, nullptr, response_.get()), 0);
   EXPECT_EQ(rds_send_rd(nullptr, keys, nullptr, response_.get()), 0);
@@ -608,7 +610,7 @@ TEST_F(Request, SendsNothingForACatalogWithoutADatabase) {
 TEST_F(Request, SkipsKeysThatAreNull) {
   cslist *keys = nullptr;
   cslist_create(&keys);
-  const list_ptr owned(keys);
+  const ListPtr owned(keys);
   cslist_append(keys, "00000001");
   cslist_append(keys, "00000002");
   std::free(std::exchange(keys->head->data, nullptr));

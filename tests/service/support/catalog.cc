@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "service/support/catalog.h"
 
 #include <gtest/gtest.h>
@@ -5,7 +6,7 @@
 #include "dba/dba.h"
 #include "service/csid.h"
 
-namespace support {
+namespace rdm::support {
 namespace {
 
 void append_word(std::string &bytes, uint32_t word) {
@@ -22,7 +23,7 @@ std::string soif(const std::string &template_name, const std::string &url,
   return text + "}\n";
 }
 
-Catalog::Catalog(const TemporaryFolder &folder, const std::string &name) : path_(folder.path(name)) {
+Catalog::Catalog(const TemporaryDirectory &directory, const std::string &name) : path_(directory.path(name)) {
   DB *database = dba_open(path_.c_str(), "w+");
   if (database == nullptr)
     ADD_FAILURE() << "cannot create " << path_;
@@ -57,10 +58,10 @@ std::string index_bytes(uint32_t magic, uint32_t count, const std::vector<std::p
   return bytes;
 }
 
-Registry::Registry(const TemporaryFolder &folder, const std::string &text, const char *default_csid) {
-  csid_init(folder.write("csid.conf", text).c_str(), default_csid);
+Registry::Registry(const TemporaryDirectory &directory, const std::string &text, const char *default_csid) {
+  csid_init(directory.write("csid.conf", text).c_str(), default_csid);
 }
 
 Registry::~Registry() { csid_terminate(); }
 
-}  // namespace support
+}  // namespace rdm::support

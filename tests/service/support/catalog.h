@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Catalogs and a registry of catalog services, made for one test.
 #ifndef TESTS_SERVICE_SUPPORT_CATALOG_H
 #define TESTS_SERVICE_SUPPORT_CATALOG_H
@@ -9,7 +10,7 @@
 
 #include "support/files.h"
 
-namespace support {
+namespace rdm::support {
 
 /// soif returns an object as text: template, URL and attributes as they stand.
 std::string soif(const std::string &template_name, const std::string &url,
@@ -18,7 +19,7 @@ std::string soif(const std::string &template_name, const std::string &url,
 /// Catalog is a database with its index beside it.
 class Catalog {
  public:
-  explicit Catalog(const TemporaryFolder &folder, const std::string &name = "catalog.db");
+  explicit Catalog(const TemporaryDirectory &directory, const std::string &name = "catalog.db");
 
   const std::string &path() const { return path_; }
   /// put stores a record under a number.
@@ -36,12 +37,12 @@ std::string index_bytes(uint32_t magic, uint32_t count, const std::vector<std::p
 /// Registry configures catalog services from the text of a CSID configuration file, for its lifetime.
 class Registry {
  public:
-  Registry(const TemporaryFolder &folder, const std::string &text, const char *default_csid = nullptr);
+  Registry(const TemporaryDirectory &directory, const std::string &text, const char *default_csid = nullptr);
   Registry(const Registry &) = delete;
   Registry &operator=(const Registry &) = delete;
   ~Registry();
 };
 
-}  // namespace support
+}  // namespace rdm::support
 
 #endif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "service/support/trace.h"
 
 #include <cstdio>
@@ -6,7 +7,7 @@
 #include "service/rdm.h"
 #include "support/memory_host.h"
 
-namespace support {
+namespace rdm::support {
 namespace {
 
 std::vector<std::string> noted;
@@ -135,4 +136,4 @@ long open_descriptors() {
   return std::distance(begin(all), end(all));
 }
 
-}  // namespace support
+}  // namespace rdm::support

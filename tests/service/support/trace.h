@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// The calls that the service makes of its host, in their order.
 #ifndef TESTS_SERVICE_SUPPORT_TRACE_H
 #define TESTS_SERVICE_SUPPORT_TRACE_H
@@ -7,7 +8,7 @@
 
 #include <qxapi/qxapi.h>
 
-namespace support {
+namespace rdm::support {
 
 /// Trace is a memory host that notes, for its lifetime, what is asked of it: blocks of pairs, files and their readers,
 /// sections ("log", "service"), statuses, answers, exits and reports. Files that are opened for writing have no name
@@ -28,6 +29,6 @@ class Trace {
 /// open_descriptors counts the descriptors that the process has open.
 long open_descriptors();
 
-}  // namespace support
+}  // namespace rdm::support
 
 #endif

@@ -1,15 +1,19 @@
+// SPDX-License-Identifier: MIT
 #include "catalog_files.h"
 
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
 
+#include <gtest/gtest.h>
+
 #include "dba/guard.h"
 #include "libcs/guard.h"
 #include "support/directories.h"
+
+namespace rdm {
 
 std::string rd(const std::string &url, const Attributes &attributes) {
   std::string text = "@DOCUMENT { " + url + "\n";
@@ -41,14 +45,14 @@ support::Finished CatalogFiles::run(const std::vector<std::string> &words, const
 support::Finished CatalogFiles::run_read_only(const std::vector<std::string> &words) const {
   std::vector<std::string> all = command({"-i", path(".idx")});
   all.insert(all.end(), words.begin(), words.end());
-  ::chmod(folder().c_str(), 0555);
+  ::chmod(directory().c_str(), 0555);
   support::Finished finished = support::run(support::as_owner(all));
-  ::chmod(folder().c_str(), 0755);
+  ::chmod(directory().c_str(), 0755);
   return finished;
 }
 
 void CatalogFiles::put(const std::string &key, const std::string &record) const {
-  const database_ptr database(dba_open(path().c_str(), "w"));
+  const DatabasePtr database(dba_open(path().c_str(), "w"));
   ASSERT_TRUE(database);
   std::string name = key, bytes = record;
   DBT k{}, v{};
@@ -60,7 +64,7 @@ void CatalogFiles::put(const std::string &key, const std::string &record) const 
 }
 
 void CatalogFiles::remove(const std::string &key) const {
-  const database_ptr database(dba_open(path().c_str(), "w"));
+  const DatabasePtr database(dba_open(path().c_str(), "w"));
   ASSERT_TRUE(database);
   std::string name = key;
   DBT k{};
@@ -83,7 +87,7 @@ void CatalogFiles::make_empty() const { EXPECT_EQ(run({"import"}, export_header(
 
 std::map<std::string, std::string> CatalogFiles::records() const {
   std::map<std::string, std::string> records;
-  const database_ptr database(dba_open(path().c_str(), "r"));
+  const DatabasePtr database(dba_open(path().c_str(), "r"));
   if (!database) {
     ADD_FAILURE() << "cannot open " << path();
     return records;
@@ -98,7 +102,7 @@ std::map<std::string, std::string> CatalogFiles::records() const {
 }
 
 std::string CatalogFiles::value(const std::string &record, const std::string &attribute) {
-  const soif_ptr object = soif_reader(record).next();
+  const SoifPtr object = SoifReader(record).next();
   const char *text = object ? soif_findval(object.get(), attribute.c_str()) : nullptr;
   return text != nullptr ? text : "(none)";
 }
@@ -116,7 +120,9 @@ std::vector<uint32_t> CatalogFiles::words() const {
 
 std::vector<std::string> CatalogFiles::files() const {
   std::vector<std::string> names;
-  for (const auto &entry : std::filesystem::directory_iterator(folder())) names.push_back(entry.path().filename());
+  for (const auto &entry : std::filesystem::directory_iterator(directory())) names.push_back(entry.path().filename());
   std::sort(names.begin(), names.end());
   return names;
 }
+
+}  // namespace rdm

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// A catalog that tests maintain with the real program and read with the library.
 #ifndef TESTS_TOOLS_MINIDBA_CATALOG_FILES_H
 #define TESTS_TOOLS_MINIDBA_CATALOG_FILES_H
@@ -10,6 +11,8 @@
 
 #include "support/files.h"
 #include "support/process.h"
+
+namespace rdm {
 
 /// Attributes of a description, in the order in which they are written.
 using Attributes = std::vector<std::pair<std::string, std::string>>;
@@ -30,7 +33,7 @@ class CatalogFiles {
   std::vector<std::string> command(const std::vector<std::string> &words) const;
   /// run runs a verb with its options on the catalog; `-i` is given too.
   support::Finished run(const std::vector<std::string> &words, const std::string &input = "") const;
-  /// run_read_only does the same as a user who may only read the folder and what is in it.
+  /// run_read_only does the same as a user who may only read the directory and what is in it.
   support::Finished run_read_only(const std::vector<std::string> &words) const;
   /// put stores a record under a key as it stands; remove takes one away.
   void put(const std::string &key, const std::string &record) const;
@@ -44,14 +47,16 @@ class CatalogFiles {
   static std::string value(const std::string &record, const std::string &attribute);
   /// words returns the index as its 32-bit numbers.
   std::vector<uint32_t> words() const;
-  /// files returns the names in the catalog's folder.
+  /// files returns the names in the catalog's directory.
   std::vector<std::string> files() const;
 
-  std::string path(const std::string &suffix = "") const { return folder_.path("catalog.db") + suffix; }
-  std::string folder() const { return folder_.path(); }
+  std::string path(const std::string &suffix = "") const { return directory_.path("catalog.db") + suffix; }
+  std::string directory() const { return directory_.path(); }
 
  private:
-  support::TemporaryFolder folder_;
+  support::TemporaryDirectory directory_;
 };
+
+}  // namespace rdm
 
 #endif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "catalog_model.h"
 
 #include <zlib.h>
@@ -7,6 +8,8 @@
 #include <cstring>
 #include <set>
 #include <tuple>
+
+namespace rdm {
 
 namespace {
 
@@ -534,3 +537,5 @@ std::string CatalogModel::adopt(const std::map<std::string, std::string> &record
   }
   return {};
 }
+
+}  // namespace rdm

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// What a catalog must be: its descriptions by number as plain values, which numbers were used, and what the index and
 /// the URL map know of them. Each verb says what it prints and becomes what the catalog must be after it.
 #ifndef TESTS_TOOLS_MINIDBA_CATALOG_MODEL_H
@@ -11,6 +12,8 @@
 #include <vector>
 
 #include "catalog_files.h"
+
+namespace rdm {
 
 /// A description as a reader of its text sees it. Names are lower-case, and empty values are none.
 struct Description {
@@ -144,5 +147,7 @@ class CatalogModel {
   std::map<uint32_t, std::string> texts_;  // of the same, as they are kept
   std::optional<std::vector<Entry>> indexed_;
 };
+
+}  // namespace rdm
 
 #endif

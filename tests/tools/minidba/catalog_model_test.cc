@@ -1,15 +1,19 @@
+// SPDX-License-Identifier: MIT
 /// Catalogs under random sequences of verbs: after each, what it printed, the records, the index and the verdict are
 /// those of a model.
 #include "catalog_model.h"
 
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <ctime>
+
+#include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 #include "support/model.h"
 #include "verb.h"
+
+using namespace rdm;
 
 namespace {
 

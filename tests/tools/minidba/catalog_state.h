@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// What a catalog and the files beside it hold, to be compared before a verb and after it.
 #ifndef TESTS_TOOLS_MINIDBA_CATALOG_STATE_H
 #define TESTS_TOOLS_MINIDBA_CATALOG_STATE_H
@@ -9,6 +10,8 @@
 
 #include "support/files.h"
 #include "tools/minidba/catalog_files.h"
+
+namespace rdm {
 
 /// without_times leaves out the times of taking in, which differ from run to run.
 inline std::string without_times(std::string text) {
@@ -25,14 +28,14 @@ struct CatalogState {
   bool operator==(const CatalogState &) const = default;
 };
 
-/// state_of reads a catalog, its index, and the files of the names "exported" and "rejects" in its folder.
+/// state_of reads a catalog, its index, and the files of the names "exported" and "rejects" in its directory.
 inline CatalogState state_of(const CatalogFiles &catalog) {
   CatalogState state;
   if (support::file_exists(catalog.path()))
     for (const auto &[key, record] : catalog.records()) state.records[key] = without_times(record);
   for (const char *name : {"catalog.db.idx", "exported", "rejects"}) {
     std::optional<std::string> &bytes = state.files[name];
-    if (const std::string path = catalog.folder() + "/" + name; support::file_exists(path))
+    if (const std::string path = catalog.directory() + "/" + name; support::file_exists(path))
       bytes = without_times(support::read_file(path));
   }
   return state;
@@ -47,5 +50,7 @@ inline bool is_either(const CatalogState &now, const CatalogState &before, const
            return bytes == before.files.at(name) || bytes == after.files.at(name);
          });
 }
+
+}  // namespace rdm
 
 #endif

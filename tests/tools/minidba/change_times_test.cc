@@ -1,12 +1,13 @@
+// SPDX-License-Identifier: MIT
 /// Times of change never go back and never come early: a gatherer that asks for what has changed since the newest time
 /// that it holds is told of everything, whatever the clock of the machine does.
 #include "catalog/change_times.h"
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <libcs/cs.h>
 
 #include "catalog/hash/trailer.h"
@@ -14,6 +15,8 @@
 #include "catalog/record.h"
 #include "catalog_files.h"
 #include "verb.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -214,18 +217,18 @@ TEST_F(ChangeTimes, OfACatalogOfAnEarlierVersionAreReadFromItsRecords) {
 TEST_F(ChangeTimes, AreNotTakenFromAMapThatAnEarlierVersionHasWritten) {
   update(1, "One");
   const std::string path = catalog_.path(".url");
-  const auto stamp = [&] { return catalog::Stamp::read(catalog::File::open(path)); };
-  ASSERT_EQ(stamp()->newest_change, noon);
+  const auto trailer = [&] { return catalog::Trailer::read(catalog::File::open(path)); };
+  ASSERT_EQ(trailer()->newest_change, noon);
   std::string bytes = support::read_file(path);
-  catalog::Stamp changed = *stamp();
+  catalog::Trailer changed = *trailer();
   changed.database[1] += 1;
   const CatalogFiles other;
   support::write_file(other.path(), bytes);
   changed.write(catalog::File(catalog::open_file(other.path(), O_RDWR), other.path()));
   bytes.replace(264, 72, support::read_file(other.path()).substr(264, 72));
   support::write_file(path, bytes);
-  ASSERT_TRUE(stamp().has_value());
-  EXPECT_FALSE(stamp()->newest_change.has_value());
+  ASSERT_TRUE(trailer().has_value());
+  EXPECT_FALSE(trailer()->newest_change.has_value());
 }
 
 }  // namespace

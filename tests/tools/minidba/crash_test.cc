@@ -1,12 +1,15 @@
+// SPDX-License-Identifier: MIT
 // Writers that are killed: whatever they were doing, the catalog is the one before or the one after.
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 
+#include <gtest/gtest.h>
+
 #include "catalog_state.h"
 #include "killing.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -46,11 +49,11 @@ class Killed : public testing::TestWithParam<Work> {
     support::write_file(input_, GetParam().input);
     before_ = state_of(original_);
     reset();
-    changes_ = count_changes(command(), input_, output_);
+    batch_ = count_changes(command(), input_, output_);
     after_ = state_of(catalog_);
   }
 
-  static std::string exported(const CatalogFiles &catalog) { return catalog.folder() + "/exported"; }
+  static std::string exported(const CatalogFiles &catalog) { return catalog.directory() + "/exported"; }
 
   std::vector<std::string> command() const {
     std::vector<std::string> command = catalog_.command({"-i", catalog_.path(".idx")});
@@ -76,7 +79,7 @@ class Killed : public testing::TestWithParam<Work> {
   /// change_of chooses the change that a trial does not come to: one of all, or of the last, where new files take the
   /// places of old ones.
   long change_of(long trial) const {
-    return trial % 2 == 0 ? 1 + trial * changes_ / trials() : std::max(1L, changes_ - trial / 2);
+    return trial % 2 == 0 ? 1 + trial * batch_ / trials() : std::max(1L, batch_ - trial / 2);
   }
 
   /// expect_sound has the catalog checked. Its index may be older, which is no fault.
@@ -89,15 +92,15 @@ class Killed : public testing::TestWithParam<Work> {
   CatalogFiles catalog_, original_;
   std::string input_ = original_.path(".input"), output_ = original_.path(".output");
   CatalogState before_, after_;
-  long changes_ = 0;
+  long batch_ = 0;
 };
 
 TEST_P(Killed, LeavesTheOldCatalogOrTheNew) {
-  ASSERT_GT(changes_, 5);
+  ASSERT_GT(batch_, 5);
   size_t left = 0;
   for (long trial = 0; trial < trials(); ++trial) {
     const long change = change_of(trial);
-    SCOPED_TRACE("before change " + std::to_string(change) + " of " + std::to_string(changes_));
+    SCOPED_TRACE("before change " + std::to_string(change) + " of " + std::to_string(batch_));
     reset();
     ASSERT_EQ(kill_before_change(change, command(), input_, output_), 128 + SIGKILL);
     left += leftovers();

@@ -1,12 +1,16 @@
+// SPDX-License-Identifier: MIT
 // Records whose bytes have changed on the disk without a trace: nothing takes them for sound ones.
 #include <fcntl.h>
+#include <sys/stat.h>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include "catalog/catalog.h"
 #include "catalog_files.h"
 #include "hashdb/format.h"
+
+using namespace rdm;
 
 namespace {
 

@@ -1,14 +1,16 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
+// SPDX-License-Identifier: MIT
 #include <ctime>
 #include <sstream>
 #include <utility>
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <libcs/cs.h>
+
 #include "catalog_files.h"
 #include "tools/minidba/verbs/verbs.h"
 
-#include <libcs/cs.h>
+using namespace rdm;
 
 namespace {
 

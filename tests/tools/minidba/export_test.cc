@@ -1,11 +1,13 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <libcs/cs.h>
-
+// SPDX-License-Identifier: MIT
 #include <sys/stat.h>
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <libcs/cs.h>
+
 #include "catalog_files.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -72,7 +74,7 @@ TEST_F(Export, ToAFileReplacesItAsAWhole) {
   EXPECT_THAT(other_.files(), ElementsAre("catalog.db.soif"));
 }
 
-/// A file of this name appeared in the folder that the operator happened to stand in.
+/// A file of this name appeared in the directory that the operator happened to stand in.
 TEST_F(Export, ADashIsStandardOutput) {
   EXPECT_EQ(catalog_.run({"export", "-"}).out, exported());
   EXPECT_EQ(catalog_.run({"salvage", "-"}).out, exported());

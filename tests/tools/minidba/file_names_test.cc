@@ -1,10 +1,13 @@
+// SPDX-License-Identifier: MIT
 /// Files that a command line names.
+#include <filesystem>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <filesystem>
-
 #include "catalog_files.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -46,13 +49,13 @@ TEST_F(FileNames, NoneIsThatOfAFileThatBelongsToTheDatabase) {
 }
 
 TEST_F(FileNames, AreComparedByWhereTheyLead) {
-  const std::string other = catalog_.folder() + "/./catalog.db.new";
+  const std::string other = catalog_.directory() + "/./catalog.db.new";
   expect_refused({"export", other}, "new database and export are the same file: " + other);
-  expect_refused({"export", catalog_.folder() + "/./catalog.db"},
-                 "database and export are the same file: " + catalog_.folder() + "/./catalog.db");
+  expect_refused({"export", catalog_.directory() + "/./catalog.db"},
+                 "database and export are the same file: " + catalog_.directory() + "/./catalog.db");
 }
 
-/// A database that is known under the name of a link in another folder.
+/// A database that is known under the name of a link in another directory.
 class LinkedDatabase : public FileNames {
  protected:
   LinkedDatabase() { std::filesystem::create_symlink(catalog_.path(), links_.path()); }

@@ -1,12 +1,15 @@
-#include <gtest/gtest.h>
+// SPDX-License-Identifier: MIT
 #include <sys/stat.h>
 #include <zlib.h>
 
 #include <ctime>
 
+#include <gtest/gtest.h>
+#include <libcs/cs.h>
+
 #include "catalog_files.h"
 
-#include <libcs/cs.h>
+using namespace rdm;
 
 namespace {
 

@@ -1,8 +1,11 @@
+// SPDX-License-Identifier: MIT
 /// The files that update and import read.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "catalog_files.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -59,7 +62,7 @@ TEST_F(Inputs, AFileThatCannotBeReadIsNamedAndNothingChanges) {
   const std::string good = file(".2", described(2));
   const std::pair<std::string, std::string> rows[] = {
       {"/nonexistent/new.soif", "No such file or directory"},
-      {catalog_.folder(), "Is a directory"},
+      {catalog_.directory(), "Is a directory"},
   };
   for (const auto &[name, reason] : rows)
     for (const std::vector<std::string> &words :

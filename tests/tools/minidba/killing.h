@@ -1,10 +1,10 @@
+// SPDX-License-Identifier: MIT
 /// Programs that are killed between two changes to files, by the number of the change: no clock has a say in where that
 /// is, however fast the machine and however slow the build.
 #ifndef TESTS_TOOLS_MINIDBA_KILLING_H
 #define TESTS_TOOLS_MINIDBA_KILLING_H
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/ptrace.h>
 #include <sys/syscall.h>
@@ -16,8 +16,12 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "support/environment.h"
 #include "support/process.h"
+
+namespace rdm {
 
 /// Traced is a program that stops whenever it is about to change a file or which names there are. What it writes to its
 /// standard streams is no change.
@@ -111,10 +115,10 @@ class Traced {
 inline long count_changes(const std::vector<std::string> &arguments, const std::string &input,
                           const std::string &output) {
   Traced program(arguments, input, output);
-  long changes = 0;
-  while (program.next()) ++changes;
+  long batch = 0;
+  while (program.next()) ++batch;
   EXPECT_EQ(program.end(), 0);
-  return changes;
+  return batch;
 }
 
 /// kill_before_change kills a program that is about to make its nth change, and returns what it ended with.
@@ -125,5 +129,7 @@ inline int kill_before_change(long n, const std::vector<std::string> &arguments,
     if (!program.next()) break;
   return program.end();
 }
+
+}  // namespace rdm
 
 #endif

@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: MIT
 /// A second writer of a catalog waits for the first, and says for whom it waits.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "catalog/os/lock.h"
+
 #include <signal.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -10,11 +11,15 @@
 #include <thread>
 #include <vector>
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include "catalog/os/file.h"
-#include "catalog/os/lock.h"
 #include "catalog_files.h"
 #include "hosts/rdmd/rdmd_process.h"
 #include "qxapi/guard.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -38,14 +43,14 @@ class FirstWriter {
   std::string process() const { return std::to_string(process_); }
   void finish() {
     if (!writer_) return;
-    writer_ = file_guard();
+    writer_ = HostFileGuard();
     support::wait_for(process_);
   }
 
  private:
   std::string pipe_;
   pid_t process_;
-  file_guard writer_;
+  HostFileGuard writer_;
 };
 
 class Locking : public testing::Test {
@@ -53,7 +58,7 @@ class Locking : public testing::Test {
   /// await_lock returns when another process holds the catalog's lock.
   void await_lock() const {
     EXPECT_TRUE(support::eventually([&] {
-      const file_guard file = catalog::open_file(lock_, O_RDONLY);
+      const HostFileGuard file = catalog::open_file(lock_, O_RDONLY);
       return file && ::flock(file.get(), LOCK_EX | LOCK_NB) != 0;
     }));
   }
@@ -101,7 +106,7 @@ TEST_F(Locking, ASecondWriterWaitsForeverByDefaultAndGoesOnThen) {
 // The lock may belong to a child of the process that took it: flock(1) starts a command and may end before it.
 TEST_F(Locking, AHolderThatCannotBeNamedIsAnotherProcess) {
   catalog_.update(described);
-  const file_guard file = catalog::open_file(lock_, O_RDWR);
+  const HostFileGuard file = catalog::open_file(lock_, O_RDWR);
   const pid_t child = ::fork();
   if (child == 0) ::_exit(::flock(file.get(), LOCK_EX));
   ASSERT_EQ(support::wait_for(child), 0);

@@ -1,12 +1,15 @@
+// SPDX-License-Identifier: MIT
 /// What minidba says when the system fails it: above all, whether the catalog is the old one or the new one then.
+#include <algorithm>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-#include <algorithm>
 
 #include "catalog_files.h"
 #include "faults/io_fault.h"
 #include "support/directories.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -53,9 +56,9 @@ TEST_F(Messages, BeforeTheDatabaseIsReplacedNothingIsChanged) {
 }
 
 TEST_F(Messages, ADatabaseThatIsReplacedIsSaidToBe) {
-  const std::string folder = catalog_.folder();
+  const std::string directory = catalog_.directory();
   expect_failure({"sync", 3, EIO}, {"update"},
-                 database_ + " is replaced, but cannot put onto the disk: " + folder + ": Input/output error", two);
+                 database_ + " is replaced, but cannot put onto the disk: " + directory + ": Input/output error", two);
   expect_descriptions(2);
 }
 
@@ -78,8 +81,9 @@ TEST_F(Messages, ObjectsThatAreNotKeptAlthoughTheOthersWereTakenInAreSaidToBe) {
 TEST_F(Messages, AnIndexThatIsReplacedIsSaidToBe) {
   const std::string index = catalog_.path(".idx");
   expect_failure({"rename", 1, EIO}, {"-i", index, "index"}, "cannot replace " + index + ": Input/output error");
-  expect_failure({"sync", 2, EIO}, {"-i", index, "index"},
-                 index + " is replaced, but cannot put onto the disk: " + catalog_.folder() + ": Input/output error");
+  expect_failure(
+      {"sync", 2, EIO}, {"-i", index, "index"},
+      index + " is replaced, but cannot put onto the disk: " + catalog_.directory() + ": Input/output error");
 }
 
 TEST_F(Messages, AFileThatCannotBeReadBackIsNotPutInThePlace) {
@@ -93,7 +97,7 @@ TEST_F(Messages, AFileThatCannotBeReadBackIsNotPutInThePlace) {
   EXPECT_GT(failures, 0);
 }
 
-TEST_F(Messages, AFolderWithoutRoomForTemporaryFilesIsNamed) {
+TEST_F(Messages, ADirectoryWithoutRoomForTemporaryFilesIsNamed) {
   const std::string program = support::in_build("bin/minidba");
   const Finished finished = support::run({program, "-d", "/nonexistent/catalog.db", "update", "--dry-run"}, two);
   EXPECT_EQ(finished.status, 2);

@@ -1,14 +1,19 @@
+// SPDX-License-Identifier: MIT
 /// To whom the files belong that a verb replaces, and who may replace them.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include "catalog/os/atomic_file.h"
 #include "catalog_files.h"
 #include "support/environment.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -28,11 +33,11 @@ mode_t mode_of(const std::string &path) { return status_of(path).st_mode & 07777
 /// In a coverage build other users cannot write what they count where it belongs.
 class CountedApart {
  public:
-  CountedApart() { EXPECT_EQ(::chmod(folder_.path().c_str(), 0777), 0); }
+  CountedApart() { EXPECT_EQ(::chmod(directory_.path().c_str(), 0777), 0); }
 
  private:
-  const support::TemporaryFolder folder_;
-  const support::Uncounted uncounted_{folder_.path()};
+  const support::TemporaryDirectory directory_;
+  const support::Uncounted uncounted_{directory_.path()};
 };
 
 class Ownership : public testing::Test {
@@ -70,10 +75,10 @@ class Ownership : public testing::Test {
   }
   void expect_kept_by_caller(mode_t mode) const { expect_kept(::geteuid(), ::getegid(), mode); }
 
-  /// update_as runs an update as a user who may write the folder and is in no group.
+  /// update_as runs an update as a user who may write the directory and is in no group.
   Finished update_as(uid_t user) const {
     const CountedApart counted_apart;
-    EXPECT_EQ(::chown(catalog_.folder().c_str(), user, 0), 0);
+    EXPECT_EQ(::chown(catalog_.directory().c_str(), user, 0), 0);
     std::vector<std::string> words = catalog_.command({"update"});
     const std::string id = std::to_string(user);
     words.insert(words.begin(), {"/usr/bin/setpriv", "--reuid=" + id, "--regid=" + id, "--clear-groups"});
@@ -93,7 +98,7 @@ TEST_F(Ownership, PermissionsAreKept) {
 
 TEST_F(Ownership, WhatIsHalfWrittenIsForNobodyElse) {
   ASSERT_EQ(::chmod(catalog_.path().c_str(), 0664), 0);
-  catalog::Snapshot snapshot(catalog_.path());
+  catalog::AtomicFile snapshot(catalog_.path());
   EXPECT_EQ(mode_of(catalog_.path(".new")), 0600u);
   snapshot.sync();
   EXPECT_EQ(mode_of(catalog_.path(".new")), 0664u);
@@ -150,7 +155,7 @@ TEST_F(FilesOfAnother, AreNotReplacedWhereTheirOwnerWouldBeRobbedOfThem) {
   }
   ASSERT_EQ(::chown(catalog_.path(".idx").c_str(), owner, 0), 0);
   constexpr uid_t other = 3;
-  ASSERT_EQ(::chown(catalog_.folder().c_str(), other, 0), 0);
+  ASSERT_EQ(::chown(catalog_.directory().c_str(), other, 0), 0);
   std::vector<std::string> words = catalog_.command({"-i", catalog_.path(".idx"), "index"});
   words.insert(words.begin(), {"/usr/bin/setpriv", "--reuid=3", "--regid=0", "--clear-groups"});
   const CountedApart counted_apart;

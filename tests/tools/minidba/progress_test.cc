@@ -1,8 +1,11 @@
+// SPDX-License-Identifier: MIT
 #include "tools/minidba/output/progress.h"
+
+#include <sstream>
 
 #include <gtest/gtest.h>
 
-#include <sstream>
+using namespace rdm;
 
 namespace {
 

@@ -1,11 +1,14 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+// SPDX-License-Identifier: MIT
 #include <sys/stat.h>
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 #include "catalog_files.h"
 #include "dba/guard.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -60,7 +63,7 @@ TEST_F(Rebuild, ChoosesTheLayoutFromTheData) {
 TEST_F(Rebuild, MendsTheUrlMap) {
   catalog_.update(rd("http://localhost/1", {{"title", "One"}}) + rd("http://localhost/2", {{"title", "Two"}}));
   {
-    const database_ptr map(dba_open(catalog_.path(".url").c_str(), "w"));
+    const DatabasePtr map(dba_open(catalog_.path(".url").c_str(), "w"));
     ASSERT_TRUE(map);
     std::string url = "http://localhost/2", number = "00000001";
     DBT k{}, v{};

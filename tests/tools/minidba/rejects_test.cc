@@ -1,10 +1,13 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
+// SPDX-License-Identifier: MIT
 #include <chrono>
 #include <random>
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include "catalog_files.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -76,7 +79,7 @@ TEST_F(UpdateRejects, AFileThatCannotBeWrittenChangesNothing) {
   } rows[] = {
       {"/nonexistent/rejects", "cannot create /nonexistent/rejects.new: No such file or directory"},
       {"/dev/full", "not a regular file: /dev/full"},
-      {catalog_.folder(), "not a regular file: " + catalog_.folder()},
+      {catalog_.directory(), "not a regular file: " + catalog_.directory()},
       {catalog_.path(), "database and rejects are the same file: " + catalog_.path()},
       {catalog_.path(".idx"), "index and rejects are the same file: " + catalog_.path(".idx")},
   };

@@ -1,10 +1,13 @@
+// SPDX-License-Identifier: MIT
 /// Catalogs that are brought back from a backup, as the manual says, whatever has become of them.
+#include <algorithm>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
-
 #include "catalog_files.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -32,7 +35,7 @@ class Restore : public testing::Test {
     catalog_.update(described(1, backed_up));
     backup_ = catalog_.run({"export"}).out;
     records_ = catalog_.records();
-    // One more that has no backup, and one whose number only the stamps remember.
+    // One more that has no backup, and one whose number only the trailers remember.
     catalog_.update(described(backed_up + 1, backed_up + 2));
     catalog_.run({"delete", "http://localhost/" + std::to_string(backed_up + 2)});
     catalog_.index();

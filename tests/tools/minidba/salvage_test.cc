@@ -1,12 +1,16 @@
+// SPDX-License-Identifier: MIT
 // What can be had of a database that no other verb reads any more.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <algorithm>
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include "catalog_files.h"
 #include "hashdb/format.h"
+
+using namespace rdm;
 
 namespace {
 

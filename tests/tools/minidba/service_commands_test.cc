@@ -1,15 +1,17 @@
+// SPDX-License-Identifier: MIT
 // The command lines by which the service runs minidba, word for word, through the shell as it does.
-#include <gtest/gtest.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+#include <libcs/cs.h>
+
 #include "catalog_files.h"
 #include "support/directories.h"
 
-#include <libcs/cs.h>
+using namespace rdm;
 
 namespace {
 
@@ -45,7 +47,7 @@ class ServiceCommands : public testing::Test {
   CatalogFiles catalog_;
   const std::string database_ = catalog_.path(), index_ = database_ + ".idx";
   const std::string body_ = catalog_.path(".body"), result_ = catalog_.path(".result");
-  const std::string unclassified_ = catalog_.folder() + "/unclassified";
+  const std::string unclassified_ = catalog_.directory() + "/unclassified";
   std::string before_;
 };
 

@@ -1,19 +1,22 @@
+// SPDX-License-Identifier: MIT
 /// The next state of a file, while others make one too.
-#include "catalog/os/atomic_file.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "catalog/os/atomic_file.h"
 #include "catalog/os/error.h"
 #include "catalog_files.h"
 
+using namespace rdm;
+
 namespace {
 
-using catalog::Snapshot;
+using catalog::AtomicFile;
 using support::Finished;
 using testing::ElementsAre;
 
@@ -34,7 +37,7 @@ class Snapshots : public testing::Test {
 };
 
 TEST_F(Snapshots, OfTwoExportsToOneFileTheSecondIsRefused) {
-  Snapshot first(file_);
+  AtomicFile first(file_);
   first.file().write_at(0, "the first");
   expect_refused(catalog_.run({"export", file_}), "another process is writing " + file_ + ".new");
   first.sync();
@@ -45,7 +48,7 @@ TEST_F(Snapshots, OfTwoExportsToOneFileTheSecondIsRefused) {
 }
 
 TEST_F(Snapshots, ARejectsFileIsNotSharedByTwoCatalogsAtATime) {
-  const Snapshot first(file_);
+  const AtomicFile first(file_);
   const auto before = catalog_.records();
   expect_refused(
       catalog_.run({"update", "--rejects", file_}, rd("http://localhost/3", {{"title", "Three"}}) + malformed),
@@ -72,7 +75,7 @@ TEST_F(Snapshots, ALinkInThePlaceOfTheNextStateIsNotFollowed) {
 TEST_F(Snapshots, OnlyWhatWasWrittenIsPutInThePlace) {
   support::write_file(file_, "before");
   {
-    Snapshot snapshot(file_);
+    AtomicFile snapshot(file_);
     ASSERT_EQ(::unlink((file_ + ".new").c_str()), 0);
     support::write_file(file_ + ".new", "of another");
     EXPECT_THROW(snapshot.commit(), catalog::Failure);

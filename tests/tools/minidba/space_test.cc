@@ -1,8 +1,11 @@
+// SPDX-License-Identifier: MIT
 /// Disks that are full, which a limit on the size of files stands for: the writer meets the end of its room in the same
 /// places.
 #include <gtest/gtest.h>
 
 #include "catalog_files.h"
+
+using namespace rdm;
 
 namespace {
 

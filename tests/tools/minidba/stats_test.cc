@@ -1,8 +1,10 @@
+// SPDX-License-Identifier: MIT
 #include <gtest/gtest.h>
-
 #include <nlohmann/json.hpp>
 
 #include "catalog_files.h"
+
+using namespace rdm;
 
 namespace {
 

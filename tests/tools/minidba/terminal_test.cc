@@ -1,7 +1,6 @@
+// SPDX-License-Identifier: MIT
 // What somebody sees who runs minidba at a terminal.
 #include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <termios.h>
 #include <unistd.h>
@@ -10,8 +9,13 @@
 #include <cstdlib>
 #include <thread>
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include "catalog_files.h"
 #include "qxapi/guard.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -33,7 +37,7 @@ class Terminal : public testing::Test {
     support::write_file(catalog_.path(".1"), rd("http://localhost/1", {{"title", "One"}}));
     support::write_file(catalog_.path(".2"), rd("http://localhost/2", {{"title", "Two"}}));
     // Held open, so that what was written is not lost when the program ends.
-    const file_guard terminal(::open(name_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+    const HostFileGuard terminal(::open(name_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
     const pid_t child = support::start({"/bin/sh", "-c", command}, "/dev/null", "/dev/null", errors);
     EXPECT_EQ(support::wait_for(child), 0);
     return screen();
@@ -52,7 +56,7 @@ class Terminal : public testing::Test {
   }
   std::string out() { return support::read_file(catalog_.path(".out")); }
 
-  file_guard screen_;
+  HostFileGuard screen_;
   std::string name_;
   CatalogFiles catalog_;
 };
@@ -83,7 +87,7 @@ TEST_F(Terminal, SaysThatItReadsFromTheTerminal) {
       {{"update", "--quiet", "-"}, object, ""},
   };
   for (const auto &row : rows) {
-    const file_guard terminal(::open(name_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+    const HostFileGuard terminal(::open(name_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
     const std::string errors = catalog_.path(".err"), typed = row.typed + "\x04";
     const pid_t child = support::start(catalog_.command(row.words), name_, catalog_.path(".out"), errors);
     ASSERT_EQ(::write(screen_.get(), typed.data(), typed.size()), static_cast<ssize_t>(typed.size()));

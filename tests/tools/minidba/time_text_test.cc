@@ -1,9 +1,12 @@
+// SPDX-License-Identifier: MIT
 #include "tools/minidba/time_text.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "catalog/os/error.h"
+
+using namespace rdm;
 
 namespace {
 

@@ -1,6 +1,9 @@
+// SPDX-License-Identifier: MIT
 #include <gtest/gtest.h>
 
 #include "catalog_files.h"
+
+using namespace rdm;
 
 namespace {
 

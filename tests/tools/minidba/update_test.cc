@@ -1,5 +1,4 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+// SPDX-License-Identifier: MIT
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -7,9 +6,13 @@
 #include <ctime>
 #include <random>
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <libcs/cs.h>
+
 #include "catalog_files.h"
 
-#include <libcs/cs.h>
+using namespace rdm;
 
 namespace {
 
@@ -49,10 +52,10 @@ TEST_F(Update, NumbersNewDescriptionsFromOne) {
 TEST_F(Update, StampsWhatIsNewWithTheTime) {
   const time_t before = time(nullptr);
   catalog_.update(rd("http://localhost/1", {{"rd-last-changed", "Mon, 01 Jan 1990 00:00:00 GMT"}, {"title", "One"}}));
-  time_t stamped = 0;
-  cs_str2time(CatalogFiles::value(record("00000001"), "rd-last-changed").c_str(), &stamped);
-  EXPECT_GE(stamped, before);
-  EXPECT_LE(stamped, time(nullptr));
+  time_t stored = 0;
+  cs_str2time(CatalogFiles::value(record("00000001"), "rd-last-changed").c_str(), &stored);
+  EXPECT_GE(stored, before);
+  EXPECT_LE(stored, time(nullptr));
 }
 
 TEST_F(Update, KeepsWhatDidNotChange) {

@@ -1,13 +1,17 @@
+// SPDX-License-Identifier: MIT
 /// A URL map of which the disk has changed a bit: no writer goes by it, and none copies it.
 #include <fcntl.h>
+#include <sys/stat.h>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include "catalog/hash/trailer.h"
 #include "catalog/os/file.h"
 #include "catalog_files.h"
 #include "verb.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -49,7 +53,7 @@ class DamagedUrlMap : public testing::Test {
     std::string bytes = support::read_file(path_);
     support::write_file(path_, bytes.replace(checksum_offset, checksum_size, checksum_size, '\0'));
   }
-  bool has_checksum() const { return catalog::Stamp::read(catalog::File::open(path_))->content.has_value(); }
+  bool has_checksum() const { return catalog::Trailer::read(catalog::File::open(path_))->content.has_value(); }
   void expect_sound() const { EXPECT_EQ(run({"verify"}).out, "sound: 20 descriptions, no index\n"); }
 
   const CatalogFiles catalog_;
@@ -136,14 +140,14 @@ TEST_F(DamagedUrlMap, WithoutAChecksumIsNotBelievedByAWriter) {
 // The checksum lies behind what earlier versions read, copy and check; it covers the words that they change.
 TEST_F(DamagedUrlMap, ThatAnEarlierVersionHasWrittenHasNoChecksum) {
   std::string bytes = sound_;
-  catalog::Stamp changed = *catalog::Stamp::read(catalog::File::open(path_));
+  catalog::Trailer changed = *catalog::Trailer::read(catalog::File::open(path_));
   changed.database[1] += 1;
   changed.content.reset();
   changed.write(catalog::File(catalog::open_file(path_, O_RDWR), path_));
   const std::string words = support::read_file(path_).substr(264, 96);
   support::write_file(path_, bytes.replace(264, 96, words));
   EXPECT_FALSE(has_checksum());
-  EXPECT_TRUE(catalog::Stamp::read(catalog::File::open(path_))->newest_change.has_value());
+  EXPECT_TRUE(catalog::Trailer::read(catalog::File::open(path_))->newest_change.has_value());
 }
 
 TEST_F(DamagedUrlMap, HasAChecksumAgainAfterEachEditOfACopy) {

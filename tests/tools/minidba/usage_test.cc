@@ -1,8 +1,11 @@
+// SPDX-License-Identifier: MIT
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "catalog_files.h"
 #include "support/directories.h"
+
+using namespace rdm;
 
 namespace {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "verb.h"
 
 #include <sys/mman.h>
@@ -9,13 +10,15 @@
 #include "tools/common/program.h"
 #include "tools/minidba/command_line.h"
 
+namespace rdm {
+
 namespace {
 
 /// A file with the input. One that has been read from already is not read twice.
-file_guard file_of(const std::string &input, bool can_be_read_twice) {
-  file_guard file(::memfd_create("input", MFD_CLOEXEC));
+HostFileGuard file_of(const std::string &input, bool can_be_read_twice) {
+  HostFileGuard file(::memfd_create("input", MFD_CLOEXEC));
   const std::string bytes = can_be_read_twice ? input : "@" + input;
-  if (::pwrite(file.get(), bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) return file_guard();
+  if (::pwrite(file.get(), bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) return HostFileGuard();
   ::lseek(file.get(), can_be_read_twice ? 0 : 1, SEEK_SET);
   return file;
 }
@@ -37,8 +40,10 @@ int run(std::vector<std::string> words, int input, std::ostream &out, std::ostre
 
 support::Finished run_verb(const std::vector<std::string> &words, const std::string &input, bool can_be_read_twice,
                            const std::function<time_t()> &clock) {
-  const file_guard file = file_of(input, can_be_read_twice);
+  const HostFileGuard file = file_of(input, can_be_read_twice);
   std::ostringstream out, errors;
   const int status = run(words, file.get(), out, errors, clock);
   return {status, out.str(), errors.str()};
 }
+
+}  // namespace rdm

@@ -1,9 +1,11 @@
+// SPDX-License-Identifier: MIT
 #include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <functional>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 #include "catalog/hash/statistics.h"
@@ -12,6 +14,8 @@
 #include "dba/guard.h"
 #include "hashdb/format.h"
 #include "qxapi/guard.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -68,7 +72,7 @@ class Verify : public testing::Test {
   /// fault of a writer can have made it. Without a key the URL is taken away.
   void remap(const std::string &url, const std::string &key) {
     const std::string path = catalog_.path(".url");
-    database_ptr map(dba_open(path.c_str(), "w"));
+    DatabasePtr map(dba_open(path.c_str(), "w"));
     ASSERT_TRUE(map);
     std::string name = url, bytes = key;
     const DBT k{name.data(), name.size()}, v{bytes.data(), bytes.size()};
@@ -198,14 +202,14 @@ TEST_F(Verify, ARecordThatTheLibraryDidNotCountIsNoFault) {
                               rd("http://localhost/1", {{"minidba-number", "5"}, {"body", std::string(70000, 'y')}}) +
                               rd("http://localhost/2", {{"minidba-number", "3"}, {"title", "Two"}}));
   catalog.put("00000003", rd("http://localhost/2", {{"title", "Foreign"}}));
-  ASSERT_EQ(catalog::layout_of(catalog.path()).records, 1);
+  ASSERT_EQ(catalog::statistics_of(catalog.path()).records, 1);
   EXPECT_EQ(support::run(catalog.command({"verify"})).out, "sound: 2 descriptions, no index, no URL map\n");
   EXPECT_EQ(catalog.run({"list", "--format", "tsv", "--attributes", "title"}).out,
             "3\thttp://localhost/2\tForeign\n5\thttp://localhost/1\t\n");
   EXPECT_EQ(catalog.index().out, "2\n");
   EXPECT_EQ(catalog.run({"delete", "http://localhost/1"}).out, "1\n");
   EXPECT_EQ(catalog.run({"delete", "http://localhost/2"}).out, "1\n");
-  EXPECT_EQ(catalog::layout_of(catalog.path()).records, 0);
+  EXPECT_EQ(catalog::statistics_of(catalog.path()).records, 0);
 }
 
 TEST_F(Verify, FindsRecordsThatAreNoDescriptions) {
@@ -369,10 +373,10 @@ TEST_F(Verify, ADatabaseThatIsReplacedMeanwhileIsNotJudged) {
   const pid_t child = support::start(catalog_.command({"-i", pipe, "verify"}), streams.path(".in"),
                                      streams.path(".out"), streams.path(".err"));
   // The index is read last, and waited for.
-  file_guard writer(::open(pipe.c_str(), O_WRONLY | O_CLOEXEC));
+  HostFileGuard writer(::open(pipe.c_str(), O_WRONLY | O_CLOEXEC));
   EXPECT_EQ(catalog_.update(rd("http://localhost/4", {{"title", "4"}})).status, 0);
   EXPECT_EQ(::write(writer.get(), index.data(), index.size()), static_cast<ssize_t>(index.size()));
-  writer = file_guard();
+  writer = HostFileGuard();
   EXPECT_EQ(support::wait_for(child), 2);
   EXPECT_EQ(support::read_file(streams.path(".err")), "minidba: changed meanwhile: " + catalog_.path() + "\n");
 }

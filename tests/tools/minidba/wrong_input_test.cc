@@ -1,18 +1,22 @@
+// SPDX-License-Identifier: MIT
 /// Input that is empty, foreign or cut changes nothing: not a byte, a time or an inode of any file of the catalog.
 ///
 /// `minidba import --replace </dev/null` once emptied a catalog and reported success, and so did an import at the end
 /// of a pipe in which the export had failed.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <map>
 #include <tuple>
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include "catalog_files.h"
 #include "support/directories.h"
 #include "verb.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -46,13 +50,13 @@ const std::vector<Foreign> &foreign_inputs() {
   return all;
 }
 
-/// State is the bytes, inode and time of change of every file in a folder. The time of a directory entry is not one.
+/// State is the bytes, inode and time of change of every file in a directory. The time of a directory entry is not one.
 using State = std::map<std::string, std::tuple<std::string, ino_t, time_t, long>>;
 
 State state_of(const CatalogFiles &catalog) {
   State state;
   for (const std::string &name : catalog.files()) {
-    const std::string path = catalog.folder() + "/" + name;
+    const std::string path = catalog.directory() + "/" + name;
     struct stat status {};
     EXPECT_EQ(::stat(path.c_str(), &status), 0);
     state[name] = {support::read_file(path), status.st_ino, status.st_mtim.tv_sec, status.st_mtim.tv_nsec};

@@ -1,6 +1,4 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
+// SPDX-License-Identifier: MIT
 #include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>
@@ -9,11 +7,16 @@
 #include <cstring>
 #include <filesystem>
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include "hosts/rdmd/rdmd_process.h"
 #include "qxapi/guard.h"
 #include "support/directories.h"
 #include "support/environment.h"
 #include "tools/rdmctl/service_files.h"
+
+using namespace rdm;
 
 namespace {
 
@@ -31,11 +34,11 @@ const std::string damaged = "@FILE { http://localhost/9\ntitle{99}:\tcut\n}\n";
 class Import : public testing::Test {
  protected:
   void TearDown() override {
-    EXPECT_TRUE(std::filesystem::is_empty(service_.temporary_folder())) << "temporary files are left";
+    EXPECT_TRUE(std::filesystem::is_empty(service_.temporary_directory())) << "temporary files are left";
   }
 
   /// command puts a script in minidba's place, for a service of its own.
-  static std::string command(const support::TemporaryFolder &bin, const std::string &script) {
+  static std::string command(const support::TemporaryDirectory &bin, const std::string &script) {
     const std::string path = bin.write("minidba", "#!/bin/sh\n" + script + "\n");
     ::chmod(path.c_str(), 0755);
     return bin.path();
@@ -128,18 +131,18 @@ TEST_F(Import, ADeletionThatGetsStuckSaysThatTheCatalogHasChanged) {
   EXPECT_THAT(finished.errors, HasSubstr(index));
 }
 
-// Whatever had a name like that of a temporary folder was removed, with all that somebody kept in it.
-TEST_F(Import, RemovesOnlyTemporaryFoldersThatAnImportHasMade) {
-  const std::filesystem::path folder = service_.temporary_folder();
+// Whatever had a name like that of a temporary directory was removed, with all that somebody kept in it.
+TEST_F(Import, RemovesOnlyTemporaryDirectorysThatAnImportHasMade) {
+  const std::filesystem::path directory = service_.temporary_directory();
   for (const char *name : {"rdmctl-backup", "rdmctl-killed"}) {
-    std::filesystem::create_directory(folder / name);
-    support::write_file(folder / name / "file", "text");
+    std::filesystem::create_directory(directory / name);
+    support::write_file(directory / name / "file", "text");
   }
-  support::write_file(folder / "rdmctl-killed" / ".rdmctl-import", "");
+  support::write_file(directory / "rdmctl-killed" / ".rdmctl-import", "");
   EXPECT_EQ(service_.import({"-"}, book(1)).status, 0);
-  EXPECT_FALSE(std::filesystem::exists(folder / "rdmctl-killed"));
-  EXPECT_EQ(support::read_file(folder / "rdmctl-backup" / "file"), "text");
-  std::filesystem::remove_all(folder / "rdmctl-backup");
+  EXPECT_FALSE(std::filesystem::exists(directory / "rdmctl-killed"));
+  EXPECT_EQ(support::read_file(directory / "rdmctl-backup" / "file"), "text");
+  std::filesystem::remove_all(directory / "rdmctl-backup");
 }
 
 TEST_F(Import, ADeleteResponseDeletesWhatItsObjectsOrLinesName) {
@@ -160,10 +163,10 @@ TEST_F(Import, ADeleteResponseDeletesWhatItsObjectsOrLinesName) {
 
 /// An import that was given no file seemed to hang.
 TEST_F(Import, SaysThatItReadsFromTheTerminal) {
-  const file_guard screen(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
+  const HostFileGuard screen(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
   ASSERT_TRUE(screen && ::grantpt(screen.get()) == 0 && ::unlockpt(screen.get()) == 0);
   const std::string terminal = ::ptsname(screen.get()), errors = service_.path("errors");
-  const file_guard held(::open(terminal.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+  const HostFileGuard held(::open(terminal.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
   const std::string typed = book(1) + "\x04";
   const pid_t child = support::start(service_.import_command({"-"}), terminal, service_.path("out"), errors);
   ASSERT_EQ(::write(screen.get(), typed.data(), typed.size()), static_cast<ssize_t>(typed.size()));
@@ -194,7 +197,7 @@ class Interrupted : public Import {
  protected:
   /// interrupt returns what an import says that is interrupted by a signal while minidba is at work on a verb.
   Finished interrupt(int signal, const std::string &verb) {
-    const support::TemporaryFolder bin;
+    const support::TemporaryDirectory bin;
     const std::string started = bin.path("started"), hold = bin.path("hold");
     ::mkfifo(hold.c_str(), 0600);
     const ServiceFiles service(command(bin, "case \" $* \" in *\" " + verb + " \"*) touch " + started + "; read x <" +
@@ -209,7 +212,7 @@ class Interrupted : public Import {
     const int status = support::wait_for(import);
     // No process reads the pipe any more: the shell in minidba's place has ended.
     EXPECT_EQ(::open(hold.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC), -1) << "a child was left";
-    EXPECT_TRUE(std::filesystem::is_empty(service.temporary_folder())) << "temporary files are left";
+    EXPECT_TRUE(std::filesystem::is_empty(service.temporary_directory())) << "temporary files are left";
     return {status, support::read_file(out), support::read_file(errors)};
   }
 };
@@ -256,7 +259,8 @@ TEST_F(Import, AsRootItBecomesTheOwnerOfTheLogsAndElseStaysTheCaller) {
   EXPECT_FALSE(support::file_exists(service_.database()));
   ASSERT_EQ(::stat(log.c_str(), &status), 0);
   EXPECT_EQ(status.st_uid, daemon);
-  for (const std::string &folder : {service_.path(""), service_.temporary_folder()}) ::chmod(folder.c_str(), 0777);
+  for (const std::string &directory : {service_.path(""), service_.temporary_directory()})
+    ::chmod(directory.c_str(), 0777);
   EXPECT_EQ(service_.import({delivery}).status, 0);
   ASSERT_EQ(::stat(log.c_str(), &status), 0);
   EXPECT_EQ(status.st_uid, daemon);
@@ -301,7 +305,7 @@ TEST_F(Import, OneIncompleteFileDoesNotHinderTheOthers) {
 }
 
 TEST_F(Import, WithoutMinidbaNothingIsAccepted) {
-  const support::TemporaryFolder empty;
+  const support::TemporaryDirectory empty;
   const ServiceFiles service(empty.path());
   const std::string delivery = service.write("delivery", book(1));
   const Finished finished = support::run({"/usr/bin/env", "PATH=/bin:/usr/bin", program, "import", "--config",
@@ -314,7 +318,7 @@ TEST_F(Import, WithoutMinidbaNothingIsAccepted) {
 
 TEST_F(Import, AMinidbaThatFailsOrTalksAcceptsNothing) {
   for (const std::string script : {"exit 3", "echo many", "echo 'no number'; exit 1", "kill -9 $$"}) {
-    const support::TemporaryFolder bin;
+    const support::TemporaryDirectory bin;
     const ServiceFiles service(command(bin, script));
     const Finished finished = service.import({service.write("delivery", book(1))});
     EXPECT_EQ(finished.status, 2) << script;
@@ -323,7 +327,7 @@ TEST_F(Import, AMinidbaThatFailsOrTalksAcceptsNothing) {
 }
 
 TEST_F(Import, AMinidbaThatAcceptsLessThanWasDeliveredIsNoticed) {
-  const support::TemporaryFolder bin;
+  const support::TemporaryDirectory bin;
   const ServiceFiles service(command(bin, "echo 1"));
   EXPECT_EQ(service.import({service.write("delivery", book(1) + book(2))}).status, 1);
 }
@@ -336,7 +340,7 @@ TEST_F(Import, ACommandThatFailsAfterTheUpdateIsNoticed) {
       {"expire", "1 descriptions that have expired are still there"},
   };
   for (const auto &[verb, fault] : rows) {
-    const support::TemporaryFolder bin;
+    const support::TemporaryDirectory bin;
     const std::string script =
         "case \" $* \" in *\" " + verb + " \"*) exit 2;; esac\nexec " + support::in_build("bin/minidba") + " \"$@\"";
     const ServiceFiles service(command(bin, script));
@@ -352,13 +356,13 @@ TEST_F(Import, ACommandThatFailsAfterTheUpdateIsNoticed) {
 
 TEST_F(Import, ADeliveryForWhichThereIsNoRoomIsNotImported) {
   const std::string delivery = service_.write("delivery", book(1, std::string(100'000, 'x')));
-  const support::TemporaryFolder counters;
+  const support::TemporaryDirectory counters;
   const support::Uncounted uncounted(counters.path());
   const Finished finished = support::run({"/bin/sh", "-c", "trap '' XFSZ; ulimit -f 100; exec \"$@\"", "sh", program,
                                           "import", "--config", service_.config(), "--csid", csid, delivery});
   EXPECT_EQ(finished.status, 2);
   EXPECT_EQ(finished.out, "");
-  EXPECT_EQ(finished.errors, "rdmctl: no room to keep " + delivery + " in the folder for temporary files\n");
+  EXPECT_EQ(finished.errors, "rdmctl: no room to keep " + delivery + " in the directory for temporary files\n");
   EXPECT_FALSE(support::file_exists(service_.database()));
 }
 

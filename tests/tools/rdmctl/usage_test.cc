@@ -1,7 +1,10 @@
+// SPDX-License-Identifier: MIT
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "tools/rdmctl/service_files.h"
+
+using namespace rdm;
 
 namespace {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/minidba/output/describe.h"
 
 #include <ostream>
@@ -5,7 +6,7 @@
 
 #include "qxapi/ascii.h"
 
-namespace minidba {
+namespace rdm::minidba {
 namespace {
 
 std::string value_of(const AVPair &pair) { return {pair.value, static_cast<size_t>(pair.vsize)}; }
@@ -73,4 +74,4 @@ std::string tsv_of(uint32_t number, const SOIF *description, const std::vector<s
   return line;
 }
 
-}  // namespace minidba
+}  // namespace rdm::minidba

@@ -1,16 +1,18 @@
+// SPDX-License-Identifier: MIT
 /// Descriptions as they are shown to people and other programs.
 #ifndef MINIDBA_OUTPUT_DESCRIBE_H
 #define MINIDBA_OUTPUT_DESCRIBE_H
 
 #include <cstdint>
 #include <iosfwd>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 #include "libcs/guard.h"
 
-namespace minidba {
+namespace rdm::minidba {
 
 using Json = nlohmann::ordered_json;
 
@@ -40,13 +42,13 @@ class JsonList {
 };
 
 /// each_attribute calls a procedure with each attribute, in the order of the record.
-template <typename Visit>
-void each_attribute(const SOIF *description, const Visit &visit) {
+template <typename Visitor>
+void each_attribute(const SOIF *description, const Visitor &visit) {
   for (int32_t i = 0; i < description->attrs->nbuckets; ++i)
     for (const cslist_node *node = description->attrs->buckets[i]->head; node != nullptr; node = node->next)
       visit(*static_cast<const AVPair *>(node->data));
 }
 
-}  // namespace minidba
+}  // namespace rdm::minidba
 
 #endif

@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: MIT
 #include "tools/minidba/output/faults.h"
 
 #include <ostream>
 
 #include "tools/common/escaped.h"
 
-namespace minidba {
+namespace rdm::minidba {
 
 void Faults::add(const std::string &text) {
   if (++count_ > named) return;
@@ -16,4 +17,4 @@ void Faults::close() {
   if (is_full()) errors_ << "minidba: and " << count_ - named << " more\n";
 }
 
-}  // namespace minidba
+}  // namespace rdm::minidba

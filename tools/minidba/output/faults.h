@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// Faults that are named on standard error, the first hundred of them.
 #ifndef MINIDBA_OUTPUT_FAULTS_H
 #define MINIDBA_OUTPUT_FAULTS_H
@@ -7,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace minidba {
+namespace rdm::minidba {
 
 /// Faults names the first faults that it is told of on a line each, and counts the others.
 class Faults {
@@ -28,6 +29,6 @@ class Faults {
   std::vector<std::string> texts_;
 };
 
-}  // namespace minidba
+}  // namespace rdm::minidba
 
 #endif

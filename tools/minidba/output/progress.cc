@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/minidba/output/progress.h"
 
 #include <algorithm>
@@ -6,7 +7,7 @@
 #include <cstdio>
 #include <ostream>
 
-namespace minidba {
+namespace rdm::minidba {
 namespace {
 
 constexpr double quiet_seconds = 1;
@@ -68,4 +69,4 @@ void Progress::clear() {
   shown_ = false;
 }
 
-}  // namespace minidba
+}  // namespace rdm::minidba

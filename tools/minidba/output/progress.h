@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// How far a long work is, for somebody who waits at a terminal.
 #ifndef MINIDBA_OUTPUT_PROGRESS_H
 #define MINIDBA_OUTPUT_PROGRESS_H
@@ -8,7 +9,7 @@
 
 #include "tools/minidba/options.h"
 
-namespace minidba {
+namespace rdm::minidba {
 
 /// Progress keeps one line on standard error up to date, from the second second on: records and bytes done, bytes a
 /// second and, when it is known how much there is to do, the time left. The line is taken away with the scope.
@@ -42,6 +43,6 @@ class Progress {
   bool shown_ = false;
 };
 
-}  // namespace minidba
+}  // namespace rdm::minidba
 
 #endif

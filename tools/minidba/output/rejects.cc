@@ -1,12 +1,14 @@
+// SPDX-License-Identifier: MIT
 #include "tools/minidba/output/rejects.h"
 
-#include <nlohmann/json.hpp>
 #include <ostream>
+
+#include <nlohmann/json.hpp>
 
 #include "catalog/os/error.h"
 #include "tools/common/escaped.h"
 
-namespace minidba {
+namespace rdm::minidba {
 namespace {
 
 using Json = nlohmann::ordered_json;
@@ -80,4 +82,4 @@ void Rejects::commit() {
   }
 }
 
-}  // namespace minidba
+}  // namespace rdm::minidba

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// What became of the objects of a stream that were refused.
 #ifndef MINIDBA_OUTPUT_REJECTS_H
 #define MINIDBA_OUTPUT_REJECTS_H
@@ -10,7 +11,7 @@
 #include "tools/minidba/options.h"
 #include "tools/minidba/output/progress.h"
 
-namespace minidba {
+namespace rdm::minidba {
 
 /// Rejects names refused objects, with their line, URL and reason, and, where a file is given for them, keeps their
 /// bytes as they came, so that they can be mended and fed again. A dry run only names them.
@@ -29,12 +30,12 @@ class Rejects {
 
  private:
   const Console &console_;
-  std::optional<NewFile> file_;
+  std::optional<AtomicWriter> file_;
   std::optional<ScratchFile> reasons_;  // the elements of the array; there may be millions
   int64_t reasons_size_ = 0;
   int64_t count_ = 0;
 };
 
-}  // namespace minidba
+}  // namespace rdm::minidba
 
 #endif

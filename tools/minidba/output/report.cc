@@ -1,10 +1,12 @@
+// SPDX-License-Identifier: MIT
 #include "tools/minidba/output/report.h"
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 #include <ostream>
 
-namespace minidba {
+#include <nlohmann/json.hpp>
+
+namespace rdm::minidba {
 namespace {
 
 std::string key(std::string name) {
@@ -37,4 +39,4 @@ void report(const Options &options, const Console &console, const Figure &result
   console.out << result.value << '\n';
 }
 
-}  // namespace minidba
+}  // namespace rdm::minidba

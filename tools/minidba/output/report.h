@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// How a verb says at its end what it did.
 #ifndef MINIDBA_OUTPUT_REPORT_H
 #define MINIDBA_OUTPUT_REPORT_H
@@ -8,7 +9,7 @@
 
 #include "tools/minidba/options.h"
 
-namespace minidba {
+namespace rdm::minidba {
 
 /// Figure is a number and what it counts, in words that follow it: {"new", 3}.
 struct Figure {
@@ -22,6 +23,6 @@ struct Figure {
 void report(const Options &options, const Console &console, const Figure &result,
             const std::vector<Figure> &details = {}, const std::string &rejects = "");
 
-}  // namespace minidba
+}  // namespace rdm::minidba
 
 #endif

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <ostream>
 
 #include "tools/common/escaped.h"
@@ -8,23 +9,23 @@
 #include "tools/minidba/verbs/verbs.h"
 #include "tools/minidba/writing.h"
 
-namespace minidba {
+namespace rdm::minidba {
 namespace {
 
 /// Deletion erases descriptions by number or URL and counts those that were not there.
 class Deletion {
  public:
-  Deletion(const Catalog &catalog, std::ostream &errors) : catalog_(catalog), changes_(catalog), errors_(errors) {}
+  Deletion(const Catalog &catalog, std::ostream &errors) : catalog_(catalog), batch_(catalog), errors_(errors) {}
   void take(const std::string &word) {
     if (const std::optional<Found> found = find(word)) {
-      changes_.erase(found->number, found->url);
+      batch_.erase(found->number, found->url);
       ++deleted_;
     } else {
       errors_ << "minidba: no description " << tools::escaped(word) << '\n';
       ++absent_;
     }
   }
-  const Changes &changes() const { return changes_; }
+  const WriteBatch &batch() const { return batch_; }
   int64_t deleted() const { return deleted_; }
   int64_t absent() const { return absent_; }
 
@@ -36,14 +37,14 @@ class Deletion {
 
   std::optional<Found> find(const std::string &word) const {
     const std::optional<uint32_t> number = decimal(word);
-    if (const auto record = number ? changes_.get(*number) : std::nullopt)
+    if (const auto record = number ? batch_.get(*number) : std::nullopt)
       return Found{*number, parse_record(catalog_, *number, *record)->url};
-    const std::optional<uint32_t> mapped = changes_.number_of(word);
+    const std::optional<uint32_t> mapped = batch_.number_of(word);
     return mapped ? std::optional<Found>({*mapped, word}) : std::nullopt;
   }
 
   const Catalog &catalog_;
-  Changes changes_;
+  WriteBatch batch_;
   std::ostream &errors_;
   int64_t deleted_ = 0, absent_ = 0;
 };
@@ -51,14 +52,14 @@ class Deletion {
 }  // namespace
 
 int delete_descriptions(const Options &options, const Console &console) {
-  const WriteTransaction writing(options.database, write_settings(options, console));
-  Deletion deletion(writing.catalog(), console.errors);
+  const WriteTransaction transaction(options.database, write_settings(options, console));
+  Deletion deletion(transaction.catalog(), console.errors);
   each_word(options, console, [&](const std::string &word) { deletion.take(word); });
-  commit(writing, deletion.changes(), writing.catalog().next_number(), console);
+  commit(transaction, deletion.batch(), transaction.catalog().next_number(), console);
   std::vector<Figure> details{{"deleted", deletion.deleted()}, {"not there", deletion.absent()}};
-  add_skipped(details, writing.catalog());
+  add_skipped(details, transaction.catalog());
   report(options, console, {"deleted", deletion.deleted()}, details);
-  return deletion.absent() == 0 ? status_of_work(writing.catalog()) : exit_found_fault;
+  return deletion.absent() == 0 ? status_of_work(transaction.catalog()) : exit_found_fault;
 }
 
-}  // namespace minidba
+}  // namespace rdm::minidba

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <ostream>
 
 #include "catalog/os/atomic_writer.h"
@@ -8,7 +9,7 @@
 #include "tools/minidba/selection.h"
 #include "tools/minidba/verbs/verbs.h"
 
-namespace minidba {
+namespace rdm::minidba {
 namespace {
 
 using Write = std::function<void(const std::string &text)>;
@@ -27,7 +28,7 @@ int64_t write_all(const Catalog &catalog, const Write &write, bool watched, Prog
 }
 
 int64_t to_file(const Catalog &catalog, const std::string &path, Progress &progress) {
-  NewFile file(path);
+  AtomicWriter file(path);
   const int64_t count = write_all(
       catalog, [&](const std::string &text) { file.write(text); }, true, progress);
   file.finish();
@@ -59,4 +60,4 @@ int export_catalog(const Options &options, const Console &console) {
   return status_of_work(catalog);
 }
 
-}  // namespace minidba
+}  // namespace rdm::minidba

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <ostream>
 
 #include "tools/common/escaped.h"
@@ -7,7 +8,7 @@
 #include "tools/minidba/selection.h"
 #include "tools/minidba/verbs/verbs.h"
 
-namespace minidba {
+namespace rdm::minidba {
 namespace {
 
 struct Found {
@@ -54,4 +55,4 @@ int get(const Options &options, const Console &console) {
   return status;
 }
 
-}  // namespace minidba
+}  // namespace rdm::minidba

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <algorithm>
 #include <ostream>
 
@@ -14,7 +15,7 @@
 #include "tools/minidba/verbs/verbs.h"
 #include "tools/minidba/writing.h"
 
-namespace minidba {
+namespace rdm::minidba {
 namespace {
 
 /// Import gathers what becomes the whole catalog.
@@ -22,8 +23,8 @@ class Import {
  public:
   /// Numbers and times of change that the replaced catalog has used are not used again.
   Import(const Catalog &catalog, const UsedNumbers &used)
-      : catalog_(catalog), changes_(catalog), next_(from_stored(used.next_number)) {
-    changes_.note_change(used.newest_change);
+      : catalog_(catalog), batch_(catalog), next_(from_stored(used.next_number)) {
+    batch_.note_change(used.newest_change);
   }
 
   /// expect keeps clear of the numbers that were used where the export was made.
@@ -32,8 +33,8 @@ class Import {
   }
   /// place puts a description under its number and returns why that cannot be, nothing when it can.
   std::string place(uint32_t number, SOIF *object) {
-    if (changes_.number_of(object->url)) return "its URL was there before";
-    if (changes_.get(number)) return "its number was there before";
+    if (batch_.number_of(object->url)) return "its URL was there before";
+    if (batch_.get(number)) return "its number was there before";
     drop_number(object);
     put(number, object);
     next_ = std::max(next_, uint64_t{number} + 1);
@@ -45,7 +46,7 @@ class Import {
     return place(static_cast<uint32_t>(next_), object);
   }
 
-  Changes &changes() { return changes_; }
+  WriteBatch &batch() { return batch_; }
   uint32_t next_number() const { return static_cast<uint32_t>(next_); }
 
  private:
@@ -55,25 +56,25 @@ class Import {
   void put(uint32_t number, SOIF *object) {
     const std::string url = object->url;
     if (const time_t time = believed_change(object); time != 0) {
-      changes_.note_change(time);
-      changes_.put(number, url, print(object));
+      batch_.note_change(time);
+      batch_.put(number, url, print(object));
     } else {
       const std::string text = content(object);
-      changes_.put_undated(number, url, print_undated(object, text));
+      batch_.put_undated(number, url, print_undated(object, text));
     }
   }
 
   static uint64_t from_stored(uint32_t number) { return number != 0 ? number : none; }
 
   const Catalog &catalog_;
-  Changes changes_;
+  WriteBatch batch_;
   uint64_t next_;  // the number that comes next, or `none`
 };
 
-/// Intake reads a stream into an import.
-class Intake {
+/// ImportStream reads a stream into an import.
+class ImportStream {
  public:
-  Intake(Import &import, Rejects &rejects, SoifStream &stream, Progress &progress)
+  ImportStream(Import &import, Rejects &rejects, SoifStream &stream, Progress &progress)
       : import_(import), rejects_(rejects), stream_(stream), progress_(progress) {}
 
   void take(SoifStream::Item item) {
@@ -88,7 +89,7 @@ class Intake {
   /// take_unnumbered comes when all numbers that the stream gives are known.
   void take_unnumbered() {
     for (const SoifStream::Item &item : unnumbered_) {
-      const soif_ptr object = parse(stream_.bytes_of(item));
+      const SoifPtr object = parse(stream_.bytes_of(item));
       if (!object) throw Failure("cannot read " + stream_.name());
       const std::string reason = import_.place_anew(object.get());
       if (reason.empty()) ++renumbered_;
@@ -156,18 +157,18 @@ void warn_of_future(time_t newest_change, const Console &console) {
 Imported read_all(Import &import, Rejects &rejects, const Options &options, const Console &console) {
   SoifStream stream = open_stream(inputs_of(options).front(), options, console);
   Progress progress(console, "importing", stream.size());
-  Intake intake(import, rejects, stream, progress);
+  ImportStream stream_import(import, rejects, stream, progress);
   StreamCheck check;
   while (std::optional<SoifStream::Item> item = stream.next()) {
     check.take(*item);
     check_header(check, options);
-    intake.take(std::move(*item));
+    stream_import.take(std::move(*item));
   }
   check_header(check, options);
-  intake.take_unnumbered();
+  stream_import.take_unnumbered();
   check.require_whole();
   check_rejects(rejects, options, console);
-  return {intake.imported(), intake.renumbered(), check.has_export_header() && check.objects() == intake.imported()};
+  return {stream_import.imported(), stream_import.renumbered(), check.has_export_header() && check.objects() == stream_import.imported()};
 }
 
 /// replaced returns what is known of the catalog that is replaced. A damaged one tells what it can.
@@ -184,16 +185,16 @@ UsedNumbers replaced(const Options &options, const Console &console) {
 }  // namespace
 
 int import_catalog(const Options &options, const Console &console) {
-  const WriteTransaction writing(options.database, write_settings(options, console, Absent::assumed));
+  const WriteTransaction transaction(options.database, write_settings(options, console, IfMissing::assumed));
   const UsedNumbers used = replaced(options, console);
-  Import import(writing.catalog(), used);
+  Import import(transaction.catalog(), used);
   Rejects rejects(options, console);
   const Imported imported = read_all(import, rejects, options, console);
   check_empty(imported, used, options);
   rejects.finish();
-  warn_of_future(import.changes().newest_change(), console);
-  date(writing, import.changes(), console);
-  commit(writing, import.changes(), import.next_number(), console);
+  warn_of_future(import.batch().newest_change(), console);
+  date(transaction, import.batch(), console);
+  commit(transaction, import.batch(), import.next_number(), console);
   rejects.commit();
   report(options, console, {"imported", imported.descriptions},
          {{"imported", imported.descriptions}, {"numbered anew", imported.renumbered}, {"rejected", rejects.count()}},
@@ -201,4 +202,4 @@ int import_catalog(const Options &options, const Console &console) {
   return rejects.count() == 0 ? exit_done : exit_found_fault;
 }
 
-}  // namespace minidba
+}  // namespace rdm::minidba

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <optional>
 
 #include "catalog/maintenance.h"
@@ -9,7 +10,7 @@
 #include "tools/minidba/verbs/verbs.h"
 #include "tools/minidba/writing.h"
 
-namespace minidba {
+namespace rdm::minidba {
 namespace {
 
 using Entries = std::vector<IndexEntry>;
@@ -78,4 +79,4 @@ int index(const Options &options, const Console &console) {
   return status_of_work(catalog);
 }
 
-}  // namespace minidba
+}  // namespace rdm::minidba

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <ctime>
 #include <memory>
 #include <ostream>
@@ -10,7 +11,7 @@
 #include "tools/minidba/time_text.h"
 #include "tools/minidba/verbs/verbs.h"
 
-namespace minidba {
+namespace rdm::minidba {
 namespace {
 
 /// Listing writes descriptions one after the other.
@@ -77,7 +78,7 @@ std::vector<uint32_t> chosen(const Catalog &catalog, time_t since, Progress &pro
 }
 
 /// viewed returns a description with the attributes that are to be shown.
-soif_ptr viewed(const Catalog &catalog, uint32_t number, const std::string &record, const Options &options) {
+SoifPtr viewed(const Catalog &catalog, uint32_t number, const std::string &record, const Options &options) {
   return options.attributes.empty() ? parse_record(catalog, number, record)
                                     : parse_attributes(catalog, number, record, options.attributes);
 }
@@ -100,4 +101,4 @@ int list(const Options &options, const Console &console) {
   return status_of_work(catalog);
 }
 
-}  // namespace minidba
+}  // namespace rdm::minidba

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <algorithm>
 #include <map>
 #include <ostream>
@@ -11,7 +12,7 @@
 #include "tools/minidba/verbs/verbs.h"
 #include "tools/minidba/writing.h"
 
-namespace minidba {
+namespace rdm::minidba {
 namespace {
 
 /// Version is a description as one of those that may have the same URL.
@@ -31,7 +32,7 @@ std::vector<Version> versions_of(const Catalog &catalog, const Console &console)
   std::vector<Version> versions;
   Progress progress(console, "reading");
   catalog.each_to_copy([&](uint32_t number, std::string_view record) {
-    const soif_ptr object = parse_attributes(catalog, number, record, {"rd-last-changed"});
+    const SoifPtr object = parse_attributes(catalog, number, record, {"rd-last-changed"});
     versions.push_back({hash_of(object->url), change_time(object.get()), number});
     progress.advance(1, static_cast<int64_t>(record.size()));
   });
@@ -42,7 +43,7 @@ std::vector<Version> versions_of(const Catalog &catalog, const Console &console)
 /// Dropping drops, of descriptions with the same URL, all but the newest, and names them.
 class Dropping {
  public:
-  Dropping(const Catalog &catalog, std::ostream &errors) : catalog_(catalog), errors_(errors), changes_(catalog) {}
+  Dropping(const Catalog &catalog, std::ostream &errors) : catalog_(catalog), errors_(errors), batch_(catalog) {}
 
   /// take gets the versions of one URL, or of several with one hash, the newest first.
   void take(const Version *first, const Version *last) {
@@ -52,18 +53,18 @@ class Dropping {
       if (const auto [kept, is_first] = newest.emplace(url, first->number); !is_first) drop(*first, kept->second, url);
     }
   }
-  const Changes &changes() const { return changes_; }
+  const WriteBatch &batch() const { return batch_; }
 
  private:
   void drop(const Version &version, uint32_t kept, const std::string &url) {
-    changes_.erase(version.number, url);
+    batch_.erase(version.number, url);
     errors_ << "minidba: description " << version.number << " is dropped: description " << kept
             << " is newer and has the same URL: " << tools::escaped(url) << '\n';
   }
 
   const Catalog &catalog_;
   std::ostream &errors_;
-  Changes changes_;
+  WriteBatch batch_;
 };
 
 void drop_older(const std::vector<Version> &versions, Dropping &dropping) {
@@ -77,13 +78,13 @@ void drop_older(const std::vector<Version> &versions, Dropping &dropping) {
 }  // namespace
 
 int rebuild(const Options &options, const Console &console) {
-  const WriteTransaction writing(options.database, write_settings(options, console));
-  const Catalog &catalog = writing.catalog();
+  const WriteTransaction transaction(options.database, write_settings(options, console));
+  const Catalog &catalog = transaction.catalog();
   const std::vector<Version> versions = versions_of(catalog, console);
   Dropping dropping(catalog, console.errors);
   drop_older(versions, dropping);
-  const Changes &dropped = dropping.changes();
-  minidba::rebuild(writing, dropped, console);
+  const WriteBatch &dropped = dropping.batch();
+  minidba::rebuild(transaction, dropped, console);
   const auto kept = static_cast<int64_t>(versions.size()) - dropped.count();
   std::vector<Figure> details;
   if (!dropped.empty()) details = {{"rebuilt", kept}, {"dropped", dropped.count()}};
@@ -92,4 +93,4 @@ int rebuild(const Options &options, const Console &console) {
   return status_of_work(catalog);
 }
 
-}  // namespace minidba
+}  // namespace rdm::minidba

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <algorithm>
 #include <map>
 #include <ostream>
@@ -18,7 +19,7 @@
 #include "tools/minidba/output/report.h"
 #include "tools/minidba/verbs/verbs.h"
 
-namespace minidba {
+namespace rdm::minidba {
 namespace {
 
 /// Witnesses are what the files beside the database know of its records, as far as they can be read.
@@ -43,16 +44,16 @@ void read_map(const std::string &database, Witnesses &witnesses) try {
   // Without a map, or with one that is no hash file any more, the index alone knows what was there.
 }
 
-std::optional<Stamp> stamp_of(const File &database) {
-  return database.size() < 512 ? std::nullopt : Stamp::read(database);
+std::optional<Trailer> trailer_of(const File &database) {
+  return database.size() < 512 ? std::nullopt : Trailer::read(database);
 }
 
 void read_index_of(const Options &options, const File &database, Witnesses &witnesses) try {
   const std::optional<std::string> path = index_of(options);
   const auto status = path ? status_of(*path) : std::nullopt;
-  const std::optional<Stamp> stamp = stamp_of(database);
-  if (status && !(stamp && is_before(*status, *stamp)))
-    witnesses.index = KnownRecords(read_index(*path), stamp ? stamp->newest_change : std::nullopt);
+  const std::optional<Trailer> trailer = trailer_of(database);
+  if (status && !(trailer && is_before(*status, *trailer)))
+    witnesses.index = KnownRecords(read_index(*path), trailer ? trailer->newest_change : std::nullopt);
 } catch (const Failure &) {
   // It is damaged too.
 }
@@ -61,7 +62,7 @@ void read_index_of(const Options &options, const File &database, Witnesses &witn
 /// size leaves strange ones behind.
 bool can_be_imported(const SOIF *object) {
   std::string text = print(object);
-  const stdio_ptr file(::fmemopen(text.data(), text.size(), "r"));
+  const StdioPtr file(::fmemopen(text.data(), text.size(), "r"));
   return file && SoifScan(file.get(), static_cast<int64_t>(text.size())).fault_of(0).empty();
 }
 
@@ -79,8 +80,8 @@ class Salvage {
  public:
   Salvage(const Witnesses &witnesses, const std::string &database) : witnesses_(witnesses), texts_(database) {}
 
-  void take(Wreck::Origin origin, std::string_view key, std::string_view value) {
-    const soif_ptr object = parse(value);
+  void take(RecoveryReader::Origin origin, std::string_view key, std::string_view value) {
+    const SoifPtr object = parse(value);
     if (!object || std::string_view(object->url) == "-" || !can_be_imported(object.get())) return;
     const std::optional<uint32_t> number = number_for(origin, key, object->url);
     if (!number) return;
@@ -104,9 +105,10 @@ class Salvage {
  private:
   /// number_for returns the number of a record: that of its key, or where its key is damaged that of its URL. Nothing
   /// for what was removed: a page that is not used any more may still hold it.
-  std::optional<uint32_t> number_for(Wreck::Origin origin, std::string_view key, const std::string &url) const {
+  std::optional<uint32_t> number_for(RecoveryReader::Origin origin, std::string_view key,
+                                     const std::string &url) const {
     const std::optional<uint32_t> number = number_of(key);
-    if (origin == Wreck::in_bucket && number && *number != 0) return number;
+    if (origin == RecoveryReader::in_bucket && number && *number != 0) return number;
     const auto known = witnesses_.numbers.find(url);
     if (known != witnesses_.numbers.end()) return known->second;
     return number && *number != 0 && witnesses_.numbers.empty() ? number : std::nullopt;
@@ -167,17 +169,17 @@ class Loss {
   void name_damaged(uint32_t number, const std::string &url, const std::string &fault) {
     name("damaged, but written: description " + std::to_string(number) + " (" + url + "): " + fault, damaged_);
   }
-  void name_pages(const Wreck &wreck) {
-    if (!wreck.header_is_sound())
+  void name_pages(const RecoveryReader &recovery) {
+    if (!recovery.header_is_sound())
       errors_ << "minidba: the header is damaged: "
-              << (wreck.has_header() ? "it was made out from the pages\n"
-                                     : "records longer than a page are not found without it\n");
-    for (const Wreck::Range &range : wreck.unread()) {
+              << (recovery.has_header() ? "it was made out from the pages\n"
+                                        : "records longer than a page are not found without it\n");
+    for (const RecoveryReader::Range &range : recovery.unread()) {
       errors_ << "minidba: page" << (range.first == range.last ? " " : "s ") << range.first
               << (range.first == range.last ? "" : " to " + std::to_string(range.last)) << " could not be read\n";
       pages_ += static_cast<int64_t>(range.last - range.first + 1);
     }
-    has_header_ = wreck.header_is_sound();
+    has_header_ = recovery.header_is_sound();
   }
   bool any() const { return lost_ + damaged_ + pages_ > 0 || !has_header_; }
   std::vector<Figure> figures(int64_t salvaged) const {
@@ -206,7 +208,7 @@ void write_all(const Salvage &salvage, uint32_t next_number, const Write &write)
 void write_stream(const Salvage &salvage, uint32_t next_number, const Options &options, const Console &console) {
   if (options.file.empty())
     return write_all(salvage, next_number, [&](const std::string &text) { console.out << text; });
-  NewFile file(options.file);
+  AtomicWriter file(options.file);
   write_all(salvage, next_number, [&](const std::string &text) { file.write(text); });
   file.finish();
   file.commit();
@@ -236,18 +238,19 @@ void summarize(const Options &options, const Console &console, const Loss &loss,
 }  // namespace
 
 int salvage(const Options &options, const Console &console) {
-  Wreck wreck(options.database);
+  RecoveryReader recovery(options.database);
   Witnesses witnesses;
   read_map(options.database, witnesses);
-  read_index_of(options, wreck.file(), witnesses);
+  read_index_of(options, recovery.file(), witnesses);
   Salvage salvage(witnesses, options.database);
-  wreck.each(
-      [&](Wreck::Origin origin, std::string_view key, std::string_view value) { salvage.take(origin, key, value); });
+  recovery.each([&](RecoveryReader::Origin origin, std::string_view key, std::string_view value) {
+    salvage.take(origin, key, value);
+  });
   const int64_t dropped = salvage.drop_same_urls(console.errors);
   Loss loss(console.errors);
-  loss.name_pages(wreck);
+  loss.name_pages(recovery);
   loss.name_records(witnesses, salvage.finds());
-  loss.count_nameless(wreck.counted(), static_cast<int64_t>(salvage.finds().size()) + dropped);
+  loss.count_nameless(recovery.record_count(), static_cast<int64_t>(salvage.finds().size()) + dropped);
   for (const auto &[number, find] : salvage.finds())
     if (!find.fault.empty()) loss.name_damaged(number, url_of(salvage.text_of(find)).value_or(""), find.fault);
   if (salvage.finds().empty() && loss.any()) throw Failure("no description can be read in " + options.database);
@@ -256,4 +259,4 @@ int salvage(const Options &options, const Console &console) {
   return loss.any() ? exit_found_fault : exit_done;
 }
 
-}  // namespace minidba
+}  // namespace rdm::minidba

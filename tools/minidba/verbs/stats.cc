@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <algorithm>
 #include <cmath>
 #include <iomanip>
@@ -14,7 +15,7 @@
 #include "tools/minidba/selection.h"
 #include "tools/minidba/verbs/verbs.h"
 
-namespace minidba {
+namespace rdm::minidba {
 namespace {
 
 /// What the records of a catalog amount to.
@@ -53,7 +54,7 @@ std::vector<std::pair<std::string, int64_t>> by_frequency(const Records &records
 }
 
 /// figures returns everything but the attributes. The fill is the part of the file that keys and records take.
-Json figures(const Catalog &catalog, const Records &records, const Layout &layout) {
+Json figures(const Catalog &catalog, const Records &records, const FileStatistics &layout) {
   const auto used = static_cast<double>(records.bytes + records.count * static_cast<int64_t>(database_key(0).size()));
   return {{"descriptions", records.count},
           {"bytes", records.bytes},
@@ -84,9 +85,9 @@ void print_json(std::ostream &out, Json figures, const Records &records) {
 int stats(const Options &options, const Console &console) {
   const Catalog catalog = open_to_read(options, console);
   const Records records = records_of(catalog, console);
-  const Json figures = minidba::figures(catalog, records, layout_of(options.database));
+  const Json figures = minidba::figures(catalog, records, statistics_of(options.database));
   options.json ? print_json(console.out, figures, records) : print_text(console.out, figures, records);
   return status_of_work(catalog);
 }
 
-}  // namespace minidba
+}  // namespace rdm::minidba

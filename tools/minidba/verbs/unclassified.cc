@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <ostream>
 
 #include "catalog/maintenance.h"
@@ -5,7 +6,7 @@
 #include "tools/minidba/output/describe.h"
 #include "tools/minidba/verbs/verbs.h"
 
-namespace minidba {
+namespace rdm::minidba {
 int unclassified(const Options &options, const Console &console) {
   const Catalog catalog = open_to_read(options, console);
   JsonList urls(console.out, options.json);
@@ -19,4 +20,4 @@ int unclassified(const Options &options, const Console &console) {
   return status_of_work(catalog);
 }
 
-}  // namespace minidba
+}  // namespace rdm::minidba

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <ostream>
 
 #include "catalog/stream/dump_format.h"
@@ -10,7 +11,7 @@
 #include "tools/minidba/verbs/verbs.h"
 #include "tools/minidba/writing.h"
 
-namespace minidba {
+namespace rdm::minidba {
 namespace {
 
 std::vector<Figure> details(const Summary &summary, const Catalog &catalog) {
@@ -22,7 +23,7 @@ std::vector<Figure> details(const Summary &summary, const Catalog &catalog) {
   return figures;
 }
 
-void take_all(const std::string &input, Delivery &delivery, const Options &options, const Console &console,
+void take_all(const std::string &input, Importer &importer, const Options &options, const Console &console,
               Rejects &rejects) {
   SoifStream stream = open_stream(input, options, console);
   Progress progress(console, "taking in", stream.size());
@@ -30,7 +31,7 @@ void take_all(const std::string &input, Delivery &delivery, const Options &optio
   while (std::optional<SoifStream::Item> item = stream.next()) {
     check.take(*item);
     progress.advance(1, item->end - item->offset);
-    if (const std::string reason = delivery.take(*item); !reason.empty()) rejects.add(stream, *item, reason, progress);
+    if (const std::string reason = importer.take(*item); !reason.empty()) rejects.add(stream, *item, reason, progress);
   }
   check.require_end();
 }
@@ -43,19 +44,20 @@ void keep(Rejects &rejects, const Summary &summary) {
 }  // namespace
 
 int update(const Options &options, const Console &console) {
-  WriteTransaction writing(options.database, write_settings(options, console, Absent::empty));
-  Delivery delivery(writing);
+  WriteTransaction transaction(options.database, write_settings(options, console, IfMissing::empty));
+  Importer importer(transaction);
   Rejects rejects(options, console);
-  for (const std::string &input : inputs_of(options)) take_all(input, delivery, options, console, rejects);
-  const Summary &summary = delivery.summary();
+  for (const std::string &input : inputs_of(options)) take_all(input, importer, options, console, rejects);
+  const Summary &summary = importer.summary();
   rejects.finish();
-  date(writing, delivery.changes(), console);
-  if (summary.accepted() > 0) commit(writing, delivery.changes(), delivery.next_number(), console);
+  date(transaction, importer.batch(), console);
+  if (summary.accepted() > 0) commit(transaction, importer.batch(), importer.next_number(), console);
   keep(rejects, summary);
   if (summary.accepted() == 0)
     console.errors << "minidba: no description in the input was understood: the catalog stays as it is\n";
-  report(options, console, {"accepted", summary.accepted()}, details(summary, writing.catalog()), rejects.reasons());
-  return summary.accepted() > 0 && rejects.count() == 0 ? status_of_work(writing.catalog()) : exit_found_fault;
+  report(options, console, {"accepted", summary.accepted()}, details(summary, transaction.catalog()),
+         rejects.reasons());
+  return summary.accepted() > 0 && rejects.count() == 0 ? status_of_work(transaction.catalog()) : exit_found_fault;
 }
 
-}  // namespace minidba
+}  // namespace rdm::minidba

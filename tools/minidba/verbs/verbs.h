@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// The verbs. Each does its work and returns the program's exit status; a Failure that it throws means that nothing
 /// changed, unless it says what is replaced.
 #ifndef MINIDBA_VERBS_VERBS_H
@@ -6,7 +7,7 @@
 #include "tools/common/program.h"
 #include "tools/minidba/options.h"
 
-namespace minidba {
+namespace rdm::minidba {
 
 using Verb = int (*)(const Options &, const Console &);
 
@@ -41,6 +42,6 @@ int salvage(const Options &options, const Console &console);
 /// verify prints whether the catalog is sound; what is wrong with it goes to the errors.
 int verify(const Options &options, const Console &console);
 
-}  // namespace minidba
+}  // namespace rdm::minidba
 
 #endif

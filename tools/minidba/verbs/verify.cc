@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,7 +17,7 @@
 #include "tools/minidba/output/progress.h"
 #include "tools/minidba/verbs/verbs.h"
 
-namespace minidba {
+namespace rdm::minidba {
 namespace {
 
 /// Behind counts how an index that is older than the database differs from it.
@@ -74,7 +75,7 @@ void check_record(const Catalog &catalog, std::string_view key, const std::strin
   const std::optional<uint32_t> number = number_of(key);
   if (!number || *number == 0) return findings.faults.add("a record has a key that is no number");
   if (readable(catalog, *number) != record) findings.faults.add(named(*number) + " is not found by its key");
-  const soif_ptr object = parse(record);
+  const SoifPtr object = parse(record);
   if (!object) return findings.faults.add(named(*number) + " is not a SOIF object");
   if (print(object.get()) != record) findings.faults.add(named(*number) + " is not as it would be printed");
   check_url(catalog, *number, object->url, findings);
@@ -85,7 +86,7 @@ bool by_number(const IndexEntry &a, const IndexEntry &b) { return a.number < b.n
 
 /// check_records reads every record that can be reached; a damaged page hides only those behind it.
 void check_records(const Catalog &catalog, Findings &findings, Progress &progress) {
-  const database_ptr database(dba_open(catalog.path().c_str(), "r"));
+  const DatabasePtr database(dba_open(catalog.path().c_str(), "r"));
   if (!database) throw system_failure("cannot open " + catalog.path());
   DBT key{}, value{};
   int64_t records = 0;
@@ -101,7 +102,7 @@ void check_records(const Catalog &catalog, Findings &findings, Progress &progres
     progress.advance(1, static_cast<int64_t>(record.size()));
   }
   // That the library has counted too few does no harm; records that were counted and are not there are lost.
-  const int64_t counted = layout_of(catalog.path()).records;
+  const int64_t counted = statistics_of(catalog.path()).records;
   findings.is_short = counted > records;
   if (findings.is_short)
     findings.faults.add("the database counts " + std::to_string(counted) + " records and has " +
@@ -116,9 +117,9 @@ void check_records(const Catalog &catalog, Findings &findings, Progress &progres
 /// check_pages looks for pages that the next writer would spoil.
 void check_pages(const HashTable &table, Faults &faults) {
   try {
-    const PageUse use(table);
+    const PageMap use(table);
     if (use.is_shared()) faults.add("a page is used twice: " + table.path());
-    if (table.stamp() && !use.is_marked()) faults.add("the free pages are marked wrongly: " + table.path());
+    if (table.trailer() && !use.is_marked()) faults.add("the free pages are marked wrongly: " + table.path());
   } catch (const Failure &failure) {
     faults.add(failure.what());
   }
@@ -314,4 +315,4 @@ int verify(const Options &options, const Console &console) {
   return findings.faults.count() == 0 ? exit_done : exit_found_fault;
 }
 
-}  // namespace minidba
+}  // namespace rdm::minidba

@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: MIT
 /// The way through a taxonomy's tree.
-#ifndef LIBCS_TRAIL_H
-#define LIBCS_TRAIL_H
+#ifndef LIBCS_TREE_ITERATOR_H
+#define LIBCS_TREE_ITERATOR_H
 
 #include <algorithm>
 #include <array>
@@ -10,14 +11,16 @@
 
 #include <libcs/tax.h>
 
-/// Trail goes through the subtree of a node without recursion and without memory, however deep it is. It remembers the
-/// last steps down; one that is forgotten is found again by the parent pointers.
-class Trail {
- public:
-  explicit Trail(Classification *start) noexcept : start_(start) { push({start, 0}); }
+namespace rdm {
 
-  /// next_parent_first returns the node after the one it returned last, at first after the start, or null at the end.
-  Classification *next_parent_first() noexcept {
+/// TreeIterator goes through the subtree of a node without recursion and without memory, however deep it is. It
+/// remembers the last steps down; one that is forgotten is found again by the parent pointers.
+class TreeIterator {
+ public:
+  explicit TreeIterator(Classification *start) noexcept : start_(start) { push({start, 0}); }
+
+  /// next_preorder returns the node after the one it returned last, at first after the start, or null at the end.
+  Classification *next_preorder() noexcept {
     while (length_ > 0) {
       if (descend()) return top().node;
       pop();
@@ -25,8 +28,8 @@ class Trail {
     return nullptr;
   }
 
-  /// next_child_first returns the next node, which may be released, or null after the start.
-  Classification *next_child_first() noexcept {
+  /// next_postorder returns the next node, which may be released, or null after the start.
+  Classification *next_postorder() noexcept {
     while (descend()) continue;
     return length_ > 0 ? pop() : nullptr;
   }
@@ -80,5 +83,7 @@ class Trail {
   size_t length_ = 0;
   size_t forgotten_ = 0;
 };
+
+}  // namespace rdm
 
 #endif

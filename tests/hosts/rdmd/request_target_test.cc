@@ -1,23 +1,26 @@
-#include "hosts/rdmd/intake.h"
+// SPDX-License-Identifier: MIT
+#include "hosts/rdmd/request_target.h"
 
 #include <optional>
 #include <string>
 
 #include "support/memory_host.h"
 
+using namespace rdm;
+
 namespace {
 
 using rdmd::parse_target;
 using rdmd::RequestHead;
 
-class Intake : public support::HostTest {};
+class RequestTarget : public support::HostTest {};
 
 std::string found(const char *name, const pblock *block) {
   const char *value = host_param_find(name, block);
   return value == nullptr ? "(none)" : value;
 }
 
-TEST_F(Intake, TakesTargetsApart) {
+TEST_F(RequestTarget, TakesTargetsApart) {
   const struct {
     const char *target, *path;
     std::optional<std::string> query;
@@ -46,7 +49,7 @@ TEST_F(Intake, TakesTargetsApart) {
   }
 }
 
-TEST_F(Intake, RefusesMalformedTargets) {
+TEST_F(RequestTarget, RefusesMalformedTargets) {
   for (const char *target : {"",
                              "rdm/x",
                              "host:443",
@@ -76,13 +79,13 @@ TEST_F(Intake, RefusesMalformedTargets) {
     EXPECT_FALSE(parse_target(target)) << target;
 }
 
-TEST_F(Intake, KnowsThePluginsPathsInAnyLetterCase) {
+TEST_F(RequestTarget, KnowsThePluginsPathsInAnyLetterCase) {
   for (const char *path : {"/rdm/", "/rdm/x", "/RDM/x", "/Rdm/x/y"}) EXPECT_TRUE(rdmd::is_service_path(path)) << path;
   for (const char *path : {"/", "/rdm", "/rdmx/", "//rdm/", "/x/rdm/", "*"})
     EXPECT_FALSE(rdmd::is_service_path(path)) << path;
 }
 
-TEST_F(Intake, FillsTheBlocksOfAnExchange) {
+TEST_F(RequestTarget, FillsTheBlocksOfAnExchange) {
   RequestHead head;
   head.method = "POST";
   head.fields = {{"host", "h"}, {"content-length", "5, 5"}, {"x-a", "1, 2"}};
@@ -98,7 +101,7 @@ TEST_F(Intake, FillsTheBlocksOfAnExchange) {
   EXPECT_EQ(found("x-a", request.headers), "1, 2");
 }
 
-TEST_F(Intake, WithoutAQuestionMarkThereIsNoQuery) {
+TEST_F(RequestTarget, WithoutAQuestionMarkThereIsNoQuery) {
   RequestHead head;
   head.method = "GET";
   const auto exchange = rdmd::make_exchange(head, *parse_target("/rdm/x"), "::1");
@@ -106,7 +109,7 @@ TEST_F(Intake, WithoutAQuestionMarkThereIsNoQuery) {
   EXPECT_EQ(found("content-length", exchange->request()->headers), "(none)");
 }
 
-TEST_F(Intake, AnAnnouncedLengthBeyond32BitsStaysLarge) {
+TEST_F(RequestTarget, AnAnnouncedLengthBeyond32BitsStaysLarge) {
   RequestHead head;
   head.method = "POST";
   head.fields = {{"content-length", "4294967301"}};
@@ -115,7 +118,7 @@ TEST_F(Intake, AnAnnouncedLengthBeyond32BitsStaysLarge) {
   EXPECT_EQ(found("content-length", exchange->request()->headers), "2147483647");
 }
 
-TEST_F(Intake, OnlyHeadHasItsAnswersBodyLeftOut) {
+TEST_F(RequestTarget, OnlyHeadHasItsAnswersBodyLeftOut) {
   for (const char *method : {"HEAD", "GET", "head"}) {
     RequestHead head;
     head.method = method;

@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: MIT
 /// From a request head to the exchange that the plug-in sees.
-#ifndef HOSTS_RDMD_INTAKE_H
-#define HOSTS_RDMD_INTAKE_H
+#ifndef HOSTS_RDMD_REQUEST_TARGET_H
+#define HOSTS_RDMD_REQUEST_TARGET_H
 
 #include <memory>
 #include <optional>
@@ -10,7 +11,7 @@
 #include "hosts/common/exchange.h"
 #include "hosts/rdmd/request_head.h"
 
-namespace rdmd {
+namespace rdm::rdmd {
 
 /// Target is a request target taken apart: the decoded path, and the query as it was sent, which may be empty.
 struct Target {
@@ -31,6 +32,6 @@ bool is_service_path(std::string_view path);
 std::unique_ptr<hosts::Exchange> make_exchange(const RequestHead &head, const Target &target,
                                                const std::string &client_ip);
 
-}  // namespace rdmd
+}  // namespace rdm::rdmd
 
 #endif

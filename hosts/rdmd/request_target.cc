@@ -1,4 +1,5 @@
-#include "hosts/rdmd/intake.h"
+// SPDX-License-Identifier: MIT
+#include "hosts/rdmd/request_target.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -7,7 +8,7 @@
 
 #include "qxapi/ascii.h"
 
-namespace rdmd {
+namespace rdm::rdmd {
 namespace {
 
 /// hex_digit returns the value of a hexadecimal digit, or -1.
@@ -86,4 +87,4 @@ std::unique_ptr<hosts::Exchange> make_exchange(const RequestHead &head, const Ta
   return exchange;
 }
 
-}  // namespace rdmd
+}  // namespace rdm::rdmd
