@@ -7,10 +7,10 @@
  *
  *     CSLOG(CSLOG_WARNING, "adt", "Unknown %d items on linked list?\n", count);
  *
- * where the module is the name of the source file without its extension. Any thread may log, without locks: what a call
- * site says about itself passes through one of 32 slots, chosen by thread id, and a line reaches a file by one write.
- * Threads whose ids agree modulo 32 may mix up their kinds and source lines, never their messages. cslog_init,
- * cslog_set_level and cslog_terminate are for start-up and shutdown, when no other thread logs.
+ * where the module is the name of the source file without its extension. Any thread may log, without locks: kind and
+ * source line of a call pass through one of 32 slots, chosen by thread id, and each line is written to a file with a
+ * single write(). Threads with equal ids modulo 32 may exchange kinds and source lines, never messages. Call
+ * cslog_init, cslog_set_level and cslog_terminate only while no other thread logs.
  */
 #ifndef LIBCS_LOG_H
 #define LIBCS_LOG_H
@@ -19,13 +19,13 @@
 
 QX_BEGIN
 
-/// _cslog_level is the verbosity: call sites log only when it is above 0. Initially 0.
+/// _cslog_level is the verbosity, initially 0: call sites log only if it is above 0.
 extern int32_t _cslog_level;
 
-/// _cslog_module is a selector for programs that share the log; the library never reads it. Initially 1.
+/// _cslog_module is for programs that share the log; the library never reads it. Initially 1.
 extern int32_t _cslog_module;
 
-/// The kinds of line and what they put between the time stamp and the message. Any other kind reads as CSLOG_NOTE.
+/// The kinds of line and their text between time stamp and message. Other values mean CSLOG_NOTE.
 enum {
   CSLOG_NOTE = 0,    /* " PID@SLOT:\t " */
   CSLOG_SOURCE = 1,  /* " PID@SLOT: (FILE:LINE):\t " */
@@ -33,8 +33,8 @@ enum {
   CSLOG_ERROR = 3    /* " PID@SLOT: ERROR: " */
 };
 
-/// CSLOG writes one diagnostic when the level is above 0: kind, module name, format, arguments. A disabled log costs
-/// one comparison. Messages carry their own newline.
+/// CSLOG writes one diagnostic if the level is above 0: kind, module name, format, arguments. A disabled log costs one
+/// comparison. The message must end in a newline.
 #define CSLOG(kind, module, ...)                     \
   do {                                               \
     if (_cslog_level > 0) {                          \
@@ -43,30 +43,30 @@ enum {
     }                                                \
   } while (0)
 
-/// _cslog_set_params notes what the calling thread's next line is: its kind, its source file, which is borrowed and may
-/// be null, and its source line. Returns the host's id of the thread.
+/// _cslog_set_params sets the properties of the calling thread's next line: its kind, its source file, which is
+/// borrowed and may be null, and its source line. Returns the host's id of the thread.
 int _cslog_set_params(int32_t kind, const char *file, int32_t line) QX_NOEXCEPT;
 
 /// _cslog_do_print writes one line: "[16/Nov/2026:03:41:07]", the prefix of the thread's kind and the formatted
-/// message. A directory in front of the source file is left out; a null file or format shows as "(null)", an empty one
-/// as "(empty)". Time stamp and prefix are cut at 511 bytes. A line is cut at 8191 bytes, wherever it goes, and then
-/// ends in a newline if its format does. Without a destination it does nothing; errors in writing are ignored.
+/// message. The directory of the source file is omitted; a null file or format is printed as "(null)", an empty one as
+/// "(empty)". Time stamp and prefix are cut at 511 bytes, the line at 8191; a cut line still ends in a newline if its
+/// format does. Without a destination it does nothing; write errors are ignored.
 void _cslog_do_print(const char *format, ...) QX_NOEXCEPT QX_PRINTF(1, 2);
 
 /// cslog_init sets the level and the destination: standard error for null or "stderr", standard output for "stdout",
-/// else a file, which is opened for appending and, when the process runs as root, handed to the user "nobody". A file
-/// that cannot be opened is reported on standard error and leaves the log without a destination. A file of an earlier
-/// cslog_init is not closed; cslog_terminate does that.
+/// otherwise a file, which is opened for appending and, if the process runs as root, chowned to the user "nobody". If
+/// the file cannot be opened, that is reported on standard error and the log has no destination. The file of an earlier
+/// cslog_init is not closed; call cslog_terminate for that.
 void cslog_init(int32_t level, const char *destination) QX_NOEXCEPT;
 
-/// cslog_set_level changes the level alone.
+/// cslog_set_level sets the level only.
 void cslog_set_level(int32_t level) QX_NOEXCEPT;
 
-/// cslog_terminate closes the file or flushes the stream and leaves the log without a destination.
+/// cslog_terminate closes the file or flushes the stream; the log then has no destination.
 void cslog_terminate(void) QX_NOEXCEPT;
 
-/// cslog_linestr returns a copy of `text` with a blank in place of each white-space character, so that a value of many
-/// lines fits on one. Null gives an empty string. The caller releases it with host_free; null when memory fails.
+/// cslog_linestr returns a copy of `text` with each white-space character replaced by a blank, so that it fits on one
+/// line. Null gives an empty string. The caller releases the copy with host_free; null when memory fails.
 char *cslog_linestr(const char *text) QX_NOEXCEPT;
 
 QX_END
