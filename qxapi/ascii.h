@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// ASCII character classes and comparisons that no locale of the host program can change.
+/// ASCII character classes and comparisons, independent of the host program's locale.
 #ifndef QXAPI_ASCII_H
 #define QXAPI_ASCII_H
 
@@ -25,13 +25,14 @@ constexpr bool istarts_with(std::string_view text, std::string_view prefix) {
   return text.size() >= prefix.size() && iequals(text.substr(0, prefix.size()), prefix);
 }
 
-/// is_plain_to_shell returns whether the shell takes a character inside a word as itself; so it does all of UTF-8.
+/// is_plain_to_shell returns true if the shell gives the character no special meaning inside a word. Bytes of UTF-8
+/// sequences have none.
 constexpr bool is_plain_to_shell(char c) {
   return is_alpha(c) || is_digit(c) || static_cast<unsigned char>(c) >= 0x80 ||
          std::string_view("_./+,:@%=-").find(c) != std::string_view::npos;
 }
 
-/// icompare orders two texts as strcasecmp does in the C locale.
+/// icompare orders two texts like strcasecmp() in the C locale.
 constexpr int icompare(std::string_view a, std::string_view b) {
   for (std::size_t i = 0; i < a.size() && i < b.size(); ++i) {
     const int difference = static_cast<unsigned char>(lower(a[i])) - static_cast<unsigned char>(lower(b[i]));
@@ -40,8 +41,8 @@ constexpr int icompare(std::string_view a, std::string_view b) {
   return a.size() == b.size() ? 0 : (a.size() < b.size() ? -1 : 1);
 }
 
-/// to_int32 reads a decimal number as atoi does (leading white space, a sign, then digits up to the first other
-/// character, 0 without any), except that a number out of range becomes the nearest one in it.
+/// to_int32 reads a decimal number like atoi() (leading white space, a sign, digits up to the first other character; 0
+/// without digits), but clamps numbers outside the range of int32_t.
 constexpr int32_t to_int32(std::string_view text) {
   std::size_t at = 0;
   while (at < text.size() && is_space(text[at])) ++at;

@@ -9,7 +9,7 @@
 namespace rdm::posix_host {
 namespace {
 
-/// next_byte returns the next byte, or `end` or `failure`.
+/// next_byte returns the next byte, `end` or `failure`.
 constexpr int end = -1, failure = -2;
 
 int next_byte(host_buffer &b) {
@@ -42,7 +42,7 @@ int read_line(host_buffer *b, int /*line_number*/, int limit, char *line) {
     else
       cut = true;
   }
-  // A carriage return belongs to the newline after it; one that a cut brought to the end is text.
+  // A carriage return before the newline is dropped, unless cutting the line brought it to the end.
   if (byte == '\n' && !cut && length > 0 && line[length - 1] == '\r') --length;
   line[length] = '\0';
   if (byte == failure) return -1;

@@ -7,7 +7,7 @@
 namespace rdm::posix_host {
 namespace {
 
-/// The C locale, whatever the host program has set.
+/// The C locale, whatever locale the host program has set.
 locale_t c_locale() {
   static const locale_t locale = ::newlocale(LC_ALL_MASK, "C", nullptr);
   return locale;

@@ -45,7 +45,7 @@ void crit_enter(host_crit *c) { pthread_mutex_lock(&c->mutex); }
 void crit_exit(host_crit *c) { pthread_mutex_unlock(&c->mutex); }
 
 void register_exit(void (*fn)(void *), void *argument) {
-  // Not from the bound allocator: the list is read after its owner may have gone.
+  // Use malloc, not the bound allocator: run_exits reads the list when the host may be gone.
   Exit *exit = static_cast<Exit *>(std::malloc(sizeof(Exit)));
   if (exit == nullptr) return;
   *exit = Exit{fn, argument, nullptr};

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Fatal conditions: programming errors after which the process must not go on, whatever NDEBUG says.
+/// Fatal conditions: programming errors that abort the process, even with NDEBUG.
 #ifndef QXAPI_FATAL_H
 #define QXAPI_FATAL_H
 
@@ -8,13 +8,13 @@
 
 namespace rdm {
 
-/// qx_report_assertion names the module, its line and the condition on standard error, for a programming error that the
+/// qx_report_assertion writes the module, its line and the condition to standard error. For programming errors that the
 /// process survives.
 inline void qx_report_assertion(const char *module, int line, const char *condition) noexcept {
   std::fprintf(stderr, "%s:%d: assertion failed: %s\n", module, line, condition);
 }
 
-/// qx_fatal reports an assertion and aborts.
+/// qx_fatal reports the condition and aborts.
 [[noreturn]] inline void qx_fatal(const char *module, int line, const char *condition) noexcept {
   qx_report_assertion(module, line, condition);
   std::abort();

@@ -12,7 +12,7 @@ namespace {
 constexpr mode_t shared_file = 0644;
 constexpr mode_t private_file = 0600;
 
-/// open_file opens with close-on-exec and tries again when a signal interrupts it.
+/// open_file opens a file with O_CLOEXEC and retries on EINTR.
 host_fd open_file(const char *path, int flags, mode_t mode = 0) {
   host_fd fd = -1;
   do fd = ::open(path, flags | O_CLOEXEC, mode);
@@ -26,7 +26,7 @@ host_fd open_read(const char *path) { return open_file(path, O_RDONLY); }
 
 host_fd open_write(const char *path) {
   constexpr int flags = O_RDWR | O_APPEND | O_CREAT;
-  // A name that somebody else put there first is not followed into their file while ours can be made.
+  // Try O_EXCL first: open() then follows no symbolic link that an attacker put under this name.
   const host_fd fd = open_file(path, flags | O_EXCL, private_file);
   if (fd != -1 || errno != EEXIST) return fd;
   return open_file(path, flags | O_TRUNC, private_file);

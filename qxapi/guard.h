@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Guards over the host's resources: each releases what it holds when it goes out of scope.
+/// Guards for the host's resources: each releases its resource at the end of its scope.
 #ifndef QXAPI_GUARD_H
 #define QXAPI_GUARD_H
 
@@ -10,7 +10,7 @@
 
 namespace rdm {
 
-/// Deleter<f> makes a std::unique_ptr release through the procedure f.
+/// Deleter<f> makes a std::unique_ptr release its object with f.
 template <auto release>
 struct Deleter {
   template <typename T>
@@ -19,7 +19,7 @@ struct Deleter {
   }
 };
 
-/// HostPtr owns a block of host_alloc, host_realloc or host_strdup; the objects in it need no destructor.
+/// HostPtr owns a block of host_alloc, host_realloc or host_strdup. The objects in it need no destructor.
 template <typename T>
 using HostPtr = std::unique_ptr<T, Deleter<host_free>>;
 using HostText = HostPtr<char>;
@@ -48,7 +48,7 @@ class HostFileGuard {
   host_fd fd_;
 };
 
-/// CritGuard is inside a critical section for its lifetime. Null is no section.
+/// CritGuard holds a critical section for its lifetime. A null section is ignored.
 class CritGuard {
  public:
   explicit CritGuard(host_crit *section) noexcept : section_(section) {
@@ -64,7 +64,7 @@ class CritGuard {
   host_crit *section_;
 };
 
-/// host_new returns an owned, zeroed record (or array of `count`), or null when memory fails.
+/// host_new returns a zeroed record, or an array of `count` zeroed records; null when memory fails.
 template <typename T>
 HostPtr<T> host_new(size_t count = 1) noexcept {
   static_assert(std::is_trivially_destructible_v<T>);

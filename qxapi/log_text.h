@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Text of clients in lines of logs. Every log of the system escapes through this file.
+/// Client text in log lines. All logs of the system escape it with this file.
 #ifndef QXAPI_LOG_TEXT_H
 #define QXAPI_LOG_TEXT_H
 
@@ -11,17 +11,17 @@
 
 namespace rdm {
 
-/// The bytes of a log line, its newline included, with a NUL: a longer line is cut.
+/// The size of a log line with its newline and NUL; longer lines are cut.
 constexpr std::size_t log_line_size = 8192;
 
-/// Escaping says which characters are escaped. Each level includes the ones before it.
+/// Escaping is the set of characters to escape. Each level includes the ones before it.
 enum class Escaping {
   controls,   // 0 to 31 and 127, which could start a line or command a terminal
   non_ascii,  // bytes above 127
   quotes,     // the quote and the backslash, for a quoted field
 };
 
-/// EscapedChar is one character as a log shows it: itself or an escape (\n, \r, \t, \", \\ or \x1b).
+/// EscapedChar is one character as written to a log: itself or an escape (\n, \r, \t, \", \\ or \x1b).
 class EscapedChar {
  public:
   constexpr EscapedChar(char c, Escaping level) {
@@ -47,7 +47,7 @@ class EscapedChar {
   std::size_t size_ = 0;
 };
 
-/// cut_text returns the front of an escaped text, at most `size` bytes, without a part of an escape at its end.
+/// cut_text returns at most the first `size` bytes of an escaped text. It never splits an escape.
 constexpr std::string_view cut_text(std::string_view text, std::size_t size) {
   if (text.size() <= size) return text;
   const std::size_t last = text.substr(0, size).rfind('\\');
@@ -56,8 +56,8 @@ constexpr std::string_view cut_text(std::string_view text, std::size_t size) {
   return text.substr(0, end > size ? last : size);
 }
 
-/// LogText is a client's text for a log line, its control characters escaped and cut to what a line holds. It needs no
-/// memory of the host. It lives as long as the statement that makes it:
+/// LogText is client text for a log line: control characters are escaped, and the text is cut to the size of a line. It
+/// does not allocate. A temporary lives to the end of its statement:
 ///
 ///     CSLOG(CSLOG_ERROR, "rds", "Require <CSID:%s>\n", LogText(csid).c_str());
 class LogText {

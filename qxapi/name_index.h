@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// An index by name beside a chain or a tree that is too long to be searched entry by entry.
+/// A hash index by name for entries that are kept in a list or a tree.
 #ifndef QXAPI_NAME_INDEX_H
 #define QXAPI_NAME_INDEX_H
 
@@ -12,16 +12,16 @@
 
 namespace rdm {
 
-/// NameLink is the part of an entry that belongs to the index.
+/// NameLink is the index's part of an entry.
 template <typename Entry>
 struct NameLink {
   Entry *next;    // of the same bucket
   uint64_t hash;  // of the name
 };
 
-/// NameIndex is a hash table with chained buckets. It grows with its entries, which it does not own: an entry has a
-/// member `in_index` of type NameLink and a procedure `name()`. Entries of equal names stay in the order in which they
-/// were added. It is a plain record, empty when it is zeroed, and its owner calls release.
+/// NameIndex is a hash table with separate chaining that doubles as it fills. It does not own its entries; an entry has
+/// a member `in_index` of type NameLink and a member function `name()`. Entries of equal names keep the order in which
+/// they were added. It is a plain record: zeroed, it is empty; its owner calls release.
 template <typename Entry>
 struct NameIndex {
   struct Bucket {
@@ -34,8 +34,8 @@ struct NameIndex {
 
   void release() noexcept { host_free(buckets); }
 
-  /// add puts an entry behind the others of its name. False, and the entry is not taken, when there is no memory for
-  /// the first buckets; without memory for more of them they only fill up.
+  /// add appends an entry to the others of its name. Returns false, without adding, if memory fails for the first
+  /// buckets; if it fails for more buckets, the existing ones are used.
   bool add(Entry *entry) noexcept {
     if (count >= size && !grow() && size == 0) return false;
     entry->in_index.hash = hash_of(entry->name());
@@ -73,7 +73,7 @@ struct NameIndex {
     count = 0;
   }
 
-  /// is_stale returns whether an entry has got another name since it was added.
+  /// is_stale returns true if the entry was renamed since it was added.
   static bool is_stale(const Entry &entry) noexcept { return entry.in_index.hash != hash_of(entry.name()); }
 
  private:

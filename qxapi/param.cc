@@ -9,7 +9,7 @@
 namespace rdm::posix_host {
 namespace {
 
-/// A word of a configuration line: its name and its value with the escapes still in it.
+/// A word of a configuration line: its name, and its value before unescaping.
 struct Word {
   std::string_view name;
   std::string_view value;
@@ -23,7 +23,7 @@ size_t skip_blanks(std::string_view line, size_t at) {
   return at;
 }
 
-/// value_end returns where the value that begins at `at` ends: at its closing quote, at a blank, or with the line.
+/// value_end returns the offset at which the value ends: its closing quote, a blank or the end of the line.
 size_t value_end(std::string_view line, size_t at, bool quoted) {
   for (; at < line.size(); ++at) {
     if (line[at] == '\\' && at + 1 < line.size())
@@ -34,7 +34,7 @@ size_t value_end(std::string_view line, size_t at, bool quoted) {
   return at;
 }
 
-/// take_word reads the word at the front of `line` and removes it.
+/// take_word removes the first word of `line` and returns it.
 Word take_word(std::string_view &line) {
   size_t at = 0;
   while (at < line.size() && !is_blank(line[at]) && line[at] != '=') ++at;
@@ -68,7 +68,7 @@ HostText copy_unescaped(std::string_view text) {
   return copy;
 }
 
-/// A chain of up to so many pairs is searched as fast as an index.
+/// A list of up to this many pairs is searched as fast as an index.
 constexpr size_t few_pairs = 8;
 
 IndexedPair *as_indexed(host_param *pair) { return reinterpret_cast<IndexedPair *>(pair); }
@@ -88,7 +88,7 @@ host_param *search(const char *name, const pblock &b) {
   return pair;
 }
 
-/// index_all puts every pair into the index, in the order of the chain, unless memory fails for the index as a whole.
+/// index_all adds every pair to the index, in list order. It stops if memory fails for the first buckets.
 void index_all(pblock &b) {
   for (host_param *pair = b.first; pair != nullptr; pair = pair->next)
     if (!b.index.add(as_indexed(pair))) return;
@@ -105,7 +105,7 @@ void chain(pblock &b, IndexedPair *added) {
     index_all(b);
 }
 
-/// unchain removes the first pair of its name.
+/// unchain removes a pair, the first of its name, from the list and the index.
 void unchain(pblock &b, IndexedPair *removed) {
   if (is_indexed(b)) b.index.take(removed->name());
   if (b.lent == removed) b.lent = nullptr;

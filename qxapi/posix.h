@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// The POSIX host's operations, one declaration per entry of its table; a file per concern implements them.
+/// The POSIX host's operations, one declaration for each entry of its table, implemented in a file per subject.
 #ifndef QXAPI_POSIX_H
 #define QXAPI_POSIX_H
 

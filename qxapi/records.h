@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// The POSIX host's own records, for hosts that build on its table and replace a part of what works on them.
+/// The POSIX host's own records, for hosts that replace a part of its table.
 #ifndef QXAPI_RECORDS_H
 #define QXAPI_RECORDS_H
 
@@ -9,7 +9,7 @@
 
 namespace rdm {
 
-/// A pair as blocks keep it. What callers hold is its first member.
+/// A pair of a block. Callers hold a pointer to its first member.
 struct IndexedPair {
   host_param pair;
   host_param **link;  // the `first` of the block, or the `next` of the pair before it
@@ -19,18 +19,17 @@ struct IndexedPair {
 
 }  // namespace rdm
 
-/// Pairs are chained in the order they were added, which is the order in which equal names are found. Past a few of
-/// them there is an index beside the chain. Hosts may walk the chain; only host_param_add and host_param_find_entry
-/// change it.
+/// Pairs are linked in the order they were added, the order in which lookups find equal names. Blocks of more than a
+/// few pairs also have an index. Hosts may walk the list; only host_param_add and host_param_find_entry change it.
 struct pblock {
   host_param *first;
   host_param **last;
   size_t count;
   rdm::NameIndex<rdm::IndexedPair> index;
-  rdm::IndexedPair *lent;  // the last one that host_param_find_entry left in the block: its holder may rename it
+  rdm::IndexedPair *lent;  // the pair that host_param_find_entry returned last; the caller may rename it
 };
 
-/// A reader and its `size` bytes of buffer, in one block: the bytes from `position` to `filled` are not yet given out.
+/// A reader and its buffer of `size` bytes, in one block. The bytes from `position` to `filled` are unread.
 struct host_buffer {
   host_fd fd;
   int size;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// SipHash-1-3, a keyed hash: a client that does not know the key cannot choose texts of equal hashes.
+/// SipHash-1-3, a keyed hash: a client that does not know the key cannot choose names that collide.
 #ifndef QXAPI_SIP_HASH_H
 #define QXAPI_SIP_HASH_H
 
@@ -17,7 +17,7 @@ struct SipKey {
   uint64_t low, high;
 };
 
-/// SipState is the state of one hash.
+/// SipState is the state of one hash computation.
 class SipState {
  public:
   explicit constexpr SipState(SipKey key)
@@ -56,10 +56,10 @@ class SipState {
   uint64_t v0_, v1_, v2_, v3_;
 };
 
-/// sip_hash hashes a text: its words of eight bytes in little-endian order, then the bytes that are left with the
-/// length above them.
+/// sip_hash returns the hash of a text: of its 8-byte words in little-endian order, then the remaining bytes with the
+/// length in the top byte.
 inline uint64_t sip_hash(SipKey key, std::string_view text) noexcept {
-  static_assert(std::endian::native == std::endian::little, "words are read as they stand in memory");
+  static_assert(std::endian::native == std::endian::little, "words are read in the machine's byte order");
   SipState state(key);
   const auto length = static_cast<uint64_t>(text.size());
   for (; text.size() >= sizeof(uint64_t); text.remove_prefix(sizeof(uint64_t))) {
@@ -73,11 +73,11 @@ inline uint64_t sip_hash(SipKey key, std::string_view text) noexcept {
   return state.finish();
 }
 
-/// process_sip_key returns a random key, the same for the life of the process.
+/// process_sip_key returns a random key that stays the same for the life of the process.
 inline SipKey process_sip_key() noexcept {
   static const SipKey key = [] {
     SipKey random{};
-    // Without random bytes the hash still spreads names; it only is no longer secret.
+    // If getrandom() fails, the hash still distributes names; only the key is no longer secret.
     [[maybe_unused]] const ssize_t got = ::getrandom(&random, sizeof random, GRND_NONBLOCK);
     return random;
   }();

@@ -3,7 +3,7 @@
 
 namespace {
 
-/// The table in force. It starts as the POSIX host, so that libraries work where nobody binds another.
+/// The table in force, initially that of the POSIX host.
 qxapi_host &bound() {
   static qxapi_host table = *qxapi_posix_host();
   return table;

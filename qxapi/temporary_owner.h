@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: MIT
-/// How the temporary files of a process that was killed are told from those in use.
+/// Telling temporary files in use from those that a killed process left behind.
 ///
-/// A process that makes temporary files picks a random number, its token, and holds a lock on that one byte of the
-/// directory they are in. Their names begin with the token. The system releases the lock when the process ends, however
-/// it ends: files whose token is not locked are left over. The directory as such has no such byte; the lock leaves
-/// nothing in it. Unlike a process number, the lock is seen from other containers on the same machine, and no later
-/// process inherits it.
+/// A process that makes temporary files draws a random token, puts it into their names, and locks the byte at that
+/// offset of their directory. The kernel releases the lock when the process ends: files whose token is not locked are
+/// left over. The lock needs no such byte to exist and leaves no trace. Unlike a process id, it works across containers
+/// on one machine and is never reused.
 #ifndef QXAPI_TEMPORARY_OWNER_H
 #define QXAPI_TEMPORARY_OWNER_H
 
@@ -16,8 +15,8 @@
 
 namespace rdm::temporary_owner {
 
-/// The name of a file of the CSIO buffer: the prefix, the token and as many digits that make it unique. Without a lock
-/// there is no token, and the file is never taken for a left-over.
+/// A file of the CSIO buffer is named by the prefix, the token and as many random digits. If the directory cannot be
+/// locked, the token is omitted, and the file is never removed as a left-over.
 inline constexpr char prefix[] = "csio";
 inline constexpr int digits = 16;  // hexadecimal, lower case, of either number
 
@@ -30,17 +29,17 @@ inline struct flock byte_of(std::uint64_t token, short type) noexcept {
   return lock;
 }
 
-/// token_of returns the token of a random number: a place of a file is not negative.
+/// token_of turns a random number into a token: an offset in a file, which is not negative.
 inline std::uint64_t token_of(std::uint64_t random) noexcept { return random >> 1; }
 
-/// hold locks the token in a directory, for as long as the descriptor, or a copy of it in a child, is open. False when
-/// the file system knows no locks.
+/// hold locks the token in a directory while the descriptor, or a copy of it in a child, is open. Returns false if
+/// fcntl() fails.
 inline bool hold(int directory, std::uint64_t token) noexcept {
   struct flock lock = byte_of(token, F_RDLCK);
   return ::fcntl(directory, F_OFD_SETLK, &lock) == 0;
 }
 
-/// is_held returns true unless it is certain that no process holds the token in the directory.
+/// is_held returns false only if fcntl() confirms that no process holds the token in the directory.
 inline bool is_held(int directory, std::uint64_t token) noexcept {
   struct flock lock = byte_of(token, F_WRLCK);
   return ::fcntl(directory, F_OFD_GETLK, &lock) != 0 || lock.l_type != F_UNLCK;

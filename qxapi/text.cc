@@ -21,7 +21,7 @@ int hex_digit(char c) {
   return letter >= 'a' && letter <= 'f' ? letter - 'a' + 10 : -1;
 }
 
-/// write_report writes "KIND FUNCTION: text" as a line of standard error, cut to the size of a log line.
+/// write_report writes the line "KIND FUNCTION: text" to standard error, cut to the size of a log line.
 void write_report(const char *kind, const char *function, const char *text) {
   char line[log_line_size];
   const int length = std::snprintf(line, sizeof line, "%s %s: %s", kind, function, text);
