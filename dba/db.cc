@@ -25,8 +25,8 @@ bool is_allowed(const char *file, unsigned flags, int type) {
          type == DB_HASH;
 }
 
-/// The beginning of the library's table, which its handles point at. The two scratch blocks, for records longer than a
-/// page, are what its close forgets to release.
+/// The beginning of the library's table, to which its handles point. The library's close does not release the two
+/// scratch blocks, which it allocates for records longer than a page.
 struct LibraryTable {
   unsigned char header[hashdb::header_size];
   int32_t segments;
@@ -38,7 +38,7 @@ struct LibraryTable {
   void *key_scratch;
 };
 
-/// The library's close, the same for every handle: each open stores it, on whatever thread.
+/// The library's close, the same for every handle. Each open stores it, on any thread.
 std::atomic<int (*)(DB *)> library_close;
 
 int close_library(DB *db) {

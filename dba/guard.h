@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// The guard over a database handle.
+/// The guard for a database handle.
 #ifndef DBA_GUARD_H
 #define DBA_GUARD_H
 

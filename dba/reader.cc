@@ -20,7 +20,8 @@ hashdb::Hash hash_of(const HASHINFO *parameters) {
   return parameters != nullptr && parameters->hash != nullptr ? parameters->hash : hashdb::default_hash;
 }
 
-/// A reader is what a handle's `internal` points at. Reads by key and the walk over all records keep separate places.
+/// Reader is the object to which a handle's `internal` points. Reads by key and the walk over all records use separate
+/// cursors.
 class Reader {
  public:
   Reader(HostFileGuard file, const hashdb::Source &source, hashdb::Hash hash) noexcept
@@ -56,7 +57,8 @@ int Reader::first(DBT *key, DBT *value) noexcept {
   return next(key, value);
 }
 
-/// start_bucket goes on to the walk's next bucket; those with pages behind the end of the file are empty.
+/// start_bucket moves the walk to the next bucket. Buckets with pages past the end of the file are empty. Returns false
+/// after the last bucket.
 bool Reader::start_bucket() noexcept {
   const auto page = static_cast<int64_t>(bucket_page(source_.header, next_bucket_));
   in_bucket_ = next_bucket_ <= source_.header.max_bucket && page << source_.header.page_shift < source_.size;
@@ -106,7 +108,7 @@ int close_reader(DB *db) {
   return RET_SUCCESS;
 }
 
-/// open_source opens a file and reads its header; without a sound one errno is EINVAL.
+/// open_source opens a file and reads its header. Returns no file, with errno EINVAL, if the header is not sound.
 HostFileGuard open_source(const char *path, hashdb::Hash hash, hashdb::Source &source) {
   struct stat status;
   if (host_stat(path, &status) != 0) return HostFileGuard();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Databases open for reading only.
+/// Databases opened for reading only.
 #ifndef DBA_READER_H
 #define DBA_READER_H
 
@@ -7,12 +7,12 @@
 
 namespace rdm {
 
-/// open_reader opens an existing hash file for reading; `parameters` null or a HASHINFO, of which the hash function is
-/// used. Returns a handle that its close operation releases, or null with errno set.
+/// open_reader opens an existing hash file for reading. `parameters` is null or a HASHINFO, of which only the hash
+/// function is used. Returns a handle that its close operation releases, or null with errno set.
 DB *open_reader(const char *path, const HASHINFO *parameters) noexcept;
 
-/// can_be_opened says whether the library may see the file: there is none, or it cannot be read (which the library
-/// reports in its own way), or it is a hash file with a sound header. Sets errno when it returns false.
+/// can_be_opened returns true if the library may open the file: it does not exist, or cannot be read (the library then
+/// sets errno itself), or is a hash file with a sound header. Sets errno if it returns false.
 bool can_be_opened(const char *path, const HASHINFO *parameters) noexcept;
 
 }  // namespace rdm

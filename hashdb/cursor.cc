@@ -37,12 +37,12 @@ uint32_t Cursor::at(uint32_t index) const noexcept {
   return source_.header.byte_order == native_order ? number : swapped(number);
 }
 
-/// holds says whether a run of bytes lies within the page, behind the slots in use.
+/// holds returns true if the bytes lie within the page, behind the slots in use.
 bool Cursor::holds(uint32_t from, uint32_t to) const noexcept {
   return 2 * (slots() + 1) <= from && from <= to && to <= source_.header.page_size;
 }
 
-/// read brings a page into memory; pages behind the end of the file have no slots.
+/// read reads a page into memory. A page past the end of the file is read as zeros: it has no slots.
 bool Cursor::read(uint64_t page) noexcept {
   if (page == page_number_) return true;
   const uint32_t size = source_.header.page_size;
@@ -63,7 +63,7 @@ bool Cursor::read(uint64_t page) noexcept {
   return true;
 }
 
-/// enter goes to the beginning of a page.
+/// enter reads a page and moves to its first record. Returns false if its slots do not fit.
 bool Cursor::enter(uint64_t page) noexcept {
   if (!read(page) || slots() % 2 != 0 || 2 * (slots() + 3) > source_.header.page_size) return false;
   slot_ = 1;
@@ -80,7 +80,7 @@ bool Cursor::enter_bucket() noexcept {
   return enter(page);
 }
 
-/// follow goes on to an overflow page.
+/// follow enters an overflow page. Returns false for an invalid address, a page past the end of the file and a loop.
 bool Cursor::follow(uint32_t address) noexcept {
   const uint64_t page = overflow_page(source_.header, static_cast<uint16_t>(address));
   if (page == 0 || static_cast<int64_t>(page << source_.header.page_shift) >= source_.size) return false;
@@ -138,7 +138,7 @@ bool Cursor::take_next(bool &found) noexcept {
   return true;
 }
 
-/// take_pair reads a record that lies on one page, its value in front of its key.
+/// take_pair reads a record on a single page: the value is stored in front of the key.
 bool Cursor::take_pair() noexcept {
   const uint32_t key_start = at(slot_);
   const uint32_t value_start = at(slot_ + 1);
@@ -150,7 +150,7 @@ bool Cursor::take_pair() noexcept {
   return true;
 }
 
-/// take_long reads a record that has pages of its own.
+/// take_long reads a record with pages of its own.
 bool Cursor::take_long() noexcept {
   long_key_.clear();
   long_value_.clear();
@@ -160,7 +160,7 @@ bool Cursor::take_long() noexcept {
   } else {
     const uint32_t value_start = at(4);
     if (slots() != 4 || !holds(value_start, at(1)) || !long_value_.append(bytes(value_start, at(1)))) return false;
-    const bool whole = at(slots() + 1) != 0;  // free bytes are left exactly when the value ends here
+    const bool whole = at(slots() + 1) != 0;  // there are free bytes only if the value ends here
     if (!follow(at(3)) || (!whole && !take_rest_of_value())) return false;
   }
   key_ = long_key_.text();
@@ -168,14 +168,14 @@ bool Cursor::take_long() noexcept {
   return true;
 }
 
-/// take_long_key ends on the page where the key does.
+/// take_long_key reads the key and stops on the page on which it ends.
 bool Cursor::take_long_key() noexcept {
   while (at(2) == slot_mark::partial_key)
     if (slots() < 4 || !append_page(long_key_) || !follow(at(slots() - 1)) || slots() < 2) return false;
   return (at(2) == slot_mark::full_key || at(2) == slot_mark::full_key_data) && slots() >= 4 && append_page(long_key_);
 }
 
-/// take_rest_of_value ends on the value's last page, behind its slots.
+/// take_rest_of_value reads the value's remaining pages and stops behind the slots of the last one.
 bool Cursor::take_rest_of_value() noexcept {
   while (slots() >= 2 && at(2) == slot_mark::full_key)
     if (slots() < 4 || !append_page(long_value_) || !follow(at(slots() - 1))) return false;
@@ -185,7 +185,7 @@ bool Cursor::take_rest_of_value() noexcept {
   return true;
 }
 
-/// append_page adds what the first slot of the page says: all from its offset to the end of the page.
+/// append_page appends the bytes from the offset in the page's first slot to the end of the page.
 bool Cursor::append_page(LongItem &item) noexcept {
   const uint32_t page_end = source_.header.page_size;
   return holds(at(1), page_end) && item.append(bytes(at(1), page_end));

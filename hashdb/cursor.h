@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Reads the records of a hash file bucket by bucket and trusts none of its bytes.
+/// Reads the records of a hash file bucket by bucket. The file is not trusted: every offset is checked.
 #ifndef HASHDB_CURSOR_H
 #define HASHDB_CURSOR_H
 
@@ -13,18 +13,18 @@
 
 namespace rdm::hashdb {
 
-/// Source is the file that a cursor reads. It must not change meanwhile.
+/// Source is the file that a cursor reads. The file must not change while the cursor exists.
 struct Source {
   host_fd fd;
   int64_t size;   // bytes
-  Header header;  // sound
+  Header header;  // is_sound() returned true
 };
 
-/// LongItem collects the pieces of a key or value that lies on several pages.
+/// LongItem collects the pieces of a key or value that is spread over several pages.
 class LongItem {
  public:
   void clear() noexcept { size_ = 0; }
-  /// append returns false when there is no memory.
+  /// append returns false, with errno ENOMEM, when memory fails.
   bool append(std::string_view piece) noexcept;
   std::string_view text() const noexcept { return {bytes_.get(), size_}; }
 
@@ -34,7 +34,7 @@ class LongItem {
   size_t capacity_ = 0;
 };
 
-/// Cursor reads the records of one bucket at a time. Whatever the file holds, each bucket ends.
+/// Cursor reads the records of one bucket at a time. Whatever the file holds, the walk through a bucket ends.
 class Cursor {
  public:
   enum Result { record, end, damaged };
@@ -44,12 +44,12 @@ class Cursor {
 
   /// start moves to the beginning of a bucket.
   void start(uint32_t bucket) noexcept;
-  /// next reads the next record of the bucket. After `end` and `damaged` the cursor needs a new start. `damaged` sets
-  /// errno: EINVAL for a damaged page, else that of the failed read.
+  /// next reads the next record of the bucket. After `end` and `damaged`, call start again. `damaged` sets errno:
+  /// EINVAL for a damaged page, otherwise that of the failed read or allocation.
   Result next() noexcept;
-  /// find starts a bucket and reads up to the record with this key.
+  /// find starts at the bucket and reads up to the record with this key.
   Result find(uint32_t bucket, std::string_view key) noexcept;
-  /// watch sets a callback that receives the address of each overflow page as the cursor moves to it.
+  /// watch sets a callback that receives the address of each overflow page that the cursor enters.
   using Followed = void (*)(void *argument, uint16_t address);
   void watch(Followed followed, void *argument) noexcept {
     followed_by_ = followed;
@@ -79,13 +79,13 @@ class Cursor {
   const Source &source_;
   HostText page_;             // the page read last
   uint64_t page_number_ = 0;  // its number, 0 for none
-  bool started_ = false;      // the bucket's first page is still to be read
+  bool started_ = false;      // the bucket's first page has not been read yet
   uint32_t bucket_ = 0;
-  uint32_t slot_ = 1;           // where the next record stands on the page, from 1
-  uint32_t key_end_ = 0;        // the offset where its key ends
-  uint64_t waypoint_ = 0;       // a page met earlier in this bucket
-  uint32_t followed_ = 0;       // pages met since
-  uint32_t next_waypoint_ = 1;  // the number of pages after which the waypoint moves up
+  uint32_t slot_ = 1;           // index of the next record's slot on the page, from 1
+  uint32_t key_end_ = 0;        // the offset at which its key ends
+  uint64_t waypoint_ = 0;       // the saved page of Brent's cycle detection
+  uint32_t followed_ = 0;       // pages entered since it was saved
+  uint32_t next_waypoint_ = 1;  // save the current page after this many pages
   Followed followed_by_ = nullptr;
   void *argument_ = nullptr;
   LongItem long_key_;

@@ -12,7 +12,7 @@ namespace {
 
 constexpr size_t words = offsetof(Header, bitmaps) / sizeof(uint32_t);
 
-/// swap_numbers turns every number of a header from big-endian to this machine's order, or back.
+/// swap_numbers converts every number of a header between big-endian and the machine's byte order.
 void swap_numbers(Header &header) {
   uint32_t numbers[words];
   std::memcpy(numbers, &header, sizeof numbers);
