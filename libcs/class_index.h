@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Where the classes of a taxonomy stand while it is loaded.
+/// An index of the classes of a taxonomy while it is loaded.
 #ifndef LIBCS_CLASS_INDEX_H
 #define LIBCS_CLASS_INDEX_H
 
@@ -11,22 +11,21 @@
 
 namespace rdm {
 
-/// IndexedClass is the entry of a node in the tree.
+/// IndexedClass is the position of a node in the tree.
 struct IndexedClass {
   Classification *node = nullptr;
   IndexedClass *parent = nullptr;  // null for the root
-  IndexedClass *jump = nullptr;    // an ancestor, for steps of more than one level
+  IndexedClass *jump = nullptr;    // an ancestor several levels up
   int32_t depth = 0;               // 0 for the root
-  int32_t rank = 0;                // among the children of the parent
-  int32_t capacity = 0;            // for children, in the node's array
-  IndexedClass *former = nullptr;  // the entry that was made before this one
+  int32_t rank = 0;                // index among the children of the parent
+  int32_t capacity = 0;            // of the node's array of children
+  IndexedClass *former = nullptr;  // the entry created before this one
   NameLink<IndexedClass> in_index = {};
   std::string_view name() const noexcept { return node->id; }
 };
 
-/// ClassIndex builds a tree by adding last children, and knows of each id the first node in the order of a walk that
-/// puts parents first. Adding takes logarithmic time: a tree is loaded in the time of its size, however it is shaped
-/// and however often its ids repeat.
+/// ClassIndex builds a tree by appending children and finds the first node of each id in pre-order. Adding a node takes
+/// logarithmic time, for every shape of the tree and any number of repeated ids.
 class ClassIndex {
  public:
   ClassIndex() = default;
@@ -41,7 +40,7 @@ class ClassIndex {
     first_of_id_.release();
   }
 
-  /// add_root makes the entry of a node without children. False when memory fails.
+  /// add_root adds a root without children. Returns false when memory fails.
   bool add_root(Classification *root) noexcept {
     HostPtr<IndexedClass> entry = make({.node = root});
     if (!entry || !first_of_id_.add(entry.get())) return false;
@@ -50,11 +49,11 @@ class ClassIndex {
     return true;
   }
 
-  /// find returns the entry of the first node of an id, null when there is none.
+  /// find returns the entry of the first node of an id, or null.
   IndexedClass *find(const char *id) const noexcept { return first_of_id_.find(id); }
 
-  /// add makes a node, which has an id, the last child of a parent. False when memory fails; the tree is then as it
-  /// was.
+  /// add makes a node, which must have an id, the last child of a parent. Returns false, with the tree unchanged, when
+  /// memory fails.
   bool add(Classification *node, IndexedClass *parent) noexcept {
     HostPtr<IndexedClass> entry = make({.node = node,
                                         .parent = parent,
@@ -80,7 +79,8 @@ class ClassIndex {
     last_ = entry;
   }
 
-  /// note puts a entry into the index unless it comes after another of its id. The root has made the index.
+  /// note adds an entry to the index unless it follows another of the same id in pre-order. add_root has allocated the
+  /// index.
   void note(IndexedClass *entry) noexcept {
     const IndexedClass *known = find(entry->node->id);
     if (known != nullptr && !comes_before(entry, known)) return;
@@ -88,8 +88,8 @@ class ClassIndex {
     first_of_id_.add(entry);
   }
 
-  /// jump_from returns the jump of a new child: by the skew-binary numbers, so that any ancestor is reached in a
-  /// logarithmic number of jumps and steps, and classes of equal depth jump equally far.
+  /// jump_from returns the jump pointer of a new child (skew-binary jump pointers): any ancestor is reached in a
+  /// logarithmic number of steps, and classes of equal depth jump equally far.
   static IndexedClass *jump_from(IndexedClass *parent) noexcept {
     const IndexedClass &jump = *parent->jump;
     return parent->depth - jump.depth == jump.depth - jump.jump->depth ? jump.jump : parent;
@@ -100,7 +100,7 @@ class ClassIndex {
     return entry;
   }
 
-  /// comes_before returns whether a walk that puts parents first meets `a` before `b`, another entry.
+  /// comes_before returns true if `a` precedes `b`, another entry, in pre-order.
   static bool comes_before(const IndexedClass *a, const IndexedClass *b) noexcept {
     const int32_t depth = std::min(a->depth, b->depth);
     const bool a_is_higher = a->depth == depth;
@@ -127,7 +127,7 @@ class ClassIndex {
     return entry.node->child_count < entry.capacity || resize(entry, std::max(1, entry.capacity * 2));
   }
 
-  /// trim leaves the node's array as many entries as there are children.
+  /// trim shrinks the node's array to the number of its children.
   static void trim(IndexedClass &entry) noexcept {
     if (entry.node->child_count < entry.capacity) resize(entry, entry.node->child_count);
   }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Guards over the support library's objects: each releases what it holds when it goes out of scope.
+/// Guards for the support library's objects: each releases its object at the end of its scope.
 #ifndef LIBCS_GUARD_H
 #define LIBCS_GUARD_H
 
@@ -12,7 +12,7 @@
 
 namespace rdm {
 
-/// ListPtr releases the list and, through its free callback, its items.
+/// ListPtr releases the list and, with its free callback, its items.
 inline void cslist_release(cslist *list) noexcept { cslist_do_free(list, 1); }
 using ListPtr = std::unique_ptr<cslist, Deleter<cslist_release>>;
 using HashTablePtr = std::unique_ptr<cshashtable, Deleter<cshashtable_free>>;
@@ -20,7 +20,7 @@ using CsioPtr = std::unique_ptr<csio, Deleter<csio_destroy>>;
 using SoifPtr = std::unique_ptr<SOIF, Deleter<soif_free>>;
 using SoifBufferPtr = std::unique_ptr<SOIFBuffer, Deleter<soif_buffer_destroy>>;
 
-/// make_csio returns a new buffer that moves to a file past `max_memory` bytes (0: never).
+/// make_csio returns a new buffer that moves to a file when it outgrows `max_memory` bytes (0: never).
 inline CsioPtr make_csio(uint32_t max_memory = 0) noexcept {
   csio *io = nullptr;
   csio_create(&io);
@@ -28,7 +28,7 @@ inline CsioPtr make_csio(uint32_t max_memory = 0) noexcept {
   return CsioPtr(io);
 }
 
-/// make_soif returns a new object; a bucket count below 1 means the default.
+/// make_soif returns a new object, or null when memory fails. A bucket count below 1 means the default.
 inline SoifPtr make_soif(const char *template_name, const char *url, int buckets = 0) noexcept {
   SOIF *object = nullptr;
   soif_create(template_name, url, buckets, &object);
@@ -38,12 +38,12 @@ inline SoifPtr make_soif(const char *template_name, const char *url, int buckets
 inline void close_stdio(FILE *file) noexcept { std::fclose(file); }
 using StdioPtr = std::unique_ptr<FILE, Deleter<close_stdio>>;
 
-/// open_stdio opens a file for reading. Null, also for a null path, leaves the reason to host_last_error_text.
+/// open_stdio opens a file for reading. Returns null, also for a null path, with the reason in host_last_error_text.
 inline StdioPtr open_stdio(const char *path) noexcept {
   return StdioPtr(std::fopen(path != nullptr ? path : "", "re"));
 }
 
-/// SoifReader is a parse stream that closes with its scope.
+/// SoifReader is a parse stream that is finished at the end of its scope.
 class SoifReader {
  public:
   explicit SoifReader(FILE *file) noexcept : stream_(soif_parse_init_file(file)) {}
@@ -53,15 +53,15 @@ class SoifReader {
   SoifReader &operator=(const SoifReader &) = delete;
   ~SoifReader() { soif_parse_finish(stream_); }
 
-  /// accept keeps only the attributes of a null-terminated list; null keeps all.
+  /// accept limits the attributes to a null-terminated list; null keeps all.
   void accept(char **attributes) noexcept { soif_parse_set_accept_attr(stream_, attributes); }
-  /// next returns the next object, or null at the end and after a syntax error.
+  /// next returns the next object, or null at the end of input and after a syntax error.
   SoifPtr next() noexcept {
     SOIF *object = nullptr;
     soif_parse(stream_, &object);
     return SoifPtr(object);
   }
-  /// position returns how many bytes of a string have been read.
+  /// position returns the number of bytes of a string that have been read.
   int32_t position() const noexcept { return _soif_state[stream_].input_position; }
   bool at_end() const noexcept { return soif_parse_is_eoi(stream_) != 0; }
 
@@ -69,7 +69,7 @@ class SoifReader {
   int stream_;
 };
 
-/// SoifWriter is a print stream that closes with its scope.
+/// SoifWriter is a print stream that is finished at the end of its scope.
 class SoifWriter {
  public:
   SoifWriter(soif_output_fn output, void *argument) noexcept : stream_(soif_print_init_fn(output, argument)) {}

@@ -25,14 +25,14 @@ namespace {
 
 constexpr size_t prefix_size = 512;
 
-/// Where lines go: a stream, a file, or nowhere.
+/// The destination of lines: a stream, a file or nothing.
 struct Destination {
   FILE *stream = nullptr;
   host_fd file = -1;
 };
 Destination sink;
 
-/// What a call site said about itself. The fields are atomic because threads may share a slot.
+/// The properties of a thread's next line. The fields are atomic because threads may share a slot.
 struct CallSite {
   std::atomic<int32_t> kind;
   std::atomic<const char *> file;
@@ -48,7 +48,7 @@ void set_call_site(CallSite &site, int32_t kind, const char *file, int32_t line)
   site.line.store(line, std::memory_order_relaxed);
 }
 
-/// What a missing text shows as. A format stays one to the compiler.
+/// visible returns the text printed for a format or file. The attribute tells the compiler that it is still a format.
 [[gnu::format_arg(1)]] const char *visible(const char *text) {
   if (text == nullptr) return "(null)";
   return *text == '\0' ? "(empty)" : text;
@@ -66,7 +66,7 @@ size_t format_stamp(char *buffer) {
   return static_cast<size_t>(host_format_time(buffer, prefix_size, "[%d/%b/%Y:%H:%M:%S]", &local));
 }
 
-/// format_prefix writes all that stands before the message; returns its length.
+/// format_prefix writes everything before the message. Returns its length.
 size_t format_prefix(char *buffer) {
   const int process = ::getpid();
   const int slot = slot_of(host_thread_id());
@@ -92,8 +92,8 @@ size_t format_prefix(char *buffer) {
   return stamp + static_cast<size_t>(length);
 }
 
-/// format_line writes prefix and message into a buffer of log_line_size bytes; returns the length. A line that is cut
-/// keeps the newline of its format.
+/// format_line writes prefix and message into a buffer of log_line_size bytes. Returns the length. A cut line keeps the
+/// newline of its format.
 QX_PRINTF(3, 0) size_t format_line(char *line, std::string_view prefix, const char *format, va_list arguments) {
   const size_t start = prefix.copy(line, log_line_size - 1);
   const int message = std::vsnprintf(line + start, log_line_size - start, format, arguments);

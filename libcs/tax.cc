@@ -41,7 +41,7 @@ Classification *find_below(Classification *node, const char *id) {
   return node;
 }
 
-/// classification_add_child returns false when memory fails.
+/// classification_add_child appends to the parent's array of children. Returns false when memory fails.
 bool classification_add_child(Classification *parent, Classification *child) {
   QX_REQUIRE(parent != nullptr, "tax", "a child has a parent");
   const auto slots = static_cast<size_t>(parent->child_count) + 1;
@@ -52,10 +52,10 @@ bool classification_add_child(Classification *parent, Classification *child) {
   return true;
 }
 
-/// is_root returns whether a parent's id, null included, means the root.
+/// is_root returns true if a parent's id, which may be null, means the root.
 bool is_root(const char *parent_id) { return parent_id == nullptr || std::strcmp(parent_id, root_id) == 0; }
 
-/// link_back sets the parent of a child, except that a class at the top level does not point back at the root.
+/// link_back sets the parent of a child: null for a class at the top level.
 void link_back(Classification *child, Classification *parent, const char *parent_id) {
   child->parent = is_root(parent_id) ? nullptr : parent;
 }
@@ -79,7 +79,7 @@ void add_info(Taxonomy &taxonomy, const char *name, const char *value) {
   if (value != nullptr) host_param_add(name, value, taxonomy.info);
 }
 
-/// take_taxonomy takes what a TAXONOMY object says, unless an earlier one with an id has.
+/// take_taxonomy stores the attributes of a TAXONOMY object with an id, unless an earlier one did.
 void take_taxonomy(Taxonomy &taxonomy, const SOIF *object) {
   const char *id = soif_findval(object, "id");
   if (id == nullptr || taxonomy.id != nullptr) return;
@@ -102,7 +102,7 @@ NodePtr make_node(const char *id, const char *description) {
   return complete ? std::move(node) : nullptr;
 }
 
-/// add_class returns whether there is a parent, and memory, for a node. The node then belongs to the tree.
+/// add_class adds a node, which then belongs to the tree. Returns false if there is no such parent or memory fails.
 bool add_class(ClassIndex &classes, Classification *node, const char *parent_id) {
   IndexedClass *parent = classes.find(parent_id);
   if (parent == nullptr || !classes.add(node, parent)) return false;
@@ -130,7 +130,7 @@ void take_class(const Taxonomy &taxonomy, ClassIndex &classes, const SOIF *objec
     report_insertion(id, parent_id);
 }
 
-/// read_objects reads the file to its end, or to where it cannot be read on.
+/// read_objects reads the file to its end or to a read error.
 void read_objects(Taxonomy &taxonomy, ClassIndex &classes, FILE *file) {
   for (SoifReader reader(file);;) {
     const SoifPtr object = reader.next();
@@ -166,7 +166,7 @@ int taxonomy_insert(Taxonomy *t, Classification *node, const char *parent_id) no
     link_back(node, parent, parent_id);
   else
     report_insertion(node->id, parent_id);
-  // Callers rely on 0 also where the node has found no place; it is then still theirs.
+  // Callers rely on 0 even if the node was not inserted and still belongs to them.
   return 0;
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// The way through a taxonomy's tree.
+/// Iterating over a taxonomy's tree.
 #ifndef LIBCS_TREE_ITERATOR_H
 #define LIBCS_TREE_ITERATOR_H
 
@@ -13,13 +13,13 @@
 
 namespace rdm {
 
-/// TreeIterator goes through the subtree of a node without recursion and without memory, however deep it is. It
-/// remembers the last steps down; one that is forgotten is found again by the parent pointers.
+/// TreeIterator visits the subtree of a node in pre-order or post-order, without recursion and without allocating, at
+/// any depth. It stores the deepest 64 steps; older steps are restored from the parent pointers.
 class TreeIterator {
  public:
   explicit TreeIterator(Classification *start) noexcept : start_(start) { push({start, 0}); }
 
-  /// next_preorder returns the node after the one it returned last, at first after the start, or null at the end.
+  /// next_preorder returns the next node in pre-order, beginning after the start, or null at the end.
   Classification *next_preorder() noexcept {
     while (length_ > 0) {
       if (descend()) return top().node;
@@ -28,14 +28,15 @@ class TreeIterator {
     return nullptr;
   }
 
-  /// next_postorder returns the next node, which may be released, or null after the start.
+  /// next_postorder returns the next node in post-order, ending with the start, then null. The caller may release the
+  /// node.
   Classification *next_postorder() noexcept {
     while (descend()) continue;
     return length_ > 0 ? pop() : nullptr;
   }
 
  private:
-  /// Step is a node and the index of the child that is next.
+  /// Step is a node and the index of its next child.
   struct Step {
     Classification *node;
     int32_t next;
@@ -43,7 +44,7 @@ class TreeIterator {
 
   Step &top() noexcept { return steps_[(length_ - 1) % steps_.size()]; }
 
-  /// descend goes down to the next child; false when there is none.
+  /// descend moves to the next child. Returns false if there is none left.
   bool descend() noexcept {
     if (length_ == 0 || top().next >= top().node->child_count) return false;
     Step &step = top();
@@ -57,7 +58,7 @@ class TreeIterator {
     top() = step;
   }
 
-  /// pop goes up and returns the node that is left.
+  /// pop moves to the parent and returns the node that it leaves.
   Classification *pop() noexcept {
     Classification *const left = top().node;
     --length_;
@@ -68,9 +69,9 @@ class TreeIterator {
     return left;
   }
 
-  /// step_down_to returns the step whose last child was `child`.
+  /// step_down_to returns the step of the parent of `child`, with the next child after it.
   Step step_down_to(const Classification *child) const noexcept {
-    // A class at the top level does not point back at the root, where the walk then began.
+    // A class at the top level has no parent pointer: the walk then started at the root.
     Classification *const parent = child->parent != nullptr ? child->parent : start_;
     const std::span children(parent->children, static_cast<size_t>(parent->child_count));
     const auto found = std::find(children.begin(), children.end(), child);
@@ -78,7 +79,7 @@ class TreeIterator {
   }
 
   Classification *const start_;
-  // A step that is found again costs a look at the siblings, but comes only after as many levels as are kept.
+  // Restoring a step searches the siblings, but happens only once in 64 levels.
   std::array<Step, 64> steps_;
   size_t length_ = 0;
   size_t forgotten_ = 0;

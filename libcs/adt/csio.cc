@@ -20,14 +20,14 @@ constexpr uint32_t max_length = std::numeric_limits<uint32_t>::max();
 bool in_memory(const csio &io) { return (io.flags & CSIO_MEMORY) != 0; }
 bool in_file(const csio &io) { return (io.flags & CSIO_FILE) != 0; }
 
-/// fits tells whether the length, and in memory the NUL after it, still is a 32-bit number with `count` more bytes.
+/// fits returns true if the length, and in memory the NUL, still is a 32-bit number after adding `count` bytes.
 bool fits(const csio &io, uint32_t count) {
   const uint32_t limit = in_memory(io) ? max_length - 1 : max_length;
   return io.length <= limit && count <= limit - io.length;
 }
 
-/// allocate brings the block to its capacity. Without memory the block is gone, and with it the bytes; when there is
-/// memory again, NULs stand where they were.
+/// allocate resizes the block to its capacity. If realloc() fails, the block is released and its bytes are lost; when a
+/// later allocation succeeds, they read as NULs.
 void allocate(csio &io) {
   if (io.capacity == 0) return;
   if (io.data == nullptr) {
@@ -52,8 +52,8 @@ int32_t store_in_memory(csio &io, const void *bytes, int32_t count) {
   return count;
 }
 
-/// store adds bytes to the backing in force and returns how many it could keep. Those it could not keep count in the
-/// length too, which is what was offered, unless there is no file at all.
+/// store appends bytes to the current backing. Returns the number stored. Bytes that could not be stored still count in
+/// the length, unless the file could not be opened.
 int32_t store(csio &io, const void *bytes, int32_t count) {
   int32_t stored = 0;
   if (in_memory(io))
@@ -66,7 +66,7 @@ int32_t store(csio &io, const void *bytes, int32_t count) {
   return stored;
 }
 
-/// append_block appends bytes that may be more than one csio_append takes.
+/// append_block appends any number of bytes, also more than one csio_append takes.
 void append_block(csio &io, const unsigned char *bytes, uint32_t count) {
   constexpr uint32_t most = std::numeric_limits<int32_t>::max();
   while (bytes != nullptr && count > 0) {
@@ -77,7 +77,7 @@ void append_block(csio &io, const unsigned char *bytes, uint32_t count) {
   }
 }
 
-/// copy_to_file writes the memory's bytes to a file and leaves the buffer open for writing and backed by that file.
+/// copy_to_file writes the bytes in memory to a file. The buffer is then open for writing and backed by that file.
 void copy_to_file(csio &io) {
   const uint32_t length = std::exchange(io.length, 0);
   io.finished = 0;

@@ -45,15 +45,15 @@ bool is_directory(const char *path) {
 }
 
 const char *temporary_directory() {
-  // Not secure_getenv: for a program with privileges the loader has removed what its caller set, so that what is found
-  // was set by the program, from its configuration.
+  // Use getenv(), not secure_getenv(): in a privileged program the loader has removed TMPDIR, so a value found here was
+  // set by the program from its configuration.
   const char *directory = std::getenv("TMPDIR");
   if (directory != nullptr && is_directory(directory)) return directory;
   return is_directory(P_tmpdir) ? P_tmpdir : nullptr;
 }
 
-/// Owned is a directory in which this process holds the lock of its token. The descriptor stays open as long as the
-/// process lives: a file may outlast the buffer's own descriptor.
+/// Owned is a directory in which this process holds the lock of its token. The descriptor stays open for the life of
+/// the process: a file may outlive its buffer's descriptor.
 struct Owned {
   int fd;
   dev_t device;
@@ -65,7 +65,7 @@ constexpr Owned unused{-1, 0, 0, 0};
 pthread_mutex_t owned_mutex = PTHREAD_MUTEX_INITIALIZER;
 Owned owned_directories[] = {unused, unused, unused, unused};
 
-/// OwnedLock holds the mutex. The library's own, since that of the C++ library throws.
+/// OwnedLock holds the mutex. std::lock_guard is not used, because std::mutex may throw.
 struct OwnedLock {
   OwnedLock() noexcept { ::pthread_mutex_lock(&owned_mutex); }
   OwnedLock(const OwnedLock &) = delete;
@@ -73,13 +73,13 @@ struct OwnedLock {
   ~OwnedLock() { ::pthread_mutex_unlock(&owned_mutex); }
 };
 
-/// is_free returns true when the slot of a directory can be another's: it has none, or one that was removed.
+/// is_free returns true if the slot is unused or its directory was removed.
 bool is_free(const Owned &owned) {
   struct stat status;
   return owned.fd == -1 || (::fstat(owned.fd, &status) == 0 && status.st_nlink == 0);
 }
 
-/// own locks a new token in an open directory and keeps its descriptor in `slot`. False when it cannot be locked.
+/// own locks a new token in an open directory and stores its descriptor in `slot`. Returns false if the lock fails.
 bool own(Owned &slot, int fd, const struct stat &status, uint64_t random) {
   const uint64_t token = temporary_owner::token_of(random);
   if (!temporary_owner::hold(fd, token)) return false;
@@ -103,7 +103,7 @@ struct TokenText {
   char text[temporary_owner::digits + 1] = "";
 };
 
-/// owner_of returns the token that this process holds in a directory, as text; empty when it can hold none.
+/// owner_of returns the token that this process holds in a directory, as text; empty if it cannot be locked.
 TokenText owner_of(const char *directory, uint64_t random) {
   TokenText token;
   struct stat status;
@@ -118,7 +118,8 @@ TokenText owner_of(const char *directory, uint64_t random) {
   return token;
 }
 
-/// A new path in the temporary directory, or null. Its 64 random bits can be neither guessed nor met twice.
+/// temporary_name returns a new path in the temporary directory, or null. Its 64 random bits can be neither guessed nor
+/// repeated.
 HostText temporary_name() {
   const char *directory = temporary_directory();
   unsigned long long random[2] = {};
@@ -160,7 +161,7 @@ int32_t read_at(host_fd fd, uint32_t position, void *destination, int32_t count)
 bool open_to_append(csio &io) noexcept {
   if (io.filename == nullptr && !set_temporary_file(io)) return false;
   if (io.fd != -1) return true;
-  // A file that was open before keeps what it holds, even where all bytes of the buffer still wait.
+  // A file that was open before is not truncated, even if all bytes of the buffer are in the write-behind block.
   const bool was_open = io.length > 0;
   open_file(io, was_open ? OpenMode::append : OpenMode::write);
   if (io.fd == -1) CSLOG(CSLOG_ERROR, "adt", "csio_append: %s: %s\n", io.filename, host_last_error_text());
@@ -184,8 +185,8 @@ void flush(csio &io) noexcept {
 int32_t read(csio &io, void *destination, int32_t count) noexcept {
   if (io.filename == nullptr) return -1;
   if (io.finished == 0) {
-    // The buffer's own descriptor stays at the end, where the next bytes go. Once it is released, what waits must wait
-    // for the next append: flush would drop it.
+    // Read with a second descriptor: the buffer's own stays at the end for the next append. After csio_releasefd, do
+    // not flush, which would drop the write-behind block.
     if (io.fd != -1) flush(io);
     const HostFileGuard file(host_open_read(io.filename));
     return read_at(file.get(), io.position, destination, count);

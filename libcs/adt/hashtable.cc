@@ -37,7 +37,7 @@ HashTablePtr make_table(int32_t nbuckets) {
   return table;
 }
 
-/// install sets a callback in the table and in the buckets that exist.
+/// install sets a callback in the table and its buckets.
 template <typename Callback>
 uint32_t install(cshashtable *table, Callback callback, Callback cshashtable::*of_table, Callback cslist::*of_list) {
   if (table == nullptr || callback == nullptr) return 1;

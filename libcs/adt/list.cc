@@ -22,7 +22,7 @@ HostPtr<cslist_node> make_node(const cslist &list, const void *item) {
   return node;
 }
 
-/// last_node returns the node to append to. A list that only saw cslist_prepend has one node and no tail.
+/// last_node returns the node to append to. A list that was only prepended to has one node and no tail.
 cslist_node *last_node(const cslist &list) { return list.tail != nullptr ? list.tail : list.head; }
 
 }  // namespace
@@ -68,7 +68,7 @@ uint32_t cslist_prepend(cslist *l, const void *item) noexcept {
   if (l == nullptr || item == nullptr) return 1;
   cslist_node *const node = make_node(*l, item).release();
   if (node == nullptr) return 1;
-  // The new node replaces the head rather than precede it: stacks are required to hold their latest item only.
+  // The new node replaces the head instead of preceding it: a stack must hold its latest item only.
   node->next = l->head == nullptr ? nullptr : l->head->next;
   l->head = node;
   ++l->count;

@@ -11,7 +11,7 @@ cspriq_level &level_of(const cslist_node &node) { return *static_cast<cspriq_lev
 
 cslist_node *first_node(const cspriq *pq) { return pq == nullptr ? nullptr : pq->head; }
 
-/// A level without items, and the node that holds it.
+/// make_level returns a node with a level without items, or null when memory fails.
 HostPtr<cslist_node> make_level(int32_t priority) {
   csqueue *queue = nullptr;
   csqueue_create(&queue);
@@ -24,8 +24,8 @@ HostPtr<cslist_node> make_level(int32_t priority) {
   return node;
 }
 
-/// insert_after links a level behind `previous`, in front of all others when that is null. The tail of the list is kept
-/// only for its first node: nothing reads it.
+/// insert_after inserts a level after `previous`, or at the front if that is null. The tail is set for the first node
+/// only, because cslist_append is never called.
 void insert_after(cspriq &pq, cslist_node *previous, cslist_node *node) {
   cslist_node *&link = previous == nullptr ? pq.head : previous->next;
   node->next = link;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// The callbacks that lists and hash tables are created with, beside the C library's free.
+/// The default callbacks of lists and hash tables, besides the C library's free().
 #ifndef LIBCS_ADT_STRINGS_H
 #define LIBCS_ADT_STRINGS_H
 

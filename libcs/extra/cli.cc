@@ -19,19 +19,19 @@ using namespace rdm;
 
 namespace {
 
-/// run_in_child becomes the shell. Another thread may have held any lock at the fork, so all that it calls is safe
-/// even in a signal handler.
+/// run_in_child executes the shell. Another thread may have held any lock at the fork(), so everything it calls is
+/// async-signal-safe.
 [[noreturn]] void run_in_child(const char *command, const char *directory, bool ignore_signals) {
   if (ignore_signals)
     for (const int number : {SIGINT, SIGTERM, SIGUSR1, SIGUSR2}) ::signal(number, SIG_IGN);
-  // A directory that cannot be entered does not keep the command from running.
+  // If chdir() fails, the command runs in the caller's directory.
   [[maybe_unused]] const bool entered = directory != nullptr && ::chdir(directory) == 0;
   ::close_range(STDERR_FILENO + 1, UINT_MAX, 0);
   ::execl("/bin/sh", "/bin/sh", "-c", command, nullptr);
   ::_exit(1);
 }
 
-/// wait_for returns the exit status of a child; 0 for one that a signal ended, or whose status cannot be had.
+/// wait_for returns the exit status of a child; 0 if a signal ended it or waitpid() failed.
 int wait_for(pid_t child) {
   int status = 0;
   while (::waitpid(child, &status, 0) == -1) {
@@ -43,7 +43,7 @@ int wait_for(pid_t child) {
   return (status >> 8) & 0xff;
 }
 
-/// find_in returns the path of the first entry `name` in a colon-separated list of directories, `name` itself where
+/// find_in returns the path of the first existing `name` in a colon-separated list of directories, `name` itself if
 /// there is none, or null when memory fails.
 HostText find_in(std::string_view directories, const char *name) {
   while (!directories.empty()) {

@@ -23,7 +23,7 @@ std::string_view without_leading_space(std::string_view text) {
   return text.substr(static_cast<size_t>(first - text.begin()));
 }
 
-/// take_number removes a decimal number, which blanks and a sign may precede, from the front of `text`.
+/// take_number removes a decimal number, with optional white space and sign, from the front of `text`.
 std::optional<int> take_number(std::string_view &text) {
   text = without_leading_space(text);
   if (text.size() > 1 && text[0] == '+' && text[1] != '-') text.remove_prefix(1);
@@ -34,7 +34,7 @@ std::optional<int> take_number(std::string_view &text) {
   return number;
 }
 
-/// parse_after reads host:port/name behind `scheme`.
+/// parse_after parses host:port/name after `scheme`.
 std::optional<Url> parse_after(std::string_view scheme, std::string_view text) {
   if (!text.starts_with(scheme)) return std::nullopt;
   text.remove_prefix(scheme.size());

@@ -16,7 +16,7 @@ int add_value(const char *name, const char *value, pblock *block) {
   if (old == nullptr) return host_param_add(name, value, block);
   const HostText joined = join(old, ',', value);
   if (!joined || host_param_add(name, joined.get(), block) != 0) return -1;
-  // Of the two the first added is found: the old one.
+  // Lookups find the first added, which is the old value.
   pblock_remove_n_free(name, block);
   return 0;
 }
@@ -38,7 +38,7 @@ int add_field(char *field, int &unnamed, pblock *block) {
   return add_value(name, value, block);
 }
 
-/// Where in a text of name="value" pairs a character stands.
+/// State of the scanner of name="value" pairs at a character.
 enum class Place { name, after_equals, in_value, after_value };
 
 Place next_place(Place place, char c) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Joined texts.
+/// Joining two texts.
 #ifndef LIBCS_EXTRA_JOIN_H
 #define LIBCS_EXTRA_JOIN_H
 

@@ -12,7 +12,7 @@ namespace {
 
 struct Attribute {
   const char *name;
-  const char *value;  // null: none
+  const char *value;  // null: no attribute
 };
 
 void print_object(const char *template_name, int buckets, std::initializer_list<Attribute> attributes, csio *out) {
@@ -24,7 +24,7 @@ void print_object(const char *template_name, int buckets, std::initializer_list<
 }
 
 void print_header(const char *type, const pblock *block, csio *out) {
-  // In a single bucket the attributes keep their order.
+  // With one bucket, attributes print in the order of insertion.
   print_object("RDMHEADER", 1,
                {{"rdm-version", "1.0"},
                 {"rdm-type", type},

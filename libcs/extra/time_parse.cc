@@ -16,15 +16,15 @@ namespace {
 
 constexpr int unset = -1;
 
-/// What has been found of a date.
+/// The parts of a date found so far.
 struct Date {
   std::optional<std::chrono::seconds> time_of_day;
   int day = unset;
   int month = unset;              // 1 to 12
   int year = unset;               // with all its digits
-  std::optional<int> zone;        // minutes east of UTC of the zone's name
-  bool zone_takes_offset = true;  // no zone yet, or one that stands for UTC
-  int offset = unset;             // minutes east of UTC of a signed number; minus one minute is lost by this
+  std::optional<int> zone;        // minutes east of UTC, by the zone's name
+  bool zone_takes_offset = true;  // no zone so far, or GMT or UT
+  int offset = unset;             // minutes east of UTC, by a signed number; minus one minute equals `unset`
 };
 
 constexpr std::string_view month_names[] = {"jan", "feb", "mar", "apr", "may", "jun",
@@ -44,7 +44,8 @@ constexpr Zone zones[] = {
 constexpr bool is_sign(char c) { return c == '+' || c == '-'; }
 constexpr bool is_delimiter(char c) { return std::string_view(" \t,;/()[]").find(c) != std::string_view::npos; }
 
-/// A "-" separates, as in 16-Nov-2026, until the year is known; then one before a digit begins a zone offset.
+/// is_separator returns true if the first character separates words. A "-" does, as in 16-Nov-2026, until the year is
+/// known; then one before a digit starts a zone offset.
 bool is_separator(std::string_view text, const Date &date) {
   if (text[0] != '-') return is_delimiter(text[0]);
   return date.year == unset || text.size() < 2 || !ascii::is_digit(text[1]);
@@ -83,7 +84,7 @@ void take_zone(std::string_view word, Date &date) {
   date.zone_takes_offset = zone->is_utc;
 }
 
-/// take_offset reads the zone offset after a sign. A number that is none changes nothing.
+/// take_offset reads the zone offset after a sign. A number of another length is ignored.
 void take_offset(std::string_view token, Date &date) {
   if (date.offset >= 0 || !date.zone_takes_offset) return;
   const size_t digits = count_digits(token.substr(1));
@@ -94,7 +95,7 @@ void take_offset(std::string_view token, Date &date) {
   date.zone = 0;
 }
 
-/// take_number removes a number of one or two digits, not above `highest`, from the front of `text`.
+/// take_number removes a number of one or two digits, at most `highest`, from the front of `text`.
 std::optional<int> take_number(std::string_view &text, int highest) {
   const size_t digits = count_digits(text);
   if (digits < 1 || digits > 2) return std::nullopt;
@@ -142,7 +143,7 @@ void take_digits(std::string_view token, Date &date) {
     take_day_or_year(token, date);
 }
 
-/// Weekdays are passed over with all other words: they say nothing that the date does not.
+/// Weekdays are ignored like other words: they add nothing to the date.
 void take(std::string_view token, Date &date) {
   if (is_sign(token[0])) return take_offset(token, date);
   if (ascii::is_digit(token[0])) return take_digits(token, date);

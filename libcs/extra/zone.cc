@@ -8,7 +8,8 @@
 namespace rdm::zone {
 namespace {
 
-/// The two dates are at most a day apart, so days of the year that differ by more lie on either side of New Year.
+/// days_ahead converts a difference of days of the year. The dates are at most one day apart, so a larger difference
+/// spans New Year.
 int days_ahead(int difference) {
   if (difference >= 2) return -1;
   return difference < -1 ? 1 : difference;

@@ -7,8 +7,8 @@
 
 namespace rdm::zone {
 
-/// minutes_ahead returns by how many minutes `local` is ahead of `utc`, the fields of one instant in either zone.
-/// Seconds do not count.
+/// minutes_ahead returns the offset of `local` from `utc` in minutes. Both are fields of the same instant; seconds are
+/// ignored.
 int minutes_ahead(const struct tm &local, const struct tm &utc) noexcept;
 
 }  // namespace rdm::zone

@@ -8,8 +8,8 @@ using namespace rdm;
 
 namespace {
 
-/// block_size returns what a buffer of a size takes. Growth keeps the text shorter than the buffer, but not where it
-/// began with size 0: there the NUL needs a place of its own.
+/// block_size returns the number of bytes to allocate. Growth keeps the text shorter than the buffer, except one
+/// created with size 0, which needs a byte for the NUL.
 size_t block_size(const SOIFBuffer &buffer, int32_t size) {
   return static_cast<size_t>(size) + (buffer.initial_size == 0 ? 1 : 0);
 }
@@ -38,7 +38,7 @@ char *soif_buffer_increase(SOIFBuffer *b, int32_t n) noexcept {
 int soif_buffer_append(void *buffer, const void *bytes, int32_t n) noexcept {
   auto *b = static_cast<SOIFBuffer *>(buffer);
   if (n <= 0) return 0;
-  // Growth is by exactly what is appended: buffers are as large as their text.
+  // The buffer grows by exactly the size of the appended text.
   if (int64_t{b->length} + n >= b->size && soif_buffer_increase(b, n) == nullptr) return 1;
   char *end = b->data + b->length;
   if (n == 1)

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-/// Where a parse stream reads from: a file or a string, with the same operations, so that the parser is compiled once
-/// for each and reads the characters of a string without a call.
+/// The input of a parse stream: a file or a string, with the same operations. The parser is a template over both, so
+/// that it reads the characters of a string without a call.
 #ifndef LIBCS_SOIF_INPUT_H
 #define LIBCS_SOIF_INPUT_H
 
@@ -18,14 +18,14 @@ namespace rdm::soif {
 /// A token (template name, URL, attribute name, size) must be shorter than this.
 constexpr size_t token_limit = 4096;
 
-/// A value may end at most this many bytes behind the last byte of a string. A size is a few digits: without a bound
-/// they would decide how much memory is filled.
+/// A value may end at most this many bytes past the end of a string. Without a limit, a few digits could make the
+/// parser fill any amount of memory.
 constexpr size_t padding_limit = 65536;
 
-/// What next() returns after the last character.
+/// The result of next() after the last character.
 constexpr int end_of_input = EOF;
 
-/// StringInput reads the string of a slot and leaves the position in the slot when it goes out of scope.
+/// StringInput reads the string of a slot and stores its position in the slot when it is destroyed.
 class StringInput {
  public:
   explicit StringInput(soif_stream &slot) noexcept
@@ -41,15 +41,15 @@ class StringInput {
     if (c != end_of_input) --at_;
   }
 
-  /// skip_past reads up to and including the next `wanted`; false at the end of input.
+  /// skip_past reads up to and including the next `wanted`. Returns false at the end of input.
   bool skip_past(char wanted) noexcept {
     const auto *found = at_ != end_ ? static_cast<const char *>(std::memchr(at_, wanted, remaining())) : nullptr;
     at_ = found != nullptr ? found + 1 : end_;
     return found != nullptr;
   }
 
-  /// token reads up to the first character for which `stop` holds, which stays unread. Nothing at the end of input or
-  /// after token_limit characters. The text may lie in the string or in `buffer`, of token_limit bytes.
+  /// token reads up to the first character for which `stop` returns true, which stays unread. Returns no text at the
+  /// end of input or after token_limit characters. The text is part of the string or of `buffer`, of token_limit bytes.
   template <typename Stop>
   std::optional<std::string_view> token(Stop stop, char * /*buffer*/) noexcept {
     const char *const begin = at_;
@@ -59,10 +59,10 @@ class StringInput {
     return std::string_view(begin, static_cast<size_t>(at_ - begin));
   }
 
-  /// may_hold returns true if the next `size` bytes end no more than padding_limit bytes behind the string.
+  /// may_hold returns true if the next `size` bytes end at most padding_limit bytes past the end of the string.
   bool may_hold(size_t size) const noexcept { return size <= remaining() + padding_limit; }
 
-  /// read fills `value` with the next `size` bytes. The string's end does not fail it: the missing bytes are 0xFF.
+  /// read copies the next `size` bytes to `value`; bytes past the end of the string are 0xFF. Returns true.
   bool read(char *value, size_t size) noexcept {
     const size_t present = std::min(size, remaining());
     if (present > 0) std::memcpy(value, at_, present);
@@ -81,8 +81,8 @@ class StringInput {
   const char *end_;
 };
 
-/// FileInput reads a standard-I/O file. Its operations are those of StringInput, except that a value cut by the end
-/// of the file fails when it is read, and one that is skipped never does.
+/// FileInput reads a stdio file. Its operations are those of StringInput, except that reading a value past the end of
+/// the file fails and skipping one never does.
 class FileInput {
  public:
   explicit FileInput(FILE *file) noexcept : file_(file) {}
@@ -115,7 +115,7 @@ class FileInput {
   bool may_hold(size_t) const noexcept { return true; }
   bool read(char *value, size_t size) noexcept { return std::fread(value, 1, size, file_) == size; }
 
-  /// skip seeks; what cannot seek (a pipe) is read.
+  /// skip calls fseeko(), or reads if the file cannot seek (a pipe).
   void skip(size_t size) noexcept {
     if (size == 0 || fseeko(file_, static_cast<off_t>(size), SEEK_CUR) == 0) return;
     char block[token_limit];

@@ -21,7 +21,7 @@ HostText copy_text(std::string_view text) {
   return copy;
 }
 
-/// lacks_bytes tells whether a value is not there although its size says that it has bytes.
+/// lacks_bytes returns true for a null value whose size is above 0.
 bool lacks_bytes(const char *value, int32_t vsize) { return value == nullptr && vsize > 0; }
 
 void free_pair(void *pair) { avpair_free(static_cast<AVPair *>(pair)); }
@@ -43,7 +43,7 @@ SoifPtr make_object(std::string_view template_name, std::string_view url, int32_
   object->url = copy_text(url.empty() ? "-" : url).release();
   cshashtable_create(nbuckets < 1 ? default_buckets : nbuckets, &object->attrs);
   if (object->template_name == nullptr || object->url == nullptr || object->attrs == nullptr) return nullptr;
-  // The hash stays the default one, of the name as it is spelled, although names are compared in any letter case:
+  // The hash function stays the default, which is case-sensitive, although names are compared in any letter case:
   // callers look attributes up in lower case, as the parser stores them.
   cshashtable_set_copy(object->attrs, avpair_copy);
   cshashtable_set_compare(object->attrs, avpair_compare);
@@ -102,7 +102,7 @@ void *avpair_copy_useval(const void *pair) noexcept {
   if (source->attribute == nullptr || lacks_bytes(source->value, source->vsize)) return nullptr;
   HostText value(source->value);
   soif::AvPairPtr copy = soif::make_avpair(source->attribute, value, source->vsize);
-  // Without a copy the value stays with the source.
+  // If the copy failed, the value still belongs to the source.
   static_cast<void>(value.release());
   return copy.release();
 }
@@ -148,19 +148,19 @@ char *soif_findval(const SOIF *s, const char *name) noexcept {
 
 int soif_insert(SOIF *s, const char *name, const char *value, int32_t vsize) noexcept {
   const AVPair given{const_cast<char *>(name), const_cast<char *>(value), vsize};
-  // The copy is made here rather than in the table, which would not tell that memory failed.
+  // Copy here, not in the table, which would not report that memory failed.
   soif::AvPairPtr pair(static_cast<AVPair *>(s->attrs->copy(&given)));
   const soif::CopySwitch as_they_are(s->attrs, cslist_copy_nop);
   return soif::insert_made(s, name, pair, vsize) ? 0 : 1;
 }
 
-// NOLINTNEXTLINE(readability-non-const-parameter): the object takes the value over
+// NOLINTNEXTLINE(readability-non-const-parameter): the object takes ownership of the value
 int soif_insert_nocopy(SOIF *s, const char *name, char *value, int32_t vsize) noexcept {
   const AVPair given{const_cast<char *>(name), value, vsize};
   soif::AvPairPtr pair(static_cast<AVPair *>(avpair_copy_useval(&given)));
   const soif::CopySwitch as_they_are(s->attrs, cslist_copy_nop);
   if (soif::insert_made(s, name, pair, vsize)) return 0;
-  if (pair) pair->value = nullptr;  // still the caller's
+  if (pair) pair->value = nullptr;  // still owned by the caller
   return 1;
 }
 

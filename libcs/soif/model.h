@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// What the parser and the object model share beyond the public interface.
+/// Internals shared by the parser and the object model.
 #ifndef LIBCS_SOIF_MODEL_H
 #define LIBCS_SOIF_MODEL_H
 
@@ -11,14 +11,14 @@ namespace rdm::soif {
 
 using AvPairPtr = std::unique_ptr<AVPair, Deleter<avpair_free>>;
 
-/// make_object is soif_create for texts that need no NUL.
+/// make_object is soif_create for texts without a NUL. Returns null when memory fails.
 SoifPtr make_object(std::string_view template_name, std::string_view url, int32_t nbuckets) noexcept;
 
-/// make_avpair returns a pair that owns a copy of `name` and, taken out of its guard, `value`: `vsize` bytes and a NUL,
-/// or null. Null, with the guard as it was, when memory fails.
+/// make_avpair returns a pair that owns a copy of `name` and takes over `value`: `vsize` bytes and a NUL, or null.
+/// Returns null, with `value` unchanged, when memory fails.
 AvPairPtr make_avpair(std::string_view name, HostText &value, int32_t vsize) noexcept;
 
-/// CopySwitch puts another copy function into force in a table for its lifetime.
+/// CopySwitch replaces the copy function of a table for its lifetime.
 class CopySwitch {
  public:
   CopySwitch(cshashtable *table, cs_copy_fn copy) noexcept : table_(table), before_(table->copy) {
@@ -33,12 +33,12 @@ class CopySwitch {
   cs_copy_fn before_;
 };
 
-/// insert_made counts an insertion of `vsize` bytes, whatever becomes of it, and puts `pair` into the table under
-/// `key`, out of its guard. The table must be taking items as they are, by a CopySwitch to cslist_copy_nop. False,
-/// with the guard as it was, when there is no pair or memory fails.
+/// insert_made counts an insertion of `vsize` bytes and moves `pair` into the table under `key`. The table's copy
+/// function must be cslist_copy_nop (see CopySwitch). Returns false, with `pair` unchanged, if it is null or memory
+/// fails; the insertion is counted even then.
 bool insert_made(SOIF *object, const char *key, AvPairPtr &pair, int32_t vsize) noexcept;
 
-/// is_numbered_instance tells whether `attribute` is `base`, a hyphen and a decimal number.
+/// is_numbered_instance returns true if `attribute` is `base`, a hyphen and a decimal number.
 bool is_numbered_instance(std::string_view base, std::string_view attribute) noexcept;
 
 }  // namespace rdm::soif

@@ -13,12 +13,12 @@ namespace {
 
 using soif::end_of_input;
 
-/// The largest value that is read: a size above it is taken for damage, not for a demand on memory.
+/// The largest accepted value: a larger size is taken for damage.
 constexpr int32_t largest_value = 256 << 20;
 
 constexpr auto is_space = [](int c) { return ascii::is_space(c); };
 
-/// up_to_nul returns what of a token can be stored: names and URLs are texts, which a NUL ends.
+/// up_to_nul returns the part of a token before its first NUL: names and URLs are stored as C strings.
 std::string_view up_to_nul(std::string_view token) { return token.substr(0, token.find('\0')); }
 
 std::string_view lower_case(std::string_view name, char *buffer) {
@@ -26,9 +26,9 @@ std::string_view lower_case(std::string_view name, char *buffer) {
   return {buffer, name.size()};
 }
 
-/// selects returns true if an entry of the accept list is `name`, or the base that `name` is a numbered instance of. It
-/// reads the entry only as far as the two agree: each entry is compared with each attribute of each object, and taking
-/// its length every time is what a long entry would make expensive.
+/// selects returns true if an entry of the accept list is `name`, or the base of which `name` is a numbered instance.
+/// It reads the entry only as far as the two agree: taking strlen() of a long entry for each attribute of each object
+/// would be slow.
 bool selects(const char *entry, std::string_view name) {
   size_t length = 0;
   while (length < name.size() && entry[length] != '\0' && ascii::lower(entry[length]) == name[length]) ++length;
@@ -51,8 +51,8 @@ class Parser {
   }
 
  private:
-  /// header reads template name and URL. The brace between them may be missing or stand there more than once; one that
-  /// follows the template name without white space is part of the name.
+  /// header reads template name and URL. The brace between them may be missing or repeated; a brace directly after the
+  /// template name is part of the name.
   SoifPtr header() noexcept {
     const auto template_name = input_.token(is_space, name_);
     if (!template_name) return nullptr;
@@ -62,9 +62,10 @@ class Parser {
     return soif::make_object(up_to_nul(*template_name), up_to_nul(*url), 0);
   }
 
-  /// attributes reads up to "}" or the end of input, either of which completes the object.
+  /// attributes reads up to "}" or the end of input, which both complete the object. Returns false after a syntax error
+  /// and when memory fails.
   bool attributes(SOIF *object) noexcept {
-    // The pairs are made for this object alone, so that the table need not copy them.
+    // The pairs are made for this object, so the table need not copy them.
     const soif::CopySwitch as_they_are(object->attrs, cslist_copy_nop);
     for (;;) {
       const int c = next_other(is_space);
@@ -84,7 +85,7 @@ class Parser {
     const int32_t size = ascii::to_int32(*digits);
     input_.next();
     if (size < 0 || size > largest_value || input_.next() != ':' || input_.next() != '\t') return false;
-    // Whether a size is taken for damage does not depend on the accept list.
+    // An excessive size is damage even if the accept list drops the value.
     if (!input_.may_hold(static_cast<size_t>(size))) return false;
     if (is_wanted(name)) return value(object, name, size);
     input_.skip(static_cast<size_t>(size));
@@ -107,7 +108,7 @@ class Parser {
     return false;
   }
 
-  /// next_other reads past the characters of a class and returns the first other one, which is read too.
+  /// next_other skips the characters of a class and returns the first other one, which it reads too.
   template <typename Class>
   int next_other(Class is_in_class) noexcept {
     int c = input_.next();

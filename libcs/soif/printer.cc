@@ -20,7 +20,8 @@ void output_buffer(int stream, const void *bytes, int32_t length) {
 
 void output_char(int stream, char c) { output_buffer(stream, &c, 1); }
 
-/// output_line writes the pieces with one call. When memory for a long line fails they go out one by one.
+/// output_line writes the pieces with one call of the output function. When memory for a long line fails, it uses one
+/// call for each piece.
 void output_line(int stream, std::initializer_list<std::string_view> pieces) {
   char local[1024];
   size_t length = 0;
@@ -44,7 +45,7 @@ void print_pair(int stream, const AVPair &pair) {
   output_char(stream, '\n');
 }
 
-/// print_bucket leaves empty values out, on purpose: to readers an empty attribute and a missing one are the same.
+/// print_bucket omits empty values by design: for readers, an empty attribute equals a missing one.
 void print_bucket(int stream, const cslist &bucket) {
   for (const cslist_node *node = bucket.head; node != nullptr; node = node->next) {
     const auto *pair = static_cast<const AVPair *>(node->data);

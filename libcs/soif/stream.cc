@@ -11,7 +11,7 @@ using namespace rdm;
 
 namespace {
 
-/// Whether the table, which programs can reach, has been cleared before its first use.
+/// True once the table, which programs can access, has been cleared before its first use.
 bool _soif_state_initialized;
 
 void _soif_state_init() {

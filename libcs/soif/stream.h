@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// The table of streams that parser and printer share.
+/// The table of streams, shared by parser and printer.
 #ifndef LIBCS_SOIF_STREAM_H
 #define LIBCS_SOIF_STREAM_H
 
@@ -9,10 +9,10 @@
 
 namespace rdm::soif {
 
-/// activate takes the first free slot and returns its index. Having none left is fatal.
+/// activate reserves the first free slot and returns its index. If no slot is free, it aborts.
 int activate() noexcept;
 
-/// deactivate clears a slot, which frees it. An index outside the table is ignored.
+/// deactivate clears a slot and thereby frees it. An index outside the table is ignored.
 void deactivate(int stream) noexcept;
 
 /// slot returns a stream's slot, or null for an index outside the table.
