@@ -16,7 +16,7 @@ constexpr int line_limit = 8192;
 
 bool is_comment(const char *line) { return *line == '\0' || *line == '\n' || *line == '#'; }
 
-/// read_lines returns false when the file cannot be read to its end.
+/// read_lines adds the aliases of every line that is not a comment. Returns false on a read error.
 bool read_lines(host_buffer *reader, pblock *a2p, pblock *p2a) {
   char line[line_limit];
   int result = 0;
@@ -64,7 +64,7 @@ int alias_parse(pblock *a2p, pblock *p2a, char *line) noexcept {
   char *rest = nullptr;
   const char *parent = ::strtok_r(line, delimiters, &rest);
   if (parent == nullptr) return 0;
-  // A parent may head several lines, so only aliases have to be new.
+  // A parent may begin several lines, so only aliases must be unique.
   if (alias_copy(a2p, parent, parent, 0) != 0) return -1;
   const char *previous = parent;
   while (const char *alias = ::strtok_r(nullptr, delimiters, &rest)) {

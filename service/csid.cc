@@ -17,7 +17,7 @@ constexpr int max_services = table_size - 1;
 constexpr int service_slots = 7;
 constexpr int line_limit = 8192;
 
-/// One catalog service. The entry without a CSID ends the table.
+/// A catalog service. The first entry without a CSID ends the table.
 struct Service {
   pblock *params;
   char *csid;
@@ -25,15 +25,15 @@ struct Service {
   pblock *p2a;
 };
 
-/// Plain pointers: threads may still ask while the process exits, so only csid_terminate takes the registry down.
+/// Plain pointers without destructors: threads may still look services up during exit().
 Service services[table_size];
 char *default_service;
 
-/// How far the configuration file has been read.
+/// The state of reading a configuration file.
 struct Loading {
   const char *file;
   int count;         // services stored
-  Service *current;  // the one that pairs are added to; null before the first and after one that was ignored
+  Service *current;  // receives the pairs; null before the first and after an ignored one
 };
 
 void release_services() {
@@ -73,7 +73,7 @@ void start_service(PblockPtr params, const char *csid, Loading &loading) {
 void take_line(const char *line, Loading &loading) {
   PblockPtr pairs(host_param_create(service_slots));
   if (!pairs || host_param_parse(line, pairs.get()) < 0) {
-    // It may have been the start of a service, so what follows is not added to the one before.
+    // The line may start a service, so the next pairs do not belong to the current one.
     loading.current = nullptr;
     return report_memory(loading);
   }
@@ -91,7 +91,7 @@ bool report_file(const char *path) {
   return false;
 }
 
-/// read_file leaves no services of a file that cannot be read to its end.
+/// read_file reads the configuration. After a read error, the registry is empty.
 bool read_file(const char *path) {
   const HostFileGuard file(host_open_read(path));
   if (!file) return report_file(path);

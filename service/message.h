@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// What the service's files share about RDM messages.
+/// Helpers for RDM messages, shared by the service's files.
 #ifndef SERVICE_MESSAGE_H
 #define SERVICE_MESSAGE_H
 
@@ -10,7 +10,7 @@ namespace rdm {
 
 using RdmHeaderPtr = std::unique_ptr<rdmhdr, Deleter<rdmhdr_destroy>>;
 
-/// make_rdmhdr returns a new record, reset and of the given type, or null when memory fails.
+/// make_rdmhdr returns a new header of the given type, or null when memory fails.
 inline RdmHeaderPtr make_rdmhdr(int32_t type) noexcept {
   rdmhdr *record = nullptr;
   rdmhdr_create(&record);
@@ -21,10 +21,11 @@ inline RdmHeaderPtr make_rdmhdr(int32_t type) noexcept {
   return RdmHeaderPtr(record);
 }
 
-/// rdm_type_name returns the name that a message type is printed with, "Unknown" for any other number.
+/// rdm_type_name returns the printed name of a message type, "Unknown" for any other number.
 const char *rdm_type_name(int32_t type) noexcept;
 
-/// rdm_answer turns the header of a request into that of its answer: a type and, when it is not null, an error message.
+/// rdm_answer turns the header of a request into that of its answer, with a type and, unless it is null, an error
+/// message.
 void rdm_answer(rdmhdr *header, int32_t type, const char *error_message) noexcept;
 
 /// append_text appends a text to a buffer.

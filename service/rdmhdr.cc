@@ -18,7 +18,7 @@ struct TypeName {
   const char *name;
 };
 
-/// Every name that parses, in the order of comparison; the first name of a type is the one printed.
+/// Every accepted name, in the order of comparison; the first name of a type is the printed one.
 constexpr TypeName type_names[] = {
     {RDM_RD_REQUEST, "rd-request"},
     {RDM_RD_REQUEST, "rd-update-request"},
@@ -59,8 +59,8 @@ void insert(SOIF *object, const char *name, const char *value) {
 
 char *copy_of(const char *text) { return text != nullptr ? host_strdup(text) : nullptr; }
 
-/// read_object parses the first object of the header text, or answers null. An object cut at the limit must have been
-/// closed before the cut: the byte after the text, which is no white space, keeps an open one from ending with it.
+/// read_object parses the first object of the header text. Returns null if it is missing or malformed. Of a longer text
+/// it passes one more byte, a NUL: an object that is still open at the limit then does not end with the input.
 SoifPtr read_object(csio *io) {
   char text[header_limit + 1] = {};
   const int32_t length = csio_copy(io, text, header_limit);
@@ -82,7 +82,7 @@ SoifPtr read_object(csio *io) {
   return object;
 }
 
-/// check_version returns 0, or the result of rdmhdr_parse for a version that is missing or not supported.
+/// check_version returns 0, or the result of rdmhdr_parse for a missing or unsupported version.
 int check_version(const SOIF *object) {
   const char *version = soif_findval(object, "rdm-version");
   if (version == nullptr) {
@@ -134,7 +134,7 @@ void rdmhdr_destroy(rdmhdr *h) noexcept {
 }
 
 int rdmhdr_print(const rdmhdr *h, csio *io) noexcept {
-  // One bucket: attributes then print in the order in which they were inserted.
+  // With one bucket, attributes print in the order of insertion.
   if (const SoifPtr object = make_soif("RDMHEADER", "-", 1)) {
     insert(object.get(), "rdm-version", supported_version);
     insert(object.get(), "rdm-type", rdm_type_name(h->type));

@@ -13,8 +13,8 @@ struct MessageHandler {
   rdm_handler handler;
 };
 
-/// The messages that the service answers, ended by type 0. rd-response has no row: only programs that link the library
-/// import, through rds_rd_response.
+/// The supported messages, ended by type 0. Only programs that link the library import, through rds_rd_response; so
+/// rd-response has no row.
 constexpr MessageHandler RDM_MsgHdls[] = {
     {RDM_RD_REQUEST, rds_rd_request},
     {RDM_RD_DELETE_REQUEST, nullptr},
@@ -39,15 +39,15 @@ rdm_handler find_handler(int32_t type) {
   return rdm_msg_handler_default;
 }
 
-/// A description that the service hands out as it stands.
+/// A description file that the service sends.
 struct Description {
-  const char *key;          // of the catalog service, whose value is the file's path
+  const char *key;          // the parameter of the catalog service with the file's path
   const char *sent;         // transaction-log text
-  int32_t response_type;    // of the answer where there is no file
+  int32_t response_type;    // of the answer without a file
   const char *unavailable;  // its error message
 };
 
-/// name_file makes an empty buffer stand for a file that is not its own.
+/// name_file makes a file, which the buffer does not own, the content of an empty buffer.
 void name_file(csio *output, HostText path, const struct stat &status) {
   output->flags = file_backing;
   output->filename = path.release();
@@ -55,7 +55,7 @@ void name_file(csio *output, HostText path, const struct stat &status) {
   output->length = static_cast<uint32_t>(status.st_size);
 }
 
-/// fits returns true if a file can be an answer, whose length has 32 bits.
+/// fits returns true if the size of a file fits the 32-bit length of an answer.
 bool fits(const char *path, const struct stat &status) {
   if (status.st_size <= INT64_C(0xFFFFFFFF)) return true;
   CSLOG(CSLOG_ERROR, "rdmlib", "Description is too large to be sent: %s: %lld bytes\n", path,

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Texts of any length, formatted into blocks of the host allocator.
+/// Formatting texts of any length into blocks of the host allocator.
 #ifndef SERVICE_TEXT_H
 #define SERVICE_TEXT_H
 
@@ -24,7 +24,7 @@ inline HostText format_text(const char *format, ...) noexcept {
   return text;
 }
 
-/// shown returns a text as diagnostics show it: "(null)" and "(empty)" where it is so.
+/// shown returns a text for a diagnostic: "(null)" or "(empty)" for such texts.
 inline const char *shown(const char *text) noexcept {
   if (text == nullptr) return "(null)";
   return *text == '\0' ? "(empty)" : text;

@@ -34,7 +34,7 @@ int send_file(const csio *result, Session *sn, Request *rq) {
 
 int send_memory(const csio *result, Session *sn) {
   if (host_net_write(sn->socket, result->data, static_cast<int32_t>(result->length)) != -1) return 0;
-  // A lost client is worth a line even at level 0, unlike every other diagnostic.
+  // Log a lost client at level 0, too, unlike every other diagnostic.
   if (_cslog_level >= 0) {
     _cslog_set_params(CSLOG_ERROR, "rdmsvr", __LINE__);
     _cslog_do_print("Network write failure: %s\n", host_last_error_text());

@@ -21,7 +21,7 @@ namespace {
 constexpr int line_limit = 8192, reader_size = 4096, block_slots = 15;
 constexpr char report_name[] = "rdm-init";
 
-/// The values of the configuration, each null where its key is absent.
+/// The values of the configuration, null for missing keys.
 struct Settings {
   explicit Settings(const pblock *config)
       : bindir(host_param_find("bindir", config)),
@@ -35,7 +35,7 @@ struct Settings {
   const char *bindir, *csid_config, *csid_default, *logfile, *debug_logfile, *debug_loglevel, *tmpdir;
 };
 
-/// A variable of the environment of child commands. putenv keeps the text itself, so it stays allocated until a later
+/// An environment variable of child commands. putenv() keeps the text itself, so it stays allocated until a later
 /// initialisation replaces it.
 struct Variable {
   char *text;
@@ -49,7 +49,8 @@ struct Variable {
 
 Variable debug_level_variable, debug_file_variable, path_variable, tmpdir_variable;
 
-/// create_section makes a section unless an earlier initialisation has made it: hosts cannot release one.
+/// create_section creates a section, unless an earlier initialisation did: hosts cannot release one. Returns false when
+/// host_crit_create fails.
 bool create_section(host_crit *&section) {
   if (section == nullptr) section = host_crit_create();
   return section != nullptr;
@@ -88,7 +89,8 @@ void open_transaction_log(const char *path, Session *sn, Request *rq) {
   host_register_exit([](void *) { rdm_log_terminate(); }, nullptr);
 }
 
-/// require returns whether a key has a value; where it has none, the configuration block and standard error say so.
+/// require returns true if a key has a value; otherwise it reports that in the configuration block and on standard
+/// error.
 bool require(const char *value, const char *key, pblock *config) {
   if (value != nullptr) return true;
   char text[128];
@@ -105,14 +107,14 @@ void start_registry(const Settings &settings) {
   host_register_exit([](void *) { csid_terminate(); }, nullptr);
 }
 
-/// start_schema loads the translator from the schema description of the default service, if that has one.
+/// start_schema loads the schema description of the default service, if it has one.
 void start_schema(const Settings &settings) {
   if (const char *path = csid_findval("schema-description", settings.csid_default)) schema_translate_init(path);
   host_register_exit([](void *) { schema_translate_terminate(); }, nullptr);
 }
 
-/// read_configuration adds the pairs of every line that is not a comment to the block. False when the file cannot be
-/// opened or read to its end, or memory fails: a service does not start on a part of its configuration.
+/// read_configuration adds the pairs of every line that is not a comment to the block. Returns false if the file cannot
+/// be opened or read to its end, or memory fails: the service must not start with a partial configuration.
 bool read_configuration(const char *path, pblock *config) {
   const HostFileGuard file(host_open_read(path));
   const ReaderPtr reader(file ? host_buffer_open(file.get(), reader_size) : nullptr);

@@ -18,7 +18,8 @@ constexpr std::string_view uri_prefix = "/rdm/";
 constexpr int32_t content_limit = 32768;
 constexpr uint32_t memory_limit = 32768;
 
-/// A refusal, or the absence of one: no text. `report` is what the error log says where that differs from the answer.
+/// The result of a step: a refusal, or no text to continue. `report` is the text for the error log if it differs from
+/// the answer.
 struct Refusal {
   const char *text = nullptr;
   int value = HOST_DONE;
@@ -29,18 +30,18 @@ constexpr Refusal go_on{};
 constexpr Refusal out_of_memory{"RDM Server Error", HOST_ABORT};
 constexpr Refusal invalid_header{"Did not receive valid RDM message header."};
 
-/// One request on its way through the steps below.
+/// The state of one request in the steps below.
 struct Intake {
   Session *session;
   Request *request;
   const char *method = nullptr, *uri = nullptr, *query = nullptr;  // of the request line
   bool is_get = false;
   const char *uri_type = nullptr;  // the URI after "/rdm/", empty for "incoming"
-  int32_t announced = 0;           // the content length, 0 when there is none
+  int32_t announced = 0;           // the content length, or 0
   int32_t consumed = 0;            // bytes taken from the input
   CsioPtr body = nullptr, header_text = nullptr;
   RdmHeaderPtr header = nullptr;
-  HostText refusal = nullptr, report = nullptr;  // of a refusal made for this request
+  HostText refusal = nullptr, report = nullptr;  // owned texts of a refusal
 };
 
 unsigned char next_byte(host_input *input) {
@@ -96,8 +97,8 @@ Refusal make_buffers(Intake &x) {
   return x.body && x.header_text ? go_on : out_of_memory;
 }
 
-/// read_header reads up to the first empty line, which it takes but does not keep. Carriage returns become blanks and
-/// do not come between two newlines.
+/// read_header reads up to the first empty line, which it consumes but does not keep. Carriage returns become blanks,
+/// and may stand between two newlines.
 Refusal read_header(Intake &x) {
   int newlines = 0;
   unsigned char last_visible = 0;
@@ -114,9 +115,9 @@ Refusal read_header(Intake &x) {
     if (!ascii::is_space(byte)) last_visible = byte;
     append_byte(x.header_text.get(), byte);
   }
-  // The announced length ended before an empty line. The parser accepts an object that the end of its text leaves open,
-  // so a header that is cut off has to be refused here. A brace within a value passes for the end of the object:
-  // clients rely on the words of the checks that follow.
+  // The announced length ended before an empty line. The parser completes an object at the end of its input, so refuse
+  // a header that is cut off here. A brace within a value passes this check: clients rely on the texts of the later
+  // checks.
   return last_visible == '}' ? go_on : invalid_header;
 }
 
@@ -162,14 +163,14 @@ Refusal check_catalog(Intake &x) {
   return x.refusal && x.report ? Refusal{x.refusal.get(), HOST_DONE, x.report.get()} : out_of_memory;
 }
 
-/// read_announced_body reads `count` bytes; a host that has no more of them yields 0 bytes in their place.
+/// read_announced_body reads `count` bytes. If the host has fewer, the missing bytes are 0.
 void read_announced_body(Intake &x, int32_t count) {
   for (int32_t i = 0; i < count; ++i) append_byte(x.body.get(), next_byte(x.session->input));
   x.consumed += count;
 }
 
-/// read_to_end reads what follows a header that used up the announced length, up to the 0 at the end of the input,
-/// which counts too: such a request has then taken more than it announced and is refused. An error ends the input.
+/// read_to_end reads to the end of the input after a header that used up the announced length. The 0 at the end is
+/// counted, too, so such a request has more bytes than announced and is refused. An error ends the input.
 void read_to_end(Intake &x) {
   host_input *input = x.session->input;
   for (int byte = 1; byte > 0;) {
@@ -205,7 +206,7 @@ constexpr Refusal (*steps[])(Intake &) = {
     read_message,      parse_header, check_type_fits_uri, check_catalog, read_body,      check_body_length,
 };
 
-/// respond runs the handler of the message and sends its answer, unless the handler has sent it.
+/// respond calls the handler of the message and sends its answer, unless the handler did so.
 int respond(Intake &x) {
   CsioPtr result = make_csio(memory_limit);
   if (!result) return rdm_stop(out_of_memory.text, report_name, out_of_memory.value, x.session, x.request);
@@ -220,7 +221,7 @@ int respond(Intake &x) {
   return rdm_send_result(1, result.release(), x.session, x.request);
 }
 
-/// stop answers with `message` and reports `report` to the error log; returns `value`.
+/// stop answers with `message` and reports `report` to the error log. Returns `value`.
 int stop(const char *message, const char *report, const char *function, int value, Session *sn, Request *rq) {
   CsioPtr answer = make_csio();
   const RdmHeaderPtr header = make_rdmhdr(RDM_STATUS_RESPONSE);
@@ -239,7 +240,7 @@ int stop(const char *message, const char *report, const char *function, int valu
 }  // namespace
 
 int rdm_service(pblock *pb, Session *sn, Request *rq) noexcept {
-  // There is no section before rdm_init, nor after one that failed.
+  // The section is null before rdm_init and after one that failed.
   const CritGuard inside(rdm_service_crit);
   return _real_rdm_service(pb, sn, rq);
 }
@@ -260,7 +261,7 @@ int rdm_stop(const char *message, const char *function, int value, Session *sn, 
 int rdm_validate_uri(const char *uri, int32_t type) noexcept {
   if (!ascii::istarts_with(uri, uri_prefix)) return 0;
   const std::string_view name(uri + uri_prefix.size());
-  // A server-description request and every response must use a URI of its own.
+  // Server-description requests and all responses must use their own URI.
   const bool can_be_incoming = type == RDM_RD_REQUEST || type == RDM_STATUS_REQUEST || type == RDM_SCHEMA_REQUEST ||
                                type == RDM_TAXONOMY_REQUEST;
   const bool is_valid = ascii::iequals(name, "incoming") ? can_be_incoming : ascii::iequals(name, rdm_type_name(type));

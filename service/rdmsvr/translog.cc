@@ -14,7 +14,7 @@ namespace {
 
 constexpr char pending_line[] = "rdm-log-message";
 
-/// format_now writes the present time in UTC as the log shows it, or an empty text.
+/// format_now writes the current time in UTC in the format of the log, or an empty text.
 template <size_t size>
 void format_now(char (&text)[size]) {
   const time_t now = std::time(nullptr);

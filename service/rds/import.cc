@@ -28,12 +28,12 @@ constexpr char import_failed[] = "Failed to import RDs";
 
 using SystemText = std::unique_ptr<char, Deleter<std::free>>;
 
-/// temporary_file creates an empty file of a new name, which nobody else can own, in the directory for temporary files.
-/// Null when there is no name or no room for it.
+/// temporary_file creates an empty file with a new name in the temporary directory, with O_EXCL. Returns null if
+/// tempnam() or open() fails.
 SystemText temporary_file(const char *prefix) {
   constexpr int attempts = 16;
-  // In a program with privileges tempnam does not look at TMPDIR itself. The loader has removed what its caller set
-  // there: what is found comes from the configuration.
+  // In a privileged program, tempnam() ignores TMPDIR. The loader has removed the caller's value, so a value found here
+  // was set from the configuration.
   const char *directory = ::getauxval(AT_SECURE) != 0 ? std::getenv("TMPDIR") : nullptr;
   for (int i = 0; i < attempts; ++i) {
     SystemText name(::tempnam(directory, prefix));
@@ -44,7 +44,7 @@ SystemText temporary_file(const char *prefix) {
   return nullptr;
 }
 
-/// ResultFile is where a command writes its number; it goes with its scope.
+/// ResultFile is a temporary file for the number that a command prints, removed at the end of its scope.
 class ResultFile {
  public:
   ResultFile() : name_(temporary_file("csrds")) {}
@@ -56,7 +56,7 @@ class ResultFile {
   explicit operator bool() const { return name_ != nullptr; }
   const char *name() const { return name_.get(); }
 
-  /// number returns the decimal number that the file begins with, 0 when there is none.
+  /// number returns the decimal number at the start of the file, or 0.
   int number() const {
     const StdioPtr file = open_stdio(name_.get());
     char text[64] = {};
@@ -68,14 +68,14 @@ class ResultFile {
   SystemText name_;
 };
 
-/// holds_all returns whether a file has every byte of the body: its buffer does not say when one was lost on the way.
+/// holds_all returns true if the file has every byte of the body: its buffer does not report failed writes.
 bool holds_all(const csio *body) {
   struct stat status;
   return body->filename != nullptr && host_stat(body->filename, &status) == 0 &&
          static_cast<uint64_t>(status.st_size) == body->length;
 }
 
-/// give_empty_file makes an empty file that goes with the body; returns false when there is none.
+/// give_empty_file creates an empty file for the body, which removes it. Returns false if that fails.
 bool give_empty_file(csio *body) {
   const SystemText name = temporary_file("csio");
   if (!name) return false;
@@ -87,18 +87,19 @@ bool give_empty_file(csio *body) {
   return body->filename != nullptr;
 }
 
-/// ensure_file puts the body into a file and returns whether that has all of it; an empty body gets an empty file.
+/// ensure_file moves the body to a file; an empty body gets an empty file. Returns true if the file has all of it.
 bool ensure_file(csio *body) {
   const uint32_t length = body->length;
   csio_convert2file(body);
-  // A body that was in a file before may have its last bytes still in memory.
+  // A body that was in a file before may have bytes in its write-behind block.
   csio_rewind(body);
-  // One that has found no file on its way is empty now.
+  // If the file could not be created, the body is empty now.
   if (body->length != length) return false;
   return body->filename == nullptr && length == 0 ? give_empty_file(body) : holds_all(body);
 }
 
-/// run returns whether there was memory for the command; what becomes of it only the numbers tell that it writes.
+/// run runs a command, whose exit status is ignored: only the numbers that commands print count. Returns false if the
+/// command is null because memory failed.
 bool run(const HostText &command) {
   if (command)
     cs_cli_run(command.get(), nullptr);
@@ -107,8 +108,8 @@ bool run(const HostText &command) {
   return command != nullptr;
 }
 
-/// The catalog that an import works on. The commands go through the shell as they stand. Each step returns false when
-/// there was no memory for its command.
+/// The catalog of an import. Its paths are passed to the shell unquoted. Each step returns false when memory for its
+/// command fails.
 struct Catalog {
   const char *database;
   HostText index;
@@ -136,7 +137,7 @@ struct Catalog {
     return true;
   }
 
-  /// list_unclassified leaves the list beside the database; a database without a directory in its path has none.
+  /// list_unclassified writes the list to the database's directory, if its path names one.
   bool list_unclassified() const {
     const char *slash = std::strrchr(database, '/');
     if (slash == nullptr) return true;
@@ -147,7 +148,7 @@ struct Catalog {
   }
 };
 
-/// import_into does the four steps of an import; returns false when one of them could not be begun.
+/// import_into performs the four steps of an import. Returns false if one of them could not be started.
 bool import_into(const Catalog &catalog, const char *body, int &accepted) {
   bool is_complete = false;
   {

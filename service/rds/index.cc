@@ -18,13 +18,13 @@ namespace {
 
 constexpr char catalog_key[] = "catalog-database";
 
-/// A short index is loaded as far as it goes unless it lacks more bytes than this: memory is not taken on the word of a
-/// damaged header.
+/// A short index is loaded as far as it goes if it lacks at most this many bytes; otherwise a damaged header could make
+/// us allocate any amount of memory.
 constexpr int64_t largest_lack = 65536;
 
-static_assert(sizeof(cs_dbentry) == index_format::entry_size, "entries are decoded where they are read");
+static_assert(sizeof(cs_dbentry) == index_format::entry_size, "entries are decoded in place");
 
-/// read_up_to reads `count` bytes and returns how many there were, fewer at the end of the file and after an error.
+/// read_up_to reads up to `count` bytes. Returns the number read, fewer at the end of the file and after an error.
 int64_t read_up_to(host_fd fd, void *bytes, int64_t count) {
   constexpr int64_t largest_read = INT64_C(1) << 30;
   int64_t total = 0;
@@ -47,7 +47,7 @@ constexpr int64_t entries_size(uint32_t count) {
   return static_cast<int64_t>(count) * static_cast<int64_t>(sizeof(cs_dbentry));
 }
 
-/// missing_bytes returns how many bytes the file lacks of `count` entries, 0 or less when it has them all.
+/// missing_bytes returns the number of bytes that the file lacks for `count` entries, 0 or less if none.
 int64_t missing_bytes(host_fd fd, uint32_t count) {
   const int64_t size = host_seek(fd, 0, SEEK_END);
   const int64_t first_entry = index_format::header_size;
@@ -55,8 +55,8 @@ int64_t missing_bytes(host_fd fd, uint32_t count) {
   return first_entry + entries_size(count) - size;
 }
 
-/// load_entries returns true if it has read every entry that the header counts. Those it has not read are set to 0,
-/// so that a caller who goes by the count reads no memory that was never written.
+/// load_entries returns true if it has read every entry that the header counts. The others are set to 0, so that a
+/// caller who goes by the count reads no uninitialised memory.
 bool load_entries(host_fd fd, cs_dbindex *index) {
   if (index->count == 0) return true;
   const int64_t size = entries_size(index->count);
@@ -111,7 +111,7 @@ int32_t cs_dbsearch(const cs_dbindex *index, time_t since) noexcept {
   int64_t low = 0, high = last;
   while (low <= high) {
     const int64_t middle = (low + high) / 2;
-    // A search that narrows to the last entry answers "nothing to send": harvesters overlap their windows.
+    // A search that narrows to the last entry returns "nothing to send": harvesters overlap their windows.
     if (middle >= last) return static_cast<int32_t>(count);
     if (wanted == time_at(middle)) return static_cast<int32_t>(middle);
     if (wanted < time_at(middle))

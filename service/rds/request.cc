@@ -19,14 +19,14 @@ namespace {
 constexpr char catalog_key[] = "catalog-database";
 constexpr char report_name[] = "rdm-service";
 constexpr char bad_scope[] = "Invalid RDM RD-Request message -- Bad scope.\n";
-constexpr int32_t query_limit = 8192;  // bytes of a request body that are looked at
+constexpr int32_t query_limit = 8192;  // bytes of a request body that are read
 constexpr int attribute_limit = 255;
 constexpr size_t longest_name = 4095;  // of an attribute
-char no_attribute[] = "{";             // the brace ends a name, so no attribute is called that
+char no_attribute[] = "{";             // a brace ends names, so no attribute has this name
 constexpr uint32_t memory_limit = 32768;
 constexpr size_t key_size = 8;
 
-/// What a gatherer asks for.
+/// A gatherer's query.
 struct Query {
   time_t since = 0;
   int32_t limit = 0;
@@ -52,9 +52,8 @@ SoifPtr parse_query(csio *body) {
   return object;
 }
 
-/// split_at_commas cuts a list in place into at most attribute_limit names. It leaves out those that are longer than
-/// any attribute's. An empty list has no names, which selects every attribute; a list of which all names were left out
-/// selects none.
+/// split_at_commas splits a list in place into at most attribute_limit names. Names longer than any attribute's are
+/// omitted. An empty list selects every attribute; a list whose names were all omitted selects none.
 void split_at_commas(char *list, char **names) {
   if (*list == '\0') return;
   char **next = names, **const end = names + attribute_limit;
@@ -68,7 +67,7 @@ void split_at_commas(char *list, char **names) {
   if (next == names) *next = no_attribute;
 }
 
-/// read_scope returns whether the scope is one that we know; the character after "since" is not looked at.
+/// read_scope returns true if the scope is known. The character after "since" is ignored.
 bool read_scope(std::string_view scope, Query &query) {
   constexpr std::string_view since = "since";
   if (ascii::istarts_with(scope, "all")) return true;
@@ -79,7 +78,7 @@ bool read_scope(std::string_view scope, Query &query) {
   return true;
 }
 
-/// answer_query searches and sends. The result of the handler.
+/// answer_query searches and sends. Returns the result of the handler.
 int32_t answer_query(Query &query, rdmhdr *header, csio *response, Session *sn, Request *rq) {
   uint32_t bytes = 0;
   int32_t result = 1;
@@ -89,13 +88,13 @@ int32_t answer_query(Query &query, rdmhdr *header, csio *response, Session *sn, 
   else
     result = refuse("Server Error: Cannot service request", header, response);
   host_free(index.entries);
-  // Where the search failed the log shows the limit that was asked for.
+  // If the search failed, the log shows the requested limit.
   cs_dbsearch_log(query.limit, bytes, query.since, sn, rq);
   return result;
 }
 
-/// make_key_list returns an empty list. Its texts come from the host, as all memory of a request does, so that hosts
-/// know when there was none.
+/// make_key_list returns an empty list, or null. Its texts come from host_alloc, like all memory of a request, so that
+/// hosts notice when memory fails.
 ListPtr make_key_list() {
   cslist *keys = nullptr;
   cslist_create(&keys);
@@ -104,8 +103,8 @@ ListPtr make_key_list() {
   return ListPtr(keys);
 }
 
-/// select_keys returns the database keys from a position of the index on, at most `limit` of them unless it is 0. Null
-/// when memory fails.
+/// select_keys returns the database keys from a position of the index on, at most `limit` unless that is 0. Returns
+/// null when memory fails.
 ListPtr select_keys(const cs_dbindex *index, int32_t start, int32_t limit) {
   ListPtr keys = make_key_list();
   if (!keys || start < 0 || limit < 0) return keys;
@@ -120,13 +119,14 @@ ListPtr select_keys(const cs_dbindex *index, int32_t start, int32_t limit) {
   return keys;
 }
 
-/// set_response_header returns false when memory fails.
+/// set_response_header replaces a response header. Returns false when memory fails.
 bool set_response_header(const char *name, const char *value, Request *rq) {
   pblock_remove_n_free(name, rq->response);
   return host_param_add(name, value, rq->response) == 0;
 }
 
-/// announce_length returns false when memory fails: an answer sent with another length would be cut.
+/// announce_length sets content type and content length. Returns false when memory fails: with another length, the
+/// answer would be cut.
 bool announce_length(uint64_t length, Request *rq) {
   char text[24];
   host_itoa(static_cast<int64_t>(length), text);
@@ -134,7 +134,7 @@ bool announce_length(uint64_t length, Request *rq) {
          set_response_header("content-length", text, rq);
 }
 
-/// make_header returns the printed header of an rd-response with `count` descriptions.
+/// make_header returns the printed header of an rd-response with `count` descriptions, or null when memory fails.
 CsioPtr make_header(int32_t count) {
   CsioPtr printed = make_csio();
   const RdmHeaderPtr header = make_rdmhdr(RDM_RD_RESPONSE);
@@ -145,8 +145,8 @@ CsioPtr make_header(int32_t count) {
   return printed;
 }
 
-/// printed_size returns how many bytes an object takes once it is printed. Those of its record do not say: it may leave
-/// out what the printer writes, or end within a value, which the parser then fills up to the size that it names.
+/// printed_size returns the number of bytes that an object prints as. The size of its record may differ: the record may
+/// omit newlines that the printer writes, or end within a value, which the parser then pads.
 uint64_t printed_size(const SOIF *object) {
   uint64_t size = 0;
   const auto count = [](void *total, const void *, int32_t length) {
@@ -163,7 +163,7 @@ struct Descriptions {
   char **attributes;
   csio *output;
 
-  /// read_record returns whether there is a record of a key that can be read.
+  /// read_record returns true if it has read the record of a key.
   bool read_record(char *key, DBT &record) const {
     const DBT wanted{key, key_size};
     const int result = dba_get(database, &wanted, &record);
@@ -179,17 +179,17 @@ struct Descriptions {
     return reader.next();
   }
 
-  /// has_room returns whether the object of a record fits into the answer, whose length has 32 bits, beside the
-  /// answer's header. It is measured only where it might not.
+  /// has_room returns true if the object of a record and the answer's header fit the 32-bit length of the answer. It
+  /// measures the object only if the estimate does not fit.
   bool has_room(const SOIF *object, const DBT &record) const {
-    constexpr uint64_t header = 4096, framing = 32;  // bytes; of the answer, and about a value at most
+    constexpr uint64_t header = 4096, framing = 32;  // bytes, at most: of the answer's header, and around a value
     const uint64_t taken = output->length + header, end = std::numeric_limits<uint32_t>::max();
     const auto values = static_cast<uint64_t>(object->value_bytes), count = static_cast<uint64_t>(object->attr_count);
     const uint64_t most = record.size + values + (count + 1) * framing;
     return taken + most <= end || taken + printed_size(object) <= end;
   }
 
-  /// print_record returns whether the record of a key was printed.
+  /// print_record prints the record of a key. Returns true if it did.
   bool print_record(char *key) const {
     DBT record{nullptr, 0};
     if (!read_record(key, record)) return false;

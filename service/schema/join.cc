@@ -13,12 +13,12 @@ namespace {
 
 using namespace rdm::schema;
 
-/// The column of every other table that refers to the root table's id.
+/// The column of other tables that refers to the root table's id.
 constexpr char _schema_rootid_column[] = "docid";
 
 BoundedString join;
 
-/// mark_hits counts for each system table how many items of a list are of it. False when memory fails.
+/// mark_hits counts the items of a list for each system table. Returns false when memory fails.
 bool mark_hits(const char *list, int32_t (&hits)[table_size]) {
   const HostText items(host_strdup(list));
   if (!items) return false;

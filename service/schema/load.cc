@@ -30,7 +30,7 @@ int32_t data_type_of(const char *text) {
   return SCHEMA_UNKNOWN;
 }
 
-/// Group is the N-th group of attributes of a schema object; it maps one SOIF attribute.
+/// Group is the group of attributes with one number in a schema object; it maps one SOIF attribute.
 class Group {
  public:
   Group(const SOIF *object, int32_t number) noexcept : object_(object), number_(number) {}
@@ -46,14 +46,14 @@ class Group {
   int32_t number_;
 };
 
-/// An entry's texts before they are in the table.
+/// The texts of an entry, borrowed from its group.
 struct Names {
   const char *attribute;
   const char *table;
   const char *column;
 };
 
-/// read_names returns whether a group has all its names, and none too long.
+/// read_names returns true if a group has all its names and none is too long.
 bool read_names(const Group &group, Names &names) {
   names.table = group.value("system-table-name");
   names.column = group.value("system-column-name");
@@ -76,7 +76,7 @@ void note_root_table(const Names &names) {
   _schema_has_root_table = true;
 }
 
-/// fill makes an entry of a group. False when memory fails.
+/// fill sets an entry from a group. Returns false when memory fails.
 bool fill(Entry &entry, const Group &group, const Names &names) {
   char tblcol[SCHEMA_TEXT_SIZE];
   host_format(tblcol, sizeof tblcol, "%s.%s", names.table, names.column);
@@ -90,7 +90,8 @@ bool fill(Entry &entry, const Group &group, const Names &names) {
   return schema_systables_insert(entry.tblcol);
 }
 
-/// load_groups fills the table from the groups 1, 2, ... up to the first that is missing. False when memory fails.
+/// load_groups fills the table from the groups 1, 2, ... up to the first missing number. Returns false when memory
+/// fails.
 bool load_groups(const SOIF *object) {
   Entry *entry = std::begin(tc2soif);
   for (int32_t number = 1; entry != std::end(tc2soif); ++number) {

@@ -51,7 +51,7 @@ bool schema_systables_insert(const char *tblcol) noexcept {
   char *copy = static_cast<char *>(host_alloc(table.size() + 1));
   if (copy == nullptr) return false;
   copy[table.copy(copy, table.size())] = '\0';
-  // There is a place for it: no more tables than entries.
+  // It fits: there are no more tables than entries.
   _schema_systables[system_tables().size()] = copy;
   return true;
 }

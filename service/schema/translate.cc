@@ -12,8 +12,8 @@ namespace {
 
 using namespace rdm::schema;
 
-/// attr_cmp returns 0 for a match. A "-" that is looked up matches a stored "_", not the other way round: attributes
-/// are spelled with hyphens, columns cannot be.
+/// attr_cmp returns 0 for a match. A "-" in `wanted` matches a "_" in `stored`, not vice versa: attributes are spelled
+/// with hyphens, which columns cannot have.
 int attr_cmp(std::string_view wanted, std::string_view stored) {
   const auto same = [](char w, char s) { return ascii::lower(w) == ascii::lower(s) || (w == '-' && s == '_'); };
   return std::equal(wanted.begin(), wanted.end(), stored.begin(), stored.end(), same) ? 0 : 1;
@@ -52,7 +52,7 @@ Outcome append_column(const char *attribute, BoundedString &columns) {
   return fits ? Outcome::done : Outcome::too_long;
 }
 
-/// translate_items appends the columns of a list of attributes, which it takes apart. `seen` keeps its items.
+/// translate_items appends the columns of a list of attributes, which it splits in place. `seen` stores the names.
 Outcome translate_items(char *attributes, cshashtable *seen, BoundedString &columns) {
   Outcome outcome = Outcome::done;
   char *rest = nullptr;
@@ -64,7 +64,7 @@ Outcome translate_items(char *attributes, cshashtable *seen, BoundedString &colu
   return outcome;
 }
 
-/// A table that keeps the names themselves, not copies.
+/// make_name_table returns a table of borrowed names, or null when memory fails.
 HashTablePtr make_name_table() {
   cshashtable *table = nullptr;
   cshashtable_create(7, &table);
@@ -73,7 +73,7 @@ HashTablePtr make_name_table() {
   return HashTablePtr(table);
 }
 
-/// list_public stores a new array of one text of each entry that is not internal.
+/// list_public stores a new array with one text of each entry that is not internal.
 void list_public(char *Entry::*text, char ***out, int32_t *count) {
   HostPtr<char *> array = host_new<char *>(table_size);
   *count = 0;
