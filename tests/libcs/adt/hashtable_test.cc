@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: MIT
-#include <set>
 #include <string>
 #include <vector>
 
@@ -76,15 +75,6 @@ TEST_F(HashTable, CreatedWithStringCallbacksInAllBuckets) {
   }
 }
 
-TEST_F(HashTable, CreateWithoutMemoryAnswersOneAndNull) {
-  for (const int which : {1, 2}) {  // the record, the bucket array
-    auto *table = reinterpret_cast<cshashtable *>(this);
-    host.fail_allocation = host.allocations + which;
-    EXPECT_EQ(cshashtable_create(3, &table), 1u);
-    EXPECT_EQ(table, nullptr);
-  }
-}
-
 TEST_F(HashTable, MissingBucketRefusesItemsAndFindsNone) {
   host.fail_allocation = host.allocations + 4;  // record, array, bucket 0, bucket 1
   const HashTablePtr table = make_letter_table();
@@ -101,7 +91,7 @@ TEST_F(HashTable, MissingBucketRefusesItemsAndFindsNone) {
   EXPECT_EQ(statistics.chained, 2);
 }
 
-TEST_F(HashTable, NullTableIsRefused) {
+TEST_F(HashTable, NullIsRefused) {
   EXPECT_EQ(cshashtable_set_hash(nullptr, hash_letter), 1u);
   EXPECT_EQ(cshashtable_set_copy(nullptr, copy_nothing), 1u);
   EXPECT_EQ(cshashtable_set_compare(nullptr, match_everything), 1u);
@@ -112,9 +102,7 @@ TEST_F(HashTable, NullTableIsRefused) {
   EXPECT_EQ(cshashtable_findhv(nullptr, "a", 0), nullptr);
   EXPECT_EQ(cshashtable_iterate(nullptr, nullptr, nullptr), nullptr);
   EXPECT_EQ(cshashtable_free(nullptr), 1u);
-}
 
-TEST_F(HashTable, NullCallbacksAreRefused) {
   const HashTablePtr table = make_table(1);
   EXPECT_EQ(cshashtable_set_hash(table.get(), nullptr), 1u);
   EXPECT_EQ(cshashtable_set_copy(table.get(), nullptr), 1u);
@@ -122,6 +110,12 @@ TEST_F(HashTable, NullCallbacksAreRefused) {
   EXPECT_EQ(cshashtable_set_free(table.get(), nullptr), 1u);
   EXPECT_EQ(table->hash, cshashtable_hf_default);
   EXPECT_EQ(table->free, free);
+  EXPECT_EQ(cshashtable_insert(table.get(), "key", nullptr), 1u);
+  EXPECT_EQ(table->count, 0);
+  EXPECT_EQ(cshashtable_iterate(table.get(), nullptr, nullptr), nullptr) << "an empty table";
+  insert(table, {"a"});
+  EXPECT_EQ(cshashtable_find(table.get(), nullptr), nullptr);
+  EXPECT_EQ(cshashtable_delete(table.get(), nullptr), 1u);
 }
 
 TEST_F(HashTable, SettersReachEveryBucket) {
@@ -174,27 +168,6 @@ TEST_F(HashTable, EqualKeysAreKeptAndTheFirstInsertedIsFound) {
   EXPECT_EQ(table->count, 0);
 }
 
-TEST_F(HashTable, InsertRefusesNullItems) {
-  const HashTablePtr table = make_table(7);
-  EXPECT_EQ(cshashtable_insert(table.get(), "key", nullptr), 1u);
-  EXPECT_EQ(table->count, 0);
-}
-
-TEST_F(HashTable, InsertWithoutMemoryStoresNothing) {
-  const HashTablePtr table = make_table(7);
-  host.fail_allocation = host.allocations + 1;
-  EXPECT_EQ(cshashtable_insert(table.get(), "key", "key"), 1u);
-  EXPECT_EQ(table->count, 0);
-  EXPECT_EQ(cshashtable_find(table.get(), "key"), nullptr);
-}
-
-TEST_F(HashTable, NullKeyFindsNothing) {
-  const HashTablePtr table = make_table(7);
-  insert(table, {"a"});
-  EXPECT_EQ(cshashtable_find(table.get(), nullptr), nullptr);
-  EXPECT_EQ(cshashtable_delete(table.get(), nullptr), 1u);
-}
-
 TEST_F(HashTable, FindByHashValueSearchesItsBucketOnly) {
   const HashTablePtr table = make_letter_table();
   insert(table, {"b"});
@@ -204,20 +177,14 @@ TEST_F(HashTable, FindByHashValueSearchesItsBucketOnly) {
   EXPECT_EQ(cshashtable_findhv(table.get(), nullptr, 1), nullptr);
 }
 
-TEST_F(HashTable, DeleteReleasesTheItem) {
-  const HashTablePtr table = make_table(7);
-  cshashtable_set_free(table.get(), note_released);
-  insert(table, {"a", "b"});
-  EXPECT_EQ(cshashtable_delete(table.get(), "a"), 0u);
-  EXPECT_THAT(released, ElementsAre("a"));
-}
-
-TEST_F(HashTable, FreeReleasesTheItems) {
+TEST_F(HashTable, DeleteAndFreeReleaseTheItems) {
   HashTablePtr table = make_letter_table();
   cshashtable_set_free(table.get(), note_released);
-  insert(table, {"b", "a", "d"});
+  insert(table, {"b", "a", "d", "c"});
+  EXPECT_EQ(cshashtable_delete(table.get(), "c"), 0u);
+  EXPECT_THAT(released, ElementsAre("c"));
   EXPECT_EQ(cshashtable_free(table.release()), 0u);
-  EXPECT_THAT(released, ElementsAre("a", "d", "b"));
+  EXPECT_THAT(released, ElementsAre("c", "a", "d", "b"));
 }
 
 TEST_F(HashTable, IterateVisitsBucketsInOrder) {
@@ -270,11 +237,6 @@ TEST_F(HashTable, IterateSkipsItemsWithoutData) {
   EXPECT_EQ(table->count, 1);
 }
 
-TEST_F(HashTable, IterateOverNothingEndsAtOnce) {
-  const HashTablePtr table = make_table(7);
-  EXPECT_EQ(cshashtable_iterate(table.get(), nullptr, nullptr), nullptr);
-}
-
 TEST_F(HashTable, DefaultHash) {
   const auto fold = [](std::initializer_list<uint32_t> bytes) {
     uint32_t h = 0;
@@ -294,45 +256,15 @@ TEST_F(HashTable, Statistics) {
   const HashTablePtr table = make_table(4);
   cshashtable_set_hash(table.get(), hash_letter);
   insert(table, {"a", "a", "a", "b", "d"});
+  table->count = 42;  // copied as it stands
   cshashtable_statistics statistics;
   cshashtable_stats(table.get(), &statistics);
-  EXPECT_EQ(statistics.items, 5);
+  EXPECT_EQ(statistics.items, 42);
   EXPECT_EQ(statistics.buckets, 4);
   EXPECT_EQ(statistics.longest, 3u);
   EXPECT_EQ(statistics.chained, 5);
   EXPECT_EQ(statistics.mean, 1.25);
   EXPECT_EQ(statistics.spread, 0.0);
-}
-
-TEST_F(HashTable, StatisticsCopyTheCountAsItStands) {
-  const HashTablePtr table = make_table(2);
-  table->count = 42;
-  cshashtable_statistics statistics;
-  cshashtable_stats(table.get(), &statistics);
-  EXPECT_EQ(statistics.items, 42);
-  EXPECT_EQ(statistics.longest, 0u);
-  EXPECT_EQ(statistics.chained, 0);
-  EXPECT_EQ(statistics.mean, 0.0);
-}
-
-TEST_F(HashTable, HoldsManyItems) {
-  const HashTablePtr table = make_table(97);
-  for (int i = 0; i < 5000; ++i) {
-    const std::string key = "key " + std::to_string(i);
-    ASSERT_EQ(cshashtable_insert(table.get(), key.c_str(), key.c_str()), 0u);
-  }
-  for (int i = 0; i < 5000; i += 2) {
-    ASSERT_EQ(cshashtable_delete(table.get(), ("key " + std::to_string(i)).c_str()), 0u);
-  }
-  for (int i = 0; i < 5000; ++i) {
-    const std::string key = "key " + std::to_string(i);
-    const void *item = cshashtable_find(table.get(), key.c_str());
-    ASSERT_EQ(item != nullptr, i % 2 == 1) << key;
-    if (item != nullptr) {
-      ASSERT_EQ(key, text(item));
-    }
-  }
-  EXPECT_EQ(table->count, 2500);
 }
 
 }  // namespace

@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 #include <libcs/adt.h>
 
-#include "qxapi/guard.h"
 #include "support/diagnostics.h"
 #include "support/memory_host.h"
 
@@ -33,13 +32,6 @@ class PriorityQueue : public support::HostTest {
   cspriq *queue = nullptr;
   int a = 0, b = 0, c = 0, d = 0;
 };
-
-TEST_F(PriorityQueue, CreateWithoutMemoryAnswersOneAndNull) {
-  cspriq *none = queue;
-  host.fail_allocation = host.allocations + 1;
-  EXPECT_EQ(cspriq_create(&none), 1u);
-  EXPECT_EQ(none, nullptr);
-}
 
 TEST_F(PriorityQueue, SmallestPriorityFirstAndThenFirstInFirstOut) {
   EXPECT_EQ(cspriq_put(queue, &a, 5), 0u);
@@ -88,31 +80,6 @@ TEST_F(PriorityQueue, GetOfOnePriority) {
   EXPECT_EQ(cspriq_getpri(queue, 2), nullptr);
   EXPECT_EQ(cspriq_getpri(queue, 3), nullptr);
   EXPECT_EQ(cspriq_get(queue), &a);
-}
-
-TEST_F(PriorityQueue, FreeLeavesTheItemsAlone) {
-  const HostText one(host_strdup("one")), other(host_strdup("other"));
-  const long before = host.live_blocks;
-  cspriq *filled = nullptr;
-  ASSERT_EQ(cspriq_create(&filled), 0u);
-  cspriq_put(filled, one.get(), 1);
-  cspriq_put(filled, other.get(), 2);
-  EXPECT_EQ(cspriq_free(filled), 0u);
-  EXPECT_EQ(host.live_blocks, before);
-  EXPECT_STREQ(one.get(), "one");
-  EXPECT_STREQ(other.get(), "other");
-}
-
-TEST_F(PriorityQueue, PutWithoutMemoryAddsNoLevel) {
-  for (int which = 1; which <= 3; ++which) {
-    host.fail_allocation = host.allocations + which;
-    EXPECT_EQ(cspriq_put(queue, &a, 4), 1u) << which;
-    EXPECT_TRUE(levels().empty());
-    EXPECT_EQ(queue->count, 0);
-  }
-  host.fail_allocation = host.allocations + 4;  // the item's own node
-  EXPECT_EQ(cspriq_put(queue, &a, 4), 1u);
-  EXPECT_EQ(cspriq_get(queue), nullptr);
 }
 
 TEST_F(PriorityQueue, NullIsRefused) {

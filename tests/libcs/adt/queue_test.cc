@@ -26,13 +26,6 @@ TEST_F(Queue, KeepsPointersAndComparesFourBytes) {
   EXPECT_EQ(queue->copy, cslist_copy_nop);
 }
 
-TEST_F(Queue, CreateWithoutMemoryAnswersOneAndNull) {
-  csqueue *none = queue;
-  host.fail_allocation = host.allocations + 1;
-  EXPECT_EQ(csqueue_create(&none), 1u);
-  EXPECT_EQ(none, nullptr);
-}
-
 TEST_F(Queue, FirstInFirstOut) {
   for (int *item : {&one, &two, &three}) EXPECT_EQ(csqueue_put(queue, item), 0u);
   EXPECT_EQ(csqueue_get(queue), &one);
@@ -61,14 +54,6 @@ TEST_F(Queue, DeleteComparesTheFirstFourBytes) {
   EXPECT_EQ(csqueue_get(queue), first);
   EXPECT_EQ(csqueue_get(queue), nullptr);
   EXPECT_EQ(csqueue_delete(queue, "abcd"), 1u);
-}
-
-TEST_F(Queue, FreeLeavesTheItemsAlone) {
-  csqueue *other = nullptr;
-  csqueue_create(&other);
-  csqueue_put(other, &one);
-  EXPECT_EQ(csqueue_free(other), 0u);
-  EXPECT_EQ(one, 1);
 }
 
 TEST_F(Queue, NullIsRefused) {
