@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include <cstring>
+#include <optional>
 #include <string_view>
 
+#include "qxapi/config_line.h"
 #include "qxapi/guard.h"
 #include "qxapi/posix.h"
 #include "qxapi/records.h"
@@ -9,62 +11,15 @@
 namespace rdm::posix_host {
 namespace {
 
-/// A word of a configuration line: its name, and its value before unescaping.
-struct Word {
-  std::string_view name;
-  std::string_view value;
-  bool is_pair;
-};
-
-constexpr bool is_blank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
-
-size_t skip_blanks(std::string_view line, size_t at) {
-  while (at < line.size() && is_blank(line[at])) ++at;
-  return at;
-}
-
-/// value_end returns the offset at which the value ends: its closing quote, a blank or the end of the line.
-size_t value_end(std::string_view line, size_t at, bool quoted) {
-  for (; at < line.size(); ++at) {
-    if (line[at] == '\\' && at + 1 < line.size())
-      ++at;
-    else if (quoted ? line[at] == '"' : is_blank(line[at]))
-      break;
-  }
-  return at;
-}
-
-/// take_word removes the first word of `line` and returns it.
-Word take_word(std::string_view &line) {
-  size_t at = 0;
-  while (at < line.size() && !is_blank(line[at]) && line[at] != '=') ++at;
-  Word word{line.substr(0, at), {}, at < line.size() && line[at] == '='};
-  if (word.is_pair) {
-    const bool quoted = ++at < line.size() && line[at] == '"';
-    if (quoted) ++at;
-    const size_t end = value_end(line, at, quoted);
-    word.value = line.substr(at, end - at);
-    at = quoted && end < line.size() ? end + 1 : end;
-  }
-  line.remove_prefix(at);
-  return word;
-}
-
 HostText copy_text(std::string_view text) {
   HostText copy(static_cast<char *>(host_alloc(text.size() + 1)));
   if (copy) copy.get()[text.copy(copy.get(), text.size())] = '\0';
   return copy;
 }
 
-HostText copy_unescaped(std::string_view text) {
-  HostText copy(static_cast<char *>(host_alloc(text.size() + 1)));
-  if (!copy) return copy;
-  char *out = copy.get();
-  for (size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '\\' && i + 1 < text.size()) ++i;
-    *out++ = text[i];
-  }
-  *out = '\0';
+HostText copy_unescaped(std::string_view value) {
+  HostText copy(static_cast<char *>(host_alloc(value.size() + 1)));
+  if (copy) copy.get()[config_line::unescape(value, copy.get())] = '\0';
   return copy;
 }
 
@@ -173,16 +128,15 @@ void param_free_entry(host_param *e) {
 
 int param_parse(const char *line, pblock *b) {
   int pairs = 0;
-  for (std::string_view rest = line;;) {
-    rest.remove_prefix(skip_blanks(rest, 0));
-    if (rest.empty()) return pairs;
-    const Word word = take_word(rest);
-    if (!word.is_pair || word.name.empty()) continue;
-    const HostText name = copy_text(word.name);
-    const HostText value = copy_unescaped(word.value);
+  std::string_view rest = line;
+  while (const std::optional<config_line::Word> word = config_line::take_word(rest)) {
+    if (!word->is_pair || word->name.empty()) continue;
+    const HostText name = copy_text(word->name);
+    const HostText value = copy_unescaped(word->value);
     if (!name || !value || host_param_add(name.get(), value.get(), b) != 0) return -1;
     ++pairs;
   }
+  return pairs;
 }
 
 }  // namespace rdm::posix_host

@@ -7,84 +7,20 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
-#include <iterator>
 #include <utility>
+
+#include "qxapi/config_line.h"
 
 namespace rdm::check {
 namespace {
 
 constexpr std::size_t line_limit = 8191;
 
-constexpr bool is_blank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
-
-/// value_end returns where the value that begins at `at` ends: at its closing quote, at a blank, or with the line.
-std::size_t value_end(std::string_view text, std::size_t at, bool quoted) {
-  for (; at < text.size(); ++at) {
-    if (text[at] == '\\' && at + 1 < text.size())
-      ++at;
-    else if (quoted ? text[at] == '"' : is_blank(text[at]))
-      break;
-  }
-  return at;
-}
-
-std::string unescape(std::string_view text) {
-  std::string result;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '\\' && i + 1 < text.size()) ++i;
-    result.push_back(text[i]);
-  }
+std::string unescape(std::string_view value) {
+  std::string result(value.size(), '\0');
+  result.resize(config_line::unescape(value, result.data()));
   return result;
 }
-
-/// PairReader takes a line apart. Only the first word that is no pair is reported: the words of a remark are many.
-class PairReader {
- public:
-  PairReader(const Line &line, Report &report) : number_(line.number), rest_(line.text), report_(report) {}
-
-  bool at_end() {
-    rest_.remove_prefix(
-        std::min(rest_.size(), static_cast<std::size_t>(std::distance(
-                                   rest_.begin(), std::find_if_not(rest_.begin(), rest_.end(), is_blank)))));
-    return rest_.empty();
-  }
-
-  std::optional<Pair> next() {
-    std::size_t at = 0;
-    while (at < rest_.size() && !is_blank(rest_[at]) && rest_[at] != '=') ++at;
-    const std::string name(rest_.substr(0, at));
-    const bool is_pair = at < rest_.size() && rest_[at] == '=';
-    if (!is_pair) {
-      rest_.remove_prefix(at);
-      no_pair(quote(name) + " is no name=\"value\" pair");
-      return std::nullopt;
-    }
-    Pair pair{name, take_value(name, at + 1), number_};
-    if (!name.empty()) return pair;
-    no_pair("the value " + quote(pair.value) + " has no name");
-    return std::nullopt;
-  }
-
- private:
-  std::string take_value(const std::string &name, std::size_t at) {
-    const bool quoted = at < rest_.size() && rest_[at] == '"';
-    if (quoted) ++at;
-    const std::size_t end = value_end(rest_, at, quoted);
-    if (quoted && end == rest_.size()) report_.error(number_, "the quote after " + name + "= is not closed");
-    std::string value = unescape(rest_.substr(at, end - at));
-    rest_.remove_prefix(std::min(rest_.size(), quoted ? end + 1 : end));
-    return value;
-  }
-
-  void no_pair(std::string text) {
-    if (!std::exchange(reported_, true)) report_.error(number_, std::move(text));
-  }
-
-  int number_;
-  std::string_view rest_;
-  Report &report_;
-  bool reported_ = false;
-};
 
 std::string unreadable() { return std::string("cannot be read: ") + std::strerror(errno); }
 
@@ -135,9 +71,18 @@ std::optional<std::vector<Line>> read_lines(Report &report) {
 
 std::vector<Pair> parse_pairs(const Line &line, Report &report) {
   std::vector<Pair> pairs;
-  PairReader reader(line, report);
-  while (!reader.at_end())
-    if (std::optional<Pair> pair = reader.next()) pairs.push_back(std::move(*pair));
+  // Only the first word that is no pair is reported: the words of a remark are many.
+  bool is_reported = false;
+  std::string_view rest = line.text;
+  while (const std::optional<config_line::Word> word = config_line::take_word(rest)) {
+    Pair pair{std::string(word->name), unescape(word->value), line.number};
+    if (!word->is_closed) report.error(line.number, "the quote after " + pair.name + "= is not closed");
+    if (word->is_pair && !pair.name.empty())
+      pairs.push_back(std::move(pair));
+    else if (!std::exchange(is_reported, true))
+      report.error(line.number, word->is_pair ? "the value " + quote(pair.value) + " has no name"
+                                              : quote(pair.name) + " is no name=\"value\" pair");
+  }
   return pairs;
 }
 
