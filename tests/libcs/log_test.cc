@@ -39,7 +39,6 @@ std::vector<std::string> file_calls;
 int fixed_thread_id() { return thread_number; }
 int current_thread = 0;
 int current_thread_id() { return current_thread; }
-int negative_thread_id() { return -1; }
 
 int64_t recording_seek(host_fd fd, int64_t offset, int whence) {
   file_calls.push_back("seek " + std::to_string(offset) + " " + std::to_string(whence));
@@ -62,7 +61,7 @@ int recording_close(host_fd fd) {
   return qxapi_posix_host()->close(fd);
 }
 
-/// Log binds the POSIX host with a fixed thread id and ends with the log silent.
+/// Log binds the POSIX host with a fixed thread id; its destructor silences the log.
 class Log : public ::testing::Test {
  protected:
   Log() {
@@ -83,7 +82,7 @@ class Log : public ::testing::Test {
     const std::string all = text();
     return all.substr(std::min(all.size(), all.find(']') + 1));
   }
-  /// process returns " PID@5:" as every line shows it.
+  /// process returns " PID@5:" as every line has it.
   static std::string process() {
     char text[32];
     host_format(text, sizeof text, " %5d@%d:", static_cast<int>(::getpid()), 5);
@@ -95,7 +94,7 @@ class Log : public ::testing::Test {
   std::string path_ = directory_.path("debug.log");
 };
 
-// The log's format is not always a literal here, on purpose.
+// This format is not a literal, by intention.
 void print(const char *format) {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
@@ -119,18 +118,14 @@ TEST_F(Log, SilentBeforeInitAndAfterTerminate) {
   EXPECT_EQ(text(), "");
 }
 
-TEST_F(Log, LevelZeroWritesNothingAndEvaluatesNothing) {
-  cslog_init(0, path_.c_str());
+TEST_F(Log, LevelZeroAndBelowWritesNothingAndEvaluatesNothing) {
   int evaluated = 0;
-  CSLOG(CSLOG_ERROR, "adt", "number %d\n", ++evaluated);
+  for (const int level : {0, -1}) {
+    cslog_init(level, path_.c_str());
+    CSLOG(CSLOG_ERROR, "adt", "number %d\n", ++evaluated);
+  }
   EXPECT_EQ(text(), "");
   EXPECT_EQ(evaluated, 0);
-}
-
-TEST_F(Log, NegativeLevelWritesNothing) {
-  cslog_init(-1, path_.c_str());
-  CSLOG(CSLOG_ERROR, "adt", "lost\n");
-  EXPECT_EQ(text(), "");
 }
 
 TEST_F(Log, SetLevelSwitchesCallSitesOnAndOff) {
@@ -170,16 +165,13 @@ INSTANTIATE_TEST_SUITE_P(
         KindCase{1, "", 1, " ((empty):1):\t message 7\n"}, KindCase{1, "a%s%n%d", 1, " (a%s%n%d:1):\t message 7\n"},
         KindCase{2, nullptr, 1, " WARNING: message 7\n"}));
 
-TEST_F(Log, NullFormatShowsAsNull) {
-  cslog_init(1, path_.c_str());
-  print(nullptr);
-  EXPECT_EQ(after_stamp(), process() + "\t (null)");
-}
-
-TEST_F(Log, EmptyFormatShowsAsEmpty) {
-  cslog_init(1, path_.c_str());
-  print("");
-  EXPECT_EQ(after_stamp(), process() + "\t (empty)");
+TEST_F(Log, NullAndEmptyFormatsShowAsSuch) {
+  for (const auto &[format, shown] : {std::pair<const char *, const char *>{nullptr, "(null)"}, {"", "(empty)"}}) {
+    support::write_file(path_, "");
+    cslog_init(1, path_.c_str());
+    print(format);
+    EXPECT_EQ(after_stamp(), process() + "\t " + shown);
+  }
 }
 
 TEST_F(Log, PercentInArgumentsIsLiteral) {
@@ -247,35 +239,15 @@ INSTANTIATE_TEST_SUITE_P(Streams, LogDestination,
                                            DestinationCase{"stderr", "", " WARNING: said %s\n"},
                                            DestinationCase{"stdout", " WARNING: said %s\n", ""}));
 
-// A client that sent a value of 100 MB in 43 bytes, padded by the parser, had all of it written to standard error.
-TEST_F(Log, LongLineToAStreamIsCutAsOneToAFile) {
-  const std::string value(10000, 'x');
-  ::testing::internal::CaptureStdout();
-  ::testing::internal::CaptureStderr();
-  for (const char *stream : {"stdout", "stderr"}) {
-    cslog_init(1, stream);
-    CSLOG(CSLOG_NOTE, "adt", "%s\n", value.c_str());
-  }
-  for (const std::string &line : {::testing::internal::GetCapturedStdout(), ::testing::internal::GetCapturedStderr()}) {
-    EXPECT_EQ(line.size(), 8191u);
-    EXPECT_TRUE(line.ends_with("xxx\n"));
-  }
-}
-
-TEST_F(Log, FileIsAppendedTo) {
-  support::write_file(path_, "before\n");
-  cslog_init(1, path_.c_str());
-  CSLOG(CSLOG_NOTE, "adt", "after\n");
-  EXPECT_THAT(text(), MatchesRegex("before\n\\[[^\n]*\\] +[0-9]+@5:\t after\n"));
-}
-
 TEST_F(Log, LineIsOneWriteAfterASeekToTheEnd) {
+  support::write_file(path_, "before\n");
   host_.seek = recording_seek;
   host_.write_log = recording_write_log;
   bind();
   cslog_init(1, path_.c_str());
   CSLOG(CSLOG_NOTE, "adt", "%s and %s\n", "one", "two");
-  EXPECT_THAT(file_calls, ::testing::ElementsAre("seek 0 2", "write " + std::to_string(text().size())));
+  EXPECT_THAT(text(), MatchesRegex("before\n\\[[^\n]*\\] +[0-9]+@5:\t one and two\n"));
+  EXPECT_THAT(file_calls, ::testing::ElementsAre("seek 0 2", "write " + std::to_string(text().size() - 7)));
 }
 
 TEST_F(Log, WriteErrorsAreIgnored) {
@@ -316,20 +288,14 @@ TEST_F(Log, InitAgainChangesLevelAndDestinationAndForgetsCallSites) {
   EXPECT_EQ(_cslog_level, 2);
 }
 
-TEST_F(Log, InitAgainTurnsFromAStreamToAFile) {
-  ::testing::internal::CaptureStdout();
-  cslog_init(1, "stdout");
-  cslog_init(1, path_.c_str());
-  CSLOG(CSLOG_NOTE, "adt", "kept\n");
-  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
-  EXPECT_EQ(after_stamp(), process() + "\t kept\n");
-}
-
-TEST_F(Log, InitAgainWithAFileThatCannotBeOpenedSilencesAStream) {
+TEST_F(Log, TerminateAndAFileThatCannotBeOpenedSilenceAStream) {
   const std::string missing = directory_.path("missing/debug.log");
   ::testing::internal::CaptureStdout();
   ::testing::internal::CaptureStderr();
   for (const char *stream : {"stdout", "stderr"}) {
+    cslog_init(1, stream);
+    cslog_terminate();
+    CSLOG(CSLOG_ERROR, "adt", "lost\n");
     cslog_init(1, stream);
     cslog_init(1, missing.c_str());
     CSLOG(CSLOG_ERROR, "adt", "lost\n");
@@ -337,18 +303,6 @@ TEST_F(Log, InitAgainWithAFileThatCannotBeOpenedSilencesAStream) {
   const std::string report = "Cannot append to " + missing + ".\n";
   EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
   EXPECT_EQ(::testing::internal::GetCapturedStderr(), report + report);
-}
-
-TEST_F(Log, TerminateSilencesAStream) {
-  ::testing::internal::CaptureStdout();
-  ::testing::internal::CaptureStderr();
-  for (const char *stream : {"stdout", "stderr"}) {
-    cslog_init(1, stream);
-    cslog_terminate();
-    CSLOG(CSLOG_ERROR, "adt", "lost\n");
-  }
-  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
-  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
 }
 
 TEST_F(Log, TerminateClosesTheFileOnce) {
@@ -362,7 +316,7 @@ TEST_F(Log, TerminateClosesTheFileOnce) {
 
 using LogDeathTest = Log;
 
-// The lines have no newline here, which would flush a stream that is buffered by lines.
+// These lines have no newline, which would flush a line-buffered stream.
 TEST_F(LogDeathTest, ALineIsFlushedAtOnce) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(
@@ -405,67 +359,54 @@ TEST_F(Log, FileOfRootIsHandedToNobody) {
   EXPECT_EQ(text(), "");
 }
 
-TEST_F(Log, UnknownOwnerIsAWarning) {
+TEST_F(Log, OwnershipThatCannotChangeIsAWarning) {
+  const std::string missing = directory_.path("missing");
   cslog_init(1, path_.c_str());
   _cslog_chown("/some/file", "no such user");
   EXPECT_EQ(after_stamp(), process() + " WARNING: Unknown user no such user: Cannot chown /some/file.\n");
-}
-
-TEST_F(Log, OwnershipThatCannotChangeIsAWarning) {
-  cslog_init(1, path_.c_str());
-  const std::string missing = directory_.path("missing");
+  support::write_file(path_, "");
   _cslog_chown(missing.c_str(), "nobody");
   EXPECT_EQ(after_stamp(), process() + " WARNING: chown: " + missing + ": No such file or directory\n");
 }
-
-TEST_F(Log, OwnershipWarningsNeedALevel) {
-  cslog_init(0, path_.c_str());
-  _cslog_chown("/some/file", "no such user");
-  _cslog_chown(directory_.path("missing").c_str(), "nobody");
-  EXPECT_EQ(text(), "");
-}
-
-TEST_F(Log, SetParamsReturnsTheThreadId) { EXPECT_EQ(_cslog_set_params(0, "adt", 1), thread_number); }
 
 TEST_F(Log, CallSitesAreKeptByThreadIdModulo32) {
   host_.thread_id = current_thread_id;
   bind();
   cslog_init(1, path_.c_str());
-  current_thread = 5;
-  _cslog_set_params(CSLOG_ERROR, "adt", 1);
-  current_thread = 6;
-  _cslog_set_params(CSLOG_WARNING, "adt", 1);
-  for (const int thread : {5, 6, 7, 37}) {
+  const std::pair<int, int> kinds[] = {{5, CSLOG_ERROR}, {6, CSLOG_WARNING}, {-1, CSLOG_ERROR}};
+  for (const auto &[thread, kind] : kinds) {
+    current_thread = thread;
+    EXPECT_EQ(_cslog_set_params(kind, "adt", 1), thread);
+  }
+  for (const int thread : {5, 6, 7, 37, -1}) {
     current_thread = thread;
     _cslog_do_print("from %d\n", thread);
   }
   EXPECT_THAT(text(), MatchesRegex("[^\n]*@5: ERROR: from 5\n"
                                    "[^\n]*@6: WARNING: from 6\n"
                                    "[^\n]*@7:\t from 7\n"
-                                   "[^\n]*@5: ERROR: from 37\n"));
+                                   "[^\n]*@5: ERROR: from 37\n"
+                                   "[^\n]*@31: ERROR: from -1\n"));
 }
 
-TEST_F(Log, NegativeThreadIdsHaveASlotToo) {
-  host_.thread_id = negative_thread_id;
-  bind();
-  cslog_init(1, path_.c_str());
-  EXPECT_EQ(_cslog_set_params(CSLOG_ERROR, "adt", 1), -1);
-  _cslog_do_print("kept\n");
-  EXPECT_THAT(text(), HasSubstr("@31: ERROR: kept\n"));
-}
-
-TEST_F(Log, LongLineIsCutAndKeepsItsNewline) {
-  cslog_init(1, path_.c_str());
-  CSLOG(CSLOG_NOTE, "adt", "%s\n", std::string(10000, 'x').c_str());
+// Regression: a request of 43 bytes with a padded value of 100 MB was written to standard error in full.
+TEST_F(Log, LongLineIsCutAndKeepsItsNewlineWhereverItGoes) {
+  const std::string value(10000, 'x');
+  ::testing::internal::CaptureStdout();
+  ::testing::internal::CaptureStderr();
+  for (const char *destination : {"stdout", "stderr", path_.c_str()}) {
+    cslog_init(1, destination);
+    CSLOG(CSLOG_NOTE, "adt", "%s\n", value.c_str());
+  }
+  for (const std::string &line :
+       {::testing::internal::GetCapturedStdout(), ::testing::internal::GetCapturedStderr(), text()}) {
+    EXPECT_EQ(line.size(), 8191u);
+    EXPECT_TRUE(line.ends_with("xxx\n"));
+  }
+  support::write_file(path_, "");
+  CSLOG(CSLOG_NOTE, "adt", "%s", value.c_str());
   EXPECT_EQ(text().size(), 8191u);
-  EXPECT_TRUE(text().ends_with("xxx\n"));
-}
-
-TEST_F(Log, LongLineWithoutANewlineGetsNone) {
-  cslog_init(1, path_.c_str());
-  CSLOG(CSLOG_NOTE, "adt", "%s", std::string(10000, 'x').c_str());
-  EXPECT_EQ(text().size(), 8191u);
-  EXPECT_TRUE(text().ends_with("xxx"));
+  EXPECT_TRUE(text().ends_with("xxx")) << "a format without a newline gets none";
 }
 
 TEST_F(Log, LineOfExactlyTheLimitIsWhole) {
@@ -511,7 +452,7 @@ TEST_F(Log, LinesOfManyThreadsStayWhole) {
   std::istringstream lines(text());
   for (std::string line; std::getline(lines, line);) {
     int t = -1, i = -1;
-    // NOLINTNEXTLINE(cert-err34-c): what is read is compared below
+    // NOLINTNEXTLINE(cert-err34-c): the numbers are compared below
     ASSERT_EQ(std::sscanf(line.c_str(), "[%*[^]]] %*d@%*d: thread %d line %d.", &t, &i), 2) << line;
     ASSERT_TRUE(t >= 0 && t < thread_count) << line;
     EXPECT_EQ(i, next[static_cast<size_t>(t)]++);
@@ -529,18 +470,6 @@ TEST_F(LogLine, WhiteSpaceBecomesBlanks) {
     const HostText line(cslog_linestr(text));
     EXPECT_STREQ(line.get(), expected);
   }
-}
-
-TEST_F(LogLine, GivenTextStaysAsItIs) {
-  const char text[] = "a\nb";
-  const HostText line(cslog_linestr(text));
-  EXPECT_STREQ(text, "a\nb");
-  EXPECT_STREQ(line.get(), "a b");
-}
-
-TEST_F(LogLine, IsNullWhenMemoryFails) {
-  host.fail_allocation = host.allocations + 1;
-  EXPECT_EQ(cslog_linestr("a\nb"), nullptr);
 }
 
 }  // namespace

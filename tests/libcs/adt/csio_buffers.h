@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// CSIO buffers as the tests fill and read them.
+/// Filling and reading CSIO buffers.
 #ifndef TESTS_LIBCS_ADT_CSIO_BUFFERS_H
 #define TESTS_LIBCS_ADT_CSIO_BUFFERS_H
 

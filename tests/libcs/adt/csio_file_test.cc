@@ -22,8 +22,8 @@
 
 using namespace rdm;
 
-/// These tests run as a program with privileges does: what its caller set is hidden from it. TMPDIR, which the tests
-/// set as a service does from its configuration, is to be used all the same; /tmp was.
+/// This program runs like a privileged one, for which secure_getenv() returns null. TMPDIR, which a service sets from
+/// its configuration, must be used all the same. Regression: /tmp was used.
 extern "C" char *secure_getenv(const char *) noexcept { return nullptr; }
 
 namespace {
@@ -36,7 +36,7 @@ using support::append;
 using support::copy;
 using support::pattern;
 
-/// What the log says without a temporary name.
+/// The log lines for a missing temporary name.
 constexpr char no_name[] =
     "ERROR: Cannot find temporary filename?\n"
     "ERROR: csio_append: Cannot set temporary file?\n";
@@ -118,7 +118,7 @@ TEST_F(CsioFile, StreamPastTheCeilingMovesToAFile) {
     const std::string bytes = pattern(100 + static_cast<size_t>(piece)).substr(static_cast<size_t>(piece));
     EXPECT_EQ(append(io, bytes), 100);
     expected += bytes;
-    // 32700 bytes and the NUL fit 32768; with the next piece the capacity would grow past the ceiling.
+    // 32700 bytes and the NUL fit 32768; the next piece needs more.
     EXPECT_EQ(io->flags, piece < 327 ? memory : file) << piece;
   }
   EXPECT_EQ(io->length, 40000u);
@@ -131,7 +131,7 @@ TEST_F(CsioFile, StreamPastTheCeilingMovesToAFile) {
 
 TEST_F(CsioFile, CeilingIsComparedWithTheGrownCapacity) {
   const CsioPtr io = make_csio(4095);
-  append(io, "x");  // one byte, but a step of 4096
+  append(io, "x");  // the capacity grows by 4096
   EXPECT_EQ(io->flags, file);
   EXPECT_EQ(copy(io, 10), "x");
 }
@@ -255,7 +255,7 @@ TEST_F(CsioFile, ItsProcessHoldsTheTokenInTheNameOfEachFile) {
 }
 
 TEST_F(CsioFile, WithoutATokenTheNameIsShort) {
-  // A process keeps a few directories open; files in others are never taken for left-overs.
+  // A process keeps only a few directories open; files in others have no token.
   std::vector<std::unique_ptr<support::TemporaryDirectory>> directories;
   std::vector<size_t> sizes;
   for (int i = 0; i < 6; ++i) {
@@ -396,7 +396,7 @@ TEST_F(CsioFile, FileShorterThanTheLengthReadsAsFarAsItGoes) {
   EXPECT_EQ(copy(io, 10), "");
 }
 
-/// Releasing once wrote what waited, which made each release a system call and let nothing be dropped.
+/// Regression: csio_releasefd wrote the block, so each release was a system call, and nothing could be dropped.
 TEST_F(CsioFile, ReleaseOnlyClosesAndTheNextAppendWritesWhatWaits) {
   const CsioPtr io = make_file_buffer();
   append(io, "before ");
@@ -420,7 +420,7 @@ TEST_F(CsioFile, WhatWaitsAfterAReleaseIsWrittenBeforeALargeAppend) {
   EXPECT_EQ(support::read_file(io->filename), "before " + pattern(5000));
 }
 
-/// A command that is given the released file by its name may have written to it.
+/// A command that gets the name of the released file may have appended to it.
 TEST_F(CsioFile, AppendAfterAReleaseKeepsWhatTheFileHoldsByThen) {
   for (const std::string &written : {std::string(), pattern(4096)}) {
     const CsioPtr io = make_file_buffer();
@@ -572,7 +572,7 @@ TEST_F(CsioFile, ConvertWithoutATemporaryNameLosesTheBytes) {
   EXPECT_EQ(log.text(), no_name);
 }
 
-// The name is kept, so that the next bytes may find the file again: it does not tell that there was one.
+// The name is kept for the next append; it does not mean that the file exists.
 TEST_F(CsioFile, ConvertToAFileThatCannotBeOpenedLosesTheBytes) {
   const CsioPtr io = make_csio();
   append(io, "lost");

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// CSIO buffers under random operations: whatever comes after whatever, the record, the file and the answers are those
-/// of a model that keeps memory and file as strings.
+/// Random operations on CSIO buffers, with failures, compared with a model that keeps memory and file as strings.
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
@@ -28,7 +27,7 @@ constexpr size_t block_size = 4096;
 
 enum class Kind { append, flush, finish, rewind, copy, convert, duplicate, release, increase, reset, own_file };
 
-/// What fails while an operation is at work.
+/// The failure during an operation.
 enum class Fault { none, first_allocation, second_allocation, write, read, open, directory };
 
 struct Operation {
@@ -64,7 +63,7 @@ struct Settings {
   out << "max_memory " << settings.ceiling << ", increment " << settings.increment;
 }
 
-/// Sizes around those of the block, of a step and of the usual ceiling, and any other.
+/// Sizes around those of the write-behind block, the increment and the usual limit, and any others.
 rc::Gen<int32_t> sizes() {
   return rc::gen::weightedOneOf<int32_t>({{4, rc::gen::inRange(-1, 60)},
                                           {3, rc::gen::inRange(4090, 4100)},
@@ -102,14 +101,14 @@ rc::Gen<Settings> settings() {
       rc::gen::set(&Settings::increment, rc::gen::element<uint32_t>(4096, 4096, 4096, 0, 1, 100, 10000)));
 }
 
-/// The n-th byte ever offered is always another than its neighbours, so that none can take the place of another.
+/// bytes_from returns bytes that differ from their neighbours, so that misplaced bytes are noticed.
 std::string bytes_from(size_t offset, int32_t count) {
   std::string bytes(static_cast<size_t>(std::max(count, 0)), '\0');
   for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>((offset + i) * 7 % 251);
   return bytes;
 }
 
-/// What a buffer must be: its memory, its file and the bytes on their way there as strings.
+/// The expected buffer: its memory, its file and its write-behind block as strings.
 class Model {
  public:
   static constexpr const char *temporary = "temporary", *own = "own";
@@ -128,7 +127,7 @@ class Model {
       increase(static_cast<uint32_t>(length + bytes.size() + 1 - capacity));
     bool stored = false;
     if (in_memory()) {
-      // Bytes that memory failed for are lost; the length counts them all the same.
+      // If memory failed, the bytes are lost; the length counts them all the same.
       stored = has_block;
       if (has_block) memory += bytes;
     } else {
@@ -148,7 +147,7 @@ class Model {
   void increase(uint32_t need) {
     if (!in_memory()) return;
     capacity += std::max<size_t>(need, increment);
-    // A buffer that has been duplicated once stays in memory, whatever its ceiling.
+    // A buffer that was duplicated stays in memory, whatever its limit.
     if (ceiling != 0 && ceiling < capacity && !in_file())
       convert();
     else
@@ -221,7 +220,7 @@ class Model {
 
   bool in_memory() const { return (flags & CSIO_MEMORY) != 0; }
   bool in_file() const { return (flags & CSIO_FILE) != 0; }
-  /// blocks is how many blocks of the host the buffer holds, its record among them.
+  /// blocks returns the number of host blocks of the buffer, including its record.
   long blocks() const { return 1 + (has_block ? 1 : 0) + (file.empty() ? 0 : 1) + (has_wait_block ? 1 : 0); }
 
   const uint32_t ceiling, increment;
@@ -349,7 +348,7 @@ class Case {
     compare();
   }
 
-  /// ends with what is compared once.
+  /// end compares the log and releases the buffer.
   void end() {
     std::string written = log_.text();
     const std::string temporary = directory_.path("csio");
@@ -421,7 +420,7 @@ class Case {
   void append(int32_t count) {
     const std::string bytes = bytes_from(offered_, count);
     offered_ += bytes.size();
-    // The null byte pointer means something else, and a string has none.
+    // Null bytes mean a flush; data() of a string is never null.
     same("append", csio_append(io_.get(), bytes.data(), count), model_.append(bytes));
   }
 
@@ -434,7 +433,7 @@ class Case {
     same("bytes behind those copied", bytes.find_first_not_of('?', expected.size()), std::string::npos);
   }
 
-  /// set_own_file gives a buffer behind a file that has none yet one of its owner's.
+  /// set_own_file sets a file name on a buffer with file backing that has none.
   void set_own_file() {
     if (io_->flags != CSIO_FILE || io_->filename != nullptr) return;
     set_faults(Fault::none);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-/// Hash tables under random operations, compared with an array of deques. Items may be inserted under keys that they do
-/// not match, and callbacks change while there are items.
+/// Random operations on hash tables and on an array of deques. Items may be inserted under keys that they do not match,
+/// and callbacks change while there are items.
 #include <algorithm>
 #include <deque>
 #include <string>
@@ -36,7 +36,7 @@ struct Operation {
   Kind kind = Kind::find;
   int key = 0;          // of item_texts; one more is null
   int text = 0;         // of the item
-  uint32_t number = 0;  // a hash value, or the item that the iteration comes from
+  uint32_t number = 0;  // a hash value, or the previous item of an iteration
   bool out_of_memory = false;
 };
 
@@ -87,7 +87,7 @@ uint32_t letter_of(const void *key) {
   return text == nullptr ? 0 : *text;
 }
 
-/// What a table must be: a deque of labels for each bucket, or none where memory failed for it.
+/// The expected table: a deque of labels for each bucket, except one for which memory failed.
 struct Model {
   explicit Model(int32_t wanted) : buckets(static_cast<size_t>(wanted < 1 ? 7 : wanted)) {}
 
@@ -144,7 +144,7 @@ struct Model {
 
 class Case {
  public:
-  /// A table with this many buckets, of which memory may fail for one.
+  /// Creates a table with this many buckets; memory may fail for one of them.
   Case(int32_t buckets, bool lacks_bucket) : model_(buckets) {
     tracked_items() = {};
     support::HostRecord &host = support::host_record();
@@ -208,13 +208,13 @@ class Case {
         break;
       case Kind::hash_letter:
       case Kind::hash_text:
-        // Items stay in the buckets that they were put into.
+        // Items stay in their buckets.
         model_.hashes_letter = operation.kind == Kind::hash_letter;
         same("hash", cshashtable_set_hash(table_, model_.hashes_letter ? letter_of : cshashtable_hf_default), 0u);
     }
   }
 
-  /// iterate goes one step from an item, from one that the table does not hold, or, for 0, from the beginning.
+  /// iterate calls cshashtable_iterate with an item of the table, with an unknown item, or with null for 0.
   void iterate(const char *key, uint32_t number) {
     const std::vector<std::string> all = model_.items();
     const bool is_held = number > 0 && number <= all.size();

@@ -24,7 +24,7 @@ void note_released(void *item) {
 void *copy_nothing(const void *) { return nullptr; }
 int match_everything(const void *, const void *) { return 0; }
 
-/// The first letter of the key, so that tests choose buckets.
+/// hash_letter returns the first letter of the key, so that tests choose buckets.
 uint32_t hash_letter(const void *key) { return static_cast<uint32_t>(*static_cast<const char *>(key) - 'a'); }
 
 HashTablePtr make_table(int32_t nbuckets) {
@@ -226,7 +226,7 @@ TEST_F(HashTable, IterateAfterAnUnknownItemEnds) {
   insert(table, {"a", "b", "c"});
   EXPECT_EQ(cshashtable_iterate(table.get(), "a", "not stored"), nullptr);
   const void *first = cshashtable_find(table.get(), "a");
-  EXPECT_EQ(cshashtable_iterate(table.get(), "b", first), nullptr);  // looked for behind its bucket
+  EXPECT_EQ(cshashtable_iterate(table.get(), "b", first), nullptr);  // searched for after its bucket
 }
 
 TEST_F(HashTable, IterateSkipsItemsWithoutData) {

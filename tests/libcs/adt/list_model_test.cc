@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Lists under random operations, compared with a deque that also knows what cslist_prepend does to the tail.
+/// Random operations on lists and on a deque that models what cslist_prepend does to the tail.
 #include <deque>
 #include <set>
 #include <string>
@@ -56,7 +56,7 @@ rc::Gen<Operation> operations() {
       rc::gen::set(&Operation::out_of_memory, rc::gen::weightedElement<bool>({{15, false}, {1, true}})));
 }
 
-/// What a list must be: the items within reach from its head, and where its tail is.
+/// The expected list: the linked items and the position of the tail.
 struct Model {
   enum class Tail { none, last, out_of_reach };
 
@@ -108,7 +108,7 @@ struct Model {
   std::deque<std::string> chain;
   Tail tail = Tail::none;
   int32_t count = 0;
-  std::multiset<std::string> held;  // what was copied and not released, nulls included
+  std::multiset<std::string> held;  // copied and not released, nulls included
   bool by_letter = false;
 };
 
@@ -139,7 +139,7 @@ class Case {
     compare();
   }
 
-  /// end releases the list and compares what it released, and what it said of nodes out of reach.
+  /// end releases the list and compares the released items and the warning about missing nodes.
   void end(bool free_items) {
     const auto missing = model_.count - static_cast<int32_t>(model_.chain.size());
     int nulls = 0;
@@ -208,7 +208,7 @@ class Case {
     if (before != nullptr && list_->head != before) out_of_reach_.push_back(before);
   }
 
-  /// give_away releases what the list has given to its caller.
+  /// give_away releases an item that the list returned to its caller.
   void give_away(void *item) {
     const auto at = model_.held.find(label(item));
     if (item == nullptr || at == model_.held.end()) return;
@@ -231,7 +231,7 @@ class Case {
     compare_items();
   }
 
-  /// compare_items compares what was copied and not released; nulls are no items.
+  /// compare_items compares the items that were copied and not released, without nulls.
   void compare_items() {
     std::multiset<std::string> held = model_.held, live;
     held.erase("null");

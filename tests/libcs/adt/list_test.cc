@@ -40,7 +40,7 @@ ListPtr make_list() {
   return ListPtr(list);
 }
 
-/// A list of the caller's pointers whose releases are noted.
+/// make_pointer_list returns a list of borrowed pointers that records releases.
 ListPtr make_pointer_list() {
   ListPtr list = make_list();
   cslist_set_copy(list.get(), cslist_copy_nop);

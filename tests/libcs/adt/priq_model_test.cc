@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Priority queues under random operations, compared with a map of deques.
+/// Random operations on priority queues and on a map of deques.
 #include <climits>
 #include <deque>
 #include <map>
@@ -76,8 +76,8 @@ class Case {
  private:
   using Levels = std::map<int32_t, std::deque<void *>>;
 
-  /// A put makes a level in three allocations where there is none, and a node for the item in one more. The level stays
-  /// when there is no item for it.
+  /// A put makes a new level with three allocations and the item's node with another one. The level stays if there is
+  /// no memory for the node.
   void put(const Operation &operation) {
     support::HostRecord &host = support::host_record();
     int *const item = operation.kind == Kind::put_null ? nullptr : &items_.emplace_back();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Items of lists and hash tables that tell who holds them.
+/// Items of lists and hash tables that record which copies exist.
 #ifndef TESTS_LIBCS_ADT_TRACKED_ITEMS_H
 #define TESTS_LIBCS_ADT_TRACKED_ITEMS_H
 
@@ -12,13 +12,13 @@
 
 namespace rdm {
 
-/// TrackedItem is a copy that a container made. It begins with its text, so that it compares as a string.
+/// TrackedItem is a container's copy of an item. It begins with its text, so that it compares as a string.
 struct TrackedItem {
   char text[4];
   int serial;
 };
 
-/// TrackedItems holds every copy that was made and not yet released, by its serial number.
+/// TrackedItems holds every unreleased copy by serial number.
 struct TrackedItems {
   std::map<int, std::unique_ptr<TrackedItem>> live;
   int made = 0;
@@ -30,7 +30,7 @@ inline TrackedItems &tracked_items() {
   return items;
 }
 
-/// The texts that operations choose from; of the empty one the copy is null.
+/// The texts of operations; the copy of the empty one is null.
 constexpr const char *item_texts[] = {"a", "b", "ab", "c", "ba", ""};
 constexpr int item_text_count = 6;
 
@@ -59,20 +59,20 @@ inline int compare_letter(const void *item, const void *key) noexcept {
   return *static_cast<const char *>(item) - *static_cast<const char *>(key);
 }
 
-/// label names a stored item by its text and serial number, "null" where there is none.
+/// label returns text and serial number of a stored item, or "null".
 inline std::string label(const void *item) {
   if (item == nullptr) return "null";
   const auto *tracked = static_cast<const TrackedItem *>(item);
   return tracked->text + ('#' + std::to_string(tracked->serial));
 }
 
-/// matches says whether a label's text matches a key, by the first letter alone or whole.
+/// matches returns true if a label's text matches a key, by its first letter or in full.
 inline bool matches(const std::string &name, const std::string &key, bool by_letter) {
   if (name == "null") return false;
   return by_letter ? name[0] == (key.empty() ? '\0' : key[0]) : name.substr(0, name.find('#')) == key;
 }
 
-/// next_label is the label that a copy of a text gets next.
+/// next_label returns the label of the next copy of a text.
 inline std::string next_label(const std::string &text) {
   return text.empty() ? "null" : text + '#' + std::to_string(tracked_items().made + 1);
 }

@@ -21,7 +21,7 @@ std::ostream &operator<<(std::ostream &out, const Parts &parts) {
   return out << parts.result << " [" << parts.host << "] " << parts.port << " [" << parts.name << "]";
 }
 
-/// parse gives the two texts exactly the room that they may need.
+/// parse passes two buffers of exactly the size that the header demands.
 Parts parse(const char *csid) {
   const size_t room = csid == nullptr ? 1 : std::strlen(csid) + 1;
   std::vector<char> name(room, '?'), host(room, '?');
@@ -50,7 +50,7 @@ TEST(CsidUrl, ReadsThePartsAsScanfDoes) {
     const char *csid;
     Parts parts;
   } rows[] = {
-      {"x-catalog://a host\n/x:80/name", {0, "a host\n/x", 80, "name"}},  // anything but a colon
+      {"x-catalog://a host\n/x:80/name", {0, "a host\n/x", 80, "name"}},  // a host may hold anything but a colon
       {"x-catalog://host: \t80/name", {0, "host", 80, "name"}},
       {"x-catalog://host:+80/name", {0, "host", 80, "name"}},
       {"x-catalog://host:-80/name", {0, "host", -80, "name"}},

@@ -37,59 +37,42 @@ class RdmQuery : public support::HostTest {
   CsioPtr query;
 };
 
+/// header_with returns a header with a type and further lines; query_with a query with these lines.
+std::string header_with(const std::string &type, const std::string &lines = "") {
+  return "@RDMHEADER { -\nrdm-version{3}:\t1.0\nrdm-type{" + std::to_string(type.size()) + "}:\t" + type + "\n" +
+         lines + "}\n\n\n\n";
+}
+std::string query_with(const std::string &lines = "") { return "@RDMQUERY { -\n" + lines + "}\n"; }
+
 TEST_F(RdmQuery, HasAHeaderAndAQueryObject) {
   const struct {
     Pairs parameters;
-    const char *header, *query;
+    std::string header, query;
   } rows[] = {
-      {{{"type", "rd-request"}},
-       "@RDMHEADER { -\n"
-       "rdm-version{3}:\t1.0\n"
-       "rdm-type{10}:\trd-request\n"
-       "}\n\n\n\n",
-       "@RDMQUERY { -\n"
-       "}\n"},
+      {{{"type", "rd-request"}}, header_with("rd-request"), query_with()},
       {{{"csid", "x-catalog://h:1/n"}, {"ql", "search"}, {"type", "status-request"}},
-       "@RDMHEADER { -\n"
-       "rdm-version{3}:\t1.0\n"
-       "rdm-type{14}:\tstatus-request\n"
-       "rdm-query-language{6}:\tsearch\n"
-       "catalog-service-id{17}:\tx-catalog://h:1/n\n"
-       "}\n\n\n\n",
-       "@RDMQUERY { -\n"
-       "}\n"},
-      {{{"scope", "all"}, {"type", "rd-request"}},
-       "@RDMHEADER { -\n"
-       "rdm-version{3}:\t1.0\n"
-       "rdm-type{10}:\trd-request\n"
-       "}\n\n\n\n",
-       "@RDMQUERY { -\n"
-       "scope{3}:\tall\n"
-       "}\n"},
-      {{{"view-hits", "1..10"}, {"type", "t"}},
-       "@RDMHEADER { -\n"
-       "rdm-version{3}:\t1.0\n"
-       "rdm-type{1}:\tt\n"
-       "}\n\n\n\n",
-       "@RDMQUERY { -\n"
-       "view-hits{5}:\t1..10\n"
-       "}\n"},
+       header_with("status-request", "rdm-query-language{6}:\tsearch\ncatalog-service-id{17}:\tx-catalog://h:1/n\n"),
+       query_with()},
+      {{{"scope", "all"}, {"type", "t"}}, header_with("t"), query_with("scope{3}:\tall\n")},
+      {{{"view-hits", "1..10"}, {"type", "t"}}, header_with("t"), query_with("view-hits{5}:\t1..10\n")},
       {{{"view-attributes", "title,author"}, {"type", "t"}},
-       "@RDMHEADER { -\n"
-       "rdm-version{3}:\t1.0\n"
-       "rdm-type{1}:\tt\n"
-       "}\n\n\n\n",
-       "@RDMQUERY { -\n"
-       "view-attributes{12}:\ttitle,author\n"
-       "}\n"},
-      {{{"view-order", "title"}, {"type", "t"}},
-       "@RDMHEADER { -\n"
-       "rdm-version{3}:\t1.0\n"
-       "rdm-type{1}:\tt\n"
-       "}\n\n\n\n",
-       "@RDMQUERY { -\n"
-       "view-order{5}:\ttitle\n"
-       "}\n"},
+       header_with("t"),
+       query_with("view-attributes{12}:\ttitle,author\n")},
+      {{{"view-order", "title"}, {"type", "t"}}, header_with("t"), query_with("view-order{5}:\ttitle\n")},
+      // Other parameters are ignored, also in another letter case.
+      {{{"type", "t"}, {"rdm-type", "x"}, {"Scope", "x"}, {"1", "x"}, {"", "x"}}, header_with("t"), query_with()},
+      // Empty values are left out.
+      {{{"type", ""}, {"ql", ""}, {"csid", ""}, {"scope", ""}},
+       "@RDMHEADER { -\nrdm-version{3}:\t1.0\n}\n\n\n\n",
+       query_with()},
+      // The bytes of values are counted and kept.
+      {{{"type", "}\n\n@X { y\n"}, {"scope", "a\nb{2}:\tc\n"}},
+       header_with("}\n\n@X { y\n"),
+       query_with("scope{10}:\ta\nb{2}:\tc\n\n")},
+      // The first of equal parameters counts.
+      {{{"type", "one"}, {"type", "two"}, {"scope", "all"}, {"scope", "since"}},
+       header_with("one"),
+       query_with("scope{3}:\tall\n")},
   };
   for (const auto &row : rows) {
     EXPECT_EQ(convert(row.parameters), nullptr);
@@ -122,30 +105,6 @@ TEST_F(RdmQuery, WithoutATypeIsRefusedAndWritesNothing) {
   }
 }
 
-TEST_F(RdmQuery, IgnoresOtherParameters) {
-  EXPECT_EQ(convert({{"type", "t"}, {"rdm-type", "x"}, {"Scope", "x"}, {"1", "x"}, {"", "x"}}), nullptr);
-  EXPECT_EQ(contents(header.get()), "@RDMHEADER { -\nrdm-version{3}:\t1.0\nrdm-type{1}:\tt\n}\n\n\n\n");
-  EXPECT_EQ(contents(query.get()), "@RDMQUERY { -\n}\n");
-}
-
-TEST_F(RdmQuery, LeavesOutEmptyValues) {
-  EXPECT_EQ(convert({{"type", ""}, {"ql", ""}, {"csid", ""}, {"scope", ""}}), nullptr);
-  EXPECT_EQ(contents(header.get()), "@RDMHEADER { -\nrdm-version{3}:\t1.0\n}\n\n\n\n");
-  EXPECT_EQ(contents(query.get()), "@RDMQUERY { -\n}\n");
-}
-
-TEST_F(RdmQuery, CountsTheBytesOfValuesAndKeepsThem) {
-  EXPECT_EQ(convert({{"type", "}\n\n@X { y\n"}, {"scope", "a\nb{2}:\tc\n"}}), nullptr);
-  EXPECT_EQ(contents(header.get()), "@RDMHEADER { -\nrdm-version{3}:\t1.0\nrdm-type{10}:\t}\n\n@X { y\n\n}\n\n\n\n");
-  EXPECT_EQ(contents(query.get()), "@RDMQUERY { -\nscope{10}:\ta\nb{2}:\tc\n\n}\n");
-}
-
-TEST_F(RdmQuery, UsesTheFirstOfEqualParameters) {
-  EXPECT_EQ(convert({{"type", "one"}, {"type", "two"}, {"scope", "all"}, {"scope", "since"}}), nullptr);
-  EXPECT_EQ(contents(header.get()), "@RDMHEADER { -\nrdm-version{3}:\t1.0\nrdm-type{3}:\tone\n}\n\n\n\n");
-  EXPECT_EQ(contents(query.get()), "@RDMQUERY { -\nscope{3}:\tall\n}\n");
-}
-
 TEST_F(RdmQuery, FlushesBuffersThatMovedToAFile) {
   const std::string value(40000, 'x');
   EXPECT_EQ(convert({{"type", value}, {"scope", value}}, 32768), nullptr);
@@ -154,34 +113,8 @@ TEST_F(RdmQuery, FlushesBuffersThatMovedToAFile) {
     EXPECT_EQ(io->wbuf_len, 0);
     EXPECT_EQ(io->finished, 0) << "the caller finishes its buffers";
   }
-  EXPECT_EQ(contents(header.get()), "@RDMHEADER { -\nrdm-version{3}:\t1.0\nrdm-type{40000}:\t" + value + "\n}\n\n\n\n");
-  EXPECT_EQ(contents(query.get()), "@RDMQUERY { -\nscope{40000}:\t" + value + "\n}\n");
-}
-
-TEST_F(RdmQuery, SurvivesTheFailureOfAnyAllocation) {
-  for (long refused = 1;; ++refused) {
-    const PblockPtr block(host_param_create(7));
-    for (const char *name : {"type", "csid", "scope"}) host_param_add(name, "value", block.get());
-    header = make_csio();
-    query = make_csio();
-    const long before = host.allocations;
-    host.fail_allocation = before + refused;
-    EXPECT_EQ(pblock_pblock2rdm(block.get(), header.get(), query.get()), nullptr);
-    host.fail_allocation = 0;
-    if (host.allocations < before + refused) break;
-  }
-}
-
-TEST_F(RdmQuery, IsReadBackByTheParser) {
-  EXPECT_EQ(convert({{"type", "rd-request"}, {"csid", "x-catalog://h:1/n"}}), nullptr);
-  const std::string text = contents(header.get());
-  SoifReader reader(text);
-  const SoifPtr object = reader.next();
-  ASSERT_TRUE(object);
-  EXPECT_STREQ(object->template_name, "RDMHEADER");
-  EXPECT_STREQ(object->url, "-");
-  EXPECT_STREQ(soif_findval(object.get(), "rdm-type"), "rd-request");
-  EXPECT_STREQ(soif_findval(object.get(), "catalog-service-id"), "x-catalog://h:1/n");
+  EXPECT_EQ(contents(header.get()), header_with(value));
+  EXPECT_EQ(contents(query.get()), query_with("scope{40000}:\t" + value + "\n"));
 }
 
 }  // namespace

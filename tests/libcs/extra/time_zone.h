@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// The process's time zone as tests set it.
+/// Setting the time zone of the process.
 #ifndef TESTS_LIBCS_EXTRA_TIME_ZONE_H
 #define TESTS_LIBCS_EXTRA_TIME_ZONE_H
 
@@ -10,7 +10,7 @@
 
 namespace rdm::support {
 
-/// Zones with and without daylight-saving time, on either side of UTC and of the whole hour.
+/// Zones with and without daylight-saving time, east and west of UTC, also by half hours.
 inline constexpr const char *time_zones[] = {"UTC0",
                                              "PST8PDT,M3.2.0,M11.1.0",
                                              "CET-1CEST,M3.5.0,M10.5.0/3",
@@ -20,7 +20,7 @@ inline constexpr const char *time_zones[] = {"UTC0",
                                              "<+14>-14",
                                              "<-12>12"};
 
-/// TimeZone puts a zone, in the form of the TZ variable, into force for its lifetime.
+/// TimeZone sets the TZ variable for its lifetime.
 class TimeZone {
  public:
   explicit TimeZone(const char *zone) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// SOIF objects as the tests make and read them.
+/// Making and reading SOIF objects.
 #ifndef TESTS_LIBCS_SOIF_OBJECTS_H
 #define TESTS_LIBCS_SOIF_OBJECTS_H
 
@@ -30,7 +30,7 @@ inline int insert(const SoifPtr &object, const char *name, std::string_view valu
   return soif_insert(object.get(), name, value.data(), static_cast<int32_t>(value.size()));
 }
 
-/// value_of returns the bytes of an attribute, "(none)" when it is absent.
+/// value_of returns the bytes of an attribute, or "(none)".
 inline std::string value_of(const SoifPtr &object, const char *name) {
   const AVPair *pair = soif_find(object.get(), name);
   return pair != nullptr ? bytes_of(*pair) : "(none)";

@@ -31,7 +31,7 @@ class Generator {
   char pick(std::string_view characters) {
     return characters[static_cast<size_t>(number(0, static_cast<int>(characters.size()) - 1))];
   }
-  /// word starts with a character that a parser takes for neither white space nor a brace.
+  /// word returns a text without white space and opening braces.
   std::string word(int longest) {
     std::string text;
     for (int left = number(1, longest); left > 0; --left) text += pick("abcXYZ0189/.:-_%@}\xC3\xA4\x01\x7F");
@@ -71,7 +71,7 @@ class RoundTrip : public support::HostTest {
   }
 };
 
-TEST_F(RoundTrip, WhatIsPrintedParsesToTheSameObject) {
+TEST_F(RoundTrip, PrintedTextParsesToTheSameObjectWhichPrintsTheSameTextAgain) {
   Generator random;
   for (int i = 0; i < 200; ++i) {
     const SoifPtr original = random.object();
@@ -81,10 +81,14 @@ TEST_F(RoundTrip, WhatIsPrintedParsesToTheSameObject) {
     expect_equal(parsed.get(), original.get());
     EXPECT_FALSE(reader.next());
     if (HasFailure()) FAIL() << "object " << i << ": " << text_of(text);
+    // Both parsed objects have the same number of buckets, hence the same order.
+    const SoifBufferPtr printed = print(parsed.get());
+    const SoifPtr again = SoifReader(text_of(printed)).next();
+    EXPECT_EQ(text_of(print(again.get())), text_of(printed));
   }
 }
 
-TEST_F(RoundTrip, WhatIsPrintedToAFileParsesToTheSameObjects) {
+TEST_F(RoundTrip, ObjectsPrintedToAFileParseToTheSameObjects) {
   Generator random;
   const StdioPtr file(std::tmpfile());
   std::vector<SoifPtr> originals;
@@ -96,17 +100,6 @@ TEST_F(RoundTrip, WhatIsPrintedToAFileParsesToTheSameObjects) {
   for (const SoifPtr &original : originals) expect_equal(reader.next().get(), original.get());
   EXPECT_FALSE(reader.next());
   EXPECT_TRUE(reader.at_end());
-}
-
-TEST_F(RoundTrip, AParsedObjectPrintsTheSameTextAgain) {
-  Generator random;
-  for (int i = 0; i < 100; ++i) {
-    const SoifPtr original = random.object();
-    const SoifPtr parsed = SoifReader(text_of(print(original.get()))).next();
-    const SoifBufferPtr text = print(parsed.get());
-    const SoifPtr again = SoifReader(text_of(text)).next();
-    EXPECT_EQ(text_of(print(again.get())), text_of(text));
-  }
 }
 
 /// Damaged text must neither crash the parser nor make the two kinds of input differ.
@@ -125,7 +118,7 @@ TEST_F(RoundTrip, DamagedTextIsReadTheSameFromAStringAndFromAFile) {
     for (;;) {
       const SoifPtr a = from_file.next(), b = from_string.next();
       if (!a && !b && from_string.at_end()) break;
-      // A value cut by the end of input is where the two may differ.
+      // They may differ for a value that the end of input cuts.
       if (b && !a && from_file.at_end()) break;
       ASSERT_EQ(a == nullptr, b == nullptr) << text;
       if (a) expect_equal(a.get(), b.get());
