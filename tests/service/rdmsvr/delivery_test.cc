@@ -27,22 +27,18 @@ class Delivery : public support::HostTest {
 };
 
 TEST_F(Delivery, HeaderCarriesTypeLengthAndStatus) {
-  EXPECT_EQ(rdm_send_http_header(1234, &x_.session, &x_.request), HOST_DONE);
-  EXPECT_EQ(x_.response("content-type"), "application/x-rdm");
-  EXPECT_EQ(x_.response("content-length"), "1234");
-  EXPECT_EQ(host.status, 200);
-  EXPECT_EQ(host.reason, "");
-  EXPECT_EQ(host.responses_started, 1);
-}
-
-TEST_F(Delivery, HeaderOfTheLargestLength) {
-  rdm_send_http_header(UINT32_MAX, &x_.session, &x_.request);
-  EXPECT_EQ(x_.response("content-length"), "4294967295");
-}
-
-TEST_F(Delivery, HeaderOfNoLengthHasNone) {
-  rdm_send_http_header(0, &x_.session, &x_.request);
-  EXPECT_EQ(x_.responses("content-length"), 0);
+  const std::pair<uint32_t, const char *> rows[] = {{1234, "1234"}, {UINT32_MAX, "4294967295"}, {0, ""}};
+  for (const auto &[length, text] : rows) {
+    Exchange x("POST", "/rdm/incoming");
+    host.responses_started = 0;
+    EXPECT_EQ(rdm_send_http_header(length, &x.session, &x.request), HOST_DONE);
+    EXPECT_EQ(x.response("content-type"), "application/x-rdm");
+    EXPECT_EQ(x.response("content-length"), text);
+    EXPECT_EQ(x.responses("content-length"), length != 0 ? 1 : 0);
+    EXPECT_EQ(host.status, 200);
+    EXPECT_EQ(host.reason, "");
+    EXPECT_EQ(host.responses_started, 1);
+  }
 }
 
 TEST_F(Delivery, HeaderIsCompleteBeforeItGoesOut) {
@@ -76,6 +72,7 @@ TEST_F(Delivery, AsksItsHostInOrder) {
   const std::string path = result->filename;
   const support::Trace trace;
   EXPECT_EQ(send(buffer_of("answer")), 0);
+  EXPECT_EQ(x_.response("content-length"), "6");
   EXPECT_EQ(rdm_send_result(1, result, &file.session, &file.request), 0);
   const std::vector<std::string> expected = {"set_status 200",   "start_response", "net_write 6",
                                              "set_status 200",   "start_response", "open_read " + path,
@@ -102,12 +99,6 @@ TEST_F(Delivery, HeaderKeepsWhatIsAlreadySet) {
   EXPECT_EQ(x_.responses("content-length"), 1);
 }
 
-TEST_F(Delivery, SendsMemoryWithItsHeader) {
-  EXPECT_EQ(send(buffer_of("answer")), 0);
-  EXPECT_EQ(host.sent, "answer");
-  EXPECT_EQ(x_.response("content-length"), "6");
-}
-
 TEST_F(Delivery, SendsWithoutAHeaderWhereNoneIsWanted) {
   EXPECT_EQ(send(buffer_of("answer"), 0), 0);
   EXPECT_EQ(host.sent, "answer");
@@ -132,14 +123,6 @@ TEST_F(Delivery, SendsTheBytesOfAFileThatWaitInMemory) {
   EXPECT_EQ(send(result), 0);
   EXPECT_EQ(host.sent, std::string(50000, 'x') + "the end");
   EXPECT_EQ(x_.response("content-length"), "50007");
-}
-
-TEST_F(Delivery, MemoryThatHoldsNothingIsABadResult) {
-  const Diagnostics diagnostics;
-  csio *result = buffer_of("text");
-  result->length = 0;
-  EXPECT_EQ(send(result), -1);
-  EXPECT_EQ(diagnostics.text(), "ERROR: RDM Engine generated a bad result?\nERROR: \tZero length result.\n");
 }
 
 TEST_F(Delivery, ReportsALostClientFromLevelZeroUp) {
@@ -188,51 +171,35 @@ struct BadResult {
   const char *name;
   uint32_t flags;
   uint32_t length;
+  const char *bytes;  // in memory, null for none
   std::string diagnostics;
 };
 
 TEST_F(Delivery, ReportsEveryKindOfBadResult) {
   const std::string bad = "ERROR: RDM Engine generated a bad result?\n";
   const BadResult rows[] = {
-      {"an empty memory buffer", 0x01, 0,
+      {"memory that holds nothing", 0x01, 0, "text", bad + "ERROR: \tZero length result.\n"},
+      {"an empty memory buffer", 0x01, 0, nullptr,
        bad + "ERROR: \tZero length result.\nERROR: \tMemeory-based with no memory?\n"},
-      {"memory without data", 0x01, 5, bad + "ERROR: \tMemeory-based with no memory?\n"},
-      {"a file without a name", 0x10, 5, bad + "ERROR: \tFile-based with no filename?\n"},
-      {"an empty file without a name", 0x10, 0,
+      {"memory without data", 0x01, 5, nullptr, bad + "ERROR: \tMemeory-based with no memory?\n"},
+      {"a file without a name", 0x10, 5, nullptr, bad + "ERROR: \tFile-based with no filename?\n"},
+      {"an empty file without a name", 0x10, 0, nullptr,
        bad + "ERROR: \tZero length result.\nERROR: \tFile-based with no filename?\n"},
-      {"no backing", 0, 5, bad},
+      {"no backing", 0, 5, nullptr, bad},
   };
   for (const BadResult &row : rows) {
     const Diagnostics diagnostics;
-    CsioPtr result = make_csio();
+    CsioPtr result(buffer_of(row.bytes != nullptr ? row.bytes : ""));
     result->flags = row.flags;
     result->length = row.length;
     EXPECT_EQ(send(result.release()), -1) << row.name;
     EXPECT_EQ(diagnostics.text(), row.diagnostics) << row.name;
     EXPECT_EQ(host.sent, "") << row.name;
   }
-  EXPECT_EQ(host.responses_started, 5) << "the header goes out first";
-}
-
-TEST_F(Delivery, AnEmptyResultSendsAHeaderWithoutALength) {
-  const Diagnostics diagnostics;
-  csio *result = buffer_of("gone");
-  csio_reset(result);
-  EXPECT_EQ(send(result), -1);
-  EXPECT_EQ(host.responses_started, 1);
-  EXPECT_EQ(x_.responses("content-length"), 0);
-}
-
-TEST_F(Delivery, ReportsThatThereIsNoResultWithoutTouchingIt) {
+  EXPECT_EQ(host.responses_started, 6) << "the header goes out first";
   const Diagnostics diagnostics;
   EXPECT_EQ(send(nullptr), -1);
-  EXPECT_EQ(diagnostics.text(), "ERROR: RDM Engine generated a bad result?\nERROR: \tInvalid 'result'?\n");
-}
-
-TEST_F(Delivery, IsSilentAboutBadResultsAtLevelZero) {
-  const Diagnostics diagnostics(0);
-  EXPECT_EQ(send(buffer_of("")), -1);
-  EXPECT_EQ(diagnostics.text(), "");
+  EXPECT_EQ(diagnostics.text(), bad + "ERROR: \tInvalid 'result'?\n");
 }
 
 }  // namespace

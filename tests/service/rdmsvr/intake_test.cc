@@ -8,7 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "service/csid.h"
-#include "service/rdm.h"
+#include "service/message.h"
 #include "service/support/catalog.h"
 #include "service/support/trace.h"
 #include "support/diagnostics.h"
@@ -29,19 +29,13 @@ std::string refusal(const std::string &text) {
          "\n\n\n\n" + text + "\n\n";
 }
 
-std::string not_supported(const std::string &type) {
-  return soif("RDMHEADER", "-",
-              {{"rdm-version", "1.0"},
-               {"rdm-type", "status-response"},
-               {"rdm-error-message", "RDM-Type=" + type + " is not supported by this RDM server."}}) +
-         "\n\n";
-}
-
 constexpr char online[] = "@RDMHEADER { -\nrdm-version{3}:\t1.0\nrdm-type{15}:\tstatus-response\n}\n\n\n\n\nOnline.\n";
 
 std::string header(const std::string &type, const std::string &csid = books) {
   return soif("RDMHEADER", "-", {{"rdm-version", "1.0"}, {"rdm-type", type}, {"catalog-service-id", csid}});
 }
+
+using Headers = std::vector<std::pair<std::string, std::string>>;
 
 class Intake : public support::HostTest {
  protected:
@@ -59,11 +53,18 @@ class Intake : public support::HostTest {
     return rdm_service(nullptr, &x.session, &x.request);
   }
 
+  /// serve sends a request with these request headers.
+  int serve(const std::string &method, const std::string &uri, const Headers &headers = {},
+            const std::string &body = "") {
+    Exchange x(method, uri, body);
+    for (const auto &[name, value] : headers) x.header(name, value);
+    return serve(x);
+  }
+
   /// post sends a body with its length announced, or another length.
   int post(const std::string &uri, const std::string &body, int announced = -1) {
-    Exchange x("POST", uri, body);
-    x.header("content-length", std::to_string(announced < 0 ? static_cast<int>(body.size()) : announced));
-    return serve(x);
+    const int length = announced < 0 ? static_cast<int>(body.size()) : announced;
+    return serve("POST", uri, {{"content-length", std::to_string(length)}}, body);
   }
 
   int serve_drop_by_drop(const std::string &uri, const std::string &message, size_t failing = std::string::npos);
@@ -74,8 +75,8 @@ class Intake : public support::HostTest {
     return serve(x);
   }
 
-  /// expect_refused asserts what every refusal does: an answer with status 200 and a line for the host's error log.
-  /// expect_refused expects an answer with a text, and a line of the error log with the same or another one.
+  /// expect_refused asserts that the answer is a refusal with status 200, and that the error log has a line with the
+  /// same text or `report`.
   void expect_refused(const std::string &text, const std::string &what = "") { expect_refused(text, text, what); }
   void expect_refused(const std::string &text, const std::string &report, const std::string &what) {
     EXPECT_EQ(host.sent, refusal(text)) << what;
@@ -90,8 +91,7 @@ class Intake : public support::HostTest {
 
 TEST_F(Intake, WithoutMethodOrUriAborts) {
   for (const auto &[method, uri] : {std::pair{"", "/rdm/incoming"}, {"POST", ""}, {"", ""}}) {
-    Exchange x(method, uri);
-    EXPECT_EQ(serve(x), HOST_ABORT);
+    EXPECT_EQ(serve(method, uri), HOST_ABORT);
     expect_refused("Internal QXAPI error?");
   }
 }
@@ -121,8 +121,7 @@ TEST_F(Intake, AcceptsGetAndPostOnly) {
 
 TEST_F(Intake, ComparesMethodsInAnyLetterCase) {
   for (const char *method : {"get", "Get", "GET"}) {
-    Exchange x(method, "/rdm/status-request");
-    EXPECT_EQ(serve(x), HOST_DONE);
+    EXPECT_EQ(serve(method, "/rdm/status-request"), HOST_DONE);
     EXPECT_EQ(host.sent, online) << method;
   }
 }
@@ -155,9 +154,8 @@ TEST_F(Intake, ComparesUrisInAnyLetterCase) {
 TEST_F(Intake, RefusesAPostWithoutAUsableLength) {
   const char *const lengths[] = {"0", "-5", "", "many", "32769", "99999999999999999999", nullptr};
   for (const char *length : lengths) {
-    Exchange x("POST", "/rdm/status-request", header("status-request") + "\n\n");
-    if (length != nullptr) x.header("content-length", length);
-    EXPECT_EQ(serve(x), HOST_DONE);
+    const Headers headers = length != nullptr ? Headers{{"content-length", length}} : Headers{};
+    EXPECT_EQ(serve("POST", "/rdm/status-request", headers, header("status-request") + "\n\n"), HOST_DONE);
     expect_refused("Content-length is undefined or too long.", length != nullptr ? length : "no header");
   }
 }
@@ -166,9 +164,7 @@ TEST_F(Intake, ReadsTheLengthAsANumber) {
   const std::string message = header("status-request") + "\n\n";
   const std::string length = std::to_string(message.size());
   for (const std::string &text : {"+" + length, " \t" + length, length + "x", length + ".9", "000" + length}) {
-    Exchange x("POST", "/rdm/status-request", message);
-    x.header("content-length", text);
-    EXPECT_EQ(serve(x), HOST_DONE);
+    EXPECT_EQ(serve("POST", "/rdm/status-request", {{"content-length", text}}, message), HOST_DONE);
     EXPECT_EQ(host.sent, online) << text;
   }
 }
@@ -190,17 +186,10 @@ TEST_F(Intake, AGetTakesNothingFromTheInput) {
   EXPECT_EQ(x.session.input->position, 0);
 }
 
-TEST_F(Intake, RefusesAGetThatAnnouncesTooMuch) {
-  Exchange x("GET", "/rdm/status-request");
-  x.header("content-length", "32769");
-  EXPECT_EQ(serve(x), HOST_DONE);
+TEST_F(Intake, RefusesAGetThatAnnouncesTooMuchAndIgnoresOtherLengths) {
+  EXPECT_EQ(serve("GET", "/rdm/status-request", {{"content-length", "32769"}}), HOST_DONE);
   expect_refused("Content-length is undefined or too long.");
-}
-
-TEST_F(Intake, IgnoresTheLengthOfAGetWithinTheLimit) {
-  Exchange x("GET", "/rdm/status-request");
-  x.header("content-length", "32768");
-  EXPECT_EQ(serve(x), HOST_DONE);
+  EXPECT_EQ(serve("GET", "/rdm/status-request", {{"content-length", "32768"}}), HOST_DONE);
   EXPECT_EQ(host.sent, online);
 }
 
@@ -213,14 +202,12 @@ TEST_F(Intake, ReadsTheLongestMessage) {
 
 TEST_F(Intake, RefusesAnyContentEncoding) {
   for (const char *encoding : {"x-gzip", "gzip", "identity"}) {
-    Exchange x("POST", "/rdm/status-request", header("status-request") + "\n\n");
-    x.header("content-length", "100").header("content-encoding", encoding);
-    EXPECT_EQ(serve(x), HOST_DONE);
+    EXPECT_EQ(serve("POST", "/rdm/status-request", {{"content-length", "100"}, {"content-encoding", encoding}},
+                    header("status-request") + "\n\n"),
+              HOST_DONE);
     expect_refused("Unsupported content-encoding.", encoding);
   }
-  Exchange x("GET", "/rdm/status-request");
-  x.header("content-encoding", "");
-  EXPECT_EQ(serve(x), HOST_DONE);
+  EXPECT_EQ(serve("GET", "/rdm/status-request", {{"content-encoding", ""}}), HOST_DONE);
   EXPECT_EQ(host.sent, online);
 }
 
@@ -231,16 +218,15 @@ TEST_F(Intake, RefusesAGetWithoutAType) {
   expect_refused("Malformed RDM request - GET requires type");
 }
 
-TEST_F(Intake, TakesTheTypeOfAGetFromTheUri) {
-  EXPECT_EQ(get("/rdm/status-request"), HOST_DONE);
-  EXPECT_EQ(host.sent, online);
-  EXPECT_EQ(get("/rdm/status-request", "scope=all"), HOST_DONE);
-  EXPECT_EQ(host.sent, online);
-}
-
-TEST_F(Intake, PrefersTheTypeOfTheQuery) {
-  EXPECT_EQ(get("/rdm/status-request", "type=rd-request"), HOST_DONE);
-  expect_refused("Did not receive valid URI for RDM header.");
+TEST_F(Intake, TakesTheTypeOfAGetFromTheQueryOrElseFromTheUri) {
+  for (const char *query : {static_cast<const char *>(nullptr), "scope=all"}) {
+    EXPECT_EQ(get("/rdm/status-request", query), HOST_DONE);
+    EXPECT_EQ(host.sent, online);
+  }
+  for (const char *query : {"type=rd-request", "type=status-request&type=status-request", "type="}) {
+    EXPECT_EQ(get("/rdm/status-request", query), HOST_DONE);
+    expect_refused("Did not receive valid URI for RDM header.", query);
+  }
 }
 
 TEST_F(Intake, ValuesOfAQueryGoThroughAsTheyAre) {
@@ -254,7 +240,7 @@ TEST_F(Intake, ValuesOfAQueryGoThroughAsTheyAre) {
   }
 }
 
-// A CSID with a newline in it started a line of its own in the error log of a host that writes what it is given.
+// Regression: a CSID with a newline started a line of its own in the error log of a host that does not escape.
 TEST_F(Intake, NoClientStartsALineOfTheErrorLog) {
   const struct {
     const char *query, *csid, *reported;
@@ -271,19 +257,12 @@ TEST_F(Intake, NoClientStartsALineOfTheErrorLog) {
   }
 }
 
-/// Headers are printed without their empty values, so that the default catalog is asked.
+/// Headers print without empty values, so the default catalog is used.
 TEST_F(Intake, AnEmptyCatalogOfAQueryIsNone) {
   EXPECT_EQ(get("/rdm/status-request", "csid="), HOST_DONE);
   EXPECT_EQ(host.sent, online);
   EXPECT_EQ(post("/rdm/status-request", header("status-request", "") + "\nbody"), HOST_DONE);
   expect_refused("Unknown CSID: \n", "in a message it is what it says");
-}
-
-TEST_F(Intake, OneTypeOfAQueryIsEnough) {
-  EXPECT_EQ(get("/rdm/status-request", "type=status-request&type=status-request"), HOST_DONE);
-  expect_refused("Did not receive valid URI for RDM header.");
-  EXPECT_EQ(get("/rdm/status-request", "type="), HOST_DONE);
-  expect_refused("Did not receive valid URI for RDM header.", "an empty type is a type");
 }
 
 TEST_F(Intake, AQueryMakesNoLongerHeaderThanAMessageMayHave) {
@@ -299,10 +278,12 @@ TEST_F(Intake, ANulEndsAValueOfAHeader) {
 }
 
 TEST_F(Intake, OfEqualRequestHeadersTheFirstCounts) {
-  Exchange x("POST", "/rdm/status-request", header("status-request") + "\nbody");
-  x.header("content-length", std::to_string(x.session.input->size)).header("content-length", "0");
-  x.header("content-encoding", "").header("content-encoding", "x-gzip");
-  EXPECT_EQ(serve(x), HOST_DONE);
+  const std::string message = header("status-request") + "\nbody";
+  const Headers headers = {{"content-length", std::to_string(message.size())},
+                           {"content-length", "0"},
+                           {"content-encoding", ""},
+                           {"content-encoding", "x-gzip"}};
+  EXPECT_EQ(serve("POST", "/rdm/status-request", headers, message), HOST_DONE);
   EXPECT_EQ(host.sent, online);
 }
 
@@ -314,11 +295,9 @@ TEST_F(Intake, ARequestHeaderThatCannotBeLookedUpIsNotThere) {
     return -1;
   };
   qxapi_bind(&table);
-  Exchange x("GET", "/rdm/status-request");
-  EXPECT_EQ(serve(x), HOST_DONE);
+  EXPECT_EQ(get("/rdm/status-request"), HOST_DONE);
   EXPECT_EQ(host.sent, online) << "no encoding";
-  Exchange y("POST", "/rdm/status-request", header("status-request") + "\nbody");
-  EXPECT_EQ(serve(y), HOST_DONE);
+  EXPECT_EQ(serve("POST", "/rdm/status-request", {}, header("status-request") + "\nbody"), HOST_DONE);
   expect_refused("Content-length is undefined or too long.");
 }
 
@@ -354,8 +333,8 @@ TEST_F(Intake, RefusesAHeaderCutByItsLength) {
   }
 }
 
-/// Of a header that its length ends, the last byte that is not white space must be a brace, wherever the object ended.
-/// The text behind a closed object was once passed over, and the message refused for its length.
+/// If the announced length ends within the header, its last byte other than white space must be a brace, wherever the
+/// object ended. Regression: text after a closed object was skipped, and the message refused for its length.
 TEST_F(Intake, AHeaderThatItsLengthEndsMustEndInABrace) {
   const std::string closed = header("status-request");
   const support::Diagnostics diagnostics;
@@ -370,7 +349,7 @@ TEST_F(Intake, AHeaderThatItsLengthEndsMustEndInABrace) {
   EXPECT_EQ(diagnostics.text(), "") << "the text is not parsed";
 }
 
-/// Any brace will do, so such a header follows the further checks.
+/// Any brace passes, so such a header reaches the later checks.
 TEST_F(Intake, AHeaderThatItsLengthEndsInABraceFollowsTheSteps) {
   const std::string closed = header("status-request"), open = closed.substr(0, closed.size() - 2);
   const std::string type = soif("RDMHEADER", "-", {{"rdm-version", "1.0"}, {"rdm-type", "rd-request"}});
@@ -404,16 +383,9 @@ TEST_F(Intake, AHeaderThatUsesUpItsLengthIsReadToTheEndOfInputAndRefused) {
   expect_refused("Did not receive content-length bytes.", "closed, but without the empty line");
 }
 
-TEST_F(Intake, OneByteOfBodyIsEnough) {
-  EXPECT_EQ(post("/rdm/status-request", header("status-request") + "\n\n"), HOST_DONE);
-  EXPECT_EQ(host.sent, online);
-}
-
 TEST_F(Intake, AnErrorOfTheInputEndsIt) {
-  Exchange x("POST", "/rdm/status-request", header("status-request") + "\n");
-  x.header("content-length", std::to_string(x.session.input->size));
   host.fail_input = true;
-  EXPECT_EQ(serve(x), HOST_DONE);
+  EXPECT_EQ(post("/rdm/status-request", header("status-request") + "\n"), HOST_DONE);
   expect_refused("Did not receive content-length bytes.");
 }
 
@@ -422,12 +394,12 @@ TEST_F(Intake, ABodyShorterThanAnnouncedIsPadded) {
   EXPECT_EQ(host.sent, online) << "a host that has no more yields zeros";
 }
 
-/// A host that hands out one to three bytes of the input at a time, and an error in place of one byte.
+/// A host that provides one to three bytes of the input at a time, and an error in place of one byte.
 struct Drip {
   std::string input{};
   size_t taken = 0;                    // of the input so far
   size_t failing = std::string::npos;  // the byte that is an error
-  std::vector<int> hopes{};            // what each call hoped for
+  std::vector<int> hopes{};            // the bytes that each call asked for
 };
 Drip drip;
 
@@ -439,7 +411,7 @@ int drip_next(host_input *input, int hope) {
     ++drip.taken;
     return -1;
   }
-  // A byte that fails is not handed out together with those before it.
+  // The failing byte is not provided together with those before it.
   const size_t piece = std::min({1 + at % 3, drip.input.size() - at, drip.failing > at ? drip.failing - at : 3});
   input->data = reinterpret_cast<const unsigned char *>(drip.input.data()) + at;
   input->size = static_cast<int32_t>(piece);
@@ -448,7 +420,7 @@ int drip_next(host_input *input, int hope) {
   return input->data[0];
 }
 
-/// serve_drop_by_drop posts a message that arrives in pieces, with an error in place of the byte `failing`.
+/// serve_drop_by_drop posts a message that arrives in pieces, with an error in place of byte `failing`.
 int Intake::serve_drop_by_drop(const std::string &uri, const std::string &message, size_t failing) {
   qxapi_host table = support::memory_host();
   table.input_next = drip_next;
@@ -543,7 +515,7 @@ TEST_F(Intake, AsksItsHostInOrder) {
                 "report_error 0 rdm-service: Malformed RDM request - Use POST method.", "exit service"}));
 }
 
-/// Before the service has been set up there are neither sections nor catalogs.
+/// Before rdm_init there are neither sections nor catalogs.
 TEST_F(Intake, WithoutSetUpRefuses) {
   csid_terminate();
   host_free(std::exchange(rdm_service_crit, nullptr));
@@ -560,7 +532,7 @@ TEST_F(Intake, WithoutTheSectionAnswersTheSame) {
             (std::vector<std::string>{"param_create 7", "set_status 200", "start_response", "net_write 79"}));
 }
 
-/// The status that the handler sets does not reach the client: every answer goes out with 200.
+/// The handler's status does not reach the client: every answer has status 200.
 TEST_F(Intake, ABadScopeIsReportedBeforeItIsAnswered) {
   Exchange x("GET", "/rdm/rd-request");
   x.query("ql=gatherer&scope=some");
@@ -593,7 +565,7 @@ TEST_F(Intake, ADescriptionIsOpenedAfterTheHeaderHasGoneOut) {
                                                      "buffer_send", "buffer_close", "exit service"}));
 }
 
-/// The buffers of a request take 32768 bytes of memory with the NUL behind them; one byte more is a file.
+/// The buffers of a request may take 32768 bytes of memory with the NUL; with one more they move to a file.
 TEST_F(Intake, MessagesBeyondTheMemoryOfTheirBuffersGoThroughFiles) {
   const std::string head = header("status-request") + "\n";
   const struct {
@@ -615,7 +587,7 @@ TEST_F(Intake, MessagesBeyondTheMemoryOfTheirBuffersGoThroughFiles) {
   EXPECT_EQ(std::count(trace.calls().begin(), trace.calls().end(), "open_write"), 1) << "the body of a query";
 }
 
-/// A handler that has sent its answer leaves nothing to send.
+/// If the handler has sent its answer, nothing more is sent.
 TEST_F(Intake, AnswersThatTheirHandlerSendsGoOutOnce) {
   support::Catalog catalog(directory_);
   const std::string record = soif("DOCUMENT", "u", {{"title", "T"}});
@@ -623,12 +595,7 @@ TEST_F(Intake, AnswersThatTheirHandlerSendsGoOutOnce) {
   catalog.index({{1000, 1}});
   const support::Registry registry(
       directory_, "csid=\"" + std::string(books) + "\" catalog-database=\"" + catalog.path() + "\"\n", books);
-  const std::string message = soif("RDMHEADER", "-",
-                                   {{"rdm-version", "1.0"},
-                                    {"rdm-type", "rd-request"},
-                                    {"rdm-query-language", "gatherer"},
-                                    {"catalog-service-id", books}}) +
-                              "\n\n\n\r\n" + soif("RDMQUERY", "-", {{"scope", "all"}});
+  const std::string message = rd_request("\n\n\r\n" + soif("RDMQUERY", "-", {{"scope", "all"}}));
   Exchange x("POST", "/rdm/rd-request", message);
   x.header("content-length", std::to_string(message.size()));
   EXPECT_EQ(rdm_type(nullptr, &x.session, &x.request), HOST_DONE);
@@ -640,44 +607,19 @@ TEST_F(Intake, AnswersThatTheirHandlerSendsGoOutOnce) {
   EXPECT_EQ(x.response("content-length"), std::to_string(host.sent.size()));
 }
 
-struct UriRow {
-  int32_t type;
-  const char *name;
-  bool incoming;
-};
-
-const UriRow uri_rows[] = {
-    {1, "rd-request", true},
-    {2, "rd-delete-request", false},
-    {3, "rd-response", false},
-    {4, "rd-delete-response", false},
-    {5, "server-description-request", false},
-    {6, "server-description-response", false},
-    {7, "schema-description-request", true},
-    {8, "schema-description-response", false},
-    {9, "taxonomy-description-request", true},
-    {10, "taxonomy-description-response", false},
-    {11, "status-request", true},
-    {12, "status-response", false},
-    {0, "Unknown", false},
-    {13, "Unknown", false},
-};
-
 TEST_F(Intake, EveryTypeHasItsUriAndSomeMayUseIncoming) {
-  for (const UriRow &row : uri_rows) {
-    EXPECT_EQ(rdm_validate_uri(("/rdm/" + std::string(row.name)).c_str(), row.type), 1) << row.name;
-    EXPECT_EQ(rdm_validate_uri("/rdm/incoming", row.type), row.incoming ? 1 : 0) << row.name;
-    EXPECT_EQ(rdm_validate_uri("/RDM/INCOMING", row.type), row.incoming ? 1 : 0) << row.name;
-    EXPECT_EQ(rdm_validate_uri("/rdm/something", row.type), 0) << row.name;
-    EXPECT_EQ(rdm_validate_uri("/rdm/", row.type), 0) << row.name;
-    EXPECT_EQ(rdm_validate_uri("", row.type), 0) << row.name;
+  for (int32_t type = -1; type <= 13; ++type) {
+    const bool incoming = type == RDM_RD_REQUEST || type == RDM_SCHEMA_REQUEST || type == RDM_TAXONOMY_REQUEST ||
+                          type == RDM_STATUS_REQUEST;
+    const std::string own = std::string("/rdm/") + rdm_type_name(type);
+    EXPECT_EQ(rdm_validate_uri(own.c_str(), type), 1) << type;
+    for (const char *uri : {"/rdm/incoming", "/RDM/INCOMING"})
+      EXPECT_EQ(rdm_validate_uri(uri, type), incoming ? 1 : 0) << type;
+    for (const std::string &uri : {std::string("/rdm/something"), std::string("/rdm/"), std::string(), own + "/"})
+      EXPECT_EQ(rdm_validate_uri(uri.c_str(), type), 0) << type;
   }
-}
-
-TEST_F(Intake, TheUriMustBeOfThePrintedName) {
-  EXPECT_EQ(rdm_validate_uri("/rdm/rd-update-request", 1), 0);
-  EXPECT_EQ(rdm_validate_uri("/rdm/STATUS-request", 11), 1);
-  EXPECT_EQ(rdm_validate_uri("/rdm/status-request/", 11), 0);
+  EXPECT_EQ(rdm_validate_uri("/rdm/rd-update-request", RDM_RD_REQUEST), 0) << "it must be the printed name";
+  EXPECT_EQ(rdm_validate_uri("/rdm/STATUS-request", RDM_STATUS_REQUEST), 1);
 }
 
 TEST_F(Intake, RefusesATypeOnAUriOfAnother) {
@@ -697,7 +639,7 @@ TEST_F(Intake, RefusesACatalogThatIsNotConfigured) {
   expect_refused("Unknown CSID: " + longest + "\n");
 }
 
-/// A header of a hundred bytes named a catalog of 256 MiB, which the answer then echoed twice.
+/// Regression: a header of a hundred bytes named a catalog of 256 MiB, which the answer echoed twice.
 TEST_F(Intake, TheNameOfACatalogIsPaddedByAtMost65536Bytes) {
   const std::string open = "@RDMHEADER { -\nrdm-version{3}:\t1.0\nrdm-type{14}:\tstatus-request\ncatalog-service-id{";
   EXPECT_EQ(post("/rdm/status-request", open + "65538}:\tx\n\nbody"), HOST_DONE);
@@ -719,50 +661,30 @@ TEST_F(Intake, TheBodyIsNotReadForACatalogThatIsNotConfigured) {
   EXPECT_EQ(x.session.input->position, static_cast<int32_t>(head.size()));
 }
 
+/// Each request fails the check with the expected text and some later ones.
 TEST_F(Intake, ChecksComeInOrder) {
-  Exchange x("PUT", "/elsewhere");
-  x.header("content-encoding", "x-gzip");
-  EXPECT_EQ(serve(x), HOST_DONE);
-  expect_refused("Malformed RDM request - Use POST method.");
-
-  Exchange y("POST", "/elsewhere");
-  y.header("content-encoding", "x-gzip");
-  EXPECT_EQ(serve(y), HOST_DONE);
-  expect_refused("Malformed RDM request - Invalid URI.");
-
-  Exchange z("POST", "/rdm/incoming");
-  z.header("content-encoding", "x-gzip");
-  EXPECT_EQ(serve(z), HOST_DONE);
-  expect_refused("Content-length is undefined or too long.");
-
-  Exchange encoded("GET", "/rdm/incoming");
-  encoded.header("content-encoding", "x-gzip");
-  EXPECT_EQ(serve(encoded), HOST_DONE);
-  expect_refused("Unsupported content-encoding.", "before the type is missed");
-
-  Exchange queried("PUT", "/elsewhere");
-  queried.query("a=b");
-  EXPECT_EQ(serve(queried), HOST_DONE);
-  expect_refused("Malformed RDM request - Use GET method.");
-
-  EXPECT_EQ(post("/rdm/rd-request", soif("RDMHEADER", "-", {{"rdm-type", "status-request"}}) + "\n\n"), HOST_DONE);
-  expect_refused("Did not receive valid RDM message header.", "before the URI is compared");
-
-  EXPECT_EQ(post("/rdm/rd-request", header("status-request", "unconfigured") + "\n\n"), HOST_DONE);
-  expect_refused("Did not receive valid URI for RDM header.");
-
-  EXPECT_EQ(post("/rdm/status-request", header("status-request", "unconfigured") + "\n"), HOST_DONE);
-  expect_refused("Unknown CSID: unconfigured\n", "before the body is read");
-}
-
-TEST_F(Intake, AnswersOtherMessagesThatTheyAreNotSupported) {
-  for (const char *type : {"rd-response", "rd-delete-request", "rd-delete-response"}) {
-    EXPECT_EQ(post("/rdm/" + std::string(type), header(type) + "\n\n"), HOST_DONE);
-    EXPECT_EQ(host.sent, not_supported(type));
-    EXPECT_TRUE(host.reports.empty());
+  const struct {
+    const char *method, *uri, *query, *refusal;
+  } rows[] = {{"PUT", "/elsewhere", "a=b", "Malformed RDM request - Use GET method."},
+              {"PUT", "/elsewhere", nullptr, "Malformed RDM request - Use POST method."},
+              {"POST", "/elsewhere", nullptr, "Malformed RDM request - Invalid URI."},
+              {"POST", "/rdm/incoming", nullptr, "Content-length is undefined or too long."},
+              {"GET", "/rdm/incoming", nullptr, "Unsupported content-encoding."}};  // before the missing type
+  for (const auto &row : rows) {
+    Exchange x(row.method, row.uri);
+    x.header("content-encoding", "x-gzip");
+    if (row.query != nullptr) x.query(row.query);
+    EXPECT_EQ(serve(x), HOST_DONE);
+    expect_refused(row.refusal);
   }
-  EXPECT_EQ(post("/rdm/unknown", header("hello") + "\n\n"), HOST_DONE);
-  EXPECT_EQ(host.sent, not_supported("Unknown"));
+  const std::pair<std::string, const char *> messages[] = {
+      {soif("RDMHEADER", "-", {{"rdm-type", "status-request"}}) + "\n\n", "Did not receive valid RDM message header."},
+      {header("status-request", "unconfigured") + "\n\n", "Did not receive valid URI for RDM header."},
+      {header("rd-request", "unconfigured") + "\n", "Unknown CSID: unconfigured\n"}};  // before the body is read
+  for (const auto &[message, text] : messages) {
+    EXPECT_EQ(post("/rdm/rd-request", message), HOST_DONE);
+    expect_refused(text);
+  }
 }
 
 TEST_F(Intake, AnswersCarryTheirTypeAndLengthOnce) {
@@ -791,18 +713,16 @@ TEST_F(Intake, AFailedDeliveryIsTheResult) {
   EXPECT_EQ(rdm_service(nullptr, &x.session, &x.request), -1);
 }
 
-TEST_F(Intake, StopWithoutAMessageHasOne) {
-  Exchange x("GET", "/rdm/status-request");
-  EXPECT_EQ(rdm_stop(nullptr, "somewhere", -7, &x.session, &x.request), -7);
-  EXPECT_EQ(host.sent, refusal("RDM Server Error"));
-  EXPECT_EQ(host.reports, std::vector<std::string>{"0 somewhere: RDM Server Error"});
-}
-
-TEST_F(Intake, StopTakesItsMessageAsItStands) {
-  Exchange x("GET", "/rdm/status-request");
-  EXPECT_EQ(rdm_stop("%s%n%d", "somewhere", 0, &x.session, &x.request), 0);
-  EXPECT_EQ(host.sent, refusal("%s%n%d"));
-  EXPECT_EQ(host.reports, std::vector<std::string>{"0 somewhere: %s%n%d"});
+TEST_F(Intake, StopReportsItsMessageUnchangedOrADefault) {
+  const std::pair<const char *, std::string> rows[] = {{nullptr, "RDM Server Error"}, {"%s%n%d", "%s%n%d"}};
+  for (const auto &[message, text] : rows) {
+    Exchange x("GET", "/rdm/status-request");
+    host.sent.clear();
+    host.reports.clear();
+    EXPECT_EQ(rdm_stop(message, "somewhere", -7, &x.session, &x.request), -7);
+    EXPECT_EQ(host.sent, refusal(text));
+    EXPECT_EQ(host.reports, std::vector<std::string>{"0 somewhere: " + text});
+  }
 }
 
 TEST_F(Intake, TypeStepSetsTheContentTypeOfItsOwnUris) {

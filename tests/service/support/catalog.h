@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Catalogs and a registry of catalog services, made for one test.
+/// Catalogs and registries of catalog services for a single test.
 #ifndef TESTS_SERVICE_SUPPORT_CATALOG_H
 #define TESTS_SERVICE_SUPPORT_CATALOG_H
 
@@ -12,11 +12,11 @@
 
 namespace rdm::support {
 
-/// soif returns an object as text: template, URL and attributes as they stand.
+/// soif returns the text of an object; the attributes keep their order.
 std::string soif(const std::string &template_name, const std::string &url,
                  const std::vector<std::pair<std::string, std::string>> &attributes);
 
-/// Catalog is a database with its index beside it.
+/// Catalog is a database with its index.
 class Catalog {
  public:
   explicit Catalog(const TemporaryDirectory &directory, const std::string &name = "catalog.db");

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// The calls that the service makes of its host, in their order.
+/// The service's calls of its host, in order.
 #ifndef TESTS_SERVICE_SUPPORT_TRACE_H
 #define TESTS_SERVICE_SUPPORT_TRACE_H
 
@@ -10,9 +10,9 @@
 
 namespace rdm::support {
 
-/// Trace is a memory host that notes, for its lifetime, what is asked of it: blocks of pairs, files and their readers,
-/// sections ("log", "service"), statuses, answers, exits and reports. Files that are opened for writing have no name
-/// that a test could know.
+/// Trace is a memory host that records, for its lifetime, the calls that concern parameter blocks, files and their
+/// readers, sections ("log", "service"), statuses, answers, exits and reports. The names of files opened for writing
+/// are omitted, as they are random.
 class Trace {
  public:
   Trace();
@@ -22,11 +22,11 @@ class Trace {
 
   const std::vector<std::string> &calls() const;
 
-  /// host is the table in force, for tests that replace more of it: bind it again after a change.
+  /// host is the current table. To replace more of it, change it and bind it again.
   qxapi_host host;
 };
 
-/// open_descriptors counts the descriptors that the process has open.
+/// open_descriptors returns the number of open descriptors of the process.
 long open_descriptors();
 
 }  // namespace rdm::support
