@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// A catalog file may hold anything: no byte of it makes a read crash, hang or return what it should not.
+/// Damaged catalog files: a read never crashes, hangs or returns a wrong record.
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -28,8 +28,8 @@ using records::value_of;
 constexpr unsigned page_size = 512;
 constexpr unsigned child_seconds = 60;
 
-/// in_child runs a step in a process of its own and returns its exit code, or -signal when it was killed, which happens
-/// at the latest after child_seconds.
+/// in_child runs a step in a child process. Returns its exit status, or minus the signal that killed it, SIGALRM after
+/// child_seconds.
 int in_child(const std::function<int()> &step) {
   const pid_t child = fork();
   if (child == 0) {
@@ -50,8 +50,8 @@ class Damage : public support::HostTest {
     header = hashdb::decode(reinterpret_cast<const unsigned char *>(bytes.data()));
   }
 
-  /// read_all opens the file for reading and returns the records by key; every answer must be 0, 1 or -1 and both ways
-  /// of reading must end. A refused open leaves `refused` true.
+  /// read_all opens the file for reading and returns the records by key. Every result must be 0, 1 or -1, and the walk
+  /// must end. `refused` is set to true if the open fails.
   Records read_all(bool &refused) {
     Records found;
     const DatabasePtr db(dba_open(path.c_str(), "r"));
@@ -68,7 +68,7 @@ class Damage : public support::HostTest {
     return found;
   }
 
-  /// survives writes changed bytes and returns 0 when the file can be read to the end.
+  /// survives writes changed bytes. Returns 0 if the file can be read to the end.
   int survives(const std::string &changed) {
     support::write_file(path, changed);
     return in_child([&] {
@@ -82,7 +82,7 @@ class Damage : public support::HostTest {
     return hashdb::bucket_of(header, hashdb::default_hash(name.data(), name.size()));
   }
 
-  /// damaged_buckets returns how many buckets have a record that is not found as it was.
+  /// damaged_buckets returns the number of buckets with a record that is missing or changed.
   size_t damaged_buckets() {
     bool refused = false;
     const Records found = read_all(refused);
@@ -93,7 +93,7 @@ class Damage : public support::HostTest {
     return buckets.size();
   }
 
-  /// pages_within_values returns the addresses of overflow pages with a part of a value that goes on behind them.
+  /// pages_within_values returns the addresses of overflow pages on which a value continues.
   std::vector<uint16_t> pages_within_values() const {
     std::vector<uint16_t> addresses;
     for (uint32_t split = 0; split <= header.overflow_point; ++split)
@@ -108,7 +108,7 @@ class Damage : public support::HostTest {
       }
     return addresses;
   }
-  /// next_of returns where such a page goes on; redirected is the file with another place there.
+  /// next_of returns the address of the page after such a page; redirected returns the file with another address there.
   uint16_t next_of(uint16_t address) const {
     uint16_t next = 0;
     std::memcpy(&next, &bytes[hashdb::overflow_page(header, address) * page_size + 6], sizeof next);
@@ -166,7 +166,7 @@ TEST_F(Damage, ChangedBitsOfTheHeaderThatMatterAreRefused) {
   }
 }
 
-/// The first bytes of a page say where everything lies; the others are the records.
+/// The first bytes of a page are its slots; every bit of them is flipped, but only some of the records.
 TEST_F(Damage, AChangedBitOfAPageCostsOneBucketAtMost) {
   for (size_t page = header.header_pages; page * page_size < bytes.size(); ++page) {
     const int outcome = in_child([&] {
@@ -197,7 +197,7 @@ TEST_F(Damage, RandomBytesBehindASoundHeaderAreReadToTheirEnd) {
   }
 }
 
-/// Slots drawn from the values that mean something reach deeper than random bytes do.
+/// Random slots with meaningful values reach deeper than random bytes.
 TEST_F(Damage, RandomSlotsAreReadToTheirEnd) {
   for (unsigned seed = 0; seed < 300; ++seed) {
     std::mt19937 random(seed);
@@ -231,7 +231,7 @@ TEST_F(Damage, PagesThatFormALoopAreNoticed) {
   EXPECT_GE(loops_of_two, 2u);
 }
 
-/// What is missing of a value is not made up: the last page of a record says so, or the record is damaged.
+/// If the last page of a value is not marked as such, the record is damaged.
 TEST_F(Damage, AValueWithoutItsLastPageIsDamaged) {
   size_t last_pages = 0;
   for (const uint16_t address : pages_within_values()) {

@@ -55,7 +55,7 @@ TEST_F(Reading, ReadsRecordsOfEveryLengthAroundAPage) {
   }
 }
 
-/// Not with the last byte of a record at the end of a page whose key took more than one: the library spoils such files.
+/// Except records that end with a page and whose key took more than one: the library corrupts such files.
 TEST_F(Reading, ReadsKeysOfEveryLengthAroundAPage) {
   constexpr unsigned room = 128 - 14;
   for (unsigned length = 1; length < 400; ++length)
@@ -98,7 +98,7 @@ TEST_F(Reading, ReadsLongAndShortRecordsOfOneBucket) {
   }
 }
 
-/// The last page of a long record may have room for others, whose bytes end where those of the long one begin.
+/// The last page of a long record may hold other records, whose bytes end where those of the long one begin.
 TEST_F(Reading, ReadsAShortRecordBehindALongOneOnItsLastPage) {
   Records all{{number_one, value_of(1, 700)}};
   ASSERT_TRUE(records::make_with_library(path, all, 512));
@@ -138,7 +138,7 @@ TEST_F(Reading, ReadsPagesOfEverySizeAndByteOrder) {
     }
 }
 
-/// make_random_changes puts and deletes records through the library, which now and then loses one.
+/// make_random_changes puts and deletes records through the library, which sometimes loses one.
 void make_random_changes(const std::string &path, unsigned seed) {
   std::mt19937 random(seed);
   HASHINFO info{};
@@ -216,7 +216,7 @@ TEST_F(Reading, ClosingGivesBackWhatLongValuesTook) {
   EXPECT_EQ(host.live_blocks, 0);
 }
 
-/// Reading a long value takes a page buffer and room for the key and the value, which grows.
+/// Reading a long value allocates a page buffer, the key and the value, which grows.
 TEST_F(Reading, FailsWhenMemoryDoes) {
   ASSERT_TRUE(records::make_with_library(path, {{"00000001", value_of(1, 5000)}}, 512));
   int failures = 0;

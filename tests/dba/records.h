@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Databases that tests make and read.
+/// Making and reading databases.
 #ifndef TESTS_DBA_RECORDS_H
 #define TESTS_DBA_RECORDS_H
 
@@ -22,14 +22,14 @@ inline std::string key_of(unsigned number) {
   return text;
 }
 
-/// value_of returns `length` bytes that differ between records and between places.
+/// value_of returns `length` bytes that differ between records and offsets.
 inline std::string value_of(unsigned number, size_t length) {
   std::string value(length, ' ');
   for (size_t i = 0; i < length; ++i) value[i] = static_cast<char>((size_t{31} * number + i * 7 + i / 251) & 0xFF);
   return value;
 }
 
-/// item refers to a text that must outlive it.
+/// item returns a DBT of a text, which must outlive it.
 inline DBT item(const std::string &&) = delete;
 inline DBT item(const std::string &text) { return {const_cast<char *>(text.data()), text.size()}; }
 inline std::string text(const DBT &item) { return {static_cast<const char *>(item.data), item.size}; }
@@ -61,7 +61,7 @@ inline Found get(DB *db, const std::string &name) {
   return {result, result == 0 ? text(value) : ""};
 }
 
-/// walk reads all records by dba_first and dba_next; `result` receives the last answer, 1 for a complete walk.
+/// walk reads all records with dba_first and dba_next; `result` is their last result, 1 after a complete walk.
 inline Records walk(DB *db, int &result) {
   Records found;
   DBT key{}, value{};

@@ -134,7 +134,7 @@ TEST_F(HashFile, BucketsAndOverflowPagesShareTheFile) {
   header.overflow_point = 3;
   const uint32_t spares[] = {0, 2, 2, 5};
   std::copy(std::begin(spares), std::end(spares), header.spares);
-  // Behind bucket 1 (the end of doubling 1) lie two overflow pages, behind bucket 7 three.
+  // Two overflow pages follow bucket 1 (the end of doubling 1), three follow bucket 7.
   const uint64_t pages[] = {1, 2, 5, 6, 7, 8, 9, 10};
   for (uint32_t bucket = 0; bucket < 8; ++bucket) EXPECT_EQ(bucket_page(header, bucket), pages[bucket]) << bucket;
   EXPECT_EQ(overflow_page(header, hashdb::overflow_address(1, 1)), 3u);

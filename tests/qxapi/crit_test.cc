@@ -10,7 +10,6 @@
 #include <qxapi/qxapi.h>
 
 #include "qxapi/guard.h"
-#include "support/memory_host.h"
 
 using namespace rdm;
 
@@ -49,13 +48,6 @@ TEST(CriticalSection, EnteringWaitsForTheExit) {
   host_crit_exit(section());
   second.join();
   EXPECT_TRUE(entered);
-}
-
-class CriticalSectionMemory : public support::HostTest {};
-
-TEST_F(CriticalSectionMemory, WithoutMemoryThereIsNone) {
-  host.fail_allocation = host.allocations + 1;
-  EXPECT_EQ(qxapi_posix_host()->crit_create(), nullptr);
 }
 
 void print(void *text) { std::fprintf(stderr, "%s.", static_cast<const char *>(text)); }

@@ -30,7 +30,7 @@ TEST_F(Guard, NewRecordsAreZeroed) {
     int64_t number;
     char *text;
   };
-  // The allocator hands out what was used before.
+  // The allocator returns memory that was used before.
   void *const used = host_alloc(10 * sizeof(Record));
   std::fill_n(static_cast<unsigned char *>(used), 10 * sizeof(Record), static_cast<unsigned char>(0xAA));
   host_free(used);

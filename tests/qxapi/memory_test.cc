@@ -14,6 +14,7 @@ namespace {
 TEST(Memory, ZeroBytesAreABlockToo) {
   const HostPtr<void> block(host_alloc(0));
   EXPECT_NE(block, nullptr);
+  host_free(nullptr);
 }
 
 TEST(Memory, BlocksAreWritableAndAligned) {
@@ -32,12 +33,6 @@ TEST(Memory, ReallocKeepsTheBytes) {
   block.reset(static_cast<char *>(host_realloc(block.release(), 2)));
   EXPECT_EQ(block.get()[1], 'b');
   block.reset(static_cast<char *>(host_realloc(block.release(), 0)));
-  EXPECT_NE(block, nullptr);
-}
-
-TEST(Memory, FreeIgnoresNull) {
-  host_free(nullptr);
-  const HostPtr<void> block(host_alloc(1));
   EXPECT_NE(block, nullptr);
 }
 

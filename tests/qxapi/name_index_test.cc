@@ -12,7 +12,7 @@ using namespace rdm;
 
 namespace {
 
-/// An entry that counts how often the index looks at names.
+/// An entry that counts how often the index reads names.
 struct Entry {
   std::string text;
   NameLink<Entry> in_index{};
@@ -80,7 +80,7 @@ TEST_F(NameIndexes, KnowsAnEntryThatWasRenamed) {
   EXPECT_EQ(index.find("y"), &entry);
 }
 
-// What is added, found and taken looks at a few names, however many there are.
+// add, find and take read only a few names, for any number of entries.
 TEST_F(NameIndexes, LooksAtAFewNamesAtATime) {
   constexpr int count = 20000;
   std::vector<Entry> entries = numbered(count);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Parameter blocks under random operations, compared with a vector of pairs that is searched one by one.
+/// Random operations on parameter blocks and on a vector of pairs that is searched linearly.
 #include <algorithm>
 #include <string>
 #include <utility>
@@ -19,7 +19,7 @@ namespace {
 using support::same;
 using Pairs = std::vector<std::pair<std::string, std::string>>;
 
-/// So many names that a block soon has more than a few pairs, and so few that many are equal.
+/// Enough names that blocks get an index, and few enough that many are equal.
 constexpr int name_count = 24;
 
 enum class Kind { add, remove, set, rename };
@@ -48,7 +48,7 @@ rc::Gen<Operation> operations() {
       rc::gen::set(&Operation::out_of_memory, rc::gen::weightedElement<bool>({{15, false}, {1, true}})));
 }
 
-/// replace gives a text of a pair that stays in its block another value.
+/// replace replaces a text of a pair that stays in its block.
 void replace(char *&text, const std::string &value) {
   host_free(text);
   text = host_strdup(value.c_str());
@@ -77,8 +77,7 @@ class Case {
     return std::find_if(model_.begin(), model_.end(), [&](const auto &pair) { return pair.first == name; });
   }
 
-  /// add refuses one allocation: the first three are the pair's, and without one for the index there is still the
-  /// chain.
+  /// add may refuse one allocation: the first three are the pair's, the fourth the index's, which the list can replace.
   void add(const std::string &name, const std::string &value, bool out_of_memory) {
     support::HostRecord &host = support::host_record();
     const int refused = values_ % 4 + 1;

@@ -13,7 +13,7 @@
 
 namespace {
 
-// What a wrapper is called with must arrive at its entry of the table, and what the entry returns must come back.
+// The arguments of a wrapper must arrive at its table entry, and the entry's result must come back.
 std::string arrived;  // "name argument argument ..."
 
 std::string show(const void *p) {
@@ -36,7 +36,7 @@ void note(const char *name, Arguments... arguments) {
   arrived = call_text(name, arguments...);
 }
 
-// Distinct objects to pass and to return; nobody looks into them.
+// Distinct objects to pass and to return; their content is not used.
 char objects[16][8];
 template <typename T>
 T *object(int i) {
@@ -137,7 +137,7 @@ qxapi_host fake_host() {
   return h;
 }
 
-/// Table puts a host into force and the POSIX host back.
+/// Table restores the POSIX host after each test.
 class Table : public ::testing::Test {
  protected:
   ~Table() override { qxapi_bind(nullptr); }
@@ -235,22 +235,17 @@ TEST_F(Table, PosixHostIsComplete) {
 
 int answer_seven() { return 7; }
 
-TEST_F(Table, CopyWithOneEntryOverriddenKeepsTheOthers) {
-  qxapi_host host = *qxapi_posix_host();
-  host.thread_id = answer_seven;
-  qxapi_bind(&host);
-  EXPECT_EQ(host_thread_id(), 7);
-  char text[21];
-  EXPECT_EQ(host_itoa(42, text), 2);
-  EXPECT_STREQ(text, "42");
-}
-
-TEST_F(Table, BindCopiesTheTable) {
+TEST_F(Table, BindCopiesATableOfWhichEntriesMayBeOverriddenAndNullBringsThePosixHostBack) {
   qxapi_host host = *qxapi_posix_host();
   host.thread_id = answer_seven;
   qxapi_bind(&host);
   host.thread_id = nullptr;
   EXPECT_EQ(host_thread_id(), 7);
+  char text[21];
+  EXPECT_EQ(host_itoa(42, text), 2);
+  EXPECT_STREQ(text, "42");
+  qxapi_bind(nullptr);
+  EXPECT_EQ(host_thread_id(), qxapi_posix_host()->thread_id());
 }
 
 TEST_F(Table, BindLeavesThePosixHostAsItIs) {
@@ -259,14 +254,6 @@ TEST_F(Table, BindLeavesThePosixHostAsItIs) {
   const qxapi_host fake = fake_host();
   qxapi_bind(&fake);
   EXPECT_EQ(posix, before);
-}
-
-TEST_F(Table, NullBringsThePosixHostBack) {
-  qxapi_host host = *qxapi_posix_host();
-  host.thread_id = answer_seven;
-  qxapi_bind(&host);
-  qxapi_bind(nullptr);
-  EXPECT_EQ(host_thread_id(), qxapi_posix_host()->thread_id());
 }
 
 }  // namespace

@@ -40,16 +40,10 @@ TEST(Format, IntoNoRoomIsLeftAlone) {
 
 TEST(Format, SizesBeyondAnIntAreSizes) {
   char buffer[8];
-  // The compiler is right to doubt such a size, but callers may compute one.
+  // The compiler warns of such a constant, but callers may compute one.
   volatile size_t size = SIZE_MAX / 2;
   EXPECT_EQ(host_format(buffer, size, "%s", "text"), 4);
   EXPECT_STREQ(buffer, "text");
-}
-
-TEST(Format, OfNothingIsEmpty) {
-  char buffer[] = "x";
-  EXPECT_EQ(host_format(buffer, sizeof buffer, "%s", ""), 0);
-  EXPECT_STREQ(buffer, "");
 }
 
 TEST(Format, ArgumentsAreNotFormats) {
@@ -113,7 +107,7 @@ TEST(LastError, BelongsToTheThread) {
   EXPECT_STREQ(mine, "No such file or directory");
 }
 
-/// reported returns what a report writes to standard error.
+/// reported returns the output of a report to standard error.
 template <typename Report>
 std::string reported(Report report) {
   ::testing::internal::CaptureStderr();
@@ -141,7 +135,7 @@ TEST(ReportError, KeepsTextOfManyLinesOnOne) {
 }
 
 TEST(ReportError, CutsALineAt8191Bytes) {
-  // The text was cut at that length, and the line was longer by what stands before it.
+  // Regression: the text was cut at that length, and the line exceeded it by the prefix.
   const std::string start = "failure rdm: ", text(10000, 'x'), fitting = text.substr(0, 8190 - start.size());
   for (const std::string &long_text : {fitting, fitting + "x", text, fitting.substr(3) + "\n\x01"})
     EXPECT_EQ(reported([&] { host_report_error(0, "rdm", nullptr, nullptr, "%s", long_text.c_str()); }),
@@ -160,7 +154,7 @@ TEST(ThreadId, DiffersBetweenLiveThreads) {
   std::mutex mutex, gate;
   std::set<int> ids{host_thread_id()};
   std::vector<std::thread> threads;
-  gate.lock();  // nobody ends before all have started
+  gate.lock();  // no thread ends before all have started
   for (size_t i = 0; i < thread_count; ++i)
     threads.emplace_back([&] {
       {

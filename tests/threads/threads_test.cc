@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// The plug-in in a host that calls it from many threads, as the thread sanitizer is to see it.
+/// The plug-in in a host that calls it from many threads, for the thread sanitizer.
 #include <algorithm>
 #include <atomic>
 #include <functional>
@@ -30,7 +30,7 @@ void run_on_threads(const std::function<void(int)> &work) {
   for (std::thread &thread : running) thread.join();
 }
 
-/// in_turn_from does some work for every request, each thread beginning with another one.
+/// in_turn_from performs some work for every request, starting with another one in each thread.
 void in_turn_from(int thread, const std::function<void(const Request &)> &work) {
   const std::vector<Request> &requests = faults::requests();
   for (size_t i = 0; i < requests.size(); ++i) work(requests[(i + static_cast<size_t>(thread)) % requests.size()]);
@@ -38,7 +38,7 @@ void in_turn_from(int thread, const std::function<void(const Request &)> &work) 
 
 class ManyThreads : public testing::Test {
  protected:
-  /// transactions counts the lines of the transaction log, without their times.
+  /// transactions returns the number of each line of the transaction log, without the times.
   std::map<std::string, int> transactions() const {
     static const std::regex whole(R"(127\.0\.0\.1 - - \[[^\]]+\] ".*" \S+ \S+)"), time(R"(\[[^\]]+\])");
     std::map<std::string, int> counts;
@@ -85,8 +85,8 @@ TEST_F(ManyThreads, AreAnsweredAsOne) {
   EXPECT_EQ(lines("diagnostics").size(), before + diagnostics * (threads * rounds + 1));
 }
 
-/// Programs that link the libraries log while requests are served; each line is written by one call. Threads whose ids
-/// have the same last five bits may mix up what kind of line it is.
+/// Programs that link the libraries log while requests are served; each line is a single write. Threads with equal ids
+/// modulo 32 may exchange the kinds of their lines.
 TEST_F(ManyThreads, WriteWholeLinesOfDiagnostics) {
   run_on_threads([&](int thread) {
     for (int round = 0; round < rounds; ++round) {
