@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/* What a check needs that must hold in a program built without assertions too. */
+/* Checks that hold in programs built with NDEBUG, too. */
 #ifndef TESTS_ABI_CHECK_H
 #define TESTS_ABI_CHECK_H
 
@@ -15,7 +15,7 @@
     }                                                                         \
   } while (0)
 
-/* CHECK_TEXT shows what the text was instead. */
+/* CHECK_TEXT compares texts and prints both if they differ. */
 #define CHECK_TEXT(text, expected) check_text((text), (expected), __FILE__, __LINE__)
 
 static inline void check_text(const char *text, const char *expected, const char *file, int line) {

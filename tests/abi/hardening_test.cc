@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// What a compiler and a linker can do against the exploitation of a mistake was done for every program and library.
+/// Every program and library is built with the hardening options of compiler and linker.
 
 #include <dlfcn.h>
 
@@ -33,7 +33,7 @@ class Hardening : public ::testing::TestWithParam<const char *> {
  protected:
   static std::string file() { return support::in_build(GetParam()); }
 
-  /// output_of returns what one of the build's tools prints about the file.
+  /// output_of returns the output of a tool of the build for the file.
   static std::string output_of(const std::string &tool) {
     // NOLINTNEXTLINE(cert-env33-c): the command is the build's own tool
     const std::unique_ptr<FILE, int (*)(FILE *)> pipe(::popen((tool + " " + file()).c_str(), "r"), ::pclose);
@@ -44,7 +44,7 @@ class Hardening : public ::testing::TestWithParam<const char *> {
   }
   static std::string read(const std::string &options) { return output_of(READELF " -W " + options); }
 
-  /// compilers returns how every compilation of our code in the file was called, as its debug information tells. The
+  /// compilers returns the compiler and options of each of our sources in the file, from its debug information. The
   /// sanitizers' own code is older C++.
   static std::vector<std::string> compilers() {
     std::vector<std::string> calls;
@@ -92,7 +92,7 @@ TEST_P(Hardening, TheCLibraryChecksItsBounds) {
 #endif
 
 TEST_P(Hardening, NothingIsLookedUpInDirectorysOfTheBuilder) {
-  // The build tree itself finds its libraries by an absolute path, never by one relative to where a user stands.
+  // The build tree uses absolute paths; a relative one would depend on the user's current directory.
   EXPECT_THAT(read("-d"), Not(ContainsRegex("R(UN)?PATH.*\\[[^/]")));
 }
 
@@ -131,8 +131,8 @@ TEST_P(HardeningOfExports, BeginWithAMarkForIndirectCalls) {
 INSTANTIATE_TEST_SUITE_P(Libraries, HardeningOfExports, ::testing::ValuesIn(libraries), name_of);
 #endif
 
-/// commands returns how each source of the libraries and programs is compiled. What was defined does not show in what
-/// is made of it.
+/// commands returns the compile commands of the sources of libraries and programs. Definitions do not show in the debug
+/// information.
 std::vector<std::string> commands() {
   const std::initializer_list<const char *> directories = {"qxapi/",   "libcs/",   "hashdb/", "dba/",
                                                            "catalog/", "service/", "hosts/",  "tools/"};

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/* A host in C loads the plug-in and finds its entries by name, as a server that knows nothing else of it. */
+/* A host in C that loads the plug-in and finds its four entries by name. */
 #include <dlfcn.h>
 
 #include <qxapi/qxapi.h>

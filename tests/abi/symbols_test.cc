@@ -20,8 +20,8 @@ namespace {
 
 using Names = std::set<std::string>;
 
-/// What the build says a library is: its file and soname, its version node and script, the headers that declare its
-/// interfaces, and the libraries of ours that it may need.
+/// A library: its name and soname, its version node and script, the headers that declare its interfaces, and those of
+/// our libraries that it may need.
 struct Library {
   std::string name;
   std::string soname;
@@ -31,7 +31,7 @@ struct Library {
   Names may_need;
 };
 
-/// Failures name the library.
+/// PrintTo shows a library by its name in test failures.
 void PrintTo(const Library &library, std::ostream *out) { *out << library.name; }
 
 const std::vector<Library> &libraries() {
@@ -57,7 +57,7 @@ const std::vector<Library> &libraries() {
 
 std::string source(const std::string &path) { return support::read_file(support::in_source(path)); }
 
-/// output_of runs a command and returns what it prints.
+/// output_of runs a command and returns its output.
 std::string output_of(const std::string &command) {
   // NOLINTNEXTLINE(cert-env33-c): the commands are the build's own tools
   const std::unique_ptr<FILE, int (*)(FILE *)> pipe(::popen(command.c_str(), "r"), ::pclose);
@@ -81,7 +81,7 @@ std::string without_comments(const std::string &text) {
   return std::regex_replace(text, std::regex(R"(//[^\n]*|/\*[^*]*\*+([^/*][^*]*\*+)*/)"), " ");
 }
 
-/// Procedures are declared with QX_NOEXCEPT, variables with extern, several to a line perhaps.
+/// declared_in returns the procedures declared with QX_NOEXCEPT and the variables declared with extern.
 Names declared_in(const std::string &header) {
   const std::string text = without_comments(source(header));
   Names names = matches(text, R"((\w+)\s*\([^(){};]*(?:\([^(){};]*\)[^(){};]*)*\)\s*QX_NOEXCEPT)");
@@ -112,7 +112,7 @@ Names symbols(const std::string &path, const std::string &options = "") {
 /// exported returns "name@@NODE" of every symbol that the library defines for others.
 Names exported(const Library &library) { return symbols(path_of(library), "--defined-only"); }
 
-/// used returns what the C programs use of a version node. Variables count as defined in a program: it keeps them.
+/// used returns the symbols of a version node that the C programs use. A program defines a copy of a variable.
 Names used(const std::string &node) {
   std::istringstream programs(CALLS);
   Names names;
@@ -165,7 +165,7 @@ INSTANTIATE_TEST_SUITE_P(Libraries, Abi, ::testing::ValuesIn(libraries()),
                          [](const auto &test) { return test.param.name; });
 
 TEST(SupportLibrary, IsAllThatAProgramLinksForIt) {
-  Names needed = dynamic(support::in_build("tests/abi_support_library"), "NEEDED");
+  Names needed = dynamic(support::in_build("tests/abi_calls/csio"), "NEEDED");
   std::erase_if(needed, [](const std::string &name) { return name.find("san.so") != std::string::npos; });
   EXPECT_THAT(needed, ::testing::ElementsAre("libc.so.6", "libcs.so.1", "libqxapi.so.3"));
 }

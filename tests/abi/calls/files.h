@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/* Files that a program writes to be read by what it calls, and reads to see what that wrote. */
+/* Writing and reading files. */
 #ifndef TESTS_ABI_CALLS_FILES_H
 #define TESTS_ABI_CALLS_FILES_H
 
@@ -12,7 +12,7 @@ static inline void write_file(const char *path, const char *text) {
   CHECK(fclose(file) == 0);
 }
 
-/* read_file returns the text of a file, which stays until the next call. */
+/* read_file returns the text of a file, valid until the next call. */
 static inline const char *read_file(const char *path) {
   static char text[8192];
   FILE *file = fopen(path, "r");

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/* What the host does for a request: the POSIX host has no client, so that its answers are known. */
+/* The host's procedures for requests. The POSIX host has no client, so their results are known. */
 #include <qxapi/qxapi.h>
 
 #include "check.h"

@@ -6,7 +6,7 @@
 
 static const char path[] = "diagnostics";
 
-/* line_after_stamp returns the log's next line from its time stamp on, which differs from run to run. */
+/* after_stamp returns a line without its time stamp, which differs between runs. */
 static const char *after_stamp(const char *line) {
   CHECK(line != NULL && *line == '[');
   line = strchr(line, ']');

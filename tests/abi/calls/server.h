@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/* A host in C that keeps what is sent to its client, and one exchange with that client. */
+/* A host in C that keeps the bytes sent to its client, and one exchange. */
 #ifndef TESTS_ABI_CALLS_SERVER_H
 #define TESTS_ABI_CALLS_SERVER_H
 
@@ -50,7 +50,7 @@ typedef struct exchange {
   host_input input;
 } exchange;
 
-/* begin makes a request with a body; what earlier exchanges sent and reported is forgotten. */
+/* begin makes a request with a body and clears `sent` and `reported`. */
 static inline void begin(exchange *x, const char *method, const char *uri, const char *body) {
   memset(x, 0, sizeof *x);
   sent[0] = reported[0] = '\0';
@@ -75,7 +75,7 @@ static inline void end(exchange *x) {
   host_param_free(x->request.vars);
 }
 
-/* CHECK_SENT compares all that was sent since begin or the check before. */
+/* CHECK_SENT compares the bytes sent since begin or the previous check. */
 #define CHECK_SENT(expected)    \
   do {                          \
     CHECK_TEXT(sent, expected); \

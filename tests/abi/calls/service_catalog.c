@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/* The catalog behind the service: searched, sent and imported into. */
+/* The service's catalog: search, delivery and import. */
 #include <libcs/cs.h>
 
 #include "dba/dba.h"
@@ -76,7 +76,7 @@ static void print(void) {
   csio_destroy(io);
 }
 
-/* handle gives a body to a handler. The result of the handler; what it left to send is in sent. */
+/* handle calls a handler with a body. Returns its result; the output that it left to send is in `sent`. */
 static int32_t handle(rdm_handler handler, int32_t type, const char *body) {
   csio *input = csio_create(&input), *output = csio_create(&output);
   rdmhdr *header = NULL;
@@ -103,7 +103,7 @@ static void answer_a_query(void) {
   CHECK_SENT(RESPONSE FIRST SECOND);
 }
 
-/* A command that says it took three takes the place of minidba. */
+/* A script that prints 3 replaces minidba. */
 static void import(void) {
   write_file("minidba", "#!/bin/sh\necho \"$@\" >> calls\ncase \"$3\" in update) cat > body; echo 3 ;; esac\n");
   write_file("calls", "");

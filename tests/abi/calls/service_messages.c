@@ -29,7 +29,7 @@ static void parse_and_print(void) {
   csio_destroy(io);
 }
 
-/* ask hands a message of a type to a handler and returns the answer's text, or the name of the file that it is. */
+/* ask calls a handler with a message of a type. Returns the text of the answer, or the name of its file. */
 static const char *ask(rdm_handler handler, int32_t type) {
   static char answer[1024];
   csio *input = csio_create(&input), *output = csio_create(&output);
@@ -54,7 +54,7 @@ static const char *ask(rdm_handler handler, int32_t type) {
   return answer;
 }
 
-/* dispatch is a handler that leaves the choice to the service. */
+/* dispatch is a handler that calls the service's handler for the type. */
 static int32_t dispatch(rdmhdr *header, csio *input, csio *output, Session *sn, Request *rq) {
   int32_t gzip = 7, status = 7;
   CHECK(rdm_get_response(header, input, sn, rq, output, &gzip, &status) == 0);

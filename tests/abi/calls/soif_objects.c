@@ -21,7 +21,7 @@ static void make_attributes(void) {
 
   taker = avpair_copy_useval(pair);
   CHECK(taker != NULL && taker->value == pair->value);
-  pair->value = NULL; /* it is the other's now */
+  pair->value = NULL; /* the other pair owns it now */
   CHECK(avpair_free(pair) == 0);
   CHECK(avpair_free(taker) == 0);
   CHECK(avpair_free(NULL) == 1);
