@@ -15,9 +15,9 @@
 namespace rdm::catalog {
 namespace {
 
-template <size_t Size>
-void append(std::string &bytes, const std::array<char, Size> &more) {
-  bytes.append(more.data(), Size);
+template <size_t size>
+void append(std::string &bytes, const std::array<char, size> &more) {
+  bytes.append(more.data(), size);
 }
 
 std::string read_all(const std::string &path) {

@@ -22,11 +22,11 @@ constexpr int parents_first = 0, children_first = 2;
 
 using NodePtr = std::unique_ptr<Classification, Deleter<classification_destroy>>;
 
-void TaxonomyDeleter(Taxonomy *t) {
+void release_taxonomy(Taxonomy *t) {
   taxonomy_destroy(t);
   host_free(t);
 }
-using TaxonomyPtr = std::unique_ptr<Taxonomy, Deleter<TaxonomyDeleter>>;
+using TaxonomyPtr = std::unique_ptr<Taxonomy, Deleter<release_taxonomy>>;
 
 bool equals(const char *a, const char *b) { return a != nullptr && b != nullptr && std::strcmp(a, b) == 0; }
 

@@ -67,7 +67,7 @@ int write_log(host_fd fd, const void *bytes, int32_t n) {
 }
 
 int64_t seek(host_fd fd, int64_t offset, int whence) { return ::lseek(fd, offset, whence); }
-int FileCloser(host_fd fd) { return ::close(fd); }
+int close_file(host_fd fd) { return ::close(fd); }
 int file_status(const char *path, struct stat *st) { return ::stat(path, st); }
 int remove_file(const char *path) { return ::unlink(path); }
 

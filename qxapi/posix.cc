@@ -34,7 +34,7 @@ const qxapi_host *qxapi_posix_host(void) noexcept {
       .write = posix_host::write_bytes,
       .write_log = posix_host::write_log,
       .seek = posix_host::seek,
-      .close = posix_host::FileCloser,
+      .close = posix_host::close_file,
       .stat = posix_host::file_status,
       .unlink = posix_host::remove_file,
       .crit_create = posix_host::crit_create,

@@ -39,7 +39,7 @@ int32_t read_bytes(host_fd fd, void *buffer, int32_t n);
 int write_bytes(host_fd fd, const void *bytes, int32_t n);
 int write_log(host_fd fd, const void *bytes, int32_t n);
 int64_t seek(host_fd fd, int64_t offset, int whence);
-int FileCloser(host_fd fd);
+int close_file(host_fd fd);
 int file_status(const char *path, struct stat *st);
 int remove_file(const char *path);
 

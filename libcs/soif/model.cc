@@ -27,8 +27,8 @@ bool lacks_bytes(const char *value, int32_t vsize) { return value == nullptr && 
 void free_pair(void *pair) { avpair_free(static_cast<AVPair *>(pair)); }
 
 int32_t saturating_sum(int32_t a, int32_t b) {
-  using limits = std::numeric_limits<int32_t>;
-  return static_cast<int32_t>(std::clamp<int64_t>(int64_t{a} + b, limits::min(), limits::max()));
+  using Limits = std::numeric_limits<int32_t>;
+  return static_cast<int32_t>(std::clamp<int64_t>(int64_t{a} + b, Limits::min(), Limits::max()));
 }
 
 }  // namespace

@@ -110,14 +110,14 @@ int seek_stream(void *cookie, off64_t *offset, int whence) {
   return *offset == -1 ? -1 : 0;
 }
 
-int FileCloser(int fd) {
+int close_file(int fd) {
   const int result = REAL(close)(fd);
   if (!is_counter(fd)) return strikes("close") ? -1 : result;
   counter_fd = -1;
   return result;
 }
 
-int close_stream(void *cookie) { return FileCloser(descriptor_of(cookie)); }
+int close_stream(void *cookie) { return close_file(descriptor_of(cookie)); }
 
 FILE *open_stream(int fd, const char *mode) {
   // NOLINTNEXTLINE(performance-no-int-to-ptr): the stream's cookie is its descriptor
@@ -208,7 +208,7 @@ EXPORTED int ftruncate64(int fd, off64_t size) noexcept {
 }
 
 /// The descriptor is gone either way.
-EXPORTED int close(int fd) { return FileCloser(fd); }
+EXPORTED int close(int fd) { return close_file(fd); }
 
 EXPORTED int stat64(const char *path, struct stat64 *status) noexcept {
   return strikes("stat") ? -1 : REAL(stat64)(path, status);
