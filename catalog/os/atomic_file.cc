@@ -12,7 +12,7 @@ namespace {
 
 constexpr mode_t private_mode = 0600, usual_mode = 0644;
 
-/// is_named says whether a path leads to an open file, and not to another that has taken its name.
+/// is_named returns true if a path names an open file: another process may have replaced or removed it.
 bool is_named(int fd, const std::string &path) {
   struct stat opened, named;
   return ::fstat(fd, &opened) == 0 && ::lstat(path.c_str(), &named) == 0 && opened.st_dev == named.st_dev &&
@@ -23,8 +23,8 @@ bool try_lock(int fd) {
   return uninterrupted([=] { return ::flock(fd, LOCK_EX | LOCK_NB); }) == 0;
 }
 
-/// remove_abandoned removes what a killed process has left, and a link, which nobody has written. False when somebody
-/// is at work on the file.
+/// remove_abandoned removes a symbolic link, or a file that a killed process has left. It returns false if another
+/// process has locked the file.
 bool remove_abandoned(const std::string &path) {
   const HostFileGuard file = open_file(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
   if (!file && errno == ENOENT) return true;
@@ -45,14 +45,13 @@ File claim(const std::string &path, mode_t mode) {
   throw system_failure("cannot lock " + path);
 }
 
-/// Without the group that it is for, a file means something else unless its group may do what everybody may.
+/// group_matters returns true if the group of a file has other permissions than all other users.
 bool group_matters(mode_t mode) { return (mode >> 3 & 07) != (mode & 07); }
 
-/// A file that only its owner reads would be lost to him.
+/// owner_matters returns true if only the owner may read a file: with another owner, it could not any more.
 bool owner_matters(mode_t mode) { return (mode & (S_IRGRP | S_IROTH)) == 0; }
 
-/// keep_owner gives a file the group and owner of another. Only the superuser may give files away; others become the
-/// owners of what they write.
+/// keep_owner copies group and owner. Only the superuser may change an owner; the files of other users stay theirs.
 void keep_owner(const File &file, const struct stat &old) {
   constexpr auto same_owner = static_cast<uid_t>(-1);
   constexpr auto same_group = static_cast<gid_t>(-1);
@@ -81,7 +80,7 @@ AtomicFile::~AtomicFile() {
   if (!is_committed_ && is_named(file_.descriptor(), file_.name())) ::unlink(file_.name().c_str());
 }
 
-/// model returns the status of the file that this one will belong to the same people as; nothing where there is none.
+/// model returns the status of the file to copy owner, group and mode from; nothing if there is none.
 std::optional<struct stat> AtomicFile::model() const {
   auto status = status_of(target_);
   if (!status && !like_.empty()) status = status_of(like_);
@@ -91,7 +90,7 @@ std::optional<struct stat> AtomicFile::model() const {
 void AtomicFile::sync() {
   if (const auto old = model()) {
     keep_owner(file_, *old);
-    // The owner and group come first: the file must not be for those whom the old one was not for.
+    // After fchown: with the mode of the old file, the new one must not be readable for another group.
     if (::chmod(file_.name().c_str(), old->st_mode & 07777) != 0)
       throw system_failure("cannot set the permissions of " + file_.name());
   }

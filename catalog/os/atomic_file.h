@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// The next state of a file, until it takes the file's place.
+/// Replacing a file atomically: a new file beside it is written, synced and renamed over it.
 #ifndef CATALOG_OS_ATOMIC_FILE_H
 #define CATALOG_OS_ATOMIC_FILE_H
 
@@ -11,29 +11,30 @@
 
 namespace rdm::catalog {
 
-/// next_state_suffix follows the name of a file in that of its next state.
+/// next_state_suffix is appended to the name of a file to name the new file that will replace it.
 inline constexpr std::string_view next_state_suffix = ".new";
 
-/// AtomicFile is the next state of a file, written beside it and put in its place by commit. It is locked while it is
-/// there, so that one process at a time makes the next state of a file. Uncommitted, or left behind by a process that
-/// was killed, it is removed.
+/// AtomicFile is the new file, TARGET.new. An exclusive flock lets one process at a time write it. The destructor
+/// removes it unless it was committed; one that a killed process has left is removed by the next AtomicFile of this
+/// target.
 class AtomicFile {
  public:
-  /// The new file is empty. Where there is no old one it will belong to whom the file `like` belongs. Throws a Failure
-  /// when another process is writing it.
+  /// AtomicFile creates an empty new file. If the target does not exist, sync copies owner, group and mode from `like`,
+  /// unless that is empty. Throws a Failure if another process is writing the new file, and a SystemFailure if the file
+  /// cannot be created or locked.
   explicit AtomicFile(std::string target, std::string like = "");
   AtomicFile(const AtomicFile &) = delete;
   AtomicFile &operator=(const AtomicFile &) = delete;
   ~AtomicFile();
 
-  /// file is what the next state is written to; until sync only its owner may read it.
+  /// file returns the new file, which belongs to this object. Until sync its mode is 0600, if there is a file to copy
+  /// the mode from.
   const File &file() const { return file_; }
-  /// sync puts what was written onto the disk, with the owner, group and permissions of the file it will replace, or of
-  /// the one it shall be like.
-  /// Throws a Failure where the owner or group cannot be kept and somebody could no longer read the file, or could now.
+  /// sync copies owner, group and mode from the target, or from `like` if there is no target, and calls fsync. Throws a
+  /// SystemFailure if fsync fails, or if the owner or group cannot be copied and other users would gain or lose access.
   void sync();
-  /// commit replaces the file, in one step, and puts the directory onto the disk. A Failure says whether the file was
-  /// replaced before it.
+  /// commit renames the new file over the target and calls fsync for the directory. Call it once, after sync. A Failure
+  /// leaves the target as it was, unless its text says that the target is replaced.
   void commit();
 
  private:

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Files that are written little by little and put in their place when they are whole.
+/// Writing a file from first to last byte, and replacing an existing one atomically.
 #ifndef CATALOG_OS_ATOMIC_WRITER_H
 #define CATALOG_OS_ATOMIC_WRITER_H
 
@@ -10,15 +10,16 @@
 
 namespace rdm::catalog {
 
-/// AtomicWriter takes the place of a file, or of none, in one step. Until then the old one can still be read, even as
-/// the input of the very run that replaces it.
+/// AtomicWriter buffers what is appended to an AtomicFile. Until commit the old file stays readable, even as the input
+/// of the run that replaces it.
 class AtomicWriter {
  public:
-  /// Refuses a target that is there and no regular file: a device would be replaced.
+  /// AtomicWriter throws a Failure if the target exists and is not a regular file: rename would replace a device.
   explicit AtomicWriter(const std::string &target);
 
+  /// write appends bytes. Throws a SystemFailure.
   void write(std::string_view bytes);
-  /// finish puts what was written onto the disk; commit puts the file in its place.
+  /// finish writes the buffered bytes and calls AtomicFile::sync; commit then renames the file over the target.
   void finish();
   void commit() { file_.commit(); }
 

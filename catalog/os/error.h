@@ -8,23 +8,24 @@
 
 namespace rdm::catalog {
 
-/// Failure says what could not be done, to which file, and why. Its text is for a user; programs do not read it.
+/// Failure is an error for a user: its text is "what failed: object: reason" on one line, without the program's name.
+/// Programs do not parse it.
 class Failure : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-/// SystemFailure is a failure of the system, rather than of what a file holds.
+/// SystemFailure is the failure of a system call, as opposed to wrong contents of a file.
 class SystemFailure : public Failure {
  public:
   using Failure::Failure;
 };
 
-/// system_failure returns a failure that ends with the text of errno: "what: No such file or directory".
+/// system_failure returns a SystemFailure with `what` and the message of errno: "fsync FILE: Input/output error".
 SystemFailure system_failure(const std::string &what);
 
-/// after_replacing does what is left to do when a file has been replaced. A failure then says so in front of its
-/// reason: who reads it must not take the old file for the one that is there.
+/// after_replacing calls `step` after the file at `path` was replaced. If `step` throws a Failure, it throws one whose
+/// text begins with "PATH is replaced, but ", so that users do not take the file for the old one.
 template <typename Step>
 void after_replacing(const std::string &path, Step step) {
   try {

@@ -18,8 +18,9 @@ namespace fs = std::filesystem;
 
 constexpr size_t copy_block = 1 << 20;
 
-/// copy_range_inside returns how far the system could copy a run of bytes on its own; it does not know all files.
-int64_t copy_range_inside(const File &from, const File &to, int64_t offset, int64_t end) {
+/// copy_in_kernel copies with copy_file_range and returns the offset of the first byte that it could not copy: some
+/// file systems do not support the call.
+int64_t copy_in_kernel(const File &from, const File &to, int64_t offset, int64_t end) {
   off_t in = offset, out = offset;
   while (in < end) {
     const auto count = static_cast<size_t>(end - in);
@@ -29,7 +30,7 @@ int64_t copy_range_inside(const File &from, const File &to, int64_t offset, int6
 }
 
 void copy_range(const File &from, const File &to, int64_t offset, int64_t end) {
-  offset = copy_range_inside(from, to, offset, end);
+  offset = copy_in_kernel(from, to, offset, end);
   std::vector<char> block(offset < end ? copy_block : 0);
   while (offset < end) {
     const size_t count = std::min(block.size(), static_cast<size_t>(end - offset));
@@ -39,7 +40,7 @@ void copy_range(const File &from, const File &to, int64_t offset, int64_t end) {
   }
 }
 
-/// scratch_in makes a file without a name; not every file system has such files.
+/// scratch_in creates a file without a name. On file systems without O_TMPFILE it creates and unlinks one.
 HostFileGuard scratch_in(const std::string &directory, const std::string &prefix) {
   HostFileGuard file = open_file(directory, O_RDWR | O_TMPFILE, 0600);
   if (file) return file;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Files that are read and written at once, or not at all.
+/// Reading and writing files at offsets, and scratch files.
 #ifndef CATALOG_OS_FILE_H
 #define CATALOG_OS_FILE_H
 
@@ -16,13 +16,13 @@
 
 namespace rdm::catalog {
 
-/// directory_of returns the directory that a path leads into.
+/// directory_of returns the directory part of a path, "." if it has none.
 std::string directory_of(const std::string &path);
 
-/// status_of returns the status of a file, or nothing where there is none.
+/// status_of returns the result of stat for a path; nothing after ENOENT. Throws a SystemFailure after other errors.
 std::optional<struct stat> status_of(const std::string &path);
 
-/// uninterrupted repeats a system call until no signal interrupts it.
+/// uninterrupted repeats a system call while it fails with EINTR, and returns its result.
 template <typename Call>
 auto uninterrupted(Call call) {
   auto result = call();
@@ -30,24 +30,30 @@ auto uninterrupted(Call call) {
   return result;
 }
 
-/// open_file is open without being interrupted, close-on-exec.
+/// open_file calls open with O_CLOEXEC and repeats it after EINTR. On failure the guard is empty and errno is set.
 HostFileGuard open_file(const std::string &path, int flags, mode_t mode = 0);
 
-/// File owns an open file. Its operations read or write all that is asked, or throw a Failure that names the file.
+/// File owns an open descriptor. Its procedures transfer all bytes, or throw a SystemFailure that names the file.
 class File {
  public:
+  /// File takes over an open descriptor. `name` names it in messages.
   File(HostFileGuard file, std::string name) : file_(std::move(file)), name_(std::move(name)) {}
-  /// create makes a file that is not there yet, for reading and writing.
+  /// create creates a file (O_EXCL) and opens it for reading and writing.
   static File create(const std::string &path, mode_t mode = 0644);
   /// open opens an existing file for reading.
   static File open(const std::string &path);
 
+  /// descriptor returns the descriptor, which stays open as long as this object.
   int descriptor() const { return file_.get(); }
   const std::string &name() const { return name_; }
+  /// status returns the result of fstat, size the size in bytes.
   struct stat status() const;
   int64_t size() const { return status().st_size; }
+  /// read_at reads `count` bytes at an offset. A file that ends before is a Failure.
   void read_at(int64_t offset, void *bytes, size_t count) const;
+  /// write_at writes bytes at an offset; the file grows if it ends before.
   void write_at(int64_t offset, std::string_view bytes) const;
+  /// resize calls ftruncate.
   void resize(int64_t size) const;
 
  private:
@@ -55,23 +61,24 @@ class File {
   std::string name_;
 };
 
-/// copy_contents makes an empty file the same as another: shared where the file system can share, else copied inside
-/// the system, else by reading and writing. Holes stay holes.
+/// copy_contents copies a file into an empty one, with copy_file_range if the system supports it for these files, which
+/// lets file systems share the blocks; otherwise with reads and writes. Holes stay holes.
 void copy_contents(const File &from, const File &to);
 
-/// scratch_mark follows the name of the file that a scratch file is made beside, where it must have a name for a
-/// moment.
+/// scratch_mark is part of the name of a scratch file on a file system without O_TMPFILE, from its creation to its
+/// unlink: NAME.scratch-XXXXXX, where NAME is the file that it is created beside.
 inline constexpr std::string_view scratch_mark = ".scratch-";
 
-/// ScratchFile is a file without a name that goes with its scope; texts are appended to it and read back.
+/// ScratchFile is a temporary file without a name, to which bytes are appended. It ends with this object.
 class ScratchFile {
  public:
-  /// The file is made in the directory of `beside`, or where temporary files go when nothing can be written there.
+  /// ScratchFile creates the file in the directory of `beside`; if that directory is not writable, in the one for
+  /// temporary files. Throws a SystemFailure.
   explicit ScratchFile(const std::string &beside);
 
-  /// append returns the offset of the first byte.
+  /// append writes bytes at the end and returns the offset of the first.
   int64_t append(std::string_view bytes);
-  /// write replaces bytes that were appended.
+  /// write replaces bytes that were appended; read reads `count` of them.
   void write(int64_t offset, std::string_view bytes) const { file_.write_at(offset, bytes); }
   void read(int64_t offset, void *bytes, size_t count) const { file_.read_at(offset, bytes, count); }
   int descriptor() const { return file_.descriptor(); }

@@ -22,7 +22,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// remove_leftovers removes what killed writers have left; what cannot be removed is in nobody's way.
+/// remove_leftovers removes temporary files of killed writers. It ignores errors: such files do no harm.
 void remove_leftovers(const std::string &database) {
   std::error_code ignored;
   for (const char *map : {"", ".url"}) fs::remove(database + map + std::string(next_state_suffix), ignored);
@@ -31,13 +31,13 @@ void remove_leftovers(const std::string &database) {
     if (entry.path().filename().string().compare(0, prefix.size(), prefix) == 0) fs::remove(entry.path(), ignored);
 }
 
-/// open_lock opens a file of another user for reading, since not every file system locks what is open for that only.
+/// open_lock opens a file for writing or, after EACCES, for reading. Some file systems need the former for flock.
 HostFileGuard open_lock(const std::string &path, int flags = 0) {
   HostFileGuard file = open_file(path, O_RDWR | flags, 0644);
   return !file && errno == EACCES ? open_file(path, O_RDONLY) : std::move(file);
 }
 
-/// is_named returns true if a path still leads to an open file: its last holder may have removed it.
+/// is_named returns true if a path names an open file: its last holder may have removed it.
 bool is_named(const HostFileGuard &file, const std::string &path) {
   struct stat opened, named;
   return ::fstat(file.get(), &opened) == 0 && ::stat(path.c_str(), &named) == 0 && opened.st_dev == named.st_dev &&
@@ -49,8 +49,8 @@ bool is_absent(const std::string &path) {
   return ::lstat(path.c_str(), &ignored) != 0 && errno == ENOENT;
 }
 
-/// holder_of returns the process that locked a file, as /proc/locks has it: "1: FLOCK ADVISORY WRITE 4711 fe:00:1234 0
-/// EOF", with device and inode in the middle. 0 when it is not known.
+/// holder_of returns the process that locked a file, from /proc/locks; 0 if it is not known. A line there is
+/// "1: FLOCK ADVISORY WRITE 4711 fe:00:1234 0 EOF", with the process, the device and the inode.
 pid_t holder_of(const struct stat &file) {
   std::ifstream locks("/proc/locks");
   std::string line;
@@ -69,8 +69,8 @@ pid_t holder_of(const struct stat &file) {
   return 0;
 }
 
-/// program_of returns the name of a process's program, without control characters. Empty when the process is gone: one
-/// that it started may hold the lock still.
+/// program_of returns the name of a process, without control characters; empty if it has ended. A child of it may still
+/// hold the lock.
 std::string program_of(pid_t process) {
   std::ifstream file("/proc/" + std::to_string(process) + "/comm");
   std::string name;
@@ -93,7 +93,7 @@ bool is_locked(const HostFileGuard &file, int how, const std::string &path) {
   throw system_failure("cannot lock " + path);
 }
 
-/// is_locked_within tries again and again: there is no flock with a time limit.
+/// is_locked_within polls: flock has no time limit.
 bool is_locked_within(double seconds, const HostFileGuard &file, const std::string &path) {
   using Clock = std::chrono::steady_clock;
   constexpr auto pause = std::chrono::milliseconds(50);
@@ -123,7 +123,7 @@ Lock::Lock(const std::string &database, double seconds, const Message &message) 
   remove_leftovers(database);
 }
 
-/// Whoever waits for a file that is removed here finds that the name leads elsewhere, and opens the file anew.
+/// A writer that waits for the lock of a removed file notices that its path does not name it, and opens the path again.
 Lock::~Lock() {
   const std::string path = path_for(database_);
   if (file_ && is_created_ && is_absent(database_) && is_named(file_, path)) ::unlink(path.c_str());
@@ -131,13 +131,13 @@ Lock::~Lock() {
 
 void Lock::open() {
   const std::string path = path_for(database_);
-  // The file may be removed between the two calls. Who opened it with O_CREAT then would have made it, and not know.
+  // The file may be removed between the two calls. O_CREAT without O_EXCL would not tell whether it created the file.
   for (int attempt = 0; !file_ && attempt < 100; ++attempt) {
     file_ = open_file(path, O_RDWR | O_CREAT | O_EXCL, 0644);
     is_created_ = static_cast<bool>(file_);
     if (!file_ && errno == EEXIST) file_ = open_lock(path);
   }
-  // A link that leads nowhere is there, and cannot be opened otherwise.
+  // A dangling symbolic link exists for O_EXCL, and only O_CREAT opens it.
   if (!file_) file_ = open_lock(path, O_CREAT);
   if (!file_) throw system_failure("cannot lock " + path);
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// The lock that lets one writer of a catalog work at a time.
+/// The lock of a catalog: an exclusive flock on DATABASE.lock, which every writer holds.
 #ifndef CATALOG_OS_LOCK_H
 #define CATALOG_OS_LOCK_H
 
@@ -10,15 +10,16 @@
 
 namespace rdm::catalog {
 
-/// Lock is held by one writer of a catalog at a time; others wait. The file beside the database stays, unless this lock
-/// has created it and there is no database at the end. Whoever gets the lock removes what writers of this database that
-/// were killed have left beside it.
+/// Lock holds the lock of a catalog for its lifetime. The lock file stays, unless this Lock has created it and there is
+/// no database when it ends.
 class Lock {
  public:
+  /// path_for returns the path of the lock file of a database.
   static std::string path_for(const std::string &database) { return database + ".lock"; }
-  /// Waits at most `seconds` for another writer, for ever when that is below zero, and then throws a Failure. When it
-  /// has to wait, `say` gets a text that names the process that holds the lock. Permission to read the lock's file is
-  /// enough.
+  /// Lock waits up to `seconds` for another writer, without limit if that is below zero, and then throws a Failure.
+  /// Before it waits, `message` receives a text that names the process that holds the lock. Permission to read the lock
+  /// file is enough. Temporary files beside the database that killed writers have left are removed. Throws a
+  /// SystemFailure if the file cannot be opened or locked.
   using Message = std::function<void(const std::string &text)>;
   explicit Lock(
       const std::string &database, double seconds = -1, const Message &message = [](const std::string &) {});
