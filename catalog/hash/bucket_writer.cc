@@ -11,24 +11,25 @@ using hashdb::Header;
 namespace slot_mark = hashdb::slot_mark;
 
 constexpr uint32_t slot_size = 2;
-constexpr uint32_t link_size = 2 * slot_size;
+constexpr uint32_t pair_size = 2 * slot_size;  // of the slots of a record, or of a link to the next page
 
-constexpr uint32_t meta(uint32_t slots) { return slot_size * (slots + 3); }
-constexpr uint32_t long_overhead = meta(4);
+/// page_overhead returns the size of the numbers at the start of a page with so many slots.
+constexpr uint32_t page_overhead(uint32_t slots) { return slot_size * (slots + 3); }
+constexpr uint32_t long_overhead = page_overhead(4);
 
 }  // namespace
 
 bool is_long(const Header &header, uint32_t key_size, uint32_t value_size) {
-  return uint64_t{key_size} + value_size + meta(2) + link_size > header.page_size;
+  return uint64_t{key_size} + value_size + page_overhead(2) + pair_size > header.page_size;
 }
 
 void PageCount::add(uint32_t key_size, uint32_t value_size) {
   if (is_long(header_, key_size, value_size)) {
-    const uint32_t room = header_.page_size - long_overhead;
-    pages_ += (key_size + value_size + room - 1) / room;
+    const uint32_t page_capacity = header_.page_size - long_overhead;
+    pages_ += (key_size + value_size + page_capacity - 1) / page_capacity;
     return;
   }
-  const uint32_t empty = meta(0) + link_size, size = key_size + value_size + link_size;
+  const uint32_t empty = page_overhead(0) + pair_size, size = key_size + value_size + pair_size;
   if (used_ == 0) used_ = empty;
   const bool fits = used_ + size <= header_.page_size;
   pages_ += fits ? 0 : 1;
@@ -44,9 +45,9 @@ void BucketWriter::clear() {
   data_start_ = header_.page_size;
 }
 
-void BucketWriter::set(uint32_t index, uint32_t number) {
+void BucketWriter::set(uint32_t slot, uint32_t number) {
   const auto half = static_cast<uint16_t>(number);
-  std::memcpy(&page_[size_t{slot_size} * index], &half, sizeof half);
+  std::memcpy(&page_[size_t{slot_size} * slot], &half, sizeof half);
 }
 
 void BucketWriter::start(uint32_t bucket) {
@@ -54,17 +55,17 @@ void BucketWriter::start(uint32_t bucket) {
   clear();
 }
 
-/// flush writes the page, with its last numbers: free bytes and where the data starts.
+/// flush writes the page after setting its last numbers: the free bytes and the start of the data.
 void BucketWriter::flush(uint64_t next_page) {
   set(0, slots_);
-  set(slots_ + 1, data_start_ - meta(slots_));
+  set(slots_ + 1, data_start_ - page_overhead(slots_));
   set(slots_ + 2, data_start_);
   file_.write_at(static_cast<int64_t>(page_number_ << header_.page_shift), page_);
   page_number_ = next_page;
   clear();
 }
 
-/// chain links the page to a new overflow page and goes on there; returns that page's number.
+/// chain links the page to a new overflow page, makes that the current page and returns its number.
 uint64_t BucketWriter::chain() {
   const uint16_t address = allocate_();
   set(slots_ + 1, address);
@@ -80,8 +81,8 @@ void BucketWriter::add(const Record &record) {
     chain();
     put_long(record);
   } else {
-    const size_t size = record.key.size() + record.value.size() + link_size;
-    if (meta(slots_) + link_size + size > data_start_) chain();
+    const size_t size = record.key.size() + record.value.size() + pair_size;
+    if (page_overhead(slots_) + pair_size + size > data_start_) chain();
     put(record);
   }
 }
@@ -96,16 +97,16 @@ void BucketWriter::put(const Record &record) {
   slots_ += 2;
 }
 
-/// put_long fills the page with the key and the beginning of the value, and overflow pages with the rest. The last page
-/// stays open, so that it can be linked to the next record.
+/// put_long writes the key and the beginning of the value to the page, and the rest to overflow pages. The last of them
+/// stays the current page, so that chain can link it to the next record.
 void BucketWriter::put_long(const Record &record) {
   const auto key_size = static_cast<uint32_t>(record.key.size());
   const uint32_t key_start = header_.page_size - key_size;
   record.key.copy(&page_[key_start], key_size);
   std::string_view rest = record.value;
-  const uint32_t room = key_start - long_overhead;
-  rest.substr(0, room).copy(&page_[long_overhead], room);
-  rest.remove_prefix(room);
+  const uint32_t first_size = key_start - long_overhead;
+  rest.substr(0, first_size).copy(&page_[long_overhead], first_size);
+  rest.remove_prefix(first_size);
   const uint16_t address = allocate_();
   set(1, key_start), set(2, slot_mark::full_key_data), set(3, address), set(4, long_overhead);
   slots_ = 4;

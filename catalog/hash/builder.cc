@@ -15,9 +15,9 @@ constexpr uint32_t link_size = 4;  // bytes of a record's two slots
 constexpr uint32_t min_shift = 12;
 constexpr uint32_t min_doublings = 1;
 constexpr uint32_t max_doublings = 24;
-constexpr uint32_t spare_addresses = hashdb::split_pages / 2;  // kept for pages that later changes need
+constexpr uint32_t spare_addresses = hashdb::split_pages / 2;  // for pages that later changes need
 
-/// page_shift_for chooses pages that hold at least eight usual records and twice the longest, as far as pages go.
+/// page_shift_for chooses a page size for eight records of average size and twice the longest, up to the largest one.
 uint32_t page_shift_for(const std::vector<RecordRef> &refs) {
   uint64_t total = 0, longest = 0;
   for (const RecordRef &ref : refs) {
@@ -73,8 +73,8 @@ uint32_t bitmaps_for(const Header &header, uint64_t pages) {
   return static_cast<uint32_t>(pages / (uint64_t{8} * header.page_size) + 1);
 }
 
-/// set_spares spreads the overflow pages over the doublings from the first on, so that the last, whose pages lie at the
-/// end of the file, keeps room for later ones.
+/// set_spares assigns the overflow pages to the doublings from the first on. The pages of the last doubling are at the
+/// end of the file: its addresses stay free for later ones.
 void set_spares(Header &header, uint32_t pages) {
   uint32_t placed = 0;
   for (uint32_t split = 0; split <= header.overflow_point; ++split) {
@@ -83,8 +83,8 @@ void set_spares(Header &header, uint32_t pages) {
   }
 }
 
-/// plan chooses the size of the table: buckets three quarters full, and more of them while there are not enough
-/// overflow addresses for what does not fit and some to spare. Empty buckets are holes in the file.
+/// plan chooses the number of buckets: so many that they are three quarters full, and more until there are enough
+/// overflow addresses, spare ones included. Empty buckets are holes in the file.
 Header plan(std::vector<RecordRef> &refs) {
   const uint32_t shift = page_shift_for(refs);
   uint64_t total = 0;
@@ -106,7 +106,7 @@ Header plan(std::vector<RecordRef> &refs) {
   throw Failure("the records are too many or too long for a catalog file");
 }
 
-/// Addresses hands out the overflow addresses of a planned file one after the other.
+/// Addresses returns the overflow addresses of a planned file in ascending order.
 class Addresses {
  public:
   explicit Addresses(const Header &header) : header_(header) {}
@@ -122,8 +122,8 @@ class Addresses {
   uint32_t number_ = 0;
 };
 
-/// write_bitmaps marks every overflow page as used, and those that are not there yet too: the library takes a page
-/// whose bit is clear for one that it may use without counting it.
+/// write_bitmaps marks every overflow page as used, even those that do not exist yet: the hash library would use a page
+/// whose bit is clear without counting it.
 void write_bitmaps(const File &file, Header &header, Addresses &addresses) {
   const std::string bytes(header.page_size, '\xFF');
   for (uint32_t map = 0; map < bitmaps_for(header, header.spares[header.overflow_point]); ++map) {
@@ -152,7 +152,7 @@ Header write_file(const File &file, std::vector<RecordRef> &refs, const RecordLo
   return header;
 }
 
-/// reads_back says whether the file holds exactly these records, each in its place.
+/// reads_back returns true if the file holds exactly these records, each in its bucket.
 bool reads_back(const std::string &path, const std::vector<RecordRef> &refs, const RecordLoader &load) {
   try {
     const HashTable table(path);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Writing hash files of the Berkeley DB 1.85 format at their final size.
+/// Writing whole hash files of the Berkeley DB 1.85 format, laid out for their records.
 #ifndef CATALOG_HASH_BUILDER_H
 #define CATALOG_HASH_BUILDER_H
 
@@ -13,28 +13,28 @@
 
 namespace rdm::catalog {
 
-/// RecordRef is a record to be written: all that the layout of the file depends on, and where its bytes are.
+/// RecordRef is a record to be written: the sizes that the layout of the file depends on, and a reference to its bytes.
 struct RecordRef {
   uint32_t hash;        // of the key
   uint32_t key_size;    // bytes, at most a quarter of a page
   uint32_t value_size;  // bytes
-  int64_t offset;       // for the caller; of equal hashes the lower is written first
+  int64_t offset;       // where a RecordLoader finds the bytes; in a bucket, records are written in this order
 };
 
-/// RecordLoader returns the bytes of a record; they are used before the next call.
+/// RecordLoader returns the bytes of a record, which must stay valid until its next call.
 using RecordLoader = std::function<Record(const RecordRef &)>;
 
-/// Advance is told how much has been done since the last call; it may be empty.
+/// Advance receives the records and bytes that were written since its last call.
 using Advance = std::function<void(int64_t records, int64_t bytes)>;
 
-/// build_hash_file fills an empty file. It chooses page size and number of buckets from the records, whose order it
-/// changes, and reads the file back: every bucket must hold exactly its records, byte for byte. `trailer` is written
-/// with the number of overflow pages filled in. Throws a Failure when the records cannot be stored or are not read
-/// back.
+/// build_hash_file writes records to an empty file. It chooses page size and number of buckets for them, and sorts
+/// `refs`. It then reads the file back and compares it byte for byte. `trailer` is written with its planned_pages set.
+/// `advance` may be empty. Throws a Failure if the records do not fit into a hash file or if the comparison fails.
 void build_hash_file(const File &file, std::vector<RecordRef> &refs, const RecordLoader &load, Trailer trailer,
                      const Advance &advance = {});
 
-/// for_each_bucket calls a procedure with each bucket that has records, and their range. They are sorted by bucket.
+/// for_each_bucket calls `procedure(bucket, first, last)` for each bucket that has records, with their range. `refs`
+/// must be sorted by bucket.
 template <typename Procedure>
 void for_each_bucket(const hashdb::Header &header, const std::vector<RecordRef> &refs, Procedure procedure) {
   for (auto first = refs.data(), end = first + refs.size(); first != end;) {
@@ -46,14 +46,14 @@ void for_each_bucket(const hashdb::Header &header, const std::vector<RecordRef> 
   }
 }
 
-/// planned_header returns the header of a file as build_hash_file lays it out, without a count of records: `planned`
-/// overflow pages, and those beyond them that changes have added since.
+/// planned_header returns the header that build_hash_file writes for pages of 2^page_shift bytes, 2^doublings buckets
+/// and `planned` overflow pages, with a record count of 0. Pages up to `overflow_pages` were added later by changes.
 hashdb::Header planned_header(uint32_t page_shift, uint32_t doublings, uint32_t planned, uint32_t overflow_pages);
 
-/// pages_of returns how many pages a file has.
+/// pages_of returns the number of pages of a file.
 uint64_t pages_of(const hashdb::Header &header);
 
-/// write_header writes the header, without what follows it.
+/// write_header writes a header to the start of a file and leaves the bytes behind it.
 void write_header(const File &file, const hashdb::Header &header);
 
 }  // namespace rdm::catalog

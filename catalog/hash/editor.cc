@@ -26,14 +26,14 @@ class Editor {
 
   void edit(uint32_t bucket, const RecordRef *first, const RecordRef *last);
   Header finish();
-  /// contents returns what a bucket is to hold.
+  /// contents returns the records of a bucket after the changes.
   Contents contents(uint32_t bucket, const RecordRef *first, const RecordRef *last);
 
  private:
   const File &file_;
   const RecordLoader &load_;
   BucketReader reader_;
-  uint32_t old_count_ = 0;  // records that the bucket read last has in the old file
+  uint32_t old_count_ = 0;  // records in the old file of the last bucket that was read
   Header header_;
   PageAllocator pages_;
 };
@@ -78,23 +78,22 @@ Header Editor::finish() {
   return header_;
 }
 
-/// suits says whether the pages of a file are the right ones for the changed records.
+/// suits returns true if the layout of a file allows to edit these records.
 bool suits(const HashTable &old, const std::vector<RecordRef> &refs) {
   const Header &header = old.header();
   if (!old.trailer() || header.bitmaps[0] == 0 || refs.size() > header.max_bucket / 2) return false;
   return std::all_of(refs.begin(), refs.end(), [&](const RecordRef &ref) { return fits_key(header, ref.key_size); });
 }
 
-/// has_outgrown says whether a file of another size is due: twice as many records as it was laid out for, or many more
-/// overflow pages.
+/// has_outgrown returns true if a file has twice as many records as it was laid out for, or many more overflow pages.
 bool has_outgrown(const Header &header, const Trailer &planned) {
   const uint64_t buckets = uint64_t{header.max_bucket} + 1;
   return header.records > buckets * header.fill_factor ||
          header.spares[header.overflow_point] > planned.planned_pages + buckets / 2 + 64;
 }
 
-/// check reads a file that was edited and returns how many records it holds. Nothing when a page of it has two uses:
-/// damaged bitmaps have offered one that was in use, and what stood there is lost.
+/// check reads an edited file and returns the number of its records. It returns nothing if a page has two uses: damaged
+/// bitmaps marked a used page as free, and its records are overwritten.
 std::optional<uint32_t> check(const std::string &path, Editor &editor, const std::vector<RecordRef> &refs,
                               const HashTable::Visitor &visit) {
   const HashTable table(path);
@@ -105,7 +104,7 @@ std::optional<uint32_t> check(const std::string &path, Editor &editor, const std
       if (!reader.next() || reader.key() != key || reader.value() != value) throw not_read_back(path);
     if (reader.next()) throw not_read_back(path);
   });
-  // What was copied is still linked to: the whole file holds no fewer records than its header says.
+  // PageMap reads the whole file, and throws if copied records are lost.
   const PageMap use(table, visit);
   return use.is_shared() ? std::nullopt : std::optional(use.records());
 }
@@ -129,7 +128,7 @@ bool edit(const HashTable &old, const File &file, std::vector<RecordRef> &refs, 
     }
     return count.has_value();
   } catch (const Failure &) {
-    // A file that is written as a whole is read back too; if that fails as well, the old one is damaged.
+    // The caller then writes the whole file. If that fails too, the old file is damaged.
     return false;
   }
 }
@@ -145,7 +144,7 @@ bool edit_hash_file(const HashTable &old, const File &file, std::vector<RecordRe
   try {
     if (edit(old, file, refs, load, trailer, check)) return true;
   } catch (const NoPage &) {
-    // What does not fit here fits into a file that is laid out for it.
+    // The caller then writes a file with a layout for these records.
   }
   file.resize(0);
   return false;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Changing some records of a hash file: the rest is copied as it stands.
+/// Changing a few records in a copy of a hash file.
 #ifndef CATALOG_HASH_EDITOR_H
 #define CATALOG_HASH_EDITOR_H
 
@@ -12,17 +12,17 @@
 
 namespace rdm::catalog {
 
-/// The value size of a record that is to be erased.
+/// erased_value is the value_size of a RecordRef whose record is to be erased.
 constexpr uint32_t erased_value = UINT32_MAX;
 
-/// edit_hash_file fills an empty file with the records of `old` and the changes: each record, of which there is one
-/// for a key, is put or erased. It works bucket by bucket: the records of a bucket that changes are written anew, on
-/// its own pages first, and read back byte for byte; then all of the new file is walked once.
+/// edit_hash_file copies `old` into an empty file and puts or erases the records of `refs`, at most one for a key. It
+/// sorts `refs`. The buckets that change are written again, on their own pages first, and compared byte for byte. Then
+/// the whole file is read once, and `check`, which may be empty, is called with each record.
 ///
-/// False, and the file is empty again, when a file written as a whole is the better one: `old` was not made by this
-/// library, most buckets change, records have become too many or too long for its pages, no page is free, or its
-/// bitmaps have offered a page that is in use, or `check` has thrown a Failure over a record of the new file. Throws a
-/// Failure when a file cannot be read or written.
+/// Returns false and leaves the file empty if the caller must write a whole file with build_hash_file instead: `old`
+/// was not made by this library, most buckets change, the records have become too many or too long for the layout,
+/// there is no free page, the bitmaps mark a used page as free, the comparison fails, or `check` throws a Failure.
+/// Throws a Failure if a file cannot be read or written.
 bool edit_hash_file(const HashTable &old, const File &file, std::vector<RecordRef> &refs, const RecordLoader &load,
                     Trailer trailer, const HashTable::Visitor &check = {});
 

@@ -43,7 +43,7 @@ void PageAllocator::set(uint32_t bit, bool used) {
   byte = static_cast<char>(used ? byte | 1 << bit % 8 : byte & ~(1 << bit % 8));
 }
 
-/// extend makes one more page at the end of the file, in the last doubling, and returns its bit.
+/// extend adds a page at the end of the file, in the last doubling, and returns its bit.
 uint32_t PageAllocator::extend() {
   uint32_t &total = header_.spares[header_.overflow_point];
   const uint32_t before = header_.overflow_point == 0 ? 0 : header_.spares[header_.overflow_point - 1];

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// The overflow pages of a hash file that are free.
+/// Allocating the overflow pages of a hash file.
 #ifndef CATALOG_HASH_PAGE_ALLOCATOR_H
 #define CATALOG_HASH_PAGE_ALLOCATOR_H
 
@@ -13,27 +13,29 @@
 
 namespace rdm::catalog {
 
-/// NoPage says that a file has no overflow page left for what is to be stored.
+/// NoPage is thrown if a file has no overflow address left.
 struct NoPage {};
 
-/// PageAllocator hands out overflow pages: free ones first, then new ones at the end of the file. It keeps the file's
-/// bitmaps, in which the bits of pages in use are set and those of pages that are not there yet, and the header's
-/// counts.
+/// PageAllocator allocates overflow pages: free ones first, then new ones at the end of the file. It maintains the
+/// bitmaps and the counts in the header. A bit is set if its page is in use or does not exist yet.
 class PageAllocator {
  public:
-  /// Reads the bitmaps. The header must outlive the allocator, which changes it.
+  /// PageAllocator reads the bitmaps. It changes the header. Header and file must outlive it. Throws a Failure if a
+  /// bitmap cannot be read.
   PageAllocator(hashdb::Header &header, const File &file);
 
-  /// take returns the address of a page that now is in use; throws NoPage.
+  /// take allocates a page and returns its overflow address. Throws NoPage.
   uint16_t take();
   /// release makes a page free.
   void release(uint16_t address);
+  /// is_free returns true if the page of a bit is free. Bits are counted from 0 over all bitmaps.
   bool is_free(uint32_t bit) const { return free_.contains(bit); }
-  /// ends_with_last_page says whether no page looks free that is not there yet: the library would use it uncounted.
+  /// ends_with_last_page returns true if the bits of all pages that do not exist yet are set. The hash library would
+  /// use a page whose bit is clear without counting it.
   bool ends_with_last_page() const;
-  /// address_of returns the address of the page that a bit of the bitmaps stands for.
+  /// address_of returns the overflow address of the page of a bit.
   uint16_t address_of(uint32_t bit) const;
-  /// write brings the bitmaps into the file and the header up to date with them.
+  /// write writes the bitmaps to the file and sets last_freed in the header. Throws a SystemFailure.
   void write();
 
  private:

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// What each page of a hash file is used for.
+/// The pages of a hash file that are in use.
 #ifndef CATALOG_HASH_PAGE_MAP_H
 #define CATALOG_HASH_PAGE_MAP_H
 
@@ -10,18 +10,18 @@
 
 namespace rdm::catalog {
 
-/// PageMap knows the pages that buckets, their records and the bitmaps take. The table must outlive it.
+/// PageMap finds the pages that the header, the buckets and the bitmaps use. The table must outlive it.
 class PageMap {
  public:
-  /// Reads the whole file, and calls `visit`, which may be empty, with each record. Throws a Failure when the file is
-  /// damaged.
+  /// PageMap reads the whole file and calls `visit`, which may be empty, with each record. Throws a Failure at damage.
   explicit PageMap(const HashTable &table, const HashTable::Visitor &visit = {});
 
-  /// is_shared says whether a page has two uses, so that writing one spoils the other.
+  /// is_shared returns true if a page has two uses: writing it for one would destroy the other.
   bool is_shared() const { return shared_; }
-  /// records returns how many records the file holds.
+  /// records returns the number of records that were read.
   uint32_t records() const { return records_; }
-  /// is_marked says whether the bitmaps mark the overflow pages that are in use, and no others.
+  /// is_marked returns true if the bitmaps mark exactly the overflow pages that are in use. Throws a Failure if a
+  /// bitmap cannot be read.
   bool is_marked() const;
 
  private:

@@ -27,7 +27,7 @@ File open_regular(const std::string &path) {
   return File::open(path);
 }
 
-/// Slots are the numbers at the start of a page, in the order of this machine's bytes.
+/// Slots reads the numbers at the start of a page, in this machine's byte order. Behind the end of the page they are 0.
 class Slots {
  public:
   explicit Slots(const std::string &page) : page_(page) {}
@@ -37,8 +37,9 @@ class Slots {
     return number;
   }
   uint32_t count() const { return (*this)[0]; }
-  bool can_be() const { return count() % 2 == 0 && 2 * (count() + 3) <= page_.size(); }
-  /// data returns the bytes that the first slot stands for, from its offset to the end of the page.
+  /// is_plausible returns true if the slots fit into the page.
+  bool is_plausible() const { return count() % 2 == 0 && 2 * (count() + 3) <= page_.size(); }
+  /// data returns the bytes from the offset in the first slot to the end of the page; nothing if the offset is wrong.
   std::optional<std::string_view> data() const {
     const uint32_t start = (*this)[1];
     if (start < 2 * (count() + 1) || start > page_.size()) return std::nullopt;
@@ -65,8 +66,8 @@ bool is_printed_object(std::string_view text) {
   return object && print(object.get()) == text;
 }
 
-/// begin_of returns where the object that ends at `end` begins: at one of the "@" before it, up to `floor`. Few texts
-/// hold so many of them.
+/// begin_of returns the offset of the object that ends at `end`; nothing if none of the last 64 "@" between `floor` and
+/// `end` begins one.
 std::optional<size_t> begin_of(const std::string &bytes, size_t floor, size_t end) {
   constexpr int tries = 64;
   size_t at = end;
@@ -84,13 +85,13 @@ RecoveryReader::RecoveryReader(const std::string &path)
     : file_(open_regular(path)), size_(file_.size()), header_(stored_header()) {
   is_sound_ = header_.has_value();
   if (!header_) header_ = guessed_header();
-  shift_ = header_ ? header_->page_shift : guessed_shift();
-  const auto pages = static_cast<size_t>((size_ + (int64_t{1} << shift_) - 1) >> shift_);
+  page_shift_ = header_ ? header_->page_shift : guessed_shift();
+  const auto pages = static_cast<size_t>((size_ + (int64_t{1} << page_shift_) - 1) >> page_shift_);
   done_.resize(pages);
-  bad_.resize(pages);
+  unread_.resize(pages);
 }
 
-/// read fills up with zeros what the file does not have or does not give.
+/// read returns zeros for bytes behind the end of the file and for bytes that cannot be read.
 std::string RecoveryReader::read(int64_t offset, size_t count) const {
   std::string bytes(count, '\0');
   const int64_t there = std::clamp<int64_t>(size_ - offset, 0, static_cast<int64_t>(count));
@@ -103,10 +104,10 @@ std::string RecoveryReader::read(int64_t offset, size_t count) const {
 }
 
 std::string RecoveryReader::read_page(uint64_t page) const {
-  return read(static_cast<int64_t>(page << shift_), size_t{1} << shift_);
+  return read(static_cast<int64_t>(page << page_shift_), size_t{1} << page_shift_);
 }
 
-/// stored_header also takes the header of a file that was cut.
+/// stored_header returns the header of the file if it is sound, even if the file is truncated.
 std::optional<Header> RecoveryReader::stored_header() const {
   const std::string bytes = read(0, hashdb::header_size);
   const Header header = hashdb::decode(reinterpret_cast<const unsigned char *>(bytes.data()));
@@ -114,8 +115,8 @@ std::optional<Header> RecoveryReader::stored_header() const {
   return header;
 }
 
-/// guessed_header tries the layouts that minidba gives to a file of this size, and takes the one that leads to most
-/// records.
+/// guessed_header tries every layout that build_hash_file can give to a file of this size, and returns the one with the
+/// highest score; nothing if no layout has a score above 0.
 std::optional<Header> RecoveryReader::guessed_header() const {
   std::optional<Trailer> trailer;
   if (size_ >= 512) trailer = Trailer::read(file_);
@@ -135,7 +136,7 @@ std::optional<Header> RecoveryReader::guessed_header() const {
   return best;
 }
 
-/// score counts the records in some buckets that are where their keys lead, less those that are not.
+/// score returns, for a sample of buckets, the records in the bucket of their key minus the others.
 int RecoveryReader::score(const Header &header) const {
   const hashdb::Source source{file_.descriptor(), size_, header};
   Cursor cursor(source);
@@ -151,7 +152,7 @@ int RecoveryReader::score(const Header &header) const {
   return found;
 }
 
-/// guessed_shift returns the page size with which most pages hold records.
+/// guessed_shift returns the page shift with which scan_page finds most bytes of values.
 uint32_t RecoveryReader::guessed_shift() const {
   uint32_t best = 12;
   size_t most = 0;
@@ -167,7 +168,7 @@ uint32_t RecoveryReader::guessed_shift() const {
   return best;
 }
 
-/// Without a trailer the file was written by the library, which counts wrongly now and then, even less than none.
+/// The count in a file of the hash library, which has no trailer, may be too low or even below zero.
 int64_t RecoveryReader::record_count() const {
   const bool is_reliable = is_sound_ && size_ >= 512 && Trailer::read(file_);
   return is_reliable ? std::max(static_cast<int32_t>(header_->records), 0) : 0;
@@ -181,7 +182,7 @@ void RecoveryReader::each(const Visitor &visit) {
   scan(visit);
 }
 
-/// walk visits what the buckets lead to. Pages of a bucket that was read to its end are done.
+/// walk visits the records of all buckets. It marks the pages of a bucket as done if it has read the bucket to its end.
 void RecoveryReader::walk(const Visitor &visit) {
   const hashdb::Source source{file_.descriptor(), size_, *header_};
   Cursor cursor(source);
@@ -199,8 +200,8 @@ void RecoveryReader::walk(const Visitor &visit) {
     cursor.start(bucket);
     Cursor::Result last = Cursor::end;
     while ((last = cursor.next()) == Cursor::record) {
-      const bool is_at_home = bucket_of(*header_, hash_of(cursor.key())) == bucket;
-      visit(is_at_home ? in_bucket : on_page, cursor.key(), cursor.value());
+      const bool is_in_own_bucket = bucket_of(*header_, hash_of(cursor.key())) == bucket;
+      visit(is_in_own_bucket ? in_bucket : on_page, cursor.key(), cursor.value());
     }
     if (last == Cursor::damaged) continue;
     mark(primary);
@@ -208,8 +209,7 @@ void RecoveryReader::walk(const Visitor &visit) {
   }
 }
 
-/// mark_free passes over the pages that are marked as free, whose records were removed or replaced, and over the
-/// bitmaps that say so.
+/// mark_free marks free pages, whose records were erased or replaced, and the bitmaps as done.
 void RecoveryReader::mark_free() {
   if (!is_sound_ || !Trailer::read(file_)) return;
   const auto mark = [&](uint64_t page) {
@@ -223,31 +223,31 @@ void RecoveryReader::mark_free() {
     for (const uint16_t address : header.bitmaps)
       if (address != 0) mark(overflow_page(header, address));
   } catch (const Failure &) {
-    // Without the bitmaps all pages are looked at.
+    // Without bitmaps, scan reads all pages.
   }
 }
 
-/// scan looks at the pages that nothing has led to.
+/// scan visits the records on all pages that are not done.
 void RecoveryReader::scan(const Visitor &visit) {
   for (uint64_t page = 0; page < done_.size(); ++page) {
     if (done_[page]) continue;
     const std::string bytes = read_page(page);
     if (scan_page(bytes, visit)) continue;
-    bad_[page] = true;
+    unread_[page] = true;
     scan_raw(bytes, visit);
   }
 }
 
-/// scan_page visits the records on a page and returns false where it is not one of records.
+/// scan_page visits the records on a page. It returns false if the page is not one of records.
 bool RecoveryReader::scan_page(const std::string &bytes, const Visitor &visit) const {
   const Slots slots(bytes);
   if (is_blank(bytes)) return true;
-  if (!slots.can_be() || slots.count() == 0) return false;
+  if (!slots.is_plausible() || slots.count() == 0) return false;
   if (slots.begins_long_record()) {
     follow_long(bytes, visit);
     return true;
   }
-  // The other pages of a long record are read with its first.
+  // follow_long reads the other pages of a long record.
   if (slots[2] == slot_mark::full_key || slots[2] == slot_mark::full_key_data) return slots.data().has_value();
   size_t end = bytes.size();
   for (uint32_t slot = 1; slot < slots.count(); slot += 2) {
@@ -260,7 +260,7 @@ bool RecoveryReader::scan_page(const std::string &bytes, const Visitor &visit) c
   return true;
 }
 
-/// follow_long visits a record that is longer than a page, if all its pages are there.
+/// follow_long visits a record that is longer than a page, if all its pages can be read.
 void RecoveryReader::follow_long(const std::string &first, const Visitor &visit) const {
   const Slots slots(first);
   const std::optional<std::string_view> key = slots.data();
@@ -273,7 +273,7 @@ void RecoveryReader::follow_long(const std::string &first, const Visitor &visit)
     const std::string bytes = read_page(page);
     const Slots more(bytes);
     const std::optional<std::string_view> data = more.data();
-    if (!more.can_be() || more.count() < 2 || !data) return;
+    if (!more.is_plausible() || more.count() < 2 || !data) return;
     value.append(*data);
     if (more[2] == slot_mark::full_key_data) return visit(on_page, *key, value);
     if (more[2] != slot_mark::full_key || more.count() < 4) return;
@@ -281,7 +281,7 @@ void RecoveryReader::follow_long(const std::string &first, const Visitor &visit)
   }
 }
 
-/// scan_raw looks for what a page has at the end of each short record: the end of an object, and a key.
+/// scan_raw searches for "}\n" followed by a key: on a page, the key of a short record comes after its value.
 void RecoveryReader::scan_raw(const std::string &bytes, const Visitor &visit) {
   size_t floor = 0;
   for (size_t at = bytes.find("}\n"); at != std::string::npos; at = bytes.find("}\n", at + 1)) {
@@ -297,8 +297,8 @@ void RecoveryReader::scan_raw(const std::string &bytes, const Visitor &visit) {
 
 std::vector<RecoveryReader::Range> RecoveryReader::unread() const {
   std::vector<Range> ranges;
-  for (uint64_t page = 0; page < bad_.size(); ++page) {
-    if (!bad_[page]) continue;
+  for (uint64_t page = 0; page < unread_.size(); ++page) {
+    if (!unread_[page]) continue;
     if (!ranges.empty() && ranges.back().last + 1 == page)
       ranges.back().last = page;
     else

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Reading what is left of a database whose structure cannot be trusted.
+/// Reading records from a damaged hash file.
 #ifndef CATALOG_HASH_RECOVERY_H
 #define CATALOG_HASH_RECOVERY_H
 
@@ -15,38 +15,40 @@
 
 namespace rdm::catalog {
 
-/// RecoveryReader is a hash file, or what was one. It is only read.
+/// RecoveryReader reads a file that is, or was, a hash file. It never writes.
 class RecoveryReader {
  public:
-  /// How far a record that was found can be trusted.
+  /// Origin says how a record was found, the least reliable way first.
   enum Origin {
-    in_bytes,   // its text and key lie side by side on a damaged page
-    on_page,    // it lies on a page that nothing leads to: it may have been replaced or removed
-    in_bucket,  // its key leads to it
+    in_bytes,   // on a damaged page: the end of an object and a key side by side
+    on_page,    // on a page that no bucket is linked to: the record may have been replaced or erased
+    in_bucket,  // in the bucket of its key
   };
-  /// Visit gets a record that was found. The key may be of any bytes.
+  /// Visitor receives a record; key and value are valid during the call. The key may hold any bytes.
   using Visitor = std::function<void(Origin origin, std::string_view key, std::string_view value)>;
 
-  /// Throws a Failure when the file cannot be read at all or is no regular file.
+  /// RecoveryReader opens a file. If its header is damaged, it tries to guess the header from the pages. Throws a
+  /// Failure if the file cannot be opened or is not a regular file.
   explicit RecoveryReader(const std::string &path);
 
-  /// each finds records: those that the structure leads to, then those on pages that it does not lead to. A record may
-  /// be found several times.
+  /// each visits the records in buckets, then those on all other pages. It may visit a record several times. Parts that
+  /// cannot be read count as zeros.
   void each(const Visitor &visit);
 
-  /// header_is_sound returns true if the header is used as it stands; otherwise has_header returns true if it could be
-  /// made out from the pages. Without a header, records longer than a page are not found.
+  /// header_is_sound returns true if the file's own header is used; has_header if that or a guessed one is. Without a
+  /// header, records longer than a page are not found.
   bool header_is_sound() const { return is_sound_; }
   bool has_header() const { return header_.has_value(); }
-  /// counted returns how many records a sound header says there are, 0 when nothing reliable says it.
+  /// record_count returns the number of records in a sound header; 0 if the header is damaged, or may be wrong because
+  /// the hash library has written the file.
   int64_t record_count() const;
 
-  /// Range is a run of pages.
+  /// Range is a range of page numbers; both ends belong to it.
   struct Range {
     uint64_t first, last;
   };
-  /// unread returns the pages that could not be read as such, once each has returned. On a damaged page some records
-  /// may have been found nevertheless.
+  /// unread returns the pages that were not readable as pages of records. Valid after `each`, which may have found
+  /// records on them in_bytes.
   std::vector<Range> unread() const;
   const File &file() const { return file_; }
 
@@ -68,9 +70,9 @@ class RecoveryReader {
   int64_t size_;
   std::optional<hashdb::Header> header_;
   bool is_sound_ = false;
-  uint32_t shift_ = 0;      // of a page
-  std::vector<bool> done_;  // pages that need not be looked at any more
-  std::vector<bool> bad_;
+  uint32_t page_shift_ = 0;
+  std::vector<bool> done_;    // by page: `each` need not scan it any more
+  std::vector<bool> unread_;  // by page
 };
 
 }  // namespace rdm::catalog

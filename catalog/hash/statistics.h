@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// How a hash file is laid out.
+/// The layout of a hash file, for reports.
 #ifndef CATALOG_HASH_STATISTICS_H
 #define CATALOG_HASH_STATISTICS_H
 
@@ -14,10 +14,10 @@ struct FileStatistics {
   int64_t pages;
   int64_t buckets;
   int64_t overflow_pages;
-  int64_t records;  // as the header counts them
+  int64_t records;  // the count in the header; below zero if the hash library has miscounted
 };
 
-/// statistics_of reads the layout from the header of a sound hash file.
+/// statistics_of reads the header of a sound hash file. Throws a Failure if it cannot.
 FileStatistics statistics_of(const std::string &path);
 
 }  // namespace rdm::catalog

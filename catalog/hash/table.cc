@@ -29,7 +29,7 @@ hashdb::Source source_of(const File &file) {
   return {file.descriptor(), size, header};
 }
 
-/// read_next goes to the next record of a bucket. It returns false at the end, and where the bucket is damaged.
+/// read_next moves to the next record of a bucket. It returns false at the end and, after reporting it, at damage.
 bool read_next(BucketReader &reader, const HashTable::Fault &fault) {
   try {
     return reader.next();
@@ -67,7 +67,7 @@ void HashTable::each(const Visitor &visit, const Linked &linked) const {
   each_sound(visit, refuse, linked);
 }
 
-/// is_only returns true if no two records of a bucket have this key: get would find only the first.
+/// is_only returns true if only one record of a bucket has this key: get would find only the first of several.
 bool HashTable::is_only(std::string_view key, uint32_t bucket) const {
   Cursor others(source());
   others.start(bucket);
@@ -97,7 +97,7 @@ void HashTable::each_sound(const Visitor &visit, const Fault &fault, const Linke
     for (; read_next(reader, fault); ++count) take(bucket);
     if (linked) linked(reader.overflow());
   }
-  // The library counts too few now and then, even less than none; a file of ours that holds fewer was cut.
+  // The count of the hash library may be too low, even below zero. A file of ours with fewer records is truncated.
   if (trailer() && count < static_cast<int32_t>(header().records))
     fault({}, {},
           "records are missing in " + path() + ": of " + std::to_string(header().records) + " there are " +

@@ -16,34 +16,37 @@
 
 namespace rdm::catalog {
 
-/// HashTable is an existing file, open for reading.
+/// HashTable is a hash file, open for reading. One thread at a time may use it.
 class HashTable {
  public:
-  /// Throws a Failure that names the file when it is not a sound hash file.
+  /// HashTable opens a file. Throws a Failure that names it if it is not a regular file with a sound header, and a
+  /// SystemFailure if it cannot be read.
   explicit HashTable(const std::string &path);
 
+  /// get returns the value of a key; nothing if there is none. Throws a Failure if the bucket is damaged.
   std::optional<std::string> get(std::string_view key) const;
 
+  /// Visitor receives a record; key and value are valid during the call.
   using Visitor = std::function<void(std::string_view key, std::string_view value)>;
-  /// Linked is told which overflow pages a bucket goes on to, by their addresses.
+  /// Linked receives the addresses of the overflow pages of a bucket, after its records.
   using Linked = std::function<void(const std::vector<uint16_t> &addresses)>;
-  /// each visits every record, in the file's order. Throws a Failure at the first damaged one, and at the end when a
-  /// file of ours holds another number of records than it should. `linked` may be empty.
+  /// each visits every record, in the order of the file. Throws a Failure at the first fault that each_sound would
+  /// report. `linked` may be empty.
   void each(const Visitor &visit, const Linked &linked = {}) const;
 
-  /// Fault is a record that cannot be found by its key, or a page (then key and value are empty), and what is wrong
-  /// with it.
-  using Fault = std::function<void(std::string_view key, std::string_view value, const std::string &what)>;
-  /// each_sound visits every record that can be found by its key, and reports the others and the damaged pages.
+  /// Fault receives a damaged record and the reason, or only a reason (key and value are empty).
+  using Fault = std::function<void(std::string_view key, std::string_view value, const std::string &reason)>;
+  /// each_sound visits every record that `get` finds by its key. It reports other records, damaged pages and, for a
+  /// file of this library, that there are fewer records than the header counts.
   void each_sound(const Visitor &visit, const Fault &fault, const Linked &linked = {}) const;
 
   const std::string &path() const { return state_->file.name(); }
   const File &file() const { return state_->file; }
   const hashdb::Header &header() const { return state_->source.header; }
   const hashdb::Source &source() const { return state_->source; }
-  /// trailer returns what the file says about itself, nothing when another program made it.
+  /// trailer returns the trailer; nothing in a file that this library has not written.
   const std::optional<Trailer> &trailer() const { return state_->trailer; }
-  /// buckets returns how many buckets lie within the file; others are empty.
+  /// buckets returns the number of buckets whose primary page is within the file. The other buckets are empty.
   uint32_t buckets() const;
 
  private:
@@ -59,20 +62,22 @@ class HashTable {
   std::unique_ptr<State> state_;
 };
 
-/// BucketReader reads one bucket after the other. The table must outlive it.
+/// BucketReader reads the records of a table bucket by bucket. The table must outlive it.
 class BucketReader {
  public:
   explicit BucketReader(const HashTable &table);
   BucketReader(const BucketReader &) = delete;
   BucketReader &operator=(const BucketReader &) = delete;
 
+  /// start begins a bucket. next moves to its next record and returns false at the end. Throws a Failure if the bucket
+  /// is damaged.
   void start(uint32_t bucket);
-  /// next goes to the next record, false at the end of the bucket. Throws a Failure when the bucket is damaged.
   bool next();
-  /// key and value stay as they are until the next step.
+  /// key and value return the current record; valid until next or start.
   std::string_view key() const { return cursor_.key(); }
   std::string_view value() const { return cursor_.value(); }
-  /// overflow returns the addresses of the overflow pages met in this bucket: all of them once next returned false.
+  /// overflow returns the addresses of the overflow pages of this bucket that were read so far; all of them after next
+  /// has returned false.
   const std::vector<uint16_t> &overflow() const { return overflow_; }
 
  private:

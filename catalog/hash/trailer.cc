@@ -18,14 +18,15 @@ constexpr uint64_t mark = 0x6d696e6964626101;
 constexpr uint64_t change_mark = 0x6d696e6964626102;
 constexpr uint64_t content_mark = 0x6d696e6964626103;
 
-/// Words are the trailer in the file, each big-endian. Behind the first nine, the last of them a checksum of the
-/// others, stand two groups of three that files of earlier versions do not have: a mark, the newest time of change and
-/// a checksum of all words so far; a mark, the checksum of the content and another such checksum. An earlier version
-/// copies the groups that it does not know and changes some of the words before them, so that their checksums are
-/// wrong.
+/// Words are the trailer in the file, big-endian:
+///   0 to 8    mark, next number, planned pages, file identity, CRC-32 of words 0 to 7
+///   9 to 11   mark, newest time of change, CRC-32 of words 0 to 10
+///   12 to 14  mark, checksum of the content, CRC-32 of words 0 to 13
+/// Files of earlier versions lack the last or the last two groups. An earlier version that changes a file copies the
+/// groups that it does not know; since it changes words before them, their checksums then do not match.
 using Words = std::array<uint64_t, 15>;
-constexpr size_t first_checksum = 8, newest_change_place = 10, change_checksum = 11;
-constexpr size_t content_place = 13, last_checksum = 14;
+constexpr size_t first_checksum = 8, change_word = 10, change_checksum = 11;
+constexpr size_t content_word = 13, last_checksum = 14;
 constexpr int64_t trailer_end = offset + static_cast<int64_t>(sizeof(Words));
 static_assert(offset >= static_cast<int64_t>(hashdb::header_size) && offset + sizeof(Words) <= 512);
 
@@ -37,12 +38,12 @@ bool is_checked(const Words &words, size_t checksum) {
   return be64toh(words[checksum]) == checksum_of(words, checksum);
 }
 
-/// has_group returns true if a group of words was written together with the words before it.
+/// has_group returns true if a group has its mark and a valid checksum.
 bool has_group(const Words &words, size_t checksum, uint64_t group_mark) {
   return be64toh(words[checksum - 2]) == group_mark && is_checked(words, checksum);
 }
 
-/// checksum_of_range adds the bytes from `begin` to `end` to a CRC-32.
+/// checksum_of_range continues a CRC-32 with the bytes from `begin` to `end`.
 uint32_t checksum_of_range(const File &file, int64_t begin, int64_t end, uint32_t checksum) {
   std::vector<unsigned char> block(1 << 18);
   while (begin < end) {
@@ -72,17 +73,17 @@ std::optional<Trailer> Trailer::read(const File &file) {
   for (uint64_t &word : words) word = be64toh(word);
   Trailer trailer{static_cast<uint32_t>(words[1]), static_cast<uint32_t>(words[2]), {}};
   std::copy_n(words.begin() + 3, trailer.database.size(), trailer.database.begin());
-  if (has_change) trailer.newest_change = static_cast<time_t>(words[newest_change_place]);
-  if (has_content) trailer.content = static_cast<uint32_t>(words[content_place]);
+  if (has_change) trailer.newest_change = static_cast<time_t>(words[change_word]);
+  if (has_content) trailer.content = static_cast<uint32_t>(words[content_word]);
   return trailer;
 }
 
 void Trailer::write(const File &file) const {
   Words words{mark, next_number, planned_pages};
   if (newest_change) words[first_checksum + 1] = change_mark;
-  words[newest_change_place] = static_cast<uint64_t>(newest_change.value_or(0));
-  if (content) words[content_place - 1] = content_mark;
-  words[content_place] = content.value_or(0);
+  words[change_word] = static_cast<uint64_t>(newest_change.value_or(0));
+  if (content) words[content_word - 1] = content_mark;
+  words[content_word] = content.value_or(0);
   std::copy(database.begin(), database.end(), words.begin() + 3);
   for (uint64_t &word : words) word = htobe64(word);
   for (const size_t checksum : {first_checksum, change_checksum, last_checksum})
