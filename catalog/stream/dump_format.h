@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
-/// How descriptions travel: as a stream of SOIF objects, with a header in front of them if their sender likes.
+/// The form of an export: a stream of SOIF objects.
 ///
-/// An export is such a stream, which other catalogs can take in as a delivery. It carries what only an import needs in
-/// attributes of its own: in the header the next number and how many descriptions follow, in each description its
-/// number.
+/// Descriptions are exchanged as streams of SOIF objects. An RDMHEADER may be the first object. An export is such a
+/// stream, so that other catalogs can import it as a submission. It has additional attributes: in the header the next
+/// number (minidba-next-number) and the number of descriptions (minidba-descriptions), in each description its number
+/// (minidba-number).
 #ifndef CATALOG_STREAM_DUMP_FORMAT_H
 #define CATALOG_STREAM_DUMP_FORMAT_H
 
@@ -16,22 +17,24 @@
 
 namespace rdm::catalog {
 
-/// is_header says whether an object is the RDMHEADER in front of a stream.
+/// is_header returns true if an object is the RDMHEADER at the start of a stream.
 bool is_header(const SoifStream::Item &item);
 
-/// refusal returns why an object is no description, nothing when it is one.
+/// refusal returns the reason why an object is not a description: it is malformed or has no URL. Empty if it is one.
 std::string refusal(const SoifStream::Item &item);
 
-/// ExportHeader is what the header of an export tells; nothing where it does not.
+/// ExportHeader holds the additional attributes of an RDMHEADER; nothing for a missing or malformed one.
 struct ExportHeader {
-  std::optional<uint32_t> next_number;
-  std::optional<uint32_t> descriptions;
+  std::optional<uint32_t> next_number;   // 0 if all numbers are used
+  std::optional<uint32_t> descriptions;  // that follow
 };
+/// print_header returns the header as text, with the empty lines behind it. read_header reads one from its object.
 std::string print_header(const ExportHeader &header);
 ExportHeader read_header(const SOIF *object);
 
-/// with_number returns a record with its number added; number_in the number that a description carries, 0 when it
-/// carries none and nothing when what it carries is no number; drop_number takes it out.
+/// with_number returns a record with the attribute of its number added. number_in returns the number in a description:
+/// 0 if it has no such attribute, nothing if the value is not a decimal number from 1 to 2^32-1. drop_number deletes
+/// the attribute.
 std::string with_number(const std::string &record, uint32_t number);
 std::optional<uint32_t> number_in(const SOIF *object);
 void drop_number(SOIF *object);

@@ -8,7 +8,7 @@
 namespace rdm::catalog {
 namespace {
 
-/// Limits on the work for one object: lines that are tried, and attributes that are followed from each.
+/// Limits on the work for one object: lines that are tried, and attributes that are followed behind each of them.
 constexpr int most_lines = 1000, most_attributes = 100;
 
 bool closes(std::string_view text) {
@@ -34,7 +34,8 @@ bool take_attribute(std::string_view &text) {
   return true;
 }
 
-/// leads_to_end returns whether a text consists of attributes up to the end of the object.
+/// leads_to_end returns true if a text consists of attributes up to the end of the object, or has more of them than are
+/// followed.
 bool leads_to_end(std::string_view text) {
   for (int i = 0; i < most_attributes; ++i) {
     if (closes(text)) return true;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// The byte count that a value should have had.
+/// Guessing the right byte count of a malformed object.
 #ifndef CATALOG_STREAM_FITTING_COUNT_H
 #define CATALOG_STREAM_FITTING_COUNT_H
 
@@ -9,8 +9,9 @@
 
 namespace rdm::catalog {
 
-/// fitting_count returns the size of the value that `text` begins with, judged by what follows it: a line that closes
-/// the object, or attributes whose own counts lead there. `text` is the rest of the object. Nothing when no size fits.
+/// fitting_count returns the size in bytes of the value at the start of `text`, the rest of an object. After the value
+/// must come the line that closes the object, or attributes whose byte counts lead to that line. Nothing if no size
+/// fits.
 std::optional<size_t> fitting_count(std::string_view text);
 
 }  // namespace rdm::catalog

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// A stream of descriptions becomes part of the catalog.
+/// Importing a submission into a catalog.
 #ifndef CATALOG_STREAM_IMPORTER_H
 #define CATALOG_STREAM_IMPORTER_H
 
@@ -12,22 +12,26 @@
 
 namespace rdm::catalog {
 
-/// Summary counts what became of the objects of a stream.
+/// Summary counts the objects of a submission by their effect on the catalog.
 struct Summary {
   int64_t added = 0, changed = 0, unchanged = 0, rejected = 0;
   int64_t accepted() const { return added + changed + unchanged; }
 };
 
-/// Importer turns a stream into changes of a catalog. The first description that is accepted begins the change of the
-/// catalog; a stream without any leaves all files alone.
+/// Importer collects the descriptions of a submission in a WriteBatch. It calls begin of the transaction at the first
+/// accepted description, so that a submission without any changes no file.
 class Importer {
  public:
+  /// The transaction must outlive the importer.
   explicit Importer(WriteTransaction &transaction);
 
-  /// take judges one object of the stream and returns why it is rejected, nothing when it is not.
+  /// take adds a description to the batch unless its content is unchanged. It returns the reason if it rejects the
+  /// object, otherwise an empty text; it passes over the header. It drops minidba-number and rd-last-changed from the
+  /// object. Throws a Failure at damage in the catalog or if no number is left.
   std::string take(const SoifStream::Item &item);
+  /// batch returns the changes. The caller sets their dates and commits them with next_number, which is valid if
+  /// summary().accepted() is above 0.
   WriteBatch &batch() { return batch_; }
-  /// next_number is known once a description was accepted.
   uint32_t next_number() const { return next_number_; }
   const Summary &summary() const { return summary_; }
 

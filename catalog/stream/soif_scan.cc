@@ -36,11 +36,11 @@ int64_t tell(FILE *file) {
 
 using DeadEnds = std::unordered_map<int64_t, ScanFault>;
 
-/// How far it is between the places that are remembered, in blanks or attributes. Objects as they should be have fewer.
+/// The distance of memoised offsets, in blanks or attributes. Usual objects have fewer of either.
 constexpr int64_t blanks_apart = 4096;
 constexpr int attributes_apart = 64;
 
-/// ObjectScan goes through an object as the parser does.
+/// ObjectScan reads an object as the parser does, but seeks over the values.
 class ObjectScan {
  public:
   ObjectScan(FILE *file, int64_t size, const DeadEnds &dead_ends)
@@ -49,7 +49,7 @@ class ObjectScan {
   ScanFault object() {
     if (!header()) return fault(no_object);
     for (int count = 1;; ++count) {
-      if (pass_blanks() || is_dead_end(count % attributes_apart == 0)) return dead_ends_.at(place_);
+      if (pass_blanks() || is_dead_end(count % attributes_apart == 0)) return dead_ends_.at(offset_);
       const int c = input_.next();
       if (c == soif::end_of_input) return fault("not closed");
       if (c == '}') return {};
@@ -57,24 +57,25 @@ class ObjectScan {
       if (const std::string text = attribute(); !text.empty()) return fault(text);
     }
   }
-  /// places returns where the scan has been, for others to be warned of.
-  const std::vector<int64_t> &places() const { return places_; }
+  /// offsets returns offsets that the scan has passed. If the object is faulty, they are dead ends.
+  const std::vector<int64_t> &offsets() const { return offsets_; }
   const std::string &url() const { return url_; }
-  const std::optional<Counted> &last_count() const { return last_count_; }
+  const std::optional<ByteCount> &last_count() const { return last_count_; }
 
  private:
   ScanFault fault(std::string text) const { return {std::move(text), is_too_long_ || std::feof(file_) != 0}; }
 
-  /// is_dead_end says whether a scan before this one has been at the place, and may keep it for those after this.
+  /// is_dead_end returns true if an earlier scan came from this offset to a fault. With `is_kept`, it adds the offset
+  /// to offsets().
   bool is_dead_end(bool is_kept) {
-    if (is_kept) places_.push_back(place_);
-    return dead_ends_.contains(place_);
+    if (is_kept) offsets_.push_back(offset_);
+    return dead_ends_.contains(offset_);
   }
 
-  /// pass_blanks goes to the place where an attribute begins; true at a dead end on the way.
+  /// pass_blanks skips white space. It returns true if it meets a dead end.
   bool pass_blanks() {
-    for (place_ = tell(file_);; ++place_) {
-      if (place_ % blanks_apart == 0 && is_dead_end(true)) return true;
+    for (offset_ = tell(file_);; ++offset_) {
+      if (offset_ % blanks_apart == 0 && is_dead_end(true)) return true;
       const int c = input_.next();
       if (is_space(c)) continue;
       input_.back_up(c);
@@ -101,24 +102,24 @@ class ObjectScan {
     return value();
   }
 
-  /// value passes over a size and as many bytes, and returns what is wrong with them.
+  /// value skips a count and the value, and returns the reason if they are malformed.
   std::string value() {
     const auto digits = input_.token([](int c) { return c == '}'; }, buffer_);
     if (!digits) return no_object;
     const int32_t size = ascii::to_int32(*digits);
-    last_count_->count = *digits;
+    last_count_->text = *digits;
     input_.next();
-    if (input_.next() != ':' || input_.next() != '\t') return "no colon and tab after " + counted();
-    last_count_->value = tell(file_);
-    if (size < 0) return counted() + " has a size below zero";
-    is_too_long_ = last_count_->value + size > size_;
-    if (is_too_long_) return counted() + " reaches beyond the end";
+    if (input_.next() != ':' || input_.next() != '\t') return "no colon and tab after " + counted_name();
+    last_count_->value_offset = tell(file_);
+    if (size < 0) return counted_name() + " has a size below zero";
+    is_too_long_ = last_count_->value_offset + size > size_;
+    if (is_too_long_) return counted_name() + " reaches beyond the end";
     seek(file_, size, SEEK_CUR);
     return "";
   }
 
-  std::string counted() const {
-    return printable(last_count_->attribute, 60) + '{' + printable(last_count_->count, 20) + '}';
+  std::string counted_name() const {
+    return printable(last_count_->attribute, 60) + '{' + printable(last_count_->text, 20) + '}';
   }
 
   template <typename Class>
@@ -132,11 +133,11 @@ class ObjectScan {
   int64_t size_;
   const DeadEnds &dead_ends_;
   soif::FileInput input_;
-  std::vector<int64_t> places_;
+  std::vector<int64_t> offsets_;
   std::string url_;
-  std::optional<Counted> last_count_;
-  int64_t place_ = 0;
-  bool is_too_long_ = false;  // the value read last, for the file
+  std::optional<ByteCount> last_count_;
+  int64_t offset_ = 0;
+  bool is_too_long_ = false;  // the last value reaches beyond the end of the file
   char buffer_[soif::token_limit];
 };
 
@@ -156,7 +157,7 @@ std::string SoifScan::fault_of(int64_t offset) {
   url_ = scan.url();
   last_count_ = scan.last_count();
   if (!fault_.text.empty())
-    for (const int64_t place : scan.places()) dead_ends_.emplace(place, fault_);
+    for (const int64_t passed : scan.offsets()) dead_ends_.emplace(passed, fault_);
   return fault_.text;
 }
 

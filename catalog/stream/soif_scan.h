@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// A look at an object before it is read.
+/// Checking a SOIF object before it is parsed.
 #ifndef CATALOG_STREAM_SOIF_SCAN_H
 #define CATALOG_STREAM_SOIF_SCAN_H
 
@@ -12,47 +12,49 @@
 
 namespace rdm::catalog {
 
-/// ScanFault is what is wrong with an object; the text is empty where nothing is.
+/// ScanFault is a fault of an object.
 struct ScanFault {
-  std::string text;
+  std::string text;      // the reason; empty if there is no fault
   bool met_end = false;  // the file ends within the object
 };
 
-/// printable returns a text fit for one line: at most `limit` bytes of it, control characters replaced.
+/// printable returns a text for one line: its first `limit` bytes, with "?" for control characters, and "..." if it is
+/// longer.
 std::string printable(std::string_view text, size_t limit);
 
-/// Counted is the last attribute whose byte count a scan has read: when an object is faulty, the count that may be
-/// wrong.
-struct Counted {
+/// ByteCount is a byte count in an object.
+struct ByteCount {
   std::string attribute;
-  std::string count;  // as it is written
-  int64_t value;      // the offset of the value
+  std::string text;      // the count as it is written
+  int64_t value_offset;  // of the value in the file; 0 if no value begins there
 };
 
-/// SoifScan looks at the objects of a file, from first to last. Where one leads to a place that one before it was led
-/// to in vain, it is given up: values of wrong sizes can let every object of a stream end in the same long rest, which
-/// is read once.
+/// SoifScan checks the objects of a file, from first to last. Wrong byte counts can lead every object of a stream into
+/// the same long rest. Offsets known to lead to a fault are therefore memoised, so that a stream is scanned in linear
+/// time.
 class SoifScan {
  public:
+  /// `file` belongs to the caller and must outlive the scan; `size` is its size in bytes.
   SoifScan(FILE *file, int64_t size) : file_(file), size_(size) {}
 
-  /// fault_of returns what is wrong with the object whose "@" is at `offset`, nothing when it can be read and is
-  /// closed. It passes over the values, so that a wrong size costs neither time nor memory, and is stricter than the
-  /// parser about names: one with blanks or braces is what a wrong size leaves behind. A read error shows in the file;
-  /// one in seeking is a Failure.
+  /// fault_of returns the reason if the object whose "@" is at `offset` is malformed or not closed; otherwise an empty
+  /// text. It seeks over values, so that a wrong count costs neither time nor memory. It is stricter than the parser:
+  /// it refuses attribute names with white space or braces, which are usually the rest of a value with a wrong count.
+  /// After a read error, ferror of the file is set. Throws a SystemFailure if fseeko or ftello fails.
   std::string fault_of(int64_t offset);
-  /// met_end returns true if the object that fault_of was last asked about has a fault because the file ends within it.
+  /// met_end returns true if the last object has a fault because the file ends within it.
   bool met_end() const { return fault_.met_end; }
-  /// url and last_count tell about the object that fault_of looked at last; empty where it has none.
+  /// url returns the URL of the last object; empty if it has none. last_count returns the last count that was read of
+  /// it, which may be the wrong one; nothing if there was none.
   const std::string &url() const { return url_; }
-  const std::optional<Counted> &last_count() const { return last_count_; }
+  const std::optional<ByteCount> &last_count() const { return last_count_; }
 
  private:
   FILE *file_;
   int64_t size_;
   std::string url_;
-  std::optional<Counted> last_count_;
-  std::unordered_map<int64_t, ScanFault> dead_ends_;  // places between attributes, and the fault behind them
+  std::optional<ByteCount> last_count_;
+  std::unordered_map<int64_t, ScanFault> dead_ends_;  // offsets between attributes, and the fault behind them
   ScanFault fault_;                                   // of the last object
 };
 

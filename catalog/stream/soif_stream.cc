@@ -21,8 +21,8 @@ bool can_be_read_twice(int input) {
   return ::fstat(input, &status) == 0 && S_ISREG(status.st_mode) && ::lseek(input, 0, SEEK_CUR) == 0;
 }
 
-/// copy_of returns a descriptor of a copy of the whole input.
-int copy_of(int input, const std::string &name, const std::string &beside, const SoifStream::Copied &copied) {
+/// copy_of copies the rest of the input to a scratch file and returns a descriptor of the copy.
+int copy_of(int input, const std::string &name, const std::string &beside, const SoifStream::CopyProgress &progress) {
   ScratchFile copy(beside);
   std::vector<char> block(1 << 16);
   for (;;) {
@@ -30,17 +30,17 @@ int copy_of(int input, const std::string &name, const std::string &beside, const
     if (got < 0) throw system_failure("cannot read " + name);
     if (got == 0) break;
     copy.append({block.data(), static_cast<size_t>(got)});
-    copied(got);
+    progress(got);
   }
   return ::fcntl(copy.descriptor(), F_DUPFD_CLOEXEC, 0);
 }
 
 }  // namespace
 
-SoifStream::SoifStream(int input, const std::string &beside, const Copied &copied, std::string name)
+SoifStream::SoifStream(int input, const std::string &beside, const CopyProgress &progress, std::string name)
     : name_(std::move(name)),
       descriptor_(can_be_read_twice(input) ? ::fcntl(input, F_DUPFD_CLOEXEC, 0)
-                                           : copy_of(input, name_, beside, copied)) {
+                                           : copy_of(input, name_, beside, progress)) {
   file_.reset(descriptor_ == -1 ? nullptr : ::fdopen(descriptor_, "r"));
   struct stat status;
   if (!file_ || ::fstat(descriptor_, &status) != 0) throw system_failure("cannot read " + name_);
@@ -48,7 +48,7 @@ SoifStream::SoifStream(int input, const std::string &beside, const Copied &copie
   scan_.emplace(file_.get(), size_);
 }
 
-/// find_object returns the offset of the next "@", which after a malformed object must begin a line.
+/// find_object returns the offset of the next "@" or, with `at_line_start`, of the next "@" at the start of a line.
 std::optional<int64_t> SoifStream::find_object(int64_t from, bool at_line_start) {
   if (::fseeko(file_.get(), from, SEEK_SET) != 0) throw system_failure("cannot read " + name_);
   bool line_start = !at_line_start;
@@ -63,7 +63,7 @@ std::optional<int64_t> SoifStream::find_object(int64_t from, bool at_line_start)
   }
 }
 
-/// check_readable tells what could not be read from what is malformed.
+/// check_readable throws a SystemFailure after a read error, which would otherwise look like the end of the file.
 void SoifStream::check_readable() const {
   if (std::ferror(file_.get()) != 0) throw system_failure("cannot read " + name_);
 }
@@ -95,19 +95,19 @@ std::optional<SoifStream::Item> SoifStream::next() {
   return item;
 }
 
-/// misfit_before tells about the count that the scan read last, if another one fits the bytes up to the object's end.
+/// misfit_before returns the last count of the object before `end` if another count fits; otherwise nothing.
 std::optional<SoifStream::Misfit> SoifStream::misfit_before(int64_t end) const {
   constexpr int64_t most = 1 << 20;
-  const std::optional<Counted> &counted = scan_->last_count();
-  if (!counted || counted->value <= 0 || counted->value >= end) return std::nullopt;
-  std::string rest(static_cast<size_t>(std::min(end - counted->value, most)), '\0');
-  rest.resize(read_at(counted->value, rest.data(), rest.size()));
+  const std::optional<ByteCount> &last = scan_->last_count();
+  if (!last || last->value_offset <= 0 || last->value_offset >= end) return std::nullopt;
+  std::string rest(static_cast<size_t>(std::min(end - last->value_offset, most)), '\0');
+  rest.resize(read_at(last->value_offset, rest.data(), rest.size()));
   const std::optional<size_t> fits = fitting_count(rest);
-  if (!fits || std::to_string(*fits) == counted->count) return std::nullopt;
-  return Misfit{counted->attribute, counted->count, *fits};
+  if (!fits || std::to_string(*fits) == last->text) return std::nullopt;
+  return Misfit{last->attribute, last->text, *fits};
 }
 
-/// read_at reads around the stream, whose position stays.
+/// read_at uses pread, which does not move the position of the stream.
 size_t SoifStream::read_at(int64_t offset, char *bytes, size_t count) const {
   const ssize_t got = uninterrupted([&] { return ::pread(descriptor_, bytes, count, offset); });
   if (got < 0) throw system_failure("cannot read " + name_);
@@ -115,14 +115,14 @@ size_t SoifStream::read_at(int64_t offset, char *bytes, size_t count) const {
 }
 
 int64_t SoifStream::line_of(int64_t offset) {
-  if (offset < counted_to_) counted_to_ = 0, lines_ = 1;
+  if (offset < line_offset_) line_offset_ = 0, lines_ = 1;
   std::array<char, 1 << 16> block;
-  while (counted_to_ < offset) {
-    const auto wanted = std::min<size_t>(block.size(), static_cast<size_t>(offset - counted_to_));
-    const size_t got = read_at(counted_to_, block.data(), wanted);
+  while (line_offset_ < offset) {
+    const auto wanted = std::min<size_t>(block.size(), static_cast<size_t>(offset - line_offset_));
+    const size_t got = read_at(line_offset_, block.data(), wanted);
     if (got == 0) break;
     lines_ += std::count(block.begin(), block.begin() + static_cast<ptrdiff_t>(got), '\n');
-    counted_to_ += static_cast<int64_t>(got);
+    line_offset_ += static_cast<int64_t>(got);
   }
   return lines_;
 }

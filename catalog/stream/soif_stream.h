@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// The objects of a SOIF stream, one at a time, each judged on its own.
+/// Reading a SOIF stream that may hold malformed objects.
 #ifndef CATALOG_STREAM_SOIF_STREAM_H
 #define CATALOG_STREAM_SOIF_STREAM_H
 
@@ -16,17 +16,20 @@
 
 namespace rdm::catalog {
 
-/// SoifStream reads objects from a file. After an object that is malformed it goes on at the next line that begins with
-/// "@", so that a wrong size costs no other object.
+/// SoifStream reads the objects of a stream one by one. After a malformed object it continues at the next line that
+/// begins with "@", so that a wrong byte count costs no other object. Its procedures throw a SystemFailure if the input
+/// cannot be read.
 class SoifStream {
  public:
-  /// The input is read from where it stands; one that cannot be read twice is first copied beside `beside`, and
-  /// `copied` told how many bytes were, block by block. Failures call the input by its name.
-  using Copied = std::function<void(int64_t bytes)>;
+  /// SoifStream duplicates the descriptor `input`. An input that is not a regular file at offset 0 is first copied to a
+  /// scratch file in the directory of `beside`; `progress` receives the size of each copied block. `name` names the
+  /// input in messages.
+  using CopyProgress = std::function<void(int64_t bytes)>;
   SoifStream(
-      int input, const std::string &beside, const Copied &copied = [](int64_t) {}, std::string name = "the input");
+      int input, const std::string &beside, const CopyProgress &progress = [](int64_t) {},
+      std::string name = "the input");
 
-  /// Misfit is a byte count of a malformed object that is wrong.
+  /// Misfit is a wrong byte count of a malformed object.
   struct Misfit {
     std::string attribute;
     std::string count;  // as it is written
@@ -35,22 +38,22 @@ class SoifStream {
   struct Item {
     int64_t number;        // of the object in the stream, from 1
     int64_t offset;        // of its "@", in bytes
-    int64_t end;           // of the byte behind it; a malformed one reaches to where the reading goes on
-    SoifPtr object;        // null when it is malformed
+    int64_t end;           // of the byte behind it; behind a malformed object, of the next "@" at the start of a line
+    SoifPtr object;        // null if it is malformed
     std::string reason;    // why it is malformed
     bool is_cut = false;   // it is malformed because the input ends within it
-    std::string url = {};  // of a malformed object, as far as it can be told
+    std::string url = {};  // of a malformed object, if it could be read
     std::optional<Misfit> misfit = {};
   };
-  /// next returns the next object, or nothing at the end.
+  /// next returns the next object; nothing at the end.
   std::optional<Item> next();
 
-  /// bytes_of returns an object as it came. The next item is the same as without it.
+  /// bytes_of returns the bytes of an object as they were sent. It does not change what next returns.
   std::string bytes_of(const Item &item);
-  /// line_of returns the number of the line, from 1, in which an offset lies. Offsets are best asked in rising order.
+  /// line_of returns the line number, from 1, of an offset. It is fastest for ascending offsets.
   int64_t line_of(int64_t offset);
   const std::string &name() const { return name_; }
-  /// size returns how many bytes the stream has.
+  /// size returns the size of the stream in bytes.
   int64_t size() const { return size_; }
 
  private:
@@ -70,7 +73,7 @@ class SoifStream {
   int64_t size_ = 0;
   int64_t position_ = 0;
   int64_t number_ = 0;
-  int64_t counted_to_ = 0, lines_ = 1;  // the offset that line_of has counted to, and its line
+  int64_t line_offset_ = 0, lines_ = 1;  // an offset and its line, from which line_of counts
 };
 
 }  // namespace rdm::catalog

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Whether a stream of descriptions is whole.
+/// Checking that a stream of descriptions is complete.
 #ifndef CATALOG_STREAM_STREAM_CHECK_H
 #define CATALOG_STREAM_STREAM_CHECK_H
 
@@ -11,32 +11,32 @@
 
 namespace rdm::catalog {
 
-/// StreamCheck compares the objects of a stream with the export header in front of them. An export header is an
-/// RDMHEADER that says how many descriptions follow. A stream without one can end anywhere without being noticed.
+/// StreamCheck compares the number of objects in a stream with its export header, an RDMHEADER with
+/// minidba-descriptions. Without an export header, a truncated stream cannot be recognised.
 class StreamCheck {
  public:
-  /// take comes for each object of the stream in turn, the header included.
+  /// take must be called with each object of the stream in order, the header included.
   void take(const SoifStream::Item &item);
 
   bool has_export_header() const { return header_.descriptions.has_value(); }
   const ExportHeader &header() const { return header_; }
-  /// objects returns how many objects there were, malformed ones included, the header not.
+  /// objects returns the number of objects without the header, malformed ones included.
   int64_t objects() const { return objects_; }
 
-  /// require_end throws a Failure if the end of the stream is missing: there are fewer descriptions than the export
-  /// header announces, or the input ends within one. What follows a cut object lies within a value of it, although it
-  /// may look like objects. require_whole throws also if there are more descriptions than announced.
+  /// require_end throws a Failure if the stream has an export header and is truncated: it has fewer descriptions than
+  /// announced, or ends within one. After a truncated object, `take` may have counted objects that are part of its last
+  /// value. require_whole does so too, and throws a Failure if there are more descriptions than announced.
   void require_end() const;
   void require_whole() const;
 
  private:
-  struct Place {
+  struct CutObject {
     int64_t number, offset;
   };
 
   ExportHeader header_;
   int64_t objects_ = 0;
-  std::optional<Place> cut_;  // the first object within which the input ends
+  std::optional<CutObject> cut_;  // the first object within which the input ends
 };
 
 }  // namespace rdm::catalog
