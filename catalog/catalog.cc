@@ -9,8 +9,7 @@
 namespace rdm::catalog {
 namespace {
 
-/// What the message of a Failure over something damaged ends with.
-constexpr char way_on[] = " (--skip-damaged goes on without it)";
+constexpr char hint[] = " (--skip-damaged goes on without it)";
 
 SoifPtr checked(SoifPtr object, const Catalog &catalog, uint32_t number, std::string_view record) {
   if (!object) throw catalog.refused(number, record, "it is not a SOIF object");
@@ -26,7 +25,7 @@ Catalog::Catalog(std::string database, IfMissing if_missing) : path_(std::move(d
     return;
   }
   table_.emplace(path_);
-  urls_ = UrlMap::open(*table_, map_obstacle_);
+  urls_ = UrlMap::open(*table_, map_error_);
 }
 
 std::optional<std::string> Catalog::get(uint32_t number) const {
@@ -50,8 +49,8 @@ std::optional<uint32_t> Catalog::number_of(std::string_view url) const {
   return std::nullopt;
 }
 
-/// mapped asks the map, and what it leads to: a writer that believed a damaged map would put one description in the
-/// place of another. A description that is lost, or no object any more, keeps its number.
+/// mapped returns the number that the map has for a URL, after comparing the URL with that of the record: with a
+/// damaged map, a writer would replace another description. A record that is lost or holds no object keeps its number.
 std::optional<uint32_t> Catalog::mapped(std::string_view url) const {
   const std::optional<uint32_t> number = urls_->number_of(url);
   if (!number) return number;
@@ -64,8 +63,7 @@ std::optional<uint32_t> Catalog::mapped(std::string_view url) const {
 uint32_t Catalog::next_number() const {
   if (!table_) return 1;
   if (urls_) return urls_->next_number();
-  // Another program has changed the database, or made it, and may have given numbers of which the trailer knows
-  // nothing.
+  // Another program has written the database and may have used numbers that are not in the trailer.
   const uint32_t free = scan().next_number();
   return table_->trailer() ? later(table_->trailer()->next_number, free) : free;
 }
@@ -89,8 +87,8 @@ void Catalog::each(const Visitor &visit) const {
   if (!table_) return;
   const auto refuse = [this](std::string_view key, std::string_view record, const std::string &what) {
     if (is_partial()) return;
-    if (key.empty()) throw Failure(what + way_on);
-    throw Failure(damaged_key(key, record, what) + way_on);
+    if (key.empty()) throw Failure(what + hint);
+    throw Failure(damaged_key(key, record, what) + hint);
   };
   const auto take = [&](std::string_view key, std::string_view record) {
     const auto number = catalog::number_of(key);
@@ -100,10 +98,10 @@ void Catalog::each(const Visitor &visit) const {
   table_->each_sound(take, refuse);
 }
 
-void Catalog::each_to_copy(const Visitor &visit, const Predicate &is_left) const {
+void Catalog::each_to_copy(const Visitor &visit, const Predicate &skip) const {
   bool is_whole = true;
   each([&](uint32_t number, std::string_view record) {
-    if (is_left && is_left(number)) {
+    if (skip && skip(number)) {
       is_whole = false;
       return;
     }
@@ -114,10 +112,10 @@ void Catalog::each_to_copy(const Visitor &visit, const Predicate &is_left) const
   is_checked_ = is_checked_ || is_whole;
 }
 
-void Catalog::check_copied(std::string_view key, std::string_view record, const Predicate &is_left) const {
+void Catalog::check_copied(std::string_view key, std::string_view record, const Predicate &skip) const {
   const auto number = catalog::number_of(key);
-  if (!number || *number == 0) throw Failure(damaged_key(key, record, "its key is not a number") + way_on);
-  if (is_checked_ || is_left(*number)) return;
+  if (!number || *number == 0) throw Failure(damaged_key(key, record, "its key is not a number") + hint);
+  if (is_checked_ || skip(*number)) return;
   if (const std::string fault = known_.fault_of(*number, record); !fault.empty()) throw refused(*number, record, fault);
 }
 
@@ -126,17 +124,17 @@ std::string Catalog::fault_of(uint32_t number, std::string_view record) const {
   return fault.empty() && !url_of(record) ? "it is not a SOIF object" : fault;
 }
 
-void Catalog::skip_damaged(const FaultCallback &told) {
+void Catalog::skip_damaged(const FaultCallback &report) {
   if (!table_) return;
   int64_t count = 0;
   bool is_whole = true;
   const auto leave = [&](const std::string &fault) {
-    told(fault);
+    report(fault);
     ++count;
   };
-  const auto refuse = [&](std::string_view key, std::string_view record, const std::string &what) {
+  const auto refuse = [&](std::string_view key, std::string_view record, const std::string &fault) {
     is_whole = is_whole && !key.empty();
-    leave(key.empty() ? what : damaged_key(key, record, what));
+    leave(key.empty() ? fault : damaged_key(key, record, fault));
   };
   const auto take = [&](std::string_view key, std::string_view record) {
     const auto number = catalog::number_of(key);
@@ -147,21 +145,21 @@ void Catalog::skip_damaged(const FaultCallback &told) {
     skipped_.insert(*number);
   };
   table_->each_sound(take, refuse);
-  if (!is_whole) name_lost(told);
+  if (!is_whole) report_lost(report);
   left_out_ = count;
   is_checked_ = true;
   if (is_partial()) urls_.reset();
 }
 
-/// name_lost names what the URL map has and no page. The next map will not have it any more.
-void Catalog::name_lost(const FaultCallback &told) const try {
+/// report_lost reports the records that the URL map names and no page holds. The next map will not name them.
+void Catalog::report_lost(const FaultCallback &report) const try {
   if (!urls_) return;
   urls_->each([&](std::string_view url, uint32_t number) {
     if (!skipped_.contains(number) && is_lost(number))
-      told("lost record " + std::to_string(number) + " (" + std::string(url) + ") in " + path_);
+      report("lost record " + std::to_string(number) + " (" + std::string(url) + ") in " + path_);
   });
 } catch (const Failure &) {
-  // What was found before the damage still holds.
+  // The map is damaged too: the records behind the damage are not reported.
 }
 
 bool Catalog::is_lost(uint32_t number) const try {
@@ -179,26 +177,26 @@ std::optional<std::string> Catalog::url_in_map(uint32_t number) const {
       if (mapped == number) found = url;
     });
   } catch (const Failure &) {
-    // What was found before the damage still holds.
+    // A URL that was found before the damage is valid.
   }
   return found;
 }
 
-std::string Catalog::damaged(uint32_t number, std::string_view record, const std::string &what) const {
+std::string Catalog::damaged(uint32_t number, std::string_view record, const std::string &fault) const {
   const std::optional<std::string> own = url_of(record), url = own ? own : url_in_map(number);
-  return "damaged record " + std::to_string(number) + (url ? " (" + *url + ")" : "") + " in " + path_ + ": " + what;
+  return "damaged record " + std::to_string(number) + (url ? " (" + *url + ")" : "") + " in " + path_ + ": " + fault;
 }
 
-std::string Catalog::damaged_key(std::string_view key, std::string_view record, const std::string &what) const {
-  if (const auto number = catalog::number_of(key); number && *number != 0) return damaged(*number, record, what);
+std::string Catalog::damaged_key(std::string_view key, std::string_view record, const std::string &fault) const {
+  if (const auto number = catalog::number_of(key); number && *number != 0) return damaged(*number, record, fault);
   std::string name(key);
   std::replace_if(
       name.begin(), name.end(), [](unsigned char c) { return c < ' ' || c == 127; }, '?');
-  return "damaged record \"" + name + "\" in " + path_ + ": " + what;
+  return "damaged record \"" + name + "\" in " + path_ + ": " + fault;
 }
 
-Failure Catalog::refused(uint32_t number, std::string_view record, const std::string &what) const {
-  return Failure(damaged(number, record, what) + way_on);
+Failure Catalog::refused(uint32_t number, std::string_view record, const std::string &fault) const {
+  return Failure(damaged(number, record, fault) + hint);
 }
 
 bool Catalog::hides(uint32_t number) const {
@@ -249,7 +247,7 @@ bool Catalog::has_damaged_map() const {
 
 bool Catalog::drop_damaged_map() {
   if (!has_damaged_map()) return false;
-  newest_change_ = newest_change();  // which the map's trailer knows, whatever has become of the rest
+  newest_change_ = newest_change();  // the trailer of the map has a checksum of its own
   urls_.reset();
   return true;
 }
@@ -262,7 +260,7 @@ void Catalog::renew_url_map(const Lock &) {
   items.write(output, table_->file(), free_number(), newest_change());
   output.sync();
   output.commit();
-  urls_ = UrlMap::open(*table_, map_obstacle_);
+  urls_ = UrlMap::open(*table_, map_error_);
   map_is_damaged_.reset();
 }
 

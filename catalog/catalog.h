@@ -1,5 +1,9 @@
 // SPDX-License-Identifier: MIT
-/// A catalog as it stands in its files: the descriptions by number and by URL.
+/// Reading a catalog: its descriptions by number and by URL.
+///
+/// A number is that of a description, from 1; a record is the SOIF text of a description, as print returns it. A
+/// procedure that reads files throws a SystemFailure for a failed system call and a Failure for a damaged file; both
+/// name the file. A catalog caches what it has read, so one thread at a time may use it, even through const procedures.
 #ifndef CATALOG_CATALOG_H
 #define CATALOG_CATALOG_H
 
@@ -24,84 +28,94 @@
 
 namespace rdm::catalog {
 
-/// What opening a catalog that is not there does. Where it is assumed not to be there, what is there is not looked at:
-/// a commit replaces it, sound or damaged.
+/// IfMissing says what opening a catalog without a database file does: `error` throws a Failure, `empty` opens a
+/// catalog without descriptions. `assumed` does so without looking for the file: a commit replaces it, sound or
+/// damaged.
 enum class IfMissing { error, empty, assumed };
 
-/// Catalog is a snapshot open for reading. The file it opened stays readable when another takes its place. Reading
-/// needs neither the lock nor permission to write; what is damaged is a Failure that names the file.
+/// Catalog is one snapshot, open for reading. It needs neither the lock nor permission to write. The open file stays
+/// readable after a writer has renamed another one over it.
 class Catalog {
  public:
+  /// Catalog opens the database at a path and, if there is one of this snapshot, its URL map.
   explicit Catalog(std::string database, IfMissing if_missing = IfMissing::error);
 
-  /// exists is false for a catalog that is yet to be made.
+  /// exists returns false for a catalog that was opened without a database file.
   bool exists() const { return table_.has_value(); }
-  /// path is that of the database.
+  /// path returns the path of the database.
   const std::string &path() const { return path_; }
 
+  /// get returns the record of a number; nothing if there is none or skip_damaged has left it out.
   std::optional<std::string> get(uint32_t number) const;
-  /// number_of returns the number of the description with this URL, the lowest if there are several. It asks the URL
-  /// map; without a map of this snapshot, or if a damaged one does not have the URL, it reads the whole catalog once.
+  /// number_of returns the number of the description with this URL, the lowest if there are several; nothing if there
+  /// is none. It asks the URL map. Without a map of this snapshot, or if a damaged map does not have the URL, it reads
+  /// the whole catalog once. A map that leads to a description with another URL is a Failure.
   std::optional<uint32_t> number_of(std::string_view url) const;
-  /// next_number returns a number that no description of this catalog has had, deleted ones included; 0 when none is
-  /// left. It may read the whole catalog, as number_of does.
+  /// next_number returns a number that no description of this catalog has had, deleted ones included; 0 if all are
+  /// used. It may read the whole catalog, as number_of does.
   uint32_t next_number() const;
 
-  /// newest_change returns the newest time of change that this catalog is known to have given; 0 if none. The map knows
-  /// it; without a map of this snapshot, or with one of an earlier version, it reads the whole catalog once and passes
-  /// over what is damaged.
+  /// newest_change returns the newest time of change that this catalog is known to have given; 0 if none. The URL map
+  /// holds it. Without a map of this snapshot, or with one of an earlier version, newest_change reads the whole catalog
+  /// once and ignores damaged records.
   time_t newest_change() const;
 
-  /// newest_given returns the newest time of change that minidba has given in this database, as it says itself; nothing
-  /// if it does not. Another program may have written later times.
+  /// newest_given returns the newest time of change that minidba has given in this database, as the file's trailer
+  /// says; nothing without a trailer. Another program may have written later times.
   std::optional<time_t> newest_given() const;
 
+  /// Visitor receives a description; `record` is valid during the call.
   using Visitor = std::function<void(uint32_t number, std::string_view record)>;
-  /// each visits every description, in the file's order.
+  /// each visits every description, in the order of the file.
   void each(const Visitor &visit) const;
 
-  /// remember has what is copied held against an index.
+  /// remember keeps the entries of an index: each_to_copy, check_copied and skip_damaged compare records with them.
   void remember(KnownRecords known) { known_ = std::move(known); }
-  /// each_to_copy does as each, but a record that contradicts the index is a Failure. `is_left` chooses the
-  /// numbers that are passed over unseen; it may be empty.
+  /// each_to_copy visits every description for which `skip` does not return true; `skip` may be empty. A visited record
+  /// that contradicts the index is a Failure.
   using Predicate = std::function<bool(uint32_t number)>;
-  void each_to_copy(const Visitor &visit, const Predicate &is_left = {}) const;
-  /// check_copied does for one record of a copy what each_to_copy does.
-  void check_copied(std::string_view key, std::string_view record, const Predicate &is_left) const;
+  void each_to_copy(const Visitor &visit, const Predicate &skip = {}) const;
+  /// check_copied throws the Failure that each_to_copy throws for a record, which a copy has under `key`.
+  void check_copied(std::string_view key, std::string_view record, const Predicate &skip) const;
 
-  /// skip_damaged reads the whole catalog and leaves out every damaged record from then on, as if it were not there;
-  /// `told` gets what is left out. The URL map is not used any more if anything is.
+  /// skip_damaged reads the whole catalog. From then on, no procedure returns or visits a damaged record. `report`
+  /// receives a line about each record and page that is left out, and about each record that the URL map names and no
+  /// page holds. If anything is left out, the URL map is not used any more.
   using FaultCallback = std::function<void(const std::string &fault)>;
-  void skip_damaged(const FaultCallback &told);
-  /// is_partial returns true if something was left out, left_out how many records and pages.
+  void skip_damaged(const FaultCallback &report);
+  /// is_partial returns true if skip_damaged has left out anything; left_out returns how many records and pages.
   bool is_partial() const { return left_out_ > 0; }
   int64_t left_out() const { return left_out_; }
-  /// hides returns true if the record of a number was left out or lies behind a damaged page.
+  /// hides returns true if the record of a number was left out, or a damaged page keeps it from being found.
   bool hides(uint32_t number) const;
-  /// damaged returns what to say of a damaged record, with its URL where the record or the URL map has it; refused also
-  /// says how to go on without it.
-  std::string damaged(uint32_t number, std::string_view record, const std::string &what) const;
-  Failure refused(uint32_t number, std::string_view record, const std::string &what) const;
+  /// damaged returns a line for a user about a damaged record: number, URL, path and `fault`. The URL is that of the
+  /// record or, if the record holds no object, that of the URL map. refused returns a Failure with this line, which
+  /// also names the option that leaves damaged records out.
+  std::string damaged(uint32_t number, std::string_view record, const std::string &fault) const;
+  Failure refused(uint32_t number, std::string_view record, const std::string &fault) const;
 
-  /// predates returns true if a file was last written before the catalog was made or replaced as a whole.
+  /// predates returns true if a file, given by its status, was last written before the catalog was made or replaced as
+  /// a whole.
   bool predates(const struct stat &file) const;
 
-  /// each_url visits every URL with the number of its description, the lowest if there are several; free_number does as
-  /// next_number. Both go by the records alone, not by the map, and free_number never stays behind next_number.
+  /// each_url visits every URL with the number of its description, the lowest if there are several. free_number returns
+  /// a number as next_number does. Both read the records instead of the map; free_number is never below next_number.
   void each_url(const UrlMap::Visitor &visit) const;
   uint32_t free_number() const;
 
-  /// table returns the database itself. Only for a catalog that exists.
+  /// table returns the database. Only for a catalog that exists.
   const HashTable &table() const { return *table_; }
-  /// url_map returns the map on the disk, null when there is none of this snapshot.
+  /// url_map returns the URL map of this snapshot; null if there is none. It belongs to the catalog.
   const UrlMap *url_map() const { return urls_ ? &*urls_ : nullptr; }
-  /// map_obstacle returns what kept the system from reading a map that is there; empty where nothing did.
-  const std::string &map_obstacle() const { return map_obstacle_; }
-  /// has_damaged_map returns true if the map on the disk is of this snapshot, but not as it was written. It reads the
-  /// whole map once. drop_damaged_map leaves such a map unused from then on, and returns whether it did.
+  /// map_error returns the message of the failed system call that kept the URL map from being read; empty if none
+  /// failed.
+  const std::string &map_error() const { return map_error_; }
+  /// has_damaged_map returns true if the URL map is of this snapshot and its checksum does not match. It reads the
+  /// whole map once. drop_damaged_map stops the use of such a map and returns true if there was one.
   bool has_damaged_map() const;
   bool drop_damaged_map();
-  /// renew_url_map writes the map anew unless it is of this snapshot and has a checksum.
+  /// renew_url_map writes the URL map from the records, unless there is one of this snapshot with a checksum. It
+  /// replaces the file atomically; the caller holds the lock of the catalog.
   void renew_url_map(const Lock &lock);
 
  private:
@@ -109,20 +123,20 @@ class Catalog {
   std::optional<uint32_t> mapped(std::string_view url) const;
   time_t find_newest_change() const;
   std::optional<std::string> url_in_map(uint32_t number) const;
-  void name_lost(const FaultCallback &told) const;
+  void report_lost(const FaultCallback &report) const;
   bool is_lost(uint32_t number) const;
-  std::string damaged_key(std::string_view key, std::string_view record, const std::string &what) const;
+  std::string damaged_key(std::string_view key, std::string_view record, const std::string &fault) const;
   std::string fault_of(uint32_t number, std::string_view record) const;
 
   std::string path_;
   std::optional<HashTable> table_;
-  std::string map_obstacle_;
+  std::string map_error_;
   std::optional<UrlMap> urls_;
-  mutable std::optional<bool> map_is_damaged_;  // nothing until it has been looked at
+  mutable std::optional<bool> map_is_damaged_;  // nothing until has_damaged_map has read the map
   mutable std::optional<time_t> newest_change_;
-  mutable std::optional<UrlScan> scan_;  // what takes the map's place where there is none
+  mutable std::optional<UrlScan> scan_;  // used instead of the map if there is none
   KnownRecords known_;
-  mutable bool is_checked_ = false;  // each_to_copy has seen every record
+  mutable bool is_checked_ = false;  // each_to_copy has compared every record with the index
   int64_t left_out_ = 0;
   std::set<uint32_t> skipped_;
 };
@@ -130,15 +144,16 @@ class Catalog {
 /// index_path returns the path of the index beside a database.
 std::string index_path(const std::string &database);
 
-/// known_records returns what an index remembers of the records of a catalog; without a path the one beside the
-/// database. Nothing is known without an index, from one of an earlier catalog of this name, and from one that cannot
-/// be read: `unreadable` receives the reason.
+/// known_records returns the entries of the index at a path, or beside the database if the path is empty. The result is
+/// empty if there is no index, if the index is of an earlier catalog of this name, or if it cannot be read;
+/// `unreadable` then receives the reason.
 KnownRecords known_records(
     const Catalog &catalog, const std::string &index = "",
     const std::function<void(const std::string &reason)> &unreadable = [](const std::string &) {});
 
-/// parse_record returns the object of a record; parse_attributes keeps only the attributes of these names and their
-/// numbered instances. Both throw a Failure that names a record without an object.
+/// parse_record returns the object of a record. parse_attributes returns it with only the attributes of these
+/// lower-case names and their numbered instances. The object belongs to the caller. Both throw Catalog::refused if the
+/// record holds no object.
 SoifPtr parse_record(const Catalog &catalog, uint32_t number, std::string_view record);
 SoifPtr parse_attributes(const Catalog &catalog, uint32_t number, std::string_view record,
                          const std::vector<std::string> &names);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// The index of a catalog: its descriptions by the time of their last change.
+/// The index of a catalog: an entry for each description, sorted by the time of its last change.
 #ifndef CATALOG_INDEX_FILE_H
 #define CATALOG_INDEX_FILE_H
 
@@ -14,18 +14,20 @@ namespace rdm::catalog {
 
 using IndexEntry = index_format::Entry;
 
-/// entry_of returns the entry of a record, whose change time is given.
+/// entry_of returns the index entry of a record: its number, its size and CRC-32, and its time of change in seconds
+/// since 1970, which is limited to the 32 bits of an entry.
 IndexEntry entry_of(uint32_t number, std::string_view record, int64_t change_time);
 
-/// precedes is the order of an index: by time, then number.
+/// precedes returns true if `a` comes before `b` in an index: by time, then by number.
 bool precedes(const IndexEntry &a, const IndexEntry &b);
 
-/// encode returns an index as the bytes of its file; decode the entries of such bytes, in the order they stand in.
-/// decode throws a Failure that names `path` when they are no index.
+/// encode returns the bytes of an index file with these entries, in their order. decode returns the entries of such
+/// bytes, in their order; it throws a Failure that names `path` if the bytes are not an index.
 std::string encode(const std::vector<IndexEntry> &entries);
 std::vector<IndexEntry> decode(std::string_view bytes, const std::string &path);
 
-/// read_index returns the entries of an index file.
+/// read_index returns the entries of an index file. It throws a SystemFailure if the file cannot be read, otherwise as
+/// decode does.
 std::vector<IndexEntry> read_index(const std::string &path);
 
 }  // namespace rdm::catalog

@@ -12,8 +12,7 @@ bool by_number(const IndexEntry &a, const IndexEntry &b) { return a.number < b.n
 
 bool has_same_bytes(const IndexEntry &a, const IndexEntry &b) { return a.size == b.size && a.checksum == b.checksum; }
 
-/// has_damaged_time returns true if a record has the size and the checksum of its entry once it gets the entry's time:
-/// nothing but its time differs.
+/// has_damaged_time returns true if a record differs from its entry only in the text of its time of change.
 bool has_damaged_time(const IndexEntry &known, std::string_view record) {
   if (known.size != record.size()) return false;
   const std::string time = date_of(static_cast<time_t>(known.time));
@@ -25,17 +24,17 @@ bool has_damaged_time(const IndexEntry &known, std::string_view record) {
   return has_same_bytes(known, entry_of(known.number, mended, known.time));
 }
 
-/// only_bit returns the one bit in which two texts of a size differ whose CRC-32 have this difference; nothing if more
-/// differ. CRC-32 is linear: the difference that a bit makes depends on nothing but its distance from the end.
+/// only_bit returns the bit that differs between two texts of the same size, given the XOR of their CRC-32; nothing if
+/// more than one bit differs. CRC-32 is linear: the XOR of a bit depends only on its distance from the end.
 std::optional<size_t> only_bit(uint32_t difference, size_t size) {
   constexpr uint32_t polynomial = 0xEDB88320;
-  uint32_t made = polynomial;
-  for (size_t bit = 8 * size; bit-- > 0; made = made >> 1 ^ ((made & 1) != 0 ? polynomial : 0))
-    if (made == difference) return bit;
+  uint32_t crc = polynomial;
+  for (size_t bit = 8 * size; bit-- > 0; crc = crc >> 1 ^ ((crc & 1) != 0 ? polynomial : 0))
+    if (crc == difference) return bit;
   return std::nullopt;
 }
 
-/// has_flipped_bit returns true if a record is as its entry says once one bit of it is changed.
+/// has_flipped_bit returns true if a record matches its entry after flipping one of its bits.
 bool has_flipped_bit(const IndexEntry &known, const IndexEntry &now, std::string_view record) {
   const auto bit = known.size == now.size ? only_bit(known.checksum ^ now.checksum, record.size()) : std::nullopt;
   if (!bit) return false;
@@ -74,7 +73,7 @@ std::string KnownRecords::fault_of(const IndexEntry &now, std::string_view recor
     return known->size != now.size ? "its size is not that of the index" : "its checksum is not that of the index";
   if (now.time == 0) return "it has lost its time of change";
   if (is_possible(now.time)) return {};
-  // Another program may give times that are later than all that minidba gave. One bit alone differs only by accident.
+  // Another program may give times that are later than all times of minidba. A single flipped bit counts as damage.
   if (now.time <= newest_ && has_damaged_time(*known, record)) return "its time of change is not that of the index";
   return has_flipped_bit(*known, now, record) ? "one bit of it is not as in the index" : std::string();
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// What an index remembers of the records of a catalog.
+/// Comparing the records of a catalog with its index, to find damaged ones.
 #ifndef CATALOG_KNOWN_RECORDS_H
 #define CATALOG_KNOWN_RECORDS_H
 
@@ -14,31 +14,31 @@
 
 namespace rdm::catalog {
 
-/// KnownRecords tells damaged records from changed ones. A record that changes gets a later time of change than all
-/// that were given before, so one with the time of its index entry has the size and the checksum of it too.
+/// KnownRecords tells damaged records from changed ones. A changed record has a later time of change than all before.
+/// A record with the time of its index entry is therefore unchanged: if its size or checksum differs, it is damaged.
 class KnownRecords {
  public:
-  /// Without entries nothing is known. `newest_given` is the newest time of change that minidba has given in the
-  /// database; nothing if it is not known.
+  /// KnownRecords holds the entries of an index, in any order. `newest_given` is the newest time of change that minidba
+  /// has given in the database, deleted descriptions included; nothing if it is not known.
   explicit KnownRecords(std::vector<IndexEntry> entries = {}, std::optional<time_t> newest_given = std::nullopt);
 
-  /// entries returns all that is known, by number.
+  /// entries returns all entries, sorted by number.
   const std::vector<IndexEntry> &entries() const { return entries_; }
-  /// find returns the entry of a number, null when there is none.
+  /// find returns the entry of a number; null if there is none. It belongs to this object.
   const IndexEntry *find(uint32_t number) const;
-  /// fault_of returns how a record contradicts its entry: it is damaged. Empty when it is as the entry says, was
-  /// changed since, or is not known.
+  /// fault_of returns a reason, for a message, if a record contradicts its entry; empty if it matches the entry, has
+  /// changed since the index was made, or has no entry.
   std::string fault_of(uint32_t number, std::string_view record) const;
-  /// The same for a record of which the caller knows the entry that it should have.
+  /// fault_of does the same if the caller has made the entry of the record with entry_of.
   std::string fault_of(const IndexEntry &now, std::string_view record) const;
 
  private:
   /// is_possible returns true if a description that has changed since the index was made can have this time.
   bool is_possible(uint32_t time) const { return time > newest_ && (!newest_given_ || time <= *newest_given_); }
 
-  std::vector<IndexEntry> entries_;     // by number
-  uint32_t newest_ = 0;                 // time of all entries
-  std::optional<time_t> newest_given_;  // time in the database, deleted descriptions included
+  std::vector<IndexEntry> entries_;  // by number
+  uint32_t newest_ = 0;              // the newest time of all entries
+  std::optional<time_t> newest_given_;
 };
 
 }  // namespace rdm::catalog

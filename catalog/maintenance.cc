@@ -14,7 +14,7 @@ bool has_expired(const SOIF *object, time_t now) {
   return time != 0 && time < now;
 }
 
-/// has_attributes returns true if an object has any attribute at all.
+/// has_attributes returns true if an object has at least one attribute.
 bool has_attributes(const SOIF *object) {
   const cshashtable &table = *object->attrs;
   return std::any_of(table.buckets, table.buckets + table.nbuckets,

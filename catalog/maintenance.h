@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-/// What keeps a catalog in order: dropping what has expired, writing the index, finding what is not classified.
+/// Maintenance of a catalog: erasing expired descriptions, writing the index, finding descriptions without
+/// classification. Each procedure throws a Failure at the first damaged record.
 #ifndef CATALOG_MAINTENANCE_H
 #define CATALOG_MAINTENANCE_H
 
@@ -15,25 +16,26 @@
 
 namespace rdm::catalog {
 
-/// RecordProgress receives the size of each record that was read.
+/// RecordProgress is called after each record that was read, with its size in bytes.
 using RecordProgress = std::function<void(int64_t bytes)>;
 inline const RecordProgress no_progress = [](int64_t) {};
 
-/// erase_expired erases in a batch the descriptions whose "rd-expires" is before `now`. One that cannot be read never
-/// expires. Throws a Failure at a damaged record.
+/// erase_expired adds to a batch the erasure of each description whose "rd-expires" is before `now`, in seconds since
+/// 1970. A description whose "rd-expires" cannot be parsed does not expire.
 void erase_expired(const Catalog &catalog, time_t now, WriteBatch &batch, const RecordProgress &progress = no_progress);
 
-/// index_entries returns the entries of all records that can be read, in the order of the file. `visit` receives each
-/// with its record.
+/// index_entries returns the index entries of all records, in the order of the file. `visit` receives each entry with
+/// its record.
 using EntryVisitor = std::function<void(const IndexEntry &entry, std::string_view record)>;
 std::vector<IndexEntry> index_entries(const Catalog &catalog, const EntryVisitor &visit);
 
-/// write_index puts an index with these entries, which it sorts, in the place of a file. A new file gets owner, group
-/// and permissions of the database.
+/// write_index sorts the entries and replaces the index at `path` with them, atomically. If there is no index yet,
+/// owner, group and mode are copied from the database. A Failure leaves the old index, unless its text says that it is
+/// replaced.
 void write_index(const std::string &path, const std::string &database, std::vector<IndexEntry> entries);
 
-/// each_unclassified visits the URL of each description without "classification", in the order of the entries. The
-/// index they come from may be older than the catalog.
+/// each_unclassified visits the URL of each description without "classification" or its numbered instances, in the
+/// order of the entries. Entries whose description has been deleted are passed over.
 void each_unclassified(const Catalog &catalog, const std::vector<IndexEntry> &entries,
                        const std::function<void(const std::string &url)> &visit);
 

@@ -75,7 +75,7 @@ Undated print_undated(SOIF *object, std::string_view content) {
   const std::string none = date_of(0);
   soif_insert(object, last_changed, none.data(), static_cast<int32_t>(none.size()));
   Undated undated{print(object), 0};
-  // The two texts differ first within the line of the time: no other attribute has this name.
+  // The texts differ first in the line of "rd-last-changed": no other attribute has this name.
   const auto [at, ignored] =
       std::mismatch(undated.record.begin(), undated.record.end(), content.begin(), content.end());
   const auto line = undated.record.rfind('\n', static_cast<size_t>(at - undated.record.begin()) - 1) + 1;

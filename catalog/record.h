@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Resource descriptions as a catalog keeps them.
+/// Records: descriptions as a catalog stores them, SOIF text under a key.
 #ifndef CATALOG_RECORD_H
 #define CATALOG_RECORD_H
 
@@ -14,40 +14,42 @@
 
 namespace rdm::catalog {
 
-/// database_key returns the key of a number: 8 hexadecimal digits. number_of is its inverse; nothing for another text.
+/// database_key returns the key of a number: 8 lower-case hexadecimal digits. number_of is its inverse; it returns
+/// nothing for a text that database_key does not return.
 std::string database_key(uint32_t number);
 constexpr uint32_t database_key_size = 8;
 std::optional<uint32_t> number_of(std::string_view key);
 
-/// print returns an object as text.
+/// print returns an object as SOIF text.
 std::string print(const SOIF *object);
-/// parse returns the object that a record holds, or null.
+/// parse returns the first object of a text, which belongs to the caller; null if there is none.
 SoifPtr parse(std::string_view record);
-/// url_of returns the URL of a record, or nothing when it holds no object.
-std::optional<std::string> url_of(std::string_view record);
-/// parse_only does the same but keeps only the attributes of these names, in lower case, and their numbered instances.
+/// parse_only does so but keeps only the attributes of these lower-case names and their numbered instances.
 SoifPtr parse_only(std::string_view record, std::vector<std::string> names);
+/// url_of returns the URL of the first object of a text; nothing if there is none.
+std::optional<std::string> url_of(std::string_view record);
 
-/// content returns what makes two versions of a description equal: its text without "rd-last-changed". The object loses
-/// that attribute.
+/// content deletes "rd-last-changed" from an object and returns the object as text. Versions of a description are equal
+/// if their contents are.
 std::string content(SOIF *object);
 
-/// date_of returns a time as "rd-last-changed" tells it.
+/// date_of returns a time, in seconds since 1970, as the value of "rd-last-changed": date_size bytes for the years 1000
+/// to 9999.
 std::string date_of(time_t time);
-constexpr uint32_t date_size = 29;  // bytes, for the years 1000 to 9999
+constexpr uint32_t date_size = 29;
 
-/// Undated is a record whose time of change is not yet known.
+/// Undated is a record whose "rd-last-changed" has a placeholder as its value.
 struct Undated {
   std::string record;
-  uint32_t date_offset;  // where date_of the time will stand in the record
+  uint32_t date_offset;  // of the placeholder in the record; date_of replaces it
 };
-/// print_undated prints an object with room for "rd-last-changed". `content` is what the procedure of that name
-/// returned for the object.
+/// print_undated inserts "rd-last-changed" with a placeholder of date_size bytes into an object and prints it.
+/// `content` is the text that the procedure of this name has returned for the object.
 Undated print_undated(SOIF *object, std::string_view content);
 
-/// time_of returns the time that an attribute tells, 0 when it is not there or cannot be read.
+/// time_of returns the time in an attribute, in seconds since 1970; 0 if there is no such attribute or it cannot be
+/// parsed. change_time does so for "rd-last-changed".
 time_t time_of(const SOIF *object, const char *attribute);
-/// change_time returns the time of "rd-last-changed".
 time_t change_time(const SOIF *object);
 
 }  // namespace rdm::catalog

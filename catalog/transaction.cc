@@ -13,8 +13,7 @@ using Change = WriteBatch::Change;
 
 bool is_erased(const Change &change) { return change.record_size == WriteBatch::erased; }
 
-/// Offsets of records: a change has the offset of its key in the scratch file, a description that stays has its number,
-/// below zero.
+/// The offset of a RecordRef is that of the key in the scratch file for a put record, and -1 - number for a copied one.
 int64_t offset_of(uint32_t number) { return -1 - int64_t{number}; }
 uint32_t number_at(int64_t offset) { return static_cast<uint32_t>(-1 - offset); }
 
@@ -23,7 +22,7 @@ RecordRef ref_of(const Change &change) {
           is_erased(change) ? erased_value : change.record_size, change.offset + change.url_size};
 }
 
-/// RecordSource loads the bytes of records, from the batch or from the old file.
+/// RecordSource loads records from the batch or from the old file.
 class RecordSource {
  public:
   RecordSource(const Catalog &catalog, const WriteBatch &batch) : catalog_(catalog), batch_(batch) {}
@@ -50,12 +49,12 @@ class RecordSource {
   std::string text_;
 };
 
-/// is_changed chooses the numbers whose descriptions are not copied.
+/// is_changed returns the predicate of the numbers that a batch changes.
 Catalog::Predicate is_changed(const WriteBatch &batch) {
   return [&batch](uint32_t number) { return batch.of_number(number) != nullptr; };
 }
 
-/// edit_database returns whether the next snapshot could be made of the old one.
+/// edit_database returns false if the next snapshot cannot be an edited copy.
 bool edit_database(const Catalog &catalog, const WriteBatch &batch, const File &file, Trailer trailer) {
   if (!catalog.exists() || catalog.is_partial()) return false;
   std::vector<RecordRef> refs;
@@ -83,7 +82,7 @@ void write_database(const Catalog &catalog, const WriteBatch &batch, const File 
                   [&](int64_t, int64_t bytes) { progress(bytes, total); });
 }
 
-/// differs says whether a change puts another number behind its URL than the old map has.
+/// differs returns true if a change maps its URL to another number than the old map does.
 bool differs(const UrlMap &old, const WriteBatch &batch, const Change &change) {
   return is_erased(change) || old.number_of(batch.url(change)) != change.number;
 }
@@ -119,7 +118,7 @@ void write_urls(const Catalog &catalog, const WriteBatch &batch, const AtomicFil
   refs.write(output, database, next_number, newest_change);
 }
 
-/// origin_of returns what the database's trailer keeps from one state of a catalog to the next.
+/// origin_of returns the identity of the file that created the catalog, for the trailer of its next snapshot.
 FileIdentity origin_of(const Catalog &catalog, const File &database) {
   if (!catalog.exists()) return identity_of(database);
   return catalog.table().trailer() ? catalog.table().trailer()->database : FileIdentity();
@@ -127,7 +126,7 @@ FileIdentity origin_of(const Catalog &catalog, const File &database) {
 
 void publish(const Catalog &catalog, AtomicFile &database, AtomicFile &urls) {
   urls.sync();
-  // The database first: a map that is behind is noticed and made anew, one that is ahead would be too.
+  // Readers and writers ignore a map that does not belong to the database, so a crash between the renames is harmless.
   database.commit();
   after_replacing(catalog.path(), [&] { urls.commit(); });
 }
@@ -198,7 +197,7 @@ void WriteTransaction::begin() {
 
 std::optional<time_t> WriteTransaction::date(WriteBatch &batch, const std::function<time_t()> &clock) const {
   if (!lock_ || !batch.is_undated()) return std::nullopt;
-  // Looking for the newest time may take a while, so the clock is read afterwards.
+  // newest_change may read the whole catalog: read the clock afterwards.
   const time_t newest = std::max(catalog_.newest_change(), batch.newest_change());
   const time_t time = next_change(newest, clock());
   batch.set_dates(time);

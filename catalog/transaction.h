@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Changing a catalog: each change makes the next snapshot of its files and puts it in their place.
+/// Changing a catalog: a commit writes the next snapshot of its files and replaces the old ones by rename.
 #ifndef CATALOG_TRANSACTION_H
 #define CATALOG_TRANSACTION_H
 
@@ -13,65 +13,67 @@
 
 namespace rdm::catalog {
 
-/// commit makes the changes the catalog's state: the next snapshots of its database and URL map take the places of the
-/// old ones. `next_number` is the first that was never used. Where few records change, the files are copied and edited;
-/// else they are written anew. Each description that is copied is checked as Catalog::each_to_copy does. A catalog that
-/// is not there yet is made even without any change. A Failure
-/// leaves the old catalog as it is, unless it says that the database is replaced: then the changes are the catalog's
-/// state, and a map that is missing is made anew by the next writer.
-///
-/// `progress` is told of work that was done, in bytes, and how many there are to do.
+/// ProgressCallback receives the bytes that were written since its last call, and the bytes to write in all.
 using ProgressCallback = std::function<void(int64_t bytes, int64_t total)>;
+
+/// commit applies a batch: it writes the next snapshots of database and URL map and renames them over the old ones. If
+/// few records change, it copies and edits the files; otherwise it writes whole files. It reads back what it has
+/// written, and checks each record that it copies as Catalog::each_to_copy does. `next_number` is the smallest number
+/// that was never used; 0 if all are. A catalog that does not exist is created even if the batch is empty.
+///
+/// A Failure leaves the old catalog as it is, unless its text says that the database is replaced. The changes are then
+/// in effect, and the next writer makes the URL map if it is missing.
 void commit(
     const Lock &lock, const Catalog &catalog, const WriteBatch &batch, uint32_t next_number,
     const ProgressCallback &progress = [](int64_t, int64_t) {});
 
-/// check_copy throws what commit would throw over a damaged record, and writes nothing.
+/// check_copy throws the Failure that commit would throw at a damaged record, and writes nothing.
 void check_copy(const Catalog &catalog, const WriteBatch &batch);
 
-/// rebuild_catalog writes database and URL map anew from the records alone, without those that are dropped. No two that
-/// stay may have the same URL.
+/// rebuild_catalog writes the whole database and its URL map from the records, without those that `dropped` erases. No
+/// two of the remaining descriptions may have the same URL. A Failure has the same effect as one of commit.
 void rebuild_catalog(const Lock &lock, const Catalog &catalog, const WriteBatch &dropped,
                      const ProgressCallback &progress);
 
 /// WriteSettings says how a catalog is opened for writing.
 struct WriteSettings {
   IfMissing if_missing = IfMissing::error;
-  bool dry_run = false;      // takes no lock and writes nothing
-  double lock_timeout = -1;  // seconds; below zero waits for ever
-  Lock::Message waiting = [](const std::string &) {};
-  /// damage receives what is wrong with a file that is made anew from another.
+  bool dry_run = false;                                // takes no lock and writes nothing
+  double lock_timeout = -1;                            // seconds; below zero for no limit
+  Lock::Message waiting = [](const std::string &) {};  // receives the holder of the lock, before waiting for it
+  /// damage receives a message about a damaged URL map that the transaction replaces.
   std::function<void(const std::string &text)> damage = [](const std::string &) {};
-  /// prepare is called with the catalog that was opened. By default the records that are copied are compared with the
-  /// index beside the database.
+  /// prepare is called with the opened catalog. By default it has copied records compared with the index beside the
+  /// database.
   std::function<void(Catalog &)> prepare = [](Catalog &catalog) { catalog.remember(known_records(catalog)); };
 };
 
-/// lock_for_writing takes the lock of a catalog; nothing in a dry run. A catalog that must be there and is not is a
-/// Failure, and gets no lock file beside it.
+/// lock_for_writing takes the lock of a catalog and returns it; nothing in a dry run. With IfMissing::error, a missing
+/// database is a Failure, and no lock file is created. Throws a Failure if the lock cannot be taken in time.
 std::optional<Lock> lock_for_writing(const std::string &database, const WriteSettings &settings);
 
-/// WriteTransaction is a catalog that is about to change. It holds the lock with its scope; the catalog that it opened
-/// cannot change meanwhile. A dry run takes no lock and writes nothing. A Failure leaves the catalog as it was, unless
-/// it says what is replaced.
+/// WriteTransaction holds the lock of a catalog, so that no other writer changes it. A dry run takes no lock and writes
+/// nothing. A Failure leaves the catalog as it was, unless its text says that a file is replaced.
 class WriteTransaction {
  public:
+  /// WriteTransaction locks and opens a catalog. With IfMissing::error it also calls begin.
   explicit WriteTransaction(const std::string &database, const WriteSettings &settings = {});
   WriteTransaction(const WriteTransaction &) = delete;
   WriteTransaction &operator=(const WriteTransaction &) = delete;
 
   const Catalog &catalog() const { return catalog_; }
-  /// begin comes before the first change: it writes the URL map anew if there is none of this snapshot with a checksum,
-  /// or if it is damaged. A dry run goes by the records instead. A catalog that must be there has begun.
+  /// begin must be called before the first lookup of a URL for a change. It writes the URL map from the records if the
+  /// map is damaged or there is none of this snapshot with a checksum. A dry run reads the records instead.
   void begin();
 
-  /// date gives the undated descriptions of a batch their time of change, that of the commit, which has to follow.
-  /// Returns that time; nothing if no description waits for one and in a dry run. `clock` is asked as late as possible.
+  /// date sets the time of change of the undated records of a batch: next_change of the catalog and the batch. It calls
+  /// `clock` once, as late as possible; the commit must follow. Returns the time; nothing in a dry run or if no record
+  /// is undated.
   std::optional<time_t> date(WriteBatch &batch, const std::function<time_t()> &clock) const;
-  /// commit makes the changes the catalog's state. A dry run only checks what would be copied.
+  /// commit does as catalog::commit; in a dry run as check_copy.
   void commit(
       const WriteBatch &batch, uint32_t next_number, const ProgressCallback &progress = [](int64_t, int64_t) {}) const;
-  /// rebuild writes the catalog anew without the descriptions that the batch erases.
+  /// rebuild does as rebuild_catalog; nothing in a dry run.
   void rebuild(const WriteBatch &dropped, const ProgressCallback &progress) const;
 
  private:

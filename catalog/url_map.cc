@@ -9,17 +9,17 @@
 
 namespace rdm::catalog {
 
-std::optional<UrlMap> UrlMap::open(const HashTable &database, std::string &obstacle) {
-  obstacle.clear();
+std::optional<UrlMap> UrlMap::open(const HashTable &database, std::string &error) {
+  error.clear();
   const std::string path = path_for(database.path());
   if (!status_of(path)) return std::nullopt;
   try {
     HashTable table(path);
     if (table.trailer() && table.trailer()->database == identity_of(database.file())) return UrlMap(std::move(table));
   } catch (const SystemFailure &failure) {
-    obstacle = failure.what();
+    error = failure.what();
   } catch (const Failure &) {
-    // Without a map it goes on more slowly.
+    // A damaged map is ignored: lookups read the records instead.
   }
   return std::nullopt;
 }

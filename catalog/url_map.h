@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Which description has which number: the hash file DATABASE.url.
+/// The URL map, DATABASE.url: a hash file that maps URLs to the numbers of descriptions.
 #ifndef CATALOG_URL_MAP_H
 #define CATALOG_URL_MAP_H
 
@@ -18,27 +18,32 @@
 
 namespace rdm::catalog {
 
-/// UrlMap is the map of one snapshot of a database, which its trailer names.
+/// UrlMap is the map of one snapshot of a database. The trailer of the map names the database by its file identity.
 class UrlMap {
  public:
+  /// path_for returns the path of the map of a database.
   static std::string path_for(const std::string &database) { return database + ".url"; }
-  /// open returns nothing where there is no sound map of the very file that is open, whatever has its name by now.
-  /// `obstacle` is set to what the system said where it kept a map from being read.
-  static std::optional<UrlMap> open(const HashTable &database, std::string &obstacle);
+  /// open returns the map beside a database; nothing if there is none, if it is not a sound hash file, or if it belongs
+  /// to another file than the open one. If a system call keeps it from being read, `error` is set to its message,
+  /// otherwise cleared.
+  static std::optional<UrlMap> open(const HashTable &database, std::string &error);
 
+  /// number_of returns the number of a URL; nothing if the map does not have it. Throws a Failure if the bucket is
+  /// damaged.
   std::optional<uint32_t> number_of(std::string_view url) const;
-  /// next_number returns the smallest number that no description of the catalog has had, 0 when none is left.
+  /// next_number returns the smallest number that no description of the catalog has had; 0 if all are used.
   uint32_t next_number() const { return table_.trailer()->next_number; }
 
-  /// newest_change returns the newest time of change that the catalog has given, nothing if the map was written without
-  /// it.
+  /// newest_change returns the newest time of change that the catalog has given; nothing in a map of an earlier
+  /// version.
   std::optional<time_t> newest_change() const { return table_.trailer()->newest_change; }
 
-  /// has_checksum returns false if an earlier version has written the map. is_damaged returns true if the bytes of the
-  /// map are not those that its checksum was made of; it reads all of them.
+  /// has_checksum returns false for a map of an earlier version. is_damaged reads the whole map and returns true if its
+  /// bytes do not match the checksum.
   bool has_checksum() const { return table_.trailer()->content.has_value(); }
   bool is_damaged() const { return has_checksum() && content_checksum(table_.file()) != *table_.trailer()->content; }
 
+  /// each visits every URL and its number, 0 for a malformed one. Throws a Failure at damage.
   using Visitor = std::function<void(std::string_view url, uint32_t number)>;
   void each(const Visitor &visit) const;
   const HashTable &table() const { return table_; }
@@ -49,16 +54,17 @@ class UrlMap {
   HashTable table_;
 };
 
-/// seal puts the checksum of a map that is written otherwise into its trailer.
+/// seal writes the checksum of a map into its trailer. Call it last. Throws a Failure if the file has no trailer.
 void seal(const File &map);
 
-/// UrlItems are the records of a map that is to be written; their bytes lie in a scratch file.
+/// UrlItems collects the records of a new map. Their bytes are in a scratch file.
 class UrlItems {
  public:
-  /// The scratch file is made beside `beside`.
+  /// UrlItems creates its scratch file in the directory of `beside`.
   explicit UrlItems(const std::string &beside) : texts_(beside) {}
+  /// add adds a URL that was not added before.
   void add(std::string_view url, uint32_t number);
-  /// write makes the map of the file `database`.
+  /// write writes all records as the map of the open file `database` to `output`, which the caller commits.
   void write(const AtomicFile &output, const File &database, uint32_t next_number, time_t newest_change);
 
  private:
@@ -66,14 +72,16 @@ class UrlItems {
   std::vector<RecordRef> refs_;
 };
 
-/// UrlScan is what a catalog without a map is searched with: the hash of each URL and its number.
+/// UrlScan searches a catalog without a map: it keeps the 32-bit hash and the number of each URL in memory.
 class UrlScan {
  public:
   void add(std::string_view url, uint32_t number);
-  /// sort comes after the last add and before the first candidates.
+  /// sort must be called after the last add and before candidates.
   void sort();
-  /// candidates returns the numbers among which that of a URL is, if it has one, lowest first.
+  /// candidates returns the numbers of all URLs with the hash of this URL, in ascending order. The caller compares the
+  /// URLs themselves.
   std::vector<uint32_t> candidates(std::string_view url) const;
+  /// next_number returns the number after the highest one that was added; 0 after the last number.
   uint32_t next_number() const { return highest_ + 1; }
 
  private:

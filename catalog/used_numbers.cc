@@ -18,7 +18,7 @@ void take_record(std::string_view key, std::string_view record, UsedNumbers &use
     used.newest_change = std::max(used.newest_change, believed_change(object.get()));
 }
 
-/// take_trailer reads no more than the trailer, which outlives a damaged header.
+/// take_trailer reads only the trailer, which may be valid although the header is damaged.
 void take_trailer(const std::string &path, UsedNumbers &used, std::string &damage) try {
   const auto trailer = Trailer::read(File::open(path));
   if (!trailer) return;

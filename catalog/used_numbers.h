@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Which numbers a database has given, sound or not, and whether it holds anything.
+/// The numbers and times that a database has used, as far as a damaged one can be read.
 #ifndef CATALOG_USED_NUMBERS_H
 #define CATALOG_USED_NUMBERS_H
 
@@ -11,19 +11,18 @@
 
 namespace rdm::catalog {
 
-/// UsedNumbers is what can be known of the numbers that were given.
 struct UsedNumbers {
-  uint32_t next_number = 1;  // no number from here on is known to have been given; 0 when none is left
-  std::string damage;        // what keeps part of the database from being read; empty where nothing does
-  time_t newest_change = 0;  // no description is known to have a later time of change that is believed
-  bool is_empty = true;      // it is sound and has no records; a damaged one may have some
+  uint32_t next_number = 1;  // neither this number nor a higher one is known to be used; 0 if all are used
+  std::string damage;        // the reason why part of the database could not be read; empty if all was read
+  time_t newest_change = 0;  // the newest believed_change; 0 if there is none
+  bool is_empty = true;      // the database is sound and has no records
 };
 
-/// used_numbers reads a database, and what its URL map says about it, as far as they can be read. Throws a Failure
-/// where the database cannot be opened at all or is no regular file.
+/// used_numbers reads the records and the trailer of a database and the trailer of its URL map. It skips damaged parts.
+/// It throws a Failure if the database cannot be opened or is not a regular file.
 UsedNumbers used_numbers(const std::string &database);
 
-/// used_in reads the records of a table alone, as far as they can be read.
+/// used_in does so with the records of a table alone.
 UsedNumbers used_in(const HashTable &table);
 
 }  // namespace rdm::catalog

@@ -8,7 +8,7 @@ namespace {
 
 constexpr size_t least_slots = 1024;
 
-/// spread turns a hash into one whose high bits depend on all of its bits.
+/// spread is Fibonacci hashing: the high bits of the result depend on all bits of the hash.
 uint32_t spread(uint32_t hash) { return hash * 2654435769u; }
 
 }  // namespace
@@ -21,7 +21,7 @@ uint32_t *WriteBatch::HashIndex::find(uint32_t hash, Equal equal) {
   return &slots[at];
 }
 
-/// grow keeps half of the slots free.
+/// grow doubles the slots when half of them are used.
 template <typename HashOf>
 void WriteBatch::HashIndex::grow(size_t entries, HashOf hash_at) {
   if (2 * entries < slots.size()) return;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// What differs in the next snapshot of a catalog, and the making of that snapshot.
+/// The changes to a catalog that one transaction commits.
 #ifndef CATALOG_WRITE_BATCH_H
 #define CATALOG_WRITE_BATCH_H
 
@@ -19,62 +19,64 @@
 
 namespace rdm::catalog {
 
-/// WriteBatch gathers what is put and erased. The texts lie in a scratch file; some forty bytes a change stay in
-/// memory. The catalog must outlive it.
+/// WriteBatch collects puts and erasures. The texts are in a scratch file beside the database; a change takes about 40
+/// bytes of memory. The catalog must outlive the batch. A Failure while the scratch file is written or read names it.
 class WriteBatch {
  public:
   explicit WriteBatch(const Catalog &catalog);
 
-  /// put gives a number to a description, in place of what had it. `url` is that of the record. A URL that is put under
-  /// another number leaves the description of the old number where it is: erase it first.
+  /// put stores a record under a number and replaces the one that has this number. `url` is the URL of the record. If
+  /// another number has this URL, erase it first: put does not.
   void put(uint32_t number, std::string_view url, std::string_view record);
-  /// put_undated does the same with a description that gets its time of change from set_dates.
+  /// put_undated does so with a record whose time of change set_dates fills in.
   void put_undated(uint32_t number, std::string_view url, const Undated &undated);
-  /// erase removes the description of a number; `url` is the one it has so far.
+  /// erase removes the description of a number; `url` is its present URL.
   void erase(uint32_t number, std::string_view url);
-  /// empty says whether nothing was put or erased.
+  /// empty returns true if nothing was put or erased; count returns the number of calls of put and erase.
   bool empty() const { return entries_.empty(); }
-  /// count returns how often put and erase were called.
   int64_t count() const { return static_cast<int64_t>(entries_.size()); }
 
-  /// is_undated returns true if a description waits for its time of change; set_dates gives it to all that do.
+  /// is_undated returns true if a record lacks its time of change. set_dates writes a time, in seconds since 1970, into
+  /// all such records.
   bool is_undated() const { return undated_ > 0; }
   void set_dates(time_t time);
-  /// note_change says that a time of change is in use; newest_change returns the newest of them, those of set_dates
-  /// included, 0 without any.
+  /// note_change records that a time of change is used. newest_change returns the newest of these times and those of
+  /// set_dates; 0 if there are none.
   void note_change(time_t time) { newest_change_ = std::max(newest_change_, time); }
   time_t newest_change() const { return newest_change_; }
 
-  /// number_of and get answer for the catalog as the changes leave it.
+  /// number_of and get return what the procedures of these names of the catalog will return after the commit.
   std::optional<uint32_t> number_of(std::string_view url) const;
   std::optional<std::string> get(uint32_t number) const;
 
-  /// Change is the last that happened to a number or to a URL.
+  /// Change is one put or erasure.
   struct Change {
     int64_t offset;   // of the URL in the scratch file; database key and record follow it
     uint32_t number;  // of the description
     uint32_t url_hash;
     uint32_t url_size;
     uint32_t record_size;          // or `erased`
-    uint32_t date_offset = dated;  // in the record, of the time that set_dates will give
+    uint32_t date_offset = dated;  // in the record, of the placeholder that set_dates replaces
   };
   static constexpr uint32_t erased = UINT32_MAX, dated = UINT32_MAX;
 
   using Visitor = std::function<void(const Change &)>;
-  /// each_number visits the last change of each number, each_url that of each URL.
+  /// each_number visits the last change of each number, each_url the last change of each URL, in any order.
   void each_number(const Visitor &visit) const;
   void each_url(const Visitor &visit) const;
-  /// of_number returns the last change of a number, null when there is none.
+  /// of_number returns the last change of a number, of_url that of a URL; null if there is none. The pointer is valid
+  /// for the life of the batch.
   const Change *of_number(uint32_t number) const;
   const Change *of_url(std::string_view text) const;
 
+  /// url returns the URL of a change, record the record of a put, text any bytes of the scratch file.
   std::string url(const Change &change) const { return text(change.offset, change.url_size); }
   std::string record(const Change &change) const;
-  /// text returns bytes of the scratch file.
   std::string text(int64_t offset, size_t size) const;
 
  private:
-  /// HashIndex finds entries by a hash: slots hold the place of an entry, from 1, each behind the first free one.
+  /// HashIndex finds entries by hash: open addressing with linear probing. A slot holds the position of an entry plus
+  /// 1, or 0 if it is free.
   class HashIndex {
    public:
     template <typename Equal>

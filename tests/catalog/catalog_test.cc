@@ -139,11 +139,11 @@ TEST_F(CatalogChanges, AReaderWithoutAMapFindsUrlsAndWritesNothing) {
 TEST_F(CatalogChanges, TheMapOfTheNextSnapshotIsNotThatOfTheOneThatIsOpen) {
   make(3);
   const catalog::HashTable before(path());
-  std::string obstacle;
-  EXPECT_TRUE(catalog::UrlMap::open(before, obstacle));
+  std::string error;
+  EXPECT_TRUE(catalog::UrlMap::open(before, error));
   erase(3);
-  EXPECT_FALSE(catalog::UrlMap::open(before, obstacle));
-  EXPECT_TRUE(catalog::UrlMap::open(catalog::HashTable(path()), obstacle));
+  EXPECT_FALSE(catalog::UrlMap::open(before, error));
+  EXPECT_TRUE(catalog::UrlMap::open(catalog::HashTable(path()), error));
 }
 
 TEST_F(CatalogChanges, AWriterRenewsTheMap) {

@@ -154,7 +154,7 @@ void check_next_number(const Catalog &catalog, Findings &findings) {
 void check_map(const Catalog &catalog, Findings &findings) {
   const UrlMap *map = catalog.url_map();
   findings.has_map = map != nullptr;
-  if (!catalog.map_obstacle().empty()) findings.faults.add(catalog.map_obstacle());
+  if (!catalog.map_error().empty()) findings.faults.add(catalog.map_error());
   if (map == nullptr) return check_same_urls(catalog, findings);
   try {
     if (catalog.has_damaged_map()) findings.faults.add("the URL map is not as it was written: " + map->table().path());
