@@ -9,7 +9,7 @@
 namespace rdm::catalog {
 namespace {
 
-constexpr char hint[] = " (--skip-damaged goes on without it)";
+constexpr char hint[] = " (--skip-damaged leaves it out)";
 
 SoifPtr checked(SoifPtr object, const Catalog &catalog, uint32_t number, std::string_view record) {
   if (!object) throw catalog.refused(number, record, "it is not a SOIF object");
@@ -21,7 +21,7 @@ SoifPtr checked(SoifPtr object, const Catalog &catalog, uint32_t number, std::st
 Catalog::Catalog(std::string database, IfMissing if_missing) : path_(std::move(database)) {
   if (if_missing == IfMissing::assumed) return;
   if (!status_of(path_)) {
-    if (if_missing == IfMissing::error) throw Failure("not there: " + path_);
+    if (if_missing == IfMissing::error) throw Failure("no such database: " + path_);
     return;
   }
   table_.emplace(path_);

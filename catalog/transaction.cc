@@ -177,7 +177,7 @@ void rebuild_catalog(const Lock &, const Catalog &catalog, const WriteBatch &dro
 }
 
 std::optional<Lock> lock_for_writing(const std::string &database, const WriteSettings &settings) {
-  if (settings.if_missing == IfMissing::error && !status_of(database)) throw Failure("not there: " + database);
+  if (settings.if_missing == IfMissing::error && !status_of(database)) throw Failure("no such database: " + database);
   if (settings.dry_run) return std::nullopt;
   return Lock(database, settings.lock_timeout, settings.waiting);
 }

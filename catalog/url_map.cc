@@ -35,7 +35,7 @@ void UrlMap::each(const Visitor &visit) const {
 
 void seal(const File &map) {
   std::optional<Trailer> trailer = Trailer::read(map);
-  if (!trailer) throw Failure("does not hold what was written to it: " + map.name());
+  if (!trailer) throw Failure("cannot verify " + map.name() + ": it does not contain what was written");
   trailer->content = content_checksum(map);
   trailer->write(map);
 }

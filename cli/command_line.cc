@@ -48,7 +48,7 @@ std::string quoted(const std::string &word) { return '"' + word + '"'; }
 std::string unknown_option(const CLI::App &app, const std::string &word) {
   const std::string name = word.substr(0, word.find('='));
   const std::string meant(nearest(name.substr(name.find_first_not_of('-')), option_names(app)));
-  if (name == "--" + meant) return "option " + quoted(name) + " belongs behind the verb";
+  if (name == "--" + meant) return "option " + quoted(name) + " must follow the verb";
   return "unknown option " + quoted(name) + (meant.empty() ? "" : " (did you mean " + quoted("--" + meant) + "?)");
 }
 

@@ -194,7 +194,8 @@ void build_hash_file(const File &file, std::vector<RecordRef> &refs, const Recor
   const Header header = write_file(file, refs, load, advance);
   trailer.planned_pages = header.spares[header.overflow_point];
   trailer.write(file);
-  if (!reads_back(file.name(), refs, load)) throw Failure("does not hold what was written to it: " + file.name());
+  if (!reads_back(file.name(), refs, load))
+    throw Failure("cannot verify " + file.name() + ": it does not contain what was written");
 }
 
 }  // namespace rdm::catalog

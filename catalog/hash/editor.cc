@@ -17,7 +17,9 @@ using hashdb::Header;
 /// Contents are the records of one bucket, in the order in which they are written.
 using Contents = std::vector<std::pair<std::string, std::string>>;
 
-Failure not_read_back(const std::string &path) { return Failure("does not hold what was written to it: " + path); }
+Failure not_read_back(const std::string &path) {
+  return Failure("cannot verify " + path + ": it does not contain what was written");
+}
 
 class Editor {
  public:

@@ -29,7 +29,7 @@ bool remove_abandoned(const std::string &path) {
   const HostFileGuard file = open_file(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
   if (!file && errno == ENOENT) return true;
   if (!file && errno == ELOOP) return ::unlink(path.c_str()) == 0;
-  if (!file) throw system_failure("cannot look at " + path);
+  if (!file) throw system_failure("cannot open " + path);
   if (!try_lock(file.get())) return false;
   if (is_named(file.get(), path)) ::unlink(path.c_str());
   return true;
@@ -65,8 +65,7 @@ void keep_owner(const File &file, const struct stat &old) {
 }
 
 void put_onto_disk(int fd, const std::string &path) {
-  if (fd == -1 || uninterrupted([=] { return ::fsync(fd); }) != 0)
-    throw system_failure("cannot put onto the disk: " + path);
+  if (fd == -1 || uninterrupted([=] { return ::fsync(fd); }) != 0) throw system_failure("fsync " + path);
 }
 
 }  // namespace

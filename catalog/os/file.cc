@@ -78,7 +78,7 @@ std::optional<struct stat> status_of(const std::string &path) {
   struct stat status;
   if (::stat(path.c_str(), &status) == 0) return status;
   if (errno == ENOENT) return std::nullopt;
-  throw system_failure("cannot look at " + path);
+  throw system_failure("stat " + path);
 }
 
 File File::create(const std::string &path, mode_t mode) {
@@ -95,7 +95,7 @@ File File::open(const std::string &path) {
 
 struct stat File::status() const {
   struct stat status;
-  if (::fstat(descriptor(), &status) != 0) throw system_failure("cannot look at " + name_);
+  if (::fstat(descriptor(), &status) != 0) throw system_failure("stat " + name_);
   return status;
 }
 

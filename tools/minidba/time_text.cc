@@ -25,7 +25,7 @@ constexpr char forms[] =
     "; write 2026-11-01, 2026-11-01T12:00:00Z, \"1 Nov 2026 12:00:00 GMT\", @1793534400, yesterday or \"3 days ago\"";
 
 /// missing returns what is thrown for a time of a known form that does not exist.
-Failure missing(const std::string &text) { return Failure("there is no such time: " + text); }
+Failure missing(const std::string &text) { return Failure("no such time: " + text); }
 
 /// take_number removes a number of `least` to `most` digits from the front of a text.
 std::optional<int> take_number(std::string_view &text, size_t least, size_t most) {

@@ -38,7 +38,7 @@ void date(const WriteTransaction &transaction, WriteBatch &batch, const Console 
   time_t now = 0;
   const std::optional<time_t> time = transaction.date(batch, [&] { return now = console.clock(); });
   if (time && is_ahead(*time, now))
-    console.errors << "minidba: the clock is behind the catalog: what changes now gets the time " << date_of(*time)
+    console.errors << "minidba: the clock is behind the newest time of change: changes get the time " << date_of(*time)
                    << '\n';
 }
 

@@ -62,7 +62,7 @@ void renew_index(const std::string &database) {
   const auto check = [&](const catalog::IndexEntry &entry, std::string_view record) {
     const std::string fault = known.fault_of(entry, record);
     if (!fault.empty())
-      throw catalog::Failure(current.damaged(entry.number, record, fault) + ": the index is left as it is");
+      throw catalog::Failure(current.damaged(entry.number, record, fault) + ": the index is not written");
   };
   catalog::write_index(catalog::index_path(database), database, catalog::index_entries(current, check));
 }

@@ -57,7 +57,7 @@ void read_body(Submission &submission, int64_t limit) {
     const int32_t count = host_read(file.get(), block.data(), block.size());
     if (count < 0) throw system_failure("cannot read " + submission.name);
     if (csio_append(submission.body.get(), block.data(), count) != count)
-      throw Failure("no room to keep " + submission.name + " in the directory for temporary files");
+      throw Failure("cannot store " + submission.name + " in the directory for temporary files");
     // A terminal ends once: the next read would wait for another Ctrl-D.
     if (count < static_cast<int32_t>(block.size())) return;
     total += count;
@@ -87,7 +87,7 @@ void read_header(Submission &submission, bool deletes) {
     throw Failure("the RDM header of " + submission.name + " is malformed");
   const int32_t type = submission.header->type;
   if (type != RDM_RD_RESPONSE && type != RDM_RD_DELETE_RESPONSE)
-    throw Failure(submission.name + " is no delivery: it is neither an rd-response nor an rd-delete-response");
+    throw Failure(submission.name + " is neither an rd-response nor an rd-delete-response");
   if (type == RDM_RD_DELETE_RESPONSE && !deletes)
     throw Failure(submission.name + " is an rd-delete-response: give --delete to delete what it names");
 }

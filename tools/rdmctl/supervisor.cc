@@ -89,7 +89,7 @@ std::optional<Ended> supervise(const HeldSignals &signals) {
   std::signal(SIGCHLD, SIG_DFL);
   std::cout.flush();
   const pid_t child = ::fork();
-  if (child == -1) throw catalog::system_failure("cannot start a process");
+  if (child == -1) throw catalog::system_failure("fork");
   if (child == 0) {
     signals.release();
     return std::nullopt;

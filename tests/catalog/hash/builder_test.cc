@@ -158,7 +158,7 @@ TEST_F(HashWriter, ARecordThatIsNotReadBackAsItWasWrittenIsAFailure) {
   const std::string texts[] = {std::string(100, 'a'), std::string(100, 'b')}, key = key_of(1);
   const catalog::RecordLoader load = [&](const RecordRef &) { return catalog::Record{key, texts[fetched++]}; };
   EXPECT_EQ(failure([&] { build_hash_file(catalog::File::create(path), items_, load, {}); }),
-            "does not hold what was written to it: " + path);
+            "cannot verify " + path + ": it does not contain what was written");
 }
 
 TEST_F(HashWriter, MoreThanAFileHasPagesForIsAFailure) {

@@ -190,7 +190,7 @@ Result CatalogModel::fail(Result result, const std::string &text) const {
   return result;
 }
 
-Result CatalogModel::absent() const { return fail({}, "not there: " + path_); }
+Result CatalogModel::absent() const { return fail({}, "no such database: " + path_); }
 
 Result CatalogModel::report(Result result, const std::string &verb, const Flags &flags,
                             const std::vector<Figure> &figures, bool has_summary, const std::string &rejects) {
@@ -257,7 +257,7 @@ Result CatalogModel::update(const Stream &stream, const Flags &flags, time_t clo
   if (!flags.dry_run && flags.rejects && !stream.objects.empty()) refused.result.rejects = refused.kept;
   refused.result.status = has_description && refused.count == 0 ? 0 : 1;
   if (!has_description) {
-    refused.result.errors += "minidba: no description in the input was understood: the catalog stays as it is\n";
+    refused.result.errors += "minidba: no valid description in the input: the catalog is unchanged\n";
   }
   return report(refused.result, "update", flags,
                 {{"accepted", added + changed + unchanged},
@@ -269,7 +269,7 @@ Result CatalogModel::update(const Stream &stream, const Flags &flags, time_t clo
 }
 
 Result CatalogModel::import(const Stream &stream, const Flags &flags, time_t clock) {
-  if (exists_ && !flags.replace) return fail({}, "already there: " + path_ + " (--replace replaces it)");
+  if (exists_ && !flags.replace) return fail({}, "database exists: " + path_ + " (--replace replaces it)");
   if (!stream.count && !flags.no_header)
     return fail({}, "no export header in front of the input: nothing is imported without --no-header");
   struct Unnumbered {

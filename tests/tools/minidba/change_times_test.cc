@@ -183,10 +183,10 @@ TEST_F(ChangeTimes, ThatAnotherProgramWroteCountUnlessTheyAreNotBelieved) {
 
 TEST_F(ChangeTimes, ThatAreAheadOfTheClockAreGoneOnFromWithAWarning) {
   const time_t ahead = noon + 2 * day;
-  EXPECT_EQ(import({date_of(ahead)}).errors, "minidba: there are times of change up to " + date_of(ahead) +
-                                                 ", ahead of the clock: changes after this import get later ones\n");
-  EXPECT_EQ(update(2, "Two").errors,
-            "minidba: the clock is behind the catalog: what changes now gets the time " + date_of(ahead + 1) + "\n");
+  EXPECT_EQ(import({date_of(ahead)}).errors, "minidba: the import has times of change up to " + date_of(ahead) +
+                                                 ", ahead of the clock: changes after it get later times\n");
+  EXPECT_EQ(update(2, "Two").errors, "minidba: the clock is behind the newest time of change: changes get the time " +
+                                         date_of(ahead + 1) + "\n");
   EXPECT_EQ(time_of(2), ahead + 1);
   clock_ = ahead;
   EXPECT_EQ(update(2, "Due").errors, "");

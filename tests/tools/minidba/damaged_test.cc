@@ -17,7 +17,7 @@ namespace {
 using support::Finished;
 using testing::HasSubstr;
 
-constexpr char way_on[] = " (--skip-damaged goes on without it)\n";
+constexpr char way_on[] = " (--skip-damaged leaves it out)\n";
 
 /// A bit of a value had flipped. update copied the record, the next index took its checksum, and verify called the
 /// catalog sound.
@@ -50,8 +50,8 @@ class Damaged : public testing::Test {
     return "damaged record " + std::to_string(number) + " (" + url(number) + ") in " + catalog_.path() + ": " + what;
   }
   std::string refusal(const std::string &count) const {
-    return "minidba: " + catalog_.path(".idx") + " is left as it is: " + count +
-           " damaged, or the index is of another catalog: bring back a backup, or index the records as they are with "
+    return "minidba: index not written: " + catalog_.path(".idx") + ": " + count +
+           " damaged, or the index is of another catalog: restore a backup, or index the records as they are with "
            "--accept-damage\n";
   }
   CatalogFiles catalog_;
@@ -89,7 +89,7 @@ TEST_F(Damaged, AreNotTakenIntoAnIndexOfAnotherNameEither) {
 TEST_F(Damaged, AreSaidNotToBeLookedForThoughAllElseIsQuiet) {
   support::write_file(catalog_.path(".idx"), "no index");
   EXPECT_EQ(catalog_.run({"rebuild", "--quiet"}).errors,
-            "minidba: not an index: " + catalog_.path(".idx") + ": no record is compared with it\n");
+            "minidba: not an index: " + catalog_.path(".idx") + ": records are not compared with it\n");
 }
 
 TEST_F(Damaged, AreCopiedByNoWriter) {
@@ -276,7 +276,7 @@ TEST_F(Damaged, AreNoneThatWereChangedAndChangedBack) {
 TEST_F(Damaged, AreNoneWithoutAnIndexThatTellsOfThem) {
   change("No. 3.", "No. X.");
   support::write_file(catalog_.path(".idx"), "no index");
-  const std::string note = "minidba: not an index: " + catalog_.path(".idx") + ": no record is compared with it\n";
+  const std::string note = "minidba: not an index: " + catalog_.path(".idx") + ": records are not compared with it\n";
   const Finished finished = catalog_.update(rd(url(30), {{"title", "New"}}));
   EXPECT_EQ(finished.status, 0);
   EXPECT_THAT(finished.errors, testing::StartsWith(note));

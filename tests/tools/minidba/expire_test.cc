@@ -104,14 +104,14 @@ TEST_F(Expire, ADamagedRecordIsAnErrorAndNothingChanges) {
   const Finished finished = catalog_.run({"expire"});
   EXPECT_EQ(finished.status, 2);
   EXPECT_EQ(finished.errors, "minidba: damaged record 2 in " + catalog_.path() +
-                                 ": it is not a SOIF object (--skip-damaged goes on without it)\n");
+                                 ": it is not a SOIF object (--skip-damaged leaves it out)\n");
   EXPECT_EQ(support::read_file(catalog_.path()), before);
 }
 
 TEST_F(Expire, OfACatalogThatIsNotThereIsAnError) {
   const Finished finished = catalog_.run({"expire"});
   EXPECT_EQ(finished.status, 2);
-  EXPECT_EQ(finished.errors, "minidba: not there: " + catalog_.path() + "\n");
+  EXPECT_EQ(finished.errors, "minidba: no such database: " + catalog_.path() + "\n");
   EXPECT_TRUE(catalog_.files().empty());
 }
 

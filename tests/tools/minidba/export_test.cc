@@ -104,7 +104,7 @@ TEST_F(Export, OfADamagedCatalogLeavesTheFileAsItWas) {
   const Finished finished = catalog_.run({"export", file});
   EXPECT_EQ(finished.status, 2);
   EXPECT_EQ(finished.errors, "minidba: damaged record 2 in " + catalog_.path() +
-                                 ": it is not a SOIF object (--skip-damaged goes on without it)\n");
+                                 ": it is not a SOIF object (--skip-damaged leaves it out)\n");
   EXPECT_EQ(support::read_file(file), "before");
   EXPECT_THAT(other_.files(), ElementsAre("catalog.db.soif"));
 }
@@ -181,7 +181,7 @@ TEST_F(Import, RefusesACatalogThatIsThereUnlessAsked) {
       export_header("8", "2") + numbered("2", "http://localhost/1") + numbered("7", "http://localhost/7");
   Finished finished = catalog_.run({"import"}, stream);
   EXPECT_EQ(finished.status, 2);
-  EXPECT_EQ(finished.errors, "minidba: already there: " + catalog_.path() + " (--replace replaces it)\n");
+  EXPECT_EQ(finished.errors, "minidba: database exists: " + catalog_.path() + " (--replace replaces it)\n");
   finished = catalog_.run({"import", "--replace", "--dry-run", "--json"}, stream);
   EXPECT_EQ(finished.out,
             "{\"verb\":\"import\",\"dry-run\":true,\"imported\":2,\"numbered-anew\":0,\"rejected\":0,"

@@ -90,13 +90,13 @@ TEST_F(Index, OfADamagedRecordIsRefusedAndChangesNothing) {
   Finished finished = catalog_.index();
   EXPECT_EQ(finished.status, 2);
   EXPECT_EQ(finished.errors, "minidba: damaged record 2 in " + catalog_.path() +
-                                 ": it is not a SOIF object (--skip-damaged goes on without it)\n");
+                                 ": it is not a SOIF object (--skip-damaged leaves it out)\n");
   put("00000002", rd("http://localhost/2", {{"title", "Two"}}));
   put("short", rd("http://localhost/3", {{"title", "Three"}}));
   finished = catalog_.index();
   EXPECT_EQ(finished.status, 2);
   EXPECT_EQ(finished.errors, "minidba: damaged record \"short\" in " + catalog_.path() +
-                                 ": its key is not a number (--skip-damaged goes on without it)\n");
+                                 ": its key is not a number (--skip-damaged leaves it out)\n");
   EXPECT_EQ(support::read_file(catalog_.path(".idx")), before);
 }
 

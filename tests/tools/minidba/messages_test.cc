@@ -47,9 +47,8 @@ class Messages : public testing::Test {
 
 TEST_F(Messages, BeforeTheDatabaseIsReplacedNothingIsChanged) {
   expect_failure({"rename", 1, EIO}, {"update"}, "cannot replace " + database_ + ": Input/output error", two);
-  expect_failure({"sync", 1, EIO}, {"update"}, "cannot put onto the disk: " + database_ + ".new: Input/output error",
-                 two);
-  expect_failure({"sync", 2, EIO}, {"update"}, "cannot put onto the disk: " + map_ + ".new: Input/output error", two);
+  expect_failure({"sync", 1, EIO}, {"update"}, "fsync " + database_ + ".new: Input/output error", two);
+  expect_failure({"sync", 2, EIO}, {"update"}, "fsync " + map_ + ".new: Input/output error", two);
   expect_failure({"chmod", 1, EPERM}, {"update"},
                  "cannot set the permissions of " + database_ + ".new: Operation not permitted", two);
   expect_descriptions(1);
@@ -58,7 +57,7 @@ TEST_F(Messages, BeforeTheDatabaseIsReplacedNothingIsChanged) {
 TEST_F(Messages, ADatabaseThatIsReplacedIsSaidToBe) {
   const std::string directory = catalog_.directory();
   expect_failure({"sync", 3, EIO}, {"update"},
-                 database_ + " is replaced, but cannot put onto the disk: " + directory + ": Input/output error", two);
+                 database_ + " is replaced, but fsync " + directory + ": Input/output error", two);
   expect_descriptions(2);
 }
 
@@ -81,9 +80,8 @@ TEST_F(Messages, ObjectsThatAreNotKeptAlthoughTheOthersWereTakenInAreSaidToBe) {
 TEST_F(Messages, AnIndexThatIsReplacedIsSaidToBe) {
   const std::string index = catalog_.path(".idx");
   expect_failure({"rename", 1, EIO}, {"-i", index, "index"}, "cannot replace " + index + ": Input/output error");
-  expect_failure(
-      {"sync", 2, EIO}, {"-i", index, "index"},
-      index + " is replaced, but cannot put onto the disk: " + catalog_.directory() + ": Input/output error");
+  expect_failure({"sync", 2, EIO}, {"-i", index, "index"},
+                 index + " is replaced, but fsync " + catalog_.directory() + ": Input/output error");
 }
 
 TEST_F(Messages, AFileThatCannotBeReadBackIsNotPutInThePlace) {
@@ -91,7 +89,8 @@ TEST_F(Messages, AFileThatCannotBeReadBackIsNotPutInThePlace) {
   long failures = 0;
   for (long n = 1, calls = faults::count_calls(call)["read"]; n <= calls; ++n) {
     const Finished finished = faults::run_with({"read", n, EIO}, call);
-    if (finished.errors == "minidba: does not hold what was written to it: " + database_ + ".new\n") ++failures;
+    if (finished.errors == "minidba: cannot verify " + database_ + ".new: it does not contain what was written\n")
+      ++failures;
     expect_descriptions(1);
   }
   EXPECT_GT(failures, 0);

@@ -163,7 +163,7 @@ TEST_F(FilesOfAnother, AreNotReplacedWhereTheirOwnerWouldBeRobbedOfThem) {
   EXPECT_EQ(finished.status, 2);
   EXPECT_EQ(finished.errors,
             "minidba: cannot read " + catalog_.path(".idx") +
-                ": Permission denied: no record is compared with it\nminidba: cannot keep the owner of " +
+                ": Permission denied: records are not compared with it\nminidba: cannot keep the owner of " +
                 catalog_.path(".idx.new") + ": Operation not permitted\n");
   EXPECT_EQ(status_of(catalog_.path(".idx")).st_uid, owner);
 }

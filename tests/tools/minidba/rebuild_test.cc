@@ -130,7 +130,7 @@ TEST_F(Rebuild, ARecordUnderAnotherKeyIsNotLost) {
       "damaged record 5 (http://localhost/2) in " + catalog_.path() + ": it is not found by its key";
   Finished finished = catalog_.run({"rebuild"});
   EXPECT_EQ(finished.status, 2);
-  EXPECT_EQ(finished.errors, "minidba: " + fault + " (--skip-damaged goes on without it)\n");
+  EXPECT_EQ(finished.errors, "minidba: " + fault + " (--skip-damaged leaves it out)\n");
   EXPECT_TRUE(support::read_file(catalog_.path()) == bytes);
   finished = catalog_.run({"rebuild", "--skip-damaged"});
   EXPECT_EQ(finished.status, 1);
@@ -146,14 +146,14 @@ TEST_F(Rebuild, OfAnEmptyCatalog) {
 }
 
 TEST_F(Rebuild, OfADamagedOrAbsentCatalogChangesNothing) {
-  EXPECT_EQ(catalog_.run({"rebuild"}).errors, "minidba: not there: " + catalog_.path() + "\n");
+  EXPECT_EQ(catalog_.run({"rebuild"}).errors, "minidba: no such database: " + catalog_.path() + "\n");
   EXPECT_TRUE(catalog_.files().empty());
   catalog_.put("00000001", "no object");
   const std::string before = support::read_file(catalog_.path());
   const Finished finished = catalog_.run({"rebuild"});
   EXPECT_EQ(finished.status, 2);
   EXPECT_EQ(finished.errors, "minidba: damaged record 1 in " + catalog_.path() +
-                                 ": it is not a SOIF object (--skip-damaged goes on without it)\n");
+                                 ": it is not a SOIF object (--skip-damaged leaves it out)\n");
   EXPECT_EQ(support::read_file(catalog_.path()), before);
 }
 

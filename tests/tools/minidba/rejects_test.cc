@@ -128,7 +128,7 @@ TEST_F(UpdateRejects, NameLineUrlAndTheCountThatFits) {
                 "value of the wrong size; title{3} would fit, not title{x}\n" +
                 at +
                 "10: http://x/4: object 3 at byte 84 rejected: not a SOIF object\n"
-                "minidba: no description in the input was understood: the catalog stays as it is\n");
+                "minidba: no valid description in the input: the catalog is unchanged\n");
   const std::string input = "{\"input\":\"" + path + "\",\"object\":";
   EXPECT_EQ(
       finished.out,

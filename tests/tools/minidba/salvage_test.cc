@@ -60,7 +60,7 @@ TEST_F(Salvage, OfASoundCatalogIsTheSameAsAnExport) {
 
 TEST_F(Salvage, OfADamagedHeaderGoesByThePages) {
   spoil(0, hashdb::header_size);
-  const std::string errors = "minidba: the header is damaged: it was made out from the pages\n";
+  const std::string errors = "minidba: the header is damaged: it was guessed from the pages\n";
   EXPECT_TRUE(salvaged(1, errors) == exported_) << "the record that is longer than a page too";
 }
 
@@ -108,7 +108,7 @@ TEST_F(Salvage, WithoutOtherFilesCountsWhatIsLost) {
   EXPECT_EQ(finished.status, 1);
   EXPECT_LT(found, 99);
   EXPECT_EQ(finished.errors, "minidba: lost: " + lost + (lost == "1" ? " description" : " descriptions") +
-                                 " that nothing names: the header counts 99\n" +
+                                 " of unknown number: the header counts 99\n" +
                                  summary(static_cast<int>(found), 99 - static_cast<int>(found), 0, 0));
 }
 

@@ -71,7 +71,7 @@ TEST_F(Stats, ADamagedRecordIsAnError) {
   const Finished finished = catalog_.run({"stats"});
   EXPECT_EQ(finished.status, 2);
   EXPECT_EQ(finished.errors, "minidba: damaged record 3 in " + catalog_.path() +
-                                 ": it is not a SOIF object (--skip-damaged goes on without it)\n");
+                                 ": it is not a SOIF object (--skip-damaged leaves it out)\n");
 }
 
 }  // namespace

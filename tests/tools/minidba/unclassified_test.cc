@@ -85,7 +85,7 @@ TEST_F(Unclassified, ADamagedRecordIsAnError) {
   const Finished finished = catalog_.run({"unclassified"});
   EXPECT_EQ(finished.status, 2);
   EXPECT_EQ(finished.errors, "minidba: damaged record 1 in " + catalog_.path() +
-                                 ": it is not a SOIF object (--skip-damaged goes on without it)\n");
+                                 ": it is not a SOIF object (--skip-damaged leaves it out)\n");
 }
 
 }  // namespace

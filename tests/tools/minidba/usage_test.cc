@@ -63,7 +63,7 @@ TEST_F(Usage, AsksWhatAMistypedWordMeans) {
   expect_failure({"--databse", db, "expire"},
                  "unknown option \"--databse\" (did you mean \"--database\"?); see \"minidba expire --help\"");
   expect_failure({"-d", db, "--wait", "0", "expire"},
-                 "option \"--wait\" belongs behind the verb; see \"minidba expire --help\"");
+                 "option \"--wait\" must follow the verb; see \"minidba expire --help\"");
 }
 
 // `list --since "$DAY"` listed all where DAY was not set, and `update --rejects "$FILE"` kept no refused object.
@@ -142,7 +142,7 @@ TEST_F(Usage, NoFileOfTheCatalogTakesThePlaceOfAClosedStream) {
 }
 
 TEST_F(Usage, NamesTheFileThatIsNotThere) {
-  expect_failure({"-d", catalog_.path(), "-i", catalog_.path(".idx"), "index"}, "not there: " + catalog_.path());
+  expect_failure({"-d", catalog_.path(), "-i", catalog_.path(".idx"), "index"}, "no such database: " + catalog_.path());
   expect_failure({"-d", "/nonexistent/catalog.db", "update"},
                  "cannot lock /nonexistent/catalog.db.lock: No such file or directory");
   EXPECT_TRUE(catalog_.files().empty());

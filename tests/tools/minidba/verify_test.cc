@@ -47,7 +47,7 @@ class Verify : public testing::Test {
     const Finished finished = catalog_.run({"verify"});
     EXPECT_EQ(finished.status, 0);
     EXPECT_EQ(finished.out, "sound: " + verdict + ", index older than the database\n");
-    EXPECT_EQ(finished.errors, "minidba: the index is older than the database: index takes in " + note + "\n");
+    EXPECT_EQ(finished.errors, "minidba: the index is older than the database, by " + note + ": run minidba index\n");
   }
   void expect_sound(const std::string &verdict) {
     const Finished finished = catalog_.run({"verify"});
@@ -189,7 +189,7 @@ TEST_F(Verify, AnIndexOfTheCatalogBeforeAnImportIsNoFault) {
   const Finished finished = catalog_.run({"verify"});
   EXPECT_EQ(finished.status, 0);
   EXPECT_EQ(finished.out, "sound: 3 descriptions, 3 index entries, index older than the database\n");
-  EXPECT_EQ(finished.errors, "minidba: the index is of an earlier catalog of this name: index makes it anew\n");
+  EXPECT_EQ(finished.errors, "minidba: the index is of an earlier catalog of this name: run minidba index\n");
   EXPECT_EQ(catalog_.index().status, 0);
   expect_sound("3 descriptions, 3 index entries");
 }
@@ -325,7 +325,7 @@ TEST_F(Verify, FindsDamagedPagesAndWhatTheyHide) {
   EXPECT_THAT(finished.errors, HasSubstr("which is not there\n")) << "the index still has what the page hides";
   EXPECT_THAT(finished.out, testing::StartsWith("damaged: "));
   EXPECT_EQ(catalog.run({"list"}).errors,
-            "minidba: damaged page in " + catalog.path() + " (--skip-damaged goes on without it)\n");
+            "minidba: damaged page in " + catalog.path() + " (--skip-damaged leaves it out)\n");
 }
 
 /// change_bytes puts a text in the place of another of the same length.
@@ -378,7 +378,8 @@ TEST_F(Verify, ADatabaseThatIsReplacedMeanwhileIsNotJudged) {
   EXPECT_EQ(::write(writer.get(), index.data(), index.size()), static_cast<ssize_t>(index.size()));
   writer = HostFileGuard();
   EXPECT_EQ(support::wait_for(child), 2);
-  EXPECT_EQ(support::read_file(streams.path(".err")), "minidba: changed meanwhile: " + catalog_.path() + "\n");
+  EXPECT_EQ(support::read_file(streams.path(".err")),
+            "minidba: database changed while it was verified: " + catalog_.path() + "\n");
 }
 
 TEST_F(Verify, AFileThatIsNoDatabaseIsDamaged) {
@@ -391,7 +392,7 @@ TEST_F(Verify, AFileThatIsNotThereIsAnError) {
   const Finished finished = catalog.run({"verify"});
   EXPECT_EQ(finished.status, 2);
   EXPECT_EQ(finished.out, "");
-  EXPECT_EQ(finished.errors, "minidba: not there: " + catalog.path() + "\n");
+  EXPECT_EQ(finished.errors, "minidba: no such database: " + catalog.path() + "\n");
 }
 
 TEST_F(Verify, AsJson) {

@@ -100,8 +100,7 @@ TEST_F(WrongInput, AnUpdateThatUnderstandsNothingChangesNothing) {
       const Finished finished = run_verb({"-d", catalog_.path(), "update"}, foreign.bytes, can_be_read_twice);
       EXPECT_EQ(finished.status, 1) << foreign.what;
       EXPECT_EQ(finished.out, "0\n") << foreign.what << ": the service reads this number";
-      EXPECT_THAT(finished.errors,
-                  HasSubstr("minidba: no description in the input was understood: the catalog stays as it is\n"));
+      EXPECT_THAT(finished.errors, HasSubstr("minidba: no valid description in the input: the catalog is unchanged\n"));
       EXPECT_TRUE(state_of(catalog_) == before) << foreign.what;
     }
 }

@@ -276,7 +276,7 @@ TEST_F(Import, AMessageOfAnotherKindIsRefused) {
   };
   const std::string file = service_.path("message");
   refused("@RDMHEADER { -\nrdm-version{3}:\t1.0\nrdm-type{10}:\trd-request\n}\n",
-          file + " is no delivery: it is neither an rd-response nor an rd-delete-response");
+          file + " is neither an rd-response nor an rd-delete-response");
   refused("@RDMHEADER { -\nrdm-version{3}:\t2.0\nrdm-type{11}:\trd-response\n}\n",
           "the RDM header of " + file + " is malformed");
   refused("@rdmheader", "the RDM header of " + file + " is malformed");
@@ -362,7 +362,7 @@ TEST_F(Import, ADeliveryForWhichThereIsNoRoomIsNotImported) {
                                           "import", "--config", service_.config(), "--csid", csid, delivery});
   EXPECT_EQ(finished.status, 2);
   EXPECT_EQ(finished.out, "");
-  EXPECT_EQ(finished.errors, "rdmctl: no room to keep " + delivery + " in the directory for temporary files\n");
+  EXPECT_EQ(finished.errors, "rdmctl: cannot store " + delivery + " in the directory for temporary files\n");
   EXPECT_FALSE(support::file_exists(service_.database()));
 }
 

@@ -150,8 +150,8 @@ void check_empty(const Imported &imported, const UsedNumbers &used, const Option
 
 void warn_of_future(time_t newest_change, const Console &console) {
   if (is_ahead(newest_change, console.clock()))
-    console.errors << "minidba: there are times of change up to " << date_of(newest_change)
-                   << ", ahead of the clock: changes after this import get later ones\n";
+    console.errors << "minidba: the import has times of change up to " << date_of(newest_change)
+                   << ", ahead of the clock: changes after it get later times\n";
 }
 
 Imported read_all(Import &import, Rejects &rejects, const Options &options, const Console &console) {
@@ -168,17 +168,17 @@ Imported read_all(Import &import, Rejects &rejects, const Options &options, cons
   stream_import.take_unnumbered();
   check.require_whole();
   check_rejects(rejects, options, console);
-  return {stream_import.imported(), stream_import.renumbered(), check.has_export_header() && check.objects() == stream_import.imported()};
+  return {stream_import.imported(), stream_import.renumbered(),
+          check.has_export_header() && check.objects() == stream_import.imported()};
 }
 
 /// replaced returns what is known of the catalog that is replaced. A damaged one tells what it can.
 UsedNumbers replaced(const Options &options, const Console &console) {
   if (!status_of(options.database)) return {};
-  if (!options.replace) throw Failure("already there: " + options.database + " (--replace replaces it)");
+  if (!options.replace) throw Failure("database exists: " + options.database + " (--replace replaces it)");
   UsedNumbers used = used_numbers(options.database);
   if (!used.damage.empty())
-    console.errors << "minidba: " << tools::escaped(used.damage)
-                   << ": which numbers it has given is known only in part\n";
+    console.errors << "minidba: " << tools::escaped(used.damage) << ": some of its used numbers may be unknown\n";
   return used;
 }
 

@@ -53,9 +53,9 @@ void keep_hidden(Entries &entries, const KnownRecords &known, const Catalog &cat
 
 void check(const Comparison &comparison, const Options &options) {
   if (comparison.count() == 0 || options.accept_damage) return;
-  throw Failure(options.index + " is left as it is: " + std::to_string(comparison.count()) +
+  throw Failure("index not written: " + options.index + ": " + std::to_string(comparison.count()) +
                 (comparison.count() == 1 ? " record is" : " records are") +
-                " damaged, or the index is of another catalog: bring back a backup, or index the records as they are "
+                " damaged, or the index is of another catalog: restore a backup, or index the records as they are "
                 "with --accept-damage");
 }
 

@@ -163,7 +163,7 @@ class Loss {
     const int64_t nameless = counted - found - lost_;
     if (nameless <= 0) return;
     errors_ << "minidba: lost: " << nameless << (nameless == 1 ? " description" : " descriptions")
-            << " that nothing names: the header counts " << counted << '\n';
+            << " of unknown number: the header counts " << counted << '\n';
     lost_ += nameless;
   }
   void name_damaged(uint32_t number, const std::string &url, const std::string &fault) {
@@ -172,7 +172,7 @@ class Loss {
   void name_pages(const RecoveryReader &recovery) {
     if (!recovery.header_is_sound())
       errors_ << "minidba: the header is damaged: "
-              << (recovery.has_header() ? "it was made out from the pages\n"
+              << (recovery.has_header() ? "it was guessed from the pages\n"
                                         : "records longer than a page are not found without it\n");
     for (const RecoveryReader::Range &range : recovery.unread()) {
       errors_ << "minidba: page" << (range.first == range.last ? " " : "s ") << range.first

@@ -54,7 +54,7 @@ int update(const Options &options, const Console &console) {
   if (summary.accepted() > 0) commit(transaction, importer.batch(), importer.next_number(), console);
   keep(rejects, summary);
   if (summary.accepted() == 0)
-    console.errors << "minidba: no description in the input was understood: the catalog stays as it is\n";
+    console.errors << "minidba: no valid description in the input: the catalog is unchanged\n";
   report(options, console, {"accepted", summary.accepted()}, details(summary, transaction.catalog()),
          rejects.reasons());
   return summary.accepted() > 0 && rejects.count() == 0 ? status_of_work(transaction.catalog()) : exit_found_fault;

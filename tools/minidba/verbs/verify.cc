@@ -245,9 +245,10 @@ void check_index(const Options &options, const Catalog &catalog, Findings &findi
 }
 
 std::string note_of(const Behind &behind) {
-  if (behind.is_earlier) return "the index is of an earlier catalog of this name: index makes it anew";
-  return "the index is older than the database: index takes in " + std::to_string(behind.added) + " new, " +
-         std::to_string(behind.changed) + " changed and " + std::to_string(behind.removed) + " removed descriptions";
+  if (behind.is_earlier) return "the index is of an earlier catalog of this name: run minidba index";
+  return "the index is older than the database, by " + std::to_string(behind.added) + " new, " +
+         std::to_string(behind.changed) + " changed and " + std::to_string(behind.removed) +
+         " removed descriptions: run minidba index";
 }
 
 std::string text_verdict(const Findings &findings) {
@@ -299,7 +300,8 @@ void check_all(const Options &options, const Console &console, Findings &finding
   if (const UrlMap *map = catalog.url_map()) check_pages(map->table(), findings.faults);
   check_index(options, catalog, findings);
   const auto after = status_of(options.database);
-  if (!before || !after || !same_file(*before, *after)) throw Failure("changed meanwhile: " + options.database);
+  if (!before || !after || !same_file(*before, *after))
+    throw Failure("database changed while it was verified: " + options.database);
 }
 
 }  // namespace
