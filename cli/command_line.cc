@@ -22,7 +22,7 @@ std::vector<std::string> verb_names(const CLI::App &app) {
   return names;
 }
 
-/// one_of lists the verbs, without the one that only helps.
+/// one_of lists the verbs except "help".
 std::string one_of(const CLI::App &app) {
   std::string list;
   for (const std::string &name : verb_names(app))
@@ -35,7 +35,7 @@ void add_option_names(const CLI::App &app, std::vector<std::string> &names) {
     names.insert(names.end(), option->get_lnames().begin(), option->get_lnames().end());
 }
 
-/// option_names returns the long options that may stand where the command line went wrong, without hyphens.
+/// option_names returns the long options of the chosen verb and of the program, without hyphens.
 std::vector<std::string> option_names(const CLI::App &app) {
   std::vector<std::string> names;
   for (const CLI::App *verb : app.get_subcommands()) add_option_names(*verb, names);
@@ -69,7 +69,7 @@ std::string unexpected(const CLI::App &app, const std::string &word) {
   return "unexpected argument " + quoted(word);
 }
 
-/// How the library begins the text of an unknown name in an options file. It has no error type of its own for it.
+/// CLI11 has no error type for an unknown name in an options file, but begins its text with this.
 constexpr std::string_view unknown_in_file = "INI was not able to parse ";
 
 std::string reason_of(const CLI::App &app, const CLI::ParseError &error) {
@@ -77,7 +77,7 @@ std::string reason_of(const CLI::App &app, const CLI::ParseError &error) {
   if (text.starts_with(unknown_in_file)) return unknown_name(app, text.substr(unknown_in_file.size()));
   const std::vector<std::string> words = app.remaining(true);
   const bool is_extra = dynamic_cast<const CLI::ExtrasError *>(&error) != nullptr;
-  // A mistyped option leaves the required one missing. What was typed says more.
+  // If a required option is missing, name the unknown option that was probably meant as it.
   const bool is_missing = dynamic_cast<const CLI::RequiredError *>(&error) != nullptr;
   for (const std::string &word : words)
     if (is_extra || (is_missing && is_option(word))) return unexpected(app, word);
@@ -90,7 +90,7 @@ const CLI::App *verb_named(const CLI::App &app, const std::string &name) {
   throw misuse(app, unknown_verb(app, name));
 }
 
-/// help_on returns what the verb "help" shows: the help of the verb behind it, or that of the program.
+/// help_on returns the output of the verb "help": the help of the verb that it names, or of the program.
 std::string help_on(const CLI::App &app, const CLI::App &help) {
   const CLI::Option *which = help.get_option("VERB");
   if (which->count() > 0) return verb_named(app, which->as<std::string>())->help(app.get_name());

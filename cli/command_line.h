@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// What the command lines of all programs have in common: help, version, and the wording of mistakes.
+/// Parts of the command line that all programs share: help, version, and messages about mistakes.
 #ifndef CLI_COMMAND_LINE_H
 #define CLI_COMMAND_LINE_H
 
@@ -11,7 +11,7 @@
 
 namespace rdm::cli {
 
-/// The exit status of every program after a command line that it does not understand.
+/// exit_misuse is the exit status of every program after a mistake in its command line.
 constexpr int exit_misuse = 2;
 
 /// Misuse is a mistake in a command line. Its text is one line without the program's name, and ends with the command
@@ -21,18 +21,17 @@ class Misuse : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// misuse returns the Misuse with this reason. The help that it names is that of the chosen verb, if there is one.
+/// misuse returns a Misuse with this reason. It names the help of the chosen verb or, without one, of the program.
 Misuse misuse(const CLI::App &app, const std::string &reason);
 
-/// declare_program gives a program its flags for help and version.
+/// declare_program adds the flags for help and version.
 void declare_program(CLI::App &app);
 
-/// declare_verbs lets the command line name one of the declared verbs, and adds the verb "help". Call it last.
+/// declare_verbs adds the verb "help" and allows at most one verb. Call it after all verbs are declared.
 void declare_verbs(CLI::App &app);
 
-/// parse reads the command line into what was declared. Returns false after a request for help or the version, which
-/// it has answered on `out`. Throws a Misuse when the command line is not understood, or names no verb where there are
-/// verbs.
+/// parse parses the command line into the declared options. Returns false if the command line asked for help or the
+/// version, which are then written to `out`. Throws a Misuse for a mistake, or if a verb is declared and none is given.
 bool parse(CLI::App &app, int argc, char **argv, std::ostream &out);
 
 }  // namespace rdm::cli

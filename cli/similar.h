@@ -13,8 +13,8 @@
 
 namespace rdm::cli {
 
-/// distance returns how many letters must be inserted, removed, replaced or swapped with their neighbour to turn one
-/// word into the other (optimal string alignment). Upper and lower case are the same.
+/// distance returns the edit distance of two words, ignoring case: the number of letters to insert, delete, replace or
+/// swap with their neighbour (optimal string alignment). Takes time for the product of the lengths.
 inline std::size_t distance(std::string_view a, std::string_view b) {
   const auto same = [&](std::size_t i, std::size_t j) { return ascii::lower(a[i]) == ascii::lower(b[j]); };
   std::vector<std::size_t> before_last(b.size() + 1), last(b.size() + 1), row(b.size() + 1);
@@ -32,8 +32,8 @@ inline std::size_t distance(std::string_view a, std::string_view b) {
   return row[b.size()];
 }
 
-/// nearest returns the first of the `known` words with the least distance from `word`. Empty when more than a third of
-/// the letters differ. `known` is any range of texts.
+/// nearest returns the first of the `known` words, a range of texts, with the least distance to `word`; empty if the
+/// distance is more than a third of the longer word. The result is valid as long as the range.
 template <typename Words>
 std::string_view nearest(std::string_view word, const Words &known) {
   std::string_view best;
@@ -49,7 +49,7 @@ std::string_view nearest(std::string_view word, const Words &known) {
   return best;
 }
 
-/// did_you_mean returns ` (did you mean "WORD"?)` with the nearest known word; empty when no word is near.
+/// did_you_mean returns ` (did you mean "WORD"?)` with the nearest known word; empty if nearest returns none.
 template <typename Words>
 std::string did_you_mean(std::string_view word, const Words &known) {
   const std::string_view meant = nearest(word, known);

@@ -10,8 +10,8 @@
 
 namespace rdm::tools {
 
-/// escaped returns a text with its control characters as \n, \r, \t or \x1b: what goes to a terminal cannot command it,
-/// and a message stays on one line.
+/// escaped returns a text with control characters as \n, \r, \t or \x1b, so that it cannot control a terminal and stays
+/// on one line.
 inline std::string escaped(std::string_view text) {
   std::string line;
   for (const char c : text) line += EscapedChar(c, Escaping::controls).text();

@@ -19,7 +19,7 @@ void prepare_streams() {
   // A write to a closed pipe fails with EPIPE. SIGPIPE would end a verb before it has removed its temporary files.
   std::signal(SIGPIPE, SIG_IGN);
   std::ios::sync_with_stdio(false);
-  // Tied, it would meet the failure of standard output again while it reports it.
+  // If std::cerr were tied, reporting a failure of std::cout would flush std::cout and throw again.
   std::cerr.tie(nullptr);
   std::cout.exceptions(std::ios::failbit | std::ios::badbit);
 }
