@@ -13,10 +13,10 @@ constexpr char common_group[] = "Common options";
 void declare_nothing(CLI::App &, Options &) {}
 
 void declare_dry_run(CLI::App &verb, Options &options) {
-  verb.add_flag("--dry-run", options.dry_run, "say what would be done and change nothing");
+  verb.add_flag("--dry-run", options.dry_run, "report what would be done, but change nothing");
 }
 
-/// is_seconds accepts what is a number and not below zero.
+/// is_seconds accepts a number that is not below zero.
 CLI::Validator is_seconds() {
   const auto check = [](const std::string &text) -> std::string {
     double value = 0;
@@ -26,31 +26,31 @@ CLI::Validator is_seconds() {
   return {check, ""};
 }
 
-/// is_file refuses standard output, where the result of the verb goes.
+/// is_file refuses "-": the result of the verb is written to standard output.
 CLI::Validator is_file() {
   return {[](const std::string &text) -> std::string { return text == "-" ? "must be a file" : ""; }, ""};
 }
 
-/// is_given refuses an empty text, as a shell makes it of a variable that is not set: it would count as no option.
+/// is_given refuses an empty text, which a shell passes for a variable that is not set: it would count as no option.
 CLI::Validator is_given() {
   return {[](const std::string &text) -> std::string { return text.empty() ? "must not be empty" : ""; }, ""};
 }
 
 void declare_writer(CLI::App &verb, Options &options) {
   declare_dry_run(verb, options);
-  verb.add_option("--wait", options.wait, "wait so long at most for another writer; for ever by default")
+  verb.add_option("--wait", options.wait, "wait at most this long for another writer; by default without limit")
       ->check(is_seconds())
       ->type_name("SECONDS");
 }
 
 void declare_index(CLI::App &verb, Options &options) {
   declare_writer(verb, options);
-  verb.add_flag("--accept-damage", options.accept_damage, "index records as they are, also where they are damaged");
+  verb.add_flag("--accept-damage", options.accept_damage, "index damaged records as they are");
 }
 
 void declare_rejects(CLI::App &verb, Options &options) {
   declare_writer(verb, options);
-  verb.add_option("--rejects", options.rejects, "keep refused objects in this file, as they came")
+  verb.add_option("--rejects", options.rejects, "write rejected objects to this file, unchanged")
       ->check(is_given())
       ->check(is_file())
       ->type_name("FILE");
@@ -58,18 +58,18 @@ void declare_rejects(CLI::App &verb, Options &options) {
 
 void declare_update(CLI::App &verb, Options &options) {
   declare_rejects(verb, options);
-  verb.add_option("FILE", options.inputs, "what to read; - is standard input, which is the default")->type_name("");
+  verb.add_option("FILE", options.inputs, "files to read; - is standard input, the default")->type_name("");
 }
 
 void declare_delete(CLI::App &verb, Options &options) {
   declare_writer(verb, options);
-  verb.add_option("NUMBER|URL", options.arguments, "what is to go; - stands for the lines of standard input")
+  verb.add_option("NUMBER|URL", options.arguments,
+                  "descriptions to delete; - reads them from standard input, one a line")
       ->required();
 }
 
 void declare_output(CLI::App &verb, Options &options) {
-  verb.add_option("FILE", options.file, "where to write it; - is standard output, which is the default")
-      ->check(is_given());
+  verb.add_option("FILE", options.file, "file to write; - is standard output, the default")->check(is_given());
 }
 
 void declare_export(CLI::App &verb, Options &options) {
@@ -79,10 +79,10 @@ void declare_export(CLI::App &verb, Options &options) {
 
 void declare_import(CLI::App &verb, Options &options) {
   declare_rejects(verb, options);
-  verb.add_flag("--replace", options.replace, "replace a catalog that is there");
-  verb.add_flag("--no-header", options.no_header, "import a stream that has no export header in front");
+  verb.add_flag("--replace", options.replace, "replace an existing catalog");
+  verb.add_flag("--no-header", options.no_header, "import a stream without an export header");
   verb.add_flag("--allow-empty", options.allow_empty, "import a stream without descriptions");
-  verb.add_option("FILE", options.inputs, "what to read; - is standard input, which is the default")
+  verb.add_option("FILE", options.inputs, "file to read; - is standard input, the default")
       ->expected(0, 1)
       ->type_name("");
 }
@@ -94,12 +94,12 @@ std::string lower_case(std::string name) {
 
 void declare_get(CLI::App &verb, Options &options) {
   verb.add_option("NUMBER|URL", options.arguments,
-                  "what is asked for; a number is decimal, - stands for the lines of standard input")
+                  "descriptions to print; numbers are decimal; - reads them from standard input, one a line")
       ->required();
 }
 
 void declare_list(CLI::App &verb, Options &options) {
-  verb.add_option("--since", options.since, "only what has changed at that time or later")
+  verb.add_option("--since", options.since, "only descriptions that have changed at this time or later")
       ->check(is_given())
       ->type_name("TIME");
   verb.add_option("--attributes", options.attributes, "only these attributes, and their numbered instances")
@@ -112,7 +112,7 @@ void declare_list(CLI::App &verb, Options &options) {
       ->default_str("soif");
 }
 
-/// A check returns what a verb needs and the command line does not give; empty when nothing is missing.
+/// need_index, check_export and need_nothing return a message if the command line lacks something; otherwise empty.
 std::string need_index(const Options &options) { return options.index.empty() ? "--index is required" : ""; }
 
 std::string check_export(const Options &options) {
@@ -130,27 +130,27 @@ struct Row {
 };
 
 constexpr Row rows[] = {
-    {"update", "take in descriptions (SOIF)", update, declare_update, need_nothing},
-    {"expire", "drop the descriptions that have expired", expire, declare_writer, need_nothing},
+    {"update", "add and change descriptions (SOIF)", update, declare_update, need_nothing},
+    {"expire", "delete expired descriptions", expire, declare_writer, need_nothing},
     {"index", "write the index", index, declare_index, need_index},
     {"unclassified", "print the URLs of descriptions without classification", unclassified, declare_nothing,
      need_index},
     {"get", "print descriptions by number or URL", get, declare_get, need_nothing},
     {"list", "print descriptions", list, declare_list, need_nothing},
-    {"delete", "remove descriptions by number or URL", delete_descriptions, declare_delete, need_nothing},
+    {"delete", "delete descriptions by number or URL", delete_descriptions, declare_delete, need_nothing},
     {"stats", "print figures about the catalog", stats, declare_nothing, need_nothing},
     {"verify", "check database, index and URL map", verify, declare_nothing, need_nothing},
-    {"rebuild", "write database and URL map anew", rebuild, declare_writer, need_nothing},
+    {"rebuild", "rewrite database and URL map from the records", rebuild, declare_writer, need_nothing},
     {"export", "write the whole catalog as one SOIF stream", export_catalog, declare_export, check_export},
-    {"salvage", "write what can be read of a damaged catalog as one SOIF stream", salvage, declare_output,
+    {"salvage", "write the readable descriptions of a damaged catalog as one SOIF stream", salvage, declare_output,
      check_export},
     {"import", "make a catalog from an export", import_catalog, declare_import, need_nothing},
 };
 
-/// meets_damage returns true if a verb can leave damaged records out.
+/// meets_damage returns true if a verb has the option --skip-damaged.
 bool meets_damage(std::string_view verb) { return verb != "verify" && verb != "salvage" && verb != "import"; }
 
-/// HelpText words the usage line as the program is used.
+/// HelpText writes the usage line with the common options before the verb.
 class HelpText : public CLI::Formatter {
  public:
   std::string make_usage(const CLI::App *app, std::string) const override {
@@ -171,7 +171,7 @@ void declare_common(CLI::App &app, Options &options) {
   app.add_flag("--json", options.json, "write the result as JSON to standard output");
 }
 
-/// common_help is what the help of a verb says about the options that all verbs share.
+/// common_help returns the help of the options that all verbs share.
 std::string common_help(const CLI::App &app) {
   const auto common = app.get_options([](const CLI::Option *option) { return option->get_group() == common_group; });
   std::string text = HelpText().make_group(common_group, false, common);
@@ -185,7 +185,7 @@ void declare_verbs(CLI::App &app, Options &options) {
     verb->footer([&app] { return common_help(app); });
     row.declare(*verb, options);
     if (meets_damage(row.name))
-      verb->add_flag("--skip-damaged", options.skip_damaged, "name damaged records and go on without them");
+      verb->add_flag("--skip-damaged", options.skip_damaged, "report damaged records and leave them out");
   }
 }
 

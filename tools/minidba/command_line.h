@@ -15,9 +15,9 @@ struct Command {
   Options options;
 };
 
-/// read_command_line returns what is to be done, or nothing when it was asked for help or the version, which it has
-/// then written to `out`. Throws a cli::Misuse when the command line is mistaken, a Failure when
-/// it names one file for two purposes.
+/// read_command_line parses a command line. It returns nothing if the command line asks for help or the version, which
+/// it then writes to `out`. Throws a cli::Misuse for a mistake, and a Failure if one file is named for two purposes or
+/// a link leads nowhere.
 std::optional<Command> read_command_line(int argc, char **argv, std::ostream &out);
 
 }  // namespace rdm::minidba

@@ -29,14 +29,14 @@ std::string followed(const std::string &path) {
   return file;
 }
 
-/// Purpose is what a file is for.
+/// Purpose is a file with its use.
 struct Purpose {
   std::string name;
   fs::path path;
-  std::optional<struct stat> status;  // none where there is no file yet
+  std::optional<struct stat> status;  // nothing if the file does not exist
 };
 
-/// purposes lists the files of a command line, each with its next state behind it.
+/// purposes lists the files that a verb may read or write, each followed by its AtomicFile.
 std::vector<Purpose> purposes(const Options &options) {
   const std::string &database = options.database;
   const std::pair<std::string, std::string> named[] = {
@@ -58,7 +58,7 @@ std::vector<Purpose> purposes(const Options &options) {
 
 bool is_same(const struct stat &a, const struct stat &b) { return a.st_dev == b.st_dev && a.st_ino == b.st_ino; }
 
-/// is_same goes by the directory where there is no file yet.
+/// is_same compares device and inode, or directory and name if a file does not exist yet.
 bool is_same(const Purpose &a, const Purpose &b) {
   if (a.path == b.path || (a.status && b.status && is_same(*a.status, *b.status))) return true;
   std::error_code ignored;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// The files that a command line names, held against each other and against those that belong to them.
+/// Checks of the file names on a command line.
 #ifndef MINIDBA_FILE_NAMES_H
 #define MINIDBA_FILE_NAMES_H
 
@@ -7,12 +7,13 @@
 
 namespace rdm::minidba {
 
-/// follow_links puts the file that a link leads to in the place of a database or index that is one: a rename would
-/// replace the link, and the files beside the database would be others than those of who names the file itself. Throws
-/// a Failure where a link leads nowhere.
+/// follow_links replaces the path of a database or index that is a symbolic link by the path of its target. Otherwise a
+/// rename would replace the link, and lock and URL map would be those of another path. Throws a Failure for a dangling
+/// link.
 void follow_links(Options &options);
 
-/// check_files makes sure that no file is given two purposes: the later written would replace the other.
+/// check_files throws a Failure if one file has two purposes, for example as database and export: writing one would
+/// destroy the other. It includes the files that minidba writes beside the database.
 void check_files(const Options &options);
 
 }  // namespace rdm::minidba

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// The inputs of a verb: files, or standard input.
+/// The inputs of a verb: files or standard input.
 #ifndef MINIDBA_INPUT_H
 #define MINIDBA_INPUT_H
 
@@ -13,14 +13,16 @@
 
 namespace rdm::minidba {
 
-/// Input is open for reading. When it is a terminal, its user is told that the program waits for typed lines.
+/// Input is an open file or standard input.
 class Input {
  public:
-  /// "-" names standard input. Throws a Failure when the file cannot be opened.
+  /// Input opens a file; "-" is standard input. If it is a terminal, it writes a note to standard error unless that
+  /// shall be quiet. The console must outlive it. Throws a SystemFailure if the file cannot be opened.
   Input(const std::string &name, const Options &options, const Console &console);
 
+  /// descriptor returns the descriptor, which belongs to this object or to the console.
   int descriptor() const { return file_ ? file_.get() : console_.input; }
-  /// name returns how messages call the input: its file, or "the input".
+  /// name returns the name of the input for messages: its file, or "the input".
   const std::string &name() const { return name_; }
 
  private:
@@ -29,14 +31,15 @@ class Input {
   std::string name_;
 };
 
-/// each_word visits the words after a verb; for "-" it visits the lines of standard input. A CR at the end of a line,
-/// as some editors and mailers put it there, is dropped, and so are empty lines.
+/// each_word visits the arguments of a verb; in place of "-", the lines of standard input without empty ones. It drops
+/// a CR at the end of a line.
 void each_word(const Options &options, const Console &console, const std::function<void(const std::string &)> &visit);
 
-/// inputs_of returns the names of the streams to read; "-" is standard input.
+/// inputs_of returns the names of the streams to read, "-" alone if the command line names none.
 std::vector<std::string> inputs_of(const Options &options);
 
-/// open_stream opens an input by its name and shows progress while it is copied. Throws a Failure that names it.
+/// open_stream opens an input by name, and shows progress while the input is copied. Throws a SystemFailure that names
+/// it.
 SoifStream open_stream(const std::string &input, const Options &options, const Console &console);
 
 }  // namespace rdm::minidba

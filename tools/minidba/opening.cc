@@ -16,7 +16,7 @@ std::optional<std::string> index_of(const Options &options) {
 }
 
 KnownRecords known_records(const Options &options, const Catalog &catalog, const Console &console) {
-  // An index that is about to be written under a new name knows nothing, but the one beside the database may.
+  // If the named index is yet to be written, use the one beside the database.
   return catalog::known_records(catalog, status_of(options.index) ? options.index : "", [&](const std::string &reason) {
     console.errors << "minidba: " << tools::escaped(reason) << ": records are not compared with it\n";
   });

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Opening a catalog as the options of a verb want it.
+/// Opening a catalog with the options of a verb.
 #ifndef MINIDBA_OPENING_H
 #define MINIDBA_OPENING_H
 
@@ -13,27 +13,27 @@
 
 namespace rdm::minidba {
 
-/// index_of returns the path of the catalog's index: the one that is named, else the one beside the database if there
-/// is one.
+/// index_of returns the path of the catalog's index: the named one, or an existing one beside the database; otherwise
+/// nothing.
 std::optional<std::string> index_of(const Options &options);
 
-/// known_records returns what the index remembers of the records of a catalog. Nothing is known without an index, from
-/// one of an earlier catalog of this name, and from one that cannot be read, which standard error then says.
+/// known_records calls catalog::known_records for the named index or, if that does not exist, the one beside the
+/// database. It writes to standard error if the index cannot be read.
 KnownRecords known_records(const Options &options, const Catalog &catalog, const Console &console);
 
-/// skip_damaged has a catalog leave out what is damaged if the options say so, and names it on standard error.
+/// skip_damaged calls Catalog::skip_damaged if the options ask for it, and reports the faults on standard error.
 void skip_damaged(Catalog &catalog, const Options &options, const Console &console);
 
-/// open_to_read opens a catalog for a verb that shows it.
+/// open_to_read opens a catalog for a verb that does not change it, and calls skip_damaged. Throws a Failure.
 Catalog open_to_read(const Options &options, const Console &console);
 
-/// protect has what is copied held against the index, then does as skip_damaged.
+/// protect has copied records compared with the index (Catalog::remember), and calls skip_damaged.
 void protect(Catalog &catalog, const Options &options, const Console &console);
 
-/// status_of_work returns exit_done, or exit_found_fault where something damaged was left out.
+/// status_of_work returns exit_done, or exit_found_fault if damaged records were left out.
 int status_of_work(const Catalog &catalog);
 
-/// add_skipped adds how many damaged records and pages were left out, if any.
+/// add_skipped adds the number of damaged records and pages that were left out, if there are any.
 void add_skipped(std::vector<Figure> &details, const Catalog &catalog);
 
 }  // namespace rdm::minidba

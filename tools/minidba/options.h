@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// What the command line says, and where a verb reads and writes.
+/// The options on the command line, and the streams of a verb.
 #ifndef MINIDBA_OPTIONS_H
 #define MINIDBA_OPTIONS_H
 
@@ -13,10 +13,10 @@
 
 namespace rdm::minidba {
 
-// The verbs speak of catalogs, records and files without a prefix.
+// The verbs use the names of the catalog library without a prefix.
 using namespace rdm::catalog;
 
-/// Options are the same record for all verbs; each reads the fields that concern it.
+/// Options is one record for all verbs. Each verb reads the fields of its own options.
 struct Options {
   std::string verb;
   std::string database;
@@ -30,23 +30,23 @@ struct Options {
   std::vector<std::string> arguments;   // the words after the verb
   std::vector<std::string> inputs;      // streams to read, "-" is standard input; empty for that alone
   std::string file;                     // to write to; empty for standard output
-  std::string rejects;                  // file for what is refused; empty when it is not kept
-  bool replace = false;                 // a catalog that is there
-  bool no_header = false;               // an import needs no export header
-  bool allow_empty = false;             // an import may leave no descriptions
-  double wait = -1;                     // seconds to wait for the lock; below zero for ever
-  bool skip_damaged = false;            // records and pages, instead of refusing the work
-  bool accept_damage = false;           // records that contradict the index are taken as they are
+  std::string rejects;                  // file for rejected objects; empty if they are not kept
+  bool replace = false;                 // import: replace an existing catalog
+  bool no_header = false;               // import: the stream needs no export header
+  bool allow_empty = false;             // import: the stream may have no descriptions
+  double wait = -1;                     // seconds to wait for the lock; below zero without limit
+  bool skip_damaged = false;            // leave out damaged records and pages instead of failing
+  bool accept_damage = false;           // index: accept records that contradict the old index
 };
 
-/// Console is the program's surroundings. What programs read goes to `out`, what people read to `errors`.
+/// Console is the standard streams: `out` for output that programs read, `errors` for messages to people.
 struct Console {
   int input;  // descriptor
   std::ostream &out;
   std::ostream &errors;
-  bool progress;       // somebody looks at `errors` and wants to be told how far the work is
-  bool out_is_screen;  // and at `out`
-  std::function<time_t()> clock = [] { return std::time(nullptr); };  // tells the time
+  bool progress;                                                      // show progress: `errors` is a terminal
+  bool out_is_screen;                                                 // `out` is a terminal
+  std::function<time_t()> clock = [] { return std::time(nullptr); };  // seconds since 1970
 };
 
 }  // namespace rdm::minidba

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Descriptions of a catalog, chosen by what they say.
+/// Selecting descriptions of a catalog.
 #ifndef MINIDBA_SELECTION_H
 #define MINIDBA_SELECTION_H
 
@@ -15,14 +15,15 @@
 
 namespace rdm::minidba {
 
-/// decimal returns the number that a word stands for; nothing for another word. Verbs that take numbers and URLs look a
+/// decimal returns the value of a decimal number; nothing for another word. Verbs that take numbers and URLs look a
 /// word up as a number first, then as a URL.
 std::optional<uint32_t> decimal(std::string_view word);
 
-/// numbers_where returns the numbers of the descriptions for which `chosen` is true, in order.
+/// numbers_where returns the numbers, ascending, of the descriptions for which `chosen` returns true. Throws a Failure
+/// at damage.
 using Predicate = std::function<bool(uint32_t number, std::string_view record)>;
 std::vector<uint32_t> numbers_where(const Catalog &catalog, Progress &progress, const Predicate &chosen);
-/// numbers_to_copy returns all numbers, in order, after a check of every record as Catalog::each_to_copy does it.
+/// numbers_to_copy returns all numbers, ascending, and checks every record as Catalog::each_to_copy does.
 std::vector<uint32_t> numbers_to_copy(const Catalog &catalog, Progress &progress);
 
 }  // namespace rdm::minidba

@@ -24,7 +24,7 @@ using Time = std::optional<sys_seconds>;
 constexpr char forms[] =
     "; write 2026-11-01, 2026-11-01T12:00:00Z, \"1 Nov 2026 12:00:00 GMT\", @1793534400, yesterday or \"3 days ago\"";
 
-/// missing returns what is thrown for a time of a known form that does not exist.
+/// missing returns the Failure for a time of a known form that does not exist.
 Failure missing(const std::string &text) { return Failure("no such time: " + text); }
 
 /// take_number removes a number of `least` to `most` digits from the front of a text.
@@ -60,7 +60,7 @@ bool take_date(std::string_view &text, Fields &fields) {
   return true;
 }
 
-/// take_clock reads hour:minute, and perhaps :second and a fraction, which is dropped.
+/// take_clock reads hour:minute and an optional :second with an optional fraction, which it ignores.
 bool take_clock(std::string_view &text, Fields &fields) {
   const auto hour = take_number(text, 2, 2);
   const auto minute = hour && take(text, ":") ? take_number(text, 2, 2) : std::nullopt;
@@ -125,7 +125,7 @@ std::vector<std::string_view> words_of(std::string_view text, std::string_view d
   return words;
 }
 
-/// months_before goes back by months; a day that the month does not have becomes its last.
+/// months_before subtracts months. If the resulting day does not exist, it takes the last day of the month.
 sys_seconds months_before(sys_seconds now, int count) {
   const auto midnight = floor<days>(now);
   const year_month_day today = midnight;
@@ -163,7 +163,7 @@ constexpr std::string_view day_names[] = {"sunday", "monday", "tuesday", "wednes
 constexpr std::string_view zone_names[] = {"pst", "pdt", "mst", "mdt", "cst", "cdt", "est", "edt", "ast",
                                            "nst", "gmt", "ut",  "utc", "bst", "met", "eet", "jst"};
 
-/// index_of returns the place of a name that is written whole or with its first three letters, -1 for another word.
+/// index_of returns the index of a name that is written in full or with its first three letters; -1 for another word.
 template <size_t count>
 int index_of(std::string_view word, const std::string_view (&names)[count]) {
   for (size_t i = 0; i < count; ++i)
@@ -171,10 +171,10 @@ int index_of(std::string_view word, const std::string_view (&names)[count]) {
   return -1;
 }
 
-/// DateWords checks what cs_str2time passes over in silence: unknown words, days that a month does not have.
+/// DateWords finds errors that cs_str2time ignores: unknown words, and days that do not exist.
 class DateWords {
  public:
-  /// take returns whether a word may stand in a date.
+  /// take returns false for a word that cannot be part of the date.
   bool take(std::string_view word) {
     if (ascii::is_digit(word[0])) return take_digits(word);
     if (word[0] == '+' || word[0] == '-') return is_offset(word.substr(1));
@@ -228,7 +228,8 @@ bool is_month(std::string_view text, size_t end) {
   return index_of(text.substr(start, end - start), month_names) >= 0;
 }
 
-/// spaced separates what hyphens join, as in 16-Nov-2026, and the offset of a zone from its name, as in GMT+0200.
+/// spaced separates words joined with hyphens, as in 16-Nov-2026, and the offset from the name of a zone, as in
+/// GMT+0200.
 std::string spaced(std::string_view text) {
   std::string result;
   for (size_t i = 0; i < text.size(); ++i) {

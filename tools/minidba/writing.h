@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// How the options of a verb have a catalog changed, with what its user is told meanwhile.
+/// Changing a catalog with the options of a verb, with progress and warnings.
 #ifndef MINIDBA_WRITING_H
 #define MINIDBA_WRITING_H
 
@@ -8,13 +8,13 @@
 
 namespace rdm::minidba {
 
-/// write_settings returns what the options say about a transaction. Options and console must outlive it.
+/// write_settings returns the settings of a transaction. Options and console must outlive it.
 WriteSettings write_settings(const Options &options, const Console &console, IfMissing if_missing = IfMissing::error);
 
-/// date gives the undated descriptions of a batch their time of change, and warns when that is far ahead of the clock.
+/// date calls WriteTransaction::date, and warns if the time is ahead of the clock (is_ahead).
 void date(const WriteTransaction &transaction, WriteBatch &batch, const Console &console);
 
-/// commit and rebuild do as those of the transaction, with progress.
+/// commit and rebuild call the procedures of the transaction, and show progress.
 void commit(const WriteTransaction &transaction, const WriteBatch &batch, uint32_t next_number, const Console &console);
 void rebuild(const WriteTransaction &transaction, const WriteBatch &dropped, const Console &console);
 

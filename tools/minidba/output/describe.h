@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Descriptions as they are shown to people and other programs.
+/// Formatting descriptions as JSON and as tables.
 #ifndef MINIDBA_OUTPUT_DESCRIBE_H
 #define MINIDBA_OUTPUT_DESCRIBE_H
 
@@ -17,18 +17,19 @@ namespace rdm::minidba {
 using Json = nlohmann::ordered_json;
 
 /// json_of returns a description as an object with number, template, url and attributes, in the order of the record.
-/// An attribute that occurs several times has an array of values.
+/// The value of an attribute that occurs several times is an array.
 Json json_of(uint32_t number, const SOIF *description);
 
-/// text_of returns JSON on one line. What is not UTF-8 becomes U+FFFD.
+/// text_of returns JSON on one line. Bytes that are not UTF-8 become U+FFFD.
 std::string text_of(const Json &json);
 
-/// tsv_of returns a line of the number, the URL and the values of the attributes, separated by tabs. The values of an
-/// attribute and its numbered instances are joined with "; "; tab, newline, carriage return and backslash in them stand
-/// as \t, \n, \r and \\.
+/// tsv_of returns a line without its newline: number, URL and the values of the attributes, separated by tabs. The
+/// values of an attribute and its numbered instances are joined with "; ". Tab, newline, carriage return and backslash
+/// in a value are written as \t, \n, \r and \\.
 std::string tsv_of(uint32_t number, const SOIF *description, const std::vector<std::string> &attributes);
 
-/// JsonList writes an array, a line for each element, as they come. One that is not wanted writes nothing.
+/// JsonList writes a JSON array to a stream, with each element on a line. close ends the array; unless `wanted`, it
+/// writes nothing.
 class JsonList {
  public:
   explicit JsonList(std::ostream &out, bool wanted = true) : out_(out), wanted_(wanted) {}
@@ -41,7 +42,7 @@ class JsonList {
   bool empty_ = true;
 };
 
-/// each_attribute calls a procedure with each attribute, in the order of the record.
+/// each_attribute calls `visit` with each AVPair of a description, in the order of the record.
 template <typename Visitor>
 void each_attribute(const SOIF *description, const Visitor &visit) {
   for (int32_t i = 0; i < description->attrs->nbuckets; ++i)

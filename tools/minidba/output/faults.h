@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Faults that are named on standard error, the first hundred of them.
+/// Reporting faults on standard error.
 #ifndef MINIDBA_OUTPUT_FAULTS_H
 #define MINIDBA_OUTPUT_FAULTS_H
 
@@ -10,16 +10,17 @@
 
 namespace rdm::minidba {
 
-/// Faults names the first faults that it is told of on a line each, and counts the others.
+/// Faults writes a line for each of the first hundred faults, and counts the others.
 class Faults {
  public:
   explicit Faults(std::ostream &errors) : errors_(errors) {}
   void add(const std::string &text);
-  /// close writes how many faults were not named, if any.
+  /// close writes how many faults have no line, if any.
   void close();
   int64_t count() const { return count_; }
-  /// is_full returns true if some were not named.
+  /// is_full returns true if there are faults without a line.
   bool is_full() const { return count_ > named; }
+  /// texts returns the faults that have a line, without escapes.
   const std::vector<std::string> &texts() const { return texts_; }
 
  private:

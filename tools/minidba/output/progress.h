@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// How far a long work is, for somebody who waits at a terminal.
+/// A progress line on a terminal.
 #ifndef MINIDBA_OUTPUT_PROGRESS_H
 #define MINIDBA_OUTPUT_PROGRESS_H
 
@@ -11,23 +11,24 @@
 
 namespace rdm::minidba {
 
-/// Progress keeps one line on standard error up to date, from the second second on: records and bytes done, bytes a
-/// second and, when it is known how much there is to do, the time left. The line is taken away with the scope.
+/// Progress shows a line on standard error after the first second, and updates it at most five times a second: records
+/// and bytes done, bytes a second and, if the total is known, the time left. The destructor clears the line.
 class Progress {
  public:
-  using Clock = std::function<double()>;  // seconds, from any beginning
+  using Clock = std::function<double()>;  // seconds from any start
 
-  /// `work` names what is done; `total_bytes` is 0 when it is not known. A console that wants no progress gets none.
+  /// `work` names the work; `total_bytes` is 0 if it is not known. The console must outlive this object; with its
+  /// `progress` off, nothing is shown.
   Progress(const Console &console, std::string work, int64_t total_bytes = 0, Clock clock = steady_seconds);
   Progress(const Progress &) = delete;
   Progress &operator=(const Progress &) = delete;
   ~Progress() { clear(); }
 
-  /// expect says how much there is to do in all, once that is known.
+  /// expect sets the total.
   void expect(int64_t total_bytes) { total_bytes_ = total_bytes; }
-  /// advance says how much has been done since the last call.
+  /// advance adds records and bytes that were done.
   void advance(int64_t records, int64_t bytes);
-  /// clear takes the line away, for other text; the next advance may bring it back.
+  /// clear removes the line before other output. advance may show it again.
   void clear();
 
  private:

@@ -17,15 +17,16 @@ constexpr size_t longest_url = 300;
 
 std::string url_of(const SoifStream::Item &item) { return item.object ? item.object->url : item.url; }
 
-std::string counted(const SoifStream::Misfit &misfit, const std::string &count) {
+/// with_count returns the attribute with a byte count: "title{3}".
+std::string with_count(const SoifStream::Misfit &misfit, const std::string &count) {
   return printable(misfit.attribute, 60) + '{' + printable(count, 20) + '}';
 }
 
-/// whole_reason adds the count that would fit: "...; title{3} would fit, not title{9}".
+/// whole_reason adds the byte count that would fit: "...; title{3} would fit, not title{9}".
 std::string whole_reason(const std::string &reason, const SoifStream::Item &item) {
   if (!item.misfit) return reason;
-  return reason + "; " + counted(*item.misfit, std::to_string(item.misfit->fits)) + " would fit, not " +
-         counted(*item.misfit, item.misfit->count);
+  return reason + "; " + with_count(*item.misfit, std::to_string(item.misfit->fits)) + " would fit, not " +
+         with_count(*item.misfit, item.misfit->count);
 }
 
 Json json_of(const SoifStream &stream, const SoifStream::Item &item, int64_t line, const std::string &reason) {

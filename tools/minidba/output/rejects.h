@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// What became of the objects of a stream that were refused.
+/// Reporting and keeping rejected objects.
 #ifndef MINIDBA_OUTPUT_REJECTS_H
 #define MINIDBA_OUTPUT_REJECTS_H
 
@@ -13,18 +13,21 @@
 
 namespace rdm::minidba {
 
-/// Rejects names refused objects, with their line, URL and reason, and, where a file is given for them, keeps their
-/// bytes as they came, so that they can be mended and fed again. A dry run only names them.
+/// Rejects writes a line about each rejected object to standard error: input, line, URL and reason. If the options name
+/// a file, it writes the bytes of the objects there, unchanged, so that they can be corrected and imported. A dry run
+/// writes no file.
 class Rejects {
  public:
+  /// Rejects opens the file. Throws a Failure if it cannot. The console must outlive this object.
   Rejects(const Options &options, const Console &console);
 
+  /// add reports an object, after clearing the progress line. Throws a Failure if it cannot be read or written.
   void add(SoifStream &stream, const SoifStream::Item &item, const std::string &reason, Progress &progress);
   int64_t count() const { return count_; }
-  /// reasons returns a JSON array with an object for each refused one, for a report as JSON.
+  /// reasons returns a JSON array with an object for each rejected one; empty unless the options ask for JSON.
   std::string reasons() const;
-  /// finish comes before the catalog is changed, so that no object is neither taken in nor kept; commit after it, and
-  /// says so where it fails.
+  /// finish must be called before the catalog is changed, commit after it: then every object is either imported or
+  /// kept. A Failure of commit says that the descriptions were imported.
   void finish();
   void commit();
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// How a verb says at its end what it did.
+/// The result of a verb.
 #ifndef MINIDBA_OUTPUT_REPORT_H
 #define MINIDBA_OUTPUT_REPORT_H
 
@@ -11,15 +11,15 @@
 
 namespace rdm::minidba {
 
-/// Figure is a number and what it counts, in words that follow it: {"new", 3}.
+/// Figure is a number with the words that follow it in a message: {"new", 3}.
 struct Figure {
   const char *name;
   int64_t value;
 };
 
-/// report writes the number that the verb is about to standard output and, unless it is to be quiet, the details to
-/// standard error ("minidba: 3 new, 1 changed"). As JSON all of it is one object on standard output.
-/// `rejects`, when it is not empty, is a JSON array that becomes the object's last member.
+/// report writes the main number to standard output and, unless the options say quiet, the details to standard error:
+/// "minidba: 3 new, 1 changed". As JSON, it writes one object with all of them to standard output; a `rejects` that is
+/// not empty is a JSON array, its last member.
 void report(const Options &options, const Console &console, const Figure &result,
             const std::vector<Figure> &details = {}, const std::string &rejects = "");
 

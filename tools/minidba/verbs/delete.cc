@@ -12,7 +12,7 @@
 namespace rdm::minidba {
 namespace {
 
-/// Deletion erases descriptions by number or URL and counts those that were not there.
+/// Deletion erases descriptions by number or URL, and reports and counts words that name none.
 class Deletion {
  public:
   Deletion(const Catalog &catalog, std::ostream &errors) : catalog_(catalog), batch_(catalog), errors_(errors) {}

@@ -14,7 +14,7 @@ namespace {
 
 using Write = std::function<void(const std::string &text)>;
 
-/// write_all writes the whole catalog, by number, and returns how many descriptions it has.
+/// write_all writes the whole catalog in the order of the numbers, and returns the number of descriptions.
 int64_t write_all(const Catalog &catalog, const Write &write, bool watched, Progress &progress) {
   const std::vector<uint32_t> numbers = numbers_to_copy(catalog, progress);
   progress.clear();

@@ -18,21 +18,21 @@
 namespace rdm::minidba {
 namespace {
 
-/// Import gathers what becomes the whole catalog.
+/// Import collects the descriptions of a new catalog.
 class Import {
  public:
-  /// Numbers and times of change that the replaced catalog has used are not used again.
+  /// `used` are numbers and times of change of the replaced catalog. They are not used again.
   Import(const Catalog &catalog, const UsedNumbers &used)
       : catalog_(catalog), batch_(catalog), next_(from_stored(used.next_number)) {
     batch_.note_change(used.newest_change);
   }
 
-  /// expect keeps clear of the numbers that were used where the export was made.
+  /// expect reserves the numbers that the exporting catalog has used.
   void expect(const ExportHeader &header) {
     if (header.next_number) next_ = std::max(next_, from_stored(*header.next_number));
   }
-  /// place puts a description under its number and returns why that cannot be, nothing when it can.
-  std::string place(uint32_t number, SOIF *object) {
+  /// add adds a description under its number. It returns the reason if that is impossible, otherwise an empty text.
+  std::string add(uint32_t number, SOIF *object) {
     if (batch_.number_of(object->url)) return "its URL was there before";
     if (batch_.get(number)) return "its number was there before";
     drop_number(object);
@@ -40,10 +40,10 @@ class Import {
     next_ = std::max(next_, uint64_t{number} + 1);
     return {};
   }
-  /// place_anew puts a description under a number that was never used.
-  std::string place_anew(SOIF *object) {
+  /// add_unnumbered adds a description under the next number.
+  std::string add_unnumbered(SOIF *object) {
     if (next_ == none) throw Failure("no number is left in " + catalog_.path());
-    return place(static_cast<uint32_t>(next_), object);
+    return add(static_cast<uint32_t>(next_), object);
   }
 
   WriteBatch &batch() { return batch_; }
@@ -51,8 +51,7 @@ class Import {
 
  private:
   static constexpr uint64_t none = uint64_t{1} << 32;
-  /// put leaves a time of change as it is. A description without one, or with one that is not believed, gets that of
-  /// the import.
+  /// put keeps a believed time of change. Other descriptions get the time of the import.
   void put(uint32_t number, SOIF *object) {
     const std::string url = object->url;
     if (const time_t time = believed_change(object); time != 0) {
@@ -68,7 +67,7 @@ class Import {
 
   const Catalog &catalog_;
   WriteBatch batch_;
-  uint64_t next_;  // the number that comes next, or `none`
+  uint64_t next_;  // the next number, or `none`
 };
 
 /// ImportStream reads a stream into an import.
@@ -84,18 +83,18 @@ class ImportStream {
     const std::optional<uint32_t> number = reason.empty() ? number_in(item.object.get()) : std::nullopt;
     if (reason.empty() && !number) reason = "minidba-number is not a number from 1";
     if (reason.empty() && *number == 0) return unnumbered_.push_back({item.number, item.offset, item.end, nullptr, {}});
-    count(item, reason.empty() ? import_.place(*number, item.object.get()) : reason);
+    count(item, reason.empty() ? import_.add(*number, item.object.get()) : reason);
   }
-  /// take_unnumbered comes when all numbers that the stream gives are known.
+  /// take_unnumbered adds the descriptions without a number, after all others.
   void take_unnumbered() {
     for (const SoifStream::Item &item : unnumbered_) {
       const SoifPtr object = parse(stream_.bytes_of(item));
       if (!object) throw Failure("cannot read " + stream_.name());
-      const std::string reason = import_.place_anew(object.get());
+      const std::string reason = import_.add_unnumbered(object.get());
       if (reason.empty()) ++renumbered_;
-      SoifStream::Item placed{item.number, item.offset, item.end, nullptr, {}};
-      placed.url = object->url;
-      count(placed, reason);
+      SoifStream::Item named{item.number, item.offset, item.end, nullptr, {}};
+      named.url = object->url;
+      count(named, reason);
     }
   }
 
@@ -118,13 +117,13 @@ class ImportStream {
   int64_t imported_ = 0, renumbered_ = 0;
 };
 
-/// check_header refuses a stream that could end anywhere without being noticed.
+/// check_header refuses a stream without an export header: it could be truncated.
 void check_header(const StreamCheck &check, const Options &options) {
   if (!check.has_export_header() && !options.no_header)
     throw Failure("no export header in front of the input: nothing is imported without --no-header");
 }
 
-/// check_rejects refuses to lose anything without being told where to keep it. A report as JSON tells the reasons.
+/// check_rejects throws a Failure if objects were rejected and the options name no file for them.
 void check_rejects(const Rejects &rejects, const Options &options, const Console &console) {
   const int64_t count = rejects.count();
   if (count == 0 || !options.rejects.empty()) return;
@@ -135,11 +134,11 @@ void check_rejects(const Rejects &rejects, const Options &options, const Console
 
 struct Imported {
   int64_t descriptions, renumbered;
-  bool is_announced;  // the export header says how many descriptions there are, and is right
+  bool is_announced;  // the export header announces exactly these descriptions
 };
 
-/// check_empty refuses to make an empty catalog of one that has descriptions, and of a stream that does not say that it
-/// has none.
+/// check_empty refuses an empty import if the replaced catalog may have descriptions, or if the stream does not
+/// announce that it has none.
 void check_empty(const Imported &imported, const UsedNumbers &used, const Options &options) {
   if (imported.descriptions > 0 || options.allow_empty) return;
   if (!used.is_empty)
@@ -172,7 +171,7 @@ Imported read_all(Import &import, Rejects &rejects, const Options &options, cons
           check.has_export_header() && check.objects() == stream_import.imported()};
 }
 
-/// replaced returns what is known of the catalog that is replaced. A damaged one tells what it can.
+/// replaced returns the used numbers of the catalog that is replaced, as far as a damaged one can be read.
 UsedNumbers replaced(const Options &options, const Console &console) {
   if (!status_of(options.database)) return {};
   if (!options.replace) throw Failure("database exists: " + options.database + " (--replace replaces it)");

@@ -15,7 +15,7 @@ namespace {
 
 using Entries = std::vector<IndexEntry>;
 
-/// Comparison holds the entries of the next index against those of the one there is.
+/// Comparison compares the entries of the next index with those of the present one.
 class Comparison {
  public:
   Comparison(const Catalog &catalog, const KnownRecords &known, const Console &console)
@@ -34,7 +34,7 @@ class Comparison {
   Faults faults_;
 };
 
-/// compared_entries returns the entries of the records that can be read, compared with those of the index there is.
+/// compared_entries returns the entries of all readable records, and compares them with those of the present index.
 Entries compared_entries(const Catalog &catalog, Comparison &comparison, const Console &console) {
   Progress progress(console, "indexing");
   return index_entries(catalog, [&](const IndexEntry &entry, std::string_view record) {
@@ -43,8 +43,7 @@ Entries compared_entries(const Catalog &catalog, Comparison &comparison, const C
   });
 }
 
-/// keep_hidden keeps the entries of damaged records: without its entry, the next index would take the record for a new
-/// one.
+/// keep_hidden adds the old entries of damaged records. Without its entry, a record would look new to the next index.
 void keep_hidden(Entries &entries, const KnownRecords &known, const Catalog &catalog) {
   if (!catalog.is_partial()) return;
   for (const IndexEntry &entry : known.entries())

@@ -14,7 +14,7 @@
 namespace rdm::minidba {
 namespace {
 
-/// Listing writes descriptions one after the other.
+/// Listing writes descriptions in one format.
 class Listing {
  public:
   virtual ~Listing() = default;
@@ -70,14 +70,14 @@ time_t since(const Options &options) try {
   throw Failure(std::string("--since: ") + failure.what());
 }
 
-/// chosen returns the numbers of the descriptions to be listed, in order.
+/// chosen returns the numbers of the descriptions to list, ascending.
 std::vector<uint32_t> chosen(const Catalog &catalog, time_t since, Progress &progress) {
   return numbers_where(catalog, progress, [&](uint32_t number, std::string_view record) {
     return since == 0 || change_time(parse_attributes(catalog, number, record, {"rd-last-changed"}).get()) >= since;
   });
 }
 
-/// viewed returns a description with the attributes that are to be shown.
+/// viewed returns a description with the attributes to show.
 SoifPtr viewed(const Catalog &catalog, uint32_t number, const std::string &record, const Options &options) {
   return options.attributes.empty() ? parse_record(catalog, number, record)
                                     : parse_attributes(catalog, number, record, options.attributes);

@@ -15,7 +15,7 @@
 namespace rdm::minidba {
 namespace {
 
-/// Version is a description as one of those that may have the same URL.
+/// Version is a description; several may have the same URL.
 struct Version {
   uint32_t url_hash;
   time_t time;  // of its last change
@@ -40,12 +40,12 @@ std::vector<Version> versions_of(const Catalog &catalog, const Console &console)
   return versions;
 }
 
-/// Dropping drops, of descriptions with the same URL, all but the newest, and names them.
+/// Dropping erases and reports all descriptions of a URL but the newest.
 class Dropping {
  public:
   Dropping(const Catalog &catalog, std::ostream &errors) : catalog_(catalog), errors_(errors), batch_(catalog) {}
 
-  /// take gets the versions of one URL, or of several with one hash, the newest first.
+  /// take receives the descriptions whose URLs have the same hash, the newest first.
   void take(const Version *first, const Version *last) {
     std::map<std::string, uint32_t> newest;
     for (; first != last; ++first) {

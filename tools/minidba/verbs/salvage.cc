@@ -22,14 +22,14 @@
 namespace rdm::minidba {
 namespace {
 
-/// Witnesses are what the files beside the database know of its records, as far as they can be read.
+/// Witnesses is the readable data about the records in index and URL map.
 struct Witnesses {
   KnownRecords index;
   std::map<uint32_t, std::string> urls;               // of the URL map
   std::unordered_map<std::string, uint32_t> numbers;  // the same by URL
 };
 
-/// read_map reads what is left of the URL map, whichever state of the database it belongs to.
+/// read_map reads the sound records of the URL map, even if it belongs to another snapshot of the database.
 void read_map(const std::string &database, Witnesses &witnesses) try {
   const HashTable table(UrlMap::path_for(database));
   table.each_sound(
@@ -41,7 +41,7 @@ void read_map(const std::string &database, Witnesses &witnesses) try {
       },
       [](std::string_view, std::string_view, const std::string &) {});
 } catch (const Failure &) {
-  // Without a map, or with one that is no hash file any more, the index alone knows what was there.
+  // Without a readable map, only the index names lost records.
 }
 
 std::optional<Trailer> trailer_of(const File &database) {
@@ -55,27 +55,27 @@ void read_index_of(const Options &options, const File &database, Witnesses &witn
   if (status && !(trailer && is_before(*status, *trailer)))
     witnesses.index = KnownRecords(read_index(*path), trailer ? trailer->newest_change : std::nullopt);
 } catch (const Failure &) {
-  // It is damaged too.
+  // The index is damaged too.
 }
 
-/// can_be_imported returns true if an import takes an object. It is stricter about names than the parser: a damaged
-/// size leaves strange ones behind.
+/// can_be_imported returns true if an import accepts an object. An import is stricter about attribute names than the
+/// parser: after a damaged byte count, part of a value may look like a name.
 bool can_be_imported(const SOIF *object) {
   std::string text = print(object);
   const StdioPtr file(::fmemopen(text.data(), text.size(), "r"));
   return file && SoifScan(file.get(), static_cast<int64_t>(text.size())).fault_of(0).empty();
 }
 
-/// Find is the best copy of a record that was found.
+/// Find is the best copy of a record so far.
 struct Find {
-  int trust = -1;  // the more the better
+  int trust = -1;  // the higher the better
   time_t time = 0;
   int64_t offset = 0;  // in the scratch file
   uint32_t size = 0;
-  std::string fault;  // how it contradicts the index
+  std::string fault;  // KnownRecords::fault_of
 };
 
-/// Salvage keeps the best copy of each record.
+/// Salvage keeps the best copy of each record in a scratch file.
 class Salvage {
  public:
   Salvage(const Witnesses &witnesses, const std::string &database) : witnesses_(witnesses), texts_(database) {}
@@ -92,7 +92,8 @@ class Salvage {
     if (std::pair(trust, time) <= std::pair(best.trust, best.time) && best.size > 0) return;
     best = {trust, time, texts_.append(value), static_cast<uint32_t>(value.size()), fault};
   }
-  /// drop_same_urls keeps of finds with one URL the best: an import takes no others. Returns how many it drops.
+  /// drop_same_urls drops all finds of a URL but the best, because an import rejects the others. Returns how many it
+  /// drops.
   int64_t drop_same_urls(std::ostream &errors);
 
   const std::map<uint32_t, Find> &finds() const { return finds_; }
@@ -103,8 +104,8 @@ class Salvage {
   }
 
  private:
-  /// number_for returns the number of a record: that of its key, or where its key is damaged that of its URL. Nothing
-  /// for what was removed: a page that is not used any more may still hold it.
+  /// number_for returns the number of a record: that of its key or, if the key is damaged, that of its URL. It returns
+  /// nothing for an erased record, which a free page may still hold.
   std::optional<uint32_t> number_for(RecoveryReader::Origin origin, std::string_view key,
                                      const std::string &url) const {
     const std::optional<uint32_t> number = number_of(key);
@@ -113,7 +114,7 @@ class Salvage {
     if (known != witnesses_.numbers.end()) return known->second;
     return number && *number != 0 && witnesses_.numbers.empty() ? number : std::nullopt;
   }
-  /// agreement is more for the very bytes that the index knows.
+  /// agreement returns 10 if size and checksum are those of the index, otherwise 0.
   int agreement(uint32_t number, std::string_view value) const {
     const IndexEntry *known = witnesses_.index.find(number);
     const IndexEntry now = entry_of(number, value, 0);
@@ -145,7 +146,7 @@ int64_t Salvage::drop_same_urls(std::ostream &errors) {
   return static_cast<int64_t>(dropped.size());
 }
 
-/// Loss names what is lost and counts it.
+/// Loss reports and counts lost records.
 class Loss {
  public:
   explicit Loss(std::ostream &errors) : errors_(errors) {}
@@ -153,12 +154,12 @@ class Loss {
   void name_records(const Witnesses &witnesses, const std::map<uint32_t, Find> &finds) {
     for (const auto &[number, url] : witnesses.urls)
       if (!finds.contains(number)) name("lost: description " + std::to_string(number) + ": " + url, lost_);
-    // What only the index knows was removed since it was made, unless there is no map that could know.
+    // With a map, a record that only the index names was removed after the index was made.
     for (const IndexEntry &entry : witnesses.index.entries())
       if (witnesses.urls.empty() && !finds.contains(entry.number))
         name("lost, or removed since the index was made: description " + std::to_string(entry.number), lost_);
   }
-  /// count_nameless adds what neither the URL map nor the index knows: the header counted it.
+  /// count_nameless adds the records that the header counts and neither URL map nor index names.
   void count_nameless(int64_t counted, int64_t found) {
     const int64_t nameless = counted - found - lost_;
     if (nameless <= 0) return;
@@ -214,7 +215,7 @@ void write_stream(const Salvage &salvage, uint32_t next_number, const Options &o
   file.commit();
 }
 
-/// next_number is that of the database and its map, and behind all that was found or is known.
+/// next_number returns a number above all that the trailers, the finds, the URL map and the index name.
 uint32_t next_number(const std::string &database, const Salvage &salvage, const Witnesses &witnesses) {
   uint32_t next = used_numbers(database).next_number;
   if (!salvage.finds().empty()) next = later(next, salvage.finds().rbegin()->first + 1);
@@ -223,7 +224,7 @@ uint32_t next_number(const std::string &database, const Salvage &salvage, const 
   return next;
 }
 
-/// summarize does as report, but leaves standard output to the stream if that goes there.
+/// summarize does as report. If the stream is written to standard output, it writes only to standard error.
 void summarize(const Options &options, const Console &console, const Loss &loss, int64_t salvaged) {
   if (!options.file.empty()) return report(options, console, {"salvaged", salvaged}, loss.figures(salvaged));
   if (options.quiet) return;

@@ -18,12 +18,12 @@
 namespace rdm::minidba {
 namespace {
 
-/// What the records of a catalog amount to.
+/// Records is the totals over all records.
 struct Records {
   int64_t count = 0;
   int64_t bytes = 0;
   int64_t longest = 0;
-  std::map<std::string, int64_t> attributes;  // and in how many descriptions each is
+  std::map<std::string, int64_t> attributes;  // with the number of descriptions that have them
 };
 
 void count(Records &records, std::string_view record, const SOIF *object) {
@@ -53,7 +53,8 @@ std::vector<std::pair<std::string, int64_t>> by_frequency(const Records &records
   return attributes;
 }
 
-/// figures returns everything but the attributes. The fill is the part of the file that keys and records take.
+/// figures returns the figures without those of attributes. The fill is the share of the file that keys and records
+/// take.
 Json figures(const Catalog &catalog, const Records &records, const FileStatistics &layout) {
   const auto used = static_cast<double>(records.bytes + records.count * static_cast<int64_t>(database_key(0).size()));
   return {{"descriptions", records.count},

@@ -36,7 +36,7 @@ void take_all(const std::string &input, Importer &importer, const Options &optio
   check.require_end();
 }
 
-/// keep puts the refused objects in their place. If there is no object at all, those of an earlier update stay there.
+/// keep commits the file of rejected objects. If the input had no objects, it leaves the file of an earlier update.
 void keep(Rejects &rejects, const Summary &summary) {
   if (summary.accepted() > 0 || rejects.count() > 0) rejects.commit();
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-/// The verbs. Each does its work and returns the program's exit status; a Failure that it throws means that nothing
-/// changed, unless it says what is replaced.
+/// The verbs. Each reads its own options and returns the exit status of the program. If it throws a Failure, nothing
+/// has changed, unless the text says that a file is replaced.
 #ifndef MINIDBA_VERBS_VERBS_H
 #define MINIDBA_VERBS_VERBS_H
 
@@ -11,13 +11,13 @@ namespace rdm::minidba {
 
 using Verb = int (*)(const Options &, const Console &);
 
-/// What the exit status says, besides tools::exit_failure after a Failure.
+/// Exit statuses; after a Failure it is tools::exit_failure.
 using tools::exit_done;
 constexpr int exit_found_fault = 1;  // the work was done, but something was rejected, missing or damaged
 
-/// update takes in the descriptions on the inputs and prints how many it accepted.
+/// update adds and changes the descriptions of the inputs and prints how many it accepted.
 int update(const Options &options, const Console &console);
-/// expire drops the descriptions whose "rd-expires" has passed and prints their number.
+/// expire deletes the descriptions whose "rd-expires" has passed and prints their number.
 int expire(const Options &options, const Console &console);
 /// index writes the index and prints the number of its entries.
 int index(const Options &options, const Console &console);
@@ -27,19 +27,20 @@ int unclassified(const Options &options, const Console &console);
 int get(const Options &options, const Console &console);
 /// list prints descriptions in the order of their numbers.
 int list(const Options &options, const Console &console);
-/// delete_descriptions removes descriptions by number or URL and prints their number.
+/// delete_descriptions deletes descriptions by number or URL and prints their number.
 int delete_descriptions(const Options &options, const Console &console);
-/// rebuild writes database and URL map anew from the records and prints their number.
+/// rebuild rewrites database and URL map from the records and prints the number of records. Of several descriptions
+/// with one URL it keeps the newest.
 int rebuild(const Options &options, const Console &console);
-/// export_catalog writes the whole catalog as one stream.
+/// export_catalog writes the whole catalog as a SOIF stream with an export header.
 int export_catalog(const Options &options, const Console &console);
-/// import_catalog makes such a stream the whole catalog.
+/// import_catalog creates or replaces a catalog from such a stream.
 int import_catalog(const Options &options, const Console &console);
 /// stats prints figures about the catalog.
 int stats(const Options &options, const Console &console);
-/// salvage writes every description that can be read of a damaged catalog as one stream, and names what is lost.
+/// salvage writes every readable description of a damaged catalog as an export, and reports lost ones.
 int salvage(const Options &options, const Console &console);
-/// verify prints whether the catalog is sound; what is wrong with it goes to the errors.
+/// verify checks the catalog and prints the verdict; it reports the faults on standard error.
 int verify(const Options &options, const Console &console);
 
 }  // namespace rdm::minidba

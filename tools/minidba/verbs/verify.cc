@@ -20,18 +20,18 @@
 namespace rdm::minidba {
 namespace {
 
-/// Behind counts how an index that is older than the database differs from it.
+/// Behind counts the differences between an older index and the database.
 struct Behind {
   int64_t added = 0, changed = 0, removed = 0;
-  bool is_earlier = false;  // the index is of a catalog that this one has replaced
+  bool is_earlier = false;  // the index belongs to a replaced catalog
   bool any() const { return is_earlier || added + changed + removed > 0; }
 };
 
-/// Findings are what a verdict is made of.
+/// Findings is the data for the verdict.
 struct Findings {
   Faults faults;
-  std::vector<IndexEntry> descriptions;             // as an index should have them, but by number
-  std::vector<std::pair<uint64_t, uint32_t>> urls;  // hash and number, where there is no map
+  std::vector<IndexEntry> descriptions;             // their right index entries, sorted by number
+  std::vector<std::pair<uint64_t, uint32_t>> urls;  // hash and number, if there is no map
   bool has_map = false;
   std::optional<int64_t> indexed;  // nothing without an index
   Behind behind;
@@ -40,7 +40,7 @@ struct Findings {
 
 std::string named(uint32_t number) { return "description " + std::to_string(number); }
 
-/// readable returns the record of a number as it is found by its key, nothing when it is not found or damaged.
+/// readable returns the record of a number; nothing if it is not found by its key or is damaged.
 std::optional<std::string> readable(const Catalog &catalog, uint32_t number) {
   try {
     return catalog.get(number);
@@ -53,7 +53,7 @@ void add_wrong_url(Faults &faults, uint32_t number, std::optional<uint32_t> othe
   faults.add("the URL of " + named(number) + " leads to " + (other ? std::to_string(*other) : "nothing") + ": " + url);
 }
 
-/// mapped returns the number that the map has for a URL; a map that cannot be read there has none.
+/// mapped returns the number that the map has for a URL; nothing if the bucket is damaged.
 std::optional<uint32_t> mapped(const UrlMap &map, const std::string &url) {
   try {
     return map.number_of(url);
@@ -84,7 +84,7 @@ void check_record(const Catalog &catalog, std::string_view key, const std::strin
 
 bool by_number(const IndexEntry &a, const IndexEntry &b) { return a.number < b.number; }
 
-/// check_records reads every record that can be reached; a damaged page hides only those behind it.
+/// check_records reads every record with the reader of the service. A damaged page hides only the records behind it.
 void check_records(const Catalog &catalog, Findings &findings, Progress &progress) {
   const DatabasePtr database(dba_open(catalog.path().c_str(), "r"));
   if (!database) throw system_failure("cannot open " + catalog.path());
@@ -101,7 +101,7 @@ void check_records(const Catalog &catalog, Findings &findings, Progress &progres
     check_record(catalog, {static_cast<const char *>(key.data), key.size}, record, findings);
     progress.advance(1, static_cast<int64_t>(record.size()));
   }
-  // That the library has counted too few does no harm; records that were counted and are not there are lost.
+  // The hash library may count too few records, which does no harm. If it counts more than there are, records are lost.
   const int64_t counted = statistics_of(catalog.path()).records;
   findings.is_short = counted > records;
   if (findings.is_short)
@@ -114,7 +114,7 @@ void check_records(const Catalog &catalog, Findings &findings, Progress &progres
     findings.faults.add(named(at->number) + " is there twice");
 }
 
-/// check_pages looks for pages that the next writer would spoil.
+/// check_pages finds pages that the next writer would overwrite although they are in use.
 void check_pages(const HashTable &table, Faults &faults) {
   try {
     const PageMap use(table);
@@ -126,12 +126,12 @@ void check_pages(const HashTable &table, Faults &faults) {
 }
 
 const IndexEntry *find(const std::vector<IndexEntry> &by_number_sorted, uint32_t number) {
-  const auto place =
+  const auto found =
       std::lower_bound(by_number_sorted.begin(), by_number_sorted.end(), IndexEntry{0, 0, number, 0, 0}, by_number);
-  return place != by_number_sorted.end() && place->number == number ? &*place : nullptr;
+  return found != by_number_sorted.end() && found->number == number ? &*found : nullptr;
 }
 
-/// check_same_urls looks for URLs that two descriptions have, where no map tells.
+/// check_same_urls finds URLs of several descriptions if there is no map.
 void check_same_urls(const Catalog &catalog, Findings &findings) {
   auto &urls = findings.urls;
   std::sort(urls.begin(), urls.end());
@@ -150,7 +150,7 @@ void check_next_number(const Catalog &catalog, Findings &findings) {
     findings.faults.add("the next number " + std::to_string(next) + " is in use");
 }
 
-/// check_map looks for URLs without a description; that each description's URL leads to it has been checked before.
+/// check_map finds URLs without a description. check_url has found descriptions whose URL is mapped to another number.
 void check_map(const Catalog &catalog, Findings &findings) {
   const UrlMap *map = catalog.url_map();
   findings.has_map = map != nullptr;
@@ -168,8 +168,8 @@ void check_map(const Catalog &catalog, Findings &findings) {
   check_next_number(catalog, findings);
 }
 
-/// fault_of_entry returns what an index entry is at fault with. Where the description has only changed since, it counts
-/// that.
+/// fault_of_entry returns the fault of an index entry. If the description has only changed since the index was made, it
+/// counts the change and returns an empty text.
 std::string fault_of_entry(const Catalog &catalog, const KnownRecords &known, const IndexEntry &entry,
                            const IndexEntry &description, Behind &behind) {
   if (entry == description) return {};
@@ -184,8 +184,8 @@ std::string fault_of_entry(const Catalog &catalog, const KnownRecords &known, co
   return {};
 }
 
-/// check_unindexed looks at descriptions without an entry. Those that have come since the index was made have a time
-/// that is not before its newest.
+/// check_unindexed checks descriptions without an entry. The time of change of a description that was added after the
+/// index was made is not before the newest time in the index.
 void check_unindexed(const KnownRecords &known, Findings &findings) {
   uint32_t newest = 0;
   for (const IndexEntry &entry : known.entries()) newest = std::max(newest, entry.time);
@@ -198,10 +198,10 @@ void check_unindexed(const KnownRecords &known, Findings &findings) {
   }
 }
 
-/// check_removed looks at entries without a description. It was removed, unless something shows that records are lost.
+/// check_removed checks entries without a description. It was removed, unless records are lost.
 void check_removed(const Catalog &catalog, const KnownRecords &known, Findings &findings) {
   for (const IndexEntry &entry : known.entries()) {
-    // A record that is there and no description is already a fault.
+    // check_record has reported a record that is not a description.
     if (find(findings.descriptions, entry.number) != nullptr || readable(catalog, entry.number)) continue;
     if (entry.number == 0 || findings.is_short || catalog.hides(entry.number))
       findings.faults.add("the index has " + named(entry.number) + ", which is not there");
@@ -228,7 +228,7 @@ void check_entries(const Catalog &catalog, std::vector<IndexEntry> entries, Find
   check_removed(catalog, known, findings);
 }
 
-/// check_index leaves the entries of an earlier catalog's index unchecked: it tells nothing about this one.
+/// check_index does not check the entries of an index that belongs to a replaced catalog.
 void check_index(const Options &options, const Catalog &catalog, Findings &findings) {
   const std::optional<std::string> path = index_of(options);
   if (!path) return;
@@ -275,7 +275,7 @@ bool same_file(const struct stat &a, const struct stat &b) {
          a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
 }
 
-/// open returns nothing for a file that can be read but is no database, which is a fault.
+/// open returns nothing, and adds a fault, if a readable file is not a database.
 std::optional<Catalog> open(const std::string &database, Faults &faults) {
   try {
     return Catalog(database);
@@ -310,7 +310,7 @@ int verify(const Options &options, const Console &console) {
   Findings findings{Faults(console.errors), {}, {}, false, std::nullopt, {}};
   check_all(options, console, findings);
   findings.faults.close();
-  // With the line that counts the faults that are not named, standard error has 101 lines.
+  // If there are faults without a line, standard error has exactly 101 lines.
   if (findings.behind.any() && !findings.faults.is_full() && !options.quiet)
     console.errors << "minidba: " << note_of(findings.behind) << '\n';
   console.out << (options.json ? text_of(json_verdict(findings)) : text_verdict(findings)) << '\n';
