@@ -8,13 +8,13 @@ namespace rdm::rdmctl {
 namespace {
 
 void declare_import(CLI::App &app, Command &command) {
-  CLI::App *verb = app.add_subcommand("import", "hand deliveries of a gatherer to a catalog service");
+  CLI::App *verb = app.add_subcommand("import", "import submissions of a gatherer into a catalog");
   verb->group("Verbs");
   Options &options = command.options;
   verb->add_option("--config", options.config, "the service's configuration")->required()->type_name("FILE");
   verb->add_option("--csid", options.csid, "the catalog service to import into")->required()->type_name("CSID");
-  verb->add_option("--from", options.from, "who delivers, for the answer and the log")->type_name("SOURCE");
-  verb->add_flag("--delete", options.deletes, "let a delete response delete the descriptions that it names");
+  verb->add_option("--from", options.from, "name of the gatherer, for the answer and the log")->type_name("SOURCE");
+  verb->add_flag("--delete", options.deletes, "delete the descriptions that an rd-delete-response names");
   verb->add_option("FILE", options.files, "SOIF streams, or whole messages; - is standard input")->required();
   verb->callback([&command] { command.verb = import; });
 }

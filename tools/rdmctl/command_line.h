@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Reading the command line. Nothing else knows how it is written.
+/// The command line of rdmctl.
 #ifndef RDMCTL_COMMAND_LINE_H
 #define RDMCTL_COMMAND_LINE_H
 
@@ -17,8 +17,8 @@ struct Command {
   Options options;
 };
 
-/// read_command_line returns what is to be done; nothing when only help was asked for, which then is on `out`. Throws a
-/// cli::Misuse that says what is wrong.
+/// read_command_line parses a command line. It returns nothing if the command line asks for help or the version, which
+/// it then writes to `out`. Throws a cli::Misuse for a mistake.
 std::optional<Command> read_command_line(int argc, char **argv, std::ostream &out);
 
 }  // namespace rdm::rdmctl

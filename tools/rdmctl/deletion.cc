@@ -21,7 +21,7 @@ namespace {
 
 using catalog::SoifStream;
 
-/// lines_from returns the lines of a file behind an offset, without blanks at their ends; empty ones are left out.
+/// lines_from returns the lines of a file from an offset on, without white space at both ends and without empty lines.
 std::vector<std::string> lines_from(const std::string &path, int64_t offset) {
   std::ifstream file(path);
   file.seekg(offset);
@@ -33,7 +33,8 @@ std::vector<std::string> lines_from(const std::string &path, int64_t offset) {
   return lines;
 }
 
-/// erase_named removes the descriptions with these URLs, and says which are not there. Returns how many it removed.
+/// erase_named deletes the descriptions with these URLs, and reports those that do not exist. Returns how many it
+/// deleted.
 int64_t erase_named(const std::string &database, const std::vector<std::string> &urls, std::ostream &errors) {
   const catalog::WriteTransaction transaction(database);
   catalog::WriteBatch batch(transaction.catalog());
@@ -54,7 +55,7 @@ void drop_expired(const std::string &database) {
   transaction.commit(batch, transaction.catalog().next_number());
 }
 
-/// renew_index writes the index. A record that contradicts the index there is is a Failure.
+/// renew_index writes the index. It throws a Failure if a record contradicts the present index.
 void renew_index(const std::string &database) {
   const catalog::Lock lock(database);
   const catalog::Catalog current(database);

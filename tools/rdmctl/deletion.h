@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Delete responses as what they mean: deletions.
+/// Deleting the descriptions that an rd-delete-response names.
 #ifndef RDMCTL_DELETION_H
 #define RDMCTL_DELETION_H
 
@@ -10,19 +10,20 @@
 
 namespace rdm::rdmctl {
 
-/// Named is what a delete response names.
+/// Named is the contents of an rd-delete-response.
 struct Named {
   std::vector<std::string> urls;
-  int64_t rejected = 0;  // objects that are malformed, or have no URL
+  int64_t rejected = 0;  // objects that are malformed or have no URL
 };
 
-/// named_in reads the file of a whole message: its objects' URLs or, where no object follows the header, a URL on each
-/// line. What is rejected is said on `errors`, with the name of the submission.
+/// named_in reads the file of a whole message: the URLs of its objects or, if no object follows the header, a URL on
+/// each line. It reports rejected objects on `errors`, with the name of the submission. Throws a Failure if the file
+/// cannot be read.
 Named named_in(const std::string &path, const std::string &name, std::ostream &errors);
 
-/// delete_from removes descriptions by URL from a database, then drops what has expired, writes the index and lists
-/// what is unclassified, as the service does after an import. Returns how many were removed. What is not there is said
-/// on `errors`. Throws a Failure.
+/// delete_from deletes descriptions by URL. It then deletes expired descriptions, writes the index and lists
+/// unclassified descriptions, as the service does after an import. It reports URLs without a description on `errors`.
+/// Returns how many descriptions of `urls` were deleted. Throws a Failure.
 int64_t delete_from(const std::string &database, const std::vector<std::string> &urls, std::ostream &errors);
 
 }  // namespace rdm::rdmctl

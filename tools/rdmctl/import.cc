@@ -36,7 +36,7 @@ constexpr uint32_t body_memory = 32768;
 constexpr std::string_view message_start = "@RDMHEADER";
 constexpr int64_t longest_header = 65536;
 
-/// Submission is the request that a gatherer would send.
+/// Submission is a file as the request of a gatherer.
 struct Submission {
   std::string name;
   CsioPtr body = make_csio(body_memory);
@@ -48,7 +48,7 @@ HostFileGuard open_input(const std::string &name) {
   return HostFileGuard(host_open_read(name.c_str()));
 }
 
-/// read_body reads a file, or its first `limit` bytes, a little more at most.
+/// read_body reads a file up to the end of the block in which `limit` bytes are reached.
 void read_body(Submission &submission, int64_t limit) {
   const HostFileGuard file = open_input(submission.name);
   if (!file) throw system_failure("cannot read " + submission.name);
@@ -58,14 +58,14 @@ void read_body(Submission &submission, int64_t limit) {
     if (count < 0) throw system_failure("cannot read " + submission.name);
     if (csio_append(submission.body.get(), block.data(), count) != count)
       throw Failure("cannot store " + submission.name + " in the directory for temporary files");
-    // A terminal ends once: the next read would wait for another Ctrl-D.
+    // After Ctrl-D, another read of a terminal would wait again.
     if (count < static_cast<int32_t>(block.size())) return;
     total += count;
   }
 }
 
-/// is_message says whether the file is a whole message, with a header of its own in front. What stands before the first
-/// object is passed over, as the update does: empty lines, or the mark that some editors put at the beginning.
+/// is_message returns true if the first object of the file is an RDM header. It skips text before the first "@", such
+/// as empty lines or a byte order mark, as minidba does.
 bool is_message(const Submission &submission) {
   std::array<char, longest_header> start;
   csio_rewind(submission.body.get());
@@ -76,8 +76,8 @@ bool is_message(const Submission &submission) {
   return ascii::iequals(text.substr(at, message_start.size()), message_start);
 }
 
-/// read_header takes the type of the message from its own header where there is one. The update passes that header
-/// over. A delete response would become an update: the service takes both the same way.
+/// read_header parses the RDM header of a whole message, for its type. The service would import an rd-delete-response
+/// as it does an rd-response: it is refused unless `deletes` is true.
 void read_header(Submission &submission, bool deletes) {
   if (!is_message(submission)) {
     if (deletes) throw Failure(submission.name + " has no RDM header: --delete takes whole messages only");
@@ -106,9 +106,9 @@ Submission read_submission(const std::string &name, const Options &options, int6
   return submission;
 }
 
-/// check_deliveries refuses all deliveries for one that cannot be read or is of the wrong kind. What comes through a
-/// pipe can be read only once, so that it is looked at when its turn comes.
-void check_deliveries(const Options &options) {
+/// check_submissions throws a Failure before anything is imported if a file cannot be read or is of the wrong type. It
+/// skips pipes, which can be read only once.
+void check_submissions(const Options &options) {
   for (const std::string &name : options.files) {
     const auto status = name == "-" ? std::nullopt : catalog::status_of(name);
     if (name != "-" && (!status || S_ISREG(status->st_mode) || S_ISDIR(status->st_mode)))
@@ -116,7 +116,7 @@ void check_deliveries(const Options &options) {
   }
 }
 
-/// path_of returns the file that the body of a submission is in; empty for an empty body.
+/// path_of writes the body of a submission to a file and returns its path; empty for an empty body.
 std::string path_of(const Submission &submission) {
   csio_convert2file(submission.body.get());
   return submission.body->filename != nullptr ? submission.body->filename : "";
@@ -124,10 +124,10 @@ std::string path_of(const Submission &submission) {
 
 struct Offered {
   int64_t objects = 0;
-  int64_t sound = 0;  // of them
+  int64_t sound = 0;  // descriptions among them
 };
 
-/// count_objects returns how many descriptions are delivered. The body then is in a file.
+/// count_objects counts the objects of a submission without its header.
 Offered count_objects(const Submission &submission) {
   const std::string path = path_of(submission);
   if (path.empty()) return {};
@@ -154,7 +154,7 @@ std::string text_of(csio *answer) {
   return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of('\n') - first + 1);
 }
 
-/// accepted returns the number in an answer of success, -1 for another answer.
+/// accepted returns the number in an "Accepted" answer; -1 for another answer.
 int64_t accepted(std::string_view answer) {
   constexpr std::string_view start = "Accepted ";
   int64_t number = -1;
@@ -163,7 +163,7 @@ int64_t accepted(std::string_view answer) {
   return number;
 }
 
-/// submit has the service import a submission and returns the text of its answer.
+/// submit calls the import entry of the service and returns the text of its answer.
 std::string submit(Submission &submission, const Options &options) {
   hosts::Exchange exchange;
   exchange.client("ip", "-");
@@ -174,7 +174,7 @@ std::string submit(Submission &submission, const Options &options) {
   return text_of(answer.get());
 }
 
-/// shortfalls returns what is missing of an import, in words.
+/// shortfalls returns messages about an incomplete import; none if it is complete.
 std::vector<std::string> shortfalls(int64_t count, int64_t offered, const Outcome &outcome) {
   if (count > 0 && count == offered) return outcome.faults();
   return {std::to_string(std::max<int64_t>(count, 0)) + " of " + std::to_string(offered) +
@@ -185,7 +185,7 @@ void say(std::ostream &errors, const std::string &name, const std::string &text)
   errors << "rdmctl: " << tools::escaped(name + ": " + text) << '\n';
 }
 
-/// import_descriptions returns the exit status that the submission alone would have.
+/// import_descriptions imports a submission and returns its exit status.
 int import_descriptions(Submission &submission, const Options &options, std::ostream &out, std::ostream &errors) {
   const Offered offered = count_objects(submission);
   const Outcome outcome(options.csid);
@@ -199,7 +199,7 @@ int import_descriptions(Submission &submission, const Options &options, std::ost
   return has_failed ? tools::exit_failure : exit_incomplete;
 }
 
-/// log_deletion leaves a line in the transaction log like that of an import.
+/// log_deletion writes a line to the transaction log, as the service does for an import, and returns its text.
 std::string log_deletion(int64_t deleted, const Options &options) {
   hosts::Exchange exchange;
   exchange.client("ip", "-");
@@ -210,7 +210,7 @@ std::string log_deletion(int64_t deleted, const Options &options) {
   return text;
 }
 
-/// delete_descriptions does what a delete response means; returns as import_descriptions does.
+/// delete_descriptions deletes the descriptions that an rd-delete-response names, and returns its exit status.
 int delete_descriptions(const Submission &submission, const Options &options, std::ostream &out, std::ostream &errors) {
   const Named named = named_in(path_of(submission), submission.name, errors);
   if (named.urls.empty()) {
@@ -238,9 +238,9 @@ int import_file(const std::string &name, const Options &options, std::ostream &o
                                                            : import_descriptions(submission, options, out, errors);
 }
 
-/// import_files returns the exit status of all deliveries: 2 only when none of them has done anything.
+/// import_files imports all submissions and returns the exit status: exit_failure only if all of them failed.
 int import_files(const Options &options, std::ostream &out, std::ostream &errors) {
-  check_deliveries(options);
+  check_submissions(options);
   size_t done = 0, failed = 0;
   for (const std::string &name : options.files) {
     const Outcome outcome(options.csid);
@@ -258,14 +258,14 @@ int import_files(const Options &options, std::ostream &out, std::ostream &errors
   return failed == options.files.size() ? tools::exit_failure : exit_incomplete;
 }
 
-/// remove_leftovers removes what a minidba that was ended has left beside the database: whoever gets the lock does so.
+/// remove_leftovers removes temporary files of a killed minidba beside the database: taking the lock does so.
 void remove_leftovers(const std::string &database) try {
   if (catalog::status_of(catalog::Lock::path_for(database))) catalog::Lock(database, 0);
 } catch (const Failure &) {
-  // Another writer is at work, and has removed them.
+  // Another writer holds the lock and has removed them.
 }
 
-/// report_interruption says what has become of the catalog, and returns the exit status.
+/// report_interruption writes whether the catalog has changed, and returns the exit status.
 int report_interruption(int signal, const Outcome &outcome, std::ostream &errors) {
   remove_leftovers(outcome.database());
   errors << "rdmctl: interrupted by SIG" << ::sigabbrev_np(signal) << ": the catalog has "
@@ -275,7 +275,7 @@ int report_interruption(int signal, const Outcome &outcome, std::ostream &errors
   return outcome.database_changed() ? exit_incomplete : tools::exit_failure;
 }
 
-/// require_writable refuses a catalog that minidba could not change.
+/// require_writable throws a SystemFailure if minidba could not change the catalog.
 void require_writable(const std::string &database) {
   const std::string directory = catalog::directory_of(database);
   if (::access(directory.c_str(), W_OK | X_OK) != 0)

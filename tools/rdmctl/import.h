@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// The verb import: deliveries of a gatherer become part of a catalog.
+/// The verb import: importing submissions of a gatherer into a catalog.
 #ifndef RDMCTL_IMPORT_H
 #define RDMCTL_IMPORT_H
 
@@ -9,8 +9,9 @@
 
 namespace rdm::rdmctl {
 
-/// import hands each file to the import entry of the service and prints the text of its answer. Done only when
-/// something of every file was accepted and nothing rejected.
+/// import passes each file to the import entry of the service and prints the text of the answer. It works in a child
+/// process (supervise). Returns exit_done only if every file had descriptions and all were accepted. Throws a Failure
+/// if nothing was imported.
 int import(const Options &options, std::ostream &out, std::ostream &errors);
 
 }  // namespace rdm::rdmctl

@@ -25,7 +25,7 @@ struct Log {
   struct stat status;
 };
 
-/// settings returns the pairs of the configuration as far as they can be read; the service itself judges the file.
+/// settings returns the pairs of the configuration up to the first error, which the service will report.
 PblockPtr settings(const std::string &config) {
   constexpr int slots = 15, reader_size = 4096;
   PblockPtr pairs(host_param_create(slots));
@@ -38,7 +38,7 @@ PblockPtr settings(const std::string &config) {
   return pairs;
 }
 
-/// log_of returns the log that a key names, if its file is there.
+/// log_of returns the log file that a key names, if it exists.
 std::optional<Log> log_of(const pblock *settings, const char *key) {
   const char *value = host_param_find(key, settings);
   const std::string path = value != nullptr ? value : "";
@@ -57,7 +57,7 @@ std::string name_of(uid_t user) {
   return account != nullptr ? account->pw_name : "user " + std::to_string(user);
 }
 
-/// become changes user, group and supplementary groups for good.
+/// become sets user, group and supplementary groups to those of the owner of a log. There is no way back.
 void become(const Log &log) {
   const std::string what = "cannot run as " + name_of(log.status.st_uid) + ", who owns " + log.path;
   const struct passwd *account = ::getpwuid(log.status.st_uid);

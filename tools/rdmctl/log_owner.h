@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Whose the service's logs are.
+/// Running as the user who owns the logs of the service.
 #ifndef RDMCTL_LOG_OWNER_H
 #define RDMCTL_LOG_OWNER_H
 
@@ -8,10 +8,10 @@
 
 namespace rdm::rdmctl {
 
-/// become_log_owner makes a process of the superuser one of the user to whom the service's logs belong, and says so.
-/// The service would otherwise give the server's diagnostic log to "nobody", and the server could not open it again. A
-/// diagnostic log that belongs to "nobody" already stays as it is. Throws a Failure when the logs belong to different
-/// users, or when their owner may not write them both.
+/// become_log_owner changes the user of a superuser's process to the owner of the service's logs, and reports it on
+/// `errors`. Otherwise the service would change the owner of the server's diagnostic log to "nobody", and the server
+/// could not open it again. If only the diagnostic log has another owner and that is "nobody", nothing changes. Throws
+/// a Failure if the logs have different owners, or if their owner may not write both.
 void become_log_owner(const std::string &config, std::ostream &errors);
 
 }  // namespace rdm::rdmctl

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// What the command line says.
+/// The options on the command line of rdmctl.
 #ifndef RDMCTL_OPTIONS_H
 #define RDMCTL_OPTIONS_H
 
@@ -10,18 +10,18 @@
 
 namespace rdm::rdmctl {
 
-/// Options are the same record for all verbs; each reads the fields that concern it.
+/// Options is one record for all verbs. Each verb reads the fields of its own options.
 struct Options {
-  std::string config;              // the service's configuration
-  std::string csid;                // the catalog service that is meant
-  std::string from;                // who delivers; empty when not given
-  std::vector<std::string> files;  // "-" is standard input
-  bool deletes = false;            // delete responses delete what they name
+  std::string config;              // path of the service's configuration
+  std::string csid;                // of the catalog service
+  std::string from;                // name of the gatherer; empty if not given
+  std::vector<std::string> files;  // submissions; "-" is standard input
+  bool deletes = false;            // an rd-delete-response deletes the descriptions that it names
 };
 
-/// What the exit status says, besides tools::exit_failure after a Failure.
+/// Exit statuses; after a Failure it is tools::exit_failure.
 using tools::exit_done;
-constexpr int exit_incomplete = 1;  // something was done, but not all was accepted
+constexpr int exit_incomplete = 1;  // some descriptions were not accepted, or a later command failed
 
 }  // namespace rdm::rdmctl
 

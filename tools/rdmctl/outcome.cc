@@ -11,14 +11,14 @@
 namespace rdm::rdmctl {
 namespace {
 
-/// is_replaced says whether a file is another than before: minidba puts a new one into its place.
+/// is_replaced returns true if a file was replaced: minidba never changes files in place.
 bool is_replaced(const std::optional<struct stat> &before, const std::optional<struct stat> &now) {
   if (!before || !now) return now.has_value();
   return before->st_ino != now->st_ino || before->st_mtim.tv_sec != now->st_mtim.tv_sec ||
          before->st_mtim.tv_nsec != now->st_mtim.tv_nsec;
 }
 
-/// count_expired returns how many descriptions have expired before a time and are still there.
+/// count_expired returns how many descriptions in a database have expired before a time.
 int64_t count_expired(const std::string &database, time_t before) {
   catalog::WriteSettings settings;
   settings.dry_run = true;

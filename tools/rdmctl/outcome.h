@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-/// What an import must leave behind. The service's answer tells only how many descriptions the update took in; of the
-/// commands after it nothing.
+/// Checking the result of an import. The answer of the service holds only the number that minidba update accepted; it
+/// does not tell whether the commands after it succeeded.
 #ifndef RDMCTL_OUTCOME_H
 #define RDMCTL_OUTCOME_H
 
@@ -16,15 +16,15 @@ namespace rdm::rdmctl {
 /// Outcome compares the files of a catalog before and after an import.
 class Outcome {
  public:
-  /// To be made before the import.
+  /// Outcome records the state before the import. The catalog service must have a database. Throws a SystemFailure.
   explicit Outcome(const std::string &csid);
 
-  /// database_changed returns true if the database is another than before; index_changed the same of the index.
+  /// database_changed returns true if the database was replaced since; index_changed does so for the index.
   bool database_changed() const;
   bool index_changed() const;
   const std::string &database() const { return database_; }
 
-  /// faults returns what the import has left undone, in words: descriptions that have expired, an old index.
+  /// faults returns messages about commands that failed: there are expired descriptions, or the index is old.
   std::vector<std::string> faults() const;
 
  private:

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// The service inside this process: what a host is to it, without a network.
+/// Running the service in this process, as a host without a network.
 #ifndef RDMCTL_SERVICE_H
 #define RDMCTL_SERVICE_H
 
@@ -10,19 +10,20 @@
 
 namespace rdm::rdmctl {
 
-/// Service is set up from a configuration file and runs its exits at the end of its scope. There is one at a time.
+/// Service starts the service; its destructor runs the exit procedures. There can be only one at a time.
 class Service {
  public:
-  /// What the service reports to its host goes to `errors`. Throws a Failure when the service refuses the file.
+  /// Service calls rdm_init with a configuration file. Reports of the service to its host are written to `errors`,
+  /// which must outlive this object. Throws a Failure if the file cannot be read or the service refuses it.
   Service(const std::string &config, std::ostream &errors);
   Service(const Service &) = delete;
   Service &operator=(const Service &) = delete;
   ~Service();
 
-  /// require_catalog throws a Failure unless the catalog service is configured and has a database.
+  /// require_catalog throws a Failure unless a catalog service of this CSID is configured with a database.
   static void require_catalog(const std::string &csid);
 
-  /// log writes the line that a handler left in the exchange to the transaction log.
+  /// log calls rdm_log, which writes the line that a handler has left in the exchange to the transaction log.
   static void log(hosts::Exchange &exchange);
 };
 

@@ -41,7 +41,8 @@ std::vector<pid_t> children() {
   return found;
 }
 
-/// end_children ends the child and, as they become children of this process, the commands that it ran.
+/// end_children kills the child and the commands that it ran, which become children of this process: SIGTERM for five
+/// seconds, then SIGKILL.
 void end_children() {
   using Clock = std::chrono::steady_clock;
   constexpr std::chrono::milliseconds timeout(5000), pause(10);
@@ -55,7 +56,7 @@ void end_children() {
   }
 }
 
-/// await_end waits for the end of the child or for one of the held signals.
+/// await_end waits until the child has ended or one of the held signals arrives.
 Ended await_end(pid_t child, const HeldSignals &signals) {
   sigset_t awaited = signals.held();
   ::sigaddset(&awaited, SIGCHLD);
@@ -84,7 +85,7 @@ HeldSignals::~HeldSignals() { release(); }
 void HeldSignals::release() const { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
 
 std::optional<Ended> supervise(const HeldSignals &signals) {
-  // A command whose parent has ended becomes a child of this process, not of init.
+  // The children of a child that has ended become children of this process, not of init.
   ::prctl(PR_SET_CHILD_SUBREAPER, 1);
   std::signal(SIGCHLD, SIG_DFL);
   std::cout.flush();

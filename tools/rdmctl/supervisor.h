@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Work in a child process, which can be interrupted together with the commands that it runs.
+/// Working in a child process that can be interrupted together with the commands that it runs.
 #ifndef RDMCTL_SUPERVISOR_H
 #define RDMCTL_SUPERVISOR_H
 
@@ -8,8 +8,8 @@
 
 namespace rdm::rdmctl {
 
-/// HeldSignals blocks SIGINT, SIGTERM and SIGHUP in its scope, so that what the scope has made can be removed before
-/// the process ends.
+/// HeldSignals blocks SIGINT, SIGTERM, SIGHUP and SIGCHLD during its lifetime, so that temporary files can be removed
+/// before the process ends.
 class HeldSignals {
  public:
   HeldSignals();
@@ -17,22 +17,23 @@ class HeldSignals {
   HeldSignals &operator=(const HeldSignals &) = delete;
   ~HeldSignals();
 
+  /// held returns SIGINT, SIGTERM and SIGHUP.
   const sigset_t &held() const { return held_; }
-  /// release restores the signals of the process, for a child that shall end by them.
+  /// release restores the signal mask, for a child that these signals shall end.
   void release() const;
 
  private:
   sigset_t held_, before_;
 };
 
-/// What became of a child. When a signal ended it, or this process was to end, no child of either is left.
+/// Ended is the end of a child. After a signal, no process that the child has started is left.
 struct Ended {
-  int status = 0;  // the exit status, when there was no signal
-  int signal = 0;
+  int status = 0;  // exit status, if `signal` is 0
+  int signal = 0;  // that has killed the child or was sent to this process
 };
 
-/// supervise forks. In the child it returns nothing, and the child does the work. In the parent it returns what became
-/// of the child. Throws a Failure when there can be no child.
+/// supervise forks. In the child it returns nothing, and the child does the work. In the parent it waits for the child
+/// and returns its end. Throws a SystemFailure if fork fails.
 std::optional<Ended> supervise(const HeldSignals &signals);
 
 }  // namespace rdm::rdmctl

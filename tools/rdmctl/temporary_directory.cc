@@ -20,7 +20,7 @@ namespace fs = std::filesystem;
 
 constexpr char prefix[] = "rdmctl-";
 
-/// A file of this name says that the directory around it was made here: somebody may keep another one beside it.
+/// mark is a file in every directory that an import has created: others may have names with the same prefix.
 constexpr char mark[] = ".rdmctl-import";
 
 std::string parent_directory() {
@@ -28,8 +28,8 @@ std::string parent_directory() {
   return named != nullptr && *named != '\0' ? named : P_tmpdir;
 }
 
-/// open_locked opens a directory and locks it; nothing when it is no directory of this user, or another process has the
-/// lock.
+/// open_locked opens and locks a directory. The guard is empty if it is not a directory of this user, or if another
+/// process has locked it.
 HostFileGuard open_locked(const std::string &path) {
   HostFileGuard directory = catalog::open_file(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
   struct stat status;
@@ -37,12 +37,12 @@ HostFileGuard open_locked(const std::string &path) {
   return is_own && ::flock(directory.get(), LOCK_EX | LOCK_NB) == 0 ? std::move(directory) : HostFileGuard();
 }
 
-/// set_mark returns whether the mark is in a directory now.
+/// set_mark creates the mark in a directory. It returns false if it cannot.
 bool set_mark(const fs::path &directory) {
   return static_cast<bool>(catalog::open_file((directory / mark).string(), O_WRONLY | O_CREAT | O_EXCL, 0600));
 }
 
-/// empty removes what is in a directory besides the mark, and returns whether it could.
+/// empty removes the contents of a directory except the mark. It returns false if it cannot.
 bool empty(const fs::path &directory) {
   std::error_code error;
   for (fs::directory_iterator at(directory, error); !error && at != fs::directory_iterator();) {
@@ -52,15 +52,15 @@ bool empty(const fs::path &directory) {
   return !error;
 }
 
-/// remove_made removes a directory that was made here. The mark goes after all else: if something stays, the next
-/// import tries again. Without a mark a directory goes only if nothing is in it.
+/// remove_made removes a marked directory with its contents, and another one only if it is empty. It removes the mark
+/// last, so that the next import tries again if a file cannot be removed.
 void remove_made(const fs::path &directory) {
   std::error_code ignored;
   if (fs::exists(directory / mark, ignored) && empty(directory)) fs::remove(directory / mark, ignored);
   fs::remove(directory, ignored);
 }
 
-/// remove_abandoned removes directories whose makers were killed.
+/// remove_abandoned removes the directories of killed processes.
 void remove_abandoned(const std::string &parent) {
   std::error_code ignored;
   for (const auto &entry : fs::directory_iterator(parent, ignored))
@@ -73,7 +73,7 @@ void remove_abandoned(const std::string &parent) {
 TemporaryDirectory::TemporaryDirectory() : maker_(::getpid()) {
   const std::string parent = parent_directory();
   remove_abandoned(parent);
-  // Another import may take the directory for an abandoned one before it is locked.
+  // Until the directory is locked, another import may remove it as an abandoned one.
   for (int attempt = 0; attempt < 100 && !lock_; ++attempt) {
     path_ = parent + "/" + prefix + "XXXXXX";
     if (::mkdtemp(path_.data()) == nullptr)

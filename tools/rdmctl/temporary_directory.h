@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// The directory in which one import keeps its temporary files.
+/// The temporary directory of an import.
 #ifndef RDMCTL_TEMPORARY_DIRECTORY_H
 #define RDMCTL_TEMPORARY_DIRECTORY_H
 
@@ -11,17 +11,16 @@
 
 namespace rdm::rdmctl {
 
-/// TemporaryDirectory is made in the directory for temporary files, takes its place in TMPDIR, and is removed at the
-/// end of its scope with all that is in it, also what a command left there that was killed. The process that made it
-/// holds a lock on it: directories of processes that were killed are removed by the next, which knows them by a file in
-/// them.
+/// TemporaryDirectory creates a directory in the one for temporary files and sets TMPDIR to it. The process that has
+/// created it holds a flock on it. Directories of killed processes are recognised by a file in them, and removed by the
+/// next TemporaryDirectory.
 class TemporaryDirectory {
  public:
-  /// Throws a Failure when there can be no directory.
+  /// Throws a SystemFailure if the directory cannot be created.
   TemporaryDirectory();
   TemporaryDirectory(const TemporaryDirectory &) = delete;
   TemporaryDirectory &operator=(const TemporaryDirectory &) = delete;
-  /// In a child of the process that made the directory nothing is removed.
+  /// The destructor removes the directory with its contents, unless it runs in a child of the creating process.
   ~TemporaryDirectory();
 
  private:
