@@ -14,7 +14,6 @@
 #include "catalog/stream/soif_stream.h"
 #include "catalog/transaction.h"
 #include "tools/common/escaped.h"
-#include "tools/minidba/verbs/verbs.h"
 
 namespace rdm::rdmctl {
 namespace {
@@ -42,7 +41,7 @@ int64_t erase_named(const std::string &database, const std::vector<std::string> 
     if (const std::optional<uint32_t> number = batch.number_of(url))
       batch.erase(*number, url);
     else
-      errors << "minidba: no description " << tools::escaped(url) << '\n';
+      errors << "rdmctl: no description " << tools::escaped(url) << '\n';
   }
   transaction.commit(batch, transaction.catalog().next_number());
   return batch.count();

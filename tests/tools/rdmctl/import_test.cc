@@ -182,7 +182,7 @@ TEST_F(Import, ADeletionOfWhatIsNotThereIsIncomplete) {
   EXPECT_EQ(finished.status, 1);
   EXPECT_EQ(finished.out, "Deleted 1 RDs from Unknown-Source\n");
   EXPECT_EQ(finished.errors,
-            "minidba: no description http://localhost/2\nrdmctl: -: 1 of 2 descriptions were deleted\n");
+            "rdmctl: no description http://localhost/2\nrdmctl: -: 1 of 2 descriptions were deleted\n");
 }
 
 TEST_F(Import, WithDeleteAFileSaysByItsHeaderWhatItIs) {
