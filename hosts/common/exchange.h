@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
-/// One request and its answer, as every host hands them to the plug-in: the five parameter blocks, the request body
-/// read beforehand, the head that the plug-in freezes when it starts its answer, and the queue of what it sends.
+/// One HTTP transaction as a host and the plug-in share it: five parameter blocks, the request body, the head that the
+/// plug-in freezes when it starts its answer, and the queue of the body it sends.
 ///
-/// A host fills an exchange, calls the plug-in with its session and request, and sends head and queue afterwards. No
-/// client connection is touched in between. An exchange is used by one thread at a time and stays where it was made,
-/// because session and request point into it. Members throw std::bad_alloc; those that the plug-in reaches through the
-/// host table (start, write, send_file) are called under a guard there.
+/// The host fills an exchange, calls the plug-in with its session and request, and sends head and queue afterwards; the
+/// client's socket is not used during the call. An exchange is used by one thread at a time and cannot be copied or
+/// moved, because session and request point into it. Members throw std::bad_alloc; the host table catches it when the
+/// plug-in calls start, write or send_file.
 #ifndef HOSTS_COMMON_EXCHANGE_H
 #define HOSTS_COMMON_EXCHANGE_H
 
@@ -22,7 +22,7 @@ namespace rdm::hosts {
 class Exchange;
 }
 
-/// host_net is the client connection as the plug-in sees it: the exchange whose answer it writes.
+/// host_net is the plug-in's view of the client connection: the exchange that receives the answer.
 struct host_net {
   rdm::hosts::Exchange *exchange;
 };
@@ -37,15 +37,15 @@ class Exchange {
 
   /* ---- The request: filled by the host before the plug-in is called ---- */
 
-  /// client adds to the session's client block: "ip".
+  /// client adds an entry to the session's client block: "ip".
   void client(const std::string &name, const std::string &value) { add(client_, name, value); }
-  /// line adds to the request-line block: "method", "uri" and, when the target has one, "query".
+  /// line adds an entry to the request-line block: "method", "uri" and, if the target has one, "query".
   void line(const std::string &name, const std::string &value) { add(line_, name, value); }
   /// header adds a request header; `name` is in lower case.
   void header(const std::string &name, const std::string &value) { add(headers_, name, value); }
   /// input sets the request body, at most 2 GiB.
   void input(std::string body);
-  /// head_only has the body of the answer counted but not queued, as an answer to HEAD needs it.
+  /// head_only makes the answer count its body without queueing it, for a HEAD request.
   void head_only() { head_only_ = true; }
 
   /* ---- The plug-in's side ---- */
@@ -53,30 +53,31 @@ class Exchange {
   Session *session() { return &session_; }
   Request *request() { return &request_; }
 
-  /// set_status sets status and reason (null: the usual text) of a head that is not yet frozen.
+  /// set_status sets status and reason (null: the usual text) of the head. It has no effect once the head is frozen.
   void set_status(int status, const char *reason);
 
-  /// start freezes the head. False when it was frozen before, which leaves it as it is.
+  /// start freezes the head. Returns false, and changes nothing, if it is already frozen.
   bool start();
 
-  /// write queues `bytes`, freezing the head first where nobody did. Bytes beyond the declared length are not queued.
-  /// False when not all of them were queued, with errno EMSGSIZE or what the queue left.
+  /// write queues `bytes`, and freezes the head first if that has not been done. Bytes beyond the declared length are
+  /// not queued. Returns true if all were queued; otherwise false, with errno EMSGSIZE or the error of the queue.
   bool write(std::string_view bytes);
 
-  /// send_file queues `length` bytes of an open file from `offset` on, like write, but a file longer than the declared
-  /// length is only cut. The bytes queued, or -1 with errno set.
+  /// send_file queues `length` bytes of an open file from `offset` on. Unlike write, it cuts a file at the declared
+  /// length without an error. Returns the number of bytes queued, or -1 with errno set.
   std::int64_t send_file(host_fd fd, std::int64_t offset, std::int64_t length);
 
   /* ---- The answer: read by the host after the plug-in has returned ---- */
 
-  /// started tells whether the plug-in answered at all.
+  /// started returns true if the plug-in has started an answer.
   bool started() const { return head_.has_value(); }
-  /// head is the frozen head; only after started.
+  /// head returns the frozen head. Call it only if started() is true.
   const Head &head() const { return *head_; }
-  /// delimited tells whether the client can see where the answer ends: it has the length that it declared, or no body.
+  /// delimited returns true if the client can tell where the answer ends: the body has the declared length, or there is
+  /// no body.
   bool delimited() const { return started() && (head_only_ || head_->length == written_); }
   OutputQueue &queue() { return queue_; }
-  /// client_text returns a value of the client block, empty when absent.
+  /// client_text returns a value of the client block, or an empty string if there is none.
   std::string client_text(const char *name) const;
 
  private:
@@ -92,11 +93,11 @@ class Exchange {
   std::string reason_;
   std::optional<Head> head_;
   OutputQueue queue_;
-  std::int64_t written_ = 0;  // bytes the plug-in wrote, whether queued or only counted
+  std::int64_t written_ = 0;  // body bytes accepted, including those of a HEAD that are only counted
   bool head_only_ = false;
 };
 
-/// exchange_of returns the exchange of a session that Exchange made, or null for none.
+/// exchange_of returns the exchange of a session that Exchange made, or null if `session` is null.
 Exchange *exchange_of(const Session *session);
 
 }  // namespace rdm::hosts

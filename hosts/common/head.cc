@@ -37,7 +37,7 @@ constexpr std::pair<int, std::string_view> reasons[] = {
 constexpr std::string_view host_fields[] = {"connection", "date",    "keep-alive",       "server",
                                             "trailer",    "upgrade", "transfer-encoding"};
 
-/// Seconds after which a client that met 503 may try again: connections that block others have gone by then.
+/// The Retry-After value of a 503, in seconds: connections that block others have ended by then.
 constexpr std::string_view retry_after = "5";
 
 bool is_token(std::string_view name) { return !name.empty() && std::all_of(name.begin(), name.end(), is_token_char); }
@@ -47,7 +47,7 @@ bool is_host_field(std::string_view name) {
                      [name](std::string_view own) { return ascii::iequals(own, name); });
 }
 
-/// one_line returns a text that cannot end its line, without blanks around it.
+/// one_line returns `text` with control characters replaced by spaces and without surrounding spaces.
 std::string one_line(std::string_view text) {
   std::string line(text);
   for (char &c : line)
@@ -63,7 +63,7 @@ std::optional<std::int64_t> decimal(std::string_view text) {
   return number;
 }
 
-/// declare takes a content length into the head and tells whether its field is to be kept.
+/// declare sets the head's length from a Content-Length value. Returns true if the field is to be kept.
 bool declare(Head &head, std::string_view value) {
   if (head.length) return false;
   head.length = decimal(value);

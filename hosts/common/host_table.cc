@@ -36,21 +36,22 @@ std::vector<Exit> exits;
 
 qxapi_host base_table;
 
-/// The logs of the plug-in, by descriptor. A log is used outside of the mutex: it may report.
+/// The plug-in's logs by descriptor. Do not hold the mutex while using a log: a log may call the reporter.
 using Logs = std::map<host_fd, std::shared_ptr<LogFile>>;
 std::mutex logs_mutex;
 Logs logs;
 
 thread_local long resource_failure_count = 0;
 
-/// counted returns a result and counts a loss where there is none.
+/// count_failure returns `result`, and counts a resource failure unless `succeeded`.
 template <typename Result>
 Result count_failure(Result result, bool had) {
   if (!had) ++resource_failure_count;
   return result;
 }
 
-/// guarded runs `body` and answers `failure`, with ENOMEM, where it throws: the plug-in's frames let nothing through.
+/// guarded runs `body`. If it throws, guarded returns `failure` with errno ENOMEM, because no exception may pass
+/// through the plug-in's frames.
 template <typename Body, typename Result>
 Result guarded(Result failure, Body body) noexcept {
   try {
@@ -81,7 +82,7 @@ host_fd open_write(const char *path) {
   return count_failure(fd, fd != -1);
 }
 
-/// report_dropped reports lines that a log of the plug-in could not take.
+/// report_dropped reports that one of the plug-in's logs has dropped lines.
 bool report_dropped(const std::string &path, std::size_t lines) {
   report_to(Report{1, "log", "",
                    log_text(path, Escaping::non_ascii) + ": " + count_dropped(lines) + ": it could not be written"});
@@ -100,14 +101,15 @@ std::shared_ptr<LogFile> log_of(host_fd fd) {
   return found == logs.end() ? nullptr : found->second;
 }
 
-/// take_log returns the log of a descriptor, which is then no log's any more.
+/// remove_log removes the log of a descriptor from the map and returns it, or null if there is none.
 std::shared_ptr<LogFile> take_log(host_fd fd) {
   const std::lock_guard lock(logs_mutex);
   const auto node = logs.extract(fd);
   return node.empty() ? nullptr : node.mapped();
 }
 
-/// end_logs writes what waits of any log. The descriptors stay open, and are written to directly from then on.
+/// close_logs writes the queued lines of all logs and removes the logs. The descriptors stay open; later lines are
+/// written to them directly.
 void end_logs() {
   Logs ending;
   const std::lock_guard lock(logs_mutex);
@@ -130,7 +132,7 @@ host_fd open_append(const char *path) {
   return count_failure(fd, fd != -1);
 }
 
-/// close ends the log of the descriptor first: what waits of it is written.
+/// close first writes the queued lines of the descriptor's log.
 int close(host_fd fd) {
   if (const std::shared_ptr<LogFile> log = take_log(fd)) log->close();
   return base_table.close(fd);
@@ -142,27 +144,28 @@ int write_log(host_fd fd, const void *bytes, std::int32_t n) {
   return log->write({static_cast<const char *>(bytes), static_cast<std::size_t>(n)}) ? 1 : 0;
 }
 
-/// A directory has no bytes to lose.
+/// read() on a directory fails with EISDIR; no data is lost.
 std::int32_t read(host_fd fd, void *buffer, std::int32_t n) {
   const std::int32_t result = base_table.read(fd, buffer, n);
   return count_failure(result, result != -1 || errno == EISDIR);
 }
 
-/// A pipe, such as a log may be, has no place to miss.
+/// lseek() on a pipe fails with ESPIPE; no data is lost.
 std::int64_t seek(host_fd fd, std::int64_t offset, int whence) {
   const std::int64_t result = base_table.seek(fd, offset, whence);
   return count_failure(result, result != -1 || errno == ESPIPE);
 }
 
-/// What cannot be looked at is an answer to the plug-in, not a loss; but without the last of the directories for
-/// temporary files a long answer has nowhere to go, and no file is tried that could fail to be made.
+/// checked_stat counts a failure only for P_tmpdir, the last candidate for temporary files: without it a long answer
+/// cannot be stored, and the plug-in tries no open() that would fail and be counted.
 int checked_stat(const char *path, struct stat *status) {
   const int result = base_table.stat(path, status);
   const bool usable = result == 0 && S_ISDIR(status->st_mode);
   return count_failure(result, usable || std::strcmp(path, P_tmpdir) != 0);
 }
 
-/// write is not for logs: a file that it was appended to by is data, and never reopened.
+/// write is for data, not for log lines: once a file opened for appending is written by it, the file is no longer
+/// reopened as a log.
 int write(host_fd fd, const void *bytes, std::int32_t n) {
   take_log(fd);
   const int result = base_table.write(fd, bytes, n);
@@ -196,21 +199,21 @@ int net_write(host_net *socket, const void *bytes, int32_t count) {
   return guarded(-1, [&] { return socket->exchange->write(text) ? count : -1; });
 }
 
-/// send_read hands over what only reading yields: pipes and devices have no stretch to queue.
+/// send_read reads the file and queues a copy, for pipes and devices, which have no range to queue.
 std::int64_t send_read(Exchange &exchange, host_fd fd) {
   char block[16384];
   std::int64_t total = 0;
   for (;;) {
     const int32_t got = host_read(fd, block, sizeof block);
     if (got == 0) return total;
-    // A directory, too, is a loss where its bytes were promised.
+    // Counted even if EISDIR: the plug-in promised the file's bytes to the client.
     if (got < 0) return count_failure(std::int64_t{-1}, false);
     if (!exchange.write({block, static_cast<std::size_t>(got)})) return -1;
     total += got;
   }
 }
 
-/// send_rest hands over the file from its position on, and leaves the position at its end, as reading would.
+/// send_rest queues the file from its current position on, and moves the position to the end, as reading would.
 std::int64_t send_rest(Exchange &exchange, host_fd fd) {
   struct stat status;
   if (::fstat(fd, &status) != 0) return -1;
@@ -256,7 +259,7 @@ void register_exit(void (*fn)(void *), void *argument) {
   guarded(0, [&] {
     const Exchange *exchange = exchange_of(session);
     const std::string client = exchange == nullptr ? "" : exchange->client_text("ip");
-    // The plug-in has escaped a client's text already: a backslash stays as it is.
+    // Escaping::non_ascii leaves backslashes alone: the plug-in has already escaped client text.
     const std::string text = log_text(format_text(format, arguments), Escaping::non_ascii);
     report_to(Report{degree, function, client, cut_text(text, log_line_size - 1)});
     return 0;

@@ -17,7 +17,7 @@
 namespace rdm::hosts {
 namespace {
 
-/// How long the thread sleeps before it looks whether the log was reopened or closed.
+/// How often a waiting thread checks whether the log was reopened or closed.
 constexpr std::chrono::milliseconds flush_interval{100};
 
 host_fd open_file(const char *path, int flags) {
@@ -27,13 +27,13 @@ host_fd open_file(const char *path, int flags) {
   return fd;
 }
 
-/// open_again opens the name of a log anew. A file that is made for it gets owner and mode of the old one.
+/// open_again opens the log's name again. A newly created file gets owner and mode of the old one.
 HostFileGuard open_again(const std::string &path, host_fd old) {
   struct stat status;
   const bool missing = ::stat(path.c_str(), &status) != 0;
   HostFileGuard fresh(open_log(path.c_str()));
   if (fresh && missing && ::fstat(old, &status) == 0 && S_ISREG(status.st_mode)) {
-    // Only the superuser can give a file away; anybody else is the owner of both.
+    // Only the superuser can change the owner; for other users both files have the same one already.
     [[maybe_unused]] const int given = ::fchown(fresh.get(), status.st_uid, status.st_gid);
     ::fchmod(fresh.get(), status.st_mode & 07777);
   }
@@ -68,7 +68,7 @@ bool is_pipe(const char *path) {
 }
 
 host_fd open_log(const char *path) {
-  // Opened for reading as well, a pipe needs no other reader, and keeps what it holds while there is none.
+  // O_RDWR: a pipe then needs no other reader, and keeps its contents while it has none.
   return is_pipe(path) ? open_file(path, O_RDWR) : open_file(path, O_WRONLY | O_CREAT);
 }
 
@@ -77,7 +77,7 @@ host_fd open_new_log(const char *path) { return open_file(path, O_WRONLY | O_CRE
 HostFileGuard open_stream(host_fd stream) {
   struct stat status;
   if (::fstat(stream, &status) == 0 && (S_ISFIFO(status.st_mode) || S_ISCHR(status.st_mode))) {
-    // A description of our own: other programs would stumble over a stream that suddenly does not block.
+    // A separate open file description: O_NONBLOCK on the stream's own would affect other programs that share it.
     HostFileGuard own(open_file(("/proc/self/fd/" + std::to_string(stream)).c_str(), O_WRONLY));
     if (own) return own;
   }
@@ -111,7 +111,7 @@ bool LogFile::write(std::string_view text, Clock::time_point now) {
   try {
     taken = flush() ? write_through(text) : enqueue(text);
   } catch (const std::bad_alloc &) {
-    // The line is dropped, as one that there is no room for.
+    // The line is dropped.
   }
   if (!taken) dropped_ += lines_of(text);
   if (blocked_) start_flushing();
@@ -127,7 +127,7 @@ bool LogFile::reopen() {
   const std::lock_guard lock(mutex_);
   if (closed_ || same_file(fresh.get(), fd_)) return true;
   if (::dup3(fresh.get(), fd_, O_CLOEXEC) == -1) return false;
-  // The rest of a line belongs to the file that has its beginning.
+  // The rest of a partly written line belongs to the old file.
   if (std::exchange(torn_, false)) {
     waiting_bytes_ -= waiting_.front().size();
     waiting_.pop_front();
@@ -152,7 +152,7 @@ void LogFile::close() {
 
 /* ---- All that follows runs with the mutex held ---- */
 
-/// way_of returns how to write to a stream that may be a description of other programs as well.
+/// write_mode_of returns how to write without blocking to a stream that other programs may share.
 LogFile::Way LogFile::way_of(host_fd fd) {
   struct stat status;
   if (::fstat(fd, &status) != 0 || S_ISREG(status.st_mode)) return Way::direct;
@@ -160,19 +160,18 @@ LogFile::Way LogFile::way_of(host_fd fd) {
   return (::fcntl(fd, F_GETFL) & O_NONBLOCK) != 0 ? Way::direct : Way::polled;
 }
 
-/// write_some writes what is taken without blocking: the count, or -1 with errno set.
+/// write_some writes as much as it can without blocking. Returns the byte count, or -1 with errno set.
 ssize_t LogFile::write_some(std::string_view text) const {
   if (way_ == Way::socket) return ::send(fd_, text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
   if (way_ == Way::direct) return ::write(fd_, text.data(), text.size());
-  // As much as a pipe that has room takes at once. Only a writer of another process, in this very moment, makes it
-  // wait.
+  // poll() reported space for PIPE_BUF bytes. The write can block only if another process fills the pipe in between.
   if (is_writable(fd_, std::chrono::milliseconds(0)))
     return ::write(fd_, text.data(), std::min<std::size_t>(text.size(), PIPE_BUF));
   errno = EAGAIN;
   return -1;
 }
 
-/// put writes as much of `text` as is taken, and removes it there.
+/// put writes as much of `text` as possible and removes that from its front.
 LogFile::Put LogFile::put(std::string_view &text) {
   blocked_ = false;
   while (!text.empty()) {
@@ -189,7 +188,7 @@ LogFile::Put LogFile::put(std::string_view &text) {
   return Put::all;
 }
 
-/// write_through writes a line while none waits. What a pipe or a disk without room leaves of it waits.
+/// write_through writes a line when no other line is queued, and queues the part that could not be written.
 bool LogFile::write_through(std::string_view text) {
   std::string_view rest = text;
   const Put result = put(rest);
@@ -199,8 +198,8 @@ bool LogFile::write_through(std::string_view text) {
   return true;
 }
 
-/// enqueue lets a line wait behind others. After one that was dropped none waits until all are written: the gap is in
-/// one place.
+/// enqueue queues a line behind others. After a dropped line it drops all further ones until the queue is empty, so
+/// that the gap is in one place.
 bool LogFile::enqueue(std::string_view text) {
   if (!blocked_ || dropped_ > 0 || waiting_bytes_ + text.size() > queue_limit) return false;
   wait(text);
@@ -212,7 +211,7 @@ void LogFile::wait(std::string_view text) {
   waiting_bytes_ += text.size();
 }
 
-/// flush writes what waits. True when nothing waits any more.
+/// flush writes the queued lines. Returns true if the queue is empty afterwards.
 bool LogFile::flush() {
   while (!waiting_.empty()) {
     std::string &first = waiting_.front();
@@ -228,7 +227,7 @@ bool LogFile::flush() {
   return true;
 }
 
-/// drop_waiting drops the lines that wait, but for the first `kept`, such as the rest of one that was begun.
+/// drop_waiting drops all queued lines but the first `kept`, such as the rest of a partly written line.
 void LogFile::drop_waiting(std::size_t kept) {
   while (waiting_.size() > kept) {
     dropped_ += lines_of(waiting_.back());
@@ -237,7 +236,7 @@ void LogFile::drop_waiting(std::size_t kept) {
   }
 }
 
-/// start_flushing starts the thread that writes what waits. Where there is none to be had the next line tries again.
+/// start_flushing starts the thread that writes the queue. If no thread can be started, the next line tries again.
 void LogFile::start_flushing() {
   if (flushing_) return;
   if (flusher_.joinable()) flusher_.join();
@@ -262,15 +261,15 @@ void LogFile::flush_when_writable() {
   flushing_ = false;
 }
 
-/// report_while_dropping reports the dropped lines while the log cannot be written, when a notice is due. A notice to
-/// this log would be one more line that cannot be written.
+/// report_while_dropping gives a notice, if one is due, while the log cannot be written. A notice to this log itself
+/// would only be dropped too.
 void LogFile::report_while_dropping(std::unique_lock<std::mutex> &lock, Clock::time_point now) {
   if (dropped_ == 0 || notice_to_ == NoticeTo::itself || now < next_notice_) return;
   next_notice_ = now + notice_interval;
   report(lock);
 }
 
-/// report has the dropped lines reported, without the mutex. False when there is nothing to report, or nobody to do it.
+/// report gives a notice with the mutex unlocked. Returns false if no lines were dropped, or if the notice failed.
 bool LogFile::report(std::unique_lock<std::mutex> &lock) {
   const std::size_t lines = std::exchange(dropped_, 0);
   if (lines == 0 || !notice_) return false;

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
-/// A log: whole lines appended to a file, a pipe, a socket or a terminal, without ever waiting for the reader of one.
+/// A log that appends whole lines to a file, a pipe, a socket or a terminal without blocking.
 ///
-/// A line goes to the system at once and in one write. Where nobody reads, lines wait in a queue of bounded size, which
-/// a thread writes out when it can be; what does not fit is dropped. So is a line that cannot be written, as on a full
-/// disk. Dropped lines are counted, and a notice tells the count: at the first of them, then at most once a minute
-/// while lines are dropped, and when the log can be written again or is closed. Each notice counts the lines since the
-/// one before. Lines keep their order and are never torn: of a line that was begun the rest is written before any
-/// other.
+/// Each line is written by one write() call. If that would block, lines are queued, up to queue_limit bytes, and a
+/// thread writes them when the descriptor becomes writable. A line that does not fit into the queue, or that cannot be
+/// written (for example on a full disk), is dropped. A notice reports the number of lines dropped since the previous
+/// notice: at the first dropped line, then at most once a minute while lines are dropped, and when the log becomes
+/// writable again or is closed. Lines keep their order. When only part of a line could be written, its rest is written
+/// before any other line.
 #ifndef HOSTS_COMMON_LOG_FILE_H
 #define HOSTS_COMMON_LOG_FILE_H
 
@@ -25,64 +25,65 @@
 
 namespace rdm::hosts {
 
-/// open_log opens a file for appending and creates it, with mode 0644 less the process's mask, where it is missing. A
-/// named pipe is opened whether or not it has a reader. Writing to the descriptor never blocks. -1 with errno set when
-/// it fails.
+/// open_log opens a file for appending, and creates it with mode 0644 less the umask if it does not exist. A named pipe
+/// is opened even if it has no reader. Writes to the descriptor do not block. Returns -1 with errno set on failure.
 host_fd open_log(const char *path);
 
-/// open_new_log makes a file that is not there, as open_log does. -1 with errno set when it fails: EEXIST where there
-/// is one, even a symbolic link to a missing file.
+/// open_new_log is open_log for a file that does not exist. Returns -1 with errno EEXIST if the path exists, even as a
+/// dangling symbolic link, or with the errno of open().
 host_fd open_new_log(const char *path);
 
-/// count_dropped returns what a notice says: "12 lines dropped".
+/// describe_dropped returns the text of a notice: "12 lines dropped".
 std::string count_dropped(std::size_t lines);
 
-/// is_pipe returns true when `path` names a pipe.
+/// is_pipe returns true if `path` names a pipe.
 bool is_pipe(const char *path);
 
-/// open_stream returns a descriptor of its own for what an open stream, such as standard error, writes to. Writing to
-/// it does not block as far as the system lets each writer choose; the stream itself, which other programs may use,
-/// stays as it is.
+/// open_stream returns a descriptor of its own for the file, pipe or terminal of an open stream, such as standard
+/// error. If the system allows it, writes to the returned descriptor do not block; the flags of the stream itself,
+/// which other programs may share, are unchanged.
 HostFileGuard open_stream(host_fd stream);
 
-/// LogFile is used from any thread.
+/// All members of LogFile may be called from any thread.
 class LogFile {
  public:
   using Clock = std::chrono::steady_clock;
-  /// Notice reports that so many lines were dropped. False when it could not report it: the lines are counted again.
+  /// Notice reports that `lines` lines were dropped. It returns false if it could not report them; they are then
+  /// counted again.
   using Notice = std::function<bool(std::size_t lines)>;
-  /// NoticeTo is the log that a notice writes to. The same log is told only when it can be written again.
+  /// NoticeTo says which log a notice writes to. A notice to the log itself is given only once that log is writable
+  /// again.
   enum class NoticeTo { another, itself };
 
-  /// The bytes that wait at most, and for how long close waits for them to be taken.
+  /// The limit of the queue in bytes, and how long close waits until the queue is written.
   static constexpr std::size_t queue_limit = 1 << 20;
   static constexpr std::chrono::milliseconds close_patience{1000};
-  /// How often at most a notice is given while lines are dropped.
+  /// The minimum time between two notices while lines are dropped.
   static constexpr std::chrono::minutes notice_interval{1};
 
-  /// Opens `path` with open_log; throws std::system_error.
+  /// Opens `path` with open_log. Throws std::system_error.
   explicit LogFile(std::string path, Notice dropped = {}, NoticeTo to = NoticeTo::another);
-  /// A log over a descriptor of open_stream. It is never reopened.
+  /// A log over a descriptor of open_stream. It cannot be reopened.
   explicit LogFile(HostFileGuard stream, Notice dropped = {}, NoticeTo to = NoticeTo::another);
-  /// A log over a descriptor that somebody else closes, after this log, and that no other program writes to: it is made
-  /// one that does not block. It is reopened under `path`, and its notices write to another log.
+  /// A log over a descriptor that the caller closes after this log, and that no other program writes to: O_NONBLOCK is
+  /// set on it. It is reopened under `path`, and its notices write to another log.
   LogFile(host_fd borrowed, std::string path, Notice dropped);
   LogFile(const LogFile &) = delete;
   LogFile &operator=(const LogFile &) = delete;
   /// Closes the log.
   ~LogFile();
 
-  /// path is the name that the log is reopened under, empty for none.
+  /// path returns the name under which the log is reopened, or an empty string if it is never reopened.
   const std::string &path() const { return path_; }
 
-  /// write appends `text`, one line or several, each with its newline. True when it is written or queued.
+  /// write appends `text`: one or more lines, each with its newline. Returns true if it was written or queued.
   bool write(std::string_view text, Clock::time_point now = Clock::now());
 
-  /// reopen goes on in the file that now has the log's name; a file made for it has owner and mode of the old one.
-  /// False, with errno set, when there is none: the log goes on in the old file. A log that is closed stays so.
+  /// reopen opens the log's name again and continues in that file; a newly created file gets owner and mode of the old
+  /// one. Returns false with errno set on failure; the log then continues in the old file. A closed log stays closed.
   bool reopen();
 
-  /// close writes out what waits, for at most close_patience, and drops the rest. Nothing is written afterwards.
+  /// close writes the queued lines for at most close_timeout and drops the rest. Later lines are not written.
   void close();
 
  private:
@@ -106,19 +107,19 @@ class LogFile {
   const std::string path_;  // empty: never reopened
   const HostFileGuard own_;
   const host_fd fd_;  // the number stays the same when the log is reopened
-  const Way way_;     // how a write does not block
+  const Way way_;     // how a write is kept from blocking
   const Notice notice_;
   const NoticeTo notice_to_ = NoticeTo::another;
 
-  std::mutex mutex_;  // of all below
+  std::mutex mutex_;  // guards all members below
   std::deque<std::string> waiting_;
   std::size_t waiting_bytes_ = 0;
-  bool torn_ = false;     // the first that waits is the rest of a line
-  bool blocked_ = false;  // the last write would have had to wait
+  bool torn_ = false;     // the first queued text is the rest of a partly written line
+  bool blocked_ = false;  // the last write returned EAGAIN
   bool closed_ = false;
-  std::size_t dropped_ = 0;        // and not yet reported
-  Clock::time_point next_notice_;  // while lines are dropped, not before
-  bool flushing_ = false;          // the thread runs
+  std::size_t dropped_ = 0;        // lines dropped since the last notice
+  Clock::time_point next_notice_;  // the earliest time of the next notice while lines are dropped
+  bool flushing_ = false;          // flusher_ is running
   std::thread flusher_;
 };
 

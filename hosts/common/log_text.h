@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Text of others in a log of ours.
+/// Escaping of foreign text for log lines.
 #ifndef HOSTS_COMMON_LOG_TEXT_H
 #define HOSTS_COMMON_LOG_TEXT_H
 
@@ -10,8 +10,8 @@
 
 namespace rdm::hosts {
 
-/// log_text returns a text for one line of a log, or with Escaping::quotes for a quoted field of one. Its last newline
-/// is left out.
+/// log_text returns `text`, without its last newline, escaped for one line of a log, or with Escaping::quotes for a
+/// quoted field of one.
 std::string log_text(std::string_view text, Escaping level);
 
 }  // namespace rdm::hosts

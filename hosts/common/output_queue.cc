@@ -18,18 +18,18 @@ std::string temporary_directory() {
   return directory != nullptr && *directory != '\0' ? directory : "/tmp";
 }
 
-/// open_unlinked returns a new file without a name, or -1.
+/// open_unlinked returns a descriptor of a new file without a name, or -1.
 host_fd open_unlinked(const std::string &directory) {
   const host_fd fd = ::open(directory.c_str(), O_TMPFILE | O_RDWR | O_EXCL | O_CLOEXEC, 0600);
   if (fd != -1) return fd;
-  // Some file systems make no file without a name; there the name lives for a moment.
+  // Some file systems lack O_TMPFILE; create a named file there and unlink it.
   std::string name = directory + "/rdm-answer-XXXXXX";
   const host_fd named = ::mkostemp(name.data(), O_CLOEXEC);
   if (named != -1) ::unlink(name.c_str());
   return named;
 }
 
-/// write_at writes as much of `bytes` at `offset` as the disk takes and returns how much that was.
+/// write_at writes `bytes` at `offset` until pwrite() fails, and returns how many bytes were written.
 std::size_t write_at(host_fd fd, std::string_view bytes, std::int64_t offset) {
   std::size_t done = 0;
   while (done < bytes.size()) {
@@ -46,7 +46,7 @@ std::size_t write_at(host_fd fd, std::string_view bytes, std::int64_t offset) {
 }  // namespace
 
 std::size_t OutputQueue::append(std::string_view bytes) {
-  // Once a file was begun the rest follows there, or the order would be lost.
+  // Once bytes are in the file, later bytes must follow there to keep the order.
   const std::size_t fits = spill_file_ ? 0 : std::min(bytes.size(), room_);
   append_memory(bytes.substr(0, fits));
   const std::string_view rest = bytes.substr(fits);

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
-/// The body of one answer, queued piece by piece while the plug-in runs and sent after its call has returned.
+/// The body of one answer: queued while the plug-in runs, sent after its call has returned.
 ///
-/// Bytes are copied into memory up to a limit and go on in an unlinked temporary file beyond it, so that a large answer
-/// to a slow client costs disk space rather than memory. Files are queued by duplicated descriptor: neither closing the
-/// original nor removing its name disturbs the answer. Failures leave errno as the reason.
+/// Bytes are copied into memory up to a limit, and beyond it into an unlinked temporary file, so that a large answer to
+/// a slow client costs disk space instead of memory. Files are queued by duplicated descriptor, so the original may be
+/// closed or removed. Failures set errno.
 #ifndef HOSTS_COMMON_OUTPUT_QUEUE_H
 #define HOSTS_COMMON_OUTPUT_QUEUE_H
 
@@ -18,8 +18,8 @@
 
 namespace rdm::hosts {
 
-/// Piece is a stretch of an answer: `bytes`, or `length` bytes of `file` from `offset` on. The offset is explicit,
-/// because a duplicated descriptor shares its position with the original.
+/// Piece is a part of an answer: `bytes`, or `length` bytes of `file` from `offset` on. The offset is explicit because
+/// a duplicated descriptor shares its file position with the original.
 struct Piece {
   std::string bytes;
   std::shared_ptr<const HostFileGuard> file;  // null for bytes
@@ -31,23 +31,23 @@ class OutputQueue {
  public:
   static constexpr std::size_t default_memory = std::size_t{1} << 20;
 
-  /// A queue that keeps at most `memory` bytes in memory.
+  /// Makes a queue that keeps at most `memory` bytes in memory.
   explicit OutputQueue(std::size_t memory = default_memory) : room_(memory) {}
 
-  /// append queues a copy of `bytes` and returns how many were queued: fewer than given when the temporary file cannot
-  /// be made or written.
+  /// append queues a copy of `bytes` and returns how many were queued: fewer than given if the temporary file cannot be
+  /// created or written.
   std::size_t append(std::string_view bytes);
 
-  /// append_file queues `length` bytes of an open file from `offset` on. False when its descriptor cannot be
-  /// duplicated.
+  /// append_file queues `length` bytes of an open file from `offset` on. Returns false if dup() of its descriptor
+  /// fails.
   bool append_file(host_fd fd, std::int64_t offset, std::int64_t length);
 
-  /// size is the number of bytes queued, of either kind.
+  /// size returns the number of bytes queued, of either kind.
   std::int64_t size() const { return size_; }
 
   const std::vector<Piece> &pieces() const { return pieces_; }
 
-  /// take hands the pieces over, in order, and leaves the queue empty; it holds no file then.
+  /// take returns the pieces in order and leaves the queue empty, without a file.
   std::vector<Piece> take();
 
  private:

@@ -13,7 +13,7 @@ namespace rdm::hosts {
 namespace {
 
 void *load(const std::string &path) {
-  // A name without a slash would be looked for along the loader's search path.
+  // dlopen() would look for a name without a slash along the loader's search path.
   const std::string file = std::filesystem::absolute(path);
   void *library = ::dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (library == nullptr) throw PluginError(std::string("cannot load the plug-in: ") + ::dlerror());
@@ -66,7 +66,7 @@ Outcome call_in_turn(Plugin &plugin, Exchange &exchange) {
 
 Outcome serve(Plugin &plugin, Exchange &exchange) {
   const Outcome outcome = call_in_turn(plugin, exchange);
-  // Before the next request begins: it may need the room that the part of an answer takes on a full disk.
+  // Now rather than with the exchange: on a full disk the next request may need the space of this incomplete answer.
   if (outcome != Outcome::answered) exchange.queue().take();
   return outcome;
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// The plug-in: a loaded library of which nothing is known but its four entries.
+/// The plug-in: a shared library with four entries.
 #ifndef HOSTS_COMMON_PLUGIN_H
 #define HOSTS_COMMON_PLUGIN_H
 
@@ -12,7 +12,7 @@
 
 namespace rdm::hosts {
 
-/// PluginError says why a library cannot serve as the plug-in.
+/// PluginError says why a library cannot be used as the plug-in.
 class PluginError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -20,15 +20,15 @@ class PluginError : public std::runtime_error {
 
 class Plugin {
  public:
-  /// Loads the library at `path` and finds rdm_init, rdm_type, rdm_service and rdm_log in it; throws PluginError. The
-  /// library stays loaded for the rest of the process, because exits and threads of its own may outlive this object.
+  /// Loads the library at `path` and looks up rdm_init, rdm_type, rdm_service and rdm_log. Throws PluginError. The
+  /// library is never unloaded, because its exit functions and threads may outlive this object.
   explicit Plugin(const std::string &path);
 
-  /// init calls rdm_init with the parameter "config". Empty on success, else what went wrong, as far as the plug-in
-  /// said.
+  /// init calls rdm_init with the parameter "config". Returns an empty string on success, otherwise the plug-in's error
+  /// text, or a general one if it gave none.
   std::string init(const std::string &config);
 
-  /// The steps of a request, in the order in which a host calls them. A request status.
+  /// The three entries that a host calls for each request, in this order. Each returns a request status.
   int type(Exchange &exchange) { return call(type_, exchange); }
   int service(Exchange &exchange) { return call(service_, exchange); }
   int log(Exchange &exchange) { return call(log_, exchange); }
@@ -42,16 +42,16 @@ class Plugin {
   PblockPtr parameters_;
 };
 
-/// What became of a request.
+/// Outcome is the result of a request.
 enum class Outcome {
   answered,     // the plug-in started an answer
-  not_handled,  // the request is none of the plug-in's
-  silent,       // the plug-in sent nothing
-  broken        // memory or files failed meanwhile: what was answered must not be sent as if it were whole
+  not_handled,  // rdm_type returned HOST_NOT_HANDLED
+  silent,       // the plug-in started no answer
+  broken        // a resource failure occurred: the answer may be incomplete and must not be sent
 };
 
-/// serve calls type, service and log in turn. The last follows the service step whatever that returned. Nothing is
-/// queued, in memory or in a file, when the outcome is not `answered`.
+/// serve calls type, service and log in turn; log is called whatever service returned. Unless the outcome is
+/// `answered`, the exchange's queue is empty afterwards.
 Outcome serve(Plugin &plugin, Exchange &exchange);
 
 }  // namespace rdm::hosts

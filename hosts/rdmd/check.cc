@@ -20,7 +20,7 @@ constexpr std::string_view known[] = {"bindir",        "csid-config",    "csid-d
                                       "debug-logfile", "debug-loglevel", "tmpdir"};
 constexpr std::size_t log_path_limit = 1023;
 
-/// Configuration is the service configuration with the catalog services it names, as far as they can be read.
+/// Configuration is the service configuration and the catalog services that it names, as far as they can be read.
 struct Configuration {
   Settings settings;
   std::vector<CatalogService> services;
@@ -59,7 +59,7 @@ void check_values(const Settings &settings, Report &report) {
     report.error(log->line, "the path of the transaction log is cut after 1023 characters");
 }
 
-/// check_default looks for the default service among those configured; "unknown" means that there is none.
+/// check_default reports a default service that is not configured; "unknown" stands for no default.
 void check_default(const Configuration &configuration, const std::string &list, Report &report) {
   const Pair *standard = configuration.settings.find("csid-default");
   if (standard == nullptr || standard->value.empty() || standard->value == "unknown") return;
@@ -70,7 +70,7 @@ void check_default(const Configuration &configuration, const std::string &list, 
                                      cli::did_you_mean(standard->value, names));
 }
 
-/// read_configuration is the part that looks at lines alone.
+/// read_configuration does the checks of check_syntax.
 Configuration read_configuration(Report &report) {
   Configuration configuration;
   read_settings(configuration.settings, report);
@@ -97,9 +97,9 @@ void check_places(const Settings &settings, Report &report) {
   }
 }
 
-/// Tally counts the findings of one file, each number by severity.
+/// Tally counts the findings of one file by severity.
 struct Tally {
-  std::size_t left[2] = {0, 0};    // not yet looked at
+  std::size_t left[2] = {0, 0};    // not yet processed
   std::size_t room[2] = {0, 0};    // may still be shown
   std::size_t hidden[2] = {0, 0};  // left out
 };

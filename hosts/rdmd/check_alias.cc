@@ -21,7 +21,8 @@ std::vector<std::string> split_names(const std::string &text) {
 
 bool is_control(char c) { return (static_cast<unsigned char>(c) < ' ' && !ascii::is_space(c)) || c == '\x7f'; }
 
-/// Names may hold any characters but blanks, so that a file of another kind is known only by what no name looks like.
+/// foreign_text returns what shows that a line is not of an alias file, or an empty string. Names may contain any
+/// characters but white space, so only texts that no name would look like count.
 std::string foreign_text(const std::string &line) {
   if (std::any_of(line.begin(), line.end(), is_control)) return "a control character";
   if (line.find("=\"") != std::string::npos) return "a name=\"value\" pair";
@@ -37,7 +38,7 @@ void check_aliases(const std::vector<Line> &lines, Report &report) {
     const std::vector<std::string> names = split_names(line.text);
     for (std::size_t i = 0; i < names.size(); ++i) {
       const auto [place, fresh] = places.emplace(names[i], line.number);
-      // A parent may begin several lines; only aliases have to be new.
+      // A parent may begin several lines; only aliases must be unique.
       if (fresh || i == 0) continue;
       report.error(line.number, "the alias " + quote(names[i]) + " has occurred in line " +
                                     std::to_string(place->second) + "; it is refused with the rest of its line");

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Alias files.
+/// Checks alias files.
 #ifndef HOSTS_RDMD_CHECK_ALIAS_H
 #define HOSTS_RDMD_CHECK_ALIAS_H
 
@@ -7,7 +7,7 @@
 
 namespace rdm::check {
 
-/// check_alias_file looks whether the report's file is of another kind, and for names that would be refused as aliases.
+/// check_alias_file reports a file that is not an alias file, and aliases that the service would refuse.
 void check_alias_file(Report &report);
 
 }  // namespace rdm::check

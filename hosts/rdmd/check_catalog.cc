@@ -27,14 +27,14 @@ struct Entry : index_format::Entry {
 
 using Entries = std::vector<Entry>;
 
-/// Comparison counts what becomes of the entries of an index when they are compared with the records of a database.
+/// Comparison counts the results of comparing the entries of an index with the records of a database.
 struct Comparison {
-  std::size_t same = 0;        // size and checksum fit
-  std::size_t changed = 0;     // they do not, and the record has changed since
-  std::size_t contrary = 0;    // they do not, although the record has not changed since
-  std::size_t missing = 0;     // there is no record
+  std::size_t same = 0;        // size and checksum match
+  std::size_t changed = 0;     // they do not match, and the record has changed since
+  std::size_t contrary = 0;    // they do not match, although the record has not changed since
+  std::size_t missing = 0;     // entries without a record
   std::size_t unlisted = 0;    // records without an entry
-  std::size_t unreadable = 0;  // buckets of the database
+  std::size_t unreadable = 0;  // unreadable buckets of the database
   std::size_t records() const { return same + changed + contrary + unlisted; }
 };
 
@@ -45,7 +45,8 @@ void check_order(const Entries &entries, Report &report) {
     report.error(0, "entry " + std::to_string(place - entries.begin() + 2) + " is earlier than the one before it");
 }
 
-/// read_index returns the entries in the order of their numbers. Nothing, after an error, if the file is no index.
+/// read_index returns the entries sorted by number. Returns nothing, after reporting an error, if the file is not an
+/// index.
 std::optional<Entries> read_index(Report &report) {
   const auto bytes = read_bytes(report);
   if (!bytes) return std::nullopt;
@@ -85,7 +86,7 @@ std::optional<std::uint32_t> number_of(std::string_view key) {
   return number;
 }
 
-/// change_time returns when a record last changed, as its "rd-last-changed" says; 0 when it does not.
+/// change_time returns the time of a record's "rd-last-changed", or 0 if it has none.
 std::time_t change_time(std::string_view record) {
   constexpr std::string_view attribute = "\nrd-last-changed{", end_of_head = "}:\t";
   const std::size_t start = record.rfind(attribute);
@@ -130,7 +131,7 @@ Comparison compare(DB *database, Entries &entries) {
   return result;
 }
 
-/// is_later returns true if one file was written after another.
+/// is_later returns true if `path` was modified after `other`.
 bool is_later(const std::string &path, const std::string &other) {
   struct stat one {
   }, two{};
@@ -139,9 +140,9 @@ bool is_later(const std::string &path, const std::string &other) {
   return std::tie(one.st_mtim.tv_sec, one.st_mtim.tv_nsec) > std::tie(two.st_mtim.tv_sec, two.st_mtim.tv_nsec);
 }
 
-/// contradicts returns true if an index cannot be an older state of its database. Records that are gone or have changed
-/// speak for that only where the index was written last; but where no entry at all fits a record that is there, nothing
-/// speaks for the index.
+/// contradicts returns true if an index cannot be an older state of its database. Missing or changed records show this
+/// only if the index was written after the database. If no entry matches any record, nothing shows that the index
+/// belongs to the database.
 bool contradicts(const Comparison &found, bool index_is_later) {
   if (found.contrary > 0) return true;
   if (found.same > 0) return index_is_later && found.missing > 0;
@@ -196,7 +197,7 @@ void compare(DB *database, Entries &entries, Report &report, Report &index) {
 
 void check_catalog(Report &report) {
   Report index = report.on(report.file() + ".idx");
-  // The index comes first: a catalog that changes meanwhile then looks like one whose index is older.
+  // Read the index first: a catalog that is being changed then looks like one with an older index.
   std::optional<Entries> entries = read_index(index);
   const DatabasePtr database = open_database(report);
   if (entries && database) compare(database.get(), *entries, report, index);

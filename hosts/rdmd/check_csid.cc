@@ -18,7 +18,7 @@ constexpr std::size_t service_limit = 63;
 constexpr std::string_view known[] = {
     "csid", "catalog-database", "alias-file", "server-description", "schema-description", "taxonomy-description"};
 
-/// is_service_url tells whether a text is x-catalog://HOST:PORT/NAME or x-catalogs://HOST:PORT/NAME.
+/// is_service_url returns true if `text` has the form x-catalog://HOST:PORT/NAME or x-catalogs://HOST:PORT/NAME.
 bool is_service_url(std::string_view text) {
   for (const std::string_view scheme : {"x-catalog://", "x-catalogs://"}) {
     if (text.substr(0, scheme.size()) != scheme) continue;
@@ -32,7 +32,7 @@ bool is_service_url(std::string_view text) {
   return false;
 }
 
-/// The catalog service that lines go to; null before the first.
+/// begin_service checks a "csid" pair and appends a service to the list.
 CatalogService *begin_service(std::vector<CatalogService> &services, const Pair &csid, Report &report) {
   if (csid.value.empty()) report.error(csid.line, "\"csid\" is empty");
   const auto earlier = std::find_if(services.begin(), services.end(),
@@ -100,7 +100,7 @@ std::optional<std::vector<CatalogService>> read_services(Report &report) {
 }
 
 void check_services(const std::vector<CatalogService> &services, Report &report) {
-  std::set<std::pair<std::string, std::string>> checked;  // names and files, which several services may share
+  std::set<std::pair<std::string, std::string>> checked;  // pairs of name and file; several services may share one
   for (const CatalogService &service : services) {
     check_database(service, report);
     for (const std::string_view name : known) {

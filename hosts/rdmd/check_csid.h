@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// The list of catalog services, and the files of each.
+/// Checks the list of catalog services and the files of each.
 #ifndef HOSTS_RDMD_CHECK_CSID_H
 #define HOSTS_RDMD_CHECK_CSID_H
 
@@ -17,10 +17,10 @@ struct CatalogService {
   Settings settings;
 };
 
-/// read_services reads the list and checks its lines. Nothing when it is unreadable.
+/// read_services reads the list and checks its lines. Returns nothing if it is unreadable.
 std::optional<std::vector<CatalogService>> read_services(Report &report);
 
-/// check_services looks at all files that the services name.
+/// check_services checks all files that the services name.
 void check_services(const std::vector<CatalogService> &services, Report &report);
 
 }  // namespace rdm::check

@@ -16,12 +16,12 @@ constexpr std::int64_t longest_answer = 0xFFFFFFFF;
 constexpr std::size_t nowhere = std::string_view::npos;
 constexpr std::string_view blanks = " \t\r", white_space = " \t\n\v\f\r", white_space_and_braces = " \t\n\v\f\r{";
 
-/// AttributeHead is what stands before a value: NAME{SIZE}: and a tab.
+/// AttributeHead is the text before a value: NAME{SIZE}: and a tab.
 struct AttributeHead {
-  std::size_t offset;  // where the name begins
+  std::size_t offset;  // of the name
   std::string_view name;
   std::uint64_t size;
-  std::size_t value;  // where the value begins
+  std::size_t value;  // offset of the value
 };
 
 std::optional<AttributeHead> head_at(std::string_view text, std::size_t offset) {
@@ -52,13 +52,13 @@ bool begins_part_at(std::string_view text, std::size_t offset) {
   return begins_object_at(text, offset) || head_at(text, offset);
 }
 
-/// ends_value_at returns true if something that ends the value before it stands at `offset`.
+/// ends_value_at returns true if a closing brace on its own line, an attribute or an object stands at `offset`.
 bool ends_value_at(std::string_view text, std::size_t offset) {
   return (text[offset] == '}' && ends_line_at(text, offset + 1)) || begins_part_at(text, offset);
 }
 
-/// line_end_before returns the end of the first line from `from` on that white space and a part follow: `is_part`
-/// returns true for the offset where the part stands.
+/// line_end_before returns the end of the first line, from `from` on, that is followed by white space and a position
+/// for which `is_part` returns true.
 std::size_t line_end_before(std::string_view text, std::size_t from, bool (*is_part)(std::string_view, std::size_t)) {
   for (std::size_t end = text.find('\n', from); end != nowhere;) {
     const std::size_t next = text.find_first_not_of(white_space, end);
@@ -78,8 +78,8 @@ struct Object {
   bool whole = false;
 };
 
-/// Reader reads a prepared answer and reports what is wrong. Where a byte count is wrong, the value is taken to have
-/// the count that fits, so that one mistake is reported once.
+/// Reader reads a prepared answer and reports mistakes. If a byte count is wrong, it continues with the count that
+/// would be right, so that one mistake is reported once.
 class Reader {
  public:
   Reader(std::string_view text, Report &report) : text_(text), report_(report) {}
@@ -99,7 +99,7 @@ class Reader {
 
   void skip_space() { at_ = std::min(text_.find_first_not_of(white_space, at_), text_.size()); }
   std::string_view take_word();
-  /// next_object returns where the next line begins that may begin an object.
+  /// next_object returns the start of the next line that begins with "@", or the end of the text.
   std::size_t next_object(std::size_t from) const { return std::min(text_.find("\n@", from), text_.size() - 1) + 1; }
   std::string_view value_of(const AttributeHead &head) const { return text_.substr(head.value, head.size); }
   int line_of(std::size_t offset);
@@ -108,9 +108,9 @@ class Reader {
   std::string_view text_;
   Report &report_;
   std::size_t at_ = 0;
-  std::size_t counted_to_ = 0;    // up to here the lines are counted
+  std::size_t counted_to_ = 0;    // the offset for which line_ is known
   int line_ = 1;                  // the line of that offset
-  std::size_t barren_ = nowhere;  // no count fits a value that begins here or later
+  std::size_t barren_ = nowhere;  // no count fits a value at or after this offset
 };
 
 void Reader::read(const std::string &key) {
@@ -128,7 +128,7 @@ void Reader::read(const std::string &key) {
   if (header.whole || at_ < text_.size()) read_body(!header.message);
 }
 
-/// check_type compares the header's RDM type with the two names that an answer of this kind can have.
+/// check_type compares the header's RDM type with the two names that an answer of this kind may have.
 void Reader::check_type(const Object &header, const std::string &key) {
   const std::string kind = key.substr(0, key.find('-')), wanted = key + "-response";
   if (!header.type)
@@ -138,8 +138,8 @@ void Reader::check_type(const Object &header, const std::string &key) {
     error(header.type->offset, "the type is " + quote(type) + "; " + quote(key) + " requires " + quote(wanted));
 }
 
-/// check_empty_line requires an empty line behind the header and none within it, because some readers find the end of
-/// the header by that line. The reader stands behind the header's brace.
+/// check_empty_line requires an empty line after the header and none within it, because some readers find the end of
+/// the header by that line. `at_` is behind the header's closing brace.
 void Reader::check_empty_line(const Object &header) {
   const std::string_view object = text_.substr(header.offset, at_ - header.offset);
   const std::size_t within = std::min(object.find("\n\n"), object.find("\n\r\n"));
@@ -165,8 +165,8 @@ void Reader::read_body(bool required) {
   if (!found && required) report_.error(0, "no object follows the RDMHEADER object");
 }
 
-/// read_object reads the object that begins at the reader's offset. The parsers of such answers accept any number of
-/// braces before the URL, and only white space ends a URL.
+/// read_object reads the object at at_. Like the parsers of such answers, it accepts any number of braces before the
+/// URL, which only white space ends.
 Object Reader::read_object() {
   Object object;
   object.offset = at_++;
@@ -199,16 +199,16 @@ void Reader::read_attributes(Object &object) {
         "the " + std::string(object.name) + " object has no end" + (at_ < text_.size() ? "" : ": the file is cut"));
 }
 
-/// takes_end returns true if a value takes the end of its object with it: more than blanks stands behind the count that
-/// would fit, and behind the whole value the file ends or another object begins.
+/// takes_end returns true if the declared size of a value includes the end of its object: the value is the last of its
+/// object, and text other than white space stands behind the size that would fit.
 bool Reader::takes_end(const AttributeHead &head, std::size_t fit) const {
   const std::size_t next = text_.find_first_not_of(white_space, head.value + head.size);
   const bool is_last = next == nowhere || text_[next] == '@';
   return is_last && fit < head.size && value_of(head).find_first_not_of(white_space, fit) != nowhere;
 }
 
-/// read_value goes to the end of a value; a size that does not fit is put right. Returns false, after an error, when
-/// the end of the value cannot be told.
+/// read_value moves to the end of a value and corrects a wrong size. Returns false, after reporting an error, if the
+/// end of the value cannot be found.
 bool Reader::read_value(AttributeHead &head) {
   const std::size_t left = text_.size() - head.value;
   const auto fit = fit_for(head.value);
@@ -230,7 +230,7 @@ bool Reader::read_value(AttributeHead &head) {
   return true;
 }
 
-/// skip_line reports a line that is no attribute: either the line is damaged, or it belongs to the value before it.
+/// skip_line reports a line that is not an attribute: either the line is damaged, or it belongs to the previous value.
 void Reader::skip_line(const Object &object, const std::optional<AttributeHead> &last) {
   std::string problem = "the " + std::string(object.name) + " object is damaged in this line";
   const std::string_view line = text_.substr(at_, text_.find('\n', at_) - at_);
@@ -243,8 +243,8 @@ void Reader::skip_line(const Object &object, const std::optional<AttributeHead> 
   at_ = rest ? at_ + *rest : next_object(at_);
 }
 
-/// fit_for returns how many bytes a value that begins at `value` would have if it ended before the next thing that ends
-/// a value. Nothing when the text ends first.
+/// fit_for returns the size that a value at `value` would have if it ended before the next text that ends a value.
+/// Returns nothing if there is none.
 std::optional<std::size_t> Reader::fit_for(std::size_t value) {
   if (value >= barren_) return std::nullopt;
   const std::size_t end = line_end_before(text_, value, ends_value_at);

@@ -28,7 +28,7 @@ std::string unreadable() { return std::string("cannot be read: ") + std::strerro
 
 std::optional<std::string> read_bytes(Report &report, std::size_t limit) {
   struct stat status {};
-  // Before it is opened: a named pipe would wait for its writer, and a device may do something.
+  // stat() before open(): opening a named pipe would block, and opening a device may have effects.
   const bool found = ::stat(report.file().c_str(), &status) == 0;
   if (found && !S_ISREG(status.st_mode)) {
     report.error(0, "is not a file");

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Configuration files line by line, as the service reads them.
+/// Reads configuration files line by line, as the service does.
 #ifndef HOSTS_RDMD_CHECK_LINES_H
 #define HOSTS_RDMD_CHECK_LINES_H
 
@@ -13,14 +13,14 @@
 
 namespace rdm::check {
 
-/// Report gathers what is found in one file.
+/// Report collects the findings of one file.
 class Report {
  public:
   Report(std::string file, Findings &findings) : file_(std::move(file)), findings_(findings) {}
 
   void error(int line, std::string text) { findings_.push_back({Severity::error, file_, line, std::move(text)}); }
   void warning(int line, std::string text) { findings_.push_back({Severity::warning, file_, line, std::move(text)}); }
-  /// on returns a report on another file that adds to the same findings.
+  /// on returns a report for another file that adds to the same findings.
   Report on(std::string file) const { return {std::move(file), findings_}; }
   const std::string &file() const { return file_; }
 
@@ -29,7 +29,8 @@ class Report {
   Findings &findings_;
 };
 
-/// read_bytes returns the bytes of a file, at most `limit`; nothing, after an error, when it cannot be read.
+/// read_bytes returns the bytes of a file, at most `limit`. Returns nothing, after reporting an error, if it cannot be
+/// read.
 std::optional<std::string> read_bytes(Report &report, std::size_t limit = std::string::npos);
 
 struct Line {
@@ -37,11 +38,12 @@ struct Line {
   std::string text;
 };
 
-/// split_lines returns the lines of a text that are neither empty nor comments, cut as the service cuts them. Lines
-/// that are cut are errors.
+/// split_lines returns the lines of a text that are neither empty nor comments, truncated as the service truncates
+/// them. Truncation is reported as an error.
 std::vector<Line> split_lines(std::string_view text, Report &report);
 
-/// read_lines returns the lines of a file as split_lines does. Nothing, after an error, when the file cannot be read.
+/// read_lines returns the lines of a file as split_lines does. Returns nothing, after reporting an error, if the file
+/// cannot be read.
 std::optional<std::vector<Line>> read_lines(Report &report);
 
 struct Pair {
@@ -50,13 +52,13 @@ struct Pair {
   int line;
 };
 
-/// parse_pairs returns the pairs of a line; what is no pair and quotes that are not closed are errors.
+/// parse_pairs returns the pairs of a line. It reports words that are not pairs and unclosed quotes as errors.
 std::vector<Pair> parse_pairs(const Line &line, Report &report);
 
-/// Settings are the pairs of one service, each with the place where it was given. Of equal names the first counts.
+/// Settings holds the pairs of one service with their lines. The first of equal names counts.
 class Settings {
  public:
-  /// add warns where the name was given before.
+  /// add adds a pair, or warns if the name was given before.
   void add(const Pair &pair, Report &report);
   const Pair *find(const std::string &name) const;
   const std::map<std::string, Pair> &all() const { return pairs_; }
@@ -65,10 +67,10 @@ class Settings {
   std::map<std::string, Pair> pairs_;
 };
 
-/// escape returns a text with its control characters written as escapes, so that it fits on a line.
+/// escape returns a text with its control characters escaped, so that it fits on a line.
 std::string escape(std::string_view text);
 
-/// quote returns a text between quotes, for a message.
+/// quote returns a text in double quotes.
 std::string quote(std::string_view text);
 
 }  // namespace rdm::check

@@ -18,11 +18,11 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr int most_links = 40;  // that the system follows, too
+constexpr int most_links = 40;  // as the kernel's limit
 
 std::string reason() { return std::strerror(errno); }
 
-/// is_directory reports a path that is no directory, and returns false.
+/// is_directory returns true if the path is a directory, and reports an error otherwise.
 bool is_directory(const Pair &directory, Report &report) {
   struct stat status;
   const bool found = ::stat(directory.value.c_str(), &status) == 0;
@@ -34,7 +34,7 @@ bool is_directory(const Pair &directory, Report &report) {
   return false;
 }
 
-/// target_of returns where a path leads that may be a symbolic link to a file that is not there.
+/// target_of returns the target of a symbolic link, which need not exist, or `path` itself.
 fs::path target_of(fs::path path) {
   std::error_code ignored;
   for (int i = 0; i < most_links && fs::is_symlink(path, ignored); ++i)
@@ -44,13 +44,14 @@ fs::path target_of(fs::path path) {
 
 std::string failure(const std::string &place) { return place + ": " + reason(); }
 
-/// opening_obstacle returns why a log that is there cannot be opened; empty if it can.
+/// opening_obstacle returns why an existing log cannot be opened, or an empty string.
 std::string opening_obstacle(const std::string &path) {
   const HostFileGuard file(hosts::open_log(path.c_str()));
   return file ? "" : failure(path);
 }
 
-/// making_obstacle returns why a log that is not there cannot be made; empty if it can. A file that it made is removed.
+/// creating_obstacle returns why a missing log cannot be created, or an empty string. It removes the file that it
+/// creates.
 std::string making_obstacle(const std::string &path) {
   const fs::path target = target_of(path);
   const HostFileGuard made(hosts::open_new_log(target.c_str()));
@@ -61,14 +62,14 @@ std::string making_obstacle(const std::string &path) {
   return ::access(directory.c_str(), W_OK | X_OK) == 0 ? problem : failure(directory);
 }
 
-/// obstacle returns why no process of the caller can append to a log, as "PLACE: REASON"; empty if one can. It makes
-/// the call of the start, because access() does not tell all that open() does.
+/// obstacle returns why the caller cannot append to a log, as "PATH: REASON", or an empty string. It calls open() as
+/// the server does, because access() does not check everything that open() checks.
 std::string obstacle(const std::string &path) {
   struct stat status;
   if (::stat(path.c_str(), &status) != 0) return errno == ENOENT ? making_obstacle(path) : failure(path);
   if (S_ISSOCK(status.st_mode)) return path + ": it is a socket";
   if (S_ISREG(status.st_mode)) return opening_obstacle(path);
-  // Opening a pipe or a device can do something.
+  // Opening a pipe or a device may have effects.
   return ::access(path.c_str(), W_OK) == 0 ? "" : failure(path);
 }
 

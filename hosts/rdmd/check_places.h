@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-/// Places outside the configuration's files: directories, logs and addresses.
+/// Checks the environment of a server: directories, logs and addresses.
 ///
-/// Nothing here changes a file. One that a check makes is removed before it returns.
+/// These checks change no file. A file that one creates is removed before it returns.
 #ifndef HOSTS_RDMD_CHECK_PLACES_H
 #define HOSTS_RDMD_CHECK_PLACES_H
 
@@ -11,18 +11,19 @@
 
 namespace rdm::check {
 
-/// check_programs requires a directory with an executable minidba.
+/// check_programs reports an error unless the directory has an executable minidba.
 void check_programs(const Pair &directory, Report &report);
 
-/// check_temporary requires a directory in which files can be made.
+/// check_temporary reports an error unless files can be created in the directory.
 void check_temporary(const Pair &directory, Report &report);
 
-/// check_log requires a file that the server can open at its start: one that can be appended to, or that can be made.
+/// check_log reports an error unless the server could open the log at its start: the file can be appended to, or can be
+/// created.
 void check_log(const Pair &log, Report &report);
 
-/// check_listen requires that a server can listen on "HOST:PORT": the name must be known, the address must be one of
-/// this machine, and the port must be allowed to the caller. A port in use is no error: the server itself may use it.
-/// The ports are bound for a moment, but nothing listens.
+/// check_listen reports an error unless a server could listen on "HOST:PORT": the name resolves, the address belongs to
+/// this machine, and the caller may use the port. A port in use is not an error: the server itself may be using it. The
+/// sockets are bound for a moment but do not listen.
 void check_listen(const std::string &address, Report &report);
 
 }  // namespace rdm::check

@@ -31,27 +31,28 @@ using boost::system::error_code;
 constexpr std::string_view server_name = "rdmd/" RDM_VERSION;
 constexpr std::string_view continue_line = "HTTP/1.1 100 Continue\r\n\r\n";
 
-/// How many bytes beyond the client's window the kernel takes. Without this it takes megabytes for a client that reads
-/// nothing; a client that reads has no less on the way.
+/// How many unsent bytes beyond the client's window the kernel queues. Without this limit the kernel queues megabytes
+/// for a client that does not read; it does not slow down one that reads.
 using UnsentLimit = boost::asio::detail::socket_option::integer<IPPROTO_TCP, TCP_NOTSENT_LOWAT>;
 constexpr int unsent_limit = 131072;
 
-/// As much as an acknowledgement on its way may be missing for: an answer to a question, not to a harvest.
+/// An idle connection with at most this many unacknowledged bytes may be evicted: the acknowledgement of a short answer
+/// may be on its way.
 constexpr std::int64_t little = 16384;
 
-/// How much is read of a head at a time. What follows the request in it is kept until the answer is sent.
+/// Bytes read at a time while reading a head. Bytes behind the request are kept until its answer is sent.
 constexpr std::size_t head_block = 4096;
-/// How much of a referer or user agent the access log shows.
+/// Bytes of a referer or user agent that the access log shows.
 constexpr std::size_t logged_field = 1024;
 
-/// empty gives back the memory that `value` holds. A string to which an empty one is assigned keeps its own.
+/// release_memory frees the memory that `value` holds. Assigning an empty string would keep the capacity.
 template <typename Value>
 void empty(Value &value) {
   const Value former = std::exchange(value, Value{});
 }
 
-/// is_broken tells whether a connection is reset, or shut in both directions. A client that has only finished sending
-/// still waits for its answer.
+/// is_broken returns true if the connection is reset or shut down in both directions (POLLERR, POLLHUP). A client that
+/// has only shut down its sending side still waits for its answer.
 bool is_broken(io::Socket &socket) {
   struct pollfd state {
     socket.native_handle(), 0, 0
@@ -59,7 +60,7 @@ bool is_broken(io::Socket &socket) {
   return ::poll(&state, 1, 0) > 0;
 }
 
-/// is_reset tells whether a connection is no more.
+/// is_reset returns true if the TCP state of the connection is CLOSE.
 bool is_reset(io::Socket &socket) {
   struct tcp_info info {};
   socklen_t size = sizeof info;
@@ -94,7 +95,8 @@ Connection::Connection(io::Socket socket, Server &server)
 
 Connection::~Connection() { server_.forget(place_); }
 
-/// on_strand returns a completion handler that keeps the connection alive and runs unless the state has changed.
+/// on_strand returns a completion handler that keeps the connection alive and does nothing if the state has changed
+/// since.
 template <typename Handler>
 auto Connection::on_strand(Handler handler) {
   return [self = shared_from_this(), this, epoch = epoch_, handler](auto... results) {
@@ -161,14 +163,15 @@ void Connection::give_up_body() {
 void Connection::give_up_sending() {
   server_.errors().trouble(Trouble::unread, client_);
   error_code ignored;
-  // What the client has not taken is not kept for it either.
+  // SO_LINGER with timeout 0: close() then discards the unsent bytes.
   socket_.set_option(boost::asio::socket_base::linger(true, 0), ignored);
   close();
 }
 
 /* ---- Reading a request ---- */
 
-/// read_more waits for input and takes up to `most` bytes of it.
+/// read_more waits for input, reads up to `most` bytes of it and calls `next`, or `ended` at the end of input or on an
+/// error.
 void Connection::read_more(std::size_t most, Step next, Step ended) {
   socket_.async_wait(io::Socket::wait_read, on_strand([=, this](const error_code &error) {
                        error ? (this->*ended)() : receive(most, next, ended);
@@ -206,7 +209,7 @@ void Connection::begin_head() {
 
 void Connection::wait_idle() { read_more(head_block, &Connection::leave_idle, &Connection::end_of_input); }
 
-/// leave_idle begins a request when there is something of one: empty lines are nothing, and renew no deadline.
+/// leave_idle begins a request unless the input consists of empty lines; those do not extend the idle timeout.
 void Connection::leave_idle() {
   if (!skip_empty_lines(input_)) return wait_idle();
   begin_head();
@@ -222,7 +225,7 @@ void Connection::read_head() {
 
 void Connection::begin_request(RequestHead head) {
   head_ = std::move(head);
-  // 503 stands where the server stops, or the client goes, before there is an answer.
+  // 503 is logged if the server stops, or the client disconnects, before there is an answer.
   entry_ = AccessEntry{client_,
                        std::time(nullptr),
                        std::move(head_.line),
@@ -258,7 +261,7 @@ void Connection::send_continue() {
   });
   boost::asio::async_write(socket_, boost::asio::buffer(continue_line),
                            [this, written](const error_code &error, std::size_t count) {
-                             // What was written counts, whatever the state is by now.
+                             // The bytes count even if the state has changed since.
                              sent_ += static_cast<std::int64_t>(count);
                              written(error);
                            });
@@ -289,15 +292,15 @@ void Connection::call_plugin() {
   watch_client();
   server_.service().post([self = shared_from_this(), this]() mutable {
     const hosts::Outcome outcome = serve();
-    // The thread of the plug-in lets go of the connection, so that it ends where its socket and timers are served.
+    // Move `self` on: the connection must be destroyed on an I/O thread, where its socket and timers are handled.
     boost::asio::post(socket_.get_executor(), [self = std::move(self), this, outcome] {
       if (state_ == State::service) deliver(outcome);
     });
   });
 }
 
-/// watch_client closes the connection when its client resets it: nobody waits for the answer any more. The request
-/// alone keeps the connection meanwhile, so that both go together where the plug-in's thread fails.
+/// watch_client closes the connection if the client resets it while the plug-in works. It holds a weak reference only,
+/// so that the connection is destroyed if the plug-in's thread fails and drops the request.
 void Connection::watch_client() {
   socket_.async_wait(io::Socket::wait_error, [weak = weak_from_this(), this, epoch = epoch_](const error_code &) {
     const auto self = weak.lock();
@@ -321,19 +324,20 @@ void Connection::deliver(hosts::Outcome outcome) {
   answer(exchange_->head(), exchange_->queue().take());
 }
 
-/// fail answers a request that the plug-in could not.
+/// fail answers 500 and logs `reason`.
 void Connection::fail(const std::string &reason) {
   server_.errors().error(reason + " (client " + client_ + ")");
   keep_ = false;
   answer_text(500, "");
 }
 
-/// refuse answers a request that is not, or not wholly, understood; what follows it on the connection cannot be either.
+/// refuse answers a request that could not be read completely. The connection is closed afterwards, because the start
+/// of a next request cannot be found.
 void Connection::refuse(const Refusal &refusal) {
   error_code ignored;
   socket_.cancel(ignored);
   if (logged_) {
-    // The head did not become a request: its line is what there is of it.
+    // No head was parsed: log the part of the first line that has arrived.
     const std::size_t line = std::min(input_.find_first_of("\r\n"), std::size_t{256});
     entry_ = AccessEntry{client_, std::time(nullptr), input_.substr(0, line), 0, 0, "", ""};
     head_ = RequestHead{};
@@ -364,7 +368,7 @@ void Connection::answer(const hosts::Head &head, std::vector<hosts::Piece> piece
   send_some();
 }
 
-/// release_request lets go of all that the answer does not consist of, and of a failed answer's file.
+/// release_request frees the request, and with it the temporary file of a failed answer.
 void Connection::release_request() {
   exchange_.reset();
   empty(head_);
@@ -375,7 +379,8 @@ void Connection::release_request() {
 }
 
 void Connection::send_some() {
-  // Before sending: then whoever was answered first has the earlier time, however the threads are scheduled.
+  // Take the time before sending, so that connections are ordered by when they were answered, not by how threads are
+  // scheduled.
   last_sent_ = io::Clock::now();
   const std::int64_t before = sender_->sent();
   const Sender::State state = sender_->send(socket_.native_handle());
@@ -407,40 +412,43 @@ void Connection::sending_failed() {
 
 /* ---- What the client takes of it ---- */
 
-/// unacknowledged counts the bytes that the kernel keeps for the client. The end of the answers counts as one.
+/// unacknowledged returns the number of bytes that the kernel holds until the client acknowledges them (SIOCOUTQ). A
+/// FIN counts as one byte.
 std::int64_t Connection::unacknowledged() {
   int count = 0;
   ::ioctl(socket_.native_handle(), SIOCOUTQ, &count);
   return count;
 }
 
-/// has_answer tells whether the client's system has all of the answers. One that is turned away is not waited for.
+/// has_answer returns true if the client has acknowledged all answers. It returns true at once for a client that is
+/// turned away.
 bool Connection::has_answer() { return place_.turned_away || unacknowledged() <= (state_ == State::lingering ? 1 : 0); }
 
-/// note_sending lets the write deadline begin, unless it runs already.
+/// note_sending starts the write deadline unless it is running.
 void Connection::note_sending() { deadline_.begin(sent_ - unacknowledged(), sent_, io::Clock::now()); }
 
-/// look_after has the client looked at after `time`, and then again until all is acknowledged.
+/// check_client_after schedules check_client after `time`, which repeats it until all is acknowledged.
 void Connection::look_after(Duration time) {
   look_interval_ = time;
   arm(look_, time, &Connection::look_at_client);
 }
 
-/// keep_looking has the client looked at where it has not acknowledged all before its next request.
+/// resume_checks schedules check_client if the client has not acknowledged everything before its next request.
 void Connection::keep_looking() {
   if (!look_.armed && !has_answer()) look_after(deadline_.interval());
 }
 
-/// await_acknowledgement looks often at first: a client that reads has its answer in no time.
+/// await_acknowledgement waits until the client has acknowledged its answer. It checks after 1 ms first, because most
+/// clients acknowledge at once, and then less often.
 void Connection::await_acknowledgement() {
   if (has_answer()) return acknowledged(last_sent_);
-  // What is so little may be left to the kernel where another client needs the place.
+  // A small remainder may be left to the kernel if another client needs the connection.
   if (state_ == State::idle && unacknowledged() <= little) become_idle(last_sent_);
   look_after(Duration(1));
 }
 
-/// look_at_client gives a client up that takes nothing, whether its answer is still being handed to the kernel or not,
-/// and whatever else it does: one that sends requests all the time is cut off as well.
+/// check_client closes the connection of a client that has acknowledged nothing within the write deadline. This holds
+/// in every state, so a client that keeps sending requests is closed too.
 void Connection::look_at_client() {
   const auto now = io::Clock::now();
   const bool waits = state_ == State::idle || state_ == State::lingering;
@@ -451,7 +459,7 @@ void Connection::look_at_client() {
   look_after(state_ == State::sending ? deadline_.interval() : std::min(look_interval_ * 4, deadline_.interval()));
 }
 
-/// acknowledged begins the time for the next request, or for what follows the last.
+/// acknowledged starts the idle timeout, or the linger timeout after the last answer.
 void Connection::acknowledged(io::Clock::time_point since) {
   disarm(look_);
   if (state_ == State::lingering) return ended_ ? close() : arm(limit_, server_.limits().linger, &Connection::close);
@@ -460,7 +468,7 @@ void Connection::acknowledged(io::Clock::time_point since) {
   arm(limit_, first_ ? server_.limits().header : server_.limits().idle, &Connection::close);
 }
 
-/// become_idle lets the connection make way for a new client.
+/// become_idle allows the connection to be evicted for a new client.
 void Connection::become_idle(io::Clock::time_point since) {
   if (!std::exchange(idle_, true)) server_.roster().set_idle(place_, since);
 }
@@ -470,7 +478,7 @@ void Connection::sent() {
   log_request();
   first_ = false;
   if (!keep_) return linger();
-  // By way of the queue: a client with many small requests in one packet must not deepen the stack.
+  // post() instead of a call: otherwise each of many small requests in one packet would deepen the stack.
   boost::asio::post(socket_.get_executor(), on_strand([this] { next_request(); }));
 }
 
@@ -483,8 +491,8 @@ void Connection::log_request() {
 
 /* ---- The end ---- */
 
-/// linger reads on until the client has the last answer, and for a while after it: closing on unread bytes would make
-/// the client's system throw away an answer that it has not yet read.
+/// linger reads and discards input until the client has the last answer, and for the linger timeout after it: close()
+/// with unread input sends a reset, on which the client's system discards what it has not yet read of the answer.
 void Connection::linger() {
   error_code error;
   socket_.shutdown(io::Socket::shutdown_send, error);
@@ -499,8 +507,9 @@ void Connection::discard() {
   read_more(SIZE_MAX, &Connection::discard, &Connection::end_of_input);
 }
 
-/// end_of_input closes the connection when the client has its answers. While the kernel keeps any of them the
-/// connection stays, and counts: else clients that read nothing could have the kernel keep as much as they like.
+/// end_of_input closes the connection once the client has acknowledged its answers. Until then the connection stays
+/// open and counts towards the limit; otherwise clients that read nothing could make the kernel hold any number of
+/// answers.
 void Connection::end_of_input() {
   if (is_reset(socket_) || has_answer()) return close();
   if (state_ != State::lingering) return linger();

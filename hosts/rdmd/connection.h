@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
-/// One client connection: requests are read, handed to the plug-in and answered one after another.
+/// One client connection: reads requests, passes them to the plug-in and sends the answers, one after another.
 ///
-/// Members run on the connection's own strand where nothing else is said. A request is read whole before it is queued
-/// for the plug-in's thread, and its answer is sent after the plug-in has returned; meanwhile nothing is read, so that
-/// a client which sends faster than it is answered waits in its own socket. One that resets its connection meanwhile
-/// ends it, and a request that has not had its turn by then is not handed to the plug-in.
+/// Unless stated otherwise, members run on the connection's strand. A request is read completely before it is queued
+/// for the plug-in's thread, and its answer is sent after the plug-in has returned. Nothing is read in between: further
+/// requests wait in the kernel's socket buffer. If the client resets the connection meanwhile, the connection is
+/// closed, and a queued request is not passed to the plug-in.
 ///
-/// A connection that waits holds little memory: it takes a buffer when there is something to read, and lets go of the
-/// request when its answer is queued.
+/// A waiting connection holds little memory: it has a read buffer only while there is something to read, and frees the
+/// request once its answer is queued.
 #ifndef HOSTS_RDMD_CONNECTION_H
 #define HOSTS_RDMD_CONNECTION_H
 
@@ -20,10 +20,10 @@
 
 #include "hosts/common/exchange.h"
 #include "hosts/common/plugin.h"
-#include "hosts/rdmd/request_target.h"
 #include "hosts/rdmd/io.h"
 #include "hosts/rdmd/log.h"
 #include "hosts/rdmd/request_head.h"
+#include "hosts/rdmd/request_target.h"
 #include "hosts/rdmd/roster.h"
 #include "hosts/rdmd/sender.h"
 #include "hosts/rdmd/settings.h"
@@ -33,8 +33,8 @@ namespace rdm::rdmd {
 
 class Server;
 
-/// client_address returns the address of a client as text, "-" when it has gone. An IPv4 client of an IPv6 socket shows
-/// as what it is.
+/// client_address returns the client's address as text, or "-" if the client has disconnected. A v4-mapped IPv6 address
+/// is shown as IPv4.
 std::string client_address(const io::Socket &socket);
 
 class Connection : public std::enable_shared_from_this<Connection> {
@@ -44,27 +44,27 @@ class Connection : public std::enable_shared_from_this<Connection> {
   Connection &operator=(const Connection &) = delete;
   ~Connection();
 
-  /// start begins to serve requests. To be called once, from any thread, like turn_away.
+  /// start begins to serve requests. Call start or turn_away once, from any thread.
   void start();
-  /// turn_away answers 503 without reading anything, for a client beyond the connection limit.
+  /// turn_away answers 503 without reading a request, for a client beyond the connection limit.
   void turn_away();
 
-  /// close_if_idle closes the connection if it waits for a request. From any thread.
+  /// close_if_idle closes the connection if it waits for a request. It may be called from any thread.
   void close_if_idle();
-  /// abort closes the connection at once. From any thread.
+  /// abort closes the connection at once. It may be called from any thread.
   void abort();
 
-  /// place is where the connection stands in the roster of its server; for the one who admits it.
+  /// roster_entry returns the entry that links the connection into the server's roster.
   Roster::Place &place() { return place_; }
 
  private:
   enum class State { idle, head, body, service, sending, lingering, closed };
   using Step = void (Connection::*)();
-  /// Alarm is a timer that takes a step once. Arming it again replaces that step.
+  /// Alarm is a timer that calls `step` once. Arming it again replaces the pending step.
   struct Alarm {
     explicit Alarm(const io::Executor &strand) : timer(strand) {}
     io::Timer timer;
-    std::uint64_t epoch = 0;  // of its arming: completions of an earlier one are ignored
+    std::uint64_t epoch = 0;  // incremented by each arming; handlers with an older value do nothing
     bool armed = false;
   };
 
@@ -121,27 +121,27 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
   Server &server_;
   io::Socket socket_;
-  Alarm limit_;                             // on the state
-  std::atomic<State> state_ = State::idle;  // changed on the strand alone; the plug-in's thread reads it
-  std::uint64_t epoch_ = 0;                 // of the state: completions of an earlier one are ignored
+  Alarm limit_;                             // time limit of the current state
+  std::atomic<State> state_ = State::idle;  // written on the strand only; also read by the plug-in's thread
+  std::uint64_t epoch_ = 0;  // incremented by each change of state; handlers with an older value do nothing
   Roster::Place place_;
   io::Clock::time_point last_sent_ = io::Clock::now();
   std::string client_;
-  std::string input_;    // bytes received and not yet used
-  bool first_ = true;    // no request was answered yet
-  bool keep_ = false;    // the connection outlives the answer under way
-  bool unread_ = false;  // the request has a body that is not read
-  bool idle_ = false;    // the connection may make way: the client has its answer and has not begun its next request
-  bool ended_ = false;   // the client has finished sending; noted while lingering
+  std::string input_;    // bytes received and not yet parsed
+  bool first_ = true;    // no request has been answered yet
+  bool keep_ = false;    // keep the connection open after the current answer
+  bool unread_ = false;  // the request has a body that has not been read
+  bool idle_ = false;    // may be evicted: the client has its answer and has not begun its next request
+  bool ended_ = false;   // the client has shut down its sending side; set while lingering
 
-  // What the client takes of its answers. It is looked at in every state, as long as bytes are not acknowledged.
+  // Progress of the client in taking its answers, checked in every state while bytes are unacknowledged.
   WriteDeadline deadline_;
   Alarm look_;
   Duration look_interval_{};
-  std::int64_t sent_ = 0;     // bytes of all answers, and of what asks for a body
-  bool was_blocked_ = false;  // the client did not take the answer under way at once
+  std::int64_t sent_ = 0;     // bytes of all answers and of "100 Continue" lines
+  bool was_blocked_ = false;  // the socket has blocked during the current answer
 
-  // The request under way.
+  // The current request.
   HeadReader reader_;
   RequestHead head_;
   Target target_;

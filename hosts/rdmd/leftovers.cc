@@ -24,7 +24,7 @@ namespace {
 
 using Directory = std::unique_ptr<DIR, Deleter<::closedir>>;
 
-/// is_local returns true for the file systems that only this machine's processes write to.
+/// is_local returns true if the file system is one that only processes of this machine write to.
 bool is_local(int directory) {
   constexpr std::uint32_t local[] = {
       0xEF53,      // ext2, ext3, ext4
@@ -40,7 +40,7 @@ bool is_local(int directory) {
   return std::find(std::begin(local), std::end(local), static_cast<std::uint32_t>(status.f_type)) != std::end(local);
 }
 
-/// owner_in returns the token in the name of a temporary file, or nothing for any other name.
+/// owner_in returns the owner token in the name of a temporary file, or nothing for any other name.
 std::optional<std::uint64_t> owner_in(std::string_view name) {
   constexpr std::string_view prefix = temporary_owner::prefix;
   constexpr auto digits = static_cast<std::size_t>(temporary_owner::digits);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Temporary files that servers left when they were killed.
+/// Removes temporary files of killed servers.
 #ifndef HOSTS_RDMD_LEFTOVERS_H
 #define HOSTS_RDMD_LEFTOVERS_H
 
@@ -8,13 +8,13 @@
 
 namespace rdm::rdmd {
 
-/// temporary_directory returns the directory that temporary files are made in: that of TMPDIR, which the service sets
-/// from its configuration, or the system's.
+/// temporary_directory returns the directory for temporary files: that of TMPDIR, which the service sets from its
+/// configuration, if it is a directory, otherwise P_tmpdir.
 std::string temporary_directory();
 
-/// remove_leftovers removes the files of CSIO buffers in a directory that belong to this user and whose process has
-/// ended (qxapi/temporary_owner.h), and returns how many. On a network file system it removes nothing, since locks of
-/// other machines may not be seen there.
+/// remove_leftovers removes those temporary files of CSIO buffers in a directory that belong to this user and whose
+/// process has ended (qxapi/temporary_owner.h), and returns how many. It removes nothing on a network file system,
+/// where locks held by other machines may be invisible.
 std::size_t remove_leftovers(const std::string &directory);
 
 }  // namespace rdm::rdmd

@@ -16,7 +16,7 @@
 namespace rdm::rdmd {
 namespace {
 
-/// How often a free port is tried that may be in use on another address.
+/// How many free ports are tried, since a port that is free on one address may be in use on another.
 constexpr int free_port_attempts = 16;
 
 using AddressList = std::unique_ptr<addrinfo, Deleter<::freeaddrinfo>>;
@@ -28,7 +28,7 @@ struct HostPort {
 
 std::string reason_of(int code) { return std::generic_category().message(code); }
 
-/// is_port returns true for a number from 0 to 65535. getaddrinfo would take the last 16 bits of any number.
+/// is_port returns true for a number from 0 to 65535. getaddrinfo() would silently use the low 16 bits of a larger one.
 bool is_port(std::string_view text) {
   std::uint16_t number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
@@ -65,10 +65,10 @@ bool same(const ListenAddress &one, const ListenAddress &other) {
   return one.size == other.size && std::memcmp(&one.storage, &other.storage, one.size) == 0;
 }
 
-/// is_missing returns true for the errors of an address that this machine does not have.
+/// is_missing returns true if bind() failed because this machine does not have the address.
 bool is_missing(int code) { return code == EADDRNOTAVAIL || code == EAFNOSUPPORT; }
 
-/// bind_all binds a socket to each address. A port of 0 becomes the one that the first socket was given.
+/// bind_all binds a socket to each address. If the port is 0, all use the port of the first socket.
 BoundSockets bind_all(const std::string &text, std::vector<ListenAddress> addresses) {
   BoundSockets bound;
   int missing = 0;

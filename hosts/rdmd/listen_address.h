@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
-/// The addresses that a server listens on: "HOST:PORT" is resolved, and a socket is bound to each address found.
+/// Resolves "HOST:PORT" and binds a socket to each address found.
 ///
-/// Binding and listening are separate steps. A bound socket holds its address, so that an address in use is noticed at
-/// once; clients are refused until its owner calls listen(). Nothing here depends on the server, so that a check of the
-/// options can do the same.
+/// Binding and listening are separate steps. A bound socket reserves its address, so EADDRINUSE is reported at once,
+/// but clients are refused until listen() is called. This file does not depend on the server, so that --check can use
+/// it too.
 #ifndef HOSTS_RDMD_LISTEN_ADDRESS_H
 #define HOSTS_RDMD_LISTEN_ADDRESS_H
 
@@ -23,14 +23,15 @@ class ListenError : public std::runtime_error {
  public:
   ListenError(const std::string &text, const std::string &reason, int code = 0)
       : std::runtime_error("cannot listen on " + text + ": " + reason), code_(code) {}
-  /// code is the errno of the system call that failed, as EADDRINUSE. 0 when the text is malformed or the name unknown.
+  /// code returns the errno of the failed system call, such as EADDRINUSE, or 0 if the text is malformed or the name
+  /// unknown.
   int code() const { return code_; }
 
  private:
   int code_;
 };
 
-/// ListenAddress is the address of a socket.
+/// ListenAddress is a socket address.
 struct ListenAddress {
   sockaddr_storage storage{};
   socklen_t size = 0;
@@ -42,23 +43,23 @@ struct ListenAddress {
   std::string text() const;
 };
 
-/// resolve_listen returns the addresses of "HOST:PORT" or "[IPV6]:PORT", each once, in the resolver's order; at least
-/// one. Throws ListenError.
+/// resolve_listen returns the addresses of "HOST:PORT" or "[IPV6]:PORT" without duplicates, in the resolver's order; at
+/// least one. Throws ListenError.
 std::vector<ListenAddress> resolve_listen(const std::string &text);
 
-/// bind_address returns a close-on-exec socket that is bound to the address and does not listen, or none with errno
-/// set. With `v6_only` a socket for IPv6 takes no IPv4 clients, whatever the system's default.
+/// bind_address returns a close-on-exec socket that is bound to the address but does not listen, or an empty guard with
+/// errno set. If `v6_only`, an IPv6 socket does not accept IPv4 clients, whatever the system's default.
 HostFileGuard bind_address(const ListenAddress &address, bool v6_only);
 
-/// BoundSockets are the sockets of one "HOST:PORT".
+/// BoundSockets holds the sockets of one "HOST:PORT".
 struct BoundSockets {
   std::vector<HostFileGuard> sockets;  // at least one
   std::vector<std::string> missing;    // "ADDRESS: REASON" of each address that this machine does not have
 };
 
-/// bind_listen binds a socket to every address of `text`. Port 0 takes a free port, the same for all of them. An
-/// address that this machine does not have (a name may resolve to ::1 where IPv6 is off) is left out and named in
-/// `missing`, unless no other is left. Throws ListenError when an address cannot be bound for any other reason.
+/// bind_listen binds a socket to every address of `text`. For port 0 the system chooses one port, the same for all
+/// addresses. An address that this machine does not have (a name may resolve to ::1 while IPv6 is off) is skipped and
+/// listed in `missing`. Throws ListenError if no address is left, or if binding one fails for any other reason.
 BoundSockets bind_listen(const std::string &text);
 
 /// local_address returns the address that a socket is bound to.

@@ -16,7 +16,7 @@ namespace rdm::rdmd {
 namespace {
 
 constexpr std::chrono::minutes minute{1};
-/// The longest line of the error log, with its newline.
+/// The longest line of the error log, newline included.
 constexpr std::size_t line_limit = log_line_size - 1;
 
 constexpr std::array<std::string_view, static_cast<std::size_t>(Trouble::count)> reasons = {
@@ -72,7 +72,7 @@ ErrorLog::~ErrorLog() {
   for (std::size_t kind = 0; kind < budgets_.size(); ++kind)
     if (const std::size_t lines = budgets_[kind].kept_back(); lines > 0)
       warn(std::to_string(lines) + " lines left out: " + std::string(reasons[kind]));
-  // While all that its notice uses is still there.
+  // Close it here: its notice uses members that are destroyed before file_.
   if (file_) file_->close();
 }
 
@@ -102,7 +102,7 @@ bool ErrorLog::dropped(std::string_view name, std::size_t lines) {
   return write(spdlog::level::warn, hosts::count_dropped(lines) + ": " + std::string(name) + " could not be written");
 }
 
-/// stamp returns what a line of a level begins with.
+/// line_prefix returns the text that a line of this level begins with.
 std::string ErrorLog::stamp(int level) {
   spdlog::memory_buf_t begin;
   const std::lock_guard lock(mutex_);

@@ -34,14 +34,15 @@ hosts::Plugin load_plugin(const Settings &settings) {
   return hosts::Plugin(settings.plugin);
 }
 
-/// announce tells people and scripts where the server listens, whatever becomes of the error log.
+/// announce writes the addresses to standard error, where people and scripts look for them, even if the error log is a
+/// file.
 void announce(const Server &server, ErrorLog &errors) {
   const std::string text = "listening on " + server.address();
   if (errors.to_file()) errors.info(text);
   std::fprintf(stderr, "rdmd: %s\n", text.c_str());
 }
 
-/// loads tells whether the plug-in can be loaded, and why not on standard error.
+/// loads returns true if the plug-in can be loaded, and otherwise prints the reason on standard error.
 bool loads(const Settings &settings) {
   try {
     load_plugin(settings);
@@ -52,9 +53,9 @@ bool loads(const Settings &settings) {
   }
 }
 
-/// check_all reports on standard error what stands against serving these settings.
+/// check_all prints on standard error what would keep these settings from being served. Returns the exit status.
 int check_all(const Settings &settings) {
-  // This comes first, because it changes the user of the process, who must be able to read the plug-in.
+  // First, because this changes the process's user, and the plug-in must be readable by that user.
   check::Findings findings =
       check::check_command_line({settings.listen, settings.access_log, settings.error_log, settings.user});
   const bool loaded = loads(settings);
@@ -67,8 +68,8 @@ int check_all(const Settings &settings) {
   return EXIT_SUCCESS;
 }
 
-/// log_mistakes says in which lines the configuration is mistaken; whether the service can do with it is the plug-in's
-/// to say.
+/// log_mistakes logs mistakes in the configuration with their lines. They do not keep the server from starting; only
+/// the plug-in decides that.
 void log_mistakes(const std::string &config, ErrorLog &errors) {
   for (const check::Finding &finding : check::check_syntax(config)) {
     const std::string text = check::describe(finding);
@@ -76,7 +77,7 @@ void log_mistakes(const std::string &config, ErrorLog &errors) {
   }
 }
 
-/// clean_up removes what servers that were killed left in the directory for temporary files, which the plug-in has set.
+/// clean_up removes temporary files of killed servers. It runs after the plug-in has set TMPDIR.
 void clean_up(ErrorLog &errors) {
   const std::string directory = temporary_directory();
   const std::size_t files = remove_leftovers(directory);
@@ -84,8 +85,8 @@ void clean_up(ErrorLog &errors) {
     errors.info(std::to_string(files) + " temporary files of processes that were killed removed: " + directory);
 }
 
-/// open_service initialises the plug-in and then lets clients connect: none meets a service that is not there. False,
-/// with the reason in the error log, when the server cannot start.
+/// open_service initialises the plug-in and then listens, so that no client connects before the service is ready.
+/// Returns false, with the reason in the error log, if the server cannot start.
 bool open_service(const Settings &settings, hosts::Plugin &plugin, Server &server, ErrorLog &errors) {
   const std::string refused = plugin.init(settings.config);
   if (!refused.empty()) {
@@ -108,7 +109,7 @@ int serve(const Settings &settings, ErrorLog &errors) {
   StandardStream output(stdout, STDOUT_FILENO, dropped);
   AccessLog access(settings.access_log, dropped);
   hosts::Plugin plugin = load_plugin(settings);
-  // Binds its addresses: one that is in use is noticed before the plug-in reads anything.
+  // Binding first: an address in use is reported before the plug-in reads anything.
   Server server(settings, plugin, errors, access);
   log_mistakes(settings.config, errors);
   if (!open_service(settings, plugin, server, errors)) {
@@ -125,8 +126,8 @@ int serve(const Settings &settings, ErrorLog &errors) {
   return EXIT_SUCCESS;
 }
 
-/// serve_with_logs returns the exit status of a server. Signals that reopen logs are ignored where there are none yet,
-/// or none any more.
+/// serve_with_logs runs the server and returns the exit status. While its logs are not open, the signals that reopen
+/// logs are ignored.
 int serve_with_logs(const Settings &settings) {
   for (const int signal : {SIGUSR1, SIGHUP}) std::signal(signal, SIG_IGN);
   StandardStream standard_error(stderr, STDERR_FILENO);
@@ -145,12 +146,13 @@ int serve_with_logs(const Settings &settings) {
 
 int main(int argc, char **argv) {
   if (!take_standard_descriptors()) return EXIT_FAILURE;
-  // What the caller left open is not for the commands that the plug-in runs. All that is opened from here on is marked.
+  // Commands that the plug-in runs must not inherit descriptors of our caller. Descriptors opened later are
+  // close-on-exec.
   ::close_range(STDERR_FILENO + 1, UINT_MAX, CLOSE_RANGE_CLOEXEC);
   int exit_code = EXIT_SUCCESS;
   const std::optional<Settings> settings = parse_options(argc, argv, exit_code);
   if (!settings) return exit_code;
-  // A pipe without a reader, and a file that is as large as it may be, are errors of one write.
+  // Let write() fail with EPIPE or EFBIG instead.
   for (const int signal : {SIGPIPE, SIGXFSZ}) std::signal(signal, SIG_IGN);
   try {
     return settings->check ? check_all(*settings) : serve_with_logs(*settings);

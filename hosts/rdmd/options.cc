@@ -15,18 +15,19 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// default_plugin looks for the plug-in beside the program's own directory first, so that a build or a relocated
-/// installation finds its own, and then where it was to be installed.
+/// default_plugin looks for the plug-in beside the program's own directory, so that a build or a relocated installation
+/// finds its own, and then in the configured installation directory.
 std::string default_plugin() {
   std::error_code ignored;
   const fs::path prefix = fs::read_symlink("/proc/self/exe", ignored).parent_path().parent_path();
-  for (const fs::path &directory : {prefix / "lib", prefix / RDM_LIBRARY_DIRECTORY, fs::path(RDM_FULL_LIBRARY_DIRECTORY)})
+  for (const fs::path &directory :
+       {prefix / "lib", prefix / RDM_LIBRARY_DIRECTORY, fs::path(RDM_FULL_LIBRARY_DIRECTORY)})
     for (const char *name : {"librdm.so", "librdm.so.1"})
       if (fs::exists(directory / name, ignored)) return (directory / name).lexically_normal().string();
   return {};
 }
 
-/// A limit in seconds on the command line, in milliseconds in the settings.
+/// An option in seconds whose setting is in milliseconds.
 struct TimeOption {
   const char *name;
   Duration Limits::*limit;

@@ -9,9 +9,9 @@
 
 namespace rdm::rdmd {
 
-/// parse_options reads the command line and the file that --options names. Nothing when the program is to end at once,
-/// with `exit_code`: 0 after --help and --version, 2 after a mistake, which is described on standard error. A caller
-/// sets it to 0.
+/// parse_options reads the command line and the file named by --options. Returns nothing if the program is to exit at
+/// once: after --help or --version, with `exit_code` unchanged, or after a mistake, which it describes on standard
+/// error, with `exit_code` 2. The caller initialises `exit_code` to 0.
 std::optional<Settings> parse_options(int argc, char **argv, int &exit_code);
 
 }  // namespace rdm::rdmd

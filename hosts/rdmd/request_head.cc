@@ -22,9 +22,9 @@ constexpr Refusal target_too_long{414, "The request target is too long.\n"};
 constexpr Refusal head_too_long{431, "The request head is too long.\n"};
 constexpr Refusal too_many_fields{431, "The request head has too many fields.\n"};
 
-/// The longest method there is a reason to wait for.
+/// Input with a longer method is refused.
 constexpr std::size_t method_limit = 32;
-/// What a request line holds beside method and target: two blanks and the version.
+/// Bytes of a request line besides method and target: two spaces and the version.
 constexpr std::size_t line_frame = 10;
 
 std::string lower(std::string_view text) {
@@ -42,7 +42,7 @@ bool is_request_line(std::string_view line) {
   return version == "HTTP/1.1" || version == "HTTP/1.0";
 }
 
-/// join_repeated appends the values of repeated fields to the first of the name and removes the others.
+/// join_repeated appends the values of repeated fields to the first field of that name and removes the others.
 void join_repeated(std::vector<hosts::Field> &fields) {
   std::vector<hosts::Field *> by_name;
   for (hosts::Field &field : fields) by_name.push_back(&field);
@@ -75,14 +75,14 @@ RequestHead convert(const Parser &parser) {
 
 std::size_t count_hosts(const Parser &parser) { return parser.get().count(http::field::host); }
 
-/// check_framing refuses what the parser lets pass although it leaves the end of the request, or its host, open.
+/// check_framing refuses requests that the parser accepts although their end or their host is ambiguous.
 std::optional<Refusal> check_framing(const Parser &parser, const RequestHead &head) {
   const bool encoded = parser.get().count(http::field::transfer_encoding) > 0;
   if (encoded && head.length) return Refusal{400, "Content-Length and Transfer-Encoding exclude each other.\n"};
   if (encoded) return Refusal{411, "A Content-Length is required; Transfer-Encoding is not accepted.\n"};
   if (head.http11 && count_hosts(parser) == 0) return Refusal{400, "An HTTP/1.1 request requires a Host field.\n"};
   if (count_hosts(parser) > 1) return Refusal{400, "A request has one Host field.\n"};
-  // A target without an authority comes with an empty Host.
+  // An empty Host field is valid: a target without an authority requires it.
   const std::string_view host = head.field("host");
   if (!host.empty() && !is_authority(host)) return Refusal{400, "The Host field is malformed.\n"};
   return std::nullopt;
@@ -133,7 +133,7 @@ bool is_hex_digit(char c) {
   return ascii::is_digit(c) || std::string_view("abcdef").find(ascii::lower(c)) != std::string_view::npos;
 }
 
-/// host_end returns where the host at the front of `text` ends, 0 when there is none.
+/// host_end returns the length of the host at the front of `text`, or 0 if there is none.
 std::size_t host_end(std::string_view text) {
   std::size_t at = 0;
   if (text.starts_with('[')) {
@@ -150,7 +150,7 @@ std::size_t host_end(std::string_view text) {
   return at;
 }
 
-/// is_port returns true for digits that make no number above 65535, and for no digits at all.
+/// is_port returns true for an empty text, or for digits with a value of at most 65535.
 bool is_port(std::string_view text) {
   unsigned number = 0;
   for (const char c : text) {
@@ -184,14 +184,15 @@ std::optional<Refusal> HeadReader::check_unfinished_line(std::string_view text) 
   return std::nullopt;
 }
 
-/// bare_newline returns why a newline without CR is refused: the line before it may have been too long already.
+/// bare_newline returns the refusal for a newline without CR, unless the line before it is refused for an earlier
+/// reason, such as its length.
 Refusal HeadReader::bare_newline(std::string_view text) const {
   const auto refusal = line_end_ == 0 ? check_unfinished_line(text.substr(0, scanned_)) : std::nullopt;
   return refusal.value_or(not_http);
 }
 
-/// scan looks for the ends of the request line and of the head in the bytes not yet looked at. The first mistake
-/// counts: the answer does not depend on how many bytes arrive at once.
+/// scan looks for the end of the request line and of the head in the bytes not yet scanned. It reports the first
+/// mistake, so that the answer does not depend on how the bytes are split into packets.
 std::optional<Refusal> HeadReader::scan(std::string_view text) {
   for (; scanned_ < text.size() && head_size_ == 0; ++scanned_) {
     if (line_end_ != 0 && scanned_ >= head_limit_) return head_too_long;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// The head of a request, read strictly: what two HTTP implementations could understand in two ways is refused.
+/// Strict parsing of a request head: anything that two HTTP implementations could read differently is refused.
 #ifndef HOSTS_RDMD_REQUEST_HEAD_H
 #define HOSTS_RDMD_REQUEST_HEAD_H
 
@@ -16,46 +16,47 @@
 namespace rdm::rdmd {
 
 struct RequestHead {
-  std::string line;  // the request line as it was sent
+  std::string line;  // the request line as sent
   std::string method;
   std::string target;
   bool http11 = false;
-  std::vector<hosts::Field> fields;     // names in lower case; repeated fields joined by ", " where the first stood
-  std::optional<std::uint64_t> length;  // the announced content length
+  std::vector<hosts::Field>
+      fields;  // names in lower case; repeated fields are joined by ", " at the first one's position
+  std::optional<std::uint64_t> length;  // the declared content length
   bool keep_alive = false;
   bool expects_continue = false;
 
-  /// field returns the value of a field by its lower-case name, empty when absent.
+  /// field returns the value of the field with this lower-case name, or an empty string.
   std::string_view field(std::string_view name) const;
 };
 
-/// Refusal is an answer that the host gives itself before it closes the connection: a status and a line of text.
+/// Refusal is an answer of the host itself, a status and a line of text, after which the connection is closed.
 struct Refusal {
   int status;
   std::string_view text;
 };
 
-/// is_authority returns true if a text is a host, which is not empty, with an optional port of at most 65535: what a
-/// Host field says and what stands behind "http://".
+/// is_authority returns true if `text` is a non-empty host with an optional port of at most 65535, as in a Host field
+/// or after "http://".
 bool is_authority(std::string_view text);
 
-/// The most fields that a request head may have, repeated ones included.
+/// The maximum number of fields in a request head; repeated fields count each time.
 inline constexpr std::size_t field_limit = 200;
 
 struct NeedMore {};
 using HeadResult = std::variant<NeedMore, RequestHead, Refusal>;
 
-/// skip_empty_lines removes the empty lines at the front of `buffer`, where a request is to begin. False when nothing
-/// of a request is left, which may be the first half of another empty line.
+/// skip_empty_lines removes the empty lines at the front of `buffer`. Returns false if no byte of a request is left:
+/// the buffer is empty, or holds only "\r", which may begin another empty line.
 bool skip_empty_lines(std::string &buffer);
 
 class HeadReader {
  public:
   HeadReader(std::size_t head_limit, std::size_t target_limit) : head_limit_(head_limit), target_limit_(target_limit) {}
 
-  /// take looks for a head at the front of `buffer`, which only grows from call to call, and removes it when it is
-  /// complete. Empty lines before it are removed. What cannot become a request is refused as soon as that
-  /// shows, not when the head is complete; a refused buffer is left as it is.
+  /// take looks for a head at the front of `buffer`, to which the caller only appends between calls, and removes it
+  /// once it is complete. Empty lines before it are removed. Input that cannot become a request is refused as soon as
+  /// possible, before the head is complete; a refused buffer is unchanged.
   HeadResult take(std::string &buffer);
 
  private:
@@ -65,10 +66,10 @@ class HeadReader {
 
   std::size_t head_limit_;
   std::size_t target_limit_;
-  std::size_t scanned_ = 0;    // bytes looked at, none of which ends the head
-  std::size_t line_end_ = 0;   // length of the request line, once it is complete
-  std::size_t head_size_ = 0;  // length of the head with its empty line, once it is complete
-  std::size_t fields_ = 0;     // complete lines of fields
+  std::size_t scanned_ = 0;    // bytes scanned so far; the head does not end in them
+  std::size_t line_end_ = 0;   // length of the request line, once complete
+  std::size_t head_size_ = 0;  // length of the head with its empty line, once complete
+  std::size_t fields_ = 0;     // number of complete field lines
 };
 
 }  // namespace rdm::rdmd

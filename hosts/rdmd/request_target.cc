@@ -18,7 +18,7 @@ int hex_digit(char c) {
   return letter >= 'a' && letter <= 'f' ? letter - 'a' + 10 : -1;
 }
 
-/// decode resolves the escapes of a path; nothing when one is malformed or means NUL.
+/// decode resolves the escapes of a path. Returns nothing if one is malformed or encodes NUL.
 std::optional<std::string> decode(std::string_view text) {
   std::string result;
   result.reserve(text.size());
@@ -36,7 +36,7 @@ std::optional<std::string> decode(std::string_view text) {
   return result;
 }
 
-/// without_authority removes "http://host" from the front of a target; nothing when the host is malformed.
+/// without_authority removes "http://host" from the front of a target. Returns nothing if the host is malformed.
 std::optional<std::string_view> without_authority(std::string_view target) {
   for (const std::string_view scheme : {"http://", "https://"}) {
     if (!ascii::istarts_with(target, scheme)) continue;
@@ -58,11 +58,11 @@ std::string announced_length(std::uint64_t length) {
 std::optional<Target> parse_target(std::string_view target) {
   if (target == "*") return Target{"*", std::nullopt};
   const std::optional<std::string_view> local = without_authority(target);
-  // A fragment is the client's own affair: one that is sent is part of no target.
+  // Clients must not send a fragment: it is not part of a target.
   if (!local || local->find('#') != std::string_view::npos) return std::nullopt;
   const auto mark = local->find('?');
   std::optional<std::string> path = decode(local->substr(0, mark));
-  // An absolute target may go from the host straight to the query.
+  // In an absolute target the query may follow the host directly.
   if (path && path->empty() && local->size() != target.size()) path = "/";
   if (!path || path->empty() || path->front() != '/') return std::nullopt;
   Target result{std::move(*path), std::nullopt};

@@ -28,7 +28,7 @@ void Roster::set_idle(Place &place, io::Clock::time_point since) {
   const std::lock_guard lock(mutex_);
   if (!place.alive_hook.is_linked() || place.idle_hook.is_linked()) return;
   place.idle_since = since;
-  // Only those pass that other threads put here between the reading of the clock and this line.
+  // Insert in order of time. Only entries that other threads added after `since` was read are passed over.
   auto next = idle_.end();
   while (next != idle_.begin() && std::prev(next)->idle_since > since) --next;
   idle_.insert(next, place);
@@ -67,7 +67,8 @@ bool Roster::empty() const {
 std::vector<std::shared_ptr<Connection>> Roster::all() const {
   std::vector<std::shared_ptr<Connection>> result;
   const std::lock_guard lock(mutex_);
-  // Before any is held: the last holder of a connection removes it, which needs the lock.
+  // Reserve before holding any connection: if this threw, releasing the last reference would call remove, which needs
+  // the lock.
   result.reserve(alive_.size());
   for (const Place &place : alive_)
     if (auto connection = place.connection.lock()) result.push_back(std::move(connection));

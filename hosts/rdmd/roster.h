@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-/// The connections that are alive, and those among them that wait for a request, in the order in which they began to.
+/// The open connections, and a list of the idle ones in the order in which they became idle.
 ///
-/// No procedure but all takes longer when there are more connections. All may be called from any thread.
+/// All procedures but `all` take constant time. All may be called from any thread.
 #ifndef HOSTS_RDMD_ROSTER_H
 #define HOSTS_RDMD_ROSTER_H
 
@@ -20,7 +20,8 @@ class Connection;
 
 class Roster {
  public:
-  /// Place is the part of a connection that links it into the roster. Its owner removes it before it ends.
+  /// Entry links a connection into the roster; it is a member of the connection. Its owner calls remove before
+  /// destroying it.
   struct Place {
     boost::intrusive::list_member_hook<> alive_hook, idle_hook;
     std::weak_ptr<Connection> connection;
@@ -28,23 +29,23 @@ class Roster {
     bool turned_away = false;
   };
 
-  /// admit takes a connection in: as one that is served, or as one beyond the limit that is turned away.
+  /// admit adds a connection: one that is served, or one beyond the limit that is turned away.
   void admit(Place &place, const std::shared_ptr<Connection> &connection, bool turned_away);
-  /// remove takes a connection out. One that was never admitted may be removed too.
+  /// remove removes a connection. It does nothing if the connection was never admitted.
   void remove(Place &place);
 
-  /// set_idle notes that an admitted connection has waited for a request since `since`, which is not long ago.
+  /// set_idle notes that an admitted connection has been waiting for a request since `since`, a recent time.
   void set_idle(Place &place, io::Clock::time_point since);
-  /// set_busy notes that a connection does not wait for a request.
+  /// set_busy notes that a connection is not waiting for a request.
   void set_busy(Place &place);
-  /// take_longest_idle returns the connection that has waited longest and notes it as busy; null when none waits.
+  /// take_longest_idle returns the connection that has been idle longest and marks it busy, or null if none is idle.
   std::shared_ptr<Connection> take_longest_idle();
 
-  /// served and turned_away count the connections admitted as the one or the other.
+  /// served and turned_away count the admitted connections of each kind.
   std::size_t served() const;
   std::size_t turned_away() const;
   bool empty() const;
-  /// all returns every connection.
+  /// all returns all connections.
   std::vector<std::shared_ptr<Connection>> all() const;
 
  private:

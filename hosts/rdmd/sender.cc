@@ -21,7 +21,7 @@ std::int64_t send_bytes(int socket, const char *bytes, std::int64_t count, bool 
   return ::send(socket, bytes, static_cast<std::size_t>(count), MSG_NOSIGNAL | MSG_DONTWAIT | (more ? MSG_MORE : 0));
 }
 
-/// copy_file serves file systems that sendfile does not.
+/// copy_file reads and sends, for file systems without sendfile().
 std::int64_t copy_file(int socket, int file, std::int64_t offset, std::int64_t count) {
   std::array<char, 65536> block;
   const auto wanted = static_cast<std::size_t>(std::min<std::int64_t>(count, block.size()));
@@ -54,7 +54,7 @@ void Sender::advance(std::int64_t count) {
   sent_ += count;
   done_ += count;
   if (done_ < pieces_[current_].length) return;
-  // What is sent is given back at once: a slow client holds only what it has yet to take.
+  // Free each piece once it is sent: a slow client occupies only memory for what is unsent.
   pieces_[current_] = hosts::Piece{};
   ++current_;
   done_ = 0;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Sends one answer over a socket that does not block: bytes by send, stretches of files by sendfile.
+/// Sends one answer over a non-blocking socket: bytes by send(), ranges of files by sendfile().
 #ifndef HOSTS_RDMD_SENDER_H
 #define HOSTS_RDMD_SENDER_H
 
@@ -14,24 +14,25 @@ namespace rdm::rdmd {
 
 class Sender {
  public:
-  /// An answer of a head and the pieces of its body.
+  /// Makes the sender of an answer with this head and these pieces of its body.
   Sender(std::string head, std::vector<hosts::Piece> pieces);
 
   enum class State {
-    done,     // all is sent
-    more,     // there is more to send, after others have had their turn
-    blocked,  // the socket takes nothing at present
-    failed    // the connection is broken, or a file has become shorter than its piece
+    done,     // everything is sent
+    more,     // more is to be sent; let other connections run first
+    blocked,  // the socket would block
+    failed    // the connection is broken, or a file is shorter than its piece
   };
 
-  /// send sends what the socket takes, up to about a megabyte, so that one client does not hold the thread.
+  /// send sends until the socket would block, at most about one megabyte, so that one client does not occupy the
+  /// thread.
   State send(int socket);
 
-  /// park moves what is still to be sent from memory into temporary files, for a client that takes its time. What there
-  /// is no room for, and less than 4 KiB, stays where it is.
+  /// spill moves unsent bytes from memory into temporary files, for a client that reads slowly. Pieces of less than 4
+  /// KiB, and pieces for which no file can be written, stay in memory.
   void park();
 
-  /// sent counts all bytes sent so far; body_sent those after the head.
+  /// sent returns the number of bytes sent so far; body_sent excludes the head.
   std::int64_t sent() const { return sent_; }
   std::int64_t body_sent() const { return sent_ > head_size_ ? sent_ - head_size_ : 0; }
 
@@ -42,8 +43,8 @@ class Sender {
 
   std::vector<hosts::Piece> pieces_;
   std::int64_t head_size_;
-  std::size_t current_ = 0;  // the piece being sent
-  std::int64_t done_ = 0;    // bytes of it already sent
+  std::size_t current_ = 0;  // index of the piece being sent
+  std::int64_t done_ = 0;    // bytes of that piece already sent
   std::int64_t sent_ = 0;
 };
 

@@ -29,22 +29,22 @@ namespace {
 
 using boost::system::error_code;
 
-/// Clients beyond the connection limit that are told so; further ones are cut off.
+/// How many clients beyond the connection limit are answered 503 at once; further ones are closed without an answer.
 constexpr std::size_t turned_away_limit = 64;
-/// How long accepting rests when the process has no descriptor or no memory left, and how long when a connection was
-/// closed for it.
+/// How long accepting pauses when the process is out of descriptors or memory, and how long after it has evicted an
+/// idle connection for that reason.
 constexpr Duration accept_rest{100}, evicted_rest{10};
-/// How often at most the log has a line about such a shortage.
+/// The minimum time between two log lines about such a shortage.
 constexpr std::chrono::minutes shortage_interval{1};
-/// Descriptors that the process keeps for others than the clients it serves: for those it turns away, its own, its
-/// logs, and the files of one request.
+/// Descriptors reserved for everything but the clients served: clients turned away, listening sockets, logs, and the
+/// files of one request.
 constexpr std::size_t reserved_descriptors = turned_away_limit + 32;
-/// As many as it needs for all but those that it turns away.
+/// The part of them that is needed even if no client is turned away.
 constexpr std::size_t least_reserved_descriptors = 32;
-/// How long memory that is no longer used stays with the process. Later requests take it without asking the system.
+/// How long unused memory is kept before malloc_trim(): the next requests can use it without a system call.
 constexpr Duration trim_rest{1000};
 
-/// allow_descriptors raises the process's limit as far as it may be and returns it.
+/// allow_descriptors raises RLIMIT_NOFILE to its hard limit and returns it.
 std::size_t allow_descriptors() {
   struct rlimit limit;
   if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return std::numeric_limits<std::size_t>::max();
@@ -53,26 +53,26 @@ std::size_t allow_descriptors() {
   return limit.rlim_cur;
 }
 
-/// descriptors_for returns how many descriptors `connections` connections may take: each takes one for itself and,
+/// descriptors_for returns how many descriptors `connections` connections may need: each needs one for its socket and,
 /// while it is answered, one for a file.
 std::size_t descriptors_for(std::size_t connections) { return 2 * connections + reserved_descriptors; }
 
-/// connections_within returns how many connections a limit of open files allows, at least one; of a low limit a quarter
+/// connections_within returns how many connections a limit of open files allows, at least one. A quarter of a low limit
 /// is reserved.
 std::size_t connections_within(std::size_t descriptors) {
   const std::size_t reserved = std::clamp(descriptors / 4, least_reserved_descriptors, reserved_descriptors);
   return descriptors > reserved ? descriptors - reserved : 1;
 }
 
-/// limit_segments keeps segments of the loopback interface, which are of 64 KiB, to what they may be elsewhere: a
-/// client that reads slowly acknowledges nothing until it has read a whole one.
+/// limit_segments sets TCP_MAXSEG to 16 KiB. The loopback interface uses segments of 64 KiB otherwise, and a client
+/// that reads slowly acknowledges nothing until it has read a whole segment.
 void limit_segments(io::Acceptor &acceptor) {
   using SegmentSize = boost::asio::detail::socket_option::integer<IPPROTO_TCP, TCP_MAXSEG>;
   error_code ignored;
   acceptor.set_option(SegmentSize(16384), ignored);
 }
 
-/// is_shortage tells whether accept() failed because the process or the system has no more descriptors or memory.
+/// is_shortage returns true if accept() failed because the process or the system is out of descriptors or memory.
 bool is_shortage(int error) { return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM; }
 
 }  // namespace
@@ -91,10 +91,11 @@ Server::Server(const Settings &settings, hosts::Plugin &plugin, ErrorLog &errors
   bind();
 }
 
-/// Connections that have not ended end with the I/O, and find a server that does nothing more for them.
+/// Connections still open are destroyed with the I/O context; `running_` tells them not to post work to it.
 Server::~Server() { running_ = false; }
 
-/// limit_clients sets how many clients are served at once, and warns where open files may run short.
+/// limit_clients computes how many clients are served at once, and warns if the limit of open files is too low for
+/// --max-connections.
 void Server::limit_clients() {
   const std::size_t wanted = settings_.limits.connections;
   const std::size_t files = allow_descriptors();
@@ -140,7 +141,8 @@ bool Server::run() {
   return service_.stop(settings_.limits.shutdown);
 }
 
-/// start_threads starts the threads beside this one, as many of them as the system has.
+/// start_threads starts the I/O threads beside this one. If the system refuses a thread, the server continues with
+/// fewer.
 std::vector<std::thread> Server::start_threads() {
   std::vector<std::thread> threads;
   try {
@@ -151,7 +153,8 @@ std::vector<std::thread> Server::start_threads() {
   return threads;
 }
 
-/// work runs the I/O of this thread to its end. What fails for want of memory costs the connection it happened on.
+/// work runs the I/O context until it is out of work. An exception, such as bad_alloc, ends only the connection whose
+/// handler threw it.
 void Server::work() {
   for (;;) {
     try {
@@ -166,7 +169,8 @@ void Server::work() {
 /* ---- Accepting ---- */
 
 void Server::accept(Listener &listener) {
-  // Only the waiting is left to the I/O: a client that it accepted and then had no memory for would be the last.
+  // Wait for readability and call accept() ourselves: if async_accept threw bad_alloc, the loop would never be
+  // re-armed.
   listener.acceptor.async_wait(io::Acceptor::wait_read, [this, &listener](const error_code &) {
     if (!stopping_) accept_after(take_client(listener), listener);
   });
@@ -180,12 +184,12 @@ void Server::accept_after(Duration rest, Listener &listener) {
   });
 }
 
-/// take_client accepts a client if one still waits, and returns how long to rest before the next.
+/// take_client accepts a client if one is waiting, and returns how long to pause before the next.
 Duration Server::take_client(Listener &listener) {
   try {
-    // The strand comes first: a client that there is no memory for waits to be accepted.
+    // Make the strand before accept(): if memory is short, the client stays in the accept queue.
     io::Socket socket(boost::asio::make_strand(context_));
-    // Not by the acceptor, whose sockets are inherited by the commands that the plug-in runs.
+    // Asio's accept() would not set SOCK_CLOEXEC, and commands that the plug-in runs would inherit the socket.
     HostFileGuard client(::accept4(listener.acceptor.native_handle(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
     if (!client) return not_accepted(errno);
     socket.assign(listener.protocol, client.get());
@@ -198,8 +202,8 @@ Duration Server::take_client(Listener &listener) {
   }
 }
 
-/// not_accepted returns how long to rest after accept() has failed. Where it lacked room, the connection that has been
-/// idle longest makes way.
+/// not_accepted returns how long to pause after accept() has failed. On a shortage it evicts the connection that has
+/// been idle longest.
 Duration Server::not_accepted(int error) {
   if (error == EAGAIN || error == EINTR || error == ECONNABORTED) return Duration::zero();
   if (!is_shortage(error)) return accept_rest;
@@ -207,7 +211,7 @@ Duration Server::not_accepted(int error) {
   return evict() ? evicted_rest : accept_rest;
 }
 
-/// note_shortage leaves a line about clients that could only be accepted at the cost of others.
+/// note_shortage logs, at most once a minute, that idle connections are evicted for new clients.
 void Server::note_shortage(const std::string &reason) {
   const auto now = io::Clock::now();
   if (now < next_line_) return;
@@ -229,14 +233,15 @@ void Server::accepted(io::Socket socket) {
     connection->turn_away();
 }
 
-/// make_room tells whether a client can be served. At the limit the connection that has been idle longest makes way.
+/// make_room returns true if another client can be served. At the limit, it first evicts the connection that has been
+/// idle longest.
 bool Server::make_room() {
   if (roster_.served() < client_limit_) return true;
   if (client_limit_ < settings_.limits.connections) note_shortage("the limit of open files is reached");
   return evict();
 }
 
-/// evict closes the connection that has been idle longest. False when none is idle.
+/// evict closes the connection that has been idle longest. Returns false if none is idle.
 bool Server::evict() {
   const std::shared_ptr<Connection> longest = roster_.take_longest_idle();
   if (longest) longest->close_if_idle();
@@ -269,8 +274,8 @@ void Server::trim_soon() {
   });
 }
 
-/// trim returns free pages from between those in use as well: a burst of large requests leaves what the connections
-/// that stay hold all over the memory it took.
+/// trim calls malloc_trim(), which also returns free pages between pages in use: after a burst of large requests, small
+/// blocks of the remaining connections are scattered over the heap.
 void Server::trim() {
   memory_released_ = false;
   ::malloc_trim(0);
@@ -321,7 +326,7 @@ void Server::stop() {
   end_when_empty();
 }
 
-/// stop_now ends even when the plug-in has not returned: run then finds out.
+/// stop_now closes all connections, even if the plug-in has not returned; run notices that later.
 void Server::stop_now() {
   const auto open = roster_.all();
   if (!open.empty()) errors_.warn(std::to_string(open.size()) + " connections are cut off");
@@ -333,7 +338,7 @@ void Server::end_when_empty() {
   if (roster_.empty()) end();
 }
 
-/// end leaves the I/O nothing to wait for.
+/// end cancels everything the I/O context waits for, so that work returns.
 void Server::end() {
   shutdown_.cancel();
   trim_.cancel();

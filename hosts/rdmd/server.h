@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// The server: it accepts connections, knows those alive, and ends in good order.
+/// The server accepts connections, keeps a roster of them, and shuts down in order.
 #ifndef HOSTS_RDMD_SERVER_H
 #define HOSTS_RDMD_SERVER_H
 
@@ -23,24 +23,24 @@ class Connection;
 
 class Server {
  public:
-  /// Binds the addresses to listen on, "HOST:PORT" or "[IPV6]:PORT"; throws ListenError. Clients are refused until
-  /// listen.
+  /// Binds the addresses of "HOST:PORT" or "[IPV6]:PORT"; throws ListenError. Connections are refused until listen is
+  /// called.
   Server(const Settings &settings, hosts::Plugin &plugin, ErrorLog &errors, AccessLog &access);
   Server(const Server &) = delete;
   Server &operator=(const Server &) = delete;
   ~Server();
 
-  /// listen lets clients connect, who then wait for run; throws ListenError. To be called once, when the plug-in can
-  /// serve them.
+  /// listen makes the kernel accept connections, which wait until run is called; throws ListenError. Call it once, when
+  /// the plug-in is ready.
   void listen();
 
-  /// address names all addresses that are bound, as "127.0.0.1:8380, [::1]:8380", with the port that was free when 0
-  /// was asked for.
+  /// address returns all bound addresses, such as "127.0.0.1:8380, [::1]:8380". For port 0 it shows the port that the
+  /// system chose.
   const std::string &address() const { return address_; }
 
-  /// run serves until SIGTERM or SIGINT, then lets answers under way end within the shutdown limit, and the
-  /// plug-in's last call within as much again. SIGUSR1 and SIGHUP reopen the logs, those of the plug-in as well.
-  /// Returns false if the plug-in did not return in that time; its thread then still runs.
+  /// run serves until SIGTERM or SIGINT. Then it gives the answers under way up to the shutdown timeout, and the
+  /// plug-in's last call the same time again. SIGUSR1 and SIGHUP reopen all logs, those of the plug-in included.
+  /// Returns false if the plug-in has not returned by then; its thread is still running in that case.
   bool run();
 
   /* ---- What connections use, from any thread ---- */
@@ -52,14 +52,14 @@ class Server {
   AccessLog &access() { return access_; }
   bool stopping() const { return stopping_; }
   Roster &roster() { return roster_; }
-  /// forget takes out a connection that ends.
+  /// forget removes the entry of a connection that is being destroyed.
   void forget(Roster::Place &place);
-  /// released notes that a request let go of its memory. What the process no longer uses soon goes back to the system.
-  /// Throws nothing.
+  /// released notes that a request has freed its memory, and schedules malloc_trim() so that unused memory returns to
+  /// the system. It throws nothing.
   void released();
 
  private:
-  /// Listener is a socket that clients connect to. `retry` ends a pause in accepting.
+  /// Listener is a listening socket. `retry` ends a pause in accepting.
   struct Listener {
     Listener(const io::Executor &strand, io::Tcp family) : protocol(family), acceptor(strand), retry(strand) {}
     const io::Tcp protocol;
@@ -97,11 +97,11 @@ class Server {
   Roster roster_;
   std::atomic<bool> stopping_ = false;
   std::atomic<bool> running_ = true;
-  std::atomic<bool> memory_released_ = false;  // and not yet given back
+  std::atomic<bool> memory_released_ = false;  // a trim is scheduled
   std::string address_;
   std::size_t client_limit_ = 0;
   bool full_ = false;                // the last client was turned away
-  io::Clock::time_point next_line_;  // when the next line about a shortage may be written
+  io::Clock::time_point next_line_;  // the earliest time of the next log line about a shortage
 
   ServiceThread service_;
   boost::asio::io_context context_;

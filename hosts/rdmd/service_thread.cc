@@ -11,7 +11,7 @@ void do_safely(const std::function<void()> &job) {
   try {
     job();
   } catch (const std::exception &) {
-    // The jobs that follow are other clients'.
+    // The next jobs belong to other clients.
   }
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// The one thread that calls the plug-in, so that one call at a time runs and none holds an I/O thread.
+/// The one thread that calls the plug-in: calls never overlap, and none blocks an I/O thread.
 #ifndef HOSTS_RDMD_SERVICE_THREAD_H
 #define HOSTS_RDMD_SERVICE_THREAD_H
 
@@ -17,15 +17,14 @@ class ServiceThread {
   ServiceThread();
   ServiceThread(const ServiceThread &) = delete;
   ServiceThread &operator=(const ServiceThread &) = delete;
-  /// Waits for the job that runs; jobs that have not begun are dropped.
+  /// Waits for the running job; jobs that have not started are dropped.
   ~ServiceThread();
 
-  /// post has `job` run after those posted before it. One that throws, as where memory fails, ends; whatever it alone
-  /// held, like a connection, goes with it.
+  /// post queues `job` behind those posted before. Exceptions from a job are swallowed; its captures are destroyed.
   void post(std::function<void()> job);
 
-  /// stop drops the jobs that have not begun and waits up to `timeout` for the one that runs. False when it still
-  /// runs.
+  /// stop drops the jobs that have not started and waits up to `timeout` for the running one. Returns false if that is
+  /// still running.
   bool stop(std::chrono::milliseconds timeout);
 
  private:

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// What the command line sets.
+/// The settings made by the command line.
 #ifndef HOSTS_RDMD_SETTINGS_H
 #define HOSTS_RDMD_SETTINGS_H
 
@@ -11,14 +11,14 @@ namespace rdm::rdmd {
 
 using Duration = std::chrono::milliseconds;
 
-/// Limits on what a client may hold and for how long.
+/// Limits on the time and the resources that a client may use.
 struct Limits {
   Duration header{10'000};          // from the first byte of a request, or from the connection, to the end of its head
   Duration body{30'000};            // from the end of the head to the end of the body
-  Duration idle{15'000};            // between an answer and the first byte of the next request
-  Duration write{30'000};           // without the client acknowledging a single byte of its answer
-  Duration linger{2'000};           // for what a client still sends after its last answer
-  Duration shutdown{30'000};        // for answers under way when the server is told to stop
+  Duration idle{15'000};            // from the end of an answer to the first byte of the next request
+  Duration write{30'000};           // without an acknowledgement of any byte of an answer
+  Duration linger{2'000};           // for reading input after the last answer
+  Duration shutdown{30'000};        // for the answers under way at shutdown
   std::size_t connections = 1024;   // at once
   std::size_t head_bytes = 16384;   // of a request head
   std::size_t target_bytes = 8190;  // of a request target
@@ -33,12 +33,12 @@ struct Settings {
   int workers = 1;
   int threads = 2;
   bool check = false;
-  std::string user;  // of the check; empty: the caller
+  std::string user;  // whose rights --check uses; empty: the caller
   Limits limits;
 };
 
-/// The longest body that is read before the plug-in is called. The plug-in refuses longer ones by their announced
-/// length, so they are left unread.
+/// The longest body that is read before the plug-in is called. Longer ones are not read, because the plug-in refuses
+/// them by their declared length.
 inline constexpr std::size_t body_limit = 32768;
 
 }  // namespace rdm::rdmd

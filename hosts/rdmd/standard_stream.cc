@@ -9,7 +9,7 @@
 namespace rdm::rdmd {
 namespace {
 
-/// The most that waits for the end of its line.
+/// An unfinished line longer than this is written.
 constexpr std::size_t line_limit = 65536;
 
 }  // namespace
@@ -28,7 +28,7 @@ StandardStream::StandardStream(FILE *&stream, host_fd descriptor)
   install();
 }
 
-/// install puts a stream over the log into its place.
+/// install replaces the stream by one that writes through log_.
 void StandardStream::install() {
   cookie_io_functions_t functions{};
   functions.write = [](void *self, const char *text, std::size_t size) {
@@ -51,7 +51,7 @@ bool StandardStream::say_dropped(std::size_t lines) {
   return log_.write("rdmd: " + hosts::count_dropped(lines) + ": standard error could not be written\n");
 }
 
-/// take has whole lines written.
+/// take writes complete lines and keeps the rest.
 void StandardStream::take(std::string_view text) {
   const std::lock_guard lock(mutex_);
   try {
@@ -61,7 +61,7 @@ void StandardStream::take(std::string_view text) {
     line_.append(text.substr(end + 1));
     if (line_.size() > line_limit) log_.write(std::exchange(line_, {}));
   } catch (const std::bad_alloc &) {
-    // The line is lost; that is all that can be done.
+    // The line is lost.
   }
 }
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-/// The C streams of standard output and standard error, written without waiting for whoever reads them.
+/// Replacements for stdout and stderr that do not block on a slow reader.
 ///
-/// The plug-in's diagnostic log, and all that prints, goes through these streams. A pipe that nobody reads would stop
-/// the one thread that calls the plug-in, and with it the service.
+/// The plug-in's diagnostic log and all other printing use these streams. A full pipe would block the one thread that
+/// calls the plug-in, and with it the service.
 #ifndef HOSTS_RDMD_STANDARD_STREAM_H
 #define HOSTS_RDMD_STANDARD_STREAM_H
 
@@ -16,9 +16,9 @@ namespace rdm::rdmd {
 
 class StandardStream {
  public:
-  /// Puts a stream that writes through a LogFile into the place of `stream`, which is stdout or stderr, until the end
-  /// of its scope. Where no other thread runs yet. `dropped` reports lines that could not be written to another log;
-  /// without it a line of the stream itself does. Throws std::bad_alloc.
+  /// Replaces `stream`, which is stdout or stderr, until the end of its scope by a stream that writes through a
+  /// LogFile. Construct it before other threads start. `dropped` reports dropped lines to another log; without it they
+  /// are reported by a line in the stream itself. Throws std::bad_alloc.
   StandardStream(FILE *&stream, host_fd descriptor, hosts::LogFile::Notice dropped);
   StandardStream(FILE *&stream, host_fd descriptor);
   StandardStream(const StandardStream &) = delete;
@@ -33,8 +33,9 @@ class StandardStream {
   FILE *&place_;
   FILE *const original_;
   hosts::LogFile log_;
-  std::mutex mutex_;  // of line_; threads that print at once hold the C stream's lock, which no tool can see
-  std::string line_;  // whose end is still to come
+  std::mutex
+      mutex_;  // guards line_; printing threads also hold the C stream's lock, but thread sanitizers cannot see that
+  std::string line_;  // the text of an unfinished line
 };
 
 }  // namespace rdm::rdmd

@@ -19,7 +19,8 @@ bool WriteDeadline::expired(std::int64_t acknowledged, io::Clock::time_point now
   const auto stall = now - since_;
   if (acknowledged <= acknowledged_) return stall >= patience_;
   restart(acknowledged, now);
-  // Measured with clients that read 1 KB a second into default buffers: a stall is up to four times the one before.
+  // Measured with clients that read 1 KB per second into default buffers: a stall lasts up to four times the previous
+  // one.
   patience_ = std::max(patience_, std::min<io::Clock::duration>(stall * 9 / 2, limit_ * 5));
   return false;
 }
