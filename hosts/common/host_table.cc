@@ -45,8 +45,8 @@ thread_local long resource_failure_count = 0;
 
 /// count_failure returns `result`, and counts a resource failure unless `succeeded`.
 template <typename Result>
-Result count_failure(Result result, bool had) {
-  if (!had) ++resource_failure_count;
+Result count_failure(Result result, bool succeeded) {
+  if (!succeeded) ++resource_failure_count;
   return result;
 }
 
@@ -84,15 +84,15 @@ host_fd open_write(const char *path) {
 
 /// report_dropped reports that one of the plug-in's logs has dropped lines.
 bool report_dropped(const std::string &path, std::size_t lines) {
-  report_to(Report{1, "log", "",
-                   log_text(path, Escaping::non_ascii) + ": " + count_dropped(lines) + ": it could not be written"});
+  report_to(Report{1, "log", "", "write " + log_text(path, Escaping::non_ascii) + ": " + describe_dropped(lines)});
   return true;
 }
 
 void report_old_file(const std::string &path, int code) {
   report_to(Report{0, "log", "",
-                   log_text(path, Escaping::non_ascii) + ": cannot be reopened: " +
-                       std::generic_category().message(code) + "; it goes on in the old file"});
+
+                   "reopen " + log_text(path, Escaping::non_ascii) + ": " + std::generic_category().message(code) +
+                       "; still writing to the old file"});
 }
 
 std::shared_ptr<LogFile> log_of(host_fd fd) {
@@ -102,7 +102,7 @@ std::shared_ptr<LogFile> log_of(host_fd fd) {
 }
 
 /// remove_log removes the log of a descriptor from the map and returns it, or null if there is none.
-std::shared_ptr<LogFile> take_log(host_fd fd) {
+std::shared_ptr<LogFile> remove_log(host_fd fd) {
   const std::lock_guard lock(logs_mutex);
   const auto node = logs.extract(fd);
   return node.empty() ? nullptr : node.mapped();
@@ -110,13 +110,13 @@ std::shared_ptr<LogFile> take_log(host_fd fd) {
 
 /// close_logs writes the queued lines of all logs and removes the logs. The descriptors stay open; later lines are
 /// written to them directly.
-void end_logs() {
+void close_logs() {
   Logs ending;
   const std::lock_guard lock(logs_mutex);
   ending.swap(logs);
 }
 
-void keep_log(host_fd fd, const char *path) {
+void add_log(host_fd fd, const char *path) {
   auto log = std::make_shared<LogFile>(
       fd, path, [path = std::string(path)](std::size_t lines) { return report_dropped(path, lines); });
   const std::lock_guard lock(logs_mutex);
@@ -126,7 +126,7 @@ void keep_log(host_fd fd, const char *path) {
 host_fd open_append(const char *path) {
   HostFileGuard file(is_pipe(path) ? open_log(path) : base_table.open_append(path));
   const host_fd fd = guarded(-1, [&] {
-    if (file) keep_log(file.get(), path);
+    if (file) add_log(file.get(), path);
     return file.release();
   });
   return count_failure(fd, fd != -1);
@@ -134,7 +134,7 @@ host_fd open_append(const char *path) {
 
 /// close first writes the queued lines of the descriptor's log.
 int close(host_fd fd) {
-  if (const std::shared_ptr<LogFile> log = take_log(fd)) log->close();
+  if (const std::shared_ptr<LogFile> log = remove_log(fd)) log->close();
   return base_table.close(fd);
 }
 
@@ -167,7 +167,7 @@ int checked_stat(const char *path, struct stat *status) {
 /// write is for data, not for log lines: once a file opened for appending is written by it, the file is no longer
 /// reopened as a log.
 int write(host_fd fd, const void *bytes, std::int32_t n) {
-  take_log(fd);
+  remove_log(fd);
   const int result = base_table.write(fd, bytes, n);
   return count_failure(result, result == 1);
 }
@@ -271,7 +271,7 @@ void register_exit(void (*fn)(void *), void *argument) {
 void bind_host(Reporter reporter, const qxapi_host &base) {
   report_to = std::move(reporter);
   base_table = base;
-  end_logs();
+  close_logs();
   qxapi_host table = base;
   table.alloc = allocate;
   table.realloc = reallocate;
@@ -312,7 +312,7 @@ void run_exits() {
     due.swap(exits);
   }
   for (const Exit &exit : due) exit.fn(exit.argument);
-  end_logs();
+  close_logs();
 }
 
 }  // namespace rdm::hosts

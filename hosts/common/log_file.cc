@@ -27,17 +27,17 @@ host_fd open_file(const char *path, int flags) {
   return fd;
 }
 
-/// open_again opens the log's name again. A newly created file gets owner and mode of the old one.
-HostFileGuard open_again(const std::string &path, host_fd old) {
+/// reopen_file opens the log's name again. A newly created file gets owner and mode of the old one.
+HostFileGuard reopen_file(const std::string &path, host_fd old) {
   struct stat status;
   const bool missing = ::stat(path.c_str(), &status) != 0;
-  HostFileGuard fresh(open_log(path.c_str()));
-  if (fresh && missing && ::fstat(old, &status) == 0 && S_ISREG(status.st_mode)) {
+  HostFileGuard opened(open_log(path.c_str()));
+  if (opened && missing && ::fstat(old, &status) == 0 && S_ISREG(status.st_mode)) {
     // Only the superuser can change the owner; for other users both files have the same one already.
-    [[maybe_unused]] const int given = ::fchown(fresh.get(), status.st_uid, status.st_gid);
-    ::fchmod(fresh.get(), status.st_mode & 07777);
+    [[maybe_unused]] const int given = ::fchown(opened.get(), status.st_uid, status.st_gid);
+    ::fchmod(opened.get(), status.st_mode & 07777);
   }
-  return fresh;
+  return opened;
 }
 
 bool same_file(host_fd one, host_fd other) {
@@ -58,7 +58,7 @@ std::size_t lines_of(std::string_view text) {
 
 }  // namespace
 
-std::string count_dropped(std::size_t lines) {
+std::string describe_dropped(std::size_t lines) {
   return std::to_string(lines) + (lines == 1 ? " line dropped" : " lines dropped");
 }
 
@@ -88,17 +88,21 @@ LogFile::LogFile(std::string path, Notice dropped, NoticeTo to)
     : path_(std::move(path)),
       own_(open_log(path_.c_str())),
       fd_(own_.get()),
-      way_(Way::direct),
+      mode_(WriteMode::direct),
       notice_(std::move(dropped)),
       notice_to_(to) {
   if (!own_) throw std::system_error(errno, std::generic_category(), path_);
 }
 
 LogFile::LogFile(HostFileGuard stream, Notice dropped, NoticeTo to)
-    : own_(std::move(stream)), fd_(own_.get()), way_(way_of(fd_)), notice_(std::move(dropped)), notice_to_(to) {}
+    : own_(std::move(stream)),
+      fd_(own_.get()),
+      mode_(write_mode_of(fd_)),
+      notice_(std::move(dropped)),
+      notice_to_(to) {}
 
 LogFile::LogFile(host_fd borrowed, std::string path, Notice dropped)
-    : path_(std::move(path)), fd_(borrowed), way_(Way::direct), notice_(std::move(dropped)) {
+    : path_(std::move(path)), fd_(borrowed), mode_(WriteMode::direct), notice_(std::move(dropped)) {
   ::fcntl(fd_, F_SETFL, ::fcntl(fd_, F_GETFL) | O_NONBLOCK);
 }
 
@@ -116,35 +120,35 @@ bool LogFile::write(std::string_view text, Clock::time_point now) {
   if (!taken) dropped_ += lines_of(text);
   if (blocked_) start_flushing();
   if (!taken) report_while_dropping(lock, now);
-  if (taken && waiting_.empty()) report(lock);
+  if (taken && queue_.empty()) report(lock);
   return taken;
 }
 
 bool LogFile::reopen() {
   if (path_.empty()) return true;
-  const HostFileGuard fresh = open_again(path_, fd_);
-  if (!fresh) return false;
+  const HostFileGuard opened = reopen_file(path_, fd_);
+  if (!opened) return false;
   const std::lock_guard lock(mutex_);
-  if (closed_ || same_file(fresh.get(), fd_)) return true;
-  if (::dup3(fresh.get(), fd_, O_CLOEXEC) == -1) return false;
+  if (closed_ || same_file(opened.get(), fd_)) return true;
+  if (::dup3(opened.get(), fd_, O_CLOEXEC) == -1) return false;
   // The rest of a partly written line belongs to the old file.
-  if (std::exchange(torn_, false)) {
-    waiting_bytes_ -= waiting_.front().size();
-    waiting_.pop_front();
+  if (std::exchange(first_is_partial_, false)) {
+    queued_bytes_ -= queue_.front().size();
+    queue_.pop_front();
   }
   return true;
 }
 
 void LogFile::close() {
   std::unique_lock lock(mutex_);
-  const auto end = Clock::now() + close_patience;
+  const auto end = Clock::now() + close_timeout;
   while (!closed_ && !flush() && blocked_ && Clock::now() < end) {
     lock.unlock();
     is_writable(fd_, flush_interval);
     lock.lock();
   }
-  if (!closed_ && notice_to_ == NoticeTo::another) drop_waiting(0);
-  if (!closed_ && waiting_.empty()) report(lock);
+  if (!closed_ && notice_to_ == NoticeTo::another) drop_queued(0);
+  if (!closed_ && queue_.empty()) report(lock);
   closed_ = true;
   lock.unlock();
   if (flusher_.joinable()) flusher_.join();
@@ -153,17 +157,17 @@ void LogFile::close() {
 /* ---- All that follows runs with the mutex held ---- */
 
 /// write_mode_of returns how to write without blocking to a stream that other programs may share.
-LogFile::Way LogFile::way_of(host_fd fd) {
+LogFile::WriteMode LogFile::write_mode_of(host_fd fd) {
   struct stat status;
-  if (::fstat(fd, &status) != 0 || S_ISREG(status.st_mode)) return Way::direct;
-  if (S_ISSOCK(status.st_mode)) return Way::socket;
-  return (::fcntl(fd, F_GETFL) & O_NONBLOCK) != 0 ? Way::direct : Way::polled;
+  if (::fstat(fd, &status) != 0 || S_ISREG(status.st_mode)) return WriteMode::direct;
+  if (S_ISSOCK(status.st_mode)) return WriteMode::socket;
+  return (::fcntl(fd, F_GETFL) & O_NONBLOCK) != 0 ? WriteMode::direct : WriteMode::polled;
 }
 
 /// write_some writes as much as it can without blocking. Returns the byte count, or -1 with errno set.
 ssize_t LogFile::write_some(std::string_view text) const {
-  if (way_ == Way::socket) return ::send(fd_, text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
-  if (way_ == Way::direct) return ::write(fd_, text.data(), text.size());
+  if (mode_ == WriteMode::socket) return ::send(fd_, text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+  if (mode_ == WriteMode::direct) return ::write(fd_, text.data(), text.size());
   // poll() reported space for PIPE_BUF bytes. The write can block only if another process fills the pipe in between.
   if (is_writable(fd_, std::chrono::milliseconds(0)))
     return ::write(fd_, text.data(), std::min<std::size_t>(text.size(), PIPE_BUF));
@@ -172,7 +176,7 @@ ssize_t LogFile::write_some(std::string_view text) const {
 }
 
 /// put writes as much of `text` as possible and removes that from its front.
-LogFile::Put LogFile::put(std::string_view &text) {
+LogFile::WriteResult LogFile::put(std::string_view &text) {
   blocked_ = false;
   while (!text.empty()) {
     const ssize_t count = write_some(text);
@@ -180,59 +184,59 @@ LogFile::Put LogFile::put(std::string_view &text) {
       text.remove_prefix(static_cast<std::size_t>(count));
     } else if (count == -1 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
       blocked_ = true;
-      return Put::blocked;
+      return WriteResult::blocked;
     } else if (count == 0 || errno != EINTR) {
-      return Put::failed;
+      return WriteResult::failed;
     }
   }
-  return Put::all;
+  return WriteResult::all;
 }
 
 /// write_through writes a line when no other line is queued, and queues the part that could not be written.
 bool LogFile::write_through(std::string_view text) {
   std::string_view rest = text;
-  const Put result = put(rest);
-  if (result == Put::failed && rest.size() == text.size()) return false;
-  torn_ = !rest.empty() && rest.size() < text.size();
-  if (!rest.empty()) wait(rest);
+  const WriteResult result = put(rest);
+  if (result == WriteResult::failed && rest.size() == text.size()) return false;
+  first_is_partial_ = !rest.empty() && rest.size() < text.size();
+  if (!rest.empty()) push(rest);
   return true;
 }
 
 /// enqueue queues a line behind others. After a dropped line it drops all further ones until the queue is empty, so
 /// that the gap is in one place.
 bool LogFile::enqueue(std::string_view text) {
-  if (!blocked_ || dropped_ > 0 || waiting_bytes_ + text.size() > queue_limit) return false;
-  wait(text);
+  if (!blocked_ || dropped_ > 0 || queued_bytes_ + text.size() > queue_limit) return false;
+  push(text);
   return true;
 }
 
-void LogFile::wait(std::string_view text) {
-  waiting_.emplace_back(text);
-  waiting_bytes_ += text.size();
+void LogFile::push(std::string_view text) {
+  queue_.emplace_back(text);
+  queued_bytes_ += text.size();
 }
 
 /// flush writes the queued lines. Returns true if the queue is empty afterwards.
 bool LogFile::flush() {
-  while (!waiting_.empty()) {
-    std::string &first = waiting_.front();
+  while (!queue_.empty()) {
+    std::string &first = queue_.front();
     std::string_view rest = first;
-    const Put result = put(rest);
-    waiting_bytes_ -= first.size() - rest.size();
-    torn_ = result != Put::all && (torn_ || rest.size() < first.size());
+    const WriteResult result = put(rest);
+    queued_bytes_ -= first.size() - rest.size();
+    first_is_partial_ = result != WriteResult::all && (first_is_partial_ || rest.size() < first.size());
     first.erase(0, first.size() - rest.size());
-    if (result == Put::all) waiting_.pop_front();
-    if (result == Put::failed) drop_waiting(torn_ ? 1 : 0);
-    if (result != Put::all) return false;
+    if (result == WriteResult::all) queue_.pop_front();
+    if (result == WriteResult::failed) drop_queued(first_is_partial_ ? 1 : 0);
+    if (result != WriteResult::all) return false;
   }
   return true;
 }
 
-/// drop_waiting drops all queued lines but the first `kept`, such as the rest of a partly written line.
-void LogFile::drop_waiting(std::size_t kept) {
-  while (waiting_.size() > kept) {
-    dropped_ += lines_of(waiting_.back());
-    waiting_bytes_ -= waiting_.back().size();
-    waiting_.pop_back();
+/// drop_queued drops all queued lines but the first `kept`, such as the rest of a partly written line.
+void LogFile::drop_queued(std::size_t kept) {
+  while (queue_.size() > kept) {
+    dropped_ += lines_of(queue_.back());
+    queued_bytes_ -= queue_.back().size();
+    queue_.pop_back();
   }
 }
 
@@ -256,7 +260,7 @@ void LogFile::flush_when_writable() {
       is_writable(fd_, flush_interval);
       lock.lock();
     }
-  } while (!closed_ && waiting_.empty() && report(lock));
+  } while (!closed_ && queue_.empty() && report(lock));
   if (!closed_) report_while_dropping(lock, Clock::now());
   flushing_ = false;
 }
@@ -274,14 +278,14 @@ bool LogFile::report(std::unique_lock<std::mutex> &lock) {
   const std::size_t lines = std::exchange(dropped_, 0);
   if (lines == 0 || !notice_) return false;
   lock.unlock();
-  bool told = false;
+  bool reported = false;
   try {
-    told = notice_(lines);
+    reported = notice_(lines);
   } catch (const std::exception &) {
   }
   lock.lock();
-  if (!told) dropped_ += lines;
-  return told;
+  if (!reported) dropped_ += lines;
+  return reported;
 }
 
 }  // namespace rdm::hosts

@@ -34,7 +34,7 @@ host_fd open_log(const char *path);
 host_fd open_new_log(const char *path);
 
 /// describe_dropped returns the text of a notice: "12 lines dropped".
-std::string count_dropped(std::size_t lines);
+std::string describe_dropped(std::size_t lines);
 
 /// is_pipe returns true if `path` names a pipe.
 bool is_pipe(const char *path);
@@ -57,7 +57,7 @@ class LogFile {
 
   /// The limit of the queue in bytes, and how long close waits until the queue is written.
   static constexpr std::size_t queue_limit = 1 << 20;
-  static constexpr std::chrono::milliseconds close_patience{1000};
+  static constexpr std::chrono::milliseconds close_timeout{1000};
   /// The minimum time between two notices while lines are dropped.
   static constexpr std::chrono::minutes notice_interval{1};
 
@@ -87,18 +87,18 @@ class LogFile {
   void close();
 
  private:
-  enum class Way { direct, socket, polled };
-  enum class Put { all, blocked, failed };
+  enum class WriteMode { direct, socket, polled };
+  enum class WriteResult { all, blocked, failed };
 
-  static Way way_of(host_fd fd);
+  static WriteMode write_mode_of(host_fd fd);
   ssize_t write_some(std::string_view text) const;
 
   bool write_through(std::string_view text);
   bool enqueue(std::string_view text);
-  void wait(std::string_view text);
+  void push(std::string_view text);
   bool flush();
-  Put put(std::string_view &text);
-  void drop_waiting(std::size_t kept);
+  WriteResult put(std::string_view &text);
+  void drop_queued(std::size_t kept);
   void start_flushing();
   void flush_when_writable();
   void report_while_dropping(std::unique_lock<std::mutex> &lock, Clock::time_point now);
@@ -106,16 +106,16 @@ class LogFile {
 
   const std::string path_;  // empty: never reopened
   const HostFileGuard own_;
-  const host_fd fd_;  // the number stays the same when the log is reopened
-  const Way way_;     // how a write is kept from blocking
+  const host_fd fd_;      // the number stays the same when the log is reopened
+  const WriteMode mode_;  // how a write is kept from blocking
   const Notice notice_;
   const NoticeTo notice_to_ = NoticeTo::another;
 
   std::mutex mutex_;  // guards all members below
-  std::deque<std::string> waiting_;
-  std::size_t waiting_bytes_ = 0;
-  bool torn_ = false;     // the first queued text is the rest of a partly written line
-  bool blocked_ = false;  // the last write returned EAGAIN
+  std::deque<std::string> queue_;
+  std::size_t queued_bytes_ = 0;
+  bool first_is_partial_ = false;  // the first queued text is the rest of a partly written line
+  bool blocked_ = false;           // the last write returned EAGAIN
   bool closed_ = false;
   std::size_t dropped_ = 0;        // lines dropped since the last notice
   Clock::time_point next_notice_;  // the earliest time of the next notice while lines are dropped

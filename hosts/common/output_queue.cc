@@ -47,7 +47,7 @@ std::size_t write_at(host_fd fd, std::string_view bytes, std::int64_t offset) {
 
 std::size_t OutputQueue::append(std::string_view bytes) {
   // Once bytes are in the file, later bytes must follow there to keep the order.
-  const std::size_t fits = spill_file_ ? 0 : std::min(bytes.size(), room_);
+  const std::size_t fits = spill_file_ ? 0 : std::min(bytes.size(), memory_left_);
   append_memory(bytes.substr(0, fits));
   const std::string_view rest = bytes.substr(fits);
   return fits + (rest.empty() ? 0 : spill(rest));
@@ -60,7 +60,7 @@ void OutputQueue::append_memory(std::string_view bytes) {
   piece.bytes.append(bytes);
   piece.length += static_cast<std::int64_t>(bytes.size());
   size_ += static_cast<std::int64_t>(bytes.size());
-  room_ -= bytes.size();
+  memory_left_ -= bytes.size();
 }
 
 std::size_t OutputQueue::spill(std::string_view bytes) {

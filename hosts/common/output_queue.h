@@ -32,7 +32,7 @@ class OutputQueue {
   static constexpr std::size_t default_memory = std::size_t{1} << 20;
 
   /// Makes a queue that keeps at most `memory` bytes in memory.
-  explicit OutputQueue(std::size_t memory = default_memory) : room_(memory) {}
+  explicit OutputQueue(std::size_t memory = default_memory) : memory_left_(memory) {}
 
   /// append queues a copy of `bytes` and returns how many were queued: fewer than given if the temporary file cannot be
   /// created or written.
@@ -54,7 +54,7 @@ class OutputQueue {
   void append_memory(std::string_view bytes);
   std::size_t spill(std::string_view bytes);
 
-  std::size_t room_;
+  std::size_t memory_left_;
   std::int64_t size_ = 0;
   std::int64_t spilled_ = 0;
   std::shared_ptr<const HostFileGuard> spill_file_;

@@ -23,7 +23,7 @@ void *load(const std::string &path) {
 template <typename Entry>
 Entry find_entry(void *library, const std::string &path, const char *name) {
   void *symbol = ::dlsym(library, name);
-  if (symbol == nullptr) throw PluginError(path + " is not a plug-in: it has no entry " + name);
+  if (symbol == nullptr) throw PluginError("cannot load the plug-in: " + path + ": no symbol " + name);
   Entry entry;
   std::memcpy(&entry, &symbol, sizeof entry);
   return entry;

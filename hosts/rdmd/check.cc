@@ -7,8 +7,8 @@
 
 #include "cli/similar.h"
 #include "hosts/rdmd/check_csid.h"
+#include "hosts/rdmd/check_environment.h"
 #include "hosts/rdmd/check_lines.h"
-#include "hosts/rdmd/check_places.h"
 #include "hosts/rdmd/check_user.h"
 #include "qxapi/ascii.h"
 
@@ -42,7 +42,7 @@ void read_settings(Settings &settings, Report &report) {
     for (const Pair &pair : parse_pairs(line, report)) {
       settings.add(pair, report);
       if (!is_known(pair.name))
-        report.warning(pair.line, "the name " + quote(pair.name) + " is unknown" + cli::did_you_mean(pair.name, known));
+        report.warning(pair.line, "unknown name " + quote(pair.name) + cli::did_you_mean(pair.name, known));
     }
   for (const char *name : required)
     if (settings.find(name) == nullptr) report.error(0, quote(name) + " is required");
@@ -53,10 +53,10 @@ void check_values(const Settings &settings, Report &report) {
     if (pair.value.empty() && is_known(name)) report.error(pair.line, quote(name) + " is empty");
   const Pair *level = settings.find("debug-loglevel");
   if (level != nullptr && !level->value.empty() && !is_number(level->value))
-    report.error(level->line, "\"debug-loglevel\" is no number: " + quote(level->value));
+    report.error(level->line, "\"debug-loglevel\" is not a number: " + quote(level->value));
   const Pair *log = settings.find("logfile");
   if (log != nullptr && log->value.size() > log_path_limit)
-    report.error(log->line, "the path of the transaction log is cut after 1023 characters");
+    report.error(log->line, "the path of the transaction log is truncated after 1023 characters");
 }
 
 /// check_default reports a default service that is not configured; "unknown" stands for no default.
@@ -85,7 +85,7 @@ Configuration read_configuration(Report &report) {
   return configuration;
 }
 
-void check_places(const Settings &settings, Report &report) {
+void check_environment(const Settings &settings, Report &report) {
   using Check = void (*)(const Pair &, Report &);
   const std::pair<const char *, Check> checks[] = {
       {"bindir", check_programs}, {"tmpdir", check_temporary}, {"logfile", check_log}, {"debug-logfile", check_log}};
@@ -99,12 +99,12 @@ void check_places(const Settings &settings, Report &report) {
 
 /// Tally counts the findings of one file by severity.
 struct Tally {
-  std::size_t left[2] = {0, 0};    // not yet processed
-  std::size_t room[2] = {0, 0};    // may still be shown
+  std::size_t unseen[2] = {0, 0};  // not yet processed
+  std::size_t quota[2] = {0, 0};   // may still be shown
   std::size_t hidden[2] = {0, 0};  // left out
 };
 
-constexpr std::size_t shown_of_a_file = 20;
+constexpr std::size_t max_findings_per_file = 20;
 constexpr auto warning = static_cast<std::size_t>(Severity::warning), error = static_cast<std::size_t>(Severity::error);
 
 std::string count_of(std::size_t count, const char *noun) {
@@ -120,10 +120,10 @@ Finding summary(const std::string &file, const Tally &tally) {
 
 std::map<std::string, Tally> count(const Findings &findings) {
   std::map<std::string, Tally> tallies;
-  for (const Finding &finding : findings) ++tallies[finding.file].left[static_cast<std::size_t>(finding.severity)];
+  for (const Finding &finding : findings) ++tallies[finding.file].unseen[static_cast<std::size_t>(finding.severity)];
   for (auto &[file, tally] : tallies) {
-    tally.room[error] = std::min(tally.left[error], shown_of_a_file);
-    tally.room[warning] = shown_of_a_file - tally.room[error];
+    tally.quota[error] = std::min(tally.unseen[error], max_findings_per_file);
+    tally.quota[warning] = max_findings_per_file - tally.quota[error];
   }
   return tallies;
 }
@@ -142,14 +142,14 @@ Findings limited(const Findings &findings) {
   for (const Finding &finding : findings) {
     Tally &tally = tallies[finding.file];
     const auto severity = static_cast<std::size_t>(finding.severity);
-    --tally.left[severity];
-    if (tally.room[severity] > 0) {
-      --tally.room[severity];
+    --tally.unseen[severity];
+    if (tally.quota[severity] > 0) {
+      --tally.quota[severity];
       result.push_back(finding);
     } else {
       ++tally.hidden[severity];
     }
-    const bool is_last = tally.left[error] + tally.left[warning] == 0;
+    const bool is_last = tally.unseen[error] + tally.unseen[warning] == 0;
     if (is_last && tally.hidden[error] + tally.hidden[warning] > 0) result.push_back(summary(finding.file, tally));
   }
   return result;
@@ -171,7 +171,7 @@ Findings check_configuration(const std::string &config) {
   Findings findings;
   Report report(config, findings);
   const Configuration configuration = read_configuration(report);
-  check_places(configuration.settings, report);
+  check_environment(configuration.settings, report);
   if (const Pair *list = configuration.settings.find("csid-config")) {
     Report services = report.on(list->value);
     check_services(configuration.services, services);

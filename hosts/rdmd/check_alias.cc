@@ -33,15 +33,15 @@ std::string foreign_text(const std::string &line) {
 }
 
 void check_aliases(const std::vector<Line> &lines, Report &report) {
-  std::map<std::string, int> places;
+  std::map<std::string, int> lines_of_names;
   for (const Line &line : lines) {
     const std::vector<std::string> names = split_names(line.text);
     for (std::size_t i = 0; i < names.size(); ++i) {
-      const auto [place, fresh] = places.emplace(names[i], line.number);
+      const auto [place, fresh] = lines_of_names.emplace(names[i], line.number);
       // A parent may begin several lines; only aliases must be unique.
       if (fresh || i == 0) continue;
-      report.error(line.number, "the alias " + quote(names[i]) + " has occurred in line " +
-                                    std::to_string(place->second) + "; it is refused with the rest of its line");
+      report.error(line.number, "the alias " + quote(names[i]) + " was given in line " + std::to_string(place->second) +
+                                    "; the service refuses it and the rest of this line");
       break;
     }
   }

@@ -18,7 +18,7 @@ namespace rdm::check {
 namespace {
 
 constexpr std::uint32_t hash_magic = 0x061561;
-constexpr std::size_t key_size = 8, nowhere = std::string_view::npos;
+constexpr std::size_t key_size = 8, npos = std::string_view::npos;
 
 /// Entry is an entry of the index.
 struct Entry : index_format::Entry {
@@ -29,13 +29,13 @@ using Entries = std::vector<Entry>;
 
 /// Comparison counts the results of comparing the entries of an index with the records of a database.
 struct Comparison {
-  std::size_t same = 0;        // size and checksum match
-  std::size_t changed = 0;     // they do not match, and the record has changed since
-  std::size_t contrary = 0;    // they do not match, although the record has not changed since
-  std::size_t missing = 0;     // entries without a record
-  std::size_t unlisted = 0;    // records without an entry
-  std::size_t unreadable = 0;  // unreadable buckets of the database
-  std::size_t records() const { return same + changed + contrary + unlisted; }
+  std::size_t same = 0;           // size and checksum match
+  std::size_t changed = 0;        // they do not match, and the record has changed since
+  std::size_t contradicting = 0;  // they do not match, although the record has not changed since
+  std::size_t missing = 0;        // entries without a record
+  std::size_t unlisted = 0;       // records without an entry
+  std::size_t unreadable = 0;     // unreadable buckets of the database
+  std::size_t records() const { return same + changed + contradicting + unlisted; }
 };
 
 void check_order(const Entries &entries, Report &report) {
@@ -56,8 +56,8 @@ std::optional<Entries> read_index(Report &report) {
   }
   const std::uint32_t count = index_format::entry_count(*bytes);
   if (const std::uint64_t expected = index_format::file_size(count); bytes->size() != expected) {
-    report.error(0, "has " + std::to_string(bytes->size()) + " bytes where " + std::to_string(count) +
-                        " entries take " + std::to_string(expected));
+    report.error(0, "has " + std::to_string(bytes->size()) + " bytes; " + std::to_string(count) + " entries take " +
+                        std::to_string(expected));
     return std::nullopt;
   }
   Entries entries(count);
@@ -90,8 +90,8 @@ std::optional<std::uint32_t> number_of(std::string_view key) {
 std::time_t change_time(std::string_view record) {
   constexpr std::string_view attribute = "\nrd-last-changed{", end_of_head = "}:\t";
   const std::size_t start = record.rfind(attribute);
-  const std::size_t value = start == nowhere ? start : record.find(end_of_head, start);
-  if (value == nowhere) return 0;
+  const std::size_t value = start == npos ? start : record.find(end_of_head, start);
+  if (value == npos) return 0;
   const std::string text(record.substr(value + end_of_head.size(), 64));
   struct tm fields {};
   return ::strptime(text.c_str(), "%a, %d %b %Y %H:%M:%S GMT", &fields) != nullptr ? ::timegm(&fields) : 0;
@@ -113,7 +113,7 @@ void compare_record(std::string_view key, std::string_view record, Entries &entr
   else if (change_time(record) > entry->time)
     ++result.changed;
   else
-    ++result.contrary;
+    ++result.contradicting;
 }
 
 Comparison compare(DB *database, Entries &entries) {
@@ -144,7 +144,7 @@ bool is_later(const std::string &path, const std::string &other) {
 /// only if the index was written after the database. If no entry matches any record, nothing shows that the index
 /// belongs to the database.
 bool contradicts(const Comparison &found, bool index_is_later) {
-  if (found.contrary > 0) return true;
+  if (found.contradicting > 0) return true;
   if (found.same > 0) return index_is_later && found.missing > 0;
   if (found.changed > 0) return index_is_later;
   return found.missing > 0 && (index_is_later || found.records() > 0);
@@ -162,7 +162,7 @@ std::string joined(const std::vector<std::string> &parts) {
 }
 
 void report_contradiction(const Comparison &found, std::size_t entries, Report &index) {
-  const std::size_t different = found.changed + found.contrary;
+  const std::size_t different = found.changed + found.contradicting;
   index.error(
       0,
       "is not the index of this database, or records are damaged: of " + count_of(entries, " entry, ", " entries, ") +
@@ -178,7 +178,7 @@ void report_age(const Comparison &found, Report &index) {
              joined({found.unlisted > 0 ? count_of(found.unlisted, " record is", " records are") + " not in it" : "",
                      found.changed > 0 ? count_of(found.changed, " has", " have") + " changed since" : "",
                      found.missing > 0 ? count_of(found.missing, " is", " are") + " gone" : ""}) +
-             "; make it again with minidba index");
+             "; rebuild it with minidba index");
 }
 
 void compare(DB *database, Entries &entries, Report &report, Report &index) {

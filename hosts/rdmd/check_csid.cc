@@ -38,12 +38,13 @@ CatalogService *begin_service(std::vector<CatalogService> &services, const Pair 
   const auto earlier = std::find_if(services.begin(), services.end(),
                                     [&](const CatalogService &service) { return service.csid == csid.value; });
   if (earlier != services.end())
+
     report.error(csid.line, "the service " + quote(csid.value) + " was given in line " + std::to_string(earlier->line) +
-                                " and is never found here");
+                                "; this one is ignored");
   else if (!csid.value.empty() && !is_service_url(csid.value))
     report.warning(csid.line, quote(csid.value) + " is not of the form x-catalog://HOST:PORT/NAME");
   if (services.size() == service_limit)
-    report.error(csid.line, "more than 63 services; this one and those after it are left out");
+    report.error(csid.line, "more than 63 services; this one and those after it are ignored");
   services.push_back(CatalogService{csid.value, csid.line, {}});
   return &services.back();
 }
@@ -51,14 +52,14 @@ CatalogService *begin_service(std::vector<CatalogService> &services, const Pair 
 void check_names(const std::vector<Pair> &pairs, Report &report) {
   for (const Pair &pair : pairs)
     if (std::find(std::begin(known), std::end(known), pair.name) == std::end(known))
-      report.error(pair.line, "the name " + quote(pair.name) + " is unknown" + cli::did_you_mean(pair.name, known));
+      report.error(pair.line, "unknown name " + quote(pair.name) + cli::did_you_mean(pair.name, known));
 }
 
 void add_line(std::vector<CatalogService> &services, const std::vector<Pair> &pairs, Report &report) {
   const auto csid = std::find_if(pairs.begin(), pairs.end(), [](const Pair &pair) { return pair.name == "csid"; });
   if (csid != pairs.end()) begin_service(services, *csid, report);
   if (services.empty()) {
-    report.error(pairs.front().line, quote(pairs.front().name) + " stands before the first \"csid\" and is ignored");
+    report.error(pairs.front().line, quote(pairs.front().name) + " comes before the first \"csid\" and is ignored");
     return;
   }
   for (const Pair &pair : pairs) services.back().settings.add(pair, report);
@@ -74,7 +75,7 @@ void check_database(const CatalogService &service, Report &report) {
   if (bad != database->value.end())
     report.error(database->line,
                  "the path " + quote(database->value) +
-                     " has a character that the shell understands: " + quote(std::string_view(&*bad, 1)));
+                     " has a character with a special meaning to the shell: " + quote(std::string_view(&*bad, 1)));
 }
 
 void check_file(const Pair &file, Report &report) {
@@ -94,7 +95,7 @@ std::optional<std::vector<CatalogService>> read_services(Report &report) {
     check_names(pairs, report);
     if (!pairs.empty()) add_line(services, pairs, report);
   }
-  if (services.empty()) report.warning(0, "holds no catalog service");
+  if (services.empty()) report.warning(0, "lists no catalog service");
   if (services.size() > service_limit) services.erase(services.begin() + service_limit, services.end());
   return services;
 }

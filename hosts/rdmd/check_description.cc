@@ -13,7 +13,7 @@ namespace rdm::check {
 namespace {
 
 constexpr std::int64_t longest_answer = 0xFFFFFFFF;
-constexpr std::size_t nowhere = std::string_view::npos;
+constexpr std::size_t npos = std::string_view::npos;
 constexpr std::string_view blanks = " \t\r", white_space = " \t\n\v\f\r", white_space_and_braces = " \t\n\v\f\r{";
 
 /// AttributeHead is the text before a value: NAME{SIZE}: and a tab.
@@ -26,7 +26,7 @@ struct AttributeHead {
 
 std::optional<AttributeHead> head_at(std::string_view text, std::size_t offset) {
   const std::size_t open = text.find_first_of("{} \t\r\n", offset);
-  if (open == nowhere || open == offset || text[open] != '{') return std::nullopt;
+  if (open == npos || open == offset || text[open] != '{') return std::nullopt;
   std::uint64_t size = 0;
   const auto [end, error] = std::from_chars(text.data() + open + 1, text.data() + text.size(), size);
   const auto close = static_cast<std::size_t>(end - text.data());
@@ -37,14 +37,14 @@ std::optional<AttributeHead> head_at(std::string_view text, std::size_t offset) 
 /// ends_line_at returns true if only blanks stand between `offset` and the end of its line.
 bool ends_line_at(std::string_view text, std::size_t offset) {
   const std::size_t end = text.find_first_not_of(blanks, offset);
-  return end == nowhere || text[end] == '\n';
+  return end == npos || text[end] == '\n';
 }
 
 /// begins_object_at returns true if "@NAME {" stands at `offset`.
 bool begins_object_at(std::string_view text, std::size_t offset) {
   if (text[offset] != '@') return false;
   const std::size_t brace = text.find_first_not_of(blanks, text.find_first_of(white_space, offset));
-  return brace != nowhere && text[brace] == '{';
+  return brace != npos && text[brace] == '{';
 }
 
 /// begins_part_at returns true if an attribute or an object begins at `offset`.
@@ -60,13 +60,13 @@ bool ends_value_at(std::string_view text, std::size_t offset) {
 /// line_end_before returns the end of the first line, from `from` on, that is followed by white space and a position
 /// for which `is_part` returns true.
 std::size_t line_end_before(std::string_view text, std::size_t from, bool (*is_part)(std::string_view, std::size_t)) {
-  for (std::size_t end = text.find('\n', from); end != nowhere;) {
+  for (std::size_t end = text.find('\n', from); end != npos;) {
     const std::size_t next = text.find_first_not_of(white_space, end);
-    if (next == nowhere) break;
+    if (next == npos) break;
     if (is_part(text, next)) return end;
     end = text.find('\n', next);
   }
-  return nowhere;
+  return npos;
 }
 
 std::string byte_count(std::uint64_t bytes) { return std::to_string(bytes) + (bytes == 1 ? " byte" : " bytes"); }
@@ -108,9 +108,9 @@ class Reader {
   std::string_view text_;
   Report &report_;
   std::size_t at_ = 0;
-  std::size_t counted_to_ = 0;    // the offset for which line_ is known
-  int line_ = 1;                  // the line of that offset
-  std::size_t barren_ = nowhere;  // no count fits a value at or after this offset
+  std::size_t line_offset_ = 0;     // the offset for which line_ is known
+  int line_ = 1;                    // the line of that offset
+  std::size_t no_fit_from_ = npos;  // no count fits a value at or after this offset
 };
 
 void Reader::read(const std::string &key) {
@@ -143,11 +143,11 @@ void Reader::check_type(const Object &header, const std::string &key) {
 void Reader::check_empty_line(const Object &header) {
   const std::string_view object = text_.substr(header.offset, at_ - header.offset);
   const std::size_t within = std::min(object.find("\n\n"), object.find("\n\r\n"));
-  if (within != nowhere) error(header.offset + within + 1, "an empty line ends the RDMHEADER object too early");
+  if (within != npos) error(header.offset + within + 1, "an empty line ends the RDMHEADER object too early");
   const std::size_t end = std::min(text_.find('\n', at_), text_.size());
   const std::string_view behind = text_.substr(end);
   const bool is_empty = behind.substr(0, 2) == "\n\n" || behind.substr(0, 3) == "\n\r\n";
-  if (!is_empty && text_.find_first_not_of(white_space, at_) != nowhere)
+  if (!is_empty && text_.find_first_not_of(white_space, at_) != npos)
     error(at_, "no empty line follows the RDMHEADER object");
 }
 
@@ -158,7 +158,7 @@ void Reader::read_body(bool required) {
       read_object();
       found = true;
     } else {
-      report_.warning(line_of(at_), "readers skip this text, which is in no object");
+      report_.warning(line_of(at_), "this text is outside of any object; readers skip it");
       at_ = next_object(at_);
     }
   }
@@ -195,16 +195,16 @@ void Reader::read_attributes(Object &object) {
     if (!object.message && ascii::iequals(head->name, "rdm-error-message")) object.message = head;
     last = head;
   }
-  error(last ? last->offset : object.offset,
-        "the " + std::string(object.name) + " object has no end" + (at_ < text_.size() ? "" : ": the file is cut"));
+  error(last ? last->offset : object.offset, "the " + std::string(object.name) + " object is not closed" +
+                                                 (at_ < text_.size() ? "" : ": the file is truncated"));
 }
 
 /// takes_end returns true if the declared size of a value includes the end of its object: the value is the last of its
 /// object, and text other than white space stands behind the size that would fit.
 bool Reader::takes_end(const AttributeHead &head, std::size_t fit) const {
   const std::size_t next = text_.find_first_not_of(white_space, head.value + head.size);
-  const bool is_last = next == nowhere || text_[next] == '@';
-  return is_last && fit < head.size && value_of(head).find_first_not_of(white_space, fit) != nowhere;
+  const bool is_last = next == npos || text_[next] == '@';
+  return is_last && fit < head.size && value_of(head).find_first_not_of(white_space, fit) != npos;
 }
 
 /// read_value moves to the end of a value and corrects a wrong size. Returns false, after reporting an error, if the
@@ -214,15 +214,16 @@ bool Reader::read_value(AttributeHead &head) {
   const auto fit = fit_for(head.value);
   const std::string announced = quote(head.name) + " announces " + byte_count(head.size);
   if (head.size <= left && ends_line_at(text_, head.value + head.size) && !(fit && takes_end(head, *fit))) {
-    if (fit && line_end_before(value_of(head), 0, begins_part_at) != nowhere)
+    if (fit && line_end_before(value_of(head), 0, begins_part_at) != npos)
       report_.warning(line_of(head.offset), announced + ", the lines of further attributes among them; " +
                                                 std::to_string(*fit) + " would fit without those");
   } else if (fit) {
     error(head.offset, announced + "; " + std::to_string(*fit) + " would fit");
     head.size = *fit;
   } else {
-    error(head.offset, announced + (head.size > left ? " and the file has " + std::to_string(left) + ": it is cut"
-                                                     : ", which end within a line"));
+    error(head.offset,
+          announced + (head.size > left ? ", but only " + std::to_string(left) + " follow: the file is truncated"
+                                        : ", which end within a line"));
     at_ = next_object(head.value);
     return false;
   }
@@ -234,7 +235,7 @@ bool Reader::read_value(AttributeHead &head) {
 void Reader::skip_line(const Object &object, const std::optional<AttributeHead> &last) {
   std::string problem = "the " + std::string(object.name) + " object is damaged in this line";
   const std::string_view line = text_.substr(at_, text_.find('\n', at_) - at_);
-  const auto fit = last && line.find('{') == nowhere ? fit_for(last->value) : std::nullopt;
+  const auto fit = last && line.find('{') == npos ? fit_for(last->value) : std::nullopt;
   if (fit)
     problem += ", or the value of " + quote(last->name) + " in line " + std::to_string(line_of(last->offset)) +
                " is longer than announced; " + std::to_string(*fit) + " would fit";
@@ -246,10 +247,10 @@ void Reader::skip_line(const Object &object, const std::optional<AttributeHead> 
 /// fit_for returns the size that a value at `value` would have if it ended before the next text that ends a value.
 /// Returns nothing if there is none.
 std::optional<std::size_t> Reader::fit_for(std::size_t value) {
-  if (value >= barren_) return std::nullopt;
+  if (value >= no_fit_from_) return std::nullopt;
   const std::size_t end = line_end_before(text_, value, ends_value_at);
-  if (end == nowhere) {
-    barren_ = value;
+  if (end == npos) {
+    no_fit_from_ = value;
     return std::nullopt;
   }
   return end - value - (end > value && text_[end - 1] == '\r' ? 1 : 0);
@@ -262,11 +263,11 @@ std::string_view Reader::take_word() {
 }
 
 int Reader::line_of(std::size_t offset) {
-  const auto [from, to] = std::minmax(offset, counted_to_);
+  const auto [from, to] = std::minmax(offset, line_offset_);
   const std::string_view between = text_.substr(from, to - from);
   const auto lines = static_cast<int>(std::count(between.begin(), between.end(), '\n'));
-  line_ += offset < counted_to_ ? -lines : lines;
-  counted_to_ = offset;
+  line_ += offset < line_offset_ ? -lines : lines;
+  line_offset_ = offset;
   return line_;
 }
 

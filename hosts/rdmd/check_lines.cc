@@ -54,7 +54,7 @@ std::vector<Line> split_lines(std::string_view text, Report &report) {
     Line line{++number, std::string(text.substr(at, end - at))};
     at = end + 1;
     if (line.text.size() > line_limit) {
-      report.error(number, "the line is cut after 8191 bytes");
+      report.error(number, "the line is truncated after 8191 bytes");
       line.text.resize(line_limit);
     } else if (!line.text.empty() && line.text.back() == '\r') {
       line.text.pop_back();
@@ -71,7 +71,7 @@ std::optional<std::vector<Line>> read_lines(Report &report) {
 
 std::vector<Pair> parse_pairs(const Line &line, Report &report) {
   std::vector<Pair> pairs;
-  // Only the first word that is no pair is reported: the words of a remark are many.
+  // Report only the first word of a line that is not a pair, since a misplaced remark has many.
   bool is_reported = false;
   std::string_view rest = line.text;
   while (const std::optional<config_line::Word> word = config_line::take_word(rest)) {
@@ -81,7 +81,7 @@ std::vector<Pair> parse_pairs(const Line &line, Report &report) {
       pairs.push_back(std::move(pair));
     else if (!std::exchange(is_reported, true))
       report.error(line.number, word->is_pair ? "the value " + quote(pair.value) + " has no name"
-                                              : quote(pair.name) + " is no name=\"value\" pair");
+                                              : quote(pair.name) + " is not a name=\"value\" pair");
   }
   return pairs;
 }

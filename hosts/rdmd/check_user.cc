@@ -15,15 +15,16 @@ bool become_user(const std::string &name, Report &report) {
   // NOLINTNEXTLINE(concurrency-mt-unsafe): a check has one thread
   const struct passwd *user = ::getpwnam(name.c_str());
   if (user == nullptr) {
-    report.error(0, "there is no user " + quote(name) + (errno == 0 ? "" : std::string(": ") + std::strerror(errno)));
+    report.error(0, "unknown user " + quote(name) + (errno == 0 ? "" : std::string(": ") + std::strerror(errno)));
     return false;
   }
   if (user->pw_uid == ::geteuid()) return true;
   const bool changed =
       ::initgroups(user->pw_name, user->pw_gid) == 0 && ::setgid(user->pw_gid) == 0 && ::setuid(user->pw_uid) == 0;
   if (!changed)
-    report.error(0, "cannot check what the user " + quote(name) + " may read and write: " + std::strerror(errno) +
-                        "; only the superuser can, or this user");
+
+    report.error(0, "cannot take the rights of the user " + quote(name) + ": " + std::strerror(errno) +
+                        "; run the check as this user or as the superuser");
   return changed;
 }
 

@@ -38,7 +38,7 @@ constexpr int unsent_limit = 131072;
 
 /// An idle connection with at most this many unacknowledged bytes may be evicted: the acknowledgement of a short answer
 /// may be on its way.
-constexpr std::int64_t little = 16384;
+constexpr std::int64_t small_remainder = 16384;
 
 /// Bytes read at a time while reading a head. Bytes behind the request are kept until its answer is sent.
 constexpr std::size_t head_block = 4096;
@@ -47,7 +47,7 @@ constexpr std::size_t logged_field = 1024;
 
 /// release_memory frees the memory that `value` holds. Assigning an empty string would keep the capacity.
 template <typename Value>
-void empty(Value &value) {
+void release_memory(Value &value) {
   const Value former = std::exchange(value, Value{});
 }
 
@@ -82,10 +82,10 @@ std::string client_address(const io::Socket &socket) {
 Connection::Connection(io::Socket socket, Server &server)
     : server_(server),
       socket_(std::move(socket)),
-      limit_(socket_.get_executor()),
+      limit_alarm_(socket_.get_executor()),
       client_(client_address(socket_)),
       deadline_(server.limits().write),
-      look_(socket_.get_executor()),
+      check_alarm_(socket_.get_executor()),
       reader_(server.limits().head_bytes, server.limits().target_bytes) {
   error_code ignored;
   socket_.native_non_blocking(true, ignored);
@@ -93,7 +93,7 @@ Connection::Connection(io::Socket socket, Server &server)
   socket_.set_option(UnsentLimit(unsent_limit), ignored);
 }
 
-Connection::~Connection() { server_.forget(place_); }
+Connection::~Connection() { server_.forget(roster_entry_); }
 
 /// on_strand returns a completion handler that keeps the connection alive and does nothing if the state has changed
 /// since.
@@ -107,7 +107,7 @@ auto Connection::on_strand(Handler handler) {
 void Connection::enter(State state) {
   ++epoch_;
   state_ = state;
-  if (std::exchange(idle_, false)) server_.roster().set_busy(place_);
+  if (std::exchange(idle_, false)) server_.roster().set_busy(roster_entry_);
 }
 
 /* ---- From other threads ---- */
@@ -192,7 +192,7 @@ void Connection::next_request() {
   sender_.reset();
   unread_ = false;
   if (skip_empty_lines(input_)) {
-    keep_looking();
+    resume_checks();
     return begin_head();
   }
   input_.shrink_to_fit();
@@ -203,7 +203,7 @@ void Connection::next_request() {
 
 void Connection::begin_head() {
   enter(State::head);
-  arm(limit_, server_.limits().header, &Connection::give_up_head);
+  arm(limit_alarm_, server_.limits().header, &Connection::give_up_head);
   read_head();
 }
 
@@ -247,7 +247,7 @@ void Connection::route() {
   exchange_ = make_exchange(head_, target_, client_);
   if (!unread_ || *head_.length > body_limit) return call_plugin();
   enter(State::body);
-  arm(limit_, server_.limits().body, &Connection::give_up_body);
+  arm(limit_alarm_, server_.limits().body, &Connection::give_up_body);
   if (head_.expects_continue && input_.empty()) return send_continue();
   read_body();
 }
@@ -256,7 +256,7 @@ void Connection::send_continue() {
   note_sending();
   const auto written = on_strand([this](const error_code &error) {
     if (error) return body_lost();
-    keep_looking();
+    resume_checks();
     read_body();
   });
   boost::asio::async_write(socket_, boost::asio::buffer(continue_line),
@@ -287,7 +287,7 @@ void Connection::body_lost() {
 /* ---- Answering it ---- */
 
 void Connection::call_plugin() {
-  disarm(limit_);
+  disarm(limit_alarm_);
   enter(State::service);
   watch_client();
   server_.service().post([self = shared_from_this(), this]() mutable {
@@ -319,7 +319,8 @@ void Connection::deliver(hosts::Outcome outcome) {
   socket_.cancel(ignored);
   if (outcome == hosts::Outcome::not_handled) return answer_text(404, "There is no such resource here.\n");
   if (outcome == hosts::Outcome::silent) return fail("the plug-in sent no answer");
-  if (outcome == hosts::Outcome::broken) return fail("memory or files failed while a request was answered");
+  if (outcome == hosts::Outcome::broken)
+    return fail("out of memory, or a file operation failed, while answering a request");
   keep_ = keep_ && exchange_->delimited();
   answer(exchange_->head(), exchange_->queue().take());
 }
@@ -356,7 +357,7 @@ void Connection::answer_text(int status, std::string_view text) {
 }
 
 void Connection::answer(const hosts::Head &head, std::vector<hosts::Piece> pieces) {
-  disarm(limit_);
+  disarm(limit_alarm_);
   enter(State::sending);
   keep_ = keep_ && !server_.stopping();
   entry_.status = head.status;
@@ -371,8 +372,8 @@ void Connection::answer(const hosts::Head &head, std::vector<hosts::Piece> piece
 /// release_request frees the request, and with it the temporary file of a failed answer.
 void Connection::release_request() {
   exchange_.reset();
-  empty(head_);
-  empty(target_);
+  release_memory(head_);
+  release_memory(target_);
   if (!keep_) input_.clear();
   input_.shrink_to_fit();
   server_.released();
@@ -398,7 +399,7 @@ void Connection::send_some() {
 }
 
 void Connection::await_writable() {
-  if (!std::exchange(was_blocked_, true)) look_after(deadline_.interval());
+  if (!std::exchange(was_blocked_, true)) check_client_after(deadline_.interval());
   socket_.async_wait(io::Socket::wait_write, on_strand([this](const error_code &error) {
                        if (error) return sending_failed();
                        send_some();
@@ -422,20 +423,22 @@ std::int64_t Connection::unacknowledged() {
 
 /// has_answer returns true if the client has acknowledged all answers. It returns true at once for a client that is
 /// turned away.
-bool Connection::has_answer() { return place_.turned_away || unacknowledged() <= (state_ == State::lingering ? 1 : 0); }
+bool Connection::has_answer() {
+  return roster_entry_.turned_away || unacknowledged() <= (state_ == State::lingering ? 1 : 0);
+}
 
 /// note_sending starts the write deadline unless it is running.
 void Connection::note_sending() { deadline_.begin(sent_ - unacknowledged(), sent_, io::Clock::now()); }
 
 /// check_client_after schedules check_client after `time`, which repeats it until all is acknowledged.
-void Connection::look_after(Duration time) {
-  look_interval_ = time;
-  arm(look_, time, &Connection::look_at_client);
+void Connection::check_client_after(Duration time) {
+  check_interval_ = time;
+  arm(check_alarm_, time, &Connection::check_client);
 }
 
 /// resume_checks schedules check_client if the client has not acknowledged everything before its next request.
-void Connection::keep_looking() {
-  if (!look_.armed && !has_answer()) look_after(deadline_.interval());
+void Connection::resume_checks() {
+  if (!check_alarm_.armed && !has_answer()) check_client_after(deadline_.interval());
 }
 
 /// await_acknowledgement waits until the client has acknowledged its answer. It checks after 1 ms first, because most
@@ -443,38 +446,40 @@ void Connection::keep_looking() {
 void Connection::await_acknowledgement() {
   if (has_answer()) return acknowledged(last_sent_);
   // A small remainder may be left to the kernel if another client needs the connection.
-  if (state_ == State::idle && unacknowledged() <= little) become_idle(last_sent_);
-  look_after(Duration(1));
+  if (state_ == State::idle && unacknowledged() <= small_remainder) become_idle(last_sent_);
+  check_client_after(Duration(1));
 }
 
 /// check_client closes the connection of a client that has acknowledged nothing within the write deadline. This holds
 /// in every state, so a client that keeps sending requests is closed too.
-void Connection::look_at_client() {
+void Connection::check_client() {
   const auto now = io::Clock::now();
   const bool waits = state_ == State::idle || state_ == State::lingering;
   if (waits && is_reset(socket_)) return close();
   if (state_ != State::sending && has_answer()) return waits ? acknowledged(now) : void();
   if (deadline_.expired(sent_ - unacknowledged(), now)) return give_up_sending();
-  if (state_ == State::sending && was_blocked_) sender_->park();
-  look_after(state_ == State::sending ? deadline_.interval() : std::min(look_interval_ * 4, deadline_.interval()));
+  if (state_ == State::sending && was_blocked_) sender_->spill();
+  check_client_after(state_ == State::sending ? deadline_.interval()
+                                              : std::min(check_interval_ * 4, deadline_.interval()));
 }
 
 /// acknowledged starts the idle timeout, or the linger timeout after the last answer.
 void Connection::acknowledged(io::Clock::time_point since) {
-  disarm(look_);
-  if (state_ == State::lingering) return ended_ ? close() : arm(limit_, server_.limits().linger, &Connection::close);
+  disarm(check_alarm_);
+  if (state_ == State::lingering)
+    return ended_ ? close() : arm(limit_alarm_, server_.limits().linger, &Connection::close);
   if (server_.stopping()) return close();
   become_idle(since);
-  arm(limit_, first_ ? server_.limits().header : server_.limits().idle, &Connection::close);
+  arm(limit_alarm_, first_ ? server_.limits().header : server_.limits().idle, &Connection::close);
 }
 
 /// become_idle allows the connection to be evicted for a new client.
 void Connection::become_idle(io::Clock::time_point since) {
-  if (!std::exchange(idle_, true)) server_.roster().set_idle(place_, since);
+  if (!std::exchange(idle_, true)) server_.roster().set_idle(roster_entry_, since);
 }
 
 void Connection::sent() {
-  disarm(limit_);
+  disarm(limit_alarm_);
   log_request();
   first_ = false;
   if (!keep_) return linger();
@@ -486,7 +491,7 @@ void Connection::log_request() {
   if (std::exchange(logged_, true)) return;
   entry_.bytes = sender_ ? sender_->body_sent() : 0;
   server_.access().write(entry_);
-  empty(entry_);
+  release_memory(entry_);
 }
 
 /* ---- The end ---- */
@@ -503,7 +508,7 @@ void Connection::linger() {
 }
 
 void Connection::discard() {
-  empty(input_);
+  release_memory(input_);
   read_more(SIZE_MAX, &Connection::discard, &Connection::end_of_input);
 }
 
@@ -518,9 +523,9 @@ void Connection::end_of_input() {
 
 void Connection::close() {
   if (state_ == State::closed) return;
-  if (!logged_ && entry_.status == 503 && !sender_) server_.errors().trouble(Trouble::no_turn, client_);
-  disarm(limit_);
-  disarm(look_);
+  if (!logged_ && entry_.status == 503 && !sender_) server_.errors().trouble(Trouble::not_served, client_);
+  disarm(limit_alarm_);
+  disarm(check_alarm_);
   enter(State::closed);
   log_request();
   sender_.reset();

@@ -55,7 +55,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void abort();
 
   /// roster_entry returns the entry that links the connection into the server's roster.
-  Roster::Place &place() { return place_; }
+  Roster::Entry &roster_entry() { return roster_entry_; }
 
  private:
   enum class State { idle, head, body, service, sending, lingering, closed };
@@ -92,9 +92,9 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void await_writable();
   void sending_failed();
   void note_sending();
-  void look_at_client();
-  void look_after(Duration time);
-  void keep_looking();
+  void check_client();
+  void check_client_after(Duration time);
+  void resume_checks();
   void await_acknowledgement();
   void acknowledged(io::Clock::time_point since);
   void become_idle(io::Clock::time_point since);
@@ -121,10 +121,10 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
   Server &server_;
   io::Socket socket_;
-  Alarm limit_;                             // time limit of the current state
+  Alarm limit_alarm_;                       // time limit of the current state
   std::atomic<State> state_ = State::idle;  // written on the strand only; also read by the plug-in's thread
   std::uint64_t epoch_ = 0;  // incremented by each change of state; handlers with an older value do nothing
-  Roster::Place place_;
+  Roster::Entry roster_entry_;
   io::Clock::time_point last_sent_ = io::Clock::now();
   std::string client_;
   std::string input_;    // bytes received and not yet parsed
@@ -136,8 +136,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
   // Progress of the client in taking its answers, checked in every state while bytes are unacknowledged.
   WriteDeadline deadline_;
-  Alarm look_;
-  Duration look_interval_{};
+  Alarm check_alarm_;
+  Duration check_interval_{};
   std::int64_t sent_ = 0;     // bytes of all answers and of "100 Continue" lines
   bool was_blocked_ = false;  // the socket has blocked during the current answer
 

@@ -42,7 +42,7 @@ HostPort split_address(const std::string &text) {
   std::string host = text.substr(0, colon);
   const bool bracketed = host.front() == '[' && host.back() == ']';
   if (!bracketed && host.find(':') != std::string::npos)
-    throw ListenError(text, "an IPv6 address stands in brackets, as [::1]:8380");
+    throw ListenError(text, "an IPv6 address must be in brackets, such as [::1]:8380");
   if (bracketed) host = host.substr(1, host.size() - 2);
   std::string port = text.substr(colon + 1);
   if (!is_port(port)) throw ListenError(text, "the port is a number from 0 to 65535");

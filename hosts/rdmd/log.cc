@@ -22,11 +22,11 @@ constexpr std::size_t line_limit = log_line_size - 1;
 constexpr std::array<std::string_view, static_cast<std::size_t>(Trouble::count)> reasons = {
     "408: the request head did not arrive in time",
     "408: the request body did not arrive in time",
-    "an answer was cut: its client took nothing of it in time",
-    "an answer was cut: its connection broke or its file became shorter",
-    "503: the client or the server ended before the service came to the request",
-    "503: the connection limit is reached",
-    "closed without an answer: far more clients than the connection limit",
+    "answer cut off: the client acknowledged nothing within the write timeout",
+    "answer cut off: the connection broke, or a file became shorter while it was sent",
+    "503: the connection was closed before the request was processed",
+    "503: connection limit reached",
+    "closed without an answer: too many clients beyond the connection limit",
 };
 
 bool write_stream(FILE *stream, std::string_view text) {
@@ -53,11 +53,11 @@ std::optional<std::size_t> LineBudget::take(Clock::time_point now) {
     passed_ = 0;
   }
   if (passed_ == lines_per_minute) {
-    ++kept_back_;
+    ++suppressed_;
     return std::nullopt;
   }
   ++passed_;
-  return std::exchange(kept_back_, 0);
+  return std::exchange(suppressed_, 0);
 }
 
 ErrorLog::ErrorLog(const std::string &path)
@@ -70,8 +70,8 @@ ErrorLog::ErrorLog(const std::string &path)
 
 ErrorLog::~ErrorLog() {
   for (std::size_t kind = 0; kind < budgets_.size(); ++kind)
-    if (const std::size_t lines = budgets_[kind].kept_back(); lines > 0)
-      warn(std::to_string(lines) + " lines left out: " + std::string(reasons[kind]));
+    if (const std::size_t lines = budgets_[kind].suppressed(); lines > 0)
+      warn(std::to_string(lines) + " lines suppressed: " + std::string(reasons[kind]));
   // Close it here: its notice uses members that are destroyed before file_.
   if (file_) file_->close();
 }
@@ -87,23 +87,23 @@ void ErrorLog::report(const hosts::Report &report) {
 
 void ErrorLog::trouble(Trouble kind, std::string_view client, LineBudget::Clock::time_point now) {
   const auto index = static_cast<std::size_t>(kind);
-  std::optional<std::size_t> left_out;
+  std::optional<std::size_t> suppressed;
   {
     const std::lock_guard lock(mutex_);
-    left_out = budgets_[index].take(now);
+    suppressed = budgets_[index].take(now);
   }
-  if (!left_out) return;
+  if (!suppressed) return;
   std::string text = std::string(reasons[index]) + " (client " + std::string(client) + ")";
-  if (*left_out > 0) text += "; " + std::to_string(*left_out) + " lines like this were left out";
+  if (*suppressed > 0) text += "; " + std::to_string(*suppressed) + " similar lines suppressed";
   warn(text);
 }
 
 bool ErrorLog::dropped(std::string_view name, std::size_t lines) {
-  return write(spdlog::level::warn, hosts::count_dropped(lines) + ": " + std::string(name) + " could not be written");
+  return write(spdlog::level::warn, "write " + std::string(name) + ": " + hosts::describe_dropped(lines));
 }
 
 /// line_prefix returns the text that a line of this level begins with.
-std::string ErrorLog::stamp(int level) {
+std::string ErrorLog::line_prefix(int level) {
   spdlog::memory_buf_t begin;
   const std::lock_guard lock(mutex_);
   formatter_->format(spdlog::details::log_msg("", static_cast<spdlog::level::level_enum>(level), ""), begin);
@@ -112,7 +112,8 @@ std::string ErrorLog::stamp(int level) {
 
 bool ErrorLog::write(int level, std::string_view text, std::string_view client) {
   try {
-    const std::string begin = stamp(level), end = client.empty() ? "\n" : " (client " + std::string(client) + ")\n";
+    const std::string begin = line_prefix(level),
+                      end = client.empty() ? "\n" : " (client " + std::string(client) + ")\n";
     const std::string line = begin + std::string(cut_text(text, line_limit - begin.size() - end.size())) + end;
     return file_ ? file_->write(line) : write_stream(stderr, line);
   } catch (const std::exception &) {
@@ -122,7 +123,7 @@ bool ErrorLog::write(int level, std::string_view text, std::string_view client) 
 
 void ErrorLog::reopen() {
   if (!file_ || file_->reopen()) return;
-  error("the error log cannot be reopened: " + std::generic_category().message(errno) + "; it goes on in the old file");
+  error("reopen the error log: " + std::generic_category().message(errno) + "; still writing to the old file");
 }
 
 std::string format_access(const AccessEntry &entry) {

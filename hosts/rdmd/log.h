@@ -29,7 +29,7 @@ enum class Trouble {
   late_body,     // the request body did not arrive in time: 408
   unread,        // the client acknowledged nothing of its answer in time: closed
   broken,        // the connection broke, or a file of the answer became shorter: closed
-  no_turn,       // the connection ended before its request reached the plug-in: 503 in the access log
+  not_served,    // the connection ended before its request reached the plug-in: 503 in the access log
   turned_away,   // a client beyond the connection limit: 503
   disconnected,  // a client far beyond the limit: closed without an answer
   count
@@ -44,12 +44,12 @@ class LineBudget {
   /// take returns how many lines were suppressed since the last permitted one, or nothing if this line is to be
   /// suppressed.
   std::optional<std::size_t> take(Clock::time_point now);
-  std::size_t kept_back() const { return kept_back_; }
+  std::size_t suppressed() const { return suppressed_; }
 
  private:
   Clock::time_point minute_{};
   std::size_t passed_ = lines_per_minute;
-  std::size_t kept_back_ = 0;
+  std::size_t suppressed_ = 0;
 };
 
 /// ErrorLog writes lines "[time] [level] rdmd: text" to a file or, without a path, to standard error. A line has at
@@ -78,7 +78,7 @@ class ErrorLog {
   void reopen();
 
  private:
-  std::string stamp(int level);
+  std::string line_prefix(int level);
   bool write(int level, std::string_view text, std::string_view client = {});
 
   std::mutex mutex_;  // guards formatter_ and budgets_

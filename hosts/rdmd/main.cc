@@ -30,7 +30,7 @@ namespace {
 using namespace rdm::rdmd;
 
 hosts::Plugin load_plugin(const Settings &settings) {
-  if (settings.plugin.empty()) throw hosts::PluginError("no plug-in was found; name it with --plugin");
+  if (settings.plugin.empty()) throw hosts::PluginError("plug-in not found; name it with --plugin");
   return hosts::Plugin(settings.plugin);
 }
 
@@ -81,8 +81,7 @@ void log_mistakes(const std::string &config, ErrorLog &errors) {
 void clean_up(ErrorLog &errors) {
   const std::string directory = temporary_directory();
   const std::size_t files = remove_leftovers(directory);
-  if (files > 0)
-    errors.info(std::to_string(files) + " temporary files of processes that were killed removed: " + directory);
+  if (files > 0) errors.info("removed " + std::to_string(files) + " temporary files of killed processes: " + directory);
 }
 
 /// open_service initialises the plug-in and then listens, so that no client connects before the service is ready.
@@ -118,7 +117,7 @@ int serve(const Settings &settings, ErrorLog &errors) {
   }
   announce(server, errors);
   if (!server.run()) {
-    errors.error("the plug-in does not return; the server ends without its exits");
+    errors.error("the plug-in has not returned from its last call; exiting without its exit functions");
     std::_Exit(EXIT_FAILURE);
   }
   hosts::run_exits();

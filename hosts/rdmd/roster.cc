@@ -8,35 +8,35 @@
 
 namespace rdm::rdmd {
 
-void Roster::admit(Place &place, const std::shared_ptr<Connection> &connection, bool turned_away) {
+void Roster::admit(Entry &entry, const std::shared_ptr<Connection> &connection, bool turned_away) {
   const std::lock_guard lock(mutex_);
-  place.connection = connection;
-  place.turned_away = turned_away;
-  alive_.push_back(place);
+  entry.connection = connection;
+  entry.turned_away = turned_away;
+  alive_.push_back(entry);
   turned_away_ += turned_away ? 1 : 0;
 }
 
-void Roster::remove(Place &place) {
+void Roster::remove(Entry &entry) {
   const std::lock_guard lock(mutex_);
-  if (place.idle_hook.is_linked()) idle_.erase(idle_.iterator_to(place));
-  if (!place.alive_hook.is_linked()) return;
-  alive_.erase(alive_.iterator_to(place));
-  turned_away_ -= place.turned_away ? 1 : 0;
+  if (entry.idle_hook.is_linked()) idle_.erase(idle_.iterator_to(entry));
+  if (!entry.alive_hook.is_linked()) return;
+  alive_.erase(alive_.iterator_to(entry));
+  turned_away_ -= entry.turned_away ? 1 : 0;
 }
 
-void Roster::set_idle(Place &place, io::Clock::time_point since) {
+void Roster::set_idle(Entry &entry, io::Clock::time_point since) {
   const std::lock_guard lock(mutex_);
-  if (!place.alive_hook.is_linked() || place.idle_hook.is_linked()) return;
-  place.idle_since = since;
+  if (!entry.alive_hook.is_linked() || entry.idle_hook.is_linked()) return;
+  entry.idle_since = since;
   // Insert in order of time. Only entries that other threads added after `since` was read are passed over.
   auto next = idle_.end();
   while (next != idle_.begin() && std::prev(next)->idle_since > since) --next;
-  idle_.insert(next, place);
+  idle_.insert(next, entry);
 }
 
-void Roster::set_busy(Place &place) {
+void Roster::set_busy(Entry &entry) {
   const std::lock_guard lock(mutex_);
-  if (place.idle_hook.is_linked()) idle_.erase(idle_.iterator_to(place));
+  if (entry.idle_hook.is_linked()) idle_.erase(idle_.iterator_to(entry));
 }
 
 std::shared_ptr<Connection> Roster::take_longest_idle() {
@@ -70,8 +70,8 @@ std::vector<std::shared_ptr<Connection>> Roster::all() const {
   // Reserve before holding any connection: if this threw, releasing the last reference would call remove, which needs
   // the lock.
   result.reserve(alive_.size());
-  for (const Place &place : alive_)
-    if (auto connection = place.connection.lock()) result.push_back(std::move(connection));
+  for (const Entry &entry : alive_)
+    if (auto connection = entry.connection.lock()) result.push_back(std::move(connection));
   return result;
 }
 

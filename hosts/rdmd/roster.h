@@ -22,7 +22,7 @@ class Roster {
  public:
   /// Entry links a connection into the roster; it is a member of the connection. Its owner calls remove before
   /// destroying it.
-  struct Place {
+  struct Entry {
     boost::intrusive::list_member_hook<> alive_hook, idle_hook;
     std::weak_ptr<Connection> connection;
     io::Clock::time_point idle_since;
@@ -30,14 +30,14 @@ class Roster {
   };
 
   /// admit adds a connection: one that is served, or one beyond the limit that is turned away.
-  void admit(Place &place, const std::shared_ptr<Connection> &connection, bool turned_away);
+  void admit(Entry &entry, const std::shared_ptr<Connection> &connection, bool turned_away);
   /// remove removes a connection. It does nothing if the connection was never admitted.
-  void remove(Place &place);
+  void remove(Entry &entry);
 
   /// set_idle notes that an admitted connection has been waiting for a request since `since`, a recent time.
-  void set_idle(Place &place, io::Clock::time_point since);
+  void set_idle(Entry &entry, io::Clock::time_point since);
   /// set_busy notes that a connection is not waiting for a request.
-  void set_busy(Place &place);
+  void set_busy(Entry &entry);
   /// take_longest_idle returns the connection that has been idle longest and marks it busy, or null if none is idle.
   std::shared_ptr<Connection> take_longest_idle();
 
@@ -51,11 +51,11 @@ class Roster {
  private:
   template <auto hook>
   using List =
-      boost::intrusive::list<Place, boost::intrusive::member_hook<Place, boost::intrusive::list_member_hook<>, hook>>;
+      boost::intrusive::list<Entry, boost::intrusive::member_hook<Entry, boost::intrusive::list_member_hook<>, hook>>;
 
   mutable std::mutex mutex_;
-  List<&Place::alive_hook> alive_;
-  List<&Place::idle_hook> idle_;
+  List<&Entry::alive_hook> alive_;
+  List<&Entry::idle_hook> idle_;
   std::size_t turned_away_ = 0;
 };
 

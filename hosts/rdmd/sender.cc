@@ -60,11 +60,11 @@ void Sender::advance(std::int64_t count) {
   done_ = 0;
 }
 
-void Sender::park() {
-  for (std::size_t i = current_; i < pieces_.size(); ++i) park_piece(i, i == current_ ? done_ : 0);
+void Sender::spill() {
+  for (std::size_t i = current_; i < pieces_.size(); ++i) spill_piece(i, i == current_ ? done_ : 0);
 }
 
-void Sender::park_piece(std::size_t index, std::int64_t done) {
+void Sender::spill_piece(std::size_t index, std::int64_t done) {
   const std::int64_t rest = pieces_[index].length - done;
   if (pieces_[index].file || rest < kept_in_memory) return;
   hosts::OutputQueue file(0);

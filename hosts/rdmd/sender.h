@@ -30,7 +30,7 @@ class Sender {
 
   /// spill moves unsent bytes from memory into temporary files, for a client that reads slowly. Pieces of less than 4
   /// KiB, and pieces for which no file can be written, stay in memory.
-  void park();
+  void spill();
 
   /// sent returns the number of bytes sent so far; body_sent excludes the head.
   std::int64_t sent() const { return sent_; }
@@ -39,7 +39,7 @@ class Sender {
  private:
   std::int64_t send_piece(int socket);
   void advance(std::int64_t count);
-  void park_piece(std::size_t index, std::int64_t done);
+  void spill_piece(std::size_t index, std::int64_t done);
 
   std::vector<hosts::Piece> pieces_;
   std::int64_t head_size_;

@@ -33,7 +33,7 @@ using boost::system::error_code;
 constexpr std::size_t turned_away_limit = 64;
 /// How long accepting pauses when the process is out of descriptors or memory, and how long after it has evicted an
 /// idle connection for that reason.
-constexpr Duration accept_rest{100}, evicted_rest{10};
+constexpr Duration accept_pause{100}, evicted_pause{10};
 /// The minimum time between two log lines about such a shortage.
 constexpr std::chrono::minutes shortage_interval{1};
 /// Descriptors reserved for everything but the clients served: clients turned away, listening sockets, logs, and the
@@ -42,7 +42,7 @@ constexpr std::size_t reserved_descriptors = turned_away_limit + 32;
 /// The part of them that is needed even if no client is turned away.
 constexpr std::size_t least_reserved_descriptors = 32;
 /// How long unused memory is kept before malloc_trim(): the next requests can use it without a system call.
-constexpr Duration trim_rest{1000};
+constexpr Duration trim_delay{1000};
 
 /// allow_descriptors raises RLIMIT_NOFILE to its hard limit and returns it.
 std::size_t allow_descriptors() {
@@ -148,7 +148,7 @@ std::vector<std::thread> Server::start_threads() {
   try {
     for (int i = 1; i < settings_.threads; ++i) threads.emplace_back([this] { work(); });
   } catch (const std::exception &error) {
-    errors_.warn(std::string("a thread cannot be started: ") + error.what());
+    errors_.warn(std::string("start I/O thread: ") + error.what());
   }
   return threads;
 }
@@ -176,9 +176,9 @@ void Server::accept(Listener &listener) {
   });
 }
 
-void Server::accept_after(Duration rest, Listener &listener) {
-  if (rest == Duration::zero()) return accept(listener);
-  listener.retry.expires_after(rest);
+void Server::accept_after(Duration pause, Listener &listener) {
+  if (pause == Duration::zero()) return accept(listener);
+  listener.retry.expires_after(pause);
   listener.retry.async_wait([this, &listener](const error_code &error) {
     if (!error && !stopping_) accept(listener);
   });
@@ -198,7 +198,7 @@ Duration Server::take_client(Listener &listener) {
     return Duration::zero();
   } catch (const std::exception &error) {
     errors_.error(std::string("a connection failed: ") + error.what());
-    return accept_rest;
+    return accept_pause;
   }
 }
 
@@ -206,28 +206,28 @@ Duration Server::take_client(Listener &listener) {
 /// been idle longest.
 Duration Server::not_accepted(int error) {
   if (error == EAGAIN || error == EINTR || error == ECONNABORTED) return Duration::zero();
-  if (!is_shortage(error)) return accept_rest;
+  if (!is_shortage(error)) return accept_pause;
   note_shortage(std::generic_category().message(error));
-  return evict() ? evicted_rest : accept_rest;
+  return evict() ? evicted_pause : accept_pause;
 }
 
 /// note_shortage logs, at most once a minute, that idle connections are evicted for new clients.
 void Server::note_shortage(const std::string &reason) {
   const auto now = io::Clock::now();
-  if (now < next_line_) return;
-  next_line_ = now + shortage_interval;
-  errors_.warn("accept: " + reason + ": idle connections make way for new clients");
+  if (now < next_shortage_line_) return;
+  next_shortage_line_ = now + shortage_interval;
+  errors_.warn("accept: " + reason + ": closing idle connections to serve new clients");
 }
 
 void Server::accepted(io::Socket socket) {
-  const bool room = make_room();
-  if (!room && roster_.turned_away() >= turned_away_limit)
+  const bool can_serve = make_room();
+  if (!can_serve && roster_.turned_away() >= turned_away_limit)
     return errors_.trouble(Trouble::disconnected, client_address(socket));
-  if (!room && !full_) errors_.warn("the connection limit is reached; clients are turned away");
-  full_ = !room;
+  if (!can_serve && !full_) errors_.warn("connection limit reached: answering new clients with 503");
+  full_ = !can_serve;
   auto connection = std::make_shared<Connection>(std::move(socket), *this);
-  roster_.admit(connection->place(), connection, !room);
-  if (room)
+  roster_.admit(connection->roster_entry(), connection, !can_serve);
+  if (can_serve)
     connection->start();
   else
     connection->turn_away();
@@ -248,8 +248,8 @@ bool Server::evict() {
   return longest != nullptr;
 }
 
-void Server::forget(Roster::Place &place) {
-  roster_.remove(place);
+void Server::forget(Roster::Entry &entry) {
+  roster_.remove(entry);
   released();
   if (stopping_ && running_) boost::asio::post(strand_, [this] { end_when_empty(); });
 }
@@ -268,7 +268,7 @@ void Server::released() {
 
 void Server::trim_soon() {
   if (stopping_) return;
-  trim_.expires_after(trim_rest);
+  trim_.expires_after(trim_delay);
   trim_.async_wait([this](const error_code &error) {
     if (!error) trim();
   });
@@ -303,11 +303,12 @@ void Server::handle(int signal) {
 void Server::reopen_logs(int signal) {
   errors_.reopen();
   if (!access_.reopen())
-    errors_.error("the access log cannot be reopened: " + std::generic_category().message(errno) +
-                  "; it goes on in the old file");
+
+    errors_.error("reopen the access log: " + std::generic_category().message(errno) +
+                  "; still writing to the old file");
   hosts::reopen_logs();
-  errors_.info(signal == SIGUSR1 ? "SIGUSR1: the logs are reopened"
-                                 : "SIGHUP: the logs are reopened; the configuration is read only at the start");
+  errors_.info(signal == SIGUSR1 ? "SIGUSR1: logs reopened"
+                                 : "SIGHUP: logs reopened; the configuration is read only at start-up");
 }
 
 void Server::stop() {
@@ -329,7 +330,7 @@ void Server::stop() {
 /// stop_now closes all connections, even if the plug-in has not returned; run notices that later.
 void Server::stop_now() {
   const auto open = roster_.all();
-  if (!open.empty()) errors_.warn(std::to_string(open.size()) + " connections are cut off");
+  if (!open.empty()) errors_.warn("closing " + std::to_string(open.size()) + " open connections");
   for (const auto &connection : open) connection->abort();
   end();
 }

@@ -53,7 +53,7 @@ class Server {
   bool stopping() const { return stopping_; }
   Roster &roster() { return roster_; }
   /// forget removes the entry of a connection that is being destroyed.
-  void forget(Roster::Place &place);
+  void forget(Roster::Entry &entry);
   /// released notes that a request has freed its memory, and schedules malloc_trim() so that unused memory returns to
   /// the system. It throws nothing.
   void released();
@@ -72,7 +72,7 @@ class Server {
   void work();
   std::vector<std::thread> start_threads();
   void accept(Listener &listener);
-  void accept_after(Duration rest, Listener &listener);
+  void accept_after(Duration pause, Listener &listener);
   Duration take_client(Listener &listener);
   Duration not_accepted(int error);
   void accepted(io::Socket socket);
@@ -100,8 +100,8 @@ class Server {
   std::atomic<bool> memory_released_ = false;  // a trim is scheduled
   std::string address_;
   std::size_t client_limit_ = 0;
-  bool full_ = false;                // the last client was turned away
-  io::Clock::time_point next_line_;  // the earliest time of the next log line about a shortage
+  bool full_ = false;                         // the last client was turned away
+  io::Clock::time_point next_shortage_line_;  // the earliest time of the next log line about a shortage
 
   ServiceThread service_;
   boost::asio::io_context context_;

@@ -48,7 +48,7 @@ StandardStream::~StandardStream() {
 }
 
 bool StandardStream::say_dropped(std::size_t lines) {
-  return log_.write("rdmd: " + hosts::count_dropped(lines) + ": standard error could not be written\n");
+  return log_.write("rdmd: write standard error: " + hosts::describe_dropped(lines) + "\n");
 }
 
 /// take writes complete lines and keeps the rest.

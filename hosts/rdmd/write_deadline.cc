@@ -17,11 +17,11 @@ void WriteDeadline::restart(std::int64_t acknowledged, io::Clock::time_point now
 
 bool WriteDeadline::expired(std::int64_t acknowledged, io::Clock::time_point now) {
   const auto stall = now - since_;
-  if (acknowledged <= acknowledged_) return stall >= patience_;
+  if (acknowledged <= acknowledged_) return stall >= timeout_;
   restart(acknowledged, now);
   // Measured with clients that read 1 KB per second into default buffers: a stall lasts up to four times the previous
   // one.
-  patience_ = std::max(patience_, std::min<io::Clock::duration>(stall * 9 / 2, limit_ * 5));
+  timeout_ = std::max(timeout_, std::min<io::Clock::duration>(stall * 9 / 2, limit_ * 5));
   return false;
 }
 

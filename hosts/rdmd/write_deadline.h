@@ -22,7 +22,7 @@ namespace rdm::rdmd {
 
 class WriteDeadline {
  public:
-  explicit WriteDeadline(Duration limit) : limit_(limit), patience_(limit * 7 / 4) {}
+  explicit WriteDeadline(Duration limit) : limit_(limit), timeout_(limit * 7 / 4) {}
 
   /// begin notes that more bytes will be sent. If the client has acknowledged all of the `sent` bytes, the time starts
   /// now; otherwise it continues from the client's last acknowledgement.
@@ -35,7 +35,7 @@ class WriteDeadline {
   void restart(std::int64_t acknowledged, io::Clock::time_point now);
 
   Duration limit_;
-  io::Clock::duration patience_;
+  io::Clock::duration timeout_;
   std::int64_t acknowledged_ = 0;
   io::Clock::time_point since_;  // the last acknowledgement, or the time from which there was something to acknowledge
 };

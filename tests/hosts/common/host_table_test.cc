@@ -318,9 +318,8 @@ TEST_F(HostTable, ALogOfThePluginThatCannotBeReopenedGoesOnInTheOldFile) {
   hosts::reopen_logs();
   EXPECT_EQ(host_write_log(log.get(), "still here\n", 11), 1);
   EXPECT_EQ(support::read_file(directory.path("moved/log")), "still here\n");
-  EXPECT_EQ(reports_, std::vector<std::string>{"0|log||" + path +
-                                               ": cannot be reopened: No such file or directory; it goes on in the old "
-                                               "file"});
+  EXPECT_EQ(reports_, std::vector<std::string>{"0|log||reopen " + path +
+                                               ": No such file or directory; still writing to the old file"});
 }
 
 TEST_F(HostTable, DataThatAFileWasAppendedToIsNeverReopened) {
@@ -352,9 +351,9 @@ TEST_F(HostTable, ALogOfThePluginOnAPipeThatNobodyReadsNeverHoldsIt) {
     if (count > 0) got += static_cast<std::size_t>(count);
   }
   EXPECT_EQ(host_close(const_cast<HostFileGuard &>(log).release()), 0);
-  const std::string start = "1|log||" + path + ": ", end = " dropped: it could not be written";
-  EXPECT_EQ(reports_,
-            (std::vector<std::string>{start + "1 line" + end, start + std::to_string(dropped - 1) + " lines" + end}));
+  const std::string start = "1|log||write " + path + ": ";
+  EXPECT_EQ(reports_, (std::vector<std::string>{start + "1 line dropped",
+                                                start + std::to_string(dropped - 1) + " lines dropped"}));
 }
 
 TEST_F(HostTable, ALogThatThereIsNoMemoryForIsNotOpened) {

@@ -232,7 +232,7 @@ TEST_F(LogFiles, ANoticeThatThrowsIsOneThatCannotReport) {
 TEST_F(LogFiles, ANoticeMayWriteToItsOwnLog) {
   LogFile *self = nullptr;
   LogFile log(
-      path_, [&](std::size_t count) { return self->write(hosts::count_dropped(count) + "\n"); },
+      path_, [&](std::size_t count) { return self->write(hosts::describe_dropped(count) + "\n"); },
       LogFile::NoticeTo::itself);
   self = &log;
   {
@@ -275,7 +275,7 @@ TEST_F(LogFiles, TheEndIsNotHeldUpByAPipeThatNobodyReads) {
   for (std::size_t i = 0; i < 1000; ++i) log.write(line(i));
   const auto begun = std::chrono::steady_clock::now();
   log.close();
-  EXPECT_LT(std::chrono::steady_clock::now() - begun, 20 * LogFile::close_patience);
+  EXPECT_LT(std::chrono::steady_clock::now() - begun, 20 * LogFile::close_timeout);
   EXPECT_FALSE(log.write("too late\n"));
 }
 

@@ -36,7 +36,7 @@ TEST(PluginLoading, TakesANameWithoutASlashAsAFileOfTheCurrentDirectory) {
 
 TEST(PluginLoading, RefusesALibraryWithoutTheFourEntries) {
   const std::string path = support::in_build("lib/libqxapi.so.3");
-  EXPECT_EQ(failure(path), path + " is not a plug-in: it has no entry rdm_init");
+  EXPECT_EQ(failure(path), "cannot load the plug-in: " + path + ": no symbol rdm_init");
 }
 
 }  // namespace

@@ -89,7 +89,9 @@ TEST_F(HostAccepting, WithoutDescriptorsTheConnectionIdleLongestMakesWay) {
   for (int i = 0; i < 5; ++i) clients.push_back(connect());
   EXPECT_TRUE(clients.front()->ended());
   EXPECT_FALSE(clients.back()->readable(std::chrono::milliseconds(0)));
-  EXPECT_EQ(lines("[warning] rdmd: accept: Too many open files: idle connections make way for new clients\n"), 1)
+  EXPECT_EQ(lines("[warning] rdmd: accept: Too many open files: closing idle connections to serve new "
+                  "clients\n"),
+            1)
       << server_->errors();
 }
 
@@ -105,7 +107,7 @@ TEST_F(HostAccepting, LeavesDescriptorsForWhatTheServiceOpens) {
       clients.back()->send(get("/rdm/shared-file?" + file));
       EXPECT_EQ(clients.back()->receive().body, "shared\n") << i;
     }
-    EXPECT_EQ(lines("[warning] rdmd: accept: the limit of open files is reached: idle connections make way for new "
+    EXPECT_EQ(lines("[warning] rdmd: accept: the limit of open files is reached: closing idle connections to serve new "
                     "clients\n"),
               1)
         << server_->errors();

@@ -93,10 +93,10 @@ TEST_F(CheckCatalog, IndexesHaveTheirMagicTheirSizeAndTheirOrder) {
       {"", no_index},
       {big_endian(0x3EB1CA0E), no_index},
       {big_endian(0x3EB1CA0F) + big_endian(0), no_index},
-      {whole.substr(0, 47), "index: error: has 47 bytes where 2 entries take 48\n"},
-      {whole + "x", "index: error: has 49 bytes where 2 entries take 48\n"},
+      {whole.substr(0, 47), "index: error: has 47 bytes; 2 entries take 48\n"},
+      {whole + "x", "index: error: has 49 bytes; 2 entries take 48\n"},
       {big_endian(0x3EB1CA0E) + big_endian(0xffffffff),
-       "index: error: has 8 bytes where 4294967295 entries take 85899345908\n"},
+       "index: error: has 8 bytes; 4294967295 entries take 85899345908\n"},
       {whole.substr(0, 8) + whole.substr(28) + whole.substr(8, 20),
        "index: error: entry 2 is earlier than the one before it\n"},
   };
@@ -111,8 +111,7 @@ TEST_F(CheckCatalog, IndexesHaveTheirMagicTheirSizeAndTheirOrder) {
 
 /// Between a change of a catalog and its next index the service leaves records out, which is how it is meant to be.
 TEST_F(CheckCatalog, AnOlderIndexIsAWarning) {
-  const std::string older = "index: warning: is older than its database: ",
-                    again = "; make it again with minidba index\n";
+  const std::string older = "index: warning: is older than its database: ", again = "; rebuild it with minidba index\n";
   const struct {
     Descriptions now;
     std::string expected;

@@ -131,13 +131,14 @@ TEST(CheckDescription, IsNotCut) {
   const std::string whole = header + body;
   EXPECT_EQ(found(header), "error: no object follows the RDMHEADER object\n");
   EXPECT_EQ(found(header + "SERVER { -\n}\n"),
-            "6: warning: readers skip this text, which is in no object\n"
+            "6: warning: this text is outside of any object; readers skip it\n"
             "error: no object follows the RDMHEADER object\n");
-  EXPECT_EQ(found(whole.substr(0, whole.size() - 2)), "7: error: the SERVER object has no end: the file is cut\n");
+  EXPECT_EQ(found(whole.substr(0, whole.size() - 2)),
+            "7: error: the SERVER object is not closed: the file is truncated\n");
   EXPECT_EQ(found(whole.substr(0, whole.size() - 5)),
-            "7: error: \"title\" announces 5 bytes and the file has 3: it is cut\n");
-  EXPECT_EQ(found(header + "@SERVER { -\n"), "6: error: the SERVER object has no end: the file is cut\n");
-  EXPECT_EQ(found(header + "@SER"), "6: error: the SER object has no end: the file is cut\n");
+            "7: error: \"title\" announces 5 bytes, but only 3 follow: the file is truncated\n");
+  EXPECT_EQ(found(header + "@SERVER { -\n"), "6: error: the SERVER object is not closed: the file is truncated\n");
+  EXPECT_EQ(found(header + "@SER"), "6: error: the SER object is not closed: the file is truncated\n");
   EXPECT_EQ(found(header + "@SERVER { -\ntitle{2}:\tBooks\n"),
             "7: error: \"title\" announces 2 bytes, which end within a line\n");
   // Every cut is found, wherever it is, but for the last line's end.
@@ -147,13 +148,13 @@ TEST(CheckDescription, IsNotCut) {
 
 TEST(CheckDescription, EveryObjectHasItsEnd) {
   EXPECT_EQ(found(header + "@SERVER { -\ntitle{5}:\tBooks\n\n@OTHER { -\nid{2}:\tx\n}\n"),
-            "7: error: the SERVER object has no end\n"
+            "7: error: the SERVER object is not closed\n"
             "10: error: \"id\" announces 2 bytes; 1 would fit\n");
   EXPECT_EQ(found(header + "@SERVER { -\ntitle{9}:\tBooks\n@OTHER { -\nid{1}:\tx\n}\n"),
             "7: error: \"title\" announces 9 bytes; 5 would fit\n"
-            "7: error: the SERVER object has no end\n");
+            "7: error: the SERVER object is not closed\n");
   EXPECT_EQ(found("@RDMHEADER { -\nrdm-version{3}:\t1.0\n"),
-            "2: error: the RDMHEADER object has no end: the file is cut\n");
+            "2: error: the RDMHEADER object is not closed: the file is truncated\n");
 }
 
 TEST(CheckDescription, ReadsEveryObject) {
@@ -162,7 +163,7 @@ TEST(CheckDescription, ReadsEveryObject) {
   EXPECT_EQ(found(header + body + "\n" + body + "\n@OTHER{ -\nid{2}:\tx\n}\n"),
             "15: error: \"id\" announces 2 bytes; 1 would fit\n");
   EXPECT_EQ(found(header + body + "SERVER { -\nid{2}:\tx\n}\n\n" + body),
-            "9: warning: readers skip this text, which is in no object\n");
+            "9: warning: this text is outside of any object; readers skip it\n");
 }
 
 TEST(CheckDescription, AnAnswerThatRefusesNeedsNoBody) {

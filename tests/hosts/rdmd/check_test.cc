@@ -91,18 +91,18 @@ TEST_F(Check, NamesFileAndLineOfEachMistakeInTheServiceConfiguration) {
     const char *lines, *expected;
   } cases[] = {
       {"logfile=\"@/rdm.log\n", "@/rdm.conf:4: error: the quote after logfile= is not closed\n"},
-      {"\n#\ntmpdir=\"@/\" # here\n", "@/rdm.conf:6: error: \"#\" is no name=\"value\" pair\n"},
-      {"a word or two\n", "@/rdm.conf:4: error: \"a\" is no name=\"value\" pair\n"},
+      {"\n#\ntmpdir=\"@/\" # here\n", "@/rdm.conf:6: error: \"#\" is not a name=\"value\" pair\n"},
+      {"a word or two\n", "@/rdm.conf:4: error: \"a\" is not a name=\"value\" pair\n"},
       {"=value\n", "@/rdm.conf:4: error: the value \"value\" has no name\n"},
-      {" # indented\n", "@/rdm.conf:4: error: \"#\" is no name=\"value\" pair\n"},
-      {"debug-loglevel = 1\n", "@/rdm.conf:4: error: \"debug-loglevel\" is no name=\"value\" pair\n"},
-      {"debug-loglevel=much\n", "@/rdm.conf:4: error: \"debug-loglevel\" is no number: \"much\"\n"},
-      {"debug-loglevel=1x\n", "@/rdm.conf:4: error: \"debug-loglevel\" is no number: \"1x\"\n"},
-      {"debug-loglevel=-\n", "@/rdm.conf:4: error: \"debug-loglevel\" is no number: \"-\"\n"},
+      {" # indented\n", "@/rdm.conf:4: error: \"#\" is not a name=\"value\" pair\n"},
+      {"debug-loglevel = 1\n", "@/rdm.conf:4: error: \"debug-loglevel\" is not a name=\"value\" pair\n"},
+      {"debug-loglevel=much\n", "@/rdm.conf:4: error: \"debug-loglevel\" is not a number: \"much\"\n"},
+      {"debug-loglevel=1x\n", "@/rdm.conf:4: error: \"debug-loglevel\" is not a number: \"1x\"\n"},
+      {"debug-loglevel=-\n", "@/rdm.conf:4: error: \"debug-loglevel\" is not a number: \"-\"\n"},
       {"debug-loglevel=\"\"\n", "@/rdm.conf:4: error: \"debug-loglevel\" is empty\n"},
-      {"logfiel=x\n", "@/rdm.conf:4: warning: the name \"logfiel\" is unknown (did you mean \"logfile\"?)\n"},
-      {"Logfile=x\n", "@/rdm.conf:4: warning: the name \"Logfile\" is unknown (did you mean \"logfile\"?)\n"},
-      {"journal=x\n", "@/rdm.conf:4: warning: the name \"journal\" is unknown\n"},
+      {"logfiel=x\n", "@/rdm.conf:4: warning: unknown name \"logfiel\" (did you mean \"logfile\"?)\n"},
+      {"Logfile=x\n", "@/rdm.conf:4: warning: unknown name \"Logfile\" (did you mean \"logfile\"?)\n"},
+      {"journal=x\n", "@/rdm.conf:4: warning: unknown name \"journal\"\n"},
       {"bindir=\"/elsewhere\"\n", "@/rdm.conf:4: warning: \"bindir\" was given in line 1; this value is ignored\n"},
       {"logfile=\"\"\n", "@/rdm.conf:4: error: \"logfile\" is empty\n"},
       {"logfile=\"@/none/rdm.log\"\n",
@@ -113,8 +113,8 @@ TEST_F(Check, NamesFileAndLineOfEachMistakeInTheServiceConfiguration) {
       {"tmpdir=\"@/none\"\n", "@/rdm.conf:4: error: \"tmpdir\" is not a directory: @/none\n"},
       {"tmpdir=\"@/rfc.db\"\n", "@/rdm.conf:4: error: \"tmpdir\" is not a directory: @/rfc.db\n"},
       {"x=\"a\x01\"\"b\n",
-       "@/rdm.conf:4: error: \"\"b\" is no name=\"value\" pair\n"
-       "@/rdm.conf:4: warning: the name \"x\" is unknown\n"},
+       "@/rdm.conf:4: error: \"\"b\" is not a name=\"value\" pair\n"
+       "@/rdm.conf:4: warning: unknown name \"x\"\n"},
   };
   for (const auto &row : cases) {
     config(row.lines);
@@ -169,17 +169,18 @@ TEST_F(Check, WaitsForNoNamedPipe) {
 
 TEST_F(Check, LinesAreCutWhereTheServiceCutsThem) {
   config("tmpdir=\"@/\"" + std::string(9000, ' ') + "logfile=\"@/none/x\"\n");
-  EXPECT_EQ(found(), "@/rdm.conf:4: error: the line is cut after 8191 bytes\n");
+  EXPECT_EQ(found(), "@/rdm.conf:4: error: the line is truncated after 8191 bytes\n");
 }
 
 TEST_F(Check, APathOfTheTransactionLogHasALimit) {
   config("logfile=\"@/" + std::string(1024, 'x') + "\"\n");
-  EXPECT_EQ(found_in_lines(), "@/rdm.conf:4: error: the path of the transaction log is cut after 1023 characters\n");
+  EXPECT_EQ(found_in_lines(),
+            "@/rdm.conf:4: error: the path of the transaction log is truncated after 1023 characters\n");
 }
 
 TEST_F(Check, TheDirectoryOfCommandsHoldsMinidba) {
   ::chmod(directory_.path("bin/minidba").c_str(), 0644);
-  EXPECT_EQ(found(), "@/rdm.conf:1: error: \"bindir\" holds no executable minidba: @/bin\n");
+  EXPECT_EQ(found(), "@/rdm.conf:1: error: \"bindir\" has no executable minidba: @/bin\n");
   std::filesystem::remove_all(directory_.path("bin"));
   EXPECT_EQ(found(), "@/rdm.conf:1: error: \"bindir\" is not a directory: @/bin\n");
 }
@@ -200,14 +201,14 @@ TEST_F(Check, NamesFileAndLineOfEachMistakeInTheList) {
     const char *expected;
   } cases[] = {
       {"catalog-database=\"@/rfc.db\"\n" + rfc,
-       "@/csid.conf:1: error: \"catalog-database\" stands before the first \"csid\" and is ignored\n"},
+       "@/csid.conf:1: error: \"catalog-database\" comes before the first \"csid\" and is ignored\n"},
       {rfc + "\n" + rfc,
-       "@/csid.conf:3: error: the service \"x-catalog://localhost:8380/rfc\" was given in line 1 and is never found "
-       "here\n"},
+       "@/csid.conf:3: error: the service \"x-catalog://localhost:8380/rfc\" was given in line 1; this one is "
+       "ignored\n"},
       {rfc + "alias-file=\"@/aliases\n",
        "@/csid.conf:2: error: the quote after alias-file= is not closed\n"
        "@/aliases: error: cannot be read: No such file or directory\n"},
-      {rfc + "some words\n", "@/csid.conf:2: error: \"some\" is no name=\"value\" pair\n"},
+      {rfc + "some words\n", "@/csid.conf:2: error: \"some\" is not a name=\"value\" pair\n"},
       {rfc + "catalog-database=\"@/other.db\"\n",
        "@/csid.conf:2: warning: \"catalog-database\" was given in line 1; this value is ignored\n"},
       {rfc + "csid=\"x-catalog://localhost:8380/two\"\n",
@@ -231,16 +232,15 @@ TEST_F(Check, EveryNameInTheListIsKnown) {
   const struct {
     const char *pair, *expected;
   } cases[] = {
-      {"catalog-databse=x", "the name \"catalog-databse\" is unknown (did you mean \"catalog-database\"?)"},
-      {"Alias-File=x", "the name \"Alias-File\" is unknown (did you mean \"alias-file\"?)"},
-      {"servre-description=x", "the name \"servre-description\" is unknown (did you mean \"server-description\"?)"},
-      {"shema-descripton=x", "the name \"shema-descripton\" is unknown (did you mean \"schema-description\"?)"},
-      {"taxonomy_description=x",
-       "the name \"taxonomy_description\" is unknown (did you mean \"taxonomy-description\"?)"},
-      {"scid=x", "the name \"scid\" is unknown (did you mean \"csid\"?)"},
-      {"id=x", "the name \"id\" is unknown"},
-      {"taxonomy=x", "the name \"taxonomy\" is unknown"},
-      {"tmpdir=x", "the name \"tmpdir\" is unknown"},
+      {"catalog-databse=x", "unknown name \"catalog-databse\" (did you mean \"catalog-database\"?)"},
+      {"Alias-File=x", "unknown name \"Alias-File\" (did you mean \"alias-file\"?)"},
+      {"servre-description=x", "unknown name \"servre-description\" (did you mean \"server-description\"?)"},
+      {"shema-descripton=x", "unknown name \"shema-descripton\" (did you mean \"schema-description\"?)"},
+      {"taxonomy_description=x", "unknown name \"taxonomy_description\" (did you mean \"taxonomy-description\"?)"},
+      {"scid=x", "unknown name \"scid\" (did you mean \"csid\"?)"},
+      {"id=x", "unknown name \"id\""},
+      {"taxonomy=x", "unknown name \"taxonomy\""},
+      {"tmpdir=x", "unknown name \"tmpdir\""},
   };
   for (const auto &row : cases) {
     services("csid=\"x-catalog://localhost:8380/rfc\" catalog-database=\"@/rfc.db\"\n" + std::string(row.pair) + "\n");
@@ -248,13 +248,13 @@ TEST_F(Check, EveryNameInTheListIsKnown) {
   }
   const std::string long_name(300, 'x');
   services("csid=\"x-catalog://localhost:8380/rfc\" catalog-database=\"@/rfc.db\" " + long_name + "=y\n");
-  EXPECT_EQ(found(), "@/csid.conf:1: error: the name \"" + long_name + "\" is unknown\n");
+  EXPECT_EQ(found(), "@/csid.conf:1: error: unknown name \"" + long_name + "\"\n");
 }
 
 TEST_F(Check, AnEmptyListIsAWarningOfItsOwn) {
   services("# no services\n");
   EXPECT_EQ(found(),
-            "@/csid.conf: warning: holds no catalog service\n"
+            "@/csid.conf: warning: lists no catalog service\n"
             "@/rdm.conf:3: error: the default service \"x-catalog://localhost:8380/rfc\" is not in @/csid.conf\n");
 }
 
@@ -267,7 +267,7 @@ TEST_F(Check, SixtyThreeServicesAreTheLimit) {
   for (int i = 64; i <= 65; ++i)
     list += "csid=\"x-catalog://localhost:8380/" + std::to_string(i) + "\" catalog-database=\"@/none.db\"\n";
   services(list);
-  EXPECT_EQ(found(), "@/csid.conf:64: error: more than 63 services; this one and those after it are left out\n");
+  EXPECT_EQ(found(), "@/csid.conf:64: error: more than 63 services; this one and those after it are ignored\n");
 }
 
 TEST_F(Check, PathsOfDatabasesAreNoShellText) {
@@ -277,7 +277,7 @@ TEST_F(Check, PathsOfDatabasesAreNoShellText) {
     services("csid=\"x-catalog://localhost:8380/rfc\"\ncatalog-database=\"" + path + "\"\n");
     const std::string shown = c == '\t' ? "\\x09" : std::string(1, c);
     EXPECT_EQ(found(), "@/csid.conf:2: error: the path \"@/a" + shown +
-                           "b.db\" has a character that the shell understands: \"" + shown + "\"\n");
+                           "b.db\" has a character with a special meaning to the shell: \"" + shown + "\"\n");
   }
   for (const char *name : {"a-b_c.d,e:f@g%h=i+j.db", "\xc3\xa9.db"}) {
     catalog(name);
@@ -318,11 +318,12 @@ TEST_F(Check, AliasesAreNewNames) {
   } cases[] = {
       {"tcp rfc793\n tcp std7\n", ""},
       {"tcp tcp\n",
-       "@/aliases:1: error: the alias \"tcp\" has occurred in line 1; it is refused with the rest of its line\n"},
+       "@/aliases:1: error: the alias \"tcp\" was given in line 1; the service refuses it and the rest of this line\n"},
       {"dns domain\n# zone\nnames domain zone\nother zone\n",
-       "@/aliases:3: error: the alias \"domain\" has occurred in line 1; it is refused with the rest of its line\n"},
+       "@/aliases:3: error: the alias \"domain\" was given in line 1; the service refuses it and the rest of this "
+       "line\n"},
       {"a b\nb c\nd a\n",
-       "@/aliases:3: error: the alias \"a\" has occurred in line 1; it is refused with the rest of its line\n"},
+       "@/aliases:3: error: the alias \"a\" was given in line 1; the service refuses it and the rest of this line\n"},
   };
   for (const auto &row : cases) {
     write("aliases", row.lines);
@@ -348,7 +349,7 @@ TEST_F(Check, AliasFilesAreNoOtherFiles) {
       {"\n <!DOCTYPE html>\n<html>\n", "@/aliases:2: " + none + "markup\n"},
       {"{\n  \"home\": [\"house\"]\n}\n", "@/aliases:2: " + none + "a JSON member\n"},
       {"a<b \"home\" : <c>\n", ""},
-      {std::string(9000, ' ') + '\0', "@/aliases:1: error: the line is cut after 8191 bytes\n"},
+      {std::string(9000, ' ') + '\0', "@/aliases:1: error: the line is truncated after 8191 bytes\n"},
   };
   for (const auto &row : cases) {
     write("aliases", row.bytes);
@@ -407,7 +408,7 @@ TEST_F(Check, LimitsTheLinesOfEachFile) {
   const std::string all = found();
   EXPECT_EQ(all, found_in_lines());
   EXPECT_EQ(std::count(all.begin(), all.end(), '\n'), 21);
-  EXPECT_NE(all.find("@/rdm.conf:23: error: \"word\" is no name=\"value\" pair\n@/rdm.conf: error: 5 more errors\n"),
+  EXPECT_NE(all.find("@/rdm.conf:23: error: \"word\" is not a name=\"value\" pair\n@/rdm.conf: error: 5 more errors\n"),
             std::string::npos)
       << all;
 }
@@ -443,7 +444,7 @@ TEST_F(CheckOption, AcceptsAValidConfigurationAndServesNothing) {
                                "127.0.0.1:0", "--error-log", directory_.path("errors")});
   EXPECT_EQ(server.wait(), 0);
   EXPECT_EQ(server.output(), directory_.path("rdm.conf") + ": the configuration is valid\n");
-  EXPECT_EQ(server.errors(), directory_.path("rdm.conf") + ":4: warning: the name \"frobnicate\" is unknown\n");
+  EXPECT_EQ(server.errors(), directory_.path("rdm.conf") + ":4: warning: unknown name \"frobnicate\"\n");
   EXPECT_FALSE(support::file_exists(directory_.path("errors")));
 }
 
@@ -480,7 +481,7 @@ TEST_F(CheckOption, AServerThatStartsSaysWhichLinesAreMistaken) {
       {"--listen", "127.0.0.1:0", "--config", directory_.path("rdm.conf"), "--plugin", plugin()});
   EXPECT_NE(server.port(), 0);
   const std::string conf = directory_.path("rdm.conf");
-  EXPECT_NE(server.errors().find("[warning] rdmd: " + conf + ":4: warning: the name \"journal\" is unknown\n"),
+  EXPECT_NE(server.errors().find("[warning] rdmd: " + conf + ":4: warning: unknown name \"journal\"\n"),
             std::string::npos)
       << server.errors();
   EXPECT_NE(server.errors().find("[error] rdmd: " + conf + ":5: error: the quote after tmpdir= is not closed\n"),
@@ -517,7 +518,7 @@ TEST_F(CheckOption, AUserIsNamedForACheckOnly) {
   EXPECT_EQ(served.errors.find("rdmd: --user requires --check"), 0U) << served.errors;
   const support::Finished unknown = support::run(command({"--user", "nobody knows"}));
   EXPECT_EQ(unknown.status, 1);
-  EXPECT_EQ(unknown.errors, "rdmd: error: there is no user \"nobody knows\"\n");
+  EXPECT_EQ(unknown.errors, "rdmd: error: unknown user \"nobody knows\"\n");
 }
 
 TEST_F(CheckOption, TheCallerCanNameItself) {
@@ -534,8 +535,8 @@ TEST_F(CheckOption, OnlyTheSuperuserCanCheckForAnother) {
       support::run(without("--bounding-set=-setuid,-setgid", command({"--user", "nobody"})));
   EXPECT_EQ(finished.status, 1);
   EXPECT_EQ(finished.errors,
-            "rdmd: error: cannot check what the user \"nobody\" may read and write: Operation not permitted; only the "
-            "superuser can, or this user\n");
+            "rdmd: error: cannot take the rights of the user \"nobody\": Operation not permitted; run the check as "
+            "this user or as the superuser\n");
 }
 
 /// CheckByUser has a configuration that everybody may read, with a directory that everybody may write. The superuser
@@ -586,7 +587,7 @@ TEST_F(CheckByUser, FindsWhatTheUserMayNotReadOrWrite) {
   EXPECT_EQ(check().status, 1);
   EXPECT_EQ(errors(),
             "rdmd: error: \"--error-log\" cannot be written: @/logs: Permission denied\n"
-            "@/rdm.conf:1: error: \"bindir\" holds no executable minidba: @/bin\n"
+            "@/rdm.conf:1: error: \"bindir\" has no executable minidba: @/bin\n"
             "@/rdm.conf:4: error: \"tmpdir\" cannot be written: Permission denied\n"
             "@/rdm.conf:4: error: \"logfile\" cannot be written: @/logs: Permission denied\n"
             "@/rdm.conf:4: error: \"debug-logfile\" cannot be written: @/debug.log: Permission denied\n"
@@ -601,7 +602,7 @@ TEST_F(CheckByUser, NamesDirectorysThatTheUserCannotEnter) {
   config("logfile=\"@/logs/rdm.log\" tmpdir=\"@/tmp/in/it\"\n");
   EXPECT_EQ(errors(),
             "rdmd: error: \"--error-log\" cannot be written: @/logs/errors: Permission denied\n"
-            "@/rdm.conf:1: error: \"bindir\" holds no executable minidba: @/bin\n"
+            "@/rdm.conf:1: error: \"bindir\" has no executable minidba: @/bin\n"
             "@/rdm.conf:4: error: \"tmpdir\" cannot be reached: @/tmp/in/it: Permission denied\n"
             "@/rdm.conf:4: error: \"logfile\" cannot be written: @/logs/rdm.log: Permission denied\n");
 }

@@ -131,8 +131,8 @@ TEST_F(HostExchange, WhatMayBeIncompleteIsNotSent) {
   EXPECT_EQ(response.body, "");
   EXPECT_EQ(response.field("connection"), "close");
   EXPECT_TRUE(client.ended());
-  EXPECT_TRUE(
-      server_->await_error("[error] rdmd: memory or files failed while a request was answered (client 127.0.0.1)\n"));
+  EXPECT_TRUE(server_->await_error(
+      "[error] rdmd: out of memory, or a file operation failed, while answering a request (client 127.0.0.1)\n"));
   EXPECT_EQ(support::http_get(port_, "/rdm/fast").body, "fast\n");
 }
 

@@ -174,7 +174,7 @@ TEST_F(HostLifecycle, CutsOffWhatDoesNotEndInTime) {
   client.send(get("/rdm/big?12000000"));
   EXPECT_TRUE(client.readable(support::patience));
   EXPECT_EQ(stop(), 0);
-  EXPECT_NE(server_->errors().find("[warning] rdmd: 1 connections are cut off\n"), std::string::npos);
+  EXPECT_NE(server_->errors().find("[warning] rdmd: closing 1 open connections\n"), std::string::npos);
   EXPECT_NE(journal().find("exit first\nexit second\nexit third\n"), std::string::npos);
   EXPECT_LT(client.receive().body.size(), 12'000'000u);
 }
@@ -205,8 +205,9 @@ TEST_F(HostLifecycle, APluginThatDoesNotReturnDoesNotKeepTheServer) {
   client.send(get("/rdm/slow?3600000"));
   EXPECT_TRUE(support::eventually([&] { return called("service /rdm/slow"); }));
   EXPECT_EQ(stop(), 1);
-  EXPECT_NE(server_->errors().find("the plug-in does not return; the server ends without its exits"),
-            std::string::npos);
+  EXPECT_NE(
+      server_->errors().find("the plug-in has not returned from its last call; exiting without its exit functions"),
+      std::string::npos);
   EXPECT_EQ(journal().find("exit"), std::string::npos);
 }
 
@@ -215,8 +216,8 @@ TEST_F(HostLifecycle, SignalsReopenTheLogsOfTheServerAndOfThePlugin) {
   const struct {
     int signal;
     const char *line;
-  } cases[] = {{SIGUSR1, "] [info] rdmd: SIGUSR1: the logs are reopened\n"},
-               {SIGHUP, "] [info] rdmd: SIGHUP: the logs are reopened; the configuration is read only at the start\n"}};
+  } cases[] = {{SIGUSR1, "] [info] rdmd: SIGUSR1: logs reopened\n"},
+               {SIGHUP, "] [info] rdmd: SIGHUP: logs reopened; the configuration is read only at start-up\n"}};
   for (const auto &row : cases) {
     const std::string place = directory_.path("logs" + std::to_string(row.signal));
     std::filesystem::create_directory(place);
@@ -285,7 +286,7 @@ TEST_F(HostLifecycle, LogsThatNobodyReadsDelayNoAnswerAndNoEnd) {
 
 /// dropped_lines sums up the lines of the access log that the error log reports as dropped.
 long dropped_lines(const std::string &errors) {
-  static const std::regex notice("\\[warning\\] rdmd: ([0-9]+) lines? dropped: the access log could not be written\n");
+  static const std::regex notice("\\[warning\\] rdmd: write the access log: ([0-9]+) lines? dropped\n");
   long lines = 0;
   for (auto found = std::sregex_iterator(errors.begin(), errors.end(), notice); found != std::sregex_iterator();
        ++found)
@@ -320,7 +321,7 @@ TEST_F(HostLifecycle, TheErrorLogSaysAtOnceThatTheAccessLogTakesNothing) {
   RdmdProcess server(
       {"--listen", "127.0.0.1:0", "--plugin", plugin(), "--config", config(), "--access-log", "/dev/full"});
   for (int i = 0; i < 5; ++i) EXPECT_EQ(support::http_get(server.port(), "/rdm/fast").status, 200);
-  EXPECT_TRUE(server.await_error("] [warning] rdmd: 1 line dropped: the access log could not be written\n"));
+  EXPECT_TRUE(server.await_error("] [warning] rdmd: write the access log: 1 line dropped\n"));
   server.signal(SIGTERM);
   EXPECT_EQ(server.wait(), 0);
   EXPECT_EQ(dropped_lines(server.errors()), 5) << server.errors();
@@ -340,7 +341,7 @@ TEST_F(HostLifecycle, AStartRemovesTheTemporaryFilesOfServersThatWereKilled) {
   const support::Environment directory("TMPDIR", place.c_str());
   directory_.write(left, "half an answer");
   directory_.write("tmp/notes", "the operator's own");
-  const std::string told = "[info] rdmd: 1 temporary files of processes that were killed removed: " + place + "\n";
+  const std::string told = "[info] rdmd: removed 1 temporary files of killed processes: " + place + "\n";
   start();
   EXPECT_TRUE(server_->await_error(told));
   EXPECT_FALSE(support::file_exists(directory_.path(left)));
@@ -383,8 +384,8 @@ TEST_F(HostLifecycle, ALogThatCannotBeReopenedGoesOnInTheOldFile) {
   server.signal(SIGHUP);
   const auto old_log = [this](const char *name) { return support::read_file(directory_.path("old/") + name); };
   for (const char *log : {"error", "access"}) {
-    const std::string told = "[error] rdmd: the " + std::string(log) +
-                             " log cannot be reopened: No such file or directory; it goes on in the old file\n";
+    const std::string told = "[error] rdmd: reopen the " + std::string(log) +
+                             " log: No such file or directory; still writing to the old file\n";
     EXPECT_TRUE(support::eventually([&] { return old_log("errors").find(told) != std::string::npos; })) << log;
   }
   support::http_get(port, "/rdm/fast");
@@ -469,7 +470,7 @@ TEST_F(HostLifecycle, RefusesAddressesItCannotListenOn) {
       {"8380", "cannot listen on 8380: HOST:PORT is required"},
       {":8380", "cannot listen on :8380: HOST:PORT is required"},
       {"127.0.0.1:", "cannot listen on 127.0.0.1:: HOST:PORT is required"},
-      {"::1:8380", "cannot listen on ::1:8380: an IPv6 address stands in brackets, as [::1]:8380"},
+      {"::1:8380", "cannot listen on ::1:8380: an IPv6 address must be in brackets, such as [::1]:8380"},
       {"127.0.0.1:http", "cannot listen on 127.0.0.1:http: the port is a number from 0 to 65535"},
       {"127.0.0.1:65536", "cannot listen on 127.0.0.1:65536: the port is a number from 0 to 65535"},
       {"127.0.0.1:73916", "cannot listen on 127.0.0.1:73916: the port is a number from 0 to 65535"},

@@ -184,8 +184,8 @@ TEST_F(HostLimits, ClientsBeyondTheLimitAreTurnedAway) {
   EXPECT_EQ(response.reason, "Service Unavailable");
   EXPECT_EQ(response.field("retry-after"), "5");
   EXPECT_EQ(response.body, "The server has as many connections as it can take.\n");
-  EXPECT_TRUE(server_->await_error("[warning] rdmd: the connection limit is reached; clients are turned away\n"));
-  EXPECT_TRUE(server_->await_error("[warning] rdmd: 503: the connection limit is reached (client 127.0.0.1)\n"));
+  EXPECT_TRUE(server_->await_error("[warning] rdmd: connection limit reached: answering new clients with 503\n"));
+  EXPECT_TRUE(server_->await_error("[warning] rdmd: 503: connection limit reached (client 127.0.0.1)\n"));
   for (HttpClient *client : {&first, &second}) {
     client->send("Host: h\r\nConnection: close\r\n\r\n");
     EXPECT_EQ(client->receive().body, "fast\n");
@@ -208,7 +208,7 @@ TEST_F(HostLimits, ClientsFarBeyondTheLimitAreJustClosed) {
   HttpClient last(port_);
   EXPECT_TRUE(last.ended());
   EXPECT_TRUE(server_->await_error(
-      "rdmd: closed without an answer: far more clients than the connection limit (client 127.0.0.1)\n"));
+      "rdmd: closed without an answer: too many clients beyond the connection limit (client 127.0.0.1)\n"));
   served.send("Host: h\r\n\r\n");
   EXPECT_EQ(served.receive().body, "fast\n");
 }
@@ -249,12 +249,12 @@ TEST_F(HostLimits, TheErrorLogSaysWhoWasGivenUpAndWhy) {
   silent.send(get("/rdm/big?12000000"));
   EXPECT_TRUE(told("408: the request head did not arrive in time"));
   EXPECT_TRUE(told("408: the request body did not arrive in time"));
-  EXPECT_TRUE(told("an answer was cut: its client took nothing of it in time"));
+  EXPECT_TRUE(told("answer cut off: the client acknowledged nothing within the write timeout"));
   auto gone = std::make_unique<HttpClient>(port_, false, 65536);
   gone->send(get("/rdm/big?12000000"));
   EXPECT_TRUE(gone->readable(support::patience));
   reset(std::move(gone));
-  EXPECT_TRUE(told("an answer was cut: its connection broke or its file became shorter"));
+  EXPECT_TRUE(told("answer cut off: the connection broke, or a file became shorter while it was sent"));
   HttpClient slow(port_);
   slow.send(get("/rdm/slow?500"));
   EXPECT_TRUE(support::eventually([this] { return called("service /rdm/slow"); }));
@@ -262,7 +262,7 @@ TEST_F(HostLimits, TheErrorLogSaysWhoWasGivenUpAndWhy) {
   waiting->send(get("/rdm/fast"));
   std::this_thread::sleep_for(100ms);  // until the request waits for its turn
   reset(std::move(waiting));
-  EXPECT_TRUE(told("503: the client or the server ended before the service came to the request"));
+  EXPECT_TRUE(told("503: the connection was closed before the request was processed"));
   EXPECT_EQ(slow.receive().body, "slow\n");
 }
 

@@ -156,7 +156,8 @@ TEST(ListenAddress, ABoundSocketRefusesClientsAndIsNotInherited) {
 TEST(ListenAddress, ANameThatCannotBeResolvedIsNamedWithTheReason) {
   EXPECT_EQ(failure("failing.test:0"),
             "cannot listen on failing.test:0: Too many open files [" + std::to_string(EMFILE) + "]");
-  EXPECT_EQ(failure("[::1.:0"), "cannot listen on [::1.:0: an IPv6 address stands in brackets, as [::1]:8380 [0]");
+  EXPECT_EQ(failure("[::1.:0"),
+            "cannot listen on [::1.:0: an IPv6 address must be in brackets, such as [::1]:8380 [0]");
   EXPECT_EQ(failure("a b:0"), "cannot listen on a b:0: Name or service not known [0]");
 }
 

@@ -95,8 +95,7 @@ TEST_F(HostMemory, AThreadThatThereIsNoMemoryForIsDoneWithout) {
     EXPECT_TRUE(support::eventually([&] { return place.done(); }));
   }
   expect_service();
-  EXPECT_NE(errors().find("[warning] rdmd: a thread cannot be started: std::bad_alloc\n"), std::string::npos)
-      << errors();
+  EXPECT_NE(errors().find("[warning] rdmd: start I/O thread: std::bad_alloc\n"), std::string::npos) << errors();
 }
 
 }  // namespace

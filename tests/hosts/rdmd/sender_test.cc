@@ -122,8 +122,8 @@ TEST(AnswerSender, ParksWhatAClientTakesItsTimeFor) {
   Sender sender("HEAD", std::move(pieces));
   ASSERT_EQ(sender.send(pair.ours()), Sender::State::blocked);
   const long before = temporary_files();
-  sender.park();
-  sender.park();
+  sender.spill();
+  sender.spill();
   EXPECT_EQ(temporary_files() - before, 2);
   std::string received;
   Sender::State state = Sender::State::blocked;
@@ -144,7 +144,7 @@ TEST(AnswerSender, KeepsWhatThereIsNoRoomToPark) {
   pieces.push_back(bytes(text));
   Sender sender("HEAD", std::move(pieces));
   ASSERT_EQ(sender.send(pair.ours()), Sender::State::blocked);
-  sender.park();
+  sender.spill();
   std::string received = pair.receive(100'000);
   while (sender.send(pair.ours()) != Sender::State::done) received += pair.receive(100'000);
   for (std::string part; !(part = pair.receive(100'000)).empty();) received += part;

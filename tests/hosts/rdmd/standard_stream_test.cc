@@ -64,7 +64,7 @@ TEST_F(StandardStreams, APipeThatNobodyReadsHoldsNobodyAndHearsWhatItMissed) {
   ASSERT_NE(whole, std::string::npos);
   ASSERT_EQ(whole % 1000, 0u);
   EXPECT_EQ(text.substr(whole),
-            "rdmd: " + std::to_string(2000 - whole / 1000) + " lines dropped: standard error could not be written\n");
+            "rdmd: write standard error: " + std::to_string(2000 - whole / 1000) + " lines dropped\n");
 }
 
 TEST_F(StandardStreams, WhatMissesALineIsToldToWhomItConcerns) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "hosts/rdmd/check_places.h"
+#include "hosts/rdmd/check_environment.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -42,7 +42,7 @@ fs::path target_of(fs::path path) {
   return path;
 }
 
-std::string failure(const std::string &place) { return place + ": " + reason(); }
+std::string failure(const std::string &path) { return path + ": " + reason(); }
 
 /// opening_obstacle returns why an existing log cannot be opened, or an empty string.
 std::string opening_obstacle(const std::string &path) {
@@ -52,7 +52,7 @@ std::string opening_obstacle(const std::string &path) {
 
 /// creating_obstacle returns why a missing log cannot be created, or an empty string. It removes the file that it
 /// creates.
-std::string making_obstacle(const std::string &path) {
+std::string creating_obstacle(const std::string &path) {
   const fs::path target = target_of(path);
   const HostFileGuard made(hosts::open_new_log(target.c_str()));
   if (made) return ::unlink(target.c_str()) == 0 ? "" : failure(target);
@@ -66,7 +66,7 @@ std::string making_obstacle(const std::string &path) {
 /// the server does, because access() does not check everything that open() checks.
 std::string obstacle(const std::string &path) {
   struct stat status;
-  if (::stat(path.c_str(), &status) != 0) return errno == ENOENT ? making_obstacle(path) : failure(path);
+  if (::stat(path.c_str(), &status) != 0) return errno == ENOENT ? creating_obstacle(path) : failure(path);
   if (S_ISSOCK(status.st_mode)) return path + ": it is a socket";
   if (S_ISREG(status.st_mode)) return opening_obstacle(path);
   // Opening a pipe or a device may have effects.
@@ -80,7 +80,7 @@ void check_programs(const Pair &directory, Report &report) {
   const std::string command = directory.value + "/minidba";
   std::error_code ignored;
   if (!fs::is_regular_file(command, ignored) || ::access(command.c_str(), X_OK) != 0)
-    report.error(directory.line, quote(directory.name) + " holds no executable minidba: " + directory.value);
+    report.error(directory.line, quote(directory.name) + " has no executable minidba: " + directory.value);
 }
 
 void check_temporary(const Pair &directory, Report &report) {

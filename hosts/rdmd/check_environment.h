@@ -2,8 +2,8 @@
 /// Checks the environment of a server: directories, logs and addresses.
 ///
 /// These checks change no file. A file that one creates is removed before it returns.
-#ifndef HOSTS_RDMD_CHECK_PLACES_H
-#define HOSTS_RDMD_CHECK_PLACES_H
+#ifndef HOSTS_RDMD_CHECK_ENVIRONMENT_H
+#define HOSTS_RDMD_CHECK_ENVIRONMENT_H
 
 #include <string>
 

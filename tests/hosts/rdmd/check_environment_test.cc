@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "hosts/rdmd/check_places.h"
+#include "hosts/rdmd/check_environment.h"
 
 #include <dlfcn.h>
 #include <netdb.h>

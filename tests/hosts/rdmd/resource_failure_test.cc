@@ -14,7 +14,7 @@ using support::HttpResponse;
 
 /// The server with the service behind it, which has one catalog service with nothing in place but what a test puts
 /// there.
-class HostLosses : public support::ServerTest {
+class HostResourceFailures : public support::ServerTest {
  protected:
   void serve(const std::string &debug_log, const std::vector<std::string> &more = {}) {
     const std::string csid = "x-catalog://localhost:80/c";
@@ -42,38 +42,38 @@ class HostLosses : public support::ServerTest {
 
 constexpr char harvest[] = "/rdm/rd-request?ql=gatherer&scope=all";
 
-TEST_F(HostLosses, AnErrorLogThatTakesNothingCostsNoAnswer) {
+TEST_F(HostResourceFailures, AnErrorLogThatTakesNothingCostsNoAnswer) {
   serve(directory_.path("debug.log"), {"--error-log", "/dev/full"});
   const HttpResponse response = support::http_get(port_, "/rdm/nothing-known");
   EXPECT_EQ(response.status, 200);
   EXPECT_NE(response.body.find("Did not receive valid URI for RDM header."), std::string::npos) << response.body;
 }
 
-TEST_F(HostLosses, ADiagnosticLogThatIsAPipeCostsNoAnswer) {
+TEST_F(HostResourceFailures, ADiagnosticLogThatIsAPipeCostsNoAnswer) {
   serve("/dev/stderr");
   expect_error(harvest, "Server Error: Cannot service request");
   EXPECT_TRUE(server_->await_error("ERROR: Cannot read index for catalog-database"));
 }
 
-TEST_F(HostLosses, ADescriptionThatCannotBeExaminedIsAnsweredAsMissing) {
+TEST_F(HostResourceFailures, ADescriptionThatCannotBeExaminedIsAnsweredAsMissing) {
   std::filesystem::create_symlink(description_, description_);
   serve(directory_.path("debug.log"));
   expect_error("/rdm/server-description-request", "Server description is unavailable.");
 }
 
-TEST_F(HostLosses, ADescriptionWithANameTooLongIsAnsweredAsMissing) {
+TEST_F(HostResourceFailures, ADescriptionWithANameTooLongIsAnsweredAsMissing) {
   description_ = directory_.path(std::string(300, 'x'));
   serve(directory_.path("debug.log"));
   expect_error("/rdm/server-description-request", "Server description is unavailable.");
 }
 
-TEST_F(HostLosses, ADescriptionThatIsADirectoryIsNotSent) {
+TEST_F(HostResourceFailures, ADescriptionThatIsADirectoryIsNotSent) {
   std::filesystem::create_directory(description_);
   serve(directory_.path("debug.log"));
   EXPECT_EQ(support::http_get(port_, "/rdm/server-description-request").status, 500);
 }
 
-TEST_F(HostLosses, AnIndexThatIsADirectoryIsAnsweredAsCorrupt) {
+TEST_F(HostResourceFailures, AnIndexThatIsADirectoryIsAnsweredAsCorrupt) {
   std::filesystem::create_directory(directory_.path("c.db.idx"));
   serve(directory_.path("debug.log"));
   expect_error(harvest, "Server Error: Cannot service request");
