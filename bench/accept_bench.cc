@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-/// Accepting clients: the processor time of the server for a short connection while no other is open, and while 5,000
-/// are idle, or as many as the limit of open files allows. Ends with the ratio of the two and status 1 where it is
-/// above the limit: accepting a client must not go through the others.
+/// Accepting clients: CPU time of the server for a short connection, alone and with 5,000 idle connections (or as many
+/// as the limit of open files allows). Prints the ratio of the two, with exit status 1 if it is above the limit: the
+/// cost of accepting must not depend on the number of connections.
 #include <sys/resource.h>
 
 #include <algorithm>
@@ -28,7 +28,7 @@ namespace {
 
 constexpr double ratio_limit = 1.5;
 constexpr std::size_t many = 5000;
-constexpr int short_connections = 200;  // of an iteration
+constexpr int short_connections = 200;  // per iteration
 
 /// allowed_clients raises the limit of open files and returns how many clients it allows this program and the server.
 std::size_t allowed_clients() {
@@ -39,7 +39,7 @@ std::size_t allowed_clients() {
   return limit.rlim_max / 2;
 }
 
-/// Server is an rdmd with clients that wait.
+/// Server is an rdmd with idle clients.
 class Server {
  public:
   Server()
@@ -52,7 +52,7 @@ class Server {
     while (idle_.size() < clients) idle_.push_back(std::make_unique<support::HttpClient>(port_));
   }
 
-  /// cost returns the processor time of the server for one of the short connections, in seconds.
+  /// cost returns the CPU time of the server for one short connection, in seconds.
   double cost() const {
     const auto before = process_.cpu_time();
     for (int i = 0; i < short_connections; ++i)
@@ -81,7 +81,8 @@ void short_connection(benchmark::State &state) {
   for (auto _ : state) state.SetIterationTime(server.cost());
 }
 
-/// Figures is the usual report, which also keeps the least time of each size: what else the machine does only adds.
+/// Figures is the usual report; it also keeps the least time of each size, because other load on the machine only adds
+/// time.
 class Figures : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(const std::vector<Run> &runs) override {
@@ -92,7 +93,8 @@ class Figures : public benchmark::ConsoleReporter {
       least = std::min(least, run.GetAdjustedRealTime());
     }
   }
-  /// ratio returns the time with most connections open by the time with fewest; 0 where not both were measured.
+  /// ratio returns the time with the most connections divided by the time with the fewest, or 0 if one was not
+  /// measured.
   double ratio() const {
     const auto alone = times_.find("0");
     return alone == times_.end() || times_.size() < 2 ? 0 : std::next(alone)->second / alone->second;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-/// Reading a catalog of 20,000 records: by the checked reader, by the hash library, and its pages without looking at
-/// them. Ends with the ratios and what the checks cost for each open and each page.
+/// Reading a catalog of 20,000 records: by the checked reader, by the hash library, and page by page without parsing.
+/// Prints the ratios and the cost of the checks for each open and each page.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -39,7 +39,7 @@ std::string key_of(unsigned number) {
 
 DBT item(const std::string &text) { return {const_cast<char *>(text.data()), text.size()}; }
 
-/// TemporaryCatalog has records of 2 to 3 KB, as descriptions usually are.
+/// TemporaryCatalog has records of 2 to 3 KB, the usual size of descriptions.
 class TemporaryCatalog {
  public:
   TemporaryCatalog() {
@@ -163,8 +163,7 @@ BENCHMARK_CAPTURE(walk, library, open_with_library)->Unit(benchmark::kMillisecon
 BENCHMARK(read_pages)->Unit(benchmark::kMillisecond);
 BENCHMARK(check_header);
 
-/// Figures is the usual report, which also keeps the processor times in microseconds: those of a clock on the wall say
-/// more about what else the machine does.
+/// Figures is the usual report; it also keeps CPU times in microseconds, because wall-clock times depend on other load.
 class Figures : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(const std::vector<Run> &runs) override {

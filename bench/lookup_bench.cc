@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-/// What is looked up by name: the fields of a query, of a request head and of an alias file, and the classes of a
-/// taxonomy. Each is measured at several sizes; the order of growth is printed behind them.
+/// Lookups by name: the fields of a query, of a request head and of an alias file, and the classes of a taxonomy. Each
+/// is measured at several sizes; the report ends with the order of growth.
 #include <unistd.h>
 
 #include <cstdlib>
@@ -20,7 +20,7 @@ using namespace rdm;
 
 namespace {
 
-/// TemporaryFile holds a text for as long as it lives.
+/// TemporaryFile is a file with this text, removed at the end of its scope.
 class TemporaryFile {
  public:
   explicit TemporaryFile(const std::string &text) {

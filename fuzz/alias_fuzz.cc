@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Any text as an alias file.
+/// Reads any text as an alias file.
 
 #include "fuzz/fuzz.h"
 #include "service/alias.h"

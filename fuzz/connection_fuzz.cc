@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-/// Any bytes from a client, by way of a socket. The server must answer with whole HTTP messages and close, and the
-/// pieces in which the bytes arrive must not matter.
+/// Sends any bytes to the server over a socket. The server must answer with complete HTTP messages and close, however
+/// the bytes are split into packets.
 
 #include <sys/socket.h>
 #include <unistd.h>
@@ -20,7 +20,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// Host is a server whose clients come by pairs of sockets instead of its address.
+/// Host is a server whose clients connect by socket pairs.
 class Host {
  public:
   Host() : errors_("/dev/null"), access_(""), plugin_(load()), server_(settings(), plugin_, errors_, access_) {
@@ -29,8 +29,8 @@ class Host {
   }
 
   rdmd::Server &server() { return server_; }
-  /// context serves all clients, one after the other. It outlives the thread that calls the plug-in, which may still be
-  /// handing over an answer when the client of that answer is gone.
+  /// context runs the I/O of all clients in turn. It is destroyed after the thread that calls the plug-in, which may
+  /// still post an answer whose client is gone.
   boost::asio::io_context &context() { return context_; }
 
  private:
@@ -50,7 +50,7 @@ class Host {
   }
 
   boost::asio::io_context context_;
-  // While the plug-in answers, the connection waits for nothing here.
+  // While the plug-in answers, the connection waits for no event of this context.
   boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work_ = make_work_guard(context_);
   fuzz::Site site_;
   rdmd::ErrorLog errors_;
@@ -59,7 +59,7 @@ class Host {
   rdmd::Server server_;
 };
 
-/// Client is one connection to the host, and what came back on it.
+/// Client is one connection to the host and the answers received on it.
 class Client {
  public:
   explicit Client(Host &host) : context_(host.context()) {
@@ -76,7 +76,7 @@ class Client {
   Client &operator=(const Client &) = delete;
   ~Client() { ::close(socket_); }
 
-  /// send has the server see `bytes` by themselves.
+  /// send makes the server receive `bytes` in a packet of its own.
   void send(std::string_view bytes) {
     while (!bytes.empty() && !connection_.expired()) {
       const ssize_t sent = ::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
@@ -87,7 +87,7 @@ class Client {
     }
   }
 
-  /// answers ends what is sent and returns all that came back until the server closed.
+  /// answers ends sending and returns everything received until the server closed.
   std::string answers() {
     ::shutdown(socket_, SHUT_WR);
     const auto end = rdmd::io::Clock::now() + 5s;
@@ -119,7 +119,7 @@ std::string converse(Host &host, std::string_view bytes, size_t piece) {
   return client.answers();
 }
 
-/// cut removes what begins with `start`, to the end of `stop`.
+/// cut removes the text from `start` to the end of `stop`.
 void cut(std::string &text, std::string_view start, std::string_view stop) {
   for (size_t at = 0; (at = text.find(start, at)) != std::string::npos;) {
     const size_t end = text.find(stop, at);
@@ -127,15 +127,15 @@ void cut(std::string &text, std::string_view start, std::string_view stop) {
   }
 }
 
-/// comparable leaves out what depends on when an answer was made: dates, and whether the client had to be told to go
-/// on.
+/// comparable removes what depends on timing: dates, and "100 Continue".
 std::string comparable(std::string answers) {
   cut(answers, "Date: ", "\r\n");
   cut(answers, "HTTP/1.1 100 Continue", "\r\n\r\n");
   return answers;
 }
 
-/// body_size returns how much of `rest` is the body of the answer with this head: without a length it is all.
+/// body_size returns the length of the body at the front of `rest` for an answer with this head: all of `rest` if no
+/// length is declared.
 size_t body_size(std::string_view head, std::string_view rest) {
   constexpr std::string_view name = "\r\nContent-Length: ";
   const size_t at = head.find(name);
@@ -145,7 +145,7 @@ size_t body_size(std::string_view head, std::string_view rest) {
   return length;
 }
 
-/// check_messages requires whole messages. One whose body is missing is an answer to HEAD.
+/// check_messages requires complete messages. A missing body is allowed for an answer to HEAD.
 void check_messages(std::string_view answers) {
   while (!answers.empty()) {
     fuzz::require(answers.starts_with("HTTP/1.1 "), "the status line of an answer");

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Any text as the configuration of the catalog services.
+/// Reads any text as the configuration of the catalog services.
 
 #include "fuzz/fuzz.h"
 #include "service/csid.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-/// Any bytes as a catalog database: a walk over it, and every record of the walk by its key. Where the walk meets no
-/// damage, what is found by a key is what the walk found there.
+/// Reads any bytes as a catalog database: visits all records, and gets each by its key. Unless the visit finds damage,
+/// both must return the same records.
 
 #include <algorithm>
 #include <set>
@@ -15,7 +15,7 @@ namespace {
 
 using Records = std::set<std::pair<std::string, std::string>>;
 
-/// As many records as a file of this size can hold, and some.
+/// More records than a file of this size can hold.
 size_t record_limit(size_t size) { return size / 4 + 16; }
 
 std::string bytes_of(const DBT &item) { return {static_cast<const char *>(item.data), item.size}; }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-/// Any bytes as a delivery of descriptions. Its objects follow each other without overlapping; what is kept of a
-/// refused one, and what an accepted one is printed as, is read again as it was.
+/// Reads any bytes as a submission. Objects must follow each other without overlapping; the kept text of a refused
+/// object, and the printed text of an accepted one, must parse the same again.
 
 #include <fcntl.h>
 
@@ -25,8 +25,8 @@ void check_accepted(SOIF *object, uint32_t number) {
   fuzz::require(catalog::print(again.get()) == text, "a description that was exported");
 }
 
-/// check_refused makes sure that the parser could not have read an object that was refused as none. Of names the stream
-/// is stricter than the parser, and it wants an object to be closed.
+/// check_refused requires that the parser cannot read a refused object. The stream is stricter than the parser about
+/// names, and requires an object to be closed.
 void check_refused(const std::string &path, const catalog::SoifStream::Item &item) {
   if (item.object || item.reason.starts_with("attribute name ") || item.reason == "not closed") return;
   const StdioPtr file = open_stdio(path.c_str());

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Any text as the query of a GET, up to the message it stands for.
+/// Reads any text as the query of a GET and turns it into a message.
 
 #include <libcs/cs.h>
 

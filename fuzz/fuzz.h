@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-/// What the fuzzers share. A fuzzer is a procedure that takes any bytes; it must end without a crash, a leak or a
-/// broken require.
+/// Helpers of the fuzzers. A fuzzer is a procedure that accepts any bytes; a crash, a leak or a failed require is a
+/// finding.
 #ifndef FUZZ_FUZZ_H
 #define FUZZ_FUZZ_H
 
@@ -10,17 +10,17 @@
 #include <string>
 #include <string_view>
 
-/// LLVMFuzzerTestOneInput is the procedure of a fuzzer, under the name by which the fuzzing engine calls it. Always 0.
+/// LLVMFuzzerTestOneInput is the fuzzer's procedure, which the fuzzing engine calls by this name. It returns 0.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 
 namespace rdm::fuzz {
 
 inline std::string_view text(const uint8_t *data, size_t size) { return {reinterpret_cast<const char *>(data), size}; }
 
-/// require ends the process with a message when `holds` is false: the input is a finding.
+/// require aborts with a message if `holds` is false.
 void require(bool holds, const char *message);
 
-/// MemoryFile is a file without a disk behind it.
+/// MemoryFile is a file in memory.
 class MemoryFile {
  public:
   explicit MemoryFile(std::string_view bytes);
@@ -28,7 +28,7 @@ class MemoryFile {
   MemoryFile &operator=(const MemoryFile &) = delete;
   ~MemoryFile();
 
-  /// path is where the file can be opened while the object lives.
+  /// path returns a path that opens the file while the object lives.
   const std::string &path() const { return path_; }
 
  private:
@@ -36,7 +36,7 @@ class MemoryFile {
   std::string path_;
 };
 
-/// TemporaryDirectory is a temporary directory that goes with the process.
+/// TemporaryDirectory is a directory that is removed at the end of its scope.
 class TemporaryDirectory {
  public:
   TemporaryDirectory();
@@ -44,7 +44,7 @@ class TemporaryDirectory {
   TemporaryDirectory &operator=(const TemporaryDirectory &) = delete;
   ~TemporaryDirectory();
 
-  /// write makes a file, or replaces its contents, and returns its path.
+  /// write creates or replaces a file and returns its path.
   std::string write(const std::string &name, std::string_view bytes) const;
   std::string path(const std::string &name) const { return path_ + "/" + name; }
 
@@ -52,7 +52,7 @@ class TemporaryDirectory {
   std::string path_;
 };
 
-/// take splits a number off the front of the input; 0 when too little is left.
+/// take removes a number from the front of the input, or returns 0 if too few bytes are left.
 uint64_t take(std::string_view &input, size_t bytes);
 
 }  // namespace rdm::fuzz

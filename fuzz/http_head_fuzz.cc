@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
-/// Any bytes as the head of an HTTP request. The pieces in which it arrives must not matter, except that what arrives
-/// whole may be refused for another reason than what is refused early.
+/// Reads any bytes as the head of an HTTP request. The result must not depend on how the bytes are split, except that
+/// the reason of a refusal may differ if the head arrives at once.
 
 #include <algorithm>
 
 #include "fuzz/fuzz.h"
-#include "hosts/rdmd/request_target.h"
 #include "hosts/rdmd/request_head.h"
+#include "hosts/rdmd/request_target.h"
 
 using namespace rdm;
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Any bytes as an index file. What is one is written as the same bytes again.
+/// Reads any bytes as an index file. A valid one must be written as the same bytes.
 
 #include "catalog/index_file.h"
 #include "catalog/os/error.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-/// Any bytes as the index of a catalog, and a search in it, against models that read the file number by number and that
-/// search by recursion. The first four bytes are the time searched for.
+/// Reads any bytes as the index of a catalog and searches it, compared with models that read the file number by number
+/// and search recursively. The first four bytes are the time to search for.
 
 #include <algorithm>
 #include <string>
@@ -17,7 +17,7 @@ namespace {
 
 constexpr char csid[] = "x-catalog://localhost:80/a";
 
-/// Catalog is a service whose index each input replaces.
+/// Catalog is a service whose index is replaced by each input.
 struct Catalog {
   Catalog() {
     directory.write("csid.conf",
@@ -32,7 +32,7 @@ uint32_t number(std::string_view file, size_t at) {
   return static_cast<uint32_t>(fuzz::take(file, 4));
 }
 
-/// is_index says whether the file has its mark and at least the entries that it counts.
+/// is_index returns true if the file has the magic number and at least as many entries as it declares.
 bool is_index(std::string_view file) {
   return file.size() >= 8 && number(file, 0) == 0x3eb1ca0e && (file.size() - 8) / 20 >= number(file, 4);
 }
@@ -48,8 +48,8 @@ void check_entries(std::string_view file, const cs_dbindex &index) {
   }
 }
 
-/// check_short looks at an index that was refused. Its count stays, and a caller who goes by it finds the file's whole
-/// entries and zeros behind them, or no entries.
+/// check_short checks a refused index: its count is kept, and its entries are those complete in the file followed by
+/// zeros, or there are none.
 void check_short(std::string_view file, const cs_dbindex &index) {
   const bool has_mark = file.size() >= 8 && number(file, 0) == 0x3eb1ca0e;
   fuzz::require(index.count == (has_mark ? number(file, 4) : 0), "the count of a short index");
@@ -73,8 +73,8 @@ struct Model {
   bool is_answer(int64_t found) const;
 };
 
-/// search finds nothing to send, which is the count, where it comes to the last entry; else an entry of just that time,
-/// else one of the two between which it belongs.
+/// search is the model: it returns the count, which means that nothing is to be sent, if it reaches the last entry;
+/// otherwise an entry of exactly that time, or one of the two around it.
 int64_t Model::search(int64_t low, int64_t high) const {
   if (low <= high) {
     const int64_t middle = low + (high - low) / 2;
@@ -87,8 +87,8 @@ int64_t Model::search(int64_t low, int64_t high) const {
   return is_late(low) ? low : -1;
 }
 
-/// is_answer says, looking at every entry, whether a search in a sorted index may find this: an entry of just that
-/// time, else the first later one; the count where only the last entry may be as late.
+/// is_answer checks a result in a sorted index against every entry: it must be an entry of exactly that time or the
+/// first later one, or the count if no entry but the last is as late.
 bool Model::is_answer(int64_t found) const {
   const auto first = std::find_if(times.begin(), times.end(), [this](int64_t time) { return time >= since; });
   const int64_t position = first - times.begin();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Any text as a configuration file of name="value" pairs, each of which is then found and removed.
+/// Reads any text as a configuration file of name="value" pairs, then finds and removes each.
 
 #include <vector>
 
@@ -11,14 +11,14 @@ using namespace rdm;
 
 namespace {
 
-/// first_of returns the first pair of a name in the order in which pairs were added.
+/// first_of returns the pair of this name that was added first.
 const host_param *first_of(const pblock &block, const std::string &name) {
   const host_param *pair = block.first;
   while (pair != nullptr && pair->name != name) pair = pair->next;
   return pair;
 }
 
-/// remove_pairs removes pairs by the names at the front and a little behind it, by turns.
+/// remove_pairs removes pairs by the first name and by a later one in turn.
 void remove_pairs(pblock &block) {
   for (size_t turn = 0; block.first != nullptr; ++turn) {
     const host_param *chosen = block.first;

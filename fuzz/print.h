@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// SOIF objects as text and part by part, for fuzzers that compare them.
+/// Prints and compares SOIF objects for the fuzzers.
 #ifndef FUZZ_PRINT_H
 #define FUZZ_PRINT_H
 
@@ -32,7 +32,7 @@ inline std::vector<std::pair<std::string, std::string>> attributes(const cshasht
   return all;
 }
 
-/// same returns whether two objects are equal in all their parts.
+/// same returns true if two objects are equal in all their parts.
 inline bool same(const SOIF &one, const SOIF &other) {
   return std::string_view(one.template_name) == other.template_name && std::string_view(one.url) == other.url &&
          one.attr_count == other.attr_count && one.value_bytes == other.value_bytes &&

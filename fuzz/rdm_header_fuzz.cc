@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Any bytes as the header of a message. What was read is read again from what it is printed as.
+/// Reads any bytes as the header of a message. The printed header must parse to the same header again.
 
 #include <algorithm>
 
@@ -33,12 +33,12 @@ std::string print(const rdmhdr *header) {
   return text;
 }
 
-/// text takes an empty text for none: neither is printed.
+/// text returns an empty string for null: neither is printed.
 std::string_view text(const char *text, std::string_view none = {}) {
   return text != nullptr && *text != '\0' ? text : none;
 }
 
-/// same leaves out what is not printed, as codes that tell of no error.
+/// same ignores what is not printed, such as error codes without an error.
 bool same(const rdmhdr &one, const rdmhdr &other) {
   return one.type == other.type && text(one.query_language) == text(other.query_language) &&
          text(one.csid, "unknown") == text(other.csid, "unknown") &&
@@ -54,7 +54,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   fuzz::require(result >= 0 && result <= 2, "the result");
   if (result != 0) return 0;
   const std::string once = print(header.get());
-  // A header that has grown past what is read of one cannot be read again.
+  // A printed header longer than the limit for reading cannot be read again.
   if (once.size() > 1023) return 0;
   fuzz::require(rdmhdr_parse(buffer_of(once).get(), again.get()) == 0, "a printed header");
   fuzz::require(same(*again, *header), "a header that was printed");

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Runs a fuzzer's procedure on files, so that what was once found stays found on every build.
+/// Runs a fuzzer's procedure on files, so that every build repeats earlier findings.
 
 #include <filesystem>
 #include <fstream>
@@ -23,7 +23,7 @@ std::vector<fs::path> files_of(const fs::path &path) {
 void replay(const fs::path &path) {
   std::ifstream file(path, std::ios::binary);
   const std::string bytes{std::istreambuf_iterator<char>(file), {}};
-  // On the heap and of just its size, so that a sanitizer sees the first byte read behind it.
+  // A heap block of exactly this size, so that a sanitizer reports the first byte read behind it.
   const std::vector<uint8_t> input(bytes.begin(), bytes.end());
   LLVMFuzzerTestOneInput(input.data(), input.size());
 }

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
-/// Any bytes as an HTTP request, read by the host's own intake and answered by the service from a small catalog.
+/// Parses any bytes as an HTTP request with the host's parser and has the service answer it from a small catalog.
 
 #include "fuzz/site.h"
 #include "hosts/common/host_table.h"
-#include "hosts/rdmd/request_target.h"
 #include "hosts/rdmd/request_head.h"
+#include "hosts/rdmd/request_target.h"
 #include "qxapi/guard.h"
 #include "service/rdm.h"
 
@@ -12,7 +12,7 @@ using namespace rdm;
 
 namespace {
 
-/// Service is the service of the site, answering within this process.
+/// Service is the service of site.h within this process.
 class Service {
  public:
   Service() {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Any text as a schema description, and every question about what it says.
+/// Reads any text as a schema description and calls every query of it.
 
 #include "fuzz/fuzz.h"
 #include "qxapi/guard.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// A service to be asked: one catalog of two descriptions, its server description and its configuration.
+/// A service for fuzzers: a catalog of two descriptions, a server description and a configuration.
 #ifndef FUZZ_SITE_H
 #define FUZZ_SITE_H
 
@@ -13,7 +13,7 @@ class Site {
  public:
   Site();
 
-  /// configuration is the file that rdm_init is called with.
+  /// configuration returns the path of the file for rdm_init.
   std::string configuration() const { return directory_.path("rdm.conf"); }
 
  private:

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-/// The same bytes as SOIF text in a file and in memory. Both must give the same objects, but for an object with a value
-/// that the end of the input cuts: a file loses it with all that follows; in memory up to 65,536 missing bytes are made
-/// up, and a value that lacks more is refused, so that the objects within it are found.
+/// Parses the same bytes as SOIF in a file and in memory. Both must give the same objects, except for an object whose
+/// value is cut off by the end of the input: in a file it is lost with everything after it; in memory up to 65,536
+/// missing bytes are filled in, and a value that lacks more is refused, so that the objects within it are found.
 
 #include <algorithm>
 
@@ -13,8 +13,8 @@ using namespace rdm;
 
 namespace {
 
-/// announces_too_much returns true if the text up to `position` ends with a size that reaches further behind the text
-/// than a value may: "{size}:" and a tab. A size may contain braces, of which the first begins it.
+/// announces_too_much returns true if the text up to `position` ends with a size, "{size}:" and a tab, that reaches
+/// further behind the text than a value may. A size may contain braces; the first brace begins it.
 bool announces_too_much(std::string_view text, size_t position) {
   constexpr std::string_view end = "}:\t";
   if (position < end.size() || text.substr(position - end.size(), end.size()) != end) return false;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-/// What was parsed and printed once is parsed again as the same object, but for empty values, which are not printed,
-/// and is printed to the same bytes.
+/// A parsed and printed object must parse to the same object again, except for empty values, which are not printed, and
+/// must print to the same bytes.
 
 #include "fuzz/fuzz.h"
 #include "fuzz/print.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Any text as a taxonomy file.
+/// Reads any text as a taxonomy file.
 
 #include <libcs/tax.h>
 

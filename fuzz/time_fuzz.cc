@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-/// Any text as a date, against a slow model: it looks every word's shape up in a table and counts days one at a time.
+/// Parses any text as a date and compares with a slow model, which looks up the shape of every word in a table and
+/// counts days one at a time.
 
 #include <algorithm>
 #include <cstdlib>
@@ -30,7 +31,7 @@ bool is_digit(char c) { return c >= '0' && c <= '9'; }
 char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 bool is_letter(char c) { return lower(c) >= 'a' && lower(c) <= 'z'; }
 
-/// shape writes a digit as 9, a letter in lower case.
+/// shape maps a digit to 9 and a letter to lower case.
 std::string shape(std::string word) {
   for (char &c : word) c = is_digit(c) ? '9' : lower(c);
   return word;
@@ -41,7 +42,7 @@ bool begins(const std::string &text, std::string_view front) { return text.compa
 struct Model {
   int day = -1, month = -1, year = -1;
   int64_t time = -1;
-  bool zoned = false, fixed = false;  // a zone was seen; one that no offset replaces
+  bool zoned = false, fixed = false;  // a zone was seen; an offset cannot replace it
   int zone = 0, offset = -1;          // minutes east of UTC
 
   void take(const std::string &word);

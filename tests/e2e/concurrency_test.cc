@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Many clients at once, while operators rotate logs and rebuild catalogs: everybody is answered as if alone.
+/// Many clients at once while logs are rotated and catalogs rebuilt: each is answered as if it were alone.
 
 #include <algorithm>
 #include <atomic>
@@ -27,7 +27,7 @@ using support::HttpResponse;
 constexpr int clients = 16;
 constexpr int rounds = 3;
 
-/// Threads run until their scope ends.
+/// Threads joins its threads at the end of its scope.
 class Threads {
  public:
   void add(std::function<void()> work) { threads_.emplace_back(std::move(work)); }
@@ -48,7 +48,7 @@ std::string post_request(const std::string &target, const std::string &body) {
          "\r\n\r\n" + body;
 }
 
-/// What a request is answered with, and what it leaves in the transaction log but the time.
+/// A request's answer, and its line in the transaction log without the time.
 struct Exchange {
   std::string request;
   std::string answer;
@@ -99,7 +99,7 @@ class Concurrency : public ServiceTest {
   }
 
   static bool is_head(const std::string &request) { return request.starts_with("HEAD"); }
-  /// answer is all that a client sees but the date.
+  /// answer returns what the client receives, without the date.
   static std::string answer(HttpClient &client, const std::string &request) {
     client.send(request);
     const HttpResponse response = client.receive(is_head(request));
@@ -126,7 +126,7 @@ class Concurrency : public ServiceTest {
     for (std::string line; std::getline(log, line);) EXPECT_TRUE(std::regex_match(line, whole)) << line;
   }
 
-  /// harvest has a client make every request in an order of its own, on one connection for as long as that lasts.
+  /// harvest makes a client send all requests in an order of its own, on one connection if it stays open.
   void harvest(unsigned seed) {
     std::mt19937 random(seed);
     auto client = std::make_unique<HttpClient>(port_);
@@ -144,7 +144,7 @@ class Concurrency : public ServiceTest {
     }
   }
 
-  /// while_clients_harvest repeats some work until all clients are done.
+  /// while_clients_harvest repeats `work` until all clients are done.
   void while_clients_harvest(const std::vector<std::function<void()>> &works) {
     std::atomic<bool> done = false;
     Threads operators;
@@ -162,7 +162,7 @@ class Concurrency : public ServiceTest {
     done = true;
   }
 
-  /// rotate renames the access log and has the server open a new one.
+  /// rotate renames the access log and makes the server open a new one.
   void rotate() {
     std::error_code ignored;
     std::filesystem::rename(directory_.path("access"), directory_.path("access." + std::to_string(++rotations_)),
@@ -202,7 +202,7 @@ TEST_F(Concurrency, EverybodyIsAnsweredAsIfAlone) {
             exchanges_.size() * (clients * rounds + 1));
 }
 
-/// Copying and truncating may lose lines in between, but never leaves a part of one.
+/// Copying and truncating may lose lines in between, but never leaves part of a line.
 TEST_F(Concurrency, ATransactionLogThatIsCutGoesOnWithWholeLines) {
   const std::string log = directory_.path("rdm.log"), diagnostics = directory_.path("debug.log");
   while_clients_harvest({[&] {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Harvesting: what gatherers get, byte for byte.
+/// Harvesting: answers to gatherers, byte for byte.
 
 #include <array>
 #include <chrono>
@@ -116,7 +116,7 @@ TEST_F(Harvest, ViewAttributesKeepsThoseNamed) {
 TEST_F(Harvest, SinceSendsWhatChangedAtThatTimeAndLater) {
   const std::string directory = directory_.path();
   const std::string database = directory_.path("rfc.db");
-  // Times have seconds: each batch gets one of its own.
+  // Times have a resolution of one second: each batch gets one of its own.
   make_catalog(directory, "rfc", examples::example("rfc/rds.soif"));
   for (const std::vector<std::string> &urls :
        {std::vector<std::string>{"x://new/1"}, {"x://new/2", "x://new/3", "x://new/4"}}) {
@@ -160,7 +160,7 @@ TEST_F(Harvest, AnUpdatedCatalogIsServedFromTheNextRequestOn) {
   EXPECT_EQ(get("/rdm/rd-request?ql=gatherer&scope=all").body, after);
 }
 
-/// A catalog whose answer is far larger than what the kernel keeps for a connection.
+/// A catalog whose answer is far larger than the kernel's buffers of a connection.
 class LargeHarvest : public Harvest {
  protected:
   static constexpr std::size_t records = 4000;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Status, descriptions, refusals, and what is logged about them.
+/// Status, descriptions, refusals and their log lines.
 
 #include <map>
 #include <regex>

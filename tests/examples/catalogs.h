@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// The example catalogs as their tests see them.
+/// Descriptions of the example catalogs for their tests.
 #ifndef TESTS_EXAMPLES_CATALOGS_H
 #define TESTS_EXAMPLES_CATALOGS_H
 
@@ -77,7 +77,7 @@ inline std::string base_name(const std::string &attribute) {
   return end + 1 < attribute.size() && attribute[end] == '-' ? attribute.substr(0, end) : attribute;
 }
 
-/// catalogs returns what each of them claims to hold.
+/// catalogs returns the documented contents of each.
 inline std::vector<Catalog> catalogs() {
   return {Catalog{"rfc",
                   "x-catalog://localhost:8380/rfc",

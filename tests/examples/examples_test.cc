@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-/// The example catalogs are what they claim to be: exact byte counts, known attributes and dates, and
-/// configurations that load without a complaint.
+/// The example catalogs have exact byte counts, known attributes and valid dates, and their configurations load without
+/// a diagnostic.
 #include <regex>
 #include <set>
 #include <string>
@@ -33,8 +33,7 @@ TEST_P(Examples, HoldTheDescriptionsTheyClaim) {
 }
 
 TEST_P(Examples, CountEveryByteExactly) {
-  // The printer writes each attribute in the form the files have, in another order. Only the empty lines between the
-  // objects are left over.
+  // The printer writes the attributes in the same form but in another order, without empty lines between objects.
   for (const std::string file : {"rds.soif", "server.rdm", "schema.rdm", "taxonomy.rdm"}) {
     const std::string text = support::read_file(example(name(file)));
     const std::vector<Object> objects = parse(text);
@@ -114,7 +113,7 @@ TEST(ExampleRequests, AreWholeMessages) {
     }
     size_t printed = 0;
     for (const Object &object : parsed) printed += object.printed.size();
-    // The empty line, and one byte more where no body follows: a message must go on after its empty line.
+    // The empty line, and one byte more if there is no body: a message must continue after its empty line.
     EXPECT_EQ(text.size(), printed + (objects == 1 ? 2 : 1)) << name;
   }
 }
@@ -131,7 +130,7 @@ TEST(ExampleAliases, NameEachThingOnce) {
   alias_destroy(to_parent, to_aliases);
 }
 
-/// The configuration templates with their directories filled in, as files of a temporary directory.
+/// The configuration templates as files of a temporary directory, with their directories filled in.
 class ExampleConfiguration : public ::testing::Test {
  protected:
   std::string fill_in(const std::string &file) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// The descriptions of the example catalogs and their taxonomies fit each other.
+/// The classifications of the example catalogs are in their taxonomies.
 #include <string>
 
 #include <gtest/gtest.h>

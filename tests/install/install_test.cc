@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-/// What an installation holds for programmers and packagers. It is tested where it was staged (DESTDIR), not below the
-/// prefix it was installed for: the tree has been moved.
+/// The installed files for programmers and packagers. They are tested where they were staged (DESTDIR), not under the
+/// prefix, as if the tree had been moved.
 
 #include <cctype>
 #include <filesystem>
@@ -40,7 +40,7 @@ const std::string message = "@RDMHEADER { -\nrdm-version{3}:\t1.0\nrdm-type{15}:
 
 std::string consumer(const std::string &name) { return support::in_source("tests/install/consumer/" + name); }
 
-/// output_of returns what a program prints; it fails the test when the program fails.
+/// output_of returns the output of a program; it fails the test if the program fails.
 std::string output_of(const Words &command) {
   const support::Finished finished = support::run(command);
   EXPECT_EQ(finished.status, 0) << command[0] << ": " << finished.out << finished.errors;
@@ -56,7 +56,7 @@ std::string define(const std::string &variable, const std::string &value) {
   return std::string("-DCMAKE_").append(variable).append("=").append(value);
 }
 
-/// Programs link the libraries of a build with sanitizers only if they are built with them too.
+/// Programs can link a sanitizer build only if they are built with the same sanitizers.
 std::string sanitizer_flags() { return *SANITIZE == '\0' ? "" : "-fsanitize=" SANITIZE; }
 
 Names files_below(const fs::path &directory) {
@@ -74,7 +74,7 @@ Names files_in_list(const std::string &directory, const Words &names) {
 
 bool is_elf(const std::string &bytes) { return bytes.starts_with("\177ELF"); }
 
-/// run_path returns the directories in which a program or library looks for libraries before it looks in the system's.
+/// run_path returns the run path (RUNPATH) of a program or library.
 std::string run_path(const std::string &file) {
   if (!is_elf(support::read_file(file))) return "";
   const std::string dynamic = output_of({READELF, "-d", file});
@@ -82,14 +82,14 @@ std::string run_path(const std::string &file) {
   return std::regex_search(dynamic, path, std::regex(R"(R(UN)?PATH\)[^\n]*\[([^\]]*)\])")) ? path.str(2) : "";
 }
 
-/// names returns true if the directory, or what is below it, stands among the bytes as an absolute path.
+/// names returns true if the bytes contain the directory, or a path below it, as an absolute path.
 bool names(const std::string &bytes, const std::string &directory) {
   for (size_t at = bytes.find(directory); at != std::string::npos; at = bytes.find(directory, at + 1))
     if (at == 0 || (std::isalnum(static_cast<unsigned char>(bytes[at - 1])) == 0 && bytes[at - 1] != '}')) return true;
   return false;
 }
 
-/// build_directories returns the build's own and those of the sources.
+/// build_directories returns the directories of the build and of the sources.
 Words build_directories() {
   Words directories = {support::in_build()};
   for (const fs::directory_entry &entry : fs::directory_iterator(support::in_source()))
@@ -110,13 +110,13 @@ class Install : public ::testing::Test {
   static std::string library(const std::string &name) { return installed(LIBRARY_DIR "/" + name); }
   static std::string built(const std::string &name) { return directory_->path(name); }
 
-  /// flags returns what pkg-config answers for a package.
+  /// flags returns the output of pkg-config for a package.
   static Words flags(const std::string &package) {
     const support::Environment path("PKG_CONFIG_PATH", library("pkgconfig").c_str());
     return words_of(output_of({PKG_CONFIG, "--cflags", "--libs", package}) + sanitizer_flags());
   }
 
-  /// compile builds a program of one file and returns its path.
+  /// compile builds a program from one file and returns its path.
   static std::string compile(Words command, const std::string &source, const std::string &package) {
     std::string program = built(fs::path(source).stem());
     const Words libraries = flags(package);
@@ -201,7 +201,7 @@ TEST_F(Install, ProgramsThatWereBuiltBeforeStillRun) {
 TEST_F(Install, NoFileNamesADirectoryOfTheBuild) {
   for (const std::string &name : files_below(installed())) {
     const std::string bytes = support::read_file(installed(name));
-    // Debug builds name their sources, for the debugger.
+    // Debug information contains the paths of the sources.
     if (!OPTIMISED && is_elf(bytes)) continue;
     for (const std::string &directory : build_directories())
       EXPECT_FALSE(names(bytes, directory)) << name << " names " << directory;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// The diagnostic log as tests read it.
+/// Reads the diagnostic log.
 #ifndef TESTS_SUPPORT_DIAGNOSTICS_H
 #define TESTS_SUPPORT_DIAGNOSTICS_H
 
@@ -10,7 +10,7 @@
 
 namespace rdm::support {
 
-/// Diagnostics sends the diagnostic log to a file for its lifetime and then silences it.
+/// Diagnostics sends the diagnostic log to a file for its lifetime, and turns the log off afterwards.
 class Diagnostics {
  public:
   explicit Diagnostics(int level = 1);
@@ -18,10 +18,10 @@ class Diagnostics {
   Diagnostics &operator=(const Diagnostics &) = delete;
   ~Diagnostics();
 
-  /// text returns everything written so far with the time stamp, process and slot of each line removed, so that lines
-  /// read "ERROR: message\n" or "message\n".
+  /// text returns the log so far without time, process and slot of each line, so that lines read "ERROR: message\n" or
+  /// "message\n".
   std::string text() const;
-  /// raw returns the file as it stands.
+  /// raw returns the bytes of the file.
   std::string raw() const;
 
  private:

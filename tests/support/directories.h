@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-/// Where tests find the sources and what was built of them. Only directories.cc is compiled with the names of the two
-/// directories: all other objects are the same wherever a clone stands, and a compiler cache serves them to each.
+/// The directories of the sources and of the build. Only directories.cc is compiled with their names, so that all other
+/// objects are the same in every clone and a compiler cache can share them.
 #ifndef TESTS_SUPPORT_DIRECTORIES_H
 #define TESTS_SUPPORT_DIRECTORIES_H
 
@@ -9,8 +9,8 @@
 
 namespace rdm::support {
 
-/// in_source returns the absolute path of a file of the source tree, in_build that of one of the build tree. Without a
-/// path each returns the directory itself.
+/// in_source returns the absolute path of a file in the source tree, in_build in the build tree; without a path, the
+/// directory itself.
 std::string in_source(std::string_view path = "");
 std::string in_build(std::string_view path = "");
 

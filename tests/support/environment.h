@@ -10,7 +10,8 @@
 
 namespace rdm::support {
 
-/// Environment sets a variable, or removes it for null, and restores it at the end of its scope. The time zone follows.
+/// Environment sets a variable, or removes it if the value is null, and restores it at the end of its scope. It calls
+/// tzset().
 class Environment {
  public:
   Environment(const char *name, const char *value) : name_(name) {
@@ -34,9 +35,8 @@ class Environment {
   std::optional<std::string> before_;
 };
 
-/// Uncounted keeps the programs started in its scope from the files in which a coverage build counts: one that is
-/// killed or has no room would leave half a file, which no other could go on with. What they count goes to a directory,
-/// or nowhere, which they say among their errors.
+/// Uncounted redirects the counters of a coverage build for programs started in its scope, because a program that is
+/// killed, or has no disk space, would leave a truncated counter file that no other could use.
 class Uncounted {
  public:
   static constexpr char nowhere[] = "/dev/null";

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Files that tests make and read.
+/// Temporary files of tests.
 #ifndef TESTS_SUPPORT_FILES_H
 #define TESTS_SUPPORT_FILES_H
 
@@ -7,7 +7,7 @@
 
 namespace rdm::support {
 
-/// TemporaryDirectory is a directory of its own, removed with all it holds at the end of its scope.
+/// TemporaryDirectory is a new directory, removed with its contents at the end of its scope.
 class TemporaryDirectory {
  public:
   TemporaryDirectory();
@@ -16,14 +16,14 @@ class TemporaryDirectory {
   ~TemporaryDirectory();
 
   std::string path(const std::string &name = "") const;
-  /// write makes a file in the directory and returns its path.
+  /// write creates a file in the directory and returns its path.
   std::string write(const std::string &name, const std::string &text) const;
 
  private:
   std::string root_;
 };
 
-/// read_file returns the bytes of a file; it fails the test when there is none.
+/// read_file returns the bytes of a file; it fails the test if it cannot be read.
 std::string read_file(const std::string &path);
 void write_file(const std::string &path, const std::string &bytes);
 bool file_exists(const std::string &path);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// How the time of some work grows with its size.
+/// Tests how the time of work grows with its size.
 #ifndef TESTS_SUPPORT_GROWTH_H
 #define TESTS_SUPPORT_GROWTH_H
 
@@ -7,7 +7,7 @@
 
 namespace rdm::support {
 
-/// cpu_time returns the processor time that work of a size takes in the calling thread.
+/// cpu_time returns the CPU time of the calling thread for work of a size.
 template <typename Work>
 double cpu_time(const Work &work, int size) {
   timespec before{}, after{};
@@ -18,9 +18,9 @@ double cpu_time(const Work &work, int size) {
   return seconds + static_cast<double>(after.tv_nsec - before.tv_nsec) * 1e-9;
 }
 
-/// grows_with_its_size returns whether 16 times the work takes about 16 times as long. The limit is far from that and
-/// from the 256 times of work that grows with the square of its size; one of three trials within it is enough, as a
-/// machine that does other work may disturb the others.
+/// grows_with_its_size returns true if 16 times the work takes about 16 times as long. The limit is far from that and
+/// from the 256 times of quadratic growth. One of three trials within the limit is enough, because other load may
+/// disturb the others.
 template <typename Work>
 bool grows_with_its_size(const Work &work, int size) {
   for (int trial = 0; trial < 3; ++trial)

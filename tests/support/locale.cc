@@ -15,7 +15,7 @@ void replace_all(std::string &bytes, const std::string &from, const std::string 
     bytes.replace(at, from.size(), to);
 }
 
-/// An entry of the locale's text table.
+/// An entry of the locale's table of texts.
 std::string entry(const char *text) { return std::string(1, '\0') + text + '\0'; }
 
 }  // namespace

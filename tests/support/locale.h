@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// A locale other than C, without which no test can tell that something ignores the locale.
+/// A locale other than C, for tests that code ignores the locale.
 #ifndef TESTS_SUPPORT_LOCALE_H
 #define TESTS_SUPPORT_LOCALE_H
 
@@ -10,8 +10,8 @@
 
 namespace rdm::support {
 
-/// ForeignLocale makes strftime and strptime call March "Mrz" and Tuesday "Die" for its lifetime. It is made from the
-/// C.utf8 locale, which every system has.
+/// ForeignLocale makes strftime and strptime use "Mrz" for March and "Die" for Tuesday for its lifetime. It is derived
+/// from the C.utf8 locale, which every system has.
 class ForeignLocale {
  public:
   ForeignLocale();

@@ -64,7 +64,7 @@ int net_write(host_net *, const void *bytes, int32_t count) {
 
 int64_t buffer_send(host_buffer *reader, host_net *) {
   if (record.fail_net_write) return -1;
-  // The reader gives out lines only; tests send whole files, so the bytes are read through the reader's descriptor.
+  // host_getline returns only lines; tests send whole files, so read from the reader's descriptor.
   const host_fd fd = *reinterpret_cast<host_fd *>(reader);
   int64_t total = 0;
   char block[4096];
@@ -73,7 +73,7 @@ int64_t buffer_send(host_buffer *reader, host_net *) {
   return total;
 }
 
-// Readers are counted blocks that begin with their descriptor.
+// A reader is a counted block that begins with its descriptor.
 struct Reader {
   host_fd fd;
   host_buffer *inner;
@@ -96,7 +96,7 @@ void buffer_close(host_buffer *b) {
   delete reader;
 }
 
-// Sections live as long as the process; kept in reach, they are not taken for lost.
+// Critical sections live as long as the process; this list keeps leak checkers from reporting them.
 host_crit *crit_create() {
   static auto &sections = *new std::vector<host_crit *>;
   if (record.fail_crit_create) return nullptr;

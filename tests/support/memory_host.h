@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// A host without a server: it counts what is allocated and keeps what is sent and reported.
+/// A host without a server: it counts allocations and records answers and reports.
 #ifndef TESTS_SUPPORT_MEMORY_HOST_H
 #define TESTS_SUPPORT_MEMORY_HOST_H
 
@@ -12,15 +12,15 @@
 
 namespace rdm::support {
 
-/// What the code under test did to its host.
+/// HostRecord records the calls of the code under test.
 struct HostRecord {
   long live_blocks = 0;                                    // blocks allocated and not yet released
-  long allocations = 0;                                    // allocations asked for so far
+  long allocations = 0;                                    // allocations requested so far
   size_t largest_allocation = 0;                           // bytes of the largest of them
-  long fail_allocation = 0;                                // the number of the allocation to refuse, 0 for none
-  bool fail_net_write = false;                             // net_write and buffer_send answer -1
-  bool fail_crit_create = false;                           // crit_create answers null
-  bool fail_input = false;                                 // input_next answers -1
+  long fail_allocation = 0;                                // the number of the allocation that fails, 0 for none
+  bool fail_net_write = false;                             // net_write and buffer_send return -1
+  bool fail_crit_create = false;                           // crit_create returns null
+  bool fail_input = false;                                 // input_next returns -1
   int crit_depth = 0;                                      // sections entered and not left
   int status = 0;                                          // of the last set_status
   std::string reason;                                      // of the last set_status; empty for null
@@ -30,14 +30,14 @@ struct HostRecord {
   std::vector<std::pair<void (*)(void *), void *>> exits;  // register_exit, in order
 };
 
-/// bind_memory_host puts the host into force and empties its record.
+/// bind_memory_host binds the host and clears its record.
 void bind_memory_host();
 HostRecord &host_record();
-/// memory_host returns the host's table, for tests that replace an operation of it and bind the result.
+/// memory_host returns the host's table, for tests that replace one of its functions and bind the result.
 qxapi_host memory_host();
 
-/// HostTest runs each test on a fresh memory host and ends, when the members of its fixture are gone, by asserting that
-/// every block was released.
+/// HostTest runs each test on a new memory host. After the members of the fixture are destroyed it expects that every
+/// block was released.
 class HostTest : public ::testing::Test {
  protected:
   HostTest();
@@ -45,7 +45,7 @@ class HostTest : public ::testing::Test {
   HostRecord &host = host_record();
 };
 
-/// Exchange is one request with its session, as a host would hand it to the plug-in.
+/// Exchange is one request with its session as a host passes it to the plug-in.
 class Exchange {
  public:
   Exchange(const std::string &method, const std::string &uri, std::string body = "");
@@ -57,10 +57,10 @@ class Exchange {
   Exchange &header(const std::string &name, const std::string &value);
   /// query sets the query string of the request line.
   Exchange &query(const std::string &text);
-  /// response returns a response header, empty when absent; responses counts the entries of that name.
+  /// response returns a response header, or an empty string; responses counts the entries of that name.
   std::string response(const std::string &name) const;
   int responses(const std::string &name) const;
-  /// var returns a request variable, empty when absent.
+  /// var returns a request variable, or an empty string.
   std::string var(const std::string &name) const;
 
   Session session{};

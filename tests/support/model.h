@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-/// Random operations on an implementation and on a plain model of it.
+/// Model tests: random operations on an implementation and on a plain model of it.
 ///
-/// A test makes a list of operations with RapidCheck's generators, does each on both, and compares what they answer and
-/// hold. A list that tells them apart is shortened as far as it still does, and printed with what differs.
+/// A test generates a list of operations with RapidCheck, applies each to both, and compares their results and
+/// contents. A list that shows a difference is shrunk and printed with it.
 #ifndef TESTS_SUPPORT_MODEL_H
 #define TESTS_SUPPORT_MODEL_H
 
@@ -18,14 +18,13 @@
 
 namespace rdm::support {
 
-/// model_cases is how many lists of operations a test tries; RDM_MODEL_CASES names another number than the usual one.
+/// model_cases returns the number of lists to try: RDM_MODEL_CASES or the default.
 inline int model_cases(int usual) {
   const char *number = std::getenv("RDM_MODEL_CASES");
   return number != nullptr ? std::stoi(number) : usual;
 }
 
-/// check_model tries a property on as many random cases as model_cases says. What RC_PARAMS says of anything else, the
-/// seed before all, counts.
+/// check_model checks a property for model_cases random cases. RC_PARAMS sets the other parameters, such as the seed.
 template <typename Property>
 void check_model(int usual_cases, const Property &property) {
   const testing::TestInfo &test = *testing::UnitTest::GetInstance()->current_test_info();
@@ -40,7 +39,7 @@ void check_model(int usual_cases, const Property &property) {
                 << "\" RDM_MODEL_CASES=" << params.maxSuccess;
 }
 
-/// check_operations does random lists of operations, each with a Case of its own, which compares after every one and at
+/// check_operations applies random lists of operations, each to a new Case, which compares after every operation and at
 /// the end.
 template <typename Case, typename Operations>
 void check_operations(int usual_cases, const Operations &operations) {
@@ -52,7 +51,7 @@ void check_operations(int usual_cases, const Operations &operations) {
   });
 }
 
-/// same ends a case unless the implementation has what the model has.
+/// same fails a case unless the implementation has the value of the model.
 template <typename Got, typename Expected>
 void same(const char *what, const Got &got, const Expected &expected) {
   if (got == expected) return;
@@ -61,7 +60,7 @@ void same(const char *what, const Got &got, const Expected &expected) {
   RC_FAIL(text);
 }
 
-/// same_bytes is the same for long strings, of which it names the first byte that differs.
+/// same_bytes does this for long strings and reports the first byte that differs.
 inline void same_bytes(const char *what, const std::string &got, const std::string &expected) {
   if (got == expected) return;
   const auto shorter = static_cast<std::ptrdiff_t>(std::min(got.size(), expected.size()));

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Programs that tests run.
+/// Runs programs.
 #ifndef TESTS_SUPPORT_PROCESS_H
 #define TESTS_SUPPORT_PROCESS_H
 
@@ -11,24 +11,25 @@
 
 namespace rdm::support {
 
-/// What a program left behind. `status` is its exit status, or 128 and the number of the signal that ended it.
+/// The result of a program. `status` is its exit status, or 128 plus the number of the signal that ended it.
 struct Finished {
   int status;
   std::string out, errors;
 };
 
-/// run runs a program to its end with these bytes as its standard input.
+/// run runs a program with these bytes as standard input, until it ends.
 Finished run(const std::vector<std::string> &arguments, const std::string &input = "");
 
-/// as_owner returns the arguments of a run in which the superuser, too, may only do what files allow to their owner.
+/// as_owner returns the arguments of a run without the superuser's capabilities to bypass file permissions.
 std::vector<std::string> as_owner(std::vector<std::string> arguments);
 
-/// start runs a program with files as its standard streams and returns its process id; wait_for ends the waiting.
+/// start runs a program with files as standard streams and returns its process id; wait_for waits for its end and
+/// returns the status.
 pid_t start(const std::vector<std::string> &arguments, const std::string &input, const std::string &out,
             const std::string &errors);
 int wait_for(pid_t child);
 
-/// start_and_kill starts a program as start does, kills it after a while and waits for its end.
+/// start_and_kill starts a program like start, kills it after a while and waits for its end.
 void start_and_kill(const std::vector<std::string> &arguments, const std::string &input, const std::string &out,
                     const std::string &errors, std::chrono::microseconds delay);
 

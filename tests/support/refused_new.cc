@@ -21,7 +21,7 @@ void *operator new(std::size_t n) {
   return block;
 }
 
-// What is allocated here is freed here: a sanitizer's own form of this one would not be.
+// Freed here as well: a sanitizer would report a mismatch with its own operator delete.
 void *operator new(std::size_t n, const std::nothrow_t &) noexcept { return std::malloc(n); }
 
 void operator delete(void *block) noexcept { std::free(block); }

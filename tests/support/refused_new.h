@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Memory that fails for code that takes it by `new`. Programs link the library refused_new for it.
+/// Makes `new` fail. Programs link the library refused_new for it.
 #ifndef TESTS_SUPPORT_REFUSED_NEW_H
 #define TESTS_SUPPORT_REFUSED_NEW_H
 
@@ -7,7 +7,7 @@
 
 namespace rdm::support {
 
-/// RefusedNew lets the first `new` of `least` to `most` bytes fail that any thread does during its lifetime.
+/// RefusedNew makes the first `new` of `least` to `most` bytes in any thread fail during its lifetime.
 class RefusedNew {
  public:
   RefusedNew(std::size_t least, std::size_t most);
@@ -15,7 +15,7 @@ class RefusedNew {
   RefusedNew &operator=(const RefusedNew &) = delete;
   ~RefusedNew();
 
-  /// done tells whether one was refused.
+  /// done returns true if one has failed.
   bool done() const;
 };
 

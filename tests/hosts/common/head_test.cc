@@ -173,7 +173,7 @@ TEST_F(ResponseHead, OfTheHostsOwnAnswersDeclaresPlainText) {
 }
 
 TEST_F(ResponseHead, OfServiceUnavailableSaysWhenToTryAgain) {
-  // A harvester that was turned away came back at once, and was turned away again.
+  // Harvesters answered 503 retried at once and were answered 503 again.
   const std::string start = "HTTP/1.1 503 Service Unavailable\r\nDate: Mon, 16 Nov 2026 03:41:07 GMT\r\nServer: s\r\n";
   EXPECT_EQ(render_head(hosts::text_head(503, 0), {"s", moment, "close"}),
             start + "Content-Length: 0\r\nRetry-After: 5\r\nConnection: close\r\n\r\n");

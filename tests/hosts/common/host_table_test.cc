@@ -172,7 +172,7 @@ TEST_F(HostTable, AReportIsCutRatherThanGrown) {
 }
 
 TEST_F(HostTable, AReportIsCutAfterItsEscaping) {
-  // The escaping followed the cut, and made four bytes of one.
+  // The text was cut before it was escaped, and escaping makes four bytes of one.
   std::string escaped;
   for (int i = 0; i < 2047; ++i) escaped += "\\x01";
   host_report_error(0, "f", nullptr, nullptr, "%s", std::string(8191, '\x01').c_str());
@@ -209,7 +209,7 @@ TEST_F(HostTable, CountsWhatThePluginDidNotGet) {
 }
 
 TEST_F(HostTable, MemoryThatFailsInTheHostIsAnAnswerToThePlugin) {
-  // The plug-in's frames know no exceptions.
+  // No exception may pass through the plug-in's frames.
   const std::string text(100'000, 'x');
   Exchange exchange;
   {
@@ -275,7 +275,7 @@ TEST_F(HostTable, APositionAskedOfAPipeIsNoLoss) {
 }
 
 TEST_F(HostTable, NoDirectoryForTemporaryFilesIsALoss) {
-  // A service in a container without /tmp answered long requests with their headers alone.
+  // In a container without /tmp, long requests were answered with their headers only.
   const auto absent = [](const char *, struct stat *) {
     errno = ENOENT;
     return -1;

@@ -42,7 +42,7 @@ std::string lines(std::size_t first, std::size_t end, std::size_t size = 100) {
   return text;
 }
 
-/// read_for returns what comes from a descriptor until `size` bytes have come, or nothing more does.
+/// read_for reads from a descriptor until it has `size` bytes, or until 10 seconds pass without input.
 std::string read_for(host_fd fd, std::size_t size) {
   std::string text;
   char block[65536];
@@ -57,7 +57,7 @@ std::string read_for(host_fd fd, std::size_t size) {
 
 class LogFiles : public ::testing::Test {
  protected:
-  /// note counts the lines that were reported as dropped.
+  /// note returns a notice that adds up the dropped lines in reported_.
   LogFile::Notice note() {
     return [this](std::size_t count) {
       reported_ += count;
@@ -76,7 +76,7 @@ class LogFiles : public ::testing::Test {
 };
 
 TEST_F(LogFiles, APipeThatNobodyReadsNeverHoldsItsWriter) {
-  // The first line that a pipe without a reader had no room for stopped the service for good.
+  // The first write to a full pipe without a reader blocked the service for good.
   LogFile log(pipe(), note());
   std::size_t taken = 0, written = 0;
   const auto in_an_hour = LogFile::Clock::now() + 1h;  // no further notice comes before
@@ -107,7 +107,7 @@ TEST_F(LogFiles, APipeKeepsItsLinesWhileItHasNoReader) {
   EXPECT_EQ(read_for(reader.get(), 5), "kept\n");
 }
 
-/// FileLimit is a disk that has room for so many bytes of each file.
+/// FileLimit sets RLIMIT_FSIZE for its lifetime, as if the disk were full after so many bytes.
 class FileLimit {
  public:
   explicit FileLimit(rlim_t bytes) : handler_(::signal(SIGXFSZ, SIG_IGN)) {
@@ -145,7 +145,7 @@ TEST_F(LogFiles, AFullDiskDropsLinesTearsNoneAndIsReportedAfterwards) {
 }
 
 TEST_F(LogFiles, ALogThatNeverRecoversIsToldOfAtOnceAndThenOnceAMinute) {
-  // It was told of at the stop of the server.
+  // The dropped lines were reported only when the server stopped.
   std::vector<std::size_t> counts;
   LogFile log("/dev/full", [&](std::size_t count) {
     counts.push_back(count);
@@ -179,7 +179,7 @@ TEST_F(LogFiles, WhatStillWaitsAtTheEndIsCountedAsDropped) {
 }
 
 TEST_F(LogFiles, ANoticeToTheLogItselfWaitsUntilItCanBeWritten) {
-  // A notice of each dropped line would be one more line to drop, and tell of.
+  // A notice of each dropped line would be a further line to drop.
   LogFile log(path_, note(), LogFile::NoticeTo::itself);
   {
     const FileLimit full(0);
@@ -296,7 +296,7 @@ TEST_F(LogFiles, TheEndWaitsForAReaderThatReads) {
 }
 
 TEST_F(LogFiles, AStreamOfOthersStaysAsItIs) {
-  // A shell whose standard error suddenly does not block loses what it prints.
+  // A shell loses output if its standard error suddenly becomes non-blocking.
   int ends[2];
   ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
   const HostFileGuard reader(ends[0]), stream(ends[1]);
@@ -420,7 +420,7 @@ TEST_F(LogFiles, ABorrowedDescriptorKeepsItsNumberAndStaysOpen) {
     log.write("two\n");
     EXPECT_NE(::fcntl(file.get(), F_GETFD) & FD_CLOEXEC, 0);
     log.close();
-    // The number may be another file's by now.
+    // By now the descriptor number may belong to another file.
     std::filesystem::rename(path_, directory_.path("log.2"));
     EXPECT_TRUE(log.reopen());
   }

@@ -69,7 +69,7 @@ class TemporaryVariable {
   std::optional<std::string> old_;
 };
 
-/// LargestFile lets no file of the process grow beyond a size during its lifetime.
+/// LargestFile sets RLIMIT_FSIZE for its lifetime.
 class LargestFile {
  public:
   explicit LargestFile(rlim_t size) : old_handler_(::signal(SIGXFSZ, SIG_IGN)) {

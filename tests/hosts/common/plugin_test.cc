@@ -30,7 +30,7 @@ TEST(PluginLoading, SaysWhichFileIsMissing) {
 }
 
 TEST(PluginLoading, TakesANameWithoutASlashAsAFileOfTheCurrentDirectory) {
-  // The loader alone would find this one along its search path.
+  // dlopen() alone would find this library along its search path.
   EXPECT_NE(failure("libc.so.6").find("/libc.so.6: cannot open shared object file"), std::string::npos);
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// What it costs to accept a client, and what happens where there is no descriptor for one.
+/// The cost of accepting a client, and accepting without free descriptors.
 
 #include <sys/resource.h>
 
@@ -18,7 +18,7 @@ namespace {
 using support::HttpClient;
 using Clients = std::vector<std::unique_ptr<HttpClient>>;
 
-/// MoreFiles lets the test program open as many files as it may while it lives.
+/// MoreFiles raises RLIMIT_NOFILE to its hard limit for its lifetime.
 class MoreFiles {
  public:
   MoreFiles() {
@@ -30,7 +30,7 @@ class MoreFiles {
   MoreFiles &operator=(const MoreFiles &) = delete;
   ~MoreFiles() { ::setrlimit(RLIMIT_NOFILE, &before_); }
 
-  /// most is the largest of `wanted` and what leaves room for other files.
+  /// most returns `wanted`, or half of the hard limit if that is less.
   std::size_t most(std::size_t wanted) const { return std::min<std::size_t>(wanted, before_.rlim_max / 2); }
 
  private:
@@ -39,7 +39,7 @@ class MoreFiles {
 
 class HostAccepting : public support::ServerTest {
  protected:
-  /// connect returns a client that has had an answer, which needs no file, and whose connection is idle now.
+  /// connect returns a client that has received a 404 and whose connection is idle.
   std::unique_ptr<HttpClient> connect() const {
     auto client = std::make_unique<HttpClient>(port_);
     client->send(get("/nowhere"));
@@ -47,7 +47,7 @@ class HostAccepting : public support::ServerTest {
     return client;
   }
 
-  /// cost is the time that the server works for 300 short connections, in the best of three trials.
+  /// cost returns the CPU time of the server for 300 short connections, the best of three trials.
   std::chrono::nanoseconds cost() const {
     auto least = std::chrono::nanoseconds::max();
     for (int trial = 0; trial < 3; ++trial) {
@@ -58,7 +58,7 @@ class HostAccepting : public support::ServerTest {
     return least;
   }
 
-  /// lines counts those of the error log that hold `text`.
+  /// lines counts the lines of the error log that contain `text`.
   long lines(const std::string &text) const {
     const std::string log = server_->errors();
     long count = 0;
@@ -68,7 +68,7 @@ class HostAccepting : public support::ServerTest {
 };
 
 TEST_F(HostAccepting, CostsTheSameHoweverManyConnectionsAreOpen) {
-  // Each new client made the server go through all the others: with 9,000 open it cost five times as much.
+  // The server visited all connections for each new client: with 9,000 open, accepting cost five times as much.
   const MoreFiles files;
   start({"--max-connections", "10000", "--header-timeout", "600"});
   const auto alone = cost();
@@ -78,7 +78,7 @@ TEST_F(HostAccepting, CostsTheSameHoweverManyConnectionsAreOpen) {
 }
 
 TEST_F(HostAccepting, WithoutDescriptorsTheConnectionIdleLongestMakesWay) {
-  // New clients waited until an idle connection had reached its limit, and nothing told why.
+  // New clients waited until an idle connection timed out, and no log said why.
   start({"--idle-timeout", "600"});
   Clients clients;
   for (int i = 0; i < 5; ++i) clients.push_back(connect());
@@ -96,8 +96,8 @@ TEST_F(HostAccepting, WithoutDescriptorsTheConnectionIdleLongestMakesWay) {
 }
 
 TEST_F(HostAccepting, LeavesDescriptorsForWhatTheServiceOpens) {
-  // Clients had the last descriptor, and the service had none for the files that it answers from.
-  // Of a limit of 40 they took all but 10, fewer than the server itself has open.
+  // Clients took the last descriptor, and the service could not open the files that it answers from. With a limit of
+  // 40, clients took all but 10, fewer than the server itself has open.
   for (const unsigned limit : {40U, 128U}) {
     start({"--idle-timeout", "600"}, limit);
     Clients clients;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Catalogs whose records and index a test makes up.
+/// Writes catalogs with given records and a given index.
 #ifndef TESTS_HOSTS_RDMD_CATALOG_FILES_H
 #define TESTS_HOSTS_RDMD_CATALOG_FILES_H
 
@@ -20,16 +20,16 @@ using Descriptions = std::map<std::uint32_t, Description>;
 /// Records by their key.
 using Records = std::map<std::string, std::string>;
 
-/// records_of returns the descriptions as they stand in a database.
+/// records_of returns the records of the descriptions.
 Records records_of(const Descriptions &descriptions);
 
-/// make_database writes a catalog database in place of any file at `path`.
+/// make_database writes a catalog database, replacing any file at `path`.
 void make_database(const std::string &path, const Records &records);
 
-/// index_of returns the bytes of the index that fits such a database.
+/// index_of returns the bytes of the index of a database of these descriptions.
 std::string index_of(const Descriptions &descriptions);
 
-/// big_endian returns the four bytes of a number.
+/// big_endian returns a number as four bytes.
 std::string big_endian(std::uint32_t number);
 
 }  // namespace rdm::support

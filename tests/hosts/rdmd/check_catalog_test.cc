@@ -22,14 +22,14 @@ using support::Descriptions;
 
 enum class Written { index_last, database_last };
 
-/// CheckCatalog has a database "db" of which an index was made when it was last changed.
+/// CheckCatalog has a database "db" and its index "db.idx".
 class CheckCatalog : public ::testing::Test {
  protected:
   void database(const Descriptions &descriptions) { records(support::records_of(descriptions)); }
   void records(const support::Records &records) { support::make_database(directory_.path("db"), records); }
   void index(const std::string &bytes) { directory_.write("db.idx", bytes); }
 
-  /// found returns what is found, "index: " and the text or "database: " and the text.
+  /// found returns the findings, each as "index: TEXT" or "database: TEXT".
   std::string found(Written order = Written::index_last) {
     set_time("db", order == Written::index_last ? 1000 : 2000);
     set_time("db.idx", order == Written::index_last ? 2000 : 1000);
@@ -48,7 +48,7 @@ class CheckCatalog : public ::testing::Test {
     ::utimensat(AT_FDCWD, directory_.path(name).c_str(), times, 0);
   }
 
-  /// three are the descriptions most tests begin with.
+  /// The descriptions that most tests begin with.
   const Descriptions three_ = {{1, {"one", 100}}, {2, {"two", 200}}, {7, {"seven", 300}}};
   support::TemporaryDirectory directory_;
 };
@@ -109,7 +109,7 @@ TEST_F(CheckCatalog, IndexesHaveTheirMagicTheirSizeAndTheirOrder) {
   EXPECT_EQ(found(), "index: error: cannot be read: No such file or directory\n");
 }
 
-/// Between a change of a catalog and its next index the service leaves records out, which is how it is meant to be.
+/// After a change of a catalog the service omits records until the next `minidba index`; this is intended.
 TEST_F(CheckCatalog, AnOlderIndexIsAWarning) {
   const std::string older = "index: warning: is older than its database: ", again = "; rebuild it with minidba index\n";
   const struct {
@@ -130,7 +130,7 @@ TEST_F(CheckCatalog, AnOlderIndexIsAWarning) {
     database(row.now);
     EXPECT_EQ(found(Written::database_last), older + row.expected + again);
   }
-  // Changes and additions need no word of the files' times, as after a copy.
+  // Changed and added records are recognised whichever file is newer, as after a copy.
   database(cases[0].now);
   EXPECT_EQ(found(Written::index_last), older + "1 record is not in it" + again);
   database(cases[1].now);
@@ -139,8 +139,7 @@ TEST_F(CheckCatalog, AnOlderIndexIsAWarning) {
   EXPECT_EQ(found(Written::index_last), older + "3 records are not in it" + again);
 }
 
-/// The index of another catalog, copied to this place, made the service answer with the wrong records and without a
-/// word.
+/// With the index of another catalog the service answered with wrong records, and no log said so.
 TEST_F(CheckCatalog, AnotherCatalogsIndexIsAnError) {
   const std::string foreign = "index: error: is not the index of this database, or records are damaged: of ";
   const std::string see = "; see minidba verify\n";
@@ -148,7 +147,7 @@ TEST_F(CheckCatalog, AnotherCatalogsIndexIsAnError) {
     Descriptions other;
     std::string expected;
   } cases[] = {
-      // Records of the same time or an earlier one do not change.
+      // The records are as old as their entries or older, so they cannot have changed since.
       {{{1, {"uno", 100}}, {2, {"due", 200}}}, "2 entries, 2 have another size or checksum than the record"},
       {{{1, {"uno", 101}}}, "1 entry, 1 has another size or checksum than the record"},
       {{{1, {"one", 100}}, {2, {"tow", 200}}}, "2 entries, 1 has another size or checksum than the record"},
@@ -162,7 +161,7 @@ TEST_F(CheckCatalog, AnotherCatalogsIndexIsAnError) {
       index(support::index_of(row.other));
       EXPECT_EQ(found(order), foreign + row.expected + see);
     }
-  // Here the order in which the files were written decides.
+  // Here the files' modification times decide.
   index(support::index_of({{1, {"one", 100}}, {2, {"two", 200}}, {7, {"seven", 300}}, {8, {"eight", 400}}}));
   EXPECT_EQ(found(Written::index_last), foreign + "4 entries, 1 has no record" + see);
   index(support::index_of({{1, {"uno", 50}}, {2, {"due", 60}}}));
@@ -180,7 +179,7 @@ TEST_F(CheckCatalog, OneNumberTwiceInAnIndexIsAnError) {
             "1 has no record; see minidba verify\n");
 }
 
-/// Records without a time of change cannot have changed later than their entries say.
+/// A record without a time of change cannot have changed after its entry was made.
 TEST_F(CheckCatalog, RecordsThatChangedWithoutATimeAreDamaged) {
   index(support::index_of(three_));
   for (const char *damage : {"rd-last-changex{", "rd-last-changed{29}:-"}) {
@@ -202,7 +201,7 @@ TEST_F(CheckCatalog, KeysThatAreNoNumbersHaveNoEntries) {
   EXPECT_EQ(found(), "");
 }
 
-/// A database of which pages cannot be read says nothing about its index.
+/// If pages of a database are unreadable, nothing is known about its index.
 TEST_F(CheckCatalog, ADamagedDatabaseIsAnErrorOfItsOwn) {
   Descriptions many;
   for (std::uint32_t number = 1; number <= 300; ++number) many[number] = {"title", number};

@@ -15,8 +15,8 @@ using namespace rdm;
 
 namespace {
 
-/// found returns what is found in a prepared answer of these bytes, without its path: "LINE: error: TEXT" or "error:
-/// TEXT".
+/// found checks a prepared answer of these bytes and returns the findings without the path: "LINE: error: TEXT" or
+/// "error: TEXT".
 std::string found(const std::string &bytes, const std::string &key = "server-description") {
   const support::TemporaryDirectory directory;
   check::Findings findings;
@@ -66,8 +66,8 @@ TEST(CheckDescription, HasTheTypeOfItsKey) {
   }
 }
 
-/// Counts that were not put right after an edit gave gatherers objects without their last attributes, and the check had
-/// looked at those of the header alone.
+/// Wrong byte counts after an edit gave gatherers objects without their last attributes; the check looked only at the
+/// header's counts.
 TEST(CheckDescription, NamesTheCountThatWouldFit) {
   const struct {
     std::string lines, expected;
@@ -92,14 +92,14 @@ TEST(CheckDescription, NamesTheCountThatWouldFit) {
        "7: error: \"title\" announces 6 bytes; 5 would fit\n"
        "8: error: \"description\" announces 1 byte; 7 would fit\n"
        "11: error: \"maintainer\" announces 9 bytes; 2 would fit\n"},
-      // A count that fits a later line.
+      // A size that fits a later line.
       {"title{21}:\tBooks\nlanguage{2}:\ten\n",
        "7: warning: \"title\" announces 21 bytes, the lines of further attributes among them; 5 would fit without "
        "those\n"},
-      // A count that takes the end of the object with it.
+      // A size that includes the end of the object.
       {"title{7}:\tBooks\n", "7: error: \"title\" announces 7 bytes; 5 would fit\n"},
       {"title{8}:\tBooks\n", "7: error: \"title\" announces 8 bytes; 5 would fit\n"},
-      // What readers take as it is.
+      // Accepted by readers.
       {"title{5}:\tBooks\n\n \t\r\n", ""},
       {"title{5}:\tBooks  \n", ""},
       {"title{7}:\tBooks  \n", ""},
@@ -126,7 +126,7 @@ TEST(CheckDescription, NamesLinesThatAreNoAttributes) {
             "7: error: the SERVER object is damaged in this line\n");
 }
 
-/// A file that was copied only in part was served as it was.
+/// The service sent files that had been copied only in part.
 TEST(CheckDescription, IsNotCut) {
   const std::string whole = header + body;
   EXPECT_EQ(found(header), "error: no object follows the RDMHEADER object\n");
@@ -141,7 +141,7 @@ TEST(CheckDescription, IsNotCut) {
   EXPECT_EQ(found(header + "@SER"), "6: error: the SER object is not closed: the file is truncated\n");
   EXPECT_EQ(found(header + "@SERVER { -\ntitle{2}:\tBooks\n"),
             "7: error: \"title\" announces 2 bytes, which end within a line\n");
-  // Every cut is found, wherever it is, but for the last line's end.
+  // Every truncation is found, except that of the final newline.
   for (size_t size = 0; size + 1 < whole.size(); ++size)
     EXPECT_NE(found(whole.substr(0, size)).find("error: "), std::string::npos) << size;
 }
@@ -170,7 +170,7 @@ TEST(CheckDescription, AnAnswerThatRefusesNeedsNoBody) {
   EXPECT_EQ(found("@RDMHEADER { -\nrdm-type{15}:\tserver-response\nrdm-error-message{4}:\tNone\n}\n"), "");
 }
 
-/// Readers that do not count bytes take all up to the first empty line for the header.
+/// Readers that ignore byte counts take everything up to the first empty line as the header.
 TEST(CheckDescription, AnEmptyLineEndsTheHeader) {
   const std::string type = "rdm-type{15}:\tserver-response\n";
   EXPECT_EQ(found("@RDMHEADER { -\r\nrdm-type{15}:\tserver-response\r\n} \r\n\r\n" + body), "");
@@ -183,7 +183,7 @@ TEST(CheckDescription, AnEmptyLineEndsTheHeader) {
             "3: error: an empty line ends the RDMHEADER object too early\n");
 }
 
-/// The length of an answer has 32 bits.
+/// The length of an answer is a 32-bit number.
 TEST(CheckDescription, IsShorterThanFourGibibytes) {
   const support::TemporaryDirectory directory;
   check::Findings findings;
@@ -214,7 +214,7 @@ TEST(CheckDescription, ManyMistakesTakeTimeInProportion) {
     }
     return std::max<std::clock_t>(least, 1);
   };
-  // Sixteen times the lines took 256 times as long.
+  // Sixteen times the lines used to take 256 times as long.
   EXPECT_LT(time_of(8'000) / time_of(500), 64);
 }
 

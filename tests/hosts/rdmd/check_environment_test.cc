@@ -18,7 +18,7 @@
 
 using namespace rdm;
 
-/// "partly.test" is a name that has one address of this machine and one of another.
+/// getaddrinfo resolves "partly.test" to one address of this machine and one of another.
 // NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): the C library's names are reserved
 extern "C" int getaddrinfo(const char *node, const char *service, const addrinfo *hints, addrinfo **found) {
   const auto real = reinterpret_cast<decltype(&::getaddrinfo)>(::dlsym(RTLD_NEXT, "getaddrinfo"));
@@ -58,7 +58,7 @@ TEST(CheckListen, RefusesWhatIsNoAddressOfThisMachine) {
             "rdmd: warning: cannot listen on 198.51.100.1:8380: Cannot assign requested address\n");
 }
 
-/// The check is made while the server runs that the configuration is for.
+/// The server may be running while its configuration is checked.
 TEST(CheckListen, APortInUseIsNoError) {
   const rdmd::BoundSockets bound = rdmd::bind_listen("127.0.0.1:0");
   ASSERT_EQ(::listen(bound.sockets.front().get(), 1), 0);
@@ -102,7 +102,7 @@ TEST_F(CheckLog, IsInADirectoryThatIsThere) {
   EXPECT_EQ(found(name), no_ + "cannot be written: @/" + name + ": File name too long\n");
 }
 
-/// The permissions of a directory do not tell that it takes no files: the check passed, and the start failed.
+/// The permissions of a directory do not show that it accepts no files: the check passed, and the start failed.
 TEST_F(CheckLog, IsInADirectoryThatTakesFiles) {
   check::Findings findings;
   check::Report report("conf", findings);
@@ -124,7 +124,7 @@ TEST(CheckTemporary, IsADirectoryThatTakesFilesAndHasNoneMoreAfterwards) {
   EXPECT_EQ(text_of(findings), "conf:2: error: \"tmpdir\" cannot be written: " + reason + "\n");
 }
 
-/// The file is made to see whether it can be, and is not left behind, nor is the one that a link leads to.
+/// The check creates the file, or the target of a link, and removes it.
 TEST_F(CheckLog, ThatIsMadeByTheCheckIsRemoved) {
   link("there", "here");
   for (const char *name : {"fresh", "here"}) EXPECT_EQ(found(name), "") << name;
@@ -135,7 +135,7 @@ TEST_F(CheckLog, ThatIsMadeByTheCheckIsRemoved) {
   EXPECT_EQ(support::read_file(directory_.path("log")), "a line\n");
 }
 
-/// A link to a file that is not there was taken for a file that can be made beside the link.
+/// For a dangling link the check looked at the directory of the link instead of that of its target.
 TEST_F(CheckLog, ALinkIsFollowed) {
   link("there", "here");
   EXPECT_EQ(found("here"), "");
@@ -149,7 +149,7 @@ TEST_F(CheckLog, ALinkIsFollowed) {
   EXPECT_EQ(found("loop"), no_ + "cannot be written: @/loop: Too many levels of symbolic links\n");
 }
 
-/// A program that runs cannot be written, whatever its permissions are.
+/// open() for writing fails with ETXTBSY for a running program, whatever its permissions.
 TEST_F(CheckLog, IsNoProgramThatRuns) {
   std::filesystem::copy_file("/bin/sleep", directory_.path("program"));
   const pid_t child = support::start({directory_.path("program"), "60"}, "/dev/null", directory_.path("out"),
@@ -161,7 +161,7 @@ TEST_F(CheckLog, IsNoProgramThatRuns) {
   support::wait_for(child);
 }
 
-/// A pipe is not opened: that would wait for its reader, or tell it that its writer has gone.
+/// A pipe is not opened: open() would block until it has a reader, or its reader would see the end of input.
 TEST_F(CheckLog, MayBeAPipeOrADeviceButNoSocket) {
   ASSERT_EQ(::mkfifo(directory_.path("pipe").c_str(), 0600), 0);
   EXPECT_EQ(found("pipe"), "");

@@ -23,7 +23,7 @@ using namespace rdm;
 
 namespace {
 
-/// Check has a directory with a valid configuration, of which each test spoils something. "@" stands for the directory.
+/// Check has a directory with a valid configuration, which each test changes. "@" stands for the directory.
 class Check : public ::testing::Test {
  protected:
   Check() {
@@ -58,7 +58,7 @@ class Check : public ::testing::Test {
   }
   void whole_config(const std::string &text) { directory_.write("rdm.conf", here(text)); }
 
-  /// found is everything that is found, with "@" for the directory.
+  /// found returns all findings, with "@" for the directory.
   std::string found() const { return text_of(check::check_configuration(directory_.path("rdm.conf"))); }
   std::string found_in_lines() const { return text_of(check::check_syntax(directory_.path("rdm.conf"))); }
   std::string text_of(const check::Findings &findings) const {
@@ -156,7 +156,7 @@ TEST_F(Check, NamesFilesThatCannotBeRead) {
 }
 
 TEST_F(Check, WaitsForNoNamedPipe) {
-  // The check of a pipe in the place of any file waited for somebody to write to it.
+  // The check of a named pipe blocked until the pipe had a writer.
   services("csid=\"x-catalog://localhost:8380/rfc\"\ncatalog-database=\"@/rfc.db\"\nserver-description=\"@/pipe\"\n");
   ASSERT_EQ(::mkfifo(directory_.path("pipe").c_str(), 0644), 0);
   EXPECT_EQ(found(), "@/pipe: error: is not a file\n");
@@ -227,7 +227,7 @@ TEST_F(Check, NamesFileAndLineOfEachMistakeInTheList) {
   }
 }
 
-/// A letter too few in a name left a service without its catalog, and the check found the configuration valid.
+/// A typing mistake in a name left a service without its catalog, and the check found the configuration valid.
 TEST_F(Check, EveryNameInTheListIsKnown) {
   const struct {
     const char *pair, *expected;
@@ -286,7 +286,7 @@ TEST_F(Check, PathsOfDatabasesAreNoShellText) {
   }
 }
 
-/// The service takes any path that the system takes, so the check must not refuse one for its length.
+/// The service accepts any path that the system accepts.
 TEST_F(Check, PathsOfDatabasesMayBeLong) {
   std::string name;
   for (int i = 0; i < 6; ++i) {
@@ -331,7 +331,7 @@ TEST_F(Check, AliasesAreNewNames) {
   }
 }
 
-/// Whatever has blanks can be read as aliases: a description under this name gave a service hundreds of them.
+/// Any text with blanks can be read as aliases: a description given as the alias file defined hundreds of them.
 TEST_F(Check, AliasFilesAreNoOtherFiles) {
   services("csid=\"x-catalog://localhost:8380/rfc\"\ncatalog-database=\"@/rfc.db\" alias-file=\"@/aliases\"\n");
   const std::string none = "error: is not an alias file: this line has ";
@@ -375,7 +375,7 @@ TEST_F(Check, OnlyErrorsCount) {
   EXPECT_TRUE(check::has_errors({{check::Severity::warning, "f", 1, "t"}, {check::Severity::error, "f", 0, "t"}}));
 }
 
-/// A file of another kind is wrong in every line, and thousands of findings hide those of the other files.
+/// A file of another kind has a mistake in every line, and thousands of findings would hide those of other files.
 TEST_F(Check, ShowsTwentyFindingsOfAFileAndCountsTheRest) {
   const auto lines = [](const char *file, const char *kind, int from, int to) {
     std::string text;
@@ -431,7 +431,7 @@ class CheckOption : public Check {
     words.insert(words.end(), options.begin(), options.end());
     return words;
   }
-  /// without returns the arguments of a run in which the superuser, too, lacks these capabilities.
+  /// without returns the arguments of a run that lacks these capabilities even if the caller is the superuser.
   static std::vector<std::string> without(const char *capabilities, std::vector<std::string> arguments) {
     if (::geteuid() == 0) arguments.insert(arguments.begin(), {"/usr/bin/setpriv", capabilities});
     return arguments;
@@ -489,7 +489,7 @@ TEST_F(CheckOption, AServerThatStartsSaysWhichLinesAreMistaken) {
       << server.errors();
 }
 
-/// The logs of the command line were opened by the start alone, after the check had found everything in order.
+/// Only the start opened the logs of the command line: the check had passed before.
 TEST_F(CheckOption, LooksAtTheCommandLineToo) {
   const support::Finished finished =
       support::run(command({"--listen", "198.51.100.1:8380", "--access-log", directory_.path("none/access"),
@@ -539,12 +539,12 @@ TEST_F(CheckOption, OnlyTheSuperuserCanCheckForAnother) {
             "this user or as the superuser\n");
 }
 
-/// CheckByUser has a configuration that everybody may read, with a directory that everybody may write. The superuser
-/// checks for "nobody", anybody else for himself.
+/// CheckByUser has a configuration that all users may read and directories that all may write. The superuser checks for
+/// "nobody", other callers for themselves.
 class CheckByUser : public CheckOption {
  protected:
   void SetUp() override {
-    // The build may be in a directory that the user cannot enter.
+    // The user may lack access to the directory of the build.
     std::filesystem::copy_file(plugin(), library_);
     services(
         "csid=\"x-catalog://localhost:8380/rfc\"\ncatalog-database=\"@/rfc.db\" alias-file=\"@/aliases\" "
@@ -555,11 +555,12 @@ class CheckByUser : public CheckOption {
     for (const char *name : {"logs", "tmp"}) std::filesystem::create_directory(directory_.path(name));
     for (const char *name : {"", "logs", "tmp", "debug.log"}) allow(name, 0777);
   }
-  /// The directories can be removed only by who may read them.
+  /// Only a directory that is readable can be removed.
   ~CheckByUser() override {
     for (const char *name : {"", "logs", "tmp", "bin"}) ::chmod(directory_.path(name).c_str(), 0700);
   }
-  /// allow sets the permissions of a file. A caller who checks for himself owns the file: he gets those of others.
+  /// allow sets the permissions of a file. A caller who checks for himself owns the file, so the permissions of others
+  /// are given to the owner.
   void allow(const char *name, mode_t mode) {
     const mode_t of_others = mode & 07;
     const mode_t granted = ::geteuid() == 0 ? mode : (mode & 077) | of_others << 6;
@@ -575,11 +576,11 @@ class CheckByUser : public CheckOption {
   const std::string user_ = ::geteuid() == 0 ? "nobody" : ::getpwuid(::geteuid())->pw_name;
 };
 
-/// The superuser who checked could read and write everything, and the service, run by a user of its own, nothing.
+/// The check ran as the superuser, who can read and write everything; the service runs as another user.
 TEST_F(CheckByUser, FindsWhatTheUserMayNotReadOrWrite) {
   EXPECT_EQ(check().out, directory_.path("rdm.conf") + ": the configuration is valid for the user " + user_ + "\n");
   EXPECT_EQ(errors(), "");
-  // Not by the superuser's group either.
+  // The user is not in the superuser's group.
   for (const char *name : {"rfc.db", "rfc.db.idx", "aliases", "server.rdm"}) allow(name, 0640);
   allow("bin/minidba", 0744);
   allow("debug.log", 0644);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// On which thread a connection ends.
+/// The thread that destroys a connection.
 
 #include <sched.h>
 #include <sys/socket.h>
@@ -21,8 +21,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// While it lives the calling thread, and those that it starts, take turns on one processor: whoever is woken runs, and
-/// whoever woke it stays where it was.
+/// Binds the calling thread, and the threads that it starts, to one processor: a thread that is woken runs, and the
+/// thread that woke it is preempted.
 class OneProcessor {
  public:
   OneProcessor() {
@@ -40,7 +40,7 @@ class OneProcessor {
   cpu_set_t before_;
 };
 
-/// A server whose clients come by pairs of sockets, served by the thread of the test.
+/// A server whose clients are ends of socket pairs; the thread of the test runs its I/O.
 class ConnectionEnd : public ::testing::Test {
  protected:
   /// connect starts a connection and returns the client's end of it.
@@ -63,8 +63,8 @@ class ConnectionEnd : public ::testing::Test {
 };
 
 TEST_F(ConnectionEnd, TheThreadOfThePluginIsNeverTheLastToLetGo) {
-  // It was at times. Nothing then told the thread of the sockets that the connection was gone, and the connection's
-  // timers were taken down where they are not served.
+  // Sometimes it was. The I/O thread was then not told that the connection was gone, and the connection's timers were
+  // destroyed on the wrong thread.
   constexpr std::string_view request = "GET /rdm/fast HTTP/1.0\r\n\r\n";
   for (int i = 0; i < 500; ++i) {
     const int client = connect();

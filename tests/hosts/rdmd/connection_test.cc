@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// How requests are framed, follow each other on a connection, and are refused.
+/// Framing, pipelining and refusal of requests.
 
 #include <fcntl.h>
 #include <sys/socket.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// What the plug-in sees of a request, and what a client sees of its answer.
+/// The request as the plug-in sees it, and the answer as the client receives it.
 
 #include <regex>
 #include <string>
@@ -137,7 +137,7 @@ TEST_F(HostExchange, WhatMayBeIncompleteIsNotSent) {
 }
 
 TEST_F(HostExchange, AnAnswerThatIsNotSentTakesNoRoomOnTheDisk) {
-  // On a full disk the part that had been written stayed until the connection was closed, and others failed for it.
+  // The part already written stayed on a full disk until the connection was closed, and other requests failed.
   start({"--linger-timeout", "60"});
   HttpClient client(port_);
   client.send(get("/rdm/big-incomplete?3000000"));

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// How much memory of the server a connection holds. Not with sanitizers, which keep what is freed.
+/// The server's memory per connection. Not built with sanitizers, which keep freed memory.
 
 #include <unistd.h>
 
@@ -17,7 +17,7 @@ using support::HttpClient;
 
 class HostFootprint : public support::ServerTest {
  protected:
-  /// request is one of the largest head and body, answered with `size` bytes of a file.
+  /// request returns a request with the largest head and body, which the plug-in answers with `size` bytes of a file.
   std::string request(long size) const {
     const std::string file = directory_.write("file" + std::to_string(size), "");
     EXPECT_EQ(::truncate(file.c_str(), size), 0);
@@ -28,7 +28,7 @@ class HostFootprint : public support::ServerTest {
     return line + fields + "\r\n\r\n" + std::string(32768, 'b');
   }
 
-  /// each returns what each of `count` connections holds of memory once `use` was done with it.
+  /// each returns the bytes of memory per connection after `use` was called for each of `count` connections.
   template <typename Use>
   std::size_t each(int count, Use use) {
     std::vector<std::unique_ptr<HttpClient>> clients;
@@ -44,7 +44,7 @@ class HostFootprint : public support::ServerTest {
 };
 
 TEST_F(HostFootprint, AnIdleConnectionHoldsLessThan8Kib) {
-  // It held a buffer for what might come, and what its largest request had taken: 97 KiB.
+  // It kept a read buffer and the memory of its largest request: 97 KiB.
   start({"--idle-timeout", "600"});
   const std::string post = request(1000);
   EXPECT_LT(each(400,
@@ -56,7 +56,7 @@ TEST_F(HostFootprint, AnIdleConnectionHoldsLessThan8Kib) {
 }
 
 TEST_F(HostFootprint, AConnectionWhoseClientReadsNothingHoldsLessThan16Kib) {
-  // It held head and body of its request as long as the client did not take the answer: 97 KiB.
+  // It kept head and body of the request until the client had taken the answer: 97 KiB.
   start({"--write-timeout", "600"});
   const std::string post = request(2'000'000);
   EXPECT_LT(each(200,
@@ -68,7 +68,8 @@ TEST_F(HostFootprint, AConnectionWhoseClientReadsNothingHoldsLessThan16Kib) {
 }
 
 TEST_F(HostFootprint, ABurstOfLargeRequestsDoesNotKeepItsMemory) {
-  // What the connections of a burst held lay all over the memory it took, and none of that went back: 59 KiB each.
+  // After a burst, small blocks of the connections were scattered over the heap, and none of it was returned: 59 KiB
+  // each.
   start({"--idle-timeout", "600", "--body-timeout", "600"});
   const std::string post = request(1000), begun = post.substr(0, post.size() - 1);
   std::vector<std::unique_ptr<HttpClient>> clients;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Temporary files of processes that were killed.
+/// Removal of temporary files of killed processes.
 
 #include "hosts/rdmd/leftovers.h"
 
@@ -29,7 +29,7 @@ constexpr char token[] = "0123456789abcdef", digits[] = "00112233445566ff";
 
 class Leftovers : public ::testing::Test {
  protected:
-  /// make makes a file with this name and returns its path.
+  /// make creates a file with this name and returns its path.
   std::string make(const std::string &name) const { return directory_.write(name, "text"); }
   static std::string name_with(const std::string &owner) { return "csio" + owner + digits; }
 
@@ -37,7 +37,7 @@ class Leftovers : public ::testing::Test {
 };
 
 TEST_F(Leftovers, FilesOfAProcessThatWasKilledAreRemovedAndThoseOfOneAliveStay) {
-  // Each kill in the midst of a long answer left a file, until the disk was full.
+  // Each kill during a long answer left a file, until the disk was full.
   const std::string path = make(name_with(token));
   int ends[2];
   ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);

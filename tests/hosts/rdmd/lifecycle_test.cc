@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// How the server starts, and how it ends.
+/// Start and end of the server.
 
 #include <fcntl.h>
 #include <netinet/in.h>
@@ -40,14 +40,14 @@ sockaddr_in loopback(int port) {
   return address;
 }
 
-/// refuses returns true when no connection to the port can be made.
+/// refuses returns true if no connection to the port can be made.
 bool refuses(int port) {
   const HostFileGuard client(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   const sockaddr_in address = loopback(port);
   return ::connect(client.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0;
 }
 
-/// bind_to returns a socket that is bound to the port (0: a free one), or none.
+/// bind_to returns a socket that is bound to the port (0: a free one), or an empty guard.
 HostFileGuard bind_to(int port) {
   HostFileGuard socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   const sockaddr_in address = loopback(port);
@@ -67,7 +67,7 @@ int free_port() {
 
 class HostLifecycle : public support::ServerTest {
  protected:
-  /// refused runs a server that does not start, asserts its exit status, and returns its error output.
+  /// refused runs a server that does not start, expects this exit status, and returns its error output.
   std::string refused(const std::vector<std::string> &arguments, int status = 1) {
     RdmdProcess server(arguments);
     EXPECT_EQ(server.wait(), status);
@@ -212,7 +212,7 @@ TEST_F(HostLifecycle, APluginThatDoesNotReturnDoesNotKeepTheServer) {
 }
 
 TEST_F(HostLifecycle, SignalsReopenTheLogsOfTheServerAndOfThePlugin) {
-  // The signal that rotations send ended the server, and the plug-in's logs went on in the files that were moved away.
+  // The signal sent by log rotation ended the server, and the plug-in's logs continued in the renamed files.
   const struct {
     int signal;
     const char *line;
@@ -259,7 +259,7 @@ TEST_F(HostLifecycle, ASignalToReopenDoesNotEndAServerThatStarts) {
 }
 
 TEST_F(HostLifecycle, LogsThatNobodyReadsDelayNoAnswerAndNoEnd) {
-  // A full pipe behind any of the logs stopped the service, until somebody read it or the server was killed.
+  // A full pipe behind any of the logs blocked the service.
   std::vector<HostFileGuard> readers;
   for (const char *name : {"out", "errors", "error-log", "access-log", "plugin-log"}) {
     ASSERT_EQ(::mkfifo(directory_.path(name).c_str(), 0600), 0);
@@ -284,7 +284,7 @@ TEST_F(HostLifecycle, LogsThatNobodyReadsDelayNoAnswerAndNoEnd) {
   EXPECT_NE(journal().find("exit third\n"), std::string::npos);
 }
 
-/// dropped_lines sums up the lines of the access log that the error log reports as dropped.
+/// dropped_lines adds up the dropped lines of the access log that the error log reports.
 long dropped_lines(const std::string &errors) {
   static const std::regex notice("\\[warning\\] rdmd: write the access log: ([0-9]+) lines? dropped\n");
   long lines = 0;
@@ -317,7 +317,7 @@ TEST_F(HostLifecycle, TheErrorLogSaysWhatTheAccessLogMissed) {
 }
 
 TEST_F(HostLifecycle, TheErrorLogSaysAtOnceThatTheAccessLogTakesNothing) {
-  // A log that never recovered was told of when the server stopped.
+  // The dropped lines were reported only when the server stopped.
   RdmdProcess server(
       {"--listen", "127.0.0.1:0", "--plugin", plugin(), "--config", config(), "--access-log", "/dev/full"});
   for (int i = 0; i < 5; ++i) EXPECT_EQ(support::http_get(server.port(), "/rdm/fast").status, 200);
@@ -350,7 +350,7 @@ TEST_F(HostLifecycle, AStartRemovesTheTemporaryFilesOfServersThatWereKilled) {
 }
 
 TEST_F(HostLifecycle, NoDescriptorIsInheritedByWhatThePluginRuns) {
-  // A command that outlived the server kept its port.
+  // A command that outlived the server kept its listening socket.
   std::vector<std::string> inherited;
   RdmdProcess server({"--listen", "127.0.0.1:0", "--plugin", plugin(), "--config",
                       config("log=\"" + directory_.path("plugin-log") + "\"\n"), "--access-log",
@@ -362,7 +362,7 @@ TEST_F(HostLifecycle, NoDescriptorIsInheritedByWhatThePluginRuns) {
   int seen = 0;
   for (const auto &entry : std::filesystem::directory_iterator(process + "fdinfo")) {
     const std::string number = entry.path().filename(), name = "flags:\t";
-    // One that the server closes meanwhile is inherited by nobody.
+    // The server may have closed the descriptor meanwhile.
     std::ifstream file(entry.path());
     const std::string info(std::istreambuf_iterator<char>(file), {});
     if (std::stoi(number) <= STDERR_FILENO || info.empty()) continue;
@@ -393,7 +393,7 @@ TEST_F(HostLifecycle, ALogThatCannotBeReopenedGoesOnInTheOldFile) {
 }
 
 TEST_F(HostLifecycle, NoLogTakesThePlaceOfAClosedStandardStream) {
-  // The access log did, and what was meant for standard error went into it.
+  // The access log became descriptor 2, and messages for standard error were written into it.
   const std::string log = directory_.path("access.log");
   const std::string command = support::in_build("bin/rdmd") + " --listen 127.0.0.1:0 --plugin " + plugin() +
                               " --config " + config("fail=\"The stars are wrong.\"\n") + " --access-log " + log +
@@ -507,7 +507,7 @@ TEST_F(HostLifecycle, EndsWhenThePluginRefusesItsConfiguration) {
 }
 
 TEST_F(HostLifecycle, NoClientConnectsBeforeThePluginIsInitialised) {
-  // A server whose start failed had already accepted connections, which balancers took for a sign of life.
+  // A server whose start failed had already accepted connections, so load balancers considered it alive.
   const std::string conf = config("wait=\"" + directory_.path("go") + "\"\nfail=\"The stars are wrong.\"\n");
   const int port = free_port();
   const std::string address = "127.0.0.1:" + std::to_string(port);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// What a slow, silent or greedy client may and may not do to the others.
+/// Limits on slow, silent and greedy clients.
 
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -105,7 +105,7 @@ TEST_F(HostLimits, ClientsThatReadNothingDelayNobody) {
     deaf.back()->send(get("/rdm/big?8000000"));
   }
   for (int i = 0; i < 20; ++i) EXPECT_EQ(support::http_get(port_, "/rdm/fast").body, "fast\n");
-  // They were answered all the while, and get the rest when they read.
+  // All were answered meanwhile, and receive the rest when they read.
   EXPECT_EQ(deaf[3]->receive().body, pattern(8'000'000));
 }
 
@@ -156,7 +156,7 @@ TEST_F(HostLimits, AClientThatNeverClosesIsNotWaitedForLong) {
   client.send(get("/rdm/fast", "Connection: close\r\n"));
   EXPECT_EQ(client.receive().body, "fast\n");
   EXPECT_TRUE(client.ended());
-  // Once the server has closed its side as well, what is sent on meets no one.
+  // Once the server has closed the connection, sending fails.
   EXPECT_TRUE(support::eventually([&] { return ::send(client.descriptor(), "x", 1, MSG_NOSIGNAL) < 0; }));
 }
 
@@ -221,7 +221,7 @@ TEST_F(HostLimits, AtTheLimitTheConnectionIdleLongestMakesWay) {
   HttpClient newer(port_);
   newer.send(get("/rdm/fast"));
   EXPECT_EQ(newer.receive().body, "fast\n");
-  // The server is still about to wait for the next request when the answer has arrived.
+  // The connection becomes idle only after the client has received the answer.
   std::this_thread::sleep_for(100ms);
   HttpClient newest(port_);
   newest.send(get("/rdm/fast"));
@@ -231,14 +231,14 @@ TEST_F(HostLimits, AtTheLimitTheConnectionIdleLongestMakesWay) {
   EXPECT_EQ(newer.receive().body, "fast\n");
 }
 
-/// reset closes the connection of a client in a way that the server notices at once.
+/// reset closes the connection of a client with a RST.
 void reset(std::unique_ptr<HttpClient> client) {
   const struct linger now = {1, 0};
   EXPECT_EQ(::setsockopt(client->descriptor(), SOL_SOCKET, SO_LINGER, &now, sizeof now), 0);
 }
 
 TEST_F(HostLimits, TheErrorLogSaysWhoWasGivenUpAndWhy) {
-  // Of a client that complained about an answer that broke off nothing but a short count of bytes was to be found.
+  // The only trace of a broken-off answer was a short byte count in the access log.
   start({"--header-timeout", "0.3", "--body-timeout", "0.3", "--write-timeout", "0.5"});
   const auto told = [this](const std::string &reason) {
     return server_->await_error("[warning] rdmd: " + reason + " (client 127.0.0.1)\n");

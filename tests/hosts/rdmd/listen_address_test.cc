@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Names to listen on, resolved and bound.
+/// Resolving and binding of "HOST:PORT".
 
 #include "hosts/rdmd/listen_address.h"
 
@@ -26,7 +26,7 @@ using namespace rdm;
 
 namespace {
 
-/// Names that only these tests know, and the addresses of each.
+/// Names that these tests' getaddrinfo resolves, with their addresses.
 const std::map<std::string, std::vector<const char *>> names = {
     {"both.test", {"127.0.0.1", "::1"}},
     {"two.test", {"127.0.0.1", "127.0.0.2"}},
@@ -36,7 +36,7 @@ const std::map<std::string, std::vector<const char *>> names = {
     {"wildcards.test", {"::", "0.0.0.0"}},
 };
 
-/// refused_binds is how often 127.0.0.2 is in use for now.
+/// The number of further calls for which bind() to 127.0.0.2 fails with EADDRINUSE.
 int refused_binds = 0;
 
 template <typename Function>
@@ -78,7 +78,7 @@ using rdmd::bind_listen;
 using rdmd::BoundSockets;
 using rdmd::ListenError;
 
-/// failure returns the message of the error of an attempt to bind, with its code.
+/// failure tries to bind and returns the message of the error with its code, or "bound".
 std::string failure(const std::string &text) {
   try {
     bind_listen(text);
@@ -94,7 +94,7 @@ std::vector<std::string> addresses(const BoundSockets &bound) {
   return texts;
 }
 
-/// connect_to returns 0 when a connection to the address of a socket is accepted by the system, or the errno.
+/// connect_to returns 0 if a connection to the address of a socket succeeds, otherwise the errno.
 int connect_to(const HostFileGuard &bound) {
   const rdmd::ListenAddress address = rdmd::local_address(bound.get());
   const HostFileGuard client(::socket(address.family(), SOCK_STREAM | SOCK_CLOEXEC, 0));
@@ -103,7 +103,7 @@ int connect_to(const HostFileGuard &bound) {
 }
 
 TEST(ListenAddress, EveryAddressOfANameIsBoundToTheSamePort) {
-  // The server listened on the first address that the resolver returned, and clients of the others met no one.
+  // The server listened only on the first address of a name.
   const BoundSockets bound = bind_listen("both.test:0");
   ASSERT_EQ(bound.sockets.size(), 2u);
   const std::string port = std::to_string(rdmd::local_address(bound.sockets[0].get()).port());
@@ -195,7 +195,7 @@ TEST_F(ListeningServer, SaysWhichAddressOfANameItDoesNotListenOn) {
 }
 
 TEST_F(ListeningServer, AnAddressThatAnotherServerTookMeanwhileIsAnError) {
-  // Two servers that start at the same time both bind; the second to listen must not serve half of the clients.
+  // Two servers that start at the same time both bind; the second one's listen() must fail.
   support::ServerWithin first(on("127.0.0.1:0"), support::ServerWithin::Listen::no);
   support::ServerWithin second(on(first->address().c_str()), support::ServerWithin::Listen::no);
   first->listen();

@@ -95,7 +95,7 @@ TEST_F(Logs, ReportsOfThePluginNameFunctionAndClient) {
 }
 
 TEST_F(Logs, AnErrorLineIsCutAt8191BytesAndKeepsItsClient) {
-  // A line that was escaped after it was cut had 32,788 bytes.
+  // The text was cut before it was escaped, and the line had 32,788 bytes.
   std::string escaped;
   for (int i = 0; i < 8191; ++i) escaped += "\\x01";
   const std::string client = "2001:db8:1111:2222:3333:4444:5555:6666", end = " (client " + client + ")\n";

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// What the server does where its own memory fails.
+/// The server while memory allocations of its own fail.
 
 #include <signal.h>
 #include <unistd.h>
@@ -20,7 +20,7 @@ using namespace rdm;
 
 namespace {
 
-/// A server on a thread of the test program. It has nothing to serve, and says so.
+/// Runs a server on a thread of the test program.
 class HostMemory : public ::testing::Test {
  protected:
   void start() {
@@ -49,8 +49,8 @@ class HostMemory : public ::testing::Test {
 };
 
 TEST_F(HostMemory, AClientThatThereIsNoMemoryForIsTheOnlyOneLost) {
-  // The server waited for the next client only when it had taken in the one before: the first that it had no memory for
-  // was the last that it ever heard of.
+  // The server re-armed accepting only after it had taken in a client: when memory failed for one, it never accepted
+  // another.
   start();
   {
     const support::RefusedNew connection(sizeof(rdmd::Connection), sizeof(rdmd::Connection) + 64);

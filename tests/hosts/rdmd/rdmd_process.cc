@@ -210,7 +210,7 @@ HttpClient::HttpClient(int port, bool ipv6, int receive_buffer) {
 HttpClient::~HttpClient() { ::close(fd_); }
 
 void HttpClient::send(const std::string &bytes) {
-  // A server that has already refused closes its end; that is for the test to see when it reads.
+  // The server may have refused the request and closed the connection; the test notices that when it reads.
   for (std::size_t done = 0; done < bytes.size();) {
     const ssize_t put = ::send(fd_, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
     if (put <= 0) return;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// The server as a child process, and clients that speak to it over bare sockets.
+/// The server as a child process, and HTTP clients on plain sockets.
 #ifndef TESTS_HOSTS_RDMD_RDMD_PROCESS_H
 #define TESTS_HOSTS_RDMD_RDMD_PROCESS_H
 
@@ -14,12 +14,12 @@
 
 namespace rdm::support {
 
-/// How long anything may take before a test gives it up; far longer than it does take.
+/// The timeout of all waiting in tests, far longer than needed.
 inline constexpr std::chrono::milliseconds patience{60'000};
 
-/// RdmdProcess is an rdmd that runs with the given arguments, and may open `descriptors` files where that is not 0. At
-/// the end of its scope it is stopped if it still runs, and must end in order: then sanitizers have the last word on
-/// it, and what it reached is counted.
+/// RdmdProcess runs rdmd with the given arguments and, unless `descriptors` is 0, with that limit of open files. The
+/// destructor stops it if it still runs, and expects exit status 0, so that sanitizers can report and coverage is
+/// written.
 class RdmdProcess {
  public:
   explicit RdmdProcess(const std::vector<std::string> &arguments, unsigned descriptors = 0);
@@ -27,31 +27,30 @@ class RdmdProcess {
   RdmdProcess &operator=(const RdmdProcess &) = delete;
   ~RdmdProcess();
 
-  /// port waits for the line that says where the server listens and returns its port; 0, and a failed test, when the
+  /// port waits for the line with the listening address and returns its port. Returns 0 and fails the test if the
   /// process ends without one.
   int port();
   pid_t pid() const { return pid_; }
-  /// cpu_time is the time that its threads have run; open_files the number of its descriptors.
+  /// cpu_time returns the CPU time of all its threads, open_files the number of its descriptors.
   std::chrono::nanoseconds cpu_time() const;
   std::size_t open_files() const;
-  /// temporary_files is how many of its descriptors are of files without a name; own_memory how many bytes of memory
-  /// it has to itself.
+  /// temporary_files returns the number of unlinked files it has open, own_memory its RssAnon in bytes.
   std::size_t temporary_files() const;
   std::size_t own_memory() const;
   void signal(int number) const;
-  /// wait waits for the end and returns the exit status, 128 + N when signal N ended it.
+  /// wait waits for the process to end and returns the exit status, or 128 + N if signal N ended it.
   int wait();
-  /// output and errors are what was written so far; after wait, all of it.
+  /// output and errors return what has been written so far; after wait, everything.
   std::string output();
   std::string errors();
-  /// await_error waits until the error output holds `text`.
+  /// await_error waits until the error output contains `text`.
   bool await_error(const std::string &text);
 
  private:
   void collect(int fd, std::string &into);
   bool has_ended() const;
   std::string in_proc(const std::string &name) const;
-  /// end tells the server to stop, and once more if it waits for its clients, before it kills it. The exit status.
+  /// end sends SIGTERM, again if the server waits for clients, and then SIGKILL. Returns the exit status.
   int end();
 
   pid_t pid_ = -1;
@@ -69,7 +68,7 @@ struct HttpResponse {
   std::map<std::string, std::string> fields;  // by lower-case name
   std::string body;
 
-  /// field returns a field by its lower-case name, empty when absent.
+  /// field returns a field by its lower-case name, or an empty string.
   std::string field(const std::string &name) const {
     const auto found = fields.find(name);
     return found == fields.end() ? "" : found->second;
@@ -85,18 +84,18 @@ class HttpClient {
   ~HttpClient();
 
   void send(const std::string &bytes);
-  /// finish_sending says that nothing more will come, as shutdown does.
+  /// finish_sending calls shutdown(SHUT_WR).
   void finish_sending();
-  /// receive reads one response; its body is as long as announced, or, without a length, all until the end of the
-  /// connection. With `head_only` no body is read. Status 0 when the connection ends before the head does.
+  /// receive reads one response. Its body has the declared length or, without one, ends with the connection. If
+  /// `head_only`, no body is read. Status 0: the connection ended before the head did.
   HttpResponse receive(bool head_only = false);
-  /// receive_head reads up to and with the next empty line.
+  /// receive_head reads up to and including the next empty line.
   std::string receive_head();
   /// receive_rest reads until the server closes the connection.
   std::string receive_rest();
-  /// ended waits for the server to close the connection; false when it sends something instead or takes too long.
+  /// ended waits for the server to close the connection. Returns false if it sends something instead, or on a timeout.
   bool ended();
-  /// readable tells whether something, or the end, arrives within `time`.
+  /// readable returns true if input, or the end of the connection, arrives within `time`.
   bool readable(std::chrono::milliseconds time);
   int descriptor() const { return fd_; }
 
@@ -107,10 +106,10 @@ class HttpClient {
   std::string pending_;
 };
 
-/// http_get is one GET on a connection of its own.
+/// http_get sends one GET on a new connection.
 HttpResponse http_get(int port, const std::string &target);
 
-/// eventually waits until `condition` holds; false when it does not within `time`.
+/// eventually waits until `condition` returns true. Returns false if it does not within `time`.
 template <typename Condition>
 bool eventually(Condition condition, std::chrono::milliseconds time = patience) {
   const auto end = std::chrono::steady_clock::now() + time;

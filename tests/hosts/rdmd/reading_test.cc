@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// How slowly a client may read its answer, and for how long one that reads nothing is borne.
+/// Clients that read slowly, and clients that read nothing.
 
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -27,15 +27,15 @@ constexpr int small_buffer = 4096;
 
 class HostReading : public support::ServerTest {
  protected:
-  /// is_whole tells whether the connection still stands, or was closed in good order.
+  /// is_whole returns true unless the connection was reset.
   static bool is_whole(const HttpClient &client) {
     struct tcp_info info {};
     socklen_t size = sizeof info;
     return ::getsockopt(client.descriptor(), IPPROTO_TCP, TCP_INFO, &info, &size) == 0 && info.tcpi_state != TCP_CLOSE;
   }
 
-  /// read_steadily reads `rate` bytes a second in steps of 50 ms, until `time` is over or nothing more comes. What it
-  /// read.
+  /// read_steadily reads `rate` bytes a second in steps of 50 ms, until `time` is over or the connection ends, and
+  /// returns them.
   static std::string read_steadily(const HttpClient &client, std::size_t rate, std::chrono::milliseconds time) {
     std::string text, block(rate / 20, '\0');
     for (const auto end = Clock::now() + time; Clock::now() < end; std::this_thread::sleep_for(50ms)) {
@@ -55,8 +55,8 @@ class HostReading : public support::ServerTest {
 };
 
 TEST_F(HostReading, ClientsThatReadSteadilyAreNotCutOffHoweverSlowlyTheyRead) {
-  // The time counted from when the kernel had last taken something, which is every megabyte: those who read less than
-  // that within the limit were cut off.
+  // The time was measured from the kernel's last acceptance of bytes, which happens once per megabyte: clients that
+  // read less than that within the limit were cut off.
   start({"--write-timeout", "1"});
   const std::size_t rates[] = {10'000, 20'000, 50'000, 100'000, 200'000, 1'000'000};
   std::vector<std::thread> readers;
@@ -79,7 +79,7 @@ TEST_F(HostReading, AClientThatReadsNothingIsCutOffWhateverTheSizeOfItsBuffer) {
     clients.push_back(std::make_unique<HttpClient>(port_, false, buffer));
     clients.back()->send(get("/rdm/big?12000000"));
   }
-  // The server is asked: a system whose buffers are full may drop the reset.
+  // Ask the server: the client's system may drop the RST if its buffers are full.
   const std::string cut = "answer cut off: the client acknowledged nothing within the write timeout";
   const auto count_cut = [&] {
     const std::string log = server_->errors();
@@ -90,14 +90,14 @@ TEST_F(HostReading, AClientThatReadsNothingIsCutOffWhateverTheSizeOfItsBuffer) {
   EXPECT_TRUE(support::eventually([&] { return count_cut() > 0; }));
   EXPECT_GE(Clock::now() - begun, 2s);
   EXPECT_TRUE(support::eventually([&] { return count_cut() == clients.size(); }));
-  // The client's system takes the last bytes with probes of its window, each twice as late as the one before. To so
-  // short a limit they look like a slow reader, which has five limits.
+  // The client's system takes the last bytes by window probes, each after twice the time of the one before. With so
+  // short a limit, it looks like a slow reader, for which the limit is five times as long.
   EXPECT_LE(Clock::now() - begun, 18s);
 }
 
 TEST_F(HostReading, AClientThatReadsNothingCannotHaveTheKernelKeepItsAnswer) {
-  // An answer that the kernel had taken whole was no longer the server's concern: the kernel kept it for minutes after
-  // the connection was closed, and no limit counted it.
+  // Once the kernel had taken an answer, the server closed the connection; the kernel kept the answer for minutes, and
+  // no limit counted it.
   start({"--write-timeout", "0.5", "--linger-timeout", "0.1", "--idle-timeout", "0.1"});
   for (const char *fields : {"", "Connection: close\r\n"})
     for (const bool finished : {false, true}) {
@@ -109,7 +109,7 @@ TEST_F(HostReading, AClientThatReadsNothingCannotHaveTheKernelKeepItsAnswer) {
 }
 
 TEST_F(HostReading, AClientThatReadsNothingAndAsksOnIsCutOff) {
-  // Each answer began the time anew, until the kernel took no more: 260 of these.
+  // Each answer restarted the deadline, until the kernel's buffers were full after 260 answers.
   start({"--write-timeout", "0.5"});
   const std::string waiting = post("/rdm/big?500", "x", "Expect: 100-continue\r\n");
   for (const std::string &request : {get("/rdm/big?500"), waiting}) {
@@ -127,7 +127,7 @@ TEST_F(HostReading, AClientThatReadsNothingAndAsksOnIsCutOff) {
 }
 
 TEST_F(HostReading, AClientThatReadsNothingIsCutOffWhileItsNextRequestIsAwaited) {
-  // The limit on the next request took the place of the one on the answer before it.
+  // The timeout for the next request replaced the write timeout of the answer before it.
   start({"--write-timeout", "0.5", "--header-timeout", "3600", "--body-timeout", "3600"});
   const std::string begun_body = "POST /rdm/echo HTTP/1.1\r\nHost: h\r\nContent-Length: 10\r\n\r\nhalf";
   for (const std::string &begun : {std::string("GET /rdm"), begun_body}) {
@@ -152,7 +152,7 @@ TEST_F(HostReading, AClientThatReadsAndAsksOnIsNotCutOff) {
 }
 
 TEST_F(HostReading, TheRestThatTheKernelHasTakenIsWaitedFor) {
-  // Neither the time to linger nor that of an idle connection begins before the client has its answer.
+  // Neither the linger timeout nor the idle timeout starts before the client has its answer.
   start({"--write-timeout", "2", "--linger-timeout", "0.1", "--idle-timeout", "0.1"});
   for (const char *fields : {"", "Connection: close\r\n"})
     for (const bool finished : {false, true}) {

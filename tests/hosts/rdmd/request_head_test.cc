@@ -73,7 +73,8 @@ TEST(RequestHeadReader, TakesAHeadThatArrivesByteByByte) {
   EXPECT_EQ(buffer, "");
 }
 
-/// A head that had two mistakes was refused for the later one if it arrived at once, and for the earlier one in pieces.
+/// A head with two mistakes was refused for the later one if it arrived at once, and for the earlier one if it arrived
+/// in pieces.
 TEST(RequestHeadReader, RefusesForTheFirstMistakeHoweverTheHeadArrives) {
   const std::string line = "GET / HTTP/1.1\r\n", too_long = "X: " + std::string(head_limit, 'x') + "\r\n";
   std::string many;
@@ -154,7 +155,7 @@ std::string head_of_fields(std::size_t count) {
   return text + "\r\n";
 }
 
-// A head of 16 KB with 2,690 names held an I/O thread for 10 ms.
+// Parsing a head of 16 KB with 2,690 names took 10 ms of an I/O thread.
 TEST(RequestHeadReader, CountsItsFields) {
   HeadReader reader(16384, target_limit);
   std::string most = head_of_fields(200), refused = head_of_fields(201), repeated = "GET / HTTP/1.0\r\n";
@@ -190,7 +191,7 @@ TEST(RequestHeadReader, KnowsAuthorities) {
     EXPECT_FALSE(rdmd::is_authority(text)) << text;
 }
 
-// "Host: a:99999999" was accepted: only the digits of a port were looked at, not its value.
+// "Host: a:99999999" was accepted: the value of the port was not checked.
 TEST(RequestHeadReader, KnowsPorts) {
   for (const char *text : {"h:0", "h:80", "h:65535", "h:00065535", "[::1]:65535"})
     EXPECT_TRUE(rdmd::is_authority(text)) << text;
@@ -216,7 +217,7 @@ TEST(RequestHeadReader, RefusesWhatIsNotOneClearRequest) {
     int status;
     std::string answer;
   } cases[] = {
-      // Refused as soon as it shows, long before the head is complete.
+      // Refused before the head is complete.
       {"hello\r\n", 400, not_http},
       {"hello\n", 400, not_http},
       {"\x16\x03\x01\x02", 400, not_http},
@@ -238,7 +239,7 @@ TEST(RequestHeadReader, RefusesWhatIsNotOneClearRequest) {
       {get + "X: " + std::string(head_limit, 'x'), 431, "The request head is too long.\n"},
       {get + "X: " + std::string(head_limit - get.size() - 6, 'x') + "\r\n\r\n", 431,
        "The request head is too long.\n"},
-      // Refused once it is complete.
+      // Refused once the head is complete.
       {"GET  / HTTP/1.1\r\nHost: h\r\n\r\n", 400, malformed},
       {"GET /a b HTTP/1.1\r\nHost: h\r\n\r\n", 400, malformed},
       {"GET /\x01 HTTP/1.1\r\nHost: h\r\n\r\n", 400, malformed},

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Which failures take an answer of the service away, and which do not.
+/// Resource failures while the service answers: those that replace an answer by a 500, and those that do not.
 
 #include <filesystem>
 #include <string>
@@ -12,8 +12,7 @@ namespace {
 
 using support::HttpResponse;
 
-/// The server with the service behind it, which has one catalog service with nothing in place but what a test puts
-/// there.
+/// Runs the server with the real service. It has one catalog service; each test creates the files it needs.
 class HostResourceFailures : public support::ServerTest {
  protected:
   void serve(const std::string &debug_log, const std::vector<std::string> &more = {}) {
@@ -30,7 +29,7 @@ class HostResourceFailures : public support::ServerTest {
     port_ = server_->port();
   }
 
-  /// expect_error asks for `target` and expects an answer with this error message.
+  /// expect_error requests `target` and expects an answer with this error message.
   void expect_error(const std::string &target, const std::string &message) {
     const HttpResponse response = support::http_get(port_, target);
     EXPECT_EQ(response.status, 200) << target;

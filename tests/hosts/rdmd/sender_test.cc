@@ -25,7 +25,7 @@ namespace {
 using hosts::Piece;
 using rdmd::Sender;
 
-/// SocketPair is a connection within the process; our end does not block.
+/// SocketPair is a connection within the process; our end is non-blocking.
 class SocketPair {
  public:
   SocketPair() {
@@ -101,7 +101,7 @@ TEST(AnswerSender, GoesOnWhereTheSocketWasFull) {
   EXPECT_EQ(received, "HEAD" + text + text);
 }
 
-/// temporary_files counts the files without a name that this process has open.
+/// temporary_files returns the number of unlinked files that this process has open.
 long temporary_files() {
   long count = 0;
   for (const auto &file : std::filesystem::directory_iterator("/proc/self/fd")) {
@@ -112,7 +112,7 @@ long temporary_files() {
 }
 
 TEST(AnswerSender, ParksWhatAClientTakesItsTimeFor) {
-  // A client that read nothing held what the kernel had not taken in memory, up to a megabyte.
+  // For a client that read nothing, up to a megabyte of unsent bytes stayed in memory.
   const std::string text(1'000'000, 'x'), other(100'000, 'y');
   SocketPair pair;
   std::vector<Piece> pieces;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// A server with the test plug-in behind it.
+/// A fixture that runs the server with the test plug-in.
 #ifndef TESTS_HOSTS_RDMD_SERVER_FIXTURE_H
 #define TESTS_HOSTS_RDMD_SERVER_FIXTURE_H
 
@@ -20,8 +20,8 @@ namespace rdm::support {
 
 class ServerTest : public ::testing::Test {
  protected:
-  /// start runs the server with the test plug-in, a free port, an access log and `more` arguments.
-  /// It may open `descriptors` files where that is not 0.
+  /// start runs the server with the test plug-in, a free port, an access log and `more` arguments; see RdmdProcess for
+  /// `descriptors`.
   void start(const std::vector<std::string> &more = {}, unsigned descriptors = 0) {
     config_ = directory_.write("rdm.conf", "journal=\"" + directory_.path("journal") + "\"\n");
     std::vector<std::string> arguments = {"--listen", "127.0.0.1:0", "--plugin",     plugin(),
@@ -33,14 +33,13 @@ class ServerTest : public ::testing::Test {
 
   static std::string plugin() { return in_build("tests/test_plugin.so"); }
 
-  /// stop ends the server as its operator does and returns its exit status.
+  /// stop sends SIGTERM and returns the exit status.
   int stop() {
     server_->signal(SIGTERM);
     return server_->wait();
   }
 
-  /// journal is what the plug-in noted about its calls so far; called tells whether it
-  /// noted a `step`.
+  /// journal returns the plug-in's journal so far; called returns true if it has a line for `step`.
   std::string journal() const { return read_file(directory_.path("journal")); }
   bool called(const std::string &step) const { return journal().find("\n" + step) != std::string::npos; }
   std::string access() const { return read_file(directory_.path("access")); }
@@ -61,7 +60,7 @@ class ServerTest : public ::testing::Test {
     return "POST " + target + " HTTP/1.1\r\nHost: h\r\nContent-Length: " + std::to_string(body.size()) + "\r\n" +
            fields + "\r\n" + body;
   }
-  /// pattern is what the plug-in's /rdm/big answers: numbered lines of eight bytes.
+  /// pattern returns the answer of /rdm/big: numbered lines of eight bytes.
   static std::string pattern(std::size_t size) {
     std::string text(size, '\n');
     for (std::size_t at = 0; at < size; ++at) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// A server within the test program, for what is only seen from there.
+/// A server within the test program, for tests that use its parts directly.
 #ifndef TESTS_HOSTS_RDMD_SERVER_WITHIN_H
 #define TESTS_HOSTS_RDMD_SERVER_WITHIN_H
 
@@ -13,7 +13,7 @@
 
 namespace rdm::support {
 
-/// ServerWithin is a server made of `settings` and the plug-in of the tests; `run` it, or hand it connections.
+/// ServerWithin makes a server with `settings` and the test plug-in; a test calls run or hands it connections.
 class ServerWithin {
  public:
   enum class Listen { no, yes };
@@ -26,7 +26,7 @@ class ServerWithin {
   rdmd::Server *operator->() { return &server_; }
   const rdmd::Server *operator->() const { return &server_; }
 
-  /// errors returns what the error log holds.
+  /// errors returns the contents of the error log.
   std::string errors() const { return read_file(directory_.path("errors")); }
 
  private:

@@ -18,7 +18,7 @@ namespace {
 
 using rdmd::StandardStream;
 
-/// A stream, in the place of a standard one, over a pipe.
+/// stream_ takes the place of a standard stream; it writes to a pipe.
 class StandardStreams : public ::testing::Test {
  protected:
   StandardStreams() {
@@ -28,7 +28,7 @@ class StandardStreams : public ::testing::Test {
     writer_ = HostFileGuard(ends[1]);
   }
 
-  /// read_pipe returns what is in the pipe, or what comes into it soon.
+  /// read_pipe reads from the pipe until 500 ms pass without input.
   std::string read_pipe() {
     std::string text;
     char block[65536];
@@ -55,7 +55,7 @@ TEST_F(StandardStreams, LinesGoThroughWhole) {
 }
 
 TEST_F(StandardStreams, APipeThatNobodyReadsHoldsNobodyAndHearsWhatItMissed) {
-  // Diagnostics go to standard error where no file is named for them: the service stood still when its pipe was full.
+  // The service blocked on a full pipe at standard error, where diagnostics go by default.
   const StandardStream standing_in(stream_, writer_.get());
   const std::string line = std::string(999, 'x') + "\n";
   for (int i = 0; i < 2000; ++i) EXPECT_EQ(std::fputs(line.c_str(), stream_) >= 0, true);

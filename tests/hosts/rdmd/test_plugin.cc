@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
-/// A plug-in for the tests of the host: it answers what it sees, or misbehaves, as the request's path asks for, and
-/// keeps a journal of its calls.
+/// A plug-in for the tests of the host. The path of a request selects an answer or a misbehaviour. The plug-in writes
+/// its calls to a journal.
 ///
-/// Its configuration file holds `journal="FILE"` and, where wanted, `log="FILE"`, which stays open and gets a line for
-/// each request, and `fail="TEXT"`: rdm_init then refuses with that text as its "error". With `wait="FILE"` rdm_init
-/// waits until there is such a file.
+/// Its configuration file holds `journal="FILE"` and optionally `log="FILE"`, which stays open and gets a line for each
+/// request; `fail="TEXT"`, with which rdm_init fails with the error TEXT; and `wait="FILE"`, with which rdm_init waits
+/// until that file exists.
 
 #include <unistd.h>
 
@@ -69,7 +69,7 @@ int answer(Session *session, Request *request, const std::string &text) {
   return write(session, text) < 0 ? HOST_ABORT : HOST_DONE;
 }
 
-/// pattern is text of which every stretch tells its place: numbered lines of eight bytes.
+/// pattern returns numbered lines of eight bytes, so that any part of it shows its offset.
 std::string pattern(std::size_t size) {
   std::string text(size, '\n');
   for (std::size_t at = 0; at < size; ++at) {
@@ -90,7 +90,7 @@ int echo(Session *session, Request *request) {
 
 int nothing(Session *, Request *) { return HOST_DONE; }
 
-/// incomplete answers although a file could not be made.
+/// incomplete answers after a resource failure.
 int incomplete(Session *session, Request *request) {
   host_open_write("/nowhere/file");
   return answer(session, request, "as if it were whole");
@@ -125,13 +125,13 @@ int big(Session *session, Request *request) {
   return HOST_DONE;
 }
 
-/// big_incomplete answers like big although a file could not be made.
+/// big_incomplete answers like big after a resource failure.
 int big_incomplete(Session *session, Request *request) {
   host_open_write("/nowhere/file");
   return big(session, request);
 }
 
-/// shared_file answers with the file that the query names, up to the first "&".
+/// shared_file sends the file named by the query up to the first "&".
 int shared_file(Session *session, Request *request) {
   const std::string query = value_of(request->line, "query");
   const std::string path = query.substr(0, query.find('&'));
@@ -143,7 +143,7 @@ int shared_file(Session *session, Request *request) {
   return host_buffer_send(reader.get(), session->socket) == status.st_size ? HOST_DONE : HOST_ABORT;
 }
 
-/// whole_file answers like shared_file and removes the file.
+/// whole_file sends the file like shared_file and then removes it.
 int whole_file(Session *session, Request *request) {
   const int result = shared_file(session, request);
   host_unlink(value_of(request->line, "query").c_str());
@@ -168,7 +168,7 @@ int slow(Session *session, Request *request) {
 
 int fast(Session *session, Request *request) { return answer(session, request, "fast\n"); }
 
-/// print writes as many bytes as asked for to standard error, as a diagnostic log without a file does.
+/// print writes the requested number of bytes to standard error, like a diagnostic log without a file.
 int print(Session *session, Request *request) {
   std::fprintf(stderr, "%s\n", std::string(asked_size(request), 'p').c_str());
   return answer(session, request, "printed\n");
@@ -208,7 +208,7 @@ void await_file(const std::string &path) {
 
 void on_exit(void *argument) { journal("exit " + std::string(static_cast<const char *>(argument))); }
 
-/// to_argument lets a constant travel as an exit's argument.
+/// to_argument passes a constant as the argument of an exit function.
 void *to_argument(const char *text) { return const_cast<char *>(text); }
 
 }  // namespace

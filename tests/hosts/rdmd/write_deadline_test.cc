@@ -12,13 +12,13 @@ namespace {
 using namespace std::chrono_literals;
 using rdmd::WriteDeadline;
 
-/// Step is a moment, and what the client has acknowledged by then.
+/// Step is a time, and the number of bytes acknowledged by then.
 struct Step {
   std::chrono::milliseconds at;
   std::int64_t acknowledged;
 };
 
-/// cut_at returns when a client with these steps is given up, with a limit of 30 seconds; 0 when it is not in an hour.
+/// cut_at returns when a client with these steps is cut off at a limit of 30 seconds, or 0 if it is not within an hour.
 std::chrono::milliseconds cut_at(const std::vector<Step> &steps) {
   const rdmd::io::Clock::time_point begun{1h};
   WriteDeadline deadline(30s);
@@ -32,7 +32,7 @@ std::chrono::milliseconds cut_at(const std::vector<Step> &steps) {
   return 0s;
 }
 
-/// regular are steps of as long as an hour.
+/// regular returns steps at equal intervals for an hour.
 std::vector<Step> regular(std::chrono::milliseconds every) {
   std::vector<Step> steps;
   for (std::chrono::milliseconds at = every; at < 1h; at += every)
@@ -43,7 +43,7 @@ std::vector<Step> regular(std::chrono::milliseconds every) {
 TEST(WriteDeadline, CutsAClientThatTakesNothingWithinTwiceTheLimit) {
   EXPECT_GE(cut_at({}), 30s);
   EXPECT_LE(cut_at({}), 60s);
-  // Its receive buffer is filled first.
+  // Its receive buffer fills up first.
   EXPECT_LE(cut_at({{10ms, 60'000}, {20ms, 120'000}}), 62s);
   EXPECT_GT(cut_at({{20s, 1}}), 50s);
 }
@@ -54,14 +54,14 @@ TEST(WriteDeadline, LetsLiveWhoeverAcknowledgesAnythingInTime) {
 }
 
 TEST(WriteDeadline, BearsLongerStallsOfAClientThatHasGoneOnAfterOne) {
-  // These are the stalls of a client that read 1 KB a second.
+  // Measured stalls of a client that reads 1 KB per second.
   const std::vector<Step> slow = {{33'900ms, 31'744}, {68'100ms, 64'488}, {200'500ms, 159'720}, {252'400ms, 207'868}};
   EXPECT_GT(cut_at(slow), 252'400ms);
-  // Nobody gets more than five times the limit.
+  // No client gets more than five times the limit.
   EXPECT_LE(cut_at(slow), 252'400ms + 155s);
 }
 
-/// at is a moment of a connection.
+/// at returns a point in time.
 rdmd::io::Clock::time_point at(std::chrono::milliseconds time) { return rdmd::io::Clock::time_point{10h} + time; }
 
 TEST(WriteDeadline, CountsFromTheBeginningOfAnAnswerWhereAllBeforeItIsAcknowledged) {
@@ -72,7 +72,7 @@ TEST(WriteDeadline, CountsFromTheBeginningOfAnAnswerWhereAllBeforeItIsAcknowledg
   EXPECT_TRUE(deadline.expired(200, at(110s)));
 }
 
-// A client that read nothing and went on asking lived as long as the kernel kept answers for it: each began the time.
+// A client that read nothing but sent requests stayed as long as the kernel took answers: each restarted the deadline.
 TEST(WriteDeadline, FurtherAnswersGiveNoMoreTimeToAClientThatTakesNothing) {
   WriteDeadline deadline(30s);
   std::int64_t sent = 100;

@@ -1,5 +1,5 @@
-// Uses all four libraries: a message header (rdm), kept in a buffer (cs) and in a database without a file (dba), under
-// a key of the host's (qxapi).
+// Uses all four libraries: a message header (rdm), printed into a buffer (cs) and stored in a database without a file
+// (dba), under a key from the host (qxapi).
 #include <fcntl.h>
 
 #include <cstdio>
