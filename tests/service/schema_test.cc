@@ -469,6 +469,8 @@ TEST_F(Schema, LoadingWithoutMemoryIsReported) {
   host.allocations = 0;
   EXPECT_EQ(load(sdl), -1);
   EXPECT_EQ(diagnostics.text(), "ERROR: Cannot keep schema: " + directory.path("schema.rdm") + ": Out of memory\n");
+  EXPECT_EQ(column_of("a"), "(null)");
+  EXPECT_THAT(tables(nullptr), IsEmpty());
 }
 
 TEST_F(Schema, TheExampleSchemasLoad) {
