@@ -8,9 +8,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "catalog/catalog_files.h"
 #include "catalog/os/error.h"
 #include "catalog/transaction.h"
-#include "tools/minidba/catalog_files.h"
 
 using namespace rdm;
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "catalog_model.h"
+#include "tools/minidba/catalog_model.h"
 
 #include <zlib.h>
 

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "catalog_files.h"
+#include "catalog/catalog_files.h"
 
 namespace rdm {
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 /// Catalogs under random sequences of verbs: after each, what it printed, the records, the index and the verdict are
 /// those of a model.
-#include "catalog_model.h"
+#include "tools/minidba/catalog_model.h"
 
 #include <unistd.h>
 
@@ -11,7 +11,7 @@
 #include <nlohmann/json.hpp>
 
 #include "support/model.h"
-#include "verb.h"
+#include "tools/minidba/verb.h"
 
 using namespace rdm;
 

@@ -8,8 +8,8 @@
 #include <optional>
 #include <string>
 
+#include "catalog/catalog_files.h"
 #include "support/files.h"
-#include "tools/minidba/catalog_files.h"
 
 namespace rdm {
 

@@ -6,8 +6,8 @@
 
 #include <gtest/gtest.h>
 
-#include "catalog_state.h"
-#include "killing.h"
+#include "tools/minidba/catalog_state.h"
+#include "tools/minidba/killing.h"
 
 using namespace rdm;
 

@@ -7,7 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "catalog/catalog.h"
-#include "catalog_files.h"
+#include "catalog/catalog_files.h"
 #include "hashdb/format.h"
 
 using namespace rdm;

@@ -7,7 +7,7 @@
 #include <gtest/gtest.h>
 #include <libcs/cs.h>
 
-#include "catalog_files.h"
+#include "catalog/catalog_files.h"
 #include "tools/minidba/verbs/verbs.h"
 
 using namespace rdm;

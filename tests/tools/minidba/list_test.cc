@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <gtest/gtest.h>
 
-#include "catalog_files.h"
+#include "catalog/catalog_files.h"
 
 using namespace rdm;
 

@@ -5,7 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "catalog_files.h"
+#include "catalog/catalog_files.h"
 #include "faults/io_fault.h"
 #include "support/directories.h"
 

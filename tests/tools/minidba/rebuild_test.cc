@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "catalog_files.h"
+#include "catalog/catalog_files.h"
 #include "dba/guard.h"
 
 using namespace rdm;

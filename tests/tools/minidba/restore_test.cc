@@ -5,7 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "catalog_files.h"
+#include "catalog/catalog_files.h"
 
 using namespace rdm;
 

@@ -8,7 +8,7 @@
 #include <gtest/gtest.h>
 #include <libcs/cs.h>
 
-#include "catalog_files.h"
+#include "catalog/catalog_files.h"
 #include "support/directories.h"
 
 using namespace rdm;

@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "catalog_files.h"
+#include "catalog/catalog_files.h"
 
 using namespace rdm;
 

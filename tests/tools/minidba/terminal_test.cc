@@ -12,7 +12,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "catalog_files.h"
+#include "catalog/catalog_files.h"
 #include "qxapi/guard.h"
 
 using namespace rdm;

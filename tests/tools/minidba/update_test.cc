@@ -10,7 +10,7 @@
 #include <gtest/gtest.h>
 #include <libcs/cs.h>
 
-#include "catalog_files.h"
+#include "catalog/catalog_files.h"
 
 using namespace rdm;
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "verb.h"
+#include "tools/minidba/verb.h"
 
 #include <sys/mman.h>
 #include <unistd.h>

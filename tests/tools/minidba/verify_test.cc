@@ -8,9 +8,9 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "catalog/catalog_files.h"
 #include "catalog/hash/statistics.h"
 #include "catalog/url_map.h"
-#include "catalog_files.h"
 #include "dba/guard.h"
 #include "hashdb/format.h"
 #include "qxapi/guard.h"

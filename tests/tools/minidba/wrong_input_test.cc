@@ -12,9 +12,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "catalog_files.h"
+#include "catalog/catalog_files.h"
 #include "support/directories.h"
-#include "verb.h"
+#include "tools/minidba/verb.h"
 
 using namespace rdm;
 

@@ -6,10 +6,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "catalog/catalog_files.h"
 #include "catalog/hash/trailer.h"
 #include "catalog/os/file.h"
-#include "catalog_files.h"
-#include "verb.h"
+#include "tools/minidba/verb.h"
 
 using namespace rdm;
 

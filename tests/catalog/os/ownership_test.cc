@@ -9,8 +9,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "catalog/catalog_files.h"
 #include "catalog/os/atomic_file.h"
-#include "catalog_files.h"
 #include "support/environment.h"
 
 using namespace rdm;

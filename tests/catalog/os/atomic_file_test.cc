@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
-/// The next state of a file, while others make one too.
+/// Several processes that replace the same file.
+#include "catalog/os/atomic_file.h"
+
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -8,9 +10,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "catalog/os/atomic_file.h"
+#include "catalog/catalog_files.h"
 #include "catalog/os/error.h"
-#include "catalog_files.h"
 
 using namespace rdm;
 
@@ -22,9 +23,9 @@ using testing::ElementsAre;
 
 const std::string malformed = "@D { http://localhost/2\ntitle{3}:Two\n}\n";
 
-class Snapshots : public testing::Test {
+class AtomicFiles : public testing::Test {
  protected:
-  Snapshots() { catalog_.update(rd("http://localhost/1", {{"title", "One"}})); }
+  AtomicFiles() { catalog_.update(rd("http://localhost/1", {{"title", "One"}})); }
 
   static void expect_refused(const Finished &finished, const std::string &message) {
     EXPECT_EQ(finished.status, 2);
@@ -36,7 +37,7 @@ class Snapshots : public testing::Test {
   const std::string file_ = other_.path(".soif");
 };
 
-TEST_F(Snapshots, OfTwoExportsToOneFileTheSecondIsRefused) {
+TEST_F(AtomicFiles, OfTwoExportsToOneFileTheSecondIsRefused) {
   AtomicFile first(file_);
   first.file().write_at(0, "the first");
   expect_refused(catalog_.run({"export", file_}), "another process is writing " + file_ + ".new");
@@ -47,7 +48,7 @@ TEST_F(Snapshots, OfTwoExportsToOneFileTheSecondIsRefused) {
   EXPECT_EQ(support::read_file(file_), catalog_.run({"export"}).out);
 }
 
-TEST_F(Snapshots, ARejectsFileIsNotSharedByTwoCatalogsAtATime) {
+TEST_F(AtomicFiles, ARejectsFileIsNotSharedByTwoCatalogsAtATime) {
   const AtomicFile first(file_);
   const auto before = catalog_.records();
   expect_refused(
@@ -57,14 +58,14 @@ TEST_F(Snapshots, ARejectsFileIsNotSharedByTwoCatalogsAtATime) {
   EXPECT_THAT(other_.files(), ElementsAre("catalog.db.soif.new")) << "the first goes on";
 }
 
-TEST_F(Snapshots, WhatAKilledProcessHasLeftIsReplaced) {
+TEST_F(AtomicFiles, WhatAKilledProcessHasLeftIsReplaced) {
   support::write_file(file_ + ".new", std::string(100'000, 'x'));
   EXPECT_EQ(catalog_.run({"export", file_}).status, 0);
   EXPECT_EQ(support::read_file(file_), catalog_.run({"export"}).out);
   EXPECT_THAT(other_.files(), ElementsAre("catalog.db.soif"));
 }
 
-TEST_F(Snapshots, ALinkInThePlaceOfTheNextStateIsNotFollowed) {
+TEST_F(AtomicFiles, ALinkInThePlaceOfTheNextStateIsNotFollowed) {
   support::write_file(other_.path(), "precious");
   std::filesystem::create_symlink(other_.path(), file_ + ".new");
   EXPECT_EQ(catalog_.run({"export", file_}).status, 0);
@@ -72,13 +73,13 @@ TEST_F(Snapshots, ALinkInThePlaceOfTheNextStateIsNotFollowed) {
   EXPECT_EQ(support::read_file(file_), catalog_.run({"export"}).out);
 }
 
-TEST_F(Snapshots, OnlyWhatWasWrittenIsPutInThePlace) {
+TEST_F(AtomicFiles, OnlyWhatWasWrittenIsPutInThePlace) {
   support::write_file(file_, "before");
   {
-    AtomicFile snapshot(file_);
+    AtomicFile file(file_);
     ASSERT_EQ(::unlink((file_ + ".new").c_str()), 0);
     support::write_file(file_ + ".new", "of another");
-    EXPECT_THROW(snapshot.commit(), catalog::Failure);
+    EXPECT_THROW(file.commit(), catalog::Failure);
   }
   EXPECT_EQ(support::read_file(file_), "before");
   EXPECT_EQ(support::read_file(file_ + ".new"), "of another");

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "catalog_files.h"
+#include "catalog/catalog_files.h"
 
 #include <sys/stat.h>
 #include <unistd.h>

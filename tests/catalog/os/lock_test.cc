@@ -14,8 +14,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "catalog/catalog_files.h"
 #include "catalog/os/file.h"
-#include "catalog_files.h"
 #include "hosts/rdmd/rdmd_process.h"
 #include "qxapi/guard.h"
 

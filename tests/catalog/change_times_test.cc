@@ -10,11 +10,11 @@
 #include <gtest/gtest.h>
 #include <libcs/cs.h>
 
+#include "catalog/catalog_files.h"
 #include "catalog/hash/trailer.h"
 #include "catalog/os/file.h"
 #include "catalog/record.h"
-#include "catalog_files.h"
-#include "verb.h"
+#include "tools/minidba/verb.h"
 
 using namespace rdm;
 

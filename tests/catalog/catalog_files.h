@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 /// A catalog that tests maintain with the real program and read with the library.
-#ifndef TESTS_TOOLS_MINIDBA_CATALOG_FILES_H
-#define TESTS_TOOLS_MINIDBA_CATALOG_FILES_H
+#ifndef TESTS_CATALOG_CATALOG_FILES_H
+#define TESTS_CATALOG_CATALOG_FILES_H
 
 #include <cstdint>
 #include <map>
