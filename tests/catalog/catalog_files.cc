@@ -9,8 +9,8 @@
 
 #include <gtest/gtest.h>
 
-#include "dba/guard.h"
 #include "libcs/guard.h"
+#include "support/database.h"
 #include "support/directories.h"
 
 namespace rdm {
@@ -52,25 +52,11 @@ support::Finished CatalogFiles::run_read_only(const std::vector<std::string> &wo
 }
 
 void CatalogFiles::put(const std::string &key, const std::string &record) const {
-  const DatabasePtr database(dba_open(path().c_str(), "w"));
-  ASSERT_TRUE(database);
-  std::string name = key, bytes = record;
-  DBT k{}, v{};
-  k.data = name.data();
-  k.size = name.size();
-  v.data = bytes.data();
-  v.size = bytes.size();
-  EXPECT_EQ(dba_put(database.get(), &k, &v), 0);
+  support::put_record(DatabasePtr(dba_open(path().c_str(), "w")).get(), key, record);
 }
 
 void CatalogFiles::remove(const std::string &key) const {
-  const DatabasePtr database(dba_open(path().c_str(), "w"));
-  ASSERT_TRUE(database);
-  std::string name = key;
-  DBT k{};
-  k.data = name.data();
-  k.size = name.size();
-  EXPECT_EQ(dba_del(database.get(), &k), 0);
+  support::erase_record(DatabasePtr(dba_open(path().c_str(), "w")).get(), key);
 }
 
 std::string CatalogFiles::shell_command(const std::string &words) const {
@@ -95,8 +81,7 @@ std::map<std::string, std::string> CatalogFiles::records() const {
   DBT key{}, value{};
   int result = dba_first(database.get(), &key, &value);
   for (; result == 0; result = dba_next(database.get(), &key, &value))
-    records.emplace(std::string(static_cast<char *>(key.data), key.size),
-                    std::string(static_cast<char *>(value.data), value.size));
+    records.emplace(support::text_of(key), support::text_of(value));
   EXPECT_EQ(result, 1);
   return records;
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-/// Times of change never go back and never come early: a gatherer that asks for what has changed since the newest time
-/// that it holds is told of everything, whatever the clock of the machine does.
+/// A change has a later time of change than every change before it, whatever the clock does: a gatherer that asks for
+/// changes since the newest time that it holds gets them all.
 #include "catalog/change_times.h"
 
 #include <fcntl.h>
@@ -37,14 +37,14 @@ class ChangeTimes : public testing::Test {
     return finished;
   }
   Finished update(int number, const std::string &title) { return run({"update"}, rd(url(number), {{"title", title}})); }
-  /// import replaces the catalog by descriptions with these times of change.
+  /// import replaces the catalog with descriptions of these times of change.
   Finished import(const std::vector<std::string> &times) {
     std::string stream = export_header("1", std::to_string(times.size()));
     for (size_t i = 0; i < times.size(); ++i)
       stream += rd(url(static_cast<int>(i) + 1), {{"rd-last-changed", times[i]}});
     return run({"import", "--replace"}, stream);
   }
-  /// text_of returns the time of change of a description as it is written, time_of as a number.
+  /// text_of returns the time of change of a description as text, time_of as a number.
   std::string text_of(int number) const {
     for (const auto &[key, record] : catalog_.records())
       if (record.find("{ " + url(number) + "\n") != std::string::npos)
@@ -55,7 +55,7 @@ class ChangeTimes : public testing::Test {
     time_t time = 0;
     return cs_str2time(text_of(number).c_str(), &time);
   }
-  /// write_as_an_earlier_version takes the newest time of change out of a file.
+  /// write_as_an_earlier_version removes the newest time of change from the trailer of a file.
   void write_as_an_earlier_version(const std::string &suffix) const {
     std::string bytes = support::read_file(catalog_.path(suffix));
     bytes.replace(336, 24, 24, '\0');
@@ -66,15 +66,15 @@ class ChangeTimes : public testing::Test {
   time_t clock_ = noon;
 };
 
-TEST_F(ChangeTimes, AreThoseOfTheClockThatGoesOn) {
-  update(1, "One");
+TEST_F(ChangeTimes, AreThoseOfTheClockWhateverTheGathererSays) {
+  run({"update"}, rd(url(1), {{"rd-last-changed", "Mon, 01 Jan 1990 00:00:00 GMT"}, {"title", "One"}}));
   clock_ += 10;
   update(2, "Two");
   EXPECT_EQ(time_of(1), noon);
   EXPECT_EQ(time_of(2), noon + 10);
 }
 
-// The clock was once put back by an hour: what changed then was stamped with times that gatherers had passed.
+// The clock was once set back by an hour. Changes then got times that gatherers had already asked for.
 TEST_F(ChangeTimes, AreASecondAfterTheNewestWhenTheClockIsBehind) {
   update(1, "One");
   clock_ -= 3600;
@@ -89,7 +89,7 @@ TEST_F(ChangeTimes, OfTwoUpdatesInOneSecondDiffer) {
   EXPECT_EQ(time_of(1), noon + 2);
 }
 
-// An update from a slow sender began an hour before another that was faster.
+// An update with a slow input may begin an hour before a faster one and end after it.
 TEST_F(ChangeTimes, AreTakenWhenTheInputHasEnded) {
   int asked = 0;
   const std::string stream = rd(url(1), {{"title", "One"}}) + rd(url(2), {{"title", "Two"}});
@@ -115,7 +115,7 @@ TEST_F(ChangeTimes, OfWhatDoesNotChangeStay) {
   EXPECT_EQ(time_of(1), noon);
 }
 
-// A value may look like the line of the time.
+// A value may look like the line of rd-last-changed.
 TEST_F(ChangeTimes, StandWhereTheAttributeIs) {
   const std::string line = "\nrd-last-changed{29}:\t" + date_of(0) + "\n";
   for (const char *name : {"a", "body", "rd-last-changed-2", "rd-last-change", "title", "zz"}) {
@@ -136,8 +136,8 @@ TEST_F(ChangeTimes, AreGivenToWhatIsImportedWithoutOne) {
   EXPECT_EQ(run_verb({"-d", catalog_.path(), "verify"}).status, 0);
 }
 
-// Restoring a backup is invisible to gatherers; what changes afterwards is not, although they hold times that are later
-// than any in the backup.
+// Gatherers do not notice that a backup was restored. They must notice later changes, although they hold times that are
+// later than all in the backup.
 TEST_F(ChangeTimes, ComeBackByAnImportAndGoOnAfterThoseOfTheReplacedCatalog) {
   update(1, "One");
   const auto before = catalog_.records();
@@ -163,7 +163,7 @@ TEST_F(ChangeTimes, OfAReplacedCatalogThatIsDamagedAreKnownByItsFiles) {
   EXPECT_EQ(time_of(3), noon + 101);
 }
 
-// One description of the year 2106 must not use up the times that are left, nor end the index.
+// The times of an index end in 2106. A single description must not use up the remaining ones.
 TEST_F(ChangeTimes, AfterTheYear2099AreNotBelieved) {
   import({"Sun, 07 Feb 2106 06:28:15 GMT", date_of(catalog::latest_change + 1), "Fri, 01 Jan 9999 00:00:00 GMT"});
   for (const int number : {1, 2, 3}) EXPECT_EQ(time_of(number), noon) << number;
@@ -213,7 +213,7 @@ TEST_F(ChangeTimes, OfACatalogOfAnEarlierVersionAreReadFromItsRecords) {
   }
 }
 
-// The newest time lies behind what earlier versions read and check, and they void it when they write another map.
+// Earlier versions copy the newest time and change words that its checksum covers.
 TEST_F(ChangeTimes, AreNotTakenFromAMapThatAnEarlierVersionHasWritten) {
   update(1, "One");
   const std::string path = catalog_.path(".url");

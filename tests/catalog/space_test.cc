@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Disks that are full, which a limit on the size of files stands for: the writer meets the end of its room in the same
-/// places.
+/// Full disks, simulated by a limit on the size of files.
 #include <gtest/gtest.h>
 
 #include "catalog/catalog_files.h"
@@ -24,8 +23,8 @@ class Space : public testing::Test {
     return rd("http://localhost/" + std::to_string(i), {{"title", title}, {"body", std::string(2000, 'b')}});
   }
 
-  /// run_with_room runs a verb that may write files of so many bytes.
-  Finished run_with_room(const std::vector<std::string> &words, size_t bytes, const std::string &input = "") {
+  /// run_limited runs a verb with a limit on the size of files.
+  Finished run_limited(const std::vector<std::string> &words, size_t bytes, const std::string &input = "") {
     std::vector<std::string> all{"/bin/sh", "-c",
                                  "trap '' XFSZ; ulimit -f " + std::to_string(bytes / 512) + "; exec \"$@\"", "sh"};
     for (const std::string &word : catalog_.command(words)) all.push_back(word);
@@ -46,15 +45,15 @@ class Space : public testing::Test {
   std::string before_, map_before_;
 };
 
-TEST_F(Space, AnUpdateWithoutRoomForTheCopyChangesNothing) {
-  expect_as_before(run_with_room({"update"}, before_.size() / 2, description(1, "new")));
+TEST_F(Space, AnUpdateThatCannotCopyTheFileChangesNothing) {
+  expect_as_before(run_limited({"update"}, before_.size() / 2, description(1, "new")));
 }
 
-TEST_F(Space, AnUpdateWithoutRoomForItsPagesChangesNothing) {
+TEST_F(Space, AnUpdateThatCannotWriteItsPagesChangesNothing) {
   const std::string large = rd("http://localhost/large", {{"body", std::string(500'000, 'x')}});
-  expect_as_before(run_with_room({"update"}, before_.size(), large));
+  expect_as_before(run_limited({"update"}, before_.size(), large));
 }
 
-TEST_F(Space, ARebuildWithoutRoomChangesNothing) { expect_as_before(run_with_room({"rebuild"}, before_.size() / 2)); }
+TEST_F(Space, ARebuildThatCannotWriteChangesNothing) { expect_as_before(run_limited({"rebuild"}, before_.size() / 2)); }
 
 }  // namespace

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// A URL map of which the disk has changed a bit: no writer goes by it, and none copies it.
+/// A URL map with a flipped bit: no writer uses or copies it.
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -37,7 +37,7 @@ class DamagedUrlMap : public testing::Test {
     words.insert(words.begin(), {"-d", catalog_.path()});
     return run_verb(words, input);
   }
-  /// flip changes a bit of the map; size and times stay.
+  /// flip changes a bit of the map and restores the times of the file.
   void flip(size_t byte, int bit) const {
     struct stat status;
     ASSERT_EQ(::stat(path_.c_str(), &status), 0);
@@ -47,8 +47,8 @@ class DamagedUrlMap : public testing::Test {
     const struct timespec times[] = {status.st_atim, status.st_mtim};
     ASSERT_EQ(::utimensat(AT_FDCWD, path_.c_str(), times, 0), 0);
   }
-  /// place_of returns where the map has a URL. The number stands in front of it.
-  size_t place_of(int number) const { return support::read_file(path_).find(url(number)); }
+  /// offset_of returns the offset of a URL in the map. Its number is in front of it.
+  size_t offset_of(int number) const { return support::read_file(path_).find(url(number)); }
   void write_as_an_earlier_version() const {
     std::string bytes = support::read_file(path_);
     support::write_file(path_, bytes.replace(checksum_offset, checksum_size, checksum_size, '\0'));
@@ -63,9 +63,9 @@ class DamagedUrlMap : public testing::Test {
   std::map<std::string, std::string> before_;
 };
 
-// A bit had flipped in a URL of the map. An update of that description added it again under another number.
-TEST_F(DamagedUrlMap, MakesNoDescriptionCountAsANewOne) {
-  flip(place_of(7) + url(7).size() - 1, 1);
+// After a bit of a URL in the map had flipped, an update added its description again under another number.
+TEST_F(DamagedUrlMap, MakesNoDescriptionCountAsNew) {
+  flip(offset_of(7) + url(7).size() - 1, 1);
   const Finished finished = run({"update"}, description(7));
   EXPECT_EQ(finished.status, 0);
   EXPECT_EQ(finished.errors, warning_ + "minidba: 0 new, 0 changed, 1 unchanged, 0 rejected\n");
@@ -83,15 +83,15 @@ TEST_F(DamagedUrlMap, IsMendedByEveryWriterWhicheverBitHasFlipped) {
     EXPECT_TRUE(support::read_file(catalog_.path()) == database) << "nothing has changed";
     expect_sound();
   }
-  flip(place_of(3), 0);
+  flip(offset_of(3), 0);
   EXPECT_THAT(run({"delete", url(5)}).errors, HasSubstr(warning_));
-  flip(place_of(3), 0);
+  flip(offset_of(3), 0);
   EXPECT_THAT(run({"update"}, input).errors, HasSubstr(warning_ + "minidba: 0 new, 1 changed"));
   EXPECT_EQ(run({"verify"}).out, "sound: 19 descriptions, no index\n");
 }
 
 TEST_F(DamagedUrlMap, OfWhichANumberHasChangedLeadsNoWriterAstray) {
-  const size_t number = place_of(7) - 1;
+  const size_t number = offset_of(7) - 1;
   flip(number, 0);
   const Finished finished = run({"update"}, rd(url(7), {{"title", "Other"}}));
   EXPECT_THAT(finished.errors, HasSubstr("minidba: 0 new, 1 changed"));
@@ -109,7 +109,7 @@ TEST_F(DamagedUrlMap, IsNamedByVerifyAndMendedByRebuild) {
 }
 
 TEST_F(DamagedUrlMap, IsOnlyReadByReadersAndADryRun) {
-  flip(place_of(7), 0);
+  flip(offset_of(7), 0);
   const std::string damaged = support::read_file(path_);
   EXPECT_THAT(run({"get", url(7)}).out, HasSubstr("No. 7"));
   EXPECT_EQ(run({"get", url(70)}).errors, "minidba: no description " + url(70) + "\n");
@@ -131,13 +131,13 @@ TEST_F(DamagedUrlMap, WithoutAChecksumIsReadableAndGetsOneFromTheNextWriter) {
 
 TEST_F(DamagedUrlMap, WithoutAChecksumIsNotBelievedByAWriter) {
   write_as_an_earlier_version();
-  flip(place_of(7) + 3, 2);
+  flip(offset_of(7) + 3, 2);
   EXPECT_EQ(run({"update"}, description(7)).errors, "minidba: 0 new, 0 changed, 1 unchanged, 0 rejected\n");
   EXPECT_EQ(catalog_.records(), before_);
   expect_sound();
 }
 
-// The checksum lies behind what earlier versions read, copy and check; it covers the words that they change.
+// Earlier versions copy the checksum and change words that it covers.
 TEST_F(DamagedUrlMap, ThatAnEarlierVersionHasWrittenHasNoChecksum) {
   std::string bytes = sound_;
   catalog::Trailer changed = *catalog::Trailer::read(catalog::File::open(path_));

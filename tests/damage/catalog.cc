@@ -12,10 +12,10 @@
 #include "catalog/record.h"
 #include "catalog/transaction.h"
 #include "damage/pages.h"
-#include "dba/guard.h"
 #include "libcs/cs.h"
 #include "qxapi/guard.h"
 #include "service/rdm.h"
+#include "support/database.h"
 #include "support/memory_host.h"
 
 namespace rdm::damage {
@@ -115,12 +115,7 @@ void Catalog::make_with_library() {
   info.bsize = library_page_size;
   DatabasePtr db(QX_dbopen(path(database).c_str(), O_RDWR | O_CREAT, 0644, DB_HASH, &info));
   ASSERT_NE(db, nullptr);
-  for (auto &[number, record] : records_) {
-    std::string name = catalog::database_key(number);
-    DBT key{name.data(), name.size()};
-    const DBT value{record.data(), record.size()};
-    ASSERT_EQ(dba_put(db.get(), &key, &value), 0);
-  }
+  for (const auto &[number, record] : records_) support::put_record(db.get(), catalog::database_key(number), record);
   db.reset();
   clear_slack(path(database));
 }
@@ -201,12 +196,8 @@ Records Catalog::found() const {
   Records found;
   const DatabasePtr db(dba_open(path(database).c_str(), "r"));
   if (!db) return found;
-  for (const auto &[number, record] : records_) {
-    std::string name = catalog::database_key(number);
-    const DBT key{name.data(), name.size()};
-    DBT value{};
-    if (dba_get(db.get(), &key, &value) == 0) found[number].assign(static_cast<const char *>(value.data), value.size);
-  }
+  for (const auto &[number, record] : records_)
+    if (const auto text = support::get_record(db.get(), catalog::database_key(number))) found[number] = *text;
   return found;
 }
 

@@ -20,7 +20,7 @@ namespace rdm::damage {
 enum Part { database, index_file, url_map, parts };
 using Files = std::array<std::string, parts>;  // their bytes; empty for one that is not there
 
-/// Who wrote the database: the hash library grew it record by record and left no URL map, minidba laid it out.
+/// Writer is the program that wrote the database: the hash library, without a URL map, or minidba.
 enum class Writer { library, minidba };
 
 /// Descriptions by number.
@@ -54,8 +54,7 @@ class Catalog {
   const Records &records() const { return records_; }
   std::string path(Part part) const;
 
-  /// write puts other bytes into the files without a trace: they keep their names, times and inodes. What was damaged
-  /// before, and what writers have done since, is gone.
+  /// write writes other bytes to the original files; their names, inodes and times stay. It undoes all earlier changes.
   void write(const Files &files);
 
   /// run runs a verb on the catalog, within this process.
@@ -63,7 +62,7 @@ class Catalog {
                const std::vector<std::string> &arguments = {}) const;
   /// serve answers a request for descriptions; `attributes` empty for all.
   static Answer serve(const std::string &scope, const std::string &attributes = "");
-  /// found returns the descriptions that are found by their keys, as the service reads them.
+  /// found returns the descriptions that the reader of the service finds by their keys.
   Records found() const;
 
  private:

@@ -56,7 +56,7 @@ size_t place_in_hash_file(const std::string &bytes, Dice &dice) {
   }
 }
 
-/// Page is one that is spoilt, in the file of which it is a page.
+/// Page is the page to damage, in the bytes of its file.
 struct Page {
   std::string &bytes;
   size_t start, size;
@@ -98,7 +98,7 @@ std::string copy(const Page &page, Dice &dice) {
   return "replaced by the one at " + std::to_string(other);
 }
 
-/// half_written is what is on the disk when power fails in the midst of a page that was to become zero.
+/// half_written is the state after a power failure while zeros were written to a page.
 std::string half_written(const Page &page, Dice &dice) {
   const size_t written = dice.below(page.size);
   std::fill_n(page.bytes.begin() + static_cast<std::ptrdiff_t>(page.start), written, '\0');
@@ -115,8 +115,8 @@ std::string spoil_index(std::string &bytes, Dice &dice) {
   return "entry " + std::to_string(entry) + " " + did;
 }
 
-/// mislead lets a bucket go on where it must not: on a page of its own or of another bucket, on one of bits, on a free
-/// one or on none.
+/// mislead links a page of a bucket to a wrong page: another one of this or another bucket, a bitmap, a free page or
+/// none.
 std::string mislead(std::string &bytes, const HashPages &pages, Dice &dice) {
   const HashPages::Link link = dice.one_of(pages.links);
   const auto split = static_cast<uint32_t>(dice.below(pages.header.overflow_point + 1));
@@ -128,7 +128,7 @@ std::string mislead(std::string &bytes, const HashPages &pages, Dice &dice) {
   return "page " + std::to_string(link.page) + " goes on at address " + std::to_string(to);
 }
 
-/// misplace puts one page in the place of another kind.
+/// misplace replaces a page with one of another kind.
 std::string misplace(std::string &bytes, const HashPages &pages, Dice &dice) {
   std::vector<const std::vector<uint64_t> *> kinds;
   for (const auto *kind : {&pages.primary, &pages.overflow, &pages.bitmaps})

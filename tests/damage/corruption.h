@@ -16,12 +16,11 @@ struct Corruption {
   Files files;
 };
 
-/// flip_bit changes one bit: often one of a header, of the slots of a page or of a page of bits, which all say where
-/// other bytes are.
+/// flip_bit changes one bit, often in a header, in the slots of a page or in a bitmap, which hold addresses.
 Corruption flip_bit(const Files &files, uint32_t seed);
 
-/// spoil_page does to a page what disks and other programs do: it is zero, random, another one, cut off, of the wrong
-/// kind, or goes on where it must not. Entries are the pages of an index.
+/// spoil_page damages a page as disks and other programs do: with zeros, random bytes, another page, a truncated file,
+/// a page of the wrong kind or a wrong link. In an index it damages an entry.
 Corruption spoil_page(const Files &files, uint32_t seed);
 
 }  // namespace rdm::damage

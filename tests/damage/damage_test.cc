@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-/// Whatever the files of a catalog hold, the service answers honestly, verify tells of every change that could be seen,
-/// and a writer loses nothing that could still be read. RDM_DAMAGE_TRIALS says how many bits are flipped in all, and a
-/// fifth of it how many pages are spoilt.
+/// With any damage to the files of a catalog, the service sends well-formed answers, verify reports every visible
+/// change, and a writer loses no readable description. RDM_DAMAGE_TRIALS is the number of flipped bits; a fifth as many
+/// pages are damaged.
 #include <malloc.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
@@ -36,8 +36,8 @@ using damage::Records;
 constexpr int batch_size = 50;
 constexpr unsigned trial_seconds = 240;
 
-/// What fresh memory is filled with, and what memory that was given back: once by the C library, once by the address
-/// sanitizer. Nothing that is sent or written may hold a run of it.
+/// Fill bytes of fresh and of released memory, by the C library or by the address sanitizer. No output may hold a run
+/// of them.
 constexpr char fresh = '\x17', stale = '\xE8', fresh_sanitized = '\xBE';
 constexpr size_t run_length = 8;
 
@@ -52,8 +52,8 @@ bool holds_stray_memory(const std::string &bytes) {
                      [&](char fill) { return bytes.find(std::string(run_length, fill)) != std::string::npos; });
 }
 
-/// fault_of returns what is wrong with an answer: it must be whole, begin with a header, and go on with objects that
-/// are as they would be printed, of which there are none exactly when the header tells of an error.
+/// fault_of returns the fault of an answer: it must be complete and have a header, and then objects as print returns
+/// them or, after a header with an error, none.
 std::string fault_of(const Answer &answer) {
   if (answer.started != 1 || answer.status != 200) return "no answer";
   if (answer.announced != std::to_string(answer.body.size())) return "announced with another length";
@@ -72,7 +72,7 @@ std::string fault_of(const Answer &answer) {
   return holds_stray_memory(answer.body) ? "stray memory" : "";
 }
 
-/// Sight is all that can be seen of a catalog from outside.
+/// Sight is the output of the service and of all reading verbs for a catalog.
 struct Sight {
   Answer all, since, some;
   Finished list, exported, unclassified, stats, got;
@@ -123,7 +123,7 @@ bool is_same(const Sight &a, const Sight &b) {
          a.got.out == b.got.out;
 }
 
-/// in_slack says whether only bytes changed that no reader sees.
+/// in_slack returns true if only bytes have changed that no reader reads.
 bool in_slack(const std::string &before, const std::string &after) {
   if (before.size() != after.size()) return false;
   const std::vector<bool> matters = damage::HashPages(before).matters();
@@ -132,8 +132,7 @@ bool in_slack(const std::string &before, const std::string &after) {
   return true;
 }
 
-/// in_writers_header says whether, besides, only numbers of the header changed that writers go by: how large the table
-/// is to be in memory, when it grows, where free pages are and how many there are in all.
+/// in_writers_header returns true if, besides, only numbers of the header have changed that only writers use.
 bool in_writers_header(const std::string &before, const std::string &after) {
   if (before.size() != after.size()) return false;
   const auto header_of = [](const std::string &bytes) {

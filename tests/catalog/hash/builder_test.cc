@@ -10,7 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "catalog/os/error.h"
-#include "dba/guard.h"
+#include "support/database.h"
 #include "support/files.h"
 
 using namespace rdm;
@@ -45,17 +45,22 @@ class HashWriter : public ::testing::Test {
     catalog::build_hash_file(catalog::File::create(path), items_, load, {});
   }
 
+  /// write_random writes a random set of fewer than `limit` records.
+  void write_random(unsigned seed, size_t limit) {
+    random_.seed(seed);
+    items_.clear();
+    values_.clear();
+    const size_t longest = size_t{1} << (6 + seed % 13);
+    for (size_t i = 0, count = random_() % limit; i < count; ++i) add(random_() % longest);
+    write();
+  }
+
   void expect_found(DB *db) {
     ASSERT_NE(db, nullptr);
-    for (size_t i = 0; i < values_.size(); ++i) {
-      std::string name = key_of(static_cast<uint32_t>(i + 1));
-      const DBT key = {name.data(), name.size()};
-      DBT value{};
-      ASSERT_EQ(dba_get(db, &key, &value), 0) << i;
-      ASSERT_TRUE(std::string_view(static_cast<char *>(value.data), value.size) == values_[i]) << i;
-    }
-    std::string name = key_of(static_cast<uint32_t>(values_.size() + 1));
-    const DBT key = {name.data(), name.size()};
+    for (uint32_t i = 0; i < values_.size(); ++i)
+      ASSERT_TRUE(support::get_record(db, key_of(i + 1)) == values_[i]) << i;
+    const std::string absent = key_of(static_cast<uint32_t>(values_.size() + 1));
+    const DBT key = support::dbt_of(absent);
     DBT value{};
     EXPECT_EQ(dba_get(db, &key, &value), 1);
   }
@@ -63,16 +68,9 @@ class HashWriter : public ::testing::Test {
   /// put_by_library adds records as another program would.
   void put_by_library(size_t count, size_t size) {
     const DatabasePtr db(QX_dbopen(path.c_str(), O_RDWR, 0, DB_HASH, nullptr));
-    ASSERT_TRUE(db);
     for (size_t i = 0; i < count; ++i) {
       add(size);
-      std::string name = key_of(static_cast<uint32_t>(values_.size()));
-      DBT key{}, value{};
-      key.data = name.data();
-      key.size = name.size();
-      value.data = values_.back().data();
-      value.size = values_.back().size();
-      ASSERT_EQ(dba_put(db.get(), &key, &value), 0);
+      support::put_record(db.get(), key_of(static_cast<uint32_t>(values_.size())), values_.back());
     }
   }
 
@@ -91,12 +89,7 @@ class HashWriter : public ::testing::Test {
 
 TEST_F(HashWriter, TheLibraryReadsRandomSetsOfRecords) {
   for (unsigned seed = 0; seed < 100; ++seed) {
-    random_.seed(seed);
-    items_.clear();
-    values_.clear();
-    const size_t longest = size_t{1} << (6 + seed % 13);
-    for (size_t i = 0, count = random_() % 300; i < count; ++i) add(random_() % longest);
-    write();
+    write_random(seed, 300);
     expect_readable();
   }
 }
@@ -119,12 +112,7 @@ TEST_F(HashWriter, TheLibraryPutsNoBucketUponAnOverflowPageOfItsOwn) {
 
 TEST_F(HashWriter, TheLibraryAddsToRandomSetsOfRecords) {
   for (unsigned seed = 0; seed < 30; ++seed) {
-    random_.seed(seed);
-    items_.clear();
-    values_.clear();
-    const size_t longest = size_t{1} << (6 + seed % 13);
-    for (size_t i = 0, count = random_() % 100; i < count; ++i) add(random_() % longest);
-    write();
+    write_random(seed, 100);
     put_by_library(200, random_() % 3000);
     expect_readable();
   }

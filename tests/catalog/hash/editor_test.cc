@@ -12,7 +12,7 @@
 #include <gtest/gtest.h>
 
 #include "catalog/hash/page_map.h"
-#include "dba/guard.h"
+#include "support/database.h"
 #include "support/files.h"
 
 using namespace rdm;
@@ -67,7 +67,14 @@ class HashEditor : public ::testing::Test {
     catalog::build_hash_file(catalog::File::create(path_), refs, load(records), {});
   }
 
-  /// change puts the next state of the records into the file. True when that was done by editing.
+  /// written writes a file with random records besides `more`, and returns them all.
+  Records written(uint32_t count, size_t longest, Records more = {}) {
+    for (uint32_t i = 0; i < count; ++i) more[key_of(i)] = random_value(longest);
+    write_whole(more);
+    return more;
+  }
+
+  /// change writes the next state of the records to the file. It returns true if the file was edited.
   bool change(const std::vector<std::string> &keys, const Records &next) {
     std::vector<RecordRef> refs = refs_of(keys, next);
     const std::string edited = path_ + ".new";
@@ -82,23 +89,13 @@ class HashEditor : public ::testing::Test {
     return true;
   }
 
-  void expect_found(DB *db, const Records &records) {
-    ASSERT_NE(db, nullptr);
-    for (const auto &[name, expected] : records) {
-      const DBT key{const_cast<char *>(name.data()), name.size()};
-      DBT value{};
-      ASSERT_EQ(dba_get(db, &key, &value), 0) << name;
-      ASSERT_TRUE(std::string_view(static_cast<char *>(value.data), value.size) == expected) << name;
-    }
-  }
-
-  /// expect_sound holds the file against the records, and its bitmaps against the pages that are linked to.
+  /// expect_sound compares the file with the records, and its bitmaps with the pages in use.
   void expect_sound(const Records &records) {
     const HashTable table(path_);
     Records found;
     table.each([&](std::string_view key, std::string_view value) { found.emplace(key, value); });
     ASSERT_TRUE(found == records);
-    expect_found(DatabasePtr(QX_dbopen(path_.c_str(), O_RDWR, 0, DB_HASH, nullptr)).get(), records);
+    support::expect_records(DatabasePtr(QX_dbopen(path_.c_str(), O_RDWR, 0, DB_HASH, nullptr)).get(), records);
     EXPECT_EQ(used_bits(table), linked_pages(table));
     const catalog::PageMap use(table);
     EXPECT_FALSE(use.is_shared());
@@ -175,9 +172,7 @@ TEST_F(HashEditor, RandomChangesToRandomSetsLoseNothing) {
 }
 
 TEST_F(HashEditor, LongRecordsComeAndGo) {
-  Records records;
-  for (uint32_t i = 0; i < 3000; ++i) records[key_of(i)] = random_value(4000);
-  write_whole(records);
+  Records records = written(3000, 4000);
   for (const size_t size : {20000u, 40000u, 300000u, 1u << 20}) {
     records["long"] = std::string(size, 'x');
     EXPECT_TRUE(change({"long"}, records)) << size;
@@ -193,13 +188,10 @@ TEST_F(HashEditor, LongRecordsComeAndGo) {
   EXPECT_EQ(HashTable(path_).file().size(), size) << "pages that were free are used again";
 }
 
-/// A bitmap that was damaged offered the pages of a long record as free. The change was written there and read back,
-/// the number of records was right, and the long record was lost without a word.
+/// A damaged bitmap marked the pages of a long record as free. A change was written there and read back, the number of
+/// records was right, and the long record was lost without a message.
 TEST_F(HashEditor, PagesThatDamagedBitmapsOfferAreNotTaken) {
-  Records records;
-  for (uint32_t i = 0; i < 3000; ++i) records[key_of(i)] = random_value(4000);
-  records["long"] = std::string(300000, 'x');
-  write_whole(records);
+  Records records = written(3000, 4000, {{"long", std::string(300000, 'x')}});
   const Header header = HashTable(path_).header();
   std::string bytes = support::read_file(path_);
   const uint64_t bitmap = overflow_page(header, header.bitmaps[0]);
@@ -207,16 +199,13 @@ TEST_F(HashEditor, PagesThatDamagedBitmapsOfferAreNotTaken) {
   support::write_file(path_, bytes);
   EXPECT_FALSE(catalog::PageMap(HashTable(path_)).is_marked());
   records["other"] = std::string(300000, 'y');
-  EXPECT_FALSE(change({"other"}, records)) << "the file is written anew";
+  EXPECT_FALSE(change({"other"}, records)) << "the whole file is written";
   ASSERT_NO_FATAL_FAILURE(expect_sound(records));
 }
 
-/// As above, where it is the address of the bitmap that was damaged: the bits were set in a record.
+/// The address of the bitmap was damaged: bits were set in a record.
 TEST_F(HashEditor, APageOfARecordIsNoBitmap) {
-  Records records;
-  for (uint32_t i = 0; i < 3000; ++i) records[key_of(i)] = random_value(4000);
-  records["long"] = std::string(300000, 'x');
-  write_whole(records);
+  Records records = written(3000, 4000, {{"long", std::string(300000, 'x')}});
   std::string bytes = support::read_file(path_);
   Header header = HashTable(path_).header();
   header.bitmaps[0] = static_cast<uint16_t>(header.bitmaps[0] + 2);
@@ -224,14 +213,12 @@ TEST_F(HashEditor, APageOfARecordIsNoBitmap) {
   support::write_file(path_, bytes);
   EXPECT_TRUE(catalog::PageMap(HashTable(path_)).is_shared());
   records["other"] = std::string(300000, 'y');
-  EXPECT_FALSE(change({"other"}, records)) << "the file is written anew";
+  EXPECT_FALSE(change({"other"}, records)) << "the whole file is written";
   ASSERT_NO_FATAL_FAILURE(expect_sound(records));
 }
 
-TEST_F(HashEditor, AFileThatHasOutgrownItsPagesIsWrittenAnew) {
-  Records records;
-  for (uint32_t i = 0; i < 500; ++i) records[key_of(i)] = random_value(1000);
-  write_whole(records);
+TEST_F(HashEditor, AFileThatHasOutgrownItsPagesIsWrittenAsAWhole) {
+  Records records = written(500, 1000);
   bool edited = true;
   for (uint32_t i = 500; edited && i < 20000; i += 5) {
     std::vector<std::string> keys;
@@ -242,15 +229,13 @@ TEST_F(HashEditor, AFileThatHasOutgrownItsPagesIsWrittenAnew) {
   ASSERT_NO_FATAL_FAILURE(expect_sound(records));
 }
 
-TEST_F(HashEditor, AFileOfTheLibraryIsWrittenAnew) {
+TEST_F(HashEditor, AFileOfTheLibraryIsWrittenAsAWhole) {
   Records records;
   {
     const DatabasePtr database(dba_open(path_.c_str(), "w+"));
     for (uint32_t i = 0; i < 100; ++i) {
-      const std::string name = key_of(i), text = records[name] = random_value(100);
-      DBT key{const_cast<char *>(name.data()), name.size()};
-      const DBT value{const_cast<char *>(text.data()), text.size()};
-      ASSERT_EQ(dba_put(database.get(), &key, &value), 0);
+      records[key_of(i)] = random_value(100);
+      support::put_record(database.get(), key_of(i), records[key_of(i)]);
     }
   }
   records[key_of(3)] = "new";
@@ -258,27 +243,8 @@ TEST_F(HashEditor, AFileOfTheLibraryIsWrittenAnew) {
   ASSERT_NO_FATAL_FAILURE(expect_sound(records));
 }
 
-TEST_F(HashEditor, TheDumpProgramListsEveryRecord) {
-  Records records;
-  for (uint32_t i = 0; i < 500; ++i) records[key_of(i)] = std::string(300, 'x') + std::to_string(i);
-  write_whole(records);
-  for (uint32_t i = 0; i < 30; ++i) {
-    records[key_of(i * 7)] = "changed " + std::to_string(i);
-    records.erase(key_of(i * 7 + 1));
-    EXPECT_TRUE(change({key_of(i * 7), key_of(i * 7 + 1)}, records));
-  }
-  const std::string out = directory_.path("dump");
-  ASSERT_EQ(std::system(("db_dump185 -p " + path_ + " > " + out).c_str()), 0);
-  const std::string text = support::read_file(out);
-  for (const auto &[key, value] : records)
-    EXPECT_NE(text.find("\n" + key + "\n" + value + "\n"), std::string::npos) << key;
-  EXPECT_EQ(text.find("\n" + key_of(1) + "\n"), std::string::npos);
-}
-
 TEST_F(HashEditor, OnlyTheBucketsThatChangeAreWritten) {
-  Records records;
-  for (uint32_t i = 0; i < 2000; ++i) records[key_of(i)] = random_value(500);
-  write_whole(records);
+  Records records = written(2000, 500);
   const std::string before = support::read_file(path_);
   records[key_of(5)] = "new";
   ASSERT_TRUE(change({key_of(5)}, records));

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// To whom the files belong that a verb replaces, and who may replace them.
+/// Owner, group and mode of replaced files.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -30,7 +30,7 @@ struct stat status_of(const std::string &path) {
 
 mode_t mode_of(const std::string &path) { return status_of(path).st_mode & 07777; }
 
-/// In a coverage build other users cannot write what they count where it belongs.
+/// CountedApart redirects the coverage files of a coverage build, which other users cannot write.
 class CountedApart {
  public:
   CountedApart() { EXPECT_EQ(::chmod(directory_.path().c_str(), 0777), 0); }
@@ -48,8 +48,8 @@ class Ownership : public testing::Test {
   }
   Finished update() const { return catalog_.update(rd("http://localhost/2", {{"title", "Two"}})); }
 
-  /// give_away gives files of the catalog to another owner and group, and returns whether the caller may do that: only
-  /// the superuser may.
+  /// give_away changes owner and group of files of the catalog. It returns false if the caller is not the superuser,
+  /// who alone may do so.
   bool give_away(mode_t mode, const std::vector<const char *> &suffixes = {"", ".url", ".idx"}) const {
     const bool is_superuser = ::geteuid() == 0;
     for (const char *suffix : suffixes) {
@@ -62,7 +62,7 @@ class Ownership : public testing::Test {
     return is_superuser;
   }
 
-  /// expect_kept looks at the files after an update and an index.
+  /// expect_kept runs update and index and compares owner, group and mode of their files.
   void expect_kept(uid_t user, gid_t group_of_files, mode_t mode) const {
     EXPECT_EQ(update().status, 0);
     EXPECT_EQ(catalog_.index().out, "2\n");
@@ -75,7 +75,7 @@ class Ownership : public testing::Test {
   }
   void expect_kept_by_caller(mode_t mode) const { expect_kept(::geteuid(), ::getegid(), mode); }
 
-  /// update_as runs an update as a user who may write the directory and is in no group.
+  /// update_as runs an update as a user who may write the directory and is in no other group.
   Finished update_as(uid_t user) const {
     const CountedApart counted_apart;
     EXPECT_EQ(::chown(catalog_.directory().c_str(), user, 0), 0);
@@ -96,7 +96,7 @@ TEST_F(Ownership, PermissionsAreKept) {
   }
 }
 
-TEST_F(Ownership, WhatIsHalfWrittenIsForNobodyElse) {
+TEST_F(Ownership, AnUnfinishedFileIsOnlyForItsOwner) {
   ASSERT_EQ(::chmod(catalog_.path().c_str(), 0664), 0);
   catalog::AtomicFile snapshot(catalog_.path());
   EXPECT_EQ(mode_of(catalog_.path(".new")), 0600u);
@@ -104,7 +104,7 @@ TEST_F(Ownership, WhatIsHalfWrittenIsForNobodyElse) {
   EXPECT_EQ(mode_of(catalog_.path(".new")), 0664u);
 }
 
-TEST_F(Ownership, WhatWasNotThereIsForThoseOfTheDatabase) {
+TEST_F(Ownership, ANewFileGetsTheModeOfTheDatabase) {
   ASSERT_EQ(::chmod(catalog_.path().c_str(), 0640), 0);
   for (const char *suffix : {".url", ".idx"}) ASSERT_EQ(::unlink(catalog_.path(suffix).c_str()), 0);
   EXPECT_EQ(update().status, 0);
@@ -118,7 +118,7 @@ TEST_F(Ownership, AMaintainerWhoMayOnlyReadTheLockCanHoldIt) {
   EXPECT_EQ(finished.status, 0) << finished.errors;
 }
 
-/// FilesOfAnother are given away where the caller may. Elsewhere the catalog stays with the caller, whoever asks.
+/// FilesOfAnother are files of another user. Unless the caller is the superuser, they stay those of the caller.
 class FilesOfAnother : public Ownership {};
 
 TEST_F(FilesOfAnother, KeepTheirOwnerAndGroup) {
@@ -126,7 +126,7 @@ TEST_F(FilesOfAnother, KeepTheirOwnerAndGroup) {
   expect_kept(owner, group, 0640);
 }
 
-TEST_F(FilesOfAnother, AreNotReplacedWhereTheirGroupMattersAndCannotBeKept) {
+TEST_F(FilesOfAnother, AreNotReplacedIfTheirGroupMattersAndCannotBeKept) {
   if (!give_away(0640)) return expect_kept_by_caller(0640);
   const auto before = catalog_.records();
   const Finished finished = update_as(owner);
@@ -137,7 +137,7 @@ TEST_F(FilesOfAnother, AreNotReplacedWhereTheirGroupMattersAndCannotBeKept) {
   EXPECT_EQ(status_of(catalog_.path()).st_gid, group);
 }
 
-TEST_F(FilesOfAnother, BecomeThoseOfAMaintainerWhereAllMayReadThem) {
+TEST_F(FilesOfAnother, BelongToTheMaintainerIfAllMayReadThem) {
   if (!give_away(0644)) return expect_kept_by_caller(0644);
   constexpr uid_t other = 3;
   const Finished finished = update_as(other);
@@ -146,7 +146,7 @@ TEST_F(FilesOfAnother, BecomeThoseOfAMaintainerWhereAllMayReadThem) {
   EXPECT_EQ(mode_of(catalog_.path()), 0644u);
 }
 
-TEST_F(FilesOfAnother, AreNotReplacedWhereTheirOwnerWouldBeRobbedOfThem) {
+TEST_F(FilesOfAnother, AreNotReplacedIfTheirOwnerCouldNotReadThemAnyMore) {
   if (!give_away(0600, {".idx"})) {
     EXPECT_EQ(catalog_.index().status, 0);
     EXPECT_EQ(status_of(catalog_.path(".idx")).st_uid, ::geteuid());
