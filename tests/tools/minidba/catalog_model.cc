@@ -37,7 +37,7 @@ Description content_of(const Description &description) {
   return content;
 }
 
-/// is_instance says whether a name is an attribute or a numbered instance of it.
+/// is_instance returns true if a name is an attribute or a numbered instance of it.
 bool is_instance(const std::string &name, const std::string &attribute) {
   if (name == attribute) return true;
   const std::string prefix = attribute + '-';
@@ -71,7 +71,7 @@ std::string joined(const Description &description, const std::string &attribute)
   return text;
 }
 
-/// with_number is what an export makes of a record.
+/// with_number returns a record as an export writes it.
 std::string with_number(std::string record, const std::string &number) {
   record.insert(record.find('\n') + 1, "minidba-number{" + std::to_string(number.size()) + "}:\t" + number + "\n");
   return record;
@@ -127,7 +127,7 @@ void CatalogModel::Refused::add(const StreamObject &object, int64_t object_numbe
   ++count;
 }
 
-/// A writer makes the URL map that is missing before it does anything else; but for an import, which replaces all.
+/// Every writer but an import first makes a missing URL map.
 void CatalogModel::begin_writing(const Flags &flags) {
   if (flags.dry_run || !exists_ || has_map_) return;
   newest_in_map_ = newest();
@@ -142,7 +142,7 @@ uint64_t CatalogModel::next() const {
   return std::max(next_in_database_, free);
 }
 
-/// What changes nothing writes nothing.
+/// A commit without changes writes no file.
 void CatalogModel::commit(uint64_t next_number, time_t newest, bool has_changes) {
   if (exists_ && !has_changes && next_number == next_in_map_) return;
   newest_in_database_ = newest_in_map_ = newest;
@@ -168,7 +168,7 @@ bool CatalogModel::has_long_records() const {
 
 bool CatalogModel::put_by_another(uint32_t number, const Description &description) {
   if (const auto known = number_of(description.url); known && *known != number) return false;
-  // Another record without a later time is a damaged one.
+  // A changed record without a later time counts as damaged.
   const auto is_indexed = [&](const Entry &entry) { return entry.number == number; };
   if (indexed_ && !is_index_earlier_ && std::any_of(indexed_->begin(), indexed_->end(), is_indexed)) return false;
   descriptions_[number] = description;
@@ -206,7 +206,7 @@ Result CatalogModel::report(Result result, const std::string &verb, const Flags 
   }
   if (has_summary && !flags.quiet) {
     result.errors += flags.dry_run ? "minidba: dry run: " : "minidba: ";
-    // The first figure of an update is the sum of others, which alone are in its summary.
+    // The summary of an update omits its first figure, the sum of others.
     for (size_t i = verb == "update" ? 1 : 0; i < figures.size(); ++i)
       result.errors +=
           std::to_string(figures[i].value) + ' ' + figures[i].name + (i + 1 < figures.size() ? ", " : "\n");
@@ -461,7 +461,7 @@ Result CatalogModel::list(time_t since, bool as_table) const {
   return result;
 }
 
-/// Of the figures those that do not tell how the file is laid out, as JSON without its braces.
+/// stats returns the figures without those of the file layout, as JSON without braces.
 Result CatalogModel::stats() const {
   if (!exists_) return absent();
   size_t bytes = 0, longest = 0;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-/// What a catalog must be: its descriptions by number as plain values, which numbers were used, and what the index and
-/// the URL map know of them. Each verb says what it prints and becomes what the catalog must be after it.
+/// A model of a catalog: descriptions by number as plain values, the used numbers, index and URL map. Each verb returns
+/// the expected output and changes the model.
 #ifndef TESTS_TOOLS_MINIDBA_CATALOG_MODEL_H
 #define TESTS_TOOLS_MINIDBA_CATALOG_MODEL_H
 
@@ -15,33 +15,33 @@
 
 namespace rdm {
 
-/// A description as a reader of its text sees it. Names are lower-case, and empty values are none.
+/// A parsed description. Names are in lower case; empty values are left out.
 struct Description {
   std::string url;
   std::map<std::string, std::vector<std::string>> attributes;
   bool operator==(const Description &) const = default;
 };
 
-/// read_description reads one from the text of a record; nothing when that is not as minidba prints it.
+/// read_description parses a record; nothing if the record is not as minidba prints it.
 std::optional<Description> read_description(const std::string &record);
 
-/// An object of a stream, as it is sent and as it must be understood.
+/// An object of a stream, as it is sent and as it must be parsed.
 struct StreamObject {
   std::string text;
-  std::string refusal;  // why it is none; empty for a description
-  std::string kept;     // what --rejects keeps of it
+  std::string refusal;  // why it is rejected; empty for a description
+  std::string kept;     // its bytes in the file of --rejects
   Description description;
   std::string number;  // minidba-number; empty without one
 };
 
-/// A stream: a header may stand in front of the objects.
+/// A stream of objects with an optional header.
 struct Stream {
   std::string header;
-  std::optional<uint64_t> next_number, count;  // what the header announces
+  std::optional<uint64_t> next_number, count;  // in the header
   std::vector<StreamObject> objects;
   std::string text() const;
-  /// fault returns why the stream is not what its header announces; empty when it is. More objects than announced are
-  /// one only to an import.
+  /// fault returns how the stream contradicts its header; empty if it does not. Only an import refuses more objects
+  /// than announced.
   std::string fault(bool may_have_more) const;
 };
 
@@ -50,7 +50,7 @@ struct Flags {
   bool no_header = false, allow_empty = false;
 };
 
-/// Result is what a verb prints, and what it leaves of what was refused; nothing when it leaves that file alone.
+/// Result is the output of a verb and the file of rejected objects; nothing if the verb does not write that file.
 struct Result {
   int status = 0;
   std::string out, errors;
@@ -68,8 +68,8 @@ class CatalogModel {
   Result rebuild(const Flags &flags);
   Result index(const Flags &flags);
 
-  /// put_by_another and remove_by_another are what a program does that knows the database alone. Nothing happens when
-  /// another description has the URL, or when there is none to remove; false then.
+  /// put_by_another and remove_by_another are changes by another program, which writes only the database. They return
+  /// false and do nothing if another description has the URL, or if there is none to remove.
   bool put_by_another(uint32_t number, const Description &description);
   bool remove_by_another(uint32_t number);
 
@@ -80,12 +80,12 @@ class CatalogModel {
   Result export_whole() const;
   Result verify() const;
 
-  /// adopt takes over the records as they are, when they are what they must be. What differs otherwise is returned.
+  /// adopt compares the records with the model and keeps their texts. It returns the first difference; empty if none.
   std::string adopt(const std::map<std::string, std::string> &records);
-  /// has_undated says whether a description has no time of change that can be read.
+  /// has_undated returns true if a description has no valid time of change.
   bool has_undated() const;
 
-  /// index_words returns the index as its file must be, nothing without one.
+  /// index_words returns the expected 32-bit numbers of the index; nothing without an index.
   std::optional<std::vector<uint32_t>> index_words() const;
   void forget_index() { indexed_.reset(); }
   void forget_map() {
@@ -93,7 +93,7 @@ class CatalogModel {
     newest_in_map_ = 0;
   }
   bool exists() const { return exists_; }
-  /// has_long_records says whether a record may be longer than a page.
+  /// has_long_records returns true if a record may be longer than a page.
   bool has_long_records() const;
 
  private:
@@ -112,7 +112,7 @@ class CatalogModel {
     int64_t offset = 0;
     int64_t number = 0;
     int64_t line = 1;
-    std::map<int64_t, int64_t> line_at;  // of what begins at an offset
+    std::map<int64_t, int64_t> line_at;  // lines by the offset of their object
     void pass(const std::string &text);
     void add(const StreamObject &object, int64_t number, int64_t offset, const std::string &reason);
   };
@@ -128,10 +128,9 @@ class CatalogModel {
   static Result report(Result result, const std::string &verb, const Flags &flags, const std::vector<Figure> &figures,
                        bool has_summary, const std::string &rejects = "");
   std::optional<uint32_t> number_of(const std::string &url) const;
-  /// next is the number that comes next, or no_number. Without a map the records count beside what the database tells.
+  /// next returns the next number, or no_number. Without a map it is that of the database or above all records.
   uint64_t next() const;
-  /// newest is the newest time of change that is known to have been given; newest_in_records what the database alone
-  /// tells.
+  /// newest returns the newest time of change, newest_in_records the newest one in the database.
   time_t newest() const { return has_map_ ? newest_in_map_ : newest_in_records(); }
   time_t newest_in_records() const;
   void commit(uint64_t next_number, time_t newest, bool has_changes);
@@ -141,10 +140,10 @@ class CatalogModel {
   std::string path_;
   bool exists_ = false, has_map_ = false;
   bool is_index_earlier_ = false;                      // made before the catalog was made or imported
-  uint64_t next_in_database_ = 0, next_in_map_ = 0;    // 0 when a database was never written by minidba
-  time_t newest_in_database_ = 0, newest_in_map_ = 0;  // the map's file stays when it is not of the database any more
+  uint64_t next_in_database_ = 0, next_in_map_ = 0;    // 0 if minidba never wrote the database
+  time_t newest_in_database_ = 0, newest_in_map_ = 0;  // the file of the map stays if it belongs to another snapshot
   std::map<uint32_t, Description> descriptions_;
-  std::map<uint32_t, std::string> texts_;  // of the same, as they are kept
+  std::map<uint32_t, std::string> texts_;  // their records
   std::optional<std::vector<Entry>> indexed_;
 };
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-/// Catalogs under random sequences of verbs: after each, what it printed, the records, the index and the verdict are
-/// those of a model.
+/// Random sequences of verbs. After each verb, its output, the records, the index and the verdict of verify are
+/// compared with a model.
 #include "tools/minidba/catalog_model.h"
 
 #include <unistd.h>
@@ -42,7 +42,7 @@ constexpr const char *kinds[] = {
     "update", "import", "expire", "delete",   "rebuild",    "index",      "unclassified",   "get",
     "list",   "stats",  "move",   "lose map", "damage map", "lose index", "put by another", "remove by another"};
 
-/// An object of a stream by what it is made of; see text_of.
+/// Element is an object of a stream, as indexes into the arrays below.
 struct Element {
   int url = 0, variant = 0, changed = 0, number = 0;
 };
@@ -76,7 +76,7 @@ const std::vector<Attributes> &variants() {
   };
   return all;
 }
-constexpr int variant_count = 10, bad_count = 3;  // behind the variants come objects that are none
+constexpr int variant_count = 10, bad_count = 3;  // variants from variant_count on are rejected objects
 
 StreamObject object_of(const Element &element) {
   static const StreamObject bad[bad_count] = {
@@ -86,7 +86,7 @@ StreamObject object_of(const Element &element) {
        {"http://localhost/1", {}},
        ""},
       {"@DOCUMENT { -\ntitle{3}:\tTwo\n}\n", "no URL", "@DOCUMENT { -\ntitle{3}:\tTwo\n}", {"-", {}}, ""},
-      // A header is one in front only.
+      // Only the first object can be a header.
       {"@RDMHEADER { -\nrdm-version{3}:\t1.0\n}\n",
        "no URL",
        "@RDMHEADER { -\nrdm-version{3}:\t1.0\n}",
@@ -120,7 +120,7 @@ struct Operation {
   std::vector<int> words;  // URLs, and behind them numbers
   int since = 0;
   uint32_t number = 1;  // of another program's record
-  int seconds = 0;      // how far the clock has gone since the last operation
+  int seconds = 0;      // since the last operation
   int url = 0;
 };
 
@@ -138,7 +138,7 @@ Stream stream_of(const Operation &operation) {
     attributes.emplace_back("minidba-next-number", std::to_string(*stream.next_number));
   }
   if (operation.announced > 0) {
-    // Mostly as many as there are.
+    // Usually the right number.
     stream.count = operation.announced > 1 ? stream.objects.size() : stream.objects.size() + 1;
     attributes.emplace_back("minidba-descriptions", std::to_string(*stream.count));
   }
@@ -149,7 +149,7 @@ Stream stream_of(const Operation &operation) {
 
 std::string word_of(int word) { return word < url_count ? urls[word] : std::to_string(word - url_count); }
 
-/// abridged puts a text on one line, with its long runs of one character left out.
+/// abridged returns a text on one line, without long runs of one character.
 std::string abridged(const std::string &text) {
   std::string line;
   for (size_t at = 0; at < text.size();) {
@@ -236,7 +236,7 @@ rc::Gen<Operation> operations() {
                    rc::gen::weightedElement<int>({{4, 0}, {2, 1}, {2, 1000}, {2, -1}, {2, -500}})));
 }
 
-/// others are descriptions that fill a file, so that small changes are made in a copy of it.
+/// others returns descriptions for a file so large that writers edit a copy of it.
 Stream others(int count) {
   Stream stream;
   for (int i = 0; i < count; ++i) {
@@ -249,7 +249,7 @@ Stream others(int count) {
 
 class Case {
  public:
-  /// A catalog that begins with this many descriptions; with none it is not there.
+  /// Case makes a catalog with this many descriptions; with 0, none.
   explicit Case(int count) {
     const Operation filling;
     operation_ = &filling;
@@ -272,7 +272,7 @@ class Case {
     return run_verb(words, stream.text(), !operation_->is_piped, [this] { return clock_; });
   }
 
-  /// flagged returns a verb with the flags that it knows.
+  /// flagged returns a verb with those flags of the operation that it has.
   std::vector<std::string> flagged(const std::string &verb) const {
     const Flags &flags = operation_->flags;
     std::vector<std::string> words{verb};
@@ -337,7 +337,7 @@ class Case {
     std::snprintf(key, sizeof key, "%08x", operation_->number);
     const Description description{urls[operation_->url], {{"title", {"Foreign"}}}};
     const bool is_put = operation_->kind == Kind::put_by_another;
-    // What the library changes near a record longer than a page it may lose.
+    // The hash library may lose records that it changes near one longer than a page.
     if (model_.has_long_records()) return;
     if (is_put && model_.put_by_another(operation_->number, description))
       catalog_.put(key, rd(description.url, {{"title", "Foreign"}}));
@@ -395,7 +395,7 @@ class Case {
     expect(finished, model_.stats());
   }
 
-  /// move exports the catalog and imports it elsewhere, where it must be the same.
+  /// move exports the catalog and imports it into another, which must be the same.
   void move() {
     const Finished exported = run({"export"});
     expect(exported, model_.export_whole());

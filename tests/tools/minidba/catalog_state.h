@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// What a catalog and the files beside it hold, to be compared before a verb and after it.
+/// The contents of a catalog and the files beside it, to compare before and after a verb.
 #ifndef TESTS_TOOLS_MINIDBA_CATALOG_STATE_H
 #define TESTS_TOOLS_MINIDBA_CATALOG_STATE_H
 
@@ -13,15 +13,14 @@
 
 namespace rdm {
 
-/// without_times leaves out the times of taking in, which differ from run to run.
+/// without_times removes the times of change, which differ from run to run.
 inline std::string without_times(std::string text) {
   static const std::string name = "rd-last-changed{29}:\t";
   for (size_t at = 0; (at = text.find(name, at)) != std::string::npos;) text.erase(at, name.size() + 30);
   return text;
 }
 
-/// CatalogState is the records, by their keys, and the other files by their names, with their bytes where they are
-/// there.
+/// CatalogState holds the records by key, and the bytes of the other files by name; nothing for a missing file.
 struct CatalogState {
   std::map<std::string, std::string> records;
   std::map<std::string, std::optional<std::string>> files;
@@ -41,8 +40,8 @@ inline CatalogState state_of(const CatalogFiles &catalog) {
   return state;
 }
 
-/// is_either tells whether the records as a whole, and each file as a whole, are those of one state or of the other:
-/// what a verb replaces it replaces one after the other.
+/// is_either returns true if all records, and each file, are those of one of two states: a verb replaces its files one
+/// by one.
 inline bool is_either(const CatalogState &now, const CatalogState &before, const CatalogState &after) {
   return (now.records == before.records || now.records == after.records) &&
          std::all_of(now.files.begin(), now.files.end(), [&](const auto &file) {

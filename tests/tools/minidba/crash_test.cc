@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Writers that are killed: whatever they were doing, the catalog is the one before or the one after.
+// A killed writer leaves the catalog as it was before or as it is after.
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
@@ -15,7 +15,7 @@ namespace {
 
 using support::Finished;
 
-/// A verb that makes one state of a catalog, or of a file beside it, another.
+/// Work is a verb that changes a catalog or a file beside it.
 struct Work {
   const char *name;
   std::vector<std::string> words;
@@ -49,7 +49,7 @@ class Killed : public testing::TestWithParam<Work> {
     support::write_file(input_, GetParam().input);
     before_ = state_of(original_);
     reset();
-    batch_ = count_changes(command(), input_, output_);
+    changes_ = count_changes(command(), input_, output_);
     after_ = state_of(catalog_);
   }
 
@@ -68,7 +68,7 @@ class Killed : public testing::TestWithParam<Work> {
     support::write_file(exported(catalog_), support::read_file(exported(original_)));
   }
 
-  /// leftovers returns how many files a killed writer has left.
+  /// leftovers returns the number of temporary files that a killed writer has left.
   size_t leftovers() const {
     size_t count = 0;
     for (const std::string &name : catalog_.files())
@@ -76,13 +76,13 @@ class Killed : public testing::TestWithParam<Work> {
     return count;
   }
 
-  /// change_of chooses the change that a trial does not come to: one of all, or of the last, where new files take the
-  /// places of old ones.
+  /// change_of returns the change before which a trial kills the writer: in even trials any, in odd ones one of the
+  /// last, which rename the files.
   long change_of(long trial) const {
-    return trial % 2 == 0 ? 1 + trial * batch_ / trials() : std::max(1L, batch_ - trial / 2);
+    return trial % 2 == 0 ? 1 + trial * changes_ / trials() : std::max(1L, changes_ - trial / 2);
   }
 
-  /// expect_sound has the catalog checked. Its index may be older, which is no fault.
+  /// expect_sound verifies the catalog without its index, which may be older.
   void expect_sound() const {
     std::filesystem::remove(catalog_.path(".idx"));
     const Finished verdict = support::run(catalog_.command({"verify"}));
@@ -92,15 +92,15 @@ class Killed : public testing::TestWithParam<Work> {
   CatalogFiles catalog_, original_;
   std::string input_ = original_.path(".input"), output_ = original_.path(".output");
   CatalogState before_, after_;
-  long batch_ = 0;
+  long changes_ = 0;
 };
 
 TEST_P(Killed, LeavesTheOldCatalogOrTheNew) {
-  ASSERT_GT(batch_, 5);
+  ASSERT_GT(changes_, 5);
   size_t left = 0;
   for (long trial = 0; trial < trials(); ++trial) {
     const long change = change_of(trial);
-    SCOPED_TRACE("before change " + std::to_string(change) + " of " + std::to_string(batch_));
+    SCOPED_TRACE("before change " + std::to_string(change) + " of " + std::to_string(changes_));
     reset();
     ASSERT_EQ(kill_before_change(change, command(), input_, output_), 128 + SIGKILL);
     left += leftovers();

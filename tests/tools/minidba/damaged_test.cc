@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Records whose bytes have changed on the disk without a trace: nothing takes them for sound ones.
+// Records with changed bytes, in a file with unchanged size and times: every verb notices them.
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -17,10 +17,10 @@ namespace {
 using support::Finished;
 using testing::HasSubstr;
 
-constexpr char way_on[] = " (--skip-damaged leaves it out)\n";
+constexpr char hint[] = " (--skip-damaged leaves it out)\n";
 
-/// A bit of a value had flipped. update copied the record, the next index took its checksum, and verify called the
-/// catalog sound.
+/// A bit of a value had flipped. update copied the record, index wrote its new checksum, and verify called the catalog
+/// sound.
 class Damaged : public testing::Test {
  protected:
   Damaged() {
@@ -35,7 +35,7 @@ class Damaged : public testing::Test {
     EXPECT_EQ(catalog_.index().status, 0);
   }
   static std::string url(int number) { return "http://localhost/" + std::to_string(number); }
-  /// change puts a text in the place of another, and leaves no trace of it.
+  /// change replaces a text in the database and restores the times of the file.
   void change(const std::string &from, const std::string &to) {
     struct stat status;
     ASSERT_EQ(::stat(catalog_.path().c_str(), &status), 0);
@@ -77,7 +77,7 @@ TEST_F(Damaged, AreNotIndexedUnlessTheyAreAccepted) {
   EXPECT_EQ(catalog_.run({"verify"}).out, "sound: 20 descriptions, 20 index entries\n");
 }
 
-/// An index made under a new name took the checksums of damaged records, and was then renamed.
+/// An index that was written under a new name had the checksums of damaged records.
 TEST_F(Damaged, AreNotTakenIntoAnIndexOfAnotherNameEither) {
   change("No. 3.", "No. X.");
   const Finished finished = support::run(catalog_.command({"-i", catalog_.path(".idx.next"), "index", "--quiet"}));
@@ -108,22 +108,22 @@ TEST_F(Damaged, AreCopiedByNoWriter) {
     const Finished finished = catalog_.run(words, input);
     EXPECT_EQ(finished.status, 2) << words[0];
     EXPECT_EQ(finished.out, "");
-    EXPECT_EQ(finished.errors, "minidba: " + fault(3) + way_on);
+    EXPECT_EQ(finished.errors, "minidba: " + fault(3) + hint);
   }
   EXPECT_TRUE(support::read_file(catalog_.path()) == database);
   EXPECT_FALSE(support::file_exists(catalog_.path(".soif")));
   const Finished unnamed = support::run(catalog_.command({"update"}), input);
-  EXPECT_EQ(unnamed.errors, "minidba: " + fault(3) + way_on) << "the index beside the database is used";
+  EXPECT_EQ(unnamed.errors, "minidba: " + fault(3) + hint) << "the index beside the database is used";
 }
 
-/// Where few records of many change, the file is copied as it stands.
+/// If few records change, the file is copied and edited.
 TEST_F(Damaged, AreFoundInACopyThatIsEdited) {
   std::string stream;
   for (int i = 100; i < 400; ++i) stream += rd(url(i), {{"body", std::string(1000, 'b')}});
   ASSERT_EQ(catalog_.update(stream).status, 0);
   ASSERT_EQ(catalog_.index().status, 0);
   change("No. 3.", "No. X.");
-  EXPECT_EQ(catalog_.update(rd(url(400), {{"title", "New"}})).errors, "minidba: " + fault(3) + way_on);
+  EXPECT_EQ(catalog_.update(rd(url(400), {{"title", "New"}})).errors, "minidba: " + fault(3) + hint);
   EXPECT_EQ(catalog_.update(rd(url(3), {{"title", "New"}})).status, 0) << "what is replaced is not copied";
   EXPECT_EQ(catalog_.index().status, 0);
 }
@@ -145,8 +145,7 @@ TEST_F(Damaged, AreLeftOutWhenThatIsAsked) {
   EXPECT_EQ(catalog_.run({"verify"}).out, "sound: 20 descriptions, 20 index entries\n");
 }
 
-/// A page of records was overwritten with zeros. A count of those that were left told of it, and nothing named the
-/// others.
+/// A page of records was overwritten with zeros. Only the number of missing records was reported, not which ones.
 TEST_F(Damaged, RecordsThatAreGoneAreNamedToo) {
   const std::string bytes = support::read_file(catalog_.path());
   const size_t page_size = hashdb::decode(reinterpret_cast<const unsigned char *>(bytes.data())).page_size;
@@ -188,7 +187,7 @@ TEST_F(Damaged, AreFoundWhereTheirTimeOfChangeIsDamaged) {
   EXPECT_THAT(finished.errors, testing::EndsWith(refusal("2 records are")));
 }
 
-/// Of 420 single bits that flipped in records 5 were taken for changes: they made a time later than all others.
+/// Of 420 flipped bits, 5 counted as changes because they made a time of change later than all others.
 TEST_F(Damaged, AreFoundWhicheverBitOfARecordHasFlipped) {
   const catalog::Catalog catalog(catalog_.path());
   const catalog::KnownRecords known(catalog::read_index(catalog_.path(".idx")), catalog.newest_given());
@@ -217,7 +216,7 @@ TEST_F(Damaged, AreFoundWhereATimeOfChangeIsLaterThanAnyThatWasGiven) {
     EXPECT_NE(finished.status, 0) << words[0];
     EXPECT_THAT(finished.errors, HasSubstr("minidba: " + fault)) << words[0];
   }
-  EXPECT_EQ(catalog_.update(rd(url(30), {{"title", "New"}})).errors, "minidba: " + fault + way_on);
+  EXPECT_EQ(catalog_.update(rd(url(30), {{"title", "New"}})).errors, "minidba: " + fault + hint);
   EXPECT_THAT(catalog_.run({"salvage", catalog_.path(".soif")}).errors,
               HasSubstr("damaged, but written: description 3 (" + url(3) + ")"));
 }
@@ -231,10 +230,10 @@ TEST_F(Damaged, AreFoundInACopyWhereATimeOfChangeIsTooLate) {
   ASSERT_EQ(::rename(catalog_.path(".copy").c_str(), catalog_.path().c_str()), 0);
   for (int attempt = 0; attempt < 2; ++attempt)
     EXPECT_EQ(catalog_.update(rd(url(30), {{"title", "New"}})).errors,
-              "minidba: " + fault(3, "one bit of it is not as in the index") + way_on);
+              "minidba: " + fault(3, "one bit of it is not as in the index") + hint);
 }
 
-/// A damaged URL went to the terminal as it stood, and could command it.
+/// A damaged URL was written to the terminal with its control characters.
 TEST_F(Damaged, AreNamedWithoutControlCharacters) {
   change("http://localhost/3\n", "http://local\x1b[2J/3\n");
   change("http://localhost/5\n", "http://local\x7f\x01st/5\n");
@@ -255,7 +254,7 @@ TEST_F(Damaged, WordsOfTheCommandLineAreNamedWithoutControlCharactersEither) {
   EXPECT_EQ(catalog_.run({"a\x1b\nb"}).errors.substr(0, 34), "minidba: unknown verb \"a\\x1b\\nb\": ");
 }
 
-/// Another program may write a description again and give it a time of its own.
+/// Another program may write a description with a later time of change.
 TEST_F(Damaged, AreNoneThatAnotherProgramHasGivenALaterTime) {
   std::string record = catalog_.records().at("00000003");
   const std::string time = "Sun, 09 Sep 2001 01:46:42 GMT";

@@ -22,42 +22,32 @@ class Delete : public testing::Test {
   CatalogFiles catalog_;
 };
 
-TEST_F(Delete, RemovesByUrl) {
-  const Finished finished = catalog_.run({"delete", "http://localhost/2", "http://localhost/4"});
-  EXPECT_EQ(finished.status, 0);
-  EXPECT_EQ(finished.out, "2\n");
-  EXPECT_EQ(finished.errors, "minidba: 2 deleted, 0 not there\n");
-  EXPECT_THAT(catalog_.records(), ElementsAre(Key("00000001"), Key("00000003")));
-  EXPECT_EQ(support::run(catalog_.command({"verify"})).out, "sound: 2 descriptions, no index\n");
-}
-
-TEST_F(Delete, NamesWhatIsNotThereAndRemovesTheRest) {
-  const Finished finished = catalog_.run({"delete", "http://localhost/9", "http://localhost/1", "http://localhost/1"});
-  EXPECT_EQ(finished.status, 1);
-  EXPECT_EQ(finished.out, "1\n");
-  EXPECT_EQ(finished.errors,
-            "minidba: no description http://localhost/9\nminidba: no description http://localhost/1\n"
-            "minidba: 1 deleted, 2 not there\n");
-  EXPECT_EQ(catalog_.records().size(), 3u);
-}
-
-TEST_F(Delete, TakesUrlsFromTheLinesOfStandardInput) {
-  const Finished finished =
-      catalog_.run({"--json", "delete", "-", "http://localhost/4"}, "http://localhost/1\n\nhttp://localhost/3");
-  EXPECT_EQ(finished.status, 0) << finished.errors;
-  EXPECT_EQ(finished.out, "{\"verb\":\"delete\",\"dry-run\":false,\"deleted\":3,\"not-there\":0}\n");
-  EXPECT_THAT(catalog_.records(), ElementsAre(Key("00000002")));
-}
-
-TEST_F(Delete, TakesNumbersAsGetDoes) {
+TEST_F(Delete, TakesUrlsAndNumbersAndNamesThoseWithoutADescription) {
   catalog_.update(rd("3", {{"title", "a URL that looks like a number"}}) + rd("77", {{"title", "another"}}));
-  const Finished finished = catalog_.run({"delete", "3", "77", "2", "2", "99"});
-  EXPECT_EQ(finished.status, 1);
-  EXPECT_EQ(finished.out, "3\n");
-  EXPECT_EQ(finished.errors,
-            "minidba: no description 2\nminidba: no description 99\nminidba: 3 deleted, 2 not there\n");
-  EXPECT_THAT(catalog_.records(), ElementsAre(Key("00000001"), Key("00000004"), Key("00000005")));
-  EXPECT_EQ(support::run(catalog_.command({"verify"})).out, "sound: 3 descriptions, no index\n");
+  const struct {
+    std::vector<std::string> words;
+    std::string input, out, errors;
+  } rows[] = {
+      {{"http://localhost/2", "77"}, "", "2\n", "minidba: 2 deleted, 0 not there\n"},
+      {{"3", "3", "99", "3", "http://localhost/2"},
+       "",
+       "2\n",
+       "minidba: no description 99\nminidba: no description 3\nminidba: no description http://localhost/2\n"
+       "minidba: 2 deleted, 3 not there\n"},
+      {{"-", "http://localhost/4"},
+       "http://localhost/1\n\nhttp://localhost/4",
+       "2\n",
+       "minidba: no description http://localhost/4\nminidba: 2 deleted, 1 not there\n"},
+  };
+  for (const auto &row : rows) {
+    std::vector<std::string> words = row.words;
+    words.insert(words.begin(), "delete");
+    const Finished finished = catalog_.run(words, row.input);
+    EXPECT_EQ(finished.status, row.errors.ends_with(" 0 not there\n") ? 0 : 1);
+    EXPECT_EQ(finished.out, row.out);
+    EXPECT_EQ(finished.errors, row.errors);
+  }
+  EXPECT_EQ(support::run(catalog_.command({"verify"})).out, "sound: 0 descriptions, no index\n");
 }
 
 // A list that was edited on Windows, or came by mail, ends its lines with CR LF.
@@ -72,19 +62,6 @@ TEST_F(Delete, ItsNumbersAreNotUsedAgain) {
   catalog_.run({"delete", "http://localhost/4"});
   catalog_.update(rd("http://localhost/5", {{"title", "5"}}));
   EXPECT_EQ(catalog_.records().rbegin()->first, "00000005");
-}
-
-TEST_F(Delete, ADryRunRemovesNothing) {
-  const Finished finished = catalog_.run_read_only({"delete", "--dry-run", "http://localhost/4"});
-  EXPECT_EQ(finished.out, "1\n");
-  EXPECT_EQ(finished.errors, "minidba: dry run: 1 deleted, 0 not there\n");
-  EXPECT_EQ(catalog_.records().size(), 4u);
-}
-
-TEST_F(Delete, NeedsAUrl) {
-  const Finished finished = catalog_.run({"delete"});
-  EXPECT_EQ(finished.status, 2);
-  EXPECT_EQ(finished.errors, "minidba: NUMBER|URL is required; see \"minidba delete --help\"\n");
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 #include <ctime>
-#include <sstream>
 #include <utility>
 
 #include <gmock/gmock.h>
@@ -8,7 +7,7 @@
 #include <libcs/cs.h>
 
 #include "catalog/catalog_files.h"
-#include "tools/minidba/verbs/verbs.h"
+#include "tools/minidba/verb.h"
 
 using namespace rdm;
 
@@ -75,44 +74,12 @@ TEST_F(Expire, NothingToDropLeavesTheFileAlone) {
   EXPECT_EQ(support::read_file(catalog_.path()), before);
 }
 
-TEST_F(Expire, ADryRunDropsNothingAndNeedsNoPermissionToWrite) {
-  catalog_.update(rd_until("http://localhost/1", "2 Jan 1999"));
-  const Finished finished = catalog_.run_read_only({"expire", "--dry-run", "--json"});
-  EXPECT_EQ(finished.status, 0) << finished.errors;
-  EXPECT_EQ(finished.out, "{\"verb\":\"expire\",\"dry-run\":true,\"expired\":1}\n");
-  EXPECT_EQ(catalog_.records().size(), 1u);
-}
-
 TEST_F(Expire, GoesByTheClock) {
   catalog_.update(rd_until("http://localhost/in-an-hour", in(3600)));
   for (const auto &[seconds, count] : {std::pair{0, "0\n"}, {3000, "0\n"}, {4000, "1\n"}}) {
-    minidba::Options options;
-    options.verb = "expire";
-    options.database = catalog_.path();
-    options.dry_run = options.quiet = true;
-    std::ostringstream out, errors;
     const auto clock = [seconds = seconds] { return std::time(nullptr) + seconds; };
-    EXPECT_EQ(minidba::expire(options, {-1, out, errors, false, false, clock}), 0);
-    EXPECT_EQ(out.str(), count) << seconds;
+    EXPECT_EQ(run_verb({"-d", catalog_.path(), "expire", "--dry-run"}, "", true, clock).out, count) << seconds;
   }
-}
-
-TEST_F(Expire, ADamagedRecordIsAnErrorAndNothingChanges) {
-  catalog_.put("00000001", rd_until("http://localhost/1", "2 Jan 1999"));
-  catalog_.put("00000002", "no object");
-  const std::string before = support::read_file(catalog_.path());
-  const Finished finished = catalog_.run({"expire"});
-  EXPECT_EQ(finished.status, 2);
-  EXPECT_EQ(finished.errors, "minidba: damaged record 2 in " + catalog_.path() +
-                                 ": it is not a SOIF object (--skip-damaged leaves it out)\n");
-  EXPECT_EQ(support::read_file(catalog_.path()), before);
-}
-
-TEST_F(Expire, OfACatalogThatIsNotThereIsAnError) {
-  const Finished finished = catalog_.run({"expire"});
-  EXPECT_EQ(finished.status, 2);
-  EXPECT_EQ(finished.errors, "minidba: no such database: " + catalog_.path() + "\n");
-  EXPECT_TRUE(catalog_.files().empty());
 }
 
 }  // namespace

@@ -71,12 +71,4 @@ TEST_F(Get, ADamagedRecordIsPrintedButNotAsJson) {
                                  ": it is not a SOIF object (--skip-damaged leaves it out)\n");
 }
 
-TEST_F(Get, NeedsNoPermissionToWrite) { EXPECT_EQ(catalog_.run_read_only({"get", "http://localhost/1"}).out, one_); }
-
-TEST_F(Get, NeedsADescription) {
-  const Finished finished = catalog_.run({"get"});
-  EXPECT_EQ(finished.status, 2);
-  EXPECT_EQ(finished.errors, "minidba: NUMBER|URL is required; see \"minidba get --help\"\n");
-}
-
 }  // namespace

@@ -51,12 +51,6 @@ TEST_F(Index, IsSortedByTimeAndNumberWithSizesAndChecksums) {
                                                      3000,  0, 3,  size(late),  checksum(late)}));
 }
 
-TEST_F(Index, OfAnEmptyCatalogIsEmpty) {
-  catalog_.make_empty();
-  EXPECT_EQ(catalog_.index().out, "0\n");
-  EXPECT_EQ(catalog_.words(), (std::vector<uint32_t>{magic, 0}));
-}
-
 TEST_F(Index, IsReplacedAsAWhole) {
   catalog_.update(rd("http://localhost/1", {{"title", "One"}}));
   catalog_.index();
@@ -68,32 +62,12 @@ TEST_F(Index, IsReplacedAsAWhole) {
   EXPECT_NE(before.st_ino, after.st_ino) << "a reader keeps the old file";
 }
 
-TEST_F(Index, ADryRunWritesNothing) {
-  catalog_.update(rd("http://localhost/1", {{"title", "One"}}));
-  const auto files = catalog_.files();
-  const Finished finished = catalog_.run({"index", "--dry-run"});
-  EXPECT_EQ(finished.status, 0);
-  EXPECT_EQ(finished.out, "1\n");
-  EXPECT_EQ(catalog_.files(), files);
-}
-
-TEST_F(Index, AsJson) {
-  catalog_.update(rd("http://localhost/1", {{"title", "One"}}));
-  EXPECT_EQ(catalog_.run({"index", "--json"}).out, "{\"verb\":\"index\",\"dry-run\":false,\"indexed\":1}\n");
-}
-
-TEST_F(Index, OfADamagedRecordIsRefusedAndChangesNothing) {
+TEST_F(Index, OfAKeyThatIsNotANumberIsRefused) {
   catalog_.update(rd("http://localhost/1", {{"title", "One"}}));
   catalog_.index();
   const std::string before = support::read_file(catalog_.path(".idx"));
-  put("00000002", "no object");
-  Finished finished = catalog_.index();
-  EXPECT_EQ(finished.status, 2);
-  EXPECT_EQ(finished.errors, "minidba: damaged record 2 in " + catalog_.path() +
-                                 ": it is not a SOIF object (--skip-damaged leaves it out)\n");
-  put("00000002", rd("http://localhost/2", {{"title", "Two"}}));
   put("short", rd("http://localhost/3", {{"title", "Three"}}));
-  finished = catalog_.index();
+  const Finished finished = catalog_.index();
   EXPECT_EQ(finished.status, 2);
   EXPECT_EQ(finished.errors, "minidba: damaged record \"short\" in " + catalog_.path() +
                                  ": its key is not a number (--skip-damaged leaves it out)\n");

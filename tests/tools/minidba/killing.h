@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-/// Programs that are killed between two changes to files, by the number of the change: no clock has a say in where that
-/// is, however fast the machine and however slow the build.
+/// Killing a program before its nth change to a file. Counting system calls instead of time makes the tests independent
+/// of the speed of the machine.
 #ifndef TESTS_TOOLS_MINIDBA_KILLING_H
 #define TESTS_TOOLS_MINIDBA_KILLING_H
 
@@ -23,8 +23,8 @@
 
 namespace rdm {
 
-/// Traced is a program that stops whenever it is about to change a file or which names there are. What it writes to its
-/// standard streams is no change.
+/// Traced is a program under ptrace. It stops before each system call that changes a file or a name. Writes to standard
+/// streams do not count.
 class Traced {
  public:
   Traced(const std::vector<std::string> &arguments, const std::string &input, const std::string &output)
@@ -36,7 +36,7 @@ class Traced {
   Traced &operator=(const Traced &) = delete;
   ~Traced() { end(); }
 
-  /// next has the program go on to its next change. False when it ends without one.
+  /// next runs the program up to its next change. It returns false if the program ends without one.
   bool next() {
     while (is_running_) {
       ::ptrace(PTRACE_SYSCALL, program_, nullptr, 0);
@@ -46,7 +46,7 @@ class Traced {
     return false;
   }
 
-  /// end kills the program where it still runs. It returns its exit status, or 128 and the number of the signal.
+  /// end kills the program if it runs. It returns its exit status, or 128 plus the number of the signal.
   int end() {
     if (is_running_) ::kill(program_, SIGKILL);
     while (is_running_) wait_for_stop();
@@ -55,7 +55,7 @@ class Traced {
 
  private:
   static pid_t start(const std::vector<std::string> &arguments, const std::string &input, const std::string &output) {
-    // The search for leaks would be a second tracer.
+    // The leak sanitizer uses ptrace too, and a process has only one tracer.
     const support::Environment unsearched("ASAN_OPTIONS", "detect_leaks=0");
     const support::Uncounted uncounted;
     std::vector<char *> words;
@@ -86,7 +86,7 @@ class Traced {
            (writing_calls().contains(call.entry.nr) && call.entry.args[0] > STDERR_FILENO);
   }
 
-  /// is_nowhere tells whether a path of the program leads to what an uncounted one writes.
+  /// is_nowhere returns true if a path of the program is the coverage file of an uncounted one.
   bool is_nowhere(uint64_t path) const {
     const long start = ::ptrace(PTRACE_PEEKDATA, program_, path, nullptr);
     return std::memcmp(&start, support::Uncounted::nowhere, sizeof start) == 0;
@@ -115,13 +115,13 @@ class Traced {
 inline long count_changes(const std::vector<std::string> &arguments, const std::string &input,
                           const std::string &output) {
   Traced program(arguments, input, output);
-  long batch = 0;
-  while (program.next()) ++batch;
+  long changes = 0;
+  while (program.next()) ++changes;
   EXPECT_EQ(program.end(), 0);
-  return batch;
+  return changes;
 }
 
-/// kill_before_change kills a program that is about to make its nth change, and returns what it ended with.
+/// kill_before_change kills a program before its nth change and returns the result of end.
 inline int kill_before_change(long n, const std::vector<std::string> &arguments, const std::string &input,
                               const std::string &output) {
   Traced program(arguments, input, output);

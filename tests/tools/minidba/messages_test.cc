@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// What minidba says when the system fails it: above all, whether the catalog is the old one or the new one then.
+/// Messages after failed system calls: they tell whether the catalog is the old one or the new one.
 #include <algorithm>
 
 #include <gmock/gmock.h>
@@ -26,7 +26,7 @@ class Messages : public testing::Test {
     catalog_.index();
   }
 
-  /// expect_failure makes the nth call of a class fail in a verb, and asserts the only line it says.
+  /// expect_failure makes the nth call of a class fail in a verb, and asserts its last line.
   void expect_failure(const IoFault &fault, const std::vector<std::string> &words, const std::string &text,
                       const std::string &input = "") const {
     const Finished finished = faults::run_with(fault, {"minidba", catalog_.command(words), input});
@@ -84,7 +84,7 @@ TEST_F(Messages, AnIndexThatIsReplacedIsSaidToBe) {
                  index + " is replaced, but fsync " + catalog_.directory() + ": Input/output error");
 }
 
-TEST_F(Messages, AFileThatCannotBeReadBackIsNotPutInThePlace) {
+TEST_F(Messages, AFileThatCannotBeVerifiedReplacesNothing) {
   const faults::Call call{"minidba", catalog_.command({"rebuild"}), ""};
   long failures = 0;
   for (long n = 1, calls = faults::count_calls(call)["read"]; n <= calls; ++n) {

@@ -53,7 +53,7 @@ TEST_F(UpdateRejects, CanBeMendedAndFedAgain) {
   EXPECT_EQ(update(sound(1) + damaged + sound(3)).out, "2\n");
   ASSERT_EQ(rejects(), damaged);
   support::write_file(file_, mended);
-  // The file that is read is the one that is replaced.
+  // The update reads the file that it replaces.
   const Finished finished =
       support::run({"/bin/sh", "-c", catalog_.shell_command("update --rejects " + file_ + " <" + file_)});
   EXPECT_EQ(finished.out, "1\n");
@@ -108,8 +108,7 @@ TEST_F(UpdateRejects, QuietStillNamesThem) {
   EXPECT_EQ(finished.errors.find("new,"), std::string::npos);
 }
 
-// Whoever mends a delivery needs the place in an editor, the record it is about and, of a wrong byte count, the right
-// one.
+// To correct a submission, users need the line, the URL and, for a wrong byte count, the right one.
 TEST_F(UpdateRejects, NameLineUrlAndTheCountThatFits) {
   const std::string path = catalog_.path(".soif");
   support::write_file(path,
@@ -144,7 +143,7 @@ TEST_F(UpdateRejects, NameLineUrlAndTheCountThatFits) {
           input + "3,\"line\":10,\"byte\":84,\"url\":\"http://x/4\",\"reason\":\"not a SOIF object\"}]}\n");
 }
 
-/// damaged spoils an object in one of the ways in which deliveries are.
+/// damaged returns an object with one of the usual faults of submissions.
 std::string damaged(int number, std::mt19937 &random) {
   std::string text = sound(number);
   switch (random() % 6) {
@@ -164,7 +163,7 @@ std::string damaged(int number, std::mt19937 &random) {
 }
 
 TEST_F(UpdateRejects, SizesAreNotTrustedWithTime) {
-  // Each announces all that follows it and more; reading that for each would take minutes.
+  // The count of each object reaches beyond the end of the stream; reading so many bytes for each would take minutes.
   std::string stream;
   constexpr int count = 20000;
   for (int i = 0; i < count; ++i)
@@ -175,7 +174,7 @@ TEST_F(UpdateRejects, SizesAreNotTrustedWithTime) {
   EXPECT_TRUE(rejects() == stream);
 }
 
-TEST_F(UpdateRejects, OfADeliveryWithDamagedObjectsOnlyThoseAreLost) {
+TEST_F(UpdateRejects, OfASubmissionWithDamagedObjectsOnlyThoseAreLost) {
   std::mt19937 random(11);
   std::string stream;
   std::vector<std::string> bad;

@@ -11,55 +11,34 @@ namespace {
 
 using minidba::Options;
 
-struct Reported {
-  std::string out, errors;
-};
+using Figures = std::vector<minidba::Figure>;
 
-Reported report(const Options &options) {
-  std::ostringstream out, errors;
-  minidba::report(options, {0, out, errors, false, false}, {"accepted", 4}, {{"new", 3}, {"unchanged", 1}});
-  return {out.str(), errors.str()};
-}
-
-TEST(Report, TheNumberGoesToProgramsTheDetailsToPeople) {
-  Options options;
-  options.verb = "update";
-  Reported reported = report(options);
-  EXPECT_EQ(reported.out, "4\n");
-  EXPECT_EQ(reported.errors, "minidba: 3 new, 1 unchanged\n");
-  options.dry_run = true;
-  reported = report(options);
-  EXPECT_EQ(reported.out, "4\n");
-  EXPECT_EQ(reported.errors, "minidba: dry run: 3 new, 1 unchanged\n");
-  options.quiet = true;
-  reported = report(options);
-  EXPECT_EQ(reported.out, "4\n");
-  EXPECT_EQ(reported.errors, "");
-}
-
-TEST(Report, AsJsonItIsOneObject) {
-  Options options;
-  options.verb = "update";
-  options.json = true;
-  const Reported reported = report(options);
-  EXPECT_EQ(reported.out, "{\"verb\":\"update\",\"dry-run\":false,\"accepted\":4,\"new\":3,\"unchanged\":1}\n");
-  EXPECT_EQ(reported.errors, "");
-}
-
-TEST(Report, JsonNamesHaveNoBlanks) {
-  Options options;
-  options.verb = "delete";
-  options.json = options.dry_run = true;
-  std::ostringstream out, errors;
-  minidba::report(options, {0, out, errors, false, false}, {"deleted", 0}, {{"not there", 2}});
-  EXPECT_EQ(out.str(), "{\"verb\":\"delete\",\"dry-run\":true,\"deleted\":0,\"not-there\":2}\n");
-}
-
-TEST(Report, WithoutDetailsPeopleAreToldNothing) {
-  std::ostringstream out, errors;
-  minidba::report(Options(), {0, out, errors, false, false}, {"indexed", 0});
-  EXPECT_EQ(out.str(), "0\n");
-  EXPECT_EQ(errors.str(), "");
+TEST(Report, WritesTheNumberForProgramsAndTheDetailsForPeople) {
+  const Figures details{{"new", 3}, {"not there", 1}};
+  const struct {
+    const char *what;
+    bool dry_run, quiet, json;
+    Figures details;
+    std::string out, errors;
+  } rows[] = {
+      {"usually", false, false, false, details, "4\n", "minidba: 3 new, 1 not there\n"},
+      {"dry run", true, false, false, details, "4\n", "minidba: dry run: 3 new, 1 not there\n"},
+      {"quiet", true, true, false, details, "4\n", ""},
+      {"without details", false, false, false, {}, "4\n", ""},
+      {"names in JSON have no blanks", true, false, true, details,
+       "{\"verb\":\"update\",\"dry-run\":true,\"accepted\":4,\"new\":3,\"not-there\":1}\n", ""},
+  };
+  for (const auto &row : rows) {
+    Options options;
+    options.verb = "update";
+    options.dry_run = row.dry_run;
+    options.quiet = row.quiet;
+    options.json = row.json;
+    std::ostringstream out, errors;
+    minidba::report(options, {0, out, errors, false, false}, {"accepted", 4}, row.details);
+    EXPECT_EQ(out.str(), row.out) << row.what;
+    EXPECT_EQ(errors.str(), row.errors) << row.what;
+  }
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Catalogs that are brought back from a backup, as the manual says, whatever has become of them.
+/// Restoring catalogs from a backup as the manual says, with any damage.
 #include <algorithm>
 
 #include <gmock/gmock.h>
@@ -35,7 +35,7 @@ class Restore : public testing::Test {
     catalog_.update(described(1, backed_up));
     backup_ = catalog_.run({"export"}).out;
     records_ = catalog_.records();
-    // One more that has no backup, and one whose number only the trailers remember.
+    // One more that has no backup, and a deleted one, whose number is only in the trailers.
     catalog_.update(described(backed_up + 1, backed_up + 2));
     catalog_.run({"delete", "http://localhost/" + std::to_string(backed_up + 2)});
     catalog_.index();
@@ -47,7 +47,7 @@ class Restore : public testing::Test {
     support::write_file(catalog_.path(suffix), bytes);
   }
 
-  /// restore imports the backup and returns what was said of it.
+  /// restore imports the backup and returns the messages.
   std::string restore() {
     const Finished finished = catalog_.run({"import", "--replace"}, backup_);
     EXPECT_EQ(finished.status, 0) << finished.errors;
@@ -58,7 +58,7 @@ class Restore : public testing::Test {
     return finished.errors;
   }
 
-  /// next_number returns that of a description that is new.
+  /// next_number adds a description and returns its key.
   std::string next_number() {
     catalog_.update(rd("http://localhost/new", {{"title", "New"}}));
     return catalog_.records().rbegin()->first;
@@ -74,38 +74,44 @@ TEST_F(Restore, OfASoundCatalogGivesNoNumberAgain) {
   EXPECT_EQ(next_number(), key_of(backed_up + 3));
 }
 
-TEST_F(Restore, OfADatabaseWithADamagedHeaderGoesByTheStamp) {
-  damage("", 0, 64);
-  EXPECT_THAT(restore(), HasSubstr("minidba: not a sound hash database: " + catalog_.path() +
+struct Spoilt {
+  std::string suffix;
+  size_t from, count;
+};
+
+struct DamagedRow {
+  const char *name;
+  std::vector<Spoilt> spoilt;
+  std::string fault;  // that is reported of the database
+  uint32_t next;      // number of the next description
+};
+
+class RestoreDamaged : public Restore, public testing::WithParamInterface<DamagedRow> {};
+
+TEST_P(RestoreDamaged, GivesNoNumberAgainThatCanBeRead) {
+  for (const Spoilt &spoilt : GetParam().spoilt) damage(spoilt.suffix, spoilt.from, spoilt.count);
+  EXPECT_THAT(restore(), HasSubstr("minidba: " + GetParam().fault + catalog_.path() +
                                    ": some of its used numbers may be unknown\n"));
-  EXPECT_EQ(next_number(), key_of(backed_up + 3));
+  EXPECT_EQ(next_number(), key_of(GetParam().next));
 }
 
-TEST_F(Restore, OfADatabaseWithADamagedFirstPageGoesByTheUrlMap) {
-  damage("", 0, 4096);
-  restore();
-  EXPECT_EQ(next_number(), key_of(backed_up + 3));
-}
+constexpr char bad_header[] = "not a sound hash database: ";
+INSTANTIATE_TEST_SUITE_P(
+    EachPart, RestoreDamaged,
+    testing::Values(DamagedRow{"TheTrailerOutlivesTheHeader", {{"", 0, 64}}, bad_header, backed_up + 3},
+                    DamagedRow{"TheUrlMapOutlivesTheFirstPage", {{"", 0, 4096}}, bad_header, backed_up + 3},
+                    DamagedRow{"OtherPages", {{"", 32768, 32768}}, "damaged page in ", backed_up + 3},
+                    DamagedRow{"TheExportHeaderOutlivesAll",
+                               {{"", 0, SIZE_MAX}, {".url", 0, SIZE_MAX}},
+                               bad_header,
+                               backed_up + 1}),
+    [](const testing::TestParamInfo<DamagedRow> &row) { return row.param.name; });
 
-TEST_F(Restore, OfADatabaseWithDamagedPagesSaysSo) {
-  damage("", 32768, 32768);
-  ASSERT_EQ(catalog_.run({"verify"}).status, 1);
-  EXPECT_THAT(restore(),
-              HasSubstr("minidba: damaged page in " + catalog_.path() + ": some of its used numbers may be unknown\n"));
-  EXPECT_EQ(next_number(), key_of(backed_up + 3));
-}
-
-TEST_F(Restore, OfADatabaseWithoutStampsGoesByTheNumbersThatCanBeRead) {
+TEST_F(Restore, OfADatabaseWithoutTrailersGoesByTheNumbersThatCanBeRead) {
   damage("", 264, 72);
   damage(".url", 0, 4096);
   restore();
   EXPECT_EQ(next_number(), key_of(backed_up + 2));
-}
-
-TEST_F(Restore, OfADatabaseOfWhichNothingIsLeft) {
-  for (const char *suffix : {"", ".url"}) support::write_file(catalog_.path(suffix), "");
-  restore();
-  EXPECT_EQ(next_number(), key_of(backed_up + 1)) << "the backup has a next number too";
 }
 
 TEST_F(Restore, ADryRunTellsOfTheDamageToo) {

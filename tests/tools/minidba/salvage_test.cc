@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What can be had of a database that no other verb reads any more.
+// Salvaging databases that no other verb can read.
 #include <unistd.h>
 
 #include <algorithm>
@@ -37,7 +37,7 @@ class Salvage : public testing::Test {
     std::fill_n(bytes_.begin() + static_cast<std::ptrdiff_t>(from), size, byte);
     support::write_file(catalog_.path(), bytes_);
   }
-  /// salvaged returns the stream. The database stays as it is.
+  /// salvaged runs salvage and returns the stream. It expects an unchanged database.
   std::string salvaged(int status, const std::string &errors) {
     const std::string before = support::read_file(catalog_.path());
     const Finished finished = catalog_.run({"salvage"});
@@ -94,7 +94,7 @@ TEST_F(Salvage, OfAFileThatWasCutSaysWhatIsLost) {
   EXPECT_EQ(support::run(restored.command({"verify"})).status, 0);
 }
 
-/// Without a URL map and an index nothing names what is lost. A salvage of half a database found "0 lost", status 0.
+/// Without URL map and index, lost records have no names. A salvage of half a database reported "0 lost", status 0.
 TEST_F(Salvage, WithoutOtherFilesCountsWhatIsLost) {
   const Finished whole = catalog_.run({"salvage"});
   for (const char *suffix : {".url", ".idx"}) ASSERT_EQ(::unlink(catalog_.path(suffix).c_str()), 0);
@@ -127,8 +127,7 @@ TEST_F(Salvage, ARecordThatContradictsTheIndexIsWrittenAndNamed) {
   EXPECT_NE(text, exported_);
 }
 
-/// The parser reads on behind a value whose size is damaged, and finds an attribute with a strange name. The stream
-/// with it was refused by import as a whole.
+/// Behind a damaged byte count, the parser finds an attribute with a strange name. import refused a stream with it.
 TEST_F(Salvage, ARecordThatNoImportWouldTakeIsLost) {
   const size_t record = bytes_.find("@DOCUMENT { " + url(7) + "\n");
   spoil(bytes_.find("body{1500}", record) + 6, 1, '4');
@@ -142,7 +141,7 @@ TEST_F(Salvage, OfPagesThatFormALoopComesToAnEnd) {
   for (uint64_t page = 1; page < bytes_.size() / page_size(); ++page) {
     uint16_t slots = 0;
     std::copy_n(&bytes_[page * page_size()], 2, reinterpret_cast<char *>(&slots));
-    // The page goes on to itself, or to another that has been read.
+    // Link the page to itself, or to another page that was read.
     if (slots == 2 && header.spares[0] > 0) spoil(page * page_size() + 4, 1, 0);
   }
   EXPECT_EQ(catalog_.run({"salvage"}).status, 1);

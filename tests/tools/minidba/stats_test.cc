@@ -58,20 +58,4 @@ TEST_F(Stats, AsTextTheMostFrequentAttributeComesFirst) {
             "attributes\n           2  rd-last-changed\n           2  title\n           1  author\n");
 }
 
-TEST_F(Stats, OfAnEmptyCatalog) {
-  catalog_.make_empty();
-  const nlohmann::json got = figures();
-  EXPECT_EQ(got["descriptions"], 0);
-  EXPECT_EQ(got["fill-percent"], 0);
-  EXPECT_EQ(got["attributes"].dump(), "{}");
-}
-
-TEST_F(Stats, ADamagedRecordIsAnError) {
-  catalog_.put("00000003", "no object");
-  const Finished finished = catalog_.run({"stats"});
-  EXPECT_EQ(finished.status, 2);
-  EXPECT_EQ(finished.errors, "minidba: damaged record 3 in " + catalog_.path() +
-                                 ": it is not a SOIF object (--skip-damaged leaves it out)\n");
-}
-
 }  // namespace

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What somebody sees who runs minidba at a terminal.
+// The output of minidba on a terminal.
 #include <fcntl.h>
 #include <poll.h>
 #include <termios.h>
@@ -30,8 +30,8 @@ class Terminal : public testing::Test {
       name_ = ::ptsname(screen_.get());
   }
 
-  /// deliver runs an update whose input comes in two parts, with a pause between, and returns what the screen got.
-  std::string deliver(const std::string &options, const std::string &errors) {
+  /// update runs an update whose input arrives in two parts, with a pause between them, and returns the screen.
+  std::string update(const std::string &options, const std::string &errors) {
     const std::string command = "(cat " + catalog_.path(".1") + "; sleep 1.2; cat " + catalog_.path(".2") + ") | " +
                                 catalog_.shell_command("update" + options) + " >" + catalog_.path(".out");
     support::write_file(catalog_.path(".1"), rd("http://localhost/1", {{"title", "One"}}));
@@ -62,7 +62,7 @@ class Terminal : public testing::Test {
 };
 
 TEST_F(Terminal, ShowsHowFarLongWorkIs) {
-  const std::string text = deliver("", name_);
+  const std::string text = update("", name_);
   EXPECT_THAT(text, testing::StartsWith("\rminidba: reading the input: "));
   EXPECT_THAT(text, HasSubstr("/s\x1b[K\r\x1b[K")) << "the line is taken away";
   EXPECT_THAT(text, testing::EndsWith("minidba: 2 new, 0 changed, 0 unchanged, 0 rejected\r\n"));
@@ -70,11 +70,11 @@ TEST_F(Terminal, ShowsHowFarLongWorkIs) {
 }
 
 TEST_F(Terminal, ShowsNothingWhenItIsToBeQuiet) {
-  EXPECT_EQ(deliver(" --quiet", name_), "");
+  EXPECT_EQ(update(" --quiet", name_), "");
   EXPECT_EQ(out(), "2\n");
 }
 
-// A verb that was given no file and no pipe would seem to hang.
+// Without this note, a verb without a file and a pipe seems to hang.
 TEST_F(Terminal, SaysThatItReadsFromTheTerminal) {
   const std::string object = "@D { http://localhost/1\nt{1}:\tx\n}\n";
   const struct {
@@ -99,7 +99,7 @@ TEST_F(Terminal, SaysThatItReadsFromTheTerminal) {
 }
 
 TEST_F(Terminal, AFileGetsNoProgress) {
-  EXPECT_EQ(deliver("", catalog_.path(".err")), "");
+  EXPECT_EQ(update("", catalog_.path(".err")), "");
   EXPECT_EQ(support::read_file(catalog_.path(".err")), "minidba: 2 new, 0 changed, 0 unchanged, 0 rejected\n");
 }
 

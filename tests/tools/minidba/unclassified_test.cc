@@ -38,21 +38,6 @@ TEST_F(Unclassified, WhatTheIndexHasAndTheDatabaseHasNotIsPassedOver) {
   EXPECT_EQ(catalog_.run({"unclassified"}).out, "http://localhost/2\n");
 }
 
-TEST_F(Unclassified, OfAnEmptyCatalogIsNothing) {
-  catalog_.make_empty();
-  ASSERT_EQ(catalog_.index().out, "0\n");
-  EXPECT_EQ(catalog_.run({"unclassified"}).out, "");
-  EXPECT_EQ(catalog_.run({"unclassified", "--json"}).out, "[]\n");
-}
-
-TEST_F(Unclassified, NeedsNoPermissionToWrite) {
-  catalog_.update(rd("http://localhost/1", {{"title", "One"}}));
-  catalog_.index();
-  const auto files = catalog_.files();
-  EXPECT_EQ(catalog_.run_read_only({"unclassified"}).out, "http://localhost/1\n");
-  EXPECT_EQ(catalog_.files(), files);
-}
-
 TEST_F(Unclassified, AnIndexThatIsMissingOrCorruptIsAnError) {
   catalog_.update(rd("http://localhost/1", {{"title", "One"}}));
   const std::string path = catalog_.path(".idx");
@@ -76,16 +61,6 @@ TEST_F(Unclassified, AnIndexThatIsMissingOrCorruptIsAnError) {
     EXPECT_EQ(finished.out, "") << row.reason;
     EXPECT_EQ(finished.errors, "minidba: " + row.reason + path + "\n");
   }
-}
-
-TEST_F(Unclassified, ADamagedRecordIsAnError) {
-  catalog_.put("00000001", rd("http://localhost/1", {{"title", "One"}}));
-  ASSERT_EQ(catalog_.index().out, "1\n");
-  catalog_.put("00000001", "no object");
-  const Finished finished = catalog_.run({"unclassified"});
-  EXPECT_EQ(finished.status, 2);
-  EXPECT_EQ(finished.errors, "minidba: damaged record 1 in " + catalog_.path() +
-                                 ": it is not a SOIF object (--skip-damaged leaves it out)\n");
 }
 
 }  // namespace

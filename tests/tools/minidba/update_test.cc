@@ -1,14 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <sys/stat.h>
-#include <unistd.h>
-
-#include <chrono>
-#include <ctime>
-#include <random>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <libcs/cs.h>
 
 #include "catalog/catalog_files.h"
 
@@ -17,7 +11,6 @@ using namespace rdm;
 namespace {
 
 using support::Finished;
-using testing::ElementsAre;
 using testing::HasSubstr;
 
 class Update : public testing::Test {
@@ -38,27 +31,32 @@ class Update : public testing::Test {
 const std::string one = rd("http://localhost/1", {{"title", "One"}});
 const std::string two = rd("http://localhost/2", {{"title", "Two"}});
 
-TEST_F(Update, NumbersNewDescriptionsFromOne) {
-  expect_update(one + two, "2\n", "minidba: 2 new, 0 changed, 0 unchanged, 0 rejected\n");
-  expect_update(rd("http://localhost/3", {{"title", "Three"}}), "1\n",
-                "minidba: 1 new, 0 changed, 0 unchanged, 0 rejected\n");
-  const auto records = catalog_.records();
-  ASSERT_EQ(records.size(), 3u);
-  EXPECT_EQ(CatalogFiles::value(records.at("00000001"), "title"), "One");
-  EXPECT_EQ(CatalogFiles::value(records.at("00000002"), "title"), "Two");
-  EXPECT_EQ(CatalogFiles::value(records.at("00000003"), "title"), "Three");
+TEST_F(Update, CountsNewChangedAndUnchangedDescriptions) {
+  const auto titled = [](const std::string &url, const std::string &title) { return rd(url, {{"title", title}}); };
+  const std::string four = "http://localhost/4";
+  const struct {
+    const char *what;
+    std::string stream, out, summary, titles;
+  } rows[] = {
+      {"numbers begin at 1", one + two, "2\n", "2 new, 0 changed, 0 unchanged", "1 One, 2 Two, "},
+      {"later ones are above", titled("http://localhost/3", "Three"), "1\n", "1 new, 0 changed, 0 unchanged",
+       "1 One, 2 Two, 3 Three, "},
+      {"a change keeps its number", titled("http://localhost/1", "Uno"), "1\n", "0 new, 1 changed, 0 unchanged",
+       "1 Uno, 2 Two, 3 Three, "},
+      {"the last of equal URLs wins", titled(four, "Four") + titled(four, "Vier") + titled(four, "Vier"), "3\n",
+       "1 new, 1 changed, 1 unchanged", "1 Uno, 2 Two, 3 Three, 4 Vier, "},
+  };
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.what);
+    expect_update(row.stream, row.out, "minidba: " + row.summary + ", 0 rejected\n");
+    std::string titles;
+    for (const auto &[key, record] : catalog_.records())
+      titles += std::to_string(std::stoul(key, nullptr, 16)) + ' ' + CatalogFiles::value(record, "title") + ", ";
+    EXPECT_EQ(titles, row.titles);
+  }
 }
 
-TEST_F(Update, StampsWhatIsNewWithTheTime) {
-  const time_t before = time(nullptr);
-  catalog_.update(rd("http://localhost/1", {{"rd-last-changed", "Mon, 01 Jan 1990 00:00:00 GMT"}, {"title", "One"}}));
-  time_t stored = 0;
-  cs_str2time(CatalogFiles::value(record("00000001"), "rd-last-changed").c_str(), &stored);
-  EXPECT_GE(stored, before);
-  EXPECT_LE(stored, time(nullptr));
-}
-
-TEST_F(Update, KeepsWhatDidNotChange) {
+TEST_F(Update, OfUnchangedDescriptionsWritesNothing) {
   catalog_.update(one + two);
   const auto before = catalog_.records();
   struct stat old_status, new_status;
@@ -67,25 +65,7 @@ TEST_F(Update, KeepsWhatDidNotChange) {
                 "minidba: 0 new, 0 changed, 2 unchanged, 0 rejected\n");
   EXPECT_EQ(catalog_.records(), before);
   ASSERT_EQ(stat(catalog_.path().c_str(), &new_status), 0);
-  EXPECT_EQ(old_status.st_ino, new_status.st_ino) << "nothing changed, so nothing is written";
-}
-
-TEST_F(Update, ReplacesWhatChanged) {
-  catalog_.update(one + two);
-  expect_update(rd("http://localhost/1", {{"title", "Uno"}}), "1\n",
-                "minidba: 0 new, 1 changed, 0 unchanged, 0 rejected\n");
-  const auto records = catalog_.records();
-  ASSERT_EQ(records.size(), 2u);
-  EXPECT_EQ(CatalogFiles::value(records.at("00000001"), "title"), "Uno");
-  EXPECT_EQ(CatalogFiles::value(records.at("00000002"), "title"), "Two");
-}
-
-TEST_F(Update, TheLaterOfEqualUrlsInAStreamWins) {
-  expect_update(one + rd("http://localhost/1", {{"title", "Uno"}}) + rd("http://localhost/1", {{"title", "Uno"}}),
-                "3\n", "minidba: 1 new, 1 changed, 1 unchanged, 0 rejected\n");
-  const auto records = catalog_.records();
-  ASSERT_EQ(records.size(), 1u);
-  EXPECT_EQ(CatalogFiles::value(records.at("00000001"), "title"), "Uno");
+  EXPECT_EQ(old_status.st_ino, new_status.st_ino);
 }
 
 TEST_F(Update, SkipsAHeaderInFront) {
@@ -163,37 +143,6 @@ TEST_F(Update, HoldsRecordsOfEverySizeUpToAMebibyte) {
   }
 }
 
-TEST_F(Update, HoldsManyRandomSetsOfRecords) {
-  std::mt19937 random(7);
-  for (int round = 0; round < 12; ++round) {
-    const CatalogFiles catalog;
-    std::string stream;
-    const size_t count = 50 + random() % 400;
-    const size_t limit = size_t{1} << (8 + random() % 9);
-    for (size_t i = 0; i < count; ++i)
-      stream += rd("http://localhost/" + std::to_string(i), {{"body", std::string(1 + random() % limit, 'x')}});
-    const Finished finished = catalog.update(stream);
-    EXPECT_EQ(finished.out, std::to_string(count) + "\n") << "round " << round << ": " << finished.errors;
-    EXPECT_EQ(catalog.records().size(), count) << "round " << round;
-  }
-}
-
-TEST_F(Update, RebuildsAUrlMapThatIsMissingOrAnotherSnapshots) {
-  catalog_.update(one + two);
-  const std::string map = support::read_file(catalog_.path(".url"));
-  for (const std::string &text : {std::string(), std::string("damaged"), map.substr(0, 100)}) {
-    support::write_file(catalog_.path(".url"), text);
-    expect_update(one, "1\n", "minidba: 0 new, 0 changed, 1 unchanged, 0 rejected\n");
-  }
-  unlink(catalog_.path(".url").c_str());
-  expect_update(two, "1\n", "minidba: 0 new, 0 changed, 1 unchanged, 0 rejected\n");
-
-  catalog_.update(rd("http://localhost/3", {{"title", "Three"}}));
-  support::write_file(catalog_.path(".url"), map);
-  expect_update(rd("http://localhost/3", {{"title", "Three"}}), "1\n",
-                "minidba: 0 new, 0 changed, 1 unchanged, 0 rejected\n");
-}
-
 // Another program's record behind the last number of ours: what the database tells of the next number is older than it.
 TEST_F(Update, ANumberThatAnotherProgramGaveIsNotGivenAgain) {
   catalog_.update(one);
@@ -220,42 +169,6 @@ TEST_F(Update, TwoAtOnceLoseNothing) {
   const auto records = catalog_.records();
   EXPECT_EQ(records.size(), 250u);
   EXPECT_EQ(records.rbegin()->first, "000000fa") << "no number is left out or used twice";
-}
-
-TEST_F(Update, KilledAtAnyInstantItLeavesTheOldCatalogOrTheNew) {
-  std::string first, second;
-  for (int i = 0; i < 300; ++i) {
-    first += rd("http://localhost/" + std::to_string(i), {{"body", std::string(2000, 'a')}});
-    second += rd("http://localhost/" + std::to_string(i), {{"body", std::string(2000, 'b')}});
-  }
-  catalog_.update(first);
-  support::write_file(catalog_.path(".second"), second);
-  std::mt19937 random(3);
-  for (int trial = 0; trial < 25; ++trial) {
-    support::start_and_kill(catalog_.command({"update"}), catalog_.path(".second"), catalog_.path(".out"),
-                            catalog_.path(".err"), std::chrono::microseconds(random() % 20000));
-    const auto records = catalog_.records();
-    ASSERT_EQ(records.size(), 300u);
-    const char expected = records.begin()->second.find(std::string(2000, 'a')) != std::string::npos ? 'a' : 'b';
-    for (const auto &[key, record] : records)
-      ASSERT_NE(record.find(std::string(2000, expected)), std::string::npos) << key;
-    if (expected == 'b') catalog_.update(first);
-  }
-  EXPECT_EQ(catalog_.update(second).out, "300\n");
-  unlink(catalog_.path(".second").c_str());
-  unlink(catalog_.path(".out").c_str());
-  unlink(catalog_.path(".err").c_str());
-  EXPECT_THAT(catalog_.files(), ElementsAre("catalog.db", "catalog.db.lock", "catalog.db.url"))
-      << "what a killed writer leaves, the next one removes";
-}
-
-TEST_F(Update, KeepsThePermissionsOfTheCatalog) {
-  catalog_.update(one);
-  chmod(catalog_.path().c_str(), 0640);
-  catalog_.update(two);
-  struct stat status;
-  ASSERT_EQ(stat(catalog_.path().c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode & 07777, 0640u);
 }
 
 }  // namespace

@@ -47,6 +47,8 @@ TEST_F(Usage, SaysWhatIsMissingOrUnknown) {
   expect_failure({"-d", db, "--explode", "update"}, "unknown option \"--explode\"" + see_update);
   expect_failure({"-d", db, "-d", db, "update"}, "--database: At Most 1 required but received 2" + see_update);
   expect_failure({"-d", db, "index"}, "--index is required; see \"minidba index --help\"");
+  for (const std::string verb : {"get", "delete"})
+    expect_failure({"-d", db, verb}, "NUMBER|URL is required; see \"minidba " + verb + " --help\"");
   for (const char *seconds : {"-1", "soon", "1x", "nan"})
     expect_failure({"-d", db, "update", "--wait", seconds},
                    "--wait: not a number of seconds: " + std::string(seconds) + see_update);
@@ -141,19 +143,17 @@ TEST_F(Usage, NoFileOfTheCatalogTakesThePlaceOfAClosedStream) {
   EXPECT_EQ(catalog_.records(), before);
 }
 
-TEST_F(Usage, NamesTheFileThatIsNotThere) {
-  expect_failure({"-d", catalog_.path(), "-i", catalog_.path(".idx"), "index"}, "no such database: " + catalog_.path());
+TEST_F(Usage, NamesTheLockThatItCannotCreate) {
   expect_failure({"-d", "/nonexistent/catalog.db", "update"},
                  "cannot lock /nonexistent/catalog.db.lock: No such file or directory");
-  EXPECT_TRUE(catalog_.files().empty());
 }
 
 TEST_F(Usage, NamesTheFileThatIsNotADatabase) {
   for (const std::string &text : {std::string(), std::string("not a database"), std::string(70000, '\0')}) {
     support::write_file(catalog_.path(), text);
-    expect_failure({"-d", catalog_.path(), "update"}, "not a sound hash database: " + catalog_.path());
-    expect_failure({"-d", catalog_.path(), "-i", catalog_.path(".idx"), "index"},
-                   "not a sound hash database: " + catalog_.path());
+    for (const char *verb : {"update", "expire", "index"})
+      expect_failure({"-d", catalog_.path(), "-i", catalog_.path(".idx"), verb},
+                     "not a sound hash database: " + catalog_.path());
     EXPECT_EQ(support::read_file(catalog_.path()), text);
   }
 }

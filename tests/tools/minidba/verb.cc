@@ -14,7 +14,7 @@ namespace rdm {
 
 namespace {
 
-/// A file with the input. One that has been read from already is not read twice.
+/// file_of returns a file with the input. If it cannot be read twice, its offset is 1, behind an additional byte.
 HostFileGuard file_of(const std::string &input, bool can_be_read_twice) {
   HostFileGuard file(::memfd_create("input", MFD_CLOEXEC));
   const std::string bytes = can_be_read_twice ? input : "@" + input;

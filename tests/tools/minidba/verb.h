@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// minidba's verbs without a process of their own.
+/// Running verbs of minidba in the process of the test.
 #ifndef TESTS_TOOLS_MINIDBA_VERB_H
 #define TESTS_TOOLS_MINIDBA_VERB_H
 
@@ -12,8 +12,8 @@
 
 namespace rdm {
 
-/// run_verb does what the program does with these words, its name left out, and with the input as a file that can be
-/// read twice or as one that cannot. `clock` tells the time.
+/// run_verb runs the program in this process, with a command line without its name. The input is a file, either at its
+/// start or, so that it is copied first, behind it. `clock` returns the time in seconds since 1970.
 support::Finished run_verb(
     const std::vector<std::string> &words, const std::string &input = "", bool can_be_read_twice = true,
     const std::function<time_t()> &clock = [] { return std::time(nullptr); });

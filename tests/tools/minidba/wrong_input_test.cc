@@ -30,7 +30,7 @@ struct Foreign {
   std::string bytes;
 };
 
-/// What comes along in the place of descriptions; some of it has at-signs.
+/// foreign_inputs returns inputs without valid descriptions; some have at-signs.
 const std::vector<Foreign> &foreign_inputs() {
   static const std::vector<Foreign> all = {
       {"nothing", ""},
@@ -50,7 +50,7 @@ const std::vector<Foreign> &foreign_inputs() {
   return all;
 }
 
-/// State is the bytes, inode and time of change of every file in a directory. The time of a directory entry is not one.
+/// State is the bytes, inode and st_mtim of every file in a directory.
 using State = std::map<std::string, std::tuple<std::string, ino_t, time_t, long>>;
 
 State state_of(const CatalogFiles &catalog) {
@@ -93,7 +93,7 @@ class WrongInput : public testing::Test {
 };
 
 TEST_F(WrongInput, AnUpdateThatUnderstandsNothingChangesNothing) {
-  ::unlink(catalog_.path(".url").c_str());  // which an update makes anew only when it has something to do
+  ::unlink(catalog_.path(".url").c_str());  // an update writes it only if it accepts a description
   const State before = state_of(catalog_);
   for (const Foreign &foreign : foreign_inputs())
     for (const bool can_be_read_twice : {true, false}) {
@@ -157,7 +157,7 @@ TEST_F(WrongInput, AnImportOfNothingIsRefusedUnlessAllowed) {
   EXPECT_EQ(run({"import", "--replace", "--no-header", "--allow-empty"}, "").status, 0);
 }
 
-// Nobody knows what a catalog holds that cannot be read; salvage may find it.
+// A catalog that cannot be read may hold descriptions: salvage may find them.
 TEST_F(WrongInput, ACatalogThatCannotBeReadCountsAsOneWithDescriptions) {
   for (const std::string &bytes : {std::string(), std::string("damaged"), std::string(100'000, 'x')}) {
     support::write_file(catalog_.path(), bytes);
