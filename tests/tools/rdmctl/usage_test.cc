@@ -51,10 +51,4 @@ TEST(Usage, TellsItsVersionAndItsOptions) {
   for (const char *word : {"--config", "--csid", "--from", "FILE"}) EXPECT_THAT(help.out, HasSubstr(word));
 }
 
-TEST(Usage, AnOutputThatCannotBeWrittenIsAFailure) {
-  const Finished finished = support::run({"/bin/sh", "-c", program + " --help > /dev/full"});
-  EXPECT_EQ(finished.status, 2);
-  EXPECT_EQ(finished.errors, "rdmctl: cannot write to standard output: No space left on device\n");
-}
-
 }  // namespace
