@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// A catalog and what changes it, without the program around them.
+/// Reading and changing a catalog through the library.
 #include "catalog/catalog.h"
 
 #include <sys/stat.h>
@@ -135,7 +135,7 @@ TEST_F(CatalogChanges, AReaderWithoutAMapFindsUrlsAndWritesNothing) {
   EXPECT_THAT(files_.files(), ElementsAre("catalog.db", "catalog.db.lock"));
 }
 
-// A reader that had opened the database when a writer replaced it and its map took the new map for that of the old.
+// A writer replaced database and map while a reader opened them. The reader used the new map with the old database.
 TEST_F(CatalogChanges, TheMapOfTheNextSnapshotIsNotThatOfTheOneThatIsOpen) {
   make(3);
   const catalog::HashTable before(path());

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Files of our own making, read by the hash library itself, by its dump program and by our reader.
+/// Files that build_hash_file has written, read by the hash library, its dump program and our reader.
 #include "catalog/hash/builder.h"
 
 #include <fcntl.h>
@@ -101,8 +101,8 @@ TEST_F(HashWriter, TheLibraryReadsRecordsOfEveryLengthAroundAPage) {
   expect_readable();
 }
 
-// The library takes an overflow page for free when its bit is clear, even behind the last page there is, and does not
-// count it then. The bucket that it puts behind the last counted page lay upon it, and the record on it was lost.
+// The hash library uses a page whose bit is clear, even behind the end of the file, and does not count it. It then
+// wrote a new bucket, which it placed behind the last counted page, over that page, and its record was lost.
 TEST_F(HashWriter, TheLibraryPutsNoBucketUponAnOverflowPageOfItsOwn) {
   add(70000);
   write();
@@ -129,7 +129,7 @@ TEST_F(HashWriter, TheDumpProgramListsEveryRecord) {
   EXPECT_EQ(keys, 500u);
 }
 
-/// failure returns what a writing says that fails.
+/// failure returns the text of the Failure that `write` throws; empty if it throws none.
 template <typename Write>
 std::string failure(Write write) {
   try {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Files that are changed again and again, read by the hash library itself, by its dump program and by our reader.
+/// Files after many edits, read by the hash library and by our reader.
 #include "catalog/hash/editor.h"
 
 #include <fcntl.h>
@@ -39,7 +39,7 @@ class HashEditor : public ::testing::Test {
     return text;
   }
 
-  /// refs_of lists records by their keys; those without a value in `records` are to be erased.
+  /// refs_of returns references to records by their keys. A key without a value in `records` is to be erased.
   std::vector<RecordRef> refs_of(const std::vector<std::string> &keys, const Records &records) {
     keys_ = keys;
     std::vector<RecordRef> refs;
@@ -113,7 +113,7 @@ class HashEditor : public ::testing::Test {
     }
     return count;
   }
-  /// used_bits counts the pages that are in use. Pages that are not there yet must not look free.
+  /// used_bits counts the pages that are marked as used. It expects the bits of pages that do not exist yet to be set.
   static size_t used_bits(const HashTable &table) {
     size_t used = 0, looking_free = 0, first = 0;
     const hashdb::Header &header = table.header();
@@ -139,7 +139,7 @@ class HashEditor : public ::testing::Test {
   std::vector<std::string> keys_;
 };
 
-/// The sets that are tried; RDM_RANDOM_SETS names another number.
+/// random_sets returns the number of record sets: RDM_RANDOM_SETS, or 50.
 unsigned random_sets() {
   const char *number = std::getenv("RDM_RANDOM_SETS");
   return number != nullptr ? static_cast<unsigned>(std::stoul(number)) : 50;

@@ -105,7 +105,7 @@ TEST_F(Locking, ASecondWriterWaitsWithoutLimitByDefault) {
   EXPECT_TRUE(support::file_exists(lock_)) << "created by the second writer, which made a catalog";
 }
 
-// The lock may belong to a child of the process that took it: flock(1) starts a command and may end before it.
+// A child of the process that took the lock may hold it: flock(1) starts a command and may end before it.
 TEST_F(Locking, AHolderThatCannotBeNamedIsAnotherProcess) {
   catalog_.update(described);
   const HostFileGuard file = catalog::open_file(lock_, O_RDWR);

@@ -33,7 +33,7 @@ TEST(FittingCount, IsWhatIsFollowedByTheRestOfTheObject) {
   for (const auto &row : rows) EXPECT_EQ(fitting_count(row.rest), row.count) << row.what;
 }
 
-// An object that reaches to the end of a large file must not cost its size squared.
+// The time for an object that reaches to the end of a large file must not grow with the square of its size.
 TEST(FittingCount, GivesUpInTime) {
   std::string lines, attributes;
   for (int i = 0; i < 200'000; ++i) lines += "}\n", attributes += "a{0}:\t\n";

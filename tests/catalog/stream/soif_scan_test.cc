@@ -12,7 +12,7 @@ namespace {
 
 using catalog::SoifScan;
 
-/// CountingFile is a stream over bytes that tells how many of them were read.
+/// CountingFile is a stream over bytes. It counts the bytes that are read.
 class CountingFile {
  public:
   explicit CountingFile(std::string bytes)

@@ -15,7 +15,7 @@ namespace {
 
 constexpr char last_changed[] = "rd-last-changed";
 
-/// time_of reads the one form of times that the tests use.
+/// time_of parses an attribute in the form of times that the tests use; 0 for another form.
 time_t time_of(const Description &description, const std::string &attribute) {
   const auto values = description.attributes.find(attribute);
   tm parts{};

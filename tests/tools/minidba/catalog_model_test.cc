@@ -180,7 +180,7 @@ std::string abridged(const std::string &text) {
   out << '}';
 }
 
-/// number returns any number below a bound, however small the case.
+/// number generates numbers below a bound, independent of the size of the case.
 rc::Gen<int> number(int bound) { return rc::gen::resize(100, rc::gen::inRange(0, bound)); }
 rc::Gen<bool> rarely() { return rc::gen::weightedElement<bool>({{6, false}, {1, true}}); }
 rc::Gen<bool> mostly() { return rc::gen::weightedElement<bool>({{1, false}, {3, true}}); }

@@ -32,13 +32,13 @@ std::string described(int from, int to, const std::string &expires) {
   return stream;
 }
 
-/// How often each writer is killed; RDM_CRASH_TRIALS names another number.
+/// trials returns how often each writer is killed: RDM_CRASH_TRIALS, or 20.
 long trials() {
   const char *number = std::getenv("RDM_CRASH_TRIALS");
   return number != nullptr ? std::stol(number) : 20;
 }
 
-/// Killed begins with a catalog whose index and whose exported file are older than it is.
+/// Killed begins with a catalog whose index and exported file are older.
 class Killed : public testing::TestWithParam<Work> {
  protected:
   void SetUp() override {

@@ -221,7 +221,7 @@ TEST_F(Damaged, AreFoundWhereATimeOfChangeIsLaterThanAnyThatWasGiven) {
               HasSubstr("damaged, but written: description 3 (" + url(3) + ")"));
 }
 
-/// The file was copied with the damage in it: its inode and times are new, and the URL map is not of this snapshot.
+/// A damaged file was copied: inode and times are new, and the URL map does not belong to it.
 TEST_F(Damaged, AreFoundInACopyWhereATimeOfChangeIsTooLate) {
   std::string bytes = support::read_file(catalog_.path());
   const std::string time = "Sun, 09 Sep 2001 01:46:42";

@@ -24,7 +24,7 @@ class EveryVerb : public testing::Test {
     ASSERT_EQ(catalog_.update(one + two).out, "2\n");
     ASSERT_EQ(catalog_.index().out, "2\n");
   }
-  /// contents returns the bytes of all files beside the database, the database included.
+  /// contents returns the bytes of the database and all files beside it, by name.
   std::map<std::string, std::string> contents() const {
     std::map<std::string, std::string> contents;
     for (const std::string &name : catalog_.files())

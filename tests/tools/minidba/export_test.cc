@@ -53,7 +53,7 @@ TEST_F(Export, IsAHeaderAndTheDescriptionsByNumber) {
   std::string expected = export_header("11", "10");
   for (const auto &[key, record] : catalog_.records())
     expected += with_number(record, std::to_string(std::stoul(key, nullptr, 16)));
-  // Written by another program, the database no longer tells which numbers were used.
+  // After a change by another program, the trailer does not tell which numbers are used.
   unlink(catalog_.path(".url").c_str());
   EXPECT_THAT(exported(), StartsWith("@RDMHEADER { -\nrdm-version{3}:\t1.0\nrdm-type{11}:\trd-response\n"));
   EXPECT_EQ(exported().substr(exported().find("@DOCUMENT")), expected.substr(expected.find("@DOCUMENT")));
@@ -115,7 +115,7 @@ class Import : public testing::Test {
   static std::string numbered(const std::string &number, const std::string &url) {
     return rd(url, {{"minidba-number", number}, {"title", "T"}});
   }
-  /// expect_refused asserts exit status 2, a message, and that nothing was made.
+  /// expect_refused asserts exit status 2, a message, and that no file was created.
   void expect_refused(const std::string &stream, const std::string &message) {
     const Finished finished = catalog_.run({"import", "--no-header"}, stream);
     EXPECT_EQ(finished.status, 2) << message;
@@ -197,7 +197,7 @@ TEST_F(Import, LosesNothingWithoutBeingAskedTo) {
     expect_refused(row.stream, "1 object rejected: nothing is imported without --rejects");
     EXPECT_THAT(catalog_.run({"import", "--no-header"}, row.stream).errors,
                 HasSubstr("rejected: " + row.message + "\n"));
-    // A program that asked for JSON reads the reasons there.
+    // With --json, the reasons are in the report.
     const std::string json = catalog_.run({"import", "--no-header", "--json"}, row.stream).out;
     EXPECT_THAT(json, testing::StartsWith("{\"verb\":\"import\",\"dry-run\":false,\"imported\":0,\"rejected\":1,"));
     EXPECT_THAT(json, HasSubstr("\"reason\":\"" + row.message + "\""));

@@ -55,7 +55,7 @@ TEST_F(FileNames, AreComparedByWhereTheyLead) {
                  "database and export are the same file: " + catalog_.directory() + "/./catalog.db");
 }
 
-/// A database that is known under the name of a link in another directory.
+/// A database behind a symbolic link in another directory.
 class LinkedDatabase : public FileNames {
  protected:
   LinkedDatabase() { std::filesystem::create_symlink(catalog_.path(), links_.path()); }

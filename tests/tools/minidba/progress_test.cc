@@ -14,7 +14,7 @@ using minidba::Progress;
 class ProgressLine : public testing::Test {
  protected:
   minidba::Console console(bool progress = true) { return {0, out_, errors_, progress, false}; }
-  /// shown returns what was written since it was last asked for.
+  /// shown returns what was written since its last call.
   std::string shown() {
     std::string text = errors_.str();
     errors_.str("");

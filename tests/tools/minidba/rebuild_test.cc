@@ -45,7 +45,7 @@ TEST_F(Rebuild, WritesTheSameCatalogAnew) {
 }
 
 TEST_F(Rebuild, ChoosesTheLayoutFromTheData) {
-  // Written by another program, with the pages and the growth it thought fit.
+  // The hash library chooses another page size.
   for (int i = 1; i <= 300; ++i) {
     char key[9];
     snprintf(key, sizeof key, "%08x", static_cast<unsigned>(i));
@@ -77,8 +77,8 @@ TEST_F(Rebuild, KeepsInMindWhichNumbersWereUsed) {
   EXPECT_THAT(catalog_.records(), ElementsAre(Key("00000001"), Key("00000003")));
 }
 
-/// A catalog in which a URL was stored twice could not be mended: rebuild succeeded, and verify said the same as
-/// before.
+/// A catalog with two descriptions of one URL could not be repaired: rebuild kept both, and verify reported the fault
+/// again.
 TEST_F(Rebuild, OfAUrlStoredTwiceTheNewerIsKept) {
   const std::string url = "http://localhost/1";
   const std::string older = "Thu, 01 Jan 2015 00:00:00 GMT", newer = "Fri, 01 Jan 2016 00:00:00 GMT";
@@ -111,7 +111,7 @@ TEST_F(Rebuild, OfTwoWithTheSameTimeTheHigherIsNewer) {
   EXPECT_THAT(catalog_.records(), ElementsAre(Key("00000009")));
 }
 
-/// A record whose key was damaged was rebuilt as an empty one, with exit status 0: it could still be read until then.
+/// rebuild replaced a readable record with a damaged key by an empty one, with exit status 0.
 TEST_F(Rebuild, ARecordUnderAnotherKeyIsNotLost) {
   catalog_.update(rd("http://localhost/1", {{"title", "One"}}) + rd("http://localhost/2", {{"title", "Two"}}));
   std::string bytes = support::read_file(catalog_.path());

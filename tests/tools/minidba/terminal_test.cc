@@ -36,13 +36,13 @@ class Terminal : public testing::Test {
                                 catalog_.shell_command("update" + options) + " >" + catalog_.path(".out");
     support::write_file(catalog_.path(".1"), rd("http://localhost/1", {{"title", "One"}}));
     support::write_file(catalog_.path(".2"), rd("http://localhost/2", {{"title", "Two"}}));
-    // Held open, so that what was written is not lost when the program ends.
+    // While the terminal is open here, its output is not lost when the program ends.
     const HostFileGuard terminal(::open(name_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
     const pid_t child = support::start({"/bin/sh", "-c", command}, "/dev/null", "/dev/null", errors);
     EXPECT_EQ(support::wait_for(child), 0);
     return screen();
   }
-  /// screen returns what has been written to the terminal.
+  /// screen returns what was written to the terminal since its last call.
   std::string screen() {
     std::string text;
     char block[4096];

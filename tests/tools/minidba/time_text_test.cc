@@ -74,8 +74,8 @@ std::string refusal(const std::string &text) {
   }
 }
 
-// cs_str2time makes 3 March of 31 February, because descriptions of gatherers must be read somehow. An operator is
-// told.
+// cs_str2time takes 31 February for 3 March, because descriptions of gatherers must be parsed. An operator gets an
+// error.
 TEST(TimeText, ATimeThatDoesNotExistIsAnError) {
   for (const char *text :
        {"31 Feb 2026", "2026-02-31", "29 Feb 2026", "2026-13-01", "2026-00-10", "2026-11-01T24:00", "2026-11-01T12:60Z",

@@ -15,7 +15,7 @@ using testing::HasSubstr;
 
 class Update : public testing::Test {
  protected:
-  /// expect_update asserts what an update prints, and exit status 1 when it rejected something.
+  /// expect_update asserts the output of an update, and exit status 1 if it rejected an object.
   Finished expect_update(const std::string &stream, const std::string &out, const std::string &errors) {
     Finished finished = catalog_.update(stream);
     EXPECT_EQ(finished.status, errors.ends_with(" 0 rejected\n") ? 0 : 1);
@@ -143,7 +143,7 @@ TEST_F(Update, HoldsRecordsOfEverySizeUpToAMebibyte) {
   }
 }
 
-// Another program's record behind the last number of ours: what the database tells of the next number is older than it.
+// Another program added a record under the next number. The trailer of the database does not tell that it is used.
 TEST_F(Update, ANumberThatAnotherProgramGaveIsNotGivenAgain) {
   catalog_.update(one);
   const std::string foreign = rd("http://localhost/2", {{"title", "Foreign"}});

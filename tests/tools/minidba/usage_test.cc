@@ -68,7 +68,7 @@ TEST_F(Usage, AsksWhatAMistypedWordMeans) {
                  "option \"--wait\" must follow the verb; see \"minidba expire --help\"");
 }
 
-// `list --since "$DAY"` listed all where DAY was not set, and `update --rejects "$FILE"` kept no refused object.
+// Without DAY, `list --since "$DAY"` listed all; without FILE, `update --rejects "$FILE"` kept no rejected object.
 TEST_F(Usage, AnOptionThatIsGivenIsNotEmpty) {
   catalog_.make_empty();
   const std::string db = catalog_.path();
@@ -120,7 +120,7 @@ TEST_F(Usage, AnOutputThatCannotBeWrittenIsAnError) {
   }
 }
 
-// "minidba list | head" has what it wanted, and says nothing about the pipe. The status is not that of success.
+// "minidba list | head" writes no message about the closed pipe, but the exit status is not 0.
 TEST_F(Usage, AReaderThatHasReadEnoughIsNoError) {
   std::string stream;
   for (int i = 0; i < 2000; ++i)

@@ -42,7 +42,7 @@ class Verify : public testing::Test {
     EXPECT_EQ(catalog_.run({"import"}, stream).status, 0);
     catalog_.index();
   }
-  /// expect_note asserts that the catalog is sound and the index older, in the way that is noted.
+  /// expect_note asserts that the catalog is sound, and that the index is older with these differences.
   void expect_note(const std::string &verdict, const std::string &note) {
     const Finished finished = catalog_.run({"verify"});
     EXPECT_EQ(finished.status, 0);
@@ -55,7 +55,7 @@ class Verify : public testing::Test {
     EXPECT_EQ(finished.out, "sound: " + verdict + "\n");
     EXPECT_EQ(finished.errors, "");
   }
-  /// expect_faults asserts that the verdict is damaged and these faults are named.
+  /// expect_faults asserts that exactly these faults are reported.
   void expect_faults(const std::vector<std::string> &faults) {
     const Finished finished = catalog_.run({"verify"});
     EXPECT_EQ(finished.status, 1);
@@ -68,8 +68,8 @@ class Verify : public testing::Test {
     const std::string bytes = support::read_file(catalog_.path(".idx"));
     return bytes.substr(8 + 20 * (number - 1), 20);
   }
-  /// remap makes a map that belongs to the snapshot and has the right checksum, but does not fit the records, as only a
-  /// fault of a writer can have made it. Without a key the URL is taken away.
+  /// remap changes the number of a URL in the map, or erases the URL if `key` is empty, and updates the checksum, as a
+  /// faulty writer might.
   void remap(const std::string &url, const std::string &key) {
     const std::string path = catalog_.path(".url");
     DatabasePtr map(dba_open(path.c_str(), "w"));
@@ -137,8 +137,7 @@ TEST_F(Verify, FindsWhatIsWrongWithTheIndex) {
   expect_faults({"not as long as its 1 entries: " + path});
 }
 
-/// Size, checksum and time of an entry tell whether a record is damaged or was changed: verify gave one message for
-/// both.
+/// Size, checksum and time of an entry tell a damaged record from a changed one. verify had one message for both.
 TEST_F(Verify, TellsADamagedRecordFromOneThatWasChanged) {
   const std::string one = entry(1), two = entry(2), three = entry(3);
   std::string other_size = two, other_checksum = two, earlier = two, later = two;
@@ -177,7 +176,7 @@ TEST_F(Verify, AnIndexThatIsOlderThanTheDatabaseIsNoFault) {
   expect_note("3 descriptions, 0 index entries", "3 new, 0 changed and 0 removed descriptions");
 }
 
-/// An import replaces records without a later time: the index of before says nothing about them.
+/// An import replaces records without a later time of change: the old index does not belong to them.
 TEST_F(Verify, AnIndexOfTheCatalogBeforeAnImportIsNoFault) {
   std::string exported = catalog_.run({"export"}).out;
   exported.replace(exported.find("title{1}:\t2"), 11, "title{1}:\tX");
@@ -190,8 +189,8 @@ TEST_F(Verify, AnIndexOfTheCatalogBeforeAnImportIsNoFault) {
   expect_sound("3 descriptions, 3 index entries");
 }
 
-// A record that the library replaces in front of a long one is left out of its count. A catalog of ours in which
-// another program had done so could no longer be read: "records are missing", 2 of 1.
+// If the hash library replaces a record in front of a long one, it does not count it. Such a catalog could not be read
+// any more: "records are missing", 2 of 1.
 TEST_F(Verify, ARecordThatTheLibraryDidNotCountIsNoFault) {
   const CatalogFiles catalog;
   catalog.run({"import"}, export_header("6", "2") +
@@ -258,8 +257,7 @@ TEST_F(Verify, FindsWhatIsWrongWithTheUrlMap) {
   expect_faults({"the URL of description 3 leads to nothing: http://localhost/3"});
 }
 
-/// A map that led from one URL to the number of another had an update put the one description in the place of the
-/// other, and a deletion take the other away.
+/// With a map that had the number of another URL, an update replaced, and a deletion erased, the other description.
 TEST_F(Verify, WritersDoNotBelieveAMapThatLeadsElsewhere) {
   const auto before = catalog_.records();
   const std::string failure = "minidba: damaged record http://localhost/3 in " + catalog_.path(".url") + "\n";
@@ -324,7 +322,7 @@ TEST_F(Verify, FindsDamagedPagesAndWhatTheyHide) {
             "minidba: damaged page in " + catalog.path() + " (--skip-damaged leaves it out)\n");
 }
 
-/// change_bytes puts a text in the place of another of the same length.
+/// change_bytes replaces a text in a file with another of the same length.
 void change_bytes(const std::string &path, const std::string &from, const std::string &to) {
   std::string bytes = support::read_file(path);
   const size_t at = bytes.find(from);
@@ -338,7 +336,7 @@ TEST_F(Verify, FindsARecordInAnothersBucket) {
 }
 
 TEST_F(Verify, FindsANumberThatTwoRecordsHave) {
-  // Keys that differ in an even digit by two lie in one bucket of a small file.
+  // In a small file, the keys of 1 and 3 are in one bucket.
   change_bytes(catalog_.path(), "00000003", "00000001");
   EXPECT_THAT(catalog_.run({"verify"}).errors, HasSubstr("minidba: description 1 is there twice\n"));
 }
@@ -360,7 +358,7 @@ TEST_F(Verify, ADatabaseThatIsReplacedMeanwhileIsNotJudged) {
   support::write_file(streams.path(".in"), "");
   const pid_t child = support::start(catalog_.command({"-i", pipe, "verify"}), streams.path(".in"),
                                      streams.path(".out"), streams.path(".err"));
-  // The index is read last, and waited for.
+  // verify reads the index last and waits for it.
   HostFileGuard writer(::open(pipe.c_str(), O_WRONLY | O_CLOEXEC));
   EXPECT_EQ(catalog_.update(rd("http://localhost/4", {{"title", "4"}})).status, 0);
   EXPECT_EQ(::write(writer.get(), index.data(), index.size()), static_cast<ssize_t>(index.size()));

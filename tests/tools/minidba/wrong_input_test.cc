@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-/// Input that is empty, foreign or cut changes nothing: not a byte, a time or an inode of any file of the catalog.
+/// Empty, foreign or truncated input changes no file of the catalog: not its bytes, times or inode.
 ///
-/// `minidba import --replace </dev/null` once emptied a catalog and reported success, and so did an import at the end
-/// of a pipe in which the export had failed.
+/// `minidba import --replace </dev/null` emptied a catalog and reported success, and so did an import behind an export
+/// that had failed.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -180,7 +180,7 @@ TEST_F(WrongInput, AnImportBehindAnExportThatFailsChangesNothing) {
   }
 }
 
-// The header announces how many descriptions there are. Only the white space at the very end is not missed.
+// The header announces the number of descriptions. Only missing white space at the end is not noticed.
 TEST_F(WrongInput, AnExportCutAnywhereChangesNothing) {
   const std::string whole = run({"export"}, "").out;
   const State before = state_of(catalog_);
@@ -188,7 +188,7 @@ TEST_F(WrongInput, AnExportCutAnywhereChangesNothing) {
   for (size_t size = 0; size < whole.size() - 1; ++size) {
     const std::string cut = whole.substr(0, size);
     EXPECT_EQ(run({"import", "--replace", "--allow-empty", "--rejects", rejects}, cut).status, 2) << size;
-    // Without a whole header it is a stream in which nothing is understood.
+    // Without a whole header, the stream has no valid description.
     EXPECT_EQ(run({"update", "--rejects", rejects}, cut).status, cut.find("\n}") == std::string::npos ? 1 : 2) << size;
     if (support::file_exists(rejects)) ::unlink(rejects.c_str());
     ASSERT_TRUE(state_of(catalog_) == before) << size;
@@ -210,7 +210,7 @@ TEST_F(WrongInput, ACutExportIsSaidToBe) {
   }
 }
 
-// A malformed object in the midst of an export is no cut: an update takes the others.
+// A malformed object within an export does not mean truncation: an update accepts the others.
 TEST_F(WrongInput, AnUpdateTakesAnExportWithAMalformedObject) {
   const std::string stream = export_header("9", "3") + rd("http://localhost/a", {{"title", "A"}}) +
                              "@DOCUMENT { http://localhost/b\ntitle{3}:Two\n}\n" +
