@@ -75,7 +75,8 @@ class Catalog {
   /// that contradicts the index is a Failure.
   using Predicate = std::function<bool(uint32_t number)>;
   void each_to_copy(const Visitor &visit, const Predicate &skip = {}) const;
-  /// check_copied throws the Failure that each_to_copy throws for a record, which a copy has under `key`.
+  /// check_copied throws the Failure that each_to_copy throws for a record, which a copy has under `key`. `skip` must
+  /// not be empty.
   void check_copied(std::string_view key, std::string_view record, const Predicate &skip) const;
 
   /// skip_damaged reads the whole catalog. From then on, no procedure returns or visits a damaged record. `report`

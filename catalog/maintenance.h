@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 /// Maintenance of a catalog: erasing expired descriptions, writing the index, finding descriptions without
-/// classification. Each procedure throws a Failure at the first damaged record.
+/// classification. Each procedure that reads records throws a Failure at the first damaged one.
 #ifndef CATALOG_MAINTENANCE_H
 #define CATALOG_MAINTENANCE_H
 

@@ -16,8 +16,8 @@ namespace rdm::minidba {
 /// Input is an open file or standard input.
 class Input {
  public:
-  /// Input opens a file; "-" is standard input. If it is a terminal, it writes a note to standard error unless that
-  /// shall be quiet. The console must outlive it. Throws a SystemFailure if the file cannot be opened.
+  /// Input opens a file; "-" is standard input. If it is a terminal, it writes a note to standard error unless the
+  /// options say quiet. The console must outlive it. Throws a SystemFailure if the file cannot be opened.
   Input(const std::string &name, const Options &options, const Console &console);
 
   /// descriptor returns the descriptor, which belongs to this object or to the console.

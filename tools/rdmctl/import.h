@@ -11,7 +11,7 @@ namespace rdm::rdmctl {
 
 /// import passes each file to the import entry of the service and prints the text of the answer. It works in a child
 /// process (supervise). Returns exit_done only if every file had descriptions and all were accepted. Throws a Failure
-/// if nothing was imported.
+/// before the first import if the catalog or a file cannot be used; later failures are messages on `errors`.
 int import(const Options &options, std::ostream &out, std::ostream &errors);
 
 }  // namespace rdm::rdmctl
