@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Whole requests while memory fails: for every request, each of its allocations fails once.
+/// Requests while memory fails: each allocation of each request fails once.
 
 #include <cstdlib>
 #include <cstring>
@@ -13,11 +13,11 @@ namespace {
 using faults::Answer;
 using faults::Request;
 
-/// Far more than any of the requests allocates.
+/// Far more than any request allocates.
 constexpr long allocation_limit = 20000;
 
 long live_blocks = 0;
-long countdown = 0;  // allocations until the failing one; 0 and below: none
+long countdown = 0;  // allocations until the failing one; 0 or less: none
 
 void *count_block(void *block) {
   if (block != nullptr) ++live_blocks;
@@ -53,7 +53,7 @@ qxapi_host failing_host() {
 
 class AllocationFaults : public ::testing::TestWithParam<Request> {
  protected:
-  /// failed_at answers the request while its nth allocation fails. False when it needs fewer.
+  /// failed_at answers the request while its nth allocation fails. Returns false if it makes fewer.
   bool failed_at(long n, Answer &answer) {
     bool reached = false;
     answer = service_.answer(

@@ -2,6 +2,7 @@
 #include <fcntl.h>
 
 #include <cerrno>
+#include <iterator>
 #include <set>
 #include <string>
 
@@ -15,7 +16,7 @@ namespace {
 
 constexpr uint32_t records = 20;
 
-/// A record longer than a page, so that reading it takes a block of its own.
+/// record_of returns a record; the last is longer than a page, so that reading it allocates a block.
 std::string record_of(uint32_t number) {
   std::string record(number == records ? 20000 : 100, static_cast<char>('a' + number));
   return record;
@@ -37,7 +38,7 @@ std::string catalog_bytes() {
   return support::read_file(catalog.path());
 }
 
-/// Catalog is a copy of a catalog that was made once for all scenarios.
+/// Catalog is a copy of one catalog made for all scenarios.
 struct Catalog {
   support::TemporaryDirectory directory;
   std::string path;
@@ -49,7 +50,7 @@ struct Catalog {
   DatabasePtr open(const char *mode) const { return DatabasePtr(dba_open(path.c_str(), mode)); }
 };
 
-/// read returns the result of dba_get, and -2 for a record that is not the right one.
+/// read returns the result of dba_get, or -2 if the record is wrong.
 int read(DB *database, uint32_t number) {
   std::string key = key_of(number);
   const DBT name = item_of(key);
@@ -73,116 +74,102 @@ Verdict open_with(Memory &memory, Open open) {
   return judge(database && read(database.get(), 1) == 0, !database && reason == ENOMEM);
 }
 
-Verdict open(Memory &memory) {
-  return open_with(memory, [](const char *path) { return dba_open(path, "r"); });
-}
-
-Verdict open_library(Memory &memory) {
-  return open_with(memory, [](const char *path) { return QX_dbopen(path, O_RDONLY, 0, DB_HASH, nullptr); });
-}
-
-Verdict close(Memory &memory) {
-  const Catalog catalog;
-  DatabasePtr database = catalog.open("r");
-  read(database.get(), records);
-  return judge(memory.failing([&] { return dba_close(database.release()); }) == 0, false);
-}
-
-/// A record that could not be read can be read the next time.
-Verdict get(Memory &memory) {
-  const Catalog catalog;
-  const DatabasePtr database = catalog.open("r");
-  for (const uint32_t number : {1u, records}) {
-    errno = 0;
-    const int result = memory.failing([&] { return read(database.get(), number); });
-    const int reason = errno;
-    if (result == -1 && reason == ENOMEM && read(database.get(), number) == 0) return Verdict::refused;
-    if (result != 0) return Verdict::wrong;
-  }
-  return Verdict::right;
-}
-
-/// Each record comes once; records are missing only where the walk has said -1.
-Verdict walk(Memory &memory) {
-  const Catalog catalog;
-  const DatabasePtr database = catalog.open("r");
-  std::set<std::string> found;
-  bool has_failed = false, is_sound = true;
-  DBT key{}, value{};
-  const auto step = [&](int (*next)(DB *, DBT *, DBT *)) {
-    errno = 0;
-    const int result = memory.failing([&] { return next(database.get(), &key, &value); });
-    if (result == 0) {
-      const auto number = static_cast<uint32_t>(std::stoul(text_of(key), nullptr, 16));
-      is_sound = is_sound && text_of(value) == record_of(number) && found.insert(text_of(key)).second;
-    }
-    if (result == -1) {
-      has_failed = true;
-      is_sound = is_sound && errno == ENOMEM;
-    }
-    return result;
-  };
-  for (int result = step(dba_first); result != 1;) result = step(dba_next);
-  return judge(is_sound && found.size() == records, is_sound && has_failed);
-}
-
 template <int (*put)(DB *, DBT *, const DBT *)>
-Verdict store(Memory &memory) {
+bool store(Memory &memory) {
   const Catalog catalog;
   const DatabasePtr database = catalog.open("w");
-  return judge(
-      memory.failing([&] { return write(database.get(), put, record_of(1)); }) == 0 && read(database.get(), 1) == 0,
-      false);
+  return memory.failing([&] { return write(database.get(), put, record_of(1)); }) == 0 && read(database.get(), 1) == 0;
 }
 
-/// A handle for reading refuses what changes the file, before it takes memory.
-Verdict erase(Memory &memory) {
-  const Catalog catalog;
-  std::string key = key_of(1);
-  const DBT name = item_of(key);
-  const DatabasePtr database = catalog.open("w"), readable = catalog.open("r");
-  return judge(memory.failing([&] {
-    return dba_del(database.get(), &name) == 0 && read(database.get(), 1) == 1 && dba_del(readable.get(), &name) == -1;
-  }),
-               false);
-}
-
-Verdict lock(Memory &memory) {
-  const Catalog catalog;
-  return judge(memory.failing([&] {
-    dbSetOrClearDBLock(0);
-    const bool is_refused = !catalog.open("r");
-    dbSetOrClearDBLock(1);
-    return is_refused;
-  }),
-               false);
-}
-
-Verdict panic(Memory &memory) {
-  const Catalog catalog;
-  const DatabasePtr database = catalog.open("r");
-  return judge(memory.failing([&] {
-    __dbpanic(database.get());
-    return read(database.get(), 1);
-  }) == -1,
-               false);
-}
+constexpr Operation operations[] = {
+    {"dba_open", Need::reported,
+     [](Memory &memory) { return open_with(memory, [](const char *path) { return dba_open(path, "r"); }); }},
+    {"dba_close",
+     [](Memory &memory) {
+       const Catalog catalog;
+       DatabasePtr database = catalog.open("r");
+       read(database.get(), records);
+       return memory.failing([&] { return dba_close(database.release()); }) == 0;
+     }},
+    // A record that could not be read can be read the next time.
+    {"dba_get", Need::reported,
+     [](Memory &memory) {
+       const Catalog catalog;
+       const DatabasePtr database = catalog.open("r");
+       for (const uint32_t number : {1u, records}) {
+         errno = 0;
+         const int result = memory.failing([&] { return read(database.get(), number); });
+         const int reason = errno;
+         if (result == -1 && reason == ENOMEM && read(database.get(), number) == 0) return Verdict::refused;
+         if (result != 0) return Verdict::wrong;
+       }
+       return Verdict::right;
+     }},
+    {"dba_put", store<dba_put>},
+    {"dba_replace", store<dba_replace>},
+    // A handle opened for reading refuses the change before it allocates.
+    {"dba_del",
+     [](Memory &memory) {
+       const Catalog catalog;
+       std::string key = key_of(1);
+       const DBT name = item_of(key);
+       const DatabasePtr database = catalog.open("w"), readable = catalog.open("r");
+       return memory.failing([&] {
+         return dba_del(database.get(), &name) == 0 && read(database.get(), 1) == 1 &&
+                dba_del(readable.get(), &name) == -1;
+       });
+     }},
+    // Each record is visited once; records are missing only if a step returned -1.
+    {"dba_first dba_next", Need::reported,
+     [](Memory &memory) {
+       const Catalog catalog;
+       const DatabasePtr database = catalog.open("r");
+       std::set<std::string> found;
+       bool has_failed = false, is_sound = true;
+       DBT key{}, value{};
+       const auto step = [&](int (*next)(DB *, DBT *, DBT *)) {
+         errno = 0;
+         const int result = memory.failing([&] { return next(database.get(), &key, &value); });
+         if (result == 0) {
+           const auto number = static_cast<uint32_t>(std::stoul(text_of(key), nullptr, 16));
+           is_sound = is_sound && text_of(value) == record_of(number) && found.insert(text_of(key)).second;
+         }
+         if (result == -1) {
+           has_failed = true;
+           is_sound = is_sound && errno == ENOMEM;
+         }
+         return result;
+       };
+       for (int result = step(dba_first); result != 1;) result = step(dba_next);
+       return judge(is_sound && found.size() == records, is_sound && has_failed);
+     }},
+    {"QX_dbopen", Need::reported,
+     [](Memory &memory) {
+       return open_with(memory, [](const char *path) { return QX_dbopen(path, O_RDONLY, 0, DB_HASH, nullptr); });
+     }},
+    {"dbSetOrClearDBLock",
+     [](Memory &memory) {
+       const Catalog catalog;
+       return memory.failing([&] {
+         dbSetOrClearDBLock(0);
+         const bool is_refused = !catalog.open("r");
+         dbSetOrClearDBLock(1);
+         return is_refused;
+       });
+     }},
+    {"__dbpanic",
+     [](Memory &memory) {
+       const Catalog catalog;
+       const DatabasePtr database = catalog.open("r");
+       return memory.failing([&] {
+         __dbpanic(database.get());
+         return read(database.get(), 1);
+       }) == -1;
+     }},
+};
 
 }  // namespace
 
-std::vector<Operation> dba_operations() {
-  return {
-      {"dba_open", Need::reported, open},
-      {"dba_close", Need::none, close},
-      {"dba_get", Need::reported, get},
-      {"dba_put", Need::none, store<dba_put>},
-      {"dba_replace", Need::none, store<dba_replace>},
-      {"dba_del", Need::none, erase},
-      {"dba_first dba_next", Need::reported, walk},
-      {"QX_dbopen", Need::reported, open_library},
-      {"dbSetOrClearDBLock", Need::none, lock},
-      {"__dbpanic", Need::none, panic},
-  };
-}
+std::vector<Operation> dba_operations() { return {std::begin(operations), std::end(operations)}; }
 
 }  // namespace rdm::faults

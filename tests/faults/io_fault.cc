@@ -51,7 +51,7 @@ bool is_complete() {
   return extent != nullptr && std::strcmp(extent, "all") == 0;
 }
 
-/// chosen returns which of so many calls are to fail: all, or one, another one for each turn.
+/// chosen returns the numbers of the calls that are to fail: all, or one that differs from turn to turn.
 std::vector<long> chosen(long calls, long turn) {
   std::vector<long> chosen;
   for (long n = 1; n <= calls; ++n)

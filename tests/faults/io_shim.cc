@@ -1,14 +1,13 @@
 // SPDX-License-Identifier: MIT
-/// A library that is preloaded into a program and makes one of its file operations fail.
+/// A library for LD_PRELOAD that makes one file operation of a program fail.
 ///
-/// IO_FAULT is "PROGRAM CLASS N ERRNO": in the program of this name, the Nth call of a class fails with an error; with
-/// the error 0 it does its work on a single byte. IO_FAULT_HIT names a file that is made when that has happened. The
-/// class "count" has a line for each call written to that file, with its class, and none fail.
+/// IO_FAULT is "PROGRAM CLASS N ERRNO": in the program of this name, the Nth call of the class fails with ERRNO, or, if
+/// ERRNO is 0, transfers a single byte. When that happens, the class is appended to the file IO_FAULT_HIT. With the
+/// class "count" no call fails, and each call's class is appended to that file.
 ///
-/// What the C library calls inside itself cannot be replaced. Its streams therefore are opened here over functions that
-/// come by as well. What opens and reads them are classes of their own: regular files, which is all that the programs
-/// use streams for, are never interrupted. Only standard error is left alone: that is where a program says what has
-/// happened; and the files in which a coverage build counts its lines.
+/// Calls inside the C library cannot be intercepted. Therefore fopen and fdopen are replaced by streams over functions
+/// of this library; fopen and fread have classes of their own without EINTR, because programs use streams only for
+/// regular files, which are never interrupted. Standard error and the counter files of a coverage build never fail.
 
 #include <dirent.h>
 #include <dlfcn.h>
@@ -63,7 +62,7 @@ void note(const char *text) {
   syscall(SYS_close, fd);
 }
 
-/// strikes counts a call of a class and tells whether it is the one.
+/// strikes counts a call of a class and returns true if it is the one to fail.
 bool strikes(const char *kind) {
   Fault &f = fault();
   const int before = errno;
@@ -75,7 +74,8 @@ bool strikes(const char *kind) {
   return true;
 }
 
-/// is_counter says whether a name or a descriptor is that of a file of a coverage build, which has one open at a time.
+/// is_counter returns true for the name or the descriptor of a counter file of a coverage build, which has one open at
+/// a time.
 int counter_fd = -1;
 
 bool is_counter(const char *path) {
@@ -85,7 +85,7 @@ bool is_counter(const char *path) {
 
 bool is_counter(int fd) { return fd == counter_fd; }
 
-/// transfer runs a reading or writing call of `count` bytes.
+/// transfer makes a read or write call of `count` bytes.
 template <typename Call>
 ssize_t transfer(const char *kind, int fd, size_t count, Call call) {
   if (count == 0 || is_counter(fd) || !strikes(kind)) return call(count);
@@ -158,7 +158,7 @@ EXPORTED int openat(int directory, const char *path, int flags, ...) {
 
 EXPORTED int mkostemp64(char *path, int flags) { return strikes("open") ? -1 : REAL(mkostemp64)(path, flags); }
 
-/// The streams of the C++ library only have their files opened by the C library, and read and write them themselves.
+/// The C library only opens the files of C++ streams; libstdc++ reads and writes them itself.
 EXPORTED FILE *fopen64(const char *path, const char *mode) {
   if (strikes("fopen")) return nullptr;
   if (std::strcmp(mode, "re") != 0) return REAL(fopen64)(path, mode);
@@ -200,14 +200,14 @@ EXPORTED off64_t lseek64(int fd, off64_t offset, int whence) noexcept {
   return strikes("seek") ? -1 : REAL(lseek64)(fd, offset, whence);
 }
 
-/// Nothing here outlives the system, so that nobody need wait for the disk.
+/// The tests never crash the system, so fsync() need not wait for the disk.
 EXPORTED int fsync(int) { return strikes("sync") ? -1 : 0; }
 
 EXPORTED int ftruncate64(int fd, off64_t size) noexcept {
   return strikes("truncate") ? -1 : REAL(ftruncate64)(fd, size);
 }
 
-/// The descriptor is gone either way.
+/// The descriptor is closed even if close() fails.
 EXPORTED int close(int fd) { return close_file(fd); }
 
 EXPORTED int stat64(const char *path, struct stat64 *status) noexcept {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Whole requests while files fail: for every request, each of its file operations fails once, for each reason.
+/// Requests while files fail: each file operation of each request fails once with each errno.
 
 #include <cerrno>
 
@@ -15,9 +15,9 @@ using faults::Request;
 constexpr long operation_limit = 20000;
 constexpr long no_blocks = 0;
 
-/// Fault says which operation fails and how.
+/// Fault says which operation fails and with which errno.
 struct Fault {
-  long countdown = 0;  // operations until the failing one; 0 and below: none
+  long countdown = 0;  // operations until the failing one; 0 or less: none
   int error = EIO;
 } fault;
 
@@ -76,7 +76,7 @@ class IoFaults : public ::testing::TestWithParam<Request> {
  protected:
   ~IoFaults() override { fault = Fault{}; }
 
-  /// sweep fails every operation in turn and returns how many there were.
+  /// sweep fails every operation in turn and returns their number.
   long sweep(int error) {
     for (long n = 1; n <= operation_limit; ++n) {
       bool reached = false;
@@ -96,7 +96,7 @@ class IoFaults : public ::testing::TestWithParam<Request> {
     return operation_limit;
   }
 
-  /// What a request goes through is logged at length, so that the log fails, too.
+  /// A verbose log, so that its writing fails too.
   support::TemporaryDirectory logs_;
   faults::Service service_{failing_host(), no_blocks,
                            "debug-loglevel=\"9\" debug-logfile=\"" + logs_.path("debug") + "\""};

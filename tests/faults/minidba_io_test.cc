@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-/// minidba while files fail: for every verb, each of its file operations fails once, for each reason. What it says is
-/// true, and the catalog is the one before or the one after.
+/// minidba while files fail: each file operation of each verb fails with each errno. Its messages must be true, and the
+/// catalog must be the old one or the new one.
 ///
-/// Not every call is tried with every error unless RDM_IO_FAULTS is "all".
+/// Unless RDM_IO_FAULTS is "all", each errno is tried on one call of each class.
 
 #include <cerrno>
 #include <filesystem>
@@ -20,14 +20,14 @@ namespace {
 using faults::IoFault;
 using support::Finished;
 
-/// A verb with what it reads, on a catalog of forty descriptions, some of them in its index, or on none.
+/// A verb and its input, on a catalog of forty descriptions of which some are indexed, or without a catalog.
 struct Work {
   const char *name;
   std::vector<std::string> words;
   std::string input;
   bool has_catalog = true;
   int indexed = 40;
-  int status = 0;  // where nothing fails
+  int status = 0;  // if nothing fails
 };
 
 void PrintTo(const Work &work, std::ostream *out) { *out << work.name; }
@@ -43,7 +43,7 @@ std::string described(int from, int to, const std::string &title) {
   return stream;
 }
 
-/// A word that begins so names a file beside the catalog.
+/// Prefix of words that name a file beside the catalog.
 const std::string in_directory = "FOLDER";
 
 const std::vector<Work> &works() {
@@ -71,7 +71,7 @@ const std::vector<Work> &works() {
   return all;
 }
 
-/// call_on returns a call of minidba that does a verb on a catalog.
+/// call_on returns a call of minidba with these words on a catalog.
 faults::Call call_on(const CatalogFiles &catalog, const std::vector<std::string> &words, const std::string &input) {
   faults::Call call{"minidba", catalog.command({"-i", catalog.path(".idx")}), input};
   for (const std::string &word : words)
@@ -97,7 +97,7 @@ class MinidbaIo : public testing::TestWithParam<Work> {
 
   std::string kept(const std::string &suffix) const { return kept_.path("kept") + suffix; }
 
-  /// restore puts back the very files of the beginning: the URL map knows the database by its inode.
+  /// restore puts back hard links to the original files: the URL map identifies the database by its inode.
   void restore() const {
     for (const std::string &name : catalog_.files())
       if (name != "catalog.db.lock") std::filesystem::remove(catalog_.directory() + "/" + name);
@@ -107,7 +107,7 @@ class MinidbaIo : public testing::TestWithParam<Work> {
 
   faults::Call call() const { return call_on(catalog_, GetParam().words, GetParam().input); }
 
-  /// leftovers returns the names of files that no run is to leave.
+  /// leftovers returns the names of temporary files in the catalog's directory.
   std::vector<std::string> leftovers() const {
     std::vector<std::string> names;
     for (const std::string &name : catalog_.files())
@@ -115,7 +115,7 @@ class MinidbaIo : public testing::TestWithParam<Work> {
     return names;
   }
 
-  /// expect_sound has database and URL map checked. The index may be older, which is no fault.
+  /// expect_sound runs verify on database and URL map. An older index is not an error.
   void expect_sound() const {
     if (!support::file_exists(catalog_.path()) || is_same_file(catalog_.path(), kept(""))) return;
     const bool has_index = support::file_exists(catalog_.path(".idx"));
@@ -130,7 +130,7 @@ class MinidbaIo : public testing::TestWithParam<Work> {
     return std::filesystem::equivalent(a, b, ignored);
   }
 
-  /// expect_honest compares what was said with what was done.
+  /// expect_honest compares exit status and output with the state of the catalog.
   void expect_honest(const IoFault &fault, const Finished &finished) const {
     ASSERT_LT(finished.status, 128) << "ended by a signal";
     const CatalogState now = state_of(catalog_);
@@ -144,8 +144,7 @@ class MinidbaIo : public testing::TestWithParam<Work> {
     }
   }
 
-  /// expect_no_hindrance looks for what a run left. Only what could not be removed may be there, and the next run that
-  /// writes removes it.
+  /// expect_no_hindrance accepts leftovers only if unlink() failed, and expects the next writer to remove them.
   void expect_no_hindrance(const IoFault &fault) const {
     if (leftovers().empty()) return;
     EXPECT_EQ(fault.kind, "unlink") << testing::PrintToString(leftovers());
@@ -174,7 +173,7 @@ TEST_P(MinidbaIo, SaysWhatItDidAndLeavesTheOldCatalogOrTheNew) {
   RecordProperty("runs", std::to_string(faults.size()));
 }
 
-/// SmallCatalog is one of forty descriptions.
+/// SmallCatalog is a catalog of forty descriptions.
 class SmallCatalog {
  public:
   SmallCatalog() { catalog_.update(described(0, 40, "old")); }
@@ -187,8 +186,7 @@ class SmallCatalog {
   CatalogFiles catalog_;
 };
 
-/// with_each checks what a verb answers to each call of a class that fails, every time on a catalog that is new: on one
-/// that a verb has changed it may have less to do.
+/// with_each fails each call of a class during a verb, each time on a new catalog, and checks the result.
 template <typename Check>
 void with_each(const std::string &kind, const std::string &verb, const std::string &input, Check check) {
   const long calls = faults::count_calls(SmallCatalog().call({verb}, input))[kind];
@@ -200,14 +198,14 @@ void with_each(const std::string &kind, const std::string &verb, const std::stri
   }
 }
 
-// A file operation that a program does not meet would be tried in vain. The files that minidba opens are no streams.
+// A class that the program does not use would test nothing. minidba opens no streams.
 TEST(MinidbaIoFaults, MeetAnUpdateWithEveryKindOfFileOperation) {
   const auto calls = faults::count_calls(SmallCatalog().call({"update"}, described(2, 3, "new")));
   for (const std::string &kind : faults::io_kinds()) EXPECT_EQ(calls.count(kind), kind == "fopen" ? 0u : 1u) << kind;
 }
 
-// Where the look at an object met an error, the object was rejected as malformed, the others were taken in, and the
-// gatherer's delivery counted as done.
+// When peeking into an object failed, the object was rejected as malformed, the others were imported, and the
+// submission counted as done.
 TEST(MinidbaIoFaults, DoNotMakeMalformedWhatCannotBeRead) {
   for (const char *kind : {"seek", "read", "fread"})
     with_each(kind, "update", described(0, 3, "new"), [](const Finished &finished) {
@@ -216,7 +214,7 @@ TEST(MinidbaIoFaults, DoNotMakeMalformedWhatCannotBeRead) {
     });
 }
 
-// A URL map that the system kept from being read was called absent, and the catalog sound.
+// An unreadable URL map was treated as missing, and the catalog was called sound.
 TEST(MinidbaIoFaults, DoNotMakeSoundACatalogWhoseUrlMapCannotBeRead) {
   for (const char *kind : {"open", "read", "stat"})
     with_each(kind, "verify", "", [](const Finished &finished) {

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Single procedures while memory fails: for every procedure that a library exports, each of its allocations fails once
-/// alone and once with all that follow.
+/// Exported procedures while memory fails: for each, every allocation fails once alone and once with all later ones.
 
 #include <algorithm>
 #include <cstdio>
@@ -25,7 +24,7 @@ using faults::Need;
 using faults::Operation;
 using faults::Verdict;
 
-/// Far more than any of the operations allocates.
+/// Far more than any operation allocates.
 constexpr long allocation_limit = 20000;
 
 template <typename... Lists>
@@ -48,7 +47,7 @@ const std::vector<Library> &libraries() {
 
 using Names = std::set<std::string>;
 
-/// exports returns the procedures that a library exports, as the binary has them.
+/// exports returns the procedures that the binary of a library exports.
 Names exports(const Library &library) {
   const std::string command = NM " -D --defined-only " + support::in_build("lib/") + library.file;
   // NOLINTNEXTLINE(cert-env33-c): the command is the build's own tool
@@ -91,13 +90,13 @@ std::vector<Case> cases() {
 }
 
 std::string name_of(const ::testing::TestParamInfo<Case> &info) {
-  const std::string &names = info.param.operation.names;
+  const std::string names = info.param.operation.names;
   return names.substr(0, names.find(' ')) + "_" + std::to_string(info.index);
 }
 
 class OperationFaults : public ::testing::TestWithParam<Case> {
  protected:
-  /// run returns whether an allocation was refused.
+  /// run runs the operation and returns true if an allocation failed.
   bool run(long n, bool for_good) {
     Memory memory(GetParam().host, n, for_good);
     const Verdict verdict = GetParam().operation.run(memory);

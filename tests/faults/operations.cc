@@ -12,7 +12,7 @@ struct State {
   bool for_good = false;
   bool armed = false;
   long asked = 0;    // allocations while armed
-  long refused = 0;  // and how many were refused
+  long refused = 0;  // how many of them failed
   long live = 0;
   qxapi_host base{};
   std::vector<host_crit *> sections;
@@ -31,7 +31,7 @@ void *count_block(void *block) {
   return block;
 }
 
-// An empty block is a byte, as the POSIX host has it.
+// The POSIX host allocates a byte for an empty block.
 size_t at_least_one(size_t n) { return n != 0 ? n : 1; }
 
 void *allocate(size_t n) { return refuse() ? nullptr : count_block(std::malloc(at_least_one(n))); }

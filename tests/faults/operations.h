@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-/// Every procedure that the libraries export, each to be repeated while one of its allocations after the other fails.
+/// Scenarios for every procedure that the libraries export. Each runs once for each of its allocations, which then
+/// fails.
 #ifndef TESTS_FAULTS_OPERATIONS_H
 #define TESTS_FAULTS_OPERATIONS_H
 
@@ -11,29 +12,28 @@
 
 namespace rdm::faults {
 
-/// Memory is a host whose allocations are counted and, while an operation is under test, refused.
+/// Memory binds a host whose allocations are counted and, during the operation under test, fail on request.
 class Memory {
  public:
-  /// Binds the table `base` with an allocator of its own. Refuses the nth allocation, and with `for_good` every later
-  /// one too; none for 0.
+  /// Binds `base` with an allocator of its own. The nth allocation fails (0: none); if `for_good`, every later one too.
   Memory(const qxapi_host &base, long n, bool for_good);
   Memory(const Memory &) = delete;
   Memory &operator=(const Memory &) = delete;
   ~Memory();
 
-  /// failing runs the operation under test and returns its result. Only what happens here counts.
+  /// failing runs the operation under test and returns its result. Allocations count only here.
   template <typename F>
   auto failing(F operation) {
     const Armed armed;
     return operation();
   }
 
-  /// refused tells whether an allocation has been refused so far.
+  /// refused returns true if an allocation has failed so far.
   bool refused() const;
-  /// lost_blocks returns how many blocks were allocated and not released. Critical sections, which live as long as the
-  /// process, are not among them.
+  /// lost_blocks returns the number of blocks that were allocated and not released. Critical sections, which live as
+  /// long as the process, do not count.
   long lost_blocks() const;
-  /// keep says that what is allocated so far stays, like the environment of child commands.
+  /// keep accepts that the blocks allocated so far stay, such as the environment of child commands.
   void keep();
 
  private:
@@ -45,21 +45,21 @@ class Memory {
   };
 };
 
-/// Verdict is what a scenario finds out about the result of its operation.
+/// Verdict is a scenario's judgement of its operation.
 enum class Verdict {
   right,       // the result of a run without failures
-  refused,     // the failure that the operation's header describes, with everything else as it was
-  incomplete,  // a part is missing, and the operation has no result that could say so
+  refused,     // the failure that the header describes, without side effects
+  incomplete,  // a part is missing, and no result of the operation says so
   wrong        // none of these
 };
 
-/// judge returns `right` or, where it is not, `refused`.
+/// judge returns `right` if `is_right`, otherwise `refused` if `is_refused`, otherwise `wrong`.
 inline Verdict judge(bool is_right, bool is_refused) {
   if (is_right) return Verdict::right;
   return is_refused ? Verdict::refused : Verdict::wrong;
 }
 
-/// lacks_a_part tells whether a text is another one with pieces left out: what is there is in the same order in it.
+/// lacks_a_part returns true if `text` is `whole` with parts left out: a proper subsequence.
 inline bool lacks_a_part(const std::string &text, const std::string &whole) {
   size_t at = 0;
   for (const char c : whole)
@@ -67,28 +67,38 @@ inline bool lacks_a_part(const std::string &text, const std::string &whole) {
   return at == text.size() && text.size() < whole.size();
 }
 
-/// What an operation does about memory.
+/// How an operation uses memory.
 enum class Need {
-  none,       // it takes none
-  reported,   // it is right, or says that it failed
-  unreported  // it may also leave a part out: hosts count refusals and send nothing in whose course there were any
+  none,       // it allocates nothing
+  reported,   // if an allocation fails, the operation reports it
+  unreported  // if an allocation fails, a part may be missing unreported; the host counts the failure and does not send
+              // the answer
 };
 
-/// Operation is a procedure, or a few that one scenario covers, by their names with blanks between them.
+/// Operation is an exported procedure, or several in one scenario (names separated by blanks).
 struct Operation {
-  std::string names;
+  /// Makes an operation that allocates nothing; its scenario returns true if the result is right.
+  constexpr Operation(const char *operation_names, bool (*scenario)(Memory &))
+      : names(operation_names), need(Need::none), is_right(scenario) {}
+  constexpr Operation(const char *operation_names, Need use, Verdict (*scenario)(Memory &))
+      : names(operation_names), need(use), judged(scenario) {}
+
+  Verdict run(Memory &memory) const { return judged != nullptr ? judged(memory) : judge(is_right(memory), false); }
+
+  const char *names;
   Need need;
-  Verdict (*run)(Memory &memory);
+  bool (*is_right)(Memory &memory) = nullptr;
+  Verdict (*judged)(Memory &memory) = nullptr;
 };
 
-/// Library is a shared library, with scenarios for all it exports and the host that they run in.
+/// Library is a shared library, with scenarios for all its exports and the host to run them in.
 struct Library {
   std::string file;
   qxapi_host host;
   std::vector<Operation> operations;
 };
 
-/// PrintTo shows an operation by its names in the reports of GoogleTest.
+/// PrintTo prints an operation as its names, for GoogleTest.
 inline void PrintTo(const Operation &operation, std::ostream *out) { *out << operation.names; }
 
 std::vector<Operation> qxapi_operations();

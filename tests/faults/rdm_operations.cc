@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <string>
 #include <utility>
 #include <vector>
@@ -51,7 +52,7 @@ std::string header_text(const std::string &type) {
 const std::string query_text = soif("RDMQUERY", "-", {{"scope", "all"}, {"view-attributes", "title"}});
 const std::string request_text = header_text("rd-request") + "\n" + query_text;
 
-/// Files are a small catalog and what a service with it needs, made once for all scenarios, which only read them.
+/// Files holds a small catalog and the configuration of a service, shared by all scenarios, which only read them.
 struct Files {
   support::TemporaryDirectory directory;
   support::Catalog catalog{directory};
@@ -75,7 +76,7 @@ const Files &files() {
   return all;
 }
 
-/// Service is a configured service and one request to it.
+/// Service is a configured service with one request.
 struct Service {
   support::Exchange x{"POST", "/rdm/rd-request", request_text};
   RdmHeaderPtr header = make_rdmhdr(RDM_RD_REQUEST);
@@ -96,7 +97,7 @@ struct Service {
   ~Service() { csid_terminate(); }
 };
 
-/// Answer is all that a client or a caller sees of an operation.
+/// Answer holds everything that a client or caller sees of an operation.
 struct Answer {
   int result;
   std::string bytes;
@@ -105,24 +106,24 @@ struct Answer {
   bool operator==(const Answer &) const = default;
 };
 
-/// sent is the answer of an operation that sends it itself.
+/// sent returns the answer of an operation that sends it itself.
 Answer sent(int result, const Service &service) {
   return {result, support::host_record().sent, service.x.response("content-length")};
 }
 
-/// announces_itself tells whether an answer names its own length, or none.
+/// announces_itself returns true if an answer declares its own length, or none.
 bool announces_itself(const Answer &answer) {
   return answer.announced.empty() || answer.announced == std::to_string(answer.bytes.size());
 }
 
-/// is_incomplete tells whether an answer is the right one without some of its bytes or without its right length.
+/// is_incomplete returns true if an answer is the right one with bytes missing, or without its right length.
 bool is_incomplete(const Answer &answer, const Answer &right) {
   return (answer.bytes == right.bytes || lacks_a_part(answer.bytes, right.bytes)) &&
          (answer.announced == right.announced || announces_itself(answer));
 }
 
-/// is_refusal tells whether an answer says, whole, that there is none: a request or a file of which memory lacks a part
-/// looks as if it had come without it.
+/// is_refusal returns true if an answer is a complete error message: a request or a file that lost a part for lack of
+/// memory looks as if it had arrived without it.
 bool is_refusal(const Answer &answer) {
   const std::string &text = answer.bytes;
   const auto says = [&](const std::string &error) {
@@ -137,8 +138,8 @@ bool is_refusal(const Answer &answer) {
           says("Taxonomy is unavailable."));
 }
 
-/// compare runs an operation twice, with all its memory and without. An answer that is neither the right one nor none
-/// lacks a part or is a refusal: hosts do not send it.
+/// compare runs an operation with all its memory and again with failures. An answer that is neither right nor an abort
+/// must lack a part or be a refusal; hosts do not send it.
 template <typename Serve>
 Verdict compare(Memory &memory, Serve serve) {
   static const Answer right = [&] {
@@ -155,7 +156,7 @@ Verdict compare(Memory &memory, Serve serve) {
 
 // ---- Initialisation ----
 
-/// Start is what a service needs to start, and what is left of it when it ends.
+/// Start holds the configuration of a service, and ends the service.
 struct Start {
   support::TemporaryDirectory directory;
   support::Environment path{"PATH", "/usr/bin:/bin"};
@@ -191,7 +192,8 @@ struct Start {
            std::strncmp(directories, "/opt/bin:", 9) == 0;
   }
 
-  /// The sections of an operation end with its memory. A start that has none needs memory for them.
+  /// The critical sections were allocated by the operation's host and end with it; the next start must allocate new
+  /// ones.
   static void forget_sections() { rdm_log_crit = rdm_service_crit = nullptr; }
 
   static void end() {
@@ -204,7 +206,7 @@ struct Start {
   }
 };
 
-/// Texts of the environment stay where they are until the next start takes their place.
+/// The first start sets environment texts that stay allocated until the next start replaces them.
 template <typename Init>
 Verdict start_service(Memory &memory, Init init) {
   {
@@ -223,78 +225,12 @@ Verdict start_service(Memory &memory, Init init) {
   return Verdict::incomplete;
 }
 
-Verdict start_from_file(Memory &memory) {
-  return start_service(memory, [&](const Start &start) {
-    return memory.failing([&] { return rdm_init(start.block.get(), nullptr, nullptr); });
-  });
-}
-
-Verdict start_from_block(Memory &memory) {
-  return start_service(memory, [&](const Start &start) {
-    const PblockPtr config = start.parsed();
-    return memory.failing([&] { return rdm_init_real(config.get(), nullptr, nullptr); });
-  });
-}
-
 // ---- Requests ----
 
 template <int (*serve)(pblock *, Session *, Request *)>
 Verdict serve_request(Memory &memory) {
   rdm_service_crit = host_crit_create();
   return compare(memory, [](Service &service) { return sent(serve(nullptr, service.sn, service.rq), service); });
-}
-
-Verdict set_type(Memory &memory) {
-  return compare(memory, [](Service &service) {
-    const int result = rdm_type(nullptr, service.sn, service.rq);
-    return Answer{result, service.x.response("content-type"), ""};
-  });
-}
-
-Verdict write_log(Memory &memory) {
-  Service service;
-  rdm_log_crit = host_crit_create();
-  const support::TemporaryDirectory directory;
-  const std::string path = directory.path("log");
-  logfd = host_open_append(path.c_str());
-  host_param_add("rdm-log-message", "line\n", service.rq->vars);
-  memory.failing([&] {
-    rdm_log(nullptr, service.sn, service.rq);
-    rdm_log_terminate();
-  });
-  return judge(support::read_file(path) == "line\n" && logfd == -1, false);
-}
-
-Verdict add_to_log(Memory &memory) {
-  Service service;
-  const int result = memory.failing([&] { return rdm_log_add("message", "a", "b", service.sn, service.rq); });
-  const std::string line = service.x.var("rdm-log-message");
-  return judge(result == 0 && line.find("\"message\" a b\n") != std::string::npos, result == -1 && line.empty());
-}
-
-Verdict stop(Memory &memory) {
-  return compare(memory, [](Service &service) {
-    return sent(rdm_stop("No.", "function", HOST_DONE, service.sn, service.rq), service);
-  });
-}
-
-Verdict validate(Memory &memory) {
-  return judge(memory.failing([] {
-    return rdm_validate_uri("/rdm/rd-request", RDM_RD_REQUEST) == 1 && rdm_encode_gzip() == 0 && rdm_decode_gzip() == 0;
-  }),
-               false);
-}
-
-Verdict do_nothing(Memory &memory) {
-  memory.failing([] { run_rdmgr_request(); });
-  return Verdict::right;
-}
-
-Verdict send_header(Memory &memory) {
-  return compare(memory, [](Service &service) {
-    const int result = rdm_send_http_header(10, service.sn, service.rq);
-    return Answer{result, service.x.response("content-type"), service.x.response("content-length")};
-  });
 }
 
 template <uint32_t max_memory>
@@ -323,50 +259,6 @@ bool is_reset(const rdmhdr &header) {
          header.error_message == nullptr && header.error_code == 0;
 }
 
-Verdict create_header(Memory &memory) {
-  rdmhdr *made = nullptr;
-  memory.failing([&] { rdmhdr_create(&made); });
-  const RdmHeaderPtr header(made);
-  return judge(header && is_reset(*made) && made->version == nullptr, !header);
-}
-
-/// Nobody reads the version that a record may lack.
-Verdict reset_header(Memory &memory) {
-  const Service service;
-  memory.failing([&] { rdmhdr_reset(service.header.get()); });
-  if (!is_reset(*service.header)) return Verdict::wrong;
-  return equals(service.header->version, "1.0") ? Verdict::right : Verdict::incomplete;
-}
-
-Verdict destroy_header(Memory &memory) {
-  Service service;
-  memory.failing([&] { rdmhdr_destroy(service.header.release()); });
-  return Verdict::right;
-}
-
-Verdict print_header(Memory &memory) {
-  return compare(memory, [](Service &service) {
-    const int result = rdmhdr_print(service.header.get(), service.response.get());
-    return Answer{result, bytes_of(service.response.get()), ""};
-  });
-}
-
-/// A text that could not be copied is null, never another one.
-Verdict parse_header(Memory &memory) {
-  const Service service;
-  const CsioPtr text = make_csio();
-  const std::string bytes = header_text("rd-request");
-  csio_append(text.get(), bytes.data(), static_cast<int32_t>(bytes.size()));
-  const rdmhdr &header = *service.header;
-  const int result = memory.failing([&] { return rdmhdr_parse(text.get(), service.header.get()); });
-  if (result == 1) return judge(false, is_reset(header));
-  for (const auto &[value, expected] : {std::pair(header.csid, "c"), std::pair(header.query_language, "gatherer")})
-    if (value != nullptr && !equals(value, expected)) return Verdict::wrong;
-  if (result != 0 || header.type != RDM_RD_REQUEST) return Verdict::wrong;
-  return header.csid != nullptr && header.query_language != nullptr && header.version != nullptr ? Verdict::right
-                                                                                                 : Verdict::incomplete;
-}
-
 // ---- Handlers ----
 
 Answer answer_of(int32_t result, Service &service) {
@@ -382,154 +274,244 @@ Verdict handler(Memory &memory) {
   });
 }
 
-Verdict get_response(Memory &memory) {
-  return compare(memory, [](Service &service) {
-    int32_t gzip = 1, status = -1;
-    rdm_get_response(service.header.get(), service.body.get(), service.sn, service.rq, service.response.get(), &gzip,
-                     &status);
-    return answer_of(status, service);
-  });
-}
-
-Verdict refuse_query(Memory &memory) {
-  return compare(memory, [](Service &service) {
-    return answer_of(rds_qmgr_do_error(service.header.get(), service.body.get(), service.response.get()), service);
-  });
-}
-
-Verdict say_status(Memory &memory) {
-  return compare(memory, [](Service &service) {
-    const int32_t result = rds_status_ok("Text.", "Error.", service.header.get(), service.body.get(),
-                                         service.response.get(), service.sn, service.rq);
-    return answer_of(result, service);
-  });
-}
-
 // ---- Search ----
-
-Verdict load_index(Memory &memory) {
-  const Service service;
-  cs_dbindex index{};
-  const int result = memory.failing([&] { return cs_dbsearch_start("c", &index); });
-  const HostPtr<cs_dbentry> entries(index.entries);
-  return judge(result == 0 && index.count == descriptions && index.entries[4].key == 5,
-               result == 1 && index.entries == nullptr);
-}
-
-Verdict search_index(Memory &memory) {
-  cs_dbentry entries[] = {{1, 0, 1, 0, 0}, {2, 0, 2, 0, 0}, {3, 0, 3, 0, 0}};
-  const cs_dbindex index{entries, 3};
-  return judge(memory.failing([&] { return cs_dbsearch(&index, 2); }) == 1, false);
-}
-
-/// Where there is no memory to open the database it says "0 results.", as where there is no database.
-Verdict send_changes(Memory &memory) {
-  Service service;
-  cs_dbindex index{};
-  cs_dbsearch_start("c", &index);
-  const HostPtr<cs_dbentry> entries(index.entries);
-  int32_t count = 0;
-  uint32_t bytes = 0;
-  const int result =
-      memory.failing([&] { return send_since("c", &index, 0, nullptr, &count, &bytes, service.sn, service.rq); });
-  const std::string &text = support::host_record().sent;
-  std::string whole = soif("RDMHEADER", "-", {{"rdm-version", "1.0"}, {"rdm-type", "rd-response"}}) + "\n\n";
-  for (uint32_t number = 1; number <= descriptions; ++number) whole += record_of(number);
-  if (text == whole && result == 0 && count == descriptions && bytes == whole.size()) return Verdict::right;
-  // What was announced and cannot follow is a connection that breaks.
-  if (result == -1) return judge(false, text.size() < bytes || text.empty());
-  const bool is_known = lacks_a_part(text, whole) || (count == 0 && is_refusal({result, text, std::to_string(bytes)}));
-  return memory.refused() && is_known ? Verdict::incomplete : Verdict::wrong;
-}
-
-/// Every description that counts is printed whole, or the output has lost bytes.
-Verdict print_descriptions(Memory &memory) {
-  Service service;
-  cslist *made = nullptr;
-  cslist_create(&made);
-  const ListPtr keys(made);
-  for (const char *key : {"00000001", "00000002"}) cslist_append(made, key);
-  const int32_t count = memory.failing([&] { return rds_send_rd("c", made, nullptr, service.response.get()); });
-  const std::string text = bytes_of(service.response.get()), whole = record_of(1) + record_of(2);
-  if (count == 2 && text == whole) return Verdict::right;
-  return memory.refused() && (text == whole || lacks_a_part(text, whole)) ? Verdict::incomplete : Verdict::wrong;
-}
-
-Verdict log_search(Memory &memory) {
-  Service service;
-  memory.failing([&] { cs_dbsearch_log(5, 100, 0, service.sn, service.rq); });
-  const std::string line = service.x.var("rdm-log-message");
-  if (line.empty()) return Verdict::incomplete;
-  return judge(line.find("\"5 RDs Transfered\" - 100\n") != std::string::npos, false);
-}
 
 // ---- Import ----
 
-/// Deliveries run a command in place of minidba that notes its verbs and counts what it reads.
-Verdict import(Memory &memory) {
-  Service service;
-  const support::TemporaryDirectory directory;
-  const std::string calls = directory.path("calls");
-  const std::string script = directory.write("minidba", "#!/bin/sh\nfor verb; do :; done\necho $verb >> " + calls +
-                                                            "\nif [ $verb = update ]; then grep -c @FILE; fi\n");
-  ::chmod(script.c_str(), 0755);
-  const support::Environment path("PATH", (directory.path() + ":/usr/bin:/bin").c_str());
-  const std::string delivery = record_of(1) + record_of(2);
-  csio_reset(service.body.get());
-  csio_append(service.body.get(), delivery.data(), static_cast<int32_t>(delivery.size()));
-  service.header->type = RDM_RD_RESPONSE;
-  const int32_t result = memory.failing([&] {
-    return rds_rd_response(service.header.get(), service.body.get(), service.response.get(), service.sn, service.rq);
-  });
-  const std::string text = bytes_of(service.response.get());
-  const std::string verbs = support::file_exists(calls) ? support::read_file(calls) : "";
-  const bool says_accepted = text.find("Accepted 2 RDs from") != std::string::npos;
-  const bool is_whole = verbs == "update\nexpire\nindex\nunclassified\n";
-  if (result != 0 || (says_accepted && !is_whole)) return Verdict::wrong;
-  if (says_accepted && text.find("rdm-version") != std::string::npos) return Verdict::right;
-  if (text.find("Accepted 0") != std::string::npos) return Verdict::wrong;
-  return text.find("Failed to import RDs") != std::string::npos ? Verdict::refused : Verdict::incomplete;
-}
+constexpr Operation operations[] = {
+    {"rdm_init", Need::unreported,
+     [](Memory &memory) {
+       return start_service(memory, [&](const Start &start) {
+         return memory.failing([&] { return rdm_init(start.block.get(), nullptr, nullptr); });
+       });
+     }},
+    {"rdm_init_real", Need::unreported,
+     [](Memory &memory) {
+       return start_service(memory, [&](const Start &start) {
+         const PblockPtr config = start.parsed();
+         return memory.failing([&] { return rdm_init_real(config.get(), nullptr, nullptr); });
+       });
+     }},
+    {"rdm_service", Need::unreported, serve_request<rdm_service>},
+    {"_real_rdm_service", Need::unreported, serve_request<_real_rdm_service>},
+    {"rdm_type", Need::unreported,
+     [](Memory &memory) {
+       return compare(memory, [](Service &service) {
+         const int result = rdm_type(nullptr, service.sn, service.rq);
+         return Answer{result, service.x.response("content-type"), ""};
+       });
+     }},
+    {"rdm_log rdm_log_terminate",
+     [](Memory &memory) {
+       Service service;
+       rdm_log_crit = host_crit_create();
+       const support::TemporaryDirectory directory;
+       const std::string path = directory.path("log");
+       logfd = host_open_append(path.c_str());
+       host_param_add("rdm-log-message", "line\n", service.rq->vars);
+       memory.failing([&] {
+         rdm_log(nullptr, service.sn, service.rq);
+         rdm_log_terminate();
+       });
+       return support::read_file(path) == "line\n" && logfd == -1;
+     }},
+    {"rdm_log_add", Need::reported,
+     [](Memory &memory) {
+       Service service;
+       const int result = memory.failing([&] { return rdm_log_add("message", "a", "b", service.sn, service.rq); });
+       const std::string line = service.x.var("rdm-log-message");
+       return judge(result == 0 && line.find("\"message\" a b\n") != std::string::npos, result == -1 && line.empty());
+     }},
+    {"rdm_stop", Need::unreported,
+     [](Memory &memory) {
+       return compare(memory, [](Service &service) {
+         return sent(rdm_stop("No.", "function", HOST_DONE, service.sn, service.rq), service);
+       });
+     }},
+    {"rdm_validate_uri rdm_encode_gzip rdm_decode_gzip",
+     [](Memory &memory) {
+       return memory.failing([] {
+         return rdm_validate_uri("/rdm/rd-request", RDM_RD_REQUEST) == 1 && rdm_encode_gzip() == 0 &&
+                rdm_decode_gzip() == 0;
+       });
+     }},
+    {"run_rdmgr_request",
+     [](Memory &memory) {
+       memory.failing([] { run_rdmgr_request(); });
+       return true;
+     }},
+    {"rdm_send_http_header", Need::unreported,
+     [](Memory &memory) {
+       return compare(memory, [](Service &service) {
+         const int result = rdm_send_http_header(10, service.sn, service.rq);
+         return Answer{result, service.x.response("content-type"), service.x.response("content-length")};
+       });
+     }},
+    {"rdm_send_result", Need::none, send_result<0>},
+    {"rdm_send_result", Need::reported, send_result<4096>},
+    {"rdmhdr_create", Need::reported,
+     [](Memory &memory) {
+       rdmhdr *made = nullptr;
+       memory.failing([&] { rdmhdr_create(&made); });
+       const RdmHeaderPtr header(made);
+       return judge(header && is_reset(*made) && made->version == nullptr, !header);
+     }},
+    // The version may be missing; it is never read.
+    {"rdmhdr_reset", Need::unreported,
+     [](Memory &memory) {
+       const Service service;
+       memory.failing([&] { rdmhdr_reset(service.header.get()); });
+       if (!is_reset(*service.header)) return Verdict::wrong;
+       return equals(service.header->version, "1.0") ? Verdict::right : Verdict::incomplete;
+     }},
+    {"rdmhdr_destroy", Need::reported,
+     [](Memory &memory) {
+       Service service;
+       memory.failing([&] { rdmhdr_destroy(service.header.release()); });
+       return Verdict::right;
+     }},
+    {"rdmhdr_print", Need::unreported,
+     [](Memory &memory) {
+       return compare(memory, [](Service &service) {
+         const int result = rdmhdr_print(service.header.get(), service.response.get());
+         return Answer{result, bytes_of(service.response.get()), ""};
+       });
+     }},
+    // A text that could not be copied is null, never a different text.
+    {"rdmhdr_parse", Need::unreported,
+     [](Memory &memory) {
+       const Service service;
+       const CsioPtr text = make_csio();
+       const std::string bytes = header_text("rd-request");
+       csio_append(text.get(), bytes.data(), static_cast<int32_t>(bytes.size()));
+       const rdmhdr &header = *service.header;
+       const int result = memory.failing([&] { return rdmhdr_parse(text.get(), service.header.get()); });
+       if (result == 1) return judge(false, is_reset(header));
+       for (const auto &[value, expected] : {std::pair(header.csid, "c"), std::pair(header.query_language, "gatherer")})
+         if (value != nullptr && !equals(value, expected)) return Verdict::wrong;
+       if (result != 0 || header.type != RDM_RD_REQUEST) return Verdict::wrong;
+       return header.csid != nullptr && header.query_language != nullptr && header.version != nullptr
+                  ? Verdict::right
+                  : Verdict::incomplete;
+     }},
+    {"rdm_get_response", Need::unreported,
+     [](Memory &memory) {
+       return compare(memory, [](Service &service) {
+         int32_t gzip = 1, status = -1;
+         rdm_get_response(service.header.get(), service.body.get(), service.sn, service.rq, service.response.get(),
+                          &gzip, &status);
+         return answer_of(status, service);
+       });
+     }},
+    {"rdm_msg_handler_default", Need::unreported, handler<rdm_msg_handler_default>},
+    {"status_ok", Need::unreported, handler<status_ok>},
+    {"status_illegal", Need::unreported, handler<status_illegal>},
+    {"sd_request", Need::unreported, handler<sd_request>},
+    {"schema_request", Need::unreported, handler<schema_request>},
+    {"tax_request", Need::unreported, handler<tax_request>},
+    {"rds_rd_request", Need::unreported, handler<rds_rd_request>},
+    // The import runs a script instead of minidba that records its verbs and counts the records it reads.
+    {"rds_rd_response", Need::unreported,
+     [](Memory &memory) {
+       Service service;
+       const support::TemporaryDirectory directory;
+       const std::string calls = directory.path("calls");
+       const std::string script = directory.write("minidba", "#!/bin/sh\nfor verb; do :; done\necho $verb >> " + calls +
+                                                                 "\nif [ $verb = update ]; then grep -c @FILE; fi\n");
+       ::chmod(script.c_str(), 0755);
+       const support::Environment path("PATH", (directory.path() + ":/usr/bin:/bin").c_str());
+       const std::string delivery = record_of(1) + record_of(2);
+       csio_reset(service.body.get());
+       csio_append(service.body.get(), delivery.data(), static_cast<int32_t>(delivery.size()));
+       service.header->type = RDM_RD_RESPONSE;
+       const int32_t result = memory.failing([&] {
+         return rds_rd_response(service.header.get(), service.body.get(), service.response.get(), service.sn,
+                                service.rq);
+       });
+       const std::string text = bytes_of(service.response.get());
+       const std::string verbs = support::file_exists(calls) ? support::read_file(calls) : "";
+       const bool says_accepted = text.find("Accepted 2 RDs from") != std::string::npos;
+       const bool is_whole = verbs == "update\nexpire\nindex\nunclassified\n";
+       if (result != 0 || (says_accepted && !is_whole)) return Verdict::wrong;
+       if (says_accepted && text.find("rdm-version") != std::string::npos) return Verdict::right;
+       if (text.find("Accepted 0") != std::string::npos) return Verdict::wrong;
+       return text.find("Failed to import RDs") != std::string::npos ? Verdict::refused : Verdict::incomplete;
+     }},
+    {"cs_dbsearch_start", Need::reported,
+     [](Memory &memory) {
+       const Service service;
+       cs_dbindex index{};
+       const int result = memory.failing([&] { return cs_dbsearch_start("c", &index); });
+       const HostPtr<cs_dbentry> entries(index.entries);
+       return judge(result == 0 && index.count == descriptions && index.entries[4].key == 5,
+                    result == 1 && index.entries == nullptr);
+     }},
+    {"cs_dbsearch",
+     [](Memory &memory) {
+       cs_dbentry entries[] = {{1, 0, 1, 0, 0}, {2, 0, 2, 0, 0}, {3, 0, 3, 0, 0}};
+       const cs_dbindex index{entries, 3};
+       return memory.failing([&] { return cs_dbsearch(&index, 2); }) == 1;
+     }},
+    // If the database cannot be opened for lack of memory, the answer is "0 results.", as for a missing database.
+    {"send_since", Need::unreported,
+     [](Memory &memory) {
+       Service service;
+       cs_dbindex index{};
+       cs_dbsearch_start("c", &index);
+       const HostPtr<cs_dbentry> entries(index.entries);
+       int32_t count = 0;
+       uint32_t bytes = 0;
+       const int result =
+           memory.failing([&] { return send_since("c", &index, 0, nullptr, &count, &bytes, service.sn, service.rq); });
+       const std::string &text = support::host_record().sent;
+       std::string whole = soif("RDMHEADER", "-", {{"rdm-version", "1.0"}, {"rdm-type", "rd-response"}}) + "\n\n";
+       for (uint32_t number = 1; number <= descriptions; ++number) whole += record_of(number);
+       if (text == whole && result == 0 && count == descriptions && bytes == whole.size()) return Verdict::right;
+       // If the declared bytes cannot follow, the connection is broken off.
+       if (result == -1) return judge(false, text.size() < bytes || text.empty());
+       const bool is_known =
+           lacks_a_part(text, whole) || (count == 0 && is_refusal({result, text, std::to_string(bytes)}));
+       return memory.refused() && is_known ? Verdict::incomplete : Verdict::wrong;
+     }},
+    // Every counted description is printed completely, or the output lacks bytes.
+    {"rds_send_rd", Need::unreported,
+     [](Memory &memory) {
+       Service service;
+       cslist *made = nullptr;
+       cslist_create(&made);
+       const ListPtr keys(made);
+       for (const char *key : {"00000001", "00000002"}) cslist_append(made, key);
+       const int32_t count = memory.failing([&] { return rds_send_rd("c", made, nullptr, service.response.get()); });
+       const std::string text = bytes_of(service.response.get()), whole = record_of(1) + record_of(2);
+       if (count == 2 && text == whole) return Verdict::right;
+       return memory.refused() && (text == whole || lacks_a_part(text, whole)) ? Verdict::incomplete : Verdict::wrong;
+     }},
+    {"cs_dbsearch_log", Need::unreported,
+     [](Memory &memory) {
+       Service service;
+       memory.failing([&] { cs_dbsearch_log(5, 100, 0, service.sn, service.rq); });
+       const std::string line = service.x.var("rdm-log-message");
+       if (line.empty()) return Verdict::incomplete;
+       return judge(line.find("\"5 RDs Transfered\" - 100\n") != std::string::npos, false);
+     }},
+    {"rds_qmgr_do_error", Need::unreported,
+     [](Memory &memory) {
+       return compare(memory, [](Service &service) {
+         return answer_of(rds_qmgr_do_error(service.header.get(), service.body.get(), service.response.get()), service);
+       });
+     }},
+    {"rds_status_ok", Need::unreported,
+     [](Memory &memory) {
+       return compare(memory, [](Service &service) {
+         const int32_t result = rds_status_ok("Text.", "Error.", service.header.get(), service.body.get(),
+                                              service.response.get(), service.sn, service.rq);
+         return answer_of(result, service);
+       });
+     }},
+};
 
 }  // namespace
 
-std::vector<Operation> rdm_operations() {
-  return {
-      {"rdm_init", Need::unreported, start_from_file},
-      {"rdm_init_real", Need::unreported, start_from_block},
-      {"rdm_service", Need::unreported, serve_request<rdm_service>},
-      {"_real_rdm_service", Need::unreported, serve_request<_real_rdm_service>},
-      {"rdm_type", Need::unreported, set_type},
-      {"rdm_log rdm_log_terminate", Need::none, write_log},
-      {"rdm_log_add", Need::reported, add_to_log},
-      {"rdm_stop", Need::unreported, stop},
-      {"rdm_validate_uri rdm_encode_gzip rdm_decode_gzip", Need::none, validate},
-      {"run_rdmgr_request", Need::none, do_nothing},
-      {"rdm_send_http_header", Need::unreported, send_header},
-      {"rdm_send_result", Need::none, send_result<0>},
-      {"rdm_send_result", Need::reported, send_result<4096>},
-      {"rdmhdr_create", Need::reported, create_header},
-      {"rdmhdr_reset", Need::unreported, reset_header},
-      {"rdmhdr_destroy", Need::reported, destroy_header},
-      {"rdmhdr_print", Need::unreported, print_header},
-      {"rdmhdr_parse", Need::unreported, parse_header},
-      {"rdm_get_response", Need::unreported, get_response},
-      {"rdm_msg_handler_default", Need::unreported, handler<rdm_msg_handler_default>},
-      {"status_ok", Need::unreported, handler<status_ok>},
-      {"status_illegal", Need::unreported, handler<status_illegal>},
-      {"sd_request", Need::unreported, handler<sd_request>},
-      {"schema_request", Need::unreported, handler<schema_request>},
-      {"tax_request", Need::unreported, handler<tax_request>},
-      {"rds_rd_request", Need::unreported, handler<rds_rd_request>},
-      {"rds_rd_response", Need::unreported, import},
-      {"cs_dbsearch_start", Need::reported, load_index},
-      {"cs_dbsearch", Need::none, search_index},
-      {"send_since", Need::unreported, send_changes},
-      {"rds_send_rd", Need::unreported, print_descriptions},
-      {"cs_dbsearch_log", Need::unreported, log_search},
-      {"rds_qmgr_do_error", Need::unreported, refuse_query},
-      {"rds_status_ok", Need::unreported, say_status},
-  };
-}
+std::vector<Operation> rdm_operations() { return {std::begin(operations), std::end(operations)}; }
 
 }  // namespace rdm::faults

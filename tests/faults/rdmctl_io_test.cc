@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-/// rdmctl's import while its files fail: what it says is true, and no part of a delivery is imported as the whole.
+/// rdmctl import while files fail: its messages must be true, and a submission is imported completely or not at all.
 ///
-/// Not every call is tried with every error unless RDM_IO_FAULTS is "all".
+/// Unless RDM_IO_FAULTS is "all", each errno is tried on one call of each class.
 
 #include <algorithm>
 #include <filesystem>
@@ -21,7 +21,7 @@ namespace {
 using faults::IoFault;
 using support::Finished;
 
-/// More than a body keeps in memory.
+/// More than a request body keeps in memory.
 constexpr int descriptions = 60;
 
 std::string delivery() {
@@ -42,7 +42,7 @@ class RdmctlIo : public testing::Test {
     for (const char *suffix : {"", ".url", ".idx", ".lock"}) std::filesystem::remove(service_.database() + suffix);
   }
 
-  /// imported returns how many descriptions the catalog has.
+  /// imported returns the number of descriptions in the catalog.
   int imported() const {
     const DatabasePtr database(dba_open(service_.database().c_str(), "r"));
     DBT key{}, value{};
@@ -71,8 +71,8 @@ class RdmctlIo : public testing::Test {
     }
   }
 
-  /// expect_clean looks for what a run left. It may leave only what it could not list or remove, and the next run
-  /// removes that.
+  /// expect_clean accepts temporary files only if they could not be listed or removed, and expects the next run to
+  /// remove them.
   void expect_clean(const IoFault &fault) const {
     if (temporary_files().empty()) return;
     EXPECT_THAT(fault.kind, testing::AnyOf("unlink", "open", "directory")) << testing::PrintToString(temporary_files());

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Requests to a small service, to be repeated while its host fails in one thing after the other.
+/// Requests to a small service, to be repeated while the host fails at one point after another.
 #ifndef TESTS_FAULTS_REQUESTS_H
 #define TESTS_FAULTS_REQUESTS_H
 
@@ -19,41 +19,40 @@ namespace rdm::faults {
 struct Request {
   std::string name;
   std::string method, uri, query, body;
-  long file_operations = 0;  // at least so many are made for its answer
+  long file_operations = 0;  // at least this many file operations are made
 };
 
-/// PrintTo and name_of show a request by its name in the reports of GoogleTest and in the names of tests.
+/// PrintTo and name_of show a request by its name in reports and test names.
 void PrintTo(const Request &request, std::ostream *out);
 std::string name_of(const ::testing::TestParamInfo<Request> &info);
 
-/// requests returns one of each kind: answers from memory, from a file, from the catalog, and refusals. Only deliveries
-/// are not among them, for which the service starts other programs.
+/// requests returns one request of each kind: answers from memory, from a file, from the catalog, and refusals.
+/// Submissions are missing, because the service runs other programs for them.
 const std::vector<Request> &requests();
 
-/// Answer is what the host has of a request when the plug-in has returned.
+/// Answer is the host's result of a request.
 struct Answer {
   hosts::Outcome outcome;
   std::string body;
-  bool delimited;        // a client sees where the body ends; otherwise the connection breaks behind it
-  long blocks_lost = 0;  // allocated in its course and not released
+  bool delimited;        // the client can see where the body ends; otherwise the connection is broken off after it
+  long blocks_lost = 0;  // blocks allocated by the request and not released
 };
 
-/// Service is the plug-in in a host whose memory and files are those of a table, with a catalog large enough for its
-/// answers to be written to a file.
+/// Service is the plug-in in a host with the given memory and file functions, with a catalog large enough that answers
+/// are written to a file.
 class Service {
  public:
-  /// `host` serves memory and files. It must count the blocks that are alive in `live_blocks`. `logs` are more pairs of
-  /// the configuration.
+  /// `host` provides memory and files and must keep the number of live blocks in `live_blocks`. `logs` holds further
+  /// pairs of the configuration.
   Service(const qxapi_host &host, const long &live_blocks, const std::string &logs = "debug-loglevel=\"0\"");
   Service(const Service &) = delete;
   Service &operator=(const Service &) = delete;
   ~Service();
 
-  /// answer has the service answer a request; `arm` is called when the host has made it ready, `disarm` when the
-  /// plug-in has returned.
+  /// answer passes a request to the service. `arm` is called just before the plug-in, `disarm` just after it.
   Answer answer(const Request &request, const std::function<void()> &arm = {},
                 const std::function<void()> &disarm = {});
-  /// serve does the same from any thread, without counting blocks.
+  /// serve does the same without counting blocks; any thread may call it.
   Answer serve(const Request &request, const std::function<void()> &arm = {}, const std::function<void()> &disarm = {});
 
  private:
@@ -62,8 +61,8 @@ class Service {
   hosts::Plugin plugin_;
 };
 
-/// is_honest tells whether an answer under failure is the right one, one that says that something failed, or one that
-/// the host does not send as if it were whole.
+/// is_honest returns true if an answer under failure is the right one, an error message, or one that the host does not
+/// send as complete.
 bool is_honest(const Answer &answer, const Answer &right);
 
 }  // namespace rdm::faults
