@@ -123,27 +123,19 @@ TEST_F(ExchangeTest, QueuesNoMoreThanDeclared) {
   EXPECT_EQ(queued(exchange), "1234567890");
 }
 
-TEST_F(ExchangeTest, WithLessThanDeclaredHasNoVisibleEnd) {
-  Exchange exchange;
-  declare(exchange, "10");
-  exchange.start();
-  exchange.write("123");
-  EXPECT_FALSE(exchange.delimited());
-}
-
-TEST_F(ExchangeTest, WithoutADeclaredLengthHasNoVisibleEnd) {
-  Exchange exchange;
-  exchange.start();
-  EXPECT_FALSE(exchange.delimited());
-  EXPECT_TRUE(exchange.write("123"));
-  EXPECT_FALSE(exchange.delimited());
-}
-
-TEST_F(ExchangeTest, OfLengthZeroEndsWithItsHead) {
-  Exchange exchange;
-  declare(exchange, "0");
-  exchange.start();
-  EXPECT_TRUE(exchange.delimited());
+TEST_F(ExchangeTest, IsDelimitedIfItHasItsDeclaredLength) {
+  const struct {
+    const char *declared, *written;
+    bool is_delimited;
+  } cases[] = {
+      {"3", "123", true}, {"10", "123", false}, {nullptr, "123", false}, {"0", "", true}, {nullptr, "", false}};
+  for (const auto &row : cases) {
+    Exchange exchange;
+    if (row.declared != nullptr) declare(exchange, row.declared);
+    exchange.start();
+    EXPECT_TRUE(exchange.write(row.written));
+    EXPECT_EQ(exchange.delimited(), row.is_delimited) << row.written;
+  }
 }
 
 TEST_F(ExchangeTest, CountsButDoesNotQueueTheAnswerToHead) {

@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -15,10 +14,12 @@
 #include <string>
 #include <system_error>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "support/file_limit.h"
 #include "support/files.h"
 #include "support/refused_new.h"
 
@@ -55,6 +56,17 @@ std::string read_for(host_fd fd, std::size_t size) {
   return text;
 }
 
+/// Pipe is a pipe without a name.
+struct Pipe {
+  explicit Pipe(int flags = O_CLOEXEC) {
+    int ends[2] = {-1, -1};
+    EXPECT_EQ(::pipe2(ends, flags), 0);
+    reader = HostFileGuard(ends[0]);
+    writer = HostFileGuard(ends[1]);
+  }
+  HostFileGuard reader, writer;
+};
+
 class LogFiles : public ::testing::Test {
  protected:
   /// note returns a notice that adds up the dropped lines in reported_.
@@ -68,7 +80,18 @@ class LogFiles : public ::testing::Test {
     EXPECT_EQ(::mkfifo(path_.c_str(), 0600), 0);
     return path_;
   }
+  /// read_end opens the pipe for reading.
+  HostFileGuard read_end() const { return HostFileGuard(::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)); }
+  /// await_reports waits until more than `lines` dropped lines were reported.
+  void await_reports(std::size_t lines) const {
+    for (int i = 0; i < 1000 && reported_ <= lines; ++i) std::this_thread::sleep_for(10ms);
+  }
   std::string text() const { return support::read_file(path_); }
+  mode_t mode() const {
+    struct stat status {};
+    EXPECT_EQ(::stat(path_.c_str(), &status), 0);
+    return status.st_mode & 07777;
+  }
 
   support::TemporaryDirectory directory_;
   std::string path_ = directory_.path("log");
@@ -84,9 +107,9 @@ TEST_F(LogFiles, APipeThatNobodyReadsNeverHoldsItsWriter) {
   EXPECT_GE(taken * 100, LogFile::queue_limit);
   EXPECT_LT(taken, written);
   EXPECT_EQ(reported_, 1u);
-  const HostFileGuard reader(::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  const HostFileGuard reader = read_end();
   EXPECT_EQ(read_for(reader.get(), taken * 100), lines(0, taken));
-  for (int i = 0; i < 1000 && reported_ == 1; ++i) std::this_thread::sleep_for(10ms);
+  await_reports(1);
   EXPECT_EQ(reported_, written - taken);
   EXPECT_TRUE(log.write("again\n"));
   EXPECT_EQ(read_for(reader.get(), 6), "again\n");
@@ -95,42 +118,22 @@ TEST_F(LogFiles, APipeThatNobodyReadsNeverHoldsItsWriter) {
 TEST_F(LogFiles, LongLinesOfAPipeStayWholeAndInOrder) {
   LogFile log(pipe());
   for (std::size_t i = 0; i < 50; ++i) EXPECT_TRUE(log.write(line(i, 9000)));
-  const HostFileGuard reader(::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  const HostFileGuard reader = read_end();
   EXPECT_EQ(read_for(reader.get(), 450'000), lines(0, 50, 9000));
 }
 
 TEST_F(LogFiles, APipeKeepsItsLinesWhileItHasNoReader) {
   LogFile log(pipe());
-  { const HostFileGuard reader(::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)); }
+  read_end();
   EXPECT_TRUE(log.write("kept\n"));
-  const HostFileGuard reader(::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  const HostFileGuard reader = read_end();
   EXPECT_EQ(read_for(reader.get(), 5), "kept\n");
 }
-
-/// FileLimit sets RLIMIT_FSIZE for its lifetime, as if the disk were full after so many bytes.
-class FileLimit {
- public:
-  explicit FileLimit(rlim_t bytes) : handler_(::signal(SIGXFSZ, SIG_IGN)) {
-    ::getrlimit(RLIMIT_FSIZE, &before_);
-    const struct rlimit limit { bytes, before_.rlim_max };
-    ::setrlimit(RLIMIT_FSIZE, &limit);
-  }
-  FileLimit(const FileLimit &) = delete;
-  FileLimit &operator=(const FileLimit &) = delete;
-  ~FileLimit() {
-    ::setrlimit(RLIMIT_FSIZE, &before_);
-    ::signal(SIGXFSZ, handler_);
-  }
-
- private:
-  struct rlimit before_ {};
-  void (*handler_)(int);
-};
 
 TEST_F(LogFiles, AFullDiskDropsLinesTearsNoneAndIsReportedAfterwards) {
   LogFile log(path_, note());
   {
-    const FileLimit full(250);
+    const support::FileLimit full(250);
     EXPECT_TRUE(log.write(line(0)));
     EXPECT_TRUE(log.write(line(1)));
     EXPECT_TRUE(log.write(line(2)));  // half of it is written; the rest waits
@@ -165,12 +168,13 @@ TEST_F(LogFiles, APipeThatNobodyReadsIsToldOfWithoutAFurtherLine) {
   while (log.write(line(0), an_hour_ago)) continue;
   EXPECT_GE(reported_, 1u);
   EXPECT_FALSE(log.write(line(1), an_hour_ago));
-  for (int i = 0; i < 1000 && reported_ == 1; ++i) std::this_thread::sleep_for(10ms);
+  await_reports(1);
   EXPECT_EQ(reported_, 2u);
 }
 
 TEST_F(LogFiles, WhatStillWaitsAtTheEndIsCountedAsDropped) {
-  const HostFileGuard reader(::open(pipe().c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  pipe();
+  const HostFileGuard reader = read_end();
   {
     LogFile log(path_, note());
     for (std::size_t i = 0; i < 20'000; ++i) log.write(line(i));
@@ -182,7 +186,7 @@ TEST_F(LogFiles, ANoticeToTheLogItselfWaitsUntilItCanBeWritten) {
   // A notice of each dropped line would be a further line to drop.
   LogFile log(path_, note(), LogFile::NoticeTo::itself);
   {
-    const FileLimit full(0);
+    const support::FileLimit full(0);
     for (int i = 0; i < 3; ++i) EXPECT_FALSE(log.write("one\n"));
     EXPECT_EQ(reported_, 0u);
   }
@@ -192,12 +196,10 @@ TEST_F(LogFiles, ANoticeToTheLogItselfWaitsUntilItCanBeWritten) {
 
 TEST_F(LogFiles, ALogWhoseReaderHasGoneDropsWhatWaits) {
   ::signal(SIGPIPE, SIG_IGN);
-  int ends[2];
-  ASSERT_EQ(::pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
-  HostFileGuard reader(ends[0]);
-  LogFile log(HostFileGuard(ends[1]), note());
+  Pipe pipe(O_CLOEXEC | O_NONBLOCK);
+  LogFile log(std::move(pipe.writer), note());
   while (log.write(line(0, 4096))) continue;
-  reader = HostFileGuard();
+  pipe.reader = HostFileGuard();
   for (int i = 0; i < 1000 && log.write("x\n"); ++i) std::this_thread::sleep_for(10ms);
   EXPECT_FALSE(log.write("nobody hears this\n"));
 }
@@ -210,7 +212,7 @@ TEST_F(LogFiles, DroppedLinesThatCannotBeReportedAreCountedAgain) {
     return can_report;
   });
   {
-    const FileLimit full(0);
+    const support::FileLimit full(0);
     EXPECT_FALSE(log.write("one\n"));
   }
   log.write("two\n");
@@ -223,7 +225,7 @@ TEST_F(LogFiles, DroppedLinesThatCannotBeReportedAreCountedAgain) {
 TEST_F(LogFiles, ANoticeThatThrowsIsOneThatCannotReport) {
   LogFile log(path_, [](std::size_t) -> bool { throw std::bad_alloc(); });
   {
-    const FileLimit full(0);
+    const support::FileLimit full(0);
     EXPECT_FALSE(log.write("one\n"));
   }
   EXPECT_TRUE(log.write("two\n"));
@@ -236,7 +238,7 @@ TEST_F(LogFiles, ANoticeMayWriteToItsOwnLog) {
       LogFile::NoticeTo::itself);
   self = &log;
   {
-    const FileLimit full(0);
+    const support::FileLimit full(0);
     EXPECT_FALSE(log.write("one\n"));
   }
   EXPECT_TRUE(log.write("two\n"));
@@ -248,9 +250,9 @@ TEST_F(LogFiles, ALineThatThereIsNoMemoryForIsDropped) {
   std::size_t taken = 0;
   while (log.write(line(taken, 4096))) ++taken;
   ASSERT_EQ(taken, (65536 + LogFile::queue_limit) / 4096);
-  const HostFileGuard reader(::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  const HostFileGuard reader = read_end();
   EXPECT_EQ(read_for(reader.get(), taken * 4096), lines(0, taken, 4096));
-  for (int i = 0; i < 1000 && reported_ == 0; ++i) std::this_thread::sleep_for(10ms);
+  await_reports(0);
   for (std::size_t i = 0; i < 16; ++i) EXPECT_TRUE(log.write(line(i, 4096)));
   const support::RefusedNew place(4097, 4097);
   EXPECT_FALSE(log.write(line(16, 4096)));
@@ -266,7 +268,7 @@ TEST_F(LogFiles, AThreadThatCannotBeStartedIsTriedAgainWithTheNextLine) {
     EXPECT_TRUE(thread.done());
   }
   EXPECT_TRUE(log.write(line(17, 4096)));
-  const HostFileGuard reader(::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  const HostFileGuard reader = read_end();
   EXPECT_EQ(read_for(reader.get(), 18 * 4096), lines(0, 18, 4096));
 }
 
@@ -280,16 +282,14 @@ TEST_F(LogFiles, TheEndIsNotHeldUpByAPipeThatNobodyReads) {
 }
 
 TEST_F(LogFiles, TheEndWaitsForAReaderThatReads) {
-  int ends[2];
-  ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
-  const HostFileGuard reader(ends[0]);
+  Pipe pipe;
   std::string got;
   std::thread thread;
   {
-    LogFile log(hosts::open_stream(ends[1]));
-    ::close(ends[1]);
+    LogFile log(hosts::open_stream(pipe.writer.get()));
+    pipe.writer = HostFileGuard();
     for (std::size_t i = 0; i < 2000; ++i) EXPECT_TRUE(log.write(line(i)));
-    thread = std::thread([&] { got = read_for(reader.get(), 200'000); });
+    thread = std::thread([&] { got = read_for(pipe.reader.get(), 200'000); });
   }
   thread.join();
   EXPECT_EQ(got, lines(0, 2000));
@@ -297,23 +297,19 @@ TEST_F(LogFiles, TheEndWaitsForAReaderThatReads) {
 
 TEST_F(LogFiles, AStreamOfOthersStaysAsItIs) {
   // A shell loses output if its standard error suddenly becomes non-blocking.
-  int ends[2];
-  ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
-  const HostFileGuard reader(ends[0]), stream(ends[1]);
-  const int flags = ::fcntl(stream.get(), F_GETFL);
-  LogFile log(hosts::open_stream(stream.get()));
+  const Pipe pipe;
+  const int flags = ::fcntl(pipe.writer.get(), F_GETFL);
+  LogFile log(hosts::open_stream(pipe.writer.get()));
   EXPECT_TRUE(log.write("a line\n"));
-  EXPECT_EQ(::fcntl(stream.get(), F_GETFL), flags);
-  EXPECT_EQ(read_for(reader.get(), 7), "a line\n");
+  EXPECT_EQ(::fcntl(pipe.writer.get(), F_GETFL), flags);
+  EXPECT_EQ(read_for(pipe.reader.get(), 7), "a line\n");
 }
 
 TEST_F(LogFiles, AStreamThatBlocksIsWrittenToOnlyWhileItHasRoom) {
-  int ends[2];
-  ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
-  const HostFileGuard reader(ends[0]);
-  LogFile log{HostFileGuard(ends[1])};
+  Pipe pipe;
+  LogFile log(std::move(pipe.writer));
   for (std::size_t i = 0; i < 20; ++i) EXPECT_TRUE(log.write(line(i, 9000)));
-  EXPECT_EQ(read_for(reader.get(), 180'000), lines(0, 20, 9000));
+  EXPECT_EQ(read_for(pipe.reader.get(), 180'000), lines(0, 20, 9000));
 }
 
 TEST_F(LogFiles, ASocketThatNobodyReadsNeverHoldsItsWriter) {
@@ -358,9 +354,7 @@ TEST_F(LogFiles, ReopeningGoesOnInANewFileOfTheSameName) {
   file.write("four\n");
   EXPECT_EQ(support::read_file(directory_.path("log.1")), "one\ntwo\n");
   EXPECT_EQ(text(), "three\nfour\n");
-  struct stat status;
-  ASSERT_EQ(::stat(path_.c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode & 07777, 0640u) << "what was kept from others is open to all after a rotation";
+  EXPECT_EQ(mode(), 0640u) << "what was kept from others is open to all after a rotation";
 }
 
 TEST_F(LogFiles, AFileThatWasMadeForTheLogKeepsItsMode) {
@@ -371,9 +365,7 @@ TEST_F(LogFiles, AFileThatWasMadeForTheLogKeepsItsMode) {
   EXPECT_TRUE(file.reopen());
   file.write("a line\n");
   EXPECT_EQ(text(), "made by the rotation\na line\n");
-  struct stat status;
-  ASSERT_EQ(::stat(path_.c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode & 07777, 0600u);
+  EXPECT_EQ(mode(), 0600u);
 }
 
 TEST_F(LogFiles, AFileThatCannotBeReopenedGoesOnInTheOldOne) {
@@ -400,7 +392,7 @@ TEST_F(LogFiles, WhatWaitsForAPipeGoesToTheFileThatTakesItsPlace) {
 TEST_F(LogFiles, TheRestOfALineDoesNotBeginTheNextFile) {
   LogFile log(path_);
   {
-    const FileLimit full(50);
+    const support::FileLimit full(50);
     EXPECT_TRUE(log.write(line(0)));
   }
   ASSERT_EQ(::unlink(path_.c_str()), 0);

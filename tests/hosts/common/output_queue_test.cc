@@ -2,17 +2,15 @@
 #include "hosts/common/output_queue.h"
 
 #include <fcntl.h>
-#include <signal.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <filesystem>
-#include <optional>
 #include <string>
 
+#include "support/environment.h"
+#include "support/file_limit.h"
 #include "support/files.h"
 #include "support/memory_host.h"
 
@@ -51,50 +49,6 @@ struct stat status_of(const Piece &piece) {
   return status;
 }
 
-/// TemporaryVariable sets TMPDIR for its lifetime.
-class TemporaryVariable {
- public:
-  explicit TemporaryVariable(const std::string &value) {
-    if (const char *old = std::getenv("TMPDIR")) old_ = old;
-    ::setenv("TMPDIR", value.c_str(), 1);
-  }
-  ~TemporaryVariable() {
-    if (old_)
-      ::setenv("TMPDIR", old_->c_str(), 1);
-    else
-      ::unsetenv("TMPDIR");
-  }
-
- private:
-  std::optional<std::string> old_;
-};
-
-/// LargestFile sets RLIMIT_FSIZE for its lifetime.
-class LargestFile {
- public:
-  explicit LargestFile(rlim_t size) : old_handler_(::signal(SIGXFSZ, SIG_IGN)) {
-    ::getrlimit(RLIMIT_FSIZE, &old_);
-    const struct rlimit limit { size, old_.rlim_max };
-    ::setrlimit(RLIMIT_FSIZE, &limit);
-  }
-  LargestFile(const LargestFile &) = delete;
-  LargestFile &operator=(const LargestFile &) = delete;
-  ~LargestFile() {
-    ::setrlimit(RLIMIT_FSIZE, &old_);
-    ::signal(SIGXFSZ, old_handler_);
-  }
-
- private:
-  struct rlimit old_ {};
-  sighandler_t old_handler_;
-};
-
-TEST_F(Queue, IsEmptyAtFirst) {
-  OutputQueue queue;
-  EXPECT_EQ(queue.size(), 0);
-  EXPECT_TRUE(queue.pieces().empty());
-}
-
 TEST_F(Queue, CopiesBytesSoThatTheirSourceMayChange) {
   OutputQueue queue;
   std::string source = "answer";
@@ -113,12 +67,6 @@ TEST_F(Queue, JoinsBytesThatFollowEachOther) {
   EXPECT_EQ(queue.size(), 7);
 }
 
-TEST_F(Queue, AppendingNothingQueuesNothing) {
-  OutputQueue queue;
-  EXPECT_EQ(queue.append(""), 0u);
-  EXPECT_TRUE(queue.pieces().empty());
-}
-
 TEST_F(Queue, KeepsOneMebibyteInMemory) {
   OutputQueue queue;
   const std::string text = pattern(std::size_t{1} << 20);
@@ -130,7 +78,7 @@ TEST_F(Queue, KeepsOneMebibyteInMemory) {
 
 TEST_F(Queue, GoesOnInAnUnlinkedFilePastOneMebibyte) {
   const support::TemporaryDirectory directory;
-  const TemporaryVariable variable(directory.path());
+  const support::Environment variable("TMPDIR", directory.path().c_str());
   OutputQueue queue;
   const std::string text = pattern((std::size_t{1} << 20) + 1);
   EXPECT_EQ(queue.append(text), text.size());
@@ -162,12 +110,12 @@ TEST_F(Queue, KeepsTheOrderOfSmallWritesAfterTheFileWasBegun) {
 
 TEST_F(Queue, SaysHowMuchTheDiskTook) {
   const support::TemporaryDirectory directory;
-  const TemporaryVariable variable(directory.path());
+  const support::Environment variable("TMPDIR", directory.path().c_str());
   const std::string text = pattern(100'000);
   OutputQueue queue(4);
   std::size_t queued = 0;
   {
-    const LargestFile limit(30'000);
+    const support::FileLimit full(30'000);
     queued = queue.append(text);
     EXPECT_EQ(errno, EFBIG);
     EXPECT_EQ(queue.append("more"), 0u);
@@ -177,7 +125,7 @@ TEST_F(Queue, SaysHowMuchTheDiskTook) {
 }
 
 TEST_F(Queue, SaysHowMuchWasQueuedWhenNoFileCanBeMade) {
-  const TemporaryVariable variable("/nonexistent");
+  const support::Environment variable("TMPDIR", "/nonexistent");
   OutputQueue queue(4);
   errno = 0;
   EXPECT_EQ(queue.append("abcdef"), 4u);
@@ -216,12 +164,14 @@ TEST_F(Queue, KeepsTheOrderOfBytesAndFiles) {
   EXPECT_EQ(queue.size(), 14);
 }
 
-TEST_F(Queue, AFileOfNoLengthQueuesNothing) {
+TEST_F(Queue, NothingQueuesNothing) {
   const support::TemporaryDirectory directory;
   const HostFileGuard file(host_open_read(directory.write("file", "FILE").c_str()));
   OutputQueue queue;
+  EXPECT_EQ(queue.append(""), 0u);
   EXPECT_TRUE(queue.append_file(file.get(), 0, 0));
   EXPECT_TRUE(queue.pieces().empty());
+  EXPECT_EQ(queue.size(), 0);
 }
 
 TEST_F(Queue, ADescriptorThatCannotBeDuplicatedIsRefused) {

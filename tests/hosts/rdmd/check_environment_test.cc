@@ -51,7 +51,6 @@ TEST(CheckListen, RefusesWhatIsNoAddressOfThisMachine) {
   const std::string refused = "rdmd: error: cannot listen on ";
   EXPECT_EQ(listen("198.51.100.1:8380"), refused + "198.51.100.1:8380: Cannot assign requested address\n");
   EXPECT_EQ(listen("127.0.0.1"), refused + "127.0.0.1: HOST:PORT is required\n");
-  EXPECT_EQ(listen("127.0.0.1:65536"), refused + "127.0.0.1:65536: the port is a number from 0 to 65535\n");
   const std::string label = std::string(64, 'x') + ".test:8380";
   EXPECT_EQ(listen(label).find(refused + label + ": "), 0U) << listen(label);
   EXPECT_EQ(listen("partly.test:8380"),

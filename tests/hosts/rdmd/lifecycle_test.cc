@@ -12,9 +12,11 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <regex>
 #include <string>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "hosts/rdmd/server_fixture.h"
@@ -73,6 +75,19 @@ class HostLifecycle : public support::ServerTest {
     EXPECT_EQ(server.wait(), status);
     return server.errors();
   }
+  /// arguments returns those of a server with a free port and `more` of them.
+  std::vector<std::string> arguments(const std::vector<std::string> &more, const std::string &text = "") {
+    std::vector<std::string> all = {"--listen", "127.0.0.1:0", "--plugin", plugin(), "--config", config(text)};
+    all.insert(all.end(), more.begin(), more.end());
+    return all;
+  }
+  /// ask_for_large_answer makes a client that has begun to receive an answer and reads no further.
+  std::unique_ptr<HttpClient> ask_for_large_answer() const {
+    auto client = std::make_unique<HttpClient>(port_, false, 65536);
+    client->send(get("/rdm/big?12000000"));
+    EXPECT_TRUE(client->readable(support::patience));
+    return client;
+  }
   std::string config(const std::string &text = "") {
     return directory_.write("rdm.conf", "journal=\"" + directory_.path("journal") + "\"\n" + text);
   }
@@ -98,14 +113,12 @@ TEST_F(HostLifecycle, EndsOnTermAndOnInterruptWithItsExitsInOrder) {
 
 TEST_F(HostLifecycle, FinishesALargeAnswerBeforeItEnds) {
   start();
-  HttpClient client(port_, false, 65536);
-  client.send(get("/rdm/big?12000000"));
-  EXPECT_TRUE(client.readable(support::patience));
+  const auto client = ask_for_large_answer();
   server_->signal(SIGTERM);
   EXPECT_TRUE(server_->await_error("stopping"));
-  EXPECT_EQ(client.receive().body, pattern(12'000'000));
-  EXPECT_TRUE(client.ended());
-  client.finish_sending();
+  EXPECT_EQ(client->receive().body, pattern(12'000'000));
+  EXPECT_TRUE(client->ended());
+  client->finish_sending();
   EXPECT_EQ(server_->wait(), 0);
   EXPECT_NE(journal().find("exit third"), std::string::npos);
 }
@@ -155,7 +168,7 @@ TEST_F(HostLifecycle, AConnectionWithNothingButEmptyLinesIsIdle) {
   EXPECT_TRUE(half_a_line.ended());
 }
 
-TEST_F(HostLifecycle, AcceptsNobodyAfterTheSignal) {
+TEST_F(HostLifecycle, AcceptsNoClientAfterTheSignal) {
   start();
   HttpClient client(port_);
   client.send(get("/rdm/slow?600"));
@@ -170,20 +183,16 @@ TEST_F(HostLifecycle, AcceptsNobodyAfterTheSignal) {
 
 TEST_F(HostLifecycle, CutsOffWhatDoesNotEndInTime) {
   start({"--shutdown-timeout", "0.3"});
-  HttpClient client(port_, false, 65536);
-  client.send(get("/rdm/big?12000000"));
-  EXPECT_TRUE(client.readable(support::patience));
+  const auto client = ask_for_large_answer();
   EXPECT_EQ(stop(), 0);
   EXPECT_NE(server_->errors().find("[warning] rdmd: closing 1 open connections\n"), std::string::npos);
   EXPECT_NE(journal().find("exit first\nexit second\nexit third\n"), std::string::npos);
-  EXPECT_LT(client.receive().body.size(), 12'000'000u);
+  EXPECT_LT(client->receive().body.size(), 12'000'000u);
 }
 
 TEST_F(HostLifecycle, ASecondSignalCutsOffAtOnce) {
   start();
-  HttpClient client(port_, false, 65536);
-  client.send(get("/rdm/big?12000000"));
-  EXPECT_TRUE(client.readable(support::patience));
+  const auto client = ask_for_large_answer();
   server_->signal(SIGTERM);
   EXPECT_TRUE(server_->await_error("stopping"));
   EXPECT_EQ(stop(), 0);
@@ -222,9 +231,8 @@ TEST_F(HostLifecycle, SignalsReopenTheLogsOfTheServerAndOfThePlugin) {
     const std::string place = directory_.path("logs" + std::to_string(row.signal));
     std::filesystem::create_directory(place);
     const auto log = [&](const char *name) { return place + "/" + name; };
-    RdmdProcess server({"--listen", "127.0.0.1:0", "--plugin", plugin(), "--config",
-                        config("log=\"" + log("plugin") + "\"\n"), "--error-log", log("errors"), "--access-log",
-                        log("access")});
+    RdmdProcess server(
+        arguments({"--error-log", log("errors"), "--access-log", log("access")}, "log=\"" + log("plugin") + "\"\n"));
     const int port = server.port();
     support::http_get(port, "/rdm/report");
     const auto holds = [&](const char *name, const std::string &text) {
@@ -247,8 +255,7 @@ TEST_F(HostLifecycle, SignalsReopenTheLogsOfTheServerAndOfThePlugin) {
 }
 
 TEST_F(HostLifecycle, ASignalToReopenDoesNotEndAServerThatStarts) {
-  RdmdProcess server({"--listen", "127.0.0.1:0", "--plugin", plugin(), "--config",
-                      config("wait=\"" + directory_.path("go") + "\"\n")});
+  RdmdProcess server(arguments({}, "wait=\"" + directory_.path("go") + "\"\n"));
   EXPECT_TRUE(support::eventually([this] { return support::file_exists(directory_.path("journal")); }));
   server.signal(SIGUSR1);
   server.signal(SIGHUP);
@@ -258,7 +265,7 @@ TEST_F(HostLifecycle, ASignalToReopenDoesNotEndAServerThatStarts) {
   EXPECT_EQ(server.wait(), 0);
 }
 
-TEST_F(HostLifecycle, LogsThatNobodyReadsDelayNoAnswerAndNoEnd) {
+TEST_F(HostLifecycle, LogsWithoutAReaderDelayNoAnswerAndNoEnd) {
   // A full pipe behind any of the logs blocked the service.
   std::vector<HostFileGuard> readers;
   for (const char *name : {"out", "errors", "error-log", "access-log", "plugin-log"}) {
@@ -296,8 +303,7 @@ long dropped_lines(const std::string &errors) {
 
 TEST_F(HostLifecycle, TheErrorLogSaysWhatTheAccessLogMissed) {
   ASSERT_EQ(::mkfifo(directory_.path("pipe").c_str(), 0600), 0);
-  RdmdProcess server(
-      {"--listen", "127.0.0.1:0", "--plugin", plugin(), "--config", config(), "--access-log", directory_.path("pipe")});
+  RdmdProcess server(arguments({"--access-log", directory_.path("pipe")}));
   HttpClient client(server.port());
   const std::string long_path = "/rdm/" + std::string(8000, 'x');
   for (int i = 0; i < 200; ++i) {
@@ -318,8 +324,7 @@ TEST_F(HostLifecycle, TheErrorLogSaysWhatTheAccessLogMissed) {
 
 TEST_F(HostLifecycle, TheErrorLogSaysAtOnceThatTheAccessLogTakesNothing) {
   // The dropped lines were reported only when the server stopped.
-  RdmdProcess server(
-      {"--listen", "127.0.0.1:0", "--plugin", plugin(), "--config", config(), "--access-log", "/dev/full"});
+  RdmdProcess server(arguments({"--access-log", "/dev/full"}));
   for (int i = 0; i < 5; ++i) EXPECT_EQ(support::http_get(server.port(), "/rdm/fast").status, 200);
   EXPECT_TRUE(server.await_error("] [warning] rdmd: write the access log: 1 line dropped\n"));
   server.signal(SIGTERM);
@@ -328,8 +333,7 @@ TEST_F(HostLifecycle, TheErrorLogSaysAtOnceThatTheAccessLogTakesNothing) {
 }
 
 TEST_F(HostLifecycle, AnErrorLogThatTakesNothingKeepsNoClientWaiting) {
-  RdmdProcess server({"--listen", "127.0.0.1:0", "--plugin", plugin(), "--config", config(), "--access-log",
-                      "/dev/full", "--error-log", "/dev/full"});
+  RdmdProcess server(arguments({"--access-log", "/dev/full", "--error-log", "/dev/full"}));
   for (int i = 0; i < 5; ++i) EXPECT_EQ(support::http_get(server.port(), "/rdm/report").status, 200);
   server.signal(SIGTERM);
   EXPECT_EQ(server.wait(), 0);
@@ -352,9 +356,8 @@ TEST_F(HostLifecycle, AStartRemovesTheTemporaryFilesOfServersThatWereKilled) {
 TEST_F(HostLifecycle, NoDescriptorIsInheritedByWhatThePluginRuns) {
   // A command that outlived the server kept its listening socket.
   std::vector<std::string> inherited;
-  RdmdProcess server({"--listen", "127.0.0.1:0", "--plugin", plugin(), "--config",
-                      config("log=\"" + directory_.path("plugin-log") + "\"\n"), "--access-log",
-                      directory_.path("access"), "--error-log", directory_.path("errors")});
+  RdmdProcess server(arguments({"--access-log", directory_.path("access"), "--error-log", directory_.path("errors")},
+                               "log=\"" + directory_.path("plugin-log") + "\"\n"));
   HttpClient client(server.port());
   client.send(get("/rdm/fast") + get("/rdm/slow?300"));
   EXPECT_EQ(client.receive().body, "fast\n");
@@ -377,8 +380,8 @@ TEST_F(HostLifecycle, NoDescriptorIsInheritedByWhatThePluginRuns) {
 
 TEST_F(HostLifecycle, ALogThatCannotBeReopenedGoesOnInTheOldFile) {
   std::filesystem::create_directory(directory_.path("logs"));
-  RdmdProcess server({"--listen", "127.0.0.1:0", "--plugin", plugin(), "--config", config(), "--error-log",
-                      directory_.path("logs/errors"), "--access-log", directory_.path("logs/access")});
+  RdmdProcess server(
+      arguments({"--error-log", directory_.path("logs/errors"), "--access-log", directory_.path("logs/access")}));
   const int port = server.port();
   std::filesystem::rename(directory_.path("logs"), directory_.path("old"));
   server.signal(SIGHUP);
@@ -403,14 +406,14 @@ TEST_F(HostLifecycle, NoLogTakesThePlaceOfAClosedStandardStream) {
 }
 
 TEST_F(HostLifecycle, TheAccessLogGoesToStandardOutputWhenAsked) {
-  RdmdProcess server({"--listen", "127.0.0.1:0", "--plugin", plugin(), "--config", config(), "--access-log", "-"});
+  RdmdProcess server(arguments({"--access-log", "-"}));
   support::http_get(server.port(), "/rdm/fast");
   EXPECT_TRUE(support::eventually(
       [&] { return server.output().find("\"GET /rdm/fast HTTP/1.1\" 200 5 \"-\" \"-\"\n") != std::string::npos; }));
 }
 
 TEST_F(HostLifecycle, WithoutAnAccessLogNothingIsWrittenToStandardOutput) {
-  RdmdProcess server({"--listen", "127.0.0.1:0", "--plugin", plugin(), "--config", config()});
+  RdmdProcess server(arguments({}));
   support::http_get(server.port(), "/rdm/fast");
   server.signal(SIGTERM);
   EXPECT_EQ(server.wait(), 0);
@@ -464,33 +467,15 @@ TEST_F(HostLifecycle, TellsItsVersionAndItsOptions) {
 }
 
 TEST_F(HostLifecycle, RefusesAddressesItCannotListenOn) {
-  const struct {
-    const char *listen, *message;
-  } cases[] = {
-      {"8380", "cannot listen on 8380: HOST:PORT is required"},
-      {":8380", "cannot listen on :8380: HOST:PORT is required"},
-      {"127.0.0.1:", "cannot listen on 127.0.0.1:: HOST:PORT is required"},
-      {"::1:8380", "cannot listen on ::1:8380: an IPv6 address must be in brackets, such as [::1]:8380"},
-      {"127.0.0.1:http", "cannot listen on 127.0.0.1:http: the port is a number from 0 to 65535"},
-      {"127.0.0.1:65536", "cannot listen on 127.0.0.1:65536: the port is a number from 0 to 65535"},
-      {"127.0.0.1:73916", "cannot listen on 127.0.0.1:73916: the port is a number from 0 to 65535"},
-      {"127.0.0.1:-1", "cannot listen on 127.0.0.1:-1: the port is a number from 0 to 65535"},
-      {"127.0.0.1:80 ", "cannot listen on 127.0.0.1:80 : the port is a number from 0 to 65535"},
-      {"192.0.2.1:0", "cannot listen on 192.0.2.1:0: Cannot assign requested address"},
-  };
-  const std::string conf = config();
-  for (const auto &row : cases) {
-    const std::string errors = refused({"--listen", row.listen, "--plugin", plugin(), "--config", conf});
-    EXPECT_NE(errors.find(row.message), std::string::npos) << errors;
-  }
-}
-
-TEST_F(HostLifecycle, RefusesAnAddressThatIsTaken) {
   start();
-  const std::string address = "127.0.0.1:" + std::to_string(port_);
-  EXPECT_NE(refused({"--listen", address, "--plugin", plugin(), "--config", config_})
-                .find("cannot listen on " + address + ": Address already in use"),
-            std::string::npos);
+  const std::string used = "127.0.0.1:" + std::to_string(port_);
+  const std::pair<std::string, const char *> cases[] = {{"8380", "HOST:PORT is required"},
+                                                        {"192.0.2.1:0", "Cannot assign requested address"},
+                                                        {used, "Address already in use"}};
+  for (const auto &[listen, reason] : cases) {
+    const std::string errors = refused({"--listen", listen, "--plugin", plugin(), "--config", config_});
+    EXPECT_NE(errors.find("cannot listen on " + listen + ": " + reason), std::string::npos) << errors;
+  }
 }
 
 TEST_F(HostLifecycle, RefusesAPluginThatIsNone) {
@@ -521,15 +506,10 @@ TEST_F(HostLifecycle, NoClientConnectsBeforeThePluginIsInitialised) {
 }
 
 TEST_F(HostLifecycle, RefusesLogsItCannotWrite) {
-  const std::string conf = config();
-  EXPECT_NE(
-      refused({"--plugin", plugin(), "--config", conf, "--listen", "127.0.0.1:0", "--access-log", "/nonexistent/a"})
-          .find("/nonexistent/a: No such file or directory"),
-      std::string::npos);
-  EXPECT_NE(
-      refused({"--plugin", plugin(), "--config", conf, "--listen", "127.0.0.1:0", "--error-log", "/nonexistent/e"})
-          .find("/nonexistent/e: No such file or directory"),
-      std::string::npos);
+  for (const char *option : {"--access-log", "--error-log"})
+    EXPECT_NE(refused(arguments({option, "/nonexistent/log"})).find("/nonexistent/log: No such file or directory"),
+              std::string::npos)
+        << option;
 }
 
 }  // namespace

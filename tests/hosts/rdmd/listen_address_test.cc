@@ -15,6 +15,7 @@
 #include <map>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -159,6 +160,19 @@ TEST(ListenAddress, ANameThatCannotBeResolvedIsNamedWithTheReason) {
   EXPECT_EQ(failure("[::1.:0"),
             "cannot listen on [::1.:0: an IPv6 address must be in brackets, such as [::1]:8380 [0]");
   EXPECT_EQ(failure("a b:0"), "cannot listen on a b:0: Name or service not known [0]");
+}
+
+TEST(ListenAddress, AMalformedAddressIsRefused) {
+  const char required[] = "HOST:PORT is required",
+             brackets[] = "an IPv6 address must be in brackets, such as [::1]:8380",
+             number[] = "the port is a number from 0 to 65535";
+  const std::pair<const char *, const char *> cases[] = {
+      {"8380", required},          {":8380", required},        {"127.0.0.1:", required},
+      {"::1:8380", brackets},      {"127.0.0.1:http", number}, {"127.0.0.1:65536", number},
+      {"127.0.0.1:73916", number}, {"127.0.0.1:-1", number},   {"127.0.0.1:80 ", number},
+  };
+  for (const auto &[text, reason] : cases)
+    EXPECT_EQ(failure(text), "cannot listen on " + std::string(text) + ": " + reason + " [0]");
 }
 
 class ListeningServer : public ::testing::Test {

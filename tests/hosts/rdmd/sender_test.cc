@@ -37,6 +37,12 @@ class SocketPair {
   }
   int ours() const { return ours_.get(); }
   void hang_up() { theirs_ = HostFileGuard(); }
+  /// receive_all returns everything that has arrived.
+  std::string receive_all() {
+    std::string all;
+    for (std::string part; !(part = receive(100'000)).empty();) all += part;
+    return all;
+  }
   std::string receive(std::size_t most) {
     std::string text(most, '\0');
     const ssize_t got = ::recv(theirs_.get(), text.data(), most, MSG_DONTWAIT);
@@ -54,15 +60,19 @@ Piece stretch(const std::string &path, std::int64_t offset, std::int64_t length)
   return {"", std::make_shared<const HostFileGuard>(host_open_read(path.c_str())), offset, length};
 }
 
+/// answer returns the sender of a head and pieces.
+template <typename... Pieces>
+Sender answer(const std::string &head, Pieces... pieces) {
+  std::vector<Piece> body;
+  (body.push_back(std::move(pieces)), ...);
+  return {head, std::move(body)};
+}
+
 TEST(AnswerSender, SendsHeadBytesAndStretchesInOrder) {
   const support::TemporaryDirectory directory;
   const std::string path = directory.write("file", "0123456789");
   SocketPair pair;
-  std::vector<Piece> pieces;
-  pieces.push_back(bytes("one "));
-  pieces.push_back(stretch(path, 2, 5));
-  pieces.push_back(bytes(" two"));
-  Sender sender("HEAD ", std::move(pieces));
+  Sender sender = answer("HEAD ", bytes("one "), stretch(path, 2, 5), bytes(" two"));
   EXPECT_EQ(sender.send(pair.ours()), Sender::State::done);
   EXPECT_EQ(pair.receive(100), "HEAD one 23456 two");
   EXPECT_EQ(sender.sent(), 18);
@@ -84,16 +94,13 @@ TEST(AnswerSender, GoesOnWhereTheSocketWasFull) {
   for (int i = 0; text.size() < 3'000'000; ++i) text += std::to_string(i) + ' ';
   const std::string path = directory.write("file", text);
   SocketPair pair;
-  std::vector<Piece> pieces;
-  pieces.push_back(bytes(text));
-  pieces.push_back(stretch(path, 0, static_cast<std::int64_t>(text.size())));
-  Sender sender("HEAD", std::move(pieces));
+  Sender sender = answer("HEAD", bytes(text), stretch(path, 0, static_cast<std::int64_t>(text.size())));
   std::string received;
   bool was_blocked = false;
   for (;;) {
     const Sender::State state = sender.send(pair.ours());
     was_blocked = was_blocked || state == Sender::State::blocked;
-    for (std::string part; !(part = pair.receive(100'000)).empty();) received += part;
+    received += pair.receive_all();
     if (state == Sender::State::done) break;
     ASSERT_NE(state, Sender::State::failed);
   }
@@ -111,15 +118,11 @@ long temporary_files() {
   return count;
 }
 
-TEST(AnswerSender, ParksWhatAClientTakesItsTimeFor) {
+TEST(AnswerSender, MovesUnsentBytesToFilesForASlowClient) {
   // For a client that read nothing, up to a megabyte of unsent bytes stayed in memory.
   const std::string text(1'000'000, 'x'), other(100'000, 'y');
   SocketPair pair;
-  std::vector<Piece> pieces;
-  pieces.push_back(bytes(text));
-  pieces.push_back(bytes("short"));
-  pieces.push_back(bytes(other));
-  Sender sender("HEAD", std::move(pieces));
+  Sender sender = answer("HEAD", bytes(text), bytes("short"), bytes(other));
   ASSERT_EQ(sender.send(pair.ours()), Sender::State::blocked);
   const long before = temporary_files();
   sender.spill();
@@ -128,26 +131,24 @@ TEST(AnswerSender, ParksWhatAClientTakesItsTimeFor) {
   std::string received;
   Sender::State state = Sender::State::blocked;
   while (state == Sender::State::blocked || state == Sender::State::more) {
-    for (std::string part; !(part = pair.receive(100'000)).empty();) received += part;
+    received += pair.receive_all();
     state = sender.send(pair.ours());
   }
-  for (std::string part; !(part = pair.receive(100'000)).empty();) received += part;
+  received += pair.receive_all();
   EXPECT_EQ(state, Sender::State::done);
   EXPECT_EQ(received, "HEAD" + text + "short" + other);
 }
 
-TEST(AnswerSender, KeepsWhatThereIsNoRoomToPark) {
+TEST(AnswerSender, KeepsUnsentBytesInMemoryIfNoFileCanBeMade) {
   const support::Environment nowhere("TMPDIR", "/nowhere");
   const std::string text(1'000'000, 'x');
   SocketPair pair;
-  std::vector<Piece> pieces;
-  pieces.push_back(bytes(text));
-  Sender sender("HEAD", std::move(pieces));
+  Sender sender = answer("HEAD", bytes(text));
   ASSERT_EQ(sender.send(pair.ours()), Sender::State::blocked);
   sender.spill();
   std::string received = pair.receive(100'000);
   while (sender.send(pair.ours()) != Sender::State::done) received += pair.receive(100'000);
-  for (std::string part; !(part = pair.receive(100'000)).empty();) received += part;
+  received += pair.receive_all();
   EXPECT_EQ(received, "HEAD" + text);
 }
 
@@ -156,10 +157,9 @@ TEST(AnswerSender, ReadsAndSendsWhatTheKernelDoesNotSendItself) {
   const std::string text(100'000, 'x');
   SocketPair pair;
   ::fcntl(pair.ours(), F_SETFL, O_NONBLOCK | O_APPEND);  // sendfile refuses such a descriptor
-  std::vector<Piece> pieces;
-  pieces.push_back(stretch(directory.write("file", text + "not this"), 0, static_cast<std::int64_t>(text.size())));
-  pieces.push_back(stretch(directory.write("short", "short"), 0, 10));
-  Sender sender("H", std::move(pieces));
+  Sender sender =
+      answer("H", stretch(directory.write("file", text + "not this"), 0, static_cast<std::int64_t>(text.size())),
+             stretch(directory.write("short", "short"), 0, 10));
   EXPECT_EQ(sender.send(pair.ours()), Sender::State::failed);
   EXPECT_EQ(pair.receive(200'000), "H" + text + "short");
 }
@@ -167,9 +167,7 @@ TEST(AnswerSender, ReadsAndSendsWhatTheKernelDoesNotSendItself) {
 TEST(AnswerSender, FailsWhenAFileBecameShorterThanItsStretch) {
   const support::TemporaryDirectory directory;
   SocketPair pair;
-  std::vector<Piece> pieces;
-  pieces.push_back(stretch(directory.write("file", "short"), 0, 10));
-  Sender sender("H", std::move(pieces));
+  Sender sender = answer("H", stretch(directory.write("file", "short"), 0, 10));
   EXPECT_EQ(sender.send(pair.ours()), Sender::State::failed);
   EXPECT_EQ(pair.receive(100), "Hshort");
 }
