@@ -91,7 +91,7 @@ TEST_P(Hardening, TheCLibraryChecksItsBounds) {
 }
 #endif
 
-TEST_P(Hardening, NothingIsLookedUpInDirectorysOfTheBuilder) {
+TEST_P(Hardening, NothingIsLookedUpInDirectoriesOfTheBuilder) {
   // The build tree uses absolute paths; a relative one would depend on the user's current directory.
   EXPECT_THAT(read("-d"), Not(ContainsRegex("R(UN)?PATH.*\\[[^/]")));
 }

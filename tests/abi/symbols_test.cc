@@ -136,11 +136,11 @@ Names dynamic(const std::string &path, const std::string &tag) {
 
 class Abi : public ::testing::TestWithParam<Library> {};
 
-TEST_P(Abi, LibraryExportsWhatItsHeadersDeclare) {
+TEST_P(Abi, LibraryExportsTheDeclarationsOfItsHeaders) {
   EXPECT_THAT(exported(GetParam()), ::testing::ContainerEq(with_version(declared(GetParam()), GetParam().node)));
 }
 
-TEST_P(Abi, VersionScriptListsWhatTheHeadersDeclare) {
+TEST_P(Abi, VersionScriptListsTheDeclarationsOfTheHeaders) {
   const std::string map = source(GetParam().map);
   const std::string global = map.substr(0, map.find("local:"));
   EXPECT_THAT(matches(global, R"((\w+);)"), ::testing::ContainerEq(declared(GetParam())));

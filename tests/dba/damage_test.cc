@@ -273,7 +273,7 @@ TEST_F(Damage, APageBehindTheEndIsEmptyAndOneThatIsCutIsDamaged) {
         EXPECT_EQ(get(db.get(), name).result, place >= size ? 1 : -1) << name << " of " << size;
         EXPECT_EQ(errno, place >= size ? 0 : EINVAL);
         ++(place >= size ? empty : cut);
-        EXPECT_EQ(get(db.get(), witness).result, before.result) << "what was cut is taken for another page";
+        EXPECT_EQ(get(db.get(), witness).result, before.result) << "a cut page is taken for another one";
         EXPECT_EQ(get(db.get(), witness).value, before.value);
       }
     }
@@ -294,7 +294,7 @@ TEST_F(Damage, ADamagedRecordAnswersMinusOneWithAnErrorNumber) {
   }
 }
 
-TEST_F(Damage, AWalkGoesOnBehindADamagedBucket) {
+TEST_F(Damage, AWalkContinuesAfterADamagedBucket) {
   const std::string victim = key_of(1);
   std::string changed = bytes;
   changed[hashdb::bucket_page(header, bucket_of(victim)) * page_size] = 3;

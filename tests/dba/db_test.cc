@@ -160,7 +160,7 @@ TEST_F(Opening, AnEmptyFileOpensOnlyToBeTruncated) {
   EXPECT_NE(open(O_RDONLY), nullptr);
 }
 
-TEST_F(Opening, RefusesWhatIsNotAHashFile) {
+TEST_F(Opening, RefusesFilesThatAreNotHashFiles) {
   ASSERT_EQ(mkfifo(directory.path("fifo").c_str(), 0600), 0);
   directory.write("text", std::string(100000, 'x'));
   directory.write("empty", "");
@@ -195,7 +195,7 @@ TEST_F(Opening, FailsWhenMemoryDoes) {
   EXPECT_NE(open(O_RDONLY), nullptr);
 }
 
-TEST_F(Opening, ClosingGivesBackWhatTheLibraryTookForLongRecords) {
+TEST_F(Opening, CloseReleasesTheLibrarysMemoryForLongRecords) {
   const std::string content = records::value_of(1, 1000000);
   const auto use = [&] {
     for (const char *file : {path.c_str(), static_cast<const char *>(nullptr)}) {

@@ -158,7 +158,7 @@ void make_random_changes(const std::string &path, unsigned seed) {
   }
 }
 
-TEST_F(Reading, ReadsWhatTheLibraryReads) {
+TEST_F(Reading, ReadsTheSameRecordsAsTheLibrary) {
   size_t compared = 0;
   for (unsigned seed = 0; seed < 60; ++seed) {
     make_random_changes(path, seed);
@@ -205,7 +205,7 @@ TEST_F(Reading, UsesTheDefaultHashFunctionWithoutAnother) {
   EXPECT_EQ(get(db.get(), "00000001").value, "one");
 }
 
-TEST_F(Reading, ClosingGivesBackWhatLongValuesTook) {
+TEST_F(Reading, CloseReleasesTheMemoryOfLongValues) {
   const Records all{{"00000001", value_of(1, 1000000)}, {"00000002", value_of(2, 500000)}};
   ASSERT_TRUE(records::make_with_library(path, all, 4096));
   expect_all(all);

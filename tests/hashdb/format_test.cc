@@ -47,7 +47,7 @@ TEST_F(HashFile, DecodesTheHeaderOfTheLibrary) {
   EXPECT_TRUE(is_sound(header, bytes.size()));
 }
 
-TEST_F(HashFile, EncodesWhatItDecoded) {
+TEST_F(HashFile, EncodesADecodedHeader) {
   const std::string bytes = made(1024, 300, 100);
   unsigned char again[hashdb::header_size];
   hashdb::encode(header_of(bytes), again);

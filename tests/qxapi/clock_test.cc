@@ -65,7 +65,7 @@ TEST(Clock, TimeThatDoesNotFitIsAnEmptyText) {
   char text[5] = "....";
   EXPECT_EQ(host_format_time(text, 4, "%Y", &tm), 0);
   EXPECT_STREQ(text, "");
-  EXPECT_EQ(host_format_time(text, 4, "in %Y", &tm), 0) << "nor does what fits remain";
+  EXPECT_EQ(host_format_time(text, 4, "in %Y", &tm), 0) << "the part that fits is not kept";
   EXPECT_STREQ(text, "");
   EXPECT_EQ(host_format_time(text, 5, "%Y", &tm), 4);
   EXPECT_STREQ(text, "1970");

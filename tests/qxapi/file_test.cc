@@ -186,7 +186,7 @@ TEST_F(File, ReadErrorIsMinusOne) {
   EXPECT_STREQ(host_last_error_text(), "Bad file descriptor");
 }
 
-TEST_F(File, ReadGathersWhatComesInPieces) {
+TEST_F(File, ReadGathersPieces) {
   Pipe pipe;
   std::thread sender([&] {
     EXPECT_EQ(write(pipe.writer.get(), "one "), 1);
@@ -221,7 +221,7 @@ class Interruptions {
   struct sigaction before_ {};
 };
 
-TEST_F(File, ReadGoesOnAfterASignal) {
+TEST_F(File, ReadContinuesAfterASignal) {
   const Interruptions interruptions;
   Pipe pipe;
   std::string got;
@@ -243,7 +243,7 @@ TEST_F(File, WriteWritesAllThereIs) {
   EXPECT_TRUE(got == bytes);
 }
 
-TEST_F(File, WritesGoOnAfterASignal) {
+TEST_F(File, WritesContinueAfterASignal) {
   const Interruptions interruptions;
   for (const auto writes : {host_write, host_write_log}) {
     Pipe pipe;

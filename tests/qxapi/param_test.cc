@@ -30,7 +30,7 @@ class Parameters : public support::HostTest {
   PblockPtr block{host_param_create(5)};
 };
 
-TEST_F(Parameters, FindsWhatWasAdded) {
+TEST_F(Parameters, FindsAddedPairs) {
   EXPECT_EQ(find("one"), nullptr);
   EXPECT_EQ(host_param_find_entry("one", block.get(), 1), nullptr);
   EXPECT_EQ(add("one", "1"), 0);
@@ -167,7 +167,7 @@ TEST_F(Parameters, ParseAddsThePairsOfALine) {
   }
 }
 
-TEST_F(Parameters, ParseAddsToWhatIsThere) {
+TEST_F(Parameters, ParseAddsToTheBlock) {
   EXPECT_EQ(parse("a=1"), 1);
   EXPECT_EQ(parse("a=2 b=2"), 2);
   EXPECT_STREQ(find("a"), "1");

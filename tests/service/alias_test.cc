@@ -116,7 +116,7 @@ TEST_F(Alias, AParentOrAnAliasMayHeadALine) {
   EXPECT_EQ(chain("c"), Names{"d"});
 }
 
-TEST_F(Alias, IterationVisitsTheChainAndReturnsNothing) {
+TEST_F(Alias, IterationVisitsTheChainAndReturnsNull) {
   EXPECT_EQ(parse("one a b c"), 0);
   static Names visited;
   visited.clear();
@@ -213,7 +213,7 @@ TEST_F(Alias, AFileTakesTheTimeOfItsSize) {
   EXPECT_TRUE(support::grows_with_its_size(load, 2000));
 }
 
-TEST_F(Alias, TellsItsHostWhatSizesToExpect) {
+TEST_F(Alias, PassesItsSizesToTheHost) {
   static std::vector<int> slots, sizes;
   qxapi_host table = support::memory_host();
   table.param_create = [](int n) {

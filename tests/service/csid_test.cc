@@ -272,7 +272,7 @@ TEST_F(Csid, ALineThatDoesNotFitInMemoryIsReportedAndLost) {
   // The reader; then, for the first line, its block, two parsed texts, an entry with two copies, and the CSID.
   host.fail_allocation = host.allocations + 1 + 7 + 1;
   EXPECT_EQ(csid_init(path.c_str(), nullptr), 0);
-  EXPECT_EQ(value("b", "one"), "(none)") << "what follows the lost line is not the service's before it";
+  EXPECT_EQ(value("b", "one"), "(none)") << "pairs after the lost line do not belong to the service before it";
   EXPECT_EQ(csid_find("two"), nullptr);
   EXPECT_NE(csid_find("three"), nullptr);
   EXPECT_EQ(diagnostics.text(), "ERROR: csid_init: " + path + ": Out of memory\n");

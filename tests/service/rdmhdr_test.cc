@@ -187,7 +187,7 @@ TEST_F(RdmHeader, WithoutACatalogTakesTheDefaultOrUnknown) {
   {
     const support::Registry registry(directory, "", "");
     ASSERT_EQ(parse(header_with({{"rdm-version", "1.0"}})), 0);
-    EXPECT_STREQ(header_->csid, "unknown") << "an empty default is none";
+    EXPECT_STREQ(header_->csid, "unknown") << "an empty default is ignored";
   }
   ASSERT_EQ(parse(header_with({{"rdm-version", "1.0"}})), 0);
   EXPECT_STREQ(header_->csid, "unknown");
@@ -243,7 +243,7 @@ struct BadHeader {
   std::string diagnostics;
 };
 
-TEST_F(RdmHeader, RefusesWhatIsNotAHeaderAndSaysWhy) {
+TEST_F(RdmHeader, RefusesOtherTextsAndLogsTheReason) {
   const BadHeader rows[] = {
       {"nothing at all", "", 1, "ERROR: No data for header.\n"},
       {"no object", "hello\n", 1, "ERROR: Invalid RDMHEADER specification...\n"},

@@ -129,7 +129,7 @@ TEST_F(Schema, FindsNothingBeforeItIsLoaded) {
   EXPECT_THAT(listed(schema_tblcols), IsEmpty());
 }
 
-TEST_F(Schema, NamesAndMapsWhatTheFileSays) {
+TEST_F(Schema, TakesNameAndMappingFromTheFile) {
   load_library();
   EXPECT_STREQ(schema_name(), "Library");
   EXPECT_EQ(column_of("title"), "docs.title");
@@ -347,7 +347,7 @@ TEST_F(Schema, TheFirstEntryThatMatchesCounts) {
   EXPECT_EQ(found(schema_translate_tblcol, "t1.c"), "a");
 }
 
-TEST_F(Schema, AColumnIsWhatFollowsTheFirstDot) {
+TEST_F(Schema, AColumnFollowsTheFirstDot) {
   load(Sdl().map("a", "owner.t", "c"));
   EXPECT_EQ(column_of("a"), "owner.t.c");
   EXPECT_EQ(found(schema_translate_col, "t.c"), "a");

@@ -397,7 +397,7 @@ TEST_F(CsioFile, FileShorterThanTheLengthReadsAsFarAsItGoes) {
 }
 
 /// Regression: csio_releasefd wrote the block, so each release was a system call, and nothing could be dropped.
-TEST_F(CsioFile, ReleaseOnlyClosesAndTheNextAppendWritesWhatWaits) {
+TEST_F(CsioFile, ReleaseOnlyClosesAndTheNextAppendWritesTheBlock) {
   const CsioPtr io = make_file_buffer();
   append(io, "before ");
   EXPECT_EQ(csio_releasefd(io.get()), 0);
@@ -411,7 +411,7 @@ TEST_F(CsioFile, ReleaseOnlyClosesAndTheNextAppendWritesWhatWaits) {
   EXPECT_THAT(calls, ElementsAre("open_write", "open_append", "write 12", "open_read"));
 }
 
-TEST_F(CsioFile, WhatWaitsAfterAReleaseIsWrittenBeforeALargeAppend) {
+TEST_F(CsioFile, TheBlockIsWrittenBeforeALargeAppendAfterARelease) {
   const CsioPtr io = make_file_buffer();
   append(io, "before ");
   csio_releasefd(io.get());
@@ -421,7 +421,7 @@ TEST_F(CsioFile, WhatWaitsAfterAReleaseIsWrittenBeforeALargeAppend) {
 }
 
 /// A command that gets the name of the released file may have appended to it.
-TEST_F(CsioFile, AppendAfterAReleaseKeepsWhatTheFileHoldsByThen) {
+TEST_F(CsioFile, AppendAfterAReleaseKeepsTheFilesContent) {
   for (const std::string &written : {std::string(), pattern(4096)}) {
     const CsioPtr io = make_file_buffer();
     append(io, written);
@@ -434,7 +434,7 @@ TEST_F(CsioFile, AppendAfterAReleaseKeepsWhatTheFileHoldsByThen) {
   }
 }
 
-TEST_F(CsioFile, FlushAfterAReleaseDropsWhatWaits) {
+TEST_F(CsioFile, FlushAfterAReleaseDropsTheBlock) {
   void (*const flushes[])(csio *) = {[](csio *io) { csio_append(io, nullptr, 0); }, csio_rewind,
                                      [](csio *io) { csio_finish(io); }};
   for (const auto flush : flushes) {
@@ -453,7 +453,7 @@ TEST_F(CsioFile, FlushAfterAReleaseDropsWhatWaits) {
   }
 }
 
-TEST_F(CsioFile, ReadingAfterAReleaseLeavesWhatWaits) {
+TEST_F(CsioFile, ReadingAfterAReleaseKeepsTheBlock) {
   const CsioPtr io = make_file_buffer();
   append(io, pattern(4096));
   append(io, "waiting");
@@ -493,7 +493,7 @@ TEST_F(CsioFile, OwnersFileIsNotEmptiedByAnAppend) {
     io->length = 5;
     EXPECT_EQ(append(io, " and more"), 9);
   }
-  EXPECT_EQ(support::read_file(path), "owned") << "what waits is discarded with the buffer";
+  EXPECT_EQ(support::read_file(path), "owned") << "the block is discarded with the buffer";
   ::unlink(path.c_str());
 }
 

@@ -143,7 +143,7 @@ TEST_F(List, AppendAfterPrependIntoEmptyListGoesBehindIt) {
   EXPECT_EQ(list->count, 3);
 }
 
-TEST_F(List, AppendGoesOnAtTheTailEvenWhenPrependDroppedIt) {
+TEST_F(List, AppendContinuesAtTheTailEvenIfPrependDroppedIt) {
   const ListPtr list = make_list();
   cslist_append(list.get(), "one");
   const HostPtr<cslist_node> dropped(list->head);
@@ -173,7 +173,7 @@ TEST_F(List, BeheadGivesTheItemsAway) {
   EXPECT_THAT(released, IsEmpty());
 }
 
-TEST_F(List, AppendGoesOnAfterTheLastItemLeft) {
+TEST_F(List, AppendContinuesAfterTheLastItemLeft) {
   const ListPtr list = make_list();
   for (const char *item : {"a", "b", "c"}) cslist_append(list.get(), item);
   free(cslist_behead(list.get()));

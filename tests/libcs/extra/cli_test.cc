@@ -165,7 +165,7 @@ TEST_F(CommandRunner, TheCommandHasNoOtherDescriptor) {
   }
 }
 
-TEST_F(CommandRunner, ACommandThatASignalEndedReturnsNothing) {
+TEST_F(CommandRunner, ACommandThatASignalEndedReturnsZero) {
   for (const char *command : {"kill -KILL $$", "kill -TERM $$; exit 7", "kill -ABRT $$; exit 7"})
     EXPECT_EQ(cs_cli_run(command, nullptr), 0) << command;
 }
@@ -200,7 +200,7 @@ TEST_F(CommandRunner, AnIgnoredSignalStaysIgnoredInTheCommand) {
   EXPECT_EQ(cs_cli_run("kill -USR1 $$; exit 7", nullptr), 7);
 }
 
-TEST_F(CommandRunner, AStatusThatCannotBeHadIsNothing) {
+TEST_F(CommandRunner, AMissingStatusIsZero) {
   // With SIGCHLD ignored, children leave no status: waitpid() waits for their end and fails with ECHILD.
   const Signal children(SIGCHLD, SIG_IGN);
   const std::string out = directory.path("out");

@@ -132,7 +132,7 @@ TEST_F(Form, ReturnsTheResultOfTheLastAddition) {
   EXPECT_EQ(value("b"), "2");
 }
 
-TEST_F(Form, AFailureToJoinKeepsWhatThereWas) {
+TEST_F(Form, AFailureToJoinKeepsTheOldValue) {
   for (long refused = 1; refused <= 4; ++refused) {
     block.reset(host_param_create(7));
     host_param_add("a", "old", block.get());

@@ -84,7 +84,7 @@ TEST(LocalZoneOffset, IncludesDaylightSavingTimeWhileItIsInForce) {
   }
 }
 
-TEST(LocalZoneOffset, IsNothingAtATimeWithoutADate) {
+TEST(LocalZoneOffset, IsZeroAtATimeWithoutADate) {
   const TimeZone zone("JST-9");
   const Present now(std::numeric_limits<time_t>::max());
   EXPECT_EQ(ZAN_LocalZoneOffset(), 0);

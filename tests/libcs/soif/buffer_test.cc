@@ -46,7 +46,7 @@ TEST_F(Buffer, AppendingWithinTheSizeDoesNotGrow) {
   EXPECT_EQ(text(buffer), "abcdefg\0"s);
 }
 
-TEST_F(Buffer, GrowsByExactlyWhatIsAppended) {
+TEST_F(Buffer, GrowsByExactlyTheAppendedSize) {
   const SoifBufferPtr buffer = make(8);
   soif_buffer_append(buffer.get(), "abc", 3);
   EXPECT_EQ(soif_buffer_append(buffer.get(), "defgh", 5), 0);
@@ -158,6 +158,6 @@ TEST_F(BufferBlock, GrowsUpToTheLimit) {
   EXPECT_EQ(soif_buffer_increase(buffer.get(), 1), nullptr);
 }
 
-TEST_F(Buffer, DestroyingNothingIsAllRight) { soif_buffer_destroy(nullptr); }
+TEST_F(Buffer, DestroyIgnoresNull) { soif_buffer_destroy(nullptr); }
 
 }  // namespace

@@ -106,7 +106,7 @@ TEST_F(Pair, TheHashIsThatOfTheNameAsSpelled) {
   EXPECT_NE(avpair_hash(make("TITLE", "", 0).get()), cshashtable_hf_default("title"));
 }
 
-TEST_F(Pair, FreeingNothingIsReported) {
+TEST_F(Pair, FreeOfNullAnswersOne) {
   EXPECT_EQ(avpair_free(nullptr), 1);
   EXPECT_EQ(avpair_free(make("name", "value", 5).release()), 0);
   EXPECT_EQ(avpair_free(host_new<AVPair>().release()), 0);
@@ -147,7 +147,7 @@ TEST_F(Object, CreationKeepsCopiesOfItsTexts) {
   EXPECT_STREQ(object->url, "/a");
 }
 
-TEST_F(Object, FreeingNothingIsAllRight) { EXPECT_EQ(soif_free(nullptr), 0); }
+TEST_F(Object, FreeIgnoresNull) { EXPECT_EQ(soif_free(nullptr), 0); }
 
 TEST_F(Object, UrlsCompareWithLetterCase) {
   const SoifPtr object = make_soif("FILE", "/Docs");

@@ -115,7 +115,7 @@ TEST_P(Parse, FindsNothingInNothing) {
   }
 }
 
-TEST_P(Parse, SkipsWhatStandsBeforeTheAtSign) {
+TEST_P(Parse, SkipsTextBeforeTheAtSign) {
   EXPECT_EQ(attributes("noise } { x{3}:\tabc\n@FILE { /a\nt{1}:\tv\n}"), (Attributes{{"t", "v"}}));
 }
 
@@ -224,7 +224,7 @@ TEST_P(Parse, AcceptsAnObjectThatIsNotClosed) {
   EXPECT_EQ(attributes("@FILE { /a\n"), Attributes{});
 }
 
-TEST_P(Parse, GoesOnAtTheNextAtSignAfterADamagedObject) {
+TEST_P(Parse, ContinuesAtTheNextAtSignAfterADamagedObject) {
   Source source(GetParam(), "@BAD { /1\nx{3}:abc\ny{1}:\tz\n}\n@GOOD { /2\nt{1}:\tv\n}\n");
   EXPECT_FALSE(source.next());
   EXPECT_FALSE(source.at_end());
@@ -256,7 +256,7 @@ TEST_P(Parse, StopsReadingATokenAtTheLimit) {
   EXPECT_STREQ(object->template_name, "NEXT");
 }
 
-TEST_P(Parse, KeepsOnlyWhatIsAccepted) {
+TEST_P(Parse, KeepsOnlyAcceptedAttributes) {
   const std::string text =
       "@FILE { /a\ntitle{1}:\t1\nTitle-1{2}:\tab\nTITLE-22{1}:\t3\ntitles{6}:\tx}@b\n\n"
       "title-x{1}:\t4\nauthor{2}:\tMe\n}\n";
@@ -358,7 +358,7 @@ TEST_F(ParseString, RefusesSuchAValueEvenWhereItIsNotWanted) {
   EXPECT_FALSE(parse(268435456));
 }
 
-TEST_F(ParseString, GoesOnBehindTheSizeThatIsRefused) {
+TEST_F(ParseString, ContinuesBehindTheRefusedSize) {
   Source source(Kind::string, "@BAD { /1\nx{70000}:\tabc\n}\n@GOOD { /2\n}\n");
   EXPECT_FALSE(source.next());
   const SoifPtr object = source.next();
@@ -424,7 +424,7 @@ TEST_F(ParseFile, MayLackMoreThan65536BytesOfAValueThatIsNotWanted) {
   EXPECT_EQ(value_of(source.accept({"title"}).next(), "title"), "x");
 }
 
-TEST_F(ParseFile, IsReadFromWhereItStands) {
+TEST_F(ParseFile, IsReadFromItsPosition) {
   Source source(Kind::file, "@A { /1\n}\n@B { /2\n}\n");
   std::fseek(source.file(), 5, SEEK_SET);
   EXPECT_STREQ(source.next()->template_name, "B");

@@ -41,7 +41,7 @@ TEST_F(Streams, TakeTheFirstFreeSlot) {
   EXPECT_EQ(soif_parse_init_string("b", 1), 3);
 }
 
-TEST_F(Streams, KeepInTheirSlotWhatTheyWereGiven) {
+TEST_F(Streams, KeepTheirArgumentsInTheirSlot) {
   char name[] = "title";
   char *accept[] = {name, nullptr};
   const int stream = soif_parse_init_string("@text", 5);

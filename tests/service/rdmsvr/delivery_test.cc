@@ -89,7 +89,7 @@ TEST_F(Delivery, OfFileAndMemoryTheFileIsSent) {
   EXPECT_EQ(host.sent, "a file");
 }
 
-TEST_F(Delivery, HeaderKeepsWhatIsAlreadySet) {
+TEST_F(Delivery, HeaderKeepsFieldsThatAreSet) {
   host_param_add("content-type", "text/plain", x_.request.response);
   host_param_add("content-length", "7", x_.request.response);
   rdm_send_http_header(1234, &x_.session, &x_.request);

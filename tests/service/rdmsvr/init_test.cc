@@ -328,7 +328,7 @@ TEST_F(Initialisation, OpensTheTransactionLogForAppending) {
   EXPECT_EQ(support::read_file(path), "old\nnew\n");
 }
 
-TEST_F(Initialisation, GoesOnWithoutATransactionLogThatCannotBeOpened) {
+TEST_F(Initialisation, ContinuesWithoutATransactionLogThatCannotBeOpened) {
   const std::string path = directory_.path("missing/transactions.log");
   EXPECT_EQ(init(complete() + "logfile=" + path + "\n"), 0);
   EXPECT_EQ(logfd, -1);
@@ -410,7 +410,7 @@ TEST_F(Initialisation, DiagnosticsComeInTheOrderOfTheSteps) {
             "RDM server is on-line.\n");
 }
 
-TEST_F(Initialisation, GoesOnWithoutAReadableRegistry) {
+TEST_F(Initialisation, ContinuesWithoutAReadableRegistry) {
   EXPECT_EQ(init("bindir=/b csid-config=/nowhere csid-default=c debug-logfile=" + directory_.path("debug.log")), 0);
   EXPECT_EQ(diagnostic_lines(),
             "ERROR: csid_init: /nowhere: No such file or directory\n"

@@ -258,7 +258,7 @@ TEST_F(Intake, NoClientStartsALineOfTheErrorLog) {
 }
 
 /// Headers print without empty values, so the default catalog is used.
-TEST_F(Intake, AnEmptyCatalogOfAQueryIsNone) {
+TEST_F(Intake, AnEmptyCatalogOfAQueryMeansTheDefault) {
   EXPECT_EQ(get("/rdm/status-request", "csid="), HOST_DONE);
   EXPECT_EQ(host.sent, online);
   EXPECT_EQ(post("/rdm/status-request", header("status-request", "") + "\nbody"), HOST_DONE);
@@ -737,7 +737,7 @@ TEST_F(Intake, TypeStepSetsTheContentTypeOfItsOwnUris) {
   for (const char *type : {"text/html", "text/plain"}) host_param_add("content-type", type, twice.request.response);
   EXPECT_EQ(rdm_type(nullptr, &twice.session, &twice.request), HOST_DONE);
   EXPECT_EQ(twice.response("content-type"), "application/x-rdm");
-  EXPECT_EQ(twice.responses("content-type"), 1) << "whatever was there is gone";
+  EXPECT_EQ(twice.responses("content-type"), 1) << "other types are removed";
   Exchange without("GET", "/rdm/incoming");
   pblock *block = without.request.response;
   without.request.response = nullptr;

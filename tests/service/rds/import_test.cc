@@ -299,7 +299,7 @@ TEST_F(Import, ASenderStartsNoLineOfTheTransactionLog) {
       << line;
 }
 
-TEST_F(Import, GoesOnWithoutTheCommand) {
+TEST_F(Import, ContinuesWithoutTheCommand) {
   setenv("PATH", "/nonexistent", 1);
   testing::internal::CaptureStderr();
   EXPECT_EQ(import(), 0);

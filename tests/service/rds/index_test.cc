@@ -90,7 +90,7 @@ TEST_F(Index, NeedsTheMagicNumber) {
 }
 
 /// Callers that ignore the result use the count, so there are as many entries: those of the file, then zeros.
-TEST_F(Index, ShorterThanItsCountKeepsTheCountAndWhatItHolds) {
+TEST_F(Index, ShorterThanItsCountKeepsTheCountAndItsEntries) {
   const std::string whole = support::index_bytes(magic, 3, {{1, 7}, {2, 8}, {3, 9}});
   for (const size_t size : {size_t{8}, size_t{28}, size_t{48}, whole.size() - 1}) {
     const Diagnostics diagnostics;

@@ -113,7 +113,7 @@ std::string at(time_t time) {
   return text;
 }
 
-TEST_F(Request, SinceATimeSendsWhatChangedFromThenOn) {
+TEST_F(Request, SinceATimeSendsLaterChanges) {
   const std::pair<std::string, std::vector<int>> rows[] = {
       {"since " + at(500), {1, 2, 3, 4}},
       {"since:" + at(1500), {2, 3, 4}},
@@ -379,7 +379,7 @@ TEST_F(Request, AnswersStayInMemoryUpToTheirCeiling) {
   }
 }
 
-TEST_F(Request, IsReadFromWhereItsBodyStands) {
+TEST_F(Request, IsReadFromThePositionOfItsBody) {
   const std::string before = soif("RDMQUERY", "-", {{"scope", "some"}});
   Exchange x("POST", "/rdm/rd-request");
   const CsioPtr input = make_csio();
@@ -444,7 +444,7 @@ TEST_F(Request, WithABadScopeIsRefusedAndReported) {
   }
 }
 
-TEST_F(Request, RefusalsReplaceWhatTheAnswerHeld) {
+TEST_F(Request, RefusalsReplaceTheContentOfTheAnswer) {
   const std::pair<Attributes, const char *> rows[] = {{{{"x", "y"}}, "Scope parameter required."},
                                                       {{{"scope", "some"}}, "Scope parameter malformed."},
                                                       {{{"scope", "all"}}, "Server Error: Cannot service request"}};
