@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-/* What the snapshots of the libraries do not show, because no exported procedure names it: a record and constants that
-   programs were compiled with. */
+/* A record and constants that the snapshots of the libraries omit, because no exported procedure names them. Programs
+   were compiled with them, so they must not change. */
 #include <stddef.h>
 
 #include <libcs/adt.h>
