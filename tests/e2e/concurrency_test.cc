@@ -203,7 +203,7 @@ TEST_F(Concurrency, EverybodyIsAnsweredAsIfAlone) {
 }
 
 /// Copying and truncating may lose lines in between, but never leaves part of a line.
-TEST_F(Concurrency, ATransactionLogThatIsCutGoesOnWithWholeLines) {
+TEST_F(Concurrency, ATruncatedTransactionLogContinuesWithWholeLines) {
   const std::string log = directory_.path("rdm.log"), diagnostics = directory_.path("debug.log");
   while_clients_harvest({[&] {
     for (const std::string &path : {log, diagnostics}) std::filesystem::resize_file(path, 0);

@@ -194,7 +194,7 @@ TEST_F(LargeHarvest, ArrivesWhole) {
   EXPECT_EQ(response.body, whole());
 }
 
-TEST_F(LargeHarvest, ClientsThatReadNothingDelayNobody) {
+TEST_F(LargeHarvest, ClientsThatReadNothingDelayNoOthers) {
   serve();
   std::vector<std::unique_ptr<support::HttpClient>> deaf;
   for (int i = 0; i < 3; ++i) {
@@ -206,11 +206,11 @@ TEST_F(LargeHarvest, ClientsThatReadNothingDelayNobody) {
   EXPECT_EQ(deaf[1]->receive().body, whole());
 }
 
-TEST_F(LargeHarvest, IsFinishedWhenTheServerIsToldToStop) {
+TEST_F(LargeHarvest, IsFinishedWhenTheServerStops) {
   serve();
   support::HttpClient client(port_, false, 65536);
   client.send(request());
-  EXPECT_TRUE(client.readable(support::patience));
+  EXPECT_TRUE(client.readable(support::timeout));
   server_->signal(SIGTERM);
   EXPECT_TRUE(server_->await_error("stopping"));
   EXPECT_EQ(client.receive().body, whole());

@@ -44,7 +44,7 @@ std::string described(int from, int to, const std::string &title) {
 }
 
 /// Prefix of words that name a file beside the catalog.
-const std::string in_directory = "FOLDER";
+const std::string in_directory = "DIRECTORY";
 
 const std::vector<Work> &works() {
   static const std::string damaged = "@DOCUMENT { " + url(99) + "\ntitle{99}:\tcut\n}\n";
@@ -52,7 +52,12 @@ const std::vector<Work> &works() {
       {"Update", {"update"}, described(20, 22, "new")},
       {"UpdateOfMany", {"update"}, described(10, 60, "new")},
       {"UpdateOfNothing", {"update"}, described(1, 5, "new"), false},
-      {"UpdateWithRejects", {"update", "--rejects", "FOLDER/rejects"}, damaged + described(20, 22, "new"), true, 40, 1},
+      {"UpdateWithRejects",
+       {"update", "--rejects", "DIRECTORY/rejects"},
+       damaged + described(20, 22, "new"),
+       true,
+       40,
+       1},
       {"Expire", {"expire"}, ""},
       {"Index", {"index"}, "", true, 30},
       {"Unclassified", {"unclassified"}, ""},
@@ -63,7 +68,7 @@ const std::vector<Work> &works() {
       {"Stats", {"stats"}, ""},
       {"Verify", {"verify"}, ""},
       {"Rebuild", {"rebuild"}, ""},
-      {"Export", {"export", "FOLDER/exported"}, ""},
+      {"Export", {"export", "DIRECTORY/exported"}, ""},
       {"ExportToOutput", {"export"}, ""},
       {"Import", {"import", "--replace", "--no-header"}, described(0, 10, "new")},
       {"ImportOfNothing", {"import", "--no-header"}, described(0, 10, "new"), false},

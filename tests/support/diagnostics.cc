@@ -17,8 +17,8 @@ Diagnostics::~Diagnostics() {
 std::string Diagnostics::raw() const { return read_file(path_); }
 
 std::string Diagnostics::text() const {
-  static const std::regex stamp(R"(\[[^\]\n]*\] +\d+@\d+:(\t)? )");
-  return std::regex_replace(raw(), stamp, "");
+  static const std::regex line_start(R"(\[[^\]\n]*\] +\d+@\d+:(\t)? )");
+  return std::regex_replace(raw(), line_start, "");
 }
 
 }  // namespace rdm::support

@@ -76,7 +76,7 @@ TEST_F(ResponseHead, HasTheUsualReasonWhereNoneWasSet) {
               "HTTP/1.1 " + std::to_string(status) + " " + reason + "\r\n");
 }
 
-TEST_F(ResponseHead, AStatusThatIsNoneBecomesAServerError) {
+TEST_F(ResponseHead, AnInvalidStatusBecomesAServerError) {
   for (const int status : {-1, 0, 99, 100, 199, 600, 99999}) {
     const Head head = freeze(status, "odd");
     EXPECT_EQ(head.status, 500) << status;

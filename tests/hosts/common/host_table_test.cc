@@ -124,7 +124,7 @@ TEST_F(HostTable, SendsWhatTheReaderHasNotYetGivenOut) {
   EXPECT_EQ(host_getline(reader.get(), 2, sizeof line, line), 1);
 }
 
-TEST_F(HostTable, SendsWhatOnlyReadingYields) {
+TEST_F(HostTable, SendsFromAPipe) {
   int ends[2];
   ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
   const HostFileGuard read_end(ends[0]);
@@ -138,7 +138,7 @@ TEST_F(HostTable, SendsWhatOnlyReadingYields) {
   EXPECT_EQ(queued(exchange), "from a pipe");
 }
 
-TEST_F(HostTable, SendingFailsOnADescriptorThatIsNone) {
+TEST_F(HostTable, SendingFailsOnAClosedDescriptor) {
   const support::TemporaryDirectory directory;
   HostFileGuard file(host_open_read(directory.write("file", "text").c_str()));
   const ReaderPtr reader(host_buffer_open(file.get(), 4096));
@@ -290,7 +290,7 @@ TEST_F(HostTable, LogsOfThePluginAreReopenedUnderTheirDescriptors) {
   EXPECT_EQ(reports_, std::vector<std::string>{});
 }
 
-TEST_F(HostTable, ALogOfThePluginThatCannotBeReopenedGoesOnInTheOldFile) {
+TEST_F(HostTable, ALogOfThePluginThatCannotBeReopenedContinuesInTheOldFile) {
   const support::TemporaryDirectory directory;
   std::filesystem::create_directory(directory.path("place"));
   const std::string path = directory.path("place/log");
@@ -315,7 +315,7 @@ TEST_F(HostTable, DataThatAFileWasAppendedToIsNeverReopened) {
   EXPECT_FALSE(support::file_exists(path));
 }
 
-TEST_F(HostTable, ALogOfThePluginOnAPipeThatNobodyReadsNeverHoldsIt) {
+TEST_F(HostTable, ALogOfThePluginNeverBlocksOnAPipeWithoutAReader) {
   const support::TemporaryDirectory directory;
   const std::string path = directory.path("pipe"), line = std::string(99, 'x') + "\n";
   ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);

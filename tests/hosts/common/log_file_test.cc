@@ -98,7 +98,7 @@ class LogFiles : public ::testing::Test {
   std::atomic<std::size_t> reported_ = 0;
 };
 
-TEST_F(LogFiles, APipeThatNobodyReadsNeverHoldsItsWriter) {
+TEST_F(LogFiles, WritingNeverBlocksOnAPipeWithoutAReader) {
   // The first write to a full pipe without a reader blocked the service for good.
   LogFile log(pipe(), note());
   std::size_t taken = 0, written = 0;
@@ -150,7 +150,7 @@ TEST_F(LogFiles, AFullDiskDropsLinesTearsNoneAndIsReportedAfterwards) {
   EXPECT_EQ(reported_, 3u);
 }
 
-TEST_F(LogFiles, ALogThatNeverRecoversIsToldOfAtOnceAndThenOnceAMinute) {
+TEST_F(LogFiles, DroppedLinesAreReportedAtOnceAndThenOnceAMinute) {
   // The dropped lines were reported only when the server stopped.
   std::vector<std::size_t> counts;
   LogFile log("/dev/full", [&](std::size_t count) {
@@ -165,7 +165,7 @@ TEST_F(LogFiles, ALogThatNeverRecoversIsToldOfAtOnceAndThenOnceAMinute) {
   EXPECT_EQ(counts, (std::vector<std::size_t>{2, 120, 120, 58}));
 }
 
-TEST_F(LogFiles, APipeThatNobodyReadsIsToldOfWithoutAFurtherLine) {
+TEST_F(LogFiles, DroppedLinesOfAPipeAreReportedWithoutAFurtherLine) {
   LogFile log(pipe(), note());
   const auto an_hour_ago = LogFile::Clock::now() - 1h;
   while (log.write(line(0), an_hour_ago)) continue;
@@ -175,7 +175,7 @@ TEST_F(LogFiles, APipeThatNobodyReadsIsToldOfWithoutAFurtherLine) {
   EXPECT_EQ(reported_, 2u);
 }
 
-TEST_F(LogFiles, WhatStillWaitsAtTheEndIsCountedAsDropped) {
+TEST_F(LogFiles, LinesQueuedAtTheEndAreCountedAsDropped) {
   pipe();
   const HostFileGuard reader = read_end();
   {
@@ -197,7 +197,7 @@ TEST_F(LogFiles, ANoticeToTheLogItselfWaitsUntilItCanBeWritten) {
   EXPECT_EQ(reported_, 3u);
 }
 
-TEST_F(LogFiles, ALogWhoseReaderHasGoneDropsWhatWaits) {
+TEST_F(LogFiles, ALogWhoseReaderHasGoneDropsItsQueue) {
   ::signal(SIGPIPE, SIG_IGN);
   Pipe pipe(O_CLOEXEC | O_NONBLOCK);
   LogFile log(std::move(pipe.writer), note());
@@ -275,7 +275,7 @@ TEST_F(LogFiles, AThreadThatCannotBeStartedIsTriedAgainWithTheNextLine) {
   EXPECT_EQ(read_for(reader.get(), 18 * 4096), lines(0, 18, 4096));
 }
 
-TEST_F(LogFiles, TheEndIsNotHeldUpByAPipeThatNobodyReads) {
+TEST_F(LogFiles, ClosingDoesNotWaitForAPipeWithoutAReader) {
   LogFile log(pipe(), note());
   for (std::size_t i = 0; i < 1000; ++i) log.write(line(i));
   const auto begun = std::chrono::steady_clock::now();
@@ -284,7 +284,7 @@ TEST_F(LogFiles, TheEndIsNotHeldUpByAPipeThatNobodyReads) {
   EXPECT_FALSE(log.write("too late\n"));
 }
 
-TEST_F(LogFiles, TheEndWaitsForAReaderThatReads) {
+TEST_F(LogFiles, ClosingWaitsForAReaderThatReads) {
   Pipe pipe;
   std::string got;
   std::thread thread;
@@ -298,7 +298,7 @@ TEST_F(LogFiles, TheEndWaitsForAReaderThatReads) {
   EXPECT_EQ(got, lines(0, 2000));
 }
 
-TEST_F(LogFiles, AStreamOfOthersStaysAsItIs) {
+TEST_F(LogFiles, TheFlagsOfASharedStreamDoNotChange) {
   // A shell loses output if its standard error suddenly becomes non-blocking.
   const Pipe pipe;
   const int flags = ::fcntl(pipe.writer.get(), F_GETFL);
@@ -315,7 +315,7 @@ TEST_F(LogFiles, AStreamThatBlocksIsWrittenToOnlyWhileItHasRoom) {
   EXPECT_EQ(read_for(pipe.reader.get(), 180'000), lines(0, 20, 9000));
 }
 
-TEST_F(LogFiles, ASocketThatNobodyReadsNeverHoldsItsWriter) {
+TEST_F(LogFiles, WritingNeverBlocksOnASocketWithoutAReader) {
   int ends[2];
   ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
   const HostFileGuard reader(ends[0]), stream(ends[1]);
@@ -326,7 +326,7 @@ TEST_F(LogFiles, ASocketThatNobodyReadsNeverHoldsItsWriter) {
   EXPECT_EQ(read_for(reader.get(), taken * 100), lines(0, taken));
 }
 
-TEST_F(LogFiles, AStreamIntoAFileGoesOnWhereTheFileEnds) {
+TEST_F(LogFiles, AStreamToAFileAppends) {
   const HostFileGuard stream(::open(path_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
   ASSERT_EQ(::write(stream.get(), "before\n", 7), 7);
   LogFile log(hosts::open_stream(stream.get()));
@@ -345,7 +345,7 @@ TEST_F(LogFiles, AFileThatCannotBeOpenedIsNamed) {
   }
 }
 
-TEST_F(LogFiles, ReopeningGoesOnInANewFileOfTheSameName) {
+TEST_F(LogFiles, ReopeningContinuesInANewFileOfTheSameName) {
   LogFile file(path_);
   file.write("one\n");
   ::chmod(path_.c_str(), 0640);
@@ -371,7 +371,7 @@ TEST_F(LogFiles, AFileThatWasMadeForTheLogKeepsItsMode) {
   EXPECT_EQ(mode(), 0600u);
 }
 
-TEST_F(LogFiles, AFileThatCannotBeReopenedGoesOnInTheOldOne) {
+TEST_F(LogFiles, AFileThatCannotBeReopenedContinuesInTheOldOne) {
   const std::string place = directory_.path("place"), moved = directory_.path("moved");
   std::filesystem::create_directory(place);
   LogFile file(place + "/log");
@@ -382,7 +382,7 @@ TEST_F(LogFiles, AFileThatCannotBeReopenedGoesOnInTheOldOne) {
   EXPECT_EQ(support::read_file(moved + "/log"), "still here\n");
 }
 
-TEST_F(LogFiles, WhatWaitsForAPipeGoesToTheFileThatTakesItsPlace) {
+TEST_F(LogFiles, LinesQueuedForAPipeGoToTheFileThatReplacesIt) {
   LogFile log(pipe());
   for (std::size_t i = 0; i < 16; ++i) EXPECT_TRUE(log.write(line(i, 4096)));
   for (std::size_t i = 16; i < 20; ++i) EXPECT_TRUE(log.write(line(i)));

@@ -76,7 +76,7 @@ TEST_F(Queue, KeepsOneMebibyteInMemory) {
   EXPECT_EQ(bytes_of(queue), text);
 }
 
-TEST_F(Queue, GoesOnInAnUnlinkedFilePastOneMebibyte) {
+TEST_F(Queue, ContinuesInAnUnlinkedFilePastOneMebibyte) {
   const support::TemporaryDirectory directory;
   const support::Environment variable("TMPDIR", directory.path().c_str());
   OutputQueue queue;
@@ -108,7 +108,7 @@ TEST_F(Queue, KeepsTheOrderOfSmallWritesAfterTheFileWasBegun) {
   EXPECT_EQ(queue.size(), 9);
 }
 
-TEST_F(Queue, SaysHowMuchTheDiskTook) {
+TEST_F(Queue, ReturnsHowMuchTheDiskTook) {
   const support::TemporaryDirectory directory;
   const support::Environment variable("TMPDIR", directory.path().c_str());
   const std::string text = pattern(100'000);
@@ -124,7 +124,7 @@ TEST_F(Queue, SaysHowMuchTheDiskTook) {
   EXPECT_EQ(bytes_of(queue), text.substr(0, 30'004));
 }
 
-TEST_F(Queue, SaysHowMuchWasQueuedWhenNoFileCanBeMade) {
+TEST_F(Queue, ReturnsHowMuchWasQueuedWhenNoFileCanBeMade) {
   const support::Environment variable("TMPDIR", "/nonexistent");
   OutputQueue queue(4);
   errno = 0;

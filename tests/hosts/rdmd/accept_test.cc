@@ -77,7 +77,7 @@ TEST_F(HostAccepting, CostsTheSameHoweverManyConnectionsAreOpen) {
   EXPECT_LT(cost() / alone, 2) << "with " << idle.size() << " connections open";
 }
 
-TEST_F(HostAccepting, WithoutDescriptorsTheConnectionIdleLongestMakesWay) {
+TEST_F(HostAccepting, WithoutDescriptorsTheConnectionIdleLongestIsClosed) {
   // New clients waited until an idle connection timed out, and no log said why.
   start({"--idle-timeout", "600"});
   Clients clients;

@@ -62,7 +62,7 @@ class ConnectionEnd : public ::testing::Test {
   std::weak_ptr<rdmd::Connection> connection_;
 };
 
-TEST_F(ConnectionEnd, TheThreadOfThePluginIsNeverTheLastToLetGo) {
+TEST_F(ConnectionEnd, ThePluginsThreadNeverDestroysAConnection) {
   // Sometimes it was. The I/O thread was then not told that the connection was gone, and the connection's timers were
   // destroyed on the wrong thread.
   constexpr std::string_view request = "GET /rdm/fast HTTP/1.0\r\n\r\n";

@@ -186,7 +186,7 @@ TEST_F(HostConnection, AClientThatResetsItWhileItIsAnsweredIsGivenUp) {
   {
     HttpClient client(port_, false, 65536);
     client.send(get("/rdm/big?8000000"));
-    EXPECT_TRUE(client.readable(support::patience));
+    EXPECT_TRUE(client.readable(support::timeout));
     reset_at_close(client);
   }
   const std::string log = await_access(1);

@@ -62,7 +62,7 @@ TEST_F(HostFootprint, AConnectionWhoseClientReadsNothingHoldsLessThan16Kib) {
   EXPECT_LT(each(200,
                  [&](HttpClient &client) {
                    client.send(post);
-                   EXPECT_TRUE(client.readable(support::patience));
+                   EXPECT_TRUE(client.readable(support::timeout));
                  }),
             16384U);
 }

@@ -85,7 +85,7 @@ class HostLifecycle : public support::ServerTest {
   std::unique_ptr<HttpClient> ask_for_large_answer() const {
     auto client = std::make_unique<HttpClient>(port_, false, 65536);
     client->send(get("/rdm/big?12000000"));
-    EXPECT_TRUE(client->readable(support::patience));
+    EXPECT_TRUE(client->readable(support::timeout));
     return client;
   }
   std::string config(const std::string &text = "") {
@@ -301,7 +301,7 @@ long dropped_lines(const std::string &errors) {
   return lines;
 }
 
-TEST_F(HostLifecycle, TheErrorLogSaysWhatTheAccessLogMissed) {
+TEST_F(HostLifecycle, TheErrorLogCountsTheDroppedLinesOfTheAccessLog) {
   ASSERT_EQ(::mkfifo(directory_.path("pipe").c_str(), 0600), 0);
   RdmdProcess server(arguments({"--access-log", directory_.path("pipe")}));
   HttpClient client(server.port());
@@ -378,7 +378,7 @@ TEST_F(HostLifecycle, NoDescriptorIsInheritedByWhatThePluginRuns) {
   EXPECT_EQ(inherited, std::vector<std::string>{});
 }
 
-TEST_F(HostLifecycle, ALogThatCannotBeReopenedGoesOnInTheOldFile) {
+TEST_F(HostLifecycle, ALogThatCannotBeReopenedContinuesInTheOldFile) {
   std::filesystem::create_directory(directory_.path("logs"));
   RdmdProcess server(
       arguments({"--error-log", directory_.path("logs/errors"), "--access-log", directory_.path("logs/access")}));
@@ -478,7 +478,7 @@ TEST_F(HostLifecycle, RefusesAddressesItCannotListenOn) {
   }
 }
 
-TEST_F(HostLifecycle, RefusesAPluginThatIsNone) {
+TEST_F(HostLifecycle, RefusesAMissingPlugin) {
   EXPECT_NE(refused({"--listen", "127.0.0.1:0", "--plugin", "/nonexistent.so", "--config", config()})
                 .find("cannot load the plug-in: /nonexistent.so"),
             std::string::npos);

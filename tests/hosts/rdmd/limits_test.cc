@@ -52,7 +52,7 @@ TEST_F(HostLimits, AByteAtATimeHoldsNeitherHeadNorBodyOpen) {
   EXPECT_NE(await_access(2).find("\"POST /rdm/echo HTTP/1.1\" 408 41 "), std::string::npos) << access();
 }
 
-TEST_F(HostLimits, AClientThatSendsNothingIsLetGo) {
+TEST_F(HostLimits, AClientThatSendsNothingIsClosed) {
   start({"--header-timeout", "0.2"});
   HttpClient client(port_);
   EXPECT_TRUE(client.ended());
@@ -209,7 +209,7 @@ TEST_F(HostLimits, ClientsFarBeyondTheLimitAreJustClosed) {
   EXPECT_EQ(served.receive().body, "fast\n");
 }
 
-TEST_F(HostLimits, AtTheLimitTheConnectionIdleLongestMakesWay) {
+TEST_F(HostLimits, AtTheLimitTheConnectionIdleLongestIsClosed) {
   start({"--max-connections", "2"});
   HttpClient oldest(port_);
   oldest.send(get("/rdm/fast"));
@@ -248,7 +248,7 @@ TEST_F(HostLimits, TheErrorLogNamesEachClientCutOffAndTheReason) {
   EXPECT_TRUE(told("answer cut off: the client acknowledged nothing within the write timeout"));
   auto gone = std::make_unique<HttpClient>(port_, false, 65536);
   gone->send(get("/rdm/big?12000000"));
-  EXPECT_TRUE(gone->readable(support::patience));
+  EXPECT_TRUE(gone->readable(support::timeout));
   reset(std::move(gone));
   EXPECT_TRUE(told("answer cut off: the connection broke, or a file became shorter while it was sent"));
   HttpClient slow(port_);

@@ -227,7 +227,7 @@ bool HttpClient::readable(std::chrono::milliseconds time) {
 
 bool HttpClient::fill() {
   pollfd waiting{fd_, POLLIN, 0};
-  if (::poll(&waiting, 1, static_cast<int>(patience.count())) <= 0) {
+  if (::poll(&waiting, 1, static_cast<int>(timeout.count())) <= 0) {
     ADD_FAILURE() << "the server sends nothing";
     return false;
   }

@@ -15,7 +15,7 @@
 namespace rdm::support {
 
 /// The timeout of all waiting in tests, far longer than needed.
-inline constexpr std::chrono::milliseconds patience{60'000};
+inline constexpr std::chrono::milliseconds timeout{60'000};
 
 /// RdmdProcess runs rdmd with the given arguments and, unless `descriptors` is 0, with that limit of open files. The
 /// destructor stops it if it still runs, and expects exit status 0, so that sanitizers can report and coverage is
@@ -111,7 +111,7 @@ HttpResponse http_get(int port, const std::string &target);
 
 /// eventually waits until `condition` returns true. Returns false if it does not within `time`.
 template <typename Condition>
-bool eventually(Condition condition, std::chrono::milliseconds time = patience) {
+bool eventually(Condition condition, std::chrono::milliseconds time = timeout) {
   const auto end = std::chrono::steady_clock::now() + time;
   while (!condition()) {
     if (std::chrono::steady_clock::now() > end) return false;

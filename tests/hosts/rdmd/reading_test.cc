@@ -134,7 +134,7 @@ TEST_F(HostReading, AClientThatReadsNothingIsCutOffWhileItsNextRequestIsAwaited)
     for (const bool at_once : {true, false}) {
       HttpClient client(port_, false, small_buffer);
       client.send(get("/rdm/big?60000") + (at_once ? begun : ""));
-      EXPECT_TRUE(client.readable(support::patience));
+      EXPECT_TRUE(client.readable(support::timeout));
       if (!at_once) client.send(begun);
       EXPECT_GE(await_reset(client), 300ms) << begun << at_once;
     }
@@ -159,7 +159,7 @@ TEST_F(HostReading, TheRestThatTheKernelHasTakenIsWaitedFor) {
       HttpClient client(port_, false, small_buffer);
       client.send(get("/rdm/big?60000", fields));
       if (finished) client.finish_sending();
-      const std::string text = read_steadily(client, 40'000, support::patience);
+      const std::string text = read_steadily(client, 40'000, support::timeout);
       EXPECT_TRUE(text.ends_with(pattern(60000))) << fields << finished << ": " << text.size();
     }
 }
@@ -168,7 +168,7 @@ TEST_F(HostReading, AClientThatStillReadsIsNotIdleWhenTheServerStops) {
   start();
   HttpClient client(port_, false, small_buffer);
   client.send(get("/rdm/big?60000"));
-  EXPECT_TRUE(client.readable(support::patience));
+  EXPECT_TRUE(client.readable(support::timeout));
   server_->signal(SIGTERM);
   EXPECT_TRUE(server_->await_error("stopping"));
   EXPECT_EQ(client.receive().body, pattern(60000));

@@ -88,7 +88,7 @@ TEST(AnswerSender, AHeadAloneHasNoBody) {
   EXPECT_EQ(sender.body_sent(), 0);
 }
 
-TEST(AnswerSender, GoesOnWhereTheSocketWasFull) {
+TEST(AnswerSender, ContinuesWhereTheSocketWasFull) {
   const support::TemporaryDirectory directory;
   std::string text;
   for (int i = 0; text.size() < 3'000'000; ++i) text += std::to_string(i) + ' ';

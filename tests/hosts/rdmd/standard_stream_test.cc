@@ -54,7 +54,7 @@ TEST_F(StandardStreams, LinesGoThroughWhole) {
   EXPECT_EQ(read_pipe(), "a line\nanother\nthe end");
 }
 
-TEST_F(StandardStreams, APipeThatNobodyReadsHoldsNobodyAndHearsWhatItMissed) {
+TEST_F(StandardStreams, WritingNeverBlocksAndDroppedLinesAreReported) {
   // The service blocked on a full pipe at standard error, where diagnostics go by default.
   const StandardStream standing_in(stream_, writer_.get());
   const std::string line = std::string(999, 'x') + "\n";
@@ -67,7 +67,7 @@ TEST_F(StandardStreams, APipeThatNobodyReadsHoldsNobodyAndHearsWhatItMissed) {
             "rdmd: write standard error: " + std::to_string(2000 - whole / 1000) + " lines dropped\n");
 }
 
-TEST_F(StandardStreams, WhatMissesALineIsToldToWhomItConcerns) {
+TEST_F(StandardStreams, DroppedLinesAreReportedToTheOtherLog) {
   std::atomic<std::size_t> dropped = 0;
   const StandardStream standing_in(stream_, writer_.get(), [&](std::size_t lines) {
     dropped += lines;

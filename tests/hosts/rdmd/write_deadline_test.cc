@@ -40,7 +40,7 @@ std::vector<Step> regular(std::chrono::milliseconds every) {
   return steps;
 }
 
-TEST(WriteDeadline, CutsAClientThatTakesNothingWithinTwiceTheLimit) {
+TEST(WriteDeadline, CutsOffAClientThatTakesNothingWithinTwiceTheLimit) {
   EXPECT_GE(cut_at({}), 30s);
   EXPECT_LE(cut_at({}), 60s);
   // Its receive buffer fills up first.
@@ -48,12 +48,12 @@ TEST(WriteDeadline, CutsAClientThatTakesNothingWithinTwiceTheLimit) {
   EXPECT_GT(cut_at({{20s, 1}}), 50s);
 }
 
-TEST(WriteDeadline, LetsLiveWhoeverAcknowledgesAnythingInTime) {
+TEST(WriteDeadline, KeepsAClientThatAcknowledgesAnythingInTime) {
   for (const auto every : {1ms, 1000ms, 20'000ms, 29'000ms, 50'000ms})
     EXPECT_EQ(cut_at(regular(every)), 0s) << every.count();
 }
 
-TEST(WriteDeadline, BearsLongerStallsOfAClientThatHasGoneOnAfterOne) {
+TEST(WriteDeadline, AllowsLongerStallsAfterTheFirst) {
   // Measured stalls of a client that reads 1 KB per second.
   const std::vector<Step> slow = {{33'900ms, 31'744}, {68'100ms, 64'488}, {200'500ms, 159'720}, {252'400ms, 207'868}};
   EXPECT_GT(cut_at(slow), 252'400ms);
@@ -81,14 +81,14 @@ TEST(WriteDeadline, FurtherAnswersGiveNoMoreTimeToAClientThatTakesNothing) {
   EXPECT_TRUE(deadline.expired(100, at(60s)));
 }
 
-TEST(WriteDeadline, AnAnswerNotesWhatWasAcknowledgedSinceTheLastLook) {
+TEST(WriteDeadline, AnAnswerNotesWhatWasAcknowledgedSinceTheLastCheck) {
   WriteDeadline deadline(30s);
   deadline.begin(0, 0, at(0s));
   deadline.begin(1, 1000, at(40s));
   EXPECT_FALSE(deadline.expired(1, at(80s)));
 }
 
-TEST(WriteDeadline, IsLookedAtOftenButNotAllTheTime) {
+TEST(WriteDeadline, IsCheckedSixteenTimesWithinTheLimit) {
   EXPECT_EQ(WriteDeadline(32s).interval(), 2s);
   EXPECT_EQ(WriteDeadline(1ms).interval(), 1ms);
 }
