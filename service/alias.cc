@@ -5,38 +5,27 @@
 
 #include <libcs/log.h>
 
-#include "qxapi/guard.h"
+#include "qxapi/line_reader.h"
 
 using namespace rdm;
 
 namespace {
 
 constexpr int map_slots = 13;
-constexpr int line_limit = 8192;
-
-bool is_comment(const char *line) { return *line == '\0' || *line == '\n' || *line == '#'; }
-
-/// read_lines adds the aliases of every line that is not a comment. Returns false on a read error.
-bool read_lines(host_buffer *reader, pblock *a2p, pblock *p2a) {
-  char line[line_limit];
-  int result = 0;
-  while ((result = host_getline(reader, 0, line_limit, line)) == 0)
-    if (!is_comment(line)) alias_parse(a2p, p2a, line);
-  return result == 1;
-}
+constexpr int reader_size = 8192;
 
 bool read_file(const char *path, pblock *a2p, pblock *p2a) {
-  const HostFileGuard file(host_open_read(path));
-  if (!file) {
+  LineReader reader(path, reader_size);
+  if (!reader.is_open()) {
     CSLOG(CSLOG_ERROR, "alias", "alias_init: Can't open %s: %s\n", path, host_last_error_text());
     return false;
   }
-  const ReaderPtr reader(host_buffer_open(file.get(), line_limit));
   if (!reader) {
     CSLOG(CSLOG_ERROR, "alias", "alias_init: Can't buffer %s\n", path);
     return false;
   }
-  if (read_lines(reader.get(), a2p, p2a)) return true;
+  while (char *line = reader.next()) alias_parse(a2p, p2a, line);
+  if (reader.is_at_end()) return true;
   CSLOG(CSLOG_ERROR, "alias", "alias_init: Can't read %s: %s\n", path, host_last_error_text());
   return false;
 }

@@ -5,7 +5,7 @@
 
 #include <libcs/log.h>
 
-#include "qxapi/guard.h"
+#include "qxapi/line_reader.h"
 #include "service/alias.h"
 
 using namespace rdm;
@@ -15,7 +15,7 @@ namespace {
 constexpr int table_size = 64;
 constexpr int max_services = table_size - 1;
 constexpr int service_slots = 7;
-constexpr int line_limit = 8192;
+constexpr int reader_size = 8192;
 
 /// A catalog service. The first entry without a CSID ends the table.
 struct Service {
@@ -83,8 +83,6 @@ void take_line(const char *line, Loading &loading) {
     report_memory(loading);
 }
 
-bool is_comment(const char *line) { return *line == '\0' || *line == '\n' || *line == '#'; }
-
 bool report_file(const char *path) {
   const char *reason = host_last_error_text();
   CSLOG(CSLOG_ERROR, "csid", "csid_init: %s: %s\n", path, reason);
@@ -93,19 +91,15 @@ bool report_file(const char *path) {
 
 /// read_file reads the configuration. After a read error, the registry is empty.
 bool read_file(const char *path) {
-  const HostFileGuard file(host_open_read(path));
-  if (!file) return report_file(path);
-  const ReaderPtr reader(host_buffer_open(file.get(), line_limit));
+  LineReader reader(path, reader_size);
+  if (!reader.is_open()) return report_file(path);
   if (!reader) {
     CSLOG(CSLOG_ERROR, "csid", "csid_init: %s: Cannot buffer?\n", path);
     return false;
   }
   Loading loading{path, 0, nullptr};
-  char line[line_limit];
-  int result = 0;
-  while ((result = host_getline(reader.get(), 0, line_limit, line)) == 0)
-    if (!is_comment(line)) take_line(line, loading);
-  if (result == 1) return true;
+  while (const char *line = reader.next()) take_line(line, loading);
+  if (reader.is_at_end()) return true;
   report_file(path);
   release_services();
   return false;

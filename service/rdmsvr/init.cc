@@ -6,6 +6,7 @@
 #include <libcs/log.h>
 
 #include "qxapi/ascii.h"
+#include "qxapi/line_reader.h"
 #include "service/csid.h"
 #include "service/rdm.h"
 #include "service/schema.h"
@@ -18,7 +19,7 @@ char *cs_csidcf = nullptr;
 
 namespace {
 
-constexpr int line_limit = 8192, reader_size = 4096, block_slots = 15;
+constexpr int reader_size = 4096, block_slots = 15;
 constexpr char report_name[] = "rdm-init";
 
 /// The values of the configuration, null for missing keys.
@@ -116,14 +117,11 @@ void start_schema(const Settings &settings) {
 /// read_configuration adds the pairs of every line that is not a comment to the block. Returns false if the file cannot
 /// be opened or read to its end, or memory fails: the service must not start with a partial configuration.
 bool read_configuration(const char *path, pblock *config) {
-  const HostFileGuard file(host_open_read(path));
-  const ReaderPtr reader(file ? host_buffer_open(file.get(), reader_size) : nullptr);
+  LineReader reader(path, reader_size);
   if (!reader) return false;
-  char line[line_limit];
-  int result = 0;
-  while ((result = host_getline(reader.get(), 0, line_limit, line)) == 0)
-    if (*line != '#' && host_param_parse(line, config) < 0) return false;
-  return result == 1;
+  while (const char *line = reader.next())
+    if (host_param_parse(line, config) < 0) return false;
+  return reader.is_at_end();
 }
 
 }  // namespace

@@ -5,14 +5,13 @@
 #include <pwd.h>
 #include <unistd.h>
 
-#include <array>
 #include <optional>
 #include <ostream>
 #include <vector>
 
 #include "catalog/os/error.h"
 #include "catalog/os/file.h"
-#include "qxapi/guard.h"
+#include "qxapi/line_reader.h"
 #include "tools/common/escaped.h"
 
 namespace rdm::rdmctl {
@@ -29,12 +28,10 @@ struct Log {
 PblockPtr settings(const std::string &config) {
   constexpr int slots = 15, reader_size = 4096;
   PblockPtr pairs(host_param_create(slots));
-  const HostFileGuard file(host_open_read(config.c_str()));
-  const ReaderPtr reader(file ? host_buffer_open(file.get(), reader_size) : nullptr);
   if (!pairs) throw std::bad_alloc();
-  std::array<char, 8192> line;
-  while (reader && host_getline(reader.get(), 0, static_cast<int>(line.size()), line.data()) == 0)
-    if (line[0] != '#' && host_param_parse(line.data(), pairs.get()) < 0) break;
+  LineReader reader(config.c_str(), reader_size);
+  while (const char *line = reader ? reader.next() : nullptr)
+    if (host_param_parse(line, pairs.get()) < 0) break;
   return pairs;
 }
 
