@@ -4,6 +4,7 @@
 #define QXAPI_GUARD_H
 
 #include <memory>
+#include <string_view>
 #include <utility>
 
 #include <qxapi/qxapi.h>
@@ -72,6 +73,13 @@ HostPtr<T> host_new(size_t count = 1) noexcept {
   HostPtr<T> block(static_cast<T *>(host_alloc(count * sizeof(T))));
   if (block) std::uninitialized_value_construct_n(block.get(), count);
   return block;
+}
+
+/// copy_text returns a copy of a text with a NUL after it, or null when memory fails.
+inline HostText copy_text(std::string_view text) noexcept {
+  HostText copy(static_cast<char *>(host_alloc(text.size() + 1)));
+  if (copy) copy.get()[text.copy(copy.get(), text.size())] = '\0';
+  return copy;
 }
 
 }  // namespace rdm

@@ -11,12 +11,6 @@
 namespace rdm::posix_host {
 namespace {
 
-HostText copy_text(std::string_view text) {
-  HostText copy(static_cast<char *>(host_alloc(text.size() + 1)));
-  if (copy) copy.get()[text.copy(copy.get(), text.size())] = '\0';
-  return copy;
-}
-
 HostText copy_unescaped(std::string_view value) {
   HostText copy(static_cast<char *>(host_alloc(value.size() + 1)));
   if (copy) copy.get()[config_line::unescape(value, copy.get())] = '\0';

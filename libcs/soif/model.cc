@@ -15,12 +15,6 @@ constexpr int32_t default_buckets = 23;
 
 std::string_view view(const char *text) { return text != nullptr ? text : std::string_view(); }
 
-HostText copy_text(std::string_view text) {
-  HostText copy(static_cast<char *>(host_alloc(text.size() + 1)));
-  if (copy) copy.get()[text.copy(copy.get(), text.size())] = '\0';
-  return copy;
-}
-
 /// lacks_bytes returns true for a null value whose size is above 0.
 bool lacks_bytes(const char *value, int32_t vsize) { return value == nullptr && vsize > 0; }
 
@@ -81,11 +75,8 @@ bool is_numbered_instance(std::string_view base, std::string_view attribute) noe
 int avpair_create(const char *name, const char *value, int32_t vsize, AVPair **out) noexcept {
   *out = nullptr;
   if (name == nullptr || vsize < 0 || lacks_bytes(value, vsize)) return 1;
-  const auto size = static_cast<size_t>(vsize);
-  HostText copy(static_cast<char *>(host_alloc(size + 1)));
+  HostText copy = copy_text({value, static_cast<size_t>(vsize)});
   if (!copy) return 1;
-  if (size > 0) std::memcpy(copy.get(), value, size);
-  copy.get()[size] = '\0';
   *out = soif::make_avpair(name, copy, vsize).release();
   return *out != nullptr ? 0 : 1;
 }

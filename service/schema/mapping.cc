@@ -47,12 +47,10 @@ int32_t schema_systable_hit(const char *tblcol) noexcept {
 
 bool schema_systables_insert(const char *tblcol) noexcept {
   if (schema_systable_hit(tblcol) != -1) return true;
-  const std::string_view table = table_of(tblcol);
-  char *copy = static_cast<char *>(host_alloc(table.size() + 1));
-  if (copy == nullptr) return false;
-  copy[table.copy(copy, table.size())] = '\0';
+  HostText table = copy_text(table_of(tblcol));
+  if (!table) return false;
   // It fits: there are no more tables than entries.
-  _schema_systables[system_tables().size()] = copy;
+  _schema_systables[system_tables().size()] = table.release();
   return true;
 }
 

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <string>
+#include <string_view>
 #include <utility>
 
 #include <gtest/gtest.h>
@@ -45,6 +47,20 @@ TEST_F(Guard, NewRecordsAreZeroed) {
 TEST_F(Guard, NewRecordWithoutMemoryIsNull) {
   host.fail_allocation = host.allocations + 1;
   EXPECT_EQ(host_new<int>(), nullptr);
+}
+
+TEST_F(Guard, CopiedTextsAreWholeAndEndWithNul) {
+  for (const std::string_view text : {std::string_view(), std::string_view("text"), std::string_view("a\0b", 3)}) {
+    const HostText copy = copy_text(text);
+    ASSERT_TRUE(copy);
+    EXPECT_EQ(std::string_view(copy.get(), text.size() + 1), std::string(text) + '\0');
+  }
+  EXPECT_STREQ(copy_text(std::string_view("text").substr(1, 2)).get(), "ex");
+}
+
+TEST_F(Guard, CopiedTextWithoutMemoryIsNull) {
+  host.fail_allocation = host.allocations + 1;
+  EXPECT_FALSE(copy_text("text"));
 }
 
 TEST_F(Guard, FilesCloseWithTheirGuard) {
