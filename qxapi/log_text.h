@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "qxapi/ascii.h"
+#include "qxapi/hex.h"
 
 namespace rdm {
 
@@ -30,15 +31,13 @@ class EscapedChar {
     else if (c == '\n' || c == '\r' || c == '\t')
       put({'\\', c == '\n' ? 'n' : (c == '\r' ? 'r' : 't')});
     else if (ascii::is_control(c) || (level != Escaping::controls && static_cast<unsigned char>(c) > 127))
-      put({'\\', 'x', digits[static_cast<unsigned char>(c) >> 4], digits[c & 15]});
+      put({'\\', 'x', hex::digits[static_cast<unsigned char>(c) >> 4], hex::digits[c & 15]});
     else
       put({c});
   }
   constexpr std::string_view text() const { return {text_, size_}; }
 
  private:
-  static constexpr char digits[] = "0123456789abcdef";
-
   constexpr void put(std::initializer_list<char> characters) {
     for (const char c : characters) text_[size_++] = c;
   }

@@ -8,18 +8,12 @@
 #include <cstring>
 #include <string_view>
 
-#include "qxapi/ascii.h"
+#include "qxapi/hex.h"
 #include "qxapi/log_text.h"
 #include "qxapi/posix.h"
 
 namespace rdm::posix_host {
 namespace {
-
-int hex_digit(char c) {
-  if (ascii::is_digit(c)) return c - '0';
-  const char letter = ascii::lower(c);
-  return letter >= 'a' && letter <= 'f' ? letter - 'a' + 10 : -1;
-}
 
 /// write_report writes the line "KIND FUNCTION: text" to standard error, cut to the size of a log line.
 void write_report(const char *kind, const char *function, const char *text) {
@@ -62,11 +56,10 @@ int decimal(int64_t n, char *buffer) {
 
 void unescape(char *text) {
   char *out = text;
-  for (const char *in = text; *in != '\0'; ++out) {
-    const int high = in[0] == '%' ? hex_digit(in[1]) : -1;
-    const int low = high >= 0 ? hex_digit(in[2]) : -1;
-    *out = low >= 0 ? static_cast<char>(high * 16 + low) : *in;
-    in += low >= 0 ? 3 : 1;
+  for (std::string_view rest = text; !rest.empty(); ++out) {
+    const int byte = hex::escaped_byte(rest);
+    *out = byte >= 0 ? static_cast<char>(byte) : rest.front();
+    rest.remove_prefix(byte >= 0 ? 3 : 1);
   }
   *out = '\0';
 }

@@ -17,6 +17,7 @@
 #include <string_view>
 
 #include "qxapi/guard.h"
+#include "qxapi/hex.h"
 #include "qxapi/temporary_owner.h"
 
 namespace rdm::rdmd {
@@ -46,7 +47,7 @@ std::optional<std::uint64_t> owner_in(std::string_view name) {
   constexpr auto digits = static_cast<std::size_t>(temporary_owner::digits);
   if (!name.starts_with(prefix) || name.size() != prefix.size() + 2 * digits) return std::nullopt;
   name.remove_prefix(prefix.size());
-  if (name.find_first_not_of("0123456789abcdef") != std::string_view::npos) return std::nullopt;
+  if (name.find_first_not_of(hex::digits) != std::string_view::npos) return std::nullopt;
   std::uint64_t token = 0;
   std::from_chars(name.data(), name.data() + digits, token, 16);
   return token == temporary_owner::token_of(token << 1) ? std::optional(token) : std::nullopt;

@@ -9,6 +9,7 @@
 #include <boost/beast/http/parser.hpp>
 
 #include "qxapi/ascii.h"
+#include "qxapi/hex.h"
 
 namespace rdm::rdmd {
 namespace {
@@ -129,10 +130,6 @@ bool is_host_char(char c) {
          std::string_view("-._~!$&'()*+,;=").find(c) != std::string_view::npos;
 }
 
-bool is_hex_digit(char c) {
-  return ascii::is_digit(c) || std::string_view("abcdef").find(ascii::lower(c)) != std::string_view::npos;
-}
-
 /// host_end returns the length of the host at the front of `text`, or 0 if there is none.
 std::size_t host_end(std::string_view text) {
   std::size_t at = 0;
@@ -144,7 +141,7 @@ std::size_t host_end(std::string_view text) {
   }
   for (; at < text.size(); ++at) {
     if (is_host_char(text[at])) continue;
-    if (text[at] != '%' || at + 2 >= text.size() || !is_hex_digit(text[at + 1]) || !is_hex_digit(text[at + 2])) break;
+    if (hex::escaped_byte(text.substr(at)) < 0) break;
     at += 2;
   }
   return at;

@@ -7,16 +7,10 @@
 #include <utility>
 
 #include "qxapi/ascii.h"
+#include "qxapi/hex.h"
 
 namespace rdm::rdmd {
 namespace {
-
-/// hex_digit returns the value of a hexadecimal digit, or -1.
-int hex_digit(char c) {
-  if (ascii::is_digit(c)) return c - '0';
-  const char letter = ascii::lower(c);
-  return letter >= 'a' && letter <= 'f' ? letter - 'a' + 10 : -1;
-}
 
 /// decode resolves the escapes of a path. Returns nothing if one is malformed or encodes NUL.
 std::optional<std::string> decode(std::string_view text) {
@@ -27,10 +21,9 @@ std::optional<std::string> decode(std::string_view text) {
       result.push_back(text[i]);
       continue;
     }
-    const int high = i + 2 < text.size() ? hex_digit(text[i + 1]) : -1;
-    const int low = high >= 0 ? hex_digit(text[i + 2]) : -1;
-    if (low < 0 || high + low == 0) return std::nullopt;
-    result.push_back(static_cast<char>(high * 16 + low));
+    const int byte = hex::escaped_byte(text.substr(i));
+    if (byte <= 0) return std::nullopt;
+    result.push_back(static_cast<char>(byte));
     i += 2;
   }
   return result;
