@@ -2,11 +2,12 @@
 #include "catalog/record.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cstdio>
 #include <cstring>
 
 #include <libcs/cs.h>
+
+#include "qxapi/number.h"
 
 namespace rdm::catalog {
 namespace {
@@ -27,10 +28,8 @@ std::string database_key(uint32_t number) {
 }
 
 std::optional<uint32_t> number_of(std::string_view key) {
-  uint32_t number = 0;
-  const auto [end, error] = std::from_chars(key.data(), key.data() + key.size(), number, 16);
-  if (key.size() != 8 || error != std::errc() || database_key(number) != key) return std::nullopt;
-  return number;
+  const std::optional<uint32_t> number = parse_number<uint32_t>(key, 16);
+  return number && database_key(*number) == key ? number : std::nullopt;
 }
 
 std::string print(const SOIF *object) {

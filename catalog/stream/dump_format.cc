@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "catalog/stream/dump_format.h"
 
-#include <charconv>
-
 #include "catalog/record.h"
 #include "libcs/guard.h"
 #include "qxapi/ascii.h"
+#include "qxapi/number.h"
 
 namespace rdm::catalog {
 namespace {
@@ -14,12 +13,7 @@ constexpr char number_name[] = "minidba-number";
 constexpr char next_number_name[] = "minidba-next-number";
 constexpr char descriptions_name[] = "minidba-descriptions";
 
-std::optional<uint32_t> decimal(const char *text) {
-  const std::string_view word = text != nullptr ? text : "";
-  uint32_t number = 0;
-  const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), number);
-  return error == std::errc() && end == word.data() + word.size() ? std::optional(number) : std::nullopt;
-}
+std::optional<uint32_t> number_of(const char *value) { return parse_number<uint32_t>(value != nullptr ? value : ""); }
 
 void insert(SOIF *object, const char *name, const std::string &value) {
   soif_insert(object, name, value.data(), static_cast<int32_t>(value.size()));
@@ -49,7 +43,7 @@ std::string print_header(const ExportHeader &header) {
 }
 
 ExportHeader read_header(const SOIF *object) {
-  return {decimal(soif_findval(object, next_number_name)), decimal(soif_findval(object, descriptions_name))};
+  return {number_of(soif_findval(object, next_number_name)), number_of(soif_findval(object, descriptions_name))};
 }
 
 std::string with_number(const std::string &record, uint32_t number) {
@@ -63,7 +57,7 @@ std::string with_number(const std::string &record, uint32_t number) {
 std::optional<uint32_t> number_in(const SOIF *object) {
   const char *text = soif_findval(object, number_name);
   if (text == nullptr) return 0;
-  const std::optional<uint32_t> number = decimal(text);
+  const std::optional<uint32_t> number = parse_number<uint32_t>(text);
   return number == 0u ? std::nullopt : number;
 }
 

@@ -3,10 +3,10 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <utility>
 
 #include "qxapi/ascii.h"
+#include "qxapi/number.h"
 #include "qxapi/records.h"
 
 namespace rdm::hosts {
@@ -57,10 +57,7 @@ std::string one_line(std::string_view text) {
 }
 
 std::optional<std::int64_t> decimal(std::string_view text) {
-  std::int64_t number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc() || end != text.data() + text.size() || !ascii::is_digit(text.front())) return std::nullopt;
-  return number;
+  return text.starts_with('-') ? std::nullopt : parse_number<std::int64_t>(text);
 }
 
 /// declare sets the head's length from a Content-Length value. Returns true if the field is to be kept.

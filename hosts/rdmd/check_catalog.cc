@@ -5,7 +5,6 @@
 #include <zlib.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cstdint>
 #include <ctime>
 #include <limits>
@@ -13,6 +12,7 @@
 
 #include "dba/guard.h"
 #include "dba/index_format.h"
+#include "qxapi/number.h"
 
 namespace rdm::check {
 namespace {
@@ -80,10 +80,7 @@ DatabasePtr open_database(Report &report) {
 }
 
 std::optional<std::uint32_t> number_of(std::string_view key) {
-  std::uint32_t number = 0;
-  const auto [end, error] = std::from_chars(key.data(), key.data() + key.size(), number, 16);
-  if (key.size() != key_size || error != std::errc() || end != key.data() + key.size()) return std::nullopt;
-  return number;
+  return key.size() == key_size ? parse_number<std::uint32_t>(key, 16) : std::nullopt;
 }
 
 /// change_time returns the time of a record's "rd-last-changed", or 0 if it has none.

@@ -6,12 +6,13 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <cstring>
 #include <memory>
 #include <string_view>
 #include <system_error>
 #include <utility>
+
+#include "qxapi/number.h"
 
 namespace rdm::rdmd {
 namespace {
@@ -29,11 +30,7 @@ struct HostPort {
 std::string reason_of(int code) { return std::generic_category().message(code); }
 
 /// is_port returns true for a number from 0 to 65535. getaddrinfo() would silently use the low 16 bits of a larger one.
-bool is_port(std::string_view text) {
-  std::uint16_t number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  return error == std::errc() && end == text.data() + text.size();
-}
+bool is_port(std::string_view text) { return parse_number<std::uint16_t>(text).has_value(); }
 
 HostPort split_address(const std::string &text) {
   const auto colon = text.rfind(':');

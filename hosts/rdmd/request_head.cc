@@ -10,6 +10,7 @@
 
 #include "qxapi/ascii.h"
 #include "qxapi/hex.h"
+#include "qxapi/number.h"
 
 namespace rdm::rdmd {
 namespace {
@@ -148,15 +149,7 @@ std::size_t host_end(std::string_view text) {
 }
 
 /// is_port returns true for an empty text, or for digits with a value of at most 65535.
-bool is_port(std::string_view text) {
-  unsigned number = 0;
-  for (const char c : text) {
-    if (!ascii::is_digit(c)) return false;
-    number = number * 10 + static_cast<unsigned>(c - '0');
-    if (number > 65535) return false;
-  }
-  return true;
-}
+bool is_port(std::string_view text) { return text.empty() || parse_number<std::uint16_t>(text).has_value(); }
 
 }  // namespace
 

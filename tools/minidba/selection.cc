@@ -2,19 +2,11 @@
 #include "tools/minidba/selection.h"
 
 #include <algorithm>
-#include <charconv>
 
 #include "catalog/os/error.h"
 #include "catalog/record.h"
 
 namespace rdm::minidba {
-std::optional<uint32_t> decimal(std::string_view word) {
-  uint32_t number = 0;
-  const char *end = word.data() + word.size();
-  const auto result = std::from_chars(word.data(), end, number);
-  return result.ec == std::errc() && result.ptr == end ? std::optional(number) : std::nullopt;
-}
-
 std::vector<uint32_t> numbers_where(const Catalog &catalog, Progress &progress, const Predicate &chosen) {
   std::vector<uint32_t> numbers;
   catalog.each([&](uint32_t number, std::string_view record) {

@@ -4,7 +4,6 @@
 #define MINIDBA_SELECTION_H
 
 #include <functional>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,10 +13,6 @@
 #include "tools/minidba/output/progress.h"
 
 namespace rdm::minidba {
-
-/// decimal returns the value of a decimal number; nothing for another word. Verbs that take numbers and URLs look a
-/// word up as a number first, then as a URL.
-std::optional<uint32_t> decimal(std::string_view word);
 
 /// numbers_where returns the numbers, ascending, of the descriptions for which `chosen` returns true. Throws a Failure
 /// at damage.

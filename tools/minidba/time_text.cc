@@ -12,6 +12,7 @@
 
 #include "catalog/os/error.h"
 #include "qxapi/ascii.h"
+#include "qxapi/number.h"
 
 namespace rdm::minidba {
 
@@ -109,10 +110,8 @@ Time iso_time(std::string_view rest, const std::string &text) {
 /// seconds_time reads @ and a number.
 Time seconds_time(std::string_view text) {
   if (!take(text, "@")) return std::nullopt;
-  int64_t count = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), count);
-  if (error != std::errc() || end != text.data() + text.size() || count < 0) return std::nullopt;
-  return sys_seconds(seconds(count));
+  const std::optional<int64_t> count = parse_number<int64_t>(text);
+  return count && *count >= 0 ? Time(seconds(*count)) : std::nullopt;
 }
 
 std::vector<std::string_view> words_of(std::string_view text, std::string_view delimiters) {

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include <ostream>
 
+#include "qxapi/number.h"
 #include "tools/common/escaped.h"
 #include "tools/minidba/input.h"
 #include "tools/minidba/opening.h"
 #include "tools/minidba/output/report.h"
-#include "tools/minidba/selection.h"
 #include "tools/minidba/verbs/verbs.h"
 #include "tools/minidba/writing.h"
 
@@ -36,7 +36,7 @@ class Deletion {
   };
 
   std::optional<Found> find(const std::string &word) const {
-    const std::optional<uint32_t> number = decimal(word);
+    const std::optional<uint32_t> number = parse_number<uint32_t>(word);
     if (const auto record = number ? batch_.get(*number) : std::nullopt)
       return Found{*number, parse_record(catalog_, *number, *record)->url};
     const std::optional<uint32_t> mapped = batch_.number_of(word);

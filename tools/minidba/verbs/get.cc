@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include <ostream>
 
+#include "qxapi/number.h"
 #include "tools/common/escaped.h"
 #include "tools/minidba/input.h"
 #include "tools/minidba/opening.h"
 #include "tools/minidba/output/describe.h"
-#include "tools/minidba/selection.h"
 #include "tools/minidba/verbs/verbs.h"
 
 namespace rdm::minidba {
@@ -23,7 +23,7 @@ std::optional<Found> find(const Catalog &catalog, std::optional<uint32_t> number
 
 /// find looks a word up as a number first, then as a URL.
 std::optional<Found> find(const Catalog &catalog, const std::string &word) {
-  std::optional<Found> found = find(catalog, decimal(word));
+  std::optional<Found> found = find(catalog, parse_number<uint32_t>(word));
   return found ? found : find(catalog, catalog.number_of(word));
 }
 
