@@ -5,6 +5,7 @@
 
 #include "catalog/record.h"
 #include "catalog/used_numbers.h"
+#include "qxapi/escaped.h"
 
 namespace rdm::catalog {
 namespace {
@@ -189,10 +190,7 @@ std::string Catalog::damaged(uint32_t number, std::string_view record, const std
 
 std::string Catalog::damaged_key(std::string_view key, std::string_view record, const std::string &fault) const {
   if (const auto number = catalog::number_of(key); number && *number != 0) return damaged(*number, record, fault);
-  std::string name(key);
-  std::replace_if(
-      name.begin(), name.end(), [](unsigned char c) { return c < ' ' || c == 127; }, '?');
-  return "damaged record \"" + name + "\" in " + path_ + ": " + fault;
+  return "damaged record \"" + without_controls(key, '?') + "\" in " + path_ + ": " + fault;
 }
 
 Failure Catalog::refused(uint32_t number, std::string_view record, const std::string &fault) const {

@@ -31,13 +31,24 @@ class EscapedChar {
     else if (c == '\n' || c == '\r' || c == '\t')
       put({'\\', c == '\n' ? 'n' : (c == '\r' ? 'r' : 't')});
     else if (ascii::is_control(c) || (level != Escaping::controls && static_cast<unsigned char>(c) > 127))
-      put({'\\', 'x', hex::digits[static_cast<unsigned char>(c) >> 4], hex::digits[c & 15]});
+      put_number(c);
     else
       put({c});
+  }
+  /// number returns the escape \x1b and the like of any character.
+  static constexpr EscapedChar number(char c) {
+    EscapedChar escaped;
+    escaped.put_number(c);
+    return escaped;
   }
   constexpr std::string_view text() const { return {text_, size_}; }
 
  private:
+  constexpr EscapedChar() = default;
+
+  constexpr void put_number(char c) {
+    put({'\\', 'x', hex::digits[static_cast<unsigned char>(c) >> 4], hex::digits[c & 15]});
+  }
   constexpr void put(std::initializer_list<char> characters) {
     for (const char c : characters) text_[size_++] = c;
   }

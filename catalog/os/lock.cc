@@ -16,6 +16,7 @@
 
 #include "catalog/os/atomic_file.h"
 #include "catalog/os/error.h"
+#include "qxapi/escaped.h"
 
 namespace rdm::catalog {
 namespace {
@@ -75,9 +76,7 @@ std::string program_of(pid_t process) {
   std::ifstream file("/proc/" + std::to_string(process) + "/comm");
   std::string name;
   std::getline(file, name);
-  for (char &c : name)
-    if (static_cast<unsigned char>(c) < ' ' || c == 0x7F) c = '?';
-  return name;
+  return without_controls(name, '?');
 }
 
 std::string describe_holder(const HostFileGuard &file) {

@@ -7,6 +7,7 @@
 #include "catalog/os/error.h"
 #include "libcs/soif/input.h"
 #include "qxapi/ascii.h"
+#include "qxapi/escaped.h"
 
 namespace rdm::catalog {
 namespace {
@@ -144,9 +145,7 @@ class ObjectScan {
 }  // namespace
 
 std::string printable(std::string_view text, size_t limit) {
-  std::string line(text.substr(0, limit));
-  for (char &c : line)
-    if (static_cast<unsigned char>(c) < ' ' || c == 0x7F) c = '?';
+  const std::string line = without_controls(text.substr(0, limit), '?');
   return text.size() > limit ? line + "..." : line;
 }
 

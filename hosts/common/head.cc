@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "qxapi/ascii.h"
+#include "qxapi/escaped.h"
 #include "qxapi/number.h"
 #include "qxapi/records.h"
 
@@ -49,9 +50,7 @@ bool is_host_field(std::string_view name) {
 
 /// one_line returns `text` with control characters replaced by spaces and without surrounding spaces.
 std::string one_line(std::string_view text) {
-  std::string line(text);
-  for (char &c : line)
-    if (static_cast<unsigned char>(c) < ' ' || c == '\x7f') c = ' ';
+  const std::string line = without_controls(text, ' ');
   const auto first = line.find_first_not_of(' ');
   return first == std::string::npos ? std::string() : line.substr(first, line.find_last_not_of(' ') - first + 1);
 }

@@ -19,12 +19,12 @@ std::vector<std::string> split_names(const std::string &text) {
   return names;
 }
 
-bool is_control(char c) { return (static_cast<unsigned char>(c) < ' ' && !ascii::is_space(c)) || c == '\x7f'; }
+bool is_foreign(char c) { return ascii::is_control(c) && !ascii::is_space(c); }
 
 /// foreign_text returns what shows that a line is not of an alias file, or an empty string. Names may contain any
 /// characters but white space, so only texts that no name would look like count.
 std::string foreign_text(const std::string &line) {
-  if (std::any_of(line.begin(), line.end(), is_control)) return "a control character";
+  if (std::any_of(line.begin(), line.end(), is_foreign)) return "a control character";
   if (line.find("=\"") != std::string::npos) return "a name=\"value\" pair";
   if (const auto at = line.find_first_not_of(" \t"); at != std::string::npos && line[at] == '<') return "markup";
   if (line.find("\":") != std::string::npos) return "a JSON member";

@@ -9,7 +9,9 @@
 #include <fstream>
 #include <utility>
 
+#include "qxapi/ascii.h"
 #include "qxapi/config_line.h"
+#include "qxapi/log_text.h"
 
 namespace rdm::check {
 namespace {
@@ -99,15 +101,12 @@ const Pair *Settings::find(const std::string &name) const {
 }
 
 std::string escape(std::string_view text) {
-  constexpr char digits[] = "0123456789abcdef";
   std::string result;
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte < ' ' || byte == 0x7f)
-      result.append({'\\', 'x', digits[byte >> 4], digits[byte & 15]});
+  for (const char c : text)
+    if (ascii::is_control(c))
+      result.append(EscapedChar::number(c).text());
     else
       result.push_back(c);
-  }
   return result;
 }
 

@@ -8,8 +8,8 @@
 #include <string>
 #include <system_error>
 
+#include "qxapi/escaped.h"
 #include "qxapi/standard_descriptors.h"
-#include "tools/common/escaped.h"
 
 namespace rdm::tools {
 namespace {

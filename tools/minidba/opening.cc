@@ -3,7 +3,7 @@
 
 #include <ostream>
 
-#include "tools/common/escaped.h"
+#include "qxapi/escaped.h"
 #include "tools/minidba/output/faults.h"
 #include "tools/minidba/verbs/verbs.h"
 
@@ -18,7 +18,7 @@ std::optional<std::string> index_of(const Options &options) {
 KnownRecords known_records(const Options &options, const Catalog &catalog, const Console &console) {
   // If the named index is yet to be written, use the one beside the database.
   return catalog::known_records(catalog, status_of(options.index) ? options.index : "", [&](const std::string &reason) {
-    console.errors << "minidba: " << tools::escaped(reason) << ": records are not compared with it\n";
+    console.errors << "minidba: " << escaped(reason) << ": records are not compared with it\n";
   });
 }
 

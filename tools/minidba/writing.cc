@@ -5,7 +5,7 @@
 
 #include "catalog/change_times.h"
 #include "catalog/record.h"
-#include "tools/common/escaped.h"
+#include "qxapi/escaped.h"
 #include "tools/minidba/opening.h"
 #include "tools/minidba/output/progress.h"
 
@@ -27,9 +27,9 @@ WriteSettings write_settings(const Options &options, const Console &console, IfM
   settings.dry_run = options.dry_run;
   settings.lock_timeout = options.wait;
   settings.waiting = [&](const std::string &text) {
-    if (!options.quiet) console.errors << "minidba: " << tools::escaped(text) << std::endl;
+    if (!options.quiet) console.errors << "minidba: " << escaped(text) << std::endl;
   };
-  settings.damage = [&](const std::string &text) { console.errors << "minidba: " << tools::escaped(text) << '\n'; };
+  settings.damage = [&](const std::string &text) { console.errors << "minidba: " << escaped(text) << '\n'; };
   settings.prepare = [&](Catalog &catalog) { protect(catalog, options, console); };
   return settings;
 }

@@ -13,7 +13,7 @@
 #include "catalog/stream/dump_format.h"
 #include "catalog/stream/soif_stream.h"
 #include "catalog/transaction.h"
-#include "tools/common/escaped.h"
+#include "qxapi/escaped.h"
 
 namespace rdm::rdmctl {
 namespace {
@@ -41,7 +41,7 @@ int64_t erase_named(const std::string &database, const std::vector<std::string> 
     if (const std::optional<uint32_t> number = batch.number_of(url))
       batch.erase(*number, url);
     else
-      errors << "rdmctl: no description " << tools::escaped(url) << '\n';
+      errors << "rdmctl: no description " << escaped(url) << '\n';
   }
   transaction.commit(batch, transaction.catalog().next_number());
   return batch.count();
@@ -95,8 +95,8 @@ Named named_in(const std::string &path, const std::string &name, std::ostream &e
       named.urls.emplace_back(item->object->url);
     } else {
       ++named.rejected;
-      errors << "rdmctl: " << tools::escaped(name) << ": line " << stream.line_of(item->offset) << ": object "
-             << item->number << " rejected: " << tools::escaped(reason) << '\n';
+      errors << "rdmctl: " << escaped(name) << ": line " << stream.line_of(item->offset) << ": object " << item->number
+             << " rejected: " << escaped(reason) << '\n';
     }
   }
   if (named.urls.empty() && named.rejected == 0) named.urls = lines_from(path, header_end);

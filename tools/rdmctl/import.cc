@@ -15,9 +15,9 @@
 #include "catalog/stream/dump_format.h"
 #include "catalog/stream/soif_stream.h"
 #include "qxapi/ascii.h"
+#include "qxapi/escaped.h"
 #include "service/csid.h"
 #include "service/message.h"
-#include "tools/common/escaped.h"
 #include "tools/rdmctl/deletion.h"
 #include "tools/rdmctl/log_owner.h"
 #include "tools/rdmctl/outcome.h"
@@ -182,7 +182,7 @@ std::vector<std::string> shortfalls(int64_t count, int64_t offered, const Outcom
 }
 
 void say(std::ostream &errors, const std::string &name, const std::string &text) {
-  errors << "rdmctl: " << tools::escaped(name + ": " + text) << '\n';
+  errors << "rdmctl: " << escaped(name + ": " + text) << '\n';
 }
 
 /// import_descriptions imports a submission and returns its exit status.
@@ -248,7 +248,7 @@ int import_files(const Options &options, std::ostream &out, std::ostream &errors
     try {
       status = import_file(name, options, out, errors);
     } catch (const Failure &failure) {
-      errors << "rdmctl: " << tools::escaped(failure.what()) << '\n';
+      errors << "rdmctl: " << escaped(failure.what()) << '\n';
       if (outcome.database_changed()) status = exit_incomplete;
     }
     if (status == exit_done) ++done;

@@ -11,8 +11,8 @@
 
 #include "catalog/os/error.h"
 #include "catalog/os/file.h"
+#include "qxapi/escaped.h"
 #include "qxapi/line_reader.h"
-#include "tools/common/escaped.h"
 
 namespace rdm::rdmctl {
 namespace {
@@ -85,7 +85,7 @@ void become_log_owner(const std::string &config, std::ostream &errors) {
   if (foreign.back().status.st_uid != log.status.st_uid)
     throw Failure(log.path + " belongs to " + owner + ", but " + foreign.back().path + " to " +
                   name_of(foreign.back().status.st_uid) + ": run rdmctl as the user who runs the service");
-  errors << "rdmctl: " << tools::escaped(log.path) << " belongs to " << owner << ": running as " << owner << std::endl;
+  errors << "rdmctl: " << escaped(log.path) << " belongs to " << owner << ": running as " << owner << std::endl;
   become(log);
   for (const auto &each : {transactions, diagnostics})
     if (each) require_writable(each->path);

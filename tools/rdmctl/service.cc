@@ -7,9 +7,9 @@
 
 #include "catalog/os/error.h"
 #include "hosts/common/host_table.h"
+#include "qxapi/escaped.h"
 #include "service/csid.h"
 #include "service/rdm.h"
-#include "tools/common/escaped.h"
 
 namespace rdm::rdmctl {
 namespace {
@@ -32,8 +32,7 @@ void require_readable(const std::string &path) {
 
 Service::Service(const std::string &config, std::ostream &errors) {
   require_readable(config);
-  hosts::bind_host(
-      [&errors](const hosts::Report &report) { errors << "rdmctl: " << tools::escaped(report.text) << '\n'; });
+  hosts::bind_host([&errors](const hosts::Report &report) { errors << "rdmctl: " << escaped(report.text) << '\n'; });
   const PblockPtr block = parameters(config);
   if (rdm_init(block.get(), nullptr, nullptr) == 0) return;
   hosts::run_exits();

@@ -21,7 +21,7 @@ void add(Json &attributes, const AVPair &pair) {
   known->push_back(value_of(pair));
 }
 
-std::string escaped(std::string_view value) {
+std::string field_of(std::string_view value) {
   std::string text;
   for (const char c : value) {
     static constexpr std::string_view special = "\t\n\r\\", names = "tnr\\";
@@ -63,11 +63,11 @@ void JsonList::close() {
 }
 
 std::string tsv_of(uint32_t number, const SOIF *description, const std::vector<std::string> &attributes) {
-  std::string line = std::to_string(number) + '\t' + escaped(description->url);
+  std::string line = std::to_string(number) + '\t' + field_of(description->url);
   for (const std::string &attribute : attributes) {
     std::string values;
     each_attribute(description, [&](const AVPair &pair) {
-      if (is_instance(attribute, pair)) values += (values.empty() ? "" : "; ") + escaped(value_of(pair));
+      if (is_instance(attribute, pair)) values += (values.empty() ? "" : "; ") + field_of(value_of(pair));
     });
     line += '\t' + values;
   }

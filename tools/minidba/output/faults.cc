@@ -3,13 +3,13 @@
 
 #include <ostream>
 
-#include "tools/common/escaped.h"
+#include "qxapi/escaped.h"
 
 namespace rdm::minidba {
 
 void Faults::add(const std::string &text) {
   if (++count_ > named) return;
-  errors_ << "minidba: " << tools::escaped(text) << '\n';
+  errors_ << "minidba: " << escaped(text) << '\n';
   texts_.push_back(text);
 }
 

@@ -6,7 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include "catalog/os/error.h"
-#include "tools/common/escaped.h"
+#include "qxapi/escaped.h"
 
 namespace rdm::minidba {
 namespace {
@@ -52,9 +52,9 @@ void Rejects::add(SoifStream &stream, const SoifStream::Item &item, const std::s
   progress.clear();
   const int64_t line = stream.line_of(item.offset);
   const std::string why = whole_reason(reason, item), url = url_of(item);
-  console_.errors << "minidba: " << tools::escaped(stream.name()) << ": line " << line << ": "
+  console_.errors << "minidba: " << escaped(stream.name()) << ": line " << line << ": "
                   << (url.empty() ? "" : printable(url, longest_url) + ": ") << "object " << item.number << " at byte "
-                  << item.offset << " rejected: " << tools::escaped(why) << '\n';
+                  << item.offset << " rejected: " << escaped(why) << '\n';
   if (reasons_) {
     const std::string text = json_of(stream, item, line, why).dump(-1, ' ', false, Json::error_handler_t::replace);
     reasons_size_ += static_cast<int64_t>(text.size()) + 1;

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <ostream>
 
+#include "qxapi/escaped.h"
 #include "qxapi/number.h"
-#include "tools/common/escaped.h"
 #include "tools/minidba/input.h"
 #include "tools/minidba/opening.h"
 #include "tools/minidba/output/report.h"
@@ -21,7 +21,7 @@ class Deletion {
       batch_.erase(found->number, found->url);
       ++deleted_;
     } else {
-      errors_ << "minidba: no description " << tools::escaped(word) << '\n';
+      errors_ << "minidba: no description " << escaped(word) << '\n';
       ++absent_;
     }
   }

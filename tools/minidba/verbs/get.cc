@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <ostream>
 
+#include "qxapi/escaped.h"
 #include "qxapi/number.h"
-#include "tools/common/escaped.h"
 #include "tools/minidba/input.h"
 #include "tools/minidba/opening.h"
 #include "tools/minidba/output/describe.h"
@@ -40,7 +40,7 @@ bool show_word(const Catalog &catalog, const std::string &word, const Options &o
   if (found)
     show(catalog, *found, options.json, console.out);
   else
-    console.errors << "minidba: no description " << tools::escaped(word) << '\n';
+    console.errors << "minidba: no description " << escaped(word) << '\n';
   return found.has_value();
 }
 

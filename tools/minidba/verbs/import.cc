@@ -8,7 +8,7 @@
 #include "catalog/stream/dump_format.h"
 #include "catalog/stream/stream_check.h"
 #include "catalog/used_numbers.h"
-#include "tools/common/escaped.h"
+#include "qxapi/escaped.h"
 #include "tools/minidba/input.h"
 #include "tools/minidba/output/rejects.h"
 #include "tools/minidba/output/report.h"
@@ -177,7 +177,7 @@ UsedNumbers replaced(const Options &options, const Console &console) {
   if (!options.replace) throw Failure("database exists: " + options.database + " (--replace replaces it)");
   UsedNumbers used = used_numbers(options.database);
   if (!used.damage.empty())
-    console.errors << "minidba: " << tools::escaped(used.damage) << ": some of its used numbers may be unknown\n";
+    console.errors << "minidba: " << escaped(used.damage) << ": some of its used numbers may be unknown\n";
   return used;
 }
 

@@ -5,7 +5,7 @@
 #include <tuple>
 
 #include "catalog/record.h"
-#include "tools/common/escaped.h"
+#include "qxapi/escaped.h"
 #include "tools/minidba/opening.h"
 #include "tools/minidba/output/report.h"
 #include "tools/minidba/selection.h"
@@ -59,7 +59,7 @@ class Dropping {
   void drop(const Version &version, uint32_t kept, const std::string &url) {
     batch_.erase(version.number, url);
     errors_ << "minidba: description " << version.number << " is dropped: description " << kept
-            << " is newer and has the same URL: " << tools::escaped(url) << '\n';
+            << " is newer and has the same URL: " << escaped(url) << '\n';
   }
 
   const Catalog &catalog_;

@@ -14,7 +14,7 @@
 #include "catalog/stream/soif_scan.h"
 #include "catalog/url_map.h"
 #include "catalog/used_numbers.h"
-#include "tools/common/escaped.h"
+#include "qxapi/escaped.h"
 #include "tools/minidba/opening.h"
 #include "tools/minidba/output/report.h"
 #include "tools/minidba/verbs/verbs.h"
@@ -140,7 +140,7 @@ int64_t Salvage::drop_same_urls(std::ostream &errors) {
     if (is_better) kept->second = number;
     dropped.push_back(older);
     errors << "minidba: description " << older << " is left out: description " << kept->second
-           << " is newer and has the same URL: " << tools::escaped(url) << '\n';
+           << " is newer and has the same URL: " << escaped(url) << '\n';
   }
   for (const uint32_t number : dropped) finds_.erase(number);
   return static_cast<int64_t>(dropped.size());
@@ -189,7 +189,7 @@ class Loss {
 
  private:
   void name(const std::string &text, int64_t &count) {
-    errors_ << "minidba: " << tools::escaped(text) << '\n';
+    errors_ << "minidba: " << escaped(text) << '\n';
     ++count;
   }
 

@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: MIT
+/// Texts that keep to their line, as strings for programs. The libraries use LogText.
+#ifndef QXAPI_ESCAPED_H
+#define QXAPI_ESCAPED_H
+
+#include <string>
+#include <string_view>
+
+#include "qxapi/ascii.h"
+#include "qxapi/log_text.h"
+
+namespace rdm {
+
+/// escaped returns a text with the characters of a level escaped. Without control characters it stays on one line and
+/// cannot command a terminal.
+inline std::string escaped(std::string_view text, Escaping level = Escaping::controls) {
+  std::string line;
+  line.reserve(text.size());
+  for (const char c : text) line.append(EscapedChar(c, level).text());
+  return line;
+}
+
+/// without_controls returns a text with `substitute` for each of its control characters.
+inline std::string without_controls(std::string_view text, char substitute) {
+  std::string line(text);
+  for (char &c : line)
+    if (ascii::is_control(c)) c = substitute;
+  return line;
+}
+
+}  // namespace rdm
+
+#endif
