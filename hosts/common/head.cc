@@ -9,6 +9,7 @@
 #include "qxapi/escaped.h"
 #include "qxapi/number.h"
 #include "qxapi/records.h"
+#include "qxapi/words.h"
 
 namespace rdm::hosts {
 namespace {
@@ -49,11 +50,7 @@ bool is_host_field(std::string_view name) {
 }
 
 /// one_line returns `text` with control characters replaced by spaces and without surrounding spaces.
-std::string one_line(std::string_view text) {
-  const std::string line = without_controls(text, ' ');
-  const auto first = line.find_first_not_of(' ');
-  return first == std::string::npos ? std::string() : line.substr(first, line.find_last_not_of(' ') - first + 1);
-}
+std::string one_line(std::string_view text) { return std::string(trim(without_controls(text, ' '), " ")); }
 
 std::optional<std::int64_t> decimal(std::string_view text) {
   return text.starts_with('-') ? std::nullopt : parse_number<std::int64_t>(text);

@@ -5,19 +5,10 @@
 #include <map>
 
 #include "qxapi/ascii.h"
+#include "qxapi/words.h"
 
 namespace rdm::check {
 namespace {
-
-std::vector<std::string> split_names(const std::string &text) {
-  std::vector<std::string> names;
-  for (std::size_t at = 0; (at = text.find_first_not_of(" \t", at)) != std::string::npos;) {
-    const std::size_t end = std::min(text.find_first_of(" \t", at), text.size());
-    names.push_back(text.substr(at, end - at));
-    at = end;
-  }
-  return names;
-}
 
 bool is_foreign(char c) { return ascii::is_control(c) && !ascii::is_space(c); }
 
@@ -35,7 +26,7 @@ std::string foreign_text(const std::string &line) {
 void check_aliases(const std::vector<Line> &lines, Report &report) {
   std::map<std::string, int> lines_of_names;
   for (const Line &line : lines) {
-    const std::vector<std::string> names = split_names(line.text);
+    const std::vector<std::string_view> names = words_of(line.text, " \t");
     for (std::size_t i = 0; i < names.size(); ++i) {
       const auto [place, fresh] = lines_of_names.emplace(names[i], line.number);
       // A parent may begin several lines; only aliases must be unique.

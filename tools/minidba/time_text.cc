@@ -13,6 +13,7 @@
 #include "catalog/os/error.h"
 #include "qxapi/ascii.h"
 #include "qxapi/number.h"
+#include "qxapi/words.h"
 
 namespace rdm::minidba {
 
@@ -112,16 +113,6 @@ Time seconds_time(std::string_view text) {
   if (!take(text, "@")) return std::nullopt;
   const std::optional<int64_t> count = parse_number<int64_t>(text);
   return count && *count >= 0 ? Time(seconds(*count)) : std::nullopt;
-}
-
-std::vector<std::string_view> words_of(std::string_view text, std::string_view delimiters) {
-  std::vector<std::string_view> words;
-  for (size_t at = 0; (at = text.find_first_not_of(delimiters, at)) != std::string_view::npos;) {
-    const size_t end = std::min(text.find_first_of(delimiters, at), text.size());
-    words.push_back(text.substr(at, end - at));
-    at = end;
-  }
-  return words;
 }
 
 /// months_before subtracts months. If the resulting day does not exist, it takes the last day of the month.

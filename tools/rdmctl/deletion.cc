@@ -14,6 +14,7 @@
 #include "catalog/stream/soif_stream.h"
 #include "catalog/transaction.h"
 #include "qxapi/escaped.h"
+#include "qxapi/words.h"
 
 namespace rdm::rdmctl {
 namespace {
@@ -26,8 +27,7 @@ std::vector<std::string> lines_from(const std::string &path, int64_t offset) {
   file.seekg(offset);
   std::vector<std::string> lines;
   for (std::string line; std::getline(file, line);) {
-    const size_t first = line.find_first_not_of(" \t\r");
-    if (first != std::string::npos) lines.push_back(line.substr(first, line.find_last_not_of(" \t\r") - first + 1));
+    if (const std::string_view text = trim(line, " \t\r"); !text.empty()) lines.emplace_back(text);
   }
   return lines;
 }

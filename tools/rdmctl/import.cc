@@ -16,6 +16,7 @@
 #include "catalog/stream/soif_stream.h"
 #include "qxapi/ascii.h"
 #include "qxapi/escaped.h"
+#include "qxapi/words.h"
 #include "service/csid.h"
 #include "service/message.h"
 #include "tools/rdmctl/deletion.h"
@@ -149,9 +150,7 @@ std::string text_of(csio *answer) {
   csio_copy(answer, bytes.data(), static_cast<int32_t>(bytes.size()));
   SoifReader reader(bytes);
   reader.next();
-  const std::string text = bytes.substr(static_cast<size_t>(reader.position()));
-  const size_t first = text.find_first_not_of('\n');
-  return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of('\n') - first + 1);
+  return std::string(trim(std::string_view(bytes).substr(static_cast<size_t>(reader.position())), "\n"));
 }
 
 /// accepted returns the number in an "Accepted" answer; -1 for another answer.
