@@ -5,6 +5,7 @@
 #include <cerrno>
 
 #include "qxapi/posix.h"
+#include "qxapi/uninterrupted.h"
 
 namespace rdm::posix_host {
 namespace {
@@ -14,10 +15,7 @@ constexpr mode_t private_file = 0600;
 
 /// open_file opens a file with O_CLOEXEC and retries on EINTR.
 host_fd open_file(const char *path, int flags, mode_t mode = 0) {
-  host_fd fd = -1;
-  do fd = ::open(path, flags | O_CLOEXEC, mode);
-  while (fd == -1 && errno == EINTR);
-  return fd;
+  return uninterrupted([&] { return ::open(path, flags | O_CLOEXEC, mode); });
 }
 
 }  // namespace
@@ -38,32 +36,27 @@ host_fd open_readwrite(const char *path) { return open_file(path, O_RDWR | O_CRE
 int32_t read_bytes(host_fd fd, void *buffer, int32_t n) {
   int32_t total = 0;
   while (total < n) {
-    const ssize_t got = ::read(fd, static_cast<char *>(buffer) + total, static_cast<size_t>(n - total));
+    const auto wanted = static_cast<size_t>(n - total);
+    const ssize_t got = uninterrupted([&] { return ::read(fd, static_cast<char *>(buffer) + total, wanted); });
+    if (got < 0) return -1;
     if (got == 0) break;
-    if (got > 0)
-      total += static_cast<int32_t>(got);
-    else if (errno != EINTR)
-      return -1;
+    total += static_cast<int32_t>(got);
   }
   return total;
 }
 
 int write_bytes(host_fd fd, const void *bytes, int32_t n) {
   for (int32_t done = 0; done < n;) {
-    const ssize_t put = ::write(fd, static_cast<const char *>(bytes) + done, static_cast<size_t>(n - done));
-    if (put > 0)
-      done += static_cast<int32_t>(put);
-    else if (put == 0 || errno != EINTR)
-      return 0;
+    const auto rest = static_cast<size_t>(n - done);
+    const ssize_t put = uninterrupted([&] { return ::write(fd, static_cast<const char *>(bytes) + done, rest); });
+    if (put <= 0) return 0;
+    done += static_cast<int32_t>(put);
   }
   return 1;
 }
 
 int write_log(host_fd fd, const void *bytes, int32_t n) {
-  ssize_t put = -1;
-  do put = ::write(fd, bytes, static_cast<size_t>(n));
-  while (put == -1 && errno == EINTR);
-  return put == n ? 1 : 0;
+  return uninterrupted([&] { return ::write(fd, bytes, static_cast<size_t>(n)); }) == n ? 1 : 0;
 }
 
 int64_t seek(host_fd fd, int64_t offset, int whence) { return ::lseek(fd, offset, whence); }

@@ -5,7 +5,6 @@
 
 #include <sys/stat.h>
 
-#include <cerrno>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -13,6 +12,7 @@
 #include <utility>
 
 #include "qxapi/guard.h"
+#include "qxapi/uninterrupted.h"
 
 namespace rdm::catalog {
 
@@ -21,14 +21,6 @@ std::string directory_of(const std::string &path);
 
 /// status_of returns the result of stat for a path; nothing after ENOENT. Throws a SystemFailure after other errors.
 std::optional<struct stat> status_of(const std::string &path);
-
-/// uninterrupted repeats a system call while it fails with EINTR, and returns its result.
-template <typename Call>
-auto uninterrupted(Call call) {
-  auto result = call();
-  while (result == -1 && errno == EINTR) result = call();
-  return result;
-}
 
 /// open_file calls open with O_CLOEXEC and repeats it after EINTR. On failure the guard is empty and errno is set.
 HostFileGuard open_file(const std::string &path, int flags, mode_t mode = 0);

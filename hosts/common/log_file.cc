@@ -14,6 +14,8 @@
 #include <system_error>
 #include <utility>
 
+#include "qxapi/uninterrupted.h"
+
 namespace rdm::hosts {
 namespace {
 
@@ -21,10 +23,7 @@ namespace {
 constexpr std::chrono::milliseconds flush_interval{100};
 
 host_fd open_file(const char *path, int flags) {
-  host_fd fd = -1;
-  do fd = ::open(path, flags | O_APPEND | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0644);
-  while (fd == -1 && errno == EINTR);
-  return fd;
+  return uninterrupted([&] { return ::open(path, flags | O_APPEND | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0644); });
 }
 
 /// reopen_file opens the log's name again. A newly created file gets owner and mode of the old one.

@@ -6,9 +6,10 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdlib>
 #include <utility>
+
+#include "qxapi/uninterrupted.h"
 
 namespace rdm::hosts {
 namespace {
@@ -34,11 +35,9 @@ std::size_t write_at(host_fd fd, std::string_view bytes, std::int64_t offset) {
   std::size_t done = 0;
   while (done < bytes.size()) {
     const auto at = offset + static_cast<std::int64_t>(done);
-    const ssize_t put = ::pwrite(fd, bytes.data() + done, bytes.size() - done, at);
-    if (put > 0)
-      done += static_cast<std::size_t>(put);
-    else if (put == 0 || errno != EINTR)
-      break;
+    const ssize_t put = uninterrupted([&] { return ::pwrite(fd, bytes.data() + done, bytes.size() - done, at); });
+    if (put <= 0) break;
+    done += static_cast<std::size_t>(put);
   }
   return done;
 }

@@ -14,6 +14,7 @@
 
 #include "libcs/extra/join.h"
 #include "qxapi/guard.h"
+#include "qxapi/uninterrupted.h"
 
 using namespace rdm;
 
@@ -34,13 +35,10 @@ namespace {
 /// wait_for returns the exit status of a child; 0 if a signal ended it or waitpid() failed.
 int wait_for(pid_t child) {
   int status = 0;
-  while (::waitpid(child, &status, 0) == -1) {
-    if (errno == EINTR) continue;
-    if (errno != ECHILD)
-      CSLOG(CSLOG_WARNING, "extra", "waitpid (pid=%d): %s\n", static_cast<int>(child), host_last_error_text());
-    return 0;
-  }
-  return (status >> 8) & 0xff;
+  if (uninterrupted([&] { return ::waitpid(child, &status, 0); }) != -1) return (status >> 8) & 0xff;
+  if (errno != ECHILD)
+    CSLOG(CSLOG_WARNING, "extra", "waitpid (pid=%d): %s\n", static_cast<int>(child), host_last_error_text());
+  return 0;
 }
 
 /// find_in returns the path of the first existing `name` in a colon-separated list of directories, `name` itself if
