@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "catalog/os/error.h"
+#include "qxapi/unlinked_file.h"
 
 namespace rdm::catalog {
 namespace {
@@ -40,25 +41,15 @@ void copy_range(const File &from, const File &to, int64_t offset, int64_t end) {
   }
 }
 
-/// scratch_in creates a file without a name. On file systems without O_TMPFILE it creates and unlinks one.
-HostFileGuard scratch_in(const std::string &directory, const std::string &prefix) {
-  HostFileGuard file = open_file(directory, O_RDWR | O_TMPFILE, 0600);
-  if (file) return file;
-  std::string name = directory + "/" + prefix + "XXXXXX";
-  file = HostFileGuard(::mkostemp(name.data(), O_CLOEXEC));
-  if (file) ::unlink(name.c_str());
-  return file;
-}
-
 std::string scratch_prefix(const std::string &path) {
   return fs::path(path).filename().string() + std::string(scratch_mark);
 }
 
 File make_scratch(const std::string &beside) {
   const std::string directory = directory_of(beside), name = "a temporary file in " + directory;
-  HostFileGuard file = scratch_in(directory, scratch_prefix(beside));
+  HostFileGuard file = open_unlinked(directory, scratch_prefix(beside));
   if (!file && (errno == EACCES || errno == EPERM || errno == EROFS))
-    file = scratch_in(fs::temp_directory_path().string(), scratch_prefix(beside));
+    file = open_unlinked(fs::temp_directory_path().string(), scratch_prefix(beside));
   if (!file) throw system_failure("cannot create " + name);
   return File(std::move(file), name);
 }

@@ -6,29 +6,14 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <utility>
 
+#include "qxapi/temporary_directory.h"
 #include "qxapi/uninterrupted.h"
+#include "qxapi/unlinked_file.h"
 
 namespace rdm::hosts {
 namespace {
-
-std::string temporary_directory() {
-  const char *directory = std::getenv("TMPDIR");
-  return directory != nullptr && *directory != '\0' ? directory : "/tmp";
-}
-
-/// open_unlinked returns a descriptor of a new file without a name, or -1.
-host_fd open_unlinked(const std::string &directory) {
-  const host_fd fd = ::open(directory.c_str(), O_TMPFILE | O_RDWR | O_EXCL | O_CLOEXEC, 0600);
-  if (fd != -1) return fd;
-  // Some file systems lack O_TMPFILE; create a named file there and unlink it.
-  std::string name = directory + "/rdm-answer-XXXXXX";
-  const host_fd named = ::mkostemp(name.data(), O_CLOEXEC);
-  if (named != -1) ::unlink(name.c_str());
-  return named;
-}
 
 /// write_at writes `bytes` at `offset` until pwrite() fails, and returns how many bytes were written.
 std::size_t write_at(host_fd fd, std::string_view bytes, std::int64_t offset) {
@@ -64,7 +49,7 @@ void OutputQueue::append_memory(std::string_view bytes) {
 
 std::size_t OutputQueue::spill(std::string_view bytes) {
   if (!spill_file_) {
-    auto file = std::make_shared<const HostFileGuard>(open_unlinked(temporary_directory()));
+    auto file = std::make_shared<const HostFileGuard>(open_unlinked(named_temporary_directory(), "rdm-answer-"));
     if (!*file) return 0;
     spill_file_ = std::move(file);
   }

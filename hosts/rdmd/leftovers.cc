@@ -11,7 +11,6 @@
 #include <charconv>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <memory>
 #include <optional>
 #include <string_view>
@@ -60,12 +59,6 @@ bool is_own_file(int directory, const char *name) {
 }
 
 }  // namespace
-
-std::string temporary_directory() {
-  const char *directory = std::getenv("TMPDIR");
-  struct stat status;
-  return directory != nullptr && ::stat(directory, &status) == 0 && S_ISDIR(status.st_mode) ? directory : P_tmpdir;
-}
 
 std::size_t remove_leftovers(const std::string &path) {
   const Directory directory(::opendir(path.c_str()));

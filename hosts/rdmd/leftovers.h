@@ -8,10 +8,6 @@
 
 namespace rdm::rdmd {
 
-/// temporary_directory returns the directory for temporary files: that of TMPDIR, which the service sets from its
-/// configuration, if it is a directory, otherwise P_tmpdir.
-std::string temporary_directory();
-
 /// remove_leftovers removes those temporary files of CSIO buffers in a directory that belong to this user and whose
 /// process has ended (qxapi/temporary_owner.h), and returns how many. It removes nothing on a network file system,
 /// where locks held by other machines may be invisible.

@@ -22,6 +22,7 @@
 #include "hosts/rdmd/server.h"
 #include "hosts/rdmd/standard_stream.h"
 #include "qxapi/standard_descriptors.h"
+#include "qxapi/temporary_directory.h"
 
 using namespace rdm;
 
@@ -79,8 +80,8 @@ void log_mistakes(const std::string &config, ErrorLog &errors) {
 
 /// clean_up removes temporary files of killed servers. It runs after the plug-in has set TMPDIR.
 void clean_up(ErrorLog &errors) {
-  const std::string directory = temporary_directory();
-  const std::size_t files = remove_leftovers(directory);
+  const char *const directory = temporary_directory(::stat);
+  const std::size_t files = directory != nullptr ? remove_leftovers(directory) : 0;
   if (files > 0) errors.info("removed " + std::to_string(files) + " temporary files of killed processes: " + directory);
 }
 

@@ -15,6 +15,7 @@
 #include <libcs/log.h>
 
 #include "qxapi/guard.h"
+#include "qxapi/temporary_directory.h"
 #include "qxapi/temporary_owner.h"
 
 namespace rdm::csio_file {
@@ -37,19 +38,6 @@ void open_file(csio &io, OpenMode mode) {
     case OpenMode::write:
       io.fd = host_open_write(io.filename);
   }
-}
-
-bool is_directory(const char *path) {
-  struct stat status;
-  return host_stat(path, &status) == 0 && S_ISDIR(status.st_mode);
-}
-
-const char *temporary_directory() {
-  // Use getenv(), not secure_getenv(): in a privileged program the loader has removed TMPDIR, so a value found here was
-  // set by the program from its configuration.
-  const char *directory = std::getenv("TMPDIR");
-  if (directory != nullptr && is_directory(directory)) return directory;
-  return is_directory(P_tmpdir) ? P_tmpdir : nullptr;
 }
 
 /// Owned is a directory in which this process holds the lock of its token. The descriptor stays open for the life of
@@ -121,7 +109,7 @@ TokenText owner_of(const char *directory, uint64_t random) {
 /// temporary_name returns a new path in the temporary directory, or null. Its 64 random bits can be neither guessed nor
 /// repeated.
 HostText temporary_name() {
-  const char *directory = temporary_directory();
+  const char *directory = temporary_directory(host_stat);
   unsigned long long random[2] = {};
   char path[PATH_MAX];
   constexpr size_t name_size = sizeof "/csio" + 2 * temporary_owner::digits;

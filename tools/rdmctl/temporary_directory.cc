@@ -12,6 +12,7 @@
 
 #include "catalog/os/error.h"
 #include "catalog/os/file.h"
+#include "qxapi/temporary_directory.h"
 
 namespace rdm::rdmctl {
 namespace {
@@ -22,11 +23,6 @@ constexpr char prefix[] = "rdmctl-";
 
 /// mark is a file in every directory that an import has created: others may have names with the same prefix.
 constexpr char mark[] = ".rdmctl-import";
-
-std::string parent_directory() {
-  const char *named = std::getenv("TMPDIR");
-  return named != nullptr && *named != '\0' ? named : P_tmpdir;
-}
 
 /// open_locked opens and locks a directory. The guard is empty if it is not a directory of this user, or if another
 /// process has locked it.
@@ -71,7 +67,7 @@ void remove_abandoned(const std::string &parent) {
 }  // namespace
 
 TemporaryDirectory::TemporaryDirectory() : maker_(::getpid()) {
-  const std::string parent = parent_directory();
+  const std::string parent = named_temporary_directory();
   remove_abandoned(parent);
   // Until the directory is locked, another import may remove it as an abandoned one.
   for (int attempt = 0; attempt < 100 && !lock_; ++attempt) {

@@ -16,7 +16,6 @@
 
 #include "qxapi/guard.h"
 #include "qxapi/temporary_owner.h"
-#include "support/environment.h"
 #include "support/files.h"
 
 using namespace rdm;
@@ -83,16 +82,6 @@ TEST_F(Leftovers, NothingElseIsRemoved) {
 TEST_F(Leftovers, ADirectoryThatCannotBeReadOrIsNotOfALocalDiskHasNone) {
   EXPECT_EQ(remove_leftovers("/nonexistent"), 0u);
   EXPECT_EQ(remove_leftovers("/proc"), 0u);
-}
-
-TEST_F(Leftovers, TheDirectoryIsThatOfTheConfigurationOrTheSystems) {
-  const std::string place = directory_.path();
-  {
-    const support::Environment configured("TMPDIR", place.c_str());
-    EXPECT_EQ(rdmd::temporary_directory(), place);
-  }
-  const support::Environment mistaken("TMPDIR", "/nonexistent");
-  EXPECT_EQ(rdmd::temporary_directory(), "/tmp");
 }
 
 }  // namespace
