@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <functional>
-#include <memory>
 #include <optional>
 #include <string>
 
@@ -63,12 +62,9 @@ class SoifStream {
   size_t read_at(int64_t offset, char *bytes, size_t count) const;
   void check_readable() const;
 
-  struct FileCloser {
-    void operator()(FILE *file) const { std::fclose(file); }
-  };
   std::string name_;
   int descriptor_;  // belongs to file_
-  std::unique_ptr<FILE, FileCloser> file_;
+  StdioPtr file_;
   std::optional<SoifScan> scan_;
   int64_t size_ = 0;
   int64_t position_ = 0;
