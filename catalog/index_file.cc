@@ -3,7 +3,6 @@
 
 #include <fcntl.h>
 #include <unistd.h>
-#include <zlib.h>
 
 #include <algorithm>
 #include <limits>
@@ -37,9 +36,8 @@ std::string read_all(const std::string &path) {
 
 IndexEntry entry_of(uint32_t number, std::string_view record, int64_t change_time) {
   const auto time = std::clamp<int64_t>(change_time, 0, std::numeric_limits<uint32_t>::max());
-  const unsigned long checksum = crc32_z(0, reinterpret_cast<const unsigned char *>(record.data()), record.size());
   return {static_cast<uint32_t>(time), 0, number, static_cast<uint32_t>(record.size()),
-          static_cast<uint32_t>(checksum)};
+          index_format::checksum_of(record)};
 }
 
 bool precedes(const IndexEntry &a, const IndexEntry &b) {

@@ -6,6 +6,8 @@
 #ifndef DBA_INDEX_FORMAT_H
 #define DBA_INDEX_FORMAT_H
 
+#include <zlib.h>
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -25,6 +27,11 @@ struct Entry {
   uint32_t checksum;  // CRC-32 of its record
   bool operator==(const Entry &) const = default;
 };
+
+/// checksum_of returns the checksum of a record.
+inline uint32_t checksum_of(std::string_view record) {
+  return static_cast<uint32_t>(crc32_z(0, reinterpret_cast<const unsigned char *>(record.data()), record.size()));
+}
 
 /// word_at returns the integer at `offset`. Its four bytes must lie within `bytes`.
 constexpr uint32_t word_at(std::string_view bytes, size_t offset) {

@@ -2,7 +2,6 @@
 #include "hosts/rdmd/check_catalog.h"
 
 #include <sys/stat.h>
-#include <zlib.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -104,8 +103,7 @@ void compare_record(std::string_view key, std::string_view record, Entries &entr
     return;
   }
   entry->found = true;
-  const auto *bytes = reinterpret_cast<const unsigned char *>(record.data());
-  if (entry->size == record.size() && entry->checksum == ::crc32_z(0, bytes, record.size()))
+  if (entry->size == record.size() && entry->checksum == index_format::checksum_of(record))
     ++result.same;
   else if (change_time(record) > entry->time)
     ++result.changed;
