@@ -16,7 +16,7 @@ bool has_same_bytes(const IndexEntry &a, const IndexEntry &b) { return a.size ==
 bool has_damaged_time(const IndexEntry &known, std::string_view record) {
   if (known.size != record.size()) return false;
   const std::string time = date_of(static_cast<time_t>(known.time));
-  const std::string start = std::string("rd-last-changed{") + std::to_string(time.size()) + "}:\t";
+  const std::string start = attribute_head("rd-last-changed", time.size());
   const size_t at = record.find(start);
   if (at == std::string_view::npos || record.size() - at - start.size() < time.size()) return false;
   std::string mended(record);

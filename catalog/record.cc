@@ -7,6 +7,7 @@
 
 #include <libcs/cs.h>
 
+#include "libcs/soif/grammar.h"
 #include "qxapi/number.h"
 
 namespace rdm::catalog {
@@ -62,6 +63,10 @@ std::string content(SOIF *object) {
   while (soif_delete(object, last_changed) == 0) {
   }
   return print(object);
+}
+
+std::string attribute_head(std::string_view name, size_t size) {
+  return std::string(name) + '{' + std::to_string(size) + std::string(soif::size_end);
 }
 
 std::string date_of(time_t time) {

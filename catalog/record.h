@@ -33,6 +33,9 @@ std::optional<std::string> url_of(std::string_view record);
 /// if their contents are.
 std::string content(SOIF *object);
 
+/// attribute_head returns what precedes a value of `size` bytes: NAME{SIZE}: and a tab.
+std::string attribute_head(std::string_view name, size_t size);
+
 /// date_of returns a time, in seconds since 1970, as the value of "rd-last-changed": date_size bytes for the years 1000
 /// to 9999.
 std::string date_of(time_t time);

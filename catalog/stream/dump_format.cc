@@ -49,8 +49,7 @@ ExportHeader read_header(const SOIF *object) {
 std::string with_number(const std::string &record, uint32_t number) {
   const std::string value = std::to_string(number);
   std::string text = record;
-  text.insert(record.find('\n') + 1,
-              std::string(number_name) + '{' + std::to_string(value.size()) + "}:\t" + value + '\n');
+  text.insert(record.find('\n') + 1, attribute_head(number_name, value.size()) + value + '\n');
   return text;
 }
 

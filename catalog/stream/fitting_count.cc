@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "catalog/stream/fitting_count.h"
 
-#include <charconv>
-
+#include "libcs/soif/grammar.h"
 #include "qxapi/ascii.h"
 
 namespace rdm::catalog {
@@ -20,17 +19,12 @@ bool closes(std::string_view text) {
 
 /// take_attribute removes `name{count}:TAB`, as many bytes and a newline from the front of a text.
 bool take_attribute(std::string_view &text) {
-  constexpr size_t longest_head = 256;
-  const size_t brace = text.substr(0, longest_head).find_first_of("{} \t\n@");
-  if (brace == 0 || brace == std::string_view::npos || text[brace] != '{') return false;
-  size_t count = 0;
-  const auto [end, error] = std::from_chars(text.data() + brace + 1, text.data() + text.size(), count);
-  const std::string_view rest = text.substr(static_cast<size_t>(end - text.data()));
-  constexpr std::string_view behind = "}:\t";
-  if (error != std::errc() || !rest.starts_with(behind)) return false;
-  const std::string_view value = rest.substr(behind.size());
-  if (count >= value.size() || value[count] != '\n') return false;
-  text = value.substr(count + 1);
+  constexpr size_t longest_name = 256;
+  const auto head = soif::written_head(text, "{} \t\n@", longest_name);
+  if (!head) return false;
+  const std::string_view value = text.substr(head->length);
+  if (head->size >= value.size() || value[head->size] != '\n') return false;
+  text = value.substr(head->size + 1);
   return true;
 }
 

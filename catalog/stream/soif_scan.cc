@@ -13,11 +13,8 @@ namespace rdm::catalog {
 namespace {
 
 constexpr char no_object[] = "not a SOIF object";
-constexpr auto is_space = [](int c) { return ascii::is_space(c); };
 
-bool is_name_character(char c) {
-  return static_cast<unsigned char>(c) > ' ' && c != '{' && c != '}' && c != '@' && c != 0x7F;
-}
+bool is_name_character(char c) { return c != ' ' && c != '{' && c != '}' && c != '@' && !ascii::is_control(c); }
 
 bool is_name(std::string_view name) {
   for (char c : name)
@@ -78,39 +75,36 @@ class ObjectScan {
     for (offset_ = tell(file_);; ++offset_) {
       if (offset_ % blanks_apart == 0 && is_dead_end(true)) return true;
       const int c = input_.next();
-      if (is_space(c)) continue;
+      if (soif::is_space(c)) continue;
       input_.back_up(c);
       return false;
     }
   }
 
   bool header() {
-    if (!input_.skip_past('@') || !input_.token(is_space, buffer_)) return false;
-    input_.back_up(next_other([](int c) { return ascii::is_space(c) || c == '{'; }));
-    const auto url = input_.token(is_space, buffer_);
+    if (!input_.skip_past('@') || !soif::read_template_name(input_, buffer_)) return false;
+    const auto url = soif::read_url(input_, buffer_);
     if (url) url_ = *url;
     return url.has_value();
   }
 
   std::string attribute() {
-    const auto name = input_.token([](int c) { return c == '{'; }, buffer_);
+    const auto name = soif::read_attribute_name(input_, buffer_);
     if (!name) return no_object;
     if (!is_name(*name))
       return "attribute name \"" + (name->empty() ? "(empty)" : printable(*name, 60)) +
              "\", after a value of the wrong size";
     last_count_ = {std::string(*name), "", 0};
-    input_.next();
     return value();
   }
 
   /// value skips a count and the value, and returns the reason if they are malformed.
   std::string value() {
-    const auto digits = input_.token([](int c) { return c == '}'; }, buffer_);
+    const auto digits = soif::read_size(input_, buffer_);
     if (!digits) return no_object;
-    const int32_t size = ascii::to_int32(*digits);
+    const int32_t size = soif::size_of(*digits);
     last_count_->text = *digits;
-    input_.next();
-    if (input_.next() != ':' || input_.next() != '\t') return "no colon and tab after " + counted_name();
+    if (!soif::read_size_end(input_)) return "no colon and tab after " + counted_name();
     last_count_->value_offset = tell(file_);
     if (size < 0) return counted_name() + " has a size below zero";
     is_too_long_ = last_count_->value_offset + size > size_;
@@ -121,13 +115,6 @@ class ObjectScan {
 
   std::string counted_name() const {
     return printable(last_count_->attribute, 60) + '{' + printable(last_count_->text, 20) + '}';
-  }
-
-  template <typename Class>
-  int next_other(Class is_in_class) {
-    int c = input_.next();
-    while (is_in_class(c)) c = input_.next();
-    return c;
   }
 
   FILE *file_;

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <map>
 
+#include "libcs/soif/grammar.h"
 #include "qxapi/ascii.h"
 #include "qxapi/words.h"
 
@@ -19,7 +20,7 @@ std::string foreign_text(const std::string &line) {
   if (line.find("=\"") != std::string::npos) return "a name=\"value\" pair";
   if (const auto at = line.find_first_not_of(" \t"); at != std::string::npos && line[at] == '<') return "markup";
   if (line.find("\":") != std::string::npos) return "a JSON member";
-  if (line.find("}:\t") != std::string::npos) return "a SOIF attribute";
+  if (line.find(soif::size_end) != std::string::npos) return "a SOIF attribute";
   return {};
 }
 

@@ -11,6 +11,7 @@
 
 #include "dba/guard.h"
 #include "dba/index_format.h"
+#include "libcs/soif/grammar.h"
 #include "qxapi/number.h"
 
 namespace rdm::check {
@@ -84,11 +85,11 @@ std::optional<std::uint32_t> number_of(std::string_view key) {
 
 /// change_time returns the time of a record's "rd-last-changed", or 0 if it has none.
 std::time_t change_time(std::string_view record) {
-  constexpr std::string_view attribute = "\nrd-last-changed{", end_of_head = "}:\t";
+  constexpr std::string_view attribute = "\nrd-last-changed{";
   const std::size_t start = record.rfind(attribute);
-  const std::size_t value = start == npos ? start : record.find(end_of_head, start);
+  const std::size_t value = start == npos ? start : record.find(soif::size_end, start);
   if (value == npos) return 0;
-  const std::string text(record.substr(value + end_of_head.size(), 64));
+  const std::string text(record.substr(value + soif::size_end.size(), 64));
   struct tm fields {};
   return ::strptime(text.c_str(), "%a, %d %b %Y %H:%M:%S GMT", &fields) != nullptr ? ::timegm(&fields) : 0;
 }

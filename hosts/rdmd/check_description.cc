@@ -4,17 +4,19 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cstdint>
 
+#include "libcs/soif/grammar.h"
 #include "qxapi/ascii.h"
 
 namespace rdm::check {
 namespace {
 
+using soif::white_space;
+
 constexpr std::int64_t longest_answer = 0xFFFFFFFF;
 constexpr std::size_t npos = std::string_view::npos;
-constexpr std::string_view blanks = " \t\r", white_space = " \t\n\v\f\r", white_space_and_braces = " \t\n\v\f\r{";
+constexpr std::string_view blanks = " \t\r";
 
 /// AttributeHead is the text before a value: NAME{SIZE}: and a tab.
 struct AttributeHead {
@@ -25,13 +27,9 @@ struct AttributeHead {
 };
 
 std::optional<AttributeHead> head_at(std::string_view text, std::size_t offset) {
-  const std::size_t open = text.find_first_of("{} \t\r\n", offset);
-  if (open == npos || open == offset || text[open] != '{') return std::nullopt;
-  std::uint64_t size = 0;
-  const auto [end, error] = std::from_chars(text.data() + open + 1, text.data() + text.size(), size);
-  const auto close = static_cast<std::size_t>(end - text.data());
-  if (error != std::errc() || text.substr(close, 3) != "}:\t") return std::nullopt;
-  return AttributeHead{offset, text.substr(offset, open - offset), size, close + 3};
+  const auto head = soif::written_head(text.substr(offset), "{} \t\r\n");
+  if (!head) return std::nullopt;
+  return AttributeHead{offset, head->name, head->size, offset + head->length};
 }
 
 /// ends_line_at returns true if only blanks stand between `offset` and the end of its line.
@@ -171,7 +169,7 @@ Object Reader::read_object() {
   Object object;
   object.offset = at_++;
   object.name = take_word();
-  at_ = std::min(text_.find_first_not_of(white_space_and_braces, at_), text_.size());
+  at_ = std::min(text_.find_first_not_of(soif::white_space_and_braces, at_), text_.size());
   take_word();
   read_attributes(object);
   return object;

@@ -13,10 +13,9 @@
 
 #include <libcs/soif.h>
 
-namespace rdm::soif {
+#include "libcs/soif/grammar.h"
 
-/// A token (template name, URL, attribute name, size) must be shorter than this.
-constexpr size_t token_limit = 4096;
+namespace rdm::soif {
 
 /// A value may end at most this many bytes past the end of a string. Without a limit, a few digits could make the
 /// parser fill any amount of memory.

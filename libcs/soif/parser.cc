@@ -16,8 +16,6 @@ using soif::end_of_input;
 /// The largest accepted value: a larger size is taken for damage.
 constexpr int32_t largest_value = 256 << 20;
 
-constexpr auto is_space = [](int c) { return ascii::is_space(c); };
-
 /// up_to_nul returns the part of a token before its first NUL: names and URLs are stored as C strings.
 std::string_view up_to_nul(std::string_view token) { return token.substr(0, token.find('\0')); }
 
@@ -54,10 +52,9 @@ class Parser {
   /// header reads template name and URL. The brace between them may be missing or repeated; a brace directly after the
   /// template name is part of the name.
   SoifPtr header() noexcept {
-    const auto template_name = input_.token(is_space, name_);
+    const auto template_name = soif::read_template_name(input_, name_);
     if (!template_name) return nullptr;
-    input_.back_up(next_other([](int c) { return ascii::is_space(c) || c == '{'; }));
-    const auto url = input_.token(is_space, token_);
+    const auto url = soif::read_url(input_, token_);
     if (!url) return nullptr;
     return soif::make_object(up_to_nul(*template_name), up_to_nul(*url), 0);
   }
@@ -68,7 +65,7 @@ class Parser {
     // The pairs are made for this object, so the table need not copy them.
     const soif::CopySwitch as_they_are(object->attrs, cslist_copy_nop);
     for (;;) {
-      const int c = next_other(is_space);
+      const int c = soif::read_past(input_, soif::is_space);
       if (c == end_of_input || c == '}') return true;
       input_.back_up(c);
       if (!attribute(object)) return false;
@@ -76,15 +73,13 @@ class Parser {
   }
 
   bool attribute(SOIF *object) noexcept {
-    const auto name_as_written = input_.token([](int c) { return c == '{'; }, name_);
+    const auto name_as_written = soif::read_attribute_name(input_, name_);
     if (!name_as_written) return false;
     const std::string_view name = lower_case(up_to_nul(*name_as_written), name_);
-    input_.next();
-    const auto digits = input_.token([](int c) { return c == '}'; }, token_);
+    const auto digits = soif::read_size(input_, token_);
     if (!digits) return false;
-    const int32_t size = ascii::to_int32(*digits);
-    input_.next();
-    if (size < 0 || size > largest_value || input_.next() != ':' || input_.next() != '\t') return false;
+    const int32_t size = soif::size_of(*digits);
+    if (size < 0 || size > largest_value || !soif::read_size_end(input_)) return false;
     // An excessive size is damage even if the accept list drops the value.
     if (!input_.may_hold(static_cast<size_t>(size))) return false;
     if (is_wanted(name)) return value(object, name, size);
@@ -106,14 +101,6 @@ class Parser {
     for (char **entry = accept_; *entry != nullptr; ++entry)
       if (selects(*entry, name)) return true;
     return false;
-  }
-
-  /// next_other skips the characters of a class and returns the first other one, which it reads too.
-  template <typename Class>
-  int next_other(Class is_in_class) noexcept {
-    int c = input_.next();
-    while (is_in_class(c)) c = input_.next();
-    return c;
   }
 
   Input &input_;

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "libcs/guard.h"
+#include "libcs/soif/grammar.h"
 #include "libcs/soif/stream.h"
 
 using namespace rdm;
@@ -40,7 +41,7 @@ void output_line(int stream, std::initializer_list<std::string_view> pieces) {
 void print_pair(int stream, const AVPair &pair) {
   char digits[12];
   const auto size = static_cast<size_t>(std::to_chars(digits, std::end(digits), pair.vsize).ptr - digits);
-  output_line(stream, {pair.attribute, "{", {digits, size}, "}:\t"});
+  output_line(stream, {pair.attribute, "{", {digits, size}, soif::size_end});
   output_buffer(stream, pair.value, pair.vsize);
   output_char(stream, '\n');
 }
