@@ -1,10 +1,12 @@
 # SPDX-License-Identifier: MIT
 # How every target of the project is compiled.
 
+# The cache serves every clone: names below the source directory are taken relative to it. It cannot tell whether a
+# precompiled header uses the time of day; none does.
 find_program(CCACHE ccache)
 if(CCACHE)
-  set(CMAKE_C_COMPILER_LAUNCHER ${CCACHE})
-  set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE})
+  set(CMAKE_C_COMPILER_LAUNCHER env CCACHE_BASEDIR=${CMAKE_SOURCE_DIR} CCACHE_SLOPPINESS=pch_defines,time_macros ${CCACHE})
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_C_COMPILER_LAUNCHER})
 endif()
 
 add_compile_definitions(_GNU_SOURCE _FILE_OFFSET_BITS=64)
