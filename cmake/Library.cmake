@@ -65,9 +65,37 @@ function(rdm_install_program name directory)
 endfunction()
 
 # rdm_objects(NAME): the object library behind rdm_library: no exceptions, no RTTI, since its procedures are called
-# through a C interface.
+# through a C interface. All of them share a precompiled header.
 function(rdm_objects name)
   add_library(${name} OBJECT)
   target_compile_options(${name} PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti>)
+  # The snapshots of the interface are compared with the types in the debug information.
+  target_compile_options(${name} PRIVATE $<$<CONFIG:RelWithDebInfo>:-g>)
   target_include_directories(${name} PUBLIC ${CMAKE_SOURCE_DIR}/include ${CMAKE_SOURCE_DIR})
+  if(name STREQUAL "qxapi_objects")
+    target_precompile_headers(${name} PRIVATE <algorithm> <array> <charconv> <cstring> <limits> <optional> <span>
+      <string_view> <utility>)
+  else()
+    target_precompile_headers(${name} REUSE_FROM qxapi_objects)
+  endif()
+endfunction()
+
+# rdm_parts(NAME SOURCES...): a static library of programs. All of them share a precompiled header, that of the first one.
+function(rdm_parts name)
+  add_library(${name} STATIC ${ARGN})
+  target_include_directories(${name} PUBLIC ${CMAKE_SOURCE_DIR}/include ${CMAKE_SOURCE_DIR})
+  get_property(owner GLOBAL PROPERTY RDM_PROGRAM_HEADERS)
+  if(owner)
+    target_precompile_headers(${name} REUSE_FROM ${owner})
+  else()
+    set_property(GLOBAL PROPERTY RDM_PROGRAM_HEADERS ${name})
+    target_precompile_headers(${name} PRIVATE <algorithm> <array> <charconv> <chrono> <filesystem> <functional> <map>
+      <memory> <mutex> <optional> <ostream> <set> <sstream> <string> <string_view> <system_error> <thread> <utility>
+      <vector>)
+  endif()
+endfunction()
+
+# rdm_read_once(SOURCES...): sources that read a command line, once. CLI11 compiles in half the time with few optimisations.
+function(rdm_read_once)
+  set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS $<$<CONFIG:RelWithDebInfo>:-Og>)
 endfunction()
