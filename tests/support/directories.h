@@ -10,7 +10,7 @@
 namespace rdm::support {
 
 /// in_source returns the absolute path of a file in the source tree, in_build in the build tree; without a path, the
-/// directory itself.
+/// directory itself. The variable RDM_TESTED_BUILD names another build tree, whose programs the tests then start.
 std::string in_source(std::string_view path = "");
 std::string in_build(std::string_view path = "");
 
