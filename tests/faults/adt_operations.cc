@@ -63,13 +63,10 @@ Verdict create(Memory &memory) {
   return judge(status == 0 && owned && cslist_count(made) == 0, status == 1 && !owned);
 }
 
-/// bytes_of returns the bytes of a buffer, in memory or in a file.
-std::string bytes_of(csio *io) {
+/// finished_bytes_of returns the bytes of a buffer, in memory or in a file, after writing it out.
+std::string finished_bytes_of(csio *io) {
   csio_finish(io);
-  csio_rewind(io);
-  std::string bytes(io->length + 1, '?');
-  const int32_t count = csio_copy(io, bytes.data(), static_cast<int32_t>(bytes.size()));
-  return bytes.substr(0, static_cast<size_t>(std::max(count, 0)));
+  return bytes_of(io);
 }
 
 std::string long_text(size_t size) {
@@ -102,7 +99,7 @@ Verdict append(Memory &memory) {
   const std::string text = long_text(20000);
   const CsioPtr io = make_csio(max_memory);
   const bool is_stored = memory.failing([&] { return append_all(io.get(), text); });
-  const bool is_whole = bytes_of(io.get()) == text;
+  const bool is_whole = finished_bytes_of(io.get()) == text;
   if (max_memory == 0) return judge(is_stored && is_whole, !is_stored && io->length == text.size());
   if (is_stored && !is_whole) return io->length < text.size() ? Verdict::incomplete : Verdict::wrong;
   return judge(is_whole, !is_stored);
@@ -276,8 +273,9 @@ constexpr Operation operations[] = {
      [](Memory &memory) {
        const CsioPtr io = buffer_of("text");
        memory.failing([&] { csio_increase(io.get(), 10000); });
-       if (io->data == nullptr) return judge(false, csio_copy(io.get(), items, 0) == 0 && bytes_of(io.get()).empty());
-       return judge(io->capacity >= 10000 && bytes_of(io.get()) == "text", false);
+       if (io->data == nullptr)
+         return judge(false, csio_copy(io.get(), items, 0) == 0 && finished_bytes_of(io.get()).empty());
+       return judge(io->capacity >= 10000 && finished_bytes_of(io.get()) == "text", false);
      }},
     {"csio_append", Need::reported, append<0>},
     {"csio_append", Need::unreported, append<8192>},
@@ -287,7 +285,7 @@ constexpr Operation operations[] = {
      [](Memory &memory) {
        const CsioPtr io = buffer_of("text");
        memory.failing([&] { return csio_convert2file(io.get()); });
-       const std::string bytes = bytes_of(io.get());
+       const std::string bytes = finished_bytes_of(io.get());
        if (io->filename == nullptr) return judge(false, io->length == 0 && bytes.empty());
        if (bytes.empty() && io->length == 4) return Verdict::incomplete;
        return judge(bytes == "text", false);
@@ -297,7 +295,7 @@ constexpr Operation operations[] = {
      [](Memory &memory) {
        const CsioPtr io = buffer_of("text");
        memory.failing([&] { return csio_dup2file(io.get()); });
-       if (bytes_of(io.get()) != "text") return Verdict::wrong;
+       if (finished_bytes_of(io.get()) != "text") return Verdict::wrong;
        if (io->filename == nullptr) return Verdict::refused;
        const std::string copy = support::read_file(io->filename);
        return copy.empty() ? Verdict::incomplete : judge(copy == "text", false);
@@ -306,9 +304,9 @@ constexpr Operation operations[] = {
      [](Memory &memory) {
        csio *in_memory = buffer_of("text").release(), *in_file = buffer_of(long_text(5000), 4096).release();
        return memory.failing([&] {
-         bool is_right = bytes_of(in_memory) == "text" && bytes_of(in_file) == long_text(5000);
+         bool is_right = finished_bytes_of(in_memory) == "text" && finished_bytes_of(in_file) == long_text(5000);
          csio_releasefd(in_file);
-         is_right = is_right && in_file->fd == -1 && bytes_of(in_file) == long_text(5000);
+         is_right = is_right && in_file->fd == -1 && finished_bytes_of(in_file) == long_text(5000);
          const std::string file = in_file->filename;
          csio_reset(in_file);
          is_right = is_right && in_file->length == 0 && !support::file_exists(file);

@@ -26,10 +26,6 @@ namespace {
 using support::Diagnostics;
 using support::soif;
 
-bool equals(const char *text, const char *expected) { return text != nullptr && std::strcmp(text, expected) == 0; }
-
-// ---- The diagnostic log ----
-
 // ---- The taxonomy ----
 
 struct TaxonomyDeleter {
@@ -76,19 +72,6 @@ bool is_whole(const Taxonomy *taxonomy) {
   return equals(taxonomy->id, "shelves") && equals(host_param_find("url", taxonomy->info), "http://localhost/tax") &&
          equals(host_param_find("maintainer", taxonomy->info), "me");
 }
-
-// ---- Times ----
-
-// ---- Parameter blocks ----
-
-std::string bytes_of(csio *io) {
-  std::string bytes(io->length + 1, '?');
-  csio_rewind(io);
-  const int32_t count = csio_copy(io, bytes.data(), static_cast<int32_t>(bytes.size()));
-  return bytes.substr(0, static_cast<size_t>(std::max(count, 0)));
-}
-
-// ---- Commands, digests, names ----
 
 constexpr Operation operations[] = {
     {"_cslog_do_print _cslog_set_params",

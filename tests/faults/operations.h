@@ -4,10 +4,13 @@
 #ifndef TESTS_FAULTS_OPERATIONS_H
 #define TESTS_FAULTS_OPERATIONS_H
 
+#include <algorithm>
+#include <cstring>
 #include <ostream>
 #include <string>
 #include <vector>
 
+#include <libcs/adt.h>
 #include <qxapi/qxapi.h>
 
 namespace rdm::faults {
@@ -65,6 +68,19 @@ inline bool lacks_a_part(const std::string &text, const std::string &whole) {
   for (const char c : whole)
     if (at < text.size() && text[at] == c) ++at;
   return at == text.size() && text.size() < whole.size();
+}
+
+/// equals returns true if `text` is not null and equals `expected`.
+inline bool equals(const char *text, const char *expected) {
+  return text != nullptr && std::strcmp(text, expected) == 0;
+}
+
+/// bytes_of returns the bytes of a buffer.
+inline std::string bytes_of(csio *io) {
+  csio_rewind(io);
+  std::string bytes(io->length + 1, '?');
+  const int32_t count = csio_copy(io, bytes.data(), static_cast<int32_t>(bytes.size()));
+  return bytes.substr(0, static_cast<size_t>(std::max(count, 0)));
 }
 
 /// How an operation uses memory.

@@ -13,8 +13,6 @@
 namespace rdm::faults {
 namespace {
 
-bool equals(const char *text, const char *expected) { return text != nullptr && std::strcmp(text, expected) == 0; }
-
 /// File is a file of two lines, open for reading and writing.
 struct File {
   support::TemporaryDirectory directory;

@@ -30,15 +30,6 @@ using support::soif;
 
 constexpr uint32_t descriptions = 5;
 
-bool equals(const char *text, const char *expected) { return text != nullptr && std::strcmp(text, expected) == 0; }
-
-std::string bytes_of(csio *io) {
-  csio_rewind(io);
-  std::string bytes(io->length + 1, '?');
-  const int32_t count = csio_copy(io, bytes.data(), static_cast<int32_t>(bytes.size()));
-  return bytes.substr(0, static_cast<size_t>(std::max(count, 0)));
-}
-
 std::string record_of(uint32_t number) {
   return soif("FILE", "http://localhost/" + std::to_string(number), {{"title", std::to_string(number)}});
 }
@@ -273,10 +264,6 @@ Verdict handler(Memory &memory) {
     return answer_of(handle(service.header.get(), body, response, service.sn, service.rq), service);
   });
 }
-
-// ---- Search ----
-
-// ---- Import ----
 
 constexpr Operation operations[] = {
     {"rdm_init", Need::unreported,

@@ -19,8 +19,6 @@ namespace {
 
 using support::Diagnostics;
 
-bool equals(const char *text, const char *expected) { return text != nullptr && std::strcmp(text, expected) == 0; }
-
 // ---- The registry of catalog services ----
 
 struct Configuration {

@@ -15,8 +15,6 @@ using PairPtr = std::unique_ptr<AVPair, Deleter<avpair_free>>;
 
 const std::string object_text = support::soif("FILE", "http://localhost/", {{"title", "one"}, {"text", "two\nlines"}});
 
-bool equals(const char *text, const char *expected) { return text != nullptr && std::strcmp(text, expected) == 0; }
-
 PairPtr make_pair(const char *name, const char *value) {
   AVPair *pair = nullptr;
   avpair_create(name, value, static_cast<int32_t>(std::strlen(value)), &pair);
