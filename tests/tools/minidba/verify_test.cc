@@ -119,12 +119,15 @@ TEST_F(Verify, FindsWhatIsWrongWithTheIndex) {
   four[11] = 4;
   other_time[3] = static_cast<char>(other_time[3] + 1);
   other_reserved[7] = 1;
+  std::string other_bytes = other_reserved;
+  other_bytes[15] = static_cast<char>(other_bytes[15] + 1);
   const std::pair<std::vector<std::string>, std::string> rows[] = {
       {{two, one, three}, "the index is not sorted"},
       {{one, two, three, four}, "the index is not sorted"},
       {{one, three}, "description 2 is not in the index"},
       {{one, two, two, three}, "the index has description 2 twice"},
       {{one, other_reserved, three}, "the index entry of description 2 is wrong"},
+      {{one, other_bytes, three}, "the index entry of description 2 is wrong"},
       {{one, other_time, three}, "the index entry of description 2 is wrong"},
   };
   for (const auto &[entries, fault] : rows) {
