@@ -204,6 +204,11 @@ TEST_F(Import, LosesNothingWithoutBeingAskedTo) {
   }
 }
 
+TEST_F(Import, RefusesMoreDescriptionsThanAnnounced) {
+  expect_refused(export_header("3", "1") + numbered("1", "http://localhost/1") + numbered("2", "http://localhost/2"),
+                 "the header announces 1 descriptions and 2 follow");
+}
+
 TEST_F(Import, WithRejectsItTakesWhatIsSound) {
   const std::string one = numbered("1", "http://localhost/1"), bad = "@D { http://localhost/2\ntitle{3}:Two\n}\n";
   const Finished finished =
