@@ -26,8 +26,8 @@ bool precedes(const IndexEntry &a, const IndexEntry &b);
 std::string encode(const std::vector<IndexEntry> &entries);
 std::vector<IndexEntry> decode(std::string_view bytes, const std::string &path);
 
-/// read_index returns the entries of an index file. It throws a SystemFailure if the file cannot be read, otherwise as
-/// decode does.
+/// read_index returns the entries of an index file. Throws a SystemFailure if the file cannot be read, and a Failure if
+/// it is not an index.
 std::vector<IndexEntry> read_index(const std::string &path);
 
 }  // namespace rdm::catalog

@@ -15,7 +15,7 @@
 namespace rdm::catalog {
 
 /// database_key returns the key of a number: 8 lower-case hexadecimal digits. number_of is its inverse; it returns
-/// nothing for a text that database_key does not return.
+/// std::nullopt for a text that database_key does not return.
 std::string database_key(uint32_t number);
 constexpr uint32_t database_key_size = 8;
 std::optional<uint32_t> number_of(std::string_view key);
@@ -24,7 +24,7 @@ std::optional<uint32_t> number_of(std::string_view key);
 std::string print(const SOIF *object);
 /// parse returns the first object of a text, which belongs to the caller; null if there is none.
 SoifPtr parse(std::string_view record);
-/// parse_only does so but keeps only the attributes of these lower-case names and their numbered instances.
+/// parse_only keeps only the attributes of these lower-case names and their numbered instances.
 SoifPtr parse_only(std::string_view record, std::vector<std::string> names);
 /// url_of returns the URL of the first object of a text; nothing if there is none.
 std::optional<std::string> url_of(std::string_view record);
@@ -33,7 +33,7 @@ std::optional<std::string> url_of(std::string_view record);
 /// if their contents are.
 std::string content(SOIF *object);
 
-/// attribute_head returns what precedes a value of `size` bytes: NAME{SIZE}: and a tab.
+/// attribute_head returns the text before a value of `size` bytes: NAME{SIZE}: and a tab.
 std::string attribute_head(std::string_view name, size_t size);
 
 /// date_of returns a time, in seconds since 1970, as the value of "rd-last-changed": date_size bytes for the years 1000
@@ -47,11 +47,11 @@ struct Undated {
   uint32_t date_offset;  // of the placeholder in the record; date_of replaces it
 };
 /// print_undated inserts "rd-last-changed" with a placeholder of date_size bytes into an object and prints it.
-/// `content` is the text that the procedure of this name has returned for the object.
+/// `content` is the result of content(object).
 Undated print_undated(SOIF *object, std::string_view content);
 
 /// time_of returns the time in an attribute, in seconds since 1970; 0 if there is no such attribute or it cannot be
-/// parsed. change_time does so for "rd-last-changed".
+/// parsed. change_time returns the time in "rd-last-changed".
 time_t time_of(const SOIF *object, const char *attribute);
 time_t change_time(const SOIF *object);
 

@@ -43,13 +43,12 @@ struct WriteSettings {
   Lock::Message waiting = [](const std::string &) {};  // receives the holder of the lock, before waiting for it
   /// damage receives a message about a damaged URL map that the transaction replaces.
   std::function<void(const std::string &text)> damage = [](const std::string &) {};
-  /// prepare is called with the opened catalog. By default it has copied records compared with the index beside the
-  /// database.
+  /// prepare is called with the opened catalog. The default compares each copied record with the index.
   std::function<void(Catalog &)> prepare = [](Catalog &catalog) { catalog.remember(known_records(catalog)); };
 };
 
-/// lock_for_writing takes the lock of a catalog and returns it; nothing in a dry run. With IfMissing::error, a missing
-/// database is a Failure, and no lock file is created. Throws a Failure if the lock cannot be taken in time.
+/// lock_for_writing takes the lock of a catalog and returns it, or std::nullopt in a dry run. With IfMissing::error, a
+/// missing database is a Failure, and no lock file is created. Throws a Failure if the lock cannot be taken in time.
 std::optional<Lock> lock_for_writing(const std::string &database, const WriteSettings &settings);
 
 /// WriteTransaction holds the lock of a catalog, so that no other writer changes it. A dry run takes no lock and writes
@@ -63,17 +62,17 @@ class WriteTransaction {
 
   const Catalog &catalog() const { return catalog_; }
   /// begin must be called before the first lookup of a URL for a change. It writes the URL map from the records if the
-  /// map is damaged or there is none of this snapshot with a checksum. A dry run reads the records instead.
+  /// map is missing, damaged, without a checksum, or from another snapshot. A dry run reads the records instead.
   void begin();
 
   /// date sets the time of change of the undated records of a batch: next_change of the catalog and the batch. It calls
-  /// `clock` once, as late as possible; the commit must follow. Returns the time; nothing in a dry run or if no record
-  /// is undated.
+  /// `clock` once, as late as possible; the commit must follow. Returns the time, or std::nullopt in a dry run or if no
+  /// record is undated.
   std::optional<time_t> date(WriteBatch &batch, const std::function<time_t()> &clock) const;
-  /// commit does as catalog::commit; in a dry run as check_copy.
+  /// commit calls catalog::commit; in a dry run it calls check_copy.
   void commit(
       const WriteBatch &batch, uint32_t next_number, const ProgressCallback &progress = [](int64_t, int64_t) {}) const;
-  /// rebuild does as rebuild_catalog; nothing in a dry run.
+  /// rebuild calls rebuild_catalog; in a dry run it does nothing.
   void rebuild(const WriteBatch &dropped, const ProgressCallback &progress) const;
 
  private:

@@ -20,7 +20,9 @@
 namespace rdm::catalog {
 
 /// WriteBatch collects puts and erasures. The texts are in a scratch file beside the database; a change takes about 40
-/// bytes of memory. The catalog must outlive the batch. A Failure while the scratch file is written or read names it.
+/// bytes of memory. The catalog must outlive the batch. The constructor, put, put_undated, set_dates, erase, number_of,
+/// get, of_url, url, record and text throw a Failure that names the scratch file if it cannot be created, written or
+/// read.
 class WriteBatch {
  public:
   explicit WriteBatch(const Catalog &catalog);
@@ -28,7 +30,7 @@ class WriteBatch {
   /// put stores a record under a number and replaces the one that has this number. `url` is the URL of the record. If
   /// another number has this URL, erase it first: put does not.
   void put(uint32_t number, std::string_view url, std::string_view record);
-  /// put_undated does so with a record whose time of change set_dates fills in.
+  /// put_undated puts a record whose time of change set_dates fills in.
   void put_undated(uint32_t number, std::string_view url, const Undated &undated);
   /// erase removes the description of a number; `url` is its present URL.
   void erase(uint32_t number, std::string_view url);
@@ -45,7 +47,7 @@ class WriteBatch {
   void note_change(time_t time) { newest_change_ = std::max(newest_change_, time); }
   time_t newest_change() const { return newest_change_; }
 
-  /// number_of and get return what the procedures of these names of the catalog will return after the commit.
+  /// number_of and get return what Catalog::number_of and Catalog::get will return after the commit.
   std::optional<uint32_t> number_of(std::string_view url) const;
   std::optional<std::string> get(uint32_t number) const;
 

@@ -9,6 +9,7 @@
 
 namespace rdm::fuzz {
 
+/// Site writes the files of the service to a temporary directory, which it removes at the end of its scope.
 class Site {
  public:
   Site();

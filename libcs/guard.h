@@ -12,7 +12,7 @@
 
 namespace rdm {
 
-/// ListPtr releases the list and, with its free callback, its items.
+/// cslist_release releases the list and, with its free callback, its items.
 inline void cslist_release(cslist *list) noexcept { cslist_do_free(list, 1); }
 using ListPtr = std::unique_ptr<cslist, Deleter<cslist_release>>;
 using HashTablePtr = std::unique_ptr<cshashtable, Deleter<cshashtable_free>>;
@@ -20,7 +20,8 @@ using CsioPtr = std::unique_ptr<csio, Deleter<csio_destroy>>;
 using SoifPtr = std::unique_ptr<SOIF, Deleter<soif_free>>;
 using SoifBufferPtr = std::unique_ptr<SOIFBuffer, Deleter<soif_buffer_destroy>>;
 
-/// make_csio returns a new buffer that moves to a file when it outgrows `max_memory` bytes (0: never).
+/// make_csio returns a new buffer that moves to a file when it outgrows `max_memory` bytes (0: never), or null if
+/// allocation fails.
 inline CsioPtr make_csio(uint32_t max_memory = 0) noexcept {
   csio *io = nullptr;
   csio_create(&io);

@@ -42,7 +42,7 @@ int read_line(host_buffer *b, int /*line_number*/, int limit, char *line) {
     else
       cut = true;
   }
-  // A carriage return before the newline is dropped, unless cutting the line brought it to the end.
+  // Drop a CR before the newline, but not from a truncated line.
   if (byte == '\n' && !cut && length > 0 && line[length - 1] == '\r') --length;
   line[length] = '\0';
   if (byte == failure) return -1;

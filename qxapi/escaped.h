@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Texts that keep to their line, as strings for programs. The libraries use LogText.
+/// Escapes control characters in a std::string. Programs use it; the libraries use LogText.
 #ifndef QXAPI_ESCAPED_H
 #define QXAPI_ESCAPED_H
 
@@ -11,8 +11,8 @@
 
 namespace rdm {
 
-/// escaped returns a text with the characters of a level escaped. Without control characters it stays on one line and
-/// cannot command a terminal.
+/// escaped returns `text` with the characters that `level` selects escaped. Escaping newlines and ESC prevents log and
+/// terminal injection.
 inline std::string escaped(std::string_view text, Escaping level = Escaping::controls) {
   std::string line;
   line.reserve(text.size());

@@ -35,7 +35,7 @@ class EscapedChar {
     else
       put({c});
   }
-  /// number returns the escape \x1b and the like of any character.
+  /// number returns the hexadecimal escape of a character, such as \x1b.
   static constexpr EscapedChar number(char c) {
     EscapedChar escaped;
     escaped.put_number(c);

@@ -59,8 +59,8 @@ void insert(SOIF *object, const char *name, const char *value) {
 
 char *copy_of(const char *text) { return text != nullptr ? host_strdup(text) : nullptr; }
 
-/// read_object parses the first object of the header text. Returns null if it is missing or malformed. Of a longer text
-/// it passes one more byte, a NUL: an object that is still open at the limit then does not end with the input.
+/// read_object parses the first object of the header text. Returns null if it is missing or malformed. If more input
+/// follows, it appends a NUL, so an object still open at header_limit is rejected.
 SoifPtr read_object(csio *io) {
   char text[header_limit + 1] = {};
   const int32_t length = csio_copy(io, text, header_limit);

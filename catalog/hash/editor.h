@@ -16,8 +16,9 @@ namespace rdm::catalog {
 constexpr uint32_t erased_value = UINT32_MAX;
 
 /// edit_hash_file copies `old` into an empty file and puts or erases the records of `refs`, at most one for a key. It
-/// sorts `refs`. The buckets that change are written again, on their own pages first, and compared byte for byte. Then
-/// the whole file is read once, and `check`, which may be empty, is called with each record.
+/// sorts `refs`. `load` returns the bytes of a put. The buckets that change are written again, on their own pages
+/// first, and compared byte for byte. Then `trailer` is written, the whole file is read once, and `check`, which may be
+/// empty, is called with each record.
 ///
 /// Returns false and leaves the file empty if the caller must write a whole file with build_hash_file instead: `old`
 /// was not made by this library, most buckets change, the records have become too many or too long for the layout,

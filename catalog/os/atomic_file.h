@@ -27,8 +27,7 @@ class AtomicFile {
   AtomicFile &operator=(const AtomicFile &) = delete;
   ~AtomicFile();
 
-  /// file returns the new file, which belongs to this object. Until sync its mode is 0600, if there is a file to copy
-  /// the mode from.
+  /// file returns the new file, which belongs to this object. If sync will copy a mode, the mode is 0600 until then.
   const File &file() const { return file_; }
   /// sync copies owner, group and mode from the target, or from `like` if there is no target, and calls fsync. Throws a
   /// SystemFailure if fsync fails, or if the owner or group cannot be copied and other users would gain or lose access.

@@ -90,7 +90,6 @@ bool report_dropped(const std::string &path, std::size_t lines) {
 
 void report_old_file(const std::string &path, int code) {
   report_to(Report{0, "log", "",
-
                    "reopen " + log_text(path, Escaping::non_ascii) + ": " + std::generic_category().message(code) +
                        "; still writing to the old file"});
 }

@@ -38,7 +38,6 @@ CatalogService *begin_service(std::vector<CatalogService> &services, const Pair 
   const auto earlier = std::find_if(services.begin(), services.end(),
                                     [&](const CatalogService &service) { return service.csid == csid.value; });
   if (earlier != services.end())
-
     report.error(csid.line, "the service " + quote(csid.value) + " was given in line " + std::to_string(earlier->line) +
                                 "; this one is ignored");
   else if (!csid.value.empty() && !is_service_url(csid.value))

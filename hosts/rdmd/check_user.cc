@@ -22,7 +22,6 @@ bool become_user(const std::string &name, Report &report) {
   const bool changed =
       ::initgroups(user->pw_name, user->pw_gid) == 0 && ::setgid(user->pw_gid) == 0 && ::setuid(user->pw_uid) == 0;
   if (!changed)
-
     report.error(0, "cannot take the rights of the user " + quote(name) + ": " + std::strerror(errno) +
                         "; run the check as this user or as the superuser");
   return changed;

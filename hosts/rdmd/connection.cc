@@ -463,7 +463,9 @@ void Connection::check_client() {
                                               : std::min(check_interval_ * 4, deadline_.interval()));
 }
 
-/// acknowledged starts the idle timeout, or the linger timeout after the last answer.
+/// acknowledged starts the next timeout: the header timeout before the first request, the idle timeout after an answer,
+/// the linger timeout after the last answer. It closes the connection if the server is stopping, or if the last answer
+/// is acknowledged and the input has ended.
 void Connection::acknowledged(io::Clock::time_point since) {
   disarm(check_alarm_);
   if (state_ == State::lingering)

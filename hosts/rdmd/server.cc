@@ -153,8 +153,8 @@ std::vector<std::thread> Server::start_threads() {
   return threads;
 }
 
-/// work runs the I/O context until it is out of work. An exception, such as bad_alloc, ends only the connection whose
-/// handler threw it.
+/// work runs the I/O context until it is out of work. An exception, such as bad_alloc, abandons only the handler that
+/// threw it: a handler of a connection, of accepting, of a signal or of trimming memory.
 void Server::work() {
   for (;;) {
     try {
@@ -211,7 +211,7 @@ Duration Server::not_accepted(int error) {
   return evict() ? evicted_pause : accept_pause;
 }
 
-/// note_shortage logs, at most once a minute, that idle connections are evicted for new clients.
+/// note_shortage logs a shortage, at most once a minute. It is called before evict, so also if no connection is idle.
 void Server::note_shortage(const std::string &reason) {
   const auto now = io::Clock::now();
   if (now < next_shortage_line_) return;
@@ -303,7 +303,6 @@ void Server::handle(int signal) {
 void Server::reopen_logs(int signal) {
   errors_.reopen();
   if (!access_.reopen())
-
     errors_.error("reopen the access log: " + std::generic_category().message(errno) +
                   "; still writing to the old file");
   hosts::reopen_logs();
@@ -327,7 +326,7 @@ void Server::stop() {
   end_when_empty();
 }
 
-/// stop_now closes all connections, even if the plug-in has not returned; run notices that later.
+/// stop_now closes all connections. It does not wait for the plug-in; run waits for it afterwards.
 void Server::stop_now() {
   const auto open = roster_.all();
   if (!open.empty()) errors_.warn("closing " + std::to_string(open.size()) + " open connections");

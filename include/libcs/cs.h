@@ -35,7 +35,7 @@ int cs_time2str_simple_datetimeonly(time_t t, char *buffer, int size) QX_NOEXCEP
 int cs_time2informix(time_t t, char *buffer, int size) QX_NOEXCEPT;
 
 /// cs_str2time parses a date like ZAN_ParseTimeString with `flag` 1, stores the time in `*out` and returns it. It reads
-/// the output of cs_time2str back exactly.
+/// the output of cs_time2str back exactly for the years 1970 to 9999.
 time_t cs_str2time(const char *text, time_t *out) QX_NOEXCEPT;
 
 /// ZAN_ParseTimeString finds a date in free text. Returns its time, or 0 if the day, month or year is missing or the

@@ -124,8 +124,8 @@ void host_param_free(pblock *b) QX_NOEXCEPT;
 char *host_param_find(const char *name, const pblock *b) QX_NOEXCEPT;
 
 /// host_param_find_entry returns the first pair of `name`, or null. If `remove` is not 0, the pair leaves the block and
-/// the caller releases it with host_param_free_entry. The caller may replace the value of a pair that stays by another
-/// text of the host allocator at any time, and its name until the next lookup of a pair in this block.
+/// the caller releases it with host_param_free_entry. The caller of a pair that stays may replace `value` at any time,
+/// and `name` until the next lookup in this block; the new text must come from host_alloc.
 host_param *host_param_find_entry(const char *name, pblock *b, int remove) QX_NOEXCEPT;
 
 /// host_param_add appends a pair with copies of `name` and `value`. Returns 0, or -1 when memory fails.
@@ -180,8 +180,8 @@ int64_t host_buffer_send(host_buffer *b, host_net *socket) QX_NOEXCEPT;
 /// host_open_read opens an existing file for reading. Like the other three, it returns a descriptor, or -1.
 host_fd host_open_read(const char *path) QX_NOEXCEPT;
 
-/// host_open_write creates or truncates a file and opens it for reading and appending. A new file is created with
-/// O_EXCL and mode 0600.
+/// host_open_write opens a file for reading and appending. It tries O_CREAT|O_EXCL with mode 0600; on EEXIST it opens
+/// the file with O_TRUNC.
 host_fd host_open_write(const char *path) QX_NOEXCEPT;
 
 /// host_open_append opens a file for appending. It creates a missing file with mode 0644, less the umask.
@@ -222,7 +222,8 @@ void host_crit_enter(host_crit *c) QX_NOEXCEPT;
 /// host_crit_exit leaves the section.
 void host_crit_exit(host_crit *c) QX_NOEXCEPT;
 
-/// host_register_exit registers `fn(argument)` to be called at shutdown, in the order of registration.
+/// host_register_exit registers `fn(argument)` to be called at shutdown, in the order of registration. If allocation
+/// fails in the POSIX host, the exit is dropped without a report.
 void host_register_exit(void (*fn)(void *), void *argument) QX_NOEXCEPT;
 
 /* ---- Reports and text ---- */
@@ -312,8 +313,8 @@ typedef struct qxapi_host {
 /// threads use the library.
 void qxapi_bind(const qxapi_host *host) QX_NOEXCEPT;
 
-/// qxapi_posix_host returns the complete POSIX table, for hosts to copy and override. It has no client connection: its
-/// net_write and buffer_send fail, and its input ends with the bytes at hand.
+/// qxapi_posix_host returns the complete POSIX table, for hosts to copy and override. It has no client connection:
+/// net_write and buffer_send fail, and host_input_next returns 0 after the last byte of `data`.
 const qxapi_host *qxapi_posix_host(void) QX_NOEXCEPT;
 
 QX_END

@@ -68,14 +68,16 @@ class ResultFile {
   SystemText name_;
 };
 
-/// holds_all returns true if the file has every byte of the body: its buffer does not report failed writes.
+/// holds_all returns true if the file has every byte of the body. It compares st_size with body->length, because csio
+/// does not report failed writes.
 bool holds_all(const csio *body) {
   struct stat status;
   return body->filename != nullptr && host_stat(body->filename, &status) == 0 &&
          static_cast<uint64_t>(status.st_size) == body->length;
 }
 
-/// give_empty_file creates an empty file for the body, which removes it. Returns false if that fails.
+/// give_empty_file creates an empty file and sets remove_file, so that releasing the body unlinks it. Returns false if
+/// that fails.
 bool give_empty_file(csio *body) {
   const SystemText name = temporary_file("csio");
   if (!name) return false;
@@ -99,7 +101,7 @@ bool ensure_file(csio *body) {
 }
 
 /// run runs a command, whose exit status is ignored: only the numbers that commands print count. Returns false if the
-/// command is null because memory failed.
+/// command is null because allocation failed.
 bool run(const HostText &command) {
   if (command)
     cs_cli_run(command.get(), nullptr);
@@ -108,8 +110,8 @@ bool run(const HostText &command) {
   return command != nullptr;
 }
 
-/// The catalog of an import. Its paths are passed to the shell unquoted. Each step returns false when memory for its
-/// command fails.
+/// The catalog of an import. Its paths are passed to the shell unquoted. Each step returns false if allocation fails
+/// for its command.
 struct Catalog {
   const char *database;
   HostText index;
@@ -148,7 +150,8 @@ struct Catalog {
   }
 };
 
-/// import_into performs the four steps of an import. Returns false if one of them could not be started.
+/// import_into performs the four steps of an import. Returns false if no result file can be created for the update, or
+/// if allocation fails for a command. Expiry and index are skipped if their result file cannot be created.
 bool import_into(const Catalog &catalog, const char *body, int &accepted) {
   bool is_complete = false;
   {

@@ -74,10 +74,10 @@ bool strikes(const char *kind) {
   return true;
 }
 
-/// is_counter returns true for the name or the descriptor of a counter file of a coverage build, which has one open at
-/// a time.
+/// The descriptor of the counter file of a coverage build, which has one open at a time, or -1.
 int counter_fd = -1;
 
+/// is_counter returns true for the name or the descriptor of a counter file.
 bool is_counter(const char *path) {
   const char *suffix = std::strrchr(path, '.');
   return suffix != nullptr && std::strcmp(suffix, ".gcda") == 0;

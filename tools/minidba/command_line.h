@@ -15,9 +15,9 @@ struct Command {
   Options options;
 };
 
-/// read_command_line parses a command line. It returns nothing if the command line asks for help or the version, which
-/// it then writes to `out`. Throws a cli::Misuse for a mistake, and a Failure if one file is named for two purposes or
-/// a link leads nowhere.
+/// read_command_line parses a command line. Returns std::nullopt if the command line asks for help or the version,
+/// which it then writes to `out`. Throws a cli::Misuse for a mistake, and a Failure if one file is named for two
+/// purposes or a link leads nowhere.
 std::optional<Command> read_command_line(int argc, char **argv, std::ostream &out);
 
 }  // namespace rdm::minidba

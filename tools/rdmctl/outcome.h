@@ -16,15 +16,18 @@ namespace rdm::rdmctl {
 /// Outcome compares the files of a catalog before and after an import.
 class Outcome {
  public:
-  /// Outcome records the state before the import. The catalog service must have a database. Throws a SystemFailure.
+  /// Outcome records the state before the import. The catalog service must have a database. Throws a SystemFailure if
+  /// stat fails for a reason other than ENOENT.
   explicit Outcome(const std::string &csid);
 
-  /// database_changed returns true if the database was replaced since; index_changed does so for the index.
+  /// database_changed returns true if the database was replaced after the constructor ran, index_changed if the index
+  /// was. Both throw like the constructor.
   bool database_changed() const;
   bool index_changed() const;
   const std::string &database() const { return database_; }
 
-  /// faults returns messages about commands that failed: there are expired descriptions, or the index is old.
+  /// faults returns a message if expired descriptions are still in the database, and one if the index was not replaced.
+  /// If a file cannot be read, it returns only the text of that Failure.
   std::vector<std::string> faults() const;
 
  private:

@@ -32,8 +32,8 @@ struct Ended {
   int signal = 0;  // that has killed the child or was sent to this process
 };
 
-/// supervise forks. In the child it returns nothing, and the child does the work. In the parent it waits for the child
-/// and returns its end. Throws a SystemFailure if fork fails.
+/// supervise forks. Returns std::nullopt in the child, which does the work. In the parent it waits for the child and
+/// returns the child's exit. Throws a SystemFailure if fork fails.
 std::optional<Ended> supervise(const HeldSignals &signals);
 
 }  // namespace rdm::rdmctl

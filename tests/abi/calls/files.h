@@ -12,7 +12,7 @@ static inline void write_file(const char *path, const char *text) {
   CHECK(fclose(file) == 0);
 }
 
-/* read_file returns the text of a file, valid until the next call. */
+/* read_file returns the first 8191 bytes of a file, valid until the next call. */
 static inline const char *read_file(const char *path) {
   static char text[8192];
   FILE *file = fopen(path, "r");

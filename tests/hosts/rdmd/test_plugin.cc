@@ -90,7 +90,7 @@ int echo(Session *session, Request *request) {
 
 int nothing(Session *, Request *) { return HOST_DONE; }
 
-/// incomplete answers after a resource failure.
+/// incomplete makes one open() fail, then sends an answer.
 int incomplete(Session *session, Request *request) {
   host_open_write("/nowhere/file");
   return answer(session, request, "as if it were whole");

@@ -34,7 +34,7 @@ inline TrackedItems &tracked_items() {
 constexpr const char *item_texts[] = {"a", "b", "ab", "c", "ba", ""};
 constexpr int item_text_count = 6;
 
-/// copy_tracked, release_tracked and compare_letter are callbacks.
+/// copy_tracked, release_tracked, compare_texts and compare_letter are callbacks.
 inline void *copy_tracked(const void *item) noexcept {
   const char *text = static_cast<const char *>(item);
   if (*text == '\0') return nullptr;

@@ -50,7 +50,7 @@ TEST_F(Delete, TakesUrlsAndNumbersAndNamesThoseWithoutADescription) {
   EXPECT_EQ(support::run(catalog_.command({"verify"})).out, "sound: 0 descriptions, no index\n");
 }
 
-// Lines of files edited on Windows or received by mail end with CR LF.
+// Files with CR LF line ends are accepted.
 TEST_F(Delete, TakesLinesThatEndWithCrLf) {
   const Finished finished = catalog_.run({"delete", "-"}, "http://localhost/1\r\n\r\n3\r\nhttp://localhost/4\r");
   EXPECT_EQ(finished.status, 0);

@@ -28,8 +28,8 @@ std::string text_of(const Json &json);
 /// in a value are written as \t, \n, \r and \\.
 std::string tsv_of(uint32_t number, const SOIF *description, const std::vector<std::string> &attributes);
 
-/// JsonList writes a JSON array to a stream, with each element on a line. close ends the array; unless `wanted`, it
-/// writes nothing.
+/// JsonList writes a JSON array to a stream, with each element on a line. close ends the array. If `wanted` is false,
+/// the list writes nothing.
 class JsonList {
  public:
   explicit JsonList(std::ostream &out, bool wanted = true) : out_(out), wanted_(wanted) {}
