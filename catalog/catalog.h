@@ -45,11 +45,11 @@ class Catalog {
   /// path returns the path of the database.
   const std::string &path() const { return path_; }
 
-  /// get returns the record of a number; nothing if there is none or skip_damaged has left it out.
+  /// get returns the record of a number, or std::nullopt if there is none or skip_damaged has left it out.
   std::optional<std::string> get(uint32_t number) const;
-  /// number_of returns the number of the description with this URL, the lowest if there are several; nothing if there
-  /// is none. It asks the URL map. Without a map of this snapshot, or if a damaged map does not have the URL, it reads
-  /// the whole catalog once. A map that leads to a description with another URL is a Failure.
+  /// number_of returns the number of the description with this URL, the lowest if there are several, or std::nullopt if
+  /// there is none. It asks the URL map. Without a map of this snapshot, or if a damaged map does not have the URL, it
+  /// reads the whole catalog once. A map that leads to a description with another URL is a Failure.
   std::optional<uint32_t> number_of(std::string_view url) const;
   /// next_number returns a number that no description of this catalog has had, deleted ones included; 0 if all are
   /// used. It may read the whole catalog, as number_of does.
@@ -61,7 +61,7 @@ class Catalog {
   time_t newest_change() const;
 
   /// newest_given returns the newest time of change that minidba has given in this database, as the file's trailer
-  /// says; nothing without a trailer. Another program may have written later times.
+  /// says, or std::nullopt without a trailer. Another program may have written later times.
   std::optional<time_t> newest_given() const;
 
   /// Visitor receives a description; `record` is valid during the call.
@@ -106,7 +106,7 @@ class Catalog {
 
   /// table returns the database. Only for a catalog that exists.
   const HashTable &table() const { return *table_; }
-  /// url_map returns the URL map of this snapshot; null if there is none. It belongs to the catalog.
+  /// url_map returns the URL map of this snapshot, or null if there is none. It belongs to the catalog.
   const UrlMap *url_map() const { return urls_ ? &*urls_ : nullptr; }
   /// map_error returns the message of the failed system call that kept the URL map from being read; empty if none
   /// failed.

@@ -24,8 +24,9 @@ bool has_damaged_time(const IndexEntry &known, std::string_view record) {
   return has_same_bytes(known, entry_of(known.number, mended, known.time));
 }
 
-/// only_bit returns the bit that differs between two texts of the same size, given the XOR of their CRC-32; nothing if
-/// more than one bit differs. CRC-32 is linear: the XOR of a bit depends only on its distance from the end.
+/// only_bit returns the bit that differs between two texts of the same size, given the XOR of their CRC-32, or
+/// std::nullopt if more than one bit differs. CRC-32 is linear: the XOR of a bit depends only on its distance from the
+/// end.
 std::optional<size_t> only_bit(uint32_t difference, size_t size) {
   constexpr uint32_t polynomial = 0xEDB88320;
   uint32_t crc = polynomial;

@@ -19,12 +19,12 @@ namespace rdm::catalog {
 class KnownRecords {
  public:
   /// KnownRecords holds the entries of an index, in any order. `newest_given` is the newest time of change that minidba
-  /// has given in the database, deleted descriptions included; nothing if it is not known.
+  /// has given in the database, deleted descriptions included, or std::nullopt if it is not known.
   explicit KnownRecords(std::vector<IndexEntry> entries = {}, std::optional<time_t> newest_given = std::nullopt);
 
   /// entries returns all entries, sorted by number.
   const std::vector<IndexEntry> &entries() const { return entries_; }
-  /// find returns the entry of a number; null if there is none. It belongs to this object.
+  /// find returns the entry of a number, or null if there is none. It belongs to this object.
   const IndexEntry *find(uint32_t number) const;
   /// fault_of returns a reason, for a message, if a record contradicts its entry; empty if it matches the entry, has
   /// changed since the index was made, or has no entry.

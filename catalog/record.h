@@ -22,11 +22,11 @@ std::optional<uint32_t> number_of(std::string_view key);
 
 /// print returns an object as SOIF text.
 std::string print(const SOIF *object);
-/// parse returns the first object of a text, which belongs to the caller; null if there is none.
+/// parse returns the first object of a text, which belongs to the caller, or null if there is none.
 SoifPtr parse(std::string_view record);
 /// parse_only keeps only the attributes of these lower-case names and their numbered instances.
 SoifPtr parse_only(std::string_view record, std::vector<std::string> names);
-/// url_of returns the URL of the first object of a text; nothing if there is none.
+/// url_of returns the URL of the first object of a text, or std::nullopt if there is none.
 std::optional<std::string> url_of(std::string_view record);
 
 /// content deletes "rd-last-changed" from an object and returns the object as text. Versions of a description are equal

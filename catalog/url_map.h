@@ -23,18 +23,18 @@ class UrlMap {
  public:
   /// path_for returns the path of the map of a database.
   static std::string path_for(const std::string &database) { return database + ".url"; }
-  /// open returns the map beside a database; nothing if there is none, if it is not a sound hash file, or if it belongs
-  /// to another file than the open one. If a system call keeps it from being read, `error` is set to its message,
-  /// otherwise cleared.
+  /// open returns the map beside a database, or std::nullopt if there is none, if it is not a sound hash file, or if it
+  /// belongs to another file than the open one. If a system call keeps it from being read, `error` is set to its
+  /// message, otherwise cleared.
   static std::optional<UrlMap> open(const HashTable &database, std::string &error);
 
-  /// number_of returns the number of a URL; nothing if the map does not have it. Throws a Failure if the bucket is
-  /// damaged.
+  /// number_of returns the number of a URL, or std::nullopt if the map does not have it. Throws a Failure if the bucket
+  /// is damaged.
   std::optional<uint32_t> number_of(std::string_view url) const;
   /// next_number returns the smallest number that no description of the catalog has had; 0 if all are used.
   uint32_t next_number() const { return table_.trailer()->next_number; }
 
-  /// newest_change returns the newest time of change that the catalog has given; nothing in a map of an earlier
+  /// newest_change returns the newest time of change that the catalog has given, or std::nullopt in a map of an earlier
   /// version.
   std::optional<time_t> newest_change() const { return table_.trailer()->newest_change; }
 

@@ -66,8 +66,8 @@ class WriteBatch {
   /// each_number visits the last change of each number, each_url the last change of each URL, in any order.
   void each_number(const Visitor &visit) const;
   void each_url(const Visitor &visit) const;
-  /// of_number returns the last change of a number, of_url that of a URL; null if there is none. The pointer is valid
-  /// for the life of the batch.
+  /// of_number returns the last change of a number, of_url that of a URL, or null if there is none. The pointer is
+  /// valid for the life of the batch.
   const Change *of_number(uint32_t number) const;
   const Change *of_url(std::string_view text) const;
 

@@ -24,7 +24,7 @@ struct Source {
 class LongItem {
  public:
   void clear() noexcept { size_ = 0; }
-  /// append returns false, with errno ENOMEM, when memory fails.
+  /// append returns false, with errno ENOMEM, if allocation fails.
   bool append(std::string_view piece) noexcept;
   std::string_view text() const noexcept { return {bytes_.get(), size_}; }
 

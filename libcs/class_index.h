@@ -40,7 +40,7 @@ class ClassIndex {
     first_of_id_.release();
   }
 
-  /// add_root adds a root without children. Returns false when memory fails.
+  /// add_root adds a root without children. Returns false if allocation fails.
   bool add_root(Classification *root) noexcept {
     HostPtr<IndexedClass> entry = make({.node = root});
     if (!entry || !first_of_id_.add(entry.get())) return false;
@@ -52,8 +52,8 @@ class ClassIndex {
   /// find returns the entry of the first node of an id, or null.
   IndexedClass *find(const char *id) const noexcept { return first_of_id_.find(id); }
 
-  /// add makes a node, which must have an id, the last child of a parent. Returns false, with the tree unchanged, when
-  /// memory fails.
+  /// add makes a node, which must have an id, the last child of a parent. Returns false, with the tree unchanged, if
+  /// allocation fails.
   bool add(Classification *node, IndexedClass *parent) noexcept {
     HostPtr<IndexedClass> entry = make({.node = node,
                                         .parent = parent,

@@ -29,7 +29,7 @@ inline CsioPtr make_csio(uint32_t max_memory = 0) noexcept {
   return CsioPtr(io);
 }
 
-/// make_soif returns a new object, or null when memory fails. A bucket count below 1 means the default.
+/// make_soif returns a new object, or null if allocation fails. A bucket count below 1 means the default.
 inline SoifPtr make_soif(const char *template_name, const char *url, int buckets = 0) noexcept {
   SOIF *object = nullptr;
   soif_create(template_name, url, buckets, &object);

@@ -41,7 +41,7 @@ Classification *find_below(Classification *node, const char *id) {
   return node;
 }
 
-/// classification_add_child appends to the parent's array of children. Returns false when memory fails.
+/// classification_add_child appends to the parent's array of children. Returns false if allocation fails.
 bool classification_add_child(Classification *parent, Classification *child) {
   QX_REQUIRE(parent != nullptr, "tax", "a child has a parent");
   const auto slots = static_cast<size_t>(parent->child_count) + 1;
@@ -102,7 +102,7 @@ NodePtr make_node(const char *id, const char *description) {
   return complete ? std::move(node) : nullptr;
 }
 
-/// add_class adds a node, which then belongs to the tree. Returns false if there is no such parent or memory fails.
+/// add_class adds a node, which then belongs to the tree. Returns false if there is no such parent or allocation fails.
 bool add_class(ClassIndex &classes, Classification *node, const char *parent_id) {
   IndexedClass *parent = classes.find(parent_id);
   if (parent == nullptr || !classes.add(node, parent)) return false;

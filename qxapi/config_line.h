@@ -33,8 +33,8 @@ constexpr std::size_t value_end(std::string_view line, std::size_t at, bool quot
   return at;
 }
 
-/// take_word removes blanks and a word from the front of `line` and returns the word, or nothing if only blanks are
-/// left.
+/// take_word removes blanks and a word from the front of `line` and returns the word, or std::nullopt if only blanks
+/// are left.
 constexpr std::optional<Word> take_word(std::string_view &line) {
   while (!line.empty() && is_blank(line.front())) line.remove_prefix(1);
   if (line.empty()) return std::nullopt;

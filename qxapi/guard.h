@@ -65,7 +65,7 @@ class CritGuard {
   host_crit *section_;
 };
 
-/// host_new returns a zeroed record, or an array of `count` zeroed records; null when memory fails.
+/// host_new returns a zeroed record, or an array of `count` zeroed records, or null if allocation fails.
 template <typename T>
 HostPtr<T> host_new(size_t count = 1) noexcept {
   static_assert(std::is_trivially_destructible_v<T>);
@@ -75,7 +75,7 @@ HostPtr<T> host_new(size_t count = 1) noexcept {
   return block;
 }
 
-/// copy_text returns a copy of a text with a NUL after it, or null when memory fails.
+/// copy_text returns a copy of a text with a NUL after it, or null if allocation fails.
 inline HostText copy_text(std::string_view text) noexcept {
   HostText copy(static_cast<char *>(host_alloc(text.size() + 1)));
   if (copy) copy.get()[text.copy(copy.get(), text.size())] = '\0';

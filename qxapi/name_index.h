@@ -34,7 +34,7 @@ struct NameIndex {
 
   void release() noexcept { host_free(buckets); }
 
-  /// add appends an entry to the others of its name. Returns false, without adding, if memory fails for the first
+  /// add appends an entry to the others of its name. Returns false, without adding, if allocation fails for the first
   /// buckets; if it fails for more buckets, the existing ones are used.
   bool add(Entry *entry) noexcept {
     if (count >= size && !grow() && size == 0) return false;

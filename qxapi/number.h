@@ -10,7 +10,7 @@
 namespace rdm {
 
 /// parse_number returns the number that `text` is: digits, for signed types after "-" if it is negative. Returns
-/// nothing if there is anything else, such as a blank or "+", or if the type cannot hold the number.
+/// std::nullopt if there is anything else, such as a blank or "+", or if the type cannot hold the number.
 template <typename Number>
 std::optional<Number> parse_number(std::string_view text, int base = 10) noexcept {
   Number number = 0;

@@ -37,7 +37,7 @@ host_param *search(const char *name, const pblock &b) {
   return pair;
 }
 
-/// index_all adds every pair to the index, in list order. It stops if memory fails for the first buckets.
+/// index_all adds every pair to the index, in list order. It stops if allocation fails for the first buckets.
 void index_all(pblock &b) {
   for (host_param *pair = b.first; pair != nullptr; pair = pair->next)
     if (!b.index.add(as_indexed(pair))) return;

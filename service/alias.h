@@ -17,14 +17,14 @@ QX_BEGIN
 
 /// alias_init reads the alias file `path` into two new blocks, which alias_destroy releases. Lines that are empty or
 /// begin with "#" are comments. If a name cannot be added, the rest of its line is ignored. Returns 0, or -1, with both
-/// blocks null, if the file cannot be read or memory fails.
+/// blocks null, if the file cannot be read or allocation fails.
 int alias_init(pblock **a2p, pblock **p2a, const char *path) QX_NOEXCEPT;
 
 /// alias_parse adds the names of a line, which it splits in place. Returns 0, or -1 if a name could not be added: the
 /// names before it are kept, the rest of the line is ignored.
 int alias_parse(pblock *a2p, pblock *p2a, char *line) QX_NOEXCEPT;
 
-/// alias_copy adds copies of `name` and `value` to `map`. Returns 0, or -1 when memory fails, or if `unique` is not 0
+/// alias_copy adds copies of `name` and `value` to `map`. Returns 0, or -1 if allocation fails, or if `unique` is not 0
 /// and the map has the name already.
 int alias_copy(pblock *map, const char *name, const char *value, int unique) QX_NOEXCEPT;
 

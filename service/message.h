@@ -10,7 +10,7 @@ namespace rdm {
 
 using RdmHeaderPtr = std::unique_ptr<rdmhdr, Deleter<rdmhdr_destroy>>;
 
-/// make_rdmhdr returns a new header of the given type, or null when memory fails.
+/// make_rdmhdr returns a new header of the given type, or null if allocation fails.
 inline RdmHeaderPtr make_rdmhdr(int32_t type) noexcept {
   rdmhdr *record = nullptr;
   rdmhdr_create(&record);

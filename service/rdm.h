@@ -70,7 +70,7 @@ int rdm_send_http_header(uint32_t content_length, Session *sn, Request *rq) QX_N
 /// rdm_send_result sends `result`, after the HTTP header if `send_header` is not 0, and destroys it. Returns 0, or -1.
 int rdm_send_result(int send_header, csio *result, Session *sn, Request *rq) QX_NOEXCEPT;
 
-/// rdm_log_add stores a line for rdm_log in the request; null texts print as "-". Returns 0, or -1 when memory fails.
+/// rdm_log_add stores a line for rdm_log in the request; null texts print as "-". Returns 0, or -1 if allocation fails.
 int rdm_log_add(const char *message, const char *second, const char *third, Session *sn, Request *rq) QX_NOEXCEPT;
 
 /// rdm_log_terminate closes the transaction log inside rdm_log_crit, so that no other thread is writing to the
@@ -107,7 +107,7 @@ typedef struct rdmhdr {
   int32_t error_code; /* printed if above 0 */
 } rdmhdr;
 
-/// rdmhdr_create stores a new record with every field 0, or null when memory fails.
+/// rdmhdr_create stores a new record with every field 0, or null if allocation fails.
 void rdmhdr_create(rdmhdr **out) QX_NOEXCEPT;
 
 /// rdmhdr_reset releases and clears every field, then sets the version.
@@ -178,7 +178,7 @@ typedef struct cs_dbindex {
 /// cs_dbsearch_start loads the index of a catalog service. Returns 0, or 1; in both cases the caller releases the
 /// entries. If the file is shorter than its count of entries, or a read fails, the result is 1, and `count` is that of
 /// the file. `entries` then holds those that were read, followed by zeros; it is null if more than 65,536 bytes are
-/// missing or memory fails.
+/// missing or allocation fails.
 int cs_dbsearch_start(const char *csid, cs_dbindex *index) QX_NOEXCEPT;
 
 /// cs_dbsearch returns the position of the first entry to send for a since query: -1 if none is late enough or the
@@ -187,7 +187,7 @@ int32_t cs_dbsearch(const cs_dbindex *index, time_t since) QX_NOEXCEPT;
 
 /// send_since sends an rd-response with the descriptions changed since a time (0: all). `*count` is the limit on entry
 /// (0: no limit, negative: no descriptions) and the number sent on return, `*bytes` the length of the answer. Returns
-/// -1 when memory fails before anything is sent, otherwise the result of the last rdm_send_result.
+/// -1 if allocation fails before anything is sent, otherwise the result of the last rdm_send_result.
 int send_since(const char *csid, cs_dbindex *index, time_t since, char **attributes, int32_t *count, uint32_t *bytes,
                Session *sn, Request *rq) QX_NOEXCEPT;
 

@@ -36,7 +36,7 @@ enum {
 /// header. Groups without a system table or column, or with names that are too long, are omitted with a warning; at
 /// most 256 are loaded. The table with a column "id" is the root table; the first one loaded stays so for the life of
 /// the process. Returns 0; or -1, with an empty mapping, if the file cannot be read (or `path` is null), contains no
-/// object, or memory fails.
+/// object, or allocation fails.
 int schema_translate_init(const char *path) QX_NOEXCEPT;
 
 /// schema_translate_terminate does nothing, because requests may still use the mapping while the host shuts down. It is
@@ -67,12 +67,12 @@ char *schema_translate_col(const char *column, char *out) QX_NOEXCEPT;
 /// schema_translate_soif2rdbms translates a list of attributes into a new list of their "table.column" texts, which it
 /// stores in `*out` and returns; the caller releases it. Repeated attributes are translated once; those without a
 /// mapping are omitted with a warning. A null list gives an empty text. Returns null, and logs an error, if the list or
-/// the result has 8192 bytes or more; null when memory fails.
+/// the result has 8192 bytes or more, or null if allocation fails.
 char *schema_translate_soif2rdbms(const char *list, char **out) QX_NOEXCEPT;
 
 /// schema_systables stores a new array of the system tables in a list of "table.column" texts (null: all), in the order
 /// of the mapping. The caller releases only the array. Items of unknown tables are ignored. Returns their number, or 0,
-/// with a null array, when memory fails.
+/// with a null array, if allocation fails.
 int32_t schema_systables(const char *tblcols, char ***out) QX_NOEXCEPT;
 
 /// schema_translate_alljoin returns a clause to append to a WHERE condition, which joins the system tables of a list
@@ -83,8 +83,8 @@ char *schema_translate_alljoin(const char *tblcols) QX_NOEXCEPT;
 
 /* ---- All attributes that are not internal, in the order of the SDL ---- */
 
-/// schema_soifattrs stores a new array of their names and its length. The caller releases only the array. Null and 0
-/// when memory fails.
+/// schema_soifattrs stores a new array of their names and its length. The caller releases only the array. They are null
+/// and 0 if allocation fails.
 void schema_soifattrs(char ***out, int32_t *count) QX_NOEXCEPT;
 
 /// schema_tblcols does the same for their "table.column" texts.

@@ -10,7 +10,7 @@
 
 namespace rdm {
 
-/// format_text returns a formatted text, or null when memory fails.
+/// format_text returns a formatted text, or null if allocation fails.
 inline HostText format_text(const char *format, ...) noexcept QX_PRINTF(1, 2);
 inline HostText format_text(const char *format, ...) noexcept {
   va_list arguments, measured;

@@ -94,8 +94,8 @@ bool has_outgrown(const Header &header, const Trailer &planned) {
          header.spares[header.overflow_point] > planned.planned_pages + buckets / 2 + 64;
 }
 
-/// check reads an edited file and returns the number of its records. It returns nothing if a page has two uses: damaged
-/// bitmaps marked a used page as free, and its records are overwritten.
+/// check reads an edited file and returns the number of its records. Returns std::nullopt if a page has two uses:
+/// damaged bitmaps marked a used page as free, and its records are overwritten.
 std::optional<uint32_t> check(const std::string &path, Editor &editor, const std::vector<RecordRef> &refs,
                               const HashTable::Visitor &visit) {
   const HashTable table(path);

@@ -39,7 +39,8 @@ class Slots {
   uint32_t count() const { return (*this)[0]; }
   /// is_plausible returns true if the slots fit into the page.
   bool is_plausible() const { return count() % 2 == 0 && 2 * (count() + 3) <= page_.size(); }
-  /// data returns the bytes from the offset in the first slot to the end of the page; nothing if the offset is wrong.
+  /// data returns the bytes from the offset in the first slot to the end of the page, or std::nullopt if the offset is
+  /// wrong.
   std::optional<std::string_view> data() const {
     const uint32_t start = (*this)[1];
     if (start < 2 * (count() + 1) || start > page_.size()) return std::nullopt;
@@ -66,8 +67,8 @@ bool is_printed_object(std::string_view text) {
   return object && print(object.get()) == text;
 }
 
-/// begin_of returns the offset of the object that ends at `end`; nothing if none of the last 64 "@" between `floor` and
-/// `end` begins one.
+/// begin_of returns the offset of the object that ends at `end`, or std::nullopt if none of the last 64 "@" between
+/// `floor` and `end` begins one.
 std::optional<size_t> begin_of(const std::string &bytes, size_t floor, size_t end) {
   constexpr int tries = 64;
   size_t at = end;
@@ -116,7 +117,7 @@ std::optional<Header> RecoveryReader::stored_header() const {
 }
 
 /// guessed_header tries every layout that build_hash_file can give to a file of this size, and returns the one with the
-/// highest score; nothing if no layout has a score above 0.
+/// highest score, or std::nullopt if no layout has a score above 0.
 std::optional<Header> RecoveryReader::guessed_header() const {
   std::optional<Trailer> trailer;
   if (size_ >= 512) trailer = Trailer::read(file_);
@@ -238,7 +239,7 @@ void RecoveryReader::scan(const Visitor &visit) {
   }
 }
 
-/// scan_page visits the records on a page. It returns false if the page is not one of records.
+/// scan_page visits the records on a page. Returns false if the page is not one of records.
 bool RecoveryReader::scan_page(const std::string &bytes, const Visitor &visit) const {
   const Slots slots(bytes);
   if (is_blank(bytes)) return true;

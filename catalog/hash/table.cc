@@ -29,7 +29,7 @@ hashdb::Source source_of(const File &file) {
   return {file.descriptor(), size, header};
 }
 
-/// read_next moves to the next record of a bucket. It returns false at the end and, after reporting it, at damage.
+/// read_next moves to the next record of a bucket. Returns false at the end and, after reporting it, at damage.
 bool read_next(BucketReader &reader, const HashTable::Fault &fault) {
   try {
     return reader.next();

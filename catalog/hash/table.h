@@ -23,7 +23,7 @@ class HashTable {
   /// SystemFailure if it cannot be read.
   explicit HashTable(const std::string &path);
 
-  /// get returns the value of a key; nothing if there is none. Throws a Failure if the bucket is damaged.
+  /// get returns the value of a key, or std::nullopt if there is none. Throws a Failure if the bucket is damaged.
   std::optional<std::string> get(std::string_view key) const;
 
   /// Visitor receives a record; key and value are valid during the call.
@@ -44,7 +44,7 @@ class HashTable {
   const File &file() const { return state_->file; }
   const hashdb::Header &header() const { return state_->source.header; }
   const hashdb::Source &source() const { return state_->source; }
-  /// trailer returns the trailer; nothing in a file that this library has not written.
+  /// trailer returns the trailer, or std::nullopt in a file that this library has not written.
   const std::optional<Trailer> &trailer() const { return state_->trailer; }
   /// buckets returns the number of buckets whose primary page is within the file. The other buckets are empty.
   uint32_t buckets() const;

@@ -24,15 +24,16 @@ struct Trailer {
   /// database is, in a URL map, the identity of its database; in a database, that of the file which the first update or
   /// an import created. Files that are older than the latter do not belong to this catalog. All zeros if unknown.
   FileIdentity database{};
-  /// newest_change is the newest time of change that the catalog has given, deleted descriptions included; nothing in a
-  /// file of an earlier version. It is exact in a URL map of this snapshot, and a lower bound in a database, whose
-  /// records other programs may change.
+  /// newest_change is the newest time of change that the catalog has given, deleted descriptions included; it is
+  /// std::nullopt in a file of an earlier version. It is exact in a URL map of this snapshot, and a lower bound in a
+  /// database, whose records other programs may change.
   std::optional<time_t> newest_change = std::nullopt;
-  /// content is, in a URL map, its content_checksum; nothing in a database and in a file of an earlier version.
+  /// content is, in a URL map, its content_checksum; it is std::nullopt in a database and in a file of an earlier
+  /// version.
   std::optional<uint32_t> content = std::nullopt;
 
-  /// read returns the trailer of a file; nothing if there is none with a valid checksum. Throws a Failure if the file
-  /// cannot be read.
+  /// read returns the trailer of a file, or std::nullopt if there is none with a valid checksum. Throws a Failure if
+  /// the file cannot be read.
   static std::optional<Trailer> read(const File &file);
   /// write writes the trailer. Throws a SystemFailure.
   void write(const File &file) const;

@@ -23,8 +23,8 @@ bool try_lock(int fd) {
   return uninterrupted([=] { return ::flock(fd, LOCK_EX | LOCK_NB); }) == 0;
 }
 
-/// remove_abandoned removes a symbolic link, or a file that a killed process has left. It returns false if another
-/// process has locked the file.
+/// remove_abandoned removes a symbolic link, or a file that a killed process has left. Returns false if another process
+/// has locked the file.
 bool remove_abandoned(const std::string &path) {
   const HostFileGuard file = open_file(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
   if (!file && errno == ENOENT) return true;
@@ -79,7 +79,7 @@ AtomicFile::~AtomicFile() {
   if (!is_committed_ && is_named(file_.descriptor(), file_.name())) ::unlink(file_.name().c_str());
 }
 
-/// model returns the status of the file to copy owner, group and mode from; nothing if there is none.
+/// model returns the status of the file to copy owner, group and mode from, or std::nullopt if there is none.
 std::optional<struct stat> AtomicFile::model() const {
   auto status = status_of(target_);
   if (!status && !like_.empty()) status = status_of(like_);

@@ -19,7 +19,8 @@ namespace rdm::catalog {
 /// directory_of returns the directory part of a path, "." if it has none.
 std::string directory_of(const std::string &path);
 
-/// status_of returns the result of stat for a path; nothing after ENOENT. Throws a SystemFailure after other errors.
+/// status_of returns the result of stat for a path, or std::nullopt after ENOENT. Throws a SystemFailure after other
+/// errors.
 std::optional<struct stat> status_of(const std::string &path);
 
 /// open_file calls open with O_CLOEXEC and repeats it after EINTR. On failure the guard is empty and errno is set.

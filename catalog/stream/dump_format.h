@@ -23,7 +23,7 @@ bool is_header(const SoifStream::Item &item);
 /// refusal returns the reason why an object is not a description: it is malformed or has no URL. Empty if it is one.
 std::string refusal(const SoifStream::Item &item);
 
-/// ExportHeader holds the additional attributes of an RDMHEADER; nothing for a missing or malformed one.
+/// ExportHeader holds the additional attributes of an RDMHEADER; it is std::nullopt for a missing or malformed one.
 struct ExportHeader {
   std::optional<uint32_t> next_number;   // 0 if all numbers are used
   std::optional<uint32_t> descriptions;  // that follow
@@ -33,8 +33,8 @@ std::string print_header(const ExportHeader &header);
 ExportHeader read_header(const SOIF *object);
 
 /// with_number returns a record with the attribute of its number added. number_in returns the number in a description:
-/// 0 if it has no such attribute, nothing if the value is not a decimal number from 1 to 2^32-1. drop_number deletes
-/// the attribute.
+/// 0 if it has no such attribute, std::nullopt if the value is not a decimal number from 1 to 2^32-1. drop_number
+/// deletes the attribute.
 std::string with_number(const std::string &record, uint32_t number);
 std::optional<uint32_t> number_in(const SOIF *object);
 void drop_number(SOIF *object);

@@ -25,9 +25,9 @@ class Importer {
   /// The transaction must outlive the importer.
   explicit Importer(WriteTransaction &transaction);
 
-  /// take adds a description to the batch unless its content is unchanged. It returns the reason if it rejects the
-  /// object, otherwise an empty text; it passes over the header. It drops minidba-number and rd-last-changed from the
-  /// object. Throws a Failure at damage in the catalog or if no number is left.
+  /// take adds a description to the batch unless its content is unchanged. Returns the reason if it rejects the object,
+  /// otherwise an empty text; it passes over the header. It drops minidba-number and rd-last-changed from the object.
+  /// Throws a Failure at damage in the catalog or if no number is left.
   std::string take(const SoifStream::Item &item);
   /// batch returns the changes. The caller sets their dates and commits them with next_number, which is valid if
   /// summary().accepted() is above 0.

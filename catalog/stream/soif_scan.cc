@@ -70,7 +70,7 @@ class ObjectScan {
     return dead_ends_.contains(offset_);
   }
 
-  /// pass_blanks skips white space. It returns true if it meets a dead end.
+  /// pass_blanks skips white space. Returns true if it meets a dead end.
   bool pass_blanks() {
     for (offset_ = tell(file_);; ++offset_) {
       if (offset_ % blanks_apart == 0 && is_dead_end(true)) return true;

@@ -45,7 +45,7 @@ class SoifScan {
   /// met_end returns true if the last object has a fault because the file ends within it.
   bool met_end() const { return fault_.met_end; }
   /// url returns the URL of the last object; empty if it has none. last_count returns the last count that was read of
-  /// it, which may be the wrong one; nothing if there was none.
+  /// it, which may be the wrong one, or std::nullopt if there was none.
   const std::string &url() const { return url_; }
   const std::optional<ByteCount> &last_count() const { return last_count_; }
 

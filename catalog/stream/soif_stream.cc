@@ -95,7 +95,7 @@ std::optional<SoifStream::Item> SoifStream::next() {
   return item;
 }
 
-/// misfit_before returns the last count of the object before `end` if another count fits; otherwise nothing.
+/// misfit_before returns the last count of the object before `end` if another count fits, otherwise std::nullopt.
 std::optional<SoifStream::Misfit> SoifStream::misfit_before(int64_t end) const {
   constexpr int64_t most = 1 << 20;
   const std::optional<ByteCount> &last = scan_->last_count();

@@ -44,7 +44,7 @@ class SoifStream {
     std::string url = {};  // of a malformed object, if it could be read
     std::optional<Misfit> misfit = {};
   };
-  /// next returns the next object; nothing at the end.
+  /// next returns the next object, or std::nullopt at the end.
   std::optional<Item> next();
 
   /// bytes_of returns the bytes of an object as they were sent. It does not change what next returns.

@@ -48,8 +48,8 @@ HostFileGuard open_stream(host_fd stream);
 class LogFile {
  public:
   using Clock = std::chrono::steady_clock;
-  /// Notice reports that `lines` lines were dropped. It returns false if it could not report them; they are then
-  /// counted again.
+  /// Notice reports that `lines` lines were dropped. Returns false if it could not report them; they are then counted
+  /// again.
   using Notice = std::function<bool(std::size_t lines)>;
   /// NoticeTo says which log a notice writes to. A notice to the log itself is given only once that log is writable
   /// again.

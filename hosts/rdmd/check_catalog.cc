@@ -45,8 +45,8 @@ void check_order(const Entries &entries, Report &report) {
     report.error(0, "entry " + std::to_string(place - entries.begin() + 2) + " is earlier than the one before it");
 }
 
-/// read_index returns the entries sorted by number. Returns nothing, after reporting an error, if the file is not an
-/// index.
+/// read_index returns the entries sorted by number. Returns std::nullopt, after reporting an error, if the file is not
+/// an index.
 std::optional<Entries> read_index(Report &report) {
   const auto bytes = read_bytes(report);
   if (!bytes) return std::nullopt;

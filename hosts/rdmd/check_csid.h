@@ -17,7 +17,7 @@ struct CatalogService {
   Settings settings;
 };
 
-/// read_services reads the list and checks its lines. Returns nothing if it is unreadable.
+/// read_services reads the list and checks its lines. Returns std::nullopt if it is unreadable.
 std::optional<std::vector<CatalogService>> read_services(Report &report);
 
 /// check_services checks all files that the services name.

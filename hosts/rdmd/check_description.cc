@@ -243,7 +243,7 @@ void Reader::skip_line(const Object &object, const std::optional<AttributeHead> 
 }
 
 /// fit_for returns the size that a value at `value` would have if it ended before the next text that ends a value.
-/// Returns nothing if there is none.
+/// Returns std::nullopt if there is none.
 std::optional<std::size_t> Reader::fit_for(std::size_t value) {
   if (value >= no_fit_from_) return std::nullopt;
   const std::size_t end = line_end_before(text_, value, ends_value_at);

@@ -29,8 +29,8 @@ class Report {
   Findings &findings_;
 };
 
-/// read_bytes returns the bytes of a file, at most `limit`. Returns nothing, after reporting an error, if it cannot be
-/// read.
+/// read_bytes returns the bytes of a file, at most `limit`. Returns std::nullopt, after reporting an error, if it
+/// cannot be read.
 std::optional<std::string> read_bytes(Report &report, std::size_t limit = std::string::npos);
 
 struct Line {
@@ -42,8 +42,8 @@ struct Line {
 /// them. Truncation is reported as an error.
 std::vector<Line> split_lines(std::string_view text, Report &report);
 
-/// read_lines returns the lines of a file as split_lines does. Returns nothing, after reporting an error, if the file
-/// cannot be read.
+/// read_lines returns the lines of a file as split_lines does. Returns std::nullopt, after reporting an error, if the
+/// file cannot be read.
 std::optional<std::vector<Line>> read_lines(Report &report);
 
 struct Pair {

@@ -421,8 +421,8 @@ std::int64_t Connection::unacknowledged() {
   return count;
 }
 
-/// has_answer returns true if the client has acknowledged all answers. It returns true at once for a client that is
-/// turned away.
+/// has_answer returns true if the client has acknowledged all answers. Returns true at once for a client that is turned
+/// away.
 bool Connection::has_answer() {
   return roster_entry_.turned_away || unacknowledged() <= (state_ == State::lingering ? 1 : 0);
 }

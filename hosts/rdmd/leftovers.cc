@@ -40,7 +40,7 @@ bool is_local(int directory) {
   return std::find(std::begin(local), std::end(local), static_cast<std::uint32_t>(status.f_type)) != std::end(local);
 }
 
-/// owner_in returns the owner token in the name of a temporary file, or nothing for any other name.
+/// owner_in returns the owner token in the name of a temporary file, or std::nullopt for any other name.
 std::optional<std::uint64_t> owner_in(std::string_view name) {
   constexpr std::string_view prefix = temporary_owner::prefix;
   constexpr auto digits = static_cast<std::size_t>(temporary_owner::digits);

@@ -41,7 +41,7 @@ class LineBudget {
   using Clock = std::chrono::steady_clock;
   static constexpr std::size_t lines_per_minute = 10;
 
-  /// take returns how many lines were suppressed since the last permitted one, or nothing if this line is to be
+  /// take returns how many lines were suppressed since the last permitted one, or std::nullopt if this line is to be
   /// suppressed.
   std::optional<std::size_t> take(Clock::time_point now);
   std::size_t suppressed() const { return suppressed_; }

@@ -12,7 +12,7 @@
 namespace rdm::rdmd {
 namespace {
 
-/// decode resolves the escapes of a path. Returns nothing if one is malformed or encodes NUL.
+/// decode resolves the escapes of a path. Returns std::nullopt if one is malformed or encodes NUL.
 std::optional<std::string> decode(std::string_view text) {
   std::string result;
   result.reserve(text.size());
@@ -29,7 +29,7 @@ std::optional<std::string> decode(std::string_view text) {
   return result;
 }
 
-/// without_authority removes "http://host" from the front of a target. Returns nothing if the host is malformed.
+/// without_authority removes "http://host" from the front of a target. Returns std::nullopt if the host is malformed.
 std::optional<std::string_view> without_authority(std::string_view target) {
   for (const std::string_view scheme : {"http://", "https://"}) {
     if (!ascii::istarts_with(target, scheme)) continue;

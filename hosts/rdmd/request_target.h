@@ -20,8 +20,8 @@ struct Target {
 };
 
 /// parse_target parses a target: a path with an optional query, the same after "http://host" or "https://host", or "*".
-/// Returns nothing for any other form, a malformed host, a fragment ("#"), a "%" without two hexadecimal digits, or an
-/// encoded NUL.
+/// Returns std::nullopt for any other form, a malformed host, a fragment ("#"), a "%" without two hexadecimal digits,
+/// or an encoded NUL.
 std::optional<Target> parse_target(std::string_view target);
 
 /// is_service_path returns true if a path begins with "/rdm/" in any letter case, so that the plug-in serves it.

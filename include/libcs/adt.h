@@ -8,9 +8,9 @@
  * NUL-terminated strings, with strdup(), strcmp() and free() of the C library. Stacks and queues store the caller's
  * pointers and release nothing.
  *
- * Functions of type uint32_t return 0 for success and 1 for a null argument, when memory fails (nothing is stored then)
- * and, if they delete, when nothing matches. Functions that return an item return null if there is no such item. The
- * caller owns an item that was removed from a container; other returned items belong to the container.
+ * Functions of type uint32_t return 0 for success and 1 for a null argument, if allocation fails (nothing is stored
+ * then) and, if they delete, when nothing matches. Functions that return an item return null if there is no such item.
+ * The caller owns an item that was removed from a container; other returned items belong to the container.
  *
  * There are no locks: only one thread at a time may use a container or a buffer.
  */
@@ -234,7 +234,7 @@ typedef struct csio {
   int32_t finished;    /* 1 if no more bytes may be appended */
 } csio;
 
-/// csio_create returns a new buffer in memory, without a limit, and stores it in `*out`; null when memory fails.
+/// csio_create returns a new buffer in memory, without a limit, and stores it in `*out`; null if allocation fails.
 csio *csio_create(csio **out) QX_NOEXCEPT;
 
 /// csio_increase enlarges the memory by `need` bytes, or by `increment` if that is more. A buffer that would exceed

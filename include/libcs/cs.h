@@ -72,7 +72,7 @@ char *plus2space(char *text) QX_NOEXCEPT;
 /// escapes decoded in names and values. `text` holds `length` characters and one more writable byte; it is overwritten.
 /// A field without "=" is named by its number among such fields, from "1". The values of fields of the same name, and
 /// of a parameter already in the block, are joined with commas into one parameter. Returns the result of the last
-/// addition: 0, or -1 when memory failed.
+/// addition: 0, or -1 if allocation failed.
 int pblock_form2pblock(char *text, int32_t length, pblock *block) QX_NOEXCEPT;
 
 /// pblock_pblock2str_add_nl puts each name="value" pair of `text` on its own line: it replaces the character after a
@@ -107,7 +107,7 @@ int cs_cli_run_no_pipe(const char *command, const char *directory) QX_NOEXCEPT;
 
 /// cs_search_path looks for `name` in the directories that the environment variable `variable` lists, separated by
 /// colons. Returns the path of the first that exists, or `name` itself if none does or the variable is unset. The text
-/// is newly allocated; null when memory fails.
+/// is newly allocated; null if allocation fails.
 char *cs_search_path(const char *name, const char *variable) QX_NOEXCEPT;
 
 /* ---- Digests ---- */

@@ -73,15 +73,15 @@ extern soif_stream _soif_state[256];
 /* ---- Attributes ---- */
 
 /// avpair_create stores a new pair with copies of `name` and of the `vsize` bytes at `value`, which may be null if
-/// `vsize` is 0. Returns 0, or 1 for a null name, a negative size and when memory fails.
+/// `vsize` is 0. Returns 0, or 1 for a null name, a negative size, or if allocation fails.
 int avpair_create(const char *name, const char *value, int32_t vsize, AVPair **out) QX_NOEXCEPT;
 
-/// avpair_copy returns a new pair with copies of name and value, or null when memory fails.
+/// avpair_copy returns a new pair with copies of name and value, or null if allocation fails.
 void *avpair_copy(const void *pair) QX_NOEXCEPT;
 
 /// avpair_copy_useval returns a new pair with a copy of the name; it takes over the value of `pair` itself. A null
 /// value of size 0 stays null. Returns null, and leaves the value to `pair`, for a null name, for a null value with a
-/// size above 0 and when memory fails.
+/// size above 0, or if allocation fails.
 void *avpair_copy_useval(const void *pair) QX_NOEXCEPT;
 
 /// avpair_compare returns 0 if the pair's name is `name` in any letter case; otherwise a value below or above 0, in the
@@ -98,7 +98,7 @@ uint32_t avpair_hash(const AVPair *pair) QX_NOEXCEPT;
 
 /// soif_create stores a new object without attributes. A null or empty template name becomes "OBJECT", a null or empty
 /// URL "-"; both are copied. A bucket count below 1 becomes 23. An object with one bucket prints its attributes in the
-/// order of insertion. Returns 0, or 1 when memory fails.
+/// order of insertion. Returns 0, or 1 if allocation fails.
 int soif_create(const char *template_name, const char *url, int32_t nbuckets, SOIF **out) QX_NOEXCEPT;
 
 /// soif_free releases the object with everything that it owns; null is ignored. Always returns 0.
@@ -120,7 +120,7 @@ int soif_insert(SOIF *s, const char *name, const char *value, int32_t vsize) QX_
 
 /// soif_insert_nocopy adds an attribute with a copy of `name` that owns `value` itself: a block of host_alloc with
 /// `vsize` bytes and a NUL, or null if `vsize` is 0. Returns 0; or 1, and the value still belongs to the caller, for a
-/// null name, for a null value with a size above 0 and when memory fails. The object's counters are raised in both
+/// null name, for a null value with a size above 0, or if allocation fails. The object's counters are raised in both
 /// cases.
 int soif_insert_nocopy(SOIF *s, const char *name, char *value, int32_t vsize) QX_NOEXCEPT;
 
@@ -135,11 +135,11 @@ int soif_multivalue_attrcmp(const char *base, const char *attribute) QX_NOEXCEPT
 /* ---- Buffers ---- */
 
 /// soif_buffer_create stores a new empty buffer of `initial_size` bytes (a negative size counts as 0). Returns its
-/// data, uninitialised, or null when memory fails.
+/// data, uninitialised, or null if allocation fails.
 char *soif_buffer_create(int32_t initial_size, SOIFBuffer **out) QX_NOEXCEPT;
 
 /// soif_buffer_increase enlarges the buffer by `n` bytes. Returns the data, which may have moved; or null, with the
-/// buffer unchanged, for a negative `n`, a size above 2^31 - 1 and when memory fails.
+/// buffer unchanged, for a negative `n`, a size above 2^31 - 1, or if allocation fails.
 char *soif_buffer_increase(SOIFBuffer *b, int32_t n) QX_NOEXCEPT;
 
 /// soif_buffer_append appends `n` bytes and a NUL to a SOIFBuffer; nothing if `n` is 0 or less. If they do not fit, the
@@ -165,11 +165,11 @@ int soif_parse_init_string(const char *bytes, int32_t length) QX_NOEXCEPT;
 int soif_parse_set_accept_attr(int stream, char **accept) QX_NOEXCEPT;
 
 /// soif_parse reads the next object, which the caller releases with soif_free. Returns 0; or 1 if the input ends before
-/// an "@", after a syntax error and when memory fails. A damaged object is dropped; the next call continues at the next
-/// "@". Template name, URL, attribute name and size must each be shorter than 4096 characters, a value at most 256 MiB.
-/// The end of input completes an open object. If it cuts a value, a file fails, unless the accept list drops the value.
-/// In a string the missing bytes are read as 0xFF, at most 65,536 of them; a larger size fails, even if the accept list
-/// drops the value.
+/// an "@", after a syntax error, or if allocation fails. A damaged object is dropped; the next call continues at the
+/// next "@". Template name, URL, attribute name and size must each be shorter than 4096 characters, a value at most 256
+/// MiB. The end of input completes an open object. If it cuts a value, a file fails, unless the accept list drops the
+/// value. In a string the missing bytes are read as 0xFF, at most 65,536 of them; a larger size fails, even if the
+/// accept list drops the value.
 int soif_parse(int stream, SOIF **out) QX_NOEXCEPT;
 
 /// soif_parse_is_eoi returns non-zero at the end of input: after a read has met the end of a file, or at the end of a

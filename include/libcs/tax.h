@@ -36,8 +36,8 @@ typedef void (*classification_fn)(Classification *node, void *argument);
 
 /* ---- Taxonomies ---- */
 
-/// taxonomy_load returns a new taxonomy from a file, or null if the file cannot be opened or memory fails at the start.
-/// The first TAXONOMY object with an id counts. A class is reported and omitted if it lacks an id, parent-id or
+/// taxonomy_load returns a new taxonomy from a file, or null if the file cannot be opened or allocation fails at the
+/// start. The first TAXONOMY object with an id counts. A class is reported and omitted if it lacks an id, parent-id or
 /// taxonomy-id, has the taxonomy-id of another taxonomy (compared in any letter case), or precedes the TAXONOMY object
 /// or its parent. Damaged objects and other templates are skipped; after a read error, the classes read so far are
 /// kept. Parents are found with an index, so loading takes time proportional to the file's size; taxonomy_insert and
@@ -45,8 +45,9 @@ typedef void (*classification_fn)(Classification *node, void *argument);
 Taxonomy *taxonomy_load(const char *path) QX_NOEXCEPT;
 
 /// taxonomy_insert makes `node` the last child of the node `parent_id` (null or "ROOT": the root), which takes
-/// ownership. If the parent does not exist or memory fails, it logs an error and the node still belongs to the caller,
-/// with a null `parent`. Returns 0 in every case. Inserting at the top level of a taxonomy without a root is fatal.
+/// ownership. If the parent does not exist or allocation fails, it logs an error and the node still belongs to the
+/// caller, with a null `parent`. Returns 0 in every case. Inserting at the top level of a taxonomy without a root is
+/// fatal.
 int taxonomy_insert(Taxonomy *t, Classification *node, const char *parent_id) QX_NOEXCEPT;
 
 /// taxonomy_find returns the first node with the id in pre-order, or null. "ROOT" is the root. Null for a null taxonomy
@@ -72,7 +73,7 @@ void taxonomy_destroy(Taxonomy *t) QX_NOEXCEPT;
 
 /* ---- Nodes ---- */
 
-/// classification_create returns a new node with every field 0, or null when memory fails.
+/// classification_create returns a new node with every field 0, or null if allocation fails.
 Classification *classification_create(void) QX_NOEXCEPT;
 
 /// classification_destroy releases a node with its texts and its array of children, but not the children. Null is

@@ -113,7 +113,7 @@ char *host_strdup(const char *s) QX_NOEXCEPT;
 
 /* ---- Parameter blocks ---- */
 
-/// host_param_create returns an empty block, or null when memory fails. `slots` (at least 1) is a size hint.
+/// host_param_create returns an empty block, or null if allocation fails. `slots` (at least 1) is a size hint.
 pblock *host_param_create(int slots) QX_NOEXCEPT;
 
 /// host_param_free releases a block with all its pairs; null is ignored.
@@ -128,7 +128,7 @@ char *host_param_find(const char *name, const pblock *b) QX_NOEXCEPT;
 /// and `name` until the next lookup in this block; the new text must come from host_alloc.
 host_param *host_param_find_entry(const char *name, pblock *b, int remove) QX_NOEXCEPT;
 
-/// host_param_add appends a pair with copies of `name` and `value`. Returns 0, or -1 when memory fails.
+/// host_param_add appends a pair with copies of `name` and `value`. Returns 0, or -1 if allocation fails.
 int host_param_add(const char *name, const char *value, pblock *b) QX_NOEXCEPT;
 
 /// host_param_free_entry releases a detached pair; null is ignored.
@@ -136,8 +136,8 @@ void host_param_free_entry(host_param *e) QX_NOEXCEPT;
 
 /// host_param_parse adds the pairs of a configuration line to the block. A line holds `name=value` or `name="value"`
 /// pairs, separated by blanks or tabs. In either form, a backslash makes the next character part of the value. A quote
-/// that is not closed ends with the line; a word without "=" is ignored. Returns the number of pairs, or -1 when memory
-/// fails.
+/// that is not closed ends with the line; a word without "=" is ignored. Returns the number of pairs, or -1 if
+/// allocation fails.
 int host_param_parse(const char *line, pblock *b) QX_NOEXCEPT;
 
 /* ---- The request and the client connection ---- */

@@ -11,7 +11,7 @@ cspriq_level &level_of(const cslist_node &node) { return *static_cast<cspriq_lev
 
 cslist_node *first_node(const cspriq *pq) { return pq == nullptr ? nullptr : pq->head; }
 
-/// make_level returns a node with a level without items, or null when memory fails.
+/// make_level returns a node with a level without items, or null if allocation fails.
 HostPtr<cslist_node> make_level(int32_t priority) {
   csqueue *queue = nullptr;
   csqueue_create(&queue);

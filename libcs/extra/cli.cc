@@ -42,7 +42,7 @@ int wait_for(pid_t child) {
 }
 
 /// find_in returns the path of the first existing `name` in a colon-separated list of directories, `name` itself if
-/// there is none, or null when memory fails.
+/// there is none, or null if allocation fails.
 HostText find_in(std::string_view directories, const char *name) {
   while (!directories.empty()) {
     const std::string_view directory = directories.substr(0, directories.find(':'));

@@ -9,7 +9,7 @@
 
 namespace rdm {
 
-/// join returns the two texts with the separator between them, or null when memory fails.
+/// join returns the two texts with the separator between them, or null if allocation fails.
 inline HostText join(std::string_view first, char separator, std::string_view second) noexcept {
   HostText joined(static_cast<char *>(host_alloc(first.size() + second.size() + 2)));
   if (!joined) return joined;

@@ -44,8 +44,8 @@ int read_past(Input &input, Class is_in_class) {
   return c;
 }
 
-/// The procedures below read tokens from a StringInput or FileInput (input.h). They return nothing at the end of input
-/// and for a token that is too long. `buffer` has token_limit bytes and may hold the text.
+/// The procedures below read tokens from a StringInput or FileInput (input.h). They return std::nullopt at the end of
+/// input and for a token that is too long. `buffer` has token_limit bytes and may hold the text.
 
 /// read_template_name reads what follows the "@" of an object, up to white space.
 template <typename Input>

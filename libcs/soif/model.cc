@@ -139,7 +139,7 @@ char *soif_findval(const SOIF *s, const char *name) noexcept {
 
 int soif_insert(SOIF *s, const char *name, const char *value, int32_t vsize) noexcept {
   const AVPair given{const_cast<char *>(name), const_cast<char *>(value), vsize};
-  // Copy here, not in the table, which would not report that memory failed.
+  // Copy here, not in the table, which would not report that allocation failed.
   soif::AvPairPtr pair(static_cast<AVPair *>(s->attrs->copy(&given)));
   const soif::CopySwitch as_they_are(s->attrs, cslist_copy_nop);
   return soif::insert_made(s, name, pair, vsize) ? 0 : 1;

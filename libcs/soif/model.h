@@ -11,11 +11,11 @@ namespace rdm::soif {
 
 using AvPairPtr = std::unique_ptr<AVPair, Deleter<avpair_free>>;
 
-/// make_object is soif_create for texts without a NUL. Returns null when memory fails.
+/// make_object is soif_create for texts without a NUL. Returns null if allocation fails.
 SoifPtr make_object(std::string_view template_name, std::string_view url, int32_t nbuckets) noexcept;
 
 /// make_avpair returns a pair that owns a copy of `name` and takes over `value`: `vsize` bytes and a NUL, or null.
-/// Returns null, with `value` unchanged, when memory fails.
+/// Returns null, with `value` unchanged, if allocation fails.
 AvPairPtr make_avpair(std::string_view name, HostText &value, int32_t vsize) noexcept;
 
 /// CopySwitch replaces the copy function of a table for its lifetime.
@@ -34,7 +34,7 @@ class CopySwitch {
 };
 
 /// insert_made counts an insertion of `vsize` bytes and moves `pair` into the table under `key`. The table's copy
-/// function must be cslist_copy_nop (see CopySwitch). Returns false, with `pair` unchanged, if it is null or memory
+/// function must be cslist_copy_nop (see CopySwitch). Returns false, with `pair` unchanged, if it is null or allocation
 /// fails; the insertion is counted even then.
 bool insert_made(SOIF *object, const char *key, AvPairPtr &pair, int32_t vsize) noexcept;
 

@@ -41,7 +41,7 @@ class Parser {
  public:
   Parser(Input &input, char **accept) noexcept : input_(input), accept_(accept) {}
 
-  /// object returns the next object, or null at the end of input, after a syntax error and when memory fails.
+  /// object returns the next object, or null at the end of input, after a syntax error, or if allocation fails.
   SoifPtr object() noexcept {
     if (!input_.skip_past('@')) return nullptr;
     SoifPtr object = header();
@@ -59,8 +59,8 @@ class Parser {
     return soif::make_object(up_to_nul(*template_name), up_to_nul(*url), 0);
   }
 
-  /// attributes reads up to "}" or the end of input, which both complete the object. Returns false after a syntax error
-  /// and when memory fails.
+  /// attributes reads up to "}" or the end of input, which both complete the object. Returns false after a syntax
+  /// error, or if allocation fails.
   bool attributes(SOIF *object) noexcept {
     // The pairs are made for this object, so the table need not copy them.
     const soif::CopySwitch as_they_are(object->attrs, cslist_copy_nop);

@@ -115,7 +115,7 @@ void start_schema(const Settings &settings) {
 }
 
 /// read_configuration adds the pairs of every line that is not a comment to the block. Returns false if the file cannot
-/// be opened or read to its end, or memory fails: the service must not start with a partial configuration.
+/// be opened or read to its end, or allocation fails: the service must not start with a partial configuration.
 bool read_configuration(const char *path, pblock *config) {
   LineReader reader(path, reader_size);
   if (!reader) return false;

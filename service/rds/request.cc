@@ -94,7 +94,7 @@ int32_t answer_query(Query &query, rdmhdr *header, csio *response, Session *sn, 
 }
 
 /// make_key_list returns an empty list, or null. Its texts come from host_alloc, like all memory of a request, so that
-/// hosts notice when memory fails.
+/// hosts notice if allocation fails.
 ListPtr make_key_list() {
   cslist *keys = nullptr;
   cslist_create(&keys);
@@ -104,7 +104,7 @@ ListPtr make_key_list() {
 }
 
 /// select_keys returns the database keys from a position of the index on, at most `limit` unless that is 0. Returns
-/// null when memory fails.
+/// null if allocation fails.
 ListPtr select_keys(const cs_dbindex *index, int32_t start, int32_t limit) {
   ListPtr keys = make_key_list();
   if (!keys || start < 0 || limit < 0) return keys;
@@ -119,13 +119,13 @@ ListPtr select_keys(const cs_dbindex *index, int32_t start, int32_t limit) {
   return keys;
 }
 
-/// set_response_header replaces a response header. Returns false when memory fails.
+/// set_response_header replaces a response header. Returns false if allocation fails.
 bool set_response_header(const char *name, const char *value, Request *rq) {
   pblock_remove_n_free(name, rq->response);
   return host_param_add(name, value, rq->response) == 0;
 }
 
-/// announce_length sets content type and content length. Returns false when memory fails: with another length, the
+/// announce_length sets content type and content length. Returns false if allocation fails: with another length, the
 /// answer would be cut.
 bool announce_length(uint64_t length, Request *rq) {
   char text[24];
@@ -134,7 +134,7 @@ bool announce_length(uint64_t length, Request *rq) {
          set_response_header("content-length", text, rq);
 }
 
-/// make_header returns the printed header of an rd-response with `count` descriptions, or null when memory fails.
+/// make_header returns the printed header of an rd-response with `count` descriptions, or null if allocation fails.
 CsioPtr make_header(int32_t count) {
   CsioPtr printed = make_csio();
   const RdmHeaderPtr header = make_rdmhdr(RDM_RD_RESPONSE);

@@ -18,7 +18,7 @@ constexpr char _schema_rootid_column[] = "docid";
 
 BoundedString join;
 
-/// mark_hits counts the items of a list for each system table. Returns false when memory fails.
+/// mark_hits counts the items of a list for each system table. Returns false if allocation fails.
 bool mark_hits(const char *list, int32_t (&hits)[table_size]) {
   const HostText items(host_strdup(list));
   if (!items) return false;

@@ -76,7 +76,7 @@ void note_root_table(const Names &names) {
   _schema_has_root_table = true;
 }
 
-/// fill sets an entry from a group. Returns false when memory fails.
+/// fill sets an entry from a group. Returns false if allocation fails.
 bool fill(Entry &entry, const Group &group, const Names &names) {
   char tblcol[SCHEMA_TEXT_SIZE];
   host_format(tblcol, sizeof tblcol, "%s.%s", names.table, names.column);
@@ -90,7 +90,7 @@ bool fill(Entry &entry, const Group &group, const Names &names) {
   return schema_systables_insert(entry.tblcol);
 }
 
-/// load_groups fills the table from the groups 1, 2, ... up to the first missing number. Returns false when memory
+/// load_groups fills the table from the groups 1, 2, ... up to the first missing number. Returns false if allocation
 /// fails.
 bool load_groups(const SOIF *object) {
   Entry *entry = std::begin(tc2soif);

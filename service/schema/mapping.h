@@ -37,8 +37,8 @@ void clear() noexcept;
 std::span<const Entry> entries() noexcept;
 std::span<char *const> system_tables() noexcept;
 
-/// schema_systables_insert adds the system table of a "table.column" text unless it is listed. Returns false when
-/// memory fails.
+/// schema_systables_insert adds the system table of a "table.column" text unless it is listed. Returns false if
+/// allocation fails.
 bool schema_systables_insert(const char *tblcol) noexcept;
 
 /// schema_systable_hit returns the index of the system table of a "table.column" text, or -1.

@@ -64,7 +64,7 @@ Outcome translate_items(char *attributes, cshashtable *seen, BoundedString &colu
   return outcome;
 }
 
-/// make_name_table returns a table of borrowed names, or null when memory fails.
+/// make_name_table returns a table of borrowed names, or null if allocation fails.
 HashTablePtr make_name_table() {
   cshashtable *table = nullptr;
   cshashtable_create(7, &table);

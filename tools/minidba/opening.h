@@ -13,8 +13,8 @@
 
 namespace rdm::minidba {
 
-/// index_of returns the path of the catalog's index: the named one, or an existing one beside the database; otherwise
-/// nothing.
+/// index_of returns the path of the catalog's index: the named one, or an existing one beside the database, otherwise
+/// std::nullopt.
 std::optional<std::string> index_of(const Options &options);
 
 /// known_records calls catalog::known_records for the named index or, if that does not exist, the one beside the

@@ -33,12 +33,12 @@ HostFileGuard open_locked(const std::string &path) {
   return is_own && ::flock(directory.get(), LOCK_EX | LOCK_NB) == 0 ? std::move(directory) : HostFileGuard();
 }
 
-/// set_mark creates the mark in a directory. It returns false if it cannot.
+/// set_mark creates the mark in a directory. Returns false if it cannot.
 bool set_mark(const fs::path &directory) {
   return static_cast<bool>(catalog::open_file((directory / mark).string(), O_WRONLY | O_CREAT | O_EXCL, 0600));
 }
 
-/// empty removes the contents of a directory except the mark. It returns false if it cannot.
+/// empty removes the contents of a directory except the mark. Returns false if it cannot.
 bool empty(const fs::path &directory) {
   std::error_code error;
   for (fs::directory_iterator at(directory, error); !error && at != fs::directory_iterator();) {

@@ -34,7 +34,7 @@ void show(const Catalog &catalog, const Found &found, bool json, std::ostream &o
     out << found.record;
 }
 
-/// show_word prints the description that a word names. It returns false if there is none.
+/// show_word prints the description that a word names. Returns false if there is none.
 bool show_word(const Catalog &catalog, const std::string &word, const Options &options, const Console &console) {
   const std::optional<Found> found = find(catalog, word);
   if (found)

@@ -31,7 +31,7 @@ class Import {
   void expect(const ExportHeader &header) {
     if (header.next_number) next_ = std::max(next_, from_stored(*header.next_number));
   }
-  /// add adds a description under its number. It returns the reason if that is impossible, otherwise an empty text.
+  /// add adds a description under its number. Returns the reason if that is impossible, otherwise an empty text.
   std::string add(uint32_t number, SOIF *object) {
     if (batch_.number_of(object->url)) return "its URL was there before";
     if (batch_.get(number)) return "its number was there before";

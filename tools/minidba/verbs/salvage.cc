@@ -104,8 +104,8 @@ class Salvage {
   }
 
  private:
-  /// number_for returns the number of a record: that of its key or, if the key is damaged, that of its URL. It returns
-  /// nothing for an erased record, which a free page may still hold.
+  /// number_for returns the number of a record: that of its key or, if the key is damaged, that of its URL. Returns
+  /// std::nullopt for an erased record, which a free page may still hold.
   std::optional<uint32_t> number_for(RecoveryReader::Origin origin, std::string_view key,
                                      const std::string &url) const {
     const std::optional<uint32_t> number = number_of(key);

@@ -40,7 +40,7 @@ struct Findings {
 
 std::string named(uint32_t number) { return "description " + std::to_string(number); }
 
-/// readable returns the record of a number; nothing if it is not found by its key or is damaged.
+/// readable returns the record of a number, or std::nullopt if it is not found by its key or is damaged.
 std::optional<std::string> readable(const Catalog &catalog, uint32_t number) {
   try {
     return catalog.get(number);
@@ -53,7 +53,7 @@ void add_wrong_url(Faults &faults, uint32_t number, std::optional<uint32_t> othe
   faults.add("the URL of " + named(number) + " leads to " + (other ? std::to_string(*other) : "nothing") + ": " + url);
 }
 
-/// mapped returns the number that the map has for a URL; nothing if the bucket is damaged.
+/// mapped returns the number that the map has for a URL, or std::nullopt if the bucket is damaged.
 std::optional<uint32_t> mapped(const UrlMap &map, const std::string &url) {
   try {
     return map.number_of(url);
