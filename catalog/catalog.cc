@@ -160,7 +160,7 @@ void Catalog::report_lost(const FaultCallback &report) const try {
       report("lost record " + std::to_string(number) + " (" + std::string(url) + ") in " + path_);
   });
 } catch (const Failure &) {
-  // The map is damaged too: the records behind the damage are not reported.
+  // The map is damaged too: the records after the damage are not reported.
 }
 
 bool Catalog::is_lost(uint32_t number) const try {

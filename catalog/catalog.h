@@ -28,8 +28,8 @@
 
 namespace rdm::catalog {
 
-/// IfMissing says what opening a catalog without a database file does: `error` throws a Failure, `empty` opens a
-/// catalog without descriptions. `assumed` does so without looking for the file: a commit replaces it, sound or
+/// IfMissing selects the result of opening a catalog without a database file: `error` throws a Failure, `empty` opens a
+/// catalog without descriptions. `assumed` opens one without looking for the file: a commit replaces it, sound or
 /// damaged.
 enum class IfMissing { error, empty, assumed };
 
@@ -100,7 +100,8 @@ class Catalog {
   bool predates(const struct stat &file) const;
 
   /// each_url visits every URL with the number of its description, the lowest if there are several. free_number returns
-  /// a number as next_number does. Both read the records instead of the map; free_number is never below next_number.
+  /// a number that no description has had. Both read the records instead of the map; free_number is never below
+  /// next_number.
   void each_url(const UrlMap::Visitor &visit) const;
   uint32_t free_number() const;
 
@@ -133,7 +134,7 @@ class Catalog {
   std::optional<HashTable> table_;
   std::string map_error_;
   std::optional<UrlMap> urls_;
-  mutable std::optional<bool> map_is_damaged_;  // nothing until has_damaged_map has read the map
+  mutable std::optional<bool> map_is_damaged_;  // std::nullopt until has_damaged_map has read the map
   mutable std::optional<time_t> newest_change_;
   mutable std::optional<UrlScan> scan_;  // used instead of the map if there is none
   KnownRecords known_;

@@ -17,9 +17,9 @@ namespace rdm::catalog {
 using ProgressCallback = std::function<void(int64_t bytes, int64_t total)>;
 
 /// commit applies a batch: it writes the next snapshots of database and URL map and renames them over the old ones. If
-/// few records change, it copies and edits the files; otherwise it writes whole files. It reads back what it has
-/// written, and checks each record that it copies as Catalog::each_to_copy does. `next_number` is the smallest number
-/// that was never used; 0 if all are. A catalog that does not exist is created even if the batch is empty.
+/// few records change, it copies and edits the files; otherwise it writes whole files. It reads back and compares the
+/// new files, and checks each record that it copies (Catalog::each_to_copy). `next_number` is the smallest number that
+/// was never used; 0 if all are. A catalog that does not exist is created even if the batch is empty.
 ///
 /// A Failure leaves the old catalog as it is, unless its text says that the database is replaced. The changes are then
 /// in effect, and the next writer makes the URL map if it is missing.
@@ -27,7 +27,7 @@ void commit(
     const Lock &lock, const Catalog &catalog, const WriteBatch &batch, uint32_t next_number,
     const ProgressCallback &progress = [](int64_t, int64_t) {});
 
-/// check_copy throws the Failure that commit would throw at a damaged record, and writes nothing.
+/// check_copy throws the Failure that commit would throw at a damaged record, without writing a file.
 void check_copy(const Catalog &catalog, const WriteBatch &batch);
 
 /// rebuild_catalog writes the whole database and its URL map from the records, without those that `dropped` erases. No

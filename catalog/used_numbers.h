@@ -22,7 +22,7 @@ struct UsedNumbers {
 /// It throws a Failure if the database cannot be opened or is not a regular file.
 UsedNumbers used_numbers(const std::string &database);
 
-/// used_in does so with the records of a table alone.
+/// used_in reads only the records of a table.
 UsedNumbers used_in(const HashTable &table);
 
 }  // namespace rdm::catalog

@@ -28,7 +28,7 @@ if(CMAKE_BUILD_TYPE MATCHES "Rel")
   add_compile_options(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3)
 endif()
 
-# Debug information of what is installed names sources relative to the source directory: builds in different places make
+# Debug information of installed files names sources relative to the source directory: builds in different places make
 # the same files.
 if(CMAKE_BUILD_TYPE MATCHES "Rel")
   add_compile_options(-fdebug-prefix-map=${CMAKE_SOURCE_DIR}=. -fmacro-prefix-map=${CMAKE_SOURCE_DIR}=.)

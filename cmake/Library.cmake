@@ -2,8 +2,8 @@
 # rdm_library(NAME OBJECTS TARGETS... VERSION X.Y.Z MAP FILE DESCRIPTION TEXT BASE DIR HEADERS FILES... LINK LIBS...
 #             USE LIBS...)
 #
-# A shared library made of the sources of object libraries, which are compiled once: tests link the objects, so that they
-# reach internals; everybody else links the library, whose version script exports exactly the interfaces. X is the
+# A shared library made of the sources of object libraries, which are compiled once: tests link the objects, so that
+# they reach internals; all others link the library, whose version script exports exactly the interfaces. X is the
 # number in the soname. Programs that link the library link those in LINK too; libraries in USE are private.
 #
 # Installed are the library, its public headers and its pkg-config file. HEADERS are spelled as programs include them,
@@ -64,7 +64,7 @@ function(rdm_install_program name directory)
   set_property(GLOBAL APPEND PROPERTY RDM_PROGRAMS ${name})
 endfunction()
 
-# rdm_objects(NAME): the object library behind rdm_library: no exceptions, no RTTI, since its procedures are called
+# rdm_objects(NAME): the object library of rdm_library: no exceptions, no RTTI, since its procedures are called
 # through a C interface. All of them share a precompiled header.
 function(rdm_objects name)
   add_library(${name} OBJECT)

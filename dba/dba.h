@@ -28,7 +28,7 @@ extern int all_databases_locked_closed;
 
 /// dba_open opens the file `path`: "w+" creates or truncates it for reading and writing (mode 0644), "w" opens or
 /// creates it for reading and writing, "r" and any other mode opens it for reading only. Returns a handle for
-/// dba_close, or null with errno set as QX_dbopen does.
+/// dba_close, or null with the errno of QX_dbopen.
 DB *dba_open(const char *path, const char *mode) QX_NOEXCEPT;
 
 /// dba_close writes unwritten data and releases the handle. Returns 0, or -1 if writing failed.

@@ -23,7 +23,7 @@ std::vector<fs::path> files_of(const fs::path &path) {
 void replay(const fs::path &path) {
   std::ifstream file(path, std::ios::binary);
   const std::string bytes{std::istreambuf_iterator<char>(file), {}};
-  // A heap block of exactly this size, so that a sanitizer reports the first byte read behind it.
+  // A heap block of exactly this size, so that a sanitizer reports the first byte read past it.
   const std::vector<uint8_t> input(bytes.begin(), bytes.end());
   LLVMFuzzerTestOneInput(input.data(), input.size());
 }

@@ -37,7 +37,7 @@ uint32_t Cursor::at(uint32_t index) const noexcept {
   return source_.header.byte_order == native_order ? number : swapped(number);
 }
 
-/// holds returns true if the bytes lie within the page, behind the slots in use.
+/// holds returns true if the bytes lie within the page, after the slots in use.
 bool Cursor::holds(uint32_t from, uint32_t to) const noexcept {
   return 2 * (slots() + 1) <= from && from <= to && to <= source_.header.page_size;
 }
@@ -175,7 +175,7 @@ bool Cursor::take_long_key() noexcept {
   return (at(2) == slot_mark::full_key || at(2) == slot_mark::full_key_data) && slots() >= 4 && append_page(long_key_);
 }
 
-/// take_rest_of_value reads the value's remaining pages and stops behind the slots of the last one.
+/// take_rest_of_value reads the value's remaining pages and stops after the slots of the last one.
 bool Cursor::take_rest_of_value() noexcept {
   while (slots() >= 2 && at(2) == slot_mark::full_key)
     if (slots() < 4 || !append_page(long_value_) || !follow(at(slots() - 1))) return false;

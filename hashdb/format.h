@@ -37,7 +37,7 @@ struct Header {
   uint32_t segment_size;
   uint32_t segment_shift;
   uint32_t overflow_point;  // the doubling in which new overflow pages are allocated
-  uint32_t last_freed;      // where the library's search for a free overflow page starts
+  uint32_t last_freed;      // the page at which the library's search for a free one starts
   uint32_t max_bucket;      // number of the last bucket
   uint32_t high_mask;       // hash bits of the doubling in progress
   uint32_t low_mask;        // hash bits of the last complete doubling

@@ -2,7 +2,7 @@
 /// The words of a line of a configuration file.
 ///
 /// Blanks divide words. A pair is a word NAME=VALUE or NAME="VALUE"; a value in quotes may hold blanks. A backslash in
-/// a value stands before a character that is taken as it is. Other words mean nothing.
+/// a value stands before a character that is taken as it is. Other words are ignored.
 #ifndef QXAPI_CONFIG_LINE_H
 #define QXAPI_CONFIG_LINE_H
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Telling temporary files in use from those that a killed process left behind.
+/// Telling temporary files in use from those that a killed process has left.
 ///
 /// A process that makes temporary files draws a random token, puts it into their names, and locks the byte at that
 /// offset of their directory. The kernel releases the lock when the process ends: files whose token is not locked are

@@ -14,9 +14,9 @@
 
 namespace rdm {
 
-/// open_unlinked makes an empty file in a directory that nobody can open by a name: with O_TMPFILE, or, on file systems
-/// without it, with a name of `prefix` and six characters that is removed at once. On failure the guard is empty, and
-/// errno says why.
+/// open_unlinked makes an empty file without a name in a directory: with O_TMPFILE, or, on file systems without it,
+/// with a name of `prefix` and six characters that is removed at once. On failure the guard is empty, and errno says
+/// why.
 inline HostFileGuard open_unlinked(const std::string &directory, const std::string &prefix) {
   constexpr int flags = O_TMPFILE | O_RDWR | O_EXCL | O_CLOEXEC;
   HostFileGuard file(uninterrupted([&] { return ::open(directory.c_str(), flags, 0600); }));

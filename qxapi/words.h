@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Texts without what is around and between their words.
+/// Trimming a text and splitting it into words.
 #ifndef QXAPI_WORDS_H
 #define QXAPI_WORDS_H
 
@@ -17,7 +17,7 @@ constexpr std::string_view trim(std::string_view text, std::string_view blanks) 
                                          : text.substr(first, text.find_last_not_of(blanks) - first + 1);
 }
 
-/// words_of returns what is between the characters of `blanks`. It may throw: for programs.
+/// words_of returns the non-empty texts between the characters of `blanks`. It may throw: for programs.
 inline std::vector<std::string_view> words_of(std::string_view text, std::string_view blanks) {
   std::vector<std::string_view> words;
   for (std::size_t at = 0; (at = text.find_first_not_of(blanks, at)) != std::string_view::npos;) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 /*
- * The RDM service: the plug-in's entries and the procedures behind them.
+ * The RDM service: the plug-in's entries and the procedures that they call.
  *
  * A host loads the library, calls rdm_init once and then, for each request under /rdm/, rdm_type, rdm_service and
  * rdm_log. Only one request at a time is inside rdm_service_crit, so the code below rdm_service needs no locks. Only

@@ -46,7 +46,8 @@ void schema_translate_terminate(void) QX_NOEXCEPT;
 /// schema_name returns the name of the schema, empty if it has none, cut at 127 bytes.
 char *schema_name(void) QX_NOEXCEPT;
 
-/* ---- Single names. `out` must hold SCHEMA_TEXT_SIZE bytes; it is set to an empty text if nothing is found. ---- */
+/* ---- Single names. `out` must hold SCHEMA_TEXT_SIZE bytes; it is set to an empty text if the name is not found. ----
+ */
 
 /// schema_translate_soifattribute copies the "table.column" of an attribute to `out`. Returns `out`, or null if there
 /// is no mapping or `attribute` is null.

@@ -20,10 +20,10 @@ struct Record {
 };
 
 /// BucketWriter writes one bucket after the other: its primary page, then overflow pages. Header and file must outlive
-/// it. Its procedures throw a SystemFailure if a page cannot be written, and pass on what `allocate` throws.
+/// it. Its procedures throw a SystemFailure if a page cannot be written, and pass on exceptions of `allocate`.
 class BucketWriter {
  public:
-  /// Allocate returns the address of an overflow page that nothing uses.
+  /// Allocate returns the address of an unused overflow page.
   using Allocate = std::function<uint16_t()>;
 
   BucketWriter(const hashdb::Header &header, const File &file, Allocate allocate);

@@ -53,7 +53,7 @@ hashdb::Header planned_header(uint32_t page_shift, uint32_t doublings, uint32_t 
 /// pages_of returns the number of pages of a file.
 uint64_t pages_of(const hashdb::Header &header);
 
-/// write_header writes a header to the start of a file and leaves the bytes behind it.
+/// write_header writes a header to the start of a file and leaves the bytes after it.
 void write_header(const File &file, const hashdb::Header &header);
 
 }  // namespace rdm::catalog

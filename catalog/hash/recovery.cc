@@ -92,7 +92,7 @@ RecoveryReader::RecoveryReader(const std::string &path)
   unread_.resize(pages);
 }
 
-/// read returns zeros for bytes behind the end of the file and for bytes that cannot be read.
+/// read returns zeros for bytes past the end of the file and for bytes that cannot be read.
 std::string RecoveryReader::read(int64_t offset, size_t count) const {
   std::string bytes(count, '\0');
   const int64_t there = std::clamp<int64_t>(size_ - offset, 0, static_cast<int64_t>(count));

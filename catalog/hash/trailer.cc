@@ -12,7 +12,7 @@
 namespace rdm::catalog {
 namespace {
 
-constexpr int64_t offset = 264;  // behind the header
+constexpr int64_t offset = 264;  // after the header
 constexpr uint64_t mark = 0x6d696e6964626101;
 
 constexpr uint64_t change_mark = 0x6d696e6964626102;

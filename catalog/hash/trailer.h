@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// The trailer of a hash file that this library has written: data behind the header, which other programs do not read.
+/// The trailer of a hash file that this library has written: data after the header, which other programs do not read.
 #ifndef CATALOG_HASH_TRAILER_H
 #define CATALOG_HASH_TRAILER_H
 

@@ -10,8 +10,8 @@
 
 namespace rdm::catalog {
 
-/// AtomicWriter buffers what is appended to an AtomicFile. Until commit the old file stays readable, even as the input
-/// of the run that replaces it.
+/// AtomicWriter buffers appends to an AtomicFile. Until commit the old file stays readable, even as the input of the
+/// run that replaces it.
 class AtomicWriter {
  public:
   /// AtomicWriter throws a Failure if the target exists and is not a regular file: rename would replace a device.

@@ -23,12 +23,12 @@ bool is_header(const SoifStream::Item &item);
 /// refusal returns the reason why an object is not a description: it is malformed or has no URL. Empty if it is one.
 std::string refusal(const SoifStream::Item &item);
 
-/// ExportHeader holds the additional attributes of an RDMHEADER; it is std::nullopt for a missing or malformed one.
+/// ExportHeader holds the additional attributes of an RDMHEADER: std::nullopt for a missing or malformed one.
 struct ExportHeader {
   std::optional<uint32_t> next_number;   // 0 if all numbers are used
   std::optional<uint32_t> descriptions;  // that follow
 };
-/// print_header returns the header as text, with the empty lines behind it. read_header reads one from its object.
+/// print_header returns the header as text, with the empty lines after it. read_header reads one from its object.
 std::string print_header(const ExportHeader &header);
 ExportHeader read_header(const SOIF *object);
 

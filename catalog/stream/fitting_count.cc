@@ -7,7 +7,7 @@
 namespace rdm::catalog {
 namespace {
 
-/// Limits on the work for one object: lines that are tried, and attributes that are followed behind each of them.
+/// Limits on the work for one object: lines that are tried, and attributes that are followed after each of them.
 constexpr int most_lines = 1000, most_attributes = 100;
 
 bool closes(std::string_view text) {

@@ -44,8 +44,8 @@ class SoifScan {
   std::string fault_of(int64_t offset);
   /// met_end returns true if the last object has a fault because the file ends within it.
   bool met_end() const { return fault_.met_end; }
-  /// url returns the URL of the last object; empty if it has none. last_count returns the last count that was read of
-  /// it, which may be the wrong one, or std::nullopt if there was none.
+  /// url returns the URL of the last object, or an empty text. last_count returns the last count that was read of it,
+  /// which may be the wrong one, or std::nullopt if there was none.
   const std::string &url() const { return url_; }
   const std::optional<ByteCount> &last_count() const { return last_count_; }
 
@@ -54,7 +54,7 @@ class SoifScan {
   int64_t size_;
   std::string url_;
   std::optional<ByteCount> last_count_;
-  std::unordered_map<int64_t, ScanFault> dead_ends_;  // offsets between attributes, and the fault behind them
+  std::unordered_map<int64_t, ScanFault> dead_ends_;  // offsets between attributes, and the fault after them
   ScanFault fault_;                                   // of the last object
 };
 

@@ -37,7 +37,7 @@ class SoifStream {
   struct Item {
     int64_t number;        // of the object in the stream, from 1
     int64_t offset;        // of its "@", in bytes
-    int64_t end;           // of the byte behind it; behind a malformed object, of the next "@" at the start of a line
+    int64_t end;           // of the byte after it; after a malformed object, of the next "@" at the start of a line
     SoifPtr object;        // null if it is malformed
     std::string reason;    // why it is malformed
     bool is_cut = false;   // it is malformed because the input ends within it
@@ -47,7 +47,7 @@ class SoifStream {
   /// next returns the next object, or std::nullopt at the end.
   std::optional<Item> next();
 
-  /// bytes_of returns the bytes of an object as they were sent. It does not change what next returns.
+  /// bytes_of returns the bytes of an object as they were sent. It does not change the result of next.
   std::string bytes_of(const Item &item);
   /// line_of returns the line number, from 1, of an offset. It is fastest for ascending offsets.
   int64_t line_of(int64_t offset);

@@ -25,7 +25,7 @@ class StreamCheck {
 
   /// require_end throws a Failure if the stream has an export header and is truncated: it has fewer descriptions than
   /// announced, or ends within one. After a truncated object, `take` may have counted objects that are part of its last
-  /// value. require_whole does so too, and throws a Failure if there are more descriptions than announced.
+  /// value. require_whole calls require_end, and throws a Failure if there are more descriptions than announced.
   void require_end() const;
   void require_whole() const;
 

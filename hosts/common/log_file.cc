@@ -201,7 +201,7 @@ bool LogFile::write_through(std::string_view text) {
   return true;
 }
 
-/// enqueue queues a line behind others. After a dropped line it drops all further ones until the queue is empty, so
+/// enqueue appends a line to the queue. After a dropped line it drops all further ones until the queue is empty, so
 /// that the gap is in one place.
 bool LogFile::enqueue(std::string_view text) {
   if (!blocked_ || dropped_ > 0 || queued_bytes_ + text.size() > queue_limit) return false;

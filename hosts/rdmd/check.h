@@ -30,7 +30,7 @@ using Findings = std::vector<Finding>;
 std::string describe(const Finding &finding);
 
 /// limited returns at most 20 findings of each file, in their order; errors take precedence over warnings. If findings
-/// of a file are left out, a finding behind its last one counts them; it is an error if one of them is.
+/// of a file are left out, a finding after its last one counts them; it is an error if one of them is.
 Findings limited(const Findings &findings);
 
 /// has_errors returns true if any finding is an error.
@@ -40,9 +40,9 @@ bool has_errors(const Findings &findings);
 /// unreadable files, malformed lines, duplicate names and services, missing names, and values of the wrong kind.
 Findings check_syntax(const std::string &config);
 
-/// check_configuration does what check_syntax does, and then checks everything that the lines name: directories, logs,
-/// the external command, catalog databases and their indexes, alias files and descriptions. It checks reading and
-/// writing with the rights of the calling process.
+/// check_configuration calls check_syntax, and then checks everything that the lines name: directories, logs, the
+/// external command, catalog databases and their indexes, alias files and descriptions. It checks reading and writing
+/// with the rights of the calling process.
 Findings check_configuration(const std::string &config);
 
 /// CommandLine holds the options of a server that are checked besides its configuration.

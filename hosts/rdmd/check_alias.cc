@@ -13,7 +13,7 @@ namespace {
 
 bool is_foreign(char c) { return ascii::is_control(c) && !ascii::is_space(c); }
 
-/// foreign_text returns what shows that a line is not of an alias file, or an empty string. Names may contain any
+/// foreign_text returns the text that cannot be in a line of an alias file, or an empty string. Names may contain any
 /// characters but white space, so only texts that no name would look like count.
 std::string foreign_text(const std::string &line) {
   if (std::any_of(line.begin(), line.end(), is_foreign)) return "a control character";

@@ -137,7 +137,7 @@ void Reader::check_type(const Object &header, const std::string &key) {
 }
 
 /// check_empty_line requires an empty line after the header and none within it, because some readers find the end of
-/// the header by that line. `at_` is behind the header's closing brace.
+/// the header by that line. `at_` is after the header's closing brace.
 void Reader::check_empty_line(const Object &header) {
   const std::string_view object = text_.substr(header.offset, at_ - header.offset);
   const std::size_t within = std::min(object.find("\n\n"), object.find("\n\r\n"));
@@ -198,7 +198,7 @@ void Reader::read_attributes(Object &object) {
 }
 
 /// takes_end returns true if the declared size of a value includes the end of its object: the value is the last of its
-/// object, and text other than white space stands behind the size that would fit.
+/// object, and text other than white space follows the size that would fit.
 bool Reader::takes_end(const AttributeHead &head, std::size_t fit) const {
   const std::size_t next = text_.find_first_not_of(white_space, head.value + head.size);
   const bool is_last = next == npos || text_[next] == '@';

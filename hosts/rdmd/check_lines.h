@@ -42,8 +42,8 @@ struct Line {
 /// them. Truncation is reported as an error.
 std::vector<Line> split_lines(std::string_view text, Report &report);
 
-/// read_lines returns the lines of a file as split_lines does. Returns std::nullopt, after reporting an error, if the
-/// file cannot be read.
+/// read_lines applies split_lines to a file. Returns std::nullopt, after reporting an error, if the file cannot be
+/// read.
 std::optional<std::vector<Line>> read_lines(Report &report);
 
 struct Pair {

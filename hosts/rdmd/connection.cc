@@ -411,7 +411,7 @@ void Connection::sending_failed() {
   close();
 }
 
-/* ---- What the client takes of it ---- */
+/* ---- Acknowledgement of the answer ---- */
 
 /// unacknowledged returns the number of bytes that the kernel holds until the client acknowledges them (SIOCOUTQ). A
 /// FIN counts as one byte.
@@ -499,7 +499,7 @@ void Connection::log_request() {
 /* ---- The end ---- */
 
 /// linger reads and discards input until the client has the last answer, and for the linger timeout after it: close()
-/// with unread input sends a reset, on which the client's system discards what it has not yet read of the answer.
+/// with unread input sends a reset, on which the client's system discards the unread part of the answer.
 void Connection::linger() {
   error_code error;
   socket_.shutdown(io::Socket::shutdown_send, error);

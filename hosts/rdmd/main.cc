@@ -35,8 +35,8 @@ hosts::Plugin load_plugin(const Settings &settings) {
   return hosts::Plugin(settings.plugin);
 }
 
-/// announce writes the addresses to standard error, where people and scripts look for them, even if the error log is a
-/// file.
+/// announce writes the addresses to standard error, even if the error log is a file: people and scripts read them
+/// there.
 void announce(const Server &server, ErrorLog &errors) {
   const std::string text = "listening on " + server.address();
   if (errors.to_file()) errors.info(text);
@@ -54,7 +54,7 @@ bool loads(const Settings &settings) {
   }
 }
 
-/// check_all prints on standard error what would keep these settings from being served. Returns the exit status.
+/// check_all prints the faults of these settings on standard error. Returns the exit status.
 int check_all(const Settings &settings) {
   // First, because this changes the process's user, and the plug-in must be readable by that user.
   check::Findings findings =

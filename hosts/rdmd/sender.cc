@@ -54,7 +54,7 @@ void Sender::advance(std::int64_t count) {
   sent_ += count;
   done_ += count;
   if (done_ < pieces_[current_].length) return;
-  // Free each piece once it is sent: a slow client occupies only memory for what is unsent.
+  // Free each piece once it is sent: a slow client occupies memory only for unsent pieces.
   pieces_[current_] = hosts::Piece{};
   ++current_;
   done_ = 0;

@@ -43,7 +43,7 @@ class Server {
   /// Returns false if the plug-in has not returned by then; its thread is still running in that case.
   bool run();
 
-  /* ---- What connections use, from any thread ---- */
+  /* ---- For connections, from any thread ---- */
 
   const Limits &limits() const { return settings_.limits; }
   hosts::Plugin &plugin() { return plugin_; }

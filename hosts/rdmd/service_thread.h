@@ -20,7 +20,7 @@ class ServiceThread {
   /// Waits for the running job; jobs that have not started are dropped.
   ~ServiceThread();
 
-  /// post queues `job` behind those posted before. Exceptions from a job are swallowed; its captures are destroyed.
+  /// post queues `job` after those posted before. Exceptions from a job are swallowed; its captures are destroyed.
   void post(std::function<void()> job);
 
   /// stop drops the jobs that have not started and waits up to `timeout` for the running one. Returns false if that is

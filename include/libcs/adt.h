@@ -8,9 +8,9 @@
  * NUL-terminated strings, with strdup(), strcmp() and free() of the C library. Stacks and queues store the caller's
  * pointers and release nothing.
  *
- * Functions of type uint32_t return 0 for success and 1 for a null argument, if allocation fails (nothing is stored
- * then) and, if they delete, when nothing matches. Functions that return an item return null if there is no such item.
- * The caller owns an item that was removed from a container; other returned items belong to the container.
+ * Functions of type uint32_t return 0 for success and 1 for a null argument, if allocation fails (the item is not
+ * stored then) and, for deletions, if no item matches. Functions that return an item return null if there is no such
+ * item. The caller owns an item that was removed from a container; other returned items belong to the container.
  *
  * There are no locks: only one thread at a time may use a container or a buffer.
  */
@@ -91,7 +91,7 @@ int cslist_cmp_nop(const void *a, const void *b) QX_NOEXCEPT;
 
 /// cshashtable is an array of lists. Any number of equal keys may be inserted.
 typedef struct cshashtable {
-  cslist **buckets; /* a bucket is null if memory failed for it */
+  cslist **buckets; /* a bucket is null if its allocation failed */
   int32_t nbuckets;
   int32_t count; /* items inserted less items deleted */
   cs_hash_fn hash;
@@ -217,7 +217,7 @@ enum { CSIO_MEMORY = 0x01, CSIO_FILE = 0x10 };
 /// csio is a stream of bytes that is appended to and read back. It starts in memory; when it outgrows `max_memory`, it
 /// moves to a temporary file, written through a block of 4096 bytes.
 ///
-/// `length` is the number of bytes offered; fewer are stored if memory or a write failed.
+/// `length` is the number of bytes offered; fewer are stored if allocation or a write failed.
 typedef struct csio {
   uint32_t flags;      /* CSIO_MEMORY, CSIO_FILE or, after csio_dup2file, both */
   unsigned char *data; /* memory backing: the bytes and a NUL; null until the first append */

@@ -7,10 +7,10 @@
  *
  *     CSLOG(CSLOG_WARNING, "adt", "Unknown %d items on linked list?\n", count);
  *
- * where the module is the name of the source file without its extension. Any thread may log, without locks: kind and
- * source line of a call pass through one of 32 slots, chosen by thread id, and each line is written to a file with a
- * single write(). Threads with equal ids modulo 32 may exchange kinds and source lines, never messages. Call
- * cslog_init, cslog_set_level and cslog_terminate only while no other thread logs.
+ * The module is the name of the source file without its extension. Any thread may log, without locks: kind and source
+ * line of a call pass through one of 32 slots, chosen by thread id, and each line is written to a file with a single
+ * write(). Threads with equal ids modulo 32 may exchange kinds and source lines, never messages. Call cslog_init,
+ * cslog_set_level and cslog_terminate only while no other thread logs.
  */
 #ifndef LIBCS_LOG_H
 #define LIBCS_LOG_H

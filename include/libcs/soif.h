@@ -142,8 +142,9 @@ char *soif_buffer_create(int32_t initial_size, SOIFBuffer **out) QX_NOEXCEPT;
 /// buffer unchanged, for a negative `n`, a size above 2^31 - 1, or if allocation fails.
 char *soif_buffer_increase(SOIFBuffer *b, int32_t n) QX_NOEXCEPT;
 
-/// soif_buffer_append appends `n` bytes and a NUL to a SOIFBuffer; nothing if `n` is 0 or less. If they do not fit, the
-/// buffer grows by exactly `n`. Returns 0, or 1 if soif_buffer_increase fails. It has the type of an output function.
+/// soif_buffer_append appends `n` bytes and a NUL to a SOIFBuffer; it does nothing if `n` is 0 or less. If they do not
+/// fit, the buffer grows by exactly `n`. Returns 0, or 1 if soif_buffer_increase fails. It has the type of an output
+/// function.
 int soif_buffer_append(void *buffer, const void *bytes, int32_t n) QX_NOEXCEPT;
 
 /// soif_buffer_destroy releases the buffer and its data; null is ignored.
@@ -188,7 +189,7 @@ int soif_print_init_fn(soif_output_fn fn, void *argument) QX_NOEXCEPT;
 /// stream.
 int soif_print_init_file(FILE *file) QX_NOEXCEPT;
 
-/// soif_print_init_string opens a stream that appends to a new buffer, stored in `*out`. When memory fails, `*out` is
+/// soif_print_init_string opens a stream that appends to a new buffer, stored in `*out`. If allocation fails, `*out` is
 /// null and the output is dropped. The caller destroys the buffer after finishing the stream. Returns the stream.
 int soif_print_init_string(SOIFBuffer **out) QX_NOEXCEPT;
 

@@ -6,7 +6,7 @@
  * their children. A tree owns its nodes, a node its texts and its array of children. Siblings keep the order of
  * insertion, which has no meaning. Ids are compared exactly.
  *
- * Null pointers are accepted only where a procedure says so. Problems are reported to the diagnostic log.
+ * Null pointers are accepted only if the comment of the procedure says so. Problems are reported to the diagnostic log.
  */
 #ifndef LIBCS_TAX_H
 #define LIBCS_TAX_H

@@ -27,7 +27,7 @@ constexpr std::size_t token_limit = 4096;
 inline constexpr std::string_view white_space = " \t\n\v\f\r";
 inline constexpr std::string_view white_space_and_braces = " \t\n\v\f\r{";
 
-/// What follows the size of a value. The value follows it.
+/// The text between the size of a value and the value.
 inline constexpr std::string_view size_end = "}:\t";
 
 /// The classes of characters that tokens end at, or that are between them.
@@ -36,7 +36,7 @@ inline constexpr auto is_before_url = [](int c) { return ascii::is_space(c) || c
 inline constexpr auto is_open_brace = [](int c) { return c == '{'; };
 inline constexpr auto is_close_brace = [](int c) { return c == '}'; };
 
-/// read_past reads the characters of a class and the one behind them, which it returns.
+/// read_past reads the characters of a class and the one after them, which it returns.
 template <typename Input, typename Class>
 int read_past(Input &input, Class is_in_class) {
   int c = input.next();
@@ -47,13 +47,13 @@ int read_past(Input &input, Class is_in_class) {
 /// The procedures below read tokens from a StringInput or FileInput (input.h). They return std::nullopt at the end of
 /// input and for a token that is too long. `buffer` has token_limit bytes and may hold the text.
 
-/// read_template_name reads what follows the "@" of an object, up to white space.
+/// read_template_name reads the text from the "@" of an object up to white space.
 template <typename Input>
 std::optional<std::string_view> read_template_name(Input &input, char *buffer) {
   return input.token(is_space, buffer);
 }
 
-/// read_url reads what follows a template name, up to the white space behind the URL.
+/// read_url reads the text from a template name up to the white space after the URL.
 template <typename Input>
 std::optional<std::string_view> read_url(Input &input, char *buffer) {
   input.back_up(read_past(input, is_before_url));
@@ -68,26 +68,26 @@ std::optional<std::string_view> read_up_to(Input &input, Brace is_brace, char *b
   return token;
 }
 
-/// read_attribute_name reads the name of an attribute with the "{" behind it.
+/// read_attribute_name reads the name of an attribute and the "{" after it.
 template <typename Input>
 std::optional<std::string_view> read_attribute_name(Input &input, char *buffer) {
   return read_up_to(input, is_open_brace, buffer);
 }
 
-/// read_size reads a size, as it is written, with the "}" behind it. size_of is its value: 0 if it has no digits.
+/// read_size reads a size, as it is written, and the "}" after it. size_of is its value: 0 if it has no digits.
 template <typename Input>
 std::optional<std::string_view> read_size(Input &input, char *buffer) {
   return read_up_to(input, is_close_brace, buffer);
 }
 constexpr int32_t size_of(std::string_view size) { return ascii::to_int32(size); }
 
-/// read_size_end reads the colon and the tab behind a size. Returns false if there is anything else.
+/// read_size_end reads the colon and the tab after a size. Returns false if there is anything else.
 template <typename Input>
 bool read_size_end(Input &input) {
   return input.next() == ':' && input.next() == '\t';
 }
 
-/// AttributeHead is what precedes a value: NAME{SIZE}: and a tab.
+/// AttributeHead is the text before a value: NAME{SIZE}: and a tab.
 struct AttributeHead {
   std::string_view name;
   std::uint64_t size;  // of the value

@@ -94,7 +94,7 @@ int32_t answer_query(Query &query, rdmhdr *header, csio *response, Session *sn, 
 }
 
 /// make_key_list returns an empty list, or null. Its texts come from host_alloc, like all memory of a request, so that
-/// hosts notice if allocation fails.
+/// hosts notice a failed allocation.
 ListPtr make_key_list() {
   cslist *keys = nullptr;
   cslist_create(&keys);

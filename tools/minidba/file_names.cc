@@ -33,7 +33,7 @@ std::string followed(const std::string &path) {
 struct Purpose {
   std::string name;
   fs::path path;
-  std::optional<struct stat> status;  // nothing if the file does not exist
+  std::optional<struct stat> status;  // std::nullopt if the file does not exist
 };
 
 /// purposes lists the files that a verb may read or write, each followed by its AtomicFile.

@@ -66,7 +66,7 @@ void read_body(Submission &submission, int64_t limit) {
 }
 
 /// is_message returns true if the first object of the file is an RDM header. It skips text before the first "@", such
-/// as empty lines or a byte order mark, as minidba does.
+/// as empty lines or a byte order mark; minidba skips it too.
 bool is_message(const Submission &submission) {
   std::array<char, longest_header> start;
   csio_rewind(submission.body.get());
@@ -257,7 +257,7 @@ int import_files(const Options &options, std::ostream &out, std::ostream &errors
   return failed == options.files.size() ? tools::exit_failure : exit_incomplete;
 }
 
-/// remove_leftovers removes temporary files of a killed minidba beside the database: taking the lock does so.
+/// remove_leftovers takes the lock of the database, which removes the temporary files of a killed minidba beside it.
 void remove_leftovers(const std::string &database) try {
   if (catalog::status_of(catalog::Lock::path_for(database))) catalog::Lock(database, 0);
 } catch (const Failure &) {

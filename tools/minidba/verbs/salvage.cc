@@ -224,7 +224,8 @@ uint32_t next_number(const std::string &database, const Salvage &salvage, const 
   return next;
 }
 
-/// summarize does as report. If the stream is written to standard output, it writes only to standard error.
+/// summarize calls report. If the stream is written to standard output, it writes the figures to standard error
+/// instead.
 void summarize(const Options &options, const Console &console, const Loss &loss, int64_t salvaged) {
   if (!options.file.empty()) return report(options, console, {"salvaged", salvaged}, loss.figures(salvaged));
   if (options.quiet) return;

@@ -29,8 +29,8 @@ int get(const Options &options, const Console &console);
 int list(const Options &options, const Console &console);
 /// delete_descriptions deletes descriptions by number or URL and prints their number.
 int delete_descriptions(const Options &options, const Console &console);
-/// rebuild rewrites database and URL map from the records and prints the number of records. Of several descriptions
-/// with one URL it keeps the newest.
+/// rebuild rewrites database and URL map from the records and prints the number of records. If several descriptions
+/// have one URL, it keeps the newest.
 int rebuild(const Options &options, const Console &console);
 /// export_catalog writes the whole catalog as a SOIF stream with an export header.
 int export_catalog(const Options &options, const Console &console);

@@ -33,7 +33,7 @@ struct Findings {
   std::vector<IndexEntry> descriptions;             // their right index entries, sorted by number
   std::vector<std::pair<uint64_t, uint32_t>> urls;  // hash and number, if there is no map
   bool has_map = false;
-  std::optional<int64_t> indexed;  // nothing without an index
+  std::optional<int64_t> indexed;  // std::nullopt without an index
   Behind behind;
   bool is_short = false;  // the database has fewer records than it counts
 };
@@ -84,7 +84,7 @@ void check_record(const Catalog &catalog, std::string_view key, const std::strin
 
 bool by_number(const IndexEntry &a, const IndexEntry &b) { return a.number < b.number; }
 
-/// check_records reads every record with the reader of the service. A damaged page hides only the records behind it.
+/// check_records reads every record with the reader of the service. A damaged page hides only the records after it.
 void check_records(const Catalog &catalog, Findings &findings, Progress &progress) {
   const DatabasePtr database(dba_open(catalog.path().c_str(), "r"));
   if (!database) throw system_failure("cannot open " + catalog.path());
@@ -275,7 +275,7 @@ bool same_file(const struct stat &a, const struct stat &b) {
          a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
 }
 
-/// open returns nothing, and adds a fault, if a readable file is not a database.
+/// open returns std::nullopt, and adds a fault, if a readable file is not a database.
 std::optional<Catalog> open(const std::string &database, Faults &faults) {
   try {
     return Catalog(database);
