@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-# Other names for the commands that do the work; `make` alone lists them.
+# Short names for the scripts; `make` alone lists them.
 
 PREFIX ?= /usr/local
 DESTDIR ?=
@@ -11,11 +11,11 @@ help:
 	@echo 'make test       build and run every test (scripts/test)'
 	@echo 'make lint       check the sources (scripts/lint)'
 	@echo 'make format     format the sources (scripts/format)'
-	@echo 'make coverage   measure what the tests reach (scripts/coverage)'
+	@echo 'make coverage   measure the coverage of the tests (scripts/coverage)'
 	@echo 'make fuzz       attack every parser for a minute (scripts/fuzz)'
 	@echo 'make bench      measure (scripts/bench)'
-	@echo 'make faults     let memory and files fail under procedures, requests and tools'
-	@echo 'make nightly    all of this for long: what is worth a night (scripts/nightly)'
+	@echo 'make faults     fail allocations and file operations under procedures, requests and tools'
+	@echo 'make nightly    all of this, with the long forms of tests (scripts/nightly)'
 	@echo 'make install    install under PREFIX ($(PREFIX)), or below DESTDIR for a package'
 
 run test lint format coverage fuzz bench nightly:

@@ -100,8 +100,7 @@ class Catalog {
   bool predates(const struct stat &file) const;
 
   /// each_url visits every URL with the number of its description, the lowest if there are several. free_number returns
-  /// a number that no description has had. Both read the records instead of the map; free_number is never below
-  /// next_number.
+  /// a number that no description has had, never below next_number. Both read the records instead of the map.
   void each_url(const UrlMap::Visitor &visit) const;
   uint32_t free_number() const;
 

@@ -21,8 +21,8 @@ if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64|i.86")
   add_compile_options(-fcf-protection=full)
 endif()
 
-# Containers of the standard library check their bounds in every build; functions of the C library check theirs where
-# the optimiser tells them the sizes.
+# Containers of the standard library check their bounds in every build; functions of the C library check theirs if the
+# optimiser knows the sizes.
 add_compile_definitions(_GLIBCXX_ASSERTIONS)
 if(CMAKE_BUILD_TYPE MATCHES "Rel")
   add_compile_options(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3)

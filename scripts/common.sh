@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
 # shellcheck shell=sh
-# What the scripts share: each reads this file first, which takes it to the source folder.
+# The parts that the scripts share: each reads this file first, which changes to the source directory.
 
 self=$(readlink -f -- "$0")
 name=${self##*/}
@@ -20,7 +20,7 @@ fail() {
   exit 1
 }
 
-# refuse_argument ends as programs do that were called wrongly.
+# refuse_argument ends with status 2, after a message about an unexpected argument.
 refuse_argument() {
   say "$name: unexpected argument '$1' (see $name --help)"
   exit 2
