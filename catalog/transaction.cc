@@ -49,8 +49,8 @@ class RecordSource {
   std::string text_;
 };
 
-/// is_changed returns the predicate of the numbers that a batch changes.
-Catalog::Predicate is_changed(const WriteBatch &batch) {
+/// changed_numbers returns the predicate of the numbers that a batch changes.
+Catalog::Predicate changed_numbers(const WriteBatch &batch) {
   return [&batch](uint32_t number) { return batch.of_number(number) != nullptr; };
 }
 
@@ -60,7 +60,7 @@ bool edit_database(const Catalog &catalog, const WriteBatch &batch, const File &
   std::vector<RecordRef> refs;
   batch.each_number([&](const Change &change) { refs.push_back(ref_of(change)); });
   const auto check = [&](std::string_view key, std::string_view record) {
-    catalog.check_copied(key, record, is_changed(batch));
+    catalog.check_copied(key, record, changed_numbers(batch));
   };
   return edit_hash_file(catalog.table(), file, refs, RecordSource(catalog, batch), trailer, check);
 }
@@ -72,7 +72,7 @@ void write_database(const Catalog &catalog, const WriteBatch &batch, const File 
     refs.push_back(
         {hash_of(database_key(number)), database_key_size, static_cast<uint32_t>(record.size()), offset_of(number)});
   };
-  catalog.each_to_copy(add, is_changed(batch));
+  catalog.each_to_copy(add, changed_numbers(batch));
   batch.each_number([&](const Change &change) {
     if (!is_erased(change)) refs.push_back(ref_of(change));
   });
@@ -157,7 +157,7 @@ void commit(const Lock &lock, const Catalog &catalog, const WriteBatch &batch, u
 
 void check_copy(const Catalog &catalog, const WriteBatch &batch) {
   if (!batch.empty() || catalog.is_partial())
-    catalog.each_to_copy([](uint32_t, std::string_view) {}, is_changed(batch));
+    catalog.each_to_copy([](uint32_t, std::string_view) {}, changed_numbers(batch));
 }
 
 void rebuild_catalog(const Lock &, const Catalog &catalog, const WriteBatch &dropped,

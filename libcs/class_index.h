@@ -45,7 +45,7 @@ class ClassIndex {
     HostPtr<IndexedClass> entry = make({.node = root});
     if (!entry || !first_of_id_.add(entry.get())) return false;
     entry->jump = entry.get();
-    keep(entry.release());
+    own(entry.release());
     return true;
   }
 
@@ -62,8 +62,8 @@ class ClassIndex {
                                         .rank = parent->node->child_count});
     if (!entry || !reserve_child(*parent)) return false;
     parent->node->children[parent->node->child_count++] = node;
-    note(entry.get());
-    keep(entry.release());
+    index_first(entry.get());
+    own(entry.release());
     return true;
   }
 
@@ -74,14 +74,14 @@ class ClassIndex {
     return made;
   }
 
-  void keep(IndexedClass *entry) noexcept {
+  void own(IndexedClass *entry) noexcept {
     entry->former = last_;
     last_ = entry;
   }
 
-  /// note adds an entry to the index unless it follows another of the same id in pre-order. add_root has allocated the
-  /// index.
-  void note(IndexedClass *entry) noexcept {
+  /// index_first adds an entry to the index unless it follows another of the same id in pre-order. add_root has
+  /// allocated the index.
+  void index_first(IndexedClass *entry) noexcept {
     const IndexedClass *known = find(entry->node->id);
     if (known != nullptr && !comes_before(entry, known)) return;
     if (known != nullptr) first_of_id_.take(entry->name());

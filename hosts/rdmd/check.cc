@@ -99,9 +99,9 @@ void check_environment(const Settings &settings, Report &report) {
 
 /// Tally counts the findings of one file by severity.
 struct Tally {
-  std::size_t unseen[2] = {0, 0};  // not yet processed
-  std::size_t quota[2] = {0, 0};   // may still be shown
-  std::size_t hidden[2] = {0, 0};  // left out
+  std::size_t remaining[2] = {0, 0};  // not yet processed
+  std::size_t quota[2] = {0, 0};      // may still be shown
+  std::size_t hidden[2] = {0, 0};     // left out
 };
 
 constexpr std::size_t max_findings_per_file = 20;
@@ -120,9 +120,9 @@ Finding summary(const std::string &file, const Tally &tally) {
 
 std::map<std::string, Tally> count(const Findings &findings) {
   std::map<std::string, Tally> tallies;
-  for (const Finding &finding : findings) ++tallies[finding.file].unseen[static_cast<std::size_t>(finding.severity)];
+  for (const Finding &finding : findings) ++tallies[finding.file].remaining[static_cast<std::size_t>(finding.severity)];
   for (auto &[file, tally] : tallies) {
-    tally.quota[error] = std::min(tally.unseen[error], max_findings_per_file);
+    tally.quota[error] = std::min(tally.remaining[error], max_findings_per_file);
     tally.quota[warning] = max_findings_per_file - tally.quota[error];
   }
   return tallies;
@@ -142,14 +142,14 @@ Findings limited(const Findings &findings) {
   for (const Finding &finding : findings) {
     Tally &tally = tallies[finding.file];
     const auto severity = static_cast<std::size_t>(finding.severity);
-    --tally.unseen[severity];
+    --tally.remaining[severity];
     if (tally.quota[severity] > 0) {
       --tally.quota[severity];
       result.push_back(finding);
     } else {
       ++tally.hidden[severity];
     }
-    const bool is_last = tally.unseen[error] + tally.unseen[warning] == 0;
+    const bool is_last = tally.remaining[error] + tally.remaining[warning] == 0;
     if (is_last && tally.hidden[error] + tally.hidden[warning] > 0) result.push_back(summary(finding.file, tally));
   }
   return result;

@@ -22,12 +22,12 @@ constexpr std::string_view known[] = {
 bool is_service_url(std::string_view text) {
   for (const std::string_view scheme : {"x-catalog://", "x-catalogs://"}) {
     if (text.substr(0, scheme.size()) != scheme) continue;
-    const std::string_view place = text.substr(scheme.size());
-    const std::size_t colon = place.find(':');
+    const std::string_view authority = text.substr(scheme.size());
+    const std::size_t colon = authority.find(':');
     if (colon == 0 || colon == std::string_view::npos) return false;
-    const std::string_view port = place.substr(colon + 1, place.find('/', colon) - colon - 1);
+    const std::string_view port = authority.substr(colon + 1, authority.find('/', colon) - colon - 1);
     return !port.empty() && std::all_of(port.begin(), port.end(), ascii::is_digit) &&
-           colon + 1 + port.size() + 1 < place.size();
+           colon + 1 + port.size() + 1 < authority.size();
   }
   return false;
 }

@@ -40,10 +40,11 @@ std::vector<Version> versions_of(const Catalog &catalog, const Console &console)
   return versions;
 }
 
-/// Dropping erases and reports all descriptions of a URL but the newest.
-class Dropping {
+/// DuplicateRemover erases and reports all descriptions of a URL but the newest.
+class DuplicateRemover {
  public:
-  Dropping(const Catalog &catalog, std::ostream &errors) : catalog_(catalog), errors_(errors), batch_(catalog) {}
+  DuplicateRemover(const Catalog &catalog, std::ostream &errors)
+      : catalog_(catalog), errors_(errors), batch_(catalog) {}
 
   /// take receives the descriptions whose URLs have the same hash, the newest first.
   void take(const Version *first, const Version *last) {
@@ -67,11 +68,11 @@ class Dropping {
   WriteBatch batch_;
 };
 
-void drop_older(const std::vector<Version> &versions, Dropping &dropping) {
+void drop_older(const std::vector<Version> &versions, DuplicateRemover &remover) {
   const Version *const end = versions.data() + versions.size();
   for (const Version *first = versions.data(), *last = first; first != end; first = last) {
     while (last != end && last->url_hash == first->url_hash) ++last;
-    if (last - first > 1) dropping.take(first, last);
+    if (last - first > 1) remover.take(first, last);
   }
 }
 
@@ -81,9 +82,9 @@ int rebuild(const Options &options, const Console &console) {
   const WriteTransaction transaction(options.database, write_settings(options, console));
   const Catalog &catalog = transaction.catalog();
   const std::vector<Version> versions = versions_of(catalog, console);
-  Dropping dropping(catalog, console.errors);
-  drop_older(versions, dropping);
-  const WriteBatch &dropped = dropping.batch();
+  DuplicateRemover remover(catalog, console.errors);
+  drop_older(versions, remover);
+  const WriteBatch &dropped = remover.batch();
   minidba::rebuild(transaction, dropped, console);
   const auto kept = static_cast<int64_t>(versions.size()) - dropped.count();
   std::vector<Figure> details;

@@ -23,8 +23,8 @@ std::vector<Figure> details(const Summary &summary, const Catalog &catalog) {
   return figures;
 }
 
-void take_all(const std::string &input, Importer &importer, const Options &options, const Console &console,
-              Rejects &rejects) {
+void import_stream(const std::string &input, Importer &importer, const Options &options, const Console &console,
+                   Rejects &rejects) {
   SoifStream stream = open_stream(input, options, console);
   Progress progress(console, "taking in", stream.size());
   StreamCheck check;
@@ -36,8 +36,9 @@ void take_all(const std::string &input, Importer &importer, const Options &optio
   check.require_end();
 }
 
-/// keep commits the file of rejected objects. If the input had no objects, it leaves the file of an earlier update.
-void keep(Rejects &rejects, const Summary &summary) {
+/// commit_rejects commits the file of rejected objects. If the input had no objects, it leaves the file of an earlier
+/// update.
+void commit_rejects(Rejects &rejects, const Summary &summary) {
   if (summary.accepted() > 0 || rejects.count() > 0) rejects.commit();
 }
 
@@ -47,12 +48,12 @@ int update(const Options &options, const Console &console) {
   WriteTransaction transaction(options.database, write_settings(options, console, IfMissing::empty));
   Importer importer(transaction);
   Rejects rejects(options, console);
-  for (const std::string &input : inputs_of(options)) take_all(input, importer, options, console, rejects);
+  for (const std::string &input : inputs_of(options)) import_stream(input, importer, options, console, rejects);
   const Summary &summary = importer.summary();
   rejects.finish();
   date(transaction, importer.batch(), console);
   if (summary.accepted() > 0) commit(transaction, importer.batch(), importer.next_number(), console);
-  keep(rejects, summary);
+  commit_rejects(rejects, summary);
   if (summary.accepted() == 0)
     console.errors << "minidba: no valid description in the input: the catalog is unchanged\n";
   report(options, console, {"accepted", summary.accepted()}, details(summary, transaction.catalog()),
