@@ -3,7 +3,8 @@
 ///
 /// A number is that of a description, from 1; a record is the SOIF text of a description, as print returns it. A
 /// procedure that reads files throws a SystemFailure for a failed system call and a Failure for a damaged file; both
-/// name the file. A catalog caches what it has read, so one thread at a time may use it, even through const procedures.
+/// name the file. A catalog caches data of the files, so one thread at a time may use it, even through const
+/// procedures.
 #ifndef CATALOG_CATALOG_H
 #define CATALOG_CATALOG_H
 
@@ -51,13 +52,13 @@ class Catalog {
   /// there is none. It asks the URL map. Without a map of this snapshot, or if a damaged map does not have the URL, it
   /// reads the whole catalog once. A map that leads to a description with another URL is a Failure.
   std::optional<uint32_t> number_of(std::string_view url) const;
-  /// next_number returns a number that no description of this catalog has had, deleted ones included; 0 if all are
-  /// used. It may read the whole catalog, as number_of does.
+  /// next_number returns a number that no description of this catalog has had, deleted ones included, or 0 if all are
+  /// used. Like number_of, it may read the whole catalog.
   uint32_t next_number() const;
 
-  /// newest_change returns the newest time of change that this catalog is known to have given; 0 if none. The URL map
-  /// holds it. Without a map of this snapshot, or with one of an earlier version, newest_change reads the whole catalog
-  /// once and ignores damaged records.
+  /// newest_change returns the newest time of change that this catalog is known to have given, or 0 if none. The URL
+  /// map holds it. Without a map of this snapshot, or with one of an earlier version, newest_change reads the whole
+  /// catalog once and ignores damaged records.
   time_t newest_change() const;
 
   /// newest_given returns the newest time of change that minidba has given in this database, as the file's trailer

@@ -16,8 +16,8 @@ namespace rdm::catalog {
 /// time: the 32-bit times of an index end in 2106, and a single record must not use up the remaining ones.
 constexpr time_t latest_change = 4102444799;
 
-/// believed_change returns the time of change of a description in seconds since 1970; 0 if it has none, if it cannot be
-/// parsed, or if it is later than latest_change.
+/// believed_change returns the time of change of a description in seconds since 1970, or 0 if it has none, if it cannot
+/// be parsed, or if it is later than latest_change.
 time_t believed_change(const SOIF *object);
 
 /// next_change returns the time of change for a change at `clock` in a catalog whose newest time of change is `newest`:

@@ -50,7 +50,7 @@ struct Undated {
 /// `content` is the result of content(object).
 Undated print_undated(SOIF *object, std::string_view content);
 
-/// time_of returns the time in an attribute, in seconds since 1970; 0 if there is no such attribute or it cannot be
+/// time_of returns the time in an attribute, in seconds since 1970, or 0 if there is no such attribute or it cannot be
 /// parsed. change_time returns the time in "rd-last-changed".
 time_t time_of(const SOIF *object, const char *attribute);
 time_t change_time(const SOIF *object);

@@ -35,7 +35,7 @@ void check_copy(const Catalog &catalog, const WriteBatch &batch);
 void rebuild_catalog(const Lock &lock, const Catalog &catalog, const WriteBatch &dropped,
                      const ProgressCallback &progress);
 
-/// WriteSettings says how a catalog is opened for writing.
+/// WriteSettings holds the options for opening a catalog for writing.
 struct WriteSettings {
   IfMissing if_missing = IfMissing::error;
   bool dry_run = false;                                // takes no lock and writes nothing

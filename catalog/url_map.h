@@ -31,7 +31,7 @@ class UrlMap {
   /// number_of returns the number of a URL, or std::nullopt if the map does not have it. Throws a Failure if the bucket
   /// is damaged.
   std::optional<uint32_t> number_of(std::string_view url) const;
-  /// next_number returns the smallest number that no description of the catalog has had; 0 if all are used.
+  /// next_number returns the smallest number that no description of the catalog has had, or 0 if all are used.
   uint32_t next_number() const { return table_.trailer()->next_number; }
 
   /// newest_change returns the newest time of change that the catalog has given, or std::nullopt in a map of an earlier

@@ -43,11 +43,11 @@ class WriteBatch {
   bool is_undated() const { return undated_ > 0; }
   void set_dates(time_t time);
   /// note_change records that a time of change is used. newest_change returns the newest of these times and those of
-  /// set_dates; 0 if there are none.
+  /// set_dates, or 0 if there are none.
   void note_change(time_t time) { newest_change_ = std::max(newest_change_, time); }
   time_t newest_change() const { return newest_change_; }
 
-  /// number_of and get return what Catalog::number_of and Catalog::get will return after the commit.
+  /// number_of and get return the results that Catalog::number_of and Catalog::get will have after the commit.
   std::optional<uint32_t> number_of(std::string_view url) const;
   std::optional<std::string> get(uint32_t number) const;
 

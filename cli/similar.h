@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Finds the known word that a mistyped one probably stands for. Header only; needs only the standard library.
+/// Finds the known word that a mistyped one probably means. Header only; needs only the standard library.
 #ifndef CLI_SIMILAR_H
 #define CLI_SIMILAR_H
 

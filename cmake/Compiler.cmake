@@ -15,7 +15,7 @@ add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wcast-qual -Wformat=2 -Wu
   -fstack-protector-strong -fstack-clash-protection -fvisibility=hidden $<$<COMPILE_LANGUAGE:CXX>:-fvisibility-inlines-hidden>)
 add_link_options(-Wl,-z,relro -Wl,-z,now)
 
-# The places where indirect jumps may land are marked (CET). Processes are checked once all parts of them are marked, the
+# The targets of indirect jumps are marked (CET). Processes are checked once all parts of them are marked, the
 # system's start files too.
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64|i.86")
   add_compile_options(-fcf-protection=full)

@@ -7,8 +7,8 @@
 # number in the soname. Programs that link the library link those in LINK too; libraries in USE are private.
 #
 # Installed are the library, its public headers and its pkg-config file. HEADERS are spelled as programs include them,
-# relative to BASE below the source directory; the installed ones stand in a directory of their own, RDM_HEADER_DIR,
-# which leaves the general names in their paths free for others. Programs link the target rdm::NAME.
+# relative to BASE below the source directory; the installed ones are in a directory of their own, RDM_HEADER_DIR, which
+# leaves the general names in their paths free for others. Programs link the target rdm::NAME.
 set(RDM_HEADER_DIR ${CMAKE_INSTALL_INCLUDEDIR}/${PROJECT_NAME})
 
 function(rdm_library name)

@@ -127,7 +127,7 @@ void cut(std::string &text, std::string_view start, std::string_view stop) {
   }
 }
 
-/// comparable removes what depends on timing: dates, and "100 Continue".
+/// comparable removes parts that depend on timing: dates, and "100 Continue".
 std::string comparable(std::string answers) {
   cut(answers, "Date: ", "\r\n");
   cut(answers, "HTTP/1.1 100 Continue", "\r\n\r\n");

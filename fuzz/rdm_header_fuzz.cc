@@ -38,7 +38,7 @@ std::string_view text(const char *text, std::string_view none = {}) {
   return text != nullptr && *text != '\0' ? text : none;
 }
 
-/// same ignores what is not printed, such as error codes without an error.
+/// same ignores fields that are not printed, such as error codes without an error.
 bool same(const rdmhdr &one, const rdmhdr &other) {
   return one.type == other.type && text(one.query_language) == text(other.query_language) &&
          text(one.csid, "unknown") == text(other.csid, "unknown") &&

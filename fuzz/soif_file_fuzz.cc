@@ -14,7 +14,7 @@ using namespace rdm;
 namespace {
 
 /// announces_too_much returns true if the text up to `position` ends with a size, "{size}:" and a tab, that reaches
-/// further behind the text than a value may. A size may contain braces; the first brace begins it.
+/// further past the text than a value may. A size may contain braces; the first brace begins it.
 bool announces_too_much(std::string_view text, size_t position) {
   constexpr std::string_view end = "}:\t";
   if (position < end.size() || text.substr(position - end.size(), end.size()) != end) return false;

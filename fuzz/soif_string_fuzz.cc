@@ -36,7 +36,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const SoifPtr object = reader.next();
     if (!object) continue;
     fuzz::require(check_attributes(*object->attrs) == object->value_bytes, "the sum of the sizes");
-    // Only the last value may end behind the text, within a limit.
+    // Only the last value may end past the text, within a limit.
     fuzz::require(object->value_bytes <= static_cast<int64_t>(size) + 65536, "the padding of a value");
     fuzz::require(std::strlen(object->url) < 4096, "the length of a URL");
   }

@@ -55,7 +55,7 @@ struct Model {
 
 void Model::take_time(const std::string &word) {
   int h = 0, m = 0, s = 0;
-  // NOLINTNEXTLINE(cert-err34-c): what is not there counts as 0
+  // NOLINTNEXTLINE(cert-err34-c): a missing number counts as 0
   std::sscanf(word.c_str(), "%d:%d:%d", &h, &m, &s);
   if (time == -1 && h < 24 && m < 60 && s <= 60) time = h * 3600 + m * 60 + s;
 }

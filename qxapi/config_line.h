@@ -2,7 +2,7 @@
 /// The words of a line of a configuration file.
 ///
 /// Blanks divide words. A pair is a word NAME=VALUE or NAME="VALUE"; a value in quotes may hold blanks. A backslash in
-/// a value stands before a character that is taken as it is. Other words are ignored.
+/// a value precedes a character that is taken as it is. Other words are ignored.
 #ifndef QXAPI_CONFIG_LINE_H
 #define QXAPI_CONFIG_LINE_H
 
@@ -53,8 +53,8 @@ constexpr std::optional<Word> take_word(std::string_view &line) {
   return word;
 }
 
-/// unescape copies a value without the backslashes that stand before a character. `out` has room for as many bytes as
-/// the value. Returns how many were copied.
+/// unescape copies a value without the backslashes that precede a character. `out` has room for as many bytes as the
+/// value. Returns how many were copied.
 constexpr std::size_t unescape(std::string_view value, char *out) {
   std::size_t size = 0;
   for (std::size_t i = 0; i < value.size(); ++i) {

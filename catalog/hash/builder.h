@@ -18,7 +18,7 @@ struct RecordRef {
   uint32_t hash;        // of the key
   uint32_t key_size;    // bytes, at most a quarter of a page
   uint32_t value_size;  // bytes
-  int64_t offset;       // where a RecordLoader finds the bytes; in a bucket, records are written in this order
+  int64_t offset;       // of the bytes, for a RecordLoader; in a bucket, records are written in this order
 };
 
 /// RecordLoader returns the bytes of a record, which must stay valid until its next call.

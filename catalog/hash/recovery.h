@@ -18,7 +18,7 @@ namespace rdm::catalog {
 /// RecoveryReader reads a file that is, or was, a hash file. It never writes.
 class RecoveryReader {
  public:
-  /// Origin says how a record was found, the least reliable way first.
+  /// Origin is the way in which a record was found, the least reliable way first.
   enum Origin {
     in_bytes,   // on a damaged page: the end of an object and a key side by side
     on_page,    // on a page that no bucket is linked to: the record may have been replaced or erased
@@ -39,8 +39,8 @@ class RecoveryReader {
   /// header, records longer than a page are not found.
   bool header_is_sound() const { return is_sound_; }
   bool has_header() const { return header_.has_value(); }
-  /// record_count returns the number of records in a sound header; 0 if the header is damaged, or may be wrong because
-  /// the hash library has written the file.
+  /// record_count returns the number of records in a sound header, or 0 if the header is damaged, or may be wrong
+  /// because the hash library has written the file.
   int64_t record_count() const;
 
   /// Range is a range of page numbers; both ends belong to it.

@@ -59,7 +59,7 @@ class File {
 void copy_contents(const File &from, const File &to);
 
 /// scratch_mark is part of the name of a scratch file on a file system without O_TMPFILE, from its creation to its
-/// unlink: NAME.scratch-XXXXXX, where NAME is the file that it is created beside.
+/// unlink: NAME.scratch-XXXXXX. NAME is the file that it is created beside.
 inline constexpr std::string_view scratch_mark = ".scratch-";
 
 /// ScratchFile is a temporary file without a name, to which bytes are appended. It ends with this object.

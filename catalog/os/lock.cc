@@ -50,7 +50,7 @@ bool is_absent(const std::string &path) {
   return ::lstat(path.c_str(), &ignored) != 0 && errno == ENOENT;
 }
 
-/// holder_of returns the process that locked a file, from /proc/locks; 0 if it is not known. A line there is
+/// holder_of returns the process that locked a file, from /proc/locks, or 0 if it is not known. A line there is
 /// "1: FLOCK ADVISORY WRITE 4711 fe:00:1234 0 EOF", with the process, the device and the inode.
 pid_t holder_of(const struct stat &file) {
   std::ifstream locks("/proc/locks");
@@ -70,8 +70,8 @@ pid_t holder_of(const struct stat &file) {
   return 0;
 }
 
-/// program_of returns the name of a process, without control characters; empty if it has ended. A child of it may still
-/// hold the lock.
+/// program_of returns the name of a process, without control characters, or an empty text if it has ended. A child of
+/// it may still hold the lock.
 std::string program_of(pid_t process) {
   std::ifstream file("/proc/" + std::to_string(process) + "/comm");
   std::string name;

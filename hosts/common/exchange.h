@@ -73,8 +73,8 @@ class Exchange {
   bool started() const { return head_.has_value(); }
   /// head returns the frozen head. Call it only if started() is true.
   const Head &head() const { return *head_; }
-  /// delimited returns true if the client can tell where the answer ends: the body has the declared length, or there is
-  /// no body.
+  /// delimited returns true if the client can detect the end of the answer: the body has the declared length, or there
+  /// is no body.
   bool delimited() const { return started() && (head_only_ || head_->length == written_); }
   OutputQueue &queue() { return queue_; }
   /// client_text returns a value of the client block, or an empty string if there is none.

@@ -51,7 +51,7 @@ class LogFile {
   /// Notice reports that `lines` lines were dropped. Returns false if it could not report them; they are then counted
   /// again.
   using Notice = std::function<bool(std::size_t lines)>;
-  /// NoticeTo says which log a notice writes to. A notice to the log itself is given only once that log is writable
+  /// NoticeTo is the log that a notice writes to. A notice to the log itself is given only once that log is writable
   /// again.
   enum class NoticeTo { another, itself };
 

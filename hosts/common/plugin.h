@@ -12,7 +12,7 @@
 
 namespace rdm::hosts {
 
-/// PluginError says why a library cannot be used as the plug-in.
+/// PluginError is the reason why a library cannot be used as the plug-in.
 class PluginError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;

@@ -40,7 +40,7 @@ constexpr int unsent_limit = 131072;
 /// may be on its way.
 constexpr std::int64_t small_remainder = 16384;
 
-/// Bytes read at a time while reading a head. Bytes behind the request are kept until its answer is sent.
+/// Bytes read at a time while reading a head. Bytes after the request are kept until its answer is sent.
 constexpr std::size_t head_block = 4096;
 /// Bytes of a referer or user agent that the access log shows.
 constexpr std::size_t logged_field = 1024;
@@ -292,7 +292,7 @@ void Connection::call_plugin() {
   watch_client();
   server_.service().post([self = shared_from_this(), this]() mutable {
     const hosts::Outcome outcome = serve();
-    // Move `self` on: the connection must be destroyed on an I/O thread, where its socket and timers are handled.
+    // Move `self` on: the connection must be destroyed on an I/O thread, because those handle its socket and timers.
     boost::asio::post(socket_.get_executor(), [self = std::move(self), this, outcome] {
       if (state_ == State::service) deliver(outcome);
     });

@@ -18,7 +18,7 @@
 
 namespace rdm::rdmd {
 
-/// ListenError says why the server cannot listen: "cannot listen on TEXT: REASON".
+/// ListenError is the reason why the server cannot listen: "cannot listen on TEXT: REASON".
 class ListenError : public std::runtime_error {
  public:
   ListenError(const std::string &text, const std::string &reason, int code = 0)

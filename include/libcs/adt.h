@@ -234,7 +234,7 @@ typedef struct csio {
   int32_t finished;    /* 1 if no more bytes may be appended */
 } csio;
 
-/// csio_create returns a new buffer in memory, without a limit, and stores it in `*out`; null if allocation fails.
+/// csio_create returns a new buffer in memory, without a limit, and stores it in `*out`, or null if allocation fails.
 csio *csio_create(csio **out) QX_NOEXCEPT;
 
 /// csio_increase enlarges the memory by `need` bytes, or by `increment` if that is more. A buffer that would exceed

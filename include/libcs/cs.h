@@ -107,7 +107,7 @@ int cs_cli_run_no_pipe(const char *command, const char *directory) QX_NOEXCEPT;
 
 /// cs_search_path looks for `name` in the directories that the environment variable `variable` lists, separated by
 /// colons. Returns the path of the first that exists, or `name` itself if none does or the variable is unset. The text
-/// is newly allocated; null if allocation fails.
+/// is newly allocated, or null if allocation fails.
 char *cs_search_path(const char *name, const char *variable) QX_NOEXCEPT;
 
 /* ---- Digests ---- */

@@ -66,7 +66,7 @@ void cslog_set_level(int32_t level) QX_NOEXCEPT;
 void cslog_terminate(void) QX_NOEXCEPT;
 
 /// cslog_linestr returns a copy of `text` with each white-space character replaced by a blank, so that it fits on one
-/// line. Null gives an empty string. The caller releases the copy with host_free; null if allocation fails.
+/// line. Null gives an empty string. The caller releases the copy with host_free; it is null if allocation fails.
 char *cslog_linestr(const char *text) QX_NOEXCEPT;
 
 QX_END

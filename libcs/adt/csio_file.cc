@@ -91,7 +91,7 @@ struct TokenText {
   char text[temporary_owner::digits + 1] = "";
 };
 
-/// owner_of returns the token that this process holds in a directory, as text; empty if it cannot be locked.
+/// owner_of returns the token that this process holds in a directory, as text, or an empty text if it cannot be locked.
 TokenText owner_of(const char *directory, uint64_t random) {
   TokenText token;
   struct stat status;

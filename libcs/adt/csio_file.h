@@ -11,7 +11,7 @@ namespace rdm::csio_file {
 /// Returns false, and logs the reason, if it fails.
 bool open_to_append(csio &io) noexcept;
 
-/// store appends bytes. Returns `count`, or 0 when memory or write() fails. The caller updates the length.
+/// store appends bytes. Returns `count`, or 0 if allocation or write() fails. The caller updates the length.
 int32_t store(csio &io, const unsigned char *bytes, int32_t count) noexcept;
 
 /// flush writes the write-behind block to the file, or drops it if the file is not open. Errors are not reported; the

@@ -32,7 +32,7 @@ namespace {
   ::_exit(1);
 }
 
-/// wait_for returns the exit status of a child; 0 if a signal ended it or waitpid() failed.
+/// wait_for returns the exit status of a child, or 0 if a signal ended it or waitpid() failed.
 int wait_for(pid_t child) {
   int status = 0;
   if (uninterrupted([&] { return ::waitpid(child, &status, 0); }) != -1) return (status >> 8) & 0xff;

@@ -153,7 +153,8 @@ constexpr std::string_view day_names[] = {"sunday", "monday", "tuesday", "wednes
 constexpr std::string_view zone_names[] = {"pst", "pdt", "mst", "mdt", "cst", "cdt", "est", "edt", "ast",
                                            "nst", "gmt", "ut",  "utc", "bst", "met", "eet", "jst"};
 
-/// index_of returns the index of a name that is written in full or with its first three letters; -1 for another word.
+/// index_of returns the index of a name that is written in full or with its first three letters, or -1 for another
+/// word.
 template <size_t count>
 int index_of(std::string_view word, const std::string_view (&names)[count]) {
   for (size_t i = 0; i < count; ++i)

@@ -117,7 +117,7 @@ void check_submissions(const Options &options) {
   }
 }
 
-/// path_of writes the body of a submission to a file and returns its path; empty for an empty body.
+/// path_of writes the body of a submission to a file and returns its path, or an empty text for an empty body.
 std::string path_of(const Submission &submission) {
   csio_convert2file(submission.body.get());
   return submission.body->filename != nullptr ? submission.body->filename : "";
@@ -153,7 +153,7 @@ std::string text_of(csio *answer) {
   return std::string(trim(std::string_view(bytes).substr(static_cast<size_t>(reader.position())), "\n"));
 }
 
-/// accepted returns the number in an "Accepted" answer; -1 for another answer.
+/// accepted returns the number in an "Accepted" answer, or -1 for another answer.
 int64_t accepted(std::string_view answer) {
   constexpr std::string_view start = "Accepted ";
   int64_t number = -1;
