@@ -50,8 +50,8 @@ std::optional<uint32_t> Catalog::number_of(std::string_view url) const {
   return std::nullopt;
 }
 
-/// mapped returns the number that the map has for a URL, after comparing the URL with that of the record: with a
-/// damaged map, a writer would replace another description. A record that is lost or holds no object keeps its number.
+/// mapped returns the number that the map has for a URL, after comparing the URL with the record's URL: with a damaged
+/// map, a writer would replace another description. A record that is lost or holds no object keeps its number.
 std::optional<uint32_t> Catalog::mapped(std::string_view url) const {
   const std::optional<uint32_t> number = urls_->number_of(url);
   if (!number) return number;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 /// Reading a catalog: its descriptions by number and by URL.
 ///
-/// A number is that of a description, from 1; a record is the SOIF text of a description, as print returns it. A
+/// A number identifies a description, from 1; a record is the SOIF text of a description, as print returns it. A
 /// procedure that reads files throws a SystemFailure for a failed system call and a Failure for a damaged file; both
 /// name the file. A catalog caches data of the files, so one thread at a time may use it, even through const
 /// procedures.
@@ -90,9 +90,9 @@ class Catalog {
   int64_t left_out() const { return left_out_; }
   /// hides returns true if the record of a number was left out, or a damaged page keeps it from being found.
   bool hides(uint32_t number) const;
-  /// damaged returns a line for a user about a damaged record: number, URL, path and `fault`. The URL is that of the
-  /// record or, if the record holds no object, that of the URL map. refused returns a Failure with this line, which
-  /// also names the option that leaves damaged records out.
+  /// damaged returns a line for a user about a damaged record: number, URL, path and `fault`. The URL is taken from the
+  /// record or, if the record holds no object, from the URL map. refused returns a Failure with this line, which also
+  /// names the option that leaves damaged records out.
   std::string damaged(uint32_t number, std::string_view record, const std::string &fault) const;
   Failure refused(uint32_t number, std::string_view record, const std::string &fault) const;
 

@@ -13,7 +13,8 @@ using Change = WriteBatch::Change;
 
 bool is_erased(const Change &change) { return change.record_size == WriteBatch::erased; }
 
-/// The offset of a RecordRef is that of the key in the scratch file for a put record, and -1 - number for a copied one.
+/// The offset of a RecordRef is the offset of the key in the scratch file for a put record, and -1 - number for a
+/// copied one.
 int64_t offset_of(uint32_t number) { return -1 - int64_t{number}; }
 uint32_t number_at(int64_t offset) { return static_cast<uint32_t>(-1 - offset); }
 

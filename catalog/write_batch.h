@@ -42,8 +42,8 @@ class WriteBatch {
   /// all such records.
   bool is_undated() const { return undated_ > 0; }
   void set_dates(time_t time);
-  /// note_change records that a time of change is used. newest_change returns the newest of these times and those of
-  /// set_dates, or 0 if there are none.
+  /// note_change records that a time of change is used. newest_change returns the newest of these times and the times
+  /// of set_dates, or 0 if there are none.
   void note_change(time_t time) { newest_change_ = std::max(newest_change_, time); }
   time_t newest_change() const { return newest_change_; }
 
@@ -66,8 +66,8 @@ class WriteBatch {
   /// each_number visits the last change of each number, each_url the last change of each URL, in any order.
   void each_number(const Visitor &visit) const;
   void each_url(const Visitor &visit) const;
-  /// of_number returns the last change of a number, of_url that of a URL, or null if there is none. The pointer is
-  /// valid for the life of the batch.
+  /// of_number returns the last change of a number, of_url the last change of a URL, or null if there is none. The
+  /// pointer is valid for the life of the batch.
   const Change *of_number(uint32_t number) const;
   const Change *of_url(std::string_view text) const;
 

@@ -45,7 +45,7 @@ class Cursor {
   /// start moves to the beginning of a bucket.
   void start(uint32_t bucket) noexcept;
   /// next reads the next record of the bucket. After `end` and `damaged`, call start again. `damaged` sets errno:
-  /// EINVAL for a damaged page, otherwise that of the failed read or allocation.
+  /// EINVAL for a damaged page, otherwise the errno of the failed read or allocation.
   Result next() noexcept;
   /// find starts at the bucket and reads up to the record with this key.
   Result find(uint32_t bucket, std::string_view key) noexcept;

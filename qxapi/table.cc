@@ -3,7 +3,7 @@
 
 namespace {
 
-/// The table in force, initially that of the POSIX host.
+/// The table in force, initially the POSIX host's table.
 qxapi_host &bound() {
   static qxapi_host table = *qxapi_posix_host();
   return table;

@@ -5,7 +5,7 @@
  * A line of an alias file holds a parent name and its aliases, separated by blanks or tabs. It is read into two
  * parameter blocks: `a2p` maps each alias, and each parent, to its parent; `p2a` is a chain that maps a parent to its
  * first alias and each alias to the next. An alias may occur only once in a file. Lookups find the first added of equal
- * names. They treat a null block, that of a catalog service without aliases, as empty; the names that they return are
+ * names. They treat a null block, which a catalog service without aliases has, as empty; the names that they return are
  * borrowed from the block. Problems are reported to the diagnostic log.
  */
 #ifndef SERVICE_ALIAS_H

@@ -24,7 +24,7 @@ inline RdmHeaderPtr make_rdmhdr(int32_t type) noexcept {
 /// rdm_type_name returns the printed name of a message type, "Unknown" for any other number.
 const char *rdm_type_name(int32_t type) noexcept;
 
-/// rdm_answer turns the header of a request into that of its answer, with a type and, unless it is null, an error
+/// rdm_answer turns the header of a request into the header of its answer, with a type and, unless it is null, an error
 /// message.
 void rdm_answer(rdmhdr *header, int32_t type, const char *error_message) noexcept;
 

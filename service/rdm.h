@@ -46,7 +46,7 @@ int rdm_service(pblock *pb, Session *sn, Request *rq) QX_NOEXCEPT;
 /// _real_rdm_service is rdm_service without the critical section.
 int _real_rdm_service(pblock *pb, Session *sn, Request *rq) QX_NOEXCEPT;
 
-/// rdm_type sets the content type of a request under /rdm/ to that of RDM messages. Returns HOST_DONE, or
+/// rdm_type sets the content type of a request under /rdm/ to the type of RDM messages. Returns HOST_DONE, or
 /// HOST_NOT_HANDLED for any other URI.
 int rdm_type(pblock *pb, Session *sn, Request *rq) QX_NOEXCEPT;
 
@@ -176,9 +176,9 @@ typedef struct cs_dbindex {
 } cs_dbindex;
 
 /// cs_dbsearch_start loads the index of a catalog service. Returns 0, or 1; in both cases the caller releases the
-/// entries. If the file is shorter than its count of entries, or a read fails, the result is 1, and `count` is that of
-/// the file. `entries` then holds those that were read, followed by zeros; it is null if more than 65,536 bytes are
-/// missing or allocation fails.
+/// entries. If the file is shorter than its count of entries, or a read fails, the result is 1, and `count` is the
+/// count of the file. `entries` then holds those that were read, followed by zeros; it is null if more than 65,536
+/// bytes are missing or allocation fails.
 int cs_dbsearch_start(const char *csid, cs_dbindex *index) QX_NOEXCEPT;
 
 /// cs_dbsearch returns the position of the first entry to send for a since query: -1 if none is late enough or the

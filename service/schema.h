@@ -21,7 +21,7 @@ QX_BEGIN
 /// omits longer ones.
 #define SCHEMA_TEXT_SIZE 1024
 
-/// Data types; SCHEMA_UNKNOWN is any other type, and that of an attribute without a mapping.
+/// Data types; SCHEMA_UNKNOWN is any other type, and the type of an attribute without a mapping.
 enum {
   SCHEMA_UNKNOWN = 0,
   SCHEMA_INT = 1,
@@ -32,10 +32,10 @@ enum {
   SCHEMA_BLOB = 6
 };
 
-/// schema_translate_init replaces the mapping by that of the SDL file `path`: its first object, or the one after an RDM
-/// header. Groups without a system table or column, or with names that are too long, are omitted with a warning; at
-/// most 256 are loaded. The table with a column "id" is the root table; the first one loaded stays so for the life of
-/// the process. Returns 0; or -1, with an empty mapping, if the file cannot be read (or `path` is null), contains no
+/// schema_translate_init replaces the mapping by the mapping of the SDL file `path`: its first object, or the one after
+/// an RDM header. Groups without a system table or column, or with names that are too long, are omitted with a warning;
+/// at most 256 are loaded. The table with a column "id" is the root table; the first one loaded stays so for the life
+/// of the process. Returns 0; or -1, with an empty mapping, if the file cannot be read (or `path` is null), contains no
 /// object, or allocation fails.
 int schema_translate_init(const char *path) QX_NOEXCEPT;
 

@@ -27,7 +27,7 @@ File open_regular(const std::string &path) {
   return File::open(path);
 }
 
-/// Slots reads the numbers at the start of a page, in this machine's byte order. Behind the end of the page they are 0.
+/// Slots reads the numbers at the start of a page, in this machine's byte order. Past the end of the page they are 0.
 class Slots {
  public:
   explicit Slots(const std::string &page) : page_(page) {}

@@ -21,8 +21,9 @@ FileIdentity identity_of(const File &file);
 struct Trailer {
   uint32_t next_number = 1;    // the smallest number that no description has had; 0 if all are used
   uint32_t planned_pages = 0;  // overflow pages of the file when build_hash_file wrote it
-  /// database is, in a URL map, the identity of its database; in a database, that of the file which the first update or
-  /// an import created. Files that are older than the latter do not belong to this catalog. All zeros if unknown.
+  /// database is, in a URL map, the identity of its database; in a database, the identity of the file which the first
+  /// update or an import created. Files that are older than the latter do not belong to this catalog. All zeros if
+  /// unknown.
   FileIdentity database{};
   /// newest_change is the newest time of change that the catalog has given, deleted descriptions included; it is
   /// std::nullopt in a file of an earlier version. It is exact in a URL map of this snapshot, and a lower bound in a

@@ -93,7 +93,7 @@ class Exchange {
   std::string reason_;
   std::optional<Head> head_;
   OutputQueue queue_;
-  std::int64_t written_ = 0;  // body bytes accepted, including those of a HEAD that are only counted
+  std::int64_t written_ = 0;  // body bytes accepted, including bytes for a HEAD, which are only counted
   bool head_only_ = false;
 };
 

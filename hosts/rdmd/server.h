@@ -39,8 +39,8 @@ class Server {
   const std::string &address() const { return address_; }
 
   /// run serves until SIGTERM or SIGINT. Then it gives the answers under way up to the shutdown timeout, and the
-  /// plug-in's last call the same time again. SIGUSR1 and SIGHUP reopen all logs, those of the plug-in included.
-  /// Returns false if the plug-in has not returned by then; its thread is still running in that case.
+  /// plug-in's last call the same time again. SIGUSR1 and SIGHUP reopen all logs, the plug-in's logs included. Returns
+  /// false if the plug-in has not returned by then; its thread is still running in that case.
   bool run();
 
   /* ---- For connections, from any thread ---- */

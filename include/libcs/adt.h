@@ -197,7 +197,7 @@ typedef struct cspriq_level {
 /// cspriq_create makes an empty priority queue. On failure `*out` is null.
 uint32_t cspriq_create(cspriq **out) QX_NOEXCEPT;
 
-/// cspriq_put appends an item, borrowed from the caller, to those of its priority.
+/// cspriq_put appends an item, borrowed from the caller, to the items of its priority.
 uint32_t cspriq_put(cspriq *pq, void *item, int32_t priority) QX_NOEXCEPT;
 
 /// cspriq_get removes and returns the oldest item of the smallest priority.

@@ -6,7 +6,7 @@
  * headers and bodies, resource descriptions, schemas and taxonomies are SOIF. doc/formats/soif.md describes the text
  * form.
  *
- * Memory is that of the host's allocator. Procedures return 0 for success and 1 for failure unless they say otherwise;
+ * Memory comes from the host's allocator. Procedures return 0 for success and 1 for failure unless they say otherwise;
  * lookups return null if nothing is found. Out-pointers are always written, with null on failure. Null pointers are not
  * accepted unless a procedure says so.
  *

@@ -80,8 +80,8 @@ class StringInput {
   const char *end_;
 };
 
-/// FileInput reads a stdio file. Its operations are those of StringInput, except that reading a value past the end of
-/// the file fails and skipping one never does.
+/// FileInput reads a stdio file. It has the operations of StringInput, except that reading a value past the end of the
+/// file fails and skipping one never does.
 class FileInput {
  public:
   explicit FileInput(FILE *file) noexcept : file_(file) {}

@@ -135,9 +135,8 @@ TEST_F(CatalogChanges, AReaderWithoutAMapFindsUrlsAndWritesNothing) {
   EXPECT_THAT(files_.files(), ElementsAre("catalog.db", "catalog.db.lock"));
 }
 
-// Regression: if a writer replaced database and map while a reader opened them, the reader used the new map with the
-// old database.
-TEST_F(CatalogChanges, AUrlMapOpensOnlyWithItsOwnSnapshot) {
+// A writer replaced database and map while a reader opened them. The reader used the new map with the old database.
+TEST_F(CatalogChanges, TheMapOfTheNextSnapshotIsNotThatOfTheOneThatIsOpen) {
   make(3);
   const catalog::HashTable before(path());
   std::string error;
@@ -165,7 +164,7 @@ TEST_F(CatalogChanges, AWriterRenewsTheMap) {
   EXPECT_EQ(urls, 500u);
 }
 
-TEST_F(CatalogChanges, ACommitCreatesAMissingMap) {
+TEST_F(CatalogChanges, ACommitWithoutAMapMakesOne) {
   make(5);
   unlink(files_.path(".url").c_str());
   const Catalog catalog(path());
@@ -177,7 +176,7 @@ TEST_F(CatalogChanges, ACommitCreatesAMissingMap) {
   for (int i = 1; i <= 6; ++i) EXPECT_EQ(next.number_of(url(i)), static_cast<uint32_t>(i));
 }
 
-TEST_F(CatalogChanges, EqualUrlsLeadToTheLowestNumber) {
+TEST_F(CatalogChanges, OfEqualUrlsTheLowestNumberCounts) {
   const Catalog empty(path(), IfMissing::empty);
   WriteBatch batch(empty);
   for (uint32_t number : {9u, 3u, 5u}) batch.put(number, url(1), record(1));

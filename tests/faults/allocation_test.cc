@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Requests while memory fails: each allocation of each request fails once.
+/// Requests with failed allocations: each allocation of each request fails once.
 
 #include <cstdlib>
 #include <cstring>

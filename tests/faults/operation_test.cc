@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-/// Exported procedures while memory fails: for each, every allocation fails once alone and once with all later ones.
+/// Exported procedures with failed allocations: for each, every allocation fails once alone and once with all later
+/// ones.
 
 #include <algorithm>
 #include <cstdio>

@@ -39,7 +39,7 @@ class NameIndexes : public support::HostTest {
   NameIndex<Entry> index{};
 };
 
-TEST_F(NameIndexes, AnEmptyIndexFindsNothing) {
+TEST_F(NameIndexes, AnEmptyOneFindsNothing) {
   EXPECT_EQ(index.find("a"), nullptr);
   EXPECT_EQ(index.take("a"), nullptr);
 }

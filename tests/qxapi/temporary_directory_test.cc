@@ -13,7 +13,7 @@ using namespace rdm;
 
 namespace {
 
-TEST(TemporaryDirectory, IsTheNamedDirectoryOrTmp) {
+TEST(TemporaryDirectory, IsTheNamedOneOrTheSystems) {
   const support::TemporaryDirectory directory;
   const std::string place = directory.path(), file = directory.write("file", "");
   const struct {

@@ -8,7 +8,7 @@
 namespace rdm::minidba {
 
 /// follow_links replaces the path of a database or index that is a symbolic link by the path of its target. Otherwise a
-/// rename would replace the link, and lock and URL map would be those of another path. Throws a Failure for a dangling
+/// rename would replace the link, and lock and URL map would belong to another path. Throws a Failure for a dangling
 /// link.
 void follow_links(Options &options);
 

@@ -46,7 +46,7 @@ bool take(std::string_view &text, std::string_view start) {
   return true;
 }
 
-/// Fields are those of a time in the form of ISO 8601.
+/// Fields are the fields of a time in the form of ISO 8601.
 struct Fields {
   int year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0, zone_minutes = 0;
 };

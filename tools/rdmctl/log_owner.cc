@@ -54,7 +54,7 @@ std::string name_of(uid_t user) {
   return account != nullptr ? account->pw_name : "user " + std::to_string(user);
 }
 
-/// become sets user, group and supplementary groups to those of the owner of a log. There is no way back.
+/// become takes the user, group and supplementary groups of the owner of a log, for the rest of the process.
 void become(const Log &log) {
   const std::string what = "cannot run as " + name_of(log.status.st_uid) + ", who owns " + log.path;
   const struct passwd *account = ::getpwuid(log.status.st_uid);

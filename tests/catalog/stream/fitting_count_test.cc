@@ -12,7 +12,7 @@ namespace {
 
 using catalog::fitting_count;
 
-TEST(FittingCount, IsFollowedByTheRestOfTheObject) {
+TEST(FittingCount, IsWhatIsFollowedByTheRestOfTheObject) {
   const struct {
     const char *what;
     std::string rest;

@@ -64,7 +64,7 @@ TEST(WriteDeadline, AllowsLongerStallsAfterTheFirst) {
 /// at returns a point in time.
 rdmd::io::Clock::time_point at(std::chrono::milliseconds time) { return rdmd::io::Clock::time_point{10h} + time; }
 
-TEST(WriteDeadline, RestartsAtAnAnswerIfAllEarlierBytesAreAcknowledged) {
+TEST(WriteDeadline, CountsFromTheBeginningOfAnAnswerWhereAllBeforeItIsAcknowledged) {
   WriteDeadline deadline(30s);
   deadline.begin(100, 100, at(0s));
   deadline.begin(200, 200, at(50s));
@@ -72,8 +72,7 @@ TEST(WriteDeadline, RestartsAtAnAnswerIfAllEarlierBytesAreAcknowledged) {
   EXPECT_TRUE(deadline.expired(200, at(110s)));
 }
 
-// Regression: a client that read nothing but sent requests stayed as long as the kernel took answers: each restarted
-// the deadline.
+// A client that read nothing but sent requests stayed as long as the kernel took answers: each restarted the deadline.
 TEST(WriteDeadline, FurtherAnswersGiveNoMoreTimeToAClientThatTakesNothing) {
   WriteDeadline deadline(30s);
   std::int64_t sent = 100;
@@ -82,7 +81,7 @@ TEST(WriteDeadline, FurtherAnswersGiveNoMoreTimeToAClientThatTakesNothing) {
   EXPECT_TRUE(deadline.expired(100, at(60s)));
 }
 
-TEST(WriteDeadline, BeginNotesAcknowledgementsSinceTheLastCheck) {
+TEST(WriteDeadline, AnAnswerNotesWhatWasAcknowledgedSinceTheLastCheck) {
   WriteDeadline deadline(30s);
   deadline.begin(0, 0, at(0s));
   deadline.begin(1, 1000, at(40s));

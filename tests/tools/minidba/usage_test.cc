@@ -32,7 +32,7 @@ class Usage : public testing::Test {
   CatalogFiles catalog_;
 };
 
-TEST_F(Usage, ReportsMissingAndUnknownArguments) {
+TEST_F(Usage, SaysWhatIsMissingOrUnknown) {
   const std::string db = catalog_.path();
   const std::string see = "; see \"minidba --help\"", see_update = "; see \"minidba update --help\"";
   expect_failure({}, "a verb is required: " + verbs + see);
@@ -56,7 +56,7 @@ TEST_F(Usage, ReportsMissingAndUnknownArguments) {
   EXPECT_TRUE(catalog_.files().empty());
 }
 
-TEST_F(Usage, SuggestsCorrectionsOfMistypedWords) {
+TEST_F(Usage, AsksWhatAMistypedWordMeans) {
   const std::string db = catalog_.path();
   expect_failure({"updtae"}, "unknown verb \"updtae\" (did you mean \"update\"?); see \"minidba --help\"");
   expect_failure({"help", "exprot"}, "unknown verb \"exprot\" (did you mean \"export\"?); see \"minidba --help\"");
@@ -68,8 +68,7 @@ TEST_F(Usage, SuggestsCorrectionsOfMistypedWords) {
                  "option \"--wait\" must follow the verb; see \"minidba expire --help\"");
 }
 
-// Regression: without DAY, `list --since "$DAY"` listed all; without FILE, `update --rejects "$FILE"` kept no rejected
-// object.
+// Without DAY, `list --since "$DAY"` listed all; without FILE, `update --rejects "$FILE"` kept no rejected object.
 TEST_F(Usage, AnOptionThatIsGivenIsNotEmpty) {
   catalog_.make_empty();
   const std::string db = catalog_.path();

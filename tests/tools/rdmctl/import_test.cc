@@ -108,8 +108,7 @@ TEST_F(Import, ADeleteResponseIsRefusedWithoutTheOption) {
   EXPECT_EQ(support::read_file(service_.path("unclassified")), "http://localhost/1\n");
 }
 
-// Regression: empty lines or a byte order mark in front hid the header, and an rd-delete-response was imported as an
-// update.
+// Empty lines or a byte order mark in front hid the header, and an rd-delete-response was imported as an update.
 TEST_F(Import, ADeleteResponseIsRecognisedBehindEmptyLinesAndAByteOrderMark) {
   for (const std::string &front : {std::string("\n\n"), std::string("\xEF\xBB\xBF"), std::string(100, '\n')}) {
     const Finished finished = service_.import({"-"}, front + delete_header + book(2));
@@ -145,7 +144,7 @@ TEST_F(Import, RemovesOnlyTemporaryDirectoriesThatAnImportHasMade) {
   std::filesystem::remove_all(directory / "rdmctl-backup");
 }
 
-TEST_F(Import, ADeleteResponseDeletesTheUrlsOfItsObjectsOrLines) {
+TEST_F(Import, ADeleteResponseDeletesWhatItsObjectsOrLinesName) {
   const std::pair<std::string, std::string> bodies[] = {{"objects", book(1) + book(3)},
                                                         {"lines", "http://localhost/1\r\n\n  http://localhost/3\n"}};
   for (const auto &[what, body] : bodies) {
@@ -176,7 +175,7 @@ TEST_F(Import, SaysThatItReadsFromTheTerminal) {
               testing::StartsWith("rdmctl: import reads from the terminal; Ctrl-D at the start of a line ends it\n"));
 }
 
-TEST_F(Import, DeletingAMissingDescriptionIsIncomplete) {
+TEST_F(Import, ADeletionOfWhatIsNotThereIsIncomplete) {
   service_.import({"-"}, book(1));
   const Finished finished = service_.import({"--delete", "-"}, delete_header + book(1) + book(2));
   EXPECT_EQ(finished.status, 1);
@@ -185,7 +184,7 @@ TEST_F(Import, DeletingAMissingDescriptionIsIncomplete) {
             "rdmctl: no description http://localhost/2\nrdmctl: -: 1 of 2 descriptions were deleted\n");
 }
 
-TEST_F(Import, DeleteRequiresAnRdmHeader) {
+TEST_F(Import, WithDeleteAFileSaysByItsHeaderWhatItIs) {
   const std::string submission = service_.write("submission", book(1));
   const Finished finished = service_.import({"--delete", submission});
   EXPECT_EQ(finished.status, 2);
@@ -235,7 +234,7 @@ TEST_F(Interrupted, SaysThatTheCatalogHasChanged) {
       EndsWith("rdmctl: interrupted by SIGTERM: the catalog has changed, and its index has not: import again\n"));
 }
 
-// Regression: root's import gave the server's diagnostic log to "nobody": the server could no longer write it.
+// Root's import gave the server's diagnostic log to "nobody": the server could no longer write it.
 TEST_F(Import, AsRootItBecomesTheOwnerOfTheLogsAndElseStaysTheCaller) {
   constexpr uid_t daemon = 1;
   const std::string log = service_.write("debug.log", "");
@@ -296,7 +295,7 @@ TEST_F(Import, ADamagedOrEmptySubmissionIsIncomplete) {
   }
 }
 
-TEST_F(Import, AnIncompleteFileDoesNotStopTheOtherFiles) {
+TEST_F(Import, OneIncompleteFileDoesNotHinderTheOthers) {
   const Finished finished = service_.import({service_.write("one", damaged), service_.write("two", book(2))});
   EXPECT_EQ(finished.status, 1);
   EXPECT_EQ(finished.out, "Accepted 0 RDs from Unknown-Source\nAccepted 1 RDs from Unknown-Source\n");
@@ -332,8 +331,7 @@ TEST_F(Import, TheNumberThatMinidbaPrintsDecides) {
   }
 }
 
-// The answer tells only about the update. Regression: accepted descriptions could not be found, and rdmctl reported
-// success.
+// The answer tells only about the update. Accepted descriptions could not be found, and rdmctl reported success.
 TEST_F(Import, ACommandThatFailsAfterTheUpdateIsNoticed) {
   const std::string expired = "@FILE { http://localhost/old\nrd-expires{29}:\tThu, 01 Jan 1998 00:00:00 GMT\n}\n";
   const std::pair<std::string, std::string> rows[] = {
@@ -373,7 +371,7 @@ TEST_F(Import, ASubmissionOfManyBlocksIsReadToItsEnd) {
   EXPECT_EQ(service_.import({"-"}, submission).out, "Accepted 200 RDs from Unknown-Source\n");
 }
 
-TEST_F(Import, ReportsUnreadableInputsAndUnusableServices) {
+TEST_F(Import, SaysWhatCannotBeRead) {
   const auto failed = [&](const Finished &finished, const std::string &reason) {
     EXPECT_EQ(finished.status, 2);
     EXPECT_EQ(finished.out, "");

@@ -15,7 +15,7 @@ namespace {
 
 using Entries = std::vector<IndexEntry>;
 
-/// Comparison compares the entries of the next index with those of the present one.
+/// Comparison compares the entries of the next index with the entries of the present one.
 class Comparison {
  public:
   Comparison(const Catalog &catalog, const KnownRecords &known, const Console &console)
@@ -34,7 +34,8 @@ class Comparison {
   Faults faults_;
 };
 
-/// compared_entries returns the entries of all readable records, and compares them with those of the present index.
+/// compared_entries returns the entries of all readable records, and compares them with the entries of the present
+/// index.
 Entries compared_entries(const Catalog &catalog, Comparison &comparison, const Console &console) {
   Progress progress(console, "indexing");
   return index_entries(catalog, [&](const IndexEntry &entry, std::string_view record) {

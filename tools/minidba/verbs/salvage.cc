@@ -104,8 +104,8 @@ class Salvage {
   }
 
  private:
-  /// number_for returns the number of a record: that of its key or, if the key is damaged, that of its URL. Returns
-  /// std::nullopt for an erased record, which a free page may still hold.
+  /// number_for returns the number of a record: the number in its key or, if the key is damaged, the number of its URL.
+  /// Returns std::nullopt for an erased record, which a free page may still hold.
   std::optional<uint32_t> number_for(RecoveryReader::Origin origin, std::string_view key,
                                      const std::string &url) const {
     const std::optional<uint32_t> number = number_of(key);
@@ -114,7 +114,7 @@ class Salvage {
     if (known != witnesses_.numbers.end()) return known->second;
     return number && *number != 0 && witnesses_.numbers.empty() ? number : std::nullopt;
   }
-  /// agreement returns 10 if size and checksum are those of the index, otherwise 0.
+  /// agreement returns 10 if size and checksum are equal to the index entry, otherwise 0.
   int agreement(uint32_t number, std::string_view value) const {
     const IndexEntry *known = witnesses_.index.find(number);
     const IndexEntry now = entry_of(number, value, 0);

@@ -53,7 +53,7 @@ std::vector<std::pair<std::string, int64_t>> by_frequency(const Records &records
   return attributes;
 }
 
-/// figures returns the figures without those of attributes. The fill is the share of the file that keys and records
+/// figures returns all figures except the counts of attributes. The fill is the share of the file that keys and records
 /// take.
 Json figures(const Catalog &catalog, const Records &records, const FileStatistics &layout) {
   const auto used = static_cast<double>(records.bytes + records.count * static_cast<int64_t>(database_key(0).size()));
