@@ -25,7 +25,7 @@ class Host {
  public:
   Host() : errors_("/dev/null"), access_(""), plugin_(load()), server_(settings(), plugin_, errors_, access_) {
     std::signal(SIGPIPE, SIG_IGN);
-    fuzz::require(plugin_.init(site_.configuration()).empty(), "the configuration");
+    fuzz::require(plugin_.init(site_.configuration()).empty(), "the plug-in refused the configuration");
   }
 
   rdmd::Server &server() { return server_; }
@@ -64,7 +64,7 @@ class Client {
  public:
   explicit Client(Host &host) : context_(host.context()) {
     int pair[2];
-    fuzz::require(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, pair) == 0, "a pair of sockets");
+    fuzz::require(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, pair) == 0, "socketpair failed");
     socket_ = pair[0];
     rdmd::io::Socket socket(boost::asio::make_strand(context_));
     socket.assign(rdmd::io::Tcp::v4(), pair[1]);
@@ -92,7 +92,7 @@ class Client {
     ::shutdown(socket_, SHUT_WR);
     const auto end = rdmd::io::Clock::now() + 5s;
     while (!connection_.expired()) {
-      fuzz::require(rdmd::io::Clock::now() < end, "the end of a connection");
+      fuzz::require(rdmd::io::Clock::now() < end, "a connection did not end within 5 seconds");
       context_.run_one_for(100ms);
       receive();
     }
@@ -148,14 +148,14 @@ size_t body_size(std::string_view head, std::string_view rest) {
 /// check_messages requires complete messages. A missing body is allowed for an answer to HEAD.
 void check_messages(std::string_view answers) {
   while (!answers.empty()) {
-    fuzz::require(answers.starts_with("HTTP/1.1 "), "the status line of an answer");
+    fuzz::require(answers.starts_with("HTTP/1.1 "), "an answer does not begin with a status line");
     const size_t end = answers.find("\r\n\r\n");
-    fuzz::require(end != std::string_view::npos, "the end of a head");
+    fuzz::require(end != std::string_view::npos, "the head of an answer does not end");
     const std::string_view head = answers.substr(0, end);
     answers.remove_prefix(end + 4);
     if (answers.empty() || answers.starts_with("HTTP/1.1 ")) continue;
     const size_t size = body_size(head, answers);
-    fuzz::require(size <= answers.size(), "the whole body of an answer");
+    fuzz::require(size <= answers.size(), "the body of an answer is incomplete");
     answers.remove_prefix(size);
   }
 }
@@ -167,7 +167,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   std::string_view input = fuzz::text(data, size);
   const size_t piece = 1 + fuzz::take(input, 1);
   const std::string whole = comparable(converse(host, input, input.size()));
-  fuzz::require(whole == comparable(converse(host, input, piece)), "answers that depend on how a request arrives");
+  fuzz::require(whole == comparable(converse(host, input, piece)), "the answers depend on how the request arrives");
   check_messages(whole);
   return 0;
 }

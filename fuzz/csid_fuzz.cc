@@ -8,11 +8,11 @@ using namespace rdm;
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const fuzz::MemoryFile file(fuzz::text(data, size));
-  fuzz::require(csid_init(file.path().c_str(), "x-catalog://localhost:80/a") == 0, "a file that can be read");
+  fuzz::require(csid_init(file.path().c_str(), "x-catalog://localhost:80/a") == 0, "csid_init refused a readable file");
   for (const char *csid : {"x-catalog://localhost:80/a", "", "b"}) {
     const char *name = csid_findval("csid", csid);
-    fuzz::require((name != nullptr) == (csid_find(csid) != nullptr), "a service without its name");
-    fuzz::require(name == nullptr || std::string_view(name) == csid, "the name of a service");
+    fuzz::require((name != nullptr) == (csid_find(csid) != nullptr), "csid_find and csid_findval disagree");
+    fuzz::require(name == nullptr || std::string_view(name) == csid, "a service has another name");
     csid_finda2p(csid);
     csid_findp2a(csid);
   }

@@ -38,13 +38,14 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   Records walked, found;
   for (int result = dba_first(database.get(), &key, &value); result != 1;
        result = dba_next(database.get(), &key, &value)) {
-    fuzz::require(++steps <= record_limit(size), "the end of a walk");
+    fuzz::require(++steps <= record_limit(size), "a walk does not end");
     sound = sound && result == 0;
     if (result != 0) continue;
     const std::string name = bytes_of(key);
     walked.emplace(name, bytes_of(value));
     look_up(database.get(), name, found);
   }
-  fuzz::require(!sound || std::includes(walked.begin(), walked.end(), found.begin(), found.end()), "what a key finds");
+  fuzz::require(!sound || std::includes(walked.begin(), walked.end(), found.begin(), found.end()),
+                "a key found a record that the walk did not");
   return 0;
 }

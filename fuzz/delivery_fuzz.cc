@@ -20,9 +20,9 @@ void check_accepted(SOIF *object, uint32_t number) {
   catalog::drop_number(object);
   const std::string text = catalog::print(object), numbered = catalog::with_number(text, number);
   const SoifPtr again = catalog::parse(numbered);
-  fuzz::require(again && catalog::number_in(again.get()) == number, "the number that an export adds");
+  fuzz::require(again && catalog::number_in(again.get()) == number, "the number added by an export is not read back");
   catalog::drop_number(again.get());
-  fuzz::require(catalog::print(again.get()) == text, "a description that was exported");
+  fuzz::require(catalog::print(again.get()) == text, "export and import changed a description");
 }
 
 /// check_refused requires that the parser cannot read a refused object. The stream is stricter than the parser about
@@ -31,7 +31,7 @@ void check_refused(const std::string &path, const catalog::SoifStream::Item &ite
   if (item.object || item.reason.starts_with("attribute name ") || item.reason == "not closed") return;
   const StdioPtr file = open_stdio(path.c_str());
   std::fseek(file.get(), static_cast<long>(item.offset), SEEK_SET);
-  fuzz::require(SoifReader(file.get()).next() == nullptr, "an object that was refused");
+  fuzz::require(SoifReader(file.get()).next() == nullptr, "the parser reads a refused object");
 }
 
 }  // namespace
@@ -42,17 +42,19 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   catalog::SoifStream stream(input.get(), bytes.path());
   int64_t end = 0;
   while (const auto item = stream.next()) {
-    fuzz::require(item->offset >= end && item->end > item->offset && item->end <= stream.size(), "where an object is");
+    fuzz::require(item->offset >= end && item->end > item->offset && item->end <= stream.size(),
+                  "an object has wrong offsets");
     end = item->end;
-    fuzz::require(!item->object == !item->reason.empty(), "an object or a reason");
+    fuzz::require(!item->object == !item->reason.empty(), "an item has both an object and a reason, or neither");
     fuzz::require(
         stream.bytes_of(*item) ==
             fuzz::text(data, size).substr(static_cast<size_t>(item->offset), static_cast<size_t>(end - item->offset)),
-        "the bytes of an object");
+        "bytes_of returned other bytes");
     if (item->object) check_accepted(item->object.get(), static_cast<uint32_t>(item->number));
     check_refused(bytes.path(), *item);
     const std::string_view before = fuzz::text(data, size).substr(0, static_cast<size_t>(item->offset));
-    fuzz::require(stream.line_of(item->offset) == 1 + std::count(before.begin(), before.end(), '\n'), "a line");
+    fuzz::require(stream.line_of(item->offset) == 1 + std::count(before.begin(), before.end(), '\n'),
+                  "line_of returned another line");
   }
   return 0;
 }

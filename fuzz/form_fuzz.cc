@@ -16,12 +16,13 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const CsioPtr header = make_csio(), body = make_csio();
   const char *refusal = pblock_pblock2rdm(block.get(), header.get(), body.get());
   if (refusal != nullptr) {
-    fuzz::require(header->length == 0 && body->length == 0, "buffers of a refused query");
+    fuzz::require(header->length == 0 && body->length == 0, "a refused query left text in a buffer");
     return 0;
   }
   std::string text(header->length, '\0');
   csio_copy(header.get(), text.data(), static_cast<int32_t>(text.size()));
   const SoifPtr object = SoifReader(text).next();
-  fuzz::require(object != nullptr && std::string_view(object->template_name) == "RDMHEADER", "the header of a query");
+  fuzz::require(object != nullptr && std::string_view(object->template_name) == "RDMHEADER",
+                "an accepted query has no RDMHEADER");
   return 0;
 }

@@ -18,14 +18,15 @@ void require(bool holds, const char *message) {
 
 MemoryFile::MemoryFile(std::string_view bytes)
     : file_(::memfd_create("fuzz", MFD_CLOEXEC)), path_("/proc/self/fd/" + std::to_string(file_)) {
-  require(::write(file_, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()), "a file in memory");
+  require(::write(file_, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()),
+          "writing a file in memory failed");
 }
 
 MemoryFile::~MemoryFile() { ::close(file_); }
 
 TemporaryDirectory::TemporaryDirectory()
     : path_((std::filesystem::temp_directory_path() / "rdm-fuzz-XXXXXX").string()) {
-  require(::mkdtemp(path_.data()) != nullptr, "a temporary directory");
+  require(::mkdtemp(path_.data()) != nullptr, "mkdtemp failed");
 }
 
 TemporaryDirectory::~TemporaryDirectory() {
@@ -36,7 +37,7 @@ TemporaryDirectory::~TemporaryDirectory() {
 std::string TemporaryDirectory::write(const std::string &name, std::string_view bytes) const {
   std::ofstream file(path(name), std::ios::binary | std::ios::trunc);
   file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-  require(file.good(), "a temporary file");
+  require(file.good(), "writing a temporary file failed");
   return path(name);
 }
 

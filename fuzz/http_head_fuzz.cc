@@ -36,19 +36,19 @@ bool same_fields(const rdmd::RequestHead &one, const rdmd::RequestHead &other) {
 
 void check(const rdmd::RequestHead &head, const rdmd::RequestHead &other) {
   fuzz::require(head.line == other.line && head.method == other.method && head.target == other.target,
-                "two readings of one request line");
-  fuzz::require(same_fields(head, other), "two readings of its fields");
+                "the request line depends on how the head arrives");
+  fuzz::require(same_fields(head, other), "the fields depend on how the head arrives");
   fuzz::require(head.http11 == other.http11 && head.length == other.length && head.keep_alive == other.keep_alive &&
                     head.expects_continue == other.expects_continue,
-                "two readings of its framing");
-  fuzz::require(head.field("transfer-encoding").empty(), "a body without a length");
-  fuzz::require(head.fields.size() <= rdmd::field_limit, "the number of fields");
+                "the framing depends on how the head arrives");
+  fuzz::require(head.field("transfer-encoding").empty(), "a head with Transfer-Encoding was accepted");
+  fuzz::require(head.fields.size() <= rdmd::field_limit, "a head has more fields than the limit");
   const std::string_view host = head.field("host");
-  fuzz::require(host.find_first_of(" \t/?#@\\\"") == std::string_view::npos, "the host of a request");
+  fuzz::require(host.find_first_of(" \t/?#@\\\"") == std::string_view::npos, "a malformed Host was accepted");
   const auto target = rdmd::parse_target(head.target);
   if (!target) return;
-  fuzz::require(head.target.find('#') == std::string::npos, "a target with a fragment");
-  fuzz::require(target->path == "*" || target->path.front() == '/', "the path of a target");
+  fuzz::require(head.target.find('#') == std::string::npos, "a target with a fragment was accepted");
+  fuzz::require(target->path == "*" || target->path.front() == '/', "a path does not begin with a slash");
 }
 
 }  // namespace
@@ -58,7 +58,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const size_t piece = 1 + fuzz::take(input, 1);
   const rdmd::HeadResult whole = read(input, input.size()), pieces = read(input, piece);
   const auto *head = std::get_if<rdmd::RequestHead>(&whole), *other = std::get_if<rdmd::RequestHead>(&pieces);
-  fuzz::require((head == nullptr) == (other == nullptr), "a head that depends on how it arrives");
+  fuzz::require((head == nullptr) == (other == nullptr), "acceptance depends on how the head arrives");
   if (head != nullptr) check(*head, *other);
   return 0;
 }

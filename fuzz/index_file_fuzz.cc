@@ -10,7 +10,7 @@ using namespace rdm;
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const std::string_view bytes = fuzz::text(data, size);
   try {
-    fuzz::require(catalog::encode(catalog::decode(bytes, "index")) == bytes, "an index that is written again");
+    fuzz::require(catalog::encode(catalog::decode(bytes, "index")) == bytes, "decoding and encoding changed an index");
   } catch (const catalog::Failure &) {
     // Not an index.
   }

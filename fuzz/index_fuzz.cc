@@ -22,7 +22,7 @@ struct Catalog {
   Catalog() {
     directory.write("csid.conf",
                     std::string("csid=\"") + csid + "\" catalog-database=\"" + directory.path("db") + "\"\n");
-    fuzz::require(csid_init(directory.path("csid.conf").c_str(), csid) == 0, "the configuration");
+    fuzz::require(csid_init(directory.path("csid.conf").c_str(), csid) == 0, "csid_init failed");
   }
   fuzz::TemporaryDirectory directory;
 };
@@ -38,11 +38,11 @@ bool is_index(std::string_view file) {
 }
 
 void check_entries(std::string_view file, const cs_dbindex &index) {
-  fuzz::require(index.count == number(file, 4), "the count of an index");
+  fuzz::require(index.count == number(file, 4), "the count is not that of the file");
   for (size_t i = 0, at = 8; i < index.count; ++i) {
     const cs_dbentry &entry = index.entries[i];
     for (const uint32_t field : {entry.time, entry.reserved1, entry.key, entry.reserved2, entry.reserved3}) {
-      fuzz::require(field == number(file, at), "a number of an entry");
+      fuzz::require(field == number(file, at), "a field of an entry is not that of the file");
       at += 4;
     }
   }
@@ -52,10 +52,10 @@ void check_entries(std::string_view file, const cs_dbindex &index) {
 /// zeros, or there are none.
 void check_short(std::string_view file, const cs_dbindex &index) {
   const bool has_mark = file.size() >= 8 && number(file, 0) == 0x3eb1ca0e;
-  fuzz::require(index.count == (has_mark ? number(file, 4) : 0), "the count of a short index");
-  fuzz::require(has_mark || index.entries == nullptr, "entries of what is no index");
+  fuzz::require(index.count == (has_mark ? number(file, 4) : 0), "the count of a refused index is wrong");
+  fuzz::require(has_mark || index.entries == nullptr, "a file without the magic number has entries");
   if (index.entries == nullptr) {
-    fuzz::require(cs_dbsearch(&index, 1) == -1, "what a search finds without entries");
+    fuzz::require(cs_dbsearch(&index, 1) == -1, "a search found a position without entries");
     return;
   }
   std::string whole(file.substr(8, (file.size() - 8) / 20 * 20));
@@ -100,9 +100,10 @@ void check_search(const cs_dbindex &index, int64_t since) {
   const int32_t found = cs_dbsearch(&index, since);
   Model model{{}, since};
   for (uint32_t i = 0; i < index.count; ++i) model.times.push_back(index.entries[i].time);
-  fuzz::require(found == (index.count == 0 ? -1 : model.search(0, model.last())), "what a search finds");
+  fuzz::require(found == (index.count == 0 ? -1 : model.search(0, model.last())),
+                "a search returned another position than the model");
   if (index.count > 0 && std::is_sorted(model.times.begin(), model.times.end()))
-    fuzz::require(model.is_answer(found), "what a search in a sorted index finds");
+    fuzz::require(model.is_answer(found), "a search in a sorted index returned a wrong position");
 }
 
 }  // namespace
@@ -115,7 +116,8 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   cs_dbindex index{};
   const int result = cs_dbsearch_start(csid, &index);
   const HostPtr<cs_dbentry> entries(index.entries);
-  fuzz::require(result == (is_index(input) ? 0 : 1), "what is an index");
+  fuzz::require(result == (is_index(input) ? 0 : 1),
+                "cs_dbsearch_start accepted a malformed index or refused a valid one");
   if (result != 0) {
     check_short(input, index);
     return 0;

@@ -25,9 +25,10 @@ void remove_pairs(pblock &block) {
     for (size_t i = 0; chosen->next != nullptr && i < turn % 7; ++i) chosen = chosen->next;
     const std::string name = chosen->name;
     const host_param *expected = first_of(block, name);
-    fuzz::require(host_param_find(name.c_str(), &block) == expected->value, "the first value of a name");
+    fuzz::require(host_param_find(name.c_str(), &block) == expected->value,
+                  "host_param_find did not return the first value");
     const ParamPtr removed(host_param_find_entry(name.c_str(), &block, 1));
-    fuzz::require(removed.get() == expected, "the first pair of a name");
+    fuzz::require(removed.get() == expected, "host_param_find_entry did not remove the first pair");
   }
 }
 
@@ -44,7 +45,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   for (int number = 1, last = 0; last == 0; ++number) {
     last = host_getline(reader.get(), number, limit, line.data());
     const int pairs = last < 0 ? 0 : host_param_parse(line.data(), block.get());
-    fuzz::require(pairs >= 0 && pairs < limit, "the number of pairs");
+    fuzz::require(pairs >= 0 && pairs < limit, "a line has an impossible number of pairs");
   }
   remove_pairs(*block);
   return 0;

@@ -51,12 +51,12 @@ bool same(const rdmhdr &one, const rdmhdr &other) {
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const HeaderPtr header = make_header(), again = make_header();
   const int result = rdmhdr_parse(buffer_of(fuzz::text(data, size)).get(), header.get());
-  fuzz::require(result >= 0 && result <= 2, "the result");
+  fuzz::require(result >= 0 && result <= 2, "rdmhdr_parse returned an undefined result");
   if (result != 0) return 0;
   const std::string once = print(header.get());
   // A printed header longer than the limit for reading cannot be read again.
   if (once.size() > 1023) return 0;
-  fuzz::require(rdmhdr_parse(buffer_of(once).get(), again.get()) == 0, "a printed header");
-  fuzz::require(same(*again, *header), "a header that was printed");
+  fuzz::require(rdmhdr_parse(buffer_of(once).get(), again.get()) == 0, "a printed header cannot be parsed");
+  fuzz::require(same(*again, *header), "printing and parsing changed a header");
   return 0;
 }

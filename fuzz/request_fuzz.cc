@@ -19,7 +19,7 @@ class Service {
     hosts::bind_host([](const hosts::Report &) {});
     const PblockPtr config(host_param_create(1));
     host_param_add("config", site_.configuration().c_str(), config.get());
-    fuzz::require(rdm_init(config.get(), nullptr, nullptr) == HOST_DONE, "the configuration");
+    fuzz::require(rdm_init(config.get(), nullptr, nullptr) == HOST_DONE, "rdm_init failed");
   }
 
  private:
@@ -31,7 +31,7 @@ void serve(hosts::Exchange &exchange) {
   if (rdm_type(parameters.get(), exchange.session(), exchange.request()) != HOST_DONE) return;
   rdm_service(parameters.get(), exchange.session(), exchange.request());
   rdm_log(parameters.get(), exchange.session(), exchange.request());
-  fuzz::require(exchange.started() && exchange.head().status == 200, "an answer");
+  fuzz::require(exchange.started() && exchange.head().status == 200, "the request was not answered with status 200");
 }
 
 }  // namespace

@@ -12,8 +12,8 @@ namespace {
 void ask_about(const char *attribute) {
   char tblcol[SCHEMA_TEXT_SIZE], back[SCHEMA_TEXT_SIZE];
   const bool mapped = schema_translate_soifattribute(attribute, tblcol) != nullptr;
-  fuzz::require(mapped, "an attribute that is listed and not mapped");
-  fuzz::require(schema_translate_tblcol(tblcol, back) != nullptr, "a column that is mapped one way only");
+  fuzz::require(mapped, "a listed attribute is not mapped");
+  fuzz::require(schema_translate_tblcol(tblcol, back) != nullptr, "a column is not mapped back to its attribute");
   schema_translate_soifattr2datatype(attribute);
 }
 

@@ -30,7 +30,7 @@ void Site::write_catalog() const {
   for (const char *number : {"00000001", "00000002"}) {
     DBT key{const_cast<char *>(number), 8};
     const DBT value{const_cast<char *>(record), sizeof record - 1};
-    require(dba_put(database.get(), &key, &value) == 0, "a record");
+    require(dba_put(database.get(), &key, &value) == 0, "dba_put failed");
   }
   directory_.write("db.idx", index_bytes);
 }

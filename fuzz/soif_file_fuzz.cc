@@ -36,16 +36,18 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const SoifPtr one = from_file.next(), other = from_text.next();
     if (from_file.at_end() && !from_text.at_end()) {
       const auto position = static_cast<size_t>(from_text.position());
-      fuzz::require(!one && !other && announces_too_much(text, position), "an object lost in the midst of a file");
+      fuzz::require(!one && !other && announces_too_much(text, position),
+                    "the file reader lost an object before the end");
       break;
     }
     if (!one && other) {
-      fuzz::require(from_text.at_end() && from_file.at_end(), "an object lost before the end of a file");
+      fuzz::require(from_text.at_end() && from_file.at_end(), "the file reader lost an object that is not the last");
       break;
     }
-    fuzz::require(!one == !other, "an object that only a file has");
-    if (one) fuzz::require(fuzz::same(*one, *other), "two readings of one object");
+    fuzz::require(!one == !other, "the file reader found an object that the text reader did not");
+    if (one) fuzz::require(fuzz::same(*one, *other), "file and text readers returned different objects");
   }
-  while (!from_file.at_end()) fuzz::require(from_file.next() == nullptr, "an object behind the last");
+  while (!from_file.at_end())
+    fuzz::require(from_file.next() == nullptr, "the file reader returned an object after the last");
   return 0;
 }

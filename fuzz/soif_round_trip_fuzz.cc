@@ -31,8 +31,8 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (!object) continue;
     const std::string once = fuzz::print(object.get());
     const SoifPtr again = SoifReader(once).next();
-    fuzz::require(again != nullptr && is_as_printed(*again, *object), "an object that was printed");
-    fuzz::require(fuzz::print(again.get()) == once, "an object that is printed again");
+    fuzz::require(again != nullptr && is_as_printed(*again, *object), "printing and parsing changed an object");
+    fuzz::require(fuzz::print(again.get()) == once, "a second print differs from the first");
   }
   return 0;
 }

@@ -13,8 +13,9 @@ namespace {
 
 void check(const AVPair &pair) {
   const std::string_view name = pair.attribute;
-  fuzz::require(std::none_of(name.begin(), name.end(), [](char c) { return c >= 'A' && c <= 'Z'; }), "a name's case");
-  fuzz::require(pair.vsize >= 0 && pair.value[pair.vsize] == '\0', "the NUL behind a value");
+  fuzz::require(std::none_of(name.begin(), name.end(), [](char c) { return c >= 'A' && c <= 'Z'; }),
+                "an attribute name has an upper case letter");
+  fuzz::require(pair.vsize >= 0 && pair.value[pair.vsize] == '\0', "a value has no NUL at its end");
 }
 
 int64_t check_attributes(const cshashtable &table) {
@@ -35,10 +36,12 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   while (!reader.at_end()) {
     const SoifPtr object = reader.next();
     if (!object) continue;
-    fuzz::require(check_attributes(*object->attrs) == object->value_bytes, "the sum of the sizes");
+    fuzz::require(check_attributes(*object->attrs) == object->value_bytes,
+                  "value_bytes is not the sum of the value sizes");
     // Only the last value may end past the text, within a limit.
-    fuzz::require(object->value_bytes <= static_cast<int64_t>(size) + 65536, "the padding of a value");
-    fuzz::require(std::strlen(object->url) < 4096, "the length of a URL");
+    fuzz::require(object->value_bytes <= static_cast<int64_t>(size) + 65536,
+                  "a value was padded by more than 65536 bytes");
+    fuzz::require(std::strlen(object->url) < 4096, "a URL has 4096 bytes or more");
   }
   return 0;
 }

@@ -18,8 +18,8 @@ struct Walk {
 void visit(Classification *node, void *argument) {
   auto *walk = static_cast<Walk *>(argument);
   ++walk->nodes;
-  fuzz::require(taxonomy_find(walk->taxonomy, node->id) != nullptr, "a node that is not found");
-  fuzz::require(taxonomy_depth(walk->taxonomy, node) >= 0, "the depth of a node");
+  fuzz::require(taxonomy_find(walk->taxonomy, node->id) != nullptr, "a visited node is not found by its id");
+  fuzz::require(taxonomy_depth(walk->taxonomy, node) >= 0, "a node has a negative depth");
 }
 
 }  // namespace
@@ -31,7 +31,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   Walk down{taxonomy.get()}, up{taxonomy.get()};
   taxonomy_walk(taxonomy.get(), 1, visit, &down);
   taxonomy_walk(taxonomy.get(), 2, visit, &up);
-  fuzz::require(down.nodes == up.nodes && down.nodes > 0, "two walks over one tree");
+  fuzz::require(down.nodes == up.nodes && down.nodes > 0, "two walks visited different numbers of nodes, or none");
   taxonomy_destroy(taxonomy.get());
   return 0;
 }

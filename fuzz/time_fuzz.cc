@@ -135,11 +135,11 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   std::string text(fuzz::text(data, size));
   text = text.substr(0, text.find('\0'));
   const time_t read = ZAN_ParseTimeString(text.c_str(), 1);
-  fuzz::require(read == model(text), "the time of a date");
-  fuzz::require(ZAN_ParseTimeString(text.c_str(), 0) >= 0, "a date without a zone");
+  fuzz::require(read == model(text), "a date has another time than in the model");
+  fuzz::require(ZAN_ParseTimeString(text.c_str(), 0) >= 0, "a date without a zone has a negative time");
   char printed[64];
   time_t again = 0;
   cs_time2str(read, printed, sizeof printed);
-  fuzz::require(cs_str2time(printed, &again) == read, "what was printed");
+  fuzz::require(cs_str2time(printed, &again) == read, "printing and parsing changed a time");
   return 0;
 }

@@ -135,8 +135,9 @@ TEST_F(CatalogChanges, AReaderWithoutAMapFindsUrlsAndWritesNothing) {
   EXPECT_THAT(files_.files(), ElementsAre("catalog.db", "catalog.db.lock"));
 }
 
-// A writer replaced database and map while a reader opened them. The reader used the new map with the old database.
-TEST_F(CatalogChanges, TheMapOfTheNextSnapshotIsNotThatOfTheOneThatIsOpen) {
+// Regression: if a writer replaced database and map while a reader opened them, the reader used the new map with the
+// old database.
+TEST_F(CatalogChanges, AUrlMapOpensOnlyWithItsOwnSnapshot) {
   make(3);
   const catalog::HashTable before(path());
   std::string error;
@@ -164,7 +165,7 @@ TEST_F(CatalogChanges, AWriterRenewsTheMap) {
   EXPECT_EQ(urls, 500u);
 }
 
-TEST_F(CatalogChanges, ACommitWithoutAMapMakesOne) {
+TEST_F(CatalogChanges, ACommitCreatesAMissingMap) {
   make(5);
   unlink(files_.path(".url").c_str());
   const Catalog catalog(path());
@@ -176,7 +177,7 @@ TEST_F(CatalogChanges, ACommitWithoutAMapMakesOne) {
   for (int i = 1; i <= 6; ++i) EXPECT_EQ(next.number_of(url(i)), static_cast<uint32_t>(i));
 }
 
-TEST_F(CatalogChanges, OfEqualUrlsTheLowestNumberCounts) {
+TEST_F(CatalogChanges, EqualUrlsLeadToTheLowestNumber) {
   const Catalog empty(path(), IfMissing::empty);
   WriteBatch batch(empty);
   for (uint32_t number : {9u, 3u, 5u}) batch.put(number, url(1), record(1));

@@ -66,7 +66,7 @@ class ChangeTimes : public testing::Test {
   time_t clock_ = noon;
 };
 
-TEST_F(ChangeTimes, AreThoseOfTheClockWhateverTheGathererSays) {
+TEST_F(ChangeTimes, AnUpdateIgnoresTheGatherersTime) {
   run({"update"}, rd(url(1), {{"rd-last-changed", "Mon, 01 Jan 1990 00:00:00 GMT"}, {"title", "One"}}));
   clock_ += 10;
   update(2, "Two");
@@ -74,7 +74,7 @@ TEST_F(ChangeTimes, AreThoseOfTheClockWhateverTheGathererSays) {
   EXPECT_EQ(time_of(2), noon + 10);
 }
 
-// The clock was once set back by an hour. Changes then got times that gatherers had already asked for.
+// Regression: after the clock was set back by an hour, changes got times that gatherers had already asked for.
 TEST_F(ChangeTimes, AreASecondAfterTheNewestWhenTheClockIsBehind) {
   update(1, "One");
   clock_ -= 3600;
@@ -84,7 +84,7 @@ TEST_F(ChangeTimes, AreASecondAfterTheNewestWhenTheClockIsBehind) {
   EXPECT_EQ(time_of(1), noon + 2);
 }
 
-TEST_F(ChangeTimes, OfTwoUpdatesInOneSecondDiffer) {
+TEST_F(ChangeTimes, UpdatesInOneSecondGetDifferentTimes) {
   for (const char *title : {"One", "Uno", "Eins"}) update(1, title);
   EXPECT_EQ(time_of(1), noon + 2);
 }
@@ -99,7 +99,7 @@ TEST_F(ChangeTimes, AreTakenWhenTheInputHasEnded) {
   EXPECT_EQ(time_of(2), noon + 1);
 }
 
-TEST_F(ChangeTimes, OfWhatIsGoneAreNotGivenAgain) {
+TEST_F(ChangeTimes, TimesOfDeletedDescriptionsAreNotReused) {
   update(1, "One");
   update(2, "Two");
   run({"delete", url(2)});
@@ -108,7 +108,7 @@ TEST_F(ChangeTimes, OfWhatIsGoneAreNotGivenAgain) {
   EXPECT_EQ(time_of(3), noon + 2);
 }
 
-TEST_F(ChangeTimes, OfWhatDoesNotChangeStay) {
+TEST_F(ChangeTimes, AnUnchangedDescriptionKeepsItsTime) {
   update(1, "One");
   clock_ += 10;
   update(1, "One");
@@ -116,7 +116,7 @@ TEST_F(ChangeTimes, OfWhatDoesNotChangeStay) {
 }
 
 // A value may look like the line of rd-last-changed.
-TEST_F(ChangeTimes, StandWhereTheAttributeIs) {
+TEST_F(ChangeTimes, AValueThatLooksLikeTheAttributeIsNotReplaced) {
   const std::string line = "\nrd-last-changed{29}:\t" + date_of(0) + "\n";
   for (const char *name : {"a", "body", "rd-last-changed-2", "rd-last-change", "title", "zz"}) {
     const std::string stream = rd(url(1), {{name, line}, {"Title-1", date_of(0)}});
@@ -129,7 +129,7 @@ TEST_F(ChangeTimes, StandWhereTheAttributeIs) {
   EXPECT_EQ(run_verb({"-d", catalog_.path(), "verify"}).status, 0);
 }
 
-TEST_F(ChangeTimes, AreGivenToWhatIsImportedWithoutOne) {
+TEST_F(ChangeTimes, AnImportStampsDescriptionsWithoutAValidTime) {
   import({"", "never", "Thu, 01 Jan 1970 00:00:00 GMT", "1 Jan 2016"});
   for (const int number : {1, 2, 3}) EXPECT_EQ(time_of(number), noon) << number;
   EXPECT_EQ(text_of(4), "1 Jan 2016") << "as it was written";
@@ -138,7 +138,7 @@ TEST_F(ChangeTimes, AreGivenToWhatIsImportedWithoutOne) {
 
 // Gatherers do not notice that a backup was restored. They must notice later changes, although they hold times that are
 // later than all in the backup.
-TEST_F(ChangeTimes, ComeBackByAnImportAndGoOnAfterThoseOfTheReplacedCatalog) {
+TEST_F(ChangeTimes, AnImportRestoresTimesAndReusesNoneOfTheReplacedCatalog) {
   update(1, "One");
   const auto before = catalog_.records();
   const std::string backup = run({"export"}).out;
@@ -151,7 +151,7 @@ TEST_F(ChangeTimes, ComeBackByAnImportAndGoOnAfterThoseOfTheReplacedCatalog) {
   EXPECT_EQ(time_of(3), noon + 101);
 }
 
-TEST_F(ChangeTimes, OfAReplacedCatalogThatIsDamagedAreKnownByItsFiles) {
+TEST_F(ChangeTimes, ReplacingADamagedCatalogReusesNoTime) {
   update(1, "One");
   const std::string backup = run({"export"}).out;
   clock_ += 100;
@@ -171,7 +171,7 @@ TEST_F(ChangeTimes, AfterTheYear2099AreNotBelieved) {
   EXPECT_EQ(time_of(1), noon + 1);
 }
 
-TEST_F(ChangeTimes, ThatAnotherProgramWroteCountUnlessTheyAreNotBelieved) {
+TEST_F(ChangeTimes, AreLaterThanPlausibleTimesOfOtherPrograms) {
   update(1, "One");
   catalog_.put("00000002", rd(url(2), {{"rd-last-changed", "Sun, 07 Feb 2106 06:28:15 GMT"}}));
   catalog_.put("00000003", rd(url(3), {{"rd-last-changed", date_of(noon + 50)}}));
@@ -201,7 +201,7 @@ TEST_F(ChangeTimes, EndOnlyWithTheTimesOfAnIndex) {
   EXPECT_EQ(time_of(1), catalog::latest_change + 1);
 }
 
-TEST_F(ChangeTimes, OfACatalogOfAnEarlierVersionAreReadFromItsRecords) {
+TEST_F(ChangeTimes, TheNewestTimeOfAnEarlierVersionIsReadFromTheRecords) {
   for (const bool has_map : {true, false}) {
     const time_t newest = std::max<time_t>(clock_, noon) + 10;
     import({date_of(newest)});

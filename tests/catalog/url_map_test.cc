@@ -63,7 +63,7 @@ class DamagedUrlMap : public testing::Test {
   std::map<std::string, std::string> before_;
 };
 
-// After a bit of a URL in the map had flipped, an update added its description again under another number.
+// Regression: after a bit of a URL in the map had flipped, an update added its description again under another number.
 TEST_F(DamagedUrlMap, MakesNoDescriptionCountAsNew) {
   flip(offset_of(7) + url(7).size() - 1, 1);
   const Finished finished = run({"update"}, description(7));
@@ -90,7 +90,7 @@ TEST_F(DamagedUrlMap, IsMendedByEveryWriterWhicheverBitHasFlipped) {
   EXPECT_EQ(run({"verify"}).out, "sound: 19 descriptions, no index\n");
 }
 
-TEST_F(DamagedUrlMap, OfWhichANumberHasChangedLeadsNoWriterAstray) {
+TEST_F(DamagedUrlMap, AFlippedNumberMisleadsNoUpdate) {
   const size_t number = offset_of(7) - 1;
   flip(number, 0);
   const Finished finished = run({"update"}, rd(url(7), {{"title", "Other"}}));
@@ -118,7 +118,7 @@ TEST_F(DamagedUrlMap, IsOnlyReadByReadersAndADryRun) {
   EXPECT_TRUE(support::read_file(path_) == damaged);
 }
 
-TEST_F(DamagedUrlMap, WithoutAChecksumIsReadableAndGetsOneFromTheNextWriter) {
+TEST_F(DamagedUrlMap, AMapWithoutAChecksumIsReadableAndTheNextWriterAddsIt) {
   write_as_an_earlier_version();
   ASSERT_FALSE(has_checksum());
   EXPECT_THAT(run({"get", url(7)}).out, HasSubstr("No. 7"));

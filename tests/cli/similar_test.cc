@@ -40,7 +40,7 @@ TEST(Similar, NamesTheNearestKnownWord) {
   for (const auto &row : rows) EXPECT_EQ(cli::nearest(row.word, verbs), row.meant) << row.word;
 }
 
-TEST(Similar, OfEquallyNearWordsTakesTheFirst) {
+TEST(Similar, TakesTheFirstOfEquallyNearWords) {
   const char *const words[] = {"--cold", "--bold"};
   EXPECT_EQ(cli::nearest("--fold", words), "--cold");
 }

@@ -255,7 +255,7 @@ TEST_F(Damage, AValueWithoutItsLastPageIsDamaged) {
   EXPECT_GE(last_pages, 4u);
 }
 
-TEST_F(Damage, APageBehindTheEndIsEmptyAndOneThatIsCutIsDamaged) {
+TEST_F(Damage, APagePastTheEndIsEmptyAndATruncatedPageIsDamaged) {
   const auto first = [&](const auto &a, const auto &b) { return bucket_of(a.first) < bucket_of(b.first); };
   const std::string &witness = std::min_element(all.begin(), all.end(), first)->first;
   size_t empty = 0, cut = 0;

@@ -197,7 +197,7 @@ TEST_F(Reading, UsesTheHashFunctionItIsGiven) {
   EXPECT_EQ(errno, EINVAL);
 }
 
-TEST_F(Reading, UsesTheDefaultHashFunctionWithoutAnother) {
+TEST_F(Reading, UsesTheDefaultHashFunctionIfNoneIsGiven) {
   ASSERT_TRUE(records::make_with_library(path, {{"00000001", "one"}}));
   const HASHINFO info{};
   const DatabasePtr db(QX_dbopen(path.c_str(), O_RDONLY, 0, DB_HASH, &info));

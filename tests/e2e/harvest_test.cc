@@ -97,7 +97,7 @@ TEST_F(Harvest, ViewHitsLimitsTheNumber) {
   EXPECT_EQ(get("/rdm/rd-request?ql=gatherer&scope=all&view-hits=7").body, expected(catalog("rfc"), index));
 }
 
-TEST_F(Harvest, ViewAttributesKeepsThoseNamed) {
+TEST_F(Harvest, ViewAttributesSelectsTheNamedAttributes) {
   start();
   const auto objects = examples::parse(get("/rdm/rd-request?ql=gatherer&scope=all&view-attributes=title,author").body);
   const auto index = read_index(catalog("rfc") + ".idx");
@@ -113,7 +113,7 @@ TEST_F(Harvest, ViewAttributesKeepsThoseNamed) {
   }
 }
 
-TEST_F(Harvest, SinceSendsWhatChangedAtThatTimeAndLater) {
+TEST_F(Harvest, SinceSendsDescriptionsChangedAtThatTimeOrLater) {
   const std::string directory = directory_.path();
   const std::string database = directory_.path("rfc.db");
   // Times have a resolution of one second: each batch gets one of its own.

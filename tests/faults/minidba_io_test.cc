@@ -164,7 +164,7 @@ class MinidbaIo : public testing::TestWithParam<Work> {
   Finished right_{};
 };
 
-TEST_P(MinidbaIo, SaysWhatItDidAndLeavesTheOldCatalogOrTheNew) {
+TEST_P(MinidbaIo, ReportsTheOutcomeAndLeavesTheOldOrTheNewCatalog) {
   EXPECT_EQ(right_.status, GetParam().status) << right_.errors;
   const auto faults = faults::io_faults(faults::count_calls(call()));
   EXPECT_GT(faults.size(), 5u);
@@ -209,9 +209,9 @@ TEST(MinidbaIoFaults, MeetAnUpdateWithEveryKindOfFileOperation) {
   for (const std::string &kind : faults::io_kinds()) EXPECT_EQ(calls.count(kind), kind == "fopen" ? 0u : 1u) << kind;
 }
 
-// When peeking into an object failed, the object was rejected as malformed, the others were imported, and the
-// submission counted as done.
-TEST(MinidbaIoFaults, DoNotMakeMalformedWhatCannotBeRead) {
+// Regression: when peeking into an object failed, the object was rejected as malformed, the others were imported, and
+// the submission counted as done.
+TEST(MinidbaIoFaults, AnUnreadableObjectIsNotRejectedAsMalformed) {
   for (const char *kind : {"seek", "read", "fread"})
     with_each(kind, "update", described(0, 3, "new"), [](const Finished &finished) {
       EXPECT_THAT(finished.errors, testing::Not(testing::HasSubstr("rejected:")));
@@ -219,8 +219,8 @@ TEST(MinidbaIoFaults, DoNotMakeMalformedWhatCannotBeRead) {
     });
 }
 
-// An unreadable URL map was treated as missing, and the catalog was called sound.
-TEST(MinidbaIoFaults, DoNotMakeSoundACatalogWhoseUrlMapCannotBeRead) {
+// Regression: an unreadable URL map was treated as missing, and the catalog was called sound.
+TEST(MinidbaIoFaults, ACatalogWithAnUnreadableUrlMapIsNotCalledSound) {
   for (const char *kind : {"open", "read", "stat"})
     with_each(kind, "verify", "", [](const Finished &finished) {
       EXPECT_TRUE(finished.status != 0 || finished.out == "sound: 40 descriptions, no index\n") << finished.out;

@@ -84,7 +84,7 @@ class RdmctlIo : public testing::Test {
   std::string file_ = service_.write("delivery", delivery());
 };
 
-TEST_F(RdmctlIo, SaysWhatItDidAndImportsAllOrNothing) {
+TEST_F(RdmctlIo, ReportsTheOutcomeAndImportsAllOrNothing) {
   const auto calls = faults::count_calls(call());
   const auto faults = faults::io_faults(calls);
   EXPECT_EQ(imported(), descriptions);

@@ -303,7 +303,7 @@ TEST_F(Tax, NodesAreFoundByTheirExactId) {
   EXPECT_EQ(taxonomy_find(nullptr, "a"), nullptr);
 }
 
-TEST_F(Tax, OfEqualIdsTheFirstOfAWalkIsFound) {
+TEST_F(Tax, FindReturnsTheFirstOfEqualIdsInWalkOrder) {
   const TaxonomyPtr taxonomy =
       load(taxonomy_object() + class_object("a", "ROOT") + class_object("x", "ROOT") + class_object("x", "a"));
   EXPECT_EQ(taxonomy_find(taxonomy.get(), "x"), taxonomy->root->children[0]->children[0]);
@@ -365,7 +365,7 @@ TEST_F(Tax, WalksOfDeepTreesKeepTheirOrder) {
   EXPECT_EQ(walk(taxonomy, 2), children_first);
 }
 
-TEST_F(Tax, WalksOfDeepSubtreesEndWhereTheyBegan) {
+TEST_F(Tax, AWalkOfADeepSubtreeVisitsNoOtherNodes) {
   const TaxonomyPtr taxonomy = load(comb(200));
   Ids ids, expected{"m9"};
   add_levels(expected, 10, 199, {"l", "m"});
@@ -540,9 +540,9 @@ TEST_F(Tax, LoadingTakesTheTimeOfTheFilesSize) {
   const auto flat = [](int) { return std::string("ROOT"); };
   const auto tree = [](int i) { return i < 10 ? std::string("ROOT") : std::to_string(i / 10); };
   const auto deep = [](int i) { return i == 0 ? std::string("ROOT") : std::to_string(i - 1); };
-  EXPECT_TRUE(support::grows_with_its_size(load_where(flat), 800));
-  EXPECT_TRUE(support::grows_with_its_size(load_where(tree), 800));
-  EXPECT_TRUE(support::grows_with_its_size(load_where(deep), 800));
+  EXPECT_TRUE(support::grows_linearly(load_where(flat), 800));
+  EXPECT_TRUE(support::grows_linearly(load_where(tree), 800));
+  EXPECT_TRUE(support::grows_linearly(load_where(deep), 800));
 }
 
 /// Two deep branches get classes of the same id in turn, so that their order must be found every time.
@@ -557,7 +557,7 @@ TEST_F(Tax, RepeatedIdsOfDeepBranchesAreOrderedQuickly) {
     EXPECT_EQ(taxonomy_find(taxonomy.get(), "below")->parent->parent,
               taxonomy_find(taxonomy.get(), name("a", count - 1).c_str()));
   };
-  EXPECT_TRUE(support::grows_with_its_size(load_branches, 500));
+  EXPECT_TRUE(support::grows_linearly(load_branches, 500));
 }
 
 using TaxDeathTest = Tax;

@@ -15,7 +15,7 @@ using namespace rdm;
 
 namespace {
 
-TEST(Ascii, ClassesAreThoseOfTheCLocale) {
+TEST(Ascii, ClassesMatchTheCLocale) {
   for (int c = 0; c < 256; ++c) {
     EXPECT_EQ(ascii::is_space(c), std::isspace(c) != 0) << c;
     EXPECT_EQ(ascii::is_digit(c), std::isdigit(c) != 0) << c;

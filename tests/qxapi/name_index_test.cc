@@ -39,7 +39,7 @@ class NameIndexes : public support::HostTest {
   NameIndex<Entry> index{};
 };
 
-TEST_F(NameIndexes, AnEmptyOneFindsNothing) {
+TEST_F(NameIndexes, AnEmptyIndexFindsNothing) {
   EXPECT_EQ(index.find("a"), nullptr);
   EXPECT_EQ(index.take("a"), nullptr);
 }

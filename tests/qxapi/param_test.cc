@@ -87,10 +87,10 @@ TEST_F(Parameters, ManyAreFoundAtOnce) {
     }
     EXPECT_EQ(host_param_find(name(0).c_str(), many.get()), nullptr);
   };
-  EXPECT_TRUE(support::grows_with_its_size(use, 3000));
+  EXPECT_TRUE(support::grows_linearly(use, 3000));
 }
 
-TEST_F(Parameters, ManyOfOneNameAreFoundInTheirOrder) {
+TEST_F(Parameters, ManyPairsOfOneNameAreFoundInOrder) {
   const auto use = [](int count) {
     const PblockPtr many(host_param_create(5));
     for (int i = 0; i < count; ++i) ASSERT_EQ(host_param_add("name", std::to_string(i).c_str(), many.get()), 0);
@@ -100,7 +100,7 @@ TEST_F(Parameters, ManyOfOneNameAreFoundInTheirOrder) {
     }
     EXPECT_EQ(host_param_find("name", many.get()), nullptr);
   };
-  EXPECT_TRUE(support::grows_with_its_size(use, 3000));
+  EXPECT_TRUE(support::grows_linearly(use, 3000));
 }
 
 /// Blocks without and with an index.

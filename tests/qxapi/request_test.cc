@@ -30,7 +30,7 @@ TEST(PosixRequest, HeadersAreFoundInAnyLetterCaseOrNull) {
   }
 }
 
-TEST(PosixRequest, InputEndsWhereTheBytesEnd) {
+TEST(PosixRequest, InputNextReturnsZeroAfterTheLastByte) {
   const unsigned char bytes[] = {'a', 0xFF};
   host_input input{bytes, 0, 2, nullptr};
   EXPECT_EQ(host_input_next(&input, 10), 'a');

@@ -13,7 +13,7 @@ using namespace rdm;
 
 namespace {
 
-TEST(TemporaryDirectory, IsTheNamedOneOrTheSystems) {
+TEST(TemporaryDirectory, IsTheNamedDirectoryOrTmp) {
   const support::TemporaryDirectory directory;
   const std::string place = directory.path(), file = directory.write("file", "");
   const struct {

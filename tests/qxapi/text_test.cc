@@ -128,7 +128,7 @@ TEST(ReportError, DoesNotDoubleANewline) {
   EXPECT_EQ(reported([] { host_report_error(0, "rdm", nullptr, nullptr, "%s", ""); }), "failure rdm: \n");
 }
 
-TEST(ReportError, KeepsTextOfManyLinesOnOne) {
+TEST(ReportError, EscapesNewlinesToKeepOneLine) {
   EXPECT_EQ(
       reported([] { host_report_error(0, "rdm", nullptr, nullptr, "%s", "a\r\nfailure b\x1B[1m\x7F\t\xC3\xA9\n\n"); }),
       "failure rdm: a\\r\\nfailure b\\x1b[1m\\x7f\\t\xC3\xA9\\n\n");

@@ -20,7 +20,7 @@ TEST(Words, TrimmedTextsHaveNoBlanksAtTheirEnds) {
   for (const auto &row : cases) EXPECT_EQ(trim(row.text, row.blanks), row.expected) << row.text;
 }
 
-TEST(Words, AreWhatIsBetweenBlanks) {
+TEST(Words, AreSeparatedByTheGivenCharacters) {
   using List = std::vector<std::string_view>;
   EXPECT_EQ(words_of("", " "), List());
   EXPECT_EQ(words_of(" \t ", " \t"), List());

@@ -210,7 +210,7 @@ TEST_F(Alias, AFileTakesTheTimeOfItsSize) {
     alias_destroy(a2p, p2a);
     a2p = p2a = nullptr;
   };
-  EXPECT_TRUE(support::grows_with_its_size(load, 2000));
+  EXPECT_TRUE(support::grows_linearly(load, 2000));
 }
 
 TEST_F(Alias, PassesItsSizesToTheHost) {

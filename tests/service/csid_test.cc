@@ -102,7 +102,7 @@ TEST_F(Csid, AFileThatCannotBeReadLeavesNoServices) {
   EXPECT_EQ(diagnostics.text(), "ERROR: csid_init: " + file() + ": Input/output error\n");
 }
 
-TEST_F(Csid, OfEqualNamesAndServicesTheFirstIsFound) {
+TEST_F(Csid, FindsTheFirstOfEqualNamesAndServices) {
   EXPECT_EQ(init("a=1 csid=one a=2\na=3\ncsid=first csid=second\ncsid=one a=4 b=4\n"), 0);
   EXPECT_EQ(value("a", "one"), "1");
   EXPECT_EQ(value("b", "one"), "(none)");
@@ -156,7 +156,7 @@ TEST_F(Csid, HoldsSixtyThreeServicesAndReportsMore) {
                                     "ERROR: csid_init: " + file() + ": More than 63 services, <CSID:c65> ignored\n");
 }
 
-TEST_F(Csid, TheDefaultIsACopyOfTheLastOneGiven) {
+TEST_F(Csid, TheDefaultIsACopyOfTheLastNameGiven) {
   EXPECT_EQ(csid_default(nullptr), nullptr);
   char text[] = "one";
   EXPECT_STREQ(csid_default(text), "one");

@@ -193,7 +193,7 @@ TEST_F(RdmHeader, WithoutACatalogTakesTheDefaultOrUnknown) {
   EXPECT_STREQ(header_->csid, "unknown");
 }
 
-TEST_F(RdmHeader, IsResetEvenWhereItDoesNotParse) {
+TEST_F(RdmHeader, IsResetEvenIfParsingFails) {
   const std::string bad[] = {"", "hello", support::soif("RDMQUERY", "-", {{"rdm-version", "1.0"}}),
                              header_with({{"rdm-type", "rd-request"}}), header_with({{"rdm-version", "2"}})};
   for (const std::string &text : bad) {

@@ -408,7 +408,7 @@ TEST_F(Schema, ListsOfColumnsAreLimited) {
   EXPECT_EQ(diagnostics.text(), "ERROR: List of columns too long for SOIF-Attributes: '" + list + "exceeds'\n");
 }
 
-TEST_F(Schema, TablesAreThoseOfTheListInTheOrderOfTheSchema) {
+TEST_F(Schema, TablesOfAListAreInTheOrderOfTheSchema) {
   load_library();
   EXPECT_THAT(tables(nullptr), ElementsAre("docs", "authors", "words"));
   EXPECT_THAT(tables("words.name,docs.title,words.other"), ElementsAre("docs", "words"));

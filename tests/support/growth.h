@@ -18,11 +18,11 @@ double cpu_time(const Work &work, int size) {
   return seconds + static_cast<double>(after.tv_nsec - before.tv_nsec) * 1e-9;
 }
 
-/// grows_with_its_size returns true if 16 times the work takes about 16 times as long. The limit is far from that and
+/// grows_linearly returns true if 16 times the work takes about 16 times as long. The limit is far from that and
 /// from the 256 times of quadratic growth. One of three trials within the limit is enough, because other load may
 /// disturb the others.
 template <typename Work>
-bool grows_with_its_size(const Work &work, int size) {
+bool grows_linearly(const Work &work, int size) {
   for (int trial = 0; trial < 3; ++trial)
     if (cpu_time(work, size * 16) < 60 * cpu_time(work, size)) return true;
   return false;

@@ -62,7 +62,7 @@ class ManyThreads : public testing::Test {
                                directory_.path("transactions") + "\""};
 };
 
-TEST_F(ManyThreads, AreAnsweredAsOne) {
+TEST_F(ManyThreads, GetTheSameAnswersAsASingleThread) {
   const size_t before = lines("diagnostics").size();
   std::map<std::string, Answer> alone;
   for (const Request &request : faults::requests()) alone.emplace(request.name, service_.serve(request));
@@ -85,8 +85,8 @@ TEST_F(ManyThreads, AreAnsweredAsOne) {
   EXPECT_EQ(lines("diagnostics").size(), before + diagnostics * (threads * rounds + 1));
 }
 
-/// Programs that link the libraries log while requests are served; each line is a single write. Threads with equal ids
-/// modulo 32 may exchange the kinds of their lines.
+/// Programs that link the libraries log while requests are served; each line is a single write. Threads whose ids are
+/// equal modulo 32 share a slot, so a line may get the other thread's level.
 TEST_F(ManyThreads, WriteWholeLinesOfDiagnostics) {
   run_on_threads([&](int thread) {
     for (int round = 0; round < rounds; ++round) {

@@ -101,8 +101,8 @@ TEST_F(HashWriter, TheLibraryReadsRecordsOfEveryLengthAroundAPage) {
   expect_readable();
 }
 
-// The hash library uses a page whose bit is clear, even behind the end of the file, and does not count it. It then
-// wrote a new bucket, which it placed behind the last counted page, over that page, and its record was lost.
+// The hash library uses a page whose bit is clear, even behind the end of the file, and does not count it. Regression:
+// it then wrote a new bucket, which it placed behind the last counted page, over that page, and its record was lost.
 TEST_F(HashWriter, TheLibraryPutsNoBucketUponAnOverflowPageOfItsOwn) {
   add(70000);
   write();
@@ -166,7 +166,7 @@ TEST_F(HashWriter, AFileThatHasBecomeShorterIsAFailure) {
             "cannot read " + path + ": it ends too early");
 }
 
-TEST_F(HashWriter, AnEmptyFileIsOne) {
+TEST_F(HashWriter, AFileWithoutRecordsIsReadable) {
   write();
   expect_readable();
 }

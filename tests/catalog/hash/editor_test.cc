@@ -188,8 +188,8 @@ TEST_F(HashEditor, LongRecordsComeAndGo) {
   EXPECT_EQ(HashTable(path_).file().size(), size) << "pages that were free are used again";
 }
 
-/// A damaged bitmap marked the pages of a long record as free. A change was written there and read back, the number of
-/// records was right, and the long record was lost without a message.
+/// Regression: a damaged bitmap marked the pages of a long record as free. A change was written there and read back,
+/// the number of records was right, and the long record was lost without a message.
 TEST_F(HashEditor, PagesThatDamagedBitmapsOfferAreNotTaken) {
   Records records = written(3000, 4000, {{"long", std::string(300000, 'x')}});
   const Header header = HashTable(path_).header();
@@ -203,7 +203,7 @@ TEST_F(HashEditor, PagesThatDamagedBitmapsOfferAreNotTaken) {
   ASSERT_NO_FATAL_FAILURE(expect_sound(records));
 }
 
-/// The address of the bitmap was damaged: bits were set in a record.
+/// Regression: with a damaged bitmap address, bits were set in a record.
 TEST_F(HashEditor, APageOfARecordIsNoBitmap) {
   Records records = written(3000, 4000, {{"long", std::string(300000, 'x')}});
   std::string bytes = support::read_file(path_);

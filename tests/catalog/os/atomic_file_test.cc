@@ -37,7 +37,7 @@ class AtomicFiles : public testing::Test {
   const std::string file_ = other_.path(".soif");
 };
 
-TEST_F(AtomicFiles, OfTwoExportsToOneFileTheSecondIsRefused) {
+TEST_F(AtomicFiles, ASecondExportToTheSameFileIsRefused) {
   AtomicFile first(file_);
   first.file().write_at(0, "the first");
   expect_refused(catalog_.run({"export", file_}), "another process is writing " + file_ + ".new");
@@ -58,7 +58,7 @@ TEST_F(AtomicFiles, ARejectsFileIsNotSharedByTwoCatalogsAtATime) {
   EXPECT_THAT(other_.files(), ElementsAre("catalog.db.soif.new")) << "the first goes on";
 }
 
-TEST_F(AtomicFiles, WhatAKilledProcessHasLeftIsReplaced) {
+TEST_F(AtomicFiles, ALeftoverOfAKilledProcessIsReplaced) {
   support::write_file(file_ + ".new", std::string(100'000, 'x'));
   EXPECT_EQ(catalog_.run({"export", file_}).status, 0);
   EXPECT_EQ(support::read_file(file_), catalog_.run({"export"}).out);
@@ -73,7 +73,7 @@ TEST_F(AtomicFiles, ALinkInThePlaceOfTheNextStateIsNotFollowed) {
   EXPECT_EQ(support::read_file(file_), catalog_.run({"export"}).out);
 }
 
-TEST_F(AtomicFiles, OnlyWhatWasWrittenIsPutInThePlace) {
+TEST_F(AtomicFiles, ACommitRefusesAForeignNewFile) {
   support::write_file(file_, "before");
   {
     AtomicFile file(file_);

@@ -106,7 +106,7 @@ TEST_F(Locking, ASecondWriterWaitsWithoutLimitByDefault) {
 }
 
 // A child of the process that took the lock may hold it: flock(1) starts a command and may end before it.
-TEST_F(Locking, AHolderThatCannotBeNamedIsAnotherProcess) {
+TEST_F(Locking, AnUnidentifiedHolderIsReportedAsAnotherProcess) {
   catalog_.update(described);
   const HostFileGuard file = catalog::open_file(lock_, O_RDWR);
   const pid_t child = ::fork();
@@ -116,7 +116,7 @@ TEST_F(Locking, AHolderThatCannotBeNamedIsAnotherProcess) {
   EXPECT_EQ(finished.errors, "minidba: cannot lock " + lock_ + ": another process still holds it after 0 seconds\n");
 }
 
-// A refused update or import of a new catalog left its lock file.
+// Regression: a refused update or import of a new catalog left its lock file.
 TEST_F(Locking, LeavesNoFileIfItMakesNoCatalog) {
   for (const std::vector<std::string> &words : {std::vector<std::string>{"update"}, {"import"}}) {
     EXPECT_NE(catalog_.run(words, "nothing").status, 0);
@@ -133,7 +133,7 @@ TEST_F(Locking, LeavesAFileThatWasThereBefore) {
   EXPECT_TRUE(support::file_exists(lock_));
 }
 
-TEST_F(Locking, IsHeldByOneAtATimeWhileTheFileComesAndGoes) {
+TEST_F(Locking, IsExclusiveWhileTheFileIsCreatedAndRemoved) {
   std::atomic<int> holders = 0, rounds = 0;
   const auto work = [&] {
     for (int i = 0; i < 200; ++i) {

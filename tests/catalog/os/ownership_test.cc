@@ -112,7 +112,7 @@ TEST_F(Ownership, ANewFileGetsTheModeOfTheDatabase) {
   for (const char *suffix : {".url", ".idx"}) EXPECT_EQ(mode_of(catalog_.path(suffix)), 0640u) << suffix;
 }
 
-TEST_F(Ownership, AMaintainerWhoMayOnlyReadTheLockCanHoldIt) {
+TEST_F(Ownership, AMaintainerCanHoldAReadOnlyLockFile) {
   ASSERT_EQ(::chmod(catalog_.path(".lock").c_str(), 0444), 0);
   const Finished finished = support::run(support::as_owner(catalog_.command({"rebuild"})));
   EXPECT_EQ(finished.status, 0) << finished.errors;

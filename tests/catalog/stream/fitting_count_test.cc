@@ -12,7 +12,7 @@ namespace {
 
 using catalog::fitting_count;
 
-TEST(FittingCount, IsWhatIsFollowedByTheRestOfTheObject) {
+TEST(FittingCount, IsFollowedByTheRestOfTheObject) {
   const struct {
     const char *what;
     std::string rest;

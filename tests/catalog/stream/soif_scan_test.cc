@@ -87,7 +87,7 @@ TEST(SoifScan, ARestOfAttributesIsReadOnce) {
                    "attribute name \"a b\", after a value of the wrong size");
 }
 
-TEST(SoifScan, WhatFollowsADeadEndIsSound) {
+TEST(SoifScan, AnObjectAfterADeadEndIsSound) {
   const std::string rest = std::string(10'000, ' ') + "a b{0}:\t\n",
                     sound = "@D { y" + std::string(10'000, ' ') + "}\n";
   const std::string stream = leading_to(rest, 2);

@@ -152,7 +152,7 @@ TEST_F(ExchangeTest, CountsButDoesNotQueueTheAnswerToHead) {
   EXPECT_TRUE(exchange.delimited());
 }
 
-TEST_F(ExchangeTest, OfAStatusWithoutBodyQueuesNone) {
+TEST_F(ExchangeTest, AStatusWithoutBodyQueuesNoBytes) {
   for (const int status : {204, 304}) {
     Exchange exchange;
     exchange.set_status(status, nullptr);

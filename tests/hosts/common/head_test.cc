@@ -50,7 +50,7 @@ TEST_F(ResponseHead, IsRenderedFieldByField) {
             "\r\n");
 }
 
-TEST_F(ResponseHead, HasNoConnectionFieldWhereNothingIsToBeSaid) {
+TEST_F(ResponseHead, OmitsAnEmptyConnectionField) {
   EXPECT_EQ(render_head(freeze(), {"rdmd/1", moment, ""}),
             "HTTP/1.1 200 OK\r\nDate: Mon, 16 Nov 2026 03:41:07 GMT\r\nServer: rdmd/1\r\n\r\n");
 }
@@ -68,7 +68,7 @@ TEST_F(ResponseHead, TakesTheReasonThatWasSet) {
             "HTTP/1.1 403 Invalid RDM RD-Request message -- Bad scope.\r\nD");
 }
 
-TEST_F(ResponseHead, HasTheUsualReasonWhereNoneWasSet) {
+TEST_F(ResponseHead, UsesTheStandardReasonByDefault) {
   const std::pair<int, const char *> cases[] = {
       {200, "OK"}, {404, "Not Found"}, {503, "Service Unavailable"}, {299, "Unknown"}};
   for (const auto &[status, reason] : cases)
@@ -145,7 +145,7 @@ TEST_F(ResponseHead, SomeStatusesHaveNoBody) {
   for (const int status : {200, 206, 301, 400, 404, 500}) EXPECT_TRUE(hosts::has_body(status)) << status;
 }
 
-TEST_F(ResponseHead, OfTheHostsOwnAnswersDeclaresPlainText) {
+TEST_F(ResponseHead, HostAnswersWithABodyDeclarePlainText) {
   EXPECT_EQ(render_head(hosts::text_head(404, 10), {"s", moment, "close"}),
             "HTTP/1.1 404 Not Found\r\nDate: Mon, 16 Nov 2026 03:41:07 GMT\r\nServer: s\r\nContent-Type: text/plain\r\n"
             "Content-Length: 10\r\nConnection: close\r\n\r\n");
@@ -154,8 +154,8 @@ TEST_F(ResponseHead, OfTheHostsOwnAnswersDeclaresPlainText) {
             "Content-Length: 0\r\n\r\n");
 }
 
-TEST_F(ResponseHead, OfServiceUnavailableSaysWhenToTryAgain) {
-  // Harvesters answered 503 retried at once and were answered 503 again.
+TEST_F(ResponseHead, ServiceUnavailableHasRetryAfter) {
+  // Regression: harvesters answered 503 retried at once and were answered 503 again.
   const std::string start = "HTTP/1.1 503 Service Unavailable\r\nDate: Mon, 16 Nov 2026 03:41:07 GMT\r\nServer: s\r\n";
   EXPECT_EQ(render_head(hosts::text_head(503, 0), {"s", moment, "close"}),
             start + "Content-Length: 0\r\nRetry-After: 5\r\nConnection: close\r\n\r\n");

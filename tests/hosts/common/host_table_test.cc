@@ -112,7 +112,7 @@ TEST_F(HostTable, SendsAWholeFile) {
   }
 }
 
-TEST_F(HostTable, SendsWhatTheReaderHasNotYetGivenOut) {
+TEST_F(HostTable, BufferSendSendsTheUnreadRest) {
   const support::TemporaryDirectory directory;
   const HostFileGuard file(host_open_read(directory.write("file", "first line\nsecond line\nthird line\n").c_str()));
   const ReaderPtr reader(host_buffer_open(file.get(), 16));
@@ -165,7 +165,7 @@ TEST_F(HostTable, AReportIsCutRatherThanGrown) {
 }
 
 TEST_F(HostTable, AReportIsCutAfterItsEscaping) {
-  // The text was cut before it was escaped, and escaping makes four bytes of one.
+  // Regression: the text was cut before it was escaped, and escaping makes four bytes of one.
   std::string escaped;
   for (int i = 0; i < 2047; ++i) escaped += "\\x01";
   host_report_error(0, "f", nullptr, nullptr, "%s", std::string(8191, '\x01').c_str());
@@ -184,7 +184,7 @@ TEST_F(HostTable, ExitsRunOnceInTheOrderOfRegistration) {
   EXPECT_EQ(order, "123");
 }
 
-TEST_F(HostTable, CountsWhatThePluginDidNotGet) {
+TEST_F(HostTable, CountsFailedAllocations) {
   const long before = hosts::resource_failures();
   host_free(host_alloc(1));
   host_free(host_strdup("x"));
@@ -220,7 +220,7 @@ TEST_F(HostTable, MemoryThatFailsInTheHostIsAnAnswerToThePlugin) {
   EXPECT_EQ(queued(exchange), "");
 }
 
-TEST_F(HostTable, CountsWhatFilesDidNotTakeOrGive) {
+TEST_F(HostTable, CountsFailedFileOperations) {
   const support::TemporaryDirectory directory;
   const long before = hosts::resource_failures();
   EXPECT_EQ(host_open_write(directory.path("none/file").c_str()), -1);
@@ -256,7 +256,7 @@ TEST_F(HostTable, FailuresThatLoseNoDataAreNotCounted) {
 }
 
 TEST_F(HostTable, AMissingDirectoryForTemporaryFilesIsCounted) {
-  // In a container without /tmp, long requests were answered with their headers only.
+  // Regression: in a container without /tmp, long requests were answered with their headers only.
   const auto absent = [](const char *, struct stat *) {
     errno = ENOENT;
     return -1;

@@ -99,7 +99,7 @@ class LogFiles : public ::testing::Test {
 };
 
 TEST_F(LogFiles, WritingNeverBlocksOnAPipeWithoutAReader) {
-  // The first write to a full pipe without a reader blocked the service for good.
+  // Regression: the first write to a full pipe without a reader blocked the service for good.
   LogFile log(pipe(), note());
   std::size_t taken = 0, written = 0;
   const auto in_an_hour = LogFile::Clock::now() + 1h;  // no further notice comes before
@@ -151,7 +151,7 @@ TEST_F(LogFiles, AFullDiskDropsLinesTearsNoneAndIsReportedAfterwards) {
 }
 
 TEST_F(LogFiles, DroppedLinesAreReportedAtOnceAndThenOnceAMinute) {
-  // The dropped lines were reported only when the server stopped.
+  // Regression: the dropped lines were reported only when the server stopped.
   std::vector<std::size_t> counts;
   LogFile log("/dev/full", [&](std::size_t count) {
     counts.push_back(count);
@@ -197,7 +197,7 @@ TEST_F(LogFiles, ANoticeToTheLogItselfWaitsUntilItCanBeWritten) {
   EXPECT_EQ(reported_, 3u);
 }
 
-TEST_F(LogFiles, ALogWhoseReaderHasGoneDropsItsQueue) {
+TEST_F(LogFiles, ALogPipeWithoutAReaderDropsItsQueue) {
   ::signal(SIGPIPE, SIG_IGN);
   Pipe pipe(O_CLOEXEC | O_NONBLOCK);
   LogFile log(std::move(pipe.writer), note());
@@ -225,7 +225,7 @@ TEST_F(LogFiles, DroppedLinesThatCannotBeReportedAreCountedAgain) {
   EXPECT_EQ(counts, (std::vector<std::size_t>{1, 1, 1}));
 }
 
-TEST_F(LogFiles, ANoticeThatThrowsIsOneThatCannotReport) {
+TEST_F(LogFiles, AThrowingNoticeDoesNotStopTheLog) {
   LogFile log(path_, [](std::size_t) -> bool { throw std::bad_alloc(); });
   {
     const support::FileLimit full(0);
@@ -371,7 +371,7 @@ TEST_F(LogFiles, AFileThatWasMadeForTheLogKeepsItsMode) {
   EXPECT_EQ(mode(), 0600u);
 }
 
-TEST_F(LogFiles, AFileThatCannotBeReopenedContinuesInTheOldOne) {
+TEST_F(LogFiles, AFailedReopenKeepsTheOldFile) {
   const std::string place = directory_.path("place"), moved = directory_.path("moved");
   std::filesystem::create_directory(place);
   LogFile file(place + "/log");
@@ -423,7 +423,7 @@ TEST_F(LogFiles, ABorrowedDescriptorKeepsItsNumberAndStaysOpen) {
   EXPECT_EQ(support::read_file(directory_.path("log.2")), "two\nthree\n");
 }
 
-TEST_F(LogFiles, ALineOfManyThreadsIsNeverMixedWithAnother) {
+TEST_F(LogFiles, LinesOfConcurrentThreadsAreNotMixed) {
   LogFile log(path_);
   std::vector<std::thread> threads;
   for (std::size_t t = 0; t < 4; ++t)

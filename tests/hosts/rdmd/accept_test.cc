@@ -78,7 +78,7 @@ TEST_F(HostAccepting, CostsTheSameHoweverManyConnectionsAreOpen) {
 }
 
 TEST_F(HostAccepting, WithoutDescriptorsTheConnectionIdleLongestIsClosed) {
-  // New clients waited until an idle connection timed out, and no log said why.
+  // Regression: new clients waited until an idle connection timed out, and no log said why.
   start({"--idle-timeout", "600"});
   Clients clients;
   for (int i = 0; i < 5; ++i) clients.push_back(connect());
@@ -95,9 +95,9 @@ TEST_F(HostAccepting, WithoutDescriptorsTheConnectionIdleLongestIsClosed) {
       << server_->errors();
 }
 
-TEST_F(HostAccepting, LeavesDescriptorsForWhatTheServiceOpens) {
-  // Clients took the last descriptor, and the service could not open the files that it answers from. With a limit of
-  // 40, clients took all but 10, fewer than the server itself has open.
+TEST_F(HostAccepting, LeavesDescriptorsForFilesOfTheService) {
+  // Regression: clients took the last descriptor, and the service could not open the files that it answers from. With a
+  // limit of 40, clients took all but 10, fewer than the server itself has open.
   for (const unsigned limit : {40U, 128U}) {
     start({"--idle-timeout", "600"}, limit);
     Clients clients;

@@ -139,7 +139,7 @@ TEST_F(CheckCatalog, AnOlderIndexIsAWarning) {
   EXPECT_EQ(found(Written::index_last), older + "3 records are not in it" + again);
 }
 
-/// With the index of another catalog the service answered with wrong records, and no log said so.
+/// Regression: with the index of another catalog, the service answered with wrong records, and no log said so.
 TEST_F(CheckCatalog, AnotherCatalogsIndexIsAnError) {
   const std::string foreign = "index: error: is not the index of this database, or records are damaged: of ";
   const std::string see = "; see minidba verify\n";

@@ -66,8 +66,8 @@ TEST(CheckDescription, HasTheTypeOfItsKey) {
   }
 }
 
-/// Wrong byte counts after an edit gave gatherers objects without their last attributes; the check looked only at the
-/// header's counts.
+/// Regression: wrong byte counts after an edit gave gatherers objects without their last attributes; the check looked
+/// only at the header's counts.
 TEST(CheckDescription, NamesTheCountThatWouldFit) {
   const struct {
     std::string lines, expected;
@@ -126,7 +126,7 @@ TEST(CheckDescription, NamesLinesThatAreNoAttributes) {
             "7: error: the SERVER object is damaged in this line\n");
 }
 
-/// The service sent files that had been copied only in part.
+/// Regression: the service sent files that had been copied only in part.
 TEST(CheckDescription, IsNotCut) {
   const std::string whole = header + body;
   EXPECT_EQ(found(header), "error: no object follows the RDMHEADER object\n");

@@ -47,7 +47,7 @@ TEST(CheckListen, TakesAddressesOfThisMachine) {
     EXPECT_EQ(listen(address), "") << address;
 }
 
-TEST(CheckListen, RefusesWhatIsNoAddressOfThisMachine) {
+TEST(CheckListen, ReportsUnusableAddresses) {
   const std::string refused = "rdmd: error: cannot listen on ";
   EXPECT_EQ(listen("198.51.100.1:8380"), refused + "198.51.100.1:8380: Cannot assign requested address\n");
   EXPECT_EQ(listen("127.0.0.1"), refused + "127.0.0.1: HOST:PORT is required\n");

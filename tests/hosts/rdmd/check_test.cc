@@ -156,7 +156,7 @@ TEST_F(Check, NamesFilesThatCannotBeRead) {
 }
 
 TEST_F(Check, WaitsForNoNamedPipe) {
-  // The check of a named pipe blocked until the pipe had a writer.
+  // Regression: the check of a named pipe blocked until the pipe had a writer.
   services("csid=\"x-catalog://localhost:8380/rfc\"\ncatalog-database=\"@/rfc.db\"\nserver-description=\"@/pipe\"\n");
   ASSERT_EQ(::mkfifo(directory_.path("pipe").c_str(), 0644), 0);
   EXPECT_EQ(found(), "@/pipe: error: is not a file\n");
@@ -167,7 +167,7 @@ TEST_F(Check, WaitsForNoNamedPipe) {
   }
 }
 
-TEST_F(Check, LinesAreCutWhereTheServiceCutsThem) {
+TEST_F(Check, ReportsLinesThatTheServiceTruncates) {
   config("tmpdir=\"@/\"" + std::string(9000, ' ') + "logfile=\"@/none/x\"\n");
   EXPECT_EQ(found(), "@/rdm.conf:4: error: the line is truncated after 8191 bytes\n");
 }
@@ -185,7 +185,7 @@ TEST_F(Check, TheDirectoryOfCommandsHoldsMinidba) {
   EXPECT_EQ(found(), "@/rdm.conf:1: error: \"bindir\" is not a directory: @/bin\n");
 }
 
-TEST_F(Check, TheDefaultServiceIsOneOfThose) {
+TEST_F(Check, ADefaultServiceThatIsNotListedIsAnError) {
   whole_config("bindir=\"@/bin\"\ncsid-config=\"@/csid.conf\"\ncsid-default=\"x-catalog://localhost:8380/RFC\"\n");
   EXPECT_EQ(found(),
             "@/rdm.conf:3: error: the default service \"x-catalog://localhost:8380/RFC\" is not in @/csid.conf "
@@ -227,7 +227,8 @@ TEST_F(Check, NamesFileAndLineOfEachMistakeInTheList) {
   }
 }
 
-/// A typing mistake in a name left a service without its catalog, and the check found the configuration valid.
+/// Regression: a typing mistake in a name left a service without its catalog, and the check found the configuration
+/// valid.
 TEST_F(Check, EveryNameInTheListIsKnown) {
   const struct {
     const char *pair, *expected;
@@ -328,7 +329,7 @@ TEST_F(Check, AliasesAreNewNames) {
 }
 
 /// Any text with blanks can be read as aliases: a description given as the alias file defined hundreds of them.
-TEST_F(Check, AliasFilesAreNoOtherFiles) {
+TEST_F(Check, OtherFilesAreRefusedAsAliasFiles) {
   services("csid=\"x-catalog://localhost:8380/rfc\"\ncatalog-database=\"@/rfc.db\" alias-file=\"@/aliases\"\n");
   const std::string none = "error: is not an alias file: this line has ";
   const struct {
@@ -485,7 +486,7 @@ TEST_F(CheckOption, AServerThatStartsSaysWhichLinesAreMistaken) {
       << server.errors();
 }
 
-/// Only the start opened the logs of the command line: the check had passed before.
+/// Regression: the check did not open the logs of the command line, so it passed and the start failed.
 TEST_F(CheckOption, LooksAtTheCommandLineToo) {
   const support::Finished finished =
       support::run(command({"--listen", "198.51.100.1:8380", "--access-log", directory_.path("none/access"),
@@ -526,7 +527,7 @@ TEST_F(CheckOption, TheCallerCanNameItself) {
   EXPECT_EQ(finished.out, directory_.path("rdm.conf") + ": the configuration is valid for the user " + caller + "\n");
 }
 
-TEST_F(CheckOption, OnlyTheSuperuserCanCheckForAnother) {
+TEST_F(CheckOption, OnlyTheSuperuserCanCheckForAnotherUser) {
   const support::Finished finished =
       support::run(without("--bounding-set=-setuid,-setgid", command({"--user", "nobody"})));
   EXPECT_EQ(finished.status, 1);
@@ -572,8 +573,8 @@ class CheckByUser : public CheckOption {
   const std::string user_ = ::geteuid() == 0 ? "nobody" : ::getpwuid(::geteuid())->pw_name;
 };
 
-/// The check ran as the superuser, who can read and write everything; the service runs as another user.
-TEST_F(CheckByUser, FindsWhatTheUserMayNotReadOrWrite) {
+/// Regression: the check ran as the superuser, who can read and write everything, not as the user of the service.
+TEST_F(CheckByUser, ReportsFilesTheUserMayNotReadOrWrite) {
   EXPECT_EQ(check().out, directory_.path("rdm.conf") + ": the configuration is valid for the user " + user_ + "\n");
   EXPECT_EQ(errors(), "");
   // The user is not in the superuser's group.

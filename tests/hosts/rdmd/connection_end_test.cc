@@ -63,7 +63,7 @@ class ConnectionEnd : public ::testing::Test {
 };
 
 TEST_F(ConnectionEnd, ThePluginsThreadNeverDestroysAConnection) {
-  // Sometimes it was. The I/O thread was then not told that the connection was gone, and the connection's timers were
+  // Regression: it sometimes did. The I/O thread was then not told that the connection was gone, and its timers were
   // destroyed on the wrong thread.
   constexpr std::string_view request = "GET /rdm/fast HTTP/1.0\r\n\r\n";
   for (int i = 0; i < 500; ++i) {

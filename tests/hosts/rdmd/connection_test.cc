@@ -47,7 +47,7 @@ TEST_F(HostConnection, ClosesWhenTheClientAsksForIt) {
   EXPECT_TRUE(client.ended());
 }
 
-TEST_F(HostConnection, OfHttp10ClosesUnlessTheClientAsksToKeepIt) {
+TEST_F(HostConnection, Http10ClosesUnlessTheClientAsksForKeepAlive) {
   start();
   HttpClient client(port_);
   client.send("GET /rdm/fast HTTP/1.0\r\nConnection: keep-alive\r\n\r\n");
@@ -153,7 +153,7 @@ TEST_F(HostConnection, ContinueIsAnsweredBeforeTheBodyIsSent) {
   EXPECT_NE(response.body.find("body hello[0]\n"), std::string::npos);
 }
 
-TEST_F(HostConnection, ContinueIsNotAnsweredWhereItIsOfNoUse) {
+TEST_F(HostConnection, ContinueIsNotSentIfTheBodyIsNotAwaited) {
   start();
   const std::string expect = "Expect: 100-continue\r\n";
   const std::string requests[] = {

@@ -82,7 +82,7 @@ TEST_F(HostExchange, OnlyPathsUnderRdmReachThePlugin) {
   EXPECT_NE(support::http_get(port_, "http://host/%72dm/x").body.find("line uri=/rdm/x\n"), std::string::npos);
 }
 
-TEST_F(HostExchange, WhatThePluginDeclinesIsNotFound) {
+TEST_F(HostExchange, ADeclinedRequestIsNotFound) {
   start();
   const HttpResponse response = support::http_get(port_, "/rdm/declined");
   EXPECT_EQ(response.status, 404);
@@ -90,7 +90,7 @@ TEST_F(HostExchange, WhatThePluginDeclinesIsNotFound) {
   EXPECT_EQ(journal(), "init\ntype /rdm/declined\n");
 }
 
-TEST_F(HostExchange, WhatThePluginAbortsInItsFirstStepGoesNoFurther) {
+TEST_F(HostExchange, ARequestAbortedInTheTypeStepIsNotServed) {
   start();
   const HttpResponse response = support::http_get(port_, "/rdm/aborted");
   EXPECT_EQ(response.status, 500);
@@ -122,7 +122,7 @@ TEST_F(HostExchange, APluginThatSendsNothingGivesAnEmptyServerError) {
   EXPECT_TRUE(server_->await_error("[error] rdmd: the plug-in sent no answer (client 127.0.0.1)\n"));
 }
 
-TEST_F(HostExchange, WhatMayBeIncompleteIsNotSent) {
+TEST_F(HostExchange, AnAnswerThatMayBeIncompleteIsNotSent) {
   start();
   HttpClient client(port_);
   client.send(get("/rdm/incomplete"));
@@ -137,7 +137,8 @@ TEST_F(HostExchange, WhatMayBeIncompleteIsNotSent) {
 }
 
 TEST_F(HostExchange, AnAnswerThatIsNotSentTakesNoRoomOnTheDisk) {
-  // The part already written stayed on a full disk until the connection was closed, and other requests failed.
+  // Regression: the part already written stayed on a full disk until the connection was closed, and other requests
+  // failed.
   start({"--linger-timeout", "60"});
   HttpClient client(port_);
   client.send(get("/rdm/big-incomplete?3000000"));
@@ -264,7 +265,7 @@ TEST_F(HostExchange, ServesIpv6) {
   EXPECT_NE(server.errors().find("rdmd: listening on [::1]:"), std::string::npos);
 }
 
-TEST_F(HostExchange, AnIpv4ClientOfAnIpv6SocketShowsAsWhatItIs) {
+TEST_F(HostExchange, AnIpv4ClientOfAnIpv6SocketHasAnIpv4Address) {
   config_ = directory_.write("rdm.conf", "journal=\"" + directory_.path("journal") + "\"\n");
   support::RdmdProcess server({"--listen", "[::]:0", "--plugin", plugin(), "--config", config_});
   HttpClient client(server.port());

@@ -44,7 +44,7 @@ class HostFootprint : public support::ServerTest {
 };
 
 TEST_F(HostFootprint, AnIdleConnectionHoldsLessThan8Kib) {
-  // It kept a read buffer and the memory of its largest request: 97 KiB.
+  // Regression: the connection kept a read buffer and the memory of its largest request: 97 KiB.
   start({"--idle-timeout", "600"});
   const std::string post = request(1000);
   EXPECT_LT(each(400,
@@ -56,7 +56,7 @@ TEST_F(HostFootprint, AnIdleConnectionHoldsLessThan8Kib) {
 }
 
 TEST_F(HostFootprint, AConnectionWhoseClientReadsNothingHoldsLessThan16Kib) {
-  // It kept head and body of the request until the client had taken the answer: 97 KiB.
+  // Regression: the connection kept head and body of the request until the client had taken the answer: 97 KiB.
   start({"--write-timeout", "600"});
   const std::string post = request(2'000'000);
   EXPECT_LT(each(200,
@@ -68,8 +68,8 @@ TEST_F(HostFootprint, AConnectionWhoseClientReadsNothingHoldsLessThan16Kib) {
 }
 
 TEST_F(HostFootprint, ABurstOfLargeRequestsDoesNotKeepItsMemory) {
-  // After a burst, small blocks of the connections were scattered over the heap, and none of it was returned: 59 KiB
-  // each.
+  // Regression: after a burst, small blocks of the connections were scattered over the heap, and none of it was
+  // returned: 59 KiB each.
   start({"--idle-timeout", "600", "--body-timeout", "600"});
   const std::string post = request(1000), begun = post.substr(0, post.size() - 1);
   std::vector<std::unique_ptr<HttpClient>> clients;

@@ -35,8 +35,8 @@ class Leftovers : public ::testing::Test {
   support::TemporaryDirectory directory_;
 };
 
-TEST_F(Leftovers, FilesOfAProcessThatWasKilledAreRemovedAndThoseOfOneAliveStay) {
-  // Each kill during a long answer left a file, until the disk was full.
+TEST_F(Leftovers, FilesOfKilledProcessesAreRemovedAndFilesOfLivingProcessesStay) {
+  // Regression: each kill during a long answer left a file, until the disk was full.
   const std::string path = make(name_with(token));
   int ends[2];
   ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);

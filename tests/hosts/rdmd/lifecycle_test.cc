@@ -93,7 +93,7 @@ class HostLifecycle : public support::ServerTest {
   }
 };
 
-TEST_F(HostLifecycle, SaysWhereItListens) {
+TEST_F(HostLifecycle, LogsTheListeningAddress) {
   start();
   EXPECT_TRUE(server_->await_error("rdmd: listening on 127.0.0.1:" + std::to_string(port_) + "\n"));
 }
@@ -181,7 +181,7 @@ TEST_F(HostLifecycle, AcceptsNoClientAfterTheSignal) {
   EXPECT_EQ(server_->wait(), 0);
 }
 
-TEST_F(HostLifecycle, CutsOffWhatDoesNotEndInTime) {
+TEST_F(HostLifecycle, ClosesConnectionsAtTheShutdownTimeout) {
   start({"--shutdown-timeout", "0.3"});
   const auto client = ask_for_large_answer();
   EXPECT_EQ(stop(), 0);
@@ -221,7 +221,8 @@ TEST_F(HostLifecycle, APluginThatDoesNotReturnDoesNotKeepTheServer) {
 }
 
 TEST_F(HostLifecycle, SignalsReopenTheLogsOfTheServerAndOfThePlugin) {
-  // The signal sent by log rotation ended the server, and the plug-in's logs continued in the renamed files.
+  // Regression: the signal sent by log rotation ended the server, and the plug-in's logs continued in the renamed
+  // files.
   const struct {
     int signal;
     const char *line;
@@ -266,7 +267,7 @@ TEST_F(HostLifecycle, ASignalToReopenDoesNotEndAServerThatStarts) {
 }
 
 TEST_F(HostLifecycle, LogsWithoutAReaderDelayNoAnswerAndNoEnd) {
-  // A full pipe behind any of the logs blocked the service.
+  // Regression: a full pipe as any of the logs blocked the service.
   std::vector<HostFileGuard> readers;
   for (const char *name : {"out", "errors", "error-log", "access-log", "plugin-log"}) {
     ASSERT_EQ(::mkfifo(directory_.path(name).c_str(), 0600), 0);
@@ -323,7 +324,7 @@ TEST_F(HostLifecycle, TheErrorLogCountsTheDroppedLinesOfTheAccessLog) {
 }
 
 TEST_F(HostLifecycle, TheErrorLogSaysAtOnceThatTheAccessLogTakesNothing) {
-  // The dropped lines were reported only when the server stopped.
+  // Regression: the dropped lines were reported only when the server stopped.
   RdmdProcess server(arguments({"--access-log", "/dev/full"}));
   for (int i = 0; i < 5; ++i) EXPECT_EQ(support::http_get(server.port(), "/rdm/fast").status, 200);
   EXPECT_TRUE(server.await_error("] [warning] rdmd: write the access log: 1 line dropped\n"));
@@ -353,8 +354,8 @@ TEST_F(HostLifecycle, AStartRemovesTheTemporaryFilesOfServersThatWereKilled) {
   EXPECT_EQ(stop(), 0);
 }
 
-TEST_F(HostLifecycle, NoDescriptorIsInheritedByWhatThePluginRuns) {
-  // A command that outlived the server kept its listening socket.
+TEST_F(HostLifecycle, CommandsOfThePluginInheritNoDescriptor) {
+  // Regression: a command that outlived the server kept its listening socket.
   std::vector<std::string> inherited;
   RdmdProcess server(arguments({"--access-log", directory_.path("access"), "--error-log", directory_.path("errors")},
                                "log=\"" + directory_.path("plugin-log") + "\"\n"));
@@ -396,7 +397,7 @@ TEST_F(HostLifecycle, ALogThatCannotBeReopenedContinuesInTheOldFile) {
 }
 
 TEST_F(HostLifecycle, NoLogTakesThePlaceOfAClosedStandardStream) {
-  // The access log became descriptor 2, and messages for standard error were written into it.
+  // Regression: the access log became descriptor 2, and messages for standard error were written into it.
   const std::string log = directory_.path("access.log");
   const std::string command = support::in_build("bin/rdmd") + " --listen 127.0.0.1:0 --plugin " + plugin() +
                               " --config " + config("fail=\"The stars are wrong.\"\n") + " --access-log " + log +
@@ -492,7 +493,7 @@ TEST_F(HostLifecycle, EndsWhenThePluginRefusesItsConfiguration) {
 }
 
 TEST_F(HostLifecycle, NoClientConnectsBeforeThePluginIsInitialised) {
-  // A server whose start failed had already accepted connections, so load balancers considered it alive.
+  // Regression: a server whose start failed had already accepted connections, so load balancers considered it alive.
   const std::string conf = config("wait=\"" + directory_.path("go") + "\"\nfail=\"The stars are wrong.\"\n");
   const int port = free_port();
   const std::string address = "127.0.0.1:" + std::to_string(port);

@@ -234,7 +234,7 @@ void reset(std::unique_ptr<HttpClient> client) {
 }
 
 TEST_F(HostLimits, TheErrorLogNamesEachClientCutOffAndTheReason) {
-  // The only trace of a broken-off answer was a short byte count in the access log.
+  // Regression: the only trace of a broken-off answer was a short byte count in the access log.
   start({"--header-timeout", "0.3", "--body-timeout", "0.3", "--write-timeout", "0.5"});
   const auto told = [this](const std::string &reason) {
     return server_->await_error("[warning] rdmd: " + reason + " (client 127.0.0.1)\n");

@@ -129,7 +129,7 @@ TEST(ListenAddress, AnAddressThatTheMachineDoesNotHaveIsLeftOutAndNamed) {
                                              std::to_string(EADDRNOTAVAIL) + "]");
 }
 
-TEST(ListenAddress, AFreePortIsOneThatEveryAddressHasFree) {
+TEST(ListenAddress, PortZeroFindsAPortFreeOnEveryAddress) {
   refused_binds = 3;
   EXPECT_EQ(bind_listen("two.test:0").sockets.size(), 2u);
   EXPECT_EQ(refused_binds, 0);

@@ -46,7 +46,7 @@ TEST_F(Logs, AnAccessLineIsInTheCombinedFormat) {
             "192.0.2.7 - - [16/Nov/2026:05:41:07 +0200] \"GET /rdm/x HTTP/1.1\" 200 42 \"http://here/\" \"curl/7\"\n");
 }
 
-TEST_F(Logs, AnAccessLineHasDashesForWhatIsMissing) {
+TEST_F(Logs, AnAccessLineHasDashesForMissingFields) {
   EXPECT_EQ(format_access({"::1", 0, "", 408, 0, "", ""}),
             "::1 - - [01/Jan/1970:02:00:00 +0200] \"-\" 408 - \"-\" \"-\"\n");
 }
@@ -95,7 +95,7 @@ TEST_F(Logs, ReportsOfThePluginNameFunctionAndClient) {
 }
 
 TEST_F(Logs, AnErrorLineIsCutAt8191BytesAndKeepsItsClient) {
-  // The text was cut before it was escaped, and the line had 32,788 bytes.
+  // Regression: the text was cut before it was escaped, and the line had 32,788 bytes.
   std::string escaped;
   for (int i = 0; i < 8191; ++i) escaped += "\\x01";
   const std::string client = "2001:db8:1111:2222:3333:4444:5555:6666", end = " (client " + client + ")\n";

@@ -48,9 +48,9 @@ class HostMemory : public ::testing::Test {
   std::thread thread_;
 };
 
-TEST_F(HostMemory, AClientThatThereIsNoMemoryForIsTheOnlyOneLost) {
-  // The server re-armed accepting only after it had taken in a client: when memory failed for one, it never accepted
-  // another.
+TEST_F(HostMemory, AFailedConnectionAllocationLosesOnlyThatClient) {
+  // Regression: the server re-armed accept only after it had set up a client: if allocation failed for one, it never
+  // accepted another.
   start();
   {
     const support::RefusedNew connection(sizeof(rdmd::Connection), sizeof(rdmd::Connection) + 64);

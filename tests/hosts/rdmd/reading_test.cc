@@ -55,8 +55,8 @@ class HostReading : public support::ServerTest {
 };
 
 TEST_F(HostReading, ClientsThatReadSteadilyAreNotCutOffHoweverSlowlyTheyRead) {
-  // The time was measured from the kernel's last acceptance of bytes, which happens once per megabyte: clients that
-  // read less than that within the limit were cut off.
+  // Regression: the time was measured from the kernel's last acceptance of bytes, which happens once per megabyte:
+  // clients that read less than that within the limit were cut off.
   start({"--write-timeout", "1"});
   const std::size_t rates[] = {10'000, 20'000, 50'000, 100'000, 200'000, 1'000'000};
   std::vector<std::thread> readers;
@@ -96,8 +96,8 @@ TEST_F(HostReading, AClientThatReadsNothingIsCutOffWhateverTheSizeOfItsBuffer) {
 }
 
 TEST_F(HostReading, AClientThatReadsNothingCannotHaveTheKernelKeepItsAnswer) {
-  // Once the kernel had taken an answer, the server closed the connection; the kernel kept the answer for minutes, and
-  // no limit counted it.
+  // Regression: once the kernel had taken an answer, the server closed the connection; the kernel kept the answer for
+  // minutes, and no limit counted it.
   start({"--write-timeout", "0.5", "--linger-timeout", "0.1", "--idle-timeout", "0.1"});
   for (const char *fields : {"", "Connection: close\r\n"})
     for (const bool finished : {false, true}) {
@@ -109,7 +109,7 @@ TEST_F(HostReading, AClientThatReadsNothingCannotHaveTheKernelKeepItsAnswer) {
 }
 
 TEST_F(HostReading, AClientThatReadsNothingAndAsksOnIsCutOff) {
-  // Each answer restarted the deadline, until the kernel's buffers were full after 260 answers.
+  // Regression: each answer restarted the deadline, until the kernel's buffers were full after 260 answers.
   start({"--write-timeout", "0.5"});
   const std::string waiting = post("/rdm/big?500", "x", "Expect: 100-continue\r\n");
   for (const std::string &request : {get("/rdm/big?500"), waiting}) {

@@ -47,12 +47,12 @@ TEST(RequestHeadReader, TakesARequestApart) {
   EXPECT_EQ(head.field("none"), "");
 }
 
-TEST(RequestHeadReader, JoinsRepeatedFieldsWhereTheFirstStood) {
+TEST(RequestHeadReader, JoinsRepeatedFieldsInThePlaceOfTheFirst) {
   const RequestHead head = accepted("GET / HTTP/1.1\r\nX-A: 1\r\nHost: h\r\nx-a: 2\r\nX-A:\r\n\r\n");
   EXPECT_EQ(fields(head), "x-a=1, 2, ;host=h;");
 }
 
-TEST(RequestHeadReader, LeavesWhatFollowsTheHead) {
+TEST(RequestHeadReader, LeavesTheBytesAfterTheHead) {
   std::string buffer = "GET / HTTP/1.1\r\nHost: h\r\n\r\nGET /next";
   EXPECT_TRUE(std::holds_alternative<RequestHead>(read_head(buffer)));
   EXPECT_EQ(buffer, "GET /next");
@@ -73,8 +73,8 @@ TEST(RequestHeadReader, TakesAHeadThatArrivesByteByByte) {
   EXPECT_EQ(buffer, "");
 }
 
-/// A head with two mistakes was refused for the later one if it arrived at once, and for the earlier one if it arrived
-/// in pieces.
+/// Regression: a head with two mistakes was refused for the later one if it arrived at once, and for the earlier one if
+/// it arrived in pieces.
 TEST(RequestHeadReader, RefusesForTheFirstMistakeHoweverTheHeadArrives) {
   const std::string line = "GET / HTTP/1.1\r\n", too_long = "X: " + std::string(head_limit, 'x') + "\r\n";
   std::string many;
@@ -120,7 +120,7 @@ TEST(RequestHeadReader, KnowsWhichConnectionsPersist) {
   }
 }
 
-TEST(RequestHeadReader, KnowsWhoWaitsForContinue) {
+TEST(RequestHeadReader, RecognisesExpectContinueOnlyInHttp11) {
   EXPECT_TRUE(accepted("POST / HTTP/1.1\r\nHost: h\r\nExpect: 100-Continue\r\n\r\n").expects_continue);
   EXPECT_FALSE(accepted("POST / HTTP/1.0\r\nExpect: 100-continue\r\n\r\n").expects_continue);
   EXPECT_FALSE(accepted("POST / HTTP/1.0\r\nExpect: something\r\n\r\n").expects_continue);
@@ -130,12 +130,12 @@ TEST(RequestHeadReader, AcceptsOneLengthWrittenTwice) {
   EXPECT_EQ(accepted("POST / HTTP/1.1\r\nHost: h\r\nContent-Length: 5\r\nContent-Length: 5\r\n\r\n").length, 5u);
 }
 
-TEST(RequestHeadReader, AcceptsLengthsBeyondWhatIsEverRead) {
+TEST(RequestHeadReader, AcceptsLengthsOf64Bits) {
   EXPECT_EQ(accepted("POST / HTTP/1.1\r\nHost: h\r\nContent-Length: 18446744073709551615\r\n\r\n").length,
             18446744073709551615u);
 }
 
-TEST(RequestHeadReader, AcceptsWhatHttp10LeavesOut) {
+TEST(RequestHeadReader, AcceptsAnHttp10HeadWithoutFields) {
   const RequestHead head = accepted("GET /rdm/x HTTP/1.0\r\n\r\n");
   EXPECT_FALSE(head.http11);
   EXPECT_EQ(fields(head), "");
@@ -155,7 +155,7 @@ std::string head_of_fields(std::size_t count) {
   return text + "\r\n";
 }
 
-// Parsing a head of 16 KB with 2,690 names took 10 ms of an I/O thread.
+// Regression: parsing a head of 16 KB with 2,690 names took 10 ms of an I/O thread.
 TEST(RequestHeadReader, CountsItsFields) {
   HeadReader reader(16384, target_limit);
   std::string most = head_of_fields(200), refused = head_of_fields(201), repeated = "GET / HTTP/1.0\r\n";
@@ -191,7 +191,7 @@ TEST(RequestHeadReader, KnowsAuthorities) {
     EXPECT_FALSE(rdmd::is_authority(text)) << text;
 }
 
-// "Host: a:99999999" was accepted: the value of the port was not checked.
+// Regression: "Host: a:99999999" was accepted: the value of the port was not checked.
 TEST(RequestHeadReader, KnowsPorts) {
   for (const char *text : {"h:0", "h:80", "h:65535", "h:00065535", "[::1]:65535"})
     EXPECT_TRUE(rdmd::is_authority(text)) << text;
@@ -204,7 +204,7 @@ TEST(RequestHeadReader, AcceptsAnEmptyHost) {
   EXPECT_EQ(fields(accepted("GET / HTTP/1.1\r\nHost:\r\n\r\n")), "host=;");
 }
 
-TEST(RequestHeadReader, RefusesWhatIsNotOneClearRequest) {
+TEST(RequestHeadReader, RefusesMalformedAndAmbiguousRequests) {
   constexpr const char *not_http = "This is not an HTTP/1 request.\n";
   constexpr const char *malformed = "The request head is malformed.\n";
   constexpr const char *two_lengths = "The request has two different lengths.\n";

@@ -88,7 +88,7 @@ TEST(AnswerSender, AHeadAloneHasNoBody) {
   EXPECT_EQ(sender.body_sent(), 0);
 }
 
-TEST(AnswerSender, ContinuesWhereTheSocketWasFull) {
+TEST(AnswerSender, ContinuesAfterAFullSocket) {
   const support::TemporaryDirectory directory;
   std::string text;
   for (int i = 0; text.size() < 3'000'000; ++i) text += std::to_string(i) + ' ';
@@ -119,7 +119,7 @@ long temporary_files() {
 }
 
 TEST(AnswerSender, MovesUnsentBytesToFilesForASlowClient) {
-  // For a client that read nothing, up to a megabyte of unsent bytes stayed in memory.
+  // Regression: for a client that read nothing, up to a megabyte of unsent bytes stayed in memory.
   const std::string text(1'000'000, 'x'), other(100'000, 'y');
   SocketPair pair;
   Sender sender = answer("HEAD", bytes(text), bytes("short"), bytes(other));
@@ -152,7 +152,7 @@ TEST(AnswerSender, KeepsUnsentBytesInMemoryIfNoFileCanBeMade) {
   EXPECT_EQ(received, "HEAD" + text);
 }
 
-TEST(AnswerSender, ReadsAndSendsWhatTheKernelDoesNotSendItself) {
+TEST(AnswerSender, ReadsAndSendsIfSendfileFails) {
   const support::TemporaryDirectory directory;
   const std::string text(100'000, 'x');
   SocketPair pair;

@@ -70,7 +70,7 @@ TEST(Service, StoppingSaysWhenAJobDoesNotReturn) {
 }
 
 TEST(Service, AJobThatThrowsCostsItselfAlone) {
-  // bad_alloc in one job ended the server with all its connections.
+  // Regression: bad_alloc in one job ended the server with all its connections.
   ServiceThread service;
   const auto held = std::make_shared<int>();
   std::promise<bool> next;

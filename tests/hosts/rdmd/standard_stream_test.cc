@@ -55,7 +55,7 @@ TEST_F(StandardStreams, LinesGoThroughWhole) {
 }
 
 TEST_F(StandardStreams, WritingNeverBlocksAndDroppedLinesAreReported) {
-  // The service blocked on a full pipe at standard error, where diagnostics go by default.
+  // Regression: the service blocked on a full pipe at standard error, where diagnostics go by default.
   const StandardStream standing_in(stream_, writer_.get());
   const std::string line = std::string(999, 'x') + "\n";
   for (int i = 0; i < 2000; ++i) EXPECT_EQ(std::fputs(line.c_str(), stream_) >= 0, true);
@@ -67,7 +67,7 @@ TEST_F(StandardStreams, WritingNeverBlocksAndDroppedLinesAreReported) {
             "rdmd: write standard error: " + std::to_string(2000 - whole / 1000) + " lines dropped\n");
 }
 
-TEST_F(StandardStreams, DroppedLinesAreReportedToTheOtherLog) {
+TEST_F(StandardStreams, DroppedLinesAreReported) {
   std::atomic<std::size_t> dropped = 0;
   const StandardStream standing_in(stream_, writer_.get(), [&](std::size_t lines) {
     dropped += lines;

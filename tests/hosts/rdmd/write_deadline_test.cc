@@ -64,7 +64,7 @@ TEST(WriteDeadline, AllowsLongerStallsAfterTheFirst) {
 /// at returns a point in time.
 rdmd::io::Clock::time_point at(std::chrono::milliseconds time) { return rdmd::io::Clock::time_point{10h} + time; }
 
-TEST(WriteDeadline, CountsFromTheBeginningOfAnAnswerWhereAllBeforeItIsAcknowledged) {
+TEST(WriteDeadline, RestartsAtAnAnswerIfAllEarlierBytesAreAcknowledged) {
   WriteDeadline deadline(30s);
   deadline.begin(100, 100, at(0s));
   deadline.begin(200, 200, at(50s));
@@ -72,7 +72,8 @@ TEST(WriteDeadline, CountsFromTheBeginningOfAnAnswerWhereAllBeforeItIsAcknowledg
   EXPECT_TRUE(deadline.expired(200, at(110s)));
 }
 
-// A client that read nothing but sent requests stayed as long as the kernel took answers: each restarted the deadline.
+// Regression: a client that read nothing but sent requests stayed as long as the kernel took answers: each restarted
+// the deadline.
 TEST(WriteDeadline, FurtherAnswersGiveNoMoreTimeToAClientThatTakesNothing) {
   WriteDeadline deadline(30s);
   std::int64_t sent = 100;
@@ -81,7 +82,7 @@ TEST(WriteDeadline, FurtherAnswersGiveNoMoreTimeToAClientThatTakesNothing) {
   EXPECT_TRUE(deadline.expired(100, at(60s)));
 }
 
-TEST(WriteDeadline, AnAnswerNotesWhatWasAcknowledgedSinceTheLastCheck) {
+TEST(WriteDeadline, BeginNotesAcknowledgementsSinceTheLastCheck) {
   WriteDeadline deadline(30s);
   deadline.begin(0, 0, at(0s));
   deadline.begin(1, 1000, at(40s));

@@ -46,7 +46,7 @@ TEST_F(Csio, CreatedEmptyInMemory) {
   EXPECT_EQ(io->finished, 0);
 }
 
-TEST_F(Csio, AppendsOneAfterTheOther) {
+TEST_F(Csio, AppendsAtTheEnd) {
   const CsioPtr io = make_csio();
   const std::string binary("two\0\xFF", 5);
   EXPECT_EQ(append(io, "one"), 3);

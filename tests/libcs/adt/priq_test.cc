@@ -71,7 +71,7 @@ TEST_F(PriorityQueue, TheTailStaysWithTheFirstLevelEverMade) {
   EXPECT_EQ(queue->tail, first);
 }
 
-TEST_F(PriorityQueue, GetOfOnePriority) {
+TEST_F(PriorityQueue, GetpriTakesItemsOfOnePriority) {
   cspriq_put(queue, &a, 1);
   cspriq_put(queue, &b, 2);
   cspriq_put(queue, &c, 2);

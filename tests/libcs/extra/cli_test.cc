@@ -127,7 +127,7 @@ TEST_F(CommandRunner, RunsInTheDirectory) {
   }
 }
 
-TEST_F(CommandRunner, RunsInTheCallersDirectoryWhereTheOtherCannotBeEntered) {
+TEST_F(CommandRunner, RunsInTheCallersDirectoryIfChdirFails) {
   char here[4096];
   ASSERT_NE(getcwd(here, sizeof here), nullptr);
   const std::string out = directory.path("out");
@@ -275,7 +275,7 @@ TEST_F(SearchPath, FindsTheFirstDirectoryThatHasTheName) {
   EXPECT_EQ(search("none", path), "none");
 }
 
-TEST_F(SearchPath, PassesOverDirectoriesThatAreNotAndEmptyOnes) {
+TEST_F(SearchPath, SkipsMissingAndEmptyDirectories) {
   EXPECT_EQ(search("sh", "/nonexistent::/bin"), "/bin/sh");
   EXPECT_EQ(search("sh", ":::/bin:"), "/bin/sh");
   EXPECT_EQ(search("sh", "/nonexistent"), "sh");

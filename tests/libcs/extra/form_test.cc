@@ -120,7 +120,7 @@ TEST_F(Form, TakesTheTimeOfItsLength) {
     EXPECT_EQ(pblock_form2pblock(text.data(), count - 1, fields.get()), 0);
     EXPECT_STREQ(host_param_find(std::to_string(count).c_str(), fields.get()), "");
   };
-  EXPECT_TRUE(support::grows_with_its_size(decode_fields, 2000));
+  EXPECT_TRUE(support::grows_linearly(decode_fields, 2000));
 }
 
 TEST_F(Form, ReturnsTheResultOfTheLastAddition) {

@@ -90,7 +90,7 @@ TEST(LocalZoneOffset, IsZeroAtATimeWithoutADate) {
   EXPECT_EQ(ZAN_LocalZoneOffset(), 0);
 }
 
-TEST(LocalZoneOffset, CountsTheDayWhereLocalAndUtcDatesDiffer) {
+TEST(LocalZoneOffset, CountsADayIfLocalAndUtcDatesDiffer) {
   const struct {
     int local_day, local_hour, utc_day, utc_hour, minutes;
   } rows[] = {

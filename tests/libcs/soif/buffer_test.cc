@@ -72,7 +72,7 @@ TEST_F(Buffer, AppendingNothingChangesNothing) {
   EXPECT_EQ(buffer->size, 4);
 }
 
-TEST_F(Buffer, OfSizeZeroOrLessIsSafe) {
+TEST_F(Buffer, IsUsableWithASizeOfZeroOrLess) {
   for (int32_t size : {0, -1, INT32_MIN}) {
     const SoifBufferPtr buffer = make(size);
     EXPECT_EQ(buffer->size, 0);

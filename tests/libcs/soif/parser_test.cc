@@ -348,7 +348,7 @@ TEST_F(ParseString, RefusesAValueThatEndsLaterBehindTheString) {
 }
 
 /// The accept list must not decide whether an object is damaged.
-TEST_F(ParseString, RefusesSuchAValueEvenWhereItIsNotWanted) {
+TEST_F(ParseString, RefusesTooMuchPaddingEvenOfAnUnwantedValue) {
   const auto parse = [](int size) {
     Source source(Kind::string, "@FILE { /a\ntitle{1}:\tx\nbody{" + std::to_string(size) + "}:\tab");
     return source.accept({"title"}).next();
@@ -485,7 +485,7 @@ struct Tape {
   }
 };
 
-TEST_F(ParseFile, IsNotReadWhereAValueIsNotWanted) {
+TEST_F(ParseFile, DoesNotReadUnwantedValues) {
   const std::string body(size_t{1} << 20, '@');
   Tape tape{"@FILE { /a\nbody{1048576}:\t" + body + "\ntitle{1}:\tx\n}\n"};
   const StdioPtr file(

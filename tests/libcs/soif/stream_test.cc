@@ -102,7 +102,7 @@ TEST_F(Streams, OutsideTheTableDoNothing) {
   EXPECT_EQ(open_streams(), 0);
 }
 
-TEST_F(Streams, OfTheOtherKindDoNothing) {
+TEST_F(Streams, ParsingAPrintStreamAndPrintingToAParseStreamDoNothing) {
   const SoifPtr object = make_soif("FILE", "/a");
   SOIFBuffer *buffer = nullptr;
   const int print = soif_print_init_string(&buffer);
@@ -137,7 +137,7 @@ TEST_F(StreamsDeathTest, TheTableIsClearedBeforeItsFirstUseOnly) {
       ::testing::ExitedWithCode(0), "^0 1 2$");
 }
 
-TEST_F(StreamsDeathTest, TheOneTooManyEndsTheProcess) {
+TEST_F(StreamsDeathTest, OpeningMoreThan256StreamsAborts) {
   for (int i = 0; i < 256; ++i) soif_parse_init_string("", 0);
   EXPECT_DEATH(soif_parse_init_string("", 0), "^soif:[0-9]+: assertion failed: a stream slot is free\n$");
   EXPECT_DEATH(soif_parse_init_file(stdin), "^soif:[0-9]+: assertion failed");

@@ -80,7 +80,7 @@ TEST_F(Delivery, AsksItsHostInOrder) {
   EXPECT_EQ(trace.calls(), expected);
 }
 
-TEST_F(Delivery, OfFileAndMemoryTheFileIsSent) {
+TEST_F(Delivery, SendsTheFileRatherThanTheMemory) {
   csio *result = buffer_of("memory");
   csio_dup2file(result);
   ASSERT_EQ(result->flags, 0x11u);
@@ -99,7 +99,7 @@ TEST_F(Delivery, HeaderKeepsFieldsThatAreSet) {
   EXPECT_EQ(x_.responses("content-length"), 1);
 }
 
-TEST_F(Delivery, SendsWithoutAHeaderWhereNoneIsWanted) {
+TEST_F(Delivery, SendsNoHeaderIfNoneIsWanted) {
   EXPECT_EQ(send(buffer_of("answer"), 0), 0);
   EXPECT_EQ(host.sent, "answer");
   EXPECT_EQ(host.responses_started, 0);

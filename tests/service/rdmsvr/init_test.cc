@@ -248,7 +248,7 @@ TEST_F(Initialisation, ALevelIsReadAsANumber) {
   }
 }
 
-TEST_F(Initialisation, LogsToStandardErrorWhereNoFileIsNamed) {
+TEST_F(Initialisation, LogsToStandardErrorByDefault) {
   EXPECT_EQ(init("bindir=/b\ncsid-config=" + csid_file() + "\ncsid-default=c\n"), 0);
   EXPECT_THAT(stderr_, HasSubstr("RDM server is on-line.\n"));
   EXPECT_EQ(variable("QXCS_DEBUG_LOGFILE"), "(unset)");
@@ -388,7 +388,7 @@ TEST_F(Initialisation, LoadsTheSchemaOfTheDefaultCatalog) {
 }
 
 /// A catalog service needs no schema description. Regression: without one, an error named the file "(null)".
-TEST_F(Initialisation, OnlyASchemaThatIsConfiguredIsMissed) {
+TEST_F(Initialisation, ReportsOnlyAConfiguredSchemaAsMissing) {
   const std::string lines = complete();
   EXPECT_EQ(init(lines), 0);
   csid_file("csid=\"c\" schema-description=\"\"\n");
@@ -420,7 +420,7 @@ TEST_F(Initialisation, ContinuesWithoutAReadableRegistry) {
 }
 
 /// A host that starts the service again without running the exits must not leak a descriptor.
-TEST_F(Initialisation, AnotherOneClosesTheTransactionLogOfTheOneBefore) {
+TEST_F(Initialisation, SecondInitClosesTheFirstTransactionLog) {
   const std::string with_log = complete() + "logfile=" + directory_.path("transactions.log") + "\n";
   EXPECT_EQ(init(with_log), 0);
   const host_fd before = logfd;
@@ -435,7 +435,7 @@ TEST_F(Initialisation, AnotherOneClosesTheTransactionLogOfTheOneBefore) {
 }
 
 /// Regression: each start created two sections, which hosts cannot release.
-TEST_F(Initialisation, AnotherOneUsesTheSectionsOfTheOneBefore) {
+TEST_F(Initialisation, SecondInitReusesTheSections) {
   EXPECT_EQ(init(complete()), 0);
   host_crit *const log = rdm_log_crit, *const service = rdm_service_crit;
   const support::Trace trace;
@@ -445,7 +445,7 @@ TEST_F(Initialisation, AnotherOneUsesTheSectionsOfTheOneBefore) {
   EXPECT_THAT(trace.calls(), testing::Not(testing::Contains("crit_create")));
 }
 
-TEST_F(Initialisation, AnotherOneMakesTheSectionThatTheOneBeforeCouldNot) {
+TEST_F(Initialisation, SecondInitCreatesTheMissingSection) {
   static int asked;
   asked = 0;
   qxapi_host host = support::memory_host();

@@ -277,7 +277,7 @@ TEST_F(Intake, ANulEndsAValueOfAHeader) {
   EXPECT_EQ(host.sent, online);
 }
 
-TEST_F(Intake, OfEqualRequestHeadersTheFirstCounts) {
+TEST_F(Intake, TheFirstOfEqualRequestHeadersCounts) {
   const std::string message = header("status-request") + "\nbody";
   const Headers headers = {{"content-length", std::to_string(message.size())},
                            {"content-length", "0"},
@@ -622,7 +622,7 @@ TEST_F(Intake, EveryTypeHasItsUriAndSomeMayUseIncoming) {
   EXPECT_EQ(rdm_validate_uri("/rdm/STATUS-request", RDM_STATUS_REQUEST), 1);
 }
 
-TEST_F(Intake, RefusesATypeOnAUriOfAnother) {
+TEST_F(Intake, RefusesATypeOnTheUriOfAnotherType) {
   EXPECT_EQ(get("/rdm/incoming", "type=status-request"), HOST_DONE);
   EXPECT_EQ(host.sent, online);
   EXPECT_EQ(get("/rdm/incoming", "type=server-description-request"), HOST_DONE);

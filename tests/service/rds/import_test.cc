@@ -316,7 +316,7 @@ TEST_F(Import, ReplacesTheUnclassifiedList) {
   EXPECT_EQ(support::read_file(directory_.path("kept")), "old") << "the new list is a file of its own";
 }
 
-TEST_F(Import, ListsNothingUnclassifiedWhereTheDatabaseHasNoDirectory) {
+TEST_F(Import, ListsNothingUnclassifiedForADatabaseWithoutADirectory) {
   EXPECT_EQ(import("relative"), 0);
   EXPECT_EQ(calls(),
             "-d catalog update\n-d catalog expire\n-d catalog -i "
@@ -415,7 +415,7 @@ TEST_F(Import, PlainPathsAreNoReasonToWarn) {
 
 using ImportDeathTest = Import;
 
-TEST_F(ImportDeathTest, TakesNoOtherMessage) {
+TEST_F(ImportDeathTest, AnRdRequestAborts) {
   EXPECT_DEATH(import("c", RDM_RD_REQUEST), "rds:[0-9]+: assertion failed: state");
 }
 

@@ -312,7 +312,7 @@ TEST_F(Request, AListThatItsMessageCutsIsPaddedOrRefused) {
   }
 }
 
-TEST_F(Request, OfAnEmptyIndexSendsNothing) {
+TEST_F(Request, AnEmptyIndexSendsNothing) {
   catalog_.index({});
   for (const char *scope : {"all", "since 16 Nov 2026"}) {
     EXPECT_EQ(query({{"scope", scope}}), 1);
@@ -320,7 +320,7 @@ TEST_F(Request, OfAnEmptyIndexSendsNothing) {
   }
 }
 
-TEST_F(Request, OfAnIndexOfOneEntryAnswersAllButNeverSince) {
+TEST_F(Request, AnIndexOfOneEntryIsSentForAllButNotForSince) {
   catalog_.index({{1000, 1}});
   EXPECT_EQ(query({{"scope", "all"}}), 1);
   expect_sent({1}, "all");
@@ -399,7 +399,7 @@ TEST_F(Request, MayHaveTheHeaderBeforeItsQuery) {
   expect_sent({1, 2, 3, 4}, "with a header");
 }
 
-TEST_F(Request, InAnotherLanguageIsNotUnderstood) {
+TEST_F(Request, RefusesQueryLanguagesOtherThanGatherer) {
   const std::string refusal = error_header("Unsupported query language.") + "\n\nUnsupported query language.\n";
   const Diagnostics diagnostics;
   EXPECT_EQ(ask("", "sql"), 0);

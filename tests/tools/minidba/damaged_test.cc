@@ -19,8 +19,8 @@ using testing::HasSubstr;
 
 constexpr char hint[] = " (--skip-damaged leaves it out)\n";
 
-/// A bit of a value had flipped. update copied the record, index wrote its new checksum, and verify called the catalog
-/// sound.
+/// Regression: after a bit of a value had flipped, update copied the record, index wrote its new checksum, and verify
+/// called the catalog sound.
 class Damaged : public testing::Test {
  protected:
   Damaged() {
@@ -77,8 +77,8 @@ TEST_F(Damaged, AreNotIndexedUnlessTheyAreAccepted) {
   EXPECT_EQ(catalog_.run({"verify"}).out, "sound: 20 descriptions, 20 index entries\n");
 }
 
-/// An index that was written under a new name had the checksums of damaged records.
-TEST_F(Damaged, AreNotTakenIntoAnIndexOfAnotherNameEither) {
+/// Regression: an index that was written under a new name had the checksums of damaged records.
+TEST_F(Damaged, RecordsAreRefusedByAnIndexOfAnotherName) {
   change("No. 3.", "No. X.");
   const Finished finished = support::run(catalog_.command({"-i", catalog_.path(".idx.next"), "index", "--quiet"}));
   EXPECT_EQ(finished.status, 2);
@@ -145,7 +145,8 @@ TEST_F(Damaged, AreLeftOutWhenThatIsAsked) {
   EXPECT_EQ(catalog_.run({"verify"}).out, "sound: 20 descriptions, 20 index entries\n");
 }
 
-/// A page of records was overwritten with zeros. Only the number of missing records was reported, not which ones.
+/// Regression: after a page of records was overwritten with zeros, only the number of missing records was reported, not
+/// which ones.
 TEST_F(Damaged, RecordsThatAreGoneAreNamedToo) {
   const std::string bytes = support::read_file(catalog_.path());
   const size_t page_size = hashdb::decode(reinterpret_cast<const unsigned char *>(bytes.data())).page_size;
@@ -166,7 +167,7 @@ TEST_F(Damaged, RecordsThatAreGoneAreNamedToo) {
   EXPECT_EQ(named, 21 - static_cast<int>(left.size()));
 }
 
-TEST_F(Damaged, KeepTheirEntriesWhenTheIndexLeavesThemOut) {
+TEST_F(Damaged, RecordsKeepTheirEntriesWithSkipDamaged) {
   const std::string index = support::read_file(catalog_.path(".idx"));
   change("No. 3.", "No. X.");
   const Finished finished = catalog_.run({"index", "--skip-damaged"});
@@ -177,7 +178,7 @@ TEST_F(Damaged, KeepTheirEntriesWhenTheIndexLeavesThemOut) {
   EXPECT_EQ(catalog_.index().status, 2) << "the next index does not take it for a new one";
 }
 
-TEST_F(Damaged, AreFoundWhereTheirTimeOfChangeIsDamaged) {
+TEST_F(Damaged, RecordsWithADamagedTimeOfChangeAreFound) {
   change("01:46:42", "01:46:40");
   change("rd-last-changed{29}:\tSun, 09 Sep 2001 01:46:44", "rd-lost-changed{29}:\tSun, 09 Sep 2001 01:46:44");
   const Finished finished = catalog_.index();
@@ -187,7 +188,7 @@ TEST_F(Damaged, AreFoundWhereTheirTimeOfChangeIsDamaged) {
   EXPECT_THAT(finished.errors, testing::EndsWith(refusal("2 records are")));
 }
 
-/// Of 420 flipped bits, 5 counted as changes because they made a time of change later than all others.
+/// Regression: of 420 flipped bits, 5 counted as changes because they made a time of change later than all others.
 TEST_F(Damaged, AreFoundWhicheverBitOfARecordHasFlipped) {
   const catalog::Catalog catalog(catalog_.path());
   const catalog::KnownRecords known(catalog::read_index(catalog_.path(".idx")), catalog.newest_given());
@@ -207,7 +208,7 @@ TEST_F(Damaged, AreFoundWhicheverBitOfARecordHasFlipped) {
   EXPECT_GT(later, 100) << "bits that only the newest time given tells of";
 }
 
-TEST_F(Damaged, AreFoundWhereATimeOfChangeIsLaterThanAnyThatWasGiven) {
+TEST_F(Damaged, RecordsLaterThanTheNewestChangeAreFound) {
   change("Sun, 09 Sep 2001 01:46:42", "Sun, 09 Sep 2001 05:46:42");
   const std::string fault = this->fault(3, "one bit of it is not as in the index");
   for (const std::vector<std::string> &words :
@@ -221,8 +222,8 @@ TEST_F(Damaged, AreFoundWhereATimeOfChangeIsLaterThanAnyThatWasGiven) {
               HasSubstr("damaged, but written: description 3 (" + url(3) + ")"));
 }
 
-/// A damaged file was copied: inode and times are new, and the URL map does not belong to it.
-TEST_F(Damaged, AreFoundInACopyWhereATimeOfChangeIsTooLate) {
+/// The damaged file is a copy: inode and times are new, and the URL map does not belong to it.
+TEST_F(Damaged, RecordsLaterThanTheNewestChangeAreFoundInACopy) {
   std::string bytes = support::read_file(catalog_.path());
   const std::string time = "Sun, 09 Sep 2001 01:46:42";
   support::write_file(catalog_.path(".copy"),
@@ -233,7 +234,7 @@ TEST_F(Damaged, AreFoundInACopyWhereATimeOfChangeIsTooLate) {
               "minidba: " + fault(3, "one bit of it is not as in the index") + hint);
 }
 
-/// A damaged URL was written to the terminal with its control characters.
+/// Regression: a damaged URL was written to the terminal with its control characters.
 TEST_F(Damaged, AreNamedWithoutControlCharacters) {
   change("http://localhost/3\n", "http://local\x1b[2J/3\n");
   change("http://localhost/5\n", "http://local\x7f\x01st/5\n");
@@ -255,7 +256,7 @@ TEST_F(Damaged, WordsOfTheCommandLineAreNamedWithoutControlCharactersEither) {
 }
 
 /// Another program may write a description with a later time of change.
-TEST_F(Damaged, AreNoneThatAnotherProgramHasGivenALaterTime) {
+TEST_F(Damaged, ALaterTimeFromAnotherProgramIsNoDamage) {
   std::string record = catalog_.records().at("00000003");
   const std::string time = "Sun, 09 Sep 2001 01:46:42 GMT";
   record.replace(record.find(time), time.size(), "Mon, 10 Sep 2001 10:00:00 GMT");
@@ -264,7 +265,7 @@ TEST_F(Damaged, AreNoneThatAnotherProgramHasGivenALaterTime) {
   EXPECT_EQ(catalog_.index().status, 0);
 }
 
-TEST_F(Damaged, AreNoneThatWereChangedAndChangedBack) {
+TEST_F(Damaged, ARecordChangedAndChangedBackIsNotDamaged) {
   const std::string original = rd(url(3), {{"title", "No. 3."}, {"rd-expires", "Fri, 31 Dec 2099 00:00:00 GMT"}});
   EXPECT_EQ(catalog_.update(rd(url(3), {{"title", "Other"}})).status, 0);
   EXPECT_EQ(catalog_.update(original).status, 0);
@@ -272,7 +273,7 @@ TEST_F(Damaged, AreNoneThatWereChangedAndChangedBack) {
   EXPECT_EQ(catalog_.run({"verify"}).status, 0);
 }
 
-TEST_F(Damaged, AreNoneWithoutAnIndexThatTellsOfThem) {
+TEST_F(Damaged, RecordsAreNotDetectedWithoutAReadableIndex) {
   change("No. 3.", "No. X.");
   support::write_file(catalog_.path(".idx"), "no index");
   const std::string note = "minidba: not an index: " + catalog_.path(".idx") + ": records are not compared with it\n";

@@ -30,7 +30,7 @@ class Expire : public testing::Test {
   CatalogFiles catalog_;
 };
 
-TEST_F(Expire, DropsWhatHasPassed) {
+TEST_F(Expire, DropsExpiredDescriptions) {
   const struct {
     const char *url;
     std::string expires;
@@ -59,7 +59,7 @@ TEST_F(Expire, DropsWhatHasPassed) {
   EXPECT_EQ(catalog_.run({"expire"}).out, "0\n");
 }
 
-TEST_F(Expire, WhatWasDroppedComesBackAsNew) {
+TEST_F(Expire, ADroppedDescriptionComesBackUnderANewNumber) {
   catalog_.update(rd("http://localhost/1", {{"title", "One"}}) + rd_until("http://localhost/2", "2 Jan 1999"));
   ASSERT_EQ(catalog_.run({"expire"}).out, "1\n");
   EXPECT_EQ(catalog_.update(rd("http://localhost/2", {{"title", "Two"}})).errors,

@@ -73,7 +73,7 @@ TEST_F(Export, ToAFileReplacesItAsAWhole) {
   EXPECT_THAT(other_.files(), ElementsAre("catalog.db.soif"));
 }
 
-/// A file named "-" appeared in the working directory.
+/// Regression: a file named "-" appeared in the working directory.
 TEST_F(Export, ADashIsStandardOutput) {
   EXPECT_EQ(catalog_.run({"export", "-"}).out, exported());
   EXPECT_EQ(catalog_.run({"salvage", "-"}).out, exported());
@@ -85,7 +85,7 @@ TEST_F(Export, ADashIsStandardOutput) {
   EXPECT_FALSE(support::file_exists("-"));
 }
 
-TEST_F(Export, RefusesWhatItMustNotReplace) {
+TEST_F(Export, RefusesFilesItCannotReplace) {
   const std::string pipe = other_.path(".pipe");
   ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
   EXPECT_EQ(catalog_.run({"export", pipe}).errors, "minidba: not a regular file: " + pipe + "\n");
@@ -141,7 +141,7 @@ TEST_F(Import, RemembersWhichNumbersWereUsedWhenACatalogStaysEmpty) {
   EXPECT_THAT(catalog_.records(), ElementsAre(Key("0000001e")));
 }
 
-TEST_F(Import, NumbersWhatHasNoneAfterAllOthers) {
+TEST_F(Import, UnnumberedDescriptionsGetTheHighestNumbers) {
   const Finished finished =
       catalog_.run({"import"}, export_header("1", "3") + rd("http://localhost/a", {{"title", "A"}}) +
                                    numbered("9", "http://localhost/9") + rd("http://localhost/b", {{"title", "B"}}));
@@ -209,7 +209,7 @@ TEST_F(Import, RefusesMoreDescriptionsThanAnnounced) {
                  "the header announces 1 descriptions and 2 follow");
 }
 
-TEST_F(Import, WithRejectsItTakesWhatIsSound) {
+TEST_F(Import, WithRejectsSoundDescriptionsAreImported) {
   const std::string one = numbered("1", "http://localhost/1"), bad = "@D { http://localhost/2\ntitle{3}:Two\n}\n";
   const Finished finished =
       catalog_.run({"import", "--rejects", catalog_.path(".rejects")}, export_header("3", "2") + one + bad);

@@ -48,7 +48,7 @@ TEST_F(FileNames, NoneIsThatOfAFileThatBelongsToTheDatabase) {
   expect_refused({"export", index + ".new"}, "new index and export are the same file: " + index + ".new");
 }
 
-TEST_F(FileNames, AreComparedByWhereTheyLead) {
+TEST_F(FileNames, AreComparedAfterResolution) {
   const std::string other = catalog_.directory() + "/./catalog.db.new";
   expect_refused({"export", other}, "new database and export are the same file: " + other);
   expect_refused({"export", catalog_.directory() + "/./catalog.db"},
@@ -71,7 +71,7 @@ TEST_F(LinkedDatabase, StandsForTheFileItself) {
   EXPECT_EQ(support::run(catalog_.command({"verify"})).out, "sound: 2 descriptions, no index\n");
 }
 
-TEST_F(LinkedDatabase, HasItsIndexWhereItIsNamed) {
+TEST_F(LinkedDatabase, HasItsIndexNextToTheLink) {
   EXPECT_EQ(links_.index().out, "1\n");
   EXPECT_THAT(links_.files(), ElementsAre("catalog.db", "catalog.db.idx"));
   std::filesystem::rename(links_.path(".idx"), catalog_.path(".idx"));

@@ -42,7 +42,7 @@ TEST_F(Get, AUrlMayLookLikeANumber) {
   EXPECT_EQ(catalog_.run({"get", "77"}).out, rd("77", {{"title", "Seventy-seven"}}));
 }
 
-TEST_F(Get, NamesWhatIsNotThereAndPrintsTheRest) {
+TEST_F(Get, ReportsMissingDescriptionsAndPrintsTheRest) {
   const Finished absent = catalog_.run({"get", "2", "1", "http://localhost/2", "0", "4294967297"});
   EXPECT_EQ(absent.status, 1);
   EXPECT_EQ(absent.out, one_);

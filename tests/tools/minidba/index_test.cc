@@ -62,7 +62,7 @@ TEST_F(Index, IsReplacedAsAWhole) {
   EXPECT_NE(before.st_ino, after.st_ino) << "a reader keeps the old file";
 }
 
-TEST_F(Index, OfAKeyThatIsNotANumberIsRefused) {
+TEST_F(Index, ARecordWithANonNumericKeyIsRefused) {
   catalog_.update(rd("http://localhost/1", {{"title", "One"}}));
   catalog_.index();
   const std::string before = support::read_file(catalog_.path(".idx"));

@@ -31,7 +31,7 @@ TEST_F(List, PrintsRecordsByNumber) {
   EXPECT_EQ(finished.errors, "");
 }
 
-TEST_F(List, OnlyWhatHasChangedSinceATime) {
+TEST_F(List, PrintsOnlyDescriptionsChangedSinceATime) {
   const struct {
     const char *since;
     std::string out;

@@ -45,7 +45,7 @@ class Messages : public testing::Test {
   const std::string database_ = catalog_.path(), map_ = catalog_.path(".url"), rejects_ = catalog_.path(".rejects");
 };
 
-TEST_F(Messages, BeforeTheDatabaseIsReplacedNothingIsChanged) {
+TEST_F(Messages, AFailureBeforeTheReplacementChangesNothing) {
   expect_failure({"rename", 1, EIO}, {"update"}, "cannot replace " + database_ + ": Input/output error", two);
   expect_failure({"sync", 1, EIO}, {"update"}, "fsync " + database_ + ".new: Input/output error", two);
   expect_failure({"sync", 2, EIO}, {"update"}, "fsync " + map_ + ".new: Input/output error", two);
@@ -69,7 +69,7 @@ TEST_F(Messages, ADatabaseThatIsReplacedWithoutItsMapIsSaidToBe) {
   EXPECT_THAT(catalog_.run({"stats"}).status, 0);
 }
 
-TEST_F(Messages, ObjectsThatAreNotKeptAlthoughTheOthersWereTakenInAreSaidToBe) {
+TEST_F(Messages, AFailureToWriteRejectsIsReportedAfterTheUpdate) {
   expect_failure({"rename", 3, EIO}, {"update", "--rejects", rejects_},
                  "the descriptions were taken in, but cannot replace " + rejects_ + ": Input/output error",
                  two + malformed);

@@ -53,7 +53,7 @@ TEST_F(ProgressLine, TellsTheTimeLeftWhenTheTotalIsKnown) {
   EXPECT_EQ(shown(), "\rminidba: reading: 50000 records, 500.0 MB, 5.0 MB/s\x1b[K") << "there was more than expected";
 }
 
-TEST_F(ProgressLine, LeavesOutRecordsWhereThereAreNone) {
+TEST_F(ProgressLine, OmitsACountOfZeroRecords) {
   const auto screen = console();
   Progress progress(screen, "reading the input", 0, clock());
   now_ += 2;
@@ -74,7 +74,7 @@ TEST_F(ProgressLine, IsRenewedFiveTimesASecondAtMost) {
   EXPECT_NE(shown(), "");
 }
 
-TEST_F(ProgressLine, IsTakenAwayForOtherTextAndAtTheEnd) {
+TEST_F(ProgressLine, IsClearedForOtherTextAndAtTheEnd) {
   const auto screen = console();
   {
     Progress progress(screen, "reading", 0, clock());

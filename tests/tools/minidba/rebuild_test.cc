@@ -77,9 +77,9 @@ TEST_F(Rebuild, KeepsInMindWhichNumbersWereUsed) {
   EXPECT_THAT(catalog_.records(), ElementsAre(Key("00000001"), Key("00000003")));
 }
 
-/// A catalog with two descriptions of one URL could not be repaired: rebuild kept both, and verify reported the fault
-/// again.
-TEST_F(Rebuild, OfAUrlStoredTwiceTheNewerIsKept) {
+/// Regression: a catalog with two descriptions of one URL could not be repaired: rebuild kept both, and verify reported
+/// the fault again.
+TEST_F(Rebuild, KeepsTheNewerOfTwoDescriptionsOfOneUrl) {
   const std::string url = "http://localhost/1";
   const std::string older = "Thu, 01 Jan 2015 00:00:00 GMT", newer = "Fri, 01 Jan 2016 00:00:00 GMT";
   catalog_.put("00000003", rd(url, {{"rd-last-changed", newer}, {"title", "Three"}}));
@@ -103,7 +103,7 @@ TEST_F(Rebuild, OfAUrlStoredTwiceTheNewerIsKept) {
   EXPECT_EQ(catalog_.run({"get", url}).out, rd(url, {{"rd-last-changed", newer}, {"title", "Three"}}));
 }
 
-TEST_F(Rebuild, OfTwoWithTheSameTimeTheHigherIsNewer) {
+TEST_F(Rebuild, KeepsTheHighestNumberOfDuplicatesWithEqualTimes) {
   for (const char *number : {"00000003", "00000009", "00000007"})
     catalog_.put(number, rd("http://localhost/1", {{"title", number}}));
   EXPECT_EQ(catalog_.run({"rebuild", "--json"}).out,

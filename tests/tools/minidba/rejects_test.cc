@@ -91,7 +91,7 @@ TEST_F(UpdateRejects, AFileThatCannotBeWrittenChangesNothing) {
   }
 }
 
-TEST_F(UpdateRejects, ADryRunNamesThemOnly) {
+TEST_F(UpdateRejects, ADryRunReportsRejectsAndWritesNone) {
   const Finished finished = catalog_.run({"update", "--dry-run", "--rejects", file_}, sound(1) + "@\n");
   EXPECT_EQ(finished.status, 1);
   EXPECT_EQ(finished.out, "1\n");
@@ -101,7 +101,7 @@ TEST_F(UpdateRejects, ADryRunNamesThemOnly) {
   EXPECT_TRUE(catalog_.files().empty());
 }
 
-TEST_F(UpdateRejects, QuietStillNamesThem) {
+TEST_F(UpdateRejects, QuietStillReportsRejects) {
   const Finished finished = catalog_.run({"update", "--quiet"}, sound(1) + "@\n");
   EXPECT_EQ(finished.out, "1\n");
   EXPECT_THAT(finished.errors, HasSubstr("object 2 at byte "));
@@ -162,7 +162,7 @@ std::string damaged(int number, std::mt19937 &random) {
   }
 }
 
-TEST_F(UpdateRejects, SizesAreNotTrustedWithTime) {
+TEST_F(UpdateRejects, HugeByteCountsDoNotSlowTheUpdate) {
   // The count of each object reaches beyond the end of the stream; reading so many bytes for each would take minutes.
   std::string stream;
   constexpr int count = 20000;
@@ -174,7 +174,7 @@ TEST_F(UpdateRejects, SizesAreNotTrustedWithTime) {
   EXPECT_TRUE(rejects() == stream);
 }
 
-TEST_F(UpdateRejects, OfASubmissionWithDamagedObjectsOnlyThoseAreLost) {
+TEST_F(UpdateRejects, OnlyDamagedObjectsAreRejected) {
   std::mt19937 random(11);
   std::string stream;
   std::vector<std::string> bad;

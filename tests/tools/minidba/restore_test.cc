@@ -69,7 +69,7 @@ class Restore : public testing::Test {
   std::map<std::string, std::string> records_;
 };
 
-TEST_F(Restore, OfASoundCatalogGivesNoNumberAgain) {
+TEST_F(Restore, ReplacingASoundCatalogReusesNoNumber) {
   EXPECT_EQ(restore(), "minidba: 200 imported, 0 numbered anew, 0 rejected\n");
   EXPECT_EQ(next_number(), key_of(backed_up + 3));
 }
@@ -107,7 +107,7 @@ INSTANTIATE_TEST_SUITE_P(
                                backed_up + 1}),
     [](const testing::TestParamInfo<DamagedRow> &row) { return row.param.name; });
 
-TEST_F(Restore, OfADatabaseWithoutTrailersGoesByTheNumbersThatCanBeRead) {
+TEST_F(Restore, WithoutTrailersContinuesAfterTheReadableNumbers) {
   damage("", 264, 72);
   damage(".url", 0, 4096);
   restore();
@@ -131,7 +131,7 @@ TEST_F(Restore, ADamagedDatabaseIsNotReplacedUnasked) {
   EXPECT_TRUE(support::read_file(catalog_.path()) == before);
 }
 
-TEST_F(Restore, OfACopiedFileIsByRenameUnderTheLock) {
+TEST_F(Restore, ACopyCanBeRenamedIntoPlaceUnderTheLock) {
   const CatalogFiles copies;
   ASSERT_EQ(copies.run({"import"}, backup_).status, 0);
   damage("", 0, 64);

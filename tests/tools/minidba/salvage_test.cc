@@ -54,22 +54,22 @@ class Salvage : public testing::Test {
   std::string bytes_, exported_;
 };
 
-TEST_F(Salvage, OfASoundCatalogIsTheSameAsAnExport) {
+TEST_F(Salvage, OutputOfASoundCatalogEqualsAnExport) {
   EXPECT_TRUE(salvaged(0, summary(99, 0, 0, 0)) == exported_) << "what was deleted stays so";
 }
 
-TEST_F(Salvage, OfADamagedHeaderGoesByThePages) {
+TEST_F(Salvage, ADamagedHeaderIsGuessedFromThePages) {
   spoil(0, hashdb::header_size);
   const std::string errors = "minidba: the header is damaged: it was guessed from the pages\n";
   EXPECT_TRUE(salvaged(1, errors) == exported_) << "the record that is longer than a page too";
 }
 
-TEST_F(Salvage, OfADamagedFirstPageKeepsEveryRecordAndItsNumber) {
+TEST_F(Salvage, ADamagedFirstPageLosesNoRecordAndNoNumber) {
   spoil(0, 4096);
   EXPECT_TRUE(salvaged(1, summary(99, 0, 0, 0)) == exported_) << "the URL map knows the next number";
 }
 
-TEST_F(Salvage, OfDamagedSlotsFindsTheRecordsBetween) {
+TEST_F(Salvage, FindsRecordsOnPagesWithDamagedSlots) {
   for (size_t page = 1; page < bytes_.size() / page_size(); ++page) spoil(page * page_size(), 8);
   const Finished finished = catalog_.run({"salvage"});
   EXPECT_EQ(finished.status, 1);
@@ -78,7 +78,7 @@ TEST_F(Salvage, OfDamagedSlotsFindsTheRecordsBetween) {
   EXPECT_THAT(finished.errors, HasSubstr(" could not be read\n"));
 }
 
-TEST_F(Salvage, OfAFileThatWasCutSaysWhatIsLost) {
+TEST_F(Salvage, ReportsTheLostDescriptionsOfATruncatedFile) {
   ASSERT_EQ(::truncate(catalog_.path().c_str(), static_cast<off_t>(bytes_.size() * 2 / 3)), 0);
   const Finished finished = catalog_.run({"salvage"});
   EXPECT_EQ(finished.status, 1);
@@ -94,8 +94,9 @@ TEST_F(Salvage, OfAFileThatWasCutSaysWhatIsLost) {
   EXPECT_EQ(support::run(restored.command({"verify"})).status, 0);
 }
 
-/// Without URL map and index, lost records have no names. A salvage of half a database reported "0 lost", status 0.
-TEST_F(Salvage, WithoutOtherFilesCountsWhatIsLost) {
+/// Without URL map and index, lost records have no names. Regression: a salvage of half a database reported "0 lost",
+/// status 0.
+TEST_F(Salvage, CountsLostRecordsWithoutMapAndIndex) {
   const Finished whole = catalog_.run({"salvage"});
   for (const char *suffix : {".url", ".idx"}) ASSERT_EQ(::unlink(catalog_.path(suffix).c_str()), 0);
   EXPECT_TRUE(salvaged(0, summary(99, 0, 0, 0)) == whole.out);
@@ -127,7 +128,8 @@ TEST_F(Salvage, ARecordThatContradictsTheIndexIsWrittenAndNamed) {
   EXPECT_NE(text, exported_);
 }
 
-/// Behind a damaged byte count, the parser finds an attribute with a strange name. import refused a stream with it.
+/// After a damaged byte count, the parser finds an attribute with a strange name. Regression: import refused a stream
+/// with it.
 TEST_F(Salvage, ARecordThatNoImportWouldTakeIsLost) {
   const size_t record = bytes_.find("@DOCUMENT { " + url(7) + "\n");
   spoil(bytes_.find("body{1500}", record) + 6, 1, '4');
@@ -136,7 +138,7 @@ TEST_F(Salvage, ARecordThatNoImportWouldTakeIsLost) {
   EXPECT_EQ(restored.run({"import"}, text).out, "98\n");
 }
 
-TEST_F(Salvage, OfPagesThatFormALoopComesToAnEnd) {
+TEST_F(Salvage, TerminatesIfPagesFormALoop) {
   const auto header = hashdb::decode(reinterpret_cast<const unsigned char *>(bytes_.data()));
   for (uint64_t page = 1; page < bytes_.size() / page_size(); ++page) {
     uint16_t slots = 0;
@@ -155,7 +157,7 @@ TEST_F(Salvage, ToAFile) {
   EXPECT_TRUE(support::read_file(catalog_.path(".soif")) == exported_);
 }
 
-TEST_F(Salvage, OfNothingFailsAndWritesNothing) {
+TEST_F(Salvage, FailsAndWritesNothingIfNoDescriptionIsReadable) {
   for (const char *text : {"", "hello", "@DOCUMENT { http://localhost/1\n"}) {
     support::write_file(catalog_.path(), text);
     const Finished finished = catalog_.run({"salvage", catalog_.path(".soif")});

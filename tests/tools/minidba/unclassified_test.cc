@@ -30,7 +30,7 @@ TEST_F(Unclassified, ListsUrlsInTheOrderOfTheIndex) {
             "[\n\"http://localhost/similar\",\n\"http://localhost/early\",\n\"http://localhost/late\"\n]\n");
 }
 
-TEST_F(Unclassified, WhatTheIndexHasAndTheDatabaseHasNotIsPassedOver) {
+TEST_F(Unclassified, SkipsIndexEntriesWithoutARecord) {
   catalog_.put("00000001", rd("http://localhost/1", {{"title", "One"}}));
   catalog_.put("00000002", rd("http://localhost/2", {{"title", "Two"}}));
   ASSERT_EQ(catalog_.index().out, "2\n");

@@ -56,7 +56,7 @@ TEST_F(Update, CountsNewChangedAndUnchangedDescriptions) {
   }
 }
 
-TEST_F(Update, OfUnchangedDescriptionsWritesNothing) {
+TEST_F(Update, WritesNothingIfAllDescriptionsAreUnchanged) {
   catalog_.update(one + two);
   const auto before = catalog_.records();
   struct stat old_status, new_status;
@@ -143,8 +143,8 @@ TEST_F(Update, HoldsRecordsOfEverySizeUpToAMebibyte) {
   }
 }
 
-// Another program added a record under the next number. The trailer of the database does not tell that it is used.
-TEST_F(Update, ANumberThatAnotherProgramGaveIsNotGivenAgain) {
+// Another program adds a record under the next number; the trailer of the database does not count it.
+TEST_F(Update, ANumberUsedByAnotherProgramIsNotReused) {
   catalog_.update(one);
   const std::string foreign = rd("http://localhost/2", {{"title", "Foreign"}});
   catalog_.put("00000002", foreign);

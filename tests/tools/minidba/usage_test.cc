@@ -32,7 +32,7 @@ class Usage : public testing::Test {
   CatalogFiles catalog_;
 };
 
-TEST_F(Usage, SaysWhatIsMissingOrUnknown) {
+TEST_F(Usage, ReportsMissingAndUnknownArguments) {
   const std::string db = catalog_.path();
   const std::string see = "; see \"minidba --help\"", see_update = "; see \"minidba update --help\"";
   expect_failure({}, "a verb is required: " + verbs + see);
@@ -56,7 +56,7 @@ TEST_F(Usage, SaysWhatIsMissingOrUnknown) {
   EXPECT_TRUE(catalog_.files().empty());
 }
 
-TEST_F(Usage, AsksWhatAMistypedWordMeans) {
+TEST_F(Usage, SuggestsCorrectionsOfMistypedWords) {
   const std::string db = catalog_.path();
   expect_failure({"updtae"}, "unknown verb \"updtae\" (did you mean \"update\"?); see \"minidba --help\"");
   expect_failure({"help", "exprot"}, "unknown verb \"exprot\" (did you mean \"export\"?); see \"minidba --help\"");
@@ -68,7 +68,8 @@ TEST_F(Usage, AsksWhatAMistypedWordMeans) {
                  "option \"--wait\" must follow the verb; see \"minidba expire --help\"");
 }
 
-// Without DAY, `list --since "$DAY"` listed all; without FILE, `update --rejects "$FILE"` kept no rejected object.
+// Regression: without DAY, `list --since "$DAY"` listed all; without FILE, `update --rejects "$FILE"` kept no rejected
+// object.
 TEST_F(Usage, AnOptionThatIsGivenIsNotEmpty) {
   catalog_.make_empty();
   const std::string db = catalog_.path();

@@ -14,7 +14,7 @@ namespace rdm {
 
 namespace {
 
-/// file_of returns a file with the input. If it cannot be read twice, its offset is 1, behind an additional byte.
+/// file_of returns a file with the input. If `can_be_read_twice` is false, the offset is 1, after an additional byte.
 HostFileGuard file_of(const std::string &input, bool can_be_read_twice) {
   HostFileGuard file(::memfd_create("input", MFD_CLOEXEC));
   const std::string bytes = can_be_read_twice ? input : "@" + input;

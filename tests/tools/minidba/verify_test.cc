@@ -99,7 +99,7 @@ TEST_F(Verify, ACatalogJustMadeIsSound) {
   EXPECT_EQ(catalog_.run_read_only({"verify"}).out, "sound: 3 descriptions, 3 index entries\n");
 }
 
-TEST_F(Verify, SaysWhatThereWasNotToCheck) {
+TEST_F(Verify, ReportsAMissingIndexAndUrlMap) {
   unlink(catalog_.path(".idx").c_str());
   unlink(catalog_.path(".url").c_str());
   const Finished finished = support::run(catalog_.command({"verify"}));
@@ -113,7 +113,7 @@ TEST_F(Verify, FindsTheIndexBesideTheDatabase) {
             "minidba: cannot read " + catalog_.path(".index") + ": No such file or directory\n");
 }
 
-TEST_F(Verify, FindsWhatIsWrongWithTheIndex) {
+TEST_F(Verify, ReportsFaultsOfTheIndex) {
   const std::string one = entry(1), two = entry(2), three = entry(3), path = catalog_.path(".idx");
   std::string four = one, other_time = two, other_reserved = two;
   four[11] = 4;
@@ -140,8 +140,9 @@ TEST_F(Verify, FindsWhatIsWrongWithTheIndex) {
   expect_faults({"not as long as its 1 entries: " + path});
 }
 
-/// Size, checksum and time of an entry tell a damaged record from a changed one. verify had one message for both.
-TEST_F(Verify, TellsADamagedRecordFromOneThatWasChanged) {
+/// Size, checksum and time of an entry tell a damaged record from a changed one. Regression: verify had one message for
+/// both.
+TEST_F(Verify, TellsDamagedRecordsFromChangedRecords) {
   const std::string one = entry(1), two = entry(2), three = entry(3);
   std::string other_size = two, other_checksum = two, earlier = two, later = two;
   const std::string damaged = "damaged record 2 (http://localhost/2) in " + catalog_.path() + ": its ";
@@ -180,7 +181,7 @@ TEST_F(Verify, AnIndexThatIsOlderThanTheDatabaseIsNoFault) {
 }
 
 /// An import replaces records without a later time of change: the old index does not belong to them.
-TEST_F(Verify, AnIndexOfTheCatalogBeforeAnImportIsNoFault) {
+TEST_F(Verify, AnIndexFromBeforeAnImportIsNoFault) {
   std::string exported = catalog_.run({"export"}).out;
   exported.replace(exported.find("title{1}:\t2"), 11, "title{1}:\tX");
   ASSERT_EQ(catalog_.run({"import", "--replace"}, exported).status, 0);
@@ -192,8 +193,8 @@ TEST_F(Verify, AnIndexOfTheCatalogBeforeAnImportIsNoFault) {
   expect_sound("3 descriptions, 3 index entries");
 }
 
-// If the hash library replaces a record in front of a long one, it does not count it. Such a catalog could not be read
-// any more: "records are missing", 2 of 1.
+// If the hash library replaces a record in front of a long one, it does not count it. Regression: such a catalog could
+// not be read any more: "records are missing", 2 of 1.
 TEST_F(Verify, ARecordThatTheLibraryDidNotCountIsNoFault) {
   const CatalogFiles catalog;
   catalog.run({"import"}, export_header("6", "2") +
@@ -249,7 +250,7 @@ TEST_F(Verify, FindsDamageInTheUrlMap) {
   EXPECT_THAT(finished.errors, HasSubstr(" leads to nothing: http://localhost/"));
 }
 
-TEST_F(Verify, FindsWhatIsWrongWithTheUrlMap) {
+TEST_F(Verify, ReportsFaultsOfTheUrlMap) {
   remap("http://localhost/9", "00000009");
   expect_faults({"the URL map has description 9, which is not there: http://localhost/9"});
   remap("http://localhost/9", "");
@@ -260,7 +261,8 @@ TEST_F(Verify, FindsWhatIsWrongWithTheUrlMap) {
   expect_faults({"the URL of description 3 leads to nothing: http://localhost/3"});
 }
 
-/// With a map that had the number of another URL, an update replaced, and a deletion erased, the other description.
+/// Regression: with a map that had the number of another URL, an update replaced, and a deletion erased, the other
+/// description.
 TEST_F(Verify, WritersDoNotBelieveAMapThatLeadsElsewhere) {
   const auto before = catalog_.records();
   const std::string failure = "minidba: damaged record http://localhost/3 in " + catalog_.path(".url") + "\n";
@@ -303,7 +305,7 @@ TEST_F(Verify, FindsPagesThatAreMarkedWrongly) {
   }
 }
 
-TEST_F(Verify, FindsDamagedPagesAndWhatTheyHide) {
+TEST_F(Verify, ReportsDamagedPagesAndTheDescriptionsTheyHide) {
   const CatalogFiles catalog;
   std::string stream;
   for (int i = 0; i < 200; ++i)
@@ -333,7 +335,7 @@ void change_bytes(const std::string &path, const std::string &from, const std::s
   support::write_file(path, bytes.replace(at, from.size(), to));
 }
 
-TEST_F(Verify, FindsARecordInAnothersBucket) {
+TEST_F(Verify, FindsARecordInTheWrongBucket) {
   change_bytes(catalog_.path(), "00000003", "00000004");
   EXPECT_THAT(catalog_.run({"verify"}).errors, HasSubstr("minidba: description 4 is not found by its key\n"));
 }

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 /// Empty, foreign or truncated input changes no file of the catalog: not its bytes, times or inode.
 ///
-/// `minidba import --replace </dev/null` emptied a catalog and reported success, and so did an import behind an export
-/// that had failed.
+/// Regression: `minidba import --replace </dev/null` emptied a catalog and reported success, and so did an import from
+/// an export that had failed.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -158,7 +158,7 @@ TEST_F(WrongInput, AnImportOfNothingIsRefusedUnlessAllowed) {
 }
 
 // A catalog that cannot be read may hold descriptions: salvage may find them.
-TEST_F(WrongInput, ACatalogThatCannotBeReadCountsAsOneWithDescriptions) {
+TEST_F(WrongInput, AnUnreadableCatalogCountsAsNotEmpty) {
   for (const std::string &bytes : {std::string(), std::string("damaged"), std::string(100'000, 'x')}) {
     support::write_file(catalog_.path(), bytes);
     expect_refused({"import", "--replace"}, export_header("9", "0"),

@@ -108,7 +108,8 @@ TEST_F(Import, ADeleteResponseIsRefusedWithoutTheOption) {
   EXPECT_EQ(support::read_file(service_.path("unclassified")), "http://localhost/1\n");
 }
 
-// Empty lines or a byte order mark in front hid the header, and an rd-delete-response was imported as an update.
+// Regression: empty lines or a byte order mark in front hid the header, and an rd-delete-response was imported as an
+// update.
 TEST_F(Import, ADeleteResponseIsRecognisedBehindEmptyLinesAndAByteOrderMark) {
   for (const std::string &front : {std::string("\n\n"), std::string("\xEF\xBB\xBF"), std::string(100, '\n')}) {
     const Finished finished = service_.import({"-"}, front + delete_header + book(2));
@@ -144,7 +145,7 @@ TEST_F(Import, RemovesOnlyTemporaryDirectoriesThatAnImportHasMade) {
   std::filesystem::remove_all(directory / "rdmctl-backup");
 }
 
-TEST_F(Import, ADeleteResponseDeletesWhatItsObjectsOrLinesName) {
+TEST_F(Import, ADeleteResponseDeletesTheUrlsOfItsObjectsOrLines) {
   const std::pair<std::string, std::string> bodies[] = {{"objects", book(1) + book(3)},
                                                         {"lines", "http://localhost/1\r\n\n  http://localhost/3\n"}};
   for (const auto &[what, body] : bodies) {
@@ -175,7 +176,7 @@ TEST_F(Import, SaysThatItReadsFromTheTerminal) {
               testing::StartsWith("rdmctl: import reads from the terminal; Ctrl-D at the start of a line ends it\n"));
 }
 
-TEST_F(Import, ADeletionOfWhatIsNotThereIsIncomplete) {
+TEST_F(Import, DeletingAMissingDescriptionIsIncomplete) {
   service_.import({"-"}, book(1));
   const Finished finished = service_.import({"--delete", "-"}, delete_header + book(1) + book(2));
   EXPECT_EQ(finished.status, 1);
@@ -184,7 +185,7 @@ TEST_F(Import, ADeletionOfWhatIsNotThereIsIncomplete) {
             "rdmctl: no description http://localhost/2\nrdmctl: -: 1 of 2 descriptions were deleted\n");
 }
 
-TEST_F(Import, WithDeleteAFileSaysByItsHeaderWhatItIs) {
+TEST_F(Import, DeleteRequiresAnRdmHeader) {
   const std::string submission = service_.write("submission", book(1));
   const Finished finished = service_.import({"--delete", submission});
   EXPECT_EQ(finished.status, 2);
@@ -234,7 +235,7 @@ TEST_F(Interrupted, SaysThatTheCatalogHasChanged) {
       EndsWith("rdmctl: interrupted by SIGTERM: the catalog has changed, and its index has not: import again\n"));
 }
 
-// Root's import gave the server's diagnostic log to "nobody": the server could no longer write it.
+// Regression: root's import gave the server's diagnostic log to "nobody": the server could no longer write it.
 TEST_F(Import, AsRootItBecomesTheOwnerOfTheLogsAndElseStaysTheCaller) {
   constexpr uid_t daemon = 1;
   const std::string log = service_.write("debug.log", "");
@@ -295,7 +296,7 @@ TEST_F(Import, ADamagedOrEmptySubmissionIsIncomplete) {
   }
 }
 
-TEST_F(Import, OneIncompleteFileDoesNotHinderTheOthers) {
+TEST_F(Import, AnIncompleteFileDoesNotStopTheOtherFiles) {
   const Finished finished = service_.import({service_.write("one", damaged), service_.write("two", book(2))});
   EXPECT_EQ(finished.status, 1);
   EXPECT_EQ(finished.out, "Accepted 0 RDs from Unknown-Source\nAccepted 1 RDs from Unknown-Source\n");
@@ -331,7 +332,8 @@ TEST_F(Import, TheNumberThatMinidbaPrintsDecides) {
   }
 }
 
-// The answer tells only about the update. Accepted descriptions could not be found, and rdmctl reported success.
+// The answer tells only about the update. Regression: accepted descriptions could not be found, and rdmctl reported
+// success.
 TEST_F(Import, ACommandThatFailsAfterTheUpdateIsNoticed) {
   const std::string expired = "@FILE { http://localhost/old\nrd-expires{29}:\tThu, 01 Jan 1998 00:00:00 GMT\n}\n";
   const std::pair<std::string, std::string> rows[] = {
@@ -371,7 +373,7 @@ TEST_F(Import, ASubmissionOfManyBlocksIsReadToItsEnd) {
   EXPECT_EQ(service_.import({"-"}, submission).out, "Accepted 200 RDs from Unknown-Source\n");
 }
 
-TEST_F(Import, SaysWhatCannotBeRead) {
+TEST_F(Import, ReportsUnreadableInputsAndUnusableServices) {
   const auto failed = [&](const Finished &finished, const std::string &reason) {
     EXPECT_EQ(finished.status, 2);
     EXPECT_EQ(finished.out, "");

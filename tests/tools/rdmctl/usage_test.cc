@@ -16,7 +16,7 @@ Finished run(std::vector<std::string> words) {
   return support::run(words);
 }
 
-TEST(Usage, SaysWhatIsMissingOrUnknown) {
+TEST(Usage, ReportsMissingAndUnknownArguments) {
   const std::pair<std::vector<std::string>, std::string> cases[] = {
       {{}, "a verb is required: one of import; see \"rdmctl --help\""},
       {{"explode"}, "unknown verb \"explode\": not one of import; see \"rdmctl --help\""},
