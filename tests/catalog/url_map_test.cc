@@ -73,7 +73,7 @@ TEST_F(DamagedUrlMap, MakesNoDescriptionCountAsNew) {
   expect_sound();
 }
 
-TEST_F(DamagedUrlMap, IsMendedByEveryWriterWhicheverBitHasFlipped) {
+TEST_F(DamagedUrlMap, EveryWriterMendsAnyFlippedBit) {
   const std::string input = rd(url(7), {{"title", "Other"}});
   for (size_t at = 0; at < 8 * sound_.size(); at += at < 8 * 512 ? 61 : 1511) {
     SCOPED_TRACE("bit " + std::to_string(at));
@@ -129,7 +129,7 @@ TEST_F(DamagedUrlMap, AMapWithoutAChecksumIsReadableAndTheNextWriterAddsIt) {
   expect_sound();
 }
 
-TEST_F(DamagedUrlMap, WithoutAChecksumIsNotBelievedByAWriter) {
+TEST_F(DamagedUrlMap, AWriterMendsADamagedMapWithoutAChecksum) {
   write_as_an_earlier_version();
   flip(offset_of(7) + 3, 2);
   EXPECT_EQ(run({"update"}, description(7)).errors, "minidba: 0 new, 0 changed, 1 unchanged, 0 rejected\n");

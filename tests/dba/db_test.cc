@@ -142,7 +142,7 @@ TEST_F(Opening, ExclusiveCreationRefusesAnExistingFile) {
   EXPECT_EQ(errno, EEXIST);
 }
 
-TEST_F(Opening, WithoutCreateThereMustBeAFile) {
+TEST_F(Opening, RequiresAFileWithoutCreate) {
   for (const int flags : {O_RDONLY, O_RDWR}) {
     EXPECT_EQ(open(flags), nullptr);
     EXPECT_EQ(errno, ENOENT);

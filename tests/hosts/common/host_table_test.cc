@@ -337,7 +337,7 @@ TEST_F(HostTable, ALogOfThePluginNeverBlocksOnAPipeWithoutAReader) {
                                                 start + std::to_string(dropped - 1) + " lines dropped"}));
 }
 
-TEST_F(HostTable, ALogThatThereIsNoMemoryForIsNotOpened) {
+TEST_F(HostTable, ALogIsNotOpenedIfAllocationFails) {
   const support::TemporaryDirectory directory;
   const std::string path = directory.path("log");
   const long before = hosts::resource_failures();

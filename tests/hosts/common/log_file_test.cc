@@ -248,7 +248,7 @@ TEST_F(LogFiles, ANoticeMayWriteToItsOwnLog) {
   EXPECT_EQ(text(), "two\n1 line dropped\n");
 }
 
-TEST_F(LogFiles, ALineThatThereIsNoMemoryForIsDropped) {
+TEST_F(LogFiles, ALineIsDroppedIfAllocationFails) {
   LogFile log(pipe(), note());
   std::size_t taken = 0;
   while (log.write(line(taken, 4096))) ++taken;

@@ -124,7 +124,7 @@ TEST(CheckTemporary, IsADirectoryThatTakesFilesAndHasNoneMoreAfterwards) {
 }
 
 /// The check creates the file, or the target of a link, and removes it.
-TEST_F(CheckLog, ThatIsMadeByTheCheckIsRemoved) {
+TEST_F(CheckLog, FilesCreatedByTheCheckAreRemoved) {
   link("there", "here");
   for (const char *name : {"fresh", "here"}) EXPECT_EQ(found(name), "") << name;
   for (const char *name : {"fresh", "there"}) EXPECT_FALSE(support::file_exists(directory_.path(name))) << name;
@@ -149,7 +149,7 @@ TEST_F(CheckLog, ALinkIsFollowed) {
 }
 
 /// open() for writing fails with ETXTBSY for a running program, whatever its permissions.
-TEST_F(CheckLog, IsNoProgramThatRuns) {
+TEST_F(CheckLog, ARunningProgramIsRefused) {
   std::filesystem::copy_file("/bin/sleep", directory_.path("program"));
   const pid_t child = support::start({directory_.path("program"), "60"}, "/dev/null", directory_.path("out"),
                                      directory_.path("errors"));

@@ -487,7 +487,7 @@ TEST_F(CheckOption, AServerThatStartsSaysWhichLinesAreMistaken) {
 }
 
 /// Regression: the check did not open the logs of the command line, so it passed and the start failed.
-TEST_F(CheckOption, LooksAtTheCommandLineToo) {
+TEST_F(CheckOption, ChecksTheOptionsOfTheCommandLine) {
   const support::Finished finished =
       support::run(command({"--listen", "198.51.100.1:8380", "--access-log", directory_.path("none/access"),
                             "--error-log", directory_.path("bin")}));

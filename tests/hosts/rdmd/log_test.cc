@@ -126,7 +126,7 @@ TEST_F(Logs, AnErrorLogThatTookNothingSaysSoItself) {
   EXPECT_FALSE(log.dropped("the access log", 1));
 }
 
-TEST_F(Logs, AnErrorLineThatThereIsNoMemoryForIsLost) {
+TEST_F(Logs, AnErrorLineIsLostIfAllocationFails) {
   ErrorLog log(path_);
   const std::string long_text(5'000, 'x');
   {

@@ -62,7 +62,7 @@ TEST_F(HostMemory, AFailedConnectionAllocationLosesOnlyThatClient) {
   EXPECT_NE(errors().find("[error] rdmd: a connection failed: std::bad_alloc\n"), std::string::npos) << errors();
 }
 
-TEST_F(HostMemory, ARequestThatThereIsNoMemoryForEndsWithItsDeadline) {
+TEST_F(HostMemory, ARequestEndsWithItsDeadlineIfAllocationFails) {
   start();
   support::HttpClient client(port());
   const support::RefusedNew exchange(sizeof(hosts::Exchange), sizeof(hosts::Exchange));
@@ -88,7 +88,7 @@ TEST_F(HostMemory, AClientThatCannotBeAcceptedYetWaits) {
   EXPECT_NE(errors().find("[error] rdmd: a connection failed: std::bad_alloc\n"), std::string::npos) << errors();
 }
 
-TEST_F(HostMemory, AThreadThatThereIsNoMemoryForIsDoneWithout) {
+TEST_F(HostMemory, TheServerRunsWithoutAThreadThatCannotBeAllocated) {
   {
     const support::RefusedNew place(sizeof(std::thread), sizeof(std::thread));
     start();

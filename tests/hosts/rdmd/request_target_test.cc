@@ -118,7 +118,7 @@ TEST_F(RequestTarget, AnAnnouncedLengthBeyond32BitsStaysLarge) {
   EXPECT_EQ(found("content-length", exchange->request()->headers), "2147483647");
 }
 
-TEST_F(RequestTarget, OnlyHeadHasItsAnswersBodyLeftOut) {
+TEST_F(RequestTarget, OnlyHeadOmitsTheBody) {
   for (const char *method : {"HEAD", "GET", "head"}) {
     RequestHead head;
     head.method = method;

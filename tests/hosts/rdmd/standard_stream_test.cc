@@ -78,7 +78,7 @@ TEST_F(StandardStreams, DroppedLinesAreReported) {
   EXPECT_EQ(read_pipe().size() + dropped * line.size(), 300 * line.size());
 }
 
-TEST_F(StandardStreams, ALineThatThereIsNoMemoryForIsLost) {
+TEST_F(StandardStreams, ALineIsLostIfAllocationFails) {
   const StandardStream standing_in(stream_, writer_.get());
   const std::string line = std::string(4999, 'x') + "\n";
   {

@@ -498,7 +498,7 @@ TEST_F(ParseFile, DoesNotReadUnwantedValues) {
   EXPECT_LT(tape.bytes_read, body.size() / 8);
 }
 
-TEST_F(ParseFile, ThatIsADirectoryHoldsNothing) {
+TEST_F(ParseFile, ADirectoryHoldsNoObject) {
   const support::TemporaryDirectory directory;
   const StdioPtr file = open_stdio(directory.path().c_str());
   ASSERT_TRUE(file);

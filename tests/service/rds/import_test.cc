@@ -175,7 +175,7 @@ TEST_F(Import, ResultsAreTheServersOwnFiles) {
   EXPECT_EQ(answer(), accepted("Accepted 7 RDs from Unknown-Source"));
 }
 
-TEST_F(Import, AResultGoesIntoNoFileThatIsThereAlready) {
+TEST_F(Import, AResultIsNotWrittenToAnExistingFile) {
   append_text(body_.get(), "@DOCUMENT { -\n}\n");
   names.taken = directory_.path("link");
   std::filesystem::create_symlink(directory_.write("victim", "kept"), names.taken);

@@ -99,7 +99,7 @@ class Request : public support::HostTest {
   std::string log_, type_, length_;
 };
 
-TEST_F(Request, ForAllSendsEveryDescription) {
+TEST_F(Request, ScopeAllSendsEveryDescription) {
   for (const char *scope : {"all", "ALL", "allx", "All of them"}) {
     EXPECT_EQ(query({{"scope", scope}}), 1) << scope;
     expect_sent({1, 2, 3, 4}, scope);
@@ -233,7 +233,7 @@ TEST_F(Request, AMalformedRecordIsSkipped) {
             "WARNING: Malformed RD in catalog-database: key 00000003\n");
 }
 
-TEST_F(Request, OnlyTheAttributesAskedForAreSent) {
+TEST_F(Request, SendsOnlyTheRequestedAttributes) {
   catalog_.put(1, soif("DOCUMENT", "u", {{"author-1", "A"}, {"author-22", "B"}, {"authors", "C"}, {"title", "T"}}));
   catalog_.index({{1000, 1}});
   const std::pair<const char *, std::vector<std::string>> rows[] = {

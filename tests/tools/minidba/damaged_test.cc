@@ -86,7 +86,7 @@ TEST_F(Damaged, RecordsAreRefusedByAnIndexOfAnotherName) {
   EXPECT_FALSE(support::file_exists(catalog_.path(".idx.next")));
 }
 
-TEST_F(Damaged, AreSaidNotToBeLookedForThoughAllElseIsQuiet) {
+TEST_F(Damaged, QuietStillReportsThatRecordsAreNotCompared) {
   support::write_file(catalog_.path(".idx"), "no index");
   EXPECT_EQ(catalog_.run({"rebuild", "--quiet"}).errors,
             "minidba: not an index: " + catalog_.path(".idx") + ": records are not compared with it\n");
@@ -117,7 +117,7 @@ TEST_F(Damaged, AreCopiedByNoWriter) {
 }
 
 /// If few records change, the file is copied and edited.
-TEST_F(Damaged, AreFoundInACopyThatIsEdited) {
+TEST_F(Damaged, RecordsAreFoundInAnEditedCopy) {
   std::string stream;
   for (int i = 100; i < 400; ++i) stream += rd(url(i), {{"body", std::string(1000, 'b')}});
   ASSERT_EQ(catalog_.update(stream).status, 0);
@@ -128,7 +128,7 @@ TEST_F(Damaged, AreFoundInACopyThatIsEdited) {
   EXPECT_EQ(catalog_.index().status, 0);
 }
 
-TEST_F(Damaged, AreLeftOutWhenThatIsAsked) {
+TEST_F(Damaged, SkipDamagedLeavesRecordsOut) {
   change("No. 3.", "No. X.");
   const std::string left_out = "minidba: left out: " + fault(3) + "\n";
   Finished finished = catalog_.run({"export", "--skip-damaged"});
@@ -147,7 +147,7 @@ TEST_F(Damaged, AreLeftOutWhenThatIsAsked) {
 
 /// Regression: after a page of records was overwritten with zeros, only the number of missing records was reported, not
 /// which ones.
-TEST_F(Damaged, RecordsThatAreGoneAreNamedToo) {
+TEST_F(Damaged, MissingRecordsAreNamed) {
   const std::string bytes = support::read_file(catalog_.path());
   const size_t page_size = hashdb::decode(reinterpret_cast<const unsigned char *>(bytes.data())).page_size;
   const size_t page = bytes.find(url(7) + "\n") / page_size * page_size;
@@ -189,7 +189,7 @@ TEST_F(Damaged, RecordsWithADamagedTimeOfChangeAreFound) {
 }
 
 /// Regression: of 420 flipped bits, 5 counted as changes because they made a time of change later than all others.
-TEST_F(Damaged, AreFoundWhicheverBitOfARecordHasFlipped) {
+TEST_F(Damaged, AnyFlippedBitOfARecordIsFound) {
   const catalog::Catalog catalog(catalog_.path());
   const catalog::KnownRecords known(catalog::read_index(catalog_.path(".idx")), catalog.newest_given());
   const catalog::KnownRecords without_newest(catalog::read_index(catalog_.path(".idx")));

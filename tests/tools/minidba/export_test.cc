@@ -59,7 +59,7 @@ TEST_F(Export, IsAHeaderAndTheDescriptionsByNumber) {
   EXPECT_EQ(exported().substr(exported().find("@DOCUMENT")), expected.substr(expected.find("@DOCUMENT")));
 }
 
-TEST_F(Export, ToAFileReplacesItAsAWhole) {
+TEST_F(Export, ReplacesAFileAsAWhole) {
   const std::string file = other_.path(".soif");
   support::write_file(file, "before");
   Finished finished = catalog_.run({"export", file, "--dry-run"});

@@ -51,7 +51,7 @@ TEST_F(Get, ReportsMissingDescriptionsAndPrintsTheRest) {
             "minidba: no description 4294967297\n");
 }
 
-TEST_F(Get, AsJson) {
+TEST_F(Get, PrintsJson) {
   catalog_.put("00000003",
                rd("http://localhost/3", {{"title", "\"3\"\t\xff\xc3\xa9"}, {"x", "1"}, {"x", "2"}, {"x", "3"}}));
   EXPECT_EQ(

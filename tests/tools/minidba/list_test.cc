@@ -45,13 +45,13 @@ TEST_F(List, PrintsOnlyDescriptionsChangedSinceATime) {
   for (const auto &row : rows) EXPECT_EQ(catalog_.run({"list", "--since", row.since}).out, row.out) << row.since;
 }
 
-TEST_F(List, OnlyTheAttributesAskedFor) {
+TEST_F(List, PrintsOnlyTheRequestedAttributes) {
   EXPECT_EQ(catalog_.run({"list", "--attributes", "Title"}).out, rd("http://localhost/1", {{"title", "One"}}) +
                                                                      rd("http://localhost/2", {{"title", "Two"}}) +
                                                                      rd("http://localhost/10", {}));
 }
 
-TEST_F(List, AsJsonItIsAnArrayWithALineForEach) {
+TEST_F(List, JsonIsAnArrayWithALineForEachDescription) {
   const std::string expected =
       "[\n{\"number\":1,\"template\":\"DOCUMENT\",\"url\":\"http://localhost/1\",\"attributes\":{\"title\":\"One\"}},\n"
       "{\"number\":2,\"template\":\"DOCUMENT\",\"url\":\"http://localhost/2\",\"attributes\":{\"title\":\"Two\"}},\n"
@@ -61,7 +61,7 @@ TEST_F(List, AsJsonItIsAnArrayWithALineForEach) {
   EXPECT_EQ(catalog_.run({"list", "--since", "1 Jan 2017", "--json"}).out, "[]\n");
 }
 
-TEST_F(List, AsTableItSeparatesByTabs) {
+TEST_F(List, TableColumnsAreSeparatedByTabs) {
   EXPECT_EQ(catalog_.run({"list", "--format", "tsv"}).out,
             "1\thttp://localhost/1\tThu, 01 Jan 2015 00:00:00 GMT\tOne\n"
             "2\thttp://localhost/2\t\tTwo\n"

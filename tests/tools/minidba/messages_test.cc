@@ -54,14 +54,14 @@ TEST_F(Messages, AFailureBeforeTheReplacementChangesNothing) {
   expect_descriptions(1);
 }
 
-TEST_F(Messages, ADatabaseThatIsReplacedIsSaidToBe) {
+TEST_F(Messages, AFailureReportsThatTheDatabaseIsReplaced) {
   const std::string directory = catalog_.directory();
   expect_failure({"sync", 3, EIO}, {"update"},
                  database_ + " is replaced, but fsync " + directory + ": Input/output error", two);
   expect_descriptions(2);
 }
 
-TEST_F(Messages, ADatabaseThatIsReplacedWithoutItsMapIsSaidToBe) {
+TEST_F(Messages, AFailureReportsThatOnlyTheDatabaseIsReplaced) {
   expect_failure({"rename", 2, EIO}, {"update"},
                  database_ + " is replaced, but cannot replace " + map_ + ": Input/output error", two);
   expect_descriptions(2);
@@ -77,7 +77,7 @@ TEST_F(Messages, AFailureToWriteRejectsIsReportedAfterTheUpdate) {
   EXPECT_FALSE(support::file_exists(rejects_));
 }
 
-TEST_F(Messages, AnIndexThatIsReplacedIsSaidToBe) {
+TEST_F(Messages, AFailureReportsThatTheIndexIsReplaced) {
   const std::string index = catalog_.path(".idx");
   expect_failure({"rename", 1, EIO}, {"-i", index, "index"}, "cannot replace " + index + ": Input/output error");
   expect_failure({"sync", 2, EIO}, {"-i", index, "index"},

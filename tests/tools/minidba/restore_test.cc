@@ -114,7 +114,7 @@ TEST_F(Restore, WithoutTrailersContinuesAfterTheReadableNumbers) {
   EXPECT_EQ(next_number(), key_of(backed_up + 2));
 }
 
-TEST_F(Restore, ADryRunTellsOfTheDamageToo) {
+TEST_F(Restore, ADryRunReportsTheDamage) {
   damage("", 0, 64);
   const std::string before = support::read_file(catalog_.path());
   const Finished finished = catalog_.run({"import", "--replace", "--dry-run"}, backup_);

@@ -149,7 +149,7 @@ TEST_F(Salvage, TerminatesIfPagesFormALoop) {
   EXPECT_EQ(catalog_.run({"salvage"}).status, 1);
 }
 
-TEST_F(Salvage, ToAFile) {
+TEST_F(Salvage, WritesToAFile) {
   const Finished finished = catalog_.run({"salvage", catalog_.path(".soif")});
   EXPECT_EQ(finished.status, 0);
   EXPECT_EQ(finished.out, "99\n");

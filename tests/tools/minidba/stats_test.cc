@@ -48,7 +48,7 @@ TEST_F(Stats, TellsHowTheFileIsLaidOut) {
             std::lround(100.0 * (got["bytes"].get<double>() + 41 * 8) / static_cast<double>(size)));
 }
 
-TEST_F(Stats, AsTextTheMostFrequentAttributeComesFirst) {
+TEST_F(Stats, TextListsTheMostFrequentAttributeFirst) {
   catalog_.update(rd("http://localhost/1", {{"title", "One"}, {"author", "A"}}) +
                   rd("http://localhost/2", {{"title", "2"}}));
   const Finished finished = catalog_.run({"stats"});

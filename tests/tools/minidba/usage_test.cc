@@ -70,7 +70,7 @@ TEST_F(Usage, SuggestsCorrectionsOfMistypedWords) {
 
 // Regression: without DAY, `list --since "$DAY"` listed all; without FILE, `update --rejects "$FILE"` kept no rejected
 // object.
-TEST_F(Usage, AnOptionThatIsGivenIsNotEmpty) {
+TEST_F(Usage, RefusesEmptyOptionValues) {
   catalog_.make_empty();
   const std::string db = catalog_.path();
   const struct {
@@ -122,7 +122,7 @@ TEST_F(Usage, AnOutputThatCannotBeWrittenIsAnError) {
 }
 
 // "minidba list | head" writes no message about the closed pipe, but the exit status is not 0.
-TEST_F(Usage, AReaderThatHasReadEnoughIsNoError) {
+TEST_F(Usage, AClosedPipeEndsTheProgramWithoutAMessage) {
   std::string stream;
   for (int i = 0; i < 2000; ++i)
     stream += rd("http://localhost/" + std::to_string(i), {{"body", std::string(200, 'b')}});

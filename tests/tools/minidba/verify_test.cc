@@ -356,7 +356,7 @@ TEST_F(Verify, FindsAPageThatIsUsedTwice) {
   EXPECT_THAT(catalog_.run({"verify"}).errors, HasSubstr("minidba: a page is used twice: " + catalog_.path() + "\n"));
 }
 
-TEST_F(Verify, ADatabaseThatIsReplacedMeanwhileIsNotJudged) {
+TEST_F(Verify, ADatabaseReplacedMeanwhileIsNotJudged) {
   const std::string index = support::read_file(catalog_.path(".idx")), pipe = catalog_.path(".pipe");
   ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
   const CatalogFiles streams;
@@ -378,7 +378,7 @@ TEST_F(Verify, AFileThatIsNoDatabaseIsDamaged) {
   expect_faults({"not a sound hash database: " + catalog_.path()});
 }
 
-TEST_F(Verify, AsJson) {
+TEST_F(Verify, PrintsJson) {
   EXPECT_EQ(catalog_.run({"verify", "--json"}).out,
             "{\"verb\":\"verify\",\"sound\":true,\"descriptions\":3,\"indexed\":3,\"index-older\":false,"
             "\"url-map\":true,\"fault-count\":0,\"faults\":[]}\n");
