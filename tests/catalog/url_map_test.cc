@@ -75,7 +75,7 @@ TEST_F(DamagedUrlMap, MakesNoDescriptionCountAsNew) {
 
 TEST_F(DamagedUrlMap, EveryWriterMendsAnyFlippedBit) {
   const std::string input = rd(url(7), {{"title", "Other"}});
-  for (size_t at = 0; at < 8 * sound_.size(); at += at < 8 * 512 ? 61 : 1511) {
+  for (size_t at = 0; at < 8 * sound_.size(); at += at < size_t{8} * 512 ? 61 : 1511) {
     SCOPED_TRACE("bit " + std::to_string(at));
     const std::string database = support::read_file(catalog_.path());
     flip(at / 8, static_cast<int>(at % 8));

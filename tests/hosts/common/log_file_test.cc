@@ -272,7 +272,7 @@ TEST_F(LogFiles, AThreadThatCannotBeStartedIsTriedAgainWithTheNextLine) {
   }
   EXPECT_TRUE(log.write(line(17, 4096)));
   const HostFileGuard reader = read_end();
-  EXPECT_EQ(read_for(reader.get(), 18 * 4096), lines(0, 18, 4096));
+  EXPECT_EQ(read_for(reader.get(), size_t{18} * 4096), lines(0, 18, 4096));
 }
 
 TEST_F(LogFiles, ClosingDoesNotWaitForAPipeWithoutAReader) {
