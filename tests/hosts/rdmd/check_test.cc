@@ -564,7 +564,9 @@ class CheckByUser : public CheckOption {
     ASSERT_EQ(::chmod(directory_.path(name).c_str(), granted), 0);
   }
   support::Finished check() {
-    const support::Uncounted uncounted;
+    const support::TemporaryDirectory counters;
+    ::chmod(counters.path().c_str(), 0777);
+    const support::Uncounted uncounted(counters.path());
     return support::run(command({"--user", user_, "--error-log", directory_.path("logs/errors")}, library_));
   }
   std::string errors() { return replaced(check().errors, directory_.path() + "/", "@/"); }
@@ -595,7 +597,7 @@ TEST_F(CheckByUser, ReportsFilesTheUserMayNotReadOrWrite) {
             "@/server.rdm: error: cannot be read: Permission denied\n");
 }
 
-TEST_F(CheckByUser, NamesDirectorysThatTheUserCannotEnter) {
+TEST_F(CheckByUser, NamesDirectoriesThatTheUserCannotEnter) {
   for (const char *name : {"logs", "tmp", "bin"}) allow(name, 0700);
   config("logfile=\"@/logs/rdm.log\" tmpdir=\"@/tmp/in/it\"\n");
   EXPECT_EQ(errors(),
