@@ -69,8 +69,26 @@ TEST_F(ResponseHead, TakesTheReasonThatWasSet) {
 }
 
 TEST_F(ResponseHead, UsesTheStandardReasonByDefault) {
-  const std::pair<int, const char *> cases[] = {
-      {200, "OK"}, {404, "Not Found"}, {503, "Service Unavailable"}, {299, "Unknown"}};
+  const std::pair<int, const char *> cases[] = {{200, "OK"},
+                                                {204, "No Content"},
+                                                {301, "Moved Permanently"},
+                                                {302, "Found"},
+                                                {304, "Not Modified"},
+                                                {400, "Bad Request"},
+                                                {401, "Unauthorized"},
+                                                {403, "Forbidden"},
+                                                {404, "Not Found"},
+                                                {405, "Method Not Allowed"},
+                                                {408, "Request Timeout"},
+                                                {411, "Length Required"},
+                                                {413, "Content Too Large"},
+                                                {414, "URI Too Long"},
+                                                {417, "Expectation Failed"},
+                                                {431, "Request Header Fields Too Large"},
+                                                {500, "Internal Server Error"},
+                                                {501, "Not Implemented"},
+                                                {503, "Service Unavailable"},
+                                                {299, "Unknown"}};
   for (const auto &[status, reason] : cases)
     EXPECT_EQ(render_head(freeze(status), {"s", moment, ""}).substr(0, 13 + std::string(reason).size() + 2),
               "HTTP/1.1 " + std::to_string(status) + " " + reason + "\r\n");
