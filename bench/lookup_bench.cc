@@ -12,7 +12,7 @@
 #include <libcs/cs.h>
 #include <libcs/tax.h>
 
-#include "hosts/rdmd/request_head.h"
+#include "hosts/rdmd/front/request_head.h"
 #include "qxapi/guard.h"
 #include "service/alias.h"
 

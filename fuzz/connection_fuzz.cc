@@ -11,8 +11,8 @@
 
 #include "fuzz/site.h"
 #include "hosts/common/host_table.h"
-#include "hosts/rdmd/connection.h"
-#include "hosts/rdmd/server.h"
+#include "hosts/rdmd/front/connection.h"
+#include "hosts/rdmd/front/server.h"
 
 using namespace rdm;
 

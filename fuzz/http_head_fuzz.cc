@@ -5,8 +5,8 @@
 #include <algorithm>
 
 #include "fuzz/fuzz.h"
-#include "hosts/rdmd/request_head.h"
-#include "hosts/rdmd/request_target.h"
+#include "hosts/rdmd/front/request_head.h"
+#include "hosts/rdmd/front/request_target.h"
 
 using namespace rdm;
 

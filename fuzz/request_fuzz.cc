@@ -3,8 +3,8 @@
 
 #include "fuzz/site.h"
 #include "hosts/common/host_table.h"
-#include "hosts/rdmd/request_head.h"
-#include "hosts/rdmd/request_target.h"
+#include "hosts/rdmd/front/request_head.h"
+#include "hosts/rdmd/front/request_target.h"
 #include "qxapi/guard.h"
 #include "service/rdm.h"
 

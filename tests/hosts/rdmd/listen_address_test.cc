@@ -20,8 +20,8 @@
 
 #include <gtest/gtest.h>
 
+#include "hosts/rdmd/front/server_within.h"
 #include "hosts/rdmd/rdmd_process.h"
-#include "hosts/rdmd/server_within.h"
 
 using namespace rdm;
 

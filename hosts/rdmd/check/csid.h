@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: MIT
+/// Checks the list of catalog services and the files of each.
+#ifndef HOSTS_RDMD_CHECK_CSID_H
+#define HOSTS_RDMD_CHECK_CSID_H
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "hosts/rdmd/check/lines.h"
+
+namespace rdm::check {
+
+struct CatalogService {
+  std::string csid;
+  int line;
+  Settings settings;
+};
+
+/// read_services reads the list and checks its lines. Returns std::nullopt if it is unreadable.
+std::optional<std::vector<CatalogService>> read_services(Report &report);
+
+/// check_services checks all files that the services name.
+void check_services(const std::vector<CatalogService> &services, Report &report);
+
+}  // namespace rdm::check
+
+#endif

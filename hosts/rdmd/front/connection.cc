@@ -1,0 +1,538 @@
+// SPDX-License-Identifier: MIT
+#include "hosts/rdmd/front/connection.h"
+
+#include <linux/sockios.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstdint>
+#include <ctime>
+#include <string_view>
+#include <utility>
+
+#include <boost/asio/buffer.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/write.hpp>
+
+#include "hosts/rdmd/front/server.h"
+
+namespace rdm::rdmd {
+namespace {
+
+using boost::system::error_code;
+
+constexpr std::string_view server_name = "rdmd/" RDM_VERSION;
+constexpr std::string_view continue_line = "HTTP/1.1 100 Continue\r\n\r\n";
+
+/// How many unsent bytes beyond the client's window the kernel queues. Without this limit the kernel queues megabytes
+/// for a client that does not read; it does not slow down one that reads.
+using UnsentLimit = boost::asio::detail::socket_option::integer<IPPROTO_TCP, TCP_NOTSENT_LOWAT>;
+constexpr int unsent_limit = 131072;
+
+/// An idle connection with at most this many unacknowledged bytes may be evicted: the acknowledgement of a short answer
+/// may be on its way.
+constexpr std::int64_t small_remainder = 16384;
+
+/// Bytes read at a time while reading a head. Bytes after the request are kept until its answer is sent.
+constexpr std::size_t head_block = 4096;
+/// Bytes of a referer or user agent that the access log shows.
+constexpr std::size_t logged_field = 1024;
+
+/// release_memory frees the memory that `value` holds. Assigning an empty string would keep the capacity.
+template <typename Value>
+void release_memory(Value &value) {
+  const Value former = std::exchange(value, Value{});
+}
+
+/// is_broken returns true if the connection is reset or shut down in both directions (POLLERR, POLLHUP). A client that
+/// has only shut down its sending side still waits for its answer.
+bool is_broken(io::Socket &socket) {
+  struct pollfd state {
+    socket.native_handle(), 0, 0
+  };
+  return ::poll(&state, 1, 0) > 0;
+}
+
+/// is_reset returns true if the TCP state of the connection is CLOSE.
+bool is_reset(io::Socket &socket) {
+  struct tcp_info info {};
+  socklen_t size = sizeof info;
+  return ::getsockopt(socket.native_handle(), IPPROTO_TCP, TCP_INFO, &info, &size) == 0 && info.tcpi_state == TCP_CLOSE;
+}
+
+}  // namespace
+
+std::string client_address(const io::Socket &socket) {
+  error_code error;
+  const auto endpoint = socket.remote_endpoint(error);
+  if (error) return "-";
+  const auto address = endpoint.address();
+  if (address.is_v6() && address.to_v6().is_v4_mapped())
+    return boost::asio::ip::make_address_v4(boost::asio::ip::v4_mapped, address.to_v6()).to_string();
+  return address.to_string();
+}
+
+Connection::Connection(io::Socket socket, Server &server)
+    : server_(server),
+      socket_(std::move(socket)),
+      limit_alarm_(socket_.get_executor()),
+      client_(client_address(socket_)),
+      deadline_(server.limits().write),
+      check_alarm_(socket_.get_executor()),
+      reader_(server.limits().head_bytes, server.limits().target_bytes) {
+  error_code ignored;
+  socket_.native_non_blocking(true, ignored);
+  socket_.set_option(io::Tcp::no_delay(true), ignored);
+  socket_.set_option(UnsentLimit(unsent_limit), ignored);
+}
+
+Connection::~Connection() { server_.forget(roster_entry_); }
+
+/// on_strand returns a completion handler that keeps the connection alive and does nothing if the state has changed
+/// since.
+template <typename Handler>
+auto Connection::on_strand(Handler handler) {
+  return [self = shared_from_this(), this, epoch = epoch_, handler](auto... results) {
+    if (epoch == epoch_) handler(results...);
+  };
+}
+
+void Connection::enter(State state) {
+  ++epoch_;
+  state_ = state;
+  if (std::exchange(idle_, false)) server_.roster().set_busy(roster_entry_);
+}
+
+/* ---- From other threads ---- */
+
+void Connection::start() {
+  boost::asio::post(socket_.get_executor(), on_strand([this] { next_request(); }));
+}
+
+void Connection::turn_away() {
+  server_.errors().trouble(Trouble::turned_away, client_);
+  boost::asio::post(socket_.get_executor(), on_strand([this] {
+                      refuse({503, "The server has as many connections as it can take.\n"});
+                    }));
+}
+
+void Connection::close_if_idle() {
+  boost::asio::post(socket_.get_executor(), [self = shared_from_this(), this] {
+    if (idle_) close();
+  });
+}
+
+void Connection::abort() {
+  boost::asio::post(socket_.get_executor(), [self = shared_from_this(), this] { close(); });
+}
+
+/* ---- Deadlines ---- */
+
+void Connection::arm(Alarm &alarm, Duration time, Step step) {
+  alarm.armed = true;
+  alarm.timer.expires_after(time);
+  alarm.timer.async_wait([self = shared_from_this(), this, &alarm, epoch = ++alarm.epoch, step](const error_code &) {
+    if (epoch != alarm.epoch) return;
+    alarm.armed = false;
+    (this->*step)();
+  });
+}
+
+void Connection::disarm(Alarm &alarm) {
+  ++alarm.epoch;
+  if (std::exchange(alarm.armed, false)) alarm.timer.cancel();
+}
+
+void Connection::give_up_head() {
+  server_.errors().trouble(Trouble::late_head, client_);
+  refuse({408, "The request head did not arrive in time.\n"});
+}
+
+void Connection::give_up_body() {
+  server_.errors().trouble(Trouble::late_body, client_);
+  refuse({408, "The request body did not arrive in time.\n"});
+}
+
+void Connection::give_up_sending() {
+  server_.errors().trouble(Trouble::unread, client_);
+  error_code ignored;
+  // SO_LINGER with timeout 0: close() then discards the unsent bytes.
+  socket_.set_option(boost::asio::socket_base::linger(true, 0), ignored);
+  close();
+}
+
+/* ---- Reading a request ---- */
+
+/// read_more waits for input, reads up to `most` bytes of it and calls `next`, or `ended` at the end of input or on an
+/// error.
+void Connection::read_more(std::size_t most, Step next, Step ended) {
+  socket_.async_wait(io::Socket::wait_read, on_strand([=, this](const error_code &error) {
+                       error ? (this->*ended)() : receive(most, next, ended);
+                     }));
+}
+
+void Connection::receive(std::size_t most, Step next, Step ended) {
+  std::array<char, 16384> block;
+  const ssize_t count = ::recv(socket_.native_handle(), block.data(), std::min(most, block.size()), MSG_DONTWAIT);
+  if (count < 0 && (errno == EAGAIN || errno == EINTR)) return read_more(most, next, ended);
+  if (count <= 0) return (this->*ended)();
+  input_.append(block.data(), static_cast<std::size_t>(count));
+  (this->*next)();
+}
+
+void Connection::next_request() {
+  reader_ = HeadReader(server_.limits().head_bytes, server_.limits().target_bytes);
+  sender_.reset();
+  unread_ = false;
+  if (skip_empty_lines(input_)) {
+    resume_checks();
+    return begin_head();
+  }
+  input_.shrink_to_fit();
+  enter(State::idle);
+  wait_idle();
+  await_acknowledgement();
+}
+
+void Connection::begin_head() {
+  enter(State::head);
+  arm(limit_alarm_, server_.limits().header, &Connection::give_up_head);
+  read_head();
+}
+
+void Connection::wait_idle() { read_more(head_block, &Connection::leave_idle, &Connection::end_of_input); }
+
+/// leave_idle begins a request unless the input consists of empty lines; those do not extend the idle timeout.
+void Connection::leave_idle() {
+  if (!skip_empty_lines(input_)) return wait_idle();
+  begin_head();
+}
+
+void Connection::read_head() {
+  HeadResult result = reader_.take(input_);
+  if (std::holds_alternative<NeedMore>(result))
+    return read_more(head_block, &Connection::read_head, &Connection::end_of_input);
+  if (const Refusal *refusal = std::get_if<Refusal>(&result)) return refuse(*refusal);
+  begin_request(std::get<RequestHead>(std::move(result)));
+}
+
+void Connection::begin_request(RequestHead head) {
+  head_ = std::move(head);
+  // 503 is logged if the server stops, or the client disconnects, before there is an answer.
+  entry_ = AccessEntry{client_,
+                       std::time(nullptr),
+                       std::move(head_.line),
+                       503,
+                       0,
+                       std::string(head_.field("referer").substr(0, logged_field)),
+                       std::string(head_.field("user-agent").substr(0, logged_field))};
+  logged_ = false;
+  unread_ = head_.length.value_or(0) > 0;
+  std::optional<Target> target = parse_target(head_.target);
+  if (!target) return refuse({400, "The request target is malformed.\n"});
+  target_ = std::move(*target);
+  route();
+}
+
+void Connection::route() {
+  keep_ = head_.keep_alive && !unread_;
+  if (!is_service_path(target_.path)) return answer_text(404, "There is no such resource here.\n");
+  exchange_ = make_exchange(head_, target_, client_);
+  if (!unread_ || *head_.length > body_limit) return call_plugin();
+  enter(State::body);
+  arm(limit_alarm_, server_.limits().body, &Connection::give_up_body);
+  if (head_.expects_continue && input_.empty()) return send_continue();
+  read_body();
+}
+
+void Connection::send_continue() {
+  note_sending();
+  const auto written = on_strand([this](const error_code &error) {
+    if (error) return body_lost();
+    resume_checks();
+    read_body();
+  });
+  boost::asio::async_write(socket_, boost::asio::buffer(continue_line),
+                           [this, written](const error_code &error, std::size_t count) {
+                             // The bytes count even if the state has changed since.
+                             sent_ += static_cast<std::int64_t>(count);
+                             written(error);
+                           });
+}
+
+void Connection::read_body() {
+  const auto length = static_cast<std::size_t>(*head_.length);
+  if (input_.size() < length) return read_more(length - input_.size(), &Connection::read_body, &Connection::body_lost);
+  std::string following = input_.substr(length);
+  input_.resize(length);
+  exchange_->input(std::exchange(input_, std::move(following)));
+  unread_ = false;
+  keep_ = head_.keep_alive;
+  call_plugin();
+}
+
+void Connection::body_lost() {
+  entry_.status = 400;
+  log_request();
+  end_of_input();
+}
+
+/* ---- Answering it ---- */
+
+void Connection::call_plugin() {
+  disarm(limit_alarm_);
+  enter(State::service);
+  watch_client();
+  server_.service().post([self = shared_from_this(), this]() mutable {
+    const hosts::Outcome outcome = serve();
+    // Move `self` on: the connection must be destroyed on an I/O thread, because those handle its socket and timers.
+    boost::asio::post(socket_.get_executor(), [self = std::move(self), this, outcome] {
+      if (state_ == State::service) deliver(outcome);
+    });
+  });
+}
+
+/// watch_client closes the connection if the client resets it while the plug-in works. It holds a weak reference only,
+/// so that the connection is destroyed if the plug-in's thread fails and drops the request.
+void Connection::watch_client() {
+  socket_.async_wait(io::Socket::wait_error, [weak = weak_from_this(), this, epoch = epoch_](const error_code &) {
+    const auto self = weak.lock();
+    if (self && epoch == epoch_ && is_broken(socket_)) close();
+  });
+}
+
+/// serve runs on the plug-in's thread.
+hosts::Outcome Connection::serve() {
+  if (state_ == State::closed) return hosts::Outcome::silent;
+  return hosts::serve(server_.plugin(), *exchange_);
+}
+
+void Connection::deliver(hosts::Outcome outcome) {
+  error_code ignored;
+  socket_.cancel(ignored);
+  if (outcome == hosts::Outcome::not_handled) return answer_text(404, "There is no such resource here.\n");
+  if (outcome == hosts::Outcome::silent) return fail("the plug-in sent no answer");
+  if (outcome == hosts::Outcome::broken)
+    return fail("out of memory, or a file operation failed, while answering a request");
+  keep_ = keep_ && exchange_->delimited();
+  answer(exchange_->head(), exchange_->queue().take());
+}
+
+/// fail answers 500 and logs `reason`.
+void Connection::fail(const std::string &reason) {
+  server_.errors().error(reason + " (client " + client_ + ")");
+  keep_ = false;
+  answer_text(500, "");
+}
+
+/// refuse answers a request that could not be read completely. The connection is closed afterwards, because the start
+/// of a next request cannot be found.
+void Connection::refuse(const Refusal &refusal) {
+  error_code ignored;
+  socket_.cancel(ignored);
+  if (logged_) {
+    // No head was parsed: log the part of the first line that has arrived.
+    const std::size_t line = std::min(input_.find_first_of("\r\n"), std::size_t{256});
+    entry_ = AccessEntry{client_, std::time(nullptr), input_.substr(0, line), 0, 0, "", ""};
+    head_ = RequestHead{};
+    logged_ = false;
+  }
+  unread_ = true;
+  keep_ = false;
+  answer_text(refusal.status, refusal.text);
+}
+
+void Connection::answer_text(int status, std::string_view text) {
+  std::vector<hosts::Piece> pieces;
+  const auto length = static_cast<std::int64_t>(text.size());
+  if (length > 0 && head_.method != "HEAD") pieces.push_back(hosts::Piece{std::string(text), nullptr, 0, length});
+  answer(hosts::text_head(status, length), std::move(pieces));
+}
+
+void Connection::answer(const hosts::Head &head, std::vector<hosts::Piece> pieces) {
+  disarm(limit_alarm_);
+  enter(State::sending);
+  keep_ = keep_ && !server_.stopping();
+  entry_.status = head.status;
+  const std::string_view persistence = keep_ ? (head_.http11 ? "" : "keep-alive") : "close";
+  sender_.emplace(hosts::render_head(head, {server_name, std::time(nullptr), persistence}), std::move(pieces));
+  note_sending();
+  was_blocked_ = false;
+  release_request();
+  send_some();
+}
+
+/// release_request frees the request, and with it the temporary file of a failed answer.
+void Connection::release_request() {
+  exchange_.reset();
+  release_memory(head_);
+  release_memory(target_);
+  if (!keep_) input_.clear();
+  input_.shrink_to_fit();
+  server_.released();
+}
+
+void Connection::send_some() {
+  // Take the time before sending, so that connections are ordered by when they were answered, not by how threads are
+  // scheduled.
+  last_sent_ = io::Clock::now();
+  const std::int64_t before = sender_->sent();
+  const Sender::State state = sender_->send(socket_.native_handle());
+  sent_ += sender_->sent() - before;
+  switch (state) {
+    case Sender::State::done:
+      return sent();
+    case Sender::State::more:
+      return boost::asio::post(socket_.get_executor(), on_strand([this] { send_some(); }));
+    case Sender::State::blocked:
+      return await_writable();
+    case Sender::State::failed:
+      return sending_failed();
+  }
+}
+
+void Connection::await_writable() {
+  if (!std::exchange(was_blocked_, true)) check_client_after(deadline_.interval());
+  socket_.async_wait(io::Socket::wait_write, on_strand([this](const error_code &error) {
+                       if (error) return sending_failed();
+                       send_some();
+                     }));
+}
+
+void Connection::sending_failed() {
+  server_.errors().trouble(Trouble::broken, client_);
+  close();
+}
+
+/* ---- Acknowledgement of the answer ---- */
+
+/// unacknowledged returns the number of bytes that the kernel holds until the client acknowledges them (SIOCOUTQ). A
+/// FIN counts as one byte.
+std::int64_t Connection::unacknowledged() {
+  int count = 0;
+  ::ioctl(socket_.native_handle(), SIOCOUTQ, &count);
+  return count;
+}
+
+/// has_answer returns true if the client has acknowledged all answers. Returns true at once for a client that is turned
+/// away.
+bool Connection::has_answer() {
+  return roster_entry_.turned_away || unacknowledged() <= (state_ == State::lingering ? 1 : 0);
+}
+
+/// note_sending starts the write deadline unless it is running.
+void Connection::note_sending() { deadline_.begin(sent_ - unacknowledged(), sent_, io::Clock::now()); }
+
+/// check_client_after schedules check_client after `time`, which repeats it until all is acknowledged.
+void Connection::check_client_after(Duration time) {
+  check_interval_ = time;
+  arm(check_alarm_, time, &Connection::check_client);
+}
+
+/// resume_checks schedules check_client if the client has not acknowledged everything before its next request.
+void Connection::resume_checks() {
+  if (!check_alarm_.armed && !has_answer()) check_client_after(deadline_.interval());
+}
+
+/// await_acknowledgement waits until the client has acknowledged its answer. It checks after 1 ms first, because most
+/// clients acknowledge at once, and then less often.
+void Connection::await_acknowledgement() {
+  if (has_answer()) return acknowledged(last_sent_);
+  // A small remainder may be left to the kernel if another client needs the connection.
+  if (state_ == State::idle && unacknowledged() <= small_remainder) become_idle(last_sent_);
+  check_client_after(Duration(1));
+}
+
+/// check_client closes the connection of a client that has acknowledged nothing within the write deadline. This holds
+/// in every state, so a client that keeps sending requests is closed too.
+void Connection::check_client() {
+  const auto now = io::Clock::now();
+  const bool waits = state_ == State::idle || state_ == State::lingering;
+  if (waits && is_reset(socket_)) return close();
+  if (state_ != State::sending && has_answer()) return waits ? acknowledged(now) : void();
+  if (deadline_.expired(sent_ - unacknowledged(), now)) return give_up_sending();
+  if (state_ == State::sending && was_blocked_) sender_->spill();
+  check_client_after(state_ == State::sending ? deadline_.interval()
+                                              : std::min(check_interval_ * 4, deadline_.interval()));
+}
+
+/// acknowledged starts the next timeout: the header timeout before the first request, the idle timeout after an answer,
+/// the linger timeout after the last answer. It closes the connection if the server is stopping, or if the last answer
+/// is acknowledged and the input has ended.
+void Connection::acknowledged(io::Clock::time_point since) {
+  disarm(check_alarm_);
+  if (state_ == State::lingering)
+    return ended_ ? close() : arm(limit_alarm_, server_.limits().linger, &Connection::close);
+  if (server_.stopping()) return close();
+  become_idle(since);
+  arm(limit_alarm_, first_ ? server_.limits().header : server_.limits().idle, &Connection::close);
+}
+
+/// become_idle allows the connection to be evicted for a new client.
+void Connection::become_idle(io::Clock::time_point since) {
+  if (!std::exchange(idle_, true)) server_.roster().set_idle(roster_entry_, since);
+}
+
+void Connection::sent() {
+  disarm(limit_alarm_);
+  log_request();
+  first_ = false;
+  if (!keep_) return linger();
+  // post() instead of a call: otherwise each of many small requests in one packet would deepen the stack.
+  boost::asio::post(socket_.get_executor(), on_strand([this] { next_request(); }));
+}
+
+void Connection::log_request() {
+  if (std::exchange(logged_, true)) return;
+  entry_.bytes = sender_ ? sender_->body_sent() : 0;
+  server_.access().write(entry_);
+  release_memory(entry_);
+}
+
+/* ---- The end ---- */
+
+/// linger reads and discards input until the client has the last answer, and for the linger timeout after it: close()
+/// with unread input sends a reset, on which the client's system discards the unread part of the answer.
+void Connection::linger() {
+  error_code error;
+  socket_.shutdown(io::Socket::shutdown_send, error);
+  if (error) return close();
+  enter(State::lingering);
+  await_acknowledgement();
+  discard();
+}
+
+void Connection::discard() {
+  release_memory(input_);
+  read_more(SIZE_MAX, &Connection::discard, &Connection::end_of_input);
+}
+
+/// end_of_input closes the connection once the client has acknowledged its answers. Until then the connection stays
+/// open and counts towards the limit; otherwise clients that read nothing could make the kernel hold any number of
+/// answers.
+void Connection::end_of_input() {
+  if (is_reset(socket_) || has_answer()) return close();
+  if (state_ != State::lingering) return linger();
+  ended_ = true;
+}
+
+void Connection::close() {
+  if (state_ == State::closed) return;
+  if (!logged_ && entry_.status == 503 && !sender_) server_.errors().trouble(Trouble::not_served, client_);
+  disarm(limit_alarm_);
+  disarm(check_alarm_);
+  enter(State::closed);
+  log_request();
+  sender_.reset();
+  error_code ignored;
+  socket_.close(ignored);
+}
+
+}  // namespace rdm::rdmd

@@ -1,0 +1,156 @@
+// SPDX-License-Identifier: MIT
+/// One client connection: reads requests, passes them to the plug-in and sends the answers, one after another.
+///
+/// Unless stated otherwise, members run on the connection's strand. A request is read completely before it is queued
+/// for the plug-in's thread, and its answer is sent after the plug-in has returned. Nothing is read in between: further
+/// requests wait in the kernel's socket buffer. If the client resets the connection meanwhile, the connection is
+/// closed, and a queued request is not passed to the plug-in.
+///
+/// A waiting connection holds little memory: it has a read buffer only while there is something to read, and frees the
+/// request once its answer is queued.
+#ifndef HOSTS_RDMD_FRONT_CONNECTION_H
+#define HOSTS_RDMD_FRONT_CONNECTION_H
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "hosts/common/exchange.h"
+#include "hosts/common/plugin.h"
+#include "hosts/rdmd/front/io.h"
+#include "hosts/rdmd/front/request_head.h"
+#include "hosts/rdmd/front/request_target.h"
+#include "hosts/rdmd/front/roster.h"
+#include "hosts/rdmd/front/sender.h"
+#include "hosts/rdmd/front/write_deadline.h"
+#include "hosts/rdmd/log.h"
+#include "hosts/rdmd/settings.h"
+
+namespace rdm::rdmd {
+
+class Server;
+
+/// client_address returns the client's address as text, or "-" if the client has disconnected. A v4-mapped IPv6 address
+/// is shown as IPv4.
+std::string client_address(const io::Socket &socket);
+
+class Connection : public std::enable_shared_from_this<Connection> {
+ public:
+  Connection(io::Socket socket, Server &server);
+  Connection(const Connection &) = delete;
+  Connection &operator=(const Connection &) = delete;
+  ~Connection();
+
+  /// start begins to serve requests. Call start or turn_away once, from any thread.
+  void start();
+  /// turn_away answers 503 without reading a request, for a client beyond the connection limit.
+  void turn_away();
+
+  /// close_if_idle closes the connection if it waits for a request. It may be called from any thread.
+  void close_if_idle();
+  /// abort closes the connection at once. It may be called from any thread.
+  void abort();
+
+  /// roster_entry returns the entry that links the connection into the server's roster.
+  Roster::Entry &roster_entry() { return roster_entry_; }
+
+ private:
+  enum class State { idle, head, body, service, sending, lingering, closed };
+  using Step = void (Connection::*)();
+  /// Alarm is a timer that calls `step` once. Arming it again replaces the pending step.
+  struct Alarm {
+    explicit Alarm(const io::Executor &strand) : timer(strand) {}
+    io::Timer timer;
+    std::uint64_t epoch = 0;  // incremented by each arming; handlers with an older value do nothing
+    bool armed = false;
+  };
+
+  void next_request();
+  void begin_head();
+  void wait_idle();
+  void leave_idle();
+  void read_head();
+  void begin_request(RequestHead head);
+  void route();
+  void read_body();
+  void send_continue();
+  void body_lost();
+  void call_plugin();
+  void watch_client();
+  hosts::Outcome serve();
+  void deliver(hosts::Outcome outcome);
+  void fail(const std::string &reason);
+
+  void refuse(const Refusal &refusal);
+  void answer_text(int status, std::string_view text);
+  void answer(const hosts::Head &head, std::vector<hosts::Piece> pieces);
+  void release_request();
+  void send_some();
+  void await_writable();
+  void sending_failed();
+  void note_sending();
+  void check_client();
+  void check_client_after(Duration time);
+  void resume_checks();
+  void await_acknowledgement();
+  void acknowledged(io::Clock::time_point since);
+  void become_idle(io::Clock::time_point since);
+  std::int64_t unacknowledged();
+  bool has_answer();
+  void sent();
+  void log_request();
+
+  void linger();
+  void discard();
+  void end_of_input();
+  void close();
+
+  void enter(State state);
+  void read_more(std::size_t most, Step next, Step ended);
+  void receive(std::size_t most, Step next, Step ended);
+  void arm(Alarm &alarm, Duration time, Step step);
+  void disarm(Alarm &alarm);
+  void give_up_head();
+  void give_up_body();
+  void give_up_sending();
+  template <typename Handler>
+  auto on_strand(Handler handler);
+
+  Server &server_;
+  io::Socket socket_;
+  Alarm limit_alarm_;                       // time limit of the current state
+  std::atomic<State> state_ = State::idle;  // written on the strand only; also read by the plug-in's thread
+  std::uint64_t epoch_ = 0;  // incremented by each change of state; handlers with an older value do nothing
+  Roster::Entry roster_entry_;
+  io::Clock::time_point last_sent_ = io::Clock::now();
+  std::string client_;
+  std::string input_;    // bytes received and not yet parsed
+  bool first_ = true;    // no request has been answered yet
+  bool keep_ = false;    // keep the connection open after the current answer
+  bool unread_ = false;  // the request has a body that has not been read
+  bool idle_ = false;    // may be evicted: the client has its answer and has not begun its next request
+  bool ended_ = false;   // the client has shut down its sending side; set while lingering
+
+  // Progress of the client in taking its answers, checked in every state while bytes are unacknowledged.
+  WriteDeadline deadline_;
+  Alarm check_alarm_;
+  Duration check_interval_{};
+  std::int64_t sent_ = 0;     // bytes of all answers and of "100 Continue" lines
+  bool was_blocked_ = false;  // the socket has blocked during the current answer
+
+  // The current request.
+  HeadReader reader_;
+  RequestHead head_;
+  Target target_;
+  std::unique_ptr<hosts::Exchange> exchange_;
+  std::optional<Sender> sender_;
+  AccessEntry entry_;
+  bool logged_ = true;
+};
+
+}  // namespace rdm::rdmd
+
+#endif

@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: MIT
+/// Makes the exchange that the plug-in sees from a request head.
+#ifndef HOSTS_RDMD_FRONT_REQUEST_TARGET_H
+#define HOSTS_RDMD_FRONT_REQUEST_TARGET_H
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "hosts/common/exchange.h"
+#include "hosts/rdmd/front/request_head.h"
+
+namespace rdm::rdmd {
+
+/// Target is a parsed request target: the decoded path, and the query as sent, which may be empty.
+struct Target {
+  std::string path;
+  std::optional<std::string> query;
+};
+
+/// parse_target parses a target: a path with an optional query, the same after "http://host" or "https://host", or "*".
+/// Returns std::nullopt for any other form, a malformed host, a fragment ("#"), a "%" without two hexadecimal digits,
+/// or an encoded NUL.
+std::optional<Target> parse_target(std::string_view target);
+
+/// is_service_path returns true if a path begins with "/rdm/" in any letter case, so that the plug-in serves it.
+bool is_service_path(std::string_view path);
+
+/// make_exchange returns an exchange with everything but the request body. A content length above INT32_MAX is passed
+/// on as INT32_MAX, because the plug-in reads 32 bits.
+std::unique_ptr<hosts::Exchange> make_exchange(const RequestHead &head, const Target &target,
+                                               const std::string &client_ip);
+
+}  // namespace rdm::rdmd
+
+#endif

@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: MIT
+/// Sends one answer over a non-blocking socket: bytes by send(), ranges of files by sendfile().
+#ifndef HOSTS_RDMD_FRONT_SENDER_H
+#define HOSTS_RDMD_FRONT_SENDER_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "hosts/common/output_queue.h"
+
+namespace rdm::rdmd {
+
+class Sender {
+ public:
+  /// Makes the sender of an answer with this head and these pieces of its body.
+  Sender(std::string head, std::vector<hosts::Piece> pieces);
+
+  enum class State {
+    done,     // everything is sent
+    more,     // more is to be sent; let other connections run first
+    blocked,  // the socket would block
+    failed    // the connection is broken, or a file is shorter than its piece
+  };
+
+  /// send sends until the socket would block, at most about one megabyte, so that one client does not occupy the
+  /// thread.
+  State send(int socket);
+
+  /// spill moves unsent bytes from memory into temporary files, for a client that reads slowly. Pieces of less than 4
+  /// KiB, and pieces for which no file can be written, stay in memory.
+  void spill();
+
+  /// sent returns the number of bytes sent so far; body_sent excludes the head.
+  std::int64_t sent() const { return sent_; }
+  std::int64_t body_sent() const { return sent_ > head_size_ ? sent_ - head_size_ : 0; }
+
+ private:
+  std::int64_t send_piece(int socket);
+  void advance(std::int64_t count);
+  void spill_piece(std::size_t index, std::int64_t done);
+
+  std::vector<hosts::Piece> pieces_;
+  std::int64_t head_size_;
+  std::size_t current_ = 0;  // index of the piece being sent
+  std::int64_t done_ = 0;    // bytes of that piece already sent
+  std::int64_t sent_ = 0;
+};
+
+}  // namespace rdm::rdmd
+
+#endif

@@ -1,0 +1,349 @@
+// SPDX-License-Identifier: MIT
+#include "hosts/rdmd/front/server.h"
+
+#include <malloc.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdint>
+#include <limits>
+#include <stdexcept>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+#include <boost/asio/post.hpp>
+
+#include "hosts/common/host_table.h"
+#include "hosts/rdmd/front/connection.h"
+#include "hosts/rdmd/listen_address.h"
+
+namespace rdm::rdmd {
+namespace {
+
+using boost::system::error_code;
+
+/// How many clients beyond the connection limit are answered 503 at once; further ones are closed without an answer.
+constexpr std::size_t turned_away_limit = 64;
+/// How long accepting pauses when the process is out of descriptors or memory, and how long after it has evicted an
+/// idle connection for that reason.
+constexpr Duration accept_pause{100}, evicted_pause{10};
+/// The minimum time between two log lines about such a shortage.
+constexpr std::chrono::minutes shortage_interval{1};
+/// Descriptors reserved for everything but the clients served: clients turned away, listening sockets, logs, and the
+/// files of one request.
+constexpr std::size_t reserved_descriptors = turned_away_limit + 32;
+/// The part of them that is needed even if no client is turned away.
+constexpr std::size_t least_reserved_descriptors = 32;
+/// How long unused memory is kept before malloc_trim(): the next requests can use it without a system call.
+constexpr Duration trim_delay{1000};
+
+/// allow_descriptors raises RLIMIT_NOFILE to its hard limit and returns it.
+std::size_t allow_descriptors() {
+  struct rlimit limit;
+  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return std::numeric_limits<std::size_t>::max();
+  limit.rlim_cur = limit.rlim_max;
+  ::setrlimit(RLIMIT_NOFILE, &limit);
+  return limit.rlim_cur;
+}
+
+/// descriptors_for returns how many descriptors `connections` connections may need: each needs one for its socket and,
+/// while it is answered, one for a file.
+std::size_t descriptors_for(std::size_t connections) { return 2 * connections + reserved_descriptors; }
+
+/// connections_within returns how many connections a limit of open files allows, at least one. A quarter of a low limit
+/// is reserved.
+std::size_t connections_within(std::size_t descriptors) {
+  const std::size_t reserved = std::clamp(descriptors / 4, least_reserved_descriptors, reserved_descriptors);
+  return descriptors > reserved ? descriptors - reserved : 1;
+}
+
+/// limit_segments sets TCP_MAXSEG to 16 KiB. The loopback interface uses segments of 64 KiB otherwise, and a client
+/// that reads slowly acknowledges nothing until it has read a whole segment.
+void limit_segments(io::Acceptor &acceptor) {
+  using SegmentSize = boost::asio::detail::socket_option::integer<IPPROTO_TCP, TCP_MAXSEG>;
+  error_code ignored;
+  acceptor.set_option(SegmentSize(16384), ignored);
+}
+
+/// is_shortage returns true if accept() failed because the process or the system is out of descriptors or memory.
+bool is_shortage(int error) { return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM; }
+
+}  // namespace
+
+Server::Server(const Settings &settings, hosts::Plugin &plugin, ErrorLog &errors, AccessLog &access)
+    : settings_(settings),
+      plugin_(plugin),
+      errors_(errors),
+      access_(access),
+      strand_(context_.get_executor()),
+      signals_(strand_, SIGTERM, SIGINT, SIGHUP),
+      shutdown_(strand_),
+      trim_(strand_) {
+  signals_.add(SIGUSR1);
+  limit_clients();
+  bind();
+}
+
+/// Connections still open are destroyed with the I/O context; `running_` tells them not to post work to it.
+Server::~Server() { running_ = false; }
+
+/// limit_clients computes how many clients are served at once, and warns if the limit of open files is too low for
+/// --max-connections.
+void Server::limit_clients() {
+  const std::size_t wanted = settings_.limits.connections;
+  const std::size_t files = allow_descriptors();
+  client_limit_ = std::min(wanted, connections_within(files));
+  if (files >= descriptors_for(wanted)) return;
+  errors_.warn("the limit of open files is " + std::to_string(files) + ", but " + std::to_string(wanted) +
+               " connections may need " + std::to_string(descriptors_for(wanted)) +
+               "; raise it (ulimit -n, LimitNOFILE) or lower --max-connections");
+}
+
+void Server::bind() {
+  BoundSockets bound = bind_listen(settings_.listen);
+  for (const std::string &address : bound.missing)
+    errors_.warn("cannot listen on " + settings_.listen + ": " + address + "; listening on its other addresses");
+  for (HostFileGuard &socket : bound.sockets) {
+    const ListenAddress address = local_address(socket.get());
+    address_ += (address_.empty() ? "" : ", ") + address.text();
+    Listener &listener = listeners_.emplace_back(strand_, address.family() == AF_INET6 ? io::Tcp::v6() : io::Tcp::v4());
+    listener.acceptor.assign(listener.protocol, socket.get());
+    socket.release();
+    listener.acceptor.non_blocking(true);
+    limit_segments(listener.acceptor);
+  }
+}
+
+void Server::listen() {
+  for (Listener &listener : listeners_) {
+    error_code error;
+    listener.acceptor.listen(io::Acceptor::max_listen_connections, error);
+    if (error) throw ListenError(settings_.listen, error.message(), error.value());
+  }
+}
+
+bool Server::run() {
+  boost::asio::post(strand_, [this] {
+    await_signal();
+    for (Listener &listener : listeners_) accept(listener);
+  });
+  std::vector<std::thread> threads = start_threads();
+  work();
+  for (std::thread &thread : threads) thread.join();
+  running_ = false;
+  return service_.stop(settings_.limits.shutdown);
+}
+
+/// start_threads starts the I/O threads beside this one. If the system refuses a thread, the server continues with
+/// fewer.
+std::vector<std::thread> Server::start_threads() {
+  std::vector<std::thread> threads;
+  try {
+    for (int i = 1; i < settings_.threads; ++i) threads.emplace_back([this] { work(); });
+  } catch (const std::exception &error) {
+    errors_.warn(std::string("start I/O thread: ") + error.what());
+  }
+  return threads;
+}
+
+/// work runs the I/O context until it is out of work. An exception, such as bad_alloc, abandons only the handler that
+/// threw it: a handler of a connection, of accepting, of a signal or of trimming memory.
+void Server::work() {
+  for (;;) {
+    try {
+      context_.run();
+      return;
+    } catch (const std::exception &error) {
+      errors_.error(std::string("a connection failed: ") + error.what());
+    }
+  }
+}
+
+/* ---- Accepting ---- */
+
+void Server::accept(Listener &listener) {
+  // Wait for readability and call accept() ourselves: if async_accept threw bad_alloc, the loop would never be
+  // re-armed.
+  listener.acceptor.async_wait(io::Acceptor::wait_read, [this, &listener](const error_code &) {
+    if (!stopping_) accept_after(take_client(listener), listener);
+  });
+}
+
+void Server::accept_after(Duration pause, Listener &listener) {
+  if (pause == Duration::zero()) return accept(listener);
+  listener.retry.expires_after(pause);
+  listener.retry.async_wait([this, &listener](const error_code &error) {
+    if (!error && !stopping_) accept(listener);
+  });
+}
+
+/// take_client accepts a client if one is waiting, and returns how long to pause before the next.
+Duration Server::take_client(Listener &listener) {
+  try {
+    // Make the strand before accept(): if memory is short, the client stays in the accept queue.
+    io::Socket socket(boost::asio::make_strand(context_));
+    // Asio's accept() would not set SOCK_CLOEXEC, and commands that the plug-in runs would inherit the socket.
+    HostFileGuard client(::accept4(listener.acceptor.native_handle(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    if (!client) return not_accepted(errno);
+    socket.assign(listener.protocol, client.get());
+    client.release();
+    accepted(std::move(socket));
+    return Duration::zero();
+  } catch (const std::exception &error) {
+    errors_.error(std::string("a connection failed: ") + error.what());
+    return accept_pause;
+  }
+}
+
+/// not_accepted returns how long to pause after accept() has failed. On a shortage it evicts the connection that has
+/// been idle longest.
+Duration Server::not_accepted(int error) {
+  if (error == EAGAIN || error == EINTR || error == ECONNABORTED) return Duration::zero();
+  if (!is_shortage(error)) return accept_pause;
+  note_shortage(std::generic_category().message(error));
+  return evict() ? evicted_pause : accept_pause;
+}
+
+/// note_shortage logs a shortage, at most once a minute. It is called before evict, so also if no connection is idle.
+void Server::note_shortage(const std::string &reason) {
+  const auto now = io::Clock::now();
+  if (now < next_shortage_line_) return;
+  next_shortage_line_ = now + shortage_interval;
+  errors_.warn("accept: " + reason + ": closing idle connections to serve new clients");
+}
+
+void Server::accepted(io::Socket socket) {
+  const bool can_serve = make_room();
+  if (!can_serve && roster_.turned_away() >= turned_away_limit)
+    return errors_.trouble(Trouble::disconnected, client_address(socket));
+  if (!can_serve && !full_) errors_.warn("connection limit reached: answering new clients with 503");
+  full_ = !can_serve;
+  auto connection = std::make_shared<Connection>(std::move(socket), *this);
+  roster_.admit(connection->roster_entry(), connection, !can_serve);
+  if (can_serve)
+    connection->start();
+  else
+    connection->turn_away();
+}
+
+/// make_room returns true if another client can be served. At the limit, it first evicts the connection that has been
+/// idle longest.
+bool Server::make_room() {
+  if (roster_.served() < client_limit_) return true;
+  if (client_limit_ < settings_.limits.connections) note_shortage("the limit of open files is reached");
+  return evict();
+}
+
+/// evict closes the connection that has been idle longest. Returns false if none is idle.
+bool Server::evict() {
+  const std::shared_ptr<Connection> longest = roster_.take_longest_idle();
+  if (longest) longest->close_if_idle();
+  return longest != nullptr;
+}
+
+void Server::forget(Roster::Entry &entry) {
+  roster_.remove(entry);
+  released();
+  if (stopping_ && running_) boost::asio::post(strand_, [this] { end_when_empty(); });
+}
+
+/* ---- Memory ---- */
+
+void Server::released() {
+  if (stopping_ || !running_ || memory_released_.exchange(true)) return;
+  try {
+    boost::asio::post(strand_, [this] { trim_soon(); });
+  } catch (const std::exception &) {
+    // The next request tries again.
+    memory_released_ = false;
+  }
+}
+
+void Server::trim_soon() {
+  if (stopping_) return;
+  trim_.expires_after(trim_delay);
+  trim_.async_wait([this](const error_code &error) {
+    if (!error) trim();
+  });
+}
+
+/// trim calls malloc_trim(), which also returns free pages between pages in use: after a burst of large requests, small
+/// blocks of the remaining connections are scattered over the heap.
+void Server::trim() {
+  memory_released_ = false;
+  ::malloc_trim(0);
+}
+
+/* ---- Signals and the end ---- */
+
+void Server::await_signal() {
+  signals_.async_wait([this](const error_code &error, int signal) {
+    if (error) return;
+    await_signal();
+    handle(signal);
+  });
+}
+
+void Server::handle(int signal) {
+  if (signal == SIGUSR1 || signal == SIGHUP)
+    reopen_logs(signal);
+  else if (stopping_)
+    stop_now();
+  else
+    stop();
+}
+
+void Server::reopen_logs(int signal) {
+  errors_.reopen();
+  if (!access_.reopen())
+    errors_.error("reopen the access log: " + std::generic_category().message(errno) +
+                  "; still writing to the old file");
+  hosts::reopen_logs();
+  errors_.info(signal == SIGUSR1 ? "SIGUSR1: logs reopened"
+                                 : "SIGHUP: logs reopened; the configuration is read only at start-up");
+}
+
+void Server::stop() {
+  errors_.info("stopping");
+  stopping_ = true;
+  error_code ignored;
+  for (Listener &listener : listeners_) {
+    listener.acceptor.close(ignored);
+    listener.retry.cancel();
+  }
+  for (const auto &connection : roster_.all()) connection->close_if_idle();
+  shutdown_.expires_after(settings_.limits.shutdown);
+  shutdown_.async_wait([this](const error_code &error) {
+    if (!error) stop_now();
+  });
+  end_when_empty();
+}
+
+/// stop_now closes all connections. It does not wait for the plug-in; run waits for it afterwards.
+void Server::stop_now() {
+  const auto open = roster_.all();
+  if (!open.empty()) errors_.warn("closing " + std::to_string(open.size()) + " open connections");
+  for (const auto &connection : open) connection->abort();
+  end();
+}
+
+void Server::end_when_empty() {
+  if (roster_.empty()) end();
+}
+
+/// end cancels everything the I/O context waits for, so that work returns.
+void Server::end() {
+  shutdown_.cancel();
+  trim_.cancel();
+  signals_.cancel();
+  for (Listener &listener : listeners_) listener.retry.cancel();
+}
+
+}  // namespace rdm::rdmd

@@ -1,0 +1,117 @@
+// SPDX-License-Identifier: MIT
+/// The server accepts connections, keeps a roster of them, and shuts down in order.
+#ifndef HOSTS_RDMD_FRONT_SERVER_H
+#define HOSTS_RDMD_FRONT_SERVER_H
+
+#include <atomic>
+#include <list>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "hosts/common/plugin.h"
+#include "hosts/rdmd/front/io.h"
+#include "hosts/rdmd/front/roster.h"
+#include "hosts/rdmd/front/service_thread.h"
+#include "hosts/rdmd/log.h"
+#include "hosts/rdmd/settings.h"
+
+namespace rdm::rdmd {
+
+class Connection;
+
+class Server {
+ public:
+  /// Binds the addresses of "HOST:PORT" or "[IPV6]:PORT"; throws ListenError. Connections are refused until listen is
+  /// called.
+  Server(const Settings &settings, hosts::Plugin &plugin, ErrorLog &errors, AccessLog &access);
+  Server(const Server &) = delete;
+  Server &operator=(const Server &) = delete;
+  ~Server();
+
+  /// listen makes the kernel accept connections, which wait until run is called; throws ListenError. Call it once, when
+  /// the plug-in is ready.
+  void listen();
+
+  /// address returns all bound addresses, such as "127.0.0.1:8380, [::1]:8380". For port 0 it shows the port that the
+  /// system chose.
+  const std::string &address() const { return address_; }
+
+  /// run serves until SIGTERM or SIGINT. Then it gives the answers under way up to the shutdown timeout, and the
+  /// plug-in's last call the same time again. SIGUSR1 and SIGHUP reopen all logs, the plug-in's logs included. Returns
+  /// false if the plug-in has not returned by then; its thread is still running in that case.
+  bool run();
+
+  /* ---- For connections, from any thread ---- */
+
+  const Limits &limits() const { return settings_.limits; }
+  hosts::Plugin &plugin() { return plugin_; }
+  ServiceThread &service() { return service_; }
+  ErrorLog &errors() { return errors_; }
+  AccessLog &access() { return access_; }
+  bool stopping() const { return stopping_; }
+  Roster &roster() { return roster_; }
+  /// forget removes the entry of a connection that is being destroyed.
+  void forget(Roster::Entry &entry);
+  /// released notes that a request has freed its memory, and schedules malloc_trim() so that unused memory returns to
+  /// the system. It throws nothing.
+  void released();
+
+ private:
+  /// Listener is a listening socket. `retry` ends a pause in accepting.
+  struct Listener {
+    Listener(const io::Executor &strand, io::Tcp family) : protocol(family), acceptor(strand), retry(strand) {}
+    const io::Tcp protocol;
+    io::Acceptor acceptor;
+    io::Timer retry;
+  };
+
+  void limit_clients();
+  void bind();
+  void work();
+  std::vector<std::thread> start_threads();
+  void accept(Listener &listener);
+  void accept_after(Duration pause, Listener &listener);
+  Duration take_client(Listener &listener);
+  Duration not_accepted(int error);
+  void accepted(io::Socket socket);
+  void note_shortage(const std::string &reason);
+  bool make_room();
+  bool evict();
+  void await_signal();
+  void handle(int signal);
+  void reopen_logs(int signal);
+  void trim_soon();
+  void trim();
+  void stop();
+  void stop_now();
+  void end_when_empty();
+  void end();
+
+  const Settings &settings_;
+  hosts::Plugin &plugin_;
+  ErrorLog &errors_;
+  AccessLog &access_;
+
+  Roster roster_;
+  std::atomic<bool> stopping_ = false;
+  std::atomic<bool> running_ = true;
+  std::atomic<bool> memory_released_ = false;  // a trim is scheduled
+  std::string address_;
+  std::size_t client_limit_ = 0;
+  bool full_ = false;                         // the last client was turned away
+  io::Clock::time_point next_shortage_line_;  // the earliest time of the next log line about a shortage
+
+  ServiceThread service_;
+  boost::asio::io_context context_;
+  io::Executor strand_;  // of everything below
+  std::list<Listener> listeners_;
+  io::Signals signals_;
+  io::Timer shutdown_;
+  io::Timer trim_;
+};
+
+}  // namespace rdm::rdmd
+
+#endif

@@ -1,0 +1,182 @@
+// SPDX-License-Identifier: MIT
+#include "hosts/rdmd/front/sender.h"
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "support/environment.h"
+#include "support/files.h"
+
+using namespace rdm;
+
+namespace {
+
+using hosts::Piece;
+using rdmd::Sender;
+
+/// SocketPair is a connection within the process; our end is non-blocking.
+class SocketPair {
+ public:
+  SocketPair() {
+    int ends[2];
+    EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+    ours_ = HostFileGuard(ends[0]);
+    theirs_ = HostFileGuard(ends[1]);
+    ::fcntl(ours_.get(), F_SETFL, O_NONBLOCK);
+  }
+  int ours() const { return ours_.get(); }
+  void hang_up() { theirs_ = HostFileGuard(); }
+  /// receive_all returns everything that has arrived.
+  std::string receive_all() {
+    std::string all;
+    for (std::string part; !(part = receive(100'000)).empty();) all += part;
+    return all;
+  }
+  std::string receive(std::size_t most) {
+    std::string text(most, '\0');
+    const ssize_t got = ::recv(theirs_.get(), text.data(), most, MSG_DONTWAIT);
+    text.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
+    return text;
+  }
+
+ private:
+  HostFileGuard ours_, theirs_;
+};
+
+Piece bytes(const std::string &text) { return {text, nullptr, 0, static_cast<std::int64_t>(text.size())}; }
+
+Piece stretch(const std::string &path, std::int64_t offset, std::int64_t length) {
+  return {"", std::make_shared<const HostFileGuard>(host_open_read(path.c_str())), offset, length};
+}
+
+/// answer returns the sender of a head and pieces.
+template <typename... Pieces>
+Sender answer(const std::string &head, Pieces... pieces) {
+  std::vector<Piece> body;
+  (body.push_back(std::move(pieces)), ...);
+  return {head, std::move(body)};
+}
+
+TEST(AnswerSender, SendsHeadBytesAndStretchesInOrder) {
+  const support::TemporaryDirectory directory;
+  const std::string path = directory.write("file", "0123456789");
+  SocketPair pair;
+  Sender sender = answer("HEAD ", bytes("one "), stretch(path, 2, 5), bytes(" two"));
+  EXPECT_EQ(sender.send(pair.ours()), Sender::State::done);
+  EXPECT_EQ(pair.receive(100), "HEAD one 23456 two");
+  EXPECT_EQ(sender.sent(), 18);
+  EXPECT_EQ(sender.body_sent(), 13);
+}
+
+TEST(AnswerSender, AHeadAloneHasNoBody) {
+  SocketPair pair;
+  Sender sender("HEAD", {});
+  EXPECT_EQ(sender.body_sent(), 0);
+  EXPECT_EQ(sender.send(pair.ours()), Sender::State::done);
+  EXPECT_EQ(sender.sent(), 4);
+  EXPECT_EQ(sender.body_sent(), 0);
+}
+
+TEST(AnswerSender, ContinuesAfterAFullSocket) {
+  const support::TemporaryDirectory directory;
+  std::string text;
+  for (int i = 0; text.size() < 3'000'000; ++i) text += std::to_string(i) + ' ';
+  const std::string path = directory.write("file", text);
+  SocketPair pair;
+  Sender sender = answer("HEAD", bytes(text), stretch(path, 0, static_cast<std::int64_t>(text.size())));
+  std::string received;
+  bool was_blocked = false;
+  for (;;) {
+    const Sender::State state = sender.send(pair.ours());
+    was_blocked = was_blocked || state == Sender::State::blocked;
+    received += pair.receive_all();
+    if (state == Sender::State::done) break;
+    ASSERT_NE(state, Sender::State::failed);
+  }
+  EXPECT_TRUE(was_blocked);
+  EXPECT_EQ(received, "HEAD" + text + text);
+}
+
+/// temporary_files returns the number of unlinked files that this process has open.
+long temporary_files() {
+  long count = 0;
+  for (const auto &file : std::filesystem::directory_iterator("/proc/self/fd")) {
+    std::error_code closed;
+    count += std::filesystem::read_symlink(file, closed).string().ends_with(" (deleted)") ? 1 : 0;
+  }
+  return count;
+}
+
+TEST(AnswerSender, MovesUnsentBytesToFilesForASlowClient) {
+  // Regression: for a client that read nothing, up to a megabyte of unsent bytes stayed in memory.
+  const std::string text(1'000'000, 'x'), other(100'000, 'y');
+  SocketPair pair;
+  Sender sender = answer("HEAD", bytes(text), bytes("short"), bytes(other));
+  ASSERT_EQ(sender.send(pair.ours()), Sender::State::blocked);
+  const long before = temporary_files();
+  sender.spill();
+  sender.spill();
+  EXPECT_EQ(temporary_files() - before, 2);
+  std::string received;
+  Sender::State state = Sender::State::blocked;
+  while (state == Sender::State::blocked || state == Sender::State::more) {
+    received += pair.receive_all();
+    state = sender.send(pair.ours());
+  }
+  received += pair.receive_all();
+  EXPECT_EQ(state, Sender::State::done);
+  EXPECT_EQ(received, "HEAD" + text + "short" + other);
+}
+
+TEST(AnswerSender, KeepsUnsentBytesInMemoryIfNoFileCanBeMade) {
+  const support::Environment nowhere("TMPDIR", "/nowhere");
+  const std::string text(1'000'000, 'x');
+  SocketPair pair;
+  Sender sender = answer("HEAD", bytes(text));
+  ASSERT_EQ(sender.send(pair.ours()), Sender::State::blocked);
+  sender.spill();
+  std::string received = pair.receive(100'000);
+  while (sender.send(pair.ours()) != Sender::State::done) received += pair.receive(100'000);
+  received += pair.receive_all();
+  EXPECT_EQ(received, "HEAD" + text);
+}
+
+TEST(AnswerSender, ReadsAndSendsIfSendfileFails) {
+  const support::TemporaryDirectory directory;
+  const std::string text(100'000, 'x');
+  SocketPair pair;
+  ::fcntl(pair.ours(), F_SETFL, O_NONBLOCK | O_APPEND);  // sendfile refuses such a descriptor
+  Sender sender =
+      answer("H", stretch(directory.write("file", text + "not this"), 0, static_cast<std::int64_t>(text.size())),
+             stretch(directory.write("short", "short"), 0, 10));
+  EXPECT_EQ(sender.send(pair.ours()), Sender::State::failed);
+  EXPECT_EQ(pair.receive(200'000), "H" + text + "short");
+}
+
+TEST(AnswerSender, FailsWhenAFileBecameShorterThanItsStretch) {
+  const support::TemporaryDirectory directory;
+  SocketPair pair;
+  Sender sender = answer("H", stretch(directory.write("file", "short"), 0, 10));
+  EXPECT_EQ(sender.send(pair.ours()), Sender::State::failed);
+  EXPECT_EQ(pair.receive(100), "Hshort");
+}
+
+TEST(AnswerSender, FailsQuietlyWhenTheClientHasGone) {
+  SocketPair pair;
+  pair.hang_up();
+  Sender sender("HEAD", {});
+  EXPECT_EQ(sender.send(pair.ours()), Sender::State::failed);
+}
+
+}  // namespace
