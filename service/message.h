@@ -33,6 +33,19 @@ inline void append_text(csio *io, std::string_view text) noexcept {
   csio_append(io, text.data(), static_cast<int32_t>(text.size()));
 }
 
+/// The variables of a request in which the service leaves what it has found out, for the host's logs and counts: the
+/// printed name of the message type, once it fits the URI; the catalog service as it is configured; and the number of
+/// descriptions in the answer to an rd-request. None has text of a client.
+inline constexpr char rdm_type_variable[] = "rdm-type";
+inline constexpr char rdm_csid_variable[] = "rdm-csid";
+inline constexpr char rdm_hits_variable[] = "rdm-hits";
+
+/// rdm_set_variable adds a variable to a request that has a block for them. A failed allocation leaves the variable
+/// out.
+inline void rdm_set_variable(const char *name, const char *value, Request *rq) noexcept {
+  if (rq->vars != nullptr) host_param_add(name, value, rq->vars);
+}
+
 }  // namespace rdm
 
 #endif

@@ -32,8 +32,8 @@ void Exchange::add(const PblockPtr &block, const std::string &name, const std::s
   if (host_param_add(name.c_str(), value.c_str(), block.get()) != 0) throw std::bad_alloc();
 }
 
-std::string Exchange::client_text(const char *name) const {
-  const char *value = host_param_find(name, client_.get());
+std::string Exchange::text_of(const PblockPtr &block, const char *name) {
+  const char *value = host_param_find(name, block.get());
   return value == nullptr ? "" : value;
 }
 

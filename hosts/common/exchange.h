@@ -43,6 +43,8 @@ class Exchange {
   void line(const std::string &name, const std::string &value) { add(line_, name, value); }
   /// header adds a request header; `name` is in lower case.
   void header(const std::string &name, const std::string &value) { add(headers_, name, value); }
+  /// variable adds an entry to the block of variables, which host and plug-in share.
+  void variable(const std::string &name, const std::string &value) { add(vars_, name, value); }
   /// input sets the request body, at most 2 GiB.
   void input(std::string body);
   /// head_only makes the answer count its body without queueing it, for a HEAD request.
@@ -78,10 +80,13 @@ class Exchange {
   bool delimited() const { return started() && (head_only_ || head_->length == written_); }
   OutputQueue &queue() { return queue_; }
   /// client_text returns a value of the client block, or an empty string if there is none.
-  std::string client_text(const char *name) const;
+  std::string client_text(const char *name) const { return text_of(client_, name); }
+  /// variable returns the value of a variable, or an empty string if there is none.
+  std::string variable(const char *name) const { return text_of(vars_, name); }
 
  private:
   static void add(const PblockPtr &block, const std::string &name, const std::string &value);
+  static std::string text_of(const PblockPtr &block, const char *name);
   std::int64_t remaining_length() const;
 
   PblockPtr client_, line_, headers_, response_, vars_;

@@ -152,11 +152,15 @@ Refusal parse_header(Intake &x) {
 
 Refusal check_type_fits_uri(Intake &x) {
   if (rdm_validate_uri(x.uri, x.header->type) != 1) return {"Did not receive valid URI for RDM header."};
+  rdm_set_variable(rdm_type_variable, rdm_type_name(x.header->type), x.request);
   return go_on;
 }
 
 Refusal check_catalog(Intake &x) {
-  if (csid_find(x.header->csid) != nullptr) return go_on;
+  if (const char *configured = csid_findval("csid", x.header->csid)) {
+    rdm_set_variable(rdm_csid_variable, configured, x.request);
+    return go_on;
+  }
   const char *csid = x.header->csid != nullptr ? x.header->csid : "(null)";
   x.refusal = format_text("Unknown CSID: %s\n", csid);
   x.report = format_text("Unknown CSID: %s\n", LogText(csid).c_str());

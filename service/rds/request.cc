@@ -78,15 +78,24 @@ bool read_scope(std::string_view scope, Query &query) {
   return true;
 }
 
+/// note_hits leaves the number of descriptions sent to the host.
+void note_hits(int32_t count, Request *rq) {
+  char text[24];
+  host_itoa(count, text);
+  rdm_set_variable(rdm_hits_variable, text, rq);
+}
+
 /// answer_query searches and sends. Returns the result of the handler.
 int32_t answer_query(Query &query, rdmhdr *header, csio *response, Session *sn, Request *rq) {
   uint32_t bytes = 0;
   int32_t result = 1;
   cs_dbindex index{};
-  if (cs_dbsearch_start(header->csid, &index) == 0)
+  if (cs_dbsearch_start(header->csid, &index) == 0) {
     send_since(header->csid, &index, query.since, query.attributes, &query.limit, &bytes, sn, rq);
-  else
+    note_hits(query.limit, rq);
+  } else {
     result = refuse("Server Error: Cannot service request", header, response);
+  }
   host_free(index.entries);
   // If the search failed, the log shows the requested limit.
   cs_dbsearch_log(query.limit, bytes, query.since, sn, rq);

@@ -48,6 +48,15 @@ TEST_F(ExchangeTest, HasFiveSeparateBlocksAndAnEmptyInput) {
   EXPECT_EQ(exchange.client_text("dns"), "");
 }
 
+TEST_F(ExchangeTest, ItsVariablesAreSharedWithThePlugin) {
+  Exchange exchange;
+  EXPECT_EQ(exchange.variable("rdm-type"), "");
+  exchange.variable("of-the-host", "one");
+  EXPECT_STREQ(host_param_find("of-the-host", exchange.request()->vars), "one");
+  host_param_add("rdm-type", "status-request", exchange.request()->vars);
+  EXPECT_EQ(exchange.variable("rdm-type"), "status-request");
+}
+
 TEST_F(ExchangeTest, IsFoundFromItsSession) {
   Exchange exchange;
   EXPECT_EQ(hosts::exchange_of(exchange.session()), &exchange);

@@ -301,6 +301,39 @@ TEST_F(Intake, ARequestHeaderThatCannotBeLookedUpIsNotThere) {
   expect_refused("Content-length is undefined or too long.");
 }
 
+struct LabelRow {
+  const char *uri, *query, *type, *csid;
+};
+
+TEST_F(Intake, LeavesTypeAndCatalogForTheHost) {
+  const LabelRow rows[] = {
+      {"/rdm/status-request", nullptr, "status-request", books},
+      {"/RDM/STATUS-REQUEST", nullptr, "status-request", books},
+      {"/rdm/incoming", "type=rd-update-request&scope=all", "rd-request", books},
+      {"/rdm/server-request", nullptr, "", ""},  // not the printed name of its type
+      {"/rdm/server-description-request", nullptr, "server-description-request", books},
+      {"/rdm/status-request", "csid=elsewhere", "status-request", ""},
+      {"/rdm/status-request", "type=rd-request", "", ""},
+      {"/rdm/no-such-type", nullptr, "", ""},
+      {"/rdm/", nullptr, "", ""},
+  };
+  for (const LabelRow &row : rows) {
+    Exchange x("GET", row.uri);
+    if (row.query != nullptr) x.query(row.query);
+    EXPECT_EQ(serve(x), HOST_DONE);
+    EXPECT_EQ(x.var("rdm-type"), row.type) << row.uri;
+    EXPECT_EQ(x.var("rdm-csid"), row.csid) << row.uri;
+  }
+}
+
+TEST_F(Intake, ServesARequestWithoutVariables) {
+  Exchange x("GET", "/rdm/server-description-request");
+  pblock *const variables = std::exchange(x.request.vars, nullptr);
+  EXPECT_EQ(serve(x), HOST_DONE);
+  EXPECT_NE(host.sent.find("Server description is unavailable."), std::string::npos) << host.sent;
+  x.request.vars = variables;
+}
+
 TEST_F(Intake, LeavesTheQueryAsItWas) {
   Exchange x("GET", "/rdm/incoming");
   x.query("type=status%2Drequest&a=b+c");

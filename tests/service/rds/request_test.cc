@@ -65,6 +65,7 @@ class Request : public support::HostTest {
     header->csid = host_strdup(csid);
     const int32_t result = rds_rd_request(header.get(), input.get(), response_.get(), &x_->session, &x_->request);
     log_ = x_->var("rdm-log-message");
+    hits_ = x_->var("rdm-hits");
     type_ = x_->response("content-type");
     length_ = x_->response("content-length");
     EXPECT_LE(x_->responses("content-length"), 1);
@@ -87,6 +88,7 @@ class Request : public support::HostTest {
     EXPECT_EQ(host.sent, bytes) << what;
     EXPECT_EQ(length_, std::to_string(bytes.size())) << what;
     EXPECT_EQ(type_, "application/x-rdm") << what;
+    EXPECT_EQ(hits_, std::to_string(numbers.size())) << what;
     EXPECT_NE(log_.find("\"" + std::to_string(numbers.size()) + " RDs Transfered"), std::string::npos) << log_;
     EXPECT_EQ(log_.substr(log_.rfind(' ') + 1), std::to_string(bytes.size()) + "\n");
   }
@@ -96,7 +98,7 @@ class Request : public support::HostTest {
   support::Registry registry_{directory_, "csid=\"c\" catalog-database=\"" + catalog_.path() + "\"\ncsid=\"bare\"\n"};
   CsioPtr response_;
   std::unique_ptr<Exchange> x_;
-  std::string log_, type_, length_;
+  std::string log_, type_, length_, hits_;
 };
 
 TEST_F(Request, ScopeAllSendsEveryDescription) {
@@ -397,6 +399,15 @@ TEST_F(Request, MayHaveTheHeaderBeforeItsQuery) {
   const std::string message = soif("rdmheader", "-", {{"rdm-version", "1.0"}});
   EXPECT_EQ(ask(message + soif("rdmquery", "-", {{"scope", "all"}})), 1);
   expect_sent({1, 2, 3, 4}, "with a header");
+}
+
+TEST_F(Request, LeavesNoNumberOfDescriptionsWithoutAnAnswerOfThem) {
+  query({{"scope", "everything"}});
+  EXPECT_EQ(hits_, "");
+  query({{"scope", "all"}});
+  EXPECT_EQ(hits_, "4");
+  ask(soif("RDMQUERY", "-", {{"scope", "all"}}), "gatherer", "bare");
+  EXPECT_EQ(hits_, "") << "the index cannot be read";
 }
 
 TEST_F(Request, RefusesQueryLanguagesOtherThanGatherer) {
