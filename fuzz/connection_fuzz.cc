@@ -23,7 +23,7 @@ using namespace std::chrono_literals;
 /// Host is a server whose clients connect by socket pairs.
 class Host {
  public:
-  Host() : errors_("/dev/null"), access_(""), plugin_(load()), server_(settings(), plugin_, errors_, access_) {
+  Host() : errors_("/dev/null"), access_(""), plugin_(load()), server_(settings(), plugin_, errors_, access_, {}) {
     std::signal(SIGPIPE, SIG_IGN);
     fuzz::require(plugin_.init(site_.configuration()).empty(), "the plug-in refused the configuration");
   }
@@ -41,7 +41,6 @@ class Host {
   static const rdmd::Settings &settings() {
     static const rdmd::Settings settings = [] {
       rdmd::Settings made;
-      made.listen = "127.0.0.1:0";
       made.limits.head_bytes = 4096;
       made.limits.target_bytes = 1024;
       return made;

@@ -3,9 +3,11 @@
 
 #include <netdb.h>
 #include <netinet/in.h>
+#include <sys/un.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
 #include <memory>
 #include <string_view>
@@ -65,13 +67,29 @@ bool same(const ListenAddress &one, const ListenAddress &other) {
 /// is_missing returns true if bind() failed because this machine does not have the address.
 bool is_missing(int code) { return code == EADDRNOTAVAIL || code == EAFNOSUPPORT; }
 
-/// bind_all binds a socket to each address. If the port is 0, all use the port of the first socket.
-BoundSockets bind_all(const std::string &text, std::vector<ListenAddress> addresses) {
+/// is_same_host returns true if two addresses of one family differ at most in the port.
+bool is_same_host(const ListenAddress &one, ListenAddress other) {
+  other.set_port(one.port());
+  return same(one, other);
+}
+
+/// name_of returns the path of a Unix socket, or "@NAME" of an abstract one.
+std::string name_of(const sockaddr_un &address, socklen_t size) {
+  const std::size_t length = size - std::min<std::size_t>(size, offsetof(sockaddr_un, sun_path));
+  std::string name(address.sun_path, std::min(length, sizeof address.sun_path));
+  if (name.empty() || name.front() != '\0') return name.substr(0, name.find('\0'));
+  name.front() = '@';
+  return name;
+}
+
+/// bind_all returns a socket for each address. If the port is 0, all use the port of the first socket.
+BoundSockets bind_all(const std::string &text, std::vector<ListenAddress> addresses, const TakeSocket &take) {
   BoundSockets bound;
   int missing = 0;
   for (ListenAddress &address : addresses) {
     if (!bound.sockets.empty()) address.set_port(local_address(bound.sockets.front().get()).port());
-    HostFileGuard socket = bind_address(address, addresses.size() > 1);
+    HostFileGuard socket = take ? take(address) : HostFileGuard();
+    if (!socket) socket = bind_address(address, addresses.size() > 1);
     if (!socket && !is_missing(errno)) throw ListenError(text, reason_of(errno), errno);
     if (!socket) {
       missing = errno;
@@ -98,7 +116,14 @@ void ListenAddress::set_port(std::uint16_t port) {
     reinterpret_cast<sockaddr_in &>(storage).sin_port = htons(port);
 }
 
+bool ListenAddress::covers(const ListenAddress &other) const {
+  if (family() != other.family() || size != other.size) return false;
+  if (family() != AF_INET && family() != AF_INET6) return same(*this, other);
+  return (port() == 0 || port() == other.port()) && is_same_host(*this, other);
+}
+
 std::string ListenAddress::text() const {
+  if (family() == AF_UNIX) return "unix:" + name_of(reinterpret_cast<const sockaddr_un &>(storage), size);
   char host[NI_MAXHOST] = "", number[NI_MAXSERV] = "";
   ::getnameinfo(reinterpret_cast<const sockaddr *>(&storage), size, host, sizeof host, number, sizeof number,
                 NI_NUMERICHOST | NI_NUMERICSERV);
@@ -131,12 +156,12 @@ HostFileGuard bind_address(const ListenAddress &address, bool v6_only) {
   return socket;
 }
 
-BoundSockets bind_listen(const std::string &text) {
+BoundSockets bind_listen(const std::string &text, const TakeSocket &take) {
   const std::vector<ListenAddress> addresses = resolve_listen(text);
   const bool any_port = addresses.front().port() == 0 && addresses.size() > 1;
   for (int attempt = 1;; ++attempt) {
     try {
-      return bind_all(text, addresses);
+      return bind_all(text, addresses, take);
     } catch (const ListenError &error) {
       if (!any_port || error.code() != EADDRINUSE || attempt == free_port_attempts) throw;
     }

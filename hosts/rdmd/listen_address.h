@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Resolves "HOST:PORT" and binds a socket to each address found.
+/// Resolves "HOST:PORT" and binds a socket to each address found. Addresses of Unix sockets can be compared and shown.
 ///
 /// Binding and listening are separate steps. A bound socket reserves its address, so EADDRINUSE is reported at once,
 /// but clients are refused until listen() is called. This file does not depend on the server, so that --check can use
@@ -10,6 +10,7 @@
 #include <sys/socket.h>
 
 #include <cstdint>
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -39,7 +40,9 @@ struct ListenAddress {
   int family() const { return storage.ss_family; }
   std::uint16_t port() const;
   void set_port(std::uint16_t port);
-  /// text returns "127.0.0.1:8380" or "[::1]:8380".
+  /// covers returns true if `other` has the same family, host and port; port 0 covers any port.
+  bool covers(const ListenAddress &other) const;
+  /// text returns "127.0.0.1:8380", "[::1]:8380" or "unix:PATH". The name of an abstract Unix socket begins with "@".
   std::string text() const;
 };
 
@@ -57,10 +60,14 @@ struct BoundSockets {
   std::vector<std::string> missing;    // "ADDRESS: REASON" of each address that this machine does not have
 };
 
-/// bind_listen binds a socket to every address of `text`. For port 0 the system chooses one port, the same for all
-/// addresses. An address that this machine does not have (a name may resolve to ::1 while IPv6 is off) is skipped and
-/// listed in `missing`. Throws ListenError if no address is left, or if binding one fails for any other reason.
-BoundSockets bind_listen(const std::string &text);
+/// TakeSocket returns a socket that already has the address, or an empty guard.
+using TakeSocket = std::function<HostFileGuard(const ListenAddress &)>;
+
+/// bind_listen returns a socket for every address of `text`: one from `take`, or else one that it binds. For port 0 the
+/// system chooses one port, the same for all addresses. An address that this machine does not have (a name may resolve
+/// to ::1 while IPv6 is off) is skipped and listed in `missing`. Throws ListenError if no address is left, or if
+/// binding one fails for any other reason.
+BoundSockets bind_listen(const std::string &text, const TakeSocket &take = {});
 
 /// local_address returns the address that a socket is bound to.
 ListenAddress local_address(host_fd socket);

@@ -11,13 +11,15 @@
 #include <exception>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "hosts/common/host_table.h"
 #include "hosts/common/plugin.h"
 #include "hosts/rdmd/check/check.h"
 #include "hosts/rdmd/front/server.h"
 #include "hosts/rdmd/leftovers.h"
-#include "hosts/rdmd/listen_address.h"
+#include "hosts/rdmd/listeners.h"
 #include "hosts/rdmd/log.h"
 #include "hosts/rdmd/options.h"
 #include "hosts/rdmd/standard_stream.h"
@@ -58,7 +60,7 @@ bool loads(const Settings &settings) {
 int check_all(const Settings &settings) {
   // First, because this changes the process's user, and the plug-in must be readable by that user.
   check::Findings findings =
-      check::check_command_line({settings.listen, settings.access_log, settings.error_log, settings.user});
+      check::check_command_line({listen_texts(settings), settings.access_log, settings.error_log, settings.user});
   const bool loaded = loads(settings);
   const check::Findings more = check::check_configuration(settings.config);
   findings.insert(findings.end(), more.begin(), more.end());
@@ -103,14 +105,16 @@ bool open_service(const Settings &settings, hosts::Plugin &plugin, Server &serve
   }
 }
 
-int serve(const Settings &settings, ErrorLog &errors) {
+int serve(const Settings &settings, std::vector<InheritedSocket> inherited, ErrorLog &errors) {
   hosts::bind_host([&errors](const hosts::Report &report) { errors.report(report); });
   const auto dropped = [&errors](std::size_t lines) { return errors.dropped("the access log", lines); };
   StandardStream output(stdout, STDOUT_FILENO, dropped);
   AccessLog access(settings.access_log, dropped);
   hosts::Plugin plugin = load_plugin(settings);
   // Binding first: an address in use is reported before the plug-in reads anything.
-  Server server(settings, plugin, errors, access);
+  Server server(
+      settings, plugin, errors, access,
+      open_listeners(settings, std::move(inherited), [&errors](const std::string &text) { errors.warn(text); }));
   log_mistakes(settings.config, errors);
   if (!open_service(settings, plugin, server, errors)) {
     hosts::run_exits();
@@ -128,13 +132,13 @@ int serve(const Settings &settings, ErrorLog &errors) {
 
 /// serve_with_logs runs the server and returns the exit status. While its logs are not open, the signals that reopen
 /// logs are ignored.
-int serve_with_logs(const Settings &settings) {
+int serve_with_logs(const Settings &settings, std::vector<InheritedSocket> inherited) {
   for (const int signal : {SIGUSR1, SIGHUP}) std::signal(signal, SIG_IGN);
   StandardStream standard_error(stderr, STDERR_FILENO);
   ErrorLog errors(settings.error_log);
   int status = EXIT_FAILURE;
   try {
-    status = serve(settings, errors);
+    status = serve(settings, std::move(inherited), errors);
   } catch (const std::exception &error) {
     errors.error(error.what());
   }
@@ -149,13 +153,14 @@ int main(int argc, char **argv) {
   // Commands that the plug-in runs must not inherit descriptors of our caller. Descriptors opened later are
   // close-on-exec.
   ::close_range(STDERR_FILENO + 1, UINT_MAX, CLOSE_RANGE_CLOEXEC);
+  std::vector<InheritedSocket> inherited = take_inherited_sockets();
   int exit_code = EXIT_SUCCESS;
   const std::optional<Settings> settings = parse_options(argc, argv, exit_code);
   if (!settings) return exit_code;
   // Let write() fail with EPIPE or EFBIG instead.
   for (const int signal : {SIGPIPE, SIGXFSZ}) std::signal(signal, SIG_IGN);
   try {
-    return settings->check ? check_all(*settings) : serve_with_logs(*settings);
+    return settings->check ? check_all(*settings) : serve_with_logs(*settings, std::move(inherited));
   } catch (const std::exception &error) {
     std::fprintf(stderr, "rdmd: %s\n", error.what());
     return EXIT_FAILURE;

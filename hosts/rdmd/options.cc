@@ -56,9 +56,10 @@ void add_options(CLI::App &app, Settings &settings) {
   cli::declare_program(app);
   app.set_config("--options", "", "Read options from a TOML file")->type_name("FILE");
   app.allow_config_extras(CLI::config_extras_mode::error);
-  app.add_option("--listen", settings.listen, "Address to listen on; port 0 takes a free one")
-      ->type_name("HOST:PORT")
-      ->capture_default_str();
+  app.add_option("--listen", settings.listen, "Address to listen on, several times if need be; port 0 takes a free one")
+      ->type_name("HOST:PORT|unix:PATH")
+      ->allow_extra_args(false)
+      ->default_str(default_listen);
   app.add_option("--plugin", settings.plugin, "The plug-in; by default librdm.so of this installation")
       ->type_name("PATH");
   app.add_option("--config", settings.config, "Service configuration file")->type_name("FILE")->required();

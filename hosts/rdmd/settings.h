@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstddef>
 #include <string>
+#include <vector>
 
 namespace rdm::rdmd {
 
@@ -24,8 +25,11 @@ struct Limits {
   std::size_t target_bytes = 8190;  // of a request target
 };
 
+/// The address of a server whose options name none.
+inline constexpr const char *default_listen = "127.0.0.1:8380";
+
 struct Settings {
-  std::string listen = "127.0.0.1:8380";
+  std::vector<std::string> listen;  // "HOST:PORT" or "unix:PATH"; empty: none was given
   std::string plugin;
   std::string config;
   std::string access_log;  // empty: none; "-": standard output

@@ -12,6 +12,7 @@
 
 #include "hosts/common/log_file.h"
 #include "hosts/rdmd/listen_address.h"
+#include "hosts/rdmd/socket_file.h"
 
 namespace rdm::check {
 namespace {
@@ -101,6 +102,7 @@ void check_log(const Pair &log, Report &report) {
 
 void check_listen(const std::string &address, Report &report) {
   try {
+    if (const auto path = rdmd::unix_path(address)) return rdmd::check_unix(*path);
     const std::vector<rdmd::ListenAddress> all = rdmd::resolve_listen(address);
     std::vector<std::string> missing;
     for (const rdmd::ListenAddress &one : all) {

@@ -21,9 +21,9 @@ void check_temporary(const Pair &directory, Report &report);
 /// created.
 void check_log(const Pair &log, Report &report);
 
-/// check_listen reports an error unless a server could listen on "HOST:PORT": the name resolves, the address belongs to
-/// this machine, and the caller may use the port. A port in use is not an error: the server itself may be using it. The
-/// sockets are bound for a moment but do not listen.
+/// check_listen reports an error unless a server could listen on "HOST:PORT" or "unix:PATH": the name resolves, the
+/// address belongs to this machine, and the caller may use the port, or may create the socket. A port or a socket in
+/// use is not an error: the server itself may be using it. The sockets are bound for a moment but do not listen.
 void check_listen(const std::string &address, Report &report);
 
 }  // namespace rdm::check

@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
+#include <cstring>
 #include <ctime>
 #include <string_view>
 #include <utility>
@@ -60,6 +61,13 @@ bool is_broken(io::Socket &socket) {
   return ::poll(&state, 1, 0) > 0;
 }
 
+/// tcp_address returns the IP address of an endpoint.
+boost::asio::ip::address tcp_address(const io::Protocol::endpoint &endpoint) {
+  io::Tcp::endpoint tcp;
+  std::memcpy(tcp.data(), endpoint.data(), std::min(endpoint.size(), tcp.capacity()));
+  return tcp.address();
+}
+
 /// is_reset returns true if the TCP state of the connection is CLOSE.
 bool is_reset(io::Socket &socket) {
   struct tcp_info info {};
@@ -73,7 +81,8 @@ std::string client_address(const io::Socket &socket) {
   error_code error;
   const auto endpoint = socket.remote_endpoint(error);
   if (error) return "-";
-  const auto address = endpoint.address();
+  if (endpoint.protocol().family() == AF_UNIX) return "unix:";
+  const auto address = tcp_address(endpoint);
   if (address.is_v6() && address.to_v6().is_v4_mapped())
     return boost::asio::ip::make_address_v4(boost::asio::ip::v4_mapped, address.to_v6()).to_string();
   return address.to_string();

@@ -33,8 +33,8 @@ namespace rdm::rdmd {
 
 class Server;
 
-/// client_address returns the client's address as text, or "-" if the client has disconnected. A v4-mapped IPv6 address
-/// is shown as IPv4.
+/// client_address returns the client's address as text, "unix:" for a client of a Unix socket, or "-" if the client has
+/// disconnected. A v4-mapped IPv6 address is shown as IPv4.
 std::string client_address(const io::Socket &socket);
 
 class Connection : public std::enable_shared_from_this<Connection> {

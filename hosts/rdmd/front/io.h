@@ -9,6 +9,7 @@
 #include <boost/asio/basic_socket_acceptor.hpp>
 #include <boost/asio/basic_stream_socket.hpp>
 #include <boost/asio/basic_waitable_timer.hpp>
+#include <boost/asio/generic/stream_protocol.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/strand.hpp>
@@ -18,8 +19,10 @@ namespace rdm::rdmd::io {
 using Clock = std::chrono::steady_clock;
 using Executor = boost::asio::strand<boost::asio::io_context::executor_type>;
 using Tcp = boost::asio::ip::tcp;
-using Socket = boost::asio::basic_stream_socket<Tcp, Executor>;
-using Acceptor = boost::asio::basic_socket_acceptor<Tcp, Executor>;
+/// TCP of either family, or Unix-domain streams.
+using Protocol = boost::asio::generic::stream_protocol;
+using Socket = boost::asio::basic_stream_socket<Protocol, Executor>;
+using Acceptor = boost::asio::basic_socket_acceptor<Protocol, Executor>;
 using Timer = boost::asio::basic_waitable_timer<Clock, boost::asio::wait_traits<Clock>, Executor>;
 using Signals = boost::asio::basic_signal_set<Executor>;
 

@@ -22,7 +22,6 @@
 
 #include "hosts/common/host_table.h"
 #include "hosts/rdmd/front/connection.h"
-#include "hosts/rdmd/listen_address.h"
 
 namespace rdm::rdmd {
 namespace {
@@ -77,7 +76,19 @@ bool is_shortage(int error) { return error == EMFILE || error == ENFILE || error
 
 }  // namespace
 
-Server::Server(const Settings &settings, hosts::Plugin &plugin, ErrorLog &errors, AccessLog &access)
+Server::Listener::Listener(const io::Executor &strand, ListeningSocket from)
+    : socket(std::move(from)),
+      protocol(local_address(socket.socket.get()).family(), 0),
+      acceptor(strand),
+      retry(strand) {
+  acceptor.assign(protocol, socket.socket.get());
+  socket.socket.release();
+  acceptor.non_blocking(true);
+  limit_segments(acceptor);
+}
+
+Server::Server(const Settings &settings, hosts::Plugin &plugin, ErrorLog &errors, AccessLog &access,
+               std::vector<ListeningSocket> sockets)
     : settings_(settings),
       plugin_(plugin),
       errors_(errors),
@@ -88,7 +99,10 @@ Server::Server(const Settings &settings, hosts::Plugin &plugin, ErrorLog &errors
       trim_(strand_) {
   signals_.add(SIGUSR1);
   limit_clients();
-  bind();
+  for (ListeningSocket &socket : sockets) {
+    address_ += (address_.empty() ? "" : ", ") + socket.address;
+    listeners_.emplace_back(strand_, std::move(socket));
+  }
 }
 
 /// Connections still open are destroyed with the I/O context; `running_` tells them not to post work to it.
@@ -106,27 +120,8 @@ void Server::limit_clients() {
                "; raise it (ulimit -n, LimitNOFILE) or lower --max-connections");
 }
 
-void Server::bind() {
-  BoundSockets bound = bind_listen(settings_.listen);
-  for (const std::string &address : bound.missing)
-    errors_.warn("cannot listen on " + settings_.listen + ": " + address + "; listening on its other addresses");
-  for (HostFileGuard &socket : bound.sockets) {
-    const ListenAddress address = local_address(socket.get());
-    address_ += (address_.empty() ? "" : ", ") + address.text();
-    Listener &listener = listeners_.emplace_back(strand_, address.family() == AF_INET6 ? io::Tcp::v6() : io::Tcp::v4());
-    listener.acceptor.assign(listener.protocol, socket.get());
-    socket.release();
-    listener.acceptor.non_blocking(true);
-    limit_segments(listener.acceptor);
-  }
-}
-
 void Server::listen() {
-  for (Listener &listener : listeners_) {
-    error_code error;
-    listener.acceptor.listen(io::Acceptor::max_listen_connections, error);
-    if (error) throw ListenError(settings_.listen, error.message(), error.value());
-  }
+  for (Listener &listener : listeners_) begin_listening(listener.acceptor.native_handle(), listener.socket);
 }
 
 bool Server::run() {
@@ -316,6 +311,7 @@ void Server::stop() {
   error_code ignored;
   for (Listener &listener : listeners_) {
     listener.acceptor.close(ignored);
+    listener.socket.file.remove();
     listener.retry.cancel();
   }
   for (const auto &connection : roster_.all()) connection->close_if_idle();

@@ -14,6 +14,7 @@
 #include "hosts/rdmd/front/io.h"
 #include "hosts/rdmd/front/roster.h"
 #include "hosts/rdmd/front/service_thread.h"
+#include "hosts/rdmd/listeners.h"
 #include "hosts/rdmd/log.h"
 #include "hosts/rdmd/settings.h"
 
@@ -23,9 +24,9 @@ class Connection;
 
 class Server {
  public:
-  /// Binds the addresses of "HOST:PORT" or "[IPV6]:PORT"; throws ListenError. Connections are refused until listen is
-  /// called.
-  Server(const Settings &settings, hosts::Plugin &plugin, ErrorLog &errors, AccessLog &access);
+  /// Takes bound sockets. Connections are refused until listen is called, except by a socket that listens already.
+  Server(const Settings &settings, hosts::Plugin &plugin, ErrorLog &errors, AccessLog &access,
+         std::vector<ListeningSocket> sockets);
   Server(const Server &) = delete;
   Server &operator=(const Server &) = delete;
   ~Server();
@@ -34,7 +35,7 @@ class Server {
   /// the plug-in is ready.
   void listen();
 
-  /// address returns all bound addresses, such as "127.0.0.1:8380, [::1]:8380". For port 0 it shows the port that the
+  /// address returns all addresses, such as "127.0.0.1:8380, [::1]:8380". For port 0 it shows the port that the
   /// system chose.
   const std::string &address() const { return address_; }
 
@@ -59,16 +60,16 @@ class Server {
   void released();
 
  private:
-  /// Listener is a listening socket. `retry` ends a pause in accepting.
+  /// Listener is a listening socket; the acceptor owns its descriptor. `retry` ends a pause in accepting.
   struct Listener {
-    Listener(const io::Executor &strand, io::Tcp family) : protocol(family), acceptor(strand), retry(strand) {}
-    const io::Tcp protocol;
+    Listener(const io::Executor &strand, ListeningSocket from);
+    ListeningSocket socket;
+    const io::Protocol protocol;
     io::Acceptor acceptor;
     io::Timer retry;
   };
 
   void limit_clients();
-  void bind();
   void work();
   std::vector<std::thread> start_threads();
   void accept(Listener &listener);

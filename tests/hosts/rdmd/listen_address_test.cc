@@ -179,7 +179,7 @@ class ListeningServer : public ::testing::Test {
  protected:
   static rdmd::Settings on(const char *listen) {
     rdmd::Settings settings;
-    settings.listen = listen;
+    settings.listen = {listen};
     return settings;
   }
 };

@@ -8,6 +8,7 @@
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -41,14 +42,24 @@ struct Pipe {
   }
 };
 
-[[noreturn]] void become(const std::vector<std::string> &arguments, const Pipe &output, const Pipe &errors) {
-  ::dup2(output.write_end, STDOUT_FILENO);
-  ::dup2(errors.write_end, STDERR_FILENO);
+[[noreturn]] void become(const std::vector<std::string> &arguments) {
   std::vector<char *> argv;
   for (const std::string &argument : arguments) argv.push_back(const_cast<char *>(argument.c_str()));
   argv.push_back(nullptr);
   ::execv(argv[0], argv.data());
   ::_exit(127);
+}
+
+/// pass_on makes the sockets descriptors from 3 on of the calling process, and names them in its environment.
+void pass_on(const Inherited &inherited) {
+  if (inherited.sockets.empty()) return;
+  std::vector<int> copies;
+  for (const int socket : inherited.sockets) copies.push_back(::fcntl(socket, F_DUPFD_CLOEXEC, 100));
+  int target = 3;
+  for (const int copy : copies) ::dup2(copy, target++);
+  ::setenv("LISTEN_PID", std::to_string(::getpid()).c_str(), 1);
+  ::setenv("LISTEN_FDS", std::to_string(copies.size()).c_str(), 1);
+  ::setenv("LISTEN_FDNAMES", inherited.names.c_str(), 1);
 }
 
 std::string lower(std::string text) {
@@ -74,7 +85,7 @@ void parse_head(HttpResponse &response) {
 
 }  // namespace
 
-RdmdProcess::RdmdProcess(const std::vector<std::string> &arguments, unsigned descriptors) {
+RdmdProcess::RdmdProcess(const std::vector<std::string> &arguments, unsigned descriptors, const Inherited &inherited) {
   std::vector<std::string> all = {in_build("bin/rdmd")};
   all.insert(all.end(), arguments.begin(), arguments.end());
   const Pipe output, errors;
@@ -82,7 +93,10 @@ RdmdProcess::RdmdProcess(const std::vector<std::string> &arguments, unsigned des
   if (pid_ == 0) {
     const struct rlimit limit = {descriptors, descriptors};
     if (descriptors > 0) ::setrlimit(RLIMIT_NOFILE, &limit);
-    become(all, output, errors);
+    ::dup2(output.write_end, STDOUT_FILENO);
+    ::dup2(errors.write_end, STDERR_FILENO);
+    pass_on(inherited);
+    become(all);
   }
   ::close(output.write_end);
   ::close(errors.write_end);
@@ -205,6 +219,15 @@ HttpClient::HttpClient(int port, bool ipv6, int receive_buffer) {
   v6.sin6_addr = in6addr_loopback;
   const auto *address = ipv6 ? reinterpret_cast<const sockaddr *>(&v6) : reinterpret_cast<const sockaddr *>(&v4);
   if (::connect(fd_, address, ipv6 ? sizeof v6 : sizeof v4) != 0) ADD_FAILURE() << "connect: " << std::strerror(errno);
+}
+
+HttpClient::HttpClient(const std::string &path) {
+  fd_ = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof address.sun_path - 1);
+  if (::connect(fd_, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
+    ADD_FAILURE() << "connect: " << std::strerror(errno);
 }
 
 HttpClient::~HttpClient() { ::close(fd_); }

@@ -17,18 +17,25 @@ namespace rdm::support {
 /// The timeout of all waiting in tests, far longer than needed.
 inline constexpr std::chrono::milliseconds timeout{60'000};
 
+/// Inherited holds sockets that a process is started with, as descriptors from 3 on, and their names, separated by ":".
+struct Inherited {
+  std::vector<int> sockets;
+  std::string names;
+};
+
 /// RdmdProcess runs rdmd with the given arguments and, unless `descriptors` is 0, with that limit of open files. The
 /// destructor stops it if it still runs, and expects exit status 0, so that sanitizers can report and coverage is
 /// written.
 class RdmdProcess {
  public:
-  explicit RdmdProcess(const std::vector<std::string> &arguments, unsigned descriptors = 0);
+  explicit RdmdProcess(const std::vector<std::string> &arguments, unsigned descriptors = 0,
+                       const Inherited &inherited = {});
   RdmdProcess(const RdmdProcess &) = delete;
   RdmdProcess &operator=(const RdmdProcess &) = delete;
   ~RdmdProcess();
 
-  /// port waits for the line with the listening address and returns its port. Returns 0 and fails the test if the
-  /// process ends without one.
+  /// port waits for the line with the listening addresses and returns the last port. Returns 0 and fails the test if
+  /// the process ends without one.
   int port();
   pid_t pid() const { return pid_; }
   /// cpu_time returns the CPU time of all its threads, open_files the number of its descriptors.
@@ -75,10 +82,11 @@ struct HttpResponse {
   }
 };
 
-/// HttpClient is one connection to a server on the loopback interface.
+/// HttpClient is one connection to a server on the loopback interface, or on a Unix socket.
 class HttpClient {
  public:
   explicit HttpClient(int port, bool ipv6 = false, int receive_buffer = 0);
+  explicit HttpClient(const std::string &path);
   HttpClient(const HttpClient &) = delete;
   HttpClient &operator=(const HttpClient &) = delete;
   ~HttpClient();

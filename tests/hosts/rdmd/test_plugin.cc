@@ -174,6 +174,12 @@ int print(Session *session, Request *request) {
   return answer(session, request, "printed\n");
 }
 
+/// environment answers with the variable named by the query.
+int environment(Session *session, Request *request) {
+  const char *const value = std::getenv(value_of(request->line, "query").c_str());
+  return answer(session, request, value != nullptr ? value : "");
+}
+
 int report(Session *session, Request *request) {
   host_report_error(0, "test-plugin", session, request, "%s", "a \"bad\" thing\nhappened\n");
   return answer(session, request, "reported\n");
@@ -197,6 +203,7 @@ const std::map<std::string, Handler> handlers = {
     {"/rdm/fast", fast},
     {"/rdm/report", report},
     {"/rdm/print", print},
+    {"/rdm/environment", environment},
 };
 
 void await_file(const std::string &path) {

@@ -31,7 +31,7 @@ class ServerWithin {
 
  private:
   static rdmd::Settings on_any_port(rdmd::Settings settings) {
-    if (settings.listen == rdmd::Settings().listen) settings.listen = "127.0.0.1:0";
+    if (settings.listen.empty()) settings.listen = {"127.0.0.1:0"};
     return settings;
   }
 
@@ -40,7 +40,8 @@ class ServerWithin {
   rdmd::ErrorLog errors_{directory_.path("errors")};
   rdmd::AccessLog access_{""};
   hosts::Plugin plugin_{in_build("tests/test_plugin.so")};
-  rdmd::Server server_{settings_, plugin_, errors_, access_};
+  rdmd::Server server_{settings_, plugin_, errors_, access_,
+                       rdmd::open_listeners(settings_, {}, [this](const std::string &text) { errors_.warn(text); })};
 };
 
 }  // namespace rdm::support
