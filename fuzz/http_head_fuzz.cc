@@ -12,10 +12,10 @@ using namespace rdm;
 
 namespace {
 
-constexpr size_t head_limit = 4096, target_limit = 1024;
+constexpr rdmd::HeadLimits limits{4096, 1024, 200};
 
 rdmd::HeadResult read(std::string_view bytes, size_t piece) {
-  rdmd::HeadReader reader(head_limit, target_limit);
+  rdmd::HeadReader reader(limits);
   std::string buffer;
   rdmd::HeadResult result;
   while (!bytes.empty() && std::holds_alternative<rdmd::NeedMore>(result)) {
@@ -42,7 +42,7 @@ void check(const rdmd::RequestHead &head, const rdmd::RequestHead &other) {
                     head.expects_continue == other.expects_continue,
                 "the framing depends on how the head arrives");
   fuzz::require(head.field("transfer-encoding").empty(), "a head with Transfer-Encoding was accepted");
-  fuzz::require(head.fields.size() <= rdmd::field_limit, "a head has more fields than the limit");
+  fuzz::require(head.fields.size() <= limits.fields, "a head has more fields than the limit");
   const std::string_view host = head.field("host");
   fuzz::require(host.find_first_of(" \t/?#@\\\"") == std::string_view::npos, "a malformed Host was accepted");
   const auto target = rdmd::parse_target(head.target);

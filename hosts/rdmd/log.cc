@@ -22,7 +22,9 @@ constexpr std::size_t line_limit = log_line_size - 1;
 constexpr std::array<std::string_view, static_cast<std::size_t>(Trouble::count)> reasons = {
     "408: the request head did not arrive in time",
     "408: the request body did not arrive in time",
+    "414 or 431: the request head exceeds a limit",
     "answer cut off: the client acknowledged nothing within the write timeout",
+    "answer cut off: the client took less than the minimum send rate",
     "answer cut off: the connection broke, or a file became shorter while it was sent",
     "503: the connection was closed before the request was processed",
     "503: connection limit reached",

@@ -27,7 +27,9 @@ namespace rdm::rdmd {
 enum class Trouble {
   late_head,     // the request head did not arrive in time: 408
   late_body,     // the request body did not arrive in time: 408
+  large_head,    // the request head exceeded a limit: 414 or 431
   unread,        // the client acknowledged nothing of its answer in time: closed
+  too_slow,      // the client took its answer more slowly than the minimum rate: closed
   broken,        // the connection broke, or a file of the answer became shorter: closed
   not_served,    // the connection ended before its request reached the plug-in: 503 in the access log
   turned_away,   // a client beyond the connection limit: 503

@@ -1,14 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "hosts/rdmd/options.h"
 
-#include <array>
-#include <chrono>
-#include <cmath>
 #include <filesystem>
 #include <iostream>
 #include <string>
 
 #include "cli/command_line.h"
+#include "hosts/rdmd/limit_options.h"
 
 namespace rdm::rdmd {
 namespace {
@@ -25,31 +23,6 @@ std::string default_plugin() {
     for (const char *name : {"librdm.so", "librdm.so.1"})
       if (fs::exists(directory / name, ignored)) return (directory / name).lexically_normal().string();
   return {};
-}
-
-/// An option in seconds whose setting is in milliseconds.
-struct TimeOption {
-  const char *name;
-  Duration Limits::*limit;
-  const char *description;
-};
-
-constexpr TimeOption time_options[] = {
-    {"--header-timeout", &Limits::header, "Seconds for a whole request head"},
-    {"--body-timeout", &Limits::body, "Seconds for a whole request body"},
-    {"--idle-timeout", &Limits::idle, "Seconds between two requests of a connection"},
-    {"--write-timeout", &Limits::write, "Seconds without a client taking any of its answer"},
-    {"--linger-timeout", &Limits::linger, "Seconds for what a client still sends after its last answer"},
-    {"--shutdown-timeout", &Limits::shutdown, "Seconds for answers under way at shutdown"},
-};
-
-void add_time_option(CLI::App &app, const TimeOption &option, Limits &limits) {
-  Duration &limit = limits.*option.limit;
-  const auto set = [&limit](const double &seconds) { limit = Duration(std::llround(seconds * 1000)); };
-  app.add_option_function<double>(option.name, set, option.description)
-      ->check(CLI::Range(0.001, 86400.0))
-      ->type_name("SECONDS")
-      ->default_str(std::to_string(limit.count() / 1000));
 }
 
 void add_options(CLI::App &app, Settings &settings) {
@@ -72,10 +45,7 @@ void add_options(CLI::App &app, Settings &settings) {
   app.add_option("--error-log", settings.error_log, "Error log; standard error by default")->type_name("FILE");
   CLI::Option *check = app.add_flag("--check", settings.check, "Check the plug-in and the configuration, and exit");
   app.add_option("--user", settings.user, "Check what this user may read and write")->type_name("NAME")->needs(check);
-  app.add_option("--max-connections", settings.limits.connections, "Connections served at once")
-      ->check(CLI::Range(1, 65536))
-      ->capture_default_str();
-  for (const TimeOption &option : time_options) add_time_option(app, option, settings.limits);
+  add_limit_options(app, settings.limits);
 }
 
 }  // namespace

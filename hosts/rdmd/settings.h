@@ -22,7 +22,9 @@ struct Limits {
   Duration shutdown{30'000};        // for the answers under way at shutdown
   std::size_t connections = 1024;   // at once
   std::size_t head_bytes = 16384;   // of a request head
+  std::size_t head_fields = 200;    // of a request head; repeated fields count each time
   std::size_t target_bytes = 8190;  // of a request target
+  std::size_t send_rate = 256;      // bytes per second that a client must acknowledge on average; 0: any
 };
 
 /// The address of a server whose options name none.
@@ -44,6 +46,10 @@ struct Settings {
 /// The longest body that is read before the plug-in is called. Longer ones are not read, because the plug-in refuses
 /// them by their declared length.
 inline constexpr std::size_t body_limit = 32768;
+
+/// A client may be behind the minimum send rate by this multiple of the write timeout. The write deadline tolerates
+/// pauses of about the same length.
+inline constexpr int send_rate_slack = 5;
 
 }  // namespace rdm::rdmd
 

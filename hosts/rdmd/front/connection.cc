@@ -46,6 +46,8 @@ constexpr std::size_t head_block = 4096;
 /// Bytes of a referer or user agent that the access log shows.
 constexpr std::size_t logged_field = 1024;
 
+HeadLimits head_limits(const Limits &limits) { return {limits.head_bytes, limits.target_bytes, limits.head_fields}; }
+
 /// release_memory frees the memory that `value` holds. Assigning an empty string would keep the capacity.
 template <typename Value>
 void release_memory(Value &value) {
@@ -94,8 +96,9 @@ Connection::Connection(io::Socket socket, Server &server)
       limit_alarm_(socket_.get_executor()),
       client_(client_address(socket_)),
       deadline_(server.limits().write),
+      send_rate_(server.limits().send_rate, server.limits().write * send_rate_slack),
       check_alarm_(socket_.get_executor()),
-      reader_(server.limits().head_bytes, server.limits().target_bytes) {
+      reader_(head_limits(server.limits())) {
   error_code ignored;
   socket_.native_non_blocking(true, ignored);
   socket_.set_option(io::Tcp::no_delay(true), ignored);
@@ -169,8 +172,8 @@ void Connection::give_up_body() {
   refuse({408, "The request body did not arrive in time.\n"});
 }
 
-void Connection::give_up_sending() {
-  server_.errors().trouble(Trouble::unread, client_);
+void Connection::give_up_sending(Trouble reason) {
+  server_.errors().trouble(reason, client_);
   error_code ignored;
   // SO_LINGER with timeout 0: close() then discards the unsent bytes.
   socket_.set_option(boost::asio::socket_base::linger(true, 0), ignored);
@@ -197,7 +200,7 @@ void Connection::receive(std::size_t most, Step next, Step ended) {
 }
 
 void Connection::next_request() {
-  reader_ = HeadReader(server_.limits().head_bytes, server_.limits().target_bytes);
+  reader_ = HeadReader(head_limits(server_.limits()));
   sender_.reset();
   unread_ = false;
   if (skip_empty_lines(input_)) {
@@ -228,7 +231,10 @@ void Connection::read_head() {
   HeadResult result = reader_.take(input_);
   if (std::holds_alternative<NeedMore>(result))
     return read_more(head_block, &Connection::read_head, &Connection::end_of_input);
-  if (const Refusal *refusal = std::get_if<Refusal>(&result)) return refuse(*refusal);
+  if (const Refusal *refusal = std::get_if<Refusal>(&result)) {
+    if (refusal->status == 414 || refusal->status == 431) server_.errors().trouble(Trouble::large_head, client_);
+    return refuse(*refusal);
+  }
   begin_request(std::get<RequestHead>(std::move(result)));
 }
 
@@ -436,8 +442,13 @@ bool Connection::has_answer() {
   return roster_entry_.turned_away || unacknowledged() <= (state_ == State::lingering ? 1 : 0);
 }
 
-/// note_sending starts the write deadline unless it is running.
-void Connection::note_sending() { deadline_.begin(sent_ - unacknowledged(), sent_, io::Clock::now()); }
+/// note_sending starts the write deadline and the minimum rate unless they are running.
+void Connection::note_sending() {
+  const std::int64_t acknowledged = sent_ - unacknowledged();
+  const auto now = io::Clock::now();
+  deadline_.begin(acknowledged, sent_, now);
+  send_rate_.begin(acknowledged, sent_, now);
+}
 
 /// check_client_after schedules check_client after `time`, which repeats it until all is acknowledged.
 void Connection::check_client_after(Duration time) {
@@ -459,14 +470,16 @@ void Connection::await_acknowledgement() {
   check_client_after(Duration(1));
 }
 
-/// check_client closes the connection of a client that has acknowledged nothing within the write deadline. This holds
-/// in every state, so a client that keeps sending requests is closed too.
+/// check_client closes the connection of a client that has acknowledged nothing within the write deadline, or less than
+/// the minimum rate. This holds in every state, so a client that keeps sending requests is closed too.
 void Connection::check_client() {
   const auto now = io::Clock::now();
   const bool waits = state_ == State::idle || state_ == State::lingering;
   if (waits && is_reset(socket_)) return close();
   if (state_ != State::sending && has_answer()) return waits ? acknowledged(now) : void();
-  if (deadline_.expired(sent_ - unacknowledged(), now)) return give_up_sending();
+  const std::int64_t acknowledged = sent_ - unacknowledged();
+  if (deadline_.expired(acknowledged, now)) return give_up_sending(Trouble::unread);
+  if (send_rate_.too_slow(acknowledged, now)) return give_up_sending(Trouble::too_slow);
   if (state_ == State::sending && was_blocked_) sender_->spill();
   check_client_after(state_ == State::sending ? deadline_.interval()
                                               : std::min(check_interval_ * 4, deadline_.interval()));

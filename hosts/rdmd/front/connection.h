@@ -24,6 +24,7 @@
 #include "hosts/rdmd/front/request_head.h"
 #include "hosts/rdmd/front/request_target.h"
 #include "hosts/rdmd/front/roster.h"
+#include "hosts/rdmd/front/send_rate.h"
 #include "hosts/rdmd/front/sender.h"
 #include "hosts/rdmd/front/write_deadline.h"
 #include "hosts/rdmd/log.h"
@@ -115,7 +116,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void disarm(Alarm &alarm);
   void give_up_head();
   void give_up_body();
-  void give_up_sending();
+  void give_up_sending(Trouble reason);
   template <typename Handler>
   auto on_strand(Handler handler);
 
@@ -136,6 +137,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
   // Progress of the client in taking its answers, checked in every state while bytes are unacknowledged.
   WriteDeadline deadline_;
+  SendRate send_rate_;
   Alarm check_alarm_;
   Duration check_interval_{};
   std::int64_t sent_ = 0;     // bytes of all answers and of "100 Continue" lines

@@ -170,7 +170,7 @@ std::optional<Refusal> HeadReader::check_unfinished_line(std::string_view text) 
   const std::string_view method = text.substr(0, std::min(blank, text.size()));
   if (blank == 0 || method.size() > method_limit) return not_http;
   if (!std::all_of(method.begin(), method.end(), hosts::is_token_char)) return not_http;
-  if (text.size() > method.size() + target_limit_ + line_frame) return target_too_long;
+  if (text.size() > method.size() + limits_.target_bytes + line_frame) return target_too_long;
   return std::nullopt;
 }
 
@@ -185,7 +185,7 @@ Refusal HeadReader::bare_newline(std::string_view text) const {
 /// mistake, so that the answer does not depend on how the bytes are split into packets.
 std::optional<Refusal> HeadReader::scan(std::string_view text) {
   for (; scanned_ < text.size() && head_size_ == 0; ++scanned_) {
-    if (line_end_ != 0 && scanned_ >= head_limit_) return head_too_long;
+    if (line_end_ != 0 && scanned_ >= limits_.head_bytes) return head_too_long;
     if (text[scanned_] != '\n') continue;
     if (scanned_ == 0 || text[scanned_ - 1] != '\r') return bare_newline(text);
     if (line_end_ == 0) {
@@ -195,12 +195,12 @@ std::optional<Refusal> HeadReader::scan(std::string_view text) {
       if (!is_request_line(line)) return not_http;
     } else if (text[scanned_ - 2] == '\n') {
       head_size_ = scanned_ + 1;
-    } else if (++fields_ > field_limit) {
+    } else if (++fields_ > limits_.fields) {
       return too_many_fields;
     }
   }
   if (line_end_ == 0) return check_unfinished_line(text);
-  if ((head_size_ != 0 ? head_size_ : text.size()) > head_limit_) return head_too_long;
+  if ((head_size_ != 0 ? head_size_ : text.size()) > limits_.head_bytes) return head_too_long;
   return std::nullopt;
 }
 

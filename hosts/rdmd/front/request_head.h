@@ -40,8 +40,13 @@ struct Refusal {
 /// or after "http://".
 bool is_authority(std::string_view text);
 
-/// The maximum number of fields in a request head; repeated fields count each time.
-inline constexpr std::size_t field_limit = 200;
+/// HeadLimits limits a request head: all its bytes, those of its target, and its fields, of which repeated ones count
+/// each time.
+struct HeadLimits {
+  std::size_t head_bytes;
+  std::size_t target_bytes;
+  std::size_t fields;
+};
 
 struct NeedMore {};
 using HeadResult = std::variant<NeedMore, RequestHead, Refusal>;
@@ -52,7 +57,7 @@ bool skip_empty_lines(std::string &buffer);
 
 class HeadReader {
  public:
-  HeadReader(std::size_t head_limit, std::size_t target_limit) : head_limit_(head_limit), target_limit_(target_limit) {}
+  explicit HeadReader(const HeadLimits &limits) : limits_(limits) {}
 
   /// take looks for a head at the front of `buffer`, to which the caller only appends between calls, and removes it
   /// once it is complete. Empty lines before it are removed. Input that cannot become a request is refused as soon as
@@ -64,8 +69,7 @@ class HeadReader {
   std::optional<Refusal> check_unfinished_line(std::string_view text) const;
   Refusal bare_newline(std::string_view text) const;
 
-  std::size_t head_limit_;
-  std::size_t target_limit_;
+  HeadLimits limits_;
   std::size_t scanned_ = 0;    // bytes scanned so far; the head does not end in them
   std::size_t line_end_ = 0;   // length of the request line, once complete
   std::size_t head_size_ = 0;  // length of the head with its empty line, once complete

@@ -446,7 +446,12 @@ TEST_F(HostLifecycle, RefusesMistakenOptions) {
        "rdmd: unknown option \"--lisen\" (did you mean \"--listen\"?); see \"rdmd --help\"\n"},
       {{"--config", conf, "serve"}, "rdmd: unexpected argument \"serve\"; see \"rdmd --help\"\n"},
       {{"--config", conf, "--idle-timeout", "0"}, "--idle-timeout"},
-      {{"--config", conf, "--max-connections", "0"}, "--max-connections"},
+      {{"--config", conf, "--max-connections", "0"}, "--max-connections: Value 0 not in range 1 to 65536"},
+      {{"--config", conf, "--max-head-bytes", "65K"}, "--max-head-bytes: Value 66560 not in range 256 to 65536"},
+      {{"--config", conf, "--max-head-fields", "0"}, "--max-head-fields: Value 0 not in range 1 to 1000"},
+      {{"--config", conf, "--max-target-bytes", "1"}, "--max-target-bytes: Value 1 not in range 64 to 65536"},
+      {{"--config", conf, "--min-send-rate", "1X"},
+       "--min-send-rate: \"1X\" is not a number of bytes such as 4096, 64K or 1M; see \"rdmd --help\"\n"},
       {{"--config", conf, "--options", "/nonexistent/options.toml"}, "/nonexistent/options.toml"},
       {{"--config", conf, "--options", directory_.write("bad.toml", "lissen = \"127.0.0.1:0\"\n")},
        "rdmd: unknown name \"lissen\" in the options file (did you mean \"listen\"?); see \"rdmd --help\"\n"},
@@ -461,9 +466,11 @@ TEST_F(HostLifecycle, TellsItsVersionAndItsOptions) {
   EXPECT_TRUE(std::regex_match(version.output(), std::regex("rdmd \\d+\\.\\d+\\.\\d+\n"))) << version.output();
   RdmdProcess help({"--help"});
   EXPECT_EQ(help.wait(), 0);
-  for (const char *option : {"--listen", "--plugin", "--config", "--workers", "--access-log", "--error-log", "--check",
-                             "--options", "--header-timeout", "--body-timeout", "--idle-timeout", "--write-timeout",
-                             "--linger-timeout", "--shutdown-timeout", "--max-connections", "--threads"})
+  for (const char *option :
+       {"--listen",         "--plugin",          "--config",           "--workers",          "--access-log",
+        "--error-log",      "--check",           "--options",          "--header-timeout",   "--body-timeout",
+        "--idle-timeout",   "--write-timeout",   "--linger-timeout",   "--shutdown-timeout", "--max-connections",
+        "--max-head-bytes", "--max-head-fields", "--max-target-bytes", "--min-send-rate",    "--threads"})
     EXPECT_NE(help.output().find(option), std::string::npos) << option;
 }
 

@@ -146,6 +146,41 @@ TEST_F(HostLimits, AClientThatKeepsTakingIsNotCutOff) {
   EXPECT_GE(received.size(), 12'000'000u);
 }
 
+TEST_F(HostLimits, AClientThatTakesLessThanTheMinimumRateIsCutOff) {
+  start({"--write-timeout", "0.3", "--min-send-rate", "1000M"});
+  HttpClient client(port_, false, 65536);
+  client.send(get("/rdm/big?40000000"));
+  std::size_t received = 0;
+  std::vector<char> block(100'000);
+  for (ssize_t got = 0; (got = ::recv(client.descriptor(), block.data(), block.size(), 0)) > 0;) {
+    received += static_cast<std::size_t>(got);
+    std::this_thread::sleep_for(20ms);
+  }
+  EXPECT_GE(received, 400'000U) << "it may fall behind by five times the write timeout";
+  EXPECT_LT(received, 40'000'000U);
+  EXPECT_TRUE(server_->await_error(
+      "[warning] rdmd: answer cut off: the client took less than the minimum send rate (client 127.0.0.1)\n"));
+}
+
+TEST_F(HostLimits, TheSizeOfARequestHeadIsAnOption) {
+  start({"--max-head-bytes", "2K", "--max-head-fields", "3", "--max-target-bytes", "64"});
+  const std::pair<std::string, int> cases[] = {
+      {get("/rdm/fast?" + std::string(54, 'q')), 200},
+      {get("/rdm/fast?" + std::string(55, 'q')), 414},
+      {get("/rdm/fast", "A: 1\r\nB: 2\r\n"), 200},
+      {get("/rdm/fast", "A: 1\r\nB: 2\r\nC: 3\r\n"), 431},
+      {get("/rdm/fast", "A: " + std::string(2048 - 40, 'x') + "\r\n"), 200},
+      {get("/rdm/fast", "A: " + std::string(2048 - 39, 'x') + "\r\n"), 431},
+  };
+  for (const auto &[request, status] : cases) {
+    HttpClient client(port_);
+    client.send(request);
+    EXPECT_EQ(client.receive().status, status) << request.substr(0, 100) << " " << request.size();
+  }
+  EXPECT_TRUE(
+      server_->await_error("[warning] rdmd: 414 or 431: the request head exceeds a limit (client 127.0.0.1)\n"));
+}
+
 TEST_F(HostLimits, AClientThatNeverClosesIsNotWaitedForLong) {
   start({"--linger-timeout", "0.2"});
   HttpClient client(port_);

@@ -150,7 +150,9 @@ TEST_F(Logs, EachTroubleHasItsReasonAndItsClient) {
       written,
       "rdmd: 408: the request head did not arrive in time (client 192.0.2.7)\n"
       "rdmd: 408: the request body did not arrive in time (client 192.0.2.7)\n"
+      "rdmd: 414 or 431: the request head exceeds a limit (client 192.0.2.7)\n"
       "rdmd: answer cut off: the client acknowledged nothing within the write timeout (client 192.0.2.7)\n"
+      "rdmd: answer cut off: the client took less than the minimum send rate (client 192.0.2.7)\n"
       "rdmd: answer cut off: the connection broke, or a file became shorter while it was sent (client 192.0.2.7)\n"
       "rdmd: 503: the connection was closed before the request was processed (client 192.0.2.7)\n"
       "rdmd: 503: connection limit reached (client 192.0.2.7)\n"

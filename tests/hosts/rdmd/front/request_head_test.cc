@@ -16,9 +16,10 @@ using rdmd::NeedMore;
 using rdmd::Refusal;
 using rdmd::RequestHead;
 
-constexpr std::size_t head_limit = 1000, target_limit = 200;
+constexpr std::size_t head_limit = 1000, target_limit = 200, field_limit = 200;
+constexpr rdmd::HeadLimits limits{head_limit, target_limit, field_limit}, long_head{16384, target_limit, field_limit};
 
-HeadResult read_head(std::string &buffer) { return HeadReader(head_limit, target_limit).take(buffer); }
+HeadResult read_head(std::string &buffer) { return HeadReader(limits).take(buffer); }
 
 RequestHead accepted(std::string text) {
   const HeadResult result = read_head(text);
@@ -60,7 +61,7 @@ TEST(RequestHeadReader, LeavesTheBytesAfterTheHead) {
 
 TEST(RequestHeadReader, TakesAHeadThatArrivesByteByByte) {
   const std::string text = "\r\n\r\nGET /rdm/x HTTP/1.1\r\nHost: h\r\nX-Y: z\r\n\r\n";
-  HeadReader reader(head_limit, target_limit);
+  HeadReader reader(limits);
   std::string buffer;
   for (std::size_t i = 0; i < text.size(); ++i) {
     buffer.push_back(text[i]);
@@ -89,7 +90,7 @@ TEST(RequestHeadReader, RefusesForTheFirstMistakeHoweverTheHeadArrives) {
   };
   for (const auto &[text, status] : rows)
     for (const std::size_t piece : {std::size_t{1}, std::size_t{7}, text.size()}) {
-      HeadReader reader(head_limit, target_limit);
+      HeadReader reader(limits);
       std::string buffer;
       HeadResult result = NeedMore{};
       for (std::size_t at = 0; at < text.size() && std::holds_alternative<NeedMore>(result); at += piece) {
@@ -157,14 +158,14 @@ std::string head_of_fields(std::size_t count) {
 
 // Regression: parsing a head of 16 KB with 2,690 names took 10 ms of an I/O thread.
 TEST(RequestHeadReader, CountsItsFields) {
-  HeadReader reader(16384, target_limit);
+  HeadReader reader(long_head);
   std::string most = head_of_fields(200), refused = head_of_fields(201), repeated = "GET / HTTP/1.0\r\n";
   const HeadResult result = reader.take(most);
   ASSERT_TRUE(std::holds_alternative<RequestHead>(result));
   EXPECT_EQ(std::get<RequestHead>(result).fields.size(), 200u);
   for (int i = 0; i < 201; ++i) repeated += "X:\r\n";
   for (std::string *text : {&refused, &repeated}) {
-    const HeadResult refusal = HeadReader(16384, target_limit).take(*text);
+    const HeadResult refusal = HeadReader(long_head).take(*text);
     ASSERT_TRUE(std::holds_alternative<Refusal>(refusal));
     EXPECT_EQ(std::get<Refusal>(refusal).status, 431);
     EXPECT_EQ(std::get<Refusal>(refusal).text, "The request head has too many fields.\n");
@@ -173,7 +174,7 @@ TEST(RequestHeadReader, CountsItsFields) {
 
 TEST(RequestHeadReader, RefusesTooManyFieldsBeforeTheHeadIsComplete) {
   const std::string text = head_of_fields(300);
-  HeadReader reader(16384, target_limit);
+  HeadReader reader(long_head);
   std::string buffer;
   HeadResult result;
   while (std::holds_alternative<NeedMore>(result)) result = reader.take(buffer.append(text, buffer.size(), 1));

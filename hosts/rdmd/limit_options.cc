@@ -1,0 +1,82 @@
+// SPDX-License-Identifier: MIT
+#include "hosts/rdmd/limit_options.h"
+
+#include <chrono>
+#include <cmath>
+#include <string>
+
+namespace rdm::rdmd {
+namespace {
+
+/// An option in seconds whose setting is in milliseconds.
+struct TimeOption {
+  const char *name;
+  Duration Limits::*limit;
+  const char *description;
+};
+
+constexpr TimeOption time_options[] = {
+    {"--header-timeout", &Limits::header, "Seconds for a whole request head"},
+    {"--body-timeout", &Limits::body, "Seconds for a whole request body"},
+    {"--idle-timeout", &Limits::idle, "Seconds between two requests of a connection"},
+    {"--write-timeout", &Limits::write, "Seconds without a client taking any of its answer"},
+    {"--linger-timeout", &Limits::linger, "Seconds for what a client still sends after its last answer"},
+    {"--shutdown-timeout", &Limits::shutdown, "Seconds for answers under way at shutdown"},
+};
+
+void add_time_option(CLI::App &app, const TimeOption &option, Limits &limits) {
+  Duration &limit = limits.*option.limit;
+  const auto set = [&limit](const double &seconds) { limit = Duration(std::llround(seconds * 1000)); };
+  app.add_option_function<double>(option.name, set, option.description)
+      ->check(CLI::Range(0.001, 86400.0))
+      ->type_name("SECONDS")
+      ->default_str(std::to_string(limit.count() / 1000));
+}
+
+/// An option that is a number.
+struct NumberOption {
+  const char *name;
+  std::size_t Limits::*limit;
+  std::size_t least, most;
+  const char *description;
+};
+
+constexpr NumberOption count_options[] = {
+    {"--max-connections", &Limits::connections, 1, 65536, "Connections served at once"},
+    {"--max-head-fields", &Limits::head_fields, 1, 1000, "Fields of a request head"},
+};
+
+/// Options that take a suffix: K, M, G.
+constexpr NumberOption size_options[] = {
+    {"--max-head-bytes", &Limits::head_bytes, 256, 65536, "Bytes of a request head"},
+    {"--max-target-bytes", &Limits::target_bytes, 64, 65536, "Bytes of a request target"},
+    {"--min-send-rate", &Limits::send_rate, 0, std::size_t{1} << 30,
+     "Bytes of its answer that a client must take in a second on average; 0: any"},
+};
+
+/// replace_size replaces a number with a suffix, such as "16K", by its value. Returns an error text or an empty string.
+std::string replace_size(std::string &text) {
+  const std::string given = text;
+  try {
+    return CLI::AsSizeValue(false)(text);
+  } catch (const CLI::ValidationError &) {
+    return '"' + given + "\" is not a number of bytes such as 4096, 64K or 1M";
+  }
+}
+
+CLI::Option *add_number_option(CLI::App &app, const NumberOption &option, Limits &limits) {
+  return app.add_option(option.name, limits.*option.limit, option.description)
+      ->check(CLI::Range(option.least, option.most))
+      ->capture_default_str();
+}
+
+}  // namespace
+
+void add_limit_options(CLI::App &app, Limits &limits) {
+  for (const NumberOption &option : count_options) add_number_option(app, option, limits)->type_name("N");
+  for (const NumberOption &option : size_options)
+    add_number_option(app, option, limits)->transform(CLI::Validator(replace_size, ""))->type_name("BYTES");
+  for (const TimeOption &option : time_options) add_time_option(app, option, limits);
+}
+
+}  // namespace rdm::rdmd
