@@ -18,9 +18,7 @@
 #include <string_view>
 #include <utility>
 
-#include <boost/asio/buffer.hpp>
 #include <boost/asio/post.hpp>
-#include <boost/asio/write.hpp>
 
 #include "hosts/rdmd/front/server.h"
 
@@ -93,6 +91,7 @@ std::string client_address(const io::Socket &socket) {
 Connection::Connection(io::Socket socket, Server &server)
     : server_(server),
       socket_(std::move(socket)),
+      transport_(socket_.native_handle()),
       limit_alarm_(socket_.get_executor()),
       client_(client_address(socket_)),
       deadline_(server.limits().write),
@@ -185,14 +184,14 @@ void Connection::give_up_sending(Trouble reason) {
 /// read_more waits for input, reads up to `most` bytes of it and calls `next`, or `ended` at the end of input or on an
 /// error.
 void Connection::read_more(std::size_t most, Step next, Step ended) {
-  socket_.async_wait(io::Socket::wait_read, on_strand([=, this](const error_code &error) {
+  socket_.async_wait(transport_.wanted(io::Socket::wait_read), on_strand([=, this](const error_code &error) {
                        error ? (this->*ended)() : receive(most, next, ended);
                      }));
 }
 
 void Connection::receive(std::size_t most, Step next, Step ended) {
   std::array<char, 16384> block;
-  const ssize_t count = ::recv(socket_.native_handle(), block.data(), std::min(most, block.size()), MSG_DONTWAIT);
+  const ssize_t count = transport_.receive({block.data(), std::min(most, block.size())});
   if (count < 0 && (errno == EAGAIN || errno == EINTR)) return read_more(most, next, ended);
   if (count <= 0) return (this->*ended)();
   input_.append(block.data(), static_cast<std::size_t>(count));
@@ -263,23 +262,26 @@ void Connection::route() {
   if (!unread_ || *head_.length > body_limit) return call_plugin();
   enter(State::body);
   arm(limit_alarm_, server_.limits().body, &Connection::give_up_body);
-  if (head_.expects_continue && input_.empty()) return send_continue();
+  if (head_.expects_continue && input_.empty()) {
+    note_sending();
+    return send_continue(0);
+  }
   read_body();
 }
 
-void Connection::send_continue() {
-  note_sending();
-  const auto written = on_strand([this](const error_code &error) {
-    if (error) return body_lost();
-    resume_checks();
-    read_body();
-  });
-  boost::asio::async_write(socket_, boost::asio::buffer(continue_line),
-                           [this, written](const error_code &error, std::size_t count) {
-                             // The bytes count even if the state has changed since.
-                             sent_ += static_cast<std::int64_t>(count);
-                             written(error);
-                           });
+/// send_continue sends the rest of the line "100 Continue" and then reads the body. `done` bytes are sent already.
+void Connection::send_continue(std::size_t done) {
+  const ssize_t put = transport_.send(continue_line.substr(done), false);
+  if (put < 0 && errno != EAGAIN && errno != EINTR) return body_lost();
+  if (put > 0) done += static_cast<std::size_t>(put);
+  if (done < continue_line.size())
+    return socket_.async_wait(transport_.wanted(io::Socket::wait_write),
+                              on_strand([this, done](const error_code &error) {
+                                if (error) return body_lost();
+                                send_continue(done);
+                              }));
+  resume_checks();
+  read_body();
 }
 
 void Connection::read_body() {
@@ -398,10 +400,7 @@ void Connection::send_some() {
   // Take the time before sending, so that connections are ordered by when they were answered, not by how threads are
   // scheduled.
   last_sent_ = io::Clock::now();
-  const std::int64_t before = sender_->sent();
-  const Sender::State state = sender_->send(socket_.native_handle());
-  sent_ += sender_->sent() - before;
-  switch (state) {
+  switch (sender_->send(transport_)) {
     case Sender::State::done:
       return sent();
     case Sender::State::more:
@@ -415,7 +414,7 @@ void Connection::send_some() {
 
 void Connection::await_writable() {
   if (!std::exchange(was_blocked_, true)) check_client_after(deadline_.interval());
-  socket_.async_wait(io::Socket::wait_write, on_strand([this](const error_code &error) {
+  socket_.async_wait(transport_.wanted(io::Socket::wait_write), on_strand([this](const error_code &error) {
                        if (error) return sending_failed();
                        send_some();
                      }));
@@ -444,10 +443,10 @@ bool Connection::has_answer() {
 
 /// note_sending starts the write deadline and the minimum rate unless they are running.
 void Connection::note_sending() {
-  const std::int64_t acknowledged = sent_ - unacknowledged();
+  const std::int64_t acknowledged = transport_.sent() - unacknowledged();
   const auto now = io::Clock::now();
-  deadline_.begin(acknowledged, sent_, now);
-  send_rate_.begin(acknowledged, sent_, now);
+  deadline_.begin(acknowledged, transport_.sent(), now);
+  send_rate_.begin(acknowledged, transport_.sent(), now);
 }
 
 /// check_client_after schedules check_client after `time`, which repeats it until all is acknowledged.
@@ -477,7 +476,7 @@ void Connection::check_client() {
   const bool waits = state_ == State::idle || state_ == State::lingering;
   if (waits && is_reset(socket_)) return close();
   if (state_ != State::sending && has_answer()) return waits ? acknowledged(now) : void();
-  const std::int64_t acknowledged = sent_ - unacknowledged();
+  const std::int64_t acknowledged = transport_.sent() - unacknowledged();
   if (deadline_.expired(acknowledged, now)) return give_up_sending(Trouble::unread);
   if (send_rate_.too_slow(acknowledged, now)) return give_up_sending(Trouble::too_slow);
   if (state_ == State::sending && was_blocked_) sender_->spill();
@@ -523,9 +522,7 @@ void Connection::log_request() {
 /// linger reads and discards input until the client has the last answer, and for the linger timeout after it: close()
 /// with unread input sends a reset, on which the client's system discards the unread part of the answer.
 void Connection::linger() {
-  error_code error;
-  socket_.shutdown(io::Socket::shutdown_send, error);
-  if (error) return close();
+  if (transport_.shut_down() != 0) return close();
   enter(State::lingering);
   await_acknowledgement();
   discard();

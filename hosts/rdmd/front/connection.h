@@ -26,6 +26,7 @@
 #include "hosts/rdmd/front/roster.h"
 #include "hosts/rdmd/front/send_rate.h"
 #include "hosts/rdmd/front/sender.h"
+#include "hosts/rdmd/front/transport.h"
 #include "hosts/rdmd/front/write_deadline.h"
 #include "hosts/rdmd/log.h"
 #include "hosts/rdmd/settings.h"
@@ -77,7 +78,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void begin_request(RequestHead head);
   void route();
   void read_body();
-  void send_continue();
+  void send_continue(std::size_t done);
   void body_lost();
   void call_plugin();
   void watch_client();
@@ -122,6 +123,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
   Server &server_;
   io::Socket socket_;
+  Transport transport_;
   Alarm limit_alarm_;                       // time limit of the current state
   std::atomic<State> state_ = State::idle;  // written on the strand only; also read by the plug-in's thread
   std::uint64_t epoch_ = 0;  // incremented by each change of state; handlers with an older value do nothing
@@ -140,7 +142,6 @@ class Connection : public std::enable_shared_from_this<Connection> {
   SendRate send_rate_;
   Alarm check_alarm_;
   Duration check_interval_{};
-  std::int64_t sent_ = 0;     // bytes of all answers and of "100 Continue" lines
   bool was_blocked_ = false;  // the socket has blocked during the current answer
 
   // The current request.

@@ -1,12 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "hosts/rdmd/front/sender.h"
 
-#include <sys/sendfile.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <string_view>
 #include <utility>
@@ -17,25 +12,6 @@ namespace {
 constexpr std::int64_t send_quantum = 1 << 20;
 constexpr std::int64_t kept_in_memory = 4096;
 
-std::int64_t send_bytes(int socket, const char *bytes, std::int64_t count, bool more) {
-  return ::send(socket, bytes, static_cast<std::size_t>(count), MSG_NOSIGNAL | MSG_DONTWAIT | (more ? MSG_MORE : 0));
-}
-
-/// copy_file reads and sends, for file systems without sendfile().
-std::int64_t copy_file(int socket, int file, std::int64_t offset, std::int64_t count) {
-  std::array<char, 65536> block;
-  const auto wanted = static_cast<std::size_t>(std::min<std::int64_t>(count, block.size()));
-  const ssize_t got = ::pread(file, block.data(), wanted, offset);
-  return got <= 0 ? got : send_bytes(socket, block.data(), got, false);
-}
-
-std::int64_t send_file(int socket, int file, std::int64_t offset, std::int64_t count) {
-  off_t position = offset;
-  const ssize_t put = ::sendfile(socket, file, &position, static_cast<std::size_t>(std::min(count, send_quantum)));
-  if (put == -1 && (errno == EINVAL || errno == ENOSYS)) return copy_file(socket, file, offset, count);
-  return put;
-}
-
 }  // namespace
 
 Sender::Sender(std::string head, std::vector<hosts::Piece> pieces)
@@ -43,11 +19,11 @@ Sender::Sender(std::string head, std::vector<hosts::Piece> pieces)
   pieces_.insert(pieces_.begin(), hosts::Piece{std::move(head), nullptr, 0, head_size_});
 }
 
-std::int64_t Sender::send_piece(int socket) {
+std::int64_t Sender::send_piece(Transport &transport) {
   const hosts::Piece &piece = pieces_[current_];
-  const std::int64_t rest = piece.length - done_;
-  if (piece.file) return send_file(socket, piece.file->get(), piece.offset + done_, rest);
-  return send_bytes(socket, piece.bytes.data() + done_, rest, current_ + 1 < pieces_.size());
+  const auto rest = static_cast<std::size_t>(std::min(piece.length - done_, send_quantum));
+  if (piece.file) return transport.send_file(piece.file->get(), piece.offset + done_, rest);
+  return transport.send({piece.bytes.data() + done_, rest}, current_ + 1 < pieces_.size());
 }
 
 void Sender::advance(std::int64_t count) {
@@ -74,11 +50,11 @@ void Sender::spill_piece(std::size_t index, std::int64_t done) {
   if (index == current_) done_ = 0;
 }
 
-Sender::State Sender::send(int socket) {
+Sender::State Sender::send(Transport &transport) {
   const std::int64_t stop = sent_ + send_quantum;
   while (current_ < pieces_.size()) {
     if (sent_ >= stop) return State::more;
-    const std::int64_t put = send_piece(socket);
+    const std::int64_t put = send_piece(transport);
     if (put > 0)
       advance(put);
     else if (put < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))

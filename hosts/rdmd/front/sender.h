@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Sends one answer over a non-blocking socket: bytes by send(), ranges of files by sendfile().
+/// Sends one answer: its head, bytes and ranges of files.
 #ifndef HOSTS_RDMD_FRONT_SENDER_H
 #define HOSTS_RDMD_FRONT_SENDER_H
 
@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "hosts/common/output_queue.h"
+#include "hosts/rdmd/front/transport.h"
 
 namespace rdm::rdmd {
 
@@ -20,13 +21,13 @@ class Sender {
   enum class State {
     done,     // everything is sent
     more,     // more is to be sent; let other connections run first
-    blocked,  // the socket would block
+    blocked,  // the transport would block
     failed    // the connection is broken, or a file is shorter than its piece
   };
 
-  /// send sends until the socket would block, at most about one megabyte, so that one client does not occupy the
+  /// send sends until the transport would block, at most about one megabyte, so that one client does not occupy the
   /// thread.
-  State send(int socket);
+  State send(Transport &transport);
 
   /// spill moves unsent bytes from memory into temporary files, for a client that reads slowly. Pieces of less than 4
   /// KiB, and pieces for which no file can be written, stay in memory.
@@ -37,7 +38,7 @@ class Sender {
   std::int64_t body_sent() const { return sent_ > head_size_ ? sent_ - head_size_ : 0; }
 
  private:
-  std::int64_t send_piece(int socket);
+  std::int64_t send_piece(Transport &transport);
   void advance(std::int64_t count);
   void spill_piece(std::size_t index, std::int64_t done);
 

@@ -8,6 +8,7 @@
 #include <csignal>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <utility>
@@ -34,8 +35,10 @@ class SocketPair {
     ours_ = HostFileGuard(ends[0]);
     theirs_ = HostFileGuard(ends[1]);
     ::fcntl(ours_.get(), F_SETFL, O_NONBLOCK);
+    transport_.emplace(ours_.get());
   }
   int ours() const { return ours_.get(); }
+  rdmd::Transport &transport() { return *transport_; }
   void hang_up() { theirs_ = HostFileGuard(); }
   /// receive_all returns everything that has arrived.
   std::string receive_all() {
@@ -52,6 +55,7 @@ class SocketPair {
 
  private:
   HostFileGuard ours_, theirs_;
+  std::optional<rdmd::Transport> transport_;
 };
 
 Piece bytes(const std::string &text) { return {text, nullptr, 0, static_cast<std::int64_t>(text.size())}; }
@@ -73,9 +77,10 @@ TEST(AnswerSender, SendsHeadBytesAndStretchesInOrder) {
   const std::string path = directory.write("file", "0123456789");
   SocketPair pair;
   Sender sender = answer("HEAD ", bytes("one "), stretch(path, 2, 5), bytes(" two"));
-  EXPECT_EQ(sender.send(pair.ours()), Sender::State::done);
+  EXPECT_EQ(sender.send(pair.transport()), Sender::State::done);
   EXPECT_EQ(pair.receive(100), "HEAD one 23456 two");
   EXPECT_EQ(sender.sent(), 18);
+  EXPECT_EQ(pair.transport().sent(), 18);
   EXPECT_EQ(sender.body_sent(), 13);
 }
 
@@ -83,7 +88,7 @@ TEST(AnswerSender, AHeadAloneHasNoBody) {
   SocketPair pair;
   Sender sender("HEAD", {});
   EXPECT_EQ(sender.body_sent(), 0);
-  EXPECT_EQ(sender.send(pair.ours()), Sender::State::done);
+  EXPECT_EQ(sender.send(pair.transport()), Sender::State::done);
   EXPECT_EQ(sender.sent(), 4);
   EXPECT_EQ(sender.body_sent(), 0);
 }
@@ -98,7 +103,7 @@ TEST(AnswerSender, ContinuesAfterAFullSocket) {
   std::string received;
   bool was_blocked = false;
   for (;;) {
-    const Sender::State state = sender.send(pair.ours());
+    const Sender::State state = sender.send(pair.transport());
     was_blocked = was_blocked || state == Sender::State::blocked;
     received += pair.receive_all();
     if (state == Sender::State::done) break;
@@ -123,7 +128,7 @@ TEST(AnswerSender, MovesUnsentBytesToFilesForASlowClient) {
   const std::string text(1'000'000, 'x'), other(100'000, 'y');
   SocketPair pair;
   Sender sender = answer("HEAD", bytes(text), bytes("short"), bytes(other));
-  ASSERT_EQ(sender.send(pair.ours()), Sender::State::blocked);
+  ASSERT_EQ(sender.send(pair.transport()), Sender::State::blocked);
   const long before = temporary_files();
   sender.spill();
   sender.spill();
@@ -132,7 +137,7 @@ TEST(AnswerSender, MovesUnsentBytesToFilesForASlowClient) {
   Sender::State state = Sender::State::blocked;
   while (state == Sender::State::blocked || state == Sender::State::more) {
     received += pair.receive_all();
-    state = sender.send(pair.ours());
+    state = sender.send(pair.transport());
   }
   received += pair.receive_all();
   EXPECT_EQ(state, Sender::State::done);
@@ -144,10 +149,10 @@ TEST(AnswerSender, KeepsUnsentBytesInMemoryIfNoFileCanBeMade) {
   const std::string text(1'000'000, 'x');
   SocketPair pair;
   Sender sender = answer("HEAD", bytes(text));
-  ASSERT_EQ(sender.send(pair.ours()), Sender::State::blocked);
+  ASSERT_EQ(sender.send(pair.transport()), Sender::State::blocked);
   sender.spill();
   std::string received = pair.receive(100'000);
-  while (sender.send(pair.ours()) != Sender::State::done) received += pair.receive(100'000);
+  while (sender.send(pair.transport()) != Sender::State::done) received += pair.receive(100'000);
   received += pair.receive_all();
   EXPECT_EQ(received, "HEAD" + text);
 }
@@ -160,7 +165,7 @@ TEST(AnswerSender, ReadsAndSendsIfSendfileFails) {
   Sender sender =
       answer("H", stretch(directory.write("file", text + "not this"), 0, static_cast<std::int64_t>(text.size())),
              stretch(directory.write("short", "short"), 0, 10));
-  EXPECT_EQ(sender.send(pair.ours()), Sender::State::failed);
+  EXPECT_EQ(sender.send(pair.transport()), Sender::State::failed);
   EXPECT_EQ(pair.receive(200'000), "H" + text + "short");
 }
 
@@ -168,7 +173,7 @@ TEST(AnswerSender, FailsWhenAFileBecameShorterThanItsStretch) {
   const support::TemporaryDirectory directory;
   SocketPair pair;
   Sender sender = answer("H", stretch(directory.write("file", "short"), 0, 10));
-  EXPECT_EQ(sender.send(pair.ours()), Sender::State::failed);
+  EXPECT_EQ(sender.send(pair.transport()), Sender::State::failed);
   EXPECT_EQ(pair.receive(100), "Hshort");
 }
 
@@ -176,7 +181,7 @@ TEST(AnswerSender, FailsQuietlyWhenTheClientHasGone) {
   SocketPair pair;
   pair.hang_up();
   Sender sender("HEAD", {});
-  EXPECT_EQ(sender.send(pair.ours()), Sender::State::failed);
+  EXPECT_EQ(sender.send(pair.transport()), Sender::State::failed);
 }
 
 }  // namespace
