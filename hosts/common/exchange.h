@@ -29,6 +29,9 @@ struct host_net {
 
 namespace rdm::hosts {
 
+/// The variable in which a host puts the identifier of a request, for its reports.
+inline constexpr char request_id_variable[] = "request-id";
+
 class Exchange {
  public:
   Exchange();

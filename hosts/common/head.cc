@@ -36,8 +36,8 @@ constexpr std::pair<int, std::string_view> reasons[] = {
     {503, "Service Unavailable"},
 };
 
-constexpr std::string_view host_fields[] = {"connection", "date",    "keep-alive",       "server",
-                                            "trailer",    "upgrade", "transfer-encoding"};
+constexpr std::string_view host_fields[] = {"connection", "date",    "keep-alive",        "server",
+                                            "trailer",    "upgrade", "transfer-encoding", "x-request-id"};
 
 /// The Retry-After value of a 503, in seconds: connections that block others have ended by then.
 constexpr std::string_view retry_after = "5";
@@ -117,6 +117,7 @@ std::string render_head(const Head &head, const HeadFrame &frame) {
   text.append(head.reason.empty() ? reason_phrase(head.status) : std::string_view(head.reason)).append("\r\n");
   add_line(text, "Date", http_date(frame.now));
   add_line(text, "Server", frame.server);
+  if (!frame.request_id.empty()) add_line(text, "X-Request-Id", frame.request_id);
   for (const Field &field : head.fields) add_line(text, field.name, field.value);
   if (head.status == 503 && !has_field(head, "retry-after")) add_line(text, "Retry-After", retry_after);
   if (!frame.connection.empty()) add_line(text, "Connection", frame.connection);

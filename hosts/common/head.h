@@ -46,7 +46,7 @@ bool has_body(int status);
 /// are copied unchanged, except that
 /// - control characters become spaces, so that no value can start a new line;
 /// - fields whose name is not a token, or that the host sets itself (Connection, Date, Keep-Alive, Server, Trailer,
-/// Transfer-Encoding, Upgrade), are dropped;
+/// Transfer-Encoding, Upgrade, X-Request-Id), are dropped;
 /// - only the first Content-Length is kept, and only if it is a decimal number.
 /// A status outside 200 to 599 becomes 500.
 Head freeze_head(int status, std::string_view reason, const pblock &response);
@@ -56,13 +56,14 @@ Head text_head(int status, std::int64_t length);
 
 /// HeadFrame holds the values that the host adds to a head.
 struct HeadFrame {
-  std::string_view server;      // the Server field
-  std::time_t now;              // the Date field
-  std::string_view connection;  // "close", "keep-alive", or empty for no Connection field
+  std::string_view server;           // the Server field
+  std::time_t now;                   // the Date field
+  std::string_view connection;       // "close", "keep-alive", or empty for no Connection field
+  std::string_view request_id = {};  // the X-Request-Id field, or empty for none
 };
 
-/// render_head returns the head as sent: status line, Date, Server, the fields of the head, Connection and an empty
-/// line. If the status is 503 and there is no Retry-After field, it adds one.
+/// render_head returns the head as sent: status line, Date, Server, X-Request-Id, the fields of the head, Connection
+/// and an empty line. If the status is 503 and there is no Retry-After field, it adds one.
 std::string render_head(const Head &head, const HeadFrame &frame);
 
 }  // namespace rdm::hosts

@@ -260,7 +260,8 @@ void register_exit(void (*fn)(void *), void *argument) {
     const std::string client = exchange == nullptr ? "" : exchange->client_text("ip");
     // Escaping::non_ascii leaves backslashes alone: the plug-in has already escaped client text.
     const std::string text = log_text(format_text(format, arguments), Escaping::non_ascii);
-    report_to(Report{degree, function, client, cut_text(text, log_line_size - 1)});
+    const std::string request = exchange == nullptr ? "" : exchange->variable(request_id_variable);
+    report_to(Report{degree, function, client, cut_text(text, log_line_size - 1), request});
     return 0;
   });
 }

@@ -13,12 +13,14 @@
 namespace rdm::hosts {
 
 /// Report is one line for a host's error log. `client` is the client's address, or empty. `text` is one line of at most
-/// 8191 bytes in which log_text has escaped control characters and bytes beyond ASCII.
+/// 8191 bytes in which log_text has escaped control characters and bytes beyond ASCII. `request` is the value of the
+/// variable request_id_variable, or empty.
 struct Report {
   int degree;
   std::string_view function;
   std::string_view client;
   std::string_view text;
+  std::string_view request = {};
 };
 using Reporter = std::function<void(const Report &)>;
 

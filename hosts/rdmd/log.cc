@@ -10,7 +10,8 @@
 #include <spdlog/details/log_msg.h>
 #include <spdlog/pattern_formatter.h>
 
-#include "hosts/common/log_text.h"
+#include "hosts/rdmd/standard_stream.h"
+#include "qxapi/log_text.h"
 
 namespace rdm::rdmd {
 namespace {
@@ -19,35 +20,29 @@ constexpr std::chrono::minutes minute{1};
 /// The longest line of the error log, newline included.
 constexpr std::size_t line_limit = log_line_size - 1;
 
-constexpr std::array<std::string_view, static_cast<std::size_t>(Trouble::count)> reasons = {
-    "408: the request head did not arrive in time",
-    "408: the request body did not arrive in time",
-    "414 or 431: the request head exceeds a limit",
-    "answer cut off: the client acknowledged nothing within the write timeout",
-    "answer cut off: the client took less than the minimum send rate",
-    "answer cut off: the connection broke, or a file became shorter while it was sent",
-    "503: the connection was closed before the request was processed",
-    "503: connection limit reached",
-    "closed without an answer: too many clients beyond the connection limit",
+struct TroubleText {
+  std::string_view name, reason;
 };
 
-bool write_stream(FILE *stream, std::string_view text) {
-  const bool written = std::fwrite(text.data(), 1, text.size(), stream) == text.size();
-  return std::fflush(stream) == 0 && written;
-}
-
-std::string access_time(std::time_t time) {
-  struct tm fields;
-  char text[64] = "";
-  if (::localtime_r(&time, &fields) != nullptr) host_format_time(text, sizeof text, "%d/%b/%Y:%H:%M:%S %z", &fields);
-  return text;
-}
-
-std::string quoted(const std::string &text) {
-  return '"' + (text.empty() ? "-" : hosts::log_text(text, Escaping::quotes)) + '"';
-}
+constexpr std::array<TroubleText, trouble_kinds> troubles_by_kind = {{
+    {"late_head", "408: the request head did not arrive in time"},
+    {"late_body", "408: the request body did not arrive in time"},
+    {"large_head", "414 or 431: the request head exceeds a limit"},
+    {"unread", "answer cut off: the client acknowledged nothing within the write timeout"},
+    {"too_slow", "answer cut off: the client took less than the minimum send rate"},
+    {"broken", "answer cut off: the connection broke, or a file became shorter while it was sent"},
+    {"not_served", "503: the connection was closed before the request was processed"},
+    {"turned_away", "503: connection limit reached"},
+    {"disconnected", "closed without an answer: too many clients beyond the connection limit"},
+}};
 
 }  // namespace
+
+std::string_view trouble_name(Trouble kind) { return troubles_by_kind[static_cast<std::size_t>(kind)].name; }
+
+std::string describe_client(std::string_view address, std::string_view request_id) {
+  return std::string(address) + (request_id.empty() ? "" : ", request " + std::string(request_id));
+}
 
 std::optional<std::size_t> LineBudget::take(Clock::time_point now) {
   if (minute_ == Clock::time_point() || now - minute_ >= minute) {
@@ -73,7 +68,7 @@ ErrorLog::ErrorLog(const std::string &path)
 ErrorLog::~ErrorLog() {
   for (std::size_t kind = 0; kind < budgets_.size(); ++kind)
     if (const std::size_t lines = budgets_[kind].suppressed(); lines > 0)
-      warn(std::to_string(lines) + " lines suppressed: " + std::string(reasons[kind]));
+      warn(std::to_string(lines) + " lines suppressed: " + std::string(troubles_by_kind[kind].reason));
   // Close it here: its notice uses members that are destroyed before file_.
   if (file_) file_->close();
 }
@@ -84,18 +79,20 @@ void ErrorLog::error(std::string_view text) { write(spdlog::level::err, text); }
 
 void ErrorLog::report(const hosts::Report &report) {
   const std::string text = std::string(report.function) + ": " + std::string(report.text);
-  write(report.degree == 0 ? spdlog::level::err : spdlog::level::warn, text, report.client);
+  const std::string client = report.client.empty() ? "" : describe_client(report.client, report.request);
+  write(report.degree == 0 ? spdlog::level::err : spdlog::level::warn, text, client);
 }
 
 void ErrorLog::trouble(Trouble kind, std::string_view client, LineBudget::Clock::time_point now) {
   const auto index = static_cast<std::size_t>(kind);
+  counts_[index].fetch_add(1, std::memory_order_relaxed);
   std::optional<std::size_t> suppressed;
   {
     const std::lock_guard lock(mutex_);
     suppressed = budgets_[index].take(now);
   }
   if (!suppressed) return;
-  std::string text = std::string(reasons[index]) + " (client " + std::string(client) + ")";
+  std::string text = std::string(troubles_by_kind[index].reason) + " (client " + std::string(client) + ")";
   if (*suppressed > 0) text += "; " + std::to_string(*suppressed) + " similar lines suppressed";
   warn(text);
 }
@@ -126,23 +123,6 @@ bool ErrorLog::write(int level, std::string_view text, std::string_view client) 
 void ErrorLog::reopen() {
   if (!file_ || file_->reopen()) return;
   error("reopen the error log: " + std::generic_category().message(errno) + "; still writing to the old file");
-}
-
-std::string format_access(const AccessEntry &entry) {
-  return entry.client + " - - [" + access_time(entry.time) + "] " + quoted(entry.line) + ' ' +
-         std::to_string(entry.status) + ' ' + (entry.bytes > 0 ? std::to_string(entry.bytes) : "-") + ' ' +
-         quoted(entry.referer) + ' ' + quoted(entry.agent) + '\n';
-}
-
-AccessLog::AccessLog(const std::string &path, hosts::LogFile::Notice dropped) : to_stream_(path == "-") {
-  if (!to_stream_ && !path.empty()) file_ = std::make_unique<hosts::LogFile>(path, std::move(dropped));
-}
-
-void AccessLog::write(const AccessEntry &entry) {
-  if (file_)
-    file_->write(format_access(entry));
-  else if (to_stream_)
-    write_stream(stdout, format_access(entry));
 }
 
 }  // namespace rdm::rdmd

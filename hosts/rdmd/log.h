@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
-/// The server's error log, and its access log in the combined format.
+/// The server's error log.
 #ifndef HOSTS_RDMD_LOG_H
 #define HOSTS_RDMD_LOG_H
 
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <ctime>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -37,6 +37,10 @@ enum class Trouble {
   count
 };
 
+/// trouble_kinds is the number of kinds; trouble_name returns the name of one for metrics, such as "late_head".
+inline constexpr auto trouble_kinds = static_cast<std::size_t>(Trouble::count);
+std::string_view trouble_name(Trouble kind);
+
 /// LineBudget limits log lines of one kind to lines_per_minute, and counts the suppressed ones.
 class LineBudget {
  public:
@@ -54,6 +58,10 @@ class LineBudget {
   std::size_t suppressed_ = 0;
 };
 
+/// describe_client returns how log lines name the origin of a request: "ADDRESS, request ID", or "ADDRESS" without an
+/// identifier.
+std::string describe_client(std::string_view address, std::string_view request_id);
+
 /// ErrorLog writes lines "[time] [level] rdmd: text" to a file or, without a path, to standard error. A line has at
 /// most 8191 bytes: a longer text is cut, but the client's address at its end is kept. A line that cannot be written is
 /// dropped and reported as described for LogFile. Members may be called from any thread and throw nothing.
@@ -69,11 +77,16 @@ class ErrorLog {
   void info(std::string_view text);
   void warn(std::string_view text);
   void error(std::string_view text);
-  /// report writes a report of the plug-in: "FUNCTION: text (client ADDRESS)".
+  /// report writes a report of the plug-in: "FUNCTION: text (client ADDRESS, request ID)".
   void report(const hosts::Report &report);
-  /// trouble logs "REASON (client ADDRESS)" as a warning. At most LineBudget::lines_per_minute lines of each kind are
-  /// written in a minute; the next line written says how many were suppressed.
+  /// trouble counts an event and logs "REASON (client CLIENT)" as a warning, where `client` is what describe_client
+  /// returns. At most LineBudget::lines_per_minute lines of each kind are written in a minute; the next line written
+  /// says how many were suppressed.
   void trouble(Trouble kind, std::string_view client, LineBudget::Clock::time_point now = LineBudget::Clock::now());
+  /// troubles returns how many events of this kind there have been.
+  std::uint64_t troubles(Trouble kind) const {
+    return counts_[static_cast<std::size_t>(kind)].load(std::memory_order_relaxed);
+  }
   /// dropped warns that the log `name` has dropped lines. Returns false if this log could not write the warning.
   bool dropped(std::string_view name, std::size_t lines);
   bool to_file() const { return file_ != nullptr; }
@@ -85,36 +98,8 @@ class ErrorLog {
 
   std::mutex mutex_;  // guards formatter_ and budgets_
   std::unique_ptr<spdlog::formatter> formatter_;
-  std::array<LineBudget, static_cast<std::size_t>(Trouble::count)> budgets_;
-  std::unique_ptr<hosts::LogFile> file_;
-};
-
-/// AccessEntry is a request that was answered or cut off.
-struct AccessEntry {
-  std::string client;
-  std::time_t time = 0;  // when the head was complete
-  std::string line;      // the request line as sent
-  int status = 0;
-  std::int64_t bytes = 0;  // bytes of the body that were sent
-  std::string referer;
-  std::string agent;
-};
-
-/// format_access returns the entry as a line in the combined format, newline included: client, two fields "-", local
-/// time, request line, status, bytes ("-" if 0), referer and user agent ("-" if empty).
-std::string format_access(const AccessEntry &entry);
-
-/// AccessLog writes entries to a file, to standard output if the path is "-", or nowhere if it is empty.
-class AccessLog {
- public:
-  /// `dropped` reports lines that the file could not take. Throws std::system_error if the file cannot be opened.
-  explicit AccessLog(const std::string &path, hosts::LogFile::Notice dropped = {});
-  void write(const AccessEntry &entry);
-  /// reopen returns false with errno set if the file cannot be opened again; the old one stays in use.
-  bool reopen() { return !file_ || file_->reopen(); }
-
- private:
-  bool to_stream_;
+  std::array<LineBudget, trouble_kinds> budgets_;
+  std::array<std::atomic<std::uint64_t>, trouble_kinds> counts_{};
   std::unique_ptr<hosts::LogFile> file_;
 };
 

@@ -16,6 +16,7 @@
 
 #include "hosts/common/host_table.h"
 #include "hosts/common/plugin.h"
+#include "hosts/rdmd/access_log.h"
 #include "hosts/rdmd/check/check.h"
 #include "hosts/rdmd/front/server.h"
 #include "hosts/rdmd/leftovers.h"
@@ -109,7 +110,7 @@ int serve(const Settings &settings, std::vector<InheritedSocket> inherited, Erro
   hosts::bind_host([&errors](const hosts::Report &report) { errors.report(report); });
   const auto dropped = [&errors](std::size_t lines) { return errors.dropped("the access log", lines); };
   StandardStream output(stdout, STDOUT_FILENO, dropped);
-  AccessLog access(settings.access_log, dropped);
+  AccessLog access(settings.access_log, dropped, settings.access_json ? AccessFormat::json : AccessFormat::combined);
   hosts::Plugin plugin = load_plugin(settings);
   // Binding first: an address in use is reported before the plug-in reads anything.
   Server server(

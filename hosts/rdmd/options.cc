@@ -42,6 +42,12 @@ void add_options(CLI::App &app, Settings &settings) {
       ->capture_default_str();
   app.add_option("--access-log", settings.access_log, "Access log; - is standard output, none by default")
       ->type_name("FILE");
+  app.add_option_function<std::string>(
+         "--access-log-format", [&settings](const std::string &name) { settings.access_json = name == "json"; },
+         "Format of the access log")
+      ->check(CLI::IsMember({"combined", "json"}))
+      ->type_name("combined|json")
+      ->default_str("combined");
   app.add_option("--error-log", settings.error_log, "Error log; standard error by default")->type_name("FILE");
   CLI::Option *check = app.add_flag("--check", settings.check, "Check the plug-in and the configuration, and exit");
   app.add_option("--user", settings.user, "Check what this user may read and write")->type_name("NAME")->needs(check);

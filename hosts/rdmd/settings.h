@@ -34,8 +34,9 @@ struct Settings {
   std::vector<std::string> listen;  // "HOST:PORT" or "unix:PATH"; empty: none was given
   std::string plugin;
   std::string config;
-  std::string access_log;  // empty: none; "-": standard output
-  std::string error_log;   // empty: standard error
+  std::string access_log;    // empty: none; "-": standard output
+  bool access_json = false;  // the format of the access log
+  std::string error_log;     // empty: standard error
   int workers = 1;
   int threads = 2;
   bool check = false;

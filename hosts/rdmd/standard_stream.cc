@@ -65,4 +65,9 @@ void StandardStream::take(std::string_view text) {
   }
 }
 
+bool write_stream(FILE *stream, std::string_view text) {
+  const bool written = std::fwrite(text.data(), 1, text.size(), stream) == text.size();
+  return std::fflush(stream) == 0 && written;
+}
+
 }  // namespace rdm::rdmd

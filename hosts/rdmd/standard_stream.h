@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <mutex>
 #include <string>
+#include <string_view>
 
 #include "hosts/common/log_file.h"
 
@@ -37,6 +38,9 @@ class StandardStream {
       mutex_;  // guards line_; printing threads also hold the C stream's lock, but thread sanitizers cannot see that
   std::string line_;  // the text of an unfinished line
 };
+
+/// write_stream writes a text to a stream and flushes it. Returns false on failure.
+bool write_stream(FILE *stream, std::string_view text);
 
 }  // namespace rdm::rdmd
 

@@ -20,6 +20,7 @@
 
 #include <boost/asio/post.hpp>
 
+#include "hosts/rdmd/front/request_id.h"
 #include "hosts/rdmd/front/server.h"
 
 namespace rdm::rdmd {
@@ -93,6 +94,7 @@ Connection::Connection(io::Socket socket, Server &server)
       socket_(std::move(socket)),
       transport_(socket_.native_handle()),
       limit_alarm_(socket_.get_executor()),
+      number_(server.next_connection()),
       client_(client_address(socket_)),
       deadline_(server.limits().write),
       send_rate_(server.limits().send_rate, server.limits().write * send_rate_slack),
@@ -128,8 +130,10 @@ void Connection::start() {
 }
 
 void Connection::turn_away() {
-  server_.errors().trouble(Trouble::turned_away, client_);
   boost::asio::post(socket_.get_executor(), on_strand([this] {
+                      closer_ = ClosedBy::limit;
+                      begin_unread_entry();
+                      server_.errors().trouble(Trouble::turned_away, who());
                       refuse({503, "The server has as many connections as it can take.\n"});
                     }));
 }
@@ -141,7 +145,10 @@ void Connection::close_if_idle() {
 }
 
 void Connection::abort() {
-  boost::asio::post(socket_.get_executor(), [self = shared_from_this(), this] { close(); });
+  boost::asio::post(socket_.get_executor(), [self = shared_from_this(), this] {
+    closer_ = ClosedBy::server;
+    close();
+  });
 }
 
 /* ---- Deadlines ---- */
@@ -162,17 +169,21 @@ void Connection::disarm(Alarm &alarm) {
 }
 
 void Connection::give_up_head() {
-  server_.errors().trouble(Trouble::late_head, client_);
+  begin_unread_entry();
+  closer_ = ClosedBy::timeout;
+  server_.errors().trouble(Trouble::late_head, who());
   refuse({408, "The request head did not arrive in time.\n"});
 }
 
 void Connection::give_up_body() {
-  server_.errors().trouble(Trouble::late_body, client_);
+  closer_ = ClosedBy::timeout;
+  server_.errors().trouble(Trouble::late_body, who());
   refuse({408, "The request body did not arrive in time.\n"});
 }
 
 void Connection::give_up_sending(Trouble reason) {
-  server_.errors().trouble(reason, client_);
+  closer_ = ClosedBy::timeout;
+  server_.errors().trouble(reason, who());
   error_code ignored;
   // SO_LINGER with timeout 0: close() then discards the unsent bytes.
   socket_.set_option(boost::asio::socket_base::linger(true, 0), ignored);
@@ -231,23 +242,49 @@ void Connection::read_head() {
   if (std::holds_alternative<NeedMore>(result))
     return read_more(head_block, &Connection::read_head, &Connection::end_of_input);
   if (const Refusal *refusal = std::get_if<Refusal>(&result)) {
-    if (refusal->status == 414 || refusal->status == 431) server_.errors().trouble(Trouble::large_head, client_);
+    if (refusal->status == 414 || refusal->status == 431) head_too_large();
     return refuse(*refusal);
   }
   begin_request(std::get<RequestHead>(std::move(result)));
 }
 
+/// begin_entry begins the entry of a request in the access log and gives the request its identifier. Status 503 is
+/// logged if the server stops, or the client disconnects, before there is an answer.
+void Connection::begin_entry(std::string line) {
+  id_ = make_request_id();
+  entry_ = AccessEntry{};
+  entry_.client = client_;
+  entry_.time = std::chrono::system_clock::now();
+  entry_.line = std::move(line);
+  entry_.status = 503;
+  entry_.id = id_;
+  entry_.connection = number_;
+  logged_ = false;
+}
+
+/// begin_unread_entry begins the entry of a request whose head cannot be parsed, if no entry has begun: it has the part
+/// of the first line that has arrived.
+void Connection::begin_unread_entry() {
+  if (!logged_) return;
+  const std::size_t line = std::min(input_.find_first_of("\r\n"), std::size_t{256});
+  begin_entry(input_.substr(0, line));
+  head_ = RequestHead{};
+}
+
+std::string Connection::who() const { return describe_client(client_, id_); }
+
+void Connection::head_too_large() {
+  begin_unread_entry();
+  closer_ = ClosedBy::limit;
+  server_.errors().trouble(Trouble::large_head, who());
+}
+
 void Connection::begin_request(RequestHead head) {
   head_ = std::move(head);
-  // 503 is logged if the server stops, or the client disconnects, before there is an answer.
-  entry_ = AccessEntry{client_,
-                       std::time(nullptr),
-                       std::move(head_.line),
-                       503,
-                       0,
-                       std::string(head_.field("referer").substr(0, logged_field)),
-                       std::string(head_.field("user-agent").substr(0, logged_field))};
-  logged_ = false;
+  begin_entry(std::move(head_.line));
+  entry_.referer = head_.field("referer").substr(0, logged_field);
+  entry_.agent = head_.field("user-agent").substr(0, logged_field);
+  closer_ = head_.keep_alive ? ClosedBy::server : ClosedBy::client;
   unread_ = head_.length.value_or(0) > 0;
   std::optional<Target> target = parse_target(head_.target);
   if (!target) return refuse({400, "The request target is malformed.\n"});
@@ -259,6 +296,7 @@ void Connection::route() {
   keep_ = head_.keep_alive && !unread_;
   if (!is_service_path(target_.path)) return answer_text(404, "There is no such resource here.\n");
   exchange_ = make_exchange(head_, target_, client_);
+  exchange_->variable(hosts::request_id_variable, id_);
   if (!unread_ || *head_.length > body_limit) return call_plugin();
   enter(State::body);
   arm(limit_alarm_, server_.limits().body, &Connection::give_up_body);
@@ -297,6 +335,7 @@ void Connection::read_body() {
 
 void Connection::body_lost() {
   entry_.status = 400;
+  closer_ = ClosedBy::client;
   log_request();
   end_of_input();
 }
@@ -307,11 +346,16 @@ void Connection::call_plugin() {
   disarm(limit_alarm_);
   enter(State::service);
   watch_client();
-  server_.service().post([self = shared_from_this(), this]() mutable {
+  server_.service().post([self = shared_from_this(), this, queued = io::Clock::now()]() mutable {
+    const auto begun = io::Clock::now();
     const hosts::Outcome outcome = serve();
+    const auto ended = io::Clock::now();
     // Move `self` on: the connection must be destroyed on an I/O thread, because those handle its socket and timers.
-    boost::asio::post(socket_.get_executor(), [self = std::move(self), this, outcome] {
-      if (state_ == State::service) deliver(outcome);
+    boost::asio::post(socket_.get_executor(), [self = std::move(self), this, outcome, queued, begun, ended] {
+      if (state_ != State::service) return;
+      entry_.labels = hosts::read_labels(*exchange_);
+      note_service(begun - queued, ended - begun, 0);
+      deliver(outcome);
     });
   });
 }
@@ -321,8 +365,17 @@ void Connection::call_plugin() {
 void Connection::watch_client() {
   socket_.async_wait(io::Socket::wait_error, [weak = weak_from_this(), this, epoch = epoch_](const error_code &) {
     const auto self = weak.lock();
-    if (self && epoch == epoch_ && is_broken(socket_)) close();
+    if (!self || epoch != epoch_ || !is_broken(socket_)) return;
+    closer_ = ClosedBy::client;
+    close();
   });
+}
+
+/// note_service notes how long the request waited and was served, and by which worker; 0 is this process.
+void Connection::note_service(AccessEntry::Time queued, AccessEntry::Time served, int worker) {
+  entry_.queued = queued;
+  entry_.served = served;
+  entry_.worker = worker;
 }
 
 /// serve runs on the plug-in's thread.
@@ -344,7 +397,7 @@ void Connection::deliver(hosts::Outcome outcome) {
 
 /// fail answers 500 and logs `reason`.
 void Connection::fail(const std::string &reason) {
-  server_.errors().error(reason + " (client " + client_ + ")");
+  server_.errors().error(reason + " (client " + who() + ")");
   keep_ = false;
   answer_text(500, "");
 }
@@ -354,13 +407,7 @@ void Connection::fail(const std::string &reason) {
 void Connection::refuse(const Refusal &refusal) {
   error_code ignored;
   socket_.cancel(ignored);
-  if (logged_) {
-    // No head was parsed: log the part of the first line that has arrived.
-    const std::size_t line = std::min(input_.find_first_of("\r\n"), std::size_t{256});
-    entry_ = AccessEntry{client_, std::time(nullptr), input_.substr(0, line), 0, 0, "", ""};
-    head_ = RequestHead{};
-    logged_ = false;
-  }
+  begin_unread_entry();
   unread_ = true;
   keep_ = false;
   answer_text(refusal.status, refusal.text);
@@ -379,7 +426,8 @@ void Connection::answer(const hosts::Head &head, std::vector<hosts::Piece> piece
   keep_ = keep_ && !server_.stopping();
   entry_.status = head.status;
   const std::string_view persistence = keep_ ? (head_.http11 ? "" : "keep-alive") : "close";
-  sender_.emplace(hosts::render_head(head, {server_name, std::time(nullptr), persistence}), std::move(pieces));
+  sender_.emplace(hosts::render_head(head, {server_name, std::time(nullptr), persistence, id_}), std::move(pieces));
+  answered_at_ = io::Clock::now();
   note_sending();
   was_blocked_ = false;
   release_request();
@@ -421,7 +469,8 @@ void Connection::await_writable() {
 }
 
 void Connection::sending_failed() {
-  server_.errors().trouble(Trouble::broken, client_);
+  closer_ = ClosedBy::client;
+  server_.errors().trouble(Trouble::broken, who());
   close();
 }
 
@@ -503,6 +552,7 @@ void Connection::become_idle(io::Clock::time_point since) {
 
 void Connection::sent() {
   disarm(limit_alarm_);
+  entry_.complete = true;
   log_request();
   first_ = false;
   if (!keep_) return linger();
@@ -513,6 +563,8 @@ void Connection::sent() {
 void Connection::log_request() {
   if (std::exchange(logged_, true)) return;
   entry_.bytes = sender_ ? sender_->body_sent() : 0;
+  if (sender_) entry_.sent = io::Clock::now() - answered_at_;
+  if (!keep_ || !entry_.complete) entry_.closed_by = closer_;
   server_.access().write(entry_);
   release_memory(entry_);
 }
@@ -544,7 +596,7 @@ void Connection::end_of_input() {
 
 void Connection::close() {
   if (state_ == State::closed) return;
-  if (!logged_ && entry_.status == 503 && !sender_) server_.errors().trouble(Trouble::not_served, client_);
+  if (!logged_ && entry_.status == 503 && !sender_) server_.errors().trouble(Trouble::not_served, who());
   disarm(limit_alarm_);
   disarm(check_alarm_);
   enter(State::closed);

@@ -20,6 +20,7 @@
 
 #include "hosts/common/exchange.h"
 #include "hosts/common/plugin.h"
+#include "hosts/rdmd/access_log.h"
 #include "hosts/rdmd/front/io.h"
 #include "hosts/rdmd/front/request_head.h"
 #include "hosts/rdmd/front/request_target.h"
@@ -75,6 +76,10 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void wait_idle();
   void leave_idle();
   void read_head();
+  void begin_entry(std::string line);
+  void begin_unread_entry();
+  std::string who() const;
+  void head_too_large();
   void begin_request(RequestHead head);
   void route();
   void read_body();
@@ -83,6 +88,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void call_plugin();
   void watch_client();
   hosts::Outcome serve();
+  void note_service(AccessEntry::Time queued, AccessEntry::Time served, int worker);
   void deliver(hosts::Outcome outcome);
   void fail(const std::string &reason);
 
@@ -129,6 +135,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   std::uint64_t epoch_ = 0;  // incremented by each change of state; handlers with an older value do nothing
   Roster::Entry roster_entry_;
   io::Clock::time_point last_sent_ = io::Clock::now();
+  const std::uint64_t number_;
   std::string client_;
   std::string input_;    // bytes received and not yet parsed
   bool first_ = true;    // no request has been answered yet
@@ -150,7 +157,10 @@ class Connection : public std::enable_shared_from_this<Connection> {
   Target target_;
   std::unique_ptr<hosts::Exchange> exchange_;
   std::optional<Sender> sender_;
+  std::string id_;  // of the current request, or of the last one
   AccessEntry entry_;
+  io::Clock::time_point answered_at_;   // when there was an answer
+  ClosedBy closer_ = ClosedBy::server;  // the reason for closing the connection, if it is closed now
   bool logged_ = true;
 };
 

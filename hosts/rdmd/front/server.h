@@ -4,6 +4,7 @@
 #define HOSTS_RDMD_FRONT_SERVER_H
 
 #include <atomic>
+#include <cstdint>
 #include <list>
 #include <memory>
 #include <string>
@@ -11,6 +12,7 @@
 #include <vector>
 
 #include "hosts/common/plugin.h"
+#include "hosts/rdmd/access_log.h"
 #include "hosts/rdmd/front/io.h"
 #include "hosts/rdmd/front/roster.h"
 #include "hosts/rdmd/front/service_thread.h"
@@ -52,6 +54,8 @@ class Server {
   ErrorLog &errors() { return errors_; }
   AccessLog &access() { return access_; }
   bool stopping() const { return stopping_; }
+  /// next_connection returns the number of a new connection, from 1.
+  std::uint64_t next_connection() { return connections_.fetch_add(1, std::memory_order_relaxed) + 1; }
   Roster &roster() { return roster_; }
   /// forget removes the entry of a connection that is being destroyed.
   void forget(Roster::Entry &entry);
@@ -98,7 +102,8 @@ class Server {
   Roster roster_;
   std::atomic<bool> stopping_ = false;
   std::atomic<bool> running_ = true;
-  std::atomic<bool> memory_released_ = false;  // a trim is scheduled
+  std::atomic<std::uint64_t> connections_ = 0;  // accepted so far
+  std::atomic<bool> memory_released_ = false;   // a trim is scheduled
   std::string address_;
   std::size_t client_limit_ = 0;
   bool full_ = false;                         // the last client was turned away

@@ -55,6 +55,13 @@ TEST_F(ResponseHead, OmitsAnEmptyConnectionField) {
             "HTTP/1.1 200 OK\r\nDate: Mon, 16 Nov 2026 03:41:07 GMT\r\nServer: rdmd/1\r\n\r\n");
 }
 
+TEST_F(ResponseHead, TheRequestIdIsTheHostsOwn) {
+  add("x-request-id", "of the plug-in");
+  add("X-REQUEST-ID", "of the plug-in");
+  EXPECT_EQ(render_head(freeze(), {"s", moment, "", "0123abc"}),
+            "HTTP/1.1 200 OK\r\nDate: Mon, 16 Nov 2026 03:41:07 GMT\r\nServer: s\r\nX-Request-Id: 0123abc\r\n\r\n");
+}
+
 TEST_F(ResponseHead, KeepsThePluginsFieldsAsGivenAndInOrder) {
   add("X-Second", "b");
   add("x-first", "a");

@@ -29,7 +29,8 @@ class HostTable : public ::testing::Test {
   HostTable() {
     hosts::bind_host([this](const hosts::Report &report) {
       reports_.push_back(std::to_string(report.degree) + "|" + std::string(report.function) + "|" +
-                         std::string(report.client) + "|" + std::string(report.text));
+                         std::string(report.client) + "|" + std::string(report.text) +
+                         (report.request.empty() ? "" : "|" + std::string(report.request)));
     });
   }
   ~HostTable() override { qxapi_bind(nullptr); }
@@ -153,9 +154,12 @@ TEST_F(HostTable, ReportsNameFunctionAndClientInOneLine) {
   Exchange exchange;
   exchange.client("ip", "192.0.2.7");
   host_report_error(0, "rdm-service", exchange.session(), exchange.request(), "Unknown CSID: %s\n", "x\ny");
+  exchange.variable(hosts::request_id_variable, "0123abc");
+  host_report_error(0, "rdm-service", exchange.session(), exchange.request(), "%s", "of a request");
   host_report_error(1, "rdm-init", nullptr, nullptr, "%s", "no request");
   EXPECT_EQ(reports_,
-            (std::vector<std::string>{"0|rdm-service|192.0.2.7|Unknown CSID: x\\ny", "1|rdm-init||no request"}));
+            (std::vector<std::string>{"0|rdm-service|192.0.2.7|Unknown CSID: x\\ny",
+                                      "0|rdm-service|192.0.2.7|of a request|0123abc", "1|rdm-init||no request"}));
 }
 
 TEST_F(HostTable, AReportIsCutRatherThanGrown) {

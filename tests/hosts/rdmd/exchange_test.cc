@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 /// The request as the plug-in sees it, and the answer as the client receives it.
 
+#include <iterator>
 #include <regex>
+#include <set>
 #include <string>
 
 #include "hosts/rdmd/server_fixture.h"
@@ -49,6 +51,7 @@ TEST_F(HostExchange, TheHeadIsStatusLineDateServerAndThePluginsFields) {
       std::regex("HTTP/1\\.1 200 OK\r\n"
                  "Date: (Mon|Tue|Wed|Thu|Fri|Sat|Sun), \\d\\d [A-Z][a-z][a-z] \\d{4} \\d\\d:\\d\\d:\\d\\d GMT\r\n"
                  "Server: rdmd/\\d+\\.\\d+\\.\\d+\r\n"
+                 "X-Request-Id: [0-9a-z]{26}\r\n"
                  "content-type: text/x-test\r\n"
                  "content-length: 5\r\n\r\n")))
       << response.head;
@@ -119,7 +122,7 @@ TEST_F(HostExchange, APluginThatSendsNothingGivesAnEmptyServerError) {
   EXPECT_EQ(response.field("content-length"), "0");
   EXPECT_EQ(response.field("connection"), "close");
   EXPECT_TRUE(client.ended());
-  EXPECT_TRUE(server_->await_error("[error] rdmd: the plug-in sent no answer (client 127.0.0.1)\n"));
+  EXPECT_TRUE(server_->await_error("[error] rdmd: the plug-in sent no answer (client 127.0.0.1, request "));
 }
 
 TEST_F(HostExchange, AnAnswerThatMayBeIncompleteIsNotSent) {
@@ -131,8 +134,9 @@ TEST_F(HostExchange, AnAnswerThatMayBeIncompleteIsNotSent) {
   EXPECT_EQ(response.body, "");
   EXPECT_EQ(response.field("connection"), "close");
   EXPECT_TRUE(client.ended());
-  EXPECT_TRUE(server_->await_error(
-      "[error] rdmd: out of memory, or a file operation failed, while answering a request (client 127.0.0.1)\n"));
+  EXPECT_TRUE(
+      server_->await_error("[error] rdmd: out of memory, or a file operation failed, while answering a request (client "
+                           "127.0.0.1, request "));
   EXPECT_EQ(support::http_get(port_, "/rdm/fast").body, "fast\n");
 }
 
@@ -235,8 +239,80 @@ TEST_F(HostExchange, HeadIsAnsweredWithoutBody) {
 TEST_F(HostExchange, ReportsOfThePluginGoToTheErrorLogAsOneLine) {
   start();
   EXPECT_EQ(support::http_get(port_, "/rdm/report").body, "reported\n");
-  EXPECT_TRUE(server_->await_error("[error] rdmd: test-plugin: a \"bad\" thing\\nhappened (client 127.0.0.1)\n"))
+  EXPECT_TRUE(server_->await_error("[error] rdmd: test-plugin: a \"bad\" thing\\nhappened (client 127.0.0.1, request "))
       << server_->errors();
+}
+
+TEST_F(HostExchange, AReportNamesTheRequestByTheIdOfItsAnswer) {
+  start();
+  HttpClient client(port_);
+  client.send(get("/rdm/report", "X-Request-Id: chosen by the client\r\n"));
+  const std::string id = client.receive().field("x-request-id");
+  EXPECT_TRUE(std::regex_match(id, std::regex("[0-9a-z]{26}"))) << id;
+  EXPECT_TRUE(server_->await_error("happened (client 127.0.0.1, request " + id + ")\n")) << server_->errors();
+}
+
+TEST_F(HostExchange, EveryAnswerHasAnIdOfItsOwn) {
+  start({"--header-timeout", "0.5", "--body-timeout", "0.5"});
+  const std::string requests[] = {
+      get("/rdm/fast"),
+      get("/rdm/fast"),
+      get("/"),
+      get("/rdm/nothing"),
+      get("/rdm/declined"),
+      get("/rdm/split"),
+      get("/rdm/%"),
+      "HEAD /rdm/fast HTTP/1.0\r\n\r\n",
+      "nonsense\r\n",
+      "GET /rdm/la",
+      "GET /rdm/fast HTTP/1.1\r\n\r\n",
+      "GET /" + std::string(20'000, 'x') + " HTTP/1.1\r\n",
+      "POST /rdm/fast HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: chunked\r\n\r\n",
+      "POST /rdm/fast HTTP/1.1\r\nHost: h\r\nContent-Length: 9\r\n\r\n",
+  };
+  std::set<std::string> ids;
+  for (const std::string &request : requests) {
+    HttpClient client(port_);
+    client.send(request);
+    const HttpResponse response = client.receive(request.starts_with("HEAD"));
+    const std::string id = response.field("x-request-id");
+    EXPECT_TRUE(std::regex_match(id, std::regex("[0-9a-z]{26}"))) << request << response.head;
+    EXPECT_EQ(response.head.find("X-Request-Id"), response.head.rfind("X-Request-Id")) << response.head;
+    ids.insert(id);
+  }
+  EXPECT_EQ(ids.size(), std::size(requests));
+}
+
+TEST_F(HostExchange, TheJsonAccessLogHasEachRequestWithItsId) {
+  start({"--access-log-format", "json"});
+  HttpClient client(port_);
+  client.send(get("/rdm/fast?q", "Referer: http://here/\r\nUser-Agent: \"\xff\"\r\n"));
+  const std::string first = client.receive().field("x-request-id");
+  client.send(get("/rdm/labels", "Connection: close\r\n"));
+  const std::string second = client.receive().field("x-request-id");
+  HttpClient other(port_);
+  other.send("nonsense\r\n");
+  const std::string third = other.receive().field("x-request-id");
+
+  // Times differ from run to run.
+  const std::string log =
+      std::regex_replace(std::regex_replace(await_access(3), std::regex(R"(_ms":\d+\.\d+)"), "_ms\":0"),
+                         std::regex(R"("time":"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}[+-]\d\d:\d\d")"), "\"time\":0");
+  EXPECT_EQ(log, R"({"time":0,"client":"127.0.0.1","method":"GET","target":"/rdm/fast?q","protocol":"HTTP/1.1",)"
+                 R"("status":200,"bytes":5,"referer":"http://here/","agent":"\"\ufffd\"","request_id":")" +
+                     first +
+                     R"(","connection":1,"queue_ms":0,"service_ms":0,"sending_ms":0})"
+                     "\n"
+                     R"({"time":0,"client":"127.0.0.1","method":"GET","target":"/rdm/labels","protocol":"HTTP/1.1",)"
+                     R"("status":200,"bytes":8,"request_id":")" +
+                     second +
+                     R"(","connection":1,"type":"rd-request","catalog":"x-catalog://localhost:80/test","hits":3,)"
+                     R"("queue_ms":0,"service_ms":0,"sending_ms":0,"closed_by":"client"})"
+                     "\n"
+                     R"({"time":0,"client":"127.0.0.1","line":"nonsense","status":400,"bytes":31,"request_id":")" +
+                     third +
+                     R"(","connection":2,"sending_ms":0,"closed_by":"server"})"
+                     "\n");
 }
 
 TEST_F(HostExchange, TheAccessLogHasOneExactLineForEachRequest) {

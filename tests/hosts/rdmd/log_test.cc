@@ -5,7 +5,9 @@
 #include <chrono>
 #include <cstdlib>
 #include <ctime>
+#include <set>
 #include <string>
+#include <string_view>
 
 #include <gtest/gtest.h>
 
@@ -16,10 +18,7 @@ using namespace rdm;
 
 namespace {
 
-using rdmd::AccessEntry;
-using rdmd::AccessLog;
 using rdmd::ErrorLog;
-using rdmd::format_access;
 using rdmd::LineBudget;
 using rdmd::Trouble;
 
@@ -39,39 +38,6 @@ class Logs : public ::testing::Test {
   std::string path_ = directory_.path("log");
 };
 
-const AccessEntry entry{"192.0.2.7", 1'794'800'467, "GET /rdm/x HTTP/1.1", 200, 42, "http://here/", "curl/7"};
-
-TEST_F(Logs, AnAccessLineIsInTheCombinedFormat) {
-  EXPECT_EQ(format_access(entry),
-            "192.0.2.7 - - [16/Nov/2026:05:41:07 +0200] \"GET /rdm/x HTTP/1.1\" 200 42 \"http://here/\" \"curl/7\"\n");
-}
-
-TEST_F(Logs, AnAccessLineHasDashesForMissingFields) {
-  EXPECT_EQ(format_access({"::1", 0, "", 408, 0, "", ""}),
-            "::1 - - [01/Jan/1970:02:00:00 +0200] \"-\" 408 - \"-\" \"-\"\n");
-}
-
-TEST_F(Logs, NoClientWritesAnAccessLineOfItsOwn) {
-  AccessEntry evil = entry;
-  evil.line = "GET /\" 200 \n";
-  evil.referer = "a\r\nb";
-  evil.agent = "\\\"\x01";
-  EXPECT_EQ(format_access(evil),
-            "192.0.2.7 - - [16/Nov/2026:05:41:07 +0200] \"GET /\\\" 200 \" 200 42 \"a\\r\\nb\" \"\\\\\\\"\\x01\"\n");
-}
-
-TEST_F(Logs, AnAccessLogWithoutAPathWritesNothing) {
-  AccessLog log("");
-  log.write(entry);
-  EXPECT_TRUE(log.reopen());
-}
-
-TEST_F(Logs, AnAccessLogAppends) {
-  support::write_file(path_, "before\n");
-  AccessLog(path_).write(entry);
-  EXPECT_EQ(text(), "before\n" + format_access(entry));
-}
-
 TEST_F(Logs, ErrorLinesCarryTimeAndLevel) {
   ErrorLog log(path_);
   EXPECT_TRUE(log.to_file());
@@ -89,9 +55,18 @@ TEST_F(Logs, ReportsOfThePluginNameFunctionAndClient) {
   ErrorLog log(path_);
   log.report({0, "rdm-service", "192.0.2.7", "Unknown CSID: x"});
   log.report({1, "rdm-init", "", "less severe {}"});
+  log.report({0, "rdm-service", "192.0.2.7", "of a request", "0123456789abcdefghjkmnpqrs"});
   const std::string written = text();
   EXPECT_NE(written.find("] [error] rdmd: rdm-service: Unknown CSID: x (client 192.0.2.7)\n"), std::string::npos);
   EXPECT_NE(written.find("] [warning] rdmd: rdm-init: less severe {}\n"), std::string::npos) << written;
+  EXPECT_TRUE(
+      written.ends_with("rdmd: rdm-service: of a request (client 192.0.2.7, request 0123456789abcdefghjkmnpqrs)\n"))
+      << written;
+}
+
+TEST_F(Logs, ALineAboutARequestNamesItsClientAndTheRequest) {
+  EXPECT_EQ(rdmd::describe_client("192.0.2.7", ""), "192.0.2.7");
+  EXPECT_EQ(rdmd::describe_client("::1", "0123"), "::1, request 0123");
 }
 
 TEST_F(Logs, AnErrorLineIsCutAt8191BytesAndKeepsItsClient) {
@@ -157,6 +132,21 @@ TEST_F(Logs, EachTroubleHasItsReasonAndItsClient) {
       "rdmd: 503: the connection was closed before the request was processed (client 192.0.2.7)\n"
       "rdmd: 503: connection limit reached (client 192.0.2.7)\n"
       "rdmd: closed without an answer: too many clients beyond the connection limit (client 192.0.2.7)\n");
+}
+
+TEST_F(Logs, EveryTroubleIsCountedUnderANameOfItsOwn) {
+  ErrorLog log(path_);
+  std::set<std::string_view> names;
+  for (std::size_t i = 0; i < rdmd::trouble_kinds; ++i) {
+    const auto kind = static_cast<Trouble>(i);
+    EXPECT_EQ(log.troubles(kind), 0u);
+    for (std::size_t n = 0; n < i + LineBudget::lines_per_minute; ++n) log.trouble(kind, "192.0.2.7");
+    EXPECT_EQ(log.troubles(kind), i + LineBudget::lines_per_minute) << "suppressed lines count too";
+    names.insert(rdmd::trouble_name(kind));
+  }
+  EXPECT_EQ(names.size(), rdmd::trouble_kinds);
+  for (const std::string_view name : names)
+    EXPECT_TRUE(!name.empty() && name.find_first_not_of("abcdefghijklmnopqrstuvwxyz_") == name.npos) << name;
 }
 
 TEST_F(Logs, AHostileClientCannotFloodTheErrorLog) {

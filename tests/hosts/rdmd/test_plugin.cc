@@ -155,6 +155,7 @@ int split_response(Session *session, Request *request) {
   host_param_add("x bad\r\nname", "value", request->response);
   host_param_add("transfer-encoding", "chunked", request->response);
   host_param_add("connection", "upgrade", request->response);
+  host_param_add("x-request-id", "of the plug-in", request->response);
   host_param_add("content-length", "2", request->response);
   host_set_status(session, request, 403, "No\r\nx-reason: yes");
   host_start_response(session, request);
@@ -180,6 +181,14 @@ int environment(Session *session, Request *request) {
   return answer(session, request, value != nullptr ? value : "");
 }
 
+/// labels leaves the variables that the service leaves.
+int labels(Session *session, Request *request) {
+  host_param_add("rdm-type", "rd-request", request->vars);
+  host_param_add("rdm-csid", "x-catalog://localhost:80/test", request->vars);
+  host_param_add("rdm-hits", "3", request->vars);
+  return answer(session, request, "labeled\n");
+}
+
 int report(Session *session, Request *request) {
   host_report_error(0, "test-plugin", session, request, "%s", "a \"bad\" thing\nhappened\n");
   return answer(session, request, "reported\n");
@@ -201,6 +210,7 @@ const std::map<std::string, Handler> handlers = {
     {"/rdm/split", split_response},
     {"/rdm/slow", slow},
     {"/rdm/fast", fast},
+    {"/rdm/labels", labels},
     {"/rdm/report", report},
     {"/rdm/print", print},
     {"/rdm/environment", environment},
