@@ -72,8 +72,23 @@ CLI::Option *add_number_option(CLI::App &app, const NumberOption &option, Limits
 
 }  // namespace
 
+/// add_address_options declares the limits for each address.
+void add_address_options(CLI::App &app, Limits &limits) {
+  app.add_option("--max-connections-per-address", limits.connections_per_address,
+                 "Connections of one address served at once; 0: no limit")
+      ->check(CLI::Range(0, 65536))
+      ->type_name("N")
+      ->default_str("half of --max-connections");
+  app.add_option("--rate-per-address", limits.rate_per_address,
+                 "New connections of one address per second; 0: no limit")
+      ->check(CLI::Range(0.0, 1'000'000.0))
+      ->type_name("N")
+      ->capture_default_str();
+}
+
 void add_limit_options(CLI::App &app, Limits &limits) {
   for (const NumberOption &option : count_options) add_number_option(app, option, limits)->type_name("N");
+  add_address_options(app, limits);
   for (const NumberOption &option : size_options)
     add_number_option(app, option, limits)->transform(CLI::Validator(replace_size, ""))->type_name("BYTES");
   for (const TimeOption &option : time_options) add_time_option(app, option, limits);

@@ -33,7 +33,10 @@ constexpr std::array<TroubleText, trouble_kinds> troubles_by_kind = {{
     {"broken", "answer cut off: the connection broke, or a file became shorter while it was sent"},
     {"not_served", "503: the connection was closed before the request was processed"},
     {"turned_away", "503: connection limit reached"},
-    {"disconnected", "closed without an answer: too many clients beyond the connection limit"},
+    {"address_full", "503: connection limit of the address reached"},
+    {"address_rate", "503: too many new connections of the address"},
+    {"disconnected", "closed without an answer: too many clients beyond a limit on connections"},
+    {"made_way", "waiting connection ended in favour of a new client"},
 }};
 
 }  // namespace

@@ -33,7 +33,10 @@ enum class Trouble {
   broken,        // the connection broke, or a file of the answer became shorter: closed
   not_served,    // the connection ended before its request reached the plug-in: 503 in the access log
   turned_away,   // a client beyond the connection limit: 503
-  disconnected,  // a client far beyond the limit: closed without an answer
+  address_full,  // a client beyond the limit on connections of an address: 503
+  address_rate,  // a client beyond the limit on new connections of an address: 503
+  disconnected,  // a client far beyond a limit: closed without an answer
+  made_way,      // a connection that waited for a request, or for the rest of a head: ended for a new client
   count
 };
 

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,17 +15,19 @@ using Duration = std::chrono::milliseconds;
 
 /// Limits on the time and the resources that a client may use.
 struct Limits {
-  Duration header{10'000};          // from the first byte of a request, or from the connection, to the end of its head
-  Duration body{30'000};            // from the end of the head to the end of the body
-  Duration idle{15'000};            // from the end of an answer to the first byte of the next request
-  Duration write{30'000};           // without an acknowledgement of any byte of an answer
-  Duration linger{2'000};           // for reading input after the last answer
-  Duration shutdown{30'000};        // for the answers under way at shutdown
-  std::size_t connections = 1024;   // at once
-  std::size_t head_bytes = 16384;   // of a request head
-  std::size_t head_fields = 200;    // of a request head; repeated fields count each time
-  std::size_t target_bytes = 8190;  // of a request target
-  std::size_t send_rate = 256;      // bytes per second that a client must acknowledge on average; 0: any
+  Duration header{10'000};         // from the first byte of a request, or from the connection, to the end of its head
+  Duration body{30'000};           // from the end of the head to the end of the body
+  Duration idle{15'000};           // from the end of an answer to the first byte of the next request
+  Duration write{30'000};          // without an acknowledgement of any byte of an answer
+  Duration linger{2'000};          // for reading input after the last answer
+  Duration shutdown{30'000};       // for the answers under way at shutdown
+  std::size_t connections = 1024;  // at once
+  std::optional<std::size_t> connections_per_address;  // 0: no limit; none: half of `connections`, and at least 64
+  double rate_per_address = 0;                         // new connections per second; 0: no limit
+  std::size_t head_bytes = 16384;                      // of a request head
+  std::size_t head_fields = 200;                       // of a request head; repeated fields count each time
+  std::size_t target_bytes = 8190;                     // of a request target
+  std::size_t send_rate = 256;  // bytes per second that a client must acknowledge on average; 0: any
 };
 
 /// The address of a server whose options name none.

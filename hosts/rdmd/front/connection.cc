@@ -13,7 +13,6 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
-#include <cstring>
 #include <ctime>
 #include <string_view>
 #include <utility>
@@ -36,7 +35,7 @@ constexpr std::string_view continue_line = "HTTP/1.1 100 Continue\r\n\r\n";
 using UnsentLimit = boost::asio::detail::socket_option::integer<IPPROTO_TCP, TCP_NOTSENT_LOWAT>;
 constexpr int unsent_limit = 131072;
 
-/// An idle connection with at most this many unacknowledged bytes may be evicted: the acknowledgement of a short answer
+/// An idle connection with at most this many unacknowledged bytes may make way: the acknowledgement of a short answer
 /// may be on its way.
 constexpr std::int64_t small_remainder = 16384;
 
@@ -62,11 +61,11 @@ bool is_broken(io::Socket &socket) {
   return ::poll(&state, 1, 0) > 0;
 }
 
-/// tcp_address returns the IP address of an endpoint.
-boost::asio::ip::address tcp_address(const io::Protocol::endpoint &endpoint) {
-  io::Tcp::endpoint tcp;
-  std::memcpy(tcp.data(), endpoint.data(), std::min(endpoint.size(), tcp.capacity()));
-  return tcp.address();
+/// refusal_text returns the text of the 503 for a client beyond a limit.
+std::string_view refusal_text(Trouble reason) {
+  if (reason == Trouble::address_full) return "There are too many connections from this address.\n";
+  if (reason == Trouble::address_rate) return "There are too many new connections from this address.\n";
+  return "The server has as many connections as it can take.\n";
 }
 
 /// is_reset returns true if the TCP state of the connection is CLOSE.
@@ -78,24 +77,14 @@ bool is_reset(io::Socket &socket) {
 
 }  // namespace
 
-std::string client_address(const io::Socket &socket) {
-  error_code error;
-  const auto endpoint = socket.remote_endpoint(error);
-  if (error) return "-";
-  if (endpoint.protocol().family() == AF_UNIX) return "unix:";
-  const auto address = tcp_address(endpoint);
-  if (address.is_v6() && address.to_v6().is_v4_mapped())
-    return boost::asio::ip::make_address_v4(boost::asio::ip::v4_mapped, address.to_v6()).to_string();
-  return address.to_string();
-}
-
-Connection::Connection(io::Socket socket, Server &server)
+Connection::Connection(io::Socket socket, Server &server, Client client)
     : server_(server),
       socket_(std::move(socket)),
       transport_(socket_.native_handle()),
       limit_alarm_(socket_.get_executor()),
       number_(server.next_connection()),
-      client_(client_address(socket_)),
+      client_(std::move(client.text)),
+      client_key_(client.key),
       deadline_(server.limits().write),
       send_rate_(server.limits().send_rate, server.limits().write * send_rate_slack),
       check_alarm_(socket_.get_executor()),
@@ -120,7 +109,7 @@ auto Connection::on_strand(Handler handler) {
 void Connection::enter(State state) {
   ++epoch_;
   state_ = state;
-  if (std::exchange(idle_, false)) server_.roster().set_busy(roster_entry_);
+  if (std::exchange(waits_, false)) server_.roster().set_busy(roster_entry_);
 }
 
 /* ---- From other threads ---- */
@@ -129,18 +118,29 @@ void Connection::start() {
   boost::asio::post(socket_.get_executor(), on_strand([this] { next_request(); }));
 }
 
-void Connection::turn_away() {
-  boost::asio::post(socket_.get_executor(), on_strand([this] {
+void Connection::turn_away(Trouble reason) {
+  boost::asio::post(socket_.get_executor(), on_strand([this, reason] {
                       closer_ = ClosedBy::limit;
                       begin_unread_entry();
-                      server_.errors().trouble(Trouble::turned_away, who());
-                      refuse({503, "The server has as many connections as it can take.\n"});
+                      server_.errors().trouble(reason, who());
+                      refuse({503, refusal_text(reason)});
                     }));
 }
 
 void Connection::close_if_idle() {
   boost::asio::post(socket_.get_executor(), [self = shared_from_this(), this] {
-    if (idle_) close();
+    if (waits_ && state_ == State::idle) close();
+  });
+}
+
+void Connection::make_way(bool at_once) {
+  boost::asio::post(socket_.get_executor(), [self = shared_from_this(), this, at_once] {
+    if (!waits_) return;
+    closer_ = ClosedBy::limit;
+    const bool answers = state_ == State::head && !at_once && server_.turn_away(roster_entry_);
+    if (answers) begin_unread_entry();
+    server_.errors().trouble(Trouble::made_way, answers ? who() : client_);
+    answers ? refuse({503, refusal_text(Trouble::turned_away)}) : close();
   });
 }
 
@@ -239,8 +239,10 @@ void Connection::leave_idle() {
 
 void Connection::read_head() {
   HeadResult result = reader_.take(input_);
-  if (std::holds_alternative<NeedMore>(result))
+  if (std::holds_alternative<NeedMore>(result)) {
+    if (!waits_ && has_answer()) may_make_way(io::Clock::now());
     return read_more(head_block, &Connection::read_head, &Connection::end_of_input);
+  }
   if (const Refusal *refusal = std::get_if<Refusal>(&result)) {
     if (refusal->status == 414 || refusal->status == 431) head_too_large();
     return refuse(*refusal);
@@ -514,7 +516,7 @@ void Connection::resume_checks() {
 void Connection::await_acknowledgement() {
   if (has_answer()) return acknowledged(last_sent_);
   // A small remainder may be left to the kernel if another client needs the connection.
-  if (state_ == State::idle && unacknowledged() <= small_remainder) become_idle(last_sent_);
+  if (state_ == State::idle && unacknowledged() <= small_remainder) may_make_way(last_sent_);
   check_client_after(Duration(1));
 }
 
@@ -541,13 +543,13 @@ void Connection::acknowledged(io::Clock::time_point since) {
   if (state_ == State::lingering)
     return ended_ ? close() : arm(limit_alarm_, server_.limits().linger, &Connection::close);
   if (server_.stopping()) return close();
-  become_idle(since);
+  may_make_way(since);
   arm(limit_alarm_, first_ ? server_.limits().header : server_.limits().idle, &Connection::close);
 }
 
-/// become_idle allows the connection to be evicted for a new client.
-void Connection::become_idle(io::Clock::time_point since) {
-  if (!std::exchange(idle_, true)) server_.roster().set_idle(roster_entry_, since);
+/// may_make_way allows the connection to be ended in favour of a new client.
+void Connection::may_make_way(io::Clock::time_point since) {
+  if (!std::exchange(waits_, true)) server_.roster().set_waiting(roster_entry_, since);
 }
 
 void Connection::sent() {

@@ -21,6 +21,7 @@
 #include "hosts/common/exchange.h"
 #include "hosts/common/plugin.h"
 #include "hosts/rdmd/access_log.h"
+#include "hosts/rdmd/front/client.h"
 #include "hosts/rdmd/front/io.h"
 #include "hosts/rdmd/front/request_head.h"
 #include "hosts/rdmd/front/request_target.h"
@@ -36,24 +37,23 @@ namespace rdm::rdmd {
 
 class Server;
 
-/// client_address returns the client's address as text, "unix:" for a client of a Unix socket, or "-" if the client has
-/// disconnected. A v4-mapped IPv6 address is shown as IPv4.
-std::string client_address(const io::Socket &socket);
-
 class Connection : public std::enable_shared_from_this<Connection> {
  public:
-  Connection(io::Socket socket, Server &server);
+  Connection(io::Socket socket, Server &server, Client client = {});
   Connection(const Connection &) = delete;
   Connection &operator=(const Connection &) = delete;
   ~Connection();
 
   /// start begins to serve requests. Call start or turn_away once, from any thread.
   void start();
-  /// turn_away answers 503 without reading a request, for a client beyond the connection limit.
-  void turn_away();
+  /// turn_away answers 503 without reading a request, for a client beyond a limit. `reason` is the trouble to log.
+  void turn_away(Trouble reason);
 
   /// close_if_idle closes the connection if it waits for a request. It may be called from any thread.
   void close_if_idle();
+  /// make_way ends the connection, in favour of a new client, if it waits for a request or reads a head. A begun head
+  /// is answered with 503 unless the connection is to be closed `at_once`. It may be called from any thread.
+  void make_way(bool at_once);
   /// abort closes the connection at once. It may be called from any thread.
   void abort();
 
@@ -105,7 +105,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void resume_checks();
   void await_acknowledgement();
   void acknowledged(io::Clock::time_point since);
-  void become_idle(io::Clock::time_point since);
+  void may_make_way(io::Clock::time_point since);
   std::int64_t unacknowledged();
   bool has_answer();
   void sent();
@@ -137,11 +137,12 @@ class Connection : public std::enable_shared_from_this<Connection> {
   io::Clock::time_point last_sent_ = io::Clock::now();
   const std::uint64_t number_;
   std::string client_;
+  ClientKey client_key_;
   std::string input_;    // bytes received and not yet parsed
   bool first_ = true;    // no request has been answered yet
   bool keep_ = false;    // keep the connection open after the current answer
   bool unread_ = false;  // the request has a body that has not been read
-  bool idle_ = false;    // may be evicted: the client has its answer and has not begun its next request
+  bool waits_ = false;   // may make way: the client has its answers and has not sent the next request completely
   bool ended_ = false;   // the client has shut down its sending side; set while lingering
 
   // Progress of the client in taking its answers, checked in every state while bytes are unacknowledged.

@@ -30,9 +30,13 @@ using boost::system::error_code;
 
 /// How many clients beyond the connection limit are answered 503 at once; further ones are closed without an answer.
 constexpr std::size_t turned_away_limit = 64;
-/// How long accepting pauses when the process is out of descriptors or memory, and how long after it has evicted an
-/// idle connection for that reason.
-constexpr Duration accept_pause{100}, evicted_pause{10};
+/// How many of them may be beyond the limits of one address.
+constexpr std::size_t address_turned_away_limit = 8;
+/// The least number of connections that the default limit grants to an address.
+constexpr std::size_t least_address_limit = 64;
+/// How long accepting pauses when the process is out of descriptors or memory, and how long after a
+/// connection has made way for that reason.
+constexpr Duration accept_pause{100}, made_way_pause{10};
 /// The minimum time between two log lines about such a shortage.
 constexpr std::chrono::minutes shortage_interval{1};
 /// Descriptors reserved for everything but the clients served: clients turned away, listening sockets, logs, and the
@@ -71,6 +75,13 @@ void limit_segments(io::Acceptor &acceptor) {
   acceptor.set_option(SegmentSize(16384), ignored);
 }
 
+/// end_waiting ends a waiting connection, which the roster has chosen, in favour of a new client. Returns false for
+/// null.
+bool end_waiting(const std::shared_ptr<Connection> &connection, bool at_once) {
+  if (connection) connection->make_way(at_once);
+  return connection != nullptr;
+}
+
 /// is_shortage returns true if accept() failed because the process or the system is out of descriptors or memory.
 bool is_shortage(int error) { return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM; }
 
@@ -93,6 +104,7 @@ Server::Server(const Settings &settings, hosts::Plugin &plugin, ErrorLog &errors
       plugin_(plugin),
       errors_(errors),
       access_(access),
+      address_rate_(settings.limits.rate_per_address),
       strand_(context_.get_executor()),
       signals_(strand_, SIGTERM, SIGINT, SIGHUP),
       shutdown_(strand_),
@@ -114,6 +126,7 @@ void Server::limit_clients() {
   const std::size_t wanted = settings_.limits.connections;
   const std::size_t files = allow_descriptors();
   client_limit_ = std::min(wanted, connections_within(files));
+  address_limit_ = settings_.limits.connections_per_address.value_or(std::max(wanted / 2, least_address_limit));
   if (files >= descriptors_for(wanted)) return;
   errors_.warn("the limit of open files is " + std::to_string(files) + ", but " + std::to_string(wanted) +
                " connections may need " + std::to_string(descriptors_for(wanted)) +
@@ -185,11 +198,14 @@ Duration Server::take_client(Listener &listener) {
     // Make the strand before accept(): if memory is short, the client stays in the accept queue.
     io::Socket socket(boost::asio::make_strand(context_));
     // Asio's accept() would not set SOCK_CLOEXEC, and commands that the plug-in runs would inherit the socket.
-    HostFileGuard client(::accept4(listener.acceptor.native_handle(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    sockaddr_storage storage{};
+    auto *const address = reinterpret_cast<sockaddr *>(&storage);
+    socklen_t size = sizeof storage;
+    HostFileGuard client(::accept4(listener.acceptor.native_handle(), address, &size, SOCK_CLOEXEC | SOCK_NONBLOCK));
     if (!client) return not_accepted(errno);
     socket.assign(listener.protocol, client.get());
     client.release();
-    accepted(std::move(socket));
+    accepted(std::move(socket), client_of(address));
     return Duration::zero();
   } catch (const std::exception &error) {
     errors_.error(std::string("a connection failed: ") + error.what());
@@ -197,16 +213,15 @@ Duration Server::take_client(Listener &listener) {
   }
 }
 
-/// not_accepted returns how long to pause after accept() has failed. On a shortage it evicts the connection that has
-/// been idle longest.
+/// not_accepted returns how long to pause after accept() has failed. On a shortage a waiting connection makes way.
 Duration Server::not_accepted(int error) {
   if (error == EAGAIN || error == EINTR || error == ECONNABORTED) return Duration::zero();
   if (!is_shortage(error)) return accept_pause;
   note_shortage(std::generic_category().message(error));
-  return evict() ? evicted_pause : accept_pause;
+  return end_waiting(roster_.take_waiting(), true) ? made_way_pause : accept_pause;
 }
 
-/// note_shortage logs a shortage, at most once a minute. It is called before evict, so also if no connection is idle.
+/// note_shortage logs a shortage, at most once a minute. It is called also if no connection can make way.
 void Server::note_shortage(const std::string &reason) {
   const auto now = io::Clock::now();
   if (now < next_shortage_line_) return;
@@ -214,33 +229,54 @@ void Server::note_shortage(const std::string &reason) {
   errors_.warn("accept: " + reason + ": closing idle connections to serve new clients");
 }
 
-void Server::accepted(io::Socket socket) {
-  const bool can_serve = make_room();
-  if (!can_serve && roster_.turned_away() >= turned_away_limit)
-    return errors_.trouble(Trouble::disconnected, client_address(socket));
-  if (!can_serve && !full_) errors_.warn("connection limit reached: answering new clients with 503");
-  full_ = !can_serve;
-  auto connection = std::make_shared<Connection>(std::move(socket), *this);
-  roster_.admit(connection->roster_entry(), connection, !can_serve);
-  if (can_serve)
-    connection->start();
+void Server::accepted(io::Socket socket, Client client) {
+  const std::optional<Trouble> refused = find_refusal(client.key);
+  if (refused && !may_turn_away(client.key, *refused)) return errors_.trouble(Trouble::disconnected, client.text);
+  if (refused == Trouble::turned_away && !full_)
+    errors_.warn("connection limit reached: answering new clients with 503");
+  if (!refused || refused == Trouble::turned_away) full_ = refused.has_value();
+  const ClientKey key = client.key;
+  auto connection = std::make_shared<Connection>(std::move(socket), *this, std::move(client));
+  roster_.admit(connection->roster_entry(), connection, key, refused.has_value());
+  if (refused)
+    connection->turn_away(*refused);
   else
-    connection->turn_away();
+    connection->start();
 }
 
-/// make_room returns true if another client can be served. At the limit, it first evicts the connection that has been
-/// idle longest.
+/// find_refusal returns the limit that keeps a new client from being served, or std::nullopt. At a limit on
+/// connections, a waiting connection first makes way.
+std::optional<Trouble> Server::find_refusal(const ClientKey &key) {
+  if (!key.is_local() && !address_rate_.take(key, io::Clock::now())) return Trouble::address_rate;
+  if (!key.is_local() && !make_room_for(key)) return Trouble::address_full;
+  if (!make_room()) return Trouble::turned_away;
+  return std::nullopt;
+}
+
+/// make_room_for returns true if the address may have another connection.
+bool Server::make_room_for(const ClientKey &key) {
+  if (address_limit_ == 0 || roster_.counts(key).served < address_limit_) return true;
+  return end_waiting(roster_.take_waiting(key), false);
+}
+
+/// make_room returns true if another client can be served.
 bool Server::make_room() {
-  if (roster_.served() < client_limit_) return true;
+  if (roster_.counts().served < client_limit_) return true;
   if (client_limit_ < settings_.limits.connections) note_shortage("the limit of open files is reached");
-  return evict();
+  return end_waiting(roster_.take_waiting(), false);
 }
 
-/// evict closes the connection that has been idle longest. Returns false if none is idle.
-bool Server::evict() {
-  const std::shared_ptr<Connection> longest = roster_.take_longest_idle();
-  if (longest) longest->close_if_idle();
-  return longest != nullptr;
+/// may_turn_away returns true if a client beyond a limit gets an answer. The limits of an address leave room for others
+/// that are turned away.
+bool Server::may_turn_away(const ClientKey &key, Trouble reason) const {
+  if (roster_.counts().turned_away >= turned_away_limit) return false;
+  return reason == Trouble::turned_away || roster_.counts(key).turned_away < address_turned_away_limit;
+}
+
+bool Server::turn_away(Roster::Entry &entry) {
+  if (roster_.counts().turned_away >= turned_away_limit) return false;
+  roster_.turn_away(entry);
+  return true;
 }
 
 void Server::forget(Roster::Entry &entry) {

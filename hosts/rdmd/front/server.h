@@ -7,12 +7,15 @@
 #include <cstdint>
 #include <list>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "hosts/common/plugin.h"
 #include "hosts/rdmd/access_log.h"
+#include "hosts/rdmd/front/client.h"
+#include "hosts/rdmd/front/connection_rate.h"
 #include "hosts/rdmd/front/io.h"
 #include "hosts/rdmd/front/roster.h"
 #include "hosts/rdmd/front/service_thread.h"
@@ -57,6 +60,8 @@ class Server {
   /// next_connection returns the number of a new connection, from 1.
   std::uint64_t next_connection() { return connections_.fetch_add(1, std::memory_order_relaxed) + 1; }
   Roster &roster() { return roster_; }
+  /// turn_away counts a connection among those turned away. Returns false if there are too many of them already.
+  bool turn_away(Roster::Entry &entry);
   /// forget removes the entry of a connection that is being destroyed.
   void forget(Roster::Entry &entry);
   /// released notes that a request has freed its memory, and schedules malloc_trim() so that unused memory returns to
@@ -80,10 +85,12 @@ class Server {
   void accept_after(Duration pause, Listener &listener);
   Duration take_client(Listener &listener);
   Duration not_accepted(int error);
-  void accepted(io::Socket socket);
-  void note_shortage(const std::string &reason);
+  void accepted(io::Socket socket, Client client);
+  std::optional<Trouble> find_refusal(const ClientKey &key);
+  bool make_room_for(const ClientKey &key);
   bool make_room();
-  bool evict();
+  bool may_turn_away(const ClientKey &key, Trouble reason) const;
+  void note_shortage(const std::string &reason);
   void await_signal();
   void handle(int signal);
   void reopen_logs(int signal);
@@ -106,6 +113,8 @@ class Server {
   std::atomic<bool> memory_released_ = false;   // a trim is scheduled
   std::string address_;
   std::size_t client_limit_ = 0;
+  std::size_t address_limit_ = 0;  // connections of one address; 0: no limit
+  ConnectionRate address_rate_;
   bool full_ = false;                         // the last client was turned away
   io::Clock::time_point next_shortage_line_;  // the earliest time of the next log line about a shortage
 

@@ -204,11 +204,17 @@ TEST_F(HostLimits, WithoutDescriptorsClientsWaitUntilThereAreSome) {
   EXPECT_EQ(client.receive().body, "fast\n");
 }
 
+/// hold begins a request that lacks its body, so that the connection cannot make way.
+void hold(HttpClient &client) {
+  client.send(
+      "POST /rdm/echo HTTP/1.1\r\nHost: h\r\nConnection: close\r\nContent-Length: 4\r\nExpect: 100-continue\r\n\r\n");
+  EXPECT_EQ(client.receive_head(), "HTTP/1.1 100 Continue\r\n\r\n");
+}
+
 TEST_F(HostLimits, ClientsBeyondTheLimitAreTurnedAway) {
   start({"--max-connections", "2"});
   HttpClient first(port_), second(port_);
-  for (HttpClient *client : {&first, &second}) client->send("GET /rdm/fast HTTP/1.1\r\n");
-  std::this_thread::sleep_for(100ms);  // until the server knows that neither is idle
+  for (HttpClient *client : {&first, &second}) hold(*client);
   EXPECT_TRUE(support::eventually([&] { return support::http_get(port_, "/rdm/fast").status == 503; }));
   const HttpResponse response = support::http_get(port_, "/rdm/fast");
   EXPECT_EQ(response.status, 503);
@@ -218,8 +224,8 @@ TEST_F(HostLimits, ClientsBeyondTheLimitAreTurnedAway) {
   EXPECT_TRUE(server_->await_error("[warning] rdmd: connection limit reached: answering new clients with 503\n"));
   EXPECT_TRUE(server_->await_error("[warning] rdmd: 503: connection limit reached (client 127.0.0.1, request "));
   for (HttpClient *client : {&first, &second}) {
-    client->send("Host: h\r\nConnection: close\r\n\r\n");
-    EXPECT_EQ(client->receive().body, "fast\n");
+    client->send("body");
+    EXPECT_EQ(client->receive().status, 200);
     EXPECT_TRUE(client->ended());
     client->finish_sending();
   }
@@ -229,8 +235,7 @@ TEST_F(HostLimits, ClientsBeyondTheLimitAreTurnedAway) {
 TEST_F(HostLimits, ClientsFarBeyondTheLimitAreJustClosed) {
   start({"--max-connections", "1", "--linger-timeout", "60", "--header-timeout", "60"});
   HttpClient served(port_);
-  served.send("GET /rdm/fast HTTP/1.1\r\n");
-  std::this_thread::sleep_for(100ms);  // until the server knows that it is not idle
+  hold(served);
   std::vector<std::unique_ptr<HttpClient>> beyond;
   for (int i = 0; i < 64; ++i) {
     beyond.push_back(std::make_unique<HttpClient>(port_));
@@ -239,9 +244,9 @@ TEST_F(HostLimits, ClientsFarBeyondTheLimitAreJustClosed) {
   HttpClient last(port_);
   EXPECT_TRUE(last.ended());
   EXPECT_TRUE(server_->await_error(
-      "rdmd: closed without an answer: too many clients beyond the connection limit (client 127.0.0.1)\n"));
-  served.send("Host: h\r\n\r\n");
-  EXPECT_EQ(served.receive().body, "fast\n");
+      "rdmd: closed without an answer: too many clients beyond a limit on connections (client 127.0.0.1)\n"));
+  served.send("body");
+  EXPECT_EQ(served.receive().status, 200);
 }
 
 TEST_F(HostLimits, AtTheLimitTheConnectionIdleLongestIsClosed) {

@@ -131,7 +131,10 @@ TEST_F(Logs, EachTroubleHasItsReasonAndItsClient) {
       "rdmd: answer cut off: the connection broke, or a file became shorter while it was sent (client 192.0.2.7)\n"
       "rdmd: 503: the connection was closed before the request was processed (client 192.0.2.7)\n"
       "rdmd: 503: connection limit reached (client 192.0.2.7)\n"
-      "rdmd: closed without an answer: too many clients beyond the connection limit (client 192.0.2.7)\n");
+      "rdmd: 503: connection limit of the address reached (client 192.0.2.7)\n"
+      "rdmd: 503: too many new connections of the address (client 192.0.2.7)\n"
+      "rdmd: closed without an answer: too many clients beyond a limit on connections (client 192.0.2.7)\n"
+      "rdmd: waiting connection ended in favour of a new client (client 192.0.2.7)\n");
 }
 
 TEST_F(Logs, EveryTroubleIsCountedUnderANameOfItsOwn) {

@@ -230,6 +230,19 @@ HttpClient::HttpClient(const std::string &path) {
     ADD_FAILURE() << "connect: " << std::strerror(errno);
 }
 
+HttpClient::HttpClient(const std::string &from, int port) {
+  fd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  if (::inet_pton(AF_INET, from.c_str(), &address.sin_addr) != 1 ||
+      ::bind(fd_, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
+    ADD_FAILURE() << "bind " << from << ": " << std::strerror(errno);
+  address.sin_port = htons(static_cast<std::uint16_t>(port));
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  if (::connect(fd_, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
+    ADD_FAILURE() << "connect: " << std::strerror(errno);
+}
+
 HttpClient::~HttpClient() { ::close(fd_); }
 
 void HttpClient::send(const std::string &bytes) {

@@ -86,7 +86,10 @@ struct HttpResponse {
 class HttpClient {
  public:
   explicit HttpClient(int port, bool ipv6 = false, int receive_buffer = 0);
+  /// Connects to a Unix socket.
   explicit HttpClient(const std::string &path);
+  /// Connects from an address of the loopback network, such as "127.0.0.2".
+  HttpClient(const std::string &from, int port);
   HttpClient(const HttpClient &) = delete;
   HttpClient &operator=(const HttpClient &) = delete;
   ~HttpClient();
