@@ -126,9 +126,10 @@ void cut(std::string &text, std::string_view start, std::string_view stop) {
   }
 }
 
-/// comparable removes parts that depend on timing: dates, and "100 Continue".
+/// comparable removes parts that differ between equal requests: dates, identifiers, and "100 Continue".
 std::string comparable(std::string answers) {
   cut(answers, "Date: ", "\r\n");
+  cut(answers, "X-Request-Id: ", "\r\n");
   cut(answers, "HTTP/1.1 100 Continue", "\r\n\r\n");
   return answers;
 }
