@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <exception>
@@ -21,6 +22,8 @@ namespace {
 
 /// How often a waiting thread checks whether the log was reopened or closed.
 constexpr std::chrono::milliseconds flush_interval{100};
+
+std::atomic<std::uint64_t> dropped_by_all = 0;
 
 host_fd open_file(const char *path, int flags) {
   return uninterrupted([&] { return ::open(path, flags | O_APPEND | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0644); });
@@ -60,6 +63,8 @@ std::size_t lines_of(std::string_view text) {
 std::string describe_dropped(std::size_t lines) {
   return std::to_string(lines) + (lines == 1 ? " line dropped" : " lines dropped");
 }
+
+std::uint64_t dropped_lines() { return dropped_by_all.load(std::memory_order_relaxed); }
 
 bool is_pipe(const char *path) {
   struct stat status;
@@ -116,7 +121,7 @@ bool LogFile::write(std::string_view text, Clock::time_point now) {
   } catch (const std::bad_alloc &) {
     // The line is dropped.
   }
-  if (!taken) dropped_ += lines_of(text);
+  if (!taken) count_dropped(text);
   if (blocked_) start_flushing();
   if (!taken) report_while_dropping(lock, now);
   if (taken && queue_.empty()) report(lock);
@@ -230,10 +235,16 @@ bool LogFile::flush() {
   return true;
 }
 
+void LogFile::count_dropped(std::string_view text) {
+  const std::size_t lines = lines_of(text);
+  dropped_ += lines;
+  dropped_by_all.fetch_add(lines, std::memory_order_relaxed);
+}
+
 /// drop_queued drops all queued lines but the first `kept`, such as the rest of a partly written line.
 void LogFile::drop_queued(std::size_t kept) {
   while (queue_.size() > kept) {
-    dropped_ += lines_of(queue_.back());
+    count_dropped(queue_.back());
     queued_bytes_ -= queue_.back().size();
     queue_.pop_back();
   }

@@ -14,6 +14,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <functional>
 #include <mutex>
@@ -35,6 +36,9 @@ host_fd open_new_log(const char *path);
 
 /// describe_dropped returns the text of a notice: "12 lines dropped".
 std::string describe_dropped(std::size_t lines);
+
+/// dropped_lines returns how many lines all logs of this process have dropped.
+std::uint64_t dropped_lines();
 
 /// is_pipe returns true if `path` names a pipe.
 bool is_pipe(const char *path);
@@ -98,6 +102,7 @@ class LogFile {
   void push(std::string_view text);
   bool flush();
   WriteResult put(std::string_view &text);
+  void count_dropped(std::string_view text);
   void drop_queued(std::size_t kept);
   void start_flushing();
   void flush_when_writable();

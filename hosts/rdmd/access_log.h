@@ -41,6 +41,7 @@ struct AccessEntry {
   std::optional<Time> queued;  // from the whole request to the call of the plug-in
   std::optional<Time> served;  // in the plug-in
   std::optional<Time> sent;    // from the answer until the kernel had all of it, or the end
+  bool for_service = false;    // the path is the service's
   bool complete = false;       // the whole answer was sent
   ClosedBy closed_by = ClosedBy::not_closed;
 };

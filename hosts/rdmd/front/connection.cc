@@ -89,6 +89,7 @@ Connection::Connection(io::Socket socket, Server &server, Client client)
       send_rate_(server.limits().send_rate, server.limits().write * send_rate_slack),
       check_alarm_(socket_.get_executor()),
       reader_(head_limits(server.limits())) {
+  roster_entry_.state = &state_;
   error_code ignored;
   socket_.native_non_blocking(true, ignored);
   socket_.set_option(io::Tcp::no_delay(true), ignored);
@@ -297,6 +298,7 @@ void Connection::begin_request(RequestHead head) {
 void Connection::route() {
   keep_ = head_.keep_alive && !unread_;
   if (!is_service_path(target_.path)) return answer_text(404, "There is no such resource here.\n");
+  entry_.for_service = true;
   exchange_ = make_exchange(head_, target_, client_);
   exchange_->variable(hosts::request_id_variable, id_);
   if (!unread_ || *head_.length > body_limit) return call_plugin();
@@ -567,6 +569,7 @@ void Connection::log_request() {
   entry_.bytes = sender_ ? sender_->body_sent() : 0;
   if (sender_) entry_.sent = io::Clock::now() - answered_at_;
   if (!keep_ || !entry_.complete) entry_.closed_by = closer_;
+  server_.metrics().count(entry_);
   server_.access().write(entry_);
   release_memory(entry_);
 }

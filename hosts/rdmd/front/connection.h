@@ -61,7 +61,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   Roster::Entry &roster_entry() { return roster_entry_; }
 
  private:
-  enum class State { idle, head, body, service, sending, lingering, closed };
+  using State = ConnectionState;
   using Step = void (Connection::*)();
   /// Alarm is a timer that calls `step` once. Arming it again replaces the pending step.
   struct Alarm {

@@ -162,6 +162,13 @@ bool Roster::empty() const {
   return alive_.empty();
 }
 
+ConnectionCounts Roster::count_states() const {
+  ConnectionCounts counts{};
+  const std::lock_guard lock(mutex_);
+  for (const Entry &entry : alive_) ++counts[static_cast<std::size_t>(entry.state->load(std::memory_order_relaxed))];
+  return counts;
+}
+
 std::vector<std::shared_ptr<Connection>> Roster::all() const {
   std::vector<std::shared_ptr<Connection>> result;
   const std::lock_guard lock(mutex_);

@@ -7,6 +7,8 @@
 #ifndef HOSTS_RDMD_FRONT_ROSTER_H
 #define HOSTS_RDMD_FRONT_ROSTER_H
 
+#include <array>
+#include <atomic>
 #include <cstddef>
 #include <memory>
 #include <mutex>
@@ -23,6 +25,10 @@ namespace rdm::rdmd {
 
 class Connection;
 
+/// ConnectionState is the state of a connection; doc/architecture.md shows the transitions.
+enum class ConnectionState { idle, head, body, service, sending, lingering, closed, count };
+using ConnectionCounts = std::array<std::size_t, static_cast<std::size_t>(ConnectionState::count)>;
+
 class Roster {
   struct Group;
 
@@ -35,6 +41,7 @@ class Roster {
     Group *group = nullptr;
     io::Clock::time_point waiting_since;
     bool turned_away = false;
+    const std::atomic<ConnectionState> *state = nullptr;  // of the connection, which has the entry as a member
   };
 
   /// Counts holds the numbers of connections that are served, and of those beyond a limit that are turned away.
@@ -63,6 +70,8 @@ class Roster {
   Counts counts() const;
   Counts counts(const ClientKey &key) const;
   bool empty() const;
+  /// count_states returns the number of connections in each state. It takes time in proportion to their number.
+  ConnectionCounts count_states() const;
   /// all returns all connections.
   std::vector<std::shared_ptr<Connection>> all() const;
 

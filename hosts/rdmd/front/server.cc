@@ -44,6 +44,8 @@ constexpr std::chrono::minutes shortage_interval{1};
 constexpr std::size_t reserved_descriptors = turned_away_limit + 32;
 /// The part of them that is needed even if no client is turned away.
 constexpr std::size_t least_reserved_descriptors = 32;
+/// A service that is busy with one request for longer makes the server not ready.
+constexpr std::chrono::seconds busy_limit{10};
 /// How long unused memory is kept before malloc_trim(): the next requests can use it without a system call.
 constexpr Duration trim_delay{1000};
 
@@ -283,6 +285,23 @@ void Server::forget(Roster::Entry &entry) {
   roster_.remove(entry);
   released();
   if (stopping_ && running_) boost::asio::post(strand_, [this] { end_when_empty(); });
+}
+
+/* ---- Observing ---- */
+
+Moment Server::moment() const {
+  Moment moment;
+  moment.connections = roster_.count_states();
+  moment.accepted = connections_.load(std::memory_order_relaxed);
+  moment.queued = service_.queued();
+  moment.ready = not_ready().empty();
+  return moment;
+}
+
+std::string Server::not_ready() const {
+  if (stopping_) return "the server is stopping";
+  if (service_.busy_for() > busy_limit) return "the service has been busy with one request for more than 10 seconds";
+  return {};
 }
 
 /* ---- Memory ---- */

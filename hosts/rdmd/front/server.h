@@ -17,6 +17,7 @@
 #include "hosts/rdmd/front/client.h"
 #include "hosts/rdmd/front/connection_rate.h"
 #include "hosts/rdmd/front/io.h"
+#include "hosts/rdmd/front/metrics.h"
 #include "hosts/rdmd/front/roster.h"
 #include "hosts/rdmd/front/service_thread.h"
 #include "hosts/rdmd/listeners.h"
@@ -49,6 +50,11 @@ class Server {
   /// false if the plug-in has not returned by then; its thread is still running in that case.
   bool run();
 
+  /// moment returns what the metrics say of this moment, but for the catalogs.
+  Moment moment() const;
+  /// not_ready returns why the server cannot answer requests at present, or an empty string if it can.
+  std::string not_ready() const;
+
   /* ---- For connections, from any thread ---- */
 
   const Limits &limits() const { return settings_.limits; }
@@ -56,6 +62,7 @@ class Server {
   ServiceThread &service() { return service_; }
   ErrorLog &errors() { return errors_; }
   AccessLog &access() { return access_; }
+  Metrics &metrics() { return metrics_; }
   bool stopping() const { return stopping_; }
   /// next_connection returns the number of a new connection, from 1.
   std::uint64_t next_connection() { return connections_.fetch_add(1, std::memory_order_relaxed) + 1; }
@@ -106,6 +113,7 @@ class Server {
   ErrorLog &errors_;
   AccessLog &access_;
 
+  Metrics metrics_;
   Roster roster_;
   std::atomic<bool> stopping_ = false;
   std::atomic<bool> running_ = true;

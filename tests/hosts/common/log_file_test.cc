@@ -134,6 +134,7 @@ TEST_F(LogFiles, APipeKeepsItsLinesWhileItHasNoReader) {
 }
 
 TEST_F(LogFiles, AFullDiskDropsLinesTearsNoneAndIsReportedAfterwards) {
+  const std::uint64_t dropped_before = hosts::dropped_lines();
   LogFile log(path_, note());
   {
     const support::FileLimit full(250);
@@ -145,6 +146,7 @@ TEST_F(LogFiles, AFullDiskDropsLinesTearsNoneAndIsReportedAfterwards) {
     EXPECT_EQ(text().size(), 250u);
   }
   EXPECT_EQ(reported_, 1u);
+  EXPECT_EQ(hosts::dropped_lines() - dropped_before, 3u);
   EXPECT_TRUE(log.write(line(6)));
   EXPECT_EQ(text(), lines(0, 3) + line(6));
   EXPECT_EQ(reported_, 3u);
