@@ -5,6 +5,8 @@
 #include <cmath>
 #include <string>
 
+#include "hosts/rdmd/front/proxies.h"
+
 namespace rdm::rdmd {
 namespace {
 
@@ -92,6 +94,20 @@ void add_limit_options(CLI::App &app, Limits &limits) {
   for (const NumberOption &option : size_options)
     add_number_option(app, option, limits)->transform(CLI::Validator(replace_size, ""))->type_name("BYTES");
   for (const TimeOption &option : time_options) add_time_option(app, option, limits);
+}
+
+void add_proxy_options(CLI::App &app, Settings &settings) {
+  const auto check = [](const std::string &text) {
+    return Proxies::is_valid(text) ? "" : '"' + text + "\" is not an address, ADDRESS/BITS or \"unix\"";
+  };
+  CLI::Option *trusted =
+      app.add_option("--trusted-proxy", settings.trusted_proxies,
+                     "Proxy that names the client of each request by X-Forwarded-For; several times if need be")
+          ->check(CLI::Validator(check, ""))
+          ->type_name("ADDRESS[/BITS]|unix")
+          ->allow_extra_args(false);
+  app.add_flag("--proxy-protocol", settings.proxy_protocol, "Trusted proxies send a PROXY header on each connection")
+      ->needs(trusted);
 }
 
 }  // namespace rdm::rdmd

@@ -36,6 +36,8 @@ enum class Trouble {
   address_full,  // a client beyond the limit on connections of an address: 503
   address_rate,  // a client beyond the limit on new connections of an address: 503
   disconnected,  // a client far beyond a limit: closed without an answer
+  not_a_proxy,   // a connection that is not from a trusted proxy, with --proxy-protocol: closed
+  proxy_header,  // the header of a proxy was malformed or did not arrive in time: closed
   made_way,      // a connection that waited for a request, or for the rest of a head: ended for a new client
   count
 };

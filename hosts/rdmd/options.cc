@@ -52,6 +52,7 @@ void add_options(CLI::App &app, Settings &settings) {
   CLI::Option *check = app.add_flag("--check", settings.check, "Check the plug-in and the configuration, and exit");
   app.add_option("--user", settings.user, "Check what this user may read and write")->type_name("NAME")->needs(check);
   add_limit_options(app, settings.limits);
+  add_proxy_options(app, settings);
 }
 
 }  // namespace

@@ -43,7 +43,9 @@ struct Settings {
   int workers = 1;
   int threads = 2;
   bool check = false;
-  std::string user;  // whose rights --check uses; empty: the caller
+  std::string user;                          // whose rights --check uses; empty: the caller
+  std::vector<std::string> trusted_proxies;  // "ADDRESS[/BITS]" or "unix"
+  bool proxy_protocol = false;               // every connection begins with a header of its proxy
   Limits limits;
 };
 

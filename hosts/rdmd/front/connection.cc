@@ -83,8 +83,9 @@ Connection::Connection(io::Socket socket, Server &server, Client client)
       transport_(socket_.native_handle()),
       limit_alarm_(socket_.get_executor()),
       number_(server.next_connection()),
-      client_(std::move(client.text)),
+      client_(client.text),
       client_key_(client.key),
+      proxy_(server.proxies().trusts(client) ? std::make_unique<Client>(std::move(client)) : nullptr),
       deadline_(server.limits().write),
       send_rate_(server.limits().send_rate, server.limits().write * send_rate_slack),
       check_alarm_(socket_.get_executor()),
@@ -116,16 +117,12 @@ void Connection::enter(State state) {
 /* ---- From other threads ---- */
 
 void Connection::start() {
-  boost::asio::post(socket_.get_executor(), on_strand([this] { next_request(); }));
+  boost::asio::post(socket_.get_executor(),
+                    on_strand([this] { server_.reads_proxy_headers() ? await_proxy_header() : next_request(); }));
 }
 
 void Connection::turn_away(Trouble reason) {
-  boost::asio::post(socket_.get_executor(), on_strand([this, reason] {
-                      closer_ = ClosedBy::limit;
-                      begin_unread_entry();
-                      server_.errors().trouble(reason, who());
-                      refuse({503, refusal_text(reason)});
-                    }));
+  boost::asio::post(socket_.get_executor(), on_strand([this, reason] { refuse_for(reason); }));
 }
 
 void Connection::close_if_idle() {
@@ -191,6 +188,86 @@ void Connection::give_up_sending(Trouble reason) {
   close();
 }
 
+/* ---- The client that a proxy names ---- */
+
+void Connection::await_proxy_header() {
+  arm(limit_alarm_, server_.limits().header, &Connection::give_up_proxy_header);
+  may_make_way(io::Clock::now());
+  read_more_proxy_header();
+}
+
+void Connection::read_more_proxy_header() {
+  socket_.async_wait(io::Socket::wait_read,
+                     on_strand([this](const error_code &error) { error ? close() : read_proxy_header(); }));
+}
+
+/// read_proxy_header reads the header and not a byte more: the bytes after it are the transport's.
+void Connection::read_proxy_header() {
+  std::array<char, proxy_header_limit> block;
+  const auto peeked = ::recv(socket_.native_handle(), block.data(), block.size(), MSG_PEEK | MSG_DONTWAIT);
+  if (peeked < 0 && (errno == EAGAIN || errno == EINTR)) return read_more_proxy_header();
+  if (peeked <= 0) return close();
+  const std::size_t before = input_.size();
+  input_.append(block.data(), static_cast<std::size_t>(peeked));
+  const ProxyHeaderResult result = parse_proxy_header(input_);
+  if (std::holds_alternative<ProxyHeaderMalformed>(result)) return give_up_proxy_header();
+  const auto *header = std::get_if<ProxyHeader>(&result);
+  ::recv(socket_.native_handle(), block.data(), (header != nullptr ? header->size : input_.size()) - before,
+         MSG_DONTWAIT);
+  header != nullptr ? take_proxy_header(*header) : read_more_proxy_header();
+}
+
+void Connection::take_proxy_header(const ProxyHeader &header) {
+  release_memory(input_);
+  disarm(limit_alarm_);
+  if (!header.client) return next_request();
+  const Client client = client_of(*header.client);
+  const auto refused = server_.assign(roster_entry_, client);
+  set_client(client);
+  // A proxy may itself be reached through a proxy.
+  proxy_ = server_.proxies().trusts(client) ? std::make_unique<Client>(client) : nullptr;
+  if (!refused) return next_request();
+  if (server_.turn_away(roster_entry_)) return refuse_for(*refused);
+  server_.errors().trouble(Trouble::disconnected, client_);
+  close();
+}
+
+void Connection::give_up_proxy_header() {
+  closer_ = ClosedBy::limit;
+  server_.errors().trouble(Trouble::proxy_header, client_);
+  close();
+}
+
+void Connection::set_client(Client client) {
+  client_ = std::move(client.text);
+  client_key_ = client.key;
+}
+
+/// release_client makes the connection the proxy's own again, between the requests of its clients.
+void Connection::release_client() {
+  if (!proxy_ || client_key_ == proxy_->key) return;
+  set_client(*proxy_);
+  server_.assign(roster_entry_, *proxy_);
+}
+
+/// take_forwarded_client makes the request one of the client that X-Forwarded-For names. Returns the limit that the
+/// client's address exceeds, if one is.
+std::optional<Trouble> Connection::take_forwarded_client() {
+  if (!proxy_) return std::nullopt;
+  const Client client = server_.proxies().forwarded(*proxy_, head_.field("x-forwarded-for"));
+  const auto refused = server_.assign(roster_entry_, client);
+  set_client(client);
+  return refused;
+}
+
+/// refuse_for refuses a request or a connection beyond a limit.
+void Connection::refuse_for(Trouble reason) {
+  closer_ = ClosedBy::limit;
+  begin_unread_entry();
+  server_.errors().trouble(reason, who());
+  refuse({503, refusal_text(reason)});
+}
+
 /* ---- Reading a request ---- */
 
 /// read_more waits for input, reads up to `most` bytes of it and calls `next`, or `ended` at the end of input or on an
@@ -211,6 +288,7 @@ void Connection::receive(std::size_t most, Step next, Step ended) {
 }
 
 void Connection::next_request() {
+  release_client();
   reader_ = HeadReader(head_limits(server_.limits()));
   sender_.reset();
   unread_ = false;
@@ -284,11 +362,13 @@ void Connection::head_too_large() {
 
 void Connection::begin_request(RequestHead head) {
   head_ = std::move(head);
+  const auto refused = take_forwarded_client();
   begin_entry(std::move(head_.line));
   entry_.referer = head_.field("referer").substr(0, logged_field);
   entry_.agent = head_.field("user-agent").substr(0, logged_field);
   closer_ = head_.keep_alive ? ClosedBy::server : ClosedBy::client;
   unread_ = head_.length.value_or(0) > 0;
+  if (refused) return refuse_for(*refused);
   std::optional<Target> target = parse_target(head_.target);
   if (!target) return refuse({400, "The request target is malformed.\n"});
   target_ = std::move(*target);

@@ -23,6 +23,7 @@
 #include "hosts/rdmd/access_log.h"
 #include "hosts/rdmd/front/client.h"
 #include "hosts/rdmd/front/io.h"
+#include "hosts/rdmd/front/proxy_header.h"
 #include "hosts/rdmd/front/request_head.h"
 #include "hosts/rdmd/front/request_target.h"
 #include "hosts/rdmd/front/roster.h"
@@ -71,6 +72,15 @@ class Connection : public std::enable_shared_from_this<Connection> {
     bool armed = false;
   };
 
+  void await_proxy_header();
+  void read_more_proxy_header();
+  void read_proxy_header();
+  void take_proxy_header(const ProxyHeader &header);
+  void give_up_proxy_header();
+  void set_client(Client client);
+  void release_client();
+  std::optional<Trouble> take_forwarded_client();
+  void refuse_for(Trouble reason);
   void next_request();
   void begin_head();
   void wait_idle();
@@ -138,12 +148,13 @@ class Connection : public std::enable_shared_from_this<Connection> {
   const std::uint64_t number_;
   std::string client_;
   ClientKey client_key_;
-  std::string input_;    // bytes received and not yet parsed
-  bool first_ = true;    // no request has been answered yet
-  bool keep_ = false;    // keep the connection open after the current answer
-  bool unread_ = false;  // the request has a body that has not been read
-  bool waits_ = false;   // may make way: the client has its answers and has not sent the next request completely
-  bool ended_ = false;   // the client has shut down its sending side; set while lingering
+  std::unique_ptr<Client> proxy_;  // the proxy, if the connection is from a trusted one; it names clients
+  std::string input_;              // bytes received and not yet parsed
+  bool first_ = true;              // no request has been answered yet
+  bool keep_ = false;              // keep the connection open after the current answer
+  bool unread_ = false;            // the request has a body that has not been read
+  bool waits_ = false;  // may make way: the client has its answers and has not sent the next request completely
+  bool ended_ = false;  // the client has shut down its sending side; set while lingering
 
   // Progress of the client in taking its answers, checked in every state while bytes are unacknowledged.
   WriteDeadline deadline_;

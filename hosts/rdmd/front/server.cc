@@ -106,6 +106,7 @@ Server::Server(const Settings &settings, hosts::Plugin &plugin, ErrorLog &errors
       plugin_(plugin),
       errors_(errors),
       access_(access),
+      proxies_(settings.trusted_proxies),
       address_rate_(settings.limits.rate_per_address),
       strand_(context_.get_executor()),
       signals_(strand_, SIGTERM, SIGINT, SIGHUP),
@@ -232,7 +233,8 @@ void Server::note_shortage(const std::string &reason) {
 }
 
 void Server::accepted(io::Socket socket, Client client) {
-  const std::optional<Trouble> refused = find_refusal(client.key);
+  if (reads_proxy_headers() && !proxies_.trusts(client)) return errors_.trouble(Trouble::not_a_proxy, client.text);
+  const std::optional<Trouble> refused = find_refusal(client);
   if (refused && !may_turn_away(client.key, *refused)) return errors_.trouble(Trouble::disconnected, client.text);
   if (refused == Trouble::turned_away && !full_)
     errors_.warn("connection limit reached: answering new clients with 503");
@@ -248,11 +250,25 @@ void Server::accepted(io::Socket socket, Client client) {
 
 /// find_refusal returns the limit that keeps a new client from being served, or std::nullopt. At a limit on
 /// connections, a waiting connection first makes way.
-std::optional<Trouble> Server::find_refusal(const ClientKey &key) {
-  if (!key.is_local() && !address_rate_.take(key, io::Clock::now())) return Trouble::address_rate;
-  if (!key.is_local() && !make_room_for(key)) return Trouble::address_full;
+std::optional<Trouble> Server::find_refusal(const Client &client) {
+  if (const auto refused = find_address_refusal(client)) return refused;
   if (!make_room()) return Trouble::turned_away;
   return std::nullopt;
+}
+
+/// find_address_refusal returns the limit of the client's address that is exceeded. Proxies have none: they bring many
+/// clients.
+std::optional<Trouble> Server::find_address_refusal(const Client &client) {
+  if (client.key.is_local() || proxies_.trusts(client)) return std::nullopt;
+  if (!address_rate_.take(client.key, io::Clock::now())) return Trouble::address_rate;
+  if (!make_room_for(client.key)) return Trouble::address_full;
+  return std::nullopt;
+}
+
+std::optional<Trouble> Server::assign(Roster::Entry &entry, const Client &client) {
+  const auto refused = find_address_refusal(client);
+  if (!refused) roster_.assign(entry, client.key);
+  return refused;
 }
 
 /// make_room_for returns true if the address may have another connection.

@@ -18,6 +18,7 @@
 #include "hosts/rdmd/front/connection_rate.h"
 #include "hosts/rdmd/front/io.h"
 #include "hosts/rdmd/front/metrics.h"
+#include "hosts/rdmd/front/proxies.h"
 #include "hosts/rdmd/front/roster.h"
 #include "hosts/rdmd/front/service_thread.h"
 #include "hosts/rdmd/listeners.h"
@@ -67,6 +68,12 @@ class Server {
   /// next_connection returns the number of a new connection, from 1.
   std::uint64_t next_connection() { return connections_.fetch_add(1, std::memory_order_relaxed) + 1; }
   Roster &roster() { return roster_; }
+  const Proxies &proxies() const { return proxies_; }
+  /// reads_proxy_headers returns true if each connection begins with a header of its proxy.
+  bool reads_proxy_headers() const { return settings_.proxy_protocol; }
+  /// assign makes an admitted connection one of `client`, whom a trusted proxy has named. Returns the limit of the
+  /// client's address that is exceeded, if one is; the connection then stays the proxy's.
+  std::optional<Trouble> assign(Roster::Entry &entry, const Client &client);
   /// turn_away counts a connection among those turned away. Returns false if there are too many of them already.
   bool turn_away(Roster::Entry &entry);
   /// forget removes the entry of a connection that is being destroyed.
@@ -93,7 +100,8 @@ class Server {
   Duration take_client(Listener &listener);
   Duration not_accepted(int error);
   void accepted(io::Socket socket, Client client);
-  std::optional<Trouble> find_refusal(const ClientKey &key);
+  std::optional<Trouble> find_refusal(const Client &client);
+  std::optional<Trouble> find_address_refusal(const Client &client);
   bool make_room_for(const ClientKey &key);
   bool make_room();
   bool may_turn_away(const ClientKey &key, Trouble reason) const;
@@ -121,6 +129,7 @@ class Server {
   std::atomic<bool> memory_released_ = false;   // a trim is scheduled
   std::string address_;
   std::size_t client_limit_ = 0;
+  Proxies proxies_;
   std::size_t address_limit_ = 0;  // connections of one address; 0: no limit
   ConnectionRate address_rate_;
   bool full_ = false;                         // the last client was turned away

@@ -450,6 +450,10 @@ TEST_F(HostLifecycle, RefusesMistakenOptions) {
       {{"--config", conf, "--max-connections-per-address", "-1"},
        "--max-connections-per-address: Value -1 not in range 0 to 65536"},
       {{"--config", conf, "--rate-per-address", "-1"}, "--rate-per-address: Value -1 not in range 0.0"},
+      {{"--config", conf, "--trusted-proxy", "localhost"},
+       "rdmd: --trusted-proxy: \"localhost\" is not an address, ADDRESS/BITS or \"unix\"; see \"rdmd --help\"\n"},
+      {{"--config", conf, "--proxy-protocol"},
+       "rdmd: --proxy-protocol requires --trusted-proxy; see \"rdmd --help\"\n"},
       {{"--config", conf, "--max-head-bytes", "65K"}, "--max-head-bytes: Value 66560 not in range 256 to 65536"},
       {{"--config", conf, "--max-head-fields", "0"}, "--max-head-fields: Value 0 not in range 1 to 1000"},
       {{"--config", conf, "--max-target-bytes", "1"}, "--max-target-bytes: Value 1 not in range 64 to 65536"},
@@ -474,8 +478,8 @@ TEST_F(HostLifecycle, TellsItsVersionAndItsOptions) {
         "--access-log",       "--error-log",        "--check",           "--options",
         "--header-timeout",   "--body-timeout",     "--idle-timeout",    "--write-timeout",
         "--linger-timeout",   "--shutdown-timeout", "--max-connections", "--max-connections-per-address",
-        "--rate-per-address", "--max-head-bytes",   "--max-head-fields", "--max-target-bytes",
-        "--min-send-rate",    "--threads"})
+        "--rate-per-address", "--trusted-proxy",    "--proxy-protocol",  "--max-head-bytes",
+        "--max-head-fields",  "--max-target-bytes", "--min-send-rate",   "--threads"})
     EXPECT_NE(help.output().find(option), std::string::npos) << option;
 }
 
