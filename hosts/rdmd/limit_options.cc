@@ -35,6 +35,8 @@ void add_time_option(CLI::App &app, const TimeOption &option, Limits &limits) {
       ->default_str(std::to_string(limit.count() / 1000));
 }
 
+constexpr std::size_t most_spill = std::size_t{1} << 50;
+
 /// An option that is a number.
 struct NumberOption {
   const char *name;
@@ -52,6 +54,7 @@ constexpr NumberOption count_options[] = {
 constexpr NumberOption size_options[] = {
     {"--max-head-bytes", &Limits::head_bytes, 256, 65536, "Bytes of a request head"},
     {"--max-target-bytes", &Limits::target_bytes, 64, 65536, "Bytes of a request target"},
+    {"--spill-limit", &Limits::spill, 0, most_spill, "Bytes of answers that wait in temporary files; 0: no limit"},
     {"--min-send-rate", &Limits::send_rate, 0, std::size_t{1} << 30,
      "Bytes of its answer that a client must take in a second on average; 0: any"},
 };
@@ -81,6 +84,11 @@ void add_address_options(CLI::App &app, Limits &limits) {
       ->check(CLI::Range(0, 65536))
       ->type_name("N")
       ->default_str("half of --max-connections");
+  app.add_option("--spill-limit-per-address", limits.spill_per_address, "The same of one address; 0: no limit")
+      ->check(CLI::Range(std::size_t{0}, most_spill))
+      ->transform(CLI::Validator(replace_size, ""))
+      ->type_name("BYTES")
+      ->default_str("half of --spill-limit");
   app.add_option("--rate-per-address", limits.rate_per_address,
                  "New connections of one address per second; 0: no limit")
       ->check(CLI::Range(0.0, 1'000'000.0))

@@ -27,6 +27,8 @@ struct Limits {
   std::size_t head_bytes = 16384;                      // of a request head
   std::size_t head_fields = 200;                       // of a request head; repeated fields count each time
   std::size_t target_bytes = 8190;                     // of a request target
+  std::size_t spill = std::size_t{4} << 30;            // bytes of answers in temporary files; 0: no limit
+  std::optional<std::size_t> spill_per_address;        // 0: no limit; none: half of `spill`
   std::size_t send_rate = 256;  // bytes per second that a client must acknowledge on average; 0: any
 };
 

@@ -504,13 +504,29 @@ void Connection::answer_text(int status, std::string_view text) {
   answer(hosts::text_head(status, length), std::move(pieces));
 }
 
+/// open_share returns what the answer takes of the room in temporary files; nothing yet. Clients of Unix sockets and
+/// proxies have no limit of their own.
+SpillBudget::Share Connection::open_share() {
+  const bool limited = !client_key_.is_local() && (!proxy_ || proxy_->key != client_key_);
+  return server_.spill_budget().open(limited ? std::optional(client_key_) : std::nullopt);
+}
+
+/// refuse_room answers 503 instead of an answer that would take too much room in temporary files.
+void Connection::refuse_room() {
+  server_.errors().trouble(Trouble::spill_full, who());
+  answer_text(503, "There are too many answers waiting to be sent.\n");
+}
+
 void Connection::answer(const hosts::Head &head, std::vector<hosts::Piece> pieces) {
+  SpillBudget::Share share = open_share();
+  if (!share.grow(temporary_bytes(pieces))) return refuse_room();
   disarm(limit_alarm_);
   enter(State::sending);
   keep_ = keep_ && !server_.stopping();
   entry_.status = head.status;
   const std::string_view persistence = keep_ ? (head_.http11 ? "" : "keep-alive") : "close";
-  sender_.emplace(hosts::render_head(head, {server_name, std::time(nullptr), persistence, id_}), std::move(pieces));
+  sender_.emplace(hosts::render_head(head, {server_name, std::time(nullptr), persistence, id_}), std::move(pieces),
+                  std::move(share));
   answered_at_ = io::Clock::now();
   note_sending();
   was_blocked_ = false;
@@ -612,10 +628,15 @@ void Connection::check_client() {
   const std::int64_t acknowledged = transport_.sent() - unacknowledged();
   if (deadline_.expired(acknowledged, now)) return give_up_sending(Trouble::unread);
   if (send_rate_.too_slow(acknowledged, now)) return give_up_sending(Trouble::too_slow);
-  if (state_ == State::sending && was_blocked_) sender_->spill();
+  if (state_ == State::sending && was_blocked_ && !sender_->spill() && deadline_.stalled(now) >= unspilled_patience())
+    return give_up_sending(Trouble::spill_refused);
   check_client_after(state_ == State::sending ? deadline_.interval()
                                               : std::min(check_interval_ * 4, deadline_.interval()));
 }
+
+/// unspilled_patience returns how long a client may take nothing while its answer takes memory, because it may take no
+/// more room in temporary files.
+Duration Connection::unspilled_patience() const { return server_.limits().write / 4; }
 
 /// acknowledged starts the next timeout: the header timeout before the first request, the idle timeout after an answer,
 /// the linger timeout after the last answer. It closes the connection if the server is stopping, or if the last answer

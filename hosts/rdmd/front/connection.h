@@ -106,11 +106,14 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void answer_text(int status, std::string_view text);
   void answer(const hosts::Head &head, std::vector<hosts::Piece> pieces);
   void release_request();
+  SpillBudget::Share open_share();
+  void refuse_room();
   void send_some();
   void await_writable();
   void sending_failed();
   void note_sending();
   void check_client();
+  Duration unspilled_patience() const;
   void check_client_after(Duration time);
   void resume_checks();
   void await_acknowledgement();

@@ -14,8 +14,8 @@ constexpr std::int64_t kept_in_memory = 4096;
 
 }  // namespace
 
-Sender::Sender(std::string head, std::vector<hosts::Piece> pieces)
-    : pieces_(std::move(pieces)), head_size_(static_cast<std::int64_t>(head.size())) {
+Sender::Sender(std::string head, std::vector<hosts::Piece> pieces, SpillBudget::Share share)
+    : pieces_(std::move(pieces)), share_(std::move(share)), head_size_(static_cast<std::int64_t>(head.size())) {
   pieces_.insert(pieces_.begin(), hosts::Piece{std::move(head), nullptr, 0, head_size_});
 }
 
@@ -36,18 +36,26 @@ void Sender::advance(std::int64_t count) {
   done_ = 0;
 }
 
-void Sender::spill() {
-  for (std::size_t i = current_; i < pieces_.size(); ++i) spill_piece(i, i == current_ ? done_ : 0);
+bool Sender::spill() {
+  bool within = true;
+  for (std::size_t i = current_; i < pieces_.size(); ++i) within = spill_piece(i, i == current_ ? done_ : 0) && within;
+  return within;
 }
 
-void Sender::spill_piece(std::size_t index, std::int64_t done) {
+/// spill_piece returns false if the answer may take no more room.
+bool Sender::spill_piece(std::size_t index, std::int64_t done) {
   const std::int64_t rest = pieces_[index].length - done;
-  if (pieces_[index].file || rest < kept_in_memory) return;
+  if (pieces_[index].file || rest < kept_in_memory) return true;
+  if (!share_.grow(rest)) return false;
   hosts::OutputQueue file(0);
   const std::string_view bytes = std::string_view(pieces_[index].bytes).substr(static_cast<std::size_t>(done));
-  if (file.append(bytes) < bytes.size()) return;
+  if (file.append(bytes) < bytes.size()) {
+    share_.shrink(rest);
+    return true;
+  }
   pieces_[index] = std::move(file.take().front());
   if (index == current_) done_ = 0;
+  return true;
 }
 
 Sender::State Sender::send(Transport &transport) {

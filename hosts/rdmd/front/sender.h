@@ -9,14 +9,16 @@
 #include <vector>
 
 #include "hosts/common/output_queue.h"
+#include "hosts/rdmd/front/spill_budget.h"
 #include "hosts/rdmd/front/transport.h"
 
 namespace rdm::rdmd {
 
 class Sender {
  public:
-  /// Makes the sender of an answer with this head and these pieces of its body.
-  Sender(std::string head, std::vector<hosts::Piece> pieces);
+  /// Makes the sender of an answer with this head and these pieces of its body. `share` is what the answer takes of the
+  /// room in temporary files; the sender gives it back.
+  Sender(std::string head, std::vector<hosts::Piece> pieces, SpillBudget::Share share = {});
 
   enum class State {
     done,     // everything is sent
@@ -30,8 +32,9 @@ class Sender {
   State send(Transport &transport);
 
   /// spill moves unsent bytes from memory into temporary files, for a client that reads slowly. Pieces of less than 4
-  /// KiB, and pieces for which no file can be written, stay in memory.
-  void spill();
+  /// KiB, and pieces for which no file can be written, stay in memory. Returns false if a piece stays because the
+  /// answer may take no more room.
+  bool spill();
 
   /// sent returns the number of bytes sent so far; body_sent excludes the head.
   std::int64_t sent() const { return sent_; }
@@ -40,9 +43,10 @@ class Sender {
  private:
   std::int64_t send_piece(Transport &transport);
   void advance(std::int64_t count);
-  void spill_piece(std::size_t index, std::int64_t done);
+  bool spill_piece(std::size_t index, std::int64_t done);
 
   std::vector<hosts::Piece> pieces_;
+  SpillBudget::Share share_;
   std::int64_t head_size_;
   std::size_t current_ = 0;  // index of the piece being sent
   std::int64_t done_ = 0;    // bytes of that piece already sent

@@ -107,6 +107,8 @@ Server::Server(const Settings &settings, hosts::Plugin &plugin, ErrorLog &errors
       errors_(errors),
       access_(access),
       proxies_(settings.trusted_proxies),
+      spill_budget_(static_cast<std::int64_t>(settings.limits.spill),
+                    static_cast<std::int64_t>(settings.limits.spill_per_address.value_or(settings.limits.spill / 2))),
       address_rate_(settings.limits.rate_per_address),
       strand_(context_.get_executor()),
       signals_(strand_, SIGTERM, SIGINT, SIGHUP),

@@ -21,6 +21,7 @@
 #include "hosts/rdmd/front/proxies.h"
 #include "hosts/rdmd/front/roster.h"
 #include "hosts/rdmd/front/service_thread.h"
+#include "hosts/rdmd/front/spill_budget.h"
 #include "hosts/rdmd/listeners.h"
 #include "hosts/rdmd/log.h"
 #include "hosts/rdmd/settings.h"
@@ -69,6 +70,7 @@ class Server {
   std::uint64_t next_connection() { return connections_.fetch_add(1, std::memory_order_relaxed) + 1; }
   Roster &roster() { return roster_; }
   const Proxies &proxies() const { return proxies_; }
+  SpillBudget &spill_budget() { return spill_budget_; }
   /// reads_proxy_headers returns true if each connection begins with a header of its proxy.
   bool reads_proxy_headers() const { return settings_.proxy_protocol; }
   /// assign makes an admitted connection one of `client`, whom a trusted proxy has named. Returns the limit of the
@@ -130,6 +132,7 @@ class Server {
   std::string address_;
   std::size_t client_limit_ = 0;
   Proxies proxies_;
+  SpillBudget spill_budget_;
   std::size_t address_limit_ = 0;  // connections of one address; 0: no limit
   ConnectionRate address_rate_;
   bool full_ = false;                         // the last client was turned away

@@ -450,6 +450,9 @@ TEST_F(HostLifecycle, RefusesMistakenOptions) {
       {{"--config", conf, "--max-connections-per-address", "-1"},
        "--max-connections-per-address: Value -1 not in range 0 to 65536"},
       {{"--config", conf, "--rate-per-address", "-1"}, "--rate-per-address: Value -1 not in range 0.0"},
+      {{"--config", conf, "--spill-limit", "much"},
+       "rdmd: --spill-limit: \"much\" is not a number of bytes such as 4096, 64K or 1M; see \"rdmd --help\"\n"},
+      {{"--config", conf, "--spill-limit-per-address", "-1"}, "--spill-limit-per-address: Value -1 not in range 0 to "},
       {{"--config", conf, "--trusted-proxy", "localhost"},
        "rdmd: --trusted-proxy: \"localhost\" is not an address, ADDRESS/BITS or \"unix\"; see \"rdmd --help\"\n"},
       {{"--config", conf, "--proxy-protocol"},
@@ -473,13 +476,32 @@ TEST_F(HostLifecycle, TellsItsVersionAndItsOptions) {
   EXPECT_TRUE(std::regex_match(version.output(), std::regex("rdmd \\d+\\.\\d+\\.\\d+\n"))) << version.output();
   RdmdProcess help({"--help"});
   EXPECT_EQ(help.wait(), 0);
-  for (const char *option :
-       {"--listen",           "--plugin",           "--config",          "--workers",
-        "--access-log",       "--error-log",        "--check",           "--options",
-        "--header-timeout",   "--body-timeout",     "--idle-timeout",    "--write-timeout",
-        "--linger-timeout",   "--shutdown-timeout", "--max-connections", "--max-connections-per-address",
-        "--rate-per-address", "--trusted-proxy",    "--proxy-protocol",  "--max-head-bytes",
-        "--max-head-fields",  "--max-target-bytes", "--min-send-rate",   "--threads"})
+  for (const char *option : {"--listen",
+                             "--plugin",
+                             "--config",
+                             "--workers",
+                             "--access-log",
+                             "--error-log",
+                             "--check",
+                             "--options",
+                             "--header-timeout",
+                             "--body-timeout",
+                             "--idle-timeout",
+                             "--write-timeout",
+                             "--linger-timeout",
+                             "--shutdown-timeout",
+                             "--max-connections",
+                             "--max-connections-per-address",
+                             "--rate-per-address",
+                             "--spill-limit",
+                             "--spill-limit-per-address",
+                             "--trusted-proxy",
+                             "--proxy-protocol",
+                             "--max-head-bytes",
+                             "--max-head-fields",
+                             "--max-target-bytes",
+                             "--min-send-rate",
+                             "--threads"})
     EXPECT_NE(help.output().find(option), std::string::npos) << option;
 }
 

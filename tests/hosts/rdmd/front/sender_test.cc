@@ -144,13 +144,34 @@ TEST(AnswerSender, MovesUnsentBytesToFilesForASlowClient) {
   EXPECT_EQ(received, "HEAD" + text + "short" + other);
 }
 
+TEST(AnswerSender, KeepsUnsentBytesInMemoryIfTheyExceedTheBudget) {
+  rdmd::SpillBudget budget(1'000'000, 0);
+  const std::string text(900'000, 'x'), other(800'000, 'y');
+  SocketPair pair;
+  {
+    Sender sender("HEAD", {bytes(text), bytes(other)}, budget.open(std::nullopt));
+    ASSERT_EQ(sender.send(pair.transport()), Sender::State::blocked);
+    EXPECT_FALSE(sender.spill());
+    const std::int64_t used = budget.used();
+    EXPECT_GT(used, 0);
+    EXPECT_LT(used, 900'000);
+    EXPECT_FALSE(sender.spill());
+    EXPECT_EQ(budget.used(), used);
+    std::string received = pair.receive(100'000);
+    while (sender.send(pair.transport()) != Sender::State::done) received += pair.receive(100'000);
+    received += pair.receive_all();
+    EXPECT_EQ(received, "HEAD" + text + other);
+  }
+  EXPECT_EQ(budget.used(), 0);
+}
+
 TEST(AnswerSender, KeepsUnsentBytesInMemoryIfNoFileCanBeMade) {
   const support::Environment nowhere("TMPDIR", "/nowhere");
   const std::string text(1'000'000, 'x');
   SocketPair pair;
   Sender sender = answer("HEAD", bytes(text));
   ASSERT_EQ(sender.send(pair.transport()), Sender::State::blocked);
-  sender.spill();
+  EXPECT_TRUE(sender.spill());
   std::string received = pair.receive(100'000);
   while (sender.send(pair.transport()) != Sender::State::done) received += pair.receive(100'000);
   received += pair.receive_all();
