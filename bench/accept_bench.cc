@@ -45,7 +45,7 @@ class Server {
   Server()
       : config_(directory_.write("rdm.conf", "journal=\"" + directory_.path("journal") + "\"\n")),
         process_({"--listen", "127.0.0.1:0", "--plugin", support::in_build("tests/test_plugin.so"), "--config", config_,
-                  "--max-connections", "10000", "--header-timeout", "3600"}),
+                  "--max-connections", "10000", "--max-connections-per-address", "0", "--header-timeout", "3600"}),
         port_(process_.port()) {}
 
   void hold(std::size_t clients) {

@@ -70,7 +70,7 @@ class HostAccepting : public support::ServerTest {
 TEST_F(HostAccepting, CostsTheSameHoweverManyConnectionsAreOpen) {
   // The server visited all connections for each new client: with 9,000 open, accepting cost five times as much.
   const MoreFiles files;
-  start({"--max-connections", "10000", "--header-timeout", "600"});
+  start({"--max-connections", "10000", "--max-connections-per-address", "0", "--header-timeout", "600"});
   const auto alone = cost();
   Clients idle;
   for (std::size_t i = files.most(5000); i > 0; --i) idle.push_back(std::make_unique<HttpClient>(port_));
