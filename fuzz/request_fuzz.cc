@@ -44,7 +44,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const auto *head = std::get_if<rdmd::RequestHead>(&result);
   const auto target = head != nullptr ? rdmd::parse_target(head->target) : std::nullopt;
   if (!target || !rdmd::is_service_path(target->path)) return 0;
-  const auto exchange = rdmd::make_exchange(*head, *target, "127.0.0.1");
+  const auto exchange = hosts::make_exchange(rdmd::make_request(*head, *target, "127.0.0.1"));
   bytes.resize(std::min<uint64_t>(head->length.value_or(0), 32768));
   exchange->input(bytes);
   serve(*exchange);

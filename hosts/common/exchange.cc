@@ -18,12 +18,13 @@ PblockPtr make_block(int slots) {
 
 }  // namespace
 
-Exchange::Exchange()
+Exchange::Exchange(std::size_t memory)
     : client_(make_block(3)),
       line_(make_block(5)),
       headers_(make_block(20)),
       response_(make_block(7)),
-      vars_(make_block(5)) {
+      vars_(make_block(5)),
+      queue_(memory) {
   session_ = Session{client_.get(), &net_, &input_, this};
   request_ = Request{line_.get(), headers_.get(), response_.get(), vars_.get(), 200, this};
 }

@@ -9,6 +9,7 @@
 #ifndef HOSTS_COMMON_EXCHANGE_H
 #define HOSTS_COMMON_EXCHANGE_H
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -34,7 +35,8 @@ inline constexpr char request_id_variable[] = "request-id";
 
 class Exchange {
  public:
-  Exchange();
+  /// Makes an exchange whose answer keeps at most `memory` bytes in memory.
+  explicit Exchange(std::size_t memory = OutputQueue::default_memory);
   Exchange(const Exchange &) = delete;
   Exchange &operator=(const Exchange &) = delete;
 

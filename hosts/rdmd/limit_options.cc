@@ -23,6 +23,8 @@ constexpr TimeOption time_options[] = {
     {"--idle-timeout", &Limits::idle, "Seconds between two requests of a connection"},
     {"--write-timeout", &Limits::write, "Seconds without a client taking any of its answer"},
     {"--linger-timeout", &Limits::linger, "Seconds for what a client still sends after its last answer"},
+    {"--queue-time", &Limits::queue, "Seconds that a request waits for a worker at most"},
+    {"--service-timeout", &Limits::service, "Seconds that a worker may take for a request before it is killed"},
     {"--shutdown-timeout", &Limits::shutdown, "Seconds for answers under way at shutdown"},
 };
 
@@ -47,6 +49,7 @@ struct NumberOption {
 
 constexpr NumberOption count_options[] = {
     {"--max-connections", &Limits::connections, 1, 65536, "Connections served at once"},
+    {"--queue-length", &Limits::queue_length, 1, 1000000, "Requests that wait for a worker at once"},
     {"--max-head-fields", &Limits::head_fields, 1, 1000, "Fields of a request head"},
 };
 

@@ -32,6 +32,8 @@ constexpr std::array<TroubleText, trouble_kinds> troubles_by_kind = {{
     {"too_slow", "answer cut off: the client took less than the minimum send rate"},
     {"broken", "answer cut off: the connection broke, or a file became shorter while it was sent"},
     {"not_served", "503: the connection was closed before the request was processed"},
+    {"queue_full", "503: the queue of requests is full"},
+    {"overdue", "503: the request waited longer than the queue time"},
     {"turned_away", "503: connection limit reached"},
     {"address_full", "503: connection limit of the address reached"},
     {"address_rate", "503: too many new connections of the address"},

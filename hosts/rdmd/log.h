@@ -32,6 +32,8 @@ enum class Trouble {
   too_slow,       // the client took its answer more slowly than the minimum rate: closed
   broken,         // the connection broke, or a file of the answer became shorter: closed
   not_served,     // the connection ended before its request reached the plug-in: 503 in the access log
+  queue_full,     // the queue of requests was full: 503
+  overdue,        // the request waited longer than --queue-time: 503
   turned_away,    // a client beyond the connection limit: 503
   address_full,   // a client beyond the limit on connections of an address: 503
   address_rate,   // a client beyond the limit on new connections of an address: 503

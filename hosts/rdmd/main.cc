@@ -22,8 +22,11 @@
 #include "hosts/rdmd/leftovers.h"
 #include "hosts/rdmd/listeners.h"
 #include "hosts/rdmd/log.h"
+#include "hosts/rdmd/master/master.h"
+#include "hosts/rdmd/master/upgrade.h"
 #include "hosts/rdmd/options.h"
 #include "hosts/rdmd/standard_stream.h"
+#include "hosts/rdmd/startup.h"
 #include "qxapi/standard_descriptors.h"
 #include "qxapi/temporary_directory.h"
 
@@ -36,14 +39,6 @@ using namespace rdm::rdmd;
 hosts::Plugin load_plugin(const Settings &settings) {
   if (settings.plugin.empty()) throw hosts::PluginError("plug-in not found; name it with --plugin");
   return hosts::Plugin(settings.plugin);
-}
-
-/// announce writes the addresses to standard error, even if the error log is a file: people and scripts read them
-/// there.
-void announce(const Server &server, ErrorLog &errors) {
-  const std::string text = "listening on " + server.address();
-  if (errors.to_file()) errors.info(text);
-  std::fprintf(stderr, "rdmd: %s\n", text.c_str());
 }
 
 /// loads returns true if the plug-in can be loaded, and otherwise prints the reason on standard error.
@@ -72,15 +67,6 @@ int check_all(const Settings &settings) {
   return EXIT_SUCCESS;
 }
 
-/// log_mistakes logs mistakes in the configuration with their lines. They do not keep the server from starting; only
-/// the plug-in decides that.
-void log_mistakes(const std::string &config, ErrorLog &errors) {
-  for (const check::Finding &finding : check::check_syntax(config)) {
-    const std::string text = check::describe(finding);
-    finding.severity == check::Severity::error ? errors.error(text) : errors.warn(text);
-  }
-}
-
 /// clean_up removes temporary files of killed servers. It runs after the plug-in has set TMPDIR.
 void clean_up(ErrorLog &errors) {
   const char *const directory = temporary_directory(::stat);
@@ -106,7 +92,7 @@ bool open_service(const Settings &settings, hosts::Plugin &plugin, Server &serve
   }
 }
 
-int serve(const Settings &settings, std::vector<InheritedSocket> inherited, ErrorLog &errors) {
+int serve(const Settings &settings, std::vector<InheritedSocket> inherited, Upgrade &upgrade, ErrorLog &errors) {
   hosts::bind_host([&errors](const hosts::Report &report) { errors.report(report); });
   const auto dropped = [&errors](std::size_t lines) { return errors.dropped("the access log", lines); };
   StandardStream output(stdout, STDOUT_FILENO, dropped);
@@ -121,7 +107,8 @@ int serve(const Settings &settings, std::vector<InheritedSocket> inherited, Erro
     hosts::run_exits();
     return EXIT_FAILURE;
   }
-  announce(server, errors);
+  announce(server.address(), errors);
+  upgrade.report_ready();
   if (!server.run()) {
     errors.error("the plug-in has not returned from its last call; exiting without its exit functions");
     std::_Exit(EXIT_FAILURE);
@@ -133,13 +120,13 @@ int serve(const Settings &settings, std::vector<InheritedSocket> inherited, Erro
 
 /// serve_with_logs runs the server and returns the exit status. While its logs are not open, the signals that reopen
 /// logs are ignored.
-int serve_with_logs(const Settings &settings, std::vector<InheritedSocket> inherited) {
+int serve_with_logs(const Settings &settings, std::vector<InheritedSocket> inherited, Upgrade &upgrade) {
   for (const int signal : {SIGUSR1, SIGHUP}) std::signal(signal, SIG_IGN);
   StandardStream standard_error(stderr, STDERR_FILENO);
   ErrorLog errors(settings.error_log);
   int status = EXIT_FAILURE;
   try {
-    status = serve(settings, std::move(inherited), errors);
+    status = serve(settings, std::move(inherited), upgrade, errors);
   } catch (const std::exception &error) {
     errors.error(error.what());
   }
@@ -155,13 +142,16 @@ int main(int argc, char **argv) {
   // close-on-exec.
   ::close_range(STDERR_FILENO + 1, UINT_MAX, CLOSE_RANGE_CLOEXEC);
   std::vector<InheritedSocket> inherited = take_inherited_sockets();
+  Upgrade upgrade(argv);
   int exit_code = EXIT_SUCCESS;
   const std::optional<Settings> settings = parse_options(argc, argv, exit_code);
   if (!settings) return exit_code;
-  // Let write() fail with EPIPE or EFBIG instead.
-  for (const int signal : {SIGPIPE, SIGXFSZ}) std::signal(signal, SIG_IGN);
+  // Let write() fail with EPIPE or EFBIG instead. Only a master replaces its program at SIGUSR2.
+  for (const int signal : {SIGPIPE, SIGXFSZ, SIGUSR2}) std::signal(signal, SIG_IGN);
   try {
-    return settings->check ? check_all(*settings) : serve_with_logs(*settings, std::move(inherited));
+    if (settings->check) return check_all(*settings);
+    const auto run = settings->workers > 0 ? run_master : serve_with_logs;
+    return run(*settings, std::move(inherited), upgrade);
   } catch (const std::exception &error) {
     std::fprintf(stderr, "rdmd: %s\n", error.what());
     return EXIT_FAILURE;

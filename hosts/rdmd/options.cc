@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "hosts/rdmd/options.h"
 
+#include <sched.h>
+
 #include <filesystem>
 #include <iostream>
 #include <string>
@@ -25,6 +27,12 @@ std::string default_plugin() {
   return {};
 }
 
+/// cores returns how many processors this process may use, at least one.
+int cores() {
+  cpu_set_t allowed;
+  return ::sched_getaffinity(0, sizeof allowed, &allowed) == 0 ? CPU_COUNT(&allowed) : 1;
+}
+
 void add_options(CLI::App &app, Settings &settings) {
   cli::declare_program(app);
   app.set_config("--options", "", "Read options from a TOML file")->type_name("FILE");
@@ -36,7 +44,9 @@ void add_options(CLI::App &app, Settings &settings) {
   app.add_option("--plugin", settings.plugin, "The plug-in; by default librdm.so of this installation")
       ->type_name("PATH");
   app.add_option("--config", settings.config, "Service configuration file")->type_name("FILE")->required();
-  app.add_option("--workers", settings.workers, "Worker processes; only 1 is supported")->capture_default_str();
+  app.add_option("--workers", settings.workers, "Worker processes; 0: call the plug-in in the server's own process")
+      ->check(CLI::Range(0, 256))
+      ->capture_default_str();
   app.add_option("--threads", settings.threads, "Threads for network input and output")
       ->check(CLI::Range(1, 64))
       ->capture_default_str();
@@ -51,6 +61,8 @@ void add_options(CLI::App &app, Settings &settings) {
   app.add_option("--error-log", settings.error_log, "Error log; standard error by default")->type_name("FILE");
   CLI::Option *check = app.add_flag("--check", settings.check, "Check the plug-in and the configuration, and exit");
   app.add_option("--user", settings.user, "Check what this user may read and write")->type_name("NAME")->needs(check);
+  app.add_flag("--half-close", settings.half_close,
+               "Serve clients that have closed their sending side before their turn");
   add_limit_options(app, settings.limits);
   add_proxy_options(app, settings);
 }
@@ -59,12 +71,11 @@ void add_options(CLI::App &app, Settings &settings) {
 
 std::optional<Settings> parse_options(int argc, char **argv, int &exit_code) {
   Settings settings;
+  settings.workers = cores();
   CLI::App app("Serves resource descriptions over HTTP.", "rdmd");
   add_options(app, settings);
   try {
     if (!cli::parse(app, argc, argv, std::cout)) return std::nullopt;
-    if (settings.workers != 1)
-      throw cli::misuse(app, "--workers: only 1 is supported: start more servers behind a load balancer instead");
   } catch (const cli::Misuse &misuse) {
     std::cerr << "rdmd: " << misuse.what() << '\n';
     exit_code = cli::exit_misuse;

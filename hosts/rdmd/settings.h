@@ -15,13 +15,16 @@ using Duration = std::chrono::milliseconds;
 
 /// Limits on the time and the resources that a client may use.
 struct Limits {
-  Duration header{10'000};         // from the first byte of a request, or from the connection, to the end of its head
-  Duration body{30'000};           // from the end of the head to the end of the body
-  Duration idle{15'000};           // from the end of an answer to the first byte of the next request
-  Duration write{30'000};          // without an acknowledgement of any byte of an answer
-  Duration linger{2'000};          // for reading input after the last answer
-  Duration shutdown{30'000};       // for the answers under way at shutdown
-  std::size_t connections = 1024;  // at once
+  Duration header{10'000};          // from the first byte of a request, or from the connection, to the end of its head
+  Duration body{30'000};            // from the end of the head to the end of the body
+  Duration idle{15'000};            // from the end of an answer to the first byte of the next request
+  Duration write{30'000};           // without an acknowledgement of any byte of an answer
+  Duration linger{2'000};           // for reading input after the last answer
+  Duration queue{30'000};           // that a request waits for a worker at most
+  Duration service{60'000};         // that a worker may take for a request
+  Duration shutdown{30'000};        // for the answers under way at shutdown
+  std::size_t queue_length = 1024;  // requests that wait for a worker at once
+  std::size_t connections = 1024;   // at once
   std::optional<std::size_t> connections_per_address;  // 0: no limit; none: half of `connections`, and at least 64
   double rate_per_address = 0;                         // new connections per second; 0: no limit
   std::size_t head_bytes = 16384;                      // of a request head
@@ -42,11 +45,12 @@ struct Settings {
   std::string access_log;    // empty: none; "-": standard output
   bool access_json = false;  // the format of the access log
   std::string error_log;     // empty: standard error
-  int workers = 1;
+  int workers = 0;           // processes that call the plug-in; 0: this process calls it
   int threads = 2;
   bool check = false;
   std::string user;                          // whose rights --check uses; empty: the caller
   std::vector<std::string> trusted_proxies;  // "ADDRESS[/BITS]" or "unix"
+  bool half_close = false;                   // serve clients that have closed their sending side before their turn
   bool proxy_protocol = false;               // every connection begins with a header of its proxy
   Limits limits;
 };

@@ -68,6 +68,14 @@ std::string_view refusal_text(Trouble reason) {
   return "The server has as many connections as it can take.\n";
 }
 
+/// has_hung_up returns true if the client has closed the connection, or at least its sending side.
+bool has_hung_up(int socket) {
+  struct pollfd state {
+    socket, POLLRDHUP, 0
+  };
+  return ::poll(&state, 1, 0) > 0;
+}
+
 /// is_reset returns true if the TCP state of the connection is CLOSE.
 bool is_reset(io::Socket &socket) {
   struct tcp_info info {};
@@ -379,9 +387,9 @@ void Connection::route() {
   keep_ = head_.keep_alive && !unread_;
   if (!is_service_path(target_.path)) return answer_text(404, "There is no such resource here.\n");
   entry_.for_service = true;
-  exchange_ = make_exchange(head_, target_, client_);
-  exchange_->variable(hosts::request_id_variable, id_);
-  if (!unread_ || *head_.length > body_limit) return call_plugin();
+  request_ = make_request(head_, target_, client_);
+  request_.variables = {{hosts::request_id_variable, id_}};
+  if (!unread_ || *head_.length > body_limit) return submit();
   enter(State::body);
   arm(limit_alarm_, server_.limits().body, &Connection::give_up_body);
   if (head_.expects_continue && input_.empty()) {
@@ -411,10 +419,10 @@ void Connection::read_body() {
   if (input_.size() < length) return read_more(length - input_.size(), &Connection::read_body, &Connection::body_lost);
   std::string following = input_.substr(length);
   input_.resize(length);
-  exchange_->input(std::exchange(input_, std::move(following)));
+  request_.body = std::exchange(input_, std::move(following));
   unread_ = false;
   keep_ = head_.keep_alive;
-  call_plugin();
+  submit();
 }
 
 void Connection::body_lost() {
@@ -426,26 +434,35 @@ void Connection::body_lost() {
 
 /* ---- Answering it ---- */
 
-void Connection::call_plugin() {
+void Connection::submit() {
+  // First, under the time limit of the request: without memory for the job, that limit ends the connection.
+  JobPtr job = make_job();
   disarm(limit_alarm_);
   enter(State::service);
   watch_client();
-  server_.service().post([self = shared_from_this(), this, queued = io::Clock::now()]() mutable {
-    const auto begun = io::Clock::now();
-    const hosts::Outcome outcome = serve();
-    const auto ended = io::Clock::now();
-    // Move `self` on: the connection must be destroyed on an I/O thread, because those handle its socket and timers.
-    boost::asio::post(socket_.get_executor(), [self = std::move(self), this, outcome, queued, begun, ended] {
-      if (state_ != State::service) return;
-      entry_.labels = hosts::read_labels(*exchange_);
-      note_service(begun - queued, ended - begun, 0);
-      deliver(outcome);
-    });
-  });
+  server_.dispatcher().submit(std::move(job));
 }
 
-/// watch_client closes the connection if the client resets it while the plug-in works. It holds a weak reference only,
-/// so that the connection is destroyed if the plug-in's thread fails and drops the request.
+JobPtr Connection::make_job() {
+  auto job = std::make_unique<Job>();
+  job->request = std::move(request_);
+  job->client = client_key_;
+  job->prompt = is_prompt(job->request);
+  // The descriptor by value: this runs on other threads, while the strand may close the socket.
+  job->wanted = [this, socket = socket_.native_handle(), half_close = server_.settings().half_close] {
+    return state_ == State::service && (half_close || !has_hung_up(socket));
+  };
+  job->reply = [self = shared_from_this(), this](Reply reply) mutable {
+    // Move `self` on: the connection must be destroyed on an I/O thread, because those handle its socket and timers.
+    boost::asio::post(socket_.get_executor(), [self = std::move(self), this, reply = std::move(reply)]() mutable {
+      if (state_ == State::service) deliver(std::move(reply));
+    });
+  };
+  return job;
+}
+
+/// watch_client closes the connection if the client resets it while the request waits or is served. It holds a weak
+/// reference only, so that the connection is destroyed if its job is dropped.
 void Connection::watch_client() {
   socket_.async_wait(io::Socket::wait_error, [weak = weak_from_this(), this, epoch = epoch_](const error_code &) {
     const auto self = weak.lock();
@@ -455,28 +472,56 @@ void Connection::watch_client() {
   });
 }
 
-/// note_service notes how long the request waited and was served, and by which worker; 0 is this process.
-void Connection::note_service(AccessEntry::Time queued, AccessEntry::Time served, int worker) {
-  entry_.queued = queued;
-  entry_.served = served;
-  entry_.worker = worker;
-}
-
-/// serve runs on the plug-in's thread.
-hosts::Outcome Connection::serve() {
-  if (state_ == State::closed) return hosts::Outcome::silent;
-  return hosts::serve(server_.plugin(), *exchange_);
-}
-
-void Connection::deliver(hosts::Outcome outcome) {
+void Connection::deliver(Reply reply) {
   error_code ignored;
   socket_.cancel(ignored);
-  if (outcome == hosts::Outcome::not_handled) return answer_text(404, "There is no such resource here.\n");
-  if (outcome == hosts::Outcome::silent) return fail("the plug-in sent no answer");
-  if (outcome == hosts::Outcome::broken)
-    return fail("out of memory, or a file operation failed, while answering a request");
-  keep_ = keep_ && exchange_->delimited();
-  answer(exchange_->head(), exchange_->queue().take());
+  entry_.queued = reply.queued;
+  entry_.served = reply.served;
+  entry_.worker = reply.worker;
+  entry_.labels = std::move(reply.answer.labels);
+  switch (reply.fate) {
+    case Fate::answered:
+      return deliver(std::move(reply.answer));
+    case Fate::abandoned:
+      closer_ = ClosedBy::client;
+      return close();
+    case Fate::crashed:
+      // The worker's end is logged with the request.
+      return answer_failure();
+    case Fate::timed_out:
+      server_.errors().error("a request took longer than the service timeout (client " + who() + ")");
+      return answer_failure();
+    case Fate::queue_full:
+      server_.errors().trouble(Trouble::queue_full, who());
+      return answer_text(503, "The server has as many requests as it can take.\n");
+    case Fate::overdue:
+      server_.errors().trouble(Trouble::overdue, who());
+      return answer_text(503, "The server is too busy to answer in time.\n");
+    case Fate::stopping:
+      return answer_text(503, "The server is stopping.\n");
+  }
+}
+
+void Connection::deliver(hosts::ServiceAnswer answered) {
+  switch (answered.outcome) {
+    case hosts::Outcome::not_handled:
+      return answer_text(404, "There is no such resource here.\n");
+    case hosts::Outcome::silent:
+      return fail("the plug-in sent no answer");
+    case hosts::Outcome::broken:
+      return fail("out of memory, or a file operation failed, while answering a request");
+    case hosts::Outcome::answered:
+      keep_ = keep_ && answered.delimited;
+      return answer(answered.head, std::move(answered.pieces));
+  }
+}
+
+/// answer_failure answers 500 because a worker failed; another one will serve the next request.
+void Connection::answer_failure() {
+  keep_ = false;
+  hosts::Head head = hosts::text_head(500, 0);
+  head.fields.push_back({"Retry-After", "5"});
+  answer(head, {});
 }
 
 /// fail answers 500 and logs `reason`.
@@ -534,9 +579,9 @@ void Connection::answer(const hosts::Head &head, std::vector<hosts::Piece> piece
   send_some();
 }
 
-/// release_request frees the request, and with it the temporary file of a failed answer.
+/// release_request frees the request.
 void Connection::release_request() {
-  exchange_.reset();
+  release_memory(request_);
   release_memory(head_);
   release_memory(target_);
   if (!keep_) input_.clear();

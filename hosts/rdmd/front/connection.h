@@ -2,9 +2,9 @@
 /// One client connection: reads requests, passes them to the plug-in and sends the answers, one after another.
 ///
 /// Unless stated otherwise, members run on the connection's strand. A request is read completely before it is queued
-/// for the plug-in's thread, and its answer is sent after the plug-in has returned. Nothing is read in between: further
-/// requests wait in the kernel's socket buffer. If the client resets the connection meanwhile, the connection is
-/// closed, and a queued request is not passed to the plug-in.
+/// for a worker, and its answer is sent after the plug-in has returned. Nothing is read in between: further requests
+/// wait in the kernel's socket buffer. If the client resets the connection meanwhile, the connection is closed. A
+/// queued request whose client has closed the connection is not passed to the plug-in.
 ///
 /// A waiting connection holds little memory: it has a read buffer only while there is something to read, and frees the
 /// request once its answer is queued.
@@ -18,11 +18,11 @@
 #include <string>
 #include <vector>
 
-#include "hosts/common/exchange.h"
-#include "hosts/common/plugin.h"
+#include "hosts/common/service_call.h"
 #include "hosts/rdmd/access_log.h"
 #include "hosts/rdmd/front/client.h"
 #include "hosts/rdmd/front/io.h"
+#include "hosts/rdmd/front/job.h"
 #include "hosts/rdmd/front/proxy_header.h"
 #include "hosts/rdmd/front/request_head.h"
 #include "hosts/rdmd/front/request_target.h"
@@ -95,11 +95,12 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void read_body();
   void send_continue(std::size_t done);
   void body_lost();
-  void call_plugin();
+  void submit();
+  JobPtr make_job();
   void watch_client();
-  hosts::Outcome serve();
-  void note_service(AccessEntry::Time queued, AccessEntry::Time served, int worker);
-  void deliver(hosts::Outcome outcome);
+  void deliver(Reply reply);
+  void deliver(hosts::ServiceAnswer answered);
+  void answer_failure();
   void fail(const std::string &reason);
 
   void refuse(const Refusal &refusal);
@@ -144,7 +145,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   io::Socket socket_;
   Transport transport_;
   Alarm limit_alarm_;                       // time limit of the current state
-  std::atomic<State> state_ = State::idle;  // written on the strand only; also read by the plug-in's thread
+  std::atomic<State> state_ = State::idle;  // written on the strand only; also read by other threads
   std::uint64_t epoch_ = 0;  // incremented by each change of state; handlers with an older value do nothing
   Roster::Entry roster_entry_;
   io::Clock::time_point last_sent_ = io::Clock::now();
@@ -170,7 +171,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   HeadReader reader_;
   RequestHead head_;
   Target target_;
-  std::unique_ptr<hosts::Exchange> exchange_;
+  hosts::ServiceRequest request_;
   std::optional<Sender> sender_;
   std::string id_;  // of the current request, or of the last one
   AccessEntry entry_;

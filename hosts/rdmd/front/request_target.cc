@@ -65,19 +65,16 @@ std::optional<Target> parse_target(std::string_view target) {
 
 bool is_service_path(std::string_view path) { return ascii::istarts_with(path, "/rdm/"); }
 
-std::unique_ptr<hosts::Exchange> make_exchange(const RequestHead &head, const Target &target,
-                                               const std::string &client_ip) {
-  auto exchange = std::make_unique<hosts::Exchange>();
-  exchange->client("ip", client_ip);
-  exchange->line("method", head.method);
-  exchange->line("uri", target.path);
-  if (target.query) exchange->line("query", *target.query);
-  for (const hosts::Field &field : head.fields) {
-    const bool is_length = field.name == "content-length" && head.length;
-    exchange->header(field.name, is_length ? announced_length(*head.length) : field.value);
-  }
-  if (head.method == "HEAD") exchange->head_only();
-  return exchange;
+hosts::ServiceRequest make_request(const RequestHead &head, const Target &target, const std::string &client_ip) {
+  hosts::ServiceRequest request;
+  request.client = {{"ip", client_ip}};
+  request.line = {{"method", head.method}, {"uri", target.path}};
+  if (target.query) request.line.push_back({"query", *target.query});
+  request.headers = head.fields;
+  for (hosts::Field &field : request.headers)
+    if (field.name == "content-length" && head.length) field.value = announced_length(*head.length);
+  request.head_only = head.method == "HEAD";
+  return request;
 }
 
 }  // namespace rdm::rdmd

@@ -1,14 +1,13 @@
 // SPDX-License-Identifier: MIT
-/// Makes the exchange that the plug-in sees from a request head.
+/// Makes what the plug-in sees of a request from its head.
 #ifndef HOSTS_RDMD_FRONT_REQUEST_TARGET_H
 #define HOSTS_RDMD_FRONT_REQUEST_TARGET_H
 
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 
-#include "hosts/common/exchange.h"
+#include "hosts/common/service_call.h"
 #include "hosts/rdmd/front/request_head.h"
 
 namespace rdm::rdmd {
@@ -27,10 +26,9 @@ std::optional<Target> parse_target(std::string_view target);
 /// is_service_path returns true if a path begins with "/rdm/" in any letter case, so that the plug-in serves it.
 bool is_service_path(std::string_view path);
 
-/// make_exchange returns an exchange with everything but the request body. A content length above INT32_MAX is passed
-/// on as INT32_MAX, because the plug-in reads 32 bits.
-std::unique_ptr<hosts::Exchange> make_exchange(const RequestHead &head, const Target &target,
-                                               const std::string &client_ip);
+/// make_request returns what the plug-in sees of a request, but for its body. A content length above INT32_MAX is
+/// passed on as INT32_MAX, because the plug-in reads 32 bits.
+hosts::ServiceRequest make_request(const RequestHead &head, const Target &target, const std::string &client_ip);
 
 }  // namespace rdm::rdmd
 

@@ -20,7 +20,6 @@
 
 #include <boost/asio/post.hpp>
 
-#include "hosts/common/host_table.h"
 #include "hosts/rdmd/front/connection.h"
 
 namespace rdm::rdmd {
@@ -44,8 +43,6 @@ constexpr std::chrono::minutes shortage_interval{1};
 constexpr std::size_t reserved_descriptors = turned_away_limit + 32;
 /// The part of them that is needed even if no client is turned away.
 constexpr std::size_t least_reserved_descriptors = 32;
-/// A service that is busy with one request for longer makes the server not ready.
-constexpr std::chrono::seconds busy_limit{10};
 /// How long unused memory is kept before malloc_trim(): the next requests can use it without a system call.
 constexpr Duration trim_delay{1000};
 
@@ -102,8 +99,26 @@ Server::Listener::Listener(const io::Executor &strand, ListeningSocket from)
 
 Server::Server(const Settings &settings, hosts::Plugin &plugin, ErrorLog &errors, AccessLog &access,
                std::vector<ListeningSocket> sockets)
+    : Server(settings, errors, access, std::move(sockets)) {
+  signals_.emplace(strand_, SIGTERM, SIGINT, SIGHUP);
+  signals_->add(SIGUSR1);
+  local_worker_ = std::make_shared<LocalWorker>(plugin, dispatcher_);
+  dispatcher_.add(local_worker_, 0);
+}
+
+Server::Server(const Settings &settings, HostFileGuard control, ErrorLog &errors, AccessLog &access,
+               std::vector<ListeningSocket> sockets)
+    : Server(settings, errors, access, std::move(sockets)) {
+  master_.emplace(
+      std::move(control), strand_, dispatcher_, errors_, [this](const ControlMessage &message) { obey(message); },
+      [this] {
+        errors_.error("the master process has ended");
+        order_stop();
+      });
+}
+
+Server::Server(const Settings &settings, ErrorLog &errors, AccessLog &access, std::vector<ListeningSocket> sockets)
     : settings_(settings),
-      plugin_(plugin),
       errors_(errors),
       access_(access),
       proxies_(settings.trusted_proxies),
@@ -111,10 +126,9 @@ Server::Server(const Settings &settings, hosts::Plugin &plugin, ErrorLog &errors
                     static_cast<std::int64_t>(settings.limits.spill_per_address.value_or(settings.limits.spill / 2))),
       address_rate_(settings.limits.rate_per_address),
       strand_(context_.get_executor()),
-      signals_(strand_, SIGTERM, SIGINT, SIGHUP),
+      dispatcher_(settings.limits, strand_),
       shutdown_(strand_),
       trim_(strand_) {
-  signals_.add(SIGUSR1);
   limit_clients();
   for (ListeningSocket &socket : sockets) {
     address_ += (address_.empty() ? "" : ", ") + socket.address;
@@ -144,14 +158,15 @@ void Server::listen() {
 
 bool Server::run() {
   boost::asio::post(strand_, [this] {
-    await_signal();
+    if (signals_) await_signal();
+    if (master_) master_->start();
     for (Listener &listener : listeners_) accept(listener);
   });
   std::vector<std::thread> threads = start_threads();
   work();
   for (std::thread &thread : threads) thread.join();
   running_ = false;
-  return service_.stop(settings_.limits.shutdown);
+  return !local_worker_ || local_worker_->stop(settings_.limits.shutdown);
 }
 
 /// start_threads starts the I/O threads beside this one. If the system refuses a thread, the server continues with
@@ -311,14 +326,23 @@ Moment Server::moment() const {
   Moment moment;
   moment.connections = roster_.count_states();
   moment.accepted = connections_.load(std::memory_order_relaxed);
-  moment.queued = service_.queued();
+  const Dispatcher::Status status = dispatcher_.status();
+  const auto set = [&moment](WorkerState state, std::size_t count) {
+    moment.workers[static_cast<std::size_t>(state)] = count;
+  };
+  moment.queued = status.queued;
+  set(WorkerState::idle, status.free);
+  set(WorkerState::busy, status.busy);
+  set(WorkerState::stopping, status.retired);
   moment.ready = not_ready().empty();
   return moment;
 }
 
 std::string Server::not_ready() const {
   if (stopping_) return "the server is stopping";
-  if (service_.busy_for() > busy_limit) return "the service has been busy with one request for more than 10 seconds";
+  const Dispatcher::Status status = dispatcher_.status();
+  if (status.free + status.busy == 0) return "no worker is ready";
+  if (status.responsive == 0) return "every worker has been busy with one request for more than 10 seconds";
   return {};
 }
 
@@ -352,7 +376,7 @@ void Server::trim() {
 /* ---- Signals and the end ---- */
 
 void Server::await_signal() {
-  signals_.async_wait([this](const error_code &error, int signal) {
+  signals_->async_wait([this](const error_code &error, int signal) {
     if (error) return;
     await_signal();
     handle(signal);
@@ -360,26 +384,31 @@ void Server::await_signal() {
 }
 
 void Server::handle(int signal) {
-  if (signal == SIGUSR1 || signal == SIGHUP)
-    reopen_logs(signal);
-  else if (stopping_)
-    stop_now();
-  else
-    stop();
+  if (signal != SIGUSR1 && signal != SIGHUP) return order_stop();
+  reopen_logs();
+  errors_.info(signal == SIGUSR1 ? "SIGUSR1: logs reopened"
+                                 : "SIGHUP: logs reopened; without worker processes the configuration is read only at "
+                                   "start-up");
 }
 
-void Server::reopen_logs(int signal) {
+void Server::obey(const ControlMessage &message) {
+  if (message.kind == ControlMessage::Kind::stop) order_stop();
+  if (message.kind == ControlMessage::Kind::reopen) reopen_logs();
+}
+
+/// order_stop lets the answers under way finish; a second order cuts them off.
+void Server::order_stop() { stopping_ ? stop_now() : stop(); }
+
+void Server::reopen_logs() {
   errors_.reopen();
   if (!access_.reopen())
     errors_.error("reopen the access log: " + std::generic_category().message(errno) +
                   "; still writing to the old file");
-  hosts::reopen_logs();
-  errors_.info(signal == SIGUSR1 ? "SIGUSR1: logs reopened"
-                                 : "SIGHUP: logs reopened; the configuration is read only at start-up");
+  dispatcher_.reopen_logs();
 }
 
 void Server::stop() {
-  errors_.info("stopping");
+  if (!master_) errors_.info("stopping");
   stopping_ = true;
   error_code ignored;
   for (Listener &listener : listeners_) {
@@ -411,7 +440,9 @@ void Server::end_when_empty() {
 void Server::end() {
   shutdown_.cancel();
   trim_.cancel();
-  signals_.cancel();
+  if (signals_) signals_->cancel();
+  if (master_) master_->stop();
+  dispatcher_.stop();
   for (Listener &listener : listeners_) listener.retry.cancel();
 }
 

@@ -16,11 +16,13 @@
 #include "hosts/rdmd/access_log.h"
 #include "hosts/rdmd/front/client.h"
 #include "hosts/rdmd/front/connection_rate.h"
+#include "hosts/rdmd/front/dispatcher.h"
 #include "hosts/rdmd/front/io.h"
+#include "hosts/rdmd/front/local_worker.h"
+#include "hosts/rdmd/front/master_link.h"
 #include "hosts/rdmd/front/metrics.h"
 #include "hosts/rdmd/front/proxies.h"
 #include "hosts/rdmd/front/roster.h"
-#include "hosts/rdmd/front/service_thread.h"
 #include "hosts/rdmd/front/spill_budget.h"
 #include "hosts/rdmd/listeners.h"
 #include "hosts/rdmd/log.h"
@@ -32,8 +34,12 @@ class Connection;
 
 class Server {
  public:
-  /// Takes bound sockets. Connections are refused until listen is called, except by a socket that listens already.
+  /// Makes a server whose process calls the plug-in and gets the signals. It takes bound sockets. Connections are
+  /// refused until listen is called, except by a socket that listens already.
   Server(const Settings &settings, hosts::Plugin &plugin, ErrorLog &errors, AccessLog &access,
+         std::vector<ListeningSocket> sockets);
+  /// Makes a server whose master, at the other end of `control`, sends it workers and orders. The sockets listen.
+  Server(const Settings &settings, HostFileGuard control, ErrorLog &errors, AccessLog &access,
          std::vector<ListeningSocket> sockets);
   Server(const Server &) = delete;
   Server &operator=(const Server &) = delete;
@@ -47,9 +53,10 @@ class Server {
   /// system chose.
   const std::string &address() const { return address_; }
 
-  /// run serves until SIGTERM or SIGINT. Then it gives the answers under way up to the shutdown timeout, and the
-  /// plug-in's last call the same time again. SIGUSR1 and SIGHUP reopen all logs, the plug-in's logs included. Returns
-  /// false if the plug-in has not returned by then; its thread is still running in that case.
+  /// run serves until SIGTERM or SIGINT, or until the master's order or end. Then it gives the answers under way up to
+  /// the shutdown timeout, and the plug-in's last call in this process the same time again. SIGUSR1 and SIGHUP reopen
+  /// all logs, the plug-in's logs included. Returns false if the plug-in has not returned by then; its thread is still
+  /// running in that case.
   bool run();
 
   /// moment returns what the metrics say of this moment, but for the catalogs.
@@ -60,8 +67,8 @@ class Server {
   /* ---- For connections, from any thread ---- */
 
   const Limits &limits() const { return settings_.limits; }
-  hosts::Plugin &plugin() { return plugin_; }
-  ServiceThread &service() { return service_; }
+  const Settings &settings() const { return settings_; }
+  Dispatcher &dispatcher() { return dispatcher_; }
   ErrorLog &errors() { return errors_; }
   AccessLog &access() { return access_; }
   Metrics &metrics() { return metrics_; }
@@ -94,6 +101,7 @@ class Server {
     io::Timer retry;
   };
 
+  Server(const Settings &settings, ErrorLog &errors, AccessLog &access, std::vector<ListeningSocket> sockets);
   void limit_clients();
   void work();
   std::vector<std::thread> start_threads();
@@ -110,7 +118,9 @@ class Server {
   void note_shortage(const std::string &reason);
   void await_signal();
   void handle(int signal);
-  void reopen_logs(int signal);
+  void reopen_logs();
+  void obey(const ControlMessage &message);
+  void order_stop();
   void trim_soon();
   void trim();
   void stop();
@@ -119,7 +129,6 @@ class Server {
   void end();
 
   const Settings &settings_;
-  hosts::Plugin &plugin_;
   ErrorLog &errors_;
   AccessLog &access_;
 
@@ -138,11 +147,13 @@ class Server {
   bool full_ = false;                         // the last client was turned away
   io::Clock::time_point next_shortage_line_;  // the earliest time of the next log line about a shortage
 
-  ServiceThread service_;
   boost::asio::io_context context_;
   io::Executor strand_;  // of everything below
   std::list<Listener> listeners_;
-  io::Signals signals_;
+  Dispatcher dispatcher_;
+  std::optional<MasterLink> master_;           // in a process that has a master
+  std::optional<io::Signals> signals_;         // in the others
+  std::shared_ptr<LocalWorker> local_worker_;  // in the others
   io::Timer shutdown_;
   io::Timer trim_;
 };

@@ -32,16 +32,6 @@ void ServiceThread::post(std::function<void()> job) {
   changed_.notify_all();
 }
 
-std::size_t ServiceThread::queued() const {
-  const std::lock_guard lock(mutex_);
-  return jobs_.size();
-}
-
-std::chrono::nanoseconds ServiceThread::busy_for() const {
-  const std::lock_guard lock(mutex_);
-  return busy_since_ ? std::chrono::steady_clock::now() - *busy_since_ : std::chrono::nanoseconds(0);
-}
-
 bool ServiceThread::stop(std::chrono::milliseconds timeout) {
   std::deque<std::function<void()>> dropped;
   std::unique_lock lock(mutex_);
@@ -59,12 +49,10 @@ void ServiceThread::run() {
     {
       const std::function<void()> job = std::move(jobs_.front());
       jobs_.pop_front();
-      busy_since_ = std::chrono::steady_clock::now();
       lock.unlock();
       do_safely(job);
     }
     lock.lock();
-    busy_since_.reset();
   }
   ended_ = true;
   changed_.notify_all();

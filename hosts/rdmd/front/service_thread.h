@@ -5,11 +5,9 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <cstddef>
 #include <deque>
 #include <functional>
 #include <mutex>
-#include <optional>
 #include <thread>
 
 namespace rdm::rdmd {
@@ -25,11 +23,6 @@ class ServiceThread {
   /// post queues `job` after those posted before. Exceptions from a job are swallowed; its captures are destroyed.
   void post(std::function<void()> job);
 
-  /// queued returns the number of jobs that have not started.
-  std::size_t queued() const;
-  /// busy_for returns how long the running job has been running, or 0 if none is.
-  std::chrono::nanoseconds busy_for() const;
-
   /// stop drops the jobs that have not started and waits up to `timeout` for the running one. Returns false if that is
   /// still running.
   bool stop(std::chrono::milliseconds timeout);
@@ -37,10 +30,9 @@ class ServiceThread {
  private:
   void run();
 
-  mutable std::mutex mutex_;
+  std::mutex mutex_;
   std::condition_variable changed_;
   std::deque<std::function<void()>> jobs_;
-  std::optional<std::chrono::steady_clock::time_point> busy_since_;
   bool stopping_ = false;
   bool ended_ = false;
   std::thread thread_;

@@ -195,8 +195,22 @@ TEST_F(HostConnection, AClientThatResetsItWhileItIsAnsweredIsGivenUp) {
   EXPECT_EQ(support::http_get(port_, "/rdm/fast").body, "fast\n");
 }
 
-TEST_F(HostConnection, TheRequestOfAClientThatResetsItIsNotHandedToThePlugin) {
+TEST_F(HostConnection, TheRequestOfAClientThatClosesBeforeItsTurnIsDropped) {
   start();
+  HttpClient busy(port_);
+  busy.send(get("/rdm/slow?300"));
+  ASSERT_TRUE(support::eventually([&] { return called("service /rdm/slow"); }));
+  HttpClient half_closed(port_);
+  half_closed.send(get("/rdm/echo"));
+  half_closed.finish_sending();
+  EXPECT_EQ(half_closed.receive().status, 0);
+  EXPECT_EQ(busy.receive().body, "slow\n");
+  EXPECT_NE(await_access(2).find("\"GET /rdm/echo HTTP/1.1\" 503 - "), std::string::npos) << access();
+  EXPECT_FALSE(called("type /rdm/echo"));
+}
+
+TEST_F(HostConnection, TheRequestOfAClientThatResetsItIsNotHandedToThePlugin) {
+  start({"--half-close"});
   const std::string pipe = directory_.path("pipe");
   ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
   HttpClient busy(port_);

@@ -227,7 +227,9 @@ TEST_F(HostLifecycle, SignalsReopenTheLogsOfTheServerAndOfThePlugin) {
     int signal;
     const char *line;
   } cases[] = {{SIGUSR1, "] [info] rdmd: SIGUSR1: logs reopened\n"},
-               {SIGHUP, "] [info] rdmd: SIGHUP: logs reopened; the configuration is read only at start-up\n"}};
+               {SIGHUP,
+                "] [info] rdmd: SIGHUP: logs reopened; without worker processes the configuration is read only at "
+                "start-up\n"}};
   for (const auto &row : cases) {
     const std::string place = directory_.path("logs" + std::to_string(row.signal));
     std::filesystem::create_directory(place);
@@ -439,8 +441,11 @@ TEST_F(HostLifecycle, RefusesMistakenOptions) {
     const char *message;
   } cases[] = {
       {{}, "rdmd: --config is required; see \"rdmd --help\"\n"},
-      {{"--config", conf, "--workers", "4"}, "--workers: only 1 is supported"},
-      {{"--config", conf, "--workers", "0"}, "--workers: only 1 is supported"},
+      {{"--config", conf, "--workers", "-1"}, "--workers"},
+      {{"--config", conf, "--workers", "257"}, "--workers"},
+      {{"--config", conf, "--queue-length", "0"}, "--queue-length"},
+      {{"--config", conf, "--queue-time", "0"}, "--queue-time"},
+      {{"--config", conf, "--service-timeout", "x"}, "--service-timeout"},
       {{"--config", conf, "--frobnicate"}, "rdmd: unknown option \"--frobnicate\"; see \"rdmd --help\"\n"},
       {{"--config", conf, "--lisen", "x:1"},
        "rdmd: unknown option \"--lisen\" (did you mean \"--listen\"?); see \"rdmd --help\"\n"},

@@ -130,6 +130,8 @@ TEST_F(Logs, EachTroubleHasItsReasonAndItsClient) {
       "rdmd: answer cut off: the client took less than the minimum send rate (client 192.0.2.7)\n"
       "rdmd: answer cut off: the connection broke, or a file became shorter while it was sent (client 192.0.2.7)\n"
       "rdmd: 503: the connection was closed before the request was processed (client 192.0.2.7)\n"
+      "rdmd: 503: the queue of requests is full (client 192.0.2.7)\n"
+      "rdmd: 503: the request waited longer than the queue time (client 192.0.2.7)\n"
       "rdmd: 503: connection limit reached (client 192.0.2.7)\n"
       "rdmd: 503: connection limit of the address reached (client 192.0.2.7)\n"
       "rdmd: 503: too many new connections of the address (client 192.0.2.7)\n"

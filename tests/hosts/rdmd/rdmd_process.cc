@@ -20,6 +20,7 @@
 #include <ctime>
 #include <filesystem>
 #include <iterator>
+#include <sstream>
 #include <system_error>
 
 #include <gtest/gtest.h>
@@ -62,6 +63,12 @@ void pass_on(const Inherited &inherited) {
   ::setenv("LISTEN_FDNAMES", inherited.names.c_str(), 1);
 }
 
+/// tested_workers returns the number of worker processes of servers for which a test does not choose it.
+std::string tested_workers() {
+  const char *const workers = std::getenv("RDM_TESTED_WORKERS");
+  return workers != nullptr ? workers : "0";
+}
+
 std::string lower(std::string text) {
   std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
   return text;
@@ -88,6 +95,8 @@ void parse_head(HttpResponse &response) {
 RdmdProcess::RdmdProcess(const std::vector<std::string> &arguments, unsigned descriptors, const Inherited &inherited) {
   std::vector<std::string> all = {in_build("bin/rdmd")};
   all.insert(all.end(), arguments.begin(), arguments.end());
+  if (std::find(all.begin(), all.end(), "--workers") == all.end())
+    all.insert(all.end(), {"--workers", tested_workers()});
   const Pipe output, errors;
   pid_ = ::fork();
   if (pid_ == 0) {
@@ -134,12 +143,22 @@ void RdmdProcess::collect(int fd, std::string &into) {
 std::chrono::nanoseconds RdmdProcess::cpu_time() const {
   clockid_t clock;
   struct timespec time {};
-  EXPECT_EQ(::clock_getcpuclockid(pid_, &clock), 0);
+  EXPECT_EQ(::clock_getcpuclockid(front(), &clock), 0);
   EXPECT_EQ(::clock_gettime(clock, &time), 0);
   return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
 }
 
-std::string RdmdProcess::in_proc(const std::string &name) const { return "/proc/" + std::to_string(pid_) + "/" + name; }
+pid_t RdmdProcess::front() const {
+  const std::string own = "/proc/" + std::to_string(pid_);
+  std::istringstream children(read_file(own + "/task/" + std::to_string(pid_) + "/children"));
+  for (pid_t child; children >> child;)
+    if (read_file("/proc/" + std::to_string(child) + "/comm") == "rdmd-front\n") return child;
+  return pid_;
+}
+
+std::string RdmdProcess::in_proc(const std::string &name) const {
+  return "/proc/" + std::to_string(front()) + "/" + name;
+}
 
 std::size_t RdmdProcess::open_files() const {
   const std::filesystem::directory_iterator files(in_proc("fd"));

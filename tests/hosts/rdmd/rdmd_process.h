@@ -23,7 +23,9 @@ struct Inherited {
   std::string names;
 };
 
-/// RdmdProcess runs rdmd with the given arguments and, unless `descriptors` is 0, with that limit of open files. The
+/// RdmdProcess runs rdmd with the given arguments and, unless `descriptors` is 0, with that limit of open files.
+/// Without
+/// --workers among the arguments, the environment variable RDM_TESTED_WORKERS chooses their number, 0 by default. The
 /// destructor stops it if it still runs, and expects exit status 0, so that sanitizers can report and coverage is
 /// written.
 class RdmdProcess {
@@ -38,7 +40,9 @@ class RdmdProcess {
   /// the process ends without one.
   int port();
   pid_t pid() const { return pid_; }
-  /// cpu_time returns the CPU time of all its threads, open_files the number of its descriptors.
+  /// front returns the process that owns the connections: this one, or its child of that name.
+  pid_t front() const;
+  /// cpu_time returns the CPU time of all threads of the front, open_files the number of its descriptors.
   std::chrono::nanoseconds cpu_time() const;
   std::size_t open_files() const;
   /// temporary_files returns the number of unlinked files it has open, own_memory its RssAnon in bytes.
@@ -56,6 +60,7 @@ class RdmdProcess {
  private:
   void collect(int fd, std::string &into);
   bool has_ended() const;
+  /// in_proc returns the path of a file in the directory of the front in /proc.
   std::string in_proc(const std::string &name) const;
   /// end sends SIGTERM, again if the server waits for clients, and then SIGKILL. Returns the exit status.
   int end();

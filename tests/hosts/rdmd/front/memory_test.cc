@@ -65,11 +65,11 @@ TEST_F(HostMemory, AFailedConnectionAllocationLosesOnlyThatClient) {
 TEST_F(HostMemory, ARequestEndsWithItsDeadlineIfAllocationFails) {
   start();
   support::HttpClient client(port());
-  const support::RefusedNew exchange(sizeof(hosts::Exchange), sizeof(hosts::Exchange));
+  const support::RefusedNew job(sizeof(rdmd::Job), sizeof(rdmd::Job));
   client.send("GET /rdm/fast HTTP/1.1\r\nHost: h\r\n\r\n");
   EXPECT_EQ(client.receive().status, 408);
   EXPECT_TRUE(client.ended());
-  EXPECT_TRUE(exchange.done());
+  EXPECT_TRUE(job.done());
   expect_service();
   EXPECT_NE(errors().find("[error] rdmd: a connection failed: std::bad_alloc\n"), std::string::npos) << errors();
 }

@@ -79,29 +79,6 @@ TEST(Service, AJobThatThrowsCostsItselfAlone) {
   EXPECT_TRUE(next.get_future().get()) << "what it held is still held";
 }
 
-TEST(Service, SaysHowManyJobsWaitAndHowLongTheRunningOneTakes) {
-  ServiceThread service;
-  EXPECT_EQ(service.queued(), 0u);
-  EXPECT_EQ(service.busy_for().count(), 0);
-  std::promise<void> begun, end;
-  service.post([&] {
-    begun.set_value();
-    end.get_future().wait();
-  });
-  service.post([] {});
-  service.post([] {});
-  begun.get_future().wait();
-  std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  EXPECT_EQ(service.queued(), 2u);
-  EXPECT_GE(service.busy_for(), std::chrono::milliseconds(20));
-  end.set_value();
-  std::promise<void> last;
-  service.post([&] { last.set_value(); });
-  last.get_future().wait();
-  EXPECT_EQ(service.queued(), 0u);
-  EXPECT_LT(service.busy_for(), std::chrono::seconds(10));
-}
-
 TEST(Service, EndsWithoutAnyJob) { const ServiceThread service; }
 
 }  // namespace

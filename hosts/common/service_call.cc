@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: MIT
+#include "hosts/common/service_call.h"
+
+#include <utility>
+
+namespace rdm::hosts {
+
+std::unique_ptr<Exchange> make_exchange(ServiceRequest request, std::size_t memory) {
+  auto exchange = std::make_unique<Exchange>(memory);
+  for (const Field &entry : request.client) exchange->client(entry.name, entry.value);
+  for (const Field &entry : request.line) exchange->line(entry.name, entry.value);
+  for (const Field &entry : request.headers) exchange->header(entry.name, entry.value);
+  for (const Field &entry : request.variables) exchange->variable(entry.name, entry.value);
+  if (!request.body.empty()) exchange->input(std::move(request.body));
+  if (request.head_only) exchange->head_only();
+  return exchange;
+}
+
+ServiceAnswer call_service(Plugin &plugin, ServiceRequest request, std::size_t memory) {
+  const std::unique_ptr<Exchange> exchange = make_exchange(std::move(request), memory);
+  ServiceAnswer answer;
+  answer.outcome = serve(plugin, *exchange);
+  answer.labels = read_labels(*exchange);
+  if (answer.outcome != Outcome::answered) return answer;
+  answer.delimited = exchange->delimited();
+  answer.head = exchange->head();
+  answer.pieces = exchange->queue().take();
+  return answer;
+}
+
+}  // namespace rdm::hosts

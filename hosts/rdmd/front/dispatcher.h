@@ -1,0 +1,106 @@
+// SPDX-License-Identifier: MIT
+/// Hands the waiting requests to the workers.
+///
+/// Harvests occupy at most all workers but one, so that a prompt request finds a worker that is free or soon will be.
+/// All members may be called from any thread.
+#ifndef HOSTS_RDMD_FRONT_DISPATCHER_H
+#define HOSTS_RDMD_FRONT_DISPATCHER_H
+
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+#include "hosts/rdmd/front/io.h"
+#include "hosts/rdmd/front/request_queue.h"
+#include "hosts/rdmd/front/worker.h"
+#include "hosts/rdmd/settings.h"
+
+namespace rdm::rdmd {
+
+class Dispatcher {
+ public:
+  /// `limits` outlives the dispatcher. Timers run on `strand`. Without workers, jobs wait until one is added.
+  Dispatcher(const Limits &limits, const io::Executor &strand);
+  Dispatcher(const Dispatcher &) = delete;
+  Dispatcher &operator=(const Dispatcher &) = delete;
+
+  /// submit queues a job or gives it to a worker. It sets the job's `queued_at`.
+  void submit(JobPtr job);
+
+  /// add adds a worker that is ready. Workers of a later generation have read the configuration later.
+  void add(std::shared_ptr<Worker> worker, int generation);
+  /// retire ends the workers of generations before `generation`, each when it has finished its job.
+  void retire_before(int generation);
+  /// finished notes that a worker has replied to its job.
+  void finished(const Worker &worker);
+  /// lost removes a worker that has ended.
+  void lost(const Worker &worker);
+
+  void reopen_logs();
+  /// stop replies `stopping` to all jobs that wait and to all that come, and retires the workers, whose jobs get no
+  /// reply.
+  void stop();
+
+  /// Status is what metrics and health say of the workers. `responsive` counts those that are free, or whose request is
+  /// younger than busy_limit.
+  static constexpr std::chrono::seconds busy_limit{10};
+  struct Status {
+    std::size_t free = 0, busy = 0, retired = 0, responsive = 0, queued = 0;
+  };
+  Status status() const;
+
+ private:
+  struct Entry {
+    std::shared_ptr<Worker> worker;
+    int generation;
+    bool busy = false, harvests = false, retired = false, killed = false;
+    io::Clock::time_point begun{};
+  };
+  /// Actions call other objects, so they are carried out without the lock.
+  struct Actions {
+    void end(JobPtr job, Fate fate) { ends.push_back({std::move(job), fate}); }
+
+    struct Start {
+      std::shared_ptr<Worker> worker;
+      JobPtr job;
+    };
+    struct End {
+      JobPtr job;
+      Fate fate;
+    };
+    std::vector<Start> starts;
+    std::vector<End> ends;
+    std::vector<std::shared_ptr<Worker>> retired, late;
+  };
+
+  template <typename Change>
+  void change(Change change);
+  void carry_out(Actions actions);
+  void begin(Worker &worker, JobPtr job);
+
+  // With the lock held:
+  void enqueue(JobPtr job, Actions &actions);
+  void assign(Actions &actions, const Job *fresh = nullptr);
+  Entry *free_worker();
+  bool may_harvest() const;
+  void end_retired(Actions &actions);
+  void schedule_tick();
+
+  void tick();
+
+  const Limits &limits_;
+  const Duration tick_time_;
+
+  mutable std::mutex mutex_;  // guards all members below
+  RequestQueue queue_;
+  std::vector<Entry> workers_;
+  bool stopping_ = false;
+  bool ticking_ = false;
+  io::Timer timer_;
+};
+
+}  // namespace rdm::rdmd
+
+#endif

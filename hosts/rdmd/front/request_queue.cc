@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: MIT
+#include "hosts/rdmd/front/request_queue.h"
+
+#include <utility>
+
+namespace rdm::rdmd {
+
+RoundRobin::~RoundRobin() {
+  while (pop()) continue;
+}
+
+void RoundRobin::push(Job &job) {
+  const auto [found, is_new] = lines_.try_emplace(job.client);
+  if (is_new) {
+    try {
+      found->second = turns_.insert(turns_.end(), Line{job.client, {}});
+    } catch (...) {
+      lines_.erase(found);
+      throw;
+    }
+  }
+  found->second->jobs.push_back(job);
+}
+
+JobPtr RoundRobin::pop() {
+  if (turns_.empty()) return nullptr;
+  const auto line = turns_.begin();
+  turns_.splice(turns_.end(), turns_, line);
+  return take(line, line->jobs.front());
+}
+
+JobPtr RoundRobin::remove(Job &job) { return take(lines_.at(job.client), job); }
+
+JobPtr RoundRobin::take(Turns::iterator line, Job &job) {
+  line->jobs.erase(line->jobs.iterator_to(job));
+  if (line->jobs.empty()) {
+    lines_.erase(line->client);
+    turns_.erase(line);
+  }
+  return JobPtr(&job);
+}
+
+JobPtr RequestQueue::push(JobPtr job) {
+  if (size() >= limit_) return job;
+  line_of(*job).push(*job);
+  arrivals_.push_back(*job.release());
+  return nullptr;
+}
+
+JobPtr RequestQueue::pop(bool harvests) {
+  const bool harvest_waits = harvests && !harvests_.empty();
+  const bool harvest_is_next = harvest_waits && (prompt_.empty() || overtaken_ >= overtaking_limit);
+  overtaken_ = harvest_waits && !harvest_is_next ? overtaken_ + 1 : 0;
+  if (harvest_is_next) return take(harvests_);
+  return take(prompt_);
+}
+
+JobPtr RequestQueue::take(RoundRobin &jobs) {
+  JobPtr job = jobs.pop();
+  if (job) arrivals_.erase(arrivals_.iterator_to(*job));
+  return job;
+}
+
+JobPtr RequestQueue::remove(Job &job) {
+  arrivals_.erase(arrivals_.iterator_to(job));
+  return line_of(job).remove(job);
+}
+
+std::vector<JobPtr> RequestQueue::take_older(io::Clock::time_point time) {
+  std::vector<JobPtr> taken;
+  while (!arrivals_.empty() && arrivals_.front().queued_at < time) taken.push_back(remove(arrivals_.front()));
+  return taken;
+}
+
+std::vector<JobPtr> RequestQueue::take_unwanted() {
+  std::vector<JobPtr> taken;
+  for (auto next = arrivals_.begin(); next != arrivals_.end();) {
+    Job &job = *next++;
+    if (!job.wanted()) taken.push_back(remove(job));
+  }
+  return taken;
+}
+
+std::vector<JobPtr> RequestQueue::take_all() { return take_older(io::Clock::time_point::max()); }
+
+std::optional<io::Clock::time_point> RequestQueue::oldest() const {
+  if (arrivals_.empty()) return std::nullopt;
+  return arrivals_.front().queued_at;
+}
+
+}  // namespace rdm::rdmd

@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: MIT
+/// What the dispatcher knows of a worker.
+#ifndef HOSTS_RDMD_FRONT_WORKER_H
+#define HOSTS_RDMD_FRONT_WORKER_H
+
+#include "hosts/rdmd/front/job.h"
+
+namespace rdm::rdmd {
+
+/// Worker serves one job at a time. After each it calls Dispatcher::finished, and when it can serve no more
+/// Dispatcher::lost.
+class Worker {
+ public:
+  virtual ~Worker() = default;
+  /// number returns the number by which logs name the worker, from 1; 0 is this process.
+  virtual int number() const = 0;
+  /// serve begins a job, which the worker answers. If the worker has ended, it returns the job instead.
+  virtual JobPtr serve(JobPtr job) = 0;
+  /// kill ends a worker that takes too long, if that is possible. The worker replies `timed_out` to its job.
+  virtual void kill() = 0;
+  /// reopen_logs reopens the plug-in's logs, now or after the current job.
+  virtual void reopen_logs() = 0;
+  /// retire ends the worker. A job that it has gets no reply.
+  virtual void retire() = 0;
+};
+
+}  // namespace rdm::rdmd
+
+#endif

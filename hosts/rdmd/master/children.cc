@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: MIT
+#include "hosts/rdmd/master/children.h"
+
+#include <linux/close_range.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include "hosts/rdmd/worker/packet.h"
+
+namespace rdm::rdmd {
+namespace {
+
+/// close_others closes all descriptors beyond standard error but those in `kept`.
+void close_others(std::vector<host_fd> kept) {
+  std::sort(kept.begin(), kept.end());
+  unsigned from = STDERR_FILENO + 1;
+  for (const host_fd fd : kept) {
+    const auto number = static_cast<unsigned>(fd);
+    if (number > from) ::close_range(from, number - 1, 0);
+    from = std::max(from, number + 1);
+  }
+  ::close_range(from, UINT_MAX, 0);
+}
+
+void reset_signals() {
+  for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGUSR1, SIGUSR2}) std::signal(signal, SIG_IGN);
+  std::signal(SIGCHLD, SIG_DFL);
+  sigset_t none;
+  ::sigemptyset(&none);
+  ::sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
+}  // namespace
+
+Child start_child(const char *name, const std::function<int(HostFileGuard socket)> &run,
+                  const std::vector<host_fd> &kept) {
+  PacketSockets sockets = make_packet_sockets();
+  const pid_t pid = ::fork();
+  if (pid < 0) throw std::system_error(errno, std::generic_category(), "fork");
+  if (pid > 0) return {pid, std::move(sockets.first)};
+  std::vector<host_fd> own = kept;
+  own.push_back(sockets.second.get());
+  close_others(std::move(own));
+  // close_range() has closed it.
+  sockets.first.release();
+  reset_signals();
+  ::prctl(PR_SET_NAME, name);
+  std::exit(run(std::move(sockets.second)));
+}
+
+std::string describe_end(int wait_status) {
+  if (WIFEXITED(wait_status)) return "exited with status " + std::to_string(WEXITSTATUS(wait_status));
+  const int signal = WTERMSIG(wait_status);
+  return "was killed by signal " + std::to_string(signal) + " (" + ::strsignal(signal) + ")";
+}
+
+}  // namespace rdm::rdmd

@@ -1,0 +1,444 @@
+// SPDX-License-Identifier: MIT
+#include "hosts/rdmd/master/master.h"
+
+#include <poll.h>
+#include <sys/signalfd.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <exception>
+#include <list>
+#include <optional>
+#include <set>
+#include <string>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include "hosts/rdmd/access_log.h"
+#include "hosts/rdmd/front/front.h"
+#include "hosts/rdmd/listeners.h"
+#include "hosts/rdmd/log.h"
+#include "hosts/rdmd/master/backoff.h"
+#include "hosts/rdmd/master/children.h"
+#include "hosts/rdmd/master/control.h"
+#include "hosts/rdmd/standard_stream.h"
+#include "hosts/rdmd/startup.h"
+#include "hosts/rdmd/worker/own_directory.h"
+#include "hosts/rdmd/worker/protocol.h"
+#include "hosts/rdmd/worker/worker.h"
+
+namespace rdm::rdmd {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using Kind = ControlMessage::Kind;
+
+/// How many generations of workers may be alive: those of former configurations end with their last requests.
+constexpr std::size_t generation_limit = 4;
+
+/// WorkerProcess is a worker. Its socket is the master's until the worker is ready, and then the front's.
+struct WorkerProcess {
+  Child child;
+  int number;
+  int generation;
+  bool ready = false;
+  bool passed = false;  // the front of this moment has its socket
+  std::string own_directory;
+};
+
+class Master {
+ public:
+  Master(const Settings &settings, std::vector<ListeningSocket> listeners, Upgrade &upgrade, ErrorLog &errors)
+      : settings_(settings), upgrade_(upgrade), errors_(errors), listeners_(std::move(listeners)) {}
+
+  int run() {
+    block_signals();
+    start_generation();
+    while (!ended()) wait();
+    for (WorkerProcess &worker : workers_) ::kill(worker.child.pid, SIGKILL);
+    while (!workers_.empty()) reap(0);
+    return status_;
+  }
+
+ private:
+  /* ---- Waiting ---- */
+
+  void block_signals();
+  void wait();
+  void take_signals();
+  void obey(int signal);
+  int time_left() const;
+  void do_what_is_due();
+  bool ended() const { return stopping_ && front_.pid == -1 && (workers_.empty() || Clock::now() >= end_); }
+
+  /* ---- Workers ---- */
+
+  void start_generation();
+  void start_worker(int generation);
+  void take_readiness(WorkerProcess &worker);
+  void worker_ready(WorkerProcess &worker, const Readiness &readiness);
+  void generation_ready();
+  void generation_failed(const std::string &why);
+  void pass(WorkerProcess &worker);
+  void worker_ended(std::list<WorkerProcess>::iterator worker, int wait_status);
+  void replace(const WorkerProcess &worker);
+  std::size_t generations() const;
+  void kill_generation(int generation);
+
+  /* ---- The front ---- */
+
+  void start_front();
+  void begin_service();
+  void front_ended(int wait_status);
+  void take_message();
+  void tell(ControlMessage message, std::vector<host_fd> files = {});
+
+  /* ---- The whole ---- */
+
+  void reload();
+  void reopen_logs();
+  void hand_over();
+  void stop();
+  void reap(int options);
+
+  const Settings &settings_;
+  Upgrade &upgrade_;
+  ErrorLog &errors_;
+  std::vector<ListeningSocket> listeners_;
+  HostFileGuard signals_;
+
+  Child front_;
+  bool serving_ = false;  // the server has once been ready
+  Clock::time_point front_begun_;
+  Backoff front_backoff_, worker_backoff_;
+  std::optional<Clock::time_point> front_due_;
+
+  std::list<WorkerProcess> workers_;
+  std::multiset<Clock::time_point> replacements_due_;
+  int last_number_ = 0;
+  int last_generation_ = 0;
+  int generation_ = 0;  // the one that serves
+  int starting_ = 0;    // the one that is being started, or 0
+  bool reload_waits_ = false;
+
+  bool stopping_ = false;
+  Clock::time_point end_ = Clock::time_point::max();
+  int status_ = EXIT_SUCCESS;
+};
+
+/* ---- Waiting ---- */
+
+void Master::block_signals() {
+  sigset_t signals;
+  ::sigemptyset(&signals);
+  for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGUSR1, SIGUSR2, SIGCHLD}) ::sigaddset(&signals, signal);
+  ::sigprocmask(SIG_BLOCK, &signals, nullptr);
+  signals_ = HostFileGuard(::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
+  if (!signals_) throw std::system_error(errno, std::generic_category(), "signalfd");
+}
+
+void Master::wait() {
+  std::vector<pollfd> waiting = {
+      {signals_.get(), POLLIN, 0}, {front_.socket.get(), POLLIN, 0}, {upgrade_.descriptor(), POLLIN, 0}};
+  std::vector<WorkerProcess *> starting;
+  for (WorkerProcess &worker : workers_)
+    if (!worker.ready && worker.child.socket) {
+      waiting.push_back({worker.child.socket.get(), POLLIN, 0});
+      starting.push_back(&worker);
+    }
+  if (::poll(waiting.data(), waiting.size(), time_left()) < 0 && errno != EINTR)
+    throw std::system_error(errno, std::generic_category(), "poll");
+  for (std::size_t i = 0; i < starting.size(); ++i)
+    if (waiting[i + 3].revents != 0) take_readiness(*starting[i]);
+  if (waiting[1].revents != 0) take_message();
+  if (waiting[2].revents != 0 && upgrade_.finished(errors_)) hand_over();
+  if (waiting[0].revents != 0) take_signals();
+  do_what_is_due();
+}
+
+void Master::take_signals() {
+  signalfd_siginfo info;
+  while (::read(signals_.get(), &info, sizeof info) == sizeof info) obey(static_cast<int>(info.ssi_signo));
+}
+
+void Master::obey(int signal) {
+  switch (signal) {
+    case SIGCHLD:
+      return reap(WNOHANG);
+    case SIGHUP:
+      return reload();
+    case SIGUSR1:
+      reopen_logs();
+      return errors_.info("SIGUSR1: logs reopened");
+    case SIGUSR2:
+      return upgrade_.start(listeners_, errors_);
+    default:
+      return stop();
+  }
+}
+
+/// time_left returns the milliseconds until something is due, or -1.
+int Master::time_left() const {
+  Clock::time_point due = stopping_ && front_.pid == -1 ? end_ : Clock::time_point::max();
+  if (front_due_) due = std::min(due, *front_due_);
+  if (!replacements_due_.empty()) due = std::min(due, *replacements_due_.begin());
+  if (due == Clock::time_point::max()) return -1;
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(due - Clock::now()).count();
+  return static_cast<int>(std::clamp<std::int64_t>(left, 0, 60'000));
+}
+
+void Master::do_what_is_due() {
+  const auto now = Clock::now();
+  if (front_due_ && *front_due_ <= now) start_front();
+  while (!replacements_due_.empty() && *replacements_due_.begin() <= now) {
+    replacements_due_.erase(replacements_due_.begin());
+    if (!stopping_ && starting_ == 0) start_worker(generation_);
+  }
+}
+
+/* ---- Workers ---- */
+
+void Master::start_generation() {
+  starting_ = ++last_generation_;
+  for (int i = 0; i < settings_.workers; ++i) start_worker(starting_);
+}
+
+void Master::start_worker(int generation) {
+  try {
+    Child child =
+        start_child("rdmd-worker", [this](HostFileGuard socket) { return run_worker(settings_, std::move(socket)); });
+    workers_.push_back({std::move(child), ++last_number_, generation, false, false, ""});
+  } catch (const std::system_error &error) {
+    errors_.error(std::string("start a worker: ") + error.what());
+    if (generation == starting_) return generation_failed("a worker could not be started");
+    replacements_due_.insert(Clock::now() + worker_backoff_.next());
+  }
+}
+
+void Master::take_readiness(WorkerProcess &worker) {
+  try {
+    const std::optional<Packet> packet = receive_packet(worker.child.socket.get());
+    if (packet && !packet->bytes.empty()) return worker_ready(worker, decode_readiness(packet->bytes));
+  } catch (const std::exception &error) {
+    errors_.error(std::string("start a worker: ") + error.what());
+  }
+  // The worker has ended; reap() finds it.
+  worker.child.socket = HostFileGuard();
+}
+
+void Master::worker_ready(WorkerProcess &worker, const Readiness &readiness) {
+  if (!readiness.failure.empty()) {
+    worker.child.socket = HostFileGuard();
+    if (worker.generation == starting_) return generation_failed(readiness.failure);
+    return errors_.error("a worker could not be replaced: " + readiness.failure);
+  }
+  worker.ready = true;
+  worker.own_directory = readiness.own_directory;
+  if (!readiness.temporary_directory.empty()) ::setenv("TMPDIR", readiness.temporary_directory.c_str(), 1);
+  worker_backoff_.reset();
+  if (worker.generation != starting_) return pass(worker);
+  const bool all = std::all_of(workers_.begin(), workers_.end(), [this](const WorkerProcess &other) {
+    return other.generation != starting_ || other.ready;
+  });
+  if (all) generation_ready();
+}
+
+/// generation_ready makes the started generation the serving one.
+void Master::generation_ready() {
+  generation_ = std::exchange(starting_, 0);
+  if (!serving_) begin_service();
+  for (WorkerProcess &worker : workers_)
+    if (worker.generation == generation_) pass(worker);
+  tell({Kind::retire, 0, generation_, ""});
+  if (generation_ == 1) return;
+  tell({Kind::reload, 0, 0, ""});
+  errors_.info("the workers of generation " + std::to_string(generation_) + " serve");
+}
+
+void Master::generation_failed(const std::string &why) {
+  kill_generation(std::exchange(starting_, 0));
+  if (serving_) {
+    errors_.error("reload: " + why + "; still serving with the former configuration");
+    return;
+  }
+  errors_.error(why);
+  status_ = EXIT_FAILURE;
+  stop();
+}
+
+void Master::kill_generation(int generation) {
+  for (const WorkerProcess &worker : workers_)
+    if (worker.generation == generation) ::kill(worker.child.pid, SIGKILL);
+}
+
+/// pass gives the socket of a worker that is ready to the front.
+void Master::pass(WorkerProcess &worker) {
+  if (front_.pid == -1 || !worker.child.socket) return;
+  tell({Kind::worker, worker.number, worker.generation, ""}, {worker.child.socket.get()});
+  worker.passed = true;
+  worker.child.socket = HostFileGuard();
+}
+
+void Master::worker_ended(std::list<WorkerProcess>::iterator found, int wait_status) {
+  const WorkerProcess worker = std::move(*found);
+  workers_.erase(found);
+  remove_own_directory(worker.own_directory);
+  const bool expected = wait_status == 0 && (stopping_ || worker.generation != generation_);
+  const std::string how = "worker " + std::to_string(worker.number) + " (process " + std::to_string(worker.child.pid) +
+                          ") " + describe_end(wait_status);
+  if (worker.passed)
+    tell({Kind::ended, worker.number, 0, expected ? "" : how});
+  else if (worker.generation == starting_)
+    generation_failed(how + " before it was ready");
+  if (stopping_) return;
+  if (worker.generation == generation_) replace(worker);
+  if (reload_waits_ && generations() < generation_limit) reload();
+}
+
+/// replace fills the place of a worker at once, or later if it has not even become ready.
+void Master::replace(const WorkerProcess &worker) {
+  if (worker.ready) return start_worker(generation_);
+  replacements_due_.insert(Clock::now() + worker_backoff_.next());
+}
+
+std::size_t Master::generations() const {
+  std::set<int> alive;
+  for (const WorkerProcess &worker : workers_) alive.insert(worker.generation);
+  return alive.size();
+}
+
+/* ---- The front ---- */
+
+/// begin_service starts the front and announces the server, once the first workers are ready.
+void Master::begin_service() {
+  serving_ = true;
+  for (const ListeningSocket &listener : listeners_) begin_listening(listener.socket.get(), listener);
+  start_front();
+  announce(addresses_of(listeners_), errors_);
+  upgrade_.report_ready();
+}
+
+void Master::start_front() {
+  front_due_.reset();
+  front_begun_ = Clock::now();
+  std::vector<host_fd> sockets;
+  for (const ListeningSocket &listener : listeners_) sockets.push_back(listener.socket.get());
+  try {
+    front_ = start_child(
+        "rdmd-front",
+        [this](HostFileGuard control) { return run_front(settings_, std::move(listeners_), std::move(control)); },
+        sockets);
+  } catch (const std::system_error &error) {
+    errors_.error(std::string("start the front process: ") + error.what());
+    front_due_ = Clock::now() + front_backoff_.next();
+  }
+}
+
+/// front_ended starts another front. The workers end by themselves, because their sockets are closed.
+void Master::front_ended(int wait_status) {
+  front_ = Child();
+  if (stopping_) {
+    status_ = std::max(status_, WIFEXITED(wait_status) ? WEXITSTATUS(wait_status) : EXIT_FAILURE);
+    end_ = Clock::now() + settings_.limits.shutdown;
+    return;
+  }
+  errors_.error("the front process " + describe_end(wait_status) + "; starting another");
+  for (WorkerProcess &worker : workers_) worker.passed = false;
+  if (Clock::now() - front_begun_ > Backoff::longest) front_backoff_.reset();
+  front_due_ = Clock::now() + front_backoff_.next();
+  if (starting_ == 0) start_generation();
+}
+
+void Master::take_message() {
+  try {
+    const std::optional<Packet> packet = receive_packet(front_.socket.get());
+    // The front has ended; reap() finds it.
+    if (packet && packet->bytes.empty()) front_.socket = HostFileGuard();
+    if (!packet || packet->bytes.empty()) return;
+    const ControlMessage message = decode_control(packet->bytes);
+    if (message.kind == Kind::alive) return;
+    for (const WorkerProcess &worker : workers_)
+      if (message.kind == Kind::kill && worker.number == message.number) ::kill(worker.child.pid, SIGKILL);
+  } catch (const std::exception &error) {
+    errors_.error(std::string("a message of the front process is lost: ") + error.what());
+  }
+}
+
+void Master::tell(ControlMessage message, std::vector<host_fd> files) {
+  if (front_.socket) send_packet(front_.socket.get(), encode(message), files);
+}
+
+/* ---- The whole ---- */
+
+void Master::reload() {
+  if (!serving_ || stopping_) return;
+  reopen_logs();
+  reload_waits_ = starting_ != 0 || generations() >= generation_limit;
+  if (reload_waits_) return errors_.info("reload: waiting for the workers of former configurations to end");
+  errors_.info("reload: logs reopened, starting workers with the configuration as it is now");
+  log_mistakes(settings_.config, errors_);
+  start_generation();
+}
+
+void Master::reopen_logs() {
+  errors_.reopen();
+  tell({Kind::reopen, 0, 0, ""});
+}
+
+/// hand_over leaves the listening sockets to the new program.
+void Master::hand_over() {
+  for (ListeningSocket &listener : listeners_) listener.file.keep();
+  stop();
+}
+
+void Master::stop() {
+  if (!stopping_) {
+    errors_.info("stopping");
+    if (starting_ != 0) kill_generation(std::exchange(starting_, 0));
+  }
+  stopping_ = true;
+  front_due_.reset();
+  if (front_.pid == -1) end_ = Clock::now() + settings_.limits.shutdown;
+  tell({Kind::stop, 0, 0, ""});
+}
+
+void Master::reap(int options) {
+  for (;;) {
+    int wait_status = 0;
+    const pid_t pid = ::waitpid(-1, &wait_status, options);
+    if (pid <= 0) return;
+    const auto worker = std::find_if(workers_.begin(), workers_.end(),
+                                     [pid](const WorkerProcess &process) { return process.child.pid == pid; });
+    if (worker != workers_.end())
+      worker_ended(worker, wait_status);
+    else if (pid == front_.pid)
+      front_ended(wait_status);
+    if (options == 0) return;
+  }
+}
+
+}  // namespace
+
+int run_master(const Settings &settings, std::vector<InheritedSocket> inherited, Upgrade &upgrade) {
+  StandardStream standard_error(stderr, STDERR_FILENO);
+  ErrorLog errors(settings.error_log);
+  try {
+    // The front opens it: here it only shows that it can be opened.
+    const AccessLog access(settings.access_log);
+    const auto warn = [&errors](const std::string &text) { errors.warn(text); };
+    const int status = Master(settings, open_listeners(settings, std::move(inherited), warn), upgrade, errors).run();
+    if (status == EXIT_SUCCESS) errors.info("stopped");
+    return status;
+  } catch (const std::exception &error) {
+    errors.error(error.what());
+    return EXIT_FAILURE;
+  }
+}
+
+}  // namespace rdm::rdmd

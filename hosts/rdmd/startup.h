@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: MIT
+/// What a server says when it starts.
+#ifndef HOSTS_RDMD_STARTUP_H
+#define HOSTS_RDMD_STARTUP_H
+
+#include <string>
+#include <vector>
+
+#include "hosts/rdmd/listeners.h"
+#include "hosts/rdmd/log.h"
+
+namespace rdm::rdmd {
+
+/// addresses_of returns all addresses, such as "127.0.0.1:8380, [::1]:8380".
+std::string addresses_of(const std::vector<ListeningSocket> &sockets);
+
+/// announce writes the addresses to standard error, even if the error log is a file: people and scripts read them
+/// there.
+void announce(const std::string &addresses, ErrorLog &errors);
+
+/// log_mistakes logs mistakes in the configuration with their lines. They do not keep the server from starting; only
+/// the plug-in decides that.
+void log_mistakes(const std::string &config, ErrorLog &errors);
+
+}  // namespace rdm::rdmd
+
+#endif

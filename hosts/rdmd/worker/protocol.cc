@@ -1,0 +1,225 @@
+// SPDX-License-Identifier: MIT
+#include "hosts/rdmd/worker/protocol.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <memory>
+#include <utility>
+
+namespace rdm::rdmd {
+namespace {
+
+enum class Order : unsigned char { request, reopen, count };
+
+constexpr int outcomes = static_cast<int>(hosts::Outcome::broken) + 1;
+
+using SharedFile = std::shared_ptr<const HostFileGuard>;
+
+/// AnswerPackets distributes the pieces of an answer over packets.
+class AnswerPackets {
+ public:
+  explicit AnswerPackets(const hosts::ServiceAnswer &answer) {
+    writer_.number(static_cast<unsigned char>(answer.outcome));
+    write_labels(answer.labels);
+    writer_.number(answer.delimited);
+    write_head(answer.head);
+    for (const hosts::Piece &piece : answer.pieces) piece.file ? add_file(piece) : add_bytes(piece.bytes);
+  }
+
+  std::vector<OutgoingPacket> finish() {
+    close(true);
+    return std::move(packets_);
+  }
+
+ private:
+  enum class Kind : unsigned char { bytes, file };
+
+  void write_labels(const hosts::RequestLabels &labels) {
+    writer_.text(labels.type);
+    writer_.text(labels.catalog);
+    writer_.number(labels.hits.has_value());
+    writer_.number(std::int64_t{labels.hits.value_or(0)});
+  }
+
+  void write_head(const hosts::Head &head) {
+    writer_.number(head.status);
+    writer_.text(head.reason);
+    writer_.fields(head.fields);
+    writer_.number(head.length.has_value());
+    writer_.number(std::int64_t{head.length.value_or(0)});
+  }
+
+  void add_bytes(std::string_view bytes) {
+    while (!bytes.empty()) {
+      if (room_ == 0) close(false);
+      const std::string_view part = bytes.substr(0, room_);
+      pieces_.number(Kind::bytes);
+      pieces_.text(part);
+      ++count_;
+      room_ -= part.size();
+      bytes.remove_prefix(part.size());
+    }
+  }
+
+  void add_file(const hosts::Piece &piece) {
+    const auto known = std::find(files_.begin(), files_.end(), piece.file->get());
+    if (known == files_.end() && files_.size() == packet_files) close(false);
+    pieces_.number(Kind::file);
+    pieces_.number(index_of(piece.file->get()));
+    pieces_.number(piece.offset);
+    pieces_.number(piece.length);
+    ++count_;
+  }
+
+  std::uint32_t index_of(host_fd file) {
+    const auto known = std::find(files_.begin(), files_.end(), file);
+    const auto index = static_cast<std::uint32_t>(known - files_.begin());
+    if (known == files_.end()) files_.push_back(file);
+    return index;
+  }
+
+  void close(bool last) {
+    writer_.number(last);
+    writer_.number(count_);
+    packets_.push_back({writer_.bytes() + pieces_.bytes(), std::exchange(files_, {})});
+    writer_ = PacketWriter();
+    pieces_ = PacketWriter();
+    count_ = 0;
+    room_ = inline_limit;
+  }
+
+  PacketWriter writer_, pieces_;  // of the packet under way
+  std::vector<host_fd> files_;
+  std::uint32_t count_ = 0;
+  std::size_t room_ = inline_limit;
+  std::vector<OutgoingPacket> packets_;
+};
+
+std::optional<std::int64_t> read_optional(PacketReader &reader) {
+  const bool is_given = reader.boolean();
+  const auto value = reader.number<std::int64_t>();
+  return is_given ? std::optional(value) : std::nullopt;
+}
+
+hosts::RequestLabels read_labels(PacketReader &reader) {
+  hosts::RequestLabels labels;
+  labels.type = reader.text();
+  labels.catalog = reader.text();
+  labels.hits = read_optional(reader);
+  return labels;
+}
+
+hosts::Head read_head(PacketReader &reader) {
+  hosts::Head head;
+  head.status = reader.number<int>();
+  head.reason = reader.text();
+  head.fields = reader.fields();
+  head.length = read_optional(reader);
+  return head;
+}
+
+hosts::ServiceAnswer read_answer(PacketReader &reader) {
+  hosts::ServiceAnswer answer;
+  answer.outcome = reader.choice<hosts::Outcome>(outcomes);
+  answer.labels = read_labels(reader);
+  answer.delimited = reader.boolean();
+  answer.head = read_head(reader);
+  return answer;
+}
+
+hosts::Piece read_piece(PacketReader &reader, const std::vector<SharedFile> &files) {
+  hosts::Piece piece;
+  if (!reader.boolean()) {
+    piece.bytes = reader.text();
+    piece.length = static_cast<std::int64_t>(piece.bytes.size());
+    return piece;
+  }
+  const auto index = reader.number<std::uint32_t>();
+  piece.offset = reader.number<std::int64_t>();
+  piece.length = reader.number<std::int64_t>();
+  if (index >= files.size() || piece.offset < 0 || piece.length < 0) throw MalformedPacket();
+  piece.file = files[index];
+  return piece;
+}
+
+/// append joins bytes that were split to fit into packets.
+void append(std::vector<hosts::Piece> &pieces, hosts::Piece piece) {
+  if (piece.file || pieces.empty() || pieces.back().file) return pieces.push_back(std::move(piece));
+  pieces.back().bytes += piece.bytes;
+  pieces.back().length += piece.length;
+}
+
+}  // namespace
+
+std::string encode(const Readiness &readiness) {
+  PacketWriter writer;
+  writer.text(readiness.failure);
+  writer.text(readiness.temporary_directory);
+  writer.text(readiness.own_directory);
+  return writer.bytes();
+}
+
+Readiness decode_readiness(std::string_view bytes) {
+  PacketReader reader(bytes);
+  Readiness readiness;
+  readiness.failure = reader.text();
+  readiness.temporary_directory = reader.text();
+  readiness.own_directory = reader.text();
+  reader.end();
+  return readiness;
+}
+
+std::string encode_request(const hosts::ServiceRequest &request) {
+  PacketWriter writer;
+  writer.number(Order::request);
+  writer.fields(request.client);
+  writer.fields(request.line);
+  writer.fields(request.headers);
+  writer.fields(request.variables);
+  writer.text(request.body);
+  writer.number(request.head_only);
+  return writer.bytes();
+}
+
+std::string encode_reopen() {
+  PacketWriter writer;
+  writer.number(Order::reopen);
+  return writer.bytes();
+}
+
+std::optional<hosts::ServiceRequest> decode_order(std::string_view bytes) {
+  PacketReader reader(bytes);
+  std::optional<hosts::ServiceRequest> request;
+  if (reader.choice<Order>(static_cast<int>(Order::count)) == Order::request) {
+    request.emplace();
+    request->client = reader.fields();
+    request->line = reader.fields();
+    request->headers = reader.fields();
+    request->variables = reader.fields();
+    request->body = reader.text();
+    request->head_only = reader.boolean();
+  }
+  reader.end();
+  return request;
+}
+
+std::vector<OutgoingPacket> encode_answer(const hosts::ServiceAnswer &answer) { return AnswerPackets(answer).finish(); }
+
+bool AnswerReader::add(Packet packet) {
+  PacketReader reader(packet.bytes);
+  if (!answer_) answer_ = read_answer(reader);
+  std::vector<SharedFile> files;
+  for (HostFileGuard &file : packet.files) files.push_back(std::make_shared<const HostFileGuard>(std::move(file)));
+  const bool last = reader.boolean();
+  for (auto left = reader.number<std::uint32_t>(); left > 0; --left) append(answer_->pieces, read_piece(reader, files));
+  reader.end();
+  return last;
+}
+
+hosts::ServiceAnswer AnswerReader::take() {
+  hosts::ServiceAnswer answer = std::move(*answer_);
+  answer_.reset();
+  return answer;
+}
+
+}  // namespace rdm::rdmd
