@@ -28,11 +28,18 @@ constexpr TimeOption time_options[] = {
     {"--shutdown-timeout", &Limits::shutdown, "Seconds for answers under way at shutdown"},
 };
 
+/// refuse_nan returns an error text for "nan", which CLI::Range accepts, and an empty string for anything else.
+std::string refuse_nan(const std::string &text) {
+  double value = 0;
+  return CLI::detail::lexical_cast(text, value) && std::isnan(value) ? "Value " + text + " is not a number" : "";
+}
+
 void add_time_option(CLI::App &app, const TimeOption &option, Limits &limits) {
   Duration &limit = limits.*option.limit;
   const auto set = [&limit](const double &seconds) { limit = Duration(std::llround(seconds * 1000)); };
   app.add_option_function<double>(option.name, set, option.description)
       ->check(CLI::Range(0.001, 86400.0))
+      ->check(CLI::Validator(refuse_nan, ""))
       ->type_name("SECONDS")
       ->default_str(std::to_string(limit.count() / 1000));
 }
@@ -95,6 +102,7 @@ void add_address_options(CLI::App &app, Limits &limits) {
   app.add_option("--rate-per-address", limits.rate_per_address,
                  "New connections of one address per second; 0: no limit")
       ->check(CLI::Range(0.0, 1'000'000.0))
+      ->check(CLI::Validator(refuse_nan, ""))
       ->type_name("N")
       ->capture_default_str();
 }

@@ -7,7 +7,10 @@ namespace rdm::rdmd {
 
 ConnectionRate::ConnectionRate(double per_second) {
   if (per_second <= 0) return;
-  interval_ = std::chrono::duration_cast<io::Clock::duration>(std::chrono::duration<double>(1 / per_second));
+  // Thirty years, which a duration can still hold.
+  constexpr double longest_interval = 1e9;
+  const std::chrono::duration<double> interval(std::min(1 / per_second, longest_interval));
+  interval_ = std::chrono::duration_cast<io::Clock::duration>(interval);
   tolerance_ = std::max<io::Clock::duration>(burst_time - interval_, io::Clock::duration(0));
 }
 

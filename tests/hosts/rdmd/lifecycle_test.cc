@@ -454,6 +454,8 @@ TEST_F(HostLifecycle, RefusesMistakenOptions) {
       {{"--config", conf, "--max-connections", "0"}, "--max-connections: Value 0 not in range 1 to 65536"},
       {{"--config", conf, "--max-connections-per-address", "-1"},
        "--max-connections-per-address: Value -1 not in range 0 to 65536"},
+      {{"--config", conf, "--idle-timeout", "nan"}, "--idle-timeout: Value nan is not a number"},
+      {{"--config", conf, "--rate-per-address", "NaN"}, "--rate-per-address: Value NaN is not a number"},
       {{"--config", conf, "--rate-per-address", "-1"}, "--rate-per-address: Value -1 not in range 0.0"},
       {{"--config", conf, "--spill-limit", "much"},
        "rdmd: --spill-limit: \"much\" is not a number of bytes such as 4096, 64K or 1M; see \"rdmd --help\"\n"},

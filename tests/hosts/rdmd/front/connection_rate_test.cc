@@ -52,6 +52,13 @@ TEST(ConnectionRates, MayBeLessThanOnePerSecond) {
   EXPECT_EQ(taken(rate, client(1), at(10s)), 1);
 }
 
+TEST(ConnectionRates, MayBeAsSmallOrAsLargeAsANumberCanBe) {
+  ConnectionRate least(1e-300), most(1e6);
+  EXPECT_EQ(taken(least, client(1), at(0s)), 1);
+  EXPECT_EQ(taken(least, client(1), at(24h)), 0);
+  EXPECT_EQ(taken(most, client(1), at(0s), 10'000), 10'000);
+}
+
 TEST(ConnectionRates, ARefusedConnectionTakesNothing) {
   ConnectionRate rate(1);
   EXPECT_EQ(taken(rate, client(1), at(0s)), 5);
