@@ -143,7 +143,8 @@ void Connection::make_way(bool at_once) {
   boost::asio::post(socket_.get_executor(), [self = shared_from_this(), this, at_once] {
     if (!waits_) return;
     closer_ = ClosedBy::limit;
-    const bool answers = state_ == State::head && !at_once && server_.turn_away(roster_entry_);
+    const bool answers =
+        state_ == State::head && !at_once && server_.turn_away(roster_entry_, client_key_, Trouble::turned_away);
     if (answers) begin_unread_entry();
     server_.errors().trouble(Trouble::made_way, answers ? who() : client_);
     answers ? refuse({503, refusal_text(Trouble::turned_away)}) : close();
@@ -235,7 +236,7 @@ void Connection::take_proxy_header(const ProxyHeader &header) {
   // A proxy may itself be reached through a proxy.
   proxy_ = server_.proxies().trusts(client) ? std::make_unique<Client>(client) : nullptr;
   if (!refused) return next_request();
-  if (server_.turn_away(roster_entry_)) return refuse_for(*refused);
+  if (server_.turn_away(roster_entry_, client_key_, *refused)) return refuse_for(*refused);
   server_.errors().trouble(Trouble::disconnected, client_);
   close();
 }

@@ -308,9 +308,10 @@ bool Server::may_turn_away(const ClientKey &key, Trouble reason) const {
   return reason == Trouble::turned_away || roster_.counts(key).turned_away < address_turned_away_limit;
 }
 
-bool Server::turn_away(Roster::Entry &entry) {
-  if (roster_.counts().turned_away >= turned_away_limit) return false;
+bool Server::turn_away(Roster::Entry &entry, const ClientKey &key, Trouble reason) {
+  if (!may_turn_away(key, reason)) return false;
   roster_.turn_away(entry);
+  roster_.assign(entry, key);
   return true;
 }
 

@@ -83,8 +83,9 @@ class Server {
   /// assign makes an admitted connection one of `client`, whom a trusted proxy has named. Returns the limit of the
   /// client's address that is exceeded, if one is; the connection then stays the proxy's.
   std::optional<Trouble> assign(Roster::Entry &entry, const Client &client);
-  /// turn_away counts a connection among those turned away. Returns false if there are too many of them already.
-  bool turn_away(Roster::Entry &entry);
+  /// turn_away counts an admitted connection among those of the client `key` that are turned away for `reason`. Returns
+  /// false if there are too many of them already.
+  bool turn_away(Roster::Entry &entry, const ClientKey &key, Trouble reason);
   /// forget removes the entry of a connection that is being destroyed.
   void forget(Roster::Entry &entry);
   /// released notes that a request has freed its memory, and schedules malloc_trim() so that unused memory returns to

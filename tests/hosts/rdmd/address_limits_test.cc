@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 /// Limits for each address, and connections that make way. Addresses of the loopback network are different clients.
 
+#include <sys/resource.h>
+
 #include <chrono>
 #include <list>
 #include <memory>
@@ -175,6 +177,23 @@ TEST_F(HostAddresses, WhenFullABegunHeadMakesWayWithAnAnswer) {
   EXPECT_NE(access().find("\"GET /rdm/fast HTTP/1.1\" 503 51 "), std::string::npos) << access();
   newer.send("st: h\r\n\r\n");
   EXPECT_EQ(newer.receive().body, "fast\n");
+}
+
+TEST_F(HostAddresses, WithoutDescriptorsABegunHeadMakesWay) {
+  start({"--header-timeout", "600"});
+  HttpClient &begun = connect("127.0.0.2");
+  begun.send("GET /rdm/fast HTTP/1.1\r\nHo");
+  settle();
+  struct rlimit before;
+  ASSERT_EQ(::prlimit(server_->pid(), RLIMIT_NOFILE, nullptr, &before), 0);
+  const struct rlimit used = {server_->open_files(), before.rlim_max};
+  ASSERT_EQ(::prlimit(server_->pid(), RLIMIT_NOFILE, &used, nullptr), 0);
+  for (int i = 3; i < 13; ++i) {
+    HttpClient &next = connect("127.0.0." + std::to_string(i));
+    next.send(get("/nowhere"));
+    EXPECT_EQ(next.receive().status, 404) << i;
+  }
+  EXPECT_EQ(begun.receive_rest(), "");
 }
 
 TEST_F(HostAddresses, AnAddressThatBeginsHeadsWithoutEndLocksOutNobody) {

@@ -5,6 +5,7 @@
 #include <list>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "hosts/rdmd/front/refused_requests.h"
 #include "hosts/rdmd/server_fixture.h"
@@ -137,7 +138,10 @@ TEST_F(HostProxies, AConnectionThatIsNotFromATrustedProxyIsClosed) {
 
 TEST_F(HostProxies, RequestsBehindAHeaderAreRefusedLikeOthers) {
   start_behind_proxy({"--max-target-bytes", "200", "--max-head-bytes", "1000"});
-  for (const auto &row : support::refused_requests(200, 1000))
+  std::vector<support::RefusedRequest> requests = support::refused_requests(200, 1000);
+  for (const char *target : {"/rdm/fast#x", "/rdm/%zz", "/rdm/%00", "rdm/fast"})
+    requests.push_back({get(target), 400, "The request target is malformed.\n"});
+  for (const auto &row : requests)
     for (const std::string &header : {v1, v2}) {
       HttpClient client(port_);
       client.send(header + row.text + get("/rdm/smuggled"));
@@ -164,6 +168,40 @@ TEST_F(HostProxies, LimitsOfAnAddressHoldForTheClientThatTheHeaderNames) {
   EXPECT_TRUE(told("503: connection limit of the address reached", "192.0.2.1"));
   clients.front().send("body");
   EXPECT_EQ(address_of(clients.front().receive()), "192.0.2.1");
+}
+
+TEST_F(HostProxies, FarBeyondItsLimitAClientThatTheHeaderNamesIsJustClosed) {
+  start_behind_proxy({"--rate-per-address", "0.02", "--linger-timeout", "60"});
+  std::list<HttpClient> clients;
+  const auto begin = [&](const std::string &address) -> HttpClient & {
+    clients.emplace_back(port_).send(behind(address));
+    return clients.back();
+  };
+  EXPECT_EQ(ask(begin("192.0.2.1")), "192.0.2.1");
+  for (int i = 0; i < 8; ++i) EXPECT_EQ(begin("192.0.2.1").receive().status, 503) << i;
+  EXPECT_TRUE(begin("192.0.2.1").ended());
+  EXPECT_TRUE(told("closed without an answer: too many clients beyond a limit on connections", "192.0.2.1"));
+  EXPECT_EQ(ask(begin("192.0.2.2")), "192.0.2.2");
+  EXPECT_EQ(begin("192.0.2.2").receive().status, 503);
+}
+
+TEST_F(HostProxies, AProxyThatClosesBeforeItsHeaderCostsNothing) {
+  start_behind_proxy({"--max-connections", "2", "--header-timeout", "600"});
+  for (int i = 0; i < 10; ++i) HttpClient(port_).send(v1.substr(0, static_cast<std::size_t>(i)));
+  HttpClient client(port_);
+  client.send(v1);
+  EXPECT_EQ(ask(client), "192.0.2.1");
+}
+
+TEST_F(HostProxies, AConnectionWithoutItsHeaderMakesWay) {
+  start_behind_proxy({"--max-connections", "2", "--header-timeout", "600"});
+  HttpClient first(port_), second(port_);
+  first.send("PROXY");
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));  // until the server has taken both
+  HttpClient client(port_);
+  client.send(v1);
+  EXPECT_EQ(ask(client), "192.0.2.1");
+  EXPECT_TRUE(first.ended());
 }
 
 TEST_F(HostProxies, XForwardedForOfATrustedProxyNamesTheClientOfTheRequest) {
