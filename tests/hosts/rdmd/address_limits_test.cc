@@ -185,9 +185,9 @@ TEST_F(HostAddresses, WithoutDescriptorsABegunHeadMakesWay) {
   begun.send("GET /rdm/fast HTTP/1.1\r\nHo");
   settle();
   struct rlimit before;
-  ASSERT_EQ(::prlimit(server_->pid(), RLIMIT_NOFILE, nullptr, &before), 0);
+  ASSERT_EQ(::prlimit(server_->front(), RLIMIT_NOFILE, nullptr, &before), 0);
   const struct rlimit used = {server_->open_files(), before.rlim_max};
-  ASSERT_EQ(::prlimit(server_->pid(), RLIMIT_NOFILE, &used, nullptr), 0);
+  ASSERT_EQ(::prlimit(server_->front(), RLIMIT_NOFILE, &used, nullptr), 0);
   for (int i = 3; i < 13; ++i) {
     HttpClient &next = connect("127.0.0." + std::to_string(i));
     next.send(get("/nowhere"));
