@@ -25,6 +25,8 @@ struct TroubleText {
 };
 
 constexpr std::array<TroubleText, trouble_kinds> troubles_by_kind = {{
+    {"late_tls", "closed: the TLS handshake was not complete within the header timeout"},
+    {"bad_tls", "closed: the TLS handshake failed, as with a client that has no version or cipher of ours"},
     {"late_head", "408: the request head did not arrive in time"},
     {"late_body", "408: the request body did not arrive in time"},
     {"large_head", "414 or 431: the request head exceeds a limit"},

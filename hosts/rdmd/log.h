@@ -25,6 +25,8 @@ namespace rdm::rdmd {
 
 /// Trouble lists events that clients can cause at will. Each is logged at a limited rate.
 enum class Trouble {
+  late_tls,       // the TLS handshake was not complete in time: closed
+  bad_tls,        // the TLS handshake failed: closed
   late_head,      // the request head did not arrive in time: 408
   late_body,      // the request body did not arrive in time: 408
   large_head,     // the request head exceeded a limit: 414 or 431

@@ -56,7 +56,8 @@ bool loads(const Settings &settings) {
 int check_all(const Settings &settings) {
   // First, because this changes the process's user, and the plug-in must be readable by that user.
   check::Findings findings =
-      check::check_command_line({listen_texts(settings), settings.access_log, settings.error_log, settings.user});
+      check::check_command_line({listen_texts(settings), settings.tls.certificate, settings.tls.key,
+                                 settings.access_log, settings.error_log, settings.user});
   const bool loaded = loads(settings);
   const check::Findings more = check::check_configuration(settings.config);
   findings.insert(findings.end(), more.begin(), more.end());
@@ -99,9 +100,10 @@ int serve(const Settings &settings, std::vector<InheritedSocket> inherited, Upgr
   AccessLog access(settings.access_log, dropped, settings.access_json ? AccessFormat::json : AccessFormat::combined);
   hosts::Plugin plugin = load_plugin(settings);
   // Binding first: an address in use is reported before the plug-in reads anything.
-  Server server(
-      settings, plugin, errors, access,
-      open_listeners(settings, std::move(inherited), [&errors](const std::string &text) { errors.warn(text); }));
+  const auto warn = [&errors](const std::string &text) { errors.warn(text); };
+  std::vector<ListeningSocket> sockets = open_listeners(settings, std::move(inherited), warn);
+  TlsContextPtr tls = load_tls(settings, sockets, warn);
+  Server server(settings, plugin, errors, access, std::move(sockets), std::move(tls));
   log_mistakes(settings.config, errors);
   if (!open_service(settings, plugin, server, errors)) {
     hosts::run_exits();

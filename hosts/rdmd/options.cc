@@ -41,6 +41,15 @@ void add_options(CLI::App &app, Settings &settings) {
       ->type_name("HOST:PORT|unix:PATH")
       ->allow_extra_args(false)
       ->default_str(default_listen);
+  app.add_option("--tls-listen", settings.tls_listen, "Address to listen on for TLS, several times if need be")
+      ->type_name("HOST:PORT|unix:PATH")
+      ->allow_extra_args(false);
+  CLI::Option *certificate = app.add_option("--tls-certificate", settings.tls.certificate,
+                                            "Certificate for TLS with its chain, in PEM form; read again at SIGHUP")
+                                 ->type_name("FILE");
+  app.add_option("--tls-key", settings.tls.key, "Private key of the certificate, in PEM form; read again at SIGHUP")
+      ->type_name("FILE")
+      ->needs(certificate);
   app.add_option("--plugin", settings.plugin, "The plug-in; by default librdm.so of this installation")
       ->type_name("PATH");
   app.add_option("--config", settings.config, "Service configuration file")->type_name("FILE")->required();
@@ -76,6 +85,8 @@ std::optional<Settings> parse_options(int argc, char **argv, int &exit_code) {
   add_options(app, settings);
   try {
     if (!cli::parse(app, argc, argv, std::cout)) return std::nullopt;
+    if (settings.tls.key.empty() && (!settings.tls_listen.empty() || !settings.tls.certificate.empty()))
+      throw cli::misuse(app, "TLS needs both --tls-certificate and --tls-key");
   } catch (const cli::Misuse &misuse) {
     std::cerr << "rdmd: " << misuse.what() << '\n';
     exit_code = cli::exit_misuse;

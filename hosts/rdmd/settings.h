@@ -38,8 +38,16 @@ struct Limits {
 /// The address of a server whose options name none.
 inline constexpr const char *default_listen = "127.0.0.1:8380";
 
+/// The files of the certificate, with its chain, and of the private key; both in PEM form.
+struct TlsFiles {
+  std::string certificate;
+  std::string key;
+};
+
 struct Settings {
   std::vector<std::string> listen;  // "HOST:PORT" or "unix:PATH"; empty: none was given
+  std::vector<std::string> tls_listen;
+  TlsFiles tls;
   std::string plugin;
   std::string config;
   std::string access_log;    // empty: none; "-": standard output

@@ -9,7 +9,8 @@ namespace rdm::rdmd {
 
 std::string addresses_of(const std::vector<ListeningSocket> &sockets) {
   std::string text;
-  for (const ListeningSocket &socket : sockets) text += (text.empty() ? "" : ", ") + socket.address;
+  for (const ListeningSocket &socket : sockets)
+    text += (text.empty() ? "" : ", ") + socket.address + (socket.tls ? " (TLS)" : "");
   return text;
 }
 

@@ -11,7 +11,7 @@
 
 namespace rdm::rdmd {
 
-/// addresses_of returns all addresses, such as "127.0.0.1:8380, [::1]:8380".
+/// addresses_of returns all addresses, such as "127.0.0.1:8380, [::1]:8380, 127.0.0.1:8443 (TLS)".
 std::string addresses_of(const std::vector<ListeningSocket> &sockets);
 
 /// announce writes the addresses to standard error, even if the error log is a file: people and scripts read them

@@ -184,6 +184,7 @@ Findings check_command_line(const CommandLine &line) {
   Report report("rdmd", findings);
   if (!line.user.empty()) become_user(line.user, report);
   for (const std::string &address : line.listen) check_listen(address, report);
+  if (!line.certificate.empty()) check_tls(line.certificate, line.key, report);
   if (!line.access_log.empty() && line.access_log != "-") check_log({"--access-log", line.access_log, 0}, report);
   if (!line.error_log.empty()) check_log({"--error-log", line.error_log, 0}, report);
   return findings;

@@ -48,14 +48,15 @@ Findings check_configuration(const std::string &config);
 /// CommandLine holds the options of a server that are checked besides its configuration.
 struct CommandLine {
   std::vector<std::string> listen;  // HOST:PORT or unix:PATH
+  std::string certificate, key;     // of TLS; empty: none
   std::string access_log;           // empty: none; "-": standard output
   std::string error_log;            // empty: standard error
   std::string user;                 // the user that runs the server; empty: the caller
 };
 
-/// check_command_line checks the addresses and the logs; its findings have the file "rdmd". If a user is given, it
-/// first changes the process to that user for the rest of its life, so that this and later checks use that user's
-/// rights.
+/// check_command_line checks the addresses, the files of TLS and the logs; its findings have the file "rdmd". If a user
+/// is given, it first changes the process to that user for the rest of its life, so that this and later checks use that
+/// user's rights.
 Findings check_command_line(const CommandLine &line);
 
 }  // namespace rdm::check

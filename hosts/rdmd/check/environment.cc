@@ -13,6 +13,7 @@
 #include "hosts/common/log_file.h"
 #include "hosts/rdmd/listen_address.h"
 #include "hosts/rdmd/socket_file.h"
+#include "hosts/rdmd/tls_context.h"
 
 namespace rdm::check {
 namespace {
@@ -116,6 +117,15 @@ void check_listen(const std::string &address, Report &report) {
     for (const std::string &problem : missing)
       missing.size() == all.size() ? report.error(0, problem) : report.warning(0, problem);
   } catch (const rdmd::ListenError &error) {
+    report.error(0, error.what());
+  }
+}
+
+void check_tls(const std::string &certificate, const std::string &key, Report &report) {
+  try {
+    const rdmd::TlsContext context({certificate, key});
+    for (const std::string &warning : context.warnings()) report.warning(0, warning);
+  } catch (const rdmd::TlsError &error) {
     report.error(0, error.what());
   }
 }

@@ -26,6 +26,10 @@ void check_log(const Pair &log, Report &report);
 /// use is not an error: the server itself may be using it. The sockets are bound for a moment but do not listen.
 void check_listen(const std::string &address, Report &report);
 
+/// check_tls reports an error unless certificate and key can be used together, and a warning if the certificate is not
+/// valid now or every user can read the key.
+void check_tls(const std::string &certificate, const std::string &key, Report &report);
+
 }  // namespace rdm::check
 
 #endif

@@ -85,10 +85,10 @@ bool is_reset(io::Socket &socket) {
 
 }  // namespace
 
-Connection::Connection(io::Socket socket, Server &server, Client client)
+Connection::Connection(io::Socket socket, Server &server, Client client, SslPtr tls)
     : server_(server),
       socket_(std::move(socket)),
-      transport_(socket_.native_handle()),
+      transport_(socket_.native_handle(), std::move(tls)),
       limit_alarm_(socket_.get_executor()),
       number_(server.next_connection()),
       client_(client.text),
@@ -126,7 +126,7 @@ void Connection::enter(State state) {
 
 void Connection::start() {
   boost::asio::post(socket_.get_executor(),
-                    on_strand([this] { server_.reads_proxy_headers() ? await_proxy_header() : next_request(); }));
+                    on_strand([this] { server_.reads_proxy_headers() ? await_proxy_header() : begin(); }));
 }
 
 void Connection::turn_away(Trouble reason) {
@@ -135,7 +135,7 @@ void Connection::turn_away(Trouble reason) {
 
 void Connection::close_if_idle() {
   boost::asio::post(socket_.get_executor(), [self = shared_from_this(), this] {
-    if (waits_ && state_ == State::idle) close();
+    if (waits_ && (state_ == State::idle || state_ == State::handshake)) close();
   });
 }
 
@@ -173,6 +173,11 @@ void Connection::arm(Alarm &alarm, Duration time, Step step) {
 void Connection::disarm(Alarm &alarm) {
   ++alarm.epoch;
   if (std::exchange(alarm.armed, false)) alarm.timer.cancel();
+}
+
+void Connection::give_up_handshake() {
+  server_.errors().trouble(Trouble::late_tls, who());
+  close();
 }
 
 void Connection::give_up_head() {
@@ -229,13 +234,13 @@ void Connection::read_proxy_header() {
 void Connection::take_proxy_header(const ProxyHeader &header) {
   release_memory(input_);
   disarm(limit_alarm_);
-  if (!header.client) return next_request();
+  if (!header.client) return begin();
   const Client client = client_of(*header.client);
   const auto refused = server_.assign(roster_entry_, client);
   set_client(client);
   // A proxy may itself be reached through a proxy.
   proxy_ = server_.proxies().trusts(client) ? std::make_unique<Client>(client) : nullptr;
-  if (!refused) return next_request();
+  if (!refused) return begin();
   if (server_.turn_away(roster_entry_, client_key_, *refused)) return refuse_for(*refused);
   server_.errors().trouble(Trouble::disconnected, client_);
   close();
@@ -269,19 +274,62 @@ std::optional<Trouble> Connection::take_forwarded_client() {
   return refused;
 }
 
-/// refuse_for refuses a request or a connection beyond a limit.
+/// refuse_for refuses a request or a connection beyond a limit, by TLS after the handshake.
 void Connection::refuse_for(Trouble reason) {
   closer_ = ClosedBy::limit;
   begin_unread_entry();
   server_.errors().trouble(reason, who());
-  refuse({503, refusal_text(reason)});
+  refusal_ = reason;
+  shake_hands(&Connection::refuse_client);
 }
+
+/* ---- TLS ---- */
+
+void Connection::begin() { shake_hands(&Connection::next_request); }
+
+/// shake_hands calls `next` when the TLS handshake is complete, and at once for a plain connection. The connection may
+/// make way meanwhile.
+void Connection::shake_hands(Step next) {
+  if (transport_.is_ready()) return (this->*next)();
+  enter(State::handshake);
+  may_make_way(io::Clock::now());
+  arm(limit_alarm_, server_.limits().header, &Connection::give_up_handshake);
+  await_handshake(next);
+}
+
+void Connection::await_handshake(Step next) {
+  socket_.async_wait(transport_.wanted(io::Socket::wait_read), on_strand([this, next](const error_code &error) {
+                       if (error) return close();
+                       continue_handshake(next);
+                     }));
+}
+
+void Connection::continue_handshake(Step next) {
+  note_sending();
+  if (transport_.handshake() != 0) return errno == EAGAIN ? await_handshake(next) : handshake_failed();
+  disarm(limit_alarm_);
+  (this->*next)();
+}
+
+/// handshake_failed closes the connection, after a plain answer if the client has sent a plain request.
+void Connection::handshake_failed() {
+  if (!transport_.got_plain_request()) {
+    server_.errors().trouble(Trouble::bad_tls, who());
+    return close();
+  }
+  transport_.become_plain();
+  refuse({400, "This address speaks TLS: use https.\n"});
+}
+
+void Connection::refuse_client() { refuse({503, refusal_text(refusal_)}); }
 
 /* ---- Reading a request ---- */
 
 /// read_more waits for input, reads up to `most` bytes of it and calls `next`, or `ended` at the end of input or on an
 /// error.
 void Connection::read_more(std::size_t most, Step next, Step ended) {
+  if (transport_.has_input())
+    return boost::asio::post(socket_.get_executor(), on_strand([=, this] { receive(most, next, ended); }));
   socket_.async_wait(transport_.wanted(io::Socket::wait_read), on_strand([=, this](const error_code &error) {
                        error ? (this->*ended)() : receive(most, next, ended);
                      }));
@@ -535,6 +583,8 @@ void Connection::fail(const std::string &reason) {
 /// refuse answers a request that could not be read completely. The connection is closed afterwards, because the start
 /// of a next request cannot be found.
 void Connection::refuse(const Refusal &refusal) {
+  // A record of "100 Continue" that the socket took only in part would be continued by this answer.
+  if (transport_.is_unfinished()) return close();
   error_code ignored;
   socket_.cancel(ignored);
   begin_unread_entry();
@@ -726,10 +776,17 @@ void Connection::log_request() {
 /// linger reads and discards input until the client has the last answer, and for the linger timeout after it: close()
 /// with unread input sends a reset, on which the client's system discards the unread part of the answer.
 void Connection::linger() {
-  if (transport_.shut_down() != 0) return close();
+  if (transport_.shut_down() != 0) return errno == EAGAIN ? linger_later() : close();
   enter(State::lingering);
   await_acknowledgement();
   discard();
+}
+
+/// linger_later calls linger when the socket takes the end of the TLS session. The write deadline is running.
+void Connection::linger_later() {
+  if (!check_alarm_.armed) check_client_after(deadline_.interval());
+  socket_.async_wait(transport_.wanted(io::Socket::wait_write),
+                     on_strand([this](const error_code &error) { error ? close() : linger(); }));
 }
 
 void Connection::discard() {
@@ -751,6 +808,8 @@ void Connection::close() {
   if (!logged_ && entry_.status == 503 && !sender_) server_.errors().trouble(Trouble::not_served, who());
   disarm(limit_alarm_);
   disarm(check_alarm_);
+  // An answer that was cut off does not end with close_notify: its client must not take it for a whole one.
+  if (state_ == State::idle && transport_.is_encrypted()) transport_.shut_down();
   enter(State::closed);
   log_request();
   sender_.reset();

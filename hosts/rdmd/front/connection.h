@@ -40,7 +40,8 @@ class Server;
 
 class Connection : public std::enable_shared_from_this<Connection> {
  public:
-  Connection(io::Socket socket, Server &server, Client client = {});
+  /// Serves the client of an accepted socket, by TLS if `tls` is not null.
+  Connection(io::Socket socket, Server &server, Client client = {}, SslPtr tls = nullptr);
   Connection(const Connection &) = delete;
   Connection &operator=(const Connection &) = delete;
   ~Connection();
@@ -81,6 +82,12 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void release_client();
   std::optional<Trouble> take_forwarded_client();
   void refuse_for(Trouble reason);
+  void begin();
+  void shake_hands(Step next);
+  void await_handshake(Step next);
+  void continue_handshake(Step next);
+  void handshake_failed();
+  void refuse_client();
   void next_request();
   void begin_head();
   void wait_idle();
@@ -126,6 +133,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void log_request();
 
   void linger();
+  void linger_later();
   void discard();
   void end_of_input();
   void close();
@@ -135,6 +143,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void receive(std::size_t most, Step next, Step ended);
   void arm(Alarm &alarm, Duration time, Step step);
   void disarm(Alarm &alarm);
+  void give_up_handshake();
   void give_up_head();
   void give_up_body();
   void give_up_sending(Trouble reason);
@@ -152,11 +161,12 @@ class Connection : public std::enable_shared_from_this<Connection> {
   const std::uint64_t number_;
   std::string client_;
   ClientKey client_key_;
-  std::unique_ptr<Client> proxy_;  // the proxy, if the connection is from a trusted one; it names clients
-  std::string input_;              // bytes received and not yet parsed
-  bool first_ = true;              // no request has been answered yet
-  bool keep_ = false;              // keep the connection open after the current answer
-  bool unread_ = false;            // the request has a body that has not been read
+  std::unique_ptr<Client> proxy_;           // the proxy, if the connection is from a trusted one; it names clients
+  std::string input_;                       // bytes received and not yet parsed
+  bool first_ = true;                       // no request has been answered yet
+  bool keep_ = false;                       // keep the connection open after the current answer
+  bool unread_ = false;                     // the request has a body that has not been read
+  Trouble refusal_ = Trouble::turned_away;  // why the client is turned away
   bool waits_ = false;  // may make way: the client has its answers and has not sent the next request completely
   bool ended_ = false;  // the client has shut down its sending side; set while lingering
 

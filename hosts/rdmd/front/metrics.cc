@@ -36,7 +36,7 @@ constexpr std::array<std::string_view, static_cast<std::size_t>(RequestResult::c
 constexpr std::array<std::string_view, static_cast<std::size_t>(WorkerState::count)> worker_states = {
     "starting", "idle", "busy", "stopping"};
 constexpr std::array<std::string_view, std::tuple_size_v<ConnectionCounts>> connection_states = {
-    "idle", "head", "body", "service", "sending", "lingering", "closed"};
+    "handshake", "idle", "head", "body", "service", "sending", "lingering", "closed"};
 
 std::uint64_t not_negative(std::int64_t number) {
   return static_cast<std::uint64_t>(std::max<std::int64_t>(number, 0));

@@ -26,7 +26,7 @@ namespace rdm::rdmd {
 class Connection;
 
 /// ConnectionState is the state of a connection; doc/architecture.md shows the transitions.
-enum class ConnectionState { idle, head, body, service, sending, lingering, closed, count };
+enum class ConnectionState { handshake, idle, head, body, service, sending, lingering, closed, count };
 using ConnectionCounts = std::array<std::size_t, static_cast<std::size_t>(ConnectionState::count)>;
 
 class Roster {

@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "hosts/rdmd/front/sender.h"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <string_view>
 #include <utility>
@@ -11,6 +14,13 @@ namespace {
 
 constexpr std::int64_t send_quantum = 1 << 20;
 constexpr std::int64_t kept_in_memory = 4096;
+
+/// copy_piece copies bytes of a piece from `offset` on. Returns their number, which is less than the size of `to` only
+/// if a file is too short, or -1.
+ssize_t copy_piece(const hosts::Piece &piece, std::int64_t offset, std::span<char> to) {
+  if (piece.file) return ::pread(piece.file->get(), to.data(), to.size(), piece.offset + offset);
+  return static_cast<ssize_t>(piece.bytes.copy(to.data(), to.size(), static_cast<std::size_t>(offset)));
+}
 
 }  // namespace
 
@@ -26,14 +36,47 @@ std::int64_t Sender::send_piece(Transport &transport) {
   return transport.send({piece.bytes.data() + done_, rest}, current_ + 1 < pieces_.size());
 }
 
+/// fill_record copies the next bytes into `record` and returns their number, or -1 if a file cannot be read. Files are
+/// left to send_piece if `only_bytes`.
+std::int64_t Sender::fill_record(std::span<char> record, bool only_bytes) const {
+  std::size_t filled = 0;
+  std::int64_t done = done_;
+  for (std::size_t i = current_; i < pieces_.size() && filled < record.size(); ++i, done = 0) {
+    const hosts::Piece &piece = pieces_[i];
+    if (piece.file && only_bytes) break;
+    const auto wanted = std::min(static_cast<std::size_t>(piece.length - done), record.size() - filled);
+    const ssize_t got = copy_piece(piece, done, record.subspan(filled, wanted));
+    if (got < 0 && filled == 0) return got;
+    filled += static_cast<std::size_t>(std::max<ssize_t>(got, 0));
+    if (got < static_cast<ssize_t>(wanted)) break;
+  }
+  return static_cast<std::int64_t>(filled);
+}
+
+/// send_record sends a record over several pieces: the same record again if the transport has not finished it.
+std::int64_t Sender::send_record(Transport &transport) {
+  std::array<char, Transport::record_size> record;
+  const std::int64_t filled = fill_record(record, transport.sends_files());
+  return filled <= 0 ? filled : transport.send({record.data(), static_cast<std::size_t>(filled)}, false);
+}
+
+std::int64_t Sender::send_next(Transport &transport) {
+  const bool whole_pieces = !transport.is_encrypted() || (transport.sends_files() && pieces_[current_].file);
+  return whole_pieces ? send_piece(transport) : send_record(transport);
+}
+
 void Sender::advance(std::int64_t count) {
   sent_ += count;
-  done_ += count;
-  if (done_ < pieces_[current_].length) return;
-  // Free each piece once it is sent: a slow client occupies memory only for unsent pieces.
-  pieces_[current_] = hosts::Piece{};
-  ++current_;
-  done_ = 0;
+  while (count > 0) {
+    const std::int64_t step = std::min(count, pieces_[current_].length - done_);
+    count -= step;
+    done_ += step;
+    if (done_ < pieces_[current_].length) return;
+    // Free each piece once it is sent: a slow client occupies memory only for unsent pieces.
+    pieces_[current_] = hosts::Piece{};
+    ++current_;
+    done_ = 0;
+  }
 }
 
 bool Sender::spill() {
@@ -62,7 +105,7 @@ Sender::State Sender::send(Transport &transport) {
   const std::int64_t stop = sent_ + send_quantum;
   while (current_ < pieces_.size()) {
     if (sent_ >= stop) return State::more;
-    const std::int64_t put = send_piece(transport);
+    const std::int64_t put = send_next(transport);
     if (put > 0)
       advance(put);
     else if (put < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -41,7 +42,10 @@ class Sender {
   std::int64_t body_sent() const { return sent_ > head_size_ ? sent_ - head_size_ : 0; }
 
  private:
+  std::int64_t send_next(Transport &transport);
   std::int64_t send_piece(Transport &transport);
+  std::int64_t send_record(Transport &transport);
+  std::int64_t fill_record(std::span<char> record, bool only_bytes) const;
   void advance(std::int64_t count);
   bool spill_piece(std::size_t index, std::int64_t done);
 

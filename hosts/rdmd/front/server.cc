@@ -98,8 +98,8 @@ Server::Listener::Listener(const io::Executor &strand, ListeningSocket from)
 }
 
 Server::Server(const Settings &settings, hosts::Plugin &plugin, ErrorLog &errors, AccessLog &access,
-               std::vector<ListeningSocket> sockets)
-    : Server(settings, errors, access, std::move(sockets)) {
+               std::vector<ListeningSocket> sockets, TlsContextPtr tls)
+    : Server(settings, errors, access, std::move(sockets), std::move(tls)) {
   signals_.emplace(strand_, SIGTERM, SIGINT, SIGHUP);
   signals_->add(SIGUSR1);
   local_worker_ = std::make_shared<LocalWorker>(plugin, dispatcher_);
@@ -107,8 +107,8 @@ Server::Server(const Settings &settings, hosts::Plugin &plugin, ErrorLog &errors
 }
 
 Server::Server(const Settings &settings, HostFileGuard control, ErrorLog &errors, AccessLog &access,
-               std::vector<ListeningSocket> sockets)
-    : Server(settings, errors, access, std::move(sockets)) {
+               std::vector<ListeningSocket> sockets, TlsContextPtr tls)
+    : Server(settings, errors, access, std::move(sockets), std::move(tls)) {
   master_.emplace(
       std::move(control), strand_, dispatcher_, errors_, [this](const ControlMessage &message) { obey(message); },
       [this] {
@@ -117,7 +117,8 @@ Server::Server(const Settings &settings, HostFileGuard control, ErrorLog &errors
       });
 }
 
-Server::Server(const Settings &settings, ErrorLog &errors, AccessLog &access, std::vector<ListeningSocket> sockets)
+Server::Server(const Settings &settings, ErrorLog &errors, AccessLog &access, std::vector<ListeningSocket> sockets,
+               TlsContextPtr tls)
     : settings_(settings),
       errors_(errors),
       access_(access),
@@ -126,12 +127,13 @@ Server::Server(const Settings &settings, ErrorLog &errors, AccessLog &access, st
                     static_cast<std::int64_t>(settings.limits.spill_per_address.value_or(settings.limits.spill / 2))),
       address_rate_(settings.limits.rate_per_address),
       strand_(context_.get_executor()),
+      tls_(std::move(tls)),
       dispatcher_(settings.limits, strand_),
       shutdown_(strand_),
       trim_(strand_) {
   limit_clients();
   for (ListeningSocket &socket : sockets) {
-    address_ += (address_.empty() ? "" : ", ") + socket.address;
+    address_ += (address_.empty() ? "" : ", ") + socket.address + (socket.tls ? " (TLS)" : "");
     listeners_.emplace_back(strand_, std::move(socket));
   }
 }
@@ -225,7 +227,7 @@ Duration Server::take_client(Listener &listener) {
     if (!client) return not_accepted(errno);
     socket.assign(listener.protocol, client.get());
     client.release();
-    accepted(std::move(socket), client_of(address));
+    accepted(std::move(socket), client_of(address), listener.socket.tls);
     return Duration::zero();
   } catch (const std::exception &error) {
     errors_.error(std::string("a connection failed: ") + error.what());
@@ -249,7 +251,7 @@ void Server::note_shortage(const std::string &reason) {
   errors_.warn("accept: " + reason + ": closing idle connections to serve new clients");
 }
 
-void Server::accepted(io::Socket socket, Client client) {
+void Server::accepted(io::Socket socket, Client client, bool tls) {
   if (reads_proxy_headers() && !proxies_.trusts(client)) return errors_.trouble(Trouble::not_a_proxy, client.text);
   const std::optional<Trouble> refused = find_refusal(client);
   if (refused && !may_turn_away(client.key, *refused)) return errors_.trouble(Trouble::disconnected, client.text);
@@ -257,7 +259,8 @@ void Server::accepted(io::Socket socket, Client client) {
     errors_.warn("connection limit reached: answering new clients with 503");
   if (!refused || refused == Trouble::turned_away) full_ = refused.has_value();
   const ClientKey key = client.key;
-  auto connection = std::make_shared<Connection>(std::move(socket), *this, std::move(client));
+  SslPtr session = tls ? tls_->session(socket.native_handle()) : nullptr;
+  auto connection = std::make_shared<Connection>(std::move(socket), *this, std::move(client), std::move(session));
   roster_.admit(connection->roster_entry(), connection, key, refused.has_value());
   if (refused)
     connection->turn_away(*refused);
@@ -378,7 +381,8 @@ void Server::trim() {
 
 void Server::await_signal() {
   signals_->async_wait([this](const error_code &error, int signal) {
-    if (error) return;
+    // After the end another signal may be left in the queue: waiting for the next would keep the server.
+    if (error || ended_) return;
     await_signal();
     handle(signal);
   });
@@ -390,15 +394,30 @@ void Server::handle(int signal) {
   errors_.info(signal == SIGUSR1 ? "SIGUSR1: logs reopened"
                                  : "SIGHUP: logs reopened; without worker processes the configuration is read only at "
                                    "start-up");
+  if (signal == SIGHUP) reload_tls();
 }
 
 void Server::obey(const ControlMessage &message) {
   if (message.kind == ControlMessage::Kind::stop) order_stop();
   if (message.kind == ControlMessage::Kind::reopen) reopen_logs();
+  if (message.kind == ControlMessage::Kind::reload) reload_tls();
 }
 
 /// order_stop lets the answers under way finish; a second order cuts them off.
 void Server::order_stop() { stopping_ ? stop_now() : stop(); }
+
+/// reload_tls reads the certificate and the key again, for new connections. If they cannot be used, it keeps the old
+/// ones and logs why.
+void Server::reload_tls() {
+  if (!tls_) return;
+  try {
+    tls_ = std::make_shared<const TlsContext>(settings_.tls);
+    for (const std::string &warning : tls_->warnings()) errors_.warn(warning);
+    errors_.info("SIGHUP: TLS certificate read again: " + settings_.tls.certificate);
+  } catch (const std::exception &error) {
+    errors_.error(std::string(error.what()) + "; new connections still use the certificate read before");
+  }
+}
 
 void Server::reopen_logs() {
   errors_.reopen();
@@ -439,6 +458,7 @@ void Server::end_when_empty() {
 
 /// end cancels everything the I/O context waits for, so that work returns.
 void Server::end() {
+  ended_ = true;
   shutdown_.cancel();
   trim_.cancel();
   if (signals_) signals_->cancel();

@@ -27,6 +27,7 @@
 #include "hosts/rdmd/listeners.h"
 #include "hosts/rdmd/log.h"
 #include "hosts/rdmd/settings.h"
+#include "hosts/rdmd/tls_context.h"
 
 namespace rdm::rdmd {
 
@@ -35,12 +36,13 @@ class Connection;
 class Server {
  public:
   /// Makes a server whose process calls the plug-in and gets the signals. It takes bound sockets. Connections are
-  /// refused until listen is called, except by a socket that listens already.
+  /// refused until listen is called, except by a socket that listens already. `tls` is the
+  /// context of the sockets that speak TLS; null if none does.
   Server(const Settings &settings, hosts::Plugin &plugin, ErrorLog &errors, AccessLog &access,
-         std::vector<ListeningSocket> sockets);
+         std::vector<ListeningSocket> sockets, TlsContextPtr tls = nullptr);
   /// Makes a server whose master, at the other end of `control`, sends it workers and orders. The sockets listen.
   Server(const Settings &settings, HostFileGuard control, ErrorLog &errors, AccessLog &access,
-         std::vector<ListeningSocket> sockets);
+         std::vector<ListeningSocket> sockets, TlsContextPtr tls = nullptr);
   Server(const Server &) = delete;
   Server &operator=(const Server &) = delete;
   ~Server();
@@ -49,8 +51,8 @@ class Server {
   /// the plug-in is ready.
   void listen();
 
-  /// address returns all addresses, such as "127.0.0.1:8380, [::1]:8380". For port 0 it shows the port that the
-  /// system chose.
+  /// address returns all addresses, such as "127.0.0.1:8380, [::1]:8380, 127.0.0.1:8443 (TLS)". For port 0 it shows the
+  /// port that the system chose.
   const std::string &address() const { return address_; }
 
   /// run serves until SIGTERM or SIGINT, or until the master's order or end. Then it gives the answers under way up to
@@ -102,15 +104,17 @@ class Server {
     io::Timer retry;
   };
 
-  Server(const Settings &settings, ErrorLog &errors, AccessLog &access, std::vector<ListeningSocket> sockets);
+  Server(const Settings &settings, ErrorLog &errors, AccessLog &access, std::vector<ListeningSocket> sockets,
+         TlsContextPtr tls);
   void limit_clients();
+  void reload_tls();
   void work();
   std::vector<std::thread> start_threads();
   void accept(Listener &listener);
   void accept_after(Duration pause, Listener &listener);
   Duration take_client(Listener &listener);
   Duration not_accepted(int error);
-  void accepted(io::Socket socket, Client client);
+  void accepted(io::Socket socket, Client client, bool tls);
   std::optional<Trouble> find_refusal(const Client &client);
   std::optional<Trouble> find_address_refusal(const Client &client);
   bool make_room_for(const ClientKey &key);
@@ -146,11 +150,13 @@ class Server {
   std::size_t address_limit_ = 0;  // connections of one address; 0: no limit
   ConnectionRate address_rate_;
   bool full_ = false;                         // the last client was turned away
+  bool ended_ = false;                        // nothing more is awaited
   io::Clock::time_point next_shortage_line_;  // the earliest time of the next log line about a shortage
 
   boost::asio::io_context context_;
   io::Executor strand_;  // of everything below
   std::list<Listener> listeners_;
+  TlsContextPtr tls_;  // of new connections; null: no socket speaks TLS
   Dispatcher dispatcher_;
   std::optional<MasterLink> master_;           // in a process that has a master
   std::optional<io::Signals> signals_;         // in the others

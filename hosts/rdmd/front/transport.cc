@@ -8,18 +8,85 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <utility>
+
+#include <openssl/err.h>
 
 namespace rdm::rdmd {
+
+Transport::Transport(int socket, SslPtr tls) : socket_(socket), tls_(std::move(tls)) {}
+
+/* ---- TLS ---- */
+
+/// result_of translates the result of an OpenSSL call that failed. OpenSSL's queue of errors belongs to the thread, not
+/// to the connection, and is empty afterwards.
+ssize_t Transport::result_of(ssize_t result) {
+  const int code = errno;
+  const int error = ::SSL_get_error(tls_.get(), static_cast<int>(result));
+  const unsigned long detail = ::ERR_peek_last_error();
+  ::ERR_clear_error();
+  if (error == SSL_ERROR_ZERO_RETURN) return 0;
+  if (error == SSL_ERROR_WANT_READ || error == SSL_ERROR_WANT_WRITE) {
+    wanted_ = error == SSL_ERROR_WANT_READ ? io::Socket::wait_read : io::Socket::wait_write;
+    errno = EAGAIN;
+    return -1;
+  }
+  is_broken_ = true;
+  got_plain_request_ = ERR_GET_LIB(detail) == ERR_LIB_SSL && ERR_GET_REASON(detail) == SSL_R_HTTP_REQUEST;
+  errno = error == SSL_ERROR_SYSCALL && code != 0 && code != EAGAIN ? code : EPROTO;
+  return -1;
+}
+
+int Transport::handshake() {
+  wanted_.reset();
+  errno = 0;
+  const int result = ::SSL_do_handshake(tls_.get());
+  if (result == 1) return 0;
+  if (result_of(result) == 0) errno = EPROTO;
+  return -1;
+}
+
+void Transport::become_plain() {
+  sent_ = sent();
+  tls_.reset();
+  wanted_.reset();
+  is_unfinished_ = false;
+}
+
+bool Transport::has_input() const { return tls_ && ::SSL_pending(tls_.get()) > 0; }
+
+std::int64_t Transport::sent() const {
+  return sent_ + (tls_ ? static_cast<std::int64_t>(::BIO_number_written(::SSL_get_wbio(tls_.get()))) : 0);
+}
+
+bool Transport::sends_files() const {
+  return !tls_ || (!is_unfinished_ && BIO_get_ktls_send(::SSL_get_wbio(tls_.get())));
+}
+
+/* ---- Both ---- */
 
 ssize_t Transport::count(ssize_t put) {
   if (put > 0) sent_ += put;
   return put;
 }
 
-ssize_t Transport::receive(std::span<char> block) { return ::recv(socket_, block.data(), block.size(), MSG_DONTWAIT); }
+ssize_t Transport::receive(std::span<char> block) {
+  if (!tls_) return ::recv(socket_, block.data(), block.size(), MSG_DONTWAIT);
+  wanted_.reset();
+  errno = 0;
+  const int got = ::SSL_read(tls_.get(), block.data(), static_cast<int>(block.size()));
+  return got > 0 ? got : result_of(got);
+}
 
 ssize_t Transport::send(std::string_view bytes, bool more) {
-  return count(::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT | (more ? MSG_MORE : 0)));
+  if (!tls_)
+    return count(::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT | (more ? MSG_MORE : 0)));
+  wanted_.reset();
+  errno = 0;
+  const int put = ::SSL_write(tls_.get(), bytes.data(), static_cast<int>(std::min(bytes.size(), record_size)));
+  const ssize_t result = put > 0 ? put : result_of(put);
+  is_unfinished_ = result < 0 && errno == EAGAIN;
+  return result;
 }
 
 /// copy_file reads and sends, for file systems without sendfile().
@@ -30,12 +97,26 @@ ssize_t Transport::copy_file(int file, off_t offset, std::size_t count) {
 }
 
 ssize_t Transport::send_file(int file, off_t offset, std::size_t count) {
+  if (tls_) {
+    wanted_.reset();
+    const ssize_t put = ::SSL_sendfile(tls_.get(), file, offset, count, 0);
+    return this->count(put > 0 ? put : result_of(put));
+  }
   off_t position = offset;
   const ssize_t put = ::sendfile(socket_, file, &position, count);
   if (put == -1 && (errno == EINVAL || errno == ENOSYS)) return copy_file(file, offset, count);
   return this->count(put);
 }
 
-int Transport::shut_down() { return ::shutdown(socket_, SHUT_WR); }
+int Transport::shut_down() {
+  if (tls_ && !is_broken_ && !is_unfinished_) {
+    wanted_.reset();
+    errno = 0;
+    const int result = ::SSL_shutdown(tls_.get());
+    if (result < 0 && result_of(result) < 0 && errno == EAGAIN) return -1;
+  }
+  if (tls_) become_plain();
+  return ::shutdown(socket_, SHUT_WR);
+}
 
 }  // namespace rdm::rdmd

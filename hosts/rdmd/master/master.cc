@@ -58,6 +58,7 @@ class Master {
       : settings_(settings), upgrade_(upgrade), errors_(errors), listeners_(std::move(listeners)) {}
 
   int run() {
+    tls_ = load_tls(settings_, listeners_, [this](const std::string &text) { errors_.warn(text); });
     block_signals();
     start_generation();
     while (!ended()) wait();
@@ -102,6 +103,7 @@ class Master {
   /* ---- The whole ---- */
 
   void reload();
+  void reload_tls();
   void reopen_logs();
   void hand_over();
   void stop();
@@ -111,6 +113,7 @@ class Master {
   Upgrade &upgrade_;
   ErrorLog &errors_;
   std::vector<ListeningSocket> listeners_;
+  TlsContextPtr tls_;  // for the next front; null: no socket speaks TLS
   HostFileGuard signals_;
 
   Child front_;
@@ -318,7 +321,7 @@ std::size_t Master::generations() const {
 /// begin_service starts the front and announces the server, once the first workers are ready.
 void Master::begin_service() {
   serving_ = true;
-  for (const ListeningSocket &listener : listeners_) begin_listening(listener.socket.get(), listener);
+  for (ListeningSocket &listener : listeners_) begin_listening(listener.socket.get(), listener);
   start_front();
   announce(addresses_of(listeners_), errors_);
   upgrade_.report_ready();
@@ -332,7 +335,7 @@ void Master::start_front() {
   try {
     front_ = start_child(
         "rdmd-front",
-        [this](HostFileGuard control) { return run_front(settings_, std::move(listeners_), std::move(control)); },
+        [this](HostFileGuard control) { return run_front(settings_, std::move(listeners_), tls_, std::move(control)); },
         sockets);
   } catch (const std::system_error &error) {
     errors_.error(std::string("start the front process: ") + error.what());
@@ -379,11 +382,21 @@ void Master::tell(ControlMessage message, std::vector<host_fd> files) {
 void Master::reload() {
   if (!serving_ || stopping_) return;
   reopen_logs();
+  reload_tls();
   reload_waits_ = starting_ != 0 || generations() >= generation_limit;
   if (reload_waits_) return errors_.info("reload: waiting for the workers of former configurations to end");
   errors_.info("reload: logs reopened, starting workers with the configuration as it is now");
   log_mistakes(settings_.config, errors_);
   start_generation();
+}
+
+/// reload_tls reads certificate and key for the next front. The present one reads them too, and logs the result.
+void Master::reload_tls() {
+  try {
+    tls_ = load_tls(settings_, listeners_, [](const std::string &) {});
+  } catch (const std::exception &) {
+    // Keep the former ones.
+  }
 }
 
 void Master::reopen_logs() {

@@ -77,12 +77,17 @@ void Upgrade::start(const std::vector<ListeningSocket> &listeners, ErrorLog &err
 /// become runs in the new process.
 void Upgrade::become(const std::vector<ListeningSocket> &listeners, host_fd report) const {
   std::vector<int> descriptors;
-  for (const ListeningSocket &listener : listeners) descriptors.push_back(listener.socket.get());
+  std::string names;
+  for (const ListeningSocket &listener : listeners) {
+    descriptors.push_back(listener.socket.get());
+    names += (names.empty() ? "" : ":") + inherited_name(listener);
+  }
   descriptors.push_back(report);
   const auto sockets = listeners.size();
   move_to_first(std::move(descriptors));
   ::setenv("LISTEN_PID", std::to_string(::getpid()).c_str(), 1);
   ::setenv("LISTEN_FDS", std::to_string(sockets).c_str(), 1);
+  ::setenv("LISTEN_FDNAMES", names.c_str(), 1);
   ::setenv(predecessor_variable, std::to_string(first_socket + static_cast<int>(sockets)).c_str(), 1);
   unblock_signals();
   ::execv(program_.c_str(), arguments_);

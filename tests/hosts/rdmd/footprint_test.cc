@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "hosts/rdmd/server_fixture.h"
+#include "hosts/rdmd/tls_support.h"
 
 using namespace rdm;
 
@@ -65,6 +66,54 @@ TEST_F(HostFootprint, AConnectionWhoseClientReadsNothingHoldsLessThan16Kib) {
                    EXPECT_TRUE(client.readable(support::timeout));
                  }),
             16384U);
+}
+
+/// Clients by TLS. Much of their memory is OpenSSL's.
+class HostTlsFootprint : public HostFootprint {
+ protected:
+  void start_tls(const std::vector<std::string> &more) {
+    const std::string certificate = directory_.path("cert.pem"), key = directory_.path("key.pem");
+    support::write_certificate(certificate, key);
+    std::vector<std::string> all = {"--tls-listen", "127.0.0.1:0", "--tls-certificate", certificate, "--tls-key", key};
+    all.insert(all.end(), more.begin(), more.end());
+    start(all);
+  }
+
+  /// each_tls returns the bytes of memory per connection after `use` was called for each of `count` connections.
+  template <typename Use>
+  std::size_t each_tls(int count, Use use) {
+    std::vector<std::unique_ptr<support::TlsClient>> clients;
+    const auto connect = [&] {
+      clients.push_back(std::make_unique<support::TlsClient>(port_, 0, "", nullptr, 4096));
+      use(*clients.back());
+    };
+    for (int i = 0; i < 20; ++i) connect();
+    const std::size_t before = server_->own_memory();
+    for (int i = 0; i < count; ++i) connect();
+    return (server_->own_memory() - before) / static_cast<std::size_t>(count);
+  }
+};
+
+TEST_F(HostTlsFootprint, AnIdleConnectionHoldsLessThan24Kib) {
+  start_tls({"--idle-timeout", "600"});
+  const std::string post = request(1000);
+  EXPECT_LT(each_tls(200,
+                     [&](HttpClient &client) {
+                       client.send(post);
+                       EXPECT_EQ(client.receive().body.size(), 1000U);
+                     }),
+            24576U);
+}
+
+TEST_F(HostTlsFootprint, AConnectionWhoseClientReadsNothingHoldsLessThan56Kib) {
+  start_tls({"--write-timeout", "600"});
+  const std::string post = request(2'000'000);
+  EXPECT_LT(each_tls(100,
+                     [&](HttpClient &client) {
+                       client.send(post);
+                       EXPECT_TRUE(client.readable(support::timeout));
+                     }),
+            57344U);
 }
 
 TEST_F(HostFootprint, ABurstOfLargeRequestsDoesNotKeepItsMemory) {

@@ -111,6 +111,15 @@ TEST_F(HostLifecycle, EndsOnTermAndOnInterruptWithItsExitsInOrder) {
   }
 }
 
+TEST_F(HostLifecycle, EndsAlthoughAnotherSignalComesAtTheSameTime) {
+  // Regression: a signal in the queue behind SIGTERM made the server wait for the next one, for ever.
+  for (int trial = 0; trial < 10; ++trial) {
+    start();
+    for (const int number : {SIGUSR1, SIGHUP, SIGTERM, SIGHUP}) server_->signal(number);
+    EXPECT_EQ(server_->wait(), 0);
+  }
+}
+
 TEST_F(HostLifecycle, FinishesALargeAnswerBeforeItEnds) {
   start();
   const auto client = ask_for_large_answer();

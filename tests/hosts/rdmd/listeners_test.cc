@@ -76,7 +76,7 @@ TEST_F(Listeners, EveryNamedAddressIsBoundInItsOrder) {
   EXPECT_EQ(addresses[1], path);
   EXPECT_EQ(addresses[2].substr(0, 10), "127.0.0.1:");
   EXPECT_EQ(warnings_, Texts());
-  for (const ListeningSocket &socket : sockets_) {
+  for (ListeningSocket &socket : sockets_) {
     EXPECT_FALSE(rdmd::is_listening_stream(socket.socket.get())) << socket.address;
     rdmd::begin_listening(socket.socket.get(), socket);
     EXPECT_TRUE(rdmd::is_listening_stream(socket.socket.get())) << socket.address;
@@ -110,10 +110,35 @@ TEST_F(Listeners, AnInheritedPathIsNotRemoved) {
   EXPECT_EQ(::access(path.c_str(), F_OK), 0);
 }
 
+TEST_F(Listeners, ASuccessorKnowsTheSocketsByTheirNamesAndRemovesTheFile) {
+  const std::string path = directory_.path("socket");
+  settings_.tls_listen = {"unix:" + path};
+  open({"127.0.0.1:0"});
+  Texts names;
+  for (ListeningSocket &socket : sockets_) {
+    rdmd::begin_listening(socket.socket.get(), socket);
+    names.push_back(rdmd::inherited_name(socket));
+    inherited_.push_back({HostFileGuard(socket.socket.release()), names.back()});
+    socket.file.keep();
+  }
+  EXPECT_EQ(names, (Texts{"plain", "tls-file"}));
+  settings_.tls_listen.clear();
+  open({});
+  ASSERT_EQ(sockets_.size(), 2U);
+  EXPECT_FALSE(sockets_[0].tls);
+  EXPECT_TRUE(sockets_[1].tls);
+  for (ListeningSocket &socket : sockets_) {
+    rdmd::begin_listening(socket.socket.get(), socket);
+    EXPECT_EQ(rdmd::inherited_name(socket), names[&socket - sockets_.data()]);
+  }
+  sockets_.clear();
+  EXPECT_EQ(::access(path.c_str(), F_OK), -1);
+}
+
 TEST_F(Listeners, AnotherPortOrHostIsNotTakenForAnInheritedSocket) {
   const std::string inherited = inherit("127.0.0.1:0"), host = "127.0.0.2" + inherited.substr(inherited.rfind(':'));
   EXPECT_EQ(open({host}), Texts{host});
-  EXPECT_EQ(warnings_, Texts{"no --listen names the inherited socket " + inherited + ": closed"});
+  EXPECT_EQ(warnings_, Texts{"no option names the inherited socket " + inherited + ": closed"});
   EXPECT_EQ(::fcntl(descriptors_.front(), F_GETFD), -1);
 }
 
@@ -136,7 +161,7 @@ TEST_F(Listeners, OtherInheritedDescriptorsAreClosedWithAWarning) {
 TEST_F(Listeners, APathThatAnotherServerTookMeanwhileIsAnError) {
   const std::string path = "unix:" + directory_.path("socket");
   open({path});
-  const std::vector<ListeningSocket> second = rdmd::open_listeners(settings_, {}, {});
+  std::vector<ListeningSocket> second = rdmd::open_listeners(settings_, {}, {});
   rdmd::begin_listening(second.front().socket.get(), second.front());
   try {
     rdmd::begin_listening(sockets_.front().socket.get(), sockets_.front());

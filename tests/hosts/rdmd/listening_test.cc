@@ -135,7 +135,7 @@ TEST_F(HostListening, InheritedAndBoundSocketsAreServedTogether) {
                     unused = rdmd::local_address(other.sockets.front().get()).text();
   start_on({address, "unix:" + path_}, {{bound.sockets.front().get(), other.sockets.front().get()}, ""});
   EXPECT_EQ(announced(), address + ", unix:" + path_);
-  EXPECT_TRUE(server_->await_error("no --listen names the inherited socket " + unused + ": closed\n"));
+  EXPECT_TRUE(server_->await_error("no option names the inherited socket " + unused + ": closed\n"));
   HttpClient client(path_);
   EXPECT_TRUE(answers(client));
 }

@@ -123,6 +123,9 @@ TEST_F(Logs, EachTroubleHasItsReasonAndItsClient) {
     written.erase(at, written.find("] [warning] ", at) + std::string("] [warning] ").size() - at);
   EXPECT_EQ(
       written,
+      "rdmd: closed: the TLS handshake was not complete within the header timeout (client 192.0.2.7)\n"
+      "rdmd: closed: the TLS handshake failed, as with a client that has no version or cipher of ours (client "
+      "192.0.2.7)\n"
       "rdmd: 408: the request head did not arrive in time (client 192.0.2.7)\n"
       "rdmd: 408: the request body did not arrive in time (client 192.0.2.7)\n"
       "rdmd: 414 or 431: the request head exceeds a limit (client 192.0.2.7)\n"

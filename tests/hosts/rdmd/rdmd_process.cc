@@ -264,12 +264,16 @@ HttpClient::HttpClient(const std::string &from, int port) {
 
 HttpClient::~HttpClient() { ::close(fd_); }
 
+ssize_t HttpClient::put(const char *bytes, std::size_t count) { return ::send(fd_, bytes, count, MSG_NOSIGNAL); }
+
+ssize_t HttpClient::get(char *block, std::size_t size) { return ::recv(fd_, block, size, 0); }
+
 void HttpClient::send(const std::string &bytes) {
   // The server may have refused the request and closed the connection; the test notices that when it reads.
   for (std::size_t done = 0; done < bytes.size();) {
-    const ssize_t put = ::send(fd_, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
-    if (put <= 0) return;
-    done += static_cast<std::size_t>(put);
+    const ssize_t sent = put(bytes.data() + done, bytes.size() - done);
+    if (sent <= 0) return;
+    done += static_cast<std::size_t>(sent);
   }
 }
 
@@ -277,17 +281,17 @@ void HttpClient::finish_sending() { ::shutdown(fd_, SHUT_WR); }
 
 bool HttpClient::readable(std::chrono::milliseconds time) {
   pollfd waiting{fd_, POLLIN, 0};
-  return !pending_.empty() || ::poll(&waiting, 1, static_cast<int>(time.count())) > 0;
+  return !pending_.empty() || has_input() || ::poll(&waiting, 1, static_cast<int>(time.count())) > 0;
 }
 
 bool HttpClient::fill() {
   pollfd waiting{fd_, POLLIN, 0};
-  if (::poll(&waiting, 1, static_cast<int>(timeout.count())) <= 0) {
+  if (!has_input() && ::poll(&waiting, 1, static_cast<int>(timeout.count())) <= 0) {
     ADD_FAILURE() << "the server sends nothing";
     return false;
   }
   char block[65536];
-  const ssize_t got = ::recv(fd_, block, sizeof block, 0);
+  const ssize_t got = get(block, sizeof block);
   if (got > 0) pending_.append(block, static_cast<std::size_t>(got));
   return got > 0;
 }

@@ -97,7 +97,7 @@ class HttpClient {
   HttpClient(const std::string &from, int port);
   HttpClient(const HttpClient &) = delete;
   HttpClient &operator=(const HttpClient &) = delete;
-  ~HttpClient();
+  virtual ~HttpClient();
 
   void send(const std::string &bytes);
   /// finish_sending calls shutdown(SHUT_WR).
@@ -114,6 +114,13 @@ class HttpClient {
   /// readable returns true if input, or the end of the connection, arrives within `time`.
   bool readable(std::chrono::milliseconds time);
   int descriptor() const { return fd_; }
+
+ protected:
+  /// put and get send and receive bytes as send() and recv() do. has_input returns true if get returns at once bytes
+  /// that the socket has delivered before.
+  virtual ssize_t put(const char *bytes, std::size_t count);
+  virtual ssize_t get(char *block, std::size_t size);
+  virtual bool has_input() const { return false; }
 
  private:
   bool fill();

@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include "hosts/rdmd/listen_address.h"
+#include "hosts/rdmd/tls_support.h"
 #include "support/files.h"
 #include "support/process.h"
 
@@ -55,6 +56,35 @@ TEST(CheckListen, ReportsUnusableAddresses) {
   EXPECT_EQ(listen(label).find(refused + label + ": "), 0U) << listen(label);
   EXPECT_EQ(listen("partly.test:8380"),
             "rdmd: warning: cannot listen on 198.51.100.1:8380: Cannot assign requested address\n");
+}
+
+TEST(CheckListen, ChecksUnixSockets) {
+  const support::TemporaryDirectory directory;
+  const std::string path = "unix:" + directory.path("socket"), file = directory.write("file", ""),
+                    refused = "rdmd: error: cannot listen on ";
+  EXPECT_EQ(listen(path), "");
+  EXPECT_EQ(listen("unix:/none/socket"), refused + "unix:/none/socket: No such file or directory\n");
+  EXPECT_EQ(listen("unix:" + file), refused + "unix:" + file +
+                                        ": Address already in use: the file is not a socket; remove it or choose "
+                                        "another path\n");
+}
+
+TEST(CheckTls, ReportsFilesThatCannotBeUsedAndWarns) {
+  const support::TemporaryDirectory directory;
+  const std::string certificate = directory.path("cert.pem"), key = directory.path("key.pem"),
+                    none = directory.path("none");
+  const auto report_of = [&](const std::string &key_file) {
+    check::Findings findings;
+    check::Report report("rdmd", findings);
+    check::check_tls(certificate, key_file, report);
+    return text_of(findings);
+  };
+  support::write_certificate(certificate, key);
+  EXPECT_EQ(report_of(key), "");
+  EXPECT_EQ(report_of(none), "rdmd: error: TLS key " + none + ": No such file or directory\n");
+  support::write_certificate(certificate, key, {.begin = -7200, .end = -3600});
+  const std::string warning = "rdmd: warning: TLS certificate " + certificate + ": expired on ";
+  EXPECT_EQ(report_of(key).substr(0, warning.size()), warning);
 }
 
 /// The server may be running while its configuration is checked.

@@ -152,13 +152,14 @@ TEST_F(MetricsOfRequests, EachTroubleIsALabel) {
 
 TEST_F(MetricsOfRequests, TheMomentIsShown) {
   Moment moment;
-  moment.connections = {1, 2, 3, 4, 5, 6, 7};
+  moment.connections = {8, 1, 2, 3, 4, 5, 6, 7};
   moment.accepted = 100;
   moment.queued = 9;
   moment.workers = {1, 2, 3, 4};
   moment.ready = true;
   moment.catalogs = {{books, false, 12, 1'794'800'467}, {"broken", true, {}, {}}};
   const std::pair<const char *, const char *> rows[] = {
+      {"rdmd_connections{state=\"handshake\"}", "8"},
       {"rdmd_connections{state=\"idle\"}", "1"},
       {"rdmd_connections{state=\"head\"}", "2"},
       {"rdmd_connections{state=\"body\"}", "3"},

@@ -16,6 +16,7 @@
 
 #include <gtest/gtest.h>
 
+#include "hosts/rdmd/tls_support.h"
 #include "support/environment.h"
 #include "support/files.h"
 
@@ -35,9 +36,11 @@ class SocketPair {
     ours_ = HostFileGuard(ends[0]);
     theirs_ = HostFileGuard(ends[1]);
     ::fcntl(ours_.get(), F_SETFL, O_NONBLOCK);
+    ::fcntl(theirs_.get(), F_SETFL, O_NONBLOCK);
     transport_.emplace(ours_.get());
   }
   int ours() const { return ours_.get(); }
+  int theirs() const { return theirs_.get(); }
   rdmd::Transport &transport() { return *transport_; }
   void hang_up() { theirs_ = HostFileGuard(); }
   /// receive_all returns everything that has arrived.
@@ -203,6 +206,79 @@ TEST(AnswerSender, FailsQuietlyWhenTheClientHasGone) {
   pair.hang_up();
   Sender sender("HEAD", {});
   EXPECT_EQ(sender.send(pair.transport()), Sender::State::failed);
+}
+
+/// TlsPair is a SocketPair whose ends have made a TLS session.
+class TlsPair {
+ public:
+  TlsPair() {
+    std::signal(SIGPIPE, SIG_IGN);
+    support::write_certificate(directory_.path("cert"), directory_.path("key"));
+    const rdmd::TlsContext context({directory_.path("cert"), directory_.path("key")});
+    transport_.emplace(pair_.ours(), context.session(pair_.ours()));
+    ::SSL_set_fd(client_.get(), pair_.theirs());
+    ::SSL_set_connect_state(client_.get());
+    for (int step = 0; step < 10 && (transport_->handshake() != 0 || ::SSL_do_handshake(client_.get()) != 1); ++step)
+      ::SSL_do_handshake(client_.get());
+  }
+  rdmd::Transport &transport() { return *transport_; }
+  /// receive_all returns everything that has arrived.
+  std::string receive_all() {
+    std::string all, block(16384, '\0');
+    for (int got = 0; (got = ::SSL_read(client_.get(), block.data(), static_cast<int>(block.size()))) > 0;)
+      all.append(block, 0, static_cast<std::size_t>(got));
+    return all;
+  }
+
+ private:
+  const support::TemporaryDirectory directory_;
+  SocketPair pair_;
+  std::optional<rdmd::Transport> transport_;
+  const rdmd::SslContextPtr context_{::SSL_CTX_new(::TLS_client_method())};
+  const rdmd::SslPtr client_{::SSL_new(context_.get())};
+};
+
+TEST(AnswerSender, SendsByTlsInRecordsOverAllPieces) {
+  const support::TemporaryDirectory directory;
+  const std::string path = directory.write("file", "0123456789");
+  TlsPair pair;
+  ASSERT_TRUE(pair.transport().is_ready());
+  const std::int64_t before = pair.transport().sent();
+  Sender sender = answer("HEAD ", bytes("one "), stretch(path, 2, 5), bytes(" two"));
+  EXPECT_EQ(sender.send(pair.transport()), Sender::State::done);
+  EXPECT_EQ(pair.receive_all(), "HEAD one 23456 two");
+  EXPECT_EQ(sender.sent(), 18);
+  // One record: its header of five bytes, the type of its contents and the tag of sixteen.
+  EXPECT_EQ(pair.transport().sent() - before, 18 + 22);
+}
+
+TEST(AnswerSender, ContinuesARecordByTlsAfterItsBytesMovedToAFile) {
+  const support::TemporaryDirectory directory;
+  std::string text;
+  for (int i = 0; text.size() < 1'000'000; ++i) text += std::to_string(i) + ' ';
+  const std::string path = directory.write("file", text);
+  TlsPair pair;
+  Sender sender = answer("HEAD", bytes(text), bytes("short"), stretch(path, 1, 999'999), bytes(text));
+  std::string received;
+  bool was_unfinished = false;
+  for (;;) {
+    const Sender::State state = sender.send(pair.transport());
+    was_unfinished = was_unfinished || pair.transport().is_unfinished();
+    if (state == Sender::State::blocked) sender.spill();
+    received += pair.receive_all();
+    if (state == Sender::State::done) break;
+    ASSERT_NE(state, Sender::State::failed);
+  }
+  EXPECT_TRUE(was_unfinished);
+  EXPECT_EQ(received, "HEAD" + text + "short" + text.substr(1, 999'999) + text);
+}
+
+TEST(AnswerSender, FailsByTlsWhenAFileBecameShorterThanItsStretch) {
+  const support::TemporaryDirectory directory;
+  TlsPair pair;
+  Sender sender = answer("H", stretch(directory.write("file", "short"), 0, 10));
+  EXPECT_EQ(sender.send(pair.transport()), Sender::State::failed);
+  EXPECT_EQ(pair.receive_all(), "Hshort");
 }
 
 }  // namespace
