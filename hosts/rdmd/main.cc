@@ -27,6 +27,7 @@
 #include "hosts/rdmd/options.h"
 #include "hosts/rdmd/standard_stream.h"
 #include "hosts/rdmd/startup.h"
+#include "hosts/rdmd/systemd.h"
 #include "qxapi/standard_descriptors.h"
 #include "qxapi/temporary_directory.h"
 
@@ -110,6 +111,9 @@ int serve(const Settings &settings, std::vector<InheritedSocket> inherited, Upgr
     return EXIT_FAILURE;
   }
   announce(server.address(), errors);
+  const ServiceManager manager;
+  manager.ready("Listening on " + server.address());
+  server.report_to(manager);
   upgrade.report_ready();
   if (!server.run()) {
     errors.error("the plug-in has not returned from its last call; exiting without its exit functions");

@@ -130,7 +130,8 @@ Server::Server(const Settings &settings, ErrorLog &errors, AccessLog &access, st
       tls_(std::move(tls)),
       dispatcher_(settings.limits, strand_),
       shutdown_(strand_),
-      trim_(strand_) {
+      trim_(strand_),
+      watchdog_(strand_) {
   limit_clients();
   for (ListeningSocket &socket : sockets) {
     address_ += (address_.empty() ? "" : ", ") + socket.address + (socket.tls ? " (TLS)" : "");
@@ -161,6 +162,7 @@ void Server::listen() {
 bool Server::run() {
   boost::asio::post(strand_, [this] {
     if (signals_) await_signal();
+    feed_watchdog();
     if (master_) master_->start();
     for (Listener &listener : listeners_) accept(listener);
   });
@@ -390,11 +392,23 @@ void Server::await_signal() {
 
 void Server::handle(int signal) {
   if (signal != SIGUSR1 && signal != SIGHUP) return order_stop();
+  if (manager_ != nullptr && signal == SIGHUP) manager_->reloading();
   reopen_logs();
   errors_.info(signal == SIGUSR1 ? "SIGUSR1: logs reopened"
                                  : "SIGHUP: logs reopened; without worker processes the configuration is read only at "
                                    "start-up");
   if (signal == SIGHUP) reload_tls();
+  if (manager_ != nullptr && signal == SIGHUP) manager_->ready("Listening on " + address_);
+}
+
+/// feed_watchdog tells the service manager at intervals that this strand runs.
+void Server::feed_watchdog() {
+  if (manager_ == nullptr || !manager_->watchdog() || ended_) return;
+  manager_->alive();
+  watchdog_.expires_after(*manager_->watchdog());
+  watchdog_.async_wait([this](const error_code &error) {
+    if (!error) feed_watchdog();
+  });
 }
 
 void Server::obey(const ControlMessage &message) {
@@ -429,6 +443,7 @@ void Server::reopen_logs() {
 
 void Server::stop() {
   if (!master_) errors_.info("stopping");
+  if (manager_ != nullptr) manager_->stopping();
   stopping_ = true;
   error_code ignored;
   for (Listener &listener : listeners_) {
@@ -461,6 +476,7 @@ void Server::end() {
   ended_ = true;
   shutdown_.cancel();
   trim_.cancel();
+  watchdog_.cancel();
   if (signals_) signals_->cancel();
   if (master_) master_->stop();
   dispatcher_.stop();

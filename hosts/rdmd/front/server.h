@@ -27,6 +27,7 @@
 #include "hosts/rdmd/listeners.h"
 #include "hosts/rdmd/log.h"
 #include "hosts/rdmd/settings.h"
+#include "hosts/rdmd/systemd.h"
 #include "hosts/rdmd/tls_context.h"
 
 namespace rdm::rdmd {
@@ -50,6 +51,9 @@ class Server {
   /// listen makes the kernel accept connections, which wait until run is called; throws ListenError. Call it once, when
   /// the plug-in is ready.
   void listen();
+
+  /// report_to makes the server tell `manager` while it runs that it is alive, reloads and stops. Call it before run.
+  void report_to(const ServiceManager &manager) { manager_ = &manager; }
 
   /// address returns all addresses, such as "127.0.0.1:8380, [::1]:8380, 127.0.0.1:8443 (TLS)". For port 0 it shows the
   /// port that the system chose.
@@ -126,6 +130,7 @@ class Server {
   void reopen_logs();
   void obey(const ControlMessage &message);
   void order_stop();
+  void feed_watchdog();
   void trim_soon();
   void trim();
   void stop();
@@ -163,6 +168,8 @@ class Server {
   std::shared_ptr<LocalWorker> local_worker_;  // in the others
   io::Timer shutdown_;
   io::Timer trim_;
+  io::Timer watchdog_;
+  const ServiceManager *manager_ = nullptr;
 };
 
 }  // namespace rdm::rdmd

@@ -29,6 +29,7 @@
 #include "hosts/rdmd/master/control.h"
 #include "hosts/rdmd/standard_stream.h"
 #include "hosts/rdmd/startup.h"
+#include "hosts/rdmd/systemd.h"
 #include "hosts/rdmd/worker/own_directory.h"
 #include "hosts/rdmd/worker/protocol.h"
 #include "hosts/rdmd/worker/worker.h"
@@ -61,6 +62,7 @@ class Master {
     tls_ = load_tls(settings_, listeners_, [this](const std::string &text) { errors_.warn(text); });
     block_signals();
     start_generation();
+    feed_watchdog();
     while (!ended()) wait();
     for (WorkerProcess &worker : workers_) ::kill(worker.child.pid, SIGKILL);
     while (!workers_.empty()) reap(0);
@@ -102,6 +104,8 @@ class Master {
 
   /* ---- The whole ---- */
 
+  void report_ready();
+  void feed_watchdog();
   void reload();
   void reload_tls();
   void reopen_logs();
@@ -112,6 +116,8 @@ class Master {
   const Settings &settings_;
   Upgrade &upgrade_;
   ErrorLog &errors_;
+  const ServiceManager manager_;
+  Clock::time_point watchdog_due_ = Clock::time_point::max();
   std::vector<ListeningSocket> listeners_;
   TlsContextPtr tls_;  // for the next front; null: no socket speaks TLS
   HostFileGuard signals_;
@@ -131,6 +137,7 @@ class Master {
   bool reload_waits_ = false;
 
   bool stopping_ = false;
+  bool handed_over_ = false;  // another process is the server now
   Clock::time_point end_ = Clock::time_point::max();
   int status_ = EXIT_SUCCESS;
 };
@@ -189,6 +196,7 @@ void Master::obey(int signal) {
 /// time_left returns the milliseconds until something is due, or -1.
 int Master::time_left() const {
   Clock::time_point due = stopping_ && front_.pid == -1 ? end_ : Clock::time_point::max();
+  due = std::min(due, watchdog_due_);
   if (front_due_) due = std::min(due, *front_due_);
   if (!replacements_due_.empty()) due = std::min(due, *replacements_due_.begin());
   if (due == Clock::time_point::max()) return -1;
@@ -198,6 +206,7 @@ int Master::time_left() const {
 
 void Master::do_what_is_due() {
   const auto now = Clock::now();
+  if (watchdog_due_ <= now) feed_watchdog();
   if (front_due_ && *front_due_ <= now) start_front();
   while (!replacements_due_.empty() && *replacements_due_.begin() <= now) {
     replacements_due_.erase(replacements_due_.begin());
@@ -261,6 +270,7 @@ void Master::generation_ready() {
   tell({Kind::retire, 0, generation_, ""});
   if (generation_ == 1) return;
   tell({Kind::reload, 0, 0, ""});
+  report_ready();
   errors_.info("the workers of generation " + std::to_string(generation_) + " serve");
 }
 
@@ -268,7 +278,7 @@ void Master::generation_failed(const std::string &why) {
   kill_generation(std::exchange(starting_, 0));
   if (serving_) {
     errors_.error("reload: " + why + "; still serving with the former configuration");
-    return;
+    return report_ready();
   }
   errors_.error(why);
   status_ = EXIT_FAILURE;
@@ -324,7 +334,17 @@ void Master::begin_service() {
   for (ListeningSocket &listener : listeners_) begin_listening(listener.socket.get(), listener);
   start_front();
   announce(addresses_of(listeners_), errors_);
+  report_ready();
   upgrade_.report_ready();
+}
+
+void Master::report_ready() { manager_.ready("Listening on " + addresses_of(listeners_)); }
+
+/// feed_watchdog tells the service manager at intervals that the master runs.
+void Master::feed_watchdog() {
+  if (!manager_.watchdog()) return;
+  manager_.alive();
+  watchdog_due_ = Clock::now() + *manager_.watchdog();
 }
 
 void Master::start_front() {
@@ -386,6 +406,7 @@ void Master::reload() {
   reload_waits_ = starting_ != 0 || generations() >= generation_limit;
   if (reload_waits_) return errors_.info("reload: waiting for the workers of former configurations to end");
   errors_.info("reload: logs reopened, starting workers with the configuration as it is now");
+  manager_.reloading();
   log_mistakes(settings_.config, errors_);
   start_generation();
 }
@@ -407,6 +428,8 @@ void Master::reopen_logs() {
 /// hand_over leaves the listening sockets to the new program.
 void Master::hand_over() {
   for (ListeningSocket &listener : listeners_) listener.file.keep();
+  manager_.taken_over(upgrade_.successor());
+  handed_over_ = true;
   stop();
 }
 
@@ -418,6 +441,7 @@ void Master::stop() {
   stopping_ = true;
   front_due_.reset();
   if (front_.pid == -1) end_ = Clock::now() + settings_.limits.shutdown;
+  if (!handed_over_) manager_.stopping();
   tell({Kind::stop, 0, 0, ""});
 }
 

@@ -88,6 +88,7 @@ void Upgrade::become(const std::vector<ListeningSocket> &listeners, host_fd repo
   ::setenv("LISTEN_PID", std::to_string(::getpid()).c_str(), 1);
   ::setenv("LISTEN_FDS", std::to_string(sockets).c_str(), 1);
   ::setenv("LISTEN_FDNAMES", names.c_str(), 1);
+  ::setenv("WATCHDOG_PID", std::to_string(::getpid()).c_str(), 1);
   ::setenv(predecessor_variable, std::to_string(first_socket + static_cast<int>(sockets)).c_str(), 1);
   unblock_signals();
   ::execv(program_.c_str(), arguments_);
