@@ -257,9 +257,6 @@ void Server::accepted(io::Socket socket, Client client, bool tls) {
   if (reads_proxy_headers() && !proxies_.trusts(client)) return errors_.trouble(Trouble::not_a_proxy, client.text);
   const std::optional<Trouble> refused = find_refusal(client);
   if (refused && !may_turn_away(client.key, *refused)) return errors_.trouble(Trouble::disconnected, client.text);
-  if (refused == Trouble::turned_away && !full_)
-    errors_.warn("connection limit reached: answering new clients with 503");
-  if (!refused || refused == Trouble::turned_away) full_ = refused.has_value();
   const ClientKey key = client.key;
   SslPtr session = tls ? tls_->session(socket.native_handle()) : nullptr;
   auto connection = std::make_shared<Connection>(std::move(socket), *this, std::move(client), std::move(session));

@@ -154,7 +154,6 @@ class Server {
   SpillBudget spill_budget_;
   std::size_t address_limit_ = 0;  // connections of one address; 0: no limit
   ConnectionRate address_rate_;
-  bool full_ = false;                         // the last client was turned away
   bool ended_ = false;                        // nothing more is awaited
   io::Clock::time_point next_shortage_line_;  // the earliest time of the next log line about a shortage
 

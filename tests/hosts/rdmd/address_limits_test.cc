@@ -34,12 +34,17 @@ class HostAddresses : public support::ServerTest {
     return client;
   }
 
-  /// busy returns a client whose request lacks its body.
-  HttpClient &busy(const std::string &from) {
+  /// begin_request connects a client, whose request lacks its body, and returns the head that it receives.
+  std::string begin_request(const std::string &from) {
     HttpClient &client = connect(from);
     client.send("POST /rdm/echo HTTP/1.1\r\nHost: h\r\nContent-Length: 4\r\nExpect: 100-continue\r\n\r\n");
-    EXPECT_EQ(client.receive_head(), "HTTP/1.1 100 Continue\r\n\r\n");
-    return client;
+    return client.receive_head();
+  }
+
+  /// busy returns a client whose request lacks its body.
+  HttpClient &busy(const std::string &from) {
+    EXPECT_EQ(begin_request(from), "HTTP/1.1 100 Continue\r\n\r\n");
+    return clients_.back();
   }
 
   /// finishes returns true if a busy client is answered.
@@ -203,6 +208,25 @@ TEST_F(HostAddresses, AnAddressThatBeginsHeadsWithoutEndLocksOutNobody) {
     if (i % 10 != 9) continue;
     EXPECT_TRUE(support::eventually([this] { return served("127.0.0.3"); })) << i;
   }
+}
+
+TEST_F(HostAddresses, AServerThatIsFullByTurnsDoesNotFillItsLog) {
+  // Regression: each time the server became full, it wrote a line beside the limited ones.
+  start({"--max-connections", "1"});
+  for (int i = 0; i < 30; ++i) {
+    // The server may not have noticed yet that the clients of the last round have gone.
+    ASSERT_TRUE(support::eventually([this] {
+      clients_.clear();
+      return begin_request("127.0.0.2").starts_with("HTTP/1.1 100 ");
+    }));
+    expect_turned_away("127.0.0.3", full);
+    EXPECT_TRUE(finishes(clients_.front()));
+  }
+  const std::string log = server_->errors();
+  long lines = 0;
+  for (std::size_t at = 0; (at = log.find("connection limit", at)) != std::string::npos; ++at) ++lines;
+  EXPECT_GE(lines, 1);
+  EXPECT_LE(lines, 20) << log;
 }
 
 TEST_F(HostAddresses, ClientsOfUnixSocketsHaveNoLimitByAddress) {
