@@ -18,13 +18,12 @@ PblockPtr make_block(int slots) {
 
 }  // namespace
 
-Exchange::Exchange(std::size_t memory)
+Exchange::Exchange()
     : client_(make_block(3)),
       line_(make_block(5)),
       headers_(make_block(20)),
       response_(make_block(7)),
-      vars_(make_block(5)),
-      queue_(memory) {
+      vars_(make_block(5)) {
   session_ = Session{client_.get(), &net_, &input_, this};
   request_ = Request{line_.get(), headers_.get(), response_.get(), vars_.get(), 200, this};
 }

@@ -9,7 +9,6 @@
 #ifndef HOSTS_COMMON_EXCHANGE_H
 #define HOSTS_COMMON_EXCHANGE_H
 
-#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -35,8 +34,7 @@ inline constexpr char request_id_variable[] = "request-id";
 
 class Exchange {
  public:
-  /// Makes an exchange whose answer keeps at most `memory` bytes in memory.
-  explicit Exchange(std::size_t memory = OutputQueue::default_memory);
+  Exchange();
   Exchange(const Exchange &) = delete;
   Exchange &operator=(const Exchange &) = delete;
 

@@ -29,7 +29,7 @@ struct Piece {
 
 class OutputQueue {
  public:
-  static constexpr std::size_t default_memory = std::size_t{1} << 20;
+  static constexpr std::size_t default_memory = std::size_t{64} << 10;
 
   /// Makes a queue that keeps at most `memory` bytes in memory.
   explicit OutputQueue(std::size_t memory = default_memory) : memory_left_(memory) {}

@@ -5,8 +5,8 @@
 
 namespace rdm::hosts {
 
-std::unique_ptr<Exchange> make_exchange(ServiceRequest request, std::size_t memory) {
-  auto exchange = std::make_unique<Exchange>(memory);
+std::unique_ptr<Exchange> make_exchange(ServiceRequest request) {
+  auto exchange = std::make_unique<Exchange>();
   for (const Field &entry : request.client) exchange->client(entry.name, entry.value);
   for (const Field &entry : request.line) exchange->line(entry.name, entry.value);
   for (const Field &entry : request.headers) exchange->header(entry.name, entry.value);
@@ -16,8 +16,8 @@ std::unique_ptr<Exchange> make_exchange(ServiceRequest request, std::size_t memo
   return exchange;
 }
 
-ServiceAnswer call_service(Plugin &plugin, ServiceRequest request, std::size_t memory) {
-  const std::unique_ptr<Exchange> exchange = make_exchange(std::move(request), memory);
+ServiceAnswer call_service(Plugin &plugin, ServiceRequest request) {
+  const std::unique_ptr<Exchange> exchange = make_exchange(std::move(request));
   ServiceAnswer answer;
   answer.outcome = serve(plugin, *exchange);
   answer.labels = read_labels(*exchange);

@@ -33,12 +33,11 @@ struct ServiceAnswer {
   std::vector<Piece> pieces;  // of the body
 };
 
-/// make_exchange returns an exchange filled with a request. At most `memory` bytes of the answer are kept in memory.
-/// Throws std::bad_alloc.
-std::unique_ptr<Exchange> make_exchange(ServiceRequest request, std::size_t memory = OutputQueue::default_memory);
+/// make_exchange returns an exchange filled with a request. Throws std::bad_alloc.
+std::unique_ptr<Exchange> make_exchange(ServiceRequest request);
 
 /// call_service serves a request and returns the answer. Throws std::bad_alloc.
-ServiceAnswer call_service(Plugin &plugin, ServiceRequest request, std::size_t memory = OutputQueue::default_memory);
+ServiceAnswer call_service(Plugin &plugin, ServiceRequest request);
 
 }  // namespace rdm::hosts
 

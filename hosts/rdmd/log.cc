@@ -41,7 +41,6 @@ constexpr std::array<TroubleText, trouble_kinds> troubles_by_kind = {{
     {"address_rate", "503: too many new connections of the address"},
     {"disconnected", "closed without an answer: too many clients beyond a limit on connections"},
     {"spill_full", "503: too many bytes of answers wait in temporary files"},
-    {"spill_refused", "answer cut off: the client took nothing, and too many bytes wait in temporary files"},
     {"not_a_proxy", "closed without an answer: not from a trusted proxy"},
     {"proxy_header", "closed without an answer: the PROXY header is malformed or did not arrive in time"},
     {"made_way", "waiting connection ended in favour of a new client"},

@@ -41,7 +41,6 @@ enum class Trouble {
   address_rate,   // a client beyond the limit on new connections of an address: 503
   disconnected,   // a client far beyond a limit: closed without an answer
   spill_full,     // the answer would exceed the limit on bytes in temporary files: 503
-  spill_refused,  // the client stopped reading, and its answer may not move to a temporary file: closed
   not_a_proxy,    // a connection that is not from a trusted proxy, with --proxy-protocol: closed
   proxy_header,   // the header of a proxy was malformed or did not arrive in time: closed
   made_way,       // a connection that waited for a request, or for the rest of a head: ended for a new client

@@ -724,15 +724,9 @@ void Connection::check_client() {
   const std::int64_t acknowledged = transport_.sent() - unacknowledged();
   if (deadline_.expired(acknowledged, now)) return give_up_sending(Trouble::unread);
   if (send_rate_.too_slow(acknowledged, now)) return give_up_sending(Trouble::too_slow);
-  if (state_ == State::sending && was_blocked_ && !sender_->spill() && deadline_.stalled(now) >= unspilled_patience())
-    return give_up_sending(Trouble::spill_refused);
   check_client_after(state_ == State::sending ? deadline_.interval()
                                               : std::min(check_interval_ * 4, deadline_.interval()));
 }
-
-/// unspilled_patience returns how long a client may take nothing while its answer takes memory, because it may take no
-/// more room in temporary files.
-Duration Connection::unspilled_patience() const { return server_.limits().write / 4; }
 
 /// acknowledged starts the next timeout: the header timeout before the first request, the idle timeout after an answer,
 /// the linger timeout after the last answer. It closes the connection if the server is stopping, or if the last answer

@@ -121,7 +121,6 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void sending_failed();
   void note_sending();
   void check_client();
-  Duration unspilled_patience() const;
   void check_client_after(Duration time);
   void resume_checks();
   void await_acknowledgement();

@@ -13,7 +13,6 @@ namespace rdm::rdmd {
 namespace {
 
 constexpr std::int64_t send_quantum = 1 << 20;
-constexpr std::int64_t kept_in_memory = 4096;
 
 /// copy_piece copies bytes of a piece from `offset` on. Returns their number, which is less than the size of `to` only
 /// if a file is too short, or -1.
@@ -77,28 +76,6 @@ void Sender::advance(std::int64_t count) {
     ++current_;
     done_ = 0;
   }
-}
-
-bool Sender::spill() {
-  bool within = true;
-  for (std::size_t i = current_; i < pieces_.size(); ++i) within = spill_piece(i, i == current_ ? done_ : 0) && within;
-  return within;
-}
-
-/// spill_piece returns false if the answer may take no more room.
-bool Sender::spill_piece(std::size_t index, std::int64_t done) {
-  const std::int64_t rest = pieces_[index].length - done;
-  if (pieces_[index].file || rest < kept_in_memory) return true;
-  if (!share_.grow(rest)) return false;
-  hosts::OutputQueue file(0);
-  const std::string_view bytes = std::string_view(pieces_[index].bytes).substr(static_cast<std::size_t>(done));
-  if (file.append(bytes) < bytes.size()) {
-    share_.shrink(rest);
-    return true;
-  }
-  pieces_[index] = std::move(file.take().front());
-  if (index == current_) done_ = 0;
-  return true;
 }
 
 Sender::State Sender::send(Transport &transport) {

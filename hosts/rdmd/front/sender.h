@@ -32,11 +32,6 @@ class Sender {
   /// thread.
   State send(Transport &transport);
 
-  /// spill moves unsent bytes from memory into temporary files, for a client that reads slowly. Pieces of less than 4
-  /// KiB, and pieces for which no file can be written, stay in memory. Returns false if a piece stays because the
-  /// answer may take no more room.
-  bool spill();
-
   /// sent returns the number of bytes sent so far; body_sent excludes the head.
   std::int64_t sent() const { return sent_; }
   std::int64_t body_sent() const { return sent_ > head_size_ ? sent_ - head_size_ : 0; }
@@ -47,7 +42,6 @@ class Sender {
   std::int64_t send_record(Transport &transport);
   std::int64_t fill_record(std::span<char> record, bool only_bytes) const;
   void advance(std::int64_t count);
-  bool spill_piece(std::size_t index, std::int64_t done);
 
   std::vector<hosts::Piece> pieces_;
   SpillBudget::Share share_;

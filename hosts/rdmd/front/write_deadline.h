@@ -29,8 +29,6 @@ class WriteDeadline {
   void begin(std::int64_t acknowledged, std::int64_t sent, io::Clock::time_point now);
   /// expired returns true if the client has acknowledged nothing for too long at `now`. Call it every interval().
   bool expired(std::int64_t acknowledged, io::Clock::time_point now);
-  /// stalled returns how long the client has acknowledged nothing, as of the last call of expired.
-  io::Clock::duration stalled(io::Clock::time_point now) const { return now - since_; }
   Duration interval() const { return std::max(limit_ / 16, Duration(1)); }
 
  private:

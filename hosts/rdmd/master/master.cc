@@ -64,8 +64,7 @@ class Master {
     start_generation();
     feed_watchdog();
     while (!ended()) wait();
-    for (WorkerProcess &worker : workers_) ::kill(worker.child.pid, SIGKILL);
-    while (!workers_.empty()) reap(0);
+    if (!workers_.empty()) end_workers();
     return status_;
   }
 
@@ -110,6 +109,7 @@ class Master {
   void reload_tls();
   void reopen_logs();
   void hand_over();
+  void end_workers();
   void stop();
   void reap(int options);
 
@@ -423,6 +423,14 @@ void Master::reload_tls() {
 void Master::reopen_logs() {
   errors_.reopen();
   tell({Kind::reopen, 0, 0, ""});
+}
+
+/// end_workers kills the workers that have not ended in time.
+void Master::end_workers() {
+  errors_.error("the plug-in has not returned from its last call; exiting without its exit functions");
+  status_ = EXIT_FAILURE;
+  for (const WorkerProcess &worker : workers_) ::kill(worker.child.pid, SIGKILL);
+  while (!workers_.empty()) reap(0);
 }
 
 /// hand_over leaves the listening sockets to the new program.

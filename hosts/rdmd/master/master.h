@@ -16,7 +16,7 @@
 namespace rdm::rdmd {
 
 /// run_master serves until SIGTERM or SIGINT and returns the exit status. SIGHUP reloads, SIGUSR1 reopens the logs,
-/// SIGUSR2 starts the program anew, which takes over.
+/// SIGUSR2 starts the program again, which takes over.
 int run_master(const Settings &settings, std::vector<InheritedSocket> inherited, Upgrade &upgrade);
 
 }  // namespace rdm::rdmd

@@ -16,8 +16,8 @@
 
 namespace rdm::rdmd {
 
-/// The bytes of a body in one packet, and of an answer that a worker keeps in memory; the rest is sent as a file.
-inline constexpr std::size_t inline_limit = 64 * 1024;
+/// The bytes of a body in one packet: all that an answer keeps in memory, usually.
+inline constexpr std::size_t inline_limit = hosts::OutputQueue::default_memory;
 
 /* ---- From the worker to the master, once ---- */
 

@@ -94,7 +94,7 @@ class Worker {
 
   hosts::ServiceAnswer answer_to(hosts::ServiceRequest request) {
     try {
-      return hosts::call_service(*plugin_, std::move(request), inline_limit);
+      return hosts::call_service(*plugin_, std::move(request));
     } catch (const std::exception &error) {
       errors_.error(std::string("a request failed: ") + error.what());
       return broken_answer();

@@ -207,7 +207,7 @@ TEST_F(HostTable, CountsFailedAllocations) {
 
 TEST_F(HostTable, MemoryThatFailsInTheHostIsAnAnswerToThePlugin) {
   // No exception may pass through the plug-in's frames.
-  const std::string text(100'000, 'x');
+  const std::string text(60'000, 'x');
   Exchange exchange;
   {
     const support::RefusedNew reason(text.size(), 2 * text.size());

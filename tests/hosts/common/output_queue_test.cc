@@ -67,23 +67,23 @@ TEST_F(Queue, JoinsBytesThatFollowEachOther) {
   EXPECT_EQ(queue.size(), 7);
 }
 
-TEST_F(Queue, KeepsOneMebibyteInMemory) {
+TEST_F(Queue, Keeps64KiBInMemory) {
   OutputQueue queue;
-  const std::string text = pattern(std::size_t{1} << 20);
+  const std::string text = pattern(64 * 1024);
   EXPECT_EQ(queue.append(text), text.size());
   ASSERT_EQ(queue.pieces().size(), 1u);
   EXPECT_FALSE(queue.pieces()[0].file);
   EXPECT_EQ(bytes_of(queue), text);
 }
 
-TEST_F(Queue, ContinuesInAnUnlinkedFilePastOneMebibyte) {
+TEST_F(Queue, ContinuesInAnUnlinkedFilePast64KiB) {
   const support::TemporaryDirectory directory;
   const support::Environment variable("TMPDIR", directory.path().c_str());
   OutputQueue queue;
-  const std::string text = pattern((std::size_t{1} << 20) + 1);
+  const std::string text = pattern(OutputQueue::default_memory + 1);
   EXPECT_EQ(queue.append(text), text.size());
   ASSERT_EQ(queue.pieces().size(), 2u);
-  EXPECT_EQ(queue.pieces()[0].length, 1 << 20);
+  EXPECT_EQ(queue.pieces()[0].length, 64 * 1024);
   ASSERT_TRUE(queue.pieces()[1].file);
   EXPECT_EQ(queue.pieces()[1].length, 1);
   const struct stat status = status_of(queue.pieces()[1]);

@@ -83,9 +83,9 @@ TEST_F(HostAccepting, WithoutDescriptorsTheConnectionIdleLongestIsClosed) {
   Clients clients;
   for (int i = 0; i < 5; ++i) clients.push_back(connect());
   struct rlimit before;
-  ASSERT_EQ(::prlimit(server_->pid(), RLIMIT_NOFILE, nullptr, &before), 0);
+  ASSERT_EQ(::prlimit(server_->front(), RLIMIT_NOFILE, nullptr, &before), 0);
   const struct rlimit used = {server_->open_files(), before.rlim_max};
-  ASSERT_EQ(::prlimit(server_->pid(), RLIMIT_NOFILE, &used, nullptr), 0);
+  ASSERT_EQ(::prlimit(server_->front(), RLIMIT_NOFILE, &used, nullptr), 0);
   for (int i = 0; i < 5; ++i) clients.push_back(connect());
   EXPECT_TRUE(clients.front()->ended());
   EXPECT_FALSE(clients.back()->readable(std::chrono::milliseconds(0)));

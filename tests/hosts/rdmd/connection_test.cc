@@ -196,7 +196,7 @@ TEST_F(HostConnection, AClientThatResetsItWhileItIsAnsweredIsGivenUp) {
 }
 
 TEST_F(HostConnection, TheRequestOfAClientThatClosesBeforeItsTurnIsDropped) {
-  start();
+  start_single();
   HttpClient busy(port_);
   busy.send(get("/rdm/slow?300"));
   ASSERT_TRUE(support::eventually([&] { return called("service /rdm/slow"); }));
@@ -210,7 +210,7 @@ TEST_F(HostConnection, TheRequestOfAClientThatClosesBeforeItsTurnIsDropped) {
 }
 
 TEST_F(HostConnection, TheRequestOfAClientThatResetsItIsNotHandedToThePlugin) {
-  start({"--half-close"});
+  start_single({"--half-close"});
   const std::string pipe = directory_.path("pipe");
   ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
   HttpClient busy(port_);

@@ -194,13 +194,13 @@ TEST_F(HostLimits, AClientThatNeverClosesIsNotWaitedForLong) {
 TEST_F(HostLimits, WithoutDescriptorsClientsWaitUntilThereAreSome) {
   start();
   struct rlimit limit;
-  ASSERT_EQ(::prlimit(server_->pid(), RLIMIT_NOFILE, nullptr, &limit), 0);
+  ASSERT_EQ(::prlimit(server_->front(), RLIMIT_NOFILE, nullptr, &limit), 0);
   const struct rlimit none = {3, limit.rlim_max};
-  ASSERT_EQ(::prlimit(server_->pid(), RLIMIT_NOFILE, &none, nullptr), 0);
+  ASSERT_EQ(::prlimit(server_->front(), RLIMIT_NOFILE, &none, nullptr), 0);
   HttpClient client(port_);
   client.send(get("/rdm/fast"));
   EXPECT_FALSE(client.readable(300ms));
-  ASSERT_EQ(::prlimit(server_->pid(), RLIMIT_NOFILE, &limit, nullptr), 0);
+  ASSERT_EQ(::prlimit(server_->front(), RLIMIT_NOFILE, &limit, nullptr), 0);
   EXPECT_EQ(client.receive().body, "fast\n");
 }
 
@@ -274,7 +274,7 @@ void reset(std::unique_ptr<HttpClient> client) {
 
 TEST_F(HostLimits, TheErrorLogNamesEachClientCutOffAndTheReason) {
   // Regression: the only trace of a broken-off answer was a short byte count in the access log.
-  start({"--header-timeout", "0.3", "--body-timeout", "0.3", "--write-timeout", "0.5"});
+  start_single({"--header-timeout", "0.3", "--body-timeout", "0.3", "--write-timeout", "0.5"});
   const auto told = [this](const std::string &reason) {
     return server_->await_error("[warning] rdmd: " + reason + " (client 127.0.0.1, request ");
   };

@@ -140,7 +140,6 @@ TEST_F(Logs, EachTroubleHasItsReasonAndItsClient) {
       "rdmd: 503: too many new connections of the address (client 192.0.2.7)\n"
       "rdmd: closed without an answer: too many clients beyond a limit on connections (client 192.0.2.7)\n"
       "rdmd: 503: too many bytes of answers wait in temporary files (client 192.0.2.7)\n"
-      "rdmd: answer cut off: the client took nothing, and too many bytes wait in temporary files (client 192.0.2.7)\n"
       "rdmd: closed without an answer: not from a trusted proxy (client 192.0.2.7)\n"
       "rdmd: closed without an answer: the PROXY header is malformed or did not arrive in time (client 192.0.2.7)\n"
       "rdmd: waiting connection ended in favour of a new client (client 192.0.2.7)\n");

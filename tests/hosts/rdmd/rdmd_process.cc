@@ -63,12 +63,6 @@ void pass_on(const Inherited &inherited) {
   ::setenv("LISTEN_FDNAMES", inherited.names.c_str(), 1);
 }
 
-/// tested_workers returns the number of worker processes of servers for which a test does not choose it.
-std::string tested_workers() {
-  const char *const workers = std::getenv("RDM_TESTED_WORKERS");
-  return workers != nullptr ? workers : "0";
-}
-
 std::string lower(std::string text) {
   std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
   return text;
@@ -91,6 +85,11 @@ void parse_head(HttpResponse &response) {
 }
 
 }  // namespace
+
+std::string tested_workers() {
+  const char *const workers = std::getenv("RDM_TESTED_WORKERS");
+  return workers != nullptr ? workers : "0";
+}
 
 RdmdProcess::RdmdProcess(const std::vector<std::string> &arguments, unsigned descriptors, const Inherited &inherited) {
   std::vector<std::string> all = {in_build("bin/rdmd")};

@@ -23,9 +23,13 @@ struct Inherited {
   std::string names;
 };
 
+/// tested_workers returns the number of worker processes of servers for which a test does not choose it: the value of
+/// the environment variable RDM_TESTED_WORKERS, "0" by default.
+std::string tested_workers();
+
 /// RdmdProcess runs rdmd with the given arguments and, unless `descriptors` is 0, with that limit of open files.
 /// Without
-/// --workers among the arguments, the environment variable RDM_TESTED_WORKERS chooses their number, 0 by default. The
+/// --workers among the arguments, it has tested_workers() of them. The
 /// destructor stops it if it still runs, and expects exit status 0, so that sanitizers can report and coverage is
 /// written.
 class RdmdProcess {

@@ -31,6 +31,12 @@ class ServerTest : public ::testing::Test {
     port_ = server_->port();
   }
 
+  /// start_single is start with one worker, or without worker processes, so that requests are served in turn.
+  void start_single(std::vector<std::string> more = {}, unsigned descriptors = 0) {
+    more.insert(more.end(), {"--workers", std::min(tested_workers(), std::string("1"))});
+    start(more, descriptors);
+  }
+
   static std::string plugin() { return in_build("tests/test_plugin.so"); }
 
   /// stop sends SIGTERM and returns the exit status.
@@ -39,8 +45,13 @@ class ServerTest : public ::testing::Test {
     return server_->wait();
   }
 
-  /// journal returns the plug-in's journal so far; called returns true if it has a line for `step`.
-  std::string journal() const { return read_file(directory_.path("journal")); }
+  /// journal returns the plug-in's journal so far, with the start of one worker; called returns true if it has a line
+  /// for `step`.
+  std::string journal() const {
+    std::string text = read_file(directory_.path("journal"));
+    while (text.starts_with("init\ninit\n")) text.erase(0, 5);
+    return text;
+  }
   bool called(const std::string &step) const { return journal().find("\n" + step) != std::string::npos; }
   std::string access() const { return read_file(directory_.path("access")); }
 
