@@ -87,14 +87,22 @@ void open_all(const std::vector<std::string> &texts, bool tls, Inherited &inheri
 
 bool names_none(const Settings &settings) { return settings.listen.empty() && settings.tls_listen.empty(); }
 
-std::vector<ListeningSocket> serve_all(Inherited inherited) {
-  std::vector<ListeningSocket> sockets;
+/// serve_all appends all inherited sockets.
+void serve_all(Inherited inherited, std::vector<ListeningSocket> &sockets) {
   for (InheritedSocket &one : inherited) {
     const bool tls = one.name.starts_with("tls");
     sockets.push_back(taken_over(std::move(one)));
     sockets.back().tls = tls;
   }
-  return sockets;
+}
+
+/// check_admin throws a ListenError if a socket of the administration endpoint has the address of another. Both can be
+/// bound, because neither listens yet.
+void check_admin(const std::vector<ListeningSocket> &sockets) {
+  for (const ListeningSocket &one : sockets)
+    for (const ListeningSocket &other : sockets)
+      if (one.admin && !other.admin && local_address(one.socket.get()).covers(local_address(other.socket.get())))
+        throw ListenError(one.address, "--admin needs an address that --listen does not have", EADDRINUSE);
 }
 
 }  // namespace
@@ -108,13 +116,18 @@ std::vector<std::string> listen_texts(const Settings &settings) {
 
 std::vector<ListeningSocket> open_listeners(const Settings &settings, Inherited inherited, const Warn &warn) {
   drop_others(inherited, warn);
-  if (names_none(settings) && !inherited.empty()) return serve_all(std::move(inherited));
   std::vector<ListeningSocket> sockets;
-  open_all(names_none(settings) ? std::vector<std::string>{default_listen} : settings.listen, false, inherited, sockets,
-           warn);
+  if (!settings.admin.empty()) open_all({settings.admin}, false, inherited, sockets, warn);
+  for (ListeningSocket &socket : sockets) socket.admin = true;
+  if (names_none(settings) && !inherited.empty())
+    serve_all(std::exchange(inherited, {}), sockets);
+  else
+    open_all(names_none(settings) ? std::vector<std::string>{default_listen} : settings.listen, false, inherited,
+             sockets, warn);
   open_all(settings.tls_listen, true, inherited, sockets, warn);
   for (const InheritedSocket &one : inherited)
     warn("no option names the inherited socket " + local_address(one.socket.get()).text() + ": closed");
+  check_admin(sockets);
   return sockets;
 }
 

@@ -21,6 +21,7 @@ struct ListeningSocket {
   HostFileGuard socket;
   std::string address;      // "127.0.0.1:8380", "[::1]:8380" or "unix:/run/rdmd.socket", for messages
   bool tls = false;         // its clients speak TLS
+  bool admin = false;       // it is one of the administration endpoint
   SocketFile file;          // of a Unix socket that this process has made
   bool takes_file = false;  // it is a Unix socket whose file its former owner leaves to this process
 };
@@ -31,9 +32,9 @@ std::vector<std::string> listen_texts(const Settings &settings);
 /// open_listeners returns a socket for every address that the options name, in their order, and does not begin to
 /// listen. It takes an inherited socket that has the address (port 0 matches any port of the host), and binds one
 /// otherwise. If the options name no address at all, it takes all inherited sockets and does not bind the default
-/// address; a socket whose name begins with "tls" then speaks TLS. Inherited sockets that no option names they are
+/// address; a socket whose name begins with "tls" then speaks TLS. Inherited sockets that no option names are
 /// closed, and `warn` gets a text about each, as well as about each address of a name that this machine does not have.
-/// Throws ListenError.
+/// The sockets of --admin come first. Throws ListenError, also if --admin has an address of another option.
 std::vector<ListeningSocket> open_listeners(const Settings &settings, std::vector<InheritedSocket> inherited,
                                             const std::function<void(const std::string &)> &warn);
 

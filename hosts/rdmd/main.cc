@@ -53,12 +53,18 @@ bool loads(const Settings &settings) {
   }
 }
 
+/// addresses returns the addresses of all options that name one.
+std::vector<std::string> addresses(const Settings &settings) {
+  std::vector<std::string> all = listen_texts(settings);
+  if (!settings.admin.empty()) all.push_back(settings.admin);
+  return all;
+}
+
 /// check_all prints the faults of these settings on standard error. Returns the exit status.
 int check_all(const Settings &settings) {
   // First, because this changes the process's user, and the plug-in must be readable by that user.
-  check::Findings findings =
-      check::check_command_line({listen_texts(settings), settings.tls.certificate, settings.tls.key,
-                                 settings.access_log, settings.error_log, settings.user});
+  check::Findings findings = check::check_command_line({addresses(settings), settings.tls.certificate, settings.tls.key,
+                                                        settings.access_log, settings.error_log, settings.user});
   const bool loaded = loads(settings);
   const check::Findings more = check::check_configuration(settings.config);
   findings.insert(findings.end(), more.begin(), more.end());
@@ -110,7 +116,7 @@ int serve(const Settings &settings, std::vector<InheritedSocket> inherited, Upgr
     hosts::run_exits();
     return EXIT_FAILURE;
   }
-  announce(server.address(), errors);
+  announce(server.address(), server.admin_address(), errors);
   const ServiceManager manager;
   manager.ready("Listening on " + server.address());
   server.report_to(manager);

@@ -50,6 +50,8 @@ void add_options(CLI::App &app, Settings &settings) {
   app.add_option("--tls-key", settings.tls.key, "Private key of the certificate, in PEM form; read again at SIGHUP")
       ->type_name("FILE")
       ->needs(certificate);
+  app.add_option("--admin", settings.admin, "Address for health and metrics; none by default")
+      ->type_name("HOST:PORT|unix:PATH");
   app.add_option("--plugin", settings.plugin, "The plug-in; by default librdm.so of this installation")
       ->type_name("PATH");
   app.add_option("--config", settings.config, "Service configuration file")->type_name("FILE")->required();

@@ -48,6 +48,7 @@ struct Settings {
   std::vector<std::string> listen;  // "HOST:PORT" or "unix:PATH"; empty: none was given
   std::vector<std::string> tls_listen;
   TlsFiles tls;
+  std::string admin;  // the administration endpoint, likewise; empty: none
   std::string plugin;
   std::string config;
   std::string access_log;    // empty: none; "-": standard output

@@ -6,18 +6,25 @@
 #include "hosts/rdmd/check/check.h"
 
 namespace rdm::rdmd {
+namespace {
 
-std::string addresses_of(const std::vector<ListeningSocket> &sockets) {
+void say(const std::string &text, ErrorLog &errors) {
+  if (errors.to_file()) errors.info(text);
+  std::fprintf(stderr, "rdmd: %s\n", text.c_str());
+}
+
+}  // namespace
+
+std::string addresses_of(const std::vector<ListeningSocket> &sockets, bool admin) {
   std::string text;
   for (const ListeningSocket &socket : sockets)
-    text += (text.empty() ? "" : ", ") + socket.address + (socket.tls ? " (TLS)" : "");
+    if (socket.admin == admin) text += (text.empty() ? "" : ", ") + socket.address + (socket.tls ? " (TLS)" : "");
   return text;
 }
 
-void announce(const std::string &addresses, ErrorLog &errors) {
-  const std::string text = "listening on " + addresses;
-  if (errors.to_file()) errors.info(text);
-  std::fprintf(stderr, "rdmd: %s\n", text.c_str());
+void announce(const std::string &addresses, const std::string &admin, ErrorLog &errors) {
+  if (!admin.empty()) say("administration on " + admin, errors);
+  say("listening on " + addresses, errors);
 }
 
 void log_mistakes(const std::string &config, ErrorLog &errors) {

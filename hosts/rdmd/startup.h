@@ -11,12 +11,13 @@
 
 namespace rdm::rdmd {
 
-/// addresses_of returns all addresses, such as "127.0.0.1:8380, [::1]:8380, 127.0.0.1:8443 (TLS)".
-std::string addresses_of(const std::vector<ListeningSocket> &sockets);
+/// addresses_of returns the addresses of the service, such as "127.0.0.1:8380, 127.0.0.1:8443 (TLS)", or those of the
+/// administration endpoint.
+std::string addresses_of(const std::vector<ListeningSocket> &sockets, bool admin);
 
-/// announce writes the addresses to standard error, even if the error log is a file: people and scripts read them
-/// there.
-void announce(const std::string &addresses, ErrorLog &errors);
+/// announce writes the addresses of the service and, if it is not empty, of the administration endpoint to standard
+/// error, even if the error log is a file: people and scripts read them there.
+void announce(const std::string &addresses, const std::string &admin, ErrorLog &errors);
 
 /// log_mistakes logs mistakes in the configuration with their lines. They do not keep the server from starting; only
 /// the plug-in decides that.

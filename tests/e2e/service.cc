@@ -111,13 +111,15 @@ void ServiceTest::SetUpTestSuite() {
 
 void ServiceTest::TearDownTestSuite() { shared_.reset(); }
 
-void ServiceTest::start(const std::string &services) {
+void ServiceTest::start(const std::string &services, const std::vector<std::string> &more) {
   run("mkdir -p " + directory_.path("tmp"));
   const std::string list =
       directory_.write("csid.conf", services.empty() ? filled("csid.conf.in", shared_->path()) : services);
   const std::string config = directory_.write("rdm.conf", filled("rdm.conf.in", directory_.path()));
-  server_ = std::make_unique<support::RdmdProcess>(std::vector<std::string>{
-      "--listen", "127.0.0.1:0", "--threads", "8", "--config", config, "--access-log", directory_.path("access")});
+  std::vector<std::string> arguments = {"--listen", "127.0.0.1:0", "--threads",    "8",
+                                        "--config", config,        "--access-log", directory_.path("access")};
+  arguments.insert(arguments.end(), more.begin(), more.end());
+  server_ = std::make_unique<support::RdmdProcess>(arguments);
   port_ = server_->port();
 }
 

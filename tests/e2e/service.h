@@ -62,8 +62,8 @@ class ServiceTest : public ::testing::Test {
   static void TearDownTestSuite();
 
   /// start runs the server with the examples' configuration, or with another list of services, and with logs of its
-  /// own. It uses more I/O threads than usual, to provoke races.
-  void start(const std::string &services = "");
+  /// own, and with `more` arguments. It uses more I/O threads than usual, to provoke races.
+  void start(const std::string &services = "", const std::vector<std::string> &more = {});
   int stop();
 
   support::HttpResponse get(const std::string &target) { return support::http_get(port_, target); }

@@ -179,6 +179,19 @@ Findings check_configuration(const std::string &config) {
   return limited(findings);
 }
 
+std::vector<ConfiguredCatalog> configured_catalogs(const std::string &config) {
+  Findings ignored;
+  Report report(config, ignored);
+  std::vector<ConfiguredCatalog> catalogs;
+  for (const CatalogService &service : read_configuration(report).services) {
+    const Pair *database = service.settings.find("catalog-database");
+    const bool is_known = std::any_of(catalogs.begin(), catalogs.end(),
+                                      [&](const ConfiguredCatalog &one) { return one.csid == service.csid; });
+    if (!is_known) catalogs.push_back({service.csid, database == nullptr ? "" : database->value});
+  }
+  return catalogs;
+}
+
 Findings check_command_line(const CommandLine &line) {
   Findings findings;
   Report report("rdmd", findings);

@@ -45,6 +45,16 @@ Findings check_syntax(const std::string &config);
 /// with the rights of the calling process.
 Findings check_configuration(const std::string &config);
 
+/// ConfiguredCatalog is a catalog service of a configuration.
+struct ConfiguredCatalog {
+  std::string csid;
+  std::string database;  // its path; empty: none
+};
+
+/// configured_catalogs returns the catalog services that the service takes from its configuration: of several with the
+/// same CSID the first. It returns fewer, or none, if the files cannot be read.
+std::vector<ConfiguredCatalog> configured_catalogs(const std::string &config);
+
 /// CommandLine holds the options of a server that are checked besides its configuration.
 struct CommandLine {
   std::vector<std::string> listen;  // HOST:PORT or unix:PATH

@@ -114,7 +114,8 @@ void MasterLink::handle(Packet packet) {
     case ControlMessage::Kind::retire:
       return dispatcher_.retire_before(message.generation);
     case ControlMessage::Kind::ended:
-      return deaths_.process_ended(message.number, message.text);
+      deaths_.process_ended(message.number, message.text);
+      return handle_(message);
     default:
       return handle_(message);
   }

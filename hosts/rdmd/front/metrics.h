@@ -4,9 +4,9 @@
 /// Labels come from fixed lists; no text of a client becomes one, so clients cannot make the text grow. Counting takes
 /// no lock but a shared one for the list of catalogs. All members may be called from any thread.
 ///
-/// Connections feed requests, bytes and times (count). The process that starts workers feeds their restarts
-/// (worker_restarted), the code that keeps answers in files the bytes of these (spilled). What only a moment has, such
-/// as the length of the queue, is in the Moment that Server::moment fills when the text is made.
+/// Connections feed requests, bytes and times (count). The server feeds the restarts of workers of which the master
+/// tells it (worker_restarted), the code that keeps answers in files the bytes of these (spilled). What only a moment
+/// has, such as the length of the queue, is in the Moment that Server::moment fills when the text is made.
 #ifndef HOSTS_RDMD_FRONT_METRICS_H
 #define HOSTS_RDMD_FRONT_METRICS_H
 

@@ -133,10 +133,16 @@ Server::Server(const Settings &settings, ErrorLog &errors, AccessLog &access, st
       trim_(strand_),
       watchdog_(strand_) {
   limit_clients();
-  for (ListeningSocket &socket : sockets) {
-    address_ += (address_.empty() ? "" : ", ") + socket.address + (socket.tls ? " (TLS)" : "");
-    listeners_.emplace_back(strand_, std::move(socket));
+  for (ListeningSocket &socket : sockets) add_socket(std::move(socket));
+}
+
+void Server::add_socket(ListeningSocket socket) {
+  if (socket.admin) {
+    if (!admin_) admin_.emplace(context_, settings_.config, admin_source());
+    return admin_->add(std::move(socket));
   }
+  address_ += (address_.empty() ? "" : ", ") + socket.address + (socket.tls ? " (TLS)" : "");
+  listeners_.emplace_back(strand_, std::move(socket));
 }
 
 /// Connections still open are destroyed with the I/O context; `running_` tells them not to post work to it.
@@ -156,6 +162,7 @@ void Server::limit_clients() {
 }
 
 void Server::listen() {
+  if (admin_) admin_->listen();
   for (Listener &listener : listeners_) begin_listening(listener.acceptor.native_handle(), listener.socket);
 }
 
@@ -166,6 +173,7 @@ bool Server::run() {
     if (master_) master_->start();
     for (Listener &listener : listeners_) accept(listener);
   });
+  if (admin_) admin_->start();
   std::vector<std::thread> threads = start_threads();
   work();
   for (std::thread &thread : threads) thread.join();
@@ -337,8 +345,18 @@ Moment Server::moment() const {
   set(WorkerState::idle, status.free);
   set(WorkerState::busy, status.busy);
   set(WorkerState::stopping, status.retired);
-  moment.ready = not_ready().empty();
   return moment;
+}
+
+AdminSource Server::admin_source() {
+  const auto metrics = [this](std::vector<CatalogFigures> catalogs, bool ready) {
+    Moment now = moment();
+    now.catalogs = std::move(catalogs);
+    now.ready = ready;
+    return metrics_.text(now, errors_);
+  };
+  return {[this] { return not_ready(); }, metrics,
+          [this](const std::vector<std::string> &csids) { metrics_.set_catalogs(csids); }};
 }
 
 std::string Server::not_ready() const {
@@ -411,7 +429,14 @@ void Server::feed_watchdog() {
 void Server::obey(const ControlMessage &message) {
   if (message.kind == ControlMessage::Kind::stop) order_stop();
   if (message.kind == ControlMessage::Kind::reopen) reopen_logs();
-  if (message.kind == ControlMessage::Kind::reload) reload_tls();
+  if (message.kind == ControlMessage::Kind::reload) reload();
+  if (message.kind == ControlMessage::Kind::ended && !message.text.empty()) metrics_.worker_restarted();
+}
+
+/// reload reads again what the reload of the workers does not: certificates, and the list of catalogs.
+void Server::reload() {
+  reload_tls();
+  if (admin_) admin_->reload();
 }
 
 /// order_stop lets the answers under way finish; a second order cuts them off.
@@ -471,6 +496,7 @@ void Server::end_when_empty() {
 /// end cancels everything the I/O context waits for, so that work returns.
 void Server::end() {
   ended_ = true;
+  if (admin_) admin_->stop();
   shutdown_.cancel();
   trim_.cancel();
   watchdog_.cancel();

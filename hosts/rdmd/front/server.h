@@ -14,6 +14,7 @@
 
 #include "hosts/common/plugin.h"
 #include "hosts/rdmd/access_log.h"
+#include "hosts/rdmd/front/admin.h"
 #include "hosts/rdmd/front/client.h"
 #include "hosts/rdmd/front/connection_rate.h"
 #include "hosts/rdmd/front/dispatcher.h"
@@ -58,6 +59,8 @@ class Server {
   /// address returns all addresses, such as "127.0.0.1:8380, [::1]:8380, 127.0.0.1:8443 (TLS)". For port 0 it shows the
   /// port that the system chose.
   const std::string &address() const { return address_; }
+  /// admin_address returns the addresses of the administration endpoint, or an empty string if there is none.
+  std::string admin_address() const { return admin_ ? admin_->address() : std::string(); }
 
   /// run serves until SIGTERM or SIGINT, or until the master's order or end. Then it gives the answers under way up to
   /// the shutdown timeout, and the plug-in's last call in this process the same time again. SIGUSR1 and SIGHUP reopen
@@ -65,7 +68,7 @@ class Server {
   /// running in that case.
   bool run();
 
-  /// moment returns what the metrics say of this moment, but for the catalogs.
+  /// moment returns what the metrics say of this moment, but for the catalogs and readiness.
   Moment moment() const;
   /// not_ready returns why the server cannot answer requests at present, or an empty string if it can.
   std::string not_ready() const;
@@ -111,7 +114,10 @@ class Server {
   Server(const Settings &settings, ErrorLog &errors, AccessLog &access, std::vector<ListeningSocket> sockets,
          TlsContextPtr tls);
   void limit_clients();
+  void reload();
   void reload_tls();
+  void add_socket(ListeningSocket socket);
+  AdminSource admin_source();
   void work();
   std::vector<std::thread> start_threads();
   void accept(Listener &listener);
@@ -169,6 +175,7 @@ class Server {
   io::Timer trim_;
   io::Timer watchdog_;
   const ServiceManager *manager_ = nullptr;
+  std::optional<Admin> admin_;
 };
 
 }  // namespace rdm::rdmd

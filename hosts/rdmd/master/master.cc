@@ -333,12 +333,12 @@ void Master::begin_service() {
   serving_ = true;
   for (ListeningSocket &listener : listeners_) begin_listening(listener.socket.get(), listener);
   start_front();
-  announce(addresses_of(listeners_), errors_);
+  announce(addresses_of(listeners_, false), addresses_of(listeners_, true), errors_);
   report_ready();
   upgrade_.report_ready();
 }
 
-void Master::report_ready() { manager_.ready("Listening on " + addresses_of(listeners_)); }
+void Master::report_ready() { manager_.ready("Listening on " + addresses_of(listeners_, false)); }
 
 /// feed_watchdog tells the service manager at intervals that the master runs.
 void Master::feed_watchdog() {

@@ -205,8 +205,11 @@ bool RdmdProcess::await_error(const std::string &text) {
   return eventually([&] { return errors().find(text) != std::string::npos; });
 }
 
-int RdmdProcess::port() {
-  const std::string announcement = "rdmd: listening on ";
+int RdmdProcess::port() { return announced_port("rdmd: listening on "); }
+
+int RdmdProcess::admin_port() { return announced_port("rdmd: administration on "); }
+
+int RdmdProcess::announced_port(const std::string &announcement) {
   std::string line;
   const bool announced = eventually([&] {
     const std::string text = errors();

@@ -43,6 +43,8 @@ class RdmdProcess {
   /// port waits for the line with the listening addresses and returns the last port. Returns 0 and fails the test if
   /// the process ends without one.
   int port();
+  /// admin_port does the same for the line with the address of the administration endpoint.
+  int admin_port();
   pid_t pid() const { return pid_; }
   /// front returns the process that owns the connections: this one, or its child of that name.
   pid_t front() const;
@@ -63,6 +65,7 @@ class RdmdProcess {
 
  private:
   void collect(int fd, std::string &into);
+  int announced_port(const std::string &announcement);
   bool has_ended() const;
   /// in_proc returns the path of a file in the directory of the front in /proc.
   std::string in_proc(const std::string &name) const;
