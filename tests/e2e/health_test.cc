@@ -153,5 +153,22 @@ TEST_F(Observed, AnIndexOlderThanItsDatabaseIsANote) {
   EXPECT_EQ(health["catalogs"][0]["notes"], json::array({"the index is older than the database"}));
 }
 
+/// Dashboard and alert rules name no metric that the server does not have.
+TEST_F(Observed, DashboardAndAlertsUseMetricsThatExist) {
+  start_all();
+  get("/rdm/status-request");
+  support::eventually([this] { return counts("rdmd_sending_seconds_count 1"); });
+  const std::string text = ask("/metrics").body;
+  const std::regex name("\\b(rdmd_[a-z_]+|process_[a-z_]+)\\b");
+  int names = 0;
+  for (const char *file : {"packaging/monitoring/rdmd-dashboard.json", "packaging/monitoring/rdmd-alerts.yml"}) {
+    const std::string queries = support::read_file(support::in_source(file));
+    for (std::sregex_iterator it(queries.begin(), queries.end(), name), end; it != end; ++it, ++names)
+      EXPECT_TRUE(std::regex_search(text, std::regex("\n" + (*it)[1].str() + "[{ ]"))) << file << ": " << (*it)[1];
+  }
+  EXPECT_GT(names, 20);
+  EXPECT_TRUE(json::accept(support::read_file(support::in_source("packaging/monitoring/rdmd-dashboard.json"))));
+}
+
 }  // namespace
 }  // namespace rdm::e2e
