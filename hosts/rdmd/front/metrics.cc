@@ -143,8 +143,7 @@ void Metrics::write_moment(Exposition &text, const Moment &moment) const {
   for (std::size_t i = 0; i + 1 < connection_states.size(); ++i)  // closed ones are about to go
     text.sample({{"state", connection_states[i]}}, moment.connections[i]);
   write_one(text, "rdmd_connections_accepted_total", "counter", "Connections accepted.", moment.accepted);
-  write_one(text, "rdmd_spill_bytes", "gauge", "Bytes of answers in temporary files.",
-            not_negative(spilled_.load(std::memory_order_relaxed)));
+  write_one(text, "rdmd_spill_bytes", "gauge", "Bytes of answers in temporary files.", not_negative(moment.spilled));
   write_one(text, "rdmd_ready", "gauge", "1 if /readyz answers 200.", moment.ready ? 1 : 0);
 }
 

@@ -5,8 +5,8 @@
 /// no lock but a shared one for the list of catalogs. All members may be called from any thread.
 ///
 /// Connections feed requests, bytes and times (count). The server feeds the restarts of workers of which the master
-/// tells it (worker_restarted), the code that keeps answers in files the bytes of these (spilled). What only a moment
-/// has, such as the length of the queue, is in the Moment that Server::moment fills when the text is made.
+/// tells it (worker_restarted). What only a moment has, such as the length of the queue, is in the Moment that
+/// Server::moment fills when the text is made.
 #ifndef HOSTS_RDMD_FRONT_METRICS_H
 #define HOSTS_RDMD_FRONT_METRICS_H
 
@@ -89,6 +89,7 @@ struct Moment {
   std::uint64_t accepted = 0;      // connections so far
   std::size_t queued = 0;          // requests that wait for the plug-in
   std::array<std::size_t, static_cast<std::size_t>(WorkerState::count)> workers{};
+  std::int64_t spilled = 0;  // bytes of answers in temporary files
   bool ready = false;
   std::vector<CatalogFigures> catalogs;
 };
@@ -105,8 +106,6 @@ class Metrics {
   void count(const AccessEntry &entry);
   /// worker_restarted counts a worker that was started in place of one that has ended.
   void worker_restarted() { restarts_.add(); }
-  /// spilled adds bytes to those that answers have in temporary files, or takes them away if negative.
-  void spilled(std::int64_t bytes) { spilled_.fetch_add(bytes, std::memory_order_relaxed); }
 
   /// text returns all metrics; those of troubles are the counts of the error log.
   std::string text(const Moment &moment, const ErrorLog &errors) const;
@@ -128,7 +127,6 @@ class Metrics {
   std::map<std::string, Catalog, std::less<>> catalogs_;
   Catalog unknown_;  // of requests for no known catalog
   Counter descriptions_, bytes_, restarts_;
-  std::atomic<std::int64_t> spilled_ = 0;
   Histogram queued_, served_, sent_;
 };
 

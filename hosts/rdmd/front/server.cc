@@ -345,6 +345,7 @@ Moment Server::moment() const {
   set(WorkerState::idle, status.free);
   set(WorkerState::busy, status.busy);
   set(WorkerState::stopping, status.retired);
+  moment.spilled = spill_budget_.used();
   return moment;
 }
 

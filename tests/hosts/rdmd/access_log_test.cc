@@ -87,8 +87,8 @@ TEST_F(AccessLogs, AJsonLineHasAllThatIsKnown) {
             R"({"time":"2026-11-16T05:41:07.042+02:00","client":"192.0.2.7","method":"GET","target":"/rdm/x",)"
             R"("protocol":"HTTP/1.1","status":200,"bytes":42,"referer":"http://here/","agent":"curl/7",)"
             R"("request_id":"0123456789abcdefghjkmnpqrs","connection":7,"type":"rd-request",)"
-            R"("catalog":"x-catalog://localhost:80/books","hits":12,"worker":3,"queue_ms":1.5,"service_ms":0.049,)"
-            R"("sending_ms":2000.0,"closed_by":"timeout"})"
+            R"("catalog":"x-catalog://localhost:80/books","hits":12,"worker":3,"queue_ms":1.500,"service_ms":0.049,)"
+            R"("sending_ms":2000.000,"closed_by":"timeout"})"
             "\n");
 }
 

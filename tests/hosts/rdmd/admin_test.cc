@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <memory>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -207,6 +208,21 @@ TEST_F(HostAdmin, MetricsShowConnectionsByState) {
                "rdmd_connections{state=\"body\"} 0\nrdmd_connections{state=\"service\"} 1\n") != text.npos;
   }));
   service.receive();
+}
+
+TEST_F(HostAdmin, MetricsShowTheBytesInTemporaryFiles) {
+  start_admin();
+  const auto shows = [this](const std::string &value) {
+    const std::regex line("\nrdmd_spill_bytes " + value + "\n");
+    return support::eventually([&] { return std::regex_search(ask("/metrics").body, line); });
+  };
+  EXPECT_TRUE(shows("0"));
+  {
+    HttpClient silent(port_, false, 65536);
+    silent.send(get("/rdm/big?12000000"));
+    EXPECT_TRUE(shows("1[012]\\d{6}")) << "all but what is in memory";
+  }
+  EXPECT_TRUE(shows("0"));
 }
 
 TEST_F(HostAdmin, ListensOnAUnixSocket) {
