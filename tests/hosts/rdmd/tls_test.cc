@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "hosts/rdmd/front/refused_requests.h"
 #include "hosts/rdmd/server_fixture.h"
 #include "hosts/rdmd/tls_support.h"
 
@@ -317,6 +318,23 @@ TEST_F(HostTls, DamagedHandshakesAndRecordsHarmNoOthers) {
   }
   EXPECT_TRUE(is_answered(whole));
   EXPECT_TRUE(support::eventually([&] { return server_->open_files() <= files; }));
+}
+
+TEST_F(HostTls, AmbiguousRequestsAreRefusedAlsoBehindAProxyHeader) {
+  for (const std::string header : {"", "PROXY TCP4 192.0.2.7 192.0.2.1 4000 443\r\n"}) {
+    std::vector<std::string> options = {"--max-target-bytes", "200", "--max-head-bytes", "1000"};
+    if (!header.empty()) options.insert(options.end(), {"--proxy-protocol", "--trusted-proxy", "127.0.0.1"});
+    start_tls(options);
+    for (const auto &row : support::refused_requests(200, 1000)) {
+      TlsClient client(port_, 0, "", nullptr, 0, header);
+      client.send(row.text + get("/rdm/smuggled"));
+      const support::HttpResponse response = client.receive();
+      EXPECT_EQ(response.status, row.status) << row.text;
+      EXPECT_EQ(response.body, row.answer) << row.text;
+      EXPECT_TRUE(client.ended()) << row.text;
+    }
+    EXPECT_FALSE(called("type "));
+  }
 }
 
 TEST_F(HostTls, NoSecretIsLogged) {
