@@ -360,7 +360,11 @@ void Master::start_front() {
   } catch (const std::system_error &error) {
     errors_.error(std::string("start the front process: ") + error.what());
     front_due_ = Clock::now() + front_backoff_.next();
+    return;
   }
+  // After the end of a front, new workers may be ready before the next front is.
+  for (WorkerProcess &worker : workers_)
+    if (worker.ready && worker.generation == generation_) pass(worker);
 }
 
 /// front_ended starts another front. The workers end by themselves, because their sockets are closed.

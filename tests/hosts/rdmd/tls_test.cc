@@ -234,6 +234,20 @@ TEST_F(HostTls, ACertificateThatCannotBeReadLeavesTheOldOne) {
   EXPECT_TRUE(is_answered(client));
 }
 
+TEST_F(HostTls, AFrontThatIsStartedAgainNeedsNoFiles) {
+  // The master keeps the certificate: the files may be broken at that moment.
+  start_tls({"--workers", "1"});
+  support::write_certificate(directory_.path("other.pem"), key_);
+  reload("does not belong to the certificate; new connections still use the certificate read before\n");
+  const pid_t front = server_->front();
+  ASSERT_NE(front, server_->pid());
+  ::kill(front, SIGKILL);
+  EXPECT_TRUE(support::eventually([&] { return server_->front() != front && server_->front() != server_->pid(); }));
+  TlsClient client(port_);
+  EXPECT_EQ(client.name(), "localhost");
+  EXPECT_TRUE(is_answered(client));
+}
+
 TEST_F(HostTls, AStartWithoutAUsableKeyIsRefused) {
   const std::string none = directory_.path("none");
   support::RdmdProcess server({"--tls-listen", "127.0.0.1:0", "--tls-certificate", certificate_, "--tls-key", none,
