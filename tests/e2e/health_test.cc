@@ -153,6 +153,17 @@ TEST_F(Observed, AnIndexOlderThanItsDatabaseIsANote) {
   EXPECT_EQ(health["catalogs"][0]["notes"], json::array({"the index is older than the database"}));
 }
 
+TEST_F(Observed, HealthFollowsAReload) {
+  start("", {"--admin", "127.0.0.1:0", "--workers", "1"});
+  admin_ = server_->admin_port();
+  EXPECT_EQ(json::parse(ask("/healthz").body)["catalogs"].size(), 2u);
+  directory_.write("csid.conf", "csid=\"" + rfc + "\" catalog-database=\"" + catalog("rfc") + "\"\n");
+  EXPECT_EQ(json::parse(ask("/healthz").body)["catalogs"].size(), 2u) << "the list changes with the service";
+  server_->signal(SIGHUP);
+  EXPECT_TRUE(support::eventually([this] { return json::parse(ask("/healthz").body)["catalogs"].size() == 1; }));
+  EXPECT_EQ(ask("/metrics").body.find(classics), std::string::npos);
+}
+
 /// Dashboard and alert rules name no metric that the server does not have.
 TEST_F(Observed, DashboardAndAlertsUseMetricsThatExist) {
   start_all();

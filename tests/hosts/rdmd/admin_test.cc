@@ -6,6 +6,7 @@
 #include <chrono>
 #include <memory>
 #include <regex>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -223,6 +224,29 @@ TEST_F(HostAdmin, MetricsShowTheBytesInTemporaryFiles) {
     EXPECT_TRUE(shows("1[012]\\d{6}")) << "all but what is in memory";
   }
   EXPECT_TRUE(shows("0"));
+}
+
+/// workers returns the process numbers of the workers of a server.
+std::vector<pid_t> workers(pid_t master) {
+  const std::string number = std::to_string(master);
+  std::istringstream children(support::read_file("/proc/" + number + "/task/" + number + "/children"));
+  std::vector<pid_t> found;
+  for (pid_t child = 0; children >> child;)
+    if (support::read_file("/proc/" + std::to_string(child) + "/comm") == "rdmd-worker\n") found.push_back(child);
+  return found;
+}
+
+TEST_F(HostAdmin, MetricsShowWorkersAndTheirRestarts) {
+  start_admin({"--workers", "2"});
+  const auto shows = [this](const std::string &line) {
+    return support::eventually([&] { return ask("/metrics").body.find("\n" + line + "\n") != std::string::npos; });
+  };
+  EXPECT_TRUE(shows("rdmd_workers{state=\"idle\"} 2"));
+  EXPECT_TRUE(shows("rdmd_worker_restarts_total 0"));
+  ASSERT_EQ(workers(server_->pid()).size(), 2u);
+  ::kill(workers(server_->pid()).front(), SIGKILL);
+  EXPECT_TRUE(shows("rdmd_worker_restarts_total 1"));
+  EXPECT_TRUE(shows("rdmd_workers{state=\"idle\"} 2"));
 }
 
 TEST_F(HostAdmin, ListensOnAUnixSocket) {
