@@ -43,6 +43,12 @@ using Kind = ControlMessage::Kind;
 /// How many generations of workers may be alive: those of former configurations end with their last requests.
 constexpr std::size_t generation_limit = 4;
 
+/// A front that ends within this time has not even begun.
+constexpr std::chrono::seconds start_time{1};
+
+/// The generation of workers that have lost their front: they end, and nothing takes their places one by one.
+constexpr int no_generation = 0;
+
 /// WorkerProcess is a worker. Its socket is the master's until the worker is ready, and then the front's.
 struct WorkerProcess {
   Child child;
@@ -109,6 +115,7 @@ class Master {
   void reload_tls();
   void reopen_logs();
   void hand_over();
+  void await_workers();
   void end_workers();
   void stop();
   void reap(int options);
@@ -275,14 +282,21 @@ void Master::generation_ready() {
 }
 
 void Master::generation_failed(const std::string &why) {
-  kill_generation(std::exchange(starting_, 0));
-  if (serving_) {
-    errors_.error("reload: " + why + "; still serving with the former configuration");
-    return report_ready();
+  const int failed = std::exchange(starting_, 0);
+  kill_generation(failed);
+  if (!serving_) {
+    errors_.error(why);
+    status_ = EXIT_FAILURE;
+    return stop();
   }
-  errors_.error(why);
-  status_ = EXIT_FAILURE;
-  stop();
+  const bool others_serve = std::any_of(workers_.begin(), workers_.end(), [this](const WorkerProcess &worker) {
+    return worker.generation == generation_;
+  });
+  errors_.error("reload: " + why +
+                (others_serve ? "; still serving with the former configuration" : "; no worker serves"));
+  report_ready();
+  // After the end of a front: the place of each worker that ends now is filled, with pauses.
+  if (!others_serve) generation_ = failed;
 }
 
 void Master::kill_generation(int generation) {
@@ -367,18 +381,20 @@ void Master::start_front() {
     if (worker.ready && worker.generation == generation_) pass(worker);
 }
 
-/// front_ended starts another front. The workers end by themselves, because their sockets are closed.
+/// front_ended starts another front, and a whole generation of workers for it: the others end by themselves, because
+/// their sockets are closed.
 void Master::front_ended(int wait_status) {
   front_ = Child();
   if (stopping_) {
     status_ = std::max(status_, WIFEXITED(wait_status) ? WEXITSTATUS(wait_status) : EXIT_FAILURE);
-    end_ = Clock::now() + settings_.limits.shutdown;
-    return;
+    return await_workers();
   }
   errors_.error("the front process " + describe_end(wait_status) + "; starting another");
-  for (WorkerProcess &worker : workers_) worker.passed = false;
-  if (Clock::now() - front_begun_ > Backoff::longest) front_backoff_.reset();
-  front_due_ = Clock::now() + front_backoff_.next();
+  for (WorkerProcess &worker : workers_)
+    if (std::exchange(worker.passed, false)) worker.generation = no_generation;
+  const bool had_begun = Clock::now() - front_begun_ > start_time;
+  if (had_begun) front_backoff_.reset();
+  front_due_ = Clock::now() + (had_begun ? Backoff::Pause(0) : front_backoff_.next());
   if (starting_ == 0) start_generation();
 }
 
@@ -429,6 +445,12 @@ void Master::reopen_logs() {
   tell({Kind::reopen, 0, 0, ""});
 }
 
+/// await_workers lets the workers end: the front has closed the sockets that it had, and these are the others.
+void Master::await_workers() {
+  end_ = Clock::now() + settings_.limits.shutdown;
+  for (WorkerProcess &worker : workers_) worker.child.socket = HostFileGuard();
+}
+
 /// end_workers kills the workers that have not ended in time.
 void Master::end_workers() {
   errors_.error("the plug-in has not returned from its last call; exiting without its exit functions");
@@ -452,7 +474,7 @@ void Master::stop() {
   }
   stopping_ = true;
   front_due_.reset();
-  if (front_.pid == -1) end_ = Clock::now() + settings_.limits.shutdown;
+  if (front_.pid == -1) await_workers();
   if (!handed_over_) manager_.stopping();
   tell({Kind::stop, 0, 0, ""});
 }
@@ -464,6 +486,8 @@ void Master::reap(int options) {
     if (pid <= 0) return;
     const auto worker = std::find_if(workers_.begin(), workers_.end(),
                                      [pid](const WorkerProcess &process) { return process.child.pid == pid; });
+    // What it said before its end says more than the end.
+    if (worker != workers_.end() && !worker->ready && worker->child.socket) take_readiness(*worker);
     if (worker != workers_.end())
       worker_ended(worker, wait_status);
     else if (pid == front_.pid)

@@ -147,12 +147,20 @@ std::chrono::nanoseconds RdmdProcess::cpu_time() const {
   return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
 }
 
+std::vector<pid_t> RdmdProcess::children(const std::string &name) const {
+  const std::string own = std::to_string(pid_);
+  std::istringstream all(read_file("/proc/" + own + "/task/" + own + "/children"));
+  std::vector<pid_t> found;
+  for (pid_t child; all >> child;) {
+    const std::string comm = "/proc/" + std::to_string(child) + "/comm";
+    if (file_exists(comm) && read_file(comm) == name + "\n") found.push_back(child);
+  }
+  return found;
+}
+
 pid_t RdmdProcess::front() const {
-  const std::string own = "/proc/" + std::to_string(pid_);
-  std::istringstream children(read_file(own + "/task/" + std::to_string(pid_) + "/children"));
-  for (pid_t child; children >> child;)
-    if (read_file("/proc/" + std::to_string(child) + "/comm") == "rdmd-front\n") return child;
-  return pid_;
+  const std::vector<pid_t> fronts = children("rdmd-front");
+  return fronts.empty() ? pid_ : fronts.front();
 }
 
 std::string RdmdProcess::in_proc(const std::string &name) const {

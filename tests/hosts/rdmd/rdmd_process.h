@@ -46,6 +46,8 @@ class RdmdProcess {
   /// admin_port does the same for the line with the address of the administration endpoint.
   int admin_port();
   pid_t pid() const { return pid_; }
+  /// children returns its children of this name, such as "rdmd-worker".
+  std::vector<pid_t> children(const std::string &name) const;
   /// front returns the process that owns the connections: this one, or its child of that name.
   pid_t front() const;
   /// cpu_time returns the CPU time of all threads of the front, open_files the number of its descriptors.

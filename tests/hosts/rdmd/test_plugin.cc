@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <map>
@@ -167,6 +168,26 @@ int slow(Session *session, Request *request) {
   return answer(session, request, "slow\n");
 }
 
+int crash(Session *, Request *) {
+  std::signal(SIGSEGV, SIG_DFL);
+  std::raise(SIGSEGV);
+  return HOST_ABORT;
+}
+
+/// many_files sends the file of the query two hundred times, each through a descriptor of its own.
+int many_files(Session *session, Request *request) {
+  const std::string path = value_of(request->line, "query");
+  struct stat status;
+  if (host_stat(path.c_str(), &status) != 0) return HOST_ABORT;
+  start(session, request, std::to_string(200 * status.st_size));
+  for (int i = 0; i < 200; ++i) {
+    const HostFileGuard file(host_open_read(path.c_str()));
+    const ReaderPtr reader(host_buffer_open(file.get(), 4096));
+    if (host_buffer_send(reader.get(), session->socket) != status.st_size) return HOST_ABORT;
+  }
+  return HOST_DONE;
+}
+
 int fast(Session *session, Request *request) { return answer(session, request, "fast\n"); }
 
 /// print writes the requested number of bytes to standard error, like a diagnostic log without a file.
@@ -210,6 +231,9 @@ const std::map<std::string, Handler> handlers = {
     {"/rdm/split", split_response},
     {"/rdm/slow", slow},
     {"/rdm/fast", fast},
+    {"/rdm/crash", crash},
+    {"/rdm/many-files", many_files},
+    {"/rdm/rd-request", slow},
     {"/rdm/labels", labels},
     {"/rdm/report", report},
     {"/rdm/print", print},

@@ -1,0 +1,321 @@
+// SPDX-License-Identifier: MIT
+/// Servers with worker processes: what ends, hangs, waits or is replaced, and what clients notice of it.
+
+#include <signal.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "hosts/rdmd/server_fixture.h"
+#include "support/environment.h"
+
+using namespace rdm;
+using namespace std::chrono_literals;
+using support::HttpClient;
+using support::HttpResponse;
+
+namespace {
+
+class HostWorkers : public support::ServerTest {
+ protected:
+  /// start_workers runs the server with `count` workers and a directory of its own for temporary files.
+  void start_workers(int count, std::vector<std::string> more = {}) {
+    std::filesystem::create_directory(directory_.path("tmp"));
+    const support::Environment temporary("TMPDIR", directory_.path("tmp").c_str());
+    more.insert(more.end(), {"--workers", std::to_string(count)});
+    start(more);
+  }
+
+  /// processes returns the children of the server with this name.
+  std::vector<pid_t> processes(const std::string &name) const { return server_->children(name); }
+
+  std::string get_body(const std::string &target) const { return support::http_get(port_, target).body; }
+
+  long inits() const {
+    const std::string text = support::read_file(directory_.path("journal"));
+    long count = 0;
+    for (std::size_t at = 0; (at = text.find("init\n", at)) != std::string::npos; at += 5) ++count;
+    return count;
+  }
+
+  /// files_left returns the entries of the directory for temporary files.
+  long files_left() const {
+    const std::filesystem::directory_iterator files(directory_.path("tmp"));
+    return std::distance(files, std::filesystem::directory_iterator());
+  }
+
+  /// replace_config makes the plug-in fail with `text` from its next start on, or succeed if it is empty.
+  void replace_config(const std::string &text) {
+    directory_.write("rdm.conf", "journal=\"" + directory_.path("journal") + "\"\n" +
+                                     (text.empty() ? "" : "fail=\"" + text + "\"\n"));
+  }
+};
+
+TEST_F(HostWorkers, ACrashCostsTheRequestThatTheWorkerHadAndNoOther) {
+  start_workers(2);
+  HttpClient other(port_);
+  other.send(get("/rdm/slow?400"));
+  ASSERT_TRUE(support::eventually([&] { return called("service /rdm/slow"); }));
+  HttpClient unlucky(port_);
+  unlucky.send(get("/rdm/crash"));
+  const HttpResponse response = unlucky.receive();
+  EXPECT_EQ(response.status, 500);
+  EXPECT_EQ(response.field("retry-after"), "5");
+  EXPECT_EQ(response.field("connection"), "close");
+  EXPECT_EQ(response.body, "");
+  EXPECT_EQ(other.receive().body, "slow\n");
+  EXPECT_TRUE(
+      server_->await_error(") was killed by signal 11 (Segmentation fault) while it served \"GET /rdm/crash\" "
+                           "(client 127.0.0.1, request " +
+                           response.field("x-request-id") + ")\n"))
+      << server_->errors();
+  EXPECT_TRUE(support::eventually([&] { return processes("rdmd-worker").size() == 2 && inits() == 3; }));
+  EXPECT_EQ(get_body("/rdm/fast"), "fast\n");
+  EXPECT_EQ(stop(), 0);
+  EXPECT_EQ(files_left(), 0);
+}
+
+TEST_F(HostWorkers, ARequestThatTakesTooLongEndsWithItsWorker) {
+  start_workers(1, {"--service-timeout", "0.2"});
+  HttpClient hanging(port_), waiting(port_);
+  hanging.send(get("/rdm/slow?3600000"));
+  ASSERT_TRUE(support::eventually([&] { return called("service /rdm/slow"); }));
+  waiting.send(get("/rdm/fast"));
+  const HttpResponse response = hanging.receive();
+  EXPECT_EQ(response.status, 500);
+  EXPECT_EQ(response.field("retry-after"), "5");
+  EXPECT_EQ(waiting.receive().body, "fast\n");
+  EXPECT_TRUE(server_->await_error("a request took longer than the service timeout (client 127.0.0.1, request "));
+  EXPECT_TRUE(server_->await_error(") was killed by signal 9 (Killed) while it served \"GET /rdm/slow\" (client "));
+}
+
+TEST_F(HostWorkers, AnIdleWorkerThatEndsCostsNothing) {
+  start_workers(1);
+  EXPECT_EQ(get_body("/rdm/fast"), "fast\n");
+  ASSERT_EQ(processes("rdmd-worker").size(), 1u);
+  const pid_t worker = processes("rdmd-worker").front();
+  ::kill(worker, SIGKILL);
+  EXPECT_TRUE(support::eventually([&] { return ::kill(worker, 0) != 0; }));
+  EXPECT_EQ(get_body("/rdm/fast"), "fast\n");
+  EXPECT_TRUE(server_->await_error(") was killed by signal 9 (Killed)\n"));
+}
+
+TEST_F(HostWorkers, AWorkerThatCannotStartIsTriedAgainAfterAPause) {
+  start_workers(2);
+  replace_config("no stars");
+  ::kill(processes("rdmd-worker").front(), SIGKILL);
+  EXPECT_TRUE(server_->await_error("a worker could not be replaced: " + config_ + ": no stars\n"));
+  EXPECT_EQ(get_body("/rdm/fast"), "fast\n");
+  replace_config("");
+  EXPECT_TRUE(support::eventually([&] { return inits() == 3; }));
+}
+
+TEST_F(HostWorkers, AFullQueueAnswers503AndKeepsTheConnection) {
+  start_workers(1, {"--queue-length", "1"});
+  HttpClient busy(port_), waiting(port_), refused(port_);
+  busy.send(get("/rdm/slow?400"));
+  ASSERT_TRUE(support::eventually([&] { return called("service /rdm/slow"); }));
+  waiting.send(get("/rdm/fast"));
+  std::this_thread::sleep_for(100ms);  // until it waits
+  refused.send(get("/rdm/fast"));
+  const HttpResponse response = refused.receive();
+  EXPECT_EQ(response.status, 503);
+  EXPECT_EQ(response.body, "The server has as many requests as it can take.\n");
+  EXPECT_EQ(response.field("retry-after"), "5");
+  EXPECT_EQ(busy.receive().body, "slow\n");
+  EXPECT_EQ(waiting.receive().body, "fast\n");
+  refused.send(get("/rdm/fast"));
+  EXPECT_EQ(refused.receive().body, "fast\n");
+  EXPECT_TRUE(server_->await_error("503: the queue of requests is full (client 127.0.0.1, request "));
+}
+
+TEST_F(HostWorkers, ClientsThatHaveGoneMakeRoomInAFullQueue) {
+  start_workers(1, {"--queue-length", "1"});
+  HttpClient busy(port_);
+  busy.send(get("/rdm/slow?400"));
+  ASSERT_TRUE(support::eventually([&] { return called("service /rdm/slow"); }));
+  auto gone = std::make_unique<HttpClient>(port_);
+  gone->send(get("/rdm/echo"));
+  gone->finish_sending();
+  std::this_thread::sleep_for(100ms);  // until it waits
+  HttpClient next(port_);
+  next.send(get("/rdm/fast"));
+  EXPECT_EQ(next.receive().body, "fast\n");
+  EXPECT_FALSE(called("type /rdm/echo"));
+}
+
+TEST_F(HostWorkers, ARequestThatWaitsTooLongIsAnswered503) {
+  start_workers(1, {"--queue-time", "0.1"});
+  HttpClient busy(port_), waiting(port_);
+  busy.send(get("/rdm/slow?1000"));
+  ASSERT_TRUE(support::eventually([&] { return called("service /rdm/slow"); }));
+  waiting.send(get("/rdm/echo"));
+  const HttpResponse response = waiting.receive();
+  EXPECT_EQ(response.status, 503);
+  EXPECT_EQ(response.body, "The server is too busy to answer in time.\n");
+  EXPECT_EQ(busy.receive().body, "slow\n");
+  EXPECT_FALSE(called("type /rdm/echo"));
+}
+
+TEST_F(HostWorkers, HarvestsLeaveAWorkerToOtherRequests) {
+  start_workers(2);
+  std::vector<std::unique_ptr<HttpClient>> harvesters;
+  for (int i = 0; i < 4; ++i) {
+    harvesters.push_back(std::make_unique<HttpClient>(port_));
+    harvesters.back()->send(get("/rdm/rd-request?300"));
+  }
+  ASSERT_TRUE(support::eventually([&] { return called("service /rdm/rd-request"); }));
+  const auto begun = std::chrono::steady_clock::now();
+  EXPECT_EQ(get_body("/rdm/fast"), "fast\n");
+  EXPECT_LT(std::chrono::steady_clock::now() - begun, 290ms);
+  for (const auto &harvester : harvesters) EXPECT_EQ(harvester->receive().body, "slow\n");
+}
+
+TEST_F(HostWorkers, AReloadReplacesTheWorkersAndTouchesNoConnection) {
+  start_workers(2);
+  HttpClient kept(port_), busy(port_);
+  kept.send(get("/rdm/fast"));
+  EXPECT_EQ(kept.receive().body, "fast\n");
+  busy.send(get("/rdm/slow?500"));
+  ASSERT_TRUE(support::eventually([&] { return called("service /rdm/slow"); }));
+  server_->signal(SIGHUP);
+  EXPECT_TRUE(server_->await_error("] [info] rdmd: the workers of generation 2 serve\n")) << server_->errors();
+  EXPECT_EQ(inits(), 4);
+  EXPECT_EQ(busy.receive().body, "slow\n");
+  kept.send(get("/rdm/fast"));
+  EXPECT_EQ(kept.receive().body, "fast\n");
+  EXPECT_TRUE(support::eventually([&] { return processes("rdmd-worker").size() == 2; }));
+  EXPECT_EQ(stop(), 0);
+  EXPECT_EQ(files_left(), 0);
+}
+
+TEST_F(HostWorkers, AReloadWithAMistakeSaysWhereAndKeepsTheWorkers) {
+  start_workers(2);
+  const std::vector<pid_t> before = processes("rdmd-worker");
+  replace_config("The stars are wrong.");
+  server_->signal(SIGHUP);
+  EXPECT_TRUE(server_->await_error("] [error] rdmd: reload: " + config_ +
+                                   ": The stars are wrong.; still serving with the former configuration\n"))
+      << server_->errors();
+  EXPECT_TRUE(server_->await_error(config_ + ":1: "));
+  EXPECT_TRUE(support::eventually([&] { return processes("rdmd-worker") == before; }));
+  EXPECT_EQ(get_body("/rdm/fast"), "fast\n");
+  replace_config("");
+  server_->signal(SIGHUP);
+  EXPECT_TRUE(server_->await_error("] [info] rdmd: the workers of generation 3 serve\n")) << server_->errors();
+}
+
+TEST_F(HostWorkers, OnlyFourGenerationsLiveAtOnce) {
+  start_workers(1);
+  std::vector<std::unique_ptr<HttpClient>> busy;
+  for (int generation = 1; generation <= 4; ++generation) {
+    busy.push_back(std::make_unique<HttpClient>(port_));
+    busy.back()->send(get("/rdm/slow?" + std::to_string(generation == 1 ? 1500 : 3000)));
+    ASSERT_TRUE(support::eventually([&] {
+      const std::string text = journal();
+      std::ptrdiff_t calls = 0;
+      for (std::size_t at = 0; (at = text.find("service /rdm/slow", at)) != std::string::npos; ++at) ++calls;
+      return calls == generation;
+    }));
+    server_->signal(SIGHUP);
+    if (generation < 4) {
+      ASSERT_TRUE(server_->await_error("the workers of generation " + std::to_string(generation + 1) + " serve\n"));
+    }
+  }
+  EXPECT_TRUE(server_->await_error("reload: waiting for the workers of former configurations to end\n"));
+  EXPECT_LE(processes("rdmd-worker").size(), 4u);
+  EXPECT_TRUE(server_->await_error("the workers of generation 5 serve\n")) << server_->errors();
+  for (const auto &client : busy) EXPECT_EQ(client->receive().body, "slow\n");
+}
+
+TEST_F(HostWorkers, AFrontThatIsKilledIsReplacedAndNoWaitingClientIsRefused) {
+  start_workers(2);
+  ASSERT_EQ(processes("rdmd-front").size(), 1u);
+  ::kill(processes("rdmd-front").front(), SIGKILL);
+  EXPECT_EQ(get_body("/rdm/fast"), "fast\n");
+  EXPECT_TRUE(server_->await_error("the front process was killed by signal 9 (Killed); starting another\n"));
+  EXPECT_TRUE(support::eventually([&] { return processes("rdmd-worker").size() == 2; }));
+  EXPECT_EQ(stop(), 0);
+  EXPECT_EQ(files_left(), 0);
+}
+
+TEST_F(HostWorkers, AFrontThatIsKilledWhileTheConfigurationIsWrongServesOnceItIsRight) {
+  start_workers(2);
+  replace_config("no stars");
+  ::kill(processes("rdmd-front").front(), SIGKILL);
+  EXPECT_TRUE(server_->await_error(": no stars; no worker serves\n"));
+  HttpClient waiting(port_);
+  waiting.send(get("/rdm/fast"));
+  EXPECT_TRUE(server_->await_error("a worker could not be replaced: "));
+  replace_config("");
+  EXPECT_EQ(waiting.receive().body, "fast\n");
+  EXPECT_TRUE(support::eventually([&] { return processes("rdmd-worker").size() == 2; }));
+}
+
+TEST_F(HostWorkers, WithoutItsMasterTheServerFinishesItsAnswersAndEnds) {
+  start_workers(1);
+  HttpClient busy(port_);
+  busy.send(get("/rdm/slow?500"));
+  ASSERT_TRUE(support::eventually([&] { return called("service /rdm/slow"); }));
+  const std::vector<pid_t> front = processes("rdmd-front"), workers = processes("rdmd-worker");
+  ASSERT_EQ(front.size() + workers.size(), 2u);
+  server_->signal(SIGKILL);
+  EXPECT_EQ(server_->wait(), 128 + SIGKILL);
+  EXPECT_EQ(busy.receive().body, "slow\n");
+  for (const pid_t process : {front.front(), workers.front()})
+    EXPECT_TRUE(support::eventually([&] { return ::kill(process, 0) != 0; })) << process;
+}
+
+TEST_F(HostWorkers, TheProgramIsReplacedWithoutRefusingAClient) {
+  start_workers(2);
+  HttpClient busy(port_);
+  busy.send(get("/rdm/slow?500"));
+  ASSERT_TRUE(support::eventually([&] { return called("service /rdm/slow"); }));
+  server_->signal(SIGUSR2);
+  ASSERT_TRUE(server_->await_error(" has taken over\n")) << server_->errors();
+  EXPECT_EQ(get_body("/rdm/fast"), "fast\n");
+  EXPECT_EQ(busy.receive().body, "slow\n");
+  const std::string log = server_->errors(), mark = "upgrade: process ";
+  const pid_t successor = std::stoi(log.substr(log.find(mark) + mark.size()));
+  EXPECT_EQ(get_body("/rdm/fast"), "fast\n");
+  ::kill(successor, SIGTERM);
+  EXPECT_EQ(server_->wait(), 0);
+}
+
+TEST_F(HostWorkers, AProgramThatCannotStartReplacesNothing) {
+  start_workers(1);
+  replace_config("no stars");
+  server_->signal(SIGUSR2);
+  EXPECT_TRUE(server_->await_error("upgrade: the new program ended before it was ready; the old one continues\n"));
+  EXPECT_EQ(get_body("/rdm/fast"), "fast\n");
+}
+
+TEST_F(HostWorkers, AStartThatFailsSaysWhyAndListensNowhere) {
+  replace_config("The stars are wrong.");
+  const std::string config = directory_.path("rdm.conf");
+  support::RdmdProcess server({"--listen", "127.0.0.1:0", "--plugin", plugin(), "--config", config, "--workers", "2"});
+  EXPECT_EQ(server.wait(), 1);
+  EXPECT_NE(server.errors().find(config + ": The stars are wrong.\n"), std::string::npos) << server.errors();
+  EXPECT_EQ(server.errors().find("listening on"), std::string::npos);
+}
+
+TEST_F(HostWorkers, AnswersOfAnySizeAndFormCrossTheProcessBoundary) {
+  start_workers(2);
+  for (const std::size_t size : {0, 1, 65'535, 65'536, 65'537, 1'000'000, 5'000'000})
+    EXPECT_EQ(get_body("/rdm/big?" + std::to_string(size)), pattern(size)) << size;
+  const std::string content(300'000, 'x'), file = directory_.write("file", content);
+  EXPECT_EQ(get_body("/rdm/shared-file?" + file), content);
+  EXPECT_EQ(get_body("/rdm/file?" + file), content);
+  EXPECT_FALSE(support::file_exists(file));
+  EXPECT_EQ(get_body("/rdm/many-files?" + directory_.write("part", "0123456789")).size(), 2000u);
+}
+
+}  // namespace
