@@ -30,7 +30,7 @@ std::string take_variable(const char *name) {
 /// next_name removes the text up to the first ":" from `names` and returns it.
 std::string next_name(std::string_view &names) {
   const std::size_t end = std::min(names.find(':'), names.size());
-  const std::string name(names.substr(0, end));
+  std::string name(names.substr(0, end));
   names.remove_prefix(std::min(end + 1, names.size()));
   return name;
 }

@@ -69,8 +69,8 @@ std::vector<ListeningSocket> open_named(const std::string &text, Inherited &inhe
   BoundSockets bound = bind_listen(text, [&](const ListenAddress &wanted) {
     return take(inherited, [&](const ListenAddress &address) { return wanted.covers(address); }).socket;
   });
-  for (const std::string &missing : bound.missing)
-    warn("cannot listen on " + text + ": " + missing + "; listening on its other addresses");
+  const std::string failure = "cannot listen on " + text + ": ";
+  for (const std::string &missing : bound.missing) warn(failure + missing + "; listening on its other addresses");
   for (HostFileGuard &socket : bound.sockets) sockets.push_back(named(std::move(socket)));
   return sockets;
 }

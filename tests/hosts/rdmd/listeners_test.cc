@@ -31,7 +31,7 @@ class Listeners : public ::testing::Test {
     HostFileGuard socket =
         rdmd::unix_path(text) ? make_unix(*rdmd::unix_path(text)) : std::move(rdmd::bind_listen(text).sockets.front());
     EXPECT_EQ(::listen(socket.get(), 1), 0);
-    const std::string address = rdmd::local_address(socket.get()).text();
+    std::string address = rdmd::local_address(socket.get()).text();
     descriptors_.push_back(socket.get());
     inherited_.push_back({std::move(socket), ""});
     return address;

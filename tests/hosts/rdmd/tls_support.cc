@@ -38,7 +38,7 @@ CertificatePtr make_certificate(EVP_PKEY *key, const CertificateForm &form) {
 }  // namespace
 
 void write_certificate(const std::string &certificate, const std::string &key, const CertificateForm &form) {
-  const KeyPtr pair(EVP_EC_gen("P-256"));
+  const KeyPtr pair(::EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"));
   const FilePtr key_file(std::fopen(key.c_str(), "w")), certificate_file(std::fopen(certificate.c_str(), "w"));
   ::chmod(key.c_str(), 0600);
   const EVP_CIPHER *const cipher = form.passphrase.empty() ? nullptr : ::EVP_aes_128_cbc();

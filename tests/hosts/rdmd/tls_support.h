@@ -17,7 +17,7 @@ namespace rdm::support {
 struct CertificateForm {
   std::string name = "localhost";
   long begin = -3600, end = 3600;
-  std::string passphrase = "";  // of the key; empty: none
+  std::string passphrase = {};  // of the key; empty: none
 };
 
 /// write_certificate makes a key and a self-signed certificate and writes them as PEM files; the key with mode 0600.

@@ -100,7 +100,6 @@ TEST_F(HostTls, SendsLargeAnswersByteForByte) {
 }
 
 TEST_F(HostTls, ASlowReaderGetsItsWholeAnswer) {
-  // The answer is moved to a file while a record of it waits for the socket.
   start_tls({"--write-timeout", "2"});
   TlsClient client(port_, 0, "", nullptr, 4096);
   client.send(get("/rdm/big?3000000"));
