@@ -118,7 +118,8 @@ class Master {
   void await_workers();
   void end_workers();
   void stop();
-  void reap(int options);
+  void reap();
+  void process_ended(pid_t pid, int wait_status);
 
   const Settings &settings_;
   Upgrade &upgrade_;
@@ -187,7 +188,7 @@ void Master::take_signals() {
 void Master::obey(int signal) {
   switch (signal) {
     case SIGCHLD:
-      return reap(WNOHANG);
+      return reap();
     case SIGHUP:
       return reload();
     case SIGUSR1:
@@ -459,7 +460,8 @@ void Master::end_workers() {
   errors_.error("the plug-in has not returned from its last call; exiting without its exit functions");
   status_ = EXIT_FAILURE;
   for (const WorkerProcess &worker : workers_) ::kill(worker.child.pid, SIGKILL);
-  while (!workers_.empty()) reap(0);
+  for (const WorkerProcess &worker : workers_) ::waitpid(worker.child.pid, nullptr, 0);
+  for (const WorkerProcess &worker : workers_) remove_own_directory(worker.own_directory);
 }
 
 /// hand_over leaves the listening sockets to the new program.
@@ -482,21 +484,24 @@ void Master::stop() {
   tell({Kind::stop, 0, 0, ""});
 }
 
-void Master::reap(int options) {
-  for (;;) {
-    int wait_status = 0;
-    const pid_t pid = ::waitpid(-1, &wait_status, options);
-    if (pid <= 0) return;
-    const auto worker = std::find_if(workers_.begin(), workers_.end(),
-                                     [pid](const WorkerProcess &process) { return process.child.pid == pid; });
-    // What it said before its end says more than the end.
-    if (worker != workers_.end() && !worker->ready && worker->child.socket) take_readiness(*worker);
-    if (worker != workers_.end())
-      worker_ended(worker, wait_status);
-    else if (pid == front_.pid)
-      front_ended(wait_status);
-    if (options == 0) return;
-  }
+/// reap takes note of the children that have ended: of the front first, because workers end with their front, and then
+/// are not replaced one by one.
+void Master::reap() {
+  std::vector<std::pair<pid_t, int>> ended;
+  int wait_status = 0;
+  for (pid_t pid = 0; (pid = ::waitpid(-1, &wait_status, WNOHANG)) > 0;)
+    ended.insert(pid == front_.pid ? ended.begin() : ended.end(), {pid, wait_status});
+  for (const auto &[pid, how] : ended) process_ended(pid, how);
+}
+
+void Master::process_ended(pid_t pid, int wait_status) {
+  if (pid == front_.pid) return front_ended(wait_status);
+  const auto worker = std::find_if(workers_.begin(), workers_.end(),
+                                   [pid](const WorkerProcess &process) { return process.child.pid == pid; });
+  if (worker == workers_.end()) return;
+  // What it said before its end says more than the end.
+  if (!worker->ready && worker->child.socket) take_readiness(*worker);
+  worker_ended(worker, wait_status);
 }
 
 }  // namespace
