@@ -102,7 +102,7 @@ class Master {
   /* ---- The front ---- */
 
   void start_front();
-  void begin_service();
+  bool begin_service();
   void front_ended(int wait_status);
   void take_message();
   void tell(ControlMessage message, std::vector<host_fd> files = {});
@@ -275,7 +275,7 @@ void Master::worker_ready(WorkerProcess &worker, const Readiness &readiness) {
 /// generation_ready makes the started generation the serving one.
 void Master::generation_ready() {
   generation_ = std::exchange(starting_, 0);
-  if (!serving_) begin_service();
+  if (!serving_ && !begin_service()) return;
   for (WorkerProcess &worker : workers_)
     if (worker.generation == generation_) pass(worker);
   tell({Kind::retire, 0, generation_, ""});
@@ -346,14 +346,23 @@ std::size_t Master::generations() const {
 
 /* ---- The front ---- */
 
-/// begin_service starts the front and announces the server, once the first workers are ready.
-void Master::begin_service() {
+/// begin_service starts the front and announces the server, once the first workers are ready. Returns false if the
+/// server cannot listen; it then stops.
+bool Master::begin_service() {
+  try {
+    for (ListeningSocket &listener : listeners_) begin_listening(listener.socket.get(), listener);
+  } catch (const ListenError &error) {
+    errors_.error(error.what());
+    status_ = EXIT_FAILURE;
+    stop();
+    return false;
+  }
   serving_ = true;
-  for (ListeningSocket &listener : listeners_) begin_listening(listener.socket.get(), listener);
   start_front();
   announce(addresses_of(listeners_, false), addresses_of(listeners_, true), errors_);
   report_ready();
   upgrade_.report_ready();
+  return true;
 }
 
 void Master::report_ready() { manager_.ready("Listening on " + addresses_of(listeners_, false)); }

@@ -290,6 +290,7 @@ TEST_F(HostExchange, TheJsonAccessLogHasEachRequestWithItsId) {
   const std::string first = client.receive().field("x-request-id");
   client.send(get("/rdm/labels", "Connection: close\r\n"));
   const std::string second = client.receive().field("x-request-id");
+  await_access(2);
   HttpClient other(port_);
   other.send("nonsense\r\n");
   const std::string third = other.receive().field("x-request-id");

@@ -1,0 +1,243 @@
+// SPDX-License-Identifier: MIT
+/// How requests come to workers, with workers that a test controls.
+
+#include "hosts/rdmd/front/dispatcher.h"
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+using namespace rdm;
+using namespace rdm::rdmd;
+using namespace std::chrono_literals;
+
+namespace {
+
+/// TestWorker keeps its job until the test finishes it.
+class TestWorker : public Worker {
+ public:
+  TestWorker(int number, Dispatcher &dispatcher) : number_(number), dispatcher_(dispatcher) {}
+
+  int number() const override { return number_; }
+  JobPtr serve(JobPtr job) override {
+    if (ended) return job;
+    job_ = std::move(job);
+    served += job_->request.body;
+    return nullptr;
+  }
+  void kill() override { ++kills; }
+  void reopen_logs() override { ++reopenings; }
+  void retire() override { retired = true; }
+
+  void finish() {
+    const JobPtr job = std::move(job_);
+    dispatcher_.finished(*this);
+    Reply reply;
+    reply.fate = Fate::answered;
+    job->reply(std::move(reply));
+  }
+
+  bool ended = false, retired = false;
+  int kills = 0, reopenings = 0;
+  std::string served;  // the names of its jobs
+
+ private:
+  const int number_;
+  Dispatcher &dispatcher_;
+  JobPtr job_;
+};
+
+class Dispatching : public ::testing::Test {
+ protected:
+  static Limits limits() {
+    Limits limits;
+    limits.queue_length = 3;
+    limits.queue = 50ms;
+    limits.service = 100ms;
+    return limits;
+  }
+
+  std::shared_ptr<TestWorker> add(int generation = 1) {
+    auto worker = std::make_shared<TestWorker>(++number_, dispatcher_);
+    dispatcher_.add(worker, generation);
+    return worker;
+  }
+
+  void submit(const std::string &name, bool prompt = true) {
+    auto job = std::make_unique<Job>();
+    job->request.body = name;
+    job->prompt = prompt;
+    job->wanted = [this, name] { return gone_.find(name) == std::string::npos; };
+    job->reply = [this, name](const Reply &reply) {
+      fates_ += name + std::to_string(static_cast<int>(reply.fate)) + " ";
+    };
+    dispatcher_.submit(std::move(job));
+  }
+
+  static std::string fate(const std::string &name, Fate fate) {
+    return name + std::to_string(static_cast<int>(fate)) + " ";
+  }
+
+  /// run lets the timers run for a time.
+  void run(std::chrono::milliseconds time) {
+    context_.restart();
+    context_.run_for(time);
+  }
+
+  const Limits limits_ = limits();
+  boost::asio::io_context context_;
+  Dispatcher dispatcher_{limits_, io::Executor(context_.get_executor())};
+  int number_ = 0;
+  std::string gone_, fates_;
+};
+
+TEST_F(Dispatching, AFreeWorkerGetsAJobAtOnceAndTheNextWhenItHasFinished) {
+  const auto worker = add();
+  submit("a");
+  submit("b");
+  EXPECT_EQ(worker->served, "a");
+  worker->finish();
+  EXPECT_EQ(worker->served, "ab");
+  EXPECT_EQ(fates_, fate("a", Fate::answered));
+}
+
+TEST_F(Dispatching, JobsWaitForTheFirstWorker) {
+  submit("a");
+  EXPECT_EQ(add()->served, "a");
+}
+
+TEST_F(Dispatching, AnyWorkerTakesTheHeadOfTheQueue) {
+  const auto one = add(), two = add();
+  for (const char *name : {"a", "b", "c", "d"}) submit(name);
+  EXPECT_EQ(dispatcher_.status().queued, 2u);
+  two->finish();
+  one->finish();
+  EXPECT_EQ(one->served.size() + two->served.size(), 4u);
+  EXPECT_EQ(two->served.back(), 'c');
+  EXPECT_EQ(one->served.back(), 'd');
+}
+
+TEST_F(Dispatching, HarvestsLeaveOneWorkerFree) {
+  const auto one = add(), two = add();
+  submit("H", false);
+  submit("I", false);
+  EXPECT_EQ(one->served + two->served, "H");
+  submit("p");
+  EXPECT_EQ(one->served.size() + two->served.size(), 2u);
+  (one->served == "H" ? one : two)->finish();
+  EXPECT_EQ((one->served.front() == 'H' ? one : two)->served, "HI");
+}
+
+TEST_F(Dispatching, TheOnlyWorkerHarvestsToo) {
+  const auto worker = add();
+  submit("H", false);
+  EXPECT_EQ(worker->served, "H");
+}
+
+TEST_F(Dispatching, AJobWhoseClientHasGoneWhileItWaitedIsDropped) {
+  const auto worker = add();
+  for (const char *name : {"a", "b", "c"}) submit(name);
+  gone_ = "abc";
+  worker->finish();
+  EXPECT_EQ(worker->served, "a");
+  EXPECT_EQ(fates_, fate("b", Fate::abandoned) + fate("c", Fate::abandoned) + fate("a", Fate::answered));
+}
+
+TEST_F(Dispatching, AClientThatNeedNotWaitMayHaveFinishedSending) {
+  const auto worker = add();
+  gone_ = "a";
+  submit("a");
+  EXPECT_EQ(worker->served, "a");
+}
+
+TEST_F(Dispatching, AFullQueueRefusesUnlessClientsHaveGone) {
+  for (const char *name : {"a", "b", "c", "d"}) submit(name);
+  EXPECT_EQ(fates_, fate("d", Fate::queue_full));
+  gone_ = "b";
+  submit("e");
+  EXPECT_EQ(fates_, fate("d", Fate::queue_full) + fate("b", Fate::abandoned));
+  EXPECT_EQ(dispatcher_.status().queued, 3u);
+}
+
+TEST_F(Dispatching, JobsThatWaitTooLongAreRefused) {
+  submit("a");
+  run(500ms);
+  EXPECT_EQ(fates_, fate("a", Fate::overdue));
+  EXPECT_EQ(dispatcher_.status().queued, 0u);
+}
+
+TEST_F(Dispatching, AWorkerThatTakesTooLongIsKilledOnce) {
+  const auto worker = add();
+  submit("a");
+  run(500ms);
+  EXPECT_EQ(worker->kills, 1);
+  dispatcher_.lost(*worker);
+  EXPECT_EQ(dispatcher_.status().busy, 0u);
+}
+
+TEST_F(Dispatching, AnIdleDispatcherHasNothingToDo) {
+  const auto worker = add();
+  submit("a");
+  worker->finish();
+  const auto begun = io::Clock::now();
+  run(10s);
+  EXPECT_LT(io::Clock::now() - begun, 5s);
+}
+
+TEST_F(Dispatching, AJobThatAnEndedWorkerRefusesGoesToAnother) {
+  const auto dead = add();
+  dead->ended = true;
+  submit("a");
+  EXPECT_EQ(dispatcher_.status().queued, 1u);
+  EXPECT_EQ(add()->served, "a");
+  EXPECT_EQ(fates_, "");
+}
+
+TEST_F(Dispatching, FormerGenerationsEndAfterTheirJobs) {
+  const auto idle = add(1), busy = add(1);
+  submit("a");
+  TestWorker &serving = busy->served.empty() ? *idle : *busy, &other = busy->served.empty() ? *busy : *idle;
+  const auto successor = add(2);
+  dispatcher_.retire_before(2);
+  EXPECT_TRUE(other.retired);
+  EXPECT_FALSE(serving.retired);
+  submit("b");
+  EXPECT_EQ(successor->served, "b");
+  serving.finish();
+  EXPECT_TRUE(serving.retired);
+  EXPECT_EQ(fates_, fate("a", Fate::answered));
+}
+
+TEST_F(Dispatching, StoppingRefusesWhatWaitsAndEndsTheWorkers) {
+  const auto worker = add();
+  submit("a");
+  submit("b");
+  dispatcher_.stop();
+  submit("c");
+  EXPECT_TRUE(worker->retired);
+  EXPECT_EQ(fates_, fate("b", Fate::stopping) + fate("c", Fate::stopping));
+  EXPECT_TRUE(add()->retired);
+}
+
+TEST_F(Dispatching, EveryWorkerReopensItsLogs) {
+  const auto one = add(), two = add();
+  submit("a");
+  dispatcher_.reopen_logs();
+  EXPECT_EQ(one->reopenings + two->reopenings, 2);
+}
+
+TEST_F(Dispatching, ItsStatusCountsWorkersAndJobs) {
+  const auto one = add(), two = add();
+  submit("a");
+  const Dispatcher::Status status = dispatcher_.status();
+  EXPECT_EQ(status.free, 1u);
+  EXPECT_EQ(status.busy, 1u);
+  EXPECT_EQ(status.responsive, 2u);
+  EXPECT_EQ(status.queued, 0u);
+}
+
+}  // namespace

@@ -1,0 +1,195 @@
+// SPDX-License-Identifier: MIT
+/// What the processes of the server say to each other: everything arrives as it was sent, and nothing else is accepted.
+
+#include "hosts/rdmd/worker/protocol.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <memory>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "hosts/rdmd/master/control.h"
+#include "support/directories.h"
+#include "support/files.h"
+
+using namespace rdm;
+using namespace rdm::rdmd;
+
+namespace {
+
+using Fields = std::vector<std::pair<std::string, std::string>>;
+
+Fields pairs(const std::vector<hosts::Field> &fields) {
+  Fields result;
+  for (const hosts::Field &field : fields) result.emplace_back(field.name, field.value);
+  return result;
+}
+
+hosts::ServiceRequest request() {
+  hosts::ServiceRequest request;
+  request.client = {{"ip", "192.0.2.1"}};
+  request.line = {{"method", "POST"}, {"uri", "/rdm/incoming"}, {"query", ""}};
+  request.headers = {{"host", "h"}, {"x-empty", ""}, {"host", "again"}};
+  request.variables = {{"request-id", "0123"}};
+  request.body = std::string("body\0with zeros\xFF", 16);
+  request.head_only = true;
+  return request;
+}
+
+hosts::ServiceAnswer answer() {
+  hosts::ServiceAnswer answer;
+  answer.outcome = hosts::Outcome::answered;
+  answer.labels = {"rd-request", "x-catalog://h:1/c", 7};
+  answer.delimited = true;
+  answer.head.status = 403;
+  answer.head.reason = "No";
+  answer.head.fields = {{"content-type", "text/plain"}, {"content-length", "10"}};
+  answer.head.length = 10;
+  return answer;
+}
+
+hosts::Piece bytes(const std::string &text) { return {text, nullptr, 0, static_cast<std::int64_t>(text.size())}; }
+
+/// exchange sends an answer over a socket and returns it as it arrives, and the number of packets.
+std::pair<hosts::ServiceAnswer, std::size_t> exchange(const hosts::ServiceAnswer &sent) {
+  const PacketSockets sockets = make_packet_sockets();
+  const std::vector<OutgoingPacket> packets = encode_answer(sent);
+  AnswerReader reader;
+  bool last = false;
+  for (const OutgoingPacket &packet : packets) {
+    EXPECT_FALSE(last);
+    EXPECT_TRUE(send_packet(sockets.first.get(), packet.bytes, packet.files));
+    last = reader.add(std::move(*receive_packet(sockets.second.get())));
+  }
+  EXPECT_TRUE(last);
+  return {reader.take(), packets.size()};
+}
+
+TEST(WorkerProtocol, ARequestArrivesAsItWasSent) {
+  const auto received = decode_order(encode_request(request()));
+  ASSERT_TRUE(received);
+  EXPECT_EQ(pairs(received->client), (Fields{{"ip", "192.0.2.1"}}));
+  EXPECT_EQ(pairs(received->line), (Fields{{"method", "POST"}, {"uri", "/rdm/incoming"}, {"query", ""}}));
+  EXPECT_EQ(pairs(received->headers), (Fields{{"host", "h"}, {"x-empty", ""}, {"host", "again"}}));
+  EXPECT_EQ(pairs(received->variables), (Fields{{"request-id", "0123"}}));
+  EXPECT_EQ(received->body, request().body);
+  EXPECT_TRUE(received->head_only);
+}
+
+TEST(WorkerProtocol, TheOrderToReopenLogsIsNoRequest) { EXPECT_FALSE(decode_order(encode_reopen())); }
+
+TEST(WorkerProtocol, AnAnswerWithoutABodyArrivesInOnePacket) {
+  const auto [received, packets] = exchange(answer());
+  EXPECT_EQ(packets, 1u);
+  EXPECT_EQ(received.outcome, hosts::Outcome::answered);
+  EXPECT_EQ(received.labels.type, "rd-request");
+  EXPECT_EQ(received.labels.catalog, "x-catalog://h:1/c");
+  EXPECT_EQ(received.labels.hits, 7);
+  EXPECT_TRUE(received.delimited);
+  EXPECT_EQ(received.head.status, 403);
+  EXPECT_EQ(received.head.reason, "No");
+  EXPECT_EQ(pairs(received.head.fields), (Fields{{"content-type", "text/plain"}, {"content-length", "10"}}));
+  EXPECT_EQ(received.head.length, 10);
+  EXPECT_TRUE(received.pieces.empty());
+}
+
+TEST(WorkerProtocol, WhatIsAbsentStaysAbsent) {
+  const hosts::ServiceAnswer received = exchange({}).first;
+  EXPECT_EQ(received.outcome, hosts::Outcome::silent);
+  EXPECT_FALSE(received.head.length);
+  EXPECT_FALSE(received.labels.hits);
+}
+
+TEST(WorkerProtocol, BytesBeyondAPacketArriveAsOnePiece) {
+  hosts::ServiceAnswer sent = answer();
+  const std::string text(inline_limit * 2 + 1, 'x');
+  sent.pieces = {bytes(text), bytes("end")};
+  const auto [received, packets] = exchange(sent);
+  EXPECT_EQ(packets, 3u);
+  ASSERT_EQ(received.pieces.size(), 1u);
+  EXPECT_EQ(received.pieces[0].bytes, text + "end");
+  EXPECT_EQ(received.pieces[0].length, static_cast<std::int64_t>(text.size()) + 3);
+}
+
+TEST(WorkerProtocol, FilesArriveWithTheirRanges) {
+  const support::TemporaryDirectory directory;
+  const std::string path = directory.write("file", "0123456789");
+  const auto open = [&] { return std::make_shared<const HostFileGuard>(::open(path.c_str(), O_RDONLY | O_CLOEXEC)); };
+  hosts::ServiceAnswer sent = answer();
+  const auto shared = open();
+  sent.pieces = {bytes("a"), {"", shared, 2, 3}, bytes("b"), {"", shared, 0, 1}};
+  for (std::size_t i = 0; i < packet_files + 1; ++i) sent.pieces.push_back({"", open(), 9, 1});
+  const auto [received, packets] = exchange(sent);
+  EXPECT_EQ(packets, 2u);
+  std::string text;
+  for (const hosts::Piece &piece : received.pieces) {
+    char block[16];
+    text +=
+        piece.file
+            ? std::string(block, static_cast<std::size_t>(::pread(
+                                     piece.file->get(), block, static_cast<std::size_t>(piece.length), piece.offset)))
+            : piece.bytes;
+  }
+  EXPECT_EQ(text, "a234b0" + std::string(packet_files + 1, '9'));
+  EXPECT_EQ(received.pieces[1].file, received.pieces[3].file);
+}
+
+TEST(WorkerProtocol, ReadinessAndControlMessagesArriveAsTheyWereSent) {
+  const Readiness readiness = decode_readiness(encode(Readiness{"why", "/tmp", "/tmp/own"}));
+  EXPECT_EQ(readiness.failure, "why");
+  EXPECT_EQ(readiness.temporary_directory, "/tmp");
+  EXPECT_EQ(readiness.own_directory, "/tmp/own");
+  const ControlMessage message = decode_control(encode(ControlMessage{ControlMessage::Kind::ended, 3, -1, "how"}));
+  EXPECT_EQ(message.kind, ControlMessage::Kind::ended);
+  EXPECT_EQ(message.number, 3);
+  EXPECT_EQ(message.generation, -1);
+  EXPECT_EQ(message.text, "how");
+}
+
+TEST(WorkerProtocol, NoPartOfAPacketIsAccepted) {
+  const std::string order = encode_request(request()), reply = encode_answer(answer()).front().bytes;
+  for (std::size_t size = 0; size < order.size(); ++size)
+    EXPECT_THROW(decode_order(order.substr(0, size)), MalformedPacket) << size;
+  for (std::size_t size = 0; size < reply.size(); ++size)
+    EXPECT_THROW(AnswerReader().add({reply.substr(0, size), {}}), MalformedPacket) << size;
+  EXPECT_THROW(decode_order(order + "x"), MalformedPacket);
+  EXPECT_THROW(AnswerReader().add({reply + "x", {}}), MalformedPacket);
+}
+
+TEST(WorkerProtocol, APieceOfAFileThatDidNotComeIsRefused) {
+  hosts::ServiceAnswer sent = answer();
+  sent.pieces = {{"", std::make_shared<const HostFileGuard>(::open("/dev/null", O_RDONLY | O_CLOEXEC)), 0, 1}};
+  EXPECT_THROW(AnswerReader().add({encode_answer(sent).front().bytes, {}}), MalformedPacket);
+}
+
+TEST(WorkerProtocol, TheEndOfTheOtherSideIsAnEmptyPacket) {
+  PacketSockets sockets = make_packet_sockets();
+  EXPECT_TRUE(send_packet(sockets.first.get(), "last"));
+  sockets.first = HostFileGuard();
+  EXPECT_EQ(receive_packet(sockets.second.get())->bytes, "last");
+  EXPECT_EQ(receive_packet(sockets.second.get())->bytes, "");
+  EXPECT_FALSE(send_packet(sockets.second.get(), "too late"));
+  EXPECT_EQ(errno, EPIPE);
+}
+
+TEST(WorkerProtocol, ASocketThatDoesNotBlockSaysThatThereIsNoPacket) {
+  const PacketSockets sockets = make_packet_sockets();
+  ::fcntl(sockets.first.get(), F_SETFL, O_NONBLOCK);
+  EXPECT_FALSE(receive_packet(sockets.first.get()));
+}
+
+TEST(WorkerProtocol, PacketsBeyondTheLimitAreNotSent) {
+  const PacketSockets sockets = make_packet_sockets();
+  EXPECT_FALSE(send_packet(sockets.first.get(), std::string(packet_limit + 1, 'x')));
+  EXPECT_EQ(errno, EMSGSIZE);
+  EXPECT_FALSE(send_packet(sockets.first.get(), "x", std::vector<host_fd>(packet_files + 1, 0)));
+  EXPECT_EQ(errno, EMSGSIZE);
+}
+
+}  // namespace
