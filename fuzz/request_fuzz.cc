@@ -39,7 +39,7 @@ void serve(hosts::Exchange &exchange) {
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   static const Service service;
   std::string bytes(fuzz::text(data, size));
-  rdmd::HeadReader reader(65536, 16384);
+  rdmd::HeadReader reader({65536, 16384, 1000});
   const rdmd::HeadResult result = reader.take(bytes);
   const auto *head = std::get_if<rdmd::RequestHead>(&result);
   const auto target = head != nullptr ? rdmd::parse_target(head->target) : std::nullopt;
