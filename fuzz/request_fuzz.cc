@@ -5,6 +5,7 @@
 #include "hosts/common/host_table.h"
 #include "hosts/rdmd/front/request_head.h"
 #include "hosts/rdmd/front/request_target.h"
+#include "hosts/rdmd/transform/transform.h"
 #include "qxapi/guard.h"
 #include "service/rdm.h"
 
@@ -44,7 +45,9 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const auto *head = std::get_if<rdmd::RequestHead>(&result);
   const auto target = head != nullptr ? rdmd::parse_target(head->target) : std::nullopt;
   if (!target || !rdmd::is_service_path(target->path)) return 0;
-  const auto exchange = hosts::make_exchange(rdmd::make_request(*head, *target, "127.0.0.1"));
+  const hosts::ServiceRequest request = rdmd::make_request(*head, *target, "127.0.0.1");
+  rdmd::read_wishes(request);
+  const auto exchange = hosts::make_exchange(request);
   bytes.resize(std::min<uint64_t>(head->length.value_or(0), 32768));
   exchange->input(bytes);
   serve(*exchange);

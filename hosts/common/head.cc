@@ -67,11 +67,6 @@ void add_line(std::string &text, std::string_view name, std::string_view value) 
   text.append(name).append(": ").append(value).append("\r\n");
 }
 
-bool has_field(const Head &head, std::string_view name) {
-  return std::any_of(head.fields.begin(), head.fields.end(),
-                     [name](const Field &field) { return ascii::iequals(field.name, name); });
-}
-
 std::string http_date(std::time_t now) {
   struct tm fields;
   char text[64] = "";
@@ -88,6 +83,11 @@ std::string_view reason_phrase(int status) {
 }
 
 bool has_body(int status) { return status >= 200 && status != 204 && status != 304; }
+
+bool has_field(const Head &head, std::string_view name) {
+  return std::any_of(head.fields.begin(), head.fields.end(),
+                     [name](const Field &field) { return ascii::iequals(field.name, name); });
+}
 
 Head freeze_head(int status, std::string_view reason, const pblock &response) {
   Head head;

@@ -42,6 +42,9 @@ std::string_view reason_phrase(int status);
 /// has_body returns true if an answer of this status may have a body.
 bool has_body(int status);
 
+/// has_field returns true if the head has a field of this name, in any case.
+bool has_field(const Head &head, std::string_view name);
+
 /// freeze_head makes a head from a status, a reason (empty: the usual text) and the plug-in's response headers. Fields
 /// are copied unchanged, except that
 /// - control characters become spaces, so that no value can start a new line;

@@ -74,6 +74,7 @@ void add_options(CLI::App &app, Settings &settings) {
   app.add_option("--user", settings.user, "Check what this user may read and write")->type_name("NAME")->needs(check);
   app.add_flag("--half-close", settings.half_close,
                "Serve clients that have closed their sending side before their turn");
+  app.add_flag("--gzip,!--no-gzip", settings.gzip, "Compress answers for clients that accept gzip; the default");
   add_limit_options(app, settings.limits);
   add_proxy_options(app, settings);
 }

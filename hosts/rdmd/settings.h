@@ -60,6 +60,7 @@ struct Settings {
   std::string user;                          // whose rights --check uses; empty: the caller
   std::vector<std::string> trusted_proxies;  // "ADDRESS[/BITS]" or "unix"
   bool half_close = false;                   // serve clients that have closed their sending side before their turn
+  bool gzip = true;                          // compress answers for clients that prefer it
   bool proxy_protocol = false;               // every connection begins with a header of its proxy
   Limits limits;
 };

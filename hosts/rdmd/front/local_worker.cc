@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "hosts/common/host_table.h"
+#include "hosts/rdmd/transform/transform.h"
 
 namespace rdm::rdmd {
 
@@ -28,7 +29,7 @@ void LocalWorker::run() {
 
 hosts::ServiceAnswer LocalWorker::call(hosts::ServiceRequest request) {
   try {
-    return hosts::call_service(plugin_, std::move(request));
+    return answer_request(plugin_, std::move(request), gzip_);
   } catch (const std::exception &) {
     hosts::ServiceAnswer answer;
     answer.outcome = hosts::Outcome::broken;

@@ -14,7 +14,9 @@ namespace rdm::rdmd {
 
 class LocalWorker : public Worker {
  public:
-  LocalWorker(hosts::Plugin &plugin, Dispatcher &dispatcher) : plugin_(plugin), dispatcher_(dispatcher) {}
+  /// Compresses answers if `gzip`.
+  LocalWorker(hosts::Plugin &plugin, bool gzip, Dispatcher &dispatcher)
+      : plugin_(plugin), gzip_(gzip), dispatcher_(dispatcher) {}
 
   int number() const override { return 0; }
   JobPtr serve(JobPtr job) override;
@@ -31,6 +33,7 @@ class LocalWorker : public Worker {
   hosts::ServiceAnswer call(hosts::ServiceRequest request);
 
   hosts::Plugin &plugin_;
+  const bool gzip_;
   Dispatcher &dispatcher_;
   JobPtr job_;
   ServiceThread thread_;

@@ -102,7 +102,7 @@ Server::Server(const Settings &settings, hosts::Plugin &plugin, ErrorLog &errors
     : Server(settings, errors, access, std::move(sockets), std::move(tls)) {
   signals_.emplace(strand_, SIGTERM, SIGINT, SIGHUP);
   signals_->add(SIGUSR1);
-  local_worker_ = std::make_shared<LocalWorker>(plugin, dispatcher_);
+  local_worker_ = std::make_shared<LocalWorker>(plugin, settings.gzip, dispatcher_);
   dispatcher_.add(local_worker_, 0);
 }
 

@@ -18,6 +18,7 @@
 #include "hosts/rdmd/leftovers.h"
 #include "hosts/rdmd/log.h"
 #include "hosts/rdmd/standard_stream.h"
+#include "hosts/rdmd/transform/transform.h"
 #include "hosts/rdmd/worker/own_directory.h"
 #include "hosts/rdmd/worker/protocol.h"
 #include "qxapi/temporary_directory.h"
@@ -94,7 +95,7 @@ class Worker {
 
   hosts::ServiceAnswer answer_to(hosts::ServiceRequest request) {
     try {
-      return hosts::call_service(*plugin_, std::move(request));
+      return answer_request(*plugin_, std::move(request), settings_.gzip);
     } catch (const std::exception &error) {
       errors_.error(std::string("a request failed: ") + error.what());
       return broken_answer();
