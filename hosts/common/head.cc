@@ -5,6 +5,7 @@
 #include <array>
 #include <utility>
 
+#include "hosts/common/http_date.h"
 #include "qxapi/ascii.h"
 #include "qxapi/escaped.h"
 #include "qxapi/number.h"
@@ -65,13 +66,6 @@ bool declare(Head &head, std::string_view value) {
 
 void add_line(std::string &text, std::string_view name, std::string_view value) {
   text.append(name).append(": ").append(value).append("\r\n");
-}
-
-std::string http_date(std::time_t now) {
-  struct tm fields;
-  char text[64] = "";
-  if (host_gmtime(&now, &fields) != nullptr) host_format_time(text, sizeof text, "%a, %d %b %Y %H:%M:%S GMT", &fields);
-  return text;
 }
 
 }  // namespace

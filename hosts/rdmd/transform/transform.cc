@@ -7,18 +7,20 @@
 #include <utility>
 #include <vector>
 
+#include "hosts/common/http_date.h"
 #include "hosts/rdmd/transform/accept_encoding.h"
 #include "hosts/rdmd/transform/gzip.h"
+#include "hosts/rdmd/transform/validators.h"
 #include "qxapi/ascii.h"
 
 namespace rdm::rdmd {
 namespace {
 
-/// field returns the value of a request header, or null if the request has none.
-const std::string *field(const hosts::ServiceRequest &request, std::string_view name) {
-  const auto found = std::find_if(request.headers.begin(), request.headers.end(),
-                                  [name](const hosts::Field &header) { return header.name == name; });
-  return found == request.headers.end() ? nullptr : &found->value;
+/// entry returns the value of an entry of a block of a request, if it is there.
+std::optional<std::string> entry(const std::vector<hosts::Field> &block, std::string_view name) {
+  const auto found =
+      std::find_if(block.begin(), block.end(), [name](const hosts::Field &field) { return field.name == name; });
+  return found == block.end() ? std::nullopt : std::optional(found->value);
 }
 
 bool is_whole_body(const hosts::ServiceAnswer &answer) {
@@ -48,26 +50,71 @@ bool compress(hosts::ServiceAnswer &answer) {
   return true;
 }
 
+std::optional<Validators> find_validators(const hosts::ServiceAnswer &answer, const Wishes &wishes, std::time_t now) {
+  const bool has_own = hosts::has_field(answer.head, "etag") || hosts::has_field(answer.head, "last-modified");
+  return wishes.validates && !has_own ? validators_of(answer.pieces, now) : std::nullopt;
+}
+
+/// held_tag returns the tag of the form of the body that the client has, according to its conditions, or an empty text.
+/// `selected` is the tag of the form that would be sent.
+std::string held_tag(const Wishes &wishes, const Validators &validators, const std::string &selected) {
+  if (!wishes.if_none_match) {
+    const bool held = wishes.if_modified_since && is_unmodified_since(*wishes.if_modified_since, validators.modified);
+    return held ? selected : "";
+  }
+  for (const std::string &tag : {selected, validators.tag})
+    if (lists_tag(*wishes.if_none_match, tag)) return tag;
+  return "";
+}
+
+void add_validators(hosts::Head &head, const std::string &tag, std::time_t modified) {
+  head.fields.push_back({"ETag", tag});
+  head.fields.push_back({"Last-Modified", hosts::http_date(modified)});
+}
+
+void drop_body(hosts::ServiceAnswer &answer) {
+  answer.head.status = 304;
+  answer.head.reason.clear();
+  answer.head.length.reset();
+  std::erase_if(answer.head.fields,
+                [](const hosts::Field &field) { return ascii::istarts_with(field.name, "content-"); });
+  answer.pieces.clear();
+}
+
 }  // namespace
 
 Wishes read_wishes(const hosts::ServiceRequest &request) {
   Wishes wishes;
   wishes.head_only = request.head_only;
-  const std::string *const encodings = field(request, "accept-encoding");
-  wishes.gzip = encodings != nullptr && accepts_gzip(*encodings);
+  wishes.gzip = accepts_gzip(entry(request.headers, "accept-encoding").value_or(""));
+  wishes.validates = entry(request.line, "method") == "GET";
+  if (!wishes.validates) return wishes;
+  wishes.if_none_match = entry(request.headers, "if-none-match");
+  wishes.if_modified_since = entry(request.headers, "if-modified-since");
   return wishes;
 }
 
-void transform(hosts::ServiceAnswer &answer, const Wishes &wishes, bool may_compress) {
-  if (wishes.head_only || !is_whole_body(answer) || !may_compress || !can_be_compressed(answer)) return;
-  answer.head.fields.push_back({"Vary", "Accept-Encoding"});
-  if (wishes.gzip) compress(answer);
+void transform(hosts::ServiceAnswer &answer, const Wishes &wishes, bool may_compress, std::time_t now) {
+  if (wishes.head_only || !is_whole_body(answer)) return;
+  const std::optional<Validators> validators = find_validators(answer, wishes, now);
+  const bool varies = may_compress && can_be_compressed(answer);
+  const bool compresses = varies && wishes.gzip;
+  if (varies) answer.head.fields.push_back({"Vary", "Accept-Encoding"});
+  const std::string held =
+      validators ? held_tag(wishes, *validators, compresses ? validators->gzip_tag : validators->tag) : "";
+  if (!held.empty()) {
+    drop_body(answer);
+    return add_validators(answer.head, held, validators->modified);
+  }
+  const bool compressed = compresses && compress(answer);
+  if (validators)
+    add_validators(answer.head, compressed ? validators->gzip_tag : validators->tag, validators->modified);
 }
 
 hosts::ServiceAnswer answer_request(hosts::Plugin &plugin, hosts::ServiceRequest request, bool may_compress) {
   const Wishes wishes = read_wishes(request);
   hosts::ServiceAnswer answer = hosts::call_service(plugin, std::move(request));
-  transform(answer, wishes, may_compress);
+  transform(answer, wishes, may_compress, std::time(nullptr));
   return answer;
 }
 

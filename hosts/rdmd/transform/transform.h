@@ -5,6 +5,9 @@
 #define HOSTS_RDMD_TRANSFORM_TRANSFORM_H
 
 #include <cstdint>
+#include <ctime>
+#include <optional>
+#include <string>
 
 #include "hosts/common/service_call.h"
 
@@ -18,15 +21,22 @@ inline constexpr std::int64_t most_compressed = std::int64_t{256} << 20;
 /// Wishes is what a request says about the form of its answer.
 struct Wishes {
   bool head_only = false;
-  bool gzip = false;  // the client prefers it
+  bool gzip = false;       // the client prefers it
+  bool validates = false;  // a GET: the answer may have validators
+  // The fields of a GET.
+  std::optional<std::string> if_none_match = {}, if_modified_since = {};
 };
 
 Wishes read_wishes(const hosts::ServiceRequest &request);
 
-/// transform compresses the body for a client that prefers it, if `may_compress` and it is a complete body with status
-/// 200, a declared length between the limits above and no coding or entity tag of its own. Every answer that these
-/// conditions allow to be compressed gets "Vary: Accept-Encoding". Answers to HEAD stay as they are.
-void transform(hosts::ServiceAnswer &answer, const Wishes &wishes, bool may_compress);
+/// transform changes an answer that has a complete body and status 200; others, and answers to HEAD, stay as they are.
+/// - It compresses the body for a client that prefers that, if `may_compress` and the body has a declared length
+/// between
+///   the limits above and no coding or entity tag of its own. Every answer that these conditions allow to be compressed
+///   gets "Vary: Accept-Encoding".
+/// - An answer to GET whose body is a prepared file (see validators_of, also for `now`) gets ETag and Last-Modified, or
+///   becomes a 304 if the conditions of the request say that the client has it, unless it has either field already.
+void transform(hosts::ServiceAnswer &answer, const Wishes &wishes, bool may_compress, std::time_t now);
 
 /// answer_request calls the plug-in and transforms its answer. Throws std::bad_alloc.
 hosts::ServiceAnswer answer_request(hosts::Plugin &plugin, hosts::ServiceRequest request, bool may_compress);

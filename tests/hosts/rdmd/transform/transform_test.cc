@@ -1,10 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "hosts/rdmd/transform/transform.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <memory>
 #include <string>
 
 #include <gtest/gtest.h>
 
+#include "support/files.h"
 #include "support/gunzip.h"
 
 using namespace rdm;
@@ -16,6 +21,7 @@ using hosts::ServiceAnswer;
 using rdmd::Wishes;
 
 const std::string text(2000, 'x');
+constexpr std::time_t modified = 784111777, now = modified + 10;
 
 /// answer_of returns a whole answer of the plug-in with this body.
 ServiceAnswer answer_of(const std::string &body, std::vector<Field> fields = {}) {
@@ -38,7 +44,7 @@ std::string lines(const ServiceAnswer &answer) {
 }
 
 ServiceAnswer transformed(ServiceAnswer answer, const Wishes &wishes) {
-  rdmd::transform(answer, wishes, true);
+  rdmd::transform(answer, wishes, true, now);
   return answer;
 }
 
@@ -101,10 +107,133 @@ TEST(Transform, LeavesOtherAnswersAsTheyAre) {
   };
   for (const auto &row : cases) {
     ServiceAnswer answer = row.answer;
-    rdmd::transform(answer, row.wishes, row.may_compress);
+    rdmd::transform(answer, row.wishes, row.may_compress, now);
     EXPECT_EQ(lines(answer), lines(row.answer)) << row.name;
     EXPECT_EQ(answer.head.length, row.answer.head.length) << row.name;
     EXPECT_EQ(answer.pieces[0].bytes, row.answer.pieces[0].bytes) << row.name;
+  }
+}
+
+/// Prepared makes answers whose body is a file.
+class Prepared : public ::testing::Test {
+ protected:
+  ServiceAnswer answer(std::size_t size = text.size(), std::vector<Field> fields = {}) {
+    const std::string path = directory_.write("file", text.substr(0, size));
+    const struct timespec times[] = {{modified, 0}, {modified, 0}};
+    EXPECT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+    ServiceAnswer answer = answer_of(text.substr(0, size), std::move(fields));
+    auto file = std::make_shared<const HostFileGuard>(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    answer.pieces = {{{}, std::move(file), 0, *answer.head.length}};
+    return answer;
+  }
+  static std::string value(const ServiceAnswer &answer, std::string_view name) {
+    for (const Field &field : answer.head.fields)
+      if (field.name == name) return field.value;
+    return "";
+  }
+  /// tag returns the tag that clients with these wishes get.
+  std::string tag(bool gzip) { return value(transformed(answer(), {.gzip = gzip, .validates = true}), "ETag"); }
+
+  support::TemporaryDirectory directory_;
+};
+
+TEST_F(Prepared, AnswersToGetHaveValidators) {
+  const ServiceAnswer plain = transformed(answer(), {.validates = true});
+  EXPECT_EQ(lines(plain), "content-type: text/x-test\ncontent-length: 2000\nVary: Accept-Encoding\nETag: " +
+                              tag(false) + "\nLast-Modified: Sun, 06 Nov 1994 08:49:37 GMT\n");
+  EXPECT_TRUE(plain.pieces[0].file);
+  const ServiceAnswer compressed = transformed(answer(), {.gzip = true, .validates = true});
+  EXPECT_EQ(value(compressed, "ETag"), tag(true));
+  EXPECT_EQ(value(compressed, "Last-Modified"), "Sun, 06 Nov 1994 08:49:37 GMT");
+  EXPECT_EQ(support::gunzip(compressed.pieces[0].bytes), text);
+  EXPECT_NE(tag(true), tag(false));
+  const ServiceAnswer brief = transformed(answer(100), {.gzip = true, .validates = true});
+  EXPECT_TRUE(value(brief, "ETag").ends_with("\"") && !value(brief, "ETag").ends_with("-gzip\"")) << lines(brief);
+  EXPECT_EQ(value(brief, "Vary"), "");
+}
+
+TEST_F(Prepared, AnswersToOtherMethodsHaveNone) {
+  for (const Wishes &wishes : {Wishes{.head_only = true, .validates = false}, Wishes{.gzip = true}, Wishes{}})
+    EXPECT_EQ(lines(transformed(answer(), wishes)).find("ETag"), std::string::npos);
+}
+
+TEST_F(Prepared, ValidatorsOfThePluginStay) {
+  const std::vector<Field> own[] = {{{"etag", "\"1\""}}, {{"last-modified", "Sun, 06 Nov 1994 08:49:38 GMT"}}};
+  for (const std::vector<Field> &fields : own) {
+    const ServiceAnswer answered =
+        transformed(answer(100, fields), {.validates = true, .if_none_match = "*", .if_modified_since = "x"});
+    EXPECT_EQ(answered.head.status, 200);
+    EXPECT_EQ(lines(answered), lines(answer(100, fields)));
+  }
+}
+
+TEST_F(Prepared, AClientThatHasItGetsNoBody) {
+  const std::string plain = tag(false), gzip = tag(true);
+  const std::string then = "Sun, 06 Nov 1994 08:49:37 GMT", before = "Sun, 06 Nov 1994 08:49:36 GMT";
+  const struct {
+    const char *name;
+    Wishes wishes;
+    std::string held;  // the tag in a 304; empty: the answer is sent
+  } cases[] = {
+      {"the plain form", {.if_none_match = plain}, plain},
+      {"the compressed form", {.gzip = true, .if_none_match = gzip}, gzip},
+      {"another weak tag and this", {.if_none_match = "W/\"x\", W/" + plain}, plain},
+      {"both forms", {.gzip = true, .if_none_match = plain + ", " + gzip}, gzip},
+      {"the plain form, but the other would be sent", {.gzip = true, .if_none_match = plain}, plain},
+      {"the compressed form, but it would not be sent", {.if_none_match = gzip}, ""},
+      {"any", {.if_none_match = "*"}, plain},
+      {"any compressed", {.gzip = true, .if_none_match = "*"}, gzip},
+      {"another tag", {.if_none_match = "\"x\""}, ""},
+      {"no tag", {.if_none_match = ""}, ""},
+      {"the time", {.if_modified_since = then}, plain},
+      {"the time, compressed", {.gzip = true, .if_modified_since = then}, gzip},
+      {"an earlier time", {.if_modified_since = before}, ""},
+      {"no time", {.if_modified_since = "then"}, ""},
+      {"another tag and the time", {.if_none_match = "\"x\"", .if_modified_since = then}, ""},
+      {"the tag and an earlier time", {.if_none_match = plain, .if_modified_since = before}, plain},
+  };
+  for (const auto &row : cases) {
+    Wishes wishes = row.wishes;
+    wishes.validates = true;
+    const ServiceAnswer result = transformed(answer(text.size(), {{"x-own", "1"}, {"Content-Language", "en"}}), wishes);
+    EXPECT_EQ(result.head.status, row.held.empty() ? 200 : 304) << row.name;
+    EXPECT_EQ(result.pieces.empty(), !row.held.empty()) << row.name;
+    if (row.held.empty()) continue;
+    EXPECT_TRUE(result.delimited) << row.name;
+    EXPECT_EQ(result.head.length, std::nullopt) << row.name;
+    EXPECT_EQ(lines(result), "x-own: 1\nVary: Accept-Encoding\nETag: " + row.held + "\nLast-Modified: " + then + "\n")
+        << row.name;
+  }
+}
+
+TEST_F(Prepared, AnAnswerThatCannotBeCompressedHasTheTagOfThePlainForm) {
+  ServiceAnswer prepared = answer();
+  const std::string noise = [] {
+    std::string bytes(2000, ' ');
+    std::uint32_t state = 1;
+    for (char &c : bytes) c = static_cast<char>((state = state * 1664525 + 1013904223) >> 24);
+    return bytes;
+  }();
+  const std::string path = directory_.write("file", noise);
+  const struct timespec times[] = {{modified, 0}, {modified, 0}};
+  ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+  const ServiceAnswer result = transformed(std::move(prepared), {.gzip = true, .validates = true});
+  EXPECT_EQ(value(result, "Content-Encoding"), "");
+  EXPECT_FALSE(value(result, "ETag").empty() || value(result, "ETag").ends_with("-gzip\"")) << lines(result);
+}
+
+TEST(Transform, ReadsTheConditionsOfAGet) {
+  hosts::ServiceRequest request;
+  request.line = {{"method", "GET"}, {"uri", "/rdm/x"}};
+  EXPECT_TRUE(rdmd::read_wishes(request).validates);
+  EXPECT_EQ(rdmd::read_wishes(request).if_none_match, std::nullopt);
+  request.headers = {{"if-modified-since", "then"}, {"if-none-match", "\"a\""}};
+  EXPECT_EQ(rdmd::read_wishes(request).if_none_match, "\"a\"");
+  EXPECT_EQ(rdmd::read_wishes(request).if_modified_since, "then");
+  for (const char *method : {"POST", "HEAD", "get"}) {
+    request.line[0].value = method;
+    EXPECT_FALSE(rdmd::read_wishes(request).validates) << method;
+    EXPECT_EQ(rdmd::read_wishes(request).if_none_match, std::nullopt) << method;
   }
 }
 
