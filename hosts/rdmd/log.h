@@ -25,25 +25,25 @@ namespace rdm::rdmd {
 
 /// Trouble lists events that clients can cause at will. Each is logged at a limited rate.
 enum class Trouble {
-  late_tls,       // the TLS handshake was not complete in time: closed
-  bad_tls,        // the TLS handshake failed: closed
-  late_head,      // the request head did not arrive in time: 408
-  late_body,      // the request body did not arrive in time: 408
-  large_head,     // the request head exceeded a limit: 414 or 431
-  unread,         // the client acknowledged nothing of its answer in time: closed
-  too_slow,       // the client took its answer more slowly than the minimum rate: closed
-  broken,         // the connection broke, or a file of the answer became shorter: closed
-  not_served,     // the connection ended before its request reached the plug-in: 503 in the access log
-  queue_full,     // the queue of requests was full: 503
-  overdue,        // the request waited longer than --queue-time: 503
-  turned_away,    // a client beyond the connection limit: 503
-  address_full,   // a client beyond the limit on connections of an address: 503
-  address_rate,   // a client beyond the limit on new connections of an address: 503
-  disconnected,   // a client far beyond a limit: closed without an answer
-  spill_full,     // the answer would exceed the limit on bytes in temporary files: 503
-  not_a_proxy,    // a connection that is not from a trusted proxy, with --proxy-protocol: closed
-  proxy_header,   // the header of a proxy was malformed or did not arrive in time: closed
-  made_way,       // a connection that waited for a request, or for the rest of a head: ended for a new client
+  late_tls,      // the TLS handshake was not complete in time: closed
+  bad_tls,       // the TLS handshake failed: closed
+  late_head,     // the request head did not arrive in time: 408
+  late_body,     // the request body did not arrive in time: 408
+  large_head,    // the request head exceeded a limit: 414 or 431
+  unread,        // the client acknowledged nothing of its answer in time: closed
+  too_slow,      // the client took its answer more slowly than the minimum rate: closed
+  broken,        // the connection broke, or a file of the answer became shorter: closed
+  not_served,    // the connection ended before its request reached the plug-in: 503 in the access log
+  queue_full,    // the queue of requests was full: 503
+  overdue,       // the request waited longer than --queue-time: 503
+  turned_away,   // a client beyond the connection limit: 503
+  address_full,  // a client beyond the limit on connections of an address: 503
+  address_rate,  // a client beyond the limit on new connections of an address: 503
+  disconnected,  // a client far beyond a limit: closed without an answer
+  spill_full,    // the answer would exceed the limit on bytes in temporary files: 503
+  not_a_proxy,   // a connection that is not from a trusted proxy, with --proxy-protocol: closed
+  proxy_header,  // the header of a proxy was malformed or did not arrive in time: closed
+  made_way,      // a connection that waited for a request, or for the rest of a head: ended for a new client
   count
 };
 

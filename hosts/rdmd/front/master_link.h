@@ -43,8 +43,8 @@ class MasterLink {
  public:
   using Handler = std::function<void(const ControlMessage &message)>;
 
-  /// The link reads on `strand` and adds workers to the dispatcher. `handle` gets all messages but `worker`, `retire`
-  /// and `ended`; `lost` is called when the master has ended.
+  /// The link reads on `strand` and adds workers to the dispatcher. `handle` gets all messages but `worker` and
+  /// `retire`; `lost` is called when the master has ended.
   MasterLink(HostFileGuard socket, const io::Executor &strand, Dispatcher &dispatcher, ErrorLog &errors, Handler handle,
              std::function<void()> lost);
 

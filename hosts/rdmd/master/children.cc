@@ -10,8 +10,10 @@
 #include <cerrno>
 #include <climits>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -41,6 +43,17 @@ void reset_signals() {
   ::sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
+/// status_of returns what `run` returns. No exception may leave the child: it would continue as another master.
+int status_of(const std::function<int(HostFileGuard socket)> &run, HostFileGuard socket) noexcept {
+  try {
+    return run(std::move(socket));
+  } catch (const std::exception &error) {
+    // The master's stream for stderr writes to a descriptor that this process has closed.
+    ::dprintf(STDERR_FILENO, "rdmd: %s\n", error.what());
+    return EXIT_FAILURE;
+  }
+}
+
 }  // namespace
 
 Child start_child(const char *name, const std::function<int(HostFileGuard socket)> &run,
@@ -56,7 +69,7 @@ Child start_child(const char *name, const std::function<int(HostFileGuard socket
   sockets.first.release();
   reset_signals();
   ::prctl(PR_SET_NAME, name);
-  std::exit(run(std::move(sockets.second)));
+  std::exit(status_of(run, std::move(sockets.second)));
 }
 
 std::string describe_end(int wait_status) {

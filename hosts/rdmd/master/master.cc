@@ -43,11 +43,11 @@ using Kind = ControlMessage::Kind;
 /// How many generations of workers may be alive: those of former configurations end with their last requests.
 constexpr std::size_t generation_limit = 4;
 
-/// A front that ends within this time has not even begun.
-constexpr std::chrono::seconds start_time{1};
+/// The front says every second that it is alive. Longer silence means that it hangs.
+constexpr std::chrono::seconds silence_limit{10};
 
 /// The generation of workers that have lost their front: they end, and nothing takes their places one by one.
-constexpr int no_generation = 0;
+constexpr int no_generation = -1;
 
 /// WorkerProcess is a worker. Its socket is the master's until the worker is ready, and then the front's.
 struct WorkerProcess {
@@ -67,6 +67,7 @@ class Master {
   int run() {
     tls_ = load_tls(settings_, listeners_, [this](const std::string &text) { errors_.warn(text); });
     block_signals();
+    log_mistakes(settings_.config, errors_);
     start_generation();
     feed_watchdog();
     while (!ended()) wait();
@@ -131,8 +132,8 @@ class Master {
   HostFileGuard signals_;
 
   Child front_;
-  bool serving_ = false;  // the server has once been ready
-  Clock::time_point front_begun_;
+  bool serving_ = false;                          // the server has once been ready
+  std::optional<Clock::time_point> front_alive_;  // when it last said so
   Backoff front_backoff_, worker_backoff_;
   std::optional<Clock::time_point> front_due_;
 
@@ -206,7 +207,7 @@ int Master::time_left() const {
   Clock::time_point due = stopping_ && front_.pid == -1 ? end_ : Clock::time_point::max();
   due = std::min(due, watchdog_due_);
   if (front_due_) due = std::min(due, *front_due_);
-  if (!replacements_due_.empty()) due = std::min(due, *replacements_due_.begin());
+  if (starting_ == 0 && !replacements_due_.empty()) due = std::min(due, *replacements_due_.begin());
   if (due == Clock::time_point::max()) return -1;
   const auto left = std::chrono::ceil<std::chrono::milliseconds>(due - Clock::now()).count();
   return static_cast<int>(std::clamp<std::int64_t>(left, 0, 60'000));
@@ -219,9 +220,10 @@ void Master::do_what_is_due() {
   if (stopping_ && front_.pid == -1)
     for (WorkerProcess &worker : workers_) worker.child.socket = HostFileGuard();
   if (front_due_ && *front_due_ <= now) start_front();
-  while (!replacements_due_.empty() && *replacements_due_.begin() <= now) {
+  // While a generation starts, the places of the former one wait: if it fails they are filled.
+  while (!stopping_ && starting_ == 0 && !replacements_due_.empty() && *replacements_due_.begin() <= now) {
     replacements_due_.erase(replacements_due_.begin());
-    if (!stopping_ && starting_ == 0) start_worker(generation_);
+    start_worker(generation_);
   }
 }
 
@@ -259,12 +261,15 @@ void Master::worker_ready(WorkerProcess &worker, const Readiness &readiness) {
   if (!readiness.failure.empty()) {
     worker.child.socket = HostFileGuard();
     if (worker.generation == starting_) return generation_failed(readiness.failure);
-    return errors_.error("a worker could not be replaced: " + readiness.failure);
+    if (worker.generation == generation_) errors_.error("a worker could not be replaced: " + readiness.failure);
+    return;
   }
   worker.ready = true;
   worker.own_directory = readiness.own_directory;
   if (!readiness.temporary_directory.empty()) ::setenv("TMPDIR", readiness.temporary_directory.c_str(), 1);
   worker_backoff_.reset();
+  // A replacement in a generation that has been retired meanwhile ends again.
+  if (worker.generation != starting_ && worker.generation != generation_) worker.child.socket = HostFileGuard();
   if (worker.generation != starting_) return pass(worker);
   const bool all = std::all_of(workers_.begin(), workers_.end(), [this](const WorkerProcess &other) {
     return other.generation != starting_ || other.ready;
@@ -275,6 +280,7 @@ void Master::worker_ready(WorkerProcess &worker, const Readiness &readiness) {
 /// generation_ready makes the started generation the serving one.
 void Master::generation_ready() {
   generation_ = std::exchange(starting_, 0);
+  replacements_due_.clear();
   if (!serving_ && !begin_service()) return;
   for (WorkerProcess &worker : workers_)
     if (worker.generation == generation_) pass(worker);
@@ -367,16 +373,17 @@ bool Master::begin_service() {
 
 void Master::report_ready() { manager_.ready("Listening on " + addresses_of(listeners_, false)); }
 
-/// feed_watchdog tells the service manager at intervals that the master runs.
+/// feed_watchdog tells the service manager at intervals that the master runs, unless the front hangs.
 void Master::feed_watchdog() {
   if (!manager_.watchdog()) return;
-  manager_.alive();
+  const bool hangs = front_alive_ && Clock::now() - *front_alive_ > silence_limit;
+  if (!hangs) manager_.alive();
   watchdog_due_ = Clock::now() + *manager_.watchdog();
 }
 
 void Master::start_front() {
   front_due_.reset();
-  front_begun_ = Clock::now();
+  front_alive_.reset();
   std::vector<host_fd> sockets;
   for (const ListeningSocket &listener : listeners_) sockets.push_back(listener.socket.get());
   try {
@@ -405,9 +412,8 @@ void Master::front_ended(int wait_status) {
   errors_.error("the front process " + describe_end(wait_status) + "; starting another");
   for (WorkerProcess &worker : workers_)
     if (std::exchange(worker.passed, false)) worker.generation = no_generation;
-  const bool had_begun = Clock::now() - front_begun_ > start_time;
-  if (had_begun) front_backoff_.reset();
-  front_due_ = Clock::now() + (had_begun ? Backoff::Pause(0) : front_backoff_.next());
+  if (front_alive_) front_backoff_.reset();
+  front_due_ = Clock::now() + (front_alive_ ? Backoff::Pause(0) : front_backoff_.next());
   if (starting_ == 0) start_generation();
 }
 
@@ -418,7 +424,7 @@ void Master::take_message() {
     if (packet && packet->bytes.empty()) front_.socket = HostFileGuard();
     if (!packet || packet->bytes.empty()) return;
     const ControlMessage message = decode_control(packet->bytes);
-    if (message.kind == Kind::alive) return;
+    if (message.kind == Kind::alive) front_alive_ = Clock::now();
     for (const WorkerProcess &worker : workers_)
       if (message.kind == Kind::kill && worker.number == message.number) ::kill(worker.child.pid, SIGKILL);
   } catch (const std::exception &error) {
@@ -483,7 +489,7 @@ void Master::hand_over() {
 
 void Master::stop() {
   if (!stopping_) {
-    errors_.info("stopping");
+    if (serving_) errors_.info("stopping");
     if (starting_ != 0) kill_generation(std::exchange(starting_, 0));
   }
   stopping_ = true;

@@ -11,6 +11,10 @@ namespace {
 
 enum class Order : unsigned char { request, reopen, count };
 
+/// The largest offset or length in a file, and the most pieces of an answer.
+constexpr std::int64_t position_limit = std::int64_t{1} << 40;
+constexpr std::size_t piece_limit = 1 << 20;
+
 constexpr int outcomes = static_cast<int>(hosts::Outcome::broken) + 1;
 
 using SharedFile = std::shared_ptr<const HostFileGuard>;
@@ -127,6 +131,9 @@ hosts::ServiceAnswer read_answer(PacketReader &reader) {
   return answer;
 }
 
+/// is_position returns true for an offset or a length whose sums over all pieces of an answer cannot overflow.
+bool is_position(std::int64_t value) { return value >= 0 && value <= position_limit; }
+
 hosts::Piece read_piece(PacketReader &reader, const std::vector<SharedFile> &files) {
   hosts::Piece piece;
   if (!reader.boolean()) {
@@ -137,7 +144,7 @@ hosts::Piece read_piece(PacketReader &reader, const std::vector<SharedFile> &fil
   const auto index = reader.number<std::uint32_t>();
   piece.offset = reader.number<std::int64_t>();
   piece.length = reader.number<std::int64_t>();
-  if (index >= files.size() || piece.offset < 0 || piece.length < 0) throw MalformedPacket();
+  if (index >= files.size() || !is_position(piece.offset) || !is_position(piece.length)) throw MalformedPacket();
   piece.file = files[index];
   return piece;
 }
@@ -213,6 +220,7 @@ bool AnswerReader::add(Packet packet) {
   const bool last = reader.boolean();
   for (auto left = reader.number<std::uint32_t>(); left > 0; --left) append(answer_->pieces, read_piece(reader, files));
   reader.end();
+  if (answer_->pieces.size() > piece_limit) throw MalformedPacket();
   return last;
 }
 

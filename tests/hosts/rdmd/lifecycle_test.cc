@@ -553,7 +553,8 @@ TEST_F(HostLifecycle, NoClientConnectsBeforeThePluginIsInitialised) {
   const std::string conf = config("wait=\"" + directory_.path("go") + "\"\nfail=\"The stars are wrong.\"\n");
   const int port = free_port();
   const std::string address = "127.0.0.1:" + std::to_string(port);
-  RdmdProcess server({"--listen", address, "--plugin", plugin(), "--config", conf});
+  RdmdProcess server({"--listen", address, "--plugin", plugin(), "--config", conf, "--workers",
+                      std::min(support::tested_workers(), std::string("1"))});
   EXPECT_TRUE(support::eventually(
       [&] { return support::file_exists(directory_.path("journal")) && journal() == "waiting\n"; }));
   EXPECT_TRUE(is_bound(port));

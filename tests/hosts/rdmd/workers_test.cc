@@ -118,6 +118,18 @@ TEST_F(HostWorkers, AWorkerThatCannotStartIsTriedAgainAfterAPause) {
   EXPECT_TRUE(support::eventually([&] { return inits() == 3; }));
 }
 
+TEST_F(HostWorkers, AWorkerThatCannotOpenTheErrorLogEnds) {
+  // Regression: the exception reached the master's code in the new process, which then ran as another master.
+  std::filesystem::create_directory(directory_.path("logs"));
+  start_workers(1, {"--error-log", directory_.path("logs/errors")});
+  std::filesystem::rename(directory_.path("logs"), directory_.path("gone"));
+  ::kill(processes("rdmd-worker").front(), SIGKILL);
+  EXPECT_TRUE(server_->await_error("rdmd: " + directory_.path("logs/errors") + ": No such file or directory\n"));
+  std::filesystem::rename(directory_.path("gone"), directory_.path("logs"));
+  EXPECT_EQ(get_body("/rdm/fast"), "fast\n");
+  EXPECT_EQ(stop(), 0);
+}
+
 TEST_F(HostWorkers, AFullQueueAnswers503AndKeepsTheConnection) {
   start_workers(1, {"--queue-length", "1"});
   HttpClient busy(port_), waiting(port_), refused(port_);

@@ -168,6 +168,19 @@ TEST(WorkerProtocol, APieceOfAFileThatDidNotComeIsRefused) {
   EXPECT_THROW(AnswerReader().add({encode_answer(sent).front().bytes, {}}), MalformedPacket);
 }
 
+TEST(WorkerProtocol, APieceOfAnImpossibleFileIsRefused) {
+  const auto file = std::make_shared<const HostFileGuard>(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+  for (const auto &[offset, length] : std::vector<std::pair<std::int64_t, std::int64_t>>{
+           {-1, 1}, {1, -1}, {INT64_MAX, 1}, {1, INT64_MAX}, {(INT64_C(1) << 40) + 1, 1}}) {
+    hosts::ServiceAnswer sent = answer();
+    sent.pieces = {{"", file, offset, length}};
+    const OutgoingPacket packet = encode_answer(sent).front();
+    Packet received{packet.bytes, {}};
+    received.files.emplace_back(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+    EXPECT_THROW(AnswerReader().add(std::move(received)), MalformedPacket) << offset << ' ' << length;
+  }
+}
+
 TEST(WorkerProtocol, TheEndOfTheOtherSideIsAnEmptyPacket) {
   PacketSockets sockets = make_packet_sockets();
   EXPECT_TRUE(send_packet(sockets.first.get(), "last"));
