@@ -60,7 +60,7 @@ void request_head(benchmark::State &state) {
   text += "\r\n";
   for (auto _ : state) {
     std::string buffer = text;
-    benchmark::DoNotOptimize(rdmd::HeadReader(1 << 20, 8190).take(buffer));
+    benchmark::DoNotOptimize(rdmd::HeadReader({1 << 20, 8190, 200}).take(buffer));
   }
   state.SetComplexityN(state.range(0));
 }
