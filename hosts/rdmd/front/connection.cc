@@ -91,6 +91,7 @@ Connection::Connection(io::Socket socket, Server &server, Client client, SslPtr 
       transport_(socket_.native_handle(), std::move(tls)),
       limit_alarm_(socket_.get_executor()),
       number_(server.next_connection()),
+      unix_(client.key.is_local()),
       client_(client.text),
       client_key_(client.key),
       proxy_(server.proxies().trusts(client) ? std::make_unique<Client>(std::move(client)) : nullptr),
@@ -686,12 +687,16 @@ bool Connection::has_answer() {
   return roster_entry_.turned_away || unacknowledged() <= (state_ == State::lingering ? 1 : 0);
 }
 
+/// taken returns how many bytes count towards the minimum rate: those that the client has acknowledged. On a Unix
+/// socket SIOCOUTQ counts the kernel's memory, which exceeds the bytes in it, so what the kernel has taken counts.
+std::int64_t Connection::taken() { return transport_.sent() - (unix_ ? 0 : unacknowledged()); }
+
 /// note_sending starts the write deadline and the minimum rate unless they are running.
 void Connection::note_sending() {
   const std::int64_t acknowledged = transport_.sent() - unacknowledged();
   const auto now = io::Clock::now();
   deadline_.begin(acknowledged, transport_.sent(), now);
-  send_rate_.begin(acknowledged, transport_.sent(), now);
+  send_rate_.begin(taken(), transport_.sent(), now);
 }
 
 /// check_client_after schedules check_client after `time`, which repeats it until all is acknowledged.
@@ -723,7 +728,7 @@ void Connection::check_client() {
   if (state_ != State::sending && has_answer()) return waits ? acknowledged(now) : void();
   const std::int64_t acknowledged = transport_.sent() - unacknowledged();
   if (deadline_.expired(acknowledged, now)) return give_up_sending(Trouble::unread);
-  if (send_rate_.too_slow(acknowledged, now)) return give_up_sending(Trouble::too_slow);
+  if (send_rate_.too_slow(taken(), now)) return give_up_sending(Trouble::too_slow);
   check_client_after(state_ == State::sending ? deadline_.interval()
                                               : std::min(check_interval_ * 4, deadline_.interval()));
 }

@@ -127,6 +127,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void acknowledged(io::Clock::time_point since);
   void may_make_way(io::Clock::time_point since);
   std::int64_t unacknowledged();
+  std::int64_t taken();
   bool has_answer();
   void sent();
   void log_request();
@@ -158,6 +159,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   Roster::Entry roster_entry_;
   io::Clock::time_point last_sent_ = io::Clock::now();
   const std::uint64_t number_;
+  const bool unix_;  // the socket is a Unix socket
   std::string client_;
   ClientKey client_key_;
   std::unique_ptr<Client> proxy_;           // the proxy, if the connection is from a trusted one; it names clients
