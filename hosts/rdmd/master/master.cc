@@ -216,9 +216,6 @@ int Master::time_left() const {
 void Master::do_what_is_due() {
   const auto now = Clock::now();
   if (watchdog_due_ <= now) feed_watchdog();
-  // At the end, workers that no front has got would wait for one: the end of their sockets ends them.
-  if (stopping_ && front_.pid == -1)
-    for (WorkerProcess &worker : workers_) worker.child.socket = HostFileGuard();
   if (front_due_ && *front_due_ <= now) start_front();
   // While a generation starts, the places of the former one wait: if it fails they are filled.
   while (!stopping_ && starting_ == 0 && !replacements_due_.empty() && *replacements_due_.begin() <= now) {
