@@ -83,9 +83,4 @@ std::vector<JobPtr> RequestQueue::take_unwanted() {
 
 std::vector<JobPtr> RequestQueue::take_all() { return take_older(io::Clock::time_point::max()); }
 
-std::optional<io::Clock::time_point> RequestQueue::oldest() const {
-  if (arrivals_.empty()) return std::nullopt;
-  return arrivals_.front().queued_at;
-}
-
 }  // namespace rdm::rdmd

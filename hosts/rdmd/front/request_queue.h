@@ -9,7 +9,6 @@
 
 #include <cstddef>
 #include <list>
-#include <optional>
 #include <unordered_map>
 #include <vector>
 
@@ -71,8 +70,6 @@ class RequestQueue {
 
   std::size_t size() const { return arrivals_.size(); }
   bool empty() const { return arrivals_.empty(); }
-  /// oldest returns when the oldest job was queued, or std::nullopt if the queue is empty.
-  std::optional<io::Clock::time_point> oldest() const;
 
  private:
   using Arrivals = boost::intrusive::list<

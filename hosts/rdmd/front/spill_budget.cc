@@ -29,19 +29,15 @@ SpillBudget::Share &SpillBudget::Share::operator=(Share &&other) noexcept {
   return *this;
 }
 
-SpillBudget::Share::~Share() { shrink(bytes_); }
+SpillBudget::Share::~Share() {
+  if (bytes_ > 0) budget_->give_back(client_, bytes_);
+}
 
 bool SpillBudget::Share::grow(std::int64_t bytes) {
   if (budget_ == nullptr || bytes <= 0) return true;
   if (!budget_->take(client_, bytes)) return false;
   bytes_ += bytes;
   return true;
-}
-
-void SpillBudget::Share::shrink(std::int64_t bytes) {
-  if (budget_ == nullptr || bytes <= 0) return;
-  budget_->give_back(client_, bytes);
-  bytes_ -= bytes;
 }
 
 bool SpillBudget::take(const std::optional<ClientKey> &client, std::int64_t bytes) {

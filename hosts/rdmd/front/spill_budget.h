@@ -30,8 +30,6 @@ class SpillBudget {
 
     /// grow takes `bytes` more. Returns false, and takes nothing, if that would exceed a limit.
     bool grow(std::int64_t bytes);
-    /// shrink gives back `bytes` of those taken.
-    void shrink(std::int64_t bytes);
 
    private:
     friend class SpillBudget;

@@ -55,16 +55,6 @@ TEST(SpillBudgets, GetBackWhatAShareHadTaken) {
   EXPECT_EQ(budget.clients(), 0U);
 }
 
-TEST(SpillBudgets, AShareCanGiveBackAPart) {
-  SpillBudget budget(100, 100);
-  SpillBudget::Share share = budget.open(client(1));
-  EXPECT_TRUE(share.grow(100));
-  share.shrink(30);
-  EXPECT_EQ(budget.used(), 70);
-  EXPECT_TRUE(share.grow(30));
-  EXPECT_FALSE(share.grow(1));
-}
-
 TEST(SpillBudgets, AMovedShareGivesBackOnce) {
   SpillBudget budget(100, 0);
   {
