@@ -33,8 +33,8 @@ constexpr std::size_t unknown_type = 12, http_type = 13;
 
 constexpr std::array<std::string_view, static_cast<std::size_t>(RequestResult::count)> result_names = {
     "answered", "not_found", "refused", "failed", "unavailable", "cut", "gone"};
-constexpr std::array<std::string_view, static_cast<std::size_t>(WorkerState::count)> worker_states = {
-    "starting", "idle", "busy", "stopping"};
+constexpr std::array<std::string_view, static_cast<std::size_t>(WorkerState::count)> worker_states = {"idle", "busy",
+                                                                                                      "stopping"};
 constexpr std::array<std::string_view, std::tuple_size_v<ConnectionCounts>> connection_states = {
     "handshake", "idle", "head", "body", "service", "sending", "lingering", "closed"};
 
@@ -135,7 +135,7 @@ void Metrics::write_served(Exposition &text) const {
 
 void Metrics::write_moment(Exposition &text, const Moment &moment) const {
   write_one(text, "rdmd_queue_length", "gauge", "Requests that wait for the service.", moment.queued);
-  text.family("rdmd_workers", "gauge", "Worker processes by state.");
+  text.family("rdmd_workers", "gauge", "Workers that have become ready, by state.");
   for (std::size_t i = 0; i < worker_states.size(); ++i) text.sample({{"state", worker_states[i]}}, moment.workers[i]);
   write_one(text, "rdmd_worker_restarts_total", "counter", "Workers started in place of one that ended.",
             restarts_.value());

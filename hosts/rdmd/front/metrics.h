@@ -43,7 +43,8 @@ enum class RequestResult {
 
 RequestResult result_of(const AccessEntry &entry);
 
-enum class WorkerState { starting, idle, busy, stopping, count };
+/// WorkerState is the state of a worker that the front has. It gets workers when they are ready, so none is starting.
+enum class WorkerState { idle, busy, stopping, count };
 
 /// Counter is a number that only grows.
 class Counter {
