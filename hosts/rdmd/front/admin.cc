@@ -21,7 +21,7 @@ namespace http = boost::beast::http;
 using boost::system::error_code;
 
 constexpr std::size_t head_limit = 8192;
-constexpr std::chrono::milliseconds accept_pause{100};
+constexpr Duration accept_pause{100};
 constexpr std::string_view plain_text = "text/plain; charset=utf-8";
 constexpr std::string_view no_files = "the files of the catalogs could not be read in time";
 
@@ -167,16 +167,6 @@ class AdminConnection : public std::enable_shared_from_this<AdminConnection> {
   std::array<char, 1024> dropped_;
 };
 
-Admin::Listener::Listener(const io::Executor &strand, ListeningSocket from)
-    : socket(std::move(from)),
-      protocol(local_address(socket.socket.get()).family(), 0),
-      acceptor(strand),
-      retry(strand) {
-  acceptor.assign(protocol, socket.socket.get());
-  socket.socket.release();
-  acceptor.non_blocking(true);
-}
-
 Admin::Admin(boost::asio::io_context &context, std::string config, AdminSource source)
     : config_(std::move(config)), source_(std::move(source)), strand_(context.get_executor()), files_timer_(strand_) {
   read_catalogs();
@@ -190,23 +180,18 @@ void Admin::add(ListeningSocket socket) {
 }
 
 void Admin::listen() {
-  for (Listener &listener : listeners_) begin_listening(listener.acceptor.native_handle(), listener.socket);
+  for (Listener &listener : listeners_) listener.listen();
 }
 
 void Admin::start() {
   boost::asio::post(strand_, [this] {
-    for (Listener &listener : listeners_) accept(listener);
+    for (Listener &listener : listeners_) listener.start([this](Listener &from) { return take_client(from); });
   });
 }
 
 void Admin::stop() {
   boost::asio::post(strand_, [this] {
-    stopped_ = true;
-    error_code ignored;
-    for (Listener &listener : listeners_) {
-      listener.acceptor.close(ignored);
-      listener.retry.cancel();
-    }
+    for (Listener &listener : listeners_) listener.stop();
     for (const auto &weak : connections_)
       if (const auto connection = weak.lock()) connection->close();
     files_timer_.cancel();
@@ -215,31 +200,19 @@ void Admin::stop() {
 
 /* ---- Accepting ---- */
 
-void Admin::accept(Listener &listener) {
-  if (stopped_) return;
-  listener.acceptor.async_wait(io::Acceptor::wait_read, [this, &listener](const error_code &) {
-    if (stopped_) return;
-    if (take_client(listener)) return accept(listener);
-    listener.retry.expires_after(accept_pause);
-    listener.retry.async_wait([this, &listener](const error_code &) { accept(listener); });
-  });
-}
-
-/// take_client accepts a client if one is waiting. Returns false if accepting is to pause.
-bool Admin::take_client(Listener &listener) {
+/// take_client accepts a client if one is waiting. Returns how long to pause before the next.
+Duration Admin::take_client(Listener &listener) {
   try {
-    HostFileGuard client(::accept4(listener.acceptor.native_handle(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-    if (!client) return false;
     io::Socket socket(strand_);
-    socket.assign(listener.protocol, client.get());
-    client.release();
+    sockaddr_storage address{};
+    if (listener.accept(socket, address) != 0) return accept_pause;
     make_room();
     const auto connection = std::make_shared<AdminConnection>(std::move(socket), *this);
     connections_.push_back(connection);
     connection->start();
-    return true;
+    return Duration::zero();
   } catch (const std::exception &) {
-    return false;
+    return accept_pause;
   }
 }
 

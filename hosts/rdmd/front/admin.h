@@ -25,6 +25,7 @@
 
 #include "hosts/rdmd/front/health.h"
 #include "hosts/rdmd/front/io.h"
+#include "hosts/rdmd/front/listener.h"
 #include "hosts/rdmd/listeners.h"
 
 namespace rdm::rdmd {
@@ -73,16 +74,7 @@ class Admin {
   const AdminSource &source() const { return source_; }
 
  private:
-  struct Listener {
-    Listener(const io::Executor &strand, ListeningSocket from);
-    ListeningSocket socket;
-    io::Protocol protocol;
-    io::Acceptor acceptor;
-    io::Timer retry;
-  };
-
-  void accept(Listener &listener);
-  bool take_client(Listener &listener);
+  Duration take_client(Listener &listener);
   void make_room();
   void read_catalogs();
   void examine_files();
@@ -95,7 +87,6 @@ class Admin {
   std::list<Listener> listeners_;
   std::list<std::weak_ptr<AdminConnection>> connections_;  // in the order in which they were accepted
   std::string address_;
-  bool stopped_ = false;
 
   std::vector<check::ConfiguredCatalog> catalogs_;
   State health_;                         // the last state read

@@ -86,17 +86,6 @@ bool is_shortage(int error) { return error == EMFILE || error == ENFILE || error
 
 }  // namespace
 
-Server::Listener::Listener(const io::Executor &strand, ListeningSocket from)
-    : socket(std::move(from)),
-      protocol(local_address(socket.socket.get()).family(), 0),
-      acceptor(strand),
-      retry(strand) {
-  acceptor.assign(protocol, socket.socket.get());
-  socket.socket.release();
-  acceptor.non_blocking(true);
-  limit_segments(acceptor);
-}
-
 Server::Server(const Settings &settings, hosts::Plugin &plugin, ErrorLog &errors, AccessLog &access,
                std::vector<ListeningSocket> sockets, TlsContextPtr tls)
     : Server(settings, errors, access, std::move(sockets), std::move(tls)) {
@@ -142,7 +131,7 @@ void Server::add_socket(ListeningSocket socket) {
     return admin_->add(std::move(socket));
   }
   address_ += (address_.empty() ? "" : ", ") + socket.address + (socket.tls ? " (TLS)" : "");
-  listeners_.emplace_back(strand_, std::move(socket));
+  limit_segments(listeners_.emplace_back(strand_, std::move(socket)).acceptor());
 }
 
 /// Connections still open are destroyed with the I/O context; `running_` tells them not to post work to it.
@@ -163,7 +152,7 @@ void Server::limit_clients() {
 
 void Server::listen() {
   if (admin_) admin_->listen();
-  for (Listener &listener : listeners_) begin_listening(listener.acceptor.native_handle(), listener.socket);
+  for (Listener &listener : listeners_) listener.listen();
 }
 
 bool Server::run() {
@@ -171,7 +160,7 @@ bool Server::run() {
     if (signals_) await_signal();
     feed_watchdog();
     if (master_) master_->start();
-    for (Listener &listener : listeners_) accept(listener);
+    for (Listener &listener : listeners_) listener.start([this](Listener &from) { return take_client(from); });
   });
   if (admin_) admin_->start();
   std::vector<std::thread> threads = start_threads();
@@ -208,36 +197,14 @@ void Server::work() {
 
 /* ---- Accepting ---- */
 
-void Server::accept(Listener &listener) {
-  // Wait for readability and call accept() ourselves: if async_accept threw bad_alloc, the loop would never be
-  // re-armed.
-  listener.acceptor.async_wait(io::Acceptor::wait_read, [this, &listener](const error_code &) {
-    if (!stopping_) accept_after(take_client(listener), listener);
-  });
-}
-
-void Server::accept_after(Duration pause, Listener &listener) {
-  if (pause == Duration::zero()) return accept(listener);
-  listener.retry.expires_after(pause);
-  listener.retry.async_wait([this, &listener](const error_code &error) {
-    if (!error && !stopping_) accept(listener);
-  });
-}
-
 /// take_client accepts a client if one is waiting, and returns how long to pause before the next.
 Duration Server::take_client(Listener &listener) {
   try {
     // Make the strand before accept(): if memory is short, the client stays in the accept queue.
     io::Socket socket(boost::asio::make_strand(context_));
-    // Asio's accept() would not set SOCK_CLOEXEC, and commands that the plug-in runs would inherit the socket.
-    sockaddr_storage storage{};
-    auto *const address = reinterpret_cast<sockaddr *>(&storage);
-    socklen_t size = sizeof storage;
-    HostFileGuard client(::accept4(listener.acceptor.native_handle(), address, &size, SOCK_CLOEXEC | SOCK_NONBLOCK));
-    if (!client) return not_accepted(errno);
-    socket.assign(listener.protocol, client.get());
-    client.release();
-    accepted(std::move(socket), client_of(address), listener.socket.tls);
+    sockaddr_storage address{};
+    if (const int error = listener.accept(socket, address)) return not_accepted(error);
+    accepted(std::move(socket), client_of(reinterpret_cast<const sockaddr *>(&address)), listener.speaks_tls());
     return Duration::zero();
   } catch (const std::exception &error) {
     errors_.error(std::string("a connection failed: ") + error.what());
@@ -468,11 +435,9 @@ void Server::stop() {
   if (!master_) errors_.info("stopping");
   if (manager_ != nullptr) manager_->stopping();
   stopping_ = true;
-  error_code ignored;
   for (Listener &listener : listeners_) {
-    listener.acceptor.close(ignored);
-    listener.socket.file.remove();
-    listener.retry.cancel();
+    listener.stop();
+    listener.file().remove();
   }
   for (const auto &connection : roster_.all()) connection->close_if_idle();
   shutdown_.expires_after(settings_.limits.shutdown);
@@ -504,7 +469,6 @@ void Server::end() {
   if (signals_) signals_->cancel();
   if (master_) master_->stop();
   dispatcher_.stop();
-  for (Listener &listener : listeners_) listener.retry.cancel();
 }
 
 }  // namespace rdm::rdmd

@@ -19,13 +19,13 @@
 #include "hosts/rdmd/front/connection_rate.h"
 #include "hosts/rdmd/front/dispatcher.h"
 #include "hosts/rdmd/front/io.h"
+#include "hosts/rdmd/front/listener.h"
 #include "hosts/rdmd/front/local_worker.h"
 #include "hosts/rdmd/front/master_link.h"
 #include "hosts/rdmd/front/metrics.h"
 #include "hosts/rdmd/front/proxies.h"
 #include "hosts/rdmd/front/roster.h"
 #include "hosts/rdmd/front/spill_budget.h"
-#include "hosts/rdmd/listeners.h"
 #include "hosts/rdmd/log.h"
 #include "hosts/rdmd/settings.h"
 #include "hosts/rdmd/systemd.h"
@@ -102,15 +102,6 @@ class Server {
   void released();
 
  private:
-  /// Listener is a listening socket; the acceptor owns its descriptor. `retry` ends a pause in accepting.
-  struct Listener {
-    Listener(const io::Executor &strand, ListeningSocket from);
-    ListeningSocket socket;
-    const io::Protocol protocol;
-    io::Acceptor acceptor;
-    io::Timer retry;
-  };
-
   Server(const Settings &settings, ErrorLog &errors, AccessLog &access, std::vector<ListeningSocket> sockets,
          TlsContextPtr tls);
   void limit_clients();
@@ -120,8 +111,6 @@ class Server {
   AdminSource admin_source();
   void work();
   std::vector<std::thread> start_threads();
-  void accept(Listener &listener);
-  void accept_after(Duration pause, Listener &listener);
   Duration take_client(Listener &listener);
   Duration not_accepted(int error);
   void accepted(io::Socket socket, Client client, bool tls);
