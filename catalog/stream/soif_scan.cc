@@ -4,8 +4,7 @@
 #include <string_view>
 #include <vector>
 
-#include "catalog/os/error.h"
-#include "libcs/soif/input.h"
+#include "libcs/soif/grammar.h"
 #include "qxapi/ascii.h"
 #include "qxapi/escaped.h"
 
@@ -22,16 +21,6 @@ bool is_name(std::string_view name) {
   return !name.empty();
 }
 
-void seek(FILE *file, int64_t offset, int whence) {
-  if (::fseeko(file, offset, whence) != 0) throw system_failure("cannot read the input");
-}
-
-int64_t tell(FILE *file) {
-  const int64_t offset = ::ftello(file);
-  if (offset == -1) throw system_failure("cannot read the input");
-  return offset;
-}
-
 using DeadEnds = std::unordered_map<int64_t, ScanFault>;
 
 /// The distance of memoised offsets, in blanks or attributes. Usual objects have fewer of either.
@@ -41,8 +30,8 @@ constexpr int attributes_apart = 64;
 /// ObjectScan reads an object as the parser does, but seeks over the values.
 class ObjectScan {
  public:
-  ObjectScan(FILE *file, int64_t size, const DeadEnds &dead_ends)
-      : file_(file), size_(size), dead_ends_(dead_ends), input_(file) {}
+  ObjectScan(InputWindow &window, int64_t offset, int64_t size, const DeadEnds &dead_ends)
+      : size_(size), dead_ends_(dead_ends), input_(window, offset) {}
 
   ScanFault object() {
     if (!header()) return fault(no_object);
@@ -57,11 +46,12 @@ class ObjectScan {
   }
   /// offsets returns offsets that the scan has passed. If the object is faulty, they are dead ends.
   const std::vector<int64_t> &offsets() const { return offsets_; }
+  int64_t end() const { return input_.offset(); }
   const std::string &url() const { return url_; }
   const std::optional<ByteCount> &last_count() const { return last_count_; }
 
  private:
-  ScanFault fault(std::string text) const { return {std::move(text), is_too_long_ || std::feof(file_) != 0}; }
+  ScanFault fault(std::string text) const { return {std::move(text), is_too_long_ || input_.met_end()}; }
 
   /// is_dead_end returns true if an earlier scan came from this offset to a fault. With `is_kept`, it adds the offset
   /// to offsets().
@@ -72,7 +62,7 @@ class ObjectScan {
 
   /// pass_blanks skips white space. Returns true if it meets a dead end.
   bool pass_blanks() {
-    for (offset_ = tell(file_);; ++offset_) {
+    for (offset_ = input_.offset();; ++offset_) {
       if (offset_ % blanks_apart == 0 && is_dead_end(true)) return true;
       const int c = input_.next();
       if (soif::is_space(c)) continue;
@@ -82,7 +72,7 @@ class ObjectScan {
   }
 
   bool header() {
-    if (!input_.skip_past('@') || !soif::read_template_name(input_, buffer_)) return false;
+    if (input_.next() != '@' || !soif::read_template_name(input_, buffer_)) return false;
     const auto url = soif::read_url(input_, buffer_);
     if (url) url_ = *url;
     return url.has_value();
@@ -105,11 +95,11 @@ class ObjectScan {
     const int32_t size = soif::size_of(*digits);
     last_count_->text = *digits;
     if (!soif::read_size_end(input_)) return "no colon and tab after " + counted_name();
-    last_count_->value_offset = tell(file_);
+    last_count_->value_offset = input_.offset();
     if (size < 0) return counted_name() + " has a size below zero";
     is_too_long_ = last_count_->value_offset + size > size_;
     if (is_too_long_) return counted_name() + " reaches beyond the end";
-    seek(file_, size, SEEK_CUR);
+    input_.seek(last_count_->value_offset + size);
     return "";
   }
 
@@ -117,10 +107,9 @@ class ObjectScan {
     return printable(last_count_->attribute, 60) + '{' + printable(last_count_->text, 20) + '}';
   }
 
-  FILE *file_;
   int64_t size_;
   const DeadEnds &dead_ends_;
-  soif::FileInput input_;
+  WindowInput input_;
   std::vector<int64_t> offsets_;
   std::string url_;
   std::optional<ByteCount> last_count_;
@@ -137,9 +126,9 @@ std::string printable(std::string_view text, size_t limit) {
 }
 
 std::string SoifScan::fault_of(int64_t offset) {
-  seek(file_, offset, SEEK_SET);
-  ObjectScan scan(file_, size_, dead_ends_);
+  ObjectScan scan(window_, offset, size_, dead_ends_);
   fault_ = scan.object();
+  end_ = scan.end();
   url_ = scan.url();
   last_count_ = scan.last_count();
   if (!fault_.text.empty())

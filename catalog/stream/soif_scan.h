@@ -4,11 +4,12 @@
 #define CATALOG_STREAM_SOIF_SCAN_H
 
 #include <cstdint>
-#include <cstdio>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
+
+#include "catalog/stream/input_window.h"
 
 namespace rdm::catalog {
 
@@ -34,14 +35,16 @@ struct ByteCount {
 /// time.
 class SoifScan {
  public:
-  /// `file` belongs to the caller and must outlive the scan; `size` is its size in bytes.
-  SoifScan(FILE *file, int64_t size) : file_(file), size_(size) {}
+  /// `window` belongs to the caller and must outlive the scan; `size` is the size of the stream in bytes.
+  SoifScan(InputWindow &window, int64_t size) : window_(window), size_(size) {}
 
   /// fault_of returns the reason if the object whose "@" is at `offset` is malformed or not closed; otherwise an empty
   /// text. It seeks over values, so that a wrong count costs neither time nor memory. It is stricter than the parser:
   /// it refuses attribute names with white space or braces, which are usually the rest of a value with a wrong count.
-  /// After a read error, ferror of the file is set. Throws a SystemFailure if fseeko or ftello fails.
+  /// Passes on exceptions of the window.
   std::string fault_of(int64_t offset);
+  /// end returns the offset after the last object, if that has no fault.
+  int64_t end() const { return end_; }
   /// met_end returns true if the last object has a fault because the file ends within it.
   bool met_end() const { return fault_.met_end; }
   /// url returns the URL of the last object, or an empty text. last_count returns the last count that was read of it,
@@ -50,8 +53,9 @@ class SoifScan {
   const std::optional<ByteCount> &last_count() const { return last_count_; }
 
  private:
-  FILE *file_;
+  InputWindow &window_;
   int64_t size_;
+  int64_t end_ = 0;
   std::string url_;
   std::optional<ByteCount> last_count_;
   std::unordered_map<int64_t, ScanFault> dead_ends_;  // offsets between attributes, and the fault after them

@@ -7,10 +7,11 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
+#include <limits>
 #include <vector>
 
 #include "catalog/os/error.h"
+#include "catalog/record.h"
 #include "catalog/stream/fitting_count.h"
 
 namespace rdm::catalog {
@@ -35,60 +36,60 @@ int copy_of(int input, const std::string &name, const std::string &beside, const
   return ::fcntl(copy.descriptor(), F_DUPFD_CLOEXEC, 0);
 }
 
+int64_t size_of(int input, const std::string &name) {
+  struct stat status;
+  if (input == -1 || ::fstat(input, &status) != 0) throw system_failure("cannot read " + name);
+  return status.st_size;
+}
+
 }  // namespace
 
 SoifStream::SoifStream(int input, const std::string &beside, const CopyProgress &progress, std::string name)
     : name_(std::move(name)),
-      descriptor_(can_be_read_twice(input) ? ::fcntl(input, F_DUPFD_CLOEXEC, 0)
-                                           : copy_of(input, name_, beside, progress)) {
-  file_.reset(descriptor_ == -1 ? nullptr : ::fdopen(descriptor_, "r"));
-  struct stat status;
-  if (!file_ || ::fstat(descriptor_, &status) != 0) throw system_failure("cannot read " + name_);
-  size_ = status.st_size;
-  scan_.emplace(file_.get(), size_);
-}
+      file_(can_be_read_twice(input) ? ::fcntl(input, F_DUPFD_CLOEXEC, 0) : copy_of(input, name_, beside, progress)),
+      size_(size_of(file_.get(), name_)),
+      window_([this](int64_t offset, char *bytes, size_t count) { return read_at(offset, bytes, count); }),
+      scan_(window_, size_) {}
 
 /// find_object returns the offset of the next "@" or, with `at_line_start`, of the next "@" at the start of a line.
 std::optional<int64_t> SoifStream::find_object(int64_t from, bool at_line_start) {
-  if (::fseeko(file_.get(), from, SEEK_SET) != 0) throw system_failure("cannot read " + name_);
   bool line_start = !at_line_start;
-  for (int64_t at = from;; ++at) {
-    const int c = ::getc_unlocked(file_.get());
-    if (c == EOF) {
-      check_readable();
-      return std::nullopt;
-    }
-    if (c == '@' && line_start) return at;
-    if (at_line_start) line_start = c == '\n';
+  for (std::string_view bytes = window_.from(from); !bytes.empty(); bytes = window_.from(from)) {
+    for (size_t at = bytes.find('@'); at != std::string_view::npos; at = bytes.find('@', at + 1))
+      if (!at_line_start || (at == 0 ? line_start : bytes[at - 1] == '\n')) return from + static_cast<int64_t>(at);
+    line_start = bytes.back() == '\n';
+    from += static_cast<int64_t>(bytes.size());
   }
-}
-
-/// check_readable throws a SystemFailure after a read error, which would otherwise look like the end of the file.
-void SoifStream::check_readable() const {
-  if (std::ferror(file_.get()) != 0) throw system_failure("cannot read " + name_);
+  return std::nullopt;
 }
 
 /// read_object reads the object whose "@" is at `start`.
 SoifStream::Item SoifStream::read_object(int64_t start) {
-  Item item{++number_, start, start, nullptr, scan_->fault_of(start)};
-  item.is_cut = scan_->met_end();
-  check_readable();
+  Item item{++number_, start, start, nullptr, scan_.fault_of(start)};
+  item.is_cut = scan_.met_end();
   if (!item.reason.empty()) return item;
-  if (::fseeko(file_.get(), start, SEEK_SET) != 0) throw system_failure("cannot read " + name_);
-  item.object = SoifReader(file_.get()).next();
-  item.end = ::ftello(file_.get());
-  check_readable();
+  item.end = scan_.end();
+  item.object = parse_object(start, item.end);
   if (!item.object) item.reason = "not a SOIF object";
   return item;
 }
 
+SoifPtr SoifStream::parse_object(int64_t start, int64_t end) {
+  if (end - start > std::numeric_limits<int32_t>::max()) return nullptr;
+  if (const auto bytes = window_.held(start, end)) return parse(*bytes);
+  return parse(bytes_between(start, end));
+}
+
 std::optional<SoifStream::Item> SoifStream::next() {
   const std::optional<int64_t> start = find_object(position_, false);
-  if (!start) return std::nullopt;
+  if (!start) {
+    ::lseek(file_.get(), size_, SEEK_SET);  // the caller's descriptor shares the offset
+    return std::nullopt;
+  }
   Item item = read_object(*start);
   if (!item.object) {
     item.end = find_object(*start + 1, true).value_or(size_);
-    item.url = scan_->url();
+    item.url = scan_.url();
     item.misfit = misfit_before(item.end);
   }
   position_ = item.end;
@@ -98,7 +99,7 @@ std::optional<SoifStream::Item> SoifStream::next() {
 /// misfit_before returns the last count of the object before `end` if another count fits, otherwise std::nullopt.
 std::optional<SoifStream::Misfit> SoifStream::misfit_before(int64_t end) const {
   constexpr int64_t most = 1 << 20;
-  const std::optional<ByteCount> &last = scan_->last_count();
+  const std::optional<ByteCount> &last = scan_.last_count();
   if (!last || last->value_offset <= 0 || last->value_offset >= end) return std::nullopt;
   std::string rest(static_cast<size_t>(std::min(end - last->value_offset, most)), '\0');
   rest.resize(read_at(last->value_offset, rest.data(), rest.size()));
@@ -109,7 +110,7 @@ std::optional<SoifStream::Misfit> SoifStream::misfit_before(int64_t end) const {
 
 /// read_at uses pread, which does not move the position of the stream.
 size_t SoifStream::read_at(int64_t offset, char *bytes, size_t count) const {
-  const ssize_t got = uninterrupted([&] { return ::pread(descriptor_, bytes, count, offset); });
+  const ssize_t got = uninterrupted([&] { return ::pread(file_.get(), bytes, count, offset); });
   if (got < 0) throw system_failure("cannot read " + name_);
   return static_cast<size_t>(got);
 }
@@ -127,11 +128,14 @@ int64_t SoifStream::line_of(int64_t offset) {
   return lines_;
 }
 
-std::string SoifStream::bytes_of(const Item &item) {
-  std::string bytes(static_cast<size_t>(item.end - item.offset), '\0');
-  if (::fseeko(file_.get(), item.offset, SEEK_SET) != 0 ||
-      std::fread(bytes.data(), 1, bytes.size(), file_.get()) != bytes.size())
-    throw Failure("cannot read " + name_);
+std::string SoifStream::bytes_of(const Item &item) { return bytes_between(item.offset, item.end); }
+
+std::string SoifStream::bytes_between(int64_t start, int64_t end) const {
+  std::string bytes(static_cast<size_t>(end - start), '\0');
+  for (size_t held = 0, got = 0; held < bytes.size(); held += got) {
+    got = read_at(start + static_cast<int64_t>(held), bytes.data() + held, bytes.size() - held);
+    if (got == 0) throw Failure("cannot read " + name_);
+  }
   return bytes;
 }
 

@@ -4,12 +4,12 @@
 #define CATALOG_STREAM_SOIF_STREAM_H
 
 #include <cstdint>
-#include <cstdio>
 #include <functional>
 #include <optional>
 #include <string>
 
 #include "catalog/os/file.h"
+#include "catalog/stream/input_window.h"
 #include "catalog/stream/soif_scan.h"
 #include "libcs/guard.h"
 
@@ -22,11 +22,13 @@ class SoifStream {
  public:
   /// SoifStream duplicates the descriptor `input`. An input that is not a regular file at offset 0 is first copied to a
   /// scratch file in the directory of `beside`; `progress` receives the size of each copied block. `name` names the
-  /// input in messages.
+  /// input in messages. After the last object, the offset of the descriptor is at its end.
   using CopyProgress = std::function<void(int64_t bytes)>;
   SoifStream(
       int input, const std::string &beside, const CopyProgress &progress = [](int64_t) {},
       std::string name = "the input");
+  SoifStream(const SoifStream &) = delete;
+  SoifStream &operator=(const SoifStream &) = delete;
 
   /// Misfit is a wrong byte count of a malformed object.
   struct Misfit {
@@ -60,13 +62,14 @@ class SoifStream {
   Item read_object(int64_t start);
   std::optional<Misfit> misfit_before(int64_t end) const;
   size_t read_at(int64_t offset, char *bytes, size_t count) const;
-  void check_readable() const;
+  SoifPtr parse_object(int64_t start, int64_t end);
+  std::string bytes_between(int64_t start, int64_t end) const;
 
   std::string name_;
-  int descriptor_;  // belongs to file_
-  StdioPtr file_;
-  std::optional<SoifScan> scan_;
-  int64_t size_ = 0;
+  HostFileGuard file_;
+  int64_t size_;
+  InputWindow window_;
+  SoifScan scan_;
   int64_t position_ = 0;
   int64_t number_ = 0;
   int64_t line_offset_ = 0, lines_ = 1;  // an offset and its line, from which line_of counts

@@ -206,13 +206,13 @@ void with_each(const std::string &kind, const std::string &verb, const std::stri
 // A class that the program does not use would test nothing. minidba opens no streams.
 TEST(MinidbaIoFaults, MeetAnUpdateWithEveryKindOfFileOperation) {
   const auto calls = faults::count_calls(SmallCatalog().call({"update"}, described(2, 3, "new")));
-  for (const std::string &kind : faults::io_kinds()) EXPECT_EQ(calls.count(kind), kind == "fopen" ? 0u : 1u) << kind;
+  for (const std::string &kind : faults::io_kinds()) EXPECT_EQ(calls.count(kind), kind == "fopen" || kind == "fread" ? 0u : 1u) << kind;
 }
 
 // Regression: when peeking into an object failed, the object was rejected as malformed, the others were imported, and
 // the submission counted as done.
 TEST(MinidbaIoFaults, AnUnreadableObjectIsNotRejectedAsMalformed) {
-  for (const char *kind : {"seek", "read", "fread"})
+  for (const char *kind : {"seek", "read"})
     with_each(kind, "update", described(0, 3, "new"), [](const Finished &finished) {
       EXPECT_THAT(finished.errors, testing::Not(testing::HasSubstr("rejected:")));
       EXPECT_TRUE(finished.status == 2 || finished.out == "3\n") << finished.out;

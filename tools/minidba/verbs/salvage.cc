@@ -61,9 +61,11 @@ void read_index_of(const Options &options, const File &database, Witnesses &witn
 /// can_be_imported returns true if an import accepts an object. An import is stricter about attribute names than the
 /// parser: after a damaged byte count, part of a value may look like a name.
 bool can_be_imported(const SOIF *object) {
-  std::string text = print(object);
-  const StdioPtr file(::fmemopen(text.data(), text.size(), "r"));
-  return file && SoifScan(file.get(), static_cast<int64_t>(text.size())).fault_of(0).empty();
+  const std::string text = print(object);
+  InputWindow window([&](int64_t offset, char *bytes, size_t count) {
+    return std::string_view(text).substr(static_cast<size_t>(offset)).copy(bytes, count);
+  });
+  return SoifScan(window, static_cast<int64_t>(text.size())).fault_of(0).empty();
 }
 
 /// Find is the best copy of a record so far.

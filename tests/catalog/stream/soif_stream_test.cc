@@ -1,0 +1,100 @@
+// SPDX-License-Identifier: MIT
+#include "catalog/stream/soif_stream.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <random>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "catalog/record.h"
+#include "support/files.h"
+
+using namespace rdm;
+
+namespace {
+
+using catalog::SoifStream;
+
+/// Submission is a file of these bytes, open for reading.
+class Submission {
+ public:
+  explicit Submission(const std::string &bytes) {
+    support::write_file(path(), bytes);
+    file_ = HostFileGuard(::open(path().c_str(), O_RDONLY | O_CLOEXEC));
+  }
+  std::string path() const { return directory_.path("submission"); }
+  int descriptor() const { return file_.get(); }
+
+ private:
+  support::TemporaryDirectory directory_;
+  HostFileGuard file_;
+};
+
+/// RandomObjects returns objects whose tokens and values lie across the limits of any buffer.
+class RandomObjects {
+ public:
+  std::string object() {
+    std::string text = "@DOCUMENT { http://localhost/" + std::string(number(1, 300), 'u') + "\n";
+    for (size_t left = number(0, 9); left > 0; --left) text += attribute();
+    return text + "}\n" + std::string(number(0, 3), '\n');
+  }
+
+ private:
+  size_t number(size_t from, size_t to) { return std::uniform_int_distribution<size_t>(from, to)(engine_); }
+  std::string attribute() {
+    const size_t size = number(0, 199) == 0 ? number(1, 700'000) : number(1, 6000);
+    const std::string value(size, number(0, 1) == 0 ? '@' : '\n');
+    return std::string(number(1, 200), 'n') + '{' + std::to_string(size) + "}:\t" + value + '\n';
+  }
+
+  std::mt19937 engine_{20260812};
+};
+
+TEST(SoifStream, ReturnsObjectsOfAnySizeAsTheParserDoes) {
+  RandomObjects random;
+  std::vector<std::string> objects;
+  std::string all;
+  for (int i = 0; i < 1500; ++i) all += objects.emplace_back(random.object());
+  const Submission submission(all);
+  SoifStream stream(submission.descriptor(), submission.path());
+  int64_t offset = 0;
+  for (const std::string &object : objects) {
+    const auto item = stream.next();
+    ASSERT_TRUE(item && item->object) << offset;
+    EXPECT_EQ(item->offset, offset);
+    EXPECT_TRUE(catalog::print(item->object.get()) == catalog::print(catalog::parse(object).get())) << offset;
+    EXPECT_TRUE(object.starts_with(stream.bytes_of(*item))) << offset;
+    offset += static_cast<int64_t>(object.size());
+  }
+  EXPECT_FALSE(stream.next());
+}
+
+TEST(SoifStream, FindsTheObjectAfterAMalformedOneOfAnySize) {
+  for (const size_t size : {4090, 4095, 4096, 4097, 12'287, 12'288, 300'000}) {
+    const std::string malformed = "@DOCUMENT { x\na b{1}:\t1\nx" + std::string(size, '@');
+    const Submission submission(malformed + "\n@DOCUMENT { y\n}\n");
+    SoifStream stream(submission.descriptor(), submission.path());
+    const auto first = stream.next();
+    ASSERT_TRUE(first);
+    EXPECT_EQ(first->reason, "attribute name \"a b\", after a value of the wrong size");
+    const auto second = stream.next();
+    ASSERT_TRUE(second && second->object) << size;
+    EXPECT_EQ(second->offset, static_cast<int64_t>(malformed.size()) + 1);
+    EXPECT_STREQ(second->object->url, "y");
+  }
+}
+
+TEST(SoifStream, LeavesTheDescriptorAtTheEnd) {
+  const Submission submission("@DOCUMENT { x\n}\n");
+  SoifStream stream(submission.descriptor(), submission.path());
+  while (stream.next()) {
+  }
+  EXPECT_EQ(::lseek(submission.descriptor(), 0, SEEK_CUR), stream.size());
+  SoifStream again(submission.descriptor(), submission.path());
+  EXPECT_FALSE(again.next());
+}
+
+}  // namespace
