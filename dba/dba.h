@@ -2,10 +2,9 @@
 /*
  * Access to catalog databases: hash files in the format of Berkeley DB 1.85.
  *
- * A catalog is read through a handle that lives for one request: open, some reads, close. Only one thread at a time may
- * use a handle. Reads return 0 for a record, 1 if there is no such record, and -1 with errno set on failure; writes
- * return 0 or -1. The bytes of a key or value that a read returns belong to the handle and are valid until its next
- * operation.
+ * A handle for reading may stay open as long as its file does not change. Only one thread at a time may use a handle.
+ * Reads return 0 for a record, 1 if there is no such record, and -1 with errno set on failure; writes return 0 or -1.
+ * The bytes of a key or value that a read returns belong to the handle and are valid until its next operation.
  *
  * Files opened for reading only are read by our own code, which checks every offset. Whatever the file holds, a read
  * returns 0, 1 or -1 (errno EINVAL for an inconsistent file). It allocates a page and the record that it returns, at

@@ -7,6 +7,7 @@
 
 #include "qxapi/line_reader.h"
 #include "service/alias.h"
+#include "service/rds/snapshot.h"
 
 using namespace rdm;
 
@@ -37,6 +38,7 @@ struct Loading {
 };
 
 void release_services() {
+  snapshots::drop_all();
   for (Service *service = services; service->csid != nullptr; ++service) {
     host_free(service->csid);
     host_param_free(service->params);

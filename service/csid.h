@@ -21,7 +21,7 @@ QX_BEGIN
 /// 0; or -1, with an empty registry, if `file` is null or cannot be read.
 int csid_init(const char *file, const char *default_csid) QX_NOEXCEPT;
 
-/// csid_terminate releases the services and the default.
+/// csid_terminate releases the services and the default. Both close the catalogs that are open for requests.
 void csid_terminate(void) QX_NOEXCEPT;
 
 /// csid_find returns the parameters of a service: all pairs of its lines, "csid" included.

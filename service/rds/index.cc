@@ -10,13 +10,13 @@
 #include "qxapi/log_text.h"
 #include "service/csid.h"
 #include "service/rdm.h"
+#include "service/rds/descriptions.h"
+#include "service/rds/index_search.h"
 #include "service/text.h"
 
 using namespace rdm;
 
 namespace {
-
-constexpr char catalog_key[] = "catalog-database";
 
 /// A short index is loaded as far as it goes if it lacks at most this many bytes; otherwise a damaged header could make
 /// us allocate any amount of memory.
@@ -104,23 +104,6 @@ int cs_dbsearch_start(const char *csid, cs_dbindex *index) noexcept {
 
 int32_t cs_dbsearch(const cs_dbindex *index, time_t since) noexcept {
   if (index->count == 0 || index->entries == nullptr) return -1;
-  const int64_t count = index->count, last = count - 1;
-  const auto wanted = static_cast<uint64_t>(since);
-  const auto time_at = [index](int64_t i) -> uint64_t { return index->entries[i].time; };
-
-  int64_t low = 0, high = last;
-  while (low <= high) {
-    const int64_t middle = (low + high) / 2;
-    // A search that narrows to the last entry returns "nothing to send": harvesters overlap their windows.
-    if (middle >= last) return static_cast<int32_t>(count);
-    if (wanted == time_at(middle)) return static_cast<int32_t>(middle);
-    if (wanted < time_at(middle))
-      high = middle - 1;
-    else
-      low = middle + 1;
-  }
-  const int64_t nearest = std::clamp<int64_t>(std::min(low, high), 0, last);
-  if (time_at(nearest) >= wanted) return static_cast<int32_t>(nearest);
-  const int64_t next = std::max(low, high);
-  return time_at(next) >= wanted ? static_cast<int32_t>(next) : -1;
+  return search_index(index->count, static_cast<uint64_t>(since),
+                      [index](int64_t position) { return index->entries[position].time; });
 }

@@ -35,7 +35,7 @@ struct Answer {
   hosts::Outcome outcome;
   std::string body;
   bool delimited;        // the client can see where the body ends; otherwise the connection is broken off after it
-  long blocks_lost = 0;  // blocks allocated by the request and not released
+  long blocks_lost = 0;  // blocks allocated by the request, and another one without failures, and not released
 };
 
 /// Service is the plug-in in a host with the given memory and file functions, with a catalog large enough that answers
@@ -54,6 +54,9 @@ class Service {
                 const std::function<void()> &disarm = {});
   /// serve does the same without counting blocks; any thread may call it.
   Answer serve(const Request &request, const std::function<void()> &arm = {}, const std::function<void()> &disarm = {});
+
+  /// change_catalog writes the index of the catalog again, so that the next request opens the catalog again.
+  void change_catalog();
 
  private:
   support::TemporaryDirectory directory_;

@@ -1,0 +1,54 @@
+// SPDX-License-Identifier: MIT
+#include "service/rds/answer.h"
+
+#include <libcs/cs.h>
+
+#include "service/message.h"
+
+namespace rdm {
+namespace {
+
+constexpr uint32_t memory_limit = 32768;
+
+/// set_response_header replaces a response header. Returns false if allocation fails.
+bool set_response_header(const char *name, const char *value, Request *rq) {
+  pblock_remove_n_free(name, rq->response);
+  return host_param_add(name, value, rq->response) == 0;
+}
+
+/// announce_length sets content type and content length. Returns false if allocation fails: with another length, the
+/// answer would be cut.
+bool announce_length(uint64_t length, Request *rq) {
+  char text[24];
+  host_itoa(static_cast<int64_t>(length), text);
+  return set_response_header("content-type", "application/x-rdm", rq) &&
+         set_response_header("content-length", text, rq);
+}
+
+/// make_header returns the printed header of an rd-response with `count` descriptions, or null if allocation fails.
+CsioPtr make_header(int32_t count) {
+  CsioPtr printed = make_csio();
+  const RdmHeaderPtr header = make_rdmhdr(RDM_RD_RESPONSE);
+  if (!printed || !header) return nullptr;
+  if (count == 0) header->error_message = host_strdup("0 results.");
+  rdmhdr_print(header.get(), printed.get());
+  csio_finish(printed.get());
+  return printed;
+}
+
+}  // namespace
+
+CsioPtr make_descriptions_buffer() noexcept { return make_csio(memory_limit); }
+
+int send_descriptions(CsioPtr descriptions, int32_t count, uint32_t *bytes, Session *sn, Request *rq) noexcept {
+  csio_finish(descriptions.get());
+  CsioPtr header = make_header(count);
+  if (!header) return -1;
+  const uint64_t length = static_cast<uint64_t>(header->length) + descriptions->length;
+  if (!announce_length(length, rq)) return -1;
+  *bytes = static_cast<uint32_t>(length);
+  const int sent = rdm_send_result(1, header.release(), sn, rq);
+  return descriptions->length != 0 ? rdm_send_result(0, descriptions.release(), sn, rq) : sent;
+}
+
+}  // namespace rdm
