@@ -13,14 +13,14 @@ using Change = WriteBatch::Change;
 
 bool is_erased(const Change &change) { return change.record_size == WriteBatch::erased; }
 
-/// The offset of a RecordRef is the offset of the key in the scratch file for a put record, and -1 - number for a
-/// copied one.
+/// The offset of a RecordRef is the position of its change in the batch for a put record, and -1 - number for a copied
+/// one.
 int64_t offset_of(uint32_t number) { return -1 - int64_t{number}; }
 uint32_t number_at(int64_t offset) { return static_cast<uint32_t>(-1 - offset); }
 
-RecordRef ref_of(const Change &change) {
-  return {hash_of(database_key(change.number)), database_key_size,
-          is_erased(change) ? erased_value : change.record_size, change.offset + change.url_size};
+RecordRef ref_of(const Change &change, size_t position) {
+  return {static_cast<int64_t>(position), hash_of(database_key(change.number)), database_key_size,
+          is_erased(change) ? erased_value : change.record_size};
 }
 
 /// RecordSource loads records from the batch or from the old file.
@@ -29,16 +29,15 @@ class RecordSource {
   RecordSource(const Catalog &catalog, const WriteBatch &batch) : catalog_(catalog), batch_(batch) {}
 
   Record operator()(const RecordRef &ref) {
-    const size_t value = ref.value_size == erased_value ? 0 : ref.value_size;
-    if (ref.offset >= 0)
-      text_ = batch_.text(ref.offset, ref.key_size + value);
-    else
-      text_ = database_key(number_at(ref.offset)) + copied(number_at(ref.offset));
-    const std::string_view text = text_;
-    return {text.substr(0, ref.key_size), text.substr(ref.key_size)};
+    const uint32_t number = ref.offset >= 0 ? put(ref).number : number_at(ref.offset);
+    key_ = database_key(number);
+    value_ = ref.offset < 0 ? copied(number) : is_erased(put(ref)) ? "" : batch_.record(position_of(ref));
+    return {key_, value_};
   }
 
  private:
+  static size_t position_of(const RecordRef &ref) { return static_cast<size_t>(ref.offset); }
+  const Change &put(const RecordRef &ref) const { return batch_.at(position_of(ref)); }
   std::string copied(uint32_t number) const {
     std::optional<std::string> record = catalog_.get(number);
     if (!record) throw catalog_.refused(number, {}, "it is not found by its key");
@@ -47,7 +46,7 @@ class RecordSource {
 
   const Catalog &catalog_;
   const WriteBatch &batch_;
-  std::string text_;
+  std::string key_, value_;
 };
 
 /// changed_numbers returns the predicate of the numbers that a batch changes.
@@ -59,7 +58,7 @@ Catalog::Predicate changed_numbers(const WriteBatch &batch) {
 bool edit_database(const Catalog &catalog, const WriteBatch &batch, const File &file, Trailer trailer) {
   if (!catalog.exists() || catalog.is_partial()) return false;
   std::vector<RecordRef> refs;
-  batch.each_number([&](const Change &change) { refs.push_back(ref_of(change)); });
+  batch.each_number([&](const Change &change, size_t position) { refs.push_back(ref_of(change, position)); });
   const auto check = [&](std::string_view key, std::string_view record) {
     catalog.check_copied(key, record, changed_numbers(batch));
   };
@@ -71,11 +70,11 @@ void write_database(const Catalog &catalog, const WriteBatch &batch, const File 
   std::vector<RecordRef> refs;
   const auto add = [&](uint32_t number, std::string_view record) {
     refs.push_back(
-        {hash_of(database_key(number)), database_key_size, static_cast<uint32_t>(record.size()), offset_of(number)});
+        {offset_of(number), hash_of(database_key(number)), database_key_size, static_cast<uint32_t>(record.size())});
   };
   catalog.each_to_copy(add, changed_numbers(batch));
-  batch.each_number([&](const Change &change) {
-    if (!is_erased(change)) refs.push_back(ref_of(change));
+  batch.each_number([&](const Change &change, size_t position) {
+    if (!is_erased(change)) refs.push_back(ref_of(change, position));
   });
   int64_t total = 0;
   for (const RecordRef &ref : refs) total += int64_t{ref.key_size} + ref.value_size;
@@ -90,14 +89,15 @@ bool differs(const UrlMap &old, const WriteBatch &batch, const Change &change) {
 
 bool edit_urls(const UrlMap &old, const WriteBatch &batch, const File &file, Trailer trailer) {
   std::vector<RecordRef> refs;
-  batch.each_url([&](const Change &change) {
+  batch.each_url([&](const Change &change, size_t) {
     if (differs(old, batch, change))
       refs.push_back(
-          {change.url_hash, change.url_size, is_erased(change) ? erased_value : database_key_size, change.offset});
+          {change.url_offset, change.url_hash, change.url_size, is_erased(change) ? erased_value : database_key_size});
   });
   std::string text;
   const RecordLoader load = [&](const RecordRef &ref) {
-    text = batch.text(ref.offset, ref.key_size + database_key_size);
+    text.resize(ref.key_size + database_key_size);
+    batch.url_texts().read(ref.offset, text.data(), text.size());
     const std::string_view bytes = text;
     return Record{bytes.substr(0, ref.key_size), bytes.substr(ref.key_size)};
   };
@@ -113,8 +113,8 @@ void write_urls(const Catalog &catalog, const WriteBatch &batch, const AtomicFil
     catalog.url_map()->each([&](std::string_view url, uint32_t number) {
       if (batch.of_url(url) == nullptr) refs.add(url, number);
     });
-  batch.each_url([&](const Change &change) {
-    if (!is_erased(change)) refs.add(batch.url(change), change.number);
+  batch.each_url([&](const Change &change, size_t) {
+    if (!is_erased(change)) refs.add_from(batch.url_texts(), change.url_offset, change.url_hash, change.url_size);
   });
   refs.write(output, database, next_number, newest_change);
 }

@@ -43,14 +43,26 @@ void seal(const File &map) {
 void UrlItems::add(std::string_view url, uint32_t number) {
   const int64_t offset = texts_.append(url);
   texts_.append(database_key(number));
-  refs_.push_back({hash_of(url), static_cast<uint32_t>(url.size()), database_key_size, offset});
+  refs_.push_back({offset, hash_of(url), static_cast<uint32_t>(url.size()), database_key_size});
+}
+
+void UrlItems::add_from(const ScratchFile &texts, int64_t offset, uint32_t hash, uint32_t size) {
+  others_ = &texts;
+  refs_.push_back({texts_.size() + offset, hash, size, database_key_size});
+}
+
+void UrlItems::read(const RecordRef &ref, std::string &text) const {
+  text.resize(ref.key_size + ref.value_size);
+  if (ref.offset < texts_.size())
+    texts_.read(ref.offset, text.data(), text.size());
+  else
+    others_->read(ref.offset - texts_.size(), text.data(), text.size());
 }
 
 void UrlItems::write(const AtomicFile &output, const File &database, uint32_t next_number, time_t newest_change) {
   std::string text;
   const RecordLoader load = [&](const RecordRef &ref) {
-    text.resize(ref.key_size + ref.value_size);
-    texts_.read(ref.offset, text.data(), text.size());
+    read(ref, text);
     const std::string_view bytes = text;
     return Record{bytes.substr(0, ref.key_size), bytes.substr(ref.key_size)};
   };

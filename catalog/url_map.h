@@ -57,18 +57,24 @@ class UrlMap {
 /// seal writes the checksum of a map into its trailer. Call it last. Throws a Failure if the file has no trailer.
 void seal(const File &map);
 
-/// UrlItems collects the records of a new map. Their bytes are in a scratch file.
+/// UrlItems collects the records of a new map. Their bytes are in scratch files.
 class UrlItems {
  public:
   /// UrlItems creates its scratch file in the directory of `beside`.
   explicit UrlItems(const std::string &beside) : texts_(beside) {}
   /// add adds a URL that was not added before.
   void add(std::string_view url, uint32_t number);
+  /// add_from adds a URL of `size` bytes that was not added before. URL and database key are at an offset of `texts`,
+  /// which must outlive this object and be the same in all calls. No call of add may follow.
+  void add_from(const ScratchFile &texts, int64_t offset, uint32_t hash, uint32_t size);
   /// write writes all records as the map of the open file `database` to `output`, which the caller commits.
   void write(const AtomicFile &output, const File &database, uint32_t next_number, time_t newest_change);
 
  private:
+  void read(const RecordRef &ref, std::string &text) const;
+
   ScratchFile texts_;
+  const ScratchFile *others_ = nullptr;  // their offsets follow those of texts_
   std::vector<RecordRef> refs_;
 };
 

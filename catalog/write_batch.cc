@@ -31,7 +31,8 @@ void WriteBatch::HashIndex::grow(size_t entries, HashOf hash_at) {
     if (slot != 0) *find(hash_at(slot - 1), [](uint32_t) { return false; }) = slot;
 }
 
-WriteBatch::WriteBatch(const Catalog &catalog) : catalog_(catalog), texts_(catalog.path()) {}
+WriteBatch::WriteBatch(const Catalog &catalog)
+    : catalog_(catalog), url_texts_(catalog.path()), records_(catalog.path()) {}
 
 uint32_t *WriteBatch::slot_of_number(uint32_t number) const {
   return numbers_.find(number, [&](uint32_t slot) { return entries_[slot].number == number; });
@@ -45,10 +46,7 @@ uint32_t *WriteBatch::slot_of_url(std::string_view text, uint32_t hash) const {
 }
 
 void WriteBatch::put(uint32_t number, std::string_view url, std::string_view record) {
-  const int64_t offset = texts_.append(url);
-  texts_.append(database_key(number));
-  texts_.append(record);
-  add({offset, number, hash_of(url), static_cast<uint32_t>(url.size()), static_cast<uint32_t>(record.size())}, url);
+  add(number, url, records_.append(record), static_cast<uint32_t>(record.size()));
 }
 
 void WriteBatch::put_undated(uint32_t number, std::string_view url, const Undated &undated) {
@@ -58,27 +56,21 @@ void WriteBatch::put_undated(uint32_t number, std::string_view url, const Undate
 }
 
 void WriteBatch::set_dates(time_t time) {
-  const std::string date = date_of(time);
-  for (Change &change : entries_) {
-    if (change.date_offset == dated) continue;
-    texts_.write(change.offset + change.url_size + database_key_size + change.date_offset, date);
-    change.date_offset = dated;
-  }
+  dates_.emplace_back(entries_.size(), date_of(time));
   undated_ = 0;
   note_change(time);
 }
 
-void WriteBatch::erase(uint32_t number, std::string_view url) {
-  const int64_t offset = texts_.append(url);
-  texts_.append(database_key(number));
-  add({offset, number, hash_of(url), static_cast<uint32_t>(url.size()), erased}, url);
-}
+void WriteBatch::erase(uint32_t number, std::string_view url) { add(number, url, 0, erased); }
 
-void WriteBatch::add(const Change &change, std::string_view url) {
-  entries_.push_back(change);
+void WriteBatch::add(uint32_t number, std::string_view url, int64_t record_offset, uint32_t record_size) {
+  const int64_t url_offset = url_texts_.append(url);
+  url_texts_.append(database_key(number));
+  const uint32_t hash = hash_of(url);
+  entries_.push_back({url_offset, record_offset, number, hash, static_cast<uint32_t>(url.size()), record_size});
   const auto slot = static_cast<uint32_t>(entries_.size());
-  *slot_of_number(change.number) = slot;
-  *slot_of_url(url, change.url_hash) = slot;
+  *slot_of_number(number) = slot;
+  *slot_of_url(url, hash) = slot;
   numbers_.grow(slot, [this](uint32_t at) { return entries_[at].number; });
   urls_.grow(slot, [this](uint32_t at) { return entries_[at].url_hash; });
 }
@@ -102,27 +94,39 @@ std::optional<uint32_t> WriteBatch::number_of(std::string_view url) const {
 std::optional<std::string> WriteBatch::get(uint32_t number) const {
   const Change *change = of_number(number);
   if (change == nullptr) return catalog_.get(number);
-  return change->record_size != erased ? std::optional(record(*change)) : std::nullopt;
+  return change->record_size != erased ? std::optional(record(*slot_of_number(number) - 1)) : std::nullopt;
 }
 
 void WriteBatch::each_number(const Visitor &visit) const {
-  for (uint32_t slot : numbers_.slots)
-    if (slot != 0) visit(entries_[slot - 1]);
+  for (size_t at = 0; at < entries_.size(); ++at)
+    if (*slot_of_number(entries_[at].number) == at + 1) visit(entries_[at], at);
 }
 
 void WriteBatch::each_url(const Visitor &visit) const {
-  for (uint32_t slot : urls_.slots)
-    if (slot != 0) visit(entries_[slot - 1]);
+  for (size_t at = 0; at < entries_.size(); ++at)
+    if (*urls_.find(entries_[at].url_hash, [at](uint32_t slot) { return slot == at; }) != 0) visit(entries_[at], at);
 }
 
-std::string WriteBatch::text(int64_t offset, size_t size) const {
-  std::string bytes(size, '\0');
-  texts_.read(offset, bytes.data(), size);
-  return bytes;
+std::string WriteBatch::url(const Change &change) const {
+  std::string text(change.url_size, '\0');
+  url_texts_.read(change.url_offset, text.data(), text.size());
+  return text;
 }
 
-std::string WriteBatch::record(const Change &change) const {
-  return text(change.offset + change.url_size + database_key_size, change.record_size);
+/// date_at returns the date of the first call of set_dates after a put, or null if there was none.
+const std::string *WriteBatch::date_at(size_t position) const {
+  const auto found =
+      std::find_if(dates_.begin(), dates_.end(), [=](const auto &date) { return position < date.first; });
+  return found != dates_.end() ? &found->second : nullptr;
+}
+
+std::string WriteBatch::record(size_t position) const {
+  const Change &change = entries_[position];
+  std::string text(change.record_size, '\0');
+  records_.read(change.record_offset, text.data(), text.size());
+  const std::string *const date = change.date_offset != dated ? date_at(position) : nullptr;
+  if (date != nullptr) text.replace(change.date_offset, date->size(), *date);
+  return text;
 }
 
 }  // namespace rdm::catalog

@@ -19,10 +19,9 @@
 
 namespace rdm::catalog {
 
-/// WriteBatch collects puts and erasures. The texts are in a scratch file beside the database; a change takes about 40
-/// bytes of memory. The catalog must outlive the batch. The constructor, put, put_undated, set_dates, erase, number_of,
-/// get, of_url, url, record and text throw a Failure that names the scratch file if it cannot be created, written or
-/// read.
+/// WriteBatch collects puts and erasures. The texts are in scratch files beside the database; a change takes about 50
+/// bytes of memory. The catalog must outlive the batch. The constructor, put, put_undated, erase, number_of, get,
+/// of_url, url and record throw a Failure that names the scratch file if it cannot be created, written or read.
 class WriteBatch {
  public:
   explicit WriteBatch(const Catalog &catalog);
@@ -38,7 +37,7 @@ class WriteBatch {
   bool empty() const { return entries_.empty(); }
   int64_t count() const { return static_cast<int64_t>(entries_.size()); }
 
-  /// is_undated returns true if a record lacks its time of change. set_dates writes a time, in seconds since 1970, into
+  /// is_undated returns true if a record lacks its time of change. set_dates sets the time, in seconds since 1970, of
   /// all such records.
   bool is_undated() const { return undated_ > 0; }
   void set_dates(time_t time);
@@ -53,28 +52,32 @@ class WriteBatch {
 
   /// Change is one put or erasure.
   struct Change {
-    int64_t offset;   // of the URL in the scratch file; database key and record follow it
-    uint32_t number;  // of the description
+    int64_t url_offset;     // of the URL in url_texts(); the database key follows it
+    int64_t record_offset;  // in the scratch file of the records
+    uint32_t number;        // of the description
     uint32_t url_hash;
     uint32_t url_size;
     uint32_t record_size;          // or `erased`
-    uint32_t date_offset = dated;  // in the record, of the placeholder that set_dates replaces
+    uint32_t date_offset = dated;  // in the record, of the placeholder for the date
   };
   static constexpr uint32_t erased = UINT32_MAX, dated = UINT32_MAX;
 
-  using Visitor = std::function<void(const Change &)>;
-  /// each_number visits the last change of each number, each_url the last change of each URL, in any order.
+  using Visitor = std::function<void(const Change &change, size_t position)>;
+  /// each_number visits the last change of each number, each_url the last change of each URL, in the order of the calls
+  /// of put and erase. at returns the change of a position.
   void each_number(const Visitor &visit) const;
   void each_url(const Visitor &visit) const;
+  const Change &at(size_t position) const { return entries_.at(position); }
   /// of_number returns the last change of a number, of_url the last change of a URL, or null if there is none. The
   /// pointer is valid for the life of the batch.
   const Change *of_number(uint32_t number) const;
   const Change *of_url(std::string_view text) const;
 
-  /// url returns the URL of a change, record the record of a put, text any bytes of the scratch file.
-  std::string url(const Change &change) const { return text(change.offset, change.url_size); }
-  std::string record(const Change &change) const;
-  std::string text(int64_t offset, size_t size) const;
+  /// url returns the URL of a change, record the record of the put at a position, with its date if that is set.
+  std::string url(const Change &change) const;
+  std::string record(size_t position) const;
+  /// url_texts returns the scratch file of the URLs. It belongs to the batch.
+  const ScratchFile &url_texts() const { return url_texts_; }
 
  private:
   /// HashIndex finds entries by hash: open addressing with linear probing. A slot holds the position of an entry plus
@@ -89,13 +92,16 @@ class WriteBatch {
     std::vector<uint32_t> slots;
   };
 
-  void add(const Change &change, std::string_view url);
+  void add(uint32_t number, std::string_view url, int64_t record_offset, uint32_t record_size);
+  const std::string *date_at(size_t position) const;
   uint32_t *slot_of_number(uint32_t number) const;
   uint32_t *slot_of_url(std::string_view text, uint32_t hash) const;
 
   const Catalog &catalog_;
-  ScratchFile texts_;
+  ScratchFile url_texts_, records_;
   std::deque<Change> entries_;
+  /// Dates are the texts of set_dates, each with the number of entries at that time.
+  std::vector<std::pair<size_t, std::string>> dates_;
   mutable HashIndex numbers_, urls_;
   size_t undated_ = 0;
   time_t newest_change_ = 0;

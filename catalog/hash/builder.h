@@ -15,10 +15,11 @@ namespace rdm::catalog {
 
 /// RecordRef is a record to be written: the sizes that the layout of the file depends on, and a reference to its bytes.
 struct RecordRef {
-  uint32_t hash;        // of the key
-  uint32_t key_size;    // bytes, at most a quarter of a page
-  uint32_t value_size;  // bytes
-  int64_t offset;       // of the bytes, for a RecordLoader; in a bucket, records are written in this order
+  int64_t offset;         // of the bytes, for a RecordLoader; in a bucket, records are written in this order
+  uint32_t hash;          // of the key
+  uint32_t key_size;      // bytes, at most a quarter of a page
+  uint32_t value_size;    // bytes
+  uint32_t checksum = 0;  // of key and value; build_hash_file computes it
 };
 
 /// RecordLoader returns the bytes of a record, which must stay valid until its next call.
@@ -28,15 +29,16 @@ using RecordLoader = std::function<Record(const RecordRef &)>;
 using Advance = std::function<void(int64_t records, int64_t bytes)>;
 
 /// build_hash_file writes records to an empty file. It chooses page size and number of buckets for them, and sorts
-/// `refs`. It then reads the file back and compares it byte for byte. `trailer` is written with its planned_pages set.
+/// `refs`. It then reads the file back and compares each record with its checksum. `trailer` is written with its
+/// planned_pages set.
 /// `advance` may be empty. Throws a Failure if the records do not fit into a hash file or if the comparison fails.
 void build_hash_file(const File &file, std::vector<RecordRef> &refs, const RecordLoader &load, Trailer trailer,
                      const Advance &advance = {});
 
 /// for_each_bucket calls `procedure(bucket, first, last)` for each bucket that has records, with their range. `refs`
 /// must be sorted by bucket.
-template <typename Procedure>
-void for_each_bucket(const hashdb::Header &header, const std::vector<RecordRef> &refs, Procedure procedure) {
+template <typename Refs, typename Procedure>
+void for_each_bucket(const hashdb::Header &header, Refs &refs, Procedure procedure) {
   for (auto first = refs.data(), end = first + refs.size(); first != end;) {
     const uint32_t bucket = bucket_of(header, first->hash);
     auto last = first;

@@ -18,6 +18,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr size_t copy_block = 1 << 20;
+constexpr size_t scratch_memory = 2 << 20;
 
 /// copy_in_kernel copies with copy_file_range and returns the offset of the first byte that it could not copy: some
 /// file systems do not support the call.
@@ -129,10 +130,35 @@ void copy_contents(const File &from, const File &to) {
 ScratchFile::ScratchFile(const std::string &beside) : file_(make_scratch(beside)) {}
 
 int64_t ScratchFile::append(std::string_view bytes) {
-  const int64_t offset = size_;
-  file_.write_at(offset, bytes);
-  size_ += static_cast<int64_t>(bytes.size());
+  const int64_t offset = size();
+  if (unwritten_.size() + bytes.size() > scratch_memory) flush();
+  if (bytes.size() > scratch_memory)
+    write(bytes);
+  else
+    unwritten_ += bytes;
   return offset;
+}
+
+void ScratchFile::write(std::string_view bytes) {
+  file_.write_at(written_, bytes);
+  written_ += static_cast<int64_t>(bytes.size());
+}
+
+void ScratchFile::flush() {
+  write(unwritten_);
+  unwritten_.clear();
+}
+
+void ScratchFile::read(int64_t offset, void *bytes, size_t count) const {
+  const size_t in_file = offset < written_ ? std::min(count, static_cast<size_t>(written_ - offset)) : 0;
+  file_.read_at(offset, bytes, in_file);
+  const auto rest = static_cast<size_t>(offset - written_ + static_cast<int64_t>(in_file));
+  if (in_file < count) unwritten_.copy(static_cast<char *>(bytes) + in_file, count - in_file, rest);
+}
+
+int ScratchFile::descriptor() {
+  flush();
+  return file_.descriptor();
 }
 
 }  // namespace rdm::catalog

@@ -62,23 +62,31 @@ void copy_contents(const File &from, const File &to);
 /// unlink: NAME.scratch-XXXXXX. NAME is the file that it is created beside.
 inline constexpr std::string_view scratch_mark = ".scratch-";
 
-/// ScratchFile is a temporary file without a name, to which bytes are appended. It ends with this object.
+/// ScratchFile is a temporary file without a name, to which bytes are appended. It ends with this object. It keeps the
+/// last bytes in memory, 2 MiB at most, and writes them together.
 class ScratchFile {
  public:
   /// ScratchFile creates the file in the directory of `beside`; if that directory is not writable, in the one for
   /// temporary files. Throws a SystemFailure.
   explicit ScratchFile(const std::string &beside);
 
-  /// append writes bytes at the end and returns the offset of the first.
+  /// append adds bytes at the end and returns the offset of the first. Throws a SystemFailure if bytes cannot be
+  /// written, now or before.
   int64_t append(std::string_view bytes);
-  /// write replaces bytes that were appended; read reads `count` of them.
-  void write(int64_t offset, std::string_view bytes) const { file_.write_at(offset, bytes); }
-  void read(int64_t offset, void *bytes, size_t count) const { file_.read_at(offset, bytes, count); }
-  int descriptor() const { return file_.descriptor(); }
+  /// read reads `count` bytes that were appended.
+  void read(int64_t offset, void *bytes, size_t count) const;
+  /// size returns the number of bytes that were appended.
+  int64_t size() const { return written_ + static_cast<int64_t>(unwritten_.size()); }
+  /// descriptor returns the descriptor of the file, after writing all bytes.
+  int descriptor();
 
  private:
+  void write(std::string_view bytes);
+  void flush();
+
   File file_;
-  int64_t size_ = 0;
+  int64_t written_ = 0;
+  std::string unwritten_;
 };
 
 }  // namespace rdm::catalog

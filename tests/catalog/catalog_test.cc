@@ -112,10 +112,28 @@ TEST_F(CatalogChanges, ManyChangesAreFoundAgain) {
     ASSERT_EQ(batch.get(i), is_there ? std::optional("r" + std::to_string(i)) : std::nullopt);
   }
   size_t numbers = 0, urls = 0;
-  batch.each_number([&](const WriteBatch::Change &) { ++numbers; });
-  batch.each_url([&](const WriteBatch::Change &) { ++urls; });
+  batch.each_number([&](const WriteBatch::Change &, size_t) { ++numbers; });
+  batch.each_url([&](const WriteBatch::Change &, size_t) { ++urls; });
   EXPECT_EQ(numbers, 5000u);
   EXPECT_EQ(urls, 5000u);
+}
+
+TEST_F(CatalogChanges, EachUndatedRecordGetsTheDateThatIsSetNext) {
+  make(0);
+  const Catalog catalog(path());
+  WriteBatch batch(catalog);
+  const std::string none = catalog::date_of(0), first = catalog::date_of(86400), second = catalog::date_of(172800);
+  batch.put_undated(1, url(1), {"a" + none + "b", 1});
+  batch.set_dates(86400);
+  batch.put_undated(2, url(2), {"c" + none, 1});
+  batch.put(3, url(3), none);
+  EXPECT_EQ(batch.get(2), "c" + none);
+  EXPECT_TRUE(batch.is_undated());
+  batch.set_dates(172800);
+  EXPECT_FALSE(batch.is_undated());
+  EXPECT_EQ(batch.get(1), "a" + first + "b");
+  EXPECT_EQ(batch.get(2), "c" + second);
+  EXPECT_EQ(batch.get(3), none);
 }
 
 TEST_F(CatalogChanges, AReaderWithoutAMapFindsUrlsAndWritesNothing) {

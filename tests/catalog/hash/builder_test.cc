@@ -32,7 +32,7 @@ class HashWriter : public ::testing::Test {
     for (char &byte : value) byte = static_cast<char>(random_());
     const auto number = static_cast<uint32_t>(values_.size() + 1);
     const std::string key = key_of(number);
-    items_.push_back({hashdb::default_hash(key.data(), key.size()), 8, static_cast<uint32_t>(size), number});
+    items_.push_back({number, hashdb::default_hash(key.data(), key.size()), 8, static_cast<uint32_t>(size)});
     values_.push_back(value);
   }
 
@@ -140,18 +140,36 @@ std::string failure(Write write) {
   return "";
 }
 
+/// first_written_page returns the offset of the first page after the header that has records and is no bitmap.
+int64_t first_written_page(const catalog::File &file, int64_t page_size) {
+  int64_t page = page_size;
+  for (uint16_t slots = 0;; page += page_size) {
+    file.read_at(page, &slots, sizeof slots);
+    if (slots != 0 && slots != 0xFFFF) return page;
+  }
+}
+
 TEST_F(HashWriter, ARecordThatIsNotReadBackAsItWasWrittenIsAFailure) {
-  add(100);
-  size_t fetched = 0;
-  const std::string texts[] = {std::string(100, 'a'), std::string(100, 'b')}, key = key_of(1);
-  const catalog::RecordLoader load = [&](const RecordRef &) { return catalog::Record{key, texts[fetched++]}; };
-  EXPECT_EQ(failure([&] { build_hash_file(catalog::File::create(path), items_, load, {}); }),
-            "cannot verify " + path + ": it does not contain what was written");
+  for (int i = 0; i < 200; ++i) add(3000);
+  constexpr int64_t page_size = 1 << 15;
+  for (const int64_t changed : {int64_t{4}, page_size - 1, page_size - 3000}) {
+    ::unlink(path.c_str());
+    const catalog::File file = catalog::File::create(path);
+    size_t loaded = 0;
+    const catalog::RecordLoader load = [&](const RecordRef &ref) -> catalog::Record {
+      // Before the last record, change a byte of the slots, of a key or of a value on the first page with records.
+      if (++loaded == items_.size()) file.write_at(first_written_page(file, page_size) + changed, "!");
+      key_ = key_of(static_cast<uint32_t>(ref.offset));
+      return {key_, values_.at(static_cast<size_t>(ref.offset) - 1)};
+    };
+    EXPECT_EQ(failure([&] { build_hash_file(file, items_, load, {}); }),
+              "cannot verify " + path + ": it does not contain what was written");
+  }
 }
 
 TEST_F(HashWriter, MoreThanAFileHasPagesForIsAFailure) {
   constexpr uint32_t number = 10, size = 256u << 20;
-  for (uint32_t i = 0; i < number; ++i) items_.push_back({i * 0x1234567, 8, size, i});
+  for (uint32_t i = 0; i < number; ++i) items_.push_back({i, i * 0x1234567, 8, size});
   const catalog::RecordLoader load = [](const RecordRef &) -> catalog::Record {
     throw std::logic_error("nothing is written");
   };

@@ -45,9 +45,8 @@ class HashEditor : public ::testing::Test {
     std::vector<RecordRef> refs;
     for (size_t i = 0; i < keys.size(); ++i) {
       const auto found = records.find(keys[i]);
-      refs.push_back({catalog::hash_of(keys[i]), static_cast<uint32_t>(keys[i].size()),
-                      found == records.end() ? catalog::erased_value : static_cast<uint32_t>(found->second.size()),
-                      static_cast<int64_t>(i)});
+      refs.push_back({static_cast<int64_t>(i), catalog::hash_of(keys[i]), static_cast<uint32_t>(keys[i].size()),
+                      found == records.end() ? catalog::erased_value : static_cast<uint32_t>(found->second.size())});
     }
     return refs;
   }
