@@ -20,6 +20,18 @@ int append_to(void *text, const void *bytes, int32_t size) {
   return 0;
 }
 
+/// UndatedText is an undated record while it is printed.
+struct UndatedText {
+  Undated undated;
+  const void *date;  // the value of the placeholder, which the printer passes as it is
+};
+
+int append_to_undated(void *text, const void *bytes, int32_t size) {
+  auto &[undated, date] = *static_cast<UndatedText *>(text);
+  if (bytes == date) undated.date_offset = static_cast<uint32_t>(undated.record.size());
+  return append_to(&undated.record, bytes, size);
+}
+
 }  // namespace
 
 std::string database_key(uint32_t number) {
@@ -59,12 +71,6 @@ SoifPtr parse_only(std::string_view record, std::vector<std::string> names) {
   return reader.next();
 }
 
-std::string content(SOIF *object) {
-  while (soif_delete(object, last_changed) == 0) {
-  }
-  return print(object);
-}
-
 std::string attribute_head(std::string_view name, size_t size) {
   return std::string(name) + '{' + std::to_string(size) + std::string(soif::size_end);
 }
@@ -75,16 +81,24 @@ std::string date_of(time_t time) {
   return {text, static_cast<size_t>(size)};
 }
 
-Undated print_undated(SOIF *object, std::string_view content) {
+Undated print_undated(SOIF *object) {
   const std::string none = date_of(0);
+  while (soif_delete(object, last_changed) == 0) {
+  }
   soif_insert(object, last_changed, none.data(), static_cast<int32_t>(none.size()));
-  Undated undated{print(object), 0};
-  // The texts differ first in the line of "rd-last-changed": no other attribute has this name.
-  const auto [at, ignored] =
-      std::mismatch(undated.record.begin(), undated.record.end(), content.begin(), content.end());
-  const auto line = undated.record.rfind('\n', static_cast<size_t>(at - undated.record.begin()) - 1) + 1;
-  undated.date_offset = static_cast<uint32_t>(undated.record.find('\t', line) + 1);
-  return undated;
+  UndatedText text{{}, soif_findval(object, last_changed)};
+  SoifWriter(append_to_undated, &text).print(object);
+  return text.undated;
+}
+
+bool is_version_of(std::string_view record, const Undated &undated) {
+  const std::string_view other = undated.record;
+  const size_t date = undated.date_offset;
+  if (record.size() == other.size() && record.substr(0, date) == other.substr(0, date) &&
+      record.substr(date + date_size) == other.substr(date + date_size))
+    return true;
+  const SoifPtr object = parse(record);
+  return object && print_undated(object.get()).record == other;
 }
 
 time_t time_of(const SOIF *object, const char *attribute) {

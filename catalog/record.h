@@ -29,10 +29,6 @@ SoifPtr parse_only(std::string_view record, std::vector<std::string> names);
 /// url_of returns the URL of the first object of a text, or std::nullopt if there is none.
 std::optional<std::string> url_of(std::string_view record);
 
-/// content deletes "rd-last-changed" from an object and returns the object as text. Versions of a description are equal
-/// if their contents are.
-std::string content(SOIF *object);
-
 /// attribute_head returns the text before a value of `size` bytes: NAME{SIZE}: and a tab.
 std::string attribute_head(std::string_view name, size_t size);
 
@@ -41,14 +37,16 @@ std::string attribute_head(std::string_view name, size_t size);
 std::string date_of(time_t time);
 constexpr uint32_t date_size = 29;
 
-/// Undated is a record whose "rd-last-changed" has a placeholder as its value.
+/// Undated is a record whose "rd-last-changed" has a placeholder as its value. Versions of a description are equal if
+/// their undated records are.
 struct Undated {
   std::string record;
   uint32_t date_offset;  // of the placeholder in the record; date_of replaces it
 };
-/// print_undated inserts "rd-last-changed" with a placeholder of date_size bytes into an object and prints it.
-/// `content` is the result of content(object).
-Undated print_undated(SOIF *object, std::string_view content);
+/// print_undated sets "rd-last-changed" of an object to a placeholder of date_size bytes and prints the object.
+Undated print_undated(SOIF *object);
+/// is_version_of returns true if a record differs from an undated one at most in its time of change.
+bool is_version_of(std::string_view record, const Undated &undated);
 
 /// time_of returns the time in an attribute, in seconds since 1970, or 0 if there is no such attribute or it cannot be
 /// parsed. change_time returns the time in "rd-last-changed".

@@ -31,17 +31,14 @@ void Importer::accept(SOIF *object) {
   const std::string url = object->url;
   const std::optional<uint32_t> number = batch_.number_of(url);
   drop_number(object);
-  const std::string text = content(object);
-  if (number) {
-    const std::optional<std::string> record = batch_.get(*number);
-    const SoifPtr known = record ? parse(*record) : nullptr;
-    if (known && content(known.get()) == text) {
-      ++summary_.unchanged;
-      return;
-    }
+  const Undated undated = print_undated(object);
+  const std::optional<std::string> known = number ? batch_.get(*number) : std::nullopt;
+  if (known && is_version_of(*known, undated)) {
+    ++summary_.unchanged;
+    return;
   }
   ++(number ? summary_.changed : summary_.added);
-  batch_.put_undated(number ? *number : new_number(), url, print_undated(object, text));
+  batch_.put_undated(number ? *number : new_number(), url, undated);
 }
 
 uint32_t Importer::new_number() {

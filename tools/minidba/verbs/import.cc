@@ -58,8 +58,7 @@ class Import {
       batch_.note_change(time);
       batch_.put(number, url, print(object));
     } else {
-      const std::string text = content(object);
-      batch_.put_undated(number, url, print_undated(object, text));
+      batch_.put_undated(number, url, print_undated(object));
     }
   }
 
