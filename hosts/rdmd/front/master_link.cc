@@ -137,8 +137,9 @@ void MasterLink::send(ControlMessage::Kind kind, int number) {
 void MasterLink::report_alive() {
   send(ControlMessage::Kind::alive);
   alive_.expires_after(alive_interval);
-  alive_.async_wait([this](const error_code &error) {
-    if (!error) report_alive();
+  alive_.async_wait([this](const error_code &) {
+    // stop() may have come too late to cancel an expired timer.
+    if (!stopped_) report_alive();
   });
 }
 
