@@ -37,6 +37,12 @@ class HostWorkers : public support::ServerTest {
   /// processes returns the children of the server with this name.
   std::vector<pid_t> processes(const std::string &name) const { return server_->children(name); }
 
+  /// kill_front kills the front, which has its name a moment after the server is ready.
+  void kill_front() const {
+    ASSERT_TRUE(support::eventually([&] { return processes("rdmd-front").size() == 1; }));
+    ::kill(processes("rdmd-front").front(), SIGKILL);
+  }
+
   std::string get_body(const std::string &target) const { return support::http_get(port_, target).body; }
 
   long inits() const {
@@ -250,8 +256,7 @@ TEST_F(HostWorkers, OnlyFourGenerationsLiveAtOnce) {
 
 TEST_F(HostWorkers, AFrontThatIsKilledIsReplacedAndNoWaitingClientIsRefused) {
   start_workers(2);
-  ASSERT_EQ(processes("rdmd-front").size(), 1u);
-  ::kill(processes("rdmd-front").front(), SIGKILL);
+  kill_front();
   EXPECT_EQ(get_body("/rdm/fast"), "fast\n");
   EXPECT_TRUE(server_->await_error("the front process was killed by signal 9 (Killed); starting another\n"));
   EXPECT_TRUE(support::eventually([&] { return processes("rdmd-worker").size() == 2; }));
@@ -262,7 +267,7 @@ TEST_F(HostWorkers, AFrontThatIsKilledIsReplacedAndNoWaitingClientIsRefused) {
 TEST_F(HostWorkers, AFrontThatIsKilledWhileTheConfigurationIsWrongServesOnceItIsRight) {
   start_workers(2);
   replace_config("no stars");
-  ::kill(processes("rdmd-front").front(), SIGKILL);
+  kill_front();
   EXPECT_TRUE(server_->await_error(": no stars; no worker serves\n"));
   HttpClient waiting(port_);
   waiting.send(get("/rdm/fast"));
@@ -277,8 +282,9 @@ TEST_F(HostWorkers, WithoutItsMasterTheServerFinishesItsAnswersAndEnds) {
   HttpClient busy(port_);
   busy.send(get("/rdm/slow?500"));
   ASSERT_TRUE(support::eventually([&] { return called("service /rdm/slow"); }));
+  ASSERT_TRUE(
+      support::eventually([&] { return processes("rdmd-front").size() + processes("rdmd-worker").size() == 2; }));
   const std::vector<pid_t> front = processes("rdmd-front"), workers = processes("rdmd-worker");
-  ASSERT_EQ(front.size() + workers.size(), 2u);
   server_->signal(SIGKILL);
   EXPECT_EQ(server_->wait(), 128 + SIGKILL);
   EXPECT_EQ(busy.receive().body, "slow\n");
