@@ -4,8 +4,6 @@
 #include <iterator>
 #include <utility>
 
-#include "hosts/rdmd/front/connection.h"
-
 namespace rdm::rdmd {
 namespace {
 

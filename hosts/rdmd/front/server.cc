@@ -1,19 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "hosts/rdmd/front/server.h"
 
-#include <malloc.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdint>
-#include <limits>
-#include <stdexcept>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -27,58 +22,15 @@ namespace {
 
 using boost::system::error_code;
 
-/// How many clients beyond the connection limit are answered 503 at once; further ones are closed without an answer.
-constexpr std::size_t turned_away_limit = 64;
-/// How many of them may be beyond the limits of one address.
-constexpr std::size_t address_turned_away_limit = 8;
-/// The least number of connections that the default limit grants to an address.
-constexpr std::size_t least_address_limit = 64;
 /// How long accepting pauses when the process is out of descriptors or memory, and how long after a
 /// connection has made way for that reason.
 constexpr Duration accept_pause{100}, made_way_pause{10};
-/// The minimum time between two log lines about such a shortage.
-constexpr std::chrono::minutes shortage_interval{1};
-/// Descriptors reserved for everything but the clients served: clients turned away, listening sockets, logs, and the
-/// files of one request.
-constexpr std::size_t reserved_descriptors = turned_away_limit + 32;
-/// The part of them that is needed even if no client is turned away.
-constexpr std::size_t least_reserved_descriptors = 32;
-/// How long unused memory is kept before malloc_trim(): the next requests can use it without a system call.
-constexpr Duration trim_delay{1000};
-
-/// allow_descriptors raises RLIMIT_NOFILE to its hard limit and returns it.
-std::size_t allow_descriptors() {
-  struct rlimit limit;
-  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return std::numeric_limits<std::size_t>::max();
-  limit.rlim_cur = limit.rlim_max;
-  ::setrlimit(RLIMIT_NOFILE, &limit);
-  return limit.rlim_cur;
-}
-
-/// descriptors_for returns how many descriptors `connections` connections may need: each needs one for its socket and,
-/// while it is answered, one for a file.
-std::size_t descriptors_for(std::size_t connections) { return 2 * connections + reserved_descriptors; }
-
-/// connections_within returns how many connections a limit of open files allows, at least one. A quarter of a low limit
-/// is reserved.
-std::size_t connections_within(std::size_t descriptors) {
-  const std::size_t reserved = std::clamp(descriptors / 4, least_reserved_descriptors, reserved_descriptors);
-  return descriptors > reserved ? descriptors - reserved : 1;
-}
-
 /// limit_segments sets TCP_MAXSEG to 16 KiB. The loopback interface uses segments of 64 KiB otherwise, and a client
 /// that reads slowly acknowledges nothing until it has read a whole segment.
 void limit_segments(io::Acceptor &acceptor) {
   using SegmentSize = boost::asio::detail::socket_option::integer<IPPROTO_TCP, TCP_MAXSEG>;
   error_code ignored;
   acceptor.set_option(SegmentSize(16384), ignored);
-}
-
-/// end_waiting ends a waiting connection, which the roster has chosen, in favour of a new client. Returns false for
-/// null.
-bool end_waiting(const std::shared_ptr<Connection> &connection, bool at_once) {
-  if (connection) connection->make_way(at_once);
-  return connection != nullptr;
 }
 
 /// is_shortage returns true if accept() failed because the process or the system is out of descriptors or memory.
@@ -114,14 +66,13 @@ Server::Server(const Settings &settings, ErrorLog &errors, AccessLog &access, st
       proxies_(settings.trusted_proxies),
       spill_budget_(static_cast<std::int64_t>(settings.limits.spill),
                     static_cast<std::int64_t>(settings.limits.spill_per_address.value_or(settings.limits.spill / 2))),
-      address_rate_(settings.limits.rate_per_address),
+      admission_(settings.limits, proxies_, roster_, errors),
       strand_(context_.get_executor()),
       tls_(std::move(tls)),
+      memory_trim_(strand_),
       dispatcher_(settings.limits, strand_),
       shutdown_(strand_),
-      trim_(strand_),
       watchdog_(strand_) {
-  limit_clients();
   for (ListeningSocket &socket : sockets) add_socket(std::move(socket));
 }
 
@@ -135,19 +86,9 @@ void Server::add_socket(ListeningSocket socket) {
 }
 
 /// Connections still open are destroyed with the I/O context; `running_` tells them not to post work to it.
-Server::~Server() { running_ = false; }
-
-/// limit_clients computes how many clients are served at once, and warns if the limit of open files is too low for
-/// --max-connections.
-void Server::limit_clients() {
-  const std::size_t wanted = settings_.limits.connections;
-  const std::size_t files = allow_descriptors();
-  client_limit_ = std::min(wanted, connections_within(files));
-  address_limit_ = settings_.limits.connections_per_address.value_or(std::max(wanted / 2, least_address_limit));
-  if (files >= descriptors_for(wanted)) return;
-  errors_.warn("the limit of open files is " + std::to_string(files) + ", but " + std::to_string(wanted) +
-               " connections may need " + std::to_string(descriptors_for(wanted)) +
-               "; raise it (ulimit -n, LimitNOFILE) or lower --max-connections");
+Server::~Server() {
+  running_ = false;
+  memory_trim_.stop();
 }
 
 void Server::listen() {
@@ -216,22 +157,14 @@ Duration Server::take_client(Listener &listener) {
 Duration Server::not_accepted(int error) {
   if (error == EAGAIN || error == EINTR || error == ECONNABORTED) return Duration::zero();
   if (!is_shortage(error)) return accept_pause;
-  note_shortage(std::generic_category().message(error));
-  return end_waiting(roster_.take_waiting(), true) ? made_way_pause : accept_pause;
-}
-
-/// note_shortage logs a shortage, at most once a minute. It is called also if no connection can make way.
-void Server::note_shortage(const std::string &reason) {
-  const auto now = io::Clock::now();
-  if (now < next_shortage_line_) return;
-  next_shortage_line_ = now + shortage_interval;
-  errors_.warn("accept: " + reason + ": closing idle connections to serve new clients");
+  return admission_.relieve(std::generic_category().message(error)) ? made_way_pause : accept_pause;
 }
 
 void Server::accepted(io::Socket socket, Client client, bool tls) {
   if (reads_proxy_headers() && !proxies_.trusts(client)) return errors_.trouble(Trouble::not_a_proxy, client.text);
-  const std::optional<Trouble> refused = find_refusal(client);
-  if (refused && !may_turn_away(client.key, *refused)) return errors_.trouble(Trouble::disconnected, client.text);
+  const std::optional<Trouble> refused = admission_.find_refusal(client);
+  if (refused && !admission_.may_turn_away(client.key, *refused))
+    return errors_.trouble(Trouble::disconnected, client.text);
   const ClientKey key = client.key;
   SslPtr session = tls ? tls_->session(socket.native_handle()) : nullptr;
   auto connection = std::make_shared<Connection>(std::move(socket), *this, std::move(client), std::move(session));
@@ -242,60 +175,11 @@ void Server::accepted(io::Socket socket, Client client, bool tls) {
     connection->start();
 }
 
-/// find_refusal returns the limit that keeps a new client from being served, or std::nullopt. At a limit on
-/// connections, a waiting connection first makes way.
-std::optional<Trouble> Server::find_refusal(const Client &client) {
-  if (const auto refused = find_address_refusal(client)) return refused;
-  if (!make_room()) return Trouble::turned_away;
-  return std::nullopt;
-}
-
-/// find_address_refusal returns the limit of the client's address that is exceeded. Proxies have none: they bring many
-/// clients.
-std::optional<Trouble> Server::find_address_refusal(const Client &client) {
-  if (client.key.is_local() || proxies_.trusts(client)) return std::nullopt;
-  if (!address_rate_.take(client.key, io::Clock::now())) return Trouble::address_rate;
-  if (!make_room_for(client.key)) return Trouble::address_full;
-  return std::nullopt;
-}
-
-std::optional<Trouble> Server::assign(Roster::Entry &entry, const Client &client) {
-  const auto refused = find_address_refusal(client);
-  if (!refused) roster_.assign(entry, client.key);
-  return refused;
-}
-
-/// make_room_for returns true if the address may have another connection.
-bool Server::make_room_for(const ClientKey &key) {
-  if (address_limit_ == 0 || roster_.counts(key).served < address_limit_) return true;
-  return end_waiting(roster_.take_waiting(key), false);
-}
-
-/// make_room returns true if another client can be served.
-bool Server::make_room() {
-  if (roster_.counts().served < client_limit_) return true;
-  if (client_limit_ < settings_.limits.connections) note_shortage("the limit of open files is reached");
-  return end_waiting(roster_.take_waiting(), false);
-}
-
-/// may_turn_away returns true if a client beyond a limit gets an answer. The limits of an address leave room for others
-/// that are turned away.
-bool Server::may_turn_away(const ClientKey &key, Trouble reason) const {
-  if (roster_.counts().turned_away >= turned_away_limit) return false;
-  return reason == Trouble::turned_away || roster_.counts(key).turned_away < address_turned_away_limit;
-}
-
-bool Server::turn_away(Roster::Entry &entry, const ClientKey &key, Trouble reason) {
-  if (!may_turn_away(key, reason)) return false;
-  roster_.turn_away(entry);
-  roster_.assign(entry, key);
-  return true;
-}
-
 void Server::forget(Roster::Entry &entry) {
   roster_.remove(entry);
-  released();
-  if (stopping_ && running_) boost::asio::post(strand_, [this] { end_when_empty(); });
+  if (!running_) return;
+  memory_trim_.released();
+  if (stopping_) boost::asio::post(strand_, [this] { end_when_empty(); });
 }
 
 /* ---- Observing ---- */
@@ -333,33 +217,6 @@ std::string Server::not_ready() const {
   if (status.free + status.busy == 0) return "no worker is ready";
   if (status.responsive == 0) return "every worker has been busy with one request for more than 10 seconds";
   return {};
-}
-
-/* ---- Memory ---- */
-
-void Server::released() {
-  if (stopping_ || !running_ || memory_released_.exchange(true)) return;
-  try {
-    boost::asio::post(strand_, [this] { trim_soon(); });
-  } catch (const std::exception &) {
-    // The next request tries again.
-    memory_released_ = false;
-  }
-}
-
-void Server::trim_soon() {
-  if (stopping_) return;
-  trim_.expires_after(trim_delay);
-  trim_.async_wait([this](const error_code &error) {
-    if (!error) trim();
-  });
-}
-
-/// trim calls malloc_trim(), which also returns free pages between pages in use: after a burst of large requests, small
-/// blocks of the remaining connections are scattered over the heap.
-void Server::trim() {
-  memory_released_ = false;
-  ::malloc_trim(0);
 }
 
 /* ---- Signals and the end ---- */
@@ -435,6 +292,7 @@ void Server::stop() {
   if (!master_) errors_.info("stopping");
   if (manager_ != nullptr) manager_->stopping();
   stopping_ = true;
+  memory_trim_.stop();
   for (Listener &listener : listeners_) {
     listener.stop();
     listener.file().remove();
@@ -464,7 +322,6 @@ void Server::end() {
   ended_ = true;
   if (admin_) admin_->stop();
   shutdown_.cancel();
-  trim_.cancel();
   watchdog_.cancel();
   if (signals_) signals_->cancel();
   if (master_) master_->stop();

@@ -15,13 +15,14 @@
 #include "hosts/common/plugin.h"
 #include "hosts/rdmd/access_log.h"
 #include "hosts/rdmd/front/admin.h"
+#include "hosts/rdmd/front/admission.h"
 #include "hosts/rdmd/front/client.h"
-#include "hosts/rdmd/front/connection_rate.h"
 #include "hosts/rdmd/front/dispatcher.h"
 #include "hosts/rdmd/front/io.h"
 #include "hosts/rdmd/front/listener.h"
 #include "hosts/rdmd/front/local_worker.h"
 #include "hosts/rdmd/front/master_link.h"
+#include "hosts/rdmd/front/memory_trim.h"
 #include "hosts/rdmd/front/metrics.h"
 #include "hosts/rdmd/front/proxies.h"
 #include "hosts/rdmd/front/roster.h"
@@ -85,26 +86,18 @@ class Server {
   /// next_connection returns the number of a new connection, from 1.
   std::uint64_t next_connection() { return connections_.fetch_add(1, std::memory_order_relaxed) + 1; }
   Roster &roster() { return roster_; }
+  Admission &admission() { return admission_; }
+  MemoryTrim &memory_trim() { return memory_trim_; }
   const Proxies &proxies() const { return proxies_; }
   SpillBudget &spill_budget() { return spill_budget_; }
   /// reads_proxy_headers returns true if each connection begins with a header of its proxy.
   bool reads_proxy_headers() const { return settings_.proxy_protocol; }
-  /// assign makes an admitted connection one of `client`, whom a trusted proxy has named. Returns the limit of the
-  /// client's address that is exceeded, if one is; the connection then stays the proxy's.
-  std::optional<Trouble> assign(Roster::Entry &entry, const Client &client);
-  /// turn_away counts an admitted connection among those of the client `key` that are turned away for `reason`. Returns
-  /// false if there are too many of them already.
-  bool turn_away(Roster::Entry &entry, const ClientKey &key, Trouble reason);
   /// forget removes the entry of a connection that is being destroyed.
   void forget(Roster::Entry &entry);
-  /// released notes that a request has freed its memory, and schedules malloc_trim() so that unused memory returns to
-  /// the system. It throws nothing.
-  void released();
 
  private:
   Server(const Settings &settings, ErrorLog &errors, AccessLog &access, std::vector<ListeningSocket> sockets,
          TlsContextPtr tls);
-  void limit_clients();
   void reload();
   void reload_tls();
   void add_socket(ListeningSocket socket);
@@ -114,20 +107,12 @@ class Server {
   Duration take_client(Listener &listener);
   Duration not_accepted(int error);
   void accepted(io::Socket socket, Client client, bool tls);
-  std::optional<Trouble> find_refusal(const Client &client);
-  std::optional<Trouble> find_address_refusal(const Client &client);
-  bool make_room_for(const ClientKey &key);
-  bool make_room();
-  bool may_turn_away(const ClientKey &key, Trouble reason) const;
-  void note_shortage(const std::string &reason);
   void await_signal();
   void handle(int signal);
   void reopen_logs();
   void obey(const ControlMessage &message);
   void order_stop();
   void feed_watchdog();
-  void trim_soon();
-  void trim();
   void stop();
   void stop_now();
   void end_when_empty();
@@ -142,26 +127,22 @@ class Server {
   std::atomic<bool> stopping_ = false;
   std::atomic<bool> running_ = true;
   std::atomic<std::uint64_t> connections_ = 0;  // accepted so far
-  std::atomic<bool> memory_released_ = false;   // a trim is scheduled
   std::string address_;
-  std::size_t client_limit_ = 0;
   Proxies proxies_;
   SpillBudget spill_budget_;
-  std::size_t address_limit_ = 0;  // connections of one address; 0: no limit
-  ConnectionRate address_rate_;
-  bool ended_ = false;                        // nothing more is awaited
-  io::Clock::time_point next_shortage_line_;  // the earliest time of the next log line about a shortage
+  Admission admission_;
+  bool ended_ = false;  // nothing more is awaited
 
   boost::asio::io_context context_;
   io::Executor strand_;  // of everything below
   std::list<Listener> listeners_;
   TlsContextPtr tls_;  // of new connections; null: no socket speaks TLS
+  MemoryTrim memory_trim_;
   Dispatcher dispatcher_;
   std::optional<MasterLink> master_;           // in a process that has a master
   std::optional<io::Signals> signals_;         // in the others
   std::shared_ptr<LocalWorker> local_worker_;  // in the others
   io::Timer shutdown_;
-  io::Timer trim_;
   io::Timer watchdog_;
   const ServiceManager *manager_ = nullptr;
   std::optional<Admin> admin_;
