@@ -407,8 +407,9 @@ void Master::front_ended(int wait_status) {
     return await_workers();
   }
   errors_.error("the front process " + describe_end(wait_status) + "; starting another");
+  // A worker may end before its front can be waited for; what was started in its place is not needed either.
   for (WorkerProcess &worker : workers_)
-    if (std::exchange(worker.passed, false)) worker.generation = no_generation;
+    if (std::exchange(worker.passed, false) || worker.generation == generation_) worker.generation = no_generation;
   if (front_alive_) front_backoff_.reset();
   front_due_ = Clock::now() + (front_alive_ ? Backoff::Pause(0) : front_backoff_.next());
   if (starting_ == 0) start_generation();

@@ -268,7 +268,7 @@ TEST_F(HostWorkers, AFrontThatIsKilledWhileTheConfigurationIsWrongServesOnceItIs
   start_workers(2);
   replace_config("no stars");
   kill_front();
-  EXPECT_TRUE(server_->await_error(": no stars; no worker serves\n"));
+  EXPECT_TRUE(server_->await_error(": no stars; no worker serves\n")) << server_->errors();
   HttpClient waiting(port_);
   waiting.send(get("/rdm/fast"));
   EXPECT_TRUE(server_->await_error("a worker could not be replaced: "));
