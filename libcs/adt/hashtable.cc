@@ -2,10 +2,10 @@
 #include <algorithm>
 #include <cstdlib>
 #include <span>
-#include <string_view>
 
 #include <libcs/adt.h>
 
+#include "libcs/adt/name_hash.h"
 #include "libcs/adt/strings.h"
 #include "libcs/guard.h"
 
@@ -119,11 +119,7 @@ uint32_t cshashtable_free(cshashtable *t) noexcept {
 }
 
 uint32_t cshashtable_hf_default(const void *key) noexcept {
-  if (key == nullptr) return 0;
-  const std::string_view text = static_cast<const char *>(key);
-  uint32_t h = 0;
-  for (const char c : text) h ^= (h << 8) ^ (h >> 8) ^ static_cast<unsigned char>(c);
-  return (static_cast<uint32_t>(text.size()) * 0x9E3779B9u) ^ h;
+  return key == nullptr ? 0 : name_hash(static_cast<const char *>(key));
 }
 
 void cshashtable_stats(const cshashtable *t, cshashtable_statistics *out) noexcept {

@@ -27,6 +27,12 @@ constexpr std::size_t token_limit = 4096;
 inline constexpr std::string_view white_space = " \t\n\v\f\r";
 inline constexpr std::string_view white_space_and_braces = " \t\n\v\f\r{";
 
+/// The largest accepted value: a larger size is taken for damage.
+constexpr std::int32_t largest_value = 256 << 20;
+
+/// The number of buckets in the table of a parsed object. The printer writes the attributes bucket by bucket.
+constexpr std::int32_t bucket_count = 23;
+
 /// The text between the size of a value and the value.
 inline constexpr std::string_view size_end = "}:\t";
 

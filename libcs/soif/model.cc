@@ -5,13 +5,13 @@
 #include <cstring>
 #include <limits>
 
+#include "libcs/soif/grammar.h"
+#include "libcs/soif/selection.h"
 #include "qxapi/ascii.h"
 
 using namespace rdm;
 
 namespace {
-
-constexpr int32_t default_buckets = 23;
 
 std::string_view view(const char *text) { return text != nullptr ? text : std::string_view(); }
 
@@ -35,7 +35,7 @@ SoifPtr make_object(std::string_view template_name, std::string_view url, int32_
   SoifPtr object(record.release());
   object->template_name = copy_text(template_name.empty() ? "OBJECT" : template_name).release();
   object->url = copy_text(url.empty() ? "-" : url).release();
-  cshashtable_create(nbuckets < 1 ? default_buckets : nbuckets, &object->attrs);
+  cshashtable_create(nbuckets < 1 ? soif::bucket_count : nbuckets, &object->attrs);
   if (object->template_name == nullptr || object->url == nullptr || object->attrs == nullptr) return nullptr;
   // The hash function stays the default, which is case-sensitive, although names are compared in any letter case:
   // callers look attributes up in lower case, as the parser stores them.
@@ -61,13 +61,6 @@ bool insert_made(SOIF *object, const char *key, AvPairPtr &pair, int32_t vsize) 
   if (!pair || cshashtable_insert(object->attrs, key, pair.get()) != 0) return false;
   static_cast<void>(pair.release());
   return true;
-}
-
-bool is_numbered_instance(std::string_view base, std::string_view attribute) noexcept {
-  if (attribute.size() < base.size() + 2 || attribute[base.size()] != '-') return false;
-  const std::string_view number = attribute.substr(base.size() + 1);
-  return ascii::istarts_with(attribute, base) &&
-         std::all_of(number.begin(), number.end(), [](char c) { return ascii::is_digit(c); });
 }
 
 }  // namespace rdm::soif

@@ -38,9 +38,6 @@ class CopySwitch {
 /// fails; the insertion is counted even then.
 bool insert_made(SOIF *object, const char *key, AvPairPtr &pair, int32_t vsize) noexcept;
 
-/// is_numbered_instance returns true if `attribute` is `base`, a hyphen and a decimal number.
-bool is_numbered_instance(std::string_view base, std::string_view attribute) noexcept;
-
 }  // namespace rdm::soif
 
 #endif

@@ -4,6 +4,7 @@
 #include "libcs/guard.h"
 #include "libcs/soif/input.h"
 #include "libcs/soif/model.h"
+#include "libcs/soif/selection.h"
 #include "libcs/soif/stream.h"
 #include "qxapi/ascii.h"
 
@@ -13,26 +14,12 @@ namespace {
 
 using soif::end_of_input;
 
-/// The largest accepted value: a larger size is taken for damage.
-constexpr int32_t largest_value = 256 << 20;
-
 /// up_to_nul returns the part of a token before its first NUL: names and URLs are stored as C strings.
 std::string_view up_to_nul(std::string_view token) { return token.substr(0, token.find('\0')); }
 
 std::string_view lower_case(std::string_view name, char *buffer) {
   std::transform(name.begin(), name.end(), buffer, ascii::lower);
   return {buffer, name.size()};
-}
-
-/// selects returns true if an entry of the accept list is `name`, or the base of which `name` is a numbered instance.
-/// It reads the entry only as far as the two agree: taking strlen() of a long entry for each attribute of each object
-/// would be slow.
-bool selects(const char *entry, std::string_view name) {
-  size_t length = 0;
-  while (length < name.size() && entry[length] != '\0' && ascii::lower(entry[length]) == name[length]) ++length;
-  if (entry[length] != '\0') return false;
-  const std::string_view whole(entry, length);
-  return name == whole || soif::is_numbered_instance(whole, name);
 }
 
 /// Parser reads objects from one stream. `Input` is StringInput or FileInput.
@@ -79,10 +66,10 @@ class Parser {
     const auto digits = soif::read_size(input_, token_);
     if (!digits) return false;
     const int32_t size = soif::size_of(*digits);
-    if (size < 0 || size > largest_value || !soif::read_size_end(input_)) return false;
+    if (size < 0 || size > soif::largest_value || !soif::read_size_end(input_)) return false;
     // An excessive size is damage even if the accept list drops the value.
     if (!input_.may_hold(static_cast<size_t>(size))) return false;
-    if (is_wanted(name)) return value(object, name, size);
+    if (soif::is_selected(accept_, name)) return value(object, name, size);
     input_.skip(static_cast<size_t>(size));
     return true;
   }
@@ -94,13 +81,6 @@ class Parser {
     bytes.get()[size] = '\0';
     soif::AvPairPtr pair = soif::make_avpair(name, bytes, vsize);
     return pair && soif::insert_made(object, pair->attribute, pair, vsize);
-  }
-
-  bool is_wanted(std::string_view name) const noexcept {
-    if (accept_ == nullptr) return true;
-    for (char **entry = accept_; *entry != nullptr; ++entry)
-      if (selects(*entry, name)) return true;
-    return false;
   }
 
   Input &input_;

@@ -20,6 +20,19 @@ uint64_t printed_size(const SOIF *object) {
   return size;
 }
 
+/// has_room returns true if `size` more bytes and the answer's header fit the 32-bit length of the answer.
+bool has_room(const csio *output, uint64_t size) {
+  constexpr uint64_t header = 4096;  // bytes of the answer's header, at most
+  return output->length + header + size <= std::numeric_limits<uint32_t>::max();
+}
+
+bool report_no_room(const char *key) {
+  CSLOG(CSLOG_ERROR, "rds", "No room in the answer for %s: key %s\n", catalog_key, key);
+  return false;
+}
+
+std::string_view text_of(const DBT &record) { return {static_cast<const char *>(record.data), record.size}; }
+
 }  // namespace
 
 /// read_record returns true if it has read the record of a key.
@@ -31,42 +44,46 @@ bool Descriptions::read_record(const char *key, DBT &record) const noexcept {
   return result == 0;
 }
 
-SoifPtr Descriptions::parse(const DBT &record) const noexcept {
-  SoifReader reader(std::string_view(static_cast<const char *>(record.data), record.size));
-  if (attributes_ != nullptr && attributes_[0] != nullptr) reader.accept(attributes_);
-  return reader.next();
-}
-
-/// has_room returns true if the object of a record and the answer's header fit the 32-bit length of the answer. It
-/// measures the object only if the estimate does not fit.
+/// has_room measures the object only if an estimate, which is never too low, does not fit.
 bool Descriptions::has_room(const SOIF *object, const DBT &record) const noexcept {
-  constexpr uint64_t header = 4096, framing = 32;  // bytes, at most: of the answer's header, and around a value
-  const uint64_t taken = output_->length + header, end = std::numeric_limits<uint32_t>::max();
+  constexpr uint64_t framing = 32;  // bytes, at most, around a value
   const auto values = static_cast<uint64_t>(object->value_bytes), count = static_cast<uint64_t>(object->attr_count);
-  const uint64_t most = record.size + values + (count + 1) * framing;
-  return taken + most <= end || taken + printed_size(object) <= end;
+  return rdm::has_room(output_, record.size + values + (count + 1) * framing) ||
+         rdm::has_room(output_, printed_size(object));
 }
 
 bool Descriptions::print(const char *key) const noexcept {
   DBT record{nullptr, 0};
-  if (!read_record(key, record)) return false;
-  const SoifPtr object = parse(record);
+  return read_record(key, record) && print(key, record);
+}
+
+bool Descriptions::print(const char *key, const DBT &record) const noexcept {
+  SoifReader reader(text_of(record));
+  reader.accept(attributes_);
+  const SoifPtr object = reader.next();
   if (!object) {
     CSLOG(CSLOG_WARNING, "rds", "Malformed RD in %s: key %s\n", catalog_key, key);
     return false;
   }
-  if (!has_room(object.get(), record)) {
-    CSLOG(CSLOG_ERROR, "rds", "No room in the answer for %s: key %s\n", catalog_key, key);
-    return false;
-  }
+  if (!has_room(object.get(), record)) return report_no_room(key);
   SoifWriter(output_).print(object.get());
   return true;
 }
 
-bool Descriptions::print(uint32_t number) const noexcept {
+bool QuickDescriptions::print(uint32_t number) noexcept {
   char key[key_size + 1];
   host_format(key, sizeof key, "%08x", number);
-  return print(key);
+  DBT record{nullptr, 0};
+  if (!descriptions_.read_record(key, record)) return false;
+  if (!canonical_.printed(text_of(record), pieces_)) return descriptions_.print(key, record);
+  return copy_pieces(key);
+}
+
+bool QuickDescriptions::copy_pieces(const char *key) const noexcept {
+  if (!has_room(descriptions_.output_, pieces_.size())) return report_no_room(key);
+  for (const std::string_view piece : pieces_)
+    csio_append(descriptions_.output_, piece.data(), static_cast<int32_t>(piece.size()));
+  return true;
 }
 
 }  // namespace rdm

@@ -5,6 +5,7 @@
 
 #include "dba/dba.h"
 #include "libcs/guard.h"
+#include "libcs/soif/canonical.h"
 
 namespace rdm {
 
@@ -20,21 +21,40 @@ class Descriptions {
   /// `database` and `output` are borrowed. `attributes` is a null-terminated list of the names to print; null or empty:
   /// all.
   Descriptions(DB *database, char **attributes, csio *output) noexcept
-      : database_(database), attributes_(attributes), output_(output) {}
+      : database_(database),
+        attributes_(attributes != nullptr && attributes[0] != nullptr ? attributes : nullptr),
+        output_(output) {}
 
-  /// print prints the record of a key, a text of at least key_size characters. Returns true if it did.
+  /// print parses the record of a key, a text of at least key_size characters, and prints the object. Returns true if
+  /// it did.
   bool print(const char *key) const noexcept;
-  /// print prints the record of a number.
-  bool print(uint32_t number) const noexcept;
 
  private:
+  friend class QuickDescriptions;
   bool read_record(const char *key, DBT &record) const noexcept;
-  SoifPtr parse(const DBT &record) const noexcept;
+  bool print(const char *key, const DBT &record) const noexcept;
   bool has_room(const SOIF *object, const DBT &record) const noexcept;
 
   DB *database_;
   char **attributes_;
   csio *output_;
+};
+
+/// QuickDescriptions does the same, but copies the bytes of records that are in the form of the printer.
+class QuickDescriptions {
+ public:
+  QuickDescriptions(DB *database, char **attributes, csio *output) noexcept
+      : descriptions_(database, attributes, output), canonical_(descriptions_.attributes_) {}
+
+  /// print prints the record of a number. Returns true if it did.
+  bool print(uint32_t number) noexcept;
+
+ private:
+  bool copy_pieces(const char *key) const noexcept;
+
+  Descriptions descriptions_;
+  soif::Canonical canonical_;
+  soif::Pieces pieces_;
 };
 
 }  // namespace rdm

@@ -109,7 +109,7 @@ bool answer_from(Snapshot &snapshot, Query &query, uint32_t *bytes, Session *sn,
   if (!select(snapshot.index(), query, selected)) return false;
   CsioPtr buffer = make_descriptions_buffer();
   if (!buffer) return false;
-  const Descriptions descriptions(snapshot.database(), query.attributes, buffer.get());
+  QuickDescriptions descriptions(snapshot.database(), query.attributes, buffer.get());
   query.limit = 0;
   for (uint32_t i = 0; i < selected.count; ++i)
     if (descriptions.print(selected.numbers.get()[i])) ++query.limit;
