@@ -12,6 +12,9 @@ using State = ConnectionState;
 /// may be on its way.
 constexpr std::int64_t small_remainder = 16384;
 
+/// How long after an answer the first check is. A client that acknowledges by its next request needs none.
+constexpr Duration first_check{4};
+
 }  // namespace
 
 Acknowledgement::Acknowledgement(Channel &channel, const Limits &limits, bool is_unix, Owner &owner)
@@ -22,8 +25,10 @@ Acknowledgement::Acknowledgement(Channel &channel, const Limits &limits, bool is
       rate_(limits.send_rate, limits.write * send_rate_slack),
       alarm_(channel.executor()) {}
 
-bool Acknowledgement::is_complete() {
-  return channel_.entry().turned_away || channel_.unacknowledged() <= (channel_.state() == State::lingering ? 1 : 0);
+/// remainder returns the number of bytes to be acknowledged, without the FIN.
+std::int64_t Acknowledgement::remainder() {
+  if (channel_.entry().turned_away) return 0;
+  return channel_.unacknowledged() - (channel_.state() == State::lingering ? 1 : 0);
 }
 
 /// taken returns how many bytes count towards the minimum rate: those that the client has acknowledged. On a Unix
@@ -33,10 +38,10 @@ std::int64_t Acknowledgement::taken() {
 }
 
 void Acknowledgement::begin() {
-  const std::int64_t sent = channel_.transport().sent();
+  const std::int64_t sent = channel_.transport().sent(), acknowledged = sent - channel_.unacknowledged();
   const auto now = io::Clock::now();
-  deadline_.begin(sent - channel_.unacknowledged(), sent, now);
-  rate_.begin(taken(), sent, now);
+  deadline_.begin(acknowledged, sent, now);
+  rate_.begin(is_unix_ ? sent : acknowledged, sent, now);
 }
 
 void Acknowledgement::check_after(Duration time) {
@@ -48,13 +53,13 @@ void Acknowledgement::resume() {
   if (!is_checking() && !is_complete()) check_regularly();
 }
 
-/// await checks after 1 ms first, because most clients acknowledge at once, and then less often.
+/// await checks soon first, because most clients acknowledge at once, and then less often.
 void Acknowledgement::await() {
-  if (is_complete()) return complete(last_sent_);
+  const std::int64_t rest = remainder();
+  if (rest <= 0) return complete(last_sent_);
   // A small remainder may be left to the kernel if another client needs the connection.
-  if (channel_.state() == State::idle && channel_.unacknowledged() <= small_remainder)
-    channel_.let_make_way(last_sent_);
-  check_after(Duration(1));
+  if (channel_.state() == State::idle && rest <= small_remainder) channel_.let_make_way(last_sent_);
+  check_after(first_check);
 }
 
 /// check runs in every state, so a client that keeps sending requests is found too slow as well.

@@ -50,12 +50,13 @@ class Acknowledgement {
   void stop() { alarm_.disarm(); }
 
   /// is_complete returns true if the client has acknowledged all answers, and always for one that is turned away.
-  bool is_complete();
+  bool is_complete() { return remainder() <= 0; }
 
  private:
   void check();
   void check_after(Duration time);
   void complete(io::Clock::time_point since);
+  std::int64_t remainder();
   std::int64_t taken();
 
   Channel &channel_;

@@ -28,8 +28,8 @@ class Admission {
   /// find_refusal returns the limit that keeps a new client from being served, or std::nullopt. At a limit on
   /// connections, a waiting connection first makes way.
   std::optional<Trouble> find_refusal(const Client &client);
-  /// relieve ends a waiting connection because of a shortage, which it logs at most once a minute. Returns false if none
-  /// waits.
+  /// relieve ends a waiting connection because of a shortage, which it logs at most once a minute. Returns false if
+  /// none waits.
   bool relieve(const std::string &shortage);
 
   /* ---- For connections, from any thread ---- */

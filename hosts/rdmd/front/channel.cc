@@ -48,7 +48,8 @@ Channel::Channel(Owner &owner, io::Socket socket, SslPtr tls, Roster &roster)
       socket_(std::move(socket)),
       transport_(socket_.native_handle(), std::move(tls)),
       roster_(roster),
-      limit_(socket_.get_executor()) {
+      limit_(socket_.get_executor()),
+      watch_alarm_(socket_.get_executor()) {
   entry_.state = &state_;
   error_code ignored;
   socket_.native_non_blocking(true, ignored);
@@ -90,11 +91,22 @@ void Channel::await(io::Socket::wait_type event, Step ready, Step failed) {
 }
 
 void Channel::watch(Step broken) {
-  socket_.async_wait(io::Socket::wait_error, [weak = owner_.weak_from_this(), this, epoch = epoch_,
-                                              broken = std::move(broken)](const error_code &) {
-    const auto self = weak.lock();
-    if (self && epoch == epoch_ && is_broken(descriptor())) broken();
-  });
+  broken_ = std::move(broken);
+  watch_alarm_.arm(watch_delay, keeper(), [this] { begin_watching(); });
+}
+
+void Channel::begin_watching() {
+  watches_ = true;
+  socket_.async_wait(io::Socket::wait_error,
+                     [weak = owner_.weak_from_this(), this, epoch = epoch_](const error_code &) {
+                       const auto self = weak.lock();
+                       if (self && epoch == epoch_ && is_broken(descriptor())) broken_();
+                     });
+}
+
+void Channel::stop_watching() {
+  watch_alarm_.disarm();
+  if (std::exchange(watches_, false)) cancel();
 }
 
 void Channel::read(std::size_t most, Step next, Step ended) {
@@ -134,6 +146,7 @@ bool Channel::is_reset() {
 
 void Channel::end() {
   lift_limit();
+  watch_alarm_.disarm();
   // An answer that was cut off does not end with close_notify: its client must not take it for a whole one.
   if (state_ == State::idle && transport_.is_encrypted()) transport_.shut_down();
   enter(State::closed);

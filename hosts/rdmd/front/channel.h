@@ -54,8 +54,11 @@ class Channel {
   /// await calls `ready` after the socket has become ready for `event`, or for what TLS needs instead; `failed` if
   /// waiting failed.
   void await(io::Socket::wait_type event, Step ready, Step failed);
-  /// watch calls `broken` when the client resets the connection. It does not keep the connection alive.
+  /// watch calls `broken` when the client resets the connection, until stop_watching. It begins after watch_delay: most
+  /// requests are answered by then. From then on it does not keep the connection alive.
   void watch(Step broken);
+  void stop_watching();
+  static constexpr Duration watch_delay{100};
   /// read waits for input, appends up to `most` bytes of it to input() and calls `next`, or `ended` at the end of input
   /// or on an error.
   void read(std::size_t most, Step next, Step ended);
@@ -90,6 +93,7 @@ class Channel {
   template <typename Handler>
   auto guarded(Handler handler);
   void receive(std::size_t most, Step next, Step ended);
+  void begin_watching();
 
   Owner &owner_;
   io::Socket socket_;
@@ -99,6 +103,9 @@ class Channel {
   std::atomic<State> state_ = State::idle;  // written on the strand only
   std::uint64_t epoch_ = 0;                 // incremented by each change of state
   Alarm limit_;
+  Alarm watch_alarm_;
+  bool watches_ = false;
+  Step broken_;
   std::string input_;  // bytes received and not yet parsed
   bool may_make_way_ = false;
 };

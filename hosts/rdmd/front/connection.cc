@@ -6,6 +6,7 @@
 #include <optional>
 #include <utility>
 
+#include <boost/asio/dispatch.hpp>
 #include <boost/asio/post.hpp>
 
 #include "hosts/rdmd/front/server.h"
@@ -227,7 +228,8 @@ JobPtr Connection::make_job() {
   };
   job->reply = [self = shared_from_this(), this](Reply reply) mutable {
     // Move `self` on: the connection must be destroyed on an I/O thread, because those handle its socket and timers.
-    boost::asio::post(channel_.executor(), [self = std::move(self), this, reply = std::move(reply)]() mutable {
+    // dispatch() answers at once on the thread that has received the answer from a worker.
+    boost::asio::dispatch(channel_.executor(), [self = std::move(self), this, reply = std::move(reply)]() mutable {
       if (channel_.state() == State::service) deliver(std::move(reply));
     });
   };
@@ -235,7 +237,7 @@ JobPtr Connection::make_job() {
 }
 
 void Connection::deliver(Reply reply) {
-  channel_.cancel();
+  channel_.stop_watching();
   AccessEntry &entry = record_.entry();
   entry.queued = reply.queued;
   entry.served = reply.served;
@@ -355,7 +357,8 @@ void Connection::delivered() {
   finish_record();
   first_ = false;
   if (!keep_) return lingering_.begin();
-  // post() instead of a call: otherwise each of many small requests in one packet would deepen the stack.
+  // Otherwise each of many small requests in one packet would deepen the stack.
+  if (channel_.input().empty()) return next_request();
   channel_.post([this] { next_request(); });
 }
 

@@ -28,15 +28,23 @@ Sender::Sender(std::string head, std::vector<hosts::Piece> pieces, SpillBudget::
   pieces_.insert(pieces_.begin(), hosts::Piece{std::move(head), nullptr, 0, head_size_});
 }
 
-std::int64_t Sender::send_piece(Transport &transport) {
+std::int64_t Sender::send_file(Transport &transport) const {
   const hosts::Piece &piece = pieces_[current_];
   const auto rest = static_cast<std::size_t>(std::min(piece.length - done_, send_quantum));
-  if (piece.file) return transport.send_file(piece.file->get(), piece.offset + done_, rest);
-  return transport.send({piece.bytes.data() + done_, rest}, current_ + 1 < pieces_.size());
+  return transport.send_file(piece.file->get(), piece.offset + done_, rest);
+}
+
+/// send_bytes sends the pieces up to the next file, or the first of them, by one system call.
+std::int64_t Sender::send_bytes(Transport &transport) const {
+  std::array<std::string_view, 8> parts;
+  std::size_t count = 0, next = current_;
+  for (; next < pieces_.size() && !pieces_[next].file && count < parts.size(); ++next, ++count)
+    parts[count] = std::string_view(pieces_[next].bytes).substr(count == 0 ? static_cast<std::size_t>(done_) : 0);
+  return transport.send_parts(std::span(parts).first(count), next < pieces_.size());
 }
 
 /// fill_record copies the next bytes into `record` and returns their number, or -1 if a file cannot be read. Files are
-/// left to send_piece if `only_bytes`.
+/// left to send_file if `only_bytes`.
 std::int64_t Sender::fill_record(std::span<char> record, bool only_bytes) const {
   std::size_t filled = 0;
   std::int64_t done = done_;
@@ -53,15 +61,15 @@ std::int64_t Sender::fill_record(std::span<char> record, bool only_bytes) const 
 }
 
 /// send_record sends a record over several pieces: the same record again if the transport has not finished it.
-std::int64_t Sender::send_record(Transport &transport) {
+std::int64_t Sender::send_record(Transport &transport) const {
   std::array<char, Transport::record_size> record;
   const std::int64_t filled = fill_record(record, transport.sends_files());
   return filled <= 0 ? filled : transport.send({record.data(), static_cast<std::size_t>(filled)}, false);
 }
 
 std::int64_t Sender::send_next(Transport &transport) {
-  const bool whole_pieces = !transport.is_encrypted() || (transport.sends_files() && pieces_[current_].file);
-  return whole_pieces ? send_piece(transport) : send_record(transport);
+  if (pieces_[current_].file && transport.sends_files()) return send_file(transport);
+  return transport.is_encrypted() ? send_record(transport) : send_bytes(transport);
 }
 
 void Sender::advance(std::int64_t count) {

@@ -38,8 +38,9 @@ class Sender {
 
  private:
   std::int64_t send_next(Transport &transport);
-  std::int64_t send_piece(Transport &transport);
-  std::int64_t send_record(Transport &transport);
+  std::int64_t send_file(Transport &transport) const;
+  std::int64_t send_bytes(Transport &transport) const;
+  std::int64_t send_record(Transport &transport) const;
   std::int64_t fill_record(std::span<char> record, bool only_bytes) const;
   void advance(std::int64_t count);
 

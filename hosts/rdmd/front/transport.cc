@@ -89,6 +89,17 @@ ssize_t Transport::send(std::string_view bytes, bool more) {
   return result;
 }
 
+ssize_t Transport::send_parts(std::span<const std::string_view> parts, bool more) {
+  std::array<iovec, 16> vectors;
+  const std::size_t taken = std::min(parts.size(), vectors.size());
+  for (std::size_t i = 0; i < taken; ++i) vectors[i] = {const_cast<char *>(parts[i].data()), parts[i].size()};
+  msghdr message{};
+  message.msg_iov = vectors.data();
+  message.msg_iovlen = taken;
+  return count(
+      ::sendmsg(socket_, &message, MSG_NOSIGNAL | MSG_DONTWAIT | (more || taken < parts.size() ? MSG_MORE : 0)));
+}
+
 /// copy_file reads and sends, for file systems without sendfile().
 ssize_t Transport::copy_file(int file, off_t offset, std::size_t count) {
   std::array<char, 65536> block;

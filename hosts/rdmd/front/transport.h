@@ -47,6 +47,8 @@ class Transport {
   static constexpr std::size_t record_size = 16384;
   /// send sends the beginning of `bytes`. If `more`, more bytes follow at once, which may share a packet.
   ssize_t send(std::string_view bytes, bool more);
+  /// send_parts does the same for several parts, which are not empty. Not by TLS.
+  ssize_t send_parts(std::span<const std::string_view> parts, bool more);
   /// is_unfinished returns true if the last call of send by TLS must be repeated.
   bool is_unfinished() const { return is_unfinished_; }
   /// sends_files returns true if send_file may be called now: always for plain bytes; by TLS only if the kernel

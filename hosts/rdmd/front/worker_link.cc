@@ -76,7 +76,8 @@ void WorkerLink::receive() {
   }
 }
 
-/// receive_some takes one packet. Returns false if there is none at present, or if the worker has ended.
+/// receive_some takes one packet. Returns false if none is expected at once: there is none at present, the answer is
+/// complete, or the worker has ended.
 bool WorkerLink::receive_some() {
   std::optional<Packet> packet = receive_packet(socket_.native_handle());
   if (!packet) return false;
@@ -84,8 +85,9 @@ bool WorkerLink::receive_some() {
     end();
     return false;
   }
-  if (reader_.add(std::move(*packet))) answered();
-  return socket_.is_open();
+  if (!reader_.add(std::move(*packet))) return true;
+  answered();
+  return false;
 }
 
 void WorkerLink::answered() {
