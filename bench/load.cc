@@ -1,0 +1,245 @@
+// SPDX-License-Identifier: MIT
+#include "load.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <string_view>
+#include <utility>
+
+#include "site.h"
+
+namespace rdm::bench {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+sockaddr_in loopback(std::uint32_t host, int port) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK + host);
+  address.sin_port = htons(static_cast<std::uint16_t>(port));
+  return address;
+}
+
+/// Socket is a connection that is closed at the end of its scope.
+class Socket {
+ public:
+  explicit Socket(int port) : fd_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    const sockaddr_in to = loopback(0, port);
+    const int on = 1;
+    ::setsockopt(fd_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    if (::connect(fd_, reinterpret_cast<const sockaddr *>(&to), sizeof to) != 0) close();
+  }
+  Socket(Socket &&other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+  Socket &operator=(Socket &&other) noexcept {
+    std::swap(fd_, other.fd_);
+    return *this;
+  }
+  ~Socket() { close(); }
+  int get() const { return fd_; }
+
+ private:
+  void close() {
+    if (fd_ >= 0) ::close(fd_);
+    fd_ = -1;
+  }
+  int fd_;
+};
+
+/// Answer collects one answer with a Content-Length.
+class Answer {
+ public:
+  bool receive(int fd) {
+    while (!complete()) {
+      std::array<char, 65536> block;
+      const ssize_t got = ::recv(fd, block.data(), block.size(), 0);
+      if (got <= 0) return false;
+      bytes_.append(block.data(), static_cast<std::size_t>(got));
+    }
+    return !bad_ && bytes_.starts_with("HTTP/1.1 200 ");
+  }
+  std::string_view body() const { return std::string_view(bytes_).substr(body_); }
+
+ private:
+  bool complete() {
+    if (body_ == 0) {
+      const std::size_t end = bytes_.find("\r\n\r\n");
+      if (end == std::string::npos) return false;
+      body_ = end + 4;
+      const std::size_t length = bytes_.find("\r\ncontent-length: ");
+      if (length == std::string::npos || length > end) return bad_ = true;
+      length_ = std::strtoull(bytes_.c_str() + length + 18, nullptr, 10);
+    }
+    return bytes_.size() >= body_ + length_;
+  }
+
+  std::string bytes_;
+  std::size_t body_ = 0, length_ = 0;
+  bool bad_ = false;  // no Content-Length
+};
+
+std::string request(const std::string &target, Connections connections) {
+  return "GET " + target + " HTTP/1.1\r\nHost: localhost\r\n" +
+         (connections == Connections::kept ? "" : "Connection: close\r\n") + "\r\n";
+}
+
+bool send_all(int fd, std::string_view text) {
+  return ::send(fd, text.data(), text.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(text.size());
+}
+
+/// Asking is one client of ask_for.
+struct Asking {
+  std::size_t right = 0, wrong = 0;
+  std::vector<double> times;
+
+  void run(int port, const std::string &target, Connections connections, const std::string &body,
+           Clock::time_point end) {
+    const std::string text = request(target, connections);
+    Socket socket(port);
+    while (Clock::now() < end) {
+      const auto begin = Clock::now();
+      if (connections == Connections::new_for_each_request && right + wrong > 0) socket = Socket(port);
+      Answer answer;
+      const bool good = send_all(socket.get(), text) && answer.receive(socket.get()) && answer.body() == body;
+      ++(good ? right : wrong);
+      if (!good) socket = Socket(port);
+      times.push_back(std::chrono::duration<double>(Clock::now() - begin).count());
+    }
+  }
+};
+
+std::string first_body(int port, const std::string &target) {
+  Socket socket(port);
+  Answer answer;
+  if (!send_all(socket.get(), request(target, Connections::kept)) || !answer.receive(socket.get()))
+    fail("no answer to " + target);
+  return std::string(answer.body());
+}
+
+std::chrono::duration<double> median_of(std::vector<double> &times) {
+  if (times.empty()) return {};
+  const auto middle = times.begin() + static_cast<std::ptrdiff_t>(times.size() / 2);
+  std::nth_element(times.begin(), middle, times.end());
+  return std::chrono::duration<double>(*middle);
+}
+
+}  // namespace
+
+Served ask_for(int port, const std::string &target, std::size_t clients, Connections connections,
+               std::chrono::milliseconds time) {
+  const std::string body = first_body(port, target);
+  std::vector<Asking> asking(clients);
+  const auto begin = Clock::now();
+  {
+    std::vector<std::jthread> threads;
+    for (Asking &client : asking)
+      threads.emplace_back([&] { client.run(port, target, connections, body, begin + time); });
+  }
+  Served served;
+  std::vector<double> times;
+  for (const Asking &client : asking) {
+    served.right += client.right;
+    served.wrong += client.wrong;
+    times.insert(times.end(), client.times.begin(), client.times.end());
+  }
+  served.rate = static_cast<double>(served.right) / std::chrono::duration<double>(Clock::now() - begin).count();
+  served.median = median_of(times);
+  return served;
+}
+
+struct Crowd::Client {
+  enum class Kind { stalled, slow, idle } kind;
+  std::uint32_t host;
+  int fd = -1;
+  bool connected = false;
+  std::size_t sent = 0;
+};
+
+Crowd::Crowd(int port, Size size) : port_(port), events_(::epoll_create1(EPOLL_CLOEXEC)) {
+  const auto add = [this](std::size_t count, Client::Kind kind) {
+    for (std::size_t i = 0; i < count; ++i)
+      clients_.push_back({kind, static_cast<std::uint32_t>(1 + clients_.size() % 200)});
+  };
+  add(size.stalled, Client::Kind::stalled);
+  add(size.slow, Client::Kind::slow);
+  add(size.idle, Client::Kind::idle);
+  thread_ = std::thread([this] { run(); });
+}
+
+Crowd::~Crowd() {
+  ends_ = true;
+  thread_.join();
+  for (Client &client : clients_) leave(client);
+  ::close(events_);
+}
+
+void Crowd::run() {
+  auto next_byte = Clock::now();
+  while (!ends_) {
+    // At most 500 new connections in a round, so that the backlog of the server does not overflow.
+    std::size_t joined = 0;
+    for (Client &client : clients_)
+      if (client.fd < 0 && joined++ < 500) join(client);
+    std::array<epoll_event, 512> ready;
+    const int count = ::epoll_wait(events_, ready.data(), ready.size(), 20);
+    for (int i = 0; i < count; ++i) {
+      const epoll_event &event = ready[static_cast<std::size_t>(i)];
+      step(*static_cast<Client *>(event.data.ptr), event.events);
+    }
+    if (Clock::now() < next_byte) continue;
+    next_byte += std::chrono::seconds(1);
+    tell_slow_ones();
+  }
+}
+
+void Crowd::join(Client &client) {
+  client.fd = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  if (client.fd < 0) return;
+  const int on = 1, small = 4096;
+  ::setsockopt(client.fd, IPPROTO_IP, IP_BIND_ADDRESS_NO_PORT, &on, sizeof on);
+  ::setsockopt(client.fd, SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
+  const sockaddr_in from = loopback(client.host, 0), to = loopback(0, port_);
+  ::bind(client.fd, reinterpret_cast<const sockaddr *>(&from), sizeof from);
+  if (::connect(client.fd, reinterpret_cast<const sockaddr *>(&to), sizeof to) != 0 && errno != EINPROGRESS)
+    return leave(client);
+  epoll_event event{EPOLLOUT | EPOLLRDHUP | EPOLLET, {&client}};
+  ::epoll_ctl(events_, EPOLL_CTL_ADD, client.fd, &event);
+}
+
+/// step begins what the client does when its connection is made, and ends it when the server has closed.
+void Crowd::step(Client &client, std::uint32_t events) {
+  if ((events & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) != 0) {
+    if (client.connected) ++made_again_;
+    leave(client);
+  } else if (!client.connected) {
+    client.connected = true;
+    ++connected_;
+    if (client.kind == Client::Kind::stalled) send_all(client.fd, request(harvest_target, Connections::kept));
+  }
+}
+
+void Crowd::leave(Client &client) {
+  if (client.fd >= 0) ::close(client.fd);
+  if (client.connected) --connected_;
+  client.fd = -1;
+  client.connected = false;
+  client.sent = 0;
+}
+
+void Crowd::tell_slow_ones() {
+  const std::string text = request(status_target, Connections::kept);
+  for (Client &client : clients_)
+    if (client.kind == Client::Kind::slow && client.connected)
+      send_all(client.fd, text.substr(client.sent++ % text.size(), 1));
+}
+
+}  // namespace rdm::bench
