@@ -3,7 +3,7 @@
 /// fifth time with a configuration that is broken. Prints the answers, and the memory and open files of the front and
 /// the number of workers along the way. Exit status 1 if a request failed or if memory or open files grew.
 ///
-/// Usage: reload_bench [SECONDS [WORKERS]]
+/// Usage: reload_trial [SECONDS [WORKERS]]
 #include <cstdio>
 #include <cstdlib>
 #include <future>

@@ -3,7 +3,7 @@
 /// connections, kept or one per request, and rdmd with 0, 1 and 2 workers. Prints medians of rounds that take turns,
 /// and ratios. Exit status 1 if the ratio with 32 kept connections is below its limit.
 ///
-/// Usage: nginx_bench [ROUNDS [SECONDS [NGINX-WORKERS]]]
+/// Usage: nginx_trial [ROUNDS [SECONDS [NGINX-WORKERS]]]
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>

@@ -5,7 +5,7 @@
 /// memory for each client that reads nothing, and what is left when the crowd has gone. Exit status 1 if one of them is
 /// beyond its limit.
 ///
-/// Usage: crowd_bench [WORKERS]
+/// Usage: crowd_trial [WORKERS]
 #include <cstdio>
 #include <filesystem>
 #include <string>
@@ -120,7 +120,7 @@ void measure(const std::string &workers) {
 int main(int argc, char **argv) {
   testing::InitGoogleTest();
   return run_bench([&] {
-    if (use_all_files() < 16384) fail("crowd_bench needs 16384 open files");
+    if (use_all_files() < 16384) fail("crowd_trial needs 16384 open files");
     measure(argc > 1 ? argv[1] : "2");
     return good;
   });
