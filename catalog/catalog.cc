@@ -12,7 +12,9 @@ namespace {
 
 constexpr char hint[] = " (--skip-damaged leaves it out)";
 
-SoifPtr checked(SoifPtr object, const Catalog &catalog, uint32_t number, std::string_view record) {
+/// checked returns an object or an outline, unless there is none.
+template <typename Object>
+Object checked(Object object, const Catalog &catalog, uint32_t number, std::string_view record) {
   if (!object) throw catalog.refused(number, record, "it is not a SOIF object");
   return object;
 }
@@ -273,6 +275,10 @@ KnownRecords known_records(const Catalog &catalog, const std::string &index,
 } catch (const Failure &failure) {
   unreadable(failure.what());
   return KnownRecords();
+}
+
+Outline read_outline(const Catalog &catalog, uint32_t number, std::string_view record) {
+  return *checked(outline_of(record), catalog, number, record);
 }
 
 SoifPtr parse_record(const Catalog &catalog, uint32_t number, std::string_view record) {

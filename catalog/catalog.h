@@ -24,6 +24,7 @@
 #include "catalog/os/error.h"
 #include "catalog/os/file.h"
 #include "catalog/os/lock.h"
+#include "catalog/record.h"
 #include "catalog/url_map.h"
 #include "libcs/guard.h"
 
@@ -152,6 +153,9 @@ std::string index_path(const std::string &database);
 KnownRecords known_records(
     const Catalog &catalog, const std::string &index = "",
     const std::function<void(const std::string &reason)> &unreadable = [](const std::string &) {});
+
+/// read_outline returns the outline of a record. Throws Catalog::refused if the record holds no object.
+Outline read_outline(const Catalog &catalog, uint32_t number, std::string_view record);
 
 /// parse_record returns the object of a record. parse_attributes returns it with only the attributes of these
 /// lower-case names and their numbered instances. The object belongs to the caller. Both throw Catalog::refused if the

@@ -41,8 +41,8 @@ bool has_flipped_bit(const IndexEntry &known, const IndexEntry &now, std::string
   if (!bit) return false;
   std::string mended(record);
   mended[*bit / 8] = static_cast<char>(mended[*bit / 8] ^ 1 << *bit % 8);
-  const SoifPtr object = parse_only(mended, {"rd-last-changed"});
-  return object && entry_of(known.number, mended, change_time(object.get())) == known;
+  const std::optional<Outline> outline = outline_of(mended);
+  return outline && entry_of(known.number, mended, outline->change_time) == known;
 }
 
 }  // namespace
@@ -63,8 +63,8 @@ std::string KnownRecords::fault_of(uint32_t number, std::string_view record) con
   if (known == nullptr) return {};
   const IndexEntry untimed = entry_of(number, record, 0);
   if (has_same_bytes(*known, untimed)) return {};
-  const SoifPtr object = parse_only(record, {"rd-last-changed"});
-  return object ? fault_of(entry_of(number, record, change_time(object.get())), record) : "it is not a SOIF object";
+  const std::optional<Outline> outline = outline_of(record);
+  return outline ? fault_of(entry_of(number, record, outline->change_time), record) : "it is not a SOIF object";
 }
 
 std::string KnownRecords::fault_of(const IndexEntry &now, std::string_view record) const {

@@ -34,8 +34,7 @@ void erase_expired(const Catalog &catalog, time_t now, WriteBatch &batch, const 
 std::vector<IndexEntry> index_entries(const Catalog &catalog, const EntryVisitor &visit) {
   std::vector<IndexEntry> entries;
   catalog.each([&](uint32_t number, std::string_view record) {
-    const SoifPtr object = parse_attributes(catalog, number, record, {"rd-last-changed"});
-    entries.push_back(entry_of(number, record, change_time(object.get())));
+    entries.push_back(entry_of(number, record, read_outline(catalog, number, record).change_time));
     visit(entries.back(), record);
   });
   return entries;

@@ -8,6 +8,8 @@
 #include <libcs/cs.h>
 
 #include "libcs/soif/grammar.h"
+#include "libcs/soif/input.h"
+#include "qxapi/ascii.h"
 #include "qxapi/number.h"
 
 namespace rdm::catalog {
@@ -19,6 +21,59 @@ int append_to(void *text, const void *bytes, int32_t size) {
   static_cast<std::string *>(text)->append(static_cast<const char *>(bytes), static_cast<size_t>(size));
   return 0;
 }
+
+time_t time_in(const char *text) {
+  time_t time = 0;
+  cs_str2time(text, &time);
+  return time;
+}
+
+/// OutlineReader reads an object as the parser does, but keeps none of it. The inputs of the grammar need no buffer for
+/// tokens of a string.
+class OutlineReader {
+ public:
+  explicit OutlineReader(soif_stream &slot) : input_(slot) {}
+
+  bool read() { return input_.skip_past('@') && header() && attributes(); }
+  const Outline &outline() const { return outline_; }
+
+ private:
+  bool header() {
+    const auto url = soif::read_template_name(input_, nullptr) ? soif::read_url(input_, nullptr) : std::nullopt;
+    if (url) outline_.url = soif::up_to_nul(*url);
+    if (outline_.url.empty()) outline_.url = "-";
+    return url.has_value();
+  }
+  bool attributes() {
+    for (;;) {
+      const int c = soif::read_past(input_, soif::is_space);
+      if (c == soif::end_of_input || c == '}') return true;
+      input_.back_up(c);
+      if (!attribute()) return false;
+    }
+  }
+  bool attribute() {
+    const auto name = soif::read_attribute_name(input_, nullptr);
+    const auto digits = name ? soif::read_size(input_, nullptr) : std::nullopt;
+    const int32_t size = digits ? soif::size_of(*digits) : -1;
+    if (size < 0 || size > soif::largest_value || !soif::read_size_end(input_)) return false;
+    if (!input_.may_hold(static_cast<size_t>(size))) return false;
+    if (!has_time_ && ascii::iequals(soif::up_to_nul(*name), last_changed)) take_time(static_cast<size_t>(size));
+    input_.skip(static_cast<size_t>(size));
+    return true;
+  }
+  /// take_time takes the value that the parser would make, which may end past the end of the text.
+  void take_time(size_t size) {
+    std::string text(input_.rest().substr(0, size));
+    text.resize(size, '\xFF');
+    outline_.change_time = time_in(text.c_str());
+    has_time_ = true;
+  }
+
+  soif::StringInput input_;
+  Outline outline_;
+  bool has_time_ = false;
+};
 
 /// UndatedText is an undated record while it is printed.
 struct UndatedText {
@@ -54,11 +109,8 @@ std::string print(const SOIF *object) {
 SoifPtr parse(std::string_view record) { return SoifReader(record).next(); }
 
 std::optional<std::string> url_of(std::string_view record) {
-  char *none[] = {nullptr};
-  SoifReader reader(record);
-  reader.accept(none);
-  const SoifPtr object = reader.next();
-  return object ? std::optional<std::string>(object->url) : std::nullopt;
+  const std::optional<Outline> outline = outline_of(record);
+  return outline ? std::optional<std::string>(outline->url) : std::nullopt;
 }
 
 SoifPtr parse_only(std::string_view record, std::vector<std::string> names) {
@@ -69,6 +121,14 @@ SoifPtr parse_only(std::string_view record, std::vector<std::string> names) {
   SoifReader reader(record);
   reader.accept(accepted.data());
   return reader.next();
+}
+
+std::optional<Outline> outline_of(std::string_view record) {
+  soif_stream slot{};
+  slot.input_string = record.data();
+  slot.input_length = static_cast<int32_t>(record.size());
+  OutlineReader reader(slot);
+  return reader.read() ? std::optional(reader.outline()) : std::nullopt;
 }
 
 std::string attribute_head(std::string_view name, size_t size) {
@@ -102,9 +162,8 @@ bool is_version_of(std::string_view record, const Undated &undated) {
 }
 
 time_t time_of(const SOIF *object, const char *attribute) {
-  time_t time = 0;
-  if (const char *text = soif_findval(object, attribute)) cs_str2time(text, &time);
-  return time;
+  const char *text = soif_findval(object, attribute);
+  return text != nullptr ? time_in(text) : 0;
 }
 
 time_t change_time(const SOIF *object) { return time_of(object, last_changed); }

@@ -29,6 +29,15 @@ SoifPtr parse_only(std::string_view record, std::vector<std::string> names);
 /// url_of returns the URL of the first object of a text, or std::nullopt if there is none.
 std::optional<std::string> url_of(std::string_view record);
 
+/// Outline is what an index holds of a record.
+struct Outline {
+  std::string_view url;    // part of the record, or "-"
+  time_t change_time = 0;  // change_time of the object
+};
+/// outline_of returns the outline of the first object of a text, or std::nullopt if parse returns null. It makes no
+/// object, which would cost far more than reading the text.
+std::optional<Outline> outline_of(std::string_view record);
+
 /// attribute_head returns the text before a value of `size` bytes: NAME{SIZE}: and a tab.
 std::string attribute_head(std::string_view name, size_t size);
 

@@ -14,8 +14,8 @@ namespace {
 void take_record(std::string_view key, std::string_view record, UsedNumbers &used) {
   used.is_empty = false;
   used.next_number = later(used.next_number, number_of(key).value_or(0) + 1);
-  if (const SoifPtr object = parse_only(record, {"rd-last-changed"}))
-    used.newest_change = std::max(used.newest_change, believed_change(object.get()));
+  if (const std::optional<Outline> outline = outline_of(record))
+    used.newest_change = std::max(used.newest_change, believed(outline->change_time));
 }
 
 /// take_trailer reads only the trailer, which may be valid although the header is damaged.

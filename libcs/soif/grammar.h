@@ -24,6 +24,9 @@ namespace rdm::soif {
 /// A token (template name, URL, attribute name, size) must be shorter than this.
 constexpr std::size_t token_limit = 4096;
 
+/// up_to_nul returns the part of a token before its first NUL: names and URLs are stored as C strings.
+constexpr std::string_view up_to_nul(std::string_view token) { return token.substr(0, token.find('\0')); }
+
 inline constexpr std::string_view white_space = " \t\n\v\f\r";
 inline constexpr std::string_view white_space_and_braces = " \t\n\v\f\r{";
 

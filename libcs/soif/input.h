@@ -71,6 +71,8 @@ class StringInput {
   }
 
   void skip(size_t size) noexcept { at_ += std::min(size, remaining()); }
+  /// rest returns what is left of the string.
+  std::string_view rest() const noexcept { return {at_, remaining()}; }
 
  private:
   size_t remaining() const noexcept { return static_cast<size_t>(end_ - at_); }

@@ -14,9 +14,6 @@ namespace {
 
 using soif::end_of_input;
 
-/// up_to_nul returns the part of a token before its first NUL: names and URLs are stored as C strings.
-std::string_view up_to_nul(std::string_view token) { return token.substr(0, token.find('\0')); }
-
 std::string_view lower_case(std::string_view name, char *buffer) {
   std::transform(name.begin(), name.end(), buffer, ascii::lower);
   return {buffer, name.size()};
@@ -43,7 +40,7 @@ class Parser {
     if (!template_name) return nullptr;
     const auto url = soif::read_url(input_, token_);
     if (!url) return nullptr;
-    return soif::make_object(up_to_nul(*template_name), up_to_nul(*url), 0);
+    return soif::make_object(soif::up_to_nul(*template_name), soif::up_to_nul(*url), 0);
   }
 
   /// attributes reads up to "}" or the end of input, which both complete the object. Returns false after a syntax
@@ -62,7 +59,7 @@ class Parser {
   bool attribute(SOIF *object) noexcept {
     const auto name_as_written = soif::read_attribute_name(input_, name_);
     if (!name_as_written) return false;
-    const std::string_view name = lower_case(up_to_nul(*name_as_written), name_);
+    const std::string_view name = lower_case(soif::up_to_nul(*name_as_written), name_);
     const auto digits = soif::read_size(input_, token_);
     if (!digits) return false;
     const int32_t size = soif::size_of(*digits);

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "catalog/record.h"
 
+#include <random>
+
 #include <gtest/gtest.h>
 
 using namespace rdm;
@@ -47,6 +49,44 @@ TEST(UndatedRecord, IsAVersionOfRecordsThatDifferInTheirTimeAlone) {
   record[record.find("2\n")] = '3';
   EXPECT_FALSE(is_version_of(record, undated));
   EXPECT_FALSE(is_version_of("no object", undated));
+}
+
+/// expect_outline compares the outline of a text with the object that the parser makes of it.
+void expect_outline(const std::string &text) {
+  const std::optional<Outline> outline = outline_of(text);
+  const SoifPtr object = parse(text);
+  ASSERT_EQ(outline.has_value(), object != nullptr) << text;
+  if (!object) return;
+  EXPECT_EQ(outline->url, object->url) << text;
+  EXPECT_EQ(outline->change_time, change_time(object.get())) << text;
+}
+
+TEST(Outline, IsThatOfTheObjectThatTheParserMakes) {
+  const std::string date = date_of(86400),
+                    record = described(attribute("title", "1") + attribute("RD-last-changed", date) +
+                                       attribute("rd-last-changed", date_of(172800)));
+  for (const std::string &text :
+       {std::string(), record, "@" + record, record.substr(0, record.find(date) + 5), std::string("@D { {}\n}\n"),
+        described("rd-last-changed{268435457}:\t"), described("rd-last-changed{65000}:\t" + date),
+        described("rd-last-changed{66000}:\t" + date), described("rd-last-changed{-1}:\t"),
+        described(std::string(5000, 'a') + "{1}:\t1\n"), std::string("@D { x\0y\nrd-last-changed\0z{1}:\t7\n}\n", 37),
+        std::string("@D { \0x\n}\n", 11)})
+    expect_outline(text);
+}
+
+TEST(Outline, OfDamagedRecordsIsThatOfTheParser) {
+  std::mt19937 random(20260713);
+  const std::string sound = described(attribute("title", "1 } 2") + attribute("rd-last-changed", date_of(86400)) +
+                                      attribute("body", std::string(20, '\n')));
+  constexpr char bytes[] = "@{}: \t\n09a\0\xFF-";
+  for (int i = 0; i < 20'000; ++i) {
+    std::string text = sound;
+    for (size_t left = random() % 4; left > 0; --left) text[random() % text.size()] = bytes[random() % sizeof bytes];
+    if (random() % 4 == 0) text.erase(random() % text.size(), 1 + random() % 10);
+    if (random() % 4 == 0) text.insert(random() % text.size(), sound, random() % 20, random() % 20);
+    if (random() % 8 == 0) text.resize(random() % text.size());
+    expect_outline(text);
+  }
 }
 
 }  // namespace

@@ -73,7 +73,7 @@ time_t since(const Options &options) try {
 /// chosen returns the numbers of the descriptions to list, ascending.
 std::vector<uint32_t> chosen(const Catalog &catalog, time_t since, Progress &progress) {
   return numbers_where(catalog, progress, [&](uint32_t number, std::string_view record) {
-    return since == 0 || change_time(parse_attributes(catalog, number, record, {"rd-last-changed"}).get()) >= since;
+    return since == 0 || read_outline(catalog, number, record).change_time >= since;
   });
 }
 

@@ -32,8 +32,8 @@ std::vector<Version> versions_of(const Catalog &catalog, const Console &console)
   std::vector<Version> versions;
   Progress progress(console, "reading");
   catalog.each_to_copy([&](uint32_t number, std::string_view record) {
-    const SoifPtr object = parse_attributes(catalog, number, record, {"rd-last-changed"});
-    versions.push_back({hash_of(object->url), change_time(object.get()), number});
+    const Outline outline = read_outline(catalog, number, record);
+    versions.push_back({hash_of(outline.url), outline.change_time, number});
     progress.advance(1, static_cast<int64_t>(record.size()));
   });
   std::sort(versions.begin(), versions.end(), by_url);
