@@ -80,12 +80,16 @@ function(rdm_objects name)
   endif()
 endfunction()
 
-# rdm_parts(NAME SOURCES...): a static library of programs. All of them share a precompiled header, that of the first one.
+# rdm_parts(NAME SOURCES... [HEADERS HEADERS...]): a static library of programs. Those without HEADERS share a precompiled
+# header, that of the first one.
 function(rdm_parts name)
-  add_library(${name} STATIC ${ARGN})
+  cmake_parse_arguments(PARTS "" "" "HEADERS" ${ARGN})
+  add_library(${name} STATIC ${PARTS_UNPARSED_ARGUMENTS})
   target_include_directories(${name} PUBLIC ${CMAKE_SOURCE_DIR}/include ${CMAKE_SOURCE_DIR})
   get_property(owner GLOBAL PROPERTY RDM_PROGRAM_HEADERS)
-  if(owner)
+  if(PARTS_HEADERS)
+    target_precompile_headers(${name} PRIVATE ${PARTS_HEADERS})
+  elseif(owner)
     target_precompile_headers(${name} REUSE_FROM ${owner})
   else()
     set_property(GLOBAL PROPERTY RDM_PROGRAM_HEADERS ${name})
@@ -95,7 +99,8 @@ function(rdm_parts name)
   endif()
 endfunction()
 
-# rdm_read_once(SOURCES...): sources that read a command line, once. CLI11 compiles in half the time with few optimisations.
-function(rdm_read_once)
+# rdm_seldom_run(SOURCES...): sources whose speed is no matter: a command line is read once, and monitors ask seldom.
+# CLI11, Beast and JSON compile in half the time with few optimisations.
+function(rdm_seldom_run)
   set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS $<$<CONFIG:RelWithDebInfo>:-Og>)
 endfunction()
