@@ -7,9 +7,11 @@
 
 namespace rdm::catalog {
 
-time_t believed_change(const SOIF *object) { return believed(change_time(object)); }
+time_t valid_change_time(const SOIF *object) { return valid_change_time(change_time(object)); }
 
-time_t believed(time_t change_time) { return change_time > 0 && change_time <= latest_change ? change_time : 0; }
+time_t valid_change_time(time_t change_time) {
+  return change_time > 0 && change_time <= latest_change ? change_time : 0;
+}
 
 time_t next_change(time_t newest, time_t clock) { return std::max(newest + 1, std::min(clock, latest_change)); }
 

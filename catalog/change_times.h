@@ -16,11 +16,11 @@ namespace rdm::catalog {
 /// time: the 32-bit times of an index end in 2106, and a single record must not use up the remaining ones.
 constexpr time_t latest_change = 4102444799;
 
-/// believed_change returns the time of change of a description in seconds since 1970, or 0 if it has none, if it cannot
-/// be parsed, or if it is later than latest_change.
-time_t believed_change(const SOIF *object);
-/// believed does the same for a time of change, which is 0 if there is none.
-time_t believed(time_t change_time);
+/// valid_change_time returns the time of change of a description in seconds since 1970, or 0 if it has none, if it
+/// cannot be parsed, or if it is later than latest_change.
+time_t valid_change_time(const SOIF *object);
+/// valid_change_time does the same for a time of change, which is 0 if there is none.
+time_t valid_change_time(time_t change_time);
 
 /// next_change returns the time of change for a change at `clock` in a catalog whose newest time of change is `newest`:
 /// `clock`, at most latest_change, or the second after `newest` if that is later.

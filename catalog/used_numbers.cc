@@ -15,7 +15,7 @@ void take_record(std::string_view key, std::string_view record, UsedNumbers &use
   used.is_empty = false;
   used.next_number = later(used.next_number, number_of(key).value_or(0) + 1);
   if (const std::optional<Outline> outline = outline_of(record))
-    used.newest_change = std::max(used.newest_change, believed(outline->change_time));
+    used.newest_change = std::max(used.newest_change, valid_change_time(outline->change_time));
 }
 
 /// take_trailer reads only the trailer, which may be valid although the header is damaged.

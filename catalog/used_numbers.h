@@ -14,7 +14,7 @@ namespace rdm::catalog {
 struct UsedNumbers {
   uint32_t next_number = 1;  // neither this number nor a higher one is known to be used; 0 if all are used
   std::string damage;        // the reason why part of the database could not be read; empty if all was read
-  time_t newest_change = 0;  // the newest believed_change; 0 if there is none
+  time_t newest_change = 0;  // the newest valid_change_time; 0 if there is none
   bool is_empty = true;      // the database is sound and has no records
 };
 

@@ -77,7 +77,7 @@ DB *QX_dbopen(const char *file, int flags, int mode, int type, const void *param
     return nullptr;
   }
   if (file != nullptr && (bits & open_flags) == O_RDONLY) return open_reader(file, info);
-  if (file != nullptr && (bits & O_TRUNC) == 0 && !can_be_opened(file, info)) return nullptr;
+  if (file != nullptr && (bits & O_TRUNC) == 0 && !library_may_open(file, info)) return nullptr;
   return open_with_library(file, bits, mode, parameters);
 }
 

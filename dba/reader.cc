@@ -142,7 +142,7 @@ DB *open_reader(const char *path, const HASHINFO *parameters) noexcept {
   return db.release();
 }
 
-bool can_be_opened(const char *path, const HASHINFO *parameters) noexcept {
+bool library_may_open(const char *path, const HASHINFO *parameters) noexcept {
   hashdb::Source source;
   return open_source(path, hash_of(parameters), source) || errno != EINVAL;
 }

@@ -11,9 +11,9 @@ namespace rdm {
 /// function is used. Returns a handle that its close operation releases, or null with errno set.
 DB *open_reader(const char *path, const HASHINFO *parameters) noexcept;
 
-/// can_be_opened returns true if the library may open the file: it does not exist, or cannot be read (the library then
-/// sets errno itself), or is a hash file with a sound header. Sets errno if it returns false.
-bool can_be_opened(const char *path, const HASHINFO *parameters) noexcept;
+/// library_may_open returns true if the library may open the file: it does not exist, or cannot be read (the library
+/// then sets errno itself), or is a hash file with a sound header. Sets errno if it returns false.
+bool library_may_open(const char *path, const HASHINFO *parameters) noexcept;
 
 }  // namespace rdm
 

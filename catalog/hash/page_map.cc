@@ -27,7 +27,7 @@ void PageMap::take(uint64_t page) {
   used_[page] = true;
 }
 
-bool PageMap::is_marked() const {
+bool PageMap::bitmaps_match() const {
   hashdb::Header header = table_.header();
   const PageAllocator pages(header, table_.file());
   for (uint32_t bit = 0; bit < header.spares[header.overflow_point]; ++bit) {

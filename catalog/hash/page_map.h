@@ -20,9 +20,9 @@ class PageMap {
   bool is_shared() const { return shared_; }
   /// records returns the number of records that were read.
   uint32_t records() const { return records_; }
-  /// is_marked returns true if the bitmaps mark exactly the overflow pages that are in use. Throws a Failure if a
+  /// bitmaps_match returns true if the bitmaps mark exactly the overflow pages that are in use. Throws a Failure if a
   /// bitmap cannot be read.
-  bool is_marked() const;
+  bool bitmaps_match() const;
 
  private:
   void take(uint64_t page);

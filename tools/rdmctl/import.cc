@@ -291,7 +291,7 @@ int import(const Options &options, std::ostream &out, std::ostream &errors) {
   require_writable(outcome.database());
   const HeldSignals signals;
   const TemporaryDirectory temporary;
-  const std::optional<Ended> ended = supervise(signals);
+  const std::optional<ChildExit> ended = supervise(signals);
   if (!ended) return import_files(options, out, errors);
   return ended->signal != 0 ? report_interruption(ended->signal, outcome, errors) : ended->status;
 }

@@ -57,14 +57,14 @@ void end_children() {
 }
 
 /// await_end waits until the child has ended or one of the held signals arrives.
-Ended await_end(pid_t child, const HeldSignals &signals) {
+ChildExit await_end(pid_t child, const HeldSignals &signals) {
   sigset_t awaited = signals.held();
   ::sigaddset(&awaited, SIGCHLD);
   constexpr timespec second{1, 0};
   for (;;) {
     int status = 0;
     if (::waitpid(child, &status, WNOHANG) == child)
-      return WIFSIGNALED(status) ? Ended{0, WTERMSIG(status)} : Ended{WEXITSTATUS(status), 0};
+      return WIFSIGNALED(status) ? ChildExit{0, WTERMSIG(status)} : ChildExit{WEXITSTATUS(status), 0};
     const int signal = ::sigtimedwait(&awaited, nullptr, &second);
     if (signal > 0 && signal != SIGCHLD) return {0, signal};
   }
@@ -84,7 +84,7 @@ HeldSignals::~HeldSignals() { release(); }
 
 void HeldSignals::release() const { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
 
-std::optional<Ended> supervise(const HeldSignals &signals) {
+std::optional<ChildExit> supervise(const HeldSignals &signals) {
   // The children of a child that has ended become children of this process, not of init.
   ::prctl(PR_SET_CHILD_SUBREAPER, 1);
   std::signal(SIGCHLD, SIG_DFL);
@@ -95,7 +95,7 @@ std::optional<Ended> supervise(const HeldSignals &signals) {
     signals.release();
     return std::nullopt;
   }
-  const Ended ended = await_end(child, signals);
+  const ChildExit ended = await_end(child, signals);
   if (ended.signal != 0) end_children();
   return ended;
 }

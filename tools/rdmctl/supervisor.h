@@ -26,15 +26,15 @@ class HeldSignals {
   sigset_t held_, before_;
 };
 
-/// Ended is the end of a child. After a signal, no process that the child has started is left.
-struct Ended {
+/// ChildExit is the end of a child. After a signal, no process that the child has started is left.
+struct ChildExit {
   int status = 0;  // exit status, if `signal` is 0
   int signal = 0;  // that has killed the child or was sent to this process
 };
 
 /// supervise forks. Returns std::nullopt in the child, which does the work. In the parent it waits for the child and
 /// returns the child's exit. Throws a SystemFailure if fork fails.
-std::optional<Ended> supervise(const HeldSignals &signals);
+std::optional<ChildExit> supervise(const HeldSignals &signals);
 
 }  // namespace rdm::rdmctl
 

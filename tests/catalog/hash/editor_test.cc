@@ -98,7 +98,7 @@ class HashEditor : public ::testing::Test {
     EXPECT_EQ(used_bits(table), linked_pages(table));
     const catalog::PageMap use(table);
     EXPECT_FALSE(use.is_shared());
-    EXPECT_TRUE(use.is_marked());
+    EXPECT_TRUE(use.bitmaps_match());
   }
 
   static size_t linked_pages(const HashTable &table) {
@@ -196,7 +196,7 @@ TEST_F(HashEditor, PagesThatDamagedBitmapsOfferAreNotTaken) {
   const uint64_t bitmap = overflow_page(header, header.bitmaps[0]);
   bytes.replace(bitmap << header.page_shift, header.page_size, header.page_size, '\0');
   support::write_file(path_, bytes);
-  EXPECT_FALSE(catalog::PageMap(HashTable(path_)).is_marked());
+  EXPECT_FALSE(catalog::PageMap(HashTable(path_)).bitmaps_match());
   records["other"] = std::string(300000, 'y');
   EXPECT_FALSE(change({"other"}, records)) << "the whole file is written";
   ASSERT_NO_FATAL_FAILURE(expect_sound(records));

@@ -51,10 +51,10 @@ class Import {
 
  private:
   static constexpr uint64_t none = uint64_t{1} << 32;
-  /// put keeps a believed time of change. Other descriptions get the time of the import.
+  /// put keeps a valid time of change. Other descriptions get the time of the import.
   void put(uint32_t number, SOIF *object) {
     const std::string url = object->url;
-    if (const time_t time = believed_change(object); time != 0) {
+    if (const time_t time = valid_change_time(object); time != 0) {
       batch_.note_change(time);
       batch_.put(number, url, print(object));
     } else {

@@ -119,7 +119,7 @@ void check_pages(const HashTable &table, Faults &faults) {
   try {
     const PageMap use(table);
     if (use.is_shared()) faults.add("a page is used twice: " + table.path());
-    if (table.trailer() && !use.is_marked()) faults.add("the free pages are marked wrongly: " + table.path());
+    if (table.trailer() && !use.bitmaps_match()) faults.add("the free pages are marked wrongly: " + table.path());
   } catch (const Failure &failure) {
     faults.add(failure.what());
   }
