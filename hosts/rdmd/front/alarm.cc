@@ -21,7 +21,7 @@ void Alarm::disarm() {
 /// wait replaces a wait that would end later.
 void Alarm::wait(std::shared_ptr<void> owner) {
   std::weak_ptr<void> weak = owner;
-  const auto begun = std::make_shared<Wait>(std::move(owner), std::move(weak));
+  const auto begun = std::make_shared<Wait>(Wait{std::move(owner), std::move(weak)});
   wait_ = begun;
   wakes_ = due_;
   timer_.expires_at(due_);
