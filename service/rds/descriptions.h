@@ -15,6 +15,13 @@ inline constexpr char catalog_key[] = "catalog-database";
 /// Characters of a database key.
 constexpr size_t key_size = 8;
 
+/// has_room returns true if `size` more bytes after `length` bytes of descriptions, and the answer's header, fit the
+/// 32-bit length of an answer.
+constexpr bool has_room(uint64_t length, uint64_t size) noexcept {
+  constexpr uint64_t header = 4096;  // bytes of the answer's header, at most
+  return length + header + size <= UINT32_MAX;
+}
+
 /// Descriptions prints records of one database, and reports those that it cannot print to the diagnostic log.
 class Descriptions {
  public:

@@ -9,8 +9,7 @@
 #include "service/csid.h"
 #include "service/message.h"
 #include "service/rds/answer.h"
-#include "service/rds/descriptions.h"
-#include "service/rds/snapshot.h"
+#include "service/rds/planned_descriptions.h"
 
 using namespace rdm;
 
@@ -82,37 +81,45 @@ void note_hits(int32_t count, Request *rq) {
   rdm_set_variable(rdm_hits_variable, text, rq);
 }
 
-/// Numbers are the descriptions that a query selects.
-struct Numbers {
+/// Selection is what a query selects: positions of the index, and the numbers there.
+struct Selection {
+  uint32_t first = 0, count = 0;
   HostPtr<uint32_t> numbers;
-  uint32_t count = 0;
 };
 
-/// select reads the numbers that a query selects from an index. Returns false if a read or an allocation fails.
-bool select(IndexFile &index, const Query &query, Numbers &selected) {
+/// select reads what a query selects from an index. Returns false if a read or an allocation fails.
+bool select(IndexFile &index, const Query &query, Selection &selected) {
   const int32_t start = query.since != 0 ? index.search(query.since) : 0;
   if (start < 0 || query.limit < 0) return !index.failed();
-  const auto first = static_cast<uint32_t>(start);
-  const uint32_t available = first < index.count() ? index.count() - first : 0;
+  selected.first = static_cast<uint32_t>(start);
+  const uint32_t available = selected.first < index.count() ? index.count() - selected.first : 0;
   selected.count = query.limit == 0 ? available : std::min(available, static_cast<uint32_t>(query.limit));
   selected.numbers = host_new<uint32_t>(std::max(selected.count, 1u));
   if (!selected.numbers) return false;
   for (uint32_t i = 0; i < selected.count && !index.failed(); ++i)
-    selected.numbers.get()[i] = index.entry(first + i).number;
+    selected.numbers.get()[i] = index.entry(selected.first + i).number;
   return !index.failed();
+}
+
+/// print_selection prints descriptions. Returns their number.
+int32_t print_selection(const Selection &selected, PlannedDescriptions descriptions) {
+  const uint32_t *const numbers = selected.numbers.get();
+  int32_t printed = 0;
+  descriptions.plan(selected.first, numbers, selected.count);
+  for (uint32_t i = 0; i < selected.count; ++i)
+    if (descriptions.print(selected.first + i, numbers[i])) ++printed;
+  descriptions.flush();
+  return printed;
 }
 
 /// answer_from answers from a snapshot as send_since does. Returns false, with nothing sent or reported, if the index
 /// cannot be read or allocation fails.
 bool answer_from(Snapshot &snapshot, Query &query, uint32_t *bytes, Session *sn, Request *rq) {
-  Numbers selected;
+  Selection selected;
   if (!select(snapshot.index(), query, selected)) return false;
   CsioPtr buffer = make_descriptions_buffer();
   if (!buffer) return false;
-  QuickDescriptions descriptions(snapshot.database(), query.attributes, buffer.get());
-  query.limit = 0;
-  for (uint32_t i = 0; i < selected.count; ++i)
-    if (descriptions.print(selected.numbers.get()[i])) ++query.limit;
+  query.limit = print_selection(selected, PlannedDescriptions(snapshot, query.attributes, buffer.get()));
   send_descriptions(std::move(buffer), query.limit, bytes, sn, rq);
   return true;
 }

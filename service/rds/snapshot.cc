@@ -53,7 +53,8 @@ bool Snapshot::open_files() noexcept {
   settled_ = is_settled(state_.database) && is_settled(state_.index);
   if (!index_.open(index_path_.get())) return false;
   database_.reset(dba_open(path_.get(), "r"));
-  return database_ && read_state(after) && after == state_;
+  if (!database_ || !locator_.open(database_->fd(database_.get()))) return false;
+  return plan_.prepare(index_.count()) && read_state(after) && after == state_;
 }
 
 bool Snapshot::read_state(CatalogState &state) const noexcept {

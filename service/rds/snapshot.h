@@ -6,14 +6,15 @@
 /// diagnostics. A request for which there is no snapshot opens the files itself, and reports what is wrong with them.
 ///
 /// Not more than snapshots::limit catalogs stay open, each with two descriptors (close-on-exec, as host_open_read opens
-/// them) and memory of the host. A replaced file takes disk space until the next request for its catalog. Only one
-/// thread at a time may call these procedures.
+/// them) and memory of the host: about 100 KiB, and 16 bytes for each description that was asked for. A replaced file
+/// takes disk space until the next request for its catalog. Only one thread at a time may call these procedures.
 #ifndef SERVICE_RDS_SNAPSHOT_H
 #define SERVICE_RDS_SNAPSHOT_H
 
 #include "dba/guard.h"
 #include "service/rds/file_state.h"
 #include "service/rds/index_file.h"
+#include "service/rds/plan.h"
 
 namespace rdm {
 
@@ -41,6 +42,10 @@ class Snapshot {
   IndexFile &index() noexcept { return index_; }
   /// database returns the open database, borrowed.
   DB *database() const noexcept { return database_.get(); }
+  /// locator reads the file of the database.
+  Locator &locator() noexcept { return locator_; }
+  /// plan has an entry for each position of the index.
+  Plan &plan() noexcept { return plan_; }
   /// path returns the path of the database, borrowed.
   const char *path() const noexcept { return path_.get(); }
 
@@ -56,6 +61,8 @@ class Snapshot {
   bool settled_ = false;
   IndexFile index_;
   DatabasePtr database_;
+  Locator locator_;
+  Plan plan_;
 };
 
 namespace snapshots {

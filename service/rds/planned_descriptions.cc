@@ -1,0 +1,153 @@
+// SPDX-License-Identifier: MIT
+#include "service/rds/planned_descriptions.h"
+
+#include <algorithm>
+#include <cstring>
+#include <optional>
+
+#include "qxapi/hex.h"
+
+namespace rdm {
+namespace {
+
+struct Key {
+  char text[key_size];
+};
+
+Key key_of(uint32_t number) {
+  Key key;
+  for (size_t i = key_size; i-- > 0; number >>= 4) key.text[i] = hex::digits[number & 15];
+  return key;
+}
+
+/// number_of returns the number of a key, or nothing for a key that no number has.
+std::optional<uint32_t> number_of(std::string_view key) {
+  uint32_t number = 0;
+  for (const char c : key) {
+    if (hex::value_of(c) < 0 || ascii::is_upper(c)) return std::nullopt;
+    number = number << 4 | static_cast<uint32_t>(hex::value_of(c));
+  }
+  return key.size() == key_size ? std::optional(number) : std::nullopt;
+}
+
+/// judge notes in an entry whether its record prints as it is stored.
+void judge(soif::Canonical &whole, soif::Pieces &pieces, std::string_view record, Location place, Plan::Entry &entry) {
+  entry = {place.offset, place.size, whole.printed(record, pieces) ? Plan::as_stored : Plan::other};
+}
+
+/// Positions maps numbers to positions of an index. If a number has several positions, it has the last one.
+class Positions {
+ public:
+  /// map returns false if the numbers are too far apart, or allocation fails.
+  bool map(uint32_t first, const uint32_t *numbers, uint32_t count) noexcept {
+    const auto [least, most] = std::minmax_element(numbers, numbers + count);
+    least_ = *least;
+    size_ = size_t{*most - *least} + 1;
+    if (size_ > size_t{4} * count) return false;
+    positions_ = host_new<uint32_t>(size_);
+    for (uint32_t i = 0; positions_ && i < count; ++i) positions_.get()[numbers[i] - least_] = first + i + 1;
+    return positions_ != nullptr;
+  }
+
+  std::optional<uint32_t> find(uint32_t number) const noexcept {
+    const bool is_mapped = number >= least_ && number - least_ < size_ && positions_.get()[number - least_] != 0;
+    return is_mapped ? std::optional(positions_.get()[number - least_] - 1) : std::nullopt;
+  }
+
+ private:
+  uint32_t least_ = 0;
+  size_t size_ = 0;
+  HostPtr<uint32_t> positions_;  // one more than the position, 0 for none
+};
+
+/// Filling is a walk that fills a plan.
+struct Filling {
+  Plan &plan;
+  const Positions &positions;
+  soif::Canonical whole;
+  soif::Pieces pieces;
+
+  void visit(std::string_view key, std::string_view record, Location place) noexcept {
+    const std::optional<uint32_t> number = number_of(key);
+    const std::optional<uint32_t> position = number ? positions.find(*number) : std::nullopt;
+    if (!position) return;
+    // If a page has a key twice, the first record is the one that a look-up finds.
+    Plan::Entry &entry = plan.entry(*position);
+    if (entry.state == Plan::unknown) judge(whole, pieces, record, place, entry);
+  }
+};
+
+}  // namespace
+
+PlannedDescriptions::PlannedDescriptions(Snapshot &snapshot, char **attributes, csio *output) noexcept
+    : snapshot_(snapshot),
+      output_(output),
+      selects_(attributes != nullptr && attributes[0] != nullptr),
+      others_(snapshot.database(), attributes, output),
+      selection_(selects_ ? attributes : nullptr),
+      block_(static_cast<char *>(host_alloc(block_size))) {}
+
+void PlannedDescriptions::plan(uint32_t first, const uint32_t *numbers, uint32_t count) noexcept {
+  uint32_t unknown = 0;
+  for (uint32_t i = 0; i < count; ++i) unknown += snapshot_.plan().entry(first + i).state == Plan::unknown ? 1 : 0;
+  Positions positions;
+  if (unknown < snapshot_.locator().buckets() || !positions.map(first, numbers, count)) return;
+  Filling filling{snapshot_.plan(), positions, soif::Canonical(), {}};
+  snapshot_.locator().walk([](void *walk, std::string_view key, std::string_view record,
+                              Location place) { static_cast<Filling *>(walk)->visit(key, record, place); },
+                           &filling);
+}
+
+/// is_planned returns true if the place of a record is known. It looks the record up if nothing is known of it.
+bool PlannedDescriptions::is_planned(Plan::Entry &entry, uint32_t number) noexcept {
+  if (entry.state == Plan::unknown) {
+    const Key key = key_of(number);
+    std::string_view record;
+    const Location place = snapshot_.locator().find({key.text, key_size}, record);
+    judge(whole_, pieces_, record, place, entry);
+  }
+  return entry.state == Plan::as_stored && entry.size <= block_size && block_;
+}
+
+/// select moves the lines of the selected attributes to the front of a record in memory, and stores their size. Returns
+/// false if it cannot.
+bool PlannedDescriptions::select(char *record, size_t &size) noexcept {
+  if (!selection_.printed({record, size}, pieces_)) return false;
+  for (const std::string_view piece : pieces_) {
+    std::memmove(record, piece.data(), piece.size());
+    record += piece.size();
+  }
+  size = pieces_.size();
+  return true;
+}
+
+/// copy reads a record to the end of the block. Returns false, with nothing printed, if the file has changed or the
+/// answer has no room.
+bool PlannedDescriptions::copy(Location place) noexcept {
+  if (place.size > block_size - used_) flush();
+  char *const record = block_.get() + used_;
+  size_t size = place.size;
+  if (!snapshot_.locator().read(place, record) || (selects_ && !select(record, size))) return false;
+  if (!has_room(output_->length + used_, size)) return false;
+  used_ += size;
+  return true;
+}
+
+bool PlannedDescriptions::print(uint32_t position, uint32_t number) noexcept {
+  Plan::Entry &entry = snapshot_.plan().entry(position);
+  if (is_planned(entry, number) && copy(entry.place())) return true;
+  // QuickDescriptions reports what is missing or malformed, and what the answer has no room for.
+  flush();
+  return others_.print(number);
+}
+
+void PlannedDescriptions::flush() noexcept {
+  constexpr size_t small = 1024;  // with larger parts a buffer leaves the memory before it is full
+  for (size_t done = 0, part = 0; done < used_; done += part) {
+    part = (output_->flags & CSIO_MEMORY) != 0 ? std::min(small, used_ - done) : used_ - done;
+    csio_append(output_, block_.get() + done, static_cast<int32_t>(part));
+  }
+  used_ = 0;
+}
+
+}  // namespace rdm

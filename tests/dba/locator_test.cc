@@ -1,0 +1,148 @@
+// SPDX-License-Identifier: MIT
+#include "dba/locator.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <random>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "dba/records.h"
+#include "support/files.h"
+#include "support/memory_host.h"
+
+using namespace rdm;
+using namespace rdm::records;
+
+namespace {
+
+/// Visited is what a walk visits, in its order.
+using Visited = std::vector<std::pair<std::string, std::string>>;
+
+class LocatorTest : public support::HostTest {
+ protected:
+  /// write makes a database of short records, and some that do not fit a page.
+  void write(unsigned page_size, int byte_order = 0) {
+    for (unsigned number = 1; number <= 300; ++number)
+      all_[key_of(number)] = value_of(number, number % 50 == 0 ? size_t{3} * page_size : number % 120);
+    ASSERT_TRUE(make_with_library(path_, all_, page_size, byte_order));
+  }
+  DatabasePtr open() {
+    DatabasePtr database(dba_open(path_.c_str(), "r"));
+    if (database && !locator_.open(database->fd(database.get()))) ADD_FAILURE() << "dba_open accepts the file";
+    return database;
+  }
+
+  /// find returns the record at the place that the locator finds, or "(none)".
+  std::string find(const std::string &key) {
+    std::string_view value;
+    const Location place = locator_.find(key, value);
+    if (place.size == 0) return "(none)";
+    std::string bytes(place.size, '\0');
+    EXPECT_TRUE(locator_.read(place, bytes.data())) << key;
+    EXPECT_EQ(bytes, value) << key;
+    return bytes;
+  }
+  Visited walk() {
+    struct Walk {
+      LocatorTest &test;
+      Visited visited;
+    } walk{*this, {}};
+    locator_.walk(
+        [](void *argument, std::string_view key, std::string_view value, Location place) {
+          auto &[test, visited] = *static_cast<Walk *>(argument);
+          std::string bytes(place.size, '\0');
+          EXPECT_TRUE(test.locator_.read(place, bytes.data())) << key;
+          EXPECT_EQ(bytes, value) << key;
+          visited.emplace_back(key, value);
+        },
+        &walk);
+    return walk.visited;
+  }
+
+  /// expect_agreement asserts that the locator finds no record that dba_get does not, and returns how many it finds.
+  size_t expect_agreement(DB *database) {
+    Records walked;
+    for (auto &[key, value] : walk()) walked.emplace(key, value);
+    size_t found_here = 0;
+    for (const auto &[key, value] : all_) {
+      const std::string here = find(key);
+      const Found there = get(database, key);
+      const auto visited = walked.find(key);
+      EXPECT_TRUE(here == "(none)" || (there.result == 0 && there.value == here)) << key;
+      EXPECT_EQ(visited == walked.end() || visited->second.empty() ? "(none)" : visited->second, here) << key;
+      found_here += here != "(none)" ? 1 : 0;
+    }
+    return found_here;
+  }
+
+  support::TemporaryDirectory directory_;
+  std::string path_ = directory_.path("records.db");
+  Records all_;
+  Locator locator_;
+};
+
+TEST_F(LocatorTest, FindsTheRecordsOfPrimaryPagesInBothByteOrders) {
+  for (const int byte_order : {1234, 4321})
+    for (const unsigned page_size : {512u, 4096u, 32768u}) {
+      write(page_size, byte_order);
+      const DatabasePtr database = open();
+      ASSERT_NE(database, nullptr);
+      EXPECT_GT(expect_agreement(database.get()), all_.size() / 4) << page_size;
+      EXPECT_EQ(find("absent"), "(none)");
+      EXPECT_EQ(find(key_of(50)), "(none)") << "its pages are its own";
+    }
+}
+
+TEST_F(LocatorTest, FindsNothingThatALookUpDoesNotInADamagedFile) {
+  write(512);
+  const std::string whole = support::read_file(path_);
+  std::mt19937 random(11);
+  for (int round = 0; round < 150; ++round) {
+    std::string bytes = whole;
+    for (int left = 20; left > 0; --left) {
+      // Most damage is among the slots at the beginnings of pages.
+      const size_t page = random() % (bytes.size() / 512) * 512;
+      bytes[page + random() % (random() % 4 == 0 ? 512 : 40)] = static_cast<char>(random());
+    }
+    if (round % 5 == 0) bytes.resize(random() % bytes.size());
+    support::write_file(path_, bytes);
+    const DatabasePtr database = open();
+    if (database) expect_agreement(database.get());
+    if (HasFailure()) FAIL() << "round " << round;
+  }
+}
+
+TEST_F(LocatorTest, ReadsNothingPastTheEnd) {
+  write(512);
+  const DatabasePtr database = open();
+  std::string_view value;
+  const auto &[key, content] =
+      *std::find_if(all_.begin(), all_.end(), [&](const auto &record) { return find(record.first) == record.second; });
+  const Location place = locator_.find(key, value);
+  ASSERT_EQ(value, content);
+  std::string bytes(place.size, '\0');
+  ASSERT_EQ(::truncate(path_.c_str(), place.offset + place.size - 1), 0);
+  EXPECT_FALSE(locator_.read(place, bytes.data()));
+  ASSERT_EQ(::truncate(path_.c_str(), 100), 0);
+  EXPECT_EQ(walk(), Visited());
+  EXPECT_FALSE(Locator().open(database->fd(database.get())));
+}
+
+TEST_F(LocatorTest, NeedsMemoryForAPage) {
+  write(512);
+  const DatabasePtr database(dba_open(path_.c_str(), "r"));
+  host.allocations = 0;
+  host.fail_allocation = 1;
+  EXPECT_FALSE(locator_.open(database->fd(database.get())));
+  host.fail_allocation = 0;
+  ASSERT_TRUE(locator_.open(database->fd(database.get())));
+  host.allocations = 0;
+  host.fail_allocation = 1;
+  EXPECT_EQ(walk(), Visited()) << "a walk needs memory too";
+  host.fail_allocation = 0;
+}
+
+}  // namespace
