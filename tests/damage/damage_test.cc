@@ -21,6 +21,7 @@
 #include "damage/pages.h"
 #include "libcs/guard.h"
 #include "service/rdm.h"
+#include "service/rds/snapshot.h"
 #include "support/memory_host.h"
 
 using namespace rdm;
@@ -200,12 +201,14 @@ void Trial::check_writer(const std::string &verb, const Corruption &corruption) 
 std::string Trial::run(const Corruption &corruption, int number) {
   static constexpr const char *writers[] = {"update", "rebuild", "delete", "expire"};
   complaints_.clear();
+  snapshots::drop_all();  // an open catalog is kept for the next request
   const long blocks = support::host_record().live_blocks;
   catalog_.write(corruption.files);
   const Sight sight = look(catalog_);
   check_answers(sight);
   check_verdict(sight, corruption);
   check_writer(writers[number % 4], corruption);
+  snapshots::drop_all();
   if (support::host_record().live_blocks != blocks) complain("memory is lost");
   return complaints_;
 }
