@@ -47,9 +47,9 @@ std::optional<Weight> *weight_named(Weights &weights, std::string_view coding) {
 }
 
 void read_member(Weights &weights, std::string_view member) {
-  const std::size_t end = std::min(member.find(';'), member.size());
-  std::optional<Weight> *const weight = weight_named(weights, trim(member.substr(0, end), blanks));
-  if (weight != nullptr && !*weight) *weight = weight_of(member.substr(end));
+  const std::string_view coding = member.substr(0, member.find(';'));
+  std::optional<Weight> *const weight = weight_named(weights, trim(coding, blanks));
+  if (weight != nullptr && !*weight) *weight = weight_of(member.substr(coding.size()));
 }
 
 }  // namespace
@@ -57,9 +57,9 @@ void read_member(Weights &weights, std::string_view member) {
 bool accepts_gzip(std::string_view accept_encoding) {
   Weights weights;
   while (!accept_encoding.empty()) {
-    const std::size_t end = std::min(accept_encoding.find(','), accept_encoding.size());
-    read_member(weights, accept_encoding.substr(0, end));
-    accept_encoding.remove_prefix(std::min(end + 1, accept_encoding.size()));
+    const std::string_view member = accept_encoding.substr(0, accept_encoding.find(','));
+    read_member(weights, member);
+    accept_encoding.remove_prefix(std::min(member.size() + 1, accept_encoding.size()));
   }
   const Weight gzip = weights.gzip.value_or(weights.others.value_or(0));
   return gzip > 0 && gzip >= weights.identity.value_or(0);
