@@ -206,7 +206,8 @@ void with_each(const std::string &kind, const std::string &verb, const std::stri
 // A class that the program does not use would test nothing. minidba opens no streams.
 TEST(MinidbaIoFaults, MeetAnUpdateWithEveryKindOfFileOperation) {
   const auto calls = faults::count_calls(SmallCatalog().call({"update"}, described(2, 3, "new")));
-  for (const std::string &kind : faults::io_kinds()) EXPECT_EQ(calls.count(kind), kind == "fopen" || kind == "fread" ? 0u : 1u) << kind;
+  for (const std::string &kind : faults::io_kinds())
+    EXPECT_EQ(calls.count(kind), kind == "fopen" || kind == "fread" ? 0u : 1u) << kind;
 }
 
 // Regression: when peeking into an object failed, the object was rejected as malformed, the others were imported, and
