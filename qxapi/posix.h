@@ -58,6 +58,54 @@ struct tm *utc(const time_t *t, struct tm *out);
 void unescape(char *text);
 int thread_id();
 
+/// table is the POSIX host. It is constant, so that other constants can be made of it.
+inline constexpr qxapi_host table = {
+    .version = QXAPI_VERSION,
+    .alloc = allocate,
+    .realloc = reallocate,
+    .free = release,
+    .strdup = duplicate,
+    .param_create = param_create,
+    .param_free = param_free,
+    .param_find = param_find,
+    .param_find_entry = param_find_entry,
+    .param_add = param_add,
+    .param_free_entry = param_free_entry,
+    .param_parse = param_parse,
+    .request_header = request_header,
+    .input_next = input_next,
+    .set_status = set_status,
+    .start_response = start_response,
+    .net_write = net_write,
+    .buffer_open = buffer_open,
+    .getline = read_line,
+    .buffer_close = buffer_close,
+    .buffer_send = buffer_send,
+    .open_read = open_read,
+    .open_write = open_write,
+    .open_append = open_append,
+    .open_readwrite = open_readwrite,
+    .read = read_bytes,
+    .write = write_bytes,
+    .write_log = write_log,
+    .seek = seek,
+    .close = close_file,
+    .stat = file_status,
+    .unlink = remove_file,
+    .crit_create = crit_create,
+    .crit_enter = crit_enter,
+    .crit_exit = crit_exit,
+    .register_exit = register_exit,
+    .report_error = report_error,
+    .last_error_text = last_error_text,
+    .format = format,
+    .format_time = format_time,
+    .itoa = decimal,
+    .gmtime = utc,
+    .unescape = unescape,
+    .thread_id = thread_id,
+};
+
 }  // namespace rdm::posix_host
 
 #endif
