@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 using namespace rdm;
+using namespace std::string_literals;
 using namespace rdm::catalog;
 
 namespace {
@@ -69,8 +70,8 @@ TEST(Outline, IsThatOfTheObjectThatTheParserMakes) {
        {std::string(), record, "@" + record, record.substr(0, record.find(date) + 5), std::string("@D { {}\n}\n"),
         described("rd-last-changed{268435457}:\t"), described("rd-last-changed{65000}:\t" + date),
         described("rd-last-changed{66000}:\t" + date), described("rd-last-changed{-1}:\t"),
-        described(std::string(5000, 'a') + "{1}:\t1\n"), std::string("@D { x\0y\nrd-last-changed\0z{1}:\t7\n}\n", 37),
-        std::string("@D { \0x\n}\n", 11)})
+        described(std::string(5000, 'a') + "{1}:\t1\n"), "@D { x\0y\nrd-last-changed\0z{1}:\t7\n}\n"s,
+        "@D { \0x\n}\n"s})
     expect_outline(text);
 }
 
