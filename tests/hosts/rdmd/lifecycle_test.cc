@@ -191,7 +191,7 @@ TEST_F(HostLifecycle, AcceptsNoClientAfterTheSignal) {
 }
 
 TEST_F(HostLifecycle, ClosesConnectionsAtTheShutdownTimeout) {
-  start({"--shutdown-timeout", "0.3"});
+  start_single({"--shutdown-timeout", "0.3"});
   const auto client = ask_for_large_answer();
   EXPECT_EQ(stop(), 0);
   EXPECT_NE(server_->errors().find("[warning] rdmd: closing 1 open connections\n"), std::string::npos);
