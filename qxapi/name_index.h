@@ -67,6 +67,16 @@ struct NameIndex {
     return entry;
   }
 
+  /// replace puts an entry of the same name in the place of one that was added.
+  void replace(Entry *old, Entry *entry) noexcept {
+    entry->in_index = old->in_index;
+    Bucket &bucket = bucket_of(old->in_index.hash);
+    Entry **link = &bucket.first;
+    while (*link != old) link = &(*link)->in_index.next;
+    *link = entry;
+    if (bucket.last == old) bucket.last = entry;
+  }
+
   /// clear removes all entries and keeps the buckets.
   void clear() noexcept {
     std::fill_n(buckets, size, Bucket{});

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
+#include <algorithm>
 #include <cstring>
+#include <memory>
 #include <optional>
 #include <string_view>
 
@@ -19,6 +21,10 @@ HostText copy_unescaped(std::string_view value) {
 
 /// A list of up to this many pairs is searched as fast as an index.
 constexpr size_t few_pairs = 8;
+
+/// The bytes of room for each slot: a pair with short texts.
+constexpr size_t slot_size = 96;
+constexpr int most_slots = 32;
 
 IndexedPair *as_indexed(host_param *pair) { return reinterpret_cast<IndexedPair *>(pair); }
 
@@ -43,6 +49,30 @@ void index_all(pblock &b) {
     if (!b.index.add(as_indexed(pair))) return;
 }
 
+/// make_in_room makes a pair in the room of a block, or returns null if it does not fit.
+IndexedPair *make_in_room(std::string_view name, std::string_view value, pblock &b) {
+  const size_t size = size_in_room(name, value);
+  if (!b.has_room(size)) return nullptr;
+  auto *pair = std::construct_at(reinterpret_cast<IndexedPair *>(b.unused));
+  b.unused += size;
+  pair->pair.name = reinterpret_cast<char *>(pair + 1);
+  pair->pair.value = pair->pair.name + name.size() + 1;
+  pair->pair.name[name.copy(pair->pair.name, name.size())] = '\0';
+  pair->pair.value[value.copy(pair->pair.value, value.size())] = '\0';
+  return pair;
+}
+
+/// make_own makes a pair of three blocks of host_alloc, or returns null if allocation fails.
+IndexedPair *make_own(const char *name, const char *value) {
+  HostPtr<IndexedPair> made = host_new<IndexedPair>();
+  HostText name_copy(made ? host_strdup(name) : nullptr);
+  HostText value_copy(name_copy ? host_strdup(value) : nullptr);
+  if (!value_copy) return nullptr;
+  made->pair.name = name_copy.release();
+  made->pair.value = value_copy.release();
+  return made.release();
+}
+
 void chain(pblock &b, IndexedPair *added) {
   added->link = b.last;
   *b.last = &added->pair;
@@ -64,19 +94,36 @@ void unchain(pblock &b, IndexedPair *removed) {
   --b.count;
 }
 
+/// move_out replaces a pair in the room of a block by a copy of its own, which it returns, or null if allocation fails.
+IndexedPair *move_out(pblock &b, IndexedPair *pair) {
+  IndexedPair *const own = make_own(pair->pair.name, pair->pair.value);
+  if (own == nullptr) return nullptr;
+  own->link = pair->link;
+  own->pair.next = pair->pair.next;
+  *own->link = &own->pair;
+  (own->pair.next != nullptr ? as_indexed(own->pair.next)->link : b.last) = &own->pair.next;
+  if (is_indexed(b)) b.index.replace(pair, own);
+  return own;
+}
+
 }  // namespace
 
-pblock *param_create(int /*slots*/) {
-  HostPtr<pblock> block = host_new<pblock>();
-  if (block) block->last = &block->first;
-  return block.release();
+pblock *param_create(int slots) {
+  const size_t size = sizeof(pblock) + static_cast<size_t>(std::clamp(slots, 1, most_slots)) * slot_size;
+  auto *memory = static_cast<char *>(host_alloc(size));
+  if (memory == nullptr) return nullptr;
+  auto *block = std::construct_at(reinterpret_cast<pblock *>(memory));
+  block->last = &block->first;
+  block->unused = memory + sizeof(pblock);
+  block->end = memory + size;
+  return block;
 }
 
 void param_free(pblock *b) {
   if (b == nullptr) return;
   for (host_param *entry = b->first; entry != nullptr;) {
     host_param *next = entry->next;
-    param_free_entry(entry);
+    if (!b->has_in_room(as_indexed(entry))) param_free_entry(entry);
     entry = next;
   }
   b->index.release();
@@ -93,23 +140,21 @@ host_param *param_find_entry(const char *name, pblock *b, int remove) {
     b->index.clear();
     index_all(*b);
   }
-  host_param *found = search(name, *b);
+  IndexedPair *found = as_indexed(search(name, *b));
+  if (found != nullptr && b->has_in_room(found)) found = move_out(*b, found);
   if (found == nullptr) return nullptr;
   if (remove != 0)
-    unchain(*b, as_indexed(found));
+    unchain(*b, found);
   else
-    b->lent = as_indexed(found);
-  return found;
+    b->lent = found;
+  return &found->pair;
 }
 
 int param_add(const char *name, const char *value, pblock *b) {
-  HostPtr<IndexedPair> added = host_new<IndexedPair>();
-  HostText name_copy(added ? host_strdup(name) : nullptr);
-  HostText value_copy(name_copy ? host_strdup(value) : nullptr);
-  if (!value_copy) return -1;
-  added->pair.name = name_copy.release();
-  added->pair.value = value_copy.release();
-  chain(*b, added.release());
+  IndexedPair *added = make_in_room(name, value, *b);
+  if (added == nullptr) added = make_own(name, value);
+  if (added == nullptr) return -1;
+  chain(*b, added);
   return 0;
 }
 

@@ -64,7 +64,7 @@ int alias_parse(pblock *a2p, pblock *p2a, char *line) noexcept {
 }
 
 int alias_copy(pblock *map, const char *name, const char *value, int unique) noexcept {
-  if (unique != 0 && host_param_find_entry(name, map, 0) != nullptr) {
+  if (unique != 0 && host_param_find(name, map) != nullptr) {
     CSLOG(CSLOG_ERROR, "alias", "alias_copy: uniqueness constraint violated (alias %s)\n", name);
     return -1;
   }

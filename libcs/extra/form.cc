@@ -12,9 +12,10 @@ using namespace rdm;
 namespace {
 
 int add_value(const char *name, const char *value, pblock *block) {
-  const char *old = host_param_find(name, block);
-  if (old == nullptr) return host_param_add(name, value, block);
-  const HostText joined = join(old, ',', value);
+  if (host_param_find(name, block) == nullptr) return host_param_add(name, value, block);
+  // A pair that was found once can be removed without memory.
+  const host_param *old = host_param_find_entry(name, block, 0);
+  const HostText joined = old != nullptr ? join(old->value, ',', value) : nullptr;
   if (!joined || host_param_add(name, joined.get(), block) != 0) return -1;
   // Lookups find the first added, which is the old value.
   pblock_remove_n_free(name, block);

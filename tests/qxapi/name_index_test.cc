@@ -68,6 +68,19 @@ TEST_F(NameIndexes, ATakenEntryCanBeAddedAgainBehindItsEquals) {
   EXPECT_EQ(index.take("x"), &first);
 }
 
+TEST_F(NameIndexes, AReplacementTakesThePlaceAmongItsEquals) {
+  for (const size_t replaced : {0u, 1u, 2u}) {
+    std::vector<Entry> entries(3, Entry{"x"});
+    Entry replacement{"x"}, later{"x"};
+    for (Entry &entry : entries) index.add(&entry);
+    index.replace(&entries[replaced], &replacement);
+    index.add(&later);
+    for (size_t i = 0; i < 3; ++i) EXPECT_EQ(index.take("x"), i == replaced ? &replacement : &entries[i]);
+    EXPECT_EQ(index.take("x"), &later);
+    EXPECT_EQ(index.take("x"), nullptr);
+  }
+}
+
 TEST_F(NameIndexes, KnowsAnEntryThatWasRenamed) {
   Entry entry{"x"};
   index.add(&entry);

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <climits>
 #include <string>
 #include <utility>
 #include <vector>
@@ -101,6 +102,60 @@ TEST_F(Parameters, ManyPairsOfOneNameAreFoundInOrder) {
     EXPECT_EQ(host_param_find("name", many.get()), nullptr);
   };
   EXPECT_TRUE(support::grows_linearly(use, 3000));
+}
+
+TEST_F(Parameters, AFewShortPairsAreAllocatedWithTheirBlock) {
+  const long before = host.allocations;
+  block.reset(host_param_create(5));
+  for (int i = 0; i < 5; ++i) add(("name " + std::to_string(i)).c_str(), "a value of about the usual length");
+  EXPECT_EQ(host.allocations, before + 1);
+  for (int i = 0; i < 5; ++i)
+    EXPECT_STREQ(find(("name " + std::to_string(i)).c_str()), "a value of about the usual length");
+}
+
+TEST_F(Parameters, LongAndFurtherPairsAreFoundInTheSameOrder) {
+  const std::string longer(1000, 'x');
+  for (const char *value : {"first", longer.c_str(), "second"}) add("name", value);
+  for (int i = 0; i < 30; ++i) add("other", "value");
+  add("name", "last");
+  for (const char *value : {"first", longer.c_str(), "second", "last"})
+    EXPECT_STREQ(ParamPtr(host_param_find_entry("name", block.get(), 1))->value, value);
+  EXPECT_EQ(find("name"), nullptr);
+}
+
+TEST_F(Parameters, ARemovedPairIsItsCallersAndOutlivesTheBlock) {
+  add("name", "value");
+  add("other", "stays");
+  const ParamPtr entry(host_param_find_entry("name", block.get(), 1));
+  block.reset();
+  EXPECT_STREQ(entry->name, "name");
+  // The caller may keep a text.
+  const HostText kept(std::exchange(entry->value, nullptr));
+  EXPECT_STREQ(kept.get(), "value");
+}
+
+TEST_F(Parameters, WithoutMemoryAPairIsNotLent) {
+  add("name", "value");
+  for (const int remove : {0, 1})
+    for (long refused = 1; refused <= 3; ++refused) {
+      host.fail_allocation = host.allocations + refused;
+      EXPECT_EQ(host_param_find_entry("name", block.get(), remove), nullptr);
+      EXPECT_STREQ(find("name"), "value");
+    }
+  ASSERT_NE(host_param_find_entry("name", block.get(), 0), nullptr);
+  host.fail_allocation = host.allocations + 1;
+  EXPECT_NE(ParamPtr(host_param_find_entry("name", block.get(), 1)), nullptr) << "a pair that was lent needs no memory";
+  host.fail_allocation = 0;
+}
+
+TEST_F(Parameters, AnyNumberOfSlotsIsAccepted) {
+  for (const int slots : {INT_MIN, -1, 0, 1, 1000, INT_MAX}) {
+    block.reset(host_param_create(slots));
+    ASSERT_TRUE(block);
+    EXPECT_EQ(add("name", "value"), 0);
+    EXPECT_STREQ(find("name"), "value");
+    EXPECT_LE(host.largest_allocation, 4096u);
+  }
 }
 
 /// Blocks without and with an index.

@@ -141,7 +141,7 @@ TEST_F(Alias, CopyAddsEqualNamesUnlessTheyMustBeUnique) {
   EXPECT_EQ(parent("name"), "first");
   EXPECT_EQ(alias_copy(a2p, "name", "third", 1), -1);
   host.fail_allocation = host.allocations + 1;
-  EXPECT_EQ(alias_copy(a2p, "other", "value", 0), -1);
+  EXPECT_EQ(alias_copy(a2p, "other", std::string(5000, 'x').c_str(), 0), -1);
   EXPECT_EQ(diagnostics.text(),
             "ERROR: alias_copy: uniqueness constraint violated (alias name)\n"
             "ERROR: alias_copy: pblock insert failed\n");

@@ -202,7 +202,7 @@ TEST_F(ExchangeTest, ThrowsWhenItsBlocksCannotBeMade) {
   Exchange exchange;
   host.allocations = 0;
   host.fail_allocation = 1;
-  EXPECT_THROW(exchange.header("name", "value"), std::bad_alloc);
+  EXPECT_THROW(exchange.header("name", std::string(5000, 'x')), std::bad_alloc);
   host.fail_allocation = 0;
 }
 

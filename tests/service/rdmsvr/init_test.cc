@@ -188,7 +188,7 @@ TEST_F(Initialisation, AsksItsHostInOrder) {
 // Regression: when memory failed, the service started with a part of its configuration.
 TEST_F(Initialisation, NeedsAllOfItsConfig) {
   const std::string lines = complete() + "logfile=" + directory_.path("log") + "\n";
-  const long of_block = 4, of_pair = 5, pairs = 5;  // the test's, the block's and the reader's; then those of each pair
+  const long of_block = 1, of_pair = 2, pairs = 5;  // the test's, the block's and the reader's; then those of each pair
   for (long failing = of_block + 3; failing < of_block + 3 + of_pair * pairs; ++failing) {
     host_.reports.clear();
     host_.allocations = 0;
