@@ -41,8 +41,8 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   static const Service service;
   std::string bytes(fuzz::text(data, size));
   rdmd::HeadReader reader({65536, 16384, 1000});
-  const rdmd::HeadResult result = reader.take(bytes);
-  const auto *head = std::get_if<rdmd::RequestHead>(&result);
+  rdmd::HeadResult result = reader.take(bytes);
+  auto *const head = std::get_if<rdmd::RequestHead>(&result);
   const auto target = head != nullptr ? rdmd::parse_target(head->target) : std::nullopt;
   if (!target || !rdmd::is_service_path(target->path)) return 0;
   const hosts::ServiceRequest request = rdmd::make_request(*head, *target, "127.0.0.1");

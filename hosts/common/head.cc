@@ -43,6 +43,9 @@ constexpr std::string_view host_fields[] = {"connection", "date",    "keep-alive
 /// The Retry-After value of a 503, in seconds: connections that block others have ended by then.
 constexpr std::string_view retry_after = "5";
 
+/// The size of most heads; a larger one is no error.
+constexpr std::size_t usual_head = 500;
+
 bool is_token(std::string_view name) { return !name.empty() && std::all_of(name.begin(), name.end(), is_token_char); }
 
 bool is_host_field(std::string_view name) {
@@ -66,6 +69,17 @@ bool declare(Head &head, std::string_view value) {
 
 void add_line(std::string &text, std::string_view name, std::string_view value) {
   text.append(name).append(": ").append(value).append("\r\n");
+}
+
+/// date_text returns what http_date does, and keeps it: a thread renders many heads in a second.
+std::string_view date_text(std::time_t time) {
+  struct Date {
+    std::time_t time = 0;
+    std::string text = http_date(time);
+  };
+  thread_local Date last;
+  if (time != last.time) last = Date{time};
+  return last.text;
 }
 
 }  // namespace
@@ -107,9 +121,11 @@ Head text_head(int status, std::int64_t length) {
 }
 
 std::string render_head(const Head &head, const HeadFrame &frame) {
-  std::string text = "HTTP/1.1 " + std::to_string(head.status) + " ";
+  std::string text;
+  text.reserve(usual_head);
+  text.append("HTTP/1.1 ").append(std::to_string(head.status)).append(" ");
   text.append(head.reason.empty() ? reason_phrase(head.status) : std::string_view(head.reason)).append("\r\n");
-  add_line(text, "Date", http_date(frame.now));
+  add_line(text, "Date", date_text(frame.now));
   add_line(text, "Server", frame.server);
   if (!frame.request_id.empty()) add_line(text, "X-Request-Id", frame.request_id);
   for (const Field &field : head.fields) add_line(text, field.name, field.value);

@@ -3,6 +3,7 @@
 
 #include <sched.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <iostream>
 #include <string>
@@ -84,6 +85,7 @@ void add_options(CLI::App &app, Settings &settings) {
 std::optional<Settings> parse_options(int argc, char **argv, int &exit_code) {
   Settings settings;
   settings.workers = cores();
+  settings.threads = std::max(settings.workers / 2, 1);
   CLI::App app("Serves resource descriptions over HTTP.", "rdmd");
   add_options(app, settings);
   try {

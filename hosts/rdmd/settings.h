@@ -55,7 +55,7 @@ struct Settings {
   bool access_json = false;  // the format of the access log
   std::string error_log;     // empty: standard error
   int workers = 0;           // processes that call the plug-in; 0: this process calls it
-  int threads = 2;
+  int threads = 2;           // for network input and output
   bool check = false;
   std::string user;                          // whose rights --check uses; empty: the caller
   std::vector<std::string> trusted_proxies;  // "ADDRESS[/BITS]" or "unix"

@@ -148,16 +148,15 @@ void Connection::head_read(RequestHead head) {
   if (refused) return refuse_for(*refused);
   std::optional<Target> target = parse_target(head_.target);
   if (!target) return refuse({400, "The request target is malformed.\n"});
-  target_ = std::move(*target);
-  route();
+  route(std::move(*target));
 }
 
-void Connection::route() {
+void Connection::route(Target target) {
   keep_ = head_.keep_alive && !unread_;
-  if (!is_service_path(target_.path)) return answer_text(404, "There is no such resource here.\n");
+  if (!is_service_path(target.path)) return answer_text(404, "There is no such resource here.\n");
   record_.entry().for_service = true;
-  request_ = make_request(head_, target_, client_.text());
-  request_.variables = {{hosts::request_id_variable, record_.id()}};
+  request_ = make_request(head_, std::move(target), client_.text());
+  request_.variables.push_back({hosts::request_id_variable, record_.id()});
   if (!unread_ || *head_.length > body_limit) return submit();
   reader_.read_body(static_cast<std::size_t>(*head_.length), head_.expects_continue);
 }
@@ -345,7 +344,6 @@ void Connection::refuse_room() {
 void Connection::release_request() {
   release_memory(request_);
   release_memory(head_);
-  release_memory(target_);
   if (!keep_) channel_.input().clear();
   channel_.input().shrink_to_fit();
   server_.memory_trim().released();

@@ -90,7 +90,7 @@ class Connection final : public std::enable_shared_from_this<Connection>,
   void head_read(RequestHead head) override;
   void head_refused(const Refusal &refusal) override;
   void head_late() override;
-  void route();
+  void route(Target target);
   void body_read(std::string body) override;
   void body_late() override;
   void body_lost() override;
@@ -143,7 +143,6 @@ class Connection final : public std::enable_shared_from_this<Connection>,
 
   // The current request.
   RequestHead head_;
-  Target target_;
   hosts::ServiceRequest request_;
 };
 

@@ -2,11 +2,14 @@
 #include "hosts/rdmd/front/request_head.h"
 
 #include <algorithm>
+#include <iterator>
+#include <tuple>
 #include <utility>
 
 #include <boost/asio/buffer.hpp>
 #include <boost/beast/http/empty_body.hpp>
 #include <boost/beast/http/parser.hpp>
+#include <boost/container/small_vector.hpp>
 
 #include "qxapi/ascii.h"
 #include "qxapi/hex.h"
@@ -46,9 +49,10 @@ bool is_request_line(std::string_view line) {
 
 /// join_repeated appends the values of repeated fields to the first field of that name and removes the others.
 void join_repeated(std::vector<hosts::Field> &fields) {
-  std::vector<hosts::Field *> by_name;
+  boost::container::small_vector<hosts::Field *, 32> by_name;
   for (hosts::Field &field : fields) by_name.push_back(&field);
-  std::stable_sort(by_name.begin(), by_name.end(), [](const auto *a, const auto *b) { return a->name < b->name; });
+  std::sort(by_name.begin(), by_name.end(),
+            [](const auto *a, const auto *b) { return std::tie(a->name, a) < std::tie(b->name, b); });
   hosts::Field *first = nullptr;
   for (hosts::Field *field : by_name) {
     if (first == nullptr || first->name != field->name) {
@@ -67,6 +71,7 @@ RequestHead convert(const Parser &parser) {
   head.method = view(message.method_string());
   head.target = view(message.target());
   head.http11 = message.version() == 11;
+  head.fields.reserve(static_cast<std::size_t>(std::distance(message.begin(), message.end())));
   for (const auto &field : message)
     head.fields.push_back({lower(view(field.name_string())), std::string(view(field.value()))});
   join_repeated(head.fields);

@@ -65,12 +65,14 @@ std::optional<Target> parse_target(std::string_view target) {
 
 bool is_service_path(std::string_view path) { return ascii::istarts_with(path, "/rdm/"); }
 
-hosts::ServiceRequest make_request(const RequestHead &head, const Target &target, const std::string &client_ip) {
+hosts::ServiceRequest make_request(RequestHead &head, Target target, const std::string &client_ip) {
   hosts::ServiceRequest request;
-  request.client = {{"ip", client_ip}};
-  request.line = {{"method", head.method}, {"uri", target.path}};
-  if (target.query) request.line.push_back({"query", *target.query});
-  request.headers = head.fields;
+  request.client.push_back({"ip", client_ip});
+  request.line.reserve(3);
+  request.line.push_back({"method", head.method});
+  request.line.push_back({"uri", std::move(target.path)});
+  if (target.query) request.line.push_back({"query", std::move(*target.query)});
+  request.headers = std::exchange(head.fields, {});
   for (hosts::Field &field : request.headers)
     if (field.name == "content-length" && head.length) field.value = announced_length(*head.length);
   request.head_only = head.method == "HEAD";

@@ -26,9 +26,9 @@ std::optional<Target> parse_target(std::string_view target);
 /// is_service_path returns true if a path begins with "/rdm/" in any letter case, so that the plug-in serves it.
 bool is_service_path(std::string_view path);
 
-/// make_request returns what the plug-in sees of a request, but for its body. A content length above INT32_MAX is
-/// passed on as INT32_MAX, because the plug-in reads 32 bits.
-hosts::ServiceRequest make_request(const RequestHead &head, const Target &target, const std::string &client_ip);
+/// make_request returns what the plug-in sees of a request, but for its body, and takes the fields out of the head. A
+/// content length above INT32_MAX is passed on as INT32_MAX, because the plug-in reads 32 bits.
+hosts::ServiceRequest make_request(RequestHead &head, Target target, const std::string &client_ip);
 
 }  // namespace rdm::rdmd
 

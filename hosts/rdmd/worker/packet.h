@@ -56,6 +56,8 @@ class MalformedPacket : public std::runtime_error {
 
 class PacketWriter {
  public:
+  PacketWriter() { bytes_.reserve(usual_size); }
+
   template <typename Number>
   void number(Number value) {
     static_assert(std::is_arithmetic_v<Number> || std::is_enum_v<Number>);
@@ -65,8 +67,11 @@ class PacketWriter {
   void fields(const std::vector<hosts::Field> &fields);
 
   const std::string &bytes() const { return bytes_; }
+  std::string take() { return std::move(bytes_); }
 
  private:
+  static constexpr std::size_t usual_size = 1000;  // of a request, or of an answer without its body
+
   std::string bytes_;
 };
 

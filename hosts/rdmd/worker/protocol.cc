@@ -185,7 +185,7 @@ std::string encode_request(const hosts::ServiceRequest &request) {
   writer.fields(request.variables);
   writer.text(request.body);
   writer.number(request.head_only);
-  return writer.bytes();
+  return writer.take();
 }
 
 std::string encode_reopen() {

@@ -28,10 +28,8 @@ struct Inherited {
 std::string tested_workers();
 
 /// RdmdProcess runs rdmd with the given arguments and, unless `descriptors` is 0, with that limit of open files.
-/// Without
-/// --workers among the arguments, it has tested_workers() of them. The
-/// destructor stops it if it still runs, and expects exit status 0, so that sanitizers can report and coverage is
-/// written.
+/// Without --workers among the arguments, it has tested_workers() of them. The destructor stops it if it still runs,
+/// and expects exit status 0, so that sanitizers can report and coverage is written.
 class RdmdProcess {
  public:
   explicit RdmdProcess(const std::vector<std::string> &arguments, unsigned descriptors = 0,

@@ -21,12 +21,14 @@ namespace rdm::support {
 class ServerTest : public ::testing::Test {
  protected:
   /// start runs the server with the test plug-in, a free port, an access log and `more` arguments; see RdmdProcess for
-  /// `descriptors`.
+  /// `descriptors`. It has two I/O threads unless `more` says otherwise, on any machine.
   void start(const std::vector<std::string> &more = {}, unsigned descriptors = 0) {
     config_ = directory_.write("rdm.conf", "journal=\"" + directory_.path("journal") + "\"\n");
     std::vector<std::string> arguments = {"--listen", "127.0.0.1:0", "--plugin",     plugin(),
                                           "--config", config_,       "--access-log", directory_.path("access")};
     arguments.insert(arguments.end(), more.begin(), more.end());
+    if (std::find(more.begin(), more.end(), "--threads") == more.end())
+      arguments.insert(arguments.end(), {"--threads", "2"});
     server_ = std::make_unique<RdmdProcess>(arguments, descriptors);
     port_ = server_->port();
   }
