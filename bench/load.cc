@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "load.h"
 
-#include <arpa/inet.h>
 #include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -15,45 +13,14 @@
 #include <string_view>
 #include <utility>
 
+#include "loopback.h"
+#include "median.h"
 #include "site.h"
 
 namespace rdm::bench {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-sockaddr_in loopback(std::uint32_t host, int port) {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK + host);
-  address.sin_port = htons(static_cast<std::uint16_t>(port));
-  return address;
-}
-
-/// Socket is a connection that is closed at the end of its scope.
-class Socket {
- public:
-  explicit Socket(int port) : fd_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    const sockaddr_in to = loopback(0, port);
-    const int on = 1;
-    ::setsockopt(fd_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-    if (::connect(fd_, reinterpret_cast<const sockaddr *>(&to), sizeof to) != 0) close();
-  }
-  Socket(Socket &&other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-  Socket &operator=(Socket &&other) noexcept {
-    std::swap(fd_, other.fd_);
-    return *this;
-  }
-  ~Socket() { close(); }
-  int get() const { return fd_; }
-
- private:
-  void close() {
-    if (fd_ >= 0) ::close(fd_);
-    fd_ = -1;
-  }
-  int fd_;
-};
 
 /// Answer collects one answer with a Content-Length.
 class Answer {
@@ -88,12 +55,7 @@ class Answer {
 };
 
 std::string request(const std::string &target, Connections connections) {
-  return "GET " + target + " HTTP/1.1\r\nHost: localhost\r\n" +
-         (connections == Connections::kept ? "" : "Connection: close\r\n") + "\r\n";
-}
-
-bool send_all(int fd, std::string_view text) {
-  return ::send(fd, text.data(), text.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(text.size());
+  return get_request(target, connections == Connections::kept ? "" : "Connection: close\r\n");
 }
 
 /// Asking is one client of ask_for.
@@ -125,13 +87,6 @@ std::string first_body(int port, const std::string &target) {
   return std::string(answer.body());
 }
 
-std::chrono::duration<double> median_of(std::vector<double> &times) {
-  if (times.empty()) return {};
-  const auto middle = times.begin() + static_cast<std::ptrdiff_t>(times.size() / 2);
-  std::nth_element(times.begin(), middle, times.end());
-  return std::chrono::duration<double>(*middle);
-}
-
 }  // namespace
 
 Served ask_for(int port, const std::string &target, std::size_t clients, Connections connections,
@@ -141,6 +96,7 @@ Served ask_for(int port, const std::string &target, std::size_t clients, Connect
   const auto begin = Clock::now();
   {
     std::vector<std::jthread> threads;
+    threads.reserve(clients);
     for (Asking &client : asking)
       threads.emplace_back([&] { client.run(port, target, connections, body, begin + time); });
   }
@@ -152,7 +108,7 @@ Served ask_for(int port, const std::string &target, std::size_t clients, Connect
     times.insert(times.end(), client.times.begin(), client.times.end());
   }
   served.rate = static_cast<double>(served.right) / std::chrono::duration<double>(Clock::now() - begin).count();
-  served.median = median_of(times);
+  served.median = std::chrono::duration<double>(median(std::move(times)));
   return served;
 }
 
@@ -208,7 +164,7 @@ void Crowd::join(Client &client) {
   ::setsockopt(client.fd, IPPROTO_IP, IP_BIND_ADDRESS_NO_PORT, &on, sizeof on);
   ::setsockopt(client.fd, SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
   const sockaddr_in from = loopback(client.host, 0), to = loopback(0, port_);
-  ::bind(client.fd, reinterpret_cast<const sockaddr *>(&from), sizeof from);
+  if (::bind(client.fd, reinterpret_cast<const sockaddr *>(&from), sizeof from) != 0) return leave(client);
   if (::connect(client.fd, reinterpret_cast<const sockaddr *>(&to), sizeof to) != 0 && errno != EINPROGRESS)
     return leave(client);
   epoll_event event{EPOLLOUT | EPOLLRDHUP | EPOLLET, {&client}};

@@ -4,9 +4,7 @@
 /// and ratios. Exit status 1 if the ratio with 32 kept connections is below its limit.
 ///
 /// Usage: nginx_trial [ROUNDS [SECONDS [NGINX-WORKERS]]]
-#include <algorithm>
 #include <cstdio>
-#include <filesystem>
 #include <map>
 #include <memory>
 #include <string>
@@ -14,7 +12,8 @@
 
 #include <gtest/gtest.h>
 
-#include "load.h"
+#include "median.h"
+#include "nginx.h"
 #include "site.h"
 #include "support/process.h"
 
@@ -23,43 +22,8 @@ using namespace rdm::bench;
 
 namespace {
 
-/// Least ratios to nginx by number of workers; none is stated for 1.
-const std::map<std::string, double> ratio_limits{{"0", 0.7}, {"2", 0.6}};
-
-int free_port() {
-  const auto finished = support::run({"/bin/sh", "-c", "shuf -i 20000-30000 -n 1"});
-  return std::stoi(finished.out);
-}
-
-/// Nginx serves the files of a directory, without an access log as rdmd does.
-class Nginx {
- public:
-  Nginx(const support::TemporaryDirectory &directory, const std::string &workers) : port_(free_port()) {
-    const std::string config = directory.write(
-        "nginx.conf",
-        "worker_processes " + workers + ";\npid " + directory.path("nginx.pid") + ";\nerror_log " +
-            directory.path("nginx.err") +
-            ";\ndaemon off;\nevents { worker_connections 4096; }\nhttp { access_log off; sendfile on; tcp_nopush on; "
-            "keepalive_requests 1000000000; default_type application/x-rdm; server { listen "
-            "127.0.0.1:" +
-            std::to_string(port_) + "; root " + directory.path("files") + "; } }\n");
-    process_ = support::start({"/usr/sbin/nginx", "-c", config, "-p", directory.path()}, "/dev/null", "/dev/null",
-                              directory.path("nginx.out"));
-    if (!support::eventually([this] { return support::run({"/bin/sh", "-c", "curl -s " + url()}).status == 0; }))
-      fail("nginx does not start");
-  }
-  Nginx(const Nginx &) = delete;
-  Nginx &operator=(const Nginx &) = delete;
-  ~Nginx() {
-    ::kill(process_, SIGTERM);
-    support::wait_for(process_);
-  }
-  std::string url() const { return "http://127.0.0.1:" + std::to_string(port_) + "/status"; }
-
- private:
-  int port_;
-  pid_t process_ = -1;
-};
+/// ratio_limits returns the least ratios to nginx by number of workers; none is stated for 1.
+std::map<std::string, double> ratio_limits() { return {{"0", 0.7}, {"2", 0.6}}; }
 
 /// wrk returns the answers per second.
 double wrk(const std::string &url, int connections, bool kept, const std::string &seconds) {
@@ -72,11 +36,6 @@ double wrk(const std::string &url, int connections, bool kept, const std::string
   return std::stod(finished.out.substr(at + name.size()));
 }
 
-double median(std::vector<double> values) {
-  std::nth_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2), values.end());
-  return values[values.size() / 2];
-}
-
 /// Contestant is a server and what it reached in each round.
 struct Contestant {
   std::string name, workers, url;
@@ -84,8 +43,9 @@ struct Contestant {
 };
 
 std::vector<Contestant> contestants(const Site &site, const Nginx &nginx) {
+  const std::string nginx_url = "http://127.0.0.1:" + std::to_string(nginx.port()) + "/status";
   std::vector<Contestant> all;
-  all.push_back({"nginx", "", nginx.url(), nullptr});
+  all.push_back({"nginx", "", nginx_url, nullptr});
   for (const std::string workers : {"0", "1", "2"}) {
     auto server = site.start({"--workers", workers});
     const std::string url = "http://127.0.0.1:" + std::to_string(server->port()) + status_target;
@@ -98,11 +58,12 @@ bool contest(const std::vector<Contestant> &all, int connections, bool kept, int
   std::vector<std::vector<double>> rates(all.size());
   for (int round = 0; round < rounds; ++round)
     for (std::size_t i = 0; i < all.size(); ++i) rates[i].push_back(wrk(all[i].url, connections, kept, seconds));
+  const std::map<std::string, double> limits = ratio_limits();
   bool good = true;
   for (std::size_t i = 0; i < all.size(); ++i) {
     const double ratio = median(rates[i]) / median(rates[0]);
-    const auto limit = ratio_limits.find(all[i].workers);
-    const bool judged = kept && connections == 32 && limit != ratio_limits.end();
+    const auto limit = limits.find(all[i].workers);
+    const bool judged = kept && connections == 32 && limit != limits.end();
     const bool fits = !judged || ratio >= limit->second;
     std::printf("%4d %-8s %-18s %9.0f/s  %.2f x nginx%s\n", connections, kept ? "kept" : "new", all[i].name.c_str(),
                 median(rates[i]), ratio, fits ? "" : "  BELOW ITS LIMIT");
@@ -114,13 +75,9 @@ bool contest(const std::vector<Contestant> &all, int connections, bool kept, int
 
 bool measure(int rounds, const std::string &seconds, const std::string &nginx_workers) {
   const Site site(10);
-  const support::TemporaryDirectory directory;
-  std::filesystem::create_directory(directory.path("files"));
+  const Nginx nginx(nginx_workers);
   const auto any = site.start({"--workers", "0"});
-  support::write_file(directory.path("files/status"), support::http_get(any->port(), status_target).body);
-  std::filesystem::permissions(directory.path(), std::filesystem::perms::others_exec,
-                               std::filesystem::perm_options::add);
-  const Nginx nginx(directory, nginx_workers);
+  support::write_file(nginx.file("status"), support::http_get(any->port(), status_target).body);
   const std::vector<Contestant> all = contestants(site, nginx);
   bool good = true;
   for (const bool kept : {true, false})

@@ -4,55 +4,28 @@
 #include <sys/resource.h>
 
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <stdexcept>
 
+#include "descriptions.h"
 #include "support/directories.h"
 #include "support/process.h"
 
 namespace rdm::bench {
 namespace {
 
-void write_attribute(std::ostream &out, const std::string &name, const std::string &value) {
-  out << name << '{' << value.size() << "}:\t" << value << '\n';
-}
-
-/// prose returns text of this size that differs from record to record.
-std::string prose(std::size_t record, std::size_t size) {
-  static constexpr const char *words[] = {"catalog", "record", "river", "mountain", "letter", "history", "method"};
-  std::string text;
-  while (text.size() < size) {
-    text += words[record % std::size(words)];
-    text += ' ';
-    record = record * 6364136223846793005U + 1442695040888963407U;
-  }
-  text.resize(size);
-  return text;
-}
-
-void write_description(std::ostream &out, std::size_t number) {
-  const std::string name = std::to_string(number);
-  out << "@DOCUMENT { http://host.example/documents/" << name << ".html\n";
-  write_attribute(out, "title", "Document " + name + ": " + prose(number, 60));
-  write_attribute(out, "author-1", prose(number + 1, 20));
-  write_attribute(out, "author-2", prose(number + 2, 24));
-  write_attribute(out, "description", prose(number + 3, 400));
-  write_attribute(out, "partial-text", prose(number + 4, 1200));
-  write_attribute(out, "keywords", prose(number + 5, 80));
-  write_attribute(out, "content-type", "text/html");
-  write_attribute(out, "content-length", std::to_string(1000 + number % 9000));
-  write_attribute(out, "content-language", "en");
-  write_attribute(out, "classification-1", "Science:Rivers");
-  write_attribute(out, "md5", "0123456789abcdef0123456789abcdef");
-  write_attribute(out, "publisher", "Example Press");
-  out << "}\n\n";
-}
-
 /// must runs a shell command.
 void must(const std::string &command) {
   const auto finished = support::run({"/bin/sh", "-c", command});
   if (finished.status != 0) fail(command + ": " + finished.errors);
+}
+
+/// deliver imports `count` descriptions from `first` on.
+void deliver(const Site &site, std::size_t first, std::size_t count) {
+  const std::string descriptions = site.path("rds.soif");
+  write_descriptions(descriptions, first, count);
+  must(minidba(site.database()) + " update < " + descriptions);
+  std::filesystem::remove(descriptions);
 }
 
 }  // namespace
@@ -67,12 +40,6 @@ std::size_t use_all_files() {
   return limit.rlim_max;
 }
 
-void write_descriptions(const std::string &path, std::size_t first, std::size_t count) {
-  std::ofstream out(path, std::ios::binary | std::ios::app);
-  for (std::size_t i = 0; i < count; ++i) write_description(out, first + i);
-  if (!out.flush()) fail("cannot write " + path);
-}
-
 int run_bench(const std::function<bool()> &bench) {
   try {
     return bench() ? 0 : 1;
@@ -82,13 +49,19 @@ int run_bench(const std::function<bool()> &bench) {
   }
 }
 
-Site::Site(std::size_t records) {
+std::string minidba(const std::string &database) {
+  return support::in_build("bin/minidba") + " -d " + database + " -i " + database + ".idx";
+}
+
+Site::Site(std::size_t records, const std::vector<std::size_t> &deliveries) {
   std::filesystem::create_directory(path("tmp"));
-  const std::string descriptions = path("rds.soif"), tool = support::in_build("bin/minidba") + " -d " + database();
-  write_descriptions(descriptions, 0, records);
-  must(tool + " update < " + descriptions);
-  must(tool + " -i " + database() + ".idx index");
-  std::filesystem::remove(descriptions);
+  std::size_t first = 0;
+  for (const std::size_t count : deliveries) {
+    deliver(*this, first, count);
+    first += count;
+  }
+  deliver(*this, first, records - first);
+  must(minidba(database()) + " index");
   directory_.write("csid.conf",
                    std::string("csid=\"") + catalog_name + "\"\ncatalog-database=\"" + database() + "\"\n");
   directory_.write("rdm.conf", "bindir=\"" + support::in_build("bin") + "\"\ntmpdir=\"" + path("tmp") +

@@ -29,14 +29,15 @@ int run_bench(const std::function<bool()> &bench);
 /// returns that.
 std::size_t use_all_files();
 
-/// write_descriptions appends SOIF of `count` RDs, each of about 2 KB and with twelve attributes, to a file. Their URLs
-/// are numbered from `first` on.
-void write_descriptions(const std::string &path, std::size_t first, std::size_t count);
+/// minidba returns a shell command without its verb: the tool of this build, a database and its index.
+std::string minidba(const std::string &database);
 
 /// Site is a directory with a configuration and a catalog, which it removes at the end.
 class Site {
  public:
-  explicit Site(std::size_t records);
+  /// The catalog has the descriptions from 0 on. They come in deliveries of these counts and a last one with the rest;
+  /// each delivery has a later time of change.
+  explicit Site(std::size_t records, const std::vector<std::size_t> &deliveries = {});
 
   /// start runs rdmd on a free port, with these arguments besides. The server lives as long as the caller keeps it.
   std::unique_ptr<support::RdmdProcess> start(const std::vector<std::string> &arguments = {}) const;
