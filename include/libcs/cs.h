@@ -86,7 +86,8 @@ char *pblock_pblock2str_add_nl(char *text) QX_NOEXCEPT;
 /// flushed. Returns null, or a static text with the reason for a refusal; then the buffers are unchanged.
 const char *pblock_pblock2rdm(pblock *block, csio *header, csio *query) QX_NOEXCEPT;
 
-/// pblock_remove_n_free removes and releases the first parameter `name`. A null or unknown name is ignored.
+/// pblock_remove_n_free removes and releases the first parameter `name`. A null or unknown name is ignored. If
+/// allocation fails, the parameter stays.
 void pblock_remove_n_free(const char *name, pblock *block) QX_NOEXCEPT;
 
 /* ---- Commands ---- */

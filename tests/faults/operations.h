@@ -13,6 +13,8 @@
 #include <libcs/adt.h>
 #include <qxapi/qxapi.h>
 
+#include "qxapi/records.h"
+
 namespace rdm::faults {
 
 /// Memory binds a host whose allocations are counted and, during the operation under test, fail on request.
@@ -73,6 +75,11 @@ inline bool lacks_a_part(const std::string &text, const std::string &whole) {
 /// equals returns true if `text` is not null and equals `expected`.
 inline bool equals(const char *text, const char *expected) {
   return text != nullptr && std::strcmp(text, expected) == 0;
+}
+
+/// fill_room uses up the room of a block, so that further pairs take memory.
+inline void fill_room(pblock *block) {
+  while (block->has_room(size_in_room("filler", ""))) host_param_add("filler", "", block);
 }
 
 /// bytes_of returns the bytes of a buffer.

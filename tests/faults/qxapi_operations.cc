@@ -78,13 +78,20 @@ constexpr Operation operations[] = {
        const PblockPtr block(memory.failing([] { return host_param_create(3); }));
        return judge(block && host_param_add("a", "1", block.get()) == 0, !block);
      }},
-    {"host_param_find host_param_find_entry host_param_free_entry host_param_free",
+    // A pair that could not be taken out stays.
+    {"host_param_find_entry", Need::reported,
+     [](Memory &memory) {
+       const PblockPtr block = block_of_two();
+       const ParamPtr entry(memory.failing([&] { return host_param_find_entry("a", block.get(), 1); }));
+       const char *left = host_param_find("a", block.get());
+       return judge(entry && equals(entry->value, "1") && left == nullptr, !entry && equals(left, "1"));
+     }},
+    {"host_param_find host_param_free_entry host_param_free",
      [](Memory &memory) {
        pblock *block = block_of_two().release();
+       host_param *entry = host_param_find_entry("a", block, 1);
        return memory.failing([&] {
-         host_param *entry = host_param_find_entry("a", block, 1);
-         const bool is_right = equals(entry->value, "1") && host_param_find("a", block) == nullptr &&
-                               equals(host_param_find("b", block), "2");
+         const bool is_right = equals(host_param_find("b", block), "2");
          host_param_free_entry(entry);
          host_param_free(block);
          return is_right;
@@ -94,6 +101,7 @@ constexpr Operation operations[] = {
     {"host_param_add", Need::reported,
      [](Memory &memory) {
        const PblockPtr block = block_of_two();
+       fill_room(block.get());
        const int result = memory.failing([&] { return host_param_add("c", "3", block.get()); });
        const char *added = host_param_find("c", block.get());
        const bool goes_on =

@@ -78,6 +78,7 @@ struct Service {
   Service() {
     support::host_record() = support::HostRecord{};
     csid_init(files().path.c_str(), "c");
+    for (pblock *block : {rq->response, rq->vars}) fill_room(block);
     x.header("content-length", std::to_string(request_text.size()));
     header->query_language = host_strdup("gatherer");
     header->csid = host_strdup("c");
@@ -347,6 +348,7 @@ constexpr Operation operations[] = {
     {"rdmhdr_reset", Need::unreported,
      [](Memory &memory) {
        const Service service;
+       host_free(std::exchange(service.header->version, host_strdup("2.0")));
        memory.failing([&] { rdmhdr_reset(service.header.get()); });
        if (!is_reset(*service.header)) return Verdict::wrong;
        return equals(service.header->version, "1.0") ? Verdict::right : Verdict::incomplete;

@@ -54,7 +54,9 @@ bool has_foreign_pairs() {
 /// Maps holds the two blocks of an alias file.
 struct Maps {
   pblock *a2p = host_param_create(3), *p2a = host_param_create(3);
-  Maps() = default;
+  Maps() {
+    for (pblock *map : {a2p, p2a}) fill_room(map);
+  }
   Maps(const Maps &) = delete;
   Maps &operator=(const Maps &) = delete;
   ~Maps() { alias_destroy(a2p, p2a); }
