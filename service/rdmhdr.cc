@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: MIT
+#include <algorithm>
 #include <cstring>
 
 #include <libcs/log.h>
 
 #include "libcs/guard.h"
+#include "libcs/soif/borrowed.h"
+#include "libcs/soif/field_reader.h"
 #include "qxapi/ascii.h"
 #include "qxapi/log_text.h"
 #include "service/csid.h"
@@ -53,55 +56,73 @@ int32_t type_of_name(const char *name) {
   return RDM_UNKNOWN;
 }
 
-void insert(SOIF *object, const char *name, const char *value) {
-  if (value != nullptr) soif_insert(object, name, value, static_cast<int32_t>(std::strlen(value)));
-}
-
 char *copy_of(const char *text) { return text != nullptr ? host_strdup(text) : nullptr; }
 
-/// read_object parses the first object of the header text. Returns null if it is missing or malformed. If more input
-/// follows, it appends a NUL, so an object still open at header_limit is rejected.
-SoifPtr read_object(csio *io) {
-  char text[header_limit + 1] = {};
-  const int32_t length = csio_copy(io, text, header_limit);
-  if (length < 1) {
-    CSLOG(CSLOG_ERROR, "rdmhdr", "No data for header.\n");
-    return nullptr;
+/// The attributes of a header that are read.
+enum HeaderField { version, type, query_language, error_message, error_code, csid, field_count };
+
+/// HeaderText is the header at the read position of a message.
+class HeaderText {
+ public:
+  explicit HeaderText(csio *io) noexcept
+      : length_(static_cast<size_t>(std::max(csio_copy(io, text_, header_limit), 0))),
+        is_cut_(io->position < io->length),
+        reader_(text_, length_ + (is_cut_ ? 1 : 0)) {
+    // If more input follows, the text goes on with a NUL, so an object still open at header_limit is rejected.
+    text_[length_] = '\0';
   }
-  const bool cut = io->position < io->length;
-  SoifReader reader(std::string_view(text, static_cast<size_t>(length) + (cut ? 1 : 0)));
-  SoifPtr object = reader.next();
-  if (!object || reader.position() > length) {
-    CSLOG(CSLOG_ERROR, "rdmhdr", "Invalid RDMHEADER specification...\n");
-    return nullptr;
+
+  /// parse returns true if the text begins with a header object; otherwise it logs the reason.
+  bool parse() noexcept {
+    if (length_ == 0) {
+      CSLOG(CSLOG_ERROR, "rdmhdr", "No data for header.\n");
+      return false;
+    }
+    if (!reader_.next(fields_) || (is_cut_ && reader_.left() == 0)) {
+      CSLOG(CSLOG_ERROR, "rdmhdr", "Invalid RDMHEADER specification...\n");
+      return false;
+    }
+    if (ascii::iequals(reader_.template_name(), "RDMHEADER")) return true;
+    CSLOG(CSLOG_ERROR, "rdmhdr", "Mismatched RDMHEADER specification: %s\n", LogText(reader_.template_name()).c_str());
+    return false;
   }
-  if (!ascii::iequals(object->template_name, "RDMHEADER")) {
-    CSLOG(CSLOG_ERROR, "rdmhdr", "Mismatched RDMHEADER specification: %s\n", LogText(object->template_name).c_str());
-    return nullptr;
-  }
-  return object;
-}
+
+  /// value returns an attribute of the object, or null.
+  const char *value(HeaderField field) const noexcept { return fields_[field].value; }
+
+ private:
+  char text_[header_limit + 2];
+  const size_t length_;
+  const bool is_cut_;
+  soif::FieldReader reader_;
+  soif::Field fields_[field_count] = {{"rdm-version"},       {"rdm-type"},       {"rdm-query-language"},
+                                      {"rdm-error-message"}, {"rdm-error-code"}, {"catalog-service-id"}};
+};
 
 /// check_version returns 0, or the result of rdmhdr_parse for a missing or unsupported version.
-int check_version(const SOIF *object) {
-  const char *version = soif_findval(object, "rdm-version");
-  if (version == nullptr) {
+int check_version(const char *text) {
+  if (text == nullptr) {
     CSLOG(CSLOG_ERROR, "rdmhdr", "No rdm-version?\n");
     return 1;
   }
-  if (ascii::iequals(version, supported_version)) return 0;
-  CSLOG(CSLOG_ERROR, "rdmhdr", "Unsupported rdm-version: '%s'\n", LogText(version).c_str());
+  if (ascii::iequals(text, supported_version)) return 0;
+  CSLOG(CSLOG_ERROR, "rdmhdr", "Unsupported rdm-version: '%s'\n", LogText(text).c_str());
   return 2;
 }
 
-void take_fields(const SOIF *object, const char *default_csid, rdmhdr *h) {
-  if (const char *type = soif_findval(object, "rdm-type")) h->type = type_of_name(type);
-  h->query_language = copy_of(soif_findval(object, "rdm-query-language"));
-  h->error_message = copy_of(soif_findval(object, "rdm-error-message"));
-  if (const char *code = soif_findval(object, "rdm-error-code")) h->error_code = ascii::to_int32(code);
-  const char *csid = soif_findval(object, "catalog-service-id");
-  if (csid == nullptr && default_csid != nullptr && *default_csid != '\0') csid = default_csid;
-  h->csid = host_strdup(csid != nullptr ? csid : "unknown");
+void take_fields(const HeaderText &header, const char *default_csid, rdmhdr *h) {
+  if (const char *name = header.value(type)) h->type = type_of_name(name);
+  h->query_language = copy_of(header.value(query_language));
+  h->error_message = copy_of(header.value(error_message));
+  if (const char *code = header.value(error_code)) h->error_code = ascii::to_int32(code);
+  const char *named = header.value(csid);
+  if (named == nullptr && default_csid != nullptr && *default_csid != '\0') named = default_csid;
+  h->csid = host_strdup(named != nullptr ? named : "unknown");
+}
+
+/// release releases every text but the version.
+void release(const rdmhdr &h) {
+  for (char *text : {h.query_language, h.error_message, h.response_interpret, h.csid}) host_free(text);
 }
 
 }  // namespace
@@ -121,32 +142,32 @@ void rdm::rdm_answer(rdmhdr *header, int32_t type, const char *error_message) no
 void rdmhdr_create(rdmhdr **out) noexcept { *out = host_new<rdmhdr>().release(); }
 
 void rdmhdr_reset(rdmhdr *h) noexcept {
-  for (char *text : {h->version, h->query_language, h->error_message, h->response_interpret, h->csid}) host_free(text);
+  HostText version(h->version);
+  release(*h);
   *h = rdmhdr{};
-  h->version = host_strdup(supported_version);
+  const bool is_set = version && std::strcmp(version.get(), supported_version) == 0;
+  h->version = is_set ? version.release() : host_strdup(supported_version);
 }
 
 void rdmhdr_destroy(rdmhdr *h) noexcept {
   if (h == nullptr) return;
-  rdmhdr_reset(h);
+  release(*h);
   host_free(h->version);
   host_free(h);
 }
 
 int rdmhdr_print(const rdmhdr *h, csio *io) noexcept {
-  // With one bucket, attributes print in the order of insertion.
-  if (const SoifPtr object = make_soif("RDMHEADER", "-", 1)) {
-    insert(object.get(), "rdm-version", supported_version);
-    insert(object.get(), "rdm-type", rdm_type_name(h->type));
-    insert(object.get(), "rdm-query-language", h->query_language);
-    insert(object.get(), "rdm-response-interpret", h->response_interpret);
-    insert(object.get(), "catalog-service-id", h->csid);
-    insert(object.get(), "rdm-error-message", h->error_message);
-    char code[24];
-    host_itoa(h->error_code, code);
-    if (h->error_code > 0) insert(object.get(), "rdm-error-code", code);
-    SoifWriter(io).print(object.get());
-  }
+  char code[24];
+  host_itoa(h->error_code, code);
+  soif::BorrowedObject<7> object("RDMHEADER", "-");
+  object.add("rdm-version", supported_version);
+  object.add("rdm-type", rdm_type_name(h->type));
+  object.add("rdm-query-language", h->query_language);
+  object.add("rdm-response-interpret", h->response_interpret);
+  object.add("catalog-service-id", h->csid);
+  object.add("rdm-error-message", h->error_message);
+  object.add("rdm-error-code", h->error_code > 0 ? code : nullptr);
+  SoifWriter(io).print(object.get());
   append_text(io, "\n\n");
   csio_append(io, nullptr, 0);
   return 0;
@@ -155,9 +176,9 @@ int rdmhdr_print(const rdmhdr *h, csio *io) noexcept {
 int rdmhdr_parse(csio *io, rdmhdr *h) noexcept {
   const char *default_csid = csid_default(nullptr);
   rdmhdr_reset(h);
-  const SoifPtr object = read_object(io);
-  if (!object) return 1;
-  if (const int failure = check_version(object.get())) return failure;
-  take_fields(object.get(), default_csid, h);
+  HeaderText header(io);
+  if (!header.parse()) return 1;
+  if (const int failure = check_version(header.value(version))) return failure;
+  take_fields(header, default_csid, h);
   return 0;
 }

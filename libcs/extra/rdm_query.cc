@@ -1,46 +1,39 @@
 // SPDX-License-Identifier: MIT
-#include <cstring>
-#include <initializer_list>
+#include <algorithm>
+#include <iterator>
 
 #include <libcs/cs.h>
 
+#include "libcs/adt/name_hash.h"
 #include "libcs/guard.h"
+#include "libcs/soif/borrowed.h"
+#include "libcs/soif/grammar.h"
 
 using namespace rdm;
 
 namespace {
 
-struct Attribute {
-  const char *name;
-  const char *value;  // null: no attribute
-};
+/// The parameters of a query, in the order in which an object with the default number of buckets prints them.
+constexpr const char *query_parameters[] = {"view-order", "view-attributes", "view-hits", "scope"};
 
-void print_object(const char *template_name, int buckets, std::initializer_list<Attribute> attributes, csio *out) {
-  const SoifPtr object = make_soif(template_name, "-", buckets);
-  if (!object) return;
-  for (const auto &[name, value] : attributes)
-    if (value != nullptr) soif_insert(object.get(), name, value, static_cast<int32_t>(std::strlen(value)));
-  SoifWriter(out).print(object.get());
-}
+constexpr uint32_t bucket_of(const char *name) { return name_hash(name) % uint32_t{soif::bucket_count}; }
+static_assert(std::is_sorted(std::begin(query_parameters), std::end(query_parameters),
+                             [](const char *a, const char *b) { return bucket_of(a) < bucket_of(b); }));
 
 void print_header(const char *type, const pblock *block, csio *out) {
-  // With one bucket, attributes print in the order of insertion.
-  print_object("RDMHEADER", 1,
-               {{"rdm-version", "1.0"},
-                {"rdm-type", type},
-                {"rdm-query-language", host_param_find("ql", block)},
-                {"catalog-service-id", host_param_find("csid", block)}},
-               out);
+  soif::BorrowedObject<4> object("RDMHEADER", "-");
+  object.add("rdm-version", "1.0");
+  object.add("rdm-type", type);
+  object.add("rdm-query-language", host_param_find("ql", block));
+  object.add("catalog-service-id", host_param_find("csid", block));
+  SoifWriter(out).print(object.get());
   csio_append(out, "\n\n\n", 3);
 }
 
 void print_query(const pblock *block, csio *out) {
-  print_object("RDMQUERY", 0,
-               {{"scope", host_param_find("scope", block)},
-                {"view-attributes", host_param_find("view-attributes", block)},
-                {"view-hits", host_param_find("view-hits", block)},
-                {"view-order", host_param_find("view-order", block)}},
-               out);
+  soif::BorrowedObject<std::size(query_parameters)> object("RDMQUERY", "-");
+  for (const char *name : query_parameters) object.add(name, host_param_find(name, block));
+  SoifWriter(out).print(object.get());
 }
 
 }  // namespace

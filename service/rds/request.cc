@@ -5,6 +5,7 @@
 #include <libcs/cs.h>
 #include <libcs/log.h>
 
+#include "libcs/soif/field_reader.h"
 #include "qxapi/ascii.h"
 #include "service/csid.h"
 #include "service/message.h"
@@ -37,16 +38,30 @@ int32_t refuse(const char *message, rdmhdr *header, csio *response) {
   return 0;
 }
 
-/// parse_query returns the query object of a request body, or null.
-SoifPtr parse_query(csio *body) {
-  char text[query_limit] = {};
-  const int32_t length = csio_copy(body, text, query_limit);
-  SoifReader reader(std::string_view(text, static_cast<size_t>(std::max(length, 0))));
-  SoifPtr object = reader.next();
-  if (object && ascii::iequals(object->template_name, "RDMHEADER")) object = reader.next();
-  if (object && !ascii::iequals(object->template_name, "RDMQUERY")) object.reset();
-  return object;
-}
+/// The attributes of a query object that are read.
+enum QueryField { scope, view_hits, view_attributes, field_count };
+
+/// QueryText is the query object in a request body.
+class QueryText {
+ public:
+  explicit QueryText(csio *body) noexcept
+      : reader_(text_, static_cast<size_t>(std::max(csio_copy(body, text_, query_limit), 0))) {}
+
+  /// parse returns true if the body begins with a query object, or with a header and a query object.
+  bool parse() noexcept {
+    bool is_read = reader_.next(fields_);
+    if (is_read && ascii::iequals(reader_.template_name(), "RDMHEADER")) is_read = reader_.next(fields_);
+    return is_read && ascii::iequals(reader_.template_name(), "RDMQUERY");
+  }
+
+  /// value returns an attribute of the object, or null. The text may be changed.
+  char *value(QueryField field) noexcept { return fields_[field].value; }
+
+ private:
+  char text_[query_limit + 1];
+  soif::FieldReader reader_;
+  soif::Field fields_[field_count] = {{"scope"}, {"view-hits"}, {"view-attributes"}};
+};
 
 /// split_at_commas splits a list in place into at most attribute_limit names. Names longer than any attribute's are
 /// omitted. An empty list selects every attribute; a list whose names were all omitted selects none.
@@ -64,11 +79,11 @@ void split_at_commas(char *list, char **names) {
 }
 
 /// read_scope returns true if the scope is known. The character after "since" is ignored.
-bool read_scope(std::string_view scope, Query &query) {
+bool read_scope(std::string_view text, Query &query) {
   constexpr std::string_view since = "since";
-  if (ascii::istarts_with(scope, "all")) return true;
-  if (!ascii::istarts_with(scope, since)) return false;
-  const std::string_view time = scope.substr(std::min(since.size() + 1, scope.size()));
+  if (ascii::istarts_with(text, "all")) return true;
+  if (!ascii::istarts_with(text, since)) return false;
+  const std::string_view time = text.substr(std::min(since.size() + 1, text.size()));
   cs_str2time(time.data(), &query.since);
   query.since = std::max<time_t>(query.since, 0);
   return true;
@@ -164,20 +179,20 @@ int32_t rds_rd_request(rdmhdr *header, csio *body, csio *response, Session *sn, 
   if (header->query_language == nullptr || !ascii::iequals(header->query_language, "gatherer"))
     return rds_qmgr_do_error(header, body, response);
 
-  const SoifPtr object = parse_query(body);
-  if (!object) {
+  QueryText text(body);
+  if (!text.parse()) {
     CSLOG(CSLOG_WARNING, "rds", "Invalid RDMQUERY specification...\n");
     return refuse("Invalid RDMQUERY specification.", header, response);
   }
-  const char *scope = soif_findval(object.get(), "scope");
-  if (scope == nullptr) {
+  const char *const scope_text = text.value(scope);
+  if (scope_text == nullptr) {
     CSLOG(CSLOG_WARNING, "rds", "No 'Scope' in Gatherer Query...\n");
     return refuse("Scope parameter required.", header, response);
   }
   Query query;
-  if (const char *hits = soif_findval(object.get(), "view-hits")) query.limit = ascii::to_int32(hits);
-  if (char *names = soif_findval(object.get(), "view-attributes")) split_at_commas(names, query.attributes);
-  if (!read_scope(scope, query)) {
+  if (const char *hits = text.value(view_hits)) query.limit = ascii::to_int32(hits);
+  if (char *names = text.value(view_attributes)) split_at_commas(names, query.attributes);
+  if (!read_scope(scope_text, query)) {
     host_set_status(sn, rq, 403, bad_scope);
     host_report_error(0, report_name, sn, rq, "%s", bad_scope);
     return refuse("Scope parameter malformed.", header, response);

@@ -9,6 +9,7 @@
 #include <libcs/soif.h>
 
 #include "libcs/guard.h"
+#include "libcs/soif/borrowed.h"
 #include "libcs/soif/objects.h"
 #include "support/files.h"
 #include "support/memory_host.h"
@@ -45,6 +46,23 @@ class Print : public support::HostTest {
 TEST_F(Print, WritesAnObjectWithoutAttributes) {
   EXPECT_EQ(text(make_soif("FILE", "/a")), "@FILE { /a\n}\n");
   EXPECT_EQ(text(make_soif(nullptr, nullptr)), "@OBJECT { -\n}\n");
+}
+
+TEST_F(Print, WritesABorrowedObjectAsOneThatOwnsItsTexts) {
+  soif::BorrowedObject<3> object("FILE", "/a");
+  const auto text_of = [&] {
+    std::string all;
+    Calls calls;
+    SoifWriter(record_call, &calls).print(object.get());
+    for (const std::string &call : calls) all += call;
+    return all;
+  };
+  EXPECT_EQ(text_of(), "@FILE { /a\n}\n");
+  const long before = host.allocations;
+  for (const auto &[name, value] : {std::pair{"z", "1"}, {"empty", ""}, {"absent", nullptr}, {"a", "two"}})
+    object.add(name, value);
+  EXPECT_EQ(text_of(), "@FILE { /a\nz{1}:\t1\na{3}:\ttwo\n}\n");
+  EXPECT_EQ(host.allocations, before);
 }
 
 TEST_F(Print, LeavesEmptyValuesOut) {
