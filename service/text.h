@@ -5,6 +5,7 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <initializer_list>
 
 #include "qxapi/guard.h"
 
@@ -22,6 +23,18 @@ inline HostText format_text(const char *format, ...) noexcept {
   if (text) std::vsnprintf(text.get(), static_cast<size_t>(length) + 1, format, arguments);
   va_end(arguments);
   return text;
+}
+
+/// concatenate returns the texts one after the other, or null if allocation fails.
+inline HostText concatenate(std::initializer_list<std::string_view> texts) noexcept {
+  size_t length = 0;
+  for (const std::string_view text : texts) length += text.size();
+  HostText whole(static_cast<char *>(host_alloc(length + 1)));
+  if (!whole) return whole;
+  char *end = whole.get();
+  for (const std::string_view text : texts) end += text.copy(end, text.size());
+  *end = '\0';
+  return whole;
 }
 
 /// shown returns a text for a diagnostic: "(null)" or "(empty)" for such texts.

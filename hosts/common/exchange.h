@@ -13,6 +13,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "hosts/common/head.h"
 #include "hosts/common/output_queue.h"
@@ -78,6 +79,8 @@ class Exchange {
   bool started() const { return head_.has_value(); }
   /// head returns the frozen head. Call it only if started() is true.
   const Head &head() const { return *head_; }
+  /// take_head moves the frozen head out, as the last use of the exchange.
+  Head take_head() { return std::move(*head_); }
   /// delimited returns true if the client can detect the end of the answer: the body has the declared length, or there
   /// is no body.
   bool delimited() const { return started() && (head_only_ || head_->length == written_); }

@@ -54,7 +54,12 @@ bool is_host_field(std::string_view name) {
 }
 
 /// one_line returns `text` with control characters replaced by spaces and without surrounding spaces.
-std::string one_line(std::string_view text) { return std::string(trim(without_controls(text, ' '), " ")); }
+std::string one_line(std::string_view text) {
+  std::string line = without_controls(text, ' ');
+  line.erase(line.find_last_not_of(' ') + 1);
+  line.erase(0, line.find_first_not_of(' '));
+  return line;
+}
 
 std::optional<std::int64_t> decimal(std::string_view text) {
   return text.starts_with('-') ? std::nullopt : parse_number<std::int64_t>(text);
@@ -102,6 +107,7 @@ Head freeze_head(int status, std::string_view reason, const pblock &response) {
   const bool valid = status >= 200 && status <= 599;
   head.status = valid ? status : 500;
   if (valid) head.reason = one_line(reason);
+  head.fields.reserve(response.count);
   for (const host_param *entry = response.first; entry != nullptr; entry = entry->next) {
     if (!is_token(entry->name) || is_host_field(entry->name)) continue;
     std::string value = one_line(entry->value);

@@ -23,7 +23,7 @@ ServiceAnswer call_service(Plugin &plugin, ServiceRequest request) {
   answer.labels = read_labels(*exchange);
   if (answer.outcome != Outcome::answered) return answer;
   answer.delimited = exchange->delimited();
-  answer.head = exchange->head();
+  answer.head = exchange->take_head();
   answer.pieces = exchange->queue().take();
   return answer;
 }

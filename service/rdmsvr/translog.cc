@@ -31,8 +31,8 @@ int rdm_log_add(const char *message, const char *second, const char *third, Sess
   char now[64];
   format_now(now);
   const char *client = sn->client != nullptr ? host_param_find("ip", sn->client) : nullptr;
-  const HostText line = format_text("%s - - [%s] \"%s\" %s %s\n", or_dash(client), now, or_dash(message),
-                                    or_dash(second), or_dash(third));
+  const HostText line = concatenate(
+      {or_dash(client), " - - [", now, "] \"", or_dash(message), "\" ", or_dash(second), " ", or_dash(third), "\n"});
   return line ? host_param_add(pending_line, line.get(), rq->vars) : -1;
 }
 

@@ -10,11 +10,13 @@ using namespace rdm;
 namespace {
 
 std::atomic<bool> armed{false};
+std::atomic<long> calls{0};
 std::size_t smallest = 0, largest = 0;
 
 }  // namespace
 
 void *operator new(std::size_t n) {
+  ++calls;
   const bool meant = armed && n >= smallest && n <= largest && armed.exchange(false);
   void *block = meant ? nullptr : std::malloc(n);
   if (block == nullptr) throw std::bad_alloc();
@@ -38,5 +40,7 @@ RefusedNew::RefusedNew(std::size_t least, std::size_t most) {
 RefusedNew::~RefusedNew() { armed = false; }
 
 bool RefusedNew::done() const { return !armed; }
+
+long calls_of_new() { return calls; }
 
 }  // namespace rdm::support

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Makes `new` fail. Programs link the library refused_new for it.
+/// Makes `new` fail, and counts it. Programs link the library refused_new for it.
 #ifndef TESTS_SUPPORT_REFUSED_NEW_H
 #define TESTS_SUPPORT_REFUSED_NEW_H
 
@@ -18,6 +18,9 @@ class RefusedNew {
   /// done returns true if one has failed.
   bool done() const;
 };
+
+/// calls_of_new returns how often `new` was called, in any thread.
+long calls_of_new();
 
 }  // namespace rdm::support
 
