@@ -49,7 +49,26 @@ unsigned char next_byte(host_input *input) {
   return static_cast<unsigned char>(byte);
 }
 
-void append_byte(csio *io, unsigned char byte) { csio_append(io, &byte, 1); }
+/// Batch appends bytes to a buffer, many at a time. It appends the last ones when it is destroyed.
+class Batch {
+ public:
+  explicit Batch(csio *io) noexcept : io_(io) {}
+  Batch(const Batch &) = delete;
+  Batch &operator=(const Batch &) = delete;
+  ~Batch() { flush(); }
+
+  void add(unsigned char byte) noexcept {
+    if (count_ == sizeof bytes_) flush();
+    bytes_[count_++] = byte;
+  }
+
+ private:
+  void flush() noexcept { csio_append(io_, bytes_, static_cast<int32_t>(std::exchange(count_, 0))); }
+
+  csio *const io_;
+  size_t count_ = 0;
+  unsigned char bytes_[512];
+};
 
 Refusal read_request_line(Intake &x) {
   x.method = host_param_find("method", x.request->line);
@@ -100,6 +119,7 @@ Refusal make_buffers(Intake &x) {
 /// read_header reads up to the first empty line, which it consumes but does not keep. Carriage returns become blanks,
 /// and may stand between two newlines.
 Refusal read_header(Intake &x) {
+  Batch text(x.header_text.get());
   int newlines = 0;
   unsigned char last_visible = 0;
   for (int32_t kept = 0; kept < x.announced; ++kept) {
@@ -113,7 +133,7 @@ Refusal read_header(Intake &x) {
       newlines = 0;
     }
     if (!ascii::is_space(byte)) last_visible = byte;
-    append_byte(x.header_text.get(), byte);
+    text.add(byte);
   }
   // The announced length ended before an empty line. The parser completes an object at the end of its input, so refuse
   // a header that is cut off here. A brace within a value passes this check: clients rely on the texts of the later
@@ -169,18 +189,20 @@ Refusal check_catalog(Intake &x) {
 
 /// read_announced_body reads `count` bytes. If the host has fewer, the missing bytes are 0.
 void read_announced_body(Intake &x, int32_t count) {
-  for (int32_t i = 0; i < count; ++i) append_byte(x.body.get(), next_byte(x.session->input));
+  Batch bytes(x.body.get());
+  for (int32_t i = 0; i < count; ++i) bytes.add(next_byte(x.session->input));
   x.consumed += count;
 }
 
 /// read_to_end reads to the end of the input after a header that used up the announced length. The 0 at the end is
 /// counted, too, so such a request has more bytes than announced and is refused. An error ends the input.
 void read_to_end(Intake &x) {
+  Batch bytes(x.body.get());
   host_input *input = x.session->input;
   for (int byte = 1; byte > 0;) {
     byte = input->position < input->size ? input->data[input->position++] : host_input_next(input, 1);
     ++x.consumed;
-    if (byte > 0) append_byte(x.body.get(), static_cast<unsigned char>(byte));
+    if (byte > 0) bytes.add(static_cast<unsigned char>(byte));
   }
 }
 
