@@ -53,6 +53,32 @@ TEST_F(TransactionLog, LinesCarryTheTimeInUtc) {
   EXPECT_EQ(y.var("rdm-log-message"), "192.0.2.7 - - [] \"m\" a b\n") << "no time is an empty text";
 }
 
+TEST_F(TransactionLog, EachLineCarriesTheTimeAtWhichItIsWritten) {
+  static time_t now;
+  qxapi_host table = support::memory_host();
+  table.gmtime = [](const time_t *, struct tm *out) { return ::gmtime_r(&now, out); };
+  qxapi_bind(&table);
+  const struct {
+    time_t time;
+    const char *text;
+  } rows[] = {
+      {1794800467, "16/Nov/2026:03:41:07"},
+      {1794800467, "16/Nov/2026:03:41:07"},
+      {1794800468, "16/Nov/2026:03:41:08"},
+      {1794800468 + 60, "16/Nov/2026:03:42:08"},
+      {1794800468 + 3600, "16/Nov/2026:04:41:08"},
+      {1794800468 + 86400, "17/Nov/2026:03:41:08"},
+      {1794800468 + 365 * 86400, "16/Nov/2027:03:41:08"},
+      {1794800467, "16/Nov/2026:03:41:07"},
+  };
+  for (const auto &row : rows) {
+    now = row.time;
+    Exchange x("GET", "/rdm/incoming");
+    EXPECT_EQ(rdm_log_add("m", nullptr, nullptr, &x.session, &x.request), 0);
+    EXPECT_EQ(x.var("rdm-log-message"), std::string("192.0.2.7 - - [") + row.text + " -0000] \"m\" - -\n");
+  }
+}
+
 TEST_F(TransactionLog, LinesCarryThePresentTime) {
   static time_t asked;
   qxapi_host table = support::memory_host();
