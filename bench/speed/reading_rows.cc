@@ -49,6 +49,7 @@ Cost ask_eight(pid_t server, int port, const std::string &target) {
   for (std::size_t i = 0; i < crowd; ++i) readers.emplace_back(port).connect();
   const Cost all = cost_of_single_work(server, [&] {
     std::vector<std::future<void>> answers;
+    answers.reserve(crowd);
     for (Reader &reader : readers)
       answers.push_back(std::async(std::launch::async, [&] {
         for (std::size_t i = 0; i < times; ++i) reader.ask(target);

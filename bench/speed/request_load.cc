@@ -3,8 +3,11 @@
 
 #include <sys/epoll.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <array>
+#include <optional>
+#include <string>
 #include <string_view>
 #include <vector>
 

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "nginx.h"
+#include "speed/allocation_count.h"
 #include "speed/reader.h"
 #include "speed/request_load.h"
 #include "speed/sections.h"
@@ -30,6 +31,28 @@ struct Server {
   std::string target;
 };
 
+/// allocations_of_status returns how often the server allocates for a status request; nothing if it cannot be counted.
+std::optional<double> allocations_of_status(const Stage &stage) {
+  if (!AllocationCount::possible()) return {};
+  constexpr int requests = 1000;
+  const AllocationCount count;
+  const auto server = stage.start_server(stage.options().workers);
+  Reader reader(server->port());
+  reader.connect();
+  const auto ask = [&] {
+    for (int i = 0; i < requests; ++i) reader.ask(status_target);
+  };
+  ask();
+  const std::uint64_t before = count.value();
+  ask();
+  return static_cast<double>(count.value() - before) / requests;
+}
+
+Row row_of_allocations(const Stage &stage) {
+  const std::optional<double> each = allocations_of_status(stage);
+  return {"status, allocations a request", each ? number(*each) : "not counted", {}, {}, {}, {at_most(each, 40, "")}};
+}
+
 class Requests {
  public:
   explicit Requests(const Stage &stage) : stage_(stage) {
@@ -49,6 +72,7 @@ class Requests {
                {at_most(*rounds_.cpu("status") * 1e6, 20, " us"),
                 at_most(rounds_.ratio("status", "nginx", &Cost::cpu), 1.2, " x nginx")},
                all);
+      all.push_back(row_of_allocations(stage_));
       add_rows("status, two workers", "two workers", {}, all);
     }
     return all;

@@ -40,6 +40,7 @@ TEST(SpeedTable, MeasuresASmallCatalogOnce) {
             "one RD, rate: at least 0.75 of status \n"
             "status, rate: \n"
             "status, CPU a request: at most 20 us, at most 1.2 x nginx \n"
+            "status, allocations a request: at most 40 \n"
             "status, two workers, rate: \n"
             "status, two workers, CPU a request: \n"
             "load + index, one delivery: at most 0.6 x slapd \n"
