@@ -39,9 +39,9 @@ std::string schema() {
   int number = 2;
   for (const auto &[attribute, value] : description(0).attributes) {
     const std::string name = ldap_name(attribute);
-    text += "attributetype ( " + arc + std::to_string(number++) + " NAME '" + name +
-            "' SYNTAX 1.3.6.1.4.1.1466.115.121.1.40 )\n";
-    names += " $ " + name;
+    text.append("attributetype ( ").append(arc).append(std::to_string(number++)).append(" NAME '").append(name);
+    text.append("' SYNTAX 1.3.6.1.4.1.1466.115.121.1.40 )\n");
+    names.append(" $ ").append(name);
   }
   return text + "objectclass ( " + arc + "100 NAME 'rd' SUP top STRUCTURAL MUST cn MAY ( " + names + " ) )\n";
 }
