@@ -46,14 +46,14 @@ EXPORTED void *malloc(std::size_t size) {
   return __libc_malloc(size);
 }
 
-EXPORTED void *calloc(std::size_t items, std::size_t size) {
+EXPORTED void *calloc(std::size_t nmemb, std::size_t size) {
   note();
-  return __libc_calloc(items, size);
+  return __libc_calloc(nmemb, size);
 }
 
-EXPORTED void *realloc(void *block, std::size_t size) {
+EXPORTED void *realloc(void *ptr, std::size_t size) {
   note();
-  return __libc_realloc(block, size);
+  return __libc_realloc(ptr, size);
 }
 
 EXPORTED void *aligned_alloc(std::size_t alignment, std::size_t size) {
