@@ -17,8 +17,8 @@ namespace {
 constexpr char packet_end = '\xFE';
 
 void read_order(std::string_view bytes) {
-  const auto request = rdmd::decode_order(bytes);
-  const std::string again = request ? rdmd::encode_request(*request) : rdmd::encode_reopen();
+  const auto order = rdmd::decode_order(bytes);
+  const std::string again = order ? rdmd::encode_request(order->number, order->request) : rdmd::encode_reopen();
   fuzz::require(again == bytes, "an order does not encode to itself");
 }
 

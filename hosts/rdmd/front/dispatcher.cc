@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <chrono>
+#include <new>
+#include <numeric>
 #include <utility>
 
 namespace rdm::rdmd {
@@ -43,16 +45,30 @@ void Dispatcher::change(Change change) {
 void Dispatcher::carry_out(Actions actions) {
   for (Actions::Start &start : actions.starts) begin(*start.worker, std::move(start.job));
   for (Actions::End &end : actions.ends) end.job->reply(reply_of(end.fate, *end.job));
+  for (const auto &worker : actions.slow) take_back(*worker);
   for (const auto &worker : actions.late) worker->kill();
   for (const auto &worker : actions.retired) worker->retire();
 }
 
-/// begin passes a job to a worker. If the worker has ended before it could take the job, another one serves it.
+/// begin passes a job to a worker. If the worker has ended before it could take the job, another one serves it. If
+/// memory is short, the job is dropped and its connection closed.
 void Dispatcher::begin(Worker &worker, JobPtr job) {
-  JobPtr refused = worker.serve(std::move(job));
-  if (!refused) return;
-  lost(worker);
-  change([&](Actions &actions) { enqueue(std::move(refused), actions); });
+  try {
+    std::vector<JobPtr> refused(1);
+    refused.front() = worker.serve(std::move(job));
+    if (refused.front()) lost(worker, std::move(refused));
+  } catch (const std::bad_alloc &) {
+    finished(worker);
+  }
+}
+
+/// take_back queues again what a worker holds and has not begun.
+void Dispatcher::take_back(Worker &worker) {
+  std::vector<JobPtr> jobs = worker.take_back();
+  change([&](Actions &actions) {
+    if (Entry *const entry = entry_of(worker)) entry->jobs -= jobs.size();
+    put_back(std::move(jobs), actions);
+  });
 }
 
 /* ---- Jobs ---- */
@@ -70,40 +86,88 @@ void Dispatcher::submit(JobPtr job) {
 /// enqueue makes room in a full queue by dropping the jobs whose clients have gone.
 void Dispatcher::enqueue(JobPtr job, Actions &actions) {
   if (stopping_) return actions.end(std::move(job), Fate::stopping);
-  JobPtr refused = queue_.push(std::move(job));
+  JobPtr refused = queue_.push(std::move(job), ahead());
   if (!refused) return;
   for (JobPtr &unwanted : queue_.take_unwanted()) actions.end(std::move(unwanted), Fate::abandoned);
-  refused = queue_.push(std::move(refused));
+  refused = queue_.push(std::move(refused), ahead());
   if (refused) actions.end(std::move(refused), Fate::queue_full);
 }
 
-/// assign gives jobs to free workers, and drops those whose clients have gone while they waited.
+/// put_back queues jobs again, in front of those that came later.
+void Dispatcher::put_back(std::vector<JobPtr> jobs, Actions &actions) {
+  for (auto job = jobs.rbegin(); job != jobs.rend(); ++job)
+    stopping_ ? actions.end(std::move(*job), Fate::stopping) : queue_.put_back(std::move(*job));
+}
+
+/// assign gives jobs to free workers, and then to those that will soon be.
 void Dispatcher::assign(Actions &actions, const Job *fresh) {
   while (Entry *const free = free_worker()) {
-    JobPtr job = queue_.pop(may_harvest());
+    JobPtr job = next_job(may_harvest(), fresh, actions);
     if (!job) return;
-    if (job.get() != fresh && !job->wanted()) {
-      actions.end(std::move(job), Fate::abandoned);
-      continue;
-    }
-    free->busy = true;
+    free->jobs = 1;
     free->harvests = !job->prompt;
     free->begun = job->begun_at = io::Clock::now();
     actions.starts.push_back({free->worker, std::move(job)});
   }
+  assign_ahead(actions);
+}
+
+/// assign_ahead gives prompt jobs to workers that serve prompt jobs, unless a harvest waits for a free one.
+void Dispatcher::assign_ahead(Actions &actions) {
+  if (queue_.has_harvests() && may_harvest()) return;
+  while (Entry *const busy = prompt_worker()) {
+    JobPtr job = next_job(false, nullptr, actions);
+    if (!job) return;
+    ++busy->jobs;
+    job->begun_at = io::Clock::now();
+    actions.starts.push_back({busy->worker, std::move(job)});
+  }
+}
+
+/// next_job takes the next job from the queue, and drops those whose clients have gone while they waited.
+JobPtr Dispatcher::next_job(bool harvests, const Job *fresh, Actions &actions) {
+  for (;;) {
+    JobPtr job = queue_.pop(harvests);
+    if (!job || job.get() == fresh || job->wanted()) return job;
+    actions.end(std::move(job), Fate::abandoned);
+  }
+}
+
+Dispatcher::Entry *Dispatcher::entry_of(const Worker &worker) {
+  const auto found = std::find_if(workers_.begin(), workers_.end(),
+                                  [&worker](const Entry &entry) { return entry.worker.get() == &worker; });
+  return found == workers_.end() ? nullptr : &*found;
 }
 
 /// free_worker returns the free worker that was used last, whose memory is most likely in the processor's caches.
 Dispatcher::Entry *Dispatcher::free_worker() {
   Entry *best = nullptr;
   for (Entry &entry : workers_)
-    if (!entry.busy && !entry.retired && (best == nullptr || entry.begun > best->begun)) best = &entry;
+    if (!entry.busy() && !entry.retired && (best == nullptr || entry.begun > best->begun)) best = &entry;
   return best;
+}
+
+/// prompt_worker returns the worker with the fewest jobs of those that serve a prompt job and can hold another one.
+Dispatcher::Entry *Dispatcher::prompt_worker() {
+  Entry *best = nullptr;
+  for (Entry &entry : workers_) {
+    const bool can_hold = entry.busy() && entry.jobs < entry.worker->capacity() && !entry.retired;
+    if (!can_hold || entry.harvests || entry.is_late(ahead_patience)) continue;
+    if (best == nullptr || entry.jobs < best->jobs) best = &entry;
+  }
+  return best;
+}
+
+/// ahead returns the number of jobs that workers hold and have not begun.
+std::size_t Dispatcher::ahead() const {
+  return std::accumulate(workers_.begin(), workers_.end(), std::size_t{0}, [](std::size_t sum, const Entry &entry) {
+    return sum + std::max<std::size_t>(entry.jobs, 1) - 1;
+  });
 }
 
 bool Dispatcher::may_harvest() const {
   const auto harvesting = std::count_if(workers_.begin(), workers_.end(), [](const Entry &entry) {
-    return !entry.retired && entry.busy && entry.harvests;
+    return !entry.retired && entry.busy() && entry.harvests;
   });
   const auto serving =
       std::count_if(workers_.begin(), workers_.end(), [](const Entry &entry) { return !entry.retired; });
@@ -129,7 +193,7 @@ void Dispatcher::retire_before(int generation) {
 /// end_retired ends the workers that are retired and free.
 void Dispatcher::end_retired(Actions &actions) {
   std::erase_if(workers_, [&](Entry &entry) {
-    if (!entry.retired || entry.busy) return false;
+    if (!entry.retired || entry.busy()) return false;
     actions.retired.push_back(std::move(entry.worker));
     return true;
   });
@@ -137,15 +201,20 @@ void Dispatcher::end_retired(Actions &actions) {
 
 void Dispatcher::finished(const Worker &worker) {
   change([&](Actions &actions) {
-    for (Entry &entry : workers_)
-      if (entry.worker.get() == &worker) entry.busy = entry.harvests = false;
+    if (Entry *const entry = entry_of(worker)) {
+      --entry->jobs;
+      entry->harvests = false;
+      entry->begun = io::Clock::now();
+    }
     end_retired(actions);
   });
 }
 
-void Dispatcher::lost(const Worker &worker) {
-  change(
-      [&](Actions &) { std::erase_if(workers_, [&](const Entry &entry) { return entry.worker.get() == &worker; }); });
+void Dispatcher::lost(const Worker &worker, std::vector<JobPtr> unbegun) {
+  change([&](Actions &actions) {
+    std::erase_if(workers_, [&](const Entry &entry) { return entry.worker.get() == &worker; });
+    put_back(std::move(unbegun), actions);
+  });
 }
 
 void Dispatcher::reopen_logs() {
@@ -170,24 +239,24 @@ void Dispatcher::stop() {
 Dispatcher::Status Dispatcher::status() const {
   const std::lock_guard lock(mutex_);
   Status status;
-  const auto now = io::Clock::now();
   for (const Entry &entry : workers_) {
-    ++(entry.retired ? status.retired : entry.busy ? status.busy : status.free);
-    status.responsive += !entry.retired && (!entry.busy || now - entry.begun < busy_limit) ? 1 : 0;
+    ++(entry.retired ? status.retired : entry.busy() ? status.busy : status.free);
+    status.responsive += !entry.retired && !entry.is_late(busy_limit) ? 1 : 0;
   }
-  status.queued = queue_.size();
+  status.queued = queue_.size() + ahead();
   return status;
 }
 
 /* ---- Times ---- */
 
-/// schedule_tick checks the times of jobs while there are any.
+/// schedule_tick checks the times of jobs while there are any, and soon while workers hold jobs ahead.
 void Dispatcher::schedule_tick() {
-  const bool needed =
-      !queue_.empty() || std::any_of(workers_.begin(), workers_.end(), [](const Entry &entry) { return entry.busy; });
-  if (ticking_ || stopping_ || !needed) return;
-  ticking_ = true;
-  timer_.expires_after(tick_time_);
+  const bool is_busy = std::any_of(workers_.begin(), workers_.end(), [](const Entry &entry) { return entry.busy(); });
+  if (stopping_ || (queue_.empty() && !is_busy)) return;
+  const auto wanted = io::Clock::now() + (ahead() > 0 ? ahead_patience : tick_time_);
+  if (next_tick_ && *next_tick_ <= wanted) return;
+  next_tick_ = wanted;
+  timer_.expires_at(wanted);
   timer_.async_wait([this](const boost::system::error_code &error) {
     if (!error) tick();
   });
@@ -195,11 +264,11 @@ void Dispatcher::schedule_tick() {
 
 void Dispatcher::tick() {
   change([&](Actions &actions) {
-    ticking_ = false;
-    const auto now = io::Clock::now();
-    for (JobPtr &job : queue_.take_older(now - limits_.queue)) actions.end(std::move(job), Fate::overdue);
+    next_tick_.reset();
+    for (JobPtr &job : queue_.take_older(io::Clock::now() - limits_.queue)) actions.end(std::move(job), Fate::overdue);
     for (Entry &entry : workers_) {
-      if (!entry.busy || entry.killed || now - entry.begun <= limits_.service) continue;
+      if (entry.holds_ahead() && entry.is_late(ahead_patience)) actions.slow.push_back(entry.worker);
+      if (entry.killed || !entry.is_late(limits_.service)) continue;
       entry.killed = true;
       actions.late.push_back(entry.worker);
     }

@@ -2,6 +2,11 @@
 /// Hands the waiting requests to the workers.
 ///
 /// Harvests occupy at most all workers but one, so that a prompt request finds a worker that is free or soon will be.
+///
+/// When all workers are busy, prompt jobs go ahead to those that serve prompt jobs, so that neither a worker nor this
+/// process has to be woken for each job. If a worker does not finish its job within ahead_patience, the jobs that went
+/// ahead are taken back, so that no job waits for another one longer than that while a worker is free.
+///
 /// All members may be called from any thread.
 #ifndef HOSTS_RDMD_FRONT_DISPATCHER_H
 #define HOSTS_RDMD_FRONT_DISPATCHER_H
@@ -9,6 +14,7 @@
 #include <cstddef>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -33,10 +39,12 @@ class Dispatcher {
   void add(std::shared_ptr<Worker> worker, int generation);
   /// retire ends the workers of generations before `generation`, each when it has finished its job.
   void retire_before(int generation);
-  /// finished notes that a worker has replied to its job.
+  /// finished notes that a worker has replied to its oldest job.
   void finished(const Worker &worker);
-  /// lost removes a worker that has ended.
-  void lost(const Worker &worker);
+  /// lost removes a worker that has ended, and queues again the jobs that it held and had not begun, oldest first.
+  void lost(const Worker &worker, std::vector<JobPtr> unbegun = {});
+
+  static constexpr Duration ahead_patience{10};
 
   void reopen_logs();
   /// stop replies `stopping` to all jobs that wait and to all that come, and retires the workers, whose jobs get no
@@ -55,8 +63,13 @@ class Dispatcher {
   struct Entry {
     std::shared_ptr<Worker> worker;
     int generation;
-    bool busy = false, harvests = false, retired = false, killed = false;
-    io::Clock::time_point begun{};
+    std::size_t jobs = 0;  // that it holds; one of them is being served
+    bool harvests = false, retired = false, killed = false;
+    io::Clock::time_point begun{};  // when it began the job that it serves
+
+    bool busy() const { return jobs > 0; }
+    bool holds_ahead() const { return jobs > 1; }
+    bool is_late(io::Clock::duration limit) const { return busy() && io::Clock::now() - begun > limit; }
   };
   /// Actions call other objects, so they are carried out without the lock.
   struct Actions {
@@ -72,19 +85,26 @@ class Dispatcher {
     };
     std::vector<Start> starts;
     std::vector<End> ends;
-    std::vector<std::shared_ptr<Worker>> retired, late;
+    std::vector<std::shared_ptr<Worker>> retired, late, slow;
   };
 
   template <typename Change>
   void change(Change change);
   void carry_out(Actions actions);
   void begin(Worker &worker, JobPtr job);
+  void take_back(Worker &worker);
 
   // With the lock held:
   void enqueue(JobPtr job, Actions &actions);
+  void put_back(std::vector<JobPtr> jobs, Actions &actions);
   void assign(Actions &actions, const Job *fresh = nullptr);
+  void assign_ahead(Actions &actions);
+  JobPtr next_job(bool harvests, const Job *fresh, Actions &actions);
+  Entry *entry_of(const Worker &worker);
   Entry *free_worker();
+  Entry *prompt_worker();
   bool may_harvest() const;
+  std::size_t ahead() const;
   void end_retired(Actions &actions);
   void schedule_tick();
 
@@ -97,7 +117,7 @@ class Dispatcher {
   RequestQueue queue_;
   std::vector<Entry> workers_;
   bool stopping_ = false;
-  bool ticking_ = false;
+  std::optional<io::Clock::time_point> next_tick_;
   io::Timer timer_;
 };
 

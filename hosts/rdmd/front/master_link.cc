@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "hosts/rdmd/front/master_link.h"
 
-#include <fcntl.h>
-
 #include <chrono>
 #include <exception>
 #include <optional>
@@ -16,8 +14,6 @@ namespace {
 using boost::system::error_code;
 
 constexpr std::chrono::seconds alive_interval{1};
-
-void set_non_blocking(host_fd fd) { ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) | O_NONBLOCK); }
 
 }  // namespace
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "hosts/rdmd/front/request_queue.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace rdm::rdmd {
@@ -9,17 +10,18 @@ RoundRobin::~RoundRobin() {
   while (pop()) continue;
 }
 
-void RoundRobin::push(Job &job) {
-  const auto [found, is_new] = lines_.try_emplace(job.client);
+/// line_of returns the line of a client, which is empty if it is new.
+RoundRobin::Jobs &RoundRobin::line_of(const ClientKey &client) {
+  const auto [found, is_new] = lines_.try_emplace(client);
   if (is_new) {
     try {
-      found->second = turns_.insert(turns_.end(), Line{job.client, {}});
+      found->second = turns_.insert(turns_.end(), Line{client, {}});
     } catch (...) {
       lines_.erase(found);
       throw;
     }
   }
-  found->second->jobs.push_back(job);
+  return found->second->jobs;
 }
 
 JobPtr RoundRobin::pop() {
@@ -40,11 +42,18 @@ JobPtr RoundRobin::take(Turns::iterator line, Job &job) {
   return JobPtr(&job);
 }
 
-JobPtr RequestQueue::push(JobPtr job) {
-  if (size() >= limit_) return job;
+JobPtr RequestQueue::push(JobPtr job, std::size_t ahead) {
+  if (size() + ahead >= limit_) return job;
   line_of(*job).push(*job);
   arrivals_.push_back(*job.release());
   return nullptr;
+}
+
+void RequestQueue::put_back(JobPtr job) {
+  const auto later = std::find_if(arrivals_.begin(), arrivals_.end(),
+                                  [&job](const Job &other) { return other.queued_at > job->queued_at; });
+  line_of(*job).push_first(*job);
+  arrivals_.insert(later, *job.release());
 }
 
 JobPtr RequestQueue::pop(bool harvests) {

@@ -24,8 +24,9 @@ class RoundRobin {
   RoundRobin &operator=(const RoundRobin &) = delete;
   ~RoundRobin();
 
-  /// push takes ownership of the job. Throws std::bad_alloc, and then does not.
-  void push(Job &job);
+  /// push takes ownership of the job, the last of its client or the first. Throws std::bad_alloc, and then does not.
+  void push(Job &job) { line_of(job.client).push_back(job); }
+  void push_first(Job &job) { line_of(job.client).push_front(job); }
   /// pop returns the oldest job of the client whose turn it is, or null.
   JobPtr pop();
   /// remove removes a job and returns it.
@@ -41,6 +42,7 @@ class RoundRobin {
   };
   using Turns = std::list<Line>;
 
+  Jobs &line_of(const ClientKey &client);
   JobPtr take(Turns::iterator line, Job &job);
 
   Turns turns_;  // the front is next; lines are never empty
@@ -57,8 +59,12 @@ class RequestQueue {
   /// Destroys the jobs that are left.
   ~RequestQueue() { take_all(); }
 
-  /// push queues a job. If the queue is full it returns the job instead.
-  JobPtr push(JobPtr job);
+  /// push queues a job. If the queue is full it returns the job instead; `ahead` jobs that workers hold and have not
+  /// begun count as well.
+  JobPtr push(JobPtr job, std::size_t ahead = 0);
+  /// put_back queues a job that was popped before the others of its client, even if the queue is full. It takes time in
+  /// proportion to the length of the queue.
+  void put_back(JobPtr job);
   /// pop returns the job that is next, or null. If `harvests` is false, harvests keep waiting.
   JobPtr pop(bool harvests);
   /// take_older returns the jobs queued before `time`, oldest first.
@@ -70,6 +76,7 @@ class RequestQueue {
 
   std::size_t size() const { return arrivals_.size(); }
   bool empty() const { return arrivals_.empty(); }
+  bool has_harvests() const { return !harvests_.empty(); }
 
  private:
   using Arrivals = boost::intrusive::list<

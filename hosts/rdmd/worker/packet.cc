@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "hosts/rdmd/worker/packet.h"
 
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
 
@@ -57,6 +58,8 @@ PacketSockets make_packet_sockets() {
   return PacketSockets{HostFileGuard(ends[0]), HostFileGuard(ends[1])};
 }
 
+void set_non_blocking(host_fd socket) { ::fcntl(socket, F_SETFL, ::fcntl(socket, F_GETFL) | O_NONBLOCK); }
+
 bool send_packet(host_fd socket, std::string_view bytes, std::span<const host_fd> files) {
   if (bytes.size() > packet_limit || files.size() > packet_files) {
     errno = EMSGSIZE;
@@ -71,7 +74,7 @@ bool send_packet(host_fd socket, std::string_view bytes, std::span<const host_fd
   return uninterrupted([&] { return ::sendmsg(socket, &message, MSG_NOSIGNAL); }) >= 0;
 }
 
-std::optional<Packet> receive_packet(host_fd socket) {
+std::optional<Packet> receive_packet(host_fd socket, bool waits) {
   // One buffer for each thread: a packet is copied out of it in its own size.
   thread_local const std::unique_ptr<char[]> buffer(new char[packet_limit]);
   iovec part{buffer.get(), packet_limit};
@@ -81,7 +84,8 @@ std::optional<Packet> receive_packet(host_fd socket) {
   message.msg_iovlen = 1;
   message.msg_control = control.bytes.data();
   message.msg_controllen = control.bytes.size();
-  const ssize_t size = uninterrupted([&] { return ::recvmsg(socket, &message, MSG_CMSG_CLOEXEC); });
+  const int flags = MSG_CMSG_CLOEXEC | (waits ? 0 : MSG_DONTWAIT);
+  const ssize_t size = uninterrupted([&] { return ::recvmsg(socket, &message, flags); });
   if (size < 0 && errno == EAGAIN) return std::nullopt;
   // A process that is killed with unread packets resets the connection.
   if (size < 0 && errno == ECONNRESET) return Packet{};

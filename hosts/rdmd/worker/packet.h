@@ -40,13 +40,16 @@ struct PacketSockets {
 /// make_packet_sockets throws std::system_error.
 PacketSockets make_packet_sockets();
 
+void set_non_blocking(host_fd socket);
+
 /// send_packet sends bytes and copies of descriptors. Returns false with errno set: EPIPE if the other end is closed,
 /// EMSGSIZE if the packet is too large for the socket, EAGAIN if the socket does not block and is full.
 bool send_packet(host_fd socket, std::string_view bytes, std::span<const host_fd> files = {});
 
-/// receive_packet reads a packet. The result is empty if the socket does not block and has none. The result has no
-/// bytes if the other end is closed. Throws std::system_error, with EMSGSIZE for a packet beyond the limits.
-std::optional<Packet> receive_packet(host_fd socket);
+/// receive_packet reads a packet. The result is empty if there is none, and the socket does not block or `waits` is
+/// false. The result has no bytes if the other end is closed. Throws std::system_error, with EMSGSIZE for a packet
+/// beyond the limits.
+std::optional<Packet> receive_packet(host_fd socket, bool waits = true);
 
 /// MalformedPacket is thrown for a packet that does not contain the expected values.
 class MalformedPacket : public std::runtime_error {

@@ -99,6 +99,15 @@ class AnswerPackets {
   std::vector<OutgoingPacket> packets_;
 };
 
+void read_request(PacketReader &reader, hosts::ServiceRequest &request) {
+  request.client = reader.fields();
+  request.line = reader.fields();
+  request.headers = reader.fields();
+  request.variables = reader.fields();
+  request.body = reader.text();
+  request.head_only = reader.boolean();
+}
+
 std::optional<std::int64_t> read_optional(PacketReader &reader) {
   const bool is_given = reader.boolean();
   const auto value = reader.number<std::int64_t>();
@@ -176,9 +185,10 @@ Readiness decode_readiness(std::string_view bytes) {
   return readiness;
 }
 
-std::string encode_request(const hosts::ServiceRequest &request) {
+std::string encode_request(std::uint64_t number, const hosts::ServiceRequest &request) {
   PacketWriter writer;
   writer.number(Order::request);
+  writer.number(number);
   writer.fields(request.client);
   writer.fields(request.line);
   writer.fields(request.headers);
@@ -194,20 +204,16 @@ std::string encode_reopen() {
   return writer.bytes();
 }
 
-std::optional<hosts::ServiceRequest> decode_order(std::string_view bytes) {
+std::optional<RequestOrder> decode_order(std::string_view bytes) {
   PacketReader reader(bytes);
-  std::optional<hosts::ServiceRequest> request;
+  std::optional<RequestOrder> order;
   if (reader.choice<Order>(static_cast<int>(Order::count)) == Order::request) {
-    request.emplace();
-    request->client = reader.fields();
-    request->line = reader.fields();
-    request->headers = reader.fields();
-    request->variables = reader.fields();
-    request->body = reader.text();
-    request->head_only = reader.boolean();
+    order.emplace();
+    order->number = reader.number<std::uint64_t>();
+    read_request(reader, order->request);
   }
   reader.end();
-  return request;
+  return order;
 }
 
 std::vector<OutgoingPacket> encode_answer(const hosts::ServiceAnswer &answer) { return AnswerPackets(answer).finish(); }

@@ -1,12 +1,16 @@
 // SPDX-License-Identifier: MIT
 /// What the front and a worker say to each other.
 ///
-/// The front sends a request, and nothing more until its answer is complete, or the order to reopen the logs. The
-/// worker sends an answer as one or more packets: the first with the head, each with some pieces of the body, bytes in
-/// the packet and files as descriptors. Before that, it has told the master that it is ready, or why it cannot start.
+/// When it has started, a worker tells the master that it is ready, or why it cannot start. The front begins by sending
+/// it a second socket. On that one come the orders, requests and the order to reopen the logs, of which the worker
+/// takes the next when it has obeyed the last. The front has that end of the socket as well, so it can take back the
+/// orders that the worker has not taken. On the first socket the worker sends the answers in the order of the requests,
+/// each as one or more packets: the first with the head, each with some pieces of the body, bytes in the packet and
+/// files as descriptors.
 #ifndef HOSTS_RDMD_WORKER_PROTOCOL_H
 #define HOSTS_RDMD_WORKER_PROTOCOL_H
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -34,10 +38,16 @@ Readiness decode_readiness(std::string_view bytes);
 
 /* ---- From the front to a worker ---- */
 
-/// An order without a request reopens the logs.
-std::string encode_request(const hosts::ServiceRequest &request);
+/// RequestOrder is a request with a number by which the front knows it.
+struct RequestOrder {
+  std::uint64_t number;
+  hosts::ServiceRequest request;
+};
+
+std::string encode_request(std::uint64_t number, const hosts::ServiceRequest &request);
 std::string encode_reopen();
-std::optional<hosts::ServiceRequest> decode_order(std::string_view bytes);
+/// decode_order returns nothing for the order to reopen the logs.
+std::optional<RequestOrder> decode_order(std::string_view bytes);
 
 /* ---- From a worker to the front ---- */
 

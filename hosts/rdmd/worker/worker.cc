@@ -34,10 +34,8 @@ class Worker {
   int run() {
     const Readiness readiness = start();
     if (!send_packet(socket_.get(), encode(readiness)) || !readiness.failure.empty()) return EXIT_FAILURE;
-    while (std::optional<Packet> packet = receive_packet(socket_.get())) {
-      if (packet->bytes.empty()) return EXIT_SUCCESS;
-      obey(packet->bytes);
-    }
+    const HostFileGuard orders = receive_orders();
+    if (orders.get() != -1) obey_all(orders.get());
     return EXIT_SUCCESS;
   }
 
@@ -72,9 +70,23 @@ class Worker {
     return readiness;
   }
 
+  /// receive_orders returns the socket on which the front sends orders, or none if the front has ended.
+  HostFileGuard receive_orders() {
+    std::optional<Packet> packet = receive_packet(socket_.get());
+    return packet->files.empty() ? HostFileGuard() : std::move(packet->files.front());
+  }
+
+  void obey_all(host_fd orders) {
+    for (;;) {
+      const std::optional<Packet> packet = receive_packet(orders);
+      if (packet->bytes.empty()) return;
+      obey(packet->bytes);
+    }
+  }
+
   void obey(std::string_view bytes) {
-    std::optional<hosts::ServiceRequest> request = decode_order(bytes);
-    if (request) return serve(std::move(*request));
+    std::optional<RequestOrder> order = decode_order(bytes);
+    if (order) return serve(std::move(order->request));
     errors_.reopen();
     hosts::reopen_logs();
   }

@@ -89,6 +89,19 @@ TEST_F(HostWorkers, ACrashCostsTheRequestThatTheWorkerHadAndNoOther) {
   EXPECT_EQ(files_left(), 0);
 }
 
+TEST_F(HostWorkers, ARequestThatHangsDelaysNoneOfThoseThatCameWithIt) {
+  start_workers(2, {"--service-timeout", "3"});
+  const auto begun = std::chrono::steady_clock::now();
+  HttpClient hanging(port_);
+  std::vector<std::unique_ptr<HttpClient>> others;
+  for (int i = 0; i < 16; ++i) others.push_back(std::make_unique<HttpClient>(port_));
+  hanging.send(get("/rdm/slow?60000"));
+  for (const auto &other : others) other->send(get("/rdm/slow?5"));
+  for (const auto &other : others) EXPECT_EQ(other->receive().body, "slow\n");
+  EXPECT_LT(std::chrono::steady_clock::now() - begun, 2500ms);
+  EXPECT_EQ(hanging.receive().status, 500);
+}
+
 TEST_F(HostWorkers, ARequestThatTakesTooLongEndsWithItsWorker) {
   start_workers(1, {"--service-timeout", "0.2"});
   HttpClient hanging(port_), waiting(port_);

@@ -4,6 +4,7 @@
 #include "hosts/rdmd/front/dispatcher.h"
 
 #include <chrono>
+#include <deque>
 #include <memory>
 #include <string>
 #include <utility>
@@ -17,24 +18,33 @@ using namespace std::chrono_literals;
 
 namespace {
 
-/// TestWorker keeps its job until the test finishes it.
+/// TestWorker keeps its jobs until the test finishes them.
 class TestWorker : public Worker {
  public:
-  TestWorker(int number, Dispatcher &dispatcher) : number_(number), dispatcher_(dispatcher) {}
+  TestWorker(int number, Dispatcher &dispatcher, std::size_t capacity)
+      : number_(number), capacity_(capacity), dispatcher_(dispatcher) {}
 
   int number() const override { return number_; }
+  std::size_t capacity() const override { return capacity_; }
   JobPtr serve(JobPtr job) override {
     if (ended) return job;
-    job_ = std::move(job);
-    served += job_->request.body;
+    served += job->request.body;
+    jobs_.push_back(std::move(job));
     return nullptr;
+  }
+  std::vector<JobPtr> take_back() override {
+    std::vector<JobPtr> jobs;
+    for (; jobs_.size() > 1; jobs_.pop_back()) jobs.insert(jobs.begin(), std::move(jobs_.back()));
+    for (const JobPtr &job : jobs) taken_back += job->request.body;
+    return jobs;
   }
   void kill() override { ++kills; }
   void reopen_logs() override { ++reopenings; }
   void retire() override { retired = true; }
 
   void finish() {
-    const JobPtr job = std::move(job_);
+    const JobPtr job = std::move(jobs_.front());
+    jobs_.pop_front();
     dispatcher_.finished(*this);
     Reply reply;
     reply.fate = Fate::answered;
@@ -43,12 +53,13 @@ class TestWorker : public Worker {
 
   bool ended = false, retired = false;
   int kills = 0, reopenings = 0;
-  std::string served;  // the names of its jobs
+  std::string served, taken_back;  // the names of jobs
 
  private:
   const int number_;
+  const std::size_t capacity_;
   Dispatcher &dispatcher_;
-  JobPtr job_;
+  std::deque<JobPtr> jobs_;
 };
 
 class Dispatching : public ::testing::Test {
@@ -61,8 +72,8 @@ class Dispatching : public ::testing::Test {
     return limits;
   }
 
-  std::shared_ptr<TestWorker> add(int generation = 1) {
-    auto worker = std::make_shared<TestWorker>(++number_, dispatcher_);
+  std::shared_ptr<TestWorker> add(int generation = 1, std::size_t capacity = 1) {
+    auto worker = std::make_shared<TestWorker>(++number_, dispatcher_, capacity);
     dispatcher_.add(worker, generation);
     return worker;
   }
@@ -195,6 +206,80 @@ TEST_F(Dispatching, AJobThatAnEndedWorkerRefusesGoesToAnother) {
   EXPECT_EQ(dispatcher_.status().queued, 1u);
   EXPECT_EQ(add()->served, "a");
   EXPECT_EQ(fates_, "");
+}
+
+TEST_F(Dispatching, PromptJobsGoAheadToWorkersThatServePromptJobs) {
+  const auto one = add(1, 2), two = add(1, 2);
+  for (const char *name : {"a", "b", "c", "d", "e"}) submit(name);
+  EXPECT_EQ(one->served.size() + two->served.size(), 4u);
+  EXPECT_EQ(dispatcher_.status().queued, 3u);
+  two->finish();
+  EXPECT_EQ(two->served.back(), 'e');
+}
+
+TEST_F(Dispatching, AFreeWorkerComesBeforeABusyOneThatCouldHoldMore) {
+  const auto one = add(1, 4), two = add(1, 4);
+  submit("a");
+  submit("b");
+  EXPECT_EQ(one->served.size(), 1u);
+  EXPECT_EQ(two->served.size(), 1u);
+}
+
+TEST_F(Dispatching, NothingGoesAheadToAWorkerThatHarvests) {
+  const auto worker = add(1, 4);
+  submit("H", false);
+  submit("a");
+  EXPECT_EQ(worker->served, "H");
+  worker->finish();
+  EXPECT_EQ(worker->served, "Ha");
+}
+
+TEST_F(Dispatching, NothingGoesAheadOfAHarvestThatWaits) {
+  const auto worker = add(1, 4);
+  submit("a");
+  submit("H", false);
+  submit("b");
+  EXPECT_EQ(worker->served, "a");
+  worker->finish();
+  worker->finish();
+  EXPECT_EQ(worker->served, "abH");
+}
+
+TEST_F(Dispatching, JobsBehindOneThatTakesLongAreServedByAnother) {
+  const auto slow = add(1, 4);
+  submit("a");
+  submit("b");
+  submit("c");
+  EXPECT_EQ(slow->served, "abc");
+  const auto other = add(1, 4);
+  run(50ms);
+  EXPECT_EQ(slow->taken_back, "bc");
+  EXPECT_EQ(other->served, "bc");
+  submit("d");
+  EXPECT_EQ(slow->served, "abc");
+}
+
+TEST_F(Dispatching, JobsBehindOneThatTakesLongWaitNoLongerThanInTheQueue) {
+  const auto slow = add(1, 4);
+  submit("a");
+  submit("b");
+  run(90ms);
+  EXPECT_EQ(fates_, fate("b", Fate::overdue));
+}
+
+TEST_F(Dispatching, JobsThatWentAheadCountAsQueued) {
+  const auto worker = add(1, 3);
+  for (const char *name : {"a", "b", "c", "d"}) submit(name);
+  EXPECT_EQ(dispatcher_.status().queued, 3u);
+  submit("e");
+  EXPECT_EQ(fates_, fate("e", Fate::queue_full));
+}
+
+TEST_F(Dispatching, WhatALostWorkerHadNotBegunIsServedByAnother) {
+  const auto worker = add(1, 3);
+  for (const char *name : {"a", "b", "c"}) submit(name);
+  dispatcher_.lost(*worker, worker->take_back());
+  EXPECT_EQ(add(1, 3)->served, "bc");
 }
 
 TEST_F(Dispatching, FormerGenerationsEndAfterTheirJobs) {

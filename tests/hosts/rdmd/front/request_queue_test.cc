@@ -100,6 +100,32 @@ TEST_F(RequestQueue, RefusesJobsBeyondItsLimit) {
   EXPECT_TRUE(push("r"));
 }
 
+TEST_F(RequestQueue, JobsAheadOfItCountTowardsItsLimit) {
+  auto job = std::make_unique<Job>();
+  EXPECT_TRUE(queue_.push(std::move(job), 20));
+  push("a");
+  EXPECT_FALSE(queue_.push(std::make_unique<Job>(), 18));
+}
+
+TEST_F(RequestQueue, WhatIsPutBackComesBeforeTheOthersOfItsClientAndFitsAlways) {
+  for (int i = 0; i < 20; ++i) push(std::string(1, static_cast<char>('a' + i)));
+  JobPtr job = queue_.pop(true);
+  push("z");
+  queue_.put_back(std::move(job));
+  EXPECT_EQ(queue_.size(), 21u);
+  EXPECT_EQ(order(), "abcdefghijklmnopqrstz");
+}
+
+TEST_F(RequestQueue, WhatIsPutBackIsAsOldAsBefore) {
+  push("a", "192.0.2.1");
+  push("b", "192.0.2.2");
+  push("c", "192.0.2.2");
+  JobPtr a = queue_.pop(true), b = queue_.pop(true);
+  queue_.put_back(std::move(b));
+  queue_.put_back(std::move(a));
+  EXPECT_EQ(names_of(queue_.take_older(io::Clock::time_point(3s))), "ab");
+}
+
 TEST_F(RequestQueue, GivesUpWhatIsTooOld) {
   push("a", "192.0.2.1");
   push_harvest("B", "192.0.2.2");

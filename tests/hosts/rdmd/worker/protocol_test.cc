@@ -72,8 +72,10 @@ std::pair<hosts::ServiceAnswer, std::size_t> exchange(const hosts::ServiceAnswer
 }
 
 TEST(WorkerProtocol, ARequestArrivesAsItWasSent) {
-  const auto received = decode_order(encode_request(request()));
-  ASSERT_TRUE(received);
+  const auto order = decode_order(encode_request(7, request()));
+  ASSERT_TRUE(order);
+  EXPECT_EQ(order->number, 7u);
+  const hosts::ServiceRequest *const received = &order->request;
   EXPECT_EQ(pairs(received->client), (Fields{{"ip", "192.0.2.1"}}));
   EXPECT_EQ(pairs(received->line), (Fields{{"method", "POST"}, {"uri", "/rdm/incoming"}, {"query", ""}}));
   EXPECT_EQ(pairs(received->headers), (Fields{{"host", "h"}, {"x-empty", ""}, {"host", "again"}}));
@@ -153,7 +155,7 @@ TEST(WorkerProtocol, ReadinessAndControlMessagesArriveAsTheyWereSent) {
 }
 
 TEST(WorkerProtocol, NoPartOfAPacketIsAccepted) {
-  const std::string order = encode_request(request()), reply = encode_answer(answer()).front().bytes;
+  const std::string order = encode_request(7, request()), reply = encode_answer(answer()).front().bytes;
   for (std::size_t size = 0; size < order.size(); ++size)
     EXPECT_THROW(decode_order(order.substr(0, size)), MalformedPacket) << size;
   for (std::size_t size = 0; size < reply.size(); ++size)
