@@ -20,35 +20,32 @@ using namespace rdm::bench;
 
 namespace {
 
-void append(std::vector<Row> &all, std::vector<Row> rows) {
-  for (Row &row : rows) all.push_back(std::move(row));
-}
-
-/// rows_of measures a catalog of this size. The section that changes the catalog is the last.
-std::vector<Row> rows_of(std::size_t records, const Options &options, Sizes &sizes) {
-  const Stage stage(records, options);
-  std::vector<Row> all;
-  append(all, reading_rows(stage, sizes));
-  append(all, request_rows(stage, sizes));
-  append(all, load_rows(stage));
-  append(all, memory_rows(stage));
-  append(all, change_rows(stage, sizes));
-  return all;
-}
-
-bool all_within(const std::vector<Row> &rows) {
+/// show prints the rows of a section at once, because a large catalog takes long. Returns true if all are within their
+/// limits.
+bool show(const std::vector<Row> &rows) {
+  std::cout << table_rows(rows) << std::flush;
   return std::all_of(rows.begin(), rows.end(), [](const Row &row) { return is_within(row).value_or(true); });
+}
+
+/// measure_catalog prints the table of a size. The section that changes the catalog is the last. Returns true if all
+/// rows are within their limits.
+bool measure_catalog(std::size_t records, const Options &options, Sizes &sizes) {
+  const Stage stage(records, options);
+  std::cout << table_head(count(records) + " RDs");
+  bool good = show(reading_rows(stage, sizes));
+  good = show(request_rows(stage, sizes)) && good;
+  good = show(load_rows(stage)) && good;
+  good = show(memory_rows(stage)) && good;
+  good = show(change_rows(stage, sizes)) && good;
+  std::cout << std::endl;
+  return good;
 }
 
 bool measure(const Options &options) {
   use_all_files();
   Sizes sizes;
   bool good = true;
-  for (const std::size_t records : options.records) {
-    const std::vector<Row> rows = rows_of(records, options, sizes);
-    std::cout << markdown(count(records) + " RDs", rows) << std::endl;
-    good = good && all_within(rows);
-  }
+  for (const std::size_t records : options.records) good = measure_catalog(records, options, sizes) && good;
   return good || !options.check;
 }
 

@@ -60,7 +60,7 @@ class Loads {
 
   Cost load_raw() const {
     clear();
-    return cost_of_raw_puts(stage_.site().database(), database());
+    return cost_of_raw_puts(stage_.site().database(), database(), stage_.records());
   }
 
   Cost load_slapd() const {

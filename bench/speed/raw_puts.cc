@@ -29,9 +29,11 @@ double own_cpu_time() { return static_cast<double>(std::clock()) / CLOCKS_PER_SE
 
 }  // namespace
 
-Cost cost_of_raw_puts(const std::string &from, const std::string &to) {
+Cost cost_of_raw_puts(const std::string &from, const std::string &to, std::size_t records) {
   HASHINFO info{};
   info.bsize = 32'768;
+  info.ffactor = 14;  // records of 2 KB that fit into a page
+  info.nelem = static_cast<u_int>(records);
   const double cpu = own_cpu_time();
   const auto begin = std::chrono::steady_clock::now();
   {

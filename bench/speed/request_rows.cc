@@ -97,9 +97,9 @@ class Requests {
 
   static std::string rate(double seconds) { return count(static_cast<std::uint64_t>(1 / seconds)) + "/s"; }
 
-  /// rate_ratio returns the rate of a variant relative to another's.
-  std::optional<double> rate_ratio(const std::string &name, const std::string &base) const {
-    return rounds_.ratio(base, name);
+  /// rate_ratio returns the rate of a variant relative to that of a peer.
+  std::optional<double> rate_ratio(const std::string &variant, const std::string &peer) const {
+    return rounds_.ratio(peer, variant);
   }
 
   Row row_of_one(Sizes &sizes) const {

@@ -43,9 +43,13 @@ std::optional<bool> is_within(const Row &row) {
   return within;
 }
 
-std::string markdown(const std::string &title, const std::vector<Row> &rows) {
-  std::string text = "### " + title + "\n\n";
-  text += line({"", "measured", "x raw", "x nginx", "x slapd", "limit", "within"}) + "|---|---|---|---|---|---|---|\n";
+std::string table_head(const std::string &title) {
+  return "### " + title + "\n\n" + line({"", "measured", "x raw", "x nginx", "x slapd", "limit", "within"}) +
+         "|---|---|---|---|---|---|---|\n";
+}
+
+std::string table_rows(const std::vector<Row> &rows) {
+  std::string text;
   for (const Row &row : rows)
     text += line(
         {row.name, row.measured, ratio(row.raw), ratio(row.nginx), ratio(row.slapd), limits_of(row), verdict(row)});

@@ -31,8 +31,9 @@ struct Row {
 /// is_within returns false if a limit is exceeded, true if all that could be judged hold, and nothing if none could.
 std::optional<bool> is_within(const Row &row);
 
-/// markdown returns the table with its title.
-std::string markdown(const std::string &title, const std::vector<Row> &rows);
+/// table_head returns the title and the head of a table, table_rows the rows that follow it.
+std::string table_head(const std::string &title);
+std::string table_rows(const std::vector<Row> &rows);
 
 /// number returns a number with three digits, such as "0.0512", "2.25" and "1230".
 std::string number(double value);

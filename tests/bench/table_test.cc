@@ -38,7 +38,7 @@ TEST(SpeedTable, IsMarkdown) {
       {"harvest", "71 ms", 0.24, 1.5, {}, {at_most(0.24, 0.25, " x raw"), at_most(1.5, 1.3, " x nginx")}},
       {"memory", "1.5 MiB", {}, {}, {}, {at_most(1.5, 16, " MiB")}},
       {"status", "", {}, {}, {}, {}}};
-  EXPECT_EQ(markdown("20,000 RDs", rows),
+  EXPECT_EQ(table_head("20,000 RDs") + table_rows(rows),
             "### 20,000 RDs\n"
             "\n"
             "| | measured | x raw | x nginx | x slapd | limit | within |\n"
