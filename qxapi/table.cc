@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <qxapi/qxapi.h>
+#include <qxapi/slice.h>
 
 #include "qxapi/posix.h"
 
@@ -10,7 +11,11 @@ constinit qxapi_host bound = rdm::posix_host::table;
 
 }  // namespace
 
-void qxapi_bind(const qxapi_host *host) noexcept { bound = host != nullptr ? *host : *qxapi_posix_host(); }
+void qxapi_bind(const qxapi_host *host) noexcept {
+  bound = host != nullptr ? *host : *qxapi_posix_host();
+  // The procedure belongs to the host whose table was bound before.
+  qxapi_bind_slices(nullptr);
+}
 
 void *host_alloc(size_t n) noexcept { return bound.alloc(n); }
 void *host_realloc(void *p, size_t n) noexcept { return bound.realloc(p, n); }

@@ -36,7 +36,7 @@ void PrintTo(const Library &library, std::ostream *out) { *out << library.name; 
 
 const std::vector<Library> &libraries() {
   static const std::vector<Library> all = {
-      {"qxapi", "libqxapi.so.3", "QXAPI_3", "qxapi/qxapi.map", {"include/qxapi/qxapi.h"}, {}},
+      {"qxapi", "libqxapi.so.3", "QXAPI_3", "qxapi/qxapi.map", {"include/qxapi/qxapi.h", "include/qxapi/slice.h"}, {}},
       {"cs",
        "libcs.so.1",
        "LIBCS_1",

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include <gtest/gtest.h>
+#include <qxapi/slice.h>
 
 #include "faults/operations.h"
 #include "qxapi/guard.h"
@@ -220,6 +221,15 @@ constexpr Operation operations[] = {
        memory.failing([] { qxapi_bind(nullptr); });
        const HostText block(host_strdup("text"));
        return equals(block.get(), "text");
+     }},
+    {"qxapi_bind_slices host_sends_slices host_send_slice",
+     [](Memory &memory) {
+       return memory.failing([] {
+         const host_slice slice{-1, -1, 0, 1, 7};
+         const bool had_none = host_sends_slices() == 0 && host_send_slice(nullptr, &slice) == -1;
+         qxapi_bind_slices([](host_net *, const host_slice *sent) { return sent->length; });
+         return had_none && host_sends_slices() == 1 && host_send_slice(nullptr, &slice) == 7;
+       });
      }},
     {"qxapi_posix_host",
      [](Memory &memory) { return memory.failing([] { return qxapi_posix_host(); })->version == QXAPI_VERSION; }},

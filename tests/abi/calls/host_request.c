@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 /* The host's procedures for requests. The POSIX host has no client, so their results are known. */
+#include <errno.h>
+
 #include <qxapi/qxapi.h>
+#include <qxapi/slice.h>
 
 #include "check.h"
 
@@ -30,6 +33,21 @@ static void answer_it(void) {
   CHECK(host_net_write(session.socket, "bytes", 5) == -1);
 }
 
+static int64_t send_slice(host_net *socket, const host_slice *slice) { return socket == NULL ? slice->length : -1; }
+
+static void send_from_a_file(void) {
+  const host_slice slice = {0, 0, 0, 1, 7};
+  CHECK(sizeof(host_place) == 16);
+  CHECK(host_sends_slices() == 0);
+  CHECK(host_send_slice(NULL, &slice) == -1);
+  CHECK(errno == ENOSYS);
+  qxapi_bind_slices(send_slice);
+  CHECK(host_sends_slices() == 1);
+  CHECK(host_send_slice(NULL, &slice) == 7);
+  qxapi_bind(NULL);
+  CHECK(host_sends_slices() == 0);
+}
+
 static void report(void) {
   char line[64] = "";
   CHECK(freopen("reports", "w+", stderr) != NULL);
@@ -45,6 +63,7 @@ static void report(void) {
 int main(void) {
   read_a_request();
   answer_it();
+  send_from_a_file();
   report();
   return 0;
 }
