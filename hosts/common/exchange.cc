@@ -79,6 +79,17 @@ std::int64_t Exchange::send_file(host_fd fd, std::int64_t offset, std::int64_t l
   return fits;
 }
 
+std::int64_t Exchange::send_slice(const host_slice &slice) {
+  start();
+  if (slice.length > remaining_length()) {
+    errno = EMSGSIZE;
+    return -1;
+  }
+  if (!head_only_ && !queue_.append_slice(slice)) return -1;
+  written_ += slice.length;
+  return slice.length;
+}
+
 Exchange *exchange_of(const Session *session) {
   return session == nullptr ? nullptr : static_cast<Exchange *>(session->host);
 }

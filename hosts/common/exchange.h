@@ -5,7 +5,7 @@
 /// The host fills an exchange, calls the plug-in with its session and request, and sends head and queue afterwards; the
 /// client's socket is not used during the call. An exchange is used by one thread at a time and cannot be copied or
 /// moved, because session and request point into it. Members throw std::bad_alloc; the host table catches it when the
-/// plug-in calls start, write or send_file.
+/// plug-in calls start, write, send_file or send_slice.
 #ifndef HOSTS_COMMON_EXCHANGE_H
 #define HOSTS_COMMON_EXCHANGE_H
 
@@ -72,6 +72,10 @@ class Exchange {
   /// send_file queues `length` bytes of an open file from `offset` on. Unlike write, it cuts a file at the declared
   /// length without an error. Returns the number of bytes queued, or -1 with errno set.
   std::int64_t send_file(host_fd fd, std::int64_t offset, std::int64_t length);
+
+  /// send_slice queues a slice, or nothing of it if it is longer than the rest of the declared length. Returns its
+  /// length, or -1 with errno set.
+  std::int64_t send_slice(const host_slice &slice);
 
   /* ---- The answer: read by the host after the plug-in has returned ---- */
 

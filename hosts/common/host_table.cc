@@ -17,6 +17,8 @@
 #include <utility>
 #include <vector>
 
+#include <qxapi/slice.h>
+
 #include "hosts/common/exchange.h"
 #include "hosts/common/log_file.h"
 #include "hosts/common/log_text.h"
@@ -239,6 +241,14 @@ std::int64_t buffer_send(host_buffer *reader, host_net *socket) {
   });
 }
 
+std::int64_t send_slice(host_net *socket, const host_slice *slice) {
+  if (socket == nullptr) {
+    errno = ENOTCONN;
+    return -1;
+  }
+  return guarded(std::int64_t{-1}, [&] { return socket->exchange->send_slice(*slice); });
+}
+
 void register_exit(void (*fn)(void *), void *argument) {
   guarded(0, [&] {
     const std::lock_guard lock(exits_mutex);
@@ -291,6 +301,7 @@ void bind_host(Reporter reporter, const qxapi_host &base) {
   table.register_exit = register_exit;
   table.report_error = report_error;
   qxapi_bind(&table);
+  qxapi_bind_slices(send_slice);
 }
 
 long resource_failures() { return resource_failure_count; }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 /// The function table that a host binds: the POSIX table, with the entries for requests, answers, reports and exits
 /// replaced. The POSIX entries for reading input and request headers work on exchanges unchanged; statuses, heads and
-/// answers are written to the exchange.
+/// answers are written to the exchange. Beside the table, it sends slices (qxapi/slice.h).
 #ifndef HOSTS_COMMON_HOST_TABLE_H
 #define HOSTS_COMMON_HOST_TABLE_H
 

@@ -39,7 +39,7 @@ std::size_t OutputQueue::append(std::string_view bytes) {
 
 void OutputQueue::append_memory(std::string_view bytes) {
   if (bytes.empty()) return;
-  if (pieces_.empty() || pieces_.back().file) pieces_.emplace_back();
+  if (pieces_.empty() || !pieces_.back().is_bytes()) pieces_.emplace_back();
   Piece &piece = pieces_.back();
   piece.bytes.append(bytes);
   piece.length += static_cast<std::int64_t>(bytes.size());
@@ -70,6 +70,14 @@ bool OutputQueue::append_file(host_fd fd, std::int64_t offset, std::int64_t leng
   if (!*copy) return false;
   pieces_.push_back(Piece{{}, std::move(copy), offset, length});
   size_ += length;
+  return true;
+}
+
+bool OutputQueue::append_slice(const host_slice &slice) {
+  std::optional<RecordSlice> records = RecordSlice::of(slice);
+  if (!records) return false;
+  pieces_.push_back(Piece{{}, nullptr, 0, slice.length, std::move(records)});
+  size_ += slice.length;
   return true;
 }
 

@@ -3,28 +3,33 @@
 ///
 /// Bytes are copied into memory up to a limit, and beyond it into an unlinked temporary file, so that a large answer to
 /// a slow client costs disk space instead of memory. Files are queued by duplicated descriptor, so the original may be
-/// closed or removed. Failures set errno.
+/// closed or removed; slices of a file that many answers share take neither memory nor disk space. Failures set errno.
 #ifndef HOSTS_COMMON_OUTPUT_QUEUE_H
 #define HOSTS_COMMON_OUTPUT_QUEUE_H
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "hosts/common/record_slice.h"
 #include "qxapi/guard.h"
 
 namespace rdm::hosts {
 
-/// Piece is a part of an answer: `bytes`, or `length` bytes of `file` from `offset` on. The offset is explicit because
-/// a duplicated descriptor shares its file position with the original.
+/// Piece is a part of an answer: `bytes`, or `length` bytes of `file` from `offset` on, or `records`. The offset is
+/// explicit because a duplicated descriptor shares its file position with the original.
 struct Piece {
   std::string bytes;
-  std::shared_ptr<const HostFileGuard> file;  // null for bytes
+  std::shared_ptr<const HostFileGuard> file;  // null for bytes and records
   std::int64_t offset = 0;
-  std::int64_t length = 0;  // of either kind
+  std::int64_t length = 0;                  // of any kind
+  std::optional<RecordSlice> records = {};  // empty for bytes and files
+
+  bool is_bytes() const { return !file && !records; }
 };
 
 class OutputQueue {
@@ -42,7 +47,10 @@ class OutputQueue {
   /// fails.
   bool append_file(host_fd fd, std::int64_t offset, std::int64_t length);
 
-  /// size returns the number of bytes queued, of either kind.
+  /// append_slice queues a slice. Returns false if a descriptor of it cannot be kept open.
+  bool append_slice(const host_slice &slice);
+
+  /// size returns the number of bytes queued, of any kind.
   std::int64_t size() const { return size_; }
 
   const std::vector<Piece> &pieces() const { return pieces_; }

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <span>
 
 #include "hosts/common/host_table.h"
 #include "support/directories.h"
@@ -48,14 +49,25 @@ std::string configure(const support::TemporaryDirectory &directory, const std::s
       "rdm.conf", "bindir=\"/nowhere\" csid-config=\"" + services + "\" csid-default=\"" + csid + "\" " + logs + "\n");
 }
 
+std::string bytes_of(const hosts::Piece &piece) {
+  std::string part(static_cast<size_t>(piece.length), '\0');
+  if (piece.records) {
+    hosts::RecordCursor cursor(*piece.records);
+    for (size_t done = 0; done < part.size();) {
+      const ssize_t got = cursor.read(std::span(part).subspan(done));
+      if (got <= 0) return part.substr(0, done);
+      cursor.skip(got);
+      done += static_cast<size_t>(got);
+    }
+  } else if (piece.file) {
+    part.resize(static_cast<size_t>(::pread(piece.file->get(), part.data(), part.size(), piece.offset)));
+  }
+  return piece.is_bytes() ? piece.bytes : part;
+}
+
 std::string bytes_of(hosts::Exchange &exchange) {
   std::string bytes;
-  for (const hosts::Piece &piece : exchange.queue().take()) {
-    std::string part(piece.file ? static_cast<size_t>(piece.length) : 0, '\0');
-    if (piece.file)
-      part.resize(static_cast<size_t>(::pread(piece.file->get(), part.data(), part.size(), piece.offset)));
-    bytes += piece.file ? part : piece.bytes;
-  }
+  for (const hosts::Piece &piece : exchange.queue().take()) bytes += bytes_of(piece);
   return bytes;
 }
 

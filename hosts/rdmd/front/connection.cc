@@ -366,6 +366,15 @@ void Connection::delivery_failed() {
   close();
 }
 
+void Connection::delivery_spoilt() {
+  record_.close_by(ClosedBy::server);
+  server_.errors().error(
+      "a database was changed or cut while an answer was sent from it: the answer is broken off "
+      "(client " +
+      record_.who() + "); replace databases by rename");
+  close();
+}
+
 void Connection::finish_record() { record_.finish(delivery_.progress(), keep_, server_.metrics(), server_.access()); }
 
 /* ---- What follows an answer ---- */

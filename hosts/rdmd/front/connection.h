@@ -116,6 +116,7 @@ class Connection final : public std::enable_shared_from_this<Connection>,
   void release_request();
   void delivered() override;
   void delivery_failed() override;
+  void delivery_spoilt() override;
   void finish_record();
 
   /* ---- What follows an answer ---- */

@@ -25,6 +25,8 @@ void Delivery::send() {
       return await();
     case Sender::State::failed:
       return owner_.delivery_failed();
+    case Sender::State::changed:
+      return owner_.delivery_spoilt();
   }
 }
 

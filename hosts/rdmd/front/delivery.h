@@ -25,6 +25,8 @@ class Delivery {
     virtual void delivered() = 0;
     /// delivery_failed is called if the connection is broken, or a file is shorter than its piece.
     virtual void delivery_failed() = 0;
+    /// delivery_spoilt is called if a file from which records are sent has changed, or their places are wrong.
+    virtual void delivery_spoilt() = 0;
 
    protected:
     ~Owner() = default;

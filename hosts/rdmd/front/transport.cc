@@ -93,11 +93,14 @@ ssize_t Transport::send_parts(std::span<const std::string_view> parts, bool more
   std::array<iovec, 16> vectors;
   const std::size_t taken = std::min(parts.size(), vectors.size());
   for (std::size_t i = 0; i < taken; ++i) vectors[i] = {const_cast<char *>(parts[i].data()), parts[i].size()};
+  return send_vectors(std::span(vectors).first(taken), more || taken < parts.size());
+}
+
+ssize_t Transport::send_vectors(std::span<iovec> parts, bool more) {
   msghdr message{};
-  message.msg_iov = vectors.data();
-  message.msg_iovlen = taken;
-  return count(
-      ::sendmsg(socket_, &message, MSG_NOSIGNAL | MSG_DONTWAIT | (more || taken < parts.size() ? MSG_MORE : 0)));
+  message.msg_iov = parts.data();
+  message.msg_iovlen = parts.size();
+  return count(::sendmsg(socket_, &message, MSG_NOSIGNAL | MSG_DONTWAIT | (more ? MSG_MORE : 0)));
 }
 
 /// copy_file reads and sends, for file systems without sendfile().

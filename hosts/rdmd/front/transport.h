@@ -10,6 +10,7 @@
 #define HOSTS_RDMD_FRONT_TRANSPORT_H
 
 #include <sys/types.h>
+#include <sys/uio.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -49,6 +50,9 @@ class Transport {
   ssize_t send(std::string_view bytes, bool more);
   /// send_parts does the same for several parts, which are not empty. Not by TLS.
   ssize_t send_parts(std::span<const std::string_view> parts, bool more);
+  /// send_vectors does the same for parts whose bytes need not be there: it fails with EFAULT. There are at most
+  /// IOV_MAX.
+  ssize_t send_vectors(std::span<iovec> parts, bool more);
   /// is_unfinished returns true if the last call of send by TLS must be repeated.
   bool is_unfinished() const { return is_unfinished_; }
   /// sends_files returns true if send_file may be called now: always for plain bytes; by TLS only if the kernel

@@ -74,10 +74,25 @@ bool add_file(Compressor &compressor, const hosts::Piece &piece) {
   return true;
 }
 
+bool add_records(Compressor &compressor, const hosts::RecordSlice &records) {
+  hosts::RecordCursor cursor(records);
+  std::array<char, block_size> block;
+  while (cursor.left() > 0) {
+    const ssize_t got = cursor.read(block);
+    if (got <= 0 || !compressor.add({block.data(), static_cast<std::size_t>(got)})) return false;
+    cursor.skip(got);
+  }
+  return true;
+}
+
+bool add_piece(Compressor &compressor, const hosts::Piece &piece) {
+  if (piece.records) return add_records(compressor, *piece.records);
+  return piece.file ? add_file(compressor, piece) : add_bytes(compressor, piece.bytes);
+}
+
 bool add_all(Compressor &compressor, const std::vector<hosts::Piece> &pieces) {
-  return std::all_of(pieces.begin(), pieces.end(), [&](const hosts::Piece &piece) {
-    return piece.file ? add_file(compressor, piece) : add_bytes(compressor, piece.bytes);
-  });
+  return std::all_of(pieces.begin(), pieces.end(),
+                     [&](const hosts::Piece &piece) { return add_piece(compressor, piece); });
 }
 
 std::int64_t size_of(const std::vector<hosts::Piece> &pieces) {

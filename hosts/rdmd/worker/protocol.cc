@@ -19,6 +19,9 @@ constexpr int outcomes = static_cast<int>(hosts::Outcome::broken) + 1;
 
 using SharedFile = std::shared_ptr<const HostFileGuard>;
 
+/// Kind is the kind of a piece.
+enum class Kind : unsigned char { bytes, file, records, count };
+
 /// AnswerPackets distributes the pieces of an answer over packets.
 class AnswerPackets {
  public:
@@ -27,7 +30,7 @@ class AnswerPackets {
     write_labels(answer.labels);
     writer_.number(answer.delimited);
     write_head(answer.head);
-    for (const hosts::Piece &piece : answer.pieces) piece.file ? add_file(piece) : add_bytes(piece.bytes);
+    for (const hosts::Piece &piece : answer.pieces) add(piece);
   }
 
   std::vector<OutgoingPacket> finish() {
@@ -36,7 +39,10 @@ class AnswerPackets {
   }
 
  private:
-  enum class Kind : unsigned char { bytes, file };
+  void add(const hosts::Piece &piece) {
+    if (piece.records) return add_records(*piece.records);
+    piece.file ? add_file(piece) : add_bytes(piece.bytes);
+  }
 
   void write_labels(const hosts::RequestLabels &labels) {
     writer_.text(labels.type);
@@ -66,13 +72,28 @@ class AnswerPackets {
   }
 
   void add_file(const hosts::Piece &piece) {
-    const auto known = std::find(files_.begin(), files_.end(), piece.file->get());
-    if (known == files_.end() && files_.size() == packet_files) close(false);
+    make_room_for(1);
     pieces_.number(Kind::file);
     pieces_.number(index_of(piece.file->get()));
     pieces_.number(piece.offset);
     pieces_.number(piece.length);
     ++count_;
+  }
+
+  void add_records(const hosts::RecordSlice &records) {
+    make_room_for(2);
+    pieces_.number(Kind::records);
+    pieces_.number(index_of(records.records->fd()));
+    pieces_.number(index_of(records.places->fd()));
+    pieces_.number(records.first);
+    pieces_.number(records.count);
+    pieces_.number(records.length);
+    ++count_;
+  }
+
+  /// make_room_for closes a packet that cannot take so many more descriptors.
+  void make_room_for(std::size_t files) {
+    if (files_.size() + files > packet_files) close(false);
   }
 
   std::uint32_t index_of(host_fd file) {
@@ -143,24 +164,70 @@ hosts::ServiceAnswer read_answer(PacketReader &reader) {
 /// is_position returns true for an offset or a length whose sums over all pieces of an answer cannot overflow.
 bool is_position(std::int64_t value) { return value >= 0 && value <= position_limit; }
 
-hosts::Piece read_piece(PacketReader &reader, const std::vector<SharedFile> &files) {
-  hosts::Piece piece;
-  if (!reader.boolean()) {
-    piece.bytes = reader.text();
+class PieceReader {
+ public:
+  PieceReader(PacketReader &reader, const std::vector<SharedFile> &files) : reader_(reader), files_(files) {}
+
+  hosts::Piece read() {
+    switch (reader_.choice<Kind>(static_cast<int>(Kind::count))) {
+      case Kind::file:
+        return read_file();
+      case Kind::records:
+        return read_records();
+      default:
+        return read_bytes();
+    }
+  }
+
+ private:
+  hosts::Piece read_bytes() {
+    hosts::Piece piece;
+    piece.bytes = reader_.text();
     piece.length = static_cast<std::int64_t>(piece.bytes.size());
     return piece;
   }
-  const auto index = reader.number<std::uint32_t>();
-  piece.offset = reader.number<std::int64_t>();
-  piece.length = reader.number<std::int64_t>();
-  if (index >= files.size() || !is_position(piece.offset) || !is_position(piece.length)) throw MalformedPacket();
-  piece.file = files[index];
-  return piece;
-}
+
+  hosts::Piece read_file() {
+    hosts::Piece piece;
+    piece.file = file();
+    piece.offset = position();
+    piece.length = position();
+    return piece;
+  }
+
+  /// read_records checks no places: the sender checks each before it uses it.
+  hosts::Piece read_records() {
+    hosts::Piece piece;
+    host_slice slice{};
+    slice.records = file()->get();
+    slice.places = file()->get();
+    slice.first = reader_.number<std::uint32_t>();
+    slice.count = reader_.number<std::uint32_t>();
+    piece.length = slice.length = position();
+    piece.records = hosts::RecordSlice::of(slice);
+    if (!piece.records) throw MalformedPacket();
+    return piece;
+  }
+
+  const SharedFile &file() {
+    const auto index = reader_.number<std::uint32_t>();
+    if (index >= files_.size()) throw MalformedPacket();
+    return files_[index];
+  }
+
+  std::int64_t position() {
+    const auto value = reader_.number<std::int64_t>();
+    if (!is_position(value)) throw MalformedPacket();
+    return value;
+  }
+
+  PacketReader &reader_;
+  const std::vector<SharedFile> &files_;
+};
 
 /// append joins bytes that were split to fit into packets.
 void append(std::vector<hosts::Piece> &pieces, hosts::Piece piece) {
-  if (piece.file || pieces.empty() || pieces.back().file) return pieces.push_back(std::move(piece));
+  if (!piece.is_bytes() || pieces.empty() || !pieces.back().is_bytes()) return pieces.push_back(std::move(piece));
   pieces.back().bytes += piece.bytes;
   pieces.back().length += piece.length;
 }
@@ -224,7 +291,8 @@ bool AnswerReader::add(Packet packet) {
   std::vector<SharedFile> files;
   for (HostFileGuard &file : packet.files) files.push_back(std::make_shared<const HostFileGuard>(std::move(file)));
   const bool last = reader.boolean();
-  for (auto left = reader.number<std::uint32_t>(); left > 0; --left) append(answer_->pieces, read_piece(reader, files));
+  for (auto left = reader.number<std::uint32_t>(); left > 0; --left)
+    append(answer_->pieces, PieceReader(reader, files).read());
   reader.end();
   if (answer_->pieces.size() > piece_limit) throw MalformedPacket();
   return last;

@@ -5,8 +5,8 @@
 /// it a second socket. On that one come the orders, requests and the order to reopen the logs, of which the worker
 /// takes the next when it has obeyed the last. The front has that end of the socket as well, so it can take back the
 /// orders that the worker has not taken. On the first socket the worker sends the answers in the order of the requests,
-/// each as one or more packets: the first with the head, each with some pieces of the body, bytes in the packet and
-/// files as descriptors.
+/// each as one or more packets: the first with the head, each with some pieces of the body, bytes in the packet,
+/// files and slices as descriptors.
 #ifndef HOSTS_RDMD_WORKER_PROTOCOL_H
 #define HOSTS_RDMD_WORKER_PROTOCOL_H
 

@@ -7,6 +7,7 @@
 
 #include "support/files.h"
 #include "support/memory_host.h"
+#include "support/slices.h"
 
 using namespace rdm;
 
@@ -190,6 +191,37 @@ TEST_F(ExchangeTest, AFileThatCannotBeQueuedIsRefused) {
   EXPECT_EQ(exchange.send_file(-1, 0, 10), -1);
   EXPECT_EQ(errno, EBADF);
   EXPECT_EQ(exchange.queue().size(), 0);
+}
+
+TEST_F(ExchangeTest, QueuesASliceOnlyIfAllOfItWasDeclared) {
+  const support::TemporaryDirectory directory;
+  const support::SliceFiles files(directory.path("records"), "0123456789", {{5, 2, 0}, {1, 3, 0}});
+  for (const char *length : {"4", "5", "6"}) {
+    Exchange exchange;
+    declare(exchange, length);
+    errno = 0;
+    const bool fits = std::string(length) != "4";
+    EXPECT_EQ(exchange.send_slice(files.all()), fits ? 5 : -1);
+    EXPECT_TRUE(exchange.started());
+    EXPECT_EQ(errno, fits ? 0 : EMSGSIZE);
+    EXPECT_EQ(exchange.queue().size(), fits ? 5 : 0);
+    EXPECT_EQ(exchange.delimited(), std::string(length) == "5");
+  }
+}
+
+TEST_F(ExchangeTest, CountsASliceOfAnAnswerToHead) {
+  Exchange exchange;
+  exchange.head_only();
+  declare(exchange, "5");
+  EXPECT_EQ(exchange.send_slice({-1, -1, 0, 1, 5}), 5);
+  EXPECT_EQ(exchange.queue().size(), 0);
+  EXPECT_EQ(exchange.send_slice({-1, -1, 0, 1, 5}), -1) << "more than declared";
+}
+
+TEST_F(ExchangeTest, ASliceThatCannotBeQueuedIsRefused) {
+  Exchange exchange;
+  EXPECT_EQ(exchange.send_slice({-1, -1, 0, 1, 5}), -1);
+  EXPECT_EQ(errno, EBADF);
 }
 
 TEST_F(ExchangeTest, ThrowsWhenItsBlocksCannotBeMade) {

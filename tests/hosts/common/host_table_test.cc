@@ -17,6 +17,7 @@
 #include "qxapi/guard.h"
 #include "support/files.h"
 #include "support/refused_new.h"
+#include "support/slices.h"
 
 using namespace rdm;
 
@@ -148,6 +149,18 @@ TEST_F(HostTable, SendingFailsOnAClosedDescriptor) {
   EXPECT_EQ(host_buffer_send(reader.get(), exchange.session()->socket), -1);
   EXPECT_EQ(errno, EBADF);
   EXPECT_EQ(host_buffer_send(reader.get(), nullptr), -1);
+}
+
+TEST_F(HostTable, SendsSlices) {
+  const support::TemporaryDirectory directory;
+  const support::SliceFiles files(directory.path("records"), "0123456789", {{5, 2, 0}, {1, 3, 0}});
+  const host_slice slice = files.all();
+  Exchange exchange;
+  EXPECT_EQ(host_sends_slices(), 1);
+  EXPECT_EQ(host_send_slice(exchange.session()->socket, &slice), 5);
+  EXPECT_EQ(exchange.queue().size(), 5);
+  EXPECT_EQ(host_send_slice(nullptr, &slice), -1);
+  EXPECT_EQ(errno, ENOTCONN);
 }
 
 TEST_F(HostTable, ReportsNameFunctionAndClientInOneLine) {

@@ -13,6 +13,7 @@
 #include "support/file_limit.h"
 #include "support/files.h"
 #include "support/memory_host.h"
+#include "support/slices.h"
 
 using namespace rdm;
 
@@ -162,6 +163,32 @@ TEST_F(Queue, KeepsTheOrderOfBytesAndFiles) {
   queue.append("gh");
   EXPECT_EQ(bytes_of(queue), "abFILEcdefLEgh");
   EXPECT_EQ(queue.size(), 14);
+}
+
+TEST_F(Queue, QueuesASliceBetweenBytesWithoutACopy) {
+  const support::TemporaryDirectory directory;
+  const support::SliceFiles files(directory.path("records"), "0123456789", {{5, 2, 0}, {1, 3, 0}});
+  OutputQueue queue(4);
+  EXPECT_EQ(queue.append("ab"), 2u);
+  EXPECT_TRUE(queue.append_slice(files.all()));
+  EXPECT_EQ(queue.append("cd"), 2u);
+  EXPECT_EQ(queue.size(), 9);
+  const std::vector<Piece> pieces = queue.take();
+  ASSERT_EQ(pieces.size(), 3u);
+  EXPECT_EQ(pieces[0].bytes, "ab");
+  EXPECT_FALSE(pieces[1].is_bytes());
+  EXPECT_EQ(pieces[1].length, 5);
+  ASSERT_TRUE(pieces[1].records);
+  EXPECT_EQ(pieces[1].records->count, 2u);
+  EXPECT_EQ(pieces[1].records->length, 5);
+  EXPECT_EQ(pieces[2].bytes, "cd");
+}
+
+TEST_F(Queue, ASliceWhoseFilesCannotBeKeptOpenIsRefused) {
+  OutputQueue queue;
+  EXPECT_FALSE(queue.append_slice({-1, -1, 0, 1, 5}));
+  EXPECT_EQ(queue.size(), 0);
+  EXPECT_TRUE(queue.pieces().empty());
 }
 
 TEST_F(Queue, NothingQueuesNothing) {

@@ -2,11 +2,14 @@
 #include "hosts/rdmd/front/sender.h"
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -19,6 +22,7 @@
 #include "hosts/rdmd/tls_support.h"
 #include "support/environment.h"
 #include "support/files.h"
+#include "support/slices.h"
 
 using namespace rdm;
 
@@ -66,6 +70,9 @@ Piece bytes(const std::string &text) { return {text, nullptr, 0, static_cast<std
 Piece stretch(const std::string &path, std::int64_t offset, std::int64_t length) {
   return {"", std::make_shared<const HostFileGuard>(host_open_read(path.c_str())), offset, length};
 }
+
+/// records returns a slice as a piece.
+Piece records(const host_slice &slice) { return {"", nullptr, 0, slice.length, hosts::RecordSlice::of(slice)}; }
 
 /// answer returns the sender of a head and pieces.
 template <typename... Pieces>
@@ -143,6 +150,138 @@ TEST(AnswerSender, FailsQuietlyWhenTheClientHasGone) {
   EXPECT_EQ(sender.send(pair.transport()), Sender::State::failed);
 }
 
+/// NoMappings makes mmap() fail for its lifetime.
+class NoMappings {
+ public:
+  NoMappings() {
+    ::getrlimit(RLIMIT_AS, &before_);
+    const struct rlimit limit { 0, before_.rlim_max };
+    ::setrlimit(RLIMIT_AS, &limit);
+  }
+  NoMappings(const NoMappings &) = delete;
+  NoMappings &operator=(const NoMappings &) = delete;
+  ~NoMappings() { ::setrlimit(RLIMIT_AS, &before_); }
+
+ private:
+  struct rlimit before_ {};
+};
+
+/// A file of three million bytes, and places in it.
+class SliceSender : public ::testing::Test {
+ protected:
+  SliceSender() {
+    for (int i = 0; text_.size() < 3'000'000; ++i) text_ += std::to_string(i) + ' ';
+    files_.emplace(directory_.path("records"), text_, support::scattered(9000, text_.size()));
+  }
+  host_slice slice() const { return files_->all(); }
+  std::string right() const { return support::bytes_of(slice()); }
+
+  /// send_all sends an answer to a client that reads, and returns what that got. `between` is called after each step.
+  template <typename Pair>
+  static std::string send_all(
+      Sender &sender, Pair &pair, Sender::State &end, const std::function<void()> &between = [] {}) {
+    std::string received;
+    do {
+      end = sender.send(pair.transport());
+      received += pair.receive_all();
+      between();
+    } while (end == Sender::State::more || end == Sender::State::blocked);
+    return received;
+  }
+
+  const support::TemporaryDirectory directory_;
+  std::string text_;
+  std::optional<support::SliceFiles> files_;
+};
+
+TEST_F(SliceSender, SendsRecordsBetweenBytes) {
+  SocketPair pair;
+  Sender sender = answer("HEAD ", bytes("one "), records(slice()), bytes(" two"), records(files_->slice(5, 1)));
+  Sender::State end{};
+  EXPECT_EQ(send_all(sender, pair, end), "HEAD one " + right() + " two" + support::bytes_of(files_->slice(5, 1)));
+  EXPECT_EQ(end, Sender::State::done);
+  EXPECT_EQ(sender.sent(), pair.transport().sent());
+}
+
+TEST_F(SliceSender, ReadsAndSendsRecordsOfAFileWithoutAMapping) {
+  const auto file = hosts::SharedFile::open(slice().records);
+  {
+    const NoMappings refused;
+    EXPECT_EQ(file->mapping(), nullptr);
+  }
+  SocketPair pair;
+  Sender sender = answer("HEAD", records(slice()));
+  Sender::State end{};
+  EXPECT_EQ(send_all(sender, pair, end), "HEAD" + right());
+  EXPECT_EQ(end, Sender::State::done);
+}
+
+TEST_F(SliceSender, OfAFileThatIsCutStopsWithoutASignal) {
+  SocketPair pair;
+  Sender sender = answer("HEAD", records(slice()));
+  const std::size_t whole = 4 + right().size();
+  Sender::State end{};
+  const std::string received =
+      send_all(sender, pair, end, [&] { EXPECT_EQ(::truncate(files_->path().c_str(), 100'000), 0); });
+  EXPECT_EQ(end, Sender::State::changed);
+  EXPECT_LT(received.size(), whole);
+  EXPECT_LT(sender.sent(), static_cast<std::int64_t>(whole));
+}
+
+TEST_F(SliceSender, OfAFileThatWasCutBeforeStopsWithoutASignal) {
+  SocketPair pair;
+  Sender sender = answer("HEAD", records(slice()));
+  ASSERT_EQ(::truncate(files_->path().c_str(), 0), 0);
+  Sender::State end{};
+  EXPECT_EQ(send_all(sender, pair, end), "HEAD");
+  EXPECT_EQ(end, Sender::State::changed);
+}
+
+TEST_F(SliceSender, OfAFileThatIsOverwrittenStops) {
+  SocketPair pair;
+  Sender sender = answer("HEAD", records(slice()));
+  const std::string right = "HEAD" + this->right();
+  Sender::State end{};
+  const std::string received = send_all(sender, pair, end, [&] {
+    support::write_file(files_->path(), std::string(text_.size(), '?'));
+    const timespec times[] = {{1, 0}, {1, 0}};
+    ::utimensat(AT_FDCWD, files_->path().c_str(), times, 0);
+  });
+  EXPECT_EQ(end, Sender::State::changed);
+  EXPECT_LT(received.size(), right.size());
+}
+
+TEST_F(SliceSender, OfAFileThatIsReplacedSendsTheOldOne) {
+  SocketPair pair;
+  Sender sender = answer("HEAD", records(slice()));
+  const std::string right = "HEAD" + this->right();
+  Sender::State end{};
+  EXPECT_EQ(send_all(sender, pair, end,
+                     [&] {
+                       support::write_file(directory_.path("new"), std::string(text_.size(), '?'));
+                       std::filesystem::rename(directory_.path("new"), files_->path());
+                     }),
+            right);
+  EXPECT_EQ(end, Sender::State::done);
+}
+
+TEST_F(SliceSender, WithWrongPlacesStops) {
+  host_slice slice = this->slice();
+  ++slice.length;
+  SocketPair pair;
+  Sender sender = answer("HEAD", records(slice));
+  Sender::State end{};
+  EXPECT_TRUE(("HEAD" + right()).starts_with(send_all(sender, pair, end)));
+  EXPECT_EQ(end, Sender::State::changed);
+}
+
+TEST_F(SliceSender, FailsQuietlyWhenTheClientHasGone) {
+  SocketPair pair;
+  pair.hang_up();
+  Sender sender = answer("HEAD", records(slice()));
+  EXPECT_EQ(sender.send(pair.transport()), Sender::State::failed);
+}
+
 /// TlsPair is a SocketPair whose ends have made a TLS session.
 class TlsPair {
  public:
@@ -205,6 +344,26 @@ TEST(AnswerSender, ContinuesARecordByTlsAfterAFullSocket) {
   }
   EXPECT_TRUE(was_unfinished);
   EXPECT_EQ(received, "HEAD" + text + "short" + text.substr(1, 999'999) + text);
+}
+
+TEST_F(SliceSender, SendsRecordsByTls) {
+  TlsPair pair;
+  Sender sender = answer("HEAD", bytes("short"), records(slice()), bytes("end"), records(files_->slice(5, 1)));
+  Sender::State end{};
+  EXPECT_EQ(send_all(sender, pair, end), "HEADshort" + right() + "end" + support::bytes_of(files_->slice(5, 1)));
+  EXPECT_EQ(end, Sender::State::done);
+}
+
+TEST_F(SliceSender, OfAFileThatIsCutStopsByTls) {
+  TlsPair pair;
+  Sender sender = answer("HEAD", records(slice()));
+  const std::string right = "HEAD" + this->right();
+  Sender::State end{};
+  const std::string received =
+      send_all(sender, pair, end, [&] { EXPECT_EQ(::truncate(files_->path().c_str(), 100'000), 0); });
+  EXPECT_EQ(end, Sender::State::changed);
+  EXPECT_TRUE(right.starts_with(received));
+  EXPECT_LT(received.size(), right.size());
 }
 
 TEST(AnswerSender, FailsByTlsWhenAFileBecameShorterThanItsStretch) {

@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include "support/files.h"
+#include "support/slices.h"
 
 using namespace rdm;
 
@@ -117,6 +118,14 @@ TEST(TemporaryBytes, AreThoseOfFilesWithoutAName) {
   ASSERT_EQ(::unlink(removed.c_str()), 0);
   EXPECT_EQ(rdmd::temporary_bytes(pieces), 5);
   EXPECT_EQ(rdmd::temporary_bytes({}), 0);
+}
+
+TEST(TemporaryBytes, SlicesTakeNoRoom) {
+  const support::TemporaryDirectory directory;
+  const support::SliceFiles files(directory.path("records"), "0123456789", {{5, 2, 0}});
+  const std::vector<hosts::Piece> pieces = {{"", nullptr, 0, 2, hosts::RecordSlice::of(files.all())}};
+  ASSERT_EQ(::unlink(files.path().c_str()), 0);
+  EXPECT_EQ(rdmd::temporary_bytes(pieces), 0) << "nor if the database was replaced";
 }
 
 }  // namespace

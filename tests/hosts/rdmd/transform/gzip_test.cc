@@ -15,6 +15,7 @@
 #include "support/files.h"
 #include "support/gunzip.h"
 #include "support/refused_new.h"
+#include "support/slices.h"
 
 using namespace rdm;
 
@@ -61,6 +62,17 @@ TEST_F(Gzip, JoinsBytesAndRangesOfFiles) {
   const auto compressed = rdmd::gzip({bytes_of(header), file_of(file, 1'000, 400'000), bytes_of(header)});
   ASSERT_TRUE(compressed);
   EXPECT_EQ(support::gunzip(content(*compressed)), header + file.substr(1'000, 400'000) + header);
+}
+
+TEST_F(Gzip, TakesTheRecordsOfSlices) {
+  const std::string header = noise(3'000), text = noise(100'000);
+  const support::SliceFiles files(directory_.path("records"), text, support::scattered(1000, text.size()));
+  const Piece records{{}, nullptr, 0, files.all().length, hosts::RecordSlice::of(files.all())};
+  const auto compressed = rdmd::gzip({bytes_of(header), records, bytes_of(header)});
+  ASSERT_TRUE(compressed);
+  EXPECT_EQ(support::gunzip(content(*compressed)), header + support::bytes_of(files.all()) + header);
+  ASSERT_EQ(::truncate(files.path().c_str(), 5'000), 0);
+  EXPECT_FALSE(rdmd::gzip({records})) << "a file that has changed";
 }
 
 TEST_F(Gzip, KeepsAShortResultInMemoryAndTheRestOfALongOneInAFile) {

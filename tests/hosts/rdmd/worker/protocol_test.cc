@@ -17,6 +17,7 @@
 #include "hosts/rdmd/master/control.h"
 #include "support/directories.h"
 #include "support/files.h"
+#include "support/slices.h"
 
 using namespace rdm;
 using namespace rdm::rdmd;
@@ -140,6 +141,68 @@ TEST(WorkerProtocol, FilesArriveWithTheirRanges) {
   }
   EXPECT_EQ(text, "a234b0" + std::string(packet_files + 1, '9'));
   EXPECT_EQ(received.pieces[1].file, received.pieces[3].file);
+}
+
+hosts::Piece records(const host_slice &slice) { return {"", nullptr, 0, slice.length, hosts::RecordSlice::of(slice)}; }
+
+TEST(WorkerProtocol, SlicesArriveAsTheyWereSent) {
+  const support::TemporaryDirectory directory;
+  const support::SliceFiles files(directory.path("one"), "0123456789", {{5, 2, 0}, {1, 3, 0}, {9, 1, 0}});
+  hosts::ServiceAnswer sent = answer();
+  sent.pieces = {bytes("a"), records(files.slice(1, 2)), bytes("b"), records(files.slice(0, 1))};
+  const auto [received, packets] = exchange(sent);
+  EXPECT_EQ(packets, 1u);
+  ASSERT_EQ(received.pieces.size(), 4u);
+  EXPECT_EQ(received.pieces[0].bytes, "a");
+  EXPECT_EQ(received.pieces[2].bytes, "b");
+  EXPECT_EQ(received.pieces[1].length, 4);
+  ASSERT_TRUE(received.pieces[1].records && received.pieces[3].records);
+  const hosts::RecordSlice &slice = *received.pieces[1].records;
+  EXPECT_EQ(support::bytes_of({slice.records->fd(), slice.places->fd(), slice.first, slice.count, slice.length}),
+            "1239");
+  EXPECT_EQ(slice.records, received.pieces[3].records->records) << "one descriptor for both";
+  EXPECT_EQ(received.pieces[3].records->length, 2);
+}
+
+TEST(WorkerProtocol, SlicesOfManyFilesTakeSeveralPackets) {
+  const support::TemporaryDirectory directory;
+  std::vector<support::SliceFiles> files;
+  hosts::ServiceAnswer sent = answer();
+  for (std::size_t i = 0; i < packet_files / 2 + 1; ++i) {
+    files.emplace_back(directory.path("file" + std::to_string(i)), std::to_string(100 + i),
+                       std::vector<host_place>{{0, 3, 0}});
+    sent.pieces.push_back(records(files.back().all()));
+  }
+  const auto [received, packets] = exchange(sent);
+  EXPECT_EQ(packets, 2u);
+  ASSERT_EQ(received.pieces.size(), files.size());
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    char block[3];
+    EXPECT_EQ(hosts::RecordCursor(*received.pieces[i].records).read(block), 3);
+    EXPECT_EQ(std::string(block, 3), std::to_string(100 + i));
+  }
+}
+
+TEST(WorkerProtocol, AnImpossibleSliceIsRefused) {
+  const support::TemporaryDirectory directory;
+  const support::SliceFiles files(directory.path("file"), "0123456789", {{5, 2, 0}});
+  const auto add = [&](const hosts::RecordSlice &slice, std::size_t descriptors) {
+    hosts::ServiceAnswer sent = answer();
+    sent.pieces = {{"", nullptr, 0, slice.length, slice}};
+    Packet received{encode_answer(sent).front().bytes, {}};
+    while (received.files.size() < descriptors) received.files.emplace_back(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+    AnswerReader().add(std::move(received));
+  };
+  const hosts::RecordSlice right = *hosts::RecordSlice::of(files.all());
+  EXPECT_NO_THROW(add(right, 2));
+  EXPECT_THROW(add(right, 1), MalformedPacket);
+  for (const auto &[count, length] : std::vector<std::pair<std::uint32_t, std::int64_t>>{
+           {0, 2}, {3, 2}, {1, 0}, {1, -1}, {1, (INT64_C(1) << 40) + 1}}) {
+    hosts::RecordSlice wrong = right;
+    wrong.count = count;
+    wrong.length = length;
+    EXPECT_THROW(add(wrong, 2), MalformedPacket) << count << ' ' << length;
+  }
 }
 
 TEST(WorkerProtocol, ReadinessAndControlMessagesArriveAsTheyWereSent) {

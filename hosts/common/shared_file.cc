@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: MIT
+#include "hosts/common/shared_file.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <iterator>
+#include <map>
+#include <utility>
+#include <vector>
+
+namespace rdm::hosts {
+namespace {
+
+using FilePtr = std::shared_ptr<const SharedFile>;
+
+std::mutex files_mutex;  // guards the variables below
+std::map<FileVersion, std::weak_ptr<const SharedFile>> files;
+std::vector<FilePtr> kept;  // the one mapped first in front
+
+/// drop_some takes the kept files that have lost their name, and those beyond `limit`. The caller destroys them without
+/// the mutex: unmapping a large file takes a millisecond.
+std::vector<FilePtr> drop_some(std::size_t limit) {
+  std::vector<FilePtr> dropped;
+  const auto rest =
+      std::stable_partition(kept.begin(), kept.end(), [](const FilePtr &file) { return !file->has_name(); });
+  const auto beyond = std::max(rest, kept.end() - static_cast<std::ptrdiff_t>(std::min(limit, kept.size())));
+  std::move(kept.begin(), beyond, std::back_inserter(dropped));
+  kept.erase(kept.begin(), beyond);
+  return dropped;
+}
+
+void keep(FilePtr file) {
+  std::vector<FilePtr> dropped;
+  const std::lock_guard lock(files_mutex);
+  dropped = drop_some(SharedFile::kept_limit - 1);
+  kept.push_back(std::move(file));
+}
+
+FileVersion version_of(const struct stat &status) {
+  return {status.st_dev, status.st_ino, status.st_size, status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
+}
+
+}  // namespace
+
+std::shared_ptr<const SharedFile> SharedFile::open(host_fd fd) {
+  struct stat status;
+  if (::fstat(fd, &status) != 0) return nullptr;
+  const FileVersion version = version_of(status);
+  std::vector<FilePtr> dropped;
+  const std::lock_guard lock(files_mutex);
+  dropped = drop_some(kept_limit);
+  std::erase_if(files, [](const auto &entry) { return entry.second.expired(); });
+  std::weak_ptr<const SharedFile> &known = files[version];
+  if (FilePtr file = known.lock()) return file;
+  HostFileGuard copy(::fcntl(fd, F_DUPFD_CLOEXEC, 0));
+  if (!copy) return nullptr;
+  auto file = std::make_shared<const SharedFile>(std::move(copy), version);
+  known = file;
+  return file;
+}
+
+/// Kept files are destroyed at the end of the process, when what host_close uses may be gone.
+SharedFile::~SharedFile() {
+  if (bytes_ != nullptr) ::munmap(bytes_, static_cast<std::size_t>(version_.size));
+  ::close(file_.release());
+}
+
+bool SharedFile::has_name() const {
+  struct stat status;
+  return ::fstat(file_.get(), &status) == 0 && status.st_nlink > 0;
+}
+
+bool SharedFile::is_unchanged() const {
+  struct stat status;
+  return ::fstat(file_.get(), &status) == 0 && version_of(status) == version_;
+}
+
+const char *SharedFile::mapping() const {
+  std::call_once(mapped_, [this] {
+    void *const bytes = ::mmap(nullptr, static_cast<std::size_t>(version_.size), PROT_READ, MAP_SHARED, file_.get(), 0);
+    if (bytes == MAP_FAILED) return;
+    bytes_ = bytes;
+    keep(shared_from_this());
+  });
+  return static_cast<const char *>(bytes_);
+}
+
+}  // namespace rdm::hosts

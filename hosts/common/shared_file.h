@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: MIT
+/// Open files that the answers of a process share: one descriptor and one mapping each, however many answers use them.
+///
+/// The files mapped last, at most SharedFile::kept_limit, stay mapped between answers, because the page faults of a new
+/// mapping are a fifth of the CPU of an answer. One that has lost its name, as a database that was replaced, is let go
+/// when its answers are sent and another answer begins.
+#ifndef HOSTS_COMMON_SHARED_FILE_H
+#define HOSTS_COMMON_SHARED_FILE_H
+
+#include <sys/stat.h>
+
+#include <compare>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <utility>
+
+#include "qxapi/guard.h"
+
+namespace rdm::hosts {
+
+/// FileVersion tells a file from others, and from itself after a change.
+struct FileVersion {
+  dev_t device = 0;
+  ino_t inode = 0;
+  std::int64_t size = 0;
+  std::int64_t seconds = 0, nanoseconds = 0;  // of the last change of its bytes
+
+  auto operator<=>(const FileVersion &) const = default;
+};
+
+/// SharedFile may be used by several threads.
+class SharedFile : public std::enable_shared_from_this<SharedFile> {
+ public:
+  static constexpr std::size_t kept_limit = 8;
+
+  /// open returns the file to which a descriptor leads, as it is now. If an answer has it open already, that one is
+  /// returned, otherwise one with a duplicate of the descriptor. Returns null, with errno set, if fstat() or dup()
+  /// fails.
+  static std::shared_ptr<const SharedFile> open(host_fd fd);
+
+  SharedFile(HostFileGuard file, const FileVersion &version) : file_(std::move(file)), version_(version) {}
+  SharedFile(const SharedFile &) = delete;
+  SharedFile &operator=(const SharedFile &) = delete;
+  ~SharedFile();
+
+  host_fd fd() const { return file_.get(); }
+  std::int64_t size() const { return version_.size; }
+
+  /// has_name returns true if a directory still leads to the file.
+  bool has_name() const;
+  /// is_unchanged returns true if the file still is as it was when it was opened.
+  bool is_unchanged() const;
+
+  /// mapping returns the bytes of the file, which the first call maps, or null if it cannot be mapped. They are for
+  /// system calls, which fail with EFAULT if the file has been cut: a load in this process would be a SIGBUS.
+  const char *mapping() const;
+
+ private:
+  HostFileGuard file_;
+  const FileVersion version_;
+  mutable std::once_flag mapped_;
+  mutable void *bytes_ = nullptr;
+};
+
+}  // namespace rdm::hosts
+
+#endif
