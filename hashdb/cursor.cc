@@ -145,6 +145,7 @@ bool Cursor::take_pair() noexcept {
   if (!holds(value_start, key_start) || key_start > key_end_) return false;
   key_ = bytes(key_start, key_end_);
   value_ = bytes(value_start, key_start);
+  value_offset_ = static_cast<int64_t>((page_number_ << source_.header.page_shift) + value_start);
   key_end_ = value_start;
   slot_ += 2;
   return true;
@@ -165,6 +166,7 @@ bool Cursor::take_long() noexcept {
   }
   key_ = long_key_.text();
   value_ = long_value_.text();
+  value_offset_ = -1;
   return true;
 }
 

@@ -58,6 +58,8 @@ class Cursor {
   /// key and value return the record read last. They are valid until the cursor moves.
   std::string_view key() const noexcept { return key_; }
   std::string_view value() const noexcept { return value_; }
+  /// value_offset returns where the value is in the file, or -1 if it is not in one piece.
+  int64_t value_offset() const noexcept { return value_offset_; }
 
  private:
   uint32_t at(uint32_t index) const noexcept;
@@ -92,6 +94,7 @@ class Cursor {
   LongItem long_value_;
   std::string_view key_;
   std::string_view value_;
+  int64_t value_offset_ = -1;
 };
 
 }  // namespace rdm::hashdb
