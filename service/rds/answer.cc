@@ -8,8 +8,6 @@
 namespace rdm {
 namespace {
 
-constexpr uint32_t memory_limit = 32768;
-
 /// set_response_header replaces a response header. Returns false if allocation fails.
 bool set_response_header(const char *name, const char *value, Request *rq) {
   pblock_remove_n_free(name, rq->response);
@@ -38,17 +36,14 @@ CsioPtr make_header(int32_t count) {
 
 }  // namespace
 
-CsioPtr make_descriptions_buffer() noexcept { return make_csio(memory_limit); }
-
-int send_descriptions(CsioPtr descriptions, int32_t count, uint32_t *bytes, Session *sn, Request *rq) noexcept {
-  csio_finish(descriptions.get());
+int send_descriptions(Body descriptions, int32_t count, uint32_t *bytes, Session *sn, Request *rq) noexcept {
   CsioPtr header = make_header(count);
   if (!header) return -1;
-  const uint64_t length = static_cast<uint64_t>(header->length) + descriptions->length;
+  const uint64_t length = header->length + descriptions.length();
   if (!announce_length(length, rq)) return -1;
   *bytes = static_cast<uint32_t>(length);
   const int sent = rdm_send_result(1, header.release(), sn, rq);
-  return descriptions->length != 0 ? rdm_send_result(0, descriptions.release(), sn, rq) : sent;
+  return descriptions.length() != 0 ? std::move(descriptions).send(sn, rq) : sent;
 }
 
 }  // namespace rdm

@@ -40,8 +40,8 @@ bool Descriptions::read_record(const char *key, DBT &record) const noexcept {
 bool Descriptions::has_room(const SOIF *object, const DBT &record) const noexcept {
   constexpr uint64_t framing = 32;  // bytes, at most, around a value
   const auto values = static_cast<uint64_t>(object->value_bytes), count = static_cast<uint64_t>(object->attr_count);
-  return rdm::has_room(output_->length, record.size + values + (count + 1) * framing) ||
-         rdm::has_room(output_->length, printed_size(object));
+  return rdm::has_room(length(), record.size + values + (count + 1) * framing) ||
+         rdm::has_room(length(), printed_size(object));
 }
 
 bool Descriptions::print(const char *key) const noexcept {
@@ -72,7 +72,7 @@ bool QuickDescriptions::print(uint32_t number) noexcept {
 }
 
 bool QuickDescriptions::copy_pieces(const char *key) const noexcept {
-  if (!has_room(descriptions_.output_->length, pieces_.size())) return report_no_room(key);
+  if (!has_room(descriptions_.length(), pieces_.size())) return report_no_room(key);
   for (const std::string_view piece : pieces_)
     csio_append(descriptions_.output_, piece.data(), static_cast<int32_t>(piece.size()));
   return true;

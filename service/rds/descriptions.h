@@ -36,15 +36,20 @@ class Descriptions {
   /// it did.
   bool print(const char *key) const noexcept;
 
+  /// count_elsewhere sets the number of bytes of the answer that are not in the output, for the test of its room.
+  void count_elsewhere(uint64_t bytes) noexcept { elsewhere_ = bytes; }
+
  private:
   friend class QuickDescriptions;
   bool read_record(const char *key, DBT &record) const noexcept;
   bool print(const char *key, const DBT &record) const noexcept;
   bool has_room(const SOIF *object, const DBT &record) const noexcept;
+  uint64_t length() const noexcept { return elsewhere_ + output_->length; }
 
   DB *database_;
   char **attributes_;
   csio *output_;
+  uint64_t elsewhere_ = 0;
 };
 
 /// QuickDescriptions does the same, but copies the bytes of records that are in the form of the printer.
@@ -55,6 +60,9 @@ class QuickDescriptions {
 
   /// print prints the record of a number. Returns true if it did.
   bool print(uint32_t number) noexcept;
+
+  /// count_elsewhere does what that of Descriptions does.
+  void count_elsewhere(uint64_t bytes) noexcept { descriptions_.count_elsewhere(bytes); }
 
  private:
   bool copy_pieces(const char *key) const noexcept;

@@ -32,7 +32,8 @@ std::optional<uint32_t> number_of(std::string_view key) {
 
 /// judge notes in an entry whether its record prints as it is stored.
 void judge(soif::Canonical &whole, soif::Pieces &pieces, std::string_view record, Location place, Plan::Entry &entry) {
-  entry = {place.offset, place.size, whole.printed(record, pieces) ? Plan::as_stored : Plan::other};
+  const bool is_stored = place.size > 0 && whole.printed(record, pieces);
+  entry = {place.offset, place.size, is_stored ? Plan::as_stored : Plan::other};
 }
 
 /// Positions maps numbers to positions of an index. If a number has several positions, it has the last one.
@@ -79,15 +80,19 @@ struct Filling {
 
 }  // namespace
 
-PlannedDescriptions::PlannedDescriptions(Snapshot &snapshot, char **attributes, csio *output) noexcept
+PlannedDescriptions::PlannedDescriptions(Snapshot &snapshot, char **attributes, Body &output) noexcept
     : snapshot_(snapshot),
       output_(output),
       selects_(attributes != nullptr && attributes[0] != nullptr),
-      others_(snapshot.database(), attributes, output),
+      others_(snapshot.database(), attributes, output.buffer()),
       selection_(selects_ ? attributes : nullptr),
       block_(static_cast<char *>(host_alloc(block_size))) {}
 
+/// plan fills the entries of the positions by a walk through the file, if that is cheaper than a page for each unknown
+/// entry.
 void PlannedDescriptions::plan(uint32_t first, const uint32_t *numbers, uint32_t count) noexcept {
+  is_reserved_ = snapshot_.plan().reserve(first, count);
+  if (!is_reserved_) return;
   uint32_t unknown = 0;
   for (uint32_t i = 0; i < count; ++i) unknown += snapshot_.plan().entry(first + i).state == Plan::unknown ? 1 : 0;
   Positions positions;
@@ -109,6 +114,25 @@ bool PlannedDescriptions::is_planned(Plan::Entry &entry, uint32_t number) noexce
   return entry.state == Plan::as_stored && entry.size <= block_size && block_;
 }
 
+/// run_at returns the records from a position on that print as they are stored, as far as the answer has room.
+PlannedDescriptions::Run PlannedDescriptions::run_at(uint32_t first, const uint32_t *numbers, uint32_t count) noexcept {
+  Run run;
+  for (; run.count < count; ++run.count) {
+    Plan::Entry &entry = snapshot_.plan().entry(first + run.count);
+    if (!is_planned(entry, numbers[run.count]) || !has_room(output_.length() + used_ + run.size, entry.size)) break;
+    run.size += entry.size;
+  }
+  return run;
+}
+
+/// slice appends a run as a slice. Returns false if it has to be copied.
+bool PlannedDescriptions::slice(uint32_t first, Run run) noexcept {
+  if (run.size < least_slice) return false;
+  flush();
+  return output_.add_slice(
+      {snapshot_.locator().file(), snapshot_.plan().file(), first, run.count, static_cast<int64_t>(run.size)});
+}
+
 /// select moves the lines of the selected attributes to the front of a record in memory, and stores their size. Returns
 /// false if it cannot.
 bool PlannedDescriptions::select(char *record, size_t &size) noexcept {
@@ -128,24 +152,47 @@ bool PlannedDescriptions::copy(Location place) noexcept {
   char *const record = block_.get() + used_;
   size_t size = place.size;
   if (!snapshot_.locator().read(place, record) || (selects_ && !select(record, size))) return false;
-  if (!has_room(output_->length + used_, size)) return false;
+  if (!has_room(output_.length() + used_, size)) return false;
   used_ += size;
   return true;
 }
 
+/// print prints one record. Returns true if it did.
 bool PlannedDescriptions::print(uint32_t position, uint32_t number) noexcept {
-  Plan::Entry &entry = snapshot_.plan().entry(position);
-  if (is_planned(entry, number) && copy(entry.place())) return true;
+  if (is_reserved_) {
+    Plan::Entry &entry = snapshot_.plan().entry(position);
+    if (is_planned(entry, number) && copy(entry.place())) return true;
+  }
   // QuickDescriptions reports what is missing or malformed, and what the answer has no room for.
   flush();
+  others_.count_elsewhere(output_.sliced());
   return others_.print(number);
 }
 
+int32_t PlannedDescriptions::print(uint32_t first, const uint32_t *numbers, uint32_t count) noexcept {
+  const bool may_slice = !selects_ && host_sends_slices() != 0;
+  plan(first, numbers, count);
+  int32_t printed = 0;
+  for (uint32_t done = 0; done < count;) {
+    const Run run = may_slice && is_reserved_ ? run_at(first + done, numbers + done, count - done) : Run();
+    const uint32_t end = done + std::max(run.count, 1u);
+    if (slice(first + done, run)) {
+      printed += static_cast<int32_t>(run.count);
+      done = end;
+    }
+    for (; done < end; ++done) printed += print(first + done, numbers[done]) ? 1 : 0;
+  }
+  flush();
+  return printed;
+}
+
+/// flush appends what is printed to the output.
 void PlannedDescriptions::flush() noexcept {
   constexpr size_t small = 1024;  // with larger parts a buffer leaves the memory before it is full
+  csio *const buffer = output_.buffer();
   for (size_t done = 0, part = 0; done < used_; done += part) {
-    part = (output_->flags & CSIO_MEMORY) != 0 ? std::min(small, used_ - done) : used_ - done;
-    csio_append(output_, block_.get() + done, static_cast<int32_t>(part));
+    part = (buffer->flags & CSIO_MEMORY) != 0 ? std::min(small, used_ - done) : used_ - done;
+    csio_append(buffer, block_.get() + done, static_cast<int32_t>(part));
   }
   used_ = 0;
 }

@@ -3,38 +3,47 @@
 #ifndef SERVICE_RDS_PLANNED_DESCRIPTIONS_H
 #define SERVICE_RDS_PLANNED_DESCRIPTIONS_H
 
+#include "service/rds/body.h"
 #include "service/rds/descriptions.h"
 #include "service/rds/snapshot.h"
 
 namespace rdm {
 
+/// Fewer bytes are copied: a slice costs the host more than they do. Tests change it.
+inline uint64_t least_slice = 65536;
+
 /// PlannedDescriptions prints as QuickDescriptions does. It reads records that print as they are stored from their
-/// place in the file, and notes in the plan of the snapshot what it finds out about the others.
+/// place in the file, or leaves it to the host to send them from there, and notes in the plan of the snapshot what it
+/// finds out about the others.
 class PlannedDescriptions {
  public:
-  PlannedDescriptions(Snapshot &snapshot, char **attributes, csio *output) noexcept;
+  PlannedDescriptions(Snapshot &snapshot, char **attributes, Body &output) noexcept;
 
-  /// plan fills the entries of the positions from `first` on, which have these numbers, by a walk through the file, if
-  /// that is cheaper than a page for each unknown entry.
-  void plan(uint32_t first, const uint32_t *numbers, uint32_t count) noexcept;
-
-  /// print prints the record at a position of the index, whose number it is. Returns true if it did. The bytes are in
-  /// the output after flush.
-  bool print(uint32_t position, uint32_t number) noexcept;
-
-  /// flush appends what is printed to the output.
-  void flush() noexcept;
+  /// print prints the records at the positions of the index from `first` on, which have these numbers. Returns how many
+  /// it printed.
+  int32_t print(uint32_t first, const uint32_t *numbers, uint32_t count) noexcept;
 
  private:
   static constexpr size_t block_size = 65536;
 
+  /// Run is a number of neighbours in the index, and the size of their records.
+  struct Run {
+    uint32_t count = 0;
+    uint64_t size = 0;
+  };
+  void plan(uint32_t first, const uint32_t *numbers, uint32_t count) noexcept;
   bool is_planned(Plan::Entry &entry, uint32_t number) noexcept;
+  Run run_at(uint32_t first, const uint32_t *numbers, uint32_t count) noexcept;
+  bool slice(uint32_t first, Run run) noexcept;
+  bool print(uint32_t position, uint32_t number) noexcept;
   bool select(char *record, size_t &size) noexcept;
   bool copy(Location place) noexcept;
+  void flush() noexcept;
 
   Snapshot &snapshot_;
-  csio *output_;
-  bool selects_;  // only some attributes are printed
+  Body &output_;
+  bool selects_;             // only some attributes are printed
+  bool is_reserved_ = true;  // the plan has memory
   QuickDescriptions others_;
   soif::Canonical whole_, selection_;
   soif::Pieces pieces_;

@@ -116,26 +116,16 @@ bool select(IndexFile &index, const Query &query, Selection &selected) {
   return !index.failed();
 }
 
-/// print_selection prints descriptions. Returns their number.
-int32_t print_selection(const Selection &selected, PlannedDescriptions descriptions) {
-  const uint32_t *const numbers = selected.numbers.get();
-  int32_t printed = 0;
-  descriptions.plan(selected.first, numbers, selected.count);
-  for (uint32_t i = 0; i < selected.count; ++i)
-    if (descriptions.print(selected.first + i, numbers[i])) ++printed;
-  descriptions.flush();
-  return printed;
-}
-
 /// answer_from answers from a snapshot as send_since does. Returns false, with nothing sent or reported, if the index
 /// cannot be read or allocation fails.
 bool answer_from(Snapshot &snapshot, Query &query, uint32_t *bytes, Session *sn, Request *rq) {
   Selection selected;
   if (!select(snapshot.index(), query, selected)) return false;
-  CsioPtr buffer = make_descriptions_buffer();
-  if (!buffer) return false;
-  query.limit = print_selection(selected, PlannedDescriptions(snapshot, query.attributes, buffer.get()));
-  send_descriptions(std::move(buffer), query.limit, bytes, sn, rq);
+  Body body;
+  if (body.buffer() == nullptr) return false;
+  query.limit = PlannedDescriptions(snapshot, query.attributes, body)
+                    .print(selected.first, selected.numbers.get(), selected.count);
+  send_descriptions(std::move(body), query.limit, bytes, sn, rq);
   return true;
 }
 

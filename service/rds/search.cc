@@ -49,11 +49,11 @@ int send_since(const char *csid, cs_dbindex *index, time_t since, char **attribu
                Session *sn, Request *rq) noexcept {
   const int32_t limit = std::exchange(*count, 0);
   *bytes = 0;
-  CsioPtr descriptions = make_descriptions_buffer();
-  if (!descriptions) return -1;
+  Body descriptions;
+  if (descriptions.buffer() == nullptr) return -1;
   const ListPtr keys = select_keys(index, since != 0 ? cs_dbsearch(index, since) : 0, limit);
   if (!keys) return -1;
-  if (keys->count > 0) *count = rds_send_rd(csid, keys.get(), attributes, descriptions.get());
+  if (keys->count > 0) *count = rds_send_rd(csid, keys.get(), attributes, descriptions.buffer());
   return send_descriptions(std::move(descriptions), *count, bytes, sn, rq);
 }
 

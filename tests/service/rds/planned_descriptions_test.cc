@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "service/rds/planned_descriptions.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,7 +13,9 @@
 
 #include "service/support/catalog.h"
 #include "support/diagnostics.h"
+#include "support/file_limit.h"
 #include "support/memory_host.h"
+#include "support/slices.h"
 
 using namespace rdm;
 
@@ -45,7 +48,22 @@ class PlannedTest : public support::HostTest {
     snapshot_ = Snapshot::open(catalog_.path().c_str());
     ASSERT_NE(snapshot_, nullptr);
   }
-  void TearDown() override { snapshot_.reset(); }
+  void TearDown() override {
+    snapshot_.reset();
+    least_slice = usual_;
+  }
+
+  /// bind_slices makes the host send slices, as short as they may be.
+  static void bind_slices() {
+    slices = 0;
+    least_slice = 1;
+    qxapi_bind_slices([](host_net *, const host_slice *slice) {
+      ++slices;
+      support::host_record().sent += support::bytes_of(*slice);
+      return slice->length;
+    });
+  }
+  static inline int slices = 0;  // sent
 
   static std::string record(uint32_t number) {
     if (number % 50 == 0) return soif("DOCUMENT", "u", {{"author-1", "A"}, {"title", std::string(number * 1000, 'x')}});
@@ -59,14 +77,19 @@ class PlannedTest : public support::HostTest {
     ASSERT_EQ(dba_put(database, &name, &value), 0);
   }
 
-  /// print prints positions of the index by the plan, after a walk if `walks`.
+  /// print prints positions of the index by the plan; one by one if it may not walk.
   std::string print(uint32_t first, uint32_t wanted, char **attributes, bool walks) {
-    const CsioPtr output = make_csio();
-    PlannedDescriptions descriptions(*snapshot_, attributes, output.get());
-    if (walks) descriptions.plan(first, numbers_.data() + first, wanted);
-    for (uint32_t i = first; i < first + wanted; ++i) EXPECT_TRUE(descriptions.print(i, numbers_[i])) << i;
-    descriptions.flush();
-    return {reinterpret_cast<char *>(output->data), output->length};
+    Body output;
+    PlannedDescriptions descriptions(*snapshot_, attributes, output);
+    const uint32_t step = walks ? wanted : 1;
+    for (uint32_t i = first; i < first + wanted; i += step)
+      EXPECT_EQ(descriptions.print(i, numbers_.data() + i, step), static_cast<int32_t>(step)) << i;
+    return sent(std::move(output));
+  }
+  std::string sent(Body output) {
+    host.sent.clear();
+    EXPECT_EQ(std::move(output).send(&exchange_.session, &exchange_.request), 0);
+    return host.sent;
   }
   /// parsed prints them by parser and printer.
   std::string parsed(uint32_t first, uint32_t wanted, char **attributes) {
@@ -80,6 +103,7 @@ class PlannedTest : public support::HostTest {
     return {reinterpret_cast<char *>(output->data), output->length};
   }
   uint32_t planned(Plan::State state) {
+    EXPECT_TRUE(snapshot_->plan().reserve(0, count));
     uint32_t found = 0;
     for (uint32_t i = 0; i < count; ++i) found += snapshot_->plan().entry(i).state == state ? 1 : 0;
     return found;
@@ -89,6 +113,8 @@ class PlannedTest : public support::HostTest {
   support::Catalog catalog_{directory_};
   std::vector<uint32_t> numbers_;
   SnapshotPtr snapshot_;
+  support::Exchange exchange_{"POST", "/rdm/rd-request"};
+  const uint64_t usual_ = least_slice;
 };
 
 TEST_F(PlannedTest, PrintsWhatParserAndPrinterDo) {
@@ -104,24 +130,24 @@ TEST_F(PlannedTest, PrintsWhatParserAndPrinterDo) {
 
 TEST_F(PlannedTest, AWalkFindsOutAboutMostRecordsAtOnce) {
   EXPECT_EQ(planned(Plan::unknown), count);
-  PlannedDescriptions(*snapshot_, nullptr, nullptr).plan(0, numbers_.data(), count);
-  EXPECT_GT(planned(Plan::as_stored), count / 4);
+  print(0, count, nullptr, true);
+  EXPECT_GT(planned(Plan::as_stored), count * 3 / 4);
   EXPECT_GT(planned(Plan::other), 0u);
-  print(0, count, nullptr, false);
   EXPECT_EQ(planned(Plan::unknown), 0u);
 }
 
 TEST_F(PlannedTest, AFewUnknownRecordsAreLookedUpOneByOne) {
-  PlannedDescriptions(*snapshot_, nullptr, nullptr).plan(10, numbers_.data() + 10, 1);
-  EXPECT_EQ(planned(Plan::unknown), count);
   print(10, 1, nullptr, true);
   EXPECT_EQ(planned(Plan::unknown), count - 1);
 }
 
 TEST_F(PlannedTest, NumbersFarApartAreLookedUpOneByOne) {
   numbers_[3] = 0xFFFFFFFF;
-  PlannedDescriptions(*snapshot_, nullptr, nullptr).plan(0, numbers_.data(), count);
-  EXPECT_EQ(planned(Plan::unknown), count);
+  const support::Diagnostics diagnostics;
+  Body output;
+  EXPECT_EQ(PlannedDescriptions(*snapshot_, nullptr, output).print(0, numbers_.data(), count), int32_t{count} - 1);
+  EXPECT_EQ(diagnostics.text(), "WARNING: No entry in catalog-database: key ffffffff\n");
+  EXPECT_EQ(planned(Plan::unknown), 0u);
 }
 
 TEST_F(PlannedTest, ANumberMayHaveSeveralPositions) {
@@ -134,43 +160,125 @@ TEST_F(PlannedTest, ARecordThatIsGoneFromItsPlaceIsReported) {
   print(0, count, nullptr, true);
   ASSERT_EQ(::truncate(catalog_.path().c_str(), 4096), 0);
   const support::Diagnostics diagnostics;
-  const CsioPtr output = make_csio();
-  PlannedDescriptions descriptions(*snapshot_, nullptr, output.get());
-  for (uint32_t i = 0; i < count; ++i) EXPECT_FALSE(descriptions.print(i, numbers_[i])) << i;
-  EXPECT_EQ(output->length, 0u);
+  Body output;
+  EXPECT_EQ(PlannedDescriptions(*snapshot_, nullptr, output).print(0, numbers_.data(), count), 0);
+  EXPECT_EQ(output.length(), 0u);
   const std::string text = diagnostics.text();
   EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), count) << text.substr(0, 500);
 }
 
 TEST_F(PlannedTest, RecordsForWhichAnAnswerHasNoRoomAreReported) {
   print(0, count, nullptr, true);
-  const CsioPtr output = make_csio();
-  csio_append(output.get(), "x", 1);
-  csio_convert2file(output.get());
-  PlannedDescriptions descriptions(*snapshot_, nullptr, output.get());
-  const auto size = static_cast<uint32_t>(record(1).size());
-  output->length = UINT32_MAX - 4096 - 2 * size;
-  const support::Diagnostics diagnostics;
-  EXPECT_TRUE(descriptions.print(0, 1));
-  EXPECT_TRUE(descriptions.print(0, 1));
-  EXPECT_FALSE(descriptions.print(0, 1)) << "what is printed and not yet appended counts";
-  EXPECT_EQ(diagnostics.text(), "ERROR: No room in the answer for catalog-database: key 00000001\n");
-  descriptions.flush();
-  EXPECT_EQ(output->length, UINT32_MAX - 4096);
+  const std::vector<uint32_t> same(3, 1);
+  snapshot_->plan().entry(1) = snapshot_->plan().entry(2) = snapshot_->plan().entry(0);
+  for (const bool in_slices : {false, true}) {
+    if (in_slices) bind_slices();
+    Body output;
+    csio_append(output.buffer(), "x", 1);
+    csio_convert2file(output.buffer());
+    const auto size = static_cast<uint32_t>(record(1).size());
+    output.buffer()->length = UINT32_MAX - 4096 - 2 * size;
+    const support::Diagnostics diagnostics;
+    EXPECT_EQ(PlannedDescriptions(*snapshot_, nullptr, output).print(0, same.data(), 3), 2);
+    EXPECT_EQ(diagnostics.text(), "ERROR: No room in the answer for catalog-database: key 00000001\n") << in_slices;
+    EXPECT_EQ(output.length(), UINT32_MAX - 4096);
+    EXPECT_EQ(output.sliced(), in_slices ? 2 * size : 0u);
+  }
 }
 
-TEST_F(PlannedTest, APlanTakesMemoryForThePartsThatAreAskedFor) {
+TEST_F(PlannedTest, AHostThatSendsSlicesGetsThemForWholeRecords) {
+  const std::string right = parsed(0, count, nullptr);
+  bind_slices();
+  EXPECT_EQ(print(0, count, nullptr, true), right);
+  EXPECT_EQ(slices, 20) << "between the twenty records that are not as they print";
+  EXPECT_EQ(print(7, 150, nullptr, true), parsed(7, 150, nullptr)) << "the plan is known";
+  slices = 0;
+  char title[] = "title", *attributes[] = {title, nullptr};
+  EXPECT_EQ(print(0, count, attributes, true), parsed(0, count, attributes));
+  EXPECT_EQ(slices, 0);
+}
+
+TEST_F(PlannedTest, ShortRunsOfRecordsAreCopied) {
+  bind_slices();
+  least_slice = 9 * record(1).size() * 2;
+  EXPECT_EQ(print(0, count, nullptr, true), parsed(0, count, nullptr));
+  EXPECT_EQ(slices, 0);
+}
+
+TEST_F(PlannedTest, SlicesThatCannotBeNotedAreCopied) {
+  print(0, count, nullptr, true);
+  bind_slices();
+  const std::string right = parsed(0, count, nullptr);
+  Body output;
+  PlannedDescriptions descriptions(*snapshot_, nullptr, output);
+  host.allocations = 0;
+  host.fail_allocation = 1;
+  EXPECT_EQ(descriptions.print(0, numbers_.data(), 9), 9);
+  host.fail_allocation = 0;
+  EXPECT_EQ(output.sliced(), 0u);
+  EXPECT_EQ(descriptions.print(9, numbers_.data() + 9, count - 9), int32_t{count} - 9);
+  EXPECT_GT(output.sliced(), 0u);
+  EXPECT_EQ(sent(std::move(output)), right);
+}
+
+TEST_F(PlannedTest, ABodyHasALimitedNumberOfSlices) {
+  bind_slices();
+  Body output;
+  const host_slice slice{snapshot_->locator().file(), snapshot_->plan().file(), 0, 1, 1};
+  int added = 0;
+  while (output.add_slice(slice)) ++added;
+  EXPECT_EQ(added, 512);
+  EXPECT_EQ(output.length(), 512u);
+}
+
+TEST_F(PlannedTest, ASliceThatIsNotSentIsReported) {
+  bind_slices();
+  for (const bool writes : {false, true}) {
+    Body output;
+    EXPECT_EQ(PlannedDescriptions(*snapshot_, nullptr, output).print(0, numbers_.data(), 50), 50);
+    host.fail_net_write = writes;
+    if (!writes) qxapi_bind_slices([](host_net *, const host_slice *) -> int64_t { return -1; });
+    EXPECT_EQ(std::move(output).send(&exchange_.session, &exchange_.request), -1);
+    EXPECT_EQ(host.reports.back(), "0 rdm-service: RDM Error during transmission.\n");
+    bind_slices();
+  }
+}
+
+TEST_F(PlannedTest, AnEntryHasTheFormInWhichHostsReadIt) {
+  print(0, count, nullptr, true);
+  host_place place{};
+  ASSERT_EQ(::pread(snapshot_->plan().file(), &place, sizeof place, 4 * sizeof place), ssize_t{sizeof place});
+  EXPECT_EQ(place.offset, snapshot_->plan().entry(4).offset);
+  EXPECT_EQ(place.size, record(5).size());
+  EXPECT_EQ(place.note, Plan::as_stored);
+}
+
+TEST_F(PlannedTest, APlanTakesMemoryForThePartsThatAreReserved) {
   Plan plan;
-  ASSERT_TRUE(plan.prepare(10000));
-  for (const uint32_t position : {9999u, 0u, 4095u, 4096u}) {
+  ASSERT_TRUE(plan.prepare(1'000'000));
+  const auto blocks = [&] {
+    struct stat status {};
+    EXPECT_EQ(::fstat(plan.file(), &status), 0);
+    return status.st_blocks * 512;
+  };
+  EXPECT_EQ(blocks(), 0);
+  ASSERT_TRUE(plan.reserve(999'999, 1) && plan.reserve(4095, 2) && plan.reserve(0, 1) && plan.reserve(500, 0));
+  EXPECT_EQ(blocks(), 3 * 65536);
+  for (const uint32_t position : {999'999u, 0u, 4095u, 4096u}) {
     EXPECT_EQ(plan.entry(position).state, Plan::unknown);
     plan.entry(position) = {position, 1, Plan::as_stored};
   }
-  for (const uint32_t position : {9999u, 0u, 4095u, 4096u}) EXPECT_EQ(plan.entry(position).offset, position);
+  for (const uint32_t position : {999'999u, 0u, 4095u, 4096u}) EXPECT_EQ(plan.entry(position).offset, position);
+  EXPECT_EQ(::ftruncate(plan.file(), 0), -1) << "its pages stay";
+}
+
+TEST_F(PlannedTest, APlanNeedsMemoryAndADescriptor) {
   host.allocations = 0;
-  host.fail_allocation = 2;
+  host.fail_allocation = 1;
   EXPECT_FALSE(Plan().prepare(5));
   host.fail_allocation = 0;
+  const support::FileLimit limit(0);
+  EXPECT_FALSE(Plan().prepare(5));
 }
 
 }  // namespace

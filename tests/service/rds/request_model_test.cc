@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 /// Random questions to a catalog that changes in every way, in place too: the handler, which keeps the catalog open,
-/// must reply as the exported procedures do, which open it each time.
+/// must reply as the exported procedures do, which open it each time. So must one whose host sends slices.
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -10,11 +10,13 @@
 #include <libcs/cs.h>
 
 #include "dba/guard.h"
+#include "service/rds/planned_descriptions.h"
 #include "service/support/catalog.h"
 #include "service/support/question.h"
 #include "support/database.h"
 #include "support/memory_host.h"
 #include "support/model.h"
+#include "support/slices.h"
 
 using namespace rdm;
 
@@ -89,6 +91,11 @@ rc::Gen<Operation> operations() {
       rc::gen::set(&Operation::number, rc::gen::resize(100, rc::gen::inRange<uint32_t>(0, numbers + 2))),
       rc::gen::set(&Operation::choice, rc::gen::resize(100, rc::gen::inRange<uint32_t>(0, 100000))),
       rc::gen::set(&Operation::by_rename, rc::gen::arbitrary<bool>()));
+}
+
+int64_t send_slice(host_net *, const host_slice *slice) {
+  support::host_record().sent += support::bytes_of(*slice);
+  return slice->length;
 }
 
 /// Case applies operations to the files of one catalog.
@@ -195,6 +202,9 @@ class Case {
     const support::Reply right = step_by_step(question);
     support::same("the reply", handled(question), right);
     support::same("the reply of an open catalog", handled(question), right);
+    qxapi_bind_slices(send_slice);
+    support::same("the reply in slices", handled(question), right);
+    qxapi_bind_slices(nullptr);
   }
 
   support::TemporaryDirectory directory_;
@@ -205,7 +215,13 @@ class Case {
 };
 
 class RequestModel : public support::HostTest {
+ protected:
+  void SetUp() override { least_slice = 200; }
+  void TearDown() override { least_slice = usual_; }
+
+ private:
   support::Hour hour_;
+  const uint64_t usual_ = least_slice;
 };
 
 TEST_F(RequestModel, RepliesAsIfItOpenedTheCatalogForEachRequest) { support::check_operations<Case>(60, operations()); }
