@@ -19,6 +19,7 @@
 
 #include <qxapi/slice.h>
 
+#include "hosts/common/close_aside.h"
 #include "hosts/common/exchange.h"
 #include "hosts/common/log_file.h"
 #include "hosts/common/log_text.h"
@@ -133,10 +134,10 @@ host_fd open_append(const char *path) {
   return count_failure(fd, fd != -1);
 }
 
-/// close first writes the queued lines of the descriptor's log.
+/// close first writes the queued lines of the descriptor's log. A replaced database keeps no request waiting.
 int close(host_fd fd) {
   if (const std::shared_ptr<LogFile> log = remove_log(fd)) log->close();
-  return base_table.close(fd);
+  return close_aside(fd) ? 0 : base_table.close(fd);
 }
 
 int write_log(host_fd fd, const void *bytes, std::int32_t n) {

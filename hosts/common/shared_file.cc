@@ -11,6 +11,8 @@
 #include <utility>
 #include <vector>
 
+#include "hosts/common/close_aside.h"
+
 namespace rdm::hosts {
 namespace {
 
@@ -20,12 +22,12 @@ std::mutex files_mutex;  // guards the variables below
 std::map<FileVersion, std::weak_ptr<const SharedFile>> files;
 std::vector<FilePtr> kept;  // the one mapped first in front
 
-/// drop_some takes the kept files that have lost their name, and those beyond `limit`. The caller destroys them without
-/// the mutex: unmapping a large file takes a millisecond.
+/// drop_some takes the kept files that are not current any more, and those beyond `limit`. The caller destroys them
+/// without the mutex: unmapping a large file takes a millisecond.
 std::vector<FilePtr> drop_some(std::size_t limit) {
   std::vector<FilePtr> dropped;
   const auto rest =
-      std::stable_partition(kept.begin(), kept.end(), [](const FilePtr &file) { return !file->has_name(); });
+      std::stable_partition(kept.begin(), kept.end(), [](const FilePtr &file) { return !file->is_current(); });
   const auto beyond = std::max(rest, kept.end() - static_cast<std::ptrdiff_t>(std::min(limit, kept.size())));
   std::move(kept.begin(), beyond, std::back_inserter(dropped));
   kept.erase(kept.begin(), beyond);
@@ -65,12 +67,13 @@ std::shared_ptr<const SharedFile> SharedFile::open(host_fd fd) {
 /// Kept files are destroyed at the end of the process, when what host_close uses may be gone.
 SharedFile::~SharedFile() {
   if (bytes_ != nullptr) ::munmap(bytes_, static_cast<std::size_t>(version_.size));
-  ::close(file_.release());
+  const host_fd fd = file_.release();
+  if (!close_aside(fd)) ::close(fd);
 }
 
-bool SharedFile::has_name() const {
+bool SharedFile::is_current() const {
   struct stat status;
-  return ::fstat(file_.get(), &status) == 0 && status.st_nlink > 0;
+  return ::fstat(file_.get(), &status) == 0 && status.st_nlink > 0 && version_of(status) == version_;
 }
 
 bool SharedFile::is_unchanged() const {

@@ -2,8 +2,8 @@
 /// Open files that the answers of a process share: one descriptor and one mapping each, however many answers use them.
 ///
 /// The files mapped last, at most SharedFile::kept_limit, stay mapped between answers, because the page faults of a new
-/// mapping are a fifth of the CPU of an answer. One that has lost its name, as a database that was replaced, is let go
-/// when its answers are sent and another answer begins.
+/// mapping are a fifth of the CPU of an answer. One that has been changed, or has lost its name as a database that was
+/// replaced, is let go when its answers are sent and another answer begins.
 #ifndef HOSTS_COMMON_SHARED_FILE_H
 #define HOSTS_COMMON_SHARED_FILE_H
 
@@ -49,10 +49,10 @@ class SharedFile : public std::enable_shared_from_this<SharedFile> {
   host_fd fd() const { return file_.get(); }
   std::int64_t size() const { return version_.size; }
 
-  /// has_name returns true if a directory still leads to the file.
-  bool has_name() const;
   /// is_unchanged returns true if the file still is as it was when it was opened.
   bool is_unchanged() const;
+  /// is_current returns true if the file is unchanged and a directory still leads to it.
+  bool is_current() const;
 
   /// mapping returns the bytes of the file, which the first call maps, or null if it cannot be mapped. They are for
   /// system calls, which fail with EFAULT if the file has been cut: a load in this process would be a SIGBUS.

@@ -73,6 +73,13 @@ TEST_F(SharedFileTest, StaysMappedBetweenAnswersAsLongAsItHasAName) {
   EXPECT_EQ(descriptors(path_), 0);
 }
 
+TEST_F(SharedFileTest, StaysMappedNoLongerThanItIsUnchanged) {
+  EXPECT_NE(share(path_)->mapping(), nullptr);
+  ASSERT_EQ(::truncate(path_.c_str(), 3), 0);
+  const auto after = share(path_);
+  EXPECT_EQ(descriptors(path_), 1);
+}
+
 TEST_F(SharedFileTest, IsKeptUntilOthersAreMapped) {
   const auto mapped = [this](std::size_t number) {
     const std::string path = directory_.write("mapped" + std::to_string(number), "x");
