@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <memory>
 #include <ostream>
@@ -22,6 +23,7 @@
 #include "support/gunzip.h"
 
 using namespace rdm;
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -50,11 +52,13 @@ class Slices : public ServiceTest, public ::testing::WithParamInterface<Way> {
     make_catalog(shared_->path(), "rfc", shared_->write("large.soif", text));
   }
 
-  /// serve serves a copy of the catalog, which tests may change.
+  /// serve serves a copy of the catalog, which tests may change. It is old enough to stay open between requests.
   void serve() {
-    for (const char *suffix : {"", ".idx", ".url"})
+    for (const char *suffix : {"", ".idx", ".url"}) {
       std::filesystem::copy_file(catalog("rfc") + suffix, database_ + suffix,
                                  std::filesystem::copy_options::overwrite_existing);
+      std::filesystem::last_write_time(database_ + suffix, std::filesystem::file_time_type::clock::now() - 1h);
+    }
     support::write_certificate(directory_.path("cert"), directory_.path("key"));
     std::vector<std::string> more{"--workers", GetParam().workers, "--header-timeout", "60"};
     if (GetParam().tls)
