@@ -113,8 +113,8 @@ char *host_strdup(const char *s) QX_NOEXCEPT;
 
 /* ---- Parameter blocks ---- */
 
-/// host_param_create returns an empty block, or null if allocation fails. `slots` (at least 1) is a size hint: the POSIX
-/// host allocates room for so many short pairs, at most 32, with the block.
+/// host_param_create returns an empty block, or null if allocation fails. `slots` (at least 1) is a size hint: the
+/// POSIX host allocates room for so many short pairs, at most 32, with the block.
 pblock *host_param_create(int slots) QX_NOEXCEPT;
 
 /// host_param_free releases a block with all its pairs; null is ignored.
@@ -126,8 +126,8 @@ char *host_param_find(const char *name, const pblock *b) QX_NOEXCEPT;
 
 /// host_param_find_entry returns the first pair of `name`, or null, also if allocation fails. If `remove` is not 0, the
 /// pair leaves the block and the caller releases it with host_param_free_entry. The caller of a pair that stays may
-/// replace `value` at any time, and `name` until the next lookup in this block: it releases the old text with host_free;
-/// the new text must come from host_alloc. A value that was found before may be an older copy.
+/// replace `value` at any time, and `name` until the next lookup in this block: it releases the old text with
+/// host_free; the new text must come from host_alloc. A value that was found before may be an older copy.
 host_param *host_param_find_entry(const char *name, pblock *b, int remove) QX_NOEXCEPT;
 
 /// host_param_add appends a pair with copies of `name` and `value`. Returns 0, or -1 if allocation fails.
