@@ -76,10 +76,11 @@ class IoFaults : public ::testing::TestWithParam<Request> {
  protected:
   ~IoFaults() override { fault = Fault{}; }
 
-  /// sweep fails every operation in turn and returns their number.
+  /// sweep fails every operation in turn, those that open the catalog too, and returns their number.
   long sweep(int error) {
     for (long n = 1; n <= operation_limit; ++n) {
       bool reached = false;
+      service_.change_catalog();
       const Answer answer = service_.answer(
           GetParam(),
           [&] {

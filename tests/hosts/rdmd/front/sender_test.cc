@@ -2,7 +2,7 @@
 #include "hosts/rdmd/front/sender.h"
 
 #include <fcntl.h>
-#include <sys/resource.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -150,22 +150,6 @@ TEST(AnswerSender, FailsQuietlyWhenTheClientHasGone) {
   EXPECT_EQ(sender.send(pair.transport()), Sender::State::failed);
 }
 
-/// NoMappings makes mmap() fail for its lifetime.
-class NoMappings {
- public:
-  NoMappings() {
-    ::getrlimit(RLIMIT_AS, &before_);
-    const struct rlimit limit { 0, before_.rlim_max };
-    ::setrlimit(RLIMIT_AS, &limit);
-  }
-  NoMappings(const NoMappings &) = delete;
-  NoMappings &operator=(const NoMappings &) = delete;
-  ~NoMappings() { ::setrlimit(RLIMIT_AS, &before_); }
-
- private:
-  struct rlimit before_ {};
-};
-
 /// A file of three million bytes, and places in it.
 class SliceSender : public ::testing::Test {
  protected:
@@ -204,13 +188,15 @@ TEST_F(SliceSender, SendsRecordsBetweenBytes) {
 }
 
 TEST_F(SliceSender, ReadsAndSendsRecordsOfAFileWithoutAMapping) {
-  const auto file = hosts::SharedFile::open(slice().records);
-  {
-    const NoMappings refused;
-    EXPECT_EQ(file->mapping(), nullptr);
-  }
+  // Larger than the addresses of a process.
+  const HostFileGuard file(::memfd_create("huge", MFD_CLOEXEC));
+  ASSERT_EQ(::ftruncate(file.get(), off_t{1} << 50), 0);
+  ASSERT_EQ(::pwrite(file.get(), text_.data(), text_.size(), 0), static_cast<ssize_t>(text_.size()));
+  host_slice huge = slice();
+  huge.records = file.get();
+  EXPECT_EQ(hosts::SharedFile::open(file.get())->mapping(), nullptr);
   SocketPair pair;
-  Sender sender = answer("HEAD", records(slice()));
+  Sender sender = answer("HEAD", records(huge));
   Sender::State end{};
   EXPECT_EQ(send_all(sender, pair, end), "HEAD" + right());
   EXPECT_EQ(end, Sender::State::done);
