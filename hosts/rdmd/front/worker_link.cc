@@ -181,7 +181,11 @@ void WorkerLink::end() {
   {
     const std::lock_guard lock(mutex_);
     if (std::exchange(ended_, true)) return;
-    unbegun = take_unbegun();
+    try {
+      unbegun = take_unbegun();
+    } catch (const std::exception &) {
+      // Without memory to take them back, they fail as well.
+    }
     begun.swap(held_);
     close();
   }
