@@ -165,14 +165,7 @@ class LargeHarvest : public Harvest {
  protected:
   static constexpr std::size_t records = 4000;
 
-  static void SetUpTestSuite() {
-    shared_ = std::make_unique<support::TemporaryDirectory>();
-    std::string text;
-    for (std::size_t i = 0; i < records; ++i)
-      text += "@FILE { x://large/" + std::to_string(i) + "\n" +
-              attribute("description", std::string(3000, static_cast<char>('a' + i % 26))) + "}\n";
-    make_catalog(shared_->path(), "rfc", shared_->write("large.soif", text));
-  }
+  static void SetUpTestSuite() { share_large_catalog(records); }
 
   void serve() { start("csid=\"" + rfc + "\"\ncatalog-database=\"" + catalog("rfc") + "\"\n"); }
   static std::string whole() { return expected_once(); }

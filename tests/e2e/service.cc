@@ -109,6 +109,15 @@ void ServiceTest::SetUpTestSuite() {
     make_catalog(shared_->path(), name, examples::example(std::string(name) + "/rds.soif"));
 }
 
+void ServiceTest::share_large_catalog(std::size_t records) {
+  shared_ = std::make_unique<support::TemporaryDirectory>();
+  std::string text;
+  for (std::size_t i = 0; i < records; ++i)
+    text += "@FILE { x://large/" + std::to_string(i) + "\n" +
+            attribute("description", std::string(3000, static_cast<char>('a' + i % 26))) + "}\n";
+  make_catalog(shared_->path(), "rfc", shared_->write("large.soif", text));
+}
+
 void ServiceTest::TearDownTestSuite() { shared_.reset(); }
 
 void ServiceTest::start(const std::string &services, const std::vector<std::string> &more) {

@@ -5,6 +5,7 @@
 
 #include <signal.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -60,6 +61,10 @@ class ServiceTest : public ::testing::Test {
  protected:
   static void SetUpTestSuite();
   static void TearDownTestSuite();
+
+  /// share_large_catalog makes a catalog "rfc" of `records` descriptions of 3 KB, instead of the examples, for the
+  /// tests of a suite.
+  static void share_large_catalog(std::size_t records);
 
   /// start runs the server with the examples' configuration, or with another list of services, and with logs of its
   /// own, and with `more` arguments. It uses more I/O threads than usual, to provoke races.

@@ -43,14 +43,7 @@ class Slices : public ServiceTest, public ::testing::WithParamInterface<Way> {
  protected:
   static constexpr std::size_t records = 4000;
 
-  static void SetUpTestSuite() {
-    shared_ = std::make_unique<support::TemporaryDirectory>();
-    std::string text;
-    for (std::size_t i = 0; i < records; ++i)
-      text += "@FILE { x://large/" + std::to_string(i) + "\n" +
-              attribute("description", std::string(3000, static_cast<char>('a' + i % 26))) + "}\n";
-    make_catalog(shared_->path(), "rfc", shared_->write("large.soif", text));
-  }
+  static void SetUpTestSuite() { share_large_catalog(records); }
 
   /// serve serves a copy of the catalog, which tests may change. It is old enough to stay open between requests.
   void serve() {
