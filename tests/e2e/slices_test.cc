@@ -13,6 +13,7 @@
 #include <ostream>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "dba/guard.h"
@@ -47,11 +48,11 @@ class Slices : public ServiceTest, public ::testing::WithParamInterface<Way> {
 
   /// serve serves a copy of the catalog, which tests may change. It is old enough to stay open between requests.
   void serve() {
-    for (const char *suffix : {"", ".idx", ".url"}) {
+    for (const char *suffix : {"", ".idx", ".url"})
       std::filesystem::copy_file(catalog("rfc") + suffix, database_ + suffix,
                                  std::filesystem::copy_options::overwrite_existing);
-      std::filesystem::last_write_time(database_ + suffix, std::filesystem::file_time_type::clock::now() - 1h);
-    }
+    await_rest(database_);
+    await_rest(database_ + ".idx");
     support::write_certificate(directory_.path("cert"), directory_.path("key"));
     std::vector<std::string> more{"--workers", GetParam().workers, "--header-timeout", "60"};
     if (GetParam().tls)
@@ -59,6 +60,17 @@ class Slices : public ServiceTest, public ::testing::WithParamInterface<Way> {
                                directory_.path("key")});
     start("csid=\"" + rfc + "\"\ncatalog-database=\"" + database_ + "\"\n", more);
     if (GetParam().tls) port_ = last_port();
+  }
+
+  /// await_rest waits until the last change of a file is older than the steps in which its file system counts time: no
+  /// younger file stays open between requests.
+  static void await_rest(const std::string &path) {
+    struct stat status {};
+    ASSERT_EQ(::stat(path.c_str(), &status), 0);
+    const auto changed = std::chrono::seconds(status.st_ctim.tv_sec) + std::chrono::nanoseconds(status.st_ctim.tv_nsec);
+    const auto step = status.st_ctim.tv_nsec == 0 ? 3s : 100ms;
+    std::this_thread::sleep_until(std::chrono::system_clock::time_point(
+        std::chrono::duration_cast<std::chrono::system_clock::duration>(changed + step + 10ms)));
   }
 
   /// last_port returns the port that the server names last: that for TLS.
