@@ -174,7 +174,7 @@ TEST_P(Slices, AnswersThatAreNotReadTakeNoRoom) {
 TEST_P(Slices, AreCompressedForAClientThatWantsThat) {
   serve();
   const Answer answer = asked("Accept-Encoding: gzip\r\n");
-  EXPECT_NE(answer.head.find("Content-Encoding: gzip\r\n"), std::string::npos);
+  EXPECT_NE(answer.head.find("Content-Encoding: gzip\r\n"), std::string::npos) << answer.head;
   EXPECT_EQ(support::gunzip(answer.body()), whole());
 }
 

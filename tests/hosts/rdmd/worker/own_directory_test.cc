@@ -9,9 +9,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <filesystem>
 #include <string>
 #include <system_error>
+#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -45,6 +47,21 @@ TEST_F(WorkerDirectory, StaysWhileItsWorkerLives) {
   const OwnDirectory directory(parent_.path());
   remove_unused_directories(parent_.path());
   EXPECT_TRUE(support::file_exists(directory.path()));
+}
+
+TEST_F(WorkerDirectory, IsNotTakenForUnusedWhileItIsMade) {
+  std::atomic<bool> made_all = false;
+  std::thread remover([&] {
+    while (!made_all) remove_unused_directories(parent_.path());
+  });
+  int lost = 0;
+  for (int i = 0; i < 1000; ++i) {
+    const OwnDirectory directory(parent_.path());
+    lost += support::file_exists(directory.path()) ? 0 : 1;
+  }
+  made_all = true;
+  remover.join();
+  EXPECT_EQ(lost, 0);
 }
 
 TEST_F(WorkerDirectory, OfAKilledWorkerIsRemovedByTheNext) {
