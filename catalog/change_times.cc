@@ -7,7 +7,7 @@
 
 namespace rdm::catalog {
 
-time_t valid_change_time(const SOIF *object) { return valid_change_time(change_time(object)); }
+time_t valid_change_time(const ObjectView &object) { return valid_change_time(change_time(object)); }
 
 time_t valid_change_time(time_t change_time) {
   return change_time > 0 && change_time <= latest_change ? change_time : 0;

@@ -8,7 +8,7 @@
 
 #include <ctime>
 
-#include "libcs/guard.h"
+#include "catalog/object_view.h"
 
 namespace rdm::catalog {
 
@@ -18,7 +18,7 @@ constexpr time_t latest_change = 4102444799;
 
 /// valid_change_time returns the time of change of a description in seconds since 1970, or 0 if it has none, if it
 /// cannot be parsed, or if it is later than latest_change.
-time_t valid_change_time(const SOIF *object);
+time_t valid_change_time(const ObjectView &object);
 /// valid_change_time does the same for a time of change, which is 0 if there is none.
 time_t valid_change_time(time_t change_time);
 

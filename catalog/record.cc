@@ -75,18 +75,6 @@ class OutlineReader {
   bool has_time_ = false;
 };
 
-/// UndatedText is an undated record while it is printed.
-struct UndatedText {
-  Undated undated;
-  const void *date;  // the value of the placeholder, which the printer passes as it is
-};
-
-int append_to_undated(void *text, const void *bytes, int32_t size) {
-  auto &[undated, date] = *static_cast<UndatedText *>(text);
-  if (bytes == date) undated.date_offset = static_cast<uint32_t>(undated.record.size());
-  return append_to(&undated.record, bytes, size);
-}
-
 }  // namespace
 
 std::string database_key(uint32_t number) {
@@ -141,14 +129,13 @@ std::string date_of(time_t time) {
   return {text, static_cast<size_t>(size)};
 }
 
-Undated print_undated(SOIF *object) {
-  const std::string none = date_of(0);
-  while (soif_delete(object, last_changed) == 0) {
-  }
-  soif_insert(object, last_changed, none.data(), static_cast<int32_t>(none.size()));
-  UndatedText text{{}, soif_findval(object, last_changed)};
-  SoifWriter(append_to_undated, &text).print(object);
-  return text.undated;
+Undated print_undated(ObjectView &object) {
+  static const std::string placeholder = date_of(0);
+  object.erase(last_changed);
+  object.append(last_changed, placeholder);
+  size_t place = 0;
+  std::string record = object.print(&place);
+  return {std::move(record), static_cast<uint32_t>(place)};
 }
 
 bool is_version_of(std::string_view record, const Undated &undated) {
@@ -157,8 +144,8 @@ bool is_version_of(std::string_view record, const Undated &undated) {
   if (record.size() == other.size() && record.substr(0, date) == other.substr(0, date) &&
       record.substr(date + date_size) == other.substr(date + date_size))
     return true;
-  const SoifPtr object = parse(record);
-  return object && print_undated(object.get()).record == other;
+  std::optional<ObjectView> object = ObjectView::read(record);
+  return object && print_undated(*object).record == other;
 }
 
 time_t time_of(const SOIF *object, const char *attribute) {
@@ -167,5 +154,10 @@ time_t time_of(const SOIF *object, const char *attribute) {
 }
 
 time_t change_time(const SOIF *object) { return time_of(object, last_changed); }
+
+time_t change_time(const ObjectView &object) {
+  const auto text = object.find(last_changed);
+  return text ? time_in(std::string(*text).c_str()) : 0;
+}
 
 }  // namespace rdm::catalog

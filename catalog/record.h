@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "catalog/object_view.h"
 #include "libcs/guard.h"
 
 namespace rdm::catalog {
@@ -53,7 +54,7 @@ struct Undated {
   uint32_t date_offset;  // of the placeholder in the record; date_of replaces it
 };
 /// print_undated sets "rd-last-changed" of an object to a placeholder of date_size bytes and prints the object.
-Undated print_undated(SOIF *object);
+Undated print_undated(ObjectView &object);
 /// is_version_of returns true if a record differs from an undated one at most in its time of change.
 bool is_version_of(std::string_view record, const Undated &undated);
 
@@ -61,6 +62,7 @@ bool is_version_of(std::string_view record, const Undated &undated);
 /// parsed. change_time returns the time in "rd-last-changed".
 time_t time_of(const SOIF *object, const char *attribute);
 time_t change_time(const SOIF *object);
+time_t change_time(const ObjectView &object);
 
 }  // namespace rdm::catalog
 

@@ -13,7 +13,9 @@ constexpr char number_name[] = "minidba-number";
 constexpr char next_number_name[] = "minidba-next-number";
 constexpr char descriptions_name[] = "minidba-descriptions";
 
-std::optional<uint32_t> number_of(const char *value) { return parse_number<uint32_t>(value != nullptr ? value : ""); }
+std::optional<uint32_t> number_in(const ObjectView &object, std::string_view name) {
+  return parse_number<uint32_t>(object.find(name).value_or(""));
+}
 
 void insert(SOIF *object, const char *name, const std::string &value) {
   soif_insert(object, name, value.data(), static_cast<int32_t>(value.size()));
@@ -26,11 +28,11 @@ void insert(SOIF *object, const char *name, std::optional<uint32_t> number) {
 }  // namespace
 
 bool is_header(const SoifStream::Item &item) {
-  return item.number == 1 && item.object && ascii::iequals(item.object->template_name, "RDMHEADER");
+  return item.number == 1 && item.object && ascii::iequals(item.object->template_name(), "RDMHEADER");
 }
 
 std::string refusal(const SoifStream::Item &item) {
-  return item.object && std::string_view(item.object->url) == "-" ? "no URL" : item.reason;
+  return item.object && item.object->url() == "-" ? "no URL" : item.reason;
 }
 
 std::string print_header(const ExportHeader &header) {
@@ -42,8 +44,8 @@ std::string print_header(const ExportHeader &header) {
   return print(object.get()) + "\n\n";
 }
 
-ExportHeader read_header(const SOIF *object) {
-  return {number_of(soif_findval(object, next_number_name)), number_of(soif_findval(object, descriptions_name))};
+ExportHeader read_header(const ObjectView &object) {
+  return {number_in(object, next_number_name), number_in(object, descriptions_name)};
 }
 
 std::string with_number(const std::string &record, uint32_t number) {
@@ -53,16 +55,12 @@ std::string with_number(const std::string &record, uint32_t number) {
   return text;
 }
 
-std::optional<uint32_t> number_in(const SOIF *object) {
-  const char *text = soif_findval(object, number_name);
-  if (text == nullptr) return 0;
-  const std::optional<uint32_t> number = parse_number<uint32_t>(text);
+std::optional<uint32_t> number_in(const ObjectView &object) {
+  if (!object.find(number_name)) return 0;
+  const std::optional<uint32_t> number = number_in(object, number_name);
   return number == 0u ? std::nullopt : number;
 }
 
-void drop_number(SOIF *object) {
-  while (soif_delete(object, number_name) == 0) {
-  }
-}
+void drop_number(ObjectView &object) { object.erase(number_name); }
 
 }  // namespace rdm::catalog

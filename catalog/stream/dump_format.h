@@ -30,14 +30,14 @@ struct ExportHeader {
 };
 /// print_header returns the header as text, with the empty lines after it. read_header reads one from its object.
 std::string print_header(const ExportHeader &header);
-ExportHeader read_header(const SOIF *object);
+ExportHeader read_header(const ObjectView &object);
 
 /// with_number returns a record with the attribute of its number added. number_in returns the number in a description:
 /// 0 if it has no such attribute, std::nullopt if the value is not a decimal number from 1 to 2^32-1. drop_number
 /// deletes the attribute.
 std::string with_number(const std::string &record, uint32_t number);
-std::optional<uint32_t> number_in(const SOIF *object);
-void drop_number(SOIF *object);
+std::optional<uint32_t> number_in(const ObjectView &object);
+void drop_number(ObjectView &object);
 
 }  // namespace rdm::catalog
 

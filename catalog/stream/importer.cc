@@ -16,19 +16,19 @@ void Importer::begin() {
   has_begun_ = true;
 }
 
-std::string Importer::take(const SoifStream::Item &item) {
+std::string Importer::take(SoifStream::Item &item) {
   if (is_header(item)) return {};
   std::string reason = refusal(item);
   if (reason.empty())
-    accept(item.object.get());
+    accept(*item.object);
   else
     ++summary_.rejected;
   return reason;
 }
 
-void Importer::accept(SOIF *object) {
+void Importer::accept(ObjectView &object) {
   begin();
-  const std::string url = object->url;
+  const std::string_view url = object.url();
   const std::optional<uint32_t> number = batch_.number_of(url);
   drop_number(object);
   const Undated undated = print_undated(object);

@@ -28,7 +28,7 @@ class Importer {
   /// take adds a description to the batch unless its content is unchanged. Returns the reason if it rejects the object,
   /// otherwise an empty text; it passes over the header. It drops minidba-number and rd-last-changed from the object.
   /// Throws a Failure at damage in the catalog or if no number is left.
-  std::string take(const SoifStream::Item &item);
+  std::string take(SoifStream::Item &item);
   /// batch returns the changes. The caller sets their dates and commits them with next_number, which is valid if
   /// summary().accepted() is above 0.
   WriteBatch &batch() { return batch_; }
@@ -37,7 +37,7 @@ class Importer {
 
  private:
   void begin();
-  void accept(SOIF *object);
+  void accept(ObjectView &object);
   uint32_t new_number();
 
   WriteTransaction &transaction_;

@@ -65,7 +65,7 @@ std::optional<int64_t> SoifStream::find_object(int64_t from, bool at_line_start)
 
 /// read_object reads the object whose "@" is at `start`.
 SoifStream::Item SoifStream::read_object(int64_t start) {
-  Item item{++number_, start, start, nullptr, scan_.fault_of(start)};
+  Item item{++number_, start, start, {}, scan_.fault_of(start)};
   item.is_cut = scan_.met_end();
   if (!item.reason.empty()) return item;
   item.end = scan_.end();
@@ -74,10 +74,10 @@ SoifStream::Item SoifStream::read_object(int64_t start) {
   return item;
 }
 
-SoifPtr SoifStream::parse_object(int64_t start, int64_t end) {
-  if (end - start > std::numeric_limits<int32_t>::max()) return nullptr;
-  if (const auto bytes = window_.held(start, end)) return parse(*bytes);
-  return parse(bytes_between(start, end));
+std::optional<ObjectView> SoifStream::parse_object(int64_t start, int64_t end) {
+  if (end - start > std::numeric_limits<int32_t>::max()) return std::nullopt;
+  if (const auto bytes = window_.held(start, end)) return ObjectView::read(*bytes);
+  return ObjectView::read_owned(bytes_between(start, end));
 }
 
 std::optional<SoifStream::Item> SoifStream::next() {

@@ -8,10 +8,10 @@
 #include <optional>
 #include <string>
 
+#include "catalog/object_view.h"
 #include "catalog/os/file.h"
 #include "catalog/stream/input_window.h"
 #include "catalog/stream/soif_scan.h"
-#include "libcs/guard.h"
 
 namespace rdm::catalog {
 
@@ -37,10 +37,11 @@ class SoifStream {
     size_t fits;        // the count that would fit
   };
   struct Item {
-    int64_t number;        // of the object in the stream, from 1
-    int64_t offset;        // of its "@", in bytes
-    int64_t end;           // of the byte after it; after a malformed object, of the next "@" at the start of a line
-    SoifPtr object;        // null if it is malformed
+    int64_t number;  // of the object in the stream, from 1
+    int64_t offset;  // of its "@", in bytes
+    int64_t end;     // of the byte after it; after a malformed object, of the next "@" at the start of a line
+    /// object is empty if it is malformed. It is valid until the next call of next.
+    std::optional<ObjectView> object;
     std::string reason;    // why it is malformed
     bool is_cut = false;   // it is malformed because the input ends within it
     std::string url = {};  // of a malformed object, if it could be read
@@ -62,7 +63,7 @@ class SoifStream {
   Item read_object(int64_t start);
   std::optional<Misfit> misfit_before(int64_t end) const;
   size_t read_at(int64_t offset, char *bytes, size_t count) const;
-  SoifPtr parse_object(int64_t start, int64_t end);
+  std::optional<ObjectView> parse_object(int64_t start, int64_t end);
   std::string bytes_between(int64_t start, int64_t end) const;
 
   std::string name_;

@@ -18,7 +18,7 @@ Failure wrong_count(int64_t announced, int64_t found) {
 void StreamCheck::take(const SoifStream::Item &item) {
   if (item.is_cut && !cut_) cut_ = CutObject{item.number, item.offset};
   if (is_header(item))
-    header_ = read_header(item.object.get());
+    header_ = read_header(*item.object);
   else
     ++objects_;
 }

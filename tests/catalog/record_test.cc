@@ -23,8 +23,8 @@ TEST(UndatedRecord, HasOnePlaceholderAtItsOffset) {
        {std::string(), attribute("rd-last-changed", "1") + attribute("a", "1") + attribute("RD-Last-Changed", "2"),
         attribute("a", line) + attribute("b", '\n' + line) + attribute("z", date_of(0)) + line +
             attribute("c", line)}) {
-    const SoifPtr object = parse(described(attributes));
-    Undated undated = print_undated(object.get());
+    ObjectView object = *ObjectView::read_owned(described(attributes));
+    Undated undated = print_undated(object);
     EXPECT_EQ(undated.record.substr(undated.date_offset, date_size), date_of(0));
     undated.record.replace(undated.date_offset, date_size, date_of(86400));
     const SoifPtr dated = parse(undated.record);
@@ -37,7 +37,8 @@ TEST(UndatedRecord, HasOnePlaceholderAtItsOffset) {
 TEST(UndatedRecord, IsAVersionOfRecordsThatDifferInTheirTimeAlone) {
   const std::string a = attribute("a", "1"), b = attribute("b", "2"),
                     date = attribute("rd-last-changed", date_of(86400));
-  const Undated undated = print_undated(parse(described(a + b)).get());
+  ObjectView object = *ObjectView::read_owned(described(a + b));
+  const Undated undated = print_undated(object);
   std::string record = undated.record;
   EXPECT_TRUE(is_version_of(record, undated));
   record.replace(undated.date_offset, date_size, date_of(86400));

@@ -92,7 +92,7 @@ Named named_in(const std::string &path, const std::string &name, std::ostream &e
     if (catalog::is_header(*item)) {
       header_end = item->end;
     } else if (reason.empty()) {
-      named.urls.emplace_back(item->object->url);
+      named.urls.emplace_back(item->object->url());
     } else {
       ++named.rejected;
       errors << "rdmctl: " << escaped(name) << ": line " << stream.line_of(item->offset) << ": object " << item->number

@@ -65,7 +65,7 @@ TEST(SoifStream, ReturnsObjectsOfAnySizeAsTheParserDoes) {
     const auto item = stream.next();
     ASSERT_TRUE(item && item->object) << offset;
     EXPECT_EQ(item->offset, offset);
-    EXPECT_TRUE(catalog::print(item->object.get()) == catalog::print(catalog::parse(object).get())) << offset;
+    EXPECT_TRUE(item->object->print() == catalog::print(catalog::parse(object).get())) << offset;
     EXPECT_TRUE(object.starts_with(stream.bytes_of(*item))) << offset;
     offset += static_cast<int64_t>(object.size());
   }
@@ -83,7 +83,7 @@ TEST(SoifStream, FindsTheObjectAfterAMalformedOneOfAnySize) {
     const auto second = stream.next();
     ASSERT_TRUE(second && second->object) << size;
     EXPECT_EQ(second->offset, static_cast<int64_t>(malformed.size()) + 1);
-    EXPECT_STREQ(second->object->url, "y");
+    EXPECT_EQ(second->object->url(), "y");
   }
 }
 

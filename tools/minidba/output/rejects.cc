@@ -15,7 +15,7 @@ using Json = nlohmann::ordered_json;
 
 constexpr size_t longest_url = 300;
 
-std::string url_of(const SoifStream::Item &item) { return item.object ? item.object->url : item.url; }
+std::string url_of(const SoifStream::Item &item) { return item.object ? std::string(item.object->url()) : item.url; }
 
 /// with_count returns the attribute with a byte count: "title{3}".
 std::string with_count(const SoifStream::Misfit &misfit, const std::string &count) {

@@ -32,8 +32,8 @@ class Import {
     if (header.next_number) next_ = std::max(next_, from_stored(*header.next_number));
   }
   /// add adds a description under its number. Returns the reason if that is impossible, otherwise an empty text.
-  std::string add(uint32_t number, SOIF *object) {
-    if (batch_.number_of(object->url)) return "its URL was there before";
+  std::string add(uint32_t number, ObjectView &object) {
+    if (batch_.number_of(object.url())) return "its URL was there before";
     if (batch_.get(number)) return "its number was there before";
     drop_number(object);
     put(number, object);
@@ -41,7 +41,7 @@ class Import {
     return {};
   }
   /// add_unnumbered adds a description under the next number.
-  std::string add_unnumbered(SOIF *object) {
+  std::string add_unnumbered(ObjectView &object) {
     if (next_ == none) throw Failure("no number is left in " + catalog_.path());
     return add(static_cast<uint32_t>(next_), object);
   }
@@ -52,13 +52,12 @@ class Import {
  private:
   static constexpr uint64_t none = uint64_t{1} << 32;
   /// put keeps a valid time of change. Other descriptions get the time of the import.
-  void put(uint32_t number, SOIF *object) {
-    const std::string url = object->url;
+  void put(uint32_t number, ObjectView &object) {
     if (const time_t time = valid_change_time(object); time != 0) {
       batch_.note_change(time);
-      batch_.put(number, url, print(object));
+      batch_.put(number, object.url(), object.print());
     } else {
-      batch_.put_undated(number, url, print_undated(object));
+      batch_.put_undated(number, object.url(), print_undated(object));
     }
   }
 
@@ -77,22 +76,22 @@ class ImportStream {
 
   void take(SoifStream::Item item) {
     progress_.advance(1, item.end - item.offset);
-    if (is_header(item)) return import_.expect(read_header(item.object.get()));
+    if (is_header(item)) return import_.expect(read_header(*item.object));
     std::string reason = refusal(item);
-    const std::optional<uint32_t> number = reason.empty() ? number_in(item.object.get()) : std::nullopt;
+    const std::optional<uint32_t> number = reason.empty() ? number_in(*item.object) : std::nullopt;
     if (reason.empty() && !number) reason = "minidba-number is not a number from 1";
-    if (reason.empty() && *number == 0) return unnumbered_.push_back({item.number, item.offset, item.end, nullptr, {}});
-    count(item, reason.empty() ? import_.add(*number, item.object.get()) : reason);
+    if (reason.empty() && *number == 0) return unnumbered_.push_back({item.number, item.offset, item.end, {}, {}});
+    count(item, reason.empty() ? import_.add(*number, *item.object) : reason);
   }
   /// take_unnumbered adds the descriptions without a number, after all others.
   void take_unnumbered() {
     for (const SoifStream::Item &item : unnumbered_) {
-      const SoifPtr object = parse(stream_.bytes_of(item));
+      std::optional<ObjectView> object = ObjectView::read_owned(stream_.bytes_of(item));
       if (!object) throw Failure("cannot read " + stream_.name());
-      const std::string reason = import_.add_unnumbered(object.get());
+      const std::string reason = import_.add_unnumbered(*object);
       if (reason.empty()) ++renumbered_;
-      SoifStream::Item named{item.number, item.offset, item.end, nullptr, {}};
-      named.url = object->url;
+      SoifStream::Item named{item.number, item.offset, item.end, {}, {}};
+      named.url = object->url();
       count(named, reason);
     }
   }
