@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "hosts/common/close_aside.h"
 
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -20,10 +21,13 @@ bool takes_long(host_fd fd) {
 
 }  // namespace
 
-bool close_aside(host_fd fd) {
-  if (!takes_long(fd)) return false;
+bool close_aside(host_fd fd, void *mapping, std::size_t size) {
+  if (size < std::size_t{aside_size} && !takes_long(fd)) return false;
   try {
-    std::thread([fd] { ::close(fd); }).detach();
+    std::thread([fd, mapping, size] {
+      if (size > 0) ::munmap(mapping, size);
+      ::close(fd);
+    }).detach();
     return true;
   } catch (const std::system_error &) {
     return false;

@@ -45,6 +45,7 @@ bool RecordCursor::load() {
 }
 
 std::size_t RecordCursor::gather(std::span<iovec> parts) {
+  if (!std::exchange(gathers_, true)) slice_.records->expect(slice_.length);
   const char *const bytes = slice_.records->mapping();
   if (bytes == nullptr || left() == 0 || !load()) return 0;
   const std::size_t count = std::min<std::size_t>(parts.size(), window_end_ - index_);

@@ -43,7 +43,8 @@ class RecordCursor {
   std::int64_t left() const { return slice_.length - start_ - within_; }
 
   /// gather stores where the next bytes lie in the mapping of the file. Returns the number of parts; 0 at the end,
-  /// after a failure, and if the file has no mapping. When they are used, confirm must say that they were right.
+  /// after a failure, and if the file has no mapping, or not yet. When they are used, confirm must say that they were
+  /// right.
   std::size_t gather(std::span<iovec> parts);
 
   /// read reads the next bytes. Returns their number, 0 at the end, or -1.
@@ -64,6 +65,7 @@ class RecordCursor {
   std::uint32_t index_ = 0;  // of the record at the position
   std::int64_t start_ = 0;   // the bytes of the records before it
   std::int64_t within_ = 0;  // the bytes of it before the position
+  bool gathers_ = false;     // once the file of records knows that they are wanted from its mapping
   std::array<host_place, window_size> window_;
   std::uint32_t window_start_ = 0, window_end_ = 0;  // the records whose places are there, all of them right
 };

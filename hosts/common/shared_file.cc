@@ -18,12 +18,14 @@ namespace {
 
 using FilePtr = std::shared_ptr<const SharedFile>;
 
+constexpr std::int64_t large_share = 8;  // what part of a file is worth a mapping at once
+
 std::mutex files_mutex;  // guards the variables below
 std::map<FileVersion, std::weak_ptr<const SharedFile>> files;
-std::vector<FilePtr> kept;  // the one mapped first in front
+std::vector<FilePtr> kept;  // the one expected first in front
 
 /// drop_some takes the kept files that are not current any more, and those beyond `limit`. The caller destroys them
-/// without the mutex: unmapping a large file takes a millisecond.
+/// without the mutex.
 std::vector<FilePtr> drop_some(std::size_t limit) {
   std::vector<FilePtr> dropped;
   const auto rest =
@@ -66,9 +68,11 @@ std::shared_ptr<const SharedFile> SharedFile::open(host_fd fd) {
 
 /// Kept files are destroyed at the end of the process, when what host_close uses may be gone.
 SharedFile::~SharedFile() {
-  if (bytes_ != nullptr) ::munmap(bytes_, static_cast<std::size_t>(version_.size));
+  const std::size_t mapped = bytes_ != nullptr ? static_cast<std::size_t>(version_.size) : 0;
   const host_fd fd = file_.release();
-  if (!close_aside(fd)) ::close(fd);
+  if (close_aside(fd, bytes_, mapped)) return;
+  if (mapped > 0) ::munmap(bytes_, mapped);
+  ::close(fd);
 }
 
 bool SharedFile::is_current() const {
@@ -81,12 +85,17 @@ bool SharedFile::is_unchanged() const {
   return ::fstat(file_.get(), &status) == 0 && version_of(status) == version_;
 }
 
+void SharedFile::expect(std::int64_t bytes) const {
+  const bool is_first = !is_kept_.exchange(true);
+  if (is_first) keep(shared_from_this());
+  if (!is_first || bytes >= version_.size / large_share) is_worth_mapping_ = true;
+}
+
 const char *SharedFile::mapping() const {
+  if (!is_worth_mapping_) return nullptr;
   std::call_once(mapped_, [this] {
     void *const bytes = ::mmap(nullptr, static_cast<std::size_t>(version_.size), PROT_READ, MAP_SHARED, file_.get(), 0);
-    if (bytes == MAP_FAILED) return;
-    bytes_ = bytes;
-    keep(shared_from_this());
+    if (bytes != MAP_FAILED) bytes_ = bytes;
   });
   return static_cast<const char *>(bytes_);
 }

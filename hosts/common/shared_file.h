@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 /// Open files that the answers of a process share: one descriptor and one mapping each, however many answers use them.
 ///
-/// The files mapped last, at most SharedFile::kept_limit, stay mapped between answers, because the page faults of a new
+/// The files sent last, at most SharedFile::kept_limit, stay open between answers, because the page faults of a new
 /// mapping are a fifth of the CPU of an answer. One that has been changed, or has lost its name as a database that was
 /// replaced, is let go when its answers are sent and another answer begins.
 #ifndef HOSTS_COMMON_SHARED_FILE_H
@@ -9,6 +9,7 @@
 
 #include <sys/stat.h>
 
+#include <atomic>
 #include <compare>
 #include <cstddef>
 #include <cstdint>
@@ -54,14 +55,20 @@ class SharedFile : public std::enable_shared_from_this<SharedFile> {
   /// is_current returns true if the file is unchanged and a directory still leads to it.
   bool is_current() const;
 
-  /// mapping returns the bytes of the file, which the first call maps, or null if it cannot be mapped. They are for
-  /// system calls, which fail with EFAULT if the file has been cut: a load in this process would be a SIGBUS.
+  /// expect notes that an answer begins which sends so many bytes of the file.
+  void expect(std::int64_t bytes) const;
+
+  /// mapping returns the bytes of the file; or null if it cannot be mapped, or if expect was called only once, for less
+  /// than an eighth of the file: then reading the records takes less than the page faults. The bytes are for system
+  /// calls, which fail with EFAULT if the file has been cut: a load in this process would be a SIGBUS.
   const char *mapping() const;
 
  private:
   HostFileGuard file_;
   const FileVersion version_;
   mutable std::once_flag mapped_;
+  mutable std::atomic<bool> is_kept_ = false;
+  mutable std::atomic<bool> is_worth_mapping_ = false;
   mutable void *bytes_ = nullptr;
 };
 

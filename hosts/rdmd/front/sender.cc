@@ -49,7 +49,7 @@ std::int64_t Sender::send_slice(Transport &transport) {
   return put > 0 && !cursor_->confirm() ? -1 : put;
 }
 
-/// send_copy reads and sends records, for file systems without mappings.
+/// send_copy reads and sends records of a file without a mapping.
 std::int64_t Sender::send_copy(Transport &transport) {
   std::array<char, 65536> block;
   const ssize_t got = cursor_->read(block);

@@ -33,9 +33,11 @@ class RecordSliceTest : public ::testing::Test {
     return SliceFiles(directory_.path("records"), text_, places);
   }
 
+  /// cursor returns the start of a slice whose file is mapped.
   static RecordCursor cursor(const host_slice &slice) {
     std::optional<RecordSlice> made = RecordSlice::of(slice);
     EXPECT_TRUE(made);
+    made->records->expect(made->records->size());
     return RecordCursor(std::move(*made));
   }
 
@@ -86,6 +88,19 @@ TEST_F(RecordSliceTest, HasTheBytesOfItsRecordsHoweverTheyAreTaken) {
       EXPECT_EQ(read(cursor(slice), most), right) << first << ' ' << count << ' ' << most;
     }
   }
+}
+
+TEST_F(RecordSliceTest, IsReadUntilItsFileIsWorthAMapping) {
+  const SliceFiles files = this->files({{0, 5000, 0}, {9, 5000, 0}, {0, 5000, 0}});
+  iovec part{};
+  const auto gathers = [&](const host_slice &slice) {
+    RecordCursor cursor(*RecordSlice::of(slice));
+    const std::size_t first = cursor.gather({&part, 1});
+    EXPECT_EQ(cursor.gather({&part, 1}), first) << "a slice counts once";
+    return first > 0;
+  };
+  EXPECT_FALSE(gathers(files.slice(0, 2)));
+  EXPECT_TRUE(gathers(files.slice(2, 1)));
 }
 
 TEST_F(RecordSliceTest, RepeatsWhatIsNotSkipped) {

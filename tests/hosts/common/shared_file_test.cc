@@ -6,9 +6,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <filesystem>
+#include <memory>
 #include <string>
-#include <vector>
+#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -26,6 +28,13 @@ class SharedFileTest : public ::testing::Test {
     return HostFileGuard(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
   }
   static std::shared_ptr<const SharedFile> share(const std::string &path) { return SharedFile::open(open(path).get()); }
+  /// mapped returns the file when all of it is expected.
+  static std::shared_ptr<const SharedFile> mapped(const std::string &path) {
+    auto file = share(path);
+    file->expect(file->size());
+    EXPECT_NE(file->mapping(), nullptr);
+    return file;
+  }
 
   /// descriptors returns how many descriptors lead to a path, or did before it was removed.
   static long descriptors(const std::string &path) {
@@ -65,7 +74,7 @@ TEST_F(SharedFileTest, IsAnotherAfterAChange) {
 }
 
 TEST_F(SharedFileTest, StaysMappedBetweenAnswersAsLongAsItHasAName) {
-  EXPECT_EQ(std::string(share(path_)->mapping(), 5), "bytes");
+  EXPECT_EQ(std::string(mapped(path_)->mapping(), 5), "bytes");
   EXPECT_EQ(descriptors(path_), 1);
   std::filesystem::remove(path_);
   EXPECT_EQ(descriptors(path_), 1);
@@ -74,20 +83,36 @@ TEST_F(SharedFileTest, StaysMappedBetweenAnswersAsLongAsItHasAName) {
 }
 
 TEST_F(SharedFileTest, StaysMappedNoLongerThanItIsUnchanged) {
-  EXPECT_NE(share(path_)->mapping(), nullptr);
+  mapped(path_);
   ASSERT_EQ(::truncate(path_.c_str(), 3), 0);
   const auto after = share(path_);
   EXPECT_EQ(descriptors(path_), 1);
 }
 
-TEST_F(SharedFileTest, IsKeptUntilOthersAreMapped) {
-  const auto mapped = [this](std::size_t number) {
-    const std::string path = directory_.write("mapped" + std::to_string(number), "x");
-    EXPECT_NE(share(path)->mapping(), nullptr);
+TEST_F(SharedFileTest, IsMappedForALargePartOfIt) {
+  const auto file = share(directory_.write("large", std::string(8000, 'x')));
+  EXPECT_EQ(file->mapping(), nullptr) << "nothing is expected";
+  file->expect(1000);
+  EXPECT_NE(file->mapping(), nullptr);
+}
+
+TEST_F(SharedFileTest, IsMappedForTheSecondSmallPartOfIt) {
+  const std::string path = directory_.write("large", std::string(8000, 'x'));
+  share(path)->expect(999);
+  EXPECT_EQ(share(path)->mapping(), nullptr);
+  EXPECT_EQ(descriptors(path), 1) << "it stays open, or it would forget";
+  share(path)->expect(1);
+  EXPECT_NE(share(path)->mapping(), nullptr);
+}
+
+TEST_F(SharedFileTest, IsKeptUntilOthersAreExpected) {
+  const auto expected = [this](std::size_t number) {
+    const std::string path = directory_.write("expected" + std::to_string(number), "x");
+    share(path)->expect(1);
     return path;
   };
-  const std::string first = mapped(0), second = mapped(1);
-  for (std::size_t i = 2; i <= SharedFile::kept_limit; ++i) mapped(i);
+  const std::string first = expected(0), second = expected(1);
+  for (std::size_t i = 2; i <= SharedFile::kept_limit; ++i) expected(i);
   EXPECT_EQ(descriptors(first), 0);
   EXPECT_EQ(descriptors(second), 1);
 }
@@ -97,11 +122,26 @@ TEST_F(SharedFileTest, SurvivesItsNameWhileItIsUsed) {
   std::filesystem::remove(path_);
   share(directory_.write("next", "x"));
   EXPECT_TRUE(file->is_unchanged()) << "its bytes are";
+  file->expect(file->size());
   EXPECT_EQ(std::string(file->mapping(), 5), "bytes");
+}
+
+TEST_F(SharedFileTest, LetsGoOfALargeMappingAside) {
+  const std::string path = directory_.path("large");
+  {
+    const HostFileGuard file(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    ASSERT_EQ(::ftruncate(file.get(), 16 << 20), 0);
+  }
+  mapped(path);
+  ASSERT_EQ(::truncate(path.c_str(), 1), 0);
+  share(path_);
+  for (int i = 0; i < 1000 && descriptors(path) > 0; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  EXPECT_EQ(descriptors(path), 0);
 }
 
 TEST_F(SharedFileTest, MayHaveNoMapping) {
   const auto empty = share(directory_.write("empty", ""));
+  empty->expect(1);
   EXPECT_EQ(empty->mapping(), nullptr);
 }
 

@@ -194,7 +194,9 @@ TEST_F(SliceSender, ReadsAndSendsRecordsOfAFileWithoutAMapping) {
   ASSERT_EQ(::pwrite(file.get(), text_.data(), text_.size(), 0), static_cast<ssize_t>(text_.size()));
   host_slice huge = slice();
   huge.records = file.get();
-  EXPECT_EQ(hosts::SharedFile::open(file.get())->mapping(), nullptr);
+  const auto shared = hosts::SharedFile::open(file.get());
+  shared->expect(shared->size());
+  EXPECT_EQ(shared->mapping(), nullptr);
   SocketPair pair;
   Sender sender = answer("HEAD", records(huge));
   Sender::State end{};
