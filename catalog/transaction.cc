@@ -126,6 +126,8 @@ FileIdentity origin_of(const Catalog &catalog, const File &database) {
 }
 
 void publish(const Catalog &catalog, AtomicFile &database, AtomicFile &urls) {
+  // Only now: while the map was made, most of the database has reached the disk.
+  database.sync();
   urls.sync();
   // Readers and writers ignore a map that does not belong to the database, so a crash between the renames is harmless.
   database.commit();
@@ -142,9 +144,9 @@ void commit(const Lock &lock, const Catalog &catalog, const WriteBatch &batch, u
   const Trailer trailer{next_number, 0, origin_of(catalog, database.file()), newest_change};
   const bool edited = edit_database(catalog, batch, database.file(), trailer);
   if (!edited) write_database(catalog, batch, database.file(), trailer, progress);
-  database.sync();
   const UrlMap *old = catalog.url_map();
   if (catalog.exists() && old == nullptr) {
+    database.sync();
     database.commit();
     after_replacing(catalog.path(), [&] { Catalog(catalog.path()).renew_url_map(lock); });
     return;
@@ -167,7 +169,6 @@ void rebuild_catalog(const Lock &, const Catalog &catalog, const WriteBatch &dro
   AtomicFile database(catalog.path());
   const Trailer trailer{next_number, 0, origin_of(catalog, database.file()), catalog.newest_change()};
   write_database(catalog, dropped, database.file(), trailer, progress);
-  database.sync();
   UrlItems refs(catalog.path());
   catalog.each([&](uint32_t number, std::string_view record) {
     if (dropped.of_number(number) == nullptr) refs.add(*url_of(record), number);

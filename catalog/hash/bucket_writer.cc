@@ -36,8 +36,8 @@ void PageCount::add(uint32_t key_size, uint32_t value_size) {
   used_ = (fits ? used_ : empty) + size;
 }
 
-BucketWriter::BucketWriter(const Header &header, const File &file, Allocate allocate)
-    : header_(header), file_(file), allocate_(std::move(allocate)), page_(header.page_size, '\0') {}
+BucketWriter::BucketWriter(const Header &header, RunWriter &output, Allocate allocate)
+    : header_(header), output_(output), allocate_(std::move(allocate)), page_(header.page_size, '\0') {}
 
 void BucketWriter::clear() {
   std::fill(page_.begin(), page_.end(), '\0');
@@ -60,7 +60,7 @@ void BucketWriter::flush(uint64_t next_page) {
   set(0, slots_);
   set(slots_ + 1, data_start_ - page_overhead(slots_));
   set(slots_ + 2, data_start_);
-  file_.write_at(static_cast<int64_t>(page_number_ << header_.page_shift), page_);
+  output_.write(static_cast<int64_t>(page_number_ << header_.page_shift), page_);
   page_number_ = next_page;
   clear();
 }

@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "catalog/os/file.h"
+#include "catalog/os/run_writer.h"
 #include "hashdb/format.h"
 
 namespace rdm::catalog {
@@ -19,14 +19,15 @@ struct Record {
   std::string_view value;
 };
 
-/// BucketWriter writes one bucket after the other: its primary page, then overflow pages. Header and file must outlive
-/// it. Its procedures throw a SystemFailure if a page cannot be written, and pass on exceptions of `allocate`.
+/// BucketWriter writes one bucket after the other: its primary page, then overflow pages. Header and output must
+/// outlive it; the caller flushes the output. Its procedures throw a SystemFailure if a page cannot be written, and
+/// pass on exceptions of `allocate`.
 class BucketWriter {
  public:
   /// Allocate returns the address of an unused overflow page.
   using Allocate = std::function<uint16_t()>;
 
-  BucketWriter(const hashdb::Header &header, const File &file, Allocate allocate);
+  BucketWriter(const hashdb::Header &header, RunWriter &output, Allocate allocate);
   /// start begins a bucket, add appends a record to it, finish writes its last page. Short records must be added before
   /// long ones.
   void start(uint32_t bucket);
@@ -42,7 +43,7 @@ class BucketWriter {
   void flush(uint64_t next_page);
 
   const hashdb::Header &header_;
-  const File &file_;
+  RunWriter &output_;
   Allocate allocate_;
   std::string page_;
   uint64_t page_number_ = 0;

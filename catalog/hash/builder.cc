@@ -146,7 +146,8 @@ Header write_file(const File &file, std::vector<RecordRef> &refs, const RecordLo
   Addresses addresses(header);
   write_bitmaps(file, header, addresses);
   header.last_freed = header.spares[header.overflow_point];
-  BucketWriter writer(header, file, [&] { return addresses.next(); });
+  RunWriter output(file);
+  BucketWriter writer(header, output, [&] { return addresses.next(); });
   for_each_bucket(header, refs, [&](uint32_t bucket, RecordRef *first, const RecordRef *last) {
     writer.start(bucket);
     for (; first != last; ++first) {
@@ -157,6 +158,7 @@ Header write_file(const File &file, std::vector<RecordRef> &refs, const RecordLo
     }
     writer.finish();
   });
+  output.flush();
   file.resize(static_cast<int64_t>(pages_of(header) << header.page_shift));
   write_header(file, header);
   return header;

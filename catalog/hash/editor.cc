@@ -24,7 +24,7 @@ Failure not_read_back(const std::string &path) {
 class Editor {
  public:
   Editor(const HashTable &old, const File &file, const RecordLoader &load)
-      : file_(file), load_(load), reader_(old), header_(old.header()), pages_(header_, file) {}
+      : file_(file), output_(file), load_(load), reader_(old), header_(old.header()), pages_(header_, file) {}
 
   void edit(uint32_t bucket, const RecordRef *first, const RecordRef *last);
   Header finish();
@@ -33,6 +33,7 @@ class Editor {
 
  private:
   const File &file_;
+  RunWriter output_;
   const RecordLoader &load_;
   BucketReader reader_;
   uint32_t old_count_ = 0;  // records in the old file of the last bucket that was read
@@ -66,7 +67,7 @@ Contents Editor::contents(uint32_t bucket, const RecordRef *first, const RecordR
 void Editor::edit(uint32_t bucket, const RecordRef *first, const RecordRef *last) {
   const Contents records = contents(bucket, first, last);
   for (const uint16_t address : reader_.overflow()) pages_.release(address);
-  BucketWriter writer(header_, file_, [this] { return pages_.take(); });
+  BucketWriter writer(header_, output_, [this] { return pages_.take(); });
   writer.start(bucket);
   for (const auto &[key, value] : records) writer.add({key, value});
   writer.finish();
@@ -74,6 +75,7 @@ void Editor::edit(uint32_t bucket, const RecordRef *first, const RecordRef *last
 }
 
 Header Editor::finish() {
+  output_.flush();
   pages_.write();
   file_.resize(static_cast<int64_t>(pages_of(header_) << header_.page_shift));
   write_header(file_, header_);

@@ -18,6 +18,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr size_t copy_block = 1 << 20;
+constexpr int64_t copy_step = 16 << 20;  // after which the system begins to put the copy onto the disk
 constexpr size_t scratch_memory = 2 << 20;
 
 /// copy_in_kernel copies with copy_file_range and returns the offset of the first byte that it could not copy: some
@@ -109,6 +110,10 @@ void File::write_at(int64_t offset, std::string_view bytes) const {
   }
 }
 
+void File::start_writeback(int64_t begin, int64_t end) const {
+  ::sync_file_range(descriptor(), begin, end - begin, SYNC_FILE_RANGE_WRITE);
+}
+
 void File::resize(int64_t size) const {
   if (uninterrupted([&] { return ::ftruncate(descriptor(), size); }) != 0)
     throw system_failure("cannot write " + name_);
@@ -122,8 +127,9 @@ void copy_contents(const File &from, const File &to) {
     if (data == -1 && errno == ENXIO) break;
     const off_t hole = data == -1 ? -1 : ::lseek(from.descriptor(), data, SEEK_HOLE);
     const int64_t piece = data == -1 ? offset : data;
-    offset = hole == -1 ? size : hole;
+    offset = std::min(hole == -1 ? size : hole, piece + copy_step);
     copy_range(from, to, piece, offset);
+    to.start_writeback(piece, offset);
   }
 }
 

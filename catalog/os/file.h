@@ -46,6 +46,9 @@ class File {
   void read_at(int64_t offset, void *bytes, size_t count) const;
   /// write_at writes bytes at an offset; the file grows if it ends before.
   void write_at(int64_t offset, std::string_view bytes) const;
+  /// start_writeback has the system begin to put the bytes from `begin` to `end` onto the disk, and does not wait for
+  /// that. It ignores errors, which fsync reports.
+  void start_writeback(int64_t begin, int64_t end) const;
   /// resize calls ftruncate.
   void resize(int64_t size) const;
 
@@ -55,7 +58,8 @@ class File {
 };
 
 /// copy_contents copies a file into an empty one, with copy_file_range if the system supports it for these files, which
-/// lets file systems share the blocks; otherwise with reads and writes. Holes stay holes.
+/// lets file systems share the blocks; otherwise with reads and writes. Holes stay holes. The system begins to put the
+/// copy onto the disk.
 void copy_contents(const File &from, const File &to);
 
 /// scratch_mark is part of the name of a scratch file on a file system without O_TMPFILE, from its creation to its

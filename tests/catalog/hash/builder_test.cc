@@ -150,7 +150,7 @@ int64_t first_written_page(const catalog::File &file, int64_t page_size) {
 }
 
 TEST_F(HashWriter, ARecordThatIsNotReadBackAsItWasWrittenIsAFailure) {
-  for (int i = 0; i < 200; ++i) add(3000);
+  for (int i = 0; i < 2000; ++i) add(3000);  // more than are collected before they are written
   constexpr int64_t page_size = 1 << 15;
   for (const int64_t changed : {int64_t{4}, page_size - 1, page_size - 3000}) {
     ::unlink(path.c_str());
