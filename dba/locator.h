@@ -31,6 +31,7 @@ class Locator {
   bool open(host_fd file) noexcept;
 
   host_fd file() const noexcept { return source_.fd; }
+  int64_t size() const noexcept { return source_.size; }
   uint32_t buckets() const noexcept { return source_.header.max_bucket + 1; }
 
   /// find returns the place of the record that dba_get finds for a key, and its bytes, valid until the next call; or no

@@ -1,11 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "service/rds/planned_descriptions.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstring>
 #include <optional>
 
 #include "qxapi/hex.h"
+#include "qxapi/uninterrupted.h"
+#include "service/rds/positions.h"
 
 namespace rdm {
 namespace {
@@ -20,46 +24,11 @@ Key key_of(uint32_t number) {
   return key;
 }
 
-/// number_of returns the number of a key, or nothing for a key that no number has.
-std::optional<uint32_t> number_of(std::string_view key) {
-  uint32_t number = 0;
-  for (const char c : key) {
-    if (hex::value_of(c) < 0 || ascii::is_upper(c)) return std::nullopt;
-    number = number << 4 | static_cast<uint32_t>(hex::value_of(c));
-  }
-  return key.size() == key_size ? std::optional(number) : std::nullopt;
-}
-
 /// judge notes in an entry whether its record prints as it is stored.
 void judge(soif::Canonical &whole, soif::Pieces &pieces, std::string_view record, Location place, Plan::Entry &entry) {
   const bool is_stored = place.size > 0 && whole.printed(record, pieces);
   entry = {place.offset, place.size, is_stored ? Plan::as_stored : Plan::other};
 }
-
-/// Positions maps numbers to positions of an index. If a number has several positions, it has the last one.
-class Positions {
- public:
-  /// map returns false if the numbers are too far apart, or allocation fails.
-  bool map(uint32_t first, const uint32_t *numbers, uint32_t count) noexcept {
-    const auto [least, most] = std::minmax_element(numbers, numbers + count);
-    least_ = *least;
-    size_ = size_t{*most - *least} + 1;
-    if (size_ > size_t{4} * count) return false;
-    positions_ = host_new<uint32_t>(size_);
-    for (uint32_t i = 0; positions_ && i < count; ++i) positions_.get()[numbers[i] - least_] = first + i + 1;
-    return positions_ != nullptr;
-  }
-
-  std::optional<uint32_t> find(uint32_t number) const noexcept {
-    const bool is_mapped = number >= least_ && number - least_ < size_ && positions_.get()[number - least_] != 0;
-    return is_mapped ? std::optional(positions_.get()[number - least_] - 1) : std::nullopt;
-  }
-
- private:
-  uint32_t least_ = 0;
-  size_t size_ = 0;
-  HostPtr<uint32_t> positions_;  // one more than the position, 0 for none
-};
 
 /// Filling is a walk that fills a plan.
 struct Filling {
@@ -69,8 +38,7 @@ struct Filling {
   soif::Pieces pieces;
 
   void visit(std::string_view key, std::string_view record, Location place) noexcept {
-    const std::optional<uint32_t> number = number_of(key);
-    const std::optional<uint32_t> position = number ? positions.find(*number) : std::nullopt;
+    const std::optional<uint32_t> position = positions.find(key);
     if (!position) return;
     // If a page has a key twice, the first record is the one that a look-up finds.
     Plan::Entry &entry = plan.entry(*position);
@@ -83,29 +51,46 @@ struct Filling {
 PlannedDescriptions::PlannedDescriptions(Snapshot &snapshot, char **attributes, Body &output) noexcept
     : snapshot_(snapshot),
       output_(output),
-      selects_(attributes != nullptr && attributes[0] != nullptr),
+      attributes_(attributes != nullptr && attributes[0] != nullptr ? attributes : nullptr),
+      plan_(&snapshot.plan()),
+      file_(snapshot.locator().file()),
       others_(snapshot.database(), attributes, output.buffer()),
-      selection_(selects_ ? attributes : nullptr),
+      selection_(attributes_),
       block_(static_cast<char *>(host_alloc(block_size))) {}
+
+/// view takes the records from the view of the attributes. It makes that if a walk through the file is cheaper than a
+/// page for each record. Returns false if there is none.
+bool PlannedDescriptions::view(uint32_t first, const uint32_t *numbers, uint32_t count) noexcept {
+  View &view = snapshot_.view();
+  const bool has_view =
+      view.has(attributes_, first, count) ||
+      (count >= snapshot_.locator().buckets() &&
+       view.make(snapshot_.locator(), snapshot_.index().count(), attributes_, {first, numbers, count}));
+  if (!has_view) return false;
+  plan_ = &view.plan();
+  file_ = view.text();
+  return true;
+}
 
 /// plan fills the entries of the positions by a walk through the file, if that is cheaper than a page for each unknown
 /// entry.
 void PlannedDescriptions::plan(uint32_t first, const uint32_t *numbers, uint32_t count) noexcept {
-  is_reserved_ = snapshot_.plan().reserve(first, count);
+  is_reserved_ = plan_->reserve(first, count);
   if (!is_reserved_) return;
   uint32_t unknown = 0;
-  for (uint32_t i = 0; i < count; ++i) unknown += snapshot_.plan().entry(first + i).state == Plan::unknown ? 1 : 0;
+  for (uint32_t i = 0; i < count; ++i) unknown += plan_->entry(first + i).state == Plan::unknown ? 1 : 0;
   Positions positions;
   if (unknown < snapshot_.locator().buckets() || !positions.map(first, numbers, count)) return;
-  Filling filling{snapshot_.plan(), positions, soif::Canonical(), {}};
+  Filling filling{*plan_, positions, soif::Canonical(), {}};
   snapshot_.locator().walk([](void *walk, std::string_view key, std::string_view record,
                               Location place) { static_cast<Filling *>(walk)->visit(key, record, place); },
                            &filling);
 }
 
-/// is_planned returns true if the place of a record is known. It looks the record up if nothing is known of it.
+/// is_planned returns true if the place of a record is known. It looks the record up if nothing is known of it; a view
+/// is known as a whole.
 bool PlannedDescriptions::is_planned(Plan::Entry &entry, uint32_t number) noexcept {
-  if (entry.state == Plan::unknown) {
+  if (entry.state == Plan::unknown && !has_view()) {
     const Key key = key_of(number);
     std::string_view record;
     const Location place = snapshot_.locator().find({key.text, key_size}, record);
@@ -118,7 +103,7 @@ bool PlannedDescriptions::is_planned(Plan::Entry &entry, uint32_t number) noexce
 PlannedDescriptions::Run PlannedDescriptions::run_at(uint32_t first, const uint32_t *numbers, uint32_t count) noexcept {
   Run run;
   for (; run.count < count; ++run.count) {
-    Plan::Entry &entry = snapshot_.plan().entry(first + run.count);
+    Plan::Entry &entry = plan_->entry(first + run.count);
     if (!is_planned(entry, numbers[run.count]) || !has_room(output_.length() + used_ + run.size, entry.size)) break;
     run.size += entry.size;
   }
@@ -129,8 +114,7 @@ PlannedDescriptions::Run PlannedDescriptions::run_at(uint32_t first, const uint3
 bool PlannedDescriptions::slice(uint32_t first, Run run) noexcept {
   if (run.size < least_slice) return false;
   flush();
-  return output_.add_slice(
-      {snapshot_.locator().file(), snapshot_.plan().file(), first, run.count, static_cast<int64_t>(run.size)});
+  return output_.add_slice({file_, plan_->file(), first, run.count, static_cast<int64_t>(run.size)});
 }
 
 /// select moves the lines of the selected attributes to the front of a record in memory, and stores their size. Returns
@@ -145,13 +129,18 @@ bool PlannedDescriptions::select(char *record, size_t &size) noexcept {
   return true;
 }
 
+bool PlannedDescriptions::read(Location place, char *bytes) const noexcept {
+  const auto got = uninterrupted([&] { return ::pread(file_, bytes, place.size, place.offset); });
+  return got == static_cast<ssize_t>(place.size);
+}
+
 /// copy reads a record to the end of the block. Returns false, with nothing printed, if the file has changed or the
 /// answer has no room.
 bool PlannedDescriptions::copy(Location place) noexcept {
   if (place.size > block_size - used_) flush();
   char *const record = block_.get() + used_;
   size_t size = place.size;
-  if (!snapshot_.locator().read(place, record) || (selects_ && !select(record, size))) return false;
+  if (!read(place, record) || (attributes_ != nullptr && !has_view() && !select(record, size))) return false;
   if (!has_room(output_.length() + used_, size)) return false;
   used_ += size;
   return true;
@@ -160,7 +149,7 @@ bool PlannedDescriptions::copy(Location place) noexcept {
 /// print prints one record. Returns true if it did.
 bool PlannedDescriptions::print(uint32_t position, uint32_t number) noexcept {
   if (is_reserved_) {
-    Plan::Entry &entry = snapshot_.plan().entry(position);
+    Plan::Entry &entry = plan_->entry(position);
     if (is_planned(entry, number) && copy(entry.place())) return true;
   }
   // QuickDescriptions reports what is missing or malformed, and what the answer has no room for.
@@ -170,8 +159,9 @@ bool PlannedDescriptions::print(uint32_t position, uint32_t number) noexcept {
 }
 
 int32_t PlannedDescriptions::print(uint32_t first, const uint32_t *numbers, uint32_t count) noexcept {
-  const bool may_slice = !selects_ && host_sends_slices() != 0;
-  plan(first, numbers, count);
+  const bool sends_slices = host_sends_slices() != 0;
+  const bool may_slice = sends_slices && (attributes_ == nullptr || view(first, numbers, count));
+  if (!has_view()) plan(first, numbers, count);
   int32_t printed = 0;
   for (uint32_t done = 0; done < count;) {
     const Run run = may_slice && is_reserved_ ? run_at(first + done, numbers + done, count - done) : Run();

@@ -14,7 +14,7 @@ inline uint64_t least_slice = 65536;
 
 /// PlannedDescriptions prints as QuickDescriptions does. It reads records that print as they are stored from their
 /// place in the file, or leaves it to the host to send them from there, and notes in the plan of the snapshot what it
-/// finds out about the others.
+/// finds out about the others. Of many records with selected attributes a host that sends slices gets the view.
 class PlannedDescriptions {
  public:
   PlannedDescriptions(Snapshot &snapshot, char **attributes, Body &output) noexcept;
@@ -31,18 +31,23 @@ class PlannedDescriptions {
     uint32_t count = 0;
     uint64_t size = 0;
   };
+  bool view(uint32_t first, const uint32_t *numbers, uint32_t count) noexcept;
+  bool has_view() const noexcept { return plan_ != &snapshot_.plan(); }
   void plan(uint32_t first, const uint32_t *numbers, uint32_t count) noexcept;
   bool is_planned(Plan::Entry &entry, uint32_t number) noexcept;
   Run run_at(uint32_t first, const uint32_t *numbers, uint32_t count) noexcept;
   bool slice(uint32_t first, Run run) noexcept;
   bool print(uint32_t position, uint32_t number) noexcept;
   bool select(char *record, size_t &size) noexcept;
+  bool read(Location place, char *bytes) const noexcept;
   bool copy(Location place) noexcept;
   void flush() noexcept;
 
   Snapshot &snapshot_;
   Body &output_;
-  bool selects_;             // only some attributes are printed
+  char **attributes_;        // null: all are printed
+  Plan *plan_;               // that of the snapshot, or of its view
+  host_fd file_;             // where the records lie by this plan, borrowed
   bool is_reserved_ = true;  // the plan has memory
   QuickDescriptions others_;
   soif::Canonical whole_, selection_;

@@ -6,8 +6,9 @@
 /// diagnostics. A request for which there is no snapshot opens the files itself, and reports what is wrong with them.
 ///
 /// Not more than snapshots::limit catalogs stay open, each with two descriptors (close-on-exec, as host_open_read opens
-/// them) and memory of the host: about 100 KiB, and 16 bytes for each description that was asked for. A replaced file
-/// takes disk space until the next request for its catalog. Only one thread at a time may call these procedures.
+/// them) and memory of the host: about 100 KiB, and 16 bytes for each description that was asked for, twice if
+/// attributes were selected; the view of these is a file. A replaced file takes disk space until the next request for
+/// its catalog. Only one thread at a time may call these procedures.
 #ifndef SERVICE_RDS_SNAPSHOT_H
 #define SERVICE_RDS_SNAPSHOT_H
 
@@ -15,6 +16,7 @@
 #include "service/rds/file_state.h"
 #include "service/rds/index_file.h"
 #include "service/rds/plan.h"
+#include "service/rds/view.h"
 
 namespace rdm {
 
@@ -46,6 +48,8 @@ class Snapshot {
   Locator &locator() noexcept { return locator_; }
   /// plan has an entry for each position of the index.
   Plan &plan() noexcept { return plan_; }
+  /// view is that of the attributes which were last selected for many records.
+  View &view() noexcept { return view_; }
   /// path returns the path of the database, borrowed.
   const char *path() const noexcept { return path_.get(); }
 
@@ -63,6 +67,7 @@ class Snapshot {
   DatabasePtr database_;
   Locator locator_;
   Plan plan_;
+  View view_;
 };
 
 namespace snapshots {

@@ -181,18 +181,20 @@ TEST_P(Slices, AreCompressedForAClientThatWantsThat) {
 /// Records that are stored as they print, others, long, missing and doubled ones, in random order.
 TEST_P(Slices, AreMixedWithRecordsThatAreNot) {
   std::mt19937 random(3);
-  std::string answer = answer_header("rd-response");
-  std::vector<std::string> stored(600), printed(600);
+  std::string answer = answer_header("rd-response"), titles = answer;
+  std::vector<std::string> stored(600), printed(600), titled(600);
   {
     const DatabasePtr database(dba_open(database_.c_str(), "w"));
     for (std::uint32_t number = 1; number < stored.size(); ++number) {
       const bool is_long = random() % 150 == 0;
-      printed[number] = "@FILE { x://" + std::to_string(number) + "\n" +
-                        attribute("body", std::string(is_long ? 50'000 : random() % 3000, 'x')) + "}\n";
+      const std::string start = "@FILE { x://" + std::to_string(number) + "\n",
+                        title = attribute("title", std::string(100 + random() % 300, 't'));
+      titled[number] = start + title + "}\n";
+      printed[number] = start + title + attribute("body", std::string(is_long ? 50'000 : random() % 3000, 'x')) + "}\n";
       stored[number] = random() % 150 == 0 ? " " + printed[number] + "\n" : printed[number];
       char key[9];
       std::snprintf(key, sizeof key, "%08x", number);
-      if (random() % 150 == 0) printed[number].clear();
+      if (random() % 150 == 0) printed[number] = titled[number] = "";
       if (!printed[number].empty()) support::put_record(database.get(), key, stored[number]);
     }
   }
@@ -202,14 +204,16 @@ TEST_P(Slices, AreMixedWithRecordsThatAreNot) {
     const std::uint32_t number = 1 + (i % 500 < 400 ? i : random()) % (static_cast<std::uint32_t>(stored.size()) - 1);
     index.push_back({1000 + i, number});
     answer += printed[number];
+    titles += titled[number];
   }
   write_index(index);
   start("csid=\"" + rfc + "\"\ncatalog-database=\"" + database_ + "\"\n", {"--workers", GetParam().workers});
-  for (int again = 0; again < 2; ++again) {
-    const support::HttpResponse response = get("/rdm/rd-request?ql=gatherer&scope=all");
-    EXPECT_EQ(response.field("content-length"), std::to_string(answer.size()));
-    EXPECT_EQ(response.body == answer, true) << again;
-  }
+  for (int again = 0; again < 2; ++again)
+    for (const auto &[attributes, right] : {std::pair("", answer), {"&view-attributes=title", titles}}) {
+      const support::HttpResponse response = get(std::string("/rdm/rd-request?ql=gatherer&scope=all") + attributes);
+      EXPECT_EQ(response.field("content-length"), std::to_string(right.size()));
+      EXPECT_EQ(response.body == right, true) << attributes << again;
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Ways, Slices,

@@ -50,13 +50,15 @@ class PlannedTest : public support::HostTest {
   }
   void TearDown() override {
     snapshot_.reset();
-    least_slice = usual_;
+    least_slice = usual_slice_;
+    view_share = usual_share_;
   }
 
-  /// bind_slices makes the host send slices, as short as they may be.
+  /// bind_slices makes the host send slices, as short as they may be, and views, as long as they may be.
   static void bind_slices() {
     slices = 0;
     least_slice = 1;
+    view_share = 1;
     qxapi_bind_slices([](host_net *, const host_slice *slice) {
       ++slices;
       support::host_record().sent += support::bytes_of(*slice);
@@ -114,7 +116,8 @@ class PlannedTest : public support::HostTest {
   std::vector<uint32_t> numbers_;
   SnapshotPtr snapshot_;
   support::Exchange exchange_{"POST", "/rdm/rd-request"};
-  const uint64_t usual_ = least_slice;
+  const uint64_t usual_slice_ = least_slice;
+  const int64_t usual_share_ = view_share;
 };
 
 TEST_F(PlannedTest, PrintsWhatParserAndPrinterDo) {
@@ -192,10 +195,69 @@ TEST_F(PlannedTest, AHostThatSendsSlicesGetsThemForWholeRecords) {
   EXPECT_EQ(print(0, count, nullptr, true), right);
   EXPECT_EQ(slices, 20) << "between the twenty records that are not as they print";
   EXPECT_EQ(print(7, 150, nullptr, true), parsed(7, 150, nullptr)) << "the plan is known";
-  slices = 0;
+}
+
+TEST_F(PlannedTest, AHostThatSendsSlicesGetsViewsOfSelectedAttributes) {
+  bind_slices();
+  char title[] = "title", author[] = "author", author_1[] = "author-1", none[] = "{";
+  char *lists[][3] = {
+      {title, nullptr}, {author, title, nullptr}, {author, nullptr}, {author_1, nullptr}, {none, nullptr}};
+  for (auto &attributes : lists)
+    for (const bool made : {false, true}) {
+      slices = 0;
+      EXPECT_EQ(snapshot_->view().has(attributes, 0, count), made);
+      EXPECT_EQ(print(0, count, attributes, true), parsed(0, count, attributes)) << attributes[0];
+      EXPECT_EQ(slices, 20) << "between the twenty records that are not as they print";
+      EXPECT_EQ(print(7, 150, attributes, true), parsed(7, 150, attributes)) << attributes[0];
+      EXPECT_EQ(print(7, 150, attributes, false), parsed(7, 150, attributes)) << attributes[0];
+    }
+  EXPECT_EQ(planned(Plan::unknown), count) << "the plan is for whole records";
+}
+
+TEST_F(PlannedTest, AViewHasTheAttributesAndThePositionsThatItWasMadeFor) {
+  view_share = 1;
+  char title[] = "title", titles[] = "titles", author[] = "author";
+  char *one[] = {title, nullptr}, *two[] = {title, author, nullptr}, *other[] = {titles, nullptr}, *none[] = {nullptr};
+  View view;
+  EXPECT_FALSE(view.has(none, 0, 1));
+  ASSERT_TRUE(view.make(snapshot_->locator(), count, one, {50, numbers_.data() + 50, 100}));
+  EXPECT_TRUE(view.has(one, 50, 100) && view.has(one, 149, 1) && view.has(one, 60, 10));
+  EXPECT_FALSE(view.has(one, 49, 10) || view.has(one, 51, 100) || view.has(one, 151, 0) ||
+               view.has(one, 50, UINT32_MAX));
+  EXPECT_FALSE(view.has(two, 50, 100) || view.has(other, 50, 100) || view.has(none, 50, 100));
+  ASSERT_TRUE(view.make(snapshot_->locator(), count, two, {0, numbers_.data(), count}));
+  EXPECT_TRUE(view.has(two, 0, count));
+  EXPECT_FALSE(view.has(one, 50, 100));
+}
+
+TEST_F(PlannedTest, AViewThatIsTooLongIsNotMade) {
+  bind_slices();
+  view_share = 1000;
   char title[] = "title", *attributes[] = {title, nullptr};
-  EXPECT_EQ(print(0, count, attributes, true), parsed(0, count, attributes));
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(print(0, count, attributes, true), parsed(0, count, attributes));
   EXPECT_EQ(slices, 0);
+  view_share = 1;
+  EXPECT_FALSE(snapshot_->view().make(snapshot_->locator(), count, attributes, {0, numbers_.data(), count}))
+      << "it does not try the same again";
+}
+
+TEST_F(PlannedTest, AViewNeedsMemoryFilesAndNumbersNearEachOther) {
+  view_share = 1;
+  char title[] = "title", *attributes[] = {title, nullptr};
+  const auto make = [&] { return View().make(snapshot_->locator(), count, attributes, {0, numbers_.data(), count}); };
+  EXPECT_TRUE(make());
+  for (const long number : {1, 2, 3, 4}) {
+    host.allocations = 0;
+    host.fail_allocation = number;
+    EXPECT_FALSE(make()) << number;
+  }
+  host.fail_allocation = 0;
+  {
+    const support::FileLimit limit(0);
+    EXPECT_FALSE(make());
+  }
+  numbers_[3] = 0xFFFFFFFF;
+  EXPECT_FALSE(make());
 }
 
 TEST_F(PlannedTest, ShortRunsOfRecordsAreCopied) {

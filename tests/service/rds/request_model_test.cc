@@ -204,6 +204,7 @@ class Case {
     support::same("the reply of an open catalog", handled(question), right);
     qxapi_bind_slices(send_slice);
     support::same("the reply in slices", handled(question), right);
+    support::same("the reply in slices of what is known", handled(question), right);
     qxapi_bind_slices(nullptr);
   }
 
@@ -216,12 +217,19 @@ class Case {
 
 class RequestModel : public support::HostTest {
  protected:
-  void SetUp() override { least_slice = 200; }
-  void TearDown() override { least_slice = usual_; }
+  void SetUp() override {
+    least_slice = 200;
+    view_share = 1;
+  }
+  void TearDown() override {
+    least_slice = usual_slice_;
+    view_share = usual_share_;
+  }
 
  private:
   support::Hour hour_;
-  const uint64_t usual_ = least_slice;
+  const uint64_t usual_slice_ = least_slice;
+  const int64_t usual_share_ = view_share;
 };
 
 TEST_F(RequestModel, RepliesAsIfItOpenedTheCatalogForEachRequest) { support::check_operations<Case>(60, operations()); }
