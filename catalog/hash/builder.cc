@@ -84,8 +84,9 @@ void set_spares(Header &header, uint32_t pages) {
   }
 }
 
-/// plan chooses the number of buckets: so many that they are three quarters full, and more until there are enough
-/// overflow addresses, spare ones included. Empty buckets are holes in the file.
+/// plan chooses the number of buckets: so many that the records would fill at most all of them, and more until there are
+/// enough overflow addresses, spare ones included. Twice as many buckets would make the file larger by half and more,
+/// and save a page for one record of ten. Empty buckets are holes in the file.
 Header plan(std::vector<RecordRef> &refs) {
   const uint32_t shift = page_shift_for(refs);
   uint64_t total = 0;
@@ -93,7 +94,7 @@ Header plan(std::vector<RecordRef> &refs) {
   for (const RecordRef &ref : refs)
     if (!is_long(header, ref.key_size, ref.value_size)) total += ref.key_size + ref.value_size + link_size;
   uint32_t doublings = min_doublings;
-  while (doublings < max_doublings && (uint64_t{3} << (shift + doublings)) / 4 < total) ++doublings;
+  while (doublings < max_doublings && uint64_t{1} << (shift + doublings) < total) ++doublings;
   for (; doublings <= max_doublings; ++doublings) {
     header = header_for(shift, doublings, static_cast<uint32_t>(refs.size()));
     sort_by_bucket(header, refs);

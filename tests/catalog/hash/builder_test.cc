@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include "catalog/hash/statistics.h"
 #include "catalog/os/error.h"
 #include "support/database.h"
 #include "support/files.h"
@@ -182,6 +183,18 @@ TEST_F(HashWriter, AFileThatHasBecomeShorterIsAFailure) {
   char bytes[6];
   EXPECT_EQ(failure([&] { catalog::File::open(path).read_at(0, bytes, sizeof bytes); }),
             "cannot read " + path + ": it ends too early");
+}
+
+TEST_F(HashWriter, TheNumberOfBucketsIsTheSmallestWithRoomForAllRecords) {
+  const struct {
+    int64_t records, buckets;
+  } cases[] = {{65, 8}, {66, 16}, {130, 16}, {131, 32}};  // a page of 16 KiB has room for 8.14
+  for (const auto &[records, buckets] : cases) {
+    while (values_.size() < static_cast<size_t>(records)) add(2000);
+    write();
+    EXPECT_EQ(catalog::statistics_of(path).buckets, buckets) << records;
+    expect_readable();
+  }
 }
 
 TEST_F(HashWriter, AFileWithoutRecordsIsReadable) {
