@@ -55,12 +55,39 @@ bool Cursor::read(uint64_t page) noexcept {
   const auto offset = static_cast<int64_t>(page << source_.header.page_shift);
   if (offset >= source_.size) {
     std::memset(page_.get(), 0, size);
-  } else if (host_seek(source_.fd, offset, SEEK_SET) != offset ||
-             host_read(source_.fd, page_.get(), static_cast<int32_t>(size)) != static_cast<int32_t>(size)) {
+  } else if (!read_used(offset)) {
     return false;
   }
   page_number_ = page;
   return true;
+}
+
+/// read_used reads a page that begins at an offset of the file. Half of a page is free bytes on average: those of a
+/// large page are not read.
+bool Cursor::read_used(int64_t offset) noexcept {
+  constexpr uint32_t large = 8192, start = 512;
+  const uint32_t size = source_.header.page_size;
+  if (size < large || offset > source_.size - size) return read_part(offset, 0, size);
+  return read_part(offset, 0, start) && read_part(offset, data_start(start), size);
+}
+
+bool Cursor::read_part(int64_t offset, uint32_t from, uint32_t to) noexcept {
+  const auto size = static_cast<int32_t>(to - from);
+  return host_seek(source_.fd, offset + from, SEEK_SET) == offset + from &&
+         host_read(source_.fd, page_.get() + from, size) == size;
+}
+
+/// data_start returns an offset below which nothing lies that the slots lead to, except the first `from` bytes of the
+/// page, which have been read. It returns `from` if the slots are not within those, are damaged, or are not of pairs.
+uint32_t Cursor::data_start(uint32_t from) const noexcept {
+  uint32_t lowest = source_.header.page_size;
+  if (2 * (slots() + 3) > from) return from;
+  for (uint32_t slot = 1; slot < slots(); slot += 2) {
+    const uint32_t mark = at(slot + 1);
+    if (mark != slot_mark::link && mark < slot_mark::first_offset) return from;
+    if (mark != slot_mark::link) lowest = std::min(lowest, mark);
+  }
+  return lowest < source_.header.page_size ? std::max(lowest, from) : from;
 }
 
 /// enter reads a page and moves to its first record. Returns false if its slots do not fit.

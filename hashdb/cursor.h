@@ -67,6 +67,9 @@ class Cursor {
   std::string_view bytes(uint32_t from, uint32_t to) const noexcept { return {page_.get() + from, to - from}; }
   bool holds(uint32_t from, uint32_t to) const noexcept;
   bool read(uint64_t page) noexcept;
+  bool read_used(int64_t offset) noexcept;
+  bool read_part(int64_t offset, uint32_t from, uint32_t to) noexcept;
+  uint32_t data_start(uint32_t from) const noexcept;
   bool enter(uint64_t page) noexcept;
   bool enter_bucket() noexcept;
   bool follow(uint32_t address) noexcept;
@@ -79,7 +82,7 @@ class Cursor {
   bool append_page(LongItem &item) noexcept;
 
   const Source &source_;
-  HostText page_;             // the page read last
+  HostText page_;             // the page read last; free bytes of a large page may be those of another
   uint64_t page_number_ = 0;  // its number, 0 for none
   bool started_ = false;      // the bucket's first page has not been read yet
   uint32_t bucket_ = 0;

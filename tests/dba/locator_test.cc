@@ -56,6 +56,10 @@ class LocatorTest : public support::HostTest {
           std::string bytes(place.size, '\0');
           EXPECT_TRUE(test.locator_.read(place, bytes.data())) << key;
           EXPECT_EQ(bytes, value) << key;
+          const auto after = Location{place.offset + place.size, static_cast<uint32_t>(key.size())};
+          bytes.resize(key.size());
+          EXPECT_TRUE(test.locator_.read(after, bytes.data())) << key;
+          EXPECT_EQ(bytes, key) << "keys follow their values";
           visited.emplace_back(key, value);
         },
         &walk);
@@ -96,16 +100,22 @@ TEST_F(LocatorTest, FindsTheRecordsOfPagesInBothByteOrders) {
     }
 }
 
-TEST_F(LocatorTest, FindsNothingThatALookUpDoesNotInADamagedFile) {
-  write(512);
+class DamagedFile : public LocatorTest, public ::testing::WithParamInterface<unsigned> {};
+
+INSTANTIATE_TEST_SUITE_P(PageSizes, DamagedFile, ::testing::Values(512, 8192, 32768));
+
+/// The bytes that a cursor returns must be those of the file, also where it does not read all of a page.
+TEST_P(DamagedFile, HasNothingForALocatorThatALookUpDoesNotFind) {
+  const unsigned page_size = GetParam();
+  write(page_size);
   const std::string whole = support::read_file(path_);
   std::mt19937 random(11);
   for (int round = 0; round < 150; ++round) {
     std::string bytes = whole;
     for (int left = 20; left > 0; --left) {
       // Most damage is among the slots at the beginnings of pages.
-      const size_t page = random() % (bytes.size() / 512) * 512;
-      bytes[page + random() % (random() % 4 == 0 ? 512 : 40)] = static_cast<char>(random());
+      const size_t page = random() % (bytes.size() / page_size) * page_size;
+      bytes[page + random() % (random() % 4 == 0 ? page_size : 40)] = static_cast<char>(random());
     }
     if (round % 5 == 0) bytes.resize(random() % bytes.size());
     support::write_file(path_, bytes);
