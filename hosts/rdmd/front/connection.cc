@@ -213,7 +213,7 @@ void Connection::submit() {
     record_.close_by(ClosedBy::client);
     close();
   });
-  server_.dispatcher().submit(std::move(job));
+  server_.dispatcher().submit(std::move(job), channel_.executor());
 }
 
 JobPtr Connection::make_job() {

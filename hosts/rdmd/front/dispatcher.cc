@@ -7,8 +7,13 @@
 #include <numeric>
 #include <utility>
 
+#include <boost/asio/post.hpp>
+
 namespace rdm::rdmd {
 namespace {
+
+/// A job is fresh if it was submitted at this time or later; at this time, none is.
+constexpr auto none_fresh = io::Clock::time_point::max();
 
 /// tick_for returns how often the times of jobs are checked: a tenth of the shorter limit.
 Duration tick_for(const Limits &limits) {
@@ -26,7 +31,11 @@ Reply reply_of(Fate fate, const Job &job) {
 }  // namespace
 
 Dispatcher::Dispatcher(const Limits &limits, const io::Executor &strand)
-    : limits_(limits), tick_time_(tick_for(limits)), queue_(limits.queue_length), timer_(strand) {}
+    : limits_(limits),
+      tick_time_(tick_for(limits)),
+      queue_(limits.queue_length),
+      fresh_since_(none_fresh),
+      timer_(strand) {}
 
 /* ---- Changes, and what follows from them ---- */
 
@@ -73,14 +82,37 @@ void Dispatcher::take_back(Worker &worker) {
 
 /* ---- Jobs ---- */
 
-void Dispatcher::submit(JobPtr job) {
+void Dispatcher::submit(JobPtr job, const io::Executor &executor) {
   job->queued_at = io::Clock::now();
-  // The state of a client that does not have to wait is not looked at: it may have finished sending.
-  const Job *const fresh = job.get();
-  change([&](Actions &actions) {
+  Actions actions;
+  {
+    const std::lock_guard lock(mutex_);
+    fresh_since_ = std::min(fresh_since_, job->queued_at);
+    // No job is refused because others are gathered.
+    if (is_gathering_ && queue_.size() + ahead() >= limits_.queue_length) assign(actions);
     enqueue(std::move(job), actions);
-    assign(actions, fresh);
-  });
+    assign_to_brisk(actions);
+    if (!is_worth_gathering() || !gather(executor)) assign(actions);
+    schedule_tick();
+  }
+  carry_out(std::move(actions));
+}
+
+/// is_worth_gathering returns true if a free worker would have to be woken for a few prompt jobs.
+bool Dispatcher::is_worth_gathering() {
+  const bool is_few = !queue_.empty() && queue_.size() < most_gathered;
+  return is_few && !queue_.has_harvests() && free_worker() != nullptr;
+}
+
+/// gather assigns the queued jobs after the handlers that are ready now. Returns false if memory is short.
+bool Dispatcher::gather(const io::Executor &executor) {
+  if (is_gathering_) return true;
+  try {
+    boost::asio::post(executor, [this] { change([this](Actions &) { is_gathering_ = false; }); });
+    return is_gathering_ = true;
+  } catch (const std::bad_alloc &) {
+    return false;
+  }
 }
 
 /// enqueue makes room in a full queue by dropping the jobs whose clients have gone.
@@ -99,36 +131,49 @@ void Dispatcher::put_back(std::vector<JobPtr> jobs, Actions &actions) {
     stopping_ ? actions.end(std::move(*job), Fate::stopping) : queue_.put_back(std::move(*job));
 }
 
-/// assign gives jobs to free workers, and then to those that will soon be.
-void Dispatcher::assign(Actions &actions, const Job *fresh) {
+/// assign gives jobs to brisk workers, then to free ones, and then to those that will soon be.
+void Dispatcher::assign(Actions &actions) {
+  assign_to_brisk(actions);
+  assign_to_free(actions);
+  assign_ahead(ahead_patience, actions);
+  fresh_since_ = none_fresh;
+}
+
+void Dispatcher::assign_to_free(Actions &actions) {
   while (Entry *const free = free_worker()) {
-    JobPtr job = next_job(may_harvest(), fresh, actions);
+    JobPtr job = next_job(may_harvest(), actions);
     if (!job) return;
-    free->jobs = 1;
     free->harvests = !job->prompt;
-    free->begun = job->begun_at = io::Clock::now();
-    actions.starts.push_back({free->worker, std::move(job)});
+    free->begun = io::Clock::now();
+    give(*free, std::move(job), actions);
+    // It is brisk now.
+    assign_to_brisk(actions);
   }
-  assign_ahead(actions);
 }
 
-/// assign_ahead gives prompt jobs to workers that serve prompt jobs, unless a harvest waits for a free one.
-void Dispatcher::assign_ahead(Actions &actions) {
+/// assign_ahead gives prompt jobs to workers that serve a prompt job, begun within `age`, unless a harvest waits for a
+/// free one.
+void Dispatcher::assign_ahead(io::Clock::duration age, Actions &actions) {
   if (queue_.has_harvests() && may_harvest()) return;
-  while (Entry *const busy = prompt_worker()) {
-    JobPtr job = next_job(false, nullptr, actions);
+  while (Entry *const busy = queue_.empty() ? nullptr : prompt_worker(age)) {
+    JobPtr job = next_job(false, actions);
     if (!job) return;
-    ++busy->jobs;
-    job->begun_at = io::Clock::now();
-    actions.starts.push_back({busy->worker, std::move(job)});
+    give(*busy, std::move(job), actions);
   }
 }
 
-/// next_job takes the next job from the queue, and drops those whose clients have gone while they waited.
-JobPtr Dispatcher::next_job(bool harvests, const Job *fresh, Actions &actions) {
+void Dispatcher::give(Entry &entry, JobPtr job, Actions &actions) {
+  ++entry.jobs;
+  job->begun_at = io::Clock::now();
+  actions.starts.push_back({entry.worker, std::move(job)});
+}
+
+/// next_job takes the next job from the queue, and drops those whose clients have gone while they waited. The state of
+/// a client that does not have to wait is not looked at: it may have finished sending.
+JobPtr Dispatcher::next_job(bool harvests, Actions &actions) {
   for (;;) {
     JobPtr job = queue_.pop(harvests);
-    if (!job || job.get() == fresh || job->wanted()) return job;
+    if (!job || job->queued_at >= fresh_since_ || job->wanted()) return job;
     actions.end(std::move(job), Fate::abandoned);
   }
 }
@@ -147,12 +192,13 @@ Dispatcher::Entry *Dispatcher::free_worker() {
   return best;
 }
 
-/// prompt_worker returns the worker with the fewest jobs of those that serve a prompt job and can hold another one.
-Dispatcher::Entry *Dispatcher::prompt_worker() {
+/// prompt_worker returns the worker with the fewest jobs of those that serve a prompt job, begun within `age`, and can
+/// hold another one.
+Dispatcher::Entry *Dispatcher::prompt_worker(io::Clock::duration age) {
   Entry *best = nullptr;
   for (Entry &entry : workers_) {
     const bool can_hold = entry.busy() && entry.jobs < entry.worker->capacity() && !entry.retired;
-    if (!can_hold || entry.harvests || entry.is_late(ahead_patience)) continue;
+    if (!can_hold || entry.harvests || entry.is_late(age)) continue;
     if (best == nullptr || entry.jobs < best->jobs) best = &entry;
   }
   return best;

@@ -3,9 +3,12 @@
 ///
 /// Harvests occupy at most all workers but one, so that a prompt request finds a worker that is free or soon will be.
 ///
-/// When all workers are busy, prompt jobs go ahead to those that serve prompt jobs, so that neither a worker nor this
-/// process has to be woken for each job. If a worker does not finish its job within ahead_patience, the jobs that went
-/// ahead are taken back, so that no job waits for another one longer than that while a worker is free.
+/// Waking a worker costs more than a prompt job, so that
+/// - prompt jobs go ahead to workers that are brisk, that is, that have begun a prompt job a moment ago, then to free
+///   workers, and then to any that serve prompt jobs;
+/// - prompt jobs for a free worker are gathered while handlers of this process are ready, up to most_gathered of them.
+/// If a worker does not finish its job within ahead_patience, the jobs that went ahead are taken back, so that no job
+/// waits for another one longer than that while a worker is free.
 ///
 /// All members may be called from any thread.
 #ifndef HOSTS_RDMD_FRONT_DISPATCHER_H
@@ -27,13 +30,15 @@ namespace rdm::rdmd {
 
 class Dispatcher {
  public:
-  /// `limits` outlives the dispatcher. Timers run on `strand`. Without workers, jobs wait until one is added.
+  /// `limits` outlives the dispatcher. Timers run on `strand`. Without workers, jobs wait until one
+  /// is added.
   Dispatcher(const Limits &limits, const io::Executor &strand);
   Dispatcher(const Dispatcher &) = delete;
   Dispatcher &operator=(const Dispatcher &) = delete;
 
-  /// submit queues a job or gives it to a worker. It sets the job's `queued_at`.
-  void submit(JobPtr job);
+  /// submit queues a job or gives it to a worker, at once or after the handlers that are ready now; `executor` is that
+  /// of the caller. It sets the job's `queued_at`.
+  void submit(JobPtr job, const io::Executor &executor);
 
   /// add adds a worker that is ready. Workers of a later generation have read the configuration later.
   void add(std::shared_ptr<Worker> worker, int generation);
@@ -45,6 +50,9 @@ class Dispatcher {
   void lost(const Worker &worker, std::vector<JobPtr> unbegun = {});
 
   static constexpr Duration ahead_patience{10};
+  /// How long ago a brisk worker has begun its job at most.
+  static constexpr Duration brisk_age{1};
+  static constexpr std::size_t most_gathered = 4;
 
   void reopen_logs();
   /// stop replies `stopping` to all jobs that wait and to all that come, and retires the workers, whose jobs get no
@@ -97,12 +105,17 @@ class Dispatcher {
   // With the lock held:
   void enqueue(JobPtr job, Actions &actions);
   void put_back(std::vector<JobPtr> jobs, Actions &actions);
-  void assign(Actions &actions, const Job *fresh = nullptr);
-  void assign_ahead(Actions &actions);
-  JobPtr next_job(bool harvests, const Job *fresh, Actions &actions);
+  bool is_worth_gathering();
+  bool gather(const io::Executor &executor);
+  void assign(Actions &actions);
+  void assign_to_brisk(Actions &actions) { assign_ahead(brisk_age, actions); }
+  void assign_to_free(Actions &actions);
+  void assign_ahead(io::Clock::duration age, Actions &actions);
+  static void give(Entry &entry, JobPtr job, Actions &actions);
+  JobPtr next_job(bool harvests, Actions &actions);
   Entry *entry_of(const Worker &worker);
   Entry *free_worker();
-  Entry *prompt_worker();
+  Entry *prompt_worker(io::Clock::duration age);
   bool may_harvest() const;
   std::size_t ahead() const;
   void end_retired(Actions &actions);
@@ -117,6 +130,8 @@ class Dispatcher {
   RequestQueue queue_;
   std::vector<Entry> workers_;
   bool stopping_ = false;
+  bool is_gathering_ = false;          // a handler that assigns the queued jobs is ready
+  io::Clock::time_point fresh_since_;  // jobs submitted since then have not had to wait for a worker yet
   std::optional<io::Clock::time_point> next_tick_;
   io::Timer timer_;
 };

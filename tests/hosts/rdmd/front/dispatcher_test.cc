@@ -7,6 +7,7 @@
 #include <deque>
 #include <memory>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -78,7 +79,15 @@ class Dispatching : public ::testing::Test {
     return worker;
   }
 
+  /// submit submits a job and runs the handlers that are ready then.
   void submit(const std::string &name, bool prompt = true) {
+    submit_only(name, prompt);
+    context_.restart();
+    context_.poll();
+  }
+
+  /// submit_only submits a job while other handlers are ready.
+  void submit_only(const std::string &name, bool prompt = true) {
     auto job = std::make_unique<Job>();
     job->request.body = name;
     job->prompt = prompt;
@@ -86,7 +95,7 @@ class Dispatching : public ::testing::Test {
     job->reply = [this, name](const Reply &reply) {
       fates_ += name + std::to_string(static_cast<int>(reply.fate)) + " ";
     };
-    dispatcher_.submit(std::move(job));
+    dispatcher_.submit(std::move(job), executor_);
   }
 
   static std::string fate(const std::string &name, Fate fate) {
@@ -101,7 +110,8 @@ class Dispatching : public ::testing::Test {
 
   const Limits limits_ = limits();
   boost::asio::io_context context_;
-  Dispatcher dispatcher_{limits_, io::Executor(context_.get_executor())};
+  const io::Executor executor_{context_.get_executor()};
+  Dispatcher dispatcher_{limits_, executor_};
   int number_ = 0;
   std::string gone_, fates_;
 };
@@ -217,12 +227,57 @@ TEST_F(Dispatching, PromptJobsGoAheadToWorkersThatServePromptJobs) {
   EXPECT_EQ(two->served.back(), 'e');
 }
 
-TEST_F(Dispatching, AFreeWorkerComesBeforeABusyOneThatCouldHoldMore) {
+TEST_F(Dispatching, AFreeWorkerComesBeforeABusyOneThatIsNotBrisk) {
   const auto one = add(1, 4), two = add(1, 4);
   submit("a");
+  std::this_thread::sleep_for(Dispatcher::brisk_age + 1ms);
   submit("b");
   EXPECT_EQ(one->served.size(), 1u);
   EXPECT_EQ(two->served.size(), 1u);
+}
+
+TEST_F(Dispatching, ABriskWorkerComesBeforeAFreeOne) {
+  const auto one = add(1, 3), two = add(1, 3);
+  for (const char *name : {"a", "b", "c"}) submit_only(name);
+  submit("d");
+  EXPECT_EQ(one->served, "abc");
+  EXPECT_EQ(two->served, "d");
+}
+
+TEST_F(Dispatching, JobsForAFreeWorkerAreGatheredWhileHandlersAreReady) {
+  const auto worker = add(1, 4);
+  submit_only("a");
+  submit_only("b");
+  EXPECT_EQ(worker->served, "");
+  context_.poll();
+  EXPECT_EQ(worker->served, "ab");
+}
+
+TEST_F(Dispatching, NoJobIsRefusedBecauseOthersAreGathered) {
+  const auto one = add(), two = add();
+  for (const char *name : {"a", "b", "c"}) submit_only(name);
+  EXPECT_EQ(fates_, "");
+  submit_only("d");
+  submit_only("e");
+  EXPECT_EQ(dispatcher_.status().queued, 3u);
+  EXPECT_EQ(fates_, "");
+  submit_only("f");
+  EXPECT_EQ(fates_, fate("f", Fate::queue_full));
+}
+
+TEST_F(Dispatching, AHarvestIsNotGathered) {
+  const auto worker = add();
+  submit_only("H", false);
+  EXPECT_EQ(worker->served, "H");
+}
+
+TEST_F(Dispatching, GatheredJobsNeedNotWait) {
+  const auto worker = add(1, 4);
+  gone_ = "ab";
+  submit_only("a");
+  submit_only("b");
+  context_.poll();
+  EXPECT_EQ(worker->served, "ab");
 }
 
 TEST_F(Dispatching, NothingGoesAheadToAWorkerThatHarvests) {

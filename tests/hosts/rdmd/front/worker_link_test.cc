@@ -32,6 +32,7 @@ class WorkerLinks : public ::testing::Test {
     dispatcher_.add(link_, 1);
   }
 
+  /// submit submits a request, which the link gets at once.
   void submit(const std::string &name, std::size_t size = 0) {
     auto job = std::make_unique<Job>();
     job->request.line = {{"method", "GET"}, {"uri", name}};
@@ -40,7 +41,8 @@ class WorkerLinks : public ::testing::Test {
     job->reply = [this, name](const Reply &reply) {
       replies_ += name + std::to_string(static_cast<int>(reply.fate)) + " ";
     };
-    dispatcher_.submit(std::move(job));
+    dispatcher_.submit(std::move(job), executor_);
+    read();
   }
 
   static std::string reply_to(const std::string &name, Fate fate) {
@@ -73,7 +75,7 @@ class WorkerLinks : public ::testing::Test {
     read();
   }
 
-  /// read lets the link read what the worker has sent.
+  /// read runs the handlers that are ready: the dispatcher's, and the link's if the worker has sent something.
   void read() {
     context_.restart();
     context_.poll();
