@@ -54,8 +54,6 @@ PlannedDescriptions::PlannedDescriptions(Snapshot &snapshot, char **attributes, 
       attributes_(attributes != nullptr && attributes[0] != nullptr ? attributes : nullptr),
       plan_(&snapshot.plan()),
       file_(snapshot.locator().file()),
-      others_(snapshot.database(), attributes, output.buffer()),
-      selection_(attributes_),
       block_(static_cast<char *>(host_alloc(block_size))) {}
 
 /// view takes the records from the view of the attributes. It makes that if a walk through the file is cheaper than a
@@ -94,7 +92,8 @@ bool PlannedDescriptions::is_planned(Plan::Entry &entry, uint32_t number) noexce
     const Key key = key_of(number);
     std::string_view record;
     const Location place = snapshot_.locator().find({key.text, key_size}, record);
-    judge(whole_, pieces_, record, place, entry);
+    if (!whole_) whole_.emplace();
+    judge(*whole_, pieces_, record, place, entry);
   }
   return entry.state == Plan::as_stored && entry.size <= block_size && block_;
 }
@@ -120,7 +119,8 @@ bool PlannedDescriptions::slice(uint32_t first, Run run) noexcept {
 /// select moves the lines of the selected attributes to the front of a record in memory, and stores their size. Returns
 /// false if it cannot.
 bool PlannedDescriptions::select(char *record, size_t &size) noexcept {
-  if (!selection_.printed({record, size}, pieces_)) return false;
+  if (!selection_) selection_.emplace(attributes_);
+  if (!selection_->printed({record, size}, pieces_)) return false;
   for (const std::string_view piece : pieces_) {
     std::memmove(record, piece.data(), piece.size());
     record += piece.size();
@@ -154,8 +154,9 @@ bool PlannedDescriptions::print(uint32_t position, uint32_t number) noexcept {
   }
   // QuickDescriptions reports what is missing or malformed, and what the answer has no room for.
   flush();
-  others_.count_elsewhere(output_.sliced());
-  return others_.print(number);
+  if (!others_) others_.emplace(snapshot_.database(), attributes_, output_.buffer());
+  others_->count_elsewhere(output_.sliced());
+  return others_->print(number);
 }
 
 int32_t PlannedDescriptions::print(uint32_t first, const uint32_t *numbers, uint32_t count) noexcept {

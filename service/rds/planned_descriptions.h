@@ -3,6 +3,8 @@
 #ifndef SERVICE_RDS_PLANNED_DESCRIPTIONS_H
 #define SERVICE_RDS_PLANNED_DESCRIPTIONS_H
 
+#include <optional>
+
 #include "service/rds/body.h"
 #include "service/rds/descriptions.h"
 #include "service/rds/snapshot.h"
@@ -49,8 +51,9 @@ class PlannedDescriptions {
   Plan *plan_;               // that of the snapshot, or of its view
   host_fd file_;             // where the records lie by this plan, borrowed
   bool is_reserved_ = true;  // the plan has memory
-  QuickDescriptions others_;
-  soif::Canonical whole_, selection_;
+  // Made when they are needed: each has a table of names, and most small requests need none.
+  std::optional<QuickDescriptions> others_;
+  std::optional<soif::Canonical> whole_, selection_;
   soif::Pieces pieces_;
   HostText block_;  // bytes printed and not yet appended
   size_t used_ = 0;
