@@ -2,7 +2,6 @@
 #include "catalog/record.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 
 #include <libcs/cs.h>
@@ -10,6 +9,7 @@
 #include "libcs/soif/grammar.h"
 #include "libcs/soif/input.h"
 #include "qxapi/ascii.h"
+#include "qxapi/hex.h"
 #include "qxapi/number.h"
 
 namespace rdm::catalog {
@@ -78,8 +78,8 @@ class OutlineReader {
 }  // namespace
 
 std::string database_key(uint32_t number) {
-  char key[9];
-  std::snprintf(key, sizeof key, "%08x", number);
+  std::string key(database_key_size, '0');
+  for (size_t at = key.size(); number != 0; number >>= 4) key[--at] = hex::digits[number & 0xF];
   return key;
 }
 

@@ -31,7 +31,12 @@ class RecordSource {
   Record operator()(const RecordRef &ref) {
     const uint32_t number = ref.offset >= 0 ? put(ref).number : number_at(ref.offset);
     key_ = database_key(number);
-    value_ = ref.offset < 0 ? copied(number) : is_erased(put(ref)) ? "" : batch_.record(position_of(ref));
+    if (ref.offset < 0)
+      value_ = copied(number);
+    else if (is_erased(put(ref)))
+      value_.clear();
+    else
+      batch_.read_record(position_of(ref), value_);
     return {key_, value_};
   }
 
@@ -68,6 +73,7 @@ bool edit_database(const Catalog &catalog, const WriteBatch &batch, const File &
 void write_database(const Catalog &catalog, const WriteBatch &batch, const File &file, Trailer trailer,
                     const ProgressCallback &progress) {
   std::vector<RecordRef> refs;
+  refs.reserve(static_cast<size_t>(batch.count()));
   const auto add = [&](uint32_t number, std::string_view record) {
     refs.push_back(
         {offset_of(number), hash_of(database_key(number)), database_key_size, static_cast<uint32_t>(record.size())});
@@ -109,6 +115,7 @@ bool edit_urls(const UrlMap &old, const WriteBatch &batch, const File &file, Tra
 void write_urls(const Catalog &catalog, const WriteBatch &batch, const AtomicFile &output, const File &database,
                 uint32_t next_number, time_t newest_change) {
   UrlItems refs(catalog.path());
+  refs.reserve(batch.count());
   if (catalog.url_map() != nullptr)
     catalog.url_map()->each([&](std::string_view url, uint32_t number) {
       if (batch.of_url(url) == nullptr) refs.add(url, number);

@@ -62,6 +62,8 @@ class UrlItems {
  public:
   /// UrlItems creates its scratch file in the directory of `beside`.
   explicit UrlItems(const std::string &beside) : texts_(beside) {}
+  /// reserve takes the memory for so many records at once, so that it need not grow.
+  void reserve(int64_t count) { refs_.reserve(static_cast<size_t>(count)); }
   /// add adds a URL that was not added before.
   void add(std::string_view url, uint32_t number);
   /// add_from adds a URL of `size` bytes that was not added before. URL and database key are at an offset of `texts`,

@@ -7,6 +7,7 @@ namespace rdm::catalog {
 namespace {
 
 constexpr size_t least_slots = 1024;
+constexpr size_t url_memory = 16 << 20;  // they are read one by one, in no order
 
 /// spread is Fibonacci hashing: the high bits of the result depend on all bits of the hash.
 uint32_t spread(uint32_t hash) { return hash * 2654435769u; }
@@ -32,7 +33,7 @@ void WriteBatch::HashIndex::grow(size_t entries, HashOf hash_at) {
 }
 
 WriteBatch::WriteBatch(const Catalog &catalog)
-    : catalog_(catalog), url_texts_(catalog.path()), records_(catalog.path()) {}
+    : catalog_(catalog), url_texts_(catalog.path(), url_memory), records_(catalog.path()) {}
 
 uint32_t *WriteBatch::slot_of_number(uint32_t number) const {
   return numbers_.find(number, [&](uint32_t slot) { return entries_[slot].number == number; });
@@ -121,12 +122,17 @@ const std::string *WriteBatch::date_at(size_t position) const {
 }
 
 std::string WriteBatch::record(size_t position) const {
+  std::string text;
+  read_record(position, text);
+  return text;
+}
+
+void WriteBatch::read_record(size_t position, std::string &text) const {
   const Change &change = entries_[position];
-  std::string text(change.record_size, '\0');
+  text.resize(change.record_size);
   records_.read(change.record_offset, text.data(), text.size());
   const std::string *const date = change.date_offset != dated ? date_at(position) : nullptr;
   if (date != nullptr) text.replace(change.date_offset, date->size(), *date);
-  return text;
 }
 
 }  // namespace rdm::catalog

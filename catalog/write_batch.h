@@ -20,8 +20,9 @@
 namespace rdm::catalog {
 
 /// WriteBatch collects puts and erasures. The texts are in scratch files beside the database; a change takes about 50
-/// bytes of memory. The catalog must outlive the batch. The constructor, put, put_undated, erase, number_of, get,
-/// of_url, url and record throw a Failure that names the scratch file if it cannot be created, written or read.
+/// bytes of memory, and URLs up to 16 MiB. The catalog must outlive the batch. The constructor, put, put_undated,
+/// erase, number_of, get, of_url, url and record throw a Failure that names the scratch file if it cannot be created,
+/// written or read.
 class WriteBatch {
  public:
   explicit WriteBatch(const Catalog &catalog);
@@ -76,6 +77,8 @@ class WriteBatch {
   /// url returns the URL of a change, record the record of the put at a position, with its date if that is set.
   std::string url(const Change &change) const;
   std::string record(size_t position) const;
+  /// read_record stores the same record in `text`, whose memory it uses again.
+  void read_record(size_t position, std::string &text) const;
   /// url_texts returns the scratch file of the URLs. It belongs to the batch.
   const ScratchFile &url_texts() const { return url_texts_; }
 

@@ -3,7 +3,7 @@
 
 #include <algorithm>
 #include <functional>
-#include <tuple>
+#include <utility>
 
 #include "catalog/os/error.h"
 
@@ -54,10 +54,13 @@ Header header_for(uint32_t page_shift, uint32_t doublings, uint32_t count) {
 
 /// sort_by_bucket puts records in the order they are written in: by bucket, long records last.
 void sort_by_bucket(const Header &header, std::vector<RecordRef> &refs) {
+  // A planned table has no doubling in progress, so that the low bits of a hash are the bucket.
   const auto order = [&](const RecordRef &ref) {
-    return std::tuple(bucket_of(header, ref.hash), is_long(header, ref.key_size, ref.value_size), ref.offset);
+    return std::pair(is_long(header, ref.key_size, ref.value_size), ref.offset);
   };
-  std::sort(refs.begin(), refs.end(), [&](const RecordRef &a, const RecordRef &b) { return order(a) < order(b); });
+  std::sort(refs.begin(), refs.end(), [&, mask = header.max_bucket](const RecordRef &a, const RecordRef &b) {
+    return (a.hash & mask) != (b.hash & mask) ? (a.hash & mask) < (b.hash & mask) : order(a) < order(b);
+  });
 }
 
 uint64_t total_overflow(const Header &header, const std::vector<RecordRef> &refs) {
@@ -84,9 +87,9 @@ void set_spares(Header &header, uint32_t pages) {
   }
 }
 
-/// plan chooses the number of buckets: so many that the records would fill at most all of them, and more until there are
-/// enough overflow addresses, spare ones included. Twice as many buckets would make the file larger by half and more,
-/// and save a page for one record of ten. Empty buckets are holes in the file.
+/// plan chooses the number of buckets: so many that the records would fill at most all of them, and more until there
+/// are enough overflow addresses, spare ones included. Twice as many buckets would make the file larger by half and
+/// more, and save a page for one record of ten. Empty buckets are holes in the file.
 Header plan(std::vector<RecordRef> &refs) {
   const uint32_t shift = page_shift_for(refs);
   uint64_t total = 0;

@@ -19,7 +19,6 @@ namespace fs = std::filesystem;
 
 constexpr size_t copy_block = 1 << 20;
 constexpr int64_t copy_step = 16 << 20;  // after which the system begins to put the copy onto the disk
-constexpr size_t scratch_memory = 2 << 20;
 
 /// copy_in_kernel copies with copy_file_range and returns the offset of the first byte that it could not copy: some
 /// file systems do not support the call.
@@ -133,12 +132,12 @@ void copy_contents(const File &from, const File &to) {
   }
 }
 
-ScratchFile::ScratchFile(const std::string &beside) : file_(make_scratch(beside)) {}
+ScratchFile::ScratchFile(const std::string &beside, size_t memory) : file_(make_scratch(beside)), memory_(memory) {}
 
 int64_t ScratchFile::append(std::string_view bytes) {
   const int64_t offset = size();
-  if (unwritten_.size() + bytes.size() > scratch_memory) flush();
-  if (bytes.size() > scratch_memory)
+  if (unwritten_.size() + bytes.size() > memory_) flush();
+  if (bytes.size() > memory_)
     write(bytes);
   else
     unwritten_ += bytes;

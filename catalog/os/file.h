@@ -67,12 +67,12 @@ void copy_contents(const File &from, const File &to);
 inline constexpr std::string_view scratch_mark = ".scratch-";
 
 /// ScratchFile is a temporary file without a name, to which bytes are appended. It ends with this object. It keeps the
-/// last bytes in memory, 2 MiB at most, and writes them together.
+/// last bytes in memory, 2 MiB at most unless the constructor says otherwise, and writes them together.
 class ScratchFile {
  public:
   /// ScratchFile creates the file in the directory of `beside`; if that directory is not writable, in the one for
   /// temporary files. Throws a SystemFailure.
-  explicit ScratchFile(const std::string &beside);
+  explicit ScratchFile(const std::string &beside, size_t memory = usual_memory);
 
   /// append adds bytes at the end and returns the offset of the first. Throws a SystemFailure if bytes cannot be
   /// written, now or before.
@@ -85,10 +85,12 @@ class ScratchFile {
   int descriptor();
 
  private:
+  static constexpr size_t usual_memory = 2 << 20;
   void write(std::string_view bytes);
   void flush();
 
   File file_;
+  size_t memory_;
   int64_t written_ = 0;
   std::string unwritten_;
 };
