@@ -9,7 +9,7 @@ namespace {
 
 constexpr int file_mode = 0644;
 
-int open_flags(const char *mode) {
+int flags_of(const char *mode) {
   const std::string_view text = mode == nullptr ? "" : mode;
   if (text == "w+") return O_RDWR | O_CREAT | O_TRUNC;
   if (text == "w") return O_RDWR | O_CREAT;
@@ -19,7 +19,7 @@ int open_flags(const char *mode) {
 }  // namespace
 
 DB *dba_open(const char *path, const char *mode) noexcept {
-  return QX_dbopen(path, open_flags(mode), file_mode, DB_HASH, nullptr);
+  return QX_dbopen(path, flags_of(mode), file_mode, DB_HASH, nullptr);
 }
 
 int dba_close(DB *db) noexcept { return db->close(db); }

@@ -12,10 +12,10 @@ using namespace rdm;
 namespace {
 
 constexpr int map_slots = 13;
-constexpr int reader_size = 8192;
+constexpr int alias_buffer_size = 8192;
 
 bool read_file(const char *path, pblock *a2p, pblock *p2a) {
-  LineReader reader(path, reader_size);
+  LineReader reader(path, alias_buffer_size);
   if (!reader.is_open()) {
     CSLOG(CSLOG_ERROR, "alias", "alias_init: Can't open %s: %s\n", path, host_last_error_text());
     return false;

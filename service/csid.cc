@@ -13,10 +13,10 @@ using namespace rdm;
 
 namespace {
 
-constexpr int table_size = 64;
-constexpr int max_services = table_size - 1;
+constexpr int service_rows = 64;
+constexpr int max_services = service_rows - 1;
 constexpr int service_slots = 7;
-constexpr int reader_size = 8192;
+constexpr int csid_buffer_size = 8192;
 
 /// A catalog service. The first entry without a CSID ends the table.
 struct Service {
@@ -27,7 +27,7 @@ struct Service {
 };
 
 /// Plain pointers without destructors: threads may still look services up during exit().
-Service services[table_size];
+Service services[service_rows];
 char *default_service;
 
 /// The state of reading a configuration file.
@@ -93,7 +93,7 @@ bool report_file(const char *path) {
 
 /// read_file reads the configuration. After a read error, the registry is empty.
 bool read_file(const char *path) {
-  LineReader reader(path, reader_size);
+  LineReader reader(path, csid_buffer_size);
   if (!reader.is_open()) return report_file(path);
   if (!reader) {
     CSLOG(CSLOG_ERROR, "csid", "csid_init: %s: Cannot buffer?\n", path);

@@ -21,6 +21,9 @@ inline RdmHeaderPtr make_rdmhdr(int32_t type) noexcept {
   return RdmHeaderPtr(record);
 }
 
+/// rdm_report_name names the service in reports to the host.
+inline constexpr char rdm_report_name[] = "rdm-service";
+
 /// rdm_type_name returns the printed name of a message type, "Unknown" for any other number.
 const char *rdm_type_name(int32_t type) noexcept;
 

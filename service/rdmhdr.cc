@@ -58,12 +58,12 @@ int32_t type_of_name(const char *name) {
 
 char *copy_of(const char *text) { return text != nullptr ? host_strdup(text) : nullptr; }
 
-/// The attributes of a header that are read.
-enum HeaderField { version, type, query_language, error_message, error_code, csid, field_count };
-
 /// HeaderText is the header at the read position of a message.
 class HeaderText {
  public:
+  /// The attributes that are read.
+  enum Field { version, type, query_language, error_message, error_code, csid, field_count };
+
   explicit HeaderText(csio *io) noexcept
       : length_(static_cast<size_t>(std::max(csio_copy(io, text_, header_limit), 0))),
         is_cut_(io->position < io->length),
@@ -88,7 +88,7 @@ class HeaderText {
   }
 
   /// value returns an attribute of the object, or null.
-  const char *value(HeaderField field) const noexcept { return fields_[field].value; }
+  const char *value(Field field) const noexcept { return fields_[field].value; }
 
  private:
   char text_[header_limit + 2];
@@ -111,11 +111,11 @@ int check_version(const char *text) {
 }
 
 void take_fields(const HeaderText &header, const char *default_csid, rdmhdr *h) {
-  if (const char *name = header.value(type)) h->type = type_of_name(name);
-  h->query_language = copy_of(header.value(query_language));
-  h->error_message = copy_of(header.value(error_message));
-  if (const char *code = header.value(error_code)) h->error_code = ascii::to_int32(code);
-  const char *named = header.value(csid);
+  if (const char *name = header.value(HeaderText::type)) h->type = type_of_name(name);
+  h->query_language = copy_of(header.value(HeaderText::query_language));
+  h->error_message = copy_of(header.value(HeaderText::error_message));
+  if (const char *code = header.value(HeaderText::error_code)) h->error_code = ascii::to_int32(code);
+  const char *named = header.value(HeaderText::csid);
   if (named == nullptr && default_csid != nullptr && *default_csid != '\0') named = default_csid;
   h->csid = host_strdup(named != nullptr ? named : "unknown");
 }
@@ -178,7 +178,7 @@ int rdmhdr_parse(csio *io, rdmhdr *h) noexcept {
   rdmhdr_reset(h);
   HeaderText header(io);
   if (!header.parse()) return 1;
-  if (const int failure = check_version(header.value(version))) return failure;
+  if (const int failure = check_version(header.value(HeaderText::version))) return failure;
   take_fields(header, default_csid, h);
   return 0;
 }

@@ -31,8 +31,6 @@ constexpr MessageHandler RDM_MsgHdls[] = {
     {RDM_UNKNOWN, nullptr},
 };
 
-constexpr uint32_t file_backing = 0x10;
-
 rdm_handler find_handler(int32_t type) {
   for (const MessageHandler *row = RDM_MsgHdls; row->type != RDM_UNKNOWN; ++row)
     if (row->type == type && row->handler != nullptr) return row->handler;
@@ -49,7 +47,7 @@ struct Description {
 
 /// name_file makes a file, which the buffer does not own, the content of an empty buffer.
 void name_file(csio *output, HostText path, const struct stat &status) {
-  output->flags = file_backing;
+  output->flags = CSIO_FILE;
   output->filename = path.release();
   output->remove_file = 0;
   output->length = static_cast<uint32_t>(status.st_size);

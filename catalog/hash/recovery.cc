@@ -21,7 +21,7 @@ namespace slot_mark = hashdb::slot_mark;
 
 constexpr uint32_t sampled_buckets = 64;
 
-File open_regular(const std::string &path) {
+File open_to_recover(const std::string &path) {
   if (const auto status = status_of(path); status && !S_ISREG(status->st_mode))
     throw Failure("not a regular file: " + path);
   return File::open(path);
@@ -83,7 +83,7 @@ std::optional<size_t> begin_of(const std::string &bytes, size_t floor, size_t en
 }  // namespace
 
 RecoveryReader::RecoveryReader(const std::string &path)
-    : file_(open_regular(path)), size_(file_.size()), header_(stored_header()) {
+    : file_(open_to_recover(path)), size_(file_.size()), header_(stored_header()) {
   is_sound_ = header_.has_value();
   if (!header_) header_ = guessed_header();
   page_shift_ = header_ ? header_->page_shift : guessed_shift();

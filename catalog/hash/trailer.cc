@@ -12,7 +12,7 @@
 namespace rdm::catalog {
 namespace {
 
-constexpr int64_t offset = 264;  // after the header
+constexpr int64_t trailer_offset = 264;  // after the header
 constexpr uint64_t mark = 0x6d696e6964626101;
 
 constexpr uint64_t change_mark = 0x6d696e6964626102;
@@ -27,8 +27,8 @@ constexpr uint64_t content_mark = 0x6d696e6964626103;
 using Words = std::array<uint64_t, 15>;
 constexpr size_t first_checksum = 8, change_word = 10, change_checksum = 11;
 constexpr size_t content_word = 13, last_checksum = 14;
-constexpr int64_t trailer_end = offset + static_cast<int64_t>(sizeof(Words));
-static_assert(offset >= static_cast<int64_t>(hashdb::header_size) && offset + sizeof(Words) <= 512);
+constexpr int64_t trailer_end = trailer_offset + static_cast<int64_t>(sizeof(Words));
+static_assert(trailer_offset >= static_cast<int64_t>(hashdb::header_size) && trailer_offset + sizeof(Words) <= 512);
 
 uint64_t checksum_of(const Words &words, size_t count) {
   return crc32_z(0, reinterpret_cast<const unsigned char *>(words.data()), count * sizeof(uint64_t));
@@ -65,8 +65,8 @@ FileIdentity identity_of(const File &file) {
 
 std::optional<Trailer> Trailer::read(const File &file) {
   Words words;
-  if (file.size() < offset + static_cast<int64_t>(sizeof words)) return std::nullopt;
-  file.read_at(offset, words.data(), sizeof words);
+  if (file.size() < trailer_offset + static_cast<int64_t>(sizeof words)) return std::nullopt;
+  file.read_at(trailer_offset, words.data(), sizeof words);
   if (be64toh(words[0]) != mark || !is_checked(words, first_checksum)) return std::nullopt;
   const bool has_change = has_group(words, change_checksum, change_mark);
   const bool has_content = has_group(words, last_checksum, content_mark);
@@ -88,11 +88,11 @@ void Trailer::write(const File &file) const {
   for (uint64_t &word : words) word = htobe64(word);
   for (const size_t checksum : {first_checksum, change_checksum, last_checksum})
     words[checksum] = htobe64(checksum_of(words, checksum));
-  file.write_at(offset, {reinterpret_cast<const char *>(words.data()), sizeof words});
+  file.write_at(trailer_offset, {reinterpret_cast<const char *>(words.data()), sizeof words});
 }
 
 uint32_t content_checksum(const File &file) {
-  const uint32_t header = checksum_of_range(file, 0, offset, 0);
+  const uint32_t header = checksum_of_range(file, 0, trailer_offset, 0);
   return checksum_of_range(file, trailer_end, file.size(), header);
 }
 

@@ -18,7 +18,7 @@ namespace {
 
 constexpr std::chrono::minutes minute{1};
 /// The longest line of the error log, newline included.
-constexpr std::size_t line_limit = log_line_size - 1;
+constexpr std::size_t error_line_limit = log_line_size - 1;
 
 struct TroubleText {
   std::string_view name, reason;
@@ -123,7 +123,7 @@ bool ErrorLog::write(int level, std::string_view text, std::string_view client) 
   try {
     const std::string begin = line_prefix(level),
                       end = client.empty() ? "\n" : " (client " + std::string(client) + ")\n";
-    const std::string line = begin + std::string(cut_text(text, line_limit - begin.size() - end.size())) + end;
+    const std::string line = begin + std::string(cut_text(text, error_line_limit - begin.size() - end.size())) + end;
     return file_ ? file_->write(line) : write_stream(stderr, line);
   } catch (const std::exception &) {
     return false;

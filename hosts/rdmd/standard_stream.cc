@@ -10,7 +10,7 @@ namespace rdm::rdmd {
 namespace {
 
 /// An unfinished line longer than this is written.
-constexpr std::size_t line_limit = 65536;
+constexpr std::size_t unfinished_limit = 65536;
 
 }  // namespace
 
@@ -59,7 +59,7 @@ void StandardStream::take(std::string_view text) {
     line_.append(text.substr(0, end + 1));
     if (end != std::string_view::npos) log_.write(std::exchange(line_, {}));
     line_.append(text.substr(end + 1));
-    if (line_.size() > line_limit) log_.write(std::exchange(line_, {}));
+    if (line_.size() > unfinished_limit) log_.write(std::exchange(line_, {}));
   } catch (const std::bad_alloc &) {
     // The line is lost.
   }

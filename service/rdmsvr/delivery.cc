@@ -2,33 +2,31 @@
 #include <libcs/log.h>
 
 #include "libcs/guard.h"
-#include "service/rdm.h"
+#include "service/message.h"
 
 using namespace rdm;
 
 namespace {
 
-constexpr uint32_t memory_backing = 0x01, file_backing = 0x10;
-constexpr int reader_size = 4096;
-constexpr char report_name[] = "rdm-service";
+constexpr int send_buffer_size = 4096;
 
 bool is_file(const csio *result) {
-  return (result->flags & file_backing) != 0 && result->filename != nullptr && result->length != 0;
+  return (result->flags & CSIO_FILE) != 0 && result->filename != nullptr && result->length != 0;
 }
 
 bool is_memory(const csio *result) {
-  return (result->flags & memory_backing) != 0 && result->data != nullptr && result->length != 0;
+  return (result->flags & CSIO_MEMORY) != 0 && result->data != nullptr && result->length != 0;
 }
 
 int send_file(const csio *result, Session *sn, Request *rq) {
   const HostFileGuard file(host_open_read(result->filename));
-  const ReaderPtr reader(file ? host_buffer_open(file.get(), reader_size) : nullptr);
+  const ReaderPtr reader(file ? host_buffer_open(file.get(), send_buffer_size) : nullptr);
   if (!reader) {
-    host_report_error(0, report_name, sn, rq, "%s", "RDM Result is not readable?\n");
+    host_report_error(0, rdm_report_name, sn, rq, "%s", "RDM Result is not readable?\n");
     return -1;
   }
   if (host_buffer_send(reader.get(), sn->socket) != -1) return 0;
-  host_report_error(0, report_name, sn, rq, "%s", "RDM Error during transmission.\n");
+  host_report_error(0, rdm_report_name, sn, rq, "%s", "RDM Error during transmission.\n");
   return -1;
 }
 
@@ -49,9 +47,9 @@ void report_bad_result(const csio *result) {
     return;
   }
   if (result->length == 0) CSLOG(CSLOG_ERROR, "rdmsvr", "\tZero length result.\n");
-  if ((result->flags & file_backing) != 0 && result->filename == nullptr)
+  if ((result->flags & CSIO_FILE) != 0 && result->filename == nullptr)
     CSLOG(CSLOG_ERROR, "rdmsvr", "\tFile-based with no filename?\n");
-  if ((result->flags & memory_backing) != 0 && result->data == nullptr)
+  if ((result->flags & CSIO_MEMORY) != 0 && result->data == nullptr)
     CSLOG(CSLOG_ERROR, "rdmsvr", "\tMemeory-based with no memory?\n");
 }
 

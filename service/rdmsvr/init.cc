@@ -19,8 +19,8 @@ char *cs_csidcf = nullptr;
 
 namespace {
 
-constexpr int reader_size = 4096, block_slots = 15;
-constexpr char report_name[] = "rdm-init";
+constexpr int config_buffer_size = 4096, block_slots = 15;
+constexpr char init_report_name[] = "rdm-init";
 
 /// The values of the configuration, null for missing keys.
 struct Settings {
@@ -85,7 +85,7 @@ void open_transaction_log(const char *path, Session *sn, Request *rq) {
   logfd = host_open_append(logfile);
   if (logfd == -1) {
     const HostText text = format_text("Cannot append to %s: %s", logfile, host_last_error_text());
-    if (text) host_report_error(0, report_name, sn, rq, "%s", text.get());
+    if (text) host_report_error(0, init_report_name, sn, rq, "%s", text.get());
   }
   host_register_exit([](void *) { rdm_log_terminate(); }, nullptr);
 }
@@ -117,7 +117,7 @@ void start_schema(const Settings &settings) {
 /// read_configuration adds the pairs of every line that is not a comment to the block. Returns false if the file cannot
 /// be opened or read to its end, or allocation fails: the service must not start with a partial configuration.
 bool read_configuration(const char *path, pblock *config) {
-  LineReader reader(path, reader_size);
+  LineReader reader(path, config_buffer_size);
   if (!reader) return false;
   while (const char *line = reader.next())
     if (host_param_parse(line, config) < 0) return false;
@@ -136,7 +136,7 @@ int rdm_init(pblock *pb, Session *sn, Request *rq) noexcept {
   }
   const PblockPtr config(host_param_create(block_slots));
   if (!config || !read_configuration(path, config.get())) {
-    host_report_error(0, report_name, sn, rq, "%s", "config not readable?\n");
+    host_report_error(0, init_report_name, sn, rq, "%s", "config not readable?\n");
     return -1;
   }
   return rdm_init_real(config.get(), sn, rq);

@@ -13,7 +13,6 @@ using namespace rdm;
 
 namespace {
 
-constexpr char report_name[] = "rdm-service";
 constexpr std::string_view uri_prefix = "/rdm/";
 constexpr int32_t content_limit = 32768;
 constexpr uint32_t memory_limit = 32768;
@@ -235,7 +234,7 @@ constexpr Refusal (*steps[])(Intake &) = {
 /// respond calls the handler of the message and sends its answer, unless the handler did so.
 int respond(Intake &x) {
   CsioPtr result = make_csio(memory_limit);
-  if (!result) return rdm_stop(out_of_memory.text, report_name, out_of_memory.value, x.session, x.request);
+  if (!result) return rdm_stop(out_of_memory.text, rdm_report_name, out_of_memory.value, x.session, x.request);
   int32_t gzip = 0, status = 0;
   rdm_get_response(x.header.get(), x.body.get(), x.session, x.request, result.get(), &gzip, &status);
   x.header.reset();
@@ -275,7 +274,7 @@ int _real_rdm_service(pblock *, Session *sn, Request *rq) noexcept {
   Intake x{.session = sn, .request = rq};
   for (const auto step : steps)
     if (const Refusal refusal = step(x); refusal.text != nullptr)
-      return stop(refusal.text, refusal.report, report_name, refusal.value, sn, rq);
+      return stop(refusal.text, refusal.report, rdm_report_name, refusal.value, sn, rq);
   return respond(x);
 }
 

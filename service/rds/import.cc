@@ -17,13 +17,13 @@
 #include "qxapi/log_text.h"
 #include "service/csid.h"
 #include "service/message.h"
+#include "service/rds/descriptions.h"
 #include "service/text.h"
 
 using namespace rdm;
 
 namespace {
 
-constexpr char catalog_key[] = "catalog-database";
 constexpr char import_failed[] = "Failed to import RDs";
 
 using SystemText = std::unique_ptr<char, Deleter<std::free>>;

@@ -16,7 +16,6 @@ using namespace rdm;
 
 namespace {
 
-constexpr char report_name[] = "rdm-service";
 constexpr char bad_scope[] = "Invalid RDM RD-Request message -- Bad scope.\n";
 constexpr int32_t query_limit = 8192;  // bytes of a request body that are read
 constexpr int attribute_limit = 255;
@@ -38,12 +37,12 @@ int32_t refuse(const char *message, rdmhdr *header, csio *response) {
   return 0;
 }
 
-/// The attributes of a query object that are read.
-enum QueryField { scope, view_hits, view_attributes, field_count };
-
 /// QueryText is the query object in a request body.
 class QueryText {
  public:
+  /// The attributes that are read.
+  enum Field { scope, view_hits, view_attributes, field_count };
+
   explicit QueryText(csio *body) noexcept
       : reader_(text_, static_cast<size_t>(std::max(csio_copy(body, text_, query_limit), 0))) {}
 
@@ -55,7 +54,7 @@ class QueryText {
   }
 
   /// value returns an attribute of the object, or null. The text may be changed.
-  char *value(QueryField field) noexcept { return fields_[field].value; }
+  char *value(Field field) noexcept { return fields_[field].value; }
 
  private:
   char text_[query_limit + 1];
@@ -174,17 +173,17 @@ int32_t rds_rd_request(rdmhdr *header, csio *body, csio *response, Session *sn, 
     CSLOG(CSLOG_WARNING, "rds", "Invalid RDMQUERY specification...\n");
     return refuse("Invalid RDMQUERY specification.", header, response);
   }
-  const char *const scope_text = text.value(scope);
+  const char *const scope_text = text.value(QueryText::scope);
   if (scope_text == nullptr) {
     CSLOG(CSLOG_WARNING, "rds", "No 'Scope' in Gatherer Query...\n");
     return refuse("Scope parameter required.", header, response);
   }
   Query query;
-  if (const char *hits = text.value(view_hits)) query.limit = ascii::to_int32(hits);
-  if (char *names = text.value(view_attributes)) split_at_commas(names, query.attributes);
+  if (const char *hits = text.value(QueryText::view_hits)) query.limit = ascii::to_int32(hits);
+  if (char *names = text.value(QueryText::view_attributes)) split_at_commas(names, query.attributes);
   if (!read_scope(scope_text, query)) {
     host_set_status(sn, rq, 403, bad_scope);
-    host_report_error(0, report_name, sn, rq, "%s", bad_scope);
+    host_report_error(0, rdm_report_name, sn, rq, "%s", bad_scope);
     return refuse("Scope parameter malformed.", header, response);
   }
   return answer_query(query, header, response, sn, rq);

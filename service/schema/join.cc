@@ -16,7 +16,7 @@ using namespace rdm::schema;
 /// The column of other tables that refers to the root table's id.
 constexpr char _schema_rootid_column[] = "docid";
 
-BoundedString join;
+BoundedString join_clause;
 
 /// mark_hits counts the items of a list for each system table. Returns false if allocation fails.
 bool mark_hits(const char *list, int32_t (&hits)[table_size]) {
@@ -29,7 +29,7 @@ bool mark_hits(const char *list, int32_t (&hits)[table_size]) {
 }
 
 bool append_all(std::initializer_list<std::string_view> pieces) {
-  return std::all_of(pieces.begin(), pieces.end(), [](std::string_view piece) { return join.append(piece); });
+  return std::all_of(pieces.begin(), pieces.end(), [](std::string_view piece) { return join_clause.append(piece); });
 }
 
 }  // namespace
@@ -53,12 +53,12 @@ char *schema_translate_alljoin(const char *tblcols) noexcept {
   const HostPtr<char *> tables(array);
   if (count == 0) return nullptr;
   QX_REQUIRE(_schema_has_root_table, "schema", "the schema has a root table");
-  join.clear();
+  join_clause.clear();
   for (const std::string_view table : std::span(array, static_cast<size_t>(count)))
     if (table != _schema_root_table &&
         !append_all({" AND ", _schema_root_table, ".id = ", table, ".", _schema_rootid_column, " "})) {
       CSLOG(CSLOG_ERROR, "schema", "Join of %d tables too long\n", count);
       return nullptr;
     }
-  return join.text();
+  return join_clause.text();
 }

@@ -63,7 +63,7 @@ void become(const Log &log) {
   if (groups != 0 || ::setgid(group) != 0 || ::setuid(log.status.st_uid) != 0) throw catalog::system_failure(what);
 }
 
-void require_writable(const std::string &path) {
+void require_writable_log(const std::string &path) {
   const std::string what = "cannot write " + path + " as " + name_of(::geteuid());
   if (::access(path.c_str(), W_OK) != 0) throw catalog::system_failure(what);
 }
@@ -88,7 +88,7 @@ void become_log_owner(const std::string &config, std::ostream &errors) {
   errors << "rdmctl: " << escaped(log.path) << " belongs to " << owner << ": running as " << owner << std::endl;
   become(log);
   for (const auto &each : {transactions, diagnostics})
-    if (each) require_writable(each->path);
+    if (each) require_writable_log(each->path);
 }
 
 }  // namespace rdm::rdmctl

@@ -18,7 +18,7 @@ namespace rdm::check {
 namespace {
 
 constexpr std::uint32_t hash_magic = 0x061561;
-constexpr std::size_t key_size = 8, npos = std::string_view::npos;
+constexpr std::size_t key_size = 8;
 
 /// Entry is an entry of the index.
 struct Entry : index_format::Entry {
@@ -87,8 +87,8 @@ std::optional<std::uint32_t> number_of(std::string_view key) {
 std::time_t change_time(std::string_view record) {
   constexpr std::string_view attribute = "\nrd-last-changed{";
   const std::size_t start = record.rfind(attribute);
-  const std::size_t value = start == npos ? start : record.find(soif::size_end, start);
-  if (value == npos) return 0;
+  const std::size_t value = start == std::string_view::npos ? start : record.find(soif::size_end, start);
+  if (value == std::string_view::npos) return 0;
   const std::string text(record.substr(value + soif::size_end.size(), 64));
   struct tm fields {};
   return ::strptime(text.c_str(), "%a, %d %b %Y %H:%M:%S GMT", &fields) != nullptr ? ::timegm(&fields) : 0;

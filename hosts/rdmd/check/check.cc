@@ -15,9 +15,9 @@
 namespace rdm::check {
 namespace {
 
-constexpr const char *required[] = {"bindir", "csid-config", "csid-default"};
-constexpr std::string_view known[] = {"bindir",        "csid-config",    "csid-default", "logfile",
-                                      "debug-logfile", "debug-loglevel", "tmpdir"};
+constexpr const char *required_settings[] = {"bindir", "csid-config", "csid-default"};
+constexpr std::string_view known_settings[] = {"bindir",        "csid-config",    "csid-default", "logfile",
+                                               "debug-logfile", "debug-loglevel", "tmpdir"};
 constexpr std::size_t log_path_limit = 1023;
 
 /// Configuration is the service configuration and the catalog services that it names, as far as they can be read.
@@ -27,7 +27,7 @@ struct Configuration {
 };
 
 bool is_known(const std::string &name) {
-  return std::find(std::begin(known), std::end(known), name) != std::end(known);
+  return std::find(std::begin(known_settings), std::end(known_settings), name) != std::end(known_settings);
 }
 
 bool is_number(std::string_view text) {
@@ -42,9 +42,9 @@ void read_settings(Settings &settings, Report &report) {
     for (const Pair &pair : parse_pairs(line, report)) {
       settings.add(pair, report);
       if (!is_known(pair.name))
-        report.warning(pair.line, "unknown name " + quote(pair.name) + cli::did_you_mean(pair.name, known));
+        report.warning(pair.line, "unknown name " + quote(pair.name) + cli::did_you_mean(pair.name, known_settings));
     }
-  for (const char *name : required)
+  for (const char *name : required_settings)
     if (settings.find(name) == nullptr) report.error(0, quote(name) + " is required");
 }
 

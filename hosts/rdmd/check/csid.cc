@@ -15,7 +15,7 @@ namespace rdm::check {
 namespace {
 
 constexpr std::size_t service_limit = 63;
-constexpr std::string_view known[] = {
+constexpr std::string_view known_names[] = {
     "csid", "catalog-database", "alias-file", "server-description", "schema-description", "taxonomy-description"};
 
 /// is_service_url returns true if `text` has the form x-catalog://HOST:PORT/NAME or x-catalogs://HOST:PORT/NAME.
@@ -50,8 +50,8 @@ CatalogService *begin_service(std::vector<CatalogService> &services, const Pair 
 
 void check_names(const std::vector<Pair> &pairs, Report &report) {
   for (const Pair &pair : pairs)
-    if (std::find(std::begin(known), std::end(known), pair.name) == std::end(known))
-      report.error(pair.line, "unknown name " + quote(pair.name) + cli::did_you_mean(pair.name, known));
+    if (std::find(std::begin(known_names), std::end(known_names), pair.name) == std::end(known_names))
+      report.error(pair.line, "unknown name " + quote(pair.name) + cli::did_you_mean(pair.name, known_names));
 }
 
 void add_line(std::vector<CatalogService> &services, const std::vector<Pair> &pairs, Report &report) {
@@ -103,7 +103,7 @@ void check_services(const std::vector<CatalogService> &services, Report &report)
   std::set<std::pair<std::string, std::string>> checked;  // pairs of name and file; several services may share one
   for (const CatalogService &service : services) {
     check_database(service, report);
-    for (const std::string_view name : known) {
+    for (const std::string_view name : known_names) {
       const Pair *file = service.settings.find(std::string(name));
       if (file == nullptr || !checked.emplace(file->name, file->value).second) continue;
       Report found = report.on(file->value);

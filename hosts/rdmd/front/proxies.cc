@@ -6,24 +6,19 @@
 #include <stdexcept>
 
 #include "qxapi/number.h"
+#include "qxapi/words.h"
 
 namespace rdm::rdmd {
 namespace {
 
 constexpr std::string_view unix_word = "unix";
 
-std::string_view trim(std::string_view text) {
-  const auto first = text.find_first_not_of(" \t");
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(" \t") - first + 1);
-}
-
 /// take_last removes the last element of a list, and the comma before it, and returns the element.
 std::string_view take_last(std::string_view &list) {
   const auto comma = list.rfind(',');
   const std::string_view last = comma == std::string_view::npos ? list : list.substr(comma + 1);
   list = list.substr(0, comma == std::string_view::npos ? 0 : comma);
-  return trim(last);
+  return trim(last, " \t");
 }
 
 /// is_port_part returns true for an empty text, or ":" and a port.

@@ -153,15 +153,15 @@ std::size_t host_end(std::string_view text) {
   return at;
 }
 
-/// is_port returns true for an empty text, or for digits with a value of at most 65535.
-bool is_port(std::string_view text) { return text.empty() || parse_number<std::uint16_t>(text).has_value(); }
+/// is_port_or_empty returns true for an empty text, or for digits with a value of at most 65535.
+bool is_port_or_empty(std::string_view text) { return text.empty() || parse_number<std::uint16_t>(text).has_value(); }
 
 }  // namespace
 
 bool is_authority(std::string_view text) {
   const std::size_t end = host_end(text);
   const std::string_view port = text.substr(end);
-  return end > 0 && (port.empty() || (port.front() == ':' && is_port(port.substr(1))));
+  return end > 0 && (port.empty() || (port.front() == ':' && is_port_or_empty(port.substr(1))));
 }
 
 std::string_view RequestHead::field(std::string_view name) const {

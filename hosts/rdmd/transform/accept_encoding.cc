@@ -10,7 +10,7 @@
 namespace rdm::rdmd {
 namespace {
 
-constexpr std::string_view blanks = " \t";
+constexpr std::string_view coding_blanks = " \t";
 
 /// A weight in thousandths.
 using Weight = int;
@@ -32,7 +32,7 @@ std::optional<Weight> parse_weight(std::string_view text) {
 /// weight_of returns the weight in the parameters of a member, such as "q=0.5", or `full` without parameters.
 std::optional<Weight> weight_of(std::string_view parameters) {
   if (parameters.empty()) return full;
-  const std::string_view parameter = trim(parameters.substr(1), blanks);
+  const std::string_view parameter = trim(parameters.substr(1), coding_blanks);
   return ascii::istarts_with(parameter, "q=") ? parse_weight(parameter.substr(2)) : std::nullopt;
 }
 
@@ -48,7 +48,7 @@ std::optional<Weight> *weight_named(Weights &weights, std::string_view coding) {
 
 void read_member(Weights &weights, std::string_view member) {
   const std::string_view coding = member.substr(0, member.find(';'));
-  std::optional<Weight> *const weight = weight_named(weights, trim(coding, blanks));
+  std::optional<Weight> *const weight = weight_named(weights, trim(coding, coding_blanks));
   if (weight != nullptr && !*weight) *weight = weight_of(member.substr(coding.size()));
 }
 

@@ -12,7 +12,7 @@
 namespace rdm::rdmd {
 namespace {
 
-constexpr std::string_view blanks = " \t";
+constexpr std::string_view tag_blanks = " \t";
 /// A change within the granularity of file times, or of Last-Modified, could leave the time as it was.
 constexpr std::time_t settling_time = 2;
 
@@ -37,7 +37,7 @@ std::string_view take_tag(std::string_view &list) {
   if (end == std::string_view::npos) return {};
   const std::string_view tag = list.substr(0, end + 1);
   list.remove_prefix(tag.size());
-  list.remove_prefix(std::min(list.find_first_not_of(blanks), list.size()));
+  list.remove_prefix(std::min(list.find_first_not_of(tag_blanks), list.size()));
   return list.empty() || list.front() == ',' ? tag : std::string_view();
 }
 
@@ -52,7 +52,7 @@ std::optional<Validators> validators_of(const std::vector<hosts::Piece> &pieces,
 }
 
 bool lists_tag(std::string_view if_none_match, std::string_view tag) {
-  if (trim(if_none_match, blanks) == "*") return true;
+  if (trim(if_none_match, tag_blanks) == "*") return true;
   for (std::string_view next; !(next = take_tag(if_none_match)).empty();)
     if (next == tag) return true;
   return false;

@@ -26,9 +26,9 @@
 namespace rdm::rdmd {
 namespace {
 
-class Worker {
+class WorkerService {
  public:
-  Worker(const Settings &settings, HostFileGuard socket, ErrorLog &errors)
+  WorkerService(const Settings &settings, HostFileGuard socket, ErrorLog &errors)
       : settings_(settings), socket_(std::move(socket)), errors_(errors) {}
 
   int run() {
@@ -145,7 +145,7 @@ int run_worker(const Settings &settings, HostFileGuard socket) {
                         [&errors](std::size_t lines) { return errors.dropped("standard output", lines); });
   int status = EXIT_FAILURE;
   try {
-    status = Worker(settings, std::move(socket), errors).run();
+    status = WorkerService(settings, std::move(socket), errors).run();
   } catch (const std::exception &error) {
     errors.error(error.what());
   }

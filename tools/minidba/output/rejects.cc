@@ -15,7 +15,9 @@ using Json = nlohmann::ordered_json;
 
 constexpr size_t longest_url = 300;
 
-std::string url_of(const SoifStream::Item &item) { return item.object ? std::string(item.object->url()) : item.url; }
+std::string rejected_url(const SoifStream::Item &item) {
+  return item.object ? std::string(item.object->url()) : item.url;
+}
 
 /// with_count returns the attribute with a byte count: "title{3}".
 std::string with_count(const SoifStream::Misfit &misfit, const std::string &count) {
@@ -29,9 +31,9 @@ std::string whole_reason(const std::string &reason, const SoifStream::Item &item
          with_count(*item.misfit, item.misfit->count);
 }
 
-Json json_of(const SoifStream &stream, const SoifStream::Item &item, int64_t line, const std::string &reason) {
-  Json object{{"input", stream.name()}, {"object", item.number}, {"line", line},
-              {"byte", item.offset},    {"url", url_of(item)},   {"reason", reason}};
+Json rejection_json(const SoifStream &stream, const SoifStream::Item &item, int64_t line, const std::string &reason) {
+  Json object{{"input", stream.name()}, {"object", item.number},     {"line", line},
+              {"byte", item.offset},    {"url", rejected_url(item)}, {"reason", reason}};
   if (item.misfit) {
     object["attribute"] = item.misfit->attribute;
     object["count"] = item.misfit->count;
@@ -51,12 +53,13 @@ void Rejects::add(SoifStream &stream, const SoifStream::Item &item, const std::s
   ++count_;
   progress.clear();
   const int64_t line = stream.line_of(item.offset);
-  const std::string why = whole_reason(reason, item), url = url_of(item);
+  const std::string why = whole_reason(reason, item), url = rejected_url(item);
   console_.errors << "minidba: " << escaped(stream.name()) << ": line " << line << ": "
                   << (url.empty() ? "" : printable(url, longest_url) + ": ") << "object " << item.number << " at byte "
                   << item.offset << " rejected: " << escaped(why) << '\n';
   if (reasons_) {
-    const std::string text = json_of(stream, item, line, why).dump(-1, ' ', false, Json::error_handler_t::replace);
+    const std::string text =
+        rejection_json(stream, item, line, why).dump(-1, ' ', false, Json::error_handler_t::replace);
     reasons_size_ += static_cast<int64_t>(text.size()) + 1;
     reasons_->append((count_ == 1 ? "" : ",") + text);
     reasons_size_ -= count_ == 1 ? 1 : 0;
