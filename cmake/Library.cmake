@@ -80,15 +80,17 @@ function(rdm_objects name)
   endif()
 endfunction()
 
-# rdm_parts(NAME SOURCES... [HEADERS HEADERS...]): a static library of programs. Those without HEADERS share a precompiled
-# header, that of the first one.
+# rdm_parts(NAME SOURCES... [HEADERS HEADERS... | LIKE TARGET]): a static library of programs. It shares the precompiled
+# header of the first one, unless it has HEADERS of its own or shares those of the TARGET.
 function(rdm_parts name)
-  cmake_parse_arguments(PARTS "" "" "HEADERS" ${ARGN})
+  cmake_parse_arguments(PARTS "" "LIKE" "HEADERS" ${ARGN})
   add_library(${name} STATIC ${PARTS_UNPARSED_ARGUMENTS})
   target_include_directories(${name} PUBLIC ${CMAKE_SOURCE_DIR}/include ${CMAKE_SOURCE_DIR})
   get_property(owner GLOBAL PROPERTY RDM_PROGRAM_HEADERS)
   if(PARTS_HEADERS)
     target_precompile_headers(${name} PRIVATE ${PARTS_HEADERS})
+  elseif(PARTS_LIKE)
+    target_precompile_headers(${name} REUSE_FROM ${PARTS_LIKE})
   elseif(owner)
     target_precompile_headers(${name} REUSE_FROM ${owner})
   else()
@@ -99,8 +101,10 @@ function(rdm_parts name)
   endif()
 endfunction()
 
-# rdm_seldom_run(SOURCES...): sources whose speed is no matter: a command line is read once, and monitors ask seldom.
+# rdm_seldom_run(TARGETS...): code whose speed is no matter: a command line is read once, and monitors ask seldom.
 # CLI11, Beast and JSON compile in half the time with few optimisations.
 function(rdm_seldom_run)
-  set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS $<$<CONFIG:RelWithDebInfo>:-Og>)
+  foreach(target ${ARGN})
+    target_compile_options(${target} PRIVATE $<$<CONFIG:RelWithDebInfo>:-Og>)
+  endforeach()
 endfunction()
