@@ -26,9 +26,12 @@ ServiceThread::~ServiceThread() {
 }
 
 void ServiceThread::post(std::function<void()> job) {
-  const std::lock_guard lock(mutex_);
-  if (stopping_) return;
-  jobs_.push_back(std::move(job));
+  {
+    const std::lock_guard lock(mutex_);
+    if (stopping_) return;
+    jobs_.push_back(std::move(job));
+  }
+  // Not under the lock, for which the woken thread would have to wait.
   changed_.notify_all();
 }
 
