@@ -47,9 +47,10 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   if (!target || !rdmd::is_service_path(target->path)) return 0;
   const hosts::ServiceRequest request = rdmd::make_request(*head, *target, "127.0.0.1");
   rdmd::read_wishes(request);
-  const auto exchange = hosts::make_exchange(request);
+  hosts::Exchange exchange;
+  hosts::fill(exchange, request);
   bytes.resize(std::min<uint64_t>(head->length.value_or(0), 32768));
-  exchange->input(bytes);
-  serve(*exchange);
+  exchange.input(bytes);
+  serve(exchange);
   return 0;
 }

@@ -137,7 +137,8 @@ std::string render_head(const Head &head, const HeadFrame &frame) {
   for (const Field &field : head.fields) add_line(text, field.name, field.value);
   if (head.status == 503 && !has_field(head, "retry-after")) add_line(text, "Retry-After", retry_after);
   if (!frame.connection.empty()) add_line(text, "Connection", frame.connection);
-  return text.append("\r\n");
+  text.append("\r\n");
+  return text;
 }
 
 }  // namespace rdm::hosts

@@ -39,6 +39,8 @@ std::size_t OutputQueue::append(std::string_view bytes) {
 
 void OutputQueue::append_memory(std::string_view bytes) {
   if (bytes.empty()) return;
+  // Room for the head of the answer, too.
+  if (pieces_.empty()) pieces_.reserve(2);
   if (pieces_.empty() || !pieces_.back().is_bytes()) pieces_.emplace_back();
   Piece &piece = pieces_.back();
   piece.bytes.append(bytes);

@@ -5,26 +5,25 @@
 
 namespace rdm::hosts {
 
-std::unique_ptr<Exchange> make_exchange(ServiceRequest request) {
-  auto exchange = std::make_unique<Exchange>();
-  for (const Field &entry : request.client) exchange->client(entry.name, entry.value);
-  for (const Field &entry : request.line) exchange->line(entry.name, entry.value);
-  for (const Field &entry : request.headers) exchange->header(entry.name, entry.value);
-  for (const Field &entry : request.variables) exchange->variable(entry.name, entry.value);
-  if (!request.body.empty()) exchange->input(std::move(request.body));
-  if (request.head_only) exchange->head_only();
-  return exchange;
+void fill(Exchange &exchange, ServiceRequest request) {
+  for (const Field &entry : request.client) exchange.client(entry.name, entry.value);
+  for (const Field &entry : request.line) exchange.line(entry.name, entry.value);
+  for (const Field &entry : request.headers) exchange.header(entry.name, entry.value);
+  for (const Field &entry : request.variables) exchange.variable(entry.name, entry.value);
+  if (!request.body.empty()) exchange.input(std::move(request.body));
+  if (request.head_only) exchange.head_only();
 }
 
 ServiceAnswer call_service(Plugin &plugin, ServiceRequest request) {
-  const std::unique_ptr<Exchange> exchange = make_exchange(std::move(request));
+  Exchange exchange;
+  fill(exchange, std::move(request));
   ServiceAnswer answer;
-  answer.outcome = serve(plugin, *exchange);
-  answer.labels = read_labels(*exchange);
+  answer.outcome = serve(plugin, exchange);
+  answer.labels = read_labels(exchange);
   if (answer.outcome != Outcome::answered) return answer;
-  answer.delimited = exchange->delimited();
-  answer.head = exchange->take_head();
-  answer.pieces = exchange->queue().take();
+  answer.delimited = exchange.delimited();
+  answer.head = exchange.take_head();
+  answer.pieces = exchange.queue().take();
   return answer;
 }
 

@@ -4,7 +4,6 @@
 #define HOSTS_COMMON_SERVICE_CALL_H
 
 #include <cstddef>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -33,8 +32,8 @@ struct ServiceAnswer {
   std::vector<Piece> pieces;  // of the body
 };
 
-/// make_exchange returns an exchange filled with a request. Throws std::bad_alloc.
-std::unique_ptr<Exchange> make_exchange(ServiceRequest request);
+/// fill fills a new exchange with a request. Throws std::bad_alloc.
+void fill(Exchange &exchange, ServiceRequest request);
 
 /// call_service serves a request and returns the answer. Throws std::bad_alloc.
 ServiceAnswer call_service(Plugin &plugin, ServiceRequest request);

@@ -225,12 +225,14 @@ JobPtr Connection::make_job() {
   job->wanted = [this, socket = channel_.descriptor(), half_close = server_.settings().half_close] {
     return channel_.state() == State::service && (half_close || !has_hung_up(socket));
   };
-  job->reply = [self = shared_from_this(), this](Reply reply) mutable {
-    // Move `self` on: the connection must be destroyed on an I/O thread, because those handle its socket and timers.
-    // dispatch() answers at once on the thread that has received the answer from a worker.
-    boost::asio::dispatch(channel_.executor(), [self = std::move(self), this, reply = std::move(reply)]() mutable {
-      if (channel_.state() == State::service) deliver(std::move(reply));
-    });
+  job->keeper = shared_from_this();
+  job->reply = [this, job = job.get()](Reply reply) {
+    // Move the keeper on: the connection must be destroyed on an I/O thread, because those handle its socket and
+    // timers. dispatch() answers at once on the thread that has received the answer from a worker.
+    boost::asio::dispatch(channel_.executor(),
+                          [self = std::move(job->keeper), this, reply = std::move(reply)]() mutable {
+                            if (channel_.state() == State::service) deliver(std::move(reply));
+                          });
   };
   return job;
 }

@@ -63,9 +63,11 @@ void Dispatcher::carry_out(Actions actions) {
 /// memory is short, the job is dropped and its connection closed.
 void Dispatcher::begin(Worker &worker, JobPtr job) {
   try {
-    std::vector<JobPtr> refused(1);
-    refused.front() = worker.serve(std::move(job));
-    if (refused.front()) lost(worker, std::move(refused));
+    job = worker.serve(std::move(job));
+    if (!job) return;
+    std::vector<JobPtr> refused;
+    refused.push_back(std::move(job));
+    lost(worker, std::move(refused));
   } catch (const std::bad_alloc &) {
     finished(worker);
   }

@@ -21,6 +21,8 @@
 #include <utility>
 #include <vector>
 
+#include <boost/container/small_vector.hpp>
+
 #include "hosts/rdmd/front/io.h"
 #include "hosts/rdmd/front/request_queue.h"
 #include "hosts/rdmd/front/worker.h"
@@ -91,7 +93,7 @@ class Dispatcher {
       JobPtr job;
       Fate fate;
     };
-    std::vector<Start> starts;
+    boost::container::small_vector<Start, most_gathered> starts;
     std::vector<End> ends;
     std::vector<std::shared_ptr<Worker>> retired, late, slow;
   };

@@ -41,6 +41,8 @@ struct Job {
   ClientKey client;    // requests of different clients take turns
   bool prompt = true;  // cheap to serve: a status or a description, not a harvest
 
+  /// keeper keeps alive what `wanted` and `reply` use. A reply may take it.
+  std::shared_ptr<void> keeper;
   /// wanted returns false if the client has gone. It is called from any thread and must not block.
   std::function<bool()> wanted;
   /// reply takes the result. It is called from any thread, once.

@@ -23,7 +23,6 @@ void RequestRecord::begin(std::string line) {
   entry_.time = std::chrono::system_clock::now();
   entry_.line = std::move(line);
   entry_.status = 503;
-  entry_.id = id_;
   entry_.connection = connection_;
   is_open_ = true;
 }
@@ -42,8 +41,10 @@ void RequestRecord::finish(const std::optional<Delivery::Progress> &progress, bo
   entry_.bytes = progress ? progress->body_bytes : 0;
   if (progress) entry_.sent = progress->time;
   if (!keeps || !entry_.complete) entry_.closed_by = closer_;
+  entry_.id.swap(id_);
   metrics.count(entry_);
   log.write(entry_);
+  entry_.id.swap(id_);
   // Assigning an empty entry would keep the capacity of its strings.
   const AccessEntry former = std::exchange(entry_, AccessEntry{});
 }

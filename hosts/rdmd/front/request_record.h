@@ -29,7 +29,7 @@ class RequestRecord {
   /// is_open returns true if an entry has begun and has not been written.
   bool is_open() const { return is_open_; }
 
-  /// entry returns the open entry.
+  /// entry returns the open entry, which gets its identifier when it is finished.
   AccessEntry &entry() { return entry_; }
   /// close_by says why the connection is closed, if it is closed now.
   void close_by(ClosedBy closer) { closer_ = closer; }

@@ -106,7 +106,10 @@ class AnswerPackets {
   void close(bool last) {
     writer_.number(last);
     writer_.number(count_);
-    packets_.push_back({writer_.bytes() + pieces_.bytes(), std::exchange(files_, {})});
+    std::string bytes = writer_.take();
+    bytes.append(pieces_.bytes());
+    packets_.push_back({std::move(bytes), std::exchange(files_, {})});
+    if (last) return;
     writer_ = PacketWriter();
     pieces_ = PacketWriter();
     count_ = 0;

@@ -90,9 +90,10 @@ TEST_F(RequestTarget, FillsTheBlocksOfAnExchange) {
   head.method = "POST";
   head.fields = {{"host", "h"}, {"content-length", "5, 5"}, {"x-a", "1, 2"}};
   head.length = 5;
-  const auto exchange = hosts::make_exchange(rdmd::make_request(head, *parse_target("/rdm/x?"), "192.0.2.7"));
-  const Request &request = *exchange->request();
-  EXPECT_EQ(found("ip", exchange->session()->client), "192.0.2.7");
+  hosts::Exchange exchange;
+  hosts::fill(exchange, rdmd::make_request(head, *parse_target("/rdm/x?"), "192.0.2.7"));
+  const Request &request = *exchange.request();
+  EXPECT_EQ(found("ip", exchange.session()->client), "192.0.2.7");
   EXPECT_EQ(found("method", request.line), "POST");
   EXPECT_EQ(found("uri", request.line), "/rdm/x");
   EXPECT_EQ(found("query", request.line), "");
@@ -104,9 +105,10 @@ TEST_F(RequestTarget, FillsTheBlocksOfAnExchange) {
 TEST_F(RequestTarget, WithoutAQuestionMarkThereIsNoQuery) {
   RequestHead head;
   head.method = "GET";
-  const auto exchange = hosts::make_exchange(rdmd::make_request(head, *parse_target("/rdm/x"), "::1"));
-  EXPECT_EQ(found("query", exchange->request()->line), "(none)");
-  EXPECT_EQ(found("content-length", exchange->request()->headers), "(none)");
+  hosts::Exchange exchange;
+  hosts::fill(exchange, rdmd::make_request(head, *parse_target("/rdm/x"), "::1"));
+  EXPECT_EQ(found("query", exchange.request()->line), "(none)");
+  EXPECT_EQ(found("content-length", exchange.request()->headers), "(none)");
 }
 
 TEST_F(RequestTarget, AnAnnouncedLengthBeyond32BitsStaysLarge) {
@@ -114,17 +116,19 @@ TEST_F(RequestTarget, AnAnnouncedLengthBeyond32BitsStaysLarge) {
   head.method = "POST";
   head.fields = {{"content-length", "4294967301"}};
   head.length = 4294967301u;
-  const auto exchange = hosts::make_exchange(rdmd::make_request(head, *parse_target("/rdm/x"), "::1"));
-  EXPECT_EQ(found("content-length", exchange->request()->headers), "2147483647");
+  hosts::Exchange exchange;
+  hosts::fill(exchange, rdmd::make_request(head, *parse_target("/rdm/x"), "::1"));
+  EXPECT_EQ(found("content-length", exchange.request()->headers), "2147483647");
 }
 
 TEST_F(RequestTarget, OnlyHeadOmitsTheBody) {
   for (const char *method : {"HEAD", "GET", "head"}) {
     RequestHead head;
     head.method = method;
-    const auto exchange = hosts::make_exchange(rdmd::make_request(head, *parse_target("/rdm/x"), "::1"));
-    exchange->write("body");
-    EXPECT_EQ(exchange->queue().size(), std::string(method) == "HEAD" ? 0 : 4) << method;
+    hosts::Exchange exchange;
+    hosts::fill(exchange, rdmd::make_request(head, *parse_target("/rdm/x"), "::1"));
+    exchange.write("body");
+    EXPECT_EQ(exchange.queue().size(), std::string(method) == "HEAD" ? 0 : 4) << method;
   }
 }
 
