@@ -89,7 +89,7 @@ void set_spares(Header &header, uint32_t pages) {
 
 /// plan chooses the number of buckets: so many that the records would fill at most all of them, and more until there
 /// are enough overflow addresses, spare ones included. Twice as many buckets would make the file larger by half and
-/// more, and save a page for one record of ten. Empty buckets are holes in the file.
+/// more, and save a page for one record of twenty. Empty buckets are holes in the file.
 Header plan(std::vector<RecordRef> &refs) {
   const uint32_t shift = page_shift_for(refs);
   uint64_t total = 0;
