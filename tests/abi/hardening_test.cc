@@ -131,8 +131,8 @@ TEST_P(HardeningOfExports, BeginWithAMarkForIndirectCalls) {
 INSTANTIATE_TEST_SUITE_P(Libraries, HardeningOfExports, ::testing::ValuesIn(libraries), name_of);
 #endif
 
-/// commands returns the compile commands of the sources of libraries and programs. Definitions do not show in the debug
-/// information.
+/// commands returns the compile commands of libraries and programs. Sources that are compiled together are named by a
+/// file below the build directory. Definitions do not show in the debug information.
 std::vector<std::string> commands() {
   const std::initializer_list<const char *> directories = {"qxapi/",   "libcs/",   "hashdb/", "dba/",
                                                            "catalog/", "service/", "hosts/",  "tools/"};
@@ -140,7 +140,8 @@ std::vector<std::string> commands() {
   std::istringstream lines(support::read_file(support::in_build("compile_commands.json")));
   for (std::string line; std::getline(lines, line);)
     if (std::any_of(directories.begin(), directories.end(), [&line](const char *directory) {
-          return line.find(" -c " + support::in_source(directory)) != std::string::npos;
+          return line.find(" -c " + support::in_source(directory)) != std::string::npos ||
+                 line.find(" -c " + support::in_build(directory)) != std::string::npos;
         }))
       found.push_back(line);
   return found;
