@@ -66,7 +66,7 @@ class RecordCursor {
   std::int64_t start_ = 0;   // the bytes of the records before it
   std::int64_t within_ = 0;  // the bytes of it before the position
   bool gathers_ = false;     // once the file of records knows that they are wanted from its mapping
-  std::array<host_place, window_size> window_;
+  std::array<host_place, window_size> window_{};
   std::uint32_t window_start_ = 0, window_end_ = 0;  // the records whose places are there, all of them right
 };
 
