@@ -77,14 +77,22 @@ uint32_t bitmaps_for(const Header &header, uint64_t pages) {
   return static_cast<uint32_t>(pages / (uint64_t{8} * header.page_size) + 1);
 }
 
-/// set_spares assigns the overflow pages to the doublings from the first on. The pages of the last doubling are at the
-/// end of the file: its addresses stay free for later ones.
-void set_spares(Header &header, uint32_t pages) {
+/// set_spares assigns the overflow pages to the doublings from `first` on.
+void set_spares(Header &header, uint32_t pages, uint32_t first) {
   uint32_t placed = 0;
-  for (uint32_t split = 0; split <= header.overflow_point; ++split) {
+  for (uint32_t split = first; split <= header.overflow_point; ++split) {
     placed += std::min(pages - placed, hashdb::split_pages);
     header.spares[split] = placed;
   }
+}
+
+/// first_doubling returns the doubling of the first overflow page. The last one keeps addresses for later pages, which
+/// are at the end of the file; the doublings before it are used only as far as it does not suffice. The hash library
+/// mistakes a bucket in its memory for an overflow page whose address is the bucket's number, and then loses records or
+/// crashes: late doublings have the highest addresses.
+uint32_t first_doubling(const Header &header, uint32_t pages) {
+  const uint32_t before_last = (pages + spare_addresses) / (hashdb::split_pages + 1);
+  return header.overflow_point - std::min(before_last, header.overflow_point);
 }
 
 /// plan chooses the number of buckets: so many that the records would fill at most all of them, and more until there
@@ -105,7 +113,7 @@ Header plan(std::vector<RecordRef> &refs) {
     pages += bitmaps_for(header, pages + hashdb::doublings);
     const uint64_t addresses = uint64_t{doublings} * hashdb::split_pages;
     if (pages + (doublings < max_doublings ? spare_addresses : 0) > addresses) continue;
-    set_spares(header, static_cast<uint32_t>(pages));
+    set_spares(header, static_cast<uint32_t>(pages), first_doubling(header, static_cast<uint32_t>(pages)));
     return header;
   }
   throw Failure("the records are too many or too long for a catalog file");
@@ -188,9 +196,11 @@ bool reads_back(const std::string &path, const std::vector<RecordRef> &refs) {
 
 }  // namespace
 
-Header planned_header(uint32_t page_shift, uint32_t doublings, uint32_t planned, uint32_t overflow_pages) {
+Header planned_header(uint32_t page_shift, uint32_t doublings, uint32_t planned, uint32_t overflow_pages,
+                      Layout layout) {
   Header header = header_for(page_shift, doublings, 0);
-  set_spares(header, std::min(planned, overflow_pages));
+  const uint32_t pages = std::min(planned, overflow_pages);
+  set_spares(header, pages, layout == Layout::former ? 0 : first_doubling(header, pages));
   header.spares[header.overflow_point] = overflow_pages;
   return header;
 }

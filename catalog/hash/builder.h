@@ -48,9 +48,14 @@ void for_each_bucket(const hashdb::Header &header, Refs &refs, Procedure procedu
   }
 }
 
+/// Layout says where a file has its overflow pages: `present` is what build_hash_file writes, `former` what it wrote
+/// first, from the first doubling on.
+enum class Layout { present, former };
+
 /// planned_header returns the header that build_hash_file writes for pages of 2^page_shift bytes, 2^doublings buckets
 /// and `planned` overflow pages, with a record count of 0. Pages up to `overflow_pages` were added later by changes.
-hashdb::Header planned_header(uint32_t page_shift, uint32_t doublings, uint32_t planned, uint32_t overflow_pages);
+hashdb::Header planned_header(uint32_t page_shift, uint32_t doublings, uint32_t planned, uint32_t overflow_pages,
+                              Layout layout = Layout::present);
 
 /// pages_of returns the number of pages of a file.
 uint64_t pages_of(const hashdb::Header &header);

@@ -123,16 +123,20 @@ std::optional<Header> RecoveryReader::guessed_header() const {
   if (size_ >= 512) trailer = Trailer::read(file_);
   std::optional<Header> best;
   int most = 0;
+  const auto consider = [&](const Header &header) {
+    if (const int found = score(header); found > most) {
+      most = found;
+      best = header;
+    }
+  };
   for (uint32_t shift = hashdb::max_page_shift; shift >= hashdb::min_page_shift; --shift)
     for (uint32_t doublings = 1; doublings <= 24; ++doublings) {
       const int64_t overflow = (size_ >> shift) - hashdb::header_pages(shift) - (int64_t{1} << doublings);
       if (overflow < 1 || overflow > INT32_MAX) continue;
       const auto pages = static_cast<uint32_t>(overflow);
-      const Header header = planned_header(shift, doublings, trailer ? trailer->planned_pages : pages, pages);
-      if (const int found = score(header); found > most) {
-        most = found;
-        best = header;
-      }
+      const uint32_t planned = trailer ? trailer->planned_pages : pages;
+      for (const Layout layout : {Layout::present, Layout::former})
+        consider(planned_header(shift, doublings, planned, pages, layout));
     }
   return best;
 }

@@ -3,12 +3,15 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
+#include <filesystem>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "catalog/catalog_files.h"
 #include "hashdb/format.h"
+#include "support/directories.h"
 
 using namespace rdm;
 
@@ -62,6 +65,16 @@ TEST_F(Salvage, ADamagedHeaderIsGuessedFromThePages) {
   spoil(0, hashdb::header_size);
   const std::string errors = "minidba: the header is damaged: it was guessed from the pages\n";
   EXPECT_TRUE(salvaged(1, errors) == exported_) << "the record that is longer than a page too";
+}
+
+TEST_F(Salvage, AnEarlierVersionPutOverflowPagesElsewhere) {
+  bytes_ = support::read_file(support::in_source("tests/tools/minidba/former_layout.db"));
+  support::write_file(catalog_.path(), bytes_);
+  for (const char *file : {".url", ".idx"}) std::filesystem::remove(catalog_.path(file));
+  exported_ = catalog_.run({"export"}).out;
+  EXPECT_THAT(exported_, HasSubstr("Description 10"));
+  spoil(0, hashdb::header_size);
+  EXPECT_TRUE(salvaged(1, summary(10, 0, 0, 0)) == exported_);
 }
 
 TEST_F(Salvage, ADamagedFirstPageLosesNoRecordAndNoNumber) {
@@ -140,12 +153,22 @@ TEST_F(Salvage, ARecordThatNoImportWouldTakeIsLost) {
 
 TEST_F(Salvage, TerminatesIfPagesFormALoop) {
   const auto header = hashdb::decode(reinterpret_cast<const unsigned char *>(bytes_.data()));
-  for (uint64_t page = 1; page < bytes_.size() / page_size(); ++page) {
-    uint16_t slots = 0;
-    std::copy_n(&bytes_[page * page_size()], 2, reinterpret_cast<char *>(&slots));
-    // Link the page to itself, or to another page that was read.
-    if (slots == 2 && header.spares[0] > 0) spoil(page * page_size() + 4, 1, 0);
+  const uint32_t last = header.overflow_point, pages = header.spares[last] - header.spares[last - 1];
+  int loops = 0;
+  for (uint32_t number = 1; number <= pages; ++number) {
+    const uint16_t address = hashdb::overflow_address(last, number);
+    const size_t page = overflow_page(header, address) * page_size();
+    uint16_t slots[3];
+    std::memcpy(slots, &bytes_[page], sizeof slots);
+    if (slots[0] != 2) continue;
+    // The page has one record, or the end of one: link it to itself instead.
+    slots[1] = address;
+    slots[2] = hashdb::slot_mark::link;
+    std::memcpy(&bytes_[page], slots, sizeof slots);
+    ++loops;
   }
+  support::write_file(catalog_.path(), bytes_);
+  EXPECT_GT(loops, 0);
   EXPECT_EQ(catalog_.run({"salvage"}).status, 1);
 }
 
