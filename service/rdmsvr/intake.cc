@@ -206,10 +206,7 @@ void read_to_end(Intake &x) {
 }
 
 Refusal read_body(Intake &x) {
-  if (x.is_get) {
-    x.consumed = x.announced = 0;
-    return go_on;
-  }
+  if (x.is_get) return go_on;
   const int32_t remaining = x.announced - x.consumed;
   if (remaining > 0)
     read_announced_body(x, remaining);
@@ -221,7 +218,7 @@ Refusal read_body(Intake &x) {
 
 Refusal check_body_length(Intake &x) {
   csio_rewind(x.body.get());
-  if (x.announced != 0 && x.announced != x.consumed) return {"Did not receive content-length bytes."};
+  if (!x.is_get && x.announced != x.consumed) return {"Did not receive content-length bytes."};
   return go_on;
 }
 
