@@ -5,12 +5,17 @@
 #include <sstream>
 #include <vector>
 
+#include "cli/completion.h"
+#include "cli/grammar_of.h"
 #include "cli/similar.h"
 
 namespace rdm::cli {
 namespace {
 
 constexpr char help_verb[] = "help";
+constexpr char completion_verb[] = "completion";
+
+bool is_own_verb(const std::string &name) { return name == help_verb || name == completion_verb; }
 
 std::vector<const CLI::App *> verbs_of(const CLI::App &app) {
   return app.get_subcommands([](const CLI::App *) { return true; });
@@ -22,11 +27,11 @@ std::vector<std::string> verb_names(const CLI::App &app) {
   return names;
 }
 
-/// one_of lists the verbs except "help".
+/// one_of lists the verbs except "help" and "completion".
 std::string one_of(const CLI::App &app) {
   std::string list;
   for (const std::string &name : verb_names(app))
-    if (name != help_verb) list += (list.empty() ? "one of " : ", ") + name;
+    if (!is_own_verb(name)) list += (list.empty() ? "one of " : ", ") + name;
   return list;
 }
 
@@ -97,6 +102,36 @@ std::string help_on(const CLI::App &app, const CLI::App &help) {
   return app.get_formatter()->make_help(&app, app.get_name(), CLI::AppFormatMode::Normal);
 }
 
+struct Shell {
+  std::string_view name;
+  std::string (*completion)(const Grammar &);
+};
+constexpr Shell shells[] = {{"bash", bash_completion}, {"zsh", zsh_completion}, {"fish", fish_completion}};
+
+const Shell &shell_named(const CLI::App &app, const std::string &name) {
+  for (const Shell &shell : shells)
+    if (shell.name == name) return shell;
+  throw misuse(app,
+               (name.empty() ? "a shell is required" : "unknown shell " + quoted(name)) + ": one of bash, zsh, fish");
+}
+
+/// asks_for_completion returns true if the command line of a program without verbs is "completion SHELL".
+bool asks_for_completion(const CLI::App &app, int argc, char **argv) {
+  return verbs_of(app).empty() && argc > 1 && std::string_view(argv[1]) == completion_verb;
+}
+
+/// write_answer writes the answer if the chosen verb is "help" or "completion", and returns true if so.
+bool write_answer(CLI::App &app, std::ostream &out) {
+  if (app.got_subcommand(help_verb)) {
+    out << help_on(app, *app.get_subcommand(help_verb));
+    return true;
+  }
+  if (!app.got_subcommand(completion_verb)) return false;
+  const std::string shell = app.get_subcommand(completion_verb)->get_option("SHELL")->as<std::string>();
+  out << shell_named(app, shell).completion(grammar_of(app));
+  return true;
+}
+
 }  // namespace
 
 Misuse misuse(const CLI::App &app, const std::string &reason) {
@@ -111,16 +146,27 @@ void declare_program(CLI::App &app) {
   app.set_version_flag("--version", app.get_name() + " " RDM_VERSION, "show the version");
 }
 
-void declare_verbs(CLI::App &app) {
+void declare_verbs(CLI::App &app, int manual_section) {
   const std::string &name = app.get_name();
   CLI::App *help = app.add_subcommand(help_verb, "show the help of a verb");
   help->group("Verbs");
   help->add_option("VERB", "the verb")->type_name("");
+  CLI::App *completion = app.add_subcommand(completion_verb, "print the completion of a shell: bash, zsh or fish");
+  completion->group("Verbs");
+  completion->add_option("SHELL", "the shell")
+      ->type_name("")
+      ->required()
+      ->check(CLI::IsMember({"bash", "zsh", "fish"}));
   app.require_subcommand(0, 1);
-  app.footer("\"" + name + " help VERB\" says more about a verb, " + name + "(8) about them all.");
+  app.footer("\"" + name + " help VERB\" says more about a verb, " + name + "(" + std::to_string(manual_section) +
+             ") about them all.");
 }
 
 bool parse(CLI::App &app, int argc, char **argv, std::ostream &out) {
+  if (asks_for_completion(app, argc, argv)) {
+    out << shell_named(app, argc == 3 ? argv[2] : "").completion(grammar_of(app));
+    return false;
+  }
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError &error) {
@@ -132,9 +178,7 @@ bool parse(CLI::App &app, int argc, char **argv, std::ostream &out) {
   }
   if (verbs_of(app).empty()) return true;
   if (app.get_subcommands().empty()) throw misuse(app, "a verb is required: " + one_of(app));
-  if (!app.got_subcommand(help_verb)) return true;
-  out << help_on(app, *app.get_subcommand(help_verb));
-  return false;
+  return !write_answer(app, out);
 }
 
 }  // namespace rdm::cli

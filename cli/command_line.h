@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Parts of the command line that all programs share: help, version, and messages about mistakes.
+/// Parts of the command line that all programs share: help, version, completion, and messages about mistakes.
 #ifndef CLI_COMMAND_LINE_H
 #define CLI_COMMAND_LINE_H
 
@@ -27,11 +27,13 @@ Misuse misuse(const CLI::App &app, const std::string &reason);
 /// declare_program adds the flags for help and version.
 void declare_program(CLI::App &app);
 
-/// declare_verbs adds the verb "help" and allows at most one verb. Call it after all verbs are declared.
-void declare_verbs(CLI::App &app);
+/// declare_verbs adds the verbs "help" and "completion" and allows at most one verb. Call it after all verbs are
+/// declared. The help names the manual page of the program in this section.
+void declare_verbs(CLI::App &app, int manual_section = 8);
 
-/// parse parses the command line into the declared options. Returns false if the command line asked for help or the
-/// version, which are then written to `out`. Throws a Misuse for a mistake, or if a verb is declared and none is given.
+/// parse parses the command line into the declared options. Returns false if the command line asked for help, the
+/// version or the completion of a shell, which is then written to `out`. A program without verbs prints its completion
+/// for the first words "completion SHELL". Throws a Misuse for a mistake, or if a verb is declared and none is given.
 bool parse(CLI::App &app, int argc, char **argv, std::ostream &out);
 
 }  // namespace rdm::cli

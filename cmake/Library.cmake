@@ -58,10 +58,34 @@ function(rdm_pkg_config name version description)
   install(FILES ${file} DESTINATION ${directory} COMPONENT development)
 endfunction()
 
-# rdm_install_program(NAME DIRECTORY): installs a program of that name. Tests find all programs in RDM_PROGRAMS.
-function(rdm_install_program name directory)
-  install(TARGETS ${name} RUNTIME DESTINATION ${directory} COMPONENT programs)
-  set_property(GLOBAL APPEND PROPERTY RDM_PROGRAMS ${name})
+# rdm_install_program(TARGET DIRECTORY): installs a program, and what it prints as its completion for each shell. Its
+# name is the OUTPUT_NAME of the target, if that is set. Tests find the targets of all programs in RDM_PROGRAMS.
+function(rdm_install_program target directory)
+  get_target_property(name ${target} OUTPUT_NAME)
+  if(NOT name)
+    set(name ${target})
+  endif()
+  install(TARGETS ${target} RUNTIME DESTINATION ${directory} COMPONENT programs)
+  set_property(GLOBAL APPEND PROPERTY RDM_PROGRAMS ${target})
+  rdm_install_completion(${target} bash ${CMAKE_INSTALL_DATADIR}/bash-completion/completions ${name})
+  rdm_install_completion(${target} zsh ${RDM_ZSH_DIR} _${name})
+  rdm_install_completion(${target} fish ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d ${name}.fish)
+endfunction()
+
+# The directory in which zsh looks for completions: Debian leaves site-functions below /usr to the administrator.
+if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+  set(RDM_ZSH_DIR ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
+else()
+  set(RDM_ZSH_DIR ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
+endif()
+
+# rdm_install_completion(TARGET SHELL DIRECTORY FILE): installs the completion of a program, which prints it then.
+function(rdm_install_completion target shell directory file)
+  set(made ${CMAKE_BINARY_DIR}/completion/${shell})
+  file(MAKE_DIRECTORY ${made})
+  install(CODE "execute_process(COMMAND \"$<TARGET_FILE:${target}>\" completion ${shell}
+    OUTPUT_FILE \"${made}/${file}\" COMMAND_ERROR_IS_FATAL ANY)" COMPONENT programs)
+  install(FILES ${made}/${file} DESTINATION ${directory} COMPONENT programs)
 endfunction()
 
 # rdm_objects(NAME): the object library of rdm_library: no exceptions, no RTTI, since its procedures are called

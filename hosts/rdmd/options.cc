@@ -36,6 +36,7 @@ int cores() {
 
 void add_options(CLI::App &app, Settings &settings) {
   cli::declare_program(app);
+  app.footer("\"rdmd completion bash|zsh|fish\" prints the completion of a shell.");
   app.set_config("--options", "", "Read options from a TOML file")->type_name("FILE");
   app.allow_config_extras(CLI::config_extras_mode::error);
   app.add_option("--listen", settings.listen, "Address to listen on, several times if need be; port 0 takes a free one")

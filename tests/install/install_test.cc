@@ -213,6 +213,18 @@ TEST_F(Install, EveryManualPageIsInItsSection) {
     EXPECT_TRUE(support::file_exists(installed(MANUAL_DIR "/man") + page.back() + "/" + page)) << page;
 }
 
+TEST_F(Install, ProgramsComeWithTheirCompletion) {
+  const std::string share = installed("share/");
+  for (const char *directory : {"bin", "sbin"})
+    for (const std::string &program : files_below(installed(directory)))
+      for (const auto &[shell, file] :
+           {std::pair<const char *, std::string>{"bash", "bash-completion/completions/" + program},
+            {"zsh", "zsh/site-functions/_" + program},
+            {"fish", "fish/vendor_completions.d/" + program + ".fish"}})
+        EXPECT_EQ(support::read_file(share + file),
+                  output_of({installed(directory) + "/" + program, "completion", shell}));
+}
+
 TEST_F(Install, DocumentsComeWithTheProgram) {
   for (const char *name : {"README.md", "CHANGELOG.md", "LICENSE", "doc/operations.md", "doc/formats/soif.md"})
     EXPECT_TRUE(support::file_exists(installed(DOCUMENT_DIR "/") + name)) << name;

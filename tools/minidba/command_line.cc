@@ -156,7 +156,8 @@ class HelpText : public CLI::Formatter {
   std::string make_usage(const CLI::App *app, std::string) const override {
     const bool is_verb = app->get_parent() != nullptr;
     const std::string verb = is_verb ? app->get_name() : "VERB";
-    std::string text = verb == "help" ? "Usage: minidba help" : "Usage: minidba -d FILE " + verb + " [OPTIONS]";
+    const bool uses_catalog = verb != "help" && verb != "completion";
+    std::string text = uses_catalog ? "Usage: minidba -d FILE " + verb + " [OPTIONS]" : "Usage: minidba " + verb;
     for (const CLI::Option *option : app->get_options([](const CLI::Option *o) { return o->get_positional(); }))
       text += ' ' + make_option_usage(option);
     return text + "\n";
