@@ -15,6 +15,11 @@ add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wcast-qual -Wformat=2 -Wu
   -fstack-protector-strong -fstack-clash-protection -fvisibility=hidden $<$<COMPILE_LANGUAGE:CXX>:-fvisibility-inlines-hidden>)
 add_link_options(-Wl,-z,relro -Wl,-z,now)
 
+# Of sources that are compiled together, one may hide a name of another, and all but the last look like headers.
+if(CMAKE_UNITY_BUILD)
+  add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-Wno-shadow> $<$<COMPILE_LANGUAGE:CXX>:-Wno-subobject-linkage>)
+endif()
+
 # The targets of indirect jumps are marked (CET). Processes are checked once all parts of them are marked, the
 # system's start files too.
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64|i.86")

@@ -13,15 +13,17 @@ function(rdm_compile_quickly)
   endif()
 endfunction()
 
-# rdm_test(NAME [DRIVES_PROGRAMS] SOURCES FILES... LINK LIBS...): a GoogleTest program whose cases ctest lists one by one.
+# rdm_test(NAME [DRIVES_PROGRAMS] SOURCES FILES... [ALONE FILES...] LINK LIBS...): a GoogleTest program whose cases ctest
+# lists one by one. Sources after ALONE are never compiled together with others.
 # Tests that start our programs have the label "programs": scripts/test repeats them with the programs of the other build.
 function(rdm_test name)
-  cmake_parse_arguments(TEST "DRIVES_PROGRAMS" "" "SOURCES;LINK" ${ARGN})
+  cmake_parse_arguments(TEST "DRIVES_PROGRAMS" "" "SOURCES;ALONE;LINK" ${ARGN})
   set(labels)
   if(TEST_DRIVES_PROGRAMS)
     set(labels LABELS programs)
   endif()
-  add_executable(${name} ${TEST_SOURCES})
+  add_executable(${name} ${TEST_SOURCES} ${TEST_ALONE})
+  set_source_files_properties(${TEST_ALONE} PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests
     COMPILE_WARNING_AS_ERROR ON)
   target_link_libraries(${name} PRIVATE ${TEST_LINK} test_support GTest::gmock GTest::gtest_main)

@@ -105,9 +105,9 @@ std::string name_of(const ::testing::TestParamInfo<const char *> &file) {
 
 INSTANTIATE_TEST_SUITE_P(Programs, Hardening, ::testing::Values("bin/rdmd", "bin/minidba", "bin/rdmctl"), name_of);
 
-constexpr const char *libraries[] = {"lib/libqxapi.so.3", "lib/libcs.so.1", "lib/libdba.so.1", "lib/librdm.so.1"};
+constexpr const char *library_files[] = {"lib/libqxapi.so.3", "lib/libcs.so.1", "lib/libdba.so.1", "lib/librdm.so.1"};
 
-INSTANTIATE_TEST_SUITE_P(Libraries, Hardening, ::testing::ValuesIn(libraries), name_of);
+INSTANTIATE_TEST_SUITE_P(Libraries, Hardening, ::testing::ValuesIn(library_files), name_of);
 
 #ifdef __x86_64__
 using HardeningOfExports = Hardening;
@@ -128,7 +128,7 @@ TEST_P(HardeningOfExports, BeginWithAMarkForIndirectCalls) {
   EXPECT_GT(procedures, 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(Libraries, HardeningOfExports, ::testing::ValuesIn(libraries), name_of);
+INSTANTIATE_TEST_SUITE_P(Libraries, HardeningOfExports, ::testing::ValuesIn(library_files), name_of);
 #endif
 
 /// commands returns the compile commands of libraries and programs. Sources that are compiled together are named by a

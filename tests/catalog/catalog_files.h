@@ -17,6 +17,9 @@ namespace rdm {
 /// Attributes of a description, in the order in which they are written.
 using Attributes = std::vector<std::pair<std::string, std::string>>;
 
+/// url returns the URL of a description by its number.
+inline std::string url(int number) { return "http://localhost/" + std::to_string(number); }
+
 /// rd returns a description as text.
 std::string rd(const std::string &url, const Attributes &attributes);
 

@@ -22,7 +22,6 @@ using catalog::Lock;
 using catalog::WriteBatch;
 using testing::ElementsAre;
 
-std::string url(int i) { return "http://localhost/" + std::to_string(i); }
 std::string record(int i, const std::string &title = "T") { return rd(url(i), {{"title", title}}); }
 
 class CatalogChanges : public testing::Test {

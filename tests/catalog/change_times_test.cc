@@ -26,8 +26,6 @@ using testing::HasSubstr;
 
 constexpr time_t noon = 1'800'000'000, day = 24 * 60 * 60;
 
-std::string url(int number) { return "http://localhost/" + std::to_string(number); }
-
 class ChangeTimes : public testing::Test {
  protected:
   Finished run(std::vector<std::string> words, const std::string &input = "") const {

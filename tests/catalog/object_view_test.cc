@@ -16,7 +16,7 @@ namespace {
 
 constexpr char changed[] = "rd-last-changed";
 
-std::string attribute(const std::string &name, const std::string &value) {
+std::string attribute_of(const std::string &name, const std::string &value) {
   return attribute_head(name, value.size()) + value + '\n';
 }
 
@@ -48,11 +48,11 @@ void expect_like_parser(const std::string &text) {
 }
 
 TEST(ObjectView, IsTheObjectThatTheParserMakes) {
-  const std::string date = date_of(86400), sound = "@DOCUMENT { http://localhost/\n" + attribute("title", "1") +
-                                                   attribute("RD-last-changed", date) + attribute("a", "") +
-                                                   attribute("title", "2") + attribute("TITLE", "3\0004"s);
+  const std::string date = date_of(86400), sound = "@DOCUMENT { http://localhost/\n" + attribute_of("title", "1") +
+                                                   attribute_of("RD-last-changed", date) + attribute_of("a", "") +
+                                                   attribute_of("title", "2") + attribute_of("TITLE", "3\0004"s);
   std::string many;
-  for (int i = 0; i < 100; ++i) many += attribute("name-" + std::to_string(i % 40), std::to_string(i));
+  for (int i = 0; i < 100; ++i) many += attribute_of("name-" + std::to_string(i % 40), std::to_string(i));
   for (const std::string &text :
        {std::string(), std::string("no object"), sound + "}\n", "text @" + sound, sound + many + "}\n" + sound,
         sound.substr(0, sound.find(date) + 5), std::string("@D { {}\n}\n"), std::string("@ { x\n}\n"), "@D { \0x\n}\n"s,
@@ -64,8 +64,9 @@ TEST(ObjectView, IsTheObjectThatTheParserMakes) {
 
 TEST(ObjectView, OfDamagedTextsIsTheObjectThatTheParserMakes) {
   std::mt19937 random(20261122);
-  const std::string sound = "@DOCUMENT { http://localhost/\n" + attribute("title", "1 } 2") + attribute("a", "1") +
-                            attribute(changed, date_of(86400)) + attribute("body", std::string(20, '\n')) + "}\n";
+  const std::string sound = "@DOCUMENT { http://localhost/\n" + attribute_of("title", "1 } 2") +
+                            attribute_of("a", "1") + attribute_of(changed, date_of(86400)) +
+                            attribute_of("body", std::string(20, '\n')) + "}\n";
   constexpr char bytes[] = "@{}: \t\n09aA\0\xFF-";
   for (int i = 0; i < 20'000; ++i) {
     std::string text = sound;

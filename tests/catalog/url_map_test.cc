@@ -21,7 +21,6 @@ using testing::HasSubstr;
 constexpr int count = 20;
 constexpr size_t checksum_offset = 264 + 96, checksum_size = 24;
 
-std::string url(int number) { return "http://localhost/" + std::to_string(number); }
 std::string description(int number) { return rd(url(number), {{"title", "No. " + std::to_string(number)}}); }
 
 class DamagedUrlMap : public testing::Test {

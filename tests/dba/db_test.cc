@@ -31,11 +31,12 @@ namespace {
 
 using records::get;
 using records::item;
+using records::number_one;
 
 constexpr int create = O_RDWR | O_CREAT;
 constexpr int access_method_flags = static_cast<int>(0xE0000000u);
 
-const std::string number_one = "00000001", one = "one";
+const std::string one = "one";
 
 class Opening : public support::HostTest {
  protected:

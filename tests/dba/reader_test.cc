@@ -19,10 +19,9 @@ namespace {
 using records::get;
 using records::item;
 using records::key_of;
+using records::number_one;
 using records::Records;
 using records::value_of;
-
-const std::string number_one = "00000001";
 
 class Reading : public support::HostTest {
  protected:

@@ -16,6 +16,9 @@ namespace rdm::records {
 
 using Records = std::map<std::string, std::string>;
 
+/// number_one is the key of the description 1.
+inline const std::string number_one = "00000001";
+
 inline std::string key_of(unsigned number) {
   char text[9];
   std::snprintf(text, sizeof text, "%08x", number);

@@ -105,7 +105,7 @@ Verdict append(Memory &memory) {
   return judge(is_whole, !is_stored);
 }
 
-constexpr Operation operations[] = {
+constexpr Operation adt_scenarios[] = {
     {"cslist_create", Need::reported, create<ListPtr, cslist_create>},
     {"cslist_set_compare cslist_set_free cslist_set_copy cslist_copy_nop cslist_free_nop cslist_cmp_nop",
      [](Memory &memory) {
@@ -319,6 +319,6 @@ constexpr Operation operations[] = {
 
 }  // namespace
 
-std::vector<Operation> adt_operations() { return {std::begin(operations), std::end(operations)}; }
+std::vector<Operation> adt_operations() { return {std::begin(adt_scenarios), std::end(adt_scenarios)}; }
 
 }  // namespace rdm::faults

@@ -11,7 +11,7 @@ using namespace rdm;
 namespace {
 
 using faults::Answer;
-using faults::Request;
+using faults::SampleRequest;
 
 /// Far more than any request allocates.
 constexpr long allocation_limit = 20000;
@@ -51,7 +51,7 @@ qxapi_host failing_host() {
   return host;
 }
 
-class AllocationFaults : public ::testing::TestWithParam<Request> {
+class AllocationFaults : public ::testing::TestWithParam<SampleRequest> {
  protected:
   /// failed_at answers the request while its nth allocation fails. Returns false if it makes fewer.
   bool failed_at(long n, Answer &answer) {

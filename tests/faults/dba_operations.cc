@@ -16,8 +16,8 @@ namespace {
 
 constexpr uint32_t records = 20;
 
-/// record_of returns a record; the last is longer than a page, so that reading it allocates a block.
-std::string record_of(uint32_t number) {
+/// stored_record returns a record; the last is longer than a page, so that reading it allocates a block.
+std::string stored_record(uint32_t number) {
   std::string record(number == records ? 20000 : 100, static_cast<char>('a' + number));
   return record;
 }
@@ -34,7 +34,7 @@ std::string text_of(const DBT &item) { return {static_cast<const char *>(item.da
 std::string catalog_bytes() {
   const support::TemporaryDirectory directory;
   support::Catalog catalog(directory);
-  for (uint32_t number = 1; number <= records; ++number) catalog.put(number, record_of(number));
+  for (uint32_t number = 1; number <= records; ++number) catalog.put(number, stored_record(number));
   return support::read_file(catalog.path());
 }
 
@@ -56,7 +56,7 @@ int read(DB *database, uint32_t number) {
   const DBT name = item_of(key);
   DBT value{};
   const int result = dba_get(database, &name, &value);
-  return result == 0 && text_of(value) != record_of(number) ? -2 : result;
+  return result == 0 && text_of(value) != stored_record(number) ? -2 : result;
 }
 
 int write(DB *database, int (*put)(DB *, DBT *, const DBT *), const std::string &text) {
@@ -78,10 +78,11 @@ template <int (*put)(DB *, DBT *, const DBT *)>
 bool store(Memory &memory) {
   const Catalog catalog;
   const DatabasePtr database = catalog.open("w");
-  return memory.failing([&] { return write(database.get(), put, record_of(1)); }) == 0 && read(database.get(), 1) == 0;
+  return memory.failing([&] { return write(database.get(), put, stored_record(1)); }) == 0 &&
+         read(database.get(), 1) == 0;
 }
 
-constexpr Operation operations[] = {
+constexpr Operation dba_scenarios[] = {
     {"dba_open", Need::reported,
      [](Memory &memory) { return open_with(memory, [](const char *path) { return dba_open(path, "r"); }); }},
     {"dba_close",
@@ -132,7 +133,7 @@ constexpr Operation operations[] = {
          const int result = memory.failing([&] { return next(database.get(), &key, &value); });
          if (result == 0) {
            const auto number = static_cast<uint32_t>(std::stoul(text_of(key), nullptr, 16));
-           is_sound = is_sound && text_of(value) == record_of(number) && found.insert(text_of(key)).second;
+           is_sound = is_sound && text_of(value) == stored_record(number) && found.insert(text_of(key)).second;
          }
          if (result == -1) {
            has_failed = true;
@@ -170,6 +171,6 @@ constexpr Operation operations[] = {
 
 }  // namespace
 
-std::vector<Operation> dba_operations() { return {std::begin(operations), std::end(operations)}; }
+std::vector<Operation> dba_operations() { return {std::begin(dba_scenarios), std::end(dba_scenarios)}; }
 
 }  // namespace rdm::faults

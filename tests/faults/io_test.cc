@@ -10,7 +10,7 @@ using namespace rdm;
 namespace {
 
 using faults::Answer;
-using faults::Request;
+using faults::SampleRequest;
 
 constexpr long operation_limit = 20000;
 constexpr long no_blocks = 0;
@@ -72,7 +72,7 @@ qxapi_host failing_host() {
   return host;
 }
 
-class IoFaults : public ::testing::TestWithParam<Request> {
+class IoFaults : public ::testing::TestWithParam<SampleRequest> {
  protected:
   ~IoFaults() override { fault = Fault{}; }
 

@@ -73,7 +73,7 @@ bool is_whole(const Taxonomy *taxonomy) {
          equals(host_param_find("maintainer", taxonomy->info), "me");
 }
 
-constexpr Operation operations[] = {
+constexpr Operation libcs_scenarios[] = {
     {"_cslog_do_print _cslog_set_params",
      [](Memory &memory) {
        const Diagnostics log;
@@ -271,6 +271,6 @@ constexpr Operation operations[] = {
 
 }  // namespace
 
-std::vector<Operation> libcs_operations() { return {std::begin(operations), std::end(operations)}; }
+std::vector<Operation> libcs_operations() { return {std::begin(libcs_scenarios), std::end(libcs_scenarios)}; }
 
 }  // namespace rdm::faults

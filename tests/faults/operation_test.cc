@@ -26,7 +26,7 @@ using faults::Operation;
 using faults::Verdict;
 
 /// Far more than any operation allocates.
-constexpr long allocation_limit = 20000;
+constexpr long scenario_limit = 20000;
 
 template <typename... Lists>
 std::vector<Operation> together(Lists... lists) {
@@ -111,11 +111,11 @@ class OperationFaults : public ::testing::TestWithParam<Case> {
 
   void sweep(bool for_good) {
     long n = 1;
-    for (; n < allocation_limit; ++n) {
+    for (; n < scenario_limit; ++n) {
       SCOPED_TRACE("allocation " + std::to_string(n) + (for_good ? " and all that follow" : ""));
       if (!run(n, for_good)) break;
     }
-    EXPECT_LT(n, allocation_limit);
+    EXPECT_LT(n, scenario_limit);
     if (need() == Need::none)
       EXPECT_EQ(n, 1) << "it takes memory";
     else

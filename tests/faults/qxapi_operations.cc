@@ -46,7 +46,7 @@ bool open_file(Memory &memory) {
   return bool(HostFileGuard(memory.failing([&] { return open(file.path.c_str()); })));
 }
 
-constexpr Operation operations[] = {
+constexpr Operation qxapi_scenarios[] = {
     {"host_alloc", Need::reported,
      [](Memory &memory) {
        const HostText block(static_cast<char *>(memory.failing([] { return host_alloc(10); })));
@@ -237,6 +237,6 @@ constexpr Operation operations[] = {
 
 }  // namespace
 
-std::vector<Operation> qxapi_operations() { return {std::begin(operations), std::end(operations)}; }
+std::vector<Operation> qxapi_operations() { return {std::begin(qxapi_scenarios), std::end(qxapi_scenarios)}; }
 
 }  // namespace rdm::faults

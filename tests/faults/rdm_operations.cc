@@ -28,7 +28,7 @@ namespace {
 
 using support::soif;
 
-constexpr uint32_t descriptions = 5;
+constexpr uint32_t catalog_size = 5;
 
 std::string record_of(uint32_t number) {
   return soif("FILE", "http://localhost/" + std::to_string(number), {{"title", std::to_string(number)}});
@@ -54,7 +54,7 @@ struct Files {
 
   Files() {
     std::vector<std::pair<uint32_t, uint32_t>> entries;
-    for (uint32_t number = 1; number <= descriptions; ++number) {
+    for (uint32_t number = 1; number <= catalog_size; ++number) {
       catalog.put(number, record_of(number));
       entries.emplace_back(number, number);
     }
@@ -266,7 +266,7 @@ Verdict handler(Memory &memory) {
   });
 }
 
-constexpr Operation operations[] = {
+constexpr Operation rdm_scenarios[] = {
     {"rdm_init", Need::unreported,
      [](Memory &memory) {
        return start_service(memory, [&](const Start &start) {
@@ -432,7 +432,7 @@ constexpr Operation operations[] = {
        cs_dbindex index{};
        const int result = memory.failing([&] { return cs_dbsearch_start("c", &index); });
        const HostPtr<cs_dbentry> entries(index.entries);
-       return judge(result == 0 && index.count == descriptions && index.entries[4].key == 5,
+       return judge(result == 0 && index.count == catalog_size && index.entries[4].key == 5,
                     result == 1 && index.entries == nullptr);
      }},
     {"cs_dbsearch",
@@ -454,8 +454,8 @@ constexpr Operation operations[] = {
            memory.failing([&] { return send_since("c", &index, 0, nullptr, &count, &bytes, service.sn, service.rq); });
        const std::string &text = support::host_record().sent;
        std::string whole = soif("RDMHEADER", "-", {{"rdm-version", "1.0"}, {"rdm-type", "rd-response"}}) + "\n\n";
-       for (uint32_t number = 1; number <= descriptions; ++number) whole += record_of(number);
-       if (text == whole && result == 0 && count == descriptions && bytes == whole.size()) return Verdict::right;
+       for (uint32_t number = 1; number <= catalog_size; ++number) whole += record_of(number);
+       if (text == whole && result == 0 && count == catalog_size && bytes == whole.size()) return Verdict::right;
        // If the declared bytes cannot follow, the connection is broken off.
        if (result == -1) return judge(false, text.size() < bytes || text.empty());
        const bool is_known =
@@ -501,6 +501,6 @@ constexpr Operation operations[] = {
 
 }  // namespace
 
-std::vector<Operation> rdm_operations() { return {std::begin(operations), std::end(operations)}; }
+std::vector<Operation> rdm_operations() { return {std::begin(rdm_scenarios), std::end(rdm_scenarios)}; }
 
 }  // namespace rdm::faults

@@ -127,7 +127,7 @@ Verdict list_all(Memory &memory) {
                out == nullptr && count == 0);
 }
 
-constexpr Operation operations[] = {
+constexpr Operation registry_scenarios[] = {
     // The log reports an incomplete registry; the operator then restarts the service.
     {"csid_init", Need::reported,
      [](Memory &memory) {
@@ -240,6 +240,6 @@ constexpr Operation operations[] = {
 
 }  // namespace
 
-std::vector<Operation> registry_operations() { return {std::begin(operations), std::end(operations)}; }
+std::vector<Operation> registry_operations() { return {std::begin(registry_scenarios), std::end(registry_scenarios)}; }
 
 }  // namespace rdm::faults

@@ -51,7 +51,7 @@ std::string configure(const support::TemporaryDirectory &directory, const std::s
       "rdm.conf", "bindir=\"/nowhere\" csid-config=\"" + services + "\" csid-default=\"" + csid + "\" " + logs + "\n");
 }
 
-std::string bytes_of(const hosts::Piece &piece) {
+std::string sent_by(const hosts::Piece &piece) {
   std::string part(static_cast<size_t>(piece.length), '\0');
   if (piece.records) {
     hosts::RecordCursor cursor(*piece.records);
@@ -67,13 +67,13 @@ std::string bytes_of(const hosts::Piece &piece) {
   return piece.is_bytes() ? piece.bytes : part;
 }
 
-std::string bytes_of(hosts::Exchange &exchange) {
+std::string sent_by(hosts::Exchange &exchange) {
   std::string bytes;
-  for (const hosts::Piece &piece : exchange.queue().take()) bytes += bytes_of(piece);
+  for (const hosts::Piece &piece : exchange.queue().take()) bytes += sent_by(piece);
   return bytes;
 }
 
-void fill(hosts::Exchange &exchange, const Request &request) {
+void fill(hosts::Exchange &exchange, const SampleRequest &request) {
   exchange.client("ip", "127.0.0.1");
   exchange.line("method", request.method);
   exchange.line("uri", request.uri);
@@ -84,16 +84,16 @@ void fill(hosts::Exchange &exchange, const Request &request) {
 
 }  // namespace
 
-void PrintTo(const Request &request, std::ostream *out) { *out << request.name; }
+void PrintTo(const SampleRequest &request, std::ostream *out) { *out << request.name; }
 
-std::string name_of(const ::testing::TestParamInfo<Request> &info) {
+std::string name_of(const ::testing::TestParamInfo<SampleRequest> &info) {
   std::string name = info.param.name;
   std::replace(name.begin(), name.end(), ' ', '_');
   return name;
 }
 
-const std::vector<Request> &requests() {
-  static const std::vector<Request> all = {
+const std::vector<SampleRequest> &requests() {
+  static const std::vector<SampleRequest> all = {
       {"status by GET", "GET", "/rdm/status-request", "", ""},
       {"status by POST", "POST", "/rdm/incoming", "", message("status-request", "")},
       {"everything by GET", "GET", "/rdm/rd-request", "ql=gatherer&scope=all&view-attributes=title,text", "",
@@ -125,16 +125,18 @@ Service::~Service() {
   qxapi_bind(nullptr);
 }
 
-Answer Service::serve(const Request &request, const std::function<void()> &arm, const std::function<void()> &disarm) {
+Answer Service::serve(const SampleRequest &request, const std::function<void()> &arm,
+                      const std::function<void()> &disarm) {
   hosts::Exchange exchange;
   fill(exchange, request);
   if (arm) arm();
   const hosts::Outcome outcome = hosts::serve(plugin_, exchange);
   if (disarm) disarm();
-  return {outcome, bytes_of(exchange), exchange.delimited()};
+  return {outcome, sent_by(exchange), exchange.delimited()};
 }
 
-Answer Service::answer(const Request &request, const std::function<void()> &arm, const std::function<void()> &disarm) {
+Answer Service::answer(const SampleRequest &request, const std::function<void()> &arm,
+                       const std::function<void()> &disarm) {
   const long before = live_blocks_;
   Answer answer = serve(request, arm, disarm);
   // The service keeps a catalog open, unless something failed: let it open the catalog again.

@@ -16,19 +16,19 @@
 
 namespace rdm::faults {
 
-struct Request {
+struct SampleRequest {
   std::string name;
   std::string method, uri, query, body;
   long file_operations = 0;  // at least this many file operations are made
 };
 
 /// PrintTo and name_of show a request by its name in reports and test names.
-void PrintTo(const Request &request, std::ostream *out);
-std::string name_of(const ::testing::TestParamInfo<Request> &info);
+void PrintTo(const SampleRequest &request, std::ostream *out);
+std::string name_of(const ::testing::TestParamInfo<SampleRequest> &info);
 
 /// requests returns one request of each kind: answers from memory, from a file, from the catalog, and refusals.
 /// Submissions are missing, because the service runs other programs for them.
-const std::vector<Request> &requests();
+const std::vector<SampleRequest> &requests();
 
 /// Answer is the host's result of a request.
 struct Answer {
@@ -50,10 +50,11 @@ class Service {
   ~Service();
 
   /// answer passes a request to the service. `arm` is called just before the plug-in, `disarm` just after it.
-  Answer answer(const Request &request, const std::function<void()> &arm = {},
+  Answer answer(const SampleRequest &request, const std::function<void()> &arm = {},
                 const std::function<void()> &disarm = {});
   /// serve does the same without counting blocks; any thread may call it.
-  Answer serve(const Request &request, const std::function<void()> &arm = {}, const std::function<void()> &disarm = {});
+  Answer serve(const SampleRequest &request, const std::function<void()> &arm = {},
+               const std::function<void()> &disarm = {});
 
   /// change_catalog writes the index of the catalog again, so that the next request opens the catalog again.
   void change_catalog();

@@ -46,7 +46,7 @@ std::string printed(const SOIF *object) {
 
 bool is_whole(const SOIF *object) { return object != nullptr && printed(object) == object_text; }
 
-constexpr Operation operations[] = {
+constexpr Operation soif_scenarios[] = {
     {"avpair_create", Need::reported,
      [](Memory &memory) {
        AVPair *made = nullptr;
@@ -243,6 +243,6 @@ constexpr Operation operations[] = {
 
 }  // namespace
 
-std::vector<Operation> soif_operations() { return {std::begin(operations), std::end(operations)}; }
+std::vector<Operation> soif_operations() { return {std::begin(soif_scenarios), std::end(soif_scenarios)}; }
 
 }  // namespace rdm::faults

@@ -9,8 +9,9 @@ using namespace rdm;
 
 namespace {
 
-/// words_of returns the words of a line as "[NAME]" or "[NAME|VALUE]"; a value whose quote stays open ends with "...".
-std::string words_of(std::string_view line) {
+/// written_words returns the words of a line as "[NAME]" or "[NAME|VALUE]"; a value whose quote stays open ends with
+/// "...".
+std::string written_words(std::string_view line) {
   std::string text;
   while (const auto word = config_line::take_word(line)) {
     text += "[" + std::string(word->name);
@@ -39,7 +40,7 @@ TEST(ConfigLine, IsWordsBetweenBlanks) {
       {"url=http://host:80/x?y=z", "[url|http://host:80/x?y=z]"},
       {"\"a b\"=1", "[\"a][b\"|1]"},
   };
-  for (const auto &row : cases) EXPECT_EQ(words_of(row.line), row.words) << row.line;
+  for (const auto &row : cases) EXPECT_EQ(written_words(row.line), row.words) << row.line;
 }
 
 TEST(ConfigLine, QuotesHoldBlanksTogether) {
@@ -49,7 +50,7 @@ TEST(ConfigLine, QuotesHoldBlanksTogether) {
       {"a=\"b c\" d=1", "[a|b c][d|1]"}, {"a=\"\"", "[a|]"},  {"a=\"b\"c", "[a|b][c]"},  {"a=\"b\"c=1", "[a|b][c|1]"},
       {"a=b\"c d\"", "[a|b\"c][d\"]"},   {"a=\"", "[a|...]"}, {"a=\"b c", "[a|b c...]"}, {"=\"b", "[|b...]"},
   };
-  for (const auto &row : cases) EXPECT_EQ(words_of(row.line), row.words) << row.line;
+  for (const auto &row : cases) EXPECT_EQ(written_words(row.line), row.words) << row.line;
 }
 
 TEST(ConfigLine, ABackslashKeepsTheCharacterAfterItInTheValue) {
@@ -61,7 +62,7 @@ TEST(ConfigLine, ABackslashKeepsTheCharacterAfterItInTheValue) {
       {R"(a="b\)", R"([a|b\...])"},          {R"(a=b\)", R"([a|b\])"},
       {R"(a\ b=1)", R"([a\][b|1])"},         {R"(a=\"b c")", R"([a|\"b][c"])"},
   };
-  for (const auto &row : cases) EXPECT_EQ(words_of(row.line), row.words) << row.line;
+  for (const auto &row : cases) EXPECT_EQ(written_words(row.line), row.words) << row.line;
 }
 
 TEST(ConfigLine, UnescapingDropsEachBackslashThatACharacterFollows) {

@@ -10,6 +10,9 @@
 
 namespace rdm::support {
 
+/// accept_gzip is the header with which a client accepts it.
+inline constexpr char accept_gzip[] = "Accept-Encoding: gzip\r\n";
+
 /// gunzip returns the text of one complete gzip member, or "malformed" if `bytes` are not exactly that.
 inline std::string gunzip(std::string bytes) {
   z_stream stream{};

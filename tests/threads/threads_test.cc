@@ -19,7 +19,7 @@ using namespace rdm;
 namespace {
 
 using faults::Answer;
-using faults::Request;
+using faults::SampleRequest;
 
 constexpr int threads = 8;
 constexpr int rounds = 12;
@@ -31,8 +31,8 @@ void run_on_threads(const std::function<void(int)> &work) {
 }
 
 /// in_turn_from performs some work for every request, starting with another one in each thread.
-void in_turn_from(int thread, const std::function<void(const Request &)> &work) {
-  const std::vector<Request> &requests = faults::requests();
+void in_turn_from(int thread, const std::function<void(const SampleRequest &)> &work) {
+  const std::vector<SampleRequest> &requests = faults::requests();
   for (size_t i = 0; i < requests.size(); ++i) work(requests[(i + static_cast<size_t>(thread)) % requests.size()]);
 }
 
@@ -65,7 +65,7 @@ class ManyThreads : public testing::Test {
 TEST_F(ManyThreads, GetTheSameAnswersAsASingleThread) {
   const size_t before = lines("diagnostics").size();
   std::map<std::string, Answer> alone;
-  for (const Request &request : faults::requests()) alone.emplace(request.name, service_.serve(request));
+  for (const SampleRequest &request : faults::requests()) alone.emplace(request.name, service_.serve(request));
   const std::map<std::string, int> once = transactions();
   ASSERT_GE(once.size(), 3u);
   const size_t diagnostics = lines("diagnostics").size() - before;
@@ -74,7 +74,7 @@ TEST_F(ManyThreads, GetTheSameAnswersAsASingleThread) {
   std::atomic<int> others = 0;
   run_on_threads([&](int thread) {
     for (int round = 0; round < rounds; ++round)
-      in_turn_from(thread, [&](const Request &request) {
+      in_turn_from(thread, [&](const SampleRequest &request) {
         const Answer answer = service_.serve(request), &right = alone.at(request.name);
         if (answer.body != right.body || answer.outcome != right.outcome || !answer.delimited) ++others;
       });
@@ -90,7 +90,7 @@ TEST_F(ManyThreads, GetTheSameAnswersAsASingleThread) {
 TEST_F(ManyThreads, WriteWholeLinesOfDiagnostics) {
   run_on_threads([&](int thread) {
     for (int round = 0; round < rounds; ++round) {
-      in_turn_from(thread, [&](const Request &request) { service_.serve(request); });
+      in_turn_from(thread, [&](const SampleRequest &request) { service_.serve(request); });
       for (int i = 0; i < 20; ++i) CSLOG(CSLOG_ERROR, "test", "thread %d says %s.\n", thread, "what it says");
     }
   });

@@ -13,6 +13,7 @@
 #include "catalog/os/error.h"
 #include "support/database.h"
 #include "support/files.h"
+#include "support/random_bytes.h"
 
 using namespace rdm;
 
@@ -29,8 +30,7 @@ std::string key_of(uint32_t number) {
 class HashWriter : public ::testing::Test {
  protected:
   void add(size_t size) {
-    std::string value(size, ' ');
-    for (char &byte : value) byte = static_cast<char>(random_());
+    const std::string value = support::random_bytes(random_, size);
     const auto number = static_cast<uint32_t>(values_.size() + 1);
     const std::string key = key_of(number);
     items_.push_back({number, hashdb::default_hash(key.data(), key.size()), 8, static_cast<uint32_t>(size)});

@@ -14,6 +14,7 @@
 #include "catalog/hash/page_map.h"
 #include "support/database.h"
 #include "support/files.h"
+#include "support/random_bytes.h"
 
 using namespace rdm;
 
@@ -28,11 +29,7 @@ using Records = std::map<std::string, std::string>;
 
 class HashEditor : public ::testing::Test {
  protected:
-  std::string random_value(size_t longest) {
-    std::string value(random_() % (longest + 1), ' ');
-    for (char &byte : value) byte = static_cast<char>(random_());
-    return value;
-  }
+  std::string random_value(size_t longest) { return support::random_bytes(random_, random_() % (longest + 1)); }
   static std::string key_of(uint32_t number) {
     char text[16];
     std::snprintf(text, sizeof text, "key %u", number);

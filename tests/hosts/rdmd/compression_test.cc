@@ -12,11 +12,10 @@ using namespace rdm;
 
 namespace {
 
+using support::accept_gzip;
 using support::gunzip;
 using support::HttpClient;
 using support::HttpResponse;
-
-constexpr char accepting[] = "Accept-Encoding: gzip\r\n";
 
 class HostCompression : public support::ServerTest {
  protected:
@@ -35,7 +34,7 @@ class HostCompression : public support::ServerTest {
 TEST_F(HostCompression, ACompressedAnswerHasTheBytesOfThePlainOne) {
   start();
   for (const std::size_t size : {1'024, 65'536, 65'537, 5'000'000}) {
-    const HttpResponse response = ask("/rdm/big?" + std::to_string(size), accepting);
+    const HttpResponse response = ask("/rdm/big?" + std::to_string(size), accept_gzip);
     EXPECT_EQ(gunzip(response.body), pattern(size));
     EXPECT_LT(response.body.size(), size / 2);
     EXPECT_EQ(without_own_fields(response.head),
@@ -48,16 +47,16 @@ TEST_F(HostCompression, ACompressedAnswerHasTheBytesOfThePlainOne) {
 TEST_F(HostCompression, AFileIsCompressedToo) {
   start();
   const std::string content = pattern(300'000), file = directory_.write("file", content);
-  EXPECT_EQ(gunzip(ask("/rdm/shared-file?" + file, accepting).body), content);
+  EXPECT_EQ(gunzip(ask("/rdm/shared-file?" + file, accept_gzip).body), content);
   EXPECT_EQ(ask("/rdm/shared-file?" + file, "").body, content);
-  EXPECT_EQ(gunzip(ask("/rdm/file?" + file, accepting).body), content) << "which the plug-in has removed";
+  EXPECT_EQ(gunzip(ask("/rdm/file?" + file, accept_gzip).body), content) << "which the plug-in has removed";
 }
 
 TEST_F(HostCompression, TheConnectionIsKeptAndFurtherAnswersFollow) {
   start();
   HttpClient client(port_);
-  client.send(get("/rdm/big?200000", accepting) + get("/rdm/fast", accepting) + get("/rdm/big?200000") +
-              post("/rdm/big?3000", "body", accepting));
+  client.send(get("/rdm/big?200000", accept_gzip) + get("/rdm/fast", accept_gzip) + get("/rdm/big?200000") +
+              post("/rdm/big?3000", "body", accept_gzip));
   EXPECT_EQ(gunzip(client.receive().body), pattern(200'000));
   EXPECT_EQ(client.receive().body, "fast\n");
   EXPECT_EQ(client.receive().body, pattern(200'000));
@@ -83,7 +82,7 @@ TEST_F(HostCompression, ClientsThatDoNotAcceptItGetThePlainAnswer) {
 
 TEST_F(HostCompression, ShortAnswersAndAnswersToHeadStayAsThePluginMadeThem) {
   start();
-  const HttpResponse brief = ask("/rdm/big?1023", accepting);
+  const HttpResponse brief = ask("/rdm/big?1023", accept_gzip);
   EXPECT_EQ(brief.body, pattern(1'023));
   EXPECT_EQ(brief.fields.count("vary"), 0U);
   HttpClient client(port_);
@@ -96,21 +95,21 @@ TEST_F(HostCompression, ShortAnswersAndAnswersToHeadStayAsThePluginMadeThem) {
 
 TEST_F(HostCompression, CanBeSwitchedOff) {
   start({"--no-gzip"});
-  const HttpResponse response = ask("/rdm/big?4000", accepting);
+  const HttpResponse response = ask("/rdm/big?4000", accept_gzip);
   EXPECT_EQ(response.body, pattern(4'000));
   EXPECT_EQ(response.fields.count("vary"), 0U);
 }
 
 TEST_F(HostCompression, TheAccessLogCountsTheBytesSent) {
   start();
-  const std::string size = std::to_string(ask("/rdm/big?100000", accepting).body.size());
+  const std::string size = std::to_string(ask("/rdm/big?100000", accept_gzip).body.size());
   EXPECT_NE(await_access(1).find("\"GET /rdm/big?100000 HTTP/1.1\" 200 " + size + " "), std::string::npos) << access();
 }
 
 TEST_F(HostCompression, OnlyTheCompressedFileCountsTowardsTheSpillLimit) {
   start({"--spill-limit", "3M"});
   EXPECT_EQ(ask("/rdm/big?4000000", "").status, 503);
-  EXPECT_EQ(gunzip(ask("/rdm/big?4000000", accepting).body), pattern(4'000'000));
+  EXPECT_EQ(gunzip(ask("/rdm/big?4000000", accept_gzip).body), pattern(4'000'000));
   EXPECT_TRUE(support::eventually([this] { return server_->temporary_files() == 0; }));
 }
 

@@ -15,10 +15,10 @@ using namespace rdm;
 
 namespace {
 
+using support::accept_gzip;
 using support::HttpClient;
 using support::HttpResponse;
 
-constexpr char accepting[] = "Accept-Encoding: gzip\r\n";
 constexpr char then[] = "Sun, 06 Nov 1994 08:49:37 GMT";
 
 class HostConditions : public support::ServerTest {
@@ -56,7 +56,7 @@ class HostConditions : public support::ServerTest {
 
 TEST_F(HostConditions, APreparedAnswerIsSentOnce) {
   start();
-  for (const std::string coding : {"", accepting}) {
+  for (const std::string coding : {"", accept_gzip}) {
     const HttpResponse first = ask(coding);
     const std::string tag = first.field("etag");
     EXPECT_FALSE(tag.empty());
@@ -76,7 +76,7 @@ TEST_F(HostConditions, APreparedAnswerIsSentOnce) {
 
 TEST_F(HostConditions, TheCompressedFormHasATagOfItsOwn) {
   start();
-  const HttpResponse plain = ask(), compressed = ask(accepting);
+  const HttpResponse plain = ask(), compressed = ask(accept_gzip);
   EXPECT_NE(plain.field("etag"), compressed.field("etag"));
   EXPECT_EQ(support::gunzip(compressed.body), plain.body);
   EXPECT_EQ(ask_again("If-None-Match: " + compressed.field("etag") + "\r\n").status, 200);

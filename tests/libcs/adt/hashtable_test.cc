@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <libcs/adt.h>
 
+#include "libcs/adt/callbacks.h"
 #include "libcs/guard.h"
 #include "support/memory_host.h"
 
@@ -13,16 +14,15 @@ using namespace rdm;
 
 namespace {
 
+using support::copy_nothing;
+using support::match_everything;
 using ::testing::ElementsAre;
 
-std::vector<std::string> released;
-void note_released(void *item) {
-  released.emplace_back(static_cast<char *>(item));
+std::vector<std::string> released_texts;
+void note_and_release(void *item) {
+  released_texts.emplace_back(static_cast<char *>(item));
   free(item);
 }
-
-void *copy_nothing(const void *) { return nullptr; }
-int match_everything(const void *, const void *) { return 0; }
 
 /// hash_letter returns the first letter of the key, so that tests choose buckets.
 uint32_t hash_letter(const void *key) { return static_cast<uint32_t>(*static_cast<const char *>(key) - 'a'); }
@@ -47,7 +47,7 @@ const char *text(const void *item) { return static_cast<const char *>(item); }
 
 class HashTable : public support::HostTest {
  protected:
-  HashTable() { released.clear(); }
+  HashTable() { released_texts.clear(); }
 };
 
 TEST_F(HashTable, BucketCountBelowOneMeansSeven) {
@@ -95,7 +95,7 @@ TEST_F(HashTable, NullIsRefused) {
   EXPECT_EQ(cshashtable_set_hash(nullptr, hash_letter), 1u);
   EXPECT_EQ(cshashtable_set_copy(nullptr, copy_nothing), 1u);
   EXPECT_EQ(cshashtable_set_compare(nullptr, match_everything), 1u);
-  EXPECT_EQ(cshashtable_set_free(nullptr, note_released), 1u);
+  EXPECT_EQ(cshashtable_set_free(nullptr, note_and_release), 1u);
   EXPECT_EQ(cshashtable_insert(nullptr, "a", "a"), 1u);
   EXPECT_EQ(cshashtable_delete(nullptr, "a"), 1u);
   EXPECT_EQ(cshashtable_find(nullptr, "a"), nullptr);
@@ -123,15 +123,15 @@ TEST_F(HashTable, SettersReachEveryBucket) {
   EXPECT_EQ(cshashtable_set_hash(table.get(), hash_letter), 0u);
   EXPECT_EQ(cshashtable_set_copy(table.get(), copy_nothing), 0u);
   EXPECT_EQ(cshashtable_set_compare(table.get(), match_everything), 0u);
-  EXPECT_EQ(cshashtable_set_free(table.get(), note_released), 0u);
+  EXPECT_EQ(cshashtable_set_free(table.get(), note_and_release), 0u);
   EXPECT_EQ(table->hash, hash_letter);
   EXPECT_EQ(table->copy, copy_nothing);
   EXPECT_EQ(table->compare, match_everything);
-  EXPECT_EQ(table->free, note_released);
+  EXPECT_EQ(table->free, note_and_release);
   for (int i = 0; i < 3; ++i) {
     EXPECT_EQ(table->buckets[i]->copy, copy_nothing);
     EXPECT_EQ(table->buckets[i]->compare, match_everything);
-    EXPECT_EQ(table->buckets[i]->free, note_released);
+    EXPECT_EQ(table->buckets[i]->free, note_and_release);
   }
 }
 
@@ -179,12 +179,12 @@ TEST_F(HashTable, FindByHashValueSearchesItsBucketOnly) {
 
 TEST_F(HashTable, DeleteAndFreeReleaseTheItems) {
   HashTablePtr table = make_letter_table();
-  cshashtable_set_free(table.get(), note_released);
+  cshashtable_set_free(table.get(), note_and_release);
   insert(table, {"b", "a", "d", "c"});
   EXPECT_EQ(cshashtable_delete(table.get(), "c"), 0u);
-  EXPECT_THAT(released, ElementsAre("c"));
+  EXPECT_THAT(released_texts, ElementsAre("c"));
   EXPECT_EQ(cshashtable_free(table.release()), 0u);
-  EXPECT_THAT(released, ElementsAre("c", "a", "d", "b"));
+  EXPECT_THAT(released_texts, ElementsAre("c", "a", "d", "b"));
 }
 
 TEST_F(HashTable, IterateVisitsBucketsInOrder) {

@@ -8,6 +8,7 @@
 #include <libcs/adt.h>
 #include <libcs/log.h>
 
+#include "libcs/adt/callbacks.h"
 #include "libcs/guard.h"
 #include "support/diagnostics.h"
 #include "support/memory_host.h"
@@ -16,6 +17,8 @@ using namespace rdm;
 
 namespace {
 
+using support::copy_nothing;
+using support::match_everything;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
@@ -24,9 +27,6 @@ void visit(void *data) { visited.emplace_back(static_cast<const char *>(data)); 
 
 std::vector<void *> released;
 void note_released(void *item) { released.push_back(item); }
-
-void *copy_nothing(const void *) { return nullptr; }
-int match_everything(const void *, const void *) { return 0; }
 
 std::vector<std::string> contents(cslist *list) {
   visited.clear();

@@ -13,7 +13,7 @@ using namespace rdm;
 
 namespace {
 
-using Pairs = std::vector<std::pair<const char *, std::string>>;
+using Parameters = std::vector<std::pair<const char *, std::string>>;
 
 std::string contents(csio *io) {
   std::string bytes;
@@ -25,7 +25,7 @@ std::string contents(csio *io) {
 
 class RdmQuery : public support::HostTest {
  protected:
-  const char *convert(const Pairs &parameters, uint32_t max_memory = 0) {
+  const char *convert(const Parameters &parameters, uint32_t max_memory = 0) {
     const PblockPtr block(host_param_create(7));
     for (const auto &[name, value] : parameters) host_param_add(name, value.c_str(), block.get());
     header = make_csio(max_memory);
@@ -46,7 +46,7 @@ std::string query_with(const std::string &lines = "") { return "@RDMQUERY { -\n"
 
 TEST_F(RdmQuery, HasAHeaderAndAQueryObject) {
   const struct {
-    Pairs parameters;
+    Parameters parameters;
     std::string header, query;
   } rows[] = {
       {{{"type", "rd-request"}}, header_with("rd-request"), query_with()},

@@ -22,7 +22,7 @@ constexpr time_t day = 24 * hour;
 constexpr time_t nov_16 = 1794787200;                           // 2026-11-16 00:00:00 UTC
 constexpr time_t moment = nov_16 + 3 * hour + 41 * minute + 7;  // 03:41:07
 
-struct Row {
+struct ParsedRow {
   const char *text;
   time_t instant;
 };
@@ -30,10 +30,10 @@ struct Row {
 time_t parse(const std::string &text) { return ZAN_ParseTimeString(text.c_str(), 1); }
 
 template <size_t n>
-void expect_rows(const Row (&rows)[n]) {
+void expect_rows(const ParsedRow (&rows)[n]) {
   for (const char *name : support::time_zones) {
     const TimeZone zone(name);
-    for (const Row &row : rows) EXPECT_EQ(parse(row.text), row.instant) << '"' << row.text << "\" in " << name;
+    for (const ParsedRow &row : rows) EXPECT_EQ(parse(row.text), row.instant) << '"' << row.text << "\" in " << name;
   }
 }
 

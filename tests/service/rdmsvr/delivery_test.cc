@@ -14,7 +14,7 @@ namespace {
 using support::Diagnostics;
 using support::Exchange;
 
-csio *buffer_of(const std::string &text, uint32_t max_memory = 0) {
+csio *result_of(const std::string &text, uint32_t max_memory = 0) {
   CsioPtr io = make_csio(max_memory);
   if (!text.empty()) csio_append(io.get(), text.data(), static_cast<int32_t>(text.size()));
   return io.release();
@@ -62,16 +62,16 @@ TEST_F(Delivery, AHeaderThatTheHostRefusesDoesNotStopTheAnswer) {
   qxapi_host table = support::memory_host();
   table.start_response = [](Session *, Request *) -> int { return HOST_ABORT; };
   qxapi_bind(&table);
-  EXPECT_EQ(send(buffer_of("answer")), 0);
+  EXPECT_EQ(send(result_of("answer")), 0);
   EXPECT_EQ(host.sent, "answer");
 }
 
 TEST_F(Delivery, AsksItsHostInOrder) {
   Exchange file("GET", "/rdm/incoming");
-  csio *result = buffer_of(std::string(50000, 'x'), 32768);
+  csio *result = result_of(std::string(50000, 'x'), 32768);
   const std::string path = result->filename;
   const support::Trace trace;
-  EXPECT_EQ(send(buffer_of("answer")), 0);
+  EXPECT_EQ(send(result_of("answer")), 0);
   EXPECT_EQ(x_.response("content-length"), "6");
   EXPECT_EQ(rdm_send_result(1, result, &file.session, &file.request), 0);
   const std::vector<std::string> expected = {"set_status 200",   "start_response", "net_write 6",
@@ -81,7 +81,7 @@ TEST_F(Delivery, AsksItsHostInOrder) {
 }
 
 TEST_F(Delivery, SendsTheFileRatherThanTheMemory) {
-  csio *result = buffer_of("memory");
+  csio *result = result_of("memory");
   csio_dup2file(result);
   ASSERT_EQ(result->flags, 0x11u);
   support::write_file(result->filename, "a file");
@@ -100,7 +100,7 @@ TEST_F(Delivery, HeaderKeepsFieldsThatAreSet) {
 }
 
 TEST_F(Delivery, SendsNoHeaderIfNoneIsWanted) {
-  EXPECT_EQ(send(buffer_of("answer"), 0), 0);
+  EXPECT_EQ(send(result_of("answer"), 0), 0);
   EXPECT_EQ(host.sent, "answer");
   EXPECT_EQ(host.responses_started, 0);
   EXPECT_EQ(x_.response("content-length"), "");
@@ -108,7 +108,7 @@ TEST_F(Delivery, SendsNoHeaderIfNoneIsWanted) {
 
 TEST_F(Delivery, SendsAFileAndRemovesItWithItsBuffer) {
   const std::string text(100000, 'x');
-  csio *result = buffer_of(text, 32768);
+  csio *result = result_of(text, 32768);
   const std::string path = result->filename;
   EXPECT_EQ(send(result), 0);
   EXPECT_EQ(host.sent, text);
@@ -117,7 +117,7 @@ TEST_F(Delivery, SendsAFileAndRemovesItWithItsBuffer) {
 }
 
 TEST_F(Delivery, SendsTheBytesOfAFileThatWaitInMemory) {
-  csio *result = buffer_of(std::string(50000, 'x'), 32768);
+  csio *result = result_of(std::string(50000, 'x'), 32768);
   csio_append(result, "the end", 7);
   ASSERT_EQ(result->wbuf_len, 7);
   EXPECT_EQ(send(result), 0);
@@ -130,22 +130,22 @@ TEST_F(Delivery, ReportsALostClientFromLevelZeroUp) {
   {
     const Diagnostics diagnostics(0);
     errno = EPIPE;
-    EXPECT_EQ(send(buffer_of("answer")), -1);
+    EXPECT_EQ(send(result_of("answer")), -1);
     EXPECT_EQ(diagnostics.text(), "ERROR: Network write failure: Broken pipe\n");
   }
   const Diagnostics diagnostics(-1);
-  EXPECT_EQ(send(buffer_of("answer")), -1);
+  EXPECT_EQ(send(result_of("answer")), -1);
   EXPECT_EQ(diagnostics.text(), "");
 }
 
 TEST_F(Delivery, ReportsAFileThatCannotBeTransmitted) {
   host.fail_net_write = true;
-  EXPECT_EQ(send(buffer_of(std::string(50000, 'x'), 32768)), -1);
+  EXPECT_EQ(send(result_of(std::string(50000, 'x'), 32768)), -1);
   EXPECT_EQ(host.reports, std::vector<std::string>{"0 rdm-service: RDM Error during transmission.\n"});
 }
 
 TEST_F(Delivery, ReportsAFileWithoutAReader) {
-  csio *result = buffer_of(std::string(50000, 'x'), 32768);
+  csio *result = result_of(std::string(50000, 'x'), 32768);
   csio_finish(result);
   const std::string path = result->filename;
   const long descriptors = support::open_descriptors();
@@ -159,7 +159,7 @@ TEST_F(Delivery, ReportsAFileWithoutAReader) {
 }
 
 TEST_F(Delivery, ReportsAFileThatIsGone) {
-  csio *result = buffer_of(std::string(50000, 'x'), 32768);
+  csio *result = result_of(std::string(50000, 'x'), 32768);
   csio_finish(result);
   host_unlink(result->filename);
   EXPECT_EQ(send(result), -1);
@@ -189,7 +189,7 @@ TEST_F(Delivery, ReportsEveryKindOfBadResult) {
   };
   for (const BadResult &row : rows) {
     const Diagnostics diagnostics;
-    CsioPtr result(buffer_of(row.bytes != nullptr ? row.bytes : ""));
+    CsioPtr result(result_of(row.bytes != nullptr ? row.bytes : ""));
     result->flags = row.flags;
     result->length = row.length;
     EXPECT_EQ(send(result.release()), -1) << row.name;

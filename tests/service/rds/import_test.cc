@@ -19,19 +19,19 @@ using namespace rdm;
 namespace {
 
 /// The results of tempnam() below.
-struct Names {
+struct CalledNames {
   int asked = 0;        // calls so far
   int refused = 0;      // the number of the call that fails, 0 for none
   std::string taken{};  // the first result, unless empty
 };
-Names names;
+CalledNames called_names;
 
 }  // namespace
 
 extern "C" char *tempnam(const char *dir, const char *pfx) {
-  ++names.asked;
-  if (names.asked == names.refused) return nullptr;
-  if (names.asked == 1 && !names.taken.empty()) return ::strdup(names.taken.c_str());
+  ++called_names.asked;
+  if (called_names.asked == called_names.refused) return nullptr;
+  if (called_names.asked == 1 && !called_names.taken.empty()) return ::strdup(called_names.taken.c_str());
   return reinterpret_cast<char *(*)(const char *, const char *)>(dlsym(RTLD_NEXT, "tempnam"))(dir, pfx);
 }
 
@@ -45,7 +45,7 @@ using support::soif;
 class Import : public support::HostTest {
  protected:
   void SetUp() override {
-    names = Names{};
+    called_names = CalledNames{};
     const char *path = std::getenv("PATH");
     old_path_ = path == nullptr ? "" : path;
     setenv("PATH", (directory_.path() + ":" + old_path_).c_str(), 1);
@@ -177,19 +177,19 @@ TEST_F(Import, ResultsAreTheServersOwnFiles) {
 
 TEST_F(Import, AResultIsNotWrittenToAnExistingFile) {
   append_text(body_.get(), "@DOCUMENT { -\n}\n");
-  names.taken = directory_.path("link");
-  std::filesystem::create_symlink(directory_.write("victim", "kept"), names.taken);
+  called_names.taken = directory_.path("link");
+  std::filesystem::create_symlink(directory_.write("victim", "kept"), called_names.taken);
   EXPECT_EQ(import(), 0);
   EXPECT_EQ(answer(), accepted("Accepted 3 RDs from Unknown-Source"));
   EXPECT_EQ(support::read_file(directory_.path("victim")), "kept");
-  EXPECT_TRUE(std::filesystem::is_symlink(names.taken));
+  EXPECT_TRUE(std::filesystem::is_symlink(called_names.taken));
 }
 
 TEST_F(Import, WithoutANameForItsBodyOrItsFirstResultNothingRuns) {
   for (const bool has_body : {true, false}) {
     body_ = make_csio();
     if (has_body) append_text(body_.get(), "@DOCUMENT { -\n}\n");
-    names = Names{.refused = 1};
+    called_names = CalledNames{.refused = 1};
     const Diagnostics diagnostics;
     EXPECT_EQ(import(), 0);
     EXPECT_EQ(answer(), refused("Failed to import RDs"));
@@ -213,7 +213,7 @@ TEST_F(Import, AStepWithoutANameForItsResultIsLeftOut) {
     std::filesystem::remove(directory_.path("calls"));
     body_ = make_csio();
     append_text(body_.get(), "@DOCUMENT { -\n}\n");
-    names = Names{.refused = row.refused};
+    called_names = CalledNames{.refused = row.refused};
     const Diagnostics diagnostics;
     EXPECT_EQ(import(), 0);
     EXPECT_EQ(calls(), row.calls);

@@ -12,10 +12,10 @@
 #include <gtest/gtest.h>
 
 #include "service/support/catalog.h"
+#include "service/support/sending.h"
 #include "support/diagnostics.h"
 #include "support/file_limit.h"
 #include "support/memory_host.h"
-#include "support/slices.h"
 
 using namespace rdm;
 
@@ -48,21 +48,16 @@ class PlannedTest : public support::HostTest {
     snapshot_ = Snapshot::open(catalog_.path().c_str());
     ASSERT_NE(snapshot_, nullptr);
   }
-  void TearDown() override {
-    snapshot_.reset();
-    least_slice = usual_slice_;
-    view_share = usual_share_;
-  }
+  void TearDown() override { snapshot_.reset(); }
 
   /// bind_slices makes the host send slices, as short as they may be, and views, as long as they may be.
   static void bind_slices() {
     slices = 0;
     least_slice = 1;
     view_share = 1;
-    qxapi_bind_slices([](host_net *, const host_slice *slice) {
+    qxapi_bind_slices([](host_net *socket, const host_slice *slice) {
       ++slices;
-      support::host_record().sent += support::bytes_of(*slice);
-      return slice->length;
+      return support::send_slice(socket, slice);
     });
   }
   static inline int slices = 0;  // sent
@@ -116,8 +111,7 @@ class PlannedTest : public support::HostTest {
   std::vector<uint32_t> numbers_;
   SnapshotPtr snapshot_;
   support::Exchange exchange_{"POST", "/rdm/rd-request"};
-  const uint64_t usual_slice_ = least_slice;
-  const int64_t usual_share_ = view_share;
+  support::SendingLimits limits_;
 };
 
 TEST_F(PlannedTest, PrintsWhatParserAndPrinterDo) {

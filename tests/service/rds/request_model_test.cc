@@ -10,13 +10,12 @@
 #include <libcs/cs.h>
 
 #include "dba/guard.h"
-#include "service/rds/planned_descriptions.h"
 #include "service/support/catalog.h"
 #include "service/support/question.h"
+#include "service/support/sending.h"
 #include "support/database.h"
 #include "support/memory_host.h"
 #include "support/model.h"
-#include "support/slices.h"
 
 using namespace rdm;
 
@@ -65,8 +64,9 @@ const std::vector<std::string> &records() {
 }
 
 const char *const scopes[] = {"all", "since", "", ""};
-const char *const limits[] = {"", "", "", "1", "3", "0", "-1", "100"};
-const char *const names[] = {"", "", "title", "author", "AUTHOR", "title,author-1", "nothing", "b,x,,z", "body"};
+const char *const hit_limits[] = {"", "", "", "1", "3", "0", "-1", "100"};
+const char *const lists_of_names[] = {"",        "",       "title", "author", "AUTHOR", "title,author-1",
+                                      "nothing", "b,x,,z", "body"};
 
 [[maybe_unused]] void showValue(const Operation &operation, std::ostream &out) {
   static const char *const kinds[] = {"put",  "erase", "index",  "cut index", "spoil index",
@@ -91,11 +91,6 @@ rc::Gen<Operation> operations() {
       rc::gen::set(&Operation::number, rc::gen::resize(100, rc::gen::inRange<uint32_t>(0, numbers + 2))),
       rc::gen::set(&Operation::choice, rc::gen::resize(100, rc::gen::inRange<uint32_t>(0, 100000))),
       rc::gen::set(&Operation::by_rename, rc::gen::arbitrary<bool>()));
-}
-
-int64_t send_slice(host_net *, const host_slice *slice) {
-  support::host_record().sent += support::bytes_of(*slice);
-  return slice->length;
 }
 
 /// Case applies operations to the files of one catalog.
@@ -198,11 +193,11 @@ class Case {
   static void ask(const Operation &operation) {
     const std::string scope = scopes[operation.number % 4];
     const support::Question question{scope == "all" ? scope : "since " + date(operation.choice % 2500),
-                                     limits[operation.choice % 8], names[operation.number % 9]};
+                                     hit_limits[operation.choice % 8], lists_of_names[operation.number % 9]};
     const support::Reply right = step_by_step(question);
     support::same("the reply", handled(question), right);
     support::same("the reply of an open catalog", handled(question), right);
-    qxapi_bind_slices(send_slice);
+    qxapi_bind_slices(support::send_slice);
     support::same("the reply in slices", handled(question), right);
     support::same("the reply in slices of what is known", handled(question), right);
     qxapi_bind_slices(nullptr);
@@ -216,20 +211,9 @@ class Case {
 };
 
 class RequestModel : public support::HostTest {
- protected:
-  void SetUp() override {
-    least_slice = 200;
-    view_share = 1;
-  }
-  void TearDown() override {
-    least_slice = usual_slice_;
-    view_share = usual_share_;
-  }
-
  private:
   support::Hour hour_;
-  const uint64_t usual_slice_ = least_slice;
-  const int64_t usual_share_ = view_share;
+  support::SendingLimits limits_{200, 1};
 };
 
 TEST_F(RequestModel, RepliesAsIfItOpenedTheCatalogForEachRequest) { support::check_operations<Case>(60, operations()); }

@@ -14,12 +14,11 @@
 #include <libcs/cs.h>
 
 #include "dba/guard.h"
-#include "service/rds/planned_descriptions.h"
 #include "service/support/catalog.h"
 #include "service/support/question.h"
+#include "service/support/sending.h"
 #include "support/database.h"
 #include "support/memory_host.h"
-#include "support/slices.h"
 
 using namespace rdm;
 
@@ -36,9 +35,9 @@ auto one_of(Random &random, const Choices &choices) {
   return *(std::begin(choices) + below(random, static_cast<uint32_t>(std::size(choices))));
 }
 
-const std::vector<std::string> names = {"title",   "author",      "author-1", "author-2", "description", "body",
-                                        "Title",   "AUTHOR-3",    "x",        "y",        "z",           "keywords",
-                                        "content", "language-10", "b{",       ""};
+const std::vector<std::string> attribute_names = {
+    "title", "author", "author-1", "author-2", "description", "body",        "Title", "AUTHOR-3",
+    "x",     "y",      "z",        "keywords", "content",     "language-10", "b{",    ""};
 
 uint32_t size_of_value(Random &random) {
   constexpr uint32_t limits[] = {2, 20, 100, 100, 1000, 3000};
@@ -49,7 +48,7 @@ uint32_t size_of_value(Random &random) {
 std::string object(Random &random) {
   std::vector<std::pair<std::string, std::string>> attributes;
   for (uint32_t i = below(random, 8); i > 0; --i)
-    attributes.emplace_back(one_of(random, names),
+    attributes.emplace_back(one_of(random, attribute_names),
                             std::string(size_of_value(random), static_cast<char>('a' + below(random, 26))));
   return soif(below(random, 2) == 0 ? "DOCUMENT" : "FILE", "x://" + std::to_string(random()), attributes);
 }
@@ -169,18 +168,13 @@ support::Question question(Random &random) {
   return made;
 }
 
-int64_t send_slice(host_net *, const host_slice *slice) {
-  support::host_record().sent += support::bytes_of(*slice);
-  return slice->length;
-}
-
 /// bind_at_random lets the host send slices or not, and chooses how long slices and views may be.
 void bind_at_random(Random &random) {
   constexpr uint64_t least[] = {1, 200, 65536};
   constexpr int64_t shares[] = {1, 1, 4, 1000};
   least_slice = one_of(random, least);
   view_share = one_of(random, shares);
-  qxapi_bind_slices(below(random, 4) == 0 ? nullptr : send_slice);
+  qxapi_bind_slices(below(random, 4) == 0 ? nullptr : support::send_slice);
 }
 
 uint64_t number_from(const char *variable, uint64_t usual) {
@@ -189,16 +183,9 @@ uint64_t number_from(const char *variable, uint64_t usual) {
 }
 
 class RequestTrial : public support::HostTest {
- protected:
-  void TearDown() override {
-    least_slice = usual_slice_;
-    view_share = usual_share_;
-  }
-
  private:
   support::Hour hour_;
-  const uint64_t usual_slice_ = least_slice;
-  const int64_t usual_share_ = view_share;
+  support::SendingLimits limits_;
 };
 
 TEST_F(RequestTrial, RepliesAsTheExportedProceduresDo) {

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // A killed writer leaves the catalog as it was before or as it is after.
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
 
 #include <gtest/gtest.h>
@@ -30,12 +29,6 @@ std::string described(int from, int to, const std::string &expires) {
     stream += rd("http://localhost/" + std::to_string(i),
                  {{"body", std::string(1500, 'b')}, {"rd-expires", i % 2 == 0 ? expires : "never"}});
   return stream;
-}
-
-/// trials returns how often each writer is killed: RDM_CRASH_TRIALS, or 20.
-long trials() {
-  const char *number = std::getenv("RDM_CRASH_TRIALS");
-  return number != nullptr ? std::stol(number) : 20;
 }
 
 /// Killed begins with a catalog whose index and exported file are older.
@@ -76,12 +69,6 @@ class Killed : public testing::TestWithParam<Work> {
     return count;
   }
 
-  /// change_of returns the change before which a trial kills the writer: in even trials any, in odd ones one of the
-  /// last, which rename the files.
-  long change_of(long trial) const {
-    return trial % 2 == 0 ? 1 + trial * changes_ / trials() : std::max(1L, changes_ - trial / 2);
-  }
-
   /// expect_sound verifies the catalog without its index, which may be older.
   void expect_sound() const {
     std::filesystem::remove(catalog_.path(".idx"));
@@ -98,8 +85,8 @@ class Killed : public testing::TestWithParam<Work> {
 TEST_P(Killed, LeavesTheOldCatalogOrTheNew) {
   ASSERT_GT(changes_, 5);
   size_t left = 0;
-  for (long trial = 0; trial < trials(); ++trial) {
-    const long change = change_of(trial);
+  for (long trial = 0; trial < crash_trials(); ++trial) {
+    const long change = change_of_trial(trial, changes_);
     SCOPED_TRACE("before change " + std::to_string(change) + " of " + std::to_string(changes_));
     reset();
     ASSERT_EQ(kill_before_change(change, command(), input_, output_), 128 + SIGKILL);

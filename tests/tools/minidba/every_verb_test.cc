@@ -15,13 +15,13 @@ namespace {
 using support::Finished;
 using Words = std::vector<std::string>;
 
-const std::string one = rd("http://localhost/1", {{"title", "One"}, {"rd-expires", "2 Jan 1999"}});
-const std::string two = rd("http://localhost/2", {{"title", "Two"}, {"classification", "a"}});
+const std::string expired = rd("http://localhost/1", {{"title", "One"}, {"rd-expires", "2 Jan 1999"}});
+const std::string classified = rd("http://localhost/2", {{"title", "Two"}, {"classification", "a"}});
 
 class EveryVerb : public testing::Test {
  protected:
   void make() const {
-    ASSERT_EQ(catalog_.update(one + two).out, "2\n");
+    ASSERT_EQ(catalog_.update(expired + classified).out, "2\n");
     ASSERT_EQ(catalog_.index().out, "2\n");
   }
   /// contents returns the bytes of the database and all files beside it, by name.
@@ -52,7 +52,7 @@ TEST_F(EveryVerb, RefusesARecordThatIsNotAnObjectAndChangesNothing) {
                              {"rebuild"},
                              {"delete", "2"},
                              {"update"}}) {
-    const Finished finished = catalog_.run(words, one);
+    const Finished finished = catalog_.run(words, expired);
     EXPECT_EQ(finished.status, 2) << words[0];
     EXPECT_EQ(finished.out, "") << words[0];
     EXPECT_EQ(finished.errors, "minidba: damaged record 1 in " + catalog_.path() +

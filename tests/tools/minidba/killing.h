@@ -11,6 +11,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <set>
 #include <string>
@@ -119,6 +121,18 @@ inline long count_changes(const std::vector<std::string> &arguments, const std::
   while (program.next()) ++changes;
   EXPECT_EQ(program.end(), 0);
   return changes;
+}
+
+/// crash_trials returns how often a test kills a program: RDM_CRASH_TRIALS, or 20.
+inline long crash_trials() {
+  const char *number = std::getenv("RDM_CRASH_TRIALS");
+  return number != nullptr ? std::stol(number) : 20;
+}
+
+/// change_of_trial returns the change before which a trial kills a program that makes `changes` of them: in even trials
+/// any, in odd ones one of the last, which rename the files.
+inline long change_of_trial(long trial, long changes) {
+  return trial % 2 == 0 ? 1 + trial * changes / crash_trials() : std::max(1L, changes - trial / 2 % changes);
 }
 
 /// kill_before_change kills a program before its nth change and returns the result of end.

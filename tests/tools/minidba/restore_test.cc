@@ -79,14 +79,14 @@ struct Spoilt {
   size_t from, count;
 };
 
-struct DamagedRow {
+struct DamageRow {
   const char *name;
   std::vector<Spoilt> spoilt;
   std::string fault;  // that is reported of the database
   uint32_t next;      // number of the next description
 };
 
-class RestoreDamaged : public Restore, public testing::WithParamInterface<DamagedRow> {};
+class RestoreDamaged : public Restore, public testing::WithParamInterface<DamageRow> {};
 
 TEST_P(RestoreDamaged, GivesNoNumberAgainThatCanBeRead) {
   for (const Spoilt &spoilt : GetParam().spoilt) damage(spoilt.suffix, spoilt.from, spoilt.count);
@@ -98,14 +98,12 @@ TEST_P(RestoreDamaged, GivesNoNumberAgainThatCanBeRead) {
 constexpr char bad_header[] = "not a sound hash database: ";
 INSTANTIATE_TEST_SUITE_P(
     EachPart, RestoreDamaged,
-    testing::Values(DamagedRow{"TheTrailerOutlivesTheHeader", {{"", 0, 64}}, bad_header, backed_up + 3},
-                    DamagedRow{"TheUrlMapOutlivesTheFirstPage", {{"", 0, 4096}}, bad_header, backed_up + 3},
-                    DamagedRow{"OtherPages", {{"", 32768, 32768}}, "damaged page in ", backed_up + 3},
-                    DamagedRow{"TheExportHeaderOutlivesAll",
-                               {{"", 0, SIZE_MAX}, {".url", 0, SIZE_MAX}},
-                               bad_header,
-                               backed_up + 1}),
-    [](const testing::TestParamInfo<DamagedRow> &row) { return row.param.name; });
+    testing::Values(
+        DamageRow{"TheTrailerOutlivesTheHeader", {{"", 0, 64}}, bad_header, backed_up + 3},
+        DamageRow{"TheUrlMapOutlivesTheFirstPage", {{"", 0, 4096}}, bad_header, backed_up + 3},
+        DamageRow{"OtherPages", {{"", 32768, 32768}}, "damaged page in ", backed_up + 3},
+        DamageRow{"TheExportHeaderOutlivesAll", {{"", 0, SIZE_MAX}, {".url", 0, SIZE_MAX}}, bad_header, backed_up + 1}),
+    [](const testing::TestParamInfo<DamageRow> &row) { return row.param.name; });
 
 TEST_F(Restore, WithoutTrailersContinuesAfterTheReadableNumbers) {
   damage("", 264, 72);

@@ -76,14 +76,14 @@ TEST_F(Update, SkipsAHeaderInFront) {
                     " rejected: no URL\nminidba: 0 new, 0 changed, 1 unchanged, 1 rejected\n");
 }
 
-struct DamagedRow {
+struct MalformedRow {
   const char *what;
   std::string text;
   std::string reason;
 };
 
 TEST_F(Update, AMalformedObjectCostsOnlyItself) {
-  const DamagedRow rows[] = {
+  const MalformedRow rows[] = {
       {"no tab", "@D { http://x/\ntitle{3}:Two\n}\n", "no colon and tab after title{3}"},
       {"no URL", "@D { -\ntitle{3}:\tTwo\n}\n", "no URL"},
       {"size too small", "@D { http://x/\ntitle{2}:\tTwo\nauthor{1}:\tA\n}\n",
@@ -100,7 +100,7 @@ TEST_F(Update, AMalformedObjectCostsOnlyItself) {
       {"no attributes, no end", "@D { http://x/\n", "attribute name \"@DOCUMENT \", after a value of the wrong size"},
       {"only an at-sign", "@\n", "attribute name \"(empty)\", after a value of the wrong size"},
   };
-  for (const DamagedRow &row : rows) {
+  for (const MalformedRow &row : rows) {
     const CatalogFiles catalog;
     const Finished finished = catalog.update(one + row.text + two);
     EXPECT_EQ(finished.status, 1) << row.what;

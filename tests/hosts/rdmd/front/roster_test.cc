@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "hosts/rdmd/front/connection.h"
+#include "hosts/rdmd/front/moments.h"
 
 using namespace rdm;
 
@@ -18,11 +19,8 @@ using namespace std::chrono_literals;
 using rdmd::ClientKey;
 using rdmd::Connection;
 using rdmd::Roster;
-
-/// at returns a point in time.
-rdmd::io::Clock::time_point at(std::chrono::milliseconds time) { return rdmd::io::Clock::time_point{10h} + time; }
-
-ClientKey client(int number) { return ClientKey::parse("192.0.2." + std::to_string(number)).value(); }
+using support::at;
+using support::client;
 
 /// A roster of connections that are only identities: nothing behind their pointers is used.
 class Rosters : public ::testing::Test {

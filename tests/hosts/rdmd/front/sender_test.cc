@@ -22,6 +22,7 @@
 #include "hosts/rdmd/tls_support.h"
 #include "support/environment.h"
 #include "support/files.h"
+#include "support/pieces.h"
 #include "support/slices.h"
 
 using namespace rdm;
@@ -30,6 +31,8 @@ namespace {
 
 using hosts::Piece;
 using rdmd::Sender;
+using support::bytes;
+using support::records;
 
 /// SocketPair is a connection within the process; our end is non-blocking.
 class SocketPair {
@@ -65,14 +68,9 @@ class SocketPair {
   std::optional<rdmd::Transport> transport_;
 };
 
-Piece bytes(const std::string &text) { return {text, nullptr, 0, static_cast<std::int64_t>(text.size())}; }
-
 Piece stretch(const std::string &path, std::int64_t offset, std::int64_t length) {
   return {"", std::make_shared<const HostFileGuard>(host_open_read(path.c_str())), offset, length};
 }
-
-/// records returns a slice as a piece.
-Piece records(const host_slice &slice) { return {"", nullptr, 0, slice.length, hosts::RecordSlice::of(slice)}; }
 
 /// answer returns the sender of a head and pieces.
 template <typename... Pieces>

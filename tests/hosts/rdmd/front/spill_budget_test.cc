@@ -11,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include "hosts/rdmd/front/moments.h"
 #include "support/files.h"
 #include "support/slices.h"
 
@@ -18,10 +19,8 @@ using namespace rdm;
 
 namespace {
 
-using rdmd::ClientKey;
 using rdmd::SpillBudget;
-
-ClientKey client(int number) { return ClientKey::parse("192.0.2." + std::to_string(number)).value(); }
+using support::client;
 
 TEST(SpillBudgets, RefuseWhatExceedsTheLimitInAll) {
   SpillBudget budget(100, 0);

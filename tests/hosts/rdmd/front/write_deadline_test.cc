@@ -5,12 +5,15 @@
 
 #include <gtest/gtest.h>
 
+#include "hosts/rdmd/front/moments.h"
+
 using namespace rdm;
 
 namespace {
 
 using namespace std::chrono_literals;
 using rdmd::WriteDeadline;
+using support::at;
 
 /// Step is a time, and the number of bytes acknowledged by then.
 struct Step {
@@ -60,9 +63,6 @@ TEST(WriteDeadline, AllowsLongerStallsAfterTheFirst) {
   // No client gets more than five times the limit.
   EXPECT_LE(cut_at(slow), 252'400ms + 155s);
 }
-
-/// at returns a point in time.
-rdmd::io::Clock::time_point at(std::chrono::milliseconds time) { return rdmd::io::Clock::time_point{10h} + time; }
 
 TEST(WriteDeadline, RestartsAtAnAnswerIfAllEarlierBytesAreAcknowledged) {
   WriteDeadline deadline(30s);

@@ -71,27 +71,27 @@ TEST(IfModifiedSince, IsComparedInSeconds) {
   for (const auto &row : cases) EXPECT_EQ(rdmd::is_unmodified_since(row.field, 784111777), row.unmodified) << row.field;
 }
 
-constexpr std::time_t modified = 1'000'000'000;
-constexpr std::time_t now = modified + 2;
+constexpr std::time_t changed = 1'000'000'000;
+constexpr std::time_t soon_after = changed + 2;
 
 class FileValidators : public ::testing::Test {
  protected:
   /// open_file returns a piece that is the whole file of this name, after writing it with this time.
   Piece open_file(const std::string &name, const std::string &text, long nanoseconds = 0) {
     path_ = directory_.write(name, text);
-    const struct timespec times[] = {{modified, nanoseconds}, {modified, nanoseconds}};
+    const struct timespec times[] = {{changed, nanoseconds}, {changed, nanoseconds}};
     EXPECT_EQ(::utimensat(AT_FDCWD, path_.c_str(), times, 0), 0);
     auto file = std::make_shared<const HostFileGuard>(::open(path_.c_str(), O_RDONLY | O_CLOEXEC));
     return {{}, std::move(file), 0, static_cast<std::int64_t>(text.size())};
   }
-  static std::string tag(const Piece &piece) { return rdmd::validators_of({piece}, now).value().tag; }
+  static std::string tag(const Piece &piece) { return rdmd::validators_of({piece}, soon_after).value().tag; }
 
   support::TemporaryDirectory directory_;
   std::string path_;
 };
 
 TEST_F(FileValidators, AreMadeOfTheFile) {
-  const auto validators = rdmd::validators_of({open_file("a", "text", 5)}, now);
+  const auto validators = rdmd::validators_of({open_file("a", "text", 5)}, soon_after);
   ASSERT_TRUE(validators);
   struct stat status;
   ASSERT_EQ(::stat(path_.c_str(), &status), 0);
@@ -99,7 +99,7 @@ TEST_F(FileValidators, AreMadeOfTheFile) {
   identity << std::hex << status.st_dev << '-' << status.st_ino << "-4-3b9aca00.5";
   EXPECT_EQ(validators->tag, '"' + identity.str() + '"');
   EXPECT_EQ(validators->gzip_tag, '"' + identity.str() + "-gzip\"");
-  EXPECT_EQ(validators->modified, modified);
+  EXPECT_EQ(validators->modified, changed);
 }
 
 TEST_F(FileValidators, StayTheSameUntilTheFileChanges) {
@@ -116,9 +116,9 @@ TEST_F(FileValidators, StayTheSameUntilTheFileChanges) {
 
 TEST_F(FileValidators, NeedAFileThatHasSettled) {
   const Piece piece = open_file("a", "text", 999'999'999);
-  EXPECT_TRUE(rdmd::validators_of({piece}, modified + 2));
-  EXPECT_FALSE(rdmd::validators_of({piece}, modified + 1));
-  EXPECT_FALSE(rdmd::validators_of({piece}, modified - 100)) << "the clock was set back";
+  EXPECT_TRUE(rdmd::validators_of({piece}, changed + 2));
+  EXPECT_FALSE(rdmd::validators_of({piece}, changed + 1));
+  EXPECT_FALSE(rdmd::validators_of({piece}, changed - 100)) << "the clock was set back";
 }
 
 TEST_F(FileValidators, NeedOneWholeFileWithAName) {
@@ -140,10 +140,10 @@ TEST_F(FileValidators, NeedOneWholeFileWithAName) {
                                        {whole, whole},
                                        {{{}, pipe, 0, 0}},
                                        {{{}, std::make_shared<const HostFileGuard>(), 0, 4}}};
-  for (const std::vector<Piece> &body : bodies) EXPECT_FALSE(rdmd::validators_of(body, now)) << &body - bodies;
-  EXPECT_TRUE(rdmd::validators_of({whole}, now));
+  for (const std::vector<Piece> &body : bodies) EXPECT_FALSE(rdmd::validators_of(body, soon_after)) << &body - bodies;
+  EXPECT_TRUE(rdmd::validators_of({whole}, soon_after));
   ASSERT_EQ(::unlink(path_.c_str()), 0);
-  EXPECT_FALSE(rdmd::validators_of({whole}, now));
+  EXPECT_FALSE(rdmd::validators_of({whole}, soon_after));
 }
 
 }  // namespace

@@ -17,6 +17,7 @@
 #include "hosts/rdmd/master/control.h"
 #include "support/directories.h"
 #include "support/files.h"
+#include "support/pieces.h"
 #include "support/slices.h"
 
 using namespace rdm;
@@ -24,6 +25,8 @@ using namespace rdm::rdmd;
 
 namespace {
 
+using support::bytes;
+using support::records;
 using Fields = std::vector<std::pair<std::string, std::string>>;
 
 Fields pairs(const std::vector<hosts::Field> &fields) {
@@ -54,8 +57,6 @@ hosts::ServiceAnswer answer() {
   answer.head.length = 10;
   return answer;
 }
-
-hosts::Piece bytes(const std::string &text) { return {text, nullptr, 0, static_cast<std::int64_t>(text.size())}; }
 
 /// exchange sends an answer over a socket and returns it as it arrives, and the number of packets.
 std::pair<hosts::ServiceAnswer, std::size_t> exchange(const hosts::ServiceAnswer &sent) {
@@ -142,8 +143,6 @@ TEST(WorkerProtocol, FilesArriveWithTheirRanges) {
   EXPECT_EQ(text, "a234b0" + std::string(packet_files + 1, '9'));
   EXPECT_EQ(received.pieces[1].file, received.pieces[3].file);
 }
-
-hosts::Piece records(const host_slice &slice) { return {"", nullptr, 0, slice.length, hosts::RecordSlice::of(slice)}; }
 
 TEST(WorkerProtocol, SlicesArriveAsTheyWereSent) {
   const support::TemporaryDirectory directory;
