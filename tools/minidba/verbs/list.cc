@@ -5,10 +5,10 @@
 
 #include "catalog/os/error.h"
 #include "catalog/record.h"
+#include "tools/common/time_text.h"
 #include "tools/minidba/opening.h"
 #include "tools/minidba/output/describe.h"
 #include "tools/minidba/selection.h"
-#include "tools/minidba/time_text.h"
 #include "tools/minidba/verbs/verbs.h"
 
 namespace rdm::minidba {
@@ -65,7 +65,7 @@ std::unique_ptr<Listing> listing(const Options &options, std::ostream &out) {
 }
 
 time_t since(const Options &options) try {
-  return options.since.empty() ? 0 : read_time(options.since, std::time(nullptr));
+  return options.since.empty() ? 0 : tools::read_time(options.since, std::time(nullptr));
 } catch (const Failure &failure) {
   throw Failure(std::string("--since: ") + failure.what());
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "tools/minidba/time_text.h"
+#include "tools/common/time_text.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -40,7 +40,7 @@ TEST(TimeText, ReadsTheFormsThatPeopleWrite) {
       {"1 Nov 2026 14:00 +0200", 1793534400},
       {"1 Nov 2026 04:00 GMT-0800", 1793534400},
   };
-  for (const auto &row : rows) EXPECT_EQ(minidba::read_time(row.text, now), row.time) << row.text;
+  for (const auto &row : rows) EXPECT_EQ(tools::read_time(row.text, now), row.time) << row.text;
 }
 
 TEST(TimeText, CountsFromNow) {
@@ -61,14 +61,14 @@ TEST(TimeText, CountsFromNow) {
       {"1 month ago", instant - 31 * day},
       {"2 years ago", instant - 730 * day},
   };
-  for (const auto &row : rows) EXPECT_EQ(minidba::read_time(row.text, instant), row.time) << row.text;
-  EXPECT_EQ(minidba::read_time("1 month ago", minidba::read_time("2026-03-31", 0)), minidba::read_time("2026-02-28", 0))
+  for (const auto &row : rows) EXPECT_EQ(tools::read_time(row.text, instant), row.time) << row.text;
+  EXPECT_EQ(tools::read_time("1 month ago", tools::read_time("2026-03-31", 0)), tools::read_time("2026-02-28", 0))
       << "a day that the month does not have becomes its last";
 }
 
 std::string refusal(const std::string &text) {
   try {
-    return "accepted as " + std::to_string(minidba::read_time(text, now));
+    return "accepted as " + std::to_string(tools::read_time(text, now));
   } catch (const catalog::Failure &failure) {
     return failure.what();
   }

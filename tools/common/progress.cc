@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "tools/minidba/output/progress.h"
+#include "tools/common/progress.h"
 
 #include <algorithm>
 #include <chrono>
@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <ostream>
 
-namespace rdm::minidba {
+namespace rdm::tools {
 namespace {
 
 constexpr double quiet_seconds = 1;
@@ -32,9 +32,10 @@ std::string duration_text(double seconds) {
 
 }  // namespace
 
-Progress::Progress(const Console &console, std::string work, int64_t total_bytes, Clock clock)
-    : console_(console),
-      work_(std::move(work)),
+Progress::Progress(std::ostream &errors, bool is_shown, std::string title, int64_t total_bytes, Clock clock)
+    : errors_(errors),
+      is_shown_(is_shown),
+      title_(std::move(title)),
       total_bytes_(total_bytes),
       clock_(std::move(clock)),
       start_(clock_()),
@@ -47,7 +48,7 @@ double Progress::steady_seconds() {
 std::string Progress::line(double elapsed) const {
   const auto bytes = static_cast<double>(bytes_);
   const std::string records = records_ == 0 ? "" : std::to_string(records_) + " records, ";
-  std::string text = "minidba: " + work_ + ": " + records + size_text(bytes) + ", " + size_text(bytes / elapsed) + "/s";
+  std::string text = title_ + ": " + records + size_text(bytes) + ", " + size_text(bytes / elapsed) + "/s";
   if (total_bytes_ >= bytes_ && bytes_ > 0)
     text += ", " + duration_text(static_cast<double>(total_bytes_ - bytes_) * elapsed / bytes) + " left";
   return text;
@@ -56,17 +57,17 @@ std::string Progress::line(double elapsed) const {
 void Progress::advance(int64_t records, int64_t bytes) {
   records_ += records;
   bytes_ += bytes;
-  if (!console_.progress) return;
+  if (!is_shown_) return;
   const double now = clock_();
   if (now < next_) return;
   next_ = now + refresh_seconds;
-  shown_ = true;
-  console_.errors << '\r' << line(now - start_) << "\x1b[K" << std::flush;
+  is_on_screen_ = true;
+  errors_ << '\r' << line(now - start_) << "\x1b[K" << std::flush;
 }
 
 void Progress::clear() {
-  if (shown_) console_.errors << "\r\x1b[K" << std::flush;
-  shown_ = false;
+  if (is_on_screen_) errors_ << "\r\x1b[K" << std::flush;
+  is_on_screen_ = false;
 }
 
-}  // namespace rdm::minidba
+}  // namespace rdm::tools

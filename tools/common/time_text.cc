@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "tools/minidba/time_text.h"
+#include "tools/common/time_text.h"
 
 #include <algorithm>
 #include <charconv>
@@ -15,7 +15,7 @@
 #include "qxapi/number.h"
 #include "qxapi/words.h"
 
-namespace rdm::minidba {
+namespace rdm::tools {
 
 using catalog::Failure;
 namespace {
@@ -175,7 +175,7 @@ class DateWords {
   bool is_complete() const { return day_ && month_ && year_; }
   bool exists() const {
     const year_month_day date = year(*year_) / month(static_cast<unsigned>(*month_)) / static_cast<unsigned>(*day_);
-    return date.ok() && (!clock_ || minidba::exists({2000, 1, 1, clock_->hour, clock_->minute, clock_->second, 0}));
+    return date.ok() && (!clock_ || tools::exists({2000, 1, 1, clock_->hour, clock_->minute, clock_->second, 0}));
   }
 
  private:
@@ -191,8 +191,8 @@ class DateWords {
   bool take_time(std::string_view word) {
     Fields fields;
     const auto hour = take_number(word, 1, 2);
-    const auto minute = hour && minidba::take(word, ":") ? take_number(word, 1, 2) : std::nullopt;
-    const auto second = minute && minidba::take(word, ":") ? take_number(word, 1, 2) : minute;
+    const auto minute = hour && tools::take(word, ":") ? take_number(word, 1, 2) : std::nullopt;
+    const auto second = minute && tools::take(word, ":") ? take_number(word, 1, 2) : minute;
     if (clock_ || !second || !word.empty()) return false;
     fields.hour = *hour;
     fields.minute = *minute;
@@ -254,4 +254,4 @@ time_t read_time(const std::string &text, time_t now) {
   return static_cast<time_t>(time->time_since_epoch().count());
 }
 
-}  // namespace rdm::minidba
+}  // namespace rdm::tools

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 /// Times on a command line.
-#ifndef MINIDBA_TIME_TEXT_H
-#define MINIDBA_TIME_TEXT_H
+#ifndef TOOLS_COMMON_TIME_TEXT_H
+#define TOOLS_COMMON_TIME_TEXT_H
 
 #include <ctime>
 #include <string>
 
-namespace rdm::minidba {
+namespace rdm::tools {
 
 /// read_time parses a time and returns it in seconds since 1970. Without a zone, the time is in UTC. The forms:
 ///   2026-11-01, 2026-11-01T12:00:00Z, 2026-11-01 12:00+01:00    ISO 8601
@@ -17,6 +17,6 @@ namespace rdm::minidba {
 /// February.
 time_t read_time(const std::string &text, time_t now);
 
-}  // namespace rdm::minidba
+}  // namespace rdm::tools
 
 #endif
