@@ -19,19 +19,6 @@ void append(std::string &bytes, const std::array<char, size> &more) {
   bytes.append(more.data(), size);
 }
 
-std::string read_all(const std::string &path) {
-  const HostFileGuard file = open_file(path, O_RDONLY);
-  std::string bytes;
-  char block[1 << 16];
-  ssize_t got = file ? 1 : -1;
-  while (got > 0) {
-    got = uninterrupted([&] { return ::read(file.get(), block, sizeof block); });
-    bytes.append(block, static_cast<size_t>(std::max<ssize_t>(got, 0)));
-  }
-  if (got < 0) throw system_failure("cannot read " + path);
-  return bytes;
-}
-
 }  // namespace
 
 IndexEntry entry_of(uint32_t number, std::string_view record, int64_t change_time) {
@@ -64,6 +51,19 @@ std::vector<IndexEntry> decode(std::string_view bytes, const std::string &path) 
   return entries;
 }
 
-std::vector<IndexEntry> read_index(const std::string &path) { return decode(read_all(path), path); }
+std::string content_of(const std::string &path) {
+  const HostFileGuard file = open_file(path, O_RDONLY);
+  std::string bytes;
+  char block[1 << 16];
+  ssize_t got = file ? 1 : -1;
+  while (got > 0) {
+    got = uninterrupted([&] { return ::read(file.get(), block, sizeof block); });
+    bytes.append(block, static_cast<size_t>(std::max<ssize_t>(got, 0)));
+  }
+  if (got < 0) throw system_failure("cannot read " + path);
+  return bytes;
+}
+
+std::vector<IndexEntry> read_index(const std::string &path) { return decode(content_of(path), path); }
 
 }  // namespace rdm::catalog

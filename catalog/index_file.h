@@ -26,6 +26,9 @@ bool precedes(const IndexEntry &a, const IndexEntry &b);
 std::string encode(const std::vector<IndexEntry> &entries);
 std::vector<IndexEntry> decode(std::string_view bytes, const std::string &path);
 
+/// content_of returns the bytes of a file. Throws a SystemFailure if it cannot be read.
+std::string content_of(const std::string &path);
+
 /// read_index returns the entries of an index file. Throws a SystemFailure if the file cannot be read, and a Failure if
 /// it is not an index.
 std::vector<IndexEntry> read_index(const std::string &path);

@@ -21,13 +21,18 @@ using RecordProgress = std::function<void(int64_t bytes)>;
 inline const RecordProgress no_progress = [](int64_t) {};
 
 /// erase_expired adds to a batch the erasure of each description whose "rd-expires" is before `now`, in seconds since
-/// 1970. A description whose "rd-expires" cannot be parsed does not expire.
-void erase_expired(const Catalog &catalog, time_t now, WriteBatch &batch, const RecordProgress &progress = no_progress);
+/// 1970. A description whose "rd-expires" cannot be parsed does not expire. Of a description that the batch changes,
+/// the new record counts. Returns the number of erasures.
+int64_t erase_expired(const Catalog &catalog, time_t now, WriteBatch &batch,
+                      const RecordProgress &progress = no_progress);
 
 /// index_entries returns the index entries of all records, in the order of the file. `visit` receives each entry with
 /// its record.
 using EntryVisitor = std::function<void(const IndexEntry &entry, std::string_view record)>;
 std::vector<IndexEntry> index_entries(const Catalog &catalog, const EntryVisitor &visit);
+
+/// sorted_index returns the bytes of the index file with these entries, after sorting them.
+std::string sorted_index(std::vector<IndexEntry> entries);
 
 /// write_index sorts the entries and replaces the index at `path` with them, atomically. If there is no index yet,
 /// owner, group and mode are copied from the database. A Failure leaves the old index, unless its text says that it is

@@ -32,6 +32,12 @@ class ObjectView {
   /// find returns the value of the first attribute of a lower-case name, or std::nullopt if there is none. Like
   /// soif_findval to those who read a C string, it returns the value up to its first NUL.
   std::optional<std::string_view> find(std::string_view name) const;
+  /// each calls `visit` with the name and the value of each attribute, in the order of the text.
+  template <typename Visitor>
+  void each(const Visitor &visit) const {
+    for (const Attribute &attribute : attributes_)
+      if (!attribute.is_erased) visit(name_of(attribute), attribute.value);
+  }
   /// erase removes all attributes of a lower-case name.
   void erase(std::string_view name);
   /// append adds an attribute. Its value must outlive this object.

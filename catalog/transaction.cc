@@ -3,6 +3,7 @@
 
 #include "catalog/change_times.h"
 #include "catalog/hash/editor.h"
+#include "catalog/maintenance.h"
 #include "catalog/os/error.h"
 #include "catalog/record.h"
 
@@ -132,37 +133,128 @@ FileIdentity origin_of(const Catalog &catalog, const File &database) {
   return catalog.table().trailer() ? catalog.table().trailer()->database : FileIdentity();
 }
 
-void publish(const Catalog &catalog, AtomicFile &database, AtomicFile &urls) {
-  // Only now: while the map was made, most of the database has reached the disk.
-  database.sync();
-  urls.sync();
-  // Readers and writers ignore a map that does not belong to the database, so a crash between the renames is harmless.
-  database.commit();
-  after_replacing(catalog.path(), [&] { urls.commit(); });
+/// seal_with_index seals a new database with the checksum of the index of its records, and returns that index. The URL
+/// map must be made afterwards: it identifies the database by its time of change.
+std::string seal_with_index(const File &database) {
+  const Catalog written(database.name());
+  std::string index = sorted_index(index_entries(written, [](const IndexEntry &, auto) {}));
+  Trailer trailer = written.table().trailer().value();
+  trailer.content = index_format::checksum_of(index);
+  trailer.write(database);
+  return index;
+}
+
+/// NextFiles are the files of the next state: the database, the index unless it stays, and the URL map unless it is
+/// made afterwards.
+struct NextFiles {
+  explicit NextFiles(const std::string &catalog, bool with_index) : path(catalog), database(path) {
+    if (with_index) index.emplace(index_path(path), path);
+  }
+  /// publish renames the files. Readers and writers ignore a map that does not belong to the database, so a crash
+  /// before its rename is harmless; after a crash before that of the index, mend_index writes it.
+  void publish() {
+    // Only now: while the map was made, most of the database has reached the disk.
+    database.sync();
+    if (index) index->sync();
+    if (urls) urls->sync();
+    // Requests between the renames find an index of the old state. One fsync serves both.
+    if (index) {
+      database.replace();
+      after_replacing(path, [&] { index->commit(); });
+    } else {
+      database.commit();
+    }
+    if (urls) after_replacing(path, [&] { urls->commit(); });
+  }
+
+  const std::string path;
+  AtomicFile database;
+  std::optional<AtomicFile> index, urls;
+};
+
+/// is_unchanged returns true if the next state is the present one.
+bool is_unchanged(const Catalog &catalog, const WriteBatch &batch, uint32_t next_number) {
+  return batch.empty() && catalog.exists() && !catalog.is_partial() && next_number == catalog.next_number();
+}
+
+void write_next(const Lock &lock, const Catalog &catalog, const WriteBatch &batch, uint32_t next_number,
+                const ProgressCallback &progress, bool with_index) {
+  NextFiles next(catalog.path(), with_index);
+  const File &database = next.database.file();
+  const time_t newest_change = std::max(catalog.newest_change(), batch.newest_change());
+  const Trailer trailer{next_number, 0, origin_of(catalog, database), newest_change};
+  const bool edited = edit_database(catalog, batch, database, trailer);
+  if (!edited) write_database(catalog, batch, database, trailer, progress);
+  if (with_index) next.index->file().write_at(0, seal_with_index(database));
+  const UrlMap *old = catalog.url_map();
+  if (catalog.exists() && old == nullptr) {
+    next.publish();
+    after_replacing(catalog.path(), [&] { Catalog(catalog.path()).renew_url_map(lock); });
+    return;
+  }
+  next.urls.emplace(UrlMap::path_for(catalog.path()), catalog.path());
+  const Trailer map_trailer{next_number, 0, identity_of(database), newest_change};
+  if (!edited || !edit_urls(*old, batch, next.urls->file(), map_trailer))
+    write_urls(catalog, batch, *next.urls, database, next_number, newest_change);
+  next.publish();
+}
+
+/// published_index returns the checksum of the index that was published with a database, or std::nullopt if none was.
+std::optional<uint32_t> published_index(const Catalog &catalog) {
+  return catalog.exists() && catalog.table().trailer() ? catalog.table().trailer()->content : std::nullopt;
+}
+
+/// copy_database writes all records of a catalog to an empty file, and compares them with the index as commit does.
+void copy_database(const Catalog &catalog, const File &file, Trailer trailer, const ProgressCallback &progress) {
+  const WriteBatch none(catalog);
+  if (!edit_database(catalog, none, file, trailer)) write_database(catalog, none, file, trailer, progress);
+}
+
+/// is_sealed returns true if a database and its index are as publish has left them.
+bool is_sealed(const Catalog &catalog) {
+  return catalog.url_map() != nullptr && published_index(catalog) && !has_other_index(catalog);
+}
+
+/// renew_index replaces an index that is not of the database.
+void renew_index(const Catalog &catalog) {
+  if (is_sealed(catalog)) return;
+  const KnownRecords known = known_records(catalog);
+  const auto check = [&](const IndexEntry &entry, std::string_view record) {
+    const std::string fault = known.fault_of(entry, record);
+    if (!fault.empty()) throw catalog.refused(entry.number, record, fault);
+  };
+  std::vector<IndexEntry> entries = index_entries(catalog, check);
+  const std::string path = index_path(catalog.path());
+  const auto now = status_of(path) ? std::optional(content_of(path)) : std::nullopt;
+  if (now != sorted_index(entries)) write_index(path, catalog.path(), std::move(entries));
 }
 
 }  // namespace
 
 void commit(const Lock &lock, const Catalog &catalog, const WriteBatch &batch, uint32_t next_number,
             const ProgressCallback &progress) {
-  if (batch.empty() && catalog.exists() && !catalog.is_partial() && next_number == catalog.next_number()) return;
-  AtomicFile database(catalog.path());
-  const time_t newest_change = std::max(catalog.newest_change(), batch.newest_change());
-  const Trailer trailer{next_number, 0, origin_of(catalog, database.file()), newest_change};
-  const bool edited = edit_database(catalog, batch, database.file(), trailer);
-  if (!edited) write_database(catalog, batch, database.file(), trailer, progress);
-  const UrlMap *old = catalog.url_map();
-  if (catalog.exists() && old == nullptr) {
-    database.sync();
-    database.commit();
-    after_replacing(catalog.path(), [&] { Catalog(catalog.path()).renew_url_map(lock); });
-    return;
-  }
-  AtomicFile urls(UrlMap::path_for(catalog.path()), catalog.path());
-  const Trailer map_trailer{next_number, 0, identity_of(database.file()), newest_change};
-  if (!edited || !edit_urls(*old, batch, urls.file(), map_trailer))
-    write_urls(catalog, batch, urls, database.file(), next_number, newest_change);
-  publish(catalog, database, urls);
+  if (!is_unchanged(catalog, batch, next_number)) write_next(lock, catalog, batch, next_number, progress, false);
+}
+
+void publish(const Lock &lock, const Catalog &catalog, const WriteBatch &batch, uint32_t next_number,
+             const ProgressCallback &progress) {
+  if (is_unchanged(catalog, batch, next_number)) return renew_index(catalog);
+  write_next(lock, catalog, batch, next_number, progress, true);
+}
+
+bool has_other_index(const Catalog &catalog) {
+  const std::optional<uint32_t> published = published_index(catalog);
+  if (!published) return false;
+  const std::string path = index_path(catalog.path());
+  return !status_of(path) || index_format::checksum_of(content_of(path)) != *published;
+}
+
+bool mend_index(const Lock &, const Catalog &catalog) {
+  if (!has_other_index(catalog)) return false;
+  std::vector<IndexEntry> entries = index_entries(catalog, [](const IndexEntry &, auto) {});
+  if (index_format::checksum_of(sorted_index(entries)) != *published_index(catalog)) return false;
+  write_index(index_path(catalog.path()), catalog.path(), std::move(entries));
+  return true;
 }
 
 void check_copy(const Catalog &catalog, const WriteBatch &batch) {
@@ -170,19 +262,53 @@ void check_copy(const Catalog &catalog, const WriteBatch &batch) {
     catalog.each_to_copy([](uint32_t, std::string_view) {}, changed_numbers(batch));
 }
 
+void back_up(const Catalog &catalog, const std::string &target, const ProgressCallback &progress) {
+  AtomicFile file(target, catalog.path());
+  const Trailer trailer{catalog.next_number(), 0, origin_of(catalog, file.file()), catalog.newest_change()};
+  copy_database(catalog, file.file(), trailer, progress);
+  seal_with_index(file.file());
+  file.sync();
+  file.commit();
+}
+
+void check_backup(const Catalog &backup) {
+  const std::optional<uint32_t> published = published_index(backup);
+  if (!published) throw Failure("not a backup: " + backup.path() + ": it has no checksum");
+  const std::string index = sorted_index(index_entries(backup, [](const IndexEntry &, auto) {}));
+  if (index_format::checksum_of(index) != *published)
+    throw Failure("damaged backup: " + backup.path() + ": its records do not have its checksum");
+}
+
+void restore(const Lock &, const Catalog &backup, const std::string &database, const UsedNumbers &used,
+             const ProgressCallback &progress) {
+  check_backup(backup);
+  const uint32_t next_number = later(backup.next_number(), used.next_number);
+  const time_t newest_change = std::max(backup.newest_change(), used.newest_change);
+  NextFiles next(database, true);
+  const File &file = next.database.file();
+  copy_database(backup, file, {next_number, 0, origin_of(backup, file), newest_change}, progress);
+  next.index->file().write_at(0, seal_with_index(file));
+  UrlItems items(database);
+  backup.each_url([&](std::string_view url, uint32_t number) { items.add(url, number); });
+  next.urls.emplace(UrlMap::path_for(database), database);
+  items.write(*next.urls, file, next_number, newest_change);
+  next.publish();
+}
+
 void rebuild_catalog(const Lock &, const Catalog &catalog, const WriteBatch &dropped,
                      const ProgressCallback &progress) {
   const uint32_t next_number = catalog.free_number();
-  AtomicFile database(catalog.path());
-  const Trailer trailer{next_number, 0, origin_of(catalog, database.file()), catalog.newest_change()};
-  write_database(catalog, dropped, database.file(), trailer, progress);
+  NextFiles next(catalog.path(), false);
+  const File &database = next.database.file();
+  const Trailer trailer{next_number, 0, origin_of(catalog, database), catalog.newest_change()};
+  write_database(catalog, dropped, database, trailer, progress);
   UrlItems refs(catalog.path());
   catalog.each([&](uint32_t number, std::string_view record) {
     if (dropped.of_number(number) == nullptr) refs.add(*url_of(record), number);
   });
-  AtomicFile urls(UrlMap::path_for(catalog.path()), catalog.path());
-  refs.write(urls, database.file(), next_number, catalog.newest_change());
-  publish(catalog, database, urls);
+  next.urls.emplace(UrlMap::path_for(catalog.path()), catalog.path());
+  refs.write(*next.urls, database, next_number, catalog.newest_change());
+  next.publish();
 }
 
 std::optional<Lock> lock_for_writing(const std::string &database, const WriteSettings &settings) {
@@ -193,8 +319,23 @@ std::optional<Lock> lock_for_writing(const std::string &database, const WriteSet
 
 WriteTransaction::WriteTransaction(const std::string &database, const WriteSettings &settings)
     : damage_(settings.damage), lock_(lock_for_writing(database, settings)), catalog_(database, settings.if_missing) {
+  mend();
   settings.prepare(catalog_);
   if (settings.if_missing == IfMissing::error) begin();
+}
+
+/// mend does not fail: a damaged record must not keep a verb from repairing the catalog.
+void WriteTransaction::mend() const try {
+  if (!lock_) return;
+  const std::string index = index_path(catalog_.path());
+  if (mend_index(*lock_, catalog_))
+    damage_("mended: " + index + ": it was not of this database: a publisher was killed");
+  else if (!status_of(index) && has_other_index(catalog_))
+    damage_(index +
+            " is missing, and the records are not those that were published: another program has changed them, "
+            "or they are damaged");
+} catch (const Failure &failure) {
+  damage_(std::string("the index is not of this database and cannot be mended: ") + failure.what());
 }
 
 void WriteTransaction::begin() {
@@ -216,6 +357,11 @@ std::optional<time_t> WriteTransaction::date(WriteBatch &batch, const std::funct
 void WriteTransaction::commit(const WriteBatch &batch, uint32_t next_number, const ProgressCallback &progress) const {
   if (!lock_) return check_copy(catalog_, batch);
   catalog::commit(*lock_, catalog_, batch, next_number, progress);
+}
+
+void WriteTransaction::publish(const WriteBatch &batch, uint32_t next_number, const ProgressCallback &progress) const {
+  if (!lock_) return check_copy(catalog_, batch);
+  catalog::publish(*lock_, catalog_, batch, next_number, progress);
 }
 
 void WriteTransaction::rebuild(const WriteBatch &dropped, const ProgressCallback &progress) const {

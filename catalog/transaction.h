@@ -9,6 +9,7 @@
 
 #include "catalog/catalog.h"
 #include "catalog/os/lock.h"
+#include "catalog/used_numbers.h"
 #include "catalog/write_batch.h"
 
 namespace rdm::catalog {
@@ -27,8 +28,40 @@ void commit(
     const Lock &lock, const Catalog &catalog, const WriteBatch &batch, uint32_t next_number,
     const ProgressCallback &progress = [](int64_t, int64_t) {});
 
+/// publish does what commit does, and replaces the index beside the database too: all new files are written and synced
+/// before the first is renamed, and the index is renamed directly after the database. The trailer of the database then
+/// has the checksum of that index, by which mend_index recognises an index of another state. If no record changes, only
+/// an index that is not of this database is replaced; a record that contradicts it is a Failure.
+///
+/// A Failure leaves the old files as they are, unless its text says that one is replaced.
+void publish(
+    const Lock &lock, const Catalog &catalog, const WriteBatch &batch, uint32_t next_number,
+    const ProgressCallback &progress = [](int64_t, int64_t) {});
+
+/// has_other_index returns true if a database was published together with an index, and the file beside it is not that
+/// index: the publisher was killed between two renames, or another program has changed the database or the index.
+bool has_other_index(const Catalog &catalog);
+/// mend_index writes the index beside a database for which has_other_index returns true, provided that the records give
+/// the index which was published with it. Returns true if it has written the index. Throws a Failure if the records or
+/// the index cannot be read or written.
+bool mend_index(const Lock &lock, const Catalog &catalog);
+
 /// check_copy throws the Failure that commit would throw at a damaged record, without writing a file.
 void check_copy(const Catalog &catalog, const WriteBatch &batch);
+
+/// back_up writes the database of a catalog to `target`, which it replaces atomically: a database whose trailer has the
+/// checksum of the index of its records, so that damage to the backup is found. It compares each record with the index,
+/// and throws a Failure at a damaged one.
+void back_up(
+    const Catalog &catalog, const std::string &target, const ProgressCallback &progress = [](int64_t, int64_t) {});
+/// check_backup throws a Failure if a database is not a backup, or if its records do not have its checksum.
+void check_backup(const Catalog &backup);
+/// restore calls check_backup and makes the backup the state of the catalog at the path `database`: database, index and
+/// URL map, replaced as publish does. The numbers and times of change that `used` names are not given again. A Failure
+/// leaves the old files as they are, unless its text says that one is replaced.
+void restore(
+    const Lock &lock, const Catalog &backup, const std::string &database, const UsedNumbers &used,
+    const ProgressCallback &progress = [](int64_t, int64_t) {});
 
 /// rebuild_catalog writes the whole database and its URL map from the records, without those that `dropped` erases. No
 /// two of the remaining descriptions may have the same URL. A Failure has the same effect as one of commit.
@@ -41,7 +74,8 @@ struct WriteSettings {
   bool dry_run = false;                                // takes no lock and writes nothing
   double lock_timeout = -1;                            // seconds; below zero for no limit
   Lock::Message waiting = [](const std::string &) {};  // receives the holder of the lock, before waiting for it
-  /// damage receives a message about a damaged URL map that the transaction replaces.
+  /// damage receives a message about a damaged URL map that the transaction replaces, or about the index of another
+  /// state that it replaces or cannot replace.
   std::function<void(const std::string &text)> damage = [](const std::string &) {};
   /// prepare is called with the opened catalog. The default compares each copied record with the index.
   std::function<void(Catalog &)> prepare = [](Catalog &catalog) { catalog.remember(known_records(catalog)); };
@@ -55,7 +89,7 @@ std::optional<Lock> lock_for_writing(const std::string &database, const WriteSet
 /// nothing. A Failure leaves the catalog as it was, unless its text says that a file is replaced.
 class WriteTransaction {
  public:
-  /// WriteTransaction locks and opens a catalog. With IfMissing::error it also calls begin.
+  /// WriteTransaction locks and opens a catalog, and calls mend_index. With IfMissing::error it also calls begin.
   explicit WriteTransaction(const std::string &database, const WriteSettings &settings = {});
   WriteTransaction(const WriteTransaction &) = delete;
   WriteTransaction &operator=(const WriteTransaction &) = delete;
@@ -72,10 +106,15 @@ class WriteTransaction {
   /// commit calls catalog::commit; in a dry run it calls check_copy.
   void commit(
       const WriteBatch &batch, uint32_t next_number, const ProgressCallback &progress = [](int64_t, int64_t) {}) const;
+  /// publish calls catalog::publish; in a dry run it calls check_copy.
+  void publish(
+      const WriteBatch &batch, uint32_t next_number, const ProgressCallback &progress = [](int64_t, int64_t) {}) const;
   /// rebuild calls rebuild_catalog; in a dry run it does nothing.
   void rebuild(const WriteBatch &dropped, const ProgressCallback &progress) const;
 
  private:
+  void mend() const;
+
   std::function<void(const std::string &text)> damage_;
   std::optional<Lock> lock_;
   Catalog catalog_;

@@ -29,8 +29,8 @@ struct Trailer {
   /// std::nullopt in a file of an earlier version. It is exact in a URL map of this snapshot, and a lower bound in a
   /// database, whose records other programs may change.
   std::optional<time_t> newest_change = std::nullopt;
-  /// content is, in a URL map, its content_checksum; it is std::nullopt in a database and in a file of an earlier
-  /// version.
+  /// content is, in a URL map, its content_checksum; in a database, the CRC-32 of the index that was published with it,
+  /// if one was. It is std::nullopt in a file of an earlier version.
   std::optional<uint32_t> content = std::nullopt;
 
   /// read returns the trailer of a file, or std::nullopt if there is none with a valid checksum. Throws a Failure if

@@ -96,10 +96,14 @@ void AtomicFile::sync() {
   put_onto_disk(file_.descriptor(), file_.name());
 }
 
-void AtomicFile::commit() {
+void AtomicFile::replace() {
   if (!is_named(file_.descriptor(), file_.name())) throw Failure("another process has removed " + file_.name());
   if (::rename(file_.name().c_str(), target_.c_str()) != 0) throw system_failure("cannot replace " + target_);
   is_committed_ = true;
+}
+
+void AtomicFile::commit() {
+  replace();
   const std::string directory = directory_of(target_);
   after_replacing(target_, [&] { put_onto_disk(open_file(directory, O_RDONLY | O_DIRECTORY).get(), directory); });
 }

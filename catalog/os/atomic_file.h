@@ -35,6 +35,8 @@ class AtomicFile {
   /// commit renames the new file over the target and calls fsync for the directory. Call it once, after sync. A Failure
   /// leaves the target as it was, unless its text says that the target is replaced.
   void commit();
+  /// replace only renames. The directory is not synced: the commit of another file in it must follow.
+  void replace();
 
  private:
   std::optional<struct stat> model() const;

@@ -62,6 +62,14 @@ std::string directory_of(const std::string &path) {
   return directory.empty() ? "." : directory;
 }
 
+std::string followed_link(const std::string &path) {
+  std::error_code error;
+  if (!fs::is_symlink(path, error)) return path;
+  std::string file = fs::canonical(path, error).string();
+  if (error) throw Failure("cannot follow the link " + path + ": " + error.message());
+  return file;
+}
+
 HostFileGuard open_file(const std::string &path, int flags, mode_t mode) {
   return HostFileGuard(uninterrupted([&] { return ::open(path.c_str(), flags | O_CLOEXEC, mode); }));
 }

@@ -23,6 +23,10 @@ std::string directory_of(const std::string &path);
 /// errors.
 std::optional<struct stat> status_of(const std::string &path);
 
+/// followed_link returns the target of a path that is a symbolic link, and any other path as it is: a rename would
+/// replace the link. Throws a Failure for a dangling link.
+std::string followed_link(const std::string &path);
+
 /// open_file calls open with O_CLOEXEC and repeats it after EINTR. On failure the guard is empty and errno is set.
 HostFileGuard open_file(const std::string &path, int flags, mode_t mode = 0);
 

@@ -26,7 +26,7 @@ namespace fs = std::filesystem;
 /// remove_leftovers removes temporary files of killed writers. It ignores errors: such files do no harm.
 void remove_leftovers(const std::string &database) {
   std::error_code ignored;
-  for (const char *map : {"", ".url"}) fs::remove(database + map + std::string(next_state_suffix), ignored);
+  for (const char *file : {"", ".url", ".idx"}) fs::remove(database + file + std::string(next_state_suffix), ignored);
   const std::string prefix = fs::path(database).filename().string() + std::string(scratch_mark);
   for (const auto &entry : fs::directory_iterator(directory_of(database), ignored))
     if (entry.path().filename().string().compare(0, prefix.size(), prefix) == 0) fs::remove(entry.path(), ignored);

@@ -35,10 +35,11 @@ void Importer::accept(ObjectView &object) {
   const std::optional<std::string> known = number ? batch_.get(*number) : std::nullopt;
   if (known && is_version_of(*known, undated)) {
     ++summary_.unchanged;
-    return;
+    return taken_.push_back(*number);
   }
   ++(number ? summary_.changed : summary_.added);
-  batch_.put_undated(number ? *number : new_number(), url, undated);
+  taken_.push_back(number ? *number : new_number());
+  batch_.put_undated(taken_.back(), url, undated);
 }
 
 uint32_t Importer::new_number() {

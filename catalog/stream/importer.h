@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "catalog/stream/soif_stream.h"
 #include "catalog/transaction.h"
@@ -34,6 +35,8 @@ class Importer {
   WriteBatch &batch() { return batch_; }
   uint32_t next_number() const { return next_number_; }
   const Summary &summary() const { return summary_; }
+  /// taken returns the numbers of the accepted descriptions, in the order of the submission.
+  const std::vector<uint32_t> &taken() const { return taken_; }
 
  private:
   void begin();
@@ -45,6 +48,7 @@ class Importer {
   uint32_t next_number_ = 0;
   bool has_begun_ = false;
   Summary summary_;
+  std::vector<uint32_t> taken_;
 };
 
 }  // namespace rdm::catalog

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "catalog/stream/soif_scan.h"
 
+#include <algorithm>
 #include <string_view>
 #include <vector>
 
@@ -14,12 +15,6 @@ namespace {
 constexpr char no_object[] = "not a SOIF object";
 
 bool is_name_character(char c) { return c != ' ' && c != '{' && c != '}' && c != '@' && !ascii::is_control(c); }
-
-bool is_name(std::string_view name) {
-  for (char c : name)
-    if (!is_name_character(c)) return false;
-  return !name.empty();
-}
 
 using DeadEnds = std::unordered_map<int64_t, ScanFault>;
 
@@ -81,7 +76,7 @@ class ObjectScan {
   std::string attribute() {
     const auto name = soif::read_attribute_name(input_, buffer_);
     if (!name) return no_object;
-    if (!is_name(*name))
+    if (!is_attribute_name(*name))
       return "attribute name \"" + (name->empty() ? "(empty)" : printable(*name, 60)) +
              "\", after a value of the wrong size";
     last_count_ = {std::string(*name), "", 0};
@@ -119,6 +114,10 @@ class ObjectScan {
 };
 
 }  // namespace
+
+bool is_attribute_name(std::string_view name) {
+  return !name.empty() && std::all_of(name.begin(), name.end(), is_name_character);
+}
 
 std::string printable(std::string_view text, size_t limit) {
   const std::string line = without_controls(text.substr(0, limit), '?');

@@ -23,6 +23,10 @@ struct ScanFault {
 /// longer.
 std::string printable(std::string_view text, size_t limit);
 
+/// is_attribute_name returns true if the scan takes a text for the name of an attribute. The parser takes more: also
+/// names with blanks, braces, "@" and control characters, and empty ones.
+bool is_attribute_name(std::string_view name);
+
 /// ByteCount is a byte count in an object.
 struct ByteCount {
   std::string attribute;

@@ -83,6 +83,7 @@ std::optional<ObjectView> SoifStream::parse_object(int64_t start, int64_t end) {
 std::optional<SoifStream::Item> SoifStream::next() {
   const std::optional<int64_t> start = find_object(position_, false);
   if (!start) {
+    if (size_of(file_.get(), name_) < size_) throw Failure("cannot read " + name_ + ": it has become shorter");
     ::lseek(file_.get(), size_, SEEK_SET);  // the caller's descriptor shares the offset
     return std::nullopt;
   }
@@ -115,17 +116,40 @@ size_t SoifStream::read_at(int64_t offset, char *bytes, size_t count) const {
   return static_cast<size_t>(got);
 }
 
-int64_t SoifStream::line_of(int64_t offset) {
-  if (offset < line_offset_) line_offset_ = 0, lines_ = 1;
+bool SoifStream::is_blank(int64_t from, int64_t to) const {
+  std::array<char, 4096> block;
+  while (from < to) {
+    const size_t got = read_at(from, block.data(), std::min(block.size(), static_cast<size_t>(to - from)));
+    if (got == 0) return true;
+    if (!std::all_of(block.data(), block.data() + got, ascii::is_space)) return false;
+    from += static_cast<int64_t>(got);
+  }
+  return true;
+}
+
+void SoifStream::each_block(const std::function<void(std::string_view bytes)> &visit) const {
+  std::vector<char> block(1 << 18);
+  for (int64_t at = 0; at < size_;) {
+    const size_t got = read_at(at, block.data(), std::min(block.size(), static_cast<size_t>(size_ - at)));
+    if (got == 0) throw Failure("cannot read " + name_ + ": it has become shorter");
+    visit({block.data(), got});
+    at += static_cast<int64_t>(got);
+  }
+}
+
+SoifStream::Place SoifStream::place_of(int64_t offset) {
+  if (offset < line_offset_) line_offset_ = line_start_ = 0, lines_ = 1;
   std::array<char, 1 << 16> block;
   while (line_offset_ < offset) {
     const auto wanted = std::min<size_t>(block.size(), static_cast<size_t>(offset - line_offset_));
-    const size_t got = read_at(line_offset_, block.data(), wanted);
-    if (got == 0) break;
-    lines_ += std::count(block.begin(), block.begin() + static_cast<ptrdiff_t>(got), '\n');
-    line_offset_ += static_cast<int64_t>(got);
+    const std::string_view read(block.data(), read_at(line_offset_, block.data(), wanted));
+    if (read.empty()) break;
+    lines_ += std::count(read.begin(), read.end(), '\n');
+    if (const size_t last = read.rfind('\n'); last != std::string_view::npos)
+      line_start_ = line_offset_ + static_cast<int64_t>(last) + 1;
+    line_offset_ += static_cast<int64_t>(read.size());
   }
-  return lines_;
+  return {lines_, line_offset_ - line_start_ + 1};
 }
 
 std::string SoifStream::bytes_of(const Item &item) { return bytes_between(item.offset, item.end); }

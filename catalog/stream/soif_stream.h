@@ -50,10 +50,25 @@ class SoifStream {
   /// next returns the next object, or std::nullopt at the end.
   std::optional<Item> next();
 
+  /// restart has next begin again with the first object.
+  void restart() { position_ = number_ = 0; }
+
+  /// is_blank returns true if there is only white space between two offsets.
+  bool is_blank(int64_t from, int64_t to) const;
   /// bytes_of returns the bytes of an object as they were sent. It does not change the result of next.
   std::string bytes_of(const Item &item);
+  /// each_block visits all bytes of the stream in blocks, from the first. It does not change the result of next.
+  void each_block(const std::function<void(std::string_view bytes)> &visit) const;
   /// line_of returns the line number, from 1, of an offset. It is fastest for ascending offsets.
-  int64_t line_of(int64_t offset);
+  int64_t line_of(int64_t offset) { return place_of(offset).line; }
+  /// place_of returns line and column of an offset, both from 1. A column is a byte. It is fastest for ascending
+  /// offsets.
+  struct Place {
+    int64_t line, column;
+  };
+  Place place_of(int64_t offset);
+  /// text_between returns the bytes from `start` to `end`.
+  std::string text_between(int64_t start, int64_t end) const { return bytes_between(start, end); }
   const std::string &name() const { return name_; }
   /// size returns the size of the stream in bytes.
   int64_t size() const { return size_; }
@@ -73,7 +88,7 @@ class SoifStream {
   SoifScan scan_;
   int64_t position_ = 0;
   int64_t number_ = 0;
-  int64_t line_offset_ = 0, lines_ = 1;  // an offset and its line, from which line_of counts
+  int64_t line_offset_ = 0, line_start_ = 0, lines_ = 1;  // an offset and its line, from which place_of counts
 };
 
 }  // namespace rdm::catalog

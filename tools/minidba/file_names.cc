@@ -21,14 +21,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string followed(const std::string &path) {
-  std::error_code error;
-  if (!fs::is_symlink(path, error)) return path;
-  std::string file = fs::canonical(path, error).string();
-  if (error) throw Failure("cannot follow the link " + path + ": " + error.message());
-  return file;
-}
-
 /// Purpose is a file with its use.
 struct Purpose {
   std::string name;
@@ -68,8 +60,8 @@ bool is_same(const Purpose &a, const Purpose &b) {
 }  // namespace
 
 void follow_links(Options &options) {
-  options.database = followed(options.database);
-  options.index = followed(options.index);
+  options.database = followed_link(options.database);
+  options.index = followed_link(options.index);
 }
 
 void check_files(const Options &options) {

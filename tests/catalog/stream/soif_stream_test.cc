@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include "catalog/os/error.h"
 #include "catalog/record.h"
 #include "support/files.h"
 
@@ -85,6 +86,19 @@ TEST(SoifStream, FindsTheObjectAfterAMalformedOneOfAnySize) {
     EXPECT_EQ(second->offset, static_cast<int64_t>(malformed.size()) + 1);
     EXPECT_EQ(second->object->url(), "y");
   }
+}
+
+TEST(SoifStream, AFileThatBecomesShorterIsNoShorterStream) {
+  std::string objects;
+  for (int i = 0; i < 20'000; ++i) objects += "@DOCUMENT { x\n}\n";
+  const Submission submission(objects);
+  SoifStream stream(submission.descriptor(), submission.path());
+  ASSERT_TRUE(stream.next());
+  ASSERT_EQ(::truncate(submission.path().c_str(), 16 * 19'000), 0);
+  const auto read_on = [&] {
+    while (stream.next()) continue;
+  };
+  EXPECT_THROW(read_on(), catalog::Failure);
 }
 
 TEST(SoifStream, LeavesTheDescriptorAtTheEnd) {

@@ -10,6 +10,7 @@
 #include "catalog/index_file.h"
 #include "catalog/os/error.h"
 #include "catalog/record.h"
+#include "catalog/transaction.h"
 #include "dba/guard.h"
 #include "tools/minidba/opening.h"
 #include "tools/minidba/output/describe.h"
@@ -35,7 +36,8 @@ struct Findings {
   bool has_map = false;
   std::optional<int64_t> indexed;  // std::nullopt without an index
   Behind behind;
-  bool is_short = false;  // the database has fewer records than it counts
+  bool is_other_index = false;  // the database was published with another index than the one beside it
+  bool is_short = false;        // the database has fewer records than it counts
 };
 
 std::string named(uint32_t number) { return "description " + std::to_string(number); }
@@ -244,7 +246,11 @@ void check_index(const Options &options, const Catalog &catalog, Findings &findi
   }
 }
 
-std::string note_of(const Behind &behind) {
+std::string note_of(const Findings &findings) {
+  const Behind &behind = findings.behind;
+  if (findings.is_other_index)
+    return "the index is not the one that was published with the database: a command was killed between two renames; "
+           "the next one that changes the catalog writes it, or run minidba index";
   if (behind.is_earlier) return "the index is of an earlier catalog of this name: run minidba index";
   return "the index is older than the database, by " + std::to_string(behind.added) + " new, " +
          std::to_string(behind.changed) + " changed and " + std::to_string(behind.removed) +
@@ -299,6 +305,7 @@ void check_all(const Options &options, const Console &console, Findings &finding
   check_pages(catalog.table(), findings.faults);
   if (const UrlMap *map = catalog.url_map()) check_pages(map->table(), findings.faults);
   check_index(options, catalog, findings);
+  findings.is_other_index = (findings.behind.any() || !findings.indexed) && has_other_index(catalog);
   const auto after = status_of(options.database);
   if (!before || !after || !same_file(*before, *after))
     throw Failure("database changed while it was verified: " + options.database);
@@ -311,8 +318,9 @@ int verify(const Options &options, const Console &console) {
   check_all(options, console, findings);
   findings.faults.close();
   // If there are faults without a line, standard error has exactly 101 lines.
-  if (findings.behind.any() && !findings.faults.is_full() && !options.quiet)
-    console.errors << "minidba: " << note_of(findings.behind) << '\n';
+  const bool is_behind = findings.behind.any() || findings.is_other_index;
+  if (is_behind && !findings.faults.is_full() && !options.quiet)
+    console.errors << "minidba: " << note_of(findings) << '\n';
   console.out << (options.json ? text_of(json_verdict(findings)) : text_verdict(findings)) << '\n';
   return findings.faults.count() == 0 ? exit_done : exit_found_fault;
 }
