@@ -16,7 +16,7 @@ using support::Finished;
 using testing::HasSubstr;
 using Words = std::vector<std::string>;
 
-const char *const programs[] = {"minidba", "rdmctl", "rdmd"};
+const char *const programs[] = {"minidba", "rdmctl", "rdmd", "soif"};
 const char *const shells[] = {"bash", "zsh", "fish"};
 
 std::string in_bin(const std::string &program) { return support::in_build("bin/" + program); }
@@ -68,6 +68,8 @@ TEST(Completion, BashCompletesVerbsOptionsAndValues) {
       {{"minidba", "completion", "bash", ""}, "\n"},
       {{"rdmctl", "compl"}, "completion\n"},
       {{"rdmctl", "import", "--cs"}, "--csid\n"},
+      {{"soif", "from", "o"}, "oai-dc\n"},
+      {{"soif", "to", "--map", "x", "t"}, "tsv\n"},
       {{"rdmd", "--tls-c"}, "--tls-certificate\n"},
       {{"rdmd", "--access-log-format", ""}, "combined\njson\n"},
       {{"rdmd", ""}, "\n"},
@@ -82,7 +84,8 @@ TEST(Completion, BashCompletesFilesElsewhere) {
   for (const Words &line : {Words{"minidba", "-d", begin}, Words{"minidba", "--database", begin},
                             Words{"minidba", "update", "--rejects", "=", begin}, Words{"minidba", "update", begin},
                             Words{"minidba", "update", "one", "-", begin}, Words{"rdmctl", "import", "--config", begin},
-                            Words{"rdmctl", "import", begin}, Words{"rdmd", "--config", begin}})
+                            Words{"rdmctl", "import", begin}, Words{"rdmd", "--config", begin},
+                            Words{"soif", "to", "csv", begin}})
     EXPECT_EQ(complete_in_bash(line), file + "\n") << ::testing::PrintToString(line);
 }
 
