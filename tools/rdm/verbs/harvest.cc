@@ -1,0 +1,76 @@
+// SPDX-License-Identifier: MIT
+#include "tools/rdm/harvest.h"
+
+#include <optional>
+#include <ostream>
+
+#include "qxapi/escaped.h"
+#include "tools/common/time_text.h"
+#include "tools/rdm/harvest_output.h"
+#include "tools/rdm/verbs/verbs.h"
+
+namespace rdm::client {
+namespace {
+
+/// state_of returns the state of a harvest since the last one. Harvests of other attributes have their own.
+State state_of(const Options &options) {
+  std::string work = "harvest";
+  for (const std::string &name : options.attributes) work += "," + name;
+  return State(options, work);
+}
+
+/// Figures count what was written. `bytes` are those of the SOIF texts.
+struct Figures {
+  int64_t descriptions = 0, bytes = 0, rejected = 0;
+};
+
+Figures write(const Harvest &harvest, HarvestOutput &output, const Console &console) {
+  Figures figures;
+  if (output.surveys()) harvest.each([&](const std::string &text) { output.survey(text); });
+  harvest.each([&](const std::string &text) {
+    if (const std::string reason = output.write(text); !reason.empty()) {
+      console.errors << "rdm: rejected: " << escaped(reason) << '\n';
+      ++figures.rejected;
+      return;
+    }
+    ++figures.descriptions;
+    figures.bytes += static_cast<int64_t>(text.size());
+  });
+  output.finish();
+  return figures;
+}
+
+void report(const Options &options, const Console &console, const Figures &figures) {
+  const auto [count, bytes, rejected] = figures;
+  if (options.json)
+    console.out << R"({"verb":"harvest","descriptions":)" << count << R"(,"bytes":)" << bytes << R"(,"rejected":)"
+                << rejected << "}\n";
+  else if (!options.quiet)
+    console.errors << "rdm: " << count << (count == 1 ? " description, " : " descriptions, ") << bytes << " bytes\n";
+}
+
+void take(const Options &options, const Console &console, Harvest &harvest, State *state) {
+  if (state != nullptr)
+    harvest.take_news(*state);
+  else if (!options.since.empty())
+    harvest.take_since(tools::read_time(options.since, console.clock()));
+  else
+    harvest.take_all();
+}
+
+}  // namespace
+
+int harvest(const Options &options, const Console &console) {
+  Server server(options, console);
+  std::optional<State> state;
+  if (options.since == "last") state.emplace(state_of(options));
+  HarvestOutput output(options, console);
+  Harvest harvest(options, server);
+  take(options, console, harvest, state ? &*state : nullptr);
+  const Figures figures = write(harvest, output, console);
+  if (state) state->save();
+  report(options, console, figures);
+  return figures.rejected == 0 ? exit_done : exit_partly;
+}
+
+}  // namespace rdm::client
