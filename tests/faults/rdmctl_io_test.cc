@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-/// rdmctl import while files fail: its messages must be true, and a submission is imported completely or not at all.
+/// rdmctl import and publish while files fail: its messages must be true, and a submission is imported completely or
+/// not at all.
 ///
 /// Unless RDM_IO_FAULTS is "all", each errno is tried on one call of each class.
 
@@ -95,6 +96,48 @@ TEST_F(RdmctlIo, ReportsTheOutcomeAndImportsAllOrNothing) {
     reset();
     expect_honest(fault, faults::run_with(fault, call()));
     expect_clean(fault);
+  }
+}
+
+class PublishIo : public RdmctlIo {
+ protected:
+  faults::Call publish() const { return {"rdmctl", {program, "publish", service_.database(), file_}, ""}; }
+
+  /// expect_true accepts a report that is not kept as status 1; every other failure must have changed nothing, unless
+  /// it says that a file is replaced.
+  void expect_true(const IoFault &fault, const Finished &finished) const {
+    ASSERT_LT(finished.status, 128) << "ended by a signal";
+    const bool is_published = imported() == descriptions;
+    EXPECT_TRUE(is_published || imported() == 0) << imported();
+    if (finished.status == 0) {
+      EXPECT_TRUE(is_published) << finished.errors;
+      return;
+    }
+    EXPECT_FALSE(fault.is_harmless()) << finished.errors;
+    EXPECT_THAT(finished.errors, testing::HasSubstr("rdmctl: "));
+    EXPECT_EQ(finished.status == 1, is_published) << finished.errors;
+  }
+
+  /// expect_mended runs the next command, after which the index must be of the database.
+  void expect_mended() const {
+    const Finished next = support::run(publish().arguments, "");
+    EXPECT_EQ(next.status, 0) << next.errors;
+    const Finished verified = support::run({support::in_build("bin/minidba"), "-d", service_.database(), "verify"});
+    EXPECT_EQ(verified.out, "sound: 60 descriptions, 60 index entries\n") << verified.errors;
+  }
+};
+
+TEST_F(PublishIo, ReportsTheOutcomeAndPublishesAllOrNothing) {
+  const auto calls = faults::count_calls(publish());
+  const auto faults = faults::io_faults(calls);
+  EXPECT_EQ(imported(), descriptions);
+  EXPECT_GT(faults.size(), 10u);
+  for (const IoFault &fault : faults) {
+    SCOPED_TRACE(testing::PrintToString(fault));
+    reset();
+    std::filesystem::remove(service_.database() + ".imports");
+    expect_true(fault, faults::run_with(fault, publish()));
+    expect_mended();
   }
 }
 

@@ -3,20 +3,118 @@
 
 #include "cli/command_line.h"
 #include "tools/rdmctl/import.h"
+#include "tools/rdmctl/publishing.h"
+#include "tools/rdmctl/verbs/verbs.h"
 
 namespace rdm::rdmctl {
 namespace {
 
-void declare_import(CLI::App &app, Command &command) {
-  CLI::App *verb = app.add_subcommand("import", "import submissions of a gatherer into a catalog");
-  verb->group("Verbs");
-  Options &options = command.options;
-  verb->add_option("--config", options.config, "the service's configuration")->required()->type_name("FILE");
-  verb->add_option("--csid", options.csid, "the catalog service to import into")->required()->type_name("CSID");
-  verb->add_option("--from", options.from, "name of the gatherer, for the answer and the log")->type_name("SOURCE");
-  verb->add_flag("--delete", options.deletes, "delete the descriptions that an rd-delete-response names");
-  verb->add_option("FILE", options.files, "SOIF streams, or whole messages; - is standard input")->required();
-  verb->callback([&command] { command.verb = import; });
+constexpr char config_text[] = "the service's configuration; also before the verb";
+constexpr char target_text[] = "catalog service, or path of a database";
+
+/// is_seconds accepts a number that is not below zero.
+CLI::Validator is_seconds() {
+  const auto check = [](const std::string &text) -> std::string {
+    double value = 0;
+    const bool is_time = CLI::detail::lexical_cast(text, value) && value >= 0;
+    return is_time ? "" : "not a number of seconds: " + text;
+  };
+  return {check, ""};
+}
+
+CLI::Validator is_limit() {
+  const auto check = [](const std::string &text) -> std::string {
+    try {
+      Limit limit(text);
+      return "";
+    } catch (const catalog::Failure &failure) {
+      return failure.what();
+    }
+  };
+  return {check, ""};
+}
+
+void declare_target(CLI::App &verb, Options &options) {
+  verb.add_option("--config", options.config, config_text)->type_name("FILE");
+  verb.add_option("CSID|DATABASE", options.target, target_text)->required();
+}
+
+void declare_json(CLI::App &verb, Options &options) {
+  verb.add_flag("--json", options.json, "write the result as JSON");
+}
+
+void declare_wait(CLI::App &verb, Options &options) {
+  verb.add_option("--wait", options.wait, "wait at most this long for another writer; by default without limit")
+      ->check(is_seconds())
+      ->type_name("SECONDS");
+}
+
+void declare_import(CLI::App &verb, Options &options) {
+  verb.add_option("--config", options.config, config_text)->required()->type_name("FILE");
+  verb.add_option("--csid", options.csid, "the catalog service to import into")->required()->type_name("CSID");
+  verb.add_option("--from", options.from, "name of the gatherer, for the answer and the log")->type_name("SOURCE");
+  verb.add_flag("--delete", options.deletes, "delete the descriptions that an rd-delete-response names");
+  verb.add_option("FILE", options.files, "SOIF streams, or whole messages; - is standard input")->required();
+}
+
+void declare_publish(CLI::App &verb, Options &options) {
+  declare_target(verb, options);
+  CLI::Option *files = verb.add_option("FILE", options.files, "SOIF streams; - is standard input");
+  verb.add_option("--from", options.from, "name of the gatherer, for the report")->type_name("SOURCE");
+  CLI::Option *full = verb.add_flag("--full-feed", options.full_feed, "delete the descriptions that the files lack");
+  verb.add_option("--max-delete", options.max_delete, "change nothing if more than these would be deleted")
+      ->check(is_limit())
+      ->needs(full)
+      ->type_name("NUMBER|SHARE%")
+      ->default_str("10%");
+  CLI::Option *validate = verb.add_flag("--validate", options.validate,
+                                        "warn of descriptions that do not fit the service's schema and taxonomy");
+  verb.add_flag("--strict", options.strict, "reject them")->needs(validate);
+  verb.add_option("--spool", options.spool,
+                  "publish each finished file in this directory, and move it to done/ or "
+                  "rejected/ there")
+      ->excludes(files)
+      ->type_name("DIRECTORY");
+  declare_wait(verb, options);
+  verb.add_flag("--dry-run", options.dry_run, "report what would be done, but change nothing");
+  verb.add_flag("-q,--quiet", options.quiet, "show no progress");
+  declare_json(verb, options);
+}
+
+void declare_imports(CLI::App &verb, Options &options) {
+  declare_target(verb, options);
+  verb.add_option("--last", options.last, "only so many, the newest")
+      ->check(CLI::Range(1L, 1000000000L))
+      ->type_name("NUMBER");
+  declare_json(verb, options);
+}
+
+struct Row {
+  const char *name;
+  const char *purpose;
+  Verb verb;
+  void (*declare)(CLI::App &, Options &);
+};
+
+constexpr Row rows[] = {
+    {"import", "import submissions of a gatherer into a catalog", import, declare_import},
+    {"publish", "make files the next state of a catalog: update, expire and index in one", publish, declare_publish},
+    {"imports", "show what was published, by whom, from where and with what result", imports, declare_imports},
+};
+
+/// declare_config adds --config before the verb: then no verb requires its own.
+void declare_config(CLI::App &app, Options &options) {
+  const auto take = [&](const std::string &file) {
+    options.config = file;
+    for (CLI::App *verb : app.get_subcommands())
+      if (CLI::Option *own = verb->get_option_no_throw("--config")) own->required(false);
+  };
+  app.add_option_function<std::string>("--config", take, "the service's configuration")->type_name("FILE");
+}
+
+void check_words(const CLI::App &app, const Options &options) {
+  if (app.got_subcommand("publish") && options.files.empty() && options.spool.empty())
+    throw cli::misuse(app, "FILE or --spool is required");
 }
 
 }  // namespace
@@ -25,9 +123,16 @@ std::optional<Command> read_command_line(int argc, char **argv, std::ostream &ou
   CLI::App app("The operator's tool of the resource-description service.", "rdmctl");
   cli::declare_program(app);
   Command command;
-  declare_import(app, command);
+  declare_config(app, command.options);
+  for (const Row &row : rows) {
+    CLI::App *verb = app.add_subcommand(row.name, row.purpose);
+    verb->group("Verbs");
+    row.declare(*verb, command.options);
+    verb->callback([&command, &row] { command.verb = row.verb; });
+  }
   cli::declare_verbs(app);
   if (!cli::parse(app, argc, argv, out)) return std::nullopt;
+  check_words(app, command.options);
   return command;
 }
 

@@ -144,7 +144,7 @@ Offered count_objects(const Submission &submission) {
   return offered;
 }
 
-std::string text_of(csio *answer) {
+std::string answer_text(csio *answer) {
   std::string bytes(answer->length, '\0');
   csio_rewind(answer);
   csio_copy(answer, bytes.data(), static_cast<int32_t>(bytes.size()));
@@ -170,7 +170,7 @@ std::string submit(Submission &submission, const Options &options) {
   const CsioPtr answer = make_csio();
   rds_rd_response(submission.header.get(), submission.body.get(), answer.get(), exchange.session(), exchange.request());
   Service::log(exchange);
-  return text_of(answer.get());
+  return answer_text(answer.get());
 }
 
 /// shortfalls returns messages about an incomplete import; none if it is complete.
@@ -180,7 +180,7 @@ std::vector<std::string> shortfalls(int64_t count, int64_t offered, const Outcom
           " descriptions were accepted"};
 }
 
-void say(std::ostream &errors, const std::string &name, const std::string &text) {
+void say_of(std::ostream &errors, const std::string &name, const std::string &text) {
   errors << "rdmctl: " << escaped(name + ": " + text) << '\n';
 }
 
@@ -192,7 +192,7 @@ int import_descriptions(Submission &submission, const Options &options, std::ost
   out << answer << std::endl;
   const int64_t count = accepted(answer);
   const std::vector<std::string> missing = shortfalls(count, offered.objects, outcome);
-  for (const std::string &text : missing) say(errors, submission.name, text);
+  for (const std::string &text : missing) say_of(errors, submission.name, text);
   if (missing.empty()) return exit_done;
   const bool has_failed = count <= 0 && offered.sound > 0 && !outcome.database_changed();
   return has_failed ? tools::exit_failure : exit_incomplete;
@@ -213,15 +213,15 @@ std::string log_deletion(int64_t deleted, const Options &options) {
 int delete_descriptions(const Submission &submission, const Options &options, std::ostream &out, std::ostream &errors) {
   const Named named = named_in(path_of(submission), submission.name, errors);
   if (named.urls.empty()) {
-    say(errors, submission.name, "names no descriptions");
+    say_of(errors, submission.name, "names no descriptions");
     return tools::exit_failure;
   }
   const int64_t deleted = delete_from(csid_findval("catalog-database", options.csid.c_str()), named.urls, errors);
   out << log_deletion(deleted, options) << std::endl;
   const auto wanted = static_cast<int64_t>(named.urls.size()) + named.rejected;
   if (deleted == wanted) return exit_done;
-  say(errors, submission.name,
-      std::to_string(deleted) + " of " + std::to_string(wanted) + " descriptions were deleted");
+  say_of(errors, submission.name,
+         std::to_string(deleted) + " of " + std::to_string(wanted) + " descriptions were deleted");
   return exit_incomplete;
 }
 

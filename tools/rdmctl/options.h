@@ -12,11 +12,22 @@ namespace rdm::rdmctl {
 
 /// Options is one record for all verbs. Each verb reads the fields of its own options.
 struct Options {
-  std::string config;              // path of the service's configuration
+  std::string config;              // path of the service's configuration; empty if not given
   std::string csid;                // of the catalog service
+  std::string target;              // CSID, or path of a database
   std::string from;                // name of the gatherer; empty if not given
   std::vector<std::string> files;  // submissions; "-" is standard input
   bool deletes = false;            // an rd-delete-response deletes the descriptions that it names
+  bool full_feed = false;          // descriptions that the feed lacks are deleted
+  std::string max_delete = "10%";  // of these deletions: a number, or a share with "%"
+  bool validate = false;           // against schema and taxonomy
+  bool strict = false;             // rejects what does not fit them
+  std::string spool;               // directory with submissions
+  double wait = -1;                // seconds to wait for the lock; below zero without limit
+  bool dry_run = false;
+  bool quiet = false;
+  bool json = false;
+  long last = 0;                        // imports: show only so many; 0 for all
 };
 
 /// Exit statuses; after a Failure it is tools::exit_failure.

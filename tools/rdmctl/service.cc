@@ -10,6 +10,7 @@
 #include "qxapi/escaped.h"
 #include "service/csid.h"
 #include "service/rdm.h"
+#include "tools/rdmctl/configuration.h"
 
 namespace rdm::rdmctl {
 namespace {
@@ -20,12 +21,6 @@ PblockPtr parameters(const std::string &config) {
   PblockPtr block(host_param_create(2));
   if (!block || host_param_add("config", config.c_str(), block.get()) != 0) throw std::bad_alloc();
   return block;
-}
-
-void require_readable(const std::string &path) {
-  const HostFileGuard file(host_open_read(path.c_str()));
-  char byte = 0;
-  if (!file || host_read(file.get(), &byte, 1) < 0) throw catalog::system_failure("cannot read " + path);
 }
 
 }  // namespace

@@ -16,15 +16,26 @@ Finished run(std::vector<std::string> words) {
   return support::run(words);
 }
 
+const std::string verbs =
+    "import, publish, imports";
+
 TEST(Usage, ReportsMissingAndUnknownArguments) {
   const std::pair<std::vector<std::string>, std::string> cases[] = {
-      {{}, "a verb is required: one of import; see \"rdmctl --help\""},
-      {{"explode"}, "unknown verb \"explode\": not one of import; see \"rdmctl --help\""},
-      {{"a\x1b[2J\nb"}, "unknown verb \"a\\x1b[2J\\nb\": not one of import; see \"rdmctl --help\""},
+      {{}, "a verb is required: one of " + verbs + "; see \"rdmctl --help\""},
+      {{"explode"}, "unknown verb \"explode\": not one of " + verbs + "; see \"rdmctl --help\""},
+      {{"a\x1b[2J\nb"}, "unknown verb \"a\\x1b[2J\\nb\": not one of " + verbs + "; see \"rdmctl --help\""},
       {{"imprt"}, "unknown verb \"imprt\" (did you mean \"import\"?); see \"rdmctl --help\""},
       {{"help", "imprt"}, "unknown verb \"imprt\" (did you mean \"import\"?); see \"rdmctl --help\""},
       {{"--explode"}, "unknown option \"--explode\"; see \"rdmctl --help\""},
       {{"import"}, "--config is required; see \"rdmctl import --help\""},
+      {{"--config", "c", "import"}, "--csid is required; see \"rdmctl import --help\""},
+      {{"publish"}, "CSID|DATABASE is required; see \"rdmctl publish --help\""},
+      {{"publish", "d"}, "FILE or --spool is required; see \"rdmctl publish --help\""},
+      {{"publish", "d", "f", "--max-delete", "5"}, "--max-delete requires --full-feed; see \"rdmctl publish --help\""},
+      {{"publish", "d", "f", "--spool", "s"}, "FILE excludes --spool; see \"rdmctl publish --help\""},
+      {{"publish", "d", "f", "--strict"}, "--strict requires --validate; see \"rdmctl publish --help\""},
+      {{"publish", "d", "f", "--wait", "-1"}, "--wait: not a number of seconds: -1; see \"rdmctl publish --help\""},
+      {{"imports", "d", "--last", "0"}, "--last: Value 0 not in range 1 to 1000000000; see \"rdmctl imports --help\""},
       {{"import", "--config", "c"}, "--csid is required; see \"rdmctl import --help\""},
       {{"import", "--config", "c", "--csid", "d"}, "FILE is required; see \"rdmctl import --help\""},
       {{"import", "--cnofig", "c", "--csid", "d", "f"},

@@ -1,0 +1,72 @@
+// SPDX-License-Identifier: MIT
+#include "tools/rdmctl/spool.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
+
+#include "catalog/os/error.h"
+#include "catalog/os/file.h"
+
+namespace rdm::rdmctl {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// is_finished returns false for the names under which writers keep a file until it is complete.
+bool is_finished(const std::string &name) {
+  return !name.starts_with('.') && !name.ends_with(".tmp") && !name.ends_with(".part");
+}
+
+bool rename_to(const std::string &from, const std::string &to) {
+  return ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0;
+}
+
+}  // namespace
+
+Spool::Spool(std::string directory)
+    : directory_(std::move(directory)), lock_(catalog::open_file(directory_, O_RDONLY | O_DIRECTORY)) {
+  if (!lock_) throw catalog::system_failure("cannot open " + directory_);
+  if (uninterrupted([&] { return ::flock(lock_.get(), LOCK_EX | LOCK_NB); }) == 0) return;
+  if (errno == EWOULDBLOCK) throw catalog::Failure("another process takes files from " + directory_);
+  throw catalog::system_failure("cannot lock " + directory_);
+}
+
+std::vector<std::string> Spool::files() const {
+  std::vector<std::string> names;
+  std::error_code error;
+  fs::directory_iterator at(directory_, error);
+  for (; !error && at != fs::directory_iterator(); at.increment(error)) {
+    std::error_code ignored;
+    const std::string name = at->path().filename().string();
+    if (is_finished(name) && at->symlink_status(ignored).type() == fs::file_type::regular) names.push_back(name);
+  }
+  if (error) throw catalog::Failure("cannot read " + directory_ + ": " + error.message());
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+void Spool::make_subdirectories() const {
+  for (const std::string subdirectory : {done, rejected}) {
+    const std::string to = path(subdirectory);
+    if (::mkdir(to.c_str(), 0777) != 0 && errno != EEXIST) throw catalog::system_failure("cannot make " + to);
+    const HostFileGuard opened = catalog::open_file(to, O_RDONLY | O_DIRECTORY);
+    if (!opened || ::access(to.c_str(), W_OK | X_OK) != 0) throw catalog::system_failure("cannot write to " + to);
+  }
+}
+
+void Spool::move(const std::string &name, const std::string &subdirectory) const {
+  const std::string to = path(subdirectory);
+  bool is_moved = rename_to(path(name), to + "/" + name);
+  for (int i = 1; !is_moved && errno == EEXIST; ++i)
+    is_moved = rename_to(path(name), to + "/" + name + "~" + std::to_string(i));
+  if (!is_moved) throw catalog::system_failure("cannot move " + path(name) + " to " + to);
+}
+
+}  // namespace rdm::rdmctl

@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: MIT
+#include "tools/rdmctl/target.h"
+
+#include "catalog/os/error.h"
+#include "catalog/os/file.h"
+#include "hosts/rdmd/check/check.h"
+#include "tools/rdmctl/configuration.h"
+
+namespace rdm::rdmctl {
+namespace {
+
+using catalog::Failure;
+
+/// configured returns the path of the database of a CSID, or an empty text if no service has this CSID.
+std::string configured(const std::string &csid, const std::string &config) {
+  require_readable(config);
+  for (const check::ConfiguredCatalog &service : check::configured_catalogs(config)) {
+    if (service.csid != csid) continue;
+    if (service.database.empty()) throw Failure("catalog service " + csid + " has no catalog-database in " + config);
+    return service.database;
+  }
+  return "";
+}
+
+}  // namespace
+
+std::string database_of(const std::string &target, const std::string &config) {
+  if (target.empty()) throw Failure("the CSID or database is empty");
+  if (config.empty() && is_url(target)) throw Failure(target + " is a CSID: name the configuration with --config");
+  std::string database = config.empty() ? target : configured(target, config);
+  if (database.empty() && (is_url(target) || !catalog::status_of(target)))
+    throw Failure("no catalog service " + target + " in " + config + (is_url(target) ? "" : ", and no such file"));
+  return catalog::followed_link(database.empty() ? target : database);
+}
+
+}  // namespace rdm::rdmctl
