@@ -89,6 +89,28 @@ void declare_imports(CLI::App &verb, Options &options) {
   declare_json(verb, options);
 }
 
+void declare_diff(CLI::App &verb, Options &options) {
+  verb.add_option("--config", options.config, config_text)->type_name("FILE");
+  verb.add_option("A", options.target, target_text)->required()->type_name("");
+  verb.add_option("B", options.other, "the other one, or a backup")->required()->type_name("");
+  verb.add_flag("--times", options.times, "compare the times of change too");
+  verb.add_flag("-q,--quiet", options.quiet, "show no progress");
+  declare_json(verb, options);
+}
+
+void declare_backup(CLI::App &verb, Options &options) {
+  declare_target(verb, options);
+  verb.add_option("FILE", options.other, "the backup")->required()->type_name("");
+  declare_wait(verb, options);
+  verb.add_flag("-q,--quiet", options.quiet, "show no progress");
+  declare_json(verb, options);
+}
+
+void declare_restore(CLI::App &verb, Options &options) {
+  declare_backup(verb, options);
+  verb.add_flag("--dry-run", options.dry_run, "only check the backup");
+}
+
 struct Row {
   const char *name;
   const char *purpose;
@@ -100,6 +122,9 @@ constexpr Row rows[] = {
     {"import", "import submissions of a gatherer into a catalog", import, declare_import},
     {"publish", "make files the next state of a catalog: update, expire and index in one", publish, declare_publish},
     {"imports", "show what was published, by whom, from where and with what result", imports, declare_imports},
+    {"diff", "compare two catalogs, or a catalog and a backup", diff, declare_diff},
+    {"backup", "write a catalog to one file", backup, declare_backup},
+    {"restore", "make a backup the state of a catalog, with a new index", restore, declare_restore},
 };
 
 /// declare_config adds --config before the verb: then no verb requires its own.

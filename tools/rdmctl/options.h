@@ -15,6 +15,7 @@ struct Options {
   std::string config;              // path of the service's configuration; empty if not given
   std::string csid;                // of the catalog service
   std::string target;              // CSID, or path of a database
+  std::string other;               // the second of two such words, or a file
   std::string from;                // name of the gatherer; empty if not given
   std::vector<std::string> files;  // submissions; "-" is standard input
   bool deletes = false;            // an rd-delete-response deletes the descriptions that it names
@@ -27,6 +28,7 @@ struct Options {
   bool dry_run = false;
   bool quiet = false;
   bool json = false;
+  bool times = false;                   // diff: compare times of change too
   long last = 0;                        // imports: show only so many; 0 for all
 };
 

@@ -17,7 +17,7 @@ Finished run(std::vector<std::string> words) {
 }
 
 const std::string verbs =
-    "import, publish, imports";
+    "import, publish, imports, diff, backup, restore";
 
 TEST(Usage, ReportsMissingAndUnknownArguments) {
   const std::pair<std::vector<std::string>, std::string> cases[] = {

@@ -20,6 +20,13 @@ int publish(const Options &options, std::ostream &out, std::ostream &errors);
 /// imports shows the reports of a catalog, the oldest first.
 int imports(const Options &options, std::ostream &out, std::ostream &errors);
 
+/// diff compares the descriptions of two catalogs by URL. Returns exit_incomplete if they differ.
+int diff(const Options &options, std::ostream &out, std::ostream &errors);
+
+/// backup writes a catalog to one file, restore makes such a file the state of a catalog, with a new index.
+int backup(const Options &options, std::ostream &out, std::ostream &errors);
+int restore(const Options &options, std::ostream &out, std::ostream &errors);
+
 }  // namespace rdm::rdmctl
 
 #endif
