@@ -111,6 +111,73 @@ void declare_restore(CLI::App &verb, Options &options) {
   verb.add_flag("--dry-run", options.dry_run, "only check the backup");
 }
 
+/// declare_service adds --config for a verb that needs it.
+void declare_service(CLI::App &verb, Options &options) {
+  verb.add_option("--config", options.config, config_text)->required()->type_name("FILE");
+}
+
+void declare_catalogs(CLI::App &verb, Options &options) {
+  declare_service(verb, options);
+  declare_json(verb, options);
+}
+
+void declare_check(CLI::App &verb, Options &options) {
+  declare_service(verb, options);
+  CLI::Option *monitor =
+      verb.add_flag("--monitor", options.monitor,
+                    "write a line for monitoring, and exit with 0 (OK), 1 (warning), 2 (critical), 3 "
+                    "(unknown)");
+  verb.add_flag("--json", options.json, "write the result as JSON")->excludes(monitor);
+}
+
+void declare_preview(CLI::App &verb, Options &options) {
+  declare_service(verb, options);
+  verb.add_option("CSID", options.csid, "the catalog service")->required()->type_name("");
+  verb.add_option("--since", options.since, "only descriptions that have changed since this time")->type_name("TIME");
+  verb.add_option("--attributes", options.attributes, "only these attributes")->delimiter(',')->type_name("NAME,...");
+  verb.add_option("--hits", options.hits, "at most so many descriptions")
+      ->check(CLI::Range(1L, 2147483647L))
+      ->type_name("NUMBER");
+  declare_json(verb, options);
+}
+
+void declare_harvesters(CLI::App &verb, Options &options) {
+  verb.add_option("--config", options.config, config_text)->type_name("FILE");
+  verb.add_option("LOG", options.files, "transaction logs; by default the one of the configuration")->type_name("");
+  verb.add_option("--since", options.since, "only lines of this time or later")->type_name("TIME");
+  declare_json(verb, options);
+}
+
+void declare_translate(CLI::App &verb, Options &options) {
+  verb.add_option("--config", options.config, config_text)->type_name("FILE");
+  verb.add_option("CSID|FILE", options.target, "catalog service, or its schema description")->required()->type_name("");
+  verb.add_option("NAME", options.attributes, "attributes")->required()->delimiter(',')->type_name("");
+  declare_json(verb, options);
+}
+
+void declare_taxonomy(CLI::App &verb, Options &options) {
+  verb.add_option("--config", options.config, config_text)->type_name("FILE");
+  verb.add_option("ACTION", options.action, "show, find or check")
+      ->required()
+      ->check(CLI::IsMember({"show", "find", "check"}))
+      ->type_name("");
+  verb.add_option("CSID|FILE", options.target, "catalog service, or its taxonomy description")
+      ->required()
+      ->type_name("");
+  verb.add_option("TEXT", options.text, "find: part of an id or description")->type_name("");
+  declare_json(verb, options);
+}
+
+void declare_describe(CLI::App &verb, Options &options) {
+  verb.add_option("KIND", options.action, "server, schema or taxonomy")
+      ->required()
+      ->check(CLI::IsMember({"server", "schema", "taxonomy"}))
+      ->type_name("");
+  verb.add_option("FILE", options.files, "plain text; - is standard input, the default")->expected(0, 1)->type_name("");
+  verb.add_option("--csid", options.csid, "the catalog service that is described")->type_name("CSID");
+  verb.add_option("--output", options.other, "file to write; - is standard output, the default")->type_name("FILE");
+}
+
 struct Row {
   const char *name;
   const char *purpose;
@@ -125,6 +192,14 @@ constexpr Row rows[] = {
     {"diff", "compare two catalogs, or a catalog and a backup", diff, declare_diff},
     {"backup", "write a catalog to one file", backup, declare_backup},
     {"restore", "make a backup the state of a catalog, with a new index", restore, declare_restore},
+    {"catalogs", "list the configured catalogs", catalogs, declare_catalogs},
+    {"check", "check the configuration, all that it names, and every record", check, declare_check},
+    {"preview", "tell how many descriptions and bytes a query would send", preview, declare_preview},
+    {"harvesters", "tell from the transaction log who harvests what, and with what result", harvesters,
+     declare_harvesters},
+    {"translate", "translate attributes to columns and a join, by a schema description", translate, declare_translate},
+    {"taxonomy", "show a taxonomy, find classes, or check it and its use", taxonomy, declare_taxonomy},
+    {"describe", "make a server, schema or taxonomy description of plain text", describe, declare_describe},
 };
 
 /// declare_config adds --config before the verb: then no verb requires its own.
@@ -140,6 +215,8 @@ void declare_config(CLI::App &app, Options &options) {
 void check_words(const CLI::App &app, const Options &options) {
   if (app.got_subcommand("publish") && options.files.empty() && options.spool.empty())
     throw cli::misuse(app, "FILE or --spool is required");
+  if (app.got_subcommand("taxonomy") && (options.action == "find") == options.text.empty())
+    throw cli::misuse(app, options.text.empty() ? "TEXT is required" : "unexpected argument \"" + options.text + '"');
 }
 
 }  // namespace

@@ -29,6 +29,12 @@ struct Options {
   bool quiet = false;
   bool json = false;
   bool times = false;                   // diff: compare times of change too
+  bool monitor = false;                 // check: a line and exit statuses for monitoring plugins
+  std::string since;                    // a time; empty for all
+  std::vector<std::string> attributes;  // empty for all
+  std::string action;                   // of taxonomy: show, find or check; of describe: the kind
+  std::string text;                     // taxonomy find: what to find
+  long hits = 0;                        // preview: at most so many; 0 for all
   long last = 0;                        // imports: show only so many; 0 for all
 };
 

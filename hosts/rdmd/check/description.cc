@@ -277,9 +277,12 @@ void check_description(const std::string &key, Report &report) {
     return report.error(
         0, "has " + std::to_string(status.st_size) + " bytes; an answer has at most " + std::to_string(longest_answer));
   const auto text = read_bytes(report);
-  if (!text) return;
-  if (text->empty()) return report.error(0, "is empty");
-  Reader(*text, report).read(key);
+  if (text) check_description_text(key, *text, report);
+}
+
+void check_description_text(const std::string &key, std::string_view text, Report &report) {
+  if (text.empty()) return report.error(0, "is empty");
+  Reader(text, report).read(key);
 }
 
 }  // namespace rdm::check

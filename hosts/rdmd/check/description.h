@@ -13,6 +13,9 @@ namespace rdm::check {
 /// attribute or the end of the object follows.
 void check_description(const std::string &key, Report &report);
 
+/// check_description_text checks a text in the same way, in place of the report's file.
+void check_description_text(const std::string &key, std::string_view text, Report &report);
+
 }  // namespace rdm::check
 
 #endif

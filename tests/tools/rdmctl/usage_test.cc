@@ -17,7 +17,8 @@ Finished run(std::vector<std::string> words) {
 }
 
 const std::string verbs =
-    "import, publish, imports, diff, backup, restore";
+    "import, publish, imports, diff, backup, restore, catalogs, check, preview, harvesters, translate, taxonomy, "
+    "describe";
 
 TEST(Usage, ReportsMissingAndUnknownArguments) {
   const std::pair<std::vector<std::string>, std::string> cases[] = {
@@ -29,6 +30,11 @@ TEST(Usage, ReportsMissingAndUnknownArguments) {
       {{"--explode"}, "unknown option \"--explode\"; see \"rdmctl --help\""},
       {{"import"}, "--config is required; see \"rdmctl import --help\""},
       {{"--config", "c", "import"}, "--csid is required; see \"rdmctl import --help\""},
+      {{"check"}, "--config is required; see \"rdmctl check --help\""},
+      {{"check", "--config", "c", "--json", "--monitor"}, "--monitor excludes --json; see \"rdmctl check --help\""},
+      {{"--config", "c", "preview"}, "CSID is required; see \"rdmctl preview --help\""},
+      {{"taxonomy", "find", "t"}, "TEXT is required; see \"rdmctl taxonomy --help\""},
+      {{"taxonomy", "show", "t", "x"}, "unexpected argument \"x\"; see \"rdmctl taxonomy --help\""},
       {{"publish"}, "CSID|DATABASE is required; see \"rdmctl publish --help\""},
       {{"publish", "d"}, "FILE or --spool is required; see \"rdmctl publish --help\""},
       {{"publish", "d", "f", "--max-delete", "5"}, "--max-delete requires --full-feed; see \"rdmctl publish --help\""},
