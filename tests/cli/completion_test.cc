@@ -16,7 +16,7 @@ using support::Finished;
 using testing::HasSubstr;
 using Words = std::vector<std::string>;
 
-const char *const programs[] = {"minidba", "rdmctl", "rdmd", "soif"};
+const char *const programs[] = {"minidba", "rdmctl", "rdmd", "rdmgather", "soif"};
 const char *const shells[] = {"bash", "zsh", "fish"};
 
 std::string in_bin(const std::string &program) { return support::in_build("bin/" + program); }
@@ -70,6 +70,7 @@ TEST(Completion, BashCompletesVerbsOptionsAndValues) {
       {{"rdmctl", "import", "--cs"}, "--csid\n"},
       {{"soif", "from", "o"}, "oai-dc\n"},
       {{"soif", "to", "--map", "x", "t"}, "tsv\n"},
+      {{"rdmgather", "--del"}, "--deletions\n"},
       {{"rdmd", "--tls-c"}, "--tls-certificate\n"},
       {{"rdmd", "--access-log-format", ""}, "combined\njson\n"},
       {{"rdmd", ""}, "\n"},
@@ -85,7 +86,7 @@ TEST(Completion, BashCompletesFilesElsewhere) {
                             Words{"minidba", "update", "--rejects", "=", begin}, Words{"minidba", "update", begin},
                             Words{"minidba", "update", "one", "-", begin}, Words{"rdmctl", "import", "--config", begin},
                             Words{"rdmctl", "import", begin}, Words{"rdmd", "--config", begin},
-                            Words{"soif", "to", "csv", begin}})
+                            Words{"rdmgather", "--state", begin}, Words{"soif", "to", "csv", begin}})
     EXPECT_EQ(complete_in_bash(line), file + "\n") << ::testing::PrintToString(line);
 }
 
