@@ -1,0 +1,175 @@
+// SPDX-License-Identifier: MIT
+/// What connects the installed server to a Debian system: packages, default configuration, units.
+
+#include <cstdlib>
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "support/directories.h"
+#include "support/environment.h"
+#include "support/files.h"
+#include "support/process.h"
+
+using namespace rdm;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+using Lines = std::vector<std::string>;
+using Replacements = std::vector<std::pair<std::string, std::string>>;
+
+constexpr const char *prefix = "/usr/local";
+
+Lines lines_of(const std::string &text) {
+  Lines lines;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  return lines;
+}
+
+std::string replaced(std::string text, const Replacements &replacements) {
+  for (const auto &[from, to] : replacements)
+    for (std::size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size()))
+      text.replace(at, from.size(), to);
+  return text;
+}
+
+/// first_match returns the first group of a pattern in the first line that it fits, or an empty text.
+std::string first_match(const Lines &lines, const std::string &pattern) {
+  std::smatch match;
+  for (const std::string &line : lines)
+    if (std::regex_search(line, match, std::regex(pattern))) return match.str(1);
+  return {};
+}
+
+/// number_of reads a number that may end in K, M or G.
+double number_of(const std::string &text) {
+  char *end = nullptr;
+  const double number = std::strtod(text.c_str(), &end);
+  const std::map<std::string, double> units = {{"", 1}, {"K", 1 << 10}, {"M", 1 << 20}, {"G", 1 << 30}};
+  return number * units.at(end);
+}
+
+class Packaging : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    const support::Environment staging("DESTDIR", directory_.emplace().path().c_str());
+    const support::Finished done = support::run({CMAKE, "--install", support::in_build(), "--prefix", prefix});
+    ASSERT_EQ(done.status, 0) << done.errors;
+  }
+
+  static void TearDownTestSuite() { directory_.reset(); }
+
+  static std::string staged(const std::string &name = "") { return directory_->path("usr/local/" + name); }
+
+  /// places returns what stands for the directories of the installed system.
+  static Replacements places() {
+    return {{"/var/log/rdm", here()},
+            {"/var/lib/rdm/tmp", here()},
+            {"/var/lib/rdm", here()},
+            {"/etc/rdm", here()},
+            {"/usr/local/" DOCUMENT_DIR "/examples", support::in_source("examples")},
+            {"/usr/local/bin", support::in_build("bin")},
+            {"/usr/local/lib", support::in_build("lib")}};
+  }
+
+  static std::string here() { return directory_->path("system"); }
+
+  /// configure writes the default configuration to here(). Examples and defaults in comments apply too if `all`; but
+  /// no addresses and certificates.
+  static void configure(bool all) {
+    fs::create_directories(here());
+    for (const char *name : {"rdm.conf", "csid.conf", "rdmd.toml"}) {
+      std::string text = support::read_file(staged("share/rdm/etc/rdm/") + name);
+      if (all) text = std::regex_replace(text, std::regex("(^|\n)#(?!listen|tls-|admin)([a-z-]+ ?=)"), "$1$2");
+      support::write_file(here() + "/" + name, replaced(std::move(text), places()));
+    }
+  }
+
+  static support::Finished check() {
+    return support::run({support::in_build("bin/rdmd"), "--check", "--options", here() + "/rdmd.toml"});
+  }
+
+ private:
+  static inline std::optional<support::TemporaryDirectory> directory_;
+};
+
+TEST_F(Packaging, DefaultConfigurationServesNoCatalog) {
+  configure(false);
+  const support::Finished checked = check();
+  EXPECT_EQ(checked.errors, here() + "/csid.conf: warning: lists no catalog service\n");
+  EXPECT_EQ(checked.status, 0);
+}
+
+TEST_F(Packaging, ExamplesInTheConfigurationAreValid) {
+  configure(true);
+  const std::string database = here() + "/rfc.db";
+  const support::Finished made = support::run(
+      {support::in_build("bin/rdmctl"), "publish", "--quiet", database, support::in_source("examples/rfc/rds.soif")});
+  EXPECT_EQ(made.status, 0) << made.errors;
+  support::write_file(here() + "/rdm.conf",
+                      replaced(support::read_file(here() + "/rdm.conf"), {{"csid-default=\"unknown\"\n", ""}}));
+  const support::Finished checked = check();
+  EXPECT_EQ(checked.errors, "");
+  EXPECT_EQ(checked.status, 0);
+}
+
+TEST_F(Packaging, DefaultConfigurationNamesEveryOption) {
+  const std::string help = support::run({support::in_build("bin/rdmd"), "--help"}).out;
+  const Lines defaults = lines_of(support::read_file(staged("share/rdm/etc/rdm/rdmd.toml")));
+  const std::regex option("\n  --([a-z-]+)");
+  for (std::sregex_iterator found(help.begin(), help.end(), option), end; found != end; ++found) {
+    const std::string name = found->str(1);
+    if (std::string(" help version options check user ").find(" " + name + " ") != std::string::npos) continue;
+    EXPECT_NE(first_match(defaults, "^#?(" + name + ") = "), "") << name;
+  }
+}
+
+TEST_F(Packaging, DefaultConfigurationShowsTheDefaults) {
+  const Lines help = lines_of(support::run({support::in_build("bin/rdmd"), "--help"}).out);
+  const std::regex shown("^#([a-z-]+) = \"?([0-9.]+[KMG]?)\"?$");
+  int numbers = 0;
+  for (const std::string &line : lines_of(support::read_file(staged("share/rdm/etc/rdm/rdmd.toml")))) {
+    std::smatch match;
+    if (!std::regex_match(line, match, shown)) continue;
+    const std::string value = first_match(help, "^  --" + match.str(1) + " .*=([0-9.]+)$");
+    // Other defaults depend on the machine or on another option.
+    if (value.empty() || match.str(1) == "workers" || match.str(1) == "threads") continue;
+    EXPECT_EQ(number_of(match.str(2)), number_of(value)) << line;
+    ++numbers;
+  }
+  EXPECT_GT(numbers, 0);
+}
+
+TEST_F(Packaging, UnitsAreWellFormed) {
+  Lines command = {SYSTEMD_ANALYZE, "verify", "--man=no"};
+  fs::create_directories(here());
+  for (const fs::directory_entry &entry : fs::directory_iterator(staged("lib/systemd/system"))) {
+    const std::string unit = here() + "/" + entry.path().filename().string();
+    support::write_file(unit, replaced(support::read_file(entry.path()), {{prefix, staged()}}));
+    command.push_back(unit);
+  }
+  const support::Finished verified = support::run(command);
+  EXPECT_EQ(verified.errors, "");
+  EXPECT_EQ(verified.status, 0);
+}
+
+TEST_F(Packaging, UnitsConfineTheirProcesses) {
+  for (const char *unit : {"rdmd.service", "rdmd@.service", "rdm-publish@.service"}) {
+    const support::Finished found = support::run(
+        {SYSTEMD_ANALYZE, "security", "--offline=yes", "--threshold=15", staged("lib/systemd/system/") + unit});
+    EXPECT_EQ(found.status, 0) << unit << ": " << found.out << found.errors;
+  }
+}
+
+}  // namespace
