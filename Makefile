@@ -4,7 +4,7 @@
 PREFIX ?= /usr/local
 DESTDIR ?=
 
-.PHONY: help run test lint format coverage fuzz bench faults nightly install
+.PHONY: help run test lint format coverage fuzz bench faults nightly install deb
 
 help:
 	@echo 'make run        serve the example catalogs (scripts/run)'
@@ -16,9 +16,10 @@ help:
 	@echo 'make bench      measure (scripts/bench)'
 	@echo 'make faults     fail allocations and file operations under procedures, requests and tools'
 	@echo 'make nightly    all of this, with the long forms of tests (scripts/nightly)'
+	@echo 'make deb        build the Debian packages in build/deb (scripts/deb)'
 	@echo 'make install    install under PREFIX ($(PREFIX)), or below DESTDIR for a package'
 
-run test lint format coverage fuzz bench nightly:
+run test lint format coverage fuzz bench nightly deb:
 	scripts/$@
 
 faults:

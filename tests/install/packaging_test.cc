@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 /// What connects the installed server to a Debian system: packages, default configuration, units.
 
+#include <fnmatch.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <map>
@@ -37,6 +39,8 @@ Lines lines_of(const std::string &text) {
   return lines;
 }
 
+Lines lines_of_source(const std::string &name) { return lines_of(support::read_file(support::in_source(name))); }
+
 std::string replaced(std::string text, const Replacements &replacements) {
   for (const auto &[from, to] : replacements)
     for (std::size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size()))
@@ -58,6 +62,28 @@ double number_of(const std::string &text) {
   const double number = std::strtod(text.c_str(), &end);
   const std::map<std::string, double> units = {{"", 1}, {"K", 1 << 10}, {"M", 1 << 20}, {"G", 1 << 30}};
   return number * units.at(end);
+}
+
+/// packaged_paths returns the patterns of debian/*.install, as paths of an installation under another prefix.
+Lines packaged_paths() {
+  const Replacements places = {{"usr/lib/*/", "usr/local/" LIBRARY_DIR "/"},
+                               {"usr/share/doc/rdm-doc", "usr/local/" DOCUMENT_DIR},
+                               {"vendor-completions", "site-functions"},
+                               {"usr/local/", "usr/"},
+                               {"usr/", "usr/local/"}};
+  Lines paths;
+  for (const fs::directory_entry &entry : fs::directory_iterator(support::in_source("debian")))
+    if (entry.path().extension() == ".install")
+      for (const std::string &line : lines_of(support::read_file(entry.path())))
+        paths.push_back(replaced(line.substr(0, line.find(' ')), places));
+  return paths;
+}
+
+/// covers returns true if a pattern of dh_install fits a file, or a directory above it.
+bool covers(const std::string &pattern, fs::path file) {
+  for (; !file.empty(); file = file.parent_path())
+    if (::fnmatch(pattern.c_str(), file.c_str(), FNM_PATHNAME) == 0) return true;
+  return false;
 }
 
 class Packaging : public ::testing::Test {
@@ -104,6 +130,20 @@ class Packaging : public ::testing::Test {
   static inline std::optional<support::TemporaryDirectory> directory_;
 };
 
+TEST_F(Packaging, EveryInstalledFileIsInOnePackage) {
+  const Lines patterns = packaged_paths();
+  std::map<std::string, int> used;
+  for (const fs::directory_entry &entry : fs::recursive_directory_iterator(staged())) {
+    if (entry.is_directory() && !entry.is_symlink()) continue;
+    const std::string file = "usr/local/" + entry.path().lexically_relative(staged()).string();
+    int packages = 0;
+    for (const std::string &pattern : patterns)
+      if (covers(pattern, file)) ++packages, ++used[pattern];
+    EXPECT_EQ(packages, 1) << file;
+  }
+  for (const std::string &pattern : patterns) EXPECT_GT(used[pattern], 0) << pattern;
+}
+
 TEST_F(Packaging, DefaultConfigurationServesNoCatalog) {
   configure(false);
   const support::Finished checked = check();
@@ -149,6 +189,11 @@ TEST_F(Packaging, DefaultConfigurationShowsTheDefaults) {
     ++numbers;
   }
   EXPECT_GT(numbers, 0);
+}
+
+TEST_F(Packaging, VersionsAgree) {
+  EXPECT_EQ(first_match(lines_of_source("debian/changelog"), "^rdm \\((.*)\\)"), VERSION);
+  EXPECT_EQ(first_match(lines_of_source("CHANGELOG.md"), "^## ([0-9.]+)"), VERSION);
 }
 
 TEST_F(Packaging, UnitsAreWellFormed) {
