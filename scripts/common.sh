@@ -40,6 +40,6 @@ sources() {
   if [ $# -gt 0 ]; then
     printf '%s\n' "$@"
   else
-    find include qxapi libcs hashdb dba catalog service cli hosts tools tests fuzz bench -type f | sources_among | sort
+    find include qxapi libcs hashdb dba catalog service cli hosts tools examples tests fuzz bench -type f | sources_among | sort
   fi
 }

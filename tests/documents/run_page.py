@@ -2,11 +2,11 @@
 # SPDX-License-Identifier: MIT
 """Runs the commands of a page and compares what they print with what the page shows.
 
-Usage: run_page.py [--bin DIRECTORY] PAGE...
+Usage: run_page.py [--bin DIRECTORY] [--source DIRECTORY] PAGE...
 
 A fenced block of the language `sh` is run. The block without a language after it shows everything that it prints; a block
-of commands without one after it prints nothing. All blocks of a page are one script: it begins in an empty home directory,
-with the programs of --bin in PATH, and ends at the first command that fails. In what the page shows, `...` stands for any
+of commands without one after it prints nothing. All blocks of a page are one script: it begins in a new home directory,
+where ~/rdm is the tree of --source, with the programs of --bin in PATH, and ends at the first command that fails. In what the page shows, `...` stands for any
 text of a line, and a line `...` for any lines. Of blocks in other languages, nothing is looked at.
 
 A block after the line `<!-- not run: REASON -->` is left out, and named with its reason.
@@ -171,7 +171,7 @@ def check_outputs(steps, outputs, ports, status):
         compare(step, printed)
 
 
-def run_page(page, programs):
+def run_page(page, programs, source):
     steps = steps_of(page.read_text("utf-8"))
     for step in steps:
         if step.reason:
@@ -181,6 +181,7 @@ def run_page(page, programs):
     with tempfile.TemporaryDirectory() as directory:
         home, outputs = pathlib.Path(directory, "home"), pathlib.Path(directory, "outputs")
         home.mkdir()
+        (home / "rdm").symlink_to(source)
         outputs.mkdir()
         script = pathlib.Path(directory, "script")
         script.write_text(script_of(steps, ports, outputs), "utf-8")
@@ -191,6 +192,7 @@ def run_page(page, programs):
 def main():
     parser = argparse.ArgumentParser(description="Runs the commands of pages and compares what they print.")
     parser.add_argument("--bin", default="/usr/bin", help="the directory of the programs")
+    parser.add_argument("--source", default=pathlib.Path(__file__).parents[2], help="the directory of the sources")
     parser.add_argument("pages", nargs="+", type=pathlib.Path, metavar="PAGE")
     arguments = parser.parse_args()
     # Tests of one build also run on the programs of another one.
@@ -198,7 +200,7 @@ def main():
     programs = pathlib.Path(tested, "bin") if tested else pathlib.Path(arguments.bin)
     for page in arguments.pages:
         try:
-            run_page(page, programs.resolve())
+            run_page(page, programs.resolve(), pathlib.Path(arguments.source).resolve())
         except PageError as error:
             sys.exit(f"{page}:{error}")
 
