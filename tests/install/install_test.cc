@@ -139,6 +139,26 @@ TEST_F(Install, ProgramsAreBuiltByCMake) {
   EXPECT_EQ(output_of({built("cmake/message")}), message);
 }
 
+TEST_F(Install, ExampleHostIsBuiltByCMake) {
+  output_of({CMAKE, "-S", installed(DOCUMENT_DIR "/examples/embed"), "-B", built("host"), "-G", GENERATOR,
+             define("PREFIX_PATH", installed()), define("C_COMPILER", C_COMPILER),
+             define("C_FLAGS", sanitizer_flags())});
+  output_of({CMAKE, "--build", built("host")});
+  const support::Finished done = support::run({built("host/host"), "/nonexistent", "0"});
+  EXPECT_EQ(done.status, 1) << done.errors;
+  EXPECT_THAT(done.errors, HasSubstr("host: /nonexistent: "));
+}
+
+TEST_F(Install, ExampleHostIsBuiltByPkgConfig) {
+  const std::string source = installed(DOCUMENT_DIR "/examples/embed/host.c"), host = built("pkg-config-host");
+  Words command = {C_COMPILER, "-std=c11", "-Wall", "-Wextra", "-Werror", source, "-o", host};
+  const Words libraries = flags("librdm");
+  command.insert(command.end(), libraries.begin(), libraries.end());
+  output_of(command);
+  const support::Environment path("LD_LIBRARY_PATH", library("").c_str());
+  EXPECT_EQ(support::run({host}).status, 2);
+}
+
 TEST_F(Install, ProgramsAreBuiltByPkgConfig) {
   const std::string in_c = compile({C_COMPILER, "-std=c11"}, "description.c", "libcs");
   const std::string in_cxx = compile({CXX_COMPILER, "-std=c++20"}, "message.cc", "librdm");
