@@ -3,8 +3,8 @@
  * SOIF objects, their parser and printer.
  *
  * A SOIF object is a template name, a URL and a set of attributes whose values are counted strings of any bytes. RDM
- * headers and bodies, resource descriptions, schemas and taxonomies are SOIF. doc/formats/soif.md describes the text
- * form.
+ * headers and bodies, resource descriptions, schemas and taxonomies are SOIF. The manual page soif(5) describes the
+ * text form.
  *
  * Memory comes from the host's allocator. Procedures return 0 for success and 1 for failure unless they say otherwise;
  * lookups return null if nothing is found. Out-pointers are always written, with null on failure. Null pointers are not

@@ -233,6 +233,11 @@ TEST_F(Install, EveryManualPageIsInItsSection) {
     EXPECT_TRUE(support::file_exists(installed(MANUAL_DIR "/man") + page.back() + "/" + page)) << page;
 }
 
+TEST_F(Install, FunctionsHaveManualPages) {
+  for (const char *page : {"rdm-soif.3", "csqueue.3", "csqueue_peek.3", "rdm_init.3", "dba_open.3", "host_alloc.3"})
+    EXPECT_THAT(support::read_file(installed(MANUAL_DIR "/man3/") + page), HasSubstr("\n.Sh DESCRIPTION\n")) << page;
+}
+
 TEST_F(Install, ProgramsComeWithTheirCompletion) {
   const std::string share = installed("share/");
   for (const char *directory : {"bin", "sbin"})

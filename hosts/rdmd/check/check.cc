@@ -130,6 +130,8 @@ std::map<std::string, Tally> count(const Findings &findings) {
 
 }  // namespace
 
+std::span<const std::string_view> setting_names() { return known_settings; }
+
 std::string describe(const Finding &finding) {
   const std::string place = finding.line > 0 ? ":" + std::to_string(finding.line) : "";
   const char *severity = finding.severity == Severity::error ? ": error: " : ": warning: ";

@@ -6,7 +6,9 @@
 #ifndef HOSTS_RDMD_CHECK_CHECK_H
 #define HOSTS_RDMD_CHECK_CHECK_H
 
+#include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace rdm::check {
@@ -35,6 +37,9 @@ Findings limited(const Findings &findings);
 
 /// has_errors returns true if any finding is an error.
 bool has_errors(const Findings &findings);
+
+/// setting_names returns the names that the service configuration may have.
+std::span<const std::string_view> setting_names();
 
 /// check_syntax checks the lines of the service configuration and of the list of catalog services that it names:
 /// unreadable files, malformed lines, duplicate names and services, missing names, and values of the wrong kind.

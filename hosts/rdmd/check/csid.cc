@@ -85,6 +85,8 @@ void check_file(const Pair &file, Report &report) {
 
 }  // namespace
 
+std::span<const std::string_view> service_names() { return known_names; }
+
 std::optional<std::vector<CatalogService>> read_services(Report &report) {
   const std::optional<std::vector<Line>> lines = read_lines(report);
   if (!lines) return std::nullopt;

@@ -4,7 +4,9 @@
 #define HOSTS_RDMD_CHECK_CSID_H
 
 #include <optional>
+#include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "hosts/rdmd/check/lines.h"
@@ -16,6 +18,9 @@ struct CatalogService {
   int line;
   Settings settings;
 };
+
+/// service_names returns the names that a catalog service may have.
+std::span<const std::string_view> service_names();
 
 /// read_services reads the list and checks its lines. Returns std::nullopt if it is unreadable.
 std::optional<std::vector<CatalogService>> read_services(Report &report);
