@@ -4,7 +4,7 @@
 PREFIX ?= /usr/local
 DESTDIR ?=
 
-.PHONY: help run test lint format coverage fuzz bench faults nightly install deb
+.PHONY: help run test lint format coverage doc fuzz bench faults nightly install deb
 
 help:
 	@echo 'make run        serve the example catalogs (scripts/run)'
@@ -12,6 +12,7 @@ help:
 	@echo 'make lint       check the sources (scripts/lint)'
 	@echo 'make format     format the sources (scripts/format)'
 	@echo 'make coverage   measure the coverage of the tests (scripts/coverage)'
+	@echo 'make doc        make the documents as HTML (scripts/docs)'
 	@echo 'make fuzz       attack every parser for a minute (scripts/fuzz)'
 	@echo 'make bench      measure (scripts/bench)'
 	@echo 'make faults     fail allocations and file operations under procedures, requests and tools'
@@ -21,6 +22,9 @@ help:
 
 run test lint format coverage fuzz bench nightly deb:
 	scripts/$@
+
+doc:
+	scripts/docs
 
 faults:
 	scripts/deps

@@ -117,7 +117,7 @@ class Writer:
                 line = self.flush(line) or escape(word)
             else:
                 line = f"{line} {word.replace(chr(92), chr(92) + 'e')}" if line else escape(word)
-            if not macro and re.search(r"[.?!:][)\"]*$", word):
+            if not macro and re.search(r"[.?!][)\"]*$", word):
                 line = self.flush(line)
         self.flush(line)
 
