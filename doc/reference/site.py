@@ -51,6 +51,13 @@ class Site:
         self.version, self.inputs = options.version, [each.split(":") for each in options.inputs]
         self.work = self.to + ".work"
         self.pages = os.path.join(self.work, "pages")
+        files = glob.glob(os.path.join(self.source, "doc/man/*.[1-8]")) + glob.glob(os.path.join(self.manual, "*.3"))
+        self.manual_files = {os.path.basename(file): file for file in sorted(files)}
+
+    def page_of(self, name):
+        """Returns the manual page that a name such as soif.5 leads to, or None."""
+        file = self.manual_files.get(name)
+        return os.path.basename(os.path.realpath(file)) if file else None
 
     def documents(self):
         """Copies the documents, and the files that they link to. Returns their names."""
@@ -60,7 +67,19 @@ class Site:
             for link in links.parts_of(os.path.join(self.source, name))[0]:
                 self.copy(os.path.normpath(os.path.join(os.path.dirname(name), link.partition("#")[0])))
             self.copy(name)
+        for name in names:
+            path = os.path.join(self.pages, name)
+            write(path, self.with_references(read(path), os.path.relpath("man", os.path.dirname(name) or ".")))
         return names
+
+    def with_references(self, text, directory):
+        """Makes links of the names of manual pages, such as soif(5), outside of code and other links."""
+        def link(match):
+            page = self.page_of(f"{match[1]}.{match[2]}")
+            return f"[{match[0]}]({directory}/{page}.md)" if page else match[0]
+
+        parts = re.split(r"(^```.*?^```|`[^`]*`|\[[^\]]*\]\([^)]*\)|^#.*?$)", text, flags=re.MULTILINE | re.DOTALL)
+        return "".join(part if at % 2 else re.sub(r"\b([\w.-]+)\((\d)\)", link, part) for at, part in enumerate(parts))
 
     def copy(self, name):
         """Copies a file of the source tree; links to directories and elsewhere need none."""
@@ -71,26 +90,23 @@ class Site:
 
     def manual_pages(self):
         """Converts the manual pages. Returns their names by section."""
-        files = glob.glob(os.path.join(self.source, "doc/man/*.[1-8]")) + glob.glob(os.path.join(self.manual, "*.3"))
-        names = {os.path.basename(file): os.path.basename(os.path.realpath(file)) for file in files}
         sections = {section: [] for section in SECTIONS}
-        for file in sorted(file for file in files if not os.path.islink(file)):
-            name = os.path.basename(file)
-            sections[name[-1]].append(name)
-            write(os.path.join(self.pages, "man", name + ".md"), self.manual_page(file, names))
+        for name, file in self.manual_files.items():
+            if not os.path.islink(file):
+                sections[name[-1]].append(name)
+                write(os.path.join(self.pages, "man", name + ".md"), self.manual_page(name, file))
         return sections
 
-    def manual_page(self, file, names):
+    def manual_page(self, name, file):
         """Returns a manual page as the HTML of a document. Functions lead to the page that describes them; references
         to pages of the system become plain text."""
-        stem, section = os.path.basename(file).rsplit(".", 1)
+        stem, section = name.rsplit(".", 1)
         body = subprocess.run(["mandoc", "-T", "html", "-O", "fragment,man=%N.%S", file], check=True,
                               stdout=subprocess.PIPE, encoding="utf-8").stdout
 
         def reference(match):
-            name = html.unescape(match[1])
-            text = f'href="{names[name]}.html"' if name in names else ""
-            return f'<a class="Xr" {text}'
+            page = self.page_of(html.unescape(match[1]))
+            return '<a class="Xr"' + (f' href="{page}.html"' if page else "")
 
         body = re.sub(r'<a class="Xr" href="([^"]*)"', reference, body)
         body = re.sub(r"(</?h)([12])", lambda match: match[1] + str(int(match[2]) + 1), body)

@@ -73,11 +73,28 @@ Names exported_names() {
   return names;
 }
 
-/// options_of returns the options that the help of a program names.
-Names options_of(const std::string &program) {
-  const std::string help = support::run({support::in_build("bin/" + program), "--help"}).out;
+std::string help_of(const std::string &program, const std::string &verb = "") {
+  std::vector<std::string> command = {support::in_build("bin/" + program), verb, "--help"};
+  std::erase(command, "");
+  return support::run(command).out;
+}
+
+/// options_of returns the options that the help of a program, or of one of its verbs, names.
+Names options_of(const std::string &program, const std::string &verb = "") {
+  const std::string help = help_of(program, verb);
   Names options = matches(help, "^  (?:-\\w,)?--([a-z-]+)");
   options.merge(matches(help, "^  --[a-z-]+,--([a-z-]+)"));
+  return options;
+}
+
+/// all_options_of returns the options of a program and of all its verbs.
+Names all_options_of(const std::string &program) {
+  const std::string help = help_of(program);
+  const size_t verbs = help.find("\nVerbs:\n");
+  Names options = options_of(program);
+  if (verbs == std::string::npos) return options;
+  for (const std::string &verb : matches(help.substr(verbs), "^  ([a-z]+) "))
+    if (verb != "help" && verb != "completion") options.merge(options_of(program, verb));
   return options;
 }
 
@@ -148,6 +165,15 @@ TEST(ManualPages, ExplainEveryKeyOfTheOptionsFile) {
   Names options = options_of("rdmd");
   for (const char *refused : {"help", "version", "options"}) EXPECT_EQ(options.erase(refused), 1u) << refused;
   EXPECT_EQ(keys_of("rdmd.toml.5"), options);
+}
+
+TEST(ManualPages, NameExactlyTheOptionsOfTheirProgram) {
+  for (const char *page : {"minidba.8", "rdm.1", "rdmctl.8", "rdmd.8", "rdmgather.1", "soif.1"}) {
+    Names named;
+    for (const std::string &flags : matches(page_of(page), "^\\.(.*Fl .*)$"))
+      named.merge(matches(flags, "(?:Fl|,|\\|) -([a-z-]+)"));
+    EXPECT_EQ(named, all_options_of(fs::path(page).stem())) << page;
+  }
 }
 
 TEST(ManualPages, ExplainEveryOptionOfTheServer) {

@@ -255,6 +255,14 @@ TEST_F(Install, DocumentsComeWithTheProgram) {
     EXPECT_TRUE(support::file_exists(installed(DOCUMENT_DIR "/") + name)) << name;
 }
 
+TEST_F(Install, DocumentsLinkToInstalledFiles) {
+  Words command = {PYTHON, "-B", support::in_source("doc/reference/links.py")};
+  for (const std::string &name : files_below(installed(DOCUMENT_DIR)))
+    if (name.ends_with(".md")) command.push_back(installed(DOCUMENT_DIR "/") + name);
+  EXPECT_GT(command.size(), 50u);
+  EXPECT_EQ(output_of(command), "");
+}
+
 TEST_F(Install, ExampleConfigurationNamesThePlacesOfTheInstallation) {
   const std::string examples = installed(DOCUMENT_DIR "/examples/");
   for (const char *name : {"rdm.conf", "csid.conf"})
