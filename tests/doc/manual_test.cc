@@ -167,6 +167,39 @@ TEST(ManualPages, ExplainEveryKeyOfTheOptionsFile) {
   EXPECT_EQ(keys_of("rdmd.toml.5"), options);
 }
 
+/// reasons_in_the_page returns the refusals that rdm-messages(5) lists, without what varies in them.
+Names reasons_in_the_page() {
+  const std::string page = page_of("rdm-messages.5");
+  Names reasons;
+  for (std::string item : matches(page.substr(page.find(".Ss Refusals")), "^\\.It Li ([A-Z].*)$")) {
+    item = std::regex_replace(item, std::regex(R"(\\&| Ar csid| Ns Ar type Li)"), "");
+    for (size_t at; (at = item.find(" , ")) != std::string::npos; item.erase(0, at + 3))
+      reasons.insert(item.substr(0, at));
+    reasons.insert(item);
+  }
+  return reasons;
+}
+
+/// reasons_in_the_code returns those of the service.
+Names reasons_in_the_code() {
+  Names reasons;
+  for (const char *file :
+       {"service/rdmsvr/intake.cc", "service/rds/request.cc", "service/rdmlib.cc", "libcs/extra/rdm_query.cc"}) {
+    const std::string code = support::read_file(support::in_source(file));
+    reasons.merge(matches(
+        code, "(?:\\{|refuse\\(|format_text\\(|return |RDM_[A-Z_]+RESPONSE,\\s*|sizeof text, )\"([A-Z][^\"]*)\""));
+  }
+  Names texts;
+  for (const std::string &reason : reasons) texts.insert(std::regex_replace(reason, std::regex(R"( ?%s|\\n)"), ""));
+  return texts;
+}
+
+TEST(ManualPages, ExplainEveryRefusal) {
+  Names reasons = reasons_in_the_code();
+  EXPECT_EQ(reasons.erase("Illegal RDM interaction."), 1u);  // of status_illegal, to which no message leads
+  EXPECT_EQ(reasons_in_the_page(), reasons);
+}
+
 TEST(ManualPages, NameExactlyTheOptionsOfTheirProgram) {
   for (const char *page : {"minidba.8", "rdm.1", "rdmctl.8", "rdmd.8", "rdmgather.1", "soif.1"}) {
     Names named;
