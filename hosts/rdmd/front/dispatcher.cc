@@ -21,18 +21,12 @@ Duration tick_for(const Limits &limits) {
   return std::clamp(std::min(limits.queue, limits.service) / 10, shortest, longest);
 }
 
-Reply reply_of(Fate fate, const Job &job) {
-  Reply reply;
-  reply.fate = fate;
-  reply.queued = io::Clock::now() - job.queued_at;
-  return reply;
-}
-
 }  // namespace
 
-Dispatcher::Dispatcher(const Limits &limits, const io::Executor &strand)
+Dispatcher::Dispatcher(const Limits &limits, const io::Executor &strand, Now now)
     : limits_(limits),
       tick_time_(tick_for(limits)),
+      now_(now),
       queue_(limits.queue_length),
       fresh_since_(none_fresh),
       timer_(strand) {}
@@ -57,6 +51,13 @@ void Dispatcher::carry_out(Actions actions) {
   for (const auto &worker : actions.slow) take_back(*worker);
   for (const auto &worker : actions.late) worker->kill();
   for (const auto &worker : actions.retired) worker->retire();
+}
+
+Reply Dispatcher::reply_of(Fate fate, const Job &job) const {
+  Reply reply;
+  reply.fate = fate;
+  reply.queued = now_() - job.queued_at;
+  return reply;
 }
 
 /// begin passes a job to a worker. If the worker has ended before it could take the job, another one serves it. If
@@ -85,7 +86,7 @@ void Dispatcher::take_back(Worker &worker) {
 /* ---- Jobs ---- */
 
 void Dispatcher::submit(JobPtr job, const io::Executor &executor) {
-  job->queued_at = io::Clock::now();
+  job->queued_at = now_();
   Actions actions;
   {
     const std::lock_guard lock(mutex_);
@@ -146,7 +147,7 @@ void Dispatcher::assign_to_free(Actions &actions) {
     JobPtr job = next_job(may_harvest(), actions);
     if (!job) return;
     free->harvests = !job->prompt;
-    free->begun = io::Clock::now();
+    free->begun = now_();
     give(*free, std::move(job), actions);
     // It is brisk now.
     assign_to_brisk(actions);
@@ -166,7 +167,7 @@ void Dispatcher::assign_ahead(io::Clock::duration age, Actions &actions) {
 
 void Dispatcher::give(Entry &entry, JobPtr job, Actions &actions) {
   ++entry.jobs;
-  job->begun_at = io::Clock::now();
+  job->begun_at = now_();
   actions.starts.push_back({entry.worker, std::move(job)});
 }
 
@@ -200,7 +201,7 @@ Dispatcher::Entry *Dispatcher::prompt_worker(io::Clock::duration age) {
   Entry *best = nullptr;
   for (Entry &entry : workers_) {
     const bool can_hold = entry.busy() && entry.jobs < entry.worker->capacity() && !entry.retired;
-    if (!can_hold || entry.harvests || entry.is_late(age)) continue;
+    if (!can_hold || entry.harvests || entry.is_late(age, now_())) continue;
     if (best == nullptr || entry.jobs < best->jobs) best = &entry;
   }
   return best;
@@ -252,7 +253,7 @@ void Dispatcher::finished(const Worker &worker) {
     if (Entry *const entry = entry_of(worker)) {
       --entry->jobs;
       entry->harvests = false;
-      entry->begun = io::Clock::now();
+      entry->begun = now_();
     }
     end_retired(actions);
   });
@@ -289,7 +290,7 @@ Dispatcher::Status Dispatcher::status() const {
   Status status;
   for (const Entry &entry : workers_) {
     ++(entry.retired ? status.retired : entry.busy() ? status.busy : status.free);
-    status.responsive += !entry.retired && !entry.is_late(busy_limit) ? 1 : 0;
+    status.responsive += !entry.retired && !entry.is_late(busy_limit, now_()) ? 1 : 0;
   }
   status.queued = queue_.size() + ahead();
   return status;
@@ -301,10 +302,11 @@ Dispatcher::Status Dispatcher::status() const {
 void Dispatcher::schedule_tick() {
   const bool is_busy = std::any_of(workers_.begin(), workers_.end(), [](const Entry &entry) { return entry.busy(); });
   if (stopping_ || (queue_.empty() && !is_busy)) return;
-  const auto wanted = io::Clock::now() + (ahead() > 0 ? ahead_patience : tick_time_);
+  const Duration time = ahead() > 0 ? ahead_patience : tick_time_;
+  const auto wanted = now_() + time;
   if (next_tick_ && *next_tick_ <= wanted) return;
   next_tick_ = wanted;
-  timer_.expires_at(wanted);
+  timer_.expires_after(time);
   timer_.async_wait([this](const boost::system::error_code &error) {
     if (!error) tick();
   });
@@ -313,10 +315,11 @@ void Dispatcher::schedule_tick() {
 void Dispatcher::tick() {
   change([&](Actions &actions) {
     next_tick_.reset();
-    for (JobPtr &job : queue_.take_older(io::Clock::now() - limits_.queue)) actions.end(std::move(job), Fate::overdue);
+    const auto now = now_();
+    for (JobPtr &job : queue_.take_older(now - limits_.queue)) actions.end(std::move(job), Fate::overdue);
     for (Entry &entry : workers_) {
-      if (entry.holds_ahead() && entry.is_late(ahead_patience)) actions.slow.push_back(entry.worker);
-      if (entry.killed || !entry.is_late(limits_.service)) continue;
+      if (entry.holds_ahead() && entry.is_late(ahead_patience, now)) actions.slow.push_back(entry.worker);
+      if (entry.killed || !entry.is_late(limits_.service, now)) continue;
       entry.killed = true;
       actions.late.push_back(entry.worker);
     }

@@ -32,9 +32,10 @@ namespace rdm::rdmd {
 
 class Dispatcher {
  public:
-  /// `limits` outlives the dispatcher. Timers run on `strand`. Without workers, jobs wait until one
-  /// is added.
-  Dispatcher(const Limits &limits, const io::Executor &strand);
+  /// `limits` outlives the dispatcher. Timers run on `strand`. Without workers, jobs wait until one is added. `now`
+  /// tells the time by which jobs are old and workers late.
+  using Now = io::Clock::time_point (*)();
+  Dispatcher(const Limits &limits, const io::Executor &strand, Now now = io::Clock::now);
   Dispatcher(const Dispatcher &) = delete;
   Dispatcher &operator=(const Dispatcher &) = delete;
 
@@ -79,7 +80,7 @@ class Dispatcher {
 
     bool busy() const { return jobs > 0; }
     bool holds_ahead() const { return jobs > 1; }
-    bool is_late(io::Clock::duration limit) const { return busy() && io::Clock::now() - begun > limit; }
+    bool is_late(io::Clock::duration limit, io::Clock::time_point now) const { return busy() && now - begun > limit; }
   };
   /// Actions call other objects, so they are carried out without the lock.
   struct Actions {
@@ -101,6 +102,7 @@ class Dispatcher {
   template <typename Change>
   void change(Change change);
   void carry_out(Actions actions);
+  Reply reply_of(Fate fate, const Job &job) const;
   void begin(Worker &worker, JobPtr job);
   void take_back(Worker &worker);
 
@@ -113,7 +115,7 @@ class Dispatcher {
   void assign_to_brisk(Actions &actions) { assign_ahead(brisk_age, actions); }
   void assign_to_free(Actions &actions);
   void assign_ahead(io::Clock::duration age, Actions &actions);
-  static void give(Entry &entry, JobPtr job, Actions &actions);
+  void give(Entry &entry, JobPtr job, Actions &actions);
   JobPtr next_job(bool harvests, Actions &actions);
   Entry *entry_of(const Worker &worker);
   Entry *free_worker();
@@ -127,6 +129,7 @@ class Dispatcher {
 
   const Limits &limits_;
   const Duration tick_time_;
+  const Now now_;
 
   mutable std::mutex mutex_;  // guards all members below
   RequestQueue queue_;

@@ -34,8 +34,8 @@ TEST(MasterLinks, EndWhenTheyAreStoppedAtTheTimeOfAReport) {
     std::this_thread::sleep_for(1500ms);
     link.stop();
   });
-  std::thread other([&] { context.run_for(10s); });
-  context.run_for(10s);
+  std::thread other([&] { context.run_for(60s); });
+  context.run_for(60s);
   other.join();
   EXPECT_TRUE(context.stopped());
 }

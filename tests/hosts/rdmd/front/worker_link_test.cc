@@ -91,7 +91,8 @@ class WorkerLinks : public ::testing::Test {
   const Limits limits_ = limits();
   boost::asio::io_context context_;
   const io::Executor executor_{context_.get_executor()};
-  Dispatcher dispatcher_{limits_, executor_};
+  // A clock that stands still: no job waits long, however slow the machine.
+  Dispatcher dispatcher_{limits_, executor_, [] { return io::Clock::time_point(10h); }};
   WorkerEvents events_;
   std::shared_ptr<WorkerLink> link_;
   HostFileGuard socket_, orders_;  // the worker's ends
