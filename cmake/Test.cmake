@@ -29,5 +29,6 @@ function(rdm_test name)
   target_link_libraries(${name} PRIVATE ${TEST_LINK} test_support GTest::gmock GTest::gtest_main)
   target_precompile_headers(${name} REUSE_FROM test_support)
   rdm_compile_quickly(${name})
-  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES PROPERTIES TIMEOUT 300 ${labels})
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 120
+    NO_PRETTY_VALUES PROPERTIES TIMEOUT 300 ${labels})
 endfunction()

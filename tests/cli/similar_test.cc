@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "cli/similar.h"
 
-#include <chrono>
+#include <ctime>
 
 #include <gtest/gtest.h>
 
@@ -55,9 +55,9 @@ TEST(Similar, WordsTheGuessAsAQuestion) {
 TEST(Similar, ALongWordIsNotCompared) {
   const std::string word(10'000'000, 'x');
   const std::string_view keys[] = {"catalog-database"};
-  const auto start = std::chrono::steady_clock::now();
+  const std::clock_t start = std::clock();
   EXPECT_EQ(cli::nearest(word, keys), "");
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+  EXPECT_LT(std::clock() - start, 5 * CLOCKS_PER_SEC);
 }
 
 }  // namespace

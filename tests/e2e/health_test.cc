@@ -3,7 +3,6 @@
 
 #include <sys/stat.h>
 
-#include <chrono>
 #include <filesystem>
 #include <regex>
 #include <string>
@@ -35,7 +34,7 @@ class Observed : public ServiceTest {
   HttpResponse ask(const std::string &target) const { return support::http_get(admin_, target); }
   /// await asks until the status is as expected: the endpoint remembers the state of the files for a second.
   HttpResponse await(const std::string &target, int status) const {
-    support::eventually([&] { return ask(target).status == status; }, std::chrono::seconds(20));
+    support::eventually([&] { return ask(target).status == status; });
     return ask(target);
   }
   bool counts(const std::string &line) const {
@@ -144,8 +143,7 @@ TEST_F(Observed, AnEmptyCatalogIsAFailureOfHealthAlone) {
 TEST_F(Observed, AnIndexOlderThanItsDatabaseIsANote) {
   start_own();
   run(support::in_build("bin") + "/minidba -d " + database_ + " delete 1 2>/dev/null");
-  support::eventually([this] { return ask("/healthz").body.find("notes") != std::string::npos; },
-                      std::chrono::seconds(20));
+  support::eventually([this] { return ask("/healthz").body.find("notes") != std::string::npos; });
   const HttpResponse response = ask("/healthz");
   EXPECT_EQ(response.status, 200);
   const json health = json::parse(response.body);

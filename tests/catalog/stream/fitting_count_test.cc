@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "catalog/stream/fitting_count.h"
 
-#include <chrono>
+#include <ctime>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -37,10 +37,10 @@ TEST(FittingCount, IsFollowedByTheRestOfTheObject) {
 TEST(FittingCount, GivesUpInTime) {
   std::string lines, attributes;
   for (int i = 0; i < 200'000; ++i) lines += "}\n", attributes += "a{0}:\t\n";
-  const auto start = std::chrono::steady_clock::now();
+  const std::clock_t start = std::clock();
   EXPECT_EQ(fitting_count(lines + "x"), std::nullopt);
   EXPECT_EQ(fitting_count("x\n" + attributes), 1u) << "as many attributes as are followed fit";
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+  EXPECT_LT(std::clock() - start, 20 * CLOCKS_PER_SEC);
 }
 
 }  // namespace

@@ -3,11 +3,9 @@
 
 #include <sys/resource.h>
 
-#include <chrono>
 #include <list>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "hosts/rdmd/server_fixture.h"
@@ -20,6 +18,8 @@ using support::HttpClient;
 using support::HttpResponse;
 
 constexpr const char *full = "The server has as many connections as it can take.\n";
+constexpr const char *expecting_request =
+    "POST /rdm/echo HTTP/1.1\r\nHost: h\r\nContent-Length: 4\r\nExpect: 100-continue\r\n\r\n";
 constexpr const char *address_full = "There are too many connections from this address.\n";
 
 class HostAddresses : public support::ServerTest {
@@ -37,7 +37,7 @@ class HostAddresses : public support::ServerTest {
   /// begin_request connects a client, whose request lacks its body, and returns the head that it receives.
   std::string begin_request(const std::string &from) {
     HttpClient &client = connect(from);
-    client.send("POST /rdm/echo HTTP/1.1\r\nHost: h\r\nContent-Length: 4\r\nExpect: 100-continue\r\n\r\n");
+    client.send(expecting_request);
     return client.receive_head();
   }
 
@@ -72,8 +72,20 @@ class HostAddresses : public support::ServerTest {
     return server_->await_error("[warning] rdmd: " + reason + " (client " + client);
   }
 
-  /// settle waits until the server knows that its clients have their answers.
-  static void settle() { std::this_thread::sleep_for(std::chrono::milliseconds(100)); }
+  /// start_in_turn runs the server with one I/O thread: once a client has an answer, its connection waits for the next
+  /// request before another one is accepted.
+  void start_in_turn(std::vector<std::string> more) {
+    more.insert(more.end(), {"--threads", "1"});
+    start(more);
+  }
+
+  /// begin_head connects a client of whose request the server has read a part.
+  HttpClient &begin_head(const std::string &from) {
+    HttpClient &client = connect(from);
+    client.send("GET /rdm/fast HTTP/1.1\r\nHo");
+    EXPECT_TRUE(client.await_read());
+    return client;
+  }
 
   std::list<HttpClient> clients_;
 };
@@ -89,11 +101,8 @@ TEST_F(HostAddresses, AnAddressBeyondItsConnectionsIsTurnedAwayAndOthersAreServe
 }
 
 TEST_F(HostAddresses, AtItsLimitAnAddressGetsThePlaceOfItsLongestWaitingConnection) {
-  start({"--max-connections-per-address", "2"});
-  HttpClient &other = idle("127.0.0.3"), &oldest = idle("127.0.0.2");
-  settle();
-  HttpClient &newer = idle("127.0.0.2");
-  settle();
+  start_in_turn({"--max-connections-per-address", "2"});
+  HttpClient &other = idle("127.0.0.3"), &oldest = idle("127.0.0.2"), &newer = idle("127.0.0.2");
   idle("127.0.0.2");
   EXPECT_TRUE(oldest.ended());
   EXPECT_TRUE(told("waiting connection ended in favour of a new client", "127.0.0.2"));
@@ -148,14 +157,9 @@ TEST_F(HostAddresses, FarBeyondItsLimitAnAddressIsJustClosed) {
 }
 
 TEST_F(HostAddresses, WhenFullTheAddressWithMostConnectionsMakesWay) {
-  start({"--max-connections", "4"});
-  HttpClient &alone = idle("127.0.0.2");
-  settle();
-  HttpClient &oldest = idle("127.0.0.3");
-  settle();
-  HttpClient &newer = idle("127.0.0.3");
+  start_in_turn({"--max-connections", "4"});
+  HttpClient &alone = idle("127.0.0.2"), &oldest = idle("127.0.0.3"), &newer = idle("127.0.0.3");
   busy("127.0.0.3");
-  settle();
   HttpClient &newest = idle("127.0.0.4");
   EXPECT_TRUE(oldest.ended());
   EXPECT_TRUE(told("waiting connection ended in favour of a new client", "127.0.0.3"));
@@ -166,13 +170,8 @@ TEST_F(HostAddresses, WhenFullTheAddressWithMostConnectionsMakesWay) {
 }
 
 TEST_F(HostAddresses, WhenFullABegunHeadMakesWayWithAnAnswer) {
-  start({"--max-connections", "2", "--header-timeout", "600"});
-  HttpClient &oldest = connect("127.0.0.2");
-  oldest.send("GET /rdm/fast HTTP/1.1\r\nHo");
-  settle();
-  HttpClient &newer = connect("127.0.0.2");
-  newer.send("GET /rdm/fast HTTP/1.1\r\nHo");
-  settle();
+  start_in_turn({"--max-connections", "2", "--header-timeout", "600"});
+  HttpClient &oldest = begin_head("127.0.0.2"), &newer = begin_head("127.0.0.2");
   EXPECT_TRUE(served("127.0.0.3"));
   const HttpResponse response = oldest.receive();
   EXPECT_EQ(response.status, 503);
@@ -185,10 +184,8 @@ TEST_F(HostAddresses, WhenFullABegunHeadMakesWayWithAnAnswer) {
 }
 
 TEST_F(HostAddresses, WithoutDescriptorsABegunHeadMakesWay) {
-  start({"--header-timeout", "600"});
-  HttpClient &begun = connect("127.0.0.2");
-  begun.send("GET /rdm/fast HTTP/1.1\r\nHo");
-  settle();
+  start_in_turn({"--header-timeout", "600"});
+  HttpClient &begun = begin_head("127.0.0.2");
   struct rlimit before;
   ASSERT_EQ(::prlimit(server_->front(), RLIMIT_NOFILE, nullptr, &before), 0);
   const struct rlimit used = {server_->open_files(), before.rlim_max};
@@ -234,8 +231,8 @@ TEST_F(HostAddresses, ClientsOfUnixSocketsHaveNoLimitByAddress) {
   start({"--listen", "unix:" + path, "--max-connections-per-address", "1", "--rate-per-address", "0.01"});
   std::list<HttpClient> clients;
   for (int i = 0; i < 5; ++i) {
-    clients.emplace_back(path).send("POST /rdm/echo HTTP/1.1\r\nHost: h\r\nContent-Length: 4\r\n\r\n");
-    settle();
+    clients.emplace_back(path).send(expecting_request);
+    EXPECT_EQ(clients.back().receive_head(), "HTTP/1.1 100 Continue\r\n\r\n");
   }
   for (HttpClient &client : clients) EXPECT_TRUE(finishes(client));
 }

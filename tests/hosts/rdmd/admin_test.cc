@@ -23,9 +23,7 @@ using support::HttpResponse;
 class HostAdmin : public support::ServerTest {
  protected:
   void start_admin(const std::vector<std::string> &more = {}) {
-    std::vector<std::string> arguments = {"--admin", "127.0.0.1:0"};
-    arguments.insert(arguments.end(), more.begin(), more.end());
-    start(arguments);
+    start(observed(more));
     admin_ = server_->admin_port();
   }
   HttpResponse ask(const std::string &target) const { return support::http_get(admin_, target); }
@@ -141,7 +139,7 @@ TEST_F(HostAdmin, AFloodOfConnectionsDoesNotDelayTheService) {
 TEST_F(HostAdmin, AServerThatStopsLivesButIsNotReady) {
   start_admin();
   HttpClient slow(port_);
-  slow.send(get("/rdm/slow?2000"));
+  slow.send(get(held()));
   EXPECT_TRUE(support::eventually([this] { return called("service /rdm/slow"); }));
   server_->signal(SIGTERM);
   EXPECT_TRUE(server_->await_error("stopping"));
@@ -149,6 +147,7 @@ TEST_F(HostAdmin, AServerThatStopsLivesButIsNotReady) {
   EXPECT_EQ(ready.status, 503);
   EXPECT_EQ(ready.body, "the server is stopping\n");
   EXPECT_EQ(ask("/livez").status, 200);
+  release();
   EXPECT_EQ(slow.receive().body, "slow\n");
   HttpClient idle(admin_);
   EXPECT_EQ(server_->wait(), 0);
@@ -157,19 +156,20 @@ TEST_F(HostAdmin, AServerThatStopsLivesButIsNotReady) {
 TEST_F(HostAdmin, AServiceThatIsBusyForLongIsNotReady) {
   start_admin({"--workers", "0"});
   HttpClient slow(port_);
-  slow.send(get("/rdm/slow?11500"));
+  slow.send(get(held()));
   EXPECT_TRUE(support::eventually([this] { return called("service /rdm/slow"); }));
   EXPECT_EQ(ask("/readyz").status, 200);
   EXPECT_TRUE(support::eventually([this] { return ask("/readyz").status == 503; }));
   EXPECT_EQ(ask("/readyz").body, "every worker has been busy with one request for more than 10 seconds\n");
   EXPECT_EQ(ask("/livez").status, 200);
   EXPECT_NE(ask("/metrics").body.find("\nrdmd_ready 0\n"), std::string::npos);
+  release();
   EXPECT_EQ(slow.receive().body, "slow\n");
   EXPECT_TRUE(support::eventually([this] { return ask("/readyz").status == 200; }));
 }
 
 TEST_F(HostAdmin, MetricsCountWhatClientsDo) {
-  start_admin({"--header-timeout", "0.3"});
+  start_admin({"--header-timeout", "1"});
   support::http_get(port_, "/rdm/fast");
   support::http_get(port_, "/rdm/labels");
   support::http_get(port_, "/rdm/nothing");
@@ -201,13 +201,14 @@ TEST_F(HostAdmin, MetricsShowConnectionsByState) {
   idle.send(get("/rdm/fast"));
   idle.receive();
   head.send("GET /");
-  service.send(get("/rdm/slow?3000"));
+  service.send(get(held()));
   EXPECT_TRUE(support::eventually([this] {
     const std::string text = ask("/metrics").body;
     return text.find(
                "rdmd_connections{state=\"idle\"} 1\nrdmd_connections{state=\"head\"} 1\n"
                "rdmd_connections{state=\"body\"} 0\nrdmd_connections{state=\"service\"} 1\n") != text.npos;
   }));
+  release();
   service.receive();
 }
 

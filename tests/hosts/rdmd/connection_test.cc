@@ -196,13 +196,14 @@ TEST_F(HostConnection, AClientThatResetsItWhileItIsAnsweredIsGivenUp) {
 }
 
 TEST_F(HostConnection, TheRequestOfAClientThatClosesBeforeItsTurnIsDropped) {
-  start_single();
+  start_single(observed());
   HttpClient busy(port_);
-  busy.send(get("/rdm/slow?300"));
-  ASSERT_TRUE(support::eventually([&] { return called("service /rdm/slow"); }));
+  begin_held(busy);
   HttpClient half_closed(port_);
   half_closed.send(get("/rdm/echo"));
   half_closed.finish_sending();
+  EXPECT_TRUE(await_queued(1));
+  release();
   EXPECT_EQ(half_closed.receive().status, 0);
   EXPECT_EQ(busy.receive().body, "slow\n");
   EXPECT_NE(await_access(2).find("\"GET /rdm/echo HTTP/1.1\" 503 - "), std::string::npos) << access();

@@ -253,7 +253,7 @@ TEST_F(HostExchange, AReportNamesTheRequestByTheIdOfItsAnswer) {
 }
 
 TEST_F(HostExchange, EveryAnswerHasAnIdOfItsOwn) {
-  start({"--header-timeout", "0.5", "--body-timeout", "0.5"});
+  start({"--header-timeout", "1", "--body-timeout", "1"});
   const std::string requests[] = {
       get("/rdm/fast"),
       get("/rdm/fast"),

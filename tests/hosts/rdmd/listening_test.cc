@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "hosts/rdmd/listen_address.h"
+#include "hosts/rdmd/pace.h"
 #include "hosts/rdmd/server_fixture.h"
 
 using namespace rdm;
@@ -22,12 +23,14 @@ using support::HttpClient;
 
 class HostListening : public support::ServerTest {
  protected:
-  /// start_on runs the server on these addresses alone, with inherited sockets if need be.
-  void start_on(const std::vector<std::string> &addresses, const support::Inherited &inherited = {}) {
+  /// start_on runs the server on these addresses alone, with inherited sockets and more arguments if need be.
+  void start_on(const std::vector<std::string> &addresses, const support::Inherited &inherited = {},
+                const std::vector<std::string> &more = {}) {
     config_ = directory_.write("rdm.conf", "journal=\"" + directory_.path("journal") + "\"\n");
     std::vector<std::string> arguments = {"--plugin", plugin(),       "--config",
                                           config_,    "--access-log", directory_.path("access")};
     for (const std::string &address : addresses) arguments.insert(arguments.end(), {"--listen", address});
+    arguments.insert(arguments.end(), more.begin(), more.end());
     server_ = std::make_unique<support::RdmdProcess>(arguments, 0, inherited);
     port_ = server_->port();
   }
@@ -86,10 +89,7 @@ TEST_F(HostListening, AUnixSocketServesLargeAnswersAndIsRemovedAtTheEnd) {
 }
 
 TEST_F(HostListening, AStalledReaderOfAUnixSocketIsCutOff) {
-  config_ = directory_.write("rdm.conf", "journal=\"" + directory_.path("journal") + "\"\n");
-  server_ = std::make_unique<support::RdmdProcess>(std::vector<std::string>{
-      "--plugin", plugin(), "--config", config_, "--listen", "unix:" + path_, "--write-timeout", "0.3"});
-  server_->port();
+  start_on({"unix:" + path_}, {}, {"--write-timeout", "0.3"});
   HttpClient stalled(path_);
   stalled.send(get("/rdm/big?5000000"));
   EXPECT_TRUE(
@@ -103,14 +103,16 @@ TEST_F(HostListening, AStalledReaderOfAUnixSocketIsCutOff) {
 TEST_F(HostListening, AReaderOfAUnixSocketThatPausesIsNotTooSlow) {
   // Regression: SIOCOUTQ counts the memory that the kernel needs for the bytes, and the minimum rate took it for bytes
   // that the client had not taken.
-  config_ = directory_.write("rdm.conf", "journal=\"" + directory_.path("journal") + "\"\n");
-  server_ = std::make_unique<support::RdmdProcess>(std::vector<std::string>{
-      "--plugin", plugin(), "--config", config_, "--listen", "unix:" + path_, "--write-timeout", "0.5"});
-  server_->port();
-  HttpClient client(path_);
-  client.send(get("/rdm/big?5000000"));
-  std::this_thread::sleep_for(std::chrono::milliseconds(400));
-  EXPECT_EQ(client.receive().body, pattern(5'000'000));
+  EXPECT_TRUE(support::at_pace(std::chrono::milliseconds(600), [this](auto limit, support::Pace &pace) {
+    server_.reset();
+    start_on({"unix:" + path_}, {}, {"--write-timeout", support::in_seconds(limit)});
+    HttpClient client(path_);
+    client.send(get("/rdm/big?5000000"));
+    auto last = support::Pace::Clock::now();
+    std::this_thread::sleep_for(limit * 2 / 3);
+    pace.step(last);
+    return client.receive().body == pattern(5'000'000);
+  }));
 }
 
 TEST_F(HostListening, ASocketFileOfAKilledServerIsReplacedAndOneInUseIsNot) {

@@ -3,9 +3,11 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
+#include <linux/sockios.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -15,6 +17,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -82,6 +85,16 @@ void parse_head(HttpResponse &response) {
     if (colon != std::string::npos) response.fields[lower(line.substr(0, colon))] = line.substr(colon + 2);
     at = end;
   }
+}
+
+/// address_of returns the address of an end of a TCP connection as /proc/net/tcp has it.
+std::string address_of(int fd, int (*name)(int, sockaddr *, socklen_t *)) {
+  sockaddr_in address{};
+  socklen_t size = sizeof address;
+  EXPECT_EQ(name(fd, reinterpret_cast<sockaddr *>(&address), &size), 0);
+  char text[14];
+  std::snprintf(text, sizeof text, "%08X:%04X", address.sin_addr.s_addr, ntohs(address.sin_port));
+  return text;
 }
 
 }  // namespace
@@ -289,6 +302,18 @@ void HttpClient::send(const std::string &bytes) {
 
 void HttpClient::finish_sending() { ::shutdown(fd_, SHUT_WR); }
 
+bool HttpClient::await_read() const {
+  const std::string server_end = address_of(fd_, ::getpeername) + ' ' + address_of(fd_, ::getsockname) + ' ';
+  return eventually([&] {
+    int unacknowledged = 0;
+    if (::ioctl(fd_, SIOCOUTQ, &unacknowledged) != 0 || unacknowledged != 0) return false;
+    const std::string sockets = read_file("/proc/net/tcp");
+    const std::size_t found = sockets.find(server_end);
+    // The state of the connection and the lengths of its queues follow: "01 00000000:00000000".
+    return found != std::string::npos && sockets.compare(found + server_end.size() + 12, 8, "00000000") == 0;
+  });
+}
+
 bool HttpClient::readable(std::chrono::milliseconds time) {
   pollfd waiting{fd_, POLLIN, 0};
   return !pending_.empty() || has_input() || ::poll(&waiting, 1, static_cast<int>(time.count())) > 0;
@@ -350,6 +375,17 @@ HttpResponse http_get(int port, const std::string &target) {
   HttpClient client(port);
   client.send("GET " + target + " HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n");
   return client.receive();
+}
+
+bool refuses(int port) {
+  const int client = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(static_cast<std::uint16_t>(port));
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  const bool is_refused = ::connect(client, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0;
+  ::close(client);
+  return is_refused;
 }
 
 }  // namespace rdm::support

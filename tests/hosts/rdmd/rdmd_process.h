@@ -120,6 +120,8 @@ class HttpClient {
   bool ended();
   /// readable returns true if input, or the end of the connection, arrives within `time`.
   bool readable(std::chrono::milliseconds time);
+  /// await_read waits until the server has read all that was sent, by TCP and IPv4.
+  bool await_read() const;
   int descriptor() const { return fd_; }
 
  protected:
@@ -138,6 +140,9 @@ class HttpClient {
 
 /// http_get sends one GET on a new connection.
 HttpResponse http_get(int port, const std::string &target);
+
+/// refuses returns true if no connection to a port of 127.0.0.1 can be made.
+bool refuses(int port);
 
 /// eventually waits until `condition` returns true. Returns false if it does not within `time`.
 template <typename Condition>

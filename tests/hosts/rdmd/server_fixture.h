@@ -6,8 +6,10 @@
 #include <signal.h>
 
 #include <algorithm>
+#include <chrono>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -37,6 +39,33 @@ class ServerTest : public ::testing::Test {
   void start_single(std::vector<std::string> more = {}, unsigned descriptors = 0) {
     more.insert(more.end(), {"--workers", std::min(tested_workers(), std::string("1"))});
     start(more, descriptors);
+  }
+
+  /// observed adds an administration endpoint to the arguments of start; await_metric needs it.
+  static std::vector<std::string> observed(std::vector<std::string> more = {}) {
+    more.insert(more.end(), {"--admin", "127.0.0.1:0"});
+    return more;
+  }
+
+  /// await_metric waits until the metrics of the server have a sample, such as "rdmd_queue_length 1".
+  bool await_metric(const std::string &sample) {
+    const int admin = server_->admin_port();
+    return eventually([&] { return http_get(admin, "/metrics").body.find("\n" + sample + "\n") != std::string::npos; });
+  }
+  bool await_queued(int requests) { return await_metric("rdmd_queue_length " + std::to_string(requests)); }
+
+  /// held returns the target of a request that the plug-in serves until release is called with the same name.
+  std::string held(const std::string &name = "released", const std::string &path = "/rdm/slow") const {
+    return path + "?" + directory_.path(name);
+  }
+  void release(const std::string &name = "released") const { directory_.write(name, ""); }
+
+  /// begin_held sends a held request and waits until it has been served for so long that no other request goes ahead to
+  /// its worker: 10 ms.
+  void begin_held(HttpClient &client) const {
+    client.send(get(held()));
+    EXPECT_TRUE(eventually([this] { return called("service /rdm/slow"); }));
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
 
   static std::string plugin() { return in_build("tests/test_plugin.so"); }

@@ -163,8 +163,18 @@ int split_response(Session *session, Request *request) {
   return write(session, "ok") == 2 ? HOST_DONE : HOST_ABORT;
 }
 
+void await_existence(const std::string &path) {
+  struct stat status;
+  while (host_stat(path.c_str(), &status) != 0) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+}
+
+/// slow answers after as many milliseconds as the query says or, if the query is a path, once that file exists.
 int slow(Session *session, Request *request) {
-  std::this_thread::sleep_for(std::chrono::milliseconds(asked_size(request)));
+  const std::string query = value_of(request->line, "query");
+  if (query.starts_with('/'))
+    await_existence(query);
+  else
+    std::this_thread::sleep_for(std::chrono::milliseconds(asked_size(request)));
   return answer(session, request, "slow\n");
 }
 
@@ -241,10 +251,9 @@ const std::map<std::string, Handler> handlers = {
 };
 
 void await_file(const std::string &path) {
-  if (!path.empty()) journal("waiting");
-  struct stat status;
-  while (!path.empty() && host_stat(path.c_str(), &status) != 0)
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  if (path.empty()) return;
+  journal("waiting");
+  await_existence(path);
 }
 
 void on_exit(void *argument) { journal("exit " + std::string(static_cast<const char *>(argument))); }

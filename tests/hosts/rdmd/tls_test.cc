@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "hosts/rdmd/front/refused_requests.h"
+#include "hosts/rdmd/pace.h"
 #include "hosts/rdmd/server_fixture.h"
 #include "hosts/rdmd/tls_support.h"
 
@@ -100,13 +101,16 @@ TEST_F(HostTls, SendsLargeAnswersByteForByte) {
 }
 
 TEST_F(HostTls, ASlowReaderGetsItsWholeAnswer) {
-  start_tls({"--write-timeout", "2"});
-  TlsClient client(port_, 0, "", nullptr, 4096);
-  client.send(get("/rdm/big?3000000"));
-  EXPECT_TRUE(support::eventually([&] { return server_->temporary_files() > 0; }));
-  std::this_thread::sleep_for(std::chrono::milliseconds(500));
-  EXPECT_EQ(client.receive().body, pattern(3'000'000));
-  EXPECT_TRUE(is_answered(client));
+  EXPECT_TRUE(support::at_pace(std::chrono::seconds(2), [this](auto limit, support::Pace &pace) {
+    start_tls({"--write-timeout", support::in_seconds(limit)});
+    TlsClient client(port_, 0, "", nullptr, 4096);
+    client.send(get("/rdm/big?3000000"));
+    auto last = support::Pace::Clock::now();
+    EXPECT_TRUE(support::eventually([&] { return server_->temporary_files() > 0; }));
+    std::this_thread::sleep_for(limit / 4);
+    pace.step(last);
+    return client.receive().body == pattern(3'000'000) && is_answered(client);
+  }));
 }
 
 TEST_F(HostTls, AStalledReaderIsCutOffWithoutTheSignOfAWholeAnswer) {
@@ -273,10 +277,11 @@ TEST_F(HostTls, OptionsThatDoNotFitTogetherAreRefused) {
 TEST_F(HostTls, AClientBeyondTheLimitIsTurnedAwayByTls) {
   start_tls({"--max-connections", "1"});
   TlsClient first(port_);
-  first.send(get("/rdm/slow?1000"));
+  first.send(get(held()));
   ASSERT_TRUE(support::eventually([&] { return called("service /rdm/slow"); }));
   TlsClient second(port_);
   EXPECT_EQ(second.receive().status, 503);
+  release();
   EXPECT_EQ(first.receive().body, "slow\n");
 }
 
@@ -317,7 +322,7 @@ TEST_F(HostTls, AmbiguousFramingIsRefusedAndEndsTheConnection) {
 }
 
 TEST_F(HostTls, DamagedHandshakesAndRecordsHarmNoOthers) {
-  start_tls({"--header-timeout", "1"});
+  start_tls({"--header-timeout", "3"});
   TlsClient whole(port_);
   // From now on it may be idle for longer than a first request may take to come.
   EXPECT_TRUE(is_answered(whole));

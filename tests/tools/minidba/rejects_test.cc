@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include <chrono>
+#include <ctime>
 #include <random>
 
 #include <gmock/gmock.h>
@@ -168,9 +168,9 @@ TEST_F(UpdateRejects, HugeByteCountsDoNotSlowTheUpdate) {
   constexpr int count = 20000;
   for (int i = 0; i < count; ++i)
     stream += "@DOCUMENT { " + url_of(i) + "\nbody{200000000}:\t" + std::string(1000, 'b') + "\n}\n";
-  const auto start = std::chrono::steady_clock::now();
+  const std::clock_t start = std::clock();
   EXPECT_EQ(update(stream).out, "0\n");
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+  EXPECT_LT(std::clock() - start, 20 * CLOCKS_PER_SEC);
   EXPECT_TRUE(rejects() == stream);
 }
 

@@ -119,7 +119,7 @@ Options options_for(const ScriptedServer &server) {
   Options options;
   options.url = server.url();
   options.retry_delay = 0;
-  options.timeout = 20;
+  options.timeout = 100;
   return options;
 }
 
