@@ -196,7 +196,7 @@ void Master::obey(int signal) {
       reopen_logs();
       return errors_.info("SIGUSR1: logs reopened");
     case SIGUSR2:
-      return upgrade_.start(listeners_, errors_);
+      return stopping_ ? void() : upgrade_.start(listeners_, errors_);
     default:
       return stop();
   }
@@ -489,6 +489,8 @@ void Master::stop() {
   if (!stopping_) {
     if (serving_) errors_.info("stopping");
     if (starting_ != 0) kill_generation(std::exchange(starting_, 0));
+    // Refuse new clients. A program that is about to take over still needs the files of the sockets.
+    if (upgrade_.descriptor() == -1) listeners_.clear();
   }
   stopping_ = true;
   front_due_.reset();

@@ -292,6 +292,20 @@ TEST_F(HostWorkers, AFrontThatIsKilledWhileTheConfigurationIsWrongServesOnceItIs
   EXPECT_TRUE(support::eventually([&] { return processes("rdmd-worker").size() == 2; }));
 }
 
+TEST_F(HostWorkers, AServerThatStopsRefusesNewClients) {
+  // Regression: the master kept the listening sockets open; clients that came after the signal waited for its end.
+  start_workers(1);
+  HttpClient busy(port_);
+  busy.send(get(held()));
+  ASSERT_TRUE(support::eventually([&] { return called("service /rdm/slow"); }));
+  server_->signal(SIGTERM);
+  EXPECT_TRUE(support::eventually([&] { return support::refuses(port_); }));
+  release();
+  EXPECT_EQ(busy.receive().body, "slow\n");
+  busy.finish_sending();
+  EXPECT_EQ(server_->wait(), 0);
+}
+
 TEST_F(HostWorkers, WithoutItsMasterTheServerFinishesItsAnswersAndEnds) {
   start_workers(1);
   HttpClient busy(port_);
