@@ -59,7 +59,7 @@ std::map<std::string, std::string> pages() {
   std::map<std::string, std::string> found;
   for (const std::string &directory : {support::in_source("doc/man/"), std::string(MADE_PAGES)})
     for (const fs::directory_entry &entry : fs::directory_iterator(directory)) {
-      const fs::path file = entry.path();
+      const fs::path &file = entry.path();
       found[file.stem().string() + "(" + file.extension().string().substr(1) + ")"] = file;
     }
   return found;
@@ -173,8 +173,10 @@ Names reasons_in_the_page() {
   Names reasons;
   for (std::string item : matches(page.substr(page.find(".Ss Refusals")), "^\\.It Li ([A-Z].*)$")) {
     item = std::regex_replace(item, std::regex(R"(\\&| Ar csid| Ns Ar type Li)"), "");
-    for (size_t at; (at = item.find(" , ")) != std::string::npos; item.erase(0, at + 3))
+    for (size_t at = item.find(" , "); at != std::string::npos; at = item.find(" , ")) {
       reasons.insert(item.substr(0, at));
+      item.erase(0, at + 3);
+    }
     reasons.insert(item);
   }
   return reasons;
