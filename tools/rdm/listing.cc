@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <ctime>
 
 #include "catalog/change_times.h"
 
@@ -46,7 +47,8 @@ Listing list_since(Server &server, time_t since) {
 
 time_t settled_time(const Listing &listing, double longest_delivery) {
   const time_t lag = overlap + static_cast<time_t>(std::ceil(longest_delivery));
-  return std::min(listing.newest(), listing.date.value_or(listing.newest()) - lag);
+  // A server may tell no date, and a description may be dated ahead: later changes would then seem to be settled.
+  return std::min(listing.newest(), listing.date.value_or(std::time(nullptr)) - lag);
 }
 
 Query narrow_query(const Listing &listing, size_t first) {

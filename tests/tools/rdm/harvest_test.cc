@@ -147,6 +147,16 @@ TEST_F(HarvestTest, ChangeThatTheIndexShowedLateIsNotLost) {
   EXPECT_EQ(harvested(), "");
 }
 
+TEST_F(HarvestTest, DescriptionDatedAheadDoesNotHideLaterChangesOfAServerThatTellsNoDate) {
+  options_.since = "last";
+  constexpr time_t ahead = 3'786'912'000;  // in 2090
+  catalog_.descriptions.push_back({"x:5", ahead});
+  EXPECT_EQ(harvested(), texts({0, 1, 2, 3, 4, 5}));
+  catalog_.descriptions.insert(catalog_.descriptions.end() - 1, {"x:6", std::time(nullptr)});
+  EXPECT_EQ(harvested(), texts({5}));
+  EXPECT_EQ(harvested(), "");
+}
+
 TEST_F(HarvestTest, LimitedHarvestsSinceLastGiveEverythingInTheEnd) {
   options_.since = "last";
   options_.limit = 2;
