@@ -86,6 +86,8 @@ class Publisher {
 
   void take(const std::string &name);
   void delete_absent();
+  void erase_expired();
+  void require_limit() const;
   void commit();
 
  private:
@@ -106,7 +108,8 @@ class Publisher {
   catalog::Importer importer_;
   std::set<std::string> rejected_urls_;
   bool has_unnamed_reject_ = false;
-  int64_t refused_ = 0;  // descriptions that a strict feed rejects because of the validator
+  int64_t descriptions_ = 0;  // in the catalog before a full feed
+  int64_t refused_ = 0;       // descriptions that a strict feed rejects because of the validator
 };
 
 void Publisher::take(const std::string &name) {
@@ -197,17 +200,29 @@ void Publisher::delete_absent() {
   std::vector<uint32_t> taken = importer_.taken();
   std::sort(taken.begin(), taken.end());
   const Catalog &catalog = transaction_.catalog();
-  int64_t descriptions = 0;
   const auto look = [&](std::string_view url, uint32_t number) {
-    ++descriptions;
+    ++descriptions_;
     if (std::binary_search(taken.begin(), taken.end(), number) || rejected_urls_.contains(std::string(url))) return;
     importer_.batch().erase(number, url);
     ++result_.deleted;
   };
   catalog.url_map() != nullptr ? catalog.url_map()->each(look) : catalog.each_url(look);
-  if (feed_.max_delete.allows(result_.deleted, descriptions)) return;
-  throw Unfit("the feed lacks " + std::to_string(result_.deleted) + " of " + std::to_string(descriptions) +
-              " descriptions, more than --max-delete " + feed_.max_delete.text() + ": nothing is changed");
+}
+
+void Publisher::erase_expired() {
+  tools::Progress expiring = progress("expiring");
+  result_.expired = catalog::erase_expired(transaction_.catalog(), std::time(nullptr), importer_.batch(),
+                                           [&](int64_t bytes) { expiring.advance(1, bytes); });
+}
+
+/// require_limit throws an Unfit if a full feed would delete too much. What has expired counts: the clock or the times
+/// of the feed may be wrong.
+void Publisher::require_limit() const {
+  if (!feed_.is_full || feed_.max_delete.allows(result_.deleted + result_.expired, descriptions_)) return;
+  const std::string expired = result_.expired == 0 ? "" : " and " + std::to_string(result_.expired) + " have expired";
+  throw Unfit("the feed lacks " + std::to_string(result_.deleted) + " of " + std::to_string(descriptions_) +
+              " descriptions" + expired + ", more than --max-delete " + feed_.max_delete.text() +
+              ": nothing is changed");
 }
 
 void Publisher::date() {
@@ -221,11 +236,8 @@ void Publisher::date() {
 void Publisher::commit() {
   if (result_.summary.accepted() == 0) throw Unfit("no valid description in the input: nothing is changed");
   delete_absent();
-  {
-    tools::Progress expiring = progress("expiring");
-    result_.expired = erase_expired(transaction_.catalog(), std::time(nullptr), importer_.batch(),
-                                    [&](int64_t bytes) { expiring.advance(1, bytes); });
-  }
+  erase_expired();
+  require_limit();
   date();
   tools::Progress writing = progress("writing");
   transaction_.publish(importer_.batch(), importer_.next_number(), shown_by(writing));

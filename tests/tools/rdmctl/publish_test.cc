@@ -137,6 +137,20 @@ TEST_F(Publish, AFullFeedDeletesNoMoreThanItMay) {
             "the feed lacks 3 of 20 descriptions, more than --max-delete 10%: nothing is changed");
 }
 
+// The clock may be wrong.
+TEST_F(Publish, WhatHasExpiredCountsAsDeletedByAFullFeed) {
+  make(20);
+  const std::string feed = described(2, 18) + described(19, 20, "T", past);
+  const Finished finished = publish({"--full-feed", "-"}, feed);
+  EXPECT_EQ(finished.status, 2);
+  EXPECT_EQ(finished.errors,
+            "rdmctl: the feed lacks 1 of 20 descriptions and 2 have expired, more than --max-delete 10%: nothing is "
+            "changed\n");
+  EXPECT_EQ(count(), 20u);
+  EXPECT_EQ(publish({"--full-feed", "--max-delete", "3", "-"}, feed).out,
+            "0 new, 2 changed, 17 unchanged, 1 deleted, 2 expired, 0 rejected\n");
+}
+
 TEST_F(Publish, LimitsThatAreNoneAreRefused) {
   for (const char *limit : {"", "%", "-1", "101%", "x", "5 %", "nan", "inf", "1e3"})
     EXPECT_EQ(publish({"--full-feed", "--max-delete", limit, "-"}, described(1, 1)).status, 2) << limit;
