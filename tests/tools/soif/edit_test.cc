@@ -79,6 +79,7 @@ TEST_F(SoifEdit, KeepsATextThatCannotBeStored) {
   const std::pair<const char *, const char *> rows[] = {
       {"echo lost >>$1", ":5:1: this text belongs to no object; the text is kept in "},
       {"cat $1 >>$1.2; cat $1 $1.2 >$1.3; mv $1.3 $1", ":5:1: a second description; the text is kept in "},
+      {"sed -i s/@F/@RDMHEADER/ $1", ": the header of a message is no description; the text is kept in "},
       {"sed -i s,a/1,a/2, $1", ": the URL has changed to http://a/2; the text is kept in "},
       {"echo >$1", " has no description; the text is kept in "},
       {"echo >$1; exit 3", "/editor ended with status 3; the text is kept in "},

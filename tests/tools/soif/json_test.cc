@@ -85,6 +85,8 @@ TEST(SoifJson, NamesAndKeepsWhatIsNoDescription) {
       {"{\"a\":{\"b\":1}}", "1:1: \"a\" is not a text"},
       {"{\"a\":[[1]]}", "1:1: \"a\" is not a text"},
       {"{\"attributes\":1}", "1:1: \"attributes\" is neither an object nor a list"},
+      {"{\"url\":\"u\",\"url\":\"v\"}", "1:1: \"url\" twice"},
+      {"{\"attributes\":{},\"attributes\":{\"a\":\"1\"}}", "1:1: \"attributes\" twice"},
       {"{\"attributes\":[1]}", "1:1: an attribute without \"name\" or \"value\""},
       {"{\"a\":1,}", "1:8: not JSON: syntax error while parsing object key - unexpected '}'; expected string literal"},
       {"{\"a\":\"\xFF\"}",

@@ -105,6 +105,13 @@ TEST(SoifTable, ATableWithoutColumnOfTheUrlIsRefused) {
   EXPECT_EQ(run_soif({"from", "tsv"}, "").out, "");
 }
 
+TEST(SoifTable, ATableWhoseRowsEndWithCrAloneIsRefused) {
+  const std::string fault = "soif: the input: the first row contains a CR: rows end with LF or CR LF\n";
+  for (const char *text : {"url,a\ru,x\r", "url,a\ru,x\r\n"})
+    EXPECT_EQ(run_soif({"from", "csv"}, text).errors, fault) << text;
+  EXPECT_EQ(run_soif({"from", "tsv"}, "url\ta\ru\tx\r\n").errors, fault);
+}
+
 TEST(SoifTable, MapsColumns) {
   const support::TemporaryDirectory directory;
   const std::string map = directory.write("map", "@url = Adresse\n@template = Art\ntitle = url\n");

@@ -16,6 +16,12 @@ struct Misfit {
   std::string reason;
 };
 
+/// own_member returns the member of a description with a name, or null. Throws a Misfit if there are two.
+const JsonValue *own_member(const JsonValue &object, const std::string &name) {
+  if (std::count(object.names.begin(), object.names.end(), name) > 1) throw Misfit{"\"" + name + "\" twice"};
+  return object.member(name);
+}
+
 /// text_of returns the text that a value stands for. Throws a Misfit.
 std::string text_of(const JsonValue &value, const std::string &what) {
   if (value.is(Kind::text)) return value.text;
@@ -33,7 +39,7 @@ class Shape {
 
   Description description_of(const JsonValue &value) const {
     if (!value.is(Kind::object)) throw Misfit{"not an object"};
-    const JsonValue *const attributes = value.member("attributes");
+    const JsonValue *const attributes = own_member(value, "attributes");
     Description description{member_text(value, template_name).value_or(conversion_.template_name),
                             member_text(value, url_name).value_or(""),
                             {}};
@@ -51,7 +57,7 @@ class Shape {
  private:
   std::optional<std::string> member_text(const JsonValue &object, const char *which) const {
     const std::string key = conversion_.map.field_of(which);
-    const JsonValue *const member = object.member(key);
+    const JsonValue *const member = own_member(object, key);
     if (member == nullptr || member->is(Kind::null)) return std::nullopt;
     return text_of(*member, "\"" + key + "\"");
   }

@@ -20,6 +20,8 @@ class Columns {
   /// Columns reads the first row. Throws a Failure.
   Columns(const Row &row, const NameMap &map, const std::string &input) {
     if (!row.fault.empty()) throw catalog::Failure(input + ":" + std::to_string(row.place.line) + ": " + row.fault);
+    if (const size_t cr = row.bytes.find('\r'); cr != std::string::npos && cr + 2 < row.bytes.size())
+      throw catalog::Failure(input + ": the first row contains a CR: rows end with LF or CR LF");
     for (const std::string &cell : row.cells) names_.push_back(unmarked(cell).value_or(cell));
     template_ = column_of(template_name, map);
     url_ = column_of(url_name, map);

@@ -72,6 +72,7 @@ Description read_back(const EditedFile &file, const Options &options, const Cons
   read_soif(stream, only, progress, Mending::apply);
   const Description &description = only.description(file.path());
   if (const std::string fault = fault_of(description); !fault.empty()) throw Failure(file.path() + ": " + fault);
+  if (is_header(description)) throw Failure(file.path() + ": the header of a message is no description");
   if (description.url != options.url) throw Failure(file.path() + ": the URL has changed to " + description.url);
   return description;
 }
