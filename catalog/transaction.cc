@@ -264,9 +264,14 @@ void check_copy(const Catalog &catalog, const WriteBatch &batch) {
 
 void back_up(const Catalog &catalog, const std::string &target, const ProgressCallback &progress) {
   AtomicFile file(target, catalog.path());
+  const std::optional<uint32_t> published = published_index(catalog);
   const Trailer trailer{catalog.next_number(), 0, origin_of(catalog, file.file()), catalog.newest_change()};
   copy_database(catalog, file.file(), trailer, progress);
-  seal_with_index(file.file());
+  const std::string index = seal_with_index(file.file());
+  // Without the index, only the checksum tells whether the records are sound.
+  if (published && index_format::checksum_of(index) != *published && !status_of(index_path(catalog.path())))
+    throw Failure(index_path(catalog.path()) + " is missing, and the records are not those that were published: " +
+                  "another program has changed them, or they are damaged; \"minidba index\" accepts them");
   file.sync();
   file.commit();
 }

@@ -51,7 +51,7 @@ void check_copy(const Catalog &catalog, const WriteBatch &batch);
 
 /// back_up writes the database of a catalog to `target`, which it replaces atomically: a database whose trailer has the
 /// checksum of the index of its records, so that damage to the backup is found. It compares each record with the index,
-/// and throws a Failure at a damaged one.
+/// and throws a Failure at a damaged one. If the index is missing, the records must be those that were published.
 void back_up(
     const Catalog &catalog, const std::string &target, const ProgressCallback &progress = [](int64_t, int64_t) {});
 /// check_backup throws a Failure if a database is not a backup, or if its records do not have its checksum.

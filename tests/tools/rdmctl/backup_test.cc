@@ -85,6 +85,22 @@ TEST_F(Backup, HasWhatAnotherProgramHasWritten) {
   EXPECT_EQ(other_.records(), catalog_.records());
 }
 
+TEST_F(Backup, IsNotMadeOfDamagedRecordsThoughTheIndexIsMissing) {
+  std::string damaged = read_file(catalog_.path());
+  damaged[damaged.find("http://localhost/2") + 1] ^= 1;
+  write_file(catalog_.path(), damaged);
+  fs::remove(catalog_.path(".idx"));
+  expect_failure(backup(), catalog_.path(".idx") +
+                               " is missing, and the records are not those that were published: another program has "
+                               "changed them, or they are damaged; \"minidba index\" accepts them");
+  EXPECT_FALSE(support::file_exists(file_));
+}
+
+TEST_F(Backup, IsMadeOfSoundRecordsThoughTheIndexIsMissing) {
+  fs::remove(catalog_.path(".idx"));
+  EXPECT_EQ(backup().status, 0);
+}
+
 TEST_F(Backup, EachFlippedBitIsFound) {
   ASSERT_EQ(backup().status, 0);
   const std::string good = read_file(file_);
