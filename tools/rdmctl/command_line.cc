@@ -55,6 +55,7 @@ void declare_import(CLI::App &verb, Options &options) {
   verb.add_option("--from", options.from, "name of the gatherer, for the answer and the log")->type_name("SOURCE");
   verb.add_flag("--delete", options.deletes, "delete the descriptions that an rd-delete-response names");
   verb.add_option("FILE", options.files, "SOIF streams, or whole messages; - is standard input")->required();
+  declare_json(verb, options);
 }
 
 void declare_publish(CLI::App &verb, Options &options) {

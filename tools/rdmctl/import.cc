@@ -22,6 +22,7 @@
 #include "tools/rdmctl/deletion.h"
 #include "tools/rdmctl/log_owner.h"
 #include "tools/rdmctl/outcome.h"
+#include "tools/rdmctl/output.h"
 #include "tools/rdmctl/service.h"
 #include "tools/rdmctl/supervisor.h"
 #include "tools/rdmctl/temporary_directory.h"
@@ -184,13 +185,19 @@ void say_of(std::ostream &errors, const std::string &name, const std::string &te
   errors << "rdmctl: " << escaped(name + ": " + text) << '\n';
 }
 
+/// tell writes the answer to a submission: for people its text, as JSON how many descriptions it was carried out for.
+void tell(const Options &options, std::ostream &out, const std::string &answer, const Json &result) {
+  out << (options.json ? text_of(result) : answer) << std::endl;
+}
+
 /// import_descriptions imports a submission and returns its exit status.
 int import_descriptions(Submission &submission, const Options &options, std::ostream &out, std::ostream &errors) {
   const Offered offered = count_objects(submission);
   const Outcome outcome(options.csid);
   const std::string answer = submit(submission, options);
-  out << answer << std::endl;
   const int64_t count = accepted(answer);
+  tell(options, out, answer,
+       {{"input", submission.name}, {"answer", answer}, {"accepted", count}, {"offered", offered.objects}});
   const std::vector<std::string> missing = shortfalls(count, offered.objects, outcome);
   for (const std::string &text : missing) say_of(errors, submission.name, text);
   if (missing.empty()) return exit_done;
@@ -217,8 +224,9 @@ int delete_descriptions(const Submission &submission, const Options &options, st
     return tools::exit_failure;
   }
   const int64_t deleted = delete_from(csid_findval("catalog-database", options.csid.c_str()), named.urls, errors);
-  out << log_deletion(deleted, options) << std::endl;
   const auto wanted = static_cast<int64_t>(named.urls.size()) + named.rejected;
+  const std::string answer = log_deletion(deleted, options);
+  tell(options, out, answer, {{"input", submission.name}, {"answer", answer}, {"deleted", deleted}, {"named", wanted}});
   if (deleted == wanted) return exit_done;
   say_of(errors, submission.name,
          std::to_string(deleted) + " of " + std::to_string(wanted) + " descriptions were deleted");

@@ -29,6 +29,7 @@ std::string book(int number, const std::string &title = "A") {
          title + "\n}\n";
 }
 
+const std::string delete_header = "@RDMHEADER { -\nrdm-version{3}:\t1.0\nrdm-type{18}:\trd-delete-response\n}\n\n";
 const std::string damaged = "@FILE { http://localhost/9\ntitle{99}:\tcut\n}\n";
 
 class Import : public testing::Test {
@@ -80,6 +81,17 @@ TEST_F(Import, EveryFileIsASubmissionOfItsOwn) {
   EXPECT_EQ(support::read_file(service_.database() + ".idx").size(), 8u + 4 * 20u);
 }
 
+TEST_F(Import, TellsAsJsonWhatWasDoneForEachSubmission) {
+  const std::string submission = service_.write("submission", book(1) + damaged + book(2));
+  const std::string deletion = service_.write("deletion", delete_header + book(1));
+  EXPECT_EQ(service_.import({"--json", submission}).out,
+            R"({"input":")" + submission +
+                R"(","answer":"Accepted 2 RDs from Unknown-Source","accepted":2,"offered":3})" + "\n");
+  EXPECT_EQ(
+      service_.import({"--json", "--delete", deletion}).out,
+      R"({"input":")" + deletion + R"(","answer":"Deleted 1 RDs from Unknown-Source","deleted":1,"named":1})" + "\n");
+}
+
 TEST_F(Import, LeavesALineInTheTransactionLogForEach) {
   service_.import({"--from", "me", service_.write("one", book(1)), service_.write("two", book(2))});
   const std::string log = support::read_file(service_.path("rdm.log"));
@@ -93,8 +105,6 @@ TEST_F(Import, AWholeMessageIsASubmissionToo) {
   EXPECT_EQ(finished.status, 0) << finished.errors;
   EXPECT_EQ(finished.out, "Accepted 2 RDs from Unknown-Source\n");
 }
-
-const std::string delete_header = "@RDMHEADER { -\nrdm-version{3}:\t1.0\nrdm-type{18}:\trd-delete-response\n}\n\n";
 
 // The service imports an rd-delete-response as an rd-response: descriptions that a gatherer deletes would be updated.
 TEST_F(Import, ADeleteResponseIsRefusedWithoutTheOption) {
