@@ -78,6 +78,6 @@ bool measure(std::chrono::seconds time, const std::string &workers) {
 
 int main(int argc, char **argv) {
   testing::InitGoogleTest();
-  const std::chrono::seconds time(argc > 1 ? std::atoi(argv[1]) : 600);
+  const std::chrono::seconds time(argc > 1 ? std::stol(argv[1]) : 600);
   return run_bench([&] { return measure(time, argc > 2 ? argv[2] : "2"); });
 }

@@ -28,7 +28,7 @@ time_t next_change(time_t newest, time_t clock);
 
 /// is_ahead returns true if a time of change is more than a day after the clock. Users are then warned: a search for
 /// recent changes does not find such descriptions at the expected times.
-inline bool is_ahead(time_t time, time_t clock) { return time > clock + 24 * 60 * 60; }
+inline bool is_ahead(time_t time, time_t clock) { return time > clock + time_t{24} * 60 * 60; }
 
 }  // namespace rdm::catalog
 

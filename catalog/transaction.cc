@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "catalog/transaction.h"
 
+#include <utility>
+
 #include "catalog/change_times.h"
 #include "catalog/hash/editor.h"
 #include "catalog/maintenance.h"
@@ -147,7 +149,7 @@ std::string seal_with_index(const File &database) {
 /// NextFiles are the files of the next state: the database, the index unless it stays, and the URL map unless it is
 /// made afterwards.
 struct NextFiles {
-  explicit NextFiles(const std::string &catalog, bool with_index) : path(catalog), database(path) {
+  explicit NextFiles(std::string catalog, bool with_index) : path(std::move(catalog)), database(path) {
     if (with_index) index.emplace(index_path(path), path);
   }
   /// publish renames the files. Readers and writers ignore a map that does not belong to the database, so a crash

@@ -127,7 +127,7 @@ bool write_answer(CLI::App &app, std::ostream &out) {
     return true;
   }
   if (!app.got_subcommand(completion_verb)) return false;
-  const std::string shell = app.get_subcommand(completion_verb)->get_option("SHELL")->as<std::string>();
+  const auto shell = app.get_subcommand(completion_verb)->get_option("SHELL")->as<std::string>();
   out << shell_named(app, shell).completion(grammar_of(app));
   return true;
 }
@@ -160,6 +160,15 @@ void declare_verbs(CLI::App &app, int manual_section) {
   app.require_subcommand(0, 1);
   app.footer("\"" + name + " help VERB\" says more about a verb, " + name + "(" + std::to_string(manual_section) +
              ") about them all.");
+}
+
+CLI::Validator is_seconds() {
+  const auto check = [](const std::string &text) -> std::string {
+    double value = 0;
+    const bool is_time = CLI::detail::lexical_cast(text, value) && value >= 0;
+    return is_time ? "" : "not a number of seconds: " + text;
+  };
+  return {check, ""};
 }
 
 bool parse(CLI::App &app, int argc, char **argv, std::ostream &out) {

@@ -31,6 +31,9 @@ void declare_program(CLI::App &app);
 /// declared. The help names the manual page of the program in this section.
 void declare_verbs(CLI::App &app, int manual_section = 8);
 
+/// is_seconds accepts a number that is not below zero.
+CLI::Validator is_seconds();
+
 /// parse parses the command line into the declared options. Returns false if the command line asked for help, the
 /// version or the completion of a shell, which is then written to `out`. A program without verbs prints its completion
 /// for the first words "completion SHELL". Throws a Misuse for a mistake, or if a verb is declared and none is given.

@@ -22,7 +22,7 @@ OptionGrammar grammar_of(const CLI::Option &option) {
   OptionGrammar grammar;
   for (const std::string &name : option.get_snames()) grammar.names.push_back("-" + name);
   for (const std::string &name : option.get_lnames()) grammar.names.push_back("--" + name);
-  const std::string purpose = option.get_description();
+  const std::string &purpose = option.get_description();
   grammar.purpose = purpose.substr(0, purpose.find_first_of(";\n"));
   grammar.takes_value = option.get_items_expected_max() > 0;
   if (grammar.takes_value) grammar.value = value_of(option);

@@ -25,8 +25,9 @@ std::vector<std::string> option_words(const OptionGrammar &option) {
   const std::string excluded = option.names.size() > 1 ? "(" + joined(option.names) + ")" : "";
   for (const std::string &name : option.names) {
     const std::string attached = !option.takes_value ? "" : name.starts_with("--") ? "=" : "+";
-    words.push_back(excluded + name + attached + "[" + escaped(option.purpose, "[]:") + "]" +
-                    (option.takes_value ? described(option.value) : ""));
+    std::string &word = words.emplace_back(excluded);
+    word.append(name).append(attached).append("[").append(escaped(option.purpose, "[]:")).append("]");
+    if (option.takes_value) word += described(option.value);
   }
   return words;
 }

@@ -107,7 +107,7 @@ struct NameIndex {
     larger.buckets = host_new<Bucket>(larger.size).release();
     if (larger.buckets == nullptr) return false;
     for (size_t i = 0; i < size; ++i)
-      for (Entry *entry = buckets[i].first, *next; entry != nullptr; entry = next) {
+      for (Entry *entry = buckets[i].first, *next = nullptr; entry != nullptr; entry = next) {
         next = entry->in_index.next;
         append(larger.bucket_of(entry->in_index.hash), entry);
       }

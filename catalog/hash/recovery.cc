@@ -38,7 +38,7 @@ class Slots {
   }
   uint32_t count() const { return (*this)[0]; }
   /// is_plausible returns true if the slots fit into the page.
-  bool is_plausible() const { return count() % 2 == 0 && 2 * (count() + 3) <= page_.size(); }
+  bool is_plausible() const { return count() % 2 == 0 && size_t{2} * (count() + 3) <= page_.size(); }
   /// data returns the bytes from the offset in the first slot to the end of the page, or std::nullopt if the offset is
   /// wrong.
   std::optional<std::string_view> data() const {

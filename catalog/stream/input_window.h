@@ -74,7 +74,7 @@ std::optional<std::string_view> WindowInput::token(Stop stop, char *buffer) {
   const char *const limit = begin + std::min<size_t>(static_cast<size_t>(end_ - begin), soif::token_limit);
   at_ = std::find_if(begin, limit, [stop](char c) { return stop(static_cast<unsigned char>(c)); });
   if (at_ != limit) return std::string_view(begin, static_cast<size_t>(at_ - begin));
-  size_t length = static_cast<size_t>(limit - begin);
+  auto length = static_cast<size_t>(limit - begin);
   std::copy(begin, limit, buffer);
   for (; length < soif::token_limit; ++length) {
     const int c = next();

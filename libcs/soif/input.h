@@ -113,7 +113,7 @@ class FileInput {
     return std::nullopt;
   }
 
-  bool may_hold(size_t) const noexcept { return true; }
+  static bool may_hold(size_t) noexcept { return true; }
   bool read(char *value, size_t size) noexcept { return std::fread(value, 1, size, file_) == size; }
 
   /// skip calls fseeko(), or reads if the file cannot seek (a pipe).

@@ -16,16 +16,6 @@ void declare_dry_run(CLI::App &verb, Options &options) {
   verb.add_flag("--dry-run", options.dry_run, "report what would be done, but change nothing");
 }
 
-/// is_seconds accepts a number that is not below zero.
-CLI::Validator is_seconds() {
-  const auto check = [](const std::string &text) -> std::string {
-    double value = 0;
-    const bool is_time = CLI::detail::lexical_cast(text, value) && value >= 0;
-    return is_time ? "" : "not a number of seconds: " + text;
-  };
-  return {check, ""};
-}
-
 /// is_file refuses "-": the result of the verb is written to standard output.
 CLI::Validator is_file() {
   return {[](const std::string &text) -> std::string { return text == "-" ? "must be a file" : ""; }, ""};
@@ -39,7 +29,7 @@ CLI::Validator is_given() {
 void declare_writer(CLI::App &verb, Options &options) {
   declare_dry_run(verb, options);
   verb.add_option("--wait", options.wait, "wait at most this long for another writer; by default without limit")
-      ->check(is_seconds())
+      ->check(cli::is_seconds())
       ->type_name("SECONDS");
 }
 

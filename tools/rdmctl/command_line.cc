@@ -12,16 +12,6 @@ namespace {
 constexpr char config_text[] = "the service's configuration; also before the verb";
 constexpr char target_text[] = "catalog service, or path of a database";
 
-/// is_seconds accepts a number that is not below zero.
-CLI::Validator is_seconds() {
-  const auto check = [](const std::string &text) -> std::string {
-    double value = 0;
-    const bool is_time = CLI::detail::lexical_cast(text, value) && value >= 0;
-    return is_time ? "" : "not a number of seconds: " + text;
-  };
-  return {check, ""};
-}
-
 CLI::Validator is_limit() {
   const auto check = [](const std::string &text) -> std::string {
     try {
@@ -45,7 +35,7 @@ void declare_json(CLI::App &verb, Options &options) {
 
 void declare_wait(CLI::App &verb, Options &options) {
   verb.add_option("--wait", options.wait, "wait at most this long for another writer; by default without limit")
-      ->check(is_seconds())
+      ->check(cli::is_seconds())
       ->type_name("SECONDS");
 }
 

@@ -24,7 +24,7 @@
 namespace rdm::rdmd {
 
 /// The limits of one packet.
-inline constexpr std::size_t packet_limit = 256 * 1024;
+inline constexpr std::size_t packet_limit = std::size_t{256} * 1024;
 inline constexpr std::size_t packet_files = 64;
 
 struct Packet {

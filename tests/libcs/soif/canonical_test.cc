@@ -11,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include "fuzz/print.h"
 #include "libcs/guard.h"
 #include "support/memory_host.h"
 #include "support/model.h"
@@ -31,22 +32,12 @@ struct Names {
   std::vector<char *> pointers;
 };
 
-std::string print(const SOIF *object) {
-  std::string text;
-  const soif_output_fn append = [](void *to, const void *bytes, int32_t length) {
-    static_cast<std::string *>(to)->append(static_cast<const char *>(bytes), static_cast<size_t>(length));
-    return 0;
-  };
-  SoifWriter(append, &text).print(object);
-  return text;
-}
-
 /// reprinted returns what parser and printer make of a record; "(none)" if it has no object.
 std::string reprinted(const std::string &record, char **accept) {
   SoifReader reader{std::string_view(record)};
   reader.accept(accept);
   const SoifPtr object = reader.next();
-  return object ? print(object.get()) : "(none)";
+  return object ? fuzz::print(object.get()) : "(none)";
 }
 
 /// passed returns the pieces of a record, or "(refused)".
