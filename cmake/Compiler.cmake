@@ -2,9 +2,10 @@
 # How every target of the project is compiled.
 
 # The cache serves every clone: names below the source directory are taken relative to it. It cannot tell whether a
-# precompiled header uses the time of day; none does.
+# precompiled header uses the time of day; none does. A build whose debug information must be the same with the cache and
+# without it names a launcher of its own, or an empty one.
 find_program(CCACHE ccache)
-if(CCACHE)
+if(CCACHE AND NOT DEFINED CMAKE_CXX_COMPILER_LAUNCHER)
   set(CMAKE_C_COMPILER_LAUNCHER env CCACHE_BASEDIR=${CMAKE_SOURCE_DIR} CCACHE_SLOPPINESS=pch_defines,time_macros ${CCACHE})
   set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_C_COMPILER_LAUNCHER})
 endif()
