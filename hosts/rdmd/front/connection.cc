@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "hosts/rdmd/front/connection.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <ctime>
 #include <optional>
@@ -18,6 +19,9 @@ constexpr std::string_view server_name = "rdmd/" RDM_VERSION;
 
 /// Bytes of a referer or user agent that the access log shows.
 constexpr std::size_t logged_field = 1024;
+
+/// The time for the first request of a client that has connected just before the server stops.
+constexpr Duration first_request_limit{1'000};
 
 /// release_memory frees the memory that `value` holds. Assigning an empty string would keep the capacity.
 template <typename Value>
@@ -61,7 +65,9 @@ void Connection::turn_away(Trouble reason) {
 void Connection::close_if_idle() {
   boost::asio::post(channel_.executor(), [self = shared_from_this(), this] {
     const State state = channel_.state();
-    if (channel_.may_make_way() && (state == State::idle || state == State::handshake)) close();
+    if (!channel_.may_make_way() || (state != State::idle && state != State::handshake)) return;
+    if (!first_) return close();
+    channel_.limit(first_request_time(), [this] { close(); });
   });
 }
 
@@ -381,13 +387,19 @@ void Connection::finish_record() { record_.finish(delivery_.progress(), keep_, s
 
 /* ---- What follows an answer ---- */
 
+/// first_request_time returns the time in which a client that has connected begins its first request.
+Duration Connection::first_request_time() const {
+  const Duration time = server_.limits().header;
+  return server_.stopping() ? std::min(time, first_request_limit) : time;
+}
+
 /// acknowledged starts the next timeout: the header timeout before the first request, the idle timeout after an answer,
 /// the linger timeout after the last answer.
 void Connection::acknowledged(io::Clock::time_point since) {
   if (channel_.state() == State::lingering) return lingering_.acknowledged();
-  if (server_.stopping()) return close();
+  if (server_.stopping() && !first_) return close();
   channel_.let_make_way(since);
-  channel_.limit(first_ ? server_.limits().header : server_.limits().idle, [this] { close(); });
+  channel_.limit(first_ ? first_request_time() : server_.limits().idle, [this] { close(); });
 }
 
 void Connection::client_too_slow(Trouble reason) {

@@ -61,7 +61,8 @@ class Connection final : public std::enable_shared_from_this<Connection>,
   /// turn_away answers 503 without reading a request, for a client beyond a limit. `reason` is the trouble to log.
   void turn_away(Trouble reason);
 
-  /// close_if_idle closes the connection if it waits for a request. It may be called from any thread.
+  /// close_if_idle closes the connection if it waits for a request; after a second if it has had none yet, because a
+  /// client that has just connected is about to send one. It may be called from any thread.
   void close_if_idle();
   /// make_way ends the connection, in favour of a new client, if it waits for a request or reads a head. A begun head
   /// is answered with 503 unless the connection is to be closed `at_once`. It may be called from any thread.
@@ -125,6 +126,7 @@ class Connection final : public std::enable_shared_from_this<Connection>,
   void client_reset() override { close(); }
   void client_too_slow(Trouble reason) override;
   void lingering_ended() override { close(); }
+  Duration first_request_time() const;
   void close();
 
   Server &server_;

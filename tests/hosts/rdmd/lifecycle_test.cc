@@ -148,6 +148,20 @@ TEST_F(HostLifecycle, FinishesARequestBegunAndThenCloses) {
   EXPECT_EQ(server_->wait(), 0);
 }
 
+TEST_F(HostLifecycle, AnswersAFirstRequestThatArrivesWithTheOrderToStop) {
+  start(observed());
+  HttpClient client(port_);
+  ASSERT_TRUE(await_metric("rdmd_connections{state=\"idle\"} 1"));
+  // The front finds both when it continues.
+  ::kill(server_->front(), SIGSTOP);
+  client.send(get("/rdm/fast"));
+  server_->signal(SIGTERM);
+  ::kill(server_->front(), SIGCONT);
+  EXPECT_EQ(client.receive().body, "fast\n");
+  client.finish_sending();
+  EXPECT_EQ(server_->wait(), 0);
+}
+
 TEST_F(HostLifecycle, ClosesIdleConnectionsAtOnce) {
   start();
   HttpClient client(port_), silent(port_);
