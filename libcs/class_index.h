@@ -32,7 +32,7 @@ class ClassIndex {
   ClassIndex(const ClassIndex &) = delete;
   ClassIndex &operator=(const ClassIndex &) = delete;
   ~ClassIndex() {
-    for (IndexedClass *entry = last_, *former; entry != nullptr; entry = former) {
+    for (IndexedClass *entry = last_, *former = nullptr; entry != nullptr; entry = former) {
       former = entry->former;
       trim(*entry);
       host_free(entry);

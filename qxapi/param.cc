@@ -30,7 +30,9 @@ IndexedPair *as_indexed(host_param *pair) { return reinterpret_cast<IndexedPair 
 
 bool is_indexed(const pblock &b) { return b.index.size != 0; }
 
-bool has_renamed_pair(const pblock &b) { return is_indexed(b) && b.lent != nullptr && b.index.is_stale(*b.lent); }
+bool has_renamed_pair(const pblock &b) {
+  return is_indexed(b) && b.lent != nullptr && NameIndex<IndexedPair>::is_stale(*b.lent);
+}
 
 /// search returns the first pair of a name, or null.
 host_param *search(const char *name, const pblock &b) {

@@ -6,7 +6,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <initializer_list>
+#include <algorithm>
+#include <iterator>
 
 namespace rdm {
 
@@ -14,9 +15,10 @@ namespace rdm {
 /// becomes a standard stream. The direction is reversed: using such a stream fails with EBADF. Returns false if open()
 /// fails. Call it before anything is opened.
 inline bool take_standard_descriptors() {
-  for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
-    if (::fcntl(fd, F_GETFD) == -1 && ::open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY) != fd) return false;
-  return true;
+  constexpr int descriptors[] = {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO};
+  return std::all_of(std::begin(descriptors), std::end(descriptors), [](int fd) {
+    return ::fcntl(fd, F_GETFD) != -1 || ::open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY) == fd;
+  });
 }
 
 }  // namespace rdm

@@ -8,10 +8,10 @@
 
 namespace rdm::rdmd {
 
-/// remove_leftovers removes those temporary files of CSIO buffers in a directory that belong to this user and whose
-/// process has ended (qxapi/temporary_owner.h), and returns how many. It removes no file on a network file system,
-/// because locks held by other machines may be invisible there.
-std::size_t remove_leftovers(const std::string &directory);
+/// remove_leftovers removes those temporary files of CSIO buffers in the directory at `path` that belong to this user
+/// and whose process has ended (qxapi/temporary_owner.h), and returns how many. It removes no file on a network file
+/// system, because locks held by other machines may be invisible there.
+std::size_t remove_leftovers(const std::string &path);
 
 }  // namespace rdm::rdmd
 

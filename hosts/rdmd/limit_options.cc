@@ -117,7 +117,7 @@ void add_limit_options(CLI::App &app, Limits &limits) {
 
 void add_proxy_options(CLI::App &app, Settings &settings) {
   const auto check = [](const std::string &text) {
-    return Proxies::is_valid(text) ? "" : '"' + text + "\" is not an address, ADDRESS/BITS or \"unix\"";
+    return Proxies::is_valid(text) ? "" : '"' + text + R"(" is not an address, ADDRESS/BITS or "unix")";
   };
   CLI::Option *trusted =
       app.add_option("--trusted-proxy", settings.trusted_proxies,

@@ -112,7 +112,7 @@ HostText temporary_name() {
   const char *directory = temporary_directory(host_stat);
   unsigned long long random[2] = {};
   char path[PATH_MAX];
-  constexpr size_t name_size = sizeof "/csio" + 2 * temporary_owner::digits;
+  constexpr size_t name_size = sizeof "/csio" + size_t{2} * temporary_owner::digits;
   if (directory == nullptr || std::strlen(directory) + name_size > sizeof path ||
       ::getrandom(random, sizeof random, 0) != sizeof random) {
     CSLOG(CSLOG_ERROR, "adt", "Cannot find temporary filename?\n");

@@ -22,9 +22,8 @@ namespace {
 
 using catalog::date_of;
 using support::Finished;
-using testing::HasSubstr;
 
-constexpr time_t noon = 1'800'000'000, day = 24 * 60 * 60;
+constexpr time_t noon = 1'800'000'000, day = time_t{24} * 60 * 60;
 
 class ChangeTimes : public testing::Test {
  protected:

@@ -209,7 +209,7 @@ class Operation : public ServiceTest {};
 
 TEST_F(Operation, TheExamplesPassTheCheck) {
   run("mkdir -p " + directory_.path("tmp"));
-  directory_.write("csid.conf", filled("csid.conf.in", shared_->path()));
+  directory_.write("csid.conf", filled("csid.conf.in", shared->path()));
   const std::string config = directory_.write("rdm.conf", filled("rdm.conf.in", directory_.path()));
   support::RdmdProcess server({"--check", "--config", config});
   EXPECT_EQ(server.wait(), 0);

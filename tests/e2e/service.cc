@@ -101,29 +101,29 @@ std::string rd_request(const std::string &csid, const std::string &attributes) {
          attributes + "}\n";
 }
 
-std::unique_ptr<support::TemporaryDirectory> ServiceTest::shared_;
+std::unique_ptr<support::TemporaryDirectory> ServiceTest::shared;
 
 void ServiceTest::SetUpTestSuite() {
-  shared_ = std::make_unique<support::TemporaryDirectory>();
+  shared = std::make_unique<support::TemporaryDirectory>();
   for (const char *name : {"rfc", "classics"})
-    make_catalog(shared_->path(), name, examples::example(std::string(name) + "/rds.soif"));
+    make_catalog(shared->path(), name, examples::example(std::string(name) + "/rds.soif"));
 }
 
 void ServiceTest::share_large_catalog(std::size_t records) {
-  shared_ = std::make_unique<support::TemporaryDirectory>();
+  shared = std::make_unique<support::TemporaryDirectory>();
   std::string text;
   for (std::size_t i = 0; i < records; ++i)
     text += "@FILE { x://large/" + std::to_string(i) + "\n" +
             attribute("description", std::string(3000, static_cast<char>('a' + i % 26))) + "}\n";
-  make_catalog(shared_->path(), "rfc", shared_->write("large.soif", text));
+  make_catalog(shared->path(), "rfc", shared->write("large.soif", text));
 }
 
-void ServiceTest::TearDownTestSuite() { shared_.reset(); }
+void ServiceTest::TearDownTestSuite() { shared.reset(); }
 
 void ServiceTest::start(const std::string &services, const std::vector<std::string> &more) {
   run("mkdir -p " + directory_.path("tmp"));
   const std::string list =
-      directory_.write("csid.conf", services.empty() ? filled("csid.conf.in", shared_->path()) : services);
+      directory_.write("csid.conf", services.empty() ? filled("csid.conf.in", shared->path()) : services);
   const std::string config = directory_.write("rdm.conf", filled("rdm.conf.in", directory_.path()));
   std::vector<std::string> arguments = {"--listen", "127.0.0.1:0", "--threads",    "8",
                                         "--config", config,        "--access-log", directory_.path("access")};

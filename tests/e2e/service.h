@@ -76,12 +76,12 @@ class ServiceTest : public ::testing::Test {
 
   /// expected returns the answer that sends these entries of a catalog, computed from its files.
   static std::string expected(const std::string &database, const std::vector<IndexEntry> &entries);
-  static std::string catalog(const std::string &name) { return shared_->path(name + ".db"); }
+  static std::string catalog(const std::string &name) { return shared->path(name + ".db"); }
 
   std::string transactions() const { return support::read_file(directory_.path("rdm.log")); }
   std::string access() const { return support::read_file(directory_.path("access")); }
 
-  static std::unique_ptr<support::TemporaryDirectory> shared_;
+  static std::unique_ptr<support::TemporaryDirectory> shared;
   support::TemporaryDirectory directory_;  // of this test: configuration and logs
   std::unique_ptr<support::RdmdProcess> server_;
   int port_ = 0;

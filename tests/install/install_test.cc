@@ -100,15 +100,15 @@ Words build_directories() {
 class Install : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
-    const support::Environment staging("DESTDIR", directory_.emplace().path().c_str());
+    const support::Environment staging("DESTDIR", directory.emplace().path().c_str());
     output_of({CMAKE, "--install", support::in_build(), "--prefix", "/opt/rdm"});
   }
 
-  static void TearDownTestSuite() { directory_.reset(); }
+  static void TearDownTestSuite() { directory.reset(); }
 
-  static std::string installed(const std::string &name = "") { return directory_->path("opt/rdm/" + name); }
+  static std::string installed(const std::string &name = "") { return directory->path("opt/rdm/" + name); }
   static std::string library(const std::string &name) { return installed(LIBRARY_DIR "/" + name); }
-  static std::string built(const std::string &name) { return directory_->path(name); }
+  static std::string built(const std::string &name) { return directory->path(name); }
 
   /// flags returns the output of pkg-config for a package.
   static Words flags(const std::string &package) {
@@ -127,7 +127,7 @@ class Install : public ::testing::Test {
   }
 
  private:
-  static inline std::optional<support::TemporaryDirectory> directory_;
+  static inline std::optional<support::TemporaryDirectory> directory;
 };
 
 TEST_F(Install, ProgramsAreBuiltByCMake) {

@@ -36,7 +36,7 @@ class Alarm {
   };
 
   void wait(std::shared_ptr<void> owner);
-  void wake(Wait &wait);
+  void wake(Wait &begun);
 
   io::Timer timer_;
   std::weak_ptr<Wait> wait_;           // belongs to the timer; gone when there is none

@@ -87,7 +87,8 @@ auto Channel::guarded(Handler handler) {
 void Channel::post(Step step) { boost::asio::post(executor(), guarded(std::move(step))); }
 
 void Channel::await(io::Socket::wait_type event, Step ready, Step failed) {
-  socket_.async_wait(transport_.wanted(event), guarded([=](const error_code &error) { error ? failed() : ready(); }));
+  socket_.async_wait(transport_.wanted(event), guarded([ready = std::move(ready), failed = std::move(failed)](
+                                                           const error_code &error) { error ? failed() : ready(); }));
 }
 
 void Channel::watch(Step broken) {
@@ -109,14 +110,14 @@ void Channel::stop_watching() {
   if (std::exchange(watches_, false)) cancel();
 }
 
-void Channel::read(std::size_t most, Step next, Step ended) {
+void Channel::read(std::size_t most, const Step &next, const Step &ended) {
   // Not by post and await: their steps would take memory for what this one captures.
   if (transport_.has_input()) return boost::asio::post(executor(), guarded([=, this] { receive(most, next, ended); }));
   socket_.async_wait(transport_.wanted(io::Socket::wait_read),
                      guarded([=, this](const error_code &error) { error ? ended() : receive(most, next, ended); }));
 }
 
-void Channel::receive(std::size_t most, Step next, Step ended) {
+void Channel::receive(std::size_t most, const Step &next, const Step &ended) {
   std::array<char, 16384> block;
   const ssize_t count = transport_.receive({block.data(), std::min(most, block.size())});
   if (count < 0 && (errno == EAGAIN || errno == EINTR)) return read(most, next, ended);

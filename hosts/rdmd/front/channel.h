@@ -61,7 +61,7 @@ class Channel {
   static constexpr Duration watch_delay{100};
   /// read waits for input, appends up to `most` bytes of it to input() and calls `next`, or `ended` at the end of input
   /// or on an error.
-  void read(std::size_t most, Step next, Step ended);
+  void read(std::size_t most, const Step &next, const Step &ended);
   /// cancel ends all waiting for the socket.
   void cancel();
 
@@ -92,7 +92,7 @@ class Channel {
  private:
   template <typename Handler>
   auto guarded(Handler handler);
-  void receive(std::size_t most, Step next, Step ended);
+  void receive(std::size_t most, const Step &next, const Step &ended);
   void begin_watching();
 
   Owner &owner_;

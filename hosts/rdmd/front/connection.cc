@@ -38,7 +38,7 @@ std::string_view refusal_text(Trouble reason) {
 
 }  // namespace
 
-Connection::Connection(io::Socket socket, Server &server, Client client, SslPtr tls)
+Connection::Connection(io::Socket socket, Server &server, const Client &client, SslPtr tls)
     : server_(server),
       channel_(*this, std::move(socket), std::move(tls), server.roster()),
       client_(server, channel_.entry(), client),

@@ -51,7 +51,7 @@ class Connection final : public std::enable_shared_from_this<Connection>,
                          private Lingering::Owner {
  public:
   /// Serves the client of an accepted socket, by TLS if `tls` is not null.
-  Connection(io::Socket socket, Server &server, Client client = {}, SslPtr tls = nullptr);
+  Connection(io::Socket socket, Server &server, const Client &client = {}, SslPtr tls = nullptr);
   Connection(const Connection &) = delete;
   Connection &operator=(const Connection &) = delete;
   ~Connection();

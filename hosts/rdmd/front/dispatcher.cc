@@ -5,6 +5,7 @@
 #include <chrono>
 #include <new>
 #include <numeric>
+#include <ranges>
 #include <utility>
 
 #include <boost/asio/post.hpp>
@@ -130,8 +131,8 @@ void Dispatcher::enqueue(JobPtr job, Actions &actions) {
 
 /// put_back queues jobs again, in front of those that came later.
 void Dispatcher::put_back(std::vector<JobPtr> jobs, Actions &actions) {
-  for (auto job = jobs.rbegin(); job != jobs.rend(); ++job)
-    stopping_ ? actions.end(std::move(*job), Fate::stopping) : queue_.put_back(std::move(*job));
+  for (JobPtr &job : std::ranges::reverse_view(jobs))
+    stopping_ ? actions.end(std::move(job), Fate::stopping) : queue_.put_back(std::move(job));
 }
 
 /// assign gives jobs to brisk workers, then to free ones, and then to those that will soon be.

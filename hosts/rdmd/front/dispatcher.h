@@ -83,6 +83,7 @@ class Dispatcher {
     bool is_late(io::Clock::duration limit, io::Clock::time_point now) const { return busy() && now - begun > limit; }
   };
   /// Actions call other objects, so they are carried out without the lock.
+  // NOLINTNEXTLINE(bugprone-exception-escape): moving a small_vector of pointers throws nothing
   struct Actions {
     void end(JobPtr job, Fate fate) { ends.push_back({std::move(job), fate}); }
 

@@ -85,14 +85,14 @@ CatalogHealth examine_catalog(const check::ConfiguredCatalog &catalog) {
   CatalogHealth health;
   health.catalog = catalog;
   if (catalog.database.empty()) {
-    health.notes.push_back("has no database");
+    health.notes.emplace_back("has no database");
     return health;
   }
   // The index first: a catalog that is being changed then looks like one with an older index.
   examine_index(health);
   examine_database(health);
   if (health.index && health.database && is_earlier(*health.index, *health.database))
-    health.notes.push_back("the index is older than the database");
+    health.notes.emplace_back("the index is older than the database");
   return health;
 }
 

@@ -161,15 +161,14 @@ Duration Server::not_accepted(int error) {
   return admission_.relieve(std::generic_category().message(error)) ? made_way_pause : accept_pause;
 }
 
-void Server::accepted(io::Socket socket, Client client, bool tls) {
+void Server::accepted(io::Socket socket, const Client &client, bool tls) {
   if (reads_proxy_headers() && !proxies_.trusts(client)) return errors_.trouble(Trouble::not_a_proxy, client.text);
   const std::optional<Trouble> refused = admission_.find_refusal(client);
   if (refused && !admission_.may_turn_away(client.key, *refused))
     return errors_.trouble(Trouble::disconnected, client.text);
-  const ClientKey key = client.key;
   SslPtr session = tls ? tls_->session(socket.native_handle()) : nullptr;
-  auto connection = std::make_shared<Connection>(std::move(socket), *this, std::move(client), std::move(session));
-  roster_.admit(connection->roster_entry(), connection, key, refused.has_value());
+  auto connection = std::make_shared<Connection>(std::move(socket), *this, client, std::move(session));
+  roster_.admit(connection->roster_entry(), connection, client.key, refused.has_value());
   if (refused)
     connection->turn_away(*refused);
   else

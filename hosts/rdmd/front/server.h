@@ -106,7 +106,7 @@ class Server {
   std::vector<std::thread> start_threads();
   Duration take_client(Listener &listener);
   Duration not_accepted(int error);
-  void accepted(io::Socket socket, Client client, bool tls);
+  void accepted(io::Socket socket, const Client &client, bool tls);
   void await_signal();
   void handle(int signal);
   void reopen_logs();

@@ -95,7 +95,7 @@ class Master {
   void generation_ready();
   void generation_failed(const std::string &why);
   void pass(WorkerProcess &worker);
-  void worker_ended(std::list<WorkerProcess>::iterator worker, int wait_status);
+  void worker_ended(std::list<WorkerProcess>::iterator found, int wait_status);
   void replace(const WorkerProcess &worker);
   std::size_t generations() const;
   void kill_generation(int generation);
@@ -106,7 +106,7 @@ class Master {
   bool begin_service();
   void front_ended(int wait_status);
   void take_message();
-  void tell(ControlMessage message, std::vector<host_fd> files = {});
+  void tell(const ControlMessage &message, const std::vector<host_fd> &files = {});
 
   /* ---- The whole ---- */
 
@@ -430,7 +430,7 @@ void Master::take_message() {
   }
 }
 
-void Master::tell(ControlMessage message, std::vector<host_fd> files) {
+void Master::tell(const ControlMessage &message, const std::vector<host_fd> &files) {
   if (front_.socket) send_packet(front_.socket.get(), encode(message), files);
 }
 

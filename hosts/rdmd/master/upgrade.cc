@@ -96,7 +96,7 @@ void Upgrade::become(const std::vector<ListeningSocket> &listeners, host_fd repo
 }
 
 bool Upgrade::finished(ErrorLog &errors) {
-  char ready;
+  char ready = '\0';
   const bool is_ready = uninterrupted([&] { return ::read(successor_.get(), &ready, 1); }) == 1;
   successor_ = HostFileGuard();
   if (is_ready)

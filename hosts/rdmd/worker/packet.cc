@@ -30,7 +30,7 @@ std::vector<HostFileGuard> take_files(msghdr &message) {
     if (header->cmsg_level != SOL_SOCKET || header->cmsg_type != SCM_RIGHTS) continue;
     const std::size_t count = (header->cmsg_len - CMSG_LEN(0)) / sizeof(int);
     for (std::size_t i = 0; i < count; ++i) {
-      int fd;
+      int fd = -1;
       std::memcpy(&fd, CMSG_DATA(header) + i * sizeof fd, sizeof fd);
       files.emplace_back(fd);
     }

@@ -13,6 +13,7 @@
 #include "catalog/os/error.h"
 #include "support/database.h"
 #include "support/files.h"
+#include "support/process.h"
 #include "support/random_bytes.h"
 
 using namespace rdm;
@@ -123,11 +124,10 @@ TEST_F(HashWriter, TheLibraryAddsToRandomSetsOfRecords) {
 TEST_F(HashWriter, TheDumpProgramListsEveryRecord) {
   for (size_t i = 0; i < 500; ++i) add(i * 3);
   write();
-  const std::string out = directory.path("dump");
-  ASSERT_EQ(std::system(("db_dump185 -p " + path + " > " + out).c_str()), 0);
+  const support::Finished dump = support::run({"/usr/bin/db_dump185", "-p", path});
+  ASSERT_EQ(dump.status, 0) << dump.errors;
   size_t keys = 0;
-  const std::string text = support::read_file(out);
-  for (uint32_t i = 1; i <= 500; ++i) keys += text.find("\n" + key_of(i) + "\n") != std::string::npos;
+  for (uint32_t i = 1; i <= 500; ++i) keys += dump.out.find("\n" + key_of(i) + "\n") != std::string::npos ? 1 : 0;
   EXPECT_EQ(keys, 500u);
 }
 

@@ -5,7 +5,9 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <iterator>
 #include <map>
 #include <random>
 
@@ -99,8 +101,9 @@ class HashEditor : public ::testing::Test {
   }
 
   static size_t linked_pages(const HashTable &table) {
-    size_t count = 0;
-    for (uint32_t map = 0; map < hashdb::doublings; ++map) count += table.header().bitmaps[map] != 0;
+    const auto &bitmaps = table.header().bitmaps;
+    auto count =
+        static_cast<size_t>(std::count_if(std::begin(bitmaps), std::end(bitmaps), [](auto page) { return page != 0; }));
     catalog::BucketReader reader(table);
     for (uint32_t bucket = 0; bucket <= table.header().max_bucket; ++bucket) {
       for (reader.start(bucket); reader.next();) {
@@ -120,8 +123,8 @@ class HashEditor : public ::testing::Test {
       table.file().read_at(static_cast<int64_t>(number << header.page_shift), page.data(), page.size());
       for (size_t bit = 0; bit < 8 * page.size(); ++bit) {
         const bool is_set = (static_cast<unsigned char>(page[bit / 8]) >> bit % 8 & 1) != 0;
-        used += is_set && first + bit < pages;
-        looking_free += !is_set && first + bit >= pages;
+        used += is_set && first + bit < pages ? 1 : 0;
+        looking_free += !is_set && first + bit >= pages ? 1 : 0;
       }
       first += 8 * page.size();
     }
@@ -160,7 +163,7 @@ TEST_F(HashEditor, RandomChangesToRandomSetsLoseNothing) {
         else
           records[key] = random_value(longest);
       }
-      edits += change(keys, records);
+      edits += change(keys, records) ? 1 : 0;
       ASSERT_NO_FATAL_FAILURE(expect_sound(records)) << "seed " << seed << " round " << round;
     }
   }
@@ -248,7 +251,7 @@ TEST_F(HashEditor, OnlyTheBucketsThatChangeAreWritten) {
   ASSERT_EQ(after.size(), before.size());
   const size_t page = HashTable(path_).header().page_size;
   size_t changed = 0;
-  for (size_t at = 0; at < after.size(); at += page) changed += after.compare(at, page, before, at, page) != 0;
+  for (size_t at = 0; at < after.size(); at += page) changed += after.compare(at, page, before, at, page) != 0 ? 1 : 0;
   EXPECT_LE(changed, 4u) << "header, bitmap, the bucket and its overflow page";
 }
 

@@ -94,7 +94,7 @@ TEST(SoifStream, AFileThatBecomesShorterIsNoShorterStream) {
   const Submission submission(objects);
   SoifStream stream(submission.descriptor(), submission.path());
   ASSERT_TRUE(stream.next());
-  ASSERT_EQ(::truncate(submission.path().c_str(), 16 * 19'000), 0);
+  ASSERT_EQ(::truncate(submission.path().c_str(), off_t{16} * 19'000), 0);
   const auto read_on = [&] {
     while (stream.next()) continue;
   };

@@ -70,7 +70,7 @@ TEST_F(Queue, JoinsBytesThatFollowEachOther) {
 
 TEST_F(Queue, Keeps64KiBInMemory) {
   OutputQueue queue;
-  const std::string text = pattern(64 * 1024);
+  const std::string text = pattern(std::size_t{64} * 1024);
   EXPECT_EQ(queue.append(text), text.size());
   ASSERT_EQ(queue.pieces().size(), 1u);
   EXPECT_FALSE(queue.pieces()[0].file);

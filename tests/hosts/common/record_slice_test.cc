@@ -79,7 +79,7 @@ class RecordSliceTest : public ::testing::Test {
 };
 
 TEST_F(RecordSliceTest, HasTheBytesOfItsRecordsHoweverTheyAreTaken) {
-  const SliceFiles files = this->files(support::scattered(1000, text_.size()));
+  const SliceFiles files = RecordSliceTest::files(support::scattered(1000, text_.size()));
   for (const auto &[first, count] : {std::pair{0u, 1000u}, {0u, 1u}, {999u, 1u}, {17u, 700u}, {256u, 256u}}) {
     const host_slice slice = files.slice(first, count);
     const std::string right = support::bytes_of(slice);
@@ -91,7 +91,7 @@ TEST_F(RecordSliceTest, HasTheBytesOfItsRecordsHoweverTheyAreTaken) {
 }
 
 TEST_F(RecordSliceTest, IsReadUntilItsFileIsWorthAMapping) {
-  const SliceFiles files = this->files({{0, 5000, 0}, {9, 5000, 0}, {0, 5000, 0}});
+  const SliceFiles files = RecordSliceTest::files({{0, 5000, 0}, {9, 5000, 0}, {0, 5000, 0}});
   iovec part{};
   const auto gathers = [&](const host_slice &slice) {
     RecordCursor cursor(*RecordSlice::of(slice));
@@ -104,8 +104,8 @@ TEST_F(RecordSliceTest, IsReadUntilItsFileIsWorthAMapping) {
 }
 
 TEST_F(RecordSliceTest, RepeatsWhatIsNotSkipped) {
-  const SliceFiles files = this->files({{0, 5, 0}, {10, 5, 0}});
-  RecordCursor cursor = this->cursor(files.all());
+  const SliceFiles files = RecordSliceTest::files({{0, 5, 0}, {10, 5, 0}});
+  RecordCursor cursor = RecordSliceTest::cursor(files.all());
   std::string once(7, '\0'), again(9, '\0');
   EXPECT_EQ(cursor.read(once), 7);
   EXPECT_EQ(cursor.read(again), 9);
@@ -114,7 +114,7 @@ TEST_F(RecordSliceTest, RepeatsWhatIsNotSkipped) {
 }
 
 TEST_F(RecordSliceTest, IsRefusedWithoutRecordsOrFiles) {
-  const SliceFiles files = this->files({{0, 5, 0}});
+  const SliceFiles files = RecordSliceTest::files({{0, 5, 0}});
   host_slice slice = files.all();
   slice.count = 0;
   EXPECT_FALSE(RecordSlice::of(slice));
@@ -140,10 +140,10 @@ TEST_F(RecordSliceTest, FailsAtAPlaceThatCannotBeRight) {
       {"followed by another", {{0, 10, 0}, {0, 10, 0}, {0, 10, 0}}},
   };
   for (const auto &[name, places] : lists) {
-    const SliceFiles files = this->files(places);
+    const SliceFiles files = RecordSliceTest::files(places);
     host_slice slice = files.all();
     slice.length = 20;
-    RecordCursor cursor = this->cursor(slice);
+    RecordCursor cursor = RecordSliceTest::cursor(slice);
     iovec parts[4];
     ASSERT_EQ(cursor.gather(parts), 1u) << name;
     cursor.skip(10);
@@ -152,11 +152,11 @@ TEST_F(RecordSliceTest, FailsAtAPlaceThatCannotBeRight) {
 }
 
 TEST_F(RecordSliceTest, FailsIfPlacesAreMissing) {
-  const SliceFiles files = this->files({{0, 10, 0}});
+  const SliceFiles files = RecordSliceTest::files({{0, 10, 0}});
   host_slice slice = files.all();
   slice.count = 2;
   slice.length = 20;
-  RecordCursor cursor = this->cursor(slice);
+  RecordCursor cursor = RecordSliceTest::cursor(slice);
   char block[20];
   EXPECT_EQ(cursor.read(block), 10);
   cursor.skip(10);
@@ -164,8 +164,8 @@ TEST_F(RecordSliceTest, FailsIfPlacesAreMissing) {
 }
 
 TEST_F(RecordSliceTest, FailsWhenItsFileHasChanged) {
-  const SliceFiles files = this->files({{0, 10, 0}, {90'000, 10, 0}});
-  RecordCursor cursor = this->cursor(files.all());
+  const SliceFiles files = RecordSliceTest::files({{0, 10, 0}, {90'000, 10, 0}});
+  RecordCursor cursor = RecordSliceTest::cursor(files.all());
   EXPECT_TRUE(cursor.confirm());
   ASSERT_EQ(::truncate(files.path().c_str(), 50'000), 0);
   EXPECT_FALSE(cursor.confirm());

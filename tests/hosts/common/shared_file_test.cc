@@ -107,7 +107,7 @@ TEST_F(SharedFileTest, IsMappedForTheSecondSmallPartOfIt) {
 
 TEST_F(SharedFileTest, IsKeptUntilOthersAreExpected) {
   const auto expected = [this](std::size_t number) {
-    const std::string path = directory_.write("expected" + std::to_string(number), "x");
+    std::string path = directory_.write("expected" + std::to_string(number), "x");
     share(path)->expect(1);
     return path;
   };
