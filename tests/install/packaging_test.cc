@@ -122,6 +122,14 @@ class Packaging : public ::testing::Test {
     }
   }
 
+  /// make_example makes the catalog of the first example.
+  static void make_example() {
+    fs::create_directories(here());
+    const support::Finished made = support::run({support::in_build("bin/rdmctl"), "publish", "--quiet",
+                                                 here() + "/rfc.db", support::in_source("examples/rfc/rds.soif")});
+    EXPECT_EQ(made.status, 0) << made.errors;
+  }
+
   static support::Finished check() {
     return support::run({support::in_build("bin/rdmd"), "--check", "--options", here() + "/rdmd.toml"});
   }
@@ -153,10 +161,7 @@ TEST_F(Packaging, DefaultConfigurationServesNoCatalog) {
 
 TEST_F(Packaging, ExamplesInTheConfigurationAreValid) {
   configure(true);
-  const std::string database = here() + "/rfc.db";
-  const support::Finished made = support::run(
-      {support::in_build("bin/rdmctl"), "publish", "--quiet", database, support::in_source("examples/rfc/rds.soif")});
-  EXPECT_EQ(made.status, 0) << made.errors;
+  make_example();
   support::write_file(here() + "/rdm.conf",
                       replaced(support::read_file(here() + "/rdm.conf"), {{"csid-default=\"unknown\"\n", ""}}));
   const support::Finished checked = check();
@@ -189,6 +194,30 @@ TEST_F(Packaging, DefaultConfigurationShowsTheDefaults) {
     ++numbers;
   }
   EXPECT_GT(numbers, 0);
+}
+
+TEST_F(Packaging, ContainerIsConfiguredByItsEnvironment) {
+  make_example();
+  Replacements where = places();
+  where.insert(
+      where.begin(),
+      {{"/etc/rdm", support::in_source("examples")}, {"/run/rdm", here()}, {"/usr/bin", support::in_build("bin")}});
+  const std::string entry = here() + "/entry";
+  support::write_file(entry, replaced(support::read_file(support::in_source("packaging/oci/rdmd-container")), where));
+  const support::Environment path("PATH", (support::in_build("bin") + ":/usr/bin:/bin").c_str());
+  const support::Environment catalogs("RDM_CATALOGS", "rfc");
+  const support::Environment listen("RDMD_LISTEN", "127.0.0.1:0 127.0.0.2:0");
+  const support::Finished checked = support::run({"/bin/sh", entry, "check"});
+  EXPECT_EQ(checked.errors, "");
+  EXPECT_EQ(checked.status, 0);
+  EXPECT_EQ(
+      support::read_file(here() + "/csid.conf"),
+      replaced("csid=\"x-catalog://localhost:8380/rfc\"\ncatalog-database=\"/var/lib/rdm/rfc.db\"\n"
+               "alias-file=\"/etc/rdm/rfc/aliases\"\nserver-description=\"/etc/rdm/rfc/server.rdm\"\n"
+               "schema-description=\"/etc/rdm/rfc/schema.rdm\"\ntaxonomy-description=\"/etc/rdm/rfc/taxonomy.rdm\"\n",
+               where));
+  const support::Environment wrong("RDMD_MAX_CONNECTIONS", "many");
+  EXPECT_EQ(support::run({"/bin/sh", entry, "check"}).status, 2);
 }
 
 TEST_F(Packaging, VersionsAgree) {
