@@ -80,13 +80,18 @@ else()
   set(RDM_ZSH_DIR ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
 endif()
 
-# rdm_install_completion(TARGET SHELL DIRECTORY FILE): installs the completion of a program, which prints it then.
+# rdm_install_completion(TARGET SHELL DIRECTORY FILE): installs the completion of a program, which prints it then, to a
+# directory of that installation: several may run at once.
 function(rdm_install_completion target shell directory file)
-  set(made ${CMAKE_BINARY_DIR}/completion/${shell})
-  file(MAKE_DIRECTORY ${made})
-  install(CODE "execute_process(COMMAND \"$<TARGET_FILE:${target}>\" completion ${shell}
-    OUTPUT_FILE \"${made}/${file}\" COMMAND_ERROR_IS_FATAL ANY)" COMPONENT programs)
-  install(FILES ${made}/${file} DESTINATION ${directory} COMPONENT programs)
+  set(prefix "\${CMAKE_INSTALL_PREFIX}")
+  cmake_path(APPEND prefix ${directory} OUTPUT_VARIABLE destination)
+  install(CODE "string(RANDOM LENGTH 16 made)
+    set(made \"${CMAKE_BINARY_DIR}/completion/\${made}\")
+    file(MAKE_DIRECTORY \"\${made}\")
+    execute_process(COMMAND \"$<TARGET_FILE:${target}>\" completion ${shell} OUTPUT_FILE \"\${made}/${file}\"
+      COMMAND_ERROR_IS_FATAL ANY)
+    file(INSTALL DESTINATION \"${destination}\" TYPE FILE FILES \"\${made}/${file}\")
+    file(REMOVE_RECURSE \"\${made}\")" COMPONENT programs)
 endfunction()
 
 # rdm_objects(NAME): the object library of rdm_library: no exceptions, no RTTI, since its procedures are called
