@@ -50,9 +50,11 @@ void replace_by_old(const ServedCatalog &catalog, const Words &urls) {
   EXPECT_EQ(support::run({minidba, "-d", database, "-i", database + ".idx", "index"}).status, 0);
 }
 
-/// build_go compiles the sample once in a run of the tests, with the compiler's cache in the build directory.
+/// build_go compiles the sample once in a test program, with the compiler's cache in the build directory. Several test
+/// programs run at once, so each has a file of its own.
 std::string build_go() {
-  static const std::string program = support::in_build("examples/harvest_go");
+  static const support::TemporaryDirectory directory;
+  static const std::string program = directory.path("harvest");
   static const support::Finished built = [] {
     const support::Environment cache("GOCACHE", support::in_build("examples/go-cache").c_str());
     return support::run({"/bin/sh", "-c", "exec go build -o \"$0\" \"$1\"", program, sample("harvest.go")});
