@@ -109,6 +109,7 @@ RdmdProcess::RdmdProcess(const std::vector<std::string> &arguments, unsigned des
   all.insert(all.end(), arguments.begin(), arguments.end());
   if (std::find(all.begin(), all.end(), "--workers") == all.end())
     all.insert(all.end(), {"--workers", tested_workers()});
+  has_workers_ = *std::next(std::find(all.begin(), all.end(), "--workers")) != "0";
   const Pipe output, errors;
   pid_ = ::fork();
   if (pid_ == 0) {
@@ -172,8 +173,11 @@ std::vector<pid_t> RdmdProcess::children(const std::string &name) const {
 }
 
 pid_t RdmdProcess::front() const {
-  const std::vector<pid_t> fronts = children("rdmd-front");
-  return fronts.empty() ? pid_ : fronts.front();
+  if (!has_workers_) return pid_;
+  std::vector<pid_t> fronts;
+  const bool is_found = eventually([&] { return !(fronts = children("rdmd-front")).empty(); });
+  EXPECT_TRUE(is_found) << "there is no front process";
+  return is_found ? fronts.front() : pid_;
 }
 
 std::string RdmdProcess::in_proc(const std::string &name) const {

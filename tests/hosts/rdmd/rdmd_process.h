@@ -46,7 +46,8 @@ class RdmdProcess {
   pid_t pid() const { return pid_; }
   /// children returns its children of this name, such as "rdmd-worker".
   std::vector<pid_t> children(const std::string &name) const;
-  /// front returns the process that owns the connections: this one, or its child of that name.
+  /// front returns the process that owns the connections: this one, or its child of that name, which has the name a
+  /// moment after the server is ready.
   pid_t front() const;
   /// cpu_time returns the CPU time of all threads of the front, open_files the number of its descriptors.
   std::chrono::nanoseconds cpu_time() const;
@@ -73,6 +74,7 @@ class RdmdProcess {
   int end();
 
   pid_t pid_ = -1;
+  bool has_workers_ = false;
   bool ended_ = false;
   int status_ = 0;
   std::mutex mutex_;

@@ -34,11 +34,7 @@ class HostWorkers : public support::ServerTest {
   /// processes returns the children of the server with this name.
   std::vector<pid_t> processes(const std::string &name) const { return server_->children(name); }
 
-  /// kill_front kills the front, which has its name a moment after the server is ready.
-  void kill_front() const {
-    ASSERT_TRUE(support::eventually([&] { return processes("rdmd-front").size() == 1; }));
-    ::kill(processes("rdmd-front").front(), SIGKILL);
-  }
+  void kill_front() const { ::kill(server_->front(), SIGKILL); }
 
   std::string get_body(const std::string &target) const { return support::http_get(port_, target).body; }
 
