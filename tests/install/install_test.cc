@@ -100,15 +100,15 @@ Words build_directories() {
 class Install : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
-    const support::Environment staging("DESTDIR", directory.emplace().path().c_str());
+    const support::Environment staging("DESTDIR", stage.emplace().path().c_str());
     output_of({CMAKE, "--install", support::in_build(), "--prefix", "/opt/rdm"});
   }
 
-  static void TearDownTestSuite() { directory.reset(); }
+  static void TearDownTestSuite() { stage.reset(); }
 
-  static std::string installed(const std::string &name = "") { return directory->path("opt/rdm/" + name); }
+  static std::string installed(const std::string &name = "") { return stage->path("opt/rdm/" + name); }
   static std::string library(const std::string &name) { return installed(LIBRARY_DIR "/" + name); }
-  static std::string built(const std::string &name) { return directory->path(name); }
+  static std::string built(const std::string &name) { return stage->path(name); }
 
   /// flags returns the output of pkg-config for a package.
   static Words flags(const std::string &package) {
@@ -127,7 +127,7 @@ class Install : public ::testing::Test {
   }
 
  private:
-  static inline std::optional<support::TemporaryDirectory> directory;
+  static inline std::optional<support::TemporaryDirectory> stage;
 };
 
 TEST_F(Install, ProgramsAreBuiltByCMake) {

@@ -89,14 +89,14 @@ bool covers(const std::string &pattern, fs::path file) {
 class Packaging : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
-    const support::Environment staging("DESTDIR", directory_.emplace().path().c_str());
+    const support::Environment staging("DESTDIR", stage.emplace().path().c_str());
     const support::Finished done = support::run({CMAKE, "--install", support::in_build(), "--prefix", prefix});
     ASSERT_EQ(done.status, 0) << done.errors;
   }
 
-  static void TearDownTestSuite() { directory_.reset(); }
+  static void TearDownTestSuite() { stage.reset(); }
 
-  static std::string staged(const std::string &name = "") { return directory_->path("usr/local/" + name); }
+  static std::string staged(const std::string &name = "") { return stage->path("usr/local/" + name); }
 
   /// places returns what stands for the directories of the installed system.
   static Replacements places() {
@@ -109,7 +109,7 @@ class Packaging : public ::testing::Test {
             {"/usr/local/lib", support::in_build("lib")}};
   }
 
-  static std::string here() { return directory_->path("system"); }
+  static std::string here() { return stage->path("system"); }
 
   /// configure writes the default configuration to here(). Examples and defaults in comments apply too if `all`; but
   /// no addresses and certificates.
@@ -135,7 +135,7 @@ class Packaging : public ::testing::Test {
   }
 
  private:
-  static inline std::optional<support::TemporaryDirectory> directory_;
+  static inline std::optional<support::TemporaryDirectory> stage;
 };
 
 TEST_F(Packaging, EveryInstalledFileIsInOnePackage) {
