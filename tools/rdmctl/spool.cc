@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <filesystem>
 
@@ -22,6 +23,12 @@ namespace fs = std::filesystem;
 /// is_finished returns false for the names under which writers keep a file until it is complete.
 bool is_finished(const std::string &name) {
   return !name.starts_with('.') && !name.ends_with(".tmp") && !name.ends_with(".part");
+}
+
+/// numbered appends a number to a name, which it cuts if it would be too long.
+std::string numbered(const std::string &name, int number) {
+  const std::string suffix = "~" + std::to_string(number);
+  return name.substr(0, NAME_MAX - suffix.size()) + suffix;
 }
 
 bool rename_to(const std::string &from, const std::string &to) {
@@ -64,8 +71,7 @@ void Spool::make_subdirectories() const {
 void Spool::move(const std::string &name, const std::string &subdirectory) const {
   const std::string to = path(subdirectory);
   bool is_moved = rename_to(path(name), to + "/" + name);
-  for (int i = 1; !is_moved && errno == EEXIST; ++i)
-    is_moved = rename_to(path(name), to + "/" + name + "~" + std::to_string(i));
+  for (int i = 1; !is_moved && errno == EEXIST; ++i) is_moved = rename_to(path(name), to + "/" + numbered(name, i));
   if (!is_moved) throw catalog::system_failure("cannot move " + path(name) + " to " + to);
 }
 

@@ -395,6 +395,15 @@ TEST_F(PublishSpool, NeverOverwritesAFile) {
   EXPECT_EQ(read_file(files_.path("done/feed~2")), described(3, 3));
 }
 
+TEST_F(PublishSpool, CutsALongNameToNumberIt) {
+  const std::string longest(255, 'f');
+  for (int i = 1; i <= 2; ++i) {
+    file(longest, described(i, i));
+    ASSERT_EQ(spool().status, 0);
+  }
+  EXPECT_THAT(names(), ElementsAre("done/" + longest, "done/" + longest.substr(2) + "~1"));
+}
+
 TEST_F(PublishSpool, ADryRunMovesNothing) {
   file("1", described(1, 1));
   file("2", "none");
