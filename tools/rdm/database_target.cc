@@ -85,10 +85,16 @@ class DatabaseTarget : public Target {
       progress.expect(total);
       progress.advance(0, bytes);
     });
+    warn_of_times_ahead(edit.batch());
     return std::move(edit.changes());
   }
 
  private:
+  void warn_of_times_ahead(const WriteBatch &batch) const {
+    if (catalog::is_ahead(batch.newest_change(), console_.clock()))
+      console_.errors << "rdm: a description has the time of change " << catalog::date_of(batch.newest_change())
+                      << ", after the clock: changes of " << escaped(path_) << " by other programs get later times\n";
+  }
   catalog::WriteSettings settings() const {
     catalog::WriteSettings settings;
     settings.if_missing = catalog::IfMissing::empty;

@@ -300,6 +300,18 @@ TEST_F(MirrorTarget, DatabaseThatCannotBeWrittenIsAFailureAndNotADistrust) {
   }
 }
 
+TEST_F(MirrorTarget, DescriptionDatedAheadIsToldOnce) {
+  constexpr time_t ahead = 3'786'912'000;
+  CatalogScript catalog{{{"x:1", earliest}, {"x:2", ahead}}};
+  ScriptedServer server{catalog};
+  options_.url = server.url();
+  options_.target = directory_.path("mirror.db");
+  EXPECT_EQ(run_verb(mirror, options_).errors,
+            "rdm: a description has the time of change Sun, 01 Jan 2090 00:00:00 GMT, after the clock: changes of " +
+                options_.target + " by other programs get later times\nrdm: 2 new, 0 changed, 0 gone, 2 held\n");
+  EXPECT_EQ(run_verb(mirror, options_).errors, "rdm: 0 new, 0 changed, 0 gone, 2 held\n");
+}
+
 TEST_F(MirrorTarget, LinkToADatabaseStays) {
   options_.full_every = 0;
   std::filesystem::create_directory(directory_.path("place"));
