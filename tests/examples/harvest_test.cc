@@ -43,8 +43,9 @@ std::string in_order(const std::string &text) {
 /// replace_by_old makes a catalog of descriptions that changed days ago, the first one first.
 void replace_by_old(const ServedCatalog &catalog, const Words &urls) {
   std::string text;
-  time_t changed = std::time(nullptr) - 30 * 86400;
-  for (const std::string &url : urls) text += text_of({url, changed += 86400});
+  constexpr time_t day = 86400;
+  time_t changed = std::time(nullptr) - 30 * day;
+  for (const std::string &url : urls) text += text_of({url, changed += day});
   const std::string minidba = support::in_build("bin/minidba"), database = catalog.database();
   EXPECT_EQ(support::run({minidba, "-d", database, "import", "--replace", "--no-header"}, text).status, 0);
   EXPECT_EQ(support::run({minidba, "-d", database, "-i", database + ".idx", "index"}).status, 0);
