@@ -27,7 +27,7 @@ enum { overlap = 300 }; /* seconds; the second of a recent change may not be ove
 enum { attempts = 5, rounds = 5, timeout = 60 };
 
 /* fail ends the program; the copy is as it was. */
-static void fail(const char *format, ...) {
+__attribute__((noreturn, format(printf, 1, 2))) static void fail(const char *format, ...) {
   va_list arguments;
   va_start(arguments, format);
   fputs("harvest: ", stderr);
@@ -240,7 +240,6 @@ static struct catalog ask_target(CURL *curl, const char *target) {
     release(&catalog);
   }
   fail("%d attempts failed, the last one: %s", attempts, reason);
-  return (struct catalog){0};
 }
 
 struct source {
@@ -369,7 +368,6 @@ static size_t update(const struct source *source, struct catalog *held) {
     if (is_equal) return gone;
   }
   fail("the catalog changes faster than it can be harvested");
-  return 0;
 }
 
 int main(int count, char **arguments) {
