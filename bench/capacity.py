@@ -36,7 +36,8 @@ def write_feed(path, numbers, edition=0, dated=False):
             values = {"title": f"Description {number}, edition {edition}", "author-1": f"Author {number % 997}",
                       "keywords": WORDS[number % len(WORDS)], "description": text}
             if dated:
-                values["rd-last-changed"] = email.utils.formatdate(first + number * 364 * 86400 / numbers[-1], usegmt=True)
+                changed = first + number * 364 * 86400 / numbers[-1]
+                values["rd-last-changed"] = email.utils.formatdate(changed, usegmt=True)
             file.write(f"@DOCUMENT {{ http://localhost/{number}\n")
             file.writelines(f"{name}{{{len(value)}}}:\t{value}\n" for name, value in values.items())
             file.write("}\n")
@@ -81,9 +82,9 @@ class Server:
 
     def memory(self):
         """Returns the memory in MiB that all processes have for themselves, pages of files not counted."""
-        pids = subprocess.run(["pgrep", "-P", str(self.process.pid)], capture_output=True, text=True, check=False).stdout
+        listed = subprocess.run(["pgrep", "-P", str(self.process.pid)], capture_output=True, text=True, check=False)
         total = 0
-        for pid in [self.process.pid, *pids.split()]:
+        for pid in [self.process.pid, *listed.stdout.split()]:
             status = pathlib.Path(f"/proc/{pid}/status").read_text()
             total += next(int(line.split()[1]) for line in status.splitlines() if line.startswith("RssAnon"))
         return total / 1024
@@ -164,9 +165,9 @@ def measure_mirror(programs, directory, server):
     command = [programs / "rdm", "mirror", "-q", "--state", directory / "state", "--full-every", "0", server.url,
                directory / "mirror.db"]
     change = [programs / "rdmctl", "publish", "-q", directory / "rds.db", directory / "change.soif"]
-    for what, before in (("mirror all", None), ("mirror when nothing is new", None), ("mirror a change of 1 %", change)):
-        if before:
-            measured(*before)
+    for what in ("mirror all", "mirror when nothing is new", "mirror a change of 1 %"):
+        if "change" in what:
+            measured(*change)
         seconds, memory = measured(*command)
         row(what, f"{seconds:,.2f} s, {memory:,.0f} MiB of memory")
 
@@ -179,8 +180,8 @@ def measure_serving(programs, directory):
             with harvesters(server, 4) as times:
                 asked = status_times(server)
                 busy = server.memory()
-            row(str(workers), f"{statistics.median(times):.2f} s", f"{alone:.2f} ms", f"{statistics.median(asked):.2f} ms",
-                f"{asked[int(0.99 * len(asked))]:.1f} ms", f"{idle:.0f} MiB", f"{busy:.0f} MiB")
+            row(str(workers), f"{statistics.median(times):.2f} s", f"{alone:.2f} ms",
+                f"{statistics.median(asked):.2f} ms", f"{asked[int(0.99 * len(asked))]:.1f} ms", f"{idle:.0f} MiB", f"{busy:.0f} MiB")
 
 
 def measure(programs, records):
@@ -194,7 +195,8 @@ def measure(programs, records):
         with Server(programs, directory, 2) as server:
             measure_mirror(programs, directory, server)
         print("\nFour harvesters of the whole catalog at once, and a client that asks for the status:\n")
-        row("workers", "a harvest, median", "status alone", "status beside them", "99th of 100", "memory idle", "memory then")
+        row("workers", "a harvest, median", "status alone", "status beside them", "99th of 100", "memory idle",
+            "memory then")
         row(*["---"] * 7)
         measure_serving(programs, directory)
     finally:

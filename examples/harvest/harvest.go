@@ -4,8 +4,8 @@
 //
 // Usage: harvest URL FILE [CSID]     for example: go run harvest.go http://localhost:8380/rdm copy.soif
 //
-// FILE has the descriptions in the order of their URLs. It is replaced when everything has arrived, and is also all that
-// is remembered from one run to the next. Exit status: 0 FILE equals the catalog, 2 wrong usage, 3 FILE is as it was.
+// FILE has the descriptions in the order of their URLs. It is replaced when everything has arrived, and is also all
+// that is remembered from one run to the next. Exit status: 0 FILE equals the catalog, 2 wrong usage, 3 FILE is as it was.
 package main
 
 import (
@@ -181,7 +181,8 @@ func update(base, csid string, held catalog) (int, int, error) {
 			return 0, 0, err
 		}
 		if len(listed) < len(held)/2 {
-			return 0, 0, fmt.Errorf("%d descriptions are held, %d are left; remove the copy if that is right", len(held), len(listed))
+			return 0, 0, fmt.Errorf("%d descriptions are held, %d are left; remove the copy if that is right",
+				len(held), len(listed))
 		}
 		for address := range held {
 			if _, found := listed[address]; !found {

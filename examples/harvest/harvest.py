@@ -119,7 +119,8 @@ def update(url, csid, held):
     for _ in range(ROUNDS):
         now, listed = ask(url, csid, scope="all", **{"view-attributes": "rd-last-changed"})
         if len(listed) < len(held) / 2:
-            raise Refused(f"{len(held)} descriptions are held, {len(listed)} are left; remove the copy if that is right")
+            raise Refused(f"{len(held)} descriptions are held, {len(listed)} are left; "
+                          "remove the copy if that is right")
         gone |= held.keys() - listed.keys()
         for address in held.keys() - listed.keys():
             del held[address]

@@ -4,10 +4,11 @@
 
 Usage: run_page.py [--bin DIRECTORY] [--source DIRECTORY] PAGE...
 
-A fenced block of the language `sh` is run. The block without a language after it shows everything that it prints; a block
-of commands without one after it prints nothing. All blocks of a page are one script: it begins in a new home directory,
-where ~/rdm is the tree of --source, with the programs of --bin in PATH, and ends at the first command that fails. In what the page shows, `...` stands for any
-text of a line, and a line `...` for any lines. Of blocks in other languages, nothing is looked at.
+A fenced block of the language `sh` is run. The block without a language after it shows everything that it prints; a
+block of commands without one after it prints nothing. All blocks of a page are one script: it begins in a new home
+directory, where ~/rdm is the tree of --source, with the programs of --bin in PATH, and ends at the first command that
+fails. In what the page shows, `...` stands for any text of a line, and a line `...` for any lines. Of blocks in other
+languages, nothing is looked at.
 
 A block after the line `<!-- not run: REASON -->` is left out, and named with its reason.
 
@@ -158,8 +159,8 @@ def stop_group(group):
 def compare(step, printed):
     if pattern_of(step.shown).fullmatch(printed):
         return
-    difference = "\n".join(difflib.unified_diff(step.shown.splitlines(), printed.splitlines(), "shown", "printed", lineterm=""))
-    raise PageError(f"{step.line}: the commands print something else than the page shows\n{difference}")
+    lines = difflib.unified_diff(step.shown.splitlines(), printed.splitlines(), "shown", "printed", lineterm="")
+    raise PageError("\n".join([f"{step.line}: the commands print something else than the page shows", *lines]))
 
 
 def check_outputs(steps, outputs, ports, status):

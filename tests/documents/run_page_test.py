@@ -63,7 +63,8 @@ class RunPage(unittest.TestCase):
     def test_a_line_of_dots_stands_for_lines(self):
         page = block("sh", "seq 5\n")
         self.assert_runs(page + block("", "1\n...\n5\n"))
-        self.assert_wrong(page + block("", "1\n...\n6\n"), "page:2: the commands print something else than the page shows")
+        self.assert_wrong(page + block("", "1\n...\n6\n"),
+                          "page:2: the commands print something else than the page shows")
 
     def test_dots_within_a_line_stand_for_no_other_line(self):
         self.assertEqual(run(block("sh", "printf 'a\\nb\\n'\n") + block("", "a...b\n"))[0], 1)
