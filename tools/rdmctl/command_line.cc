@@ -166,7 +166,7 @@ void declare_describe(CLI::App &verb, Options &options) {
       ->type_name("");
   verb.add_option("FILE", options.files, "plain text; - is standard input, the default")->expected(0, 1)->type_name("");
   verb.add_option("--csid", options.csid, "the catalog service that is described")->type_name("CSID");
-  verb.add_option("--output", options.other, "file to write; - is standard output, the default")->type_name("FILE");
+  verb.add_option("-o,--output", options.other, "file to write; - is standard output, the default")->type_name("FILE");
 }
 
 struct Row {

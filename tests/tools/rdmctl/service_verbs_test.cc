@@ -495,7 +495,7 @@ TEST(Describe, MakesATaxonomyOfAnIndentedList) {
   const Finished finished = describe("taxonomy",
                                      "@TAXONOMY http://h/t\nid: subjects\n- net: Networks\n  - net.link\n"
                                      "    - net.link.x: X\n- food: Food\n",
-                                     {"--output", file});
+                                     {"-o", file});
   EXPECT_EQ(finished.status, 0) << finished.errors;
   EXPECT_EQ(finished.out, "");
   EXPECT_EQ(rdmctl({"taxonomy", "show", file}).out,
