@@ -30,7 +30,7 @@ class CloseAside : public ::testing::Test {
   void remove_file() const { std::filesystem::remove(path_); }
   static bool is_open(int fd) { return ::fcntl(fd, F_GETFD) != -1; }
   static bool gets_closed(int fd) {
-    for (int i = 0; i < 1000 && is_open(fd); ++i) std::this_thread::sleep_for(10ms);
+    for (int i = 0; i < 6000 && is_open(fd); ++i) std::this_thread::sleep_for(10ms);
     return !is_open(fd);
   }
 

@@ -84,7 +84,7 @@ class LogFiles : public ::testing::Test {
   HostFileGuard read_end() const { return HostFileGuard(::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)); }
   /// await_reports waits until more than `lines` dropped lines were reported.
   void await_reports(std::size_t lines) const {
-    for (int i = 0; i < 1000 && reported_ <= lines; ++i) std::this_thread::sleep_for(10ms);
+    for (int i = 0; i < 6000 && reported_ <= lines; ++i) std::this_thread::sleep_for(10ms);
   }
   std::string text() const { return support::read_file(path_); }
   mode_t mode() const {
@@ -205,7 +205,7 @@ TEST_F(LogFiles, ALogPipeWithoutAReaderDropsItsQueue) {
   LogFile log(std::move(pipe.writer), note());
   while (log.write(line(0, 4096))) continue;
   pipe.reader = HostFileGuard();
-  for (int i = 0; i < 1000 && log.write("x\n"); ++i) std::this_thread::sleep_for(10ms);
+  for (int i = 0; i < 6000 && log.write("x\n"); ++i) std::this_thread::sleep_for(10ms);
   EXPECT_FALSE(log.write("nobody hears this\n"));
 }
 

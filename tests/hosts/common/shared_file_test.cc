@@ -135,7 +135,7 @@ TEST_F(SharedFileTest, LetsGoOfALargeMappingAside) {
   mapped(path);
   ASSERT_EQ(::truncate(path.c_str(), 1), 0);
   share(path_);
-  for (int i = 0; i < 1000 && descriptors(path) > 0; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  for (int i = 0; i < 6000 && descriptors(path) > 0; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
   EXPECT_EQ(descriptors(path), 0);
 }
 

@@ -137,10 +137,12 @@ bool RdmdProcess::has_ended() const {
 }
 
 int RdmdProcess::end() {
-  for (int number : {SIGTERM, SIGTERM, SIGKILL}) {
-    signal(number);
-    if (eventually([this] { return has_ended(); }, std::chrono::seconds(10))) break;
-  }
+  const auto has_ended_within = [this](std::chrono::milliseconds time) {
+    return eventually([this] { return has_ended(); }, time);
+  };
+  signal(SIGTERM);
+  if (!has_ended_within(std::chrono::seconds(10))) signal(SIGTERM);
+  if (!has_ended_within(timeout)) signal(SIGKILL);
   return wait();
 }
 

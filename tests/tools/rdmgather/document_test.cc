@@ -116,7 +116,7 @@ TEST(Listing, IsWithinComparesWholeNames) {
 
 std::optional<std::string> output(std::vector<std::string> words) {
   const HostFileGuard input(::open("/dev/null", O_RDONLY | O_CLOEXEC));
-  return output_of(std::move(words), input.get(), {std::chrono::seconds(5), 10});
+  return output_of(std::move(words), input.get(), {std::chrono::seconds(60), 10});
 }
 
 TEST(ChildOutput, IsThatOfAProgramThatSucceeds) {

@@ -184,7 +184,7 @@ TEST_F(CheckLog, ARunningProgramIsRefused) {
   const pid_t child = support::start({directory_.path("program"), "60"}, "/dev/null", directory_.path("out"),
                                      directory_.path("errors"));
   const std::string refused = no_ + "cannot be written: @/program: Text file busy\n";
-  for (int i = 0; i < 1000 && found("program") != refused; ++i) ::usleep(10'000);
+  for (int i = 0; i < 6000 && found("program") != refused; ++i) ::usleep(10'000);
   EXPECT_EQ(found("program"), refused);
   ::kill(child, SIGKILL);
   support::wait_for(child);
