@@ -9,7 +9,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <iterator>
 #include <optional>
 #include <string>
 #include <vector>
@@ -47,9 +49,9 @@ void pass(int count, const char *names = nullptr) {
 }
 
 bool environment_is_clean() {
-  for (const char *name : {"LISTEN_PID", "LISTEN_FDS", "LISTEN_FDNAMES"})
-    if (std::getenv(name) != nullptr) return false;
-  return true;
+  constexpr const char *names[] = {"LISTEN_PID", "LISTEN_FDS", "LISTEN_FDNAMES"};
+  return std::none_of(std::begin(names), std::end(names),
+                      [](const char *name) { return std::getenv(name) != nullptr; });
 }
 
 TEST(InheritedSockets, AreTakenWithTheirNamesAndHiddenFromChildren) {

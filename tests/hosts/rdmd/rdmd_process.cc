@@ -156,7 +156,7 @@ void RdmdProcess::collect(int fd, std::string &into) {
 }
 
 std::chrono::nanoseconds RdmdProcess::cpu_time() const {
-  clockid_t clock;
+  clockid_t clock = 0;
   struct timespec time {};
   EXPECT_EQ(::clock_getcpuclockid(front(), &clock), 0);
   EXPECT_EQ(::clock_gettime(clock, &time), 0);
@@ -167,7 +167,7 @@ std::vector<pid_t> RdmdProcess::children(const std::string &name) const {
   const std::string own = std::to_string(pid_);
   std::istringstream all(read_file("/proc/" + own + "/task/" + own + "/children"));
   std::vector<pid_t> found;
-  for (pid_t child; all >> child;) {
+  for (pid_t child = 0; all >> child;) {
     const std::string comm = "/proc/" + std::to_string(child) + "/comm";
     if (file_exists(comm) && read_file(comm) == name + "\n") found.push_back(child);
   }

@@ -178,7 +178,7 @@ TEST(ProxyHeaders, AChecksumMustFit) {
     std::uint32_t sum = ~0U;
     for (const char byte : bytes) {
       sum ^= static_cast<std::uint8_t>(byte);
-      for (int bit = 0; bit < 8; ++bit) sum = sum >> 1 ^ (sum & 1 ? 0x82F63B78U : 0);
+      for (int bit = 0; bit < 8; ++bit) sum = sum >> 1 ^ ((sum & 1) != 0 ? 0x82F63B78U : 0);
     }
     return ~sum;
   };

@@ -16,7 +16,6 @@ using namespace rdm;
 namespace {
 
 using namespace std::chrono_literals;
-using rdmd::ClientKey;
 using rdmd::Connection;
 using rdmd::Roster;
 using support::at;
