@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "hosts/rdmd/access_log.h"
+#include "hosts/rdmd/check/check.h"
 #include "hosts/rdmd/front/front.h"
 #include "hosts/rdmd/listeners.h"
 #include "hosts/rdmd/log.h"
@@ -113,6 +114,7 @@ class Master {
   void report_ready();
   void feed_watchdog();
   void reload();
+  bool has_catalogs() const;
   void reload_tls();
   void reopen_logs();
   void hand_over();
@@ -144,6 +146,7 @@ class Master {
   int generation_ = 0;  // the one that serves
   int starting_ = 0;    // the one that is being started, or 0
   bool reload_waits_ = false;
+  bool serves_catalogs_ = false;  // the configuration of the generation that serves has catalog services
 
   bool stopping_ = false;
   bool handed_over_ = false;  // another process is the server now
@@ -277,6 +280,7 @@ void Master::worker_ready(WorkerProcess &worker, const Readiness &readiness) {
 /// generation_ready makes the started generation the serving one.
 void Master::generation_ready() {
   generation_ = std::exchange(starting_, 0);
+  serves_catalogs_ = has_catalogs();
   replacements_due_.clear();
   if (!serving_ && !begin_service()) return;
   for (WorkerProcess &worker : workers_)
@@ -443,10 +447,17 @@ void Master::reload() {
   reload_waits_ = starting_ != 0 || generations() >= generation_limit;
   if (reload_waits_) return errors_.info("reload: waiting for the workers of former configurations to end");
   errors_.info("reload: logs reopened, starting workers with the configuration as it is now");
-  manager_.reloading();
   log_mistakes(settings_.config, errors_);
+  if (serves_catalogs_ && !has_catalogs())
+    return errors_.error("reload: " + settings_.config +
+                         ": no catalog service is configured any more; still serving with the former configuration");
+  manager_.reloading();
   start_generation();
 }
+
+/// has_catalogs returns true if the configuration, as it is now, has a catalog service. The service also starts without
+/// any, and then refuses every request.
+bool Master::has_catalogs() const { return !check::configured_catalogs(settings_.config).empty(); }
 
 /// reload_tls reads certificate and key for the next front. The present one reads them too, and logs the result.
 void Master::reload_tls() {
