@@ -163,16 +163,18 @@ TEST_F(Observed, HealthFollowsAReload) {
 }
 
 // The service starts without any catalog service too, and then refuses every request.
-TEST_F(Observed, AReloadThatWouldLoseAllCatalogsIsRefused) {
+TEST_F(Observed, AReloadOrUpgradeThatWouldLoseAllCatalogsIsRefused) {
   start("", {"--admin", "127.0.0.1:0", "--workers", "1"});
   admin_ = server_->admin_port();
   const std::string before = get("/rdm/status-request").body;
   run("mv " + directory_.path("csid.conf") + " " + directory_.path("aside"));
-  server_->signal(SIGHUP);
-  EXPECT_TRUE(server_->await_error("] [error] rdmd: reload: " + directory_.path("rdm.conf") +
-                                   ": no catalog service is configured any more; still serving with the former "
-                                   "configuration\n"))
-      << server_->errors();
+  for (const auto &[signal, action] : {std::pair{SIGHUP, "reload"}, {SIGUSR2, "upgrade"}}) {
+    server_->signal(signal);
+    EXPECT_TRUE(server_->await_error(std::string("] [error] rdmd: ") + action + ": " + directory_.path("rdm.conf") +
+                                     ": no catalog service is configured any more; still serving with the former "
+                                     "configuration\n"))
+        << server_->errors();
+  }
   EXPECT_EQ(get("/rdm/status-request").body, before);
   run("mv " + directory_.path("aside") + " " + directory_.path("csid.conf"));
   server_->signal(SIGHUP);

@@ -114,6 +114,8 @@ class Master {
   void report_ready();
   void feed_watchdog();
   void reload();
+  void upgrade();
+  bool loses_catalogs(const std::string &action);
   bool has_catalogs() const;
   void reload_tls();
   void reopen_logs();
@@ -199,7 +201,7 @@ void Master::obey(int signal) {
       reopen_logs();
       return errors_.info("SIGUSR1: logs reopened");
     case SIGUSR2:
-      return stopping_ ? void() : upgrade_.start(listeners_, errors_);
+      return upgrade();
     default:
       return stop();
   }
@@ -448,11 +450,21 @@ void Master::reload() {
   if (reload_waits_) return errors_.info("reload: waiting for the workers of former configurations to end");
   errors_.info("reload: logs reopened, starting workers with the configuration as it is now");
   log_mistakes(settings_.config, errors_);
-  if (serves_catalogs_ && !has_catalogs())
-    return errors_.error("reload: " + settings_.config +
-                         ": no catalog service is configured any more; still serving with the former configuration");
+  if (loses_catalogs("reload")) return;
   manager_.reloading();
   start_generation();
+}
+
+void Master::upgrade() {
+  if (!stopping_ && !loses_catalogs("upgrade")) upgrade_.start(listeners_, errors_);
+}
+
+/// loses_catalogs returns true, after a message, if the configuration has no catalog service any more.
+bool Master::loses_catalogs(const std::string &action) {
+  if (!serves_catalogs_ || has_catalogs()) return false;
+  errors_.error(action + ": " + settings_.config +
+                ": no catalog service is configured any more; still serving with the former configuration");
+  return true;
 }
 
 /// has_catalogs returns true if the configuration, as it is now, has a catalog service. The service also starts without
