@@ -133,9 +133,24 @@ TEST_F(Backup, ReplacesNeitherACatalogNorAnotherFile) {
 TEST_F(Backup, IsRestoredToACatalogOnly) {
   ASSERT_EQ(backup().status, 0);
   const std::string good = read_file(file_);
-  expect_failure(rdmctl({"restore", file_, catalog_.path()}),
-                 file_ + " exists, and no index, URL map or lock is beside it: it is not the database of a catalog");
+  expect_failure(
+      rdmctl({"restore", file_, catalog_.path()}),
+      file_ + " exists, and no index or URL map is beside it: it is not the database of a catalog; move it away");
   EXPECT_EQ(read_file(file_), good) << "the arguments were the wrong way round";
+}
+
+TEST_F(Backup, ALockDoesNotMakeACatalogOfAFile) {
+  const std::string text = other_.path(".txt");
+  write_file(text, "text");
+  EXPECT_EQ(rdmctl({"publish", text, "-"}, described(1, 1)).status, 2);
+  ASSERT_TRUE(support::file_exists(text + ".lock"));
+  ASSERT_EQ(backup().status, 0);
+  EXPECT_EQ(restore(text).status, 2);
+  EXPECT_EQ(read_file(text), "text");
+}
+
+TEST_F(Backup, ABackupNeedsAName) {
+  expect_failure(rdmctl({"backup", catalog_.path(), "-"}), "a backup is a file: name one");
 }
 
 TEST_F(Backup, OnlyABackupIsRestored) {

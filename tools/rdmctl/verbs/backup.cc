@@ -24,10 +24,13 @@ std::vector<std::string> files_beside(const std::string &database) {
           imports_path(database)};
 }
 
-/// is_catalog returns true if a database has files that belong to it.
+/// is_catalog returns true if a database has files that belong to it. A lock proves nothing: a command leaves one
+/// beside each file that it was told to be a database.
 bool is_catalog(const std::string &database) {
   const std::vector<std::string> files = files_beside(database);
-  return std::any_of(files.begin(), files.end(), [](const std::string &file) { return catalog::status_of(file); });
+  return std::any_of(files.begin(), files.end(), [&](const std::string &file) {
+    return file != Lock::path_for(database) && catalog::status_of(file);
+  });
 }
 
 /// check_backup_target throws a Failure if a file exists that is no backup. It is not replaced.
@@ -47,7 +50,7 @@ void check_backup_target(const std::string &file) {
 void check_restore_target(const std::string &database) {
   if (catalog::status_of(database) && !is_catalog(database))
     throw Failure(database +
-                  " exists, and no index, URL map or lock is beside it: it is not the database of a catalog");
+                  " exists, and no index or URL map is beside it: it is not the database of a catalog; move it away");
 }
 
 /// check_file throws a Failure if a backup would be written over a file of the catalog, or over a directory or device.
@@ -58,6 +61,7 @@ void check_file(const std::string &file, const std::string &database) {
   for (const std::string &own : files)
     if (file == own || std::filesystem::equivalent(file, own, ignored))
       throw Failure(file + " belongs to the catalog: name another file");
+  if (file == "-") throw Failure("a backup is a file: name one");
   if (const auto status = catalog::status_of(file); status && !S_ISREG(status->st_mode))
     throw Failure("not a regular file: " + file);
 }
