@@ -17,6 +17,7 @@
 #include "catalog/stream/dump_format.h"
 #include "catalog/stream/stream_check.h"
 #include "catalog/transaction.h"
+#include "libcs/soif/grammar.h"
 #include "qxapi/ascii.h"
 #include "qxapi/escaped.h"
 #include "tools/common/progress.h"
@@ -62,9 +63,13 @@ HostFileGuard open_input(const std::string &name, std::ostream &errors) {
   return file;
 }
 
-/// check_header throws an Unfit for the header of an rd-delete-response: importing it would add what it names.
+/// check_header throws an Unfit for the header of a request, and for that of an rd-delete-response: importing it would
+/// add what it names.
 void check_header(const SoifStream::Item &item, const std::string &name) {
   const auto type = item.object ? item.object->find("rdm-type") : std::nullopt;
+  constexpr std::string_view request = "-request";
+  if (type && type->size() > request.size() && ascii::iequals(type->substr(type->size() - request.size()), request))
+    throw Unfit(name + " is a request: " + escaped(*type));
   if (type && ascii::iequals(*type, "rd-delete-response"))
     throw Unfit(name + " is an rd-delete-response: rdmctl import --delete deletes what it names");
 }
@@ -137,13 +142,16 @@ void Publisher::take(const std::string &name) {
   if (is_cut && feed_.is_full) throw Unfit(stream.name() + " ends within an object: nothing is changed");
 }
 
-/// look_between reports text of a full feed that belongs to no object: it may be what is left of one.
+/// look_between reports text that belongs to no object: it may be what is left of one.
 void Publisher::look_between(SoifStream &stream, int64_t from, int64_t to, tools::Progress &progress) {
-  if (!feed_.is_full || stream.is_blank(from, to)) return;
+  if (stream.is_blank(from, to)) return;
+  constexpr int64_t longest_gap = 65536;
+  const std::string text = stream.text_between(from, std::min(to, from + longest_gap));
+  const size_t gap = std::min(text.find_first_not_of(soif::white_space), text.size());
   progress.clear();
-  errors_ << "rdmctl: " << escaped(stream.name()) << ": line " << stream.place_of(from).line
+  errors_ << "rdmctl: " << escaped(stream.name()) << ": line " << stream.place_of(from + static_cast<int64_t>(gap)).line
           << ": text that belongs to no object\n";
-  has_unnamed_reject_ = true;
+  result_.has_stray_text = has_unnamed_reject_ = true;
 }
 
 void Publisher::take_item(SoifStream &stream, SoifStream::Item &item, tools::Progress &progress) {

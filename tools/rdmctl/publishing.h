@@ -63,6 +63,7 @@ struct Publication {
   int64_t warned = 0;                 // descriptions with warnings of the validator
   std::vector<std::string> warnings;  // the first thousand of them as JSON
   std::vector<std::string> rejects;   // the first thousand rejected objects as JSON
+  bool has_stray_text = false;        // that belongs to no object
   /// keeps_absent is true if nothing of a full feed was deleted because the URL of a rejected object is not known.
   bool keeps_absent = false;
 };

@@ -31,6 +31,17 @@ std::string numbered(const std::string &name, int number) {
   return name.substr(0, NAME_MAX - suffix.size()) + suffix;
 }
 
+dev_t device_of(host_fd file) {
+  struct stat status {};
+  if (::fstat(file, &status) != 0) throw catalog::system_failure("cannot look at a directory of the spool");
+  return status.st_dev;
+}
+
+bool is_same(const struct stat &a, const struct stat &b) {
+  return a.st_ino == b.st_ino && a.st_size == b.st_size && a.st_mtim.tv_sec == b.st_mtim.tv_sec &&
+         a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
+}
+
 bool rename_to(const std::string &from, const std::string &to) {
   return ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0;
 }
@@ -65,10 +76,14 @@ void Spool::make_subdirectories() const {
     if (::mkdir(to.c_str(), 0777) != 0 && errno != EEXIST) throw catalog::system_failure("cannot make " + to);
     const HostFileGuard opened = catalog::open_file(to, O_RDONLY | O_DIRECTORY);
     if (!opened || ::access(to.c_str(), W_OK | X_OK) != 0) throw catalog::system_failure("cannot write to " + to);
+    if (device_of(opened.get()) != device_of(lock_.get()))
+      throw catalog::Failure(to + " is on another file system than " + directory_);
   }
 }
 
-void Spool::move(const std::string &name, const std::string &subdirectory) const {
+void Spool::move(const std::string &name, const struct stat &taken, const std::string &subdirectory) const {
+  const auto now = catalog::status_of(path(name));
+  if (!now || !is_same(*now, taken)) return;
   const std::string to = path(subdirectory);
   bool is_moved = rename_to(path(name), to + "/" + name);
   for (int i = 1; !is_moved && errno == EEXIST; ++i) is_moved = rename_to(path(name), to + "/" + numbered(name, i));

@@ -3,6 +3,8 @@
 #ifndef RDMCTL_SPOOL_H
 #define RDMCTL_SPOOL_H
 
+#include <sys/stat.h>
+
 #include <string>
 #include <vector>
 
@@ -22,12 +24,12 @@ class Spool {
   /// end with ".tmp" or ".part". Throws a Failure if the directory cannot be read.
   std::vector<std::string> files() const;
   std::string path(const std::string &name) const { return directory_ + "/" + name; }
-  /// make_subdirectories makes what is missing of the directories for files that are done. Throws a SystemFailure if
-  /// one cannot be made or written: a file that cannot be moved would be taken again.
+  /// make_subdirectories makes what is missing of the directories for files that are done. Throws a Failure if one
+  /// cannot be made or written, or is on another file system: a file that cannot be moved would be taken again.
   void make_subdirectories() const;
-  /// move moves a file into a subdirectory. If the name is taken there, it appends
-  /// "~1" or the next free number. Throws a SystemFailure.
-  void move(const std::string &name, const std::string &subdirectory) const;
+  /// move moves a file into a subdirectory. If the name is taken there, it appends "~1" or the next free number. A file
+  /// that has replaced the one with the status `taken` stays. Throws a SystemFailure.
+  void move(const std::string &name, const struct stat &taken, const std::string &subdirectory) const;
 
  private:
   std::string directory_;

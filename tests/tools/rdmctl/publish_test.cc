@@ -112,6 +112,22 @@ TEST_F(Publish, RefusesADeleteResponse) {
   EXPECT_FALSE(support::file_exists(catalog_.path()));
 }
 
+TEST_F(Publish, RefusesARequest) {
+  const std::string feed =
+      file("feed", "@RDMHEADER { -\nrdm-version{3}:\t1.0\nrdm-type{10}:\tRD-Request\n}\n\n" + described(1, 1));
+  const Finished finished = publish({feed});
+  EXPECT_EQ(finished.status, 2);
+  EXPECT_EQ(finished.errors, "rdmctl: " + feed + " is a request: RD-Request\n");
+}
+
+TEST_F(Publish, NamesTextThatBelongsToNoObject) {
+  const std::string feed = file("feed", described(1, 1) + "FILE { http://localhost/2\n}\n" + described(3, 3));
+  const Finished finished = publish({feed});
+  EXPECT_EQ(finished.status, 1);
+  EXPECT_EQ(finished.out, "2 new, 0 changed, 0 unchanged, 0 deleted, 0 expired, 0 rejected\n");
+  EXPECT_THAT(finished.errors, HasSubstr("rdmctl: " + feed + ": line 5: text that belongs to no object\n"));
+}
+
 TEST_F(Publish, AFullFeedDeletesWhatItLacks) {
   make(20);
   const Finished finished = publish({"--full-feed", "-"}, described(3, 21, "new"));
@@ -381,8 +397,9 @@ TEST_F(PublishSpool, MovesFilesThatCannotBePublishedAside) {
   file("2", described(1, 2) + malformed);
   const Finished finished = spool();
   EXPECT_EQ(finished.status, 1);
-  EXPECT_THAT(finished.errors, testing::StartsWith("rdmctl: " + files_.path("1") +
-                                                   ": no valid description in the input: nothing is changed\n"));
+  EXPECT_THAT(finished.errors,
+              testing::StartsWith("rdmctl: " + files_.path("1") + ": line 1: text that belongs to no object\nrdmctl: " +
+                                  files_.path("1") + ": no valid description in the input: nothing is changed\n"));
   EXPECT_THAT(names(), ElementsAre("done/2", "rejected/1"));
 }
 
@@ -402,6 +419,45 @@ TEST_F(PublishSpool, CutsALongNameToNumberIt) {
     ASSERT_EQ(spool().status, 0);
   }
   EXPECT_THAT(names(), ElementsAre("done/" + longest, "done/" + longest.substr(2) + "~1"));
+}
+
+// The lock holds up the publication, so that the file can be replaced while it is read.
+TEST_F(PublishSpool, LeavesAFileThatHasReplacedTheOneItPublished) {
+  make(1);
+  const std::string first = file("1", described(1, 1, "first"));
+  HostFileGuard lock = catalog::open_file(catalog_.path(".lock"), O_RDWR);
+  ASSERT_EQ(::flock(lock.get(), LOCK_EX), 0);
+  const std::string errors = file(".errors", "");
+  const pid_t child =
+      support::start({program, "publish", catalog_.path(), "--spool", files_.path()}, "/dev/null", "/dev/null", errors);
+  ASSERT_TRUE(support::eventually([&] { return !read_file(errors).empty(); }));
+  fs::rename(file(".2", described(2, 2, "second")), first);
+  lock = HostFileGuard();
+  EXPECT_EQ(support::wait_for(child), 0);
+  EXPECT_EQ(read_file(first), described(2, 2, "second"));
+  EXPECT_EQ(spool().status, 0);
+  EXPECT_EQ(count(), 2u);
+}
+
+TEST_F(PublishSpool, RefusesTheDirectoryOfTheCatalog) {
+  make(1);
+  const std::string directory = fs::path(catalog_.path()).parent_path();
+  const Finished finished = publish({"--spool", directory});
+  EXPECT_EQ(finished.status, 2);
+  EXPECT_EQ(finished.errors, "rdmctl: the catalog lies in the directory of --spool: " + directory + "\n");
+  EXPECT_EQ(count(), 1u);
+}
+
+TEST_F(PublishSpool, RefusesASubdirectoryOnAnotherFileSystem) {
+  const auto device = [](const std::string &path) { return catalog::status_of(path)->st_dev; };
+  const std::string other = device("/dev/shm") != device(files_.path()) ? "/dev/shm" : "/var/tmp";
+  fs::create_directory_symlink(other, files_.path("done"));
+  file("1", described(1, 1));
+  const Finished finished = spool();
+  EXPECT_EQ(finished.status, 2);
+  EXPECT_EQ(finished.errors,
+            "rdmctl: " + files_.path("done") + " is on another file system than " + files_.path() + "\n");
+  EXPECT_FALSE(support::file_exists(catalog_.path()));
 }
 
 TEST_F(PublishSpool, ADryRunMovesNothing) {

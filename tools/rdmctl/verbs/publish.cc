@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <filesystem>
 #include <ostream>
 
 #include "catalog/os/error.h"
@@ -80,8 +81,8 @@ int publish_feed(const Feed &feed, const Options &options, std::ostream &out, st
   }
   if (result.keeps_absent) say(errors, "nothing is deleted: the URL of a rejected object is not known");
   const Json report = report_of(result, options.from, feed.is_full, "");
-  const bool is_kept = keep(feed, report, errors);
-  const int status = is_kept && result.summary.rejected == 0 && !result.keeps_absent ? exit_done : exit_incomplete;
+  const bool is_whole = result.summary.rejected == 0 && !result.keeps_absent && !result.has_stray_text;
+  const int status = keep(feed, report, errors) && is_whole ? exit_done : exit_incomplete;
   return show_change(out, errors, status, [&] { show(options, report, out); });
 }
 
@@ -89,19 +90,31 @@ int publish_feed(const Feed &feed, const Options &options, std::ostream &out, st
 int publish_file(const Spool &spool, const std::string &name, Feed feed, const Options &options, std::ostream &out,
                  std::ostream &errors) {
   feed.files = {spool.path(name)};
+  const auto taken = catalog::status_of(spool.path(name));
+  const auto move = [&](const std::string &subdirectory) {
+    if (!feed.dry_run && taken) spool.move(name, *taken, subdirectory);
+  };
   try {
     const int status = publish_feed(feed, options, out, errors);
-    if (!feed.dry_run) spool.move(name, Spool::done);
+    move(Spool::done);
     return status;
   } catch (const Unfit &failure) {
     say(errors, spool.path(name) + ": " + failure.what());
-    if (!feed.dry_run) spool.move(name, Spool::rejected);
+    move(Spool::rejected);
     return exit_incomplete;
   }
 }
 
+/// require_apart throws a Failure if the database lies in the spool directory, from which it would be taken.
+void require_apart(const std::string &database, const std::string &spool) {
+  std::error_code ignored;
+  if (std::filesystem::equivalent(catalog::directory_of(database), spool, ignored))
+    throw Failure("the catalog lies in the directory of --spool: " + spool);
+}
+
 /// publish_spool stops at a Failure that is not the file's own: the next run begins with the same file.
 int publish_spool(const Feed &feed, const Options &options, std::ostream &out, std::ostream &errors) {
+  require_apart(feed.database, options.spool);
   const Spool spool(options.spool);
   if (!feed.dry_run) spool.make_subdirectories();
   int status = exit_done;
