@@ -35,6 +35,7 @@ void declare_options(CLI::App &app, Options &options) {
       ->check(is_not_empty())
       ->needs(state)
       ->type_name("FILE");
+  app.add_flag("--believe", options.believe, "accept that all documents have vanished");
   app.add_option("--jobs", options.jobs, "documents to read at a time; by default one a processor")
       ->check(CLI::Range(1U, most_jobs))
       ->type_name("NUMBER");

@@ -44,6 +44,7 @@ class Gathering {
   int run() {
     listing_ = list_documents(options_.directory, own_files());
     for (const Fault &fault : listing_.faults) fail(fault);
+    require_plausible();
     describe();
     keep_or_delete();
     finish();
@@ -120,6 +121,17 @@ class Gathering {
     for (size_t slash = 0; (slash = path.find('/', slash)) != std::string::npos; ++slash)
       if (failed_.contains(path.substr(0, slash))) return true;
     return false;
+  }
+
+  /// require_plausible throws a Failure if no document is left of those that are known: a directory on which no file
+  /// system is mounted is empty too.
+  void require_plausible() const {
+    if (options_.believe || !listing_.documents.empty()) return;
+    const auto &before = state_.before();
+    if (std::all_of(before.begin(), before.end(), [this](const auto &known) { return has_failed(known.first); }))
+      return;
+    throw catalog::Failure("no document is left in " + options_.directory + ", of " + std::to_string(before.size()) +
+                           " in the last run: nothing is changed; if they are gone indeed, say --believe");
   }
 
   void keep_or_delete() {

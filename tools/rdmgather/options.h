@@ -13,6 +13,7 @@ struct Options {
   std::string base_url;
   std::string state;      // file that remembers documents from run to run; empty for none
   std::string deletions;  // file for the URLs of documents that have vanished; empty for none
+  bool believe = false;   // accept that all documents have vanished
   unsigned jobs = 0;      // documents that are read at a time; 0 for one a processor
   bool json = false;      // messages as JSON
   bool quiet = false;

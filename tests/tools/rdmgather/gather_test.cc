@@ -154,6 +154,7 @@ TEST_F(Gathered, WhatCannotBeReadKeepsItsDescription) {
 
 TEST_F(Gathered, WithoutAFileDeletionsAreReported) {
   write("a", hello);
+  write("b", hello);
   run({"--state", files_.path("state")});
   std::filesystem::remove(files_.path("site/a"));
   EXPECT_EQ(run({"--state", files_.path("state")}).errors, "rdmgather: deleted: http://h/x/a\n");
@@ -161,7 +162,45 @@ TEST_F(Gathered, WithoutAFileDeletionsAreReported) {
   run({"--state", files_.path("state")});
   std::filesystem::remove(files_.path("site/a"));
   EXPECT_EQ(run({"--state", files_.path("state"), "--json"}).errors,
-            "{\"deleted\":\"http://h/x/a\"}\n{\"described\":0,\"unchanged\":0,\"deleted\":1,\"failed\":0}\n");
+            "{\"deleted\":\"http://h/x/a\"}\n{\"described\":0,\"unchanged\":1,\"deleted\":1,\"failed\":0}\n");
+}
+
+TEST_F(Gathered, ADirectoryWithoutDocumentsHasNotLostThemUnlessItIsBelieved) {
+  write("a", hello);
+  write("b", hello);
+  run_on();
+  std::filesystem::remove(files_.path("site/b"));
+  run_on();
+  std::filesystem::remove(files_.path("site/a"));
+  const std::string state = read_file(files_.path("state"));
+  const Finished refused = run_on();
+  EXPECT_EQ(refused.status, 2);
+  EXPECT_EQ(refused.out, "");
+  EXPECT_EQ(refused.errors, "rdmgather: no document is left in " + files_.path("site") +
+                                ", of 1 in the last run: nothing is changed; if they are gone indeed, say --believe\n");
+  EXPECT_EQ(deletions(), "http://h/x/b\n");
+  EXPECT_EQ(read_file(files_.path("state")), state);
+  std::vector<std::string> believing = on_;
+  believing.emplace_back("--believe");
+  EXPECT_EQ(run(believing).status, 0);
+  EXPECT_EQ(deletions(), "http://h/x/a\n");
+  EXPECT_EQ(run_on().status, 0);
+  EXPECT_EQ(deletions(), "");
+}
+
+TEST_F(Gathered, ADirectoryWhoseKnownDocumentsCannotBeReadHasNotLostThem) {
+  std::filesystem::create_directory(files_.path("site/sub"));
+  write("sub/a", hello);
+  run_on();
+  ::chmod(files_.path("site/sub").c_str(), 0);
+  const Finished finished = support::run(support::as_owner(words(on_)));
+  ::chmod(files_.path("site/sub").c_str(), 0700);
+  EXPECT_EQ(finished.status, 1);
+  EXPECT_EQ(finished.errors,
+            "rdmgather: cannot read sub: Permission denied\n"
+            "rdmgather: 1 not read, 0 described, 0 unchanged, 0 deleted\n");
+  EXPECT_EQ(deletions(), "");
+  EXPECT_EQ(run_on().out, "");
 }
 
 TEST_F(Gathered, ItsOwnFilesAreNoDocuments) {
