@@ -75,6 +75,7 @@ void declare_harvest(CLI::App &verb, Options &options) {
   verb.add_option("-o,--output", options.output, "file to write; - is standard output, the default")
       ->check(validator(check_given))
       ->type_name("FILE");
+  verb.add_flag("--believe", options.believe, "accept that the server has no descriptions any more");
 }
 
 void declare_mirror(CLI::App &verb, Options &options) {

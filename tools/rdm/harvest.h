@@ -25,6 +25,8 @@ class Harvest {
   /// take_news receives what the state does not have, and updates the state, which the caller saves afterwards.
   void take_news(State &state);
 
+  /// is_empty returns true if nothing was received.
+  bool is_empty() const { return spool_.size() == 0; }
   /// each visits the descriptions that were asked for, in the order of the server.
   void each(const std::function<void(const std::string &text)> &visit) const;
 

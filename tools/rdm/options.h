@@ -36,7 +36,7 @@ struct Options {
   std::string output;         // harvest: file; empty for standard output
   std::string target;         // mirror: database or directory
   double full_every = 86400;  // mirror: seconds between comparisons of the whole list
-  bool believe = false;       // mirror: accept that most descriptions are gone
+  bool believe = false;       // harvest and mirror: accept that all or most descriptions are gone
 };
 
 /// Console is the standard streams: `out` for output that programs read, `errors` for messages to people.

@@ -249,6 +249,38 @@ TEST_F(HarvestTest, OutputThatFailsLeavesTheStateAndTheOldFile) {
   EXPECT_EQ(support::read_file(options_.output), texts({0, 1, 2, 3, 4}));
 }
 
+TEST_F(HarvestTest, SuddenEmptinessDoesNotReplaceTheLastHarvestUnlessItIsBelieved) {
+  const std::pair<std::string, std::string> rows[] = {
+      {"soif", ""}, {"json", "[]\n"}, {"ndjson", ""}, {"csv", "template,url\r\n"}};
+  for (const auto &[format, nothing] : rows) {
+    options_.format = format;
+    options_.output = directory_.path("harvest." + format);
+    options_.believe = false;
+    catalog_.descriptions = some();
+    EXPECT_EQ(harvested(), "");
+    const std::string before = support::read_file(options_.output);
+    EXPECT_THAT(before, HasSubstr("title of x:4"));
+    catalog_.descriptions.clear();
+    const Ran ran = run_verb(harvest, options_);
+    EXPECT_EQ(ran.status, exit_distrust);
+    EXPECT_EQ(ran.errors, "rdm: " + server_.url() + ": the server has no descriptions: " + options_.output +
+                              " is left as it was; if they are gone indeed, say --believe\n");
+    EXPECT_EQ(support::read_file(options_.output), before);
+    options_.believe = true;
+    EXPECT_EQ(harvested(), "");
+    EXPECT_EQ(support::read_file(options_.output), nothing);
+    options_.believe = false;
+    EXPECT_EQ(harvested(), "") << "a file without descriptions has none to lose";
+  }
+}
+
+TEST_F(HarvestTest, NothingSinceATimeReplacesTheFile) {
+  options_.output = directory_.write("changes", "old");
+  options_.since = "@" + std::to_string(start + time_t{5} * 86400);
+  EXPECT_EQ(harvested(), "");
+  EXPECT_EQ(support::read_file(options_.output), "");
+}
+
 TEST_F(HarvestTest, OneStateHasOneUserAtATime) {
   options_.since = "last";
   const State held(options_, "harvest");

@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "tools/rdm/harvest.h"
 
+#include <filesystem>
 #include <optional>
 #include <ostream>
+#include <sstream>
 
 #include "qxapi/escaped.h"
 #include "tools/common/time_text.h"
+#include "tools/rdm/error.h"
 #include "tools/rdm/harvest_output.h"
 #include "tools/rdm/verbs/verbs.h"
 
@@ -58,6 +61,30 @@ void take(const Options &options, const Console &console, Harvest &harvest, Stat
     harvest.take_all();
 }
 
+/// size_of_nothing returns the size of a file of this format without descriptions.
+size_t size_of_nothing(const Options &options) {
+  Options to_console = options;
+  to_console.output.clear();
+  std::ostringstream text;
+  HarvestOutput(to_console, {text, text, false}).finish();
+  return text.str().size();
+}
+
+bool holds_descriptions(const Options &options) {
+  std::error_code error;
+  return std::filesystem::is_regular_file(options.output, error) &&
+         std::filesystem::file_size(options.output, error) > size_of_nothing(options);
+}
+
+/// require_plausible throws a Distrust if nothing would replace an earlier harvest of the whole catalog. A server whose
+/// database is damaged answers as one whose catalog is empty. Since a time, nothing is a usual answer.
+void require_plausible(const Options &options, const Harvest &harvest) {
+  if (options.believe || !options.since.empty() || options.output.empty()) return;
+  if (harvest.is_empty() && holds_descriptions(options))
+    throw Distrust("the server has no descriptions: " + options.output +
+                   " is left as it was; if they are gone indeed, say --believe");
+}
+
 }  // namespace
 
 int harvest(const Options &options, const Console &console) {
@@ -67,6 +94,7 @@ int harvest(const Options &options, const Console &console) {
   HarvestOutput output(options, console);
   Harvest harvest(options, server);
   take(options, console, harvest, state ? &*state : nullptr);
+  require_plausible(options, harvest);
   const Figures figures = write(harvest, output, console);
   if (state) state->save();
   report(options, console, figures);
