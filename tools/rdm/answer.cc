@@ -22,9 +22,12 @@ constexpr char no_results[] = "0 results.";
 
 bool is_busy(int status) { return status == 408 || status == 429 || status >= 500; }
 
+bool is_redirection(const HttpReply &reply) { return reply.status >= 300 && reply.status < 400; }
+
 std::string http_status(const HttpReply &reply) {
   std::string text = "HTTP status " + std::to_string(reply.status);
-  if (reply.status >= 300 && reply.status < 400) text += " (redirections are not followed)";
+  if (is_redirection(reply) && !reply.location.empty()) text += ": moved to " + reply.location;
+  if (is_redirection(reply)) text += " (redirections are not followed)";
   if (reply.status == 401 || reply.status == 407) text += " (passwords come from .netrc or the URL)";
   return text;
 }
@@ -73,6 +76,8 @@ void Answer::doubt(const std::string &fault) {
 }
 
 void Answer::verify_http() {
+  // No more than the head of a redirection matters.
+  if (reply_.transfer == Transfer::unframed && is_redirection(reply_)) throw Distrust(http_status(reply_));
   if (reply_.transfer == Transfer::hopeless || reply_.transfer == Transfer::unframed) throw Distrust(reply_.error);
   if (is_busy(reply_.status)) return doubt(http_status(reply_));
   if (reply_.transfer == Transfer::failed) return doubt(reply_.error);

@@ -63,6 +63,7 @@ struct Exchange {
   void begin() {
     reply.content_type.clear();
     reply.encoding.clear();
+    reply.location.clear();
     reply.date.reset();
     framing = {};
     has_head = false;
@@ -72,6 +73,7 @@ struct Exchange {
     if (name == "transfer-encoding") framing.is_chunked = lower(value) == "chunked";
     if (name == "content-type") reply.content_type = lower(trimmed(value.substr(0, value.find(';'))));
     if (name == "content-encoding" && lower(value) != "identity") reply.encoding = value;
+    if (name == "location") reply.location = value;
     if (name != "date") return;
     const time_t date = curl_getdate(std::string(value).c_str(), nullptr);
     if (date > 0) reply.date = date;

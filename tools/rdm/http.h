@@ -28,6 +28,7 @@ struct HttpReply {
   int status = 0;            // 0 without an answer
   std::string content_type;  // without parameters, in lower case
   std::string encoding;      // Content-Encoding; empty without one
+  std::string location;      // where a redirection leads; empty without one
   int64_t received = 0;      // bytes of the body
   std::string error;         // the reason unless the transfer is whole
   /// retry_after is the server's wish in seconds, date its clock in seconds since 1970: std::nullopt if not told.
