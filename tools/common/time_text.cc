@@ -24,7 +24,7 @@ using namespace std::chrono;
 using Time = std::optional<sys_seconds>;
 
 constexpr char forms[] =
-    "; write 2026-11-01, 2026-11-01T12:00:00Z, \"1 Nov 2026 12:00:00 GMT\", @1793534400, yesterday or \"3 days ago\"";
+    R"(; write 2026-11-01, 2026-11-01T12:00:00Z, "1 Nov 2026 12:00:00 GMT", @1793534400, yesterday or "3 days ago")";
 
 /// missing returns the Failure for a time of a known form that does not exist.
 Failure missing(const std::string &text) { return Failure("no such time: " + text); }
@@ -87,12 +87,12 @@ bool take_zone(std::string_view &text, Fields &fields) {
 }
 
 bool exists(const Fields &f) {
-  const year_month_day date = year(f.year) / month(static_cast<unsigned>(f.month)) / static_cast<unsigned>(f.day);
+  const year_month_day date = year(f.year) / month(static_cast<unsigned>(f.month)) / day(static_cast<unsigned>(f.day));
   return date.ok() && f.hour <= 23 && f.minute <= 59 && f.second <= 60 && std::abs(f.zone_minutes) < 24 * 60;
 }
 
 sys_seconds time_of(const Fields &f) {
-  const year_month_day date = year(f.year) / month(static_cast<unsigned>(f.month)) / static_cast<unsigned>(f.day);
+  const year_month_day date = year(f.year) / month(static_cast<unsigned>(f.month)) / day(static_cast<unsigned>(f.day));
   return sys_days(date) + hours(f.hour) + minutes(f.minute) + seconds(f.second) - minutes(f.zone_minutes);
 }
 
