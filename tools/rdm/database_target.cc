@@ -26,7 +26,10 @@ class Edit {
   void put(const std::string &text) {
     std::optional<ObjectView> object = ObjectView::read(text);
     if (!object) throw Failure("the scratch file of the descriptions has changed");
-    if (object->url() == "-") return changes_.rejected.push_back("a description without a URL");
+    if (object->url() == "-") {
+      changes_.rejected.emplace_back("a description without a URL");
+      return;
+    }
     catalog::drop_number(*object);
     put(object->url(), object->print(), catalog::valid_change_time(*object));
   }
@@ -78,7 +81,7 @@ class DatabaseTarget : public Target {
     Edit edit(transaction.catalog());
     if (!gone.empty()) erase(transaction.catalog(), gone, edit);
     spool.each([&](const Spool::Entry &entry) {
-      if (gone.count(entry.key) == 0) edit.put(spool.text(entry));
+      if (!gone.contains(entry.key)) edit.put(spool.text(entry));
     });
     tools::Progress progress(console_.errors, console_.progress, "rdm: writing");
     transaction.publish(edit.batch(), edit.next_number(), [&](int64_t bytes, int64_t total) {
@@ -108,7 +111,7 @@ class DatabaseTarget : public Target {
     if (!catalog.exists()) return;
     catalog.each([&](uint32_t number, std::string_view record) {
       const std::string url(read_outline(catalog, number, record).url);
-      if (gone.count(digest_of(url)) != 0) edit.erase(number, url);
+      if (gone.contains(digest_of(url))) edit.erase(number, url);
     });
   }
 

@@ -24,7 +24,7 @@ std::optional<Digest> digest_in(std::string_view hex);
 /// DigestHash is the hash for containers: the bits of a digest are as good as random.
 struct DigestHash {
   std::size_t operator()(const Digest &digest) const noexcept {
-    std::size_t hash;
+    std::size_t hash = 0;
     std::memcpy(&hash, digest.data(), sizeof hash);
     return hash;
   }

@@ -41,7 +41,7 @@ class DirectoryTarget : public Target {
     make();
     remove_leftovers();
     spool.each([&](const Spool::Entry &entry) {
-      if (gone.count(entry.key) == 0) put(entry.key, spool.text(entry) + "\n", changes);
+      if (!gone.contains(entry.key)) put(entry.key, spool.text(entry) + "\n", changes);
     });
     for (const Digest &key : gone) remove(key, changes);
     sync();
@@ -80,7 +80,10 @@ class DirectoryTarget : public Target {
   }
 
   void put(const Digest &key, const std::string &text, Changes &changes) const {
-    if (key == digest_of("-")) return changes.rejected.push_back("a description without a URL");
+    if (key == digest_of("-")) {
+      changes.rejected.emplace_back("a description without a URL");
+      return;
+    }
     const std::optional<std::string> known = text_of(key);
     if (known == text) return;
     ++(known ? changes.changed : changes.added);

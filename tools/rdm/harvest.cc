@@ -87,7 +87,7 @@ void Harvest::drop_others(const Listing &listing, const Wish &wish, const Predic
   std::unordered_set<Digest, DigestHash> wanted;
   for (const size_t position : wish.positions) wanted.insert(listing.entries[position].key);
   spool_.each([&](const Spool::Entry &entry) {
-    if (!is_news(entry) || (wish.is_limited && wanted.count(entry.key) == 0)) dropped_.insert(entry.key);
+    if (!is_news(entry) || (wish.is_limited && !wanted.contains(entry.key))) dropped_.insert(entry.key);
   });
 }
 
@@ -123,7 +123,7 @@ void Harvest::remember(State &state, const Listing &listing, const Wish &wish, c
   for (const Listing::Entry &entry : listing.entries)
     if (const auto old = state.held.find(entry.key); old != state.held.end()) keep(old->first, old->second);
   spool_.each([&](const Spool::Entry &entry) {
-    if (!wish.is_limited || dropped_.count(entry.key) == 0) keep(entry.key, {entry.time, entry.size, entry.content});
+    if (!wish.is_limited || !dropped_.contains(entry.key)) keep(entry.key, {entry.time, entry.size, entry.content});
   });
   state.held = std::move(held);
 }
@@ -139,7 +139,7 @@ std::string Harvest::printed(const Spool::Entry &entry) const {
 
 void Harvest::each(const std::function<void(const std::string &text)> &visit) const {
   spool_.each([&](const Spool::Entry &entry) {
-    if (dropped_.count(entry.key) == 0) visit(printed(entry));
+    if (!dropped_.contains(entry.key)) visit(printed(entry));
   });
 }
 

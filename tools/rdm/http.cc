@@ -117,11 +117,11 @@ int watch(void *exchange, curl_off_t, curl_off_t received, curl_off_t, curl_off_
 
 /// is_hopeless does not name CURLE_UNSUPPORTED_PROTOCOL, with which libcurl also answers to a cut status line.
 bool is_hopeless(CURLcode code) {
-  for (const CURLcode hopeless :
-       {CURLE_URL_MALFORMAT, CURLE_PEER_FAILED_VERIFICATION, CURLE_SSL_CACERT_BADFILE, CURLE_SSL_CERTPROBLEM,
-        CURLE_SSL_ISSUER_ERROR, CURLE_SSL_ENGINE_NOTFOUND, CURLE_LOGIN_DENIED, CURLE_OUT_OF_MEMORY, CURLE_FAILED_INIT})
-    if (code == hopeless) return true;
-  return false;
+  static constexpr CURLcode hopeless[] = {
+      CURLE_URL_MALFORMAT,    CURLE_PEER_FAILED_VERIFICATION, CURLE_SSL_CACERT_BADFILE, CURLE_SSL_CERTPROBLEM,
+      CURLE_SSL_ISSUER_ERROR, CURLE_SSL_ENGINE_NOTFOUND,      CURLE_LOGIN_DENIED,       CURLE_OUT_OF_MEMORY,
+      CURLE_FAILED_INIT};
+  return std::find(std::begin(hopeless), std::end(hopeless), code) != std::end(hopeless);
 }
 
 /// transfer_of also finds what libcurl accepts: an answer that ends within its head.

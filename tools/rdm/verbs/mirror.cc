@@ -53,20 +53,20 @@ void warn(const Mirror &mirror, const Changes &changes, const Console &console) 
 
 }  // namespace
 
-int mirror(const Options &given, const Console &console) {
-  Options options = given;
-  options.target = followed(given.target);
-  State state(options, "mirror to " + options.target);
-  Server server(options, console);
-  const std::unique_ptr<Target> target = open_target(options, console);
-  Mirror mirror(options, console, server, *target, state);
+int mirror(const Options &options, const Console &console) {
+  Options resolved = options;
+  resolved.target = followed(options.target);
+  State state(resolved, "mirror to " + resolved.target);
+  Server server(resolved, console);
+  const std::unique_ptr<Target> target = open_target(resolved, console);
+  Mirror mirror(resolved, console, server, *target, state);
   const Changes changes = mirror.run();
   warn(mirror, changes, console);
-  if (options.json)
+  if (resolved.json)
     report_json(mirror, changes, console.out);
   else
     for (const std::string &url : changes.gone) console.out << escaped(url) << '\n';
-  if (!options.quiet && !options.json) report(mirror, changes, state, console);
+  if (!resolved.quiet && !resolved.json) report(mirror, changes, state, console);
   return changes.rejected.empty() && mirror.is_settled() ? exit_done : exit_partly;
 }
 
