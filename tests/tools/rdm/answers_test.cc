@@ -174,10 +174,11 @@ TEST(Retries, WishForTooLongAPauseEndsTheAttempts) {
 TEST(Retries, PausesDoubleWithJitterUpToAMinute) {
   Patience patience(20, 1);
   double longest = 1;
-  for (int i = 0; i < 20; ++i, longest = std::min(2 * longest, 60.0)) {
+  for (int i = 0; i < 20; ++i) {
     const double pause = patience.pause("fault", std::nullopt);
     EXPECT_GE(pause, longest / 2);
     EXPECT_LE(pause, longest + 1e-6);
+    longest = std::min(2 * longest, 60.0);
   }
   EXPECT_THROW(patience.pause("fault", std::nullopt), Distrust);
 }

@@ -18,6 +18,7 @@ using testing::HasSubstr;
 namespace {
 
 constexpr time_t start = 1'700'000'000;
+constexpr time_t day = 86400;
 
 /// HarvestTest has a server with five descriptions, a day apart, and a directory for the state.
 class HarvestTest : public ::testing::Test {
@@ -28,7 +29,7 @@ class HarvestTest : public ::testing::Test {
   }
   static std::vector<Description> some() {
     std::vector<Description> all;
-    for (int i = 0; i < 5; ++i) all.push_back({"x:" + std::to_string(i), start + i * 86400});
+    for (int i = 0; i < 5; ++i) all.push_back({"x:" + std::to_string(i), start + i * day});
     return all;
   }
   std::string texts(std::initializer_list<size_t> positions) const {
@@ -78,14 +79,14 @@ std::string only_state(const std::string &directory) {
 }  // namespace
 
 TEST_F(HarvestTest, SinceATimeGivesWhatHasChangedThenOrLater) {
-  options_.since = "@" + std::to_string(start + 3 * 86400);
+  options_.since = "@" + std::to_string(start + 3 * day);
   EXPECT_EQ(harvested(), texts({3, 4}));
 }
 
 TEST_F(HarvestTest, SinceATimeGivesTheLastDescriptionTooWhichAServerWouldNotSendAlone) {
-  options_.since = "@" + std::to_string(start + 3 * 86400 + 1);
+  options_.since = "@" + std::to_string(start + 3 * day + 1);
   EXPECT_EQ(harvested(), texts({4}));
-  options_.since = "@" + std::to_string(start + 4 * 86400 + 1);
+  options_.since = "@" + std::to_string(start + 4 * day + 1);
   EXPECT_EQ(harvested(), "");
 }
 
@@ -98,7 +99,7 @@ TEST_F(HarvestTest, CatalogOfOneDescriptionIsHarvestedSinceATime) {
 TEST_F(HarvestTest, LimitGivesTheFirstOnes) {
   options_.limit = 2;
   EXPECT_EQ(harvested(), texts({0, 1}));
-  options_.since = "@" + std::to_string(start + 86400);
+  options_.since = "@" + std::to_string(start + day);
   EXPECT_EQ(harvested(), texts({1, 2}));
 }
 
@@ -139,7 +140,7 @@ TEST_F(HarvestTest, ChangeThatTheIndexShowedLateIsNotLost) {
   // Both changes were committed, but at first the index had only the second one.
   options_.since = "last";
   EXPECT_EQ(harvested(), texts({0, 1, 2, 3, 4}));
-  const time_t late = start + 4 * 86400 + 100;
+  const time_t late = start + 4 * day + 100;
   catalog_.descriptions.push_back({"x:6", late + 60});
   EXPECT_EQ(harvested(), texts({5}));
   catalog_.descriptions.insert(catalog_.descriptions.end() - 1, {"x:5", late});
@@ -179,7 +180,7 @@ TEST_F(HarvestTest, LimitedHarvestsGiveEachOfManyDescriptionsOfOneTimeOnce) {
 
 TEST_F(HarvestTest, LimitedHarvestsGiveEverythingThoughTheIndexIsOlderThanATextInTheMiddle) {
   catalog_.descriptions[1].indexed = catalog_.descriptions[1].time;
-  catalog_.descriptions[1].time = start + 10 * 86400;
+  catalog_.descriptions[1].time = start + 10 * day;
   options_.since = "last";
   options_.limit = 1;
   for (const size_t position : {0, 1, 2, 3, 4}) EXPECT_EQ(harvested(), texts({position}));
@@ -190,7 +191,7 @@ TEST_F(HarvestTest, LimitedHarvestsGiveEverythingThoughTheIndexIsOlderThanATextI
 TEST_F(HarvestTest, LimitedHarvestsGiveEverythingThoughNewTextsAreIndexedBeforeOthersOfTheirTime) {
   // No time of a text tells where the server has the second one.
   catalog_.descriptions[1].indexed = catalog_.descriptions[1].time;
-  for (const size_t position : {1, 2, 3, 4}) catalog_.descriptions[position].time = start + 10 * 86400;
+  for (const size_t position : {1, 2, 3, 4}) catalog_.descriptions[position].time = start + 10 * day;
   options_.since = "last";
   options_.limit = 1;
   for (const size_t position : {0, 1, 2, 3, 4}) EXPECT_EQ(harvested(), texts({position}));
@@ -276,7 +277,7 @@ TEST_F(HarvestTest, SuddenEmptinessDoesNotReplaceTheLastHarvestUnlessItIsBelieve
 
 TEST_F(HarvestTest, NothingSinceATimeReplacesTheFile) {
   options_.output = directory_.write("changes", "old");
-  options_.since = "@" + std::to_string(start + time_t{5} * 86400);
+  options_.since = "@" + std::to_string(start + 5 * day);
   EXPECT_EQ(harvested(), "");
   EXPECT_EQ(support::read_file(options_.output), "");
 }
@@ -343,7 +344,7 @@ TEST_F(HarvestTest, GetNamesWhatIsMissing) {
 }
 
 TEST_F(HarvestTest, GetFindsADescriptionWhoseTextIsNewerThanTheIndex) {
-  catalog_.descriptions[0].time = start + 3 * 86400;
+  catalog_.descriptions[0].time = start + 3 * day;
   options_.urls = {"x:0"};
   EXPECT_EQ(run_verb(get, options_).out, texts({0}));
 }
