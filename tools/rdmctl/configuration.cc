@@ -47,7 +47,7 @@ std::string file_of_service(const std::string &config, const std::string &csid, 
 std::string description_file(const std::string &word, const std::string &config, const std::string &key) {
   if (config.empty() && is_url(word)) throw Failure(word + " is a CSID: name the configuration with --config");
   if (config.empty() || (!is_url(word) && catalog::status_of(word))) return word;
-  const std::string file = file_of_service(config, word, key);
+  std::string file = file_of_service(config, word, key);
   if (file.empty()) throw Failure("catalog service " + word + " has no " + key + " in " + config);
   return file;
 }

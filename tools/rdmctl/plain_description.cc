@@ -56,7 +56,7 @@ class PlainReader {
   void begin_object(std::string_view line);
   void continue_value(std::string_view line);
   void take_class(size_t indent, std::string_view line);
-  void take_column(std::string_view name, std::string_view words);
+  void take_column(std::string_view name, std::string_view text);
 
   const PlainDescription &wanted_;
   int line_ = 0;

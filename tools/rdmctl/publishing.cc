@@ -30,7 +30,6 @@ namespace {
 using catalog::Catalog;
 using catalog::Failure;
 using catalog::SoifStream;
-using catalog::WriteBatch;
 
 constexpr size_t kept_rejects = 1000;
 
@@ -253,7 +252,7 @@ void Publisher::commit() {
 
 }  // namespace
 
-Limit::Limit(const std::string &text) : text_(text), value_(0), is_share_(text.ends_with('%')) {
+Limit::Limit(const std::string &text) : text_(text), is_share_(text.ends_with('%')) {
   const char *end = text.data() + text.size() - (is_share_ ? 1 : 0);
   const auto [stop, error] = std::from_chars(text.data(), end, value_, std::chars_format::fixed);
   const bool is_valid =

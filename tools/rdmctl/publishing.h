@@ -30,7 +30,7 @@ class Limit {
 
  private:
   std::string text_;
-  double value_;
+  double value_ = 0;
   bool is_share_;
 };
 

@@ -7,15 +7,16 @@
 
 #include <cerrno>
 #include <chrono>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
 #include "catalog/os/error.h"
+#include "qxapi/ascii.h"
 
 namespace rdm::rdmctl {
 namespace {
@@ -28,14 +29,15 @@ pid_t parent_of(const fs::path &process) {
   std::string text;
   std::getline(file, text);
   const size_t name_end = text.rfind(')');
-  return name_end == std::string::npos || name_end + 4 > text.size() ? -1 : std::atoi(text.c_str() + name_end + 4);
+  if (name_end == std::string::npos || name_end + 4 > text.size()) return -1;
+  return ascii::to_int32(std::string_view(text).substr(name_end + 4));
 }
 
 std::vector<pid_t> children() {
   std::vector<pid_t> found;
   std::error_code ignored;
   for (const auto &entry : fs::directory_iterator("/proc", ignored)) {
-    const pid_t process = std::atoi(entry.path().filename().c_str());
+    const pid_t process = ascii::to_int32(entry.path().filename().string());
     if (process > 0 && parent_of(entry.path()) == ::getpid()) found.push_back(process);
   }
   return found;

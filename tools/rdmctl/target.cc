@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "tools/rdmctl/target.h"
 
+#include <algorithm>
+
 #include "catalog/os/error.h"
 #include "catalog/os/file.h"
 #include "hosts/rdmd/check/check.h"
@@ -14,12 +16,12 @@ using catalog::Failure;
 /// configured returns the path of the database of a CSID, or an empty text if no service has this CSID.
 std::string configured(const std::string &csid, const std::string &config) {
   require_readable(config);
-  for (const check::ConfiguredCatalog &service : check::configured_catalogs(config)) {
-    if (service.csid != csid) continue;
-    if (service.database.empty()) throw Failure("catalog service " + csid + " has no catalog-database in " + config);
-    return service.database;
-  }
-  return "";
+  const auto services = check::configured_catalogs(config);
+  const auto service =
+      std::find_if(services.begin(), services.end(), [&](const auto &one) { return one.csid == csid; });
+  if (service == services.end()) return "";
+  if (service->database.empty()) throw Failure("catalog service " + csid + " has no catalog-database in " + config);
+  return service->database;
 }
 
 }  // namespace

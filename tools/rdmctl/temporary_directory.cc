@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -78,9 +79,10 @@ TemporaryDirectory::TemporaryDirectory() : maker_(::getpid()) {
     if (!lock_) ::rmdir(path_.c_str());
   }
   if (lock_ && set_mark(path_) && ::setenv("TMPDIR", path_.c_str(), 1) == 0) return;
-  const catalog::Failure failure = catalog::system_failure("cannot use a temporary directory in " + parent);
+  const int error = errno;
   if (lock_) remove_made(path_);
-  throw failure;
+  errno = error;
+  throw catalog::system_failure("cannot use a temporary directory in " + parent);
 }
 
 TemporaryDirectory::~TemporaryDirectory() {
