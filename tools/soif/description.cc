@@ -90,6 +90,7 @@ void gather_instances(Description &description) {
     return std::tie(a.first, a.number) < std::tie(b.first, b.number);
   });
   std::vector<Attribute> gathered;
+  gathered.reserve(places.size());
   for (const Place &place : places) gathered.push_back(std::move(description.attributes[place.position]));
   description.attributes = std::move(gathered);
 }

@@ -56,7 +56,7 @@ int Faults::finish(int64_t done, const Words &words) {
     file_->commit();
   }
   if (options_.json)
-    out_ << "{\"verb\":\"" << options_.verb << "\",\"" << words.done << "\":" << done << ",\"" << words.faults
+    out_ << R"({"verb":")" << options_.verb << R"(",")" << words.done << "\":" << done << ",\"" << words.faults
          << "\":" << count_ << "}\n";
   else if (count_ > 0 && !options_.quiet)
     console_.errors << "soif: " << count_ << ' ' << words.faults << ", " << done << ' ' << words.done << '\n';

@@ -78,7 +78,7 @@ class Shape {
 
   void add_pair(Description &description, const JsonValue &pair) const {
     const JsonValue *const name = pair.member("name"), *const value = pair.member("value");
-    if (name == nullptr || value == nullptr) throw Misfit{"an attribute without \"name\" or \"value\""};
+    if (name == nullptr || value == nullptr) throw Misfit{R"(an attribute without "name" or "value")"};
     const std::string key = text_of(*name, "the name of an attribute");
     add(description, conversion_.map.attribute_of(key), *value, key);
   }

@@ -10,7 +10,7 @@ namespace {
 
 /// json_value returns a text as a JSON value.
 std::string json_value(std::string_view text) {
-  return is_utf8(text) ? json_string(text) : "{\"base64\":\"" + base64_of(text) + "\"}";
+  return is_utf8(text) ? json_string(text) : R"({"base64":")" + base64_of(text) + "\"}";
 }
 
 /// Member is a member of the object: one attribute, or `count` numbered instances from the first on.

@@ -61,7 +61,7 @@ class TableWriter : public Writer {
 
   /// field_name returns the name of the column of URL or template.
   std::string field_name(const char *which) const {
-    const std::string name = map_.field_of(which);
+    std::string name = map_.field_of(which);
     for (const std::string &other : names_)
       if (ascii::iequals(other, name) && !map_.knows(which)) return which;
     return name;
