@@ -24,7 +24,7 @@ using Accept = std::vector<std::string>;
 
 /// Names is a list of names as the parser takes it.
 struct Names {
-  explicit Names(const Accept &accept) : texts(accept) {
+  explicit Names(Accept accept) : texts(std::move(accept)) {
     for (std::string &text : texts) pointers.push_back(text.data());
     pointers.push_back(nullptr);
   }

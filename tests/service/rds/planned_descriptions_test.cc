@@ -63,7 +63,8 @@ class PlannedTest : public support::HostTest {
   static inline int slices = 0;  // sent
 
   static std::string record(uint32_t number) {
-    if (number % 50 == 0) return soif("DOCUMENT", "u", {{"author-1", "A"}, {"title", std::string(number * 1000, 'x')}});
+    if (number % 50 == 0)
+      return soif("DOCUMENT", "u", {{"author-1", "A"}, {"title", std::string(size_t{number} * 1000, 'x')}});
     return number % 10 == 0 ? canonical(number) + "\n" : canonical(number);
   }
   static void put(DB *database, uint32_t number, std::string bytes) {

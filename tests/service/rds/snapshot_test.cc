@@ -160,7 +160,7 @@ TEST_F(SnapshotTest, ClosesTheOneNotUsedForTheLongestTime) {
   for (int i = 0; i < snapshots::limit; ++i) EXPECT_FALSE(is_open(paths[static_cast<size_t>(i)])) << i;
   EXPECT_TRUE(is_open(paths[0]));
   EXPECT_FALSE(is_open(paths.back())) << "takes the place of the second";
-  EXPECT_EQ(support::open_descriptors(), descriptors + 3 * snapshots::limit);
+  EXPECT_EQ(support::open_descriptors(), descriptors + 3L * snapshots::limit);
   EXPECT_TRUE(is_open(paths[0]));
   EXPECT_TRUE(is_open(paths[2]));
   EXPECT_FALSE(is_open(paths[1]));

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <ctime>
+#include <utility>
 #include <vector>
 
 #include <libcs/cs.h>
@@ -54,7 +55,7 @@ struct Asking {
 
 /// Names is a list of names as send_since takes it.
 struct Names {
-  explicit Names(const std::string &list) : text(list) {
+  explicit Names(std::string list) : text(std::move(list)) {
     for (char *name = text.data(); !text.empty() && name != nullptr;) {
       pointers.push_back(name);
       char *const comma = std::find(name, text.data() + text.size(), ',');
