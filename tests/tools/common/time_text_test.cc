@@ -44,8 +44,8 @@ TEST(TimeText, ReadsTheFormsThatPeopleWrite) {
 }
 
 TEST(TimeText, CountsFromNow) {
-  constexpr time_t noon = 1793534400, day = 86400;
-  constexpr time_t instant = noon + 34 * 60 + 56;
+  constexpr time_t noon = 1793534400, minute = 60, day = 86400;
+  constexpr time_t instant = noon + 34 * minute + 56;
   const struct {
     const char *text;
     time_t time;

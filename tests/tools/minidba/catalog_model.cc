@@ -502,8 +502,8 @@ Result CatalogModel::verify() const {
     for (const Entry &entry : *indexed_) {
       const auto found = should_be.find(entry.number);
       const bool is_removed = found == should_be.end(), is_changed = !is_removed && found->second != entry;
-      behind += is_removed || (is_changed && found->second.time > entry.time);
-      faults += is_changed && found->second.time <= entry.time;
+      if (is_removed || (is_changed && found->second.time > entry.time)) ++behind;
+      if (is_changed && found->second.time <= entry.time) ++faults;
       indexed.insert(entry.number);
       newest = std::max(newest, entry.time);
     }

@@ -65,7 +65,7 @@ class Killed : public testing::TestWithParam<Work> {
   size_t leftovers() const {
     size_t count = 0;
     for (const std::string &name : catalog_.files())
-      count += name.find(".new") != std::string::npos || name.find(".scratch-") != std::string::npos;
+      if (name.find(".new") != std::string::npos || name.find(".scratch-") != std::string::npos) ++count;
     return count;
   }
 

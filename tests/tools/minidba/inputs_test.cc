@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 /// The files that update and import read.
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "catalog/catalog_files.h"
@@ -10,7 +9,6 @@ using namespace rdm;
 namespace {
 
 using support::Finished;
-using testing::HasSubstr;
 
 class Inputs : public testing::Test {
  protected:

@@ -21,7 +21,6 @@ using namespace rdm;
 namespace {
 
 using support::Finished;
-using testing::ElementsAre;
 using std::string_literals::operator""s;
 using testing::HasSubstr;
 

@@ -41,7 +41,7 @@ class MirrorTest : public ::testing::TestWithParam<const char *> {
     options_.state = directory_.path("state");
     options_.target = directory_.path(GetParam());
     options_.full_every = 0;
-    for (int i = 0; i < 6; ++i) catalog_.descriptions.push_back({"x:" + std::to_string(i), earliest + i * 86400});
+    for (int i = 0; i < 6; ++i) catalog_.descriptions.push_back({"x:" + std::to_string(i), earliest + i * day});
   }
   Ran run() { return run_verb(mirror, options_); }
   void expect_equal() {
@@ -67,7 +67,7 @@ class MirrorTest : public ::testing::TestWithParam<const char *> {
     return answer.insert(answer.find("\r\n") + 2, "Date: " + catalog::date_of(clock) + "\r\n");
   }
   ScriptedServer::Script script_ = [this](const std::string &message) {
-    return dated(catalog_(message), earliest + 100 * 86400);
+    return dated(catalog_(message), earliest + 100 * day);
   };
   ScriptedServer server_{[this](const std::string &message) { return script_(message); }};
   Options options_ = options_for(server_);
@@ -84,7 +84,7 @@ TEST_P(MirrorTest, FollowsAdditionsChangesAndDeletions) {
   erase(1);
   catalog_.descriptions[0].title = "changed";
   std::rotate(catalog_.descriptions.begin(), catalog_.descriptions.begin() + 1, catalog_.descriptions.end());
-  catalog_.descriptions.back().time = earliest + 10 * 86400;
+  catalog_.descriptions.back().time = earliest + 10 * day;
   add("x:new");
   ran = run();
   EXPECT_EQ(ran.out, "x:1\n");
@@ -183,7 +183,7 @@ TEST_P(MirrorTest, TargetThatWasChangedByOthersIsMendedAtOnce) {
 TEST_P(MirrorTest, ChangesDuringTheRunAreFollowedUntilNoneIsLeft) {
   int listings = 0, deliveries = 0;
   script_ = [&](const std::string &message) {
-    const std::string answer = dated(catalog_(message), earliest + 100 * 86400);
+    std::string answer = dated(catalog_(message), earliest + 100 * day);
     const bool is_listing = message.find("view-attributes") != std::string::npos;
     ++(is_listing ? listings : deliveries);
     if (is_listing || deliveries > 3) return answer;

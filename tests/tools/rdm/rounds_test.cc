@@ -27,7 +27,7 @@ constexpr int descriptions = 200;
 
 int number_from(const char *name, int otherwise) {
   const char *text = std::getenv(name);
-  return text != nullptr ? std::atoi(text) : otherwise;
+  return text != nullptr ? std::stoi(text) : otherwise;
 }
 
 using Records = std::map<std::string, std::string>;  // by URL

@@ -52,6 +52,8 @@ std::string header(const std::string &type, const std::string &error = "");
 /// http returns an answer with its head; `fields` are added to the head.
 std::string http(const std::string &body, const std::string &fields = "", const std::string &status = "200 OK");
 
+constexpr time_t day = 86400;
+
 /// Description is a description of a catalog in a test.
 struct Description {
   std::string url;

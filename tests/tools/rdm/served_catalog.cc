@@ -71,7 +71,7 @@ void ServedCatalog::erase(const std::vector<std::string> &urls) {
 }
 
 void ServedCatalog::set_clock_back() {
-  const std::string ahead = text_of({"x:ahead", std::time(nullptr) + 365 * 86400});
+  const std::string ahead = text_of({"x:ahead", std::time(nullptr) + 365 * day});
   run_minidba({"import", "--replace", "--no-header"}, listed() + ahead);
   write_index();
 }

@@ -15,7 +15,6 @@ namespace {
 
 using support::Finished;
 using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::StartsWith;
 
 const std::string url = "http://a/1";

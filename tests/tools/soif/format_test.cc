@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 /// The verbs fmt and check, and what they are made of.
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "support/directories.h"
@@ -17,7 +16,6 @@ using namespace rdm::soif_tool;
 namespace {
 
 using support::Finished;
-using testing::HasSubstr;
 
 const std::string sound = "@FILE { http://a/1\ntitle{3}:\tOne\nauthor-1{1}:\tA\nempty{0}:\t\nbody{4}:\t}\n@\n\n}\n";
 
@@ -32,7 +30,8 @@ TEST(SoifFormat, KeepsTheOrderOfTheExamples) {
   for (const char *name : {"examples/rfc/rds.soif", "examples/classics/rds.soif"}) {
     std::string text = support::read_file(support::in_source(name));
     const Finished finished = run_soif({"fmt", support::in_source(name)});
-    for (size_t blank; (blank = text.find("}\n\n")) != std::string::npos;) text.erase(blank + 1, 1);
+    for (size_t blank = text.find("}\n\n"); blank != std::string::npos; blank = text.find("}\n\n"))
+      text.erase(blank + 1, 1);
     EXPECT_EQ(finished.out, text) << name;
   }
 }
