@@ -2,34 +2,86 @@
 #include "hosts/rdmd/front/local_worker.h"
 
 #include <exception>
+#include <iterator>
+#include <new>
 #include <utility>
 
+#include <boost/asio/post.hpp>
+
 #include "hosts/common/host_table.h"
-#include "hosts/rdmd/transform/transform.h"
 
 namespace rdm::rdmd {
 
+LocalWorker::LocalWorker(Call call, const io::Executor &strand, Dispatcher &dispatcher)
+    : call_(std::move(call)), strand_(strand), dispatcher_(dispatcher), thread_([this] { run(); }) {}
+
+LocalWorker::~LocalWorker() {
+  stop(std::chrono::milliseconds(0));
+  thread_.join();
+}
+
+/* ---- For the dispatcher ---- */
+
 JobPtr LocalWorker::serve(JobPtr job) {
-  job_ = std::move(job);
-  thread_.post([this] { run(); });
+  {
+    const std::lock_guard lock(mutex_);
+    if (stopping_) return job;
+    waiting_.push_back(std::move(job));
+  }
+  // Not under the lock, for which the woken thread would have to wait.
+  changed_.notify_one();
   return nullptr;
 }
 
+std::vector<JobPtr> LocalWorker::take_back() {
+  const std::lock_guard lock(mutex_);
+  std::vector<JobPtr> jobs(std::move_iterator(waiting_.begin()), std::move_iterator(waiting_.end()));
+  waiting_.clear();
+  return jobs;
+}
+
+void LocalWorker::reopen_logs() { hosts::reopen_logs(); }
+
+bool LocalWorker::stop(std::chrono::milliseconds timeout) {
+  std::deque<JobPtr> dropped;  // destroyed without the lock
+  std::unique_lock lock(mutex_);
+  stopping_ = true;
+  dropped.swap(waiting_);
+  changed_.notify_all();
+  return changed_.wait_for(lock, timeout, [this] { return ended_; });
+}
+
+/* ---- The thread ---- */
+
 void LocalWorker::run() {
+  std::unique_lock lock(mutex_);
+  for (;;) {
+    changed_.wait(lock, [this] { return stopping_ || !waiting_.empty(); });
+    if (stopping_) break;
+    JobPtr job = std::move(waiting_.front());
+    waiting_.pop_front();
+    lock.unlock();
+    pass_on(answer(std::move(job)));
+    lock.lock();
+  }
+  ended_ = true;
+  changed_.notify_all();
+}
+
+LocalWorker::Answered LocalWorker::answer(JobPtr job) const {
   Reply reply;
-  const JobPtr job = std::move(job_);
   reply.fate = Fate::answered;
   reply.worker = number();
+  job->begun_at = io::Clock::now();
   reply.queued = job->begun_at - job->queued_at;
   reply.answer = call(std::move(job->request));
   reply.served = io::Clock::now() - job->begun_at;
-  dispatcher_.finished(*this);
-  job->reply(std::move(reply));
+  return {std::move(job), std::move(reply)};
 }
 
-hosts::ServiceAnswer LocalWorker::call(hosts::ServiceRequest request) {
+hosts::ServiceAnswer LocalWorker::call(hosts::ServiceRequest request) const {
   try {
-    return answer_request(plugin_, std::move(request), gzip_);
+    return call_(std::move(request));
   } catch (const std::exception &) {
     hosts::ServiceAnswer answer;
     answer.outcome = hosts::Outcome::broken;
@@ -37,6 +89,42 @@ hosts::ServiceAnswer LocalWorker::call(hosts::ServiceRequest request) {
   }
 }
 
-void LocalWorker::reopen_logs() { hosts::reopen_logs(); }
+/// pass_on has an I/O thread reply. If memory is short, this thread replies.
+void LocalWorker::pass_on(Answered answered) {
+  try {
+    if (add(answered)) boost::asio::post(strand_, [this] { report(); });
+  } catch (const std::bad_alloc &) {
+    report();
+    if (answered.job) reply(std::move(answered));
+  }
+}
+
+/// add returns true if no I/O thread has been told of answers yet. If it throws, `answered` is as before.
+bool LocalWorker::add(Answered &answered) {
+  const std::lock_guard lock(mutex_);
+  answered_.push_back(std::move(answered));
+  return answered_.size() == 1;
+}
+
+/* ---- The replies ---- */
+
+void LocalWorker::report() {
+  std::vector<Answered> all;
+  {
+    const std::lock_guard lock(mutex_);
+    all.swap(answered_);
+  }
+  for (Answered &answered : all) reply(std::move(answered));
+}
+
+/// reply tells the dispatcher first, so that this worker has its next job while the answer is being sent.
+void LocalWorker::reply(Answered answered) {
+  try {
+    dispatcher_.finished(*this);
+    answered.job->reply(std::move(answered.reply));
+  } catch (const std::exception &) {
+    // The other answers belong to other clients. This job is dropped, which closes its connection.
+  }
+}
 
 }  // namespace rdm::rdmd

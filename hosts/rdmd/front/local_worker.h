@@ -1,42 +1,77 @@
 // SPDX-License-Identifier: MIT
-/// The worker of a server without worker processes: a thread that calls the plug-in in this process.
+/// The worker of a server without worker processes: the one thread of this process that calls the plug-in. Calls never
+/// overlap, and none blocks an I/O thread.
 #ifndef HOSTS_RDMD_FRONT_LOCAL_WORKER_H
 #define HOSTS_RDMD_FRONT_LOCAL_WORKER_H
 
 #include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <thread>
+#include <vector>
 
-#include "hosts/common/plugin.h"
+#include "hosts/common/service_call.h"
 #include "hosts/rdmd/front/dispatcher.h"
-#include "hosts/rdmd/front/service_thread.h"
+#include "hosts/rdmd/front/io.h"
 #include "hosts/rdmd/front/worker.h"
 
 namespace rdm::rdmd {
 
 class LocalWorker : public Worker {
  public:
-  /// Compresses answers if `gzip`.
-  LocalWorker(hosts::Plugin &plugin, bool gzip, Dispatcher &dispatcher)
-      : plugin_(plugin), gzip_(gzip), dispatcher_(dispatcher) {}
+  /// Call calls the plug-in. If it throws, the answer is broken.
+  using Call = std::function<hosts::ServiceAnswer(hosts::ServiceRequest)>;
+
+  /// The I/O threads reply to jobs, on `strand`: to all that were answered meanwhile at once. `dispatcher` outlives the
+  /// worker.
+  LocalWorker(Call call, const io::Executor &strand, Dispatcher &dispatcher);
+  LocalWorker(const LocalWorker &) = delete;
+  LocalWorker &operator=(const LocalWorker &) = delete;
+  /// Waits for the call under way; jobs that have not begun are dropped.
+  ~LocalWorker() override;
 
   int number() const override { return 0; }
+  std::size_t capacity() const override { return 32; }
   JobPtr serve(JobPtr job) override;
+  std::vector<JobPtr> take_back() override;
   /// kill does nothing: a thread cannot be ended without its process.
   void kill() override {}
   void reopen_logs() override;
   void retire() override {}
 
-  /// stop waits up to `timeout` for the running call. Returns false if the plug-in has not returned.
-  bool stop(std::chrono::milliseconds timeout) { return thread_.stop(timeout); }
+  /// stop drops the jobs that have not begun and waits up to `timeout` for the call under way. Returns false if the
+  /// plug-in has not returned.
+  bool stop(std::chrono::milliseconds timeout);
 
  private:
-  void run();
-  hosts::ServiceAnswer call(hosts::ServiceRequest request);
+  struct Answered {
+    JobPtr job;
+    Reply reply;
+  };
 
-  hosts::Plugin &plugin_;
-  const bool gzip_;
+  void run();
+  Answered answer(JobPtr job) const;
+  hosts::ServiceAnswer call(hosts::ServiceRequest request) const;
+  void pass_on(Answered answered);
+  bool add(Answered &answered);
+  void report();
+  void reply(Answered answered);
+
+  const Call call_;
+  io::Executor strand_;
   Dispatcher &dispatcher_;
-  JobPtr job_;
-  ServiceThread thread_;
+
+  std::mutex mutex_;  // guards the members below
+  std::condition_variable changed_;
+  std::deque<JobPtr> waiting_;  // jobs that have not begun, oldest first
+  std::vector<Answered> answered_;
+  bool stopping_ = false;
+  bool ended_ = false;
+
+  std::thread thread_;
 };
 
 }  // namespace rdm::rdmd

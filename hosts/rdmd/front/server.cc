@@ -16,6 +16,7 @@
 #include <boost/asio/post.hpp>
 
 #include "hosts/rdmd/front/connection.h"
+#include "hosts/rdmd/transform/transform.h"
 
 namespace rdm::rdmd {
 namespace {
@@ -43,7 +44,10 @@ Server::Server(const Settings &settings, hosts::Plugin &plugin, ErrorLog &errors
     : Server(settings, errors, access, std::move(sockets), std::move(tls)) {
   signals_.emplace(strand_, SIGTERM, SIGINT, SIGHUP);
   signals_->add(SIGUSR1);
-  local_worker_ = std::make_shared<LocalWorker>(plugin, settings.gzip, dispatcher_);
+  const auto call = [&plugin, gzip = settings.gzip](hosts::ServiceRequest request) {
+    return answer_request(plugin, std::move(request), gzip);
+  };
+  local_worker_ = std::make_shared<LocalWorker>(call, strand_, dispatcher_);
   dispatcher_.add(local_worker_, 0);
 }
 

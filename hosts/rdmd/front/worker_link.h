@@ -41,7 +41,7 @@ class WorkerLink : public Worker, public std::enable_shared_from_this<WorkerLink
   void start();
 
   int number() const override { return number_; }
-  std::size_t capacity() const override { return 8; }
+  std::size_t capacity() const override { return 32; }
   JobPtr serve(JobPtr job) override;
   std::vector<JobPtr> take_back() override;
   void kill() override;

@@ -9,11 +9,14 @@
 #include <chrono>
 #include <memory>
 #include <string_view>
+#include <utility>
 
 #include <gtest/gtest.h>
 
 #include "hosts/rdmd/front/connection.h"
+#include "hosts/rdmd/front/local_worker.h"
 #include "hosts/rdmd/front/server_within.h"
+#include "hosts/rdmd/transform/transform.h"
 
 using namespace rdm;
 
@@ -40,9 +43,14 @@ class OneProcessor {
   cpu_set_t before_;
 };
 
-/// A server whose clients are ends of socket pairs; the thread of the test runs its I/O.
+/// A server whose clients are ends of socket pairs; the thread of the test runs its I/O, replies included.
 class ConnectionEnd : public ::testing::Test {
  protected:
+  ConnectionEnd() {
+    server_->dispatcher().add(worker_, 1);
+    server_->dispatcher().retire_before(1);
+  }
+
   /// connect starts a connection and returns the client's end of it.
   int connect() {
     int pair[2] = {-1, -1};
@@ -59,6 +67,10 @@ class ConnectionEnd : public ::testing::Test {
   boost::asio::io_context context_;
   const boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work_ = make_work_guard(context_);
   support::ServerWithin server_;
+  hosts::Plugin plugin_{support::in_build("tests/test_plugin.so")};
+  const std::shared_ptr<rdmd::LocalWorker> worker_ = std::make_shared<rdmd::LocalWorker>(
+      [this](hosts::ServiceRequest request) { return rdmd::answer_request(plugin_, std::move(request), false); },
+      rdmd::io::Executor(context_.get_executor()), server_->dispatcher());
   std::weak_ptr<rdmd::Connection> connection_;
 };
 
