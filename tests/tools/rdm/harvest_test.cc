@@ -18,7 +18,6 @@ using testing::HasSubstr;
 namespace {
 
 constexpr time_t start = 1'700'000'000;
-constexpr time_t day = 86400;
 
 /// HarvestTest has a server with five descriptions, a day apart, and a directory for the state.
 class HarvestTest : public ::testing::Test {
