@@ -17,11 +17,11 @@
 #include "tools/minidba/verb.h"
 
 using namespace rdm;
+using namespace std::string_literals;
 
 namespace {
 
 using support::Finished;
-using std::string_literals::operator""s;
 using testing::HasSubstr;
 
 struct Foreign {
