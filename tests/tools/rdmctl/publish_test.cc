@@ -11,6 +11,7 @@
 
 #include "catalog/catalog_files.h"
 #include "catalog/os/file.h"
+#include "hosts/rdmd/rdmd_process.h"
 #include "tools/minidba/catalog_state.h"
 #include "tools/minidba/killing.h"
 #include "tools/rdmctl/descriptions.h"
