@@ -61,7 +61,7 @@ class Site:
 
     def documents(self):
         """Copies the documents, and the files that they link to. Returns their names."""
-        names = [name for pattern in ("*.md", "doc/*.md", "doc/*/*.md", "examples/*.md")
+        names = [name for pattern in ("*.md", "doc/*.md", "doc/*/*.md", "bench/*.md", "examples/*.md")
                  for name in sorted(glob.glob(pattern, root_dir=self.source))]
         for name in names:
             for link in links.parts_of(os.path.join(self.source, name))[0]:
@@ -153,13 +153,14 @@ class Site:
             "Formats": entries(r"doc/formats/.*\.md"),
             "Manual": manual,
             "Libraries": [{"Headers": "libraries.md"}],
-            "Design": entries(r"doc/architecture\.md", r"doc/measurements\.md", r"CONTRIBUTING\.md"),
+            "Design": entries(r"doc/architecture\.md", r"doc/measurements\.md", r"bench/.*\.md",
+                              r"CONTRIBUTING\.md"),
             "Decisions": entries(r"doc/decisions/README\.md", r"doc/decisions/\d.*\.md"),
         }
         return [{title: pages} for title, pages in contents.items() if pages]
 
     def build(self, names, sections):
-        """Runs mkdocs. Its configuration is JSON, which is YAML."""
+        """Runs mkdocs, which is quiet unless it fails. Its configuration is JSON, which is YAML."""
         shutil.copyfile(os.path.join(self.source, "doc/reference/site.css"), os.path.join(self.pages, "site.css"))
         configuration = {
             "site_name": "Resource-description server", "site_url": "", "docs_dir": self.pages, "site_dir": self.to,
@@ -169,10 +170,19 @@ class Site:
             "extra": {"generator": False}, "nav": self.navigation(names, sections),
         }
         write(os.path.join(self.work, "mkdocs.yml"), json.dumps(configuration, indent=1))
-        subprocess.run(["mkdocs", "build", "--quiet", "--strict", "--clean", "--config-file",
-                        os.path.join(self.work, "mkdocs.yml")], check=True)
-        for name in ("404.html", "sitemap.xml", "sitemap.xml.gz"):  # for servers of a site with an address of its own
-            os.unlink(os.path.join(self.to, name))
+        run = subprocess.run(["mkdocs", "build", "--strict", "--clean", "--config-file",
+                              os.path.join(self.work, "mkdocs.yml")], stderr=subprocess.PIPE, encoding="utf-8")
+        if run.returncode != 0:
+            raise SystemExit(run.stderr)
+        self.remove_needless()
+
+    def remove_needless(self):
+        """Removes pages for servers of a site with an address of its own, and what the theme has for its developers and
+        for the search in other languages."""
+        for pattern in ("404.html", "sitemap.xml*", "assets/**/*.map"):
+            for file in glob.glob(os.path.join(self.to, pattern), recursive=True):
+                os.unlink(file)
+        shutil.rmtree(os.path.join(self.to, "assets/javascripts/lunr"))
 
     def check(self):
         files = [file for file in glob.glob(os.path.join(self.to, "**/*.html"), recursive=True)]
