@@ -75,7 +75,7 @@ int main(int argc, char **argv) {
   int exit_code = EXIT_SUCCESS;
   const std::optional<Settings> settings = parse_options(argc, argv, exit_code);
   if (!settings) return exit_code;
-  // Let write() fail with EPIPE or EFBIG instead. Only a master replaces its program at SIGUSR2.
+  // Let write() fail with EPIPE or EFBIG instead. A SIGUSR2 before the server is ready must not end it.
   for (const int signal : {SIGPIPE, SIGXFSZ, SIGUSR2}) std::signal(signal, SIG_IGN);
   try {
     if (settings->check) return check_all(*settings);

@@ -47,6 +47,11 @@ bool open_service(const Settings &settings, hosts::Plugin &plugin, Server &serve
   }
 }
 
+/// ignore_signals ignores those that the server obeys while it runs, for the time before and after that.
+void ignore_signals() {
+  for (const int signal : {SIGUSR1, SIGUSR2, SIGHUP}) std::signal(signal, SIG_IGN);
+}
+
 int serve(const Settings &settings, std::vector<InheritedSocket> inherited, Upgrade &upgrade, ErrorLog &errors) {
   hosts::bind_host([&errors](const hosts::Report &report) { errors.report(report); });
   const auto dropped = [&errors](std::size_t lines) { return errors.dropped("the access log", lines); };
@@ -85,7 +90,7 @@ hosts::Plugin load_plugin(const Settings &settings) {
 }
 
 int run_single_process(const Settings &settings, std::vector<InheritedSocket> inherited, Upgrade &upgrade) {
-  for (const int signal : {SIGUSR1, SIGHUP}) std::signal(signal, SIG_IGN);
+  ignore_signals();
   StandardStream standard_error(stderr, STDERR_FILENO);
   ErrorLog errors(settings.error_log);
   int status = EXIT_FAILURE;
@@ -94,7 +99,7 @@ int run_single_process(const Settings &settings, std::vector<InheritedSocket> in
   } catch (const std::exception &error) {
     errors.error(error.what());
   }
-  for (const int signal : {SIGUSR1, SIGHUP}) std::signal(signal, SIG_IGN);
+  ignore_signals();
   return status;
 }
 

@@ -43,7 +43,7 @@ Server::Server(const Settings &settings, hosts::Plugin &plugin, ErrorLog &errors
                std::vector<ListeningSocket> sockets, TlsContextPtr tls)
     : Server(settings, errors, access, std::move(sockets), std::move(tls)) {
   signals_.emplace(strand_, SIGTERM, SIGINT, SIGHUP);
-  signals_->add(SIGUSR1);
+  for (const int signal : {SIGUSR1, SIGUSR2}) signals_->add(signal);
   const auto call = [&plugin, gzip = settings.gzip](hosts::ServiceRequest request) {
     return answer_request(plugin, std::move(request), gzip);
   };
@@ -235,6 +235,8 @@ void Server::await_signal() {
 }
 
 void Server::handle(int signal) {
+  if (signal == SIGUSR2)
+    return errors_.warn("SIGUSR2: ignored: without worker processes, only a restart replaces the program");
   if (signal != SIGUSR1 && signal != SIGHUP) return order_stop();
   if (manager_ != nullptr && signal == SIGHUP) manager_->reloading();
   reopen_logs();

@@ -65,8 +65,8 @@ class Server {
 
   /// run serves until SIGTERM or SIGINT, or until the master's order or end. Then it gives the answers under way up to
   /// the shutdown timeout, and the plug-in's last call in this process the same time again. SIGUSR1 and SIGHUP reopen
-  /// all logs, the plug-in's logs included. Returns false if the plug-in has not returned by then; its thread is still
-  /// running in that case.
+  /// all logs, the plug-in's logs included; SIGUSR2 is only logged. Returns false if the plug-in has not returned by
+  /// then; its thread is still running in that case.
   bool run();
 
   /// moment returns what the metrics say of this moment, but for the catalogs and readiness.

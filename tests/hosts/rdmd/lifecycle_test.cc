@@ -291,6 +291,15 @@ TEST_F(HostLifecycle, ASignalToReopenDoesNotEndAServerThatStarts) {
   EXPECT_EQ(server.wait(), 0);
 }
 
+TEST_F(HostLifecycle, ASignalToUpgradeIsOnlyLoggedWithoutWorkers) {
+  RdmdProcess server(arguments({"--workers", "0"}));
+  const int port = server.port();
+  server.signal(SIGUSR2);
+  EXPECT_TRUE(server.await_error(
+      "] [warning] rdmd: SIGUSR2: ignored: without worker processes, only a restart replaces the program\n"));
+  EXPECT_EQ(support::http_get(port, "/rdm/fast").body, "fast\n");
+}
+
 TEST_F(HostLifecycle, LogsWithoutAReaderDelayNoAnswerAndNoEnd) {
   // Regression: a full pipe as any of the logs blocked the service.
   std::vector<HostFileGuard> readers;
