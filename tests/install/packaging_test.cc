@@ -246,4 +246,14 @@ TEST_F(Packaging, UnitsConfineTheirProcesses) {
   }
 }
 
+TEST_F(Packaging, TheUnitNamesItsAppArmorProfile) {
+  const std::string profile =
+      first_match(lines_of(support::read_file(staged("share/rdm/etc/apparmor.d/rdmd"))), "^profile ([^ ]+) ");
+  EXPECT_EQ(profile, "rdmd");
+  for (const char *unit : {"rdmd.service", "rdmd@.service"}) {
+    const Lines lines = lines_of(support::read_file(staged("lib/systemd/system/") + unit));
+    EXPECT_EQ(first_match(lines, "^AppArmorProfile=-(.*)$"), profile) << unit;
+  }
+}
+
 }  // namespace
