@@ -2,6 +2,7 @@
 /// The checks of scripts/release, in a small repository with the files that they read.
 
 #include <filesystem>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -28,7 +29,7 @@ class Release : public ::testing::Test {
                              "CHANGELOG.md", "debian/changelog", "qxapi/CMakeLists.txt", "libcs/CMakeLists.txt",
                              "dba/CMakeLists.txt", "service/CMakeLists.txt", "tests/abi"})
       copy(file);
-    change("CHANGELOG.md", " (unreleased)", " (2026-12-01)");
+    date_changes();
     git({"init", "--quiet", "--initial-branch=main"});
     commit();
   }
@@ -41,6 +42,14 @@ class Release : public ::testing::Test {
     const std::size_t at = text.find(from);
     ASSERT_NE(at, std::string::npos) << from;
     support::write_file(file(name), text.replace(at, from.size(), to));
+  }
+
+  /// date_changes gives the newest section of the changes a date, whether or not it has one in the source.
+  void date_changes() {
+    const std::regex heading("\n## ([0-9.]+) \\([^)]*\\)");
+    const std::string text = support::read_file(file("CHANGELOG.md"));
+    support::write_file(file("CHANGELOG.md"), std::regex_replace(text, heading, "\n## $1 (2026-12-01)",
+                                                                 std::regex_constants::format_first_only));
   }
 
   void commit() {
