@@ -43,6 +43,24 @@ void reset_signals() {
   ::sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
+unsigned seconds_after_master = 0;
+
+/// The first SIGALRM says that the master has ended; the alarm is the second one, which ends this process.
+extern "C" void set_alarm(int) { ::alarm(seconds_after_master); }
+
+/// end_after makes the end of the master the beginning of this process's last seconds. Nobody else would end a process
+/// that hangs then. Restarted system calls let the others finish what they do.
+void end_after(pid_t master, std::chrono::milliseconds grace) {
+  seconds_after_master = static_cast<unsigned>(std::chrono::ceil<std::chrono::seconds>(grace).count());
+  struct sigaction action {};
+  action.sa_handler = set_alarm;
+  action.sa_flags = SA_RESTART | static_cast<int>(SA_RESETHAND);
+  ::sigaction(SIGALRM, &action, nullptr);
+  ::prctl(PR_SET_PDEATHSIG, SIGALRM);
+  // The master may have ended before.
+  if (::getppid() != master) ::_exit(EXIT_FAILURE);
+}
+
 /// status_of returns what `run` returns. No exception may leave the child: it would continue as another master.
 int status_of(const std::function<int(HostFileGuard socket)> &run, HostFileGuard socket) noexcept {
   try {
@@ -56,9 +74,10 @@ int status_of(const std::function<int(HostFileGuard socket)> &run, HostFileGuard
 
 }  // namespace
 
-Child start_child(const char *name, const std::function<int(HostFileGuard socket)> &run,
-                  const std::vector<host_fd> &kept) {
+Child start_child(const char *name, std::chrono::milliseconds grace,
+                  const std::function<int(HostFileGuard socket)> &run, const std::vector<host_fd> &kept) {
   PacketSockets sockets = make_packet_sockets();
+  const pid_t master = ::getpid();
   const pid_t pid = ::fork();
   if (pid < 0) throw std::system_error(errno, std::generic_category(), "fork");
   if (pid > 0) return {pid, std::move(sockets.first)};
@@ -68,6 +87,7 @@ Child start_child(const char *name, const std::function<int(HostFileGuard socket
   // close_range() has closed it.
   sockets.first.release();
   reset_signals();
+  end_after(master, grace);
   ::prctl(PR_SET_NAME, name);
   std::exit(status_of(run, std::move(sockets.second)));
 }

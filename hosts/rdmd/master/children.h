@@ -5,6 +5,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <functional>
 #include <string>
 #include <vector>
@@ -22,9 +23,10 @@ struct Child {
 /// start_child forks. The child has the given name, of at most 15 bytes, in lists of processes. It ends the process
 /// with the status that `run` returns for its end of the socket. It keeps no other descriptor of the master but those
 /// in `kept`, ignores the signals of terminals and service managers, because the master tells it what to do, and reacts
-/// to the others as a new program does. Throws std::system_error.
-Child start_child(const char *name, const std::function<int(HostFileGuard socket)> &run,
-                  const std::vector<host_fd> &kept = {});
+/// to the others as a new program does. If the master ends first, SIGALRM ends the child after `grace`, in whole
+/// seconds. Call it from the thread that lives as long as the master. Throws std::system_error.
+Child start_child(const char *name, std::chrono::milliseconds grace,
+                  const std::function<int(HostFileGuard socket)> &run, const std::vector<host_fd> &kept = {});
 
 /// describe_end returns how a process ended by its wait status, such as "was killed by signal 11 (Segmentation fault)"
 /// or "exited with status 1".

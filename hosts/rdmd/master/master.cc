@@ -57,7 +57,8 @@ struct WorkerProcess {
   int generation;
   bool ready = false;
   bool passed = false;  // the front of this moment has its socket
-  std::string own_directory;
+  std::string own_directory{};
+  Clock::time_point end = Clock::time_point::max();  // when it is killed, because its front has ended before it
 };
 
 class Master {
@@ -100,6 +101,8 @@ class Master {
   void replace(const WorkerProcess &worker);
   std::size_t generations() const;
   void kill_generation(int generation);
+  void abandon(WorkerProcess &worker) const;
+  void kill_late();
 
   /* ---- The front ---- */
 
@@ -113,6 +116,7 @@ class Master {
 
   void report_ready();
   void feed_watchdog();
+  Duration grace() const;
   void reload();
   void upgrade();
   bool loses_catalogs(const std::string &action);
@@ -212,6 +216,7 @@ int Master::time_left() const {
   Clock::time_point due = stopping_ && front_.pid == -1 ? end_ : Clock::time_point::max();
   due = std::min(due, watchdog_due_);
   if (front_due_) due = std::min(due, *front_due_);
+  for (const WorkerProcess &worker : workers_) due = std::min(due, worker.end);
   if (starting_ == 0 && !replacements_due_.empty()) due = std::min(due, *replacements_due_.begin());
   if (due == Clock::time_point::max()) return -1;
   const auto left = std::chrono::ceil<std::chrono::milliseconds>(due - Clock::now()).count();
@@ -222,6 +227,7 @@ void Master::do_what_is_due() {
   const auto now = Clock::now();
   if (watchdog_due_ <= now) feed_watchdog();
   if (front_due_ && *front_due_ <= now) start_front();
+  kill_late();
   // While a generation starts, the places of the former one wait: if it fails they are filled.
   while (!stopping_ && starting_ == 0 && !replacements_due_.empty() && *replacements_due_.begin() <= now) {
     replacements_due_.erase(replacements_due_.begin());
@@ -238,9 +244,9 @@ void Master::start_generation() {
 
 void Master::start_worker(int generation) {
   try {
-    Child child =
-        start_child("rdmd-worker", [this](HostFileGuard socket) { return run_worker(settings_, std::move(socket)); });
-    workers_.push_back({std::move(child), ++last_number_, generation, false, false, ""});
+    Child child = start_child("rdmd-worker", grace(),
+                              [this](HostFileGuard socket) { return run_worker(settings_, std::move(socket)); });
+    workers_.push_back({std::move(child), ++last_number_, generation});
   } catch (const std::system_error &error) {
     errors_.error(std::string("start a worker: ") + error.what());
     if (generation == starting_) return generation_failed("a worker could not be started");
@@ -317,6 +323,21 @@ void Master::kill_generation(int generation) {
     if (worker.generation == generation) ::kill(worker.child.pid, SIGKILL);
 }
 
+/// abandon gives a worker whose front has ended the time of one request.
+void Master::abandon(WorkerProcess &worker) const {
+  worker.generation = no_generation;
+  worker.end = Clock::now() + settings_.limits.service;
+}
+
+/// kill_late kills the workers whose time is over.
+void Master::kill_late() {
+  for (WorkerProcess &worker : workers_)
+    if (worker.end <= Clock::now()) {
+      ::kill(worker.child.pid, SIGKILL);
+      worker.end = Clock::time_point::max();
+    }
+}
+
 /// pass gives the socket of a worker that is ready to the front.
 void Master::pass(WorkerProcess &worker) {
   if (front_.pid == -1 || !worker.child.socket) return;
@@ -384,6 +405,10 @@ void Master::feed_watchdog() {
   watchdog_due_ = Clock::now() + *manager_.watchdog();
 }
 
+/// grace returns how long front and workers may outlive the master: the front finishes its answers, and then each
+/// worker its call.
+Duration Master::grace() const { return 2 * settings_.limits.shutdown; }
+
 void Master::start_front() {
   front_due_.reset();
   front_alive_.reset();
@@ -391,7 +416,7 @@ void Master::start_front() {
   for (const ListeningSocket &listener : listeners_) sockets.push_back(listener.socket.get());
   try {
     front_ = start_child(
-        "rdmd-front",
+        "rdmd-front", grace(),
         [this](HostFileGuard control) { return run_front(settings_, std::move(listeners_), tls_, std::move(control)); },
         sockets);
   } catch (const std::system_error &error) {
@@ -405,7 +430,7 @@ void Master::start_front() {
 }
 
 /// front_ended starts another front, and a whole generation of workers for it: the others end by themselves, because
-/// their sockets are closed.
+/// their sockets are closed. Those that hang are killed after the service timeout, which was the front's task.
 void Master::front_ended(int wait_status) {
   front_ = Child();
   if (stopping_) {
@@ -415,7 +440,7 @@ void Master::front_ended(int wait_status) {
   errors_.error("the front process " + describe_end(wait_status) + "; starting another");
   // A worker may end before its front can be waited for; what was started in its place is not needed either.
   for (WorkerProcess &worker : workers_)
-    if (std::exchange(worker.passed, false) || worker.generation == generation_) worker.generation = no_generation;
+    if (std::exchange(worker.passed, false) || worker.generation == generation_) abandon(worker);
   if (front_alive_) front_backoff_.reset();
   front_due_ = Clock::now() + (front_alive_ ? Backoff::Pause(0) : front_backoff_.next());
   if (starting_ == 0) start_generation();

@@ -319,6 +319,30 @@ TEST_F(HostWorkers, WithoutItsMasterTheServerFinishesItsAnswersAndEnds) {
     EXPECT_TRUE(support::eventually([&] { return ::kill(process, 0) != 0; })) << process;
 }
 
+TEST_F(HostWorkers, AWorkerThatHangsEndsSomeTimeAfterItsMaster) {
+  start_workers(1, {"--shutdown-timeout", "0.2"});
+  HttpClient busy(port_);
+  busy.send(get(held()));
+  ASSERT_TRUE(support::eventually([&] { return called("service /rdm/slow"); }));
+  ASSERT_EQ(processes("rdmd-worker").size(), 1u);
+  const pid_t worker = processes("rdmd-worker").front();
+  server_->signal(SIGKILL);
+  EXPECT_TRUE(support::eventually([&] { return ::kill(worker, 0) != 0; }));
+  EXPECT_EQ(server_->wait(), 128 + SIGKILL);
+}
+
+TEST_F(HostWorkers, AWorkerThatHangsWithoutItsFrontIsKilledAfterTheServiceTimeout) {
+  start_workers(1, {"--service-timeout", "1"});
+  HttpClient busy(port_);
+  busy.send(get(held()));
+  ASSERT_TRUE(support::eventually([&] { return called("service /rdm/slow"); }));
+  ASSERT_EQ(processes("rdmd-worker").size(), 1u);
+  const pid_t worker = processes("rdmd-worker").front();
+  kill_front();
+  EXPECT_TRUE(support::eventually([&] { return ::kill(worker, 0) != 0; }));
+  EXPECT_EQ(get_body("/rdm/fast"), "fast\n");
+}
+
 TEST_F(HostWorkers, TheProgramIsReplacedWithoutRefusingAClient) {
   start_workers(2);
   HttpClient busy(port_);
