@@ -108,6 +108,8 @@ class Master {
 
   void start_front();
   bool begin_service();
+  void front_works();
+  void fail_to_start(const std::string &why);
   void front_ended(int wait_status);
   void take_message();
   void tell(const ControlMessage &message, const std::vector<host_fd> &files = {});
@@ -303,11 +305,7 @@ void Master::generation_ready() {
 void Master::generation_failed(const std::string &why) {
   const int failed = std::exchange(starting_, 0);
   kill_generation(failed);
-  if (!serving_) {
-    errors_.error(why);
-    status_ = EXIT_FAILURE;
-    return stop();
-  }
+  if (!serving_) return fail_to_start(why);
   const bool others_serve = std::any_of(workers_.begin(), workers_.end(), [this](const WorkerProcess &worker) {
     return worker.generation == generation_;
   });
@@ -376,23 +374,32 @@ std::size_t Master::generations() const {
 
 /* ---- The front ---- */
 
-/// begin_service starts the front and announces the server, once the first workers are ready. Returns false if the
-/// server cannot listen; it then stops.
+/// begin_service starts the front, once the first workers are ready. Returns false if the server cannot listen; it then
+/// stops.
 bool Master::begin_service() {
   try {
     for (ListeningSocket &listener : listeners_) begin_listening(listener.socket.get(), listener);
   } catch (const ListenError &error) {
-    errors_.error(error.what());
-    status_ = EXIT_FAILURE;
-    stop();
+    fail_to_start(error.what());
     return false;
   }
-  serving_ = true;
   start_front();
+  return true;
+}
+
+/// front_works takes note that the front is alive. When the first one is, it has opened its logs: the server is ready.
+void Master::front_works() {
+  front_alive_ = Clock::now();
+  if (stopping_ || std::exchange(serving_, true)) return;
   announce(addresses_of(listeners_, false), addresses_of(listeners_, true), errors_);
   report_ready();
   upgrade_.report_ready();
-  return true;
+}
+
+void Master::fail_to_start(const std::string &why) {
+  errors_.error(why);
+  status_ = EXIT_FAILURE;
+  stop();
 }
 
 void Master::report_ready() { manager_.ready("Listening on " + addresses_of(listeners_, false)); }
@@ -437,7 +444,9 @@ void Master::front_ended(int wait_status) {
     status_ = std::max(status_, WIFEXITED(wait_status) ? WEXITSTATUS(wait_status) : EXIT_FAILURE);
     return await_workers();
   }
-  errors_.error("the front process " + describe_end(wait_status) + "; starting another");
+  const std::string how = "the front process " + describe_end(wait_status);
+  if (!serving_) return fail_to_start(how);
+  errors_.error(how + "; starting another");
   // A worker may end before its front can be waited for; what was started in its place is not needed either.
   for (WorkerProcess &worker : workers_)
     if (std::exchange(worker.passed, false) || worker.generation == generation_) abandon(worker);
@@ -453,7 +462,7 @@ void Master::take_message() {
     if (packet && packet->bytes.empty()) front_.socket = HostFileGuard();
     if (!packet || packet->bytes.empty()) return;
     const ControlMessage message = decode_control(packet->bytes);
-    if (message.kind == Kind::alive) front_alive_ = Clock::now();
+    if (message.kind == Kind::alive) front_works();
     for (const WorkerProcess &worker : workers_)
       if (message.kind == Kind::kill && worker.number == message.number) ::kill(worker.child.pid, SIGKILL);
   } catch (const std::exception &error) {

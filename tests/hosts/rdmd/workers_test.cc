@@ -377,6 +377,22 @@ TEST_F(HostWorkers, AStartThatFailsSaysWhyAndListensNowhere) {
   EXPECT_EQ(server.errors().find("listening on"), std::string::npos);
 }
 
+TEST_F(HostWorkers, AStartWhoseFrontCannotOpenItsLogsFailsAndAnnouncesNothing) {
+  std::filesystem::create_directory(directory_.path("logs"));
+  const std::string access = directory_.path("logs/access");
+  config_ = directory_.write(
+      "rdm.conf", "journal=\"" + directory_.path("journal") + "\"\nwait=\"" + directory_.path("released") + "\"\n");
+  support::RdmdProcess server(
+      {"--listen", "127.0.0.1:0", "--plugin", plugin(), "--config", config_, "--access-log", access, "--workers", "1"});
+  ASSERT_TRUE(support::eventually([&] { return support::file_exists(directory_.path("journal")); }));
+  std::filesystem::rename(directory_.path("logs"), directory_.path("gone"));
+  release();
+  EXPECT_EQ(server.wait(), 1);
+  EXPECT_NE(server.errors().find(access + ": No such file or directory\n"), std::string::npos) << server.errors();
+  EXPECT_NE(server.errors().find("rdmd: the front process exited with status 1\n"), std::string::npos);
+  EXPECT_EQ(server.errors().find("listening on"), std::string::npos);
+}
+
 TEST_F(HostWorkers, AnswersOfAnySizeAndFormCrossTheProcessBoundary) {
   start_workers(2);
   for (const std::size_t size : {0, 1, 65'535, 65'536, 65'537, 1'000'000, 5'000'000})
