@@ -98,6 +98,7 @@ class Master {
   void generation_failed(const std::string &why);
   void pass(WorkerProcess &worker);
   void worker_ended(std::list<WorkerProcess>::iterator found, int wait_status);
+  void note_end(int wait_status);
   void replace(const WorkerProcess &worker);
   std::size_t generations() const;
   void kill_generation(int generation);
@@ -355,9 +356,17 @@ void Master::worker_ended(std::list<WorkerProcess>::iterator found, int wait_sta
     tell({Kind::ended, worker.number, 0, expected ? "" : how});
   else if (worker.generation == starting_)
     generation_failed(how + " before it was ready");
+  if (stopping_ && worker.ready) note_end(wait_status);
   if (stopping_) return;
   if (worker.generation == generation_) replace(worker);
   if (reload_waits_ && generations() < generation_limit) reload();
+}
+
+/// note_end makes the failure of a worker while the server stops that of the server. SIGKILL is none: it comes from the
+/// master or from outside.
+void Master::note_end(int wait_status) {
+  const int status = WIFSIGNALED(wait_status) && WTERMSIG(wait_status) != SIGKILL ? EXIT_FAILURE : 0;
+  status_ = std::max(status_, WIFEXITED(wait_status) ? WEXITSTATUS(wait_status) : status);
 }
 
 /// replace fills the place of a worker at once, or later if it has not even become ready.

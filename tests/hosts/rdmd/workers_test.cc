@@ -302,6 +302,19 @@ TEST_F(HostWorkers, AServerThatStopsRefusesNewClients) {
   EXPECT_EQ(server_->wait(), 0);
 }
 
+TEST_F(HostWorkers, AWorkerThatCrashesWhileTheServerStopsShowsInTheExitStatus) {
+  start_workers(1);
+  HttpClient busy(port_);
+  busy.send(get(held()));
+  ASSERT_TRUE(support::eventually([&] { return called("service /rdm/slow"); }));
+  ASSERT_EQ(processes("rdmd-worker").size(), 1u);
+  server_->signal(SIGTERM);
+  EXPECT_TRUE(support::eventually([&] { return support::refuses(port_); }));
+  ::kill(processes("rdmd-worker").front(), SIGSEGV);
+  EXPECT_EQ(busy.receive().status, 500);
+  EXPECT_NE(server_->wait(), 0);
+}
+
 TEST_F(HostWorkers, WithoutItsMasterTheServerFinishesItsAnswersAndEnds) {
   start_workers(1);
   HttpClient busy(port_);
