@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "hosts/rdmd/front/connection.h"
 
+#include <sys/ioctl.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <ctime>
@@ -20,7 +22,7 @@ constexpr std::string_view server_name = "rdmd/" RDM_VERSION;
 /// Bytes of a referer or user agent that the access log shows.
 constexpr std::size_t logged_field = 1024;
 
-/// The time for the first request of a client that has connected just before the server stops.
+/// The time for a request whose client has connected, or begun to send it, just before the server stops.
 constexpr Duration first_request_limit{1'000};
 
 /// release_memory frees the memory that `value` holds. Assigning an empty string would keep the capacity.
@@ -66,7 +68,7 @@ void Connection::close_if_idle() {
   boost::asio::post(channel_.executor(), [self = shared_from_this(), this] {
     const State state = channel_.state();
     if (!channel_.may_make_way() || (state != State::idle && state != State::handshake)) return;
-    if (!first_) return close();
+    if (expects_nothing()) return close();
     channel_.limit(first_request_time(), [this] { close(); });
   });
 }
@@ -387,6 +389,14 @@ void Connection::finish_record() { record_.finish(delivery_.progress(), keep_, s
 
 /* ---- What follows an answer ---- */
 
+/// expects_nothing returns true for a connection that the server closes when it stops: it has had a request, and no
+/// byte of another has arrived.
+bool Connection::expects_nothing() {
+  int unread = 0;
+  ::ioctl(channel_.descriptor(), FIONREAD, &unread);
+  return !first_ && unread == 0;
+}
+
 /// first_request_time returns the time in which a client that has connected begins its first request.
 Duration Connection::first_request_time() const {
   const Duration time = server_.limits().header;
@@ -397,9 +407,10 @@ Duration Connection::first_request_time() const {
 /// the linger timeout after the last answer.
 void Connection::acknowledged(io::Clock::time_point since) {
   if (channel_.state() == State::lingering) return lingering_.acknowledged();
-  if (server_.stopping() && !first_) return close();
+  if (server_.stopping() && expects_nothing()) return close();
   channel_.let_make_way(since);
-  channel_.limit(first_ ? first_request_time() : server_.limits().idle, [this] { close(); });
+  const bool soon = first_ || server_.stopping();
+  channel_.limit(soon ? first_request_time() : server_.limits().idle, [this] { close(); });
 }
 
 void Connection::client_too_slow(Trouble reason) {

@@ -126,6 +126,7 @@ class Connection final : public std::enable_shared_from_this<Connection>,
   void client_reset() override { close(); }
   void client_too_slow(Trouble reason) override;
   void lingering_ended() override { close(); }
+  bool expects_nothing();
   Duration first_request_time() const;
   void close();
 
