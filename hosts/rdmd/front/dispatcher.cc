@@ -5,7 +5,6 @@
 #include <chrono>
 #include <new>
 #include <numeric>
-#include <ranges>
 #include <utility>
 
 #include <boost/asio/post.hpp>
@@ -131,8 +130,8 @@ void Dispatcher::enqueue(JobPtr job, Actions &actions) {
 
 /// put_back queues jobs again, in front of those that came later.
 void Dispatcher::put_back(std::vector<JobPtr> jobs, Actions &actions) {
-  for (JobPtr &job : std::ranges::reverse_view(jobs))
-    stopping_ ? actions.end(std::move(job), Fate::stopping) : queue_.put_back(std::move(job));
+  for (; !jobs.empty(); jobs.pop_back())
+    stopping_ ? actions.end(std::move(jobs.back()), Fate::stopping) : queue_.put_back(std::move(jobs.back()));
 }
 
 /// assign gives jobs to brisk workers, then to free ones, and then to those that will soon be.
