@@ -10,6 +10,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
+#include <memory>
 #include <string_view>
 #include <utility>
 
@@ -22,9 +23,13 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+/// A client whose connection is refused waits this long, so that it leaves the processor to a server that starts.
+constexpr std::chrono::milliseconds after_refusal{5};
+
 /// Answer collects one answer with a Content-Length.
 class Answer {
  public:
+  /// receive returns false if the connection ends before the answer does.
   bool receive(int fd) {
     while (!complete()) {
       std::array<char, 65536> block;
@@ -32,8 +37,16 @@ class Answer {
       if (got <= 0) return false;
       bytes_.append(block.data(), static_cast<std::size_t>(got));
     }
-    return !bad_ && bytes_.starts_with("HTTP/1.1 200 ");
+    return true;
   }
+  bool begun() const { return !bytes_.empty(); }
+  bool good() const { return !bad_ && bytes_.starts_with("HTTP/1.1 200 "); }
+  /// failed returns true for what the client of a worker that has ended gets.
+  bool failed() const {
+    return bytes_.starts_with("HTTP/1.1 500 ") && bytes_.find("\r\nRetry-After: 5\r\n") < body_ && body().empty();
+  }
+  /// closes returns true if the connection takes no further request.
+  bool closes() const { return bytes_.find("\r\nConnection: close\r\n") < body_; }
   std::string_view body() const { return std::string_view(bytes_).substr(body_); }
 
  private:
@@ -60,29 +73,52 @@ std::string request(const std::string &target, Connections connections) {
 
 /// Asking is one client of ask_for.
 struct Asking {
-  std::size_t right = 0, wrong = 0;
+  Served served;
   std::vector<double> times;
 
-  void run(int port, const std::string &target, Connections connections, const std::string &body,
-           Clock::time_point end) {
+  /// run asks until `ended` returns true.
+  template <typename Ended>
+  void run(int port, const std::string &target, Connections connections, const std::string &body, Ended ended) {
     const std::string text = request(target, connections);
-    Socket socket(port);
-    while (Clock::now() < end) {
+    for (Socket socket; !ended();) {
       const auto begin = Clock::now();
-      if (connections == Connections::new_for_each_request && right + wrong > 0) socket = Socket(port);
+      const bool is_new = socket.get() < 0;
+      if (is_new) socket = Socket(port);
       Answer answer;
-      const bool good = send_all(socket.get(), text) && answer.receive(socket.get()) && answer.body() == body;
-      ++(good ? right : wrong);
-      if (!good) socket = Socket(port);
+      const bool right = ask(socket, text, answer, is_new) && answer.good() && answer.body() == body;
+      ++(right ? served.right : served.wrong);
+      if (!right || answer.closes()) socket = Socket();
       times.push_back(std::chrono::duration<double>(Clock::now() - begin).count());
     }
   }
+
+ private:
+  /// ask returns true if there is a whole answer.
+  bool ask(const Socket &socket, const std::string &text, Answer &answer, bool is_new) {
+    if (socket.get() < 0) {
+      ++served.refused;
+      std::this_thread::sleep_for(after_refusal);
+      return false;
+    }
+    if (!send_all(socket.get(), text) || !answer.receive(socket.get())) {
+      ++(answer.begun() ? served.cut : is_new ? served.lost : served.closed);
+      return false;
+    }
+    if (answer.failed()) ++served.failed;
+    return true;
+  }
 };
+
+void add(Served &sum, const Served &served) {
+  for (const auto count : {&Served::right, &Served::wrong, &Served::failed, &Served::refused, &Served::closed,
+                           &Served::lost, &Served::cut})
+    sum.*count += served.*count;
+}
 
 std::string first_body(int port, const std::string &target) {
   Socket socket(port);
   Answer answer;
-  if (!send_all(socket.get(), request(target, Connections::kept)) || !answer.receive(socket.get()))
+  if (!send_all(socket.get(), request(target, Connections::kept)) || !answer.receive(socket.get()) || !answer.good())
     fail("no answer to " + target);
   return std::string(answer.body());
 }
@@ -98,17 +134,49 @@ Served ask_for(int port, const std::string &target, std::size_t clients, Connect
     std::vector<std::jthread> threads;
     threads.reserve(clients);
     for (Asking &client : asking)
-      threads.emplace_back([&] { client.run(port, target, connections, body, begin + time); });
+      threads.emplace_back(
+          [&] { client.run(port, target, connections, body, [&] { return Clock::now() >= begin + time; }); });
   }
   Served served;
   std::vector<double> times;
   for (const Asking &client : asking) {
-    served.right += client.right;
-    served.wrong += client.wrong;
+    add(served, client.served);
     times.insert(times.end(), client.times.begin(), client.times.end());
   }
   served.rate = static_cast<double>(served.right) / std::chrono::duration<double>(Clock::now() - begin).count();
   served.median = std::chrono::duration<double>(median(std::move(times)));
+  return served;
+}
+
+/// Group is the clients of one kind.
+struct Load::Group {
+  const Clients clients;
+  const std::string body;
+  std::vector<Asking> asking;
+  std::vector<std::jthread> threads;
+
+  Group(int port, const Clients &kind, const std::atomic<bool> &ends)
+      : clients(kind), body(first_body(port, kind.target)), asking(kind.count) {
+    for (Asking &client : asking)
+      threads.emplace_back([&client, port, &ends, this] {
+        client.run(port, clients.target, clients.connections, body, [&ends] { return ends.load(); });
+      });
+  }
+};
+
+Load::Load(int port, const std::vector<Clients> &groups) {
+  for (const Clients &clients : groups) groups_.push_back(std::make_unique<Group>(port, clients, ends_));
+}
+
+Load::~Load() { ends_ = true; }
+
+Served Load::end() {
+  ends_ = true;
+  Served served;
+  for (const auto &group : groups_) {
+    group->threads.clear();
+    for (const Asking &client : group->asking) add(served, client.served);
+  }
   return served;
 }
 

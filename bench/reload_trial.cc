@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <future>
 #include <string>
+#include <string_view>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -36,13 +37,23 @@ Sample sample(const support::RdmdProcess &server, int reloads) {
   return now;
 }
 
+/// occurrences counts a text in the error log.
+std::size_t occurrences(support::RdmdProcess &server, std::string_view text) {
+  const std::string log = server.errors();
+  std::size_t count = 0;
+  for (std::size_t at = 0; (at = log.find(text, at)) != std::string::npos; ++at) ++count;
+  return count;
+}
+
 /// reload_for reloads again and again, and returns the growth of memory since the service settled.
 double reload_for(const Site &site, const support::RdmdProcess &server, std::chrono::seconds time) {
   const std::string path = site.path("rdm.conf"), right = support::read_file(path);
+  // The service needs the first line.
+  const std::string broken = right.substr(right.find('\n') + 1);
   const auto end = std::chrono::steady_clock::now() + time;
   Sample base{}, now{};
   for (int reloads = 1; std::chrono::steady_clock::now() + interval <= end; ++reloads) {
-    support::write_file(path, reloads % 5 == 0 ? right + "unfinished=\"\n" : right);
+    support::write_file(path, reloads % 5 == 0 ? broken : right);
     server.signal(SIGHUP);
     std::this_thread::sleep_for(interval);
     now = sample(server, reloads);
@@ -69,6 +80,10 @@ bool measure(std::chrono::seconds time, const std::string &workers) {
     std::printf("%zu right answers, %zu wrong or none\n", served.right, served.wrong);
     good = good && served.right > 0 && served.wrong == 0;
   }
+  const std::size_t reloads = occurrences(*server, "reload: logs reopened"),
+                    refused = occurrences(*server, "still serving with the former configuration");
+  std::printf("%zu reloads, %zu of them refused\n", reloads, refused);
+  good = good && refused == reloads / 5;
   std::printf("memory has grown to %.2f of its size; the limit is %.1f\n", growth, growth_limit);
   server->signal(SIGTERM);
   return server->wait() == 0 && site.files_left() == 0 && good;

@@ -81,4 +81,15 @@ std::size_t Site::files_left() const {
   return static_cast<std::size_t>(std::distance(entries, end));
 }
 
+std::size_t Site::processes_left() const {
+  std::size_t count = 0;
+  for (const auto &entry : std::filesystem::directory_iterator("/proc")) {
+    const std::string command_line = entry.path().string() + "/cmdline";
+    if (support::file_exists(command_line) &&
+        support::read_file(command_line).find(path("rdm.conf")) != std::string::npos)
+      ++count;
+  }
+  return count;
+}
+
 }  // namespace rdm::bench

@@ -44,6 +44,8 @@ class Site {
 
   /// files_left returns the number of entries in the directory for temporary files.
   std::size_t files_left() const;
+  /// processes_left returns the number of processes with this site's configuration in their command line.
+  std::size_t processes_left() const;
   std::string path(const std::string &name) const { return directory_.path(name); }
   std::string database() const { return path("bench.db"); }
 
