@@ -54,7 +54,9 @@ class Slices : public ServiceTest, public ::testing::WithParamInterface<Way> {
     await_rest(database_);
     await_rest(database_ + ".idx");
     support::write_certificate(directory_.path("cert"), directory_.path("key"));
-    std::vector<std::string> more{"--workers", GetParam().workers, "--header-timeout", "60"};
+    // A client takes its answer when a catalog has been made, however long that takes.
+    std::vector<std::string> more{
+        "--workers", GetParam().workers, "--header-timeout", "60", "--write-timeout", "3600", "--min-send-rate", "0"};
     if (GetParam().tls)
       more.insert(more.end(), {"--tls-listen", "127.0.0.1:0", "--tls-certificate", directory_.path("cert"), "--tls-key",
                                directory_.path("key")});
