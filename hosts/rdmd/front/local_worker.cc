@@ -12,8 +12,8 @@
 
 namespace rdm::rdmd {
 
-LocalWorker::LocalWorker(Call call, const io::Executor &strand, Dispatcher &dispatcher)
-    : call_(std::move(call)), strand_(strand), dispatcher_(dispatcher), thread_([this] { run(); }) {}
+LocalWorker::LocalWorker(Call call, io::Executor strand, Dispatcher &dispatcher)
+    : call_(std::move(call)), strand_(std::move(strand)), dispatcher_(dispatcher), thread_([this] { run(); }) {}
 
 LocalWorker::~LocalWorker() {
   stop(std::chrono::milliseconds(0));

@@ -27,7 +27,7 @@ class LocalWorker : public Worker {
 
   /// The I/O threads reply to jobs, on `strand`: to all that were answered meanwhile at once. `dispatcher` outlives the
   /// worker.
-  LocalWorker(Call call, const io::Executor &strand, Dispatcher &dispatcher);
+  LocalWorker(Call call, io::Executor strand, Dispatcher &dispatcher);
   LocalWorker(const LocalWorker &) = delete;
   LocalWorker &operator=(const LocalWorker &) = delete;
   /// Waits for the call under way; jobs that have not begun are dropped.
