@@ -10,6 +10,7 @@
 
 #include "catalog/os/error.h"
 #include "catalog/os/file.h"
+#include "qxapi/counted.h"
 
 namespace rdm::catalog {
 namespace {
@@ -44,7 +45,7 @@ std::vector<IndexEntry> decode(std::string_view bytes, const std::string &path) 
   if (!index_format::has_magic(bytes)) throw Failure("not an index: " + path);
   const uint32_t count = index_format::entry_count(bytes);
   if (bytes.size() != index_format::file_size(count))
-    throw Failure("not as long as its " + std::to_string(count) + " entries: " + path);
+    throw Failure("not as long as its " + counted(count, "entry", "entries") + ": " + path);
   std::vector<IndexEntry> entries;
   entries.reserve(count);
   for (size_t i = 0; i < count; ++i) entries.push_back(index_format::entry_at(bytes, i));

@@ -4,13 +4,14 @@
 #include <string>
 
 #include "catalog/os/error.h"
+#include "qxapi/counted.h"
 
 namespace rdm::catalog {
 namespace {
 
 Failure wrong_count(int64_t announced, int64_t found) {
-  return Failure("the header announces " + std::to_string(announced) + " descriptions and " + std::to_string(found) +
-                 " follow");
+  return Failure("the header announces " + counted(announced, "description") + " and " +
+                 counted(found, "follows", "follow"));
 }
 
 }  // namespace

@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <ostream>
 
+#include "qxapi/counted.h"
+
 namespace rdm::tools {
 namespace {
 
@@ -47,7 +49,7 @@ double Progress::steady_seconds() {
 
 std::string Progress::line(double elapsed) const {
   const auto bytes = static_cast<double>(bytes_);
-  const std::string records = records_ == 0 ? "" : std::to_string(records_) + " records, ";
+  const std::string records = records_ == 0 ? "" : counted(records_, "record") + ", ";
   std::string text = title_ + ": " + records + size_text(bytes) + ", " + size_text(bytes / elapsed) + "/s";
   if (total_bytes_ >= bytes_ && bytes_ > 0)
     text += ", " + duration_text(static_cast<double>(total_bytes_ - bytes_) * elapsed / bytes) + " left";

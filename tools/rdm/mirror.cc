@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <unordered_set>
 
+#include "qxapi/counted.h"
 #include "tools/rdm/error.h"
 
 namespace rdm::client {
@@ -55,8 +56,8 @@ void Mirror::require_plausible(const Listing &listing) const {
   const size_t held = held_before_.size();
   for (const Digest &key : held_before_) present += listed.count(key);
   if (2 * present < held)
-    throw Distrust("the server lists only " + std::to_string(present) + " of the " + std::to_string(held) +
-                   " descriptions held in " + options_.target +
+    throw Distrust("the server lists only " + std::to_string(present) + " of the " + counted(held, "description") +
+                   " held in " + options_.target +
                    ": nothing is changed; if the others are gone indeed, say --believe");
 }
 

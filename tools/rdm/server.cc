@@ -8,6 +8,7 @@
 #include <ostream>
 #include <utility>
 
+#include "qxapi/counted.h"
 #include "qxapi/escaped.h"
 #include "qxapi/temporary_directory.h"
 #include "tools/common/progress.h"
@@ -32,7 +33,7 @@ Patience::Patience(int retries, double delay) : retries_(retries), delay_(delay)
 double Patience::pause(const std::string &fault, std::optional<int64_t> retry_after) {
   if (attempts_ >= retries_) throw Distrust(fault);
   if (retry_after.value_or(0) > most_pause)
-    throw Distrust(fault + ": the server asks to come again in " + std::to_string(*retry_after) + " seconds");
+    throw Distrust(fault + ": the server asks to come again in " + counted(*retry_after, "second"));
   const double backoff = std::min(std::ldexp(delay_, std::min(attempts_++, 30)), longest_backoff);
   const double chosen = std::uniform_real_distribution(backoff / 2, std::nextafter(backoff, 1e9))(random_);
   return std::max(chosen, static_cast<double>(retry_after.value_or(0)));
@@ -55,8 +56,8 @@ Answer Server::attempt(const Request &request) {
   progress.clear();
   longest_delivery_ = std::max(longest_delivery_, tools::Progress::steady_seconds() - start);
   if (options_.verbose)
-    tell(description_of(request) + ": status " + std::to_string(reply.status) + ", " + std::to_string(reply.received) +
-         " bytes" + in_brackets(reply.error));
+    tell(description_of(request) + ": status " + std::to_string(reply.status) + ", " + counted(reply.received, "byte") +
+         in_brackets(reply.error));
   return Answer(request, std::move(reply), std::move(body));
 }
 

@@ -15,6 +15,7 @@
 #include "catalog/stream/dump_format.h"
 #include "catalog/stream/soif_stream.h"
 #include "qxapi/ascii.h"
+#include "qxapi/counted.h"
 #include "qxapi/escaped.h"
 #include "qxapi/words.h"
 #include "service/csid.h"
@@ -177,8 +178,8 @@ std::string submit(Submission &submission, const Options &options) {
 /// shortfalls returns messages about an incomplete import; none if it is complete.
 std::vector<std::string> shortfalls(int64_t count, int64_t offered, const Outcome &outcome) {
   if (count > 0 && count == offered) return outcome.faults();
-  return {std::to_string(std::max<int64_t>(count, 0)) + " of " + std::to_string(offered) +
-          " descriptions were accepted"};
+  return {std::to_string(std::max<int64_t>(count, 0)) + " of " +
+          counted(offered, "description was", "descriptions were") + " accepted"};
 }
 
 void say_of(std::ostream &errors, const std::string &name, const std::string &text) {
@@ -229,7 +230,7 @@ int delete_descriptions(const Submission &submission, const Options &options, st
   tell(options, out, answer, {{"input", submission.name}, {"answer", answer}, {"deleted", deleted}, {"named", wanted}});
   if (deleted == wanted) return exit_done;
   say_of(errors, submission.name,
-         std::to_string(deleted) + " of " + std::to_string(wanted) + " descriptions were deleted");
+         std::to_string(deleted) + " of " + counted(wanted, "description was", "descriptions were") + " deleted");
   return exit_incomplete;
 }
 

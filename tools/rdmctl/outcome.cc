@@ -6,6 +6,7 @@
 #include "catalog/maintenance.h"
 #include "catalog/os/error.h"
 #include "catalog/transaction.h"
+#include "qxapi/counted.h"
 #include "service/csid.h"
 
 namespace rdm::rdmctl {
@@ -45,7 +46,8 @@ bool Outcome::index_changed() const { return is_replaced(index_before_, catalog:
 std::vector<std::string> Outcome::faults() const try {
   std::vector<std::string> faults;
   if (const int64_t count = count_expired(database_, began_); count > 0)
-    faults.push_back(std::to_string(count) + " descriptions that have expired are still there");
+    faults.push_back(counted(count, "description that has expired is", "descriptions that have expired are") +
+                     " still there");
   if (!index_changed()) faults.emplace_back("the index was not written");
   return faults;
 } catch (const catalog::Failure &failure) {

@@ -19,6 +19,7 @@
 #include "catalog/transaction.h"
 #include "libcs/soif/grammar.h"
 #include "qxapi/ascii.h"
+#include "qxapi/counted.h"
 #include "qxapi/escaped.h"
 #include "tools/common/progress.h"
 #include "tools/common/rejection.h"
@@ -226,10 +227,10 @@ void Publisher::erase_expired() {
 /// of the feed may be wrong.
 void Publisher::require_limit() const {
   if (!feed_.is_full || feed_.max_delete.allows(result_.deleted + result_.expired, descriptions_)) return;
-  const std::string expired = result_.expired == 0 ? "" : " and " + std::to_string(result_.expired) + " have expired";
-  throw Unfit("the feed lacks " + std::to_string(result_.deleted) + " of " + std::to_string(descriptions_) +
-              " descriptions" + expired + ", more than --max-delete " + feed_.max_delete.text() +
-              ": nothing is changed");
+  const std::string expired =
+      result_.expired == 0 ? "" : " and " + counted(result_.expired, "has", "have") + " expired";
+  throw Unfit("the feed lacks " + std::to_string(result_.deleted) + " of " + counted(descriptions_, "description") +
+              expired + ", more than --max-delete " + feed_.max_delete.text() + ": nothing is changed");
 }
 
 void Publisher::date() {

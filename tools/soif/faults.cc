@@ -3,6 +3,7 @@
 
 #include <ostream>
 
+#include "qxapi/counted.h"
 #include "qxapi/escaped.h"
 #include "tools/common/program.h"
 #include "tools/soif/json_text.h"
@@ -59,7 +60,8 @@ int Faults::finish(int64_t done, const Words &words) {
     out_ << R"({"verb":")" << options_.verb << R"(",")" << words.done << "\":" << done << ",\"" << words.faults
          << "\":" << count_ << "}\n";
   else if (count_ > 0 && !options_.quiet)
-    console_.errors << "soif: " << count_ << ' ' << words.faults << ", " << done << ' ' << words.done << '\n';
+    console_.errors << "soif: " << counted(count_, words.fault, words.faults) << ", " << done << ' ' << words.done
+                    << '\n';
   return count_ > 0 ? exit_rejected : tools::exit_done;
 }
 

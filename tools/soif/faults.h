@@ -37,9 +37,9 @@ class Faults {
   void keep(std::string_view bytes);
   int64_t count() const { return count_; }
 
-  /// Words name numbers in the summary: "2 rejected, 5 done".
+  /// Words name numbers in the summary: "2 rejected, 5 done". `fault` names a single one.
   struct Words {
-    const char *faults = "rejected", *done = "done";
+    const char *fault = "rejected", *faults = "rejected", *done = "done";
   };
   /// finish reports the number of faults and what was done, and replaces the file for rejects. Returns the exit status.
   int finish(int64_t done, const Words &words);

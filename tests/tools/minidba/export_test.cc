@@ -206,7 +206,7 @@ TEST_F(Import, LosesNothingWithoutBeingAskedTo) {
 
 TEST_F(Import, RefusesMoreDescriptionsThanAnnounced) {
   expect_refused(export_header("3", "1") + numbered("1", "http://localhost/1") + numbered("2", "http://localhost/2"),
-                 "the header announces 1 descriptions and 2 follow");
+                 "the header announces 1 description and 2 follow");
 }
 
 TEST_F(Import, WithRejectsSoundDescriptionsAreImported) {

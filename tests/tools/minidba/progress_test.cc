@@ -66,7 +66,7 @@ TEST_F(ProgressLine, IsRenewedFiveTimesASecondAtMost) {
   Progress progress(screen, "reading", 0, clock());
   now_ += 2;
   progress.advance(1, 500);
-  EXPECT_EQ(shown(), "\rminidba: reading: 1 records, 500 B, 250 B/s\x1b[K");
+  EXPECT_EQ(shown(), "\rminidba: reading: 1 record, 500 B, 250 B/s\x1b[K");
   for (int i = 0; i < 100; ++i) progress.advance(1, 500);
   EXPECT_EQ(shown(), "");
   now_ += 0.25;

@@ -127,7 +127,7 @@ TEST_F(Rebuild, ARecordUnderAnotherKeyIsNotLost) {
   EXPECT_EQ(finished.status, 1);
   EXPECT_EQ(finished.out, "1\n");
   EXPECT_EQ(finished.errors, "minidba: left out: " + fault + "\nminidba: 1 damaged\n");
-  EXPECT_EQ(verdict(), "sound: 1 descriptions, no index\n");
+  EXPECT_EQ(verdict(), "sound: 1 description, no index\n");
 }
 
 }  // namespace

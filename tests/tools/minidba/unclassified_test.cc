@@ -50,7 +50,7 @@ TEST_F(Unclassified, AnIndexThatIsMissingOrCorruptIsAnError) {
       {"", "not an index: "},
       {std::string("\x3E\xB1\xCA\x0F\0\0\0\0", 8), "not an index: "},
       {std::string("\x3E\xB1\xCA\x0E\0\0\0", 7), "not an index: "},
-      {std::string("\x3E\xB1\xCA\x0E\0\0\0\1", 8), "not as long as its 1 entries: "},
+      {std::string("\x3E\xB1\xCA\x0E\0\0\0\1", 8), "not as long as its 1 entry: "},
       {std::string("\x3E\xB1\xCA\x0E\xFF\xFF\xFF\xFF", 8), "not as long as its 4294967295 entries: "},
       {std::string("\x3E\xB1\xCA\x0E\0\0\0\0x", 9), "not as long as its 0 entries: "},
   };

@@ -137,7 +137,7 @@ TEST_F(Verify, ReportsFaultsOfTheIndex) {
   support::write_file(path, "no index");
   expect_faults({"not an index: " + path});
   support::write_file(path, word(0x3EB1CA0E) + word(1));
-  expect_faults({"not as long as its 1 entries: " + path});
+  expect_faults({"not as long as its 1 entry: " + path});
 }
 
 /// Size, checksum and time of an entry tell a damaged record from a changed one. Regression: verify had one message for

@@ -321,7 +321,7 @@ TEST_F(Import, WithoutMinidbaNothingIsAccepted) {
   EXPECT_EQ(finished.status, 2);
   EXPECT_EQ(finished.out, "Accepted 0 RDs from Unknown-Source\n");
   EXPECT_THAT(finished.errors, HasSubstr("minidba"));
-  EXPECT_THAT(finished.errors, EndsWith("rdmctl: " + submission + ": 0 of 1 descriptions were accepted\n"));
+  EXPECT_THAT(finished.errors, EndsWith("rdmctl: " + submission + ": 0 of 1 description was accepted\n"));
 }
 
 TEST_F(Import, TheNumberThatMinidbaPrintsDecides) {
@@ -348,7 +348,7 @@ TEST_F(Import, ACommandThatFailsAfterTheUpdateIsNoticed) {
   const std::string expired = "@FILE { http://localhost/old\nrd-expires{29}:\tThu, 01 Jan 1998 00:00:00 GMT\n}\n";
   const std::pair<std::string, std::string> rows[] = {
       {"index", "the index was not written"},
-      {"expire", "1 descriptions that have expired are still there"},
+      {"expire", "1 description that has expired is still there"},
   };
   for (const auto &[verb, fault] : rows) {
     const support::TemporaryDirectory bin;

@@ -284,7 +284,7 @@ TEST_F(Publish, AReportThatCannotBeKeptIsAMessage) {
   EXPECT_EQ(finished.status, 1);
   EXPECT_EQ(finished.errors,
             "rdmctl: the report is not kept: cannot open " + catalog_.path(".imports") + ": Is a directory\n");
-  EXPECT_EQ(verdict(), "sound: 1 descriptions, 1 index entries\n");
+  EXPECT_EQ(verdict(), "sound: 1 description, 1 index entry\n");
   EXPECT_EQ(rdmctl({"imports", catalog_.path()}).status, 2);
 }
 

@@ -211,7 +211,7 @@ TEST_F(ServiceVerbs, HarvestersPassesOverOtherLines) {
   const Finished finished = rdmctl({"harvesters", log});
   EXPECT_EQ(finished.status, 1);
   EXPECT_EQ(finished.errors, "rdmctl: 5 lines are not of a transaction log\n");
-  EXPECT_THAT(finished.out, testing::StartsWith("\\x1b[2J: 1 harvests, 1 descriptions, 9 bytes"));
+  EXPECT_THAT(finished.out, testing::StartsWith("\\x1b[2J: 1 harvest, 1 description, 9 bytes"));
 }
 
 TEST_F(ServiceVerbs, HarvestersNeedsALog) {

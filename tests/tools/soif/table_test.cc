@@ -65,7 +65,7 @@ TEST(SoifTable, NamesAndKeepsBadRows) {
   const struct {
     const char *format, *row, *fault;
   } rows[] = {
-      {"csv", "u\r\n", "2:1: 1 cells instead of 2"},
+      {"csv", "u\r\n", "2:1: 1 cell instead of 2"},
       {"csv", "u,x,y\n", "2:1: 3 cells instead of 2"},
       {"csv", "u,\"x\"y\n", "2:1: text after a closing quote"},
       {"csv", "u,x\"y\n", "2:1: a quote in a cell that is not quoted"},
@@ -94,7 +94,7 @@ TEST(SoifTable, TheFileOfRejectedRowsIsATable) {
   EXPECT_EQ(finished.out, "@DOCUMENT { u\na{1}:\tx\n}\n");
   EXPECT_EQ(finished.errors,
             "soif: the input:3:1: the URL contains white space or NUL: a b\n"
-            "soif: the input:4:1: 1 cells instead of 2\n"
+            "soif: the input:4:1: 1 cell instead of 2\n"
             "soif: 2 rejected, 1 done\n");
   EXPECT_EQ(support::read_file(rejects), "url,a\n\"a b\",y\nv\n");
 }

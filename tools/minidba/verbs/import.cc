@@ -8,6 +8,7 @@
 #include "catalog/stream/dump_format.h"
 #include "catalog/stream/stream_check.h"
 #include "catalog/used_numbers.h"
+#include "qxapi/counted.h"
 #include "qxapi/escaped.h"
 #include "tools/minidba/input.h"
 #include "tools/minidba/output/rejects.h"
@@ -126,8 +127,7 @@ void check_rejects(const Rejects &rejects, const Options &options, const Console
   const int64_t count = rejects.count();
   if (count == 0 || !options.rejects.empty()) return;
   if (options.json) report(options, console, {"imported", 0}, {{"rejected", count}}, rejects.reasons());
-  throw Failure(std::to_string(count) + (count == 1 ? " object" : " objects") +
-                " rejected: nothing is imported without --rejects");
+  throw Failure(counted(count, "object") + " rejected: nothing is imported without --rejects");
 }
 
 struct Imported {

@@ -3,6 +3,7 @@
 
 #include "catalog/maintenance.h"
 #include "catalog/os/error.h"
+#include "qxapi/counted.h"
 #include "tools/minidba/opening.h"
 #include "tools/minidba/output/faults.h"
 #include "tools/minidba/output/progress.h"
@@ -53,8 +54,7 @@ void keep_hidden(Entries &entries, const KnownRecords &known, const Catalog &cat
 
 void check(const Comparison &comparison, const Options &options) {
   if (comparison.count() == 0 || options.accept_damage) return;
-  throw Failure("index not written: " + options.index + ": " + std::to_string(comparison.count()) +
-                (comparison.count() == 1 ? " record is" : " records are") +
+  throw Failure("index not written: " + options.index + ": " + counted(comparison.count(), "record is", "records are") +
                 " damaged, or the index is of another catalog: restore a backup, or index the records as they are "
                 "with --accept-damage");
 }

@@ -14,6 +14,7 @@
 #include "catalog/stream/soif_scan.h"
 #include "catalog/url_map.h"
 #include "catalog/used_numbers.h"
+#include "qxapi/counted.h"
 #include "qxapi/escaped.h"
 #include "tools/minidba/opening.h"
 #include "tools/minidba/output/report.h"
@@ -162,11 +163,11 @@ class Loss {
         name("lost, or removed since the index was made: description " + std::to_string(entry.number), lost_);
   }
   /// count_nameless adds the records that the header counts and neither URL map nor index names.
-  void count_nameless(int64_t counted, int64_t found) {
-    const int64_t nameless = counted - found - lost_;
+  void count_nameless(int64_t claimed, int64_t found) {
+    const int64_t nameless = claimed - found - lost_;
     if (nameless <= 0) return;
-    errors_ << "minidba: lost: " << nameless << (nameless == 1 ? " description" : " descriptions")
-            << " of unknown number: the header counts " << counted << '\n';
+    errors_ << "minidba: lost: " << counted(nameless, "description") << " of unknown number: the header counts "
+            << claimed << '\n';
     lost_ += nameless;
   }
   void name_damaged(uint32_t number, const std::string &url, const std::string &fault) {

@@ -12,6 +12,7 @@
 #include "catalog/record.h"
 #include "catalog/transaction.h"
 #include "dba/guard.h"
+#include "qxapi/counted.h"
 #include "tools/minidba/opening.h"
 #include "tools/minidba/output/describe.h"
 #include "tools/minidba/output/faults.h"
@@ -104,11 +105,10 @@ void check_records(const Catalog &catalog, Findings &findings, Progress &progres
     progress.advance(1, static_cast<int64_t>(record.size()));
   }
   // The hash library may count too few records, which does no harm. If it counts more than there are, records are lost.
-  const int64_t counted = statistics_of(catalog.path()).records;
-  findings.is_short = counted > records;
+  const int64_t claimed = statistics_of(catalog.path()).records;
+  findings.is_short = claimed > records;
   if (findings.is_short)
-    findings.faults.add("the database counts " + std::to_string(counted) + " records and has " +
-                        std::to_string(records));
+    findings.faults.add("the database counts " + counted(claimed, "record") + " and has " + std::to_string(records));
   std::sort(findings.descriptions.begin(), findings.descriptions.end(), by_number);
   const auto twice = [](const IndexEntry &a, const IndexEntry &b) { return a.number == b.number; };
   const auto &known = findings.descriptions;
@@ -258,10 +258,9 @@ std::string note_of(const Findings &findings) {
 }
 
 std::string text_verdict(const Findings &findings) {
-  if (const int64_t count = findings.faults.count(); count > 0)
-    return "damaged: " + std::to_string(count) + (count == 1 ? " fault" : " faults");
-  return "sound: " + std::to_string(findings.descriptions.size()) + " descriptions, " +
-         (findings.indexed ? std::to_string(*findings.indexed) + " index entries" : "no index") +
+  if (const int64_t count = findings.faults.count(); count > 0) return "damaged: " + counted(count, "fault");
+  return "sound: " + counted(findings.descriptions.size(), "description") + ", " +
+         (findings.indexed ? counted(*findings.indexed, "index entry", "index entries") : "no index") +
          (findings.has_map ? "" : ", no URL map") + (findings.behind.any() ? ", index older than the database" : "");
 }
 

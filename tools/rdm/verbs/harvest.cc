@@ -6,6 +6,7 @@
 #include <ostream>
 #include <sstream>
 
+#include "qxapi/counted.h"
 #include "qxapi/escaped.h"
 #include "tools/common/time_text.h"
 #include "tools/rdm/error.h"
@@ -49,7 +50,7 @@ void report(const Options &options, const Console &console, const Figures &figur
     console.out << R"({"verb":"harvest","descriptions":)" << count << R"(,"bytes":)" << bytes << R"(,"rejected":)"
                 << rejected << "}\n";
   else if (!options.quiet)
-    console.errors << "rdm: " << count << (count == 1 ? " description, " : " descriptions, ") << bytes << " bytes\n";
+    console.errors << "rdm: " << counted(count, "description") << ", " << counted(bytes, "byte") << '\n';
 }
 
 void take(const Options &options, const Console &console, Harvest &harvest, State *state) {

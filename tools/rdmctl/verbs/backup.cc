@@ -5,6 +5,7 @@
 
 #include "catalog/hash/statistics.h"
 #include "catalog/transaction.h"
+#include "qxapi/counted.h"
 #include "qxapi/escaped.h"
 #include "tools/rdmctl/import_report.h"
 #include "tools/rdmctl/output.h"
@@ -86,7 +87,7 @@ void show(const Options &options, const std::string &file, std::ostream &out) {
   if (options.json)
     out << text_of({{"file", file}, {"descriptions", descriptions}, {"bytes", bytes}}) << '\n';
   else
-    out << descriptions << " descriptions, " << bytes << " bytes\n";
+    out << counted(descriptions, "description") << ", " << counted(bytes, "byte") << '\n';
 }
 
 }  // namespace

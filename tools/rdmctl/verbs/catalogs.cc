@@ -4,7 +4,7 @@
 #include "catalog/catalog.h"
 #include "catalog/hash/statistics.h"
 #include "dba/index_format.h"
-#include "hosts/rdmd/check/check.h"
+#include "qxapi/counted.h"
 #include "qxapi/escaped.h"
 #include "tools/rdmctl/configuration.h"
 #include "tools/rdmctl/import_report.h"
@@ -64,7 +64,9 @@ void show_catalog(const Json &row, std::ostream &out) {
     out << text("failure") << '\n';
     return;
   }
-  out << row["descriptions"] << " descriptions, " << row["indexed"] << " indexed, " << row["bytes"] << " bytes";
+  const auto number = [&](const char *name) { return row[name].get<int64_t>(); };
+  out << counted(number("descriptions"), "description") << ", " << row["indexed"] << " indexed, "
+      << counted(number("bytes"), "byte");
   for (const char *name : {"changed", "published"})
     if (!row[name].is_null()) out << ", " << name << ' ' << text(name);
   out << ": " << text("database") << '\n';

@@ -9,6 +9,7 @@
 
 #include "catalog/os/error.h"
 #include "catalog/os/file.h"
+#include "qxapi/counted.h"
 #include "qxapi/escaped.h"
 #include "tools/minidba/verbs/verbs.h"
 #include "tools/rdmctl/configuration.h"
@@ -59,13 +60,10 @@ Json verdict_on(const std::string &database) {
 }
 
 std::string text_of_verdict(const Json &verdict) {
-  if (!verdict["sound"].get<bool>()) {
-    const auto faults = verdict["fault-count"].get<int64_t>();
-    return "damaged: " + std::to_string(faults) + (faults == 1 ? " fault" : " faults");
-  }
+  if (!verdict["sound"].get<bool>()) return "damaged: " + counted(verdict["fault-count"].get<int64_t>(), "fault");
   const Json &indexed = verdict["indexed"];
-  return "sound: " + verdict["descriptions"].dump() + " descriptions, " +
-         (indexed.is_null() ? "no index" : indexed.dump() + " index entries") +
+  return "sound: " + counted(verdict["descriptions"].get<int64_t>(), "description") + ", " +
+         (indexed.is_null() ? "no index" : counted(indexed.get<int64_t>(), "index entry", "index entries")) +
          (verdict["url-map"].get<bool>() ? "" : ", no URL map") +
          (verdict["index-older"].get<bool>() ? ", index older than the database" : "");
 }
@@ -108,10 +106,6 @@ void show(const Result &result, const Options &options, std::ostream &out) {
         << '\n';
   else
     for (const std::string &line : result.lines) out << line << '\n';
-}
-
-std::string counted(int64_t count, const char *noun) {
-  return std::to_string(count) + ' ' + noun + (count == 1 ? "" : "s");
 }
 
 /// monitor writes the line of a monitoring plugin with its figures, then all lines, and returns the exit status.

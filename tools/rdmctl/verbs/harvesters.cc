@@ -9,6 +9,7 @@
 #include <libcs/cs.h>
 
 #include "catalog/os/error.h"
+#include "qxapi/counted.h"
 #include "qxapi/escaped.h"
 #include "tools/common/time_text.h"
 #include "tools/rdmctl/configuration.h"
@@ -136,9 +137,10 @@ Json json_of(const std::string &client, const Harvester &harvester) {
 }
 
 void show(const std::string &client, const Harvester &harvester, std::ostream &out) {
-  out << escaped(client) << ": " << harvester.harvests << " harvests, " << harvester.descriptions << " descriptions, "
-      << harvester.bytes << " bytes, " << harvester.failed << " failed, " << harvester.refused << " refused, from "
-      << iso_time(harvester.first) << " to " << iso_time(harvester.last) << ", last success ";
+  out << escaped(client) << ": " << counted(harvester.harvests, "harvest") << ", "
+      << counted(harvester.descriptions, "description") << ", " << counted(harvester.bytes, "byte") << ", "
+      << harvester.failed << " failed, " << harvester.refused << " refused, from " << iso_time(harvester.first)
+      << " to " << iso_time(harvester.last) << ", last success ";
   if (harvester.last_success == 0)
     out << "never\n";
   else
@@ -160,7 +162,7 @@ int harvesters(const Options &options, std::ostream &out, std::ostream &errors) 
   const time_t from = options.since.empty() ? 0 : tools::read_time(options.since, std::time(nullptr));
   ReadLog log;
   for (const std::string &path : logs_of(options)) read(path, from, log);
-  if (log.unknown > 0) say(errors, std::to_string(log.unknown) + " lines are not of a transaction log");
+  if (log.unknown > 0) say(errors, counted(log.unknown, "line is", "lines are") + " not of a transaction log");
   Json rows = Json::array();
   for (const auto &[client, harvester] : log.clients)
     options.json ? rows.push_back(json_of(client, harvester)) : show(client, harvester, out);

@@ -6,6 +6,7 @@
 #include "catalog/os/error.h"
 #include "catalog/record.h"
 #include "hosts/common/exchange.h"
+#include "qxapi/counted.h"
 #include "service/message.h"
 #include "tools/common/time_text.h"
 #include "tools/rdmctl/log_owner.h"
@@ -73,7 +74,7 @@ int preview(const Options &options, std::ostream &out, std::ostream &errors) {
   if (options.json)
     out << text_of({{"csid", options.csid}, {"descriptions", answer.descriptions}, {"bytes", answer.bytes}}) << '\n';
   else
-    out << answer.descriptions << " descriptions, " << answer.bytes << " bytes\n";
+    out << counted(answer.descriptions, "description") << ", " << counted(answer.bytes, "byte") << '\n';
   return exit_done;
 }
 

@@ -10,6 +10,7 @@
 #include "catalog/stream/soif_stream.h"
 #include "hosts/rdmd/check/description.h"
 #include "qxapi/ascii.h"
+#include "qxapi/counted.h"
 #include "qxapi/escaped.h"
 #include "tools/rdmctl/classes.h"
 #include "tools/rdmctl/configuration.h"
@@ -167,7 +168,7 @@ int check(const std::string &path, const Options &options, std::ostream &out) {
     out << text_of({{"classes", classes}, {"faults", faults.texts}}) << '\n';
   else
     for (const std::string &text : faults.texts) out << escaped(text) << '\n';
-  if (!options.json && faults.texts.empty()) out << "sound: " << classes << " classes\n";
+  if (!options.json && faults.texts.empty()) out << "sound: " << counted(classes, "class", "classes") << '\n';
   return faults.texts.empty() ? exit_done : exit_incomplete;
 }
 

@@ -3,6 +3,7 @@
 
 #include "catalog/os/error.h"
 #include "qxapi/ascii.h"
+#include "qxapi/counted.h"
 #include "tools/soif/formats/row.h"
 #include "tools/soif/formats/table.h"
 #include "tools/soif/marked_text.h"
@@ -64,7 +65,7 @@ class Columns {
 Description description_in(Row &row, const Columns &columns, const Conversion &conversion) {
   Description description{conversion.template_name, "", {}};
   if (row.fault.empty() && row.cells.size() != columns.count())
-    row.fault = std::to_string(row.cells.size()) + " cells instead of " + std::to_string(columns.count());
+    row.fault = counted(row.cells.size(), "cell") + " instead of " + std::to_string(columns.count());
   for (size_t i = 0; i < row.cells.size() && row.fault.empty(); ++i) {
     std::optional<std::string> value = unmarked(row.cells[i]);
     if (value)

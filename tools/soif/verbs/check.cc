@@ -34,7 +34,7 @@ int check(const Options &options, const Console &console) {
     Checker checker(faults, progress, sound);
     read_soif(stream, checker, progress, Mending::report);
   }
-  return faults.finish(sound, {"faults", "sound"});
+  return faults.finish(sound, {"fault", "faults", "sound"});
 }
 
 }  // namespace rdm::soif_tool
