@@ -75,13 +75,13 @@ class DatabaseTarget : public Target {
     });
   }
 
-  Changes apply(const Spool &spool, const Digests &gone) override {
+  Changes apply(const Received &received, const Digests &gone) override {
     WriteTransaction transaction(path_, settings());
     transaction.begin();
     Edit edit(transaction.catalog());
     if (!gone.empty()) erase(transaction.catalog(), gone, edit);
-    spool.each([&](const Spool::Entry &entry) {
-      if (!gone.contains(entry.key)) edit.put(spool.text(entry));
+    received.each([&](const Received::Entry &entry) {
+      if (!gone.contains(entry.key)) edit.put(received.text(entry));
     });
     tools::Progress progress(console_.errors, console_.progress, "rdm: writing");
     transaction.publish(edit.batch(), edit.next_number(), [&](int64_t bytes, int64_t total) {

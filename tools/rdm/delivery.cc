@@ -16,7 +16,8 @@ using catalog::ObjectView;
 /// Delivery is an answer that may come in several parts.
 class Delivery {
  public:
-  Delivery(Server &server, const Query &query, Spool &spool) : server_(server), query_(query), spool_(spool) {}
+  Delivery(Server &server, const Query &query, Received &received)
+      : server_(server), query_(query), received_(received) {}
 
   void run() {
     for (Patience patience = server_.patience();;) {
@@ -63,7 +64,7 @@ class Delivery {
   bool take(Answer &answer) {
     bool is_new = false;
     answer.each([&](const ObjectView &object, const std::string &text) {
-      if (!spool_.add(object, text)) return;
+      if (!received_.add(object, text)) return;
       is_new = true;
       const time_t time = catalog::valid_change_time(object);
       is_sorted_ = is_sorted_ && time > 0 && (times_.empty() || times_.back() <= time);
@@ -82,7 +83,7 @@ class Delivery {
 
   Server &server_;
   const Query &query_;
-  Spool &spool_;
+  Received &received_;
   std::deque<time_t> times_;  // of the last descriptions that were kept
   bool is_sorted_ = true;
   Digest last_key_{}, last_content_{};
@@ -90,22 +91,22 @@ class Delivery {
 
 }  // namespace
 
-void receive(Server &server, const Query &query, Spool &spool) { Delivery(server, query, spool).run(); }
+void receive(Server &server, const Query &query, Received &received) { Delivery(server, query, received).run(); }
 
-bool is_received(const Listing::Entry &entry, const Spool &spool) {
-  const Spool::Entry *found = spool.find(entry.key);
+bool is_received(const Listing::Entry &entry, const Received &received) {
+  const Received::Entry *found = received.find(entry.key);
   return found != nullptr && found->time >= entry.time;
 }
 
-void receive_listed(Server &server, const Listing &listing, const Wish &wish, Spool &spool) {
+void receive_listed(Server &server, const Listing &listing, const Wish &wish, Received &received) {
   const std::vector<size_t> &positions = wish.positions;
-  const auto is_done = [&](size_t position) { return is_received(listing.entries[position], spool); };
+  const auto is_done = [&](size_t position) { return is_received(listing.entries[position], received); };
   if (positions.empty()) return;
   Query narrow = narrow_query(listing, positions.front());
   if (wish.is_limited) limit_query(narrow, listing, positions.back());
   for (Query query : {narrow, wide_query(listing, positions.front()), Query()}) {
     query.attributes = wish.attributes;
-    receive(server, query, spool);
+    receive(server, query, received);
     if (std::all_of(positions.begin(), positions.end(), is_done)) return;
     if (query.since == 0 && query.hits == 0) return;
   }

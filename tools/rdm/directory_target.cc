@@ -36,12 +36,12 @@ class DirectoryTarget : public Target {
       if (const auto key = key_in(name, suffix)) visit(*key, time_of(*key));
   }
 
-  Changes apply(const Spool &spool, const Digests &gone) override {
+  Changes apply(const Received &received, const Digests &gone) override {
     Changes changes;
     make();
     remove_leftovers();
-    spool.each([&](const Spool::Entry &entry) {
-      if (!gone.contains(entry.key)) put(entry.key, spool.text(entry) + "\n", changes);
+    received.each([&](const Received::Entry &entry) {
+      if (!gone.contains(entry.key)) put(entry.key, received.text(entry) + "\n", changes);
     });
     for (const Digest &key : gone) remove(key, changes);
     sync();

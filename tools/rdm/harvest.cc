@@ -25,20 +25,20 @@ time_t earliest(const std::vector<Listing::Entry> &entries) {
 }  // namespace
 
 Harvest::Harvest(const Options &options, Server &server)
-    : options_(options), server_(server), spool_(scratch_place()), attributes_(options.attributes) {
+    : options_(options), server_(server), received_(scratch_place()), attributes_(options.attributes) {
   drops_time_ =
       !attributes_.empty() && std::find(attributes_.begin(), attributes_.end(), time_of_change) == attributes_.end();
   if (drops_time_) attributes_.emplace_back(time_of_change);
 }
 
-void Harvest::take_all() { receive(server_, {0, attributes_, options_.limit}, spool_); }
+void Harvest::take_all() { receive(server_, {0, attributes_, options_.limit}, received_); }
 
 void Harvest::take_since(time_t time) {
   const Listing listing = list_since(server_, time);
   const auto is_wanted = [&](const Listing::Entry &entry) { return entry.time >= time; };
   const Wish wish = wish_of(listing, is_wanted, is_wanted);
-  receive_listed(server_, listing, wish, spool_);
-  drop_others(listing, wish, [&](const Spool::Entry &entry) { return entry.time >= time; });
+  receive_listed(server_, listing, wish, received_);
+  drop_others(listing, wish, [&](const Received::Entry &entry) { return entry.time >= time; });
 }
 
 void Harvest::take_news(State &state) {
@@ -54,15 +54,15 @@ void Harvest::take_news(State &state) {
   const auto is_wanted = [&](const Listing::Entry &entry) {
     return is_missing(entry) || entry.time == 0 || entry.time > state.settled;
   };
-  const auto is_news = [&](const Spool::Entry &entry) {
+  const auto is_news = [&](const Received::Entry &entry) {
     const auto held = state.held.find(entry.key);
     const bool is_same =
         held != state.held.end() && held->second.size == entry.size && held->second.content == entry.content;
     return !is_same && (state.is_new() || entry.time == 0 || entry.time >= known);
   };
-  receive_listed(server_, listing, wish_of(listing, is_wanted, is_missing), spool_);
+  receive_listed(server_, listing, wish_of(listing, is_wanted, is_missing), received_);
   // What was not delivered does not use up the limit: after it, everything was asked for, and others have come.
-  const auto has_come = [&](const Listing::Entry &entry) { return is_missing(entry) && is_received(entry, spool_); };
+  const auto has_come = [&](const Listing::Entry &entry) { return is_missing(entry) && is_received(entry, received_); };
   const Wish wish = wish_of(listing, is_wanted, has_come);
   drop_others(listing, wish, is_news);
   if (!listing.entries.empty()) remember(state, listing, wish, pending_of(listing, wish, is_wanted));
@@ -86,7 +86,7 @@ Wish Harvest::wish_of(const Listing &listing, const std::function<bool(const Lis
 void Harvest::drop_others(const Listing &listing, const Wish &wish, const Predicate &is_news) {
   std::unordered_set<Digest, DigestHash> wanted;
   for (const size_t position : wish.positions) wanted.insert(listing.entries[position].key);
-  spool_.each([&](const Spool::Entry &entry) {
+  received_.each([&](const Received::Entry &entry) {
     if (!is_news(entry) || (wish.is_limited && !wanted.contains(entry.key))) dropped_.insert(entry.key);
   });
 }
@@ -98,7 +98,7 @@ Harvest::Pending Harvest::pending_of(const Listing &listing, const Wish &wish,
   Pending pending;
   for (size_t i = 0; i < listing.entries.size(); ++i) {
     const Listing::Entry &entry = listing.entries[i];
-    if (is_wanted(entry) && (i >= end || !is_received(entry, spool_))) pending.push_back(entry);
+    if (is_wanted(entry) && (i >= end || !is_received(entry, received_))) pending.push_back(entry);
   }
   return pending;
 }
@@ -122,14 +122,14 @@ void Harvest::remember(State &state, const Listing &listing, const Wish &wish, c
   };
   for (const Listing::Entry &entry : listing.entries)
     if (const auto old = state.held.find(entry.key); old != state.held.end()) keep(old->first, old->second);
-  spool_.each([&](const Spool::Entry &entry) {
+  received_.each([&](const Received::Entry &entry) {
     if (!wish.is_limited || !dropped_.contains(entry.key)) keep(entry.key, {entry.time, entry.size, entry.content});
   });
   state.held = std::move(held);
 }
 
-std::string Harvest::printed(const Spool::Entry &entry) const {
-  std::string text = spool_.text(entry);
+std::string Harvest::printed(const Received::Entry &entry) const {
+  std::string text = received_.text(entry);
   if (!drops_time_) return text + "\n";
   auto object = catalog::ObjectView::read(text);
   if (!object) throw Failure("the scratch file of the descriptions has changed");
@@ -138,7 +138,7 @@ std::string Harvest::printed(const Spool::Entry &entry) const {
 }
 
 void Harvest::each(const std::function<void(const std::string &text)> &visit) const {
-  spool_.each([&](const Spool::Entry &entry) {
+  received_.each([&](const Received::Entry &entry) {
     if (!dropped_.contains(entry.key)) visit(printed(entry));
   });
 }

@@ -12,7 +12,7 @@
 
 namespace rdm::client {
 
-/// Harvest receives descriptions into a spool.
+/// Harvest receives descriptions and says which of them are news.
 class Harvest {
  public:
   /// Options and server must outlive the harvest.
@@ -26,12 +26,12 @@ class Harvest {
   void take_news(State &state);
 
   /// is_empty returns true if nothing was received.
-  bool is_empty() const { return spool_.size() == 0; }
+  bool is_empty() const { return received_.size() == 0; }
   /// each visits the descriptions that were asked for, in the order of the server.
   void each(const std::function<void(const std::string &text)> &visit) const;
 
  private:
-  using Predicate = std::function<bool(const Spool::Entry &entry)>;
+  using Predicate = std::function<bool(const Received::Entry &entry)>;
   using Pending = std::vector<Listing::Entry>;
   Pending pending_of(const Listing &listing, const Wish &wish,
                      const std::function<bool(const Listing::Entry &)> &is_wanted) const;
@@ -40,11 +40,11 @@ class Harvest {
   void drop_others(const Listing &listing, const Wish &wish, const Predicate &is_news);
   void remember(State &state, const Listing &listing, const Wish &wish, const Pending &pending) const;
   time_t next_settled(const State &state, const Listing &listing, const Pending &pending) const;
-  std::string printed(const Spool::Entry &entry) const;
+  std::string printed(const Received::Entry &entry) const;
 
   const Options &options_;
   Server &server_;
-  Spool spool_;
+  Received received_;
   std::vector<std::string> attributes_;  // to ask for
   bool drops_time_ = false;              // the time of change is asked for, but not wanted
   std::unordered_set<Digest, DigestHash> dropped_;

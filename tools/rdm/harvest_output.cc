@@ -6,10 +6,11 @@
 namespace rdm::client {
 namespace {
 
-soif_tool::Options options_of(const Options &options) {
-  soif_tool::Options same;
-  same.output = options.output;
-  return same;
+/// output_options returns the options of the program soif that name the output of a harvest.
+soif_tool::Options output_options(const Options &options) {
+  soif_tool::Options output;
+  output.output = options.output;
+  return output;
 }
 
 soif_tool::Description description_in(const std::string &text) {
@@ -23,7 +24,7 @@ soif_tool::Description description_in(const std::string &text) {
 }  // namespace
 
 HarvestOutput::HarvestOutput(const Options &options, const Console &console)
-    : options_(options_of(options)),
+    : options_(output_options(options)),
       console_{-1, console.out, console.errors, console.progress},
       output_(options_, console_) {
   if (options.format != "soif") writer_ = soif_tool::format_named(options.format).make_writer(output_, conversion_);

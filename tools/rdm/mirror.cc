@@ -16,7 +16,12 @@ constexpr int most_rounds = 8;
 }  // namespace
 
 Mirror::Mirror(const Options &options, const Console &console, Server &server, Target &target, State &state)
-    : options_(options), console_(console), server_(server), target_(target), state_(state), spool_(scratch_place()) {}
+    : options_(options),
+      console_(console),
+      server_(server),
+      target_(target),
+      state_(state),
+      received_(scratch_place()) {}
 
 void Mirror::read_target() {
   target_.each([this](const Digest &key, time_t time) {
@@ -66,7 +71,7 @@ bool Mirror::is_wanted(const Listing::Entry &entry) const {
   if (held == times_.end() || held->second != entry.time) return true;
   // Another change may have the same time. Once in a run is enough.
   const bool is_certain = entry.time != 0 && entry.time <= state_.settled;
-  return !is_certain && spool_.find(entry.key) == nullptr;
+  return !is_certain && received_.find(entry.key) == nullptr;
 }
 
 /// wish_of selects what is wanted. Of a URL that is listed twice, the last entry counts.
@@ -88,8 +93,8 @@ Listing Mirror::fetch() {
     const Wish wish = wish_of(listing);
     is_settled_ = wish.positions.empty();
     if (is_settled_ || round == most_rounds) return listing;
-    receive_listed(server_, listing, wish, spool_);
-    spool_.each([this](const Spool::Entry &entry) { times_[entry.key] = entry.time; });
+    receive_listed(server_, listing, wish, received_);
+    received_.each([this](const Received::Entry &entry) { times_[entry.key] = entry.time; });
     is_settled_ = !is_full_;
     if (is_settled_) return listing;
   }
@@ -117,7 +122,7 @@ Changes Mirror::run() {
   is_full_ = must_be_full();
   const Listing listing = fetch();
   const Target::Digests gone = gone_from(listing);
-  Changes changes = target_.apply(spool_, gone);
+  Changes changes = target_.apply(received_, gone);
   finish(listing, gone);
   return changes;
 }

@@ -48,7 +48,7 @@ class Mirror {
   Server &server_;
   Target &target_;
   State &state_;
-  Spool spool_;
+  Received received_;
   std::unordered_map<Digest, time_t, DigestHash> times_;  // of what is held, or will be after the run
   std::vector<Digest> held_before_;
   bool is_full_ = false, is_settled_ = false;

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "tools/rdm/options.h"
-#include "tools/rdm/spool.h"
+#include "tools/rdm/received.h"
 
 namespace rdm::client {
 
@@ -37,10 +37,10 @@ class Target {
   virtual void each(const Visitor &visit) const = 0;
   static constexpr time_t damaged = -1;
 
-  /// apply puts the descriptions of the spool and removes those whose URLs have these digests, which it does not put
+  /// apply puts the descriptions of `received` and removes those whose URLs have these digests, which it does not put
   /// either. Everything is on the disk when it returns.
   using Digests = std::unordered_set<Digest, DigestHash>;
-  virtual Changes apply(const Spool &spool, const Digests &gone) = 0;
+  virtual Changes apply(const Received &received, const Digests &gone) = 0;
 };
 
 /// open_target returns the target at a path: a directory if it is one or ends in a slash, otherwise a database. It need

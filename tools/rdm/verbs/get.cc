@@ -58,13 +58,13 @@ class Result {
 int get(const Options &options, const Console &console) {
   Server server(options, console);
   const Listing listing = list_all(server);
-  Spool spool(scratch_place());
-  receive_listed(server, listing, {positions_of(options.urls, listing), {}, true}, spool);
+  Received received(scratch_place());
+  receive_listed(server, listing, {positions_of(options.urls, listing), {}, true}, received);
   Result result(options, console);
   for (const std::string &url : options.urls) {
-    const Spool::Entry *entry = spool.find(digest_of(url));
+    const Received::Entry *entry = received.find(digest_of(url));
     if (entry != nullptr)
-      result.add(url, spool.text(*entry));
+      result.add(url, received.text(*entry));
     else
       result.miss(url);
   }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 /// The descriptions that were received.
-#ifndef TOOLS_RDM_SPOOL_H
-#define TOOLS_RDM_SPOOL_H
+#ifndef TOOLS_RDM_RECEIVED_H
+#define TOOLS_RDM_RECEIVED_H
 
 #include <cstdint>
 #include <ctime>
@@ -17,11 +17,11 @@
 
 namespace rdm::client {
 
-/// Spool keeps descriptions in the order in which they came, their text in a scratch file. Of a URL, the latest
+/// Received keeps descriptions in the order in which they came, their text in a scratch file. Of a URL, the latest
 /// description counts. A description takes about 200 bytes of memory.
-class Spool {
+class Received {
  public:
-  explicit Spool(const std::string &beside) : texts_(beside) {}
+  explicit Received(const std::string &beside) : texts_(beside) {}
 
   struct Entry {
     Digest key;      // digest of the URL

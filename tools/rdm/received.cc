@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include "tools/rdm/spool.h"
+#include "tools/rdm/received.h"
 
 #include "catalog/change_times.h"
 
 namespace rdm::client {
 
-bool Spool::add(const catalog::ObjectView &object, const std::string &text) {
+bool Received::add(const catalog::ObjectView &object, const std::string &text) {
   Entry entry{digest_of(object.url()), digest_of(text), catalog::valid_change_time(object), 0, 0, true};
   entry.size = static_cast<uint32_t>(text.size());
   const auto [found, is_new] = latest_.try_emplace(entry.key, entries_.size());
@@ -20,17 +20,17 @@ bool Spool::add(const catalog::ObjectView &object, const std::string &text) {
   return true;
 }
 
-const Spool::Entry *Spool::find(const Digest &key) const {
+const Received::Entry *Received::find(const Digest &key) const {
   const auto found = latest_.find(key);
   return found == latest_.end() ? nullptr : &entries_[found->second];
 }
 
-void Spool::each(const std::function<void(const Entry &entry)> &visit) const {
+void Received::each(const std::function<void(const Entry &entry)> &visit) const {
   for (const Entry &entry : entries_)
     if (entry.is_latest) visit(entry);
 }
 
-std::string Spool::text(const Entry &entry) const {
+std::string Received::text(const Entry &entry) const {
   std::string bytes(entry.size, '\0');
   texts_.read(entry.offset, bytes.data(), bytes.size());
   return bytes;
