@@ -312,6 +312,18 @@ TEST_F(MirrorTarget, DescriptionDatedAheadIsToldOnce) {
   EXPECT_EQ(run_verb(mirror, options_).errors, "rdm: 0 new, 0 changed, 0 gone, 2 held\n");
 }
 
+TEST_F(MirrorTarget, OfARelativePathHasOneStateBeforeAndAfterItExists) {
+  const auto place = std::filesystem::current_path();
+  std::filesystem::current_path(directory_.path());
+  options_.target = "mirror.db";
+  EXPECT_EQ(run_verb(mirror, options_).status, 0);
+  EXPECT_EQ(run_verb(mirror, options_).status, 0);
+  std::filesystem::current_path(place);
+  size_t states = 0;
+  for (const auto &entry : std::filesystem::directory_iterator(options_.state)) states += !entry.path().has_extension();
+  EXPECT_EQ(states, 1u);
+}
+
 TEST_F(MirrorTarget, LinkToADatabaseStays) {
   options_.full_every = 0;
   std::filesystem::create_directory(directory_.path("place"));

@@ -18,7 +18,9 @@ namespace {
 /// stay. The path of a directory ends in a slash.
 std::string followed(const std::string &target) {
   std::error_code error;
-  std::string path = std::filesystem::weakly_canonical(target, error).string();
+  // weakly_canonical leaves a relative path relative if nothing of it exists.
+  std::string path = std::filesystem::absolute(target, error).string();
+  if (!error) path = std::filesystem::weakly_canonical(path, error).string();
   if (error) throw Failure("cannot follow " + target + ": " + error.message());
   const bool is_directory = target.ends_with('/') || std::filesystem::is_directory(path, error);
   while (path.size() > 1 && path.ends_with('/')) path.pop_back();
