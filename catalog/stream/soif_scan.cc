@@ -29,7 +29,7 @@ class ObjectScan {
       : size_(size), dead_ends_(dead_ends), input_(window, offset) {}
 
   ScanFault object() {
-    if (!header()) return fault(no_object);
+    if (const std::string text = header(); !text.empty()) return fault(text);
     for (int count = 1;; ++count) {
       if (pass_blanks() || is_dead_end(count % attributes_apart == 0)) return dead_ends_.at(offset_);
       const int c = input_.next();
@@ -66,11 +66,26 @@ class ObjectScan {
     }
   }
 
-  bool header() {
-    if (input_.next() != '@' || !soif::read_template_name(input_, buffer_)) return false;
+  /// header reads the line of template and URL, and returns the reason if it is malformed.
+  std::string header() {
+    if (input_.next() != '@') return no_object;
+    if (!soif::read_template_name(input_, buffer_)) return fault_of_token("template", soif::is_space);
     const auto url = soif::read_url(input_, buffer_);
-    if (url) url_ = *url;
-    return url.has_value();
+    if (!url) return fault_of_token("URL", soif::is_space);
+    url_ = *url;
+    return "";
+  }
+
+  /// fault_of_token returns the reason why a token could not be read: it is too long, or the file ends within it.
+  template <typename Stop>
+  std::string fault_of_token(const std::string &what, Stop stop) {
+    if (input_.met_end()) return no_object;
+    size_t size = soif::token_limit;
+    int c = input_.next();
+    for (; c != soif::end_of_input && !stop(c); c = input_.next()) ++size;
+    input_.back_up(c);
+    return "the " + what + " has " + std::to_string(size) + " bytes, more than " +
+           std::to_string(soif::token_limit - 1);
   }
 
   std::string attribute() {

@@ -158,7 +158,7 @@ std::string SoifStream::bytes_between(int64_t start, int64_t end) const {
   std::string bytes(static_cast<size_t>(end - start), '\0');
   for (size_t held = 0, got = 0; held < bytes.size(); held += got) {
     got = read_at(start + static_cast<int64_t>(held), bytes.data() + held, bytes.size() - held);
-    if (got == 0) throw Failure("cannot read " + name_);
+    if (got == 0) throw Failure("cannot read " + name_ + ": it has become shorter");
   }
   return bytes;
 }

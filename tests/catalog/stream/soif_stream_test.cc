@@ -88,6 +88,17 @@ TEST(SoifStream, FindsTheObjectAfterAMalformedOneOfAnySize) {
   }
 }
 
+TEST(SoifStream, SaysWhichTokenIsTooLong) {
+  const auto reason = [](const std::string &head) {
+    const Submission submission("@" + head + "\n}\n");
+    return SoifStream(submission.descriptor(), submission.path()).next()->reason;
+  };
+  EXPECT_EQ(reason("D { " + std::string(4095, 'u')), "");
+  EXPECT_EQ(reason("D { " + std::string(4096, 'u')), "the URL has 4096 bytes, more than 4095");
+  EXPECT_EQ(reason("D { " + std::string(50'000, 'u')), "the URL has 50000 bytes, more than 4095");
+  EXPECT_EQ(reason(std::string(5000, 'D') + " { u"), "the template has 5000 bytes, more than 4095");
+}
+
 TEST(SoifStream, AFileThatBecomesShorterIsNoShorterStream) {
   std::string objects;
   for (int i = 0; i < 20'000; ++i) objects += "@DOCUMENT { x\n}\n";
@@ -99,6 +110,19 @@ TEST(SoifStream, AFileThatBecomesShorterIsNoShorterStream) {
     while (stream.next()) continue;
   };
   EXPECT_THROW(read_on(), catalog::Failure);
+}
+
+TEST(SoifStream, SaysThatAFileBecameShorterWithinAnObject) {
+  const Submission submission("@DOCUMENT { x\n}\n");
+  SoifStream stream(submission.descriptor(), submission.path());
+  const auto item = stream.next();
+  ASSERT_EQ(::truncate(submission.path().c_str(), 3), 0);
+  try {
+    stream.bytes_of(*item);
+    ADD_FAILURE() << "bytes that are not there";
+  } catch (const catalog::Failure &failure) {
+    EXPECT_STREQ(failure.what(), "cannot read the input: it has become shorter");
+  }
 }
 
 TEST(SoifStream, LeavesTheDescriptorAtTheEnd) {

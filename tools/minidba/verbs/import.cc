@@ -88,7 +88,7 @@ class ImportStream {
   void take_unnumbered() {
     for (const SoifStream::Item &item : unnumbered_) {
       std::optional<ObjectView> object = ObjectView::read_owned(stream_.bytes_of(item));
-      if (!object) throw Failure("cannot read " + stream_.name());
+      if (!object) throw Failure("cannot read " + stream_.name() + ": it has changed");
       const std::string reason = import_.add_unnumbered(*object);
       if (reason.empty()) ++renumbered_;
       SoifStream::Item named{item.number, item.offset, item.end, {}, {}};
