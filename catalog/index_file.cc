@@ -53,6 +53,7 @@ std::vector<IndexEntry> decode(std::string_view bytes, const std::string &path) 
 }
 
 std::string content_of(const std::string &path) {
+  require_regular(path);
   const HostFileGuard file = open_file(path, O_RDONLY);
   std::string bytes;
   char block[1 << 16];

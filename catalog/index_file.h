@@ -26,7 +26,8 @@ bool precedes(const IndexEntry &a, const IndexEntry &b);
 std::string encode(const std::vector<IndexEntry> &entries);
 std::vector<IndexEntry> decode(std::string_view bytes, const std::string &path);
 
-/// content_of returns the bytes of a file. Throws a SystemFailure if it cannot be read.
+/// content_of returns the bytes of a regular file. Throws a Failure if it is another one, and a SystemFailure if it
+/// cannot be read.
 std::string content_of(const std::string &path);
 
 /// read_index returns the entries of an index file. Throws a SystemFailure if the file cannot be read, and a Failure if

@@ -52,8 +52,6 @@ UsedNumbers used_in(const HashTable &table) {
 }
 
 UsedNumbers used_numbers(const std::string &database) {
-  if (const auto status = status_of(database); status && !S_ISREG(status->st_mode))
-    throw Failure("not a regular file: " + database);
   File::open(database);
   UsedNumbers used;
   std::string ignored;

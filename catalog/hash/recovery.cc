@@ -21,12 +21,6 @@ namespace slot_mark = hashdb::slot_mark;
 
 constexpr uint32_t sampled_buckets = 64;
 
-File open_to_recover(const std::string &path) {
-  if (const auto status = status_of(path); status && !S_ISREG(status->st_mode))
-    throw Failure("not a regular file: " + path);
-  return File::open(path);
-}
-
 /// Slots reads the numbers at the start of a page, in this machine's byte order. Past the end of the page they are 0.
 class Slots {
  public:
@@ -83,7 +77,7 @@ std::optional<size_t> begin_of(const std::string &bytes, size_t floor, size_t en
 }  // namespace
 
 RecoveryReader::RecoveryReader(const std::string &path)
-    : file_(open_to_recover(path)), size_(file_.size()), header_(stored_header()) {
+    : file_(File::open(path)), size_(file_.size()), header_(stored_header()) {
   is_sound_ = header_.has_value();
   if (!header_) header_ = guessed_header();
   page_shift_ = header_ ? header_->page_shift : guessed_shift();

@@ -62,6 +62,11 @@ std::string directory_of(const std::string &path) {
   return directory.empty() ? "." : directory;
 }
 
+void require_regular(const std::string &path) {
+  if (const auto status = status_of(path); status && !S_ISREG(status->st_mode))
+    throw Failure("not a regular file: " + path);
+}
+
 std::string followed_link(const std::string &path) {
   std::error_code error;
   if (!fs::is_symlink(path, error)) return path;
@@ -88,6 +93,7 @@ File File::create(const std::string &path, mode_t mode) {
 }
 
 File File::open(const std::string &path) {
+  require_regular(path);
   HostFileGuard file = open_file(path, O_RDONLY);
   if (!file) throw system_failure("cannot open " + path);
   return File(std::move(file), path);

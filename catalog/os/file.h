@@ -23,6 +23,10 @@ std::string directory_of(const std::string &path);
 /// errors.
 std::optional<struct stat> status_of(const std::string &path);
 
+/// require_regular throws a Failure if a path leads to a file that is not regular: open would wait for the writer of a
+/// pipe. It leaves a missing file to the caller.
+void require_regular(const std::string &path);
+
 /// followed_link returns the target of a path that is a symbolic link, and any other path as it is: a rename would
 /// replace the link. Throws a Failure for a dangling link.
 std::string followed_link(const std::string &path);
@@ -37,7 +41,7 @@ class File {
   File(HostFileGuard file, std::string name) : file_(std::move(file)), name_(std::move(name)) {}
   /// create creates a file (O_EXCL) and opens it for reading and writing.
   static File create(const std::string &path, mode_t mode = 0644);
-  /// open opens an existing file for reading.
+  /// open opens an existing regular file for reading.
   static File open(const std::string &path);
 
   /// descriptor returns the descriptor, which stays open as long as this object.

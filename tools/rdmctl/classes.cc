@@ -10,6 +10,7 @@
 #include <libcs/tax.h>
 
 #include "catalog/os/error.h"
+#include "catalog/os/file.h"
 #include "libcs/guard.h"
 
 namespace rdm::rdmctl {
@@ -41,6 +42,7 @@ void add(Classification *node, void *argument) {
 }  // namespace
 
 Classes::Classes(const std::string &path) {
+  catalog::require_regular(path);
   if (::access(path.c_str(), R_OK) != 0) throw catalog::system_failure("cannot read " + path);
   const TaxonomyGuard taxonomy(taxonomy_load(path.c_str()));
   if (!taxonomy || taxonomy->id == nullptr) throw catalog::Failure("no taxonomy in " + path);

@@ -15,6 +15,7 @@ using catalog::Failure;
 }  // namespace
 
 void require_readable(const std::string &config) {
+  catalog::require_regular(config);
   const HostFileGuard file(host_open_read(config.c_str()));
   char byte = 0;
   if (!file || host_read(file.get(), &byte, 1) < 0) throw catalog::system_failure("cannot read " + config);
@@ -32,9 +33,27 @@ std::string setting_of(const std::string &config, const std::string &name) {
   return "";
 }
 
+namespace {
+
+/// require_services returns the path of the list of catalog services. Throws a Failure if none is configured or it
+/// cannot be read.
+std::string require_services(const std::string &config) {
+  const std::string list = setting_of(config, "csid-config");
+  if (list.empty()) throw Failure("no csid-config in " + config);
+  require_readable(list);
+  return list;
+}
+
+}  // namespace
+
+std::vector<check::ConfiguredCatalog> readable_catalogs(const std::string &config) {
+  require_services(config);
+  return check::configured_catalogs(config);
+}
+
 std::string file_of_service(const std::string &config, const std::string &csid, const std::string &key) {
   check::Findings ignored;
-  check::Report report(setting_of(config, "csid-config"), ignored);
+  check::Report report(require_services(config), ignored);
   for (const check::CatalogService &service :
        check::read_services(report).value_or(std::vector<check::CatalogService>())) {
     if (service.csid != csid) continue;
@@ -46,9 +65,10 @@ std::string file_of_service(const std::string &config, const std::string &csid, 
 
 std::string description_file(const std::string &word, const std::string &config, const std::string &key) {
   if (config.empty() && is_url(word)) throw Failure(word + " is a CSID: name the configuration with --config");
-  if (config.empty() || (!is_url(word) && catalog::status_of(word))) return word;
-  std::string file = file_of_service(config, word, key);
+  const bool is_file = config.empty() || (!is_url(word) && catalog::status_of(word));
+  std::string file = is_file ? word : file_of_service(config, word, key);
   if (file.empty()) throw Failure("catalog service " + word + " has no " + key + " in " + config);
+  require_readable(file);
   return file;
 }
 

@@ -85,6 +85,7 @@ Json report_of(const Publication &publication, const std::string &source, bool i
 
 void append_report(const std::string &database, const Json &report) {
   const std::string path = imports_path(database);
+  catalog::require_regular(path);
   const File file = open_reports(database);
   if (file.descriptor() == -1) throw catalog::system_failure("cannot open " + path);
   const std::string line = (lacks_newline(file) ? "\n" : "") + text_of(report) + "\n";

@@ -7,6 +7,7 @@
 #include <libcs/cs.h>
 
 #include "catalog/os/error.h"
+#include "catalog/os/file.h"
 #include "catalog/record.h"
 #include "catalog/stream/dump_format.h"
 #include "qxapi/ascii.h"
@@ -79,6 +80,7 @@ std::string fault_of(const std::string &name, std::string_view value) {
 }  // namespace
 
 Validator::Validator(const std::string &schema, const std::string &taxonomy) : has_schema_(!schema.empty()) {
+  if (has_schema_) catalog::require_regular(schema);
   if (has_schema_ && schema_translate_init(schema.c_str()) != 0) throw Failure("not a schema description: " + schema);
   if (!taxonomy.empty()) classes_.emplace(taxonomy);
 }

@@ -279,13 +279,21 @@ TEST_F(Publish, TheReportsBelongToWhoOwnsTheDatabase) {
 }
 
 TEST_F(Publish, AReportThatCannotBeKeptIsAMessage) {
-  fs::create_directory(catalog_.path(".imports"));
-  const Finished finished = publish({"-"}, described(1, 1));
-  EXPECT_EQ(finished.status, 1);
-  EXPECT_EQ(finished.errors,
-            "rdmctl: the report is not kept: cannot open " + catalog_.path(".imports") + ": Is a directory\n");
-  EXPECT_EQ(verdict(), "sound: 1 description, 1 index entry\n");
-  EXPECT_EQ(rdmctl({"imports", catalog_.path()}).status, 2);
+  const std::string imports = catalog_.path(".imports"), reason = "not a regular file: " + imports + "\n";
+  const auto expect_message = [&] {
+    const Finished finished = publish({"-"}, described(1, 1));
+    EXPECT_EQ(finished.status, 1);
+    EXPECT_EQ(finished.errors, "rdmctl: the report is not kept: " + reason);
+    EXPECT_EQ(verdict(), "sound: 1 description, 1 index entry\n");
+    const Finished shown = rdmctl({"imports", catalog_.path()});
+    EXPECT_EQ(shown.status, 2);
+    EXPECT_EQ(shown.errors, "rdmctl: " + reason);
+  };
+  fs::create_directory(imports);
+  expect_message();
+  fs::remove(imports);
+  ASSERT_EQ(::mkfifo(imports.c_str(), 0600), 0);
+  expect_message();  // and waits for no writer of the pipe
 }
 
 TEST_F(Publish, AFullStandardOutputDoesNotHideThatTheCatalogHasChanged) {

@@ -62,6 +62,22 @@ TEST_F(ServiceVerbs, CatalogsNamesThoseThatItCannotRead) {
   EXPECT_EQ(rows[2]["failure"], "no such database: /nowhere/b");
 }
 
+TEST_F(ServiceVerbs, CatalogsFailsIfTheListOfServicesCannotBeRead) {
+  const std::string list = service_.path("csid.conf");
+  std::filesystem::remove(list);
+  for (const std::vector<std::string> &words :
+       {std::vector<std::string>{"catalogs"}, {"imports", csid}, {"taxonomy", "show", csid}}) {
+    const Finished finished = run(words);
+    EXPECT_EQ(finished.status, 2);
+    EXPECT_EQ(finished.out, "");
+    EXPECT_EQ(finished.errors, "rdmctl: cannot read " + list + ": No such file or directory\n");
+  }
+  ASSERT_EQ(::mkfifo(list.c_str(), 0600), 0);
+  EXPECT_EQ(run({"catalogs"}).errors, "rdmctl: not a regular file: " + list + "\n");
+  service_.write("rdm.conf", "bindir=\"/\"\n");
+  EXPECT_EQ(run({"catalogs"}).errors, "rdmctl: no csid-config in " + service_.config() + "\n");
+}
+
 TEST_F(ServiceVerbs, ADatabaseThatWasNotPublishedHasNoTime) {
   std::filesystem::remove(database() + ".imports");
   EXPECT_THAT(run({"catalogs"}).out, testing::Not(HasSubstr("published")));
@@ -263,7 +279,7 @@ TEST_F(ServiceVerbs, TranslateRefusesWhatIsNoSchema) {
   const std::pair<std::vector<std::string>, std::string> cases[] = {
       {{"translate", rootless, "title"}, "the schema has no root table, which is the one with a column \"id\""},
       {{"translate", empty, "title"}, "not a schema description: " + empty},
-      {{"translate", "/nowhere/s", "title"}, "not a schema description: /nowhere/s"},
+      {{"translate", "/nowhere/s", "title"}, "cannot read /nowhere/s: No such file or directory"},
       {{"translate", csid, "title"}, csid + " is a CSID: name the configuration with --config"},
       {{"translate", "--config", service_.config(), csid, "title"},
        "catalog service " + csid + " has no schema-description in " + service_.config()},

@@ -160,7 +160,6 @@ size_t check_classes(const std::string &path, const Options &options, Faults &fa
 }
 
 int check(const std::string &path, const Options &options, std::ostream &out) {
-  require_readable(path);
   Faults faults;
   check_answer(path, faults);
   const size_t classes = check_classes(path, options, faults);
