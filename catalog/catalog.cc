@@ -10,7 +10,7 @@
 namespace rdm::catalog {
 namespace {
 
-constexpr char hint[] = " (--skip-damaged leaves it out)";
+constexpr char hint[] = " (--skip-damaged of minidba leaves it out)";
 
 /// checked returns an object or an outline, unless there is none.
 template <typename Object>

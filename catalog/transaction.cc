@@ -335,9 +335,11 @@ WriteTransaction::WriteTransaction(const std::string &database, const WriteSetti
 void WriteTransaction::mend() const try {
   if (!lock_) return;
   const std::string index = index_path(catalog_.path());
+  const bool is_missing = !status_of(index);
   if (mend_index(*lock_, catalog_))
-    damage_("mended: " + index + ": it was not of this database: a publisher was killed");
-  else if (!status_of(index) && has_other_index(catalog_))
+    damage_("mended: " + index + ": it was " + (is_missing ? "missing" : "not the index of this database") +
+            ", and is written again from the records");
+  else if (is_missing && has_other_index(catalog_))
     damage_(index +
             " is missing, and the records are not those that were published: another program has changed them, "
             "or they are damaged");

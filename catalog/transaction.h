@@ -39,7 +39,7 @@ void publish(
     const ProgressCallback &progress = [](int64_t, int64_t) {});
 
 /// has_other_index returns true if a database was published together with an index, and the file beside it is not that
-/// index: the publisher was killed between two renames, or another program has changed the database or the index.
+/// index: a command was interrupted between two renames, or another program has changed the database or the index.
 bool has_other_index(const Catalog &catalog);
 /// mend_index writes the index beside a database for which has_other_index returns true, provided that the records give
 /// the index which was published with it. Returns true if it has written the index. Throws a Failure if the records or

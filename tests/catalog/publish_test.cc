@@ -125,8 +125,23 @@ TEST_F(Publishing, AKilledPublishersIndexIsMendedByTheNextTransaction) {
   EXPECT_EQ(read_file(index()), right_index());
   EXPECT_FALSE(has_other_index(Catalog(path())));
   EXPECT_FALSE(support::file_exists(path(".idx.new")));
+  EXPECT_THAT(messages, testing::ElementsAre("mended: " + index() +
+                                             ": it was not the index of this database, and is written again from the "
+                                             "records"));
+}
+
+TEST_F(Publishing, AMissingIndexIsMendedByTheNextTransaction) {
+  publish(1, 3);
+  const std::string right = read_file(index());
+  std::filesystem::remove(index());
+  { const Lock released(std::move(lock_)); }
+  std::vector<std::string> messages;
+  catalog::WriteSettings settings;
+  settings.damage = [&](const std::string &text) { messages.push_back(text); };
+  { const WriteTransaction next(path(), settings); }
+  EXPECT_EQ(read_file(index()), right);
   EXPECT_THAT(messages,
-              testing::ElementsAre("mended: " + index() + ": it was not of this database: a publisher was killed"));
+              testing::ElementsAre("mended: " + index() + ": it was missing, and is written again from the records"));
 }
 
 TEST_F(Publishing, TheFirstIndexOfACatalogIsMendedToo) {
@@ -142,8 +157,9 @@ TEST_F(Publishing, VerifyReportsAnIndexOfAnotherState) {
   publish(1, 3);
   publish_without_index(3, 5);
   const std::string text =
-      "minidba: the index is not the one that was published with the database: a command was killed between two "
-      "renames; the next one that changes the catalog writes it, or run minidba index\n";
+      "minidba: the index is not the one that was published with the database: a command was interrupted between "
+      "two renames, or another program has changed one of them; the next command that changes the catalog writes it, "
+      "or run minidba index\n";
   const auto verdict = files_.run({"verify"});
   EXPECT_EQ(verdict.errors, text);
   EXPECT_EQ(verdict.out, "sound: 5 descriptions, 3 index entries, no URL map, index older than the database\n");

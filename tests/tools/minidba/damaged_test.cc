@@ -17,7 +17,7 @@ namespace {
 using support::Finished;
 using testing::HasSubstr;
 
-constexpr char hint[] = " (--skip-damaged leaves it out)\n";
+constexpr char hint[] = " (--skip-damaged of minidba leaves it out)\n";
 
 /// Regression: after a bit of a value had flipped, update copied the record, index wrote its new checksum, and verify
 /// called the catalog sound.

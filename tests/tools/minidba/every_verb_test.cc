@@ -56,7 +56,7 @@ TEST_F(EveryVerb, RefusesARecordThatIsNotAnObjectAndChangesNothing) {
     EXPECT_EQ(finished.status, 2) << words[0];
     EXPECT_EQ(finished.out, "") << words[0];
     EXPECT_EQ(finished.errors, "minidba: damaged record 1 in " + catalog_.path() +
-                                   ": it is not a SOIF object (--skip-damaged leaves it out)\n")
+                                   ": it is not a SOIF object (--skip-damaged of minidba leaves it out)\n")
         << words[0];
     EXPECT_TRUE(contents() == before) << words[0];
   }

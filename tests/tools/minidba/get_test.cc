@@ -68,7 +68,7 @@ TEST_F(Get, ADamagedRecordIsPrintedButNotAsJson) {
   const Finished finished = catalog_.run({"get", "2", "--json"});
   EXPECT_EQ(finished.status, 2);
   EXPECT_EQ(finished.errors, "minidba: damaged record 2 in " + catalog_.path() +
-                                 ": it is not a SOIF object (--skip-damaged leaves it out)\n");
+                                 ": it is not a SOIF object (--skip-damaged of minidba leaves it out)\n");
 }
 
 }  // namespace

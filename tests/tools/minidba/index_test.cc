@@ -70,7 +70,7 @@ TEST_F(Index, ARecordWithANonNumericKeyIsRefused) {
   const Finished finished = catalog_.index();
   EXPECT_EQ(finished.status, 2);
   EXPECT_EQ(finished.errors, "minidba: damaged record \"short\" in " + catalog_.path() +
-                                 ": its key is not a number (--skip-damaged leaves it out)\n");
+                                 ": its key is not a number (--skip-damaged of minidba leaves it out)\n");
   EXPECT_EQ(support::read_file(catalog_.path(".idx")), before);
 }
 

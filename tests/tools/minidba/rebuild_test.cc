@@ -121,7 +121,7 @@ TEST_F(Rebuild, ARecordUnderAnotherKeyIsNotLost) {
       "damaged record 5 (http://localhost/2) in " + catalog_.path() + ": it is not found by its key";
   Finished finished = catalog_.run({"rebuild"});
   EXPECT_EQ(finished.status, 2);
-  EXPECT_EQ(finished.errors, "minidba: " + fault + " (--skip-damaged leaves it out)\n");
+  EXPECT_EQ(finished.errors, "minidba: " + fault + " (--skip-damaged of minidba leaves it out)\n");
   EXPECT_TRUE(support::read_file(catalog_.path()) == bytes);
   finished = catalog_.run({"rebuild", "--skip-damaged"});
   EXPECT_EQ(finished.status, 1);

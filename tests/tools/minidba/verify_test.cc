@@ -324,7 +324,7 @@ TEST_F(Verify, ReportsDamagedPagesAndTheDescriptionsTheyHide) {
   EXPECT_THAT(finished.errors, HasSubstr("which is not there\n")) << "the index still has what the page hides";
   EXPECT_THAT(finished.out, testing::StartsWith("damaged: "));
   EXPECT_EQ(catalog.run({"list"}).errors,
-            "minidba: damaged page in " + catalog.path() + " (--skip-damaged leaves it out)\n");
+            "minidba: damaged page in " + catalog.path() + " (--skip-damaged of minidba leaves it out)\n");
 }
 
 /// change_bytes replaces a text in a file with another of the same length.

@@ -249,8 +249,9 @@ void check_index(const Options &options, const Catalog &catalog, Findings &findi
 std::string note_of(const Findings &findings) {
   const Behind &behind = findings.behind;
   if (findings.is_other_index)
-    return "the index is not the one that was published with the database: a command was killed between two renames; "
-           "the next one that changes the catalog writes it, or run minidba index";
+    return "the index is not the one that was published with the database: a command was interrupted between two "
+           "renames, or another program has changed one of them; the next command that changes the catalog writes it, "
+           "or run minidba index";
   if (behind.is_earlier) return "the index is of an earlier catalog of this name: run minidba index";
   return "the index is older than the database, by " + std::to_string(behind.added) + " new, " +
          std::to_string(behind.changed) + " changed and " + std::to_string(behind.removed) +
