@@ -324,8 +324,19 @@ std::optional<Lock> lock_for_writing(const std::string &database, const WriteSet
   return Lock(database, settings.lock_timeout, settings.waiting);
 }
 
+Catalog open_locked(Lock *lock, const std::string &database, IfMissing if_missing) {
+  try {
+    return Catalog(database, if_missing);
+  } catch (const Failure &) {
+    if (lock != nullptr) lock->withdraw();
+    throw;
+  }
+}
+
 WriteTransaction::WriteTransaction(const std::string &database, const WriteSettings &settings)
-    : damage_(settings.damage), lock_(lock_for_writing(database, settings)), catalog_(database, settings.if_missing) {
+    : damage_(settings.damage),
+      lock_(lock_for_writing(database, settings)),
+      catalog_(open_locked(lock_ ? &*lock_ : nullptr, database, settings.if_missing)) {
   mend();
   settings.prepare(catalog_);
   if (settings.if_missing == IfMissing::error) begin();

@@ -85,6 +85,10 @@ struct WriteSettings {
 /// missing database is a Failure, and no lock file is created. Throws a Failure if the lock cannot be taken in time.
 std::optional<Lock> lock_for_writing(const std::string &database, const WriteSettings &settings);
 
+/// open_locked opens the catalog of a lock, which may be null. If that fails, it calls Lock::withdraw and throws the
+/// Failure.
+Catalog open_locked(Lock *lock, const std::string &database, IfMissing if_missing = IfMissing::error);
+
 /// WriteTransaction holds the lock of a catalog, so that no other writer changes it. A dry run takes no lock and writes
 /// nothing. A Failure leaves the catalog as it was, unless its text says that a file is replaced.
 class WriteTransaction {

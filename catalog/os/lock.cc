@@ -125,7 +125,8 @@ Lock::Lock(const std::string &database, double seconds, const Message &message) 
 /// A writer that waits for the lock of a removed file notices that its path does not name it, and opens the path again.
 Lock::~Lock() {
   const std::string path = path_for(database_);
-  if (file_ && is_created_ && is_absent(database_) && is_named(file_, path)) ::unlink(path.c_str());
+  const bool is_useless = file_ && is_created_ && (is_withdrawn_ || is_absent(database_));
+  if (is_useless && is_named(file_, path)) ::unlink(path.c_str());
 }
 
 void Lock::open() {

@@ -10,8 +10,8 @@
 
 namespace rdm::catalog {
 
-/// Lock holds the lock of a catalog for its lifetime. The lock file stays, unless this Lock has created it and there is
-/// no database when it ends.
+/// Lock holds the lock of a catalog for its lifetime. The lock file stays, unless this Lock has created it and, when it
+/// ends, there is no database or withdraw was called.
 class Lock {
  public:
   /// path_for returns the path of the lock file of a database.
@@ -27,13 +27,17 @@ class Lock {
   Lock &operator=(Lock &&) = delete;
   ~Lock();
 
+  /// withdraw says that the database cannot be opened: it may be a file of another kind, beside which no lock file is
+  /// to stay.
+  void withdraw() { is_withdrawn_ = true; }
+
  private:
   void open();
   void wait(double seconds, const Message &message) const;
 
   std::string database_;
   HostFileGuard file_;
-  bool is_created_ = false;
+  bool is_created_ = false, is_withdrawn_ = false;
 };
 
 }  // namespace rdm::catalog

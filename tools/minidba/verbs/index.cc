@@ -62,8 +62,9 @@ void check(const Comparison &comparison, const Options &options) {
 }  // namespace
 
 int index(const Options &options, const Console &console) {
-  const std::optional<Lock> lock = lock_for_writing(options.database, write_settings(options, console));
-  Catalog catalog(options.database);
+  check_target(options);
+  std::optional<Lock> lock = lock_for_writing(options.database, write_settings(options, console));
+  Catalog catalog = open_locked(lock ? &*lock : nullptr, options.database);
   const KnownRecords known = known_records(options, catalog, console);
   if (!options.accept_damage) catalog.remember(known);
   skip_damaged(catalog, options, console);

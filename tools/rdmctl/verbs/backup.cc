@@ -25,8 +25,8 @@ std::vector<std::string> files_beside(const std::string &database) {
           imports_path(database)};
 }
 
-/// is_catalog returns true if a database has files that belong to it. A lock proves nothing: a command leaves one
-/// beside each file that it was told to be a database.
+/// is_catalog returns true if a database has files that belong to it. A lock proves nothing: a command that is
+/// killed leaves one beside any file that it was told to be a database.
 bool is_catalog(const std::string &database) {
   const std::vector<std::string> files = files_beside(database);
   return std::any_of(files.begin(), files.end(), [&](const std::string &file) {
@@ -75,8 +75,8 @@ Lock lock_of(const std::string &database, const Options &options, std::ostream &
 /// state.
 Catalog open(const std::string &database, const Options &options, std::ostream &errors) {
   if (!catalog::status_of(database)) throw Failure("no such database: " + database);
-  const Lock lock = lock_of(database, options, errors);
-  Catalog opened(database);
+  Lock lock = lock_of(database, options, errors);
+  Catalog opened = catalog::open_locked(&lock, database);
   opened.remember(known_records(opened));
   return opened;
 }
@@ -94,14 +94,16 @@ void show(const Options &options, const std::string &file, std::ostream &out) {
 
 int backup(const Options &options, std::ostream &out, std::ostream &errors) {
   const std::string database = database_of(options.target, options.config);
-  check_file(options.other, database);
-  check_backup_target(options.other);
+  // A rename would replace a link.
+  const std::string file = catalog::followed_link(options.other);
+  check_file(file, database);
+  check_backup_target(file);
   const Catalog opened = open(database, options, errors);
   {
     tools::Progress progress(errors, shows_progress(options), "rdmctl: writing");
-    back_up(opened, options.other, shown_by(progress));
+    back_up(opened, file, shown_by(progress));
   }
-  show(options, options.other, out);
+  show(options, file, out);
   return exit_done;
 }
 
