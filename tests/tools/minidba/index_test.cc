@@ -3,6 +3,7 @@
 #include <zlib.h>
 
 #include <ctime>
+#include <utility>
 
 #include <gtest/gtest.h>
 #include <libcs/cs.h>
@@ -60,6 +61,39 @@ TEST_F(Index, IsReplacedAsAWhole) {
   EXPECT_EQ(catalog_.index().out, "2\n");
   stat(catalog_.path(".idx").c_str(), &after);
   EXPECT_NE(before.st_ino, after.st_ino) << "a reader keeps the old file";
+}
+
+TEST_F(Index, ReplacesNoFileThatIsNoIndex) {
+  catalog_.update(rd("http://localhost/1", {{"title", "One"}}));
+  const std::string other = catalog_.path(".conf");
+  for (const std::string text : {"x", "csid=\"a configuration\"\n"}) {
+    support::write_file(other, text);
+    for (const std::vector<std::string> &words :
+         {std::vector<std::string>{"-i", other, "index"}, {"-i", other, "index", "--dry-run"}}) {
+      const Finished finished = support::run(catalog_.command(words));
+      EXPECT_EQ(finished.status, 2);
+      EXPECT_EQ(finished.out, "");
+      EXPECT_EQ(finished.errors, "minidba: index not written: " + other +
+                                     " exists and is no index: name another file, or remove it if it is a damaged "
+                                     "index\n");
+    }
+    EXPECT_EQ(support::read_file(other), text);
+  }
+  EXPECT_EQ(support::run(catalog_.command({"-i", "/dev/null", "index"})).errors,
+            "minidba: not a regular file: /dev/null\n");
+}
+
+TEST_F(Index, ReplacesAnIndexAndAnEmptyFileOfAnyNameAndAnyFileBesideTheDatabase) {
+  catalog_.update(rd("http://localhost/1", {{"title", "One"}}));
+  catalog_.index();
+  const std::string index = support::read_file(catalog_.path(".idx")), other = catalog_.path(".other");
+  const std::pair<std::string, std::string> rows[] = {
+      {other, index}, {other, ""}, {other, index.substr(0, 10)}, {catalog_.path(".idx"), "damaged"}};
+  for (const auto &[file, text] : rows) {
+    support::write_file(file, text);
+    EXPECT_EQ(support::run(catalog_.command({"-i", file, "index"})).out, "1\n");
+    EXPECT_EQ(support::read_file(file), index);
+  }
 }
 
 TEST_F(Index, ARecordWithANonNumericKeyIsRefused) {

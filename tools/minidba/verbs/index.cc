@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <algorithm>
 #include <optional>
 
 #include "catalog/maintenance.h"
@@ -43,6 +44,20 @@ Entries compared_entries(const Catalog &catalog, Comparison &comparison, const C
     comparison.compare(entry, record);
     progress.advance(1, static_cast<int64_t>(record.size()));
   });
+}
+
+/// check_target throws a Failure if a file would be replaced that is neither empty nor an index: a mistyped name must
+/// not cost a file. The file beside the database may be a damaged index.
+void check_target(const Options &options) {
+  const std::string &index = options.index;
+  require_regular(index);
+  const auto status = status_of(index);
+  if (!status || status->st_size == 0 || index == index_path(options.database)) return;
+  std::string head(std::min<size_t>(index_format::header_size, static_cast<size_t>(status->st_size)), '\0');
+  File::open(index).read_at(0, head.data(), head.size());
+  if (!index_format::has_magic(head))
+    throw Failure("index not written: " + index +
+                  " exists and is no index: name another file, or remove it if it is a damaged index");
 }
 
 /// keep_hidden adds the old entries of damaged records. Without its entry, a record would look new to the next index.
