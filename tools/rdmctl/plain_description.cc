@@ -8,6 +8,7 @@
 
 #include "catalog/os/error.h"
 #include "catalog/record.h"
+#include "qxapi/ascii.h"
 #include "qxapi/words.h"
 
 namespace rdm::rdmctl {
@@ -26,6 +27,19 @@ std::string printed(const Object &object) {
   for (const auto &[name, value] : object.attributes)
     text += catalog::attribute_head(name, value.size()) + value + "\n";
   return text + "}\n";
+}
+
+/// Part is a template that a kind of description consists of.
+struct Part {
+  std::string_view kind, template_name;
+};
+constexpr Part parts[] = {
+    {"server", "SERVER"}, {"schema", "SCHEMA"}, {"taxonomy", "TAXONOMY"}, {"taxonomy", "CLASSIFICATION"}};
+
+bool is_part(std::string_view kind, std::string_view template_name) {
+  return std::any_of(std::begin(parts), std::end(parts), [&](const Part &part) {
+    return part.kind == kind && ascii::iequals(part.template_name, template_name);
+  });
 }
 
 /// is_name returns true if a text can be the name of an attribute or of a template.
@@ -90,6 +104,8 @@ void PlainReader::take(std::string_view line) {
 void PlainReader::begin_object(std::string_view line) {
   const std::vector<std::string_view> words = words_of(line, blanks);
   if (words.empty() || words.size() > 2 || !is_name(words[0])) fail("not of the form @TEMPLATE URL");
+  if (!is_part(wanted_.kind, words[0]))
+    fail("a " + wanted_.kind + " description has no object @" + std::string(words[0]));
   objects_.push_back({std::string(words[0]), words.size() > 1 ? std::string(words[1]) : "-", {}});
   current_ = objects_.size() - 1;
   can_continue_ = false;

@@ -3,7 +3,7 @@
 ///
 /// The text, line by line:
 ///   # ...                                 a comment; so is an empty line
-///   @TEMPLATE URL                         begins an object
+///   @TEMPLATE URL                         begins an object: @SERVER, @SCHEMA, @TAXONOMY or @CLASSIFICATION
 ///   NAME: VALUE                           an attribute
 ///     MORE                                an indented line continues the value on a new line; "." alone is an empty
 ///     one

@@ -40,8 +40,8 @@ CatalogService *begin_service(std::vector<CatalogService> &services, const Pair 
   if (earlier != services.end())
     report.error(csid.line, "the service " + quote(csid.value) + " was given in line " + std::to_string(earlier->line) +
                                 "; this one is ignored");
-  else if (!csid.value.empty() && !is_service_url(csid.value))
-    report.warning(csid.line, quote(csid.value) + " is not of the form x-catalog://HOST:PORT/NAME");
+  else if (!csid.value.empty())
+    check_csid(csid.value, csid.line, report);
   if (services.size() == service_limit)
     report.error(csid.line, "more than 63 services; this one and those after it are ignored");
   services.push_back(CatalogService{csid.value, csid.line, {}});
@@ -84,6 +84,10 @@ void check_file(const Pair &file, Report &report) {
 }
 
 }  // namespace
+
+void check_csid(const std::string &csid, int line, Report &report) {
+  if (!is_service_url(csid)) report.warning(line, quote(csid) + " is not of the form x-catalog://HOST:PORT/NAME");
+}
 
 std::span<const std::string_view> service_names() { return known_names; }
 

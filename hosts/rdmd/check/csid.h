@@ -19,6 +19,9 @@ struct CatalogService {
   Settings settings;
 };
 
+/// check_csid warns of a CSID that is not of the form x-catalog://HOST:PORT/NAME.
+void check_csid(const std::string &csid, int line, Report &report);
+
 /// service_names returns the names that a catalog service may have.
 std::span<const std::string_view> service_names();
 

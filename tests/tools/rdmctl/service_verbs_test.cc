@@ -525,16 +525,20 @@ TEST(Describe, NamesTheLineThatItDoesNotUnderstand) {
       {"server", "@\n", "1: not of the form @TEMPLATE URL"},
       {"server", "@A b c\n", "1: not of the form @TEMPLATE URL"},
       {"server", "\n@A{ b\n", "2: not of the form @TEMPLATE URL"},
-      {"server", "@A b\nno value\n", "2: not of the form NAME: VALUE"},
-      {"server", "@A b\na name: x\n", "2: not of the form NAME: VALUE"},
-      {"server", "@A b\n  more\n", "2: an indented line continues a value, and there is none"},
-      {"server", "@A b\na = t.c\n", "2: only a schema has columns"},
-      {"schema", "@A b\na = t\n", "2: not of the form NAME = TABLE.COLUMN [TYPE] [internal]"},
-      {"schema", "@A b\na =\n", "2: not of the form NAME = TABLE.COLUMN [TYPE] [internal]"},
-      {"schema", "@A b\na = .c\n", "2: not of the form NAME = TABLE.COLUMN [TYPE] [internal]"},
-      {"schema", "@A b\na = t.c text\n", "2: unknown type text: not one of int, serial, date, string, float, blob"},
-      {"taxonomy", "@A b\n- c: C\n", "2: a class before the id of the taxonomy"},
-      {"taxonomy", "@A b\nid: i\n- a b: C\n", "3: not of the form - ID: DESCRIPTION"},
+      {"server", "@SCHEMA b\n", "1: a server description has no object @SCHEMA"},
+      {"schema", "@schema b\n@SERVER b\n", "2: a schema description has no object @SERVER"},
+      {"taxonomy", "@SERVER b\n", "1: a taxonomy description has no object @SERVER"},
+      {"server", "@SERVER b\nno value\n", "2: not of the form NAME: VALUE"},
+      {"server", "@SERVER b\na name: x\n", "2: not of the form NAME: VALUE"},
+      {"server", "@SERVER b\n  more\n", "2: an indented line continues a value, and there is none"},
+      {"server", "@SERVER b\na = t.c\n", "2: only a schema has columns"},
+      {"schema", "@SCHEMA b\na = t\n", "2: not of the form NAME = TABLE.COLUMN [TYPE] [internal]"},
+      {"schema", "@SCHEMA b\na =\n", "2: not of the form NAME = TABLE.COLUMN [TYPE] [internal]"},
+      {"schema", "@SCHEMA b\na = .c\n", "2: not of the form NAME = TABLE.COLUMN [TYPE] [internal]"},
+      {"schema", "@SCHEMA b\na = t.c text\n",
+       "2: unknown type text: not one of int, serial, date, string, float, blob"},
+      {"taxonomy", "@TAXONOMY b\n- c: C\n", "2: a class before the id of the taxonomy"},
+      {"taxonomy", "@TAXONOMY b\nid: i\n- a b: C\n", "3: not of the form - ID: DESCRIPTION"},
   };
   for (const auto &[kind, text, reason] : cases) {
     const Finished finished = describe(kind, text);
@@ -542,6 +546,34 @@ TEST(Describe, NamesTheLineThatItDoesNotUnderstand) {
     EXPECT_EQ(finished.out, "");
     EXPECT_EQ(finished.errors, "rdmctl: the input:" + reason + "\n");
   }
+}
+
+TEST(Describe, WritesNoTaxonomyThatTaxonomyCheckFaults) {
+  const std::pair<std::string, std::string> rows[] = {
+      {"- a: A\n- a: B\n", "17: error: the class \"a\" is there twice"},
+      {"@CLASSIFICATION -\nid: a\nparent-id: ROOT\n",
+       "10: error: the class \"a\" is omitted: it has no \"taxonomy-id\""},
+  };
+  for (const auto &[classes, fault] : rows) {
+    const Finished finished = describe("taxonomy", "@TAXONOMY http://h/t\nid: T\n" + classes);
+    EXPECT_EQ(finished.status, 2);
+    EXPECT_EQ(finished.out, "");
+    EXPECT_EQ(finished.errors, "rdmctl: the description:" + fault + "\nrdmctl: nothing is written\n");
+  }
+}
+
+TEST(Describe, ChecksTheCsid) {
+  const std::string text = "@SERVER -\ntitle: T\n";
+  const Finished warned = describe("server", text, {"--csid", "books"});
+  EXPECT_EQ(warned.status, 0);
+  EXPECT_EQ(warned.errors, "rdmctl: --csid: warning: \"books\" is not of the form x-catalog://HOST:PORT/NAME\n");
+  EXPECT_THAT(warned.out, HasSubstr(attribute("catalog-service-id", "books")));
+  const Finished refused = describe("server", text, {"--csid", "x-catalog://h:1/a\nb"});
+  EXPECT_EQ(refused.status, 2);
+  EXPECT_EQ(refused.out, "");
+  EXPECT_EQ(refused.errors,
+            "rdmctl: --csid: error: \"x-catalog://h:1/a\\x0ab\" has a control character\n"
+            "rdmctl: nothing is written\n");
 }
 
 TEST(Describe, WritesNothingThatTheCheckerRefuses) {

@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <fcntl.h>
 
-#include <algorithm>
 #include <ostream>
-#include <set>
 
 #include "catalog/catalog.h"
 #include "catalog/os/error.h"
@@ -12,6 +10,7 @@
 #include "qxapi/ascii.h"
 #include "qxapi/counted.h"
 #include "qxapi/escaped.h"
+#include "tools/rdmctl/class_order.h"
 #include "tools/rdmctl/classes.h"
 #include "tools/rdmctl/configuration.h"
 #include "tools/rdmctl/output.h"
@@ -76,53 +75,12 @@ struct Faults {
   void add(const std::string &text) { texts.push_back(text); }
 };
 
-std::string value_of(const ObjectView &object, std::string_view name) {
-  return std::string(object.find(name).value_or(""));
-}
-
-/// OrderCheck follows the loader: it finds out why a class is omitted, and ids that occur twice.
-class OrderCheck {
- public:
-  OrderCheck(const std::string &taxonomy, std::string path, Faults &faults)
-      : taxonomy_(taxonomy), path_(std::move(path)), faults_(faults) {}
-
-  void take(const ObjectView &object, int64_t line) {
-    if (!ascii::iequals(object.template_name(), "CLASSIFICATION")) return;
-    const std::string id = value_of(object, "id");
-    const std::string fault = fault_of(object, id);
-    if (!fault.empty())
-      return faults_.add(path_ + ":" + std::to_string(line) + ": error: the class " +
-                         (id.empty() ? "" : '"' + id + "\" ") + "is omitted: " + fault);
-    if (!placed_.insert(id).second)
-      faults_.add(path_ + ":" + std::to_string(line) + ": error: the class \"" + id + "\" is there twice");
-  }
-
- private:
-  std::string fault_of(const ObjectView &object, const std::string &id) const {
-    for (const char *name : {"id", "parent-id", "taxonomy-id"})
-      if (!object.find(name)) return std::string("it has no \"") + name + '"';
-    if (!ascii::iequals(value_of(object, "taxonomy-id"), taxonomy_))
-      return "its taxonomy is \"" + value_of(object, "taxonomy-id") + "\", not \"" + taxonomy_ + '"';
-    const std::string parent = value_of(object, "parent-id");
-    if (parent == id || (parent != "ROOT" && !placed_.contains(parent)))
-      return "its parent \"" + parent + "\" is not before it";
-    return "";
-  }
-
-  const std::string &taxonomy_;
-  std::string path_;
-  Faults &faults_;
-  std::set<std::string> placed_;
-};
-
-void check_order(const Classes &classes, const std::string &path, Faults &faults) {
+void check_order(const std::string &path, Faults &faults) {
   const HostFileGuard file = catalog::open_file(path, O_RDONLY);
   if (!file) throw catalog::system_failure("cannot read " + path);
   catalog::SoifStream stream(
       file.get(), path, [](int64_t) {}, path);
-  OrderCheck check(classes.id(), path, faults);
-  while (auto item = stream.next())
-    if (item->object) check.take(*item->object, stream.place_of(item->offset).line);
+  for (const std::string &fault : class_faults(stream)) faults.add(fault);
 }
 
 /// check_catalog finds descriptions whose class does not exist.
@@ -147,7 +105,7 @@ void check_answer(const std::string &path, Faults &faults) {
 /// check_classes checks the order of the classes, and the catalog of a service. Returns the number of classes.
 size_t check_classes(const std::string &path, const Options &options, Faults &faults) try {
   const Classes classes(path);
-  check_order(classes, path, faults);
+  check_order(path, faults);
   const bool is_file = path == options.target;
   const std::string database = is_file ? "" : file_of_service(options.config, options.target, "catalog-database");
   if (!database.empty() && catalog::status_of(database)) check_catalog(classes, database, faults);
