@@ -33,6 +33,13 @@ Json json_of(const std::vector<Input> &inputs) {
   return list;
 }
 
+/// parsed returns an array of JSON texts.
+Json parsed(const std::vector<std::string> &texts) {
+  Json list = Json::array();
+  for (const std::string &text : texts) list.push_back(Json::parse(text));
+  return list;
+}
+
 /// open_reports opens the file for appending, and gives a new one the owner, group and mode of the database.
 File open_reports(const std::string &database) {
   const std::string path = imports_path(database);
@@ -59,8 +66,6 @@ std::string imports_path(const std::string &database) { return database + ".impo
 
 Json report_of(const Publication &publication, const std::string &source, bool is_full, const std::string &failure) {
   const catalog::Summary &summary = publication.summary;
-  Json rejects = Json::array();
-  for (const std::string &reject : publication.rejects) rejects.push_back(Json::parse(reject));
   Json report{{"when", iso_time(std::time(nullptr))},
               {"who", caller()},
               {"source", source},
@@ -73,11 +78,14 @@ Json report_of(const Publication &publication, const std::string &source, bool i
               {"deleted", publication.deleted},
               {"expired", publication.expired},
               {"rejected", summary.rejected},
-              {"rejects", std::move(rejects)}};
+              {"rejects", parsed(publication.rejects)}};
   if (publication.warned > 0) {
     report["warned"] = publication.warned;
-    report["warnings"] = Json::array();
-    for (const std::string &warning : publication.warnings) report["warnings"].push_back(Json::parse(warning));
+    report["warnings"] = parsed(publication.warnings);
+  }
+  if (publication.repeated > 0) {
+    report["repeated"] = publication.repeated;
+    report["repeats"] = parsed(publication.repeats);
   }
   if (!failure.empty()) report["failure"] = failure;
   return report;

@@ -14,15 +14,16 @@
 
 #include "catalog/change_times.h"
 #include "catalog/maintenance.h"
+#include "catalog/number_set.h"
 #include "catalog/stream/dump_format.h"
 #include "catalog/stream/stream_check.h"
 #include "catalog/transaction.h"
-#include "libcs/soif/grammar.h"
 #include "qxapi/ascii.h"
 #include "qxapi/counted.h"
 #include "qxapi/escaped.h"
 #include "tools/common/progress.h"
 #include "tools/common/rejection.h"
+#include "tools/common/stray_text.h"
 #include "tools/rdmctl/output.h"
 
 namespace rdm::rdmctl {
@@ -97,9 +98,12 @@ class Publisher {
 
  private:
   void take_item(SoifStream &stream, SoifStream::Item &item, tools::Progress &progress);
-  void look_between(SoifStream &stream, int64_t from, int64_t to, tools::Progress &progress);
+  void report_stray(const std::string &text, tools::Progress &progress);
+  void count(SoifStream &stream, const SoifStream::Item &item, const catalog::Summary &before,
+             tools::Progress &progress);
   bool validate(SoifStream &stream, const SoifStream::Item &item, tools::Progress &progress);
   void warn(SoifStream &stream, const SoifStream::Item &item, const std::string &reason);
+  void note_repeat(SoifStream &stream, const SoifStream::Item &item);
   void reject(SoifStream &stream, const SoifStream::Item &item, const std::string &reason);
   tools::Progress progress(const char *work, int64_t total = 0) {
     return {errors_, feed_.shows_progress, std::string("rdmctl: ") + work, total};
@@ -113,8 +117,8 @@ class Publisher {
   catalog::Importer importer_;
   std::set<std::string> rejected_urls_;
   bool has_unnamed_reject_ = false;
-  int64_t descriptions_ = 0;  // in the catalog before a full feed
-  int64_t refused_ = 0;       // descriptions that a strict feed rejects because of the validator
+  int64_t descriptions_ = 0;              // in the catalog before a full feed
+  catalog::NumberSet taken_, unchanged_;  // of the descriptions in the feed, and of those that it leaves as they are
 };
 
 void Publisher::take(const std::string &name) {
@@ -126,43 +130,55 @@ void Publisher::take(const std::string &name) {
   result_.inputs.push_back({name, stream.size(), sha256_of(stream)});
   tools::Progress taking = progress("taking in", stream.size());
   catalog::StreamCheck check;
+  tools::StrayText stray(stream);
   bool is_cut = false;
-  int64_t end = 0;
   while (std::optional<SoifStream::Item> item = stream.next()) {
     check.take(*item);
     is_cut = item->is_cut;
-    look_between(stream, end, item->offset, taking);
-    end = item->end;
+    report_stray(stray.before(*item), taking);
     taking.advance(1, item->end - item->offset);
     take_item(stream, *item, taking);
   }
-  look_between(stream, end, stream.size(), taking);
+  report_stray(stray.at_end(), taking);
   require_end(check);
   // What followed the cut would be deleted.
   if (is_cut && feed_.is_full) throw Unfit(stream.name() + " ends within an object: nothing is changed");
 }
 
-/// look_between reports text that belongs to no object: it may be what is left of one.
-void Publisher::look_between(SoifStream &stream, int64_t from, int64_t to, tools::Progress &progress) {
-  if (stream.is_blank(from, to)) return;
-  constexpr int64_t longest_gap = 65536;
-  const std::string text = stream.text_between(from, std::min(to, from + longest_gap));
-  const size_t gap = std::min(text.find_first_not_of(soif::white_space), text.size());
+void Publisher::report_stray(const std::string &text, tools::Progress &progress) {
+  if (text.empty()) return;
   progress.clear();
-  errors_ << "rdmctl: " << escaped(stream.name()) << ": line " << stream.place_of(from + static_cast<int64_t>(gap)).line
-          << ": text that belongs to no object\n";
+  errors_ << "rdmctl: " << text << '\n';
   result_.has_stray_text = has_unnamed_reject_ = true;
 }
 
 void Publisher::take_item(SoifStream &stream, SoifStream::Item &item, tools::Progress &progress) {
   if (catalog::is_header(item)) return check_header(item, stream.name());
   if (!validate(stream, item, progress)) return;
+  const catalog::Summary before = importer_.summary();
   const std::string reason = importer_.take(item);
-  result_.summary = importer_.summary();
-  result_.summary.rejected += refused_;
-  if (reason.empty()) return;
+  if (reason.empty()) return count(stream, item, before, progress);
+  ++result_.summary.rejected;
   progress.clear();
   reject(stream, item, reason);
+}
+
+/// count counts an accepted description by what the feed does to its URL, once for each URL.
+void Publisher::count(SoifStream &stream, const SoifStream::Item &item, const catalog::Summary &before,
+                      tools::Progress &progress) {
+  const catalog::Summary &now = importer_.summary();
+  const uint32_t number = importer_.taken().back();
+  const bool is_unchanged = now.unchanged > before.unchanged;
+  if (taken_.insert(number)) {
+    result_.summary.added += now.added - before.added;
+    result_.summary.changed += now.changed - before.changed;
+    result_.summary.unchanged += now.unchanged - before.unchanged;
+    if (is_unchanged) unchanged_.insert(number);
+    return;
+  }
+  if (!is_unchanged && unchanged_.erase(number)) --result_.summary.unchanged, ++result_.summary.changed;
+  progress.clear();
+  note_repeat(stream, item);
 }
 
 /// validate returns false, after rejecting the object, if the feed is strict and the validator faults it.
@@ -177,7 +193,6 @@ bool Publisher::validate(SoifStream &stream, const SoifStream::Item &item, tools
     warn(stream, item, reasons);
     return true;
   }
-  ++refused_;
   ++result_.summary.rejected;
   reject(stream, item, reasons);
   return false;
@@ -189,6 +204,15 @@ void Publisher::warn(SoifStream &stream, const SoifStream::Item &item, const std
   errors_ << "rdmctl: " << escaped(warning.input) << ": line " << warning.line << ": " << escaped(warning.url)
           << ": warning: " << escaped(warning.reason) << '\n';
   if (result_.warnings.size() < kept_rejects) result_.warnings.push_back(json_of(warning));
+}
+
+void Publisher::note_repeat(SoifStream &stream, const SoifStream::Item &item) {
+  const tools::Rejection repeat =
+      tools::rejection_of(stream, item, "an earlier description of the feed has this URL: the last one counts");
+  ++result_.repeated;
+  errors_ << "rdmctl: " << escaped(repeat.input) << ": line " << repeat.line << ": " << escaped(repeat.url) << ": "
+          << repeat.reason << '\n';
+  if (result_.repeats.size() < kept_rejects) result_.repeats.push_back(json_of(repeat));
 }
 
 void Publisher::reject(SoifStream &stream, const SoifStream::Item &item, const std::string &reason) {

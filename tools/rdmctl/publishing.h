@@ -57,11 +57,13 @@ struct Input {
 /// Publication is the result of publishing a feed, as far as it came.
 struct Publication {
   std::vector<Input> inputs;
-  catalog::Summary summary;
-  int64_t deleted = 0;                // descriptions that a full feed lacked
-  int64_t expired = 0;                // descriptions that were deleted because of "rd-expires"
-  int64_t warned = 0;                 // descriptions with warnings of the validator
+  catalog::Summary summary;  // by the effect on the catalog; of descriptions with the same URL the last one counts
+  int64_t deleted = 0;       // descriptions that a full feed lacked
+  int64_t expired = 0;       // descriptions that were deleted because of "rd-expires"
+  int64_t warned = 0;        // descriptions with warnings of the validator
   std::vector<std::string> warnings;  // the first thousand of them as JSON
+  int64_t repeated = 0;               // accepted descriptions whose URL an earlier one of the feed has
+  std::vector<std::string> repeats;   // the first thousand of them as JSON
   std::vector<std::string> rejects;   // the first thousand rejected objects as JSON
   bool has_stray_text = false;        // that belongs to no object
   /// keeps_absent is true if nothing of a full feed was deleted because the URL of a rejected object is not known.

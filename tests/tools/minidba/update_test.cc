@@ -56,6 +56,27 @@ TEST_F(Update, CountsNewChangedAndUnchangedDescriptions) {
   }
 }
 
+// The number and the exit status are those of the descriptions.
+TEST_F(Update, NamesTextThatBelongsToNoObject) {
+  expect_update("title\n" + one + "\n}\n" + two + "the end", "2\n",
+                "minidba: the input: line 1: text that belongs to no object\n"
+                "minidba: the input: line 6: text that belongs to no object\n"
+                "minidba: the input: line 10: text that belongs to no object\n"
+                "minidba: 2 new, 0 changed, 0 unchanged, 0 rejected\n");
+}
+
+TEST_F(Update, OfAFileThatIsNoCatalogLeavesNoLock) {
+  support::write_file(catalog_.path(), "text");
+  for (const std::vector<std::string> &words :
+       {std::vector<std::string>{"update"}, {"delete", "1"}, {"-i", catalog_.path(".i"), "index"}}) {
+    EXPECT_EQ(support::run(catalog_.command(words), one).status, 2);
+    EXPECT_FALSE(support::file_exists(catalog_.path(".lock")));
+  }
+  support::write_file(catalog_.path(".lock"), "");
+  EXPECT_EQ(catalog_.update(one).status, 2);
+  EXPECT_TRUE(support::file_exists(catalog_.path(".lock"))) << "another program may have opened it";
+}
+
 TEST_F(Update, WritesNothingIfAllDescriptionsAreUnchanged) {
   catalog_.update(one + two);
   const auto before = catalog_.records();

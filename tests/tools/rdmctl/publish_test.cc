@@ -129,6 +129,43 @@ TEST_F(Publish, NamesTextThatBelongsToNoObject) {
   EXPECT_THAT(finished.errors, HasSubstr("rdmctl: " + feed + ": line 5: text that belongs to no object\n"));
 }
 
+TEST_F(Publish, OfDescriptionsWithOneUrlTheLastCountsAndOthersAreNamed) {
+  make(2);
+  const std::string feed = file(
+      "feed", described(1, 1) + described(2, 3) + described(1, 1, "new") + described(2, 2) + described(3, 3, "new"));
+  const Finished finished = publish({feed});
+  EXPECT_EQ(finished.status, 0);
+  EXPECT_EQ(finished.out, "1 new, 1 changed, 1 unchanged, 0 deleted, 0 expired, 0 rejected\n");
+  const std::string reason = "an earlier description of the feed has this URL: the last one counts";
+  const auto line = [&](const char *number, int description) {
+    return feed + ": line " + number + ": " + url(description) + ": " + reason + "\n";
+  };
+  const std::string lines[] = {line("13", 1), line("17", 2), line("21", 3)};
+  EXPECT_EQ(finished.errors, "rdmctl: " + lines[0] + "rdmctl: " + lines[1] + "rdmctl: " + lines[2]);
+  EXPECT_EQ(CatalogFiles::value(catalog_.records()["00000001"], "title"), "new");
+  EXPECT_EQ(verdict(), "sound: 3 descriptions, 3 index entries\n");
+  const nlohmann::json report = reports()[1];
+  EXPECT_EQ(report["accepted"], 3);
+  EXPECT_EQ(report["repeated"], 3);
+  EXPECT_EQ(report["repeats"][1]["url"], url(2));
+  EXPECT_EQ(report["repeats"][1]["line"], 17);
+  EXPECT_THAT(rdmctl({"imports", "--last", "1", catalog_.path()}).out, testing::EndsWith("  repeated: " + lines[2]));
+}
+
+TEST_F(Publish, SaysWhichUrlIsTooLong) {
+  const std::string long_url = url(1) + std::string(5000, 'x');
+  const Finished finished = publish({"-"}, rd(long_url, {{"title", "T"}}) + described(2, 2));
+  EXPECT_EQ(finished.status, 1);
+  EXPECT_EQ(finished.errors, "rdmctl: the input: line 1: object 1 at byte 0 rejected: the URL has " +
+                                 std::to_string(long_url.size()) + " bytes, more than 4095\n");
+}
+
+TEST_F(Publish, OfAFileThatIsNoCatalogLeavesNoLock) {
+  write_file(catalog_.path(), "text");
+  EXPECT_EQ(publish({"-"}, described(1, 1)).status, 2);
+  EXPECT_FALSE(support::file_exists(catalog_.path(".lock")));
+}
+
 TEST_F(Publish, AFullFeedDeletesWhatItLacks) {
   make(20);
   const Finished finished = publish({"--full-feed", "-"}, described(3, 21, "new"));
@@ -180,7 +217,7 @@ TEST_F(Publish, ARejectedObjectOfAFullFeedKeepsItsDescription) {
   const Finished finished =
       publish({"--full-feed", "--max-delete", "1", "-"}, described(1, 1) + malformed + described(1, 1));
   EXPECT_EQ(finished.status, 1);
-  EXPECT_EQ(finished.out, "0 new, 0 changed, 2 unchanged, 1 deleted, 0 expired, 1 rejected\n");
+  EXPECT_EQ(finished.out, "0 new, 0 changed, 1 unchanged, 1 deleted, 0 expired, 1 rejected\n");
   EXPECT_EQ(count(), 2u);
 }
 

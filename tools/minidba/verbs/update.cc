@@ -4,6 +4,7 @@
 #include "catalog/stream/dump_format.h"
 #include "catalog/stream/importer.h"
 #include "catalog/stream/stream_check.h"
+#include "tools/common/stray_text.h"
 #include "tools/minidba/input.h"
 #include "tools/minidba/opening.h"
 #include "tools/minidba/output/rejects.h"
@@ -28,11 +29,19 @@ void import_stream(const std::string &input, Importer &importer, const Options &
   SoifStream stream = open_stream(input, options, console);
   Progress progress(console, "taking in", stream.size());
   StreamCheck check;
+  tools::StrayText stray(stream);
+  const auto warn = [&](const std::string &text) {
+    if (text.empty()) return;
+    progress.clear();
+    console.errors << "minidba: " << text << '\n';
+  };
   while (std::optional<SoifStream::Item> item = stream.next()) {
     check.take(*item);
+    warn(stray.before(*item));
     progress.advance(1, item->end - item->offset);
     if (const std::string reason = importer.take(*item); !reason.empty()) rejects.add(stream, *item, reason, progress);
   }
+  warn(stray.at_end());
   check.require_end();
 }
 

@@ -20,9 +20,10 @@ std::string member(const Json &report, const char *name) {
 }
 
 void show_input(const Json &input, std::ostream &out) {
-  if (input.is_object())
-    out << "  " << member(input, "name") << ": " << member(input, "bytes") << " bytes, SHA-256 "
-        << member(input, "sha256") << '\n';
+  if (!input.is_object()) return;
+  const std::string bytes = member(input, "bytes");
+  out << "  " << member(input, "name") << ": " << bytes << (bytes == "1" ? " byte" : " bytes") << ", SHA-256 "
+      << member(input, "sha256") << '\n';
 }
 
 void show_object(const char *what, const Json &reject, std::ostream &out) {
@@ -46,6 +47,7 @@ void show_import(const Json &report, std::ostream &out) {
   for (const Json &input : report.value("inputs", Json::array())) show_input(input, out);
   for (const Json &reject : report.value("rejects", Json::array())) show_object("rejected", reject, out);
   for (const Json &warning : report.value("warnings", Json::array())) show_object("warning", warning, out);
+  for (const Json &repeat : report.value("repeats", Json::array())) show_object("repeated", repeat, out);
 }
 
 }  // namespace
