@@ -2,6 +2,7 @@
 #include "tools/rdmgather/command_line.h"
 
 #include "cli/command_line.h"
+#include "tools/common/distinct_files.h"
 #include "tools/rdmgather/document_url.h"
 
 namespace rdm::gather {
@@ -54,6 +55,7 @@ std::optional<Options> read_command_line(int argc, char **argv, std::ostream &ou
   Options options;
   declare_options(app, options);
   if (!cli::parse(app, argc, argv, out)) return std::nullopt;
+  tools::require_distinct({{"--state", options.state}, {"--deletions", options.deletions}});
   return options;
 }
 

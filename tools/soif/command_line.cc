@@ -2,6 +2,7 @@
 #include "tools/soif/command_line.h"
 
 #include "cli/command_line.h"
+#include "tools/common/distinct_files.h"
 
 namespace rdm::soif_tool {
 namespace {
@@ -111,6 +112,11 @@ std::optional<Command> read_command_line(int argc, char **argv, std::ostream &ou
   for (const Row &row : rows) declare_verb(app, row, command);
   cli::declare_verbs(app, 1);
   if (!cli::parse(app, argc, argv, out)) return std::nullopt;
+  const Options &options = command.options;
+  tools::require_distinct({{"--output", options.output},
+                           {"--rejects", options.rejects},
+                           {"--deletions", options.deletions},
+                           {"--map", options.map}});
   return command;
 }
 

@@ -301,6 +301,8 @@ TEST(GatherUsage, ReportsMistakes) {
       {{"--base-url", "http://h"}, "DIRECTORY is required; see \"rdmgather --help\""},
       {{"--base-url", "h", "d"}, "--base-url: not a URL with a scheme and \"://\"; see \"rdmgather --help\""},
       {{"--base-url", "http://h", "d", "--deletions", "f"}, "--deletions requires --state; see \"rdmgather --help\""},
+      {{"--base-url", "http://h", "/x", "--state", "/x/a", "--deletions", "/x/a"},
+       "--state and --deletions are the same file: /x/a"},
       {{"--base-url", "http://h", ""}, "DIRECTORY: must not be empty; see \"rdmgather --help\""},
       {{"--base-url", "http://h", "/nonexistent"}, "cannot read /nonexistent: No such file or directory"},
       {{"--base-url", "http://h", "/", "--state", "/dev/null"}, "not a regular file: /dev/null"},

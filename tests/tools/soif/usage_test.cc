@@ -25,6 +25,10 @@ TEST(SoifUsage, ReportsMistakes) {
       {{"chek"}, "unknown verb \"chek\" (did you mean \"check\"?); see \"soif --help\""},
       {{"fmt", "a", "b"}, "FILE: At Most 1 required but received 2; see \"soif fmt --help\""},
       {{"fmt", "--rejects", ""}, "--rejects: must not be empty; see \"soif fmt --help\""},
+      {{"fmt", "-o", "/x/a", "--rejects", "/x/a"}, "--output and --rejects are the same file: /x/a"},
+      {{"from", "oai-dc", "--rejects", "/x/a", "--deletions", "/x/a.new"},
+       "new --rejects and --deletions are the same file: /x/a.new"},
+      {{"from", "json", "--map", "/x/a", "-o", "/x/a"}, "--output and --map are the same file: /x/a"},
       {{"check", "--outptu"}, "unknown option \"--outptu\"; see \"soif check --help\""},
   };
   for (const auto &[words, text] : rows) {
