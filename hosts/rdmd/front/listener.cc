@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "hosts/rdmd/front/listener.h"
 
+#include <poll.h>
+
 #include <cerrno>
 #include <utility>
 
@@ -46,6 +48,11 @@ void Listener::await_client_after(Duration pause) {
   pause_.async_wait([this](const error_code &) {
     if (!stopped_) await_client();
   });
+}
+
+bool Listener::has_client() {
+  pollfd waiting{acceptor_.native_handle(), POLLIN, 0};
+  return ::poll(&waiting, 1, 0) > 0;
 }
 
 int Listener::accept(io::Socket &socket, sockaddr_storage &address) {

@@ -31,6 +31,8 @@ class Listener {
   /// stop closes the socket. The I/O context then has no work of this listener.
   void stop();
 
+  /// has_client returns true if accept would not wait.
+  bool has_client();
   /// accept accepts a client into `socket`; `address` becomes its address. Returns 0 or errno.
   int accept(io::Socket &socket, sockaddr_storage &address);
 

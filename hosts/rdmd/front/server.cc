@@ -158,6 +158,13 @@ Duration Server::take_client(Listener &listener) {
   }
 }
 
+/// take_waiting accepts the clients whose connections the end of the listening socket would reset. No more than its
+/// queue holds: others may come all the time.
+void Server::take_waiting(Listener &listener) {
+  for (int taken = 0; taken < SOMAXCONN && listener.has_client(); ++taken)
+    if (take_client(listener) != Duration::zero()) return;
+}
+
 /// not_accepted returns how long to pause after accept() has failed. On a shortage a waiting connection makes way.
 Duration Server::not_accepted(int error) {
   if (error == EAGAIN || error == EINTR || error == ECONNABORTED) return Duration::zero();
@@ -300,6 +307,7 @@ void Server::stop() {
   stopping_ = true;
   memory_trim_.stop();
   for (Listener &listener : listeners_) {
+    take_waiting(listener);
     listener.stop();
     listener.file().remove();
   }

@@ -105,6 +105,7 @@ class Server {
   void work();
   std::vector<std::thread> start_threads();
   Duration take_client(Listener &listener);
+  void take_waiting(Listener &listener);
   Duration not_accepted(int error);
   void accepted(io::Socket socket, const Client &client, bool tls);
   void await_signal();

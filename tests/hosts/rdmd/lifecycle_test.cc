@@ -183,6 +183,24 @@ TEST_F(HostLifecycle, AnswersFurtherRequestsThatArriveBeforeTheOrderToStop) {
   EXPECT_EQ(server_->wait(), 0);
 }
 
+TEST_F(HostLifecycle, AnswersClientsThatAreNotAcceptedYetWhenTheOrderToStopComes) {
+  start();
+  const pid_t front = server_->front();
+  ::kill(front, SIGSTOP);
+  std::vector<std::unique_ptr<HttpClient>> clients;
+  for (int i = 0; i < 16; ++i) {
+    clients.push_back(std::make_unique<HttpClient>(port_));
+    clients.back()->send(get("/rdm/fast"));
+  }
+  server_->signal(SIGTERM);
+  ::kill(front, SIGCONT);
+  for (const auto &client : clients) {
+    EXPECT_EQ(client->receive().body, "fast\n");
+    client->finish_sending();
+  }
+  EXPECT_EQ(server_->wait(), 0);
+}
+
 TEST_F(HostLifecycle, ClosesIdleConnectionsAtOnce) {
   start();
   HttpClient client(port_), silent(port_);
