@@ -21,7 +21,9 @@ EXECUTE, WRITE, READ, LOCK, MAP = 1, 2, 4, 0x20, 0x40
 NETWORK = 14  # the class of network rules
 LETTERS = {EXECUTE: "x", WRITE: "w", READ: "r", LOCK: "k", MAP: "m"}
 
-CALL = re.compile(r"(?P<name>\w+)\((?P<arguments>.*)\) += (?P<result>-?\d+)(?:<(?P<opened>.*?)>)?(?: (?P<error>E\w+).*)?$")
+CALL = re.compile(r"(?P<name>\w+)\((?P<arguments>.*)\) += (?:-?\d+|0x[0-9a-f]+)(?:<(?P<opened>.*?)>(?:\(deleted\))?)?"
+                  r"(?: (?P<error>E\w+))?(?: \(.*\))?$")
+OTHER = re.compile(r"\+\+\+ |--- |.* = \?( E\w+ \(.*\))?$")  # ends, signals, and calls that did not return
 OPENED = re.compile(r"\d+<(/[^>]*)>")
 TEXT = re.compile(r'(?:AT_FDCWD(?:<([^>]*)>)?, |\d+<([^>]*)>, )?"((?:[^"\\]|\\.)*)"')
 CHANGES = {"unlink", "unlinkat", "mkdir", "mkdirat", "rmdir", "chmod", "fchmodat", "chown", "fchownat", "lchown",
@@ -106,7 +108,6 @@ class Checker:
 
     def need(self, path, wanted, directory=False):
         """Checks an access to a file, by its path in the file system."""
-        path = path.removesuffix(" (deleted)").removesuffix("(deleted)")
         if not wanted or not path.startswith("/") or path.startswith("/memfd:"):
             return
         self.accesses += 1
@@ -120,8 +121,7 @@ class Checker:
     def need_family(self, family, kind):
         """Checks the use of a kind of socket."""
         self.accesses += 1
-        kinds = {"SOCK_STREAM": socket.SOCK_STREAM, "SOCK_DGRAM": socket.SOCK_DGRAM, "SOCK_RAW": socket.SOCK_RAW}
-        text = struct.pack(">BHH", NETWORK, getattr(socket, family), kinds[kind])
+        text = struct.pack(">BHH", NETWORK, getattr(socket, family), getattr(socket, kind))
         if not self.others.accepted(text) & 0x7F:
             self.refused.add(f"socket {family} {kind}")
 
@@ -131,6 +131,8 @@ class Checker:
     def take(self, line):
         """Checks a line of a trace."""
         call = CALL.match(line)
+        if call is None and not OTHER.match(line):
+            raise SystemExit(f"confinement.py: unexpected line: {line}")
         if call is None or call["error"] not in (None, "EACCES", "EPERM", "EINPROGRESS", "EAGAIN"):
             return
         name, arguments = call["name"], call["arguments"]
@@ -182,7 +184,7 @@ def main():
     for trace in options.traces:
         with open(trace, encoding="utf-8", errors="surrogateescape") as lines:
             for line in lines:
-                checker.take(line)
+                checker.take(line.rstrip("\n"))
     for text in sorted(checker.refused):
         print(f"refused: {text}")
     print(f"{len(options.traces)} processes, {checker.accesses} accesses to {len(checker.paths)} files and sockets, "
