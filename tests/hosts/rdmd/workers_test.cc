@@ -310,7 +310,7 @@ TEST_F(HostWorkers, AWorkerThatCrashesWhileTheServerStopsShowsInTheExitStatus) {
   ASSERT_EQ(processes("rdmd-worker").size(), 1u);
   server_->signal(SIGTERM);
   EXPECT_TRUE(support::eventually([&] { return support::refuses(port_); }));
-  ::kill(processes("rdmd-worker").front(), SIGSEGV);
+  ::kill(processes("rdmd-worker").front(), SIGABRT);
   EXPECT_EQ(busy.receive().status, 500);
   EXPECT_NE(server_->wait(), 0);
 }
