@@ -60,24 +60,31 @@ void print(const char *when, const Rates &rates) {
   good = good && rates.kept.wrong + rates.fresh.wrong == 0;
 }
 
-/// await_answers waits until all clients that read nothing have an answer to wait with. It looks seldom: looking costs
-/// the machine a system call for each open file.
-void await_answers(const support::RdmdProcess &server) {
+/// sending returns the number of connections with an answer that the client has not taken.
+std::size_t sending(support::RdmdProcess &server) {
+  const std::string metrics = support::http_get(server.admin_port(), "/metrics").body;
+  const std::string sample = "\nrdmd_connections{state=\"sending\"} ";
+  const std::size_t at = metrics.find(sample);
+  return at == std::string::npos ? 0 : std::stoul(metrics.substr(at + sample.size()));
+}
+
+/// await_answers waits until all clients that read nothing have an answer to wait with.
+void await_answers(support::RdmdProcess &server) {
   const auto end = std::chrono::steady_clock::now() + patience;
-  while (server.temporary_files() < everybody.stalled) {
+  while (sending(server) < everybody.stalled) {
     if (std::chrono::steady_clock::now() > end) fail("the stalled clients have not all got an answer to wait with");
     std::this_thread::sleep_for(std::chrono::seconds(1));
   }
 }
 
 /// memory_per_reader returns the front's own memory for each of the clients that read nothing.
-double memory_per_reader(const support::RdmdProcess &server, int port, const State &before) {
+double memory_per_reader(support::RdmdProcess &server, int port, const State &before) {
   const Crowd readers(port, {everybody.stalled, 0, 0});
   await_answers(server);
   return (static_cast<double>(server.own_memory()) - static_cast<double>(before.memory)) / everybody.stalled;
 }
 
-void beside_the_crowd(const support::RdmdProcess &server, int port, const Rates &alone) {
+void beside_the_crowd(support::RdmdProcess &server, int port, const Rates &alone) {
   const Crowd crowd(port, everybody);
   await_answers(server);
   const Rates beside = rates(port);
@@ -98,9 +105,9 @@ void judge_what_is_left(const support::RdmdProcess &server, const State &before)
 
 void measure(const std::string &workers) {
   const Site site(records);
-  const auto server = site.start({"--workers", workers, "--max-connections", "12000", "--max-connections-per-address",
-                                  "0", "--queue-length", "10000", "--queue-time", "600", "--write-timeout", "3600",
-                                  "--min-send-rate", "0", "--spill-limit", "0"});
+  const auto server = site.start({"--workers", workers, "--admin", "127.0.0.1:0", "--max-connections", "12000",
+                                  "--max-connections-per-address", "0", "--queue-length", "10000", "--queue-time",
+                                  "600", "--write-timeout", "3600", "--min-send-rate", "0", "--spill-limit", "0"});
   const int port = server->port();
   const Rates alone = rates(port);
   print("alone", alone);
