@@ -271,6 +271,7 @@ KnownRecords known_records(const Catalog &catalog, const std::string &index,
   const std::string path = index.empty() ? index_path(catalog.path()) : index;
   const auto status = status_of(path);
   if (!catalog.exists() || !status || catalog.predates(*status)) return KnownRecords();
+  if (index.empty()) require_regular(path);
   return KnownRecords(read_index(path), catalog.newest_given());
 } catch (const Failure &failure) {
   unreadable(failure.what());

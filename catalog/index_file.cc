@@ -52,8 +52,9 @@ std::vector<IndexEntry> decode(std::string_view bytes, const std::string &path) 
   return entries;
 }
 
-std::string content_of(const std::string &path) {
-  require_regular(path);
+namespace {
+
+std::string bytes_of(const std::string &path) {
   const HostFileGuard file = open_file(path, O_RDONLY);
   std::string bytes;
   char block[1 << 16];
@@ -66,6 +67,13 @@ std::string content_of(const std::string &path) {
   return bytes;
 }
 
-std::vector<IndexEntry> read_index(const std::string &path) { return decode(content_of(path), path); }
+}  // namespace
+
+std::string content_of(const std::string &path) {
+  require_regular(path);
+  return bytes_of(path);
+}
+
+std::vector<IndexEntry> read_index(const std::string &path) { return decode(bytes_of(path), path); }
 
 }  // namespace rdm::catalog

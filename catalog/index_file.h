@@ -30,8 +30,8 @@ std::vector<IndexEntry> decode(std::string_view bytes, const std::string &path);
 /// cannot be read.
 std::string content_of(const std::string &path);
 
-/// read_index returns the entries of an index file. Throws a SystemFailure if the file cannot be read, and a Failure if
-/// it is not an index.
+/// read_index returns the entries of an index file, which may be a pipe. Throws a SystemFailure if the file cannot be
+/// read, and a Failure if it is not an index.
 std::vector<IndexEntry> read_index(const std::string &path);
 
 }  // namespace rdm::catalog
