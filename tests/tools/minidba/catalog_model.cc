@@ -9,6 +9,8 @@
 #include <set>
 #include <tuple>
 
+#include "qxapi/counted.h"
+
 namespace rdm {
 
 namespace {
@@ -103,8 +105,8 @@ std::string Stream::text() const {
 
 std::string Stream::fault(bool may_have_more) const {
   if (!count || objects.size() == *count || (may_have_more && objects.size() > *count)) return "";
-  return "the header announces " + std::to_string(*count) + " descriptions and " + std::to_string(objects.size()) +
-         " follow";
+  return "the header announces " + counted(*count, "description") + " and " +
+         counted(objects.size(), "follows", "follow");
 }
 
 void CatalogModel::Refused::pass(const std::string &text) {
@@ -513,9 +515,9 @@ Result CatalogModel::verify() const {
   Result result;
   result.status = faults > 0 ? 1 : 0;
   result.out = faults > 0
-                   ? "damaged: " + std::to_string(faults) + (faults == 1 ? " fault" : " faults")
-                   : "sound: " + std::to_string(texts_.size()) + " descriptions, " +
-                         (indexed_ ? std::to_string(indexed_->size()) + " index entries" : "no index") +
+                   ? "damaged: " + counted(faults, "fault")
+                   : "sound: " + counted(texts_.size(), "description") + ", " +
+                         (indexed_ ? counted(indexed_->size(), "index entry", "index entries") : "no index") +
                          (has_map_ ? "" : ", no URL map") + (behind > 0 ? ", index older than the database" : "");
   result.out += '\n';
   return result;
