@@ -8,11 +8,14 @@
 #include <charconv>
 #include <csignal>
 #include <memory>
+#include <utility>
 
 #include "fuzz/site.h"
 #include "hosts/common/host_table.h"
 #include "hosts/rdmd/front/connection.h"
+#include "hosts/rdmd/front/local_worker.h"
 #include "hosts/rdmd/front/server.h"
+#include "hosts/rdmd/transform/transform.h"
 
 using namespace rdm;
 
@@ -25,6 +28,8 @@ class Host {
  public:
   Host() : errors_("/dev/null"), access_(""), plugin_(load()), server_(settings(), plugin_, errors_, access_, {}) {
     std::signal(SIGPIPE, SIG_IGN);
+    server_.dispatcher().add(worker_, 1);
+    server_.dispatcher().retire_before(1);
     fuzz::require(plugin_.init(site_.configuration()).empty(), "the plug-in refused the configuration");
   }
 
@@ -56,6 +61,12 @@ class Host {
   rdmd::AccessLog access_;
   hosts::Plugin plugin_;
   rdmd::Server server_;
+  // In the place of the server's own, whose answers would wait for the server to run.
+  const std::shared_ptr<rdmd::LocalWorker> worker_ = std::make_shared<rdmd::LocalWorker>(
+      [this](hosts::ServiceRequest request) {
+        return rdmd::answer_request(plugin_, std::move(request), settings().gzip);
+      },
+      rdmd::io::Executor(context_.get_executor()), server_.dispatcher());
 };
 
 /// Client is one connection to the host and the answers received on it.
