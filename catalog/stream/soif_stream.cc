@@ -117,6 +117,7 @@ size_t SoifStream::read_at(int64_t offset, char *bytes, size_t count) const {
 }
 
 bool SoifStream::is_blank(int64_t from, int64_t to) const {
+  if (const auto bytes = window_.held(from, to)) return std::all_of(bytes->begin(), bytes->end(), ascii::is_space);
   std::array<char, 4096> block;
   while (from < to) {
     const size_t got = read_at(from, block.data(), std::min(block.size(), static_cast<size_t>(to - from)));
