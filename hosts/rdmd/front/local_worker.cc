@@ -61,7 +61,10 @@ void LocalWorker::run() {
     JobPtr job = std::move(waiting_.front());
     waiting_.pop_front();
     lock.unlock();
-    pass_on(answer(std::move(job)));
+    Answered answered = answer(std::move(job));
+    // Here, not with the reply: a harvest, which is never taken ahead, would wait for an I/O thread.
+    dispatcher_.finished(*this);
+    pass_on(std::move(answered));
     lock.lock();
   }
   ended_ = true;
@@ -115,12 +118,14 @@ void LocalWorker::report() {
     all.swap(answered_);
   }
   for (Answered &answered : all) reply(std::move(answered));
+  all.clear();
+  const std::lock_guard lock(mutex_);
+  // For the next answers: a request should allocate little.
+  if (answered_.capacity() == 0) answered_.swap(all);
 }
 
-/// reply tells the dispatcher first, so that this worker has its next job while the answer is being sent.
 void LocalWorker::reply(Answered answered) {
   try {
-    dispatcher_.finished(*this);
     answered.job->reply(std::move(answered.reply));
   } catch (const std::exception &) {
     // The other answers belong to other clients. This job is dropped, which closes its connection.
