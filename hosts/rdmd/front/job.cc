@@ -23,6 +23,15 @@ bool contains(std::string_view text, std::string_view word) {
                      [](char a, char b) { return ascii::lower(a) == ascii::lower(b); }) != text.end();
 }
 
+/// asks_for_few returns true for a query with a limit of one to nine descriptions.
+bool asks_for_few(std::string_view query) {
+  constexpr std::string_view limit = "view-hits=";
+  const std::size_t at = query.find(limit);
+  if (at == std::string_view::npos) return false;
+  const std::string_view value = query.substr(at + limit.size());
+  return value.find_first_of("123456789") == 0 && (value.size() == 1 || value[1] == '&');
+}
+
 std::string_view entry(const std::vector<hosts::Field> &block, std::string_view name) {
   const auto found =
       std::find_if(block.begin(), block.end(), [name](const hosts::Field &field) { return field.name == name; });
@@ -40,9 +49,10 @@ std::string describe(const hosts::ServiceRequest &request) {
 bool is_prompt(const hosts::ServiceRequest &request) {
   const std::string_view uri = entry(request.line, "uri");
   const std::string_view name = uri.substr(std::min(service_path.size(), uri.size()));
+  const std::string_view query = entry(request.line, "query");
+  if (asks_for_few(query)) return true;
   if (!ascii::iequals(name, incoming)) return !ascii::iequals(name, harvest);
-  return !contains(entry(request.line, "query"), harvest) &&
-         !contains(std::string_view(request.body).substr(0, searched), harvest);
+  return !contains(query, harvest) && !contains(std::string_view(request.body).substr(0, searched), harvest);
 }
 
 }  // namespace rdm::rdmd

@@ -39,7 +39,7 @@ struct Reply {
 struct Job {
   hosts::ServiceRequest request;
   ClientKey client;    // requests of different clients take turns
-  bool prompt = true;  // cheap to serve: a status or a description, not a harvest
+  bool prompt = true;  // cheap to serve: not a harvest of more than a few descriptions
 
   /// keeper keeps alive what `wanted` and `reply` use. A reply may take it.
   std::shared_ptr<void> keeper;
@@ -58,8 +58,8 @@ using JobPtr = std::unique_ptr<Job>;
 /// request 0123456789abcdef).
 std::string describe(const hosts::ServiceRequest &request);
 
-/// is_prompt returns true if a request is cheap to serve, by its path and by the type that its query or body names. The
-/// answer is a guess, used for the order of service alone.
+/// is_prompt returns true if a request is cheap to serve, by its path and by the type and the limit that its query
+/// names, or the type that its body names. The answer is a guess, used for the order of service alone.
 bool is_prompt(const hosts::ServiceRequest &request);
 
 }  // namespace rdm::rdmd

@@ -20,7 +20,7 @@ hosts::ServiceRequest asked(const std::string &uri, const std::string &query = "
   return request;
 }
 
-TEST(RequestCost, HarvestsAreKnownByTheirPathQueryOrBody) {
+TEST(RequestCost, HarvestsAreKnownByTheirPathQueryOrBodyUnlessTheyAreOfAFew) {
   const struct {
     const char *uri, *query, *body;
     bool prompt;
@@ -34,6 +34,13 @@ TEST(RequestCost, HarvestsAreKnownByTheirPathQueryOrBody) {
       {"/rdm/incoming", "type=RD-REQUEST&ql=x", "", false},
       {"/rdm/Incoming", "", "@RDMHEADER { -\nrdm-type{10}:\trd-request\n}\n", false},
       {"/rdm/incoming", "", "@RDMHEADER { -\nrdm-type{14}:\tstatus-request\n}\n", true},
+      {"/rdm/rd-request", "ql=gatherer&view-hits=1", "", true},
+      {"/rdm/rd-request", "view-hits=9&scope=all", "", true},
+      {"/rdm/incoming", "type=rd-request&view-hits=2", "", true},
+      {"/rdm/rd-request", "view-hits=10", "", false},
+      {"/rdm/rd-request", "view-hits=0", "", false},
+      {"/rdm/rd-request", "view-hits=", "", false},
+      {"/rdm/rd-request", "view-hits=-1", "", false},
       {"/rdm/", "", "", true},
       {"/rdm", "", "", true},
   };
