@@ -137,7 +137,8 @@ void WorkerLink::await_packets() {
 
 void WorkerLink::receive() {
   try {
-    for (int count = 0; count < most_packets && receive_some(); ++count) continue;
+    // An answer may be the last of a retired worker, whose socket is closed then.
+    for (int count = 0; count < most_packets && socket_.is_open() && receive_some(); ++count) continue;
     if (socket_.is_open()) await_packets();
   } catch (const std::exception &) {
     // The worker sends nonsense, or descriptors are short: nothing that follows can be understood.

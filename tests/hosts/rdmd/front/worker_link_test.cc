@@ -163,6 +163,18 @@ TEST_F(WorkerLinks, AnIdleWorkerIsNotKilled) {
   EXPECT_EQ(kills_, 0);
 }
 
+TEST_F(WorkerLinks, AWorkerThatIsRetiredWithItsLastAnswerEndsByItself) {
+  // Regression: the link read on from the socket that it had just closed, took that for nonsense, and had a worker of a
+  // former configuration killed before the plug-in's exits.
+  submit("a");
+  EXPECT_EQ(taken(), "a");
+  dispatcher_.retire_before(2);
+  answer();
+  EXPECT_EQ(replies_, reply_to("a", Fate::answered));
+  EXPECT_TRUE(receive_packet(orders_.get(), false)->bytes.empty());
+  EXPECT_EQ(kills_, 0);
+}
+
 TEST_F(WorkerLinks, OrdersThatTheSocketDoesNotTakeFollowLater) {
   constexpr std::size_t large = 100000;  // three fill the socket
   for (const char *name : {"a", "b", "c", "d"}) submit(name, large);
