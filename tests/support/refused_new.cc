@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "support/refused_new.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <new>
@@ -9,7 +10,7 @@ using namespace rdm;
 
 namespace {
 
-std::atomic<bool> armed{false};
+std::atomic<bool> armed{false}, aligned_armed{false};
 std::atomic<long> calls{0};
 std::size_t smallest = 0, largest = 0;
 
@@ -26,6 +27,12 @@ void *operator new(std::size_t n) {
 // Freed here as well: a sanitizer would report a mismatch with its own operator delete.
 void *operator new(std::size_t n, const std::nothrow_t &) noexcept { return std::malloc(n); }
 
+extern "C" void *aligned_alloc(std::size_t alignment, std::size_t n) noexcept {
+  void *block = nullptr;
+  const bool refused = aligned_armed.exchange(false);
+  return !refused && ::posix_memalign(&block, std::max(alignment, sizeof block), n) == 0 ? block : nullptr;
+}
+
 void operator delete(void *block) noexcept { std::free(block); }
 void operator delete(void *block, std::size_t) noexcept { std::free(block); }
 
@@ -40,6 +47,12 @@ RefusedNew::RefusedNew(std::size_t least, std::size_t most) {
 RefusedNew::~RefusedNew() { armed = false; }
 
 bool RefusedNew::done() const { return !armed; }
+
+RefusedHandler::RefusedHandler() { aligned_armed = true; }
+
+RefusedHandler::~RefusedHandler() { aligned_armed = false; }
+
+bool RefusedHandler::done() const { return !aligned_armed; }
 
 long calls_of_new() { return calls; }
 

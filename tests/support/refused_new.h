@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-/// Makes `new` fail, and counts it. Programs link the library refused_new for it.
+/// Makes `new` and the allocations of Asio fail, and counts the calls of `new`. Programs link the library refused_new
+/// for it.
 #ifndef TESTS_SUPPORT_REFUSED_NEW_H
 #define TESTS_SUPPORT_REFUSED_NEW_H
 
@@ -14,6 +15,19 @@ class RefusedNew {
   RefusedNew(const RefusedNew &) = delete;
   RefusedNew &operator=(const RefusedNew &) = delete;
   ~RefusedNew();
+
+  /// done returns true if one has failed.
+  bool done() const;
+};
+
+/// RefusedHandler makes the first allocation of Asio for a handler (aligned_alloc) in any thread fail during its
+/// lifetime. Asio allocates nothing for a handler that takes the memory of one that has run.
+class RefusedHandler {
+ public:
+  RefusedHandler();
+  RefusedHandler(const RefusedHandler &) = delete;
+  RefusedHandler &operator=(const RefusedHandler &) = delete;
+  ~RefusedHandler();
 
   /// done returns true if one has failed.
   bool done() const;

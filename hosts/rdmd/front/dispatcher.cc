@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <exception>
 #include <new>
 #include <numeric>
 #include <utility>
@@ -33,16 +34,30 @@ Dispatcher::Dispatcher(const Limits &limits, const io::Executor &strand, Now now
 
 /* ---- Changes, and what follows from them ---- */
 
-template <typename Change>
-void Dispatcher::change(Change change) {
+/// decide runs `decision` with the lock held and carries out what it has decided, even if memory then ran short.
+template <typename Decision>
+void Dispatcher::decide(Decision decision) {
   Actions actions;
+  std::exception_ptr shortage;
   {
     const std::lock_guard lock(mutex_);
+    try {
+      decision(actions);
+    } catch (const std::bad_alloc &) {
+      shortage = std::current_exception();
+    }
+  }
+  carry_out(std::move(actions));
+  if (shortage) std::rethrow_exception(shortage);
+}
+
+template <typename Change>
+void Dispatcher::change(Change change) {
+  decide([&](Actions &actions) {
     change(actions);
     assign(actions);
     schedule_tick();
-  }
-  carry_out(std::move(actions));
+  });
 }
 
 void Dispatcher::carry_out(Actions actions) {
@@ -87,9 +102,7 @@ void Dispatcher::take_back(Worker &worker) {
 
 void Dispatcher::submit(JobPtr job, const io::Executor &executor) {
   job->queued_at = now_();
-  Actions actions;
-  {
-    const std::lock_guard lock(mutex_);
+  decide([&](Actions &actions) {
     fresh_since_ = std::min(fresh_since_, job->queued_at);
     // No job is refused because others are gathered.
     if (is_gathering_ && queue_.size() + ahead() >= limits_.queue_length) assign(actions);
@@ -97,8 +110,7 @@ void Dispatcher::submit(JobPtr job, const io::Executor &executor) {
     assign_to_brisk(actions);
     if (!is_worth_gathering() || !gather(executor)) assign(actions);
     schedule_tick();
-  }
-  carry_out(std::move(actions));
+  });
 }
 
 /// is_worth_gathering returns true if a free worker would have to be woken for a few prompt jobs.
@@ -174,6 +186,8 @@ void Dispatcher::give(Entry &entry, JobPtr job, Actions &actions) {
 /// next_job takes the next job from the queue, and drops those whose clients have gone while they waited. The state of
 /// a client that does not have to wait is not looked at: it may have finished sending.
 JobPtr Dispatcher::next_job(bool harvests, Actions &actions) {
+  // Before a job leaves the queue: if memory is short, it stays there.
+  actions.make_room();
   for (;;) {
     JobPtr job = queue_.pop(harvests);
     if (!job || job->queued_at >= fresh_since_ || job->wanted()) return job;
@@ -249,14 +263,18 @@ void Dispatcher::end_retired(Actions &actions) {
 }
 
 void Dispatcher::finished(const Worker &worker) {
-  change([&](Actions &actions) {
-    if (Entry *const entry = entry_of(worker)) {
-      --entry->jobs;
-      entry->harvests = false;
-      entry->begun = now_();
-    }
-    end_retired(actions);
-  });
+  try {
+    change([&](Actions &actions) {
+      if (Entry *const entry = entry_of(worker)) {
+        --entry->jobs;
+        entry->harvests = false;
+        entry->begun = now_();
+      }
+      end_retired(actions);
+    });
+  } catch (const std::bad_alloc &) {
+    // The jobs that wait are given to workers at the next change.
+  }
 }
 
 void Dispatcher::lost(const Worker &worker, std::vector<JobPtr> unbegun) {
@@ -305,11 +323,13 @@ void Dispatcher::schedule_tick() {
   const Duration time = ahead() > 0 ? ahead_patience : tick_time_;
   const auto wanted = now_() + time;
   if (next_tick_ && *next_tick_ <= wanted) return;
-  next_tick_ = wanted;
+  next_tick_.reset();
   timer_.expires_after(time);
   timer_.async_wait([this](const boost::system::error_code &error) {
     if (!error) tick();
   });
+  // Last: without memory for it, a later change begins the wait.
+  next_tick_ = wanted;
 }
 
 void Dispatcher::tick() {

@@ -47,7 +47,8 @@ class Dispatcher {
   void add(std::shared_ptr<Worker> worker, int generation);
   /// retire ends the workers of generations before `generation`, each when it has finished its job.
   void retire_before(int generation);
-  /// finished notes that a worker has replied to its oldest job.
+  /// finished notes that a worker has replied to its oldest job. It throws nothing: if memory is short, the next jobs
+  /// wait for the next event.
   void finished(const Worker &worker);
   /// lost removes a worker that has ended, and queues again the jobs that it held and had not begun, oldest first.
   void lost(const Worker &worker, std::vector<JobPtr> unbegun = {});
@@ -86,6 +87,10 @@ class Dispatcher {
   // NOLINTNEXTLINE(bugprone-exception-escape): moving a small_vector of pointers throws nothing
   struct Actions {
     void end(JobPtr job, Fate fate) { ends.push_back({std::move(job), fate}); }
+    /// make_room makes room for one more start.
+    void make_room() {
+      if (starts.size() == starts.capacity()) starts.reserve(2 * starts.size());
+    }
 
     struct Start {
       std::shared_ptr<Worker> worker;
@@ -100,6 +105,8 @@ class Dispatcher {
     std::vector<std::shared_ptr<Worker>> retired, late, slow;
   };
 
+  template <typename Decision>
+  void decide(Decision decision);
   template <typename Change>
   void change(Change change);
   void carry_out(Actions actions);

@@ -6,11 +6,14 @@
 #include <chrono>
 #include <deque>
 #include <memory>
+#include <new>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
+
+#include "support/refused_new.h"
 
 using namespace rdm;
 using namespace rdm::rdmd;
@@ -333,6 +336,19 @@ TEST_F(Dispatching, JobsBehindOneThatTakesLongWaitNoLongerThanInTheQueue) {
   pass(51ms);
   EXPECT_TRUE(run_until([&] { return !fates_.empty(); }));
   EXPECT_EQ(fates_, fate("b", Fate::overdue));
+}
+
+TEST_F(Dispatching, JobsBecomeOverdueThoughATimerOnceGotNoMemory) {
+  // Regression: after that, no job was overdue and no worker late any more.
+  {
+    const support::RefusedHandler wait;
+    EXPECT_THROW(submit_only("a"), std::bad_alloc);
+    EXPECT_TRUE(wait.done());
+  }
+  submit("b");
+  pass(51ms);
+  EXPECT_TRUE(run_until([&] { return !fates_.empty(); }));
+  EXPECT_EQ(fates_, fate("a", Fate::overdue) + fate("b", Fate::overdue));
 }
 
 TEST_F(Dispatching, JobsThatWentAheadCountAsQueued) {

@@ -16,6 +16,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/refused_new.h"
+
 using namespace rdm;
 using namespace rdm::rdmd;
 using namespace std::chrono_literals;
@@ -153,6 +155,18 @@ TEST_F(LocalWorkers, ACallThatThrowsCostsItsOwnRequestAlone) {
   submit("a");
   ASSERT_TRUE(await(2));
   EXPECT_EQ(replies_, "broken throws" + answered + "a" + answered);
+}
+
+TEST_F(LocalWorkers, ADispatcherWithoutMemoryForTheNextJobsKeepsThem) {
+  // Regression: bad_alloc in the dispatcher ended the server. Its list of jobs to start takes memory from the fifth on.
+  hold();
+  std::this_thread::sleep_for(Dispatcher::ahead_patience + 1ms);  // or the worker would have the jobs already
+  for (char name = 'a'; name <= 'f'; ++name) submit(std::string(1, name));
+  const support::RefusedNew list(5 * sizeof(void *), 1000);
+  release();
+  ASSERT_TRUE(await(7));
+  EXPECT_TRUE(list.done());
+  EXPECT_EQ(called_, "holdabcdef");
 }
 
 }  // namespace
