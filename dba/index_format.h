@@ -6,7 +6,7 @@
 #ifndef DBA_INDEX_FORMAT_H
 #define DBA_INDEX_FORMAT_H
 
-#include <zlib.h>
+#include <libdeflate.h>
 
 #include <array>
 #include <cstddef>
@@ -29,9 +29,7 @@ struct Entry {
 };
 
 /// checksum_of returns the checksum of a record.
-inline uint32_t checksum_of(std::string_view record) {
-  return static_cast<uint32_t>(crc32_z(0, reinterpret_cast<const unsigned char *>(record.data()), record.size()));
-}
+inline uint32_t checksum_of(std::string_view record) { return libdeflate_crc32(0, record.data(), record.size()); }
 
 /// word_at returns the integer at `offset`. Its four bytes must lie within `bytes`.
 constexpr uint32_t word_at(std::string_view bytes, size_t offset) {

@@ -2,7 +2,7 @@
 #include "catalog/hash/trailer.h"
 
 #include <endian.h>
-#include <zlib.h>
+#include <libdeflate.h>
 
 #include <algorithm>
 #include <vector>
@@ -31,7 +31,7 @@ constexpr int64_t trailer_end = trailer_offset + static_cast<int64_t>(sizeof(Wor
 static_assert(trailer_offset >= static_cast<int64_t>(hashdb::header_size) && trailer_offset + sizeof(Words) <= 512);
 
 uint64_t checksum_of(const Words &words, size_t count) {
-  return crc32_z(0, reinterpret_cast<const unsigned char *>(words.data()), count * sizeof(uint64_t));
+  return libdeflate_crc32(0, words.data(), count * sizeof(uint64_t));
 }
 
 bool is_checked(const Words &words, size_t checksum) {
@@ -49,7 +49,7 @@ uint32_t checksum_of_range(const File &file, int64_t begin, int64_t end, uint32_
   while (begin < end) {
     const size_t count = std::min(block.size(), static_cast<size_t>(end - begin));
     file.read_at(begin, block.data(), count);
-    checksum = static_cast<uint32_t>(crc32_z(checksum, block.data(), count));
+    checksum = libdeflate_crc32(checksum, block.data(), count);
     begin += static_cast<int64_t>(count);
   }
   return checksum;
