@@ -18,7 +18,7 @@ bool Locator::open(host_fd file) noexcept {
   unsigned char bytes[hashdb::header_size];
   const auto got = uninterrupted([&] { return ::pread(file, bytes, sizeof bytes, 0); });
   if (got != static_cast<ssize_t>(sizeof bytes)) return false;
-  source_ = {file, host_seek(file, 0, SEEK_END), hashdb::decode(bytes)};
+  source_ = {file, host_seek(file, 0, SEEK_END), hashdb::decode(bytes), hashdb::read_by_pread};
   cursor_.emplace(source_);
   return hashdb::is_sound(source_.header, hashdb::default_hash, source_.size);
 }

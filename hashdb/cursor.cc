@@ -1,9 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "hashdb/cursor.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+
+#include "qxapi/uninterrupted.h"
 
 namespace rdm::hashdb {
 namespace {
@@ -13,6 +17,19 @@ uint16_t swapped(uint16_t number) { return static_cast<uint16_t>(number << 8 | n
 constexpr uint32_t native_order = __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ ? little_endian : big_endian;
 
 }  // namespace
+
+bool read_by_host(host_fd fd, int64_t offset, char *bytes, int32_t size) noexcept {
+  return host_seek(fd, offset, SEEK_SET) == offset && host_read(fd, bytes, size) == size;
+}
+
+bool read_by_pread(host_fd fd, int64_t offset, char *bytes, int32_t size) noexcept {
+  while (size > 0) {
+    const auto got = uninterrupted([=] { return ::pread(fd, bytes, static_cast<size_t>(size), offset); });
+    if (got <= 0) return false;
+    bytes += got, offset += got, size -= static_cast<int32_t>(got);
+  }
+  return true;
+}
 
 bool LongItem::append(std::string_view piece) noexcept {
   if (size_ + piece.size() > capacity_) {
@@ -72,9 +89,7 @@ bool Cursor::read_used(int64_t offset) noexcept {
 }
 
 bool Cursor::read_part(int64_t offset, uint32_t from, uint32_t to) noexcept {
-  const auto size = static_cast<int32_t>(to - from);
-  return host_seek(source_.fd, offset + from, SEEK_SET) == offset + from &&
-         host_read(source_.fd, page_.get() + from, size) == size;
+  return source_.read_at(source_.fd, offset + from, page_.get() + from, static_cast<int32_t>(to - from));
 }
 
 /// data_start returns an offset below which nothing lies that the slots lead to, except the first `from` bytes of the

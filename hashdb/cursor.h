@@ -13,11 +13,20 @@
 
 namespace rdm::hashdb {
 
+/// ReadAt reads `size` bytes at an offset of a file. Returns false if it cannot read all of them; errno is then that of
+/// the failed call, and as it was if the file has ended.
+using ReadAt = bool (*)(host_fd fd, int64_t offset, char *bytes, int32_t size) noexcept;
+/// read_by_host reads with the procedures of the host and moves the position of the file. read_by_pread takes half as
+/// many calls; it is for descriptors of the system.
+bool read_by_host(host_fd fd, int64_t offset, char *bytes, int32_t size) noexcept;
+bool read_by_pread(host_fd fd, int64_t offset, char *bytes, int32_t size) noexcept;
+
 /// Source is the file that a cursor reads. The file must not change while the cursor exists.
 struct Source {
   host_fd fd;
   int64_t size;   // bytes
   Header header;  // is_sound() returned true
+  ReadAt read_at = read_by_host;
 };
 
 /// LongItem collects the pieces of a key or value that is spread over several pages.

@@ -137,7 +137,7 @@ std::optional<Header> RecoveryReader::guessed_header() const {
 
 /// score returns, for a sample of buckets, the records in the bucket of their key minus the others.
 int RecoveryReader::score(const Header &header) const {
-  const hashdb::Source source{file_.descriptor(), size_, header};
+  const hashdb::Source source{file_.descriptor(), size_, header, hashdb::read_by_pread};
   Cursor cursor(source);
   const uint32_t step = std::max(1u, (header.max_bucket + 1) / sampled_buckets);
   int found = 0;
@@ -183,7 +183,7 @@ void RecoveryReader::each(const Visitor &visit) {
 
 /// walk visits the records of all buckets. It marks the pages of a bucket as done if it has read the bucket to its end.
 void RecoveryReader::walk(const Visitor &visit) {
-  const hashdb::Source source{file_.descriptor(), size_, *header_};
+  const hashdb::Source source{file_.descriptor(), size_, *header_, hashdb::read_by_pread};
   Cursor cursor(source);
   std::vector<uint16_t> followed;
   cursor.watch([](void *pages, uint16_t address) { static_cast<std::vector<uint16_t> *>(pages)->push_back(address); },

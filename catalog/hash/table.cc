@@ -26,7 +26,7 @@ hashdb::Source source_of(const File &file) {
   file.read_at(0, bytes, sizeof bytes);
   const hashdb::Header header = hashdb::decode(bytes);
   if (!is_sound(header, hashdb::default_hash, size)) throw unsound(file.name());
-  return {file.descriptor(), size, header};
+  return {file.descriptor(), size, header, hashdb::read_by_pread};
 }
 
 /// read_next moves to the next record of a bucket. Returns false at the end and, after reporting it, at damage.
