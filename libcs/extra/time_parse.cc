@@ -42,7 +42,22 @@ constexpr Zone zones[] = {
 };
 
 constexpr bool is_sign(char c) { return c == '+' || c == '-'; }
-constexpr bool is_delimiter(char c) { return std::string_view(" \t,;/()[]").find(c) != std::string_view::npos; }
+constexpr bool is_delimiter(char c) {
+  switch (c) {
+    case ' ':
+    case '\t':
+    case ',':
+    case ';':
+    case '/':
+    case '(':
+    case ')':
+    case '[':
+    case ']':
+      return true;
+    default:
+      return false;
+  }
+}
 
 /// is_separator returns true if the first character separates words. A "-" does, as in 16-Nov-2026, until the year is
 /// known; then one before a digit starts a zone offset.
@@ -57,7 +72,8 @@ std::string_view token_at(std::string_view text) {
 }
 
 size_t count_digits(std::string_view text) {
-  return static_cast<size_t>(std::find_if_not(text.begin(), text.end(), ascii::is_digit) - text.begin());
+  return static_cast<size_t>(std::find_if_not(text.begin(), text.end(), [](char c) { return ascii::is_digit(c); }) -
+                             text.begin());
 }
 
 int value_of(std::string_view digits) {
@@ -66,13 +82,19 @@ int value_of(std::string_view digits) {
   return value;
 }
 
+/// begins_with returns true if a word begins with a lower-case name, in any case. Nearly all differ in the first
+/// letter.
+bool begins_with(std::string_view word, std::string_view name) {
+  return ascii::lower(word[0]) == name[0] && ascii::istarts_with(word, name);
+}
+
 void take_month(std::string_view word, Date &date) {
   for (int i = 0; i < 12; ++i)
-    if (date.month == unset && ascii::istarts_with(word, month_names[i])) date.month = i + 1;
+    if (date.month == unset && begins_with(word, month_names[i])) date.month = i + 1;
 }
 
 bool names(std::string_view word, const Zone &zone) {
-  if (!ascii::istarts_with(word, zone.name)) return false;
+  if (!begins_with(word, zone.name)) return false;
   return zone.name.size() == 3 || word.size() == 2 || !ascii::is_alpha(word[2]);
 }
 
