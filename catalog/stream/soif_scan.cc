@@ -131,7 +131,7 @@ class ObjectScan {
 }  // namespace
 
 bool is_attribute_name(std::string_view name) {
-  return !name.empty() && std::all_of(name.begin(), name.end(), is_name_character);
+  return !name.empty() && std::all_of(name.begin(), name.end(), [](char c) { return is_name_character(c); });
 }
 
 std::string printable(std::string_view text, size_t limit) {
