@@ -45,9 +45,11 @@ class Loads {
     return tool + " update < " + descriptions_ + " && " + tool + " index";
   }
 
-  /// clear empties the directory of the new catalog, and has everything on the disk: what the load before has left to
-  /// write would slow the next.
+  /// clear removes what the loads before have made, and has everything on the disk: what they have left to write would
+  /// slow the next. All loads thus begin with memory that was just freed; on a virtual machine, other memory may have
+  /// to come from the host, which takes longer than a whole load.
   void clear() const {
+    if (directory_) directory_->clear();
     fs::remove_all(files_.path("new"));
     fs::create_directory(files_.path("new"));
     ::sync();
@@ -64,7 +66,6 @@ class Loads {
   }
 
   Cost load_slapd() const {
-    directory_->clear();
     clear();
     return cost_of(directory_->load_command());
   }
