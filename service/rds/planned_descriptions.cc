@@ -58,12 +58,11 @@ PlannedDescriptions::PlannedDescriptions(Snapshot &snapshot, char **attributes, 
 
 /// view takes the records from the view of the attributes. It makes that if a walk through the file is cheaper than a
 /// page for each record. Returns false if there is none.
-bool PlannedDescriptions::view(uint32_t first, const uint32_t *numbers, uint32_t count) noexcept {
+bool PlannedDescriptions::view(const Range &range) noexcept {
   View &view = snapshot_.view();
   const bool has_view =
-      view.has(attributes_, first, count) ||
-      (count >= snapshot_.locator().buckets() &&
-       view.make(snapshot_.locator(), snapshot_.index().count(), attributes_, {first, numbers, count}));
+      view.has(attributes_, range) || (range.count >= snapshot_.locator().buckets() &&
+                                       view.make(snapshot_.locator(), snapshot_.index(), attributes_, range));
   if (!has_view) return false;
   plan_ = &view.plan();
   file_ = view.text();
@@ -72,38 +71,42 @@ bool PlannedDescriptions::view(uint32_t first, const uint32_t *numbers, uint32_t
 
 /// plan fills the entries of the positions by a walk through the file, if that is cheaper than a page for each unknown
 /// entry.
-void PlannedDescriptions::plan(uint32_t first, const uint32_t *numbers, uint32_t count) noexcept {
-  is_reserved_ = plan_->reserve(first, count);
+void PlannedDescriptions::plan(const Range &range) noexcept {
+  is_reserved_ = plan_->reserve(range.first, range.count);
   if (!is_reserved_) return;
   uint32_t unknown = 0;
-  for (uint32_t i = 0; i < count; ++i) unknown += plan_->entry(first + i).state == Plan::unknown ? 1 : 0;
+  for (uint32_t i = 0; i < range.count; ++i) unknown += plan_->entry(range.first + i).state == Plan::unknown ? 1 : 0;
   Positions positions;
-  if (unknown < snapshot_.locator().buckets() || !positions.map(first, numbers, count)) return;
+  if (unknown < snapshot_.locator().buckets() || !positions.map(snapshot_.index(), range)) return;
   Filling filling{*plan_, positions, soif::Canonical(), {}};
   snapshot_.locator().walk([](void *walk, std::string_view key, std::string_view record,
                               Location place) { static_cast<Filling *>(walk)->visit(key, record, place); },
                            &filling);
 }
 
-/// is_planned returns true if the place of a record is known. It looks the record up if nothing is known of it; a view
-/// is known as a whole.
-bool PlannedDescriptions::is_planned(Plan::Entry &entry, uint32_t number) noexcept {
-  if (entry.state == Plan::unknown && !has_view()) {
-    const Key key = key_of(number);
-    std::string_view record;
-    const Location place = snapshot_.locator().find({key.text, key_size}, record);
-    if (!whole_) whole_.emplace();
-    judge(*whole_, pieces_, record, place, entry);
-  }
+/// look_up looks up a record of which nothing is known.
+void PlannedDescriptions::look_up(uint32_t position) noexcept {
+  const Key key = key_of(snapshot_.index().entry(position).number);
+  if (snapshot_.index().failed()) return;
+  std::string_view record;
+  const Location place = snapshot_.locator().find({key.text, key_size}, record);
+  if (!whole_) whole_.emplace();
+  judge(*whole_, pieces_, record, place, plan_->entry(position));
+}
+
+/// is_planned returns true if the place of a record is known. A view is known as a whole.
+bool PlannedDescriptions::is_planned(uint32_t position) noexcept {
+  const Plan::Entry &entry = plan_->entry(position);
+  if (entry.state == Plan::unknown && !has_view()) look_up(position);
   return entry.state == Plan::as_stored && entry.size <= block_size && block_;
 }
 
 /// run_at returns the records from a position on that print as they are stored, as far as the answer has room.
-PlannedDescriptions::Run PlannedDescriptions::run_at(uint32_t first, const uint32_t *numbers, uint32_t count) noexcept {
+PlannedDescriptions::Run PlannedDescriptions::run_at(const Range &range) noexcept {
   Run run;
-  for (; run.count < count; ++run.count) {
-    Plan::Entry &entry = plan_->entry(first + run.count);
-    if (!is_planned(entry, numbers[run.count]) || !has_room(output_.length() + used_ + run.size, entry.size)) break;
+  for (; run.count < range.count; ++run.count) {
+    const Plan::Entry &entry = plan_->entry(range.first + run.count);
+    if (!is_planned(range.first + run.count) || !has_room(output_.length() + used_ + run.size, entry.size)) break;
     run.size += entry.size;
   }
   return run;
@@ -147,11 +150,10 @@ bool PlannedDescriptions::copy(Location place) noexcept {
 }
 
 /// print prints one record. Returns true if it did.
-bool PlannedDescriptions::print(uint32_t position, uint32_t number) noexcept {
-  if (is_reserved_) {
-    Plan::Entry &entry = plan_->entry(position);
-    if (is_planned(entry, number) && copy(entry.place())) return true;
-  }
+bool PlannedDescriptions::print(uint32_t position) noexcept {
+  if (is_reserved_ && is_planned(position) && copy(plan_->entry(position).place())) return true;
+  const uint32_t number = snapshot_.index().entry(position).number;
+  if (snapshot_.index().failed()) return false;
   // QuickDescriptions reports what is missing or malformed, and what the answer has no room for.
   flush();
   if (!others_) others_.emplace(snapshot_.database(), attributes_, output_.buffer());
@@ -159,19 +161,20 @@ bool PlannedDescriptions::print(uint32_t position, uint32_t number) noexcept {
   return others_->print(number);
 }
 
-int32_t PlannedDescriptions::print(uint32_t first, const uint32_t *numbers, uint32_t count) noexcept {
+int32_t PlannedDescriptions::print(const Range &range) noexcept {
   const bool sends_slices = host_sends_slices() != 0;
-  const bool may_slice = sends_slices && (attributes_ == nullptr || view(first, numbers, count));
-  if (!has_view()) plan(first, numbers, count);
+  const bool may_slice = sends_slices && (attributes_ == nullptr || view(range));
+  if (!has_view()) plan(range);
   int32_t printed = 0;
-  for (uint32_t done = 0; done < count;) {
-    const Run run = may_slice && is_reserved_ ? run_at(first + done, numbers + done, count - done) : Run();
-    const uint32_t end = done + std::max(run.count, 1u);
-    if (slice(first + done, run)) {
+  const uint32_t all = range.first + range.count;
+  for (uint32_t at = range.first; at < all && !snapshot_.index().failed();) {
+    const Run run = may_slice && is_reserved_ ? run_at({at, all - at}) : Run();
+    const uint32_t end = at + std::max(run.count, 1u);
+    if (slice(at, run)) {
       printed += static_cast<int32_t>(run.count);
-      done = end;
+      at = end;
     }
-    for (; done < end; ++done) printed += print(first + done, numbers[done]) ? 1 : 0;
+    for (; at < end; ++at) printed += print(at) ? 1 : 0;
   }
   flush();
   return printed;

@@ -21,9 +21,9 @@ class PlannedDescriptions {
  public:
   PlannedDescriptions(Snapshot &snapshot, char **attributes, Body &output) noexcept;
 
-  /// print prints the records at the positions of the index from `first` on, which have these numbers. Returns how many
-  /// it printed.
-  int32_t print(uint32_t first, const uint32_t *numbers, uint32_t count) noexcept;
+  /// print prints the records of a part of the index. Returns how many it printed. It stops if the index cannot be read
+  /// (IndexFile::failed).
+  int32_t print(const Range &range) noexcept;
 
  private:
   static constexpr size_t block_size = 65536;
@@ -33,13 +33,14 @@ class PlannedDescriptions {
     uint32_t count = 0;
     uint64_t size = 0;
   };
-  bool view(uint32_t first, const uint32_t *numbers, uint32_t count) noexcept;
+  bool view(const Range &range) noexcept;
   bool has_view() const noexcept { return plan_ != &snapshot_.plan(); }
-  void plan(uint32_t first, const uint32_t *numbers, uint32_t count) noexcept;
-  bool is_planned(Plan::Entry &entry, uint32_t number) noexcept;
-  Run run_at(uint32_t first, const uint32_t *numbers, uint32_t count) noexcept;
+  void plan(const Range &range) noexcept;
+  void look_up(uint32_t position) noexcept;
+  bool is_planned(uint32_t position) noexcept;
+  Run run_at(const Range &range) noexcept;
   bool slice(uint32_t first, Run run) noexcept;
-  bool print(uint32_t position, uint32_t number) noexcept;
+  bool print(uint32_t position) noexcept;
   bool select(char *record, size_t &size) noexcept;
   bool read(Location place, char *bytes) const noexcept;
   bool copy(Location place) noexcept;

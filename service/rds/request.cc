@@ -95,41 +95,31 @@ void note_hits(int32_t count, Request *rq) {
   rdm_set_variable(rdm_hits_variable, text, rq);
 }
 
-/// Selection is what a query selects: positions of the index, and the numbers there.
-struct Selection {
-  uint32_t first = 0, count = 0;
-  HostPtr<uint32_t> numbers;
-};
-
-/// select reads what a query selects from an index. Returns false if a read or an allocation fails.
-bool select(IndexFile &index, const Query &query, Selection &selected) {
+/// select finds which positions of an index a query selects. Returns false if a read fails.
+bool select(IndexFile &index, const Query &query, Range &selected) {
   const int32_t start = query.since != 0 ? index.search(query.since) : 0;
   if (start < 0 || query.limit < 0) return !index.failed();
   selected.first = static_cast<uint32_t>(start);
   const uint32_t available = selected.first < index.count() ? index.count() - selected.first : 0;
   selected.count = query.limit == 0 ? available : std::min(available, static_cast<uint32_t>(query.limit));
-  selected.numbers = host_new<uint32_t>(std::max(selected.count, 1u));
-  if (!selected.numbers) return false;
-  for (uint32_t i = 0; i < selected.count && !index.failed(); ++i)
-    selected.numbers.get()[i] = index.entry(selected.first + i).number;
   return !index.failed();
 }
 
-/// answer_from answers from a snapshot as send_since does. Returns false, with nothing sent or reported, if the index
-/// cannot be read or allocation fails.
+/// answer_from answers from a snapshot as send_since does. Returns false, with nothing sent, if the index cannot be
+/// read or allocation fails.
 bool answer_from(Snapshot &snapshot, Query &query, uint32_t *bytes, Session *sn, Request *rq) {
-  Selection selected;
+  Range selected;
   if (!select(snapshot.index(), query, selected)) return false;
   Body body;
   if (body.buffer() == nullptr) return false;
-  query.limit = PlannedDescriptions(snapshot, query.attributes, body)
-                    .print(selected.first, selected.numbers.get(), selected.count);
+  query.limit = PlannedDescriptions(snapshot, query.attributes, body).print(selected);
+  if (snapshot.index().failed()) return false;
   send_descriptions(std::move(body), query.limit, bytes, sn, rq);
   return true;
 }
 
-/// answer_quickly answers from the open snapshot of the catalog. Returns false, with nothing sent or reported, if there
-/// is none: the index must then be loaded.
+/// answer_quickly answers from the open snapshot of the catalog. Returns false, with nothing sent, if there is none:
+/// the index must then be loaded.
 bool answer_quickly(Query &query, const char *csid, uint32_t *bytes, Session *sn, Request *rq) {
   const char *database = csid_findval(catalog_key, csid);
   Snapshot *snapshot = database != nullptr ? snapshots::current(database) : nullptr;

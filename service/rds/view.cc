@@ -44,15 +44,15 @@ bool View::is_of(char **attributes) const noexcept {
   return rest.empty();
 }
 
-bool View::has(char **attributes, uint32_t first, uint32_t count) const noexcept {
-  return is_made_ && first >= first_ && first - first_ <= count_ && count <= count_ - (first - first_) &&
-         is_of(attributes);
+bool View::has(char **attributes, const Range &range) const noexcept {
+  return is_made_ && range.first >= range_.first && range.first - range_.first <= range_.count &&
+         range.count <= range_.count - (range.first - range_.first) && is_of(attributes);
 }
 
-bool View::make(Locator &locator, uint32_t index_count, char **attributes, const Range &range) noexcept {
-  if (has(attributes, range.first, range.count)) return true;
+bool View::make(Locator &locator, IndexFile &index, char **attributes, const Range &range) noexcept {
+  if (has(attributes, range)) return true;
   if (!is_made_ && is_of(attributes)) return false;
-  is_made_ = prepare(locator, index_count, attributes, range) && fill(locator, attributes, range);
+  is_made_ = prepare(locator, index.count(), attributes, range) && fill(locator, index, attributes);
   block_.reset();
   if (is_made_) return true;
   plan_.reset();
@@ -62,8 +62,7 @@ bool View::make(Locator &locator, uint32_t index_count, char **attributes, const
 
 bool View::prepare(Locator &locator, uint32_t index_count, char **attributes, const Range &range) noexcept {
   attributes_ = join(attributes);
-  first_ = range.first;
-  count_ = range.count;
+  range_ = range;
   size_ = 0;
   used_ = 0;
   limit_ = locator.size() / view_share;
@@ -73,9 +72,11 @@ bool View::prepare(Locator &locator, uint32_t index_count, char **attributes, co
   return attributes_ && text_ && block_ && plan_->prepare(index_count) && plan_->reserve(range.first, range.count);
 }
 
-bool View::fill(Locator &locator, char **attributes, const Range &range) noexcept {
+/// fill marks the entries of the records that it has visited by an offset below zero until they have a place: the
+/// states may hold the map of positions.
+bool View::fill(Locator &locator, IndexFile &index, char **attributes) noexcept {
   Positions positions;
-  if (!positions.map(range.first, range.numbers, range.count)) return false;
+  if (!positions.map_in(*plan_, index, range_)) return false;
   struct Walk {
     View &view;
     const Positions &positions;
@@ -89,20 +90,29 @@ bool View::fill(Locator &locator, char **attributes, const Range &range) noexcep
         if (!position || view.size_ > view.limit_) return;
         // If a page has a key twice, the first record is the one that a look-up finds.
         Plan::Entry &entry = view.plan_->entry(*position);
-        if (entry.state != Plan::unknown) return;
-        entry.state = Plan::other;
+        if (entry.size > 0 || entry.offset < 0) return;
+        entry.offset = -1;
         if (selection.printed(record, pieces) && pieces.size() <= block_size) view.add(pieces, entry);
       },
       &walk);
+  set_states();
   return flush() && size_ <= limit_;
 }
 
 /// add appends the text of a record. If that fails, the size is beyond the limit.
 void View::add(const soif::Pieces &pieces, Plan::Entry &entry) noexcept {
   if (pieces.size() > block_size - used_ && !flush()) return;
-  entry = {size_, static_cast<uint32_t>(pieces.size()), Plan::as_stored};
+  entry.offset = size_;
+  entry.size = static_cast<uint32_t>(pieces.size());
   for (const std::string_view piece : pieces) used_ += piece.copy(block_.get() + used_, piece.size());
   size_ += entry.size;
+}
+
+void View::set_states() noexcept {
+  for (uint32_t i = 0; i < range_.count; ++i) {
+    Plan::Entry &entry = plan_->entry(range_.first + i);
+    entry.state = entry.size > 0 ? Plan::as_stored : Plan::other;
+  }
 }
 
 /// flush writes the block. Returns false, with a size beyond the limit, if that fails.

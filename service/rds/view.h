@@ -17,13 +17,6 @@ namespace rdm {
 /// change it.
 inline int64_t view_share = 4;
 
-/// Range is a number of neighbours in an index, from the position `first` on, and the numbers of their records.
-struct Range {
-  uint32_t first;
-  const uint32_t *numbers;
-  uint32_t count;
-};
-
 /// View has the printed text of records in a temporary file without a name, and a plan with its places. A record that
 /// does not print as it is stored, or that a walk does not visit, has none. It is made by one walk through the
 /// database, and kept for requests that select the same.
@@ -34,12 +27,11 @@ class View {
   View &operator=(const View &) = delete;
 
   /// has returns true if the view is that of these attributes and has these positions.
-  bool has(char **attributes, uint32_t first, uint32_t count) const noexcept;
+  bool has(char **attributes, const Range &range) const noexcept;
 
-  /// make makes the view of these attributes for a part of an index with `index_count` entries. Returns false, with
-  /// nothing reported, if the text would be too long, or if memory, a file or room on the disk is missing. It then does
-  /// not try the same again.
-  bool make(Locator &locator, uint32_t index_count, char **attributes, const Range &range) noexcept;
+  /// make makes the view of these attributes for a part of an index. Returns false, with nothing reported, if the text
+  /// would be too long, or if memory, a file or room on the disk is missing. It then does not try the same again.
+  bool make(Locator &locator, IndexFile &index, char **attributes, const Range &range) noexcept;
 
   /// plan has the places of the positions of the view. All are reserved.
   Plan &plan() noexcept { return *plan_; }
@@ -51,12 +43,13 @@ class View {
 
   bool is_of(char **attributes) const noexcept;
   bool prepare(Locator &locator, uint32_t index_count, char **attributes, const Range &range) noexcept;
-  bool fill(Locator &locator, char **attributes, const Range &range) noexcept;
+  bool fill(Locator &locator, IndexFile &index, char **attributes) noexcept;
   void add(const soif::Pieces &pieces, Plan::Entry &entry) noexcept;
+  void set_states() noexcept;
   bool flush() noexcept;
 
   HostText attributes_;  // their names, each followed by a comma
-  uint32_t first_ = 0, count_ = 0;
+  Range range_;
   bool is_made_ = false;
   std::optional<Plan> plan_;
   HostFileGuard text_;

@@ -35,15 +35,19 @@ std::string canonical(uint32_t number) {
 class PlannedTest : public support::HostTest {
  protected:
   void SetUp() override {
-    std::vector<std::pair<uint32_t, uint32_t>> entries;
     {
       const DatabasePtr database(dba_open(catalog_.path().c_str(), "w"));
       for (uint32_t number = 1; number <= count; ++number) {
         put(database.get(), number, record(number));
-        entries.emplace_back(number, number);
         numbers_.push_back(number);
       }
     }
+    open();
+  }
+  /// open opens a snapshot whose index has the numbers.
+  void open() {
+    std::vector<std::pair<uint32_t, uint32_t>> entries;
+    for (const uint32_t number : numbers_) entries.emplace_back(static_cast<uint32_t>(entries.size()) + 1, number);
     catalog_.index(entries);
     snapshot_ = Snapshot::open(catalog_.path().c_str());
     ASSERT_NE(snapshot_, nullptr);
@@ -81,7 +85,7 @@ class PlannedTest : public support::HostTest {
     PlannedDescriptions descriptions(*snapshot_, attributes, output);
     const uint32_t step = walks ? wanted : 1;
     for (uint32_t i = first; i < first + wanted; i += step)
-      EXPECT_EQ(descriptions.print(i, numbers_.data() + i, step), static_cast<int32_t>(step)) << i;
+      EXPECT_EQ(descriptions.print({i, step}), static_cast<int32_t>(step)) << i;
     return sent(std::move(output));
   }
   std::string sent(Body output) {
@@ -141,15 +145,17 @@ TEST_F(PlannedTest, AFewUnknownRecordsAreLookedUpOneByOne) {
 
 TEST_F(PlannedTest, NumbersFarApartAreLookedUpOneByOne) {
   numbers_[3] = 0xFFFFFFFF;
+  open();
   const support::Diagnostics diagnostics;
   Body output;
-  EXPECT_EQ(PlannedDescriptions(*snapshot_, nullptr, output).print(0, numbers_.data(), count), int32_t{count} - 1);
+  EXPECT_EQ(PlannedDescriptions(*snapshot_, nullptr, output).print({0, count}), int32_t{count} - 1);
   EXPECT_EQ(diagnostics.text(), "WARNING: No entry in catalog-database: key ffffffff\n");
   EXPECT_EQ(planned(Plan::unknown), 0u);
 }
 
 TEST_F(PlannedTest, ANumberMayHaveSeveralPositions) {
   numbers_[1] = numbers_[2] = numbers_[150];
+  open();
   EXPECT_EQ(print(0, count, nullptr, true), parsed(0, count, nullptr));
 }
 
@@ -159,15 +165,16 @@ TEST_F(PlannedTest, ARecordThatIsGoneFromItsPlaceIsReported) {
   ASSERT_EQ(::truncate(catalog_.path().c_str(), 4096), 0);
   const support::Diagnostics diagnostics;
   Body output;
-  EXPECT_EQ(PlannedDescriptions(*snapshot_, nullptr, output).print(0, numbers_.data(), count), 0);
+  EXPECT_EQ(PlannedDescriptions(*snapshot_, nullptr, output).print({0, count}), 0);
   EXPECT_EQ(output.length(), 0u);
   const std::string text = diagnostics.text();
   EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), count) << text.substr(0, 500);
 }
 
 TEST_F(PlannedTest, RecordsForWhichAnAnswerHasNoRoomAreReported) {
+  numbers_[1] = numbers_[2] = numbers_[0];
+  open();
   print(0, count, nullptr, true);
-  const std::vector<uint32_t> same(3, 1);
   snapshot_->plan().entry(1) = snapshot_->plan().entry(2) = snapshot_->plan().entry(0);
   for (const bool in_slices : {false, true}) {
     if (in_slices) bind_slices();
@@ -177,7 +184,7 @@ TEST_F(PlannedTest, RecordsForWhichAnAnswerHasNoRoomAreReported) {
     const auto size = static_cast<uint32_t>(record(1).size());
     output.buffer()->length = UINT32_MAX - 4096 - 2 * size;
     const support::Diagnostics diagnostics;
-    EXPECT_EQ(PlannedDescriptions(*snapshot_, nullptr, output).print(0, same.data(), 3), 2);
+    EXPECT_EQ(PlannedDescriptions(*snapshot_, nullptr, output).print({0, 3}), 2);
     EXPECT_EQ(diagnostics.text(), "ERROR: No room in the answer for catalog-database: key 00000001\n") << in_slices;
     EXPECT_EQ(output.length(), UINT32_MAX - 4096);
     EXPECT_EQ(output.sliced(), in_slices ? 2 * size : 0u);
@@ -200,7 +207,7 @@ TEST_F(PlannedTest, AHostThatSendsSlicesGetsViewsOfSelectedAttributes) {
   for (auto &attributes : lists)
     for (const bool made : {false, true}) {
       slices = 0;
-      EXPECT_EQ(snapshot_->view().has(attributes, 0, count), made);
+      EXPECT_EQ(snapshot_->view().has(attributes, {0, count}), made);
       EXPECT_EQ(print(0, count, attributes, true), parsed(0, count, attributes)) << attributes[0];
       EXPECT_EQ(slices, 20) << "between the twenty records that are not as they print";
       EXPECT_EQ(print(7, 150, attributes, true), parsed(7, 150, attributes)) << attributes[0];
@@ -214,15 +221,50 @@ TEST_F(PlannedTest, AViewHasTheAttributesAndThePositionsThatItWasMadeFor) {
   char title[] = "title", titles[] = "titles", author[] = "author";
   char *one[] = {title, nullptr}, *two[] = {title, author, nullptr}, *other[] = {titles, nullptr}, *none[] = {nullptr};
   View view;
-  EXPECT_FALSE(view.has(none, 0, 1));
-  ASSERT_TRUE(view.make(snapshot_->locator(), count, one, {50, numbers_.data() + 50, 100}));
-  EXPECT_TRUE(view.has(one, 50, 100) && view.has(one, 149, 1) && view.has(one, 60, 10));
-  EXPECT_FALSE(view.has(one, 49, 10) || view.has(one, 51, 100) || view.has(one, 151, 0) ||
-               view.has(one, 50, UINT32_MAX));
-  EXPECT_FALSE(view.has(two, 50, 100) || view.has(other, 50, 100) || view.has(none, 50, 100));
-  ASSERT_TRUE(view.make(snapshot_->locator(), count, two, {0, numbers_.data(), count}));
-  EXPECT_TRUE(view.has(two, 0, count));
-  EXPECT_FALSE(view.has(one, 50, 100));
+  EXPECT_FALSE(view.has(none, {0, 1}));
+  ASSERT_TRUE(view.make(snapshot_->locator(), snapshot_->index(), one, {50, 100}));
+  EXPECT_TRUE(view.has(one, {50, 100}) && view.has(one, {149, 1}) && view.has(one, {60, 10}));
+  EXPECT_FALSE(view.has(one, {49, 10}) || view.has(one, {51, 100}) || view.has(one, {151, 0}) ||
+               view.has(one, {50, UINT32_MAX}));
+  EXPECT_FALSE(view.has(two, {50, 100}) || view.has(other, {50, 100}) || view.has(none, {50, 100}));
+  ASSERT_TRUE(view.make(snapshot_->locator(), snapshot_->index(), two, {0, count}));
+  EXPECT_TRUE(view.has(two, {0, count}));
+  EXPECT_FALSE(view.has(one, {50, 100}));
+}
+
+TEST_F(PlannedTest, ViewsAreRightInWhateverOrderTheNumbersAre) {
+  bind_slices();
+  char title[] = "title", *attributes[] = {title, nullptr};
+  const auto expect_right = [&](const char *what) {
+    open();
+    const auto all = static_cast<uint32_t>(numbers_.size());
+    for (const uint32_t first : {0u, 5u}) {
+      EXPECT_EQ(print(first, all - first, attributes, true), parsed(first, all - first, attributes)) << what << first;
+      EXPECT_TRUE(snapshot_->view().has(attributes, {first, all - first})) << what << first;
+    }
+  };
+  std::reverse(numbers_.begin(), numbers_.end());
+  expect_right("the newest first, from ");
+  for (size_t i = 0; i < numbers_.size(); ++i) std::swap(numbers_[i], numbers_[i * 7919 % numbers_.size()]);
+  expect_right("in no order, from ");
+  std::fill_n(numbers_.begin() + 10, 20, numbers_[3]);
+  expect_right("one at several positions, from ");
+  std::erase_if(numbers_, [](uint32_t number) { return number % 7 == 0; });
+  expect_right("with gaps, from ");
+}
+
+TEST_F(PlannedTest, AnIndexThatCannotBeReadEndsThePrintingWithoutAReport) {
+  char title[] = "title", *all[] = {nullptr}, *titles[] = {title, nullptr};
+  for (char **attributes : {all, titles}) {
+    open();
+    bind_slices();
+    ASSERT_EQ(::truncate((catalog_.path() + ".idx").c_str(), 8), 0);
+    const support::Diagnostics diagnostics;
+    Body output;
+    EXPECT_EQ(PlannedDescriptions(*snapshot_, attributes, output).print({0, count}), 0);
+    EXPECT_TRUE(snapshot_->index().failed());
+    EXPECT_EQ(diagnostics.text(), "");
+  }
 }
 
 TEST_F(PlannedTest, AViewThatIsTooLongIsNotMade) {
@@ -232,26 +274,34 @@ TEST_F(PlannedTest, AViewThatIsTooLongIsNotMade) {
   for (int i = 0; i < 2; ++i) EXPECT_EQ(print(0, count, attributes, true), parsed(0, count, attributes));
   EXPECT_EQ(slices, 0);
   view_share = 1;
-  EXPECT_FALSE(snapshot_->view().make(snapshot_->locator(), count, attributes, {0, numbers_.data(), count}))
+  EXPECT_FALSE(snapshot_->view().make(snapshot_->locator(), snapshot_->index(), attributes, {0, count}))
       << "it does not try the same again";
 }
 
 TEST_F(PlannedTest, AViewNeedsMemoryFilesAndNumbersNearEachOther) {
   view_share = 1;
   char title[] = "title", *attributes[] = {title, nullptr};
-  const auto make = [&] { return View().make(snapshot_->locator(), count, attributes, {0, numbers_.data(), count}); };
+  const auto make = [&] { return View().make(snapshot_->locator(), snapshot_->index(), attributes, {0, count}); };
   EXPECT_TRUE(make());
-  for (const long number : {1, 2, 3, 4}) {
+  const auto make_without = [&](long number) {
     host.allocations = 0;
     host.fail_allocation = number;
-    EXPECT_FALSE(make()) << number;
-  }
-  host.fail_allocation = 0;
+    const bool made = make();
+    host.fail_allocation = 0;
+    return made;
+  };
+  for (const long number : {1, 2, 3}) EXPECT_FALSE(make_without(number)) << number;
+  EXPECT_TRUE(make_without(4)) << "the plan has room for the map of the numbers";
   {
     const support::FileLimit limit(0);
     EXPECT_FALSE(make());
   }
+  numbers_[3] = count + 1;
+  open();
+  EXPECT_TRUE(make());
+  EXPECT_FALSE(make_without(4));
   numbers_[3] = 0xFFFFFFFF;
+  open();
   EXPECT_FALSE(make());
 }
 
@@ -270,10 +320,10 @@ TEST_F(PlannedTest, SlicesThatCannotBeNotedAreCopied) {
   PlannedDescriptions descriptions(*snapshot_, nullptr, output);
   host.allocations = 0;
   host.fail_allocation = 1;
-  EXPECT_EQ(descriptions.print(0, numbers_.data(), 9), 9);
+  EXPECT_EQ(descriptions.print({0, 9}), 9);
   host.fail_allocation = 0;
   EXPECT_EQ(output.sliced(), 0u);
-  EXPECT_EQ(descriptions.print(9, numbers_.data() + 9, count - 9), int32_t{count} - 9);
+  EXPECT_EQ(descriptions.print({9, count - 9}), int32_t{count} - 9);
   EXPECT_GT(output.sliced(), 0u);
   EXPECT_EQ(sent(std::move(output)), right);
 }
@@ -292,7 +342,7 @@ TEST_F(PlannedTest, ASliceThatIsNotSentIsReported) {
   bind_slices();
   for (const bool writes : {false, true}) {
     Body output;
-    EXPECT_EQ(PlannedDescriptions(*snapshot_, nullptr, output).print(0, numbers_.data(), 50), 50);
+    EXPECT_EQ(PlannedDescriptions(*snapshot_, nullptr, output).print({0, 50}), 50);
     host.fail_net_write = writes;
     if (!writes) qxapi_bind_slices([](host_net *, const host_slice *) -> int64_t { return -1; });
     EXPECT_EQ(std::move(output).send(&exchange_.session, &exchange_.request), -1);
