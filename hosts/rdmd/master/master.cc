@@ -112,6 +112,7 @@ class Master {
   void front_works();
   void fail_to_start(const std::string &why);
   void front_ended(int wait_status);
+  void kill_front();
   void take_message();
   void tell(const ControlMessage &message, const std::vector<host_fd> &files = {});
 
@@ -130,6 +131,7 @@ class Master {
   void await_workers();
   void end_workers();
   void stop();
+  void begin_to_stop();
   void reap();
   void process_ended(pid_t pid, int wait_status);
 
@@ -158,8 +160,8 @@ class Master {
   bool serves_catalogs_ = false;  // the configuration of the generation that serves has catalog services
 
   bool stopping_ = false;
-  bool handed_over_ = false;  // another process is the server now
-  Clock::time_point end_ = Clock::time_point::max();
+  bool handed_over_ = false;                          // another process is the server now
+  Clock::time_point end_ = Clock::time_point::max();  // while it stops: when the front, or else the workers, are killed
   int status_ = EXIT_SUCCESS;
 };
 
@@ -216,8 +218,7 @@ void Master::obey(int signal) {
 
 /// time_left returns the milliseconds until something is due, or -1.
 int Master::time_left() const {
-  Clock::time_point due = stopping_ && front_.pid == -1 ? end_ : Clock::time_point::max();
-  due = std::min(due, watchdog_due_);
+  Clock::time_point due = std::min(end_, watchdog_due_);
   if (front_due_) due = std::min(due, *front_due_);
   for (const WorkerProcess &worker : workers_) due = std::min(due, worker.end);
   if (starting_ == 0 && !replacements_due_.empty()) due = std::min(due, *replacements_due_.begin());
@@ -230,6 +231,7 @@ void Master::do_what_is_due() {
   const auto now = Clock::now();
   if (watchdog_due_ <= now) feed_watchdog();
   if (front_due_ && *front_due_ <= now) start_front();
+  if (front_.pid != -1 && end_ <= now) kill_front();
   kill_late();
   // While a generation starts, the places of the former one wait: if it fails they are filled.
   while (!stopping_ && starting_ == 0 && !replacements_due_.empty() && *replacements_due_.begin() <= now) {
@@ -464,6 +466,13 @@ void Master::front_ended(int wait_status) {
   if (starting_ == 0) start_generation();
 }
 
+/// kill_front ends a front that does not end by itself.
+void Master::kill_front() {
+  errors_.error("the front process hangs: killing it");
+  ::kill(front_.pid, SIGKILL);
+  end_ = Clock::time_point::max();
+}
+
 void Master::take_message() {
   try {
     const std::optional<Packet> packet = receive_packet(front_.socket.get());
@@ -552,17 +561,19 @@ void Master::hand_over() {
 }
 
 void Master::stop() {
-  if (!stopping_) {
-    if (serving_) errors_.info("stopping");
-    if (starting_ != 0) kill_generation(std::exchange(starting_, 0));
-    // Refuse new clients. A program that is about to take over still needs the files of the sockets.
-    if (upgrade_.descriptor() == -1) listeners_.clear();
-  }
-  stopping_ = true;
+  if (!std::exchange(stopping_, true)) begin_to_stop();
+  tell({Kind::stop, 0, 0, ""});
+}
+
+void Master::begin_to_stop() {
+  if (serving_) errors_.info("stopping");
+  if (starting_ != 0) kill_generation(std::exchange(starting_, 0));
+  // Refuse new clients. A program that is about to take over still needs the files of the sockets.
+  if (upgrade_.descriptor() == -1) listeners_.clear();
   front_due_.reset();
+  end_ = Clock::now() + settings_.limits.shutdown + silence_limit;
   if (front_.pid == -1) await_workers();
   if (!handed_over_) manager_.stopping();
-  tell({Kind::stop, 0, 0, ""});
 }
 
 /// reap takes note of the children that have ended: of the front first, because workers end with their front, and then

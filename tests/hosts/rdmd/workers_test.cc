@@ -356,6 +356,30 @@ TEST_F(HostWorkers, AWorkerThatHangsWithoutItsFrontIsKilledAfterTheServiceTimeou
   EXPECT_EQ(get_body("/rdm/fast"), "fast\n");
 }
 
+TEST_F(HostWorkers, AFrontThatHangsIsKilledWhenTheServerStops) {
+  // Regression: the master waited for it for ever.
+  start_workers(1, {"--shutdown-timeout", "0.2"});
+  ::kill(server_->front(), SIGSTOP);
+  server_->signal(SIGTERM);
+  EXPECT_TRUE(server_->await_error("] [error] rdmd: the front process hangs: killing it\n"));
+  EXPECT_EQ(server_->wait(), 1);
+}
+
+TEST_F(HostWorkers, AFurtherOrderToStopDoesNotPutOffTheEndOfAWorkerThatHangs) {
+  // Regression: each order gave the worker the shutdown timeout again.
+  start_workers(1, {"--shutdown-timeout", "2"});
+  ASSERT_EQ(processes("rdmd-worker").size(), 1u);
+  ::kill(processes("rdmd-worker").front(), SIGSTOP);
+  const pid_t front = server_->front();
+  server_->signal(SIGTERM);
+  ASSERT_TRUE(support::eventually([&] { return ::kill(front, 0) != 0; }));
+  EXPECT_TRUE(support::eventually([&] {
+    server_->signal(SIGTERM);
+    return server_->errors().find("the plug-in has not returned from its last call") != std::string::npos;
+  }));
+  EXPECT_EQ(server_->wait(), 1);
+}
+
 TEST_F(HostWorkers, TheProgramIsReplacedWithoutRefusingAClient) {
   start_workers(2);
   HttpClient busy(port_);
