@@ -45,11 +45,14 @@ std::mutex logs_mutex;
 Logs logs;
 
 thread_local long resource_failure_count = 0;
+thread_local int resource_failure_reason = 0;
 
-/// count_failure returns `result`, and counts a resource failure unless `succeeded`.
+/// count_failure returns `result`, and counts a resource failure with this errno unless `succeeded`.
 template <typename Result>
-Result count_failure(Result result, bool succeeded) {
-  if (!succeeded) ++resource_failure_count;
+Result count_failure(Result result, bool succeeded, int code = errno) {
+  if (succeeded) return result;
+  ++resource_failure_count;
+  resource_failure_reason = code;
   return result;
 }
 
@@ -67,17 +70,17 @@ Result guarded(Result failure, Body body) noexcept {
 
 void *allocate(std::size_t n) {
   void *block = base_table.alloc(n);
-  return count_failure(block, block != nullptr);
+  return count_failure(block, block != nullptr, ENOMEM);
 }
 
 void *reallocate(void *p, std::size_t n) {
   void *block = base_table.realloc(p, n);
-  return count_failure(block, block != nullptr);
+  return count_failure(block, block != nullptr, ENOMEM);
 }
 
 char *duplicate(const char *text) {
   char *copy = base_table.strdup(text);
-  return count_failure(copy, copy != nullptr);
+  return count_failure(copy, copy != nullptr, ENOMEM);
 }
 
 host_fd open_write(const char *path) {
@@ -163,7 +166,7 @@ std::int64_t seek(host_fd fd, std::int64_t offset, int whence) {
 int checked_stat(const char *path, struct stat *status) {
   const int result = base_table.stat(path, status);
   const bool usable = result == 0 && S_ISDIR(status->st_mode);
-  return count_failure(result, usable || std::strcmp(path, P_tmpdir) != 0);
+  return count_failure(result, usable || std::strcmp(path, P_tmpdir) != 0, result == 0 ? ENOTDIR : errno);
 }
 
 /// write is for data, not for log lines: once a file opened for appending is written by it, the file is no longer
@@ -306,6 +309,8 @@ void bind_host(Reporter reporter, const qxapi_host &base) {
 }
 
 long resource_failures() { return resource_failure_count; }
+
+int last_resource_failure() { return resource_failure_reason; }
 
 void reopen_logs() {
   std::vector<std::shared_ptr<LogFile>> open;

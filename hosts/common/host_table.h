@@ -40,6 +40,9 @@ void bind_host(Reporter reporter, const qxapi_host &base = *qxapi_posix_host());
 /// missing directory for temporary files is counted.
 long resource_failures();
 
+/// last_resource_failure returns the errno of the last of them.
+int last_resource_failure();
+
 /// reopen_logs reopens, by name, each file that the plug-in has opened for appending and not closed; its descriptor
 /// number stays the same. If a file cannot be reopened, this is reported and the log continues in the old file. It may
 /// be called from any thread.

@@ -3,6 +3,8 @@
 
 #include <utility>
 
+#include "hosts/common/host_table.h"
+
 namespace rdm::hosts {
 
 void fill(Exchange &exchange, ServiceRequest request) {
@@ -19,6 +21,7 @@ ServiceAnswer call_service(Plugin &plugin, ServiceRequest request) {
   fill(exchange, std::move(request));
   ServiceAnswer answer;
   answer.outcome = serve(plugin, exchange);
+  if (answer.outcome == Outcome::broken) answer.failure = last_resource_failure();
   answer.labels = read_labels(exchange);
   if (answer.outcome != Outcome::answered) return answer;
   answer.delimited = exchange.delimited();

@@ -26,6 +26,7 @@ struct ServiceRequest {
 /// ServiceAnswer is everything that the host needs for its answer.
 struct ServiceAnswer {
   Outcome outcome = Outcome::silent;
+  int failure = 0;  // an errno: the reason if the outcome is `broken` and the reason is known
   RequestLabels labels;
   bool delimited = false;     // the client can detect the end of the answer; see Exchange::delimited
   Head head;                  // the members from here on are set only if the outcome is `answered`

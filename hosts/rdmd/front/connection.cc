@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <ctime>
 #include <optional>
+#include <string>
+#include <system_error>
 #include <utility>
 
 #include <boost/asio/dispatch.hpp>
@@ -36,6 +38,12 @@ std::string_view refusal_text(Trouble reason) {
   if (reason == Trouble::address_full) return "There are too many connections from this address.\n";
   if (reason == Trouble::address_rate) return "There are too many new connections from this address.\n";
   return "The server has as many connections as it can take.\n";
+}
+
+/// describe_failure describes an answer that was discarded because of an errno; 0 if the reason is not known.
+std::string describe_failure(int code) {
+  const std::string text = "cannot answer a request";
+  return code == 0 ? text : text + ": " + std::generic_category().message(code);
 }
 
 }  // namespace
@@ -282,7 +290,7 @@ void Connection::deliver(hosts::ServiceAnswer answered) {
     case hosts::Outcome::silent:
       return fail("the plug-in sent no answer");
     case hosts::Outcome::broken:
-      return fail("out of memory, or a file operation failed, while answering a request");
+      return fail(describe_failure(answered.failure));
     case hosts::Outcome::answered:
       keep_ = keep_ && answered.delimited;
       return answer(answered.head, std::move(answered.pieces));

@@ -27,6 +27,7 @@ class AnswerPackets {
  public:
   explicit AnswerPackets(const hosts::ServiceAnswer &answer) {
     writer_.number(static_cast<unsigned char>(answer.outcome));
+    if (answer.outcome == hosts::Outcome::broken) writer_.number(answer.failure);
     write_labels(answer.labels);
     writer_.number(answer.delimited);
     write_head(answer.head);
@@ -158,6 +159,7 @@ hosts::Head read_head(PacketReader &reader) {
 hosts::ServiceAnswer read_answer(PacketReader &reader) {
   hosts::ServiceAnswer answer;
   answer.outcome = reader.choice<hosts::Outcome>(outcomes);
+  if (answer.outcome == hosts::Outcome::broken) answer.failure = reader.number<int>();
   answer.labels = read_labels(reader);
   answer.delimited = reader.boolean();
   answer.head = read_head(reader);

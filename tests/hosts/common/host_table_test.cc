@@ -216,6 +216,7 @@ TEST_F(HostTable, CountsFailedAllocations) {
   EXPECT_EQ(host_realloc(nullptr, 1), nullptr);
   EXPECT_EQ(host_strdup("x"), nullptr);
   EXPECT_EQ(hosts::resource_failures(), before + 3);
+  EXPECT_EQ(hosts::last_resource_failure(), ENOMEM);
 }
 
 TEST_F(HostTable, MemoryThatFailsInTheHostIsAnAnswerToThePlugin) {
@@ -243,7 +244,9 @@ TEST_F(HostTable, CountsFailedFileOperations) {
   EXPECT_EQ(host_open_write(directory.path("none/file").c_str()), -1);
   EXPECT_EQ(host_open_append(directory.path("none/file").c_str()), -1);
   const HostFileGuard full(::open("/dev/full", O_WRONLY));
+  EXPECT_EQ(hosts::last_resource_failure(), ENOENT);
   EXPECT_EQ(host_write(full.get(), "x", 1), 0);
+  EXPECT_EQ(hosts::last_resource_failure(), ENOSPC);
   char byte = 0;
   EXPECT_EQ(host_read(full.get(), &byte, 1), -1);
   EXPECT_EQ(host_seek(-1, 0, SEEK_SET), -1);
@@ -287,6 +290,7 @@ TEST_F(HostTable, AMissingDirectoryForTemporaryFilesIsCounted) {
     struct stat status;
     host_stat(P_tmpdir, &status);
     EXPECT_EQ(hosts::resource_failures(), before + 1);
+    EXPECT_EQ(hosts::last_resource_failure(), look == +absent ? ENOENT : ENOTDIR);
   }
 }
 

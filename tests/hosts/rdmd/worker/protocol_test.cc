@@ -88,6 +88,15 @@ TEST(WorkerProtocol, ARequestArrivesAsItWasSent) {
 
 TEST(WorkerProtocol, TheOrderToReopenLogsIsNoRequest) { EXPECT_FALSE(decode_order(encode_reopen())); }
 
+TEST(WorkerProtocol, AnAnswerThatFailedArrivesWithTheReason) {
+  hosts::ServiceAnswer broken;
+  broken.outcome = hosts::Outcome::broken;
+  broken.failure = ENOSPC;
+  const auto [received, packets] = exchange(broken);
+  EXPECT_EQ(received.outcome, hosts::Outcome::broken);
+  EXPECT_EQ(received.failure, ENOSPC);
+}
+
 TEST(WorkerProtocol, AnAnswerWithoutABodyArrivesInOnePacket) {
   const auto [received, packets] = exchange(answer());
   EXPECT_EQ(packets, 1u);
