@@ -118,7 +118,7 @@ class Master {
 
   /* ---- The whole ---- */
 
-  void report_ready();
+  void report_ready(const std::string &fault = "");
   void feed_watchdog();
   Duration grace() const;
   void reload();
@@ -312,9 +312,10 @@ void Master::generation_failed(const std::string &why) {
   const bool others_serve = std::any_of(workers_.begin(), workers_.end(), [this](const WorkerProcess &worker) {
     return worker.generation == generation_;
   });
-  errors_.error("reload: " + why +
-                (others_serve ? "; still serving with the former configuration" : "; no worker serves"));
-  report_ready();
+  const std::string message =
+      "reload: " + why + (others_serve ? "; still serving with the former configuration" : "; no worker serves");
+  errors_.error(message);
+  report_ready(message);
   // After the end of a front: the place of each worker that ends now is filled, with pauses.
   if (!others_serve) generation_ = failed;
 }
@@ -413,7 +414,9 @@ void Master::fail_to_start(const std::string &why) {
   stop();
 }
 
-void Master::report_ready() { manager_.ready("Listening on " + addresses_of(listeners_, false)); }
+void Master::report_ready(const std::string &fault) {
+  manager_.ready("Listening on " + addresses_of(listeners_, false) + (fault.empty() ? "" : "; " + fault));
+}
 
 /// feed_watchdog tells the service manager at intervals that the master runs, unless the front hangs.
 void Master::feed_watchdog() {
@@ -514,8 +517,11 @@ void Master::upgrade() {
 /// loses_catalogs returns true, after a message, if the configuration has no catalog service any more.
 bool Master::loses_catalogs(const std::string &action) {
   if (!serves_catalogs_ || has_catalogs()) return false;
-  errors_.error(action + ": " + settings_.config +
-                ": no catalog service is configured any more; still serving with the former configuration");
+  const std::string message =
+      action + ": " + settings_.config +
+      ": no catalog service is configured any more; still serving with the former configuration";
+  errors_.error(message);
+  report_ready(message);
   return true;
 }
 

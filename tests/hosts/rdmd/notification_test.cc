@@ -32,6 +32,17 @@ TEST_F(HostNotifications, FollowTheLifeOfTheServer) {
   EXPECT_EQ(socket_.receive().substr(0, 11), "STOPPING=1\n");
 }
 
+TEST_F(HostNotifications, SayWhyAReloadFailed) {
+  start({"--workers", "1"});
+  EXPECT_EQ(socket_.receive(), ready());
+  directory_.write("rdm.conf", "fail=\"The stars are wrong.\"\n");
+  server_->signal(SIGHUP);
+  EXPECT_EQ(socket_.receive().substr(0, 12), "RELOADING=1\n");
+  const std::string listening = ready().substr(0, ready().size() - 1);
+  EXPECT_EQ(socket_.receive(), listening + "; reload: " + config_ +
+                                   ": The stars are wrong.; still serving with the former configuration\n");
+}
+
 TEST_F(HostNotifications, FeedTheWatchdog) {
   const support::Environment time("WATCHDOG_USEC", "200000"), whose("WATCHDOG_PID", nullptr);
   start();
