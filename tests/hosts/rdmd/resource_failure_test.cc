@@ -5,6 +5,8 @@
 #include <string>
 
 #include "hosts/rdmd/server_fixture.h"
+#include "support/file_limit.h"
+#include "support/process.h"
 
 using namespace rdm;
 
@@ -77,6 +79,23 @@ TEST_F(HostResourceFailures, AnIndexThatIsADirectoryIsAnsweredAsCorrupt) {
   serve(directory_.path("debug.log"));
   expect_error(harvest, "Server Error: Cannot service request");
   EXPECT_NE(support::read_file(directory_.path("debug.log")).find("ERROR: Indexfile is corrupt"), std::string::npos);
+}
+
+TEST_F(HostResourceFailures, AnAnswerThatTheDiskHasNoRoomForCostsNoOther) {
+  std::string feed;
+  for (int number = 0; number < 100; ++number)
+    feed += "@FILE { http://localhost/" + std::to_string(number) + "\ntitle{400}:\t" + std::string(400, 'x') + "\n}\n";
+  const support::Finished published = support::run({support::in_build("bin/rdmctl"), "publish", "--quiet",
+                                                    directory_.path("c.db"), directory_.write("feed.soif", feed)});
+  ASSERT_EQ(published.status, 0) << published.errors;
+  const support::FileLimit limit(20'000);  // in the place of a disk that is full
+  serve(directory_.path("debug.log"));
+  EXPECT_EQ(support::http_get(port_, harvest).status, 500);
+  EXPECT_TRUE(
+      server_->await_error("[error] rdmd: cannot answer a request: File too large (client 127.0.0.1, request "));
+  const HttpResponse few = support::http_get(port_, std::string(harvest) + "&view-hits=20");
+  EXPECT_EQ(few.status, 200);
+  EXPECT_NE(few.body.find("@FILE { http://localhost/19\n"), std::string::npos) << few.body;
 }
 
 }  // namespace
