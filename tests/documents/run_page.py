@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: MIT
 """Runs the commands of a page and compares what they print with what the page shows.
 
-Usage: run_page.py [--bin DIRECTORY] [--source DIRECTORY] PAGE...
+Usage: run_page.py [--bin DIRECTORY] [--source DIRECTORY] [--also REASON] PAGE...
 
 A fenced block of the language `sh` is run. The block without a language after it shows everything that it prints; a
 block of commands without one after it prints nothing. All blocks of a page are one script: it begins in a new home
@@ -10,7 +10,8 @@ directory, where ~/rdm is the tree of --source, with the programs of --bin in PA
 fails. In what the page shows, `...` stands for any text of a line, and a line `...` for any lines. Of blocks in other
 languages, nothing is looked at.
 
-A block after the line `<!-- not run: REASON -->` is left out, and named with its reason.
+A block after the line `<!-- not run: REASON -->` is left out, and named with its reason, unless --also gives the same
+reason.
 
 Of each address 127.0.0.1:PORT in the commands, a free port takes the place, and is changed back in what they print.
 """
@@ -64,14 +65,15 @@ def blocks(lines):
         raise PageError(f"{fence[1] - 1}: the block has no end")
 
 
-def steps_of(page):
-    """Returns the steps of a page."""
+def steps_of(page, also):
+    """Returns the steps of a page; those that are not run for the reason `also` have none."""
     steps, takes_output = [], False
     for language, line, text, above in blocks(page.splitlines()):
         if language == "sh":
             left_out = LEFT_OUT.match(above)
-            steps.append(Step(line, text, reason=left_out["reason"] if left_out else ""))
-            takes_output = not left_out
+            reason = left_out["reason"] if left_out and left_out["reason"] != also else ""
+            steps.append(Step(line, text, reason=reason))
+            takes_output = not reason
         elif language == "" and takes_output:
             steps[-1].shown, takes_output = text, False
         elif language == "" and not (steps and steps[-1].reason):
@@ -172,8 +174,8 @@ def check_outputs(steps, outputs, ports, status):
         compare(step, printed)
 
 
-def run_page(page, programs, source):
-    steps = steps_of(page.read_text("utf-8"))
+def run_page(page, programs, source, also):
+    steps = steps_of(page.read_text("utf-8"), also)
     for step in steps:
         if step.reason:
             print(f"{page}:{step.line}: not run: {step.reason}")
@@ -194,6 +196,7 @@ def main():
     parser = argparse.ArgumentParser(description="Runs the commands of pages and compares what they print.")
     parser.add_argument("--bin", default="/usr/bin", help="the directory of the programs")
     parser.add_argument("--source", default=pathlib.Path(__file__).parents[2], help="the directory of the sources")
+    parser.add_argument("--also", metavar="REASON", help="run the blocks that are not run for this reason")
     parser.add_argument("pages", nargs="+", type=pathlib.Path, metavar="PAGE")
     arguments = parser.parse_args()
     # Tests of one build also run on the programs of another one.
@@ -201,7 +204,7 @@ def main():
     programs = pathlib.Path(tested, "bin") if tested else pathlib.Path(arguments.bin)
     for page in arguments.pages:
         try:
-            run_page(page, programs.resolve(), pathlib.Path(arguments.source).resolve())
+            run_page(page, programs.resolve(), pathlib.Path(arguments.source).resolve(), arguments.also)
         except PageError as error:
             sys.exit(f"{page}:{error}")
 

@@ -15,12 +15,12 @@ def block(language, text):
     return f"```{language}\n{text}```\n"
 
 
-def run(page):
+def run(page, *options):
     """Runs a page; returns the exit status, standard output and standard error, without the page's name."""
     with tempfile.TemporaryDirectory() as directory:
         path = pathlib.Path(directory, "page.md")
         path.write_text(page)
-        finished = subprocess.run([sys.executable, RUNNER, path], capture_output=True, text=True, check=False)
+        finished = subprocess.run([sys.executable, RUNNER, *options, path], capture_output=True, text=True, check=False)
     return finished.returncode, finished.stdout.replace(str(path), "page"), finished.stderr.replace(str(path), "page")
 
 
@@ -74,6 +74,12 @@ class RunPage(unittest.TestCase):
                              block("sh", "true\n"))
         self.assertEqual(status, 0)
         self.assertEqual(out.splitlines()[0], "page:3: not run: needs root")
+
+    def test_a_reason_that_is_given_is_none(self):
+        page = block("sh", "true\n") + "<!-- not run: needs root -->\n" + block("sh", "echo a\n") + block("", "a\n")
+        self.assertEqual(run(page, "--also", "needs root"),
+                         (0, "page: 2 blocks of commands print what the page shows\n", ""))
+        self.assertEqual(run(page, "--also", "needs a disk")[1].splitlines()[0], "page:6: not run: needs root")
 
     def test_other_languages_are_left_alone(self):
         self.assert_runs(block("sh", "true\n") + block("toml", "a = 1\n"))
