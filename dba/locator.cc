@@ -31,7 +31,7 @@ Location Locator::place() const noexcept {
 
 Location Locator::find(std::string_view key, std::string_view &value) noexcept {
   value = {};
-  if (cursor_->find(bucket_of_key(source_.header, key), key) != hashdb::Cursor::record) return {};
+  if (cursor_->find_newest(bucket_of_key(source_.header, key), key) != hashdb::Cursor::record) return {};
   const Location found = place();
   if (found.size > 0) value = cursor_->value();
   return found;
@@ -39,7 +39,7 @@ Location Locator::find(std::string_view key, std::string_view &value) noexcept {
 
 void Locator::walk(Visit visit, void *argument) noexcept {
   for (uint32_t bucket = 0; bucket < buckets(); ++bucket) {
-    cursor_->start(bucket);
+    cursor_->start(bucket, hashdb::Cursor::newest_first);
     while (cursor_->next() == hashdb::Cursor::record) {
       const Location found = place();
       if (found.size > 0 && bucket_of_key(source_.header, cursor_->key()) == bucket)

@@ -45,7 +45,7 @@ class Reader {
 };
 
 int Reader::get(std::string_view key, DBT *value) noexcept {
-  const Cursor::Result result = by_key_.find(bucket_of(source_.header, hash_(key.data(), key.size())), key);
+  const Cursor::Result result = by_key_.find_newest(bucket_of(source_.header, hash_(key.data(), key.size())), key);
   if (result != Cursor::record) return result == Cursor::end ? RET_SPECIAL : RET_ERROR;
   *value = item_of(by_key_.value());
   return RET_SUCCESS;

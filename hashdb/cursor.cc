@@ -68,28 +68,38 @@ bool Cursor::read(uint64_t page) noexcept {
     errno = ENOMEM;
     return false;
   }
-  page_number_ = 0;
-  const auto offset = static_cast<int64_t>(page << source_.header.page_shift);
-  if (offset >= source_.size) {
+  page_number_ = page;
+  loaded_ = 0;
+  if (page_offset() >= source_.size) {
     std::memset(page_.get(), 0, size);
-  } else if (!read_used(offset)) {
+    loaded_ = size;
+  } else if (!read_start()) {
+    page_number_ = 0;
     return false;
   }
-  page_number_ = page;
   return true;
 }
 
-/// read_used reads a page that begins at an offset of the file. Half of a page is free bytes on average: those of a
-/// large page are not read.
-bool Cursor::read_used(int64_t offset) noexcept {
+/// read_start reads a page, of a large one only the slots. Half of a page is free bytes on average, and the slots tell
+/// where they end.
+bool Cursor::read_start() noexcept {
   constexpr uint32_t large = 8192, start = 512;
   const uint32_t size = source_.header.page_size;
-  if (size < large || offset > source_.size - size) return read_part(offset, 0, size);
-  return read_part(offset, 0, start) && read_part(offset, data_start(start), size);
+  if (size < large || page_offset() > source_.size - size) return load(size);
+  if (!load(start)) return false;
+  const uint32_t data = data_start(start);
+  if (data == start) return load(size);
+  loaded_ = data;
+  return true;
 }
 
-bool Cursor::read_part(int64_t offset, uint32_t from, uint32_t to) noexcept {
-  return source_.read_at(source_.fd, offset + from, page_.get() + from, static_cast<int32_t>(to - from));
+/// load reads the bytes of the page up to an offset that have not been read.
+bool Cursor::load(uint32_t to) noexcept {
+  if (to <= loaded_) return true;
+  const auto size = static_cast<int32_t>(to - loaded_);
+  if (!source_.read_at(source_.fd, page_offset() + loaded_, page_.get() + loaded_, size)) return false;
+  loaded_ = to;
+  return true;
 }
 
 /// data_start returns an offset below which nothing lies that the slots lead to, except the first `from` bytes of the
@@ -107,10 +117,12 @@ uint32_t Cursor::data_start(uint32_t from) const noexcept {
 
 /// enter reads a page and moves to its first record. Returns false if its slots do not fit.
 bool Cursor::enter(uint64_t page) noexcept {
-  if (!read(page) || slots() % 2 != 0 || 2 * (slots() + 3) > source_.header.page_size) return false;
+  const uint32_t size = source_.header.page_size;
+  if (!read(page) || slots() % 2 != 0 || 2 * (slots() + 3) > size) return false;
   slot_ = 1;
-  key_end_ = source_.header.page_size;
-  return true;
+  key_end_ = size;
+  pair_ = 0;
+  return (loads_on_demand_ && is_pair(slot_, key_end_)) || load(size);
 }
 
 bool Cursor::enter_bucket() noexcept {
@@ -143,9 +155,11 @@ bool Cursor::is_loop(uint64_t page) noexcept {
   return false;
 }
 
-void Cursor::start(uint32_t bucket) noexcept {
+void Cursor::start(uint32_t bucket, Order order) noexcept {
   bucket_ = bucket;
   started_ = true;
+  order_ = order;
+  loads_on_demand_ = false;
 }
 
 Cursor::Result Cursor::next() noexcept {
@@ -162,6 +176,16 @@ Cursor::Result Cursor::next() noexcept {
 
 Cursor::Result Cursor::find(uint32_t bucket, std::string_view key) noexcept {
   start(bucket);
+  return read_to(key);
+}
+
+Cursor::Result Cursor::find_newest(uint32_t bucket, std::string_view key) noexcept {
+  start(bucket, newest_first);
+  loads_on_demand_ = true;
+  return read_to(key);
+}
+
+Cursor::Result Cursor::read_to(std::string_view key) noexcept {
   Result result = next();
   while (result == record && key_ != key) result = next();
   return result;
@@ -174,22 +198,57 @@ bool Cursor::take_next(bool &found) noexcept {
       if (!follow(at(slot_))) return false;
     } else {
       found = true;
-      return mark >= slot_mark::first_offset ? take_pair() : take_long();
+      if (mark < slot_mark::first_offset) return take_long();
+      return order_ == newest_first ? take_newest() : take_pair();
     }
   }
   return true;
 }
 
-/// take_pair reads a record on a single page: the value is stored in front of the key.
-bool Cursor::take_pair() noexcept {
-  const uint32_t key_start = at(slot_);
-  const uint32_t value_start = at(slot_ + 1);
-  if (!holds(value_start, key_start) || key_start > key_end_) return false;
-  key_ = bytes(key_start, key_end_);
+/// is_pair returns true if a slot begins the record of a single page whose key ends at an offset: the value is stored
+/// in front of the key.
+bool Cursor::is_pair(uint32_t slot, uint32_t key_end) const noexcept {
+  return slot < slots() && at(slot + 1) >= slot_mark::first_offset && holds(at(slot + 1), at(slot)) &&
+         at(slot) <= key_end;
+}
+
+void Cursor::take(uint32_t slot, uint32_t key_end) noexcept {
+  const uint32_t key_start = at(slot), value_start = at(slot + 1);
+  key_ = bytes(key_start, key_end);
   value_ = bytes(value_start, key_start);
-  value_offset_ = static_cast<int64_t>((page_number_ << source_.header.page_shift) + value_start);
-  key_end_ = value_start;
+  value_offset_ = page_offset() + value_start;
+}
+
+bool Cursor::take_pair() noexcept {
+  if (!is_pair(slot_, key_end_)) return false;
+  take(slot_, key_end_);
+  key_end_ = at(slot_ + 1);
   slot_ += 2;
+  return true;
+}
+
+/// find_pairs finds the last of the pairs that begin at the slot. Returns false if there is none.
+bool Cursor::find_pairs() noexcept {
+  uint32_t key_end = key_end_;
+  for (pairs_end_ = slot_; is_pair(pairs_end_, key_end); pairs_end_ += 2) key_end = at(pairs_end_ + 1);
+  pair_ = pairs_end_ - 2;
+  return pairs_end_ != slot_;
+}
+
+/// take_newest reads the last of the pairs from the slot on that it has not read. The slot moves on after the first.
+bool Cursor::take_newest() noexcept {
+  if (pair_ == 0 && !find_pairs()) return false;
+  const uint32_t key_end = pair_ == slot_ ? key_end_ : at(pair_ - 1);
+  // If the last is not the record that is looked for, it may be any of the others.
+  if (!load(pair_ + 2 == pairs_end_ ? key_end : source_.header.page_size)) return false;
+  take(pair_, key_end);
+  if (pair_ > slot_) {
+    pair_ -= 2;
+    return true;
+  }
+  key_end_ = at(pairs_end_ - 1);
+  slot_ = pairs_end_;
+  pair_ = 0;
   return true;
 }
 

@@ -47,17 +47,23 @@ class LongItem {
 class Cursor {
  public:
   enum Result { record, end, damaged };
+  /// Order is that of the short records of a page: new ones are put behind the others.
+  enum Order { oldest_first, newest_first };
 
   /// The cursor keeps a reference to the source.
   explicit Cursor(const Source &source) noexcept : source_(source) {}
 
   /// start moves to the beginning of a bucket.
-  void start(uint32_t bucket) noexcept;
+  void start(uint32_t bucket, Order order = oldest_first) noexcept;
   /// next reads the next record of the bucket. After `end` and `damaged`, call start again. `damaged` sets errno:
   /// EINVAL for a damaged page, otherwise the errno of the failed read or allocation.
   Result next() noexcept;
   /// find starts at the bucket and reads up to the record with this key.
   Result find(uint32_t bucket, std::string_view key) noexcept;
+  /// find_newest does so with the newest records of each page first: of a large page it reads the slots and the last
+  /// record, and the rest if that has another key. If a page has a key twice, which only damage does, it finds the
+  /// last.
+  Result find_newest(uint32_t bucket, std::string_view key) noexcept;
   /// watch sets a callback that receives the address of each overflow page that the cursor enters.
   using Followed = void (*)(void *argument, uint16_t address);
   void watch(Followed followed, void *argument) noexcept {
@@ -75,16 +81,22 @@ class Cursor {
   uint32_t slots() const noexcept { return at(0); }
   std::string_view bytes(uint32_t from, uint32_t to) const noexcept { return {page_.get() + from, to - from}; }
   bool holds(uint32_t from, uint32_t to) const noexcept;
+  int64_t page_offset() const noexcept { return static_cast<int64_t>(page_number_ << source_.header.page_shift); }
+  Result read_to(std::string_view key) noexcept;
   bool read(uint64_t page) noexcept;
-  bool read_used(int64_t offset) noexcept;
-  bool read_part(int64_t offset, uint32_t from, uint32_t to) noexcept;
+  bool read_start() noexcept;
+  bool load(uint32_t to) noexcept;
   uint32_t data_start(uint32_t from) const noexcept;
   bool enter(uint64_t page) noexcept;
   bool enter_bucket() noexcept;
   bool follow(uint32_t address) noexcept;
   bool is_loop(uint64_t page) noexcept;
   bool take_next(bool &found) noexcept;
+  bool is_pair(uint32_t slot, uint32_t key_end) const noexcept;
+  void take(uint32_t slot, uint32_t key_end) noexcept;
   bool take_pair() noexcept;
+  bool find_pairs() noexcept;
+  bool take_newest() noexcept;
   bool take_long() noexcept;
   bool take_long_key() noexcept;
   bool take_rest_of_value() noexcept;
@@ -93,10 +105,15 @@ class Cursor {
   const Source &source_;
   HostText page_;             // the page read last; free bytes of a large page may be those of another
   uint64_t page_number_ = 0;  // its number, 0 for none
-  bool started_ = false;      // the bucket's first page has not been read yet
+  uint32_t loaded_ = 0;       // the offset up to which it has been read
+  bool loads_on_demand_ = false;
+  bool started_ = false;  // the bucket's first page has not been read yet
   uint32_t bucket_ = 0;
-  uint32_t slot_ = 1;           // index of the next record's slot on the page, from 1
-  uint32_t key_end_ = 0;        // the offset at which its key ends
+  uint32_t slot_ = 1;     // index of the next record's slot on the page, from 1
+  uint32_t key_end_ = 0;  // the offset at which its key ends
+  Order order_ = oldest_first;
+  uint32_t pair_ = 0;           // newest first: the slot of the next record, 0 if there is none before the slot
+  uint32_t pairs_end_ = 0;      // the slot behind the last of these
   uint64_t waypoint_ = 0;       // the saved page of Brent's cycle detection
   uint32_t followed_ = 0;       // pages entered since it was saved
   uint32_t next_waypoint_ = 1;  // save the current page after this many pages

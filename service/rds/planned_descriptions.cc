@@ -40,7 +40,7 @@ struct Filling {
   void visit(std::string_view key, std::string_view record, Location place) noexcept {
     const std::optional<uint32_t> position = positions.find(key);
     if (!position) return;
-    // If a page has a key twice, the first record is the one that a look-up finds.
+    // If a page has a key twice, a look-up finds the record that is visited first.
     Plan::Entry &entry = plan.entry(*position);
     if (entry.state == Plan::unknown) judge(whole, pieces, record, place, entry);
   }

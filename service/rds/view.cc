@@ -88,7 +88,7 @@ bool View::fill(Locator &locator, IndexFile &index, char **attributes) noexcept 
         auto &[view, all, selection, pieces] = *static_cast<Walk *>(argument);
         const std::optional<uint32_t> position = all.find(key);
         if (!position || view.size_ > view.limit_) return;
-        // If a page has a key twice, the first record is the one that a look-up finds.
+        // If a page has a key twice, a look-up finds the record that is visited first.
         Plan::Entry &entry = view.plan_->entry(*position);
         if (entry.size > 0 || entry.offset < 0) return;
         entry.offset = -1;

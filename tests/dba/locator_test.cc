@@ -18,6 +18,9 @@ using namespace rdm::records;
 
 namespace {
 
+/// Keys of one bucket, in the order in which they are stored.
+const std::string oldest = key_of(2), middle = key_of(4), newest = key_of(6);
+
 /// Visited is what a walk visits, in its order.
 using Visited = std::vector<std::pair<std::string, std::string>>;
 
@@ -28,6 +31,11 @@ class LocatorTest : public support::HostTest {
     for (unsigned number = 1; number <= 300; ++number)
       all_[key_of(number)] = value_of(number, number % 50 == 0 ? size_t{3} * page_size : number % 120);
     ASSERT_TRUE(make_with_library(path_, all_, page_size, byte_order));
+  }
+  /// write_page makes a database of three records on one page.
+  void write_page(unsigned page_size) {
+    all_ = {{oldest, value_of(2, 100)}, {middle, value_of(4, 100)}, {newest, value_of(6, 100)}};
+    ASSERT_TRUE(make_with_library(path_, all_, page_size));
   }
   DatabasePtr open() {
     DatabasePtr database(dba_open(path_.c_str(), "r"));
@@ -139,6 +147,35 @@ TEST_F(LocatorTest, ReadsNothingPastTheEnd) {
   ASSERT_EQ(::truncate(path_.c_str(), 100), 0);
   EXPECT_EQ(walk(), Visited());
   EXPECT_FALSE(Locator().open(database->fd(database.get())));
+}
+
+/// Since queries look up the newest records, each the last of its page.
+TEST_F(LocatorTest, FindsTheNewestRecordOfALargePageWithoutReadingTheOthers) {
+  write_page(32768);
+  const DatabasePtr database = open();
+  const size_t end = support::read_file(path_).find(all_[newest] + newest) + all_[newest].size() + newest.size();
+  ASSERT_EQ(::truncate(path_.c_str(), static_cast<off_t>(end)), 0);
+  EXPECT_EQ(find(newest), all_[newest]);
+  EXPECT_EQ(find(oldest), "(none)");
+  EXPECT_EQ(find(newest), all_[newest]) << "it is still in memory";
+}
+
+TEST_F(LocatorTest, FindsTheLastRecordOfAKeyThatADamagedPageHasTwice) {
+  for (const unsigned page_size : {512u, 32768u})
+    for (const std::string &last : {middle, newest}) {
+      write_page(page_size);
+      std::string bytes = support::read_file(path_);
+      bytes.replace(bytes.find(all_[last] + last) + all_[last].size(), oldest.size(), oldest);
+      support::write_file(path_, bytes);
+      const DatabasePtr database = open();
+      ASSERT_NE(database, nullptr);
+      EXPECT_EQ(find(oldest), all_[last]) << page_size;
+      EXPECT_EQ(get(database.get(), oldest).value, all_[last]) << page_size;
+      const Visited all = walk();
+      const auto is_oldest = [](const auto &record) { return record.first == oldest; };
+      EXPECT_EQ(std::find_if(all.begin(), all.end(), is_oldest)->second, all_[last]) << page_size;
+      EXPECT_EQ(std::count_if(all.begin(), all.end(), is_oldest), 2) << page_size;
+    }
 }
 
 TEST_F(LocatorTest, NeedsMemoryForAPage) {
