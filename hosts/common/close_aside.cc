@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <system_error>
 #include <thread>
 
@@ -12,6 +13,9 @@ namespace rdm::hosts {
 namespace {
 
 constexpr std::int64_t block_size = 512;  // of st_blocks
+
+/// The answer that makes room goes first: to unmap takes a processor, and a lock that new mappings need.
+constexpr std::chrono::milliseconds delay{50};
 
 bool takes_long(host_fd fd) {
   struct stat status;
@@ -25,6 +29,7 @@ bool close_aside(host_fd fd, void *mapping, std::size_t size) {
   if (size < std::size_t{aside_size} && !takes_long(fd)) return false;
   try {
     std::thread([fd, mapping, size] {
+      std::this_thread::sleep_for(delay);
       if (size > 0) ::munmap(mapping, size);
       ::close(fd);
     }).detach();
