@@ -5,6 +5,10 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
+
+#include "qxapi/uninterrupted.h"
+
 namespace rdm {
 
 Plan::~Plan() {
@@ -25,17 +29,22 @@ bool Plan::prepare(uint32_t count) noexcept {
 
 bool Plan::reserve(uint32_t first, uint32_t count) noexcept {
   if (count == 0) return true;
-  for (uint32_t number = first / part; number <= (first + count - 1) / part; ++number)
-    if (!reserve_part(number)) return false;
+  bool *const end = reserved_.get() + (first + count - 1) / part + 1;
+  for (bool *from = std::find(reserved_.get() + first / part, end, false); from != end;) {
+    bool *const to = std::find(from, end, true);
+    if (!reserve_parts(from, to)) return false;
+    from = std::find(to, end, false);
+  }
   return true;
 }
 
-/// reserve_part takes the memory by fallocate(), which says if there is none; an access would be a SIGBUS.
-bool Plan::reserve_part(uint32_t number) noexcept {
+/// reserve_parts takes the memory by fallocate(), which says if there is none; an access would be a SIGBUS.
+bool Plan::reserve_parts(bool *from, bool *to) noexcept {
   constexpr off_t size = part * sizeof(Entry);
-  bool &reserved = reserved_.get()[number];
-  reserved = reserved || ::fallocate(file_.get(), 0, number * size, size) == 0;
-  return reserved;
+  const off_t start = (from - reserved_.get()) * size, length = (to - from) * size;
+  const bool done = uninterrupted([&] { return ::fallocate(file_.get(), 0, start, length); }) == 0;
+  std::fill(from, to, done);
+  return done;
 }
 
 }  // namespace rdm

@@ -10,7 +10,7 @@
 namespace rdm {
 
 /// Plan has an entry of 16 bytes for each position of an index, in a file in memory (memfd_create) that hosts read when
-/// they send slices. It is filled on demand: an entry takes memory when it, or one of its 4,095 neighbours, is first
+/// they send slices. It is filled on demand: an entry takes memory when it, or one of its 255 neighbours, is first
 /// reserved. An entry that is not `unknown` never changes again, so an answer that is under way may rely on it.
 class Plan {
  public:
@@ -47,9 +47,9 @@ class Plan {
   host_fd file() const noexcept { return file_.get(); }
 
  private:
-  static constexpr uint32_t part = 4096;  // entries that are reserved together
+  static constexpr uint32_t part = 256;  // entries that are reserved together
 
-  bool reserve_part(uint32_t number) noexcept;
+  bool reserve_parts(bool *from, bool *to) noexcept;
 
   HostFileGuard file_;
   Entry *entries_ = nullptr;  // its mapping

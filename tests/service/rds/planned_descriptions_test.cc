@@ -369,13 +369,16 @@ TEST_F(PlannedTest, APlanTakesMemoryForThePartsThatAreReserved) {
     return status.st_blocks * 512;
   };
   EXPECT_EQ(blocks(), 0);
-  ASSERT_TRUE(plan.reserve(999'999, 1) && plan.reserve(4095, 2) && plan.reserve(0, 1) && plan.reserve(500, 0));
-  EXPECT_EQ(blocks(), 3 * 65536);
-  for (const uint32_t position : {999'999u, 0u, 4095u, 4096u}) {
+  ASSERT_TRUE(plan.reserve(999'999, 1) && plan.reserve(255, 2) && plan.reserve(0, 1) && plan.reserve(500, 0));
+  EXPECT_EQ(blocks(), 3 * 4096);
+  for (const uint32_t position : {999'999u, 0u, 255u, 256u}) {
     EXPECT_EQ(plan.entry(position).state, Plan::unknown);
     plan.entry(position) = {position, 1, Plan::as_stored};
   }
-  for (const uint32_t position : {999'999u, 0u, 4095u, 4096u}) EXPECT_EQ(plan.entry(position).offset, position);
+  for (const uint32_t position : {999'999u, 0u, 255u, 256u}) EXPECT_EQ(plan.entry(position).offset, position);
+  ASSERT_TRUE(plan.reserve(768, 256) && plan.reserve(100, 1024));
+  EXPECT_EQ(blocks(), 6 * 4096) << "each part once";
+  EXPECT_EQ(plan.entry(256).offset, 256) << "it was reserved before";
   EXPECT_EQ(::ftruncate(plan.file(), 0), -1) << "its pages stay";
 }
 
