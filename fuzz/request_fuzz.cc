@@ -45,10 +45,10 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   auto *const head = std::get_if<rdmd::RequestHead>(&result);
   const auto target = head != nullptr ? rdmd::parse_target(head->target) : std::nullopt;
   if (!target || !rdmd::is_service_path(target->path)) return 0;
-  const hosts::ServiceRequest request = rdmd::make_request(*head, *target, "127.0.0.1");
+  hosts::ServiceRequest request = rdmd::make_request(*head, *target, "127.0.0.1");
   rdmd::read_wishes(request);
   hosts::Exchange exchange;
-  hosts::fill(exchange, request);
+  hosts::fill(exchange, std::move(request));
   bytes.resize(std::min<uint64_t>(head->length.value_or(0), 32768));
   exchange.input(bytes);
   serve(exchange);

@@ -7,7 +7,7 @@
 
 namespace rdm::hosts {
 
-void fill(Exchange &exchange, ServiceRequest request) {
+void fill(Exchange &exchange, ServiceRequest &&request) {
   for (const Field &entry : request.client) exchange.client(entry.name, entry.value);
   for (const Field &entry : request.line) exchange.line(entry.name, entry.value);
   for (const Field &entry : request.headers) exchange.header(entry.name, entry.value);
@@ -16,7 +16,7 @@ void fill(Exchange &exchange, ServiceRequest request) {
   if (request.head_only) exchange.head_only();
 }
 
-ServiceAnswer call_service(Plugin &plugin, ServiceRequest request) {
+ServiceAnswer call_service(Plugin &plugin, ServiceRequest &&request) {
   Exchange exchange;
   fill(exchange, std::move(request));
   ServiceAnswer answer;

@@ -33,11 +33,12 @@ struct ServiceAnswer {
   std::vector<Piece> pieces;  // of the body
 };
 
-/// fill fills a new exchange with a request. Throws std::bad_alloc.
-void fill(Exchange &exchange, ServiceRequest request);
+/// fill fills a new exchange with a request, whose body it takes. Throws std::bad_alloc.
+void fill(Exchange &exchange, ServiceRequest &&request);
 
-/// call_service serves a request and returns the answer. Throws std::bad_alloc.
-ServiceAnswer call_service(Plugin &plugin, ServiceRequest request);
+/// call_service serves a request, whose body it takes, and returns the answer. The rest of the request stays the
+/// caller's, which may free it on another thread. Throws std::bad_alloc.
+ServiceAnswer call_service(Plugin &plugin, ServiceRequest &&request);
 
 }  // namespace rdm::hosts
 

@@ -85,7 +85,7 @@ void Dispatcher::begin(Worker &worker, JobPtr job) {
     refused.push_back(std::move(job));
     lost(worker, std::move(refused));
   } catch (const std::bad_alloc &) {
-    finished(worker);
+    finished(worker, 1);
   }
 }
 
@@ -262,11 +262,11 @@ void Dispatcher::end_retired(Actions &actions) {
   });
 }
 
-void Dispatcher::finished(const Worker &worker) {
+void Dispatcher::finished(const Worker &worker, std::size_t jobs) {
   try {
     change([&](Actions &actions) {
       if (Entry *const entry = entry_of(worker)) {
-        --entry->jobs;
+        entry->jobs -= jobs;
         entry->harvests = false;
         entry->begun = now_();
       }

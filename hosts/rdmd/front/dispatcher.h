@@ -47,9 +47,9 @@ class Dispatcher {
   void add(std::shared_ptr<Worker> worker, int generation);
   /// retire ends the workers of generations before `generation`, each when it has finished its job.
   void retire_before(int generation);
-  /// finished notes that a worker has replied to its oldest job. It throws nothing: if memory is short, the next jobs
-  /// wait for the next event.
-  void finished(const Worker &worker);
+  /// finished notes that a worker has replied, or is about to, to its `jobs` oldest jobs. It throws nothing: if memory
+  /// is short, the next jobs wait for the next event.
+  void finished(const Worker &worker, std::size_t jobs);
   /// lost removes a worker that has ended, and queues again the jobs that it held and had not begun, oldest first.
   void lost(const Worker &worker, std::vector<JobPtr> unbegun = {});
 

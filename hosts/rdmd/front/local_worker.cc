@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "hosts/rdmd/front/local_worker.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <exception>
 #include <iterator>
 #include <new>
@@ -11,6 +13,16 @@
 #include "hosts/common/host_table.h"
 
 namespace rdm::rdmd {
+namespace {
+
+/// is_small returns true for an answer that is cheap to copy and holds no file.
+bool is_small(const hosts::ServiceAnswer &answer) {
+  constexpr std::int64_t most = 4096;
+  return std::all_of(answer.pieces.begin(), answer.pieces.end(),
+                     [](const hosts::Piece &piece) { return piece.is_bytes() && piece.length <= most; });
+}
+
+}  // namespace
 
 LocalWorker::LocalWorker(Call call, io::Executor strand, Dispatcher &dispatcher)
     : call_(std::move(call)), strand_(std::move(strand)), dispatcher_(dispatcher), thread_([this] { run(); }) {}
@@ -54,16 +66,19 @@ bool LocalWorker::stop(std::chrono::milliseconds timeout) {
 /* ---- The thread ---- */
 
 void LocalWorker::run() {
+  std::vector<Answered> spent;
   std::unique_lock lock(mutex_);
   for (;;) {
     changed_.wait(lock, [this] { return stopping_ || !waiting_.empty(); });
     if (stopping_) break;
     JobPtr job = std::move(waiting_.front());
     waiting_.pop_front();
+    spent.swap(spent_);
     lock.unlock();
+    spent.clear();
     Answered answered = answer(std::move(job));
-    // Here, not with the reply: a harvest, which is never taken ahead, would wait for an I/O thread.
-    dispatcher_.finished(*this);
+    // Here, not with the reply: the next harvest, which is never taken ahead, would wait for an I/O thread.
+    if (!answered.job->prompt) dispatcher_.finished(*this, 1);
     pass_on(std::move(answered));
     lock.lock();
   }
@@ -82,7 +97,7 @@ LocalWorker::Answered LocalWorker::answer(JobPtr job) const {
   return {std::move(job), std::move(reply)};
 }
 
-hosts::ServiceAnswer LocalWorker::call(hosts::ServiceRequest request) const {
+hosts::ServiceAnswer LocalWorker::call(hosts::ServiceRequest &&request) const {
   try {
     return call_(std::move(request));
   } catch (const std::exception &) {
@@ -98,7 +113,7 @@ void LocalWorker::pass_on(Answered answered) {
     if (add(answered)) boost::asio::post(strand_, [this] { report(); });
   } catch (const std::bad_alloc &) {
     report();
-    if (answered.job) reply(std::move(answered));
+    if (answered.job) reply({&answered, 1});
   }
 }
 
@@ -117,19 +132,36 @@ void LocalWorker::report() {
     const std::lock_guard lock(mutex_);
     all.swap(answered_);
   }
-  for (Answered &answered : all) reply(std::move(answered));
-  all.clear();
-  const std::lock_guard lock(mutex_);
-  // For the next answers: a request should allocate little.
-  if (answered_.capacity() == 0) answered_.swap(all);
+  reply(all);
+  give_back(std::move(all));
 }
 
-void LocalWorker::reply(Answered answered) {
+void LocalWorker::reply(std::span<Answered> all) {
+  // Before the replies, so that the thread has work meanwhile.
+  const auto prompt =
+      std::count_if(all.begin(), all.end(), [](const Answered &answered) { return answered.job->prompt; });
+  if (prompt > 0) dispatcher_.finished(*this, static_cast<std::size_t>(prompt));
+  for (Answered &answered : all) reply(answered);
+}
+
+/// reply replies with a copy of a small answer. Each thread frees the memory that it has allocated: malloc() locks the
+/// heap of another thread, which waits meanwhile.
+void LocalWorker::reply(Answered &answered) {
   try {
-    answered.job->reply(std::move(answered.reply));
+    answered.job->reply(is_small(answered.reply.answer) ? Reply(answered.reply) : std::move(answered.reply));
   } catch (const std::exception &) {
     // The other answers belong to other clients. This job is dropped, which closes its connection.
   }
+  answered.job.reset();
+}
+
+/// give_back leaves the answers to the thread that has made them, unless it still has others to free.
+void LocalWorker::give_back(std::vector<Answered> all) {
+  const std::lock_guard lock(mutex_);
+  if (!spent_.empty()) return;
+  spent_.swap(all);
+  // For the next answers: a request should allocate little.
+  if (answered_.capacity() == 0) answered_.swap(all);
 }
 
 }  // namespace rdm::rdmd

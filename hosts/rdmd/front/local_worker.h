@@ -10,6 +10,7 @@
 #include <deque>
 #include <functional>
 #include <mutex>
+#include <span>
 #include <thread>
 #include <vector>
 
@@ -23,10 +24,11 @@ namespace rdm::rdmd {
 class LocalWorker : public Worker {
  public:
   /// Call calls the plug-in. If it throws, the answer is broken.
-  using Call = std::function<hosts::ServiceAnswer(hosts::ServiceRequest)>;
+  using Call = std::function<hosts::ServiceAnswer(hosts::ServiceRequest &&)>;
 
   /// The I/O threads reply to jobs, on `strand`: to all that were answered meanwhile at once. `dispatcher` outlives the
-  /// worker.
+  /// worker; it is told of harvests by the worker's thread and of prompt jobs with the replies, because two threads
+  /// that take its lock for each request would wait for one another.
   LocalWorker(Call call, io::Executor strand, Dispatcher &dispatcher);
   LocalWorker(const LocalWorker &) = delete;
   LocalWorker &operator=(const LocalWorker &) = delete;
@@ -54,11 +56,13 @@ class LocalWorker : public Worker {
 
   void run();
   Answered answer(JobPtr job) const;
-  hosts::ServiceAnswer call(hosts::ServiceRequest request) const;
+  hosts::ServiceAnswer call(hosts::ServiceRequest &&request) const;
   void pass_on(Answered answered);
   bool add(Answered &answered);
   void report();
-  void reply(Answered answered);
+  void reply(std::span<Answered> all);
+  static void reply(Answered &answered);
+  void give_back(std::vector<Answered> all);
 
   const Call call_;
   io::Executor strand_;
@@ -68,6 +72,7 @@ class LocalWorker : public Worker {
   std::condition_variable changed_;
   std::deque<JobPtr> waiting_;  // jobs that have not begun, oldest first
   std::vector<Answered> answered_;
+  std::vector<Answered> spent_;  // replied to; for the thread to free
   bool stopping_ = false;
   bool ended_ = false;
 

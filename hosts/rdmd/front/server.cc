@@ -44,7 +44,7 @@ Server::Server(const Settings &settings, hosts::Plugin &plugin, ErrorLog &errors
     : Server(settings, errors, access, std::move(sockets), std::move(tls)) {
   signals_.emplace(strand_, SIGTERM, SIGINT, SIGHUP);
   for (const int signal : {SIGUSR1, SIGUSR2}) signals_->add(signal);
-  const auto call = [&plugin, gzip = settings.gzip](hosts::ServiceRequest request) {
+  const auto call = [&plugin, gzip = settings.gzip](hosts::ServiceRequest &&request) {
     return answer_request(plugin, std::move(request), gzip);
   };
   local_worker_ = std::make_shared<LocalWorker>(call, strand_, dispatcher_);

@@ -171,7 +171,7 @@ void WorkerLink::answered() {
     send_orders();
   }
   // First, so that the worker has its next request while this thread sends the answer.
-  dispatcher_.finished(*this);
+  dispatcher_.finished(*this, 1);
   reply(std::move(job), Fate::answered, std::move(answer));
 }
 

@@ -111,7 +111,7 @@ void transform(hosts::ServiceAnswer &answer, const Wishes &wishes, bool may_comp
     add_validators(answer.head, compressed ? validators->gzip_tag : validators->tag, validators->modified);
 }
 
-hosts::ServiceAnswer answer_request(hosts::Plugin &plugin, hosts::ServiceRequest request, bool may_compress) {
+hosts::ServiceAnswer answer_request(hosts::Plugin &plugin, hosts::ServiceRequest &&request, bool may_compress) {
   const Wishes wishes = read_wishes(request);
   hosts::ServiceAnswer answer = hosts::call_service(plugin, std::move(request));
   transform(answer, wishes, may_compress, std::time(nullptr));

@@ -39,7 +39,7 @@ Wishes read_wishes(const hosts::ServiceRequest &request);
 void transform(hosts::ServiceAnswer &answer, const Wishes &wishes, bool may_compress, std::time_t now);
 
 /// answer_request calls the plug-in and transforms its answer. Throws std::bad_alloc.
-hosts::ServiceAnswer answer_request(hosts::Plugin &plugin, hosts::ServiceRequest request, bool may_compress);
+hosts::ServiceAnswer answer_request(hosts::Plugin &plugin, hosts::ServiceRequest &&request, bool may_compress);
 
 }  // namespace rdm::rdmd
 

@@ -48,7 +48,7 @@ class TestWorker : public Worker {
   void finish() {
     const JobPtr job = std::move(jobs_.front());
     jobs_.pop_front();
-    dispatcher_.finished(*this);
+    dispatcher_.finished(*this, 1);
     Reply reply;
     reply.fate = Fate::answered;
     job->reply(std::move(reply));
