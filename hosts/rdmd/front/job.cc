@@ -23,11 +23,12 @@ bool contains(std::string_view text, std::string_view word) {
                      [](char a, char b) { return ascii::lower(a) == ascii::lower(b); }) != text.end();
 }
 
-/// asks_for_few returns true for a query with a limit of one to nine descriptions.
+/// asks_for_few returns true for a query with one limit, of one to nine descriptions. Of several limits, the plug-in
+/// may take another one.
 bool asks_for_few(std::string_view query) {
   constexpr std::string_view limit = "view-hits=";
   const std::size_t at = query.find(limit);
-  if (at == std::string_view::npos) return false;
+  if (at == std::string_view::npos || at != query.rfind(limit) || (at > 0 && query[at - 1] != '&')) return false;
   const std::string_view value = query.substr(at + limit.size());
   return value.find_first_of("123456789") == 0 && (value.size() == 1 || value[1] == '&');
 }
