@@ -56,7 +56,7 @@ class Dispatcher {
   static constexpr Duration ahead_patience{10};
   /// How long ago a brisk worker has begun its job at most.
   static constexpr Duration brisk_age{1};
-  static constexpr std::size_t most_gathered = 4;
+  static constexpr std::size_t most_gathered = 16;
 
   void reopen_logs();
   /// stop replies `stopping` to all jobs that wait and to all that come, and retires the workers, whose jobs get no
