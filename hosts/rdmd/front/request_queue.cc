@@ -12,16 +12,20 @@ RoundRobin::~RoundRobin() {
 
 /// line_of returns the line of a client, which is empty if it is new.
 RoundRobin::Jobs &RoundRobin::line_of(const ClientKey &client) {
-  const auto [found, is_new] = lines_.try_emplace(client);
-  if (is_new) {
-    try {
-      found->second = turns_.insert(turns_.end(), Line{client, {}});
-    } catch (...) {
-      lines_.erase(found);
-      throw;
-    }
+  const auto found = lines_.find(client);
+  if (found != lines_.end()) return found->second->jobs;
+  if (spare_line_.empty()) spare_line_.emplace_back();
+  const auto line = spare_line_.begin();
+  line->client = client;
+  if (spare_entry_) {
+    spare_entry_.key() = client;
+    spare_entry_.mapped() = line;
+    lines_.insert(std::move(spare_entry_));
+  } else {
+    lines_.emplace(client, line);
   }
-  return found->second->jobs;
+  turns_.splice(turns_.end(), spare_line_);
+  return line->jobs;
 }
 
 JobPtr RoundRobin::pop() {
@@ -36,8 +40,9 @@ JobPtr RoundRobin::remove(Job &job) { return take(lines_.at(job.client), job); }
 JobPtr RoundRobin::take(Turns::iterator line, Job &job) {
   line->jobs.erase(line->jobs.iterator_to(job));
   if (line->jobs.empty()) {
-    lines_.erase(line->client);
-    turns_.erase(line);
+    spare_entry_ = lines_.extract(line->client);
+    spare_line_.clear();
+    spare_line_.splice(spare_line_.end(), turns_, line);
   }
   return JobPtr(&job);
 }

@@ -47,6 +47,9 @@ class RoundRobin {
 
   Turns turns_;  // the front is next; lines are never empty
   std::unordered_map<ClientKey, Turns::iterator> lines_;
+  // The memory of the last line that has become empty, for the next one: a request should allocate little.
+  Turns spare_line_;
+  decltype(lines_)::node_type spare_entry_;
 };
 
 class RequestQueue {
