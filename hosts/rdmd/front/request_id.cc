@@ -30,12 +30,11 @@ struct Reserve {
 
 }  // namespace
 
-std::string make_request_id() {
+void renew_request_id(std::string &id) {
   static thread_local Reserve reserve;
   if (reserve.used == reserve.bytes.size()) reserve.refill();
-  std::string id(request_id_length, '\0');
+  id.resize(request_id_length);
   for (char &digit : id) digit = digits[reserve.bytes[reserve.used++] % 32];
-  return id;
 }
 
 }  // namespace rdm::rdmd

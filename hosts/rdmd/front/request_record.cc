@@ -17,7 +17,7 @@ constexpr std::size_t logged_line = 256;
 }  // namespace
 
 void RequestRecord::begin(std::string line) {
-  id_ = make_request_id();
+  renew_request_id(id_);
   entry_ = AccessEntry{};
   entry_.client = client_;
   entry_.time = std::chrono::system_clock::now();
