@@ -22,6 +22,22 @@ bool is_small(const hosts::ServiceAnswer &answer) {
                      [](const hosts::Piece &piece) { return piece.is_bytes() && piece.length <= most; });
 }
 
+/// renew_large puts the larger blocks of memory of an answer into memory of this thread. Returns the former ones.
+hosts::ServiceAnswer renew_large(hosts::ServiceAnswer &answer) {
+  hosts::ServiceAnswer former;
+  std::vector<hosts::Field> &fields = former.head.fields;
+  fields.reserve(answer.head.fields.size());
+  // Their texts are short.
+  std::move(answer.head.fields.begin(), answer.head.fields.end(), std::back_inserter(fields));
+  fields.swap(answer.head.fields);
+  std::vector<hosts::Piece> &pieces = former.pieces;
+  // Room for the head of the answer, too.
+  pieces.reserve(answer.pieces.size() + 1);
+  pieces.insert(pieces.end(), answer.pieces.begin(), answer.pieces.end());
+  pieces.swap(answer.pieces);
+  return former;
+}
+
 }  // namespace
 
 LocalWorker::LocalWorker(Call call, io::Executor strand, Dispatcher &dispatcher)
@@ -144,11 +160,14 @@ void LocalWorker::reply(std::span<Answered> all) {
   for (Answered &answered : all) reply(answered);
 }
 
-/// reply replies with a copy of a small answer. Each thread frees the memory that it has allocated: malloc() locks the
-/// heap of another thread, which waits meanwhile.
+/// reply replies, and keeps the larger blocks of memory of a small answer for the thread that has allocated them:
+/// malloc() locks the heap of another thread to free such blocks, and that thread waits meanwhile.
 void LocalWorker::reply(Answered &answered) {
   try {
-    answered.job->reply(is_small(answered.reply.answer) ? Reply(answered.reply) : std::move(answered.reply));
+    hosts::ServiceAnswer former;
+    if (is_small(answered.reply.answer)) former = renew_large(answered.reply.answer);
+    answered.job->reply(std::move(answered.reply));
+    answered.reply.answer = std::move(former);
   } catch (const std::exception &) {
     // The other answers belong to other clients. This job is dropped, which closes its connection.
   }
