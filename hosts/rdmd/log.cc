@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <exception>
+#include <new>
 #include <system_error>
 #include <utility>
 
@@ -86,6 +87,14 @@ ErrorLog::~ErrorLog() {
 void ErrorLog::info(std::string_view text) { write(spdlog::level::info, text); }
 void ErrorLog::warn(std::string_view text) { write(spdlog::level::warn, text); }
 void ErrorLog::error(std::string_view text) { write(spdlog::level::err, text); }
+
+void ErrorLog::failure(std::string_view what, const std::exception &error) {
+  try {
+    write(spdlog::level::err, std::string(what) + ": " + error.what());
+  } catch (const std::bad_alloc &) {
+    write(spdlog::level::err, what);
+  }
+}
 
 void ErrorLog::report(const hosts::Report &report) {
   const std::string text = std::string(report.function) + ": " + std::string(report.text);

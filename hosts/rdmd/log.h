@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -87,6 +88,8 @@ class ErrorLog {
   void info(std::string_view text);
   void warn(std::string_view text);
   void error(std::string_view text);
+  /// failure writes an error "WHAT: the text of the exception", or `what` alone if memory is short.
+  void failure(std::string_view what, const std::exception &error);
   /// report writes a report of the plug-in: "FUNCTION: text (client ADDRESS, request ID)".
   void report(const hosts::Report &report);
   /// trouble counts an event and logs "REASON (client CLIENT)" as a warning, where `client` is what describe_client

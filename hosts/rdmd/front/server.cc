@@ -136,7 +136,7 @@ void Server::work() {
       context_.run();
       return;
     } catch (const std::exception &error) {
-      errors_.error(std::string("a connection failed: ") + error.what());
+      errors_.failure("a connection failed", error);
     }
   }
 }
@@ -153,7 +153,7 @@ Duration Server::take_client(Listener &listener) {
     accepted(std::move(socket), client_of(reinterpret_cast<const sockaddr *>(&address)), listener.speaks_tls());
     return Duration::zero();
   } catch (const std::exception &error) {
-    errors_.error(std::string("a connection failed: ") + error.what());
+    errors_.failure("a connection failed", error);
     return accept_pause;
   }
 }

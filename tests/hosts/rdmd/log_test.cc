@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <ctime>
+#include <new>
 #include <set>
 #include <string>
 #include <string_view>
@@ -49,6 +50,22 @@ TEST_F(Logs, ErrorLinesCarryTimeAndLevel) {
   EXPECT_NE(written.find("] [info] rdmd: one\n"), std::string::npos) << written;
   EXPECT_NE(written.find("] [warning] rdmd: two\n"), std::string::npos) << written;
   EXPECT_NE(written.find("] [error] rdmd: three {} %s\n"), std::string::npos) << written;
+}
+
+TEST_F(Logs, AFailureHasTheTextOfItsException) {
+  ErrorLog log(path_);
+  log.failure("a connection failed", std::bad_alloc());
+  EXPECT_TRUE(text().ends_with("] [error] rdmd: a connection failed: std::bad_alloc\n")) << text();
+}
+
+TEST_F(Logs, WithoutMemoryAFailureHasNoReason) {
+  // Regression: the line that told of bad_alloc threw another one, which ended the server.
+  ErrorLog log(path_);
+  const std::bad_alloc error;
+  const support::RefusedNew any(1, 1000);
+  log.failure("a connection failed", error);
+  EXPECT_TRUE(any.done());
+  EXPECT_TRUE(text().ends_with("] [error] rdmd: a connection failed\n")) << text();
 }
 
 TEST_F(Logs, ReportsOfThePluginNameFunctionAndClient) {
