@@ -45,7 +45,7 @@ class Dispatcher {
 
   /// add adds a worker that is ready. Workers of a later generation have read the configuration later.
   void add(std::shared_ptr<Worker> worker, int generation);
-  /// retire ends the workers of generations before `generation`, each when it has finished its job.
+  /// retire_before ends the workers of generations before `generation`, each when it has finished its jobs.
   void retire_before(int generation);
   /// finished notes that a worker has replied, or is about to, to its `jobs` oldest jobs. It throws nothing: if memory
   /// is short, the next jobs wait for the next event.
