@@ -20,6 +20,7 @@
 #include "hosts/rdmd/master/master.h"
 #include "hosts/rdmd/master/upgrade.h"
 #include "hosts/rdmd/options.h"
+#include "hosts/rdmd/signals.h"
 #include "hosts/rdmd/single_process.h"
 #include "hosts/rdmd/systemd.h"
 #include "qxapi/standard_descriptors.h"
@@ -66,6 +67,7 @@ int check_all(const Settings &settings) {
 }  // namespace
 
 int main(int argc, char **argv) {
+  hold_signals();
   if (!take_standard_descriptors()) return EXIT_FAILURE;
   // Commands that the plug-in runs must not inherit descriptors of our caller. Descriptors opened later are
   // close-on-exec.
@@ -75,8 +77,8 @@ int main(int argc, char **argv) {
   int exit_code = EXIT_SUCCESS;
   const std::optional<Settings> settings = parse_options(argc, argv, exit_code);
   if (!settings) return exit_code;
-  // Let write() fail with EPIPE or EFBIG instead. A SIGUSR2 before the server is ready must not end it.
-  for (const int signal : {SIGPIPE, SIGXFSZ, SIGUSR2}) std::signal(signal, SIG_IGN);
+  // Let write() fail with EPIPE or EFBIG instead.
+  for (const int signal : {SIGPIPE, SIGXFSZ}) std::signal(signal, SIG_IGN);
   try {
     if (settings->check) return check_all(*settings);
     const auto run = settings->workers > 0 ? run_master : run_single_process;

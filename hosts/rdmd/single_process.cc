@@ -14,6 +14,7 @@
 #include "hosts/rdmd/leftovers.h"
 #include "hosts/rdmd/listeners.h"
 #include "hosts/rdmd/log.h"
+#include "hosts/rdmd/signals.h"
 #include "hosts/rdmd/standard_stream.h"
 #include "hosts/rdmd/startup.h"
 #include "hosts/rdmd/systemd.h"
@@ -47,9 +48,11 @@ bool open_service(const Settings &settings, hosts::Plugin &plugin, Server &serve
   }
 }
 
-/// ignore_signals ignores those that the server obeys while it runs, for the time before and after that.
+/// ignore_signals ignores those that the server obeys while it runs, for the time before and after that, and those
+/// that were held. Commands of the plug-in must not start with blocked signals.
 void ignore_signals() {
   for (const int signal : {SIGUSR1, SIGUSR2, SIGHUP}) std::signal(signal, SIG_IGN);
+  unblock_signals();
 }
 
 int serve(const Settings &settings, std::vector<InheritedSocket> inherited, Upgrade &upgrade, ErrorLog &errors) {

@@ -18,6 +18,7 @@
 #include <utility>
 #include <vector>
 
+#include "hosts/rdmd/signals.h"
 #include "hosts/rdmd/worker/packet.h"
 
 namespace rdm::rdmd {
@@ -38,9 +39,7 @@ void close_others(std::vector<host_fd> kept) {
 void reset_signals() {
   for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGUSR1, SIGUSR2}) std::signal(signal, SIG_IGN);
   std::signal(SIGCHLD, SIG_DFL);
-  sigset_t none;
-  ::sigemptyset(&none);
-  ::sigprocmask(SIG_SETMASK, &none, nullptr);
+  unblock_signals();
 }
 
 unsigned seconds_after_master = 0;

@@ -406,6 +406,7 @@ void Master::front_works() {
   announce(addresses_of(listeners_, false), addresses_of(listeners_, true), errors_);
   report_ready();
   upgrade_.report_ready();
+  if (reload_waits_) reload();
 }
 
 void Master::fail_to_start(const std::string &why) {
@@ -498,7 +499,9 @@ void Master::tell(const ControlMessage &message, const std::vector<host_fd> &fil
 /* ---- The whole ---- */
 
 void Master::reload() {
-  if (!serving_ || stopping_) return;
+  if (stopping_) return;
+  // The workers of a start may have read the configuration before it changed.
+  if (!serving_) return void(reload_waits_ = true);
   reopen_logs();
   reload_tls();
   reload_waits_ = starting_ != 0 || generations() >= generation_limit;

@@ -5,14 +5,17 @@
 #include <linux/close_range.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <optional>
+#include <string_view>
 #include <system_error>
 
+#include "hosts/rdmd/signals.h"
 #include "qxapi/number.h"
 #include "qxapi/uninterrupted.h"
 
@@ -23,6 +26,8 @@ namespace {
 constexpr const char *predecessor_variable = "RDMD_PREDECESSOR";
 /// The first inherited socket of the protocol of sd_listen_fds(3).
 constexpr int first_socket = 3;
+/// What a server that has taken over writes into that pipe. A process that cannot execute the program writes why.
+constexpr std::string_view ready = "r";
 
 std::string reason() { return std::generic_category().message(errno); }
 
@@ -34,18 +39,23 @@ HostFileGuard take_predecessor() {
   return HostFileGuard(*fd);
 }
 
-/// move_to gives descriptors the numbers from first_socket on, in their order, and makes them survive execv().
-void move_to_first(std::vector<int> descriptors) {
+/// move_to_first gives descriptors the numbers from first_socket on, in their order, and makes them survive execv().
+/// Returns false with errno set if that fails, as with EMFILE.
+bool move_to_first(std::vector<int> descriptors) {
   const int beyond = first_socket + static_cast<int>(descriptors.size());
-  for (int &fd : descriptors) fd = ::fcntl(fd, F_DUPFD, beyond);
+  for (int &fd : descriptors) {
+    fd = ::fcntl(fd, F_DUPFD, beyond);
+    if (fd < 0) return false;
+  }
   for (std::size_t i = 0; i < descriptors.size(); ++i) ::dup2(descriptors[i], first_socket + static_cast<int>(i));
   ::close_range(static_cast<unsigned>(beyond), UINT_MAX, 0);
+  return true;
 }
 
-void unblock_signals() {
-  sigset_t none;
-  ::sigemptyset(&none);
-  ::sigprocmask(SIG_SETMASK, &none, nullptr);
+/// fail ends the new process and tells the master why.
+[[noreturn]] void fail(host_fd report, const std::string &what) {
+  ::dprintf(report, "%s: %s", what.c_str(), reason().c_str());
+  ::_exit(127);
 }
 
 }  // namespace
@@ -56,7 +66,7 @@ Upgrade::Upgrade(char **arguments) : arguments_(arguments), predecessor_(take_pr
 }
 
 void Upgrade::report_ready() {
-  if (predecessor_) uninterrupted([this] { return ::write(predecessor_.get(), "r", 1); });
+  if (predecessor_) uninterrupted([this] { return ::write(predecessor_.get(), ready.data(), ready.size()); });
   predecessor_ = HostFileGuard();
 }
 
@@ -84,25 +94,29 @@ void Upgrade::become(const std::vector<ListeningSocket> &listeners, host_fd repo
   }
   descriptors.push_back(report);
   const auto sockets = listeners.size();
-  move_to_first(std::move(descriptors));
+  if (!move_to_first(std::move(descriptors))) fail(report, "move the listening sockets");
+  const int moved_report = first_socket + static_cast<int>(sockets);
   ::setenv("LISTEN_PID", std::to_string(::getpid()).c_str(), 1);
   ::setenv("LISTEN_FDS", std::to_string(sockets).c_str(), 1);
   ::setenv("LISTEN_FDNAMES", names.c_str(), 1);
   ::setenv("WATCHDOG_PID", std::to_string(::getpid()).c_str(), 1);
-  ::setenv(predecessor_variable, std::to_string(first_socket + static_cast<int>(sockets)).c_str(), 1);
-  unblock_signals();
+  ::setenv(predecessor_variable, std::to_string(moved_report).c_str(), 1);
+  hold_signals();
   ::execv(program_.c_str(), arguments_);
-  ::_exit(127);
+  fail(moved_report, "execv " + program_);
 }
 
 bool Upgrade::finished(ErrorLog &errors) {
-  char ready = '\0';
-  const bool is_ready = uninterrupted([&] { return ::read(successor_.get(), &ready, 1); }) == 1;
+  char text[512];
+  const ssize_t size = uninterrupted([&] { return ::read(successor_.get(), text, sizeof text); });
+  const std::string_view said(text, static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
+  const bool is_ready = said == ready;
   successor_ = HostFileGuard();
   if (is_ready)
     errors.info("upgrade: process " + std::to_string(successor_process_) + " has taken over");
   else
-    errors.error("upgrade: the new program ended before it was ready; the old one continues");
+    errors.error("upgrade: the new program ended before it was ready" + (said.empty() ? "" : ": " + std::string(said)) +
+                 "; the old one continues");
   return is_ready;
 }
 

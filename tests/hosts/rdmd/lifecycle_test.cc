@@ -102,6 +102,23 @@ TEST_F(HostLifecycle, EndsOnTermAndOnInterruptWithItsExitsInOrder) {
   }
 }
 
+TEST_F(HostLifecycle, SignalsBeforeTheServerIsReadyDoNotEndIt) {
+  // Regression: SIGHUP and SIGUSR1 ended a server that was not ready for them.
+  const std::string options = directory_.path("options");
+  for (const char *const workers : {"0", "1"}) {
+    ASSERT_EQ(::mkfifo(options.c_str(), 0600), 0);
+    RdmdProcess server(arguments({"--options", options, "--workers", workers}));
+    {
+      // The server reads its options once they are written.
+      std::ofstream writer(options);
+      for (const int signal : {SIGHUP, SIGUSR1}) server.signal(signal);
+      writer << "threads = 1\n";
+    }
+    EXPECT_GT(server.port(), 0);
+    std::filesystem::remove(options);
+  }
+}
+
 TEST_F(HostLifecycle, EndsAlthoughAnotherSignalComesAtTheSameTime) {
   // Regression: a signal in the queue behind SIGTERM made the server wait for the next one, for ever.
   for (int trial = 0; trial < 10; ++trial) {

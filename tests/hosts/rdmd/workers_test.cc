@@ -240,6 +240,17 @@ TEST_F(HostWorkers, AReloadWithAMistakeSaysWhereAndKeepsTheWorkers) {
   EXPECT_TRUE(server_->await_error("] [info] rdmd: the workers of generation 3 serve\n")) << server_->errors();
 }
 
+TEST_F(HostWorkers, AReloadDuringTheStartIsMadeWhenTheServerIsReady) {
+  // Regression: it was lost, although the workers may have read the configuration before it changed.
+  const std::string config = directory_.write(
+      "rdm.conf", "journal=\"" + directory_.path("journal") + "\"\nwait=\"" + directory_.path("released") + "\"\n");
+  support::RdmdProcess server({"--listen", "127.0.0.1:0", "--plugin", plugin(), "--config", config, "--workers", "1"});
+  ASSERT_TRUE(support::eventually([&] { return support::file_exists(directory_.path("journal")); }));
+  server.signal(SIGHUP);
+  release();
+  EXPECT_TRUE(server.await_error("the workers of generation 2 serve\n")) << server.errors();
+}
+
 TEST_F(HostWorkers, OnlyFourGenerationsLiveAtOnce) {
   start_workers(1);
   std::vector<std::unique_ptr<HttpClient>> busy;
