@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "hosts/rdmd/front/master_link.h"
 
+#include <cerrno>
 #include <chrono>
 #include <exception>
 #include <optional>
+#include <system_error>
 #include <utility>
 
 #include <boost/asio/strand.hpp>
@@ -105,6 +107,7 @@ void MasterLink::handle(Packet packet) {
   const ControlMessage message = decode_control(packet.bytes);
   switch (message.kind) {
     case ControlMessage::Kind::worker:
+      if (packet.lacks_files) throw std::system_error(EMFILE, std::generic_category(), "take a worker");
       if (packet.files.empty()) throw MalformedPacket();
       return add_worker(message, std::move(packet.files.front()));
     case ControlMessage::Kind::retire:

@@ -141,7 +141,7 @@ void WorkerLink::receive() {
     for (int count = 0; count < most_packets && socket_.is_open() && receive_some(); ++count) continue;
     if (socket_.is_open()) await_packets();
   } catch (const std::exception &) {
-    // The worker sends nonsense, or descriptors are short: nothing that follows can be understood.
+    // The worker sends nonsense, or memory is short: nothing that follows can be understood.
     events_.kill(number_);
     end();
   }

@@ -90,8 +90,8 @@ std::optional<Packet> receive_packet(host_fd socket, bool waits) {
   // A process that is killed with unread packets resets the connection.
   if (size < 0 && errno == ECONNRESET) return Packet{};
   if (size < 0) fail(errno);
-  Packet packet{{}, take_files(message)};
-  if ((message.msg_flags & (MSG_TRUNC | MSG_CTRUNC)) != 0) fail(EMSGSIZE);
+  Packet packet{{}, take_files(message), (message.msg_flags & MSG_CTRUNC) != 0};
+  if ((message.msg_flags & MSG_TRUNC) != 0) fail(EMSGSIZE);
   packet.bytes.assign(buffer.get(), static_cast<std::size_t>(size));
   return packet;
 }

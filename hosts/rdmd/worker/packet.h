@@ -30,6 +30,7 @@ inline constexpr std::size_t packet_files = 64;
 struct Packet {
   std::string bytes;
   std::vector<HostFileGuard> files;
+  bool lacks_files = false;  // this process had no descriptors for all of them
 };
 
 /// PacketSockets is a connected pair; both ends are close-on-exec.

@@ -2,6 +2,7 @@
 #include "hosts/rdmd/worker/protocol.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <memory>
 #include <utility>
@@ -293,9 +294,11 @@ std::vector<OutgoingPacket> encode_answer(const hosts::ServiceAnswer &answer) { 
 bool AnswerReader::add(Packet packet) {
   PacketReader reader(packet.bytes);
   if (!answer_) answer_ = read_answer(reader);
+  const bool last = reader.boolean();
+  lacks_files_ = lacks_files_ || packet.lacks_files;
+  if (lacks_files_) return last;
   std::vector<SharedFile> files;
   for (HostFileGuard &file : packet.files) files.push_back(std::make_shared<const HostFileGuard>(std::move(file)));
-  const bool last = reader.boolean();
   for (auto left = reader.number<std::uint32_t>(); left > 0; --left)
     append(answer_->pieces, PieceReader(reader, files).read());
   reader.end();
@@ -306,7 +309,12 @@ bool AnswerReader::add(Packet packet) {
 hosts::ServiceAnswer AnswerReader::take() {
   hosts::ServiceAnswer answer = std::move(*answer_);
   answer_.reset();
-  return answer;
+  if (!std::exchange(lacks_files_, false)) return answer;
+  hosts::ServiceAnswer broken;
+  broken.outcome = hosts::Outcome::broken;
+  broken.failure = EMFILE;
+  broken.labels = std::move(answer.labels);
+  return broken;
 }
 
 }  // namespace rdm::rdmd

@@ -60,7 +60,8 @@ struct OutgoingPacket {
 /// encode_answer returns the packets of an answer, which must outlive them.
 std::vector<OutgoingPacket> encode_answer(const hosts::ServiceAnswer &answer);
 
-/// AnswerReader puts the packets of an answer together again.
+/// AnswerReader puts the packets of an answer together again. If this process had no descriptors for its files, the
+/// answer is broken, with the failure EMFILE.
 class AnswerReader {
  public:
   /// add takes the next packet. Returns true if it was the last; then take returns the answer.
@@ -69,6 +70,7 @@ class AnswerReader {
 
  private:
   std::optional<hosts::ServiceAnswer> answer_;
+  bool lacks_files_ = false;
 };
 
 }  // namespace rdm::rdmd

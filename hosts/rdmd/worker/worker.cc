@@ -73,6 +73,7 @@ class WorkerService {
   /// receive_orders returns the socket on which the front sends orders, or none if the front has ended.
   HostFileGuard receive_orders() {
     std::optional<Packet> packet = receive_packet(socket_.get());
+    if (packet->lacks_files) throw std::system_error(EMFILE, std::generic_category(), "receive a socket");
     return packet->files.empty() ? HostFileGuard() : std::move(packet->files.front());
   }
 

@@ -241,6 +241,25 @@ TEST(WorkerProtocol, APieceOfAFileThatDidNotComeIsRefused) {
   EXPECT_THROW(AnswerReader().add({encode_answer(sent).front().bytes, {}}), MalformedPacket);
 }
 
+TEST(WorkerProtocol, AnAnswerWithoutItsFilesIsBrokenAndTheNextOneIsWhole) {
+  hosts::ServiceAnswer sent = answer();
+  sent.pieces = {{"", std::make_shared<const HostFileGuard>(::open("/dev/null", O_RDONLY | O_CLOEXEC)), 0, 10},
+                 bytes(std::string(2 * inline_limit, 'x'))};
+  AnswerReader reader;
+  const std::vector<OutgoingPacket> packets = encode_answer(sent);
+  ASSERT_GT(packets.size(), 1u);
+  for (const OutgoingPacket &packet : packets)
+    EXPECT_EQ(reader.add({packet.bytes, {}, !packet.files.empty()}), &packet == &packets.back());
+  const hosts::ServiceAnswer received = reader.take();
+  EXPECT_EQ(received.outcome, hosts::Outcome::broken);
+  EXPECT_EQ(received.failure, EMFILE);
+  EXPECT_EQ(received.labels.type, "rd-request");
+  EXPECT_TRUE(received.pieces.empty());
+  const hosts::ServiceAnswer next = answer();
+  EXPECT_TRUE(reader.add({encode_answer(next).at(0).bytes, {}}));
+  EXPECT_EQ(reader.take().outcome, hosts::Outcome::answered);
+}
+
 TEST(WorkerProtocol, APieceOfAnImpossibleFileIsRefused) {
   const auto file = std::make_shared<const HostFileGuard>(::open("/dev/null", O_RDONLY | O_CLOEXEC));
   for (const auto &[offset, length] : std::vector<std::pair<std::int64_t, std::int64_t>>{
