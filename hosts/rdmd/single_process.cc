@@ -10,6 +10,7 @@
 
 #include "hosts/common/host_table.h"
 #include "hosts/rdmd/access_log.h"
+#include "hosts/rdmd/descriptors.h"
 #include "hosts/rdmd/front/server.h"
 #include "hosts/rdmd/leftovers.h"
 #include "hosts/rdmd/listeners.h"
@@ -98,6 +99,7 @@ int run_single_process(const Settings &settings, std::vector<InheritedSocket> in
   ErrorLog errors(settings.error_log);
   int status = EXIT_FAILURE;
   try {
+    require_descriptors(settings);
     status = serve(settings, std::move(inherited), upgrade, errors);
   } catch (const std::exception &error) {
     errors.error(error.what());

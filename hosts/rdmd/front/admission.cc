@@ -1,13 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "hosts/rdmd/front/admission.h"
 
-#include <sys/resource.h>
-
 #include <algorithm>
 #include <chrono>
-#include <limits>
 #include <memory>
 
+#include "hosts/rdmd/descriptors.h"
 #include "hosts/rdmd/front/connection.h"
 
 namespace rdm::rdmd {
@@ -21,41 +19,26 @@ constexpr std::size_t address_turned_away_limit = 8;
 constexpr std::size_t least_address_limit = 64;
 /// The minimum time between two log lines about a shortage.
 constexpr std::chrono::minutes shortage_interval{1};
-/// Descriptors reserved for everything but the clients served: clients turned away, listening sockets, logs, and the
-/// files of one request.
-constexpr std::size_t reserved_descriptors = turned_away_limit + 32;
-/// The part of them that is needed even if no client is turned away.
-constexpr std::size_t least_reserved_descriptors = 32;
+/// Descriptors for clients turned away, of which a limit of open files that is low leaves fewer.
+constexpr std::size_t turned_away_descriptors = 48;
 
-/// allow_descriptors raises RLIMIT_NOFILE to its hard limit and returns it.
-std::size_t allow_descriptors() {
-  struct rlimit limit;
-  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return std::numeric_limits<std::size_t>::max();
-  limit.rlim_cur = limit.rlim_max;
-  ::setrlimit(RLIMIT_NOFILE, &limit);
-  return limit.rlim_cur;
+/// connections_within returns how many connections a limit of open files allows, at least one, if `reserved` of them
+/// are for other things. A quarter of a low limit is left for those and for clients turned away.
+std::size_t connections_within(std::size_t descriptors, std::size_t reserved) {
+  const std::size_t left = std::clamp(descriptors / 4, reserved, reserved + turned_away_descriptors);
+  return descriptors > left ? descriptors - left : 1;
 }
 
-/// descriptors_for returns how many descriptors `connections` connections may need: each needs one for its socket and,
-/// while it is answered, one for a file.
-std::size_t descriptors_for(std::size_t connections) { return 2 * connections + reserved_descriptors; }
-
-/// connections_within returns how many connections a limit of open files allows, at least one. A quarter of a low limit
-/// is reserved.
-std::size_t connections_within(std::size_t descriptors) {
-  const std::size_t reserved = std::clamp(descriptors / 4, least_reserved_descriptors, reserved_descriptors);
-  return descriptors > reserved ? descriptors - reserved : 1;
-}
-
-/// limit_clients returns how many clients are served at once if `wanted` are to be. Warns if the limit of open files is
-/// too low for them.
-std::size_t limit_clients(std::size_t wanted, ErrorLog &errors) {
-  const std::size_t files = allow_descriptors();
-  if (files < descriptors_for(wanted))
+/// limit_clients returns how many clients are served at once. Warns if the limit of open files is too low for those
+/// wanted.
+std::size_t limit_clients(const Settings &settings, ErrorLog &errors) {
+  const std::size_t wanted = settings.limits.connections, reserved = reserved_descriptors(settings);
+  const std::size_t files = allow_descriptors(), needed = descriptors_for(wanted) + turned_away_descriptors + reserved;
+  if (files < needed)
     errors.warn("the limit of open files is " + std::to_string(files) + ", but " + std::to_string(wanted) +
-                " connections may need " + std::to_string(descriptors_for(wanted)) +
+                " connections may need " + std::to_string(needed) +
                 "; raise it (ulimit -n, LimitNOFILE) or lower --max-connections");
-  return std::min(wanted, connections_within(files));
+  return std::min(wanted, connections_within(files, reserved));
 }
 
 /// end_waiting ends a waiting connection, which the roster has chosen, in favour of a new client. Returns false for
@@ -67,14 +50,14 @@ bool end_waiting(const std::shared_ptr<Connection> &connection, bool at_once) {
 
 }  // namespace
 
-Admission::Admission(const Limits &limits, const Proxies &proxies, Roster &roster, ErrorLog &errors)
-    : limits_(limits),
+Admission::Admission(const Settings &settings, const Proxies &proxies, Roster &roster, ErrorLog &errors)
+    : limits_(settings.limits),
       proxies_(proxies),
       roster_(roster),
       errors_(errors),
-      client_limit_(limit_clients(limits.connections, errors)),
-      address_limit_(limits.connections_per_address.value_or(std::max(limits.connections / 2, least_address_limit))),
-      address_rate_(limits.rate_per_address) {}
+      client_limit_(limit_clients(settings, errors)),
+      address_limit_(limits_.connections_per_address.value_or(std::max(limits_.connections / 2, least_address_limit))),
+      address_rate_(limits_.rate_per_address) {}
 
 std::optional<Trouble> Admission::find_refusal(const Client &client) {
   if (const auto refused = find_address_refusal(client)) return refused;

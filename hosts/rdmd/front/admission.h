@@ -21,7 +21,7 @@ class Admission {
  public:
   /// Raises the limit of open files, and warns if it is too low for the connections wanted. All arguments outlive the
   /// admission.
-  Admission(const Limits &limits, const Proxies &proxies, Roster &roster, ErrorLog &errors);
+  Admission(const Settings &settings, const Proxies &proxies, Roster &roster, ErrorLog &errors);
 
   /* ---- When a client is accepted, on one strand ---- */
 

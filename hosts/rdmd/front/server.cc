@@ -70,7 +70,7 @@ Server::Server(const Settings &settings, ErrorLog &errors, AccessLog &access, st
       proxies_(settings.trusted_proxies),
       spill_budget_(static_cast<std::int64_t>(settings.limits.spill),
                     static_cast<std::int64_t>(settings.limits.spill_per_address.value_or(settings.limits.spill / 2))),
-      admission_(settings.limits, proxies_, roster_, errors),
+      admission_(settings, proxies_, roster_, errors),
       context_(settings.threads),
       strand_(context_.get_executor()),
       tls_(std::move(tls)),

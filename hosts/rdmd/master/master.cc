@@ -22,6 +22,7 @@
 
 #include "hosts/rdmd/access_log.h"
 #include "hosts/rdmd/check/check.h"
+#include "hosts/rdmd/descriptors.h"
 #include "hosts/rdmd/front/front.h"
 #include "hosts/rdmd/listeners.h"
 #include "hosts/rdmd/log.h"
@@ -55,8 +56,8 @@ struct WorkerProcess {
   Child child;
   int number;
   int generation;
-  bool ready = false;
-  bool passed = false;  // the front of this moment has its socket
+  std::optional<Clock::time_point> ready{};  // when it became ready
+  bool passed = false;                       // the front of this moment has its socket
   std::string own_directory{};
   Clock::time_point end = Clock::time_point::max();  // when it is killed, because its front has ended before it
 };
@@ -64,7 +65,11 @@ struct WorkerProcess {
 class Master {
  public:
   Master(const Settings &settings, std::vector<ListeningSocket> listeners, Upgrade &upgrade, ErrorLog &errors)
-      : settings_(settings), upgrade_(upgrade), errors_(errors), listeners_(std::move(listeners)) {}
+      : settings_(settings),
+        upgrade_(upgrade),
+        errors_(errors),
+        listeners_(std::move(listeners)),
+        worker_crashes_(settings.workers) {}
 
   int run() {
     tls_ = load_tls(settings_, listeners_, [this](const std::string &text) { errors_.warn(text); });
@@ -91,7 +96,8 @@ class Master {
   /* ---- Workers ---- */
 
   void start_generation();
-  void start_worker(int generation);
+  bool start_worker(int generation);
+  void fill_place(Clock::duration pause);
   void take_readiness(WorkerProcess &worker);
   void worker_ready(WorkerProcess &worker, const Readiness &readiness);
   void generation_ready();
@@ -146,8 +152,10 @@ class Master {
 
   Child front_;
   bool serving_ = false;                          // the server has once been ready
+  Clock::time_point front_begun_{};               // when it was started
   std::optional<Clock::time_point> front_alive_;  // when it last said so
   Backoff front_backoff_, worker_backoff_;
+  CrashBudget front_crashes_{1}, worker_crashes_;
   std::optional<Clock::time_point> front_due_;
 
   std::list<WorkerProcess> workers_;
@@ -243,20 +251,35 @@ void Master::do_what_is_due() {
 /* ---- Workers ---- */
 
 void Master::start_generation() {
-  starting_ = ++last_generation_;
-  for (int i = 0; i < settings_.workers; ++i) start_worker(starting_);
+  const int generation = starting_ = ++last_generation_;
+  int missing = settings_.workers;
+  while (missing > 0 && start_worker(generation)) --missing;
+  // A generation that has failed serves nevertheless if there is no other: see generation_failed.
+  if (generation_ == generation)
+    for (const auto pause = worker_backoff_.next(); missing > 0; --missing) fill_place(pause);
 }
 
-void Master::start_worker(int generation) {
+/// start_worker returns false, after a message, if the system has no process or descriptor for it. If the generation
+/// serves, its place is filled later.
+bool Master::start_worker(int generation) {
   try {
     Child child = start_child("rdmd-worker", grace(),
                               [this](HostFileGuard socket) { return run_worker(settings_, std::move(socket)); });
     workers_.push_back({std::move(child), ++last_number_, generation});
+    return true;
   } catch (const std::system_error &error) {
     errors_.error(std::string("start a worker: ") + error.what());
-    if (generation == starting_) return generation_failed("a worker could not be started");
-    replacements_due_.insert(Clock::now() + worker_backoff_.next());
+    generation == starting_ ? generation_failed("a worker could not be started") : fill_place(worker_backoff_.next());
+    return false;
   }
+}
+
+/// fill_place starts a worker of the generation that serves, at once or after a pause.
+void Master::fill_place(Clock::duration pause) {
+  if (pause == Clock::duration::zero())
+    start_worker(generation_);
+  else
+    replacements_due_.insert(Clock::now() + pause);
 }
 
 void Master::take_readiness(WorkerProcess &worker) {
@@ -277,7 +300,7 @@ void Master::worker_ready(WorkerProcess &worker, const Readiness &readiness) {
     if (worker.generation == generation_) errors_.error("a worker could not be replaced: " + readiness.failure);
     return;
   }
-  worker.ready = true;
+  worker.ready = Clock::now();
   worker.own_directory = readiness.own_directory;
   if (!readiness.temporary_directory.empty()) ::setenv("TMPDIR", readiness.temporary_directory.c_str(), 1);
   worker_backoff_.reset();
@@ -372,10 +395,10 @@ void Master::note_end(int wait_status) {
   status_ = std::max(status_, WIFEXITED(wait_status) ? WEXITSTATUS(wait_status) : status);
 }
 
-/// replace fills the place of a worker at once, or later if it has not even become ready.
+/// replace fills the place of a worker at once; later if it has not even become ready, or if many have ended as soon as
+/// they were ready.
 void Master::replace(const WorkerProcess &worker) {
-  if (worker.ready) return start_worker(generation_);
-  replacements_due_.insert(Clock::now() + worker_backoff_.next());
+  fill_place(worker.ready ? worker_crashes_.next(*worker.ready, Clock::now()) : worker_backoff_.next());
 }
 
 std::size_t Master::generations() const {
@@ -386,8 +409,8 @@ std::size_t Master::generations() const {
 
 /* ---- The front ---- */
 
-/// begin_service starts the front, once the first workers are ready. Returns false if the server cannot listen; it then
-/// stops.
+/// begin_service starts the front, once the first workers are ready. Returns false if the server cannot listen or have
+/// a front; it then stops.
 bool Master::begin_service() {
   try {
     for (ListeningSocket &listener : listeners_) begin_listening(listener.socket.get(), listener);
@@ -396,7 +419,7 @@ bool Master::begin_service() {
     return false;
   }
   start_front();
-  return true;
+  return !stopping_;
 }
 
 /// front_works takes note that the front is alive. When the first one is, it has opened its logs: the server is ready.
@@ -434,6 +457,7 @@ Duration Master::grace() const { return 2 * settings_.limits.shutdown; }
 void Master::start_front() {
   front_due_.reset();
   front_alive_.reset();
+  front_begun_ = Clock::now();
   std::vector<host_fd> sockets;
   for (const ListeningSocket &listener : listeners_) sockets.push_back(listener.socket.get());
   try {
@@ -442,7 +466,9 @@ void Master::start_front() {
         [this](HostFileGuard control) { return run_front(settings_, std::move(listeners_), tls_, std::move(control)); },
         sockets);
   } catch (const std::system_error &error) {
-    errors_.error(std::string("start the front process: ") + error.what());
+    const std::string why = std::string("start the front process: ") + error.what();
+    if (!serving_) return fail_to_start(why);
+    errors_.error(why);
     front_due_ = Clock::now() + front_backoff_.next();
     return;
   }
@@ -466,7 +492,8 @@ void Master::front_ended(int wait_status) {
   for (WorkerProcess &worker : workers_)
     if (std::exchange(worker.passed, false) || worker.generation == generation_) abandon(worker);
   if (front_alive_) front_backoff_.reset();
-  front_due_ = Clock::now() + (front_alive_ ? Backoff::Pause(0) : front_backoff_.next());
+  const auto now = Clock::now();
+  front_due_ = now + (front_alive_ ? front_crashes_.next(front_begun_, now) : front_backoff_.next());
   if (starting_ == 0) start_generation();
 }
 
@@ -611,6 +638,7 @@ int run_master(const Settings &settings, std::vector<InheritedSocket> inherited,
   StandardStream standard_error(stderr, STDERR_FILENO);
   ErrorLog errors(settings.error_log);
   try {
+    require_descriptors(settings);
     // The front opens it: here it only shows that it can be opened.
     const AccessLog access(settings.access_log);
     const auto warn = [&errors](const std::string &text) { errors.warn(text); };

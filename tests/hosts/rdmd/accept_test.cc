@@ -39,6 +39,9 @@ class MoreFiles {
 
 class HostAccepting : public support::ServerTest {
  protected:
+  /// for_workers returns how many descriptors are reserved for the workers.
+  static unsigned for_workers() { return 6 * static_cast<unsigned>(std::stoul(support::tested_workers())); }
+
   /// connect returns a client that has received a 404 and whose connection is idle.
   std::unique_ptr<HttpClient> connect() const {
     auto client = std::make_unique<HttpClient>(port_);
@@ -98,8 +101,8 @@ TEST_F(HostAccepting, WithoutDescriptorsTheConnectionIdleLongestIsClosed) {
 
 TEST_F(HostAccepting, LeavesDescriptorsForFilesOfTheService) {
   // Regression: clients took the last descriptor, and the service could not open the files that it answers from. With a
-  // limit of 40, clients took all but 10, fewer than the server itself has open.
-  for (const unsigned limit : {40U, 128U}) {
+  // low limit, clients took all but a quarter, fewer than the server itself has open.
+  for (const unsigned limit : {56 + for_workers(), 128 + for_workers()}) {
     start({"--idle-timeout", "600"}, limit);
     Clients clients;
     const std::string file = directory_.write("file", "shared\n");
@@ -116,12 +119,13 @@ TEST_F(HostAccepting, LeavesDescriptorsForFilesOfTheService) {
 }
 
 TEST_F(HostAccepting, ALimitOfOpenFilesBelowThatOfConnectionsIsToldAtStart) {
-  start({"--max-connections", "100"}, 295);
-  EXPECT_TRUE(server_->await_error(
-      "[warning] rdmd: the limit of open files is 295, but 100 connections may need 296; raise it (ulimit -n, "
-      "LimitNOFILE) or lower --max-connections\n"))
+  const unsigned enough = 296 + for_workers();
+  start({"--max-connections", "100"}, enough - 1);
+  EXPECT_TRUE(server_->await_error("[warning] rdmd: the limit of open files is " + std::to_string(enough - 1) +
+                                   ", but 100 connections may need " + std::to_string(enough) +
+                                   "; raise it (ulimit -n, LimitNOFILE) or lower --max-connections\n"))
       << server_->errors();
-  start({"--max-connections", "100"}, 296);
+  start({"--max-connections", "100"}, enough);
   EXPECT_EQ(lines("the limit of open files"), 0) << server_->errors();
 }
 

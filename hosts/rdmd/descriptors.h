@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: MIT
+/// How many open files the server needs (RLIMIT_NOFILE).
+#ifndef HOSTS_RDMD_DESCRIPTORS_H
+#define HOSTS_RDMD_DESCRIPTORS_H
+
+#include <cstddef>
+
+#include "hosts/rdmd/settings.h"
+
+namespace rdm::rdmd {
+
+/// allow_descriptors raises the limit of open files to its hard limit and returns it.
+std::size_t allow_descriptors();
+
+/// descriptors_for returns how many `connections` connections may need: each needs one for its socket and, while it is
+/// answered, one for a file.
+std::size_t descriptors_for(std::size_t connections);
+
+/// reserved_descriptors returns how many the process that owns the connections needs for everything else: logs,
+/// listening sockets, the catalogs that stay open, the files of one request, and the sockets of the workers.
+std::size_t reserved_descriptors(const Settings &settings);
+
+/// require_descriptors raises the limit and throws std::runtime_error, with the number that is needed, if not even one
+/// client could be served within it.
+void require_descriptors(const Settings &settings);
+
+}  // namespace rdm::rdmd
+
+#endif
