@@ -37,43 +37,39 @@ void PageCount::add(uint32_t key_size, uint32_t value_size) {
 }
 
 BucketWriter::BucketWriter(const Header &header, RunWriter &output, Allocate allocate)
-    : header_(header), output_(output), allocate_(std::move(allocate)), page_(header.page_size, '\0') {}
+    : header_(header), output_(output), allocate_(std::move(allocate)) {}
 
-void BucketWriter::clear() {
-  std::fill(page_.begin(), page_.end(), '\0');
+void BucketWriter::set(uint32_t slot, uint32_t number) {
+  const auto half = static_cast<uint16_t>(number);
+  std::memcpy(page_ + size_t{slot_size} * slot, &half, sizeof half);
+}
+
+/// open begins a page without records.
+void BucketWriter::open(uint64_t page_number) {
+  page_ = output_.piece(static_cast<int64_t>(page_number << header_.page_shift), header_.page_size);
   slots_ = 0;
   data_start_ = header_.page_size;
 }
 
-void BucketWriter::set(uint32_t slot, uint32_t number) {
-  const auto half = static_cast<uint16_t>(number);
-  std::memcpy(&page_[size_t{slot_size} * slot], &half, sizeof half);
-}
+void BucketWriter::start(uint32_t bucket) { open(bucket_page(header_, bucket)); }
 
-void BucketWriter::start(uint32_t bucket) {
-  page_number_ = bucket_page(header_, bucket);
-  clear();
-}
-
-/// flush writes the page after setting its last numbers: the free bytes and the start of the data.
-void BucketWriter::flush(uint64_t next_page) {
+/// close sets the last numbers of the page: the free bytes and the start of the data.
+void BucketWriter::close() {
+  const uint32_t free_start = page_overhead(slots_);
   set(0, slots_);
-  set(slots_ + 1, data_start_ - page_overhead(slots_));
+  set(slots_ + 1, data_start_ - free_start);
   set(slots_ + 2, data_start_);
-  output_.write(static_cast<int64_t>(page_number_ << header_.page_shift), page_);
-  page_number_ = next_page;
-  clear();
+  std::fill(page_ + free_start, page_ + data_start_, '\0');
 }
 
-/// chain links the page to a new overflow page, makes that the current page and returns its number.
-uint64_t BucketWriter::chain() {
+/// chain links the page to a new overflow page and makes that the current page.
+void BucketWriter::chain() {
   const uint16_t address = allocate_();
   set(slots_ + 1, address);
   set(slots_ + 2, 0);
   slots_ += 2;
-  const uint64_t page = overflow_page(header_, address);
-  flush(page);
-  return page;
+  close();
+  open(overflow_page(header_, address));
 }
 
 void BucketWriter::add(const Record &record) {
@@ -90,10 +86,10 @@ void BucketWriter::add(const Record &record) {
 void BucketWriter::put(const Record &record) {
   data_start_ -= static_cast<uint32_t>(record.key.size());
   set(slots_ + 1, data_start_);
-  record.key.copy(&page_[data_start_], record.key.size());
+  record.key.copy(page_ + data_start_, record.key.size());
   data_start_ -= static_cast<uint32_t>(record.value.size());
   set(slots_ + 2, data_start_);
-  record.value.copy(page_.data() + data_start_, record.value.size());
+  record.value.copy(page_ + data_start_, record.value.size());
   slots_ += 2;
 }
 
@@ -102,21 +98,22 @@ void BucketWriter::put(const Record &record) {
 void BucketWriter::put_long(const Record &record) {
   const auto key_size = static_cast<uint32_t>(record.key.size());
   const uint32_t key_start = header_.page_size - key_size;
-  record.key.copy(&page_[key_start], key_size);
+  record.key.copy(page_ + key_start, key_size);
   std::string_view rest = record.value;
   const uint32_t first_size = key_start - long_overhead;
-  rest.substr(0, first_size).copy(&page_[long_overhead], first_size);
+  rest.substr(0, first_size).copy(page_ + long_overhead, first_size);
   rest.remove_prefix(first_size);
   const uint16_t address = allocate_();
   set(1, key_start), set(2, slot_mark::full_key_data), set(3, address), set(4, long_overhead);
   slots_ = 4;
   data_start_ = long_overhead;
-  flush(overflow_page(header_, address));
+  close();
+  open(overflow_page(header_, address));
   for (bool last = false; !last;) {
     const uint32_t size = std::min<uint32_t>(static_cast<uint32_t>(rest.size()), header_.page_size - long_overhead);
     last = size == rest.size();
     data_start_ = header_.page_size - size;
-    rest.substr(0, size).copy(&page_[data_start_], size);
+    rest.substr(0, size).copy(page_ + data_start_, size);
     rest.remove_prefix(size);
     set(1, data_start_), set(2, last ? slot_mark::full_key_data : slot_mark::full_key);
     slots_ = 2;
@@ -124,6 +121,6 @@ void BucketWriter::put_long(const Record &record) {
   }
 }
 
-void BucketWriter::finish() { flush(0); }
+void BucketWriter::finish() { close(); }
 
 }  // namespace rdm::catalog

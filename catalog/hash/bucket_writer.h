@@ -5,7 +5,6 @@
 
 #include <cstdint>
 #include <functional>
-#include <string>
 #include <string_view>
 
 #include "catalog/os/run_writer.h"
@@ -35,18 +34,17 @@ class BucketWriter {
   void finish();
 
  private:
-  void clear();
+  void open(uint64_t page_number);
+  void close();
   void set(uint32_t slot, uint32_t number);
   void put(const Record &record);
   void put_long(const Record &record);
-  uint64_t chain();
-  void flush(uint64_t next_page);
+  void chain();
 
   const hashdb::Header &header_;
   RunWriter &output_;
   Allocate allocate_;
-  std::string page_;
-  uint64_t page_number_ = 0;
+  char *page_ = nullptr;     // the current page, in output_
   uint32_t slots_ = 0;       // on the current page
   uint32_t data_start_ = 0;  // offset in the current page
 };

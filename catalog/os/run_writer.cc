@@ -4,7 +4,7 @@
 namespace rdm::catalog {
 namespace {
 
-constexpr size_t largest_run = 1 << 20;
+constexpr size_t largest_run = 256 << 10;
 constexpr int64_t disk_step = 8 << 20;  // smaller ones would break the file into more extents
 
 }  // namespace
@@ -20,17 +20,20 @@ RunWriter::Run &RunWriter::run_for(int64_t offset) {
   return run;
 }
 
-void RunWriter::write(int64_t offset, std::string_view bytes) {
+char *RunWriter::piece(int64_t offset, size_t size) {
   Run &run = run_for(offset);
-  run.bytes += bytes;
-  if (run.bytes.size() >= largest_run) flush(run);
+  if (!run.bytes) run.bytes = std::make_unique_for_overwrite<char[]>(largest_run);
+  if (run.size + size > largest_run) flush(run);
+  char *const piece = &run.bytes[run.size];
+  run.size += size;
+  return piece;
 }
 
 void RunWriter::flush(Run &run) {
-  if (run.bytes.empty()) return;
-  file_.write_at(run.offset, run.bytes);
+  if (run.size == 0) return;
+  file_.write_at(run.offset, {run.bytes.get(), run.size});
   run.offset = run.end();
-  run.bytes.clear();
+  run.size = 0;
   if (run.offset - run.started < disk_step) return;
   file_.start_writeback(run.started, run.offset);
   run.started = run.offset;

@@ -15,11 +15,10 @@ namespace {
 class Model {
  public:
   void write(size_t offset, size_t size) {
-    std::string bytes(size, '\0');
-    for (char &byte : bytes) byte = static_cast<char>(random_());
-    writer_.write(static_cast<int64_t>(offset), bytes);
+    char *const piece = writer_.piece(static_cast<int64_t>(offset), size);
+    for (size_t i = 0; i < size; ++i) piece[i] = static_cast<char>(random_());
     wanted_.resize(std::max(wanted_.size(), offset + size));
-    wanted_.replace(offset, size, bytes);
+    wanted_.replace(offset, size, piece, size);
   }
   size_t random(size_t limit) { return random_() % limit; }
   void expect_written() {
@@ -39,7 +38,7 @@ TEST(RunWriter, WritesTwoSequencesByTurns) {
   Model model;
   size_t first = 0, second = 30 << 20;
   for (int i = 0; i < 700; ++i) {
-    const size_t size = 1 + model.random(65'536);
+    const size_t size = 1 + model.random(catalog::RunWriter::largest_piece);
     size_t &at = model.random(8) == 0 ? second : first;
     model.write(at, size);
     at += size;
@@ -50,7 +49,7 @@ TEST(RunWriter, WritesTwoSequencesByTurns) {
 TEST(RunWriter, WritesPiecesAnywhere) {
   Model model;
   for (size_t piece = 0; piece < 256; ++piece) model.write(piece * 37 % 256 * 32'768, 32'768);
-  model.write(100, 3 << 20);
+  model.write(100, catalog::RunWriter::largest_piece);
   model.expect_written();
 }
 
