@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "catalog/object_view.h"
 
+#include <algorithm>
 #include <charconv>
 
 #include <libcs/soif.h>
@@ -16,16 +17,23 @@ constexpr size_t longest_size = 10;  // digits
 
 uint32_t bucket_of(std::string_view name) { return name_hash(name) % soif::bucket_count; }
 
-void print_attribute(std::string &text, std::string_view name, std::string_view value) {
-  char digits[longest_size];
-  const char *const end = std::to_chars(digits, std::end(digits), value.size()).ptr;
-  text.append(name)
-      .append(1, '{')
-      .append(static_cast<const char *>(digits), end)
-      .append(soif::size_end)
-      .append(value)
-      .append(1, '\n');
-}
+/// Writer writes texts one after the other to room that is large enough.
+class Writer {
+ public:
+  explicit Writer(char *at) : at_(at) {}
+  Writer &put(std::string_view text) {
+    at_ = std::copy(text.begin(), text.end(), at_);
+    return *this;
+  }
+  Writer &put_number(size_t number) {
+    at_ = std::to_chars(at_, at_ + longest_size, number).ptr;
+    return *this;
+  }
+  const char *end() const { return at_; }
+
+ private:
+  char *at_;
+};
 
 }  // namespace
 
@@ -44,37 +52,55 @@ class ViewBuilder {
     const std::string_view present = input.rest().substr(0, size);
     view_.append(name, present);
     missing_ = size - present.size();
+    value_end_ = present.data() + present.size();
     input.skip(size);
     return true;
   }
 
   /// missing returns how many bytes of the last value are past the end of the text.
   size_t missing() const { return missing_; }
+  /// value_end returns the end of the last value in the text, or null if there is none.
+  const char *value_end() const { return value_end_; }
   ObjectView take() { return std::move(view_); }
 
  private:
   ObjectView view_;
   size_t missing_ = 0;
+  const char *value_end_ = nullptr;
 };
 
 namespace {
 
-bool read_into(ViewBuilder &builder, std::string_view text) {
+/// read_into sets `end` to the offset at which reading has ended.
+bool read_into(ViewBuilder &builder, std::string_view text, size_t &end) {
   soif_stream slot{};
   slot.input_string = text.data();
   slot.input_length = static_cast<int32_t>(text.size());
-  soif::StringInput input(slot);
-  return soif::ObjectReader(input, builder).read();
+  bool is_read = false;
+  {
+    soif::StringInput input(slot);
+    is_read = soif::ObjectReader(input, builder).read();
+  }
+  end = static_cast<size_t>(slot.input_position);
+  return is_read;
 }
 
 }  // namespace
 
 std::optional<ObjectView> ObjectView::read(std::string_view text) {
   ViewBuilder builder;
-  if (!read_into(builder, text)) return std::nullopt;
+  size_t end = 0;
+  if (!read_into(builder, text, end)) return std::nullopt;
   // The parser fills the rest of a value with 0xFF.
   if (builder.missing() > 0) return read_owned(std::string(text).append(builder.missing(), '\xFF'));
   return builder.take();
+}
+
+std::optional<ObjectView> ObjectView::read_closed(std::string_view text, size_t &end) {
+  ViewBuilder builder;
+  if (!read_into(builder, text, end)) return std::nullopt;
+  const bool is_closed = end > 0 && text[end - 1] == '}' && text.data() + end != builder.value_end();
+  return is_closed ? std::optional(builder.take()) : std::nullopt;
 }
 
 std::optional<ObjectView> ObjectView::read_owned(std::string text) {
@@ -113,18 +139,20 @@ size_t ObjectView::printed_limit() const {
 }
 
 std::string ObjectView::print(size_t *place) const {
-  std::string text;
-  text.reserve(printed_limit());
-  text.append(1, '@').append(template_name_).append(" { ").append(url_).append(1, '\n');
+  std::string text(printed_limit(), '\0');
+  Writer writer(text.data());
+  writer.put("@").put(template_name_).put(" { ").put(url_).put("\n");
   for (const Bucket &bucket : buckets_)
     for (uint32_t at = bucket.first; at != none; at = attributes_[at].next) {
       const Attribute &attribute = attributes_[at];
       // The printer leaves out empty values.
       if (attribute.is_erased || attribute.value.empty()) continue;
-      print_attribute(text, name_of(attribute), attribute.value);
-      if (place != nullptr && at + 1 == attributes_.size()) *place = text.size() - 1 - attribute.value.size();
+      writer.put(name_of(attribute)).put("{").put_number(attribute.value.size()).put(soif::size_end);
+      if (place != nullptr && at + 1 == attributes_.size()) *place = static_cast<size_t>(writer.end() - text.data());
+      writer.put(attribute.value).put("\n");
     }
-  return text.append("}\n");
+  text.resize(static_cast<size_t>(writer.put("}\n").end() - text.data()));
+  return text;
 }
 
 }  // namespace rdm::catalog

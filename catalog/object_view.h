@@ -22,7 +22,10 @@ class ObjectView {
  public:
   /// read returns the first object of a text that outlives the result, or std::nullopt if the parser would return none.
   static std::optional<ObjectView> read(std::string_view text);
-  /// read_owned does the same with a text that the result keeps.
+  /// read_closed returns the object that a text begins with, as read does, or std::nullopt if the text ends within it.
+  /// `end` receives the offset after the object or, without one, an offset that reading did not pass.
+  static std::optional<ObjectView> read_closed(std::string_view text, size_t &end);
+  /// read_owned does the same as read with a text that the result keeps.
   static std::optional<ObjectView> read_owned(std::string text);
 
   /// template_name and url are "OBJECT" and "-" if the text has empty ones.

@@ -63,8 +63,25 @@ std::optional<int64_t> SoifStream::find_object(int64_t from, bool at_line_start)
   return std::nullopt;
 }
 
+/// sound_object reads an object that the window holds as a whole and in which the scan would find no fault; `end`
+/// receives the offset after it. It reads no byte twice: in malformed input, objects may begin anywhere.
+std::optional<ObjectView> SoifStream::sound_object(int64_t start, int64_t &end) {
+  if (start < tried_to_) return std::nullopt;
+  const std::string_view text = window_.from(start);
+  size_t size = 0;
+  std::optional<ObjectView> object = ObjectView::read_closed(text, size);
+  end = start + static_cast<int64_t>(size);
+  bool is_sound = object && text.substr(0, size).find('\0') == std::string_view::npos;
+  if (is_sound) object->each([&](std::string_view name, auto) { is_sound = is_sound && is_attribute_name(name); });
+  if (is_sound) return object;
+  tried_to_ = end;
+  return std::nullopt;
+}
+
 /// read_object reads the object whose "@" is at `start`.
 SoifStream::Item SoifStream::read_object(int64_t start) {
+  int64_t end = start;
+  if (auto object = sound_object(start, end)) return {++number_, start, end, std::move(object), {}};
   Item item{++number_, start, start, {}, scan_.fault_of(start)};
   item.is_cut = scan_.met_end();
   if (!item.reason.empty()) return item;

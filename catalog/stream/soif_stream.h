@@ -75,6 +75,7 @@ class SoifStream {
 
  private:
   std::optional<int64_t> find_object(int64_t from, bool at_line_start);
+  std::optional<ObjectView> sound_object(int64_t start, int64_t &end);
   Item read_object(int64_t start);
   std::optional<Misfit> misfit_before(int64_t end) const;
   size_t read_at(int64_t offset, char *bytes, size_t count) const;
@@ -88,6 +89,7 @@ class SoifStream {
   SoifScan scan_;
   int64_t position_ = 0;
   int64_t number_ = 0;
+  int64_t tried_to_ = 0;                                  // sound_object has read up to here in vain
   int64_t line_offset_ = 0, line_start_ = 0, lines_ = 1;  // an offset and its line, from which place_of counts
 };
 

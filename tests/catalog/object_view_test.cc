@@ -62,6 +62,22 @@ TEST(ObjectView, IsTheObjectThatTheParserMakes) {
     expect_like_parser(text);
 }
 
+TEST(ObjectView, IsReadToItsBrace) {
+  const std::string sound = "@D { x\n" + attribute_of("a", "}");
+  const auto end_of = [](const std::string &text) {
+    size_t end = 0;
+    return ObjectView::read_closed(text, end) ? static_cast<int>(end) : -1;
+  };
+  EXPECT_EQ(end_of(sound + "}"), static_cast<int>(sound.size()) + 1);
+  EXPECT_EQ(end_of(sound + "}\n" + sound), static_cast<int>(sound.size()) + 1);
+  EXPECT_EQ(end_of("@D { x\n}"), 8);
+  EXPECT_EQ(end_of(sound + "a{0}:\t}"), static_cast<int>(sound.size()) + 7);
+  for (const std::string &open :
+       {std::string(), "@D { x"s, "@D { x\n"s, "@D { x} "s, sound, sound.substr(0, sound.size() - 1),
+        sound + "a{3}:\t1}", sound + "a{1}:\t}", sound + "a{1}:}", sound + "a{-1}:\t}"})
+    EXPECT_EQ(end_of(open), -1) << open;
+}
+
 TEST(ObjectView, OfDamagedTextsIsTheObjectThatTheParserMakes) {
   std::mt19937 random(20261122);
   const std::string sound = "@DOCUMENT { http://localhost/\n" + attribute_of("title", "1 } 2") +

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <random>
 #include <string>
 
@@ -11,6 +12,7 @@
 
 #include "catalog/os/error.h"
 #include "catalog/record.h"
+#include "catalog/stream/soif_scan.h"
 #include "support/files.h"
 
 using namespace rdm;
@@ -71,6 +73,43 @@ TEST(SoifStream, ReturnsObjectsOfAnySizeAsTheParserDoes) {
     offset += static_cast<int64_t>(object.size());
   }
   EXPECT_FALSE(stream.next());
+}
+
+/// expect_as_scanned compares each object of a stream with what the scan and the parser say of its bytes.
+void expect_as_scanned(const std::string &bytes) {
+  const Submission submission(bytes);
+  SoifStream stream(submission.descriptor(), submission.path());
+  catalog::InputWindow window([&](int64_t offset, char *to, size_t count) {
+    return bytes.copy(to, count, std::min(static_cast<size_t>(offset), bytes.size()));
+  });
+  catalog::SoifScan scan(window, static_cast<int64_t>(bytes.size()));
+  while (const auto item = stream.next()) {
+    const std::string fault = scan.fault_of(item->offset), context = bytes + "\nat " + std::to_string(item->offset);
+    EXPECT_EQ(item->is_cut, scan.met_end()) << context;
+    if (!item->object) {
+      EXPECT_EQ(item->reason, fault.empty() ? "not a SOIF object" : fault) << context;
+      continue;
+    }
+    EXPECT_EQ(item->reason + fault, "") << context;
+    EXPECT_EQ(item->end, scan.end()) << context;
+    EXPECT_EQ(item->object->print(), catalog::print(catalog::parse(stream.bytes_of(*item)).get())) << context;
+  }
+}
+
+TEST(SoifStream, TakesTheObjectsInWhichTheScanFindsNoFault) {
+  std::mt19937 random(20261123);
+  const std::string sound = "@D { x\na{3}:\t1 }\nB-1{0}:\t\nbody{9}:\t@D { y\n}\n\n}\n";
+  constexpr char changes[] = "@{}: \t\n09aA-\0\xFF";
+  for (int i = 0; i < 3000; ++i) {
+    std::string bytes;
+    for (int object = 0; object < 6; ++object) bytes += sound;
+    for (size_t left = random() % 6; left > 0; --left)
+      bytes[random() % bytes.size()] = changes[random() % sizeof changes];
+    if (random() % 4 == 0) bytes.erase(random() % bytes.size(), 1 + random() % 10);
+    if (random() % 4 == 0) bytes.insert(random() % bytes.size(), sound, random() % 20, random() % 60);
+    if (random() % 8 == 0) bytes.resize(random() % bytes.size());
+    expect_as_scanned(bytes);
+  }
 }
 
 TEST(SoifStream, FindsTheObjectAfterAMalformedOneOfAnySize) {
