@@ -279,7 +279,12 @@ KnownRecords known_records(const Catalog &catalog, const std::string &index,
 }
 
 Outline read_outline(const Catalog &catalog, uint32_t number, std::string_view record) {
-  return *checked(outline_of(record), catalog, number, record);
+  LastTime last_time;
+  return read_outline(catalog, number, record, last_time);
+}
+
+Outline read_outline(const Catalog &catalog, uint32_t number, std::string_view record, LastTime &last_time) {
+  return *checked(outline_of(record, last_time), catalog, number, record);
 }
 
 SoifPtr parse_record(const Catalog &catalog, uint32_t number, std::string_view record) {

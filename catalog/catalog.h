@@ -154,8 +154,9 @@ KnownRecords known_records(
     const Catalog &catalog, const std::string &index = "",
     const std::function<void(const std::string &reason)> &unreadable = [](const std::string &) {});
 
-/// read_outline returns the outline of a record. Throws Catalog::refused if the record holds no object.
+/// read_outline returns the outline of a record (outline_of). Throws Catalog::refused if the record holds no object.
 Outline read_outline(const Catalog &catalog, uint32_t number, std::string_view record);
+Outline read_outline(const Catalog &catalog, uint32_t number, std::string_view record, LastTime &last_time);
 
 /// parse_record returns the object of a record. parse_attributes returns it with only the attributes of these
 /// lower-case names and their numbered instances. The object belongs to the caller. Both throw Catalog::refused if the

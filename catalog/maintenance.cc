@@ -51,8 +51,9 @@ int64_t erase_expired(const Catalog &catalog, time_t now, WriteBatch &batch, con
 
 std::vector<IndexEntry> index_entries(const Catalog &catalog, const EntryVisitor &visit) {
   std::vector<IndexEntry> entries;
+  LastTime last_time;
   catalog.each([&](uint32_t number, std::string_view record) {
-    entries.push_back(entry_of(number, record, read_outline(catalog, number, record).change_time));
+    entries.push_back(entry_of(number, record, read_outline(catalog, number, record, last_time).change_time));
     visit(entries.back(), record);
   });
   return entries;

@@ -32,7 +32,7 @@ time_t time_in(const char *text) {
 /// tokens of a string.
 class OutlineReader {
  public:
-  explicit OutlineReader(soif_stream &slot) : input_(slot) {}
+  OutlineReader(soif_stream &slot, LastTime &last_time) : input_(slot), last_time_(last_time) {}
 
   bool read() { return input_.skip_past('@') && header() && attributes(); }
   const Outline &outline() const { return outline_; }
@@ -66,11 +66,12 @@ class OutlineReader {
   void take_time(size_t size) {
     std::string text(input_.rest().substr(0, size));
     text.resize(size, '\xFF');
-    outline_.change_time = time_in(text.c_str());
+    outline_.change_time = last_time_.of(text);
     has_time_ = true;
   }
 
   soif::StringInput input_;
+  LastTime &last_time_;
   Outline outline_;
   bool has_time_ = false;
 };
@@ -111,11 +112,24 @@ SoifPtr parse_only(std::string_view record, std::vector<std::string> names) {
   return reader.next();
 }
 
+time_t LastTime::of(const std::string &text) {
+  if (text != text_) {
+    text_ = text;
+    time_ = time_in(text.c_str());
+  }
+  return time_;
+}
+
 std::optional<Outline> outline_of(std::string_view record) {
+  LastTime last_time;
+  return outline_of(record, last_time);
+}
+
+std::optional<Outline> outline_of(std::string_view record, LastTime &last_time) {
   soif_stream slot{};
   slot.input_string = record.data();
   slot.input_length = static_cast<int32_t>(record.size());
-  OutlineReader reader(slot);
+  OutlineReader reader(slot, last_time);
   return reader.read() ? std::optional(reader.outline()) : std::nullopt;
 }
 

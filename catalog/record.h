@@ -35,9 +35,21 @@ struct Outline {
   std::string_view url;    // part of the record, or "-"
   time_t change_time = 0;  // change_time of the object
 };
+/// LastTime parses times of change. It keeps the last: the descriptions of a delivery have the same.
+class LastTime {
+ public:
+  /// of returns the time in a text, in seconds since 1970, or 0 if it cannot be parsed.
+  time_t of(const std::string &text);
+
+ private:
+  std::string text_;
+  time_t time_ = 0;
+};
+
 /// outline_of returns the outline of the first object of a text, or std::nullopt if parse returns null. It makes no
-/// object, which would cost far more than reading the text.
+/// object, which would cost far more than reading the text. Who reads many records passes the same LastTime.
 std::optional<Outline> outline_of(std::string_view record);
+std::optional<Outline> outline_of(std::string_view record, LastTime &last_time);
 
 /// attribute_head returns the text before a value of `size` bytes: NAME{SIZE}: and a tab.
 std::string attribute_head(std::string_view name, size_t size);

@@ -91,4 +91,12 @@ TEST(Outline, OfDamagedRecordsIsThatOfTheParser) {
   }
 }
 
+TEST(LastTime, IsThatOfEachText) {
+  LastTime times;
+  EXPECT_EQ(times.of(""), 0);
+  for (const time_t time : {86'400, 86'400, 172'800, 86'400}) EXPECT_EQ(times.of(date_of(time)), time);
+  EXPECT_EQ(times.of("never"), 0);
+  EXPECT_EQ(times.of(date_of(86'400)), 86'400);
+}
+
 }  // namespace
