@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <string>
 
@@ -12,19 +13,27 @@
 namespace rdm::bench {
 namespace {
 
-/// Changes updates 1 % of the catalog in each round, and asks the server at once.
+constexpr std::size_t most_changes = 1000;
+
+/// Changes copies the catalog in each round, updates 1 % of it, at most most_changes, and asks the server at once. Both
+/// begin with as much memory that was just freed (load_rows.cc says why): the copy with that of the database before the
+/// last update, which the server no longer holds, and the update with that of the copy.
 class Changes {
  public:
-  explicit Changes(const Stage &stage) : stage_(stage), reader_(stage.port()), tool_(minidba(stage.site().database())) {
+  explicit Changes(const Stage &stage)
+      : stage_(stage),
+        count_(std::min(stage.newest(), most_changes)),
+        reader_(stage.port()),
+        tool_(minidba(stage.site().database())) {
+    rounds_.add("copy", [this] { return copy(); });
     rounds_.add("update", [this] { return update(); });
     rounds_.add("status", [this] { return first_answer(status_target); });
     rounds_.add("one", [this] { return first_answer(std::string(harvest_target) + "&view-hits=1"); });
-    rounds_.add("copy", [this] { return copy(); });
     rounds_.run(stage.options().rounds);
   }
 
   Row row_of_update() const {
-    Row row{"update of " + count(stage_.newest()),
+    Row row{"update of " + count(count_),
             duration(*rounds_.seconds("update")) + ", CPU " + duration(*rounds_.cpu("update")) + "; cp + sync " +
                 duration(*rounds_.seconds("copy")),
             {},
@@ -48,7 +57,8 @@ class Changes {
   Cost update() {
     const std::string descriptions = stage_.site().path("changes.soif");
     std::filesystem::remove(descriptions);
-    write_descriptions(descriptions, 0, stage_.newest(), ++edition_);
+    write_descriptions(descriptions, 0, count_, ++edition_);
+    std::filesystem::remove(copy_path());
     ::sync();
     const Cost cost = cost_of(tool_ + " update < " + descriptions);
     cost_of(tool_ + " index");
@@ -61,13 +71,14 @@ class Changes {
   }
 
   Cost copy() const {
-    const std::string path = stage_.site().path("copy.db");
-    std::filesystem::remove(path);
     ::sync();
-    return cost_of("cp " + stage_.site().database() + " " + path + " && sync " + path);
+    return cost_of("cp " + stage_.site().database() + " " + copy_path() + " && sync " + copy_path());
   }
 
+  std::string copy_path() const { return stage_.site().path("copy.db"); }
+
   const Stage &stage_;
+  std::size_t count_;  // of changes in an update
   Reader reader_;
   std::string tool_;
   std::size_t edition_ = 0;
