@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 /// A library for LD_PRELOAD that counts the allocations of a program and its children in the file that the variable
-/// ALLOCATION_COUNT names: eight bytes, an integer of the machine. Operator new counts because it calls malloc.
+/// ALLOCATION_COUNT names: eight bytes, an integer of the machine. The program's own allocator serves them.
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -9,18 +10,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <new>
 
-#define EXPORTED extern "C" __attribute__((visibility("default")))
-
-// The C library's own names for the functions that this library replaces.
-extern "C" {
-// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,readability-identifier-naming)
-void *__libc_malloc(std::size_t size);
-void *__libc_calloc(std::size_t count, std::size_t size);
-void *__libc_realloc(void *block, std::size_t size);
-void *__libc_memalign(std::size_t alignment, std::size_t size);
-// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,readability-identifier-naming)
-}
+#define EXPORTED __attribute__((visibility("default")))
 
 namespace {
 
@@ -39,24 +31,47 @@ void note() {
   if (count != nullptr) count->fetch_add(1, std::memory_order_relaxed);
 }
 
+/// next returns the function that this library hides.
+template <typename Function>
+Function *next(const char *name) {
+  return reinterpret_cast<Function *>(::dlsym(RTLD_NEXT, name));
+}
+
 }  // namespace
 
+extern "C" {
+
 EXPORTED void *malloc(std::size_t size) {
+  static auto *const hidden = next<decltype(malloc)>("malloc");
   note();
-  return __libc_malloc(size);
+  return hidden(size);
 }
 
 EXPORTED void *calloc(std::size_t nmemb, std::size_t size) {
+  static auto *const hidden = next<decltype(calloc)>("calloc");
   note();
-  return __libc_calloc(nmemb, size);
+  return hidden(nmemb, size);
 }
 
 EXPORTED void *realloc(void *ptr, std::size_t size) {
+  static auto *const hidden = next<decltype(realloc)>("realloc");
   note();
-  return __libc_realloc(ptr, size);
+  return hidden(ptr, size);
 }
 
 EXPORTED void *aligned_alloc(std::size_t alignment, std::size_t size) {
+  static auto *const hidden = next<decltype(aligned_alloc)>("aligned_alloc");
   note();
-  return __libc_memalign(alignment, size);
+  return hidden(alignment, size);
 }
+
+}  // extern "C"
+
+/// Allocators may bring operators along that do not call malloc.
+EXPORTED void *operator new(std::size_t size) {
+  if (void *block = std::malloc(size)) return block;
+  throw std::bad_alloc();
+}
+
+EXPORTED void operator delete(void *block) noexcept { std::free(block); }
+EXPORTED void operator delete(void *block, std::size_t) noexcept { std::free(block); }

@@ -37,7 +37,7 @@ struct ServiceAnswer {
 void fill(Exchange &exchange, ServiceRequest &&request);
 
 /// call_service serves a request, whose body it takes, and returns the answer. The rest of the request stays the
-/// caller's, which may free it on another thread. Throws std::bad_alloc.
+/// caller's. Throws std::bad_alloc.
 ServiceAnswer call_service(Plugin &plugin, ServiceRequest &&request);
 
 }  // namespace rdm::hosts

@@ -28,7 +28,7 @@ std::string local_time(Clock::time_point time, const char *format) {
   return text;
 }
 
-std::string quoted(const std::string &text) {
+std::string quoted(std::string_view text) {
   return '"' + (text.empty() ? "-" : hosts::log_text(text, Escaping::quotes)) + '"';
 }
 
@@ -105,9 +105,10 @@ void add_request_line(Line &object, std::string_view line) {
 }  // namespace
 
 std::string format_combined(const AccessEntry &entry) {
-  return entry.client + " - - [" + local_time(entry.time, "%d/%b/%Y:%H:%M:%S %z") + "] " + quoted(entry.line) + ' ' +
-         std::to_string(entry.status) + ' ' + (entry.bytes > 0 ? std::to_string(entry.bytes) : "-") + ' ' +
-         quoted(entry.referer) + ' ' + quoted(entry.agent) + '\n';
+  return std::string(entry.client) + " - - [" + local_time(entry.time, "%d/%b/%Y:%H:%M:%S %z") + "] " +
+         quoted(entry.line) + ' ' + std::to_string(entry.status) + ' ' +
+         (entry.bytes > 0 ? std::to_string(entry.bytes) : "-") + ' ' + quoted(entry.referer) + ' ' +
+         quoted(entry.agent) + '\n';
 }
 
 std::string format_json(const AccessEntry &entry) {

@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "hosts/common/log_file.h"
 #include "hosts/common/request_labels.h"
@@ -23,18 +24,18 @@ enum class ClosedBy {
   limit     // the client exceeded a limit
 };
 
-/// AccessEntry is a request that was answered or cut off. Times are of the steady clock.
+/// AccessEntry is a request that was answered or cut off. Times are of the steady clock. The texts are the caller's.
 struct AccessEntry {
   using Time = std::chrono::nanoseconds;
 
-  std::string client;
+  std::string_view client;
   std::chrono::system_clock::time_point time;  // when the head was complete
-  std::string line;                            // the request line as sent
+  std::string_view line;                       // the request line as sent
   int status = 0;
   std::int64_t bytes = 0;  // bytes of the body that were sent
-  std::string referer;
-  std::string agent;
-  std::string id;                // of the request
+  std::string_view referer;
+  std::string_view agent;
+  std::string_view id;           // of the request
   std::uint64_t connection = 0;  // its number, from 1
   hosts::RequestLabels labels;
   int worker = 0;              // its number, from 1; 0: none

@@ -21,9 +21,6 @@ namespace {
 
 constexpr std::string_view server_name = "rdmd/" RDM_VERSION;
 
-/// Bytes of a referer or user agent that the access log shows.
-constexpr std::size_t logged_field = 1024;
-
 /// The time for a request whose client has connected, or begun to send it, just before the server stops.
 constexpr Duration first_request_limit{1'000};
 
@@ -156,9 +153,7 @@ void Connection::next_request() {
 void Connection::head_read(RequestHead head) {
   head_ = std::move(head);
   const auto refused = client_.forward(head_.field("x-forwarded-for"));
-  record_.begin(std::move(head_.line));
-  record_.entry().referer = head_.field("referer").substr(0, logged_field);
-  record_.entry().agent = head_.field("user-agent").substr(0, logged_field);
+  record_.begin(std::move(head_.line), head_.field("referer"), head_.field("user-agent"));
   record_.close_by(head_.keep_alive ? ClosedBy::server : ClosedBy::client);
   unread_ = head_.length.value_or(0) > 0;
   if (refused) return refuse_for(*refused);

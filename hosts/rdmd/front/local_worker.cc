@@ -2,7 +2,6 @@
 #include "hosts/rdmd/front/local_worker.h"
 
 #include <algorithm>
-#include <cstdint>
 #include <exception>
 #include <iterator>
 #include <new>
@@ -13,32 +12,6 @@
 #include "hosts/common/host_table.h"
 
 namespace rdm::rdmd {
-namespace {
-
-/// is_small returns true for an answer that is cheap to copy and holds no file.
-bool is_small(const hosts::ServiceAnswer &answer) {
-  constexpr std::int64_t most = 4096;
-  return std::all_of(answer.pieces.begin(), answer.pieces.end(),
-                     [](const hosts::Piece &piece) { return piece.is_bytes() && piece.length <= most; });
-}
-
-/// renew_large puts the larger blocks of memory of an answer into memory of this thread. Returns the former ones.
-hosts::ServiceAnswer renew_large(hosts::ServiceAnswer &answer) {
-  hosts::ServiceAnswer former;
-  std::vector<hosts::Field> &fields = former.head.fields;
-  fields.reserve(answer.head.fields.size());
-  // Their texts are short.
-  std::move(answer.head.fields.begin(), answer.head.fields.end(), std::back_inserter(fields));
-  fields.swap(answer.head.fields);
-  std::vector<hosts::Piece> &pieces = former.pieces;
-  // Room for the head of the answer, too.
-  pieces.reserve(answer.pieces.size() + 1);
-  pieces.insert(pieces.end(), answer.pieces.begin(), answer.pieces.end());
-  pieces.swap(answer.pieces);
-  return former;
-}
-
-}  // namespace
 
 LocalWorker::LocalWorker(Call call, io::Executor strand, Dispatcher &dispatcher)
     : call_(std::move(call)), strand_(std::move(strand)), dispatcher_(dispatcher), thread_([this] { run(); }) {}
@@ -82,16 +55,13 @@ bool LocalWorker::stop(std::chrono::milliseconds timeout) {
 /* ---- The thread ---- */
 
 void LocalWorker::run() {
-  std::vector<Answered> spent;
   std::unique_lock lock(mutex_);
   for (;;) {
     changed_.wait(lock, [this] { return stopping_ || !waiting_.empty(); });
     if (stopping_) break;
     JobPtr job = std::move(waiting_.front());
     waiting_.pop_front();
-    spent.swap(spent_);
     lock.unlock();
-    spent.clear();
     Answered answered = answer(std::move(job));
     // Here, not with the reply: the next harvest, which is never taken ahead, would wait for an I/O thread.
     if (!answered.job->prompt) dispatcher_.finished(*this, 1);
@@ -149,7 +119,6 @@ void LocalWorker::report() {
     all.swap(answered_);
   }
   reply(all);
-  give_back(std::move(all));
 }
 
 void LocalWorker::reply(std::span<Answered> all) {
@@ -160,27 +129,13 @@ void LocalWorker::reply(std::span<Answered> all) {
   for (Answered &answered : all) reply(answered);
 }
 
-/// reply replies, and keeps the larger blocks of memory of a small answer for the thread that has allocated them:
-/// malloc() locks the heap of another thread to free such blocks, and that thread waits meanwhile.
 void LocalWorker::reply(Answered &answered) {
   try {
-    hosts::ServiceAnswer former;
-    if (is_small(answered.reply.answer)) former = renew_large(answered.reply.answer);
     answered.job->reply(std::move(answered.reply));
-    answered.reply.answer = std::move(former);
   } catch (const std::exception &) {
     // The other answers belong to other clients. This job is dropped, which closes its connection.
   }
   answered.job.reset();
-}
-
-/// give_back leaves the answers to the thread that has made them, unless it still has others to free.
-void LocalWorker::give_back(std::vector<Answered> all) {
-  const std::lock_guard lock(mutex_);
-  if (!spent_.empty()) return;
-  spent_.swap(all);
-  // For the next answers: a request should allocate little.
-  if (answered_.capacity() == 0) answered_.swap(all);
 }
 
 }  // namespace rdm::rdmd

@@ -62,7 +62,6 @@ class LocalWorker : public Worker {
   void report();
   void reply(std::span<Answered> all);
   static void reply(Answered &answered);
-  void give_back(std::vector<Answered> all);
 
   const Call call_;
   io::Executor strand_;
@@ -72,7 +71,6 @@ class LocalWorker : public Worker {
   std::condition_variable changed_;
   std::deque<JobPtr> waiting_;  // jobs that have not begun, oldest first
   std::vector<Answered> answered_;
-  std::vector<Answered> spent_;  // replied to; for the thread to free
   bool stopping_ = false;
   bool ended_ = false;
 

@@ -1,7 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "hosts/rdmd/front/memory_trim.h"
 
+#ifdef RDM_JEMALLOC
+#include <jemalloc/jemalloc.h>
+#else
 #include <malloc.h>
+#endif
 
 #include <exception>
 
@@ -9,10 +13,26 @@
 
 #include "hosts/rdmd/settings.h"
 
+#ifdef RDM_JEMALLOC
+/// Settings of the allocator. Larger blocks, which seldom requests need, are not kept for the next one of a thread.
+const char *malloc_conf = "tcache_max:4096";
+#endif
+
 namespace rdm::rdmd {
 namespace {
 
 constexpr Duration trim_delay{1000};
+
+/// return_free_pages also returns free pages between pages in use: after a burst of large requests, small blocks of the
+/// remaining connections are scattered over the heap.
+void return_free_pages() {
+#ifdef RDM_JEMALLOC
+  // 4096 stands for all arenas (MALLCTL_ARENAS_ALL).
+  ::mallctl("arena.4096.purge", nullptr, nullptr, nullptr, 0);
+#else
+  ::malloc_trim(0);
+#endif
+}
 
 }  // namespace
 
@@ -34,11 +54,9 @@ void MemoryTrim::trim_soon() {
   });
 }
 
-/// trim also returns free pages between pages in use: after a burst of large requests, small blocks of the remaining
-/// connections are scattered over the heap.
 void MemoryTrim::trim() {
   scheduled_ = false;
-  ::malloc_trim(0);
+  return_free_pages();
 }
 
 void MemoryTrim::stop() {

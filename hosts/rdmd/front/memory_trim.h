@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// Returns memory that requests have freed to the system, by malloc_trim(), a while later: the next requests can use it
+/// Returns memory that requests have freed to the system, a while later: the next requests can use it
 /// without a system call.
 #ifndef HOSTS_RDMD_FRONT_MEMORY_TRIM_H
 #define HOSTS_RDMD_FRONT_MEMORY_TRIM_H

@@ -13,15 +13,31 @@ namespace {
 
 /// Bytes of an unfinished line that the access log shows.
 constexpr std::size_t logged_line = 256;
+/// Bytes of a header field that the access log shows.
+constexpr std::size_t logged_field = 1024;
+
+/// join returns the texts one after another, in no larger a block than they need.
+std::string join(std::string line, std::string_view referer, std::string_view agent) {
+  if (referer.empty() && agent.empty()) return line;
+  std::string text;
+  text.reserve(line.size() + referer.size() + agent.size());
+  return text.append(line).append(referer).append(agent);
+}
 
 }  // namespace
 
-void RequestRecord::begin(std::string line) {
+void RequestRecord::begin(std::string line, std::string_view referer, std::string_view agent) {
+  const std::size_t line_size = line.size();
+  referer = referer.substr(0, logged_field);
+  agent = agent.substr(0, logged_field);
+  text_ = join(std::move(line), referer, agent);
+  const std::string_view text = text_;
   renew_request_id(id_);
   entry_ = AccessEntry{};
-  entry_.client = client_;
   entry_.time = std::chrono::system_clock::now();
-  entry_.line = std::move(line);
+  entry_.line = text.substr(0, line_size);
+  entry_.referer = text.substr(line_size, referer.size());
+  entry_.agent = text.substr(line_size + referer.size());
   entry_.status = 503;
   entry_.connection = connection_;
   is_open_ = true;
@@ -41,12 +57,13 @@ void RequestRecord::finish(const std::optional<Delivery::Progress> &progress, bo
   entry_.bytes = progress ? progress->body_bytes : 0;
   if (progress) entry_.sent = progress->time;
   if (!keeps || !entry_.complete) entry_.closed_by = closer_;
-  entry_.id.swap(id_);
+  entry_.client = client_;
+  entry_.id = id_;
   metrics.count(entry_);
   log.write(entry_);
-  entry_.id.swap(id_);
-  // Assigning an empty entry would keep the capacity of its strings.
+  // Assigning empty ones would keep the capacity of their strings.
   const AccessEntry former = std::exchange(entry_, AccessEntry{});
+  const std::string text = std::exchange(text_, std::string());
 }
 
 }  // namespace rdm::rdmd

@@ -20,16 +20,16 @@ class RequestRecord {
   /// `connection` is the number of the connection, `client` the text of the current client.
   RequestRecord(std::uint64_t connection, const std::string &client) : connection_(connection), client_(client) {}
 
-  /// begin begins the entry of a request and gives the request its identifier. Status 503 is logged if the server
-  /// stops, or the client disconnects, before there is an answer.
-  void begin(std::string line);
+  /// begin begins the entry of a request with this line and these fields, and gives the request its identifier. Status
+  /// 503 is logged if the server stops, or the client disconnects, before there is an answer.
+  void begin(std::string line, std::string_view referer = {}, std::string_view agent = {});
   /// begin_unread begins the entry of a request whose head cannot be parsed, if none is open: it has the part of the
   /// first line that has arrived in `input`. Returns true if it has begun one.
   bool begin_unread(std::string_view input);
   /// is_open returns true if an entry has begun and has not been written.
   bool is_open() const { return is_open_; }
 
-  /// entry returns the open entry, which gets its identifier when it is finished.
+  /// entry returns the open entry, which gets its client and its identifier when it is finished.
   AccessEntry &entry() { return entry_; }
   /// close_by says why the connection is closed, if it is closed now.
   void close_by(ClosedBy closer) { closer_ = closer; }
@@ -46,6 +46,7 @@ class RequestRecord {
   const std::uint64_t connection_;
   const std::string &client_;
   std::string id_;
+  std::string text_;  // what the entry shows of the request, in one block of memory
   AccessEntry entry_;
   ClosedBy closer_ = ClosedBy::server;
   bool is_open_ = false;

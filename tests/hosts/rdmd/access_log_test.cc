@@ -143,7 +143,8 @@ TEST_F(AccessLogs, AJsonLineIsValidWhateverTheClientSent) {
       {"\",\"status\":500,\"x\":\"", "\",\"status\":500,\"x\":\""},
   };
   for (const auto &[sent, logged] : rows) {
-    entry_.line = "GET /" + sent;
+    const std::string request = "GET /" + sent;
+    entry_.line = request;
     entry_.agent = entry_.referer = sent;
     const std::string line = format_json(entry_);
     for (const char c : line.substr(0, line.size() - 1)) EXPECT_TRUE(c >= ' ' && c < '\x7f') << line;
@@ -157,7 +158,9 @@ TEST_F(AccessLogs, AJsonLineIsValidWhateverTheClientSent) {
 
 TEST_F(AccessLogs, EveryByteMakesAValidJsonLine) {
   for (int byte = 0; byte < 256; ++byte) {
-    entry_.line = std::string("GET /x") + static_cast<char>(byte) + static_cast<char>(255 - byte) + " HTTP/1.1";
+    const std::string line =
+        std::string("GET /x") + static_cast<char>(byte) + static_cast<char>(255 - byte) + " HTTP/1.1";
+    entry_.line = line;
     EXPECT_TRUE(nlohmann::json::accept(format_json(entry_))) << byte;
   }
 }
