@@ -6,7 +6,7 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <system_error>
+#include <exception>
 #include <thread>
 
 namespace rdm::hosts {
@@ -34,7 +34,7 @@ bool close_aside(host_fd fd, void *mapping, std::size_t size) {
       ::close(fd);
     }).detach();
     return true;
-  } catch (const std::system_error &) {
+  } catch (const std::exception &) {
     return false;
   }
 }

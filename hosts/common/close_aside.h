@@ -16,7 +16,7 @@ inline constexpr std::int64_t aside_size = 16 << 20;
 /// close_aside closes a descriptor, and unmaps `size` bytes of its mapping before, on a thread of its own, a moment
 /// later. To unmap a large file takes milliseconds; to free the blocks of one that has no name any more, such as a
 /// replaced database, may take a file system seconds. Returns false, with nothing done, if the mapping is small, and
-/// the file is small or has a name; or if the system has no thread.
+/// the file is small or has a name; or if the system has no thread or no memory for one.
 bool close_aside(host_fd fd, void *mapping = nullptr, std::size_t size = 0);
 
 }  // namespace rdm::hosts

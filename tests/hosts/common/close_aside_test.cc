@@ -13,6 +13,7 @@
 
 #include "qxapi/guard.h"
 #include "support/files.h"
+#include "support/refused_new.h"
 
 using namespace rdm;
 using namespace std::chrono_literals;
@@ -54,6 +55,15 @@ TEST_F(CloseAside, LeavesOtherFilesToTheCaller) {
   EXPECT_FALSE(hosts::close_aside(small.get()));
   EXPECT_TRUE(is_open(named.get()) && is_open(small.get()));
   EXPECT_FALSE(hosts::close_aside(-1));
+}
+
+TEST_F(CloseAside, LeavesTheFileToTheCallerIfThereIsNoMemoryForAThread) {
+  const HostFileGuard file(open_file(hosts::aside_size));
+  remove_file();
+  const support::RefusedNew refused(1, 1000);
+  EXPECT_FALSE(hosts::close_aside(file.get()));
+  EXPECT_TRUE(refused.done());
+  EXPECT_TRUE(is_open(file.get()));
 }
 
 }  // namespace
