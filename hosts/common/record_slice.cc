@@ -81,6 +81,7 @@ void RecordCursor::skip(std::int64_t count) {
     start_ += size;
     within_ -= size;
   }
+  if (left() == 0) SharedFile::let_go_former();
 }
 
 bool RecordCursor::confirm() const {

@@ -50,7 +50,8 @@ class RecordCursor {
   /// read reads the next bytes. Returns their number, 0 at the end, or -1.
   ssize_t read(std::span<char> bytes);
 
-  /// skip moves the position by bytes that the last call gathered or read, or by some of them.
+  /// skip moves the position by bytes that the last call gathered or read, or by some of them. At the end it lets go of
+  /// former files (SharedFile::let_go_former).
   void skip(std::int64_t count);
 
   /// confirm returns true if the file of records is as it was when the slice was made, and with it all bytes that were

@@ -6,7 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <iterator>
+#include <array>
 #include <map>
 #include <utility>
 #include <vector>
@@ -24,22 +24,19 @@ std::mutex files_mutex;  // guards the variables below
 std::map<FileVersion, std::weak_ptr<const SharedFile>> files;
 std::vector<FilePtr> kept;  // the one expected first in front
 
-/// drop_some takes the kept files that are not current any more, and those beyond `limit`. The caller destroys them
-/// without the mutex.
-std::vector<FilePtr> drop_some(std::size_t limit) {
-  std::vector<FilePtr> dropped;
-  const auto rest =
-      std::stable_partition(kept.begin(), kept.end(), [](const FilePtr &file) { return !file->is_current(); });
-  const auto beyond = std::max(rest, kept.end() - static_cast<std::ptrdiff_t>(std::min(limit, kept.size())));
-  std::move(kept.begin(), beyond, std::back_inserter(dropped));
-  kept.erase(kept.begin(), beyond);
-  return dropped;
+/// Dropped are files that were kept. They are destroyed without the mutex.
+using Dropped = std::array<FilePtr, SharedFile::kept_limit>;
+
+/// drop_first moves the kept files in front of `end`.
+void drop_first(std::vector<FilePtr>::iterator end, Dropped &dropped) {
+  std::move(kept.begin(), end, dropped.begin());
+  kept.erase(kept.begin(), end);
 }
 
 void keep(FilePtr file) {
-  std::vector<FilePtr> dropped;
+  Dropped dropped;
   const std::lock_guard lock(files_mutex);
-  dropped = drop_some(SharedFile::kept_limit - 1);
+  if (kept.size() == SharedFile::kept_limit) drop_first(kept.begin() + 1, dropped);
   kept.push_back(std::move(file));
 }
 
@@ -53,9 +50,7 @@ std::shared_ptr<const SharedFile> SharedFile::open(host_fd fd) {
   struct stat status;
   if (::fstat(fd, &status) != 0) return nullptr;
   const FileVersion version = version_of(status);
-  std::vector<FilePtr> dropped;
   const std::lock_guard lock(files_mutex);
-  dropped = drop_some(kept_limit);
   std::erase_if(files, [](const auto &entry) { return entry.second.expired(); });
   std::weak_ptr<const SharedFile> &known = files[version];
   if (FilePtr file = known.lock()) return file;
@@ -64,6 +59,13 @@ std::shared_ptr<const SharedFile> SharedFile::open(host_fd fd) {
   auto file = std::make_shared<const SharedFile>(std::move(copy), version);
   known = file;
   return file;
+}
+
+void SharedFile::let_go_former() noexcept {
+  Dropped dropped;
+  const std::lock_guard lock(files_mutex);
+  const auto is_former = [](const FilePtr &file) { return !file->is_current(); };
+  drop_first(std::stable_partition(kept.begin(), kept.end(), is_former), dropped);
 }
 
 /// Kept files are destroyed at the end of the process, when what host_close uses may be gone.

@@ -3,7 +3,7 @@
 ///
 /// The files sent last, at most SharedFile::kept_limit, stay open between answers, because the page faults of a new
 /// mapping are a fifth of the CPU of an answer. One that has been changed, or has lost its name as a database that was
-/// replaced, is let go when its answers are sent and another answer begins.
+/// replaced, is let go when its answers and another one are sent.
 #ifndef HOSTS_COMMON_SHARED_FILE_H
 #define HOSTS_COMMON_SHARED_FILE_H
 
@@ -41,6 +41,10 @@ class SharedFile : public std::enable_shared_from_this<SharedFile> {
   /// returned, otherwise one with a duplicate of the descriptor. Returns null, with errno set, if fstat() or dup()
   /// fails.
   static std::shared_ptr<const SharedFile> open(host_fd fd);
+
+  /// let_go_former closes the kept files that are not current any more, unless an answer uses them. Call it when an
+  /// answer is sent: closing a large mapping takes a thread.
+  static void let_go_former() noexcept;
 
   SharedFile(HostFileGuard file, const FileVersion &version) : file_(std::move(file)), version_(version) {}
   SharedFile(const SharedFile &) = delete;

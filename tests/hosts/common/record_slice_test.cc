@@ -7,7 +7,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
 #include <random>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -101,6 +103,29 @@ TEST_F(RecordSliceTest, IsReadUntilItsFileIsWorthAMapping) {
   };
   EXPECT_FALSE(gathers(files.slice(0, 2)));
   EXPECT_TRUE(gathers(files.slice(2, 1)));
+}
+
+TEST_F(RecordSliceTest, LetsGoOfFormerFilesWhenItIsSent) {
+  struct stat former;
+  {
+    const SliceFiles files = RecordSliceTest::files({{0, 9000, 0}});
+    ASSERT_EQ(::stat(directory_.path("records").c_str(), &former), 0);
+    EXPECT_EQ(read(cursor(files.all()), 9000).size(), 9000u);
+  }
+  std::filesystem::remove(directory_.path("records"));
+  const auto is_open = [&] {
+    const std::filesystem::directory_iterator all("/proc/self/fd"), end;
+    return std::any_of(all, end, [&](const auto &entry) {
+      struct stat file {};
+      return ::stat(entry.path().c_str(), &file) == 0 && file.st_ino == former.st_ino && file.st_dev == former.st_dev;
+    });
+  };
+  const SliceFiles next(directory_.path("next"), text_, {{0, 2, 0}});
+  RecordCursor cursor = RecordSliceTest::cursor(next.all());
+  cursor.skip(cursor.read(std::span<char>(text_.data(), 1)));
+  EXPECT_TRUE(is_open());
+  cursor.skip(cursor.read(std::span<char>(text_.data(), 1)));
+  EXPECT_FALSE(is_open());
 }
 
 TEST_F(RecordSliceTest, RepeatsWhatIsNotSkipped) {

@@ -76,17 +76,19 @@ TEST_F(SharedFileTest, IsAnotherAfterAChange) {
 TEST_F(SharedFileTest, StaysMappedBetweenAnswersAsLongAsItHasAName) {
   EXPECT_EQ(std::string(mapped(path_)->mapping(), 5), "bytes");
   EXPECT_EQ(descriptors(path_), 1);
+  SharedFile::let_go_former();
+  EXPECT_EQ(descriptors(path_), 1);
   std::filesystem::remove(path_);
   EXPECT_EQ(descriptors(path_), 1);
-  share(directory_.write("next", "x"));
+  SharedFile::let_go_former();
   EXPECT_EQ(descriptors(path_), 0);
 }
 
 TEST_F(SharedFileTest, StaysMappedNoLongerThanItIsUnchanged) {
   mapped(path_);
   ASSERT_EQ(::truncate(path_.c_str(), 3), 0);
-  const auto after = share(path_);
-  EXPECT_EQ(descriptors(path_), 1);
+  SharedFile::let_go_former();
+  EXPECT_EQ(descriptors(path_), 0);
 }
 
 TEST_F(SharedFileTest, IsMappedForALargePartOfIt) {
@@ -119,10 +121,10 @@ TEST_F(SharedFileTest, IsKeptUntilOthersAreExpected) {
 
 TEST_F(SharedFileTest, SurvivesItsNameWhileItIsUsed) {
   const auto file = share(path_);
-  std::filesystem::remove(path_);
-  share(directory_.write("next", "x"));
-  EXPECT_TRUE(file->is_unchanged()) << "its bytes are";
   file->expect(file->size());
+  std::filesystem::remove(path_);
+  SharedFile::let_go_former();
+  EXPECT_TRUE(file->is_unchanged()) << "its bytes are";
   EXPECT_EQ(std::string(file->mapping(), 5), "bytes");
 }
 
@@ -134,7 +136,7 @@ TEST_F(SharedFileTest, LetsGoOfALargeMappingAside) {
   }
   mapped(path);
   ASSERT_EQ(::truncate(path.c_str(), 1), 0);
-  share(path_);
+  SharedFile::let_go_former();
   for (int i = 0; i < 6000 && descriptors(path) > 0; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
   EXPECT_EQ(descriptors(path), 0);
 }
