@@ -239,8 +239,9 @@ bool Cursor::find_pairs() noexcept {
 bool Cursor::take_newest() noexcept {
   if (pair_ == 0 && !find_pairs()) return false;
   const uint32_t key_end = pair_ == slot_ ? key_end_ : at(pair_ - 1);
-  // If the last is not the record that is looked for, it may be any of the others.
-  if (!load(pair_ + 2 == pairs_end_ ? key_end : source_.header.page_size)) return false;
+  // If none of the last two is the record that is looked for, it may be any of the others.
+  const bool is_new = pairs_end_ - pair_ <= 4;
+  if (!load(is_new ? key_end : source_.header.page_size)) return false;
   take(pair_, key_end);
   if (pair_ > slot_) {
     pair_ -= 2;

@@ -61,8 +61,8 @@ class Cursor {
   /// find starts at the bucket and reads up to the record with this key.
   Result find(uint32_t bucket, std::string_view key) noexcept;
   /// find_newest does so with the newest records of each page first: of a large page it reads the slots and the last
-  /// record, and the rest if that has another key. If a page has a key twice, which only damage does, it finds the
-  /// last.
+  /// record, the one before if that has another key, and then the rest. If a page has a key twice, which only damage
+  /// does, it finds the last.
   Result find_newest(uint32_t bucket, std::string_view key) noexcept;
   /// watch sets a callback that receives the address of each overflow page that the cursor enters.
   using Followed = void (*)(void *argument, uint16_t address);
