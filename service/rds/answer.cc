@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "service/rds/answer.h"
 
+#include <cstring>
+
 #include <libcs/cs.h>
 
 #include "service/message.h"
@@ -8,9 +10,14 @@
 namespace rdm {
 namespace {
 
-/// set_response_header replaces a response header. Returns false if allocation fails.
+constexpr uint32_t header_size = 256;  // bytes, usually at most
+
+/// set_response_header sets a response header, and replaces one that has another value. Returns false if allocation
+/// fails.
 bool set_response_header(const char *name, const char *value, Request *rq) {
-  pblock_remove_n_free(name, rq->response);
+  const char *const present = host_param_find(name, rq->response);
+  if (present != nullptr && std::strcmp(present, value) == 0) return true;
+  if (present != nullptr) pblock_remove_n_free(name, rq->response);
   return host_param_add(name, value, rq->response) == 0;
 }
 
@@ -28,6 +35,7 @@ CsioPtr make_header(int32_t count) {
   CsioPtr printed = make_csio();
   const RdmHeaderPtr header = make_rdmhdr(RDM_RD_RESPONSE);
   if (!printed || !header) return nullptr;
+  printed->increment = header_size;
   if (count == 0) header->error_message = host_strdup("0 results.");
   rdmhdr_print(header.get(), printed.get());
   csio_finish(printed.get());

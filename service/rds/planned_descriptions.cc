@@ -53,8 +53,7 @@ PlannedDescriptions::PlannedDescriptions(Snapshot &snapshot, char **attributes, 
       output_(output),
       attributes_(attributes != nullptr && attributes[0] != nullptr ? attributes : nullptr),
       plan_(&snapshot.plan()),
-      file_(snapshot.locator().file()),
-      block_(static_cast<char *>(host_alloc(block_size))) {}
+      file_(snapshot.locator().file()) {}
 
 /// view takes the records from the view of the attributes. It makes that if a walk through the file is cheaper than a
 /// page for each record. Returns false if there is none.
@@ -98,7 +97,7 @@ void PlannedDescriptions::look_up(uint32_t position) noexcept {
 bool PlannedDescriptions::is_planned(uint32_t position) noexcept {
   const Plan::Entry &entry = plan_->entry(position);
   if (entry.state == Plan::unknown && !has_view()) look_up(position);
-  return entry.state == Plan::as_stored && entry.size <= block_size && block_;
+  return entry.state == Plan::as_stored && entry.size <= block_size;
 }
 
 /// run_at returns the records from a position on that print as they are stored, as far as the answer has room.
@@ -137,10 +136,21 @@ bool PlannedDescriptions::read(Location place, char *bytes) const noexcept {
   return got == static_cast<ssize_t>(place.size);
 }
 
-/// copy reads a record to the end of the block. Returns false, with nothing printed, if the file has changed or the
-/// answer has no room.
+/// make_room makes room for a record in the block, which is no larger than all records need: a small request should
+/// not allocate large blocks. Returns false if allocation fails.
+bool PlannedDescriptions::make_room(uint32_t size) noexcept {
+  if (size > capacity_ - used_) flush();
+  if (size <= capacity_) return true;
+  capacity_ = std::min(block_size, size_t{size} * count_);
+  block_.reset(static_cast<char *>(host_alloc(capacity_)));
+  if (!block_) capacity_ = 0;
+  return capacity_ > 0;
+}
+
+/// copy reads a record to the end of the block. Returns false, with nothing printed, if allocation fails, the file has
+/// changed or the answer has no room.
 bool PlannedDescriptions::copy(Location place) noexcept {
-  if (place.size > block_size - used_) flush();
+  if (!make_room(place.size)) return false;
   char *const record = block_.get() + used_;
   size_t size = place.size;
   if (!read(place, record) || (attributes_ != nullptr && !has_view() && !select(record, size))) return false;
@@ -165,6 +175,7 @@ int32_t PlannedDescriptions::print(const Range &range) noexcept {
   const bool sends_slices = host_sends_slices() != 0;
   const bool may_slice = sends_slices && (attributes_ == nullptr || view(range));
   if (!has_view()) plan(range);
+  count_ = range.count;
   int32_t printed = 0;
   const uint32_t all = range.first + range.count;
   for (uint32_t at = range.first; at < all && !snapshot_.index().failed();) {

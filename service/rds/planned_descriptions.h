@@ -43,6 +43,7 @@ class PlannedDescriptions {
   bool print(uint32_t position) noexcept;
   bool select(char *record, size_t &size) noexcept;
   bool read(Location place, char *bytes) const noexcept;
+  bool make_room(uint32_t size) noexcept;
   bool copy(Location place) noexcept;
   void flush() noexcept;
 
@@ -56,8 +57,9 @@ class PlannedDescriptions {
   std::optional<QuickDescriptions> others_;
   std::optional<soif::Canonical> whole_, selection_;
   soif::Pieces pieces_;
-  HostText block_;  // bytes printed and not yet appended
-  size_t used_ = 0;
+  uint32_t count_ = 0;  // of the records that are to be printed
+  HostText block_;      // bytes printed and not yet appended
+  size_t capacity_ = 0, used_ = 0;
 };
 
 }  // namespace rdm

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <algorithm>
+#include <cstring>
 #include <utility>
 
 #include <libcs/cs.h>
@@ -76,9 +77,11 @@ int32_t rds_send_rd(const char *csid, cslist *keys, char **attributes, csio *out
 }
 
 void cs_dbsearch_log(int32_t count, uint32_t bytes, time_t since, Session *sn, Request *rq) noexcept {
-  char time[256] = "", message[512], size[24];
-  if (since > 0) cs_time2str(since, time, sizeof time);
-  host_format(message, sizeof message, "%d RDs Transfered%s%s", count, since > 0 ? " since " : "", time);
+  constexpr size_t time_size = 256;
+  char message[time_size + 64], size[24];
+  host_itoa(count, message);
+  char *const end = stpcpy(message + std::strlen(message), " RDs Transfered");
+  if (since > 0) cs_time2str(since, stpcpy(end, " since "), time_size);
   host_itoa(bytes, size);
   rdm_log_add(message, nullptr, size, sn, rq);
 }
