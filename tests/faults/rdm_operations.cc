@@ -146,6 +146,19 @@ Verdict compare(Memory &memory, Serve serve) {
   return memory.refused() && is_known ? Verdict::incomplete : Verdict::wrong;
 }
 
+/// forget_sections forgets the critical sections of the service, which were made by an operation's host and end with
+/// it. A host that lasts as long as the process never releases them.
+void forget_sections() { rdm_log_crit = rdm_service_crit = nullptr; }
+
+/// Section makes a critical section for the time of an operation.
+class Section {
+ public:
+  explicit Section(host_crit *&section) { section = host_crit_create(); }
+  Section(const Section &) = delete;
+  Section &operator=(const Section &) = delete;
+  ~Section() { forget_sections(); }
+};
+
 // ---- Initialisation ----
 
 /// Start holds the configuration of a service, and ends the service.
@@ -184,10 +197,6 @@ struct Start {
            std::strncmp(directories, "/opt/bin:", 9) == 0;
   }
 
-  /// The critical sections were allocated by the operation's host and end with it; the next start must allocate new
-  /// ones.
-  static void forget_sections() { rdm_log_crit = rdm_service_crit = nullptr; }
-
   static void end() {
     rdm_log_terminate();
     forget_sections();
@@ -221,7 +230,7 @@ Verdict start_service(Memory &memory, Init init) {
 
 template <int (*serve)(pblock *, Session *, Request *)>
 Verdict serve_request(Memory &memory) {
-  rdm_service_crit = host_crit_create();
+  const Section section(rdm_service_crit);
   return compare(memory, [](Service &service) { return sent(serve(nullptr, service.sn, service.rq), service); });
 }
 
@@ -292,7 +301,7 @@ constexpr Operation rdm_scenarios[] = {
     {"rdm_log rdm_log_terminate",
      [](Memory &memory) {
        Service service;
-       rdm_log_crit = host_crit_create();
+       const Section section(rdm_log_crit);
        const support::TemporaryDirectory directory;
        const std::string path = directory.path("log");
        logfd = host_open_append(path.c_str());
