@@ -47,7 +47,7 @@ void Dispatcher::decide(Decision decision) {
       shortage = std::current_exception();
     }
   }
-  carry_out(std::move(actions));
+  carry_out(std::move(actions), shortage);
   if (shortage) std::rethrow_exception(shortage);
 }
 
@@ -60,12 +60,21 @@ void Dispatcher::change(Change change) {
   });
 }
 
-void Dispatcher::carry_out(Actions actions) {
+/// carry_out carries out every action. It sets `shortage` if memory is short for one, such as a reply: that job is
+/// dropped, which closes its connection.
+void Dispatcher::carry_out(Actions actions, std::exception_ptr &shortage) {
+  const auto attempt = [&shortage](auto action) {
+    try {
+      action();
+    } catch (const std::bad_alloc &) {
+      shortage = std::current_exception();
+    }
+  };
   for (Actions::Start &start : actions.starts) begin(*start.worker, std::move(start.job));
-  for (Actions::End &end : actions.ends) end.job->reply(reply_of(end.fate, *end.job));
-  for (const auto &worker : actions.slow) take_back(*worker);
-  for (const auto &worker : actions.late) worker->kill();
-  for (const auto &worker : actions.retired) worker->retire();
+  for (Actions::End &end : actions.ends) attempt([&] { end.job->reply(reply_of(end.fate, *end.job)); });
+  for (const auto &worker : actions.slow) attempt([&] { take_back(*worker); });
+  for (const auto &worker : actions.late) attempt([&] { worker->kill(); });
+  for (const auto &worker : actions.retired) attempt([&] { worker->retire(); });
 }
 
 Reply Dispatcher::reply_of(Fate fate, const Job &job) const {
@@ -255,8 +264,13 @@ void Dispatcher::retire_before(int generation) {
 
 /// end_retired ends the workers that are retired and free.
 void Dispatcher::end_retired(Actions &actions) {
+  const auto has_ended = [](const Entry &entry) { return entry.retired && !entry.busy(); };
+  const auto count = std::count_if(workers_.begin(), workers_.end(), has_ended);
+  if (count == 0) return;
+  // First: without memory for it, nothing has changed.
+  actions.retired.reserve(actions.retired.size() + static_cast<std::size_t>(count));
   std::erase_if(workers_, [&](Entry &entry) {
-    if (!entry.retired || entry.busy()) return false;
+    if (!has_ended(entry)) return false;
     actions.retired.push_back(std::move(entry.worker));
     return true;
   });
@@ -295,6 +309,8 @@ void Dispatcher::reopen_logs() {
 
 void Dispatcher::stop() {
   change([&](Actions &actions) {
+    // First: without memory for it, nothing has changed.
+    actions.retired.reserve(workers_.size());
     stopping_ = true;
     timer_.cancel();
     for (JobPtr &job : queue_.take_all()) actions.end(std::move(job), Fate::stopping);

@@ -15,6 +15,7 @@
 #define HOSTS_RDMD_FRONT_DISPATCHER_H
 
 #include <cstddef>
+#include <exception>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -109,7 +110,7 @@ class Dispatcher {
   void decide(Decision decision);
   template <typename Change>
   void change(Change change);
-  void carry_out(Actions actions);
+  void carry_out(Actions actions, std::exception_ptr &shortage);
   Reply reply_of(Fate fate, const Job &job) const;
   void begin(Worker &worker, JobPtr job);
   void take_back(Worker &worker);

@@ -96,6 +96,7 @@ class Dispatching : public ::testing::Test {
     job->prompt = prompt;
     job->wanted = [this, name] { return gone_.find(name) == std::string::npos; };
     job->reply = [this, name](const Reply &reply) {
+      if (name == no_memory_for_) throw std::bad_alloc();
       fates_ += name + std::to_string(static_cast<int>(reply.fate)) + " ";
     };
     dispatcher_.submit(std::move(job), executor_);
@@ -124,6 +125,7 @@ class Dispatching : public ::testing::Test {
   static inline io::Clock::time_point now_ = io::Clock::now();
   Dispatcher dispatcher_{limits_, executor_, now};
   int number_ = 0;
+  std::string no_memory_for_;  // replying to this job fails
   std::string gone_, fates_;
 };
 
@@ -407,6 +409,31 @@ TEST_F(Dispatching, ItsStatusCountsWorkersAndJobs) {
   EXPECT_EQ(status.busy, 1u);
   EXPECT_EQ(status.responsive, 2u);
   EXPECT_EQ(status.queued, 0u);
+}
+
+TEST_F(Dispatching, AReplyWithoutMemoryCostsNoOtherReplyAndNoWorker) {
+  // Regression: the exception kept the replies and orders that were to follow from being carried out.
+  const auto worker = add();
+  submit("busy");
+  no_memory_for_ = "a";
+  for (const char *name : {"a", "b"}) submit(name);
+  EXPECT_THROW(dispatcher_.stop(), std::bad_alloc);
+  EXPECT_EQ(fates_, fate("b", Fate::stopping));
+  EXPECT_TRUE(worker->retired);
+}
+
+TEST_F(Dispatching, WithoutMemoryToRetireThemTheWorkersStay) {
+  // Regression: the list of workers was left with one that had gone.
+  const auto first = add(1), second = add(1);
+  {
+    const support::RefusedNew list(2 * sizeof(std::shared_ptr<Worker>), 2 * sizeof(std::shared_ptr<Worker>));
+    EXPECT_THROW(dispatcher_.retire_before(2), std::bad_alloc);
+    EXPECT_TRUE(list.done());
+  }
+  EXPECT_FALSE(first->retired || second->retired);
+  EXPECT_EQ(dispatcher_.status().retired, 2u);
+  dispatcher_.retire_before(2);
+  EXPECT_TRUE(first->retired && second->retired);
 }
 
 }  // namespace
