@@ -88,11 +88,12 @@ void ErrorLog::info(std::string_view text) { write(spdlog::level::info, text); }
 void ErrorLog::warn(std::string_view text) { write(spdlog::level::warn, text); }
 void ErrorLog::error(std::string_view text) { write(spdlog::level::err, text); }
 
-void ErrorLog::failure(std::string_view what, const std::exception &error) {
+void ErrorLog::failure(std::string_view what, const std::exception &error, Severity severity) {
+  const int level = severity == Severity::error ? spdlog::level::err : spdlog::level::warn;
   try {
-    write(spdlog::level::err, std::string(what) + ": " + error.what());
+    write(level, std::string(what) + ": " + error.what());
   } catch (const std::bad_alloc &) {
-    write(spdlog::level::err, what);
+    write(level, what);
   }
 }
 

@@ -88,8 +88,9 @@ class ErrorLog {
   void info(std::string_view text);
   void warn(std::string_view text);
   void error(std::string_view text);
-  /// failure writes an error "WHAT: the text of the exception", or `what` alone if memory is short.
-  void failure(std::string_view what, const std::exception &error);
+  enum class Severity { error, warning };
+  /// failure writes a line "WHAT: the text of the exception", or `what` alone if memory is short.
+  void failure(std::string_view what, const std::exception &error, Severity severity = Severity::error);
   /// report writes a report of the plug-in: "FUNCTION: text (client ADDRESS, request ID)".
   void report(const hosts::Report &report);
   /// trouble counts an event and logs "REASON (client CLIENT)" as a warning, where `client` is what describe_client

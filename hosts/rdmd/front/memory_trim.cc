@@ -8,6 +8,7 @@
 #endif
 
 #include <exception>
+#include <new>
 
 #include <boost/asio/post.hpp>
 
@@ -49,9 +50,15 @@ void MemoryTrim::released() {
 void MemoryTrim::trim_soon() {
   if (stopped_) return;
   timer_.expires_after(trim_delay);
-  timer_.async_wait([this](const boost::system::error_code &error) {
-    if (!error) trim();
-  });
+  try {
+    timer_.async_wait([this](const boost::system::error_code &error) {
+      if (!error) trim();
+    });
+  } catch (const std::bad_alloc &) {
+    // The next request tries again.
+    scheduled_ = false;
+    throw;
+  }
 }
 
 void MemoryTrim::trim() {

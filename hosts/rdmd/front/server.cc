@@ -9,6 +9,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdint>
+#include <new>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -123,7 +124,7 @@ std::vector<std::thread> Server::start_threads() {
   try {
     for (int i = 1; i < settings_.threads; ++i) threads.emplace_back([this] { work(); });
   } catch (const std::exception &error) {
-    errors_.warn(std::string("start I/O thread: ") + error.what());
+    errors_.failure("start I/O thread", error, ErrorLog::Severity::warning);
   }
   return threads;
 }
@@ -190,7 +191,12 @@ void Server::forget(Roster::Entry &entry) {
   roster_.remove(entry);
   if (!running_) return;
   memory_trim_.released();
-  if (stopping_) boost::asio::post(strand_, [this] { end_when_empty(); });
+  if (!stopping_) return;
+  try {
+    boost::asio::post(strand_, [this] { end_when_empty(); });
+  } catch (const std::bad_alloc &) {
+    // If this was the last connection, the shutdown timeout ends the server.
+  }
 }
 
 /* ---- Observing ---- */
@@ -277,8 +283,16 @@ void Server::reload() {
   if (admin_) admin_->reload();
 }
 
-/// order_stop lets the answers under way finish; a second order cuts them off.
-void Server::order_stop() { stopping_ ? stop_now() : stop(); }
+/// order_stop lets the answers under way finish; a second order, or too little memory for the first, cuts them off.
+void Server::order_stop() {
+  try {
+    stopping_ ? stop_now() : stop();
+  } catch (const std::bad_alloc &error) {
+    errors_.failure("stop", error);
+    ended_ = true;
+    context_.stop();
+  }
+}
 
 /// reload_tls reads the certificate and the key again, for new connections. If they cannot be used, it keeps the old
 /// ones and logs why.
@@ -339,7 +353,12 @@ void Server::end() {
   watchdog_.cancel();
   if (signals_) signals_->cancel();
   if (master_) master_->stop();
-  dispatcher_.stop();
+  try {
+    dispatcher_.stop();
+  } catch (const std::bad_alloc &) {
+    // Workers that could not be told still wait.
+    context_.stop();
+  }
 }
 
 }  // namespace rdm::rdmd

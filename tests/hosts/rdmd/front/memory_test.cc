@@ -27,6 +27,7 @@ class HostMemory : public ::testing::Test {
     thread_ = std::thread([this] { EXPECT_TRUE(server_->run()); });
   }
   ~HostMemory() override {
+    if (!thread_.joinable()) return;
     ::kill(::getpid(), SIGTERM);
     thread_.join();
   }
@@ -86,6 +87,19 @@ TEST_F(HostMemory, AClientThatCannotBeAcceptedYetWaits) {
   client.send("GET / HTTP/1.0\r\n\r\n");
   EXPECT_EQ(client.receive().status, 404);
   EXPECT_NE(errors().find("[error] rdmd: a connection failed: std::bad_alloc\n"), std::string::npos) << errors();
+}
+
+TEST_F(HostMemory, AnOrderToStopWithoutMemoryEndsTheServer) {
+  // Regression: the order was lost, and the server ran on without accepting clients.
+  start();
+  support::HttpClient client(port());
+  client.send("GET / HTTP/1.1\r\nHost: h\r\n\r\n");
+  EXPECT_EQ(client.receive().status, 404);
+  const support::RefusedNew all(sizeof(std::shared_ptr<void>), sizeof(std::shared_ptr<void>));
+  ::kill(::getpid(), SIGTERM);
+  thread_.join();
+  EXPECT_TRUE(all.done());
+  EXPECT_NE(errors().find("[error] rdmd: stop: std::bad_alloc\n"), std::string::npos) << errors();
 }
 
 TEST_F(HostMemory, TheServerRunsWithoutAThreadThatCannotBeAllocated) {
