@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "hosts/rdmd/descriptors.h"
+#include "hosts/rdmd/resource_limits.h"
 
 #include <sys/resource.h>
 
@@ -31,12 +31,25 @@ std::size_t reserved_descriptors(const Settings &settings) {
   return fixed + for_each_worker * static_cast<std::size_t>(settings.workers);
 }
 
+namespace {
+
 void require_descriptors(const Settings &settings) {
   const std::size_t limit = allow_descriptors(), least = reserved_descriptors(settings) + descriptors_for(1);
   if (limit >= least) return;
   throw std::runtime_error("the limit of open files is " + std::to_string(limit) + ", but the server needs " +
                            std::to_string(least) + " with --workers " + std::to_string(settings.workers) +
                            "; raise it (ulimit -n, LimitNOFILE)");
+}
+
+}  // namespace
+
+void require_limits(const Settings &settings) {
+  require_descriptors(settings);
+  struct rlimit limit;
+  if (::getrlimit(RLIMIT_AS, &limit) != 0 || limit.rlim_cur >= least_address_space) return;
+  throw std::runtime_error("the limit of address space is " + std::to_string(limit.rlim_cur / 1024) +
+                           " KiB, but the server needs " + std::to_string(least_address_space / 1024) +
+                           "; raise it (ulimit -v, LimitAS)");
 }
 
 }  // namespace rdm::rdmd

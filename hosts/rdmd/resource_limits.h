@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-/// How many open files the server needs (RLIMIT_NOFILE).
-#ifndef HOSTS_RDMD_DESCRIPTORS_H
-#define HOSTS_RDMD_DESCRIPTORS_H
+/// What the server needs of the limits of its process (setrlimit(2)).
+#ifndef HOSTS_RDMD_RESOURCE_LIMITS_H
+#define HOSTS_RDMD_RESOURCE_LIMITS_H
 
 #include <cstddef>
 
@@ -20,9 +20,12 @@ std::size_t descriptors_for(std::size_t connections);
 /// listening sockets, the catalogs that stay open, the files of one request, and the sockets of the workers.
 std::size_t reserved_descriptors(const Settings &settings);
 
-/// require_descriptors raises the limit and throws std::runtime_error, with the number that is needed, if not even one
-/// client could be served within it.
-void require_descriptors(const Settings &settings);
+/// require_limits raises the limit of open files, and throws std::runtime_error, with the number that is needed, if not
+/// even one client could be served within it, or if the limit of address space is below least_address_space.
+void require_limits(const Settings &settings);
+
+/// With less, the C library ends a process that it cannot allocate memory for.
+inline constexpr std::size_t least_address_space = std::size_t{64} << 20;
 
 }  // namespace rdm::rdmd
 

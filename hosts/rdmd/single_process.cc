@@ -10,11 +10,11 @@
 
 #include "hosts/common/host_table.h"
 #include "hosts/rdmd/access_log.h"
-#include "hosts/rdmd/descriptors.h"
 #include "hosts/rdmd/front/server.h"
 #include "hosts/rdmd/leftovers.h"
 #include "hosts/rdmd/listeners.h"
 #include "hosts/rdmd/log.h"
+#include "hosts/rdmd/resource_limits.h"
 #include "hosts/rdmd/signals.h"
 #include "hosts/rdmd/standard_stream.h"
 #include "hosts/rdmd/startup.h"
@@ -99,7 +99,7 @@ int run_single_process(const Settings &settings, std::vector<InheritedSocket> in
   ErrorLog errors(settings.error_log);
   int status = EXIT_FAILURE;
   try {
-    require_descriptors(settings);
+    require_limits(settings);
     status = serve(settings, std::move(inherited), upgrade, errors);
   } catch (const std::exception &error) {
     errors.error(error.what());

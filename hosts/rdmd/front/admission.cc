@@ -5,8 +5,8 @@
 #include <chrono>
 #include <memory>
 
-#include "hosts/rdmd/descriptors.h"
 #include "hosts/rdmd/front/connection.h"
+#include "hosts/rdmd/resource_limits.h"
 
 namespace rdm::rdmd {
 namespace {

@@ -22,13 +22,13 @@
 
 #include "hosts/rdmd/access_log.h"
 #include "hosts/rdmd/check/check.h"
-#include "hosts/rdmd/descriptors.h"
 #include "hosts/rdmd/front/front.h"
 #include "hosts/rdmd/listeners.h"
 #include "hosts/rdmd/log.h"
 #include "hosts/rdmd/master/backoff.h"
 #include "hosts/rdmd/master/children.h"
 #include "hosts/rdmd/master/control.h"
+#include "hosts/rdmd/resource_limits.h"
 #include "hosts/rdmd/standard_stream.h"
 #include "hosts/rdmd/startup.h"
 #include "hosts/rdmd/systemd.h"
@@ -638,7 +638,7 @@ int run_master(const Settings &settings, std::vector<InheritedSocket> inherited,
   StandardStream standard_error(stderr, STDERR_FILENO);
   ErrorLog errors(settings.error_log);
   try {
-    require_descriptors(settings);
+    require_limits(settings);
     // The front opens it: here it only shows that it can be opened.
     const AccessLog access(settings.access_log);
     const auto warn = [&errors](const std::string &text) { errors.warn(text); };

@@ -14,6 +14,7 @@
 #include <gtest/gtest.h>
 
 #include "hosts/rdmd/server_fixture.h"
+#include "support/process.h"
 
 using namespace rdm;
 using namespace std::chrono_literals;
@@ -82,6 +83,24 @@ TEST_F(HostShortage, TooLowALimitOfOpenFilesIsRefusedWithTheNumberThatIsNeeded) 
         << server.errors();
   }
 }
+
+// Sanitizers reserve more address space themselves.
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+TEST_F(HostShortage, TooLowALimitOfAddressSpaceIsRefusedWithTheNumberThatIsNeeded) {
+  // Regression: the server started, and crashed when clients came: in the C library, which ends a process without
+  // memory, and in Asio.
+  for (const char *const workers : {"0", "1"}) {
+    const support::Finished refused =
+        support::run({"/usr/bin/prlimit", "--as=33554432", support::in_build("bin/rdmd"), "--listen", "127.0.0.1:0",
+                      "--plugin", plugin(), "--config", directory_.write("rdm.conf", ""), "--workers", workers});
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_NE(refused.errors.find("[error] rdmd: the limit of address space is 32768 KiB, but the server needs 65536; "
+                                  "raise it (ulimit -v, LimitAS)\n"),
+              std::string::npos)
+        << refused.errors;
+  }
+}
+#endif
 
 TEST_F(HostShortage, TheLeastLimitOfOpenFilesSufficesForAnswersAndReloads) {
   const std::string file = directory_.write("file", "shared\n");
