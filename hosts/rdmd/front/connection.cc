@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <ctime>
+#include <new>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -57,7 +58,15 @@ Connection::Connection(io::Socket socket, Server &server, const Client &client, 
       lingering_(channel_, acknowledgement_, server.limits().linger, *this),
       record_(server.next_connection(), client_.text()) {}
 
-Connection::~Connection() { server_.forget(channel_.entry()); }
+Connection::~Connection() {
+  // An exception, such as bad_alloc, may have ended the connection in the middle of a request.
+  try {
+    if (record_.is_open()) end_record();
+  } catch (const std::bad_alloc &) {
+    // Its line is lost.
+  }
+  server_.forget(channel_.entry());
+}
 
 /* ---- From other threads ---- */
 
@@ -242,10 +251,21 @@ JobPtr Connection::make_job() {
     // timers. dispatch() answers at once on the thread that has received the answer from a worker.
     boost::asio::dispatch(channel_.executor(),
                           [self = std::move(job->keeper), this, reply = std::move(reply)]() mutable {
-                            if (channel_.state() == State::service) deliver(std::move(reply));
+                            if (channel_.state() == State::service) deliver_or_close(std::move(reply));
                           });
   };
   return job;
+}
+
+/// deliver_or_close keeps exceptions from whoever replies: it replies to other clients as well.
+void Connection::deliver_or_close(Reply reply) {
+  try {
+    deliver(std::move(reply));
+  } catch (const std::bad_alloc &error) {
+    server_.errors().failure("a connection failed", error);
+    record_.close_by(ClosedBy::server);
+    close();
+  }
 }
 
 void Connection::deliver(Reply reply) {
@@ -388,6 +408,13 @@ void Connection::delivery_spoilt() {
   close();
 }
 
+/// end_record ends the record of a connection that is closed.
+void Connection::end_record() {
+  if (record_.is_open() && record_.entry().status == 503 && !delivery_.progress())
+    server_.errors().trouble(Trouble::not_served, record_.who());
+  finish_record();
+}
+
 void Connection::finish_record() { record_.finish(delivery_.progress(), keep_, server_.metrics(), server_.access()); }
 
 /* ---- What follows an answer ---- */
@@ -425,11 +452,9 @@ void Connection::client_too_slow(Trouble reason) {
 
 void Connection::close() {
   if (channel_.state() == State::closed) return;
-  if (record_.is_open() && record_.entry().status == 503 && !delivery_.progress())
-    server_.errors().trouble(Trouble::not_served, record_.who());
   acknowledgement_.stop();
   channel_.end();
-  finish_record();
+  end_record();
   delivery_.drop();
   channel_.close();
 }

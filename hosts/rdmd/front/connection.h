@@ -102,6 +102,7 @@ class Connection final : public std::enable_shared_from_this<Connection>,
 
   void submit();
   JobPtr make_job();
+  void deliver_or_close(Reply reply);
   void deliver(Reply reply);
   void deliver(hosts::ServiceAnswer answered);
 
@@ -118,6 +119,7 @@ class Connection final : public std::enable_shared_from_this<Connection>,
   void delivered() override;
   void delivery_failed() override;
   void delivery_spoilt() override;
+  void end_record();
   void finish_record();
 
   /* ---- What follows an answer ---- */

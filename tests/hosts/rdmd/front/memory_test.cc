@@ -89,6 +89,21 @@ TEST_F(HostMemory, AClientThatCannotBeAcceptedYetWaits) {
   EXPECT_NE(errors().find("[error] rdmd: a connection failed: std::bad_alloc\n"), std::string::npos) << errors();
 }
 
+TEST_F(HostMemory, AnAnswerWithoutMemoryForItsHeadIsCutOffAndLogged) {
+  // Regression: neither log said anything of the request.
+  start();
+  support::HttpClient client(port());
+  const support::RefusedNew head(501, 501);
+  client.send("GET /rdm/fast HTTP/1.1\r\nHost: h\r\n\r\n");
+  EXPECT_TRUE(client.ended());
+  EXPECT_TRUE(head.done());
+  EXPECT_NE(errors().find("[error] rdmd: a connection failed: std::bad_alloc\n"), std::string::npos) << errors();
+  EXPECT_TRUE(support::eventually([this] {
+    return server_.access().find("\"GET /rdm/fast HTTP/1.1\" 500 - \"-\" \"-\"\n") != std::string::npos;
+  })) << server_.access();
+  expect_service();
+}
+
 TEST_F(HostMemory, AnOrderToStopWithoutMemoryEndsTheServer) {
   // Regression: the order was lost, and the server ran on without accepting clients.
   start();

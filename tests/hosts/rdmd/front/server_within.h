@@ -28,6 +28,8 @@ class ServerWithin {
 
   /// errors returns the contents of the error log.
   std::string errors() const { return read_file(directory_.path("errors")); }
+  /// access returns the contents of the access log.
+  std::string access() const { return read_file(directory_.path("access")); }
 
  private:
   static rdmd::Settings on_any_port(rdmd::Settings settings) {
@@ -38,7 +40,7 @@ class ServerWithin {
   const TemporaryDirectory directory_;
   const rdmd::Settings settings_;
   rdmd::ErrorLog errors_{directory_.path("errors")};
-  rdmd::AccessLog access_{""};
+  rdmd::AccessLog access_{directory_.path("access")};
   hosts::Plugin plugin_{in_build("tests/test_plugin.so")};
   rdmd::Server server_{settings_, plugin_, errors_, access_,
                        rdmd::open_listeners(settings_, {}, [this](const std::string &text) { errors_.warn(text); })};
