@@ -2,6 +2,7 @@
 #include "hosts/rdmd/signals.h"
 
 #include <csignal>
+#include <initializer_list>
 
 namespace rdm::rdmd {
 
