@@ -63,6 +63,8 @@ bool move_to_first(std::vector<int> descriptors) {
 Upgrade::Upgrade(char **arguments) : arguments_(arguments), predecessor_(take_predecessor()) {
   std::error_code ignored;
   program_ = std::filesystem::read_symlink("/proc/self/exe", ignored).string();
+  // Where /proc is not mounted.
+  if (program_.empty()) program_ = arguments[0];
 }
 
 void Upgrade::report_ready() {
