@@ -61,6 +61,7 @@ Connection::Connection(io::Socket socket, Server &server, const Client &client, 
 Connection::~Connection() {
   // An exception, such as bad_alloc, may have ended the connection in the middle of a request.
   try {
+    record_.close_by(ClosedBy::server);
     if (record_.is_open()) end_record();
   } catch (const std::bad_alloc &) {
     // Its line is lost.

@@ -90,7 +90,7 @@ TEST_F(HostMemory, AClientThatCannotBeAcceptedYetWaits) {
 }
 
 TEST_F(HostMemory, AnAnswerWithoutMemoryForItsHeadIsCutOffAndLogged) {
-  // Regression: neither log said anything of the request.
+  // Regression: neither the logs nor the metrics said anything of the request.
   start();
   support::HttpClient client(port());
   const support::RefusedNew head(501, 501);
@@ -101,6 +101,8 @@ TEST_F(HostMemory, AnAnswerWithoutMemoryForItsHeadIsCutOffAndLogged) {
   EXPECT_TRUE(support::eventually([this] {
     return server_.access().find("\"GET /rdm/fast HTTP/1.1\" 500 - \"-\" \"-\"\n") != std::string::npos;
   })) << server_.access();
+  const std::string metrics = server_->metrics().text(server_->moment(), server_->errors());
+  EXPECT_NE(metrics.find("outcome=\"gone\"} 1\n"), std::string::npos) << metrics;
   expect_service();
 }
 
