@@ -36,7 +36,7 @@ class Changes {
         count_(std::min(stage.newest(), most_changes)),
         reader_(stage.port()),
         tool_(minidba(stage.site().database())) {
-    cost_of("cp " + stage.site().database() + " " + spare());
+    cost_of(copy_to(spare()));
     rounds_.add("update", [this] { return update(); });
     rounds_.add("status", [this] { return first_answer(status_target); });
     rounds_.add("one", [this] { return first_answer(std::string(harvest_target) + "&view-hits=1"); });
@@ -87,7 +87,13 @@ class Changes {
     std::filesystem::remove(path);
     ::sync();
     read_and_forget(spare());
-    return cost_of("cp " + stage_.site().database() + " " + path + " && sync " + path);
+    return cost_of(copy_to(path) + " && sync " + path);
+  }
+
+  /// copy_to returns a command that copies the database. It writes as many bytes as an update: left to itself, cp looks
+  /// for zeros and leaves holes of a page.
+  std::string copy_to(const std::string &path) const {
+    return "cp --sparse=never " + stage_.site().database() + " " + path;
   }
 
   /// spare returns the path of a file of the database's size.
