@@ -226,7 +226,9 @@ TEST_F(LocalWorkers, ADispatcherWithoutMemoryForTheNextJobsKeepsThem) {
   pass(Dispatcher::ahead_patience + 1ms);  // or the worker would have the jobs already
   const std::string names = "abcdefghijklmnopqr";
   for (const char name : names) submit(std::string(1, name));
-  const support::RefusedNew list(5 * sizeof(void *), 1000);
+  // Of a worker, which is shared, and a job. Nothing else takes a block of this size.
+  constexpr std::size_t list_size = 2 * Dispatcher::most_gathered * (sizeof(std::shared_ptr<Worker>) + sizeof(JobPtr));
+  const support::RefusedNew list(list_size, list_size);
   release();
   ASSERT_TRUE(await(4 + names.size()));
   EXPECT_TRUE(list.done());
