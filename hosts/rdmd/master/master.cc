@@ -165,6 +165,7 @@ class Master {
   int generation_ = 0;  // the one that serves
   int starting_ = 0;    // the one that is being started, or 0
   bool reload_waits_ = false;
+  bool upgrade_waits_ = false;
   bool serves_catalogs_ = false;  // the configuration of the generation that serves has catalog services
 
   bool stopping_ = false;
@@ -430,6 +431,7 @@ void Master::front_works() {
   report_ready();
   upgrade_.report_ready();
   if (reload_waits_) reload();
+  if (upgrade_waits_) upgrade();
 }
 
 void Master::fail_to_start(const std::string &why) {
@@ -541,6 +543,8 @@ void Master::reload() {
 }
 
 void Master::upgrade() {
+  // A successor that is ready before this process would end it, and this one's predecessor would then continue.
+  if (!serving_) return void(upgrade_waits_ = true);
   if (!stopping_ && !loses_catalogs("upgrade")) upgrade_.start(listeners_, errors_);
 }
 

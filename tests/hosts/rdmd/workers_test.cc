@@ -408,6 +408,31 @@ TEST_F(HostWorkers, TheProgramIsReplacedWithoutRefusingAClient) {
   EXPECT_EQ(server_->wait(), 0);
 }
 
+TEST_F(HostWorkers, AnUpgradeDuringAnotherOneIsMadeWhenTheNewProgramHasTakenOver) {
+  // Regression: the program after the next one took over, the next one ended before it was ready, and so the first one
+  // continued beside the last.
+  start_workers(1);
+  directory_.write("rdm.conf",
+                   "journal=\"" + directory_.path("journal") + "\"\nwait=\"" + directory_.path("released") + "\"\n");
+  const auto upgraded = [this](const std::string &mark) {
+    const std::string log = server_->errors();
+    return std::stoi(log.substr(log.rfind(mark) + mark.size()));
+  };
+  server_->signal(SIGUSR2);
+  ASSERT_TRUE(server_->await_error("upgrade: starting "));
+  const pid_t next = upgraded("bin/rdmd (process ");
+  // SIGUSR1 is read first, although it is sent last: when it has been obeyed, the other one is next.
+  for (const int signal : {SIGUSR2, SIGUSR1}) ::kill(next, signal);
+  ASSERT_TRUE(server_->await_error("SIGUSR1: logs reopened\n"));
+  release();
+  ASSERT_TRUE(server_->await_error("upgrade: process " + std::to_string(next) + " has taken over\n"));
+  ASSERT_TRUE(support::eventually([&] { return upgraded("upgrade: process ") != next; }));
+  const std::string log = server_->errors();
+  EXPECT_LT(log.find("listening on", log.find("upgrade: starting ")), log.rfind("upgrade: starting ")) << log;
+  ::kill(upgraded("upgrade: process "), SIGTERM);
+  EXPECT_EQ(server_->wait(), 0);
+}
+
 TEST_F(HostWorkers, AProgramThatCannotStartReplacesNothing) {
   start_workers(1);
   replace_config("no stars");
