@@ -21,11 +21,9 @@ std::size_t descriptors_for(std::size_t connections);
 std::size_t reserved_descriptors(const Settings &settings);
 
 /// require_limits raises the limit of open files, and throws std::runtime_error, with the number that is needed, if not
-/// even one client could be served within it, or if the limit of address space is below least_address_space.
+/// even one client could be served within it, or if the limit of address space is below 48 MiB, plus a stack and 4 MiB
+/// for each of the threads.
 void require_limits(const Settings &settings);
-
-/// With less, the C library ends a process that it cannot allocate memory for.
-inline constexpr std::size_t least_address_space = std::size_t{64} << 20;
 
 }  // namespace rdm::rdmd
 
