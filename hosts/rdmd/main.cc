@@ -79,6 +79,8 @@ int main(int argc, char **argv) {
   if (!settings) return exit_code;
   // Let write() fail with EPIPE or EFBIG instead.
   for (const int signal : {SIGPIPE, SIGXFSZ}) std::signal(signal, SIG_IGN);
+  // If our caller ignored it, nothing would be learnt of the ends of children.
+  std::signal(SIGCHLD, SIG_DFL);
   try {
     if (settings->check) return check_all(*settings);
     const auto run = settings->workers > 0 ? run_master : run_single_process;

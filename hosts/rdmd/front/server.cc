@@ -43,8 +43,7 @@ bool is_shortage(int error) { return error == EMFILE || error == ENFILE || error
 Server::Server(const Settings &settings, hosts::Plugin &plugin, ErrorLog &errors, AccessLog &access,
                std::vector<ListeningSocket> sockets, TlsContextPtr tls)
     : Server(settings, errors, access, std::move(sockets), std::move(tls)) {
-  signals_.emplace(strand_, SIGTERM, SIGINT, SIGHUP);
-  for (const int signal : {SIGUSR1, SIGUSR2}) signals_->add(signal);
+  signals_.emplace(strand_, SIGHUP, SIGUSR1, SIGUSR2);
   const auto call = [&plugin, gzip = settings.gzip](hosts::ServiceRequest &&request) {
     return answer_request(plugin, std::move(request), gzip);
   };
@@ -98,6 +97,9 @@ Server::~Server() {
 }
 
 void Server::listen() {
+  // Not before: while the plug-in starts, they end the process.
+  if (signals_)
+    for (const int signal : {SIGTERM, SIGINT}) signals_->add(signal);
   if (admin_) admin_->listen();
   for (Listener &listener : listeners_) listener.listen();
 }

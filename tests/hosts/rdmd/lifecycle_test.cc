@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -117,6 +118,30 @@ TEST_F(HostLifecycle, SignalsBeforeTheServerIsReadyDoNotEndIt) {
     EXPECT_GT(server.port(), 0);
     std::filesystem::remove(options);
   }
+}
+
+TEST_F(HostLifecycle, EndsWhileThePlugInStarts) {
+  // Regression: without worker processes, SIGTERM waited until the plug-in had started.
+  for (const auto &[workers, status] : {std::pair{"0", 128 + SIGTERM}, {"1", 0}}) {
+    std::filesystem::remove(directory_.path("journal"));
+    RdmdProcess server(arguments({"--workers", workers}, "wait=\"" + directory_.path("never") + "\"\n"));
+    ASSERT_TRUE(support::eventually([this] { return support::file_exists(directory_.path("journal")); }));
+    server.signal(SIGTERM);
+    EXPECT_EQ(server.wait(), status);
+  }
+}
+
+TEST_F(HostLifecycle, ACallerThatIgnoresTheEndsOfItsChildrenChangesNothing) {
+  // Regression: the server inherited that, learnt of the end of no process and did not end either.
+  std::signal(SIGCHLD, SIG_IGN);
+  RdmdProcess server(arguments({"--workers", "1"}));
+  std::signal(SIGCHLD, SIG_DFL);
+  ASSERT_GT(server.port(), 0);
+  ASSERT_EQ(server.children("rdmd-worker").size(), 1U);
+  ::kill(server.children("rdmd-worker").front(), SIGKILL);
+  EXPECT_TRUE(server.await_error(") was killed by signal 9 (Killed)\n"));
+  server.signal(SIGTERM);
+  EXPECT_EQ(server.wait(), 0);
 }
 
 TEST_F(HostLifecycle, EndsAlthoughAnotherSignalComesAtTheSameTime) {
