@@ -76,12 +76,13 @@ int status_of(const std::function<int(HostFileGuard socket)> &run, HostFileGuard
 Child start_child(const char *name, std::chrono::milliseconds grace,
                   const std::function<int(HostFileGuard socket)> &run, const std::vector<host_fd> &kept) {
   PacketSockets sockets = make_packet_sockets();
+  // Before fork(): without memory for it, there must be no child that continues as another master.
+  std::vector<host_fd> own = kept;
+  own.push_back(sockets.second.get());
   const pid_t master = ::getpid();
   const pid_t pid = ::fork();
   if (pid < 0) throw std::system_error(errno, std::generic_category(), "fork");
   if (pid > 0) return {pid, std::move(sockets.first)};
-  std::vector<host_fd> own = kept;
-  own.push_back(sockets.second.get());
   close_others(std::move(own));
   // close_range() has closed it.
   sockets.first.release();

@@ -268,7 +268,7 @@ bool Master::start_worker(int generation) {
                               [this](HostFileGuard socket) { return run_worker(settings_, std::move(socket)); });
     workers_.push_back({std::move(child), ++last_number_, generation});
     return true;
-  } catch (const std::system_error &error) {
+  } catch (const std::exception &error) {
     errors_.error(std::string("start a worker: ") + error.what());
     generation == starting_ ? generation_failed("a worker could not be started") : fill_place(worker_backoff_.next());
     return false;
@@ -467,7 +467,7 @@ void Master::start_front() {
         "rdmd-front", grace(),
         [this](HostFileGuard control) { return run_front(settings_, std::move(listeners_), tls_, std::move(control)); },
         sockets);
-  } catch (const std::system_error &error) {
+  } catch (const std::exception &error) {
     const std::string why = std::string("start the front process: ") + error.what();
     if (!serving_) return fail_to_start(why);
     errors_.error(why);

@@ -86,8 +86,8 @@ void Upgrade::start(const std::vector<ListeningSocket> &listeners, ErrorLog &err
   errors.error("upgrade: fork: " + reason());
 }
 
-/// become runs in the new process.
-void Upgrade::become(const std::vector<ListeningSocket> &listeners, host_fd report) const {
+/// become runs in the new process. No exception may leave it: that process would continue as another master.
+void Upgrade::become(const std::vector<ListeningSocket> &listeners, host_fd report) const noexcept {
   std::vector<int> descriptors;
   std::string names;
   for (const ListeningSocket &listener : listeners) {

@@ -38,7 +38,7 @@ class Upgrade {
   pid_t successor() const { return successor_process_; }
 
  private:
-  [[noreturn]] void become(const std::vector<ListeningSocket> &listeners, host_fd report) const;
+  [[noreturn]] void become(const std::vector<ListeningSocket> &listeners, host_fd report) const noexcept;
 
   std::string program_;
   char **arguments_;
