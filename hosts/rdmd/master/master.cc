@@ -493,6 +493,8 @@ void Master::front_ended(int wait_status) {
   // A worker may end before its front can be waited for; what was started in its place is not needed either.
   for (WorkerProcess &worker : workers_)
     if (std::exchange(worker.passed, false) || worker.generation == generation_) abandon(worker);
+  // The next generation has a worker for every place.
+  replacements_due_.clear();
   if (front_alive_) front_backoff_.reset();
   const auto now = Clock::now();
   front_due_ = now + (front_alive_ ? front_crashes_.next(front_begun_, now) : front_backoff_.next());

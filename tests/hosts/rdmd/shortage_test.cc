@@ -9,6 +9,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -163,6 +164,23 @@ TEST_F(HostShortage, AMasterWithoutDescriptorsStartsTheProcessesWhenItHasSome) {
   }
   EXPECT_EQ(get_body("/rdm/fast"), "fast\n");
   EXPECT_TRUE(support::eventually([this] { return workers() == 2; }));
+}
+
+TEST_F(HostShortage, APlaceThatCouldNotBeFilledBeforeTheFrontEndedIsNotFilledBesidesThoseOfTheNextGeneration) {
+  // Regression: three workers served in two places.
+  start_workers(2);
+  {
+    const OpenFileLimit none(server_->pid(), limit_leaving(server_->pid(), 0));
+    ::kill(server_->children("rdmd-worker").at(0), SIGKILL);
+    EXPECT_TRUE(server_->await_error("[error] rdmd: start a worker: socketpair: Too many open files\n"));
+    ::kill(server_->front(), SIGKILL);
+    EXPECT_TRUE(server_->await_error("; no worker serves\n"));
+  }
+  EXPECT_TRUE(support::eventually([this] { return server_->front() != -1 && workers() >= 2; }));
+  EXPECT_EQ(get_body("/rdm/fast"), "fast\n");
+  // The place would have been filled after the pauses between the attempts, of 100, 200 and 400 milliseconds.
+  std::this_thread::sleep_for(1s);
+  EXPECT_EQ(workers(), 2u);
 }
 
 TEST_F(HostShortage, AnUpgradeWithoutDescriptorsSaysSoAndTheOldProgramContinues) {
