@@ -41,6 +41,9 @@ rlim_t limit_leaving(pid_t process, int free) {
   return limit;
 }
 
+/// With this limit a process can open nothing, whatever it closes: the standard streams take the numbers below it.
+constexpr rlim_t no_more_files = 3;
+
 /// OpenFileLimit is a limit of open files of a process during its lifetime.
 class OpenFileLimit {
  public:
@@ -131,7 +134,7 @@ TEST_F(HostShortage, AnAnswerWhoseFileTheFrontCannotTakeCostsOneRequestAndNoWork
   client.send(get("/rdm/fast"));
   EXPECT_EQ(client.receive().body, "fast\n");
   {
-    const OpenFileLimit none(server_->front(), limit_leaving(server_->front(), 0));
+    const OpenFileLimit none(server_->front(), no_more_files);
     client.send(get("/rdm/shared-file?" + file));
     EXPECT_EQ(client.receive().status, 500);
   }
@@ -144,7 +147,7 @@ TEST_F(HostShortage, AnAnswerWhoseFileTheFrontCannotTakeCostsOneRequestAndNoWork
 TEST_F(HostShortage, AWorkerThatTheFrontCannotTakeIsReplacedWhenItCan) {
   start_workers(1);
   {
-    const OpenFileLimit none(server_->front(), 3);
+    const OpenFileLimit none(server_->front(), no_more_files);
     ::kill(server_->children("rdmd-worker").at(0), SIGKILL);
     EXPECT_TRUE(
         server_->await_error("[error] rdmd: a message of the master is lost: take a worker: Too many open files\n"))
@@ -157,7 +160,7 @@ TEST_F(HostShortage, AMasterWithoutDescriptorsStartsTheProcessesWhenItHasSome) {
   // Regression: the places of workers that could not be started after the end of a front stayed empty.
   start_workers(2);
   {
-    const OpenFileLimit none(server_->pid(), limit_leaving(server_->pid(), 0));
+    const OpenFileLimit none(server_->pid(), no_more_files);
     ::kill(server_->front(), SIGKILL);
     EXPECT_TRUE(server_->await_error("[error] rdmd: start a worker: socketpair: Too many open files\n"));
     EXPECT_TRUE(server_->await_error("[error] rdmd: start the front process: socketpair: Too many open files\n"));
@@ -170,7 +173,7 @@ TEST_F(HostShortage, APlaceThatCouldNotBeFilledBeforeTheFrontEndedIsNotFilledBes
   // Regression: three workers served in two places.
   start_workers(2);
   {
-    const OpenFileLimit none(server_->pid(), limit_leaving(server_->pid(), 0));
+    const OpenFileLimit none(server_->pid(), no_more_files);
     ::kill(server_->children("rdmd-worker").at(0), SIGKILL);
     EXPECT_TRUE(server_->await_error("[error] rdmd: start a worker: socketpair: Too many open files\n"));
     ::kill(server_->front(), SIGKILL);
