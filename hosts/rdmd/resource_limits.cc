@@ -26,9 +26,9 @@ constexpr std::size_t arena_address_space = std::size_t{4} << 20;
 std::size_t allow_descriptors() {
   struct rlimit limit;
   if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return std::numeric_limits<std::size_t>::max();
-  limit.rlim_cur = limit.rlim_max;
-  ::setrlimit(RLIMIT_NOFILE, &limit);
-  return limit.rlim_cur;
+  const struct rlimit raised = {limit.rlim_max, limit.rlim_max};
+  // Fails if the hard limit is above the system's, fs.nr_open.
+  return ::setrlimit(RLIMIT_NOFILE, &raised) == 0 ? raised.rlim_cur : limit.rlim_cur;
 }
 
 std::size_t descriptors_for(std::size_t connections) { return 2 * connections; }

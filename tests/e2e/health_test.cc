@@ -175,6 +175,10 @@ TEST_F(Observed, AReloadOrUpgradeThatWouldLoseAllCatalogsIsRefused) {
                                      "configuration\n"))
         << server_->errors();
   }
+  const std::regex mistake("/csid\\.conf: error: cannot be read: No such file or directory\n");
+  const std::string errors = server_->errors();
+  EXPECT_EQ(std::distance(std::sregex_iterator(errors.begin(), errors.end(), mistake), std::sregex_iterator()), 2)
+      << errors;
   EXPECT_EQ(get("/rdm/status-request").body, before);
   run("mv " + directory_.path("aside") + " " + directory_.path("csid.conf"));
   server_->signal(SIGHUP);

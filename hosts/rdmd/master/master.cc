@@ -538,8 +538,8 @@ void Master::reload() {
   reload_waits_ = starting_ != 0 || generations() >= generation_limit;
   if (reload_waits_) return errors_.info("reload: waiting for the workers of former configurations to end");
   errors_.info("reload: logs reopened, starting workers with the configuration as it is now");
-  log_mistakes(settings_.config, errors_);
   if (loses_catalogs("reload")) return;
+  log_mistakes(settings_.config, errors_);
   manager_.reloading();
   start_generation();
 }
@@ -553,6 +553,7 @@ void Master::upgrade() {
 /// loses_catalogs returns true, after a message, if the configuration has no catalog service any more.
 bool Master::loses_catalogs(const std::string &action) {
   if (!serves_catalogs_ || has_catalogs()) return false;
+  log_mistakes(settings_.config, errors_);
   const std::string message =
       action + ": " + settings_.config +
       ": no catalog service is configured any more; still serving with the former configuration";
