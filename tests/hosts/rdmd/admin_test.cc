@@ -6,7 +6,6 @@
 #include <chrono>
 #include <memory>
 #include <regex>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -105,8 +104,8 @@ TEST_F(HostAdmin, OneRequestIsServedOnAConnection) {
 
 TEST_F(HostAdmin, AClientThatSendsSlowlyIsCutOff) {
   start_admin();
-  HttpClient silent(admin_), slow(admin_);
   const auto begun = std::chrono::steady_clock::now();
+  HttpClient silent(admin_), slow(admin_);
   std::string sent = "GET /livez HTTP/1.1\r\nA: ";
   while (!slow.readable(std::chrono::milliseconds(500))) slow.send(std::exchange(sent, "a"));
   EXPECT_GE(std::chrono::steady_clock::now() - begun, std::chrono::seconds(4));
@@ -227,16 +226,6 @@ TEST_F(HostAdmin, MetricsShowTheBytesInTemporaryFiles) {
   EXPECT_TRUE(shows("0"));
 }
 
-/// workers returns the process numbers of the workers of a server.
-std::vector<pid_t> workers(pid_t master) {
-  const std::string number = std::to_string(master);
-  std::istringstream children(support::read_file("/proc/" + number + "/task/" + number + "/children"));
-  std::vector<pid_t> found;
-  for (pid_t child = 0; children >> child;)
-    if (support::read_file("/proc/" + std::to_string(child) + "/comm") == "rdmd-worker\n") found.push_back(child);
-  return found;
-}
-
 TEST_F(HostAdmin, MetricsShowWorkersAndTheirRestarts) {
   start_admin({"--workers", "2"});
   const auto shows = [this](const std::string &line) {
@@ -244,8 +233,9 @@ TEST_F(HostAdmin, MetricsShowWorkersAndTheirRestarts) {
   };
   EXPECT_TRUE(shows("rdmd_workers{state=\"idle\"} 2"));
   EXPECT_TRUE(shows("rdmd_worker_restarts_total 0"));
-  ASSERT_EQ(workers(server_->pid()).size(), 2u);
-  ::kill(workers(server_->pid()).front(), SIGKILL);
+  const std::vector<pid_t> workers = server_->children("rdmd-worker");
+  ASSERT_EQ(workers.size(), 2u);
+  ::kill(workers.front(), SIGKILL);
   EXPECT_TRUE(shows("rdmd_worker_restarts_total 1"));
   EXPECT_TRUE(shows("rdmd_workers{state=\"idle\"} 2"));
 }

@@ -22,6 +22,7 @@
 #include <cstring>
 #include <ctime>
 #include <filesystem>
+#include <fstream>
 #include <iterator>
 #include <sstream>
 #include <system_error>
@@ -85,6 +86,14 @@ void parse_head(HttpResponse &response) {
     if (colon != std::string::npos) response.fields[lower(line.substr(0, colon))] = line.substr(colon + 2);
     at = end;
   }
+}
+
+/// name_of returns the name of a process, or an empty string if it has ended meanwhile.
+std::string name_of(pid_t process) {
+  std::ifstream file("/proc/" + std::to_string(process) + "/comm");
+  std::string name;
+  std::getline(file, name);
+  return name;
 }
 
 /// address_of returns the address of an end of a TCP connection as /proc/net/tcp has it.
@@ -167,10 +176,8 @@ std::vector<pid_t> RdmdProcess::children(const std::string &name) const {
   const std::string own = std::to_string(pid_);
   std::istringstream all(read_file("/proc/" + own + "/task/" + own + "/children"));
   std::vector<pid_t> found;
-  for (pid_t child = 0; all >> child;) {
-    const std::string comm = "/proc/" + std::to_string(child) + "/comm";
-    if (file_exists(comm) && read_file(comm) == name + "\n") found.push_back(child);
-  }
+  for (pid_t child = 0; all >> child;)
+    if (name_of(child) == name) found.push_back(child);
   return found;
 }
 
