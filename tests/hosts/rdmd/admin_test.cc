@@ -256,11 +256,8 @@ TEST_F(HostAdmin, ListensOnAUnixSocket) {
 TEST_F(HostAdmin, AnAddressOfTheServiceIsRefusedAtTheStart) {
   config_ = directory_.write("rdm.conf", "journal=\"" + directory_.path("journal") + "\"\n");
   const std::string path = directory_.path("socket");
-  const auto free = std::make_unique<support::RdmdProcess>(
-      std::vector<std::string>{"--listen", "127.0.0.1:0", "--plugin", plugin(), "--config", config_});
-  const std::string port = std::to_string(free->port());
-  free->signal(SIGTERM);
-  EXPECT_EQ(free->wait(), 0);
+  const support::ReservedPort reserved;
+  const std::string port = std::to_string(reserved.number());
   const struct {
     std::string listen, admin, message;
   } rows[] = {

@@ -33,30 +33,14 @@ using support::HttpClient;
 using support::RdmdProcess;
 using support::refuses;
 
-sockaddr_in loopback(int port) {
+/// is_bound returns true if a socket is bound to a port of 127.0.0.1.
+bool is_bound(int port) {
+  const HostFileGuard socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_port = htons(static_cast<std::uint16_t>(port));
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  return address;
-}
-
-/// bind_to returns a socket that is bound to the port (0: a free one), or an empty guard.
-HostFileGuard bind_to(int port) {
-  HostFileGuard socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  const sockaddr_in address = loopback(port);
-  if (::bind(socket.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) return HostFileGuard();
-  return socket;
-}
-
-bool is_bound(int port) { return !bind_to(port); }
-
-int free_port() {
-  const HostFileGuard socket = bind_to(0);
-  sockaddr_in address{};
-  socklen_t size = sizeof address;
-  ::getsockname(socket.get(), reinterpret_cast<sockaddr *>(&address), &size);
-  return ntohs(address.sin_port);
+  return ::bind(socket.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0;
 }
 
 class HostLifecycle : public support::ServerTest {
@@ -388,12 +372,13 @@ TEST_F(HostLifecycle, LogsWithoutAReaderDelayNoAnswerAndNoEnd) {
     ASSERT_EQ(::mkfifo(directory_.path(name).c_str(), 0600), 0);
     readers.emplace_back(::open(directory_.path(name).c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
   }
-  const int port = free_port();
+  const support::ReservedPort reserved;
+  const int port = reserved.number();
   const std::string conf = config("log=\"" + directory_.path("plugin-log") + "\"\n");
-  const pid_t server = support::start(
-      {support::in_build("bin/rdmd"), "--listen", "127.0.0.1:" + std::to_string(port), "--plugin", plugin(), "--config",
-       conf, "--error-log", directory_.path("error-log"), "--access-log", directory_.path("access-log")},
-      "/dev/null", directory_.path("out"), directory_.path("errors"));
+  const pid_t server =
+      support::start({support::in_build("bin/rdmd"), "--listen", reserved.address(), "--plugin", plugin(), "--config",
+                      conf, "--error-log", directory_.path("error-log"), "--access-log", directory_.path("access-log")},
+                     "/dev/null", directory_.path("out"), directory_.path("errors"));
   EXPECT_TRUE(support::eventually([&] { return !refuses(port); }));
   const std::string long_path = "/rdm/" + std::string(7000, 'x');
   HttpClient client(port);
@@ -654,12 +639,13 @@ TEST_F(HostLifecycle, EndsWhenThePluginRefusesItsConfiguration) {
 TEST_F(HostLifecycle, NoClientConnectsBeforeThePluginIsInitialised) {
   // Regression: a server whose start failed had already accepted connections, so load balancers considered it alive.
   const std::string conf = config("wait=\"" + directory_.path("go") + "\"\nfail=\"The stars are wrong.\"\n");
-  const int port = free_port();
-  const std::string address = "127.0.0.1:" + std::to_string(port);
-  RdmdProcess server({"--listen", address, "--plugin", plugin(), "--config", conf, "--workers",
+  auto reserved = std::make_unique<support::ReservedPort>();
+  const int port = reserved->number();
+  RdmdProcess server({"--listen", reserved->address(), "--plugin", plugin(), "--config", conf, "--workers",
                       std::min(support::tested_workers(), std::string("1"))});
   EXPECT_TRUE(support::eventually(
       [&] { return support::file_exists(directory_.path("journal")) && journal() == "waiting\n"; }));
+  reserved.reset();
   EXPECT_TRUE(is_bound(port));
   EXPECT_TRUE(refuses(port));
   directory_.write("go", "");

@@ -96,6 +96,14 @@ std::string name_of(pid_t process) {
   return name;
 }
 
+sockaddr_in loopback(int port) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(static_cast<std::uint16_t>(port));
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  return address;
+}
+
 /// address_of returns the address of an end of a TCP connection as /proc/net/tcp has it.
 std::string address_of(int fd, int (*name)(int, sockaddr *, socklen_t *)) {
   sockaddr_in address{};
@@ -261,13 +269,26 @@ int RdmdProcess::announced_port(const std::string &announcement) {
   return static_cast<int>(std::strtol(line.c_str() + line.rfind(':') + 1, nullptr, 10));
 }
 
+ReservedPort::ReservedPort() : socket_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+  // As the server has this option too, it can bind to the address as well.
+  constexpr int on = 1;
+  sockaddr_in address = loopback(0);
+  socklen_t size = sizeof address;
+  if (::setsockopt(socket_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
+      ::bind(socket_, reinterpret_cast<const sockaddr *>(&address), size) != 0 ||
+      ::getsockname(socket_, reinterpret_cast<sockaddr *>(&address), &size) != 0)
+    ADD_FAILURE() << "reserve a port: " << std::strerror(errno);
+  number_ = ntohs(address.sin_port);
+}
+
+ReservedPort::~ReservedPort() { ::close(socket_); }
+
+std::string ReservedPort::address() const { return "127.0.0.1:" + std::to_string(number_); }
+
 HttpClient::HttpClient(int port, bool ipv6, int receive_buffer) {
   fd_ = ::socket(ipv6 ? AF_INET6 : AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (receive_buffer > 0) ::setsockopt(fd_, SOL_SOCKET, SO_RCVBUF, &receive_buffer, sizeof receive_buffer);
-  sockaddr_in v4{};
-  v4.sin_family = AF_INET;
-  v4.sin_port = htons(static_cast<std::uint16_t>(port));
-  v4.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  const sockaddr_in v4 = loopback(port);
   sockaddr_in6 v6{};
   v6.sin6_family = AF_INET6;
   v6.sin6_port = htons(static_cast<std::uint16_t>(port));
@@ -392,10 +413,7 @@ HttpResponse http_get(int port, const std::string &target) {
 
 bool refuses(int port) {
   const int client = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(static_cast<std::uint16_t>(port));
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  const sockaddr_in address = loopback(port);
   const bool is_refused = ::connect(client, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0;
   ::close(client);
   return is_refused;

@@ -82,6 +82,24 @@ class RdmdProcess {
   std::thread output_reader_, error_reader_;
 };
 
+/// ReservedPort is a free port of 127.0.0.1 that the system gives to nobody during its lifetime. A server can listen on
+/// it.
+class ReservedPort {
+ public:
+  ReservedPort();
+  ReservedPort(const ReservedPort &) = delete;
+  ReservedPort &operator=(const ReservedPort &) = delete;
+  ~ReservedPort();
+
+  int number() const { return number_; }
+  /// address returns it as options of the server take it.
+  std::string address() const;
+
+ private:
+  int socket_;
+  int number_ = 0;
+};
+
 struct HttpResponse {
   int status = 0;
   std::string reason;

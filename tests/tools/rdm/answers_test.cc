@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "hosts/rdmd/rdmd_process.h"
 #include "support/files.h"
 #include "tools/rdm/error.h"
 #include "tools/rdm/message.h"
@@ -197,12 +198,9 @@ TEST(Retries, SilentServerIsGivenUpAfterTheTimeout) {
 }
 
 TEST(Retries, UnreachableServerIsAskedAsOftenAsTheOptionsSay) {
-  int port = 0;
-  {
-    port = ScriptedServer([](const std::string &) { return ""; }).port();
-  }
+  const support::ReservedPort reserved;
   Options options;
-  options.url = "http://127.0.0.1:" + std::to_string(port) + "/rdm";
+  options.url = "http://" + reserved.address() + "/rdm";
   options.retries = 3;
   const Ran ran = run_verb(status, options);
   EXPECT_EQ(ran.status, exit_distrust);

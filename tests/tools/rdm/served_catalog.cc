@@ -29,12 +29,11 @@ ServedCatalog::ServedCatalog(int descriptions, std::vector<std::string> more) : 
   directory_.write("rdm.conf", "bindir=\"" + support::in_build("bin") + "\"\ncsid-config=\"" +
                                    directory_.path("csid.conf") + "\"\ncsid-default=\"x-catalog://h:1/x\"\ntmpdir=\"" +
                                    directory_.path() + "\"\ndebug-loglevel=\"0\"\n");
-  start(0);
+  start();
 }
 
-void ServedCatalog::start(int port) {
-  std::vector<std::string> arguments = {"--listen", "127.0.0.1:" + std::to_string(port), "--config",
-                                        directory_.path("rdm.conf")};
+void ServedCatalog::start() {
+  std::vector<std::string> arguments = {"--listen", reserved_.address(), "--config", directory_.path("rdm.conf")};
   arguments.insert(arguments.end(), more_.begin(), more_.end());
   server_ = std::make_unique<support::RdmdProcess>(arguments);
   port_ = server_->port();
@@ -43,7 +42,7 @@ void ServedCatalog::start(int port) {
 void ServedCatalog::restart() {
   server_->signal(SIGKILL);
   server_->wait();
-  start(port_);
+  start();
 }
 
 void ServedCatalog::run_minidba(const std::vector<std::string> &words, const std::string &input) const {

@@ -42,10 +42,11 @@ class ServedCatalog {
  private:
   void run_minidba(const std::vector<std::string> &words, const std::string &input) const;
   void write_index() const;
-  void start(int port);
+  void start();
 
   std::vector<std::string> more_;
   support::TemporaryDirectory directory_;
+  const support::ReservedPort reserved_;
   std::unique_ptr<support::RdmdProcess> server_;
   int port_ = 0;
 };
