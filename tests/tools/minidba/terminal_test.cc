@@ -2,6 +2,8 @@
 // The output of minidba on a terminal.
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -13,6 +15,7 @@
 #include <gtest/gtest.h>
 
 #include "catalog/catalog_files.h"
+#include "hosts/rdmd/rdmd_process.h"
 #include "qxapi/guard.h"
 
 using namespace rdm;
@@ -30,17 +33,32 @@ class Terminal : public testing::Test {
       name_ = ::ptsname(screen_.get());
   }
 
-  /// update runs an update whose input arrives in two parts, with a pause between them, and returns the screen.
-  std::string update(const std::string &options, const std::string &errors) {
-    const std::string command = "(cat " + catalog_.path(".1") + "; sleep 1.2; cat " + catalog_.path(".2") + ") | " +
-                                catalog_.shell_command("update" + options) + " >" + catalog_.path(".out");
-    support::write_file(catalog_.path(".1"), rd("http://localhost/1", {{"title", "One"}}));
-    support::write_file(catalog_.path(".2"), rd("http://localhost/2", {{"title", "Two"}}));
+  /// update runs an update whose input arrives in two parts, the second some time after the first has been read, and
+  /// returns the screen.
+  std::string update(const std::vector<std::string> &options, const std::string &errors) {
+    std::vector<std::string> words = {"update"};
+    words.insert(words.end(), options.begin(), options.end());
+    const std::string input = catalog_.path(".in");
+    EXPECT_EQ(::mkfifo(input.c_str(), 0600), 0);
+    HostFileGuard pipe(::open(input.c_str(), O_RDWR | O_CLOEXEC));
     // While the terminal is open here, its output is not lost when the program ends.
     const HostFileGuard terminal(::open(name_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
-    const pid_t child = support::start({"/bin/sh", "-c", command}, "/dev/null", "/dev/null", errors);
+    const pid_t child = support::start(catalog_.command(words), input, catalog_.path(".out"), errors);
+    put(pipe, rd("http://localhost/1", {{"title", "One"}}));
+    EXPECT_TRUE(support::eventually([&] { return is_empty(pipe); }));
+    std::this_thread::sleep_for(std::chrono::milliseconds(1200));
+    put(pipe, rd("http://localhost/2", {{"title", "Two"}}));
+    pipe = HostFileGuard();
     EXPECT_EQ(support::wait_for(child), 0);
     return screen();
+  }
+  static void put(const HostFileGuard &pipe, const std::string &text) {
+    EXPECT_EQ(::write(pipe.get(), text.data(), text.size()), static_cast<ssize_t>(text.size()));
+  }
+  /// is_empty returns true if all that was written to a pipe has been read.
+  static bool is_empty(const HostFileGuard &pipe) {
+    int unread = 1;
+    return ::ioctl(pipe.get(), FIONREAD, &unread) == 0 && unread == 0;
   }
   /// screen returns what was written to the terminal since its last call.
   std::string screen() {
@@ -62,7 +80,7 @@ class Terminal : public testing::Test {
 };
 
 TEST_F(Terminal, ShowsHowFarLongWorkIs) {
-  const std::string text = update("", name_);
+  const std::string text = update({}, name_);
   EXPECT_THAT(text, testing::StartsWith("\rminidba: reading the input: "));
   EXPECT_THAT(text, HasSubstr("/s\x1b[K\r\x1b[K")) << "the line is taken away";
   EXPECT_THAT(text, testing::EndsWith("minidba: 2 new, 0 changed, 0 unchanged, 0 rejected\r\n"));
@@ -70,7 +88,7 @@ TEST_F(Terminal, ShowsHowFarLongWorkIs) {
 }
 
 TEST_F(Terminal, ShowsNothingWhenItIsToBeQuiet) {
-  EXPECT_EQ(update(" --quiet", name_), "");
+  EXPECT_EQ(update({"--quiet"}, name_), "");
   EXPECT_EQ(out(), "2\n");
 }
 
@@ -99,7 +117,7 @@ TEST_F(Terminal, SaysThatItReadsFromTheTerminal) {
 }
 
 TEST_F(Terminal, AFileGetsNoProgress) {
-  EXPECT_EQ(update("", catalog_.path(".err")), "");
+  EXPECT_EQ(update({}, catalog_.path(".err")), "");
   EXPECT_EQ(support::read_file(catalog_.path(".err")), "minidba: 2 new, 0 changed, 0 unchanged, 0 rejected\n");
 }
 

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: MIT
+#include <sys/stat.h>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -127,10 +129,13 @@ TEST_F(Usage, AClosedPipeEndsTheProgramWithoutAMessage) {
   for (int i = 0; i < 2000; ++i)
     stream += rd("http://localhost/" + std::to_string(i), {{"body", std::string(200, 'b')}});
   ASSERT_EQ(catalog_.update(stream).out, "2000\n");
-  const std::string database = program + " -d " + catalog_.path() + " ";
+  const std::string database = program + " -d " + catalog_.path() + " ", pipe = catalog_.path(".pipe");
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  // A pipe for writing, whose only reader is closed.
+  const std::string closed = "exec 3<>" + pipe + " 4>" + pipe + " 3>&-; ";
   for (const std::string &verb :
        std::vector<std::string>{"list", "export", "get 1", "-i " + catalog_.path(".idx") + " index"})
-    EXPECT_EQ(shell("(sleep 0.1; " + database + verb + "; echo $? >&2) | true").errors, "141\n") << verb;
+    EXPECT_EQ(shell(closed + database + verb + " >&4; echo $? >&2").errors, "141\n") << verb;
   const Finished first = shell(database + "list | head -n 1");
   EXPECT_EQ(first.out, "@DOCUMENT { http://localhost/0\n");
   EXPECT_EQ(first.errors, "");
