@@ -7,9 +7,11 @@
 
 #include <atomic>
 #include <string>
+#include <string_view>
 
 #include <gtest/gtest.h>
 
+#include "hosts/rdmd/rdmd_process.h"
 #include "support/refused_new.h"
 
 using namespace rdm;
@@ -28,14 +30,22 @@ class StandardStreams : public ::testing::Test {
     writer_ = HostFileGuard(ends[1]);
   }
 
-  /// read_pipe reads from the pipe until 500 ms pass without input.
-  std::string read_pipe() {
+  /// read_until reads from the pipe until `is_whole` returns true for what has come so far, and returns that.
+  template <typename IsWhole>
+  std::string read_until(IsWhole is_whole) {
     std::string text;
     char block[65536];
     pollfd readable{reader_.get(), POLLIN, 0};
-    while (::poll(&readable, 1, 500) > 0)
-      text.append(block, static_cast<std::size_t>(::read(reader_.get(), block, sizeof block)));
+    EXPECT_TRUE(support::eventually([&] {
+      while (::poll(&readable, 1, 0) > 0)
+        text.append(block, static_cast<std::size_t>(::read(reader_.get(), block, sizeof block)));
+      return is_whole(text);
+    }));
     return text;
+  }
+
+  std::string read_until_end(std::string_view end) {
+    return read_until([end](const std::string &text) { return text.ends_with(end); });
   }
 
   HostFileGuard reader_, writer_;
@@ -51,7 +61,7 @@ TEST_F(StandardStreams, LinesGoThroughWhole) {
     std::fputs("\nthe end", stream_);
   }
   EXPECT_EQ(stream_, nullptr);
-  EXPECT_EQ(read_pipe(), "a line\nanother\nthe end");
+  EXPECT_EQ(read_until_end("end"), "a line\nanother\nthe end");
 }
 
 TEST_F(StandardStreams, WritingNeverBlocksAndDroppedLinesAreReported) {
@@ -59,7 +69,7 @@ TEST_F(StandardStreams, WritingNeverBlocksAndDroppedLinesAreReported) {
   const StandardStream standing_in(stream_, writer_.get());
   const std::string line = std::string(999, 'x') + "\n";
   for (int i = 0; i < 2000; ++i) EXPECT_EQ(std::fputs(line.c_str(), stream_) >= 0, true);
-  const std::string text = read_pipe();
+  const std::string text = read_until_end(" lines dropped\n");
   const std::size_t whole = text.find("rdmd: ");
   ASSERT_NE(whole, std::string::npos);
   ASSERT_EQ(whole % 1000, 0u);
@@ -75,7 +85,7 @@ TEST_F(StandardStreams, DroppedLinesAreReported) {
   });
   const std::string line = std::string(9999, 'x') + "\n";
   for (int i = 0; i < 300; ++i) std::fputs(line.c_str(), stream_);
-  EXPECT_EQ(read_pipe().size() + dropped * line.size(), 300 * line.size());
+  read_until([&](const std::string &text) { return text.size() + dropped * line.size() == 300 * line.size(); });
 }
 
 TEST_F(StandardStreams, ALineIsLostIfAllocationFails) {
@@ -87,7 +97,7 @@ TEST_F(StandardStreams, ALineIsLostIfAllocationFails) {
     EXPECT_TRUE(place.done());
   }
   std::fputs("the next\n", stream_);
-  EXPECT_EQ(read_pipe(), "the next\n");
+  EXPECT_EQ(read_until_end("next\n"), "the next\n");
 }
 
 TEST_F(StandardStreams, ALineWithoutEndDoesNotGrowForever) {
@@ -95,7 +105,7 @@ TEST_F(StandardStreams, ALineWithoutEndDoesNotGrowForever) {
   const std::string text(70'000, 'x');
   std::fputs(text.c_str(), stream_);
   std::fflush(stream_);
-  EXPECT_EQ(read_pipe(), text);
+  EXPECT_EQ(read_until([&](const std::string &got) { return got.size() >= text.size(); }), text);
 }
 
 }  // namespace
