@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "support/files.h"
 
+#include <sys/stat.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -11,6 +13,12 @@
 namespace fs = std::filesystem;
 
 namespace rdm::support {
+namespace {
+
+/// Files of tests have the modes that most systems give them, whatever the umask of the caller.
+[[maybe_unused]] const mode_t umask_of_caller = ::umask(022);
+
+}  // namespace
 
 TemporaryDirectory::TemporaryDirectory() {
   std::string pattern = (fs::temp_directory_path() / "rdm-test-XXXXXX").string();
