@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <iostream>
 #include <optional>
 #include <set>
@@ -22,6 +21,7 @@
 #include "libcs/guard.h"
 #include "service/rdm.h"
 #include "service/rds/snapshot.h"
+#include "support/environment.h"
 #include "support/memory_host.h"
 
 using namespace rdm;
@@ -42,10 +42,7 @@ constexpr unsigned trial_seconds = 240;
 constexpr char fresh = '\x17', stale = '\xE8', fresh_sanitized = '\xBE';
 constexpr size_t run_length = 8;
 
-int trials() {
-  const char *number = std::getenv("RDM_DAMAGE_TRIALS");
-  return number != nullptr ? std::stoi(number) : 50;
-}
+int trials() { return support::number_from("RDM_DAMAGE_TRIALS", 50); }
 
 bool holds_stray_memory(const std::string &bytes) {
   const std::string fills{fresh, stale, fresh_sanitized};

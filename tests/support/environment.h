@@ -10,6 +10,13 @@
 
 namespace rdm::support {
 
+/// number_from returns the number in a variable, such as how often a test tries something, or `usual` without it.
+template <typename Number>
+Number number_from(const char *variable, Number usual) {
+  const char *const text = std::getenv(variable);
+  return text != nullptr ? static_cast<Number>(std::strtoull(text, nullptr, 10)) : usual;
+}
+
 /// Environment sets a variable, or removes it if the value is null, and restores it at the end of its scope. It calls
 /// tzset().
 class Environment {

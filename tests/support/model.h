@@ -9,20 +9,18 @@
 #include <rapidcheck.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "support/environment.h"
+
 namespace rdm::support {
 
 /// model_cases returns the number of lists to try: RDM_MODEL_CASES or the default.
-inline int model_cases(int usual) {
-  const char *number = std::getenv("RDM_MODEL_CASES");
-  return number != nullptr ? std::stoi(number) : usual;
-}
+inline int model_cases(int usual) { return number_from("RDM_MODEL_CASES", usual); }
 
 /// check_model checks a property for model_cases random cases. RC_PARAMS sets the other parameters, such as the seed.
 template <typename Property>

@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <iterator>
 #include <map>
 #include <random>
@@ -15,6 +14,7 @@
 
 #include "catalog/hash/page_map.h"
 #include "support/database.h"
+#include "support/environment.h"
 #include "support/files.h"
 #include "support/random_bytes.h"
 
@@ -139,10 +139,7 @@ class HashEditor : public ::testing::Test {
 };
 
 /// random_sets returns the number of record sets: RDM_RANDOM_SETS, or 50.
-unsigned random_sets() {
-  const char *number = std::getenv("RDM_RANDOM_SETS");
-  return number != nullptr ? static_cast<unsigned>(std::stoul(number)) : 50;
-}
+unsigned random_sets() { return support::number_from("RDM_RANDOM_SETS", 50U); }
 
 TEST_F(HashEditor, RandomChangesToRandomSetsLoseNothing) {
   size_t edits = 0;

@@ -5,7 +5,6 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <random>
@@ -18,6 +17,7 @@
 #include "service/support/question.h"
 #include "service/support/sending.h"
 #include "support/database.h"
+#include "support/environment.h"
 #include "support/memory_host.h"
 
 using namespace rdm;
@@ -177,11 +177,6 @@ void bind_at_random(Random &random) {
   qxapi_bind_slices(below(random, 4) == 0 ? nullptr : support::send_slice);
 }
 
-uint64_t number_from(const char *variable, uint64_t usual) {
-  const char *const text = std::getenv(variable);
-  return text != nullptr ? std::strtoull(text, nullptr, 10) : usual;
-}
-
 class RequestTrial : public support::HostTest {
  private:
   support::Hour hour_;
@@ -189,8 +184,9 @@ class RequestTrial : public support::HostTest {
 };
 
 TEST_F(RequestTrial, RepliesAsTheExportedProceduresDo) {
-  const uint64_t wanted = number_from("RDM_REQUESTS", 1500), seed = number_from("RDM_SEED", std::random_device{}());
-  Random random(static_cast<Random::result_type>(seed));
+  const auto wanted = support::number_from<uint64_t>("RDM_REQUESTS", 1500);
+  const auto seed = support::number_from("RDM_SEED", std::random_device{}());
+  Random random(seed);
   for (uint64_t asked = 0; asked < wanted;) {
     TrialCatalog catalog(random);
     for (uint32_t left = 60; left > 0; --left) {

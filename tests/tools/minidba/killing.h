@@ -12,7 +12,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <set>
 #include <string>
@@ -124,10 +123,7 @@ inline long count_changes(const std::vector<std::string> &arguments, const std::
 }
 
 /// crash_trials returns how often a test kills a program: RDM_CRASH_TRIALS, or 20.
-inline long crash_trials() {
-  const char *number = std::getenv("RDM_CRASH_TRIALS");
-  return number != nullptr ? std::stol(number) : 20;
-}
+inline long crash_trials() { return support::number_from("RDM_CRASH_TRIALS", 20L); }
 
 /// change_of_trial returns the change before which a trial kills a program that makes `changes` of them: in even trials
 /// any, in odd ones one of the last, which rename the files.

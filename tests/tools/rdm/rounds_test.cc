@@ -2,7 +2,6 @@
 /// A mirror of a catalog that changes between and during its runs, through a proxy that disturbs them, of a server that
 /// is killed. RDM_MIRROR_ROUNDS says how many rounds each test makes, RDM_SEED repeats a run.
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
 #include <map>
 #include <mutex>
@@ -13,6 +12,7 @@
 #include "catalog/catalog.h"
 #include "catalog/record.h"
 #include "support/directories.h"
+#include "support/environment.h"
 #include "support/files.h"
 #include "support/process.h"
 #include "tools/rdm/chaos_proxy.h"
@@ -24,11 +24,6 @@ using namespace rdm::client;
 namespace {
 
 constexpr int descriptions = 200;
-
-int number_from(const char *name, int otherwise) {
-  const char *text = std::getenv(name);
-  return text != nullptr ? std::stoi(text) : otherwise;
-}
 
 using Records = std::map<std::string, std::string>;  // by URL
 
@@ -114,7 +109,7 @@ class Source {
 class Rounds {
  public:
   explicit Rounds(const std::string &target, bool is_clock_back = false)
-      : seed_(static_cast<unsigned>(number_from("RDM_SEED", static_cast<int>(std::random_device{}() >> 1)))),
+      : seed_(support::number_from("RDM_SEED", std::random_device{}())),
         source_(seed_, is_clock_back),
         target_(directory_.path(target)),
         proxy_(
@@ -172,11 +167,13 @@ class Rounds {
 }  // namespace
 
 TEST(MirrorRounds, DatabaseEqualsTheSourceAfterEachRunThatSucceeds) {
-  Rounds("mirror.db").run(number_from("RDM_MIRROR_ROUNDS", 4));
+  Rounds("mirror.db").run(support::number_from("RDM_MIRROR_ROUNDS", 4));
 }
 
 TEST(MirrorRounds, DirectoryEqualsTheSourceAfterEachRunThatSucceeds) {
-  Rounds("mirror/").run(number_from("RDM_MIRROR_ROUNDS", 4));
+  Rounds("mirror/").run(support::number_from("RDM_MIRROR_ROUNDS", 4));
 }
 
-TEST(MirrorRounds, ClockOfTheSourceMayBePutBack) { Rounds("mirror.db", true).run(number_from("RDM_MIRROR_ROUNDS", 4)); }
+TEST(MirrorRounds, ClockOfTheSourceMayBePutBack) {
+  Rounds("mirror.db", true).run(support::number_from("RDM_MIRROR_ROUNDS", 4));
+}
