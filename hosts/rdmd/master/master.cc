@@ -97,10 +97,12 @@ class Master {
 
   void start_generation();
   bool start_worker(int generation);
-  void fill_place(Clock::duration pause);
+  void fill_place();
+  void fill_place_after(Clock::duration pause);
   void take_readiness(WorkerProcess &worker);
   void worker_ready(WorkerProcess &worker, const Readiness &readiness);
   void generation_ready();
+  void retire_others();
   void generation_failed(const std::string &why);
   void pass(WorkerProcess &worker);
   void worker_ended(std::list<WorkerProcess>::iterator found, int wait_status);
@@ -245,7 +247,7 @@ void Master::do_what_is_due() {
   // While a generation starts, the places of the former one wait: if it fails they are filled.
   while (!stopping_ && starting_ == 0 && !replacements_due_.empty() && *replacements_due_.begin() <= now) {
     replacements_due_.erase(replacements_due_.begin());
-    start_worker(generation_);
+    fill_place();
   }
 }
 
@@ -257,7 +259,7 @@ void Master::start_generation() {
   while (missing > 0 && start_worker(generation)) --missing;
   // A generation that has failed serves nevertheless if there is no other: see generation_failed.
   if (generation_ == generation)
-    for (const auto pause = worker_backoff_.next(); missing > 0; --missing) fill_place(pause);
+    for (const auto pause = worker_backoff_.next(); missing > 0; --missing) fill_place_after(pause);
 }
 
 /// start_worker returns false, after a message, if the system has no process or descriptor for it. If the generation
@@ -270,15 +272,24 @@ bool Master::start_worker(int generation) {
     return true;
   } catch (const std::exception &error) {
     errors_.error(std::string("start a worker: ") + error.what());
-    generation == starting_ ? generation_failed("a worker could not be started") : fill_place(worker_backoff_.next());
+    generation == starting_ ? generation_failed("a worker could not be started")
+                            : fill_place_after(worker_backoff_.next());
     return false;
   }
 }
 
-/// fill_place starts a worker of the generation that serves, at once or after a pause.
-void Master::fill_place(Clock::duration pause) {
+/// fill_place starts a worker of the generation that serves, if one is missing: a generation that has taken over
+/// meanwhile has all of its own.
+void Master::fill_place() {
+  const auto count = std::count_if(workers_.begin(), workers_.end(),
+                                   [this](const WorkerProcess &worker) { return worker.generation == generation_; });
+  if (count < settings_.workers) start_worker(generation_);
+}
+
+/// fill_place_after does so at once or after a pause.
+void Master::fill_place_after(Clock::duration pause) {
   if (pause == Clock::duration::zero())
-    start_worker(generation_);
+    fill_place();
   else
     replacements_due_.insert(Clock::now() + pause);
 }
@@ -322,11 +333,18 @@ void Master::generation_ready() {
   if (!serving_ && !begin_service()) return;
   for (WorkerProcess &worker : workers_)
     if (worker.generation == generation_) pass(worker);
-  tell({Kind::retire, 0, generation_, ""});
+  retire_others();
   if (generation_ == 1) return;
   tell({Kind::reload, 0, 0, ""});
   report_ready();
   errors_.info("the workers of generation " + std::to_string(generation_) + " serve");
+}
+
+/// retire_others has the workers of former generations end: those of the front, and those that wait for one.
+void Master::retire_others() {
+  tell({Kind::retire, 0, generation_, ""});
+  for (WorkerProcess &worker : workers_)
+    if (worker.ready && worker.generation != generation_) worker.child.socket = HostFileGuard();
 }
 
 void Master::generation_failed(const std::string &why) {
@@ -399,7 +417,7 @@ void Master::note_end(int wait_status) {
 /// replace fills the place of a worker at once; later if it has not even become ready, or if many have ended as soon as
 /// they were ready.
 void Master::replace(const WorkerProcess &worker) {
-  fill_place(worker.ready ? worker_crashes_.next(*worker.ready, Clock::now()) : worker_backoff_.next());
+  fill_place_after(worker.ready ? worker_crashes_.next(*worker.ready, Clock::now()) : worker_backoff_.next());
 }
 
 std::size_t Master::generations() const {
@@ -493,8 +511,6 @@ void Master::front_ended(int wait_status) {
   // A worker may end before its front can be waited for; what was started in its place is not needed either.
   for (WorkerProcess &worker : workers_)
     if (std::exchange(worker.passed, false) || worker.generation == generation_) abandon(worker);
-  // The next generation has a worker for every place.
-  replacements_due_.clear();
   if (front_alive_) front_backoff_.reset();
   const auto now = Clock::now();
   front_due_ = now + (front_alive_ ? front_crashes_.next(front_begun_, now) : front_backoff_.next());

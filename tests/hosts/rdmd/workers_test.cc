@@ -299,6 +299,22 @@ TEST_F(HostWorkers, AFrontThatIsKilledWhileTheConfigurationIsWrongServesOnceItIs
   EXPECT_TRUE(support::eventually([&] { return processes("rdmd-worker").size() == 2; }));
 }
 
+TEST_F(HostWorkers, AReloadBetweenTwoFrontsReplacesTheWorkersThatWaitForTheNextOne) {
+  // Regression: they stayed for ever.
+  start_workers(2);
+  // Ten fronts that end as soon as they are ready are replaced at once, and the others one in each second.
+  int generation = 1;
+  while (generation < 12) {
+    EXPECT_EQ(get_body("/rdm/fast"), "fast\n");
+    kill_front();
+    EXPECT_TRUE(server_->await_error("workers of generation " + std::to_string(++generation) + " serve\n"));
+  }
+  server_->signal(SIGHUP);
+  EXPECT_TRUE(server_->await_error("the workers of generation 13 serve\n"));
+  EXPECT_EQ(get_body("/rdm/fast"), "fast\n");
+  EXPECT_TRUE(support::eventually([&] { return processes("rdmd-worker").size() == 2; }));
+}
+
 TEST_F(HostWorkers, AServerThatStopsRefusesNewClients) {
   // Regression: the master kept the listening sockets open; clients that came after the signal waited for its end.
   start_workers(1);
