@@ -72,10 +72,7 @@ MasterLink::MasterLink(HostFileGuard socket, const io::Executor &strand, Dispatc
   events_.ended = [this](int number, const std::string &request) { deaths_.link_ended(number, request); };
 }
 
-void MasterLink::start() {
-  await_messages();
-  report_alive();
-}
+void MasterLink::start() { await_messages(); }
 
 void MasterLink::stop() {
   stopped_ = true;
@@ -110,6 +107,8 @@ void MasterLink::handle(Packet packet) {
       if (packet.lacks_files) throw std::system_error(EMFILE, std::generic_category(), "take a worker");
       if (packet.files.empty()) throw MalformedPacket();
       return add_worker(message, std::move(packet.files.front()));
+    case ControlMessage::Kind::begin:
+      return report_alive();
     case ControlMessage::Kind::retire:
       return dispatcher_.retire_before(message.generation);
     case ControlMessage::Kind::ended:
@@ -134,11 +133,12 @@ void MasterLink::send(ControlMessage::Kind kind, int number) {
 }
 
 void MasterLink::report_alive() {
+  // stop() may have come too late to cancel an expired timer.
+  if (stopped_) return;
   send(ControlMessage::Kind::alive);
   alive_.expires_after(alive_interval);
-  alive_.async_wait([this](const error_code &) {
-    // stop() may have come too late to cancel an expired timer.
-    if (!stopped_) report_alive();
+  alive_.async_wait([this](const error_code &error) {
+    if (!error) report_alive();
   });
 }
 

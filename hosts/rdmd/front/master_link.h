@@ -43,12 +43,12 @@ class MasterLink {
  public:
   using Handler = std::function<void(const ControlMessage &message)>;
 
-  /// The link reads on `strand` and adds workers to the dispatcher. `handle` gets all messages but `worker` and
-  /// `retire`; `lost` is called when the master has ended.
+  /// The link reads on `strand` and adds workers to the dispatcher. `handle` gets all messages but `worker`, `begin`
+  /// and `retire`; `lost` is called when the master has ended.
   MasterLink(HostFileGuard socket, const io::Executor &strand, Dispatcher &dispatcher, ErrorLog &errors, Handler handle,
              std::function<void()> lost);
 
-  /// start begins to read, and tells the master now and then that this process works.
+  /// start begins to read. From the message `begin` on, the link tells the master now and then that this process works.
   void start();
   /// stop ends both; the I/O context then has no work of this link.
   void stop();

@@ -13,6 +13,7 @@ struct ControlMessage {
   enum class Kind : unsigned char {
     // From the master:
     worker,  // a worker is ready: number, generation, and its socket as the packet's descriptor
+    begin,   // all workers that were ready before this front have been named: say that it works
     retire,  // end the workers of generations before `generation`
     ended,   // a worker has ended: number, how (text)
     reopen,  // reopen the logs

@@ -495,6 +495,8 @@ void Master::start_front() {
   // After the end of a front, new workers may be ready before the next front is.
   for (WorkerProcess &worker : workers_)
     if (worker.ready && worker.generation == generation_) pass(worker);
+  // The server is not announced before its front has the workers, or /readyz would say that there are none.
+  tell({Kind::begin, 0, 0, ""});
 }
 
 /// front_ended starts another front, and a whole generation of workers for it: the others end by themselves, because
