@@ -14,7 +14,7 @@ namespace {
 /// What a process without workers and clients opens.
 constexpr std::size_t fixed = 48;
 /// A worker has three sockets in the front, and during a reload there are two generations of workers.
-constexpr std::size_t for_each_worker = 2 * 3;
+constexpr std::size_t for_each_worker = 6;
 
 /// Address space with which a thousand clients were served: with less, the C library ends a process that it cannot
 /// allocate memory for. Each thread takes a stack and, from the allocator, an arena.

@@ -254,7 +254,7 @@ constexpr Operation adt_scenarios[] = {
     {"cspriq_get cspriq_getpri cspriq_free",
      [](Memory &memory) {
        auto queue = make<PriqPtr, cspriq_create>();
-       for (const uint32_t priority : {1U, 2U, 3U}) cspriq_put(queue.get(), items + priority, priority);
+       for (const int32_t priority : {1, 2, 3}) cspriq_put(queue.get(), items + priority, priority);
        return memory.failing([&] {
          return cspriq_getpri(queue.get(), 2) == items + 2 && cspriq_get(queue.get()) == items + 1 &&
                 cspriq_free(queue.release()) == 0;
