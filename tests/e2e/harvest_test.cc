@@ -168,17 +168,17 @@ class LargeHarvest : public Harvest {
   /// The answer is made here: the server does not wait for long for a client that reads nothing meanwhile.
   static void SetUpTestSuite() {
     share_large_catalog(records);
-    whole_ = expected(catalog("rfc"), read_index(catalog("rfc") + ".idx"));
+    answer = expected(catalog("rfc"), read_index(catalog("rfc") + ".idx"));
   }
 
   void serve() { start("csid=\"" + rfc + "\"\ncatalog-database=\"" + catalog("rfc") + "\"\n"); }
-  static const std::string &whole() { return whole_; }
+  static const std::string &whole() { return answer; }
   static std::string request() {
     return "GET /rdm/rd-request?ql=gatherer&scope=all HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n";
   }
 
  private:
-  static inline std::string whole_;
+  static inline std::string answer;
 };
 
 TEST_F(LargeHarvest, ArrivesWhole) {

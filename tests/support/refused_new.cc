@@ -27,10 +27,10 @@ void *operator new(std::size_t n) {
 // Freed here as well: a sanitizer would report a mismatch with its own operator delete.
 void *operator new(std::size_t n, const std::nothrow_t &) noexcept { return std::malloc(n); }
 
-extern "C" void *aligned_alloc(std::size_t alignment, std::size_t n) noexcept {
+extern "C" void *aligned_alloc(std::size_t alignment, std::size_t size) noexcept {
   void *block = nullptr;
   const bool refused = aligned_armed.exchange(false);
-  return !refused && ::posix_memalign(&block, std::max(alignment, sizeof block), n) == 0 ? block : nullptr;
+  return !refused && ::posix_memalign(&block, std::max(alignment, sizeof block), size) == 0 ? block : nullptr;
 }
 
 void operator delete(void *block) noexcept { std::free(block); }

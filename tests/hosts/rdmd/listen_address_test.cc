@@ -47,6 +47,8 @@ Function *next(const char *name, Function *) {
 
 }  // namespace
 
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): the C library's names are reserved
+
 extern "C" int getaddrinfo(const char *node, const char *service, const addrinfo *hints, addrinfo **found) {
   const auto real = next("getaddrinfo", ::getaddrinfo);
   if (std::string_view(node) == "failing.test") {
@@ -72,6 +74,8 @@ extern "C" int bind(int fd, const sockaddr *address, socklen_t size) noexcept {
   }
   return next("bind", ::bind)(fd, address, size);
 }
+
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)
 
 namespace {
 

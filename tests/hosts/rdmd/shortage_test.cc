@@ -23,7 +23,6 @@ using namespace std::chrono_literals;
 namespace {
 
 using support::HttpClient;
-using support::HttpResponse;
 using support::RdmdProcess;
 
 std::set<rlim_t> descriptors_of(pid_t process) {

@@ -27,7 +27,7 @@ class TlsFiles : public ::testing::Test {
   /// failure reads the files and returns the message of the error, or "".
   static std::string failure(const std::string &certificate, const std::string &key) {
     try {
-      TlsContext({certificate, key});
+      const TlsContext context({certificate, key});
       return "";
     } catch (const rdmd::TlsError &error) {
       return error.what();

@@ -320,7 +320,8 @@ TEST_F(MirrorTarget, OfARelativePathHasOneStateBeforeAndAfterItExists) {
   EXPECT_EQ(run_verb(mirror, options_).status, 0);
   std::filesystem::current_path(place);
   size_t states = 0;
-  for (const auto &entry : std::filesystem::directory_iterator(options_.state)) states += !entry.path().has_extension();
+  for (const auto &entry : std::filesystem::directory_iterator(options_.state))
+    states += entry.path().has_extension() ? 0 : 1;
   EXPECT_EQ(states, 1u);
 }
 

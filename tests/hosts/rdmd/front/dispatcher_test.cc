@@ -106,9 +106,9 @@ class Dispatching : public ::testing::Test {
     return name + std::to_string(static_cast<int>(fate)) + " ";
   }
 
-  static io::Clock::time_point now() { return now_; }
+  static io::Clock::time_point now() { return present; }
   /// pass lets a time pass for the dispatcher.
-  static void pass(Duration time) { now_ += time; }
+  static void pass(Duration time) { present += time; }
 
   /// run_until runs handlers until `condition` returns true. Returns false if it does not within a minute.
   template <typename Condition>
@@ -122,7 +122,7 @@ class Dispatching : public ::testing::Test {
   const Limits limits_ = limits();
   boost::asio::io_context context_;
   const io::Executor executor_{context_.get_executor()};
-  static inline io::Clock::time_point now_ = io::Clock::now();
+  static inline io::Clock::time_point present = io::Clock::now();
   Dispatcher dispatcher_{limits_, executor_, now};
   int number_ = 0;
   std::string no_memory_for_;  // replying to this job fails

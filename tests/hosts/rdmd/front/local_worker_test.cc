@@ -83,9 +83,9 @@ class LocalWorkers : public ::testing::Test {
     held_.get_future().wait();
   }
 
-  static io::Clock::time_point now() { return now_; }
+  static io::Clock::time_point now() { return present; }
 
-  static void pass(Duration time) { now_ = now_.load() + time; }
+  static void pass(Duration time) { present = present.load() + time; }
 
   /// warm_up lets the worker take the memory in which it keeps answers.
   void warm_up() {
@@ -97,7 +97,7 @@ class LocalWorkers : public ::testing::Test {
 
   bool is_dropped(std::size_t job) const { return keepers_.at(job).expired(); }
 
-  static inline std::atomic<io::Clock::time_point> now_{io::Clock::now()};
+  static inline std::atomic<io::Clock::time_point> present{io::Clock::now()};
   const Limits limits_{};
   boost::asio::io_context context_;
   const io::Executor executor_{context_.get_executor()};
