@@ -174,7 +174,8 @@ class DateWords {
   }
   bool is_complete() const { return day_ && month_ && year_; }
   bool exists() const {
-    const year_month_day date = year(*year_) / month(static_cast<unsigned>(*month_)) / static_cast<unsigned>(*day_);
+    const year_month_day date =
+        year(*year_) / month(static_cast<unsigned>(*month_)) / day(static_cast<unsigned>(*day_));
     return date.ok() && (!clock_ || tools::exists({2000, 1, 1, clock_->hour, clock_->minute, clock_->second, 0}));
   }
 

@@ -38,7 +38,7 @@ namespace {
 /// require_services returns the path of the list of catalog services. Throws a Failure if none is configured or it
 /// cannot be read.
 std::string require_services(const std::string &config) {
-  const std::string list = setting_of(config, "csid-config");
+  std::string list = setting_of(config, "csid-config");
   if (list.empty()) throw Failure("no csid-config in " + config);
   require_readable(list);
   return list;
