@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "faults/io_fault.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -80,7 +81,8 @@ std::map<std::string, long> count_calls(const Call &call) {
   run_noting("count 0 0", call, directory.write("notes", ""));
   std::map<std::string, long> calls;
   std::istringstream notes(support::read_file(directory.path("notes")));
-  for (std::string kind; notes >> kind;) ++calls[kind];
+  long number = 0;
+  for (std::string kind; notes >> kind >> number;) calls[kind] = std::max(calls[kind], number);
   return calls;
 }
 

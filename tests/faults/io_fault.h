@@ -35,7 +35,8 @@ struct Call {
 /// run_with runs a program under a fault. It fails the test if the program does not reach that call.
 support::Finished run_with(const IoFault &fault, const Call &call);
 
-/// count_calls runs a program without a fault and returns how many calls of each class it makes.
+/// count_calls runs a program without a fault and returns how many calls of each class it makes, of several
+/// processes the one with most.
 std::map<std::string, long> count_calls(const Call &call);
 
 /// io_faults returns the faults to try on a program with these calls: for each class and each of its errors one call,

@@ -3,7 +3,8 @@
 ///
 /// IO_FAULT is "PROGRAM CLASS N ERRNO": in the program of this name, the Nth call of the class fails with ERRNO, or, if
 /// ERRNO is 0, transfers a single byte. When that happens, the class is appended to the file IO_FAULT_HIT. With the
-/// class "count" no call fails, and each call's class is appended to that file.
+/// class "count" no call fails, and each call's class and number are appended to that file. A child process goes on
+/// with the numbers of its parent, so each of them has its Nth call.
 ///
 /// Calls inside the C library cannot be intercepted. Therefore fopen and fdopen are replaced by streams over functions
 /// of this library; fopen and fread have classes of their own without EINTR, because programs use streams only for
@@ -52,21 +53,41 @@ Fault &fault() {
   return read;
 }
 
+/// note appends a line by one call, because several processes may do so.
 void note(const char *text) {
   const char *path = std::getenv("IO_FAULT_HIT");
   if (path == nullptr) return;
   const long fd = syscall(SYS_openat, AT_FDCWD, path, O_CREAT | O_WRONLY | O_APPEND | O_CLOEXEC, 0600);
   if (fd == -1) return;
-  syscall(SYS_write, fd, text, std::strlen(text));
-  syscall(SYS_write, fd, "\n", 1);
+  char line[80];
+  syscall(SYS_write, fd, line, std::snprintf(line, sizeof line, "%s\n", text));
   syscall(SYS_close, fd);
+}
+
+/// number_of counts a call of a class.
+long number_of(const char *kind) {
+  static struct {
+    const char *kind;
+    long calls;
+  } classes[32];
+  auto *counted = classes;
+  while (counted->kind != nullptr && std::strcmp(counted->kind, kind) != 0) ++counted;
+  counted->kind = kind;
+  return ++counted->calls;
+}
+
+/// note_number notes a call of a class and its number.
+void note_number(const char *kind) {
+  char text[64];
+  std::snprintf(text, sizeof text, "%s %ld", kind, number_of(kind));
+  note(text);
 }
 
 /// strikes counts a call of a class and returns true if it is the one to fail.
 bool strikes(const char *kind) {
   Fault &f = fault();
   const int before = errno;
-  if (std::strcmp(f.kind, "count") == 0) note(kind);
+  if (std::strcmp(f.kind, "count") == 0) note_number(kind);
   errno = before;
   if (std::strcmp(kind, f.kind) != 0 || ++f.calls != f.n) return false;
   note(kind);

@@ -72,11 +72,12 @@ class RdmctlIo : public testing::Test {
     }
   }
 
-  /// expect_clean accepts temporary files only if they could not be listed or removed, and expects the next run to
-  /// remove them.
+  /// expect_clean accepts temporary files only if they could not be found, listed or removed, and expects the next run
+  /// to remove them.
   void expect_clean(const IoFault &fault) const {
     if (temporary_files().empty()) return;
-    EXPECT_THAT(fault.kind, testing::AnyOf("unlink", "open", "directory")) << testing::PrintToString(temporary_files());
+    EXPECT_THAT(fault.kind, testing::AnyOf("stat", "unlink", "open", "directory"))
+        << testing::PrintToString(temporary_files());
     support::run(call().arguments, call().input);
     EXPECT_THAT(temporary_files(), testing::IsEmpty());
   }
