@@ -24,7 +24,8 @@ struct Child {
 /// with the status that `run` returns for its end of the socket. It keeps no other descriptor of the master but those
 /// in `kept`, ignores the signals of terminals and service managers, because the master tells it what to do, and reacts
 /// to the others as a new program does. If the master ends first, SIGALRM ends the child after `grace`, in whole
-/// seconds. Call it from the thread that lives as long
+/// seconds. Call it from the thread that lives as long as the master. Throws std::system_error, or std::bad_alloc
+/// before there is a child.
 Child start_child(const char *name, std::chrono::milliseconds grace,
                   const std::function<int(HostFileGuard socket)> &run, const std::vector<host_fd> &kept = {});
 
